@@ -1,0 +1,24 @@
+#include "modules/CLDispatchTable.h"
+
+namespace OVK_ShaderDebugger
+{
+
+// In one file, so that their order is fixed. Nothing that runs before main reads them.
+OpenCLModule g_CLDispatchTable(OpenCLModule::s_DefaultModuleName);
+QRLRTModule g_QRLRTDispatchTable(QRLRTModule::s_DefaultModuleName);
+QRLCLModule g_QRLCLDispatchTable(QRLCLModule::s_DefaultModuleName);
+QRLDDModule g_QRLDDDispatchTable(QRLDDModule::s_DefaultModuleName);
+
+bool GetCLDispatchTable(cl_icd_dispatch_table& dispatchTable)
+{
+    g_CLDispatchTable.GetAsCLDispatchTable(dispatchTable);
+    return true;
+}
+
+bool SetCLDispatchTable(const cl_icd_dispatch_table& dispatchTable)
+{
+    g_CLDispatchTable.SetFromCLDispatchTable(dispatchTable);
+    return true;
+}
+
+} // namespace OVK_ShaderDebugger
