@@ -1,0 +1,112 @@
+#ifndef KESTREL_PLATFORM_COMPILER_PROGRAMBUILDER_H
+#define KESTREL_PLATFORM_COMPILER_PROGRAMBUILDER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace KestrelPlatform
+{
+
+/// The device that a program is built for, as far as the compiler cares.
+struct SDeviceTarget
+{
+    std::string strName; ///< "Quench", "Kiln", "Host"
+    bool b64BitAddresses = true;
+    bool bRawUavOnly = false;     ///< the older generation: one raw UAV, number 11
+    uint32_t nMaxGroupSize = 256; ///< limit for a kernel that declares none
+    uint64_t nLocalMemoryBytes = 32768;
+};
+
+/// One argument of a kernel, in argument order.
+struct SKernelArgument
+{
+    enum EKind
+    {
+        Value,
+        GlobalPointer,   ///< takes a memory object
+        ConstantPointer, ///< takes a memory object, read only
+        LocalPointer,    ///< takes a size
+        Image,           ///< takes an image object
+        Sampler,         ///< takes a sampler object; not an argument entry of constant buffer 1
+        Counter          ///< takes a memory object
+    };
+    enum EAccess
+    {
+        ReadOnly,
+        WriteOnly,
+        ReadWrite
+    };
+
+    EKind eKind = Value;
+    EAccess eAccess = ReadWrite;
+    std::string strName;
+    std::string strTypeName; ///< the data type token: "float", "i32", "2D", ...
+    uint32_t nSize = 0;      ///< bytes of a value, else 0
+    uint32_t nConstantBuffer = 1;
+    uint32_t nConstantBufferOffset = 0; ///< in bytes
+    uint32_t nResource =
+        0; ///< UAV number, resource number of an image read, UAV number of an image written, sampler number
+    uint32_t nAlignment = 0;
+    bool bVolatile = false;
+    bool bRestrict = false;
+};
+
+/// A sampler that the kernel itself defines.
+struct SKernelSampler
+{
+    uint32_t nSampler = 0;
+    uint32_t nValue =
+        0; ///< bit 0 normalised coordinates, bits 1-3 addressing, bit 4 nearest, bit 5 linear; see docs/il.md
+};
+
+/// One kernel, ready to be decoded for running.
+struct SCompiledKernel
+{
+    std::string strName;
+    uint32_t nUniqueId = 0;
+    std::vector<SKernelArgument> vArguments;
+    std::vector<SKernelSampler> vSamplers;
+    uint32_t nConstantBuffer1Elements = 0; ///< 16-byte elements that the arguments take
+    uint32_t nStaticLocalBytes = 0;
+    uint32_t nPrivateBytes = 0;
+    uint32_t nMaxGroupSize = 0; ///< from the declarations, else the target's
+    uint32_t nRequiredGroupSize[3] = {0, 0, 0};
+    bool b64BitAddresses = true;
+    std::vector<uint32_t> vTokens; ///< the whole stream, with the call of this kernel's function in place
+    std::vector<uint32_t> vLines;  ///< 1-based line of the IL text for each instruction; may be empty
+};
+
+/// What a build gives.
+struct SBuildResult
+{
+    bool bOk = false;
+    std::string strLog;                    ///< says which line and why; empty for a clean build
+    std::vector<char> vImage;              ///< the ELF image, as CL_PROGRAM_BINARIES hands it out
+    std::vector<SCompiledKernel> vKernels; ///< in the order of the source, or of the symbol table
+};
+
+/// Options, split at blanks. Known: "-g", "-ignore-env", "-use-debugil", "-just-kernel=NAME",
+/// the options of OpenCL 1.2 (accepted; -D and -I are of no effect on IL).
+struct SBuildOptions
+{
+    bool bDebug = false;
+    bool bUseDebugIL = false;
+    std::string strJustKernel;
+};
+
+/// \return false, with the word in strUnknown, for an option that isn't known
+bool ParseBuildOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown);
+
+/// Builds an IL module, or the empty OpenCL C kernel, into an image and its kernels. Reentrant.
+SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target);
+
+/// Reads an image back. Without bUseDebugIL it takes .text, with it .debugil, whose placeholder
+/// becomes the call of each kernel. Never trusts an offset, size or count of the image. Reentrant.
+SBuildResult BuildFromBinary(const char* pImage, size_t nSize, const SBuildOptions& options,
+                             const SDeviceTarget& target);
+
+} // namespace KestrelPlatform
+
+#endif

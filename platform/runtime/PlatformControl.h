@@ -1,0 +1,100 @@
+#ifndef KESTREL_PLATFORM_RUNTIME_PLATFORMCONTROL_H
+#define KESTREL_PLATFORM_RUNTIME_PLATFORMCONTROL_H
+
+#include <stdint.h>
+
+/// The door to the software platform's own settings, counters and trace, for tests and tools.
+/// Get it from the runtime with
+///   clGetExtensionFunctionAddress("kestrelPlatformControl")
+/// which gives a `const SPlatformControl* (*)(void)`. All of its functions may be called from any thread.
+
+/// One pass of one open loop.
+struct SPlatformLoopPass
+{
+    uint32_t nCallDepth; ///< number of calls open around the loop: 0 in the main body
+    uint32_t nStart;     ///< instruction that opens the loop
+    uint32_t nEnd;       ///< instruction that closes it
+    uint32_t nIteration; ///< 0 for the first pass
+};
+
+/// One instruction, executed for some work-items at once. The pointers live during the call.
+/// Instructions count from 0 over the whole stream; comments, declarations and macro markers
+/// don't count. Work-items are linear indices in the dispatch, x fastest, offset left out.
+struct SPlatformTraceRecord
+{
+    uint32_t nInstruction;
+    uint32_t nOpCode;
+    uint32_t nCalls;            ///< open calls
+    const uint32_t* pCallSites; ///< their call instructions, outermost first
+    uint32_t nLoops;
+    const SPlatformLoopPass* pLoops; ///< outermost first, over all open calls
+    uint32_t nItems;
+    const uint32_t* pItems;  ///< every work-item of the block, active or not
+    const uint32_t* pActive; ///< 1 if active once the instruction has taken effect, else 0
+    uint32_t nRegisterType;  ///< register type of the destination as in the token; 0xFFFFFFFF for none
+    uint32_t nRegisterNumber;
+    uint32_t nComponents;     ///< bit set of the components written
+    const uint32_t* pIndices; ///< element (array) or byte address (private memory) by item; null if not indexed
+    const uint32_t* pValues;  ///< the whole register behind the write, four words an item; null without a destination
+};
+
+typedef void (*PlatformTraceCallback)(const struct SPlatformTraceRecord* pRecord, void* pUser);
+
+enum EPlatformCounter
+{
+    PLATFORM_COUNTER_KERNEL_RUNS = 0,
+    PLATFORM_COUNTER_BUILDS,
+    PLATFORM_COUNTER_BYTES_READ,    ///< device to host
+    PLATFORM_COUNTER_BYTES_WRITTEN, ///< host to device
+    PLATFORM_COUNTER_BYTES_COPIED,  ///< on the device
+    PLATFORM_COUNTER_CONTEXTS,      ///< objects alive, from here on
+    PLATFORM_COUNTER_QUEUES,
+    PLATFORM_COUNTER_PROGRAMS,
+    PLATFORM_COUNTER_KERNELS,
+    PLATFORM_COUNTER_MEM_OBJECTS,
+    PLATFORM_COUNTER_SAMPLERS,
+    PLATFORM_COUNTER_EVENTS,
+    PLATFORM_COUNTER_MAPPINGS,
+    PLATFORM_COUNTER_LAST
+};
+
+/// What the last kernel run did that it shouldn't have.
+struct SPlatformFault
+{
+    uint64_t nBadAccesses;
+    uint32_t nInstruction;
+    uint64_t nWorkItem;
+    uint64_t nAddress;
+    int32_t bWrite;
+    uint64_t nUnreachedBarriers;
+};
+
+struct SPlatformControl
+{
+    uint32_t nSize; ///< sizeof(SPlatformControl)
+    /// All settings back to what they are at load. Counters of objects alive stay true.
+    void (*Reset)(void);
+    /// N of "OpenCL 1.2 (N.0)"; 1800 at load.
+    void (*SetBuildNumber)(uint32_t nBuild);
+    /// Switches "cl_ovk_event_callback", "cl_ovk_object_metadata" or "cl_ext_object_metadata" on or
+    /// off, both in the extension string and as function addresses. At load the first two are on.
+    void (*SetExtensionEnabled)(const char* pszName, int32_t bEnabled);
+    /// A build whose options hold this text fails with CL_INVALID_BUILD_OPTIONS; null clears.
+    void (*SetRefusedBuildOption)(const char* pszText);
+    /// The nCall-th call (from 1, counted from now) of the named entry point gives nCode and does
+    /// nothing else; with bForever so does every later one. Null as the name means any entry point.
+    void (*FailCall)(const char* pszEntryPoint, uint64_t nCall, int32_t nCode, int32_t bForever);
+    void (*ClearFailures)(void);
+    /// Entry point calls since the last ClearFailures or FailCall, for finding the last nCall.
+    uint64_t (*GetCallCount)(void);
+    uint64_t (*GetCounter)(enum EPlatformCounter eCounter);
+    /// Sets the running counters (runs, builds, bytes) to 0.
+    void (*ClearCounters)(void);
+    /// Records every kernel run from now on; null ends it.
+    void (*SetTrace)(PlatformTraceCallback pCallback, void* pUser);
+    /// Instructions that a work-group may execute; 0 means no limit.
+    void (*SetInstructionLimit)(uint64_t nInstructions);
+    void (*GetLastFault)(struct SPlatformFault* pFault);
+};
+
+#endif

@@ -1,0 +1,115 @@
+#ifndef KESTREL_PLATFORM_SIMT_LAUNCH_H
+#define KESTREL_PLATFORM_SIMT_LAUNCH_H
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct SPlatformTraceRecord;
+
+namespace KestrelPlatform
+{
+
+/// A decoded kernel: immutable, shared by any number of launches and threads.
+class CProgram;
+
+struct SDecodeError
+{
+    uint32_t nInstruction = 0; ///< index among the instructions
+    std::string strMessage;    ///< names the instruction
+};
+
+/// Decodes a token stream once into the compact form that runs.
+/// \return null, with the reason, for a stream that doesn't decode, isn't structured, calls a
+///         function that isn't there, or holds an instruction that has no meaning on this device
+std::shared_ptr<const CProgram> DecodeProgram(const uint32_t* pTokens, size_t nCount, SDecodeError& error);
+
+/// A memory object in the flat address space of the device.
+struct SMemoryRange
+{
+    uint64_t nAddress = 0; ///< above 0
+    uint64_t nSize = 0;    ///< bytes
+    unsigned char* pData = nullptr;
+    bool bReadOnly = false;
+};
+
+/// An image as a kernel sees it. Texels are stored tightly: row pitch and slice pitch in bytes.
+struct SImageBinding
+{
+    unsigned char* pData = nullptr; ///< null for a null image: reads give 0, writes are dropped
+    uint32_t nChannelOrder = 0;     ///< cl_channel_order
+    uint32_t nChannelType = 0;      ///< cl_channel_type
+    uint32_t nType = 0;             ///< cl_mem_object_type
+    uint32_t nWidth = 0;
+    uint32_t nHeight = 1;
+    uint32_t nDepth = 1;
+    uint32_t nArraySize = 1;
+    size_t nRowPitch = 0;
+    size_t nSlicePitch = 0;
+};
+
+struct SSamplerBinding
+{
+    bool bNormalized = false;
+    uint32_t nAddressing = 0; ///< cl_addressing_mode
+    uint32_t nFilter = 0;     ///< cl_filter_mode
+};
+
+/// Receives every executed instruction of a launch, one call at a time.
+class ITraceSink
+{
+public:
+    virtual ~ITraceSink() = default;
+    virtual void OnRecord(const SPlatformTraceRecord& record) = 0;
+};
+
+struct SLaunch
+{
+    std::shared_ptr<const CProgram> pProgram;
+    uint32_t nDimensions = 1;
+    size_t nGlobalSize[3] = {1, 1, 1};
+    size_t nLocalSize[3] = {1, 1, 1}; ///< divides the global size
+    size_t nGlobalOffset[3] = {0, 0, 0};
+    std::vector<uint32_t> vConstantBuffer1;                       ///< four words an element
+    std::map<uint32_t, std::vector<uint32_t>> mapConstantBuffers; ///< further ones, by number
+    std::vector<SMemoryRange> vMemory;                            ///< sorted by address, not overlapping
+    std::map<uint32_t, SImageBinding> mapResources;               ///< images read, by resource number
+    std::map<uint32_t, SImageBinding> mapUavImages;               ///< images written, by UAV number
+    std::map<uint32_t, SSamplerBinding> mapSamplers;
+    uint32_t nDynamicLocalBytes = 0; ///< local memory arguments, behind what the IL declares
+    uint64_t nInstructionLimit = 0;  ///< instructions a work-group may execute; 0 means none
+    ITraceSink* pTrace = nullptr;    ///< a traced launch runs on one thread
+};
+
+/// The first of the accesses that had no memory behind them.
+struct SBadAccess
+{
+    uint32_t nInstruction = 0;
+    uint64_t nWorkItem = 0; ///< linear, x fastest, without the offset
+    uint64_t nAddress = 0;
+    bool bWrite = false;
+};
+
+struct SLaunchResult
+{
+    enum EStatus
+    {
+        Complete,
+        InstructionLimit, ///< stopped: the kernel didn't end
+        OutOfMemory
+    };
+    EStatus eStatus = Complete;
+    uint64_t nBadAccesses = 0;
+    SBadAccess firstBadAccess;
+    uint64_t nUnreachedBarriers = 0; ///< barriers that part of a work-group didn't reach
+};
+
+/// Runs a launch over all cores and returns when it has ended. Several launches may run at once.
+SLaunchResult RunLaunch(const SLaunch& launch);
+
+} // namespace KestrelPlatform
+
+#endif

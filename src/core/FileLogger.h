@@ -1,0 +1,51 @@
+#ifndef KESTREL_CORE_FILELOGGER_H
+#define KESTREL_CORE_FILELOGGER_H
+
+#include "core/ShaderDebuggerCommon.h"
+
+#include <fstream>
+
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/mutex.hpp>
+
+namespace OVK_ShaderDebugger
+{
+
+/// The level in the environment variable OVK_CL_DEBUG_LOG_LEVEL: 3 if it isn't set, 0 if it isn't a
+/// number, no range check.
+LogType GetEnvLogLevel();
+
+/// A log file in the working directory, truncated when opened, with a level fixed at creation. A
+/// file that can't be opened swallows what is written. May be used by several threads: each write
+/// is whole, a line of several writes may interleave with another's.
+class CFileLogger
+{
+public:
+    explicit CFileLogger(const char* pszFileName);
+
+    /// From logTRACE on: the trace is written.
+    bool IsLogging() const { return m_nLogLevel > 5; }
+    /// At logASSERT exactly: assertion lines are written.
+    bool IsAssertLogging() const { return m_nLogLevel == logASSERT; }
+
+    template <typename T>
+    void Write(const T& val)
+    {
+        if (!IsLogging() && !IsAssertLogging())
+        {
+            return;
+        }
+        const boost::lock_guard<boost::mutex> lock(m_mutex);
+        m_ofs << val;
+        m_ofs.flush();
+    }
+
+private:
+    const int m_nLogLevel;
+    std::ofstream m_ofs;
+    boost::mutex m_mutex;
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif
