@@ -50,12 +50,12 @@ public:
 
     /// Checked downcasts: null if the construct is of another kind. The static forms also take a null pointer, and
     /// give null for it.
-    CIL_IfElseEndif* AsIfElseEndif();
-    const CIL_IfElseEndif* AsIfElseEndif() const;
-    CIL_Loop* AsLoop();
-    const CIL_Loop* AsLoop() const;
-    CIL_Switch* AsSwitch();
-    const CIL_Switch* AsSwitch() const;
+    CIL_IfElseEndif* AsIfElseEndif() { return AsIfElseEndif(this); }
+    const CIL_IfElseEndif* AsIfElseEndif() const { return AsIfElseEndif(this); }
+    CIL_Loop* AsLoop() { return AsLoop(this); }
+    const CIL_Loop* AsLoop() const { return AsLoop(this); }
+    CIL_Switch* AsSwitch() { return AsSwitch(this); }
+    const CIL_Switch* AsSwitch() const { return AsSwitch(this); }
     static CIL_IfElseEndif* AsIfElseEndif(CIL_FCConstruct* pConstruct);
     static const CIL_IfElseEndif* AsIfElseEndif(const CIL_FCConstruct* pConstruct);
     static CIL_Loop* AsLoop(CIL_FCConstruct* pConstruct);

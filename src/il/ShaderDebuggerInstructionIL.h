@@ -103,11 +103,15 @@ private:
     void Clear();
     bool Decode(CDecoder& decoder);
     bool DecodeOpCode(CDecoder& decoder);
-    bool DecodeOperands(CDecoder& decoder);
-    bool ReserveExtendedOffsets(std::uint32_t nSrcRegCount, std::uint32_t nTokensLeft);
-    bool TakeTokens(const IL* pTokens, std::uint32_t nLength);
+    bool DecodeModifiers(CDecoder& decoder, IL& instMod);
+    bool DecodeOperands(CDecoder& decoder, IL instMod);
+    bool DecodeTrailingWords(CDecoder& decoder) const;
+    bool ReserveExtendedOffsets(std::uint32_t nSrcRegCount);
+    bool TakeTokens(const CDecoder& decoder);
+    /// Walks from the word in front of an index operand to its last word.
     bool GetIndexRegister(std::uint32_t& nOffset, Register& indexReg) const;
-    std::uint32_t& SrcRegTokenOffset(std::uint32_t nSrcReg);
+    void SetSrcRegTokenOffset(std::uint32_t nSrcReg, std::uint32_t nOffset);
+    void RemoveTokens(std::uint32_t nFirst, std::uint32_t nCount);
 
     ILOpCode m_OpCode;
     std::unique_ptr<IL[]> m_pTokens;
