@@ -40,6 +40,9 @@ public:
     bool Merge(const SUBuffer& other, const SUBuffer& mask, bool bInvertMask, size_t nDestComponentOffset,
                size_t nSrcComponentOffset, size_t nNumComponents);
 
+    /// Exchanges everything with another buffer, without a copy.
+    void Swap(SUBuffer& other);
+
     const BufferDesc& GetDesc() const { return m_Desc; }
     unsigned int GetWidth() const { return m_Desc.m_nWidth; }
     unsigned int GetHeight() const { return m_Desc.m_nHeight; }

@@ -83,7 +83,8 @@ enum Platform
     PLT_OpenCL = 2
 };
 
-enum LogType
+/// Levels come from the environment without a range check, so every int is a value.
+enum LogType : int
 {
     NA_LOG_TYPE = 0,
     logRAW = 1,
