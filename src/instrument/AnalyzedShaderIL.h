@@ -1,0 +1,203 @@
+#ifndef KESTREL_INSTRUMENT_ANALYZEDSHADERIL_H
+#define KESTREL_INSTRUMENT_ANALYZEDSHADERIL_H
+
+#include "core/ShaderDebuggerShader.h"
+#include "il/FlowControl.h"
+#include "il/ShaderDebuggerInstructionIL.h"
+#include "il/TokenStream.h"
+
+#include <array>
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace OVK_ShaderDebugger
+{
+
+class CAnalysisPass;
+
+/// The value of a literal register.
+struct Vec4
+{
+    unsigned int x = 0;
+    unsigned int y = 0;
+    unsigned int z = 0;
+    unsigned int w = 0;
+};
+
+/// What one function of a kernel declares. The main body is function 0.
+struct Declarations
+{
+    std::map<unsigned int, unsigned int> m_ConstantBufferSizes; ///< of buffers above 1, in 16-byte elements
+    std::vector<CShaderDebuggerInstructionIL> m_Resources;
+    std::vector<CShaderDebuggerInstructionIL> m_UAVs;                ///< dcl_uav, dcl_typed_uav and dcl_typeless_uav
+    std::map<unsigned int, unsigned int> m_PrivateUAVSizes;          ///< UAV number to bytes
+    std::map<unsigned int, unsigned int> m_IndexedTempRegisterSizes; ///< array number to elements
+};
+
+/// What is known of a kernel: the lowest storey of the kernel under debug. One pass over the IL, run once, finds the
+/// instructions, the block structure, the registers that each instruction writes, what each function declares, and
+/// which temp, literal and UAV numbers are free for the debugger. The results stay fixed from then on.
+class CAnalyzedShaderIL : public CShaderDebuggerShader
+{
+public:
+    /// The number of register numbers of one type.
+    static constexpr unsigned int NUM_IL_REGISTER_INDICES = 65536;
+    /// Blocks that may stand inside each other. Deeper kernels are refused: each instruction is noted in every block
+    /// around it, so that without a limit the time would grow with the square of the text.
+    static constexpr size_t MAX_BLOCK_DEPTH = 1024;
+
+    /// The data is a kernel binary in ELF form with binary IL in it, or a plain array of tokens. It is copied.
+    CAnalyzedShaderIL(IShaderDebugger* pDebugger, const void* pShaderData, size_t nShaderSize);
+    ~CAnalyzedShaderIL() override;
+
+    /// Fills everything below; to be called once, by the constructor of the complete object. A refusal leaves
+    /// DM_Asm out of the debug modes, and its message in the debugger's last error.
+    /// \return true if the kernel can be debugged
+    bool AnalyzeShader();
+
+    /// Takes the device, the address size, the size of the argument buffer and the samplers from the metadata text of
+    /// the kernel. \return false for a bad text and for a device on which kernels can't be debugged
+    bool AnalyzeMetadata(std::string strMetadata);
+
+    /// Follows the index register of a destination back from instruction nInst to literals, and puts their value into
+    /// the register's index.
+    /// \param nMaxDepth how many instructions with a destination may be looked at
+    /// \return true if reg needs no index register any more; it is unchanged otherwise
+    bool ResolveIndexRegisterToConstant(Register* reg, InstructionNumber nInst, size_t nMaxDepth);
+
+    /// Whether an instruction stores to an array of private memory.
+    bool IsPrivateUAVWrite(const CShaderDebuggerInstructionIL& instruction) const;
+
+    /// Reads macros from the first item inside one until the stream is behind the last of the macros that follow each
+    /// other directly. nNumMacroLines becomes the number of items read. Always true.
+    bool SkipMacros(CInputTokenStream<unsigned int>& src, LineNumber& nNumMacroLines);
+
+    /// The text of the comment that comes next, if one does; the stream stays.
+    bool PeekFollowingComment(const CInputTokenStream<unsigned int>& src, std::string& strComment) const;
+
+    /// The output registers of a kernel that isn't a compute kernel.
+    unsigned int GetResultsOutputRegister() const { return m_nResultsOutputRegIndex; }
+    unsigned int GetExecMaskOutputRegister() const { return m_nExecMaskOutputRegIndex; }
+
+    /// The debugger's own temps, by role.
+    unsigned int GetOutputTempRegister() const { return m_nTempRegisters[0]; }
+    unsigned int GetOutputAddressTempRegister() const { return m_nTempRegisters[1]; }
+    unsigned int GetExecMaskTempRegister() const { return m_nTempRegisters[2]; }
+    unsigned int GetExecMaskAddressTempRegister() const { return m_nTempRegisters[3]; }
+    unsigned int GetGIDTempRegister() const { return m_nTempRegisters[4]; }
+
+    /// The debugger's own literals, each with one value in all four components.
+    unsigned int GetLiteralRegister0() const { return m_nLiteralRegisters[0]; }
+    unsigned int GetLiteralRegister1() const { return m_nLiteralRegisters[1]; }
+    unsigned int GetLiteralRegister2() const { return m_nLiteralRegisters[2]; }
+    unsigned int GetLiteralRegisterMinus1() const { return m_nLiteralRegisters[3]; }
+    unsigned int GetLiteralRegister16() const { return m_nLiteralRegisters[4]; }
+
+    /// The elements of constant buffer 1 that hold the three added arguments.
+    unsigned int GetOutputConstantBufferIndex() const { return m_nKernelABIConstantBufferSize; }
+    unsigned int GetExecMaskConstantBufferIndex() const { return m_nKernelABIConstantBufferSize + 1; }
+    unsigned int GetRegisterSelectorConstantBufferIndex() const { return m_nKernelABIConstantBufferSize + 2; }
+
+    /// The UAVs of the two output buffers: two of their own on the newer devices, the kernel's one raw UAV on others.
+    unsigned int GetResultsUAVNum() const { return m_bTidewater ? m_nResultsUAVNum : m_nRawUAVNum; }
+    unsigned int GetExecMaskUAVNum() const { return m_bTidewater ? m_nExecMaskUAVNum : m_nRawUAVNum; }
+
+protected:
+    /// One item of the token stream: an instruction, a declaration, a comment or a macro marker.
+    struct SItem
+    {
+        const unsigned int* pTokens = nullptr; ///< in the stream's array
+        unsigned int nLength = 0;
+
+        ILOpCode GetOpCode() const { return ILFormatDecode::GetOp(pTokens[0]); }
+    };
+
+    /// Gives the next item of a stream over the analysed tokens and moves behind it, without decoding it again.
+    /// \return false at the end, and for a stream that isn't the analysed one
+    bool ReadItem(CInputTokenStream<unsigned int>& src, SItem& item) const;
+
+    bool IsCompute() const { return GetShaderType() == ShaderUtils::ST_Compute; }
+    unsigned int FunctionOf(InstructionNumber nInst) const;
+    CIL_FCConstruct* ConstructOf(InstructionNumber nInst) const;
+
+    /// Puts the message where every reader looks for it: all three error texts of ShaderInfo, the log and the
+    /// debugger's last error. Always false.
+    bool Refuse(const std::string& strMessage);
+
+    // What the storeys above read. They live here because the analysis is what fills them, and nothing else writes
+    // them; the engine and the patcher index them directly at every step.
+    unsigned int m_nVersion; ///< low 16 bits of the version token
+    InstructionNumber m_nInstructionCount;
+    InstructionNumber m_nEndOfShader;      ///< the last instruction, the end
+    InstructionNumber m_OutlineMacroLabel; ///< 0 for none
+    InstructionNumber m_nOutlineMacroEnd;  ///< the first instruction behind the outline macro; g_Inst_NULL for none
+    PC_LineNumberMap m_PC_LineNumberMap;   ///< instructions and items of the text
+    std::vector<CShaderDebuggerInstructionIL> m_Instructions;        ///< by InstructionNumber
+    std::map<InstructionNumber, CIL_FCConstruct*> m_FlowControl;     ///< the innermost construct; null for none
+    std::map<InstructionNumber, unsigned int> m_FunctionScope;       ///< label of the function around an instruction
+    std::map<unsigned int, InstructionNumber> m_FunctionInstruction; ///< label to the func instruction
+    std::map<InstructionNumber, Register> m_RegisterOutput;          ///< only for instructions that write one
+    std::map<unsigned int, Declarations> m_DeclsFuncScopeMap;        ///< by function label
+
+    std::set<unsigned int> m_Samplers;
+    unsigned int m_nRuntimeABIConstantBufferSize; ///< constant buffer 0, in elements
+    unsigned int m_nKernelABIConstantBufferSize;  ///< constant buffer 1, in elements
+    std::string m_DeviceName; ///< set by the complete object's constructor, or else from the metadata
+    bool m_bTidewater;        ///< a device of the newer generation
+    bool m_b64BitAddressSpace;
+    std::map<unsigned int, int> m_maxThreadPerGroup;      ///< by function label
+    std::map<unsigned int, ThreadID> m_numThreadPerGroup; ///< by function label
+
+    unsigned int m_nTempRegisterCount;
+    unsigned int m_nPatchedTempRegisterCount;
+    std::vector<unsigned int> m_nPatchedTempRegisters; ///< all of the debugger's own temps
+    std::vector<unsigned int> m_vTempRegisterNumbers;  ///< the kernel's temps, ascending
+    std::deque<unsigned int> m_qUnusedLiteralRegs;     ///< free literals left after allocation, ascending
+    std::map<unsigned int, Vec4> m_vLiteralRegisterValues;
+    unsigned int m_nLiteralRegisterCount;
+    unsigned int m_nPatchedLiteralRegisterCount;
+    std::array<unsigned int, 5> m_nTempRegisters;
+    std::array<unsigned int, 5> m_nLiteralRegisters;
+    unsigned int m_nResultsOutputRegIndex;
+    unsigned int m_nExecMaskOutputRegIndex;
+
+    unsigned int m_nRawUAVNum;
+    std::set<unsigned int> m_UAVNums;        ///< taken by typed and typeless declarations
+    std::set<unsigned int> m_PrivateUAVNums; ///< those of them with private access
+    unsigned int m_nResultsUAVNum;
+    unsigned int m_nExecMaskUAVNum;
+
+    std::map<RegisterID, RegisterMask> m_InputRegisters;   ///< kernels of other kinds only
+    std::map<unsigned int, RegisterMask> m_OutputRegMasks; ///< kernels of other kinds only
+
+    // The kernel as it was taken apart, so that a patch needn't do it again.
+    std::vector<unsigned int> m_vTokens; ///< the IL; out of the ELF image if the shader data is one
+    bool m_bIsElf;
+    std::string m_strMetadata; ///< of the kernel; empty without an ELF image
+
+private:
+    friend class CAnalysisPass; ///< the pass over the tokens, which fills the fields
+
+    bool InitShaderInfo();
+    bool TakeTokens();
+    bool ReadHeader(CInputTokenStream<unsigned int>& src, LineNumber& nLine);
+    bool CheckComputeKernel();
+    bool AllocateRegisters(unsigned int nMaxLoopDepth);
+    bool AllocateUAVs();
+    void AssignLoopCounters(const std::vector<unsigned int>& vTemps, const std::vector<unsigned int>& vLiterals);
+    bool Malformed(const char* pszText);
+    void LogShader(const char* pszTitle, const unsigned int* pTokens, size_t nTokens) const;
+
+    std::vector<bool> m_vTempRegisterUsed;
+    std::vector<bool> m_vLiteralRegisterUsed;
+    std::vector<unsigned int> m_vItemLengths; ///< by token position: the length of the item that begins there, or 0
+    std::vector<std::unique_ptr<CIL_FCConstruct>> m_vConstructs; ///< owns what m_FlowControl points at
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif

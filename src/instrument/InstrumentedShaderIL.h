@@ -1,0 +1,98 @@
+#ifndef KESTREL_INSTRUMENT_INSTRUMENTEDSHADERIL_H
+#define KESTREL_INSTRUMENT_INSTRUMENTEDSHADERIL_H
+
+#include "il/ShaderDebuggerUtilsIL.h"
+#include "instrument/AnalyzedShaderIL.h"
+
+class CCLMetadata;
+
+namespace OVK_ShaderDebugger
+{
+
+/// How a kernel is rewritten: the middle storey of the kernel under debug. A patched kernel computes what the kernel
+/// computes up to a target, copies a register and the execution mask aside there, closes the open blocks, stores both
+/// copies to the two output buffers and returns. It is made of the kernel's own tokens, kept or left out but never
+/// changed, and of what the emitters here add.
+///
+/// The output buffers hold one element a work-item, at its linear index (z * height + y) * width + x in the dispatch:
+/// 16 bytes of the results buffer, the raw bits of the captured register's components x, y, z, w; and 4 bytes of the
+/// execution mask buffer, 1 for a work-item that passed the target, else 0. A results element is -1 in all components
+/// if the selector names no register of the list. A work-item that has left the kernel before writes nothing.
+class CInstrumentedShaderIL : public CAnalyzedShaderIL
+{
+public:
+    CInstrumentedShaderIL(IShaderDebugger* pDebugger, const void* pShaderData, size_t nShaderSize);
+    ~CInstrumentedShaderIL() override;
+
+    /// The kernel patched for a target and the registers to read there. A selector in constant buffer 1 says at run
+    /// time which register of the list is copied. The target g_PC_NULL with a list reads at the entry of the kernel.
+    /// \return m_pPatchedShader, an image of the kind that the shader data is, valid until the next call or the
+    /// destructor. Null, with the last image kept and the reason logged, for no target and no list, a target that
+    /// isn't in the kernel or is the end or endmain, and for a binary that can't be rewritten.
+    IL* CreatePatchedShader(ProgramCounter nTargetInstruction, const std::vector<Register>& vTargetRegs);
+
+    /// The rewrite of the tokens alone. src must begin at the first of the analysed tokens.
+    bool PatchIL(CInputTokenStream<unsigned int>& src, COutputTokenStream<unsigned int>& dest,
+                 ProgramCounter nTargetInstruction, const std::vector<Register>& vTargetRegs);
+
+    /// Appends the two output buffers and the register selector to the arguments.
+    /// \param pstrPatchedMetadata receives the text, if given
+    bool PatchMetadata(CCLMetadata& metadata, std::string* pstrPatchedMetadata);
+
+    /// Whether a register belongs to the debugger's outputs of a kernel that isn't a compute kernel.
+    bool IsPatchedOutputRegister(const Register& reg) const;
+
+protected:
+    typedef CInputTokenStream<unsigned int> CSource;
+    typedef COutputTokenStream<unsigned int> CDest;
+
+    /// Copies macros from the first item inside one, or from an mdef, through the last that follows directly.
+    bool CopyMacros(CSource& src, CDest& dest);
+
+    // Writers of tokens. A failed write isn't reported: it shows in the stream.
+    static void WriteInstruction(CDest& dest, ILOpCode opCode, unsigned int nControls = 0);
+    static void WriteDestReg(CDest& dest, ILRegType type, unsigned int nRegNum, RegisterMask mask = COMP_All,
+                             unsigned int nIndex = ~0u);
+    static void WriteSourceReg(CDest& dest, RegisterType type, unsigned int nRegNum, RegisterMask mask = COMP_All,
+                               unsigned int nIndex = 0, ComponentExtend extend = EXTD_Repeat);
+    static void WriteSourceReg(CDest& dest, const Register& srcReg, ComponentExtend extend = EXTD_Repeat);
+    static void WriteImmediate32(CDest& dest, unsigned int i);
+    static void WriteImmediate32_3(CDest& dest, unsigned int x, unsigned int y, unsigned int z);
+    static void WriteImmediate32_4(CDest& dest, unsigned int x, unsigned int y, unsigned int z, unsigned int w);
+    static void WriteImmediate32f(CDest& dest, float f);
+    static void WriteImmediate32f_4(CDest& dest, float x, float y, float z, float w);
+    static void WriteComment(CDest& dest, const std::string& strComment);
+
+    // Writers of instructions.
+    static void MovDestSrc(CDest& dest, const Register& destReg, const Register& srcReg);
+    static void IAddDestSrcSrc(CDest& dest, const Register& destReg, const Register& srcReg0, const Register& srcReg1);
+    void UavRawLoad(CDest& dest, unsigned int nId, const Register& destReg, const Register& srcReg,
+                    IL_UAV_CACHE_TYPE readType) const;
+    void UavRawStore(CDest& dest, unsigned int nId, const Register& destReg, const Register& offsetReg,
+                     const Register& srcReg, IL_UAV_CACHE_TYPE writeType) const;
+
+    // Writers of blocks.
+    /// The capture: each register of the list, one of them chosen by the selector, into the output temp.
+    void WriteRegsToOutputTempReg(CDest& dest, const std::vector<Register>& vTargetRegs);
+    /// Sets the execution mask temp to 1 or 0.
+    void WriteExecMaskTempReg(CDest& dest, bool bVal);
+    /// The capture at the entry of a kernel.
+    virtual void CopyInputRegs(CDest& dest, const std::vector<Register>& vTargetRegs);
+    /// What stands in front of the first instruction: declarations, and 0 in every temp.
+    virtual void InitResourcesAndRegisters(CDest& dest, bool bInitLoopRegisters, ProgramCounter pc);
+    void WriteDebuggerNumericLiteralDeclarations(CDest& dest);
+    /// The passes that each loop around the target may run.
+    void WriteDebuggerLoopLiteralDeclarations(CDest& dest, const ProgramCounter& pc);
+    /// The declarations of one function. \return false for a function without any
+    bool WriteDecls(CDest& dest, unsigned int nFuncLabel);
+    /// Both stores into the output buffers.
+    virtual void WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction);
+
+    // Protected because the engine keeps one patched kernel for the next stop and gives it up.
+    IL* m_pPatchedShader; ///< owned, from malloc
+    size_t m_nPatchedShaderSize;
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif
