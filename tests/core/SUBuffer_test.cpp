@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <numeric>
 #include <vector>
@@ -155,7 +156,7 @@ TEST(SUBuffer, MergeCopiesWhatTheMaskNames)
                                 other.GetData() + i * nPoint + c.nSrcOffset * c.nComponentSize, nBytes);
                 }
             }
-            EXPECT_EQ(std::memcmp(target.GetData(), vExpected.data(), vExpected.size()), 0) << c.format << bInvert;
+            EXPECT_TRUE(std::equal(vExpected.begin(), vExpected.end(), target.GetData())) << c.format << bInvert;
         }
     }
 }
