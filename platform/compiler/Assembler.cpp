@@ -1,0 +1,401 @@
+#include "platform/compiler/Assembler.h"
+
+#include "platform/compiler/ControlFields.h"
+#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/LineScanner.h"
+#include "platform/compiler/MnemonicReader.h"
+#include "platform/compiler/OperandReader.h"
+#include "platform/compiler/StreamHeader.h"
+
+#include <cstring>
+#include <string_view>
+
+namespace KestrelPlatform
+{
+namespace
+{
+
+/// Assembles one text. An object serves one call.
+class CAssembler
+{
+public:
+    CAssembler(std::vector<uint32_t>& vTokens, SDiagnostic& diag, std::vector<uint32_t>* pvLines)
+        : m_vTokens(vTokens), m_diag(diag), m_pvLines(pvLines)
+    {
+    }
+
+    bool Assemble(std::string_view text);
+
+private:
+    bool AssembleLine(std::string_view line);
+    bool AssembleItem(CLineScanner& scanner);
+    bool AssembleHeader(CLineScanner& scanner);
+    bool AssembleGenericHeader(CLineScanner& scanner);
+    bool AssembleInstruction(CLineScanner& scanner);
+    bool AssembleControlsOperand(CLineScanner& scanner);
+    bool AssembleInlineTable(CLineScanner& scanner);
+    bool AssembleOperands(CLineScanner& scanner, const SMnemonic& mnemonic);
+    bool AssembleTrailing(CLineScanner& scanner, const SMnemonic& mnemonic);
+    bool AssembleWords(CLineScanner& scanner, size_t nWords);
+    bool AssembleWordList(CLineScanner& scanner, size_t& nWords);
+    void AppendComment(std::string_view text);
+    bool Separate(CLineScanner& scanner);
+    bool Finish();
+
+    std::vector<uint32_t>& m_vTokens;
+    SDiagnostic& m_diag;
+    std::vector<uint32_t>* m_pvLines;
+    uint32_t m_nLine = 0;
+    bool m_bHeader = false;
+    bool m_bMacro = false; ///< in a macro in front of the opening line
+    bool m_bFirstOperand = true;
+    size_t m_nItem = 0; ///< index of the current item's opcode token
+};
+
+bool CAssembler::Assemble(std::string_view text)
+{
+    m_vTokens.reserve(text.size() / 4);
+    const char* p = text.data();
+    const char* pEnd = p + text.size();
+    while (p != pEnd)
+    {
+        const void* pBreak = std::memchr(p, '\n', static_cast<size_t>(pEnd - p));
+        const char* pLineEnd = pBreak == nullptr ? pEnd : static_cast<const char*>(pBreak);
+        ++m_nLine;
+        std::string_view line(p, static_cast<size_t>(pLineEnd - p));
+        if (!line.empty() && line.back() == '\r')
+        {
+            line.remove_suffix(1);
+        }
+        if (!AssembleLine(line))
+        {
+            return false;
+        }
+        p = pBreak == nullptr ? pEnd : pLineEnd + 1;
+    }
+    return Finish();
+}
+
+bool CAssembler::Finish()
+{
+    if (m_bHeader)
+    {
+        return true;
+    }
+    m_diag.nLine = m_nLine + 1;
+    m_diag.nColumn = 1;
+    m_diag.strMessage = m_bMacro ? "expected 'mend', got the end of the text"
+                                 : "expected the opening line 'il_cs_2_0', got the end of the text";
+    return false;
+}
+
+bool CAssembler::AssembleLine(std::string_view line)
+{
+    CLineScanner scanner(line);
+    scanner.SkipBlanks();
+    if (scanner.AtEnd())
+    {
+        return true;
+    }
+    if ((scanner.Peek() == ';' || AssembleItem(scanner)) && (scanner.SkipBlanks(), true))
+    {
+        if (scanner.Accept(';'))
+        {
+            AppendComment(scanner.Rest());
+            return true;
+        }
+        if (scanner.AtEnd())
+        {
+            return true;
+        }
+        scanner.Fail(m_bFirstOperand ? "the end of the line" : "',' or the end of the line");
+    }
+    m_diag.nLine = m_nLine;
+    m_diag.nColumn = scanner.FaultColumn();
+    m_diag.strMessage = scanner.FaultMessage();
+    return false;
+}
+
+void CAssembler::AppendComment(std::string_view text)
+{
+    // In front of the opening line only macros have a place in a stream.
+    if (!m_bHeader && !m_bMacro)
+    {
+        return;
+    }
+    const size_t nWords = text.size() / sizeof(uint32_t) + 1;
+    m_vTokens.push_back(OpComment);
+    m_vTokens.push_back(static_cast<uint32_t>(nWords));
+    const size_t nText = m_vTokens.size();
+    m_vTokens.resize(nText + nWords, 0);
+    std::memcpy(m_vTokens.data() + nText, text.data(), text.size());
+}
+
+bool CAssembler::AssembleItem(CLineScanner& scanner)
+{
+    m_bFirstOperand = true;
+    if (!m_bHeader && !m_bMacro && scanner.Rest().substr(0, 2) == "il")
+    {
+        return AssembleHeader(scanner);
+    }
+    return AssembleInstruction(scanner);
+}
+
+bool CAssembler::AssembleHeader(CLineScanner& scanner)
+{
+    const char* pStart = scanner.Position();
+    const std::string_view word = scanner.TakeWord(true);
+    if (word == "il" && scanner.Peek() == '(')
+    {
+        return AssembleGenericHeader(scanner);
+    }
+    for (size_t i = 0; i < s_nStreamKinds; ++i)
+    {
+        const std::string strPrefix = std::string("il_") + s_StreamKinds[i] + "_";
+        if (word.substr(0, strPrefix.size()) != strPrefix)
+        {
+            continue;
+        }
+        scanner.SetPosition(pStart + strPrefix.size());
+        uint32_t nMajor = 0;
+        uint32_t nMinor = 0;
+        if (!scanner.TakeNumber(nMajor, 0xFF, "a major version") || !(scanner.Accept('_') || scanner.Fail("'_'")) ||
+            !scanner.TakeNumber(nMinor, 0xFF, "a minor version"))
+        {
+            return false;
+        }
+        m_vTokens.push_back(0);
+        m_vTokens.push_back(static_cast<uint32_t>(i << 16) | nMajor << 8 | nMinor);
+        m_bHeader = true;
+        return true;
+    }
+    return scanner.FailAt(pStart, "the opening line 'il_cs_2_0'");
+}
+
+bool CAssembler::AssembleGenericHeader(CLineScanner& scanner)
+{
+    uint32_t nLanguage = 0;
+    uint32_t nVersion = 0;
+    const char* pStart = scanner.Position();
+    if (!scanner.Expect('(') || !scanner.TakeNumber(nLanguage) || !scanner.Expect(',') ||
+        !scanner.TakeNumber(nVersion) || !scanner.Expect(')'))
+    {
+        return false;
+    }
+    if ((nLanguage & s_nOpcodeMask) == OpMacroDef)
+    {
+        return scanner.Refuse(pStart, "a language word can't look like a macro");
+    }
+    m_vTokens.push_back(nLanguage);
+    m_vTokens.push_back(nVersion);
+    m_bHeader = true;
+    return true;
+}
+
+bool CAssembler::Separate(CLineScanner& scanner)
+{
+    scanner.SkipBlanks();
+    if (m_bFirstOperand)
+    {
+        m_bFirstOperand = false;
+        return true;
+    }
+    return scanner.Expect(',');
+}
+
+bool CAssembler::AssembleInstruction(CLineScanner& scanner)
+{
+    if (!m_bHeader && !m_bMacro && scanner.Rest().substr(0, 4) != GetInstructionShape(OpMacroDef).pName)
+    {
+        return scanner.Fail("the opening line 'il_cs_2_0'");
+    }
+    SMnemonic mnemonic;
+    if (!ReadMnemonic(scanner, mnemonic))
+    {
+        return false;
+    }
+    const SInstructionShape& shape = GetInstructionShape(mnemonic.nOpcode);
+    m_nItem = m_vTokens.size();
+    m_vTokens.push_back(mnemonic.nToken);
+    if (shape.bInstructionModifier)
+    {
+        m_vTokens.push_back(mnemonic.nInstructionModifier);
+    }
+    if (mnemonic.bPrimary)
+    {
+        m_vTokens.push_back(mnemonic.nPrimary);
+    }
+    if (mnemonic.bInline && !AssembleInlineTable(scanner))
+    {
+        return false;
+    }
+    if (mnemonic.bSecondary)
+    {
+        m_vTokens.push_back(mnemonic.nSecondary);
+    }
+    if (GetControlFields(mnemonic.nOpcode).bOperand ? !AssembleControlsOperand(scanner)
+                                                    : !AssembleOperands(scanner, mnemonic))
+    {
+        return false;
+    }
+    m_bMacro = !m_bHeader && mnemonic.nOpcode != OpMacroEnd;
+    if (m_pvLines != nullptr && IsInstructionOpcode(mnemonic.nOpcode))
+    {
+        m_pvLines->push_back(m_nLine);
+    }
+    return true;
+}
+
+bool CAssembler::AssembleInlineTable(CLineScanner& scanner)
+{
+    const size_t nCount = m_vTokens.size();
+    m_vTokens.push_back(0);
+    size_t nWords = 0;
+    if (!AssembleWordList(scanner, nWords))
+    {
+        return false;
+    }
+    m_vTokens[nCount] = static_cast<uint32_t>(nWords);
+    return true;
+}
+
+bool CAssembler::AssembleControlsOperand(CLineScanner& scanner)
+{
+    uint32_t nControls = 0;
+    if (!Separate(scanner) || !scanner.TakeNumber(nControls, s_nControlsMask, "the number"))
+    {
+        return false;
+    }
+    m_vTokens[m_nItem] |= nControls << 16;
+    return true;
+}
+
+bool CAssembler::AssembleOperands(CLineScanner& scanner, const SMnemonic& mnemonic)
+{
+    if (HasDestination(mnemonic.nToken, mnemonic.nInstructionModifier))
+    {
+        if (!Separate(scanner) || !ReadDestination(scanner, mnemonic.bDestinationModifiers,
+                                                   mnemonic.nDestinationModifiers, m_vTokens))
+        {
+            return false;
+        }
+    }
+    else if (mnemonic.bDestinationModifiers)
+    {
+        return scanner.Refuse(mnemonic.pStart, "modifiers of a destination, but no destination");
+    }
+    const uint32_t nSources = GetSourceCount(mnemonic.nToken, mnemonic.nInstructionModifier);
+    for (uint32_t i = 0; i < nSources; ++i)
+    {
+        if (!Separate(scanner) || !ReadSource(scanner, m_vTokens))
+        {
+            return false;
+        }
+    }
+    return AssembleTrailing(scanner, mnemonic);
+}
+
+bool CAssembler::AssembleTrailing(CLineScanner& scanner, const SMnemonic& mnemonic)
+{
+    size_t nWords = 0;
+    switch (GetInstructionShape(mnemonic.nOpcode).eTrailing)
+    {
+    case TrailingNone:
+        return true;
+    case TrailingOne:
+        return AssembleWords(scanner, 1);
+    case TrailingTwo:
+        m_vTokens.push_back(mnemonic.nStride);
+        m_vTokens.push_back(mnemonic.nLength);
+        return true;
+    case TrailingFour:
+        return AssembleWords(scanner, 4);
+    case TrailingByControls:
+        if (!AssembleWordList(scanner, nWords))
+        {
+            return false;
+        }
+        if (nWords > s_nControlsMask)
+        {
+            return scanner.Refuse(mnemonic.pStart, "too many numbers");
+        }
+        m_vTokens[m_nItem] |= static_cast<uint32_t>(nWords) << 16;
+        return true;
+    case TrailingCounted:
+        break;
+    }
+    const size_t nCount = m_vTokens.size();
+    m_vTokens.push_back(0);
+    if (!AssembleWordList(scanner, nWords))
+    {
+        return false;
+    }
+    m_vTokens[nCount] = static_cast<uint32_t>(nWords);
+    return true;
+}
+
+bool CAssembler::AssembleWords(CLineScanner& scanner, size_t nWords)
+{
+    for (size_t i = 0; i < nWords; ++i)
+    {
+        uint32_t nWord = 0;
+        if (!Separate(scanner) || !scanner.TakeNumber(nWord))
+        {
+            return false;
+        }
+        m_vTokens.push_back(nWord);
+    }
+    return true;
+}
+
+/// Reads numbers up to the end of the line; there may be none.
+bool CAssembler::AssembleWordList(CLineScanner& scanner, size_t& nWords)
+{
+    nWords = 0;
+    scanner.SkipBlanks();
+    while (!scanner.AtEnd() && scanner.Peek() != ';')
+    {
+        if (!AssembleWords(scanner, 1))
+        {
+            return false;
+        }
+        ++nWords;
+        scanner.SkipBlanks();
+    }
+    return true;
+}
+
+} // namespace
+
+std::string SDiagnostic::ToString() const
+{
+    if (nLine == 0)
+    {
+        return strMessage;
+    }
+    return "line " + std::to_string(nLine) + ", column " + std::to_string(nColumn) + ": " + strMessage;
+}
+
+bool AssembleIL(const char* pText, size_t nSize, std::vector<uint32_t>& vTokens, SDiagnostic& diag,
+                std::vector<uint32_t>* pvLines)
+{
+    vTokens.clear();
+    diag = SDiagnostic();
+    if (pvLines != nullptr)
+    {
+        pvLines->clear();
+    }
+    CAssembler assembler(vTokens, diag, pvLines);
+    if (assembler.Assemble(std::string_view(pText, nSize)))
+    {
+        return true;
+    }
+    vTokens.clear();
+    if (pvLines != nullptr)
+    {
+        pvLines->clear();
+    }
+    return false;
+}
+
+} // namespace KestrelPlatform

@@ -1,0 +1,74 @@
+#ifndef KESTREL_PLATFORM_COMPILER_LINESCANNER_H
+#define KESTREL_PLATFORM_COMPILER_LINESCANNER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace KestrelPlatform
+{
+
+/// Reads the words, numbers and marks of one line. Keeps the first fault with its column.
+class CLineScanner
+{
+public:
+    /// \param line the line without its end; must outlive the scanner
+    explicit CLineScanner(std::string_view line)
+        : m_pBegin(line.data()), m_p(line.data()), m_pEnd(line.data() + line.size())
+    {
+    }
+
+    bool AtEnd() const { return m_p == m_pEnd; }
+    const char* Position() const { return m_p; }
+    void SetPosition(const char* p) { m_p = p; }
+
+    /// \return the next character, 0 at the end
+    char Peek() const { return m_p == m_pEnd ? '\0' : *m_p; }
+    std::string_view Rest() const { return {m_p, static_cast<size_t>(m_pEnd - m_p)}; }
+
+    void SkipBlanks();
+
+    /// Takes the character if it is the next one.
+    bool Accept(char c);
+
+    /// Takes blanks, the character, blanks; a fault if it isn't there.
+    bool Expect(char c);
+
+    /// Takes letters, digits and, with bUnderscores, underscores; may be empty.
+    std::string_view TakeWord(bool bUnderscores);
+
+    /// Takes letters only; may be empty.
+    std::string_view TakeLetters();
+
+    /// Takes a number in any of the accepted forms as a 32-bit word; a fault otherwise.
+    bool TakeNumber(uint32_t& nValue);
+
+    /// Takes a number that is at most nMaximum; a fault otherwise.
+    bool TakeNumber(uint32_t& nValue, uint32_t nMaximum, const char* pWhat);
+
+    /// Notes a fault at the current position, or at p: "expected ..., got ...". Always false.
+    bool Fail(const std::string& strExpected) { return FailAt(m_p, strExpected); }
+    bool FailAt(const char* p, const std::string& strExpected);
+
+    /// Notes a fault that isn't about what stands there. Always false.
+    bool Refuse(const char* p, const std::string& strMessage);
+
+    const std::string& FaultMessage() const { return m_strFault; }
+    unsigned int FaultColumn() const { return m_nFaultColumn; }
+
+private:
+    bool TakeDecimal(const char* pStart, uint32_t& nValue);
+    bool TakeHexadecimal(const char* pStart, uint32_t& nValue);
+    bool TakeFloat(const char* pStart, const char* pNumberEnd, uint32_t& nValue);
+
+    const char* m_pBegin;
+    const char* m_p;
+    const char* m_pEnd;
+    std::string m_strFault;
+    unsigned int m_nFaultColumn = 0;
+};
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,327 @@
+#include "platform/compiler/MnemonicReader.h"
+
+#include "platform/compiler/ControlFields.h"
+#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/Modifiers.h"
+#include "platform/compiler/StreamHeader.h"
+
+#include <string>
+
+namespace KestrelPlatform
+{
+namespace
+{
+
+const uint32_t s_nAnyWord = 0xFFFFFFFFu;
+
+class CMnemonicReader
+{
+public:
+    CMnemonicReader(CLineScanner& scanner, SMnemonic& mnemonic) : m_scanner(scanner), m_mnemonic(mnemonic) {}
+
+    bool Read();
+
+private:
+    bool ReadOpcode();
+    bool ReadGenericOpcode();
+    bool ReadLabel();
+    bool ReadSuffix();
+    bool ReadControlField(const char* pStart, const SControlField& field);
+    bool ReadEnum(const SControlField& field, uint32_t& nValue);
+    bool ReadBracketed(uint32_t& nValue, uint32_t nMaximum, const char* pWhat);
+    bool SetWord(const char* pStart, bool& bPresent, uint32_t& nWord, uint32_t nBit);
+
+    bool ReadDestinationSuffix(std::string_view name, bool& bKnown);
+    bool ReadInstructionModifierSuffix(std::string_view name, bool& bKnown);
+    bool ReadWordSuffix(const char* pStart, std::string_view name, bool& bKnown);
+    bool ReadFieldSuffix(const char* pStart, std::string_view name, bool& bKnown);
+
+    CLineScanner& m_scanner;
+    SMnemonic& m_mnemonic;
+    uint32_t m_nGivenBits = 0;
+};
+
+bool CMnemonicReader::ReadBracketed(uint32_t& nValue, uint32_t nMaximum, const char* pWhat)
+{
+    if (!m_scanner.Accept('('))
+    {
+        return m_scanner.Fail("'(' and a number");
+    }
+    m_scanner.SkipBlanks();
+    return m_scanner.TakeNumber(nValue, nMaximum, pWhat) && (m_scanner.SkipBlanks(), true) &&
+           (m_scanner.Accept(')') || m_scanner.Fail("')'"));
+}
+
+bool CMnemonicReader::ReadGenericOpcode()
+{
+    const char* pStart = m_scanner.Position();
+    if (!ReadBracketed(m_mnemonic.nOpcode, OpLast - 1, "an opcode"))
+    {
+        return false;
+    }
+    return GetInstructionShape(m_mnemonic.nOpcode).pName != nullptr || m_scanner.FailAt(pStart, "a known opcode");
+}
+
+/// The longest known name wins; what is left of the word are suffixes.
+bool CMnemonicReader::ReadOpcode()
+{
+    m_mnemonic.pStart = m_scanner.Position();
+    const std::string_view word = m_scanner.TakeWord(true);
+    std::string_view name = word;
+    while (!name.empty())
+    {
+        const int nOpcode = FindOpcode(name);
+        if (nOpcode >= 0)
+        {
+            m_mnemonic.nOpcode = static_cast<uint32_t>(nOpcode);
+            m_scanner.SetPosition(name.data() + name.size());
+            return true;
+        }
+        const size_t nCut = name.rfind('_');
+        name = name.substr(0, nCut == std::string_view::npos ? 0 : nCut);
+    }
+    if (word == "op")
+    {
+        return ReadGenericOpcode();
+    }
+    return m_scanner.FailAt(m_mnemonic.pStart, "an instruction");
+}
+
+bool CMnemonicReader::ReadLabel()
+{
+    uint32_t nLabel = 0;
+    if (!ReadBracketed(nLabel, s_nControlsMask, "a macro label"))
+    {
+        return false;
+    }
+    m_mnemonic.nToken |= nLabel << 16;
+    return true;
+}
+
+bool CMnemonicReader::ReadEnum(const SControlField& field, uint32_t& nValue)
+{
+    if (!m_scanner.Accept('('))
+    {
+        return m_scanner.Fail("'('");
+    }
+    const char* pStart = m_scanner.Position();
+    const int nNamed = FindFieldValue(field, m_scanner.TakeWord(false));
+    if (nNamed >= 0)
+    {
+        nValue = static_cast<uint32_t>(nNamed);
+    }
+    else
+    {
+        m_scanner.SetPosition(pStart);
+        const uint32_t nMaximum = field.Mask() >> field.nShift;
+        if (!m_scanner.TakeNumber(nValue, nMaximum, field.pName))
+        {
+            return false;
+        }
+    }
+    return m_scanner.Accept(')') || m_scanner.Fail("')'");
+}
+
+bool CMnemonicReader::ReadControlField(const char* pStart, const SControlField& field)
+{
+    if ((m_nGivenBits & field.Mask()) != 0)
+    {
+        return m_scanner.Refuse(pStart, std::string(field.pName) + " sets bits that are given already");
+    }
+    m_nGivenBits |= field.Mask();
+    uint32_t nValue = field.nValue;
+    if (field.nNames != 0)
+    {
+        if (!ReadEnum(field, nValue))
+        {
+            return false;
+        }
+    }
+    else if (field.eForm != FieldValue && !ReadBracketed(nValue, field.Mask() >> field.nShift, field.pName))
+    {
+        return false;
+    }
+    m_mnemonic.nToken |= nValue << field.nShift;
+    return true;
+}
+
+bool CMnemonicReader::ReadFieldSuffix(const char* pStart, std::string_view name, bool& bKnown)
+{
+    const bool bModifierWords = GetInstructionShape(m_mnemonic.nOpcode).bModifierWords;
+    for (const SControlField& field : GetControlFields(m_mnemonic.nOpcode))
+    {
+        // On an opcode whose top bits bring words those bits have no other meaning.
+        const bool bUsable = !bModifierWords || (field.Mask() & (s_nPrimaryBit | s_nSecondaryBit)) == 0;
+        if (bUsable && name == field.pName)
+        {
+            bKnown = true;
+            return ReadControlField(pStart, field);
+        }
+    }
+    return true;
+}
+
+bool CMnemonicReader::ReadDestinationSuffix(std::string_view name, bool& bKnown)
+{
+    for (uint32_t i = 0; i < s_nShiftNames; ++i)
+    {
+        if (name == s_ShiftNames[i])
+        {
+            bKnown = true;
+            m_mnemonic.bDestinationModifiers = true;
+            m_mnemonic.nDestinationModifiers |= (i + 1) << s_nShiftScaleShift;
+            return true;
+        }
+    }
+    for (const SModifierField& field : s_DestinationFields)
+    {
+        if (name != field.pName)
+        {
+            continue;
+        }
+        bKnown = true;
+        uint32_t nValue = 1;
+        if (field.nWidth > 1 && !ReadBracketed(nValue, field.Mask() >> field.nShift, field.pName))
+        {
+            return false;
+        }
+        m_mnemonic.bDestinationModifiers = true;
+        m_mnemonic.nDestinationModifiers |= nValue << field.nShift;
+        return true;
+    }
+    return true;
+}
+
+bool CMnemonicReader::ReadInstructionModifierSuffix(std::string_view name, bool& bKnown)
+{
+    const bool bCall = m_mnemonic.nOpcode == OpMacroCall;
+    uint32_t nValue = 0;
+    bKnown = true;
+    if (bCall && (name == "out" || name == "in"))
+    {
+        if (!ReadBracketed(nValue, 0xFFFF, "a count"))
+        {
+            return false;
+        }
+        m_mnemonic.nInstructionModifier |= name == "out" ? nValue << 16 : nValue;
+        return true;
+    }
+    if (!bCall && name == "outline")
+    {
+        m_mnemonic.nInstructionModifier |= s_nOutlineMacroBit;
+        return true;
+    }
+    if (!bCall && name == "mod")
+    {
+        if (!ReadBracketed(nValue, s_nAnyWord, "a word"))
+        {
+            return false;
+        }
+        m_mnemonic.nInstructionModifier |= nValue;
+        return true;
+    }
+    bKnown = false;
+    return true;
+}
+
+bool CMnemonicReader::SetWord(const char* pStart, bool& bPresent, uint32_t& nWord, uint32_t nBit)
+{
+    if (bPresent)
+    {
+        return m_scanner.Refuse(pStart, "the modifier word is given already");
+    }
+    bPresent = true;
+    m_mnemonic.nToken |= nBit;
+    return ReadBracketed(nWord, s_nAnyWord, "a word");
+}
+
+bool CMnemonicReader::ReadWordSuffix(const char* pStart, std::string_view name, bool& bKnown)
+{
+    const SInstructionShape& shape = GetInstructionShape(m_mnemonic.nOpcode);
+    bKnown = true;
+    if (name == "ctl")
+    {
+        uint32_t nBits = 0;
+        if (!ReadBracketed(nBits, shape.bModifierWords ? s_nControlsMask : 0xFFFF, "the value of ctl"))
+        {
+            return false;
+        }
+        m_mnemonic.nToken |= nBits << 16;
+        return true;
+    }
+    if (shape.bModifierWords && name == "sec")
+    {
+        return SetWord(pStart, m_mnemonic.bSecondary, m_mnemonic.nSecondary, s_nSecondaryBit);
+    }
+    // The primary word of dcl_cb is the count of its table.
+    if (shape.bModifierWords && name == "pri" && m_mnemonic.nOpcode != OpDclConstBuffer)
+    {
+        return SetWord(pStart, m_mnemonic.bPrimary, m_mnemonic.nPrimary, s_nPrimaryBit);
+    }
+    if (m_mnemonic.nOpcode == OpDclConstBuffer && name == "inline")
+    {
+        m_mnemonic.bInline = true;
+        m_mnemonic.nToken |= s_nPrimaryBit;
+        return true;
+    }
+    if (m_mnemonic.nOpcode == OpDclTypelessUav && (name == "stride" || name == "length"))
+    {
+        return ReadBracketed(name == "stride" ? m_mnemonic.nStride : m_mnemonic.nLength, s_nAnyWord, "a word");
+    }
+    bKnown = false;
+    return true;
+}
+
+bool CMnemonicReader::ReadSuffix()
+{
+    m_scanner.Accept('_');
+    const char* pStart = m_scanner.Position();
+    const std::string_view name = m_scanner.TakeWord(false);
+    bool bKnown = false;
+    bool bOk = ReadFieldSuffix(pStart, name, bKnown);
+    if (bOk && !bKnown)
+    {
+        bOk = ReadWordSuffix(pStart, name, bKnown);
+    }
+    if (bOk && !bKnown && GetInstructionShape(m_mnemonic.nOpcode).bInstructionModifier)
+    {
+        bOk = ReadInstructionModifierSuffix(name, bKnown);
+    }
+    if (bOk && !bKnown && HasDestination(m_mnemonic.nToken, s_nAnyWord))
+    {
+        bOk = ReadDestinationSuffix(name, bKnown);
+    }
+    return bOk && (bKnown || m_scanner.FailAt(pStart, std::string("a suffix of ") +
+                                                          GetInstructionShape(m_mnemonic.nOpcode).pName));
+}
+
+bool CMnemonicReader::Read()
+{
+    if (!ReadOpcode())
+    {
+        return false;
+    }
+    m_mnemonic.nToken = m_mnemonic.nOpcode;
+    if (GetInstructionShape(m_mnemonic.nOpcode).bInstructionModifier && !ReadLabel())
+    {
+        return false;
+    }
+    while (m_scanner.Peek() == '_')
+    {
+        if (!ReadSuffix())
+        {
+            return false;
+        }
+    }
+    const char c = m_scanner.Peek();
+    return m_scanner.AtEnd() || c == ' ' || c == '\t' || c == ';' || m_scanner.Fail("a blank behind the instruction");
+}
+
+} // namespace
+
+bool ReadMnemonic(CLineScanner& scanner, SMnemonic& mnemonic)
+{
+    return CMnemonicReader(scanner, mnemonic).Read();
+}
+
+} // namespace KestrelPlatform

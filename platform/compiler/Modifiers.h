@@ -1,0 +1,48 @@
+#ifndef KESTREL_PLATFORM_COMPILER_MODIFIERS_H
+#define KESTREL_PLATFORM_COMPILER_MODIFIERS_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace KestrelPlatform
+{
+
+/// Reads as "x y z w" of a mask that writes all components, and of a swizzle that changes nothing.
+const uint32_t s_nMaskAll = 0x55;
+const uint32_t s_nSwizzleIdentity = 0x3210;
+
+/// The mask bits of a destination's modifier word, and the bits of its other named fields.
+const uint32_t s_nMaskBits = 0xFF;
+const uint32_t s_nDestinationReserved = 0xFFC00000u;
+const uint32_t s_nShiftScaleShift = 9;
+const uint32_t s_nShiftScaleMask = 0xF;
+
+/// Bits of a source's modifier word: the selectors, one negate bit behind each, reserved bits.
+const uint32_t s_nSwizzleBits = 0x7777;
+const uint32_t s_nNegateBits = 0x8888;
+const uint32_t s_nSourceReserved = 0xF0000000u;
+
+/// A named field of a modifier word: a flag if it is one bit wide, else printed with its number.
+struct SModifierField
+{
+    const char* pName;
+    uint8_t nShift;
+    uint8_t nWidth;
+
+    uint32_t Mask() const { return ((1u << nWidth) - 1u) << nShift; }
+};
+
+const SModifierField s_SourceFields[] = {{"invert", 16, 1},  {"bias", 17, 1},  {"x2", 18, 1},   {"sign", 19, 1},
+                                         {"abs", 20, 1},     {"divcomp", 21, 3}, {"clamp", 24, 1}, {"size", 25, 3}};
+
+/// Stand behind the mnemonic. The shift field comes last: its six first values have names.
+const SModifierField s_DestinationFields[] = {
+    {"sat", 8, 1}, {"round", 13, 3}, {"denorm", 16, 3}, {"dstsize", 19, 3}, {"shift", s_nShiftScaleShift, 4}};
+
+/// Names of the shift field's values from 1.
+const char* const s_ShiftNames[] = {"x2", "x4", "x8", "d2", "d4", "d8"};
+const uint32_t s_nShiftNames = 6;
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,471 @@
+#include "platform/compiler/OperandReader.h"
+
+#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/Modifiers.h"
+#include "platform/compiler/RegisterNames.h"
+#include "platform/compiler/StreamHeader.h"
+
+namespace KestrelPlatform
+{
+namespace
+{
+
+const char s_Components[] = "xyzw01";
+
+/// A word of an operand that may be absent.
+struct SWord
+{
+    bool bPresent = false;
+    uint32_t nValue = 0;
+
+    void Set(uint32_t n)
+    {
+        bPresent = true;
+        nValue = n;
+    }
+};
+
+/// The words of one operand, put in order only when all of them are known.
+struct SOperand
+{
+    uint32_t nToken = 0;
+    SWord modifier;
+    SWord dimension;
+    SWord relative; ///< the raw address word, or the index register's token
+    SWord indexModifier;
+    SWord immediate;
+    SWord extended;
+};
+
+/// Where an operand stands, which decides what may be written behind its register.
+enum ERole
+{
+    RoleSource,
+    RoleDestination,
+    RoleIndex
+};
+
+int FindComponent(char c)
+{
+    for (int i = 0; i < 6; ++i)
+    {
+        if (s_Components[i] == c)
+        {
+            return i;
+        }
+    }
+    return -1;
+}
+
+class COperandReader
+{
+public:
+    explicit COperandReader(CLineScanner& scanner) : m_scanner(scanner) {}
+
+    bool Read(ERole eRole, SOperand& operand);
+
+private:
+    bool ReadRegister(SOperand& operand);
+    bool ReadBrackets(SOperand& operand);
+    bool ReadIndexExpression(SOperand& operand);
+    bool ReadIndexRegister(SOperand& operand);
+    bool ReadMask(SOperand& operand);
+    bool ReadSwizzle(SOperand& operand);
+    bool ReadSourceSuffix(SOperand& operand);
+    bool ReadNegate(uint32_t& nModifier);
+    bool ReadRaw(ERole eRole, SOperand& operand);
+    bool ReadBits(ERole eRole, const char* pWhere, SOperand& operand);
+
+    CLineScanner& m_scanner;
+};
+
+bool COperandReader::ReadRegister(SOperand& operand)
+{
+    const char* pStart = m_scanner.Position();
+    const int nType = FindRegisterType(m_scanner.TakeLetters());
+    if (nType < 0)
+    {
+        return m_scanner.FailAt(pStart, "a register");
+    }
+    operand.nToken = static_cast<uint32_t>(nType) << 16;
+    const bool bNegative = nType == RegisterTemp && m_scanner.Accept('-');
+    const char cNext = m_scanner.Peek();
+    if (cNext < '0' || cNext > '9')
+    {
+        return !bNegative || m_scanner.Fail("a register number");
+    }
+    const char* pNumber = m_scanner.Position();
+    uint32_t nNumber = 0;
+    if (!m_scanner.TakeNumber(nNumber, bNegative ? 0x10000 : 0xFFFF, "a register number"))
+    {
+        return false;
+    }
+    if (bNegative && nNumber == 0)
+    {
+        return m_scanner.FailAt(pNumber, "a register number above 0");
+    }
+    operand.nToken |= bNegative ? s_nOperandNegative | (0x10000 - nNumber) : nNumber;
+    return true;
+}
+
+bool COperandReader::ReadIndexRegister(SOperand& operand)
+{
+    SOperand index;
+    if (!Read(RoleIndex, index))
+    {
+        return false;
+    }
+    operand.nToken |= AddressRegister << s_nOperandRelativeShift;
+    operand.relative.Set(index.nToken);
+    operand.indexModifier = index.modifier;
+    return true;
+}
+
+bool COperandReader::ReadIndexExpression(SOperand& operand)
+{
+    const char* pStart = m_scanner.Position();
+    const char cFirst = m_scanner.Peek();
+    if ((cFirst >= '0' && cFirst <= '9') || cFirst == '-')
+    {
+        operand.immediate.bPresent = true;
+        return m_scanner.TakeNumber(operand.immediate.nValue);
+    }
+    if (m_scanner.TakeLetters() == "rel" && m_scanner.Accept('('))
+    {
+        operand.nToken |= AddressRelative << s_nOperandRelativeShift;
+        operand.relative.bPresent = true;
+        if (!m_scanner.TakeNumber(operand.relative.nValue) || !m_scanner.Expect(')'))
+        {
+            return false;
+        }
+    }
+    else
+    {
+        m_scanner.SetPosition(pStart);
+        if (!ReadIndexRegister(operand))
+        {
+            return false;
+        }
+    }
+    m_scanner.SkipBlanks();
+    const bool bMinus = m_scanner.Peek() == '-';
+    if (!bMinus && !m_scanner.Accept('+'))
+    {
+        return true;
+    }
+    m_scanner.SkipBlanks();
+    operand.immediate.bPresent = true;
+    return m_scanner.TakeNumber(operand.immediate.nValue);
+}
+
+bool COperandReader::ReadBrackets(SOperand& operand)
+{
+    const char* pStart = m_scanner.Position();
+    m_scanner.Accept('[');
+    m_scanner.SkipBlanks();
+    const char* pInside = m_scanner.Position();
+    if (m_scanner.TakeLetters() == "dim")
+    {
+        if (operand.dimension.bPresent || operand.relative.bPresent || operand.immediate.bPresent)
+        {
+            return m_scanner.Refuse(pStart, "a dimension stands in front of the other index, and once");
+        }
+        m_scanner.SkipBlanks();
+        operand.nToken |= s_nOperandDimension;
+        operand.dimension.bPresent = true;
+        return m_scanner.TakeNumber(operand.dimension.nValue) && m_scanner.Expect(']');
+    }
+    m_scanner.SetPosition(pInside);
+    if (operand.relative.bPresent || operand.immediate.bPresent)
+    {
+        return m_scanner.Refuse(pStart, "a register has one index");
+    }
+    if (!ReadIndexExpression(operand))
+    {
+        return false;
+    }
+    m_scanner.SkipBlanks();
+    if (operand.dimension.bPresent && operand.relative.bPresent)
+    {
+        return m_scanner.Refuse(pStart, "a register has either a dimension or a run-time index");
+    }
+    return m_scanner.Accept(']') || m_scanner.Fail("']'");
+}
+
+/// Reads a mask: letters by name, or four places with '_', '0' or '1' in them.
+bool COperandReader::ReadMask(SOperand& operand)
+{
+    const char* pStart = m_scanner.Position();
+    const std::string_view mask = m_scanner.TakeWord(true);
+    uint32_t nModifier = 0;
+    int nLastPlace = -1;
+    for (size_t i = 0; i < mask.size(); ++i)
+    {
+        const int nComponent = FindComponent(mask[i]);
+        const bool bLetter = nComponent >= 0 && nComponent < 4;
+        const int nPlace = bLetter ? nComponent : static_cast<int>(i);
+        if ((!bLetter && (mask.size() != 4 || (nComponent < 0 && mask[i] != '_'))) ||
+            (mask.size() == 4 && nPlace != static_cast<int>(i)) || nPlace <= nLastPlace)
+        {
+            nLastPlace = -1;
+            break;
+        }
+        nLastPlace = nPlace;
+        const uint32_t nWrite = bLetter ? 1u : nComponent == 4 ? 2u : nComponent == 5 ? 3u : 0u;
+        nModifier |= nWrite << (2 * nPlace);
+    }
+    if (nLastPlace < 0 || mask.size() > 4)
+    {
+        return m_scanner.FailAt(pStart, "a mask such as xy, x_z_ or x01_");
+    }
+    operand.modifier.Set((operand.modifier.nValue & ~s_nMaskBits) | nModifier);
+    return true;
+}
+
+/// Reads a swizzle; the last of fewer than four selectors stands for the rest.
+bool COperandReader::ReadSwizzle(SOperand& operand)
+{
+    const char* pStart = m_scanner.Position();
+    const std::string_view swizzle = m_scanner.TakeWord(false);
+    uint32_t nModifier = 0;
+    bool bValid = !swizzle.empty() && swizzle.size() <= 4;
+    for (size_t i = 0; bValid && i < 4; ++i)
+    {
+        const int nSelect = FindComponent(swizzle[i < swizzle.size() ? i : swizzle.size() - 1]);
+        bValid = nSelect >= 0;
+        nModifier |= static_cast<uint32_t>(bValid ? nSelect : 0) << (4 * i);
+    }
+    if (!bValid)
+    {
+        return m_scanner.FailAt(pStart, "a swizzle of x, y, z, w, 0 and 1");
+    }
+    operand.modifier.Set((operand.modifier.nValue & ~s_nSwizzleBits) | nModifier);
+    return true;
+}
+
+bool COperandReader::ReadNegate(uint32_t& nModifier)
+{
+    if (!m_scanner.Accept('('))
+    {
+        return m_scanner.Fail("'(' and the negated components");
+    }
+    const char* pStart = m_scanner.Position();
+    for (const char c : m_scanner.TakeLetters())
+    {
+        const int nComponent = FindComponent(c);
+        if (nComponent < 0 || nComponent > 3)
+        {
+            return m_scanner.FailAt(pStart, "components of x, y, z, w");
+        }
+        nModifier |= 8u << (4 * nComponent);
+    }
+    return m_scanner.Accept(')') || m_scanner.Fail("')'");
+}
+
+bool COperandReader::ReadSourceSuffix(SOperand& operand)
+{
+    m_scanner.Accept('_');
+    const char* pStart = m_scanner.Position();
+    const std::string_view name = m_scanner.TakeWord(false);
+    if (!operand.modifier.bPresent)
+    {
+        operand.modifier.Set(s_nSwizzleIdentity);
+    }
+    if (name == "neg")
+    {
+        return ReadNegate(operand.modifier.nValue);
+    }
+    for (const SModifierField& field : s_SourceFields)
+    {
+        if (name != field.pName)
+        {
+            continue;
+        }
+        uint32_t nValue = 1;
+        if (field.nWidth > 1 && (!m_scanner.Accept('(') || !m_scanner.TakeNumber(nValue, (1u << field.nWidth) - 1u, field.pName) ||
+                                 !m_scanner.Accept(')')))
+        {
+            return m_scanner.Fail("a number in brackets");
+        }
+        operand.modifier.nValue |= nValue << field.nShift;
+        return true;
+    }
+    return m_scanner.FailAt(pStart, "a source modifier");
+}
+
+/// Bits that bring a word, or that other syntax sets, can't be set raw.
+bool COperandReader::ReadBits(ERole eRole, const char* pWhere, SOperand& operand)
+{
+    uint32_t nBits = 0;
+    if (!m_scanner.TakeNumber(nBits))
+    {
+        return false;
+    }
+    const bool bTemp = ((operand.nToken >> 16) & 0x3F) == RegisterTemp;
+    const uint32_t nSign = bTemp ? 0 : s_nOperandNegative;
+    uint32_t nAllowed = s_nOperandReservedBits | nSign;
+    if (eRole == RoleIndex)
+    {
+        nAllowed = s_nIndexRawBits & (bTemp ? ~s_nOperandNegative : ~0u);
+    }
+    else
+    {
+        const uint32_t nAddressing = (operand.nToken >> s_nOperandRelativeShift) & 3;
+        const uint32_t nOther = AddressOther << s_nOperandRelativeShift;
+        const bool bOther = nAddressing == AddressAbsolute && (nBits & nOther) == nOther && !operand.dimension.bPresent;
+        nAllowed |= bOther ? nOther : 0;
+        nAllowed |= bOther || nAddressing == AddressRelative ? s_nOperandDimension : 0;
+    }
+    if ((nBits & ~nAllowed) != 0)
+    {
+        return m_scanner.Refuse(pWhere, "bits(...) sets a bit that has a spelling of its own or brings a word");
+    }
+    operand.nToken |= nBits;
+    return true;
+}
+
+bool COperandReader::ReadRaw(ERole eRole, SOperand& operand)
+{
+    m_scanner.Accept('{');
+    const char* pStart = m_scanner.Position();
+    const std::string_view name = m_scanner.TakeLetters();
+    bool bOk = m_scanner.Accept('(') || m_scanner.Fail("'('");
+    if (bOk && name == "mod")
+    {
+        if (operand.modifier.bPresent)
+        {
+            return m_scanner.Refuse(pStart, "the modifier word is given already");
+        }
+        operand.modifier.bPresent = true;
+        bOk = m_scanner.TakeNumber(operand.modifier.nValue);
+    }
+    else if (bOk && name == "ext" && eRole != RoleIndex)
+    {
+        operand.nToken |= s_nOperandExtended;
+        operand.extended.bPresent = true;
+        bOk = m_scanner.TakeNumber(operand.extended.nValue);
+    }
+    else if (bOk && name == "bits")
+    {
+        bOk = ReadBits(eRole, pStart, operand);
+    }
+    else if (bOk)
+    {
+        return m_scanner.FailAt(pStart, "mod, ext or bits");
+    }
+    return bOk && m_scanner.Expect(')') && (m_scanner.Accept('}') || m_scanner.Fail("'}'"));
+}
+
+bool COperandReader::Read(ERole eRole, SOperand& operand)
+{
+    if (!ReadRegister(operand))
+    {
+        return false;
+    }
+    bool bSwizzled = false;
+    bool bRaw = false;
+    for (;;)
+    {
+        const char* pStart = m_scanner.Position();
+        if (bRaw && (m_scanner.Peek() == '[' || m_scanner.Peek() == '.'))
+        {
+            return m_scanner.Refuse(pStart, "parts in braces stand last");
+        }
+        switch (m_scanner.Peek())
+        {
+        case '[':
+            if (eRole == RoleIndex)
+            {
+                return m_scanner.Refuse(pStart, "an index register has no index of its own");
+            }
+            if (!ReadBrackets(operand))
+            {
+                return false;
+            }
+            break;
+        case '.':
+            if (bSwizzled)
+            {
+                return m_scanner.Refuse(pStart, "the components are given already");
+            }
+            bSwizzled = true;
+            m_scanner.Accept('.');
+            if (eRole == RoleDestination ? !ReadMask(operand) : !ReadSwizzle(operand))
+            {
+                return false;
+            }
+            break;
+        case '_':
+            if (eRole == RoleDestination)
+            {
+                return m_scanner.Refuse(pStart, "modifiers of a destination stand behind the mnemonic");
+            }
+            if (!ReadSourceSuffix(operand))
+            {
+                return false;
+            }
+            break;
+        case '{':
+            bRaw = true;
+            if (!ReadRaw(eRole, operand))
+            {
+                return false;
+            }
+            break;
+        default:
+            operand.nToken |= operand.modifier.bPresent ? s_nOperandModifier : 0;
+            operand.nToken |= operand.immediate.bPresent ? s_nOperandImmediate : 0;
+            return true;
+        }
+    }
+}
+
+void Append(const SOperand& operand, std::vector<uint32_t>& vTokens)
+{
+    vTokens.push_back(operand.nToken);
+    for (const SWord* pWord : {&operand.modifier, &operand.dimension, &operand.relative, &operand.indexModifier,
+                               &operand.immediate, &operand.extended})
+    {
+        if (pWord->bPresent)
+        {
+            vTokens.push_back(pWord->nValue);
+        }
+    }
+}
+
+} // namespace
+
+bool ReadSource(CLineScanner& scanner, std::vector<uint32_t>& vTokens)
+{
+    SOperand operand;
+    if (!COperandReader(scanner).Read(RoleSource, operand))
+    {
+        return false;
+    }
+    Append(operand, vTokens);
+    return true;
+}
+
+bool ReadDestination(CLineScanner& scanner, bool bModifiers, uint32_t nModifiers, std::vector<uint32_t>& vTokens)
+{
+    SOperand operand;
+    const char* pStart = scanner.Position();
+    if (!COperandReader(scanner).Read(RoleDestination, operand))
+    {
+        return false;
+    }
+    if (bModifiers)
+    {
+        if ((operand.modifier.nValue & ~s_nMaskBits) != 0)
+        {
+            return scanner.Refuse(pStart, "mod(...) can't stand with modifiers behind the mnemonic");
+        }
+        const uint32_t nMask = operand.modifier.bPresent ? operand.modifier.nValue : s_nMaskAll;
+        operand.modifier.Set(nMask | nModifiers);
+        operand.nToken |= s_nOperandModifier;
+    }
+    Append(operand, vTokens);
+    return true;
+}
+
+} // namespace KestrelPlatform
