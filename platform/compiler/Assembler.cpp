@@ -159,8 +159,8 @@ bool CAssembler::AssembleHeader(CLineScanner& scanner)
         scanner.SetPosition(pStart + strPrefix.size());
         uint32_t nMajor = 0;
         uint32_t nMinor = 0;
-        if (!scanner.TakeNumber(nMajor, 0xFF, "a major version") || !(scanner.Accept('_') || scanner.Fail("'_'")) ||
-            !scanner.TakeNumber(nMinor, 0xFF, "a minor version"))
+        if (!scanner.TakeDigits(nMajor, 0xFF, "a major version") || !(scanner.Accept('_') || scanner.Fail("'_'")) ||
+            !scanner.TakeDigits(nMinor, 0xFF, "a minor version"))
         {
             return false;
         }
@@ -274,8 +274,8 @@ bool CAssembler::AssembleOperands(CLineScanner& scanner, const SMnemonic& mnemon
 {
     if (HasDestination(mnemonic.nToken, mnemonic.nInstructionModifier))
     {
-        if (!Separate(scanner) || !ReadDestination(scanner, mnemonic.bDestinationModifiers,
-                                                   mnemonic.nDestinationModifiers, m_vTokens))
+        if (!Separate(scanner) ||
+            !ReadDestination(scanner, mnemonic.bDestinationModifiers, mnemonic.nDestinationModifiers, m_vTokens))
         {
             return false;
         }

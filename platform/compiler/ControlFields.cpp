@@ -9,8 +9,8 @@ namespace
 
 const char* const s_AccessNames[] = {"rw", "ro", "wo", "private"};
 const char* const s_RelationNames[] = {"eq", "ne", "gt", "ge", "lt", "le"};
-const char* const s_ResourceTypeNames[] = {"unknown", "1d",   "2d",        "3d",     "1darray", "2darray",
-                                           "cube",    "cubearray", "buffer", "2dms",    "2dmsarray"};
+const char* const s_ResourceTypeNames[] = {"unknown", "1d",        "2d",     "3d",   "1darray",  "2darray",
+                                           "cube",    "cubearray", "buffer", "2dms", "2dmsarray"};
 
 template <size_t N>
 constexpr SControlField Names(const char* pName, uint8_t nShift, uint8_t nWidth, EFieldForm eForm,
@@ -29,12 +29,8 @@ constexpr SControlField Value(const char* pName, uint8_t nShift, uint8_t nWidth,
     return {pName, nShift, nWidth, FieldValue, nValue, nullptr, 0};
 }
 
-const SControlField s_Uav[] = {Number("id", 16, 10),
-                               Value("cached", 26, 2, 1),
-                               Value("uncached", 26, 2, 2),
-                               Value("indexed", 28, 1, 1),
-                               Value("addr64", 29, 1, 1),
-                               Value("aligned", 30, 1, 1),
+const SControlField s_Uav[] = {Number("id", 16, 10),       Value("cached", 26, 2, 1), Value("uncached", 26, 2, 2),
+                               Value("indexed", 28, 1, 1), Value("addr64", 29, 1, 1), Value("aligned", 30, 1, 1),
                                Value("arena", 31, 1, 1)};
 const SControlField s_Id[] = {Number("id", 16, 14)};
 const SControlField s_TypedUav[] = {Number("id", 16, 10), Names("access", 26, 2, FieldEnum, s_AccessNames)};
@@ -63,30 +59,52 @@ struct SRow
 
 const SControlFields s_Operand = {nullptr, 0, true};
 
-const SRow s_Rows[] = {
-    {OpBreakC, OpBreakC, Fields(s_Relation)}, {13, 13, Fields(s_Relation)},
-    {17, 17, Fields(s_Relation)},             {OpIfC, OpIfC, Fields(s_Relation)},
-    {86, 86, Fields(s_Relation)},             {OpDclResource, OpDclResource, Fields(s_Resource)},
-    {134, 135, Fields(s_Load)},               {136, 141, Fields(s_Sample)},
-    {199, 199, Fields(s_Sample)},             {200, 200, Fields(s_Load)},
-    {201, 201, Fields(s_Sample)},             {207, 207, Fields(s_Load)},
-    {214, 214, s_Operand},                    {218, 218, Fields(s_Fence)},
-    {219, 223, Fields(s_Id)},                 {224, 229, Fields(s_Uav)},
-    {230, 230, Fields(s_Id)},                 {231, 257, Fields(s_Uav)},
-    {258, 259, Fields(s_Id)},                 {260, 261, Fields(s_Uav)},
-    {262, 288, Fields(s_Id)},                 {289, 291, s_Operand},
-    {292, 294, Fields(s_Sample)},             {304, 304, s_Operand},
-    {306, 307, s_Operand},                    {318, 318, Fields(s_Load)},
-    {319, 321, Fields(s_Sample)},             {348, 348, s_Operand},
-    {351, 351, Fields(s_Load)},               {354, 386, Fields(s_Id)},
-    {390, 391, Fields(s_Uav)},                {394, 395, Fields(s_Uav)},
-    {396, 401, Fields(s_Id)},                 {402, 407, Fields(s_Uav)},
-    {423, 424, Fields(s_TypedUav)},           {427, 432, Fields(s_Id)},
-    {486, 547, Fields(s_Id)},                 {564, 567, Fields(s_Id)},
-    {572, 577, Fields(s_Id)},                 {664, 669, Fields(s_Sample)},
-    {675, 675, Fields(s_Uav)},                {699, 700, Fields(s_Uav)},
-    {703, 703, s_Operand},                    {705, 709, Fields(s_Uav)},
-    {712, 735, Fields(s_Id)},                 {736, 736, s_Operand}};
+const SRow s_Rows[] = {{OpBreakC, OpBreakC, Fields(s_Relation)},
+                       {13, 13, Fields(s_Relation)},
+                       {17, 17, Fields(s_Relation)},
+                       {OpIfC, OpIfC, Fields(s_Relation)},
+                       {86, 86, Fields(s_Relation)},
+                       {OpDclResource, OpDclResource, Fields(s_Resource)},
+                       {134, 135, Fields(s_Load)},
+                       {136, 141, Fields(s_Sample)},
+                       {199, 199, Fields(s_Sample)},
+                       {200, 200, Fields(s_Load)},
+                       {201, 201, Fields(s_Sample)},
+                       {207, 207, Fields(s_Load)},
+                       {214, 214, s_Operand},
+                       {218, 218, Fields(s_Fence)},
+                       {219, 223, Fields(s_Id)},
+                       {224, 229, Fields(s_Uav)},
+                       {230, 230, Fields(s_Id)},
+                       {231, 257, Fields(s_Uav)},
+                       {258, 259, Fields(s_Id)},
+                       {260, 261, Fields(s_Uav)},
+                       {262, 288, Fields(s_Id)},
+                       {289, 291, s_Operand},
+                       {292, 294, Fields(s_Sample)},
+                       {304, 304, s_Operand},
+                       {306, 307, s_Operand},
+                       {318, 318, Fields(s_Load)},
+                       {319, 321, Fields(s_Sample)},
+                       {348, 348, s_Operand},
+                       {351, 351, Fields(s_Load)},
+                       {354, 386, Fields(s_Id)},
+                       {390, 391, Fields(s_Uav)},
+                       {394, 395, Fields(s_Uav)},
+                       {396, 401, Fields(s_Id)},
+                       {402, 407, Fields(s_Uav)},
+                       {423, 424, Fields(s_TypedUav)},
+                       {427, 432, Fields(s_Id)},
+                       {486, 547, Fields(s_Id)},
+                       {564, 567, Fields(s_Id)},
+                       {572, 577, Fields(s_Id)},
+                       {664, 669, Fields(s_Sample)},
+                       {675, 675, Fields(s_Uav)},
+                       {699, 700, Fields(s_Uav)},
+                       {703, 703, s_Operand},
+                       {705, 709, Fields(s_Uav)},
+                       {712, 735, Fields(s_Id)},
+                       {736, 736, s_Operand}};
 
 struct SFieldTable
 {

@@ -15,12 +15,12 @@ struct SFormat
 };
 
 // mcall's counts (1009) come from its modifier word.
-const SFormat s_Formats[] = {
-    {1001, true, 0},  {1002, true, 1},  {1003, true, 2},  {1004, true, 3},  {1005, true, 4},  {1006, true, 5},
-    {1007, true, 6},  {1008, false, 0}, {1009, false, 0}, {1010, true, 0},  {1011, true, 1},  {1012, true, 2},
-    {1013, true, 3},  {1014, true, 4},  {1015, false, 0}, {1016, false, 0}, {1017, false, 1}, {1018, false, 1},
-    {1019, false, 2}, {1020, false, 3}, {1022, false, 0}, {1023, false, 0}, {2001, false, 0}, {2002, true, 0},
-    {2003, false, 1}, {2004, false, 0}, {2005, false, 1}, {2006, false, 0}};
+const SFormat s_Formats[] = {{1001, true, 0},  {1002, true, 1},  {1003, true, 2},  {1004, true, 3},  {1005, true, 4},
+                             {1006, true, 5},  {1007, true, 6},  {1008, false, 0}, {1009, false, 0}, {1010, true, 0},
+                             {1011, true, 1},  {1012, true, 2},  {1013, true, 3},  {1014, true, 4},  {1015, false, 0},
+                             {1016, false, 0}, {1017, false, 1}, {1018, false, 1}, {1019, false, 2}, {1020, false, 3},
+                             {1022, false, 0}, {1023, false, 0}, {2001, false, 0}, {2002, true, 0},  {2003, false, 1},
+                             {2004, false, 0}, {2005, false, 1}, {2006, false, 0}};
 
 struct SKeyword
 {
@@ -60,7 +60,8 @@ const STail s_Tails[] = {{OpDclResource, TrailingOne},
                          {OpCase, TrailingOne}};
 
 // Opcodes whose bits 30 and 31 are part of another layout and bring no word.
-const uint32_t s_NoModifierWords[] = {OpDclResource, 225, 231, 232, 260, 261, OpMacroDef, OpDclTypedUav, OpDclTypelessUav};
+const uint32_t s_NoModifierWords[] = {OpDclResource,   225, 231, 232, 260, 261, OpMacroDef, OpDclTypedUav,
+                                      OpDclTypelessUav};
 
 struct SRange
 {

@@ -98,15 +98,15 @@ struct SInstructionShape
 struct SItemLayout
 {
     uint32_t nOpcode = 0;
-    size_t nWords = 0;               ///< of the whole item
+    size_t nWords = 0;                 ///< of the whole item
     uint32_t nInstructionModifier = 0; ///< the word itself, 0 if the opcode has none
-    size_t nPrimary = 0;             ///< offset of the primary modifier word, 0 for none; for dcl_cb the count of the table
-    size_t nSecondary = 0;           ///< offset of the secondary modifier word, 0 for none
-    size_t nOperands = 0;            ///< offset of the first operand, or of what follows if there is none
+    size_t nPrimary = 0;   ///< offset of the primary modifier word, 0 for none; for dcl_cb the count of the table
+    size_t nSecondary = 0; ///< offset of the secondary modifier word, 0 for none
+    size_t nOperands = 0;  ///< offset of the first operand, or of what follows if there is none
     bool bDestination = false;
     uint32_t nSources = 0;
-    size_t nTrailing = 0;            ///< offset of the first trailing word
-    size_t nTrailingWords = 0;       ///< with the count word of a counted tail
+    size_t nTrailing = 0;      ///< offset of the first trailing word
+    size_t nTrailingWords = 0; ///< with the count word of a counted tail
 };
 
 /// \return the shape of an opcode; its name is null for an opcode that neither table knows

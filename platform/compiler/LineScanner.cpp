@@ -172,6 +172,22 @@ bool CLineScanner::TakeNumber(uint32_t& nValue, uint32_t nMaximum, const char* p
     return true;
 }
 
+bool CLineScanner::TakeDigits(uint32_t& nValue, uint32_t nMaximum, const char* pWhat)
+{
+    const char* pStart = m_p;
+    const auto result = std::from_chars(m_p, m_pEnd, nValue, 10);
+    if (result.ec == std::errc::invalid_argument)
+    {
+        return Fail(pWhat);
+    }
+    if (result.ec != std::errc() || nValue > nMaximum)
+    {
+        return Refuse(pStart, std::string(pWhat) + " is at most " + std::to_string(nMaximum));
+    }
+    m_p = result.ptr;
+    return true;
+}
+
 bool CLineScanner::FailAt(const char* p, const std::string& strExpected)
 {
     const size_t nLongestShown = 24;

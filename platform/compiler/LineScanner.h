@@ -47,6 +47,9 @@ public:
     /// Takes a number that is at most nMaximum; a fault otherwise.
     bool TakeNumber(uint32_t& nValue, uint32_t nMaximum, const char* pWhat);
 
+    /// Takes decimal digits only, so that what follows may be a '.'; a fault for none or above nMaximum.
+    bool TakeDigits(uint32_t& nValue, uint32_t nMaximum, const char* pWhat);
+
     /// Notes a fault at the current position, or at p: "expected ..., got ...". Always false.
     bool Fail(const std::string& strExpected) { return FailAt(m_p, strExpected); }
     bool FailAt(const char* p, const std::string& strExpected);

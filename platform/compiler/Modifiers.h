@@ -32,8 +32,8 @@ struct SModifierField
     uint32_t Mask() const { return ((1u << nWidth) - 1u) << nShift; }
 };
 
-const SModifierField s_SourceFields[] = {{"invert", 16, 1},  {"bias", 17, 1},  {"x2", 18, 1},   {"sign", 19, 1},
-                                         {"abs", 20, 1},     {"divcomp", 21, 3}, {"clamp", 24, 1}, {"size", 25, 3}};
+const SModifierField s_SourceFields[] = {{"invert", 16, 1}, {"bias", 17, 1},    {"x2", 18, 1},    {"sign", 19, 1},
+                                         {"abs", 20, 1},    {"divcomp", 21, 3}, {"clamp", 24, 1}, {"size", 25, 3}};
 
 /// Stand behind the mnemonic. The shift field comes last: its six first values have names.
 const SModifierField s_DestinationFields[] = {

@@ -96,7 +96,7 @@ bool COperandReader::ReadRegister(SOperand& operand)
     }
     const char* pNumber = m_scanner.Position();
     uint32_t nNumber = 0;
-    if (!m_scanner.TakeNumber(nNumber, bNegative ? 0x10000 : 0xFFFF, "a register number"))
+    if (!m_scanner.TakeDigits(nNumber, bNegative ? 0x10000 : 0xFFFF, "a register number"))
     {
         return false;
     }
@@ -148,14 +148,19 @@ bool COperandReader::ReadIndexExpression(SOperand& operand)
         }
     }
     m_scanner.SkipBlanks();
-    const bool bMinus = m_scanner.Peek() == '-';
+    const bool bMinus = m_scanner.Accept('-');
     if (!bMinus && !m_scanner.Accept('+'))
     {
         return true;
     }
     m_scanner.SkipBlanks();
-    operand.immediate.bPresent = true;
-    return m_scanner.TakeNumber(operand.immediate.nValue);
+    uint32_t nOffset = 0;
+    if (!m_scanner.TakeNumber(nOffset))
+    {
+        return false;
+    }
+    operand.immediate.Set(bMinus ? 0u - nOffset : nOffset);
+    return true;
 }
 
 bool COperandReader::ReadBrackets(SOperand& operand)
@@ -282,8 +287,9 @@ bool COperandReader::ReadSourceSuffix(SOperand& operand)
             continue;
         }
         uint32_t nValue = 1;
-        if (field.nWidth > 1 && (!m_scanner.Accept('(') || !m_scanner.TakeNumber(nValue, (1u << field.nWidth) - 1u, field.pName) ||
-                                 !m_scanner.Accept(')')))
+        if (field.nWidth > 1 &&
+            (!m_scanner.Accept('(') || !m_scanner.TakeNumber(nValue, (1u << field.nWidth) - 1u, field.pName) ||
+             !m_scanner.Accept(')')))
         {
             return m_scanner.Fail("a number in brackets");
         }
