@@ -146,12 +146,13 @@ public:
     /// Sets the capacity. \return false, with nothing changed, when it is below the tokens written or memory is short
     bool Resize(std::size_t nTokens)
     {
-        if (nTokens < m_nTokensWritten || nTokens > std::numeric_limits<std::ptrdiff_t>::max() / sizeof(T))
+        if (nTokens < m_nTokensWritten || nTokens > s_nMaxTokens)
         {
             return false;
         }
 
-        std::unique_ptr<T[]> pResized(new (std::nothrow) T[nTokens]);
+        // The compiler takes a copy into an array of no elements for a mistake.
+        std::unique_ptr<T[]> pResized(new (std::nothrow) T[std::max<std::size_t>(nTokens, 1)]);
 
         if (pResized == nullptr)
         {
@@ -188,9 +189,12 @@ public:
     std::size_t GetTokensWritten() const { return m_nTokensWritten; }
 
 private:
+    /// No array can have more.
+    static constexpr std::size_t s_nMaxTokens = std::numeric_limits<std::ptrdiff_t>::max() / sizeof(T);
+
     bool Append(const void* pTokens, std::size_t nTokens)
     {
-        if (pTokens == nullptr || nTokens == 0 || nTokens > std::numeric_limits<std::size_t>::max() - m_nTokensWritten)
+        if (pTokens == nullptr || nTokens == 0 || nTokens > s_nMaxTokens - m_nTokensWritten)
         {
             return false;
         }
