@@ -124,9 +124,14 @@ protected:
     unsigned int FunctionOf(InstructionNumber nInst) const;
     CIL_FCConstruct* ConstructOf(InstructionNumber nInst) const;
 
+    /// The name of the kernel under debug, from the host.
+    std::string KernelName() const;
+
     /// Puts the message where every reader looks for it: all three error texts of ShaderInfo, the log and the
     /// debugger's last error. Always false.
     bool Refuse(const std::string& strMessage);
+    /// Logs at logVERBOSE the text of some IL, behind a title.
+    void LogTokens(const char* pszTitle, const unsigned int* pTokens, size_t nTokens) const;
 
     // What the storeys above read. They live here because the analysis is what fills them, and nothing else writes
     // them; the engine and the patcher index them directly at every step.
@@ -188,9 +193,15 @@ private:
     bool CheckComputeKernel();
     bool AllocateRegisters(unsigned int nMaxLoopDepth);
     bool AllocateUAVs();
-    void AssignLoopCounters(const std::vector<unsigned int>& vTemps, const std::vector<unsigned int>& vLiterals);
+    void AssignLoopCounters(const std::vector<unsigned int>& vLoopTempRegs,
+                            const std::vector<unsigned int>& vLoopLiteralRegs);
+    /// Decodes the next item, and notes its length for ReadItem.
+    bool DecodeItem(CInputTokenStream<unsigned int>& src, CShaderDebuggerInstructionIL& item);
+    /// Both log the text of the condition that doesn't hold and tell the client that the kernel is invalid; only the
+    /// first leaves its message in ShaderInfo too. Always false.
+    bool RefuseInvalid(const char* pszText);
     bool Malformed(const char* pszText);
-    void LogShader(const char* pszTitle, const unsigned int* pTokens, size_t nTokens) const;
+    void TellClient(const std::string& strMessage);
 
     std::vector<bool> m_vTempRegisterUsed;
     std::vector<bool> m_vLiteralRegisterUsed;

@@ -4,10 +4,10 @@
 #include "il/ShaderDebuggerUtilsIL.h"
 #include "instrument/AnalyzedShaderIL.h"
 
-class CCLMetadata;
-
 namespace OVK_ShaderDebugger
 {
+
+class CCLMetadata;
 
 /// How a kernel is rewritten: the middle storey of the kernel under debug. A patched kernel computes what the kernel
 /// computes up to a target, copies a register and the execution mask aside there, closes the open blocks, stores both

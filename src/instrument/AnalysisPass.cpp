@@ -1,0 +1,278 @@
+#include "instrument/AnalysisPass.h"
+
+#include "core/Log.h"
+
+#include <array>
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+/// The bit of an mdef's modifier word that marks an outline macro.
+constexpr unsigned int s_nOutlineBit = 1u << 16;
+
+/// How far back the index of a written register is followed.
+constexpr size_t s_nMaxResolveDepth = 100;
+
+} // namespace
+
+CAnalysisPass::CAnalysisPass(CAnalyzedShaderIL& shader, CInputTokenStream<unsigned int>& src, LineNumber nLine)
+    : m_Shader(shader), m_Src(src), m_nLine(nLine), m_strKernelName(shader.KernelName())
+{
+}
+
+bool CAnalysisPass::Run()
+{
+    CShaderDebuggerInstructionIL item(m_Shader.GetDebugger());
+
+    while (!m_bEndEncountered && m_Shader.DecodeItem(m_Src, item))
+    {
+        if (!TakeItem(item))
+        {
+            return false;
+        }
+
+        ++m_nLine;
+    }
+
+    return Require(m_bEndEncountered, "bEndEncountered");
+}
+
+CAnalysisPass::Handler CAnalysisPass::FindHandler(ILOpCode op)
+{
+    typedef std::array<Handler, IL_OP_LAST> Table;
+    static const Table s_Table = []
+    {
+        Table table = {};
+        for (const SHandlerRow* pRow = s_DeclarationRows; pRow->handler != nullptr; ++pRow)
+        {
+            table[pRow->op] = pRow->handler;
+        }
+        for (const SHandlerRow* pRow = s_FlowControlRows; pRow->handler != nullptr; ++pRow)
+        {
+            table[pRow->op] = pRow->handler;
+        }
+        return table;
+    }();
+    return s_Table[op];
+}
+
+bool CAnalysisPass::TakeItem(CShaderDebuggerInstructionIL& item)
+{
+    switch (item.GetOpCode())
+    {
+    case IL_OP_COMMENT:
+        return true;
+
+    case IL_OP_MACROEND:
+        return TakeMacroEnd();
+
+    case IL_OP_MACRODEF:
+        return TakeMacroDef(item);
+
+    default:
+        return item.IsDCL() ? Dispatch(item) : TakeInstruction(item);
+    }
+}
+
+bool CAnalysisPass::TakeMacroEnd()
+{
+    if (!Require(m_bInOutlineMacro, "bInOutlineMacro") || !RequireValid(m_FCStack.empty(), "FCStack.empty()"))
+    {
+        return false;
+    }
+
+    m_bInOutlineMacro = false;
+    m_Shader.m_nOutlineMacroEnd = m_Shader.m_nInstructionCount;
+    return true;
+}
+
+bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
+{
+    if (!Require(!m_bInFunction, "!bInFunction") || !Require(!m_bInOutlineMacro, "!bInOutlineMacro"))
+    {
+        return false;
+    }
+
+    if (!m_bOutlineMacroEncountered && IsOutlineMacro(item))
+    {
+        m_bInOutlineMacro = true;
+        m_bOutlineMacroEncountered = true;
+        m_Shader.m_OutlineMacroLabel = item.GetOpToken().bits.controls;
+        return true;
+    }
+
+    LineNumber nNumMacroLines = 0;
+    m_Shader.SkipMacros(m_Src, nNumMacroLines);
+    m_nLine += nNumMacroLines;
+    return true;
+}
+
+bool CAnalysisPass::IsOutlineMacro(const CShaderDebuggerInstructionIL& item) const
+{
+    std::string strComment;
+    return (item.GetInstructionModifier() & s_nOutlineBit) != 0 && m_Shader.PeekFollowingComment(m_Src, strComment) &&
+           strComment == m_strKernelName;
+}
+
+bool CAnalysisPass::TakeInstruction(CShaderDebuggerInstructionIL& item)
+{
+    m_Shader.m_Instructions.push_back(std::move(item));
+    const CShaderDebuggerInstructionIL& instruction = m_Shader.m_Instructions.back();
+
+    if (m_bInOutlineMacro)
+    {
+        InstructionNumber& nFirst = m_Shader.m_FunctionInstruction[m_Shader.m_OutlineMacroLabel];
+        nFirst = nFirst == 0 ? Position() : nFirst;
+    }
+
+    if (!Dispatch(instruction))
+    {
+        return false;
+    }
+
+    m_Shader.m_FunctionScope.emplace_hint(m_Shader.m_FunctionScope.end(), Position(), m_nCurrentFunction);
+    NoteWrittenRegister(instruction);
+    NoteTemps(instruction);
+    NoteLine();
+    ++m_Shader.m_nInstructionCount;
+    return true;
+}
+
+bool CAnalysisPass::Dispatch(const CShaderDebuggerInstructionIL& item)
+{
+    if (const Handler handler = FindHandler(item.GetOpCode()))
+    {
+        return (this->*handler)(item);
+    }
+
+    return item.IsDCL() || OnOther(item);
+}
+
+void CAnalysisPass::NoteWrittenRegister(const CShaderDebuggerInstructionIL& instruction)
+{
+    Register reg;
+
+    if (!MakeWrittenRegister(instruction, reg))
+    {
+        return;
+    }
+
+    if (reg.reg.pIndexRegister != nullptr &&
+        !m_Shader.ResolveIndexRegisterToConstant(&reg, Position(), s_nMaxResolveDepth))
+    {
+        SD_Log(m_Shader.GetHost(), logWARNING,
+               "Indexed temp could not be resolved on line %u, instruction %u. Performance may be slow.", m_nLine,
+               Position());
+    }
+
+    AddToOpenBlocks(reg);
+    m_Shader.m_RegisterOutput.emplace_hint(m_Shader.m_RegisterOutput.end(), Position(), std::move(reg));
+}
+
+bool CAnalysisPass::MakeWrittenRegister(const CShaderDebuggerInstructionIL& instruction, Register& reg) const
+{
+    if (!m_Shader.IsPrivateUAVWrite(instruction))
+    {
+        return instruction.GetDestRegister(reg);
+    }
+
+    // The store's address takes the place of an index.
+    Register address;
+    const bool bHasAddress = instruction.GetSrcRegister(0, address);
+    address.mask = address.mask == COMP_All ? static_cast<RegisterMask>(COMP_x) : address.mask;
+    const unsigned int nUav = IL_UavOpCode{instruction.GetOpToken().val}.bits.id;
+    reg = Register(RegisterID(RT_PrivateUAVAccess, nUav, 0, bHasAddress ? &address : nullptr), COMP_All);
+    return true;
+}
+
+void CAnalysisPass::AddToOpenBlocks(const Register& reg)
+{
+    for (auto it = m_FCStack.rbegin(); it != m_FCStack.rend(); ++it)
+    {
+        if (CIL_Loop* pLoop = (*it)->AsLoop())
+        {
+            pLoop->AddRegister(reg);
+        }
+        else if (CIL_Switch* pSwitch = (*it)->AsSwitch())
+        {
+            pSwitch->AddRegister(reg);
+        }
+        else if (CIL_IfElseEndif* pIf = (*it)->AsIfElseEndif())
+        {
+            if (pIf->IsInElse(Position()))
+            {
+                pIf->AddRegisterInElse(reg);
+            }
+            else if (SD_AssertText(m_Shader.GetHost(), pIf->IsInIf(Position()),
+                                   "Should be in either if or else branch"))
+            {
+                pIf->AddRegisterInIf(reg);
+            }
+        }
+    }
+}
+
+/// Every temp that an instruction names counts as used, those that nothing has written among them: the debugger's own
+/// temps must never be the kernel's.
+void CAnalysisPass::NoteTemps(const CShaderDebuggerInstructionIL& instruction)
+{
+    bool bWritesTemp = false;
+
+    if (const std::uint32_t nDest = instruction.GetDestRegTokenOffset())
+    {
+        const SOperand dest = ReadOperand(instruction, nDest);
+        bWritesTemp = dest.type == IL_REGTYPE_TEMP;
+        UseTemp(dest);
+
+        if (dest.nIndexOffset != 0)
+        {
+            UseTemp(ReadOperand(instruction, dest.nIndexOffset));
+        }
+    }
+
+    const std::uint32_t nSources = instruction.GetSrcRegCount();
+
+    for (std::uint32_t i = 0; i < nSources; ++i)
+    {
+        const SOperand source = ReadOperand(instruction, instruction.GetSrcRegTokenOffset(i));
+        const bool bNew = UseTemp(source);
+        SD_AssertText(m_Shader.GetHost(), !bNew || bWritesTemp,
+                      "m_vTempRegisterUsed[ instruction.GetSrcRegister( i ).reg.number ] == true");
+
+        if (source.nIndexOffset != 0)
+        {
+            UseTemp(ReadOperand(instruction, source.nIndexOffset));
+        }
+    }
+}
+
+/// Marks the operand if it is a temp. \return true if it is one that wasn't marked before
+bool CAnalysisPass::UseTemp(const SOperand& operand)
+{
+    // Negative temps are a set of their own, which the debugger doesn't take from.
+    if (operand.type != IL_REGTYPE_TEMP || operand.nNumber >= CAnalyzedShaderIL::NUM_IL_REGISTER_INDICES)
+    {
+        return false;
+    }
+
+    const bool bNew = !m_Shader.m_vTempRegisterUsed[operand.nNumber];
+    m_Shader.m_vTempRegisterUsed[operand.nNumber] = true;
+    return bNew;
+}
+
+void CAnalysisPass::NoteLine()
+{
+    PC_LineNumberMap& map = m_Shader.m_PC_LineNumberMap;
+    map.left.emplace_hint(map.left.end(), Position(), m_nLine);
+    map.right.emplace_hint(map.right.end(), m_nLine, Position());
+}
+
+bool CAnalysisPass::RequireValid(bool bCondition, const char* pszText)
+{
+    return bCondition || m_Shader.RefuseInvalid(pszText);
+}
+
+} // namespace OVK_ShaderDebugger
