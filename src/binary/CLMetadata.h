@@ -106,7 +106,7 @@ private:
 
     void Clear();
     bool HasFrame() const;
-    bool Insert(EntryList::iterator place, CCLMetadataEntry* pEntry);
+    bool Parse(const std::string& strMetadata);
     EntryList::iterator FindArgumentPlace();
 
     /// The first entry of a class, or null.

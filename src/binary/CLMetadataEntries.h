@@ -48,7 +48,7 @@ protected:
     CCLMetadataTypedEntry(const char* szType, size_t nTokens);
 
     /// Whether the entry may be read and written; if not, the fault is logged.
-    virtual bool HasAllTokens() const;
+    bool HasAllTokens() const;
 
     /// The token count that FromEntry accepts.
     virtual bool AcceptsTokens(size_t nTokens) const;

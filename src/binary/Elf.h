@@ -6,6 +6,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 /// A segment of an image. None is ever read or written.
@@ -112,14 +113,20 @@ private:
     bool ReadHeader(const std::vector<char>& vBinary);
     bool CheckHeader(const std::vector<char>& vBinary) const;
     bool ReadSections(const std::vector<char>& vBinary, uint64_t& nBudget);
-    CElfSection* MakeSectionForIndex(size_t nIndex, Elf64_Word type);
-    bool ReadSectionName(CElfSection& section, const std::vector<char>& vBinary, uint64_t& nBudget) const;
+    CElfSection* MakeSection(size_t nIndex, Elf64_Word type);
+    bool ReadSectionNames(uint64_t& nBudget);
     bool ResolveLinks();
-    bool CheckSymbolStrings() const;
+    bool ReadSymbols(uint64_t& nBudget);
 
-    class CWriter;
+    bool Write(std::vector<char>& vBinary);
+    bool NumberSections(std::unordered_map<const CElfSection*, size_t>& mapToIndex);
+    bool WriteSymbols(const std::unordered_map<const CElfSection*, size_t>& mapToIndex);
+    bool PlaceSections(uint64_t& nImageSize);
+    bool WriteHeader(std::vector<char>& vBinary) const;
+    bool WriteSections(std::vector<char>& vBinary) const;
 
     void Copy(const CElf& celf);
+    CElfSection* MakeCopy(const CElf& celf, const CElfSection& source);
     void Deinitialize();
     bool IsNeeded(const CElfSection* pSection) const;
 

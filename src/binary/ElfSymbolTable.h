@@ -3,6 +3,7 @@
 
 #include "binary/ElfSection.h"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,8 @@ public:
     const_SymbolIterator SymbolsEnd() const { return m_Table.end(); }
     size_t GetNumSymbols() const { return m_Table.size(); }
 
-    /// Appends a symbol. \param section  null for an undefined symbol \return true
+    /// Appends a symbol. A local one counts as such in sh_info as long as no other kind precedes it. \param section
+    /// null for an undefined symbol \return true
     bool AddSymbol(const std::string& name, unsigned char bind, unsigned char type, unsigned char other,
                    CElfSection* section, Elf64_Addr value, Elf64_Xword size);
 
@@ -52,6 +54,16 @@ public:
 
     /// Removes the first symbol of that name. \return false if there is none
     bool RemoveSymbol(const std::string& name);
+
+    /// Removes every symbol for which the predicate, on a const TableEntry&, holds, in one pass.
+    template <class Predicate>
+    void RemoveSymbolsIf(Predicate predicate)
+    {
+        const auto firstNonLocal =
+            m_Table.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(m_Header.sh_info, m_Table.size()));
+        m_Header.sh_info -= static_cast<Elf64_Word>(std::count_if(m_Table.begin(), firstNonLocal, predicate));
+        m_Table.erase(std::remove_if(m_Table.begin(), m_Table.end(), predicate), m_Table.end());
+    }
 
     /// Removes every symbol of the section, in one pass.
     void RemoveSymbolsInSection(CElfSection* section);

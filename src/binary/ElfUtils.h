@@ -26,7 +26,7 @@ enum SectionType
     ST_DEBUG_IL = 3   ///< ".debugil"
 };
 
-/// The text that the compiler leaves in .debugil where the call of the kernel's function is to go.
+/// The text that the compiler leaves in .debugil where the call of the kernel's function is to go; a line of its own.
 constexpr const char* s_KernelEntryPlaceholder = ";$$$$$$$$$$";
 
 /// "__OpenCL_" + the kernel's name + "_" + the extension ("metadata", "header", "ovkil", ...).
@@ -41,7 +41,8 @@ bool GetKernelNameFromSymbol(const std::string& strSymbolName, const std::string
 bool ExtractKernelFromBinary(const std::string& strKernelName, const std::vector<char>& vInputBinary,
                              std::vector<char>* pvOutputBinary);
 
-/// Puts "call N" in the placeholder's place in .debugil, N being the kernel's function number.
+/// Puts "call N" in the placeholder's place in .debugil, N being the kernel's function number. Placeholder and call
+/// are looked for as whole words outside of comments.
 bool PatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary);
 
 /// The reverse of PatchKernelEntry; it knows the call by its whole text.

@@ -1,0 +1,165 @@
+#include "binary/ILProcessingStateMachine.h"
+
+#include <cstring>
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+constexpr int s_nNumStates = 16;
+constexpr int s_nMaxRules = 4;
+
+/// What happens on a character, or on any other than those named.
+struct SRule
+{
+    const char* szInput;  ///< the characters that the rule is for; null for any other
+    const char* szOutput; ///< written first
+    bool bCopies;         ///< the character itself is written
+    bool bKeeps;          ///< the next state sees the character again
+    int nNextState;
+};
+
+/// A state's rules. The last is for any other character.
+struct SState
+{
+    SRule rules[s_nMaxRules];
+};
+
+constexpr SRule Any(const char* szOutput, bool bCopies, bool bKeeps, int nNextState)
+{
+    return {nullptr, szOutput, bCopies, bKeeps, nNextState};
+}
+
+constexpr SRule On(const char* szInput, const char* szOutput, bool bCopies, int nNextState)
+{
+    return {szInput, szOutput, bCopies, false, nNextState};
+}
+
+/// A state that reads a keyword: it either goes on or lets state 0 see the character.
+constexpr SState Keyword(const char* szInput, int nNextState)
+{
+    return {{On(szInput, "", true, nNextState), Any("", false, true, 0)}};
+}
+
+constexpr bool IsComplete(const SState& state)
+{
+    int nRule = 0;
+    while (nRule < s_nMaxRules && state.rules[nRule].szInput != nullptr)
+    {
+        if (state.rules[nRule].nNextState >= s_nNumStates)
+        {
+            return false;
+        }
+        ++nRule;
+    }
+    return nRule < s_nMaxRules && state.rules[nRule].nNextState < s_nNumStates;
+}
+
+constexpr SState s_States[s_nNumStates] = {
+    /* 0 text */ {{On("\n", "", false, 2), On("\r", "", false, 3), On("f", "", true, 9), Any("", true, false, 0)}},
+    /* 1 is never entered */ {{Any("", true, false, 0)}},
+    /* 2 behind "\n" */ {{On(" ", "", false, 2), Any("\n", false, true, 0)}},
+    /* 3 behind "\r" */ {{On(" ", "", false, 3), Any("\r", false, true, 0)}},
+    /* 4 "m" */ {{On("d", "", true, 5), On("e", "", true, 7), Any("", false, true, 0)}},
+    /* 5 "md" */ Keyword("e", 6),
+    /* 6 "mde" */ Keyword("f", 12),
+    /* 7 "me" */ Keyword("n", 8),
+    /* 8 "men" */ Keyword("d", 12),
+    /* 9 "f" */ Keyword("u", 10),
+    /* 10 "fu" */ Keyword("n", 11),
+    /* 11 "fun" */ Keyword("c", 12),
+    /* 12 the rest of a keyword's line */
+    {{On("\n", "", false, 15), On("\r", "", false, 13), Any("", true, false, 12)}},
+    /* 13 behind its "\r" */ {{On("\n", "", false, 14), Any("", false, true, 0)}},
+    /* 14 behind its "\r\n" */ {{On(";", " ;", false, 0), On(" \t", "", false, 14), Any("\r\n", false, true, 0)}},
+    /* 15 behind its "\n" */ {{On(";", " ;", false, 0), On(" \t", "", false, 15), Any("\n", false, true, 0)}}};
+
+constexpr bool AreComplete()
+{
+    for (const SState& state : s_States)
+    {
+        if (!IsComplete(state))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(AreComplete(), "every state has a rule for any other character and leads to a state");
+
+bool Applies(const SRule& rule, char c)
+{
+    return rule.szInput == nullptr || (c != 0 && std::strchr(rule.szInput, c) != nullptr);
+}
+
+} // namespace
+
+ILProcessingStateMachine::ILProcessingStateMachine(const char* pIn, unsigned int nInputSize, char* pOut)
+    : m_in(pIn), m_out(pOut), m_inputSize(nInputSize)
+{
+    if (m_in != nullptr && m_out != nullptr)
+    {
+        AdvanceToNextChar();
+    }
+}
+
+void ILProcessingStateMachine::execute(unsigned int* pOutputSize)
+{
+    const char* pOutBegin = m_out;
+    if (m_in != nullptr && m_out != nullptr)
+    {
+        while (!m_isDone)
+        {
+            Act();
+            AdvanceToNextChar();
+        }
+    }
+    if (pOutputSize != nullptr)
+    {
+        *pOutputSize = static_cast<unsigned int>(m_out - pOutBegin);
+    }
+}
+
+void ILProcessingStateMachine::Act()
+{
+    const SRule* pRule = s_States[m_nextStateNum].rules;
+    while (!Applies(*pRule, m_currentChar))
+    {
+        ++pRule;
+    }
+    for (const char* pText = pRule->szOutput; *pText != 0; ++pText)
+    {
+        *m_out++ = *pText;
+    }
+    if (pRule->bCopies)
+    {
+        *m_out++ = m_currentChar;
+    }
+    m_isCharInCache = pRule->bKeeps;
+    m_nextStateNum = pRule->nNextState;
+}
+
+void ILProcessingStateMachine::AdvanceToNextChar()
+{
+    if (m_isCharInCache)
+    {
+        m_isCharInCache = false;
+        return;
+    }
+    if (m_inputTraversedSoFar == m_inputSize)
+    {
+        m_isDone = true;
+        return;
+    }
+    m_currentChar = *m_in++;
+    ++m_inputTraversedSoFar;
+    if (m_currentChar == 0)
+    {
+        *m_out++ = m_currentChar;
+        m_isDone = true;
+    }
+}
+
+} // namespace OVK_ShaderDebugger
