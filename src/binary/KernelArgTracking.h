@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-class CElf;
-
 namespace OVK_ShaderDebugger
 {
 
@@ -75,13 +73,16 @@ private:
 /// What ovkclGetKernelArgInfo can be asked.
 enum
 {
-    OVKCL_KERNEL_ARG_NAME = 0x21A3, ///< a string
+    OVKCL_KERNEL_ARG_ADDRESS_QUALIFIER = 0x21A0, ///< not kept
+    OVKCL_KERNEL_ARG_ACCESS_QUALIFIER = 0x21A1,  ///< not kept
+    OVKCL_KERNEL_ARG_TYPE_NAME = 0x21A2,         ///< not kept
+    OVKCL_KERNEL_ARG_NAME = 0x21A3,              ///< a string
     OVKCL_KERNEL_ARG_KIND =
         0x21A4, ///< a string: "image", "value", "globalpointer", "localpointer", "counter", "unknown"
     OVKCL_KERNEL_ARG_RESOURCE_ID = 0x21A5 ///< an unsigned int: image id or buffer number
 };
 
-/// The code for what is not kept of an argument (0x21A0 to 0x21A2).
+/// The code for what is not kept of an argument.
 constexpr cl_int OVKCL_KERNEL_ARG_INFO_NOT_KEPT = -2065;
 
 /// The logic of the exported ovkclIntercept... functions: each passes the call on to the runtime, with
@@ -105,14 +106,6 @@ cl_int ovkclGetKernelArg(cl_kernel kernel, cl_uint arg_index, const void** arg_v
 /// cut, with its NUL inside the room, and that is no error.
 cl_int ovkclGetKernelArgInfo(cl_kernel kernel, cl_uint arg_index, cl_kernel_arg_info param_name,
                              size_t param_value_size, void* param_value, size_t* param_value_size_ret);
-
-/// The binaries of a program's GPU devices, in device order. \return false if a query fails
-bool GetProgramBinaries(cl_program program, std::vector<std::vector<char>>* vvBinaries);
-
-/// Fills in kind, name and resource of each argument from the metadata in the first of the binaries.
-/// \return false if the binary or its metadata can't be read or is another kernel's
-bool GetKernelArgTypes(const std::string& strKernelName, KernelInfo::ArgInfoArrayType& vArgArray,
-                       const std::vector<std::vector<char>>& vvBinaries);
 
 } // namespace OVK_ShaderDebugger
 
