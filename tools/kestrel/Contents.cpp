@@ -1,0 +1,133 @@
+#include "tools/kestrel/Contents.h"
+
+#include "tools/kestrel/JsonField.h"
+
+#include <functional>
+#include <random>
+#include <string>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+/// The value of the element at an index.
+typedef std::function<double(size_t)> Pattern;
+
+Pattern ReadPattern(const CJsonField& field, const SElementType& type)
+{
+    if (field.IsString())
+    {
+        const std::string strName = field.AsString();
+        if (strName == "zero")
+        {
+            return [](size_t) { return 0.0; };
+        }
+        if (strName == "iota")
+        {
+            return [](size_t nIndex) { return static_cast<double>(nIndex); };
+        }
+        field.Fail("must be \"zero\", \"iota\", {\"constant\": C} or {\"random\": SEED}");
+    }
+    field.AllowOnly({"constant", "random"});
+    if (field.Has("constant"))
+    {
+        const double fConstant = field.At("constant").AsNumber();
+        return [=](size_t) { return fConstant; };
+    }
+    // The engine's sequence is fixed by the language; the scaling is our own, since the standard
+    // distributions may differ between libraries.
+    std::mt19937 engine(static_cast<std::mt19937::result_type>(field.At("random").AsIndex()));
+    const bool bFloat = type.eKind == SElementType::Float;
+    return [engine, bFloat](size_t) mutable
+    {
+        const uint32_t nBits = engine();
+        return bFloat ? nBits / 4294967296.0 : static_cast<double>(nBits & 0x7F);
+    };
+}
+
+std::vector<unsigned char> FromFile(const CJsonField& field)
+{
+    const std::string strBytes = ReadWholeFile(field);
+    return std::vector<unsigned char>(strBytes.begin(), strBytes.end());
+}
+
+} // namespace
+
+const SElementType& ReadElementType(const CJsonField& field)
+{
+    const SElementType* pType = FindElementType(field.AsString());
+    if (pType == nullptr)
+    {
+        field.Fail("names no element type: \"" + field.AsString() + "\"");
+    }
+    return *pType;
+}
+
+std::vector<unsigned char> ReadValues(const CJsonField& field, const SElementType& type)
+{
+    const size_t nCount = field.ArraySize();
+    if (nCount == 0)
+    {
+        field.Fail("must not be empty");
+    }
+    std::vector<unsigned char> vBytes(nCount * type.nSize);
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        StoreElement(type, field.At(i).AsNumber(), &vBytes[i * type.nSize]);
+    }
+    return vBytes;
+}
+
+std::vector<unsigned char> ReadContents(const CJsonField& field, const SElementType& type,
+                                        std::optional<size_t> nElements)
+{
+    const int nSources = field.Has("values") + field.Has("file") + field.Has("fill");
+    if (nSources != 1)
+    {
+        field.Fail("must have exactly one of values, file, fill");
+    }
+    std::vector<unsigned char> vBytes;
+    if (field.Has("fill"))
+    {
+        const size_t nCount = nElements ? *nElements : field.At("count").AsCount();
+        Pattern pattern = ReadPattern(field.At("fill"), type);
+        vBytes.resize(nCount * type.nSize);
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            StoreElement(type, pattern(i), &vBytes[i * type.nSize]);
+        }
+        return vBytes;
+    }
+    vBytes = field.Has("values") ? ReadValues(field.At("values"), type) : FromFile(field.At("file"));
+    if (vBytes.empty() || (nElements && vBytes.size() != *nElements * type.nSize))
+    {
+        field.Fail("describes " + std::to_string(vBytes.size()) + " bytes" +
+                   (nElements ? ", but takes " + std::to_string(*nElements * type.nSize) : ""));
+    }
+    return vBytes;
+}
+
+std::optional<std::vector<unsigned char>> ReadExpectation(const CJsonField& field, const SElementType& type,
+                                                          size_t nBytes)
+{
+    if (!field.Has("expect"))
+    {
+        return std::nullopt;
+    }
+    const CJsonField expect = field.At("expect");
+    if (expect.IsObject())
+    {
+        expect.AllowOnly({"file"});
+    }
+    std::vector<unsigned char> vBytes = expect.IsObject() ? FromFile(expect.At("file")) : ReadValues(expect, type);
+    if (vBytes.size() != nBytes)
+    {
+        expect.Fail("describes " + std::to_string(vBytes.size()) + " bytes, but the argument has " +
+                    std::to_string(nBytes));
+    }
+    return vBytes;
+}
+
+} // namespace KestrelTool

@@ -1,0 +1,68 @@
+#ifndef KESTREL_TOOLS_JSONFIELD_H
+#define KESTREL_TOOLS_JSONFIELD_H
+
+#include <nlohmann/json.hpp>
+
+#include <initializer_list>
+#include <string>
+
+namespace KestrelTool
+{
+
+/// A place in a launch file, which knows its own name, so that every complaint can give it. All
+/// accessors throw CLaunchFileError for what isn't there or isn't of the kind.
+class CJsonField
+{
+public:
+    CJsonField(const nlohmann::json& json, const std::string& strFile, const std::string& strName)
+        : m_pJson(&json), m_strFile(strFile), m_strName(strName)
+    {
+    }
+
+    bool Has(const char* pszKey) const { return m_pJson->is_object() && m_pJson->contains(pszKey); }
+    CJsonField At(const char* pszKey) const;
+    CJsonField At(size_t nIndex) const;
+    size_t Size() const { return m_pJson->size(); }
+    /// \throws if it is no array
+    size_t ArraySize() const;
+    bool IsString() const { return m_pJson->is_string(); }
+    bool IsArray() const { return m_pJson->is_array(); }
+    bool IsObject() const { return m_pJson->is_object(); }
+
+    std::string AsString() const;
+    double AsNumber() const;
+    /// A whole number from 0.
+    size_t AsIndex() const;
+    /// A whole number from 1.
+    size_t AsCount() const;
+
+    /// Refuses an object with any other key.
+    void AllowOnly(std::initializer_list<const char*> keys) const;
+
+    const std::string& GetFile() const { return m_strFile; }
+    [[noreturn]] void Fail(const std::string& strWhy) const;
+
+private:
+    const nlohmann::json* m_pJson;
+    std::string m_strFile;
+    std::string m_strName;
+};
+
+/// A parsed launch file; its fields live as long as it does.
+class CJsonDocument
+{
+public:
+    explicit CJsonDocument(const std::string& strPath);
+    CJsonField Root() const { return CJsonField(m_Json, m_strPath, std::string()); }
+
+private:
+    std::string m_strPath;
+    nlohmann::json m_Json;
+};
+
+/// The bytes of the file that the field names, relative to the launch file.
+std::string ReadWholeFile(const CJsonField& field);
+
+} // namespace KestrelTool
+
+#endif

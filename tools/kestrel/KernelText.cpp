@@ -1,0 +1,81 @@
+#include "tools/kestrel/KernelText.h"
+
+#include <elf.h>
+
+#include <cstring>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+/// Reads a structure from a place in a binary. \return false if it doesn't lie inside
+template <typename T>
+bool ReadAt(const std::vector<char>& vBinary, uint64_t nOffset, T& value)
+{
+    if (nOffset > vBinary.size() || sizeof(T) > vBinary.size() - nOffset)
+    {
+        return false;
+    }
+    std::memcpy(&value, vBinary.data() + nOffset, sizeof(T));
+    return true;
+}
+
+bool ReadSection(const std::vector<char>& vBinary, const Elf64_Shdr& header, std::string& strContents)
+{
+    if (header.sh_offset > vBinary.size() || header.sh_size > vBinary.size() - header.sh_offset)
+    {
+        return false;
+    }
+    strContents.assign(vBinary.data() + header.sh_offset, header.sh_size);
+    return true;
+}
+
+/// The contents of a section of a 64-bit ELF image; empty if it has none of that name.
+std::string FindSection(const std::vector<char>& vBinary, const char* pszName)
+{
+    Elf64_Ehdr header;
+    Elf64_Shdr nameTable;
+    std::string strNames;
+    if (!ReadAt(vBinary, 0, header) || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
+        header.e_ident[EI_CLASS] != ELFCLASS64 ||
+        !ReadAt(vBinary, header.e_shoff + uint64_t(header.e_shstrndx) * sizeof(Elf64_Shdr), nameTable) ||
+        !ReadSection(vBinary, nameTable, strNames))
+    {
+        return std::string();
+    }
+    for (uint64_t i = 0; i < header.e_shnum; ++i)
+    {
+        Elf64_Shdr section;
+        if (!ReadAt(vBinary, header.e_shoff + i * sizeof(Elf64_Shdr), section))
+        {
+            break;
+        }
+        std::string strContents;
+        if (section.sh_name < strNames.size() && std::strcmp(strNames.c_str() + section.sh_name, pszName) == 0 &&
+            ReadSection(vBinary, section, strContents))
+        {
+            return strContents;
+        }
+    }
+    return std::string();
+}
+
+} // namespace
+
+std::vector<std::string> ReadKernelText(const std::vector<char>& vBinary)
+{
+    std::vector<std::string> vLines;
+    const std::string strText = FindSection(vBinary, ".debugil");
+    size_t nStart = 0;
+    while (nStart < strText.size())
+    {
+        const size_t nEnd = std::min(strText.find('\n', nStart), strText.size());
+        vLines.push_back(strText.substr(nStart, nEnd - nStart));
+        nStart = nEnd + 1;
+    }
+    return vLines;
+}
+
+} // namespace KestrelTool

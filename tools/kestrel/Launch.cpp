@@ -1,0 +1,287 @@
+#include "tools/kestrel/Launch.h"
+
+#include <cstring>
+
+namespace KestrelTool
+{
+
+CLaunch::CLaunch(const CLibraries& libraries, const SLaunchFile& file) : m_Lib(libraries), m_File(file)
+{
+    try
+    {
+        Create();
+    }
+    catch (...)
+    {
+        Release();
+        throw;
+    }
+}
+
+CLaunch::~CLaunch()
+{
+    Release();
+}
+
+void CLaunch::Create()
+{
+    ChooseDevice();
+    cl_int nCode = CL_SUCCESS;
+    m_Context = m_Lib.ovkclInterceptCreateContext(nullptr, 1, &m_Device, nullptr, nullptr, &nCode);
+    Check(nCode, "clCreateContext");
+    m_Queue = m_Lib.ovkclInterceptCreateCommandQueue(m_Context, m_Device, 0, &nCode);
+    Check(nCode, "clCreateCommandQueue");
+    BuildProgram();
+    m_Kernel = m_Lib.ovkclInterceptCreateKernel(m_Program, m_File.strKernel.c_str(), &nCode);
+    Check(nCode, ("clCreateKernel of \"" + m_File.strKernel + "\"").c_str());
+    m_vMemory.assign(m_File.vArguments.size(), nullptr);
+    for (size_t i = 0; i < m_File.vArguments.size(); ++i)
+    {
+        CreateArgument(i);
+    }
+    ResetContents();
+}
+
+void CLaunch::Release()
+{
+    for (cl_mem& memory : m_vMemory)
+    {
+        if (memory != nullptr)
+        {
+            m_Lib.cl.clReleaseMemObject(memory);
+        }
+    }
+    m_vMemory.clear();
+    if (m_Kernel != nullptr)
+    {
+        m_Lib.ovkclInterceptReleaseKernel(m_Kernel);
+    }
+    if (m_Program != nullptr)
+    {
+        m_Lib.cl.clReleaseProgram(m_Program);
+    }
+    if (m_Queue != nullptr)
+    {
+        m_Lib.cl.clReleaseCommandQueue(m_Queue);
+    }
+    if (m_Context != nullptr)
+    {
+        m_Lib.cl.clReleaseContext(m_Context);
+    }
+}
+
+void CLaunch::Check(cl_int nCode, const char* pszWhat) const
+{
+    if (nCode != CL_SUCCESS)
+    {
+        throw CPlatformError(m_File.strPath + ": " + pszWhat + " failed with " + std::to_string(nCode));
+    }
+}
+
+void CLaunch::ChooseDevice()
+{
+    cl_uint nPlatforms = 0;
+    Check(m_Lib.cl.clGetPlatformIDs(0, nullptr, &nPlatforms), "clGetPlatformIDs");
+    std::vector<cl_platform_id> vPlatforms(nPlatforms);
+    Check(m_Lib.cl.clGetPlatformIDs(nPlatforms, vPlatforms.data(), nullptr), "clGetPlatformIDs");
+
+    const cl_device_type nType = m_File.strDevice.empty() ? CL_DEVICE_TYPE_GPU : CL_DEVICE_TYPE_ALL;
+    for (const cl_platform_id platform : vPlatforms)
+    {
+        cl_uint nDevices = 0;
+        if (m_Lib.cl.clGetDeviceIDs(platform, nType, 0, nullptr, &nDevices) != CL_SUCCESS)
+        {
+            continue;
+        }
+        std::vector<cl_device_id> vDevices(nDevices);
+        Check(m_Lib.cl.clGetDeviceIDs(platform, nType, nDevices, vDevices.data(), nullptr), "clGetDeviceIDs");
+        for (const cl_device_id device : vDevices)
+        {
+            char szName[256] = {};
+            Check(m_Lib.cl.clGetDeviceInfo(device, CL_DEVICE_NAME, sizeof(szName), szName, nullptr), "clGetDeviceInfo");
+            if (std::string(szName).compare(0, m_File.strDevice.size(), m_File.strDevice) == 0)
+            {
+                m_Device = device;
+                m_strDeviceName = szName;
+                return;
+            }
+        }
+    }
+    throw CPlatformError(m_File.strPath + ": no device is named \"" + m_File.strDevice + "\"");
+}
+
+void CLaunch::BuildProgram()
+{
+    const char* pszSource = m_File.strSource.c_str();
+    cl_int nCode = CL_SUCCESS;
+    m_Program = m_Lib.cl.clCreateProgramWithSource(m_Context, 1, &pszSource, nullptr, &nCode);
+    Check(nCode, "clCreateProgramWithSource");
+    nCode = m_Lib.cl.clBuildProgram(m_Program, 1, &m_Device, m_File.strOptions.c_str(), nullptr, nullptr);
+    if (nCode != CL_SUCCESS)
+    {
+        throw CPlatformError(m_File.strPath + ": the program doesn't build:\n" + GetBuildLog());
+    }
+}
+
+std::string CLaunch::GetBuildLog() const
+{
+    size_t nSize = 0;
+    if (m_Lib.cl.clGetProgramBuildInfo(m_Program, m_Device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &nSize) != CL_SUCCESS)
+    {
+        return std::string();
+    }
+    std::string strLog(nSize, '\0');
+    m_Lib.cl.clGetProgramBuildInfo(m_Program, m_Device, CL_PROGRAM_BUILD_LOG, nSize, &strLog[0], nullptr);
+    return strLog.c_str();
+}
+
+cl_mem CLaunch::CreateImage(const SArgument& argument) const
+{
+    const cl_image_format format = {argument.nChannelOrder, argument.nChannelType};
+    cl_image_desc desc = {};
+    desc.image_type = argument.nDepth != 0 ? CL_MEM_OBJECT_IMAGE3D : CL_MEM_OBJECT_IMAGE2D;
+    desc.image_width = argument.nWidth;
+    desc.image_height = argument.nHeight;
+    desc.image_depth = argument.nDepth;
+    cl_int nCode = CL_SUCCESS;
+    cl_mem image = m_Lib.cl.clCreateImage(m_Context, CL_MEM_READ_WRITE, &format, &desc, nullptr, &nCode);
+    Check(nCode, "clCreateImage");
+    return image;
+}
+
+void CLaunch::CreateArgument(size_t nArgument)
+{
+    const SArgument& argument = m_File.vArguments[nArgument];
+    const void* pValue = &m_vMemory[nArgument];
+    size_t nSize = sizeof(cl_mem);
+    cl_int nCode = CL_SUCCESS;
+    switch (argument.eKind)
+    {
+    case SArgument::Buffer:
+        m_vMemory[nArgument] =
+            m_Lib.cl.clCreateBuffer(m_Context, CL_MEM_READ_WRITE, argument.vContents.size(), nullptr, &nCode);
+        Check(nCode, "clCreateBuffer");
+        break;
+    case SArgument::Image:
+        m_vMemory[nArgument] = CreateImage(argument);
+        break;
+    case SArgument::Same:
+        pValue = &m_vMemory[argument.nSame];
+        break;
+    case SArgument::Value:
+        pValue = argument.vContents.data();
+        nSize = argument.vContents.size();
+        break;
+    case SArgument::Local:
+        pValue = nullptr;
+        nSize = argument.nLocalBytes;
+        break;
+    case SArgument::NullBuffer:
+    case SArgument::NullImage:
+        break;
+    }
+    nCode = m_Lib.ovkclInterceptSetKernelArg(m_Kernel, static_cast<cl_uint>(nArgument), nSize, pValue);
+    Check(nCode, ("clSetKernelArg of argument " + std::to_string(nArgument)).c_str());
+}
+
+void CLaunch::ResetContents()
+{
+    for (size_t i = 0; i < m_File.vArguments.size(); ++i)
+    {
+        const SArgument& argument = m_File.vArguments[i];
+        const void* pData = argument.vContents.data();
+        if (argument.eKind == SArgument::Buffer)
+        {
+            Check(m_Lib.cl.clEnqueueWriteBuffer(m_Queue, m_vMemory[i], CL_TRUE, 0, argument.vContents.size(), pData, 0,
+                                                nullptr, nullptr),
+                  "clEnqueueWriteBuffer");
+        }
+        else if (argument.eKind == SArgument::Image)
+        {
+            const size_t origin[3] = {0, 0, 0};
+            const size_t region[3] = {argument.nWidth, argument.nHeight, argument.nDepth == 0 ? 1 : argument.nDepth};
+            Check(m_Lib.cl.clEnqueueWriteImage(m_Queue, m_vMemory[i], CL_TRUE, origin, region, 0, 0, pData, 0, nullptr,
+                                               nullptr),
+                  "clEnqueueWriteImage");
+        }
+    }
+}
+
+void CLaunch::Run()
+{
+    cl_event event = nullptr;
+    Check(m_Lib.cl.clEnqueueNDRangeKernel(m_Queue, m_Kernel, m_File.nDimensions, Offset(), m_File.nGlobalSize,
+                                          LocalSize(), 0, nullptr, &event),
+          "clEnqueueNDRangeKernel");
+    const cl_int nCode = m_Lib.cl.clWaitForEvents(1, &event);
+    m_Lib.cl.clReleaseEvent(event);
+    Check(nCode, "clWaitForEvents");
+}
+
+cl_int CLaunch::Debug(ovkclDebugCallback callback, void* pUserData)
+{
+    cl_event event = nullptr;
+    const cl_int nCode =
+        m_Lib.ovkclDebugEnqueueNDRangeKernel(m_Queue, m_Kernel, m_File.nDimensions, Offset(), m_File.nGlobalSize,
+                                             LocalSize(), 0, nullptr, &event, callback, pUserData);
+    if (event != nullptr)
+    {
+        m_Lib.cl.clWaitForEvents(1, &event);
+        m_Lib.cl.clReleaseEvent(event);
+    }
+    return nCode;
+}
+
+std::vector<unsigned char> CLaunch::ReadContents(size_t nArgument) const
+{
+    const SArgument& argument = m_File.vArguments[nArgument];
+    std::vector<unsigned char> vBytes(argument.vContents.size());
+    if (argument.eKind == SArgument::Buffer)
+    {
+        Check(m_Lib.cl.clEnqueueReadBuffer(m_Queue, m_vMemory[nArgument], CL_TRUE, 0, vBytes.size(), vBytes.data(), 0,
+                                           nullptr, nullptr),
+              "clEnqueueReadBuffer");
+    }
+    else if (argument.eKind == SArgument::Image)
+    {
+        const size_t origin[3] = {0, 0, 0};
+        const size_t region[3] = {argument.nWidth, argument.nHeight, argument.nDepth == 0 ? 1 : argument.nDepth};
+        Check(m_Lib.cl.clEnqueueReadImage(m_Queue, m_vMemory[nArgument], CL_TRUE, origin, region, 0, 0, vBytes.data(),
+                                          0, nullptr, nullptr),
+              "clEnqueueReadImage");
+    }
+    return vBytes;
+}
+
+std::vector<SDifference> CLaunch::Compare() const
+{
+    std::vector<SDifference> vDifferences;
+    for (size_t i = 0; i < m_File.vArguments.size(); ++i)
+    {
+        const SArgument& argument = m_File.vArguments[i];
+        if (!argument.vExpected)
+        {
+            continue;
+        }
+        const std::vector<unsigned char> vGot = ReadContents(i);
+        const size_t nSize = argument.pType->nSize;
+        for (size_t nOffset = 0; nOffset < vGot.size(); nOffset += nSize)
+        {
+            const unsigned char* pExpected = argument.vExpected->data() + nOffset;
+            if (std::memcmp(&vGot[nOffset], pExpected, nSize) != 0)
+            {
+                vDifferences.push_back({i, nOffset / nSize, FormatElement(*argument.pType, &vGot[nOffset]),
+                                        FormatElement(*argument.pType, pExpected)});
+                break;
+            }
+        }
+    }
+    return vDifferences;
+}
+
+size_t CLaunch::GetWorkItems() const
+{
+    return m_File.nGlobalSize[0] * m_File.nGlobalSize[1] * m_File.nGlobalSize[2];
+}
+
+} // namespace KestrelTool

@@ -1,0 +1,102 @@
+#include "tools/kestrel/Libraries.h"
+
+#include "tools/kestrel/OpenCLEntryPoints.def"
+
+#include <dlfcn.h>
+
+#include <cstring>
+#include <filesystem>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+void* Open(const std::string& strPath)
+{
+    void* pLibrary = dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (pLibrary == nullptr)
+    {
+        throw CPlatformError("can't open " + strPath + ": " + dlerror());
+    }
+    return pLibrary;
+}
+
+void* OpenAny(std::initializer_list<const char*> names)
+{
+    for (const char* pszName : names)
+    {
+        if (void* pLibrary = dlopen(pszName, RTLD_NOW | RTLD_LOCAL))
+        {
+            return pLibrary;
+        }
+    }
+    throw CPlatformError("this machine has no OpenCL runtime");
+}
+
+/// The debugger opens the compilers by name; one that is open already is found wherever it lies.
+void OpenCompilers(const std::string& strPlatformDir)
+{
+    Open(strPlatformDir + "/libovkocl12cl64.so");
+    Open(strPlatformDir + "/libovkqrlrt.so");
+}
+
+template <typename Function>
+void Find(void* pLibrary, const char* pszName, Function& pFunction)
+{
+    pFunction = reinterpret_cast<Function>(dlsym(pLibrary, pszName));
+}
+
+} // namespace
+
+CLibraries::CLibraries(const std::string& strPlatformDir, const std::string& strDebugLibrary)
+{
+    if (strPlatformDir.empty())
+    {
+        LoadOpenCL(OpenAny({"libOpenCL.so", "libOpenCL.so.2", "libOpenCL.so.1"}));
+    }
+    else
+    {
+        OpenCompilers(strPlatformDir);
+        LoadOpenCL(Open(strPlatformDir + "/libOpenCL.so"));
+    }
+    LoadDebugger(strDebugLibrary);
+}
+
+CLibraries::CLibraries(const std::string& strPlatformDir, const std::string& strOpenCL,
+                       const std::string& strDebugLibrary)
+{
+    OpenCompilers(strPlatformDir);
+    LoadOpenCL(Open(strOpenCL));
+    LoadDebugger(strDebugLibrary);
+}
+
+void CLibraries::LoadOpenCL(void* pLibrary)
+{
+    std::memset(&cl, 0, sizeof(cl));
+#define FIND_ENTRY(name) Find(pLibrary, "cl" #name, cl.cl##name);
+    CL_ENTRIES(FIND_ENTRY)
+#undef FIND_ENTRY
+}
+
+void CLibraries::LoadDebugger(const std::string& strDebugLibrary)
+{
+    void* pLibrary = Open(strDebugLibrary);
+#define FIND_FUNCTION(name)                                                                                            \
+    Find(pLibrary, #name, name);                                                                                       \
+    if (name == nullptr)                                                                                               \
+    {                                                                                                                  \
+        throw CPlatformError(strDebugLibrary + " has no " #name);                                                      \
+    }
+    KESTREL_DEBUG_FUNCTIONS(FIND_FUNCTION)
+#undef FIND_FUNCTION
+    ovkclDebugSetDispatchTable(&cl);
+}
+
+std::string GetBuildRoot()
+{
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path().string();
+}
+
+} // namespace KestrelTool

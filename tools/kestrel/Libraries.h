@@ -1,0 +1,70 @@
+#ifndef KESTREL_TOOLS_LIBRARIES_H
+#define KESTREL_TOOLS_LIBRARIES_H
+
+#include <OVKKestrel.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace KestrelTool
+{
+
+/// A library or runtime that can't be used.
+class CPlatformError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The functions of the debugger library that the tool calls.
+#define KESTREL_DEBUG_FUNCTIONS(X)                                                                                     \
+    X(ovkclDebugSetDispatchTable)                                                                                      \
+    X(ovkclDebugEnqueueNDRangeKernel)                                                                                  \
+    X(ovkclDebugGetProgramCounter)                                                                                     \
+    X(ovkclDebugSetBreakpoint)                                                                                         \
+    X(ovkclDebugGetExecutionMask)                                                                                      \
+    X(ovkclDebugGetRegisterValues)                                                                                     \
+    X(ovkclDebugGetKernelBinarySize)                                                                                   \
+    X(ovkclDebugGetKernelBinary)                                                                                       \
+    X(ovkclDebugGetNumberOfActiveRegisters)                                                                            \
+    X(ovkclDebugGetActiveRegisters)                                                                                    \
+    X(ovkclDebugSetTrackingRegisters)                                                                                  \
+    X(ovkclDebugUtilDebugRegisterLocatorToString)                                                                      \
+    X(ovkclDebugUtilStringToDebugRegisterLocator)                                                                      \
+    X(ovkclDebugUtilGetLastError)                                                                                      \
+    X(ovkclInterceptCreateContext)                                                                                     \
+    X(ovkclInterceptCreateCommandQueue)                                                                                \
+    X(ovkclInterceptCreateKernel)                                                                                      \
+    X(ovkclInterceptReleaseKernel)                                                                                     \
+    X(ovkclInterceptSetKernelArg)
+
+/// The OpenCL runtime and the debugger library, both opened at run time and open until the process
+/// ends: other threads may still be inside them.
+class CLibraries
+{
+public:
+    /// Opens the software platform in strPlatformDir, or the machine's own runtime if that is
+    /// empty, and the debugger library strDebugLibrary, and makes the debugger use the runtime.
+    /// \throws CPlatformError
+    CLibraries(const std::string& strPlatformDir, const std::string& strDebugLibrary);
+
+    /// Opens a certain OpenCL library in place of the platform's own, whose compiler is still used.
+    CLibraries(const std::string& strPlatformDir, const std::string& strOpenCL, const std::string& strDebugLibrary);
+
+    cl_icd_dispatch_table cl; ///< entries that the runtime lacks are null
+
+#define DECLARE_FUNCTION(name) decltype(&::name) name;
+    KESTREL_DEBUG_FUNCTIONS(DECLARE_FUNCTION)
+#undef DECLARE_FUNCTION
+
+private:
+    void LoadOpenCL(void* pLibrary);
+    void LoadDebugger(const std::string& strDebugLibrary);
+};
+
+/// Where the build puts things, from the running program's place: <root>/bin, <root>/lib.
+std::string GetBuildRoot();
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,139 @@
+#include "tools/kestrel/StepPrinter.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+using namespace KestrelTool;
+
+namespace
+{
+
+/// What the program gives back.
+enum EExitCode
+{
+    EXIT_GOOD = 0,
+    EXIT_COMMAND_FAILED = 1,
+    EXIT_USAGE = 2,
+    EXIT_PLATFORM_FAILED = 3,
+    EXIT_OUTPUT_DIFFERS = 4
+};
+
+struct SOptions
+{
+    std::string strLaunch;
+    std::string strPlatform = "software";
+    size_t nStops = 0;
+};
+
+CLibraries OpenLibraries(const SOptions& options)
+{
+    const std::string strLib = GetBuildRoot() + "/lib";
+    const bool bSoftware = options.strPlatform == "software";
+    return CLibraries(bSoftware ? strLib + "/kestrel-platform" : std::string(), strLib + "/libOVKKestrel.so");
+}
+
+/// Prints the outputs, and says where they differ from what the launch file expects.
+int Report(const CLaunch& launch)
+{
+    const size_t nShown = 16;
+    for (size_t i = 0; i < launch.GetFile().vArguments.size(); ++i)
+    {
+        const SArgument& argument = launch.GetFile().vArguments[i];
+        if (!argument.vExpected)
+        {
+            continue;
+        }
+        const std::vector<unsigned char> vBytes = launch.ReadContents(i);
+        const size_t nElements = vBytes.size() / argument.pType->nSize;
+        std::cout << "output of argument " << i << ":";
+        for (size_t nElement = 0; nElement < std::min(nElements, nShown); ++nElement)
+        {
+            std::cout << " " << FormatElement(*argument.pType, &vBytes[nElement * argument.pType->nSize]);
+        }
+        std::cout << (nElements > nShown ? " ...\n" : "\n");
+    }
+    const std::vector<SDifference> vDifferences = launch.Compare();
+    for (const SDifference& difference : vDifferences)
+    {
+        std::cout << "argument " << difference.nArgument << ", element " << difference.nElement << ": "
+                  << difference.strGot << ", expected " << difference.strExpected << "\n";
+    }
+    std::cout << (vDifferences.empty() ? "outputs are right\n" : "outputs differ\n");
+    return vDifferences.empty() ? EXIT_GOOD : EXIT_OUTPUT_DIFFERS;
+}
+
+int Run(const SOptions& options)
+{
+    const CLibraries libraries = OpenLibraries(options);
+    CLaunch launch(libraries, ReadLaunchFile(options.strLaunch));
+    launch.Run();
+    return Report(launch);
+}
+
+int Step(const SOptions& options)
+{
+    const CLibraries libraries = OpenLibraries(options);
+    CLaunch launch(libraries, ReadLaunchFile(options.strLaunch));
+    std::cout << "kernel " << launch.GetFile().strKernel << " on " << launch.GetDeviceName() << ", "
+              << launch.GetWorkItems() << " work-items\n";
+    CStepPrinter printer(std::cout, options.nStops);
+    const cl_int nCode = RunSession(libraries, launch, printer);
+    if (nCode != CL_SUCCESS)
+    {
+        std::cerr << "kestrel: the debugger refused the launch with " << nCode << "\n";
+        return EXIT_COMMAND_FAILED;
+    }
+    if (!printer.IsFinished())
+    {
+        return EXIT_COMMAND_FAILED;
+    }
+    return Report(launch);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Single-steps OpenCL kernels.", "kestrel");
+    app.require_subcommand(1);
+    SOptions options;
+    app.add_option("--platform", options.strPlatform,
+                   "software: the platform that comes with Kestrel; system: the machine's own runtime")
+        ->check(CLI::IsMember({"software", "system"}));
+
+    CLI::App* pRun = app.add_subcommand("run", "Run a launch file and compare its outputs");
+    pRun->add_option("LAUNCH", options.strLaunch, "launch file (JSON)")->required();
+    CLI::App* pStep = app.add_subcommand("step", "Step a launch file to its end and print every stop");
+    pStep->add_option("LAUNCH", options.strLaunch, "launch file (JSON)")->required();
+    pStep->add_option("--stops", options.nStops, "run on to the end behind that many stops");
+
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit(error) == 0 ? EXIT_GOOD : EXIT_USAGE;
+    }
+
+    try
+    {
+        return pRun->parsed() ? Run(options) : Step(options);
+    }
+    catch (const CLaunchFileError& error)
+    {
+        std::cerr << "kestrel: " << error.what() << "\n";
+        return EXIT_USAGE;
+    }
+    catch (const CPlatformError& error)
+    {
+        std::cerr << "kestrel: " << error.what() << "\n";
+        return EXIT_PLATFORM_FAILED;
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "kestrel: " << error.what() << "\n";
+        return EXIT_COMMAND_FAILED;
+    }
+}
