@@ -1,5 +1,7 @@
 #include "il/ShaderDebuggerInstructionIL.h"
 
+#include "core/Log.h"
+#include "il/InstructionCursor.h"
 #include "il/ShaderDebuggerUtilsIL.h"
 
 #include <algorithm>
@@ -29,13 +31,6 @@ std::unique_ptr<T[]> CopyArray(const T* pArray, std::uint32_t nCount)
     return pCopy;
 }
 
-/// What is logged when an operand can't be decoded.
-struct SOperandTexts
-{
-    const char* pszTruncated;
-    const char* pszDimension;
-};
-
 constexpr SOperandTexts s_DestTexts = {"stream.ReadToken(tokens[m_nDestRegTokenOffset + nDestTokenLen])",
                                        "dst->bits.dimension == 0"};
 constexpr SOperandTexts s_SrcTexts = {"stream.ReadToken(tokens[nSrcRegOffset])", "src->bits.dimension == 0"};
@@ -43,85 +38,6 @@ constexpr const char* s_pszModifierTruncated = "stream.ReadToken(tokens[nOpcodeT
 constexpr const char* s_pszTrailingTruncated = "stream.ReadToken(tokens[m_nLength])";
 
 } // namespace
-
-/// Measures an instruction where it stands in the stream's array, so that no count which the stream claims needs
-/// memory before its words are known to be there.
-class CShaderDebuggerInstructionIL::CDecoder
-{
-public:
-    explicit CDecoder(const CInputTokenStream<unsigned int>& stream)
-        : m_pTokens(stream.GetStreamPos()), m_nLength(0), m_Stream(stream)
-    {
-        const std::size_t nLimit = std::numeric_limits<std::uint32_t>::max();
-        m_nTokenCount = static_cast<std::uint32_t>(std::min(stream.GetTokensLeft(), nLimit));
-    }
-
-    bool IsAtEnd() const { return m_nLength == m_nTokenCount; }
-    const IL* GetTokens() const { return m_pTokens; }
-    std::uint32_t GetLength() const { return m_nLength; }
-    std::uint32_t GetTokensLeft() const { return m_nTokenCount - m_nLength; }
-
-    bool Read(IL& token, const char* pszText)
-    {
-        if (IsAtEnd())
-        {
-            return Fail(pszText);
-        }
-
-        token = m_pTokens[m_nLength++];
-        return true;
-    }
-
-    bool Skip(std::uint32_t nTokens, const char* pszText)
-    {
-        if (nTokens > GetTokensLeft())
-        {
-            m_nLength = m_nTokenCount;
-            return Fail(pszText);
-        }
-
-        m_nLength += nTokens;
-        return true;
-    }
-
-    bool ReadOperand(const SOperandTexts& texts)
-    {
-        IL_Dst operand = {};
-        return Read(operand.val, texts.pszTruncated) && Skip(operand.bits.modifier_present, texts.pszTruncated) &&
-               ReadAddress(operand, texts) && Skip(operand.bits.immediate_present, texts.pszTruncated) &&
-               Skip(operand.bits.extended, texts.pszTruncated);
-    }
-
-private:
-    bool ReadAddress(IL_Dst operand, const SOperandTexts& texts)
-    {
-        switch (operand.bits.relative_address)
-        {
-        case IL_ADDR_ABSOLUTE:
-            return Skip(operand.bits.dimension, texts.pszTruncated);
-
-        case IL_ADDR_RELATIVE:
-            return Skip(1, texts.pszTruncated);
-
-        case IL_ADDR_REG_RELATIVE:
-        {
-            IL_Src indexSrc = {};
-            return (operand.bits.dimension == 0 || Fail(texts.pszDimension)) &&
-                   Read(indexSrc.val, texts.pszTruncated) && Skip(indexSrc.bits.modifier_present, texts.pszTruncated);
-        }
-
-        default:
-            return true;
-        }
-    }
-
-    bool Fail(const char* pszText) const { return SD_Break(m_Stream.GetHost(), pszText); }
-
-    const IL* m_pTokens;
-    std::uint32_t m_nTokenCount;
-    std::uint32_t m_nLength; ///< of the instruction so far
-    const CInputTokenStream<unsigned int>& m_Stream;
-};
 
 CShaderDebuggerInstructionIL::CShaderDebuggerInstructionIL(IShaderDebugger* pDebugger) : m_pDebugger(pDebugger)
 {
@@ -199,11 +115,11 @@ bool CShaderDebuggerInstructionIL::ReadInstruction(CInputTokenStream<unsigned in
 {
     Clear();
 
-    CDecoder decoder(stream);
-    const bool bDecoded = Decode(decoder);
-    stream.SkipTokens(decoder.GetLength());
+    CInstructionCursor cursor(stream);
+    const bool bDecoded = Decode(cursor);
+    stream.SkipTokens(cursor.GetLength());
 
-    if (!bDecoded || !TakeTokens(decoder))
+    if (!bDecoded || !TakeTokens(cursor))
     {
         Clear();
         return false;
@@ -212,31 +128,37 @@ bool CShaderDebuggerInstructionIL::ReadInstruction(CInputTokenStream<unsigned in
     return true;
 }
 
-bool CShaderDebuggerInstructionIL::Decode(CDecoder& decoder)
+bool CShaderDebuggerInstructionIL::Decode(CInstructionCursor& cursor)
 {
-    if (decoder.IsAtEnd())
+    if (cursor.IsAtEnd())
     {
         return false;
     }
 
     IL instMod = 0;
-    return DecodeOpCode(decoder) && DecodeModifiers(decoder, instMod) && DecodeOperands(decoder, instMod) &&
-           DecodeTrailingWords(decoder);
+    return DecodeOpCode(cursor) && DecodeModifiers(cursor, instMod) && DecodeOperands(cursor, instMod) &&
+           DecodeTrailingWords(cursor);
 }
 
-bool CShaderDebuggerInstructionIL::DecodeOpCode(CDecoder& decoder)
+bool CShaderDebuggerInstructionIL::DecodeOpCode(CInstructionCursor& cursor)
 {
     IL opToken = 0;
-    decoder.Read(opToken, s_pszModifierTruncated);
+    cursor.Read(opToken, s_pszModifierTruncated);
     m_OpCode = ILFormatDecode::GetOp(opToken);
     return SD_Assert(GetHost(), m_OpCode != IL_OP_UNKNOWN) && ILShaderUtils::HasDescription(m_OpCode);
 }
 
-bool CShaderDebuggerInstructionIL::DecodeModifiers(CDecoder& decoder, IL& instMod)
+bool CShaderDebuggerInstructionIL::DecodeModifiers(CInstructionCursor& cursor, IL& instMod)
 {
-    const IL_OpCode opToken{decoder.GetTokens()[0]};
+    const IL_OpCode opToken{cursor.GetTokens()[0]};
 
-    if (HasInstructionModifier() && !decoder.Read(instMod, "stream.ReadToken(instMod)"))
+    if (HasInstructionModifier() && !cursor.Read(instMod, "stream.ReadToken(instMod)"))
+    {
+        return false;
+    }
+
+    // A call has one destination operand at most: with more results it can't be told where its operands end.
+    if (m_OpCode == IL_OP_MACROCALL && !SD_Assert(GetHost(), instMod >> 16 <= 1))
     {
         return false;
     }
@@ -248,26 +170,26 @@ bool CShaderDebuggerInstructionIL::DecodeModifiers(CDecoder& decoder, IL& instMo
 
     IL priMod = 0;
 
-    if (opToken.bits.pri_modifier_present && !decoder.Read(priMod, "stream.ReadToken(priMod)"))
+    if (opToken.bits.pri_modifier_present && !cursor.Read(priMod, "stream.ReadToken(priMod)"))
     {
         return false;
     }
 
     // The primary modifier of a constant buffer's declaration counts the values of its inline table.
     const std::uint32_t nTableWords = m_OpCode == IL_DCL_CONST_BUFFER ? priMod : 0;
-    return decoder.Skip(nTableWords, s_pszModifierTruncated) &&
-           decoder.Skip(opToken.bits.sec_modifier_present, s_pszModifierTruncated);
+    return cursor.Skip(nTableWords, s_pszModifierTruncated) &&
+           cursor.Skip(opToken.bits.sec_modifier_present, s_pszModifierTruncated);
 }
 
-bool CShaderDebuggerInstructionIL::DecodeOperands(CDecoder& decoder, IL instMod)
+bool CShaderDebuggerInstructionIL::DecodeOperands(CInstructionCursor& cursor, IL instMod)
 {
-    const IL opToken = decoder.GetTokens()[0];
+    const IL opToken = cursor.GetTokens()[0];
 
     if (ILShaderUtils::HasDestReg(opToken, instMod))
     {
-        m_nDestRegTokenOffset = decoder.GetLength();
+        m_nDestRegTokenOffset = cursor.GetLength();
 
-        if (!decoder.ReadOperand(s_DestTexts))
+        if (!cursor.SkipOperand(s_DestTexts))
         {
             return false;
         }
@@ -276,9 +198,9 @@ bool CShaderDebuggerInstructionIL::DecodeOperands(CDecoder& decoder, IL instMod)
     const std::uint32_t nSrcRegCount = ILShaderUtils::GetSrcRegCount(opToken, instMod);
 
     // Every source has a token at least: a count that the stream can't hold needs no memory.
-    if (nSrcRegCount > decoder.GetTokensLeft())
+    if (nSrcRegCount > cursor.GetTokensLeft())
     {
-        return decoder.Skip(nSrcRegCount, s_SrcTexts.pszTruncated);
+        return cursor.Skip(nSrcRegCount, s_SrcTexts.pszTruncated);
     }
 
     if (!ReserveExtendedOffsets(nSrcRegCount))
@@ -288,9 +210,9 @@ bool CShaderDebuggerInstructionIL::DecodeOperands(CDecoder& decoder, IL instMod)
 
     for (std::uint32_t nSrcReg = 0; nSrcReg < nSrcRegCount; ++nSrcReg)
     {
-        SetSrcRegTokenOffset(nSrcReg, decoder.GetLength());
+        SetSrcRegTokenOffset(nSrcReg, cursor.GetLength());
 
-        if (!decoder.ReadOperand(s_SrcTexts))
+        if (!cursor.SkipOperand(s_SrcTexts))
         {
             return false;
         }
@@ -299,25 +221,25 @@ bool CShaderDebuggerInstructionIL::DecodeOperands(CDecoder& decoder, IL instMod)
     return true;
 }
 
-bool CShaderDebuggerInstructionIL::DecodeTrailingWords(CDecoder& decoder) const
+bool CShaderDebuggerInstructionIL::DecodeTrailingWords(CInstructionCursor& cursor) const
 {
     switch (m_OpCode)
     {
     case IL_OP_COMMENT:
     {
         IL nCommentLength = 0;
-        return decoder.Read(nCommentLength, "stream.ReadToken(nCommentLength)") &&
-               decoder.Skip(nCommentLength, s_pszTrailingTruncated);
+        return cursor.Read(nCommentLength, "stream.ReadToken(nCommentLength)") &&
+               cursor.Skip(nCommentLength, s_pszTrailingTruncated);
     }
 
     case IL_OP_DCL_NUM_THREAD_PER_GROUP:
-        return decoder.Skip(IL_OpCode{decoder.GetTokens()[0]}.bits.controls, s_pszTrailingTruncated);
+        return cursor.Skip(IL_OpCode{cursor.GetTokens()[0]}.bits.controls, s_pszTrailingTruncated);
 
     case IL_DCL_LITERAL:
-        return decoder.Skip(4, s_pszTrailingTruncated);
+        return cursor.Skip(4, s_pszTrailingTruncated);
 
     case IL_OP_DCL_TYPELESS_UAV:
-        return decoder.Skip(2, s_pszTrailingTruncated);
+        return cursor.Skip(2, s_pszTrailingTruncated);
 
     case IL_DCL_RESOURCE:
     case IL_OP_DCL_TYPED_UAV:
@@ -329,7 +251,7 @@ bool CShaderDebuggerInstructionIL::DecodeTrailingWords(CDecoder& decoder) const
     case IL_OP_CALL_LOGICALNZ:
     case IL_OP_FUNC:
     case IL_OP_CASE:
-        return decoder.Skip(1, s_pszTrailingTruncated);
+        return cursor.Skip(1, s_pszTrailingTruncated);
 
     default:
         return true;
@@ -348,10 +270,10 @@ bool CShaderDebuggerInstructionIL::ReserveExtendedOffsets(std::uint32_t nSrcRegC
     return SD_AssertText(GetHost(), m_vnExtendedSrcRegTokenOffsets != nullptr, "out of memory");
 }
 
-bool CShaderDebuggerInstructionIL::TakeTokens(const CDecoder& decoder)
+bool CShaderDebuggerInstructionIL::TakeTokens(const CInstructionCursor& cursor)
 {
-    m_nLength = decoder.GetLength();
-    m_pTokens = CopyArray(decoder.GetTokens(), m_nLength);
+    m_nLength = cursor.GetLength();
+    m_pTokens = CopyArray(cursor.GetTokens(), m_nLength);
     return SD_AssertText(GetHost(), m_pTokens != nullptr, "out of memory");
 }
 

@@ -13,6 +13,7 @@
 namespace OVK_ShaderDebugger
 {
 
+class CInstructionCursor;
 class CShaderDebuggerHost;
 class IShaderDebugger;
 
@@ -98,16 +99,14 @@ public:
     CShaderDebuggerHost* GetHost() const;
 
 private:
-    class CDecoder;
-
     void Clear();
-    bool Decode(CDecoder& decoder);
-    bool DecodeOpCode(CDecoder& decoder);
-    bool DecodeModifiers(CDecoder& decoder, IL& instMod);
-    bool DecodeOperands(CDecoder& decoder, IL instMod);
-    bool DecodeTrailingWords(CDecoder& decoder) const;
+    bool Decode(CInstructionCursor& cursor);
+    bool DecodeOpCode(CInstructionCursor& cursor);
+    bool DecodeModifiers(CInstructionCursor& cursor, IL& instMod);
+    bool DecodeOperands(CInstructionCursor& cursor, IL instMod);
+    bool DecodeTrailingWords(CInstructionCursor& cursor) const;
     bool ReserveExtendedOffsets(std::uint32_t nSrcRegCount);
-    bool TakeTokens(const CDecoder& decoder);
+    bool TakeTokens(const CInstructionCursor& cursor);
     /// Walks from the word in front of an index operand to its last word.
     bool GetIndexRegister(std::uint32_t& nOffset, Register& indexReg) const;
     void SetSrcRegTokenOffset(std::uint32_t nSrcReg, std::uint32_t nOffset);

@@ -113,7 +113,7 @@ public:
     /// Starts empty, with room for nInitialTokenCount tokens. A failed allocation is logged, and shows as a capacity
     /// of 0.
     COutputTokenStream(IShaderDebugger* pDebugger, std::size_t nInitialTokenCount)
-        : CTokenStream<T>(pDebugger, 0), m_ptStreamPos(nullptr), m_nTokensWritten(0)
+        : CTokenStream<T>(pDebugger, 0), m_nTokensWritten(0)
     {
         SD_AssertText(this->GetHost(), Resize(nInitialTokenCount), "Resize(nInitialTokenCount)");
     }
@@ -127,8 +127,7 @@ public:
             return false;
         }
 
-        *m_ptStreamPos++ = token;
-        ++m_nTokensWritten;
+        m_ptStream[m_nTokensWritten++] = token;
         return true;
     }
 
@@ -161,7 +160,6 @@ public:
 
         std::copy_n(m_ptStream.get(), m_nTokensWritten, pResized.get());
         m_ptStream = std::move(pResized);
-        m_ptStreamPos = m_ptStream.get() + m_nTokensWritten;
         this->m_nTokenCount = nTokens;
         return true;
     }
@@ -185,7 +183,7 @@ public:
     }
 
     const T* GetStream() const override { return m_ptStream.get(); }
-    const T* GetStreamPos() const override { return m_ptStreamPos; }
+    const T* GetStreamPos() const override { return m_ptStream.get() + m_nTokensWritten; }
     std::size_t GetTokensWritten() const { return m_nTokensWritten; }
 
 private:
@@ -206,14 +204,12 @@ private:
             return false;
         }
 
-        std::memcpy(m_ptStreamPos, pTokens, nTokens * sizeof(T));
-        m_ptStreamPos += nTokens;
+        std::memcpy(&m_ptStream[m_nTokensWritten], pTokens, nTokens * sizeof(T));
         m_nTokensWritten = nNeeded;
         return true;
     }
 
     std::unique_ptr<T[]> m_ptStream;
-    T* m_ptStreamPos;
     std::size_t m_nTokensWritten;
 };
 

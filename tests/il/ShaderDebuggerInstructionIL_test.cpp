@@ -160,6 +160,7 @@ TEST(ShaderDebuggerInstructionIL, SaysWhyAnInstructionIsRefused)
         {{0x0000FFFF}, "m_OpCode != IL_OP_UNKNOWN"},
         {{IL_OP_MEMEXPORT, 0x00040000, 0x00040000}, ""}, // no row: the consistency log has it
         {{IL_OP_MACROCALL}, "stream.ReadToken(instMod)"},
+        {{IL_OP_MACROCALL, 0x00020000, 0x00040000, 0x00040000}, "instMod >> 16 <= 1"},
         {{0x80000000u | IL_OP_MOV}, "stream.ReadToken(priMod)"},
         {{0x40000000u | IL_OP_MOV}, "stream.ReadToken(tokens[nOpcodeTokenLen])"},
         {{IL_OP_MOV}, "stream.ReadToken(tokens[m_nDestRegTokenOffset + nDestTokenLen])"},
@@ -409,29 +410,29 @@ TEST(ShaderDebuggerInstructionIL, CopiesAreDeepAndMovesLeaveNothing)
 {
     const Words words = {0x0000015B, 0x00010008, 0x00040009, 0x00040000, 0x00040001, 0x00040002,
                          0x00040003, 0x00040004, 0x00040005, 0x00040006, 0x00040007};
-    CShaderDebuggerInstructionIL original = Decode(words);
-    CShaderDebuggerInstructionIL copy(original);
+    std::vector<CShaderDebuggerInstructionIL> originals(1, Decode(words));
+    CShaderDebuggerInstructionIL copy(originals[0]);
     CShaderDebuggerInstructionIL assigned(nullptr);
     assigned = copy;
     CShaderDebuggerInstructionIL& self = assigned;
     assigned = self;
 
     ASSERT_TRUE(copy.SetDestRegister(RegisterID(RT_Temp, 15, 0, nullptr)));
-    EXPECT_EQ(words, Tokens(original));
+    EXPECT_EQ(words, Tokens(originals[0]));
     EXPECT_EQ(words, Tokens(assigned));
     EXPECT_EQ(10u, assigned.GetSrcRegTokenOffset(7));
 
-    CShaderDebuggerInstructionIL moved(std::move(original));
+    CShaderDebuggerInstructionIL moved(std::move(originals[0]));
     EXPECT_EQ(words, Tokens(moved));
     EXPECT_EQ(10u, moved.GetSrcRegTokenOffset(7));
-    EXPECT_EQ(0u, original.GetLength());
-    EXPECT_EQ(0u, original.GetSrcRegCount());
-
-    assigned = std::move(moved);
-    EXPECT_EQ(words, Tokens(assigned));
 
     COutputTokenStream<unsigned int> stream(nullptr, 4);
-    EXPECT_FALSE(original.WriteInstruction(stream));
+    EXPECT_EQ(0u, originals[0].GetLength());
+    EXPECT_EQ(0u, originals[0].GetSrcRegCount());
+    EXPECT_FALSE(originals[0].WriteInstruction(stream));
+
+    copy = std::move(moved);
+    EXPECT_EQ(words, Tokens(copy));
 }
 
 TEST(ShaderDebuggerInstructionIL, GivesItsTokensOneByOne)
