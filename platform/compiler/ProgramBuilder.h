@@ -44,6 +44,7 @@ struct SKernelArgument
     std::string strName;
     std::string strTypeName; ///< the data type token: "float", "i32", "2D", ...
     uint32_t nSize = 0;      ///< bytes of a value, else 0
+    uint32_t nSlotSize = 0; ///< bytes of constant buffer taken, a multiple of 16; 0 for a sampler or counter
     uint32_t nConstantBuffer = 1;
     uint32_t nConstantBufferOffset = 0; ///< in bytes
     uint32_t nResource =
@@ -57,8 +58,8 @@ struct SKernelArgument
 struct SKernelSampler
 {
     uint32_t nSampler = 0;
-    uint32_t nValue =
-        0; ///< bit 0 normalised coordinates, bits 1-3 addressing, bit 4 nearest, bit 5 linear; see docs/il.md
+    /// Bit 0 normalised coordinates, bits 1-3 addressing, bit 4 nearest, bit 5 linear; see docs/kernel-binary.md.
+    uint32_t nValue = 0;
 };
 
 /// One kernel, ready to be decoded for running.

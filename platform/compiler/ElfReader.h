@@ -1,0 +1,57 @@
+#ifndef KESTREL_PLATFORM_COMPILER_ELFREADER_H
+#define KESTREL_PLATFORM_COMPILER_ELFREADER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace KestrelPlatform
+{
+
+/// Finds sections and symbols in a 64-bit little-endian ELF image. Every offset, size, count and index of the image is
+/// checked before use. Gives views of the image, which must outlive the reader.
+class CElfReader
+{
+public:
+    struct SSymbol
+    {
+        std::string_view name;
+        std::string_view data; ///< the block that it names
+    };
+
+    /// \return false, with the reason, for bytes that are no such image or whose tables lie outside of it
+    bool Read(const char* pImage, size_t nSize, std::string& strError);
+
+    /// The first section of a name. \return false if there is none
+    bool FindSection(std::string_view name, std::string_view& data) const;
+
+    /// The symbols whose block lies inside its section, in table order.
+    const std::vector<SSymbol>& Symbols() const { return m_vSymbols; }
+
+    /// The first symbol of a name. \return false if there is none
+    bool FindSymbol(std::string_view name, std::string_view& data) const;
+
+private:
+    struct SSection
+    {
+        std::string_view name;
+        std::string_view data;
+        uint32_t nType = 0;
+        uint32_t nLink = 0;
+        uint64_t nEntrySize = 0;
+    };
+
+    bool ReadSections(std::string_view image, std::string& strError);
+    void ReadSymbols(const SSection& table);
+
+    std::vector<SSection> m_vSections;
+    std::vector<SSymbol> m_vSymbols;
+    std::unordered_map<std::string_view, std::string_view> m_symbols;
+};
+
+} // namespace KestrelPlatform
+
+#endif

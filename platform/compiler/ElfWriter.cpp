@@ -1,0 +1,143 @@
+#include "platform/compiler/ElfWriter.h"
+
+#include <cstring>
+#include <elf.h>
+
+namespace KestrelPlatform
+{
+namespace
+{
+
+uint64_t RoundUp(uint64_t n, uint64_t nAlignment)
+{
+    return nAlignment < 2 ? n : (n + nAlignment - 1) / nAlignment * nAlignment;
+}
+
+/// The names of a table, in one string with a NUL behind each; offset 0 is the empty name.
+class CStringTable
+{
+public:
+    CStringTable() : m_strData(1, '\0') {}
+
+    Elf64_Word Add(const std::string& str)
+    {
+        const size_t nOffset = m_strData.size();
+        m_strData.append(str.c_str(), str.size() + 1);
+        return static_cast<Elf64_Word>(nOffset);
+    }
+
+    const std::string& Data() const { return m_strData; }
+
+private:
+    std::string m_strData;
+};
+
+template <typename T> void AppendRecord(std::string& str, const T& record)
+{
+    str.append(reinterpret_cast<const char*>(&record), sizeof(record));
+}
+
+Elf64_Ehdr MakeHeader(uint64_t nSectionHeaders, size_t nSections)
+{
+    Elf64_Ehdr header = {};
+    std::memcpy(header.e_ident, ELFMAG, SELFMAG);
+    header.e_ident[EI_CLASS] = ELFCLASS64;
+    header.e_ident[EI_DATA] = ELFDATA2LSB;
+    header.e_ident[EI_VERSION] = EV_CURRENT;
+    header.e_type = ET_NONE;
+    header.e_machine = EM_NONE;
+    header.e_version = EV_CURRENT;
+    header.e_shoff = nSectionHeaders;
+    header.e_ehsize = sizeof(Elf64_Ehdr);
+    header.e_shentsize = sizeof(Elf64_Shdr);
+    header.e_shnum = static_cast<Elf64_Half>(nSections);
+    header.e_shstrndx = static_cast<Elf64_Half>(nSections - 1);
+    return header;
+}
+
+} // namespace
+
+size_t CElfWriter::AddSection(const std::string& strName, uint64_t nFlags, uint64_t nAlignment, std::string_view data)
+{
+    m_vSections.push_back({strName, nFlags, nAlignment, std::string(data)});
+    return m_vSections.size() - 1;
+}
+
+uint64_t CElfWriter::AppendData(size_t nSection, std::string_view data)
+{
+    SSection& section = m_vSections[nSection];
+    section.strData.resize(RoundUp(section.strData.size(), section.nAlignment), '\0');
+    const uint64_t nOffset = section.strData.size();
+    section.strData.append(data);
+    return nOffset;
+}
+
+void CElfWriter::AddSymbol(const std::string& strName, unsigned char nType, size_t nSection, uint64_t nValue,
+                           uint64_t nSize)
+{
+    m_vSymbols.push_back({strName, nType, nSection, nValue, nSize});
+}
+
+std::vector<char> CElfWriter::Write() const
+{
+    // The null section stands in front of the caller's, the three tables behind them.
+    const size_t nStringSection = m_vSections.size() + 2;
+    CStringTable symbolNames;
+    std::string strSymbols;
+    AppendRecord(strSymbols, Elf64_Sym{});
+    for (const SSymbol& symbol : m_vSymbols)
+    {
+        Elf64_Sym record = {};
+        record.st_name = symbolNames.Add(symbol.strName);
+        record.st_info = ELF64_ST_INFO(STB_GLOBAL, symbol.nType);
+        record.st_shndx = static_cast<Elf64_Section>(symbol.nSection + 1);
+        record.st_value = symbol.nValue;
+        record.st_size = symbol.nSize;
+        AppendRecord(strSymbols, record);
+    }
+
+    CStringTable sectionNames;
+    std::string strImage(sizeof(Elf64_Ehdr), '\0');
+    std::string strHeaders;
+    AppendRecord(strHeaders, Elf64_Shdr{});
+    const auto Place = [&](const std::string& strName, Elf64_Shdr header, const std::string& strData)
+    {
+        strImage.resize(RoundUp(strImage.size(), header.sh_addralign), '\0');
+        header.sh_name = sectionNames.Add(strName);
+        header.sh_offset = strImage.size();
+        header.sh_size = strData.size();
+        strImage += strData;
+        AppendRecord(strHeaders, header);
+    };
+    for (const SSection& section : m_vSections)
+    {
+        Elf64_Shdr header = {};
+        header.sh_type = SHT_PROGBITS;
+        header.sh_flags = section.nFlags;
+        header.sh_addralign = section.nAlignment;
+        Place(section.strName, header, section.strData);
+    }
+    Elf64_Shdr symbols = {};
+    symbols.sh_type = SHT_SYMTAB;
+    symbols.sh_link = static_cast<Elf64_Word>(nStringSection);
+    symbols.sh_info = 1; // all but the null symbol are global
+    symbols.sh_addralign = 8;
+    symbols.sh_entsize = sizeof(Elf64_Sym);
+    Place(".symtab", symbols, strSymbols);
+    Elf64_Shdr strings = {};
+    strings.sh_type = SHT_STRTAB;
+    strings.sh_addralign = 1;
+    Place(".strtab", strings, symbolNames.Data());
+    // Its own name has to be in it before it is placed.
+    CStringTable allNames = sectionNames;
+    allNames.Add(".shstrtab");
+    Place(".shstrtab", strings, allNames.Data());
+
+    strImage.resize(RoundUp(strImage.size(), 8), '\0');
+    const Elf64_Ehdr header = MakeHeader(strImage.size(), m_vSections.size() + 4);
+    strImage += strHeaders;
+    std::memcpy(&strImage[0], &header, sizeof(header));
+    return {strImage.begin(), strImage.end()};
+}
+
+} // namespace KestrelPlatform

@@ -1,0 +1,70 @@
+#ifndef KESTREL_PLATFORM_COMPILER_FRONTEND_H
+#define KESTREL_PLATFORM_COMPILER_FRONTEND_H
+
+#include "platform/compiler/KernelMetadata.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KestrelPlatform
+{
+
+/// The line of a module's text at which the call of the kernel goes.
+const std::string_view s_Placeholder = ";$$$$$$$$$$";
+
+/// Where a line of a module's text comes from.
+struct SSourcePlace
+{
+    unsigned int nLine = 0;   ///< 1-based line of the source
+    unsigned int nColumn = 0; ///< columns of the source in front of the line's first character
+};
+
+struct SModuleKernel
+{
+    std::string strMetadata; ///< the block, ARGSTART to ARGEND, each line with its "\n"
+    SKernelMetadata metadata;
+};
+
+/// What a front end makes of a source: the metadata of its kernels and one IL text for all of them.
+struct SModule
+{
+    std::vector<SModuleKernel> vKernels;
+    /// One item a line, no blank lines, comments on lines of their own, each line with its "\n".
+    std::string strText;
+    /// By line of the text; empty if the text isn't part of the source.
+    std::vector<SSourcePlace> vPlaces;
+};
+
+/// A language that programs are written in.
+class IFrontEnd
+{
+public:
+    virtual ~IFrontEnd() = default;
+
+    /// Whether the source looks like this language; decides who reports its faults.
+    virtual bool Accepts(std::string_view source) const = 0;
+
+    /// \param module receives the result, undefined on failure
+    /// \param diag   receives the first fault, with its place in the source
+    virtual bool Compile(std::string_view source, const SDeviceTarget& target, SModule& module,
+                         SDiagnostic& diag) const = 0;
+};
+
+/// The front end for a source, never null: the last one takes what nobody else does and refuses it.
+const IFrontEnd* FindFrontEnd(std::string_view source);
+
+/// IL modules: metadata blocks, then an IL text.
+const IFrontEnd* GetILModuleFrontEnd();
+
+/// OpenCL C, as far as empty kernels: `__kernel void NAME( void ) { }`.
+const IFrontEnd* GetEmptyKernelFrontEnd();
+
+/// Appends an IL text to the module's, one item a line. Comments that no token stream has a place for are left out.
+///
+/// \param nFirstLine line of the source at which the text starts, 1-based
+void AppendNormalizedText(std::string_view text, unsigned int nFirstLine, SModule& module);
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,38 @@
+#ifndef KESTREL_PLATFORM_COMPILER_KERNELMETADATA_H
+#define KESTREL_PLATFORM_COMPILER_KERNELMETADATA_H
+
+#include "platform/compiler/Assembler.h"
+#include "platform/compiler/ProgramBuilder.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KestrelPlatform
+{
+
+/// What the compiler reads from a kernel's metadata block.
+struct SKernelMetadata
+{
+    std::string strKernel; ///< without the wrapper's prefix and suffix
+    bool bHasUniqueId = false;
+    uint32_t nUniqueId = 0;
+    std::string strDevice;
+    bool b64BitAddresses = false;
+    uint32_t nLocalBytes = 0;
+    uint32_t nPrivateBytes = 0;
+    uint32_t nConstantBuffer1Elements = 0;
+    std::vector<SKernelArgument> vArguments;
+    std::vector<SKernelSampler> vSamplers;
+};
+
+/// Reads a metadata block, from its ARGSTART to its ARGEND line. Tolerant where a debugger's changes come in: a
+/// `function` line may hold any number of labels, lines of unknown types are passed over.
+///
+/// \param diag receives the first fault; the line counts from the start of the text
+/// \return false for a block without its two bounds, with a malformed argument, memory or id line, or without a unique id
+bool ReadKernelMetadata(std::string_view text, SKernelMetadata& metadata, SDiagnostic& diag);
+
+} // namespace KestrelPlatform
+
+#endif

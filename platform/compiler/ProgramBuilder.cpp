@@ -1,0 +1,273 @@
+#include "platform/compiler/ProgramBuilder.h"
+
+#include "platform/compiler/DeviceCode.h"
+#include "platform/compiler/ElfReader.h"
+#include "platform/compiler/FrontEnd.h"
+#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/KernelLinker.h"
+#include "platform/compiler/ProgramImage.h"
+
+#include <set>
+
+namespace KestrelPlatform
+{
+namespace
+{
+
+const std::string_view s_SymbolPrefix = "__OpenCL_";
+const std::string_view s_MetadataSuffix = "_metadata";
+
+SBuildResult Refused(const std::string& strLog)
+{
+    SBuildResult result;
+    result.strLog = strLog + "\n";
+    return result;
+}
+
+/// Moves a fault in a module's text to where the text stands in the source.
+void MapToSource(const SModule& module, SDiagnostic& diag)
+{
+    if (diag.nLine == 0 || module.vPlaces.empty())
+    {
+        return;
+    }
+    if (diag.nLine > module.vPlaces.size())
+    {
+        diag.nLine = module.vPlaces.back().nLine + 1;
+        return;
+    }
+    const SSourcePlace& place = module.vPlaces[diag.nLine - 1];
+    diag.nLine = place.nLine;
+    diag.nColumn += place.nColumn;
+}
+
+bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strFault)
+{
+    std::set<std::string> names;
+    std::set<uint32_t> ids;
+    for (const SModuleKernel& kernel : vKernels)
+    {
+        if (!names.insert(kernel.metadata.strKernel).second)
+        {
+            strFault = "two kernels are named " + kernel.metadata.strKernel;
+            return false;
+        }
+        if (!ids.insert(kernel.metadata.nUniqueId).second)
+        {
+            strFault = "kernel " + kernel.metadata.strKernel + " has the unique id of another kernel";
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Keeps the wanted kernel only. \return false if there is none of that name
+bool SelectKernel(const std::string& strJustKernel, std::vector<SModuleKernel>& vKernels)
+{
+    if (strJustKernel.empty())
+    {
+        return true;
+    }
+    for (SModuleKernel& kernel : vKernels)
+    {
+        if (kernel.metadata.strKernel == strJustKernel)
+        {
+            SModuleKernel wanted = std::move(kernel);
+            vKernels.clear();
+            vKernels.push_back(std::move(wanted));
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Links each kernel of the module and writes the image.
+bool LinkModule(const CKernelLinker& linker, const SModule& module, bool bDebugText, const SDeviceTarget& target,
+                SBuildResult& result, SDiagnostic& diag)
+{
+    for (const SModuleKernel& kernel : module.vKernels)
+    {
+        SCompiledKernel compiled;
+        if (!linker.Link(kernel.metadata, target, compiled, diag))
+        {
+            return false;
+        }
+        result.vKernels.push_back(std::move(compiled));
+    }
+    result.vImage = WriteProgramImage(module, result.vKernels, bDebugText);
+    result.bOk = true;
+    return true;
+}
+
+/// Reads the metadata of every kernel that the image names, in the order of its symbol table.
+bool ReadKernels(const CElfReader& elf, std::vector<SModuleKernel>& vKernels, std::string& strFault)
+{
+    for (const CElfReader::SSymbol& symbol : elf.Symbols())
+    {
+        const std::string_view name = symbol.name;
+        if (name.size() <= s_SymbolPrefix.size() + s_MetadataSuffix.size() ||
+            name.substr(0, s_SymbolPrefix.size()) != s_SymbolPrefix ||
+            name.substr(name.size() - s_MetadataSuffix.size()) != s_MetadataSuffix)
+        {
+            continue;
+        }
+        const std::string_view kernelName =
+            name.substr(s_SymbolPrefix.size(), name.size() - s_SymbolPrefix.size() - s_MetadataSuffix.size());
+        SModuleKernel kernel;
+        SDiagnostic diag;
+        kernel.strMetadata = symbol.data.substr(0, symbol.data.find('\0'));
+        if (!ReadKernelMetadata(kernel.strMetadata, kernel.metadata, diag))
+        {
+            strFault = "kernel " + std::string(kernelName) + ": " + diag.ToString();
+            return false;
+        }
+        if (kernel.metadata.strKernel != kernelName)
+        {
+            strFault = "kernel " + std::string(kernelName) + " has the metadata of " + kernel.metadata.strKernel;
+            return false;
+        }
+        vKernels.push_back(std::move(kernel));
+    }
+    strFault = "the binary names no kernel";
+    return !vKernels.empty();
+}
+
+/// Links the code of one kernel as it stands in `.text`, with what its metadata says of it.
+bool ReadCompiledKernel(const CElfReader& elf, const SKernelMetadata& metadata, const SDeviceTarget& target,
+                        SCompiledKernel& kernel, SDiagnostic& diag)
+{
+    std::string_view block;
+    SDeviceCode code;
+    const std::string strSymbol = std::string(s_SymbolPrefix) + metadata.strKernel + "_kernel";
+    if (!elf.FindSymbol(strSymbol, block) || !ReadDeviceCode(block, code) || code.strKernel != metadata.strKernel)
+    {
+        diag.strMessage = "kernel " + metadata.strKernel + ": its device code is missing or damaged";
+        return false;
+    }
+    CKernelLinker linker;
+    if (!linker.Take(std::move(code.vTokens), std::move(code.vLines)))
+    {
+        diag.strMessage = "kernel " + metadata.strKernel + ": its device code doesn't decode";
+        return false;
+    }
+    return linker.Link(metadata, target, kernel, diag);
+}
+
+SBuildResult BuildFromCode(const CElfReader& elf, const std::vector<SModuleKernel>& vKernels,
+                           const SDeviceTarget& target)
+{
+    SBuildResult result;
+    std::string_view text;
+    if (!elf.FindSection(".text", text))
+    {
+        return Refused("error: the binary has no .text section; its IL text can be compiled with -use-debugil");
+    }
+    for (const SModuleKernel& kernel : vKernels)
+    {
+        SCompiledKernel compiled;
+        SDiagnostic diag;
+        if (!ReadCompiledKernel(elf, kernel.metadata, target, compiled, diag))
+        {
+            return Refused("error: " + diag.ToString());
+        }
+        result.vKernels.push_back(std::move(compiled));
+    }
+    result.bOk = true;
+    return result;
+}
+
+/// Leaves out the kernels that a text without the placeholder doesn't call, unless it calls none.
+void KeepCalledKernels(const CKernelLinker& linker, std::vector<SModuleKernel>& vKernels)
+{
+    std::vector<SModuleKernel> vCalled;
+    for (const SModuleKernel& kernel : vKernels)
+    {
+        if (linker.CallsFromMain(kernel.metadata.nUniqueId))
+        {
+            vCalled.push_back(kernel);
+        }
+    }
+    if (!vCalled.empty())
+    {
+        vKernels = std::move(vCalled);
+    }
+}
+
+SBuildResult BuildFromDebugText(const CElfReader& elf, SModule& module, const SDeviceTarget& target)
+{
+    std::string_view text;
+    if (!elf.FindSection(".debugil", text))
+    {
+        return Refused("error: the binary has no .debugil section; build the program with -g");
+    }
+    module.strText = text.substr(0, text.find('\0'));
+    CKernelLinker linker;
+    SBuildResult result;
+    SDiagnostic diag;
+    bool bOk = linker.Assemble(module.strText, diag);
+    if (bOk && !linker.HasPlaceholder())
+    {
+        KeepCalledKernels(linker, module.vKernels);
+    }
+    bOk = bOk && LinkModule(linker, module, true, target, result, diag);
+    return bOk ? result : Refused("error: .debugil: " + diag.ToString());
+}
+
+} // namespace
+
+SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target)
+{
+    SModule module;
+    SDiagnostic diag;
+    if (!FindFrontEnd(strSource)->Compile(strSource, target, module, diag))
+    {
+        return Refused("error: " + diag.ToString());
+    }
+    std::string strFault;
+    if (!CheckKernels(module.vKernels, strFault))
+    {
+        return Refused("error: " + strFault);
+    }
+    if (!SelectKernel(options.strJustKernel, module.vKernels))
+    {
+        return Refused("error: the source has no kernel named " + options.strJustKernel);
+    }
+    CKernelLinker linker;
+    SBuildResult result;
+    if (!linker.Assemble(module.strText, diag) ||
+        !LinkModule(linker, module, options.bDebug, target, result, diag))
+    {
+        MapToSource(module, diag);
+        return Refused("error: " + diag.ToString());
+    }
+    return result;
+}
+
+SBuildResult BuildFromBinary(const char* pImage, size_t nSize, const SBuildOptions& options,
+                             const SDeviceTarget& target)
+{
+    CElfReader elf;
+    SModule module;
+    std::string strFault;
+    if (!elf.Read(pImage, nSize, strFault) || !ReadKernels(elf, module.vKernels, strFault) ||
+        !CheckKernels(module.vKernels, strFault))
+    {
+        return Refused("error: " + strFault);
+    }
+    if (!SelectKernel(options.strJustKernel, module.vKernels))
+    {
+        return Refused("error: the binary has no kernel named " + options.strJustKernel);
+    }
+    if (options.bUseDebugIL)
+    {
+        return BuildFromDebugText(elf, module, target);
+    }
+    SBuildResult result = BuildFromCode(elf, module.vKernels, target);
+    if (result.bOk)
+    {
+        result.vImage.assign(pImage, pImage + nSize);
+    }
+    return result;
+}
+
+} // namespace KestrelPlatform
