@@ -25,6 +25,10 @@ public:
     typedef std::vector<TableEntry>::iterator SymbolIterator;
     typedef std::vector<TableEntry>::const_iterator const_SymbolIterator;
 
+    // The section's own, beside those of a symbol.
+    using CElfSection::GetInfo;
+    using CElfSection::SetInfo;
+
     SymbolIterator SymbolsBegin() { return m_Table.begin(); }
     SymbolIterator SymbolsEnd() { return m_Table.end(); }
     const_SymbolIterator SymbolsBegin() const { return m_Table.begin(); }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -61,6 +63,11 @@ TEST(OpenCLModule, ALibraryThatDoesNotOpenLeavesTheTable)
     OpenCLModule module(Library("fakecl_1_2"));
     EXPECT_EQ(module.LoadModule("not there"), OpenCLModule::OpenCL_1_2);
     EXPECT_EQ(NameOf(module.CreateBuffer), "clCreateBuffer");
+}
+
+TEST(OpenCLModule, TheFirstUsableLibraryOfAListStands)
+{
+    OpenCLModule module("not there");
     EXPECT_EQ(module.LoadModule({"not there", Library("fakecl_none"), Library("fakecl_1_0")}),
               OpenCLModule::OpenCL_1_0);
 }
