@@ -1,0 +1,294 @@
+#include "platform/runtime/CommandQueue.h"
+
+#include "platform/runtime/ApiCall.h"
+#include "platform/runtime/CallbackThread.h"
+#include "platform/runtime/Event.h"
+
+#include <thread>
+
+namespace KestrelPlatform::Runtime
+{
+
+namespace
+{
+
+/// The queue that the calling thread works for.
+thread_local const CCommandQueue* t_pOwnQueue = nullptr;
+
+constexpr cl_command_queue_properties s_nKnownProperties =
+    CL_QUEUE_OUT_OF_ORDER_EXEC_MODE_ENABLE | CL_QUEUE_PROFILING_ENABLE;
+
+/// CL_SUCCESS if all events ended well, else the code that a command takes over from them.
+cl_int WaitForAll(const std::vector<CRef<CEvent>>& vEvents)
+{
+    bool bFailed = false;
+    for (const CRef<CEvent>& pEvent : vEvents)
+        bFailed |= pEvent->Wait() < 0;
+    return bFailed ? CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST : CL_SUCCESS;
+}
+
+cl_int CheckProperties(cl_command_queue_properties nProperties)
+{
+    const cl_command_queue_properties nIntercept =
+        IsExtensionEnabled("cl_ovk_event_callback") ? s_nQueueInterceptEnable : 0;
+    return (nProperties & ~(s_nKnownProperties | nIntercept)) == 0 ? CL_SUCCESS : CL_INVALID_VALUE;
+}
+
+cl_int CreateQueue(cl_context hContext, cl_device_id hDevice, cl_command_queue_properties nProperties,
+                   cl_command_queue& hQueue)
+{
+    CRef<CContext> pContext = Lookup<CContext>(hContext);
+    if (!pContext)
+        return CL_INVALID_CONTEXT;
+    CRef<CDevice> pDevice = Lookup<CDevice>(hDevice);
+    if (!pDevice || !pContext->HasDevice(*pDevice))
+        return CL_INVALID_DEVICE;
+    if (const cl_int nError = CheckProperties(nProperties))
+        return nError;
+    hQueue = GiveToClient(MakeObject<CCommandQueue>(std::move(pContext), std::move(pDevice), nProperties));
+    return CL_SUCCESS;
+}
+
+} // namespace
+
+SCommand::SCommand() = default;
+SCommand::~SCommand() = default;
+
+CCommandQueue::CCommandQueue(CRef<CContext> pContext, CRef<CDevice> pDevice, cl_command_queue_properties nProperties)
+    : CObject(s_eKind), m_pContext(std::move(pContext)), m_pDevice(std::move(pDevice)), m_nProperties(nProperties)
+{
+}
+
+cl_int CCommandQueue::GetInfo(cl_command_queue_info eInfo, const SInfoQuery& query)
+{
+    switch (eInfo)
+    {
+    case CL_QUEUE_CONTEXT:
+        return query.Value(HandleOf(m_pContext));
+    case CL_QUEUE_DEVICE:
+        return query.Value(HandleOf(m_pDevice));
+    case CL_QUEUE_REFERENCE_COUNT:
+        return query.Value(GetClientReferences());
+    case CL_QUEUE_PROPERTIES:
+        return query.Value(m_nProperties);
+    default:
+        return CL_INVALID_VALUE;
+    }
+}
+
+void CCommandQueue::StartThread()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bThread)
+        return;
+    std::thread(
+        [pSelf = CRef<CCommandQueue>(this)]() mutable
+        {
+            const std::optional<CActivity> closing = pSelf->Work();
+            pSelf = CRef<CCommandQueue>();
+        })
+        .detach();
+    m_bThread = true;
+}
+
+void CCommandQueue::Push(std::unique_ptr<SCommand> pCommand) noexcept
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    SCommand* pNew = pCommand.get();
+    if (m_pLast)
+        m_pLast->m_pNext = std::move(pCommand);
+    else
+        m_pFirst = std::move(pCommand);
+    m_pLast = pNew;
+    ++m_nHandedOver;
+    m_wake.notify_one();
+}
+
+void CCommandQueue::Flush()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (SCommand* pCommand = m_pFirst.get(); pCommand; pCommand = pCommand->m_pNext.get())
+        pCommand->m_pEvent->SetStatus(CL_SUBMITTED);
+}
+
+cl_int CCommandQueue::Finish()
+{
+    if (IsOwnThread())
+        return CL_INVALID_OPERATION;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const cl_ulong nLast = m_nHandedOver;
+    if (m_nEnded < nLast)
+        CCallbackThread::BeforeWait();
+    m_ended.wait(lock, [this, nLast] { return m_nEnded >= nLast; });
+    return std::exchange(m_bCommandFailed, false) ? CL_OUT_OF_RESOURCES : CL_SUCCESS;
+}
+
+bool CCommandQueue::IsOwnThread() const
+{
+    return t_pOwnQueue == this;
+}
+
+void CCommandQueue::OnLastClientRelease()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bThread && !m_pFirst && !m_bExecuting)
+        m_closing.emplace();
+    m_wake.notify_one();
+}
+
+/// With the lock held: the next command, or null when the thread is to end.
+std::unique_ptr<SCommand> CCommandQueue::TakeFirst(std::unique_lock<std::mutex>& lock)
+{
+    m_wake.wait(lock, [this] { return m_pFirst || GetClientReferences() == 0; });
+    std::unique_ptr<SCommand> pCommand = std::move(m_pFirst);
+    if (!pCommand)
+        return nullptr;
+    m_pFirst = std::move(pCommand->m_pNext);
+    if (!m_pFirst)
+        m_pLast = nullptr;
+    return pCommand;
+}
+
+std::optional<CActivity> CCommandQueue::Work()
+{
+    t_pOwnQueue = this;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (std::unique_ptr<SCommand> pCommand = TakeFirst(lock))
+    {
+        m_bExecuting = true;
+        lock.unlock();
+        pCommand->m_pEvent->SetStatus(CL_SUBMITTED);
+        const cl_int nWaited = WaitForAll(pCommand->m_vWaitList);
+        const cl_int nResult = nWaited != CL_SUCCESS ? nWaited : Execute(*pCommand);
+        if (nResult < 0 && pCommand->m_undo)
+            pCommand->m_undo();
+        // Whoever the end of the event wakes finds everything released that the command held.
+        pCommand->m_run = nullptr;
+        pCommand->m_undo = nullptr;
+        pCommand->m_vWaitList.clear();
+        CActivity ending;
+        pCommand->m_pEvent->SetStatus(std::min(nResult, CL_COMPLETE));
+        pCommand.reset();
+        lock.lock();
+        m_bExecuting = false;
+        m_bCommandFailed |= nWaited == CL_SUCCESS && nResult < 0;
+        ++m_nEnded;
+        m_ended.notify_all();
+        if (GetClientReferences() == 0 && !m_pFirst)
+            m_closing = std::move(ending);
+    }
+    m_bThread = false;
+    return std::exchange(m_closing, std::nullopt);
+}
+
+cl_int CCommandQueue::Execute(SCommand& command)
+{
+    CEvent& event = *command.m_pEvent;
+    const InterceptHook pHook =
+        (m_nProperties & s_nQueueInterceptEnable) != 0 ? m_pContext->GetInterceptHook() : nullptr;
+    cl_int nResult = CL_SUCCESS;
+    const bool bDealtWith = pHook && pHook(HandleOf(command.m_pEvent), &nResult) == 1;
+    event.SetStatus(CL_RUNNING);
+    if (bDealtWith)
+        return nResult;
+    try
+    {
+        return command.m_run();
+    }
+    catch (const std::bad_alloc&)
+    {
+        return CL_OUT_OF_HOST_MEMORY;
+    }
+    catch (...)
+    {
+        return CL_OUT_OF_RESOURCES;
+    }
+}
+
+} // namespace KestrelPlatform::Runtime
+
+using namespace KestrelPlatform::Runtime;
+
+cl_command_queue CL_API_CALL clCreateCommandQueue(cl_context context, cl_device_id device,
+                                                  cl_command_queue_properties properties, cl_int* errcode_ret)
+{
+    return ApiCreate<cl_command_queue>(__func__, errcode_ret,
+                                       [&](cl_command_queue& hQueue) -> cl_int
+                                       { return CreateQueue(context, device, properties, hQueue); });
+}
+
+cl_command_queue CL_API_CALL clCreateCommandQueueWithProperties(cl_context context, cl_device_id device,
+                                                                const cl_queue_properties* properties,
+                                                                cl_int* errcode_ret)
+{
+    return ApiCreate<cl_command_queue>(__func__, errcode_ret,
+                                       [&](cl_command_queue& hQueue) -> cl_int
+                                       {
+                                           cl_command_queue_properties nProperties = 0;
+                                           for (const cl_queue_properties* pPair = properties; pPair && pPair[0] != 0;
+                                                pPair += 2)
+                                           {
+                                               if (pPair[0] != CL_QUEUE_PROPERTIES)
+                                                   return CL_INVALID_VALUE;
+                                               nProperties = pPair[1];
+                                           }
+                                           return CreateQueue(context, device, nProperties, hQueue);
+                                       });
+}
+
+cl_int CL_API_CALL clRetainCommandQueue(cl_command_queue command_queue)
+{
+    return ApiCall(__func__, [&] { return RetainHandle<CCommandQueue>(command_queue, CL_INVALID_COMMAND_QUEUE); });
+}
+
+cl_int CL_API_CALL clReleaseCommandQueue(cl_command_queue command_queue)
+{
+    return ApiCall(__func__, [&] { return ReleaseHandle<CCommandQueue>(command_queue, CL_INVALID_COMMAND_QUEUE); });
+}
+
+cl_int CL_API_CALL clGetCommandQueueInfo(cl_command_queue command_queue, cl_command_queue_info param_name,
+                                         size_t param_value_size, void* param_value, size_t* param_value_size_ret)
+{
+    return ApiCall(__func__,
+                   [&]() -> cl_int
+                   {
+                       const CRef<CCommandQueue> pQueue = Lookup<CCommandQueue>(command_queue);
+                       if (!pQueue)
+                           return CL_INVALID_COMMAND_QUEUE;
+                       return pQueue->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
+                   });
+}
+
+cl_int CL_API_CALL clSetCommandQueueProperty(cl_command_queue command_queue, cl_command_queue_properties properties,
+                                             cl_bool enable, cl_command_queue_properties* old_properties)
+{
+    return ApiCall(__func__,
+                   [&]() -> cl_int
+                   {
+                       // Gone since OpenCL 1.1: the properties of a queue are fixed when it is made.
+                       return Lookup<CCommandQueue>(command_queue) ? CL_INVALID_OPERATION : CL_INVALID_COMMAND_QUEUE;
+                   });
+}
+
+cl_int CL_API_CALL clFlush(cl_command_queue command_queue)
+{
+    return ApiCall(__func__,
+                   [&]() -> cl_int
+                   {
+                       const CRef<CCommandQueue> pQueue = Lookup<CCommandQueue>(command_queue);
+                       if (!pQueue)
+                           return CL_INVALID_COMMAND_QUEUE;
+                       pQueue->Flush();
+                       return CL_SUCCESS;
+                   });
+}
+
+cl_int CL_API_CALL clFinish(cl_command_queue command_queue)
+{
+    return ApiCall(__func__,
+                   [&]() -> cl_int
+                   {
+                       const CRef<CCommandQueue> pQueue = Lookup<CCommandQueue>(command_queue);
+                       return pQueue ? pQueue->Finish() : CL_INVALID_COMMAND_QUEUE;
+                   });
+}

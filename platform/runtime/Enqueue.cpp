@@ -1,0 +1,62 @@
+#include "platform/runtime/Enqueue.h"
+
+namespace KestrelPlatform::Runtime
+{
+
+CEnqueue::~CEnqueue()
+{
+    if (m_pCommand)
+        m_pQueue->Push(std::move(m_pCommand));
+}
+
+cl_int CEnqueue::Open()
+{
+    m_pQueue = Lookup<CCommandQueue>(m_arguments.m_hQueue);
+    return m_pQueue ? CL_SUCCESS : CL_INVALID_COMMAND_QUEUE;
+}
+
+cl_int CEnqueue::MakeCommand(cl_command_type eType, bool bBlocking, std::unique_ptr<SCommand>& pCommand)
+{
+    pCommand = std::make_unique<SCommand>();
+    if (const cl_int nError =
+            ReadWaitList(GetContext(), m_arguments.m_nWaits, m_arguments.m_phWaits, pCommand->m_vWaitList))
+        return nError;
+    if (bBlocking && m_pQueue->IsOwnThread())
+        return CL_INVALID_OPERATION;
+    pCommand->m_pEvent = MakeObject<CEvent>(CRef<CContext>(&GetContext()), m_pQueue, eType);
+    m_pQueue->StartThread();
+    return CL_SUCCESS;
+}
+
+cl_int CEnqueue::Submit(cl_command_type eType, bool bBlocking, std::function<cl_int()> run, std::function<void()> undo)
+{
+    std::unique_ptr<SCommand> pCommand;
+    if (const cl_int nError = MakeCommand(eType, bBlocking, pCommand))
+    {
+        if (undo)
+            undo();
+        return nError;
+    }
+    pCommand->m_run = std::move(run);
+    pCommand->m_undo = std::move(undo);
+    if (bBlocking)
+        return SubmitBlocking(std::move(pCommand));
+    if (m_arguments.m_phEvent)
+        *m_arguments.m_phEvent = GiveToClient(pCommand->m_pEvent);
+    m_pCommand = std::move(pCommand);
+    return CL_SUCCESS;
+}
+
+cl_int CEnqueue::SubmitBlocking(std::unique_ptr<SCommand> pCommand)
+{
+    const CRef<CEvent> pEvent = pCommand->m_pEvent;
+    m_pQueue->Push(std::move(pCommand));
+    const cl_int nStatus = pEvent->Wait();
+    if (nStatus < 0)
+        return nStatus;
+    if (m_arguments.m_phEvent)
+        *m_arguments.m_phEvent = GiveToClient(pEvent);
+    return CL_SUCCESS;
+}
+
+} // namespace KestrelPlatform::Runtime

@@ -1,0 +1,69 @@
+#ifndef KESTREL_PLATFORM_RUNTIME_ENQUEUE_H
+#define KESTREL_PLATFORM_RUNTIME_ENQUEUE_H
+
+#include "platform/runtime/ApiCall.h"
+#include "platform/runtime/CommandQueue.h"
+#include "platform/runtime/Event.h"
+
+#include <functional>
+#include <memory>
+
+namespace KestrelPlatform::Runtime
+{
+
+/// What every enqueue call is given.
+struct SEnqueueArguments
+{
+    cl_command_queue m_hQueue;
+    cl_uint m_nWaits;
+    const cl_event* m_phWaits;
+    cl_event* m_phEvent; ///< null: the client wants none
+};
+
+/// An enqueue call on its way. A command isn't handed over to its queue before the very end of the
+/// call: the queue's thread, and with it the client's intercept hook, sees it only when all the work
+/// of the call is done, the event stored included.
+class CEnqueue
+{
+public:
+    explicit CEnqueue(const SEnqueueArguments& arguments) : m_arguments(arguments) {}
+    CEnqueue(const CEnqueue&) = delete;
+    CEnqueue& operator=(const CEnqueue&) = delete;
+    ~CEnqueue();
+
+    /// Checks the queue. \return CL_INVALID_COMMAND_QUEUE
+    cl_int Open();
+    CCommandQueue& GetQueue() const { return *m_pQueue; }
+    CContext& GetContext() const { return m_pQueue->GetContext(); }
+
+    /// Makes the command and its event, after a check of the wait list. Nothing has happened if the
+    /// result isn't CL_SUCCESS. A blocking command is handed over at once and waited for; the result
+    /// is then that of the command, and the client gets no event of a failed one.
+    /// \param undo if given, called once if the command isn't made, or before it ends with an error
+    cl_int Submit(cl_command_type eType, bool bBlocking, std::function<cl_int()> run, std::function<void()> undo = {});
+
+private:
+    cl_int MakeCommand(cl_command_type eType, bool bBlocking, std::unique_ptr<SCommand>& pCommand);
+    cl_int SubmitBlocking(std::unique_ptr<SCommand> pCommand);
+
+    const SEnqueueArguments m_arguments;
+    CRef<CCommandQueue> m_pQueue;
+    std::unique_ptr<SCommand> m_pCommand;
+};
+
+/// The shell of an enqueue call: the body gets the call, its queue checked.
+template <class F>
+cl_int ApiEnqueue(const char* pszEntryPoint, const SEnqueueArguments& arguments, F&& body)
+{
+    CEnqueue enqueue(arguments);
+    return ApiCall(pszEntryPoint,
+                   [&]() -> cl_int
+                   {
+                       const cl_int nError = enqueue.Open();
+                       return nError != CL_SUCCESS ? nError : body(enqueue);
+                   });
+}
+
+} // namespace KestrelPlatform::Runtime
+
+#endif

@@ -1,0 +1,65 @@
+#ifndef KESTREL_PLATFORM_RUNTIME_KERNEL_H
+#define KESTREL_PLATFORM_RUNTIME_KERNEL_H
+
+#include "platform/runtime/MemObject.h"
+#include "platform/runtime/Program.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace KestrelPlatform::Runtime
+{
+
+/// The value that the client has set for one argument. A memory object isn't retained, as OpenCL has
+/// it: it is looked up again when the kernel is enqueued.
+struct SArgumentValue
+{
+    bool m_bSet = false;
+    std::vector<unsigned char> m_vBytes; ///< of a value
+    cl_mem m_hMem = nullptr;             ///< of a pointer, image or counter; may be null
+    cl_ulong m_nMemId = 0;               ///< tells an object from a later one with the same handle
+    size_t m_nLocalBytes = 0;
+    SSamplerBinding m_sampler;
+};
+
+/// A kernel: one executable for each device that its program is built for, and the arguments.
+class CKernel : public CObject
+{
+public:
+    using Handle = cl_kernel;
+    static constexpr EObjectKind s_eKind = EObjectKind::Kernel;
+    using Executables = std::map<const CDevice*, std::shared_ptr<const SExecutableKernel>>;
+
+    /// \param executables not empty, all with the same arguments
+    CKernel(CRef<CProgramObject> pProgram, Executables executables);
+
+    CProgramObject& GetProgram() const { return *m_pProgram; }
+    CContext& GetContext() const { return m_pProgram->GetContext(); }
+    /// The executable of a device; null if the program isn't built for it.
+    std::shared_ptr<const SExecutableKernel> GetExecutable(const CDevice& device) const;
+    /// The arguments, which are the same on every device.
+    const std::vector<SKernelArgument>& GetArguments() const;
+    cl_int SetArgument(cl_uint nIndex, size_t nSize, const void* pValue);
+    /// The values that are set now.
+    std::vector<SArgumentValue> GetArgumentValues() const;
+
+    cl_int GetInfo(cl_kernel_info eInfo, const SInfoQuery& query);
+    cl_int GetArgumentInfo(cl_uint nIndex, cl_kernel_arg_info eInfo, const SInfoQuery& query) const;
+    /// \param pDevice may be null for a kernel that has one device only
+    cl_int GetWorkGroupInfo(const CDevice* pDevice, cl_kernel_work_group_info eInfo, const SInfoQuery& query) const;
+
+protected:
+    ~CKernel() override;
+
+private:
+    const CRef<CProgramObject> m_pProgram;
+    const Executables m_executables;
+    mutable std::mutex m_mutex;
+    std::vector<SArgumentValue> m_vValues;
+};
+
+} // namespace KestrelPlatform::Runtime
+
+#endif

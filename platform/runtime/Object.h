@@ -1,0 +1,189 @@
+#ifndef KESTREL_PLATFORM_RUNTIME_OBJECT_H
+#define KESTREL_PLATFORM_RUNTIME_OBJECT_H
+
+#include "platform/runtime/OpenCL.h"
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace KestrelPlatform::Runtime
+{
+
+enum class EObjectKind
+{
+    Platform,
+    Device,
+    Context,
+    Queue,
+    Event,
+    Mem,
+    Sampler,
+    Program,
+    Kernel,
+    Last
+};
+
+/// What all objects behind a handle share. The handle points at the dispatch table's address, as an
+/// installable client driver's objects must; it is known to the registry of live objects, so that a
+/// handle that was never given out, or whose object has gone, is told apart without touching it.
+///
+/// Two counts: the client's references, which the queries report, and all references together, the
+/// client's among them, which keep the object alive. Both may change on any thread.
+class CObject
+{
+public:
+    explicit CObject(EObjectKind eKind);
+    CObject(const CObject&) = delete;
+    CObject& operator=(const CObject&) = delete;
+
+    void* GetHandle() { return &m_icd; }
+    EObjectKind GetKind() const { return m_eKind; }
+    /// Never used twice in a process, unlike a handle.
+    cl_ulong GetId() const { return m_nId; }
+    cl_uint GetClientReferences() const { return m_nClientReferences.load(); }
+
+    void AddReference() { m_nReferences.fetch_add(1, std::memory_order_relaxed); }
+    void DropReference();
+    /// For the registry: false for an object that is on its way out.
+    bool AddReferenceIfAlive();
+
+    void RetainByClient();
+    /// \return false if the client has no reference left to give back
+    bool ReleaseByClient();
+
+    /// The object metadata extension: one value a key. The destructor of a key gets the values that
+    /// are replaced, and those that are there when the object goes.
+    void SetMetadata(size_t nKey, void* pValue);
+    void* GetMetadata(size_t nKey);
+
+protected:
+    virtual ~CObject();
+    /// The client has given back its last reference.
+    virtual void OnLastClientRelease() {}
+
+private:
+    friend class CRegistry;
+
+    struct SIcdHeader
+    {
+        const cl_icd_dispatch* m_pDispatch;
+    };
+
+    SIcdHeader m_icd;
+    const EObjectKind m_eKind;
+    const cl_ulong m_nId;
+    std::atomic<cl_uint> m_nReferences{1};
+    std::atomic<cl_uint> m_nClientReferences{0};
+    std::mutex m_metadataMutex;
+    std::map<size_t, void*> m_mapMetadata;
+};
+
+/// A counted reference.
+template <class T>
+class CRef
+{
+public:
+    CRef() = default;
+    /// Takes over a reference that the caller holds.
+    static CRef Adopt(T* pObject)
+    {
+        CRef ref;
+        ref.m_pObject = pObject;
+        return ref;
+    }
+    explicit CRef(T* pObject) : m_pObject(pObject)
+    {
+        if (m_pObject)
+            m_pObject->AddReference();
+    }
+    CRef(const CRef& other) : CRef(other.m_pObject) {}
+    CRef(CRef&& other) noexcept : m_pObject(std::exchange(other.m_pObject, nullptr)) {}
+    CRef& operator=(CRef other) noexcept
+    {
+        std::swap(m_pObject, other.m_pObject);
+        return *this;
+    }
+    ~CRef()
+    {
+        if (m_pObject)
+            m_pObject->DropReference();
+    }
+
+    T* Get() const { return m_pObject; }
+    T* operator->() const { return m_pObject; }
+    T& operator*() const { return *m_pObject; }
+    explicit operator bool() const { return m_pObject != nullptr; }
+    T* Detach() { return std::exchange(m_pObject, nullptr); }
+
+private:
+    T* m_pObject = nullptr;
+};
+
+/// The live objects of the process, by handle.
+class CRegistry
+{
+public:
+    static void Add(CObject& object);
+    static void Remove(CObject& object);
+    /// \return a new reference, or null if no live object has this handle
+    static CRef<CObject> Find(const void* pHandle);
+};
+
+/// The object behind a handle; null for anything that isn't a live object of T's kind.
+template <class T>
+CRef<T> Lookup(typename T::Handle hObject)
+{
+    CRef<CObject> pObject = CRegistry::Find(hObject);
+    if (!pObject || pObject->GetKind() != T::s_eKind)
+        return {};
+    return CRef<T>::Adopt(static_cast<T*>(pObject.Detach()));
+}
+
+/// Makes an object and enters it in the registry. May throw std::bad_alloc.
+template <class T, class... Args>
+CRef<T> MakeObject(Args&&... args)
+{
+    CRef<T> pObject = CRef<T>::Adopt(new T(std::forward<Args>(args)...));
+    CRegistry::Add(*pObject);
+    return pObject;
+}
+
+/// Hands an object to the client, with a reference that is the client's from now on.
+template <class T>
+typename T::Handle GiveToClient(const CRef<T>& pObject)
+{
+    pObject->RetainByClient();
+    return static_cast<typename T::Handle>(pObject->GetHandle());
+}
+
+/// The handle of an object without a reference, as the queries give it; null for a null reference.
+template <class T>
+typename T::Handle HandleOf(const CRef<T>& pObject)
+{
+    return pObject ? static_cast<typename T::Handle>(pObject->GetHandle()) : nullptr;
+}
+
+/// clRetain... of a kind of object.
+template <class T>
+cl_int RetainHandle(typename T::Handle hObject, cl_int nInvalid)
+{
+    const CRef<T> pObject = Lookup<T>(hObject);
+    if (!pObject)
+        return nInvalid;
+    pObject->RetainByClient();
+    return CL_SUCCESS;
+}
+
+/// clRelease... of a kind of object.
+template <class T>
+cl_int ReleaseHandle(typename T::Handle hObject, cl_int nInvalid)
+{
+    const CRef<T> pObject = Lookup<T>(hObject);
+    return pObject && pObject->ReleaseByClient() ? CL_SUCCESS : nInvalid;
+}
+
+} // namespace KestrelPlatform::Runtime
+
+#endif

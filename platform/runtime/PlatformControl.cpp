@@ -1,0 +1,69 @@
+#include "platform/runtime/PlatformControl.h"
+
+#include "platform/runtime/Counters.h"
+#include "platform/runtime/ExtensionEntries.h"
+#include "platform/runtime/KernelLaunch.h"
+#include "platform/runtime/Settings.h"
+
+namespace
+{
+
+using namespace KestrelPlatform;
+
+void SwitchExtension(const char* pszName, int32_t bEnabled)
+{
+    Runtime::SetExtensionEnabled(pszName, bEnabled != 0);
+}
+
+void OrderFailure(const char* pszEntryPoint, uint64_t nCall, int32_t nCode, int32_t bForever)
+{
+    Runtime::SetFailure(pszEntryPoint, nCall, nCode, bForever != 0);
+}
+
+void SetBuild(uint32_t nBuild)
+{
+    Runtime::SetBuildNumber(nBuild);
+}
+
+uint64_t CountCalls()
+{
+    return Runtime::GetCallCount();
+}
+
+uint64_t ReadCounter(EPlatformCounter eCounter)
+{
+    return Runtime::GetCounterValue(eCounter);
+}
+
+void LimitInstructions(uint64_t nInstructions)
+{
+    Runtime::SetInstructionLimit(nInstructions);
+}
+
+void ReadLastFault(SPlatformFault* pFault)
+{
+    if (pFault)
+        *pFault = Runtime::GetLastFault();
+}
+
+} // namespace
+
+const SPlatformControl* kestrelPlatformControl()
+{
+    static const SPlatformControl s_control = {
+        sizeof(SPlatformControl),
+        &KestrelPlatform::Runtime::ResetSettings,
+        &SetBuild,
+        &SwitchExtension,
+        &KestrelPlatform::Runtime::SetRefusedBuildOption,
+        &OrderFailure,
+        &KestrelPlatform::Runtime::ClearFailures,
+        &CountCalls,
+        &ReadCounter,
+        &KestrelPlatform::Runtime::ClearRunningCounters,
+        &KestrelPlatform::Runtime::SetTraceCallback,
+        &LimitInstructions,
+        &ReadLastFault,
+    };
+    return &s_control;
+}

@@ -1,0 +1,88 @@
+#ifndef KESTREL_PLATFORM_RUNTIME_PROGRAM_H
+#define KESTREL_PLATFORM_RUNTIME_PROGRAM_H
+
+#include "platform/compiler/ProgramBuilder.h"
+#include "platform/runtime/Context.h"
+#include "platform/simt/Launch.h"
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace KestrelPlatform::Runtime
+{
+
+/// A kernel of a built program, ready to run on one device.
+struct SExecutableKernel
+{
+    SCompiledKernel m_compiled;
+    std::shared_ptr<const KestrelPlatform::CProgram> m_pDecoded;
+};
+
+using ExecutableKernels = std::vector<std::shared_ptr<const SExecutableKernel>>;
+
+/// What a program has for one of its devices. Replaced as a whole by a build.
+struct SDeviceProgram
+{
+    CRef<CDevice> m_pDevice;
+    cl_build_status m_eStatus = CL_BUILD_NONE;
+    cl_program_binary_type m_eBinaryType = CL_PROGRAM_BINARY_TYPE_NONE;
+    std::string m_strOptions;
+    std::string m_strLog;
+    std::vector<char> m_vImage;   ///< as CL_PROGRAM_BINARIES gives it; empty for none
+    ExecutableKernels m_vKernels; ///< of an executable or a compiled object
+};
+
+/// A program: its text or images, and what builds have made of them for each device.
+class CProgramObject : public CObject
+{
+public:
+    using Handle = cl_program;
+    static constexpr EObjectKind s_eKind = EObjectKind::Program;
+
+    /// \param source none for a program made of images
+    CProgramObject(CRef<CContext> pContext, std::optional<std::string> source, std::vector<SDeviceProgram> vDevices)
+        : CObject(s_eKind), m_pContext(std::move(pContext)), m_source(std::move(source)),
+          m_vDevices(std::move(vDevices))
+    {
+    }
+
+    CContext& GetContext() const { return *m_pContext; }
+    const std::optional<std::string>& GetSource() const { return m_source; }
+    /// What there is for each device; a copy, so that a build may go on meanwhile.
+    std::vector<SDeviceProgram> GetDevicePrograms() const;
+    bool FindDeviceProgram(const CDevice& device, SDeviceProgram& program) const;
+    cl_int GetInfo(cl_program_info eInfo, const SInfoQuery& query);
+    cl_int GetBuildInfo(const CDevice& device, cl_program_build_info eInfo, const SInfoQuery& query) const;
+
+    /// Takes the program for a build of some of its devices.
+    /// \return CL_INVALID_OPERATION if it has kernels or is being built, CL_INVALID_DEVICE for a
+    ///         device that isn't the program's
+    cl_int BeginBuild(const std::vector<CRef<CDevice>>& vDevices);
+    /// Stores what a build has made for a device.
+    void EndBuild(SDeviceProgram program);
+
+    /// Kernels that hold on to the program, and so forbid a build.
+    void CountKernel(int nChange);
+
+private:
+    SDeviceProgram* Find(const CDevice& device);
+
+    const CRef<CContext> m_pContext;
+    const std::optional<std::string> m_source;
+    mutable std::mutex m_mutex;
+    std::vector<SDeviceProgram> m_vDevices;
+    int m_nKernels = 0;
+};
+
+/// Builds one device's part of a program from source or image, decodes its kernels, and gives what
+/// there is afterwards: on failure the log says why.
+SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SDeviceProgram& before,
+                              const std::string& strOptions, const SBuildOptions& options,
+                              cl_program_binary_type eResult);
+
+} // namespace KestrelPlatform::Runtime
+
+#endif

@@ -1,0 +1,22 @@
+#ifndef KESTREL_PLATFORM_RUNTIME_TRACE_H
+#define KESTREL_PLATFORM_RUNTIME_TRACE_H
+
+#include "platform/runtime/PlatformControl.h"
+#include "platform/simt/Launch.h"
+
+#include <memory>
+#include <string>
+
+namespace KestrelPlatform::Runtime
+{
+
+/// A sink that hands each record to a client's callback.
+std::shared_ptr<ITraceSink> MakeCallbackTrace(PlatformTraceCallback pCallback, void* pUser);
+
+/// A sink that appends to a text file: a line a record, and a line for each active work-item with
+/// the four words of the written register. Null if the file can't be opened.
+std::shared_ptr<ITraceSink> MakeFileTrace(const std::string& strPath);
+
+} // namespace KestrelPlatform::Runtime
+
+#endif
