@@ -9,7 +9,7 @@ namespace
 {
 
 constexpr int s_nNumStates = 16;
-constexpr int s_nMaxRules = 4;
+constexpr int s_nMaxRules = 5;
 
 /// What happens on a character, or on any other than those named.
 struct SRule
@@ -58,7 +58,8 @@ constexpr bool IsComplete(const SState& state)
 }
 
 constexpr SState s_States[s_nNumStates] = {
-    /* 0 text */ {{On("\n", "", false, 2), On("\r", "", false, 3), On("f", "", true, 9), Any("", true, false, 0)}},
+    /* 0 text */ {{On("\n", "", false, 2), On("\r", "", false, 3), On("f", "", true, 9), On("m", "", true, 4),
+                   Any("", true, false, 0)}},
     /* 1 is never entered */ {{Any("", true, false, 0)}},
     /* 2 behind "\n" */ {{On(" ", "", false, 2), Any("\n", false, true, 0)}},
     /* 3 behind "\r" */ {{On(" ", "", false, 3), Any("\r", false, true, 0)}},
