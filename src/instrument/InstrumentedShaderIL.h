@@ -4,6 +4,8 @@
 #include "il/ShaderDebuggerUtilsIL.h"
 #include "instrument/AnalyzedShaderIL.h"
 
+class CElf;
+
 namespace OVK_ShaderDebugger
 {
 
@@ -53,7 +55,8 @@ protected:
     static void WriteInstruction(CDest& dest, ILOpCode opCode, unsigned int nControls = 0);
     static void WriteDestReg(CDest& dest, ILRegType type, unsigned int nRegNum, RegisterMask mask = COMP_All,
                              unsigned int nIndex = ~0u);
-    static void WriteSourceReg(CDest& dest, RegisterType type, unsigned int nRegNum, RegisterMask mask = COMP_All,
+    static void WriteDestReg(CDest& dest, const Register& destReg);
+    static void WriteSourceReg(CDest& dest, ILRegType type, unsigned int nRegNum, RegisterMask mask = COMP_All,
                                unsigned int nIndex = 0, ComponentExtend extend = EXTD_Repeat);
     static void WriteSourceReg(CDest& dest, const Register& srcReg, ComponentExtend extend = EXTD_Repeat);
     static void WriteImmediate32(CDest& dest, unsigned int i);
@@ -91,6 +94,69 @@ protected:
     // Protected because the engine keeps one patched kernel for the next stop and gives it up.
     IL* m_pPatchedShader; ///< owned, from malloc
     size_t m_nPatchedShaderSize;
+
+private:
+    struct SPass;
+
+    // The pass (Patcher.cpp).
+    bool IsStopPosition(const ProgramCounter& target) const;
+    bool PatchHeader(SPass& pass);
+    bool PatchItem(SPass& pass, const SItem& item);
+    bool PatchMacroDef(SPass& pass, const SItem& item);
+    bool PatchInstruction(SPass& pass, const SItem& item);
+    void PatchTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
+    bool EndAtEntry(SPass& pass);
+    bool EndAtTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
+    bool IsReplacedDeclaration(const SItem& item) const;
+    void WriteFollowingComment(CSource& src, CDest& dest) const;
+
+    // Flow control (FlowControlPatcher.cpp).
+    bool PatchFlowControlInstruction(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction,
+                                     const ProgramCounter& pc, const CShaderDebuggerInstructionIL& instruction);
+    bool WriteFunctionHead(CSource& src, CDest& dest, InstructionNumber nFunc);
+    const CIL_Loop* LoopAround(InstructionNumber nWhile, const ProgramCounter& pc) const;
+    void WriteLoopEntry(CDest& dest, const CIL_Loop& loop, const ProgramCounter& pc);
+    void WriteLoopHead(CDest& dest, const CIL_Loop& loop);
+    bool DeferTempRegistersWrite(InstructionNumber nTargetInstruction) const;
+    InstructionNumber DeferredFlagPosition(InstructionNumber nTargetInstruction) const;
+    bool FinalizeFlowControl(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
+    void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, InstructionNumber& nPosition,
+                         InstructionNumber nFlagPosition);
+    bool FinalizeFunctions(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
+    bool IsDroppedBehindTarget(const SItem& item) const;
+    const CShaderDebuggerInstructionIL& PopFlowControlInstruction();
+    void PopThrough(bool (*pfnIsLast)(ILOpCode));
+    bool InBlock(ILOpCode op) const;
+    bool InLoop() const { return InBlock(IL_OP_WHILE); }
+    bool InSwitch() const { return InBlock(IL_OP_SWITCH); }
+
+    // Blocks (OutputsEmitter.cpp, Preamble.cpp).
+    void WriteUavOpCode(CDest& dest, ILOpCode opCode, unsigned int nId, IL_UAV_CACHE_TYPE cacheType) const;
+    void WriteLiteralDeclaration(CDest& dest, unsigned int nRegister, unsigned int nValue);
+    void WriteSelectorSwitch(CDest& dest);
+    void WriteSelectorDefault(CDest& dest);
+    void WriteCaptureOf(CDest& dest, const Register& reg, std::deque<unsigned int>::const_iterator& itFreeLiteral);
+    void WriteThreadGroupSize(CDest& dest, unsigned int nFunction);
+    void WriteElementIndex(CDest& dest);
+    void WriteElementAddress(CDest& dest, unsigned int nAddressTemp, unsigned int nConstantBufferIndex);
+    void WriteOutputDeclarations(CDest& dest);
+    void WriteBufferDeclarations(CDest& dest);
+    void WriteSamplerStubs(CDest& dest);
+    void WriteZero(CDest& dest, unsigned int nTemp);
+
+    // The image (PatchedShader.cpp).
+    bool MakeImage(const CDest& tokens, std::vector<char>& vImage);
+    bool PrepareElf();
+    bool PatchKernelMetadata(CElf& elf);
+    void RemoveLocalMemory(CElf& elf);
+
+    // Metadata (MetadataPatcher.cpp).
+    bool PatchMetadataAppendOutputBuffers(CCLMetadata& metadata);
+    bool PatchMetadataAppendValue(CCLMetadata& metadata);
+
+    std::deque<InstructionNumber> m_FlowControlStack; ///< blocks open in the pass, the innermost at the back
+    std::vector<char> m_vPreparedElf; ///< the kernel binary with all that is the same for every target patched in
+    std::string m_strPatchedMetadata;
 };
 
 } // namespace OVK_ShaderDebugger

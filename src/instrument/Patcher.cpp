@@ -1,0 +1,344 @@
+#include "instrument/InstrumentedShaderIL.h"
+
+#include "core/Log.h"
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+/// The bit of an mdef's modifier word that marks an outline macro.
+constexpr unsigned int s_nOutlineBit = 1u << 16;
+
+/// The arena UAV that the preamble declares.
+constexpr unsigned int s_nArenaUAV = 8;
+
+/// Written behind the stores, since the function's code may not run on.
+bool IsReturnLike(ILOpCode op)
+{
+    return op == IL_OP_ENDFUNC || op == IL_OP_RET || op == IL_OP_RET_DYN;
+}
+
+unsigned int ControlsOf(unsigned int token)
+{
+    return IL_OpCode{token}.bits.controls;
+}
+
+} // namespace
+
+/// One pass over the tokens of the kernel.
+struct CInstrumentedShaderIL::SPass
+{
+    CSource& src;
+    CDest& dest;
+    const ProgramCounter& target;
+    const std::vector<Register>& vTargetRegs;
+    InstructionNumber nCurrentInstruction = 0;
+    bool bInOutlineMacro = false;
+    bool bOutlineMacroEncountered = false;
+    bool bDone = false; ///< the target has been reached, and what follows it has been written
+};
+
+bool CInstrumentedShaderIL::PatchIL(CSource& src, CDest& dest, ProgramCounter nTargetInstruction,
+                                    const std::vector<Register>& vTargetRegs)
+{
+    if (!SD_Assert(GetHost(), nTargetInstruction != g_PC_NULL || !vTargetRegs.empty()) ||
+        !SD_AssertText(GetHost(), IsStopPosition(nTargetInstruction), "IsStopPosition(nTargetInstruction)"))
+    {
+        return false;
+    }
+
+    m_FlowControlStack.clear();
+    SPass pass{src, dest, nTargetInstruction, vTargetRegs};
+    SItem item;
+    bool bPatched = PatchHeader(pass);
+
+    while (bPatched && !pass.bDone && ReadItem(src, item))
+    {
+        bPatched = PatchItem(pass, item);
+    }
+
+    return bPatched;
+}
+
+/// A position of the kernel, or its entry. The end of the kernel and of its main body are none: nothing that a stop
+/// there could show differs from the instruction before.
+bool CInstrumentedShaderIL::IsStopPosition(const ProgramCounter& target) const
+{
+    if (target == g_PC_NULL)
+    {
+        return true;
+    }
+
+    if (target.m_nPos >= m_Instructions.size())
+    {
+        return false;
+    }
+
+    const ILOpCode op = m_Instructions[target.m_nPos].GetOpCode();
+    return op != IL_OP_END && op != IL_OP_ENDMAIN;
+}
+
+bool CInstrumentedShaderIL::PatchHeader(SPass& pass)
+{
+    unsigned int token = 0;
+
+    if (pass.src.PeekToken(token) && ILFormatDecode::GetOp(token) == IL_OP_MACRODEF)
+    {
+        CopyMacros(pass.src, pass.dest);
+    }
+
+    for (int i = 0; i < 2; ++i)
+    {
+        if (!pass.src.ReadToken(token))
+        {
+            return SD_Break(GetHost(), "src.ReadToken(token)");
+        }
+
+        pass.dest.WriteToken(token);
+    }
+
+    return true;
+}
+
+bool CInstrumentedShaderIL::PatchItem(SPass& pass, const SItem& item)
+{
+    switch (item.GetOpCode())
+    {
+    case IL_OP_COMMENT:
+        pass.dest.WriteTokens(item.pTokens, item.nLength);
+        return true;
+
+    case IL_OP_MACRODEF:
+        return PatchMacroDef(pass, item);
+
+    case IL_OP_MACROEND:
+        pass.dest.WriteTokens(item.pTokens, item.nLength);
+        pass.bInOutlineMacro = false;
+        return true;
+
+    default:
+        break;
+    }
+
+    if (!ILShaderUtils::IsDCL(item.GetOpCode()))
+    {
+        return PatchInstruction(pass, item);
+    }
+
+    if (!IsReplacedDeclaration(item))
+    {
+        pass.dest.WriteTokens(item.pTokens, item.nLength);
+    }
+
+    return true;
+}
+
+/// Whether the preamble, or the start of each function, has declarations of its own in place of this one.
+bool CInstrumentedShaderIL::IsReplacedDeclaration(const SItem& item) const
+{
+    const unsigned int nControls = ControlsOf(item.pTokens[0]);
+
+    switch (item.GetOpCode())
+    {
+    case IL_DCL_OUTPUT:
+        return true;
+
+    case IL_DCL_CONST_BUFFER:
+    case IL_DCL_RESOURCE:
+    case IL_OP_DCL_UAV:
+    case IL_OP_DCL_TYPELESS_UAV:
+    case IL_OP_DCL_TYPED_UAV:
+        return IsCompute();
+
+    case IL_OP_DCL_RAW_UAV:
+        return IsCompute() && nControls == m_nRawUAVNum;
+
+    case IL_OP_DCL_ARENA_UAV:
+        return IsCompute() && nControls == s_nArenaUAV;
+
+    default:
+        return false;
+    }
+}
+
+bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
+{
+    if (!SD_AssertText(GetHost(), !pass.bInOutlineMacro, "!bInOutlineMacro"))
+    {
+        return false;
+    }
+
+    pass.dest.WriteTokens(item.pTokens, item.nLength);
+    std::string strComment;
+    const bool bOutline = !pass.bOutlineMacroEncountered && (item.pTokens[1] & s_nOutlineBit) != 0 &&
+                          PeekFollowingComment(pass.src, strComment) && strComment == KernelName();
+
+    if (!bOutline)
+    {
+        return CopyMacros(pass.src, pass.dest);
+    }
+
+    if (!SD_Assert(GetHost(), ControlsOf(item.pTokens[0]) == m_OutlineMacroLabel))
+    {
+        return false;
+    }
+
+    pass.bInOutlineMacro = true;
+    pass.bOutlineMacroEncountered = true;
+    WriteFollowingComment(pass.src, pass.dest);
+    WriteDebuggerNumericLiteralDeclarations(pass.dest);
+    WriteDebuggerLoopLiteralDeclarations(pass.dest, pass.target);
+
+    for (const unsigned int nTemp : m_nPatchedTempRegisters)
+    {
+        WriteZero(pass.dest, nTemp);
+    }
+
+    return true;
+}
+
+bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
+{
+    const InstructionNumber nCurrentInstruction = pass.nCurrentInstruction;
+
+    if (!SD_AssertText(GetHost(),
+                       nCurrentInstruction < m_Instructions.size() &&
+                           m_Instructions[nCurrentInstruction].GetOpCode() == item.GetOpCode(),
+                       "m_Instructions[nCurrentInstruction].GetOpCode() == instruction.GetOpCode()"))
+    {
+        return false;
+    }
+
+    if (nCurrentInstruction == 0 && pass.target == g_PC_NULL)
+    {
+        return EndAtEntry(pass);
+    }
+
+    if (nCurrentInstruction == 0)
+    {
+        InitResourcesAndRegisters(pass.dest, true, pass.target);
+    }
+
+    const CShaderDebuggerInstructionIL& instruction = m_Instructions[nCurrentInstruction];
+    const bool bAtTarget = nCurrentInstruction == pass.target.m_nPos;
+
+    if (instruction.IsFlowControlOp())
+    {
+        if (!SD_AssertText(
+                GetHost(),
+                PatchFlowControlInstruction(pass.src, pass.dest, nCurrentInstruction, pass.target, instruction),
+                "PatchFlowControlInstruction( src, dest, nCurrentInstruction, nTargetInstruction, instruction )"))
+        {
+            return false;
+        }
+    }
+    else if (bAtTarget)
+    {
+        PatchTarget(pass, instruction);
+    }
+    else if (instruction.GetDestRegType() != IL_REGTYPE_OUTPUT)
+    {
+        pass.dest.WriteTokens(item.pTokens, item.nLength);
+    }
+
+    ++pass.nCurrentInstruction;
+    return !bAtTarget || EndAtTarget(pass, instruction);
+}
+
+/// Writes the target if it takes effect before the registers are read: a store without a destination doesn't.
+void CInstrumentedShaderIL::PatchTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction)
+{
+    if (instruction.GetDestRegType() == IL_REGTYPE_OUTPUT)
+    {
+        SD_Log(GetHost(), logWARNING, "This won't work if doing a continue. Needs fixing in future.");
+        return;
+    }
+
+    if (instruction.GetOpCode() == IL_OP_MACROCALL || IsPrivateUAVWrite(instruction) || instruction.HasDestReg())
+    {
+        instruction.WriteInstruction(pass.dest);
+    }
+}
+
+bool CInstrumentedShaderIL::EndAtEntry(SPass& pass)
+{
+    CopyInputRegs(pass.dest, pass.vTargetRegs);
+    WriteExecMaskTempReg(pass.dest, true);
+    WriteOutputs(pass.dest, 0);
+    WriteInstruction(pass.dest, IL_OP_RET_DYN);
+    WriteInstruction(pass.dest, IL_OP_END);
+    pass.bDone = true;
+    return true;
+}
+
+bool CInstrumentedShaderIL::EndAtTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction)
+{
+    const InstructionNumber nTarget = pass.target.m_nPos;
+    const bool bReturnLike = IsReturnLike(instruction.GetOpCode());
+    pass.bDone = true;
+
+    if (!bReturnLike)
+    {
+        WriteFollowingComment(pass.src, pass.dest);
+    }
+
+    if (!DeferTempRegistersWrite(nTarget))
+    {
+        WriteRegsToOutputTempReg(pass.dest, pass.vTargetRegs);
+        WriteExecMaskTempReg(pass.dest, true);
+    }
+
+    FinalizeFlowControl(pass.src, pass.dest, nTarget);
+    WriteOutputs(pass.dest, nTarget);
+    WriteInstruction(pass.dest, IL_OP_RET_DYN);
+
+    if (bReturnLike)
+    {
+        instruction.WriteInstruction(pass.dest);
+        WriteFollowingComment(pass.src, pass.dest);
+    }
+
+    if (!FinalizeFunctions(pass.src, pass.dest, nTarget))
+    {
+        return false;
+    }
+
+    WriteInstruction(pass.dest, IL_OP_END);
+    return true;
+}
+
+void CInstrumentedShaderIL::WriteFollowingComment(CSource& src, CDest& dest) const
+{
+    unsigned int token = 0;
+    SItem item;
+
+    if (src.PeekToken(token) && ILFormatDecode::GetOp(token) == IL_OP_COMMENT && ReadItem(src, item))
+    {
+        dest.WriteTokens(item.pTokens, item.nLength);
+    }
+}
+
+bool CInstrumentedShaderIL::CopyMacros(CSource& src, CDest& dest)
+{
+    SItem item;
+    unsigned int nNext = 0;
+
+    do
+    {
+        while (ReadItem(src, item))
+        {
+            dest.WriteTokens(item.pTokens, item.nLength);
+
+            if (item.GetOpCode() == IL_OP_MACROEND)
+            {
+                break;
+            }
+        }
+    } while (src.PeekToken(nNext) && ILFormatDecode::GetOp(nNext) == IL_OP_MACRODEF);
+
+    return true;
+}
+
+} // namespace OVK_ShaderDebugger
