@@ -145,6 +145,7 @@ constexpr SKeyword s_Keywords[] = {
 struct SOpTraits
 {
     const char* pszName = nullptr; ///< null without a row
+    bool bHasShape = false;        ///< false: nothing is known of the words behind the opcode token
     std::uint32_t nClasses = 0;
     std::uint16_t nFormat = 0;
     std::uint8_t nDestCount = 0;
@@ -175,11 +176,15 @@ constexpr OpTraitsTable BuildOpTraits()
         {
             const SFormat& format = FindFormat(keyword.nFormat);
             traits.pszName = keyword.pszText;
+            traits.bHasShape = true;
             traits.nFormat = static_cast<std::uint16_t>(format.nCode);
             traits.nDestCount = format.nDestCount;
             traits.nSrcCount = format.nSrcCount;
         }
     }
+
+    // It has no row, but its shape is its sibling's: a count of words and no operands.
+    table[IL_OP_DCL_TOTAL_NUM_THREAD_GROUP].bHasShape = true;
 
     for (const SClassRange& range : s_ClassRanges)
     {
@@ -302,7 +307,7 @@ bool IsReadAtomicOp(ILOpCode op)
 
 bool HasDescription(ILOpCode op)
 {
-    if (Traits(op).pszName == nullptr)
+    if (!Traits(op).bHasShape)
     {
         return SDU_Break("Didn't find opcode token description");
     }
@@ -319,7 +324,7 @@ bool HasDestReg(IL opToken, IL instructionModifier)
 {
     const SOpTraits& traits = Traits(ILFormatDecode::GetOp(opToken));
 
-    if (traits.pszName == nullptr)
+    if (!traits.bHasShape)
     {
         return SDU_Break("HasDestReg() - unable to find opcode");
     }
@@ -343,7 +348,7 @@ unsigned int GetSrcRegCount(IL opToken, IL instructionModifier)
     const ILOpCode op = ILFormatDecode::GetOp(opToken);
     const SOpTraits& traits = Traits(op);
 
-    if (traits.pszName == nullptr)
+    if (!traits.bHasShape)
     {
         SDU_Break("GetSrcRegCount() - unable to find opcode");
         return 0;

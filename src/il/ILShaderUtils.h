@@ -33,8 +33,9 @@ bool IsGlobalMemAccessOp(ILOpCode op);
 /// Atomics that give the old value, appends and consumes.
 bool IsReadAtomicOp(ILOpCode op);
 
-/// Whether the opcode table has a row for the opcode, so that its instruction has a known shape. Logs "Didn't find
-/// opcode token description" when there is none: a stream cannot be decoded beyond such an opcode.
+/// Whether the shape of the opcode's instruction is known: from its row in the opcode table, or from its trailing words
+/// alone (IL_OP_DCL_TOTAL_NUM_THREAD_GROUP). Logs "Didn't find opcode token description" when it isn't: a stream cannot
+/// be decoded beyond such an opcode.
 bool HasDescription(ILOpCode op);
 /// The format code of the opcode's row, 0 when there is none. Logs nothing.
 unsigned int GetFormatCode(ILOpCode op);

@@ -233,6 +233,7 @@ bool CShaderDebuggerInstructionIL::DecodeTrailingWords(CInstructionCursor& curso
     }
 
     case IL_OP_DCL_NUM_THREAD_PER_GROUP:
+    case IL_OP_DCL_TOTAL_NUM_THREAD_GROUP:
         return cursor.Skip(IL_OpCode{cursor.GetTokens()[0]}.bits.controls, s_pszTrailingTruncated);
 
     case IL_DCL_LITERAL:

@@ -55,6 +55,7 @@ const SShapeCase s_ShapeCases[] = {
     {"dcl_typed_uav, reserved bits set", {0xC00201A7, 5}, 0, {}},
     {"dcl_num_thread_per_group", {0x000300D4, 64, 1, 1}, 0, {}},
     {"dcl_num_thread_per_group of none", {0x000000D4}, 0, {}},
+    {"the declaration of the number of groups, which has no row", {0x000300D5, 4, 2, 1}, 0, {}},
     {"dcl_max_thread_per_group", {0x00000160, 64}, 0, {}},
     {"dcl_output", {0x0000007D, 0x00620000, 0x55}, 1, {}},
     {"dcl_resource, unnormalized", {0x82050080, 0x1234}, 0, {}},
