@@ -9,7 +9,8 @@ namespace
 {
 
 /// Copies a record out of the bytes, which needn't be aligned. \return false if it isn't whole
-template <typename T> bool ReadRecord(std::string_view bytes, uint64_t nOffset, T& record)
+template <typename T>
+bool ReadRecord(std::string_view bytes, uint64_t nOffset, T& record)
 {
     if (nOffset > bytes.size() || bytes.size() - nOffset < sizeof(record))
     {
@@ -93,6 +94,8 @@ bool CElfReader::ReadSections(std::string_view image, std::string& strError)
             return false;
         }
         section.nType = record.sh_type;
+        section.nFlags = record.sh_flags;
+        section.nAlignment = record.sh_addralign;
         section.nLink = record.sh_link;
         section.nEntrySize = record.sh_entsize;
         m_vSections.push_back(section);
@@ -129,6 +132,9 @@ void CElfReader::ReadSymbols(const SSection& table)
         {
             continue;
         }
+        symbol.nType = ELF64_ST_TYPE(record.st_info);
+        symbol.nSection = record.st_shndx;
+        symbol.nValue = record.st_value;
         m_vSymbols.push_back(symbol);
         m_symbols.emplace(symbol.name, symbol.data);
     }

@@ -16,10 +16,23 @@ namespace KestrelPlatform
 class CElfReader
 {
 public:
+    struct SSection
+    {
+        std::string_view name;
+        std::string_view data; ///< empty for a section without bytes
+        uint32_t nType = 0;
+        uint64_t nFlags = 0;
+        uint64_t nAlignment = 0;
+        uint32_t nLink = 0;
+        uint64_t nEntrySize = 0;
+    };
     struct SSymbol
     {
         std::string_view name;
         std::string_view data; ///< the block that it names
+        unsigned char nType = 0;
+        size_t nSection = 0; ///< index in Sections
+        uint64_t nValue = 0; ///< where the block starts in its section
     };
 
     /// \return false, with the reason, for bytes that are no such image or whose tables lie outside of it
@@ -28,6 +41,9 @@ public:
     /// The first section of a name. \return false if there is none
     bool FindSection(std::string_view name, std::string_view& data) const;
 
+    /// All sections in file order, the null section first.
+    const std::vector<SSection>& Sections() const { return m_vSections; }
+
     /// The symbols whose block lies inside its section, in table order.
     const std::vector<SSymbol>& Symbols() const { return m_vSymbols; }
 
@@ -35,15 +51,6 @@ public:
     bool FindSymbol(std::string_view name, std::string_view& data) const;
 
 private:
-    struct SSection
-    {
-        std::string_view name;
-        std::string_view data;
-        uint32_t nType = 0;
-        uint32_t nLink = 0;
-        uint64_t nEntrySize = 0;
-    };
-
     bool ReadSections(std::string_view image, std::string& strError);
     void ReadSymbols(const SSection& table);
 

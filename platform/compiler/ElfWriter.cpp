@@ -32,7 +32,8 @@ private:
     std::string m_strData;
 };
 
-template <typename T> void AppendRecord(std::string& str, const T& record)
+template <typename T>
+void AppendRecord(std::string& str, const T& record)
 {
     str.append(reinterpret_cast<const char*>(&record), sizeof(record));
 }

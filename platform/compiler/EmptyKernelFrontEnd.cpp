@@ -21,7 +21,8 @@ public:
     std::string_view TakeWord()
     {
         const size_t nStart = m_nPosition;
-        while (!AtEnd() && (std::isalnum(static_cast<unsigned char>(m_text[m_nPosition])) != 0 || m_text[m_nPosition] == '_'))
+        while (!AtEnd() &&
+               (std::isalnum(static_cast<unsigned char>(m_text[m_nPosition])) != 0 || m_text[m_nPosition] == '_'))
         {
             ++m_nPosition;
         }
@@ -61,7 +62,8 @@ public:
         {
             diag.nLine += c == '\n' ? 1 : 0;
         }
-        diag.nColumn = static_cast<unsigned int>(nBreak == std::string_view::npos ? m_nPosition : m_nPosition - nBreak - 1) + 1;
+        diag.nColumn =
+            static_cast<unsigned int>(nBreak == std::string_view::npos ? m_nPosition : m_nPosition - nBreak - 1) + 1;
         diag.strMessage = "expected " + strExpected +
                           " (of OpenCL C only empty kernels are compiled: '__kernel void NAME( void ) { }')";
         return false;
@@ -145,7 +147,8 @@ std::string MakeFunctions(const std::string& strName, unsigned int nWrapper, uns
     const std::string strWrapperName = ";__OpenCL_" + strName + "_kernel\n";
     return "func " + std::to_string(nWrapper) + "\n" + strWrapperName +
            "dcl_max_thread_per_group 256\ndcl_cb cb0[10]\ncall " + std::to_string(nFunction) + "\nret\nendfunc\n" +
-           strWrapperName + "func " + std::to_string(nFunction) + "\n;" + strName + "\nret\nendfunc\n;" + strName + "\n";
+           strWrapperName + "func " + std::to_string(nFunction) + "\n;" + strName + "\nret\nendfunc\n;" + strName +
+           "\n";
 }
 
 class CEmptyKernelFrontEnd : public IFrontEnd

@@ -108,8 +108,7 @@ bool CILModuleFrontEnd::ReadBlock(CLines& lines, std::string_view first, SModule
     return true;
 }
 
-bool CILModuleFrontEnd::Compile(std::string_view source, const SDeviceTarget&, SModule& module,
-                                SDiagnostic& diag) const
+bool CILModuleFrontEnd::Compile(std::string_view source, const SDeviceTarget&, SModule& module, SDiagnostic& diag) const
 {
     CLines lines(source);
     std::string_view text = source;

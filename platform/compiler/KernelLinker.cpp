@@ -201,7 +201,8 @@ bool CKernelLinker::Link(const SKernelMetadata& metadata, const SDeviceTarget& t
     const std::string strKernel = "kernel " + metadata.strKernel;
     if (m_Functions.count(metadata.nUniqueId) == 0)
     {
-        return Refuse(diag, 0, strKernel + " is function " + std::to_string(metadata.nUniqueId) + ", which isn't there");
+        return Refuse(diag, 0,
+                      strKernel + " is function " + std::to_string(metadata.nUniqueId) + ", which isn't there");
     }
     if (!HasPlaceholder() && !CallsFromMain(metadata.nUniqueId))
     {

@@ -33,11 +33,10 @@ struct SMemoryType
     SKernelArgument::EKind eKind;
 };
 
-const SMemoryType s_MemoryTypes[] = {
-    {"uav", SKernelArgument::GlobalPointer},  {"g", SKernelArgument::GlobalPointer},
-    {"c", SKernelArgument::ConstantPointer},  {"hc", SKernelArgument::ConstantPointer},
-    {"uc", SKernelArgument::ConstantPointer}, {"hl", SKernelArgument::LocalPointer},
-    {"l", SKernelArgument::LocalPointer}};
+const SMemoryType s_MemoryTypes[] = {{"uav", SKernelArgument::GlobalPointer},  {"g", SKernelArgument::GlobalPointer},
+                                     {"c", SKernelArgument::ConstantPointer},  {"hc", SKernelArgument::ConstantPointer},
+                                     {"uc", SKernelArgument::ConstantPointer}, {"hl", SKernelArgument::LocalPointer},
+                                     {"l", SKernelArgument::LocalPointer}};
 
 std::vector<std::string_view> Split(std::string_view line)
 {
@@ -110,16 +109,15 @@ private:
     std::string m_strWrapper;
     bool m_bEnded = false;
     bool m_bVersion = false;
-    size_t m_nPointerFields = 0; ///< of the metadata's revision
 };
 
 const CReader::SLineKind CReader::s_LineKinds[] = {
-    {"ARGSTART", 2, 2, &CReader::ReadStart},   {"ARGEND", 2, 2, &CReader::ReadEnd},
-    {"version", 4, 4, &CReader::ReadVersion},  {"device", 2, 2, &CReader::ReadDevice},    {"uniqueid", 2, 2, &CReader::ReadUniqueId},
-    {"memory", 2, 3, &CReader::ReadMemory},    {"mem64bitABI", 1, 1, &CReader::Read64Bit},
-    {"value", 6, 6, &CReader::ReadValue},      {"pointer", 9, 12, &CReader::ReadPointer},
-    {"image", 7, 7, &CReader::ReadImage},      {"sampler", 5, 5, &CReader::ReadSampler},
-    {"counter", 6, 6, &CReader::ReadCounter}};
+    {"ARGSTART", 2, 2, &CReader::ReadStart},    {"ARGEND", 2, 2, &CReader::ReadEnd},
+    {"version", 4, 4, &CReader::ReadVersion},   {"device", 2, 2, &CReader::ReadDevice},
+    {"uniqueid", 2, 2, &CReader::ReadUniqueId}, {"memory", 2, 3, &CReader::ReadMemory},
+    {"mem64bitABI", 1, 1, &CReader::Read64Bit}, {"value", 6, 6, &CReader::ReadValue},
+    {"pointer", 9, 12, &CReader::ReadPointer},  {"image", 7, 7, &CReader::ReadImage},
+    {"sampler", 5, 5, &CReader::ReadSampler},   {"counter", 6, 6, &CReader::ReadCounter}};
 
 bool CReader::Read(std::string_view text, SDiagnostic& diag)
 {
@@ -142,10 +140,10 @@ bool CReader::Read(std::string_view text, SDiagnostic& diag)
             return false;
         }
     }
-    const char* pMissing = m_strWrapper.empty()         ? "no ARGSTART line"
-                           : !m_bEnded                  ? "no ARGEND line"
+    const char* pMissing = m_strWrapper.empty()       ? "no ARGSTART line"
+                           : !m_bEnded                ? "no ARGEND line"
                            : !m_metadata.bHasUniqueId ? "no uniqueid line"
-                                                        : nullptr;
+                                                      : nullptr;
     if (pMissing != nullptr)
     {
         diag.nLine = nLine;
@@ -203,7 +201,8 @@ bool CReader::ReadStart(const Tokens& tokens)
 bool CReader::ReadEnd(const Tokens& tokens)
 {
     m_bEnded = true;
-    return tokens[1] == m_strWrapper || Fail("ARGEND names '" + std::string(tokens[1]) + "', ARGSTART '" + m_strWrapper + "'");
+    return tokens[1] == m_strWrapper ||
+           Fail("ARGEND names '" + std::string(tokens[1]) + "', ARGSTART '" + m_strWrapper + "'");
 }
 
 /// Pointers got further fields with revisions 87 and 100.
@@ -215,7 +214,7 @@ bool CReader::ReadVersion(const Tokens& tokens)
         return FailNumber(tokens[3]);
     }
     m_bVersion = true;
-    m_nPointerFields = nRevision < 87 ? 9 : nRevision < 100 ? 10 : 12;
+    m_metadata.nPointerFields = nRevision < 87 ? 9 : nRevision < 100 ? 10 : 12;
     return true;
 }
 
@@ -273,7 +272,8 @@ bool CReader::ReadSlot(const Tokens& tokens, size_t nFirst, SKernelArgument& arg
     }
     if (argument.nConstantBufferOffset % s_nElementBytes != 0 || argument.nConstantBufferOffset > s_nLargestOffset)
     {
-        return Fail("the constant buffer offset " + std::string(tokens[nFirst + 1]) + " is no multiple of 16, or too large");
+        return Fail("the constant buffer offset " + std::string(tokens[nFirst + 1]) +
+                    " is no multiple of 16, or too large");
     }
     if (argument.nConstantBuffer == 1)
     {
@@ -288,7 +288,8 @@ bool CReader::ReadAccess(std::string_view token, SKernelArgument& argument)
     argument.eAccess = token == "RO"   ? SKernelArgument::ReadOnly
                        : token == "WO" ? SKernelArgument::WriteOnly
                                        : SKernelArgument::ReadWrite;
-    return token == "RO" || token == "WO" || token == "RW" || Fail("expected RO, WO or RW, got '" + std::string(token) + "'");
+    return token == "RO" || token == "WO" || token == "RW" ||
+           Fail("expected RO, WO or RW, got '" + std::string(token) + "'");
 }
 
 bool CReader::Add(const SKernelArgument& argument)
@@ -317,16 +318,17 @@ bool CReader::ReadValue(const Tokens& tokens)
         return Fail("unknown data type '" + argument.strTypeName + "'");
     }
     argument.nSize = nElements * nElementBytes;
-    argument.nSlotSize = (nElements * std::max(nElementBytes, 4u) + s_nElementBytes - 1) / s_nElementBytes * s_nElementBytes;
+    argument.nSlotSize =
+        (nElements * std::max(nElementBytes, 4u) + s_nElementBytes - 1) / s_nElementBytes * s_nElementBytes;
     return ReadSlot(tokens, 4, argument) && Add(argument);
 }
 
 bool CReader::ReadPointer(const Tokens& tokens)
 {
-    if (tokens.size() != m_nPointerFields)
+    if (tokens.size() != m_metadata.nPointerFields)
     {
-        return Fail("a pointer line of this revision has " + std::to_string(m_nPointerFields) + " fields, not " +
-                    std::to_string(tokens.size()));
+        return Fail("a pointer line of this revision has " + std::to_string(m_metadata.nPointerFields) +
+                    " fields, not " + std::to_string(tokens.size()));
     }
     SKernelArgument argument;
     argument.strName = tokens[1];

@@ -18,6 +18,7 @@ struct SKernelMetadata
     bool bHasUniqueId = false;
     uint32_t nUniqueId = 0;
     std::string strDevice;
+    uint32_t nPointerFields = 0; ///< fields of a pointer line, with its type, by the block's revision
     bool b64BitAddresses = false;
     uint32_t nLocalBytes = 0;
     uint32_t nPrivateBytes = 0;
@@ -30,7 +31,8 @@ struct SKernelMetadata
 /// `function` line may hold any number of labels, lines of unknown types are passed over.
 ///
 /// \param diag receives the first fault; the line counts from the start of the text
-/// \return false for a block without its two bounds, with a malformed argument, memory or id line, or without a unique id
+/// \return false for a block without its two bounds, with a malformed argument, memory or id line, or without a unique
+/// id
 bool ReadKernelMetadata(std::string_view text, SKernelMetadata& metadata, SDiagnostic& diag);
 
 } // namespace KestrelPlatform

@@ -234,8 +234,7 @@ SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& 
     }
     CKernelLinker linker;
     SBuildResult result;
-    if (!linker.Assemble(module.strText, diag) ||
-        !LinkModule(linker, module, options.bDebug, target, result, diag))
+    if (!linker.Assemble(module.strText, diag) || !LinkModule(linker, module, options.bDebug, target, result, diag))
     {
         MapToSource(module, diag);
         return Refused("error: " + diag.ToString());

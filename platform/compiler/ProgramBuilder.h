@@ -44,7 +44,7 @@ struct SKernelArgument
     std::string strName;
     std::string strTypeName; ///< the data type token: "float", "i32", "2D", ...
     uint32_t nSize = 0;      ///< bytes of a value, else 0
-    uint32_t nSlotSize = 0; ///< bytes of constant buffer taken, a multiple of 16; 0 for a sampler or counter
+    uint32_t nSlotSize = 0;  ///< bytes of constant buffer taken, a multiple of 16; 0 for a sampler or counter
     uint32_t nConstantBuffer = 1;
     uint32_t nConstantBufferOffset = 0; ///< in bytes
     uint32_t nResource =

@@ -1,0 +1,73 @@
+#ifndef KESTREL_PLATFORM_COMPILER_LIBRARY_BINARYOBJECT_H
+#define KESTREL_PLATFORM_COMPILER_LIBRARY_BINARYOBJECT_H
+
+#include "modules/ZCCTypes.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// What a client of the compiler library holds: a kernel binary in the making, as sections and named blocks of them,
+/// with the debug IL beside it as text and as tokens. Not safe for use by several threads at once.
+struct zccBinary
+{
+public:
+    /// An object with nothing in it, for a device.
+    explicit zccBinary(const std::string& strDevice) : m_strDevice(strDevice) {}
+
+    /// Takes over an ELF image. \return false for bytes that are none
+    bool ReadImage(const char* pImage, size_t nSize);
+
+    /// The object as an ELF image: debug IL text in `.debugil`, tokens in `.debugilbin`.
+    std::vector<char> WriteImage() const;
+
+    /// The section of an id, or null. A section that doesn't exist is made if bCreate is set and the id has a name.
+    std::string* FindSection(zccSections id, bool bCreate);
+    bool RemoveSection(zccSections id);
+
+    /// A block of the internal section, which lies outside of the image's sections; null if there is none.
+    const std::string* FindInternal(const std::string& strName) const;
+    void SetInternal(const std::string& strName, std::string_view data) { m_Internal[strName] = data; }
+    bool RemoveInternal(const std::string& strName) { return m_Internal.erase(strName) != 0; }
+
+    /// The bytes that a symbol of the image names. \return false if there is no such symbol in that section
+    bool FindBlock(zccSections id, const std::string& strName, std::string_view& block) const;
+
+    /// Replaces the bytes of a symbol, and moves the symbols behind them; a new symbol's bytes go to the section's end.
+    bool SetBlock(zccSections id, const std::string& strName, std::string_view data);
+    bool RemoveBlock(zccSections id, const std::string& strName);
+
+    /// Adds an argument behind the kernel's last one, in its metadata. \return false if there is no such kernel
+    bool AddArgument(const std::string& strKernel, const std::string& strName, bool bByValue);
+
+    const std::string& Device() const { return m_strDevice; }
+
+private:
+    struct SSection
+    {
+        std::string strName;
+        uint64_t nFlags = 0;
+        uint64_t nAlignment = 1;
+        std::string strData;
+    };
+    struct SSymbol
+    {
+        std::string strName;
+        unsigned char nType = 0;
+        size_t nSection = 0;
+        uint64_t nValue = 0;
+        uint64_t nSize = 0;
+    };
+
+    size_t IndexOf(zccSections id) const;
+    std::vector<SSymbol>::iterator FindSymbol(zccSections id, const std::string& strName);
+
+    std::string m_strDevice;
+    std::vector<SSection> m_vSections;
+    std::vector<SSymbol> m_vSymbols;
+    std::map<std::string, std::string> m_Internal;
+};
+
+#endif
