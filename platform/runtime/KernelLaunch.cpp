@@ -195,9 +195,9 @@ private:
         if (!pMem && value.m_hMem)
             return CL_INVALID_KERNEL_ARGS;
         const SImageBinding binding = pMem ? pMem->AsImage()->GetBinding() : SImageBinding{};
-        if (argument.eAccess != SKernelArgument::WriteOnly)
+        if (argument.eAccess == SKernelArgument::ReadOnly)
             m_prepared.m_launch.mapResources[argument.nResource] = binding;
-        if (argument.eAccess != SKernelArgument::ReadOnly)
+        else
             m_prepared.m_launch.mapUavImages[argument.nResource] = binding;
         PutImage(argument, pMem ? binding : SImageBinding{nullptr, 0, 0, 0, 0, 0, 0, 0, 0, 0});
         return CL_SUCCESS;
