@@ -1,0 +1,484 @@
+#include "platform/simt/Block.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "platform/simt/TraceRecorder.h"
+
+namespace KestrelPlatform
+{
+
+void CBlock::SFree::operator()(void* p) const
+{
+    std::free(p);
+}
+
+CBlock::CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal)
+    : m_Context(context), m_Code(context.code), m_Lanes(context.lanes), m_nPart(nPart), m_pLocal(pLocal)
+{
+    const size_t nBytes = static_cast<size_t>(m_Code.nRows) * sizeof(SLaneRow);
+    m_pMemory.reset(std::aligned_alloc(alignof(SLaneRow), nBytes));
+    if (!m_pMemory)
+        throw std::bad_alloc();
+    m_pRows = static_cast<SLaneRow*>(m_pMemory.get());
+    std::memset(m_pRows, 0, nBytes);
+    m_vReturns.assign(m_Code.vBodyEntries.size(), 0);
+    m_vLocalShift.assign(s_nLanes, 0);
+    for (uint32_t n = 0; n < s_nLanes && context.nGroupsPerBlock > 1; ++n)
+        m_vLocalShift[n] = std::min(n / context.nGroupSize, context.nGroupsPerBlock - 1) * context.nLocalBytes;
+    FillConstants();
+    FillLocalIds();
+}
+
+void CBlock::FillConstants()
+{
+    for (const SCode::SConstant& constant : m_Code.vConstants)
+    {
+        uint32_t nValue = constant.nValue;
+        if (constant.nBuffer >= 0)
+        {
+            const std::vector<uint32_t>& vWords = m_Context.vBuffers[static_cast<size_t>(constant.nBuffer)];
+            nValue = nValue < vWords.size() ? vWords[nValue] : 0;
+        }
+        std::fill_n(Row(constant.nRow), s_nLanes, nValue);
+    }
+}
+
+/// Position in its group of the work-item in a lane.
+uint32_t CBlock::LocalIndexOfLane(uint32_t nLane) const
+{
+    return m_Context.nGroupsPerBlock > 1 ? nLane % m_Context.nGroupSize : m_nPart * s_nLanes + nLane;
+}
+
+void CBlock::LocalIdOfLane(uint32_t nLane, uint32_t* pId) const
+{
+    const size_t* pSize = m_Context.launch.nLocalSize;
+    const uint32_t nIndex = LocalIndexOfLane(nLane);
+    pId[0] = static_cast<uint32_t>(nIndex % pSize[0]);
+    pId[1] = static_cast<uint32_t>(nIndex / pSize[0] % pSize[1]);
+    pId[2] = static_cast<uint32_t>(nIndex / pSize[0] / pSize[1]);
+}
+
+void CBlock::GroupOfLane(uint32_t nLane, uint64_t* pGroup) const
+{
+    uint64_t nGroup = m_nFirstGroup;
+    if (m_Context.nGroupsPerBlock > 1)
+        nGroup += nLane / m_Context.nGroupSize;
+    pGroup[0] = nGroup % m_Context.nGroups[0];
+    pGroup[1] = nGroup / m_Context.nGroups[0] % m_Context.nGroups[1];
+    pGroup[2] = nGroup / m_Context.nGroups[0] / m_Context.nGroups[1];
+}
+
+uint64_t CBlock::GetWorkItem(uint32_t nLane) const
+{
+    const SLaunch& launch = m_Context.launch;
+    uint32_t nId[3];
+    uint64_t nGroup[3];
+    LocalIdOfLane(nLane, nId);
+    GroupOfLane(nLane, nGroup);
+    uint64_t nItem = 0;
+    for (int n = 2; n >= 0; --n)
+        nItem = nItem * launch.nGlobalSize[n] + nGroup[n] * launch.nLocalSize[n] + nId[n];
+    return nItem;
+}
+
+/// The offset is no part of an id: a kernel adds element 6 of constant buffer 0.
+uint32_t CBlock::IdValue(uint32_t nType, uint32_t nComponent, uint32_t nLane) const
+{
+    const SLaunch& launch = m_Context.launch;
+    uint32_t nId[3];
+    uint64_t nGroup[3];
+    LocalIdOfLane(nLane, nId);
+    GroupOfLane(nLane, nGroup);
+    const uint64_t nLinear = nGroup[0] + m_Context.nGroups[0] * (nGroup[1] + m_Context.nGroups[1] * nGroup[2]);
+    switch (nType)
+    {
+    case REG_THREAD_ID_IN_GROUP_FLAT:
+        return LocalIndexOfLane(nLane);
+    case REG_THREAD_GROUP_ID_FLAT:
+        return static_cast<uint32_t>(nLinear);
+    case REG_ABSOLUTE_THREAD_ID_FLAT:
+        return static_cast<uint32_t>(nLinear * m_Context.nGroupSize + LocalIndexOfLane(nLane));
+    default:
+        break;
+    }
+    if (nComponent == 3)
+        return 0;
+    if (nType == REG_THREAD_ID_IN_GROUP)
+        return nId[nComponent];
+    if (nType == REG_THREAD_GROUP_ID)
+        return static_cast<uint32_t>(nGroup[nComponent]);
+    return static_cast<uint32_t>(nGroup[nComponent] * launch.nLocalSize[nComponent] + nId[nComponent]);
+}
+
+void CBlock::FillLocalIds()
+{
+    for (const SCode::SId& id : m_Code.vIds)
+    {
+        if (id.nType != REG_THREAD_ID_IN_GROUP && id.nType != REG_THREAD_ID_IN_GROUP_FLAT)
+            continue;
+        for (uint32_t n = 0; n < s_nLanes; ++n)
+            Row(id.nRow)[n] = IdValue(id.nType, id.nComponent, n);
+    }
+}
+
+void CBlock::FillGroupIds()
+{
+    for (const SCode::SId& id : m_Code.vIds)
+    {
+        if (id.nType == REG_THREAD_ID_IN_GROUP || id.nType == REG_THREAD_ID_IN_GROUP_FLAT)
+            continue;
+        uint32_t* const pRow = Row(id.nRow);
+        const bool bGroup = id.nType == REG_THREAD_GROUP_ID || id.nType == REG_THREAD_GROUP_ID_FLAT;
+        if (bGroup && m_Context.nGroupsPerBlock == 1)
+        {
+            std::fill_n(pRow, s_nLanes, IdValue(id.nType, id.nComponent, 0));
+            continue;
+        }
+        for (uint32_t n = 0; n < m_nLive; ++n)
+            pRow[n] = IdValue(id.nType, id.nComponent, n);
+    }
+}
+
+void CBlock::Start(uint64_t nFirstGroup, CTraceRecorder* pTrace)
+{
+    m_nFirstGroup = nFirstGroup;
+    m_pTrace = pTrace;
+    const uint64_t nGroupsLeft = m_Context.nGroupCount - nFirstGroup;
+    if (m_Context.nGroupsPerBlock > 1)
+        m_nLive =
+            static_cast<uint32_t>(std::min<uint64_t>(nGroupsLeft, m_Context.nGroupsPerBlock)) * m_Context.nGroupSize;
+    else
+        m_nLive = std::min(m_Context.nGroupSize - m_nPart * s_nLanes, s_nLanes);
+    m_nLiveEnd = (m_nLive + s_nGranule - 1) & ~(s_nGranule - 1);
+    uint32_t* const pMask = Row(s_nMaskRow);
+    std::fill_n(pMask, m_nLive, 0xFFFFFFFFu);
+    std::fill(pMask + m_nLive, pMask + s_nLanes, 0u);
+    for (const uint32_t nRow : m_Code.vClearRows)
+        std::memset(Row(nRow), 0, sizeof(SLaneRow));
+    FillGroupIds();
+    m_nExecuted = 0;
+    m_nStep = m_Code.vBodyEntries[0];
+    SetMask(m_nLive);
+    if (m_pTrace)
+        m_pTrace->Start(*this);
+}
+
+void CBlock::SetMask(uint32_t nActive)
+{
+    m_nActive = nActive;
+    m_nBegin = 0;
+    m_nEnd = m_nLiveEnd;
+    m_pMask = nullptr;
+    if (nActive == m_nLive)
+        return;
+    const uint32_t* const pMask = Row(s_nMaskRow);
+    m_pMask = pMask;
+    if (nActive == 0)
+        return;
+    const auto isEmpty = [pMask](uint32_t nLane)
+    {
+        uint32_t nAny = 0;
+        for (uint32_t n = 0; n < s_nGranule; ++n)
+            nAny |= pMask[nLane + n];
+        return nAny == 0;
+    };
+    while (isEmpty(m_nBegin))
+        m_nBegin += s_nGranule;
+    while (isEmpty(m_nEnd - s_nGranule))
+        m_nEnd -= s_nGranule;
+}
+
+void CBlock::GoOn(const SMicroOp& step)
+{
+    if (m_nActive == 0)
+    {
+        m_nStep = step.nTarget;
+        return;
+    }
+    m_nExecuted += step.nFollow;
+    ++m_nStep;
+}
+
+bool CBlock::Limit()
+{
+    const uint64_t nLimit = m_Context.launch.nInstructionLimit;
+    if (nLimit != 0 && m_nExecuted > nLimit)
+        m_Context.bStop.store(true, std::memory_order_relaxed);
+    return m_Context.bStop.load(std::memory_order_relaxed);
+}
+
+void CBlock::Loop(const SMicroOp& step)
+{
+    std::memset(Row(step.rows.d[0]), 0, sizeof(SLaneRow));
+    if (step.nFlags)
+        std::memset(Row(step.rows.d[1]), 0, sizeof(SLaneRow));
+    if (m_pTrace)
+        m_pTrace->Flow(*this, step.nInstruction);
+    GoOn(step);
+}
+
+void CBlock::EndLoop(const SMicroOp& step)
+{
+    uint32_t* const pMask = Row(s_nMaskRow);
+    if (step.nFlags)
+    {
+        SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[1])));
+        std::memset(Row(step.rows.d[1]), 0, sizeof(SLaneRow));
+    }
+    if (m_nActive != 0)
+    {
+        const SMicroOp& loop = m_Code.vSteps[step.nAux];
+        if (m_pTrace)
+        {
+            m_pTrace->NextPass();
+            m_pTrace->Flow(*this, loop.nInstruction);
+        }
+        m_nExecuted += loop.nFollow + 1;
+        m_nStep = step.nAux + 1;
+        return;
+    }
+    SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[0])));
+    if (m_pTrace)
+    {
+        m_pTrace->CloseLoop();
+        if (m_nActive != 0)
+            m_pTrace->Flow(*this, step.nInstruction);
+    }
+    GoOn(step);
+}
+
+void CBlock::Switch(const SMicroOp& step)
+{
+    if (m_pTrace)
+        m_pTrace->Flow(*this, step.nInstruction);
+    std::memcpy(Row(step.rows.s[1]), Row(step.rows.s[0]), sizeof(SLaneRow));
+    std::memcpy(Row(step.rows.d[1]), Row(s_nMaskRow), sizeof(SLaneRow));
+    std::memset(Row(step.rows.d[0]), 0, sizeof(SLaneRow));
+    std::memset(Row(s_nMaskRow), 0, sizeof(SLaneRow));
+    SetMask(0);
+    m_nStep = step.nTarget;
+}
+
+/// Takes those whose selector no case names, the cases behind the default included.
+void CBlock::Default(const SMicroOp& step)
+{
+    uint32_t* const pMask = Row(s_nMaskRow);
+    uint32_t* const pPending = Row(step.rows.d[1]);
+    const uint32_t* const pSelector = Row(step.rows.s[1]);
+    const uint32_t* const pLater = m_Code.vCaseValues.data() + step.nAux;
+    uint32_t nActive = 0;
+    for (uint32_t n = 0; n < s_nLanes; ++n)
+    {
+        uint32_t nTaken = pPending[n];
+        for (uint32_t i = 0; i < step.rows.s[2] && nTaken; ++i)
+            nTaken = pSelector[n] == pLater[i] ? 0 : nTaken;
+        pPending[n] &= ~nTaken;
+        pMask[n] |= nTaken;
+        nActive += pMask[n] & 1;
+    }
+    SetMask(nActive);
+}
+
+void CBlock::EndBody(const SMicroOp& step)
+{
+    if (m_pTrace && step.nInstruction != SItem::NoInstruction && m_nActive != 0)
+        m_pTrace->Flow(*this, step.nInstruction);
+    if (step.rows.d[0])
+        SetMask(m_Lanes.pfJoin(Row(s_nMaskRow), Row(step.rows.d[0])));
+    if (m_pTrace && step.nAux != 0)
+        m_pTrace->CloseCall();
+    m_nStep = m_vReturns[step.nAux];
+}
+
+void CBlock::Call(const SMicroOp& step)
+{
+    if (step.nFlags & s_nFlagConditional)
+        SetMask(
+            m_Lanes.pfSplit(Row(s_nMaskRow), Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags & s_nFlagInvert));
+    m_nExecuted += step.nFollow;
+    if (m_nActive == 0)
+    {
+        m_nStep = step.nTarget;
+        return;
+    }
+    m_vReturns[step.nAux] = m_nStep + 1;
+    m_nStep = m_Code.vBodyEntries[step.nAux];
+    if (m_pTrace)
+        m_pTrace->OpenCall(step.nInstruction);
+}
+
+/// A group within this block needs no waiting: its work-items are all here. Those that aren't
+/// active don't reach the barrier.
+CBlock::EState CBlock::Barrier(const SMicroOp& step)
+{
+    if (m_Context.nBlocksPerGroup > 1)
+    {
+        GoOn(step);
+        return AtBarrier;
+    }
+    for (uint32_t nFirst = 0; m_nActive != m_nLive && nFirst < m_nLive; nFirst += m_Context.nGroupSize)
+    {
+        uint32_t nHere = 0;
+        for (uint32_t n = nFirst; n < nFirst + m_Context.nGroupSize; ++n)
+            nHere += Row(s_nMaskRow)[n] & 1;
+        if (nHere != 0 && nHere != m_Context.nGroupSize)
+            ++m_Context.nUnreachedBarriers;
+    }
+    GoOn(step);
+    return Running;
+}
+
+void CBlock::Outside(const SMicroOp& step)
+{
+    for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
+    {
+        if (IsActive(n))
+            CountBad(step, n, step.nAux, step.nFlags != 0);
+    }
+}
+
+CBlock::EState CBlock::Run()
+{
+    uint32_t* const pMask = Row(s_nMaskRow);
+    const SMicroOp* const pSteps = m_Code.vSteps.data();
+    const PFLaneOp* const pFast = m_Lanes.pFast;
+    for (;;)
+    {
+        const SMicroOp& step = pSteps[m_nStep];
+        switch (step.eKind)
+        {
+        case MICRO_LANE_FAST:
+            pFast[step.nOp](m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
+            ++m_nStep;
+            break;
+        case MICRO_LANE_SLOW:
+            GetSlowLaneOp(step.nOp)(m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
+            ++m_nStep;
+            break;
+        case MICRO_ENTER:
+            if (step.rows.d[0])
+                std::memset(Row(step.rows.d[0]), 0, sizeof(SLaneRow));
+            if (m_pTrace && step.nInstruction != SItem::NoInstruction)
+                m_pTrace->Flow(*this, step.nInstruction);
+            GoOn(step);
+            if (Limit())
+                return Stopped;
+            break;
+        case MICRO_IF:
+            SetMask(m_Lanes.pfSplit(pMask, Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags));
+            if (m_pTrace)
+                m_pTrace->Flow(*this, step.nInstruction);
+            GoOn(step);
+            break;
+        case MICRO_ELSE:
+        {
+            const uint32_t nBefore = m_nActive;
+            SetMask(m_Lanes.pfSwap(pMask, Row(step.rows.d[0])));
+            if (m_pTrace && (nBefore | m_nActive))
+                m_pTrace->Flow(*this, step.nInstruction);
+            GoOn(step);
+            break;
+        }
+        case MICRO_END_IF:
+            SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[0])));
+            if (m_pTrace && m_nActive)
+                m_pTrace->Flow(*this, step.nInstruction);
+            GoOn(step);
+            break;
+        case MICRO_LOOP:
+            if (m_pTrace)
+                m_pTrace->OpenLoop(step.nInstruction, pSteps[step.nTarget].nInstruction);
+            Loop(step);
+            break;
+        case MICRO_LEAVE:
+            if (m_pTrace && step.nFlags)
+                m_pTrace->Flow(*this, step.nInstruction);
+            m_Lanes.pfJoin(Row(step.rows.d[0]), pMask);
+            std::memset(pMask, 0, sizeof(SLaneRow));
+            SetMask(0);
+            if (m_pTrace && !step.nFlags)
+                m_pTrace->Flow(*this, step.nInstruction);
+            GoOn(step);
+            break;
+        case MICRO_LEAVE_IF:
+            SetMask(m_Lanes.pfLeave(pMask, Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags));
+            if (m_pTrace)
+                m_pTrace->Flow(*this, step.nInstruction);
+            GoOn(step);
+            break;
+        case MICRO_END_LOOP:
+            EndLoop(step);
+            if (Limit())
+                return Stopped;
+            break;
+        case MICRO_SWITCH:
+            Switch(step);
+            break;
+        case MICRO_CASE:
+        case MICRO_DEFAULT:
+            if (step.eKind == MICRO_CASE)
+                SetMask(m_Lanes.pfCase(pMask, Row(step.rows.d[1]), Row(step.rows.s[1]), step.nAux));
+            else
+                Default(step);
+            if (m_pTrace)
+                m_pTrace->Flow(*this, step.nInstruction);
+            GoOn(step);
+            break;
+        case MICRO_END_SWITCH:
+            m_Lanes.pfJoin(pMask, Row(step.rows.d[0]));
+            SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[1])));
+            if (m_pTrace && m_nActive)
+                m_pTrace->Flow(*this, step.nInstruction);
+            GoOn(step);
+            break;
+        case MICRO_CALL:
+            Call(step);
+            break;
+        case MICRO_AFTER_CALL:
+            SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[0])));
+            GoOn(step);
+            break;
+        case MICRO_END_BODY:
+            if (step.nAux == 0)
+            {
+                EndBody(step);
+                return Done;
+            }
+            EndBody(step);
+            break;
+        case MICRO_BARRIER:
+            if (Barrier(step) == AtBarrier)
+                return AtBarrier;
+            break;
+        case MICRO_ACCESS:
+            Access(step, m_Code.vAccesses[step.nAux]);
+            ++m_nStep;
+            break;
+        case MICRO_IMAGE:
+            Image(step, m_Code.vImages[step.nAux]);
+            ++m_nStep;
+            break;
+        case MICRO_INDEX_LOAD:
+            IndexLoad(step, m_Code.vIndexed[step.nAux]);
+            ++m_nStep;
+            break;
+        case MICRO_INDEX_STORE:
+            IndexStore(step, m_Code.vIndexed[step.nAux]);
+            ++m_nStep;
+            break;
+        case MICRO_OUTSIDE:
+            Outside(step);
+            ++m_nStep;
+            break;
+        case MICRO_TRACE:
+            m_pTrace->Written(*this, m_Code, step);
+            ++m_nStep;
+            break;
+        }
+    }
+}
+
+} // namespace KestrelPlatform

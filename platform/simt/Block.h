@@ -1,0 +1,155 @@
+#ifndef KESTREL_PLATFORM_SIMT_BLOCK_H
+#define KESTREL_PLATFORM_SIMT_BLOCK_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/simt/Program.h"
+
+namespace KestrelPlatform
+{
+
+class CTraceRecorder;
+
+/// What all blocks of one launch share. Read-only while it runs, but for the faults and the stop flag.
+struct SLaunchContext
+{
+    SLaunchContext(const SLaunch& launchIn, const SCode& codeIn);
+
+    void CountBadAccess(const SBadAccess& access);
+
+    const SLaunch& launch;
+    const SCode& code;
+    const SLaneTable& lanes;
+    uint64_t nGroups[3] = {1, 1, 1};
+    uint64_t nGroupCount = 1;
+    uint32_t nGroupSize = 1;
+    uint32_t nGroupsPerBlock = 1;                ///< small groups share a block
+    uint32_t nBlocksPerGroup = 1;                ///< large groups take several
+    uint32_t nLocalBytes = 0;                    ///< of one group, declared and dynamic
+    uint32_t nDynamicStart = 0;                  ///< first local address behind what is declared
+    std::vector<std::vector<uint32_t>> vBuffers; ///< words, by index in code.vBuffers
+    std::vector<SImageBinding> vResources;       ///< by index in code.vResources
+    std::vector<SImageBinding> vUavs;
+    std::vector<SSamplerBinding> vSamplers;
+
+    std::atomic<bool> bStop{false};
+    std::mutex faultMutex;
+    uint64_t nBadAccesses = 0;
+    SBadAccess firstBadAccess;
+    std::atomic<uint64_t> nUnreachedBarriers{0};
+};
+
+/// Up to s_nLanes work-items that execute together: their registers, mask and position. A block
+/// can stop at a barrier and go on later; nothing of its state lives on the thread's stack.
+class CBlock
+{
+public:
+    enum EState
+    {
+        Running,
+        AtBarrier,
+        Done,
+        Stopped ///< the instruction limit
+    };
+
+    /// Allocates and fills what stays the same for the whole launch. Throws std::bad_alloc.
+    /// \param nPart which part of a group this block takes, if a group takes several
+    CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal);
+
+    /// Makes the block ready for groups nFirstGroup and, if several fit, the following ones.
+    void Start(uint64_t nFirstGroup, CTraceRecorder* pTrace);
+    /// Runs to the end, to a barrier that other blocks must reach too, or to the limit.
+    EState Run();
+
+    uint32_t GetActive() const { return m_nActive; }
+    uint32_t GetLive() const { return m_nLive; }
+    /// Linear index of a lane's work-item in the dispatch, without the offset.
+    uint64_t GetWorkItem(uint32_t nLane) const;
+    const uint32_t* Row(uint32_t nRow) const { return m_pRows[nRow].w; }
+    const uint32_t* Mask() const { return m_pRows[s_nMaskRow].w; }
+    bool IsActive(uint32_t nLane) const { return m_pRows[s_nMaskRow].w[nLane] != 0; }
+    /// The 32-bit word at a byte address of private memory; 0 past the end.
+    uint32_t PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uint32_t nLane) const;
+    SLaunchContext& GetContext() { return m_Context; }
+
+private:
+    struct SFree
+    {
+        void operator()(void* p) const;
+    };
+
+    uint32_t* Row(uint32_t nRow) { return m_pRows[nRow].w; }
+    void FillConstants();
+    void FillLocalIds();
+    void FillGroupIds();
+    uint32_t IdValue(uint32_t nType, uint32_t nComponent, uint32_t nLane) const;
+    void GroupOfLane(uint32_t nLane, uint64_t* pGroup) const;
+    void LocalIdOfLane(uint32_t nLane, uint32_t* pId) const;
+    uint32_t LocalIndexOfLane(uint32_t nLane) const;
+
+    void SetMask(uint32_t nActive);
+    /// Goes on behind the step, or at its target if no work-item is left.
+    void GoOn(const SMicroOp& step);
+    bool Limit();
+    void Loop(const SMicroOp& step);
+    void EndLoop(const SMicroOp& step);
+    void Switch(const SMicroOp& step);
+    void Default(const SMicroOp& step);
+    void EndBody(const SMicroOp& step);
+    void Call(const SMicroOp& step);
+    EState Barrier(const SMicroOp& step);
+    void Outside(const SMicroOp& step);
+
+    // Memory, in BlockMemory.cpp
+    void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite);
+    void Access(const SMicroOp& step, const SAccess& access);
+    void GlobalAccess(const SMicroOp& step, const SAccess& access);
+    void LocalAccess(const SMicroOp& step, const SAccess& access);
+    void PrivateAccess(const SMicroOp& step, const SAccess& access);
+    void PrivateUniform(const SAccess& access, const SCode::SPrivate& area, uint32_t nAddress);
+    void MoveWords(const SAccess& access, unsigned char* pBase, uint32_t nBase, bool bUniform, const uint32_t* pShift);
+    void MoveNarrow(const SAccess& access, unsigned char* pBase, uint32_t nBase, const uint32_t* pShift);
+    void MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, unsigned char* pData);
+    const SMemoryRange* FindMemory(uint64_t nAddress);
+    uint64_t Address(const SAccess& access, uint32_t nLane) const;
+    void GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
+    int64_t LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const;
+    void IndexLoad(const SMicroOp& step, const SIndexed& indexed);
+    void IndexStore(const SMicroOp& step, const SIndexed& indexed);
+
+    // Atomics, in BlockAtomics.cpp
+    void GlobalAtomic(const SAccess& access, uint32_t nLane, unsigned char* pData);
+    void LocalAtomic(const SAccess& access, uint32_t nLane, unsigned char* pData);
+
+    // Images, in BlockImages.cpp
+    void Image(const SMicroOp& step, const SImageAccess& image);
+
+    SLaunchContext& m_Context;
+    const SCode& m_Code;
+    const SLaneTable& m_Lanes;
+    const uint32_t m_nPart;
+    unsigned char* const m_pLocal;
+    std::unique_ptr<void, SFree> m_pMemory;
+    SLaneRow* m_pRows = nullptr;
+    uint64_t m_nFirstGroup = 0;
+    uint32_t m_nLive = 0; ///< lanes in use, from 0
+    uint32_t m_nLiveEnd = 0;
+    uint32_t m_nActive = 0;
+    const uint32_t* m_pMask = nullptr; ///< null while all lanes in use are active
+    uint32_t m_nBegin = 0;             ///< lanes outside of these two aren't active
+    uint32_t m_nEnd = 0;
+    uint32_t m_nStep = 0;
+    uint64_t m_nExecuted = 0;
+    std::vector<uint32_t> m_vReturns;    ///< by body: step behind its call
+    std::vector<uint32_t> m_vLocalShift; ///< by lane: where its group's local memory begins
+    size_t m_nLastRange = 0;
+    CTraceRecorder* m_pTrace = nullptr;
+};
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,290 @@
+#include "platform/simt/Decoder.h"
+
+namespace KestrelPlatform
+{
+
+namespace
+{
+
+const uint32_t s_nShaderCompute = 3;
+
+uint32_t Bits(uint32_t nWord, uint32_t nFirst, uint32_t nCount)
+{
+    return (nWord >> nFirst) & ((1u << nCount) - 1);
+}
+
+/// One pass over the words; every read is checked against the end.
+class CStreamDecoder
+{
+public:
+    CStreamDecoder(SDecodedStream& stream, SDecodeError& error) : m_Stream(stream), m_Error(error) {}
+
+    bool Run()
+    {
+        bool bHeader = false;
+        while (m_nPos < m_Stream.vTokens.size())
+        {
+            // Only macro definitions may stand before the language token, and its value can't be one.
+            const bool bMacro = m_bInMacro || (m_Stream.vTokens[m_nPos] & 0xFFFF) == IL_OP_MACRODEF;
+            if (!bHeader && !bMacro)
+            {
+                if (!ReadHeader())
+                    return false;
+                bHeader = true;
+                continue;
+            }
+            if (!ReadItem())
+                return false;
+            const EOpCode eOpCode = m_Stream.vItems.back().eOpCode;
+            if (eOpCode == IL_OP_MACRODEF)
+                m_bInMacro = true;
+            if (eOpCode == IL_OP_MACROEND)
+                m_bInMacro = false;
+            if (eOpCode == IL_OP_END)
+                return true;
+        }
+        return Fail(bHeader ? "the stream has no end" : "the stream has no language token");
+    }
+
+private:
+    bool Fail(const std::string& strMessage)
+    {
+        m_Error.nInstruction = m_Stream.nInstructions;
+        m_Error.strMessage = strMessage;
+        return false;
+    }
+
+    bool Next(uint32_t& nWord)
+    {
+        if (m_nPos >= m_Stream.vTokens.size())
+            return Fail(std::string(m_pszName) + ": the stream is cut short");
+        nWord = m_Stream.vTokens[m_nPos++];
+        return true;
+    }
+
+    bool Skip(size_t nWords)
+    {
+        if (nWords > m_Stream.vTokens.size() - m_nPos)
+            return Fail(std::string(m_pszName) + ": the stream is cut short");
+        m_nPos += nWords;
+        return true;
+    }
+
+    bool ReadHeader()
+    {
+        m_pszName = "header";
+        uint32_t nLanguage = 0;
+        uint32_t nVersion = 0;
+        if (!Next(nLanguage) || !Next(nVersion))
+            return false;
+        if (nLanguage >> 8)
+            return Fail("the language token has reserved bits set");
+        if ((nVersion & 0xFFFF) == 0)
+            return Fail("the version is 0");
+        if (Bits(nVersion, 16, 8) != s_nShaderCompute)
+            return Fail("the stream isn't a compute kernel");
+        return true;
+    }
+
+    bool ReadItem()
+    {
+        SItem item;
+        m_pszName = "opcode";
+        if (!Next(item.nToken))
+            return false;
+        const uint32_t nOpCode = item.nToken & 0xFFFF;
+        const SOpCodeShape& shape = GetOpCodeShape(nOpCode);
+        if (!shape.pszName)
+            return Fail("opcode " + std::to_string(nOpCode) + " isn't known");
+        item.eOpCode = static_cast<EOpCode>(nOpCode);
+        m_pszName = shape.pszName;
+        if (!ReadModifiers(item, shape) || !ReadOperands(item, shape) || !ReadTrailing(item, shape))
+            return false;
+        if (shape.bInstruction)
+            item.nInstruction = m_Stream.nInstructions++;
+        m_Stream.vItems.push_back(item);
+        return true;
+    }
+
+    bool ReadModifiers(SItem& item, const SOpCodeShape& shape)
+    {
+        if (shape.bInstructionModifier && !Next(item.nModifier))
+            return false;
+        if (!shape.bStandardModifiers)
+            return true;
+        uint32_t nPrimary = 0;
+        const bool bPrimary = (item.nToken >> 31) != 0;
+        if (bPrimary && !Next(nPrimary))
+            return false;
+        if (bPrimary && item.eOpCode == IL_DCL_CONST_BUFFER)
+        {
+            item.nFirstWord = static_cast<uint32_t>(m_nPos);
+            item.nWords = nPrimary;
+            if (!Skip(nPrimary))
+                return false;
+        }
+        if (!shape.bInstructionModifier)
+            item.nModifier = nPrimary;
+        uint32_t nSecondary = 0;
+        return Bits(item.nToken, 30, 1) == 0 || Next(nSecondary);
+    }
+
+    bool ReadOperands(SItem& item, const SOpCodeShape& shape)
+    {
+        item.bDestination = shape.bDestination;
+        item.nSources = shape.nSources;
+        if (item.eOpCode == IL_OP_MACROCALL)
+        {
+            if ((item.nModifier >> 16) > 1)
+                return Fail("mcall: more than one destination");
+            item.bDestination = (item.nModifier >> 16) == 1;
+            item.nSources = item.nModifier & 0xFFFF;
+        }
+        if (item.eOpCode == IL_DCL_CONST_BUFFER && (item.nToken >> 31))
+            item.nSources = 0;
+        item.nFirstOperand = static_cast<uint32_t>(m_Stream.vOperands.size());
+        if (item.bDestination && !ReadOperand(true))
+            return false;
+        for (uint32_t n = 0; n < item.nSources; ++n)
+        {
+            if (!ReadOperand(false))
+                return false;
+        }
+        return true;
+    }
+
+    static int32_t RegisterNumber(uint32_t nToken)
+    {
+        const bool bSigned = Bits(nToken, 16, 6) == REG_TEMP && Bits(nToken, 27, 1);
+        return bSigned ? static_cast<int16_t>(nToken & 0xFFFF) : static_cast<int32_t>(nToken & 0xFFFF);
+    }
+
+    static void SourceModifiers(SOperand& operand, uint32_t nWord)
+    {
+        for (uint32_t n = 0; n < 4; ++n)
+        {
+            const uint32_t nSelect = Bits(nWord, n * 4, 3);
+            operand.select[n] = static_cast<uint8_t>(nSelect);
+            if (nSelect > SOperand::SelectOne)
+                operand.select[n] = SOperand::SelectZero;
+            operand.bNegate[n] = Bits(nWord, n * 4 + 3, 1) != 0;
+        }
+        operand.bInvert = Bits(nWord, 16, 1) != 0;
+        operand.bBias = Bits(nWord, 17, 1) != 0;
+        operand.bTimes2 = Bits(nWord, 18, 1) != 0;
+        operand.bSign = Bits(nWord, 19, 1) != 0;
+        operand.bAbs = Bits(nWord, 20, 1) != 0;
+        operand.bClamp = Bits(nWord, 24, 1) != 0;
+    }
+
+    static void DestinationModifiers(SOperand& operand, uint32_t nWord)
+    {
+        for (uint32_t n = 0; n < 4; ++n)
+            operand.write[n] = static_cast<uint8_t>(Bits(nWord, n * 2, 2));
+        operand.bClamp = Bits(nWord, 8, 1) != 0;
+        operand.nShift = static_cast<uint8_t>(Bits(nWord, 9, 4));
+    }
+
+    bool ReadIndexRegister(SOperand& operand)
+    {
+        uint32_t nToken = 0;
+        if (!Next(nToken))
+            return false;
+        operand.bIndexed = true;
+        operand.nIndexType = Bits(nToken, 16, 6);
+        operand.nIndexNumber = RegisterNumber(nToken);
+        if (Bits(nToken, 22, 1) == 0)
+            return true;
+        uint32_t nModifier = 0;
+        if (!Next(nModifier))
+            return false;
+        operand.nIndexComponent = static_cast<uint8_t>(Bits(nModifier, 0, 3) & 3);
+        return true;
+    }
+
+    bool ReadOperand(bool bDestination)
+    {
+        SOperand operand;
+        uint32_t nToken = 0;
+        if (!Next(nToken))
+            return false;
+        operand.nType = Bits(nToken, 16, 6);
+        operand.nNumber = RegisterNumber(nToken);
+        if (Bits(nToken, 22, 1))
+        {
+            uint32_t nModifier = 0;
+            if (!Next(nModifier))
+                return false;
+            if (bDestination)
+                DestinationModifiers(operand, nModifier);
+            else
+                SourceModifiers(operand, nModifier);
+        }
+        if (!ReadAddressing(operand, nToken))
+            return false;
+        operand.bImmediate = Bits(nToken, 26, 1) != 0;
+        if (operand.bImmediate && !Next(operand.nImmediate))
+            return false;
+        uint32_t nExtended = 0;
+        if ((nToken >> 31) && !Next(nExtended))
+            return false;
+        m_Stream.vOperands.push_back(operand);
+        return true;
+    }
+
+    bool ReadAddressing(SOperand& operand, uint32_t nToken)
+    {
+        const uint32_t nDimension = Bits(nToken, 25, 1);
+        uint32_t nWord = 0;
+        switch (Bits(nToken, 23, 2))
+        {
+        case 0:
+            return nDimension == 0 || Next(nWord);
+        case 1:
+            if (!Next(nWord))
+                return false;
+            operand.bIndexed = true;
+            operand.nIndexType = REG_ADDR;
+            operand.nIndexNumber = static_cast<int32_t>(nWord & 0xFFFF);
+            operand.nIndexComponent = static_cast<uint8_t>(Bits(nWord, 17, 3) & 3);
+            return true;
+        case 2:
+            if (nDimension)
+                return Fail(std::string(m_pszName) + ": an operand with an index register has a second dimension");
+            return ReadIndexRegister(operand);
+        default:
+            return true;
+        }
+    }
+
+    bool ReadTrailing(SItem& item, const SOpCodeShape& shape)
+    {
+        uint32_t nWords = shape.nTrailingWords;
+        if (item.eOpCode == IL_OP_DCL_NUM_THREAD_PER_GROUP || item.eOpCode == IL_OP_DCL_TOTAL_NUM_THREAD_GROUP)
+            nWords = item.Controls();
+        if (item.eOpCode == IL_OP_COMMENT && !Next(nWords))
+            return false;
+        if (nWords == 0)
+            return true;
+        item.nFirstWord = static_cast<uint32_t>(m_nPos);
+        item.nWords = nWords;
+        return Skip(nWords);
+    }
+
+    SDecodedStream& m_Stream;
+    SDecodeError& m_Error;
+    size_t m_nPos = 0;
+    bool m_bInMacro = false;
+    const char* m_pszName = "header";
+};
+
+} // namespace
+
+bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream, SDecodeError& error)
+{
+    stream = SDecodedStream();
+    stream.vTokens.assign(pTokens, pTokens + nCount);
+    return CStreamDecoder(stream, error).Run();
+}
+
+} // namespace KestrelPlatform

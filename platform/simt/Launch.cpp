@@ -1,0 +1,206 @@
+#include "platform/simt/Launch.h"
+
+#include <xmmintrin.h>
+
+#include <algorithm>
+#include <new>
+
+#include "platform/simt/Block.h"
+#include "platform/simt/TraceRecorder.h"
+#include "platform/simt/WorkerPool.h"
+
+namespace KestrelPlatform
+{
+
+namespace
+{
+
+/// Rounding to nearest and IEEE denormals, whatever the calling thread has set.
+class CFloatDefaults
+{
+public:
+    CFloatDefaults() : m_nOld(_mm_getcsr()) { _mm_setcsr(0x1F80); }
+    ~CFloatDefaults() { _mm_setcsr(m_nOld); }
+
+private:
+    const unsigned int m_nOld;
+};
+
+/// One thread's part of a launch: its blocks and local memory, used for one group after the other.
+class CGroupRunner
+{
+public:
+    CGroupRunner(SLaunchContext& context, const CProgram& program)
+        : m_Context(context), m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
+    {
+        unsigned char* const pLocal = reinterpret_cast<unsigned char*>(m_vLocal.data());
+        for (uint32_t n = 0; n < context.nBlocksPerGroup; ++n)
+        {
+            m_vBlocks.push_back(std::make_unique<CBlock>(context, n, pLocal));
+            if (context.launch.pTrace)
+                m_vTraces.push_back(std::make_unique<CTraceRecorder>(*context.launch.pTrace, program));
+        }
+    }
+
+    void Run(uint64_t nFirstGroup)
+    {
+        std::fill(m_vLocal.begin(), m_vLocal.end(), 0);
+        for (size_t n = 0; n < m_vBlocks.size(); ++n)
+            m_vBlocks[n]->Start(nFirstGroup, m_vTraces.empty() ? nullptr : m_vTraces[n].get());
+        if (m_vBlocks.size() == 1)
+            m_vBlocks[0]->Run();
+        else
+            RunInSteps();
+    }
+
+private:
+    /// The blocks of one group, each to its next barrier, until all are done. Blocks that wait at
+    /// different barriers go on together: what is missing at one is counted.
+    void RunInSteps()
+    {
+        std::vector<bool>& vDone = m_vDone;
+        vDone.assign(m_vBlocks.size(), false);
+        for (;;)
+        {
+            uint32_t nHere = 0;
+            bool bWaiting = false;
+            for (size_t n = 0; n < m_vBlocks.size(); ++n)
+            {
+                if (vDone[n])
+                    continue;
+                const CBlock::EState eState = m_vBlocks[n]->Run();
+                if (eState == CBlock::Stopped)
+                    return;
+                vDone[n] = eState == CBlock::Done;
+                bWaiting = bWaiting || !vDone[n];
+                nHere += vDone[n] ? 0 : m_vBlocks[n]->GetActive();
+            }
+            if (!bWaiting)
+                return;
+            if (nHere != m_Context.nGroupSize)
+                ++m_Context.nUnreachedBarriers;
+        }
+    }
+
+    SLaunchContext& m_Context;
+    std::vector<uint64_t> m_vLocal;
+    std::vector<std::unique_ptr<CBlock>> m_vBlocks;
+    std::vector<std::unique_ptr<CTraceRecorder>> m_vTraces;
+    std::vector<bool> m_vDone;
+};
+
+std::vector<uint32_t> BufferZero(const SLaunch& launch, const uint64_t* pGroups)
+{
+    std::vector<uint32_t> vWords(40, 0);
+    for (uint32_t n = 0; n < 3; ++n)
+    {
+        vWords[n] = static_cast<uint32_t>(launch.nGlobalSize[n]);
+        vWords[4 + n] = static_cast<uint32_t>(launch.nLocalSize[n]);
+        vWords[8 + n] = static_cast<uint32_t>(pGroups[n]);
+        vWords[24 + n] = static_cast<uint32_t>(launch.nGlobalOffset[n]);
+        vWords[36 + n] = static_cast<uint32_t>(launch.nGlobalOffset[n]);
+    }
+    vWords[3] = launch.nDimensions;
+    return vWords;
+}
+
+} // namespace
+
+SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
+    : launch(launchIn), code(codeIn), lanes(GetLaneTable())
+{
+    for (uint32_t n = 0; n < 3; ++n)
+        nGroups[n] = launch.nLocalSize[n] ? launch.nGlobalSize[n] / launch.nLocalSize[n] : 0;
+    nGroupCount = nGroups[0] * nGroups[1] * nGroups[2];
+    nGroupSize = static_cast<uint32_t>(launch.nLocalSize[0] * launch.nLocalSize[1] * launch.nLocalSize[2]);
+    if (nGroupSize != 0 && nGroupSize <= s_nLanes)
+        nGroupsPerBlock =
+            static_cast<uint32_t>(std::min<uint64_t>(s_nLanes / nGroupSize, std::max<uint64_t>(nGroupCount, 1)));
+    nBlocksPerGroup = (nGroupSize + s_nLanes - 1) / s_nLanes;
+    for (const SCode::SLocalArea& area : code.vLocalAreas)
+        nDynamicStart = std::max(nDynamicStart, area.nOffset + area.nBytes);
+    nLocalBytes = (code.nLocalBytes + launch.nDynamicLocalBytes + 15) & ~15u;
+    for (const SCode::SBuffer& buffer : code.vBuffers)
+    {
+        if (buffer.bInline)
+            vBuffers.push_back(buffer.vWords);
+        else if (buffer.nNumber == 0)
+            vBuffers.push_back(BufferZero(launch, nGroups));
+        else if (buffer.nNumber == 1)
+            vBuffers.push_back(launch.vConstantBuffer1);
+        else
+        {
+            const auto it = launch.mapConstantBuffers.find(buffer.nNumber);
+            vBuffers.push_back(it == launch.mapConstantBuffers.end() ? std::vector<uint32_t>() : it->second);
+        }
+    }
+    const auto image = [](const std::map<uint32_t, SImageBinding>& map, uint32_t nNumber)
+    {
+        const auto it = map.find(nNumber);
+        return it == map.end() ? SImageBinding() : it->second;
+    };
+    for (const uint32_t nNumber : code.vResources)
+        vResources.push_back(image(launch.mapResources, nNumber));
+    for (const uint32_t nNumber : code.vUavs)
+        vUavs.push_back(image(launch.mapUavImages, nNumber));
+    for (const uint32_t nNumber : code.vSamplers)
+    {
+        const auto it = launch.mapSamplers.find(nNumber);
+        vSamplers.push_back(it == launch.mapSamplers.end() ? SSamplerBinding() : it->second);
+    }
+}
+
+/// Keeps the access of the lowest work-item, its first, so that every run gives the same record.
+void SLaunchContext::CountBadAccess(const SBadAccess& access)
+{
+    std::lock_guard<std::mutex> lock(faultMutex);
+    if (nBadAccesses++ == 0 || access.nWorkItem < firstBadAccess.nWorkItem)
+        firstBadAccess = access;
+}
+
+SLaunchResult RunLaunch(const SLaunch& launch)
+{
+    SLaunchResult result;
+    try
+    {
+        const CProgram& program = *launch.pProgram;
+        SLaunchContext context(launch, launch.pTrace ? program.GetTracedCode() : program.GetCode());
+        if (context.nGroupCount == 0 || context.nGroupSize == 0)
+            return result;
+        const uint64_t nJobs = (context.nGroupCount + context.nGroupsPerBlock - 1) / context.nGroupsPerBlock;
+        std::atomic<uint64_t> nNext(0);
+        std::atomic<bool> bNoMemory(false);
+        const std::function<void()> task = [&]
+        {
+            const CFloatDefaults floats;
+            try
+            {
+                CGroupRunner runner(context, program);
+                for (uint64_t n = nNext++; n < nJobs && !context.bStop.load(std::memory_order_relaxed); n = nNext++)
+                    runner.Run(n * context.nGroupsPerBlock);
+            }
+            catch (const std::bad_alloc&)
+            {
+                bNoMemory = true;
+            }
+        };
+        CWorkerPool& pool = CWorkerPool::Get();
+        const uint64_t nHelpers = launch.pTrace ? 0 : std::min<uint64_t>(pool.GetThreads(), nJobs) - 1;
+        pool.Run(static_cast<uint32_t>(nHelpers), task);
+        result.nBadAccesses = context.nBadAccesses;
+        result.firstBadAccess = context.firstBadAccess;
+        result.nUnreachedBarriers = context.nUnreachedBarriers;
+        if (context.bStop)
+            result.eStatus = SLaunchResult::InstructionLimit;
+        // A thread without memory leaves its groups to the others; only if there was none are they undone.
+        else if (bNoMemory && nNext < nJobs)
+            result.eStatus = SLaunchResult::OutOfMemory;
+    }
+    catch (const std::bad_alloc&)
+    {
+        result.eStatus = SLaunchResult::OutOfMemory;
+    }
+    return result;
+}
+
+} // namespace KestrelPlatform

@@ -1,0 +1,367 @@
+#include "platform/simt/Lowering.h"
+
+#include <algorithm>
+
+namespace KestrelPlatform
+{
+
+namespace
+{
+
+/// Rows of a block: 64 MiB of registers and private memory for 256 work-items.
+const uint32_t s_nMaxRows = 65536;
+const uint32_t s_nAccessPrivate = 3;
+
+} // namespace
+
+CLowering::CLowering(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code,
+                     SDecodeError& error)
+    : m_Stream(stream), m_Structure(structure), m_bTrace(bTrace), m_Code(code), m_Error(error)
+{
+}
+
+/// The first failure is the one that is told.
+bool CLowering::Fail(const std::string& strReason)
+{
+    if (m_bFailed)
+        return false;
+    m_bFailed = true;
+    m_Error.nInstruction = m_nInstruction;
+    m_Error.strMessage = std::string(GetOpCodeShape(m_pItem->eOpCode).pszName) + ": " + strReason;
+    return false;
+}
+
+bool CLowering::Run()
+{
+    CollectDeclarations();
+    if (m_bFailed)
+        return false;
+    m_vReturnRows.assign(m_Structure.vBodies.size(), 0);
+    m_Code.vBodyEntries.assign(m_Structure.vBodies.size(), 0);
+    for (uint32_t n = 0; n < m_Structure.vBodies.size(); ++n)
+    {
+        if (m_Structure.vBodies[n].bReachable && !LowerBody(n))
+            return false;
+    }
+    FindRowsToClear();
+    return true;
+}
+
+void CLowering::DeclareUav(const SItem& item)
+{
+    const uint32_t nUav = item.UavId();
+    if (item.eOpCode == IL_OP_DCL_TYPELESS_UAV)
+        m_mapStrides[nUav] = m_Stream.Word(item, 0);
+    if (((item.nToken >> 26) & 3) != s_nAccessPrivate || m_mapPrivate.count(nUav))
+        return;
+    uint64_t nBytes = item.eOpCode == IL_OP_DCL_TYPELESS_UAV ? m_Stream.Word(item, 1) : 0;
+    nBytes = (nBytes + 15) & ~15ull;
+    m_nPrivateBytes += nBytes;
+    if (m_nPrivateBytes > s_nMaxRows * 4ull)
+    {
+        Fail("private memory of " + std::to_string(m_nPrivateBytes) + " bytes a work-item is too large");
+        return;
+    }
+    const uint32_t nWords = static_cast<uint32_t>(nBytes / 4);
+    m_mapPrivate[nUav] = static_cast<uint32_t>(m_Code.vPrivate.size());
+    m_Code.vPrivate.push_back({nUav, NewRows(nWords), static_cast<uint32_t>(nBytes)});
+    for (uint32_t n = 0; n < nWords; ++n)
+        m_Code.vClearRows.push_back(m_Code.vPrivate.back().nRow + n);
+}
+
+bool CLowering::DeclareArray(const SItem& item)
+{
+    const SOperand& operand = m_Stream.Source(item, 0);
+    const uint32_t nNumber = static_cast<uint32_t>(operand.nNumber);
+    if (m_mapArrays.count(nNumber))
+        return true;
+    if (operand.nImmediate > (s_nMaxRows - std::min(s_nMaxRows, m_Code.nRows)) / 4)
+        return Fail("an array of " + std::to_string(operand.nImmediate) + " elements is too large");
+    m_mapArrays[nNumber] = static_cast<uint32_t>(m_Code.vArrays.size());
+    m_Code.vArrays.push_back({NewRows(operand.nImmediate * 4), operand.nImmediate});
+    for (uint32_t n = 0; n < operand.nImmediate * 4; ++n)
+        m_Code.vClearRows.push_back(m_Code.vArrays.back().nRow + n);
+    return true;
+}
+
+void CLowering::DeclareBuffer(const SItem& item)
+{
+    if (item.nToken >> 31)
+    {
+        m_nInlineBuffer = static_cast<int32_t>(m_Code.vBuffers.size());
+        SCode::SBuffer buffer = {0, (item.nWords + 3) / 4, {}, true};
+        for (uint32_t n = 0; n < item.nWords; ++n)
+            buffer.vWords.push_back(m_Stream.Word(item, n));
+        m_Code.vBuffers.push_back(buffer);
+        return;
+    }
+    const SOperand& operand = m_Stream.Source(item, 0);
+    const auto inserted =
+        m_mapBuffers.emplace(static_cast<uint32_t>(operand.nNumber), static_cast<uint32_t>(m_Code.vBuffers.size()));
+    if (inserted.second)
+        m_Code.vBuffers.push_back({static_cast<uint32_t>(operand.nNumber), 0, {}, false});
+    // Words are numbered in 32 bits; no launch fills more.
+    uint32_t& nElements = m_Code.vBuffers[inserted.first->second].nElements;
+    nElements = std::max(nElements, std::min(operand.nImmediate, 0x10000u));
+}
+
+/// Areas stand in the order of their ids, the first at address 0.
+void CLowering::DeclareLocal()
+{
+    uint64_t nOffset = 0;
+    for (const auto& local : m_mapLocalSizes)
+    {
+        m_mapLocalAreas[local.first] = static_cast<uint32_t>(m_Code.vLocalAreas.size());
+        m_Code.vLocalAreas.push_back({local.first, static_cast<uint32_t>(nOffset), local.second});
+        nOffset += (local.second + 15ull) & ~15ull;
+    }
+    m_Code.nLocalBytes = static_cast<uint32_t>(nOffset);
+    if (nOffset > 1u << 24)
+        Fail("local memory of " + std::to_string(nOffset) + " bytes is too large");
+}
+
+void CLowering::CollectDeclarations()
+{
+    for (uint32_t n = 0; n < m_Stream.vItems.size() && !m_bFailed; ++n)
+    {
+        const SItem& item = m_Stream.vItems[n];
+        m_pItem = &item;
+        m_nInstruction = item.nInstruction == SItem::NoInstruction ? m_nInstruction : item.nInstruction;
+        switch (item.eOpCode)
+        {
+        case IL_DCL_LITERAL:
+        {
+            SLiteral literal = {n, {}};
+            for (uint32_t i = 0; i < 4; ++i)
+                literal.nValues[i] = m_Stream.Word(item, i);
+            m_mapLiterals[static_cast<uint32_t>(m_Stream.Source(item, 0).nNumber)].push_back(literal);
+            break;
+        }
+        case IL_DCL_CONST_BUFFER:
+            DeclareBuffer(item);
+            break;
+        case IL_DCL_INDEXED_TEMP_ARRAY:
+            DeclareArray(item);
+            break;
+        case IL_OP_DCL_TYPELESS_UAV:
+        case IL_OP_DCL_TYPED_UAV:
+            DeclareUav(item);
+            break;
+        case IL_DCL_RESOURCE:
+            m_mapUnnormalized[(item.nToken >> 16) & 0xFF] = (item.nToken >> 31) != 0;
+            break;
+        case IL_DCL_LDS:
+        {
+            uint32_t& nSize = m_mapLocalSizes[item.Controls()];
+            nSize = std::max(nSize, m_Stream.Word(item, 0));
+            break;
+        }
+        default:
+            break;
+        }
+    }
+    DeclareLocal();
+    m_nInstruction = 0;
+}
+
+/// What the current instruction has written, for the trace step behind it.
+void CLowering::EmitTrace()
+{
+    if (!m_bTrace || m_pItem->nInstruction == SItem::NoInstruction)
+        return;
+    if (m_pItem->bDestination && m_Trace.eKind == STraceInfo::Nothing)
+    {
+        const SOperand& destination = m_Stream.Destination(*m_pItem);
+        m_Trace.nType = destination.nType;
+        m_Trace.nNumber = static_cast<uint32_t>(destination.nNumber);
+        for (uint32_t n = 0; n < 4; ++n)
+            m_Trace.nComponents |= destination.write[n] != SOperand::WriteNot ? 1u << n : 0;
+        if (IsPlainDestination(destination))
+        {
+            m_Trace.eKind = STraceInfo::Register;
+            m_Trace.nRow = RegisterRow(destination);
+        }
+        else if (destination.nType == REG_ITEMP)
+        {
+            m_Trace.eKind = STraceInfo::Array;
+            m_Trace.bConstantIndex = !destination.bIndexed;
+            SIndexed indexed;
+            indexed.nArray = m_mapArrays[m_Trace.nNumber];
+            indexed.nIndexRow = destination.bIndexed ? IndexRow(destination) : s_nZeroRow;
+            indexed.nImmediate = destination.nImmediate;
+            m_Trace.nIndexed = static_cast<uint32_t>(m_Code.vIndexed.size());
+            m_Code.vIndexed.push_back(indexed);
+        }
+        else
+            m_Trace.eKind = STraceInfo::Memory;
+    }
+    AddTrace();
+}
+
+void CLowering::AddTrace()
+{
+    SMicroOp step;
+    step.eKind = MICRO_TRACE;
+    step.nInstruction = m_nInstruction;
+    step.nAux = static_cast<uint32_t>(m_Code.vTraces.size());
+    m_Code.vTraces.push_back(m_Trace);
+    m_Code.vSteps.push_back(step);
+}
+
+bool CLowering::LowerItem(uint32_t nIndex)
+{
+    m_nItem = m_Structure.vBodies[m_nBody].vItems[nIndex];
+    m_pItem = &m_Stream.vItems[m_nItem];
+    if (m_pItem->nInstruction == SItem::NoInstruction)
+        return true;
+    m_nInstruction = m_pItem->nInstruction;
+    m_nScratchUsed = 0;
+    m_Trace = STraceInfo();
+    ++m_nSinceFlow;
+    bool bOk = true;
+    switch (GetOpCodeClass(m_pItem->eOpCode))
+    {
+    case ClassFlow:
+        bOk = LowerFlow();
+        break;
+    case ClassLane:
+        bOk = LowerRule(FindLaneOp(m_pItem->eOpCode));
+        EmitTrace();
+        break;
+    case ClassMemory:
+        bOk = LowerAccess();
+        EmitTrace();
+        break;
+    case ClassImage:
+        bOk = LowerImage();
+        EmitTrace();
+        break;
+    case ClassSpecial:
+        bOk = LowerSpecial();
+        EmitTrace();
+        break;
+    default:
+        EmitTrace();
+        break;
+    }
+    if (bOk && m_Code.nRows > s_nMaxRows)
+        return Fail("the kernel needs more registers than this device has");
+    return bOk && !m_bFailed;
+}
+
+/// Registers read as 0 until they are written. Most are written before anything reads them, by the
+/// straight code at the start, for all work-items; only the others have to be cleared.
+void CLowering::FindRowsToClear()
+{
+    if (m_bTrace)
+        return;
+    enum EUse : char
+    {
+        Unseen,
+        ReadFirst,
+        WrittenFirst
+    };
+    std::vector<char> vUse(m_Code.nRows, Unseen);
+    std::vector<char> vRead(m_Code.nRows, 0);
+    const auto rowsOf = [this](const SMicroOp& step, std::vector<uint32_t>& vReads, std::vector<uint32_t>& vWrites)
+    {
+        vReads.clear();
+        vWrites.clear();
+        switch (step.eKind)
+        {
+        case MICRO_LANE_FAST:
+        case MICRO_LANE_SLOW:
+            vReads.insert(vReads.end(), step.rows.s, step.rows.s + 6);
+            vWrites.assign({step.rows.d[0], step.rows.d[1]});
+            break;
+        case MICRO_ACCESS:
+        {
+            const SAccess& access = m_Code.vAccesses[step.nAux];
+            vReads.assign({access.nAddressRows[0], access.nAddressRows[1]});
+            vReads.insert(vReads.end(), access.nValueRows, access.nValueRows + 4);
+            std::vector<uint32_t>& vRows = access.eOperation == SAccess::Store ? vReads : vWrites;
+            vRows.insert(vRows.end(), access.nRows, access.nRows + 4);
+            break;
+        }
+        case MICRO_IMAGE:
+        {
+            const SImageAccess& image = m_Code.vImages[step.nAux];
+            vReads.assign(image.nCoordinates, image.nCoordinates + 4);
+            std::vector<uint32_t>& vRows = image.eOperation == SImageAccess::UavStore ? vReads : vWrites;
+            vRows.insert(vRows.end(), image.nRows, image.nRows + 4);
+            break;
+        }
+        case MICRO_INDEX_LOAD:
+            vReads.assign({step.rows.s[0]});
+            vWrites.assign({step.rows.d[0]});
+            break;
+        case MICRO_INDEX_STORE:
+            vReads.insert(vReads.end(), step.rows.s, step.rows.s + 5);
+            break;
+        case MICRO_IF:
+        case MICRO_LEAVE_IF:
+        case MICRO_SWITCH:
+        case MICRO_CALL:
+            vReads.assign({step.rows.s[0]});
+            break;
+        default:
+            break;
+        }
+    };
+    std::vector<uint32_t> vReads;
+    std::vector<uint32_t> vWrites;
+    for (const SMicroOp& step : m_Code.vSteps)
+    {
+        rowsOf(step, vReads, vWrites);
+        for (uint32_t nRow : vReads)
+            vRead[nRow] = 1;
+    }
+    for (const SIndexed& indexed : m_Code.vIndexed)
+    {
+        if (indexed.bConstant)
+            continue;
+        const SCode::SArray& array = m_Code.vArrays[indexed.nArray];
+        std::fill(vRead.begin() + array.nRow, vRead.begin() + array.nRow + array.nElements * 4, 1);
+    }
+    for (const SCode::SPrivate& area : m_Code.vPrivate)
+        std::fill(vRead.begin() + area.nRow, vRead.begin() + area.nRow + area.nBytes / 4, 1);
+
+    std::vector<uint32_t> vReturns;
+    uint32_t nStep = m_Code.vBodyEntries[0];
+    for (size_t nBudget = m_Code.vSteps.size(); nBudget > 0; --nBudget)
+    {
+        const SMicroOp& step = m_Code.vSteps[nStep++];
+        if (step.eKind == MICRO_CALL && !(step.nFlags & s_nFlagConditional))
+        {
+            vReturns.push_back(nStep);
+            nStep = m_Code.vBodyEntries[step.nAux];
+            continue;
+        }
+        if (step.eKind == MICRO_END_BODY && !vReturns.empty())
+        {
+            nStep = vReturns.back();
+            vReturns.pop_back();
+            continue;
+        }
+        const bool bStraight = step.eKind <= MICRO_ENTER || step.eKind >= MICRO_BARRIER;
+        if (!bStraight)
+            break;
+        rowsOf(step, vReads, vWrites);
+        for (uint32_t nRow : vReads)
+            vUse[nRow] = vUse[nRow] == Unseen ? static_cast<char>(ReadFirst) : vUse[nRow];
+        for (uint32_t nRow : vWrites)
+            vUse[nRow] = vUse[nRow] == Unseen ? static_cast<char>(WrittenFirst) : vUse[nRow];
+    }
+    const auto isClean = [&](uint32_t nRow) { return !vRead[nRow] || vUse[nRow] == WrittenFirst; };
+    std::vector<uint32_t>& vClear = m_Code.vClearRows;
+    vClear.erase(std::remove_if(vClear.begin(), vClear.end(), isClean), vClear.end());
+}
+
+bool LowerProgram(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code,
+                  SDecodeError& error)
+{
+    code = SCode();
+    return CLowering(stream, structure, bTrace, code, error).Run();
+}
+
+} // namespace KestrelPlatform

@@ -1,0 +1,193 @@
+#ifndef KESTREL_PLATFORM_SIMT_LOWERING_H
+#define KESTREL_PLATFORM_SIMT_LOWERING_H
+
+#include <initializer_list>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/simt/LaneRules.h"
+#include "platform/simt/Program.h"
+
+namespace KestrelPlatform
+{
+
+/// Turns bodies into steps. One object makes one SCode.
+///
+/// Registers become rows, literals and constant buffer words become rows that a launch fills once,
+/// so that nearly every step is one operation on whole rows. What an operand's modifiers ask for
+/// goes through scratch rows, which live for one instruction.
+class CLowering
+{
+public:
+    CLowering(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code, SDecodeError& error);
+
+    bool Run();
+
+private:
+    typedef ELaneType T;
+
+    /// One component's work, kept back until it is known whether the destination may be written in place.
+    struct SPart
+    {
+        uint32_t nOp;
+        SLaneRows rows;
+    };
+
+    /// An open if, loop, switch or body.
+    struct SOpenBlock
+    {
+        EOpCode eOpCode = IL_OP_UNKNOWN;
+        uint32_t nRows[3] = {0, 0, 0}; ///< as the step that opens it
+        uint32_t nStep = 0;
+        uint32_t nDefault = 0;             ///< switch: the step of its default; 0 before it is met
+        std::vector<uint32_t> vPending;    ///< steps that go to the next join of this block
+        std::vector<uint32_t> vLaterCases; ///< switch: the values of cases behind the default
+    };
+
+    struct SLiteral
+    {
+        uint32_t nItem;
+        uint32_t nValues[4];
+    };
+
+    bool Fail(const std::string& strReason);
+
+    // Declarations, in Lowering.cpp
+    void CollectDeclarations();
+    void DeclareUav(const SItem& item);
+    void DeclareLocal();
+    bool DeclareArray(const SItem& item);
+    void DeclareBuffer(const SItem& item);
+
+    // Bodies and flow control, in LoweringFlow.cpp
+    bool LowerBody(uint32_t nBody);
+    bool LowerItem(uint32_t nIndex);
+    bool LowerFlow();
+    void LowerSwitch();
+    void LowerCase();
+    void LowerLeave(EOpCode eOpCode);
+    bool LowerCall();
+    void CloseBlock(EMicroKind eKind);
+    uint32_t ConditionRow(EOpCode eOpCode, bool& bInvert);
+    uint32_t RelationRow(const SOperand& a, const SOperand& b);
+    SMicroOp& EmitFlow(EMicroKind eKind);
+    void Pend(uint32_t nStep);
+    void ResolvePending();
+    void FindRowsToClear();
+
+    // Operands, in LoweringOperands.cpp
+    uint32_t NewRows(uint32_t nCount);
+    uint32_t MaskRows(uint32_t nCount);
+    uint32_t Scratch();
+    uint32_t ConstantRow(uint32_t nValue);
+    uint32_t RegisterRow(const SOperand& operand);
+    uint32_t RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody);
+    uint32_t IdRow(uint32_t nType, uint32_t nComponent);
+    uint32_t LiteralRow(const SOperand& operand, uint32_t nComponent);
+    uint32_t BufferRow(const SOperand& operand, uint32_t nComponent);
+    uint32_t ArrayRow(const SOperand& operand, uint32_t nComponent);
+    uint32_t IndexRow(const SOperand& operand);
+    uint32_t IndexedLoad(const SOperand& operand, bool bConstant, uint32_t nArray, uint32_t nComponent);
+    void Outside(uint32_t nIndex, bool bWrite);
+    uint32_t Component(const SOperand& operand, uint32_t nComponent);
+    uint32_t Source(const SOperand& operand, uint32_t nComponent, T eType);
+    uint32_t ModifiedFloat(const SOperand& operand, uint32_t nComponent, uint32_t nRow);
+    void SourcePair(const SOperand& operand, uint32_t nPair, T eType, uint32_t* pRows);
+    uint32_t Unary(ELaneOp eOp, uint32_t nRow);
+    uint32_t Binary(ELaneOp eOp, uint32_t nA, uint32_t nB);
+    uint32_t Ternary(ELaneOp eOp, uint32_t nA, uint32_t nB, uint32_t nC);
+    void EmitLane(uint32_t nOp, const SLaneRows& rows);
+    void EmitMove(uint32_t nTo, uint32_t nFrom);
+
+    // Destinations, in LoweringOperands.cpp
+    bool Writes(uint32_t nComponent) const;
+    bool IsPlainDestination(const SOperand& operand) const;
+    bool BeginDestination(T eType, const std::vector<SPart>& vParts);
+    uint32_t Target(uint32_t nComponent) const { return m_nTargets[nComponent]; }
+    void FinishDestination();
+    void Scale(uint32_t nRow, uint32_t nHighRow);
+    void StoreComponent(uint32_t nComponent, uint32_t nRow);
+
+    // Rules, in LoweringRules.cpp
+    bool LowerRule(uint32_t nOp);
+    void AddParts(uint32_t nOp, const SLaneRule& rule, std::vector<SPart>& vParts);
+    bool WriteParts(T eType, std::vector<SPart>& vParts);
+    bool WriteRows(T eType, const uint32_t* pRows);
+    bool WriteAll(T eType, uint32_t nRow);
+    bool LowerSpecial();
+    bool LowerVectorProduct();
+    bool LowerNormalize(bool bHalf);
+    bool LowerReflect(bool bHalf);
+    bool LowerCompareSelect();
+    bool LowerBitInsert();
+    bool LowerSinCos();
+    uint32_t Dot(const SOperand& a, const SOperand& b, uint32_t nCount, bool bHalf);
+
+    // Memory and images, in LoweringMemory.cpp
+    bool LowerAccess();
+    bool LowerAtomic();
+    bool SetSpace(SAccess& access);
+    void SetAddress(SAccess& access, const SOperand& operand);
+    void SetSum(SAccess& access, const SOperand& operand, const SOperand& offset);
+    bool SetStructAddress(SAccess& access);
+    bool EmitLoad(SAccess& access);
+    bool EmitStore(SAccess& access, const SOperand& value, bool bMask);
+    bool EmitAccess(const SAccess& access);
+    bool LowerImage();
+
+    void EmitTrace();
+    void AddTrace();
+
+    const SDecodedStream& m_Stream;
+    const SStructure& m_Structure;
+    const bool m_bTrace;
+    SCode& m_Code;
+    SDecodeError& m_Error;
+    bool m_bFailed = false;
+
+    std::unordered_map<uint32_t, std::vector<SLiteral>> m_mapLiterals;
+    std::unordered_map<uint32_t, uint32_t> m_mapArrays;  ///< number to index in vArrays
+    std::unordered_map<uint32_t, uint32_t> m_mapBuffers; ///< number to index in vBuffers
+    std::unordered_map<uint32_t, uint32_t> m_mapPrivate; ///< UAV number to index in vPrivate
+    std::unordered_map<uint32_t, uint32_t> m_mapStrides; ///< UAV number to stride
+    std::map<uint32_t, uint32_t> m_mapLocalSizes;
+    std::unordered_map<uint32_t, uint32_t> m_mapLocalAreas;
+    std::unordered_map<uint32_t, bool> m_mapUnnormalized; ///< resource number
+    std::unordered_map<uint64_t, uint32_t> m_mapRegisters;
+    std::unordered_map<uint32_t, uint32_t> m_mapConstants;
+    std::unordered_map<uint64_t, uint32_t> m_mapBufferRows;
+    std::unordered_map<uint32_t, uint32_t> m_mapIdRows;
+    std::unordered_map<uint32_t, uint32_t> m_mapRowValues; ///< literal bits by row
+    std::map<uint32_t, uint32_t> m_mapResources;
+    std::map<uint32_t, uint32_t> m_mapUavs;
+    std::map<uint32_t, uint32_t> m_mapSamplers;
+    int32_t m_nInlineBuffer = -1;
+    uint64_t m_nPrivateBytes = 0;
+
+    std::vector<uint32_t> m_vScratch;
+    size_t m_nScratchUsed = 0;
+    std::vector<uint32_t> m_vMaskRows; ///< of the body, by nesting
+    size_t m_nMaskRowsUsed = 0;
+    std::vector<uint32_t> m_vReturnRows; ///< by body; 0 for one that has no return
+
+    uint32_t m_nBody = 0;
+    uint32_t m_nItem = 0; ///< in the stream
+    const SItem* m_pItem = nullptr;
+    uint32_t m_nInstruction = 0;
+    std::vector<SOpenBlock> m_vBlocks;
+    std::vector<size_t> m_vLoops;      ///< open loops, as indices into m_vBlocks
+    std::vector<size_t> m_vBreakables; ///< open loops and switches
+    uint32_t m_nLastFlow = 0;
+    uint32_t m_nSinceFlow = 0;
+
+    uint32_t m_nTargets[4] = {0, 0, 0, 0};
+    bool m_bInPlace = false;
+    T m_eDestinationType = T::U;
+    STraceInfo m_Trace;
+};
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,538 @@
+#include "platform/simt/Lowering.h"
+
+namespace KestrelPlatform
+{
+
+namespace
+{
+
+const uint32_t s_nOne = 0x3F800000; // 1.0f
+
+} // namespace
+
+uint32_t CLowering::NewRows(uint32_t nCount)
+{
+    const uint32_t nRow = m_Code.nRows;
+    m_Code.nRows += nCount;
+    return nRow;
+}
+
+/// Rows for masks of the block that is being opened; a body's blocks at one depth share theirs.
+uint32_t CLowering::MaskRows(uint32_t nCount)
+{
+    while (m_vMaskRows.size() < m_nMaskRowsUsed + nCount)
+        m_vMaskRows.push_back(NewRows(1));
+    const uint32_t nRow = m_vMaskRows[m_nMaskRowsUsed];
+    m_nMaskRowsUsed += nCount;
+    return nRow;
+}
+
+uint32_t CLowering::Scratch()
+{
+    if (m_nScratchUsed == m_vScratch.size())
+        m_vScratch.push_back(NewRows(1));
+    return m_vScratch[m_nScratchUsed++];
+}
+
+uint32_t CLowering::ConstantRow(uint32_t nValue)
+{
+    if (nValue == 0)
+        return s_nZeroRow;
+    const auto inserted = m_mapConstants.emplace(nValue, 0);
+    if (inserted.second)
+    {
+        inserted.first->second = NewRows(1);
+        m_Code.vConstants.push_back({inserted.first->second, -1, nValue});
+        m_mapRowValues[inserted.first->second] = nValue;
+    }
+    return inserted.first->second;
+}
+
+uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
+{
+    const uint64_t nKey =
+        (static_cast<uint64_t>(nBody) << 32) | (nType << 24) | (static_cast<uint32_t>(nNumber) & 0xFFFF);
+    const uint64_t nSign = nNumber < 0 ? 1ull << 23 : 0;
+    const auto inserted = m_mapRegisters.emplace(nKey | nSign, 0);
+    if (inserted.second)
+    {
+        inserted.first->second = NewRows(4);
+        for (uint32_t n = 0; n < 4; ++n)
+            m_Code.vClearRows.push_back(inserted.first->second + n);
+    }
+    return inserted.first->second;
+}
+
+uint32_t CLowering::RegisterRow(const SOperand& operand)
+{
+    const bool bArgument = operand.nType == REG_INPUT_ARG || operand.nType == REG_OUTPUT_ARG;
+    return RegisterRow(operand.nType, operand.nNumber, bArgument ? m_nBody : 0);
+}
+
+uint32_t CLowering::IdRow(uint32_t nType, uint32_t nComponent)
+{
+    const auto inserted = m_mapIdRows.emplace(nType * 4 + nComponent, 0);
+    if (inserted.second)
+    {
+        inserted.first->second = NewRows(1);
+        m_Code.vIds.push_back({inserted.first->second, nType, nComponent});
+    }
+    return inserted.first->second;
+}
+
+/// The declaration that stands last in front of the instruction; the first one if all stand behind it.
+uint32_t CLowering::LiteralRow(const SOperand& operand, uint32_t nComponent)
+{
+    const auto it = m_mapLiterals.find(static_cast<uint32_t>(operand.nNumber));
+    if (it == m_mapLiterals.end())
+        return s_nZeroRow;
+    const std::vector<SLiteral>& vLiterals = it->second;
+    size_t nLow = 0;
+    size_t nHigh = vLiterals.size();
+    while (nLow < nHigh)
+    {
+        const size_t nMiddle = (nLow + nHigh) / 2;
+        if (vLiterals[nMiddle].nItem < m_nItem)
+            nLow = nMiddle + 1;
+        else
+            nHigh = nMiddle;
+    }
+    return ConstantRow(vLiterals[nLow ? nLow - 1 : 0].nValues[nComponent]);
+}
+
+uint32_t CLowering::IndexRow(const SOperand& operand)
+{
+    switch (operand.nIndexType)
+    {
+    case REG_ADDR:
+    case REG_TEMP:
+    case REG_PERSIST:
+    case REG_GLOBAL:
+    case REG_SHARED_TEMP:
+    case REG_INPUT:
+    case REG_OUTPUT:
+    case REG_INPUT_ARG:
+    case REG_OUTPUT_ARG:
+    {
+        const bool bArgument = operand.nIndexType == REG_INPUT_ARG || operand.nIndexType == REG_OUTPUT_ARG;
+        return RegisterRow(operand.nIndexType, operand.nIndexNumber, bArgument ? m_nBody : 0) + operand.nIndexComponent;
+    }
+    case REG_LITERAL:
+    {
+        SOperand literal;
+        literal.nNumber = operand.nIndexNumber;
+        return LiteralRow(literal, operand.nIndexComponent);
+    }
+    case REG_THREAD_ID_IN_GROUP:
+    case REG_THREAD_ID_IN_GROUP_FLAT:
+    case REG_ABSOLUTE_THREAD_ID:
+    case REG_ABSOLUTE_THREAD_ID_FLAT:
+    case REG_THREAD_GROUP_ID:
+    case REG_THREAD_GROUP_ID_FLAT:
+        return IdRow(operand.nIndexType, operand.nIndexComponent);
+    default:
+        Fail("register type " + std::to_string(operand.nIndexType) + " can't be an index");
+        return s_nZeroRow;
+    }
+}
+
+uint32_t CLowering::IndexedLoad(const SOperand& operand, bool bConstant, uint32_t nArray, uint32_t nComponent)
+{
+    SIndexed indexed;
+    indexed.bConstant = bConstant;
+    indexed.nArray = nArray;
+    indexed.nIndexRow = IndexRow(operand);
+    indexed.nImmediate = operand.nImmediate;
+    indexed.nComponent = nComponent;
+    SMicroOp step;
+    step.eKind = MICRO_INDEX_LOAD;
+    step.nInstruction = m_nInstruction;
+    step.nAux = static_cast<uint32_t>(m_Code.vIndexed.size());
+    step.rows.d[0] = Scratch();
+    step.rows.s[0] = indexed.nIndexRow;
+    m_Code.vIndexed.push_back(indexed);
+    m_Code.vSteps.push_back(step);
+    return step.rows.d[0];
+}
+
+void CLowering::Outside(uint32_t nIndex, bool bWrite)
+{
+    SMicroOp step;
+    step.eKind = MICRO_OUTSIDE;
+    step.nInstruction = m_nInstruction;
+    step.nFlags = bWrite ? 1 : 0;
+    step.nAux = nIndex;
+    m_Code.vSteps.push_back(step);
+}
+
+uint32_t CLowering::BufferRow(const SOperand& operand, uint32_t nComponent)
+{
+    uint32_t nBuffer = 0;
+    if (operand.nType == REG_IMMED_CONST_BUFF)
+    {
+        if (m_nInlineBuffer < 0)
+            return s_nZeroRow;
+        nBuffer = static_cast<uint32_t>(m_nInlineBuffer);
+    }
+    else
+    {
+        const auto inserted =
+            m_mapBuffers.emplace(static_cast<uint32_t>(operand.nNumber), static_cast<uint32_t>(m_Code.vBuffers.size()));
+        if (inserted.second)
+            m_Code.vBuffers.push_back({static_cast<uint32_t>(operand.nNumber), 0, {}, false});
+        nBuffer = inserted.first->second;
+    }
+    if (operand.bIndexed)
+        return IndexedLoad(operand, true, nBuffer, nComponent);
+    if (operand.nImmediate >= m_Code.vBuffers[nBuffer].nElements)
+    {
+        Outside(operand.nImmediate, false);
+        return s_nZeroRow;
+    }
+    const uint32_t nWord = operand.nImmediate * 4 + nComponent;
+    const auto inserted = m_mapBufferRows.emplace((static_cast<uint64_t>(nBuffer) << 32) | nWord, 0);
+    if (inserted.second)
+    {
+        inserted.first->second = NewRows(1);
+        m_Code.vConstants.push_back({inserted.first->second, static_cast<int32_t>(nBuffer), nWord});
+    }
+    return inserted.first->second;
+}
+
+uint32_t CLowering::ArrayRow(const SOperand& operand, uint32_t nComponent)
+{
+    const auto it = m_mapArrays.find(static_cast<uint32_t>(operand.nNumber));
+    if (it == m_mapArrays.end())
+    {
+        Fail("array x" + std::to_string(operand.nNumber) + " isn't declared");
+        return s_nZeroRow;
+    }
+    if (operand.bIndexed)
+        return IndexedLoad(operand, false, it->second, nComponent);
+    const SCode::SArray& array = m_Code.vArrays[it->second];
+    if (operand.nImmediate >= array.nElements)
+    {
+        Outside(operand.nImmediate, false);
+        return s_nZeroRow;
+    }
+    return array.nRow + operand.nImmediate * 4 + nComponent;
+}
+
+/// The row of a source's component, swizzled, without its modifiers.
+uint32_t CLowering::Component(const SOperand& operand, uint32_t nComponent)
+{
+    const uint32_t nSelect = operand.select[nComponent];
+    if (nSelect == SOperand::SelectZero)
+        return s_nZeroRow;
+    if (nSelect == SOperand::SelectOne)
+        return ConstantRow(s_nOne);
+    switch (operand.nType)
+    {
+    case REG_ADDR:
+    case REG_TEMP:
+    case REG_INPUT:
+    case REG_OUTPUT:
+    case REG_PERSIST:
+    case REG_GLOBAL:
+    case REG_SHARED_TEMP:
+    case REG_INPUT_ARG:
+    case REG_OUTPUT_ARG:
+        if (operand.bIndexed)
+            break;
+        return RegisterRow(operand) + nSelect;
+    case REG_ITEMP:
+        return ArrayRow(operand, nSelect);
+    case REG_CONST_BUFF:
+    case REG_IMMED_CONST_BUFF:
+        return BufferRow(operand, nSelect);
+    case REG_LITERAL:
+        if (operand.bIndexed)
+            break;
+        return LiteralRow(operand, nSelect);
+    case REG_THREAD_ID_IN_GROUP:
+    case REG_THREAD_ID_IN_GROUP_FLAT:
+    case REG_ABSOLUTE_THREAD_ID:
+    case REG_ABSOLUTE_THREAD_ID_FLAT:
+    case REG_THREAD_GROUP_ID:
+    case REG_THREAD_GROUP_ID_FLAT:
+        return IdRow(operand.nType, nSelect);
+    default:
+        Fail("register type " + std::to_string(operand.nType) + " can't be read");
+        return s_nZeroRow;
+    }
+    Fail("register type " + std::to_string(operand.nType) + " can't be indexed");
+    return s_nZeroRow;
+}
+
+void CLowering::EmitLane(uint32_t nOp, const SLaneRows& rows)
+{
+    SMicroOp step;
+    step.eKind = nOp < LANE_FIRST_SLOW ? MICRO_LANE_FAST : MICRO_LANE_SLOW;
+    step.nOp = static_cast<uint16_t>(nOp);
+    step.rows = rows;
+    step.nInstruction = m_nInstruction;
+    m_Code.vSteps.push_back(step);
+}
+
+void CLowering::EmitMove(uint32_t nTo, uint32_t nFrom)
+{
+    SLaneRows rows;
+    rows.d[0] = nTo;
+    rows.s[0] = nFrom;
+    EmitLane(LANE_Mov, rows);
+}
+
+uint32_t CLowering::Unary(ELaneOp eOp, uint32_t nRow)
+{
+    return Ternary(eOp, nRow, s_nZeroRow, s_nZeroRow);
+}
+
+uint32_t CLowering::Binary(ELaneOp eOp, uint32_t nA, uint32_t nB)
+{
+    return Ternary(eOp, nA, nB, s_nZeroRow);
+}
+
+uint32_t CLowering::Ternary(ELaneOp eOp, uint32_t nA, uint32_t nB, uint32_t nC)
+{
+    SLaneRows rows;
+    rows.d[0] = Scratch();
+    rows.s[0] = nA;
+    rows.s[2] = nB;
+    rows.s[4] = nC;
+    EmitLane(eOp, rows);
+    return rows.d[0];
+}
+
+uint32_t CLowering::ModifiedFloat(const SOperand& operand, uint32_t nComponent, uint32_t nRow)
+{
+    if (operand.bInvert)
+        nRow = Unary(LANE_Invert, nRow);
+    if (operand.bBias)
+        nRow = Unary(LANE_Bias, nRow);
+    if (operand.bTimes2)
+        nRow = Binary(LANE_Multiply, nRow, ConstantRow(0x40000000));
+    if (operand.bSign)
+        nRow = Unary(LANE_Sign, nRow);
+    if (operand.bClamp)
+        nRow = Unary(LANE_Saturate, nRow);
+    const bool bNegate = operand.bNegate[nComponent];
+    const auto itValue = m_mapRowValues.find(nRow);
+    if (itValue != m_mapRowValues.end())
+    {
+        const uint32_t nMagnitude = operand.bAbs ? itValue->second & 0x7FFFFFFF : itValue->second;
+        return ConstantRow(bNegate ? nMagnitude ^ 0x80000000 : nMagnitude);
+    }
+    if (operand.bAbs)
+        nRow = Unary(LANE_Abs, nRow);
+    return bNegate ? Unary(LANE_Negate, nRow) : nRow;
+}
+
+/// One 32-bit component as a rule of the given type reads it.
+uint32_t CLowering::Source(const SOperand& operand, uint32_t nComponent, T eType)
+{
+    const uint32_t nRow = Component(operand, nComponent);
+    const bool bNegate = operand.bNegate[nComponent];
+    if (!bNegate && !operand.HasFloatModifiers())
+        return nRow;
+    if (eType == T::F)
+        return ModifiedFloat(operand, nComponent, nRow);
+    const bool bHalf = eType == T::H;
+    uint32_t nResult = operand.bAbs ? Unary(bHalf ? LANE_HalfAbs : LANE_IAbs, nRow) : nRow;
+    if (bNegate)
+        nResult = Unary(bHalf ? LANE_HalfNegate : LANE_INegate, nResult);
+    return nResult;
+}
+
+void CLowering::SourcePair(const SOperand& operand, uint32_t nPair, T eType, uint32_t* pRows)
+{
+    pRows[0] = Component(operand, nPair * 2);
+    pRows[1] = Component(operand, nPair * 2 + 1);
+    const bool bNegate = operand.bNegate[nPair * 2] || operand.bNegate[nPair * 2 + 1];
+    if (!bNegate && !operand.bAbs)
+        return;
+    if (eType == T::D)
+    {
+        pRows[1] = operand.bAbs ? Unary(LANE_Abs, pRows[1]) : pRows[1];
+        pRows[1] = bNegate ? Unary(LANE_Negate, pRows[1]) : pRows[1];
+        return;
+    }
+    for (const ELaneOp eOp : {LANE_LAbs, LANE_LNegate})
+    {
+        if (!(eOp == LANE_LAbs ? operand.bAbs : bNegate))
+            continue;
+        SLaneRows rows;
+        rows.d[0] = Scratch();
+        rows.d[1] = Scratch();
+        rows.s[0] = pRows[0];
+        rows.s[1] = pRows[1];
+        EmitLane(eOp, rows);
+        pRows[0] = rows.d[0];
+        pRows[1] = rows.d[1];
+    }
+}
+
+bool CLowering::Writes(uint32_t nComponent) const
+{
+    return m_Stream.Destination(*m_pItem).write[nComponent] == SOperand::WriteResult;
+}
+
+bool CLowering::IsPlainDestination(const SOperand& operand) const
+{
+    switch (operand.nType)
+    {
+    case REG_ADDR:
+    case REG_TEMP:
+    case REG_INPUT:
+    case REG_OUTPUT:
+    case REG_PERSIST:
+    case REG_GLOBAL:
+    case REG_SHARED_TEMP:
+    case REG_INPUT_ARG:
+    case REG_OUTPUT_ARG:
+        return !operand.bIndexed;
+    default:
+        return false;
+    }
+}
+
+/// Chooses where the parts of the current instruction write: into the destination's own rows, or
+/// into scratch rows if modifiers follow, the destination is an array, or a later part still reads
+/// what an earlier one would overwrite.
+bool CLowering::BeginDestination(T eType, const std::vector<SPart>& vParts)
+{
+    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    m_eDestinationType = eType;
+    const bool bFloat = eType == T::F || eType == T::D;
+    m_bInPlace = IsPlainDestination(destination) && !(bFloat && (destination.bClamp || destination.nShift));
+    if (!m_bInPlace && !IsPlainDestination(destination) && destination.nType != REG_ITEMP)
+        return Fail("register type " + std::to_string(destination.nType) + " can't be written");
+    // A pair of which one word is written is computed whole, beside its register.
+    if (IsPair(eType) && (Writes(0) != Writes(1) || Writes(2) != Writes(3)))
+        m_bInPlace = false;
+    const uint32_t nBase = m_bInPlace ? RegisterRow(destination) : 0;
+    for (size_t i = 0; m_bInPlace && i + 1 < vParts.size(); ++i)
+    {
+        for (size_t j = i + 1; j < vParts.size() && m_bInPlace; ++j)
+        {
+            for (const uint32_t nSource : vParts[j].rows.s)
+            {
+                // A part's destination holds the component's number until targets are chosen.
+                const bool bFirst = vParts[i].rows.d[0] < 4 && nSource == nBase + vParts[i].rows.d[0];
+                const bool bSecond = vParts[i].rows.d[1] < 4 && nSource == nBase + vParts[i].rows.d[1];
+                m_bInPlace = m_bInPlace && !bFirst && !bSecond;
+            }
+        }
+    }
+    for (uint32_t n = 0; n < 4; ++n)
+        m_nTargets[n] = m_bInPlace ? nBase + n : (Writes(n) || IsPair(eType) ? Scratch() : 0);
+    return !m_bFailed;
+}
+
+/// Applies shift_scale to a result row; for a double to the pair of rows.
+void CLowering::Scale(uint32_t nRow, uint32_t nHighRow)
+{
+    static const uint32_t s_nFactors[] = {0, 0x40000000, 0x40800000, 0x41000000, 0x3F000000, 0x3E800000, 0x3E000000};
+    static const uint32_t s_nHighFactors[] = {0,          0x40000000, 0x40100000, 0x40200000,
+                                              0x3FE00000, 0x3FD00000, 0x3FC00000};
+    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    const bool bDouble = m_eDestinationType == T::D;
+    SLaneRows rows;
+    rows.d[0] = rows.s[0] = nRow;
+    rows.d[1] = rows.s[1] = nHighRow;
+    if (destination.nShift >= 1 && destination.nShift <= 6)
+    {
+        rows.s[2] = bDouble ? s_nZeroRow : ConstantRow(s_nFactors[destination.nShift]);
+        rows.s[3] = bDouble ? ConstantRow(s_nHighFactors[destination.nShift]) : 0;
+        EmitLane(bDouble ? LANE_DMultiply : LANE_Multiply, rows);
+    }
+    rows.s[2] = rows.s[3] = 0;
+    if (destination.bClamp)
+        EmitLane(bDouble ? LANE_DSaturate : LANE_Saturate, rows);
+}
+
+void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
+{
+    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    if (IsPlainDestination(destination))
+    {
+        EmitMove(RegisterRow(destination) + nComponent, nRow);
+        return;
+    }
+    const auto it = m_mapArrays.find(static_cast<uint32_t>(destination.nNumber));
+    if (it == m_mapArrays.end())
+    {
+        Fail("array x" + std::to_string(destination.nNumber) + " isn't declared");
+        return;
+    }
+    const SCode::SArray array = m_Code.vArrays[it->second];
+    if (!destination.bIndexed)
+    {
+        if (destination.nImmediate < array.nElements)
+            EmitMove(array.nRow + destination.nImmediate * 4 + nComponent, nRow);
+        return;
+    }
+    SMicroOp& last = m_Code.vSteps.back();
+    if (last.eKind == MICRO_INDEX_STORE && last.nInstruction == m_nInstruction)
+    {
+        last.rows.s[nComponent] = nRow;
+        last.rows.d[0] |= 1u << nComponent;
+        return;
+    }
+    SIndexed indexed;
+    indexed.nArray = it->second;
+    indexed.nIndexRow = IndexRow(destination);
+    indexed.nImmediate = destination.nImmediate;
+    SMicroOp step;
+    step.eKind = MICRO_INDEX_STORE;
+    step.nInstruction = m_nInstruction;
+    step.nAux = static_cast<uint32_t>(m_Code.vIndexed.size());
+    step.rows.s[nComponent] = nRow;
+    step.rows.s[4] = indexed.nIndexRow;
+    step.rows.d[0] = 1u << nComponent;
+    m_Code.vIndexed.push_back(indexed);
+    m_Code.vSteps.push_back(step);
+}
+
+/// Modifiers of the destination, the way into its rows if the result isn't there yet, and the
+/// components that take a constant.
+void CLowering::FinishDestination()
+{
+    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    if (!m_bInPlace)
+    {
+        const bool bDouble = m_eDestinationType == T::D;
+        for (uint32_t n = 0; n < 4 && bDouble; n += 2)
+        {
+            if (Writes(n) || Writes(n + 1))
+                Scale(m_nTargets[n], m_nTargets[n + 1]);
+        }
+        for (uint32_t n = 0; n < 4 && m_eDestinationType == T::F; ++n)
+        {
+            if (Writes(n))
+                Scale(m_nTargets[n], 0);
+        }
+        for (uint32_t n = 0; n < 4; ++n)
+        {
+            if (Writes(n))
+                StoreComponent(n, m_nTargets[n]);
+        }
+    }
+    const bool bOutside =
+        destination.nType == REG_ITEMP && !destination.bIndexed &&
+        m_mapArrays.count(static_cast<uint32_t>(destination.nNumber)) &&
+        destination.nImmediate >= m_Code.vArrays[m_mapArrays[static_cast<uint32_t>(destination.nNumber)]].nElements;
+    if (bOutside)
+    {
+        Outside(destination.nImmediate, true);
+        return;
+    }
+    for (uint32_t n = 0; n < 4; ++n)
+    {
+        if (destination.write[n] == SOperand::WriteZero)
+            StoreComponent(n, s_nZeroRow);
+        if (destination.write[n] == SOperand::WriteOne)
+            StoreComponent(n, ConstantRow(s_nOne));
+    }
+}
+
+} // namespace KestrelPlatform

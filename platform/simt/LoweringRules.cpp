@@ -1,0 +1,372 @@
+#include "platform/simt/Lowering.h"
+
+namespace KestrelPlatform
+{
+
+/// The component's parts of one rule: destinations hold component numbers until WriteParts.
+void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, std::vector<SPart>& vParts)
+{
+    const bool bOutPair = IsPair(rule.eOut);
+    const uint32_t nStep = bOutPair ? 2 : 1;
+    for (uint32_t n = 0; n < 4; n += nStep)
+    {
+        if (!Writes(n) && !(bOutPair && Writes(n + 1)))
+            continue;
+        SPart part;
+        part.nOp = nOp;
+        part.rows.d[0] = n;
+        part.rows.d[1] = bOutPair ? n + 1 : 4;
+        for (uint32_t i = 0; i < m_pItem->nSources && i < 3; ++i)
+        {
+            const SOperand& operand = m_Stream.Source(*m_pItem, i);
+            const T eType = rule.eIn[i];
+            if (eType == T::N)
+                continue;
+            if (IsPair(eType))
+                SourcePair(operand, bOutPair ? n / 2 : n & 1, eType, &part.rows.s[i * 2]);
+            else if (rule.eForm == ELaneForm::TOPAIR)
+                part.rows.s[i * 2] = Source(operand, n / 2, eType);
+            else
+                part.rows.s[i * 2] = Source(operand, rule.eForm == ELaneForm::SCALAR ? 3 : n, eType);
+        }
+        vParts.push_back(part);
+        if (rule.eForm == ELaneForm::SCALAR)
+            return;
+    }
+}
+
+bool CLowering::WriteParts(T eType, std::vector<SPart>& vParts)
+{
+    if (!BeginDestination(eType, vParts))
+        return false;
+    for (SPart& part : vParts)
+    {
+        part.rows.d[0] = Target(part.rows.d[0]);
+        part.rows.d[1] = part.rows.d[1] < 4 ? Target(part.rows.d[1]) : 0;
+        EmitLane(part.nOp, part.rows);
+    }
+    FinishDestination();
+    return !m_bFailed;
+}
+
+/// Writes finished rows, one a component, to the components that the destination names.
+bool CLowering::WriteRows(T eType, const uint32_t* pRows)
+{
+    std::vector<SPart> vParts;
+    for (uint32_t n = 0; n < 4; ++n)
+    {
+        if (!Writes(n))
+            continue;
+        SPart part;
+        part.nOp = LANE_Mov;
+        part.rows.d[0] = n;
+        part.rows.d[1] = 4;
+        part.rows.s[0] = pRows[n];
+        vParts.push_back(part);
+    }
+    return WriteParts(eType, vParts);
+}
+
+bool CLowering::WriteAll(T eType, uint32_t nRow)
+{
+    const uint32_t nRows[] = {nRow, nRow, nRow, nRow};
+    return WriteRows(eType, nRows);
+}
+
+bool CLowering::LowerRule(uint32_t nOp)
+{
+    const SLaneRule& rule = GetLaneRule(nOp);
+    std::vector<SPart> vParts;
+    AddParts(nOp, rule, vParts);
+    if (rule.eForm != ELaneForm::SCALAR || vParts.empty())
+        return WriteParts(rule.eOut, vParts);
+    SLaneRows rows = vParts[0].rows;
+    rows.d[0] = Scratch();
+    rows.d[1] = 0;
+    uint32_t nWritten = 0;
+    for (uint32_t n = 0; n < 4; ++n)
+        nWritten += Writes(n) ? 1 : 0;
+    if (nWritten == 1)
+        return WriteParts(rule.eOut, vParts);
+    EmitLane(nOp, rows);
+    return WriteAll(rule.eOut, rows.d[0]);
+}
+
+/// Products of the first nCount components, added from x on.
+uint32_t CLowering::Dot(const SOperand& a, const SOperand& b, uint32_t nCount, bool bHalf)
+{
+    const T eType = bHalf ? T::H : T::F;
+    uint32_t nSum = 0;
+    for (uint32_t n = 0; n < nCount; ++n)
+    {
+        const uint32_t nProduct =
+            Binary(bHalf ? LANE_HalfMultiply : LANE_Multiply, Source(a, n, eType), Source(b, n, eType));
+        nSum = n == 0 ? nProduct : Binary(bHalf ? LANE_HalfAdd : LANE_FloatAdd, nSum, nProduct);
+    }
+    return nSum;
+}
+
+bool CLowering::LowerVectorProduct()
+{
+    const SOperand& a = m_Stream.Source(*m_pItem, 0);
+    const SOperand& b = m_Stream.Source(*m_pItem, m_pItem->nSources > 1 ? 1 : 0);
+    switch (m_pItem->eOpCode)
+    {
+    case IL_OP_DP2:
+        return WriteAll(T::F, Dot(a, b, 2, false));
+    case IL_OP_DP3:
+        return WriteAll(T::F, Dot(a, b, 3, false));
+    case IL_OP_DP4:
+        return WriteAll(T::F, Dot(a, b, 4, false));
+    case IL_OP_DP2ADD:
+        return WriteAll(T::F,
+                        Binary(LANE_FloatAdd, Dot(a, b, 2, false), Source(m_Stream.Source(*m_pItem, 2), 3, T::F)));
+    case IL_OP_F16_DP3:
+        return WriteAll(T::H, Dot(a, b, 3, true));
+    case IL_OP_F16_DP4:
+        return WriteAll(T::H, Dot(a, b, 4, true));
+    case IL_OP_LEN:
+        return WriteAll(T::F, Unary(LANE_SquareRoot, Dot(a, a, 3, false)));
+    case IL_OP_F16_LEN:
+        return WriteAll(T::H, Unary(LANE_HalfSquareRoot, Dot(a, a, 3, true)));
+    default:
+        break;
+    }
+    // dist: the length of the difference.
+    const bool bHalf = m_pItem->eOpCode == IL_OP_F16_DIST;
+    const T eType = bHalf ? T::H : T::F;
+    uint32_t nSum = 0;
+    for (uint32_t n = 0; n < 3; ++n)
+    {
+        const uint32_t nDifference =
+            Binary(bHalf ? LANE_HalfSubtract : LANE_FloatSubtract, Source(a, n, eType), Source(b, n, eType));
+        const uint32_t nSquare = Binary(bHalf ? LANE_HalfMultiply : LANE_Multiply, nDifference, nDifference);
+        nSum = n == 0 ? nSquare : Binary(bHalf ? LANE_HalfAdd : LANE_FloatAdd, nSum, nSquare);
+    }
+    return WriteAll(eType, Unary(bHalf ? LANE_HalfSquareRoot : LANE_SquareRoot, nSum));
+}
+
+bool CLowering::LowerNormalize(bool bHalf)
+{
+    const SOperand& a = m_Stream.Source(*m_pItem, 0);
+    const T eType = bHalf ? T::H : T::F;
+    const uint32_t nFactor = Unary(bHalf ? LANE_HalfReciprocalRoot : LANE_ReciprocalRoot, Dot(a, a, 3, bHalf));
+    uint32_t nRows[4];
+    for (uint32_t n = 0; n < 4; ++n)
+        nRows[n] = Binary(bHalf ? LANE_HalfMultiply : LANE_Multiply, Source(a, n, eType), nFactor);
+    return WriteRows(eType, nRows);
+}
+
+/// a - 2 * dot(a, b) * b
+bool CLowering::LowerReflect(bool bHalf)
+{
+    const SOperand& a = m_Stream.Source(*m_pItem, 0);
+    const SOperand& b = m_Stream.Source(*m_pItem, 1);
+    const T eType = bHalf ? T::H : T::F;
+    const ELaneOp eMultiply = bHalf ? LANE_HalfMultiply : LANE_Multiply;
+    const uint32_t nTwice = Binary(eMultiply, Dot(a, b, 3, bHalf), ConstantRow(bHalf ? 0x4000 : 0x40000000));
+    uint32_t nRows[4];
+    for (uint32_t n = 0; n < 4; ++n)
+    {
+        const uint32_t nAlong = Binary(eMultiply, nTwice, Source(b, n, eType));
+        nRows[n] = Binary(bHalf ? LANE_HalfSubtract : LANE_FloatSubtract, Source(a, n, eType), nAlong);
+    }
+    return WriteRows(eType, nRows);
+}
+
+/// The relation that the controls of compares, ifc, breakc and continuec name.
+uint32_t CLowering::RelationRow(const SOperand& a, const SOperand& b)
+{
+    static const ELaneOp s_Relations[] = {LANE_FEqual,        LANE_FNotEqual, LANE_FGreater,
+                                          LANE_FGreaterEqual, LANE_FLess,     LANE_FLessEqual};
+    const uint32_t nRelation = m_pItem->Controls() & 7;
+    if (nRelation > 5)
+    {
+        Fail("relation " + std::to_string(nRelation) + " isn't known");
+        return s_nZeroRow;
+    }
+    return Binary(s_Relations[nRelation], Source(a, 0, T::F), Source(b, 0, T::F));
+}
+
+bool CLowering::LowerCompareSelect()
+{
+    static const ELaneOp s_Relations[] = {LANE_FEqual,        LANE_FNotEqual, LANE_FGreater,
+                                          LANE_FGreaterEqual, LANE_FLess,     LANE_FLessEqual};
+    const SOperand& a = m_Stream.Source(*m_pItem, 0);
+    const SOperand& b = m_Stream.Source(*m_pItem, 1);
+    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    const uint32_t nRelation = m_pItem->Controls() & 7;
+    if (m_pItem->eOpCode != IL_OP_CMOV && nRelation > 5)
+        return Fail("relation " + std::to_string(nRelation) + " isn't known");
+    uint32_t nRows[4] = {0, 0, 0, 0};
+    for (uint32_t n = 0; n < 4; ++n)
+    {
+        if (!Writes(n))
+            continue;
+        const uint32_t nFirst = Source(a, n, T::F);
+        if (m_pItem->eOpCode == IL_OP_SET)
+        {
+            const uint32_t nMask = Binary(s_Relations[nRelation], nFirst, Source(b, n, T::F));
+            nRows[n] = Binary(LANE_FAnd, nMask, ConstantRow(0x3F800000));
+        }
+        else if (m_pItem->eOpCode == IL_OP_CMP)
+        {
+            const uint32_t nMask = Binary(s_Relations[nRelation], nFirst, s_nZeroRow);
+            const uint32_t nOther = Source(m_Stream.Source(*m_pItem, 2), n, T::F);
+            nRows[n] = Ternary(LANE_Select, nMask, Source(b, n, T::F), nOther);
+        }
+        else
+        {
+            // cmov keeps what the destination holds where the condition is 0.
+            SOperand old = destination;
+            const uint32_t nMask = Binary(LANE_FNotEqual, nFirst, s_nZeroRow);
+            nRows[n] = Ternary(LANE_Select, nMask, Source(b, n, T::F), Component(old, n));
+        }
+    }
+    return WriteRows(T::F, nRows);
+}
+
+/// Sources: width, offset, what is inserted, what it is inserted into.
+bool CLowering::LowerBitInsert()
+{
+    uint32_t nRows[4] = {0, 0, 0, 0};
+    for (uint32_t n = 0; n < 4; ++n)
+    {
+        if (!Writes(n))
+            continue;
+        uint32_t nSources[4];
+        for (uint32_t i = 0; i < 4; ++i)
+            nSources[i] = Source(m_Stream.Source(*m_pItem, i), n, T::U);
+        const uint32_t nMask = Binary(LANE_IL_OP_BFM, nSources[0], nSources[1]);
+        nRows[n] = Ternary(LANE_Insert, Binary(LANE_ShiftLeft, nSources[2], nSources[1]), nMask, nSources[3]);
+    }
+    return WriteRows(T::U, nRows);
+}
+
+bool CLowering::LowerSinCos()
+{
+    const uint32_t nAngle = Source(m_Stream.Source(*m_pItem, 0), 3, T::F);
+    const uint32_t nCos = Unary(LANE_IL_OP_COS, nAngle);
+    const uint32_t nSin = Unary(LANE_IL_OP_SIN, nAngle);
+    const uint32_t nRows[] = {nCos, nSin, s_nZeroRow, s_nZeroRow};
+    return WriteRows(T::F, nRows);
+}
+
+bool CLowering::LowerSpecial()
+{
+    const uint32_t nOne = 0x3F800000;
+    switch (m_pItem->eOpCode)
+    {
+    case IL_OP_NRM:
+    case IL_OP_NRM_PRECISE:
+        return LowerNormalize(false);
+    case IL_OP_F16_NRM:
+        return LowerNormalize(true);
+    case IL_OP_REFLECT:
+        return LowerReflect(false);
+    case IL_OP_F16_REFLECT:
+        return LowerReflect(true);
+    case IL_OP_SET:
+    case IL_OP_CMP:
+    case IL_OP_CMOV:
+        return LowerCompareSelect();
+    case IL_OP_U_BIT_INSERT:
+        return LowerBitInsert();
+    case IL_OP_SINCOS:
+    case IL_OP_DXSINCOS:
+        return LowerSinCos();
+    case IL_OP_MOVA:
+        return LowerRule((m_pItem->Controls() & 1) ? LANE_NearestToInt : LANE_FloorToInt);
+    case IL_OP_I_FIRSTBIT:
+    {
+        const ELaneOp s_Kinds[] = {LANE_FindFirstLow, LANE_FindFirstHigh, LANE_FindFirstHighSigned, LANE_FindFirstLow};
+        return LowerRule(s_Kinds[m_pItem->Controls() & 3]);
+    }
+    case IL_OP_FACEFORWARD:
+    case IL_OP_F16_FACEFORWARD:
+    {
+        const bool bHalf = m_pItem->eOpCode == IL_OP_F16_FACEFORWARD;
+        const uint32_t nDot = Dot(m_Stream.Source(*m_pItem, 1), m_Stream.Source(*m_pItem, 2), 3, bHalf);
+        uint32_t nRows[4];
+        for (uint32_t n = 0; n < 4; ++n)
+        {
+            const uint32_t nNormal = Source(m_Stream.Source(*m_pItem, 0), n, bHalf ? T::H : T::F);
+            nRows[n] = Binary(bHalf ? LANE_HalfFaceForward : LANE_FaceForward, nNormal, nDot);
+        }
+        return WriteRows(bHalf ? T::H : T::F, nRows);
+    }
+    case IL_OP_CRS:
+    {
+        const SOperand& a = m_Stream.Source(*m_pItem, 0);
+        const SOperand& b = m_Stream.Source(*m_pItem, 1);
+        uint32_t nRows[4] = {0, 0, 0, s_nZeroRow};
+        for (uint32_t n = 0; n < 3; ++n)
+        {
+            const uint32_t i = (n + 1) % 3;
+            const uint32_t j = (n + 2) % 3;
+            const uint32_t nFirst = Binary(LANE_Multiply, Source(a, i, T::F), Source(b, j, T::F));
+            nRows[n] =
+                Binary(LANE_FloatSubtract, nFirst, Binary(LANE_Multiply, Source(a, j, T::F), Source(b, i, T::F)));
+        }
+        return WriteRows(T::F, nRows);
+    }
+    case IL_OP_DST:
+    {
+        const SOperand& a = m_Stream.Source(*m_pItem, 0);
+        const SOperand& b = m_Stream.Source(*m_pItem, 1);
+        const uint32_t nRows[] = {ConstantRow(nOne), Binary(LANE_Multiply, Source(a, 1, T::F), Source(b, 1, T::F)),
+                                  Source(a, 2, T::F), Source(b, 3, T::F)};
+        return WriteRows(T::F, nRows);
+    }
+    case IL_OP_LIT:
+    {
+        const SOperand& a = m_Stream.Source(*m_pItem, 0);
+        const uint32_t nDiffuse = Source(a, 0, T::F);
+        const uint32_t nRows[] = {ConstantRow(nOne), Binary(LANE_FloatMaximum, nDiffuse, s_nZeroRow),
+                                  Ternary(LANE_LitSpecular, nDiffuse, Source(a, 1, T::F), Source(a, 3, T::F)),
+                                  ConstantRow(nOne)};
+        return WriteRows(T::F, nRows);
+    }
+    case IL_OP_F_2_U4:
+    {
+        uint32_t nPacked = s_nZeroRow;
+        for (uint32_t n = 0; n < 4; ++n)
+            nPacked = Ternary(LANE_IL_OP_PACK_X_U8_F32, Source(m_Stream.Source(*m_pItem, 0), n, T::F), ConstantRow(n),
+                              nPacked);
+        return WriteAll(T::U, nPacked);
+    }
+    case IL_OP_SAD_4:
+    {
+        uint32_t nSum = Source(m_Stream.Source(*m_pItem, 2), 0, T::U);
+        for (uint32_t n = 0; n < 4; ++n)
+            nSum = Ternary(LANE_IL_OP_SAD, Source(m_Stream.Source(*m_pItem, 0), n, T::U),
+                           Source(m_Stream.Source(*m_pItem, 1), n, T::U), nSum);
+        return WriteAll(T::U, nSum);
+    }
+    case IL_OP_D_FREXP:
+    {
+        SLaneRows rows;
+        SourcePair(m_Stream.Source(*m_pItem, 0), 0, T::D, rows.s);
+        rows.d[0] = Scratch();
+        rows.d[1] = Scratch();
+        EmitLane(LANE_IL_OP_D_FREXP_MANT, rows);
+        const uint32_t nMantissa[] = {rows.d[0], rows.d[1]};
+        rows.d[0] = Scratch();
+        rows.d[1] = 0;
+        EmitLane(LANE_IL_OP_D_FREXP_EXP, rows);
+        const uint32_t nRows[] = {nMantissa[0], nMantissa[1], rows.d[0], s_nZeroRow};
+        return WriteRows(T::U, nRows);
+    }
+    case IL_OP_FENCE:
+        if (m_pItem->Controls() & 1)
+        {
+            EmitFlow(MICRO_BARRIER);
+            m_Code.bBarriers = true;
+        }
+        return true;
+    default:
+        return LowerVectorProduct();
+    }
+}
+
+} // namespace KestrelPlatform

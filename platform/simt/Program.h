@@ -1,0 +1,266 @@
+#ifndef KESTREL_PLATFORM_SIMT_PROGRAM_H
+#define KESTREL_PLATFORM_SIMT_PROGRAM_H
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/simt/LaneOps.h"
+#include "platform/simt/Launch.h"
+#include "platform/simt/Structure.h"
+
+namespace KestrelPlatform
+{
+
+/// Row 0 of a block is the execution mask, row 1 holds zeros.
+const uint32_t s_nMaskRow = 0;
+const uint32_t s_nZeroRow = 1;
+
+/// What one step of the compact form does. The fields that each one reads stand beside it.
+enum EMicroKind : uint16_t
+{
+    MICRO_LANE_FAST, ///< nOp, rows
+    MICRO_LANE_SLOW,
+    MICRO_ENTER,      ///< start of a body
+    MICRO_IF,         ///< s[0] condition, d[0] row of the else-part, nFlags inverts, nTarget when none is left
+    MICRO_ELSE,       ///< d[0]
+    MICRO_END_IF,     ///< d[0]
+    MICRO_LOOP,       ///< d[0] row of those who broke out, d[1] row of those who continued (0: no continue)
+    MICRO_LEAVE,      ///< break, continue, return without a condition: d[0] row that takes the work-items
+    MICRO_LEAVE_IF,   ///< the same with the condition s[0], nFlags inverts
+    MICRO_END_LOOP,   ///< d as the loop; nAux the loop's step; nTarget when none came out
+    MICRO_SWITCH,     ///< s[0] selector, d[0] out row, d[1] pending row, s[1] row that keeps the selector
+    MICRO_CASE,       ///< d[1] pending row, s[1] selector, nAux the value
+    MICRO_DEFAULT,    ///< d[1], s[1]; nAux first of the later case values, s[2] their number
+    MICRO_END_SWITCH, ///< d[0], d[1]
+    MICRO_CALL,       ///< nAux body, d[0] row of those who don't call, s[0] condition, nFlags: 1 inverts, 2 conditional
+    MICRO_AFTER_CALL, ///< as the call
+    MICRO_END_BODY,   ///< nAux body, d[0] return row (0: none)
+    MICRO_BARRIER,
+    MICRO_ACCESS,      ///< nAux into vAccesses
+    MICRO_IMAGE,       ///< nAux into vImages
+    MICRO_INDEX_LOAD,  ///< nAux into vIndexed, d[0]
+    MICRO_INDEX_STORE, ///< nAux into vIndexed, s[0..3] values, d[0] component set
+    MICRO_OUTSIDE,     ///< a constant index past its array or buffer: counts; nFlags 1 if a write, nAux the index
+    MICRO_TRACE        ///< nAux into vTraces
+};
+
+const uint16_t s_nFlagInvert = 1;
+const uint16_t s_nFlagConditional = 2;
+
+struct SMicroOp
+{
+    EMicroKind eKind = MICRO_LANE_FAST;
+    uint16_t nOp = 0; ///< lane operation
+    uint16_t nFlags = 0;
+    SLaneRows rows;
+    uint32_t nInstruction = 0;
+    uint32_t nTarget = 0; ///< step to go on with when no work-item is left
+    uint32_t nFollow = 0; ///< instructions from here to the next step that counts them
+    uint32_t nAux = 0;
+};
+
+enum EAtomic : uint8_t
+{
+    ATOMIC_ADD,
+    ATOMIC_SUB,
+    ATOMIC_RSUB,
+    ATOMIC_INC,
+    ATOMIC_DEC,
+    ATOMIC_MIN,
+    ATOMIC_MAX,
+    ATOMIC_UMIN,
+    ATOMIC_UMAX,
+    ATOMIC_AND,
+    ATOMIC_OR,
+    ATOMIC_XOR,
+    ATOMIC_MSKOR,
+    ATOMIC_XCHG,
+    ATOMIC_CMP_XCHG,
+    ATOMIC_FMIN,
+    ATOMIC_FMAX,
+    ATOMIC_FCMP_XCHG,
+    ATOMIC_WRAP,
+    ATOMIC_CONDXCHG
+};
+
+/// A load, store or atomic on byte-addressed memory.
+struct SAccess
+{
+    enum ESpace : uint8_t
+    {
+        Global,
+        Local,
+        Private
+    };
+    enum EOperation : uint8_t
+    {
+        Load,
+        Store,
+        Atomic
+    };
+    ESpace eSpace = Global;
+    EOperation eOperation = Load;
+    EAtomic eAtomic = ATOMIC_ADD;
+    bool b64BitAddress = false;
+    bool bSigned = false;      ///< narrow loads extend the sign
+    uint8_t nElementBytes = 4; ///< 1, 2 or 4 for loads and stores; 4 or 8 for atomics
+    uint8_t nWords = 1;        ///< consecutive elements
+    bool bReturns = false;     ///< an atomic with a destination
+    uint32_t nAddressRows[2] = {0, 0};
+    uint32_t nRows[4] = {0, 0, 0, 0};      ///< load: results; store: values; atomic: result pair
+    uint32_t nValueRows[4] = {0, 0, 0, 0}; ///< atomic: first operand pair, second operand pair
+    uint32_t nArea = 0;                    ///< Local: index into vLocalAreas; Private: index into vPrivate
+};
+
+/// An image instruction.
+struct SImageAccess
+{
+    enum EOperation : uint8_t
+    {
+        Sample,
+        LoadTexel,
+        UavLoad,
+        UavStore,
+        Info
+    };
+    EOperation eOperation = Sample;
+    uint32_t nResource = 0;
+    uint32_t nSampler = 0;
+    uint32_t nBinding = 0;      ///< index into vResources or vUavs of the code
+    uint32_t nSamplerSlot = 0;  ///< index into vSamplers of the code
+    bool bUnnormalized = false; ///< by the resource's declaration
+    uint32_t nCoordinates[4] = {0, 0, 0, 0};
+    uint32_t nRows[4] = {0, 0, 0, 0}; ///< result or value
+};
+
+/// An array of registers or a constant buffer that is indexed at run time.
+struct SIndexed
+{
+    bool bConstant = false;
+    uint32_t nArray = 0; ///< index into vArrays or vBuffers
+    uint32_t nIndexRow = 0;
+    uint32_t nImmediate = 0; ///< added to the index, modulo 2^32
+    uint32_t nComponent = 0;
+};
+
+/// What a traced instruction has written.
+struct STraceInfo
+{
+    enum EKind : uint8_t
+    {
+        Nothing,
+        Register,
+        Array,
+        PrivateMemory,
+        Memory
+    };
+    EKind eKind = Nothing;
+    uint32_t nType = 0xFFFFFFFF;
+    uint32_t nNumber = 0;
+    uint32_t nComponents = 0;
+    uint32_t nRow = 0;     ///< Register: first of four rows
+    uint32_t nIndexed = 0; ///< Array: into vIndexed
+    bool bConstantIndex = false;
+    uint32_t nAddressRow = 0; ///< PrivateMemory
+    uint32_t nArea = 0;       ///< PrivateMemory: into vPrivate
+};
+
+/// The compact form of a program.
+struct SCode
+{
+    struct SConstant
+    {
+        uint32_t nRow;
+        int32_t nBuffer; ///< index into vBuffers, or -1 for a literal
+        uint32_t nValue; ///< the literal's bits, or the word in the buffer
+    };
+    struct SId
+    {
+        uint32_t nRow;
+        uint32_t nType;
+        uint32_t nComponent;
+    };
+    struct SArray
+    {
+        uint32_t nRow;
+        uint32_t nElements;
+    };
+    struct SBuffer
+    {
+        uint32_t nNumber;
+        uint32_t nElements;
+        std::vector<uint32_t> vWords; ///< of a buffer whose words stand in the stream
+        bool bInline = false;
+    };
+    struct SPrivate
+    {
+        uint32_t nUav;
+        uint32_t nRow;
+        uint32_t nBytes;
+    };
+    struct SLocalArea
+    {
+        uint32_t nId;
+        uint32_t nOffset;
+        uint32_t nBytes;
+    };
+
+    std::vector<SMicroOp> vSteps;
+    std::vector<uint32_t> vBodyEntries; ///< step of each body's entry
+    std::vector<SAccess> vAccesses;
+    std::vector<SImageAccess> vImages;
+    std::vector<SIndexed> vIndexed;
+    std::vector<uint32_t> vCaseValues;
+    std::vector<STraceInfo> vTraces;
+    std::vector<SConstant> vConstants;
+    std::vector<SId> vIds;
+    std::vector<SArray> vArrays;
+    std::vector<SBuffer> vBuffers;
+    std::vector<SPrivate> vPrivate;
+    std::vector<SLocalArea> vLocalAreas;
+    std::vector<uint32_t> vResources; ///< numbers of the images read
+    std::vector<uint32_t> vUavs;      ///< numbers of the UAVs used as images
+    std::vector<uint32_t> vSamplers;
+    std::vector<uint32_t> vClearRows; ///< rows that must be 0 when a group starts
+    uint32_t nRows = 2;
+    uint32_t nLocalBytes = 0; ///< declared
+    bool bBarriers = false;
+};
+
+/// Turns decoded bodies into the compact form; with bTrace a step behind each instruction records it.
+/// \return false for an operand that has no meaning, or more registers than a block can hold
+bool LowerProgram(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code,
+                  SDecodeError& error);
+
+class CProgram
+{
+public:
+    CProgram(SDecodedStream&& stream, SStructure&& structure, SCode&& code)
+        : m_Stream(std::move(stream)), m_Structure(std::move(structure)), m_Code(std::move(code))
+    {
+    }
+
+    const SCode& GetCode() const { return m_Code; }
+    /// Made when it is first asked for. Any thread. A kernel at the limit of what a block holds, for which the trace's
+    /// rows are too many, gives its plain code, whose flow control alone is recorded.
+    const SCode& GetTracedCode() const;
+    EOpCode GetOpCode(uint32_t nInstruction) const { return m_vOpCodes[nInstruction]; }
+    const SDecodedStream& GetStream() const { return m_Stream; }
+    void CollectOpCodes();
+
+private:
+    SDecodedStream m_Stream;
+    SStructure m_Structure;
+    SCode m_Code;
+    std::vector<EOpCode> m_vOpCodes; ///< by instruction
+    mutable std::once_flag m_TraceOnce;
+    mutable SCode m_TracedCode;
+    mutable bool m_bTraceable = false;
+};
+
+} // namespace KestrelPlatform
+
+#endif
