@@ -47,6 +47,8 @@ public:
     size_t GetWorkItems() const;
     cl_command_queue GetQueue() const { return m_Queue; }
     cl_kernel GetKernel() const { return m_Kernel; }
+    /// The memory object of a buffer or image argument.
+    cl_mem GetMemory(size_t nArgument) const { return m_vMemory[nArgument]; }
 
 private:
     void Create();

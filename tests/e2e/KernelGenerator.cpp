@@ -1,0 +1,345 @@
+#include "tests/e2e/KernelGenerator.h"
+
+namespace KestrelTest
+{
+
+namespace
+{
+
+const unsigned int s_nMaxDepth = 4;
+const unsigned int s_nMaxFunctions = 3;
+const unsigned int s_nArraySize = 4;
+
+const char s_szMetadata[] = R"(;ARGSTART:__OpenCL_generated_kernel
+;version:3:1:104
+;device:quench
+;uniqueid:1024
+;memory:64bitABI
+;pointer:out:i32:1:1:0:uav:10:4:RW:0:0
+;function:1:1030
+;ARGEND:__OpenCL_generated_kernel
+)";
+
+// l0: 2, 1, 0, -1; l1: small numbers to count and compare with; l2: bit masks.
+const char s_szHead[] = R"(il_cs_2_0
+dcl_cb cb0[10]
+dcl_literal l0, 2, 1, 0, -1
+dcl_literal l1, 3, 5, 7, 4
+dcl_literal l2, 1, 2, 4, 3
+;$$$$$$$$$$
+endmain
+func 1024
+;__OpenCL_generated_kernel
+dcl_max_thread_per_group 256
+dcl_typeless_uav_id(10)_stride(4)_length(4)
+dcl_indexed_temp_array x1[4]
+imad r0.xyz, vThreadGrpId, cb0[1], vTidInGrp
+imad r0.x, r0.y, cb0[0].x, r0.x
+ishl r1.x, r0.x, l0.x
+ishl r1.x, r1.x, l0.y
+i64add r2.xy, cb1[0].xy, r1.x000
+)";
+
+const char* const s_Operations[] = {"iadd", "isub", "imul", "imax", "imin", "ixor", "ior", "and"};
+const char* const s_Literals[] = {"l0.x", "l0.y", "l0.w", "l1.x", "l1.y", "l1.z", "l1.w"};
+const char* const s_Masks[] = {"l2.x", "l2.y", "l2.z", "l2.w"};
+
+template <size_t N>
+const char* Pick(const char* const (&table)[N], unsigned int nIndex)
+{
+    return table[nIndex % N];
+}
+
+} // namespace
+
+std::string CKernelGenerator::Source()
+{
+    switch (Below(4))
+    {
+    case 0:
+        return Pick(s_Literals, Below(7));
+    case 1:
+        return "r0.x";
+    default:
+        return Variable() + ".x";
+    }
+}
+
+void CKernelGenerator::Body(const SScope& scope, unsigned int nStatements)
+{
+    for (unsigned int i = 0; i < nStatements; ++i)
+    {
+        Statement(scope);
+    }
+}
+
+void CKernelGenerator::Statement(const SScope& scope)
+{
+    if (m_nBudget == 0 || scope.nDepth >= s_nMaxDepth)
+    {
+        return Arithmetic();
+    }
+    --m_nBudget;
+    const unsigned int nChoice = Below(100);
+    if (nChoice < 30)
+    {
+        return Arithmetic();
+    }
+    if (nChoice < 38)
+    {
+        return VectorArithmetic();
+    }
+    if (nChoice < 42)
+    {
+        return IndexedWrite();
+    }
+    if (nChoice < 46)
+    {
+        return Store();
+    }
+    if (nChoice < 66)
+    {
+        return If(scope);
+    }
+    if (nChoice < 78)
+    {
+        return Loop(scope);
+    }
+    if (nChoice < 86)
+    {
+        return Switch(scope);
+    }
+    if (nChoice < 94 && scope.bInLoop)
+    {
+        return LeaveLoop(scope);
+    }
+    // A function runs once, so that its registers have one value a position.
+    if (nChoice < 97 && !scope.bUnderLoop && m_nNextLabel < 1031 + s_nMaxFunctions)
+    {
+        return Call();
+    }
+    if (nChoice < 99 && scope.bInFunction && !scope.bUnderLoop)
+    {
+        return Return();
+    }
+    Arithmetic();
+}
+
+void CKernelGenerator::Arithmetic()
+{
+    const std::string strTarget = Variable();
+    Line(std::string(Pick(s_Operations, Below(8))) + " " + strTarget + ".x, " + Source() + ", " + Source());
+}
+
+void CKernelGenerator::VectorArithmetic()
+{
+    static const char* const s_Components[] = {"yz", "xy", "w", "xyzw", "z"};
+    Line("iadd " + Variable() + "." + Pick(s_Components, Below(5)) + ", " + Variable() + ".xxyy, " + Variable() +
+         ".wzyx");
+}
+
+void CKernelGenerator::IndexedWrite()
+{
+    Line("and r7.x, " + Variable() + ".x, l2.w");
+    Line("mov x1[r7.x].x, " + Source());
+    Line("mov " + Variable() + ".y, x1[r7.x].x");
+}
+
+void CKernelGenerator::Store()
+{
+    Line("uav_raw_store_id(10)_addr64 mem0." + std::string(Chance(50) ? "x" : "xy") + ", r2.xy, " + Variable());
+}
+
+/// Leaves a condition that differs between work-items in r5.x.
+void CKernelGenerator::Condition()
+{
+    if (Chance(50))
+    {
+        Line(std::string("and r5.x, ") + (Chance(60) ? "r0.x" : Variable() + ".x") + ", " + Pick(s_Masks, Below(4)));
+        return;
+    }
+    Line(std::string(Chance(50) ? "ilt" : "ige") + " r5.x, " + (Chance(50) ? "r0.x" : Variable() + ".x") + ", " +
+         Pick(s_Literals, Below(7)));
+}
+
+void CKernelGenerator::If(const SScope& scope)
+{
+    SScope inner = scope;
+    ++inner.nDepth;
+    Condition();
+    Line(Chance(60) ? "if_logicalnz r5.x" : "if_logicalz r5.x");
+    Body(inner, 1 + Below(3));
+    if (Chance(50))
+    {
+        inner.bInElse = true;
+        Line("else");
+        Body(inner, 1 + Below(3));
+    }
+    Line("endif");
+}
+
+void CKernelGenerator::Loop(const SScope& scope)
+{
+    const std::string strCounter = "r" + std::to_string(30 + m_nLoops++) + ".x";
+    std::string strLimit = Pick(s_Masks, Below(4));
+    if (Chance(60))
+    {
+        // As many passes as the low bits of the work-item's number say.
+        strLimit = "r" + std::to_string(60 + m_nLoops) + ".x";
+        Line("and " + strLimit + ", r0.x, l2.w");
+    }
+    bool bContinues = false;
+    SScope inner = scope;
+    ++inner.nDepth;
+    inner.bInLoop = inner.bUnderLoop = true;
+    inner.bInSwitch = inner.bInElse = false;
+    inner.pLoopContinues = &bContinues;
+    Line("mov " + strCounter + ", l0.z");
+    Line("whileloop");
+    Line("ige r6.x, " + strCounter + ", " + strLimit);
+    Line("break_logicalnz r6.x");
+    Line("iadd " + strCounter + ", " + strCounter + ", l0.y");
+    Body(inner, 1 + Below(4));
+    Line("endloop");
+}
+
+void CKernelGenerator::LeaveLoop(const SScope& scope)
+{
+    // Only a continue can leave a switch for the loop around it; a break would be the switch's.
+    const bool bContinue = scope.bInSwitch || Chance(50);
+    m_bMaySkip = m_bMaySkip || scope.bInElse || scope.bInSwitch || *scope.pLoopContinues;
+    *scope.pLoopContinues = *scope.pLoopContinues || bContinue;
+
+    const std::string strWord = bContinue ? "continue" : "break";
+    Condition();
+    if (Chance(40))
+    {
+        Line(strWord + (Chance(50) ? "_logicalnz" : "_logicalz") + " r5.x");
+        return;
+    }
+    Line(Chance(50) ? "if_logicalnz r5.x" : "if_logicalz r5.x");
+    if (Chance(50))
+    {
+        Arithmetic();
+    }
+    Line(strWord);
+    Line("endif");
+}
+
+void CKernelGenerator::Switch(const SScope& scope)
+{
+    SScope inner = scope;
+    ++inner.nDepth;
+    inner.bInSwitch = true;
+    inner.bInElse = false;
+    Line("and r8.x, " + std::string(Chance(60) ? "r0.x" : Variable() + ".x") + ", l2.w");
+    Line("switch r8.x");
+    const unsigned int nCases = 1 + Below(3);
+    for (unsigned int i = 0; i < nCases; ++i)
+    {
+        Line("case " + std::to_string(i));
+        if (i + 1 < nCases && Chance(20))
+        {
+            continue; // an empty case falls through to the next
+        }
+        Body(inner, 1 + Below(2));
+        if (Chance(15))
+        {
+            m_bMaySkip = true;
+            Condition();
+            Line("if_logicalnz r5.x");
+            Line("break");
+            Line("endif");
+            Arithmetic();
+        }
+        Line("break");
+    }
+    if (Chance(60))
+    {
+        Line("default");
+        Body(inner, 1 + Below(2));
+        Line("break");
+    }
+    Line("endswitch");
+}
+
+void CKernelGenerator::Call()
+{
+    m_vPending.push_back(m_nNextLabel);
+    Line("call " + std::to_string(m_nNextLabel++));
+}
+
+void CKernelGenerator::Return()
+{
+    m_bMaySkip = true;
+    Condition();
+    Line("if_logicalnz r5.x");
+    Line(Chance(50) ? "ret" : "ret_dyn");
+    Line("endif");
+}
+
+void CKernelGenerator::Function(unsigned int nLabel)
+{
+    SScope scope;
+    scope.bInFunction = true;
+    scope.nDepth = 1;
+    Line("func " + std::to_string(nLabel));
+    Line(";generated_" + std::to_string(nLabel));
+    Body(scope, 2 + Below(3));
+    Line("ret");
+    Line("endfunc");
+}
+
+/// The stores of every variable and array element, so that the outputs tell of all of them.
+std::string CKernelGenerator::Finish()
+{
+    std::string strText = "mov r9.x, r10.x\n";
+    for (unsigned int i = 11; i < 16; ++i)
+    {
+        strText += "imad r9.x, r9.x, l1.x, r" + std::to_string(i) + ".x\n";
+    }
+    strText += "iadd r9.y, r10.y, r11.z\niadd r9.y, r9.y, r12.w\n";
+    for (unsigned int i = 0; i < s_nArraySize; ++i)
+    {
+        strText += "iadd r9.z, r9.z, x1[" + std::to_string(i) + "].x\n";
+    }
+    return strText + "uav_raw_store_id(10)_addr64 mem0.xyz, r2.xy, r9\nret\nendfunc\n";
+}
+
+SGeneratedKernel CKernelGenerator::Generate()
+{
+    const bool b2D = Chance(25);
+    m_nBudget = 12 + Below(24);
+    m_strText = s_szHead;
+    Body(SScope(), 3 + Below(5));
+    m_strText += Finish();
+    while (!m_vPending.empty())
+    {
+        const unsigned int nLabel = m_vPending.back();
+        m_vPending.pop_back();
+        Function(nLabel);
+    }
+    Line("end");
+
+    SGeneratedKernel kernel;
+    kernel.bMaySkip = m_bMaySkip;
+    kernel.launch.strPath = "generated";
+    kernel.launch.strSource = s_szMetadata + m_strText;
+    kernel.launch.strKernel = "generated";
+    kernel.launch.strDevice = "Quench";
+    kernel.launch.strOptions = "-g";
+    kernel.launch.nDimensions = b2D ? 2 : 1;
+    kernel.launch.nGlobalSize[0] = b2D ? 4 : 16;
+    kernel.launch.nGlobalSize[1] = b2D ? 3 : 1;
+    kernel.launch.bHasLocalSize = true;
+    kernel.launch.nLocalSize[0] = b2D ? 2 : 8;
+    kernel.launch.nLocalSize[1] = kernel.launch.nLocalSize[2] = 1;
+    KestrelTool::SArgument output;
+    output.eKind = KestrelTool::SArgument::Buffer;
+    output.pType = KestrelTool::FindElementType("int");
+    output.vContents.assign(16 * 16, 0);
+    kernel.launch.vArguments.push_back(output);
+    return kernel;
+}
+
+} // namespace KestrelTest

@@ -1,0 +1,59 @@
+#include "tests/e2e/LibrariesFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace KestrelTest
+{
+
+namespace
+{
+
+const std::string s_strPlatform = KESTREL_PLATFORM_DIR;
+const std::string s_strDebugger = std::string(KESTREL_BINARY_DIR) + "/lib/libOVKKestrel.so";
+
+#ifdef KESTREL_BEHIND_LOADER
+
+/// Makes a folder that names the software platform as the only driver.
+std::string WriteDriverList()
+{
+    const std::string strFolder = std::string(KESTREL_BINARY_DIR) + "/icd";
+    std::filesystem::create_directories(strFolder);
+    std::ofstream(strFolder + "/kestrel.icd") << s_strPlatform << "/libOpenCL.so\n";
+    return strFolder;
+}
+
+KestrelTool::CLibraries Open()
+{
+    setenv("OCL_ICD_VENDORS", WriteDriverList().c_str(), 1);
+    return KestrelTool::CLibraries(s_strPlatform, KESTREL_ICD_LOADER, s_strDebugger);
+}
+
+#else
+
+KestrelTool::CLibraries Open()
+{
+    return KestrelTool::CLibraries(s_strPlatform, s_strDebugger);
+}
+
+#endif
+
+} // namespace
+
+const KestrelTool::CLibraries& GetLibraries()
+{
+    static const KestrelTool::CLibraries s_Libraries = Open();
+    return s_Libraries;
+}
+
+std::string ReplayCommand()
+{
+    const testing::TestInfo* pInfo = testing::UnitTest::GetInstance()->current_test_info();
+    return std::filesystem::read_symlink("/proc/self/exe").string() + " --gtest_filter=" + pInfo->test_suite_name() +
+           "." + pInfo->name();
+}
+
+} // namespace KestrelTest

@@ -1,0 +1,20 @@
+#ifndef KESTREL_TESTS_E2E_LIBRARIESFIXTURE_H
+#define KESTREL_TESTS_E2E_LIBRARIESFIXTURE_H
+
+#include "platform/runtime/PlatformControl.h"
+#include "tests/e2e/TraceModel.h"
+#include "tools/kestrel/Libraries.h"
+
+namespace KestrelTest
+{
+
+/// The debugger and the platform, opened once for the test program: directly, or behind the
+/// machine's own loader of OpenCL drivers if the program was built for that.
+const KestrelTool::CLibraries& GetLibraries();
+
+/// The command line that replays one test of this program.
+std::string ReplayCommand();
+
+} // namespace KestrelTest
+
+#endif

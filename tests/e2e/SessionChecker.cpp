@@ -1,0 +1,240 @@
+#include "tests/e2e/SessionChecker.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace KestrelTest
+{
+
+using KestrelTool::CSession;
+using KestrelTool::SArgument;
+using KestrelTool::SMaskView;
+using KestrelTool::SRegisterView;
+
+namespace
+{
+
+// Register types as tokens number them.
+const uint32_t s_nTemp = 4;
+const uint32_t s_nIndexedTemp = 30;
+const uint32_t s_nMemory = 47;
+const size_t s_nMaxFindings = 20;
+
+std::string RegisterName(const SObservation& observation, size_t nItem)
+{
+    switch (observation.nRegisterType)
+    {
+    case s_nTemp:
+        return "r" + std::to_string(observation.nRegisterNumber);
+    case s_nIndexedTemp:
+        return "x" + std::to_string(observation.nRegisterNumber) + "[" + std::to_string(observation.vIndices[nItem]) +
+               "]";
+    default:
+        return std::string();
+    }
+}
+
+std::string ToString(const uint32_t* pWords)
+{
+    std::string strText;
+    for (int i = 0; i < 4; ++i)
+    {
+        strText += (i != 0 ? ", " : "") + std::to_string(static_cast<int32_t>(pWords[i]));
+    }
+    return "(" + strText + ")";
+}
+
+} // namespace
+
+CSessionChecker::CSessionChecker(const KestrelTool::CLibraries& libraries, KestrelTool::CLaunch& launch,
+                                 const CTraceModel& trace)
+    : m_Lib(libraries), m_Launch(launch), m_Trace(trace)
+{
+    cl_context context = nullptr;
+    cl_device_id device = nullptr;
+    m_Lib.cl.clGetCommandQueueInfo(launch.GetQueue(), CL_QUEUE_CONTEXT, sizeof(context), &context, nullptr);
+    m_Lib.cl.clGetCommandQueueInfo(launch.GetQueue(), CL_QUEUE_DEVICE, sizeof(device), &device, nullptr);
+    cl_int nCode = CL_SUCCESS;
+    m_SideQueue = m_Lib.cl.clCreateCommandQueue(context, device, 0, &nCode);
+}
+
+CSessionChecker::~CSessionChecker()
+{
+    m_Lib.cl.clReleaseCommandQueue(m_SideQueue);
+}
+
+void CSessionChecker::Report(const std::string& strText)
+{
+    if (m_vFindings.size() < s_nMaxFindings)
+    {
+        m_vFindings.push_back("stop " + std::to_string(m_nStops) + " at " + m_Position.ToString() + ": " + strText);
+    }
+}
+
+ovkclDebugCommand CSessionChecker::OnStarted(CSession& session)
+{
+    m_pStructure = std::make_unique<CTextStructure>(session.GetListing());
+    m_pTracker = std::make_unique<CStopTracker>(*m_pStructure);
+    // The session opens with the first instruction executed.
+    m_Position = m_pTracker->Advance(session.GetListing().GetInstructionNumber(session.GetListing().GetEntry()));
+    m_setVisited.insert(m_Position);
+    return OVKCLDEBUG_COMMAND_STEP;
+}
+
+ovkclDebugCommand CSessionChecker::OnHalted(CSession& session)
+{
+    ++m_nStops;
+    m_Position = m_pTracker->Advance(session.GetListing().GetInstructionNumber(session.GetExecutedLine()));
+    m_setVisited.insert(m_Position);
+    CheckMask(m_Position, session.GetMask());
+    CheckRegister(session, m_Position);
+    CheckUntouched();
+    return m_nMaxStops != 0 && m_nStops >= m_nMaxStops ? OVKCLDEBUG_COMMAND_CONTINUE : OVKCLDEBUG_COMMAND_STEP;
+}
+
+void CSessionChecker::OnFinished(CSession&)
+{
+    m_bFinished = true;
+}
+
+void CSessionChecker::OnError(CSession& session)
+{
+    Report("debugging could not begin: " + session.GetLastError());
+}
+
+/// Which work-items the debugger must show as active; no answer where its rules let the trace say
+/// nothing of it.
+std::optional<std::vector<bool>> CSessionChecker::ExpectMask(const SPosition& position) const
+{
+    const std::string strMnemonic = m_pStructure->GetMnemonic(position.nInstruction);
+    SPosition source = position;
+    if (const uint32_t nLabel = m_pStructure->GetSwitchBreakTarget(position.nInstruction))
+    {
+        // An unconditional break of a switch shows who is behind the next label.
+        source.nInstruction = nLabel;
+    }
+    else if (const uint32_t nEnd = m_pStructure->GetSwitchEnd(position.nInstruction))
+    {
+        source.nInstruction = nEnd;
+    }
+    else if (strMnemonic == "ret" || strMnemonic == "ret_dyn" || strMnemonic == "endfunc")
+    {
+        // The capture stands in front of these: who is there, and not who goes on.
+        return std::nullopt;
+    }
+    const SObservation* pObservation = m_Trace.Find(source);
+    if (pObservation == nullptr)
+    {
+        return std::vector<bool>(m_Launch.GetWorkItems(), false);
+    }
+    return pObservation->vActive;
+}
+
+void CSessionChecker::CheckMask(const SPosition& position, const SMaskView& mask)
+{
+    const std::optional<std::vector<bool>> vExpected = ExpectMask(position);
+    if (mask.nItems != m_Launch.GetWorkItems())
+    {
+        Report("the mask has " + std::to_string(mask.nItems) + " work-items");
+        return;
+    }
+    for (size_t i = 0; vExpected && i < mask.nItems; ++i)
+    {
+        if ((mask.pActive[i] != 0) != (*vExpected)[i])
+        {
+            Report("work-item " + std::to_string(i) + " is " + (mask.pActive[i] != 0 ? "" : "not ") +
+                   "active, unlike in the plain run (" + m_pStructure->GetMnemonic(position.nInstruction) + ")");
+            return;
+        }
+    }
+}
+
+void CSessionChecker::NoteWrite(const SObservation& observation)
+{
+    for (size_t i = 0; i < observation.vActive.size(); ++i)
+    {
+        if (observation.vActive[i])
+        {
+            const std::string strName = RegisterName(observation, i);
+            if (!strName.empty())
+            {
+                Values& values = m_mapKnown[strName];
+                values.resize(observation.vActive.size());
+                values[i] = observation.vValues[i];
+            }
+        }
+    }
+}
+
+void CSessionChecker::CheckRegister(CSession& session, const SPosition& position)
+{
+    const SObservation* pObservation = m_Trace.Find(position);
+    if (pObservation == nullptr || !pObservation->bHasRegister || pObservation->nRegisterType == s_nMemory)
+    {
+        return;
+    }
+    NoteWrite(*pObservation);
+
+    std::set<std::string> setNames;
+    for (size_t i = 0; i < pObservation->vActive.size(); ++i)
+    {
+        if (pObservation->vActive[i])
+        {
+            setNames.insert(RegisterName(*pObservation, i));
+        }
+    }
+    setNames.erase(std::string());
+    for (const std::string& strName : setNames)
+    {
+        const SRegisterView view = session.GetRegister(strName);
+        if (view.pWords == nullptr || view.nItems != m_Launch.GetWorkItems())
+        {
+            Report("no value of " + strName);
+            continue;
+        }
+        const Values& values = m_mapKnown[strName];
+        for (size_t i = 0; i < view.nItems; ++i)
+        {
+            if (values[i] && std::memcmp(view[i], values[i]->data(), sizeof(Words)) != 0)
+            {
+                Report(strName + " of work-item " + std::to_string(i) + " reads " + ToString(view[i]) + ", not " +
+                       ToString(values[i]->data()));
+                break;
+            }
+        }
+    }
+}
+
+void CSessionChecker::CheckUntouched()
+{
+    const std::vector<SArgument>& vArguments = m_Launch.GetFile().vArguments;
+    for (size_t i = 0; i < vArguments.size(); ++i)
+    {
+        if (vArguments[i].eKind != SArgument::Buffer)
+        {
+            continue;
+        }
+        std::vector<unsigned char> vBytes(vArguments[i].vContents.size());
+        m_Lib.cl.clEnqueueReadBuffer(m_SideQueue, m_Launch.GetMemory(i), CL_TRUE, 0, vBytes.size(), vBytes.data(), 0,
+                                     nullptr, nullptr);
+        if (vBytes != vArguments[i].vContents)
+        {
+            Report("the client's buffer " + std::to_string(i) + " has changed");
+        }
+    }
+}
+
+std::vector<SPosition> CSessionChecker::GetUnvisited() const
+{
+    std::vector<SPosition> vUnvisited;
+    for (const auto& entry : m_Trace.GetObservations())
+    {
+        if (entry.second.Count() != 0 && m_setVisited.count(entry.first) == 0)
+        {
+            vUnvisited.push_back(entry.first);
+        }
+    }
+    return vUnvisited;
+}
+
+} // namespace KestrelTest

@@ -1,0 +1,70 @@
+#ifndef KESTREL_TESTS_E2E_SESSIONCHECKER_H
+#define KESTREL_TESTS_E2E_SESSIONCHECKER_H
+
+#include "tests/e2e/StopTracker.h"
+#include "tests/e2e/TraceModel.h"
+#include "tools/kestrel/Session.h"
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace KestrelTest
+{
+
+/// Steps a kernel to its end and holds every stop against the trace of a plain run: the mask, the
+/// written register of every active work-item, and what every register read before still reads for
+/// the others. Findings are kept as texts; none means that all agrees.
+class CSessionChecker : public KestrelTool::ISessionClient
+{
+public:
+    /// \param launch  also read, through a queue of its own, to see that the client's buffers stay
+    ///                untouched while the session runs
+    CSessionChecker(const KestrelTool::CLibraries& libraries, KestrelTool::CLaunch& launch, const CTraceModel& trace);
+    ~CSessionChecker() override;
+
+    ovkclDebugCommand OnStarted(KestrelTool::CSession& session) override;
+    ovkclDebugCommand OnHalted(KestrelTool::CSession& session) override;
+    void OnFinished(KestrelTool::CSession& session) override;
+    void OnError(KestrelTool::CSession& session) override;
+
+    /// A stop limit for kernels that would take too long; behind it the session continues.
+    void SetMaxStops(size_t nStops) { m_nMaxStops = nStops; }
+
+    const std::vector<std::string>& GetFindings() const { return m_vFindings; }
+    size_t GetStops() const { return m_nStops; }
+    bool IsFinished() const { return m_bFinished; }
+    /// Positions that some work-item reached in the plain run and that were no stop.
+    std::vector<SPosition> GetUnvisited() const;
+
+private:
+    typedef std::vector<std::optional<Words>> Values;
+
+    void Report(const std::string& strText);
+    std::optional<std::vector<bool>> ExpectMask(const SPosition& position) const;
+    void CheckMask(const SPosition& position, const KestrelTool::SMaskView& mask);
+    void CheckRegister(KestrelTool::CSession& session, const SPosition& position);
+    void NoteWrite(const SObservation& observation);
+    void CheckUntouched();
+
+    const KestrelTool::CLibraries& m_Lib;
+    KestrelTool::CLaunch& m_Launch;
+    const CTraceModel& m_Trace;
+    cl_command_queue m_SideQueue = nullptr;
+    std::unique_ptr<CTextStructure> m_pStructure;
+    std::unique_ptr<CStopTracker> m_pTracker;
+    std::map<std::string, Values> m_mapKnown; ///< what each register must read, by its name
+    std::set<SPosition> m_setVisited;
+    std::vector<std::string> m_vFindings;
+    SPosition m_Position;
+    size_t m_nStops = 0;
+    size_t m_nMaxStops = 0;
+    bool m_bFinished = false;
+};
+
+} // namespace KestrelTest
+
+#endif

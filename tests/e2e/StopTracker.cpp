@@ -1,0 +1,145 @@
+#include "tests/e2e/StopTracker.h"
+
+namespace KestrelTest
+{
+
+namespace
+{
+
+bool IsCall(const std::string& strMnemonic)
+{
+    return strMnemonic == "call" || strMnemonic.compare(0, 5, "mcall") == 0;
+}
+
+} // namespace
+
+CTextStructure::CTextStructure(const KestrelTool::CListing& listing)
+{
+    struct SOpenBlock
+    {
+        bool bLoop;
+        uint32_t nStart;
+        std::vector<uint32_t> vBreaks; ///< of a switch: those that wait for the next label
+    };
+    std::vector<SOpenBlock> vOpen;
+    uint32_t nFunction = 0;
+    uint32_t nMacro = 1000000; // numbered apart from the functions
+
+    unsigned int nPrevious = 0;
+    for (unsigned int nLine = listing.GetLineOfInstruction(0); nLine != KestrelTool::CListing::NoLine;
+         nLine = listing.GetNextInstruction(nLine))
+    {
+        // Macro markers are no instructions, but they open and close a body.
+        for (unsigned int nBetween = nPrevious; nBetween < nLine; ++nBetween)
+        {
+            if (listing.GetMnemonic(nBetween).compare(0, 4, "mdef") == 0)
+            {
+                nFunction = ++nMacro;
+            }
+        }
+        nPrevious = nLine;
+
+        const uint32_t nInstruction = static_cast<uint32_t>(m_vMnemonics.size());
+        const std::string strMnemonic = listing.GetMnemonic(nLine);
+        m_vMnemonics.push_back(strMnemonic);
+        if (strMnemonic == "func")
+        {
+            nFunction = nInstruction;
+        }
+        m_vFunction.push_back(nFunction);
+
+        const bool bLabel = strMnemonic == "case" || strMnemonic == "default" || strMnemonic == "endswitch";
+        if (strMnemonic == "whileloop" || strMnemonic == "switch")
+        {
+            vOpen.push_back({strMnemonic == "whileloop", nInstruction, {}});
+        }
+        else if (strMnemonic == "break" && !vOpen.empty() && !vOpen.back().bLoop)
+        {
+            vOpen.back().vBreaks.push_back(nInstruction);
+        }
+        else if (bLabel && !vOpen.empty())
+        {
+            for (const uint32_t nBreak : vOpen.back().vBreaks)
+            {
+                m_mapSwitchBreaks[nBreak] = nInstruction;
+            }
+            vOpen.back().vBreaks.clear();
+        }
+        if ((strMnemonic == "endloop" || strMnemonic == "endswitch") && !vOpen.empty())
+        {
+            (vOpen.back().bLoop ? m_mapLoopEnds : m_mapSwitchEnds)[vOpen.back().nStart] = nInstruction;
+            vOpen.pop_back();
+        }
+    }
+}
+
+std::string CTextStructure::GetMnemonic(uint32_t nInstruction) const
+{
+    return nInstruction < m_vMnemonics.size() ? m_vMnemonics[nInstruction] : std::string();
+}
+
+namespace
+{
+
+uint32_t Lookup(const std::map<uint32_t, uint32_t>& map, uint32_t nKey)
+{
+    const auto it = map.find(nKey);
+    return it != map.end() ? it->second : 0;
+}
+
+} // namespace
+
+uint32_t CTextStructure::GetLoopEnd(uint32_t nStart) const
+{
+    return Lookup(m_mapLoopEnds, nStart);
+}
+
+uint32_t CTextStructure::GetSwitchEnd(uint32_t nStart) const
+{
+    return Lookup(m_mapSwitchEnds, nStart);
+}
+
+uint32_t CTextStructure::GetSwitchBreakTarget(uint32_t nInstruction) const
+{
+    return Lookup(m_mapSwitchBreaks, nInstruction);
+}
+
+SPosition CStopTracker::Advance(uint32_t nInstruction)
+{
+    // A call is a stop only on the way back; a function is entered without one.
+    const uint32_t nFunction = m_Structure.GetFunction(nInstruction);
+    if (m_bStarted && IsCall(m_Structure.GetMnemonic(nInstruction)) && m_vFrames.size() > 1)
+    {
+        m_vFrames.pop_back();
+    }
+    else if (m_bStarted && nFunction != m_nFunction)
+    {
+        m_vFrames.emplace_back();
+    }
+    m_bStarted = true;
+    m_nFunction = nFunction;
+
+    Loops& loops = m_vFrames.back();
+    while (!loops.empty() &&
+           (nInstruction < loops.back().first || nInstruction >= m_Structure.GetLoopEnd(loops.back().first)))
+    {
+        loops.pop_back();
+    }
+    if (m_Structure.GetLoopEnd(nInstruction) != 0)
+    {
+        if (!loops.empty() && loops.back().first == nInstruction)
+        {
+            ++loops.back().second;
+        }
+        else
+        {
+            loops.push_back({nInstruction, 0});
+        }
+    }
+    SPosition position;
+    position.nInstruction = nInstruction;
+    position.vLoops = loops;
+    return position;
+}
+
+} // namespace KestrelTest

@@ -1,0 +1,61 @@
+#ifndef KESTREL_TESTS_E2E_STOPTRACKER_H
+#define KESTREL_TESTS_E2E_STOPTRACKER_H
+
+#include "tests/e2e/TraceModel.h"
+#include "tools/kestrel/Listing.h"
+
+#include <map>
+#include <vector>
+
+namespace KestrelTest
+{
+
+/// The static structure of a kernel's text: where its loops, switches and functions lie, by
+/// instruction number.
+class CTextStructure
+{
+public:
+    explicit CTextStructure(const KestrelTool::CListing& listing);
+
+    std::string GetMnemonic(uint32_t nInstruction) const;
+    /// The end of the loop that an instruction opens; 0 if it opens none.
+    uint32_t GetLoopEnd(uint32_t nStart) const;
+    /// Number of the function that an instruction stands in; 0 for the main body.
+    uint32_t GetFunction(uint32_t nInstruction) const { return m_vFunction[nInstruction]; }
+    /// For an unconditional break that belongs to a switch: the next case label behind it, or the
+    /// end of the switch. 0 for any other instruction.
+    uint32_t GetSwitchBreakTarget(uint32_t nInstruction) const;
+    /// The end of the switch that an instruction opens; 0 if it opens none.
+    uint32_t GetSwitchEnd(uint32_t nStart) const;
+    uint32_t GetInstructionCount() const { return static_cast<uint32_t>(m_vMnemonics.size()); }
+
+private:
+    std::vector<std::string> m_vMnemonics;
+    std::vector<uint32_t> m_vFunction;
+    std::map<uint32_t, uint32_t> m_mapLoopEnds;
+    std::map<uint32_t, uint32_t> m_mapSwitchEnds;
+    std::map<uint32_t, uint32_t> m_mapSwitchBreaks;
+};
+
+/// Follows a session of single steps from the outside: from the lines alone it works out the passes
+/// of the loops around each stop.
+class CStopTracker
+{
+public:
+    explicit CStopTracker(const CTextStructure& structure) : m_Structure(structure), m_vFrames(1) {}
+
+    /// \param nInstruction  what the stop has executed
+    SPosition Advance(uint32_t nInstruction);
+
+private:
+    typedef std::vector<std::pair<uint32_t, uint32_t>> Loops;
+
+    const CTextStructure& m_Structure;
+    std::vector<Loops> m_vFrames; ///< innermost call at the back
+    bool m_bStarted = false;
+    uint32_t m_nFunction = 0;
+};
+
+} // namespace KestrelTest
+
+#endif
