@@ -21,6 +21,10 @@ struct KernelArgCBEntry
 /// The number in "OpenCL 1.2 (1800.0)": the runtime's build. 0 if there is none.
 unsigned int GetRuntimeBuildNumber(const std::string& strDeviceVersion);
 
+/// The kind of an argument, as its kernel's record has it: "value", "globalpointer" and so on.
+/// \return the code of the record's query; the text is empty on failure
+cl_int QueryKernelArgKind(cl_kernel kernel, unsigned int nArgumentIndex, std::string& strKind);
+
 /// The device for one OpenCL kernel on one GPU: it describes and wraps the kernel's arguments, takes the
 /// kernel's binary out of the program, and builds patched binaries into kernels.
 ///
@@ -83,7 +87,6 @@ private:
 
     bool GetArgumentValueAndTypeFromOriginalKernel(unsigned int nArgumentIndex, std::vector<unsigned char>* pValue,
                                                    size_t* pSize, BufferType* pType, bool* pbNullBuffer) const;
-    bool GetArgumentKind(unsigned int nArgumentIndex, std::string& strKind) const;
     bool GetImageArgumentType(cl_mem mem, BufferType& type) const;
     bool DescribeMemory(cl_mem mem, BufferDesc& desc);
     bool DescribeImage(cl_mem mem, cl_mem_object_type objectType, BufferDesc& desc);

@@ -68,18 +68,22 @@ unsigned int CShaderDebuggerDeviceCL::GetNumDeviceBuffers(ShaderType) const
     return nArguments;
 }
 
-bool CShaderDebuggerDeviceCL::GetArgumentKind(unsigned int nArgumentIndex, std::string& strKind) const
+cl_int QueryKernelArgKind(cl_kernel kernel, unsigned int nArgumentIndex, std::string& strKind)
 {
+    strKind.clear();
     size_t nSize = 0;
-    cl_int nCode = ovkclGetKernelArgInfo(m_OriginalKernel, nArgumentIndex, OVKCL_KERNEL_ARG_KIND, 0, nullptr, &nSize);
+    cl_int nCode = ovkclGetKernelArgInfo(kernel, nArgumentIndex, OVKCL_KERNEL_ARG_KIND, 0, nullptr, &nSize);
+    if (nCode != CL_SUCCESS)
+    {
+        return nCode;
+    }
     std::vector<char> vKind(nSize + 1, '\0');
+    nCode = ovkclGetKernelArgInfo(kernel, nArgumentIndex, OVKCL_KERNEL_ARG_KIND, nSize, vKind.data(), nullptr);
     if (nCode == CL_SUCCESS)
     {
-        nCode = ovkclGetKernelArgInfo(m_OriginalKernel, nArgumentIndex, OVKCL_KERNEL_ARG_KIND, nSize, vKind.data(),
-                                      nullptr);
+        strKind = vKind.data();
     }
-    strKind = vKind.data();
-    return SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clGetKernelArgInfo() failed.\n");
+    return nCode;
 }
 
 bool CShaderDebuggerDeviceCL::GetImageArgumentType(cl_mem mem, BufferType& type) const
@@ -130,7 +134,8 @@ bool CShaderDebuggerDeviceCL::GetArgumentValueAndTypeFromOriginalKernel(unsigned
         return false;
     }
     std::string strKind;
-    if (!GetArgumentKind(nArgumentIndex, strKind))
+    if (!SD_AssertText(m_pHost, QueryKernelArgKind(m_OriginalKernel, nArgumentIndex, strKind) == CL_SUCCESS,
+                       "Error: clGetKernelArgInfo() failed.\n"))
     {
         return false;
     }

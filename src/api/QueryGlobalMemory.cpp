@@ -1,0 +1,120 @@
+#include "api/QueryGlobalMemory.h"
+
+#include "api/Query.h"
+
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
+using namespace Kestrel;
+using OVK_ShaderDebugger::CShaderDebuggerHostCL;
+using OVK_ShaderDebugger::memoryRegion;
+
+namespace
+{
+
+std::vector<memoryRegion> ListRegions(CShaderDebuggerHostCL& host)
+{
+    size_t nCount = 0;
+    host.GetValidGlobalMemoryRegions(0, nullptr, &nCount);
+    std::vector<memoryRegion> vRegions(nCount);
+    host.GetValidGlobalMemoryRegions(vRegions.size(), vRegions.data(), nullptr);
+    return vRegions;
+}
+
+void TraceRegions(CShaderDebuggerHostCL& host)
+{
+    if (!GetLogger().IsLogging())
+    {
+        return;
+    }
+    std::ostringstream list;
+    unsigned int nNumber = 0;
+    for (const memoryRegion& region : ListRegions(host))
+    {
+        list << nNumber++ << ". " << region.resource << " ( " << region.first << " - " << region.last << " )\n";
+    }
+    GetLogger() << list.str();
+}
+
+void TraceBytes(const void* buffer, size_t nRead, const size_t* outputSize)
+{
+    if (!GetLogger().IsLogging())
+    {
+        return;
+    }
+    std::string strLines;
+    if (buffer != nullptr)
+    {
+        strLines = ToHexadecimal(static_cast<const unsigned char*>(buffer), nRead) + "\n";
+    }
+    if (outputSize != nullptr)
+    {
+        strLines += "*outputSize = " + std::to_string(*outputSize) + "\n";
+    }
+    GetLogger() << strLines;
+}
+
+/// The UAVs to be tried, in order: on older devices one raw UAV stands for what newer ones number.
+std::vector<unsigned int> GetResourcesToTry(const CKernelDebugState& state, ovkclDebugMemoryResource resource)
+{
+    if (state.m_bTidewater || (resource != 0 && resource != 8 && resource != 11))
+    {
+        return {resource};
+    }
+    return {resource, 11, 8};
+}
+
+} // namespace
+
+ovkclDebugError ovkclDebugGetGlobalMemoryValues(ovkclDebugContext debugContext, ovkclDebugMemoryResource resource,
+                                                ovkclDebugMemoryAddress address, size_t count, void* buffer,
+                                                size_t* outputSize)
+{
+    TraceCall(__func__, debugContext, resource, address, count, buffer, outputSize);
+    return RunQuery(__func__, debugContext, EAllowedAt::Halted, buffer != nullptr || count == 0,
+                    [&](CKernelDebugState& state) -> ovkclDebugError
+                    {
+                        CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
+                        TraceRegions(host);
+
+                        const std::vector<unsigned int> vResources = GetResourcesToTry(state, resource);
+                        for (size_t i = 0; i < vResources.size(); ++i)
+                        {
+                            if (i != 0)
+                            {
+                                CLD_Log("Trying UAV " + std::to_string(vResources[i]) + "\n");
+                            }
+                            size_t nRead = 0;
+                            size_t* pOutputSize = outputSize != nullptr || buffer == nullptr ? outputSize : &nRead;
+                            if (host.GetGlobalMemory(vResources[i], address, count, buffer, pOutputSize))
+                            {
+                                TraceBytes(buffer, outputSize != nullptr ? *outputSize : nRead, outputSize);
+                                return OVKCLDEBUG_SUCCESS;
+                            }
+                        }
+                        return OVKCLDEBUG_ERROR_INVALID_LOCATION;
+                    });
+}
+
+ovkclDebugError ovkclDebugGetValidGlobalMemoryRegions(ovkclDebugContext debugContext, size_t numRegions,
+                                                      ovkclDebugMemoryRegion* regions, size_t* numRegionsRet)
+{
+    TraceCall(__func__, debugContext, numRegions, regions, numRegionsRet);
+    return RunQuery(__func__, debugContext, EAllowedAt::Halted, regions != nullptr || numRegions == 0,
+                    [&](CKernelDebugState& state) -> ovkclDebugError
+                    {
+                        const std::vector<memoryRegion> vRegions = ListRegions(*state.m_pShaderDebuggerHost);
+                        const size_t nWritten = regions != nullptr ? std::min(numRegions, vRegions.size()) : 0;
+                        for (size_t i = 0; i < nWritten; ++i)
+                        {
+                            regions[i] = {vRegions[i].resource, vRegions[i].first, vRegions[i].last};
+                        }
+                        if (numRegionsRet != nullptr)
+                        {
+                            *numRegionsRet = vRegions.size();
+                        }
+                        return regions == nullptr || vRegions.size() <= numRegions ? OVKCLDEBUG_SUCCESS
+                                                                                   : OVKCLDEBUG_ERROR_BUFFER_TOO_SMALL;
+                    });
+}

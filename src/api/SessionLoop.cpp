@@ -1,0 +1,203 @@
+#include "api/SessionLoop.h"
+
+#include "api/ApiTrace.h"
+#include "api/DispatchTable.h"
+#include "api/KernelDebugState.h"
+#include "api/ShaderDebuggerHostCL.h"
+#include "device/CLCall.h"
+
+#include <string>
+#include <vector>
+
+namespace Kestrel
+{
+
+using OVK_ShaderDebugger::CallCL;
+using OVK_ShaderDebugger::CShaderDebuggerHostCL;
+
+namespace
+{
+
+/// The client's launch, as the host keeps it.
+struct SLaunch
+{
+    cl_command_queue queue = nullptr; ///< the host's own
+    cl_kernel kernel = nullptr;
+    unsigned int nWorkDim = 0;
+    const size_t* pGlobalOffset = nullptr;
+    const size_t* pGlobalSize = nullptr;
+    const size_t* pLocalSize = nullptr;
+
+    explicit SLaunch(CShaderDebuggerHostCL& host)
+    {
+        kernel = host.GetKernel();
+        queue = host.GetCommandQueue();
+        host.GetEnqueueData(&nWorkDim, &pGlobalOffset, &pGlobalSize, &pLocalSize);
+    }
+
+    bool IsComplete() const
+    {
+        return kernel != nullptr && queue != nullptr && nWorkDim != 0 && pGlobalOffset != nullptr &&
+               pGlobalSize != nullptr && pLocalSize != nullptr;
+    }
+};
+
+/// Calls the client with the session's event, without the lock.
+/// \return its answer, which may be no command at all
+unsigned int CallClient(CSessionLock& lock, CKernelDebugState& state)
+{
+    CLD_Log("callback( " + OVK_ShaderDebugger::toString(static_cast<void*>(&state)) + ", " +
+            toString(state.m_debugEvent) + " )\n");
+
+    const ovkclDebugCallback callback = state.m_callback;
+    void* const pUserData = state.m_pUserData;
+    const ovkclDebugEvent eEvent = state.m_debugEvent;
+    lock.Release();
+    const unsigned int nCommand = static_cast<unsigned int>(callback(&state, eEvent, pUserData));
+    lock.Retake();
+
+    CLD_Log("callback() returned " + toString(static_cast<ovkclDebugCommand>(nCommand)) + "\n");
+    return nCommand;
+}
+
+/// Sends the error event; strReason stands in where the debugger has left no reason of its own.
+bool FailStart(CSessionLock& lock, CKernelDebugState& state, const std::string& strReason)
+{
+    CLD_Log("Error: " + strReason + "\n");
+    std::string strLastError;
+    state.m_pShaderDebuggerHost->GetLastError(strLastError);
+    if (strLastError.empty())
+    {
+        state.m_pShaderDebuggerHost->SetLastError(strReason);
+    }
+    state.m_debugEvent = OVKCLDEBUG_EVENT_ERROR;
+    CallClient(lock, state);
+    return false;
+}
+
+/// Drops the debug run and runs the client's kernel from its start.
+void FinishUnpatched(CKernelDebugState& state, cl_command_queue command_queue, cl_kernel kernel, cl_uint work_dim,
+                     const size_t* global_work_offset, const size_t* global_work_size, const size_t* local_work_size)
+{
+    CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
+    host.EndDebugging(false);
+
+    const size_t* pLocalSize =
+        OVK_ShaderDebugger::GetWorkGroupSize(work_dim, local_work_size) != 0 ? local_work_size : nullptr;
+    cl_event event = nullptr;
+    state.m_nUnpatchedCode = CallCL(g_CLDispatchTable.EnqueueNDRangeKernel, command_queue, kernel, work_dim,
+                                    global_work_offset, global_work_size, pLocalSize, cl_uint(0), nullptr, &event);
+    if (state.m_nUnpatchedCode != CL_SUCCESS)
+    {
+        host.SetLastError("The kernel could not be enqueued.");
+        return;
+    }
+    state.m_bUnpatchedLaunched = true;
+    state.m_nUnpatchedCode = CallCL(g_CLDispatchTable.WaitForEvents, cl_uint(1), &event);
+    const cl_int nReleaseCode = CallCL(g_CLDispatchTable.ReleaseEvent, event);
+    CLD_Assert(nReleaseCode == CL_SUCCESS);
+    if (state.m_nUnpatchedCode != CL_SUCCESS)
+    {
+        host.SetLastError("The kernel did not run to its end.");
+        return;
+    }
+    state.m_bFastContinue = true;
+}
+
+/// Does what the client answered. \return true if the debugger has stopped again
+bool Obey(unsigned int nCommand, CKernelDebugState& state, const SLaunch& launch)
+{
+    CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
+    switch (nCommand)
+    {
+    case OVKCLDEBUG_COMMAND_CONTINUE:
+        return DoContinue(&state, launch.queue, launch.kernel, launch.nWorkDim, launch.pGlobalOffset,
+                          launch.pGlobalSize, launch.pLocalSize);
+    case OVKCLDEBUG_COMMAND_STEP:
+        return host.Step();
+    case OVKCLDEBUG_COMMAND_EXT_STEP_BACK:
+        // At the first stop there is no way back, and the session halts where it is.
+        host.Back();
+        return true;
+    case OVKCLDEBUG_COMMAND_EXT_RUN_BACK:
+        host.RunBack();
+        return true;
+    default:
+        OVK_ShaderDebugger::CLD_Report("DoDebugging", "CLD_Break", "\"Unrecognized debug command\"");
+        FinishUnpatched(state, launch.queue, launch.kernel, launch.nWorkDim, launch.pGlobalOffset, launch.pGlobalSize,
+                        launch.pLocalSize);
+        return false;
+    }
+}
+
+} // namespace
+
+bool DoContinue(CKernelDebugState* pKernelDebugState, cl_command_queue command_queue, cl_kernel kernel,
+                cl_uint work_dim, const size_t* global_work_offset, const size_t* global_work_size,
+                const size_t* local_work_size)
+{
+    if (pKernelDebugState == nullptr || pKernelDebugState->m_pShaderDebuggerHost == nullptr)
+    {
+        return false;
+    }
+    pKernelDebugState->m_bFastContinue = false;
+    if (pKernelDebugState->m_pShaderDebuggerHost->GetBreakPointsAsLineNumbers(nullptr) != 0)
+    {
+        return pKernelDebugState->m_pShaderDebuggerHost->Run();
+    }
+    FinishUnpatched(*pKernelDebugState, command_queue, kernel, work_dim, global_work_offset, global_work_size,
+                    local_work_size);
+    return false;
+}
+
+bool DoDebugging(CKernelDebugState* pKernelDebugState)
+{
+    CSessionLock lock;
+    if (lock.IsNested() || !CLD_Assert(IsOpenSession(pKernelDebugState)) ||
+        !CLD_Assert(pKernelDebugState->m_debugEvent == OVKCLDEBUG_EVENT_UNINITIALIZED))
+    {
+        return false;
+    }
+    CKernelDebugState& state = *pKernelDebugState;
+    CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
+    const SLaunch launch(host);
+    if (!CLD_Assert(launch.IsComplete()))
+    {
+        return false;
+    }
+
+    const std::vector<char>& vBinary = host.GetShaderData();
+    if (vBinary.empty())
+    {
+        return FailStart(lock, state, "No kernel binary.");
+    }
+    if (!host.StartDebugging(vBinary.data(), vBinary.size(), nullptr, &state.m_dispatchDimensions,
+                             OVK_ShaderDebugger::DM_Unknown))
+    {
+        return FailStart(lock, state, "Could not start kernel debugging.");
+    }
+    if (!host.InitKernelArgInfo(launch.kernel))
+    {
+        CLD_Log("Error: Could not read the kernel's arguments.\n");
+        host.EndDebugging(false);
+        return false;
+    }
+
+    state.m_debugEvent = OVKCLDEBUG_EVENT_STARTED;
+    unsigned int nCommand = CallClient(lock, state);
+    state.m_debugEvent = OVKCLDEBUG_EVENT_HALTED;
+    while (Obey(nCommand, state, launch))
+    {
+        nCommand = CallClient(lock, state);
+    }
+
+    state.m_debugEvent = OVKCLDEBUG_EVENT_FINISHED;
+    CallClient(lock, state);
+    if (!state.m_bFastContinue)
+    {
+        host.EndDebugging(true);
+    }
+    return true;
+}
+
+} // namespace Kestrel
