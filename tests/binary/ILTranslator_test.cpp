@@ -1,0 +1,123 @@
+#include "binary/ILTranslator.h"
+
+#include "binary/BifUtils.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <iostream>
+
+#include <dlfcn.h>
+
+namespace
+{
+
+using namespace OVK_ShaderDebugger;
+
+/// A variable of one of the fake libraries, which the loader has open.
+template <class Type>
+Type* FakeVariable(const char* szLibrary, const char* szName)
+{
+    void* pLibrary = dlopen(szLibrary, RTLD_LAZY);
+    return pLibrary == nullptr ? nullptr : static_cast<Type*>(dlsym(pLibrary, szName));
+}
+
+int BinariesAlive()
+{
+    return *FakeVariable<int>("libovkocl12cl64.so", "g_nFakeBinariesAlive");
+}
+
+const char* LastDevice()
+{
+    return FakeVariable<char>("libovkocl12cl64.so", "g_szFakeLastDevice");
+}
+
+TEST(ILTranslator, TheLibraryConvertsBothWays)
+{
+    EXPECT_TRUE(ovkIsAssemblingWithZCC());
+    std::vector<unsigned char> vBytes;
+    ASSERT_TRUE(ovkAssembleIL("258\n1", &vBytes, "Kiln"));
+    EXPECT_EQ(vBytes, (std::vector<unsigned char>{2, 1, 0, 0, 1, 0, 0, 0}));
+    EXPECT_STREQ(LastDevice(), "Kiln");
+
+    // An odd size loses its last partial word, and no name of a device is the default one's.
+    std::string strText;
+    vBytes.push_back(9);
+    ASSERT_TRUE(ovkDisassembleIL(vBytes, &strText, ""));
+    EXPECT_EQ(strText, "258\n1\n");
+    EXPECT_STREQ(LastDevice(), "Quench");
+    EXPECT_TRUE(ovkDisassembleIL(vBytes.data() + 1, 4, &strText, ""));
+    EXPECT_EQ(strText, std::to_string(1 + (1 << 24)) + "\n");
+    EXPECT_EQ(BinariesAlive(), 0);
+
+    BifUtils::ReleaseCompiler();
+    EXPECT_TRUE(ovkAssembleIL("1", &vBytes, ""));
+    BifUtils::ReleaseCompiler();
+}
+
+TEST(ILTranslator, AFailureGivesNothingAndLeavesNothingBehind)
+{
+    std::vector<unsigned char> vBytes = {1};
+    std::string strText = "before";
+    EXPECT_FALSE(ovkAssembleIL("not numbers", &vBytes, ""));
+    EXPECT_FALSE(ovkAssembleIL("", &vBytes, ""));
+    EXPECT_FALSE(ovkAssembleIL("1", &vBytes, "a device from nowhere"));
+    EXPECT_FALSE(ovkAssembleIL("1", nullptr, ""));
+    EXPECT_FALSE(ovkDisassembleIL(nullptr, 0, &strText, ""));
+    EXPECT_FALSE(ovkDisassembleIL(nullptr, 4, &strText, ""));
+    EXPECT_FALSE(ovkDisassembleIL(vBytes, nullptr, ""));
+    EXPECT_EQ(vBytes, std::vector<unsigned char>{1});
+    EXPECT_EQ(strText, "before");
+    EXPECT_EQ(BinariesAlive(), 0);
+    BifUtils::ReleaseCompiler();
+}
+
+#define CHECK_OR_EXIT(condition)                                                                                       \
+    if (!(condition))                                                                                                  \
+    {                                                                                                                  \
+        std::cerr << "not so: " #condition "\n";                                                                       \
+        std::_Exit(1);                                                                                                 \
+    }
+
+/// The choice is for the life of the process, so that it is made in one of its own.
+void ChooseTheLowLevelAssembler()
+{
+    int* pInitCalls = FakeVariable<int>("libovkqrlrt.so", "g_nFakeInitCalls");
+    CHECK_OR_EXIT(pInitCalls != nullptr);
+    CHECK_OR_EXIT(!ovkIsAssemblingWithQRL());
+    CHECK_OR_EXIT(*pInitCalls == 0);
+
+    ovkSetAssemblingWithQRLAllowed(true);
+    CHECK_OR_EXIT(ovkIsAssemblingWithQRL());
+    CHECK_OR_EXIT(ovkIsAssemblingWithQRL());
+    CHECK_OR_EXIT(*pInitCalls == 1);
+
+    std::vector<unsigned char> vBytes;
+    CHECK_OR_EXIT(ovkAssembleIL("abc", &vBytes, ""));
+    CHECK_OR_EXIT(vBytes == (std::vector<unsigned char>{'c', 'b', 'a'}));
+    std::string strText;
+    CHECK_OR_EXIT(ovkDisassembleIL(vBytes, &strText, ""));
+    CHECK_OR_EXIT(strText == "abc");
+    CHECK_OR_EXIT(!ovkAssembleIL("", &vBytes, ""));
+    CHECK_OR_EXIT(*pInitCalls == 2);
+
+    // The runtime's answer keeps the choice.
+    ovkSetAssemblingWithQRLAllowed(false);
+    CHECK_OR_EXIT(ovkIsAssemblingWithQRL());
+    std::_Exit(0);
+}
+
+TEST(ILTranslator, TheLowLevelAssemblerIsTakenOnceAllowed)
+{
+    EXPECT_EXIT(ChooseTheLowLevelAssembler(), testing::ExitedWithCode(0), "");
+}
+
+TEST(BifUtils, SectionsHaveIds)
+{
+    EXPECT_EQ(BifUtils::ToSectionID(".debugil"), zccILDEBUG);
+    EXPECT_EQ(BifUtils::ToSectionID(".ovkil"), zccILTEXT);
+    EXPECT_EQ(BifUtils::ToSectionID(".rodata"), zccLAST);
+    EXPECT_EQ(BifUtils::ToSectionID(nullptr), zccLAST);
+}
+
+} // namespace
