@@ -52,36 +52,38 @@ void CLowering::DeclareUav(const SItem& item)
     const uint32_t nUav = item.UavId();
     if (item.eOpCode == IL_OP_DCL_TYPELESS_UAV)
         m_mapStrides[nUav] = m_Stream.Word(item, 0);
-    if (((item.nToken >> 26) & 3) != s_nAccessPrivate || m_mapPrivate.count(nUav))
+    if (((item.nToken >> 26) & 3) != s_nAccessPrivate)
         return;
-    uint64_t nBytes = item.eOpCode == IL_OP_DCL_TYPELESS_UAV ? m_Stream.Word(item, 1) : 0;
-    nBytes = (nBytes + 15) & ~15ull;
-    m_nPrivateBytes += nBytes;
-    if (m_nPrivateBytes > s_nMaxRows * 4ull)
-    {
-        Fail("private memory of " + std::to_string(m_nPrivateBytes) + " bytes a work-item is too large");
-        return;
-    }
-    const uint32_t nWords = static_cast<uint32_t>(nBytes / 4);
-    m_mapPrivate[nUav] = static_cast<uint32_t>(m_Code.vPrivate.size());
-    m_Code.vPrivate.push_back({nUav, NewRows(nWords), static_cast<uint32_t>(nBytes)});
-    for (uint32_t n = 0; n < nWords; ++n)
-        m_Code.vClearRows.push_back(m_Code.vPrivate.back().nRow + n);
+    uint32_t& nBytes = m_mapPrivateSizes[nUav];
+    nBytes = std::max(nBytes, item.eOpCode == IL_OP_DCL_TYPELESS_UAV ? m_Stream.Word(item, 1) : 0);
 }
 
-bool CLowering::DeclareArray(const SItem& item)
+/// Gives private memory and arrays their rows: a word of a work-item is one row.
+void CLowering::PlacePrivate()
 {
-    const SOperand& operand = m_Stream.Source(item, 0);
-    const uint32_t nNumber = static_cast<uint32_t>(operand.nNumber);
-    if (m_mapArrays.count(nNumber))
-        return true;
-    if (operand.nImmediate > (s_nMaxRows - std::min(s_nMaxRows, m_Code.nRows)) / 4)
-        return Fail("an array of " + std::to_string(operand.nImmediate) + " elements is too large");
-    m_mapArrays[nNumber] = static_cast<uint32_t>(m_Code.vArrays.size());
-    m_Code.vArrays.push_back({NewRows(operand.nImmediate * 4), operand.nImmediate});
-    for (uint32_t n = 0; n < operand.nImmediate * 4; ++n)
-        m_Code.vClearRows.push_back(m_Code.vArrays.back().nRow + n);
-    return true;
+    uint64_t nRows = m_Code.nRows;
+    for (const auto& area : m_mapPrivateSizes)
+        nRows += (area.second + 15ull) / 16 * 4;
+    for (const auto& array : m_mapArraySizes)
+        nRows += array.second * 4ull;
+    if (nRows > s_nMaxRows)
+    {
+        Fail("private memory and arrays of " + std::to_string(nRows * 4) + " bytes a work-item are too large");
+        return;
+    }
+    for (const auto& area : m_mapPrivateSizes)
+    {
+        const uint32_t nWords = (area.second + 15) / 16 * 4;
+        m_mapPrivate[area.first] = static_cast<uint32_t>(m_Code.vPrivate.size());
+        m_Code.vPrivate.push_back({area.first, NewRows(nWords), nWords * 4});
+    }
+    for (const auto& array : m_mapArraySizes)
+    {
+        m_mapArrays[array.first] = static_cast<uint32_t>(m_Code.vArrays.size());
+        m_Code.vArrays.push_back({NewRows(array.second * 4), array.second});
+    }
+    for (uint32_t n = 2; n < m_Code.nRows; ++n)
+        m_Code.vClearRows.push_back(n);
 }
 
 void CLowering::DeclareBuffer(const SItem& item)
@@ -120,46 +122,64 @@ void CLowering::DeclareLocal()
         Fail("local memory of " + std::to_string(nOffset) + " bytes is too large");
 }
 
+void CLowering::Declare(const SItem& item)
+{
+    switch (item.eOpCode)
+    {
+    case IL_DCL_CONST_BUFFER:
+        DeclareBuffer(item);
+        break;
+    case IL_DCL_INDEXED_TEMP_ARRAY:
+    {
+        const SOperand& operand = m_Stream.Source(item, 0);
+        uint32_t& nElements = m_mapArraySizes[static_cast<uint32_t>(operand.nNumber)];
+        nElements = std::max(nElements, operand.nImmediate);
+        break;
+    }
+    case IL_OP_DCL_TYPELESS_UAV:
+    case IL_OP_DCL_TYPED_UAV:
+        DeclareUav(item);
+        break;
+    case IL_DCL_RESOURCE:
+        m_mapUnnormalized[(item.nToken >> 16) & 0xFF] = (item.nToken >> 31) != 0;
+        break;
+    case IL_DCL_LDS:
+    {
+        uint32_t& nSize = m_mapLocalSizes[item.Controls()];
+        nSize = std::max(nSize, m_Stream.Word(item, 0));
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+/// A stream often holds the functions of several kernels: what the others declare doesn't count, but for
+/// literals, of which the nearest one counts.
 void CLowering::CollectDeclarations()
 {
+    std::vector<char> vSkip(m_Stream.vItems.size(), 0);
+    for (const SBody& body : m_Structure.vBodies)
+    {
+        for (uint32_t nItem : body.vItems)
+            vSkip[nItem] = body.bReachable ? 0 : 1;
+    }
     for (uint32_t n = 0; n < m_Stream.vItems.size() && !m_bFailed; ++n)
     {
         const SItem& item = m_Stream.vItems[n];
         m_pItem = &item;
         m_nInstruction = item.nInstruction == SItem::NoInstruction ? m_nInstruction : item.nInstruction;
-        switch (item.eOpCode)
-        {
-        case IL_DCL_LITERAL:
+        if (item.eOpCode == IL_DCL_LITERAL)
         {
             SLiteral literal = {n, {}};
             for (uint32_t i = 0; i < 4; ++i)
                 literal.nValues[i] = m_Stream.Word(item, i);
             m_mapLiterals[static_cast<uint32_t>(m_Stream.Source(item, 0).nNumber)].push_back(literal);
-            break;
         }
-        case IL_DCL_CONST_BUFFER:
-            DeclareBuffer(item);
-            break;
-        case IL_DCL_INDEXED_TEMP_ARRAY:
-            DeclareArray(item);
-            break;
-        case IL_OP_DCL_TYPELESS_UAV:
-        case IL_OP_DCL_TYPED_UAV:
-            DeclareUav(item);
-            break;
-        case IL_DCL_RESOURCE:
-            m_mapUnnormalized[(item.nToken >> 16) & 0xFF] = (item.nToken >> 31) != 0;
-            break;
-        case IL_DCL_LDS:
-        {
-            uint32_t& nSize = m_mapLocalSizes[item.Controls()];
-            nSize = std::max(nSize, m_Stream.Word(item, 0));
-            break;
-        }
-        default:
-            break;
-        }
+        else if (!vSkip[n])
+            Declare(item);
     }
+    PlacePrivate();
     DeclareLocal();
     m_nInstruction = 0;
 }

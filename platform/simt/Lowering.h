@@ -58,7 +58,8 @@ private:
     void CollectDeclarations();
     void DeclareUav(const SItem& item);
     void DeclareLocal();
-    bool DeclareArray(const SItem& item);
+    void Declare(const SItem& item);
+    void PlacePrivate();
     void DeclareBuffer(const SItem& item);
 
     // Bodies and flow control, in LoweringFlow.cpp
@@ -152,7 +153,9 @@ private:
     std::unordered_map<uint32_t, uint32_t> m_mapBuffers; ///< number to index in vBuffers
     std::unordered_map<uint32_t, uint32_t> m_mapPrivate; ///< UAV number to index in vPrivate
     std::unordered_map<uint32_t, uint32_t> m_mapStrides; ///< UAV number to stride
-    std::map<uint32_t, uint32_t> m_mapLocalSizes;
+    std::map<uint32_t, uint32_t> m_mapLocalSizes;        ///< id to bytes
+    std::map<uint32_t, uint32_t> m_mapPrivateSizes;      ///< UAV number to bytes
+    std::map<uint32_t, uint32_t> m_mapArraySizes;        ///< number to elements
     std::unordered_map<uint32_t, uint32_t> m_mapLocalAreas;
     std::unordered_map<uint32_t, bool> m_mapUnnormalized; ///< resource number
     std::unordered_map<uint64_t, uint32_t> m_mapRegisters;
@@ -164,7 +167,6 @@ private:
     std::map<uint32_t, uint32_t> m_mapUavs;
     std::map<uint32_t, uint32_t> m_mapSamplers;
     int32_t m_nInlineBuffer = -1;
-    uint64_t m_nPrivateBytes = 0;
 
     std::vector<uint32_t> m_vScratch;
     size_t m_nScratchUsed = 0;
