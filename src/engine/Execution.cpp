@@ -1,0 +1,304 @@
+#include "core/Log.h"
+#include "core/ShaderDebuggerBuffer.h"
+#include "core/ShaderDebuggerHost.h"
+#include "engine/CallStackScope.h"
+#include "engine/ShaderDebuggerIL.h"
+#include "engine/ShaderDebuggerShaderIL.h"
+
+#include <cstdlib>
+
+namespace OVK_ShaderDebugger
+{
+
+bool CShaderDebuggerShaderIL::Execute(bool bUpdateHistory)
+{
+    const CCallStackScope scope(*this, m_CurrentCallStack);
+    bool bSuccess = ReadInputRegisters();
+    for (const PatchPoint& pp : m_ExecuteList)
+    {
+        bSuccess = ExecutePatchPoint(pp, bUpdateHistory) && bSuccess;
+    }
+    return bSuccess;
+}
+
+/// Once a session; compute kernels have none.
+bool CShaderDebuggerShaderIL::ReadInputRegisters()
+{
+    if (!m_bReadInputRegisters)
+    {
+        return true;
+    }
+    m_bReadInputRegisters = false;
+    if (m_InputRegisters.empty())
+    {
+        return true;
+    }
+    std::vector<Register> vInputRegs;
+    for (const auto& entry : m_InputRegisters)
+    {
+        vInputRegs.emplace_back(entry.first, entry.second);
+    }
+    if (!SwitchShader(g_PC_NULL, vInputRegs))
+    {
+        SD_Log(GetHost(), logERROR, "Failed to switch shader");
+        return false;
+    }
+    bool bSuccess = true;
+    for (unsigned int i = 0; i < vInputRegs.size(); ++i)
+    {
+        if (!RunKernel(i))
+        {
+            bSuccess = false;
+            continue;
+        }
+        GetDebuggerIL()->UpdateResults(vInputRegs[i]);
+        m_bHasBeenExecuted = true;
+    }
+    return RestoreShader(true) && bSuccess;
+}
+
+bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpdateHistory)
+{
+    if (!SD_AssertText(GetHost(), !pp.m_registers.empty(), "!pp->m_registers.empty()"))
+    {
+        return false;
+    }
+    bool bSuccess = true;
+    std::deque<Register> expandedRegisters;
+    if (!ExpandIndexedRegisters(pp.m_pc, pp.m_registers, &expandedRegisters))
+    {
+        SD_Log(GetHost(), logERROR, "Failed to expanded indexed registers");
+        bSuccess = false;
+    }
+    // A run is needed for the mask in any case.
+    if (expandedRegisters.empty())
+    {
+        expandedRegisters.push_back(g_Reg_NULL);
+    }
+    const std::vector<Register> vRegisters(expandedRegisters.begin(), expandedRegisters.end());
+    if (!SwitchShader(pp.m_pc, vRegisters))
+    {
+        // The device holds another kernel, whose values belong to another place.
+        SD_Log(GetHost(), logERROR, "Failed to switch shader");
+        return false;
+    }
+    for (unsigned int i = 0; i < vRegisters.size(); ++i)
+    {
+        if (!RunKernel(i))
+        {
+            bSuccess = false;
+            continue;
+        }
+        m_nLastRun = pp.m_pc.m_nPos;
+        m_bHasBeenExecuted = true;
+        m_bLastRunAtCurrent = true;
+        GetDebuggerIL()->UpdateResults(pp.m_pc, vRegisters[i]);
+        NoteFiled(pp.m_pc, vRegisters[i]);
+        if (m_lastGlobalStore > GetDebuggerIL()->GetLastUpdatedGlobalResultPC() || WritesGlobalMemory(pp.m_pc.m_nPos))
+        {
+            GetDebuggerIL()->SetGlobalResultDirtyFlag(m_lastGlobalStore);
+        }
+        if (bUpdateHistory && GetMode() == DM_Asm)
+        {
+            PushStop();
+        }
+    }
+    return RestoreShader(false) && bSuccess;
+}
+
+/// One run of the kernel that the device holds, on fresh working copies.
+bool CShaderDebuggerShaderIL::RunKernel(unsigned int nSelector)
+{
+    if (!GetDebuggerIL()->SwitchTargetBuffers())
+    {
+        SD_Log(GetHost(), logERROR, "Failed to switch buffers");
+        return false;
+    }
+    if (!GetDebuggerIL()->SetRegisterSelectorValue(nSelector))
+    {
+        SD_Log(GetHost(), logERROR, "Failed to set register selector value");
+        return false;
+    }
+    if (!GetHost()->ExecuteShader())
+    {
+        SD_Log(GetHost(), logERROR, "Failed to execute shader");
+        return false;
+    }
+    if (!GetDebuggerIL()->RestoreTargetBuffers())
+    {
+        SD_Log(GetHost(), logERROR, "Failed to restore buffers");
+        return false;
+    }
+    return true;
+}
+
+/// Reads a register and the mask at a position that isn't the present stop, and files nothing.
+bool CShaderDebuggerShaderIL::Capture(const ProgramCounter& pc, const CallPath& path, const Register& reg,
+                                      std::unique_ptr<CShaderDebuggerBuffer>& pResult,
+                                      std::unique_ptr<CShaderDebuggerBuffer>& pExecMask)
+{
+    const CCallStackScope scope(*this, path);
+    m_bLastRunAtCurrent = false;
+    if (!SwitchShader(pc, {reg}) || !RunKernel(0))
+    {
+        return false;
+    }
+    m_nLastRun = pc.m_nPos;
+    CShaderDebuggerBuffer* pResultBuffer = nullptr;
+    CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
+    const bool bRead = GetDebuggerIL()->RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
+    pResult.reset(pResultBuffer);
+    pExecMask.reset(pExecMaskBuffer);
+    return bRead;
+}
+
+void CShaderDebuggerShaderIL::CompleteKernel()
+{
+    InstructionNumber nEnd = 0;
+    while (nEnd < m_nEndOfShader && OpCodeAt(nEnd) != IL_OP_ENDMAIN)
+    {
+        ++nEnd;
+    }
+    if (nEnd == 0 || m_nLastRun == nEnd - 1)
+    {
+        return;
+    }
+    const CCallStackScope scope(*this, CallPath());
+    if (SwitchShader(ProgramCounter(nEnd - 1), {g_Reg_NULL}) && RunKernel(0))
+    {
+        m_nLastRun = nEnd - 1;
+    }
+}
+
+/// Reads the registers of a skipped stretch at the current instruction: whatever position the map holds, their last
+/// write lies behind it.
+bool CShaderDebuggerShaderIL::RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask)
+{
+    m_ExecuteList.clear();
+    PatchPoint pp(m_nCurrentInstruction);
+    for (const auto& entry : regPCMap)
+    {
+        if (GetDebuggerIL()->IsTracked(entry.first))
+        {
+            pp.m_registers.push_back(entry.first);
+        }
+    }
+    if (pp.m_registers.empty() && bGetExecMask)
+    {
+        pp.m_registers.push_back(g_Reg_NULL);
+    }
+    bool bSuccess = true;
+    if (!pp.m_registers.empty())
+    {
+        m_ExecuteList.push_back(pp);
+        bSuccess = GetDebuggerIL()->DoExecute(false) && PostStepAsm();
+    }
+    return UpdateTargetInstruction(true) && bSuccess;
+}
+
+bool CShaderDebuggerShaderIL::ExpandIndexedRegisters(const ProgramCounter& pc, const std::deque<Register>& registers,
+                                                     std::deque<Register>* newRegisters)
+{
+    if (newRegisters == nullptr)
+    {
+        return false;
+    }
+    std::set<Register> indexedRegs;
+    for (const Register& reg : registers)
+    {
+        const bool bElements = reg.reg.type == RT_IndexableTemp || reg.reg.type == RT_PrivateUAVAccess;
+        if (!IsRegTypeIndexed(reg.reg.type) || (bElements && reg.reg.pIndexRegister == nullptr))
+        {
+            newRegisters->push_back(reg);
+        }
+        else if (SD_AssertText(GetHost(), bElements,
+                               "reg->reg.type == RT_IndexableTemp || reg->reg.type == RT_PrivateUAVAccess"))
+        {
+            indexedRegs.insert(Register(reg.reg.type, reg.reg.number, COMP_All));
+        }
+    }
+    for (const Register& reg : indexedRegs)
+    {
+        const unsigned int* pSize = FindDeclaredSize(pc.m_nPos, reg);
+        if (!SD_AssertText(GetHost(), pSize != nullptr, "Indexed reg decl not found in call stack"))
+        {
+            continue;
+        }
+        // An indexed temp has elements, private memory 16-byte slots at byte addresses.
+        const unsigned int nStep = reg.reg.type == RT_PrivateUAVAccess ? 16 : 1;
+        for (unsigned int nIndex = 0; nIndex < *pSize; nIndex += nStep)
+        {
+            newRegisters->emplace_back(reg.reg.type, reg.reg.number, COMP_All, nIndex);
+        }
+    }
+    return true;
+}
+
+/// The declared size of an array, in the function of an instruction or else in those that called it.
+const unsigned int* CShaderDebuggerShaderIL::FindDeclaredSize(InstructionNumber nInst, const Register& reg) const
+{
+    const auto findIn = [&](unsigned int nFunction) -> const unsigned int*
+    {
+        const auto itScope = m_DeclsFuncScopeMap.find(nFunction);
+        if (itScope == m_DeclsFuncScopeMap.end())
+        {
+            return nullptr;
+        }
+        const auto& sizes = reg.reg.type == RT_IndexableTemp ? itScope->second.m_IndexedTempRegisterSizes
+                                                             : itScope->second.m_PrivateUAVSizes;
+        const auto it = sizes.find(reg.reg.number);
+        return it != sizes.end() ? &it->second : nullptr;
+    };
+    const unsigned int* pSize = findIn(FunctionOf(nInst));
+    for (auto it = m_CallStack.begin(); pSize == nullptr && it != m_CallStack.end(); ++it)
+    {
+        pSize = findIn(FunctionOf(it->m_nPos));
+    }
+    return pSize;
+}
+
+IL* CShaderDebuggerShaderIL::GetPatchedShader(ProgramCounter nTargetInstruction,
+                                              const std::vector<Register>& vTargetRegs)
+{
+    if (nTargetInstruction == m_PatchedPC && vTargetRegs == m_PatchedRegs && m_CallStack == m_PatchedCallStack)
+    {
+        return m_pPatchedShader;
+    }
+    m_PatchedPC = nTargetInstruction;
+    m_PatchedRegs = vTargetRegs;
+    m_PatchedCallStack = m_CallStack;
+    return CreatePatchedShader(nTargetInstruction, vTargetRegs);
+}
+
+bool CShaderDebuggerShaderIL::SwitchShaderToPatchedShader(IL* pPatchedShader, size_t nPatchedShaderSize)
+{
+    return pPatchedShader != nullptr && GetHost()->SetShader(GetShaderType(), pPatchedShader, nPatchedShaderSize);
+}
+
+bool CShaderDebuggerShaderIL::SwitchShader(ProgramCounter pc, const std::vector<Register>& vTargetRegs)
+{
+    IL* pPatchedShader = GetPatchedShader(pc, vTargetRegs);
+    if (pPatchedShader == nullptr)
+    {
+        // The last image is for another target; the key of the failed one stays, so that it isn't tried again.
+        std::free(m_pPatchedShader);
+        m_pPatchedShader = nullptr;
+        m_nPatchedShaderSize = 0;
+    }
+    return SwitchShaderToPatchedShader(pPatchedShader, m_nPatchedShaderSize);
+}
+
+bool CShaderDebuggerShaderIL::RestoreShader(bool bForceShaderRelease)
+{
+    if (bForceShaderRelease)
+    {
+        std::free(m_pPatchedShader);
+        m_pPatchedShader = nullptr;
+        m_nPatchedShaderSize = 0;
+        m_PatchedPC = g_PC_NULL;
+        m_PatchedRegs.clear();
+    }
+    return true;
+}
+
+} // namespace OVK_ShaderDebugger

@@ -1,0 +1,68 @@
+#ifndef KESTREL_ENGINE_OPCODEROLES_H
+#define KESTREL_ENGINE_OPCODEROLES_H
+
+#include "il/ILFormatDecode.h"
+
+/// What an instruction means for the position of a dispatch.
+namespace OVK_ShaderDebugger
+{
+
+inline bool IsBreak(ILOpCode op)
+{
+    return op == IL_OP_BREAK || op == IL_OP_BREAKC || op == IL_OP_BREAK_LOGICALZ || op == IL_OP_BREAK_LOGICALNZ;
+}
+
+inline bool IsContinue(ILOpCode op)
+{
+    return op == IL_OP_CONTINUE || op == IL_OP_CONTINUEC || op == IL_OP_CONTINUE_LOGICALZ ||
+           op == IL_OP_CONTINUE_LOGICALNZ;
+}
+
+inline bool IsReturn(ILOpCode op)
+{
+    return op == IL_OP_RET || op == IL_OP_RET_DYN;
+}
+
+inline bool IsConditionalReturn(ILOpCode op)
+{
+    return op == IL_OP_RET_LOGICALZ || op == IL_OP_RET_LOGICALNZ;
+}
+
+inline bool IsCall(ILOpCode op)
+{
+    return op == IL_OP_CALL || op == IL_OP_CALLNZ || op == IL_OP_CALL_LOGICALZ || op == IL_OP_CALL_LOGICALNZ;
+}
+
+inline bool IsIf(ILOpCode op)
+{
+    return op == IL_OP_IFC || op == IL_OP_IFNZ || op == IL_OP_IF_LOGICALZ || op == IL_OP_IF_LOGICALNZ;
+}
+
+inline bool IsCase(ILOpCode op)
+{
+    return op == IL_OP_CASE || op == IL_OP_DEFAULT;
+}
+
+/// Whether a count of 0 behind the instruction sends the position elsewhere than to the next instruction.
+inline bool DecidesFlow(ILOpCode op)
+{
+    return IsIf(op) || IsCase(op) || IsBreak(op) || IsContinue(op) || IsReturn(op) || op == IL_OP_ELSE ||
+           op == IL_OP_WHILE || op == IL_OP_ENDLOOP;
+}
+
+/// Whether work-items may be active behind the instruction that weren't in front of it.
+inline bool BringsTogether(ILOpCode op)
+{
+    return IsCase(op) || op == IL_OP_ELSE || op == IL_OP_ENDIF || op == IL_OP_ENDSWITCH || op == IL_OP_ENDLOOP ||
+           op == IL_OP_WHILE;
+}
+
+/// The label of a call or of a macro call, from its opcode token or the word behind.
+inline unsigned int GetMacroLabel(IL opToken)
+{
+    return (opToken >> 16) & 0x3FFF;
+}
+
+} // namespace OVK_ShaderDebugger
+
+#endif

@@ -1,0 +1,255 @@
+#include "core/Log.h"
+#include "core/ShaderDebuggerBuffer.h"
+#include "core/ShaderDebuggerDevice.h"
+#include "core/ShaderDebuggerHost.h"
+#include "core/ShaderDebuggerResult.h"
+#include "engine/PrivateAccess.h"
+#include "engine/ShaderDebuggerIL.h"
+#include "engine/ShaderDebuggerShaderIL.h"
+#include "il/ShaderDebuggerUtilsIL.h"
+
+#include <new>
+
+namespace OVK_ShaderDebugger
+{
+
+const char CShaderDebuggerIL::s_szNoDestination[] = "NoDestinationRegister";
+
+bool CShaderDebuggerIL::RetrieveResultBuffer(CShaderDebuggerBuffer*& pResultBuffer)
+{
+    pResultBuffer = nullptr;
+    if (m_pSwitchedTargetBuffers[SD_Results] != nullptr)
+    {
+        pResultBuffer = m_pSwitchedTargetBuffers[SD_Results]->GetDataBuffer(nullptr);
+        SD_Assert(GetHost(), pResultBuffer);
+    }
+    return pResultBuffer != nullptr;
+}
+
+bool CShaderDebuggerIL::RetrieveExecMaskBuffer(CShaderDebuggerBuffer*& pExecMaskBuffer)
+{
+    pExecMaskBuffer = nullptr;
+    if (m_pSwitchedTargetBuffers[SD_ExecMask] != nullptr)
+    {
+        pExecMaskBuffer = m_pSwitchedTargetBuffers[SD_ExecMask]->GetDataBuffer(nullptr);
+        SD_Assert(GetHost(), pExecMaskBuffer);
+    }
+    return pExecMaskBuffer != nullptr;
+}
+
+bool CShaderDebuggerIL::RetrieveResultsBuffers(CShaderDebuggerBuffer*& pResultBuffer,
+                                               CShaderDebuggerBuffer*& pExecMaskBuffer)
+{
+    pExecMaskBuffer = nullptr;
+    return RetrieveResultBuffer(pResultBuffer) && RetrieveExecMaskBuffer(pExecMaskBuffer);
+}
+
+void CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg)
+{
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    if (!SD_AssertText(GetHost(), pShader != nullptr, "pShader != NULL"))
+    {
+        return;
+    }
+    CShaderDebuggerBuffer* pResultBuffer = nullptr;
+    CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
+    const bool bRead = RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
+    std::unique_ptr<CShaderDebuggerBuffer> pResultOwner(pResultBuffer);
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskOwner(pExecMaskBuffer);
+    if (bRead)
+    {
+        pShader->UpdateExecMaskHistory(pc, pExecMaskBuffer);
+        UpdateResults(pc, reg, std::move(pResultOwner), std::move(pExecMaskOwner));
+    }
+}
+
+void CShaderDebuggerIL::UpdateResults(Register inputReg)
+{
+    CShaderDebuggerBuffer* pResultBuffer = nullptr;
+    CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
+    RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
+    const std::unique_ptr<CShaderDebuggerBuffer> pExecMaskOwner(pExecMaskBuffer);
+    std::unique_ptr<CShaderDebuggerBuffer> pResultOwner(pResultBuffer);
+    CShaderDebuggerResult* pResult = GetResult(inputReg);
+    if (pResult != nullptr && pResultOwner != nullptr)
+    {
+        pResult->UpdateResult(pResultOwner.release(), nullptr, 0, 0, 0);
+    }
+}
+
+/// Files one run and takes over both buffers. \return the result that it went to; null if it isn't wanted
+CShaderDebuggerResult* CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg,
+                                                        std::unique_ptr<CShaderDebuggerBuffer> pResultBuffer,
+                                                        std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer)
+{
+    const bool bNoRegister = reg == g_Reg_NULL;
+    if (!bNoRegister && (!IsTracked(reg) || IsWriteAcrossSlots(reg)))
+    {
+        return nullptr;
+    }
+    const std::string strName =
+        bNoRegister ? s_szNoDestination : ShaderDebuggerUtilsIL::GetILRegisterName(GetResultRegister(reg), true);
+    // A register that nobody has written yet has no values to show.
+    const bool bNothingWritten =
+        !bNoRegister && FindResult(m_Results, strName) == nullptr && pExecMaskBuffer->GetActiveItemCount(0) == 0;
+    const bool bMaskOnly = bNoRegister || bNothingWritten;
+    CShaderDebuggerResult* pResult = GetResult(m_Results, bMaskOnly ? s_szNoDestination : strName);
+    if (pResult == nullptr)
+    {
+        return nullptr;
+    }
+    m_pLastTouchedResult = pResult;
+    pResult->SetProgramCounter(pc, bMaskOnly ? RegisterMask(0) : reg.mask);
+    if (bMaskOnly)
+    {
+        pResult->UpdateResult(pResultBuffer.release(), nullptr, 0, 0, 0);
+    }
+    else
+    {
+        UpdateResultDataType(*pResult);
+        const SPrivateAccess access = GetAccess(reg);
+        const bool bPart = reg.reg.type == RT_PrivateUAVAccess;
+        pResult->UpdateResult(pResultBuffer.release(), pExecMaskBuffer.get(), access.nFirstComponent, 0,
+                              bPart ? access.nComponents : 0);
+    }
+    pResult->UpdateExecMask(pExecMaskBuffer.release());
+    return pResult;
+}
+
+void CShaderDebuggerIL::UpdateResultDataType(CShaderDebuggerResult& result)
+{
+    result.UpdateDataType(ShaderUtils::DT_UInt32, COMP_All);
+}
+
+Register CShaderDebuggerIL::GetResultRegister(const Register& reg)
+{
+    if (reg.reg.type != RT_PrivateUAVAccess)
+    {
+        return reg;
+    }
+    return Register(reg.reg.type, reg.reg.number, reg.mask, reg.reg.index >> 4);
+}
+
+bool CShaderDebuggerIL::IsWriteAcrossSlots(const Register& reg) const
+{
+    const SPrivateAccess access = GetAccess(reg);
+    if (access.nFirstComponent + access.nComponents <= 4)
+    {
+        return false;
+    }
+    SD_Break(m_pHost, "No support for writes across 16 byte private UAV boundaries");
+    return true;
+}
+
+bool CShaderDebuggerIL::IsTracked(const Register& reg) const
+{
+    return !m_bEnableTrackingVariables ||
+           TrackedNames().count(ShaderDebuggerUtilsIL::GetILRegisterName(reg, false)) != 0;
+}
+
+CShaderDebuggerResult* CShaderDebuggerIL::FindResult(ResultMap& results, const std::string& strName)
+{
+    const auto it = results.find(strName);
+    return it != results.end() ? it->second.get() : nullptr;
+}
+
+CShaderDebuggerResult* CShaderDebuggerIL::FindResult(Register reg)
+{
+    return FindResult(m_Results, ShaderDebuggerUtilsIL::GetILRegisterName(reg, true));
+}
+
+CShaderDebuggerResult* CShaderDebuggerIL::GetResult(ResultMap& results, const std::string& strName)
+{
+    CShaderDebuggerResult* pResult = FindResult(results, strName);
+    if (pResult == nullptr)
+    {
+        pResult = new (std::nothrow) CShaderDebuggerResult(GetHost(), strName);
+        if (pResult != nullptr)
+        {
+            results[strName].reset(pResult);
+        }
+    }
+    return pResult;
+}
+
+CShaderDebuggerResult* CShaderDebuggerIL::GetResult(Register reg)
+{
+    return GetResult(m_Results, ShaderDebuggerUtilsIL::GetILRegisterName(reg, true));
+}
+
+void CShaderDebuggerIL::DeleteResult(const Register& reg)
+{
+    const auto it = m_Results.find(ShaderDebuggerUtilsIL::GetILRegisterName(GetResultRegister(reg), true));
+    if (it == m_Results.end())
+    {
+        return;
+    }
+    const bool bLastTouched = it->second.get() == m_pLastTouchedResult;
+    m_Results.erase(it);
+    if (bLastTouched)
+    {
+        FindLastResult(GetCurrentInstruction());
+    }
+}
+
+bool CShaderDebuggerIL::FindLastResult(const ProgramCounter& pc)
+{
+    m_pLastTouchedResult = nullptr;
+    for (InstructionNumber nPos = pc.m_nPos; nPos != 0 && m_pLastTouchedResult == nullptr; --nPos)
+    {
+        const Register reg = GetCurrentShader()->GetDestRegister(ProgramCounter(nPos));
+        if (reg != g_Reg_NULL)
+        {
+            m_pLastTouchedResult = FindResult(GetResultRegister(reg));
+        }
+    }
+    return m_pLastTouchedResult != nullptr;
+}
+
+std::string CShaderDebuggerIL::GetGlobalResultName(size_t idx)
+{
+    return "m" + std::to_string(idx);
+}
+
+void CShaderDebuggerIL::SetGlobalResultDirtyFlag(const ProgramCounter& pc)
+{
+    m_GlobalResultDirtyFlags.assign(m_GlobalResultDirtyFlags.size(), true);
+    m_LastUpdatedGlobalResultPC = pc;
+}
+
+bool CShaderDebuggerIL::UpdateGlobalResult(CShaderDebuggerResult* pUpdateResult)
+{
+    for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
+    {
+        if (m_vpModifiedTargetBuffers[i] != nullptr &&
+            FindResult(m_GlobalResults, GetGlobalResultName(i)) == pUpdateResult)
+        {
+            return LoadGlobalResult(i, *pUpdateResult);
+        }
+    }
+    return false;
+}
+
+/// Brings the contents of an argument into its result. Until a store has been passed these are the saved contents,
+/// copied when first asked for: the saved buffer itself is what the runs start from.
+bool CShaderDebuggerIL::LoadGlobalResult(size_t i, CShaderDebuggerResult& result)
+{
+    CShaderDebuggerBuffer* pBuf = result.GetResult();
+    if (m_GlobalResultDirtyFlags[i])
+    {
+        CShaderDebuggerBuffer* pRead = m_vpModifiedTargetBuffers[i]->GetDataBuffer(pBuf);
+        if (pBuf == nullptr)
+        {
+            result.UpdateResult(pRead, nullptr, 0, 0, 0);
+        }
+        return SD_AssertText(GetHost(), pRead != nullptr, "pBuf");
+    }
+    if (pBuf == nullptr)
+    {
+        pBuf = new (std::nothrow) CShaderDebuggerBuffer(*m_vpOriginalTargetBuffersData[i]);
+        result.UpdateResult(pBuf, nullptr, 0, 0, 0);
+    }
+    return SD_AssertText(GetHost(), pBuf != nullptr, "pBuf");
+}
+
+} // namespace OVK_ShaderDebugger

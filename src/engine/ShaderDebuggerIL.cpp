@@ -1,0 +1,220 @@
+#include "engine/ShaderDebuggerIL.h"
+
+#include "core/Log.h"
+#include "core/ShaderDebuggerBuffer.h"
+#include "core/ShaderDebuggerDevice.h"
+#include "core/ShaderDebuggerHost.h"
+#include "core/ShaderDebuggerResult.h"
+#include "engine/ShaderDebuggerShaderIL.h"
+
+#include <new>
+
+namespace OVK_ShaderDebugger
+{
+
+CShaderDebuggerIL::CShaderDebuggerIL(CShaderDebuggerHost* pHost)
+    : CShaderDebuggerBase(pHost), m_pLastTouchedResult(nullptr), m_bDeviceEntered(false)
+{
+}
+
+CShaderDebuggerIL::~CShaderDebuggerIL()
+{
+    // The host that would be told is being destroyed itself.
+    m_bDeviceEntered = false;
+    CloseSession(false);
+}
+
+CShaderDebuggerShaderIL* CShaderDebuggerIL::GetCurrentShader() const
+{
+    return static_cast<CShaderDebuggerShaderIL*>(m_pCurrentShader);
+}
+
+CShaderDebuggerShaderIL* CShaderDebuggerIL::CreateShader(const void* pShaderData, size_t nShaderSize)
+{
+    return new (std::nothrow) CShaderDebuggerShaderIL(this, pShaderData, nShaderSize);
+}
+
+bool CShaderDebuggerIL::StartDebugging(const void* pShaderData, size_t nShaderSize, ShaderLinkage* pLinkageData,
+                                       ThreadID* pDimensions, Mode mode)
+{
+    if (!SD_Assert(GetHost(), !m_bIsDebugging) ||
+        !CShaderDebuggerBase::StartDebugging(pShaderData, nShaderSize, pLinkageData, pDimensions, mode))
+    {
+        return false;
+    }
+    if (!OpenSession(pShaderData, nShaderSize, pLinkageData, pDimensions, mode))
+    {
+        CloseSession(false);
+        return false;
+    }
+    return true;
+}
+
+bool CShaderDebuggerIL::OpenSession(const void* pShaderData, size_t nShaderSize, ShaderLinkage* pLinkageData,
+                                    ThreadID* pDimensions, Mode mode)
+{
+    m_pLastTouchedResult = nullptr;
+    m_LastUpdatedGlobalResultPC = ProgramCounter(0);
+    m_pCurrentShader = CreateShader(pShaderData, nShaderSize);
+    if (!SD_Assert(GetHost(), m_pCurrentShader != nullptr))
+    {
+        return false;
+    }
+    ShaderInfo info;
+    if (!m_pCurrentShader->GetShaderInfo(info) || info.shaderType == ShaderUtils::ST_Unknown)
+    {
+        return false;
+    }
+    const Mode sessionMode = mode == DM_Current ? GetMode() : mode;
+    if (!CreateTargetBuffers() || !CreateCBDumpBuffer() || !m_pCurrentShader->StartDebugging(sessionMode) ||
+        !GetHost()->EnterDebuggingMode(pShaderData, nShaderSize, pLinkageData, pDimensions, sessionMode))
+    {
+        return false;
+    }
+    m_bDeviceEntered = true;
+    m_bIsDebugging = true;
+    return Execute() && GetCurrentShader()->PostStep();
+}
+
+void CShaderDebuggerIL::EndDebugging(bool bUpdateOriginalBuffers)
+{
+    if (m_bIsDebugging)
+    {
+        CloseSession(bUpdateOriginalBuffers);
+    }
+}
+
+void CShaderDebuggerIL::CloseSession(bool bUpdateOriginalBuffers)
+{
+    if (m_bDeviceEntered)
+    {
+        GetHost()->ExitDebuggingMode();
+        m_bDeviceEntered = false;
+    }
+    SetCurrentShader(nullptr);
+    DeleteTargetBuffers(bUpdateOriginalBuffers);
+    m_pCBBuffer.reset();
+    m_pLastTouchedResult = nullptr;
+    m_Results.clear();
+    m_GlobalResults.clear();
+    m_GlobalResultDirtyFlags.clear();
+    CShaderDebuggerBase::EndDebugging(bUpdateOriginalBuffers);
+}
+
+bool CShaderDebuggerIL::GetShaderText(std::string& strShader, Mode textType)
+{
+    return CShaderDebuggerBase::GetShaderText(strShader, textType);
+}
+
+bool CShaderDebuggerIL::GetShaderText(const void* pShaderData, size_t nShaderSize, std::string& strShader,
+                                      Mode textType)
+{
+    const std::unique_ptr<CShaderDebuggerShader> pShader(CreateShader(pShaderData, nShaderSize));
+    if (pShader == nullptr)
+    {
+        strShader.clear();
+        return false;
+    }
+    return pShader->GetShaderText(strShader, textType);
+}
+
+bool CShaderDebuggerIL::GetShaderKeyWords(KeyWordsList& keyWords, Mode textType)
+{
+    return m_pCurrentShader != nullptr && m_pCurrentShader->GetShaderKeyWords(keyWords, textType);
+}
+
+bool CShaderDebuggerIL::GetShaderKeyWords(const void* pShaderData, size_t nShaderSize, KeyWordsList& keyWords,
+                                          Mode textType)
+{
+    keyWords.clear();
+    const std::unique_ptr<CShaderDebuggerShader> pShader(CreateShader(pShaderData, nShaderSize));
+    return pShader != nullptr && pShader->GetShaderKeyWords(keyWords, textType);
+}
+
+bool CShaderDebuggerIL::GetShaderInfo(const void* pShaderData, size_t nShaderSize, ShaderInfo& info)
+{
+    info.textModes = info.debugModes = 0;
+    info.strFunction.clear();
+    info.nFunctionLine = 0;
+    info.strHash.clear();
+    const std::unique_ptr<CShaderDebuggerShader> pShader(CreateShader(pShaderData, nShaderSize));
+    return pShader != nullptr && pShader->GetShaderInfo(info);
+}
+
+bool CShaderDebuggerIL::Execute()
+{
+    return DoExecute(true);
+}
+
+bool CShaderDebuggerIL::DoExecute(bool bUpdateHistory)
+{
+    if (!SD_Assert(GetHost(), m_pHost) || !SD_Assert(GetHost(), GetCurrentShader()))
+    {
+        return false;
+    }
+    return GetCurrentShader()->Execute(bUpdateHistory);
+}
+
+bool CShaderDebuggerIL::Draw()
+{
+    if (!SD_Assert(GetHost(), m_pHost) || !SD_Assert(GetHost(), GetCurrentShader()))
+    {
+        return false;
+    }
+    return GetCurrentShader()->Draw();
+}
+
+bool CShaderDebuggerIL::EndMovement(bool bMoved)
+{
+    if (!bMoved && m_bIsDebugging)
+    {
+        GetCurrentShader()->CompleteKernel();
+    }
+    return bMoved;
+}
+
+bool CShaderDebuggerIL::Step()
+{
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    return pShader != nullptr && EndMovement(pShader->Step() && Execute() && pShader->PostStep());
+}
+
+bool CShaderDebuggerIL::Run()
+{
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    return pShader != nullptr && EndMovement(pShader->Run() && Execute() && pShader->PostStep());
+}
+
+bool CShaderDebuggerIL::Back()
+{
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    return pShader != nullptr && pShader->Back() && Execute() && pShader->PostBack();
+}
+
+bool CShaderDebuggerIL::RunBack()
+{
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    return pShader != nullptr && pShader->RunBack() && Execute() && pShader->PostBack();
+}
+
+LineNumber CShaderDebuggerIL::GetCurrentLine() const
+{
+    return m_pCurrentShader != nullptr ? m_pCurrentShader->GetCurrentLine() : 0;
+}
+
+LineNumber CShaderDebuggerIL::GetNextLine() const
+{
+    return m_pCurrentShader != nullptr ? m_pCurrentShader->GetNextLine() : 0;
+}
+
+LineNumber CShaderDebuggerIL::GetPreviousLine() const
+{
+    return m_pCurrentShader != nullptr ? m_pCurrentShader->GetPreviousLine() : 0;
+}
+
+ProgramCounter CShaderDebuggerIL::GetCurrentInstruction() const
+{
+    return m_pCurrentShader != nullptr ? m_pCurrentShader->GetCurrentInstruction() : ProgramCounter(0);
+}
+
+} // namespace OVK_ShaderDebugger

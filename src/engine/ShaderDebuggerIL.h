@@ -1,0 +1,171 @@
+#ifndef KESTREL_ENGINE_SHADERDEBUGGERIL_H
+#define KESTREL_ENGINE_SHADERDEBUGGERIL_H
+
+#include "core/ShaderDebuggerBase.h"
+
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace OVK_ShaderDebugger
+{
+
+class CShaderDebuggerDeviceBuffer;
+class CShaderDebuggerResult;
+class CShaderDebuggerShaderIL;
+
+/// A debugging session of one kernel. It owns what the session needs: the kernel under debug, the buffers on which
+/// kernel runs happen, and the results of those runs. Every operation works on the current kernel, and answers with
+/// false, 0 or null when there is none.
+class CShaderDebuggerIL : public CShaderDebuggerBase
+{
+public:
+    typedef std::map<std::string, std::unique_ptr<CShaderDebuggerResult>> ResultMap;
+
+    explicit CShaderDebuggerIL(CShaderDebuggerHost* pHost);
+    ~CShaderDebuggerIL() override;
+
+    // The session (ShaderDebuggerIL.cpp).
+    /// Analyses the kernel, saves its arguments, reads its argument constant buffer, and executes its first
+    /// instruction. \return false, with nothing left behind, if any of this fails or a session is open
+    bool StartDebugging(const void* pShaderData, size_t nShaderSize, ShaderLinkage* pLinkageData, ThreadID* pDimensions,
+                        Mode mode) override;
+    void EndDebugging(bool bUpdateOriginalBuffers) override;
+    bool GetShaderText(std::string& strShader, Mode textType) override;
+    bool GetShaderText(const void* pShaderData, size_t nShaderSize, std::string& strShader, Mode textType) override;
+    bool GetShaderKeyWords(KeyWordsList& keyWords, Mode textType) override;
+    bool GetShaderKeyWords(const void* pShaderData, size_t nShaderSize, KeyWordsList& keyWords, Mode textType) override;
+    using CShaderDebuggerBase::GetShaderInfo;
+    bool GetShaderInfo(const void* pShaderData, size_t nShaderSize, ShaderInfo& info) override;
+    bool Execute() override;
+    bool Draw() override;
+    /// One stop on. False at the end of the kernel and on a failure; the kernel's outputs are then complete in the
+    /// working copies, as far as the device allows.
+    bool Step() override;
+    bool Back() override;
+    bool Run() override;
+    bool RunBack() override;
+    LineNumber GetCurrentLine() const override;
+    LineNumber GetNextLine() const override;
+    LineNumber GetPreviousLine() const override;
+    ProgramCounter GetCurrentInstruction() const override;
+
+    // Breakpoints by line and by instruction (Breakpoints.cpp).
+    bool AddBreakPointAtLineNumber(LineNumber nLineNumber, LineNumber lookAhead, LineNumber* pOutputLine) override;
+    bool AddBreakPointAtInstructionNumber(InstructionNumber nInstructionNumber) override;
+    bool RemoveBreakPointAtLineNumber(LineNumber nLineNumber) override;
+    bool RemoveBreakPointAtInstructionNumber(InstructionNumber nInstructionNumber) override;
+    bool ToggleBreakPointAtLineNumber(LineNumber nLineNumber, bool bSnapToNearestLine) override;
+    bool ToggleBreakPointAtInstructionNumber(InstructionNumber nInstructionNumber) override;
+    bool HasBreakPointAtInstructionNumber(InstructionNumber nInstructionNumber) const override;
+    bool HasBreakPointInInstructionRange(InstructionNumber nRangeStart, InstructionNumber nRangeEnd) const override;
+    size_type GetBreakPointsAsInstructionNumbers(std::set<unsigned int>* pBreakpoints) const override;
+
+    // Queries of what the last stop left; they run no kernel (Variables.cpp).
+    CShaderDebuggerVariables* GetVariables(ThreadID& threadID) override;
+    CShaderDebuggerBuffer* GetRegisterResultsBuffer(VariableID& variableID) override;
+    CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;
+    CShaderDebuggerBuffer* GetExecutionMaskBuffer() const override;
+
+    /// A kernel of its own, analysed; the caller owns it. Null when memory runs out.
+    virtual CShaderDebuggerShaderIL* CreateShader(const void* pShaderData, size_t nShaderSize);
+    /// Runs what the kernel's plan asks for. \param bUpdateHistory whether the positions count as stops
+    virtual bool DoExecute(bool bUpdateHistory);
+
+    // The buffers that runs work on (TargetBuffers.cpp).
+    virtual bool CreateTargetBuffers();
+    /// \param bUpdateOriginalBuffers whether the client's memory takes what the runs left in the working copies
+    virtual void DeleteTargetBuffers(bool bUpdateOriginalBuffers);
+    /// Reloads the working copies and binds all arguments of a run.
+    virtual bool SwitchTargetBuffers();
+    virtual bool RestoreTargetBuffers();
+    /// Binds the selector: which register of the patched kernel's list the next run copies.
+    virtual bool SetRegisterSelectorValue(unsigned int nRegSelector);
+
+    // Filing of what runs left (Results.cpp).
+    virtual void UpdateResults(ProgramCounter pc, Register reg);
+    /// The same for a register read at the entry of the kernel.
+    void UpdateResults(Register inputReg);
+    /// New host copies of both output buffers; the caller owns what comes back, also on failure.
+    virtual bool RetrieveResultsBuffers(CShaderDebuggerBuffer*& pResultBuffer, CShaderDebuggerBuffer*& pExecMaskBuffer);
+    virtual bool RetrieveResultBuffer(CShaderDebuggerBuffer*& pResultBuffer);
+    virtual bool RetrieveExecMaskBuffer(CShaderDebuggerBuffer*& pExecMaskBuffer);
+    /// Finds or makes a result, which stays the debugger's; null when memory runs out.
+    virtual CShaderDebuggerResult* GetResult(ResultMap& results, const std::string& strName);
+    virtual CShaderDebuggerResult* GetResult(Register reg);
+    virtual CShaderDebuggerResult* FindResult(ResultMap& results, const std::string& strName);
+    virtual CShaderDebuggerResult* FindResult(Register reg);
+
+    // The argument constant buffer (ConstantBufferDump.cpp).
+    virtual bool CreateCBDumpBuffer();
+    virtual bool UpdateCBDumpBuffer();
+    bool BindCBDumpBuffer();
+
+    // Kernel-wide results (Results.cpp).
+    virtual bool UpdateGlobalResult(CShaderDebuggerResult* pUpdateResult);
+    virtual void SetGlobalResultDirtyFlag(const ProgramCounter& pc);
+    const ProgramCounter& GetLastUpdatedGlobalResultPC() const { return m_LastUpdatedGlobalResultPC; }
+    static std::string GetGlobalResultName(size_t idx);
+
+    /// The register under which values are filed: an access to private memory is filed by its 16-byte slot.
+    static Register GetResultRegister(const Register& reg);
+    /// Whether runs for the register are wanted: always, unless tracking is on and its name isn't tracked.
+    bool IsTracked(const Register& reg) const;
+    /// Removes a register's result, and no query finds it any more.
+    void DeleteResult(const Register& reg);
+    /// Re-aims the last touched result after a step back. \return false, with none touched, if nothing is found
+    bool FindLastResult(const ProgramCounter& pc);
+
+    CShaderDebuggerShaderIL* GetCurrentShader() const;
+
+private:
+    enum
+    {
+        SD_Results = 0,
+        SD_ExecMask = 1
+    };
+
+    typedef std::vector<std::unique_ptr<CShaderDebuggerDeviceBuffer>> DeviceBuffers;
+
+    /// The result that carries the mask of runs at instructions without a register. Never shown as a variable.
+    static const char s_szNoDestination[];
+
+    bool OpenSession(const void* pShaderData, size_t nShaderSize, ShaderLinkage* pLinkageData, ThreadID* pDimensions,
+                     Mode mode);
+    void CloseSession(bool bUpdateOriginalBuffers);
+    bool EndMovement(bool bMoved);
+
+    bool CreateOutputBuffers(BufferDesc desc);
+    bool SaveArguments();
+    bool CreateWorkingCopies();
+    bool ReloadWorkingCopies();
+    bool BindArguments();
+    void WriteBack();
+
+    CShaderDebuggerResult* UpdateResults(ProgramCounter pc, Register reg,
+                                         std::unique_ptr<CShaderDebuggerBuffer> pResultBuffer,
+                                         std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
+    void UpdateResultDataType(CShaderDebuggerResult& result);
+    bool IsWriteAcrossSlots(const Register& reg) const;
+    bool LoadGlobalResult(size_t i, CShaderDebuggerResult& result);
+    bool GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID);
+    bool SetThreadIDUsingResult(ThreadID& threadID);
+
+    DeviceBuffers m_vpOriginalTargetBuffers; ///< the kernel's own arguments, by index
+    /// The contents of the memory arguments at the start of the session, from which every run starts. Null for values
+    /// and local memory, as in the next.
+    std::vector<std::unique_ptr<CShaderDebuggerBuffer>> m_vpOriginalTargetBuffersData;
+    DeviceBuffers m_vpModifiedTargetBuffers; ///< the working copies on which runs happen
+    std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pSwitchedTargetBuffers[2]; ///< the added output buffers
+    ResultMap m_Results;                                                      ///< by register name
+    ResultMap m_GlobalResults;                                                ///< by name
+    CShaderDebuggerResult* m_pLastTouchedResult; ///< the result that the last run wrote; in m_Results
+    std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pCBBuffer;
+    std::vector<bool> m_GlobalResultDirtyFlags; ///< by argument index
+    ProgramCounter m_LastUpdatedGlobalResultPC; ///< the store for which the flags were last set
+    bool m_bDeviceEntered;                      ///< the host is in debugging mode
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif

@@ -1,0 +1,231 @@
+#ifndef KESTREL_ENGINE_SHADERDEBUGGERSHADERIL_H
+#define KESTREL_ENGINE_SHADERDEBUGGERSHADERIL_H
+
+#include "instrument/InstrumentedShaderIL.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <utility>
+
+namespace OVK_ShaderDebugger
+{
+
+class CCLMetadata;
+class CShaderDebuggerIL;
+class CShaderDebuggerResult;
+
+/// The kernel under debug, complete: its top storey decides where the position moves and makes the kernel runs.
+///
+/// All work-items share one position. A movement has three phases: the first makes the next instruction the current
+/// one and puts what is to be observed there on m_ExecuteList, Execute runs patched kernels for that, and the last
+/// phase works out the next instruction from how many work-items were active. That count, for each position, is the
+/// only thing that steers the position.
+class CShaderDebuggerShaderIL : public CInstrumentedShaderIL
+{
+public:
+    CShaderDebuggerShaderIL(CShaderDebuggerIL* pDebugger, const void* pShaderData, size_t nShaderSize);
+    ~CShaderDebuggerShaderIL() override;
+
+    // The frame and the lines (ShaderDebuggerShaderIL.cpp).
+    bool StartDebugging(Mode mode) override;
+    void EndDebugging() override;
+    bool GetShaderText(std::string& strShader, Mode textType) override;
+    bool GetShaderKeyWords(KeyWordsList& keyWords, Mode textType) override;
+    Mode GetMode() const override { return DM_Asm; }
+    bool SetMode(Mode) override { return true; }
+    bool Draw() override;
+    InstructionNumber GetInstruction(LineNumber nLineNumber) const override;
+    LineNumber GetLine(InstructionNumber nInstructionNumber) const override;
+    LineNumber GetCurrentLine() const override;
+    LineNumber GetNextLine() const override;
+    LineNumber GetPreviousLine() const override;
+
+    // Movements.
+    bool Step() override { return StepAsm(); }
+    bool Back() override { return BackAsm(); }
+    bool Run() override { return RunAsm(); }
+    bool RunBack() override { return RunBackAsm(); }
+    /// Works off m_ExecuteList: one kernel run for each register of each patch point.
+    /// \return false if anything failed; what didn't fail has been filed
+    bool Execute(bool bUpdateHistory) override;
+
+    /// Stores how many work-items the mask holds as active for a position of the present call.
+    virtual void UpdateExecMaskHistory(const ProgramCounter& pc, CShaderDebuggerBuffer* pExecMask);
+    virtual bool PostStep();
+    /// Advances the next instruction in program order, into and out of calls. \return false at the end of the kernel
+    virtual bool UpdateNextInst();
+    virtual bool PostBack();
+    /// The register that an instruction writes; g_Reg_NULL if there is none.
+    virtual Register GetDestRegister(ProgramCounter nTargetInstruction);
+    virtual Register GetCurrentRegister();
+    virtual Register GetSrcRegister(InstructionNumber nInstruction, unsigned int nSrcReg);
+    virtual Register GetSrcRegister(ProgramCounter nInstruction, unsigned int nSrcReg);
+    /// The first line from nLineNumber on that holds an instruction, at most lookAhead lines on (the largest number:
+    /// any); g_INVALID_LINE_NUMBER if there is none.
+    virtual LineNumber GetNearestLine(LineNumber nLineNumber, LineNumber lookAhead);
+    /// Adds the current instruction with its register to m_ExecuteList.
+    virtual bool UpdateTargetInstruction(bool bClearExecuteList);
+
+    /// Makes sure that the last run was one of the whole kernel, so that the working copies hold its outputs.
+    void CompleteKernel();
+    /// Whether a work-item can leave a kernel, or not come to a function, without a store to the output buffers.
+    bool CanMissStores() const { return m_bCanMissStores; }
+    unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }
+
+private:
+    /// Return positions, innermost first: which of its calls a function is in.
+    typedef std::deque<ProgramCounter> CallPath;
+    /// Registers to be read when the position comes to an instruction of a call, because work-items that left a
+    /// skipped block by a break, continue or return take part again there.
+    typedef std::map<std::pair<CallPath, InstructionNumber>, std::set<Register>> RejoinMap;
+
+    /// What has to be remembered of a stop to come back to it.
+    struct SStop
+    {
+        ProgramCounter pc;
+        CallPath callStack;
+        ProgramCounter lastGlobalStore;
+        RejoinMap rejoin;
+        bool bShown = false;            ///< false: a run walked over it
+        std::vector<Register> vWritten; ///< registers that may have changed since the stop before
+        std::vector<std::pair<ProgramCounter, Register>> vFiled; ///< results that runs updated, and where
+    };
+
+    /// One register read at an earlier stop.
+    struct SSource
+    {
+        const SStop* pStop;
+        Register reg;
+    };
+
+    class CCallStackScope;
+
+    enum class EWalk
+    {
+        Moved,
+        End,
+        Failed
+    };
+
+    /// A block that a run passes over.
+    struct SSkip
+    {
+        std::vector<Register> vRegisters;
+        InstructionNumber nBlockEnd = 0;
+        bool bWhole = false;          ///< entered and left by all who are active, unless a jump leads out of it
+        bool bReadBefore = false;     ///< what was skipped before it has to be read in front of it
+        InstructionNumber nFirst = 0; ///< the instructions passed over
+        InstructionNumber nLast = 0;
+    };
+
+    CShaderDebuggerIL* GetDebuggerIL() const;
+    ILOpCode OpCodeAt(InstructionNumber nInst) const;
+
+    // The position (Stepping.cpp).
+    bool StepAsm();
+    bool PostStepAsm();
+    bool IsFastStep(bool bBehindReturn);
+    bool AdvanceWithNobody();
+    bool EnterInstruction();
+    bool EnterFunction(unsigned int nLabel);
+    bool ReturnToCaller();
+    bool RefuseOp(const char* pszText);
+    void MoveToNext();
+    bool WritesGlobalMemory(InstructionNumber nInst) const;
+    void FindMissedStores();
+
+    // Where work-items that are still alive resume (LiveBlockSearch.cpp).
+    bool Resume(const CIL_FCConstruct* pConstruct, bool bNextPass);
+    bool LeaveLoop(const CIL_Loop& loop);
+    bool StartPass(const CIL_Loop& loop);
+    bool LeaveEndedLoop();
+    bool IsDivergent(const CIL_IfElseEndif& ifElse);
+    bool IsInnermostLoop(const CIL_Loop& loop) const;
+    std::optional<uint64_t> FindCount(const ProgramCounter& pc) const;
+    /// The recorded count, or else that of a run of its own.
+    std::optional<uint64_t> GetCount(const ProgramCounter& pc, const CallPath& path);
+
+    // Stops and the way back (StepHistory.cpp, ResultRestorer.cpp).
+    bool BackAsm();
+    bool RunBackAsm();
+    bool PostBackAsm() const { return !m_ExecutedStepHistory.empty(); }
+    void PushStop();
+    void NoteWritten(const Register& reg);
+    void NoteFiled(const ProgramCounter& pc, const Register& reg);
+    bool GoBackTo(size_t nStop);
+    void RestoreResult(const Register& reg, bool bOneWrite);
+    std::vector<SSource> FindSources(const Register& reg) const;
+    void AimResult(const Register& reg);
+
+    // Runs to a breakpoint (Running.cpp, BlockSkipping.cpp).
+    bool RunAsm();
+    bool HasBreakpointInFlowControlBlock(const CIL_FCConstruct* pFlowControl, InstructionNumber inst);
+    bool HasBreakpointBetween(InstructionNumber nFrom, InstructionNumber nTo);
+    bool HasBreakpointInCallee(InstructionNumber nInst, std::set<InstructionNumber>& visited);
+    EWalk WalkOne(RegPCMap& regPCMap);
+    EWalk WalkInstruction(RegPCMap& regPCMap);
+    EWalk WalkFlowControl(RegPCMap& regPCMap);
+    EWalk SkipBlock(RegPCMap& regPCMap, const CIL_FCConstruct* pFlowControl);
+    void ReadSkipped(RegPCMap& regPCMap, bool bGetExecMask);
+    bool IsAtBreakpoint() const;
+    bool Arrive(RegPCMap& regPCMap);
+    bool IsSomebodyAtNext();
+    bool DescribeSkip(const CIL_FCConstruct* pFlowControl, InstructionNumber inst, SSkip& skip);
+    bool DescribeSkip(const CIL_Loop& loop, InstructionNumber inst, SSkip& skip);
+    bool DescribeSkip(const CIL_Switch& block, InstructionNumber inst, SSkip& skip);
+    bool DescribeSkip(const CIL_IfElseEndif& block, InstructionNumber inst, SSkip& skip);
+    bool NoteEscapes(const SSkip& skip);
+    void NoteRejoin(const CallPath& path, InstructionNumber nInst, const std::vector<Register>& vRegisters);
+    std::set<Register> TakeRejoining(InstructionNumber nInst);
+
+    // Kernel runs (Execution.cpp).
+    bool ReadInputRegisters();
+    bool ExecutePatchPoint(const PatchPoint& pp, bool bUpdateHistory);
+    bool RunKernel(unsigned int nSelector);
+    bool Capture(const ProgramCounter& pc, const CallPath& path, const Register& reg,
+                 std::unique_ptr<CShaderDebuggerBuffer>& pResult, std::unique_ptr<CShaderDebuggerBuffer>& pExecMask);
+    bool RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask);
+    bool ExpandIndexedRegisters(const ProgramCounter& pc, const std::deque<Register>& registers,
+                                std::deque<Register>* newRegisters);
+    const unsigned int* FindDeclaredSize(InstructionNumber nInst, const Register& reg) const;
+    IL* GetPatchedShader(ProgramCounter nTargetInstruction, const std::vector<Register>& vTargetRegs);
+    bool SwitchShaderToPatchedShader(IL* pPatchedShader, size_t nPatchedShaderSize);
+    bool SwitchShader(ProgramCounter pc, const std::vector<Register>& vTargetRegs);
+    bool RestoreShader(bool bForceShaderRelease);
+
+    // The argument constant buffer (ConstantBufferDump.cpp).
+    bool DumpKernelABIConstantBuffer();
+    bool CreateCBDumpShader(IL** ppPatchedKernel, size_t* pSize);
+    bool CreateCBDumpShaderIL(CInputTokenStream<unsigned int>& src, COutputTokenStream<unsigned int>& dest,
+                              const std::string& strKernelName, unsigned int nUniqueID, unsigned int nFuncLabel);
+    void WriteCBDump(CDest& dest);
+    bool InsertCBDump(const CDest& tokens, const std::string& strKernelName, CCLMetadata& metadata,
+                      std::vector<char>& vImage);
+    bool RunCBDump(IL* pDumpCBKernel, size_t nSize);
+    bool RefuseForMemory();
+    void LogCBDump(const CDest& tokens) const;
+
+    /// m_CallStack belongs to m_nNextInstruction, this to m_nCurrentInstruction: the last phase of a movement can then
+    /// be repeated, and each time enters or leaves the same function. During kernel runs m_CallStack is the one of
+    /// the run's position.
+    CallPath m_CurrentCallStack;
+    std::map<CallPath, std::map<ProgramCounter, uint64_t>> m_ExecMaskHistory; ///< active work-items, for each call
+    std::deque<PatchPoint> m_ExecuteList;                                     ///< the plan of the next Execute
+    ProgramCounter m_lastGlobalStore; ///< the last store to global memory that the position reached
+    bool m_bReadInputRegisters;       ///< the next Execute reads the input registers
+    bool m_bHasBeenExecuted;          ///< a run has succeeded since the session began
+    bool m_bLastRunAtCurrent;         ///< the output buffers hold the mask of the current position
+    bool m_bCanMissStores;
+    InstructionNumber m_nLastRun; ///< the position of the last good run
+    ProgramCounter m_PatchedPC;   ///< target of m_pPatchedShader, with the next two; g_PC_NULL for none
+    std::vector<Register> m_PatchedRegs;
+    CallPath m_PatchedCallStack;
+    std::deque<SStop> m_Stops; ///< one for each entry of m_ExecutedStepHistory, newest at the back
+    SStop m_Pending;           ///< what the next stop takes over: registers written and filed since the last
+    RejoinMap m_Rejoin;
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif

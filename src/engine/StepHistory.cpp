@@ -1,0 +1,250 @@
+#include "core/ShaderDebuggerBuffer.h"
+#include "core/ShaderDebuggerResult.h"
+#include "engine/ResultRestorer.h"
+#include "engine/ShaderDebuggerIL.h"
+#include "engine/ShaderDebuggerShaderIL.h"
+
+#include <algorithm>
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+bool HaveSameResult(const Register& lhs, const Register& rhs)
+{
+    return CShaderDebuggerIL::GetResultRegister(lhs).reg == CShaderDebuggerIL::GetResultRegister(rhs).reg;
+}
+
+bool Contains(const std::vector<Register>& vRegisters, const Register& reg)
+{
+    return std::any_of(vRegisters.begin(), vRegisters.end(),
+                       [&](const Register& entry) { return HaveSameResult(entry, reg); });
+}
+
+size_t CountFilings(const std::vector<std::pair<ProgramCounter, Register>>& vFiled, const Register& reg)
+{
+    return std::count_if(vFiled.begin(), vFiled.end(),
+                         [&](const auto& filed) { return HaveSameResult(filed.second, reg); });
+}
+
+} // namespace
+
+/// Notes the current instruction as a stop, unless it is the newest already.
+void CShaderDebuggerShaderIL::PushStop()
+{
+    if (!m_ExecutedStepHistory.empty() && m_ExecutedStepHistory.top() == m_nCurrentInstruction)
+    {
+        return;
+    }
+    NoteWritten(GetCurrentRegister());
+    m_Pending.pc = m_nCurrentInstruction;
+    m_Pending.callStack = m_CurrentCallStack;
+    m_Pending.lastGlobalStore = m_lastGlobalStore;
+    m_Pending.rejoin = m_Rejoin;
+    m_Stops.push_back(std::move(m_Pending));
+    m_Pending = SStop();
+    m_ExecutedStepHistory.push(m_nCurrentInstruction);
+}
+
+/// The next stop differs from the one before by a write of the register.
+void CShaderDebuggerShaderIL::NoteWritten(const Register& reg)
+{
+    if (reg == g_Reg_NULL)
+    {
+        return;
+    }
+    std::deque<Register> expanded;
+    ExpandIndexedRegisters(m_nCurrentInstruction, {reg}, &expanded);
+    m_Pending.vWritten.insert(m_Pending.vWritten.end(), expanded.begin(), expanded.end());
+}
+
+void CShaderDebuggerShaderIL::NoteFiled(const ProgramCounter& pc, const Register& reg)
+{
+    if (reg == g_Reg_NULL || !GetDebuggerIL()->IsTracked(reg))
+    {
+        return;
+    }
+    const bool bAtNewest = !m_ExecutedStepHistory.empty() && m_ExecutedStepHistory.top() == pc;
+    SStop& stop = bAtNewest ? m_Stops.back() : m_Pending;
+    stop.vFiled.emplace_back(pc, reg);
+}
+
+bool CShaderDebuggerShaderIL::BackAsm()
+{
+    return m_Stops.size() > 1 && GoBackTo(m_Stops.size() - 2);
+}
+
+bool CShaderDebuggerShaderIL::RunBackAsm()
+{
+    if (m_Stops.size() <= 1 || m_nCurrentInstruction.m_nPos == 0)
+    {
+        return false;
+    }
+    size_t nStop = m_Stops.size() - 1;
+    do
+    {
+        --nStop;
+    } while (nStop > 0 && m_Stops[nStop].pc.m_nPos != 0 &&
+             !GetDebugger()->HasBreakPointAtLineNumber(GetLine(m_Stops[nStop + 1].pc.m_nPos)));
+    return GoBackTo(nStop);
+}
+
+bool CShaderDebuggerShaderIL::PostBack()
+{
+    if (!m_Stops.empty() && !m_Stops.back().bShown)
+    {
+        // What a run only walked over is shown from now on, and so counts as read here.
+        SStop& stop = m_Stops.back();
+        for (const Register& written : stop.vWritten)
+        {
+            if (CountFilings(stop.vFiled, written) == 0)
+            {
+                NoteFiled(stop.pc, written);
+            }
+        }
+        stop.bShown = true;
+    }
+    return PostBackAsm();
+}
+
+/// Makes an earlier stop the present one. What was undone next is the next instruction again, and every register that
+/// may have changed since is read again at the positions that wrote it.
+bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
+{
+    m_nNextInstruction = m_Stops[nStop + 1].pc;
+    m_CallStack = m_Stops[nStop + 1].callStack;
+
+    std::vector<Register> vChanged = std::move(m_Pending.vWritten);
+    std::vector<std::pair<ProgramCounter, Register>> vFiled = std::move(m_Pending.vFiled);
+    m_Pending = SStop();
+    bool bAllShown = m_Stops[nStop].bShown;
+    for (size_t n = m_Stops.size() - 1; n > nStop; --n)
+    {
+        bAllShown = bAllShown && m_Stops[n].bShown;
+        vChanged.insert(vChanged.end(), m_Stops[n].vWritten.begin(), m_Stops[n].vWritten.end());
+        vFiled.insert(vFiled.end(), m_Stops[n].vFiled.rbegin(), m_Stops[n].vFiled.rend());
+        m_Stops.pop_back();
+        m_ExecutedStepHistory.pop();
+    }
+    m_nCurrentInstruction = m_Stops.back().pc;
+    m_CurrentCallStack = m_Stops.back().callStack;
+    m_lastGlobalStore = m_Stops.back().lastGlobalStore;
+    m_Rejoin = m_Stops.back().rejoin;
+
+    for (const auto& filed : vFiled)
+    {
+        CShaderDebuggerResult* pResult =
+            GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(filed.second));
+        if (pResult != nullptr && pResult->GetLastStep() == filed.first)
+        {
+            pResult->PopLastStep();
+        }
+    }
+    std::vector<Register> vDone;
+    for (const Register& reg : vChanged)
+    {
+        if (!Contains(vDone, reg))
+        {
+            vDone.push_back(reg);
+            RestoreResult(reg, bAllShown && CountFilings(vFiled, reg) == 1);
+        }
+    }
+    for (const auto& filed : vFiled)
+    {
+        if (!Contains(vDone, filed.second))
+        {
+            vDone.push_back(filed.second);
+            AimResult(filed.second);
+        }
+    }
+    return UpdateTargetInstruction(true);
+}
+
+/// The stops, newest first, at which a run delivers a register's values as the present stop showed them: those that
+/// filed it, and those that a run walked over and that wrote it. If the present stop is such a one itself, nobody has
+/// seen its values, and it comes first.
+std::vector<CShaderDebuggerShaderIL::SSource> CShaderDebuggerShaderIL::FindSources(const Register& reg) const
+{
+    std::vector<SSource> vSources;
+    for (auto itStop = m_Stops.rbegin(); itStop != m_Stops.rend(); ++itStop)
+    {
+        const size_t nBefore = vSources.size();
+        for (const auto& filed : itStop->vFiled)
+        {
+            if (HaveSameResult(filed.second, reg))
+            {
+                vSources.push_back({&*itStop, filed.second});
+            }
+        }
+        for (const Register& written : itStop->vWritten)
+        {
+            if (vSources.size() == nBefore && !itStop->bShown && HaveSameResult(written, reg))
+            {
+                vSources.push_back({&*itStop, written});
+            }
+        }
+    }
+    const bool bReadHere = !vSources.empty() && !m_Stops.back().bShown && vSources.front().pStop != &m_Stops.back();
+    if (bReadHere)
+    {
+        Register whole = CShaderDebuggerIL::GetResultRegister(reg);
+        whole.mask = COMP_All;
+        whole.reg.index = reg.reg.type == RT_PrivateUAVAccess ? reg.reg.index & ~15u : reg.reg.index;
+        vSources.insert(vSources.begin(), {&m_Stops.back(), whole});
+    }
+    return vSources;
+}
+
+/// \param bOneWrite whether the newest filing is all that was undone, so that its mask tells who changed
+void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
+{
+    CShaderDebuggerResult* pResult = GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(reg));
+    if (pResult == nullptr || pResult->GetResult() == nullptr)
+    {
+        return;
+    }
+    const std::vector<SSource> vSources = FindSources(reg);
+    CResultRestorer restorer(*pResult->GetResult(), bOneWrite ? pResult->GetExecMask() : nullptr);
+    for (size_t n = 0; n < vSources.size() && (n == 0 || !restorer.IsComplete()); ++n)
+    {
+        std::unique_ptr<CShaderDebuggerBuffer> pValues;
+        std::unique_ptr<CShaderDebuggerBuffer> pExecMask;
+        const SStop& stop = *vSources[n].pStop;
+        if (!Capture(stop.pc, stop.callStack, vSources[n].reg, pValues, pExecMask) ||
+            !restorer.Take(*pValues, *pExecMask, vSources[n].reg, n + 1 == vSources.size()))
+        {
+            // No value is better than a wrong one.
+            GetDebuggerIL()->DeleteResult(reg);
+            return;
+        }
+        if (n == 0)
+        {
+            pResult->UpdateExecMask(pExecMask.release());
+        }
+    }
+    AimResult(reg);
+}
+
+/// Makes a result's newest position that of the newest stop that wrote it. A result that none wrote goes.
+void CShaderDebuggerShaderIL::AimResult(const Register& reg)
+{
+    CShaderDebuggerResult* pResult = GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(reg));
+    if (pResult == nullptr)
+    {
+        return;
+    }
+    for (const SSource& source : FindSources(reg))
+    {
+        const bool bWrote = Contains(source.pStop->vWritten, reg) || source.pStop->bShown;
+        if (bWrote)
+        {
+            pResult->SetProgramCounter(source.pStop->pc, source.reg.mask);
+            return;
+        }
+    }
+    GetDebuggerIL()->DeleteResult(reg);
+}
+
+} // namespace OVK_ShaderDebugger

@@ -1,0 +1,258 @@
+#include "core/Log.h"
+#include "core/ShaderDebuggerBuffer.h"
+#include "core/ShaderDebuggerDevice.h"
+#include "core/ShaderDebuggerHost.h"
+#include "core/ShaderDebuggerResult.h"
+#include "engine/ShaderDebuggerIL.h"
+#include "engine/ShaderDebuggerShaderIL.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+/// Whether an argument names memory, which a run can change.
+bool IsMemory(const CShaderDebuggerDeviceBuffer& buffer)
+{
+    return buffer.GetBufferType() != ShaderUtils::BT_Value && buffer.GetBufferType() != ShaderUtils::BT_LocalBuffer;
+}
+
+/// The memory object that an argument names, as the device hands it over.
+void* GetMemoryObject(const CShaderDebuggerDeviceBuffer& buffer)
+{
+    void* pObject = nullptr;
+    if (buffer.GetDeviceBuffer() != nullptr)
+    {
+        std::memcpy(&pObject, buffer.GetDeviceBuffer(), sizeof(pObject));
+    }
+    return pObject;
+}
+
+bool HaveSameContents(const CShaderDebuggerBuffer& lhs, const CShaderDebuggerBuffer& rhs)
+{
+    return lhs.GetSize() == rhs.GetSize() && std::memcmp(lhs.GetData(), rhs.GetData(), lhs.GetSize()) == 0;
+}
+
+/// Puts the bytes of now that differ from before into merged.
+void Overlay(CShaderDebuggerBuffer& merged, const CShaderDebuggerBuffer& before, const CShaderDebuggerBuffer& now)
+{
+    const size_t nSize = std::min({merged.GetSize(), before.GetSize(), now.GetSize()});
+    for (size_t n = 0; n < nSize; ++n)
+    {
+        if (now.GetData()[n] != before.GetData()[n])
+        {
+            merged.GetData()[n] = now.GetData()[n];
+        }
+    }
+}
+
+} // namespace
+
+bool CShaderDebuggerIL::CreateTargetBuffers()
+{
+    BufferDesc desc;
+    if (!GetHost()->GetDeviceBufferDesc(ShaderUtils::ST_Compute, -1, desc))
+    {
+        SD_Log(GetHost(), logERROR, "ShaderDebugger can not get render target description.\n");
+        return false;
+    }
+    m_dwWidth = desc.m_nWidth;
+    m_dwHeight = desc.m_nHeight;
+    m_dwDepth = desc.m_nDepth;
+    m_dwArraySize = desc.m_nArraySize;
+    m_BufferType = desc.m_Type;
+    return CreateOutputBuffers(desc) && SaveArguments() && CreateWorkingCopies();
+}
+
+/// One element a work-item: a register's four components, and whether the work-item was active.
+bool CShaderDebuggerIL::CreateOutputBuffers(BufferDesc desc)
+{
+    desc.m_nPitch = 0;
+    if (m_pSwitchedTargetBuffers[SD_Results] == nullptr)
+    {
+        desc.m_Format = ShaderUtils::BF_RGBA_32F;
+        desc.m_Usage = ShaderUtils::BU_Results;
+        m_pSwitchedTargetBuffers[SD_Results].reset(GetHost()->CreateDeviceBuffer(desc));
+    }
+    if (m_pSwitchedTargetBuffers[SD_ExecMask] == nullptr)
+    {
+        desc.m_Format = ShaderUtils::BF_R_32;
+        desc.m_Usage = ShaderUtils::BU_ExecMask;
+        m_pSwitchedTargetBuffers[SD_ExecMask].reset(GetHost()->CreateDeviceBuffer(desc));
+    }
+    return m_pSwitchedTargetBuffers[SD_Results] != nullptr && m_pSwitchedTargetBuffers[SD_ExecMask] != nullptr;
+}
+
+bool CShaderDebuggerIL::SaveArguments()
+{
+    const unsigned int numBuffers = GetHost()->GetNumDeviceBuffers(GetShaderType());
+    SD_Assert(GetHost(), m_vpOriginalTargetBuffers.empty());
+    SD_Assert(GetHost(), m_vpOriginalTargetBuffersData.empty());
+    m_vpOriginalTargetBuffers.clear();
+    m_vpOriginalTargetBuffersData.clear();
+    m_vpOriginalTargetBuffers.resize(numBuffers);
+    m_vpOriginalTargetBuffersData.resize(numBuffers);
+    for (unsigned int i = 0; i < numBuffers; ++i)
+    {
+        CShaderDebuggerDeviceBuffer* pOriginalBuffer = GetHost()->GetDeviceBuffer(GetShaderType(), i);
+        if (!SD_AssertText(GetHost(), pOriginalBuffer != nullptr, "pOriginalBuffer != NULL"))
+        {
+            return false;
+        }
+        m_vpOriginalTargetBuffers[i].reset(pOriginalBuffer);
+        if (IsMemory(*pOriginalBuffer))
+        {
+            m_vpOriginalTargetBuffersData[i].reset(pOriginalBuffer->GetDataBuffer(nullptr));
+        }
+    }
+    return true;
+}
+
+bool CShaderDebuggerIL::CreateWorkingCopies()
+{
+    const size_t numBuffers = m_vpOriginalTargetBuffers.size();
+    SD_Assert(GetHost(), m_vpModifiedTargetBuffers.empty());
+    SD_Assert(GetHost(), m_GlobalResults.empty());
+    m_vpModifiedTargetBuffers.clear();
+    m_GlobalResults.clear();
+    m_vpModifiedTargetBuffers.resize(numBuffers);
+    m_GlobalResultDirtyFlags.assign(numBuffers, false);
+    for (size_t i = 0; i < numBuffers; ++i)
+    {
+        if (!IsMemory(*m_vpOriginalTargetBuffers[i]))
+        {
+            continue;
+        }
+        // Without a working copy the runs would work on the client's own memory.
+        BufferDesc desc;
+        if (!GetHost()->GetDeviceBufferDesc(ShaderUtils::ST_Compute, static_cast<int>(i), desc))
+        {
+            return false;
+        }
+        m_vpModifiedTargetBuffers[i].reset(GetHost()->CreateDeviceBuffer(desc));
+        CShaderDebuggerResult* pResult = GetResult(m_GlobalResults, GetGlobalResultName(i));
+        if (m_vpOriginalTargetBuffersData[i] == nullptr || m_vpModifiedTargetBuffers[i] == nullptr ||
+            pResult == nullptr)
+        {
+            return false;
+        }
+        pResult->UpdateDataType(ShaderUtils::DT_UInt32, COMP_All);
+    }
+    return true;
+}
+
+bool CShaderDebuggerIL::SwitchTargetBuffers()
+{
+    if (!SD_Assert(GetHost(), GetCurrentShader()) || !SD_Assert(GetHost(), m_pSwitchedTargetBuffers[SD_Results]) ||
+        !SD_Assert(GetHost(), m_pSwitchedTargetBuffers[SD_ExecMask]))
+    {
+        return false;
+    }
+    // Who comes to the stores writes both elements. Where that isn't everybody, what an earlier run wrote must not
+    // pass for what this one did.
+    if (GetCurrentShader()->CanMissStores() &&
+        (!m_pSwitchedTargetBuffers[SD_Results]->Clear() || !m_pSwitchedTargetBuffers[SD_ExecMask]->Clear()))
+    {
+        return false;
+    }
+    return ReloadWorkingCopies() && BindArguments();
+}
+
+bool CShaderDebuggerIL::ReloadWorkingCopies()
+{
+    for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
+    {
+        if (m_vpModifiedTargetBuffers[i] == nullptr)
+        {
+            continue;
+        }
+        CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[i];
+        if (!m_vpModifiedTargetBuffers[i]->UpdateData(saved.GetData(), saved.GetSize()))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CShaderDebuggerIL::BindArguments()
+{
+    const unsigned int n = static_cast<unsigned int>(m_vpOriginalTargetBuffers.size());
+    for (unsigned int i = 0; i < n; ++i)
+    {
+        CShaderDebuggerDeviceBuffer* pWorkingCopy = m_vpModifiedTargetBuffers[i].get();
+        GetHost()->SetDeviceBuffer(GetShaderType(), i,
+                                   pWorkingCopy != nullptr ? pWorkingCopy : m_vpOriginalTargetBuffers[i].get());
+    }
+    return GetHost()->SetDeviceBuffer(GetShaderType(), n, m_pSwitchedTargetBuffers[SD_Results].get()) &&
+           GetHost()->SetDeviceBuffer(GetShaderType(), n + 1, m_pSwitchedTargetBuffers[SD_ExecMask].get());
+}
+
+/// What a run changed is undone in front of the next one.
+bool CShaderDebuggerIL::RestoreTargetBuffers()
+{
+    return true;
+}
+
+bool CShaderDebuggerIL::SetRegisterSelectorValue(unsigned int nRegSelector)
+{
+    BufferDesc desc;
+    desc.m_Type = ShaderUtils::BT_Value;
+    desc.m_ShaderType = GetShaderType();
+    desc.m_nSize = sizeof(nRegSelector);
+    desc.m_nArraySize = 1;
+    const std::unique_ptr<CShaderDebuggerDeviceBuffer> pValueBuffer(GetHost()->CreateDeviceBuffer(desc));
+    const unsigned int nIndex = static_cast<unsigned int>(m_vpOriginalTargetBuffers.size()) + 2;
+    // The device takes the value when it is set; the object isn't needed any more.
+    return SD_Assert(GetHost(), pValueBuffer) && pValueBuffer->UpdateData(&nRegSelector, sizeof(nRegSelector)) &&
+           GetHost()->SetDeviceBuffer(GetShaderType(), nIndex, pValueBuffer.get());
+}
+
+void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
+{
+    if (bUpdateOriginalBuffers)
+    {
+        WriteBack();
+    }
+    m_vpOriginalTargetBuffers.clear();
+    m_vpOriginalTargetBuffersData.clear();
+    m_vpModifiedTargetBuffers.clear();
+    m_pSwitchedTargetBuffers[SD_Results].reset();
+    m_pSwitchedTargetBuffers[SD_ExecMask].reset();
+}
+
+/// Gives the client's memory what the last run left in the working copies. Of arguments that name one object each
+/// contributes what it changed.
+void CShaderDebuggerIL::WriteBack()
+{
+    std::map<void*, std::unique_ptr<CShaderDebuggerBuffer>> contents;
+    for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
+    {
+        if (m_vpModifiedTargetBuffers[i] == nullptr)
+        {
+            continue;
+        }
+        std::unique_ptr<CShaderDebuggerBuffer> pNow(m_vpModifiedTargetBuffers[i]->GetDataBuffer(nullptr));
+        const CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[i];
+        if (pNow == nullptr || HaveSameContents(*pNow, saved))
+        {
+            continue;
+        }
+        std::unique_ptr<CShaderDebuggerBuffer>& pMerged = contents[GetMemoryObject(*m_vpOriginalTargetBuffers[i])];
+        if (pMerged == nullptr)
+        {
+            pMerged = std::move(pNow);
+        }
+        else
+        {
+            Overlay(*pMerged, saved, *pNow);
+        }
+        m_vpOriginalTargetBuffers[i]->UpdateData(pMerged->GetData(), pMerged->GetSize());
+    }
+}
+
+} // namespace OVK_ShaderDebugger

@@ -1,0 +1,146 @@
+#include "core/Log.h"
+#include "core/ShaderDebuggerBuffer.h"
+#include "core/ShaderDebuggerResult.h"
+#include "core/ShaderDebuggerVariables.h"
+#include "engine/ShaderDebuggerIL.h"
+#include "engine/ShaderDebuggerShaderIL.h"
+
+#include <new>
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+/// The first work-item that a mask marks as active; the default one for a mask in a form that isn't searched.
+ThreadID FindActive(const CShaderDebuggerBuffer& mask, int nSubResource)
+{
+    switch (mask.GetFormat())
+    {
+    case ShaderUtils::BF_RGBA_8:
+    {
+        unsigned char point[4] = {0xFF, 0xFF, 0xFF, 0xFF};
+        return mask.FindThread(point, nSubResource);
+    }
+    case ShaderUtils::BF_RGBA_32F:
+    case ShaderUtils::BF_XYZW_32F:
+    {
+        float point[4] = {1.0f, 1.0f, 1.0f, 1.0f};
+        return mask.FindThread(point, nSubResource);
+    }
+    default:
+        return ThreadID();
+    }
+}
+
+} // namespace
+
+CShaderDebuggerVariables* CShaderDebuggerIL::GetVariables(ThreadID& threadID)
+{
+    if (!ShaderUtils::IsValid(threadID))
+    {
+        threadID = GetCurrentThread();
+    }
+    if (!ShaderUtils::IsValid(threadID))
+    {
+        SetThreadIDUsingResult(threadID);
+    }
+    CShaderDebuggerVariables* pVariables = new (std::nothrow) CShaderDebuggerVariables;
+    if (pVariables != nullptr && GetCurrentShader() != nullptr)
+    {
+        GetASMVariables(pVariables, threadID);
+    }
+    return pVariables;
+}
+
+bool CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID)
+{
+    for (const auto& entry : m_Results)
+    {
+        if (entry.first == s_szNoDestination)
+        {
+            continue;
+        }
+        const CShaderDebuggerResult& result = *entry.second;
+        float fValues[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+        if (result.GetResult() != nullptr)
+        {
+            result.GetResult()->GetThreadValue(fValues, threadID);
+        }
+        const bool bChanged = result.GetLastStep().m_nPos == GetCurrentInstruction().m_nPos;
+        pVariables->AddRegister(entry.first, bChanged ? result.GetChangedMask() : RegisterMask(0),
+                                result.GetComponentCount(), fValues, result.GetDataType());
+    }
+    pVariables->SetThreadID(threadID);
+    pVariables->SetWidth(GetBufferWidth());
+    pVariables->SetHeight(GetBufferHeight());
+    pVariables->Sort();
+    return true;
+}
+
+/// Picks a work-item when none is chosen.
+bool CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
+{
+    if (ShaderUtils::IsValid(threadID))
+    {
+        return true;
+    }
+    for (const auto& entry : m_Results)
+    {
+        const CShaderDebuggerBuffer* pExecMask = entry.second->GetExecMask();
+        if (pExecMask == nullptr)
+        {
+            continue;
+        }
+        const ThreadID found = FindActive(*pExecMask, threadID.nSubResource);
+        if (ShaderUtils::IsValid(found))
+        {
+            threadID = found;
+            SetCurrentThread(threadID);
+            return true;
+        }
+    }
+    for (const auto& entry : m_Results)
+    {
+        const CShaderDebuggerBuffer* pResult = entry.second->GetResult();
+        if (pResult != nullptr)
+        {
+            threadID = ThreadID(ShaderUtils::GetThreadIDType(pResult->GetType()), 0, 0, 0, 0);
+            return true;
+        }
+    }
+    return false;
+}
+
+CShaderDebuggerBuffer* CShaderDebuggerIL::GetRegisterResultsBuffer(VariableID& variableID)
+{
+    const CShaderDebuggerResult* pResult = nullptr;
+    if (variableID.type == VID_LastTouched)
+    {
+        pResult = m_pLastTouchedResult;
+    }
+    else if (variableID.type == VID_ByName)
+    {
+        pResult = FindResult(m_Results, variableID.strName);
+    }
+    return pResult != nullptr ? pResult->GetResult() : nullptr;
+}
+
+CShaderDebuggerBuffer* CShaderDebuggerIL::GetGlobalResultsBuffer(const VariableID& variableID)
+{
+    CShaderDebuggerResult* pResult = FindResult(m_GlobalResults, variableID.strName);
+    if (pResult == nullptr)
+    {
+        return nullptr;
+    }
+    UpdateGlobalResult(pResult);
+    return pResult->GetResult();
+}
+
+CShaderDebuggerBuffer* CShaderDebuggerIL::GetExecutionMaskBuffer() const
+{
+    return m_pLastTouchedResult != nullptr ? m_pLastTouchedResult->GetExecMask() : nullptr;
+}
+
+} // namespace OVK_ShaderDebugger
