@@ -3,6 +3,8 @@
 #include "platform/runtime/ApiCall.h"
 #include "platform/runtime/Dispatch.h"
 
+#include <cstring>
+
 namespace KestrelPlatform::Runtime
 {
 
