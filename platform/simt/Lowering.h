@@ -120,7 +120,7 @@ private:
     bool LowerSpecial();
     bool LowerVectorProduct();
     bool LowerNormalize(bool bHalf);
-    bool LowerReflect(bool bHalf);
+    bool LowerReflect();
     bool LowerCompareSelect();
     bool LowerBitInsert();
     bool LowerSinCos();

@@ -158,20 +158,18 @@ bool CLowering::LowerNormalize(bool bHalf)
 }
 
 /// a - 2 * dot(a, b) * b
-bool CLowering::LowerReflect(bool bHalf)
+bool CLowering::LowerReflect()
 {
     const SOperand& a = m_Stream.Source(*m_pItem, 0);
     const SOperand& b = m_Stream.Source(*m_pItem, 1);
-    const T eType = bHalf ? T::H : T::F;
-    const ELaneOp eMultiply = bHalf ? LANE_HalfMultiply : LANE_Multiply;
-    const uint32_t nTwice = Binary(eMultiply, Dot(a, b, 3, bHalf), ConstantRow(bHalf ? 0x4000 : 0x40000000));
+    const uint32_t nTwice = Binary(LANE_Multiply, Dot(a, b, 3, false), ConstantRow(0x40000000));
     uint32_t nRows[4];
     for (uint32_t n = 0; n < 4; ++n)
     {
-        const uint32_t nAlong = Binary(eMultiply, nTwice, Source(b, n, eType));
-        nRows[n] = Binary(bHalf ? LANE_HalfSubtract : LANE_FloatSubtract, Source(a, n, eType), nAlong);
+        const uint32_t nAlong = Binary(LANE_Multiply, nTwice, Source(b, n, T::F));
+        nRows[n] = Binary(LANE_FloatSubtract, Source(a, n, T::F), nAlong);
     }
-    return WriteRows(eType, nRows);
+    return WriteRows(T::F, nRows);
 }
 
 /// The relation that the controls of compares, ifc, breakc and continuec name.
@@ -263,9 +261,7 @@ bool CLowering::LowerSpecial()
     case IL_OP_F16_NRM:
         return LowerNormalize(true);
     case IL_OP_REFLECT:
-        return LowerReflect(false);
-    case IL_OP_F16_REFLECT:
-        return LowerReflect(true);
+        return LowerReflect();
     case IL_OP_SET:
     case IL_OP_CMP:
     case IL_OP_CMOV:
