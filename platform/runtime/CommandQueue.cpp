@@ -131,7 +131,7 @@ bool CCommandQueue::IsOwnThread() const
 void CCommandQueue::OnLastClientRelease()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_bThread && !m_pFirst && !m_bExecuting)
+    if (m_bThread)
         m_closing.emplace();
     m_wake.notify_one();
 }
@@ -155,7 +155,6 @@ std::optional<CActivity> CCommandQueue::Work()
     std::unique_lock<std::mutex> lock(m_mutex);
     while (std::unique_ptr<SCommand> pCommand = TakeFirst(lock))
     {
-        m_bExecuting = true;
         lock.unlock();
         pCommand->m_pEvent->SetStatus(CL_SUBMITTED);
         const cl_int nWaited = WaitForAll(pCommand->m_vWaitList);
@@ -170,7 +169,6 @@ std::optional<CActivity> CCommandQueue::Work()
         pCommand->m_pEvent->SetStatus(std::min(nResult, CL_COMPLETE));
         pCommand.reset();
         lock.lock();
-        m_bExecuting = false;
         m_bCommandFailed |= nWaited == CL_SUCCESS && nResult < 0;
         ++m_nEnded;
         m_ended.notify_all();

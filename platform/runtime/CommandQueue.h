@@ -61,7 +61,7 @@ protected:
     void OnLastClientRelease() override;
 
 private:
-    /// The queue's thread. Gives what the last release of an idle queue left for its end.
+    /// The queue's thread. Gives what is to last until the thread has dropped the queue.
     std::optional<CActivity> Work();
     std::unique_ptr<SCommand> TakeFirst(std::unique_lock<std::mutex>& lock);
     cl_int Execute(SCommand& command);
@@ -78,9 +78,8 @@ private:
     cl_ulong m_nHandedOver = 0;
     cl_ulong m_nEnded = 0;
     bool m_bThread = false;
-    bool m_bExecuting = false;
     bool m_bCommandFailed = false;
-    std::optional<CActivity> m_closing; ///< from the last release of an idle queue to the thread's end
+    std::optional<CActivity> m_closing; ///< from the client's last release to the thread's end
 };
 
 } // namespace KestrelPlatform::Runtime
