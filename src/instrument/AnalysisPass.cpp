@@ -10,16 +10,13 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// The bit of an mdef's modifier word that marks an outline macro.
-constexpr unsigned int s_nOutlineBit = 1u << 16;
-
 /// How far back the index of a written register is followed.
 constexpr size_t s_nMaxResolveDepth = 100;
 
 } // namespace
 
 CAnalysisPass::CAnalysisPass(CAnalyzedShaderIL& shader, CInputTokenStream<unsigned int>& src, LineNumber nLine)
-    : m_Shader(shader), m_Src(src), m_nLine(nLine), m_strKernelName(shader.KernelName())
+    : m_Shader(shader), m_Src(src), m_nLine(nLine)
 {
 }
 
@@ -96,7 +93,7 @@ bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
         return false;
     }
 
-    if (!m_bOutlineMacroEncountered && IsOutlineMacro(item))
+    if (!m_bOutlineMacroEncountered && m_Shader.IsOutlineMacro(item.GetInstructionModifier(), m_Src))
     {
         m_bInOutlineMacro = true;
         m_bOutlineMacroEncountered = true;
@@ -108,13 +105,6 @@ bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
     m_Shader.SkipMacros(m_Src, nNumMacroLines);
     m_nLine += nNumMacroLines;
     return true;
-}
-
-bool CAnalysisPass::IsOutlineMacro(const CShaderDebuggerInstructionIL& item) const
-{
-    std::string strComment;
-    return (item.GetInstructionModifier() & s_nOutlineBit) != 0 && m_Shader.PeekFollowingComment(m_Src, strComment) &&
-           strComment == m_strKernelName;
 }
 
 bool CAnalysisPass::TakeInstruction(CShaderDebuggerInstructionIL& item)

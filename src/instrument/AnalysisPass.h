@@ -42,7 +42,6 @@ private:
     bool TakeMacroDef(const CShaderDebuggerInstructionIL& item);
     bool TakeMacroEnd();
     bool TakeInstruction(CShaderDebuggerInstructionIL& item);
-    bool IsOutlineMacro(const CShaderDebuggerInstructionIL& item) const;
     bool Dispatch(const CShaderDebuggerInstructionIL& item);
     void NoteWrittenRegister(const CShaderDebuggerInstructionIL& instruction);
     bool MakeWrittenRegister(const CShaderDebuggerInstructionIL& instruction, Register& reg) const;
@@ -102,7 +101,6 @@ private:
     CAnalyzedShaderIL& m_Shader;
     CInputTokenStream<unsigned int>& m_Src;
     LineNumber m_nLine;
-    std::string m_strKernelName;
     std::vector<CIL_FCConstruct*> m_FCStack; ///< open blocks, the innermost at the back
     unsigned int m_nLoopDepth = 0;
     unsigned int m_nMaxLoopDepth = 0;

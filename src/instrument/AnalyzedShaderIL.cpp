@@ -18,6 +18,9 @@ namespace
 
 constexpr unsigned int s_nNotSet = std::numeric_limits<unsigned int>::max();
 
+/// The bit of an mdef's modifier word that marks an outline macro.
+constexpr IL s_nOutlineBit = 1u << 16;
+
 struct SShaderKind
 {
     unsigned int nInVersion;
@@ -290,6 +293,12 @@ bool CAnalyzedShaderIL::PeekFollowingComment(const CInputTokenStream<unsigned in
     const char* pText = reinterpret_cast<const char*>(pTokens + 2);
     strComment.assign(pText, strnlen(pText, size_t(pTokens[1]) * sizeof(unsigned int)));
     return true;
+}
+
+bool CAnalyzedShaderIL::IsOutlineMacro(IL instMod, const CInputTokenStream<unsigned int>& src) const
+{
+    std::string strComment;
+    return (instMod & s_nOutlineBit) != 0 && PeekFollowingComment(src, strComment) && strComment == KernelName();
 }
 
 bool CAnalyzedShaderIL::IsPrivateUAVWrite(const CShaderDebuggerInstructionIL& instruction) const

@@ -124,6 +124,9 @@ protected:
     unsigned int FunctionOf(InstructionNumber nInst) const;
     CIL_FCConstruct* ConstructOf(InstructionNumber nInst) const;
 
+    /// Whether a macro is the outline of this kernel: bit 16 of its modifier word, and the comment that comes next.
+    bool IsOutlineMacro(IL instMod, const CInputTokenStream<unsigned int>& src) const;
+
     /// The name of the kernel under debug, from the host.
     std::string KernelName() const;
 

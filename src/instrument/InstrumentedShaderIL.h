@@ -96,6 +96,9 @@ protected:
     size_t m_nPatchedShaderSize;
 
 private:
+    /// The UAV through which the older devices reach memory of all widths. The preamble declares it.
+    static constexpr unsigned int ARENA_UAV = 8;
+
     struct SPass;
 
     // The pass (Patcher.cpp).

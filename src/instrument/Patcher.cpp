@@ -8,12 +8,6 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// The bit of an mdef's modifier word that marks an outline macro.
-constexpr unsigned int s_nOutlineBit = 1u << 16;
-
-/// The arena UAV that the preamble declares.
-constexpr unsigned int s_nArenaUAV = 8;
-
 /// Written behind the stores, since the function's code may not run on.
 bool IsReturnLike(ILOpCode op)
 {
@@ -156,7 +150,7 @@ bool CInstrumentedShaderIL::IsReplacedDeclaration(const SItem& item) const
         return IsCompute() && nControls == m_nRawUAVNum;
 
     case IL_OP_DCL_ARENA_UAV:
-        return IsCompute() && nControls == s_nArenaUAV;
+        return IsCompute() && nControls == ARENA_UAV;
 
     default:
         return false;
@@ -171,11 +165,8 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
     }
 
     pass.dest.WriteTokens(item.pTokens, item.nLength);
-    std::string strComment;
-    const bool bOutline = !pass.bOutlineMacroEncountered && (item.pTokens[1] & s_nOutlineBit) != 0 &&
-                          PeekFollowingComment(pass.src, strComment) && strComment == KernelName();
 
-    if (!bOutline)
+    if (pass.bOutlineMacroEncountered || !IsOutlineMacro(item.pTokens[1], pass.src))
     {
         return CopyMacros(pass.src, pass.dest);
     }

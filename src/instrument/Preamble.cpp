@@ -14,9 +14,6 @@ constexpr unsigned int s_LiteralValues[] = {0, 1, 2, ~0u, 16};
 /// The arguments that a patched kernel has behind the kernel's own.
 constexpr unsigned int s_nAddedArguments = 3;
 
-/// The UAV through which the older devices reach memory of all widths.
-constexpr unsigned int s_nArenaUAV = 8;
-
 constexpr unsigned int s_nRawStride = 4;
 constexpr unsigned int s_nRawLength = 4;
 
@@ -53,7 +50,7 @@ void CInstrumentedShaderIL::WriteBufferDeclarations(CDest& dest)
     if (!m_bTidewater)
     {
         WriteInstruction(dest, IL_OP_DCL_RAW_UAV, m_nRawUAVNum);
-        WriteInstruction(dest, IL_OP_DCL_ARENA_UAV, s_nArenaUAV);
+        WriteInstruction(dest, IL_OP_DCL_ARENA_UAV, ARENA_UAV);
         return;
     }
 
