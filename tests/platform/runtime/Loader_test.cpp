@@ -1,0 +1,124 @@
+#include "Kernels.h"
+#include "Runtime.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+/// The runtime as an installable client driver, behind the system's own loader.
+namespace
+{
+
+constexpr const char* s_pszLoader = "/usr/lib/x86_64-linux-gnu/libOpenCL.so.1";
+
+/// A folder that names our runtime as the only driver.
+class CVendorsFolder
+{
+public:
+    CVendorsFolder() : m_strPath(std::string(KESTREL_BINARY_DIR) + "/vendors-" + std::to_string(getpid()))
+    {
+        std::system(("mkdir -p '" + m_strPath + "'").c_str());
+        std::ofstream(m_strPath + "/kestrel.icd") << RuntimePath() << "\n";
+        setenv("OCL_ICD_VENDORS", m_strPath.c_str(), 1);
+    }
+    ~CVendorsFolder()
+    {
+        std::remove((m_strPath + "/kestrel.icd").c_str());
+        rmdir(m_strPath.c_str());
+    }
+
+private:
+    std::string m_strPath;
+};
+
+class CLoaderTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (access(s_pszLoader, R_OK) != 0)
+            GTEST_SKIP() << "no loader on this machine";
+    }
+
+    static CVendorsFolder& Vendors()
+    {
+        static CVendorsFolder s_folder;
+        return s_folder;
+    }
+};
+
+TEST_F(CLoaderTest, AKernelRunsThroughIt)
+{
+    Vendors();
+    static SRuntimeEntries cl(s_pszLoader);
+    ASSERT_NE(cl.m_pModule, nullptr);
+    cl_platform_id platform = nullptr;
+    cl_uint nPlatforms = 0;
+    ASSERT_EQ(cl.clGetPlatformIDs(1, &platform, &nPlatforms), CL_SUCCESS);
+    EXPECT_EQ(nPlatforms, 1u);
+    cl_device_id device = nullptr;
+    ASSERT_EQ(cl.clGetDeviceIDs(platform, CL_DEVICE_TYPE_DEFAULT, 1, &device, nullptr), CL_SUCCESS);
+    cl_int nError = -1;
+    cl_context context = cl.clCreateContext(nullptr, 1, &device, nullptr, nullptr, &nError);
+    ASSERT_EQ(nError, CL_SUCCESS);
+
+    // The call of a later version that a client behind a loader takes.
+    ASSERT_NE(cl.clCreateCommandQueueWithProperties, nullptr);
+    const cl_queue_properties wrong[] = {0x7777, 1, 0};
+    EXPECT_EQ(cl.clCreateCommandQueueWithProperties(context, device, wrong, &nError), nullptr);
+    EXPECT_EQ(nError, CL_INVALID_VALUE);
+    const cl_queue_properties properties[] = {CL_QUEUE_PROPERTIES, 0x8000000000000000ULL | CL_QUEUE_PROFILING_ENABLE,
+                                              0};
+    cl_command_queue queue = cl.clCreateCommandQueueWithProperties(context, device, properties, &nError);
+    ASSERT_EQ(nError, CL_SUCCESS);
+    cl_command_queue_properties nProperties = 0;
+    cl.clGetCommandQueueInfo(queue, CL_QUEUE_PROPERTIES, sizeof(nProperties), &nProperties, nullptr);
+    EXPECT_EQ(nProperties, 0x8000000000000000ULL | CL_QUEUE_PROFILING_ENABLE);
+
+    const std::string strSource = ScaleModule(true);
+    const char* pszSource = strSource.c_str();
+    cl_program program = cl.clCreateProgramWithSource(context, 1, &pszSource, nullptr, nullptr);
+    ASSERT_EQ(cl.clBuildProgram(program, 0, nullptr, "-g", nullptr, nullptr), CL_SUCCESS);
+    cl_kernel kernel = cl.clCreateKernel(program, "scale", nullptr);
+    std::vector<cl_float> vValues(64, 1.5f);
+    cl_mem buffer = cl.clCreateBuffer(context, CL_MEM_USE_HOST_PTR, 256, vValues.data(), nullptr);
+    const cl_float fScale = 4.0f;
+    cl.clSetKernelArg(kernel, 0, sizeof(buffer), &buffer);
+    cl.clSetKernelArg(kernel, 1, sizeof(fScale), &fScale);
+    cl.clSetKernelArg(kernel, 2, sizeof(buffer), &buffer);
+    const size_t nGlobal = 64;
+    EXPECT_EQ(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &nGlobal, nullptr, 0, nullptr, nullptr), CL_SUCCESS);
+    EXPECT_EQ(cl.clFinish(queue), CL_SUCCESS);
+    EXPECT_EQ(vValues, std::vector<cl_float>(64, 6.0f));
+
+    // What version 1.2 lacks ends in an error, not in a jump to nowhere.
+    using SvmAlloc = void*(CL_API_CALL*)(cl_context, cl_bitfield, size_t, cl_uint);
+    const auto svmAlloc = reinterpret_cast<SvmAlloc>(dlsym(cl.m_pModule, "clSVMAlloc"));
+    ASSERT_NE(svmAlloc, nullptr);
+    EXPECT_EQ(svmAlloc(context, 0, 16, 0), nullptr);
+
+    cl.clReleaseMemObject(buffer);
+    cl.clReleaseKernel(kernel);
+    cl.clReleaseProgram(program);
+    cl.clReleaseCommandQueue(queue);
+    cl.clReleaseContext(context);
+}
+
+TEST_F(CLoaderTest, AnIndependentClientListsThePlatform)
+{
+    Vendors();
+    if (std::system("command -v clinfo >/dev/null") != 0)
+        GTEST_SKIP() << "clinfo isn't installed";
+    std::FILE* pPipe = popen("clinfo --list 2>&1", "r");
+    ASSERT_NE(pPipe, nullptr);
+    std::string strOutput;
+    for (char buffer[256]; std::fgets(buffer, sizeof(buffer), pPipe);)
+        strOutput += buffer;
+    EXPECT_EQ(pclose(pPipe), 0);
+    for (const char* pszName : {"Quench", "Kiln", "Host"})
+        EXPECT_NE(strOutput.find(pszName), std::string::npos) << strOutput;
+}
+
+} // namespace
