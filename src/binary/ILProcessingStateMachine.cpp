@@ -1,7 +1,5 @@
 #include "binary/ILProcessingStateMachine.h"
 
-#include <cstring>
-
 namespace OVK_ShaderDebugger
 {
 
@@ -90,10 +88,47 @@ constexpr bool AreComplete()
 }
 static_assert(AreComplete(), "every state has a rule for any other character and leads to a state");
 
-bool Applies(const SRule& rule, char c)
+/// The index of the rule for each state and character, so that a character costs one look-up.
+struct SRuleIndex
 {
-    return rule.szInput == nullptr || (c != 0 && std::strchr(rule.szInput, c) != nullptr);
+    unsigned char nRule[s_nNumStates][256];
+};
+
+constexpr bool Applies(const SRule& rule, char c)
+{
+    if (rule.szInput == nullptr)
+    {
+        return true;
+    }
+    for (const char* pInput = rule.szInput; *pInput != 0; ++pInput)
+    {
+        if (*pInput == c)
+        {
+            return true;
+        }
+    }
+    return false;
 }
+
+constexpr SRuleIndex MakeRuleIndex()
+{
+    SRuleIndex index = {};
+    for (int nState = 0; nState < s_nNumStates; ++nState)
+    {
+        for (int nCharacter = 0; nCharacter < 256; ++nCharacter)
+        {
+            unsigned char nRule = 0;
+            while (!Applies(s_States[nState].rules[nRule], static_cast<char>(nCharacter)))
+            {
+                ++nRule;
+            }
+            index.nRule[nState][nCharacter] = nRule;
+        }
+    }
+    return index;
+}
+
+constexpr SRuleIndex s_RuleIndex = MakeRuleIndex();
 
 } // namespace
 
@@ -125,21 +160,18 @@ void ILProcessingStateMachine::execute(unsigned int* pOutputSize)
 
 void ILProcessingStateMachine::Act()
 {
-    const SRule* pRule = s_States[m_nextStateNum].rules;
-    while (!Applies(*pRule, m_currentChar))
-    {
-        ++pRule;
-    }
-    for (const char* pText = pRule->szOutput; *pText != 0; ++pText)
+    const unsigned char nRule = s_RuleIndex.nRule[m_nextStateNum][static_cast<unsigned char>(m_currentChar)];
+    const SRule& rule = s_States[m_nextStateNum].rules[nRule];
+    for (const char* pText = rule.szOutput; *pText != 0; ++pText)
     {
         *m_out++ = *pText;
     }
-    if (pRule->bCopies)
+    if (rule.bCopies)
     {
         *m_out++ = m_currentChar;
     }
-    m_isCharInCache = pRule->bKeeps;
-    m_nextStateNum = pRule->nNextState;
+    m_isCharInCache = rule.bKeeps;
+    m_nextStateNum = rule.nNextState;
 }
 
 void ILProcessingStateMachine::AdvanceToNextChar()

@@ -1,6 +1,8 @@
 #ifndef KESTREL_TESTS_BINARY_TESTIMAGE_H
 #define KESTREL_TESTS_BINARY_TESTIMAGE_H
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -122,18 +124,18 @@ public:
 /// What readelf warns of in an image; empty if it reads all of it.
 inline std::string ReadElfComplaints(const std::vector<char>& vImage)
 {
-    char szFile[] = "/tmp/kestrel_image_XXXXXX";
-    const int nFile = mkstemp(szFile);
+    std::string strFile = testing::TempDir() + "kestrel_image_XXXXXX";
+    const int nFile = mkstemp(&strFile[0]);
     if (nFile < 0)
     {
         return "no temporary file";
     }
     close(nFile);
-    std::ofstream(szFile, std::ios::binary).write(vImage.data(), static_cast<std::streamsize>(vImage.size()));
+    std::ofstream(strFile, std::ios::binary).write(vImage.data(), static_cast<std::streamsize>(vImage.size()));
 
     std::string strComplaints;
     bool bRead = false;
-    FILE* pPipe = popen((std::string("LC_ALL=C readelf -aW ") + szFile + " 2>&1").c_str(), "r");
+    FILE* pPipe = popen(("LC_ALL=C readelf -aW " + strFile + " 2>&1").c_str(), "r");
     char szLine[4096];
     while (pPipe != nullptr && fgets(szLine, sizeof(szLine), pPipe) != nullptr)
     {
@@ -145,7 +147,7 @@ inline std::string ReadElfComplaints(const std::vector<char>& vImage)
         }
     }
     const int nStatus = pPipe == nullptr ? 1 : pclose(pPipe);
-    unlink(szFile);
+    unlink(strFile.c_str());
     return bRead && nStatus == 0 ? strComplaints : "readelf failed: " + strComplaints;
 }
 
