@@ -27,13 +27,15 @@ size_t Padded(size_t nBytes)
     return (nBytes + s_nWordBytes - 1) / s_nWordBytes * s_nWordBytes;
 }
 
-/// The 32-bit FNV-1a hash.
+/// The 32-bit FNV-1a hash, taken over words.
 uint32_t Checksum(std::string_view bytes)
 {
     uint32_t nHash = 2166136261u;
-    for (const char c : bytes)
+    for (size_t i = 0; i + s_nWordBytes <= bytes.size(); i += s_nWordBytes)
     {
-        nHash = (nHash ^ static_cast<unsigned char>(c)) * 16777619u;
+        uint32_t nWord;
+        std::memcpy(&nWord, bytes.data() + i, sizeof(nWord));
+        nHash = (nHash ^ nWord) * 16777619u;
     }
     return nHash;
 }
@@ -59,7 +61,9 @@ void ReadWords(std::string_view bytes, std::vector<uint32_t>& vWords)
 
 std::string WriteDeviceCode(const SDeviceCode& code)
 {
-    std::string strBody = code.strKernel;
+    std::string strBody;
+    strBody.reserve(code.strKernel.size() + (code.vTokens.size() + code.vLines.size() + 1) * s_nWordBytes);
+    strBody = code.strKernel;
     strBody.resize(Padded(strBody.size()), '\0');
     AppendWords(strBody, code.vTokens);
     AppendWords(strBody, code.vLines);
@@ -85,8 +89,8 @@ bool ReadDeviceCode(std::string_view block, SDeviceCode& code)
     const uint64_t nName = Padded(header.nNameBytes);
     const uint64_t nTokens = static_cast<uint64_t>(header.nTokens) * s_nWordBytes;
     const uint64_t nLines = static_cast<uint64_t>(header.nLines) * s_nWordBytes;
-    if (header.nMark != s_nMark || header.nVersion != s_nVersion || nName + nTokens + nLines != body.size() ||
-        header.nChecksum != Checksum(body))
+    if (header.nMark != s_nMark || header.nVersion != s_nVersion || body.size() % s_nWordBytes != 0 ||
+        nName + nTokens + nLines != body.size() || header.nChecksum != Checksum(body))
     {
         return false;
     }

@@ -98,7 +98,14 @@ std::vector<char> CElfWriter::Write() const
     }
 
     CStringTable sectionNames;
-    std::string strImage(sizeof(Elf64_Ehdr), '\0');
+    size_t nBytes = strSymbols.size() + 2 * symbolNames.Data().size();
+    for (const SSection& section : m_vSections)
+    {
+        nBytes += section.strData.size() + section.nAlignment + section.strName.size() + 2 * sizeof(Elf64_Shdr);
+    }
+    std::string strImage;
+    strImage.reserve(nBytes);
+    strImage.resize(sizeof(Elf64_Ehdr));
     std::string strHeaders;
     AppendRecord(strHeaders, Elf64_Shdr{});
     const auto Place = [&](const std::string& strName, Elf64_Shdr header, const std::string& strData)
