@@ -23,6 +23,7 @@ const char s_szMetadata[] = R"(;ARGSTART:__OpenCL_generated_kernel
 // l0: 2, 1, 0, -1; l1: small numbers to count and compare with; l2: bit masks.
 const char s_szHead[] = R"(il_cs_2_0
 dcl_cb cb0[10]
+dcl_cb cb1[1]
 dcl_literal l0, 2, 1, 0, -1
 dcl_literal l1, 3, 5, 7, 4
 dcl_literal l2, 1, 2, 4, 3
