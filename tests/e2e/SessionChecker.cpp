@@ -1,7 +1,6 @@
 #include "tests/e2e/SessionChecker.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace KestrelTest
 {
@@ -19,6 +18,7 @@ const uint32_t s_nTemp = 4;
 const uint32_t s_nIndexedTemp = 30;
 const uint32_t s_nMemory = 47;
 const size_t s_nMaxFindings = 20;
+const uint32_t s_nPageSize = 4096;
 
 std::string RegisterName(const SObservation& observation, size_t nItem)
 {
@@ -78,6 +78,14 @@ ovkclDebugCommand CSessionChecker::OnStarted(CSession& session)
     // The session opens with the first instruction executed.
     m_Position = m_pTracker->Advance(session.GetListing().GetInstructionNumber(session.GetListing().GetEntry()));
     m_setVisited.insert(m_Position);
+    // The call that leads into the kernel's function is taken behind the last stop, with what ends
+    // the main body.
+    SPosition entry;
+    while (m_pStructure->GetFunction(entry.nInstruction) == 0)
+    {
+        m_setVisited.insert(entry);
+        ++entry.nInstruction;
+    }
     return OVKCLDEBUG_COMMAND_STEP;
 }
 
@@ -166,6 +174,25 @@ void CSessionChecker::NoteWrite(const SObservation& observation)
     }
 }
 
+/// A session runs on copies of the buffers, so a device address differs from the plain run's by as
+/// much as the copy lies away: whole pages, and for one page always the same number of them.
+bool CSessionChecker::Agrees(const uint32_t* pGot, const Words& wanted)
+{
+    for (size_t i = 0; i < wanted.size(); ++i)
+    {
+        const uint32_t nDistance = pGot[i] - wanted[i];
+        if (nDistance % s_nPageSize != 0)
+        {
+            return false;
+        }
+        if (nDistance != 0 && m_mapPages.emplace(wanted[i] / s_nPageSize, nDistance).first->second != nDistance)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
 void CSessionChecker::CheckRegister(CSession& session, const SPosition& position)
 {
     const SObservation* pObservation = m_Trace.Find(position);
@@ -195,7 +222,7 @@ void CSessionChecker::CheckRegister(CSession& session, const SPosition& position
         const Values& values = m_mapKnown[strName];
         for (size_t i = 0; i < view.nItems; ++i)
         {
-            if (values[i] && std::memcmp(view[i], values[i]->data(), sizeof(Words)) != 0)
+            if (values[i] && !Agrees(view[i], *values[i]))
             {
                 Report(strName + " of work-item " + std::to_string(i) + " reads " + ToString(view[i]) + ", not " +
                        ToString(values[i]->data()));

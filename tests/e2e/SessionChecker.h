@@ -48,6 +48,7 @@ private:
     void CheckMask(const SPosition& position, const KestrelTool::SMaskView& mask);
     void CheckRegister(KestrelTool::CSession& session, const SPosition& position);
     void NoteWrite(const SObservation& observation);
+    bool Agrees(const uint32_t* pGot, const Words& wanted);
     void CheckUntouched();
 
     const KestrelTool::CLibraries& m_Lib;
@@ -57,6 +58,8 @@ private:
     std::unique_ptr<CTextStructure> m_pStructure;
     std::unique_ptr<CStopTracker> m_pTracker;
     std::map<std::string, Values> m_mapKnown; ///< what each register must read, by its name
+    /// How far the session's copy of a page of memory lies from the page of the plain run.
+    std::map<uint32_t, uint32_t> m_mapPages;
     std::set<SPosition> m_setVisited;
     std::vector<std::string> m_vFindings;
     SPosition m_Position;
