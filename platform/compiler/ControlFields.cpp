@@ -126,9 +126,9 @@ struct SFieldTable
 
 const SControlFields& GetControlFields(uint32_t nOpcode)
 {
-    static const SFieldTable* const s_pTable = new SFieldTable;
+    static const SFieldTable s_Table;
     static const SControlFields s_None;
-    return nOpcode < OpLast ? s_pTable->fields[nOpcode] : s_None;
+    return nOpcode < OpLast ? s_Table.fields[nOpcode] : s_None;
 }
 
 int FindFieldValue(const SControlField& field, std::string_view name)

@@ -2,11 +2,10 @@
 
 #include "platform/compiler/ControlFields.h"
 #include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/ItemWriter.h"
 #include "platform/compiler/Modifiers.h"
-#include "platform/compiler/RegisterNames.h"
 #include "platform/compiler/StreamHeader.h"
 
-#include <charconv>
 #include <cstring>
 #include <string_view>
 
@@ -15,18 +14,12 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Words above this are easier to read in hexadecimal.
-const uint32_t s_nLargestDecimal = 99999;
-
-const char s_Components[] = "xyzw01";
-const char s_MaskComponents[4][5] = {"____", "xyzw", "0000", "1111"};
-
 /// Prints one stream into a string. An object serves one call.
 class CPrinter
 {
 public:
     CPrinter(const uint32_t* pTokens, size_t nCount, std::string& strText)
-        : m_pTokens(pTokens), m_nCount(nCount), m_strText(strText)
+        : m_pTokens(pTokens), m_nCount(nCount), m_strText(strText), m_Writer(strText)
     {
     }
 
@@ -44,20 +37,7 @@ private:
     void PrintControls(const uint32_t* pItem, const SItemLayout& layout, uint32_t nBits);
     void PrintDestinationModifiers(const uint32_t* pItem, const SItemLayout& layout);
     void PrintModifierWords(const uint32_t* pItem, const SItemLayout& layout);
-    size_t PrintOperand(const uint32_t* pOperand, bool bDestination);
-    void PrintIndex(const uint32_t*& pWord);
     void PrintTrailingWord(uint32_t nOpcode, uint32_t nWord);
-    void PrintRegister(uint32_t nToken);
-    bool PrintMask(uint32_t nModifier);
-    bool PrintSourceModifier(uint32_t nModifier);
-
-    void Put(char c) { m_strText.push_back(c); }
-    void Put(std::string_view text) { m_strText.append(text); }
-    void PutDecimal(uint32_t n);
-    void PutHex(uint32_t n);
-    void PutNumber(uint32_t n) { n <= s_nLargestDecimal ? PutDecimal(n) : PutHex(n); }
-    void PutSuffix(const char* pName, uint32_t n);
-    void PutHexSuffix(const char* pName, uint32_t n);
     void PutSeparator();
 
     bool Fail(const char* pReason)
@@ -69,6 +49,7 @@ private:
     const uint32_t* m_pTokens;
     size_t m_nCount;
     std::string& m_strText;
+    CItemWriter m_Writer;
     size_t m_nToken = 0;
     const char* m_pReason = nullptr;
     bool m_bFirstOperand = true;
@@ -76,45 +57,9 @@ private:
     uint32_t m_nLastOpcode = 0;
 };
 
-void CPrinter::PutDecimal(uint32_t n)
-{
-    char buffer[16];
-    const auto result = std::to_chars(buffer, buffer + sizeof(buffer), n);
-    m_strText.append(buffer, result.ptr);
-}
-
-void CPrinter::PutHex(uint32_t n)
-{
-    char buffer[16] = {'0', 'x'};
-    const auto result = std::to_chars(buffer + 2, buffer + sizeof(buffer), n, 16);
-    for (char* p = buffer + 2; p != result.ptr; ++p)
-    {
-        *p = *p >= 'a' ? static_cast<char>(*p - 'a' + 'A') : *p;
-    }
-    m_strText.append(buffer, result.ptr);
-}
-
-void CPrinter::PutSuffix(const char* pName, uint32_t n)
-{
-    Put('_');
-    Put(pName);
-    Put('(');
-    PutNumber(n);
-    Put(')');
-}
-
-void CPrinter::PutHexSuffix(const char* pName, uint32_t n)
-{
-    Put('_');
-    Put(pName);
-    Put('(');
-    PutHex(n);
-    Put(')');
-}
-
 void CPrinter::PutSeparator()
 {
-    Put(m_bFirstOperand ? " " : ", ");
+    m_Writer.Put(m_bFirstOperand ? " " : ", ");
     m_bFirstOperand = false;
 }
 
@@ -161,22 +106,22 @@ bool CPrinter::PrintHeader()
     const char* pKind = GetStreamKindName(nVersion);
     if (nLanguage == 0 && pKind != nullptr)
     {
-        Put("il_");
-        Put(pKind);
-        Put('_');
-        PutDecimal((nVersion >> 8) & 0xFF);
-        Put('_');
-        PutDecimal(nVersion & 0xFF);
+        m_Writer.Put("il_");
+        m_Writer.Put(pKind);
+        m_Writer.Put('_');
+        m_Writer.PutDecimal((nVersion >> 8) & 0xFF);
+        m_Writer.Put('_');
+        m_Writer.PutDecimal(nVersion & 0xFF);
     }
     else
     {
-        Put("il(");
-        PutHex(nLanguage);
-        Put(", ");
-        PutHex(nVersion);
-        Put(')');
+        m_Writer.Put("il(");
+        m_Writer.PutHex(nLanguage);
+        m_Writer.Put(", ");
+        m_Writer.PutHex(nVersion);
+        m_Writer.Put(')');
     }
-    Put('\n');
+    m_Writer.Put('\n');
     m_nToken += 2;
     return true;
 }
@@ -199,7 +144,7 @@ bool CPrinter::PrintItem()
         PrintInstruction(pItem, layout);
         m_bJoiningComment = false;
     }
-    Put('\n');
+    m_Writer.Put('\n');
     m_nToken += layout.nWords;
     m_nLastOpcode = layout.nOpcode;
     return true;
@@ -241,20 +186,20 @@ void CPrinter::PrintComment(const uint32_t* pItem, const SItemLayout& layout)
     std::string_view text;
     if (!m_bJoiningComment && IsLineComment(pItem, layout, text))
     {
-        Put(';');
-        Put(text);
+        m_Writer.Put(';');
+        m_Writer.Put(text);
         m_bJoiningComment = HoldsJoiningWord(text);
         return;
     }
     m_bJoiningComment = false;
     m_bFirstOperand = true;
-    Put("comment");
+    m_Writer.Put("comment");
     PrintControls(pItem, layout, pItem[0] & ~(s_nOpcodeMask | s_nPrimaryBit | s_nSecondaryBit));
     PrintModifierWords(pItem, layout);
     for (size_t i = 1; i < layout.nTrailingWords; ++i)
     {
         PutSeparator();
-        PutHex(pItem[layout.nTrailing + i]);
+        m_Writer.PutHex(pItem[layout.nTrailing + i]);
     }
 }
 
@@ -267,7 +212,7 @@ void CPrinter::PrintInstruction(const uint32_t* pItem, const SItemLayout& layout
     for (uint32_t i = 0; i < nOperands; ++i)
     {
         PutSeparator();
-        nOffset += PrintOperand(pItem + nOffset, layout.bDestination && i == 0);
+        nOffset += m_Writer.PutOperand(pItem + nOffset, layout.bDestination && i == 0);
     }
     if (layout.nOpcode == OpDclTypelessUav)
     {
@@ -285,23 +230,23 @@ void CPrinter::PrintTrailingWord(uint32_t nOpcode, uint32_t nWord)
     switch (nOpcode)
     {
     case OpDclLiteral:
-        return PutHex(nWord);
+        return m_Writer.PutHex(nWord);
     // Whoever looks for a call in the text looks for its decimal label.
     case OpCall:
     case OpCallNZ:
     case OpCallLogicalZ:
     case OpCallLogicalNZ:
     case OpFunc:
-        return PutDecimal(nWord);
+        return m_Writer.PutDecimal(nWord);
     default:
-        return PutNumber(nWord);
+        return m_Writer.PutNumber(nWord);
     }
 }
 
 void CPrinter::PrintMnemonic(const uint32_t* pItem, const SItemLayout& layout)
 {
     const SInstructionShape& shape = GetInstructionShape(layout.nOpcode);
-    Put(shape.pName);
+    m_Writer.Put(shape.pName);
     uint32_t nBits = pItem[0] & ~s_nOpcodeMask;
     if (shape.bModifierWords)
     {
@@ -320,7 +265,7 @@ void CPrinter::PrintMnemonic(const uint32_t* pItem, const SItemLayout& layout)
     {
         PrintModifierWords(pItem, layout);
         PutSeparator();
-        PutDecimal((nBits >> 16) & s_nControlsMask);
+        m_Writer.PutDecimal((nBits >> 16) & s_nControlsMask);
         return;
     }
     PrintControls(pItem, layout, nBits);
@@ -331,35 +276,35 @@ void CPrinter::PrintMnemonic(const uint32_t* pItem, const SItemLayout& layout)
     }
     if (layout.nOpcode == OpDclConstBuffer && layout.nPrimary != 0)
     {
-        Put("_inline");
+        m_Writer.Put("_inline");
         for (size_t i = 0; i < pItem[layout.nPrimary]; ++i)
         {
             PutSeparator();
-            PutHex(pItem[layout.nPrimary + 1 + i]);
+            m_Writer.PutHex(pItem[layout.nPrimary + 1 + i]);
         }
     }
 }
 
 void CPrinter::PrintInstructionModifier(const uint32_t* pItem, const SItemLayout& layout, uint32_t& nBits)
 {
-    Put('(');
-    PutDecimal((pItem[0] >> 16) & s_nControlsMask);
-    Put(')');
+    m_Writer.Put('(');
+    m_Writer.PutDecimal((pItem[0] >> 16) & s_nControlsMask);
+    m_Writer.Put(')');
     nBits &= ~(s_nControlsMask << 16);
     const uint32_t nModifier = layout.nInstructionModifier;
     if (layout.nOpcode == OpMacroCall)
     {
-        PutSuffix("out", nModifier >> 16);
-        PutSuffix("in", nModifier & 0xFFFF);
+        m_Writer.PutSuffix("out", nModifier >> 16);
+        m_Writer.PutSuffix("in", nModifier & 0xFFFF);
         return;
     }
     if ((nModifier & s_nOutlineMacroBit) != 0)
     {
-        Put("_outline");
+        m_Writer.Put("_outline");
     }
     if ((nModifier & ~s_nOutlineMacroBit) != 0)
     {
-        PutHexSuffix("mod", nModifier & ~s_nOutlineMacroBit);
+        m_Writer.PutHexSuffix("mod", nModifier & ~s_nOutlineMacroBit);
     }
 }
 
@@ -376,30 +321,25 @@ void CPrinter::PrintControls(const uint32_t* pItem, const SItemLayout& layout, u
         nBits &= ~field.Mask();
         if (field.eForm == FieldValue)
         {
-            Put('_');
-            Put(field.pName);
+            m_Writer.PutSuffix(field.pName);
         }
         else if (nValue < field.nNames)
         {
-            Put('_');
-            Put(field.pName);
-            Put('(');
-            Put(field.pNames[nValue]);
-            Put(')');
+            m_Writer.PutSuffix(field.pName, field.pNames[nValue]);
         }
         else
         {
-            PutSuffix(field.pName, nValue);
+            m_Writer.PutSuffix(field.pName, nValue);
         }
     }
     if (layout.nOpcode == OpDclTypelessUav)
     {
-        PutSuffix("stride", pItem[layout.nTrailing]);
-        PutSuffix("length", pItem[layout.nTrailing + 1]);
+        m_Writer.PutSuffix("stride", pItem[layout.nTrailing]);
+        m_Writer.PutSuffix("length", pItem[layout.nTrailing + 1]);
     }
     if (nBits != 0)
     {
-        PutHexSuffix("ctl", nBits >> 16);
+        m_Writer.PutHexSuffix("ctl", nBits >> 16);
     }
 }
 
@@ -407,11 +347,11 @@ void CPrinter::PrintModifierWords(const uint32_t* pItem, const SItemLayout& layo
 {
     if (layout.nPrimary != 0 && layout.nOpcode != OpDclConstBuffer)
     {
-        PutHexSuffix("pri", pItem[layout.nPrimary]);
+        m_Writer.PutHexSuffix("pri", pItem[layout.nPrimary]);
     }
     if (layout.nSecondary != 0)
     {
-        PutHexSuffix("sec", pItem[layout.nSecondary]);
+        m_Writer.PutHexSuffix("sec", pItem[layout.nSecondary]);
     }
 }
 
@@ -435,217 +375,17 @@ void CPrinter::PrintDestinationModifiers(const uint32_t* pItem, const SItemLayou
         }
         if (field.nShift == s_nShiftScaleShift && nValue <= s_nShiftNames)
         {
-            Put('_');
-            Put(s_ShiftNames[nValue - 1]);
+            m_Writer.PutSuffix(s_ShiftNames[nValue - 1]);
         }
         else if (field.nWidth == 1)
         {
-            Put('_');
-            Put(field.pName);
+            m_Writer.PutSuffix(field.pName);
         }
         else
         {
-            PutSuffix(field.pName, nValue);
+            m_Writer.PutSuffix(field.pName, nValue);
         }
     }
-}
-
-void CPrinter::PrintRegister(uint32_t nToken)
-{
-    const uint32_t nType = (nToken >> 16) & 0x3F;
-    const uint32_t nNumber = nToken & 0xFFFF;
-    Put(GetRegisterTypeName(nType));
-    if (nType == RegisterTemp && (nToken & s_nOperandNegative) != 0)
-    {
-        Put('-');
-        PutDecimal(0x10000 - nNumber);
-        return;
-    }
-    if (nNumber != 0 || !IsRegisterNumberOptional(nType))
-    {
-        PutDecimal(nNumber);
-    }
-}
-
-/// \return false, with nothing printed, for a word that the mnemonic and the mask can't spell
-bool CPrinter::PrintMask(uint32_t nModifier)
-{
-    if ((nModifier & s_nDestinationReserved) != 0)
-    {
-        return false;
-    }
-    char mask[4];
-    for (unsigned int i = 0; i < 4; ++i)
-    {
-        mask[i] = s_MaskComponents[(nModifier >> (2 * i)) & 3][i];
-    }
-    size_t nLength = 4;
-    while (nLength > 1 && mask[nLength - 1] == '_')
-    {
-        --nLength;
-    }
-    const std::string_view letters(mask, nLength);
-    // Shortened only where letters alone tell the whole mask.
-    Put('.');
-    Put(letters.find_first_of("_01") == std::string_view::npos ? letters : std::string_view(mask, 4));
-    return true;
-}
-
-/// \return false, with nothing printed, for a word with a selector or bits that have no name
-bool CPrinter::PrintSourceModifier(uint32_t nModifier)
-{
-    if ((nModifier & s_nSourceReserved) != 0)
-    {
-        return false;
-    }
-    char swizzle[4];
-    for (unsigned int i = 0; i < 4; ++i)
-    {
-        const uint32_t nSelect = (nModifier >> (4 * i)) & 7;
-        if (nSelect > 5)
-        {
-            return false;
-        }
-        swizzle[i] = s_Components[nSelect];
-    }
-    const bool bOne = swizzle[0] == swizzle[1] && swizzle[0] == swizzle[2] && swizzle[0] == swizzle[3];
-    Put('.');
-    Put(std::string_view(swizzle, bOne ? 1 : 4));
-    if ((nModifier & s_nNegateBits) != 0)
-    {
-        Put("_neg(");
-        for (unsigned int i = 0; i < 4; ++i)
-        {
-            if (((nModifier >> (4 * i + 3)) & 1) != 0)
-            {
-                Put(s_Components[i]);
-            }
-        }
-        Put(')');
-    }
-    for (const SModifierField& field : s_SourceFields)
-    {
-        const uint32_t nValue = (nModifier & field.Mask()) >> field.nShift;
-        if (nValue == 0)
-        {
-            continue;
-        }
-        if (field.nWidth == 1)
-        {
-            Put('_');
-            Put(field.pName);
-        }
-        else
-        {
-            PutSuffix(field.pName, nValue);
-        }
-    }
-    return true;
-}
-
-void CPrinter::PrintIndex(const uint32_t*& pWord)
-{
-    const uint32_t nToken = *pWord++;
-    PrintRegister(nToken);
-    bool bSpelled = true;
-    uint32_t nModifier = 0;
-    if ((nToken & s_nOperandModifier) != 0)
-    {
-        nModifier = *pWord++;
-        bSpelled = PrintSourceModifier(nModifier);
-    }
-    if (!bSpelled)
-    {
-        Put("{mod(");
-        PutHex(nModifier);
-        Put(")}");
-    }
-    const bool bTemp = ((nToken >> 16) & 0x3F) == RegisterTemp;
-    const uint32_t nBits = nToken & s_nIndexRawBits & ~(bTemp ? s_nOperandNegative : 0);
-    if (nBits != 0)
-    {
-        Put("{bits(");
-        PutHex(nBits);
-        Put(")}");
-    }
-}
-
-size_t CPrinter::PrintOperand(const uint32_t* pOperand, bool bDestination)
-{
-    const uint32_t nToken = pOperand[0];
-    const uint32_t nAddressing = (nToken >> s_nOperandRelativeShift) & 3;
-    const bool bModifier = (nToken & s_nOperandModifier) != 0;
-    const uint32_t nModifier = bModifier ? pOperand[1] : 0;
-    const uint32_t* pWord = pOperand + (bModifier ? 2 : 1);
-    uint32_t nBits = nToken & s_nOperandReservedBits;
-
-    PrintRegister(nToken);
-    if (((nToken >> 16) & 0x3F) != RegisterTemp)
-    {
-        nBits |= nToken & s_nOperandNegative;
-    }
-    if ((nToken & s_nOperandDimension) != 0)
-    {
-        if (nAddressing == AddressAbsolute)
-        {
-            Put("[dim ");
-            PutNumber(*pWord++);
-            Put(']');
-        }
-        else
-        {
-            nBits |= s_nOperandDimension;
-        }
-    }
-    if (nAddressing == AddressOther)
-    {
-        nBits |= AddressOther << s_nOperandRelativeShift;
-    }
-    const bool bIndex = nAddressing == AddressRelative || nAddressing == AddressRegister;
-    const bool bImmediate = (nToken & s_nOperandImmediate) != 0;
-    if (bIndex || bImmediate)
-    {
-        Put('[');
-        if (nAddressing == AddressRegister)
-        {
-            PrintIndex(pWord);
-        }
-        else if (nAddressing == AddressRelative)
-        {
-            Put("rel(");
-            PutHex(*pWord++);
-            Put(')');
-        }
-        if (bImmediate)
-        {
-            if (bIndex)
-            {
-                Put('+');
-            }
-            PutNumber(*pWord++);
-        }
-        Put(']');
-    }
-    const bool bSpelled = !bModifier || (bDestination ? PrintMask(nModifier) : PrintSourceModifier(nModifier));
-    if (!bSpelled)
-    {
-        Put("{mod(");
-        PutHex(nModifier);
-        Put(")}");
-    }
-    if ((nToken & s_nOperandExtended) != 0)
-    {
-        Put("{ext(");
-        PutHex(*pWord++);
-        Put(")}");
-    }
-    if (nBits != 0)
-    {
-        Put("{bits(");
-        PutHex(nBits);
-        Put(")}");
-    }
-    return static_cast<size_t>(pWord - pOperand);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "platform/compiler/InstructionShape.h"
 
-#include <unordered_map>
+#include "platform/compiler/NameTable.h"
 
 namespace KestrelPlatform
 {
@@ -91,7 +91,9 @@ struct STables
 {
     SInstructionShape shapes[OpLast];
     bool bNoInstruction[OpLast] = {};
-    std::unordered_map<std::string_view, int> opcodes;
+    CNameTable<2048> opcodes;
+
+    STables();
 };
 
 void SetFormat(SInstructionShape& shape, int nFormat)
@@ -107,17 +109,16 @@ void SetFormat(SInstructionShape& shape, int nFormat)
     }
 }
 
-STables* MakeTables()
+STables::STables()
 {
-    STables* pTables = new STables;
     for (const SKeyword& keyword : s_Keywords)
     {
         if (keyword.nOpcode == 0 || keyword.nOpcode >= OpLast)
         {
             continue;
         }
-        pTables->opcodes.emplace(keyword.pName, static_cast<int>(keyword.nOpcode));
-        SInstructionShape& shape = pTables->shapes[keyword.nOpcode];
+        opcodes.Add(keyword.pName, static_cast<int>(keyword.nOpcode));
+        SInstructionShape& shape = shapes[keyword.nOpcode];
         if (shape.pName == nullptr)
         {
             shape.pName = keyword.pName;
@@ -125,36 +126,34 @@ STables* MakeTables()
         }
     }
     // The one opcode without a name whose shape is known: a count of words, as its sibling has it.
-    pTables->shapes[OpDclTotalNumThreadGroup].pName = "op(213)";
-    for (SInstructionShape& shape : pTables->shapes)
+    shapes[OpDclTotalNumThreadGroup].pName = "op(213)";
+    for (SInstructionShape& shape : shapes)
     {
         shape.bModifierWords = true;
     }
     for (const uint32_t nOpcode : s_NoModifierWords)
     {
-        pTables->shapes[nOpcode].bModifierWords = false;
+        shapes[nOpcode].bModifierWords = false;
     }
     for (const STail& tail : s_Tails)
     {
-        pTables->shapes[tail.nOpcode].eTrailing = tail.eTrailing;
+        shapes[tail.nOpcode].eTrailing = tail.eTrailing;
     }
-    pTables->shapes[OpMacroDef].bInstructionModifier = true;
-    pTables->shapes[OpMacroCall].bInstructionModifier = true;
+    shapes[OpMacroDef].bInstructionModifier = true;
+    shapes[OpMacroCall].bInstructionModifier = true;
     for (const SRange& range : s_NoInstructions)
     {
         for (uint32_t nOpcode = range.nFirst; nOpcode <= range.nLast; ++nOpcode)
         {
-            pTables->bNoInstruction[nOpcode] = true;
+            bNoInstruction[nOpcode] = true;
         }
     }
-    return pTables;
 }
 
 const STables& Tables()
 {
-    // Kept to the end of the process: a thread of the runtime may still compile while statics go.
-    static const STables* const s_pTables = MakeTables();
-    return *s_pTables;
+    static const STables s_Tables;
+    return s_Tables;
 }
 
 const char* const s_pCutShort = "the stream is cut short";
@@ -229,8 +228,7 @@ const SInstructionShape& GetInstructionShape(uint32_t nOpcode)
 
 int FindOpcode(std::string_view name)
 {
-    const auto it = Tables().opcodes.find(name);
-    return it == Tables().opcodes.end() ? -1 : it->second;
+    return Tables().opcodes.Find(name);
 }
 
 bool IsInstructionOpcode(uint32_t nOpcode)

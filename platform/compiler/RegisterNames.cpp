@@ -1,6 +1,6 @@
 #include "platform/compiler/RegisterNames.h"
 
-#include <unordered_map>
+#include "platform/compiler/NameTable.h"
 
 namespace KestrelPlatform
 {
@@ -76,6 +76,18 @@ const char* const s_Names[s_nRegisterTypes] = {"b",
                                                "out",
                                                "regtype"};
 
+class CRegisterTypes : public CNameTable<256>
+{
+public:
+    CRegisterTypes()
+    {
+        for (unsigned int nType = 0; nType < s_nRegisterTypes; ++nType)
+        {
+            Add(s_Names[nType], static_cast<int>(nType));
+        }
+    }
+};
+
 } // namespace
 
 const char* GetRegisterTypeName(unsigned int nType)
@@ -85,17 +97,8 @@ const char* GetRegisterTypeName(unsigned int nType)
 
 int FindRegisterType(std::string_view name)
 {
-    static const std::unordered_map<std::string_view, int> s_Types = []
-    {
-        std::unordered_map<std::string_view, int> types;
-        for (unsigned int nType = 0; nType < s_nRegisterTypes; ++nType)
-        {
-            types.emplace(s_Names[nType], static_cast<int>(nType));
-        }
-        return types;
-    }();
-    const auto it = s_Types.find(name);
-    return it == s_Types.end() ? -1 : it->second;
+    static const CRegisterTypes s_Types;
+    return s_Types.Find(name);
 }
 
 bool IsRegisterNumberOptional(unsigned int nType)
