@@ -275,6 +275,7 @@ TEST(LowLevelRuntime, ExportsItsNamesAndConverts)
     char* pText = nullptr;
     ASSERT_EQ(ToText(pBinary, nSize, QRL_LANGUAGE_IL, &pText), QRL_RESULT_OK);
     EXPECT_STREQ(pText, s_pText);
+    EXPECT_EQ(Free(pText), QRL_RESULT_OK);
     EXPECT_EQ(ToText(pBinary, nSize - 4, QRL_LANGUAGE_IL, &pText), QRL_RESULT_OK) << "without its end it still decodes";
     EXPECT_EQ(Free(pText), QRL_RESULT_OK);
     EXPECT_EQ(Free(pBinary), QRL_RESULT_OK);
