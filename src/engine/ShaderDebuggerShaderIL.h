@@ -67,11 +67,18 @@ public:
     /// Adds the current instruction with its register to m_ExecuteList.
     virtual bool UpdateTargetInstruction(bool bClearExecuteList);
 
+    /// The calls that the current instruction is in: their instructions' positions, the innermost first.
+    const std::deque<ProgramCounter>& GetCallPath() const { return m_CurrentCallStack; }
+    /// The opcode of an instruction; IL_OP_UNKNOWN behind the end.
+    ILOpCode OpCodeOf(InstructionNumber nInst) const { return OpCodeAt(nInst); }
     /// Makes sure that the last run was one of the whole kernel, so that the working copies hold its outputs.
     void CompleteKernel();
     /// Whether a work-item can leave a kernel, or not come to a function, without a store to the output buffers.
     bool CanMissStores() const { return m_bCanMissStores; }
     unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }
+
+protected:
+    void WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction) override; // PatchedMask.cpp
 
 private:
     /// Return positions, innermost first: which of its calls a function is in.

@@ -1,0 +1,95 @@
+#include "Kernels.h"
+#include "TestSession.h"
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+/// What each work-item that is active has in each register once an execution of the plain run has taken effect.
+void ExpectTrueValues(CTestSession& session, const CTrace& trace)
+{
+    const SPlace place = session.Place();
+    const std::vector<uint32_t> vMask = session.Mask();
+    std::map<std::string, std::vector<std::optional<uint32_t>>> values;
+    bool bFound = false;
+    for (const SExecuted& executed : trace.vExecuted)
+    {
+        auto& vValues = values[executed.strRegister];
+        vValues.resize(4 * vMask.size());
+        for (size_t n = 0; n < executed.vValues.size(); ++n)
+        {
+            if (executed.vMask[n / 4] != 0)
+            {
+                vValues[n] = executed.vValues[n];
+            }
+        }
+        bFound = !(executed.place < place) && !(place < executed.place);
+        if (bFound)
+        {
+            break;
+        }
+    }
+    ASSERT_TRUE(bFound) << "the plain run isn't at " << place;
+    values.erase("");
+    for (const auto& entry : values)
+    {
+        const std::vector<uint32_t> vRead = session.Read(entry.first);
+        ASSERT_FALSE(vRead.empty()) << entry.first << " at " << place;
+        for (size_t n = 0; n < vRead.size(); ++n)
+        {
+            if (vMask[n / 4] != 0 && entry.second[n].has_value())
+            {
+                EXPECT_EQ(vRead[n], *entry.second[n])
+                    << entry.first << " of " << n / 4 << ", component " << n % 4 << " at " << place;
+            }
+        }
+    }
+}
+
+class RunKernel : public testing::TestWithParam<SKernelCase>
+{
+};
+
+TEST_P(RunKernel, StopsInFrontOfEachLineWithTheValuesOfThePlainRun)
+{
+    for (InstructionNumber nLine = CTestSession::s_nBody + 1;; ++nLine)
+    {
+        CTestSession session(GetParam().strBody, GetParam().strFunctions);
+        const CTrace trace = session.Trace();
+        ASSERT_TRUE(session.Start());
+        const uint32_t nOpCode = session.Shader().OpCodeOf(nLine);
+        if (nOpCode == IL_OP_END)
+        {
+            break;
+        }
+        if (!session.Debugger().AddBreakPointAtInstructionNumber(nLine))
+        {
+            continue;
+        }
+        size_t nStops = 0;
+        while (session.Debugger().Run() && !HasFailure() && ++nStops < 1000)
+        {
+            EXPECT_EQ(session.Shader().GetNextInstruction().m_nPos, nLine);
+            ExpectTrueValues(session, trace);
+        }
+        ASSERT_FALSE(HasFailure()) << "breakpoint at " << nLine;
+        const size_t nExpected =
+            std::count_if(trace.vExecuted.begin(), trace.vExecuted.end(),
+                          [&](const SExecuted& executed) { return executed.place.nInstruction == nLine; });
+        if (!ILShaderUtils::IsFlowControlOp(ILOpCode(nOpCode)))
+        {
+            EXPECT_EQ(nStops, nExpected) << "breakpoint at " << nLine;
+        }
+        session.Debugger().EndDebugging(true);
+        EXPECT_EQ(session.Buffer(), session.Expected()) << "breakpoint at " << nLine;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, RunKernel, testing::ValuesIn(s_Kernels),
+                         [](const auto& info) { return std::string(info.param.pszName); });
+
+} // namespace
+
+} // namespace OVK_ShaderDebugger

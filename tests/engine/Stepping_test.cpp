@@ -1,0 +1,158 @@
+#include "Kernels.h"
+#include "TestSession.h"
+#include "engine/OpCodeRoles.h"
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+class SteppedKernel : public testing::TestWithParam<SKernelCase>
+{
+};
+
+/// The instructions whose mask is taken further on.
+bool IsDeferred(uint32_t nOpCode)
+{
+    return nOpCode == IL_OP_SWITCH || nOpCode == IL_OP_BREAK;
+}
+
+void CompareStop(CTestSession& session, const CTrace& trace, Registers& shown)
+{
+    const SPlace place = session.Place();
+    const SExecuted* pExecuted = trace.Find(place);
+    const uint32_t nOpCode = session.Shader().OpCodeOf(place.nInstruction);
+    const std::vector<uint32_t> vMask = session.Mask();
+    const std::vector<uint32_t> vExpected =
+        pExecuted != nullptr ? pExecuted->vMask : std::vector<uint32_t>(CTestSession::s_nItems, 0);
+    if (!IsDeferred(nOpCode))
+    {
+        EXPECT_EQ(vMask, vExpected) << "mask at " << place;
+    }
+    if (pExecuted != nullptr && !pExecuted->strRegister.empty())
+    {
+        std::vector<uint32_t>& vShown = shown[pExecuted->strRegister];
+        const std::vector<uint32_t> vRead = session.Read(pExecuted->strRegister);
+        ASSERT_EQ(vRead.size(), pExecuted->vValues.size()) << "at " << place;
+        if (vShown.empty())
+        {
+            vShown = vRead;
+        }
+        for (size_t n = 0; n < vShown.size(); ++n)
+        {
+            vShown[n] = pExecuted->vMask[n / 4] != 0 ? pExecuted->vValues[n] : vShown[n];
+        }
+    }
+    for (const auto& entry : shown)
+    {
+        EXPECT_EQ(session.Read(entry.first), entry.second) << entry.first << " at " << place;
+    }
+}
+
+TEST_P(SteppedKernel, ShowsWhatThePlainRunDoes)
+{
+    CTestSession session(GetParam().strBody, GetParam().strFunctions);
+    const CTrace trace = session.Trace();
+    ASSERT_FALSE(trace.vExecuted.empty());
+    ASSERT_TRUE(session.Start()) << session.Device().strShaderError;
+    const CSimtDevice::Bytes before = session.Buffer();
+    Registers shown;
+    unsigned int nStops = 0;
+    do
+    {
+        CompareStop(session, trace, shown);
+        EXPECT_EQ(session.Buffer(), before);
+    } while (!HasFailure() && ++nStops < 1000 && session.Debugger().Step());
+    ASSERT_LT(nStops, 1000u);
+    session.TakeRuns();
+    EXPECT_FALSE(session.Debugger().Step());
+    EXPECT_EQ(session.TakeRuns(), 0u) << "behind the end";
+    session.Debugger().EndDebugging(true);
+    EXPECT_EQ(session.Buffer(), session.Expected());
+}
+
+TEST_P(SteppedKernel, GoesBackToWhatItShowed)
+{
+    CTestSession session(GetParam().strBody, GetParam().strFunctions);
+    ASSERT_TRUE(session.Start());
+    struct SShown
+    {
+        ProgramCounter pc;
+        std::vector<uint32_t> vMask;
+        Registers registers;
+    };
+    std::vector<SShown> vShown;
+    const auto note = [&] {
+        return SShown{session.Debugger().GetCurrentInstruction(), session.Mask(), session.ReadAll()};
+    };
+    do
+    {
+        vShown.push_back(note());
+    } while (session.Debugger().Step());
+    // The last step ends the kernel; go back and forth in front of it.
+    for (const size_t nBack : {size_t(1), size_t(3), vShown.size() - 2})
+    {
+        const size_t nLast = vShown.size() - 1;
+        const bool bAtLast = session.Debugger().GetCurrentInstruction() == vShown[nLast].pc;
+        if (!bAtLast)
+        {
+            ASSERT_TRUE(session.Debugger().Back());
+        }
+        for (size_t n = 1; n <= std::min(nBack, nLast); ++n)
+        {
+            ASSERT_TRUE(session.Debugger().Back());
+            const SShown now = note();
+            EXPECT_EQ(now.pc, vShown[nLast - n].pc);
+            EXPECT_EQ(now.vMask, vShown[nLast - n].vMask) << "back at " << session.Place();
+            EXPECT_EQ(now.registers, vShown[nLast - n].registers) << "back at " << session.Place();
+        }
+        for (size_t n = nLast - std::min(nBack, nLast) + 1; n <= nLast; ++n)
+        {
+            ASSERT_TRUE(session.Debugger().Step());
+            const SShown now = note();
+            EXPECT_EQ(now.pc, vShown[n].pc);
+            EXPECT_EQ(now.registers, vShown[n].registers) << "again at " << session.Place();
+        }
+        if (HasFailure())
+        {
+            return;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, SteppedKernel, testing::ValuesIn(s_Kernels),
+                         [](const auto& info) { return std::string(info.param.pszName); });
+
+struct SStopCase
+{
+    InstructionNumber nPos; ///< in the function's body
+    int nPass;              ///< -1 outside a loop
+    unsigned int nCount;
+};
+
+/// One work-item takes the break in the first pass, one in the second, two in the third.
+TEST(Stepping, WalksADivergentLoopByItsCounts)
+{
+    CTestSession session("mov r3, l20\nwhileloop\nuge r2, r3, vTidInGrp.xxxx\nif_logicalnz r2.x\nbreak\nendif\n"
+                         "iadd r3, r3, l21\nendloop\nmov r1, r3\n",
+                         "", 4);
+    const SStopCase stops[] = {{0, -1, 4}, {1, 0, 4}, {2, 0, 4},  {3, 0, 1}, {4, 0, 0}, {5, 0, 3}, {6, 0, 3},
+                               {1, 1, 3},  {2, 1, 3}, {3, 1, 1},  {4, 1, 0}, {5, 1, 2}, {6, 1, 2}, {1, 2, 2},
+                               {2, 2, 2},  {3, 2, 1}, {4, 2, 0},  {5, 2, 1}, {6, 2, 1}, {1, 3, 1}, {2, 3, 1},
+                               {3, 3, 1},  {4, 3, 0}, {7, -1, 4}, {8, -1, 4}};
+    ASSERT_TRUE(session.Start());
+    for (const SStopCase& stop : stops)
+    {
+        ASSERT_TRUE(session.Debugger().Step());
+        const ProgramCounter pc = session.Debugger().GetCurrentInstruction();
+        EXPECT_EQ(pc.m_nPos, stop.nPos + CTestSession::s_nBody);
+        ASSERT_EQ(pc.m_LoopStack.size(), stop.nPass < 0 ? 0u : 1u);
+        EXPECT_TRUE(stop.nPass < 0 || pc.m_LoopStack[0].nLoopIteration == unsigned(stop.nPass));
+        EXPECT_EQ(session.Active(), stop.nCount) << "at " << session.Place();
+    }
+}
+
+} // namespace
+
+} // namespace OVK_ShaderDebugger

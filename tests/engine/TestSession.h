@@ -1,0 +1,256 @@
+#ifndef KESTREL_TESTS_ENGINE_TESTSESSION_H
+#define KESTREL_TESTS_ENGINE_TESTSESSION_H
+
+#include "core/ShaderDebuggerResult.h"
+#include "engine/ShaderDebuggerIL.h"
+#include "engine/ShaderDebuggerShaderIL.h"
+#include "platform/compiler/ElfWriter.h"
+#include "platform/runtime/PlatformControl.h"
+#include "support/FakeHost.h"
+#include "support/SimtDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <elf.h>
+
+#include <map>
+#include <optional>
+
+namespace OVK_ShaderDebugger
+{
+
+/// Where an instruction is executed: the call instructions around it, the passes of the loops around it over all
+/// calls, and the instruction.
+struct SPlace
+{
+    std::vector<uint32_t> vCalls;
+    std::vector<uint32_t> vPasses;
+    uint32_t nInstruction = 0;
+
+    bool operator<(const SPlace& other) const
+    {
+        return std::tie(vCalls, vPasses, nInstruction) < std::tie(other.vCalls, other.vPasses, other.nInstruction);
+    }
+};
+
+inline std::ostream& operator<<(std::ostream& stream, const SPlace& place)
+{
+    stream << place.nInstruction << " in calls";
+    for (const uint32_t n : place.vCalls)
+    {
+        stream << " " << n;
+    }
+    stream << ", passes";
+    for (const uint32_t n : place.vPasses)
+    {
+        stream << " " << n;
+    }
+    return stream;
+}
+
+/// What an execution of an instruction left: who was active behind it, and what they have in the written register.
+struct SExecuted
+{
+    SPlace place;
+    std::vector<uint32_t> vMask;
+    std::string strRegister; ///< of temps only
+    std::vector<uint32_t> vValues;
+};
+
+/// The trace of a plain run over one work-group, in order.
+class CTrace : public KestrelPlatform::ITraceSink
+{
+public:
+    void OnRecord(const SPlatformTraceRecord& record) override
+    {
+        SExecuted executed;
+        executed.place.nInstruction = record.nInstruction;
+        executed.place.vCalls.assign(record.pCallSites, record.pCallSites + record.nCalls);
+        for (uint32_t n = 0; n < record.nLoops; ++n)
+        {
+            executed.place.vPasses.push_back(record.pLoops[n].nIteration);
+        }
+        executed.vMask.assign(record.pActive, record.pActive + record.nItems);
+        if (record.nRegisterType == IL_REGTYPE_TEMP)
+        {
+            executed.strRegister = "r" + std::to_string(record.nRegisterNumber);
+            executed.vValues.assign(record.pValues, record.pValues + 4 * record.nItems);
+        }
+        vExecuted.push_back(executed);
+    }
+
+    const SExecuted* Find(const SPlace& place) const
+    {
+        const auto it = std::find_if(vExecuted.begin(), vExecuted.end(),
+                                     [&](const SExecuted& e) { return !(e.place < place) && !(place < e.place); });
+        return it != vExecuted.end() ? &*it : nullptr;
+    }
+
+    std::vector<SExecuted> vExecuted;
+};
+
+/// The words of a result for each work-item, by register name; what a client can see.
+typedef std::map<std::string, std::vector<uint32_t>> Registers;
+
+/// A kernel with one buffer under debug, on a device that runs it.
+class CTestSession
+{
+public:
+    static constexpr unsigned int s_nItems = 8;
+    /// The function's body begins at this instruction, behind call, endmain and func.
+    static constexpr InstructionNumber s_nBody = 3;
+
+    explicit CTestSession(const std::string& strBody, const std::string& strFunctions = "",
+                          unsigned int nItems = s_nItems)
+        : m_pBuffer(std::make_shared<CSimtDevice::Bytes>(64 * nItems)), m_pDevice(new CSimtDevice(nItems, {m_pBuffer})),
+          m_Host(m_pDevice)
+    {
+        // Opened by its path first, so that the debugger finds it by its name.
+        static void* const s_pCompiler = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW);
+        EXPECT_NE(s_pCompiler, nullptr) << dlerror();
+        for (size_t n = 0; n < m_pBuffer->size(); ++n)
+        {
+            (*m_pBuffer)[n] = static_cast<unsigned char>(n * 7 + 1);
+        }
+        m_Host.strDeviceName = "Quench";
+        m_Host.onExecute = [this] { return m_nFailRun != ++m_nRuns && m_pDevice->Launch(); };
+        IShaderDebugger::CreateShaderDebugger(PLT_OpenCL, &m_Host);
+        const std::string strText = "il_cs_2_0\ndcl_cb cb0[10]\ncall 1024\nendmain\nfunc 1024\n;__OpenCL_k_kernel\n"
+                                    "dcl_max_thread_per_group 64\ndcl_cb cb1[1]\n"
+                                    "dcl_typeless_uav_id(10)_stride(4)_length(4)\n"
+                                    "dcl_literal l20, 0, 0, 0, 0\ndcl_literal l21, 1, 1, 1, 1\n"
+                                    "dcl_literal l22, 2, 2, 2, 2\ndcl_literal l23, 3, 3, 3, 3\n"
+                                    "dcl_literal l24, 4, 4, 4, 4\n" +
+                                    strBody + "ret\nendfunc\n" + strFunctions + "end\n";
+        KestrelPlatform::SDiagnostic diagnostic;
+        EXPECT_TRUE(KestrelPlatform::AssembleIL(strText.data(), strText.size(), m_vTokens, diagnostic))
+            << diagnostic.ToString();
+        MakeImage();
+    }
+
+    ~CTestSession() { Debugger().EndDebugging(false); }
+
+    CShaderDebuggerIL& Debugger() { return static_cast<CShaderDebuggerIL&>(*m_Host.GetDebugger()); }
+    CShaderDebuggerShaderIL& Shader() { return *Debugger().GetCurrentShader(); }
+    CFakeHost& Host() { return m_Host; }
+    CSimtDevice& Device() { return *m_pDevice; }
+    CSimtDevice::Bytes& Buffer() { return *m_pBuffer; }
+
+    bool Start()
+    {
+        ThreadID dimensions(ShaderUtils::TID_1D, s_nItems, 1, 1, 0);
+        return Debugger().StartDebugging(m_vImage.data(), m_vImage.size(), nullptr, &dimensions, DM_Unknown);
+    }
+
+    /// A plain run's trace; its outputs go to Expected().
+    CTrace Trace()
+    {
+        CTrace trace;
+        const CSimtDevice::Bytes before = *m_pBuffer;
+        m_pDevice->LaunchPlain(m_vTokens, &trace);
+        m_vExpected = *m_pBuffer;
+        *m_pBuffer = before;
+        return trace;
+    }
+
+    const CSimtDevice::Bytes& Expected() const { return m_vExpected; }
+
+    unsigned int TakeRuns() { return std::exchange(m_nRuns, 0); }
+    /// The n-th run from now fails.
+    void FailRun(unsigned int n)
+    {
+        m_nRuns = 0;
+        m_nFailRun = n;
+    }
+
+    SPlace Place()
+    {
+        SPlace place;
+        const auto& path = Shader().GetCallPath();
+        for (auto it = path.rbegin(); it != path.rend(); ++it)
+        {
+            place.vCalls.push_back(it->m_nPos);
+            AddPasses(place, *it);
+        }
+        AddPasses(place, Shader().GetCurrentInstruction());
+        place.nInstruction = Shader().GetCurrentInstruction().m_nPos;
+        return place;
+    }
+
+    std::vector<uint32_t> Mask() { return Words(Debugger().GetExecutionMaskBuffer()); }
+
+    unsigned int Active()
+    {
+        const std::vector<uint32_t> vMask = Mask();
+        return std::count_if(vMask.begin(), vMask.end(), [](uint32_t n) { return n != 0; });
+    }
+
+    std::vector<uint32_t> Read(const std::string& strRegister)
+    {
+        VariableID id;
+        id.type = VID_ByName;
+        id.strName = strRegister;
+        return Words(Debugger().GetRegisterResultsBuffer(id));
+    }
+
+    Registers ReadAll()
+    {
+        Registers registers;
+        for (unsigned int n = 0; n < 20; ++n)
+        {
+            const std::string strName = "r" + std::to_string(n);
+            if (!Read(strName).empty())
+            {
+                registers[strName] = Read(strName);
+            }
+        }
+        return registers;
+    }
+
+    static std::vector<uint32_t> Words(const CShaderDebuggerBuffer* pBuffer)
+    {
+        std::vector<uint32_t> vWords(pBuffer != nullptr ? pBuffer->GetSize() / 4 : 0);
+        if (!vWords.empty())
+        {
+            std::memcpy(vWords.data(), pBuffer->GetData(), vWords.size() * 4);
+        }
+        return vWords;
+    }
+
+private:
+    static void AddPasses(SPlace& place, const ProgramCounter& pc)
+    {
+        for (const LoopState& state : pc.m_LoopStack)
+        {
+            place.vPasses.push_back(state.nLoopIteration);
+        }
+    }
+
+    void MakeImage()
+    {
+        const std::string strMetadata =
+            ";ARGSTART:__OpenCL_k_kernel\n;version:3:1:104\n;device:quench\n;uniqueid:1024\n;memory:64bitABI\n"
+            ";pointer:a:float:1:1:0:uav:10:4:RW:0:0\n;function:1:1030\n;uavid:11\n;ARGEND:__OpenCL_k_kernel\n";
+        KestrelPlatform::CElfWriter elf;
+        elf.AddSection(".debugil", 0, 1, "");
+        elf.AddSection(".debugilbin", 0, 4,
+                       std::string_view(reinterpret_cast<const char*>(m_vTokens.data()), m_vTokens.size() * 4));
+        const size_t nRodata = elf.AddSection(".rodata", SHF_ALLOC, 1, strMetadata);
+        elf.AddSymbol("__OpenCL_k_metadata", STT_OBJECT, nRodata, 0, strMetadata.size());
+        m_vImage = elf.Write();
+    }
+
+    std::shared_ptr<CSimtDevice::Bytes> m_pBuffer;
+    CSimtDevice* m_pDevice; ///< the host's
+    CFakeHost m_Host;
+    std::vector<uint32_t> m_vTokens;
+    std::vector<char> m_vImage;
+    CSimtDevice::Bytes m_vExpected;
+    unsigned int m_nRuns = 0;
+    unsigned int m_nFailRun = 0;
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif

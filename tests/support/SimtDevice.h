@@ -1,0 +1,213 @@
+#ifndef KESTREL_TESTS_SUPPORT_SIMTDEVICE_H
+#define KESTREL_TESTS_SUPPORT_SIMTDEVICE_H
+
+#include "binary/ElfUtils.h"
+#include "core/ShaderDebuggerBuffer.h"
+#include "core/ShaderDebuggerDevice.h"
+#include "core/ShaderDebuggerHost.h"
+#include "platform/compiler/Assembler.h"
+#include "platform/simt/Launch.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace OVK_ShaderDebugger
+{
+
+/// A buffer of CSimtDevice: host memory with an address in the device's flat address space.
+class CSimtBuffer : public CShaderDebuggerDeviceBuffer
+{
+public:
+    typedef std::vector<unsigned char> Bytes;
+
+    CSimtBuffer(CShaderDebuggerHost* pHost, const BufferDesc& desc, std::shared_ptr<Bytes> pBytes)
+        : CShaderDebuggerDeviceBuffer(pHost), m_pBytes(std::move(pBytes)), m_pObject(m_pBytes.get())
+    {
+        m_Desc = desc;
+    }
+
+    bool Create(const BufferDesc&) override { return false; }
+
+    CShaderDebuggerBuffer* GetDataBuffer(CShaderDebuggerBuffer* pDataBuffer) override
+    {
+        if (pDataBuffer == nullptr)
+        {
+            pDataBuffer = new CShaderDebuggerBuffer(m_pHost);
+            pDataBuffer->Create(m_Desc, nullptr);
+        }
+        std::memcpy(pDataBuffer->GetData(), m_pBytes->data(), std::min(pDataBuffer->GetSize(), m_pBytes->size()));
+        return pDataBuffer;
+    }
+
+    const void* GetDeviceBuffer() const override { return &m_pObject; }
+    bool Clear() override { return UpdateData(nullptr, 0); }
+    bool DumpBuffer(const std::string&) const override { return false; }
+
+    bool UpdateData(void* pData, size_t nSize) override
+    {
+        std::fill(m_pBytes->begin(), m_pBytes->end(), 0);
+        if (pData != nullptr)
+        {
+            std::memcpy(m_pBytes->data(), pData, std::min(nSize, m_pBytes->size()));
+        }
+        return true;
+    }
+
+    const std::shared_ptr<Bytes>& GetBytes() const { return m_pBytes; }
+
+private:
+    std::shared_ptr<Bytes> m_pBytes;
+    void* m_pObject; ///< stands for the memory object's handle
+};
+
+/// A device that really runs what it is given, through the platform's interpreter, with no runtime between. Arguments
+/// are buffers of bytes; each takes one element of constant buffer 1.
+class CSimtDevice : public CShaderDebuggerDevice
+{
+public:
+    typedef CSimtBuffer::Bytes Bytes;
+
+    CSimtDevice(unsigned int nItems, std::vector<std::shared_ptr<Bytes>> vArguments)
+        : CShaderDebuggerDevice(nullptr), m_nItems(nItems), m_vArguments(std::move(vArguments))
+    {
+    }
+
+    bool EnterDebuggingMode() override { return ++nEntered > 0; }
+    bool ExitDebuggingMode() override { return --nEntered >= 0; }
+
+    bool GetDeviceBufferDesc(ShaderType, int nIndex, BufferDesc& desc) override
+    {
+        desc = BufferDesc();
+        desc.m_Type = ShaderUtils::BT_Buffer;
+        desc.m_ShaderType = ShaderUtils::ST_Compute;
+        desc.m_nArraySize = 1;
+        desc.m_nHeight = desc.m_nDepth = 1;
+        desc.m_nWidth = m_nItems;
+        if (nIndex >= 0)
+        {
+            desc.m_Format = ShaderUtils::BF_RAW;
+            desc.m_nSize = m_vArguments[nIndex]->size();
+            desc.m_nWidth = 0;
+        }
+        return true;
+    }
+
+    CShaderDebuggerDeviceBuffer* CreateDeviceBuffer(const BufferDesc& desc) override
+    {
+        const size_t nSize = desc.m_nSize != 0
+                                 ? desc.m_nSize
+                                 : size_t(desc.m_nWidth) * desc.m_nHeight * ShaderUtils::GetPointSize(desc.m_Format);
+        return new CSimtBuffer(m_pHost, desc, std::make_shared<Bytes>(nSize));
+    }
+
+    unsigned int GetNumDeviceBuffers(ShaderType) const override { return m_vArguments.size(); }
+
+    CShaderDebuggerDeviceBuffer* GetDeviceBuffer(ShaderType, std::string) override { return nullptr; }
+    CShaderDebuggerDeviceBuffer* GetDeviceBuffer(ShaderType shaderType, unsigned int nIndex) override
+    {
+        BufferDesc desc;
+        GetDeviceBufferDesc(shaderType, static_cast<int>(nIndex), desc);
+        return new CSimtBuffer(m_pHost, desc, m_vArguments[nIndex]);
+    }
+
+    bool SetDeviceBuffer(ShaderType, std::string, CShaderDebuggerDeviceBuffer*) override { return false; }
+    bool SetDeviceBuffer(ShaderType, unsigned int nIndex, CShaderDebuggerDeviceBuffer* pBuffer) override
+    {
+        m_vBound.resize(std::max<size_t>(m_vBound.size(), nIndex + 1));
+        BufferDesc desc;
+        pBuffer->GetDeviceBufferDesc(&desc);
+        m_vBound[nIndex] = {desc.m_Type == ShaderUtils::BT_Value, static_cast<CSimtBuffer*>(pBuffer)->GetBytes()};
+        return true;
+    }
+
+    bool CreateShader(ShaderType, const void*, size_t, void**) override { return false; }
+
+    bool SetShader(ShaderType, const void* pShader, size_t nShaderSize) override
+    {
+        const char* pBytes = static_cast<const char*>(pShader);
+        std::vector<char> vText;
+        std::vector<uint32_t> vTokens;
+        KestrelPlatform::SDiagnostic diagnostic;
+        KestrelPlatform::SDecodeError error;
+        m_pProgram.reset();
+        if (OVK_ElfUtils::GetDataFromSection(".debugil", std::vector<char>(pBytes, pBytes + nShaderSize), &vText) &&
+            KestrelPlatform::AssembleIL(vText.data(), strnlen(vText.data(), vText.size()), vTokens, diagnostic))
+        {
+            m_pProgram = KestrelPlatform::DecodeProgram(vTokens.data(), vTokens.size(), error);
+        }
+        strShaderError = diagnostic.strMessage + error.strMessage;
+        return m_pProgram != nullptr;
+    }
+
+    void* GetShader(ShaderType) override { return nullptr; }
+    std::string GetShaderFunctionName(ShaderType) const override { return "k"; }
+    bool DisassembleShader(const void*, size_t, std::string&) override { return false; }
+
+    /// Runs the shader that was set last on the arguments that are bound.
+    bool Launch()
+    {
+        return m_pProgram != nullptr &&
+               Launch(m_pProgram, m_vBound, nullptr).eStatus == KestrelPlatform::SLaunchResult::Complete;
+    }
+
+    /// Runs a kernel as it is on the client's arguments.
+    void LaunchPlain(const std::vector<uint32_t>& vTokens, KestrelPlatform::ITraceSink* pTrace)
+    {
+        KestrelPlatform::SDecodeError error;
+        std::vector<SBound> vBound;
+        for (const auto& pBytes : m_vArguments)
+        {
+            vBound.push_back({false, pBytes});
+        }
+        Launch(KestrelPlatform::DecodeProgram(vTokens.data(), vTokens.size(), error), vBound, pTrace);
+    }
+
+    int nEntered = 0;
+    std::string strShaderError;
+
+private:
+    struct SBound
+    {
+        bool bValue = false;
+        std::shared_ptr<Bytes> pBytes;
+    };
+
+    KestrelPlatform::SLaunchResult Launch(std::shared_ptr<const KestrelPlatform::CProgram> pProgram,
+                                          const std::vector<SBound>& vBound, KestrelPlatform::ITraceSink* pTrace)
+    {
+        KestrelPlatform::SLaunch launch;
+        launch.pProgram = std::move(pProgram);
+        launch.nGlobalSize[0] = launch.nLocalSize[0] = m_nItems;
+        launch.nInstructionLimit = 10000000;
+        launch.pTrace = pTrace;
+        uint64_t nAddress = 0x1000;
+        for (const SBound& bound : vBound)
+        {
+            uint32_t element[4] = {static_cast<uint32_t>(nAddress), 0, 0, 0};
+            if (bound.bValue)
+            {
+                std::memcpy(element, bound.pBytes->data(), std::min(sizeof(element), bound.pBytes->size()));
+            }
+            else
+            {
+                launch.vMemory.push_back({nAddress, bound.pBytes->size(), bound.pBytes->data(), false});
+                nAddress += (bound.pBytes->size() + 0xFFF) / 0x1000 * 0x1000;
+            }
+            launch.vConstantBuffer1.insert(launch.vConstantBuffer1.end(), element, element + 4);
+        }
+        return KestrelPlatform::RunLaunch(launch);
+    }
+
+    unsigned int m_nItems;
+    std::vector<std::shared_ptr<Bytes>> m_vArguments;
+    std::vector<SBound> m_vBound;
+    std::shared_ptr<const KestrelPlatform::CProgram> m_pProgram;
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif
