@@ -35,6 +35,8 @@ struct SOperand
     SWord indexModifier;
     SWord immediate;
     SWord extended;
+    bool bComponents = false; ///< a mask or swizzle has been read
+    bool bRaw = false;        ///< a part in braces has been read
 };
 
 /// Where an operand stands, which decides what may be written behind its register.
@@ -66,6 +68,8 @@ public:
 
 private:
     bool ReadRegister(SOperand& operand);
+    bool ReadPart(char cPart, ERole eRole, SOperand& operand);
+    bool ReadComponents(ERole eRole, SOperand& operand);
     bool ReadBrackets(SOperand& operand);
     bool ReadIndexExpression(SOperand& operand);
     bool ReadIndexRegister(SOperand& operand);
@@ -362,68 +366,60 @@ bool COperandReader::ReadRaw(ERole eRole, SOperand& operand)
     return bOk && m_scanner.Expect(')') && (m_scanner.Accept('}') || m_scanner.Fail("'}'"));
 }
 
+bool COperandReader::ReadComponents(ERole eRole, SOperand& operand)
+{
+    const char* pStart = m_scanner.Position();
+    if (operand.bComponents)
+    {
+        return m_scanner.Refuse(pStart, "the components are given already");
+    }
+    operand.bComponents = true;
+    m_scanner.Accept('.');
+    return eRole == RoleDestination ? ReadMask(operand) : ReadSwizzle(operand);
+}
+
+/// Reads what the next character opens. The parts in braces stand last, as their meaning depends on the others.
+bool COperandReader::ReadPart(char cPart, ERole eRole, SOperand& operand)
+{
+    const char* pStart = m_scanner.Position();
+    if (operand.bRaw && cPart != '{')
+    {
+        return m_scanner.Refuse(pStart, "parts in braces stand last");
+    }
+    switch (cPart)
+    {
+    case '[':
+        return eRole == RoleIndex ? m_scanner.Refuse(pStart, "an index register has no index of its own")
+                                  : ReadBrackets(operand);
+    case '.':
+        return ReadComponents(eRole, operand);
+    case '_':
+        return eRole == RoleDestination
+                   ? m_scanner.Refuse(pStart, "modifiers of a destination stand behind the mnemonic")
+                   : ReadSourceSuffix(operand);
+    default:
+        operand.bRaw = true;
+        return ReadRaw(eRole, operand);
+    }
+}
+
 bool COperandReader::Read(ERole eRole, SOperand& operand)
 {
     if (!ReadRegister(operand))
     {
         return false;
     }
-    bool bSwizzled = false;
-    bool bRaw = false;
-    for (;;)
+    const std::string_view parts = "[._{";
+    for (char c = m_scanner.Peek(); parts.find(c) != std::string_view::npos; c = m_scanner.Peek())
     {
-        const char* pStart = m_scanner.Position();
-        if (bRaw && (m_scanner.Peek() == '[' || m_scanner.Peek() == '.'))
+        if (!ReadPart(c, eRole, operand))
         {
-            return m_scanner.Refuse(pStart, "parts in braces stand last");
-        }
-        switch (m_scanner.Peek())
-        {
-        case '[':
-            if (eRole == RoleIndex)
-            {
-                return m_scanner.Refuse(pStart, "an index register has no index of its own");
-            }
-            if (!ReadBrackets(operand))
-            {
-                return false;
-            }
-            break;
-        case '.':
-            if (bSwizzled)
-            {
-                return m_scanner.Refuse(pStart, "the components are given already");
-            }
-            bSwizzled = true;
-            m_scanner.Accept('.');
-            if (eRole == RoleDestination ? !ReadMask(operand) : !ReadSwizzle(operand))
-            {
-                return false;
-            }
-            break;
-        case '_':
-            if (eRole == RoleDestination)
-            {
-                return m_scanner.Refuse(pStart, "modifiers of a destination stand behind the mnemonic");
-            }
-            if (!ReadSourceSuffix(operand))
-            {
-                return false;
-            }
-            break;
-        case '{':
-            bRaw = true;
-            if (!ReadRaw(eRole, operand))
-            {
-                return false;
-            }
-            break;
-        default:
-            operand.nToken |= operand.modifier.bPresent ? s_nOperandModifier : 0;
-            operand.nToken |= operand.immediate.bPresent ? s_nOperandImmediate : 0;
-            return true;
+            return false;
         }
     }
+    operand.nToken |= operand.modifier.bPresent ? s_nOperandModifier : 0;
+    operand.nToken |= operand.immediate.bPresent ? s_nOperandImmediate : 0;
+    return true;
 }
 
 void Append(const SOperand& operand, std::vector<uint32_t>& vTokens)

@@ -3,6 +3,8 @@
 
 #include "platform/compiler/ProgramBuilder.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -69,9 +71,8 @@ class CTemporaryFile
 public:
     explicit CTemporaryFile(const std::vector<char>& vBytes)
     {
-        char name[] = "/tmp/kestrel-compiler-XXXXXX";
-        const int nFile = mkstemp(name);
-        m_strName = name;
+        m_strName = testing::TempDir() + "kestrel-compiler-XXXXXX";
+        const int nFile = mkstemp(&m_strName[0]);
         const ssize_t nWritten = write(nFile, vBytes.data(), vBytes.size());
         close(nFile);
         m_bGood = nWritten == static_cast<ssize_t>(vBytes.size());
