@@ -10,6 +10,7 @@ namespace
 
 /// Rows of a block: 64 MiB of registers and private memory for 256 work-items.
 const uint32_t s_nMaxRows = 65536;
+const uint32_t s_nMaxLocalBytes = 1u << 24;
 const uint32_t s_nAccessPrivate = 3;
 
 } // namespace
@@ -56,6 +57,8 @@ void CLowering::DeclareUav(const SItem& item)
         return;
     uint32_t& nBytes = m_mapPrivateSizes[nUav];
     nBytes = std::max(nBytes, item.eOpCode == IL_OP_DCL_TYPELESS_UAV ? m_Stream.Word(item, 1) : 0);
+    if (nBytes > s_nMaxRows * 4)
+        Fail("private memory of " + std::to_string(nBytes) + " bytes is too large");
 }
 
 /// Gives private memory and arrays their rows: a word of a work-item is one row.
@@ -118,7 +121,7 @@ void CLowering::DeclareLocal()
         nOffset += (local.second + 15ull) & ~15ull;
     }
     m_Code.nLocalBytes = static_cast<uint32_t>(nOffset);
-    if (nOffset > 1u << 24)
+    if (nOffset > s_nMaxLocalBytes)
         Fail("local memory of " + std::to_string(nOffset) + " bytes is too large");
 }
 
@@ -134,6 +137,8 @@ void CLowering::Declare(const SItem& item)
         const SOperand& operand = m_Stream.Source(item, 0);
         uint32_t& nElements = m_mapArraySizes[static_cast<uint32_t>(operand.nNumber)];
         nElements = std::max(nElements, operand.nImmediate);
+        if (nElements > s_nMaxRows / 4)
+            Fail("an array of " + std::to_string(nElements) + " elements is too large");
         break;
     }
     case IL_OP_DCL_TYPELESS_UAV:
@@ -147,6 +152,8 @@ void CLowering::Declare(const SItem& item)
     {
         uint32_t& nSize = m_mapLocalSizes[item.Controls()];
         nSize = std::max(nSize, m_Stream.Word(item, 0));
+        if (nSize > s_nMaxLocalBytes)
+            Fail("local memory of " + std::to_string(nSize) + " bytes is too large");
         break;
     }
     default:
@@ -179,6 +186,8 @@ void CLowering::CollectDeclarations()
         else if (!vSkip[n])
             Declare(item);
     }
+    if (m_bFailed)
+        return;
     PlacePrivate();
     DeclareLocal();
     m_nInstruction = 0;

@@ -187,7 +187,9 @@ private:
                 Body().vItems.push_back(nItem);
             return CloseBody(SBody::Main);
         case IL_OP_END:
-            return m_vOpen.empty() || (m_vOpen.size() == 1 && CloseBody(SBody::Main));
+            if (m_vOpen.size() > 1 || (!m_vOpen.empty() && Body().eKind != SBody::Main))
+                return Fail("a function or macro isn't closed");
+            return m_vOpen.empty() || CloseBody(SBody::Main);
         default:
             return TakeInstruction(nItem);
         }
@@ -292,7 +294,7 @@ private:
             Body().bReturns = true;
             return true;
         default:
-            m_vCalls.push_back({m_pItem, m_vOpen.back().nBody, m_nInstruction});
+            m_vCalls.push_back({m_pItem, m_vOpen.back().nBody, m_nInstruction, 0});
             return true;
         }
     }
@@ -311,7 +313,7 @@ private:
 
     bool LinkCalls()
     {
-        for (const SCall& call : m_vCalls)
+        for (SCall& call : m_vCalls)
         {
             m_pItem = call.pItem;
             m_nInstruction = call.nInstruction;
@@ -321,6 +323,7 @@ private:
             const auto it = map.find(nLabel);
             if (it == map.end())
                 return Fail("there is no " + std::string(bMacro ? "macro " : "function ") + std::to_string(nLabel));
+            call.nTarget = it->second;
             m_Structure.vBodies[call.nBody].vCallees.push_back(it->second);
         }
         for (SBody& body : m_Structure.vBodies)
@@ -329,6 +332,18 @@ private:
             body.vCallees.erase(std::unique(body.vCallees.begin(), body.vCallees.end()), body.vCallees.end());
         }
         return true;
+    }
+
+    bool FailCall(uint32_t nBody, uint32_t nTarget)
+    {
+        for (const SCall& call : m_vCalls)
+        {
+            if (call.nBody != nBody || call.nTarget != nTarget)
+                continue;
+            m_pItem = call.pItem;
+            m_nInstruction = call.nInstruction;
+        }
+        return Fail("label " + std::to_string(m_Structure.vBodies[nTarget].nLabel) + " calls itself");
     }
 
     /// A body that reaches itself would need a stack of unknown depth; the walk keeps its own
@@ -362,7 +377,7 @@ private:
                 }
                 const uint32_t nNext = vBodies[nBody].vCallees[vStack.back().second++];
                 if (vMarks[nNext] == Open)
-                    return Fail("label " + std::to_string(vBodies[nNext].nLabel) + " calls itself");
+                    return FailCall(nBody, nNext);
                 if (vMarks[nNext] == New)
                 {
                     vMarks[nNext] = Open;
@@ -378,6 +393,7 @@ private:
         const SItem* pItem;
         uint32_t nBody;
         uint32_t nInstruction;
+        uint32_t nTarget;
     };
 
     const SDecodedStream& m_Stream;
