@@ -349,6 +349,16 @@ TEST(Elf, AnAlignmentDoesNotBlowTheImageUp)
     EXPECT_TRUE(vStored.empty());
 }
 
+TEST(Elf, AnImageDoesNotEndInFrontOfItsProgramHeaders)
+{
+    std::vector<char> vImage = MakeSample().Make64();
+    Put<uint64_t>(vImage, offsetof(Elf64_Ehdr, e_phoff), vImage.size());
+    CElf elf(vImage);
+    ASSERT_TRUE(elf.good());
+    elf.RemoveSection(".text");
+    EXPECT_FALSE(elf.Store(&vImage));
+}
+
 TEST(Elf, TimeGrowsWithTheImage)
 {
     CTestImage image = MakeSample();
