@@ -3,6 +3,29 @@
 namespace KestrelPlatform::Runtime
 {
 
+namespace
+{
+
+/// Calls back at the end, unless what it is to call has been taken out.
+class CUndo
+{
+public:
+    explicit CUndo(std::function<void()> undo) : m_undo(std::move(undo)) {}
+    CUndo(const CUndo&) = delete;
+    CUndo& operator=(const CUndo&) = delete;
+    ~CUndo()
+    {
+        if (m_undo)
+            m_undo();
+    }
+    std::function<void()> Take() { return std::exchange(m_undo, nullptr); }
+
+private:
+    std::function<void()> m_undo;
+};
+
+} // namespace
+
 CEnqueue::~CEnqueue()
 {
     if (m_pCommand)
@@ -30,15 +53,12 @@ cl_int CEnqueue::MakeCommand(cl_command_type eType, bool bBlocking, std::unique_
 
 cl_int CEnqueue::Submit(cl_command_type eType, bool bBlocking, std::function<cl_int()> run, std::function<void()> undo)
 {
+    CUndo undoing(std::move(undo));
     std::unique_ptr<SCommand> pCommand;
     if (const cl_int nError = MakeCommand(eType, bBlocking, pCommand))
-    {
-        if (undo)
-            undo();
         return nError;
-    }
     pCommand->m_run = std::move(run);
-    pCommand->m_undo = std::move(undo);
+    pCommand->m_undo = undoing.Take();
     if (bBlocking)
         return SubmitBlocking(std::move(pCommand));
     if (m_arguments.m_phEvent)

@@ -71,7 +71,7 @@ void PostNotify(const CRef<CProgramObject>& pProgram, ProgramNotify pNotify, voi
         CCallbackThread::Post([pProgram, pNotify, pUser] { pNotify(HandleOf(pProgram), pUser); });
 }
 
-/// BuildForDevice, with a build that runs out of memory recorded as failed.
+/// BuildForDevice, with a build that an exception ends recorded as failed.
 SDeviceProgram BuildOrFail(const CProgramObject& program, const SDeviceProgram& before, const std::string& strOptions,
                            const SBuildOptions& options, cl_program_binary_type eResult)
 {
@@ -79,12 +79,12 @@ SDeviceProgram BuildOrFail(const CProgramObject& program, const SDeviceProgram& 
     {
         return BuildForDevice(program.GetSource(), before, strOptions, options, eResult);
     }
-    catch (const std::bad_alloc&)
+    catch (const std::exception& exception)
     {
         SDeviceProgram failed;
         failed.m_pDevice = before.m_pDevice;
         failed.m_eStatus = CL_BUILD_ERROR;
-        failed.m_strLog = "out of memory\n";
+        failed.m_strLog = std::string("error: ") + exception.what() + "\n";
         return failed;
     }
 }

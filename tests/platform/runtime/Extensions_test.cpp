@@ -13,21 +13,24 @@ constexpr cl_command_queue_properties s_nInterceptBit = 0x8000000000000000ULL;
 /// What the hook sees and does; one at a time, for the hook takes no user data.
 struct SHook
 {
-    std::mutex m_mutex; ///< held by the test across its enqueue calls
-    bool m_bReturned = false;
+    std::mutex m_mutex;              ///< held by the test across its enqueue calls
+    std::vector<cl_event> m_vEvents; ///< where the enqueue calls store their events, in order
+    size_t m_nCalls = 0;
     std::vector<cl_command_type> m_vTypes;
     std::vector<std::thread::id> m_vThreads;
     cl_int m_nResult = 0;
     cl_int m_nCode = CL_SUCCESS;
-    bool m_bEarly = false;
+    size_t m_nEarly = 0; ///< calls of the hook before the enqueue call had stored its event
 };
 
 SHook* s_pHook = nullptr;
 
 cl_int CL_CALLBACK Hook(cl_event event, cl_int* pnError)
 {
+    // Read before the lock: the call that made the command must be done with it already.
+    if (s_pHook->m_nCalls < s_pHook->m_vEvents.size())
+        s_pHook->m_nEarly += s_pHook->m_vEvents[s_pHook->m_nCalls++] != event;
     std::lock_guard<std::mutex> lock(s_pHook->m_mutex);
-    s_pHook->m_bEarly |= !s_pHook->m_bReturned;
     cl_command_type eType = 0;
     EXPECT_EQ(Runtime().clGetEventInfo(event, CL_EVENT_COMMAND_TYPE, sizeof(eType), &eType, nullptr), CL_SUCCESS);
     s_pHook->m_vTypes.push_back(eType);
@@ -63,10 +66,7 @@ protected:
     cl_int Fill(cl_command_queue queue, cl_uint nPattern, cl_event* pEvent)
     {
         std::lock_guard<std::mutex> lock(m_hook.m_mutex);
-        m_hook.m_bReturned = false;
-        const cl_int nError = cl.clEnqueueFillBuffer(queue, m_buffer, &nPattern, 4, 0, 64, 0, nullptr, pEvent);
-        m_hook.m_bReturned = true;
-        return nError;
+        return cl.clEnqueueFillBuffer(queue, m_buffer, &nPattern, 4, 0, 64, 0, nullptr, pEvent);
     }
 
     cl_uint FirstWord()
@@ -86,10 +86,13 @@ protected:
 
 TEST_F(CInterceptTest, TheHookRunsOnTheQueuesThreadOnceTheCallIsOver)
 {
-    for (int i = 0; i < 200; ++i)
-        ASSERT_EQ(Fill(m_hookQueue, 5, nullptr), CL_SUCCESS);
+    m_hook.m_vEvents.assign(200, nullptr);
+    for (cl_event& event : m_hook.m_vEvents)
+        ASSERT_EQ(Fill(m_hookQueue, 5, &event), CL_SUCCESS);
     ASSERT_EQ(cl.clFinish(m_hookQueue), CL_SUCCESS);
-    EXPECT_FALSE(m_hook.m_bEarly);
+    EXPECT_EQ(m_hook.m_nEarly, 0u);
+    for (cl_event event : m_hook.m_vEvents)
+        cl.clReleaseEvent(event);
     EXPECT_EQ(m_hook.m_vTypes, std::vector<cl_command_type>(200, CL_COMMAND_FILL_BUFFER));
     for (std::thread::id thread : m_hook.m_vThreads)
     {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 
 namespace
@@ -114,6 +115,18 @@ TEST_F(CPlatformTest, ExportsTheEntryPointsOfVersion12AndNothingElse)
     for (const char* pszName : {"clCreateCommandQueueWithProperties", "clSVMAlloc", "clCreateKeyOVK", "clCreatePipe",
                                 "clGetGLContextInfoKHR", "kestrelPlatformControl"})
         EXPECT_EQ(setNames.count(pszName), 0u) << pszName;
+}
+
+TEST_F(CPlatformTest, StartsFromTheEnvironment)
+{
+    setenv("KESTREL_PLATFORM", "build=1400,no=cl_ovk_event_callback,with=cl_ext_object_metadata,nonsense,x=y", 1);
+    Control().Reset();
+    EXPECT_EQ(DeviceString(m_device, CL_DEVICE_VERSION), "OpenCL 1.2 (1400.0)");
+    EXPECT_EQ(PlatformString(CL_PLATFORM_EXTENSIONS), "cl_khr_icd cl_ovk_object_metadata cl_ext_object_metadata ");
+    unsetenv("KESTREL_PLATFORM");
+    Control().Reset();
+    EXPECT_EQ(DeviceString(m_device, CL_DEVICE_VERSION), "OpenCL 1.2 (1800.0)");
+    EXPECT_EQ(PlatformString(CL_PLATFORM_EXTENSIONS), "cl_khr_icd cl_ovk_event_callback cl_ovk_object_metadata ");
 }
 
 TEST_F(CPlatformTest, FindsExtensionFunctionsByName)
