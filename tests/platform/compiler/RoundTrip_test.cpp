@@ -1,3 +1,5 @@
+#include "il/ShaderDebuggerInstructionIL.h"
+#include "il/TokenStream.h"
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/Disassembler.h"
 #include "platform/compiler/InstructionShape.h"
@@ -50,6 +52,32 @@ testing::AssertionResult SurvivesText(const std::vector<uint32_t>& v)
         return testing::AssertionFailure() << "text:\n" << strText << "was " << Hex(v) << "\nis  " << Hex(vBack);
     }
     return testing::AssertionSuccess();
+}
+
+/// The words of one item, as the debugger's decoder counts them; 0 if it refuses.
+size_t LengthForTheDebugger(const std::vector<uint32_t>& v)
+{
+    OVK_ShaderDebugger::CInputTokenStream<unsigned int> stream(nullptr, v.data(), v.size());
+    OVK_ShaderDebugger::CShaderDebuggerInstructionIL instruction(nullptr);
+    return instruction.ReadInstruction(stream) ? instruction.GetLength() : 0;
+}
+
+TEST(RoundTrip, BothDecodersMeasureAlike)
+{
+    for (const uint32_t nOpcode : CStreamGenerator::KnownOpcodes())
+    {
+        CStreamGenerator generator(nOpcode + 5000);
+        for (int i = 0; i < 10; ++i)
+        {
+            std::vector<uint32_t> v;
+            generator.Item(v, nOpcode);
+            SItemLayout layout;
+            const char* pReason = nullptr;
+            ASSERT_TRUE(MeasureItem(v.data(), v.size(), layout, pReason)) << Hex(v) << pReason;
+            ASSERT_EQ(layout.nWords, v.size()) << Hex(v);
+            ASSERT_EQ(LengthForTheDebugger(v), v.size()) << Hex(v);
+        }
+    }
 }
 
 TEST(RoundTrip, EveryOpcodeWithRandomBits)
