@@ -121,7 +121,7 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::SkipBlock(RegPCMap& regP
     const std::optional<uint64_t> nActive = FindCount(m_nCurrentInstruction);
     m_nNextInstruction.m_nPos = skip.nBlockEnd;
     MoveToNext();
-    const bool bEscapes = NoteEscapes(skip);
+    const bool bEscapes = NoteEscapes(skip, regPCMap);
     if (skip.bWhole && !bEscapes && nActive.has_value())
     {
         m_ExecMaskHistory[m_CurrentCallStack][m_nCurrentInstruction] = *nActive;
@@ -214,10 +214,15 @@ bool CShaderDebuggerShaderIL::DescribeSkip(const CIL_IfElseEndif& block, Instruc
 }
 
 /// A break, continue or return that leads out of a skipped block takes work-items along that aren't active where the
-/// block's registers are read next. They are where it leads to, and there those registers have to be read again.
+/// skipped registers are read next. They are where it leads to, and there those registers have to be read again.
 /// \return whether there is such a jump
-bool CShaderDebuggerShaderIL::NoteEscapes(const SSkip& skip)
+bool CShaderDebuggerShaderIL::NoteEscapes(const SSkip& skip, const RegPCMap& regPCMap)
 {
+    std::set<Register> unread(skip.vRegisters.begin(), skip.vRegisters.end());
+    for (const auto& entry : regPCMap)
+    {
+        unread.insert(entry.first);
+    }
     bool bEscapes = false;
     for (InstructionNumber n = skip.nFirst; n <= skip.nLast; ++n)
     {
@@ -229,7 +234,7 @@ bool CShaderDebuggerShaderIL::NoteEscapes(const SSkip& skip)
             {
                 CallPath caller = m_CurrentCallStack;
                 caller.pop_front();
-                NoteRejoin(caller, m_CurrentCallStack.front().m_nPos, skip.vRegisters);
+                NoteRejoin(caller, m_CurrentCallStack.front().m_nPos, unread);
             }
             continue;
         }
@@ -251,16 +256,16 @@ bool CShaderDebuggerShaderIL::NoteEscapes(const SSkip& skip)
         {
             bEscapes = true;
             const InstructionNumber nEnd = pLoop != nullptr ? pLoop->GetEnd() : pSwitch->GetEnd();
-            NoteRejoin(m_CurrentCallStack, IsContinue(op) ? nStart : nEnd, skip.vRegisters);
+            NoteRejoin(m_CurrentCallStack, IsContinue(op) ? nStart : nEnd, unread);
         }
     }
     return bEscapes;
 }
 
 void CShaderDebuggerShaderIL::NoteRejoin(const CallPath& path, InstructionNumber nInst,
-                                         const std::vector<Register>& vRegisters)
+                                         const std::set<Register>& registers)
 {
-    m_Rejoin[{path, nInst}].insert(vRegisters.begin(), vRegisters.end());
+    m_Rejoin[{path, nInst}].insert(registers.begin(), registers.end());
 }
 
 /// The registers to be read at an instruction of the present call, or that a call which ended has left behind.

@@ -182,8 +182,8 @@ private:
     bool DescribeSkip(const CIL_Loop& loop, InstructionNumber inst, SSkip& skip);
     bool DescribeSkip(const CIL_Switch& block, InstructionNumber inst, SSkip& skip);
     bool DescribeSkip(const CIL_IfElseEndif& block, InstructionNumber inst, SSkip& skip);
-    bool NoteEscapes(const SSkip& skip);
-    void NoteRejoin(const CallPath& path, InstructionNumber nInst, const std::vector<Register>& vRegisters);
+    bool NoteEscapes(const SSkip& skip, const RegPCMap& regPCMap);
+    void NoteRejoin(const CallPath& path, InstructionNumber nInst, const std::set<Register>& registers);
     std::set<Register> TakeRejoining(InstructionNumber nInst);
 
     // Kernel runs (Execution.cpp).
