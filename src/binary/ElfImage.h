@@ -3,17 +3,13 @@
 
 #include "binary/Elf.h"
 
-#include <cstdint>
 #include <vector>
 
 /// What the files behind ElfUtils.h share.
 namespace OVK_ElfUtils
 {
 
-/// Whether a symbol's place fits 32 bits; if not, the fault is logged.
-bool HasSmallPlace(uint64_t value, uint64_t size);
-
-/// Whether the symbol names a block of bytes that its section holds.
+/// Whether the symbol names a block of bytes that its section holds. A place that doesn't fit 32 bits is logged.
 bool HasBlock(const CElfSymbolTable::TableEntry& entry);
 
 /// Reads an image, changes it, and stores it back if all of that succeeds.

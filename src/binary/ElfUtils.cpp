@@ -6,7 +6,6 @@
 #include "core/SDULogger.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace OVK_ElfUtils
 {
@@ -16,6 +15,12 @@ namespace
 
 constexpr char s_Prefix[] = "__OpenCL_";
 constexpr size_t s_nPrefixLength = sizeof(s_Prefix) - 1;
+
+bool HasSmallPlace(uint64_t value, uint64_t size)
+{
+    return SDU_Assert(value <= 0xFFFFFFFFULL) && SDU_Assert(size <= 0xFFFFFFFFULL) &&
+           SDU_Assert(value + size <= 0xFFFFFFFFULL);
+}
 
 } // namespace
 
@@ -36,12 +41,6 @@ bool GetKernelNameFromSymbol(const std::string& strSymbolName, const std::string
     }
     *pstrKernelName = strSymbolName.substr(s_nPrefixLength, strSymbolName.size() - s_nPrefixLength - strEnd.size());
     return true;
-}
-
-bool HasSmallPlace(uint64_t value, uint64_t size)
-{
-    return SDU_Assert(value <= 0xFFFFFFFFULL) && SDU_Assert(size <= 0xFFFFFFFFULL) &&
-           SDU_Assert(value + size <= 0xFFFFFFFFULL);
 }
 
 bool HasBlock(const CElfSymbolTable::TableEntry& entry)
