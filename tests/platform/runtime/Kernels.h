@@ -45,17 +45,37 @@ inline std::string EndlessModule()
     return MakeModule(true, "endless", "", "", "whileloop\niadd r1.x, r1.x, l11.x\nendloop\n");
 }
 
-/// Copies the first 16 bytes of constant buffer 1's elements to a buffer: element i of the buffer
-/// is element i of the constant buffer. The arguments behind the buffer are the test's.
-inline std::string DumpModule(const std::string& strMoreArguments)
+/// Stores constant buffer 1's elements, so many of them, in the buffer whose address stands in one of
+/// them. Uses r1, r2 and literals from 20.
+inline std::string DumpElements(int nCount, int nBufferElement)
 {
     std::string strBody;
-    for (int i = 0; i < 8; ++i)
+    for (int i = 0; i < nCount; ++i)
         strBody += "dcl_literal l" + std::to_string(20 + i) + ", " + std::to_string(16 * i) + ", 0, 0, 0\n" +
-                   "i64add r1.xy, cb1[0].xyxy, l" + std::to_string(20 + i) + ".x000\n" + "mov r2, cb1[" +
-                   std::to_string(i) + "]\nuav_raw_store_id(12)_addr64 mem0, r1.xyxy, r2\n";
+                   "i64add r1.xy, cb1[" + std::to_string(nBufferElement) + "].xyxy, l" + std::to_string(20 + i) +
+                   ".x000\n" + "mov r2, cb1[" + std::to_string(i) +
+                   "]\nuav_raw_store_id(12)_addr64 mem0, r1.xyxy, r2\n";
+    return strBody;
+}
+
+/// Stores all of constant buffer 1 in its first argument. The arguments behind that are the test's.
+inline std::string DumpModule(const std::string& strMoreArguments)
+{
     return MakeModule(true, "dump", ";pointer:out:u32:1:1:0:uav:12:4:RW:0:0\n" + strMoreArguments,
-                      "dcl_typeless_uav_id(12)_stride(4)_length(4)\n", strBody);
+                      "dcl_typeless_uav_id(12)_stride(4)_length(4)\n", DumpElements(8, 0));
+}
+
+/// dst[x] = src at x + 2.5, by the sampler that is set; and the images' slots of constant buffer 1 in out.
+inline std::string PictureModule()
+{
+    return MakeModule(true, "picture",
+                      ";image:src:2D:RO:0:1:0\n;image:dst:2D:WO:1:1:32\n;pointer:out:u32:1:1:64:uav:12:4:RW:0:0\n"
+                      ";sampler:s:2:0:0\n",
+                      "dcl_typeless_uav_id(12)_stride(4)_length(4)\ndcl_resource_id(0)_type(2d) 0x0\n"
+                      "dcl_typed_uav_id(1)_access(wo) 0x2\ndcl_literal l12, 2.5, 0.5, 0, 0\n",
+                      "itof r3.x, r0.x\nadd r3.x, r3.x, l12.x\nmov r3.y, l12.y\n"
+                      "sample_resource(0)_sampler(2) r4, r3.xy00\nuav_store_id(1) r0.x000, r4\n" +
+                          DumpElements(4, 4));
 }
 
 #endif

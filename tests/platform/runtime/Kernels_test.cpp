@@ -395,10 +395,59 @@ TEST_F(CKernelsTest, AnArgumentThatHasGoneIsFoundOut)
     cl.clReleaseKernel(kernel);
 }
 
+struct SSamplerCase
+{
+    cl_addressing_mode m_eAddressing;
+    std::vector<cl_float> m_vExpected;
+};
+
+TEST_F(CKernelsTest, ImagesAndSamplersReachTheKernel)
+{
+    cl_kernel kernel = MakeKernel(PictureModule(), "picture");
+    const cl_image_format format{CL_R, CL_FLOAT};
+    std::vector<cl_float> vRow = {10.0f, 11.0f, 12.0f, 13.0f};
+    cl_mem source =
+        cl.clCreateImage2D(m_context, CL_MEM_READ_ONLY | CL_MEM_COPY_HOST_PTR, &format, 4, 1, 0, vRow.data(), nullptr);
+    cl_mem target = cl.clCreateImage2D(m_context, CL_MEM_WRITE_ONLY, &format, 4, 2, 0, nullptr, nullptr);
+    cl_mem out = MakeBuffer(64);
+    EXPECT_EQ(cl.clSetKernelArg(kernel, 0, sizeof(target), &target), CL_INVALID_ARG_VALUE) << "the kernel reads it";
+    EXPECT_EQ(cl.clSetKernelArg(kernel, 1, sizeof(source), &source), CL_INVALID_ARG_VALUE) << "the kernel writes it";
+    EXPECT_EQ(cl.clSetKernelArg(kernel, 0, sizeof(source), &source), CL_SUCCESS);
+    EXPECT_EQ(cl.clSetKernelArg(kernel, 1, sizeof(target), &target), CL_SUCCESS);
+    EXPECT_EQ(cl.clSetKernelArg(kernel, 2, sizeof(out), &out), CL_SUCCESS);
+    const size_t origin[3] = {0, 0, 0}, region[3] = {4, 1, 1};
+    for (const SSamplerCase& c :
+         {SSamplerCase{CL_ADDRESS_CLAMP_TO_EDGE, {12, 13, 13, 13}}, SSamplerCase{CL_ADDRESS_CLAMP, {12, 13, 0, 0}}})
+    {
+        cl_sampler sampler = cl.clCreateSampler(m_context, CL_FALSE, c.m_eAddressing, CL_FILTER_NEAREST, nullptr);
+        EXPECT_EQ(cl.clSetKernelArg(kernel, 3, sizeof(sampler), &sampler), CL_SUCCESS);
+        cl.clReleaseSampler(sampler); // the kernel has taken what it needs
+        EXPECT_EQ(Launch(kernel, 4), CL_SUCCESS);
+        std::vector<cl_float> vRead(4);
+        EXPECT_EQ(
+            cl.clEnqueueReadImage(m_queue, target, CL_TRUE, origin, region, 0, 0, vRead.data(), 0, nullptr, nullptr),
+            CL_SUCCESS);
+        EXPECT_EQ(vRead, c.m_vExpected);
+    }
+    EXPECT_EQ(ReadAll<cl_uint>(out, 16),
+              (std::vector<cl_uint>{4, 1, 1, 1, CL_FLOAT, CL_R, 0, 0, 4, 2, 1, 1, CL_FLOAT, CL_R, 0, 0}));
+
+    cl_mem none = nullptr;
+    EXPECT_EQ(cl.clSetKernelArg(kernel, 0, sizeof(none), &none), CL_SUCCESS) << "a null image reads as 0";
+    EXPECT_EQ(Launch(kernel, 4), CL_SUCCESS);
+    std::vector<cl_float> vRead(4, 1.0f);
+    EXPECT_EQ(cl.clEnqueueReadImage(m_queue, target, CL_TRUE, origin, region, 0, 0, vRead.data(), 0, nullptr, nullptr),
+              CL_SUCCESS);
+    EXPECT_EQ(vRead, std::vector<cl_float>(4, 0.0f));
+    EXPECT_EQ(ReadAll<cl_uint>(out, 16)[0], 0u);
+    for (cl_mem mem : {source, target, out})
+        cl.clReleaseMemObject(mem);
+    cl.clReleaseKernel(kernel);
+}
+
 struct STraced
 {
     std::vector<cl_uint> m_vInstructions;
-    size_t m_nStores = 0;
 };
 
 TEST_F(CKernelsTest, ATraceHasEveryInstructionInOrder)
