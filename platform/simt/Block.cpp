@@ -84,61 +84,61 @@ uint64_t CBlock::GetWorkItem(uint32_t nLane) const
     return nItem;
 }
 
-/// The offset is no part of an id: a kernel adds element 6 of constant buffer 0.
-uint32_t CBlock::IdValue(uint32_t nType, uint32_t nComponent, uint32_t nLane) const
-{
-    const SLaunch& launch = m_Context.launch;
-    uint32_t nId[3];
-    uint64_t nGroup[3];
-    LocalIdOfLane(nLane, nId);
-    GroupOfLane(nLane, nGroup);
-    const uint64_t nLinear = nGroup[0] + m_Context.nGroups[0] * (nGroup[1] + m_Context.nGroups[1] * nGroup[2]);
-    switch (nType)
-    {
-    case REG_THREAD_ID_IN_GROUP_FLAT:
-        return LocalIndexOfLane(nLane);
-    case REG_THREAD_GROUP_ID_FLAT:
-        return static_cast<uint32_t>(nLinear);
-    case REG_ABSOLUTE_THREAD_ID_FLAT:
-        return static_cast<uint32_t>(nLinear * m_Context.nGroupSize + LocalIndexOfLane(nLane));
-    default:
-        break;
-    }
-    if (nComponent == 3)
-        return 0;
-    if (nType == REG_THREAD_ID_IN_GROUP)
-        return nId[nComponent];
-    if (nType == REG_THREAD_GROUP_ID)
-        return static_cast<uint32_t>(nGroup[nComponent]);
-    return static_cast<uint32_t>(nGroup[nComponent] * launch.nLocalSize[nComponent] + nId[nComponent]);
-}
-
 void CBlock::FillLocalIds()
 {
+    for (uint32_t n = 0; n < s_nLanes; ++n)
+    {
+        uint32_t nId[3];
+        LocalIdOfLane(n, nId);
+        for (uint32_t i = 0; i < 3; ++i)
+            m_nLocalIds[i].w[n] = nId[i];
+        m_nLocalIds[3].w[n] = LocalIndexOfLane(n);
+    }
     for (const SCode::SId& id : m_Code.vIds)
     {
-        if (id.nType != REG_THREAD_ID_IN_GROUP && id.nType != REG_THREAD_ID_IN_GROUP_FLAT)
-            continue;
-        for (uint32_t n = 0; n < s_nLanes; ++n)
-            Row(id.nRow)[n] = IdValue(id.nType, id.nComponent, n);
+        if (id.nType == REG_THREAD_ID_IN_GROUP && id.nComponent < 3)
+            m_pRows[id.nRow] = m_nLocalIds[id.nComponent];
+        if (id.nType == REG_THREAD_ID_IN_GROUP_FLAT)
+            m_pRows[id.nRow] = m_nLocalIds[3];
     }
 }
 
+/// The ids that a group adds to its work-items' own. The offset is no part of an id: a kernel adds
+/// element 6 of constant buffer 0.
 void CBlock::FillGroupIds()
 {
-    for (const SCode::SId& id : m_Code.vIds)
+    const SLaunch& launch = m_Context.launch;
+    const uint32_t nSlot = m_Context.nGroupsPerBlock > 1 ? m_Context.nGroupSize : m_nLive;
+    for (uint32_t nFirst = 0; nFirst < m_nLive && !m_Code.vIds.empty(); nFirst += nSlot)
     {
-        if (id.nType == REG_THREAD_ID_IN_GROUP || id.nType == REG_THREAD_ID_IN_GROUP_FLAT)
-            continue;
-        uint32_t* const pRow = Row(id.nRow);
-        const bool bGroup = id.nType == REG_THREAD_GROUP_ID || id.nType == REG_THREAD_GROUP_ID_FLAT;
-        if (bGroup && m_Context.nGroupsPerBlock == 1)
+        uint64_t nGroup[3];
+        GroupOfLane(nFirst, nGroup);
+        const uint64_t nLinear = nGroup[0] + m_Context.nGroups[0] * (nGroup[1] + m_Context.nGroups[1] * nGroup[2]);
+        for (const SCode::SId& id : m_Code.vIds)
         {
-            std::fill_n(pRow, s_nLanes, IdValue(id.nType, id.nComponent, 0));
-            continue;
+            const uint32_t c = id.nComponent;
+            uint32_t nBase = 0;
+            const uint32_t* pLocal = nullptr;
+            if (id.nType == REG_THREAD_GROUP_ID_FLAT)
+                nBase = static_cast<uint32_t>(nLinear);
+            else if (id.nType == REG_THREAD_GROUP_ID && c < 3)
+                nBase = static_cast<uint32_t>(nGroup[c]);
+            else if (id.nType == REG_ABSOLUTE_THREAD_ID_FLAT)
+            {
+                nBase = static_cast<uint32_t>(nLinear * m_Context.nGroupSize);
+                pLocal = m_nLocalIds[3].w;
+            }
+            else if (id.nType == REG_ABSOLUTE_THREAD_ID && c < 3)
+            {
+                nBase = static_cast<uint32_t>(nGroup[c] * launch.nLocalSize[c]);
+                pLocal = m_nLocalIds[c].w;
+            }
+            else
+                continue;
+            uint32_t* const pRow = Row(id.nRow);
+            for (uint32_t n = nFirst; n < nFirst + nSlot; ++n)
+                pRow[n] = nBase + (pLocal ? pLocal[n] : 0);
         }
-        for (uint32_t n = 0; n < m_nLive; ++n)
-            pRow[n] = IdValue(id.nType, id.nComponent, n);
     }
 }
 

@@ -86,7 +86,6 @@ private:
     void FillConstants();
     void FillLocalIds();
     void FillGroupIds();
-    uint32_t IdValue(uint32_t nType, uint32_t nComponent, uint32_t nLane) const;
     void GroupOfLane(uint32_t nLane, uint64_t* pGroup) const;
     void LocalIdOfLane(uint32_t nLane, uint32_t* pId) const;
     uint32_t LocalIndexOfLane(uint32_t nLane) const;
@@ -118,6 +117,8 @@ private:
     uint64_t Address(const SAccess& access, uint32_t nLane) const;
     void GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
     int64_t LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const;
+    void AddWords(const SAccess& access, unsigned char* pBase, const uint32_t* pShift);
+    bool IndicesInside(const uint32_t* pIndex, uint32_t nAdd, uint32_t nElements) const;
     void IndexLoad(const SMicroOp& step, const SIndexed& indexed);
     void IndexStore(const SMicroOp& step, const SIndexed& indexed);
 
@@ -135,6 +136,7 @@ private:
     unsigned char* const m_pLocal;
     std::unique_ptr<void, SFree> m_pMemory;
     SLaneRow* m_pRows = nullptr;
+    SLaneRow m_nLocalIds[4]; ///< x, y, z and the linear id in group
     uint64_t m_nFirstGroup = 0;
     uint32_t m_nLive = 0; ///< lanes in use, from 0
     uint32_t m_nLiveEnd = 0;

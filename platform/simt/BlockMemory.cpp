@@ -119,8 +119,7 @@ void CBlock::MoveWords(const SAccess& access, unsigned char* pBase, uint32_t nBa
         const uint32_t nEnd = std::min(m_nEnd, m_nLive);
         if (!m_pMask && bLoad && !pShift)
         {
-            for (uint32_t i = 0; i < nEnd; ++i)
-                pRow[i] = Load32(pWord + (pAddress[i] - nBase));
+            m_Lanes.pfGather(pRow, pWord, pAddress, nBase, nEnd);
             continue;
         }
         for (uint32_t i = m_nBegin; i < nEnd; ++i)
@@ -257,13 +256,28 @@ int64_t CBlock::LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, ui
     return -1;
 }
 
+/// The addition to local words that nobody asks the old value of, all inside: histograms live on it.
+void CBlock::AddWords(const SAccess& access, unsigned char* pBase, const uint32_t* pShift)
+{
+    const uint32_t* const pAddress = Row(access.nAddressRows[0]);
+    const uint32_t* const pValue = Row(access.nValueRows[0]);
+    const uint32_t* const pMask = Row(s_nMaskRow);
+    for (uint32_t i = m_nBegin; i < std::min(m_nEnd, m_nLive); ++i)
+    {
+        if (!pMask[i])
+            continue;
+        unsigned char* const p = pBase + (pAddress[i] & ~3u) + (pShift ? pShift[i] : 0);
+        Store32(p, Load32(p) + pValue[i]);
+    }
+}
+
 void CBlock::LocalAccess(const SMicroOp& step, const SAccess& access)
 {
     const SCode::SLocalArea& area = m_Code.vLocalAreas[access.nArea];
     const uint32_t* const pShift = m_Context.nGroupsPerBlock > 1 ? m_vLocalShift.data() : nullptr;
     const bool bAtomic = access.eOperation == SAccess::Atomic;
     const uint32_t nTotal = bAtomic ? access.nElementBytes : TotalBytes(access);
-    if (!bAtomic)
+    if (!bAtomic || (access.eAtomic == ATOMIC_ADD && access.nElementBytes == 4 && !access.bReturns))
     {
         uint32_t nLow = 0;
         uint32_t nHigh = 0;
@@ -273,7 +287,9 @@ void CBlock::LocalAccess(const SMicroOp& step, const SAccess& access)
         if (nFirst >= 0 && nLast >= 0 && nLast - nFirst == static_cast<int64_t>(nHigh) - nLow)
         {
             unsigned char* const pFirst = m_pLocal + nFirst;
-            if (access.nElementBytes == 4)
+            if (bAtomic)
+                AddWords(access, m_pLocal + (nFirst - nLow), pShift);
+            else if (access.nElementBytes == 4)
                 MoveWords(access, pFirst, nLow, nLow == nHigh && !pShift, pShift);
             else
                 MoveNarrow(access, pFirst, nLow, pShift);
@@ -386,6 +402,15 @@ void CBlock::PrivateAccess(const SMicroOp& step, const SAccess& access)
     }
 }
 
+/// True if no active lane's index, with the constant added, leaves an array of nElements.
+bool CBlock::IndicesInside(const uint32_t* pIndex, uint32_t nAdd, uint32_t nElements) const
+{
+    uint32_t nLow = 0;
+    uint32_t nHigh = 0;
+    m_Lanes.pfRange(pIndex, m_pMask, m_pMask ? m_nLiveEnd : m_nLive, nLow, nHigh);
+    return static_cast<uint64_t>(nHigh) + nAdd < nElements;
+}
+
 void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
 {
     const uint32_t* const pIndex = Row(indexed.nIndexRow);
@@ -393,6 +418,11 @@ void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
     const std::vector<uint32_t>* const pWords = indexed.bConstant ? &m_Context.vBuffers[indexed.nArray] : nullptr;
     const SCode::SArray array = pWords ? SCode::SArray() : m_Code.vArrays[indexed.nArray];
     const uint32_t nElements = pWords ? m_Code.vBuffers[indexed.nArray].nElements : array.nElements;
+    if (!pWords && !m_pMask && IndicesInside(pIndex, indexed.nImmediate, nElements))
+    {
+        m_Lanes.pfLoadElements(pResult, m_pRows + array.nRow, pIndex, indexed.nImmediate, indexed.nComponent, m_nLive);
+        return;
+    }
     for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
     {
         if (!IsActive(n))
@@ -416,6 +446,16 @@ void CBlock::IndexStore(const SMicroOp& step, const SIndexed& indexed)
 {
     const uint32_t* const pIndex = Row(indexed.nIndexRow);
     const SCode::SArray& array = m_Code.vArrays[indexed.nArray];
+    if (IndicesInside(pIndex, indexed.nImmediate, array.nElements))
+    {
+        for (uint32_t c = 0; c < 4; ++c)
+        {
+            if (step.rows.d[0] & (1u << c))
+                m_Lanes.pfStoreElements(Row(step.rows.s[c]), m_pRows + array.nRow, pIndex, indexed.nImmediate, c,
+                                        m_pMask, m_nLive);
+        }
+        return;
+    }
     for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
     {
         if (!IsActive(n))

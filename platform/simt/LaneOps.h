@@ -62,6 +62,16 @@ struct SLaneTable
     void (*pfRange)(const uint32_t* pValues, const uint32_t* pMask, uint32_t nCount, uint32_t& nLow, uint32_t& nHigh);
     /// True if lane i holds lane 0's value plus i * nStride, for all lanes up to nCount.
     bool (*pfIsSequence)(const uint32_t* pValues, uint32_t nCount, uint32_t nStride);
+    /// Loads the word at pBase + pOffsets[i] - nBase for all lanes up to nCount.
+    void (*pfGather)(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
+                     uint32_t nCount);
+    /// Loads for all lanes up to nCount component nComponent of array element pIndices[i] + nAdd; pFirst is the array's
+    /// first row.
+    void (*pfLoadElements)(uint32_t* pRow, const SLaneRow* pFirst, const uint32_t* pIndices, uint32_t nAdd,
+                           uint32_t nComponent, uint32_t nCount);
+    /// The way back, for the lanes of the mask (null: all).
+    void (*pfStoreElements)(const uint32_t* pRow, SLaneRow* pFirst, const uint32_t* pIndices, uint32_t nAdd,
+                            uint32_t nComponent, const uint32_t* pMask, uint32_t nCount);
 };
 
 enum class EInstructionSet

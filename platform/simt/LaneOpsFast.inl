@@ -130,9 +130,62 @@ bool IsSequence(const uint32_t* pValues, uint32_t nCount, uint32_t nStride)
     return nDifference == 0;
 }
 
+uint32_t WordAt(const unsigned char* p)
+{
+    uint32_t n;
+    __builtin_memcpy(&n, p, sizeof n);
+    return n;
+}
+
+/// Work-items in a row of a two-dimensional group load consecutive words, or all the same one.
+void Gather(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase, uint32_t nCount)
+{
+    uint32_t i = 0;
+    for (; i + s_nGranule <= nCount; i += s_nGranule)
+    {
+        const uint32_t nFirst = pOffsets[i];
+        uint32_t nNotSequence = 0;
+        uint32_t nNotSame = 0;
+        for (uint32_t k = 0; k < s_nGranule; ++k)
+        {
+            nNotSequence |= pOffsets[i + k] ^ (nFirst + k * 4);
+            nNotSame |= pOffsets[i + k] ^ nFirst;
+        }
+        const unsigned char* const pFirst = pBase + (nFirst - nBase);
+        if (nNotSequence == 0)
+        {
+            __builtin_memcpy(pRow + i, pFirst, s_nGranule * 4);
+            continue;
+        }
+        const uint32_t nWord = WordAt(pFirst);
+        for (uint32_t k = 0; k < s_nGranule; ++k)
+            pRow[i + k] = nNotSame ? WordAt(pBase + (pOffsets[i + k] - nBase)) : nWord;
+    }
+    for (; i < nCount; ++i)
+        pRow[i] = WordAt(pBase + (pOffsets[i] - nBase));
+}
+
+void LoadElements(uint32_t* pRow, const SLaneRow* pFirst, const uint32_t* pIndices, uint32_t nAdd, uint32_t nComponent,
+                  uint32_t nCount)
+{
+    for (uint32_t i = 0; i < nCount; ++i)
+        pRow[i] = pFirst[(pIndices[i] + nAdd) * 4 + nComponent].w[i];
+}
+
+void StoreElements(const uint32_t* pRow, SLaneRow* pFirst, const uint32_t* pIndices, uint32_t nAdd, uint32_t nComponent,
+                   const uint32_t* pMask, uint32_t nCount)
+{
+    for (uint32_t i = 0; i < nCount; ++i)
+    {
+        if (!pMask || pMask[i])
+            pFirst[(pIndices[i] + nAdd) * 4 + nComponent].w[i] = pRow[i];
+    }
+}
+
 } // namespace
 
 extern const SLaneTable KESTREL_LANE_SET;
-const SLaneTable KESTREL_LANE_SET = {KESTREL_LANE_NAME, s_Fast, Split, Leave, Join, Swap, Case, Range, IsSequence};
+const SLaneTable KESTREL_LANE_SET = {KESTREL_LANE_NAME, s_Fast, Split, Leave, Join, Swap, Case, Range, IsSequence,
+                                     Gather, LoadElements, StoreElements};
 
 } // namespace KestrelPlatform
