@@ -1,0 +1,183 @@
+#include "Kernels.h"
+#include "TestSession.h"
+
+#include "core/ShaderDebuggerVariables.h"
+
+namespace OVK_ShaderDebugger
+{
+
+namespace
+{
+
+const std::string s_Plain = s_Id + "iadd r1, r0, l22\n" + s_Store;
+
+TEST(Session, ASecondStartLeavesTheFirstAlone)
+{
+    CTestSession session(s_Plain);
+    ASSERT_TRUE(session.Start());
+    EXPECT_FALSE(session.Start());
+    EXPECT_TRUE(session.Debugger().IsDebugging());
+    EXPECT_TRUE(session.Debugger().Step());
+}
+
+TEST(Session, AStartThatFailsAtAnyRunLeavesNothingBehind)
+{
+    for (unsigned int nRun = 1; nRun <= 2; ++nRun)
+    {
+        CTestSession session(s_Plain);
+        session.FailRun(nRun);
+        EXPECT_FALSE(session.Start()) << nRun;
+        EXPECT_FALSE(session.Debugger().IsDebugging());
+        EXPECT_EQ(session.Debugger().GetCurrentShader(), nullptr);
+        EXPECT_EQ(session.Device().nEntered, 0);
+        session.FailRun(0);
+        EXPECT_TRUE(session.Start());
+        EXPECT_EQ(session.Host().CountLog(logASSERT, "empty()"), 0u) << "buffers of the failed start";
+    }
+}
+
+TEST(Session, AFailedRunEndsTheSteppingWithTheOutputsInPlace)
+{
+    CTestSession session(s_Plain);
+    session.Trace();
+    ASSERT_TRUE(session.Start());
+    session.FailRun(1);
+    EXPECT_FALSE(session.Debugger().Step());
+    session.Debugger().EndDebugging(true);
+    EXPECT_EQ(session.Buffer(), session.Expected());
+    session.Debugger().EndDebugging(true);
+}
+
+TEST(Session, EndingWithoutUpdateLeavesTheBufferAlone)
+{
+    CTestSession session(s_Plain);
+    const CSimtDevice::Bytes before = session.Buffer();
+    ASSERT_TRUE(session.Start());
+    while (session.Debugger().Step())
+    {
+    }
+    session.Debugger().EndDebugging(false);
+    EXPECT_EQ(session.Buffer(), before);
+}
+
+TEST(Session, EndsAtAConditionalCallWithAReasonAndTheOutputs)
+{
+    CTestSession session(s_Id + "iadd r1, r0, l21\ncall_logicalnz r0.x, 1025\n" + s_Store,
+                         "func 1025\niadd r1, r1, l23\nret\nendfunc\n");
+    session.Trace();
+    ASSERT_TRUE(session.Start());
+    while (session.Debugger().Step())
+    {
+    }
+    std::string strError;
+    EXPECT_TRUE(session.Debugger().GetLastError(strError));
+    EXPECT_NE(strError.find("Conditional calls are unsupported"), std::string::npos) << strError;
+    session.Debugger().EndDebugging(true);
+    EXPECT_EQ(session.Buffer(), session.Expected());
+}
+
+/// What each step of the plain kernel costs in runs.
+TEST(Session, CostsOneRunForARegisterAndNoneForAnUntrackedOne)
+{
+    CTestSession session(s_Plain);
+    ASSERT_TRUE(session.Start());
+    EXPECT_EQ(session.TakeRuns(), 2u) << "the argument dump and the first instruction";
+    ASSERT_TRUE(session.Debugger().Step());
+    EXPECT_EQ(session.TakeRuns(), 1u);
+    session.Debugger().SetTrackingVariables({"r9"});
+    session.Debugger().SetEnableTrackingVariables(true);
+    ASSERT_TRUE(session.Debugger().Step());
+    EXPECT_EQ(session.TakeRuns(), 1u) << "r9 is tracked";
+    ASSERT_TRUE(session.Debugger().Step());
+    EXPECT_EQ(session.TakeRuns(), 0u) << "r1 isn't";
+    EXPECT_TRUE(session.Read("r1").empty());
+}
+
+TEST(Session, ReadsEveryElementOfADynamicallyIndexedArray)
+{
+    CTestSession session("dcl_indexed_temp_array x1[4]\nmov r0, vTidInGrp.xxxx\niand r1, r0, l23\nmov x1[r1.x], r0\n"
+                         "mov x1[2], l24\nmov r3, x1[2]\n");
+    ASSERT_TRUE(session.Start());
+    ASSERT_TRUE(session.Debugger().Step());
+    ASSERT_TRUE(session.Debugger().Step());
+    session.TakeRuns();
+    ASSERT_TRUE(session.Debugger().Step());
+    EXPECT_EQ(session.TakeRuns(), 4u);
+    for (unsigned int nItem = 0; nItem < CTestSession::s_nItems; ++nItem)
+    {
+        for (unsigned int nElement = 0; nElement < 4; ++nElement)
+        {
+            EXPECT_EQ(session.Read("x1[" + std::to_string(nElement) + "]")[4 * nItem],
+                      nElement == nItem % 4 ? nItem : 0u);
+        }
+    }
+    const std::vector<uint32_t> vBefore = session.Read("x1[2]");
+    ASSERT_TRUE(session.Debugger().Step());
+    EXPECT_EQ(session.TakeRuns(), 1u) << "the index is a constant";
+    EXPECT_EQ(session.Read("x1[2]"), std::vector<uint32_t>(4 * CTestSession::s_nItems, 4u));
+    ASSERT_TRUE(session.Debugger().Back());
+    EXPECT_EQ(session.Read("x1[2]"), vBefore);
+}
+
+TEST(Session, KeepsTheSavedArgumentsApartFromWhatAQueryReads)
+{
+    CTestSession session(s_Plain);
+    session.Trace();
+    ASSERT_TRUE(session.Start());
+    VariableID id;
+    id.type = VID_ByName;
+    id.strName = "m0";
+    const CSimtDevice::Bytes before = session.Buffer();
+    const auto read = [&]
+    {
+        const CShaderDebuggerBuffer* pBuffer = session.Debugger().GetGlobalResultsBuffer(id);
+        return CSimtDevice::Bytes(pBuffer->GetData(), pBuffer->GetData() + pBuffer->GetSize());
+    };
+    EXPECT_EQ(read(), before);
+    CSimtDevice::Bytes last;
+    while (session.Debugger().Step())
+    {
+        last = read();
+    }
+    EXPECT_EQ(last, session.Expected());
+    // The last stop is the call at position 0, where a run back doesn't start.
+    ASSERT_TRUE(session.Debugger().Back());
+    ASSERT_TRUE(session.Debugger().RunBack());
+    EXPECT_EQ(read(), before);
+}
+
+TEST(Session, DumpsTheArgumentBuffer)
+{
+    CTestSession session(s_Plain);
+    ASSERT_TRUE(session.Start());
+    VariableID id;
+    id.type = VID_ByName;
+    id.strName = "cb1";
+    const std::vector<uint32_t> vDump = CTestSession::Words(session.Debugger().GetGlobalResultsBuffer(id));
+    EXPECT_EQ(vDump, (std::vector<uint32_t>{0x1000, 0, 0, 0}));
+}
+
+TEST(Session, MapsBreakpointsToLinesThatHoldInstructions)
+{
+    CTestSession session(s_Plain);
+    ASSERT_TRUE(session.Start());
+    CShaderDebuggerIL& debugger = session.Debugger();
+    // The declarations of the function stand between its first line and its first instruction.
+    const LineNumber nEmpty = session.Shader().GetLine(CTestSession::s_nBody) - 1;
+    LineNumber nOut = 0;
+    EXPECT_FALSE(debugger.AddBreakPointAtLineNumber(nEmpty, 0, &nOut));
+    EXPECT_EQ(nOut, nEmpty + 1);
+    EXPECT_TRUE(debugger.AddBreakPointAtLineNumber(nEmpty, 1, &nOut));
+    EXPECT_FALSE(debugger.ToggleBreakPointAtLineNumber(nEmpty, true)) << "there, and not asked for by its own line";
+    EXPECT_EQ(debugger.GetBreakPointsAsLineNumbers(nullptr), 1u);
+    EXPECT_FALSE(debugger.HasBreakPointInInstructionRange(CTestSession::s_nBody, CTestSession::s_nBody + 1));
+    EXPECT_TRUE(debugger.HasBreakPointInInstructionRange(CTestSession::s_nBody - 1, CTestSession::s_nBody + 1));
+    EXPECT_FALSE(debugger.RemoveBreakPointAtLineNumber(nEmpty));
+    EXPECT_TRUE(debugger.RemoveBreakPointAtInstructionNumber(CTestSession::s_nBody));
+    EXPECT_FALSE(debugger.AddBreakPointAtLineNumber(100000, 5, &nOut));
+    EXPECT_EQ(nOut, g_INVALID_LINE_NUMBER);
+}
+
+} // namespace
+
+} // namespace OVK_ShaderDebugger
