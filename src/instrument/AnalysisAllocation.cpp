@@ -1,4 +1,5 @@
 #include "instrument/AnalyzedShaderIL.h"
+#include "instrument/OperandTokens.h"
 
 #include "core/ErrorStrings.h"
 #include "core/Log.h"
@@ -33,6 +34,67 @@ unsigned int FindFreeUAV(const std::set<unsigned int>& taken, unsigned int nFirs
 }
 
 } // namespace
+
+/// Every temp that an instruction names counts as used, those that nothing has written among them: the debugger's own
+/// temps must never be the kernel's.
+void CAnalyzedShaderIL::NoteTemps(const CShaderDebuggerInstructionIL& instruction)
+{
+    bool bWritesTemp = false;
+
+    if (const std::uint32_t nDest = instruction.GetDestRegTokenOffset())
+    {
+        const SOperand dest = ReadOperand(instruction, nDest);
+        bWritesTemp = dest.type == IL_REGTYPE_TEMP;
+        UseTemp(dest);
+
+        if (dest.nIndexOffset != 0)
+        {
+            UseTemp(ReadOperand(instruction, dest.nIndexOffset));
+        }
+    }
+
+    const std::uint32_t nSources = instruction.GetSrcRegCount();
+
+    for (std::uint32_t i = 0; i < nSources; ++i)
+    {
+        const SOperand source = ReadOperand(instruction, instruction.GetSrcRegTokenOffset(i));
+        const bool bNew = UseTemp(source);
+        SD_AssertText(GetHost(), !bNew || bWritesTemp,
+                      "m_vTempRegisterUsed[ instruction.GetSrcRegister( i ).reg.number ] == true");
+
+        if (source.nIndexOffset != 0)
+        {
+            UseTemp(ReadOperand(instruction, source.nIndexOffset));
+        }
+    }
+}
+
+/// Marks the operand if it is a temp. \return true if it is one that wasn't marked before
+bool CAnalyzedShaderIL::UseTemp(const SOperand& operand)
+{
+    // Negative temps are a set of their own, which the debugger doesn't take from.
+    if (operand.type != IL_REGTYPE_TEMP || operand.nNumber >= NUM_IL_REGISTER_INDICES)
+    {
+        return false;
+    }
+
+    const bool bNew = !m_vTempRegisterUsed[operand.nNumber];
+    m_vTempRegisterUsed[operand.nNumber] = true;
+    return bNew;
+}
+
+/// A macro shares the registers of the kernel that calls it.
+void CAnalyzedShaderIL::NoteMacroRegisters(const CShaderDebuggerInstructionIL& item)
+{
+    if (item.IsDCLLiteral())
+    {
+        m_vLiteralRegisterUsed[item.GetSrcRegister(0).reg.number % NUM_IL_REGISTER_INDICES] = true;
+    }
+    else if (!item.IsDCL())
+    {
+        NoteTemps(item);
+    }
+}
 
 bool CAnalyzedShaderIL::AllocateRegisters(unsigned int nMaxLoopDepth)
 {

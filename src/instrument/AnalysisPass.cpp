@@ -125,7 +125,7 @@ bool CAnalysisPass::TakeInstruction(CShaderDebuggerInstructionIL& item)
 
     m_Shader.m_FunctionScope.emplace_hint(m_Shader.m_FunctionScope.end(), Position(), m_nCurrentFunction);
     NoteWrittenRegister(instruction);
-    NoteTemps(instruction);
+    m_Shader.NoteTemps(instruction);
     NoteLine();
     ++m_Shader.m_nInstructionCount;
     return true;
@@ -203,54 +203,6 @@ void CAnalysisPass::AddToOpenBlocks(const Register& reg)
             }
         }
     }
-}
-
-/// Every temp that an instruction names counts as used, those that nothing has written among them: the debugger's own
-/// temps must never be the kernel's.
-void CAnalysisPass::NoteTemps(const CShaderDebuggerInstructionIL& instruction)
-{
-    bool bWritesTemp = false;
-
-    if (const std::uint32_t nDest = instruction.GetDestRegTokenOffset())
-    {
-        const SOperand dest = ReadOperand(instruction, nDest);
-        bWritesTemp = dest.type == IL_REGTYPE_TEMP;
-        UseTemp(dest);
-
-        if (dest.nIndexOffset != 0)
-        {
-            UseTemp(ReadOperand(instruction, dest.nIndexOffset));
-        }
-    }
-
-    const std::uint32_t nSources = instruction.GetSrcRegCount();
-
-    for (std::uint32_t i = 0; i < nSources; ++i)
-    {
-        const SOperand source = ReadOperand(instruction, instruction.GetSrcRegTokenOffset(i));
-        const bool bNew = UseTemp(source);
-        SD_AssertText(m_Shader.GetHost(), !bNew || bWritesTemp,
-                      "m_vTempRegisterUsed[ instruction.GetSrcRegister( i ).reg.number ] == true");
-
-        if (source.nIndexOffset != 0)
-        {
-            UseTemp(ReadOperand(instruction, source.nIndexOffset));
-        }
-    }
-}
-
-/// Marks the operand if it is a temp. \return true if it is one that wasn't marked before
-bool CAnalysisPass::UseTemp(const SOperand& operand)
-{
-    // Negative temps are a set of their own, which the debugger doesn't take from.
-    if (operand.type != IL_REGTYPE_TEMP || operand.nNumber >= CAnalyzedShaderIL::NUM_IL_REGISTER_INDICES)
-    {
-        return false;
-    }
-
-    const bool bNew = !m_Shader.m_vTempRegisterUsed[operand.nNumber];
-    m_Shader.m_vTempRegisterUsed[operand.nNumber] = true;
-    return bNew;
 }
 
 void CAnalysisPass::NoteLine()

@@ -2,7 +2,6 @@
 #define KESTREL_INSTRUMENT_ANALYSISPASS_H
 
 #include "instrument/AnalyzedShaderIL.h"
-#include "instrument/OperandTokens.h"
 
 #include <vector>
 
@@ -46,8 +45,6 @@ private:
     void NoteWrittenRegister(const CShaderDebuggerInstructionIL& instruction);
     bool MakeWrittenRegister(const CShaderDebuggerInstructionIL& instruction, Register& reg) const;
     void AddToOpenBlocks(const Register& reg);
-    void NoteTemps(const CShaderDebuggerInstructionIL& instruction);
-    bool UseTemp(const SOperand& operand);
     void NoteLine();
 
     // Declarations (AnalysisDeclarations.cpp).

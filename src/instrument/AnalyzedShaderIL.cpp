@@ -168,11 +168,20 @@ bool CAnalyzedShaderIL::TakeTokens()
     else
     {
         m_vTokens.resize(vImage.size() / sizeof(unsigned int));
+    }
+
+    if (m_vTokens.empty())
+    {
+        return Malformed("nTokenCount > 0");
+    }
+
+    if (!m_bIsElf)
+    {
         std::memcpy(m_vTokens.data(), vImage.data(), m_vTokens.size() * sizeof(unsigned int));
     }
 
     m_vItemLengths.assign(m_vTokens.size(), 0);
-    return !m_vTokens.empty() || Malformed("nTokenCount > 0");
+    return true;
 }
 
 bool CAnalyzedShaderIL::ReadHeader(CInputTokenStream<unsigned int>& src, LineNumber& nLine)
@@ -269,6 +278,7 @@ bool CAnalyzedShaderIL::SkipMacros(CInputTokenStream<unsigned int>& src, LineNum
         while (DecodeItem(src, item))
         {
             ++nNumMacroLines;
+            NoteMacroRegisters(item);
 
             if (item.GetOpCode() == IL_OP_MACROEND)
             {

@@ -18,6 +18,7 @@ namespace OVK_ShaderDebugger
 {
 
 class CAnalysisPass;
+struct SOperand;
 
 /// The value of a literal register.
 struct Vec4
@@ -194,6 +195,9 @@ private:
     bool TakeTokens();
     bool ReadHeader(CInputTokenStream<unsigned int>& src, LineNumber& nLine);
     bool CheckComputeKernel();
+    void NoteTemps(const CShaderDebuggerInstructionIL& instruction);
+    bool UseTemp(const SOperand& operand);
+    void NoteMacroRegisters(const CShaderDebuggerInstructionIL& item);
     bool AllocateRegisters(unsigned int nMaxLoopDepth);
     bool AllocateUAVs();
     void AssignLoopCounters(const std::vector<unsigned int>& vLoopTempRegs,

@@ -145,6 +145,7 @@ private:
     void WriteOutputDeclarations(CDest& dest);
     void WriteBufferDeclarations(CDest& dest);
     void WriteSamplerStubs(CDest& dest);
+    void WriteMacroPreamble(CDest& dest, const ProgramCounter& pc);
     void WriteZero(CDest& dest, unsigned int nTemp);
 
     // The image (PatchedShader.cpp).

@@ -179,12 +179,11 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
     pass.bInOutlineMacro = true;
     pass.bOutlineMacroEncountered = true;
     WriteFollowingComment(pass.src, pass.dest);
-    WriteDebuggerNumericLiteralDeclarations(pass.dest);
-    WriteDebuggerLoopLiteralDeclarations(pass.dest, pass.target);
 
-    for (const unsigned int nTemp : m_nPatchedTempRegisters)
+    // Elsewhere a call of the macro must leave the counters of the caller's loops and the mask alone.
+    if (pass.nCurrentInstruction <= pass.target.m_nPos && pass.target.m_nPos < m_nOutlineMacroEnd)
     {
-        WriteZero(pass.dest, nTemp);
+        WriteMacroPreamble(pass.dest, pass.target);
     }
 
     return true;

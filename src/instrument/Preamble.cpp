@@ -92,6 +92,18 @@ void CInstrumentedShaderIL::InitResourcesAndRegisters(CDest& dest, bool bInitLoo
     }
 }
 
+/// What the capture inside an outline macro works with.
+void CInstrumentedShaderIL::WriteMacroPreamble(CDest& dest, const ProgramCounter& pc)
+{
+    WriteDebuggerNumericLiteralDeclarations(dest);
+    WriteDebuggerLoopLiteralDeclarations(dest, pc);
+
+    for (const unsigned int nTemp : m_nPatchedTempRegisters)
+    {
+        WriteZero(dest, nTemp);
+    }
+}
+
 /// One sample with each sampler of the kernel, so that all of them stay in use whatever the patch leaves out.
 void CInstrumentedShaderIL::WriteSamplerStubs(CDest& dest)
 {

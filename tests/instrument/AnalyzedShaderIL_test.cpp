@@ -342,13 +342,16 @@ TEST(Analysis, NotesFunctionsLinesAndDeclarations)
     EXPECT_TRUE(shader.IsShaderDebuggable(DM_Asm));
 }
 
-TEST(Analysis, CountsTheLinesOfMacrosInFront)
+TEST(Analysis, SkipsMacrosInFrontButLeavesTheirRegistersAlone)
 {
-    CTestKernel kernel("mdef(1)_mod(0x0)\nmov r0, r1\nmend\nmdef(2)_outline\n;k\nmov r0, r1\nmend\n" +
-                       Kernel("mov r5, vTidInGrp\n"));
+    CTestKernel kernel(
+        "mdef(1)_mod(0x0)\ndcl_literal l2, 1, 1, 1, 1\nmov r0, r1\nmend\nmdef(2)_outline\n;k\nmov r0, r1\nmend\n" +
+        Kernel("mov r5, vTidInGrp\n"));
     ASSERT_TRUE(kernel.IsAnalyzed());
-    // Seven items, the opening line, cb0; then the call.
-    EXPECT_EQ(kernel.Shader().m_PC_LineNumberMap.left.at(0), 9u);
+    // Eight items, the opening line, cb0; then the call.
+    EXPECT_EQ(kernel.Shader().m_PC_LineNumberMap.left.at(0), 10u);
+    EXPECT_EQ(kernel.Shader().m_nPatchedTempRegisters, (Numbers{2, 3, 4, 6, 7}));
+    EXPECT_EQ(kernel.Shader().GetLiteralRegister2(), 3u);
     EXPECT_EQ(kernel.Shader().m_OutlineMacroLabel, 0u);
 }
 
@@ -386,7 +389,7 @@ TEST(Analysis, TakesAPrivateStoreAsARegisterIndexedByItsAddress)
 {
     CTestKernel kernel(Kernel("dcl_typeless_uav_id(8)_stride(4)_length(64)_access(private)\n"
                               "uav_raw_store_id(8) mem0.x, r1, r2\n"
-                              "uav_byte_store_id(8) r1.z, r2\n"
+                              "uav_byte_store_id(8) mem0.x, r1.z, r2\n"
                               "uav_raw_store_id(10) mem0.xy, r1.x, r2\n"));
     ASSERT_TRUE(kernel.IsAnalyzed());
     const InstructionNumber nStore = kernel.Find("uav_raw_store_id(8) mem0.x, r1, r2");
@@ -395,7 +398,7 @@ TEST(Analysis, TakesAPrivateStoreAsARegisterIndexedByItsAddress)
     EXPECT_EQ(kernel.Written(nStore), Register(RegisterID(RT_PrivateUAVAccess, 8, 0, &whole), COMP_All));
     EXPECT_EQ(kernel.Written(nStore + 1), Register(RegisterID(RT_PrivateUAVAccess, 8, 0, &z), COMP_All));
     EXPECT_EQ(kernel.Written(nStore + 2), Register(RT_GENERIC_MEM, 0, COMP_xy));
-    EXPECT_EQ(kernel.Host().CountLog(logWARNING, "Indexed temp could not be resolved on line 7, instruction 3. "
+    EXPECT_EQ(kernel.Host().CountLog(logWARNING, "Indexed temp could not be resolved on line 8, instruction 3. "
                                                  "Performance may be slow."),
               1u);
 }

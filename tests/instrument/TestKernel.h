@@ -148,6 +148,8 @@ public:
     using CInstrumentedShaderIL::WriteSourceReg;
 
     const ShaderInfo& Info() const { return m_ShaderInfo; }
+    const IL* Patched() const { return m_pPatchedShader; }
+    size_t PatchedSize() const { return m_nPatchedShaderSize; }
 };
 
 /// A kernel made of IL text, analysed, with its host.
@@ -158,9 +160,6 @@ public:
         : CTestKernel(Assemble(strText), setup)
     {
         m_vLines = SplitLines(strText);
-        std::vector<unsigned int> vTokens;
-        KestrelPlatform::SDiagnostic diagnostic;
-        KestrelPlatform::AssembleIL(strText.data(), strText.size(), vTokens, diagnostic, &m_vInstructionLines);
     }
 
     explicit CTestKernel(const std::vector<unsigned int>& vTokens, const SKernelSetup& setup = SKernelSetup())
@@ -173,15 +172,14 @@ public:
     CFakeHost& Host() { return m_Host; }
     CTestShader& Shader() { return m_Shader; }
 
-    /// The instruction that stands n-th (from 0) under this text in the kernel; instructions count from the start of
-    /// the text, which must hold no skipped macro.
+    /// The instruction that stands n-th (from 0) under this text in the kernel. A line of text is one item.
     InstructionNumber Find(const std::string& strLine, size_t n = 0) const
     {
-        for (InstructionNumber i = 0; i < m_vInstructionLines.size(); ++i)
+        for (const auto& entry : m_Shader.m_PC_LineNumberMap.left)
         {
-            if (m_vLines[m_vInstructionLines[i] - 1] == strLine && n-- == 0)
+            if (m_vLines.at(entry.second) == strLine && n-- == 0)
             {
-                return i;
+                return entry.first;
             }
         }
 
@@ -236,7 +234,6 @@ private:
     CTestShader m_Shader;
     bool m_bAnalyzed = false;
     std::vector<std::string> m_vLines;
-    std::vector<uint32_t> m_vInstructionLines; ///< from 1
 };
 
 } // namespace OVK_ShaderDebugger
