@@ -146,10 +146,23 @@ TEST_P(CDeviceKernelsTest, TakesNullBuffersOneBufferTwiceAndPartsOfBuffers)
     std::copy(vExpected.begin(), vExpected.begin() + 32, vExpected.begin() + 32);
     EXPECT_EQ(ReadAll<cl_float>(buffer, 64), vExpected);
 
+    // A part in the middle of a buffer that is passed too: what lies behind the part is still the buffer's.
+    const cl_buffer_region middle{128, 64};
+    cl_mem inside = cl.clCreateSubBuffer(buffer, 0, CL_BUFFER_CREATE_TYPE_REGION, &middle, nullptr);
+    SetScaleArguments(kernel, inside, 1.0f, buffer);
+    const size_t nOffset = 48, nCount = 16;
+    EXPECT_EQ(cl.clEnqueueNDRangeKernel(m_queue, kernel, 1, &nOffset, &nCount, nullptr, 0, nullptr, nullptr),
+              CL_SUCCESS);
+    std::fill(vExpected.begin() + 48, vExpected.end(), 0.0f);
+    EXPECT_EQ(ReadAll<cl_float>(buffer, 64), vExpected);
+    SPlatformFault fault{};
+    Control().GetLastFault(&fault);
+    EXPECT_EQ(fault.nBadAccesses, 16u) << "the reads, which are behind the buffer";
+    cl.clReleaseMemObject(inside);
+
     SetScaleArguments(kernel, nullptr, 2.0f, buffer);
     EXPECT_EQ(Launch(kernel, 64), CL_SUCCESS);
     EXPECT_EQ(ReadAll<cl_float>(buffer, 64), std::vector<cl_float>(64, 0.0f)) << "a null buffer reads as 0";
-    SPlatformFault fault{};
     Control().GetLastFault(&fault);
     EXPECT_EQ(fault.nBadAccesses, 64u);
     EXPECT_EQ(fault.bWrite, 0);
@@ -391,6 +404,9 @@ TEST_F(CKernelsTest, AnArgumentThatHasGoneIsFoundOut)
     SetScaleArguments(kernel, gone, 1.0f, target);
     cl.clReleaseMemObject(gone);
     EXPECT_EQ(Launch(kernel, 64), CL_INVALID_KERNEL_ARGS);
+    cl_mem other = MakeBuffer(256); // may have the old handle
+    EXPECT_EQ(Launch(kernel, 64), CL_INVALID_KERNEL_ARGS);
+    cl.clReleaseMemObject(other);
     cl.clReleaseMemObject(target);
     cl.clReleaseKernel(kernel);
 }
