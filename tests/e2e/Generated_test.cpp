@@ -79,6 +79,10 @@ TEST(Generated, EveryStopAgreesWithThePlainRun)
             {
                 strText += strFinding + "\n";
             }
+            if (nSeeds == 1)
+            {
+                strText += CKernelGenerator(nSeed).Generate().launch.strSource;
+            }
             ADD_FAILURE() << "seed " << nSeed << "\n"
                           << strText << "replay: KESTREL_SEED=" << nSeed << " KESTREL_SEEDS=1 " << ReplayCommand();
         }

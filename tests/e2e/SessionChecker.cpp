@@ -56,6 +56,10 @@ CSessionChecker::CSessionChecker(const KestrelTool::CLibraries& libraries, Kestr
     m_Lib.cl.clGetCommandQueueInfo(launch.GetQueue(), CL_QUEUE_DEVICE, sizeof(device), &device, nullptr);
     cl_int nCode = CL_SUCCESS;
     m_SideQueue = m_Lib.cl.clCreateCommandQueue(context, device, 0, &nCode);
+    for (const SArgument& argument : launch.GetFile().vArguments)
+    {
+        m_nMaxCopies += argument.eKind == SArgument::Same;
+    }
 }
 
 CSessionChecker::~CSessionChecker()
@@ -175,7 +179,7 @@ void CSessionChecker::NoteWrite(const SObservation& observation)
 }
 
 /// A session runs on copies of the buffers, so a device address differs from the plain run's by as
-/// much as the copy lies away: whole pages, and for one page always the same number of them.
+/// much as the copy lies away: whole pages, and for one copy of a page always the same number of them.
 bool CSessionChecker::Agrees(const uint32_t* pGot, const Words& wanted)
 {
     for (size_t i = 0; i < wanted.size(); ++i)
@@ -185,7 +189,8 @@ bool CSessionChecker::Agrees(const uint32_t* pGot, const Words& wanted)
         {
             return false;
         }
-        if (nDistance != 0 && m_mapPages.emplace(wanted[i] / s_nPageSize, nDistance).first->second != nDistance)
+        std::set<uint32_t>& distances = m_mapPages[wanted[i] / s_nPageSize];
+        if (nDistance != 0 && distances.insert(nDistance).second && distances.size() > m_nMaxCopies)
         {
             return false;
         }

@@ -58,8 +58,9 @@ private:
     std::unique_ptr<CTextStructure> m_pStructure;
     std::unique_ptr<CStopTracker> m_pTracker;
     std::map<std::string, Values> m_mapKnown; ///< what each register must read, by its name
-    /// How far the session's copy of a page of memory lies from the page of the plain run.
-    std::map<uint32_t, uint32_t> m_mapPages;
+    /// How far the session's copies of a page of memory lie from the page of the plain run.
+    std::map<uint32_t, std::set<uint32_t>> m_mapPages;
+    size_t m_nMaxCopies = 1; ///< a memory object that is passed more than once has as many copies
     std::set<SPosition> m_setVisited;
     std::vector<std::string> m_vFindings;
     SPosition m_Position;

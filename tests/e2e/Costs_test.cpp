@@ -1,0 +1,143 @@
+#include "tests/e2e/LibrariesFixture.h"
+#include "tests/e2e/ScriptedClient.h"
+#include "tests/e2e/SmallKernel.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace KestrelTest;
+using namespace KestrelTool;
+using testing::ElementsAre;
+
+namespace
+{
+
+/// Kernel runs since the last call.
+uint64_t TakeRuns()
+{
+    const SPlatformControl& control = GetPlatformControl(GetLibraries());
+    const uint64_t nRuns = control.GetCounter(PLATFORM_COUNTER_KERNEL_RUNS);
+    control.ClearCounters();
+    return nRuns;
+}
+
+void Track(CSession& session, const std::vector<std::string>& vNames)
+{
+    std::vector<ovkclDebugRegisterLocator> vLocators;
+    for (const std::string& strName : vNames)
+    {
+        ovkclDebugRegisterLocator locator = 0;
+        GetLibraries().ovkclDebugUtilStringToDebugRegisterLocator(reinterpret_cast<const cl_char*>(strName.c_str()),
+                                                                  &locator);
+        vLocators.push_back(locator);
+    }
+    ASSERT_EQ(GetLibraries().ovkclDebugSetTrackingRegisters(session.GetContext(), vLocators.data(), vLocators.size()),
+              OVKCLDEBUG_SUCCESS);
+}
+
+/// What every movement of a session that only steps costs, the start first.
+std::vector<uint64_t> StepCosts(const SLaunchFile& file, const std::vector<std::string>& vTracked = {})
+{
+    CLaunch launch(GetLibraries(), file);
+    std::vector<uint64_t> vCosts;
+    TakeRuns();
+    CScriptedClient client(
+        [&](CSession& session)
+        {
+            vCosts.push_back(TakeRuns());
+            if (!vTracked.empty())
+            {
+                Track(session, vTracked);
+            }
+            return OVKCLDEBUG_COMMAND_STEP;
+        },
+        [&](CSession&)
+        {
+            vCosts.push_back(TakeRuns());
+            return OVKCLDEBUG_COMMAND_STEP;
+        });
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    vCosts.push_back(TakeRuns());
+    return vCosts;
+}
+
+} // namespace
+
+// The stops of the straight kernel below: the first three instructions of the frame, the body, ret,
+// and the call in the main body, which is taken behind the last halt. The start dumps the arguments
+// and executes the function's entry.
+
+TEST(Costs, AStepIsOneRunAndAnInstructionWithoutADestinationNone)
+{
+    const SLaunchFile file = MakeSmallKernel("iadd r3.x, r0.x, l0.y\n"
+                                             "fence_memory\n"
+                                             "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\n");
+    EXPECT_THAT(StepCosts(file), ElementsAre(2, 1, 1, 1, 1, 0, 1, 1, 1));
+}
+
+TEST(Costs, WithTrackingOnlyTrackedRegistersAndFlowControlCost)
+{
+    const SLaunchFile file = MakeSmallKernel("iadd r3.x, r0.x, l0.y\n"
+                                             "iadd r4.x, r0.x, l0.y\n"
+                                             "if_logicalnz r0.x\n"
+                                             "iadd r4.x, r3.x, l0.y\n"
+                                             "endif\n"
+                                             "iadd r3.x, r0.x, l0.y\n");
+    //                                                  frame    r3 r4 if r4 endif r3 ret call
+    EXPECT_THAT(StepCosts(file, {"r3"}), ElementsAre(2, 0, 0, 0, 1, 0, 1, 0, 1, 1, 1, 1));
+}
+
+TEST(Costs, ADynamicallyIndexedWriteIsOneRunAnElement)
+{
+    const SLaunchFile file = MakeSmallKernel("mov x1[3].x, r0.x\n"
+                                             "mov x1[r0.x].x, r0.x\n",
+                                             "dcl_indexed_temp_array x1[5]\n");
+    EXPECT_THAT(StepCosts(file), ElementsAre(2, 1, 1, 1, 1, 5, 1, 1));
+}
+
+TEST(Costs, AContinueWithoutBreakpointsRunsTheClientsKernelOnce)
+{
+    CLaunch launch(GetLibraries(), MakeSmallKernel("uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n"));
+    uint64_t nBuilds = 0;
+    const SPlatformControl& control = GetPlatformControl(GetLibraries());
+    CScriptedClient client(
+        [&](CSession&)
+        {
+            TakeRuns();
+            nBuilds = control.GetCounter(PLATFORM_COUNTER_BUILDS);
+            return OVKCLDEBUG_COMMAND_CONTINUE;
+        },
+        AlwaysContinue);
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    EXPECT_EQ(TakeRuns(), 1u);
+    EXPECT_EQ(control.GetCounter(PLATFORM_COUNTER_BUILDS), 0u) << "nothing was built for it";
+    EXPECT_EQ(nBuilds, 0u);
+    EXPECT_THAT(client.GetEvents(), ElementsAre("started", "finished"));
+    const std::vector<unsigned char> vBytes = launch.ReadContents(0);
+    for (unsigned int i = 0; i < 8; ++i)
+    {
+        EXPECT_EQ(ReadElement(*FindElementType("int"), &vBytes[i * 4]), i);
+    }
+}
+
+TEST(Costs, NothingIsLeftAlive)
+{
+    const SPlatformControl& control = GetPlatformControl(GetLibraries());
+    const auto count = [&control]
+    {
+        std::vector<uint64_t> vAlive;
+        for (int i = PLATFORM_COUNTER_CONTEXTS; i < PLATFORM_COUNTER_LAST; ++i)
+        {
+            vAlive.push_back(control.GetCounter(static_cast<EPlatformCounter>(i)));
+        }
+        return vAlive;
+    };
+    const std::vector<uint64_t> vBefore = count();
+    for (const auto& answer : {AlwaysStep, AlwaysContinue})
+    {
+        CLaunch launch(GetLibraries(), MakeSmallKernel("uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n"));
+        CScriptedClient client(AlwaysStep, answer);
+        EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    }
+    EXPECT_EQ(count(), vBefore);
+}
