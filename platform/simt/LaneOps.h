@@ -24,7 +24,7 @@ enum ELaneOp : uint16_t
 #define HELPER(name, form, out, a, b, c, expression) LANE_##name,
 #include "platform/simt/LaneOpsFast.def"
     LANE_FIRST_SLOW,
-    LANE_SLOW_BASE = LANE_FIRST_SLOW - 1,
+    LANE_LAST_FAST = LANE_FIRST_SLOW - 1, ///< so that the next one is LANE_FIRST_SLOW again
 #define LANE(opcode, form, out, a, b, c, expression) LANE_##opcode,
 #define HELPER(name, form, out, a, b, c, expression) LANE_##name,
 #include "platform/simt/LaneOpsSlow.def"
@@ -47,7 +47,7 @@ typedef void (*PFLaneOp)(SLaneRow* pRows, const SLaneRows& rows, const uint32_t*
 struct SLaneTable
 {
     const char* pszName;
-    const PFLaneOp* pFast; ///< indexed by ELaneOp up to LANE_SLOW_BASE
+    const PFLaneOp* pFast; ///< indexed by ELaneOp up to LANE_LAST_FAST
 
     /// pMask &= pCondition (inverted if bInvert); what goes away is stored in pRest.
     uint32_t (*pfSplit)(uint32_t* pMask, uint32_t* pRest, const uint32_t* pCondition, uint32_t bInvert);

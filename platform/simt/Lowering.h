@@ -38,7 +38,6 @@ private:
     /// An open if, loop, switch or body.
     struct SOpenBlock
     {
-        EOpCode eOpCode = IL_OP_UNKNOWN;
         uint32_t nRows[3] = {0, 0, 0}; ///< as the step that opens it
         uint32_t nStep = 0;
         uint32_t nDefault = 0;             ///< switch: the step of its default; 0 before it is met

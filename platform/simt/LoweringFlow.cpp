@@ -47,7 +47,7 @@ bool CLowering::LowerBody(uint32_t nBody)
     enter.rows.d[0] = m_vReturnRows[nBody];
     enter.nInstruction = SItem::NoInstruction;
     m_Code.vSteps.push_back(enter);
-    m_vBlocks.push_back({IL_OP_FUNC, {m_vReturnRows[nBody], 0, 0}, 0, 0, {}, {}});
+    m_vBlocks.push_back({{m_vReturnRows[nBody], 0, 0}, 0, 0, {}, {}});
     for (uint32_t n = 0; n < body.vItems.size(); ++n)
     {
         if (!LowerItem(n))
@@ -155,7 +155,7 @@ void CLowering::LowerSwitch()
     step.rows.s[0] = nSelector;
     step.rows.s[1] = nKept;
     m_vBreakables.push_back(m_vBlocks.size());
-    m_vBlocks.push_back({IL_OP_SWITCH, {nRow, nPending, nKept}, m_nLastFlow, 0, {}, {}});
+    m_vBlocks.push_back({{nRow, nPending, nKept}, m_nLastFlow, 0, {}, {}});
     Pend(m_nLastFlow);
 }
 
@@ -234,7 +234,7 @@ bool CLowering::LowerFlow()
         step.rows.d[0] = nRow;
         step.rows.s[0] = nCondition;
         step.nFlags = bInvert ? s_nFlagInvert : 0;
-        m_vBlocks.push_back({IL_OP_IFC, {nRow, 0, 0}, m_nLastFlow, 0, {}, {}});
+        m_vBlocks.push_back({{nRow, 0, 0}, m_nLastFlow, 0, {}, {}});
         Pend(m_nLastFlow);
         return !m_bFailed;
     }
@@ -255,7 +255,7 @@ bool CLowering::LowerFlow()
         step.rows.d[1] = nContinued;
         m_vLoops.push_back(m_vBlocks.size());
         m_vBreakables.push_back(m_vBlocks.size());
-        m_vBlocks.push_back({IL_OP_WHILE, {nRow, nContinued, 0}, m_nLastFlow, 0, {}, {}});
+        m_vBlocks.push_back({{nRow, nContinued, 0}, m_nLastFlow, 0, {}, {}});
         return true;
     }
     case IL_OP_ENDLOOP:

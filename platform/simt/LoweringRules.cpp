@@ -3,6 +3,15 @@
 namespace KestrelPlatform
 {
 
+namespace
+{
+
+/// By the relation field of the controls.
+const ELaneOp s_Relations[] = {LANE_FEqual,        LANE_FNotEqual, LANE_FGreater,
+                               LANE_FGreaterEqual, LANE_FLess,     LANE_FLessEqual};
+
+} // namespace
+
 /// The component's parts of one rule: destinations hold component numbers until WriteParts.
 void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, std::vector<SPart>& vParts)
 {
@@ -175,8 +184,6 @@ bool CLowering::LowerReflect()
 /// The relation that the controls of compares, ifc, breakc and continuec name.
 uint32_t CLowering::RelationRow(const SOperand& a, const SOperand& b)
 {
-    static const ELaneOp s_Relations[] = {LANE_FEqual,        LANE_FNotEqual, LANE_FGreater,
-                                          LANE_FGreaterEqual, LANE_FLess,     LANE_FLessEqual};
     const uint32_t nRelation = m_pItem->Controls() & 7;
     if (nRelation > 5)
     {
@@ -188,8 +195,6 @@ uint32_t CLowering::RelationRow(const SOperand& a, const SOperand& b)
 
 bool CLowering::LowerCompareSelect()
 {
-    static const ELaneOp s_Relations[] = {LANE_FEqual,        LANE_FNotEqual, LANE_FGreater,
-                                          LANE_FGreaterEqual, LANE_FLess,     LANE_FLessEqual};
     const SOperand& a = m_Stream.Source(*m_pItem, 0);
     const SOperand& b = m_Stream.Source(*m_pItem, 1);
     const SOperand& destination = m_Stream.Destination(*m_pItem);

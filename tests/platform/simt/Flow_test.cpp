@@ -1,3 +1,5 @@
+#include <thread>
+
 #include "tests/platform/simt/KernelRun.h"
 
 namespace KestrelPlatformTest
@@ -147,6 +149,67 @@ std::string FlowName(const ::testing::TestParamInfo<FlowTest::ParamType>& info)
 INSTANTIATE_TEST_SUITE_P(Simt, FlowTest,
                          ::testing::Combine(::testing::ValuesIn(s_Cases), ::testing::Values(1, 7, 64, 100, 256, 600)),
                          FlowName);
+
+TEST(Flow, MacroBeforeTheHeaderAndMainClosedByEnd)
+{
+    // What stands behind a stop is cut away, also the end of the main body; literals may follow their use.
+    CKernelRun run(
+        Assemble("mdef(3)_outline\nimul r0.x, vAbsTidFlat.x, l0.w\nmend\n"
+                 "il_cs_2_0\ndcl_cb cb1[8]\ndcl_literal l0, 0, 1, 2, 3\nmcall(3)_in(0)\n"
+                 "ishl r1.x, vAbsTidFlat.x, l0.z\niadd r1.x, r1.x, cb1[0].x\nuav_raw_store_id(11) mem0.x, r1.x, r0.x\n"
+                 "ret_dyn\nend\n"));
+    run.SetSize(9, 3);
+    run.vOutput.assign(9, 77);
+    run.Run();
+    EXPECT_EQ(run.vOutput, (std::vector<uint32_t>{0, 3, 6, 9, 12, 15, 18, 21, 24}));
+}
+
+TEST(Flow, LiteralsBelongToTheTextBehindThem)
+{
+    CKernelRun run(
+        Assemble("il_cs_2_0\ndcl_cb cb1[8]\ndcl_literal l0, 5, 0, 0, 0\nmov r0.x, l0.x\ndcl_literal l0, 6, 0, 0, 0\n"
+                 "mov r0.y, l0.x\nmov r0.z, l1.x\ndcl_literal l1, 7, 0, 0, 0\nmov r0.w, l2.x\n"
+                 "uav_raw_store_id(11) mem0, cb1[0].x, r0\nendmain\nend\n"));
+    run.vOutput.assign(4, 77);
+    run.Run();
+    EXPECT_EQ(run.vOutput, (std::vector<uint32_t>{5, 6, 7, 0}));
+}
+
+TEST(Flow, OtherKernelsDeclarationsDontCount)
+{
+    CKernelRun run(
+        Assemble("il_cs_2_0\ndcl_cb cb1[8]\ndcl_literal l0, 0, 1, 20, 3\ncall 1\nendmain\nfunc 1\ndcl_lds_id(1) 16\n"
+                 "lds_store_id(1) l0.z, l0.w\nlds_load_id(1) r0.x, l0.z\nuav_raw_store_id(11) mem0.x, cb1[0].x, r0.x\n"
+                 "ret\nendfunc\nfunc 2\ndcl_lds_id(1) 1024\nret\nendfunc\nend\n"));
+    run.vOutput.assign(1, 77);
+    EXPECT_EQ(run.Run().nBadAccesses, 2u);
+    EXPECT_EQ(run.vOutput[0], 0u);
+}
+
+TEST(Flow, SeveralLaunchesAtOnce)
+{
+    const auto work = []
+    {
+        for (uint32_t n = 1; n <= 20; ++n)
+        {
+            CKernelRun run(std::string(IndexLines()) +
+                               "uav_raw_store_id(11) mem0.x, r100.y, r100.x\nuav_add_id(11) l1.x, l1.y\n",
+                           std::string(IndexLiterals()) + "dcl_literal l1, 4100, 1, 0, 0\n");
+            const uint32_t nItems = n * 100;
+            run.SetSize(nItems, 50);
+            run.vOutput.assign(nItems * 4, 0);
+            EXPECT_EQ(run.Run().eStatus, KestrelPlatform::SLaunchResult::Complete);
+            EXPECT_EQ(run.vOutput[1], nItems);
+            for (uint32_t i = 0; i < nItems; ++i)
+                ASSERT_EQ(run.vOutput[i * 4], i);
+        }
+    };
+    std::vector<std::thread> vThreads;
+    for (int n = 0; n < 4; ++n)
+        vThreads.emplace_back(work);
+    for (std::thread& thread : vThreads)
+        thread.join();
+}
 
 } // namespace
 } // namespace KestrelPlatformTest
