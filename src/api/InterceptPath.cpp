@@ -15,8 +15,8 @@ using OVK_ShaderDebugger::CallCL;
 namespace
 {
 
-/// What is kept for a launch until its event is complete, to end the session of one that never ran because a
-/// command that it waited for had failed.
+/// What is kept for a launch until its event is complete, to end the session of one that the intercept never took
+/// up: a command that it waited for had failed, or the runtime failed within the hook.
 struct SAbortWatch
 {
     CKernelDebugState* pState;

@@ -7,10 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 /// A launch of examples/vector_add (c = a + b over 16 floats) on the software platform, through the exported
@@ -34,7 +36,17 @@ protected:
         Control().ClearFailures();
         Close();
         Control().Reset();
-        EXPECT_EQ(CountObjects(), m_nObjects);
+        EXPECT_TRUE(WaitForObjects(m_nObjects)) << CountObjects() << " instead of " << m_nObjects;
+    }
+
+    /// The runtime calls back for completed events, and then drops them, on a thread of its own.
+    static bool WaitForObjects(uint64_t nObjects)
+    {
+        for (int i = 0; i < 2000 && CountObjects() != nObjects; ++i)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return CountObjects() == nObjects;
     }
 
     static cl_icd_dispatch& Cl()

@@ -93,7 +93,13 @@ TEST_F(Enqueue, PlainLaunchesOnAnInterceptedQueueRunAsUsual)
 /// A launch that waits for a command that fails never comes to the intercept.
 TEST_F(Enqueue, ALaunchThatIsAbortedLeavesNoSession)
 {
-    EXPECT_EQ(Launch(m_queue), CL_SUCCESS);
+    CFakeCL::SObject* pAwaited = m_fake.New("event");
+    const cl_event awaited = CFakeCL::To<cl_event>(pAwaited);
+    const size_t nOne = 1;
+    EXPECT_EQ(ovkclDebugEnqueueNDRangeKernel(m_queue, m_kernel, 1, nullptr, &nOne, nullptr, 1, &awaited, nullptr,
+                                             &Continue, nullptr),
+              CL_SUCCESS);
+    m_fake.Release(pAwaited);
     EXPECT_EQ(Kestrel::g_KernelDebugStates.size(), 1u);
     m_fake.RunPending(CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST);
     EXPECT_TRUE(Kestrel::g_KernelDebugStates.empty());
