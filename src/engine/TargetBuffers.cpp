@@ -71,6 +71,10 @@ bool CShaderDebuggerIL::CreateTargetBuffers()
 /// One element a work-item: a register's four components, and whether the work-item was active.
 bool CShaderDebuggerIL::CreateOutputBuffers(BufferDesc desc)
 {
+    // All slices of the dispatch lie in one, one behind the other as before: active work-items are counted, and masks
+    // applied, by the first slice of a buffer alone.
+    desc.m_nHeight *= std::max(desc.m_nDepth, 1u);
+    desc.m_nDepth = 1;
     desc.m_nPitch = 0;
     if (m_pSwitchedTargetBuffers[SD_Results] == nullptr)
     {

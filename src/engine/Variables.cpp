@@ -34,6 +34,20 @@ ThreadID FindActive(const CShaderDebuggerBuffer& mask, int nSubResource)
     }
 }
 
+/// Where a work-item of a 3D dispatch lies in a result, whose slices stand one behind the other in a single one.
+ThreadID InResult(const ThreadID& threadID, unsigned int nHeight)
+{
+    if (threadID.type != ShaderUtils::TID_3D)
+    {
+        return threadID;
+    }
+    ThreadID folded = threadID;
+    folded.type = ShaderUtils::TID_2D;
+    folded.y += threadID.z * static_cast<int>(nHeight);
+    folded.z = 0;
+    return folded;
+}
+
 } // namespace
 
 CShaderDebuggerVariables* CShaderDebuggerIL::GetVariables(ThreadID& threadID)
@@ -66,7 +80,7 @@ bool CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, Th
         float fValues[4] = {0.0f, 0.0f, 0.0f, 0.0f};
         if (result.GetResult() != nullptr)
         {
-            result.GetResult()->GetThreadValue(fValues, threadID);
+            result.GetResult()->GetThreadValue(fValues, InResult(threadID, GetBufferHeight()));
         }
         const bool bChanged = result.GetLastStep().m_nPos == GetCurrentInstruction().m_nPos;
         pVariables->AddRegister(entry.first, bChanged ? result.GetChangedMask() : RegisterMask(0),

@@ -138,6 +138,16 @@ void CInstrumentedShaderIL::IAddDestSrcSrc(CDest& dest, const Register& destReg,
     WriteSourceReg(dest, srcReg1);
 }
 
+void CInstrumentedShaderIL::CMovDestSrcSrcSrc(CDest& dest, const Register& destReg, const Register& condition,
+                                              const Register& srcReg1, const Register& srcReg2)
+{
+    WriteInstruction(dest, IL_OP_CMOV_LOGICAL);
+    WriteDestReg(dest, destReg);
+    WriteSourceReg(dest, condition);
+    WriteSourceReg(dest, srcReg1);
+    WriteSourceReg(dest, srcReg2);
+}
+
 void CInstrumentedShaderIL::WriteDestReg(CDest& dest, const Register& destReg)
 {
     WriteDestReg(dest, ShaderDebuggerUtilsIL::SDtoILRegisterType(destReg.reg.type), destReg.reg.number, destReg.mask,

@@ -186,16 +186,49 @@ const CIL_Loop* CInstrumentedShaderIL::LoopAround(InstructionNumber nWhile, cons
     return pLoop != nullptr && pLoop->IsInsideLoop(pc) ? pLoop : nullptr;
 }
 
-/// The passes that the loop may run, into its counter.
+/// The passes that the loop may run, into its counter. A loop inside another that holds the target is held back in the
+/// outer one's last pass only, the one whose counter stands at 0: in the passes before it, it runs as the kernel wrote
+/// it.
 void CInstrumentedShaderIL::WriteLoopEntry(CDest& dest, const CIL_Loop& loop, const ProgramCounter& pc)
 {
-    LoopState state;
-
-    if (pc.GetLoopState(loop.GetStart(), state))
+    if (!IsCounted(loop, pc))
     {
-        MovDestSrc(dest, Register(RT_Temp, loop.GetCountRegister(), loop.GetCountComponent()),
-                   Register(RT_LITERAL, loop.GetLiteralRegister(), loop.GetCountComponent()));
+        return;
     }
+
+    const Component component = loop.GetCountComponent();
+    const Register counter(RT_Temp, loop.GetCountRegister(), component);
+    const Register passes(RT_LITERAL, loop.GetLiteralRegister(), component);
+    const CIL_Loop* pOuter = EnclosingLoop(loop);
+
+    if (pOuter == nullptr || !IsCounted(*pOuter, pc))
+    {
+        MovDestSrc(dest, counter, passes);
+        return;
+    }
+
+    CMovDestSrcSrcSrc(dest, counter, Register(RT_Temp, pOuter->GetCountRegister(), pOuter->GetCountComponent()),
+                      Register(RT_LITERAL, GetLiteralRegisterMinus1(), component), passes);
+}
+
+/// Whether the target lies in a certain pass of the loop.
+bool CInstrumentedShaderIL::IsCounted(const CIL_Loop& loop, const ProgramCounter& pc)
+{
+    LoopState state;
+    return loop.IsInsideLoop(pc) && pc.GetLoopState(loop.GetStart(), state);
+}
+
+const CIL_Loop* CInstrumentedShaderIL::EnclosingLoop(const CIL_FCConstruct& construct)
+{
+    for (const CIL_FCConstruct* p = construct.GetParent(); p != nullptr; p = p->GetParent())
+    {
+        if (const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(p))
+        {
+            return pLoop;
+        }
+    }
+
+    return nullptr;
 }
 
 /// Leaves the loop when no pass is left, else counts one down, and forgets who passed the target before.
@@ -239,14 +272,13 @@ bool CInstrumentedShaderIL::DeferTempRegistersWrite(InstructionNumber nTargetIns
 
 bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction)
 {
-    const InstructionNumber nFlagPosition = DeferredFlagPosition(nCurrentInstruction);
     InstructionNumber nPosition = nCurrentInstruction;
 
     while (InLoop())
     {
         if (PopFlowControlInstruction().GetOpCode() == IL_OP_WHILE)
         {
-            CopyRestOfBlock(src, dest, IL_OP_WHILE, IL_OP_ENDLOOP, nPosition, nFlagPosition);
+            CopyRestOfBlock(src, dest, IL_OP_WHILE, IL_OP_ENDLOOP, nCurrentInstruction, nPosition);
         }
     }
 
@@ -254,7 +286,7 @@ bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, Instr
     {
         if (PopFlowControlInstruction().GetOpCode() == IL_OP_SWITCH)
         {
-            CopyRestOfBlock(src, dest, IL_OP_SWITCH, IL_OP_ENDSWITCH, nPosition, nFlagPosition);
+            CopyRestOfBlock(src, dest, IL_OP_SWITCH, IL_OP_ENDSWITCH, nCurrentInstruction, nPosition);
         }
     }
 
@@ -271,14 +303,22 @@ bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, Instr
 
 /// Copies through the instruction that closes the innermost open block of a kind; blocks inside are copied with it.
 void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose,
-                                            InstructionNumber& nPosition, InstructionNumber nFlagPosition)
+                                            InstructionNumber nTarget, InstructionNumber& nPosition)
 {
+    const InstructionNumber nFlagPosition = DeferredFlagPosition(nTarget);
     unsigned int nDepth = 1;
     SItem item;
 
     while (nDepth != 0 && ReadItem(src, item))
     {
         const ILOpCode op = item.GetOpCode();
+
+        if (op == IL_OP_RET || op == IL_OP_RET_DYN)
+        {
+            // Who returns here never comes to the stores behind the block.
+            WriteOutputs(dest, nTarget);
+        }
+
         dest.WriteTokens(item.pTokens, item.nLength);
 
         if (op == IL_OP_COMMENT || ILShaderUtils::IsDCL(op))

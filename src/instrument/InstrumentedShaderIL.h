@@ -69,6 +69,9 @@ protected:
     // Writers of instructions.
     static void MovDestSrc(CDest& dest, const Register& destReg, const Register& srcReg);
     static void IAddDestSrcSrc(CDest& dest, const Register& destReg, const Register& srcReg0, const Register& srcReg1);
+    /// destReg = condition ? srcReg1 : srcReg2, component by component; any bit set counts as true.
+    static void CMovDestSrcSrcSrc(CDest& dest, const Register& destReg, const Register& condition,
+                                  const Register& srcReg1, const Register& srcReg2);
     void UavRawLoad(CDest& dest, unsigned int nId, const Register& destReg, const Register& srcReg,
                     IL_UAV_CACHE_TYPE readType) const;
     void UavRawStore(CDest& dest, unsigned int nId, const Register& destReg, const Register& offsetReg,
@@ -120,11 +123,13 @@ private:
     const CIL_Loop* LoopAround(InstructionNumber nWhile, const ProgramCounter& pc) const;
     void WriteLoopEntry(CDest& dest, const CIL_Loop& loop, const ProgramCounter& pc);
     void WriteLoopHead(CDest& dest, const CIL_Loop& loop);
+    static bool IsCounted(const CIL_Loop& loop, const ProgramCounter& pc);
+    static const CIL_Loop* EnclosingLoop(const CIL_FCConstruct& construct);
     bool DeferTempRegistersWrite(InstructionNumber nTargetInstruction) const;
     InstructionNumber DeferredFlagPosition(InstructionNumber nTargetInstruction) const;
     bool FinalizeFlowControl(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
-    void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, InstructionNumber& nPosition,
-                         InstructionNumber nFlagPosition);
+    void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, InstructionNumber nTarget,
+                         InstructionNumber& nPosition);
     bool FinalizeFunctions(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
     bool IsDroppedBehindTarget(const SItem& item) const;
     const CShaderDebuggerInstructionIL& PopFlowControlInstruction();
