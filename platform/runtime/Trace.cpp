@@ -14,9 +14,15 @@ class CCallbackTrace : public ITraceSink
 public:
     CCallbackTrace(PlatformTraceCallback pCallback, void* pUser) : m_pCallback(pCallback), m_pUser(pUser) {}
 
-    void OnRecord(const SPlatformTraceRecord& record) override { m_pCallback(&record, m_pUser); }
+    void OnRecord(const SPlatformTraceRecord& record) override
+    {
+        // Launches of several queues may be traced at once.
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_pCallback(&record, m_pUser);
+    }
 
 private:
+    std::mutex m_mutex;
     PlatformTraceCallback m_pCallback;
     void* m_pUser;
 };
@@ -29,7 +35,6 @@ public:
 
     void OnRecord(const SPlatformTraceRecord& record) override
     {
-        // Launches of several queues may be traced at once.
         std::lock_guard<std::mutex> lock(m_mutex);
         WritePosition(record);
         if (record.nRegisterType != 0xFFFFFFFFu && record.pValues)
