@@ -71,7 +71,12 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkInstruction(RegPCMap
         regPCMap[reg] = m_nCurrentInstruction;
     }
     PushStop();
-    return UpdateNextInst() ? EWalk::Moved : EWalk::End;
+    if (!UpdateNextInst())
+    {
+        return EWalk::End;
+    }
+    NoteNext();
+    return EWalk::Moved;
 }
 
 /// Flow control that has to be decided: a step of its own.

@@ -92,6 +92,8 @@ private:
     {
         ProgramCounter pc;
         CallPath callStack;
+        ProgramCounter next; ///< where the position was to go on, with the call path there
+        CallPath nextCallStack;
         ProgramCounter lastGlobalStore;
         RejoinMap rejoin;
         bool bShown = false;            ///< false: a run walked over it
@@ -132,6 +134,7 @@ private:
     // The position (Stepping.cpp).
     bool StepAsm();
     bool PostStepAsm();
+    bool AdvanceFromCurrent();
     bool IsFastStep(bool bBehindReturn);
     bool AdvanceWithNobody();
     bool EnterInstruction();
@@ -158,11 +161,13 @@ private:
     bool RunBackAsm();
     bool PostBackAsm() const { return !m_ExecutedStepHistory.empty(); }
     void PushStop();
+    void NoteNext();
     void NoteWritten(const Register& reg);
     void NoteFiled(const ProgramCounter& pc, const Register& reg);
     bool GoBackTo(size_t nStop);
     void RestoreResult(const Register& reg, bool bOneWrite);
     std::vector<SSource> FindSources(const Register& reg) const;
+    static void KeepFilings(std::vector<SSource>& vSources);
     void AimResult(const Register& reg);
 
     // Runs to a breakpoint (Running.cpp, BlockSkipping.cpp).

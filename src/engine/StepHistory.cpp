@@ -41,11 +41,23 @@ void CShaderDebuggerShaderIL::PushStop()
     NoteWritten(GetCurrentRegister());
     m_Pending.pc = m_nCurrentInstruction;
     m_Pending.callStack = m_CurrentCallStack;
+    m_Pending.next = m_nNextInstruction;
+    m_Pending.nextCallStack = m_CallStack;
     m_Pending.lastGlobalStore = m_lastGlobalStore;
     m_Pending.rejoin = m_Rejoin;
     m_Stops.push_back(std::move(m_Pending));
     m_Pending = SStop();
     m_ExecutedStepHistory.push(m_nCurrentInstruction);
+}
+
+/// Keeps where the position goes on from the newest stop: behind it a run may skip a block that a step enters.
+void CShaderDebuggerShaderIL::NoteNext()
+{
+    if (!m_Stops.empty() && m_Stops.back().pc == m_nCurrentInstruction)
+    {
+        m_Stops.back().next = m_nNextInstruction;
+        m_Stops.back().nextCallStack = m_CallStack;
+    }
 }
 
 /// The next stop differs from the one before by a write of the register.
@@ -87,7 +99,7 @@ bool CShaderDebuggerShaderIL::RunBackAsm()
     {
         --nStop;
     } while (nStop > 0 && m_Stops[nStop].pc.m_nPos != 0 &&
-             !GetDebugger()->HasBreakPointAtLineNumber(GetLine(m_Stops[nStop + 1].pc.m_nPos)));
+             !GetDebugger()->HasBreakPointAtLineNumber(GetLine(m_Stops[nStop].next.m_nPos)));
     return GoBackTo(nStop);
 }
 
@@ -109,12 +121,12 @@ bool CShaderDebuggerShaderIL::PostBack()
     return PostBackAsm();
 }
 
-/// Makes an earlier stop the present one. What was undone next is the next instruction again, and every register that
-/// may have changed since is read again at the positions that wrote it.
+/// Makes an earlier stop the present one. The next instruction is the one that it was then, and every register that may
+/// have changed since is read again at the positions that wrote it.
 bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
 {
-    m_nNextInstruction = m_Stops[nStop + 1].pc;
-    m_CallStack = m_Stops[nStop + 1].callStack;
+    m_nNextInstruction = m_Stops[nStop].next;
+    m_CallStack = m_Stops[nStop].nextCallStack;
 
     std::vector<Register> vChanged = std::move(m_Pending.vWritten);
     std::vector<std::pair<ProgramCounter, Register>> vFiled = std::move(m_Pending.vFiled);
@@ -197,6 +209,16 @@ std::vector<CShaderDebuggerShaderIL::SSource> CShaderDebuggerShaderIL::FindSourc
     return vSources;
 }
 
+/// What a stop showed came from what was filed; the writes that a run walked over had been read with it.
+void CShaderDebuggerShaderIL::KeepFilings(std::vector<SSource>& vSources)
+{
+    const auto isWrite = [](const SSource& source) { return CountFilings(source.pStop->vFiled, source.reg) == 0; };
+    if (!std::all_of(vSources.begin(), vSources.end(), isWrite))
+    {
+        vSources.erase(std::remove_if(vSources.begin(), vSources.end(), isWrite), vSources.end());
+    }
+}
+
 /// \param bOneWrite whether the newest filing is all that was undone, so that its mask tells who changed
 void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
 {
@@ -205,7 +227,11 @@ void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
     {
         return;
     }
-    const std::vector<SSource> vSources = FindSources(reg);
+    std::vector<SSource> vSources = FindSources(reg);
+    if (m_Stops.back().bShown)
+    {
+        KeepFilings(vSources);
+    }
     CResultRestorer restorer(*pResult->GetResult(), bOneWrite ? pResult->GetExecMask() : nullptr);
     for (size_t n = 0; n < vSources.size() && (n == 0 || !restorer.IsComplete()); ++n)
     {

@@ -101,7 +101,16 @@ bool CShaderDebuggerShaderIL::PostStepAsm()
     }
     m_nNextInstruction = m_nCurrentInstruction;
     m_CallStack = m_CurrentCallStack;
+    if (!AdvanceFromCurrent())
+    {
+        return false;
+    }
+    NoteNext();
+    return true;
+}
 
+bool CShaderDebuggerShaderIL::AdvanceFromCurrent()
+{
     const ILOpCode op = OpCodeAt(m_nCurrentInstruction.m_nPos);
     if (IsReturn(op))
     {

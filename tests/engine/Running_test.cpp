@@ -87,6 +87,40 @@ TEST_P(RunKernel, StopsInFrontOfEachLineWithTheValuesOfThePlainRun)
     }
 }
 
+TEST_P(RunKernel, GoesBackToTheStopBeforeAndOverLinesThatItPassed)
+{
+    for (InstructionNumber nLine = CTestSession::s_nBody + 1;; ++nLine)
+    {
+        CTestSession session(GetParam().strBody, GetParam().strFunctions);
+        const CTrace trace = session.Trace();
+        ASSERT_TRUE(session.Start());
+        if (session.Shader().OpCodeOf(nLine) == IL_OP_END)
+        {
+            break;
+        }
+        if (!session.Debugger().AddBreakPointAtInstructionNumber(nLine) || !session.Debugger().Run())
+        {
+            continue;
+        }
+        const SPlace first = session.Place();
+        const Registers shown = session.ReadAll();
+        if (session.Debugger().Run())
+        {
+            const Registers shownSecond = session.ReadAll();
+            ASSERT_TRUE(session.Debugger().RunBack());
+            EXPECT_EQ(session.ReadAll(), shown) << "breakpoint at " << nLine;
+            EXPECT_EQ(session.Place().nInstruction, first.nInstruction);
+            ASSERT_TRUE(session.Debugger().Run());
+            EXPECT_EQ(session.ReadAll(), shownSecond) << "breakpoint at " << nLine;
+        }
+        for (unsigned int n = 0; n < 6 && session.Debugger().Back() && !HasFailure(); ++n)
+        {
+            ExpectTrueValues(session, trace);
+        }
+        ASSERT_FALSE(HasFailure()) << "breakpoint at " << nLine;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Kernels, RunKernel, testing::ValuesIn(s_Kernels),
                          [](const auto& info) { return std::string(info.param.pszName); });
 
