@@ -3,22 +3,9 @@
 namespace OVK_ShaderDebugger
 {
 
-/// Makes the mask that a patched kernel stores the mask of the target's pass and call. A work-item that leaves a loop
-/// in an earlier pass takes the flag along that it got there: its pass counter hasn't come to 0. And a flag that one
-/// call has set must not last into the next.
+/// The flag that one call of the target's function has set must not last into the next.
 void CShaderDebuggerShaderIL::WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction)
 {
-    for (const CIL_FCConstruct* p = ConstructOf(nCurrentInstruction); p != nullptr; p = p->GetParent())
-    {
-        const CIL_Loop* pLoop = p->AsLoop();
-        if (pLoop != nullptr && pLoop->IsInsideLoop(nCurrentInstruction))
-        {
-            WriteInstruction(dest, IL_OP_IF_LOGICALNZ);
-            WriteSourceReg(dest, Register(RT_Temp, pLoop->GetCountRegister(), pLoop->GetCountComponent()));
-            WriteExecMaskTempReg(dest, false);
-            WriteInstruction(dest, IL_OP_ENDIF);
-        }
-    }
     CInstrumentedShaderIL::WriteOutputs(dest, nCurrentInstruction);
     if (FunctionOf(nCurrentInstruction) != 0)
     {
