@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 using namespace KestrelTest;
@@ -31,6 +32,8 @@ struct SRefusal
     const char* pszName;
     SLaunchFile file;
     const char* pszMessage;
+    std::string strFind = "";
+    std::string strReplace = "";
 };
 
 SLaunchFile TooManyLiterals()
@@ -38,12 +41,28 @@ SLaunchFile TooManyLiterals()
     return MakeSmallKernel(s_szStore, Repeat(1, 65532, "dcl_literal l", ", 0, 0, 0, 0\n"));
 }
 
-SLaunchFile RetOutsideOfFunctions()
+/// What the debugger is shown of program binaries: the same, but for one word of the debug text. The platform's
+/// compiler builds nothing malformed, so a malformed text has to come in this way.
+std::string g_strFind;
+std::string g_strReplace;
+
+cl_int CL_API_CALL GetEditedProgramInfo(cl_program program, cl_program_info nName, size_t nSize, void* pValue,
+                                        size_t* pSizeRet)
 {
-    SLaunchFile file = MakeSmallKernel(s_szStore);
-    const std::string strEnd = "endmain\n";
-    file.strSource.replace(file.strSource.find(strEnd), strEnd.size(), "endmain\nret_dyn\n");
-    return file;
+    const cl_int nCode = GetLibraries().cl.clGetProgramInfo(program, nName, nSize, pValue, pSizeRet);
+    if (nCode != CL_SUCCESS || nName != CL_PROGRAM_BINARIES || pValue == nullptr || g_strFind.empty())
+    {
+        return nCode;
+    }
+    size_t nImage = 0;
+    GetLibraries().cl.clGetProgramInfo(program, CL_PROGRAM_BINARY_SIZES, sizeof(nImage), &nImage, nullptr);
+    char* pImage = *static_cast<char**>(pValue);
+    for (char* p = pImage;
+         (p = std::search(p, pImage + nImage, g_strFind.begin(), g_strFind.end())) != pImage + nImage;)
+    {
+        p = std::copy(g_strReplace.begin(), g_strReplace.end(), p);
+    }
+    return nCode;
 }
 
 } // namespace
@@ -53,7 +72,9 @@ TEST(Refusals, WhatTheKernelIsRefusedForStandsInTheLastError)
     const SRefusal refusals[] = {
         {"an atomic with a result", MakeSmallKernel("uav_read_add_id(10)_addr64 r3.x, r2.xy, r0.x\n"),
          "IL instruction uav_read_add is not yet supported."},
-        {"a return outside of the functions", RetOutsideOfFunctions(), "Invalid shader."},
+        {"a block that nothing closes", MakeSmallKernel("if_logicalnz r0.x\nendif\n"), "Invalid shader.", "endif\n",
+         "nop  \n"},
+        {"a text of another language", MakeSmallKernel(s_szStore), "Invalid shader.", "il_cs_2_0", "il(256,1)"},
         {"all literals taken", TooManyLiterals(), "There are insufficient free temp registers."},
         {"all UAVs taken",
          MakeSmallKernel(s_szStore, "",
@@ -61,15 +82,21 @@ TEST(Refusals, WhatTheKernelIsRefusedForStandsInTheLastError)
                              "ret\nendfunc\n"),
          "There are insufficient free UAVs."},
     };
+    cl_icd_dispatch_table table = GetLibraries().cl;
+    table.clGetProgramInfo = &GetEditedProgramInfo;
+    GetLibraries().ovkclDebugSetDispatchTable(&table);
     for (const SRefusal& refusal : refusals)
     {
         SCOPED_TRACE(refusal.pszName);
+        g_strFind = refusal.strFind;
+        g_strReplace = refusal.strReplace;
         CLaunch launch(GetLibraries(), refusal.file);
         CScriptedClient client(AlwaysStep, AlwaysStep);
         EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS) << "the launch itself isn't lost";
         EXPECT_THAT(client.GetEvents(), ElementsAre("error"));
         EXPECT_EQ(client.GetError(), refusal.pszMessage);
     }
+    GetLibraries().ovkclDebugSetDispatchTable(&GetLibraries().cl);
 }
 
 TEST(Refusals, AKernelThatIsRefusedRunsAllTheSame)

@@ -1,0 +1,51 @@
+#ifndef KESTREL_TESTS_E2E_DEBUGFUNCTIONS_H
+#define KESTREL_TESTS_E2E_DEBUGFUNCTIONS_H
+
+#include "tests/e2e/LibrariesFixture.h"
+#include "tools/kestrel/Session.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace KestrelTest
+{
+
+#define KESTREL_MORE_DEBUG_FUNCTIONS(X)                                                                                \
+    X(ovkclDebugClearBreakpoint)                                                                                       \
+    X(ovkclDebugClearAllBreakpoints)                                                                                   \
+    X(ovkclDebugGetNumBreakpoints)                                                                                     \
+    X(ovkclDebugGetAllBreakpoints)                                                                                     \
+    X(ovkclDebugSetTrackPrivateMemory)                                                                                 \
+    X(ovkclDebugGetPrivateMemoryValues)                                                                                \
+    X(ovkclDebugGetGlobalMemoryValues)
+
+/// The functions of the debugger library that the command-line tool has no use for.
+struct SDebugFunctions
+{
+#define DECLARE_FUNCTION(name) decltype(&::name) name;
+    KESTREL_MORE_DEBUG_FUNCTIONS(DECLARE_FUNCTION)
+#undef DECLARE_FUNCTION
+};
+
+/// Of the library that GetLibraries has opened.
+const SDebugFunctions& GetDebugFunctions();
+
+/// Keeps only these registers up to date; for the started event. \return the call's code
+ovkclDebugError Track(const KestrelTool::CSession& session, const std::vector<std::string>& vNames);
+
+/// What a client sees at a stop, with the values of all work-items.
+struct SSnapshot
+{
+    unsigned int nNextLine = 0;
+    std::vector<bool> vMask;
+    std::map<std::string, std::vector<unsigned int>> mapRegisters;
+
+    explicit SSnapshot(const KestrelTool::CSession& session);
+    /// The first difference in words; empty if there is none.
+    std::string CompareWith(const SSnapshot& other) const;
+};
+
+} // namespace KestrelTest
+
+#endif

@@ -1,0 +1,20 @@
+#ifndef KESTREL_TESTS_E2E_EXAMPLELIST_H
+#define KESTREL_TESTS_E2E_EXAMPLELIST_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace KestrelTest
+{
+
+/// The launch files of examples/, each by its path from there.
+std::vector<std::string> ListExamples();
+std::string GetExamplePath(const std::string& strName);
+/// The name of a test on an example.
+std::string GetExampleTestName(const testing::TestParamInfo<std::string>& info);
+
+} // namespace KestrelTest
+
+#endif
