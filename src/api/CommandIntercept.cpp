@@ -33,6 +33,7 @@ private:
     std::unique_ptr<CKernelDebugState> m_pKernelDebugState;
 };
 
+/// The session that an event carries, which is taken up with that.
 CKernelDebugState* FindSession(cl_event event)
 {
     const CSessionLock lock;
@@ -47,6 +48,25 @@ CKernelDebugState* FindSession(cl_event event)
     }
     *pKernelDebugState->m_pTaken = true;
     return pKernelDebugState;
+}
+
+/// Ends the session of a launch that is left to the runtime because the runtime couldn't be asked for it.
+void AbandonSession(cl_event event)
+{
+    CKernelDebugState* pAbandoned = nullptr;
+    {
+        const CSessionLock lock;
+        for (CKernelDebugState* pKernelDebugState : g_KernelDebugStates)
+        {
+            pAbandoned = event != nullptr && pKernelDebugState->m_launchEvent == event ? pKernelDebugState : pAbandoned;
+        }
+        if (pAbandoned == nullptr)
+        {
+            return;
+        }
+        *pAbandoned->m_pTaken = true;
+    }
+    const CSessionEnd end(pAbandoned);
 }
 
 bool IsKernelLaunch(cl_event event)
@@ -84,12 +104,14 @@ cl_int CL_CALLBACK CommandInterceptCallback(cl_event event, cl_int* errcode_ret)
 {
     try
     {
-        if (g_CLDispatchTable.OpenCLLoaded() == OpenCLModule::OpenCL_None || !IsKernelLaunch(event))
+        const bool bLoaded = g_CLDispatchTable.OpenCLLoaded() != OpenCLModule::OpenCL_None;
+        CKernelDebugState* pKernelDebugState = bLoaded && IsKernelLaunch(event) ? FindSession(event) : nullptr;
+        if (pKernelDebugState != nullptr)
         {
-            return 0;
+            return DebugLaunch(pKernelDebugState, errcode_ret);
         }
-        CKernelDebugState* pKernelDebugState = FindSession(event);
-        return pKernelDebugState != nullptr ? DebugLaunch(pKernelDebugState, errcode_ret) : 0;
+        AbandonSession(event);
+        return 0;
     }
     catch (...)
     {

@@ -15,8 +15,8 @@ using OVK_ShaderDebugger::CallCL;
 namespace
 {
 
-/// What is kept for a launch until its event is complete, to end the session of one that the intercept never took
-/// up: a command that it waited for had failed, or the runtime failed within the hook.
+/// What is kept for a launch until its event is complete, to end the session of one that never ran because a
+/// command that it waited for had failed.
 struct SAbortWatch
 {
     CKernelDebugState* pState;
@@ -95,8 +95,9 @@ cl_int EnqueueOnInterceptPath(std::unique_ptr<CKernelDebugState> pState, const S
             g_KernelDebugStates.erase(pState.get());
             return nCode;
         }
+        pState->m_launchEvent = event;
         pState.release();
-        bWatch = CallCL(g_CLDispatchTable.RetainEvent, event) == CL_SUCCESS;
+        bWatch = arguments.num_events_in_wait_list != 0 && CallCL(g_CLDispatchTable.RetainEvent, event) == CL_SUCCESS;
         if (arguments.event != nullptr)
         {
             *arguments.event = event;

@@ -39,6 +39,8 @@ public:
     bool m_bUnpatchedLaunched = false;    ///< the unpatched kernel got into the queue
     cl_int m_nUnpatchedCode = CL_SUCCESS; ///< why it didn't, or why it didn't end well
 
+    /// The launch's event on the path of the intercept; not retained, alive as long as the launch hasn't run.
+    cl_event m_launchEvent = nullptr;
     /// Set when the intercept takes the launch up; outlives the state.
     std::shared_ptr<std::atomic<bool>> m_pTaken = std::make_shared<std::atomic<bool>>(false);
 

@@ -266,8 +266,8 @@ int main(void)
             CHECK_OK(ovkclInterceptSetKernelArg(kernel, (cl_uint)i, sizeof(cl_mem), &buffers[i]));
         }
 
-        CHECK_OK(ovkclDebugEnqueueNDRangeKernel(queue, kernel, 1, NULL, &global, &local, 0, NULL, NULL, OnEvent,
-                                                &client));
+        CHECK_OK(
+            ovkclDebugEnqueueNDRangeKernel(queue, kernel, 1, NULL, &global, &local, 0, NULL, NULL, OnEvent, &client));
         CHECK_OK(s_cl.clFinish(queue));
         CHECK(client.nStarted == 1 && client.nFinished == 1 && client.nErrors == 0);
         CHECK(client.nHalted > 8 && client.bSawSum);

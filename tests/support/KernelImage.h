@@ -14,9 +14,10 @@ inline std::vector<char> MakeKernelImage(const std::string& strKernel, const std
     const std::string strMetadata =
         ";ARGSTART:" + strWrapper + ";version:3:1:104\n;uniqueid:1024\n" + strEntries + ";ARGEND:" + strWrapper;
     CTestImage image;
-    image.vSections = {{".debugil", SHT_PROGBITS, 1, "il_cs_2_0\n;$$$$$$$$$$\nendmain\nfunc 1024\nret\nendfunc\nend\n", 0, 0},
-                       {".text", SHT_PROGBITS, 1, "code", 0, 0},
-                       {".rodata", SHT_PROGBITS, 4, strMetadata, 0, 0}};
+    image.vSections = {
+        {".debugil", SHT_PROGBITS, 1, "il_cs_2_0\n;$$$$$$$$$$\nendmain\nfunc 1024\nret\nendfunc\nend\n", 0, 0},
+        {".text", SHT_PROGBITS, 1, "code", 0, 0},
+        {".rodata", SHT_PROGBITS, 4, strMetadata, 0, 0}};
     image.vSymbols = {
         {"__OpenCL_" + strKernel + "_metadata", CTestImage::s_nFirst + 2, 0, strMetadata.size(), STT_OBJECT}};
     return image.Make64();
