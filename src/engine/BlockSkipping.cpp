@@ -3,6 +3,8 @@
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 
+#include <algorithm>
+
 namespace OVK_ShaderDebugger
 {
 
@@ -51,18 +53,39 @@ bool CShaderDebuggerShaderIL::HasBreakpointBetween(InstructionNumber nFrom, Inst
     {
         return true;
     }
-    std::set<InstructionNumber> visited;
-    for (InstructionNumber n = nFrom + 1; n < nTo; ++n)
-    {
-        if (HasBreakpointInCallee(n, visited))
-        {
-            return true;
-        }
-    }
-    return false;
+    const std::set<InstructionNumber> called = FindCalled(nFrom + 1, nTo);
+    return std::any_of(called.begin(), called.end(),
+                       [&](InstructionNumber n) { return GetDebugger()->HasBreakPointAtInstructionNumber(n); });
 }
 
-bool CShaderDebuggerShaderIL::HasBreakpointInCallee(InstructionNumber nInst, std::set<InstructionNumber>& visited)
+/// The instructions of all functions that are called, directly or not, from the instructions between nFirst and nEnd.
+std::set<InstructionNumber> CShaderDebuggerShaderIL::FindCalled(InstructionNumber nFirst, InstructionNumber nEnd) const
+{
+    std::set<InstructionNumber> called;
+    std::vector<std::pair<InstructionNumber, InstructionNumber>> vRanges = {{nFirst, nEnd}};
+    while (!vRanges.empty())
+    {
+        const auto range = vRanges.back();
+        vRanges.pop_back();
+        for (InstructionNumber n = range.first; n < range.second; ++n)
+        {
+            const std::optional<InstructionNumber> nCallee = FindCallee(n);
+            if (nCallee.has_value() && called.count(*nCallee) == 0)
+            {
+                InstructionNumber nLast = *nCallee;
+                while (nLast < m_nEndOfShader && OpCodeAt(nLast) != IL_OP_ENDFUNC && nLast != m_nOutlineMacroEnd)
+                {
+                    called.insert(nLast++);
+                }
+                vRanges.push_back({*nCallee, nLast});
+            }
+        }
+    }
+    return called;
+}
+
+/// The first instruction of the function that an instruction calls.
+std::optional<InstructionNumber> CShaderDebuggerShaderIL::FindCallee(InstructionNumber nInst) const
 {
     const ILOpCode op = OpCodeAt(nInst);
     unsigned int nLabel = 0;
@@ -74,27 +97,9 @@ bool CShaderDebuggerShaderIL::HasBreakpointInCallee(InstructionNumber nInst, std
     {
         nLabel = m_OutlineMacroLabel;
     }
-    if (nLabel == 0)
-    {
-        return false;
-    }
     const auto it = m_FunctionInstruction.find(nLabel);
-    if (it == m_FunctionInstruction.end() || !visited.insert(it->second).second)
-    {
-        return false;
-    }
-    for (InstructionNumber n = it->second; n < m_nEndOfShader; ++n)
-    {
-        if (OpCodeAt(n) == IL_OP_ENDFUNC || n == m_nOutlineMacroEnd)
-        {
-            return false;
-        }
-        if (GetDebugger()->HasBreakPointAtInstructionNumber(n) || HasBreakpointInCallee(n, visited))
-        {
-            return true;
-        }
-    }
-    return false;
+    return nLabel != 0 && it != m_FunctionInstruction.end() ? std::optional<InstructionNumber>(it->second)
+                                                            : std::nullopt;
 }
 
 /// Passes over a block without a breakpoint: the patched kernel of a later position runs through it anyway.
@@ -118,6 +123,8 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::SkipBlock(RegPCMap& regP
         }
     }
     skip.nLast = skip.nBlockEnd;
+    const std::set<InstructionNumber> called = FindCalled(skip.nFirst, skip.nLast + 1);
+    AddWrittenBy(called, skip.vRegisters);
     const std::optional<uint64_t> nActive = FindCount(m_nCurrentInstruction);
     m_nNextInstruction.m_nPos = skip.nBlockEnd;
     MoveToNext();
@@ -132,14 +139,27 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::SkipBlock(RegPCMap& regP
         regPCMap[reg] = m_nNextInstruction;
         NoteWritten(reg);
     }
+    bool bStores =
+        std::any_of(called.begin(), called.end(), [&](InstructionNumber n) { return WritesGlobalMemory(n); });
     for (InstructionNumber n = skip.nFirst; n <= skip.nLast; ++n)
     {
-        if (WritesGlobalMemory(n))
+        bStores = bStores || WritesGlobalMemory(n);
+    }
+    m_lastGlobalStore = bStores ? m_nCurrentInstruction : m_lastGlobalStore;
+    return bMoved ? EWalk::Moved : EWalk::End;
+}
+
+void CShaderDebuggerShaderIL::AddWrittenBy(const std::set<InstructionNumber>& instructions,
+                                           std::vector<Register>& vRegisters)
+{
+    for (const InstructionNumber n : instructions)
+    {
+        const Register reg = GetDestRegister(ProgramCounter(n));
+        if (reg != g_Reg_NULL && std::find(vRegisters.begin(), vRegisters.end(), reg) == vRegisters.end())
         {
-            m_lastGlobalStore = m_nCurrentInstruction;
+            vRegisters.push_back(reg);
         }
     }
-    return bMoved ? EWalk::Moved : EWalk::End;
 }
 
 bool CShaderDebuggerShaderIL::DescribeSkip(const CIL_FCConstruct* pFlowControl, InstructionNumber inst, SSkip& skip)

@@ -174,11 +174,13 @@ private:
     bool RunAsm();
     bool HasBreakpointInFlowControlBlock(const CIL_FCConstruct* pFlowControl, InstructionNumber inst);
     bool HasBreakpointBetween(InstructionNumber nFrom, InstructionNumber nTo);
-    bool HasBreakpointInCallee(InstructionNumber nInst, std::set<InstructionNumber>& visited);
+    std::set<InstructionNumber> FindCalled(InstructionNumber nFirst, InstructionNumber nEnd) const;
+    std::optional<InstructionNumber> FindCallee(InstructionNumber nInst) const;
     EWalk WalkOne(RegPCMap& regPCMap);
     EWalk WalkInstruction(RegPCMap& regPCMap);
     EWalk WalkFlowControl(RegPCMap& regPCMap);
     EWalk SkipBlock(RegPCMap& regPCMap, const CIL_FCConstruct* pFlowControl);
+    void AddWrittenBy(const std::set<InstructionNumber>& instructions, std::vector<Register>& vRegisters);
     void ReadSkipped(RegPCMap& regPCMap, bool bGetExecMask);
     bool IsAtBreakpoint() const;
     bool Arrive(RegPCMap& regPCMap);
