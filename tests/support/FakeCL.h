@@ -3,6 +3,7 @@
 
 #include "modules/CLDispatchTable.h"
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <set>

@@ -376,7 +376,7 @@ inline cl_icd_dispatch_table CFakeCL::Table()
         case CL_PROGRAM_BINARY_SIZES:
             return Put(F().vProgramBinary.size(), nSize, pValue, pnSize);
         default:
-            std::memcpy(*static_cast<char**>(pValue), F().vProgramBinary.data(), F().vProgramBinary.size());
+            std::copy(F().vProgramBinary.begin(), F().vProgramBinary.end(), *static_cast<char**>(pValue));
             return CL_SUCCESS;
         }
     };
