@@ -75,14 +75,19 @@ ovkclDebugCommand CStepPrinter::OnHalted(CSession& session)
     std::ostringstream where;
     where << "stop " << std::setw(3) << m_nStops << "  line " << std::setw(3) << nLine << "  active " << std::setw(3)
           << mask.Count() << " of " << mask.nItems << "  ";
-    m_Output << where.str() << std::left << std::setw(s_nTextWidth) << listing.GetLine(nLine);
+    m_Output << where.str();
     const std::string strRegister = listing.GetWrittenRegister(nLine);
     const SRegisterView values = strRegister.empty() ? SRegisterView() : session.GetRegister(strRegister);
     if (values.pWords != nullptr && mask.Count() != 0)
     {
+        m_Output << std::left << std::setw(s_nTextWidth) << listing.GetLine(nLine) << std::right;
         PrintRegister(strRegister, values, mask);
     }
-    m_Output << std::right << "\n";
+    else
+    {
+        m_Output << listing.GetLine(nLine);
+    }
+    m_Output << "\n";
     return m_nMaxStops != 0 && m_nStops >= m_nMaxStops ? OVKCLDEBUG_COMMAND_CONTINUE : OVKCLDEBUG_COMMAND_STEP;
 }
 
