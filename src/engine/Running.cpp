@@ -86,15 +86,12 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkFlowControl(RegPCMap
     return Step() && GetDebugger()->Execute() && PostStepAsm() ? EWalk::Moved : EWalk::Failed;
 }
 
-/// Reads what has been skipped at the current instruction. Where nobody is, nothing has been read, and it stays to be
-/// read further on.
+/// Reads what has been skipped at the current instruction. Where nobody is, nothing is left to read: whoever went
+/// through the skipped stretch left it by a jump, and what it wrote is noted for the place where that leads to.
 void CShaderDebuggerShaderIL::ReadSkipped(RegPCMap& regPCMap, bool bGetExecMask)
 {
     RetrieveRegisters(regPCMap, bGetExecMask);
-    if (FindCount(m_nCurrentInstruction).value_or(1) != 0)
-    {
-        regPCMap.clear();
-    }
+    regPCMap.clear();
 }
 
 bool CShaderDebuggerShaderIL::IsAtBreakpoint() const
