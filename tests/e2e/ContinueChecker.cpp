@@ -99,7 +99,8 @@ void CContinueChecker::CheckRecordedStop(const CSession& session)
     if (session.GetNextLine() != stop.nNextLine)
     {
         Report("halted in front of line " + std::to_string(session.GetNextLine()) + ", not of " +
-               std::to_string(stop.nNextLine));
+               std::to_string(stop.nNextLine) + ", behind line " +
+               std::to_string(m_pRecord->GetStops()[m_nAt].nNextLine) + (m_bStepped ? " by a step" : ""));
     }
     const SMaskView mask = session.GetMask();
     if (std::vector<bool>(mask.pActive, mask.pActive + mask.nItems) != stop.vMask)
@@ -127,14 +128,16 @@ void CContinueChecker::CheckRuns(const CStepRecord::SExpected& expected)
         return;
     }
     ++m_nCounted;
-    const size_t nRead = static_cast<size_t>(
-        std::count_if(expected.setWritten->begin(), expected.setWritten->end(),
-                      [this](const std::string& strName) { return IsTracked(strName); }));
+    const size_t nRead =
+        static_cast<size_t>(std::count_if(expected.setWritten->begin(), expected.setWritten->end(),
+                                          [this](const std::string& strName) { return IsTracked(strName); }));
     const size_t nWanted = std::max<size_t>(nRead, 1) + expected.nAtStop;
     const uint64_t nRuns = GetPlatformControl(GetLibraries()).GetCounter(PLATFORM_COUNTER_KERNEL_RUNS);
     if (nRuns != nWanted)
     {
-        Report("the continue cost " + std::to_string(nRuns) + " kernel runs, not " + std::to_string(nWanted));
+        Report("the continue from line " + std::to_string(m_pRecord->GetStops()[m_nAt].nNextLine) + " to " +
+               std::to_string(m_pRecord->GetStops()[expected.nStop].nNextLine) + " cost " + std::to_string(nRuns) +
+               " kernel runs, not " + std::to_string(nWanted));
     }
 }
 
@@ -172,17 +175,15 @@ void CContinueChecker::CheckAnyPlace(CSession& session)
 
 bool CContinueChecker::IsTracked(const std::string& strName) const
 {
-    return m_Plan.vTracked.empty() ||
-           std::any_of(m_Plan.vTracked.begin(), m_Plan.vTracked.end(),
-                       [&](const std::string& strTracked)
-                       { return WithoutIndex(strTracked) == WithoutIndex(strName); });
+    return m_Plan.vTracked.empty() || std::any_of(m_Plan.vTracked.begin(), m_Plan.vTracked.end(),
+                                                  [&](const std::string& strTracked)
+                                                  { return WithoutIndex(strTracked) == WithoutIndex(strName); });
 }
 
 /// A session runs on copies of the buffers, which lie whole pages away from the client's.
 bool CContinueChecker::Agrees(const std::string& strName, uint32_t nGot, uint32_t nWanted) const
 {
-    const bool bAddress =
-        nWanted >= s_nPageSize && (m_Plan.bAnyAddress || m_Plan.setAddresses.count(strName) != 0);
+    const bool bAddress = m_Plan.bAnyAddress || m_Plan.setAddresses.count(strName) != 0;
     return nGot == nWanted || (bAddress && (nGot - nWanted) % s_nPageSize == 0);
 }
 
@@ -235,8 +236,7 @@ void CContinueChecker::OnFinished(CSession&)
     const std::optional<CStepRecord::SExpected> expected = m_pRecord->Continue(m_nAt, m_Plan.setLines);
     if (!m_bStepped && expected)
     {
-        Report("ran to the end and not to line " +
-               std::to_string(m_pRecord->GetStops()[expected->nStop].nNextLine));
+        Report("ran to the end and not to line " + std::to_string(m_pRecord->GetStops()[expected->nStop].nNextLine));
     }
     if (m_bStepped && m_nAt + 1 < m_pRecord->GetStops().size())
     {

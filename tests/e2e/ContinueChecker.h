@@ -20,12 +20,12 @@ class CContinueChecker : public KestrelTool::ISessionClient
 public:
     struct SPlan
     {
-        std::set<unsigned int> setLines;       ///< with a breakpoint
-        std::vector<std::string> vTracked;     ///< all registers if empty
-        unsigned int nStepPercent = 0;         ///< how many answers are single steps
-        std::set<std::string> setAddresses;    ///< registers that may differ by whole pages
-        bool bAnyAddress = false;              ///< all may
-        bool bCheckCosts = false;              ///< kernel runs are counted
+        std::set<unsigned int> setLines;    ///< with a breakpoint
+        std::vector<std::string> vTracked;  ///< all registers if empty
+        unsigned int nStepPercent = 0;      ///< how many answers are single steps
+        std::set<std::string> setAddresses; ///< registers that may differ by whole pages
+        bool bAnyAddress = false;           ///< all may
+        bool bCheckCosts = false;           ///< kernel runs are counted
     };
 
     /// \param pRecord  null for a kernel where stepping passes over live code, so that its road isn't the run's:

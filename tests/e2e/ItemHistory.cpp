@@ -81,9 +81,8 @@ const Words* CItemHistory::FindValue(size_t nItem, const std::string& strName, s
         return nullptr;
     }
     const std::vector<SWrite>& vWrites = itWrites->second;
-    const auto it =
-        std::lower_bound(vWrites.begin(), vWrites.end(), nProgress,
-                         [](const SWrite& write, size_t nWanted) { return write.nOrder < nWanted; });
+    const auto it = std::lower_bound(vWrites.begin(), vWrites.end(), nProgress,
+                                     [](const SWrite& write, size_t nWanted) { return write.nOrder < nWanted; });
     return it != vWrites.begin() ? &std::prev(it)->vWords : nullptr;
 }
 

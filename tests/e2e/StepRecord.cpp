@@ -21,23 +21,36 @@ bool StartsWith(const std::string& strText, const char* pszPrefix)
     return strText.rfind(pszPrefix, 0) == 0;
 }
 
-/// Instructions that take work-items elsewhere than to the next instruction or into their own block.
+/// Instructions that take work-items elsewhere than to the next instruction or into their own block, and entries.
 bool IsJump(const std::string& strMnemonic)
 {
     return StartsWith(strMnemonic, "break") || StartsWith(strMnemonic, "continue") || StartsWith(strMnemonic, "ret") ||
-           StartsWith(strMnemonic, "call") || StartsWith(strMnemonic, "mcall");
+           StartsWith(strMnemonic, "call") || StartsWith(strMnemonic, "mcall") || strMnemonic == "func";
 }
 
-/// What an instruction line writes, with the index and the components: "r3.xy", "x1[r7.x].x".
-std::string GetDestination(const std::string& strLine)
+struct SDestination
 {
+    std::string strRegister;   ///< with its index: "r3", "x1[r7.x]"; a global store counts as one, too
+    std::string strComponents; ///< those that are written
+};
+
+SDestination GetDestination(const std::string& strLine)
+{
+    SDestination destination;
     const size_t nStart = strLine.find(' ');
-    if (nStart == std::string::npos)
+    const std::string strOperand =
+        nStart != std::string::npos ? strLine.substr(nStart + 1, strLine.find(',') - nStart - 1) : std::string();
+    if (strOperand[0] == 'r' || strOperand[0] == 'x' || StartsWith(strOperand, "mem"))
     {
-        return std::string();
+        const size_t nIndexEnd = strOperand.find(']');
+        const size_t nPoint = strOperand.find('.', nIndexEnd != std::string::npos ? nIndexEnd : 0);
+        destination.strRegister = strOperand.substr(0, nPoint);
+        destination.strComponents = nPoint != std::string::npos ? strOperand.substr(nPoint + 1) : "xyzw";
+        destination.strComponents.erase(
+            std::remove(destination.strComponents.begin(), destination.strComponents.end(), '_'),
+            destination.strComponents.end());
     }
-    const std::string strOperand = strLine.substr(nStart + 1, strLine.find(',') - nStart - 1);
-    return strOperand[0] == 'r' || strOperand[0] == 'x' ? strOperand : std::string();
+    return destination;
 }
 
 } // namespace
@@ -185,62 +198,104 @@ std::optional<uint32_t> CStepRecord::GetSkipEnd(uint32_t nInstruction, const std
     return std::nullopt;
 }
 
+bool CStepRecord::IsEndOfMarkedLoop(uint32_t nInstruction, const std::set<uint32_t>& setMarked) const
+{
+    return std::any_of(m_vBlocks.begin(), m_vBlocks.end(),
+                       [&](const SBlock& block)
+                       {
+                           return m_pStructure->GetLoopEnd(block.nStart) == nInstruction && nInstruction != 0 &&
+                                  IsMarkedWithin(block.nStart, block.nEnd, setMarked);
+                       });
+}
+
+/// The last stop of those in a row that lie between the stop's instruction and nSkipEnd, or in functions called there.
 size_t CStepRecord::GetLastWithin(size_t nStop, uint32_t nSkipEnd) const
 {
     const SStop& first = m_vStops[nStop];
-    size_t n = nStop;
-    while (n + 1 < m_vStops.size())
+    size_t nLast = nStop;
+    for (size_t n = nStop + 1; n < m_vStops.size(); ++n)
     {
-        const SStop& next = m_vStops[n + 1];
-        const bool bWithin = next.nDepth > first.nDepth || (next.nDepth == first.nDepth &&
-                                                            next.nInstruction >= first.nInstruction &&
-                                                            next.nInstruction <= nSkipEnd);
-        if (!bWithin)
+        const SStop& next = m_vStops[n];
+        if (next.nDepth > first.nDepth)
+        {
+            continue; // the stop at the call, which comes last, tells where the call stands
+        }
+        if (next.nDepth < first.nDepth || next.nInstruction < first.nInstruction || next.nInstruction > nSkipEnd)
         {
             break;
         }
-        ++n;
+        nLast = n;
     }
-    return n;
+    return nLast;
 }
 
 std::optional<std::set<std::string>> CStepRecord::GetWritten(uint32_t nFirst, uint32_t nLast) const
 {
     // The jumps of a whole loop stay inside.
     const bool bLoop = m_pStructure->GetLoopEnd(nFirst) == nLast;
+    std::map<std::string, std::set<char>> mapComponents;
     std::set<std::string> setWritten;
     for (uint32_t n = nFirst; n <= nLast; ++n)
     {
-        const std::string& strLine = m_pListing->GetLine(m_pListing->GetLineOfInstruction(n));
-        const bool bOwn = bLoop && !StartsWith(m_pStructure->GetMnemonic(n), "ret") &&
-                          !StartsWith(m_pStructure->GetMnemonic(n), "call");
-        if (IsJump(m_pStructure->GetMnemonic(n)) && !bOwn)
+        const std::string strMnemonic = m_pStructure->GetMnemonic(n);
+        const bool bLeaves = !bLoop || StartsWith(strMnemonic, "ret") || StartsWith(strMnemonic, "call");
+        if (IsJump(strMnemonic) && bLeaves)
         {
             return std::nullopt;
         }
-        const std::string strDestination = GetDestination(strLine);
-        const size_t nIndex = strDestination.find("[r");
+        const SDestination destination = GetDestination(m_pListing->GetLine(m_pListing->GetLineOfInstruction(n)));
+        const size_t nIndex = destination.strRegister.find("[r");
         if (nIndex == std::string::npos)
         {
-            setWritten.insert(strDestination);
+            mapComponents[destination.strRegister].insert(destination.strComponents.begin(),
+                                                          destination.strComponents.end());
             continue;
         }
-        const std::string strArray = strDestination.substr(0, nIndex);
-        const std::string strDeclaration = "dcl_indexed_temp_array " + strArray + "[";
-        for (unsigned int nLine = 0; nLine < m_pListing->GetLineCount(); ++nLine)
+        const std::string strArray = destination.strRegister.substr(0, nIndex);
+        for (unsigned int nElement = 0; nElement < GetArraySize(strArray); ++nElement)
         {
-            const std::string& strText = m_pListing->GetLine(nLine);
-            const bool bDeclares = StartsWith(strText, strDeclaration.c_str());
-            const unsigned long nSize =
-                bDeclares ? std::strtoul(strText.c_str() + strDeclaration.size(), nullptr, 10) : 0;
-            for (unsigned long nElement = 0; nElement < nSize; ++nElement)
-            {
-                setWritten.insert(strArray + " element " + std::to_string(nElement));
-            }
+            setWritten.insert(strArray + " element " + std::to_string(nElement));
         }
     }
-    setWritten.erase(std::string());
+    mapComponents.erase(std::string());
+    for (const auto& entry : mapComponents)
+    {
+        setWritten.insert(entry.first + "." + std::string(entry.second.begin(), entry.second.end()));
+    }
     return setWritten;
+}
+
+unsigned int CStepRecord::GetArraySize(const std::string& strArray) const
+{
+    const std::string strDeclaration = "dcl_indexed_temp_array " + strArray + "[";
+    for (unsigned int nLine = 0; nLine < m_pListing->GetLineCount(); ++nLine)
+    {
+        const std::string& strText = m_pListing->GetLine(nLine);
+        if (StartsWith(strText, strDeclaration.c_str()))
+        {
+            return static_cast<unsigned int>(std::strtoul(strText.c_str() + strDeclaration.size(), nullptr, 10));
+        }
+    }
+    return 0;
+}
+
+/// The two parts of an if are noted apart. \return false if flow may leave in between
+bool CStepRecord::AddWritten(uint32_t nFirst, uint32_t nLast, std::optional<std::set<std::string>>& written) const
+{
+    uint32_t nMiddle = nLast;
+    for (const SBlock& block : m_vBlocks)
+    {
+        nMiddle = block.nStart == nFirst && nFirst != nLast ? block.nMiddle : nMiddle;
+    }
+    const std::optional<std::set<std::string>> first = GetWritten(nFirst, nMiddle);
+    const std::optional<std::set<std::string>> second = GetWritten(nMiddle, nLast);
+    if (!written || !first || !second)
+    {
+        return false;
+    }
+    written->insert(first->begin(), first->end());
+    written->insert(second->begin(), second->end());
+    return true;
 }
 
 std::optional<CStepRecord::SExpected> CStepRecord::Continue(size_t nFrom, const std::set<unsigned int>& setLines) const
@@ -253,18 +308,13 @@ std::optional<CStepRecord::SExpected> CStepRecord::Continue(size_t nFrom, const 
         const std::optional<uint32_t> nSkipEnd = GetSkipEnd(nFirst, setMarked);
         const std::string strMnemonic = m_pStructure->GetMnemonic(nFirst);
         const bool bOpens = StartsWith(strMnemonic, "if") || strMnemonic == "whileloop" || strMnemonic == "switch";
-        // What divides a block, or leaves or opens one with a breakpoint in it, has to be decided.
+        // What divides a block, or ends or opens one with a breakpoint in it, has to be decided.
         const bool bDecides = bOpens ? !nSkipEnd || GetSkipEnd(nFirst, {}) != nSkipEnd
-                                     : IsJump(strMnemonic) || strMnemonic == "else" || strMnemonic == "case" ||
-                                           strMnemonic == "default";
-        const std::optional<std::set<std::string>> here = GetWritten(nFirst, nSkipEnd.value_or(nFirst));
-        if (bDecides || !here || !written)
+                                     : IsJump(strMnemonic) || IsEndOfMarkedLoop(nFirst, setMarked) ||
+                                           strMnemonic == "else" || strMnemonic == "case" || strMnemonic == "default";
+        if (bDecides || !AddWritten(nFirst, nSkipEnd.value_or(nFirst), written))
         {
             written.reset();
-        }
-        else
-        {
-            written->insert(here->begin(), here->end());
         }
         if (nSkipEnd)
         {

@@ -63,9 +63,12 @@ private:
     bool IsMarkedWithin(uint32_t nFrom, uint32_t nTo, const std::set<uint32_t>& setMarked) const;
     /// The last instruction that is passed over together with one that opens or divides a block.
     std::optional<uint32_t> GetSkipEnd(uint32_t nInstruction, const std::set<uint32_t>& setMarked) const;
+    bool IsEndOfMarkedLoop(uint32_t nInstruction, const std::set<uint32_t>& setMarked) const;
     size_t GetLastWithin(size_t nStop, uint32_t nSkipEnd) const;
     /// Nothing if flow may leave in between.
     std::optional<std::set<std::string>> GetWritten(uint32_t nFirst, uint32_t nLast) const;
+    bool AddWritten(uint32_t nFirst, uint32_t nLast, std::optional<std::set<std::string>>& written) const;
+    unsigned int GetArraySize(const std::string& strArray) const;
 
     std::unique_ptr<KestrelTool::CListing> m_pListing;
     std::unique_ptr<CTextStructure> m_pStructure;
