@@ -114,11 +114,9 @@ void CSessionChecker::OnError(CSession& session)
     Report("debugging could not begin: " + session.GetLastError());
 }
 
-/// Which work-items the debugger must show as active; no answer where its rules let the trace say
-/// nothing of it.
-std::optional<std::vector<bool>> CSessionChecker::ExpectMask(const SPosition& position) const
+/// Which work-items the debugger must show as active.
+std::vector<bool> CSessionChecker::ExpectMask(const SPosition& position) const
 {
-    const std::string strMnemonic = m_pStructure->GetMnemonic(position.nInstruction);
     SPosition source = position;
     if (const uint32_t nLabel = m_pStructure->GetSwitchBreakTarget(position.nInstruction))
     {
@@ -128,11 +126,6 @@ std::optional<std::vector<bool>> CSessionChecker::ExpectMask(const SPosition& po
     else if (const uint32_t nEnd = m_pStructure->GetSwitchEnd(position.nInstruction))
     {
         source.nInstruction = nEnd;
-    }
-    else if (strMnemonic == "ret" || strMnemonic == "ret_dyn" || strMnemonic == "endfunc")
-    {
-        // The capture stands in front of these: who is there, and not who goes on.
-        return std::nullopt;
     }
     const SObservation* pObservation = m_Trace.Find(source);
     if (pObservation == nullptr)
@@ -144,15 +137,15 @@ std::optional<std::vector<bool>> CSessionChecker::ExpectMask(const SPosition& po
 
 void CSessionChecker::CheckMask(const SPosition& position, const SMaskView& mask)
 {
-    const std::optional<std::vector<bool>> vExpected = ExpectMask(position);
+    const std::vector<bool> vExpected = ExpectMask(position);
     if (mask.nItems != m_Launch.GetWorkItems())
     {
         Report("the mask has " + std::to_string(mask.nItems) + " work-items");
         return;
     }
-    for (size_t i = 0; vExpected && i < mask.nItems; ++i)
+    for (size_t i = 0; i < mask.nItems; ++i)
     {
-        if ((mask.pActive[i] != 0) != (*vExpected)[i])
+        if ((mask.pActive[i] != 0) != vExpected[i])
         {
             Report("work-item " + std::to_string(i) + " is " + (mask.pActive[i] != 0 ? "" : "not ") +
                    "active, unlike in the plain run (" + m_pStructure->GetMnemonic(position.nInstruction) + ")");

@@ -44,7 +44,7 @@ private:
     typedef std::vector<std::optional<Words>> Values;
 
     void Report(const std::string& strText);
-    std::optional<std::vector<bool>> ExpectMask(const SPosition& position) const;
+    std::vector<bool> ExpectMask(const SPosition& position) const;
     void CheckMask(const SPosition& position, const KestrelTool::SMaskView& mask);
     void CheckRegister(KestrelTool::CSession& session, const SPosition& position);
     void NoteWrite(const SObservation& observation);
