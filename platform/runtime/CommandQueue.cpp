@@ -76,11 +76,18 @@ cl_int CCommandQueue::GetInfo(cl_command_queue_info eInfo, const SInfoQuery& que
     }
 }
 
-void CCommandQueue::StartThread()
+void CCommandQueue::Expect()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_bThread)
-        return;
+    if (!m_bThread)
+        StartThread();
+    ++m_nExpected;
+}
+
+/// With the lock held.
+void CCommandQueue::StartThread()
+{
+    m_bClosing = GetClientReferences() == 0;
     std::thread(
         [pSelf = CRef<CCommandQueue>(this)]() mutable
         {
@@ -100,6 +107,7 @@ void CCommandQueue::Push(std::unique_ptr<SCommand> pCommand) noexcept
     else
         m_pFirst = std::move(pCommand);
     m_pLast = pNew;
+    --m_nExpected;
     ++m_nHandedOver;
     m_wake.notify_one();
 }
@@ -131,6 +139,7 @@ bool CCommandQueue::IsOwnThread() const
 void CCommandQueue::OnLastClientRelease()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    m_bClosing = true;
     if (m_bThread)
         m_closing.emplace();
     m_wake.notify_one();
@@ -139,7 +148,7 @@ void CCommandQueue::OnLastClientRelease()
 /// With the lock held: the next command, or null when the thread is to end.
 std::unique_ptr<SCommand> CCommandQueue::TakeFirst(std::unique_lock<std::mutex>& lock)
 {
-    m_wake.wait(lock, [this] { return m_pFirst || GetClientReferences() == 0; });
+    m_wake.wait(lock, [this] { return m_pFirst || (m_bClosing && m_nExpected == 0); });
     std::unique_ptr<SCommand> pCommand = std::move(m_pFirst);
     if (!pCommand)
         return nullptr;
@@ -172,7 +181,7 @@ std::optional<CActivity> CCommandQueue::Work()
         m_bCommandFailed |= nWaited == CL_SUCCESS && nResult < 0;
         ++m_nEnded;
         m_ended.notify_all();
-        if (GetClientReferences() == 0 && !m_pFirst)
+        if (m_bClosing && !m_pFirst && m_nExpected == 0)
             m_closing = std::move(ending);
     }
     m_bThread = false;

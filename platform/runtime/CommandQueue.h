@@ -44,9 +44,10 @@ public:
     cl_command_queue_properties GetProperties() const { return m_nProperties; }
     cl_int GetInfo(cl_command_queue_info eInfo, const SInfoQuery& query);
 
-    /// Makes sure that the queue's thread runs; may throw std::system_error.
-    void StartThread();
-    /// Hands a command over; after StartThread. Can't fail.
+    /// Announces a command: makes sure that the queue's thread runs, and stays until Push. May throw
+    /// std::system_error, and has then announced nothing.
+    void Expect();
+    /// Hands over a command that was announced. Can't fail.
     void Push(std::unique_ptr<SCommand> pCommand) noexcept;
     /// Marks everything that was handed over as submitted.
     void Flush();
@@ -61,6 +62,7 @@ protected:
     void OnLastClientRelease() override;
 
 private:
+    void StartThread();
     /// The queue's thread. Gives what is to last until the thread has dropped the queue.
     std::optional<CActivity> Work();
     std::unique_ptr<SCommand> TakeFirst(std::unique_lock<std::mutex>& lock);
@@ -77,7 +79,11 @@ private:
     SCommand* m_pLast = nullptr;
     cl_ulong m_nHandedOver = 0;
     cl_ulong m_nEnded = 0;
+    cl_ulong m_nExpected = 0;
     bool m_bThread = false;
+    /// The client has released the queue. Set under the lock together with what is left for the
+    /// thread's end, so that the thread can't end before that is there.
+    bool m_bClosing = false;
     bool m_bCommandFailed = false;
     std::optional<CActivity> m_closing; ///< from the client's last release to the thread's end
 };

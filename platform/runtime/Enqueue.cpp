@@ -47,7 +47,7 @@ cl_int CEnqueue::MakeCommand(cl_command_type eType, bool bBlocking, std::unique_
     if (bBlocking && m_pQueue->IsOwnThread())
         return CL_INVALID_OPERATION;
     pCommand->m_pEvent = MakeObject<CEvent>(CRef<CContext>(&GetContext()), m_pQueue, eType);
-    m_pQueue->StartThread();
+    m_pQueue->Expect();
     return CL_SUCCESS;
 }
 
