@@ -1,6 +1,8 @@
 #include "Kernels.h"
 #include "Runtime.h"
 
+#include <sys/mman.h>
+
 #include <atomic>
 #include <cstring>
 #include <numeric>
@@ -249,10 +251,14 @@ TEST_F(CKernelsTest, AddressesOfTheOlderDeviceHave32Bits)
     cl_context context = cl.clCreateContext(nullptr, 1, &kiln, nullptr, nullptr, nullptr);
     std::vector<cl_mem> vBuffers;
     cl_int nError = CL_SUCCESS;
-    // The address space holds less than nine objects of 512 MiB; their memory isn't touched.
+    // The address space holds less than nine objects of 512 MiB. Their memory is one and the same, and no page of it is
+    // there.
+    constexpr size_t nSize = size_t{512} << 20;
+    void* pMemory = mmap(nullptr, nSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(pMemory, MAP_FAILED);
     while (nError == CL_SUCCESS && vBuffers.size() < 16)
     {
-        cl_mem buffer = cl.clCreateBuffer(context, 0, size_t{512} << 20, nullptr, &nError);
+        cl_mem buffer = cl.clCreateBuffer(context, CL_MEM_USE_HOST_PTR, nSize, pMemory, &nError);
         if (buffer)
             vBuffers.push_back(buffer);
     }
@@ -262,6 +268,7 @@ TEST_F(CKernelsTest, AddressesOfTheOlderDeviceHave32Bits)
     for (cl_mem buffer : vBuffers)
         cl.clReleaseMemObject(buffer);
     cl.clReleaseContext(context);
+    munmap(pMemory, nSize);
 }
 
 TEST_F(CKernelsTest, TellsOfKernelsAndArguments)
