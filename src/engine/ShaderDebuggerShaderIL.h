@@ -87,6 +87,14 @@ private:
     /// skipped block by a break, continue or return take part again there.
     typedef std::map<std::pair<CallPath, InstructionNumber>, std::set<Register>> RejoinMap;
 
+    /// A register that a run has updated, and where.
+    struct SFiling
+    {
+        ProgramCounter pc;
+        CallPath callStack;
+        Register reg;
+    };
+
     /// What has to be remembered of a stop to come back to it.
     struct SStop
     {
@@ -98,14 +106,7 @@ private:
         RejoinMap rejoin;
         bool bShown = false;            ///< false: a run walked over it
         std::vector<Register> vWritten; ///< registers that may have changed since the stop before
-        std::vector<std::pair<ProgramCounter, Register>> vFiled; ///< results that runs updated, and where
-    };
-
-    /// One register read at an earlier stop.
-    struct SSource
-    {
-        const SStop* pStop;
-        Register reg;
+        std::vector<SFiling> vFiled;    ///< results that runs updated since the stop before, oldest first
     };
 
     class CCallStackScope;
@@ -166,8 +167,8 @@ private:
     void NoteFiled(const ProgramCounter& pc, const Register& reg);
     bool GoBackTo(size_t nStop);
     void RestoreResult(const Register& reg, bool bOneWrite);
-    std::vector<SSource> FindSources(const Register& reg) const;
-    static void KeepFilings(std::vector<SSource>& vSources);
+    std::vector<SFiling> FindSources(const Register& reg) const;
+    SFiling ReadingHere(const Register& reg) const;
     void AimResult(const Register& reg);
 
     // Runs to a breakpoint (Running.cpp, BlockSkipping.cpp).

@@ -5,6 +5,7 @@
 #include "engine/ShaderDebuggerShaderIL.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace OVK_ShaderDebugger
 {
@@ -23,10 +24,11 @@ bool Contains(const std::vector<Register>& vRegisters, const Register& reg)
                        [&](const Register& entry) { return HaveSameResult(entry, reg); });
 }
 
-size_t CountFilings(const std::vector<std::pair<ProgramCounter, Register>>& vFiled, const Register& reg)
+template <typename Filings>
+size_t CountFilings(const Filings& vFiled, const Register& reg)
 {
     return std::count_if(vFiled.begin(), vFiled.end(),
-                         [&](const auto& filed) { return HaveSameResult(filed.second, reg); });
+                         [&](const auto& filed) { return HaveSameResult(filed.reg, reg); });
 }
 
 } // namespace
@@ -78,9 +80,14 @@ void CShaderDebuggerShaderIL::NoteFiled(const ProgramCounter& pc, const Register
     {
         return;
     }
+    // A run in which nobody took part has made no result.
+    if (GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(reg)) == nullptr)
+    {
+        return;
+    }
     const bool bAtNewest = !m_ExecutedStepHistory.empty() && m_ExecutedStepHistory.top() == pc;
     SStop& stop = bAtNewest ? m_Stops.back() : m_Pending;
-    stop.vFiled.emplace_back(pc, reg);
+    stop.vFiled.push_back({pc, m_CurrentCallStack, reg});
 }
 
 bool CShaderDebuggerShaderIL::BackAsm()
@@ -107,16 +114,24 @@ bool CShaderDebuggerShaderIL::PostBack()
 {
     if (!m_Stops.empty() && !m_Stops.back().bShown)
     {
-        // What a run only walked over is shown from now on, and so counts as read here.
-        SStop& stop = m_Stops.back();
-        for (const Register& written : stop.vWritten)
+        // What a run only walked over is shown from now on, and what was written on the walk counts as read here.
+        std::vector<Register> vRead;
+        for (auto itStop = m_Stops.rbegin(); itStop != m_Stops.rend() && !itStop->bShown; ++itStop)
         {
-            if (CountFilings(stop.vFiled, written) == 0)
+            for (const Register& written : itStop->vWritten)
             {
-                NoteFiled(stop.pc, written);
+                if (!Contains(vRead, written))
+                {
+                    vRead.push_back(written);
+                }
             }
         }
-        stop.bShown = true;
+        for (const Register& reg : vRead)
+        {
+            const SFiling here = ReadingHere(reg);
+            NoteFiled(here.pc, here.reg);
+        }
+        m_Stops.back().bShown = true;
     }
     return PostBackAsm();
 }
@@ -129,7 +144,7 @@ bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
     m_CallStack = m_Stops[nStop].nextCallStack;
 
     std::vector<Register> vChanged = std::move(m_Pending.vWritten);
-    std::vector<std::pair<ProgramCounter, Register>> vFiled = std::move(m_Pending.vFiled);
+    std::vector<SFiling> vFiled = std::move(m_Pending.vFiled);
     m_Pending = SStop();
     bool bAllShown = m_Stops[nStop].bShown;
     for (size_t n = m_Stops.size() - 1; n > nStop; --n)
@@ -147,9 +162,8 @@ bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
 
     for (const auto& filed : vFiled)
     {
-        CShaderDebuggerResult* pResult =
-            GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(filed.second));
-        if (pResult != nullptr && pResult->GetLastStep() == filed.first)
+        CShaderDebuggerResult* pResult = GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(filed.reg));
+        if (pResult != nullptr && pResult->GetLastStep() == filed.pc)
         {
             pResult->PopLastStep();
         }
@@ -165,58 +179,44 @@ bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
     }
     for (const auto& filed : vFiled)
     {
-        if (!Contains(vDone, filed.second))
+        if (!Contains(vDone, filed.reg))
         {
-            vDone.push_back(filed.second);
-            AimResult(filed.second);
+            vDone.push_back(filed.reg);
+            AimResult(filed.reg);
         }
     }
     return UpdateTargetInstruction(true);
 }
 
-/// The stops, newest first, at which a run delivers a register's values as the present stop showed them: those that
-/// filed it, and those that a run walked over and that wrote it. If the present stop is such a one itself, nobody has
-/// seen its values, and it comes first.
-std::vector<CShaderDebuggerShaderIL::SSource> CShaderDebuggerShaderIL::FindSources(const Register& reg) const
+/// Where a run delivers a register's values as the present stop shows them, newest first: all that a stop ever shows
+/// has been filed. If a run only walked over the present stop nobody has seen its values, and it comes first itself.
+std::vector<CShaderDebuggerShaderIL::SFiling> CShaderDebuggerShaderIL::FindSources(const Register& reg) const
 {
-    std::vector<SSource> vSources;
+    std::vector<SFiling> vSources;
+    bool bWritten = false;
     for (auto itStop = m_Stops.rbegin(); itStop != m_Stops.rend(); ++itStop)
     {
-        const size_t nBefore = vSources.size();
-        for (const auto& filed : itStop->vFiled)
-        {
-            if (HaveSameResult(filed.second, reg))
-            {
-                vSources.push_back({&*itStop, filed.second});
-            }
-        }
-        for (const Register& written : itStop->vWritten)
-        {
-            if (vSources.size() == nBefore && !itStop->bShown && HaveSameResult(written, reg))
-            {
-                vSources.push_back({&*itStop, written});
-            }
-        }
+        bWritten = bWritten || Contains(itStop->vWritten, reg);
+        std::copy_if(itStop->vFiled.rbegin(), itStop->vFiled.rend(), std::back_inserter(vSources),
+                     [&](const SFiling& filed) { return HaveSameResult(filed.reg, reg); });
     }
-    const bool bReadHere = !vSources.empty() && !m_Stops.back().bShown && vSources.front().pStop != &m_Stops.back();
-    if (bReadHere)
+    const SStop& present = m_Stops.back();
+    const bool bReadHere =
+        !vSources.empty() && vSources.front().pc == present.pc && vSources.front().callStack == present.callStack;
+    if (!present.bShown && !bReadHere && (bWritten || !vSources.empty()))
     {
-        Register whole = CShaderDebuggerIL::GetResultRegister(reg);
-        whole.mask = COMP_All;
-        whole.reg.index = reg.reg.type == RT_PrivateUAVAccess ? reg.reg.index & ~15u : reg.reg.index;
-        vSources.insert(vSources.begin(), {&m_Stops.back(), whole});
+        vSources.insert(vSources.begin(), ReadingHere(reg));
     }
     return vSources;
 }
 
-/// What a stop showed came from what was filed; the writes that a run walked over had been read with it.
-void CShaderDebuggerShaderIL::KeepFilings(std::vector<SSource>& vSources)
+/// The whole register, read at the present stop.
+CShaderDebuggerShaderIL::SFiling CShaderDebuggerShaderIL::ReadingHere(const Register& reg) const
 {
-    const auto isWrite = [](const SSource& source) { return CountFilings(source.pStop->vFiled, source.reg) == 0; };
-    if (!std::all_of(vSources.begin(), vSources.end(), isWrite))
-    {
-        vSources.erase(std::remove_if(vSources.begin(), vSources.end(), isWrite), vSources.end());
-    }
+    Register whole = CShaderDebuggerIL::GetResultRegister(reg);
+    whole.mask = COMP_All;
+    whole.reg.index = reg.reg.type == RT_PrivateUAVAccess ? reg.reg.index & ~15u : reg.reg.index;
+    return {m_Stops.back().pc, m_Stops.back().callStack, whole};
 }
 
 /// \param bOneWrite whether the newest filing is all that was undone, so that its mask tells who changed
@@ -227,18 +227,13 @@ void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
     {
         return;
     }
-    std::vector<SSource> vSources = FindSources(reg);
-    if (m_Stops.back().bShown)
-    {
-        KeepFilings(vSources);
-    }
+    const std::vector<SFiling> vSources = FindSources(reg);
     CResultRestorer restorer(*pResult->GetResult(), bOneWrite ? pResult->GetExecMask() : nullptr);
     for (size_t n = 0; n < vSources.size() && (n == 0 || !restorer.IsComplete()); ++n)
     {
         std::unique_ptr<CShaderDebuggerBuffer> pValues;
         std::unique_ptr<CShaderDebuggerBuffer> pExecMask;
-        const SStop& stop = *vSources[n].pStop;
-        if (!Capture(stop.pc, stop.callStack, vSources[n].reg, pValues, pExecMask) ||
+        if (!Capture(vSources[n].pc, vSources[n].callStack, vSources[n].reg, pValues, pExecMask) ||
             !restorer.Take(*pValues, *pExecMask, vSources[n].reg, n + 1 == vSources.size()))
         {
             // No value is better than a wrong one.
@@ -253,7 +248,7 @@ void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
     AimResult(reg);
 }
 
-/// Makes a result's newest position that of the newest stop that wrote it. A result that none wrote goes.
+/// Makes a result's newest position the one where it was read last. A result that was read nowhere goes.
 void CShaderDebuggerShaderIL::AimResult(const Register& reg)
 {
     CShaderDebuggerResult* pResult = GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(reg));
@@ -261,16 +256,13 @@ void CShaderDebuggerShaderIL::AimResult(const Register& reg)
     {
         return;
     }
-    for (const SSource& source : FindSources(reg))
+    const std::vector<SFiling> vSources = FindSources(reg);
+    if (vSources.empty())
     {
-        const bool bWrote = Contains(source.pStop->vWritten, reg) || source.pStop->bShown;
-        if (bWrote)
-        {
-            pResult->SetProgramCounter(source.pStop->pc, source.reg.mask);
-            return;
-        }
+        GetDebuggerIL()->DeleteResult(reg);
+        return;
     }
-    GetDebuggerIL()->DeleteResult(reg);
+    pResult->SetProgramCounter(vSources.front().pc, vSources.front().reg.mask);
 }
 
 } // namespace OVK_ShaderDebugger
