@@ -56,10 +56,13 @@ ovkclDebugError Track(const CSession& session, const std::vector<std::string>& v
     return GetLibraries().ovkclDebugSetTrackingRegisters(session.GetContext(), vLocators.data(), vLocators.size());
 }
 
-SSnapshot::SSnapshot(const CSession& session) : nNextLine(session.GetNextLine())
+SSnapshot::SSnapshot(const CSession& session, bool bWithMask) : nNextLine(session.GetNextLine())
 {
-    const SMaskView mask = session.GetMask();
-    vMask.assign(mask.pActive, mask.pActive + mask.nItems);
+    if (bWithMask)
+    {
+        const SMaskView mask = session.GetMask();
+        vMask.assign(mask.pActive, mask.pActive + mask.nItems);
+    }
     for (const std::string& strName : session.GetActiveRegisters())
     {
         const SRegisterView view = session.GetRegister(strName);

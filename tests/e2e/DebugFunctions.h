@@ -34,14 +34,15 @@ const SDebugFunctions& GetDebugFunctions();
 /// Keeps only these registers up to date; for the started event. \return the call's code
 ovkclDebugError Track(const KestrelTool::CSession& session, const std::vector<std::string>& vNames);
 
-/// What a client sees at a stop, with the values of all work-items.
+/// What a client sees at a stop, with the values of all work-items. The mask belongs to the last register that was
+/// read, so that with tracking on it may be older than the stop.
 struct SSnapshot
 {
     unsigned int nNextLine = 0;
-    std::vector<bool> vMask;
+    std::vector<bool> vMask; ///< empty if there is none
     std::map<std::string, std::vector<unsigned int>> mapRegisters;
 
-    explicit SSnapshot(const KestrelTool::CSession& session);
+    explicit SSnapshot(const KestrelTool::CSession& session, bool bWithMask = true);
     /// The first difference in words; empty if there is none.
     std::string CompareWith(const SSnapshot& other) const;
 };

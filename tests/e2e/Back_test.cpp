@@ -1,0 +1,328 @@
+#include "tests/e2e/DebugFunctions.h"
+#include "tests/e2e/ExampleList.h"
+#include "tests/e2e/KernelGenerator.h"
+#include "tests/e2e/ScriptedClient.h"
+#include "tests/e2e/SmallKernel.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <random>
+
+using namespace KestrelTest;
+using namespace KestrelTool;
+using testing::ElementsAre;
+
+namespace
+{
+
+#ifdef KESTREL_BEHIND_LOADER
+const uint32_t s_nDefaultSeeds = 10;
+#else
+const uint32_t s_nDefaultSeeds = 200;
+#endif
+
+uint32_t FromEnvironment(const char* pszName, uint32_t nDefault)
+{
+    const char* pszValue = std::getenv(pszName);
+    return pszValue != nullptr ? static_cast<uint32_t>(std::strtoul(pszValue, nullptr, 10)) : nDefault;
+}
+
+/// Goes to and fro, by steps or between breakpoints, and compares each stop with what it showed when it was reached for
+/// the first time.
+class CWanderer : public ISessionClient
+{
+public:
+    /// \param setLines  if empty it steps, else it runs between breakpoints on these lines
+    CWanderer(uint32_t nSeed, std::set<unsigned int> setLines, std::vector<std::string> vTracked)
+        : m_Engine(nSeed), m_setLines(std::move(setLines)), m_vTracked(std::move(vTracked))
+    {
+        const bool bSteps = m_setLines.empty();
+        const unsigned int nFar = bSteps ? 24 : 5;
+        for (unsigned int nRound = 0; nRound < (bSteps ? 3 : 2); ++nRound)
+        {
+            const unsigned int nForward = 2 + m_Engine() % nFar;
+            m_vMoves.insert(m_vMoves.end(), nForward, 1);
+            m_vMoves.insert(m_vMoves.end(), 1 + m_Engine() % (nForward + 2), -1);
+        }
+        m_vMoves.insert(m_vMoves.end(), nFar, 1);
+    }
+
+    ovkclDebugCommand OnStarted(CSession& session) override
+    {
+        if (!m_vTracked.empty() && Track(session, m_vTracked) != OVKCLDEBUG_SUCCESS)
+        {
+            m_vFindings.push_back("registers can't be tracked");
+        }
+        for (const unsigned int nLine : m_setLines)
+        {
+            GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), nLine, 0, nullptr);
+        }
+        return Move(session);
+    }
+
+    ovkclDebugCommand OnHalted(CSession& session) override
+    {
+        SSnapshot here(session, m_vTracked.empty());
+        const auto it = m_mapSeen.find(m_nAt);
+        if (it == m_mapSeen.end())
+        {
+            m_mapSeen.emplace(m_nAt, std::move(here));
+        }
+        else
+        {
+            ++m_nCompared;
+            const std::string strDifference = here.CompareWith(it->second);
+            if (!strDifference.empty() && m_vFindings.size() < 5)
+            {
+                m_vFindings.push_back("move " + std::to_string(m_nMove) + (m_bBack ? " back" : " forward") +
+                                      " to stop " + std::to_string(m_nAt) + " in front of line " +
+                                      std::to_string(here.nNextLine) + ": " + strDifference);
+            }
+        }
+        return Move(session);
+    }
+
+    void OnFinished(CSession&) override { m_bFinished = true; }
+
+    const std::vector<std::string>& GetFindings() const { return m_vFindings; }
+    size_t GetCompared() const { return m_nCompared; }
+    bool IsFinished() const { return m_bFinished; }
+
+private:
+    ovkclDebugCommand Move(const CSession& session)
+    {
+        if (m_nMove == m_vMoves.size())
+        {
+            GetDebugFunctions().ovkclDebugClearAllBreakpoints(session.GetContext());
+            return OVKCLDEBUG_COMMAND_CONTINUE;
+        }
+        m_bBack = m_vMoves[m_nMove++] < 0;
+        if (m_bBack)
+        {
+            m_nAt -= m_nAt != 0;
+            return m_setLines.empty() ? OVKCLDEBUG_COMMAND_EXT_STEP_BACK : OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
+        }
+        ++m_nAt;
+        return m_setLines.empty() ? OVKCLDEBUG_COMMAND_STEP : OVKCLDEBUG_COMMAND_CONTINUE;
+    }
+
+    std::mt19937 m_Engine;
+    std::set<unsigned int> m_setLines;
+    std::vector<std::string> m_vTracked;
+    std::vector<int> m_vMoves; ///< 1 forward, -1 back
+    size_t m_nMove = 0;
+    bool m_bBack = false;
+    size_t m_nAt = 0; ///< the entry, which is no halt, is number 0
+    std::map<size_t, SSnapshot> m_mapSeen;
+    std::vector<std::string> m_vFindings;
+    size_t m_nCompared = 0;
+    bool m_bFinished = false;
+};
+
+/// The lines between which a run wanders: some that don't direct flow, in the kernel's function and others.
+std::set<unsigned int> ChooseLines(const SLaunchFile& file, uint32_t nSeed)
+{
+    CLaunch launch(GetLibraries(), file);
+    std::vector<unsigned int> vLines;
+    CScriptedClient client(
+        [&](CSession& session)
+        {
+            const CListing& listing = session.GetListing();
+            for (unsigned int nLine = listing.GetNextInstruction(listing.GetEntry()); nLine != CListing::NoLine;
+                 nLine = listing.GetNextInstruction(nLine))
+            {
+                if (!listing.GetWrittenRegister(nLine).empty())
+                {
+                    vLines.push_back(nLine);
+                }
+            }
+            return OVKCLDEBUG_COMMAND_CONTINUE;
+        },
+        AlwaysContinue);
+    RunSession(GetLibraries(), launch, client);
+    std::set<unsigned int> setLines;
+    std::mt19937 engine(nSeed);
+    std::sample(vLines.begin(), vLines.end(), std::inserter(setLines, setLines.end()), 4, engine);
+    return setLines;
+}
+
+std::string Wander(const SLaunchFile& file, uint32_t nSeed, bool bRuns, const std::vector<std::string>& vTracked,
+                   size_t& nCompared)
+{
+    CLaunch launch(GetLibraries(), file);
+    launch.Run();
+    const std::vector<SDifference> vPlain = launch.Compare();
+    const std::vector<unsigned char> vOutputs =
+        launch.GetFile().vArguments.empty() ? std::vector<unsigned char>() : launch.ReadContents(0);
+    launch.ResetContents();
+
+    CWanderer client(nSeed, bRuns ? ChooseLines(file, nSeed) : std::set<unsigned int>(), vTracked);
+    const cl_int nCode = RunSession(GetLibraries(), launch, client);
+    nCompared += client.GetCompared();
+    std::string strFindings;
+    for (const std::string& strFinding : client.GetFindings())
+    {
+        strFindings += strFinding + "\n";
+    }
+    if (nCode != CL_SUCCESS || !client.IsFinished())
+    {
+        strFindings += "the session gave " + std::to_string(nCode) + "\n";
+    }
+    if (launch.Compare().size() != vPlain.size() || (!vOutputs.empty() && launch.ReadContents(0) != vOutputs))
+    {
+        strFindings += "the outputs differ from a plain launch's\n";
+    }
+    return strFindings;
+}
+
+/// KESTREL_SEEDS sets the number of kernels, KESTREL_SEED the first one.
+void WanderInGenerated(bool bRuns)
+{
+    const uint32_t nFirst = FromEnvironment("KESTREL_SEED", 1);
+    const uint32_t nSeeds = FromEnvironment("KESTREL_SEEDS", s_nDefaultSeeds);
+    unsigned int nFailed = 0;
+    size_t nCompared = 0;
+    for (uint32_t nSeed = nFirst; nSeed < nFirst + nSeeds && nFailed < 5; ++nSeed)
+    {
+        const SGeneratedKernel kernel = CKernelGenerator(nSeed).Generate();
+        const std::vector<std::string> vTracked =
+            nSeed % 4 == 0 ? std::vector<std::string>{"r10", "r12", "x1[0]"} : std::vector<std::string>();
+        const std::string strFindings = Wander(kernel.launch, nSeed, bRuns, vTracked, nCompared);
+        if (!strFindings.empty())
+        {
+            ++nFailed;
+            ADD_FAILURE() << "seed " << nSeed << (kernel.bMaySkip ? " (stepping may skip)" : "") << "\n"
+                          << strFindings << (nSeeds == 1 ? kernel.launch.strSource : "")
+                          << "replay: KESTREL_SEED=" << nSeed << " KESTREL_SEEDS=1 " << ReplayCommand();
+        }
+    }
+    EXPECT_GT(nCompared, nSeeds);
+}
+
+} // namespace
+
+TEST(Back, EveryStopShowsWhatItShowedTheFirstTime)
+{
+    WanderInGenerated(false);
+}
+
+TEST(Back, EveryBreakpointShowsWhatItShowedTheFirstTime)
+{
+    WanderInGenerated(true);
+}
+
+namespace
+{
+
+class ExamplesBack : public testing::TestWithParam<std::string>
+{
+};
+
+} // namespace
+
+TEST_P(ExamplesBack, EveryStopShowsWhatItShowedTheFirstTime)
+{
+    const SLaunchFile file = ReadLaunchFile(GetExamplePath(GetParam()));
+    size_t nCompared = 0;
+    for (uint32_t nSeed = 1; nSeed <= 2; ++nSeed)
+    {
+        EXPECT_EQ(Wander(file, nSeed, false, {}, nCompared), "");
+        EXPECT_EQ(Wander(file, nSeed, true, {}, nCompared), "");
+    }
+    EXPECT_GT(nCompared, 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ExamplesBack, testing::ValuesIn(ListExamples()), GetExampleTestName);
+
+namespace
+{
+
+const char s_szStore[] = "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n";
+
+/// The next line at each halt of a session with the given answers, the first of them at the start; when they are used
+/// up the session continues.
+std::vector<unsigned int> LinesOf(const std::vector<ovkclDebugCommand>& vAnswers)
+{
+    CLaunch launch(GetLibraries(), MakeSmallKernel(s_szStore));
+    std::vector<unsigned int> vLines;
+    size_t nAnswer = 0;
+    const auto next = [&] { return nAnswer < vAnswers.size() ? vAnswers[nAnswer++] : OVKCLDEBUG_COMMAND_CONTINUE; };
+    CScriptedClient client([&](CSession&) { return next(); },
+                           [&](CSession& session)
+                           {
+                               vLines.push_back(session.GetNextLine());
+                               return next();
+                           });
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    return vLines;
+}
+
+} // namespace
+
+TEST(Back, AtTheFirstStopTheSessionHaltsWhereItIs)
+{
+    const auto step = OVKCLDEBUG_COMMAND_STEP;
+    const auto back = OVKCLDEBUG_COMMAND_EXT_STEP_BACK;
+    const auto runBack = OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
+    const std::vector<unsigned int> vSteps = LinesOf({step, step, step});
+    ASSERT_EQ(vSteps.size(), 3u);
+    const unsigned int nFirst = LinesOf({back})[0];
+    ASSERT_LT(nFirst, vSteps[0]);
+    EXPECT_THAT(LinesOf({back, back, runBack, step}), ElementsAre(nFirst, nFirst, nFirst, vSteps[0]));
+    EXPECT_THAT(LinesOf({runBack, step}), ElementsAre(nFirst, vSteps[0]));
+    EXPECT_THAT(LinesOf({step, step, step, runBack, back, step, step}),
+                ElementsAre(vSteps[0], vSteps[1], vSteps[2], nFirst, nFirst, vSteps[0], vSteps[1]));
+}
+
+TEST(Back, GoingBackOverTheFirstWriteTakesTheRegistersValueAway)
+{
+    CLaunch launch(GetLibraries(), MakeSmallKernel("iadd r3.x, r0.x, l0.y\niadd r3.x, r3.x, l0.y\n"));
+    size_t nHalt = 0;
+    std::vector<bool> vHasValue;
+    CScriptedClient client(AlwaysStep,
+                           [&](CSession& session)
+                           {
+                               vHasValue.push_back(session.GetRegister("r3").pWords != nullptr);
+                               ++nHalt;
+                               return nHalt < 5    ? OVKCLDEBUG_COMMAND_STEP
+                                      : nHalt < 7  ? OVKCLDEBUG_COMMAND_EXT_STEP_BACK
+                                      : nHalt == 7 ? OVKCLDEBUG_COMMAND_STEP
+                                                   : OVKCLDEBUG_COMMAND_CONTINUE;
+                           });
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    EXPECT_THAT(vHasValue, ElementsAre(false, false, false, true, true, true, false, true));
+}
+
+TEST(Back, AnUnknownAnswerEndsTheSessionAsAContinueWithoutBreakpoints)
+{
+    for (const unsigned int nAnswer : {0u, 3u, 0xFFu, 0x102u, 0xFFFFFFFFu})
+    {
+        SCOPED_TRACE(nAnswer);
+        CLaunch launch(GetLibraries(), MakeSmallKernel(s_szStore));
+        size_t nHalts = 0;
+        CScriptedClient client(
+            [&](CSession& session)
+            {
+                // The breakpoint is not to be met.
+                GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), 0, 100, nullptr);
+                return OVKCLDEBUG_COMMAND_STEP;
+            },
+            [&](CSession&)
+            {
+                GetPlatformControl(GetLibraries()).ClearCounters();
+                return ++nHalts < 3 ? OVKCLDEBUG_COMMAND_STEP : static_cast<ovkclDebugCommand>(nAnswer);
+            });
+        EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+        EXPECT_EQ(GetPlatformControl(GetLibraries()).GetCounter(PLATFORM_COUNTER_KERNEL_RUNS), 1u);
+        EXPECT_THAT(client.GetEvents(), ElementsAre("started", "halted", "halted", "halted", "finished"));
+        const std::vector<unsigned char> vBytes = launch.ReadContents(0);
+        for (unsigned int i = 0; i < 8; ++i)
+        {
+            EXPECT_EQ(ReadElement(*FindElementType("int"), &vBytes[i * 4]), i);
+        }
+    }
+}
