@@ -17,6 +17,8 @@ namespace
 
 #ifdef KESTREL_BEHIND_LOADER
 const uint32_t s_nDefaultSeeds = 10;
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+const uint32_t s_nDefaultSeeds = 120; // each takes many times as long
 #else
 const uint32_t s_nDefaultSeeds = 240;
 #endif

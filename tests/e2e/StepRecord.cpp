@@ -171,8 +171,8 @@ bool CStepRecord::IsMarkedWithin(uint32_t nFrom, uint32_t nTo, const std::set<ui
                                return false;
                            }
                            uint32_t nEnd = call.second;
-                           while (m_pStructure->GetFunction(nEnd) == m_pStructure->GetFunction(call.second) &&
-                                  nEnd < m_pStructure->GetInstructionCount())
+                           while (nEnd < m_pStructure->GetInstructionCount() &&
+                                  m_pStructure->GetFunction(nEnd) == m_pStructure->GetFunction(call.second))
                            {
                                ++nEnd;
                            }
