@@ -312,7 +312,7 @@ extern "C"
 
     /**
      * At STARTED and HALTED.
-     * \return OVKCLDEBUG_ERROR_OPERATION_FAILED if the line has none
+     * \return OVKCLDEBUG_ERROR_OPERATION_FAILED for a line that can hold none
      */
     OVKCL_API ovkclDebugError ovkclDebugClearBreakpoint(ovkclDebugContext debugContext, ovkclDebugPC programCounter);
 
