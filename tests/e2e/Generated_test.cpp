@@ -13,7 +13,9 @@ namespace
 {
 
 #ifdef KESTREL_BEHIND_LOADER
-const uint32_t s_nDefaultSeeds = 20;
+const uint32_t s_nDefaultSeeds = 10;
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+const uint32_t s_nDefaultSeeds = 60;
 #else
 const uint32_t s_nDefaultSeeds = 400;
 #endif
