@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 namespace KestrelTest
 {
@@ -17,18 +16,9 @@ const std::string s_strDebugger = std::string(KESTREL_BINARY_DIR) + "/lib/libOVK
 
 #ifdef KESTREL_BEHIND_LOADER
 
-/// Makes a folder that names the software platform as the only driver.
-std::string WriteDriverList()
-{
-    const std::string strFolder = std::string(KESTREL_BINARY_DIR) + "/icd";
-    std::filesystem::create_directories(strFolder);
-    std::ofstream(strFolder + "/kestrel.icd") << s_strPlatform << "/libOpenCL.so\n";
-    return strFolder;
-}
-
 KestrelTool::CLibraries Open()
 {
-    setenv("OCL_ICD_VENDORS", WriteDriverList().c_str(), 1);
+    setenv("OCL_ICD_VENDORS", (s_strPlatform + "/icd").c_str(), 1);
     return KestrelTool::CLibraries(s_strPlatform, KESTREL_ICD_LOADER, s_strDebugger);
 }
 

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -21,15 +19,7 @@ namespace
 class CBindingsTest : public testing::Test
 {
 protected:
-    static void SetUpTestSuite()
-    {
-        s_vendors = std::filesystem::path(KESTREL_BINARY_DIR) / ("bindings-vendors-" + std::to_string(getpid()));
-        std::filesystem::create_directories(s_vendors);
-        std::ofstream(s_vendors / "kestrel.icd") << KESTREL_PLATFORM_DIR << "/libOpenCL.so\n";
-        setenv("OCL_ICD_VENDORS", s_vendors.c_str(), 1);
-    }
-
-    static void TearDownTestSuite() { std::filesystem::remove_all(s_vendors); }
+    static void SetUpTestSuite() { setenv("OCL_ICD_VENDORS", KESTREL_PLATFORM_DIR "/icd", 1); }
 
     static std::string ReadSource(const char* pszPath)
     {
@@ -42,12 +32,7 @@ protected:
     cl::Platform m_platform = cl::Platform::getDefault();
     cl::Context m_context{CL_DEVICE_TYPE_DEFAULT};
     cl::CommandQueue m_queue{m_context, CL_QUEUE_PROFILING_ENABLE};
-
-private:
-    static std::filesystem::path s_vendors;
 };
-
-std::filesystem::path CBindingsTest::s_vendors;
 
 TEST_F(CBindingsTest, FindsThePlatformAndItsDevices)
 {
