@@ -10,15 +10,20 @@
 namespace KestrelBench
 {
 
+double TimeOnce(const std::function<void()>& work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
 std::vector<double> Time(unsigned int nRuns, const std::function<void()>& work)
 {
     work();
     std::vector<double> vSeconds;
     for (unsigned int i = 0; i < nRuns; ++i)
     {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        vSeconds.push_back(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        vSeconds.push_back(TimeOnce(work));
     }
     return vSeconds;
 }
@@ -31,6 +36,29 @@ std::vector<double> Ratios(const std::vector<double>& vOver, const std::vector<d
         vRatios.push_back(vOver[i] / vUnder[i]);
     }
     return vRatios;
+}
+
+std::vector<double> TimeRatios(unsigned int nRuns, const std::function<void()>& over,
+                               const std::function<void()>& under)
+{
+    over();
+    under();
+    std::vector<double> vRatios;
+    for (unsigned int i = 0; i < nRuns; ++i)
+    {
+        const double fOver = TimeOnce(over);
+        vRatios.push_back(fOver / TimeOnce(under));
+    }
+    return vRatios;
+}
+
+std::vector<double> Scaled(std::vector<double> vFigures, double fFactor)
+{
+    for (double& fFigure : vFigures)
+    {
+        fFigure *= fFactor;
+    }
+    return vFigures;
 }
 
 CReport::CReport(const std::string& strBench, int argc, char** argv) : m_strBench(strBench), m_bJson(false)
@@ -48,8 +76,27 @@ CReport::CReport(const std::string& strBench, int argc, char** argv) : m_strBenc
 void CReport::Add(const std::string& strCase, std::vector<double> vFigures, double fReach)
 {
     std::sort(vFigures.begin(), vFigures.end());
+    Print(strCase, vFigures, "under", fReach, fReach == 0 || vFigures[vFigures.size() / 2] < fReach);
+}
+
+void CReport::AddAtLeast(const std::string& strCase, std::vector<double> vFigures, double fReach)
+{
+    std::sort(vFigures.begin(), vFigures.end());
+    Print(strCase, vFigures, "at least", fReach, vFigures[vFigures.size() / 2] >= fReach);
+}
+
+void CReport::Note(const std::string& strText) const
+{
+    if (!m_bJson)
+    {
+        std::printf("%s\n", strText.c_str());
+    }
+}
+
+void CReport::Print(const std::string& strCase, const std::vector<double>& vFigures, const char* pszRelation,
+                    double fReach, bool bHolds) const
+{
     const double fMedian = vFigures[vFigures.size() / 2];
-    const bool bHolds = fReach == 0 || fMedian < fReach;
     if (m_bJson)
     {
         const nlohmann::ordered_json line = {{"bench", m_strBench}, {"case", strCase},        {"min", vFigures.front()},
@@ -58,13 +105,14 @@ void CReport::Add(const std::string& strCase, std::vector<double> vFigures, doub
         std::printf("%s\n", line.dump().c_str());
         return;
     }
-    std::printf("%-44s min %10.4g  median %10.4g  max %10.4g", strCase.c_str(), vFigures.front(), fMedian,
+    std::printf("%-52s min %10.4g  median %10.4g  max %10.4g", strCase.c_str(), vFigures.front(), fMedian,
                 vFigures.back());
     if (fReach != 0)
     {
-        std::printf("  under %g: %s", fReach, bHolds ? "yes" : "no");
+        std::printf("  %s %g: %s", pszRelation, fReach, bHolds ? "yes" : "no");
     }
     std::printf("\n");
+    std::fflush(stdout);
 }
 
 } // namespace KestrelBench

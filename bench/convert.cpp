@@ -44,15 +44,6 @@ void Require(bool bDone)
     }
 }
 
-std::vector<double> Milliseconds(std::vector<double> vSeconds)
-{
-    for (double& fTime : vSeconds)
-    {
-        fTime *= 1000;
-    }
-    return vSeconds;
-}
-
 SConversions Measure(unsigned int nInstructions)
 {
     const std::string strText = MakeText(nInstructions);
@@ -64,11 +55,11 @@ SConversions Measure(unsigned int nInstructions)
 
     SConversions conversions;
     conversions.vAssemble =
-        Milliseconds(Time(s_nRuns, [&] { Require(AssembleIL(strText.data(), strText.size(), vTokens, diagnostic)); }));
-    conversions.vDisassemble = Milliseconds(
-        Time(s_nRuns, [&] { Require(DisassembleIL(vTokens.data(), vTokens.size(), strOutput, strError)); }));
-    conversions.vDecode = Milliseconds(
-        Time(s_nRuns, [&] { Require(DecodeProgram(vTokens.data(), vTokens.size(), decodeError) != nullptr); }));
+        Scaled(Time(s_nRuns, [&] { Require(AssembleIL(strText.data(), strText.size(), vTokens, diagnostic)); }), 1000);
+    conversions.vDisassemble = Scaled(
+        Time(s_nRuns, [&] { Require(DisassembleIL(vTokens.data(), vTokens.size(), strOutput, strError)); }), 1000);
+    conversions.vDecode = Scaled(
+        Time(s_nRuns, [&] { Require(DecodeProgram(vTokens.data(), vTokens.size(), decodeError) != nullptr); }), 1000);
     return conversions;
 }
 

@@ -185,7 +185,9 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             }
         };
         CWorkerPool& pool = CWorkerPool::Get();
-        const uint64_t nHelpers = launch.pTrace ? 0 : std::min<uint64_t>(pool.GetThreads(), nJobs) - 1;
+        const uint64_t nAllowed =
+            launch.nMaxThreads ? std::min(launch.nMaxThreads, pool.GetThreads()) : pool.GetThreads();
+        const uint64_t nHelpers = launch.pTrace ? 0 : std::min<uint64_t>(nAllowed, nJobs) - 1;
         pool.Run(static_cast<uint32_t>(nHelpers), task);
         result.nBadAccesses = context.nBadAccesses;
         result.firstBadAccess = context.firstBadAccess;

@@ -1,0 +1,66 @@
+#ifndef KESTREL_BENCH_BENCHKERNELS_H
+#define KESTREL_BENCH_BENCHKERNELS_H
+
+#include "platform/simt/Launch.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace KestrelBench
+{
+
+/// Assembles and decodes a kernel. \throws std::runtime_error with the reason
+std::shared_ptr<const KestrelPlatform::CProgram> Compile(const std::string& strText);
+
+/// A kernel's buffers. The n-th is argument n: constant buffer 1, element n, holds its 64-bit address.
+class CKernelBuffers
+{
+public:
+    /// Adds a buffer, writable, of so many words.
+    std::vector<uint32_t>& Add(std::vector<uint32_t> vWords);
+    std::vector<uint32_t>& operator[](size_t n) { return *m_vBuffers[n]; }
+    float* Floats(size_t n) { return reinterpret_cast<float*>(m_vBuffers[n]->data()); }
+
+    /// Gives the launch the memory and the addresses; the buffers must outlive it.
+    void Bind(KestrelPlatform::SLaunch& launch);
+
+private:
+    std::vector<std::unique_ptr<std::vector<uint32_t>>> m_vBuffers;
+};
+
+/// One of the eight kernels with its data, and the same computation in plain C++.
+struct SBenchKernel
+{
+    std::string strName;
+    KestrelPlatform::SLaunch launch;
+    CKernelBuffers buffers;
+    std::vector<size_t> vOutputs;  ///< buffers that the kernel writes
+    std::vector<size_t> vExpected; ///< what the host writes, beside them
+    std::function<void()> runHost; ///< fills vExpected
+    float fReach512 = 0;           ///< of the host's time, with 512-bit vectors
+    float fReach256 = 0;           ///< with 256-bit vectors
+    bool bScales = true;           ///< twice the cores are to be nearly twice as fast
+
+    /// Runs the kernel once. \param nThreads 0 for one a core
+    void Run(uint32_t nThreads);
+    /// Runs both and compares. \throws std::runtime_error if a word differs
+    void Check();
+};
+
+/// The eight kernels, the one of private arrays in both forms that an array can have.
+std::vector<std::unique_ptr<SBenchKernel>> MakeBenchKernels();
+
+/// A launch of nItems work-items in groups of 256.
+void SetSize(KestrelPlatform::SLaunch& launch, size_t nItems);
+
+/// c = a + b over the first three buffers.
+std::string VectorAddText();
+
+/// A kernel of so many instructions in a row that writes one word a work-item.
+std::string StraightText(uint32_t nInstructions);
+
+} // namespace KestrelBench
+
+#endif

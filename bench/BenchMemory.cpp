@@ -1,0 +1,48 @@
+#include "bench/BenchMemory.h"
+
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+namespace KestrelBench
+{
+
+namespace
+{
+
+/// A figure of /proc/self/status, KiB.
+double Status(const std::string& strName)
+{
+    std::ifstream status("/proc/self/status");
+    std::string strWord;
+    while (status >> strWord)
+    {
+        double fKilobytes = 0;
+        if (strWord == strName + ":" && status >> fKilobytes)
+        {
+            return fKilobytes;
+        }
+    }
+    throw std::runtime_error("the system doesn't tell " + strName);
+}
+
+} // namespace
+
+double StartMemoryPeak()
+{
+    // 5 sets the peak back to what is held now.
+    std::ofstream clear("/proc/self/clear_refs");
+    clear << 5 << std::flush;
+    if (!clear)
+    {
+        throw std::runtime_error("the system doesn't set the memory peak back");
+    }
+    return Status("VmRSS");
+}
+
+double MemoryPeak()
+{
+    return Status("VmHWM");
+}
+
+} // namespace KestrelBench

@@ -1,0 +1,207 @@
+// Kernels in IL against the same computations in plain C++, cores against each other, how times grow
+// with sizes, and what memory a large dispatch takes. Every kernel's results are compared with the
+// host's before it is timed. Ratios are of times taken in turn.
+
+#include "bench/BenchKernels.h"
+#include "bench/BenchMemory.h"
+#include "bench/BenchReport.h"
+#include "platform/compiler/Assembler.h"
+#include "platform/simt/LaneOps.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+
+using namespace KestrelBench;
+using namespace KestrelPlatform;
+
+namespace
+{
+
+const unsigned int s_nRuns = 9;
+
+/// Calls a piece of work often enough for the clock.
+unsigned int Repeats(const std::function<void()>& work, double fSeconds)
+{
+    work();
+    return static_cast<unsigned int>(std::clamp(fSeconds / std::max(TimeOnce(work), 1e-7), 1.0, 1000.0));
+}
+
+std::function<void()> Repeated(const std::function<void()>& work, unsigned int nTimes)
+{
+    return [=]
+    {
+        for (unsigned int i = 0; i < nTimes; ++i)
+        {
+            work();
+        }
+    };
+}
+
+float ReachOf(const SBenchKernel& kernel)
+{
+    if (std::strcmp(GetLaneTable().pszName, "AVX-512") == 0)
+    {
+        return kernel.fReach512;
+    }
+    return std::strcmp(GetLaneTable().pszName, "AVX2") == 0 ? kernel.fReach256 : 0;
+}
+
+void ReportKernels(CReport& report)
+{
+    report.Note(std::string("Vectors: ") + GetLaneTable().pszName +
+                "; cores: " + std::to_string(std::thread::hardware_concurrency()));
+    const auto vKernels = MakeBenchKernels();
+    for (const auto& pKernel : vKernels)
+    {
+        pKernel->Check();
+    }
+    for (const auto& pKernel : vKernels)
+    {
+        SBenchKernel& kernel = *pKernel;
+        const unsigned int nTimes = Repeats(kernel.runHost, 0.01);
+        const auto once = [&kernel] { kernel.Run(1); };
+        report.Add(kernel.strName + " over plain C++",
+                   TimeRatios(s_nRuns, Repeated(once, nTimes), Repeated(kernel.runHost, nTimes)), ReachOf(kernel));
+    }
+    if (std::thread::hardware_concurrency() < 2)
+    {
+        report.Note("One core: nothing to compare two with.");
+        return;
+    }
+    for (const auto& pKernel : vKernels)
+    {
+        SBenchKernel& kernel = *pKernel;
+        const auto one = [&kernel] { kernel.Run(1); };
+        const auto two = [&kernel] { kernel.Run(2); };
+        const unsigned int nTimes = Repeats(one, 0.05);
+        const auto vRatios = TimeRatios(s_nRuns, Repeated(one, nTimes), Repeated(two, nTimes));
+        if (kernel.bScales)
+        {
+            report.AddAtLeast(kernel.strName + ", one core over two", vRatios, 1.8);
+        }
+        else
+        {
+            report.Add(kernel.strName + ", one core over two", vRatios, 0);
+        }
+    }
+}
+
+void ReportGrowth(CReport& report)
+{
+    SLaunch launch;
+    launch.pProgram = Compile(VectorAddText());
+    launch.nMaxThreads = 1;
+    for (const uint32_t nItems : {1u << 10, 1u << 14, 1u << 18, 1u << 20, 1u << 24})
+    {
+        CKernelBuffers buffers;
+        for (int n = 0; n < 3; ++n)
+        {
+            buffers.Add(std::vector<uint32_t>(nItems, 0));
+        }
+        launch.vConstantBuffer1.clear();
+        buffers.Bind(launch);
+        SetSize(launch, nItems);
+        const auto run = [&launch] { RunLaunch(launch); };
+        const unsigned int nTimes = Repeats(run, 0.02);
+        report.Add("vector add of " + std::to_string(nItems) + ", ns a work-item",
+                   Scaled(Time(5, Repeated(run, nTimes)), 1e9 / nTimes / nItems), 0);
+    }
+}
+
+struct SInstructionTimes
+{
+    std::vector<double> vConvert;
+    std::vector<double> vRun;
+};
+
+/// Seconds to assemble and decode a kernel, and to run it once over 16 K work-items.
+SInstructionTimes MeasureInstructions(uint32_t nInstructions)
+{
+    const std::string strText = StraightText(nInstructions);
+    SInstructionTimes times;
+    const auto convert = [&strText] { Compile(strText); };
+    const unsigned int nConversions = Repeats(convert, 0.02);
+    times.vConvert = Scaled(Time(s_nRuns, Repeated(convert, nConversions)), 1.0 / nConversions);
+    SLaunch launch;
+    launch.pProgram = Compile(strText);
+    launch.nMaxThreads = 1;
+    const uint32_t nItems = 1u << 14;
+    CKernelBuffers buffers;
+    buffers.Add(std::vector<uint32_t>(nItems, 0));
+    buffers.Bind(launch);
+    SetSize(launch, nItems);
+    const auto run = [&launch] { RunLaunch(launch); };
+    const unsigned int nTimes = Repeats(run, 0.02);
+    times.vRun = Scaled(Time(5, Repeated(run, nTimes)), 1.0 / nTimes);
+    return times;
+}
+
+void ReportInstructions(CReport& report)
+{
+    std::vector<double> vThousand;
+    for (const uint32_t nInstructions : {100u, 1000u, 10000u, 100000u})
+    {
+        const SInstructionTimes times = MeasureInstructions(nInstructions);
+        const std::string strCount = std::to_string(nInstructions) + " instructions, ";
+        if (nInstructions == 1000)
+        {
+            vThousand = times.vConvert;
+            report.Add(strCount + "ms to assemble and decode", Scaled(times.vConvert, 1e3), 2);
+        }
+        if (nInstructions == 10000)
+        {
+            report.Add(strCount + "assemble and decode over 1000", Ratios(times.vConvert, vThousand), 10);
+        }
+        report.Add(strCount + "ns an instruction to convert", Scaled(times.vConvert, 1e9 / nInstructions), 0);
+        report.Add(strCount + "ns an instruction and block to run",
+                   Scaled(times.vRun, 1e9 / nInstructions / ((1 << 14) / s_nLanes)), 0);
+    }
+}
+
+/// What a dispatch of 16 M work-items adds to this process's memory, once a small one has run.
+void ReportMemory(CReport& report)
+{
+    SLaunch launch;
+    launch.pProgram = Compile(VectorAddText());
+    const size_t nItems = 1u << 24;
+    CKernelBuffers buffers;
+    for (int n = 0; n < 3; ++n)
+    {
+        buffers.Add(std::vector<uint32_t>(nItems, 1));
+    }
+    buffers.Bind(launch);
+    SetSize(launch, 1u << 16);
+    RunLaunch(launch);
+    std::vector<double> vKilobytes;
+    for (int n = 0; n < 3; ++n)
+    {
+        const double fBefore = StartMemoryPeak();
+        SetSize(launch, nItems);
+        RunLaunch(launch);
+        vKilobytes.push_back(MemoryPeak() - fBefore);
+    }
+    report.Add("16777216 work-items, KiB beyond a small run", vKilobytes, 1024);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        CReport report("kernels", argc, argv);
+        ReportMemory(report);
+        ReportKernels(report);
+        ReportInstructions(report);
+        ReportGrowth(report);
+        return 0;
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 2;
+    }
+}
