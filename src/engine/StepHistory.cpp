@@ -182,7 +182,9 @@ bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
         if (!Contains(vDone, filed.reg))
         {
             vDone.push_back(filed.reg);
-            AimResult(filed.reg);
+            // A run that walked over the present stop read the register further on, where some who are active here
+            // no longer were.
+            m_Stops.back().bShown ? AimResult(filed.reg) : RestoreResult(filed.reg, false);
         }
     }
     return UpdateTargetInstruction(true);
@@ -210,13 +212,19 @@ std::vector<CShaderDebuggerShaderIL::SFiling> CShaderDebuggerShaderIL::FindSourc
     return vSources;
 }
 
-/// The whole register, read at the present stop.
+/// The whole register, read at the present stop; or in front of it if nothing is captured there, since it is one that
+/// writes no register.
 CShaderDebuggerShaderIL::SFiling CShaderDebuggerShaderIL::ReadingHere(const Register& reg) const
 {
     Register whole = CShaderDebuggerIL::GetResultRegister(reg);
     whole.mask = COMP_All;
     whole.reg.index = reg.reg.type == RT_PrivateUAVAccess ? reg.reg.index & ~15u : reg.reg.index;
-    return {m_Stops.back().pc, m_Stops.back().callStack, whole};
+    size_t nStop = m_Stops.size() - 1;
+    while (nStop > 0 && DeferTempRegistersWrite(m_Stops[nStop].pc.m_nPos))
+    {
+        --nStop;
+    }
+    return {m_Stops[nStop].pc, m_Stops[nStop].callStack, whole};
 }
 
 /// \param bOneWrite whether the newest filing is all that was undone, so that its mask tells who changed

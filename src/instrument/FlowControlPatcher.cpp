@@ -198,7 +198,9 @@ void CInstrumentedShaderIL::WriteLoopEntry(CDest& dest, const CIL_Loop& loop, co
 
     const Component component = loop.GetCountComponent();
     const Register counter(RT_Temp, loop.GetCountRegister(), component);
-    const Register passes(RT_LITERAL, loop.GetLiteralRegister(), component);
+    const auto itCopy = m_CopyLiterals.find(loop.GetStart());
+    const unsigned int nLiteral = itCopy != m_CopyLiterals.end() ? itCopy->second : loop.GetLiteralRegister();
+    const Register passes(RT_LITERAL, nLiteral, component);
     const CIL_Loop* pOuter = EnclosingLoop(loop);
 
     if (pOuter == nullptr || !IsCounted(*pOuter, pc))
@@ -270,15 +272,15 @@ bool CInstrumentedShaderIL::DeferTempRegistersWrite(InstructionNumber nTargetIns
     return DeferredFlagPosition(nTargetInstruction) != g_Inst_NULL;
 }
 
-bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction)
+bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut)
 {
-    InstructionNumber nPosition = nCurrentInstruction;
+    InstructionNumber nPosition = cut.pc.m_nPos;
 
     while (InLoop())
     {
         if (PopFlowControlInstruction().GetOpCode() == IL_OP_WHILE)
         {
-            CopyRestOfBlock(src, dest, IL_OP_WHILE, IL_OP_ENDLOOP, nCurrentInstruction, nPosition);
+            CopyRestOfBlock(src, dest, IL_OP_WHILE, IL_OP_ENDLOOP, cut, nPosition);
         }
     }
 
@@ -286,7 +288,7 @@ bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, Instr
     {
         if (PopFlowControlInstruction().GetOpCode() == IL_OP_SWITCH)
         {
-            CopyRestOfBlock(src, dest, IL_OP_SWITCH, IL_OP_ENDSWITCH, nCurrentInstruction, nPosition);
+            CopyRestOfBlock(src, dest, IL_OP_SWITCH, IL_OP_ENDSWITCH, cut, nPosition);
         }
     }
 
@@ -303,9 +305,9 @@ bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, Instr
 
 /// Copies through the instruction that closes the innermost open block of a kind; blocks inside are copied with it.
 void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose,
-                                            InstructionNumber nTarget, InstructionNumber& nPosition)
+                                            const SCut& cut, InstructionNumber& nPosition)
 {
-    const InstructionNumber nFlagPosition = DeferredFlagPosition(nTarget);
+    const InstructionNumber nFlagPosition = DeferredFlagPosition(cut.pc.m_nPos);
     unsigned int nDepth = 1;
     SItem item;
 
@@ -313,10 +315,10 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
     {
         const ILOpCode op = item.GetOpCode();
 
-        if (op == IL_OP_RET || op == IL_OP_RET_DYN)
+        if (cut.IsTarget() && (op == IL_OP_RET || op == IL_OP_RET_DYN))
         {
             // Who returns here never comes to the stores behind the block.
-            WriteOutputs(dest, nTarget);
+            WriteOutputs(dest, cut.pc.m_nPos);
         }
 
         dest.WriteTokens(item.pTokens, item.nLength);

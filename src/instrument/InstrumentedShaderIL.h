@@ -28,6 +28,7 @@ public:
 
     /// The kernel patched for a target and the registers to read there. A selector in constant buffer 1 says at run
     /// time which register of the list is copied. The target g_PC_NULL with a list reads at the entry of the kernel.
+    /// The call stack says which call of a function that runs more than once is meant.
     /// \return m_pPatchedShader, an image of the kind that the shader data is, valid until the next call or the
     /// destructor. Null, with the last image kept and the reason logged, for no target and no list, a target that
     /// isn't in the kernel or is the end or endmain, and for a binary that can't be rewritten.
@@ -94,6 +95,9 @@ protected:
     /// Both stores into the output buffers.
     virtual void WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction);
 
+    /// Whether nothing is captured at a target, because nobody goes on from it on its own path.
+    bool DeferTempRegistersWrite(InstructionNumber nTargetInstruction) const;
+
     // Protected because the engine keeps one patched kernel for the next stop and gives it up.
     IL* m_pPatchedShader; ///< owned, from malloc
     size_t m_nPatchedShaderSize;
@@ -102,7 +106,19 @@ private:
     /// The UAV through which the older devices reach memory of all widths. The preamble declares it.
     static constexpr unsigned int ARENA_UAV = 8;
 
+    /// The version and the shader type in front of the items.
+    static constexpr size_t HEADER_TOKENS = 2;
+
     struct SPass;
+
+    /// A place where a function ends in a patched kernel: the target, or a call on the way to it.
+    struct SCut
+    {
+        ProgramCounter pc;
+        unsigned int nCopy; ///< the label of the cut copy of the function that is called there; 0 for the target
+
+        bool IsTarget() const { return nCopy == 0; }
+    };
 
     // The pass (Patcher.cpp).
     bool IsStopPosition(const ProgramCounter& target) const;
@@ -113,8 +129,19 @@ private:
     void PatchTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
     bool EndAtEntry(SPass& pass);
     bool EndAtTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
+    bool EndAtCall(SPass& pass);
+    bool EndFunction(SPass& pass);
     bool IsReplacedDeclaration(const SItem& item) const;
     void WriteFollowingComment(CSource& src, CDest& dest) const;
+
+    // Functions that run more than once (RepeatedCalls.cpp).
+    bool IsRepeatedCall(InstructionNumber nCall) const;
+    const CIL_Loop* LoopWith(InstructionNumber nInst) const;
+    std::vector<SCut> FindCuts(const ProgramCounter& target) const;
+    void WriteCopyLiterals(CDest& dest, const std::vector<SCut>& vCuts);
+    void WriteCutCall(CDest& dest, const SCut& cut);
+    bool WriteCopy(const SPass& pass, const SCut& cut, unsigned int nLabel);
+    bool FindFunction(CSource& src, unsigned int nLabel);
 
     // Flow control (FlowControlPatcher.cpp).
     bool PatchFlowControlInstruction(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction,
@@ -125,10 +152,9 @@ private:
     void WriteLoopHead(CDest& dest, const CIL_Loop& loop);
     static bool IsCounted(const CIL_Loop& loop, const ProgramCounter& pc);
     static const CIL_Loop* EnclosingLoop(const CIL_FCConstruct& construct);
-    bool DeferTempRegistersWrite(InstructionNumber nTargetInstruction) const;
     InstructionNumber DeferredFlagPosition(InstructionNumber nTargetInstruction) const;
-    bool FinalizeFlowControl(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
-    void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, InstructionNumber nTarget,
+    bool FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut);
+    void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, const SCut& cut,
                          InstructionNumber& nPosition);
     bool FinalizeFunctions(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
     bool IsDroppedBehindTarget(const SItem& item) const;
@@ -163,7 +189,8 @@ private:
     bool PatchMetadataAppendOutputBuffers(CCLMetadata& metadata);
     bool PatchMetadataAppendValue(CCLMetadata& metadata);
 
-    std::deque<InstructionNumber> m_FlowControlStack; ///< blocks open in the pass, the innermost at the back
+    std::deque<InstructionNumber> m_FlowControlStack;         ///< blocks open in the pass, the innermost at the back
+    std::map<InstructionNumber, unsigned int> m_CopyLiterals; ///< the passes of loops in copies, by the loop's start
     std::vector<char> m_vPreparedElf; ///< the kernel binary with all that is the same for every target patched in
     std::string m_strPatchedMetadata;
 };

@@ -57,7 +57,7 @@ void CInstrumentedShaderIL::WriteSelectorDefault(CDest& dest)
 void CInstrumentedShaderIL::WriteRegsToOutputTempReg(CDest& dest, const std::vector<Register>& vTargetRegs)
 {
     const bool bUseSwitch = vTargetRegs.size() > 1;
-    auto itFreeLiteral = m_qUnusedLiteralRegs.cbegin();
+    auto itFreeLiteral = m_qUnusedLiteralRegs.cbegin() + static_cast<ptrdiff_t>(m_CopyLiterals.size());
 
     if (bUseSwitch)
     {

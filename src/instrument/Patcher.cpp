@@ -1,4 +1,5 @@
 #include "instrument/InstrumentedShaderIL.h"
+#include "instrument/PatchPass.h"
 
 #include "core/Log.h"
 
@@ -21,19 +22,6 @@ unsigned int ControlsOf(unsigned int token)
 
 } // namespace
 
-/// One pass over the tokens of the kernel.
-struct CInstrumentedShaderIL::SPass
-{
-    CSource& src;
-    CDest& dest;
-    const ProgramCounter& target;
-    const std::vector<Register>& vTargetRegs;
-    InstructionNumber nCurrentInstruction = 0;
-    bool bInOutlineMacro = false;
-    bool bOutlineMacroEncountered = false;
-    bool bDone = false; ///< the target has been reached, and what follows it has been written
-};
-
 bool CInstrumentedShaderIL::PatchIL(CSource& src, CDest& dest, ProgramCounter nTargetInstruction,
                                     const std::vector<Register>& vTargetRegs)
 {
@@ -44,13 +32,26 @@ bool CInstrumentedShaderIL::PatchIL(CSource& src, CDest& dest, ProgramCounter nT
     }
 
     m_FlowControlStack.clear();
-    SPass pass{src, dest, nTargetInstruction, vTargetRegs};
+    m_CopyLiterals.clear();
+    const std::vector<SCut> vCuts = FindCuts(nTargetInstruction);
+    SPass pass{src, dest, vCuts.front(), vTargetRegs};
+    pass.pCuts = &vCuts;
     SItem item;
     bool bPatched = PatchHeader(pass);
 
     while (bPatched && !pass.bDone && ReadItem(src, item))
     {
         bPatched = PatchItem(pass, item);
+    }
+
+    for (size_t i = 1; bPatched && i < vCuts.size(); ++i)
+    {
+        bPatched = WriteCopy(pass, vCuts[i], vCuts[i - 1].nCopy);
+    }
+
+    if (bPatched && pass.bDone)
+    {
+        WriteInstruction(dest, IL_OP_END);
     }
 
     return bPatched;
@@ -83,7 +84,7 @@ bool CInstrumentedShaderIL::PatchHeader(SPass& pass)
         CopyMacros(pass.src, pass.dest);
     }
 
-    for (int i = 0; i < 2; ++i)
+    for (size_t i = 0; i < HEADER_TOKENS; ++i)
     {
         if (!pass.src.ReadToken(token))
         {
@@ -181,9 +182,11 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
     WriteFollowingComment(pass.src, pass.dest);
 
     // Elsewhere a call of the macro must leave the counters of the caller's loops and the mask alone.
-    if (pass.nCurrentInstruction <= pass.target.m_nPos && pass.target.m_nPos < m_nOutlineMacroEnd)
+    const ProgramCounter& pc = pass.cut.pc;
+
+    if (pass.nCurrentInstruction <= pc.m_nPos && pc.m_nPos < m_nOutlineMacroEnd)
     {
-        WriteMacroPreamble(pass.dest, pass.target);
+        WriteMacroPreamble(pass.dest, pc);
     }
 
     return true;
@@ -192,6 +195,7 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
 bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
 {
     const InstructionNumber nCurrentInstruction = pass.nCurrentInstruction;
+    const ProgramCounter& pc = pass.cut.pc;
 
     if (!SD_AssertText(GetHost(),
                        nCurrentInstruction < m_Instructions.size() &&
@@ -201,24 +205,29 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
         return false;
     }
 
-    if (nCurrentInstruction == 0 && pass.target == g_PC_NULL)
+    if (nCurrentInstruction == 0 && pc == g_PC_NULL)
     {
         return EndAtEntry(pass);
     }
 
     if (nCurrentInstruction == 0)
     {
-        InitResourcesAndRegisters(pass.dest, true, pass.target);
+        InitResourcesAndRegisters(pass.dest, true, pc);
+        WriteCopyLiterals(pass.dest, *pass.pCuts);
     }
 
     const CShaderDebuggerInstructionIL& instruction = m_Instructions[nCurrentInstruction];
-    const bool bAtTarget = nCurrentInstruction == pass.target.m_nPos;
+    const bool bAtTarget = nCurrentInstruction == pc.m_nPos;
+
+    if (bAtTarget && !pass.cut.IsTarget())
+    {
+        return EndAtCall(pass);
+    }
 
     if (instruction.IsFlowControlOp())
     {
         if (!SD_AssertText(
-                GetHost(),
-                PatchFlowControlInstruction(pass.src, pass.dest, nCurrentInstruction, pass.target, instruction),
+                GetHost(), PatchFlowControlInstruction(pass.src, pass.dest, nCurrentInstruction, pc, instruction),
                 "PatchFlowControlInstruction( src, dest, nCurrentInstruction, nTargetInstruction, instruction )"))
         {
             return false;
@@ -258,14 +267,13 @@ bool CInstrumentedShaderIL::EndAtEntry(SPass& pass)
     WriteExecMaskTempReg(pass.dest, true);
     WriteOutputs(pass.dest, 0);
     WriteInstruction(pass.dest, IL_OP_RET_DYN);
-    WriteInstruction(pass.dest, IL_OP_END);
     pass.bDone = true;
     return true;
 }
 
 bool CInstrumentedShaderIL::EndAtTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction)
 {
-    const InstructionNumber nTarget = pass.target.m_nPos;
+    const InstructionNumber nTarget = pass.cut.pc.m_nPos;
     const bool bReturnLike = IsReturnLike(instruction.GetOpCode());
     pass.bDone = true;
 
@@ -280,7 +288,7 @@ bool CInstrumentedShaderIL::EndAtTarget(SPass& pass, const CShaderDebuggerInstru
         WriteExecMaskTempReg(pass.dest, true);
     }
 
-    FinalizeFlowControl(pass.src, pass.dest, nTarget);
+    FinalizeFlowControl(pass.src, pass.dest, pass.cut);
     WriteOutputs(pass.dest, nTarget);
     WriteInstruction(pass.dest, IL_OP_RET_DYN);
 
@@ -290,12 +298,34 @@ bool CInstrumentedShaderIL::EndAtTarget(SPass& pass, const CShaderDebuggerInstru
         WriteFollowingComment(pass.src, pass.dest);
     }
 
-    if (!FinalizeFunctions(pass.src, pass.dest, nTarget))
+    return EndFunction(pass);
+}
+
+/// Calls the cut copy of a function, and leaves out what follows.
+bool CInstrumentedShaderIL::EndAtCall(SPass& pass)
+{
+    WriteCutCall(pass.dest, pass.cut);
+    FinalizeFlowControl(pass.src, pass.dest, pass.cut);
+    WriteInstruction(pass.dest, IL_OP_RET_DYN);
+    pass.bDone = true;
+    return EndFunction(pass);
+}
+
+/// Ends the function that is cut, and copies the others behind it if they aren't there yet.
+bool CInstrumentedShaderIL::EndFunction(SPass& pass)
+{
+    const InstructionNumber nCut = pass.cut.pc.m_nPos;
+
+    if (!pass.bCopy)
     {
-        return false;
+        return FinalizeFunctions(pass.src, pass.dest, nCut);
     }
 
-    WriteInstruction(pass.dest, IL_OP_END);
+    if (m_Instructions[nCut].GetOpCode() != IL_OP_ENDFUNC)
+    {
+        WriteInstruction(pass.dest, IL_OP_ENDFUNC);
+    }
+
     return true;
 }
 

@@ -77,6 +77,23 @@ inline const SKernelCase s_Kernels[] = {
      "func 1025\nmov r6, r0\ncall 1026\niadd r1, r6, r7\nret\nendfunc\nfunc 1026\niadd r7, r0, l23\nret\nendfunc\n"},
     {"DivergentReturn", s_Id + "call 1025\niadd r1, r1, l21\n" + s_Store,
      "func 1025\niadd r1, r0, l22\nult r2, r0, l23\nif_logicalnz r2.x\nret\nendif\niadd r1, r1, l24\nret\nendfunc\n"},
+    {"CalledTwice",
+     s_Id + "call 1025\nmov r1, r7\niadd r0, r0, l22\ncall 1025\niadd r1, r1, r7\niadd r0, r9, l20\n" + s_Store,
+     "func 1025\niadd r7, r0, l23\nult r2, r0, l24\nif_logicalnz r2.x\niadd r7, r7, l21\nendif\nret\nendfunc\n"},
+    {"CallInLoop",
+     s_Id + "mov r3, l20\nwhileloop\nuge r2, r3, r0\nbreak_logicalnz r2.x\ncall 1025\niadd r3, r3, l21\nendloop\n" +
+         s_Store,
+     "func 1025\niadd r1, r1, r3\niadd r7, r1, l21\nret\nendfunc\n"},
+    {"CallInIf", s_Id + "call 1025\nult r2, r0, l23\nif_logicalnz r2.x\ncall 1025\nendif\n" + s_Store,
+     "func 1025\niadd r1, r1, l21\niadd r7, r1, l21\nret\nendfunc\n"},
+    {"LoopInCallInLoops",
+     s_Id +
+         "mov r3, l20\nwhileloop\nuge r2, r3, l23\nbreak_logicalnz r2.x\nmov r4, l20\nwhileloop\nuge r2, r4, l22\n"
+         "break_logicalnz r2.x\ncall 1025\niadd r1, r1, r7\niadd r4, r4, l21\nendloop\niadd r3, r3, l21\nendloop\n" +
+         s_Store,
+     "func 1025\nmov r6, r0\nmov r5, l20\nwhileloop\nuge r2, r5, r0\nbreak_logicalnz r2.x\ncall 1026\n"
+     "iadd r5, r5, l21\nendloop\nret\nendfunc\nfunc 1026\niadd r7, r6, r5\nult r2, r0, l24\nif_logicalnz r2.x\nret\n"
+     "endif\niadd r7, r7, r3\nret\nendfunc\n"},
 };
 
 } // namespace OVK_ShaderDebugger

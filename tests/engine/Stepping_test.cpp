@@ -65,6 +65,7 @@ TEST_P(SteppedKernel, ShowsWhatThePlainRunDoes)
         EXPECT_EQ(session.Buffer(), before);
     } while (!HasFailure() && ++nStops < 1000 && session.Debugger().Step());
     ASSERT_LT(nStops, 1000u);
+    EXPECT_EQ(session.Place().nInstruction, 0u) << "the call of the kernel's function comes last";
     session.TakeRuns();
     EXPECT_FALSE(session.Debugger().Step());
     EXPECT_EQ(session.TakeRuns(), 0u) << "behind the end";

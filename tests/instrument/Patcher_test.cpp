@@ -18,6 +18,14 @@ enum ECapture
     CAPTURE_Private, ///< two elements of the target's private array
 };
 
+/// A call on the way to the target, and the passes of the loops around it.
+struct SCall
+{
+    size_t nOccurrence; ///< of the line that calls the function
+    const char* pszLine;
+    std::vector<unsigned int> vPasses;
+};
+
 struct SGolden
 {
     const char* pszName;   ///< of the file with the patched kernel
@@ -27,6 +35,7 @@ struct SGolden
     std::vector<unsigned int> vPasses = {};
     ECapture eCapture = CAPTURE_Written;
     SKernelSetup setup = {};
+    std::vector<SCall> vCalls = {}; ///< the innermost first
 };
 
 std::ostream& operator<<(std::ostream& stream, const SGolden& golden)
@@ -66,6 +75,12 @@ TEST_P(GoldenPatch, IsAsWritten)
     const SGolden& golden = GetParam();
     CTestKernel kernel(ReadFile(s_strFolder + "kernels/" + golden.pszKernel + ".il"), golden.setup);
     ASSERT_TRUE(kernel.IsAnalyzed());
+
+    for (const SCall& call : golden.vCalls)
+    {
+        kernel.Shader().m_CallStack.push_back(kernel.At(kernel.Find(call.pszLine, call.nOccurrence), call.vPasses));
+    }
+
     ProgramCounter target = g_PC_NULL;
     std::vector<Register> vRegs = {Register(RT_Temp, 0, COMP_x), Register(RT_IndexableTemp, 1, COMP_All, 2)};
 
@@ -132,6 +147,22 @@ const SGolden s_Goldens[] = {
     {"call", "calls", "call 1025"},
     {"func", "calls", "func 1025"},
     {"called_function", "calls", "mov r0.y, r0.x"},
+    {"second_of_two_calls",
+     "repeated",
+     "func 1025",
+     0,
+     {},
+     CAPTURE_Written,
+     {},
+     {{1, "call 1025", {4}}, {0, "call 1024", {}}}},
+    {"call_in_loop_in_called_function",
+     "repeated",
+     "mov r1, r0",
+     0,
+     {},
+     CAPTURE_Written,
+     {},
+     {{0, "call 1026", {2}}, {0, "call 1025", {}}, {0, "call 1024", {}}}},
     {"ret_dyn_in_if", "calls", "ret_dyn"},
     {"macro_call_with_result", "calls", "mcall(3)_out(1)_in(1) r1, r0"},
     {"macro_call_in_loop", "calls", "mcall(3)_out(0)_in(0)", 0, {1}},
@@ -145,7 +176,7 @@ INSTANTIATE_TEST_SUITE_P(Kernels, GoldenPatch, testing::ValuesIn(s_Goldens),
 /// Every kernel of the golden tests, with its setup.
 const std::pair<const char*, SKernelSetup> s_Kernels[] = {
     {"blocks", {}},           {"switch", {}}, {"five_deep", {}},   {"memory", WithSamplers()},
-    {"older", OlderDevice()}, {"calls", {}},  {"macro_first", {}},
+    {"older", OlderDevice()}, {"calls", {}},  {"macro_first", {}}, {"repeated", {}},
 };
 
 /// A well-formed stream has every block closed in its function, nothing behind the end, and the two stores once.

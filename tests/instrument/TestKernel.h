@@ -123,6 +123,7 @@ public:
 
     using CAnalyzedShaderIL::m_b64BitAddressSpace;
     using CAnalyzedShaderIL::m_bTidewater;
+    using CAnalyzedShaderIL::m_CallStack;
     using CAnalyzedShaderIL::m_DeclsFuncScopeMap;
     using CAnalyzedShaderIL::m_DeviceName;
     using CAnalyzedShaderIL::m_FlowControl;

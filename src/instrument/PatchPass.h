@@ -1,0 +1,26 @@
+#ifndef KESTREL_INSTRUMENT_PATCHPASS_H
+#define KESTREL_INSTRUMENT_PATCHPASS_H
+
+#include "instrument/InstrumentedShaderIL.h"
+
+namespace OVK_ShaderDebugger
+{
+
+/// One pass over the tokens of the kernel, or over those of one function of it. Internal to this folder.
+struct CInstrumentedShaderIL::SPass
+{
+    CSource& src;
+    CDest& dest;
+    const SCut& cut;
+    const std::vector<Register>& vTargetRegs;
+    InstructionNumber nCurrentInstruction = 0;
+    const std::vector<SCut>* pCuts = nullptr; ///< all cuts, in the pass over the kernel
+    bool bCopy = false;                       ///< makes a copy of one function, and nothing of what follows it
+    bool bInOutlineMacro = false;
+    bool bOutlineMacroEncountered = false;
+    bool bDone = false; ///< the cut has been reached, and what follows it has been written
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif
