@@ -38,15 +38,7 @@ void CItemHistory::OnRecord(const SPlatformTraceRecord* pRecord, void* pUser)
 
 void CItemHistory::Add(const SPlatformTraceRecord& record)
 {
-    SPosition position;
-    position.nInstruction = record.nInstruction;
-    for (uint32_t i = 0; i < record.nLoops; ++i)
-    {
-        if (record.pLoops[i].nCallDepth == record.nCalls)
-        {
-            position.vLoops.push_back({record.pLoops[i].nStart, record.pLoops[i].nIteration});
-        }
-    }
+    const SPosition position = PositionOf(record);
     for (uint32_t i = 0; i < record.nItems; ++i)
     {
         if (record.pActive[i] == 0 || record.pItems[i] >= m_vItems.size())

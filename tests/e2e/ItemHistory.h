@@ -12,8 +12,7 @@ namespace KestrelTest
 {
 
 /// A plain run, work-item by work-item and each in its own order: the independent answer to what a
-/// register must read for a work-item at a place, however the debugger came there. It tells the
-/// passes of a loop apart, but not the calls of a function.
+/// register must read for a work-item at a place, however the debugger came there.
 class CItemHistory
 {
 public:

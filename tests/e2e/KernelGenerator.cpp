@@ -1,5 +1,7 @@
 #include "tests/e2e/KernelGenerator.h"
 
+#include <algorithm>
+
 namespace KestrelTest
 {
 
@@ -114,12 +116,11 @@ void CKernelGenerator::Statement(const SScope& scope)
     {
         return LeaveLoop(scope);
     }
-    // A function runs once, so that its registers have one value a position.
-    if (nChoice < 97 && !scope.bUnderLoop && m_nNextLabel < 1031 + s_nMaxFunctions)
+    if (nChoice < 97)
     {
-        return Call();
+        return Call(scope);
     }
-    if (nChoice < 99 && scope.bInFunction && !scope.bUnderLoop)
+    if (nChoice < 99 && scope.bInFunction)
     {
         return Return();
     }
@@ -192,7 +193,7 @@ void CKernelGenerator::Loop(const SScope& scope)
     bool bContinues = false;
     SScope inner = scope;
     ++inner.nDepth;
-    inner.bInLoop = inner.bUnderLoop = true;
+    inner.bInLoop = true;
     inner.bInSwitch = inner.bInElse = false;
     inner.pLoopContinues = &bContinues;
     Line("mov " + strCounter + ", l0.z");
@@ -264,10 +265,22 @@ void CKernelGenerator::Switch(const SScope& scope)
     Line("endswitch");
 }
 
-void CKernelGenerator::Call()
+/// Calls a new function, or one again that hasn't been written yet and so can't call the present one.
+void CKernelGenerator::Call(const SScope& scope)
 {
-    m_vPending.push_back(m_nNextLabel);
-    Line("call " + std::to_string(m_nNextLabel++));
+    const bool bAgain = !m_vPending.empty() && Chance(50);
+    if (!bAgain && m_nNextLabel >= 1031 + s_nMaxFunctions)
+    {
+        return Arithmetic();
+    }
+    if (!bAgain)
+    {
+        m_vPending.push_back({m_nNextLabel++, 0});
+    }
+    SFunction& function =
+        m_vPending[bAgain ? Below(static_cast<unsigned int>(m_vPending.size())) : m_vPending.size() - 1];
+    function.nDepth = std::max(function.nDepth, scope.nDepth + 1);
+    Line("call " + std::to_string(function.nLabel));
 }
 
 void CKernelGenerator::Return()
@@ -279,13 +292,13 @@ void CKernelGenerator::Return()
     Line("endif");
 }
 
-void CKernelGenerator::Function(unsigned int nLabel)
+void CKernelGenerator::Function(const SFunction& function)
 {
     SScope scope;
     scope.bInFunction = true;
-    scope.nDepth = 1;
-    Line("func " + std::to_string(nLabel));
-    Line(";generated_" + std::to_string(nLabel));
+    scope.nDepth = function.nDepth;
+    Line("func " + std::to_string(function.nLabel));
+    Line(";generated_" + std::to_string(function.nLabel));
     Body(scope, 2 + Below(3));
     Line("ret");
     Line("endfunc");
@@ -316,9 +329,9 @@ SGeneratedKernel CKernelGenerator::Generate()
     m_strText += Finish();
     while (!m_vPending.empty())
     {
-        const unsigned int nLabel = m_vPending.back();
+        const SFunction function = m_vPending.back();
         m_vPending.pop_back();
-        Function(nLabel);
+        Function(function);
     }
     Line("end");
 

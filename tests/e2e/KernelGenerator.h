@@ -39,9 +39,14 @@ private:
         bool bInSwitch = false; ///< the nearest of the two is a switch
         bool bInElse = false;   ///< an else-part stands between here and that block
         bool bInFunction = false;
-        bool bUnderLoop = false; ///< some loop stands around, at any distance
         unsigned int nDepth = 0;
         bool* pLoopContinues = nullptr; ///< the loop has a continue
+    };
+
+    struct SFunction
+    {
+        unsigned int nLabel;
+        unsigned int nDepth; ///< of the deepest call, so that blocks stay bounded over calls
     };
 
     unsigned int Below(unsigned int nLimit) { return static_cast<unsigned int>(m_Engine() % nLimit); }
@@ -61,16 +66,16 @@ private:
     void Loop(const SScope& scope);
     void LeaveLoop(const SScope& scope);
     void Switch(const SScope& scope);
-    void Call();
+    void Call(const SScope& scope);
     void Return();
-    void Function(unsigned int nLabel);
+    void Function(const SFunction& function);
     std::string Finish();
 
     std::mt19937 m_Engine;
     std::string m_strText;
     unsigned int m_nLoops = 0;
     unsigned int m_nBudget = 0;
-    std::vector<unsigned int> m_vPending; ///< labels called and not written yet
+    std::vector<SFunction> m_vPending; ///< called and not written yet
     unsigned int m_nNextLabel = 1031;
     bool m_bMaySkip = false;
 };

@@ -1,5 +1,7 @@
 #include "tests/e2e/StopTracker.h"
 
+#include <stdexcept>
+
 namespace KestrelTest
 {
 
@@ -104,22 +106,46 @@ uint32_t CTextStructure::GetSwitchBreakTarget(uint32_t nInstruction) const
     return Lookup(m_mapSwitchBreaks, nInstruction);
 }
 
-SPosition CStopTracker::Advance(uint32_t nInstruction)
+/// A call is a stop only on the way back; a function is entered without one, from the instruction
+/// before its call or, at the start, from the first instruction of all.
+void CStopTracker::FollowCall(uint32_t nInstruction)
 {
-    // A call is a stop only on the way back; a function is entered without one.
     const uint32_t nFunction = m_Structure.GetFunction(nInstruction);
-    if (m_bStarted && IsCall(m_Structure.GetMnemonic(nInstruction)) && m_vFrames.size() > 1)
+    const uint32_t nLastFunction = m_nLast ? m_Structure.GetFunction(*m_nLast) : 0;
+    if (nFunction == nLastFunction)
+    {
+        return;
+    }
+    if (m_vFrames.size() > 1 && m_vFrames[m_vFrames.size() - 2].nCall == nInstruction)
     {
         m_vFrames.pop_back();
+        return;
     }
-    else if (m_bStarted && nFunction != m_nFunction)
+    m_vFrames.back().nCall = m_nLast ? *m_nLast + 1 : 0;
+    if (!IsCall(m_Structure.GetMnemonic(m_vFrames.back().nCall)))
     {
-        m_vFrames.emplace_back();
+        throw std::logic_error("instruction " + std::to_string(nInstruction) + " was entered without a call");
     }
-    m_bStarted = true;
-    m_nFunction = nFunction;
+    m_vFrames.emplace_back();
+}
 
-    Loops& loops = m_vFrames.back();
+SPosition CStopTracker::At(uint32_t nInstruction) const
+{
+    SPosition position;
+    position.nInstruction = nInstruction;
+    position.vLoops = m_vFrames.back().loops;
+    for (size_t i = 0; i + 1 < m_vFrames.size(); ++i)
+    {
+        position.vCalls.push_back({m_vFrames[i].nCall, m_vFrames[i].loops});
+    }
+    return position;
+}
+
+SPosition CStopTracker::Advance(uint32_t nInstruction)
+{
+    FollowCall(nInstruction);
+    m_nLast = nInstruction;
+    Loops& loops = m_vFrames.back().loops;
     while (!loops.empty() &&
            (nInstruction < loops.back().first || nInstruction >= m_Structure.GetLoopEnd(loops.back().first)))
     {
@@ -136,10 +162,7 @@ SPosition CStopTracker::Advance(uint32_t nInstruction)
             loops.push_back({nInstruction, 0});
         }
     }
-    SPosition position;
-    position.nInstruction = nInstruction;
-    position.vLoops = loops;
-    return position;
+    return At(nInstruction);
 }
 
 } // namespace KestrelTest

@@ -5,6 +5,7 @@
 #include "tools/kestrel/Listing.h"
 
 #include <map>
+#include <optional>
 #include <vector>
 
 namespace KestrelTest
@@ -38,7 +39,7 @@ private:
 };
 
 /// Follows a session of single steps from the outside: from the lines alone it works out the passes
-/// of the loops around each stop.
+/// of the loops around each stop, and the calls.
 class CStopTracker
 {
 public:
@@ -48,12 +49,18 @@ public:
     SPosition Advance(uint32_t nInstruction);
 
 private:
-    typedef std::vector<std::pair<uint32_t, uint32_t>> Loops;
+    struct SFrame
+    {
+        Loops loops;
+        uint32_t nCall = 0; ///< the call that leads into the next frame
+    };
+
+    void FollowCall(uint32_t nInstruction);
+    SPosition At(uint32_t nInstruction) const;
 
     const CTextStructure& m_Structure;
-    std::vector<Loops> m_vFrames; ///< innermost call at the back
-    bool m_bStarted = false;
-    uint32_t m_nFunction = 0;
+    std::vector<SFrame> m_vFrames; ///< innermost call at the back
+    std::optional<uint32_t> m_nLast;
 };
 
 } // namespace KestrelTest

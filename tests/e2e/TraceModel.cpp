@@ -6,14 +6,46 @@
 namespace KestrelTest
 {
 
-std::string SPosition::ToString() const
+namespace
+{
+
+std::string ToText(uint32_t nInstruction, const Loops& loops)
 {
     std::string strText = std::to_string(nInstruction);
-    for (const auto& loop : vLoops)
+    for (const auto& loop : loops)
     {
         strText += " [" + std::to_string(loop.first) + " pass " + std::to_string(loop.second) + "]";
     }
     return strText;
+}
+
+} // namespace
+
+std::string SPosition::ToString() const
+{
+    std::string strText;
+    for (const auto& call : vCalls)
+    {
+        strText += ToText(call.first, call.second) + " > ";
+    }
+    return strText + ToText(nInstruction, vLoops);
+}
+
+SPosition PositionOf(const SPlatformTraceRecord& record)
+{
+    SPosition position;
+    position.nInstruction = record.nInstruction;
+    for (uint32_t i = 0; i < record.nCalls; ++i)
+    {
+        position.vCalls.push_back({record.pCallSites[i], {}});
+    }
+    for (uint32_t i = 0; i < record.nLoops; ++i)
+    {
+        const uint32_t nDepth = record.pLoops[i].nCallDepth;
+        Loops& loops = nDepth < record.nCalls ? position.vCalls[nDepth].second : position.vLoops;
+        loops.push_back({record.pLoops[i].nStart, record.pLoops[i].nIteration});
+    }
+    return position;
 }
 
 size_t SObservation::Count() const
@@ -57,17 +89,7 @@ void CTraceModel::OnRecord(const SPlatformTraceRecord* pRecord, void* pUser)
 
 void CTraceModel::Add(const SPlatformTraceRecord& record)
 {
-    SPosition position;
-    position.nInstruction = record.nInstruction;
-    for (uint32_t i = 0; i < record.nLoops; ++i)
-    {
-        if (record.pLoops[i].nCallDepth == record.nCalls)
-        {
-            position.vLoops.push_back({record.pLoops[i].nStart, record.pLoops[i].nIteration});
-        }
-    }
-
-    SObservation& observation = m_mapObservations[position];
+    SObservation& observation = m_mapObservations[PositionOf(record)];
     observation.nOpCode = record.nOpCode;
     observation.bHasRegister = record.nRegisterType != 0xFFFFFFFF;
     observation.nRegisterType = record.nRegisterType;
