@@ -100,7 +100,7 @@ TEST_F(LogFiles, TheTraceHasEveryCallAndEveryResult)
         EXPECT_GT(count("\n" + strWord + "() returned "), 0u) << strWord;
     }
     EXPECT_EQ(nFunctions, 32u);
-    EXPECT_NE(strUsage.find(", EVENT_FINISHED )\ncallback() returned COMMAND_STEP\n"), std::string::npos);
+    EXPECT_NE(strUsage.find(", EVENT_FINISHED )\ncallback() returned COMMAND_CONTINUE\n"), std::string::npos);
     EXPECT_NE(strUsage.find("callback() returned 256\n"), std::string::npos);
 }
 

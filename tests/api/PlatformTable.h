@@ -7,9 +7,9 @@
 #include <stdio.h>
 #include <string.h>
 
-/** Opens the software platform and fills a table with its entry points. Compiles as C.
+/** Opens the software platform and fills a table with its entry points.
  *  \return the runtime's handle, or null with the reason on standard error */
-static inline void* OpenPlatform(const char* pszFolder, cl_icd_dispatch* pTable)
+inline void* OpenPlatform(const char* pszFolder, cl_icd_dispatch* pTable)
 {
     static const char* const libraries[] = {"libovkocl12cl64.so", "libovkqrlrt.so", "libOpenCL.so"};
     void* pRuntime = NULL;

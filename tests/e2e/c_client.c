@@ -475,6 +475,8 @@ int main(int argc, char** argv)
     CHECK(ovkclInterceptSetKernelArg(kernel, 1, sizeof(buffer), &buffer) == CL_INVALID_ARG_INDEX);
 
     Debug(queue, kernel, buffer);
+    /* What names no register has an empty name, and leaves the line of an assertion. */
+    CHECK(ovkclDebugUtilDebugRegisterLocatorToString(0x20000, 0, NULL, NULL) == OVKCLDEBUG_SUCCESS);
 
     CHECK(s_CL.clReleaseMemObject(buffer) == CL_SUCCESS);
     CHECK(ovkclInterceptReleaseKernel(kernel) == CL_SUCCESS);
