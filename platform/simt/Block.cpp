@@ -461,6 +461,10 @@ CBlock::EState CBlock::Run()
             Image(step, m_Code.vImages[step.nAux]);
             ++m_nStep;
             break;
+        case MICRO_WAVE:
+            Wave(step);
+            ++m_nStep;
+            break;
         case MICRO_INDEX_LOAD:
             IndexLoad(step, m_Code.vIndexed[step.nAux]);
             ++m_nStep;

@@ -8,11 +8,13 @@
 #include <vector>
 
 #include "platform/simt/Program.h"
+#include "platform/simt/Texel.h"
 
 namespace KestrelPlatform
 {
 
 class CTraceRecorder;
+struct SImageView;
 
 /// What all blocks of one launch share. Read-only while it runs, but for the faults and the stop flag.
 struct SLaunchContext
@@ -128,6 +130,14 @@ private:
 
     // Images, in BlockImages.cpp
     void Image(const SMicroOp& step, const SImageAccess& image);
+    void ImageLane(const SMicroOp& step, const SImageAccess& image, const SImageView& view, uint32_t nLane);
+    STexel Sampled(const SImageAccess& image, const SImageView& view, uint32_t nLane);
+    void StoreTexel(const SImageAccess& image, const SImageView& view, const int32_t* pPlace, uint32_t nLane);
+
+    // Waves, in BlockWaves.cpp
+    void Wave(const SMicroOp& step);
+    void WaveLanes(const SMicroOp& step, uint32_t nFirst, uint32_t nEnd, uint32_t nWave);
+    uint64_t WaveBits(uint32_t nRow, uint32_t nFirst, uint32_t nEnd) const;
 
     SLaunchContext& m_Context;
     const SCode& m_Code;

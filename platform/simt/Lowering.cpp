@@ -53,6 +53,8 @@ void CLowering::DeclareUav(const SItem& item)
     const uint32_t nUav = item.UavId();
     if (item.eOpCode == IL_OP_DCL_TYPELESS_UAV)
         m_mapStrides[nUav] = m_Stream.Word(item, 0);
+    else
+        DeclareTypedUav(item);
     if (((item.nToken >> 26) & 3) != s_nAccessPrivate)
         return;
     uint32_t& nBytes = m_mapPrivateSizes[nUav];
@@ -300,6 +302,7 @@ void CLowering::FindRowsToClear()
         {
         case MICRO_LANE_FAST:
         case MICRO_LANE_SLOW:
+        case MICRO_WAVE:
             vReads.insert(vReads.end(), step.rows.s, step.rows.s + 6);
             vWrites.assign({step.rows.d[0], step.rows.d[1]});
             break;
@@ -316,6 +319,7 @@ void CLowering::FindRowsToClear()
         {
             const SImageAccess& image = m_Code.vImages[step.nAux];
             vReads.assign(image.nCoordinates, image.nCoordinates + 4);
+            vReads.insert(vReads.end(), {image.nReference, image.nOffsets[0], image.nOffsets[1]});
             std::vector<uint32_t>& vRows = image.eOperation == SImageAccess::UavStore ? vReads : vWrites;
             vRows.insert(vRows.end(), image.nRows, image.nRows + 4);
             break;

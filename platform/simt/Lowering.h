@@ -123,9 +123,14 @@ private:
     bool LowerCompareSelect();
     bool LowerBitInsert();
     bool LowerSinCos();
+    bool LowerQuadSad();
+
+    // Waves, in LoweringWaves.cpp
+    bool LowerWave();
+    void EmitWave(EWave eWave, uint32_t nLow, uint32_t nHigh, uint32_t nA, uint32_t nB);
     uint32_t Dot(const SOperand& a, const SOperand& b, uint32_t nCount, bool bHalf);
 
-    // Memory and images, in LoweringMemory.cpp
+    // Memory, in LoweringMemory.cpp
     bool LowerAccess();
     bool LowerAtomic();
     bool SetSpace(SAccess& access);
@@ -135,7 +140,14 @@ private:
     bool EmitLoad(SAccess& access);
     bool EmitStore(SAccess& access, const SOperand& value, bool bMask);
     bool EmitAccess(const SAccess& access);
+
+    // Images, in LoweringImages.cpp
     bool LowerImage();
+    void DeclareTypedUav(const SItem& item);
+    bool LowerFixedAnswer();
+    void BindImage(SImageAccess& image);
+    void AddFlatAccesses(SImageAccess& image);
+    void EmitImage(SImageAccess& image);
 
     void EmitTrace();
     void AddTrace();
@@ -157,6 +169,7 @@ private:
     std::map<uint32_t, uint32_t> m_mapArraySizes;        ///< number to elements
     std::unordered_map<uint32_t, uint32_t> m_mapLocalAreas;
     std::unordered_map<uint32_t, bool> m_mapUnnormalized; ///< resource number
+    std::unordered_map<uint32_t, bool> m_mapTypedBuffers; ///< UAV number
     std::unordered_map<uint64_t, uint32_t> m_mapRegisters;
     std::unordered_map<uint32_t, uint32_t> m_mapConstants;
     std::unordered_map<uint64_t, uint32_t> m_mapBufferRows;

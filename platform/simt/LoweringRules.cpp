@@ -255,6 +255,22 @@ bool CLowering::LowerSinCos()
     return WriteRows(T::F, nRows);
 }
 
+/// Component n of the result: the four bytes from byte n of the pair a.xy against b.x, added to c's component n.
+bool CLowering::LowerQuadSad()
+{
+    const SOperand& a = m_Stream.Source(*m_pItem, 0);
+    const uint32_t nLow = Source(a, 0, T::U);
+    const uint32_t nHigh = Source(a, 1, T::U);
+    const uint32_t nPattern = Source(m_Stream.Source(*m_pItem, 1), 0, T::U);
+    uint32_t nRows[4];
+    for (uint32_t n = 0; n < 4; ++n)
+    {
+        const uint32_t nBytes = Ternary(LANE_IL_OP_BYTE_ALIGN, nHigh, nLow, ConstantRow(n));
+        nRows[n] = Ternary(LANE_IL_OP_MSAD_U8, nBytes, nPattern, Source(m_Stream.Source(*m_pItem, 2), n, T::U));
+    }
+    return WriteRows(T::U, nRows);
+}
+
 bool CLowering::LowerSpecial()
 {
     const uint32_t nOne = 0x3F800000;
@@ -365,6 +381,17 @@ bool CLowering::LowerSpecial()
             m_Code.bBarriers = true;
         }
         return true;
+    case IL_OP_MQSAD_U32_U8:
+        return LowerQuadSad();
+    case IL_OP_BALLOT:
+    case IL_OP_MBCNT:
+    case IL_OP_READFIRSTLANE:
+    case IL_OP_READLANE:
+    case IL_OP_LANE_ID:
+    case IL_OP_WAVE_ID:
+        return LowerWave();
+    case IL_OP_SAMPLE_RETURN_CODE:
+        return LowerFixedAnswer();
     default:
         return LowerVectorProduct();
     }

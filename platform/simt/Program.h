@@ -41,6 +41,7 @@ enum EMicroKind : uint16_t
     MICRO_BARRIER,
     MICRO_ACCESS,      ///< nAux into vAccesses
     MICRO_IMAGE,       ///< nAux into vImages
+    MICRO_WAVE,        ///< nOp an EWave, d[0] and d[1] the result, s[0] and s[1] the sources
     MICRO_INDEX_LOAD,  ///< nAux into vIndexed, d[0]
     MICRO_INDEX_STORE, ///< nAux into vIndexed, s[0..3] values, d[0] component set
     MICRO_OUTSIDE,     ///< a constant index past its array or buffer: counts; nFlags 1 if a write, nAux the index
@@ -86,6 +87,21 @@ enum EAtomic : uint8_t
     ATOMIC_CONDXCHG
 };
 
+/// Consecutive work-items of a group that the wave instructions see as one.
+const uint32_t s_nWaveSize = 64;
+
+enum EWave : uint16_t
+{
+    WAVE_BALLOT, ///< a bit for each active lane whose source isn't 0
+    WAVE_FIRST,  ///< the source of the first active lane
+    WAVE_READ,   ///< the source of the lane that the second one names
+    WAVE_COUNT,  ///< bits of the 64-bit source that belong to lower lanes
+    WAVE_LANE,   ///< the lane's number
+    WAVE_INDEX   ///< the wave's number in its group
+};
+
+const uint32_t s_nAllComponents = 0xF;
+
 /// A load, store or atomic on byte-addressed memory.
 struct SAccess
 {
@@ -121,6 +137,7 @@ struct SImageAccess
     enum EOperation : uint8_t
     {
         Sample,
+        Gather,
         LoadTexel,
         UavLoad,
         UavStore,
@@ -132,8 +149,15 @@ struct SImageAccess
     uint32_t nBinding = 0;      ///< index into vResources or vUavs of the code
     uint32_t nSamplerSlot = 0;  ///< index into vSamplers of the code
     bool bUnnormalized = false; ///< by the resource's declaration
+    bool bCompare = false;      ///< Sample, Gather: with the row nReference
+    uint32_t nReference = s_nZeroRow;
+    uint32_t nOffsets[2] = {s_nZeroRow, s_nZeroRow}; ///< Gather: texels added in x and y
+    uint32_t nComponent = 0;                         ///< Gather: of each texel
+    uint32_t nMask = s_nAllComponents;               ///< UavStore: components that change
     uint32_t nCoordinates[4] = {0, 0, 0, 0};
     uint32_t nRows[4] = {0, 0, 0, 0}; ///< result or value
+    uint32_t nFirstFlatAccess = 0;    ///< typed buffers, if the launch binds no image: into vAccesses
+    uint32_t nFlatAccesses = 0;
 };
 
 /// An array of registers or a constant buffer that is indexed at run time.

@@ -74,17 +74,33 @@ const SRange s_MemoryRuns[] = {{IL_OP_UAV_ADD, IL_OP_UAV_READ_CMP_XCHG},
                                {IL_OP_LDS_FMIN, IL_OP_LDS_READ_FCMP_XCHG_B64},
                                {IL_OP_LDS_WRAP_RTN_B32, IL_OP_LDS_CONDXCHG32_RTN_B64}};
 
-const EOpCode s_Image[] = {IL_OP_LOAD,     IL_OP_RESINFO,      IL_OP_SAMPLE,       IL_OP_SAMPLE_B,
-                           IL_OP_SAMPLE_G, IL_OP_SAMPLE_L,     IL_OP_UAV_LOAD,     IL_OP_UAV_STORE,
-                           IL_OP_BUFINFO,  IL_OP_UAV_LOAD_MIP, IL_OP_UAV_STORE_MIP};
+const EOpCode s_Image[] = {
+    IL_OP_LOAD,     IL_OP_RESINFO,      IL_OP_SAMPLE,        IL_OP_SAMPLE_B,       IL_OP_SAMPLE_G,    IL_OP_SAMPLE_L,
+    IL_OP_SAMPLE_C, IL_OP_SAMPLE_C_LZ,  IL_OP_SAMPLE_C_L,    IL_OP_SAMPLE_C_G,     IL_OP_SAMPLE_C_B,  IL_OP_FETCH4,
+    IL_OP_FETCH4_C, IL_OP_FETCH4_PO,    IL_OP_FETCH4_PO_C,   IL_OP_FETCH4_B,       IL_OP_FETCH4_PO_B, IL_OP_FETCH4_L,
+    IL_OP_UAV_LOAD, IL_OP_FETCH4_PO_L,  IL_OP_FETCH4_C_LZ,   IL_OP_FETCH4_PO_C_LZ, IL_OP_UAV_STORE,   IL_OP_BUFINFO,
+    IL_OP_GETLOD,   IL_OP_UAV_LOAD_MIP, IL_OP_UAV_STORE_MIP, IL_OP_UAV_STORE_MASK, IL_OP_SAMPLEINFO,  IL_OP_SAMPLEPOS};
 
-const EOpCode s_Special[] = {
-    IL_OP_DP2,     IL_OP_DP3,        IL_OP_DP4,          IL_OP_DP2ADD,   IL_OP_CRS,         IL_OP_LEN,
-    IL_OP_DIST,    IL_OP_NRM,        IL_OP_NRM_PRECISE,  IL_OP_REFLECT,  IL_OP_FACEFORWARD, IL_OP_DST,
-    IL_OP_LIT,     IL_OP_SINCOS,     IL_OP_DXSINCOS,     IL_OP_CMOV,     IL_OP_CMP,         IL_OP_SET,
-    IL_OP_MOVA,    IL_OP_I_FIRSTBIT, IL_OP_U_BIT_INSERT, IL_OP_F_2_U4,   IL_OP_SAD_4,       IL_OP_D_FREXP,
-    IL_OP_F16_DP3, IL_OP_F16_DP4,    IL_OP_F16_LEN,      IL_OP_F16_DIST, IL_OP_F16_NRM,     IL_OP_F16_FACEFORWARD,
-    IL_OP_FENCE};
+const EOpCode s_Special[] = {IL_OP_DP2,          IL_OP_DP3,
+                             IL_OP_DP4,          IL_OP_DP2ADD,
+                             IL_OP_CRS,          IL_OP_LEN,
+                             IL_OP_DIST,         IL_OP_NRM,
+                             IL_OP_NRM_PRECISE,  IL_OP_REFLECT,
+                             IL_OP_FACEFORWARD,  IL_OP_DST,
+                             IL_OP_LIT,          IL_OP_SINCOS,
+                             IL_OP_DXSINCOS,     IL_OP_CMOV,
+                             IL_OP_CMP,          IL_OP_SET,
+                             IL_OP_MOVA,         IL_OP_I_FIRSTBIT,
+                             IL_OP_U_BIT_INSERT, IL_OP_F_2_U4,
+                             IL_OP_SAD_4,        IL_OP_D_FREXP,
+                             IL_OP_F16_DP3,      IL_OP_F16_DP4,
+                             IL_OP_F16_LEN,      IL_OP_F16_DIST,
+                             IL_OP_F16_NRM,      IL_OP_F16_FACEFORWARD,
+                             IL_OP_FENCE,        IL_OP_BALLOT,
+                             IL_OP_MBCNT,        IL_OP_READFIRSTLANE,
+                             IL_OP_READLANE,     IL_OP_LANE_ID,
+                             IL_OP_WAVE_ID,      IL_OP_SAMPLE_RETURN_CODE,
+                             IL_OP_MQSAD_U32_U8};
 
 // Accepted and without effect: they only tell a hardware compiler something.
 const EOpCode s_Ignored[] = {IL_OP_NOP, IL_OP_SLEEP, IL_OP_COMMENT, IL_OP_DCL_USER_DATA, IL_DCL_WAVESIZE};
