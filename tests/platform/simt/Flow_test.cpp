@@ -114,6 +114,35 @@ const SFlowCase s_Cases[] = {
      [](uint32_t n) { return n & 1 ? 10u : 1u; }},
     {"IfcRelation", "utof r1.x, r100.x\nifc_relop(lt) r1.x, l50.x\nmov r0.x, l0.y\nendif\n",
      [](uint32_t n) { return n < 20 ? 1u : 0u; }},
+    {"IfnzAndConditionalReturns",
+     "and r1.x, r100.x, l0.w\ncall 5\niadd r0.x, r0.x, l2.y\n---\nfunc 5\nifnz r1.x\nmov r0.x, l0.y\nendif\n"
+     "ret_logicalz r1.x\nieq r1.y, r1.x, l0.w\nret_logicalnz r1.y\niadd r0.x, r0.x, l2.x\nret\nendfunc\n",
+     [](uint32_t n) { return 100u + (n % 4 == 0 ? 0u : (n % 4 == 3 ? 1u : 11u)); }},
+    {"ConditionalCalls",
+     "and r1.x, r100.x, l0.y\ncall_logicalnz r1.x, 5\ncallnz r100.x, 6\n---\nfunc 5\niadd r0.x, r0.x, l2.x\nret\n"
+     "endfunc\nfunc 6\niadd r0.x, r0.x, l2.y\nret\nendfunc\n",
+     [](uint32_t n) { return (n & 1 ? 10u : 0u) + (n ? 100u : 0u); }},
+    {"ConditionalBreaksAndContinues",
+     "utof r2.x, r100.x\nwhileloop\nadd r3.x, r3.x, l50.y\niadd r4.x, r4.x, l0.y\nbreakc_relop(gt) r3.x, r2.x\n"
+     "continuec_relop(eq) r3.x, l50.z\nand r1.x, r4.x, l0.y\ncontinue_logicalz r1.x\niadd r0.x, r0.x, r4.x\n"
+     "ilt r1.y, r4.x, l2.x\nbreak_logicalz r1.y\nendloop\n",
+     [](uint32_t n)
+     {
+         uint32_t nSum = 0;
+         for (uint32_t k = 1; k <= n; ++k)
+         {
+             nSum += k == 3 || k % 2 == 0 ? 0 : k;
+             if (k != 3 && k % 2 == 1 && k >= 10)
+                 break;
+         }
+         return nSum;
+     }},
+    {"Relations",
+     "utof r1.x, r100.x\nifc_relop(eq) r1.x, l50.z\niadd r0.x, r0.x, l0.y\nendif\nifc_relop(ne) r1.x, l50.z\n"
+     "iadd r0.x, r0.x, l0.z\nendif\nifc_relop(gt) r1.x, l50.z\niadd r0.x, r0.x, l1.x\nendif\nifc_relop(ge) r1.x, "
+     "l50.z\n"
+     "iadd r0.x, r0.x, l2.x\nendif\nifc_relop(le) r1.x, l50.z\niadd r0.x, r0.x, l2.y\nendif\n",
+     [](uint32_t n) { return (n == 3 ? 1u : 2u) + (n > 3 ? 4u : 0u) + (n >= 3 ? 10u : 0u) + (n <= 3 ? 100u : 0u); }},
 };
 
 class FlowTest : public ::testing::TestWithParam<std::tuple<SFlowCase, size_t>>
@@ -130,7 +159,7 @@ TEST_P(FlowTest, EachWorkItemTakesItsPath)
     const size_t nCut = strBody.find("---\n");
     strBody.insert(nCut == std::string::npos ? strBody.size() : nCut, strStore);
     CKernelRun run(IndexLines() + strBody,
-                   std::string(s_pszLiterals) + IndexLiterals() + "dcl_literal l50, 20.0, 0, 0, 0\n");
+                   std::string(s_pszLiterals) + IndexLiterals() + "dcl_literal l50, 20.0, 1.0, 3.0, 0\n");
     run.SetSize(nItems, nLocal);
     run.vOutput.assign(nItems * 4, 0xDEAD);
     const KestrelPlatform::SLaunchResult result = run.Run();

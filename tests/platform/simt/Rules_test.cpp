@@ -210,6 +210,33 @@ const SRuleCase s_Halves[] = {
     {"pk_f16tof32 r0.x, l0, l1", F(1), F(2), {}, W(0x40003C00)},
 };
 
+const float s_fThird = 1.0f / std::sqrt(9.0f);
+
+/// Results over several components.
+const SRuleCase s_Vectors[] = {
+    {"dp3 r0, l0, l1", F(1, 2, 3, 100), F(4, 5, 6, 1), {}, F(32, 32, 32, 32)},
+    {"dp2add r0.xy, l0, l1, l2", F(1, 2, 100, 100), F(3, 4, 1, 1), F(7, 8, 9, 0.5f), F(11.5f, 11.5f)},
+    {"nrm r0, l0", F(1, -2, 2, 3), {}, {}, F(s_fThird, -2 * s_fThird, 2 * s_fThird, 3 * s_fThird)},
+    {"nrm_precise r0.w, l0", F(0, 0, 0, 1), {}, {}, F(0, 0, 0, s_fInf)},
+    {"faceforward r0, l0, l1, l2", F(1, -2, 3, 0), F(1, 0, 0), F(-1, 0, 0), F(1, -2, 3, 0)},
+    {"faceforward r0, l0, l1, l2", F(1, -2, 3, 0), F(1, 0, 0), F(1, 0, 0), F(-1, 2, -3, -0.0f)},
+    {"dst r0, l0, l1", F(9, 3, 5, 9), F(9, 4, 9, 6), {}, F(1, 12, 5, 6)},
+    {"lit r0, l0", F(0.5f, 3, 9, 2), {}, {}, F(1, 0.5f, 9, 1)},
+    {"lit r0, l0", F(-0.5f, 3, 9, 2), {}, {}, F(1, 0, 0, 1)},
+    {"dxsincos r0.xy, l0, l1, l2", F(9, 9, 9, 0), {}, {}, F(1, 0)},
+    {"f2u4 r0, l0", F(1.5f, 2.5f, s_fNaN, s_fInf), {}, {}, W(0xFF000202, 0xFF000202, 0xFF000202, 0xFF000202)},
+    {"f16dp3 r0.xw, l0, l1", W(0x3C00, 0x4000, 0x4200, 9), W(0x4400, 0x4500, 0x4600, 9), {}, W(0x5000, 0, 0, 0x5000)},
+    {"f16dp4 r0.x, l0, l1", W(0x3C00, 0x3C00, 0x3C00, 0x7BFF), W(1, 1, 1, 0x3C00), {}, W(0x7BFF)},
+    {"f16len r0.x, l0", W(0x4200, 0x4400, 0, 0x4400), {}, {}, W(0x4500)},
+    {"f16dist r0.x, l0, l1", W(0x4400, 0x4600, 0x3C00), W(0x3C00, 0x4000, 0x3C00), {}, W(0x4500)},
+    {"f16nrm r0, l0", W(0x4400, 0, 0xC400, 0), {}, {}, W(0x39A8, 0, 0xB9A8, 0)},
+    {"f16faceforward r0, l0, l1, l2", W(0x3C00, 0xC000, 0, 0), W(0x3C00), W(0x3C00), W(0xBC00, 0x4000, 0x8000, 0x8000)},
+    {"mqsad_u32_u8 r0, l0, l1, l2", L(0x0807060504030201ull), W(0x04000201), W(1, 0, 0xFFFFFFFF, 5), W(1, 3, 5, 14)},
+    {"mova a0, l0\nmov r0, a0", F(1.6f, -1.6f, s_fNaN, 3e9f), {}, {}, W(1, 0xFFFFFFFE, 0, 0x7FFFFFFF)},
+    {"set_relop(ne) r0, l0, l1", F(1, s_fNaN, -0.0f, 0), F(1, s_fNaN, 0, 1), {}, F(0, 1, 0, 1)},
+    {"cmp_relop(gt) r0, l0, l1, l2", F(1, -1, 0, s_fInf), F(1, 1, 1, 1), F(2, 2, 2, 2), F(1, 2, 2, 1)},
+};
+
 const SRuleCase s_Operands[] = {
     {"mov r0, l0.wzyx", W(1, 2, 3, 4), {}, {}, W(4, 3, 2, 1)},
     {"mov r0, l0\nmov r0, r0.yzwx", W(1, 2, 3, 4), {}, {}, W(2, 3, 4, 1)},
@@ -284,6 +311,11 @@ TEST(Rules, Pairs)
 TEST(Rules, Halves)
 {
     Check(s_Halves);
+}
+
+TEST(Rules, Vectors)
+{
+    Check(s_Vectors);
 }
 
 TEST(Rules, Operands)
