@@ -45,6 +45,11 @@ bool CShaderDebuggerShaderIL::StepAsm()
             registers.clear();
         }
         registers.insert(registers.end(), rejoining.begin(), rejoining.end());
+        // Whoever comes back here shows what was written on its way for the first time.
+        for (const Register& reg : rejoining)
+        {
+            NoteWritten(reg);
+        }
     }
     return true;
 }
