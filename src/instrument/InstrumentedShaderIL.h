@@ -28,7 +28,7 @@ public:
 
     /// The kernel patched for a target and the registers to read there. A selector in constant buffer 1 says at run
     /// time which register of the list is copied. The target g_PC_NULL with a list reads at the entry of the kernel.
-    /// The call stack says which call of a function that runs more than once is meant.
+    /// The call stack says which call of a function is meant.
     /// \return m_pPatchedShader, an image of the kind that the shader data is, valid until the next call or the
     /// destructor. Null, with the last image kept and the reason logged, for no target and no list, a target that
     /// isn't in the kernel or is the end or endmain, and for a binary that can't be rewritten.
@@ -134,7 +134,7 @@ private:
     bool IsReplacedDeclaration(const SItem& item) const;
     void WriteFollowingComment(CSource& src, CDest& dest) const;
 
-    // Functions that run more than once (RepeatedCalls.cpp).
+    // Called functions (CalledFunctions.cpp).
     bool IsRepeatedCall(InstructionNumber nCall) const;
     const CIL_Loop* LoopWith(InstructionNumber nInst) const;
     std::vector<SCut> FindCuts(const ProgramCounter& target) const;

@@ -277,6 +277,43 @@ INSTANTIATE_TEST_SUITE_P(
                     SGeneration{"Kiln", "older_loop/older_loop.json", "r2", 1, 11, {0, 8}, {1, 9, 10, 12}}),
     [](const testing::TestParamInfo<SGeneration>& info) { return std::string(info.param.pszName); });
 
+// The kernel of a stop in a function doesn't go on behind the call with what the function has left.
+TEST(Memory, GlobalMemoryInAFunctionHasNothingOfWhatComesBehindTheCall)
+{
+    CLaunch launch(GetLibraries(), MakeSmallKernel("uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n"
+                                                   "call 1031\n"
+                                                   "iadd r3.x, r3.x, l0.x\n"
+                                                   "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\n",
+                                                   "",
+                                                   "func 1031\niadd r3.x, r0.x, l0.y\niadd r3.x, r3.x, l0.x\n"
+                                                   "ret\nendfunc\n"));
+    size_t nStores = 0;
+    CScriptedClient client(AlwaysStep,
+                           [&](CSession& session)
+                           {
+                               nStores += session.GetListing().GetLine(session.GetExecutedLine()).find("uav_raw") == 0;
+                               const SRegisterView base = session.GetRegister("r2");
+                               if (base.pWords == nullptr)
+                               {
+                                   return OVKCLDEBUG_COMMAND_STEP;
+                               }
+                               int values[8] = {};
+                               size_t nRead = 0;
+                               EXPECT_EQ(GetDebugFunctions().ovkclDebugGetGlobalMemoryValues(
+                                             session.GetContext(), 10, base[0][0] + (uint64_t(base[0][1]) << 32),
+                                             sizeof(values), values, &nRead),
+                                         OVKCLDEBUG_SUCCESS);
+                               for (int i = 0; i < 8; ++i)
+                               {
+                                   const int wanted[] = {0, i, i + 5};
+                                   EXPECT_EQ(values[i], wanted[nStores]) << "behind " << session.GetExecutedLine();
+                               }
+                               return OVKCLDEBUG_COMMAND_STEP;
+                           });
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    EXPECT_EQ(nStores, 2u);
+}
+
 TEST(Memory, ActiveRegistersAreThoseThatHaveAValue)
 {
     std::vector<std::vector<std::string>> vActive;

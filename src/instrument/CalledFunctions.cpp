@@ -6,9 +6,9 @@
 namespace OVK_ShaderDebugger
 {
 
-// A function that runs more than once is cut short at the target in one of its calls only. The call that is meant, told
-// by the call stack, goes to a copy of the function that is cut; all others go to the function as the kernel wrote it.
-// The function that makes the call is itself cut behind it.
+// A called function is cut short at the target in one of its calls only. The call that is meant, told by the call
+// stack, goes to a copy of the function that is cut; all others go to the function as the kernel wrote it. The function
+// that makes the call is itself cut behind it, or it would go on, and store, with what a function cut short has left.
 
 /// Whether an instruction may call its function again, or another one does.
 bool CInstrumentedShaderIL::IsRepeatedCall(InstructionNumber nCall) const
@@ -45,8 +45,9 @@ const CIL_Loop* CInstrumentedShaderIL::LoopWith(InstructionNumber nInst) const
     return nullptr;
 }
 
-/// The places where functions are cut, from the outside in: each call on the way to the target from the first that is
-/// repeated on, and the target. A call of a macro on the way leaves the target alone, since macros aren't copied.
+/// The places where functions are cut, from the outside in: each call on the way to the target, and the target. The
+/// main body, in which the runtime looks for the call of the kernel's function, stays as it is if that is called once.
+/// A call of a macro on the way leaves the target alone, since macros aren't copied.
 std::vector<CInstrumentedShaderIL::SCut> CInstrumentedShaderIL::FindCuts(const ProgramCounter& target) const
 {
     std::vector<SCut> vCuts;
@@ -54,14 +55,12 @@ std::vector<CInstrumentedShaderIL::SCut> CInstrumentedShaderIL::FindCuts(const P
 
     for (auto it = m_CallStack.rbegin(); it != m_CallStack.rend(); ++it)
     {
-        const bool bCall = m_Instructions[it->m_nPos].GetOpCode() == IL_OP_CALL;
-
-        if (!vCuts.empty() && !bCall)
+        if (m_Instructions[it->m_nPos].GetOpCode() != IL_OP_CALL)
         {
             return {{target, 0}};
         }
 
-        if (bCall && (!vCuts.empty() || IsRepeatedCall(it->m_nPos)))
+        if (FunctionOf(it->m_nPos) != 0 || IsRepeatedCall(it->m_nPos))
         {
             do
             {
