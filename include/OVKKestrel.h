@@ -304,6 +304,8 @@ extern "C"
     /**
      * At STARTED and HALTED: sets a breakpoint on a line, or on the first of the lookAhead lines behind it that
      * can hold one.
+     * A continue passes over a block without a breakpoint inside as a whole. So one on the line that divides or ends
+     * a block (else, endif, endloop, endswitch) is only met if another lies inside that block, or by steps.
      * \param actualPC  receives the line taken; may be null
      * \return OVKCLDEBUG_ERROR_OPERATION_FAILED if none of the lines can hold a breakpoint
      */
