@@ -128,10 +128,14 @@ CJsonDocument::CJsonDocument(const std::string& strPath) : m_strPath(strPath)
     }
 }
 
+std::string ResolvePath(const CJsonField& field)
+{
+    return (std::filesystem::path(field.GetFile()).parent_path() / std::filesystem::path(field.AsString())).string();
+}
+
 std::string ReadWholeFile(const CJsonField& field)
 {
-    const std::filesystem::path path =
-        std::filesystem::path(field.GetFile()).parent_path() / std::filesystem::path(field.AsString());
+    const std::filesystem::path path = ResolvePath(field);
     if (std::filesystem::is_directory(path))
     {
         field.Fail("names a folder: " + path.string());

@@ -60,6 +60,8 @@ private:
     nlohmann::json m_Json;
 };
 
+/// The path that the field names, relative to the launch file.
+std::string ResolvePath(const CJsonField& field);
 /// The bytes of the file that the field names, relative to the launch file.
 std::string ReadWholeFile(const CJsonField& field);
 

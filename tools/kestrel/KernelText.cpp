@@ -2,6 +2,7 @@
 
 #include <elf.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace KestrelTool
@@ -32,9 +33,11 @@ bool ReadSection(const std::vector<char>& vBinary, const Elf64_Shdr& header, std
     return true;
 }
 
-/// The contents of a section of a 64-bit ELF image; empty if it has none of that name.
-std::string FindSection(const std::vector<char>& vBinary, const char* pszName)
+} // namespace
+
+std::vector<SSection> ReadSections(const std::vector<char>& vBinary)
 {
+    std::vector<SSection> vSections;
     Elf64_Ehdr header;
     Elf64_Shdr nameTable;
     std::string strNames;
@@ -43,7 +46,7 @@ std::string FindSection(const std::vector<char>& vBinary, const char* pszName)
         !ReadAt(vBinary, header.e_shoff + uint64_t(header.e_shstrndx) * sizeof(Elf64_Shdr), nameTable) ||
         !ReadSection(vBinary, nameTable, strNames))
     {
-        return std::string();
+        return vSections;
     }
     for (uint64_t i = 0; i < header.e_shnum; ++i)
     {
@@ -52,22 +55,33 @@ std::string FindSection(const std::vector<char>& vBinary, const char* pszName)
         {
             break;
         }
-        std::string strContents;
-        if (section.sh_name < strNames.size() && std::strcmp(strNames.c_str() + section.sh_name, pszName) == 0 &&
-            ReadSection(vBinary, section, strContents))
+        SSection entry;
+        if (section.sh_name < strNames.size() && section.sh_type != SHT_NULL && section.sh_type != SHT_NOBITS &&
+            ReadSection(vBinary, section, entry.strContents))
         {
-            return strContents;
+            entry.strName = strNames.c_str() + section.sh_name;
+            entry.nOffset = section.sh_offset;
+            vSections.push_back(entry);
+        }
+    }
+    return vSections;
+}
+
+std::string FindSection(const std::vector<char>& vBinary, const char* pszName)
+{
+    for (const SSection& section : ReadSections(vBinary))
+    {
+        if (section.strName == pszName)
+        {
+            return section.strContents;
         }
     }
     return std::string();
 }
 
-} // namespace
-
-std::vector<std::string> ReadKernelText(const std::vector<char>& vBinary)
+std::vector<std::string> SplitLines(const std::string& strText)
 {
     std::vector<std::string> vLines;
-    const std::string strText = FindSection(vBinary, ".debugil");
     size_t nStart = 0;
     while (nStart < strText.size())
     {
@@ -76,6 +90,11 @@ std::vector<std::string> ReadKernelText(const std::vector<char>& vBinary)
         nStart = nEnd + 1;
     }
     return vLines;
+}
+
+std::vector<std::string> ReadKernelText(const std::vector<char>& vBinary)
+{
+    return SplitLines(FindSection(vBinary, ".debugil"));
 }
 
 } // namespace KestrelTool

@@ -1,6 +1,7 @@
 #ifndef KESTREL_TOOLS_KERNELTEXT_H
 #define KESTREL_TOOLS_KERNELTEXT_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,21 @@ namespace KestrelTool
 /// The lines of IL text in a kernel binary, as the debugger counts them: from 0.
 /// \return no lines for a binary that has no such text
 std::vector<std::string> ReadKernelText(const std::vector<char>& vBinary);
+
+/// A section of a kernel binary.
+struct SSection
+{
+    std::string strName;
+    uint64_t nOffset = 0;
+    std::string strContents;
+};
+
+/// The sections of a 64-bit ELF image, those without contents left out; none for anything else.
+std::vector<SSection> ReadSections(const std::vector<char>& vBinary);
+/// The contents of a section; empty if the binary has none of that name.
+std::string FindSection(const std::vector<char>& vBinary, const char* pszName);
+/// A text's lines, without their ends.
+std::vector<std::string> SplitLines(const std::string& strText);
 
 } // namespace KestrelTool
 

@@ -1,6 +1,7 @@
 #include "tools/kestrel/Launch.h"
 
 #include <cstring>
+#include <fstream>
 
 namespace KestrelTool
 {
@@ -251,6 +252,40 @@ std::vector<unsigned char> CLaunch::ReadContents(size_t nArgument) const
               "clEnqueueReadImage");
     }
     return vBytes;
+}
+
+std::vector<char> CLaunch::ReadBinary() const
+{
+    size_t nSize = 0;
+    if (m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARY_SIZES, sizeof(nSize), &nSize, nullptr) != CL_SUCCESS)
+    {
+        return {};
+    }
+    std::vector<char> vBinary(nSize);
+    char* pBinary = vBinary.data();
+    const cl_int nCode = m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARIES, sizeof(pBinary), &pBinary, nullptr);
+    return nCode == CL_SUCCESS ? vBinary : std::vector<char>();
+}
+
+void CLaunch::SaveOutputs() const
+{
+    for (size_t i = 0; i < m_File.vArguments.size(); ++i)
+    {
+        const std::string& strPath = m_File.vArguments[i].strSave;
+        if (strPath.empty())
+        {
+            continue;
+        }
+        const std::vector<unsigned char> vBytes = ReadContents(i);
+        std::ofstream stream(strPath, std::ios::binary);
+        stream.write(reinterpret_cast<const char*>(vBytes.data()), static_cast<std::streamsize>(vBytes.size()));
+        stream.close();
+        if (!stream)
+        {
+            throw CLaunchFileError(m_File.strPath + ": args[" + std::to_string(i) +
+                                   "].save can't be written: " + strPath);
+        }
+    }
 }
 
 std::vector<SDifference> CLaunch::Compare() const

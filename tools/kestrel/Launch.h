@@ -39,6 +39,11 @@ public:
 
     /// What a buffer or image argument holds now.
     std::vector<unsigned char> ReadContents(size_t nArgument) const;
+    /// The image of the built program; empty if the runtime doesn't give it.
+    std::vector<char> ReadBinary() const;
+    /// Writes the arguments that the file wants saved.
+    /// \throws CLaunchFileError for a file that can't be written
+    void SaveOutputs() const;
     /// The first difference of each argument from what the file expects.
     std::vector<SDifference> Compare() const;
 
@@ -46,6 +51,7 @@ public:
     const std::string& GetDeviceName() const { return m_strDeviceName; }
     size_t GetWorkItems() const;
     cl_command_queue GetQueue() const { return m_Queue; }
+    cl_device_id GetDevice() const { return m_Device; }
     cl_kernel GetKernel() const { return m_Kernel; }
     /// The memory object of a buffer or image argument.
     cl_mem GetMemory(size_t nArgument) const { return m_vMemory[nArgument]; }

@@ -54,14 +54,20 @@ const T& Choose(const T (&table)[N], const CJsonField& field)
     field.Fail("unknown name \"" + strName + "\"; known are " + strKnown);
 }
 
+std::string ReadSavePath(const CJsonField& field)
+{
+    return field.Has("save") ? ResolvePath(field.At("save")) : std::string();
+}
+
 SArgument ReadBuffer(const CJsonField& field)
 {
-    field.AllowOnly({"type", "count", "fill", "values", "file", "expect"});
+    field.AllowOnly({"type", "count", "fill", "values", "file", "expect", "save"});
     SArgument argument;
     argument.eKind = SArgument::Buffer;
     argument.pType = &ReadElementType(field.At("type"));
     argument.vContents = ReadContents(field, *argument.pType, std::nullopt);
     argument.vExpected = ReadExpectation(field, *argument.pType, argument.vContents.size());
+    argument.strSave = ReadSavePath(field);
     return argument;
 }
 
@@ -77,7 +83,7 @@ SArgument ReadValue(const CJsonField& field)
 
 SArgument ReadImage(const CJsonField& field)
 {
-    field.AllowOnly({"order", "channel", "width", "height", "depth", "fill", "values", "file", "expect"});
+    field.AllowOnly({"order", "channel", "width", "height", "depth", "fill", "values", "file", "expect", "save"});
     const SChannelOrder& order = Choose(s_Orders, field.At("order"));
     const SChannelType& channel = Choose(s_Channels, field.At("channel"));
     SArgument argument;
@@ -91,6 +97,7 @@ SArgument ReadImage(const CJsonField& field)
     const size_t nTexels = argument.nWidth * argument.nHeight * (argument.nDepth == 0 ? 1 : argument.nDepth);
     argument.vContents = ReadContents(field, *argument.pType, nTexels * order.nChannels);
     argument.vExpected = ReadExpectation(field, *argument.pType, argument.vContents.size());
+    argument.strSave = ReadSavePath(field);
     return argument;
 }
 

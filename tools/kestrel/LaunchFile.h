@@ -37,6 +37,7 @@ struct SArgument
     const SElementType* pType = nullptr;                 ///< of a buffer's elements, a value or an image's channels
     std::vector<unsigned char> vContents;                ///< of a buffer, a value or an image, before the launch
     std::optional<std::vector<unsigned char>> vExpected; ///< what the launch must leave in a buffer or image
+    std::string strSave;                                 ///< file for what the launch has left; empty for none
     size_t nSame = 0;                                    ///< index of the earlier argument
     size_t nLocalBytes = 0;                              ///< size of local memory
     uint32_t nChannelOrder = 0;
@@ -56,8 +57,9 @@ struct SArgument
 ///            {"local": BYTES}, {"image": ...}, {"null": "buffer"} or {"null": "image"}
 /// A buffer has type, and count with fill ("zero", "iota", {"constant": C}, {"random": SEED}), or
 /// values, or file (raw bytes); expect says what the launch must leave there (a list of values, or
-/// {"file": PATH}). A value has type and values. An image has order ("R", "RG", "RGBA"), channel
-/// (a "uint8", "int16", "float" and the like), width, height, depth, and contents as a buffer has.
+/// {"file": PATH}); save names a file that is written with it. A value has type and values. An image has order ("R",
+/// "RG", "RGBA"), channel (a "uint8", "int16", "float" and the like), width, height, depth, and contents as a buffer
+/// has.
 struct SLaunchFile
 {
     std::string strPath;

@@ -22,8 +22,12 @@ public:
     X(ovkclDebugEnqueueNDRangeKernel)                                                                                  \
     X(ovkclDebugGetProgramCounter)                                                                                     \
     X(ovkclDebugSetBreakpoint)                                                                                         \
+    X(ovkclDebugClearBreakpoint)                                                                                       \
+    X(ovkclDebugClearAllBreakpoints)                                                                                   \
     X(ovkclDebugGetExecutionMask)                                                                                      \
     X(ovkclDebugGetRegisterValues)                                                                                     \
+    X(ovkclDebugGetPrivateMemoryValues)                                                                                \
+    X(ovkclDebugGetGlobalMemoryValues)                                                                                 \
     X(ovkclDebugGetKernelBinarySize)                                                                                   \
     X(ovkclDebugGetKernelBinary)                                                                                       \
     X(ovkclDebugGetNumberOfActiveRegisters)                                                                            \

@@ -103,6 +103,77 @@ std::string CSession::GetLastError() const
     return strError;
 }
 
+std::vector<unsigned char> CSession::GetPrivateMemory(size_t nItems, uint64_t nAddress, size_t nBytes) const
+{
+    std::vector<unsigned char> vBytes(nItems * nBytes);
+    size_t nWritten = 0;
+    Check(m_Lib.ovkclDebugGetPrivateMemoryValues(m_Context, nAddress, nBytes, vBytes.data(), &nWritten),
+          "ovkclDebugGetPrivateMemoryValues");
+    return vBytes;
+}
+
+std::vector<unsigned char> CSession::GetGlobalMemory(unsigned int nResource, uint64_t nAddress, size_t nBytes) const
+{
+    std::vector<unsigned char> vBytes(nBytes);
+    size_t nWritten = 0;
+    const ovkclDebugError nCode =
+        m_Lib.ovkclDebugGetGlobalMemoryValues(m_Context, nResource, nAddress, nBytes, vBytes.data(), &nWritten);
+    if (nCode == OVKCLDEBUG_ERROR_INVALID_LOCATION)
+    {
+        return {};
+    }
+    Check(nCode, "ovkclDebugGetGlobalMemoryValues");
+    vBytes.resize(nWritten);
+    return vBytes;
+}
+
+size_t CSession::GetBufferSize(unsigned int nResource, uint64_t nAddress) const
+{
+    size_t nSize = 0;
+    const ovkclDebugError nCode =
+        m_Lib.ovkclDebugGetGlobalMemoryValues(m_Context, nResource, nAddress, 0, nullptr, &nSize);
+    return nCode == OVKCLDEBUG_SUCCESS ? nSize : 0;
+}
+
+std::vector<unsigned int> CSession::SetBreakpoints(const std::set<unsigned int>& lines)
+{
+    std::vector<unsigned int> vRefused;
+    for (const unsigned int nLine : m_Breakpoints)
+    {
+        if (lines.count(nLine) == 0)
+        {
+            Check(m_Lib.ovkclDebugClearBreakpoint(m_Context, nLine), "ovkclDebugClearBreakpoint");
+        }
+    }
+    for (const unsigned int nLine : lines)
+    {
+        if (m_Breakpoints.count(nLine) == 0 &&
+            m_Lib.ovkclDebugSetBreakpoint(m_Context, nLine, 0, nullptr) != OVKCLDEBUG_SUCCESS)
+        {
+            vRefused.push_back(nLine);
+        }
+    }
+    m_Breakpoints = lines;
+    for (const unsigned int nLine : vRefused)
+    {
+        m_Breakpoints.erase(nLine);
+    }
+    return vRefused;
+}
+
+void CSession::SetTrackedRegisters(const std::vector<std::string>& vNames)
+{
+    std::vector<ovkclDebugRegisterLocator> vLocators(vNames.size());
+    for (size_t i = 0; i < vNames.size(); ++i)
+    {
+        Check(m_Lib.ovkclDebugUtilStringToDebugRegisterLocator(reinterpret_cast<const cl_char*>(vNames[i].c_str()),
+                                                               &vLocators[i]),
+              "ovkclDebugUtilStringToDebugRegisterLocator");
+    }
+    Check(m_Lib.ovkclDebugSetTrackingRegisters(m_Context, vNames.empty() ? nullptr : vLocators.data(), vNames.size()),
+          "ovkclDebugSetTrackingRegisters");
+}
+
 void CSession::NoteStop()
 {
     if (m_nUpcomingLine == CListing::NoLine)

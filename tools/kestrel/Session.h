@@ -5,6 +5,7 @@
 #include "tools/kestrel/Listing.h"
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,19 @@ public:
     SRegisterView GetRegister(const std::string& strName) const;
     std::vector<std::string> GetActiveRegisters() const;
     std::string GetLastError() const;
+    /// Private memory of every work-item, nBytes each, one behind the other.
+    std::vector<unsigned char> GetPrivateMemory(size_t nItems, uint64_t nAddress, size_t nBytes) const;
+    /// Global memory from an address on, to nBytes or to where its buffer ends; nothing if no
+    /// argument's buffer holds the address.
+    std::vector<unsigned char> GetGlobalMemory(unsigned int nResource, uint64_t nAddress, size_t nBytes) const;
+    /// The size of the buffer that holds an address; 0 if none does.
+    size_t GetBufferSize(unsigned int nResource, uint64_t nAddress) const;
+
+    /// Makes the lines the only ones with a breakpoint. \return the lines that can hold none
+    std::vector<unsigned int> SetBreakpoints(const std::set<unsigned int>& lines);
+    /// At the start: keeps only these registers up to date; an empty list means all.
+    void SetTrackedRegisters(const std::vector<std::string>& vNames);
+
     ovkclDebugContext GetContext() const { return m_Context; }
 
 private:
@@ -67,6 +81,7 @@ private:
     std::unique_ptr<CListing> m_pListing;
     unsigned int m_nExecutedLine = CListing::NoLine;
     unsigned int m_nUpcomingLine = CListing::NoLine;
+    std::set<unsigned int> m_Breakpoints; ///< as the debugger has them
 };
 
 /// What drives a session.

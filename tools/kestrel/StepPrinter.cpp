@@ -1,6 +1,7 @@
 #include "tools/kestrel/StepPrinter.h"
 
-#include <cstring>
+#include "tools/kestrel/debug/Format.h"
+
 #include <iomanip>
 #include <ostream>
 #include <sstream>
@@ -14,29 +15,12 @@ namespace
 const size_t s_nShownItems = 4;
 const int s_nTextWidth = 44;
 
-/// A component, as the float that it looks like or as an integer.
-std::string FormatWord(unsigned int nWord)
-{
-    const unsigned int nExponent = (nWord >> 23) & 0xFF;
-    std::ostringstream stream;
-    if (nExponent >= 96 && nExponent <= 160)
-    {
-        float fValue;
-        std::memcpy(&fValue, &nWord, sizeof(fValue));
-        stream << fValue;
-        const bool bLooksInteger = stream.str().find_first_of(".e") == std::string::npos;
-        return stream.str() + (bLooksInteger ? ".0" : "");
-    }
-    stream << static_cast<int>(nWord);
-    return stream.str();
-}
-
 std::string FormatValue(const unsigned int* pWords)
 {
     std::string strValue = "(";
     for (int i = 0; i < 4; ++i)
     {
-        strValue += (i != 0 ? ", " : "") + FormatWord(pWords[i]);
+        strValue += (i != 0 ? ", " : "") + FormatWord(pWords[i], EFormat::Auto);
     }
     return strValue + ")";
 }

@@ -1,7 +1,10 @@
 #include "tools/kestrel/StepPrinter.h"
+#include "tools/kestrel/command/DebugSession.h"
+#include "tools/kestrel/command/ExitCode.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <iostream>
 
 using namespace KestrelTool;
@@ -9,21 +12,12 @@ using namespace KestrelTool;
 namespace
 {
 
-/// What the program gives back.
-enum EExitCode
-{
-    EXIT_GOOD = 0,
-    EXIT_COMMAND_FAILED = 1,
-    EXIT_USAGE = 2,
-    EXIT_PLATFORM_FAILED = 3,
-    EXIT_OUTPUT_DIFFERS = 4
-};
-
 struct SOptions
 {
     std::string strLaunch;
     std::string strPlatform = "software";
     size_t nStops = 0;
+    SDebugOptions debug;
 };
 
 CLibraries OpenLibraries(const SOptions& options)
@@ -68,6 +62,7 @@ int Run(const SOptions& options)
     const CLibraries libraries = OpenLibraries(options);
     CLaunch launch(libraries, ReadLaunchFile(options.strLaunch));
     launch.Run();
+    launch.SaveOutputs();
     return Report(launch);
 }
 
@@ -88,7 +83,31 @@ int Step(const SOptions& options)
     {
         return EXIT_COMMAND_FAILED;
     }
+    launch.SaveOutputs();
     return Report(launch);
+}
+
+int Debug(const SOptions& options)
+{
+    const CLibraries libraries = OpenLibraries(options);
+    SDebugOptions debug = options.debug;
+    debug.strLaunch = options.strLaunch;
+    return RunDebugSession(libraries, debug);
+}
+
+/// Long options with one hyphen, as debuggers have them.
+std::vector<std::string> SpellOut(int argc, char** argv)
+{
+    std::vector<std::string> vArguments(argv + 1, argv + argc);
+    for (std::string& strArgument : vArguments)
+    {
+        for (const char* pszName : {"-batch", "-ex", "-json", "-echo"})
+        {
+            strArgument = strArgument == pszName ? "-" + strArgument : strArgument;
+        }
+    }
+    std::reverse(vArguments.begin(), vArguments.end());
+    return vArguments;
 }
 
 } // namespace
@@ -108,17 +127,49 @@ int main(int argc, char** argv)
     pStep->add_option("LAUNCH", options.strLaunch, "launch file (JSON)")->required();
     pStep->add_option("--stops", options.nStops, "run on to the end behind that many stops");
 
+    CLI::App* pDebug = app.add_subcommand("debug", "Debug a launch at a prompt, or by a script");
+    pDebug->add_option("LAUNCH", options.strLaunch, "launch file (JSON)")->required();
+    pDebug->add_flag("-q,--quiet", options.debug.bQuiet, "say nothing at the start");
+    pDebug->add_flag("--batch", options.debug.bBatch, "end behind the scripts");
+    pDebug->add_flag("--json", options.debug.bJson, "answers and events as JSON, one object a line");
+    pDebug->add_flag("--echo", options.debug.bEcho, "print each command in front of what comes of it");
+    std::vector<std::string> vFiles;
+    std::vector<std::string> vCommands;
+    const CLI::Option* pFile =
+        pDebug->add_option("-x", vFiles, "do the commands of a file")->take_all()->allow_extra_args(false);
+    const CLI::Option* pCommand =
+        pDebug->add_option("--ex", vCommands, "do a command")->take_all()->allow_extra_args(false);
+
     try
     {
-        app.parse(argc, argv);
+        app.parse(SpellOut(argc, argv));
     }
     catch (const CLI::ParseError& error)
     {
         return app.exit(error) == 0 ? EXIT_GOOD : EXIT_USAGE;
     }
 
+    // In the order of the command line.
+    size_t nFile = 0;
+    size_t nCommand = 0;
+    for (const CLI::Option* pOption : pDebug->parse_order())
+    {
+        if (pOption == pFile)
+        {
+            options.debug.vScripts.push_back({true, vFiles[nFile++]});
+        }
+        else if (pOption == pCommand)
+        {
+            options.debug.vScripts.push_back({false, vCommands[nCommand++]});
+        }
+    }
+
     try
     {
+        if (pDebug->parsed())
+        {
+            return Debug(options);
+        }
         return pRun->parsed() ? Run(options) : Step(options);
     }
     catch (const CLaunchFileError& error)

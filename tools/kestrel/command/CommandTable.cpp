@@ -1,0 +1,162 @@
+#include "tools/kestrel/command/CommandTable.h"
+
+#include "tools/kestrel/command/Commands.h"
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+const char* const s_pszRunning = "Running";
+const char* const s_pszBreakpoints = "Breakpoints";
+const char* const s_pszText = "The kernel's text";
+const char* const s_pszValues = "Values of a work-item";
+const char* const s_pszDispatch = "The whole dispatch";
+const char* const s_pszOther = "Settings and the rest";
+
+} // namespace
+
+// Commands of two words that share their first stand together.
+const SCommand g_Commands[] = {
+    {"run", "r", "", s_pszRunning, "Launch the kernel and run to the first breakpoint, or to its end.",
+     "The arguments are written anew. A session that is open ends. At the kernel's end its outputs are compared with "
+     "what "
+     "the launch file expects, and written to the files that it names.",
+     "break 21\nrun", DoRun, false, ECompletion::Nothing},
+    {"start", "", "", s_pszRunning, "Launch the kernel and stop in front of its first instruction.",
+     "No register has a value yet.", "start", DoStart, false, ECompletion::Nothing},
+    {"continue", "c fg", "[N]", s_pszRunning, "Run to the next breakpoint, or to the kernel's end.",
+     "With a number, to the N-th stop at a breakpoint.", "break 21\nrun\ncontinue", DoContinue, true,
+     ECompletion::Nothing},
+    {"step", "s", "[N]", s_pszRunning, "Execute one instruction, or N; go into functions that are called.",
+     "A stop shows the line that is executed next, and how many work-items will do it.", "start\nstep\nstep 5", DoStep,
+     true, ECompletion::Nothing},
+    {"next", "n", "[N]", s_pszRunning, "As step, but a called function runs to its end.",
+     "A breakpoint in the function stops there.", "@call_chain\nbreak 14\nrun\nnext", DoNext, true,
+     ECompletion::Nothing},
+    {"finish", "fin", "", s_pszRunning, "Run to the end of the function, and to behind its call.", "",
+     "@call_chain\nbreak add_three\nrun\nfinish", DoFinish, false, ECompletion::Nothing},
+    {"until", "u", "[PLACE]", s_pszRunning, "Run to a line behind this one: out of a loop at its end.",
+     "With a place, as advance.", "@loop_trip_count\nbreak 18\nrun\nuntil", DoUntil, true, ECompletion::Place},
+    {"advance", "", "PLACE", s_pszRunning, "Run to a place, or to behind the function's call if that comes first.", "",
+     "start\nadvance 32", DoAdvance, false, ECompletion::Place},
+    {"reverse-step", "rs", "[N]", s_pszRunning, "Go back one instruction, or N.",
+     "Registers read as they did there. Memory that the kernel has written does too, since each stop is computed anew "
+     "from "
+     "the launch.",
+     "break 21\nrun\nreverse-step", DoReverseStep, true, ECompletion::Nothing},
+    {"reverse-next", "rn", "[N]", s_pszRunning, "As reverse-step, but a called function is gone back over as a whole.",
+     "", "@call_chain\nbreak 16\nrun\nreverse-next", DoReverseNext, true, ECompletion::Nothing},
+    {"reverse-continue", "rc", "[N]", s_pszRunning, "Go back to the last breakpoint, or to the first stop.", "",
+     "break 13\nbreak 32\nrun\ncontinue\nreverse-continue", DoReverseContinue, true, ECompletion::Nothing},
+    {"kill", "k", "", s_pszRunning, "End the session.", "The kernel runs out undebugged; its outputs aren't looked at.",
+     "start\nkill", DoKill, false, ECompletion::Nothing},
+
+    {"break", "b br", "[PLACE] [if CONDITION]", s_pszBreakpoints,
+     "Stop in front of a line, in front of a function, or at the kernel's entry.",
+     "A place is a line's number, +N or -N lines from here, a function's name, func and its label, or entry; none is "
+     "the line "
+     "of the stop. A line without an instruction stands for the next one that has one. Lines count from 0, as list "
+     "shows them.\n"
+     "A condition is an expression. any, all and count() ask the active work-items, with /a all of them; without one "
+     "of these the condition is asked of the work-item in focus. A breakpoint is passed where no work-item comes to "
+     "it.",
+     "break 21 if any r3.x > 60\nbreak 33 if count(r5.x == 0) == 1\nrun\ncontinue", DoBreak, false, ECompletion::Place},
+    {"tbreak", "tb", "[PLACE] [if CONDITION]", s_pszBreakpoints, "As break, for one stop only.", "",
+     "tbreak 33\nrun\ninfo breakpoints", DoTemporaryBreak, false, ECompletion::Place},
+    {"condition", "", "ID [CONDITION]", s_pszBreakpoints, "Give a breakpoint a condition, or take it away.", "",
+     "break 33\ncondition 1 all r5.x < 100\nrun", DoCondition, false, ECompletion::Register},
+    {"ignore", "", "ID N", s_pszBreakpoints, "Pass over a breakpoint's next N hits.", "",
+     "@loop_trip_count\nbreak 18\nignore 1 2\nrun\ninfo breakpoints", DoIgnore, false, ECompletion::Nothing},
+    {"commands", "", "[ID]", s_pszBreakpoints, "Say what is done at each stop at a breakpoint; lines, and end.",
+     "Without a number, at the newest. No lines take them away again. A command that goes on is fine.",
+     "break 21\ncommands 1\nprint r3.x\ncontinue\nend\nrun", DoBreakpointCommands, false, ECompletion::Nothing},
+    {"enable", "", "[ID...]", s_pszBreakpoints, "Let breakpoints stop again; all without a number.", "",
+     "break 21\ndisable\nenable 1\ninfo breakpoints", DoEnable, false, ECompletion::Nothing},
+    {"disable", "", "[ID...]", s_pszBreakpoints, "Let breakpoints be passed; all without a number.", "",
+     "break 21\ndisable 1\nrun", DoDisable, false, ECompletion::Nothing},
+    {"delete", "d", "[ID...]", s_pszBreakpoints, "Take breakpoints away; all without a number.", "",
+     "break 21\nbreak 33\ndelete 1\ninfo breakpoints", DoDelete, false, ECompletion::Nothing},
+    {"info breakpoints", "b br", "", s_pszBreakpoints, "List the breakpoints with their conditions and hits.", "",
+     "break 21 if any r3.x > 60\ntbreak 33\nrun\ninfo breakpoints", DoInfoBreakpoints, false, ECompletion::Nothing},
+    {"info registers", "r reg", "[REGISTER...]", s_pszValues, "Show the registers of the work-item in focus.",
+     "All that have a value, or those that are named. Formats as for print.", "break 24\nrun\ninfo registers",
+     DoInfoRegisters, false, ECompletion::Register},
+    {"info memory", "mem", "", s_pszValues, "List the buffers that the kernel reaches.",
+     "An address is known once a register holds one in the buffer.", "break 16\nrun\ninfo memory", DoInfoMemory, false,
+     ECompletion::Nothing},
+    {"info kernel", "k", "", s_pszText, "Show the kernel's arguments and functions.", "", "@call_chain\ninfo kernel",
+     DoInfoKernel, false, ECompletion::Nothing},
+    {"info dispatch", "d", "", s_pszDispatch, "Show the dispatch's sizes and where it stands.", "",
+     "start\ninfo dispatch", DoInfoDispatch, false, ECompletion::Nothing},
+    {"info display", "", "", s_pszValues, "List what is shown at every stop.", "", "display r3.x\ninfo display",
+     DoInfoDisplay, false, ECompletion::Nothing},
+
+    {"list", "l", "[PLACE | FIRST,LAST]", s_pszText, "Show lines of the kernel's text around the stop or a place.",
+     "=> marks the line that is executed next, * a breakpoint. Enter shows the lines behind.",
+     "break 21\nrun\nlist\nlist 30,34", DoList, true, ECompletion::Place},
+    {"disassemble", "disas", "[PLACE]", s_pszText, "Show the whole function around the stop or a place.", "",
+     "@call_chain\nbreak 29\nrun\ndisassemble", DoDisassemble, false, ECompletion::Place},
+
+    {"print", "p inspect", "[/FORMAT] EXPRESSION", s_pszValues,
+     "Show a register, or an expression, for the work-item in focus.",
+     "Formats: f float, d int, u unsigned, x hex, g pairs of components as doubles, q pairs as 64-bit ints; without "
+     "one, "
+     "each component as the float or int that it looks like.\n"
+     "Expressions have the operators of C, numbers, nan, inf, components of registers (r3.x, cb1[2].y, x1[0].w), and "
+     "of the "
+     "work-item $item (linear), $x $y $z (without the global offset), $gx $gy $gz (group), $lx $ly $lz (in its group) "
+     "and "
+     "$active. Components are read as floats beside a float and as ints otherwise; int(), uint(), float(), and for "
+     "pairs "
+     "long(r2.xy) and double(r2.xy), say it outright. Two NaNs are equal.",
+     "break 24\nrun\nprint r3\nprint/x r2.xy\nprint r3.x * 2 + 1\nprint count(r3.x > 30)", DoPrint, true,
+     ECompletion::Register},
+    {"display", "", "[/FORMAT] EXPRESSION", s_pszValues, "Print an expression at every stop.", "",
+     "display r3.x\nbreak 21\nrun\nstep", DoDisplay, false, ECompletion::Register},
+    {"undisplay", "", "[ID]", s_pszValues, "End a display, or all.", "", "display r3.x\nundisplay 1\ninfo display",
+     DoUndisplay, false, ECompletion::Nothing},
+    {"x", "", "[/NFU] PLACE", s_pszValues, "Show memory as the kernel has it at this stop.",
+     "N is a count; F is d, u, x or f; U is b (1 byte), h (2), w (4) or g (8). A place is a buffer argument by its "
+     "name or as "
+     "argN, with [ELEMENT] or +BYTES behind it; uavN:ADDRESS; or private:ADDRESS for private memory of the work-item "
+     "in "
+     "focus. An address may be a register (r3.x, r2.xy for 64 bits). Enter shows what follows.",
+     "break 34\nrun\nx/8 out\nx/2xw out[4]\nx uav10:r2.xy", DoExamine, true, ECompletion::Nothing},
+
+    {"mask", "m", "", s_pszDispatch, "Draw which work-items are active.",
+     "One cell a work-item, or for a large dispatch a block of them, shaded by how many of it are active. What is "
+     "active "
+     "executes the next line.",
+     "break 21\nrun\nmask", DoMask, false, ECompletion::Nothing},
+    {"grid", "g", "[/a] EXPRESSION", s_pszDispatch, "Draw values as shades, from the least to the largest.",
+     "A cell of several work-items shows their mean; ! marks one with a NaN. With /a all work-items count, else the "
+     "active.",
+     "break 32\nrun\ngrid/a r5.x", DoGrid, false, ECompletion::Register},
+    {"stats", "", "[/a] EXPRESSION", s_pszDispatch,
+     "Minimum, maximum, mean, NaNs, distinct values and a histogram of the active work-items.", "",
+     "break 32\nrun\nstats/a r5.x", DoStats, false, ECompletion::Register},
+    {"where", "", "[/a] CONDITION", s_pszDispatch, "List the work-items for which a condition holds.",
+     "Neighbours are shown as ranges. With /a all work-items are asked, else the active.",
+     "break 33\nrun\nwhere r5.x > 100", DoWhere, false, ECompletion::Register},
+    {"diff", "", "[/FORMAT] REGISTER", s_pszDispatch, "Compare a register with what it was at the last stop.",
+     "Behind a single step this goes for any register; else for those that were looked at there.",
+     "break 21\nrun\nstep\ndiff r3.x", DoDiff, false, ECompletion::Register},
+    {"workitem", "wi", "[INDEX | X Y Z]", s_pszDispatch, "Move the focus to a work-item, active or not; show it.",
+     "Coordinates count from 0, without the global offset.", "@dispatch_3d\nstart\nworkitem 3 1 0\nworkitem 0",
+     DoWorkItem, false, ECompletion::Nothing},
+
+    {"set", "", "SETTING VALUE", s_pszOther, "Change a setting; show lists them.", "",
+     "set format hex\nbreak 24\nrun\nprint r3", DoSet, false, ECompletion::Setting},
+    {"show", "", "[SETTING]", s_pszOther, "Show settings.", "", "show", DoShow, false, ECompletion::Setting},
+    {"source", "so", "FILE", s_pszOther, "Do the commands of a file; the first that fails ends it.", "", "", DoSource,
+     false, ECompletion::File},
+    {"help", "h", "[COMMAND]", s_pszOther, "Say what commands there are, or what one does.", "", "help tbreak", DoHelp,
+     false, ECompletion::Command},
+    {"quit", "q exit", "", s_pszOther, "End the session and the program.", "", "quit", DoQuit, false,
+     ECompletion::Nothing},
+};
+const size_t g_nCommands = sizeof(g_Commands) / sizeof(g_Commands[0]);
+
+} // namespace KestrelTool

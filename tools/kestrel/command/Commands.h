@@ -1,0 +1,62 @@
+#ifndef KESTREL_TOOLS_COMMAND_COMMANDS_H
+#define KESTREL_TOOLS_COMMAND_COMMANDS_H
+
+#include "tools/kestrel/command/Interpreter.h"
+
+namespace KestrelTool
+{
+
+/// What a command's function works with. Functions give a structured answer, or null, and throw
+/// CCommandError.
+class CCommandContext
+{
+public:
+    CCommandContext(CInterpreter& interpreter, const SCommandLine& line) : m_Interpreter(interpreter), m_Line(line) {}
+
+    CInterpreter& GetInterpreter() { return m_Interpreter; }
+    CDebugger& GetDebugger() { return m_Interpreter.GetDebugger(); }
+    const std::string& GetArguments() const { return m_Line.strArguments; }
+    const std::string& GetFormat() const { return m_Line.strFormat; }
+    std::vector<std::string> GetWords() const;
+    /// The only argument as a number, or a number that stands for none.
+    /// \throws CCommandError for anything else
+    size_t GetCount(size_t nDefault) const;
+    /// The only argument.
+    std::string GetWord(const char* pszWhat) const;
+    /// What stands behind the command; it must be something.
+    const std::string& GetText(const char* pszWhat) const;
+    /// Takes "a" out of the format letters. \return whether it was there
+    bool TakeAll(std::string& strFormat) const;
+    void AllowNone() const;
+
+private:
+    CInterpreter& m_Interpreter;
+    const SCommandLine& m_Line;
+};
+
+/// A whole number, decimal or with 0x. \throws CCommandError
+uint64_t ReadNumber(const std::string& strText);
+/// A line, a function's name, "func LABEL", "entry", "+N" or "-N"; always a line with an instruction.
+unsigned int ReadPlace(CDebugger& debugger, const std::string& strText);
+/// What print and display show.
+nlohmann::json PrintExpression(CDebugger& debugger, const std::string& strFormat, const std::string& strExpression);
+/// Columns and rows that a picture may take.
+size_t GetPictureWidth(const SSettings& settings);
+size_t GetPictureHeight(const SSettings& settings);
+/// A breakpoint as info breakpoints has it.
+nlohmann::json DescribeBreakpoint(CDebugger& debugger, const SBreakpoint& breakpoint);
+
+#define KESTREL_COMMAND_FUNCTIONS(X)                                                                                   \
+    X(Run)                                                                                                             \
+    X(Start) X(Continue) X(Step) X(Next) X(Finish) X(Until) X(Advance) X(ReverseStep) X(ReverseNext)                   \
+        X(ReverseContinue) X(Kill) X(Break) X(TemporaryBreak) X(Condition) X(Ignore) X(BreakpointCommands) X(Enable)   \
+            X(Disable) X(Delete) X(InfoBreakpoints) X(List) X(Disassemble) X(Print) X(Display) X(Undisplay)            \
+                X(InfoDisplay) X(Examine) X(InfoRegisters) X(InfoMemory) X(InfoKernel) X(InfoDispatch) X(Mask) X(Grid) \
+                    X(Stats) X(Where) X(Diff) X(WorkItem) X(Set) X(Show) X(Help) X(Source) X(Quit)
+#define KESTREL_DECLARE_COMMAND(name) nlohmann::json Do##name(CCommandContext& context);
+KESTREL_COMMAND_FUNCTIONS(KESTREL_DECLARE_COMMAND)
+#undef KESTREL_DECLARE_COMMAND
+
+} // namespace KestrelTool
+
+#endif

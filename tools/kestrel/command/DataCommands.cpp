@@ -1,0 +1,228 @@
+// Commands that show values of the work-item in focus, and memory.
+
+#include "tools/kestrel/command/Commands.h"
+#include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/Views.h"
+
+#include <algorithm>
+
+namespace KestrelTool
+{
+
+using nlohmann::json;
+
+namespace
+{
+
+std::vector<uint32_t> ReadWords(CDebugger& debugger, const SOperand& operand)
+{
+    const SRegisterView view = debugger.GetValues(operand.strRegister);
+    std::vector<uint32_t> vWords;
+    for (const unsigned int nComponent : operand.vComponents)
+    {
+        vWords.push_back(view[debugger.GetFocus()][nComponent]);
+    }
+    return vWords;
+}
+
+EFormat ChooseFormat(CDebugger& debugger, const std::string& strFormat)
+{
+    return strFormat.empty() ? debugger.GetSettings().eFormat : ReadFormat(strFormat);
+}
+
+} // namespace
+
+json PrintExpression(CDebugger& debugger, const std::string& strFormat, const std::string& strExpression)
+{
+    debugger.RequireLive();
+    CExpression expression(strExpression);
+    const EFormat eFormat = ChooseFormat(debugger, strFormat);
+    json answer = {{"view", "print"}, {"expression", strExpression}, {"item", debugger.GetFocus()}};
+    if (expression.IsOperand())
+    {
+        const std::vector<std::string> vValues = FormatWords(ReadWords(debugger, expression.GetOperand()), eFormat);
+        answer["value"] = FormatTuple(vValues);
+        answer["active"] = debugger.GetActive().pActive[debugger.GetFocus()] != 0;
+        return answer;
+    }
+    expression.SetFloat(eFormat == EFormat::Float);
+    expression.Bind(debugger);
+    answer["value"] = expression.Format(debugger.GetFocus(), eFormat == EFormat::Hex);
+    return answer;
+}
+
+json DoPrint(CCommandContext& context)
+{
+    return PrintExpression(context.GetDebugger(), context.GetFormat(), context.GetText("an expression"));
+}
+
+json DoDisplay(CCommandContext& context)
+{
+    const CExpression expression(context.GetText("an expression"));
+    ReadFormat(context.GetFormat());
+    const unsigned int nId = context.GetInterpreter().MakeDisplayId();
+    context.GetInterpreter().GetDisplays().push_back({nId, context.GetFormat(), context.GetArguments()});
+    json answer = {{"view", "display"}, {"display", nId}, {"expression", context.GetArguments()}};
+    try
+    {
+        answer = PrintExpression(context.GetDebugger(), context.GetFormat(), context.GetArguments());
+        answer["display"] = nId;
+    }
+    catch (const CCommandError&)
+    {
+        // It will have a value at some stop.
+    }
+    return answer;
+}
+
+json DoUndisplay(CCommandContext& context)
+{
+    std::vector<SDisplay>& vDisplays = context.GetInterpreter().GetDisplays();
+    if (context.GetArguments().empty())
+    {
+        vDisplays.clear();
+        return nullptr;
+    }
+    const uint64_t nId = ReadNumber(context.GetArguments());
+    const auto it =
+        std::find_if(vDisplays.begin(), vDisplays.end(), [&](const SDisplay& display) { return display.nId == nId; });
+    if (it == vDisplays.end())
+    {
+        throw CCommandError("there is no display " + std::to_string(nId));
+    }
+    vDisplays.erase(it);
+    return nullptr;
+}
+
+json DoInfoDisplay(CCommandContext& context)
+{
+    json list = json::array();
+    for (const SDisplay& display : context.GetInterpreter().GetDisplays())
+    {
+        list.push_back({{"display", display.nId}, {"expression", display.strExpression}});
+    }
+    return {{"view", "displays"}, {"displays", list}};
+}
+
+json DoInfoRegisters(CCommandContext& context)
+{
+    CDebugger& debugger = context.GetDebugger();
+    debugger.RequireLive();
+    const EFormat eFormat = ChooseFormat(debugger, context.GetFormat());
+    std::vector<std::string> vNames = context.GetWords();
+    const bool bAll = vNames.empty();
+    if (bAll)
+    {
+        vNames = debugger.GetActiveRegisters();
+    }
+    std::sort(vNames.begin(), vNames.end(),
+              [](const std::string& strLeft, const std::string& strRight)
+              {
+                  // r2 stands before r10
+                  return std::make_pair(strLeft.size(), strLeft) < std::make_pair(strRight.size(), strRight);
+              });
+    json registers = json::array();
+    for (const std::string& strName : vNames)
+    {
+        const SOperand operand = ReadOperand(strName);
+        if (bAll && operand.strRegister.compare(0, 3, "mem") == 0)
+        {
+            continue; // stands for stores to memory, and has no values of its own
+        }
+        registers.push_back(
+            {{"name", operand.ToString()}, {"value", FormatTuple(FormatWords(ReadWords(debugger, operand), eFormat))}});
+    }
+    return {{"view", "registers"},
+            {"item", debugger.GetFocus()},
+            {"active", debugger.GetActive().pActive[debugger.GetFocus()] != 0},
+            {"registers", registers}};
+}
+
+json DoInfoMemory(CCommandContext& context)
+{
+    CDebugger& debugger = context.GetDebugger();
+    json buffers = json::array();
+    const std::vector<SArgument>& vArguments = debugger.GetLaunch().GetFile().vArguments;
+    for (size_t i = 0; i < debugger.GetArguments().size(); ++i)
+    {
+        const SKernelArgument& argument = debugger.GetArguments()[i];
+        if (!argument.IsGlobal() || i >= vArguments.size())
+        {
+            continue;
+        }
+        const SArgument& given =
+            vArguments[i].eKind == SArgument::Same ? vArguments[vArguments[i].nSame] : vArguments[i];
+        json buffer = {{"argument", i},
+                       {"name", argument.strName},
+                       {"type", argument.strType},
+                       {"resource", argument.nResource},
+                       {"bytes", given.vContents.size()}};
+        try
+        {
+            buffer["address"] = debugger.FindAddress(i);
+        }
+        catch (const CCommandError&)
+        {
+            // No register holds it here.
+        }
+        buffers.push_back(buffer);
+    }
+    return {{"view", "memory"}, {"buffers", buffers}};
+}
+
+json DoInfoKernel(CCommandContext& context)
+{
+    CDebugger& debugger = context.GetDebugger();
+    json arguments = json::array();
+    for (const SKernelArgument& argument : debugger.GetArguments())
+    {
+        json entry = {{"kind", argument.strKind}, {"name", argument.strName}, {"type", argument.strType}};
+        if (argument.strKind != "value")
+        {
+            entry["resource"] = argument.nResource;
+            entry["access"] = argument.strAccess;
+        }
+        arguments.push_back(entry);
+    }
+    json functions = json::array();
+    for (const CCodeMap::SFunction& function : debugger.GetCode().GetFunctions())
+    {
+        functions.push_back({{"label", function.nLabel},
+                             {"name", function.strName},
+                             {"macro", function.bMacro},
+                             {"first", function.nHead},
+                             {"last", function.nEnd}});
+    }
+    return {{"view", "kernel"},
+            {"kernel", debugger.GetLaunch().GetFile().strKernel},
+            {"lines", debugger.GetListing().GetLineCount()},
+            {"entry", debugger.GetCode().GetFirstStop()},
+            {"arguments", arguments},
+            {"functions", functions}};
+}
+
+json DoInfoDispatch(CCommandContext& context)
+{
+    CDebugger& debugger = context.GetDebugger();
+    const SLaunchFile& file = debugger.GetLaunch().GetFile();
+    json answer = {{"view", "dispatch"},
+                   {"device", debugger.GetLaunch().GetDeviceName()},
+                   {"dimensions", file.nDimensions},
+                   {"items", debugger.GetExtent().Count()},
+                   {"live", debugger.IsLive()},
+                   {"runs", debugger.GetRuns()}};
+    for (unsigned int i = 0; i < file.nDimensions; ++i)
+    {
+        answer["global"].push_back(file.nGlobalSize[i]);
+        answer["local"].push_back(file.bHasLocalSize ? json(file.nLocalSize[i]) : json(nullptr));
+        answer["offset"].push_back(file.nGlobalOffset[i]);
+    }
+    if (debugger.IsLive())
+    {
+        answer["line"] = debugger.GetLine();
+        answer["count"] = debugger.GetActive().Count();
+    }
+    return answer;
+}
+
+} // namespace KestrelTool

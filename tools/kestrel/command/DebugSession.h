@@ -1,0 +1,36 @@
+#ifndef KESTREL_TOOLS_COMMAND_DEBUGSESSION_H
+#define KESTREL_TOOLS_COMMAND_DEBUGSESSION_H
+
+#include "tools/kestrel/Libraries.h"
+
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+/// What `kestrel debug` was asked for.
+struct SDebugOptions
+{
+    struct SScript
+    {
+        bool bFile; ///< a file's path, or else a command
+        std::string strText;
+    };
+
+    std::string strLaunch;
+    std::vector<SScript> vScripts; ///< in the order given
+    bool bQuiet = false;
+    bool bBatch = false; ///< end behind the scripts
+    bool bJson = false;
+    bool bEcho = false; ///< print each command
+};
+
+/// A debugging session from its scripts to its end, at a prompt if there is a terminal.
+/// \return an EExitCode
+/// \throws CLaunchFileError, CPlatformError
+int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options);
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,232 @@
+// x: memory as the kernel has it at the stop.
+
+#include "tools/kestrel/ElementType.h"
+#include "tools/kestrel/command/Commands.h"
+#include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/Format.h"
+
+#include <cctype>
+#include <cstring>
+
+namespace KestrelTool
+{
+
+using nlohmann::json;
+
+namespace
+{
+
+const size_t s_nMaxBytes = 1 << 20;
+
+/// "/8xw": how many, how shown, how large.
+struct SShape
+{
+    size_t nCount = 1;
+    char cFormat = 'd';
+    size_t nSize = 4;
+};
+
+SShape ReadShape(const std::string& strText, SShape shape)
+{
+    size_t n = 0;
+    if (n < strText.size() && std::isdigit(static_cast<unsigned char>(strText[n])))
+    {
+        shape.nCount = 0;
+        while (n < strText.size() && std::isdigit(static_cast<unsigned char>(strText[n])))
+        {
+            shape.nCount = std::min(shape.nCount * 10 + (strText[n++] - '0'), s_nMaxBytes);
+        }
+    }
+    for (; n < strText.size(); ++n)
+    {
+        const char c = strText[n];
+        const size_t nSize = std::string("b?h?w???g").find(c);
+        if (std::strchr("dufx", c) != nullptr)
+        {
+            shape.cFormat = c;
+        }
+        else if (std::strchr("bhwg", c) != nullptr && nSize != std::string::npos)
+        {
+            shape.nSize = c == 'b' ? 1 : c == 'h' ? 2 : c == 'w' ? 4 : 8;
+        }
+        else
+        {
+            throw CCommandError("x: behind the slash stand a count, d, u, x or f, and b, h, w or g");
+        }
+    }
+    if (shape.nCount == 0 || shape.nCount * shape.nSize > s_nMaxBytes)
+    {
+        throw CCommandError("x shows 1 byte to 1 MiB at once");
+    }
+    return shape;
+}
+
+std::string FormatValue(const SShape& shape, const unsigned char* pBytes)
+{
+    if (shape.cFormat == 'x')
+    {
+        uint64_t nValue = 0;
+        std::memcpy(&nValue, pBytes, shape.nSize);
+        return FormatHex(nValue);
+    }
+    if (shape.cFormat == 'f' && shape.nSize < 4)
+    {
+        throw CCommandError("x: a float has four bytes (w) or eight (g)");
+    }
+    static const char* const s_Sizes[] = {"", "8", "16", "", "32", "", "", "", "64"};
+    const char* pszKind = shape.cFormat == 'f' ? "f" : shape.cFormat == 'u' ? "u" : "i";
+    const SElementType* pType = FindElementType(pszKind + std::string(s_Sizes[shape.nSize]));
+    return FormatElement(*pType, pBytes);
+}
+
+/// A place in memory.
+struct SPlace
+{
+    bool bPrivate = false;
+    unsigned int nResource = 0;
+    uint64_t nAddress = 0;
+    std::string strName; ///< of an argument
+    uint64_t nBase = 0;  ///< of the argument's buffer
+    size_t nElement = 0; ///< bytes of the argument's elements
+};
+
+/// A number, or a register of the focused work-item: a pair is an address of 64 bits.
+uint64_t ReadAddress(CDebugger& debugger, const std::string& strText)
+{
+    if (!strText.empty() && std::isdigit(static_cast<unsigned char>(strText[0])))
+    {
+        return ReadNumber(strText);
+    }
+    const SOperand operand = ReadOperand(strText);
+    const SRegisterView view = debugger.GetValues(operand.strRegister);
+    const unsigned int* pWords = view[debugger.GetFocus()];
+    const uint64_t nLow = pWords[operand.vComponents[0]];
+    return operand.vComponents.size() == 2 ? uint64_t(pWords[operand.vComponents[1]]) << 32 | nLow : nLow;
+}
+
+size_t FindArgument(CDebugger& debugger, const std::string& strName)
+{
+    const std::vector<SKernelArgument>& vArguments = debugger.GetArguments();
+    for (size_t i = 0; i < vArguments.size(); ++i)
+    {
+        if (vArguments[i].IsGlobal() && (vArguments[i].strName == strName || "arg" + std::to_string(i) == strName))
+        {
+            return i;
+        }
+    }
+    throw CCommandError("\"" + strName +
+                        "\" is no place in memory; there are an argument's name, argN, uavN:ADDRESS "
+                        "and private:ADDRESS");
+}
+
+SPlace ReadMemoryPlace(CDebugger& debugger, const std::string& strText)
+{
+    SPlace place;
+    const size_t nColon = strText.find(':');
+    if (nColon != std::string::npos)
+    {
+        const std::string strSpace = strText.substr(0, nColon);
+        place.nAddress = ReadAddress(debugger, strText.substr(nColon + 1));
+        place.bPrivate = strSpace == "private";
+        if (!place.bPrivate && strSpace.compare(0, 3, "uav") != 0)
+        {
+            throw CCommandError("\"" + strSpace + "\" is no memory; there are uavN and private");
+        }
+        place.nResource = place.bPrivate ? 0 : static_cast<unsigned int>(ReadNumber(strSpace.substr(3)));
+        return place;
+    }
+    const size_t nNameEnd = std::min(strText.find_first_of("[+"), strText.size());
+    const size_t nArgument = FindArgument(debugger, strText.substr(0, nNameEnd));
+    const SArgument& given = debugger.GetLaunch().GetFile().vArguments[nArgument];
+    place.nResource = debugger.GetArguments()[nArgument].nResource;
+    place.strName = debugger.GetArguments()[nArgument].strName;
+    place.nBase = debugger.FindAddress(nArgument);
+    place.nElement = given.pType != nullptr ? given.pType->nSize : 4;
+    uint64_t nOffset = 0;
+    if (nNameEnd < strText.size() && strText[nNameEnd] == '[')
+    {
+        nOffset = ReadNumber(strText.substr(nNameEnd + 1, strText.find(']') - nNameEnd - 1)) * place.nElement;
+    }
+    else if (nNameEnd < strText.size())
+    {
+        nOffset = ReadNumber(strText.substr(nNameEnd + 1));
+    }
+    place.nAddress = place.nBase + nOffset;
+    return place;
+}
+
+SShape GetShapeOf(CDebugger& debugger, const SPlace& place)
+{
+    SShape shape;
+    for (size_t i = 0; i < debugger.GetArguments().size() && !place.strName.empty(); ++i)
+    {
+        const SArgument& given = debugger.GetLaunch().GetFile().vArguments[i];
+        if (debugger.GetArguments()[i].strName == place.strName && given.pType != nullptr)
+        {
+            shape.nSize = given.pType->nSize;
+            shape.cFormat = given.pType->eKind == SElementType::Float      ? 'f'
+                            : given.pType->eKind == SElementType::Unsigned ? 'u'
+                                                                           : 'd';
+        }
+    }
+    return shape;
+}
+
+std::vector<unsigned char> ReadMemory(CDebugger& debugger, const SPlace& place, size_t nBytes)
+{
+    if (!place.bPrivate)
+    {
+        return debugger.GetSession().GetGlobalMemory(place.nResource, place.nAddress, nBytes);
+    }
+    const size_t nItems = debugger.GetExtent().Count();
+    const std::vector<unsigned char> vAll = debugger.GetSession().GetPrivateMemory(nItems, place.nAddress, nBytes);
+    const auto itFirst = vAll.begin() + static_cast<std::ptrdiff_t>(debugger.GetFocus() * nBytes);
+    return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nBytes));
+}
+
+std::string NamePlace(const SPlace& place, uint64_t nAddress)
+{
+    if (!place.strName.empty())
+    {
+        return place.strName + "[" + std::to_string((nAddress - place.nBase) / place.nElement) + "]";
+    }
+    return FormatHex(nAddress);
+}
+
+} // namespace
+
+json DoExamine(CCommandContext& context)
+{
+    CDebugger& debugger = context.GetDebugger();
+    debugger.RequireLive();
+    const SPlace place = ReadMemoryPlace(debugger, context.GetWord("a place in memory"));
+    const SShape shape = ReadShape(context.GetFormat(), GetShapeOf(debugger, place));
+    const std::vector<unsigned char> vBytes = ReadMemory(debugger, place, shape.nCount * shape.nSize);
+    if (vBytes.size() < shape.nSize)
+    {
+        throw CCommandError("no buffer of the kernel's holds " + NamePlace(place, place.nAddress));
+    }
+    const size_t nPerRow = shape.nSize == 1 ? 8 : shape.nSize == 8 ? 2 : 4;
+    json rows = json::array();
+    for (size_t n = 0; n + shape.nSize <= vBytes.size(); n += shape.nSize)
+    {
+        if (n / shape.nSize % nPerRow == 0)
+        {
+            rows.push_back({{"place", NamePlace(place, place.nAddress + n)}, {"values", json::array()}});
+        }
+        rows.back()["values"].push_back(FormatValue(shape, &vBytes[n]));
+    }
+    const uint64_t nNext = place.nAddress + vBytes.size();
+    const std::string strPlace = place.bPrivate ? "private:" + FormatHex(nNext)
+                                                : "uav" + std::to_string(place.nResource) + ":" + FormatHex(nNext);
+    context.GetInterpreter().SetRepeat(
+        "x/" + std::to_string(shape.nCount) + shape.cFormat +
+        (shape.nSize == 1   ? "b"
+         : shape.nSize == 2 ? "h"
+         : shape.nSize == 4 ? "w"
+                            : "g") +
+        " " + (place.strName.empty() ? strPlace : place.strName + "+" + std::to_string(nNext - place.nBase)));
+    return {{"view", "examine"}, {"rows", rows}, {"short", vBytes.size() < shape.nCount * shape.nSize}};
+}
+
+} // namespace KestrelTool

@@ -1,0 +1,183 @@
+#include "tools/kestrel/command/Interpreter.h"
+
+#include "tools/kestrel/command/Commands.h"
+#include "tools/kestrel/debug/CommandError.h"
+
+#include <fstream>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+const unsigned int s_nMaxDepth = 32; ///< of files that read files and breakpoints that go on
+
+std::string Trim(const std::string& strText)
+{
+    const size_t nFirst = strText.find_first_not_of(" \t\r\n");
+    return nFirst == std::string::npos ? std::string()
+                                       : strText.substr(nFirst, strText.find_last_not_of(" \t\r\n") - nFirst + 1);
+}
+
+} // namespace
+
+CInterpreter::EResult CInterpreter::Execute(const std::string& strLine)
+{
+    std::string strCommand = Trim(strLine);
+    if (strCommand.empty())
+    {
+        strCommand = m_strRepeat;
+    }
+    if (strCommand.empty() || strCommand[0] == '#')
+    {
+        return Good;
+    }
+    m_Output.OnCommand(strCommand);
+    EResult eResult = ExecuteCommand(strCommand);
+    // What a breakpoint wants done may go on to the next breakpoint.
+    for (std::vector<std::string> vCommands = m_pDebugger->TakeCommands(); eResult == Good && !vCommands.empty();
+         vCommands = m_pDebugger->TakeCommands())
+    {
+        for (size_t i = 0; i < vCommands.size() && eResult == Good; ++i)
+        {
+            eResult = ExecuteCommand(vCommands[i]);
+        }
+    }
+    return eResult;
+}
+
+CInterpreter::EResult CInterpreter::ExecuteCommand(const std::string& strLine)
+{
+    SCommandLine line;
+    try
+    {
+        line = ParseCommandLine(strLine);
+        m_strRepeat = line.pCommand->bRepeats ? strLine : std::string();
+        return Perform(line);
+    }
+    catch (const CCommandError& error)
+    {
+        m_Output.OnError(line.pCommand != nullptr ? line.pCommand->pszName : strLine, line.strToken, error.what());
+        return Failed;
+    }
+}
+
+CInterpreter::EResult CInterpreter::Perform(const SCommandLine& line)
+{
+    m_bStopped = false;
+    m_bQuit = false;
+    CCommandContext context(*this, line);
+    try
+    {
+        const nlohmann::json answer = line.pCommand->pFunction(context);
+        m_Output.OnAnswer(line.pCommand->pszName, line.strToken, answer);
+    }
+    catch (const CSessionError& error)
+    {
+        throw CCommandError(error.what());
+    }
+    if (m_bStopped)
+    {
+        m_bStopped = false;
+        ShowDisplays();
+    }
+    return m_bQuit ? Quit : Good;
+}
+
+void CInterpreter::ShowDisplays()
+{
+    for (const SDisplay& display : m_vDisplays)
+    {
+        nlohmann::json answer;
+        try
+        {
+            answer = PrintExpression(*m_pDebugger, display.strFormat, display.strExpression);
+        }
+        catch (const CCommandError& error)
+        {
+            answer = {{"view", "print"}, {"expression", display.strExpression}, {"value", error.what()}};
+        }
+        answer["event"] = "display";
+        answer["display"] = display.nId;
+        m_Output.OnEvent(answer);
+    }
+}
+
+CInterpreter::EResult CInterpreter::ExecuteAll(const LineReader& reader, bool bGoOn)
+{
+    const LineReader* pOuter = m_pReader;
+    m_pReader = &reader;
+    EResult eResult = Good;
+    for (std::optional<std::string> line = reader(); line; line = reader())
+    {
+        const EResult eLine = Execute(*line);
+        eResult = eLine == Good ? eResult : eLine;
+        if (eLine == Quit || (eLine == Failed && !bGoOn))
+        {
+            break;
+        }
+    }
+    m_pReader = pOuter;
+    return eResult;
+}
+
+std::vector<std::string> CInterpreter::ReadBlock()
+{
+    std::vector<std::string> vLines;
+    while (m_pReader != nullptr)
+    {
+        const std::optional<std::string> line = (*m_pReader)();
+        if (!line || Trim(*line) == "end")
+        {
+            break;
+        }
+        m_Output.OnCommand(Trim(*line));
+        vLines.push_back(Trim(*line));
+    }
+    return vLines;
+}
+
+CInterpreter::EResult CInterpreter::Source(const std::string& strPath)
+{
+    std::ifstream stream(strPath);
+    if (!stream)
+    {
+        throw CCommandError("can't read " + strPath);
+    }
+    if (m_nDepth >= s_nMaxDepth)
+    {
+        throw CCommandError(strPath + ": too many files that read files");
+    }
+    const LineReader reader = [&stream]() -> std::optional<std::string>
+    {
+        std::string strLine;
+        // An empty line of a file repeats nothing.
+        return std::getline(stream, strLine) ? std::optional<std::string>(strLine.empty() ? "#" : strLine)
+                                             : std::nullopt;
+    };
+    ++m_nDepth;
+    const EResult eResult = ExecuteAll(reader, false);
+    --m_nDepth;
+    if (eResult == Failed)
+    {
+        throw CCommandError("a command of " + strPath + " failed");
+    }
+    return eResult;
+}
+
+void CInterpreter::OnEvent(const nlohmann::json& event)
+{
+    m_bStopped = m_bStopped || event["event"] == "stopped";
+    m_Output.OnEvent(event);
+}
+
+void CInterpreter::OnProgress(const std::string& strText)
+{
+    if (m_Progress)
+    {
+        m_Progress(strText);
+    }
+}
+
+} // namespace KestrelTool

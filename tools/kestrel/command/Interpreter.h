@@ -1,0 +1,78 @@
+#ifndef KESTREL_TOOLS_COMMAND_INTERPRETER_H
+#define KESTREL_TOOLS_COMMAND_INTERPRETER_H
+
+#include "tools/kestrel/command/CommandTable.h"
+#include "tools/kestrel/command/Output.h"
+#include "tools/kestrel/debug/Debugger.h"
+
+#include <functional>
+#include <optional>
+
+namespace KestrelTool
+{
+
+/// Gives the next line of a command's input; nothing at its end.
+typedef std::function<std::optional<std::string>()> LineReader;
+
+/// Something that is printed at every stop.
+struct SDisplay
+{
+    unsigned int nId;
+    std::string strFormat;
+    std::string strExpression;
+};
+
+/// Makes lines of text into commands of a debugger and sends what comes of them to an output.
+class CInterpreter : public IEventSink
+{
+public:
+    explicit CInterpreter(IOutput& output) : m_Output(output) {}
+    void SetDebugger(CDebugger& debugger) { m_pDebugger = &debugger; }
+    void SetProgress(std::function<void(const std::string&)> progress) { m_Progress = std::move(progress); }
+
+    enum EResult
+    {
+        Good,
+        Failed,
+        Quit
+    };
+
+    /// Does one line. An empty one repeats the last command if that is one to be repeated.
+    EResult Execute(const std::string& strLine);
+    /// Does lines until they end, fail or quit; bGoOn goes on behind a failure.
+    EResult ExecuteAll(const LineReader& reader, bool bGoOn);
+
+    // ---- for the commands
+    CDebugger& GetDebugger() { return *m_pDebugger; }
+    std::vector<SDisplay>& GetDisplays() { return m_vDisplays; }
+    unsigned int MakeDisplayId() { return ++m_nLastDisplay; }
+    /// The lines up to one that says "end".
+    std::vector<std::string> ReadBlock();
+    EResult Source(const std::string& strPath);
+    void RequestQuit() { m_bQuit = true; }
+    /// What an empty line after this command does instead of repeating it as it was.
+    void SetRepeat(const std::string& strLine) { m_strRepeat = strLine; }
+
+    void OnEvent(const nlohmann::json& event) override;
+    void OnProgress(const std::string& strText) override;
+
+private:
+    EResult ExecuteCommand(const std::string& strLine);
+    EResult Perform(const SCommandLine& line);
+    void ShowDisplays();
+
+    IOutput& m_Output;
+    CDebugger* m_pDebugger = nullptr;
+    std::function<void(const std::string&)> m_Progress;
+    std::vector<SDisplay> m_vDisplays;
+    unsigned int m_nLastDisplay = 0;
+    const LineReader* m_pReader = nullptr;
+    std::string m_strRepeat;
+    bool m_bStopped = false;
+    bool m_bQuit = false;
+    unsigned int m_nDepth = 0;
+};
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,74 @@
+#ifndef KESTREL_TOOLS_COMMAND_OUTPUT_H
+#define KESTREL_TOOLS_COMMAND_OUTPUT_H
+
+#include <nlohmann/json.hpp>
+
+#include <iosfwd>
+#include <string>
+
+namespace KestrelTool
+{
+
+struct SSettings;
+
+/// Where a session's answers and events go.
+class IOutput
+{
+public:
+    virtual ~IOutput() = default;
+
+    /// \param strToken  what the command carried to be known by; may be empty
+    /// \param answer    null for a command that has nothing to say
+    virtual void OnAnswer(const std::string& strCommand, const std::string& strToken, const nlohmann::json& answer) = 0;
+    virtual void OnError(const std::string& strCommand, const std::string& strToken, const std::string& strError) = 0;
+    virtual void OnEvent(const nlohmann::json& event) = 0;
+    virtual void OnCommand(const std::string& /*strLine*/) {}
+};
+
+/// For people.
+class CTextOutput : public IOutput
+{
+public:
+    /// \param bEcho  print each command in front of what comes of it
+    CTextOutput(std::ostream& output, std::ostream& errors, bool bEcho)
+        : m_Output(output), m_Errors(errors), m_bEcho(bEcho)
+    {
+    }
+    /// The settings that pictures are drawn by.
+    void SetSettings(const SSettings& settings) { m_pSettings = &settings; }
+
+    void OnAnswer(const std::string& strCommand, const std::string& strToken, const nlohmann::json& answer) override;
+    void OnError(const std::string& strCommand, const std::string& strToken, const std::string& strError) override;
+    void OnEvent(const nlohmann::json& event) override;
+    void OnCommand(const std::string& strLine) override;
+
+private:
+    std::ostream& m_Output;
+    std::ostream& m_Errors;
+    bool m_bEcho;
+    const SSettings* m_pSettings = nullptr;
+};
+
+/// For programs: one object a line.
+class CJsonOutput : public IOutput
+{
+public:
+    explicit CJsonOutput(std::ostream& output) : m_Output(output) {}
+
+    void OnAnswer(const std::string& strCommand, const std::string& strToken, const nlohmann::json& answer) override;
+    void OnError(const std::string& strCommand, const std::string& strToken, const std::string& strError) override;
+    void OnEvent(const nlohmann::json& event) override;
+
+private:
+    std::ostream& m_Output;
+};
+
+/// An answer or event as text for people, with its line ends.
+std::string RenderText(const nlohmann::json& answer, bool bUnicode);
+
+/// What the command line itself says when it ends a launch: outputs and where they differ.
+std::string RenderOutputs(const nlohmann::json& finished);
+
+} // namespace KestrelTool
+
+#endif

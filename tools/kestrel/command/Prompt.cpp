@@ -1,0 +1,191 @@
+#include "tools/kestrel/command/Prompt.h"
+
+#include <histedit.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+const int s_nHistoryLines = 1000;
+
+char s_szPrompt[] = "(kestrel) ";
+
+char* GetPromptText(EditLine*)
+{
+    return s_szPrompt;
+}
+
+/// The user's own history, unless the environment names another file; "" keeps none.
+std::string ChooseHistoryFile()
+{
+    const char* pszFile = std::getenv("KESTREL_HISTORY");
+    if (pszFile != nullptr)
+    {
+        return pszFile;
+    }
+    const char* pszHome = std::getenv("HOME");
+    return pszHome != nullptr ? std::string(pszHome) + "/.kestrel_history" : std::string();
+}
+
+std::string FindCommonBeginning(const std::vector<std::string>& vChoices)
+{
+    std::string strCommon = vChoices.front();
+    for (const std::string& strChoice : vChoices)
+    {
+        size_t n = 0;
+        while (n < strCommon.size() && n < strChoice.size() && strCommon[n] == strChoice[n])
+        {
+            ++n;
+        }
+        strCommon.resize(n);
+    }
+    return strCommon;
+}
+
+// A signal handler can reach nothing else.
+std::atomic<CDebugger*> s_pInterrupted{nullptr};
+struct sigaction s_OldAction;
+
+void OnInterrupt(int)
+{
+    CDebugger* pDebugger = s_pInterrupted;
+    if (pDebugger != nullptr)
+    {
+        pDebugger->Interrupt();
+    }
+}
+
+} // namespace
+
+CPrompt::CPrompt(CInterpreter& interpreter) : m_Interpreter(interpreter), m_strHistoryFile(ChooseHistoryFile())
+{
+    m_pEdit = el_init("kestrel", stdin, stdout, stderr);
+    m_pHistory = history_init();
+    el_set(m_pEdit, EL_CLIENTDATA, this);
+    el_set(m_pEdit, EL_PROMPT, &GetPromptText);
+    el_set(m_pEdit, EL_EDITOR, "emacs");
+    el_set(m_pEdit, EL_HIST, history, m_pHistory);
+    el_set(m_pEdit, EL_ADDFN, "kestrel-complete", "Complete the word", &CPrompt::Complete);
+    el_set(m_pEdit, EL_BIND, "^I", "kestrel-complete", nullptr);
+    el_set(m_pEdit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+    LoadHistory();
+}
+
+CPrompt::~CPrompt()
+{
+    if (!m_strHistoryFile.empty())
+    {
+        HistEvent event;
+        history(m_pHistory, &event, H_SAVE, m_strHistoryFile.c_str());
+    }
+    history_end(m_pHistory);
+    el_end(m_pEdit);
+}
+
+void CPrompt::LoadHistory()
+{
+    HistEvent event;
+    history(m_pHistory, &event, H_SETSIZE, s_nHistoryLines);
+    history(m_pHistory, &event, H_SETUNIQUE, 1);
+    if (!m_strHistoryFile.empty())
+    {
+        history(m_pHistory, &event, H_LOAD, m_strHistoryFile.c_str());
+    }
+}
+
+std::optional<std::string> CPrompt::ReadLine()
+{
+    std::cout << std::flush;
+    while (true)
+    {
+        int nLength = 0;
+        const char* pszLine = el_gets(m_pEdit, &nLength);
+        if (pszLine == nullptr && nLength == -1 && errno == EINTR)
+        {
+            std::cout << std::endl;
+            el_reset(m_pEdit);
+            continue;
+        }
+        if (pszLine == nullptr || nLength <= 0)
+        {
+            std::cout << std::endl;
+            return std::nullopt;
+        }
+        std::string strLine(pszLine, static_cast<size_t>(nLength));
+        strLine.erase(strLine.find_last_not_of("\r\n") + 1);
+        if (strLine.find_first_not_of(" \t") != std::string::npos)
+        {
+            HistEvent event;
+            history(m_pHistory, &event, H_ENTER, strLine.c_str());
+        }
+        return strLine;
+    }
+}
+
+unsigned char CPrompt::Complete(editline* pEdit, int)
+{
+    void* pClient = nullptr;
+    el_get(pEdit, EL_CLIENTDATA, &pClient);
+    CPrompt& prompt = *static_cast<CPrompt*>(pClient);
+    const LineInfo* pLine = el_line(pEdit);
+    const SCompletion completion = CompleteLine(prompt.m_Interpreter, std::string(pLine->buffer, pLine->cursor));
+    if (completion.vChoices.empty())
+    {
+        return CC_REFRESH_BEEP;
+    }
+    std::string strAdded = FindCommonBeginning(completion.vChoices).substr(completion.strWord.size());
+    strAdded += completion.vChoices.size() == 1 ? " " : "";
+    if (!strAdded.empty())
+    {
+        return el_insertstr(pEdit, strAdded.c_str()) == 0 ? CC_REFRESH : CC_REFRESH_BEEP;
+    }
+    std::cout << "\n";
+    for (const std::string& strChoice : completion.vChoices)
+    {
+        std::cout << strChoice << "  ";
+    }
+    std::cout << std::endl;
+    return CC_REDISPLAY;
+}
+
+CInterruptScope::CInterruptScope(CDebugger& debugger, CInterpreter& interpreter, bool bInteractive)
+    : m_bInteractive(bInteractive)
+{
+    if (!m_bInteractive)
+    {
+        return;
+    }
+    debugger.SetInterruptible(true);
+    s_pInterrupted = &debugger;
+    struct sigaction action = {};
+    action.sa_handler = &OnInterrupt;
+    sigaction(SIGINT, &action, &s_OldAction);
+    if (isatty(STDERR_FILENO) != 0 && isatty(STDIN_FILENO) != 0)
+    {
+        interpreter.SetProgress(
+            [](const std::string& strText)
+            {
+                // An empty text wipes the line away.
+                std::cerr << "\r\033[K" << strText << std::flush;
+            });
+    }
+}
+
+CInterruptScope::~CInterruptScope()
+{
+    if (m_bInteractive)
+    {
+        sigaction(SIGINT, &s_OldAction, nullptr);
+        s_pInterrupted = nullptr;
+    }
+}
+
+} // namespace KestrelTool

@@ -1,0 +1,20 @@
+#ifndef KESTREL_TOOLS_COMMAND_RENDERPICTURES_H
+#define KESTREL_TOOLS_COMMAND_RENDERPICTURES_H
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+namespace KestrelTool
+{
+
+/// The pictures of a dispatch as text.
+std::string RenderMask(const nlohmann::json& view, bool bUnicode);
+std::string RenderGrid(const nlohmann::json& view, bool bUnicode);
+std::string RenderStatistics(const nlohmann::json& view, bool bUnicode);
+/// A number of a view: as an integer if it is one.
+std::string RenderNumber(const nlohmann::json& number);
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,93 @@
+// Commands that launch the kernel and let it go on.
+
+#include "tools/kestrel/command/Commands.h"
+
+namespace KestrelTool
+{
+
+using nlohmann::json;
+
+json DoRun(CCommandContext& context)
+{
+    context.AllowNone();
+    context.GetDebugger().Run();
+    return nullptr;
+}
+
+json DoStart(CCommandContext& context)
+{
+    context.AllowNone();
+    context.GetDebugger().Start();
+    return nullptr;
+}
+
+json DoContinue(CCommandContext& context)
+{
+    context.GetDebugger().Continue(context.GetCount(1));
+    context.GetInterpreter().SetRepeat("continue");
+    return nullptr;
+}
+
+json DoStep(CCommandContext& context)
+{
+    context.GetDebugger().Step(context.GetCount(1));
+    return nullptr;
+}
+
+json DoNext(CCommandContext& context)
+{
+    context.GetDebugger().Next(context.GetCount(1));
+    return nullptr;
+}
+
+json DoFinish(CCommandContext& context)
+{
+    context.AllowNone();
+    context.GetDebugger().Finish();
+    return nullptr;
+}
+
+json DoUntil(CCommandContext& context)
+{
+    if (!context.GetArguments().empty())
+    {
+        return DoAdvance(context);
+    }
+    context.GetDebugger().Until();
+    return nullptr;
+}
+
+json DoAdvance(CCommandContext& context)
+{
+    context.GetDebugger().RequireLive();
+    context.GetDebugger().Advance(ReadPlace(context.GetDebugger(), context.GetText("a place")));
+    return nullptr;
+}
+
+json DoReverseStep(CCommandContext& context)
+{
+    context.GetDebugger().StepBack(context.GetCount(1));
+    return nullptr;
+}
+
+json DoReverseNext(CCommandContext& context)
+{
+    context.GetDebugger().NextBack(context.GetCount(1));
+    return nullptr;
+}
+
+json DoReverseContinue(CCommandContext& context)
+{
+    context.GetDebugger().ContinueBack(context.GetCount(1));
+    return nullptr;
+}
+
+json DoKill(CCommandContext& context)
+{
+    context.AllowNone();
+    context.GetDebugger().RequireLive();
+    context.GetDebugger().Kill();
+    return {{"view", "text"}, {"text", "the session has ended"}};
+}
+
+} // namespace KestrelTool

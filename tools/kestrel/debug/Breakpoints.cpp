@@ -1,0 +1,98 @@
+#include "tools/kestrel/debug/Breakpoints.h"
+
+#include "tools/kestrel/debug/CommandError.h"
+
+#include <algorithm>
+
+namespace KestrelTool
+{
+
+SBreakpoint& CBreakpoints::Add(unsigned int nLine, bool bTemporary)
+{
+    m_Breakpoints.emplace_back();
+    m_Breakpoints.back().nId = m_nNextId++;
+    m_Breakpoints.back().nLine = nLine;
+    m_Breakpoints.back().bTemporary = bTemporary;
+    return m_Breakpoints.back();
+}
+
+SBreakpoint& CBreakpoints::Find(unsigned int nId)
+{
+    for (SBreakpoint& breakpoint : m_Breakpoints)
+    {
+        if (breakpoint.nId == nId)
+        {
+            return breakpoint;
+        }
+    }
+    throw CCommandError("there is no breakpoint " + std::to_string(nId));
+}
+
+void CBreakpoints::Remove(unsigned int nId)
+{
+    Find(nId);
+    m_Breakpoints.remove_if([&](const SBreakpoint& breakpoint) { return breakpoint.nId == nId; });
+}
+
+std::set<unsigned int> CBreakpoints::GetEnabledLines() const
+{
+    std::set<unsigned int> lines;
+    for (const SBreakpoint& breakpoint : m_Breakpoints)
+    {
+        if (breakpoint.bEnabled)
+        {
+            lines.insert(breakpoint.nLine);
+        }
+    }
+    return lines;
+}
+
+bool CBreakpoints::HasLine(unsigned int nLine) const
+{
+    return std::any_of(m_Breakpoints.begin(), m_Breakpoints.end(),
+                       [&](const SBreakpoint& breakpoint) { return breakpoint.nLine == nLine; });
+}
+
+CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& source)
+{
+    SHits hits;
+    for (SBreakpoint& breakpoint : m_Breakpoints)
+    {
+        if (breakpoint.nLine != nLine || !breakpoint.bEnabled)
+        {
+            continue;
+        }
+        try
+        {
+            if (breakpoint.condition)
+            {
+                breakpoint.condition->Bind(source);
+                if (!breakpoint.condition->IsTrue(source.GetFocus()))
+                {
+                    continue;
+                }
+            }
+        }
+        catch (const CCommandError& error)
+        {
+            hits.vComplaints.push_back("condition of breakpoint " + std::to_string(breakpoint.nId) + ": " +
+                                       error.what());
+        }
+        ++breakpoint.nHits;
+        if (breakpoint.nIgnore != 0)
+        {
+            --breakpoint.nIgnore;
+            continue;
+        }
+        hits.vIds.push_back(breakpoint.nId);
+        hits.vCommands.insert(hits.vCommands.end(), breakpoint.vCommands.begin(), breakpoint.vCommands.end());
+    }
+    m_Breakpoints.remove_if(
+        [&](const SBreakpoint& breakpoint) {
+            return breakpoint.bTemporary &&
+                   std::find(hits.vIds.begin(), hits.vIds.end(), breakpoint.nId) != hits.vIds.end();
+        });
+    return hits;
+}
+
+} // namespace KestrelTool

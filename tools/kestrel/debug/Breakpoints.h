@@ -1,0 +1,59 @@
+#ifndef KESTREL_TOOLS_DEBUG_BREAKPOINTS_H
+#define KESTREL_TOOLS_DEBUG_BREAKPOINTS_H
+
+#include "tools/kestrel/debug/Expression.h"
+
+#include <list>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+/// A breakpoint of the user's. Several may share a line.
+struct SBreakpoint
+{
+    unsigned int nId = 0;
+    unsigned int nLine = 0;
+    bool bTemporary = false;
+    bool bEnabled = true;
+    std::optional<CExpression> condition;
+    size_t nIgnore = 0; ///< hits that are passed over
+    size_t nHits = 0;
+    std::vector<std::string> vCommands; ///< what is done at a stop
+};
+
+/// The user's breakpoints, with numbers that are never used again.
+class CBreakpoints
+{
+public:
+    SBreakpoint& Add(unsigned int nLine, bool bTemporary);
+    /// \throws CCommandError for a number that isn't there
+    SBreakpoint& Find(unsigned int nId);
+    void Remove(unsigned int nId);
+    void Clear() { m_Breakpoints.clear(); }
+    std::list<SBreakpoint>& GetAll() { return m_Breakpoints; }
+    std::set<unsigned int> GetEnabledLines() const;
+    bool HasLine(unsigned int nLine) const;
+
+    /// What has come of arriving at a line.
+    struct SHits
+    {
+        std::vector<unsigned int> vIds;       ///< the breakpoints that stop here
+        std::vector<std::string> vCommands;   ///< what they want done
+        std::vector<std::string> vComplaints; ///< conditions that couldn't be worked out; these stop too
+    };
+
+    /// Counts the hits at a line and takes away temporary breakpoints that stop.
+    SHits Arrive(unsigned int nLine, IValueSource& source);
+
+private:
+    std::list<SBreakpoint> m_Breakpoints;
+    unsigned int m_nNextId = 1;
+};
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,18 @@
+#ifndef KESTREL_TOOLS_DEBUG_COMMANDERROR_H
+#define KESTREL_TOOLS_DEBUG_COMMANDERROR_H
+
+#include <stdexcept>
+
+namespace KestrelTool
+{
+
+/// A command that can't be done; the text is for the user.
+class CCommandError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+} // namespace KestrelTool
+
+#endif

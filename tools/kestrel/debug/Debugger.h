@@ -1,0 +1,180 @@
+#ifndef KESTREL_TOOLS_DEBUG_DEBUGGER_H
+#define KESTREL_TOOLS_DEBUG_DEBUGGER_H
+
+#include "tools/kestrel/debug/Breakpoints.h"
+#include "tools/kestrel/debug/CodeMap.h"
+#include "tools/kestrel/debug/Faults.h"
+#include "tools/kestrel/debug/Format.h"
+#include "tools/kestrel/debug/KernelArguments.h"
+#include "tools/kestrel/debug/KernelRuns.h"
+#include "tools/kestrel/debug/Target.h"
+
+#include <nlohmann/json.hpp>
+
+#include <atomic>
+#include <map>
+#include <optional>
+
+namespace KestrelTool
+{
+
+/// Who is told of what happens to the launch.
+class IEventSink
+{
+public:
+    virtual ~IEventSink() = default;
+    /// An object with "event": "started", "stopped", "finished" or "error".
+    virtual void OnEvent(const nlohmann::json& event) = 0;
+    /// Called now and then while kernels run, and with an empty text when they have.
+    virtual void OnProgress(const std::string& /*strText*/) {}
+};
+
+/// What the user may set.
+struct SSettings
+{
+    EFormat eFormat = EFormat::Auto;
+    size_t nWidth = 0;  ///< columns of a picture; 0 for the terminal's
+    size_t nHeight = 0; ///< rows of a picture; 0 for the terminal's
+    size_t nListSize = 10;
+    size_t nLimit = 20; ///< ranges and values that a list shows
+    bool bUnicode = true;
+    std::vector<std::string> vTracked; ///< registers that are kept up to date; all if empty
+};
+
+/// The model of a debugging session: a launch, breakpoints, a work-item in focus, and ways to go on.
+/// It knows nothing of a prompt or of how things are shown. All calls come from one thread.
+class CDebugger : public IValueSource
+{
+public:
+    CDebugger(const CLibraries& libraries, const SLaunchFile& file, IEventSink& sink);
+    ~CDebugger() override;
+
+    // ---- what is debugged
+    CLaunch& GetLaunch() { return m_Launch; }
+    const CListing& GetListing() const { return *m_pListing; }
+    const CCodeMap& GetCode() const { return *m_pCode; }
+    const std::vector<SKernelArgument>& GetArguments() const { return m_vArguments; }
+    const SExtent& GetExtent() const override { return m_Extent; }
+    SSettings& GetSettings() { return m_Settings; }
+    CBreakpoints& GetBreakpoints() { return m_Breakpoints; }
+
+    // ---- the state
+    bool IsLive() const { return m_Target.IsLive(); }
+    /// \throws CCommandError if the kernel isn't running
+    void RequireLive() const;
+    /// The line that is executed next.
+    unsigned int GetLine() const { return m_nLine; }
+    uint64_t GetRuns() const { return m_Runs.GetCount(); }
+    double GetRunSeconds() const { return m_Runs.GetSeconds(); }
+    /// Whether the last finished run left another output than the launch file expects.
+    bool HasDifference() const { return m_bDifference; }
+    CSession& GetSession() { return m_Target.GetSession(); }
+
+    // ---- values
+    SRegisterView GetValues(const std::string& strRegister) override;
+    SMaskView GetActive() override;
+    size_t GetFocus() const override { return m_nFocus; }
+    /// \throws CCommandError for one outside the dispatch
+    void SetFocus(size_t nItem);
+    std::vector<std::string> GetActiveRegisters();
+    /// A register as it was at the last stop, four words a work-item; nothing if it had no value.
+    /// A register that wasn't looked at there is fetched by going back and forth if one step lies between.
+    std::vector<uint32_t> GetEarlierValues(const std::string& strRegister);
+
+    /// Where an argument's buffer lies, worked out from a register that holds an address in it.
+    /// \throws CCommandError if no register does yet
+    uint64_t FindAddress(size_t nArgument);
+
+    // ---- going on; each sends the events of what comes of it
+    void Run();
+    void Start();
+    void Continue(size_t nTimes);
+    void Step(size_t nTimes);
+    void Next(size_t nTimes);
+    void Finish();
+    /// To a line behind the present one, or to the function's end.
+    void Until();
+    /// To a line, or to the function's end.
+    void Advance(unsigned int nLine);
+    void StepBack(size_t nTimes);
+    void NextBack(size_t nTimes);
+    void ContinueBack(size_t nTimes);
+    /// Ends the session, if there is one, without a word.
+    void Kill();
+
+    /// From a signal handler or another thread: what goes on stops at the next place where it can.
+    void Interrupt() { m_bInterrupted = true; }
+    /// Makes long runs stop at the head of each loop pass on the way, unseen, so that they can be interrupted.
+    void SetInterruptible(bool bInterruptible) { m_bInterruptible = bInterruptible; }
+    /// Commands of the breakpoints that were stopped at last; given once.
+    std::vector<std::string> TakeCommands();
+
+private:
+    enum class EReason
+    {
+        None, ///< the launch is over
+        Moved,
+        Breakpoint,
+        Reached, ///< a line that was gone to
+        FirstStop,
+        Interrupted
+    };
+
+    void ReadProgram();
+    void SetListing(std::vector<std::string> vLines);
+    bool Launch();
+    bool Move(ovkclDebugCommand command, const std::set<unsigned int>& lines);
+    EReason RunTo(ovkclDebugCommand command, const std::set<unsigned int>& lines);
+    EReason TakeHits();
+    EReason StepOnce();
+    EReason NextOnce();
+    EReason BackOnce();
+    EReason BackOverCall();
+    EReason RunOverCall(const CCodeMap::SFunction& callee, const CCodeMap::SFunction* pCaller);
+    template <typename MoveOnce>
+    void Repeat(size_t nTimes, const char* pszReason, MoveOnce moveOnce);
+    void BeginCommand(bool bSingleStep);
+    void SendStop(EReason eReason, const std::string& strReason);
+    void SendFinished();
+    void CheckFaults(bool bPatched);
+    bool WasInterrupted();
+    void ShowProgress();
+    std::string GetCurrentFunction() const;
+
+    const CLibraries& m_Lib;
+    IEventSink& m_Sink;
+    CLaunch m_Launch;
+    CKernelRuns m_Runs;
+    CFaults m_Faults;
+    CTarget m_Target;
+    SExtent m_Extent;
+    SSettings m_Settings;
+    CBreakpoints m_Breakpoints;
+    std::unique_ptr<CListing> m_pListing;
+    std::unique_ptr<CCodeMap> m_pCode;
+    std::vector<SKernelArgument> m_vArguments;
+    unsigned int m_nLabel = 0; ///< of the kernel's function
+
+    unsigned int m_nLine = 0;
+    size_t m_nFocus = 0;
+    std::vector<cl_bool> m_vAllActive;
+    CBreakpoints::SHits m_Hits;
+    std::vector<std::string> m_vCommands;
+    std::optional<SFault> m_Fault; ///< not shown yet
+    std::map<size_t, uint64_t> m_mapAddresses;
+    bool m_bDifference = false;
+
+    std::set<std::string> m_LookedAt;
+    std::map<std::string, std::vector<uint32_t>> m_mapEarlier;
+    bool m_bSingleStep = false; ///< a step back leads to the last stop
+
+    std::atomic<bool> m_bInterrupted{false};
+    bool m_bInterruptible = false;
+    size_t m_nRepeat = 0;
+    size_t m_nRepeats = 0;
+    uint64_t m_nRunsBefore = 0;
+};
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,497 @@
+#include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/Debugger.h"
+
+#include <algorithm>
+
+namespace KestrelTool
+{
+
+using nlohmann::json;
+
+namespace
+{
+
+const size_t s_nShownElements = 16;
+
+json DescribeFault(const SFault& fault)
+{
+    json description = {{"accesses", fault.nBadAccesses}, {"barriers", fault.nUnreachedBarriers}};
+    if (fault.nBadAccesses != 0)
+    {
+        description["workitem"] = fault.nWorkItem;
+        description["address"] = fault.nAddress;
+        description["write"] = fault.bWrite;
+    }
+    if (fault.nBadAccesses != 0 && fault.nLine != CListing::NoLine)
+    {
+        description["line"] = fault.nLine;
+    }
+    return description;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------- single moves
+
+bool CDebugger::Launch()
+{
+    m_mapAddresses.clear();
+    m_mapEarlier.clear();
+    m_LookedAt.clear();
+    m_Fault.reset();
+    m_Faults.Forget();
+    const CTarget::EState eState = m_Target.Launch();
+    if (eState != CTarget::AtStart)
+    {
+        m_Sink.OnEvent({{"event", "error"}, {"error", m_Target.GetReason()}});
+        throw CCommandError("the launch can't be debugged: " + m_Target.GetReason());
+    }
+    const CListing& listing = GetSession().GetListing();
+    if (listing.GetLineCount() != m_pListing->GetLineCount())
+    {
+        std::vector<std::string> vLines;
+        for (unsigned int nLine = 0; nLine < listing.GetLineCount(); ++nLine)
+        {
+            vLines.push_back(listing.GetLine(nLine));
+        }
+        SetListing(std::move(vLines));
+    }
+    GetSession().SetTrackedRegisters(m_Settings.vTracked);
+    m_nLine = m_pCode->GetFirstStop();
+    m_Sink.OnEvent({{"event", "started"},
+                    {"kernel", m_Launch.GetFile().strKernel},
+                    {"device", m_Launch.GetDeviceName()},
+                    {"items", m_Extent.Count()}});
+    return true;
+}
+
+/// One command of the debugger's. \param lines  where a run stops besides the breakpoints
+/// \return false if the launch is over
+bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& lines)
+{
+    const bool bRuns = command == OVKCLDEBUG_COMMAND_CONTINUE || command == OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
+    std::set<unsigned int> stops;
+    if (bRuns)
+    {
+        stops = m_Breakpoints.GetEnabledLines();
+        stops.insert(lines.begin(), lines.end());
+        if (m_bInterruptible && command == OVKCLDEBUG_COMMAND_CONTINUE)
+        {
+            const std::set<unsigned int> heads = m_pCode->FindLoopHeads(stops);
+            stops.insert(heads.begin(), heads.end());
+        }
+        GetSession().SetBreakpoints(stops);
+    }
+    const CTarget::EState eState = m_Target.Resume(command);
+    if (eState != CTarget::AtStop)
+    {
+        CheckFaults(!(command == OVKCLDEBUG_COMMAND_CONTINUE && stops.empty()));
+        SendFinished();
+        return false;
+    }
+    m_nLine = GetSession().GetNextLine();
+    CheckFaults(true);
+    return true;
+}
+
+void CDebugger::CheckFaults(bool bPatched)
+{
+    const std::optional<SFault> fault =
+        m_Faults.Check(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
+    m_Fault = fault ? fault : m_Fault;
+}
+
+CDebugger::EReason CDebugger::TakeHits()
+{
+    CBreakpoints::SHits hits = m_Breakpoints.Arrive(m_nLine, *this);
+    if (hits.vIds.empty())
+    {
+        return EReason::Moved;
+    }
+    m_vCommands = hits.vCommands;
+    m_Hits = std::move(hits);
+    return EReason::Breakpoint;
+}
+
+bool CDebugger::WasInterrupted()
+{
+    return m_bInterrupted.exchange(false);
+}
+
+CDebugger::EReason CDebugger::RunTo(ovkclDebugCommand command, const std::set<unsigned int>& lines)
+{
+    const bool bBack = command == OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
+    while (true)
+    {
+        const unsigned int nFrom = m_nLine;
+        if (!Move(command, lines))
+        {
+            return EReason::None;
+        }
+        if (bBack && nFrom == m_nLine && m_nLine == m_pCode->GetFirstStop())
+        {
+            return EReason::FirstStop;
+        }
+        if (TakeHits() == EReason::Breakpoint)
+        {
+            return EReason::Breakpoint;
+        }
+        if (lines.count(m_nLine) != 0)
+        {
+            return EReason::Reached;
+        }
+        if (bBack && m_nLine == m_pCode->GetFirstStop())
+        {
+            return EReason::FirstStop;
+        }
+        if (WasInterrupted())
+        {
+            return EReason::Interrupted;
+        }
+    }
+}
+
+CDebugger::EReason CDebugger::StepOnce()
+{
+    return Move(OVKCLDEBUG_COMMAND_STEP, {}) ? TakeHits() : EReason::None;
+}
+
+/// From a callee's entry to behind its call.
+CDebugger::EReason CDebugger::RunOverCall(const CCodeMap::SFunction& callee, const CCodeMap::SFunction* pCaller)
+{
+    std::set<unsigned int> calls;
+    for (const unsigned int nCall : callee.vCallLines)
+    {
+        if (pCaller == nullptr || m_pCode->FindFunction(nCall) == pCaller)
+        {
+            calls.insert(nCall);
+        }
+    }
+    const EReason eReason = RunTo(OVKCLDEBUG_COMMAND_CONTINUE, calls);
+    return eReason == EReason::Reached ? StepOnce() : eReason;
+}
+
+CDebugger::EReason CDebugger::NextOnce()
+{
+    const CCodeMap::SFunction* pCaller = m_pCode->FindFunction(m_nLine);
+    EReason eReason = StepOnce();
+    while (eReason == EReason::Moved)
+    {
+        const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
+        if (pFunction == nullptr || pFunction == pCaller || pFunction->nEntry != m_nLine)
+        {
+            break;
+        }
+        eReason = RunOverCall(*pFunction, pCaller);
+    }
+    return eReason;
+}
+
+CDebugger::EReason CDebugger::BackOnce()
+{
+    const unsigned int nFrom = m_nLine;
+    if (!Move(OVKCLDEBUG_COMMAND_EXT_STEP_BACK, {}))
+    {
+        return EReason::None;
+    }
+    return nFrom == m_nLine ? EReason::FirstStop : EReason::Moved;
+}
+
+/// At a call that has returned: back to in front of it.
+CDebugger::EReason CDebugger::BackOverCall()
+{
+    EReason eReason = BackOnce();
+    const CCodeMap::SFunction* pCallee = m_pCode->FindFunction(m_nLine);
+    if (eReason == EReason::Moved && pCallee != nullptr)
+    {
+        eReason =
+            m_nLine == pCallee->nEntry ? EReason::Reached : RunTo(OVKCLDEBUG_COMMAND_EXT_RUN_BACK, {pCallee->nEntry});
+        eReason = eReason == EReason::Reached ? BackOnce() : eReason;
+    }
+    return eReason;
+}
+
+// ---------------------------------------------------------------------------------------- commands
+
+void CDebugger::BeginCommand(bool bSingleStep)
+{
+    RequireLive();
+    WasInterrupted();
+    m_mapEarlier.clear();
+    if (m_Target.GetState() == CTarget::AtStop)
+    {
+        for (const std::string& strRegister : m_LookedAt)
+        {
+            const SRegisterView view = GetSession().GetRegister(strRegister);
+            std::vector<uint32_t>& vWords = m_mapEarlier[strRegister];
+            if (view.pWords != nullptr)
+            {
+                vWords.assign(view.pWords, view.pWords + 4 * view.nItems);
+            }
+        }
+    }
+    m_bSingleStep = bSingleStep && m_Target.GetState() == CTarget::AtStop;
+    m_Hits = CBreakpoints::SHits();
+    m_vCommands.clear();
+    m_nRunsBefore = GetRuns();
+}
+
+/// Moves so many times, or until something stops it, and tells of the last stop.
+template <typename MoveOnce>
+void CDebugger::Repeat(size_t nTimes, const char* pszReason, MoveOnce moveOnce)
+{
+    m_nRepeats = nTimes;
+    EReason eReason = EReason::Moved;
+    for (m_nRepeat = 0; m_nRepeat < nTimes && eReason == EReason::Moved; ++m_nRepeat)
+    {
+        eReason = moveOnce();
+        if (eReason == EReason::Moved && m_nRepeat + 1 < nTimes && WasInterrupted())
+        {
+            eReason = EReason::Interrupted;
+        }
+    }
+    if (eReason != EReason::None)
+    {
+        SendStop(eReason, pszReason);
+    }
+}
+
+void CDebugger::Run()
+{
+    Kill();
+    Launch();
+    BeginCommand(false);
+    if (TakeHits() == EReason::Breakpoint)
+    {
+        SendStop(EReason::Breakpoint, "breakpoint");
+        return;
+    }
+    Repeat(1, "breakpoint", [this] { return RunTo(OVKCLDEBUG_COMMAND_CONTINUE, {}); });
+}
+
+void CDebugger::Start()
+{
+    Kill();
+    Launch();
+    BeginCommand(false);
+    TakeHits();
+    SendStop(m_Hits.vIds.empty() ? EReason::Moved : EReason::Breakpoint, "entry");
+}
+
+void CDebugger::Continue(size_t nTimes)
+{
+    BeginCommand(false);
+    size_t nLeft = nTimes;
+    Repeat(1, "breakpoint",
+           [&]
+           {
+               EReason eReason = EReason::Breakpoint;
+               while (nLeft-- != 0 && eReason == EReason::Breakpoint)
+               {
+                   m_vCommands.clear();
+                   eReason = RunTo(OVKCLDEBUG_COMMAND_CONTINUE, {});
+               }
+               return eReason;
+           });
+}
+
+void CDebugger::Step(size_t nTimes)
+{
+    BeginCommand(nTimes == 1);
+    Repeat(nTimes, "step", [this] { return StepOnce(); });
+}
+
+void CDebugger::Next(size_t nTimes)
+{
+    BeginCommand(false);
+    Repeat(nTimes, "next", [this] { return NextOnce(); });
+}
+
+void CDebugger::Finish()
+{
+    BeginCommand(false);
+    const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
+    if (pFunction == nullptr || pFunction->vCallLines.empty() || pFunction->nLabel == m_nLabel)
+    {
+        throw CCommandError("finish has no meaning here: nothing has called this function but the launch");
+    }
+    Repeat(1, "finish", [&] { return RunOverCall(*pFunction, nullptr); });
+}
+
+void CDebugger::Until()
+{
+    BeginCommand(false);
+    const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
+    std::set<unsigned int> lines;
+    for (unsigned int nLine = m_nLine + 1; pFunction != nullptr && nLine <= pFunction->nEnd; ++nLine)
+    {
+        if (m_pListing->IsInstruction(nLine))
+        {
+            lines.insert(nLine);
+        }
+    }
+    if (pFunction != nullptr)
+    {
+        lines.insert(pFunction->vCallLines.begin(), pFunction->vCallLines.end());
+    }
+    Repeat(1, "until", [&] { return RunTo(OVKCLDEBUG_COMMAND_CONTINUE, lines); });
+}
+
+void CDebugger::Advance(unsigned int nLine)
+{
+    BeginCommand(false);
+    std::set<unsigned int> lines = {nLine};
+    const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
+    if (pFunction != nullptr && pFunction->nLabel != m_nLabel)
+    {
+        lines.insert(pFunction->vCallLines.begin(), pFunction->vCallLines.end());
+    }
+    Repeat(1, "advance", [&] { return RunTo(OVKCLDEBUG_COMMAND_CONTINUE, lines); });
+}
+
+void CDebugger::StepBack(size_t nTimes)
+{
+    BeginCommand(false);
+    Repeat(nTimes, "step",
+           [this]
+           {
+               const EReason eReason = BackOnce();
+               return eReason == EReason::Moved ? TakeHits() : eReason;
+           });
+}
+
+void CDebugger::NextBack(size_t nTimes)
+{
+    BeginCommand(false);
+    Repeat(nTimes, "next",
+           [this]
+           {
+               const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
+               EReason eReason = BackOnce();
+               const auto isReturned = [&]
+               {
+                   const std::string strMnemonic = m_pListing->GetMnemonic(m_nLine);
+                   return m_pCode->FindFunction(m_nLine) == pFunction &&
+                          (strMnemonic == "call" || strMnemonic.compare(0, 6, "mcall(") == 0);
+               };
+               while (eReason == EReason::Moved && isReturned())
+               {
+                   eReason = BackOverCall();
+               }
+               return eReason == EReason::Moved ? TakeHits() : eReason;
+           });
+}
+
+void CDebugger::ContinueBack(size_t nTimes)
+{
+    BeginCommand(false);
+    size_t nLeft = nTimes;
+    Repeat(1, "breakpoint",
+           [&]
+           {
+               EReason eReason = EReason::Breakpoint;
+               while (nLeft-- != 0 && eReason == EReason::Breakpoint)
+               {
+                   m_vCommands.clear();
+                   eReason = RunTo(OVKCLDEBUG_COMMAND_EXT_RUN_BACK, {});
+               }
+               return eReason;
+           });
+}
+
+void CDebugger::Kill()
+{
+    m_Target.Drop();
+}
+
+// ---------------------------------------------------------------------------------------- events
+
+void CDebugger::SendStop(EReason eReason, const std::string& strReason)
+{
+    m_Sink.OnProgress(std::string());
+    std::string strWhy = strReason;
+    if (eReason == EReason::FirstStop)
+    {
+        strWhy = "history";
+    }
+    else if (eReason == EReason::Interrupted)
+    {
+        strWhy = "interrupt";
+    }
+    else if (eReason == EReason::Breakpoint)
+    {
+        strWhy = "breakpoint";
+    }
+    json event = {{"event", "stopped"},
+                  {"reason", strWhy},
+                  {"line", m_nLine},
+                  {"text", m_pListing->GetLine(m_nLine)},
+                  {"function", GetCurrentFunction()},
+                  {"count", GetActive().Count()},
+                  {"items", m_Extent.Count()},
+                  {"breakpoints", m_Hits.vIds},
+                  {"runs", GetRuns() - m_nRunsBefore}};
+    if (!m_Hits.vComplaints.empty())
+    {
+        event["complaints"] = m_Hits.vComplaints;
+    }
+    if (m_Fault)
+    {
+        event["fault"] = DescribeFault(*m_Fault);
+        m_Fault.reset();
+    }
+    m_Sink.OnEvent(event);
+}
+
+void CDebugger::SendFinished()
+{
+    m_Sink.OnProgress(std::string());
+    m_Launch.SaveOutputs();
+    json event = {{"event", "finished"}, {"outputs", json::array()}, {"differences", json::array()}};
+    if (!m_Target.GetReason().empty())
+    {
+        event["reason"] = m_Target.GetReason();
+    }
+    if (m_Fault)
+    {
+        event["fault"] = DescribeFault(*m_Fault);
+        m_Fault.reset();
+    }
+    for (size_t i = 0; i < m_Launch.GetFile().vArguments.size(); ++i)
+    {
+        const SArgument& argument = m_Launch.GetFile().vArguments[i];
+        if (!argument.vExpected)
+        {
+            continue;
+        }
+        const std::vector<unsigned char> vBytes = m_Launch.ReadContents(i);
+        const size_t nElements = vBytes.size() / argument.pType->nSize;
+        json values = json::array();
+        for (size_t n = 0; n < std::min(nElements, s_nShownElements); ++n)
+        {
+            values.push_back(FormatElement(*argument.pType, &vBytes[n * argument.pType->nSize]));
+        }
+        event["outputs"].push_back({{"argument", i}, {"values", values}, {"elements", nElements}});
+    }
+    for (const SDifference& difference : m_Launch.Compare())
+    {
+        event["differences"].push_back({{"argument", difference.nArgument},
+                                        {"element", difference.nElement},
+                                        {"got", difference.strGot},
+                                        {"expected", difference.strExpected}});
+    }
+    m_bDifference = !event["differences"].empty();
+    m_Sink.OnEvent(event);
+}
+
+void CDebugger::ShowProgress()
+{
+    std::string strText = "kernel run " + std::to_string(GetRuns() - m_nRunsBefore);
+    if (m_nRepeats > 1)
+    {
+        strText += ", stop " + std::to_string(m_nRepeat + 1) + " of " + std::to_string(m_nRepeats);
+    }
+    m_Sink.OnProgress(strText);
+}
+
+} // namespace KestrelTool

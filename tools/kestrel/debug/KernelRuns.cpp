@@ -1,0 +1,132 @@
+#include "tools/kestrel/debug/KernelRuns.h"
+
+#include <chrono>
+#include <mutex>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+typedef std::chrono::steady_clock Clock;
+
+// The runtime's calls carry nothing of the tool's, so what they report to stands here.
+struct SShared
+{
+    std::mutex mutex;
+    const cl_icd_dispatch_table* pTable = nullptr;
+    uint64_t nRuns = 0;
+    double fSeconds = 0;
+    bool bRunning = false;
+    Clock::time_point start;
+    std::vector<char> vImage;
+};
+
+SShared& Shared()
+{
+    static SShared s_Shared;
+    return s_Shared;
+}
+
+void NoteStart()
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    ++Shared().nRuns;
+    Shared().bRunning = true;
+    Shared().start = Clock::now();
+}
+
+void NoteEnd()
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    if (Shared().bRunning)
+    {
+        Shared().fSeconds += std::chrono::duration<double>(Clock::now() - Shared().start).count();
+        Shared().bRunning = false;
+    }
+}
+
+cl_int CL_API_CALL EnqueueKernel(cl_command_queue queue, cl_kernel kernel, cl_uint nDimensions, const size_t* pOffset,
+                                 const size_t* pGlobal, const size_t* pLocal, cl_uint nWaits, const cl_event* pWaits,
+                                 cl_event* pEvent)
+{
+    NoteStart();
+    return Shared().pTable->clEnqueueNDRangeKernel(queue, kernel, nDimensions, pOffset, pGlobal, pLocal, nWaits, pWaits,
+                                                   pEvent);
+}
+
+cl_int CL_API_CALL WaitForEvents(cl_uint nEvents, const cl_event* pEvents)
+{
+    const cl_int nCode = Shared().pTable->clWaitForEvents(nEvents, pEvents);
+    NoteEnd();
+    return nCode;
+}
+
+cl_int CL_API_CALL Finish(cl_command_queue queue)
+{
+    const cl_int nCode = Shared().pTable->clFinish(queue);
+    NoteEnd();
+    return nCode;
+}
+
+cl_program CL_API_CALL CreateProgram(cl_context context, cl_uint nDevices, const cl_device_id* pDevices,
+                                     const size_t* pLengths, const unsigned char** ppBinaries, cl_int* pStatus,
+                                     cl_int* pCode)
+{
+    if (nDevices == 1 && pLengths != nullptr && ppBinaries != nullptr && ppBinaries[0] != nullptr)
+    {
+        const std::lock_guard<std::mutex> lock(Shared().mutex);
+        Shared().vImage.assign(ppBinaries[0], ppBinaries[0] + pLengths[0]);
+    }
+    return Shared().pTable->clCreateProgramWithBinary(context, nDevices, pDevices, pLengths, ppBinaries, pStatus,
+                                                      pCode);
+}
+
+/// What the runtime lacks stays missing.
+template <typename Function>
+void Replace(Function& entry, Function replacement)
+{
+    entry = entry != nullptr ? replacement : entry;
+}
+
+} // namespace
+
+CKernelRuns::CKernelRuns(const CLibraries& libraries) : m_Lib(libraries)
+{
+    Shared().pTable = &libraries.cl;
+    Shared().nRuns = 0;
+    Shared().fSeconds = 0;
+    Shared().vImage.clear();
+    cl_icd_dispatch_table table = libraries.cl;
+    Replace(table.clEnqueueNDRangeKernel, &EnqueueKernel);
+    Replace(table.clWaitForEvents, &WaitForEvents);
+    Replace(table.clFinish, &Finish);
+    Replace(table.clCreateProgramWithBinary, &CreateProgram);
+    libraries.ovkclDebugSetDispatchTable(&table);
+}
+
+CKernelRuns::~CKernelRuns()
+{
+    m_Lib.ovkclDebugSetDispatchTable(&m_Lib.cl);
+}
+
+uint64_t CKernelRuns::GetCount() const
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    return Shared().nRuns;
+}
+
+double CKernelRuns::GetSeconds() const
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    return Shared().fSeconds;
+}
+
+std::vector<char> CKernelRuns::GetLastImage() const
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    return Shared().vImage;
+}
+
+} // namespace KestrelTool
