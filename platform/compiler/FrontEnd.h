@@ -57,8 +57,8 @@ const IFrontEnd* FindFrontEnd(std::string_view source);
 /// IL modules: metadata blocks, then an IL text.
 const IFrontEnd* GetILModuleFrontEnd();
 
-/// OpenCL C, as far as empty kernels: `__kernel void NAME( void ) { }`.
-const IFrontEnd* GetEmptyKernelFrontEnd();
+/// OpenCL C, as far as kernels of straight-line code: see CKernelCParser.
+const IFrontEnd* GetKernelCFrontEnd();
 
 /// Appends an IL text to the module's, one item a line. Comments that no token stream has a place for are left out.
 ///
