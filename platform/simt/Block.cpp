@@ -25,6 +25,7 @@ CBlock::CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal)
     m_pRows = static_cast<SLaneRow*>(m_pMemory.get());
     std::memset(m_pRows, 0, nBytes);
     m_vReturns.assign(m_Code.vBodyEntries.size(), 0);
+    m_vBranches.assign(m_Code.nRows, SBranch());
     m_vLocalShift.assign(s_nLanes, 0);
     for (uint32_t n = 0; n < s_nLanes && context.nGroupsPerBlock > 1; ++n)
         m_vLocalShift[n] = std::min(n / context.nGroupSize, context.nGroupsPerBlock - 1) * context.nLocalBytes;
@@ -154,41 +155,27 @@ void CBlock::Start(uint64_t nFirstGroup, CTraceRecorder* pTrace)
         m_nLive = std::min(m_Context.nGroupSize - m_nPart * s_nLanes, s_nLanes);
     m_nLiveEnd = (m_nLive + s_nGranule - 1) & ~(s_nGranule - 1);
     uint32_t* const pMask = Row(s_nMaskRow);
-    std::fill_n(pMask, m_nLive, 0xFFFFFFFFu);
-    std::fill(pMask + m_nLive, pMask + s_nLanes, 0u);
+    m_Lanes.pfFill(pMask, 0xFFFFFFFFu, 0, m_nLive);
+    m_Lanes.pfFill(pMask, 0, m_nLive, s_nLanes);
     for (const uint32_t nRow : m_Code.vClearRows)
-        std::memset(Row(nRow), 0, sizeof(SLaneRow));
+        ClearRow(nRow);
     FillGroupIds();
     m_nExecuted = 0;
     m_nStep = m_Code.vBodyEntries[0];
-    SetMask(m_nLive);
+    SetMask({m_nLive, 0, m_nLiveEnd});
     if (m_pTrace)
         m_pTrace->Start(*this);
 }
 
-void CBlock::SetMask(uint32_t nActive)
+/// A mask that is full from one granule to another takes the way without a mask: so does the half of a group that a
+/// reduction goes on with.
+void CBlock::SetMask(const SLaneSpan& span)
 {
-    m_nActive = nActive;
-    m_nBegin = 0;
-    m_nEnd = m_nLiveEnd;
-    m_pMask = nullptr;
-    if (nActive == m_nLive)
-        return;
-    const uint32_t* const pMask = Row(s_nMaskRow);
-    m_pMask = pMask;
-    if (nActive == 0)
-        return;
-    const auto isEmpty = [pMask](uint32_t nLane)
-    {
-        uint32_t nAny = 0;
-        for (uint32_t n = 0; n < s_nGranule; ++n)
-            nAny |= pMask[nLane + n];
-        return nAny == 0;
-    };
-    while (isEmpty(m_nBegin))
-        m_nBegin += s_nGranule;
-    while (isEmpty(m_nEnd - s_nGranule))
-        m_nEnd -= s_nGranule;
+    m_nActive = span.nActive;
+    m_nBegin = span.nBegin;
+    m_nEnd = span.nEnd;
+    m_nLast = std::min(m_nEnd, m_nLive);
+    m_pMask = m_nActive == m_nLast - m_nBegin ? nullptr : Row(s_nMaskRow);
 }
 
 void CBlock::GoOn(const SMicroOp& step)
@@ -210,11 +197,38 @@ bool CBlock::Limit()
     return m_Context.bStop.load(std::memory_order_relaxed);
 }
 
+void CBlock::OpenBranch(const SMicroOp& step, uint32_t bInvert)
+{
+    SBranch& branch = m_vBranches[step.rows.d[0]];
+    branch.span = Span();
+    SetMask(m_Lanes.pfSplit(branch.span, Row(s_nMaskRow), Row(step.rows.d[0]), Row(step.rows.s[0]), bInvert));
+    branch.nRest = branch.span.nActive - m_nActive;
+}
+
+void CBlock::OtherBranch(const SMicroOp& step)
+{
+    SBranch& branch = m_vBranches[step.rows.d[0]];
+    branch.nRest = m_nActive;
+    SetMask(m_Lanes.pfSwap(branch.span, Row(s_nMaskRow), Row(step.rows.d[0])));
+}
+
+/// If nobody has left meanwhile, the mask is what it was before.
+void CBlock::CloseBranch(const SMicroOp& step)
+{
+    const SBranch& branch = m_vBranches[step.rows.d[0]];
+    if (branch.nRest == 0)
+        return;
+    uint32_t* const pMask = Row(s_nMaskRow);
+    m_Lanes.pfMerge(branch.span, pMask, Row(step.rows.d[0]));
+    const bool bAll = m_nActive + branch.nRest == branch.span.nActive;
+    SetMask(bAll ? branch.span : m_Lanes.pfSpan(pMask, branch.span.nBegin, branch.span.nEnd));
+}
+
 void CBlock::Loop(const SMicroOp& step)
 {
-    std::memset(Row(step.rows.d[0]), 0, sizeof(SLaneRow));
+    ClearRow(step.rows.d[0]);
     if (step.nFlags)
-        std::memset(Row(step.rows.d[1]), 0, sizeof(SLaneRow));
+        ClearRow(step.rows.d[1]);
     if (m_pTrace)
         m_pTrace->Flow(*this, step.nInstruction);
     GoOn(step);
@@ -225,8 +239,8 @@ void CBlock::EndLoop(const SMicroOp& step)
     uint32_t* const pMask = Row(s_nMaskRow);
     if (step.nFlags)
     {
-        SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[1])));
-        std::memset(Row(step.rows.d[1]), 0, sizeof(SLaneRow));
+        SetMask(m_Lanes.pfJoin(Span(), pMask, Row(step.rows.d[1])));
+        ClearRow(step.rows.d[1]);
     }
     if (m_nActive != 0)
     {
@@ -240,7 +254,7 @@ void CBlock::EndLoop(const SMicroOp& step)
         m_nStep = step.nAux + 1;
         return;
     }
-    SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[0])));
+    SetMask(m_Lanes.pfJoin(Span(), pMask, Row(step.rows.d[0])));
     if (m_pTrace)
     {
         m_pTrace->CloseLoop();
@@ -256,9 +270,9 @@ void CBlock::Switch(const SMicroOp& step)
         m_pTrace->Flow(*this, step.nInstruction);
     std::memcpy(Row(step.rows.s[1]), Row(step.rows.s[0]), sizeof(SLaneRow));
     std::memcpy(Row(step.rows.d[1]), Row(s_nMaskRow), sizeof(SLaneRow));
-    std::memset(Row(step.rows.d[0]), 0, sizeof(SLaneRow));
-    std::memset(Row(s_nMaskRow), 0, sizeof(SLaneRow));
-    SetMask(0);
+    ClearRow(step.rows.d[0]);
+    ClearRow(s_nMaskRow);
+    SetMask(SLaneSpan());
     m_nStep = step.nTarget;
 }
 
@@ -269,7 +283,6 @@ void CBlock::Default(const SMicroOp& step)
     uint32_t* const pPending = Row(step.rows.d[1]);
     const uint32_t* const pSelector = Row(step.rows.s[1]);
     const uint32_t* const pLater = m_Code.vCaseValues.data() + step.nAux;
-    uint32_t nActive = 0;
     for (uint32_t n = 0; n < s_nLanes; ++n)
     {
         uint32_t nTaken = pPending[n];
@@ -277,9 +290,8 @@ void CBlock::Default(const SMicroOp& step)
             nTaken = pSelector[n] == pLater[i] ? 0 : nTaken;
         pPending[n] &= ~nTaken;
         pMask[n] |= nTaken;
-        nActive += pMask[n] & 1;
     }
-    SetMask(nActive);
+    SetMask(m_Lanes.pfSpan(pMask, 0, s_nLanes));
 }
 
 void CBlock::EndBody(const SMicroOp& step)
@@ -287,7 +299,7 @@ void CBlock::EndBody(const SMicroOp& step)
     if (m_pTrace && step.nInstruction != SItem::NoInstruction && m_nActive != 0)
         m_pTrace->Flow(*this, step.nInstruction);
     if (step.rows.d[0])
-        SetMask(m_Lanes.pfJoin(Row(s_nMaskRow), Row(step.rows.d[0])));
+        SetMask(m_Lanes.pfJoin(Span(), Row(s_nMaskRow), Row(step.rows.d[0])));
     if (m_pTrace && step.nAux != 0)
         m_pTrace->CloseCall();
     m_nStep = m_vReturns[step.nAux];
@@ -296,8 +308,7 @@ void CBlock::EndBody(const SMicroOp& step)
 void CBlock::Call(const SMicroOp& step)
 {
     if (step.nFlags & s_nFlagConditional)
-        SetMask(
-            m_Lanes.pfSplit(Row(s_nMaskRow), Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags & s_nFlagInvert));
+        OpenBranch(step, step.nFlags & s_nFlagInvert);
     m_nExecuted += step.nFollow;
     if (m_nActive == 0)
     {
@@ -333,26 +344,39 @@ CBlock::EState CBlock::Barrier(const SMicroOp& step)
 
 void CBlock::Outside(const SMicroOp& step)
 {
-    for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (IsActive(n))
             CountBad(step, n, step.nAux, step.nFlags != 0);
     }
 }
 
+/// Runs the fast lane operations that begin at a step. \return the step behind them
+uint32_t CBlock::RunLanes(uint32_t nStep) const
+{
+    const PFLaneOp* const pFast = m_Lanes.pFast;
+    const SMicroOp* const pSteps = m_Code.vSteps.data();
+    const SMicroOp* pStep = pSteps + nStep;
+    SLaneRow* const pRows = m_pRows;
+    const uint32_t* const pMask = m_pMask;
+    const uint32_t nBegin = m_nBegin;
+    const uint32_t nEnd = m_nEnd;
+    for (; pStep->eKind == MICRO_LANE_FAST; ++pStep)
+        pFast[pStep->nOp](pRows, pStep->rows, pMask, nBegin, nEnd);
+    return static_cast<uint32_t>(pStep - pSteps);
+}
+
 CBlock::EState CBlock::Run()
 {
     uint32_t* const pMask = Row(s_nMaskRow);
     const SMicroOp* const pSteps = m_Code.vSteps.data();
-    const PFLaneOp* const pFast = m_Lanes.pFast;
     for (;;)
     {
         const SMicroOp& step = pSteps[m_nStep];
         switch (step.eKind)
         {
         case MICRO_LANE_FAST:
-            pFast[step.nOp](m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
-            ++m_nStep;
+            m_nStep = RunLanes(m_nStep);
             break;
         case MICRO_LANE_SLOW:
             GetSlowLaneOp(step.nOp)(m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
@@ -360,7 +384,7 @@ CBlock::EState CBlock::Run()
             break;
         case MICRO_ENTER:
             if (step.rows.d[0])
-                std::memset(Row(step.rows.d[0]), 0, sizeof(SLaneRow));
+                ClearRow(step.rows.d[0]);
             if (m_pTrace && step.nInstruction != SItem::NoInstruction)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
@@ -368,7 +392,7 @@ CBlock::EState CBlock::Run()
                 return Stopped;
             break;
         case MICRO_IF:
-            SetMask(m_Lanes.pfSplit(pMask, Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags));
+            OpenBranch(step, step.nFlags);
             if (m_pTrace)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
@@ -376,14 +400,14 @@ CBlock::EState CBlock::Run()
         case MICRO_ELSE:
         {
             const uint32_t nBefore = m_nActive;
-            SetMask(m_Lanes.pfSwap(pMask, Row(step.rows.d[0])));
+            OtherBranch(step);
             if (m_pTrace && (nBefore | m_nActive))
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
             break;
         }
         case MICRO_END_IF:
-            SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[0])));
+            CloseBranch(step);
             if (m_pTrace && m_nActive)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
@@ -396,15 +420,15 @@ CBlock::EState CBlock::Run()
         case MICRO_LEAVE:
             if (m_pTrace && step.nFlags)
                 m_pTrace->Flow(*this, step.nInstruction);
-            m_Lanes.pfJoin(Row(step.rows.d[0]), pMask);
-            std::memset(pMask, 0, sizeof(SLaneRow));
-            SetMask(0);
+            m_Lanes.pfJoin(SLaneSpan(), Row(step.rows.d[0]), pMask);
+            ClearRow(s_nMaskRow);
+            SetMask(SLaneSpan());
             if (m_pTrace && !step.nFlags)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
             break;
         case MICRO_LEAVE_IF:
-            SetMask(m_Lanes.pfLeave(pMask, Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags));
+            SetMask(m_Lanes.pfLeave(Span(), pMask, Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags));
             if (m_pTrace)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
@@ -428,8 +452,8 @@ CBlock::EState CBlock::Run()
             GoOn(step);
             break;
         case MICRO_END_SWITCH:
-            m_Lanes.pfJoin(pMask, Row(step.rows.d[0]));
-            SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[1])));
+            SetMask(m_Lanes.pfJoin(Span(), pMask, Row(step.rows.d[0])));
+            SetMask(m_Lanes.pfJoin(Span(), pMask, Row(step.rows.d[1])));
             if (m_pTrace && m_nActive)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
@@ -438,7 +462,7 @@ CBlock::EState CBlock::Run()
             Call(step);
             break;
         case MICRO_AFTER_CALL:
-            SetMask(m_Lanes.pfJoin(pMask, Row(step.rows.d[0])));
+            CloseBranch(step);
             GoOn(step);
             break;
         case MICRO_END_BODY:

@@ -84,6 +84,16 @@ private:
         void operator()(void* p) const;
     };
 
+    /// Addresses of the active lanes. The first byte of all is at nLow; with a sequence each lane's follow the one's
+    /// before it.
+    struct SOffsets
+    {
+        const uint32_t* pAddresses = nullptr;
+        uint32_t nLow = 0;
+        uint32_t nHigh = 0;
+        bool bSequence = false;
+    };
+
     uint32_t* Row(uint32_t nRow) { return m_pRows[nRow].w; }
     void FillConstants();
     void FillLocalIds();
@@ -92,10 +102,23 @@ private:
     void LocalIdOfLane(uint32_t nLane, uint32_t* pId) const;
     uint32_t LocalIndexOfLane(uint32_t nLane) const;
 
-    void SetMask(uint32_t nActive);
+    /// What an open if, or a call with a condition, will go back to.
+    struct SBranch
+    {
+        SLaneSpan span;     ///< before it
+        uint32_t nRest = 0; ///< lanes in its row
+    };
+
+    void ClearRow(uint32_t nRow) { m_Lanes.pfFill(Row(nRow), 0, 0, s_nLanes); }
+    SLaneSpan Span() const { return {m_nActive, m_nBegin, m_nEnd}; }
+    void SetMask(const SLaneSpan& span);
     /// Goes on behind the step, or at its target if no work-item is left.
     void GoOn(const SMicroOp& step);
     bool Limit();
+    uint32_t RunLanes(uint32_t nStep) const;
+    void OpenBranch(const SMicroOp& step, uint32_t bInvert);
+    void OtherBranch(const SMicroOp& step);
+    void CloseBranch(const SMicroOp& step);
     void Loop(const SMicroOp& step);
     void EndLoop(const SMicroOp& step);
     void Switch(const SMicroOp& step);
@@ -109,24 +132,34 @@ private:
     void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite);
     void Access(const SMicroOp& step, const SAccess& access);
     void GlobalAccess(const SMicroOp& step, const SAccess& access);
+    unsigned char* GlobalMemory(const SAccess& access, SOffsets& offsets);
+    void GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
     void LocalAccess(const SMicroOp& step, const SAccess& access);
+    void LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
+    unsigned char* LocalMemory(const SAccess& access, SOffsets& offsets);
     void PrivateAccess(const SMicroOp& step, const SAccess& access);
-    void PrivateUniform(const SAccess& access, const SCode::SPrivate& area, uint32_t nAddress);
-    void MoveWords(const SAccess& access, unsigned char* pBase, uint32_t nBase, bool bUniform, const uint32_t* pShift);
-    void MoveNarrow(const SAccess& access, unsigned char* pBase, uint32_t nBase, const uint32_t* pShift);
+    void PrivateLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
+    void MoveWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
+    void MoveNarrow(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
     void MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, unsigned char* pData);
+    /// Finds out how the active lanes' 32-bit addresses lie to each other.
+    SOffsets Offsets(const uint32_t* pAddresses, uint32_t nStride) const;
+    bool IsSame(const uint32_t* pValues) const;
     const SMemoryRange* FindMemory(uint64_t nAddress);
     uint64_t Address(const SAccess& access, uint32_t nLane) const;
-    void GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
     int64_t LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const;
-    void AddWords(const SAccess& access, unsigned char* pBase, const uint32_t* pShift);
-    bool IndicesInside(const uint32_t* pIndex, uint32_t nAdd, uint32_t nElements) const;
+    uint32_t AnyBits(const uint32_t* pValues) const;
+    void LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale);
+    void StoreRow(uint32_t nFrom, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale);
     void IndexLoad(const SMicroOp& step, const SIndexed& indexed);
     void IndexStore(const SMicroOp& step, const SIndexed& indexed);
 
     // Atomics, in BlockAtomics.cpp
     void GlobalAtomic(const SAccess& access, uint32_t nLane, unsigned char* pData);
     void LocalAtomic(const SAccess& access, uint32_t nLane, unsigned char* pData);
+    void AtomicWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
+    void AddShared(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets);
+    void AddOwn(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets);
 
     // Images, in BlockImages.cpp
     void Image(const SMicroOp& step, const SImageAccess& image);
@@ -151,13 +184,16 @@ private:
     uint32_t m_nLive = 0; ///< lanes in use, from 0
     uint32_t m_nLiveEnd = 0;
     uint32_t m_nActive = 0;
-    const uint32_t* m_pMask = nullptr; ///< null while all lanes in use are active
-    uint32_t m_nBegin = 0;             ///< lanes outside of these two aren't active
+    const uint32_t* m_pMask = nullptr; ///< null while all lanes from m_nBegin to m_nLast are active
+    uint32_t m_nBegin = 0;             ///< lanes outside of these two aren't active; multiples of s_nGranule
     uint32_t m_nEnd = 0;
+    uint32_t m_nLast = 0; ///< m_nEnd, or the end of the lanes in use if that comes first
     uint32_t m_nStep = 0;
     uint64_t m_nExecuted = 0;
     std::vector<uint32_t> m_vReturns;    ///< by body: step behind its call
+    std::vector<SBranch> m_vBranches;    ///< by the row that keeps the lanes of the other part
     std::vector<uint32_t> m_vLocalShift; ///< by lane: where its group's local memory begins
+    SLaneRow m_Shifted;                  ///< local addresses of lanes of several groups
     size_t m_nLastRange = 0;
     CTraceRecorder* m_pTrace = nullptr;
 };

@@ -147,4 +147,65 @@ void CBlock::LocalAtomic(const SAccess& access, uint32_t nLane, unsigned char* p
         Row(access.nRows[1])[nLane] = static_cast<uint32_t>(nOld >> 32);
 }
 
+/// All active lanes' 32-bit elements, in the order of the lanes; all are aligned and inside memory.
+void CBlock::AtomicWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets)
+{
+    const bool bShared = access.eSpace == SAccess::Global;
+    const uint32_t* const a = Row(access.nValueRows[0]);
+    const uint32_t* const b = Row(access.nValueRows[2]);
+    if (access.eAtomic == ATOMIC_ADD && !access.bReturns)
+    {
+        if (bShared)
+            AddShared(a, pBase, offsets);
+        else
+            AddOwn(a, pBase, offsets);
+        return;
+    }
+    uint32_t* const pOld = access.bReturns ? Row(access.nRows[0]) : nullptr;
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+    {
+        if (!IsActive(n))
+            continue;
+        unsigned char* const pData = pBase + (offsets.pAddresses[n] - offsets.nLow);
+        const uint32_t nOld = bShared ? UpdateShared<uint32_t>(access.eAtomic, pData, a[n], b[n])
+                                      : UpdateOwn<uint32_t>(access.eAtomic, pData, a[n], b[n]);
+        if (pOld)
+            pOld[n] = nOld;
+    }
+}
+
+/// Additions to global memory whose old value nobody asks for. Nobody sees whether 0 was added, and an access that
+/// locks the bus is dear: the others are picked out first, without a branch.
+void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
+{
+    const uint32_t* const pMask = Row(s_nMaskRow);
+    uint16_t lanes[s_nLanes];
+    uint32_t nCount = 0;
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+    {
+        lanes[nCount] = static_cast<uint16_t>(n);
+        nCount += (pValues[n] & pMask[n]) != 0 ? 1 : 0;
+    }
+    for (uint32_t i = 0; i < nCount; ++i)
+    {
+        const uint32_t n = lanes[i];
+        unsigned char* const pData = pBase + (offsets.pAddresses[n] - offsets.nLow);
+        __atomic_fetch_add(reinterpret_cast<uint32_t*>(pData), pValues[n], __ATOMIC_RELAXED);
+    }
+}
+
+void CBlock::AddOwn(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
+{
+    const uint32_t* const pMask = Row(s_nMaskRow);
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+    {
+        // A lane that isn't active adds nothing to the lowest of the others' words.
+        unsigned char* const pData = pBase + ((offsets.pAddresses[n] - offsets.nLow) & pMask[n]);
+        uint32_t nWord = 0;
+        std::memcpy(&nWord, pData, sizeof nWord);
+        nWord += pValues[n] & pMask[n];
+        std::memcpy(pData, &nWord, sizeof nWord);
+    }
+}
+
 } // namespace KestrelPlatform

@@ -80,69 +80,66 @@ void CBlock::Access(const SMicroOp& step, const SAccess& access)
     }
 }
 
-/// Consecutive words of all active lanes, all inside memory: lane i's begin at
-/// pBase + address[i] - nBase + pShift[i].
-void CBlock::MoveWords(const SAccess& access, unsigned char* pBase, uint32_t nBase, bool bUniform,
-                       const uint32_t* pShift)
+bool CBlock::IsSame(const uint32_t* pValues) const
 {
-    const uint32_t* const pAddress = Row(access.nAddressRows[0]);
-    const uint32_t nStride = access.nWords * 4u;
-    const bool bSequence = !m_pMask && !bUniform && !pShift && m_Lanes.pfIsSequence(pAddress, m_nLive, nStride);
+    uint32_t nLow = 0;
+    uint32_t nHigh = 0;
+    if (!m_pMask)
+        return m_Lanes.pfIsSequence(pValues, m_nBegin, m_nLast, 0);
+    m_Lanes.pfRange(pValues, m_pMask, m_nBegin, m_nLast, nLow, nHigh);
+    return nLow == nHigh;
+}
+
+uint32_t CBlock::AnyBits(const uint32_t* pValues) const
+{
+    return m_Lanes.pfAnyBits(pValues, m_pMask, m_nBegin, m_nLast);
+}
+
+CBlock::SOffsets CBlock::Offsets(const uint32_t* pAddresses, uint32_t nStride) const
+{
+    SOffsets offsets;
+    offsets.pAddresses = pAddresses;
+    if (!m_pMask)
+    {
+        offsets.nLow = pAddresses[m_nBegin];
+        offsets.nHigh = pAddresses[m_nLast - 1];
+        offsets.bSequence =
+            offsets.nLow < offsets.nHigh && m_Lanes.pfIsSequence(pAddresses, m_nBegin, m_nLast, nStride);
+        if (offsets.bSequence || (offsets.nLow == offsets.nHigh && IsSame(pAddresses)))
+            return offsets;
+    }
+    m_Lanes.pfRange(pAddresses, m_pMask, m_nBegin, m_nLast, offsets.nLow, offsets.nHigh);
+    return offsets;
+}
+
+/// Consecutive words of all active lanes, all inside memory; the lowest address stands for pBase.
+void CBlock::MoveWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets)
+{
     const bool bLoad = access.eOperation == SAccess::Load;
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
         uint32_t* const pRow = Row(access.nRows[w]);
         unsigned char* const pWord = pBase + w * 4;
-        if (bSequence)
+        if (offsets.bSequence && access.nWords == 1)
         {
-            unsigned char* const pFirst = pWord + (pAddress[0] - nBase);
-            if (access.nWords == 1)
-            {
-                if (bLoad)
-                    std::memcpy(pRow, pFirst, m_nLive * 4u);
-                else
-                    std::memcpy(pFirst, pRow, m_nLive * 4u);
-                continue;
-            }
-            for (uint32_t i = 0; bLoad && i < m_nLive; ++i)
-                pRow[i] = Load32(pFirst + i * nStride);
-            for (uint32_t i = 0; !bLoad && i < m_nLive; ++i)
-                Store32(pFirst + i * nStride, pRow[i]);
-            continue;
+            unsigned char* const pLanes = reinterpret_cast<unsigned char*>(pRow + m_nBegin);
+            std::memcpy(bLoad ? pLanes : pWord, bLoad ? pWord : pLanes, (m_nLast - m_nBegin) * 4u);
         }
-        if (bUniform && bLoad && !m_pMask)
-        {
-            std::fill_n(pRow, m_nLive, Load32(pWord));
-            continue;
-        }
-        const uint32_t* const pMask = Row(s_nMaskRow);
-        const uint32_t nEnd = std::min(m_nEnd, m_nLive);
-        if (!m_pMask && bLoad && !pShift)
-        {
-            m_Lanes.pfGather(pRow, pWord, pAddress, nBase, nEnd);
-            continue;
-        }
-        for (uint32_t i = m_nBegin; i < nEnd; ++i)
-        {
-            if (!pMask[i])
-                continue;
-            unsigned char* const p = pWord + (pAddress[i] - nBase) + (pShift ? pShift[i] : 0);
-            if (bLoad)
-                pRow[i] = Load32(p);
-            else
-                Store32(p, pRow[i]);
-        }
+        else if (bLoad && !m_pMask && offsets.nLow == offsets.nHigh)
+            m_Lanes.pfFill(pRow, Load32(pWord), m_nBegin, m_nLast);
+        else if (bLoad)
+            m_Lanes.pfGather(pRow, pWord, offsets.pAddresses, offsets.nLow, m_pMask, m_nBegin, m_nLast);
+        else
+            m_Lanes.pfScatter(pRow, pWord, offsets.pAddresses, offsets.nLow, m_pMask, m_nBegin, m_nLast);
     }
 }
 
-void CBlock::MoveNarrow(const SAccess& access, unsigned char* pBase, uint32_t nBase, const uint32_t* pShift)
+void CBlock::MoveNarrow(const SAccess& access, unsigned char* pBase, const SOffsets& offsets)
 {
-    const uint32_t* const pAddress = Row(access.nAddressRows[0]);
-    const uint32_t* const pMask = Row(s_nMaskRow);
-    for (uint32_t i = m_nBegin; i < std::min(m_nEnd, m_nLive); ++i)
+    for (uint32_t i = m_nBegin; i < m_nLast; ++i)
     {
-        if (pMask[i])
-            MoveLane(access, i, 0, pBase + (pAddress[i] - nBase) + (pShift ? pShift[i] : 0));
+        if (IsActive(i))
+            MoveLane(access, i, 0, pBase + (offsets.pAddresses[i] - offsets.nLow));
     }
 }
 
@@ -165,83 +162,86 @@ void CBlock::MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, 
         std::memcpy(pData, &nValue, access.nElementBytes);
 }
 
-/// Element by element, for an access that isn't wholly inside one memory object.
+/// Lane by lane, for an access that isn't wholly inside one memory object.
 void CBlock::GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane)
 {
-    const uint64_t nAddress = Address(access, nLane);
+    const bool bAtomic = access.eOperation == SAccess::Atomic;
     const bool bLoad = access.eOperation == SAccess::Load;
-    uint32_t nRowsSoFar = 0;
+    // Atomics work on whole elements: the low bits of an address don't count.
+    const uint64_t nIgnored = bAtomic ? access.nElementBytes - 1 : 0;
+    const uint64_t nAddress = Address(access, nLane) & ~nIgnored;
+    const uint32_t nElements = bAtomic ? 1 : access.nWords;
     bool bBad = false;
     uint64_t nBadAddress = 0;
-    for (; nRowsSoFar < access.nWords; ++nRowsSoFar)
+    for (uint32_t n = 0; n < nElements; ++n)
     {
-        uint64_t nElement = nAddress + nRowsSoFar * access.nElementBytes;
+        uint64_t nElement = nAddress + n * access.nElementBytes;
         if (!access.b64BitAddress)
             nElement &= 0xFFFFFFFFu;
         const SMemoryRange* const pRange = FindMemory(nElement);
         const bool bInside = pRange && pRange->nSize - (nElement - pRange->nAddress) >= access.nElementBytes &&
                              (bLoad || !pRange->bReadOnly);
+        unsigned char* const pData = bInside ? pRange->pData + (nElement - pRange->nAddress) : nullptr;
+        if (bAtomic)
+            GlobalAtomic(access, nLane, pData);
+        else if (bInside)
+            MoveLane(access, nLane, n, pData);
+        else if (bLoad)
+            Row(access.nRows[n])[nLane] = 0;
         if (bInside)
-        {
-            MoveLane(access, nLane, nRowsSoFar, pRange->pData + (nElement - pRange->nAddress));
             continue;
-        }
-        if (bLoad)
-            Row(access.nRows[nRowsSoFar])[nLane] = 0;
-        nBadAddress = bBad ? nBadAddress : nElement;
+        nBadAddress = bBad ? nBadAddress : (bAtomic ? Address(access, nLane) : nElement);
         bBad = true;
     }
     if (bBad)
         CountBad(step, nLane, nBadAddress, !bLoad);
 }
 
-void CBlock::GlobalAccess(const SMicroOp& step, const SAccess& access)
+/// Where the lowest of the lanes' elements lies, if all of them are inside one memory object; null otherwise.
+unsigned char* CBlock::GlobalMemory(const SAccess& access, SOffsets& offsets)
 {
-    uint32_t nLow = 0;
-    uint32_t nHigh = 0;
-    const uint32_t nCount = m_pMask ? m_nLiveEnd : m_nLive;
-    m_Lanes.pfRange(Row(access.nAddressRows[0]), m_pMask, nCount, nLow, nHigh);
+    const bool bAtomic = access.eOperation == SAccess::Atomic;
+    const uint32_t nTotal = bAtomic ? access.nElementBytes : TotalBytes(access);
+    offsets = Offsets(Row(access.nAddressRows[0]), nTotal);
     uint64_t nBase = 0;
-    bool bOneHigh = true;
     if (access.b64BitAddress)
     {
-        uint32_t nFirst = 0;
-        uint32_t nLast = 0;
-        m_Lanes.pfRange(Row(access.nAddressRows[1]), m_pMask, nCount, nFirst, nLast);
-        bOneHigh = nFirst == nLast;
-        nBase = static_cast<uint64_t>(nFirst) << 32;
+        const uint32_t* const pHigh = Row(access.nAddressRows[1]);
+        if (!IsSame(pHigh))
+            return nullptr;
+        uint32_t nLane = m_nBegin;
+        while (!IsActive(nLane))
+            ++nLane;
+        nBase = static_cast<uint64_t>(pHigh[nLane]) << 32;
     }
-    const SMemoryRange* const pRange = bOneHigh ? FindMemory(nBase + nLow) : nullptr;
+    const SMemoryRange* const pRange = FindMemory(nBase + offsets.nLow);
+    const bool bInside =
+        pRange && pRange->nSize >= nTotal && nBase + offsets.nHigh - pRange->nAddress <= pRange->nSize - nTotal;
+    if (!bInside || (access.eOperation != SAccess::Load && pRange->bReadOnly))
+        return nullptr;
+    return pRange->pData + (nBase + offsets.nLow - pRange->nAddress);
+}
+
+void CBlock::GlobalAccess(const SMicroOp& step, const SAccess& access)
+{
+    SOffsets offsets;
+    unsigned char* const pBase = GlobalMemory(access, offsets);
     const bool bAtomic = access.eOperation == SAccess::Atomic;
-    const uint64_t nTotal = bAtomic ? access.nElementBytes : TotalBytes(access);
-    const bool bWrites = access.eOperation != SAccess::Load;
-    if (pRange && pRange->nSize >= nTotal && nBase + nHigh - pRange->nAddress <= pRange->nSize - nTotal &&
-        !(bWrites && pRange->bReadOnly) && !bAtomic)
+    const bool bAligned = !bAtomic || (AnyBits(offsets.pAddresses) & (access.nElementBytes - 1u)) == 0;
+    if (pBase && bAligned)
     {
-        unsigned char* const pFirst = pRange->pData + (nBase + nLow - pRange->nAddress);
-        if (access.nElementBytes == 4)
-            MoveWords(access, pFirst, nLow, nLow == nHigh, nullptr);
+        if (bAtomic)
+            AtomicWords(access, pBase, offsets);
+        else if (access.nElementBytes == 4)
+            MoveWords(access, pBase, offsets);
         else
-            MoveNarrow(access, pFirst, nLow, nullptr);
+            MoveNarrow(access, pBase, offsets);
         return;
     }
-    for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
-        if (!IsActive(n))
-            continue;
-        if (!bAtomic)
-        {
+        if (IsActive(n))
             GlobalLane(step, access, n);
-            continue;
-        }
-        // Atomics work on whole elements: the low bits of an address don't count.
-        const uint64_t nAddress = Address(access, n) & ~static_cast<uint64_t>(access.nElementBytes - 1);
-        const SMemoryRange* const pHome = FindMemory(nAddress);
-        const bool bInside =
-            pHome && pHome->nSize - (nAddress - pHome->nAddress) >= access.nElementBytes && !pHome->bReadOnly;
-        GlobalAtomic(access, n, bInside ? pHome->pData + (nAddress - pHome->nAddress) : nullptr);
-        if (!bInside)
-            CountBad(step, n, Address(access, n), true);
     }
 }
 
@@ -256,74 +256,76 @@ int64_t CBlock::LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, ui
     return -1;
 }
 
-/// The addition to local words that nobody asks the old value of, all inside: histograms live on it.
-void CBlock::AddWords(const SAccess& access, unsigned char* pBase, const uint32_t* pShift)
+/// As GlobalMemory. The offsets of several groups in one block are told from the first group's memory.
+unsigned char* CBlock::LocalMemory(const SAccess& access, SOffsets& offsets)
 {
-    const uint32_t* const pAddress = Row(access.nAddressRows[0]);
-    const uint32_t* const pValue = Row(access.nValueRows[0]);
-    const uint32_t* const pMask = Row(s_nMaskRow);
-    for (uint32_t i = m_nBegin; i < std::min(m_nEnd, m_nLive); ++i)
+    const SCode::SLocalArea& area = m_Code.vLocalAreas[access.nArea];
+    const uint32_t nTotal = access.eOperation == SAccess::Atomic ? access.nElementBytes : TotalBytes(access);
+    const uint32_t* const pAddresses = Row(access.nAddressRows[0]);
+    offsets = Offsets(pAddresses, nTotal);
+    const int64_t nFirst = LocalOffset(area, offsets.nLow, nTotal);
+    const int64_t nLast = LocalOffset(area, offsets.nHigh, nTotal);
+    if (nFirst < 0 || nLast < 0 || nLast - nFirst != static_cast<int64_t>(offsets.nHigh) - offsets.nLow)
+        return nullptr;
+    unsigned char* const pBase = m_pLocal + nFirst;
+    if (m_Context.nGroupsPerBlock == 1)
+        return pBase;
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+        m_Shifted.w[n] = pAddresses[n] + m_vLocalShift[n];
+    const uint32_t nLow = offsets.nLow;
+    offsets = Offsets(m_Shifted.w, nTotal);
+    return pBase + (offsets.nLow - nLow);
+}
+
+void CBlock::LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane)
+{
+    const SCode::SLocalArea& area = m_Code.vLocalAreas[access.nArea];
+    unsigned char* const pGroup = m_pLocal + m_vLocalShift[nLane];
+    uint64_t nAddress = Row(access.nAddressRows[0])[nLane];
+    if (access.eOperation == SAccess::Atomic)
     {
-        if (!pMask[i])
-            continue;
-        unsigned char* const p = pBase + (pAddress[i] & ~3u) + (pShift ? pShift[i] : 0);
-        Store32(p, Load32(p) + pValue[i]);
+        nAddress &= ~static_cast<uint64_t>(access.nElementBytes - 1);
+        const int64_t nOffset = LocalOffset(area, nAddress, access.nElementBytes);
+        LocalAtomic(access, nLane, nOffset < 0 ? nullptr : pGroup + nOffset);
+        if (nOffset < 0)
+            CountBad(step, nLane, nAddress, true);
+        return;
     }
+    bool bBad = false;
+    for (uint32_t i = 0; i < access.nWords; ++i)
+    {
+        const int64_t nOffset = LocalOffset(area, nAddress + i * access.nElementBytes, access.nElementBytes);
+        if (nOffset >= 0)
+            MoveLane(access, nLane, i, pGroup + nOffset);
+        else if (access.eOperation == SAccess::Load)
+            Row(access.nRows[i])[nLane] = 0;
+        bBad = bBad || nOffset < 0;
+    }
+    if (bBad)
+        CountBad(step, nLane, nAddress, access.eOperation != SAccess::Load);
 }
 
 void CBlock::LocalAccess(const SMicroOp& step, const SAccess& access)
 {
-    const SCode::SLocalArea& area = m_Code.vLocalAreas[access.nArea];
-    const uint32_t* const pShift = m_Context.nGroupsPerBlock > 1 ? m_vLocalShift.data() : nullptr;
+    SOffsets offsets;
+    unsigned char* const pBase = LocalMemory(access, offsets);
     const bool bAtomic = access.eOperation == SAccess::Atomic;
-    const uint32_t nTotal = bAtomic ? access.nElementBytes : TotalBytes(access);
-    if (!bAtomic || (access.eAtomic == ATOMIC_ADD && access.nElementBytes == 4 && !access.bReturns))
+    const bool bWords = access.nElementBytes == 4;
+    const bool bAligned = !bAtomic || (bWords && (AnyBits(offsets.pAddresses) & 3) == 0);
+    if (pBase && bAligned)
     {
-        uint32_t nLow = 0;
-        uint32_t nHigh = 0;
-        m_Lanes.pfRange(Row(access.nAddressRows[0]), m_pMask, m_pMask ? m_nLiveEnd : m_nLive, nLow, nHigh);
-        const int64_t nFirst = LocalOffset(area, nLow, nTotal);
-        const int64_t nLast = LocalOffset(area, nHigh, nTotal);
-        if (nFirst >= 0 && nLast >= 0 && nLast - nFirst == static_cast<int64_t>(nHigh) - nLow)
-        {
-            unsigned char* const pFirst = m_pLocal + nFirst;
-            if (bAtomic)
-                AddWords(access, m_pLocal + (nFirst - nLow), pShift);
-            else if (access.nElementBytes == 4)
-                MoveWords(access, pFirst, nLow, nLow == nHigh && !pShift, pShift);
-            else
-                MoveNarrow(access, pFirst, nLow, pShift);
-            return;
-        }
+        if (bAtomic)
+            AtomicWords(access, pBase, offsets);
+        else if (bWords)
+            MoveWords(access, pBase, offsets);
+        else
+            MoveNarrow(access, pBase, offsets);
+        return;
     }
-    for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
-        if (!IsActive(n))
-            continue;
-        uint64_t nAddress = Row(access.nAddressRows[0])[n];
-        if (bAtomic)
-            nAddress &= ~static_cast<uint64_t>(access.nElementBytes - 1);
-        unsigned char* const pGroup = m_pLocal + (pShift ? pShift[n] : 0);
-        if (bAtomic)
-        {
-            const int64_t nOffset = LocalOffset(area, nAddress, nTotal);
-            LocalAtomic(access, n, nOffset < 0 ? nullptr : pGroup + nOffset);
-            if (nOffset < 0)
-                CountBad(step, n, nAddress, true);
-            continue;
-        }
-        bool bBad = false;
-        for (uint32_t i = 0; i < access.nWords; ++i)
-        {
-            const int64_t nOffset = LocalOffset(area, nAddress + i * access.nElementBytes, access.nElementBytes);
-            if (nOffset >= 0)
-                MoveLane(access, n, i, pGroup + nOffset);
-            else if (access.eOperation == SAccess::Load)
-                Row(access.nRows[i])[n] = 0;
-            bBad = bBad || nOffset < 0;
-        }
-        if (bBad)
-            CountBad(step, n, nAddress, access.eOperation != SAccess::Load);
+        if (IsActive(n))
+            LocalLane(step, access, n);
     }
 }
 
@@ -339,76 +341,91 @@ uint32_t CBlock::PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uin
     return nWord;
 }
 
-/// All active lanes at one aligned address: whole rows move.
-void CBlock::PrivateUniform(const SAccess& access, const SCode::SPrivate& area, uint32_t nAddress)
+/// Fetches a lane's word of the row that lies pIndices[lane] * nScale words behind the first, all of them rows of
+/// one array. Where the lanes agree, a whole row moves.
+void CBlock::LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale)
 {
-    for (uint32_t w = 0; w < access.nWords; ++w)
+    if (!m_pMask && IsSame(pIndices))
     {
         SLaneRows rows;
-        const uint32_t nRow = area.nRow + nAddress / 4 + w;
-        rows.d[0] = access.eOperation == SAccess::Load ? access.nRows[w] : nRow;
-        rows.s[0] = access.eOperation == SAccess::Load ? nRow : access.nRows[w];
-        m_Lanes.pFast[LANE_Mov](m_pRows, rows, m_pMask, m_nBegin, m_nEnd);
+        rows.d[0] = nTo;
+        rows.s[0] = nFirstRow + pIndices[m_nBegin] * nScale / s_nLanes;
+        m_Lanes.pFast[LANE_Mov](m_pRows, rows, nullptr, m_nBegin, m_nEnd);
+        return;
     }
+    m_Lanes.pfLoadRows(Row(nTo), Row(nFirstRow), pIndices, nScale, m_pMask, m_nBegin, m_nLast);
+}
+
+void CBlock::StoreRow(uint32_t nFrom, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale)
+{
+    if (!m_pMask && IsSame(pIndices))
+    {
+        SLaneRows rows;
+        rows.d[0] = nFirstRow + pIndices[m_nBegin] * nScale / s_nLanes;
+        rows.s[0] = nFrom;
+        m_Lanes.pFast[LANE_Mov](m_pRows, rows, nullptr, m_nBegin, m_nEnd);
+        return;
+    }
+    m_Lanes.pfStoreRows(Row(nFrom), Row(nFirstRow), pIndices, nScale, m_pMask, m_nBegin, m_nLast);
 }
 
 void CBlock::PrivateAccess(const SMicroOp& step, const SAccess& access)
 {
     const SCode::SPrivate& area = m_Code.vPrivate[access.nArea];
     const uint32_t* const pAddress = Row(access.nAddressRows[0]);
-    const uint32_t nTotal = TotalBytes(access);
-    const bool bLoad = access.eOperation == SAccess::Load;
-    uint32_t nLow = 0;
-    uint32_t nHigh = 0;
-    m_Lanes.pfRange(pAddress, m_pMask, m_pMask ? m_nLiveEnd : m_nLive, nLow, nHigh);
-    const bool bWords = access.nElementBytes == 4;
-    if (bWords && nLow == nHigh && nLow % 4 == 0 && static_cast<uint64_t>(nLow) + nTotal <= area.nBytes)
+    const uint32_t nBits = access.nElementBytes == 4 ? AnyBits(pAddress) : 1;
+    // No address is larger than all bits of any together.
+    if (nBits % 4 == 0 && static_cast<uint64_t>(nBits) + TotalBytes(access) <= area.nBytes)
     {
-        PrivateUniform(access, area, nLow);
+        for (uint32_t w = 0; w < access.nWords; ++w)
+        {
+            if (access.eOperation == SAccess::Load)
+                LoadRow(access.nRows[w], area.nRow + w, pAddress, s_nLanes / 4);
+            else
+                StoreRow(access.nRows[w], area.nRow + w, pAddress, s_nLanes / 4);
+        }
         return;
     }
-    for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
-        if (!IsActive(n))
-            continue;
-        bool bBad = false;
-        for (uint32_t i = 0; i < access.nWords; ++i)
-        {
-            const uint64_t nAddress = static_cast<uint64_t>(pAddress[n]) + i * access.nElementBytes;
-            uint32_t& nValue = Row(access.nRows[i])[n];
-            if (nAddress + access.nElementBytes > area.nBytes)
-            {
-                nValue = bLoad ? 0 : nValue;
-                bBad = true;
-                continue;
-            }
-            if (bLoad)
-            {
-                const uint32_t nWord = PrivateWord(area, nAddress, n);
-                nValue = bWords ? nWord
-                                : LoadNarrow(reinterpret_cast<const unsigned char*>(&nWord), access.nElementBytes,
-                                             access.bSigned);
-                continue;
-            }
-            for (uint32_t b = 0; b < access.nElementBytes; ++b)
-            {
-                uint32_t& nWord = Row(area.nRow + static_cast<uint32_t>((nAddress + b) / 4))[n];
-                const uint32_t nShift = static_cast<uint32_t>((nAddress + b) % 4) * 8;
-                nWord = (nWord & ~(0xFFu << nShift)) | (((nValue >> (b * 8)) & 0xFF) << nShift);
-            }
-        }
-        if (bBad)
-            CountBad(step, n, pAddress[n], !bLoad);
+        if (IsActive(n))
+            PrivateLane(step, access, n);
     }
 }
 
-/// True if no active lane's index, with the constant added, leaves an array of nElements.
-bool CBlock::IndicesInside(const uint32_t* pIndex, uint32_t nAdd, uint32_t nElements) const
+void CBlock::PrivateLane(const SMicroOp& step, const SAccess& access, uint32_t nLane)
 {
-    uint32_t nLow = 0;
-    uint32_t nHigh = 0;
-    m_Lanes.pfRange(pIndex, m_pMask, m_pMask ? m_nLiveEnd : m_nLive, nLow, nHigh);
-    return static_cast<uint64_t>(nHigh) + nAdd < nElements;
+    const SCode::SPrivate& area = m_Code.vPrivate[access.nArea];
+    const uint32_t nFirst = Row(access.nAddressRows[0])[nLane];
+    const bool bLoad = access.eOperation == SAccess::Load;
+    bool bBad = false;
+    for (uint32_t i = 0; i < access.nWords; ++i)
+    {
+        const uint64_t nAddress = static_cast<uint64_t>(nFirst) + i * access.nElementBytes;
+        uint32_t& nValue = Row(access.nRows[i])[nLane];
+        if (nAddress + access.nElementBytes > area.nBytes)
+        {
+            nValue = bLoad ? 0 : nValue;
+            bBad = true;
+            continue;
+        }
+        if (bLoad)
+        {
+            const uint32_t nWord = PrivateWord(area, nAddress, nLane);
+            nValue = access.nElementBytes == 4 ? nWord
+                                               : LoadNarrow(reinterpret_cast<const unsigned char*>(&nWord),
+                                                            access.nElementBytes, access.bSigned);
+            continue;
+        }
+        for (uint32_t b = 0; b < access.nElementBytes; ++b)
+        {
+            uint32_t& nWord = Row(area.nRow + static_cast<uint32_t>((nAddress + b) / 4))[nLane];
+            const uint32_t nShift = static_cast<uint32_t>((nAddress + b) % 4) * 8;
+            nWord = (nWord & ~(0xFFu << nShift)) | (((nValue >> (b * 8)) & 0xFF) << nShift);
+        }
+    }
+    if (bBad)
+        CountBad(step, nLane, nFirst, !bLoad);
 }
 
 void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
@@ -418,12 +435,12 @@ void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
     const std::vector<uint32_t>* const pWords = indexed.bConstant ? &m_Context.vBuffers[indexed.nArray] : nullptr;
     const SCode::SArray array = pWords ? SCode::SArray() : m_Code.vArrays[indexed.nArray];
     const uint32_t nElements = pWords ? m_Code.vBuffers[indexed.nArray].nElements : array.nElements;
-    if (!pWords && !m_pMask && IndicesInside(pIndex, indexed.nImmediate, nElements))
+    if (!pWords && static_cast<uint64_t>(AnyBits(pIndex)) + indexed.nImmediate < nElements)
     {
-        m_Lanes.pfLoadElements(pResult, m_pRows + array.nRow, pIndex, indexed.nImmediate, indexed.nComponent, m_nLive);
+        LoadRow(step.rows.d[0], array.Row(indexed.nImmediate, indexed.nComponent), pIndex, s_nLanes);
         return;
     }
-    for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (!IsActive(n))
             continue;
@@ -438,7 +455,7 @@ void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
         if (pWords)
             pResult[n] = nWord < pWords->size() ? (*pWords)[nWord] : 0;
         else
-            pResult[n] = Row(array.nRow + nWord)[n];
+            pResult[n] = Row(array.Row(nIndex, indexed.nComponent))[n];
     }
 }
 
@@ -446,17 +463,13 @@ void CBlock::IndexStore(const SMicroOp& step, const SIndexed& indexed)
 {
     const uint32_t* const pIndex = Row(indexed.nIndexRow);
     const SCode::SArray& array = m_Code.vArrays[indexed.nArray];
-    if (IndicesInside(pIndex, indexed.nImmediate, array.nElements))
+    const bool bInside = static_cast<uint64_t>(AnyBits(pIndex)) + indexed.nImmediate < array.nElements;
+    for (uint32_t c = 0; bInside && c < 4; ++c)
     {
-        for (uint32_t c = 0; c < 4; ++c)
-        {
-            if (step.rows.d[0] & (1u << c))
-                m_Lanes.pfStoreElements(Row(step.rows.s[c]), m_pRows + array.nRow, pIndex, indexed.nImmediate, c,
-                                        m_pMask, m_nLive);
-        }
-        return;
+        if (step.rows.d[0] & (1u << c))
+            StoreRow(step.rows.s[c], array.Row(indexed.nImmediate, c), pIndex, s_nLanes);
     }
-    for (uint32_t n = m_nBegin; n < std::min(m_nEnd, m_nLive); ++n)
+    for (uint32_t n = m_nBegin; !bInside && n < m_nLast; ++n)
     {
         if (!IsActive(n))
             continue;
@@ -469,7 +482,7 @@ void CBlock::IndexStore(const SMicroOp& step, const SIndexed& indexed)
         for (uint32_t c = 0; c < 4; ++c)
         {
             if (step.rows.d[0] & (1u << c))
-                Row(array.nRow + nIndex * 4 + c)[n] = Row(step.rows.s[c])[n];
+                Row(array.Row(nIndex, c))[n] = Row(step.rows.s[c])[n];
         }
     }
 }

@@ -42,36 +42,62 @@ struct SLaneRows
 /// 0) only its lanes are written; without one all are.
 typedef void (*PFLaneOp)(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
 
-/// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned, and give the number of lanes
-/// left where they give a number.
+/// Where the active lanes of a mask are: their number, and the lanes nBegin to nEnd, multiples of s_nGranule, outside
+/// of which none is.
+struct SLaneSpan
+{
+    uint32_t nActive = 0;
+    uint32_t nBegin = 0;
+    uint32_t nEnd = 0;
+};
+
+/// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned. Those on masks are told the
+/// span of pMask before and give the one behind. The others work on lanes nBegin to nEnd, of which only nBegin is a
+/// multiple of s_nGranule: with a mask on its lanes, with null on all.
 struct SLaneTable
 {
     const char* pszName;
     const PFLaneOp* pFast; ///< indexed by ELaneOp up to LANE_LAST_FAST
 
-    /// pMask &= pCondition (inverted if bInvert); what goes away is stored in pRest.
-    uint32_t (*pfSplit)(uint32_t* pMask, uint32_t* pRest, const uint32_t* pCondition, uint32_t bInvert);
+    /// pMask &= pCondition (inverted if bInvert); what goes away is stored in pRest, of which nothing else is written
+    /// than the lanes of the span.
+    SLaneSpan (*pfSplit)(const SLaneSpan& span, uint32_t* pMask, uint32_t* pRest, const uint32_t* pCondition,
+                         uint32_t bInvert);
     /// Moves the lanes of pMask where pCondition holds over to pOut.
-    uint32_t (*pfLeave)(uint32_t* pMask, uint32_t* pOut, const uint32_t* pCondition, uint32_t bInvert);
+    SLaneSpan (*pfLeave)(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOut, const uint32_t* pCondition,
+                         uint32_t bInvert);
     /// pMask |= pOther.
-    uint32_t (*pfJoin)(uint32_t* pMask, const uint32_t* pOther);
-    uint32_t (*pfSwap)(uint32_t* pMask, uint32_t* pOther);
+    SLaneSpan (*pfJoin)(const SLaneSpan& span, uint32_t* pMask, const uint32_t* pOther);
+    /// The same within a span that holds both; what is left is for pfSpan to find out.
+    void (*pfMerge)(const SLaneSpan& span, uint32_t* pMask, const uint32_t* pOther);
+    /// Exchanges the lanes of a span that holds both.
+    SLaneSpan (*pfSwap)(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOther);
     /// Moves the lanes of pPending whose selector is nValue over to pMask.
-    uint32_t (*pfCase)(uint32_t* pMask, uint32_t* pPending, const uint32_t* pSelector, uint32_t nValue);
-    /// Smallest and largest of pValues under the mask (null: all lanes up to nCount).
-    void (*pfRange)(const uint32_t* pValues, const uint32_t* pMask, uint32_t nCount, uint32_t& nLow, uint32_t& nHigh);
-    /// True if lane i holds lane 0's value plus i * nStride, for all lanes up to nCount.
-    bool (*pfIsSequence)(const uint32_t* pValues, uint32_t nCount, uint32_t nStride);
-    /// Loads the word at pBase + pOffsets[i] - nBase for all lanes up to nCount.
+    SLaneSpan (*pfCase)(uint32_t* pMask, uint32_t* pPending, const uint32_t* pSelector, uint32_t nValue);
+    /// The span of a mask that is empty outside of lanes nBegin to nEnd.
+    SLaneSpan (*pfSpan)(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
+
+    /// Smallest and largest of pValues.
+    void (*pfRange)(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd, uint32_t& nLow,
+                    uint32_t& nHigh);
+    /// All bits that any of pValues has.
+    uint32_t (*pfAnyBits)(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
+    /// True if every lane holds the one before it plus nStride; without a mask.
+    bool (*pfIsSequence)(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_t nStride);
+    /// Writes one value to all lanes; without a mask.
+    void (*pfFill)(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd);
+    /// Loads the word at pBase + pOffsets[i] - nBase, all of them inside memory; so is pBase itself.
     void (*pfGather)(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
-                     uint32_t nCount);
-    /// Loads for all lanes up to nCount component nComponent of array element pIndices[i] + nAdd; pFirst is the array's
-    /// first row.
-    void (*pfLoadElements)(uint32_t* pRow, const SLaneRow* pFirst, const uint32_t* pIndices, uint32_t nAdd,
-                           uint32_t nComponent, uint32_t nCount);
-    /// The way back, for the lanes of the mask (null: all).
-    void (*pfStoreElements)(const uint32_t* pRow, SLaneRow* pFirst, const uint32_t* pIndices, uint32_t nAdd,
-                            uint32_t nComponent, const uint32_t* pMask, uint32_t nCount);
+                     const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
+    /// The way back, in the order of the lanes.
+    void (*pfScatter)(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
+                      const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
+    /// Loads a lane's word of the row that lies pIndices[i] * nScale words behind pFirst.
+    void (*pfLoadRows)(uint32_t* pRow, const uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale,
+                       const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
+    /// The way back.
+    void (*pfStoreRows)(const uint32_t* pRow, uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale,
+                        const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
 };
 
 enum class EInstructionSet

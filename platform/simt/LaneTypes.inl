@@ -30,17 +30,25 @@ inline uint64_t AsLong(double d)
     return n;
 }
 
-inline uint32_t Mask(bool b) { return b ? 0xFFFFFFFFu : 0u; }
-inline uint64_t Mask64(bool b) { return b ? ~0ull : 0ull; }
+inline uint32_t Mask(bool b)
+{
+    return b ? 0xFFFFFFFFu : 0u;
+}
+inline uint64_t Mask64(bool b)
+{
+    return b ? ~0ull : 0ull;
+}
 
 /// A NaN beside a number gives the number.
-template <class T> inline T MinOf(T a, T b)
+template <class T>
+inline T MinOf(T a, T b)
 {
     const T r = a < b ? a : b;
     return b != b ? a : r;
 }
 
-template <class T> inline T MaxOf(T a, T b)
+template <class T>
+inline T MaxOf(T a, T b)
 {
     const T r = a > b ? a : b;
     return b != b ? a : r;
@@ -52,21 +60,27 @@ inline float Saturate(float a)
     return r < 1.0f ? r : 1.0f;
 }
 
-inline float SignOf(float a) { return a > 0.0f ? 1.0f : (a < 0.0f ? -1.0f : a == a ? a : 0.0f); }
+inline float SignOf(float a)
+{
+    return a > 0.0f ? 1.0f : (a < 0.0f ? -1.0f : a == a ? a : 0.0f);
+}
 
-template <class T> inline T MinOf3(T a, T b, T c)
+template <class T>
+inline T MinOf3(T a, T b, T c)
 {
     const T r = a < b ? a : b;
     return r < c ? r : c;
 }
 
-template <class T> inline T MaxOf3(T a, T b, T c)
+template <class T>
+inline T MaxOf3(T a, T b, T c)
 {
     const T r = a > b ? a : b;
     return r > c ? r : c;
 }
 
-template <class T> inline T MedOf3(T a, T b, T c)
+template <class T>
+inline T MedOf3(T a, T b, T c)
 {
     const T nLow = a < b ? a : b;
     const T nHigh = a < b ? b : a;
@@ -75,7 +89,10 @@ template <class T> inline T MedOf3(T a, T b, T c)
 }
 
 /// The low 24 bits, sign-extended.
-inline uint32_t Sign24(uint32_t a) { return static_cast<uint32_t>(static_cast<int32_t>(a << 8) >> 8); }
+inline uint32_t Sign24(uint32_t a)
+{
+    return static_cast<uint32_t>(static_cast<int32_t>(a << 8) >> 8);
+}
 
 /// Toward zero; what doesn't fit gives the nearest end of the range, NaN gives 0.
 inline int32_t ToInt(float a)
@@ -144,11 +161,15 @@ struct D
     static uint64_t Put(Type v) { return AsLong(v); }
 };
 
-inline uint32_t Blend(uint32_t nNew, uint32_t nOld, uint32_t nMask) { return (nNew & nMask) | (nOld & ~nMask); }
+inline uint32_t Blend(uint32_t nNew, uint32_t nOld, uint32_t nMask)
+{
+    return (nNew & nMask) | (nOld & ~nMask);
+}
 
 /// One rule over rows. Rows of a result and of a source are the same row or don't meet, so that
 /// lane i never depends on another lane.
-template <class TRule> void RunRule(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
+template <class TRule>
+void RunRule(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {
     typedef typename TRule::Out Out;
     typedef typename TRule::A A;
@@ -201,6 +222,39 @@ template <class TRule> void RunRule(SLaneRow* pRows, const SLaneRows& rows, cons
         }
     }
 #undef KESTREL_LANE
+}
+
+/// A rule of two 64-bit operands that is told word by word.
+template <class TWords>
+void RunWords(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
+{
+    uint32_t* const d0 = pRows[rows.d[0]].w;
+    uint32_t* const d1 = pRows[rows.d[1]].w;
+    const uint32_t* const a0 = pRows[rows.s[0]].w;
+    const uint32_t* const a1 = pRows[rows.s[1]].w;
+    const uint32_t* const b0 = pRows[rows.s[2]].w;
+    const uint32_t* const b1 = pRows[rows.s[3]].w;
+    const uint32_t nCount = (nEnd - nBegin) & ~(s_nGranule - 1);
+    if (!pMask)
+    {
+#pragma GCC ivdep
+        for (uint32_t i = nBegin; i < nBegin + nCount; ++i)
+        {
+            const uint32_t nLow = TWords::Low(a0[i], a1[i], b0[i], b1[i]);
+            const uint32_t nHigh = TWords::High(a0[i], a1[i], b0[i], b1[i], nLow);
+            d0[i] = nLow;
+            d1[i] = nHigh;
+        }
+        return;
+    }
+#pragma GCC ivdep
+    for (uint32_t i = nBegin; i < nBegin + nCount; ++i)
+    {
+        const uint32_t nLow = TWords::Low(a0[i], a1[i], b0[i], b1[i]);
+        const uint32_t nHigh = TWords::High(a0[i], a1[i], b0[i], b1[i], nLow);
+        d0[i] = Blend(nLow, d0[i], pMask[i]);
+        d1[i] = Blend(nHigh, d1[i], pMask[i]);
+    }
 }
 
 #define KESTREL_RULE(name, form, out, ta, tb, tc, expression)                                                          \

@@ -67,6 +67,7 @@ private:
     bool LowerFlow();
     void LowerSwitch();
     void LowerCase();
+    bool EndsBody(EOpCode eOpCode) const;
     void LowerLeave(EOpCode eOpCode);
     bool LowerCall();
     void CloseBlock(EMicroKind eKind);

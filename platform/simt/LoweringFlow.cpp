@@ -72,6 +72,15 @@ uint32_t CLowering::ConditionRow(EOpCode eOpCode, bool& bInvert)
     return Source(m_Stream.Source(*m_pItem, 0), 0, T::U);
 }
 
+/// True for a return in front of its body's end, outside of every block: all go on there anyway.
+bool CLowering::EndsBody(EOpCode eOpCode) const
+{
+    if ((eOpCode != IL_OP_RET && eOpCode != IL_OP_RET_DYN) || m_vBlocks.size() != 1)
+        return false;
+    const EOpCode eNext = m_nItem + 1 < m_Stream.vItems.size() ? m_Stream.vItems[m_nItem + 1].eOpCode : IL_OP_UNKNOWN;
+    return eNext == IL_OP_ENDFUNC || eNext == IL_OP_ENDMAIN || eNext == IL_OP_MACROEND;
+}
+
 /// break, continue and ret, with or without a condition.
 void CLowering::LowerLeave(EOpCode eOpCode)
 {
@@ -99,6 +108,8 @@ void CLowering::LowerLeave(EOpCode eOpCode)
     }
     bool bInvert = false;
     const bool bConditional = m_pItem->nSources != 0;
+    if (!bConditional && !m_bTrace && EndsBody(eOpCode))
+        return;
     const uint32_t nCondition = bConditional ? ConditionRow(eOpCode, bInvert) : 0;
     SMicroOp& step = EmitFlow(bConditional ? MICRO_LEAVE_IF : MICRO_LEAVE);
     step.rows.d[0] = nRow;

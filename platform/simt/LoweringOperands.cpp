@@ -215,7 +215,7 @@ uint32_t CLowering::ArrayRow(const SOperand& operand, uint32_t nComponent)
         Outside(operand.nImmediate, false);
         return s_nZeroRow;
     }
-    return array.nRow + operand.nImmediate * 4 + nComponent;
+    return array.Row(operand.nImmediate, nComponent);
 }
 
 /// The row of a source's component, swizzled, without its modifiers.
@@ -468,7 +468,7 @@ void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
     if (!destination.bIndexed)
     {
         if (destination.nImmediate < array.nElements)
-            EmitMove(array.nRow + destination.nImmediate * 4 + nComponent, nRow);
+            EmitMove(array.Row(destination.nImmediate, nComponent), nRow);
         return;
     }
     SMicroOp& last = m_Code.vSteps.back();

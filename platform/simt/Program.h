@@ -211,6 +211,9 @@ struct SCode
     {
         uint32_t nRow;
         uint32_t nElements;
+
+        /// Component by component: elements of which one component is used lie close together.
+        uint32_t Row(uint32_t nElement, uint32_t nComponent) const { return nRow + nComponent * nElements + nElement; }
     };
     struct SBuffer
     {

@@ -87,7 +87,7 @@ void CTraceRecorder::FillValues(const CBlock& block, const SCode& code, const ST
             const uint32_t nIndex = block.Row(indexed.nIndexRow)[n] + indexed.nImmediate;
             m_vIndices[n] = nIndex;
             for (uint32_t i = 0; i < 4; ++i)
-                pValues[i] = nIndex < array.nElements ? block.Row(array.nRow + nIndex * 4 + i)[n] : 0;
+                pValues[i] = nIndex < array.nElements ? block.Row(array.Row(nIndex, i))[n] : 0;
         }
         else
         {

@@ -1,0 +1,109 @@
+// Inside an anonymous namespace: the operations on masks, as SLaneTable tells of them.
+
+/// The span of a mask that is empty outside of lanes nBegin to nEnd.
+SLaneSpan Span(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
+{
+    SLaneSpan span;
+    uint32_t nGranules = 0;
+    for (uint32_t i = nBegin; i < nEnd; i += s_nGranule)
+    {
+        const __m128i* const p = reinterpret_cast<const __m128i*>(pMask + i);
+        const __m128i nLower = _mm_packs_epi32(p[0], p[1]);
+        const __m128i nUpper = _mm_packs_epi32(p[2], p[3]);
+        const uint32_t nBits = static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(nLower, nUpper)));
+        span.nActive += static_cast<uint32_t>(__builtin_popcount(nBits));
+        nGranules |= (nBits ? 1u : 0u) << (i / s_nGranule);
+    }
+    if (nGranules == 0)
+        return span;
+    span.nBegin = static_cast<uint32_t>(__builtin_ctz(nGranules)) * s_nGranule;
+    span.nEnd = (32 - static_cast<uint32_t>(__builtin_clz(nGranules))) * s_nGranule;
+    return span;
+}
+
+SLaneSpan Split(const SLaneSpan& span, uint32_t* pMask, uint32_t* pRest, const uint32_t* pCondition, uint32_t bInvert)
+{
+    const uint32_t nFlip = bInvert ? 0xFFFFFFFFu : 0;
+    // Copies, which the rows' stores can't change.
+    const uint32_t nBegin = span.nBegin;
+    const uint32_t nEnd = span.nEnd;
+#pragma GCC ivdep
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
+        const uint32_t c = Mask(pCondition[i] != 0) ^ nFlip;
+        const uint32_t m = pMask[i];
+        pRest[i] = m & ~c;
+        pMask[i] = m & c;
+    }
+    return Span(pMask, nBegin, nEnd);
+}
+
+/// In most passes of a loop nobody leaves: that is found out first, without a store.
+SLaneSpan Leave(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOut, const uint32_t* pCondition, uint32_t bInvert)
+{
+    const uint32_t nFlip = bInvert ? 0xFFFFFFFFu : 0;
+    // Copies, which the rows' stores can't change.
+    const uint32_t nBegin = span.nBegin;
+    const uint32_t nEnd = span.nEnd;
+    uint32_t nAny = 0;
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+        nAny |= pMask[i] & (Mask(pCondition[i] != 0) ^ nFlip);
+    if (nAny == 0)
+        return span;
+#pragma GCC ivdep
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
+        const uint32_t c = Mask(pCondition[i] != 0) ^ nFlip;
+        const uint32_t m = pMask[i];
+        pOut[i] |= m & c;
+        pMask[i] = m & ~c;
+    }
+    return Span(pMask, nBegin, nEnd);
+}
+
+SLaneSpan Join(const SLaneSpan& span, uint32_t* pMask, const uint32_t* pOther)
+{
+    uint32_t nAny = 0;
+    for (uint32_t i = 0; i < s_nLanes; ++i)
+        nAny |= pOther[i];
+    if (nAny == 0)
+        return span;
+#pragma GCC ivdep
+    for (uint32_t i = 0; i < s_nLanes; ++i)
+        pMask[i] |= pOther[i];
+    return Span(pMask, 0, s_nLanes);
+}
+
+void Merge(const SLaneSpan& span, uint32_t* pMask, const uint32_t* pOther)
+{
+    const uint32_t nEnd = span.nEnd;
+#pragma GCC ivdep
+    for (uint32_t i = span.nBegin; i < nEnd; ++i)
+        pMask[i] |= pOther[i];
+}
+
+SLaneSpan Swap(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOther)
+{
+    const uint32_t nBegin = span.nBegin;
+    const uint32_t nEnd = span.nEnd;
+#pragma GCC ivdep
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
+        const uint32_t m = pOther[i];
+        pOther[i] = pMask[i];
+        pMask[i] = m;
+    }
+    return Span(pMask, nBegin, nEnd);
+}
+
+SLaneSpan Case(uint32_t* pMask, uint32_t* pPending, const uint32_t* pSelector, uint32_t nValue)
+{
+#pragma GCC ivdep
+    for (uint32_t i = 0; i < s_nLanes; ++i)
+    {
+        const uint32_t c = Mask(pSelector[i] == nValue) & pPending[i];
+        pPending[i] &= ~c;
+        pMask[i] |= c;
+    }
+    return Span(pMask, 0, s_nLanes);
+}

@@ -1,0 +1,147 @@
+// Inside an anonymous namespace: what is asked of addresses and indices, and moves between rows and
+// memory, as SLaneTable tells of them.
+
+void Range(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd, uint32_t& nLow,
+           uint32_t& nHigh)
+{
+    uint32_t nMin = 0xFFFFFFFFu;
+    uint32_t nMax = 0;
+    if (!pMask)
+    {
+        for (uint32_t i = nBegin; i < nEnd; ++i)
+        {
+            nMin = pValues[i] < nMin ? pValues[i] : nMin;
+            nMax = pValues[i] > nMax ? pValues[i] : nMax;
+        }
+    }
+    else
+    {
+        for (uint32_t i = nBegin; i < nEnd; ++i)
+        {
+            const uint32_t nForMin = pValues[i] | ~pMask[i];
+            const uint32_t nForMax = pValues[i] & pMask[i];
+            nMin = nForMin < nMin ? nForMin : nMin;
+            nMax = nForMax > nMax ? nForMax : nMax;
+        }
+    }
+    nLow = nMin;
+    nHigh = nMax;
+}
+
+uint32_t AnyBits(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
+{
+    uint32_t nBits = 0;
+    if (!pMask)
+    {
+        for (uint32_t i = nBegin; i < nEnd; ++i)
+            nBits |= pValues[i];
+        return nBits;
+    }
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+        nBits |= pValues[i] & pMask[i];
+    return nBits;
+}
+
+/// The two ends tell most of those that aren't one.
+bool IsSequence(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_t nStride)
+{
+    const uint32_t nZero = pValues[nBegin] - nBegin * nStride;
+    if (pValues[nEnd - 1] != nZero + (nEnd - 1) * nStride)
+        return false;
+    uint32_t nDifference = 0;
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+        nDifference |= pValues[i] ^ (nZero + i * nStride);
+    return nDifference == 0;
+}
+
+void Fill(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd)
+{
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+        pRow[i] = nValue;
+}
+
+uint32_t WordAt(const unsigned char* p)
+{
+    uint32_t n;
+    __builtin_memcpy(&n, p, sizeof n);
+    return n;
+}
+
+/// True if the granule's values are its first one plus nStride each.
+bool IsGranuleSequence(const uint32_t* pValues, uint32_t nStride)
+{
+    uint32_t nDifference = 0;
+    for (uint32_t k = 0; k < s_nGranule; ++k)
+        nDifference |= pValues[k] ^ (pValues[0] + k * nStride);
+    return nDifference == 0;
+}
+
+/// Work-items in a row of a two-dimensional group load consecutive words, or all the same one.
+void GatherGranule(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase)
+{
+    const uint32_t nStep = pOffsets[1] - pOffsets[0];
+    const unsigned char* const pFirst = pBase + (pOffsets[0] - nBase);
+    if (nStep == 4 && IsGranuleSequence(pOffsets, 4))
+    {
+        __builtin_memcpy(pRow, pFirst, s_nGranule * 4);
+        return;
+    }
+    if (nStep == 0 && IsGranuleSequence(pOffsets, 0))
+    {
+        const uint32_t nWord = WordAt(pFirst);
+        for (uint32_t k = 0; k < s_nGranule; ++k)
+            pRow[k] = nWord;
+        return;
+    }
+    for (uint32_t k = 0; k < s_nGranule; ++k)
+        pRow[k] = WordAt(pBase + (pOffsets[k] - nBase));
+}
+
+void Gather(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase, const uint32_t* pMask,
+            uint32_t nBegin, uint32_t nEnd)
+{
+    uint32_t i = nBegin;
+    if (pMask)
+    {
+        for (; i < nEnd; ++i)
+            pRow[i] = Blend(WordAt(pBase + ((pOffsets[i] - nBase) & pMask[i])), pRow[i], pMask[i]);
+        return;
+    }
+    for (; i + s_nGranule <= nEnd; i += s_nGranule)
+        GatherGranule(pRow + i, pBase, pOffsets + i, nBase);
+    for (; i < nEnd; ++i)
+        pRow[i] = WordAt(pBase + (pOffsets[i] - nBase));
+}
+
+void Scatter(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
+             const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
+{
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
+        if (!pMask || pMask[i])
+            __builtin_memcpy(pBase + (pOffsets[i] - nBase), pRow + i, 4);
+    }
+}
+
+void LoadRows(uint32_t* pRow, const uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale, const uint32_t* pMask,
+              uint32_t nBegin, uint32_t nEnd)
+{
+    if (!pMask)
+    {
+        for (uint32_t i = nBegin; i < nEnd; ++i)
+            pRow[i] = pFirst[pIndices[i] * nScale + i];
+        return;
+    }
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+        pRow[i] = Blend(pFirst[(pIndices[i] & pMask[i]) * nScale + i], pRow[i], pMask[i]);
+}
+
+void StoreRows(const uint32_t* pRow, uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale, const uint32_t* pMask,
+               uint32_t nBegin, uint32_t nEnd)
+{
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
+        if (!pMask || pMask[i])
+            pFirst[pIndices[i] * nScale + i] = pRow[i];
+    }
+}
