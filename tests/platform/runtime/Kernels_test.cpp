@@ -326,13 +326,26 @@ TEST_F(CKernelsTest, ABuildThatFailsSaysWhere)
     EXPECT_EQ(cl.clCreateKernel(program, "scale", nullptr), nullptr);
     cl.clReleaseProgram(program);
 
-    // A module that the assembler takes but that has no meaning: the function isn't there.
-    std::string strLost = ScaleModule(true);
-    strLost.replace(strLost.find("call 1030"), 9, "call 1031");
-    program = MakeProgram(strLost);
-    EXPECT_EQ(cl.clBuildProgram(program, 0, nullptr, "", nullptr, nullptr), CL_BUILD_PROGRAM_FAILURE);
-    EXPECT_FALSE(BuildLog(program).empty());
-    cl.clReleaseProgram(program);
+    // Modules that the assembler takes but that have no meaning: a function that isn't there, stages and memory that
+    // this device hasn't.
+    const char* const lost[][3] = {{"call 1030", "call 1031", "call"},
+                                   {"mul r2.x, r2.x, cb1[1].x", "gds_add_id(1) r2.x, r2.x", "gds_add"},
+                                   {"mul r2.x, r2.x, cb1[1].x", "emit", "emit"},
+                                   {"mul r2.x, r2.x, cb1[1].x", "dsx r2.x, r2.x", "dsx"},
+                                   {"mul r2.x, r2.x, cb1[1].x", "append_buf_alloc_id(1) r2.x", "append_buf_alloc"}};
+    for (const auto& change : lost)
+    {
+        std::string strLost = ScaleModule(true);
+        const size_t nAt = strLost.find(change[0]);
+        strLost.replace(nAt, std::string(change[0]).size(), change[1]);
+        const auto nLostLine = 1 + std::count(strLost.begin(), strLost.begin() + static_cast<long>(nAt), '\n');
+        program = MakeProgram(strLost);
+        EXPECT_EQ(cl.clBuildProgram(program, 0, nullptr, "", nullptr, nullptr), CL_BUILD_PROGRAM_FAILURE);
+        const std::string strLog = BuildLog(program);
+        EXPECT_NE(strLog.find("line " + std::to_string(nLostLine)), std::string::npos) << strLog;
+        EXPECT_NE(strLog.find(change[2]), std::string::npos) << strLog;
+        cl.clReleaseProgram(program);
+    }
 }
 
 TEST_F(CKernelsTest, RefusesTheOptionsThatATestNames)

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "platform/simt/OpCodes.h"
+#include "platform/simt/Structure.h"
 #include "tests/platform/simt/GeneratedKernel.h"
 #include "tests/platform/simt/KernelRun.h"
 
@@ -69,6 +70,27 @@ TEST(Refusals, NameTheInstruction)
         EXPECT_EQ(error.nInstruction, test.nInstruction) << test.pszText;
         EXPECT_NE(error.strMessage.find(test.pszMessage), std::string::npos) << error.strMessage;
     }
+}
+
+/// Whatever the tables name runs, is ignored, or is refused by its name: no instruction does nothing by accident.
+TEST(Refusals, WhatHasNoMeaningIsRefusedByName)
+{
+    uint32_t nRefused = 0;
+    for (uint32_t nOpCode = 1; nOpCode < IL_OP_LAST; ++nOpCode)
+    {
+        const SOpCodeShape& shape = GetOpCodeShape(nOpCode);
+        if (!shape.pszName || GetOpCodeClass(nOpCode) != ClassUnsupported)
+            continue;
+        std::vector<uint32_t> vTokens = {0, 0x00030200, nOpCode};
+        vTokens.insert(vTokens.end(), shape.nSources + (shape.bDestination ? 1 : 0), 0x00040001);
+        vTokens.insert(vTokens.end(), shape.nTrailingWords, 0);
+        vTokens.insert(vTokens.end(), {IL_OP_ENDMAIN, IL_OP_END});
+        SDecodeError error;
+        EXPECT_EQ(DecodeProgram(vTokens.data(), vTokens.size(), error), nullptr) << shape.pszName;
+        EXPECT_EQ(error.strMessage, std::string(shape.pszName) + ": has no meaning on this device");
+        ++nRefused;
+    }
+    EXPECT_GT(nRefused, 100u);
 }
 
 TEST(Refusals, EveryOpCodeIsDocumented)
