@@ -43,7 +43,7 @@ void WatchForAbort(cl_event event, std::unique_ptr<SAbortWatch> pWatch)
     if (CallCL(g_CLDispatchTable.SetEventCallback, event, CL_COMPLETE, OnLaunchComplete,
                static_cast<void*>(pWatch.get())) == CL_SUCCESS)
     {
-        pWatch.release();
+        static_cast<void>(pWatch.release());
     }
     CallCL(g_CLDispatchTable.ReleaseEvent, event);
 }
@@ -96,7 +96,7 @@ cl_int EnqueueOnInterceptPath(std::unique_ptr<CKernelDebugState> pState, const S
             return nCode;
         }
         pState->m_launchEvent = event;
-        pState.release();
+        static_cast<void>(pState.release());
         bWatch = arguments.num_events_in_wait_list != 0 && CallCL(g_CLDispatchTable.RetainEvent, event) == CL_SUCCESS;
         if (arguments.event != nullptr)
         {

@@ -314,7 +314,7 @@ bool CCLMetadata::AddFunctionLabel(unsigned int nFuncId)
     auto pFunction = std::make_unique<CCLMetadataFunctionEntry>();
     pFunction->SetFunctionLabels({nFuncId});
     m_vEntries.insert(m_vEntries.end() - 1, pFunction.get());
-    pFunction.release();
+    static_cast<void>(pFunction.release());
     return true;
 }
 

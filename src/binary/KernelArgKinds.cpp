@@ -156,7 +156,7 @@ bool GetKernelArgTypes(const std::string& strKernelName, KernelInfo::ArgInfoArra
 {
     std::vector<char> vText;
     CCLMetadata metadata;
-    if (!CLD_Assert(vvBinaries.size() > 0) ||
+    if (!CLD_AssertText(!vvBinaries.empty(), "vvBinaries.size() > 0") ||
         !OVK_ElfUtils::GetDataForSymbol(OVK_ElfUtils::GetKernelSymbolName(strKernelName, "metadata"), vvBinaries[0],
                                         &vText) ||
         !metadata.FromString(std::string(vText.begin(), vText.end())))

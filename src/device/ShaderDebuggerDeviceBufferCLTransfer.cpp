@@ -69,7 +69,7 @@ CShaderDebuggerBuffer* CShaderDebuggerDeviceBufferCL::GetDataBuffer(CShaderDebug
         SD_Break(m_pHost, "Can't get buffer for value type buffers or local memory buffers");
         return nullptr;
     }
-    if (!SD_Assert(m_pHost, m_Queue != 0))
+    if (!SD_AssertText(m_pHost, m_Queue != nullptr, "m_Queue != 0"))
     {
         SD_Log(m_pHost, logERROR, "%s", "CShaderDebuggerDeviceBufferCL::GetDataBuffer() failed. m_Queue == 0\n");
         return nullptr;
@@ -86,7 +86,7 @@ CShaderDebuggerBuffer* CShaderDebuggerDeviceBufferCL::GetDataBuffer(CShaderDebug
     {
         pNewBuffer.reset(new (std::nothrow) CShaderDebuggerBuffer(m_pHost));
         pDataBuffer = pNewBuffer.get();
-        if (!SD_Assert(m_pHost, pDataBuffer != NULL))
+        if (!SD_AssertText(m_pHost, pDataBuffer != nullptr, "pDataBuffer != NULL"))
         {
             SD_Log(m_pHost, logERROR, "%s",
                    "CShaderDebuggerDeviceBufferCL::GetDataBuffer() failed. pDataBuffer == NULL\n");
@@ -102,7 +102,7 @@ CShaderDebuggerBuffer* CShaderDebuggerDeviceBufferCL::GetDataBuffer(CShaderDebug
     {
         return nullptr;
     }
-    pNewBuffer.release();
+    static_cast<void>(pNewBuffer.release());
     return pDataBuffer;
 }
 
@@ -160,7 +160,7 @@ bool CShaderDebuggerDeviceBufferCL::UpdateData(void* pData, size_t bufferSize)
     {
         return UpdateValue(pBytes, bufferSize);
     }
-    if (!SD_Assert(m_pHost, m_Queue != 0))
+    if (!SD_AssertText(m_pHost, m_Queue != nullptr, "m_Queue != 0"))
     {
         SD_Log(m_pHost, logERROR, "%s", "CShaderDebuggerDeviceBufferCL::UpdateData() failed. m_Queue == 0\n");
         return false;

@@ -154,7 +154,7 @@ bool CShaderDebuggerDeviceCL::GetArgumentValueAndTypeFromOriginalKernel(unsigned
     }
     else if (strKind == "localpointer")
     {
-        if (!SD_Assert(m_pHost, arg_value == NULL))
+        if (!SD_AssertText(m_pHost, arg_value == nullptr, "arg_value == NULL"))
         {
             return false;
         }

@@ -66,7 +66,7 @@ bool Append(CCLMetadata& metadata, std::unique_ptr<Entry> pEntry)
         return false;
     }
 
-    pEntry.release();
+    static_cast<void>(pEntry.release());
     return true;
 }
 
