@@ -1,10 +1,14 @@
 #include "tools/kestrel/StepPrinter.h"
 #include "tools/kestrel/command/DebugSession.h"
 #include "tools/kestrel/command/ExitCode.h"
+#include "tools/kestrel/command/Manual.h"
+#include "tools/kestrel/convert/Describe.h"
+#include "tools/kestrel/convert/ProgramBuild.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 
 using namespace KestrelTool;
@@ -18,6 +22,12 @@ struct SOptions
     std::string strPlatform = "software";
     size_t nStops = 0;
     SDebugOptions debug;
+    std::string strInput;
+    std::string strOutput;
+    std::string strDevice;
+    std::string strKernel;
+    std::string strBuildOptions = "-g";
+    bool bNumbers = false;
 };
 
 CLibraries OpenLibraries(const SOptions& options)
@@ -95,6 +105,69 @@ int Debug(const SOptions& options)
     return RunDebugSession(libraries, debug);
 }
 
+/// The image in a file, or what a program's text in it builds to.
+std::vector<char> ReadBinary(const SOptions& options)
+{
+    const std::string strBytes = ReadFileBytes(options.strInput);
+    if (IsImage(strBytes))
+    {
+        return std::vector<char>(strBytes.begin(), strBytes.end());
+    }
+    return BuildProgram(OpenLibraries(options), strBytes, options.strDevice, options.strBuildOptions);
+}
+
+/// Writes a text to the output file, or prints it.
+int Deliver(const SOptions& options, const std::string& strText)
+{
+    if (options.strOutput.empty())
+    {
+        std::cout << strText;
+        return EXIT_GOOD;
+    }
+    WriteFileBytes(options.strOutput, strText);
+    return EXIT_GOOD;
+}
+
+int Assemble(const SOptions& options)
+{
+    const std::vector<char> vBinary = ReadBinary(options);
+    return Deliver(options, std::string(vBinary.begin(), vBinary.end()));
+}
+
+int Disassemble(const SOptions& options)
+{
+    return Deliver(options, DisassembleBinary(ReadBinary(options), options.bNumbers));
+}
+
+int Info(const SOptions& options)
+{
+    return Deliver(options, DescribeBinary(ReadBinary(options)));
+}
+
+int New(const SOptions& options)
+{
+    // The launch file names the program from where it will lie.
+    const std::filesystem::path output = options.strOutput.empty() ? "launch.json" : options.strOutput;
+    const std::filesystem::path program = std::filesystem::relative(std::filesystem::absolute(options.strInput),
+                                                                    std::filesystem::absolute(output).parent_path());
+    return Deliver(options, MakeLaunchFile(ReadBinary(options), program.string(), options.strKernel));
+}
+
+int Manual(const SOptions& options)
+{
+    return Deliver(options,
+                   options.strInput.empty() ? MakeManPage() : MakeManual(OpenLibraries(options), options.strInput));
+}
+
+/// A subcommand that makes one file of another.
+CLI::App* AddConverter(CLI::App& app, const char* pszName, const char* pszInput, const char* pszText, SOptions& options)
+{
+    CLI::App* pCommand = app.add_subcommand(pszName, pszText);
+    pCommand->add_option(pszInput, options.strInput, "file")->required(pszName != std::string("manual"));
+    pCommand->add_option("-o,--output", options.strOutput, "write to a file");
+    return pCommand;
+}
+
 /// Long options with one hyphen, as debuggers have them.
 std::vector<std::string> SpellOut(int argc, char** argv)
 {
@@ -140,6 +213,22 @@ int main(int argc, char** argv)
     const CLI::Option* pCommand =
         pDebug->add_option("--ex", vCommands, "do a command")->take_all()->allow_extra_args(false);
 
+    CLI::App* pAsm = AddConverter(app, "asm", "PROGRAM", "Make a kernel binary of IL", options);
+    pAsm->get_option("--output")->required();
+    CLI::App* pDisasm = AddConverter(app, "disasm", "BINARY", "Print the IL of a kernel binary", options);
+    pDisasm->add_flag("--numbers", options.bNumbers, "with the numbers of the lines");
+    CLI::App* pInfo = AddConverter(app, "info", "BINARY", "Show what a kernel binary holds", options);
+    CLI::App* pNew = AddConverter(app, "new", "PROGRAM", "Write a launch file for a kernel, with comments", options);
+    pNew->add_option("--kernel", options.strKernel, "the kernel; the first if missing");
+    for (CLI::App* pCommand : {pAsm, pDisasm, pInfo, pNew})
+    {
+        pCommand->add_option("--device", options.strDevice, "device to build for");
+        pCommand->add_option("--options", options.strBuildOptions, "build options");
+    }
+    CLI::App* pManual =
+        AddConverter(app, "manual", "EXAMPLES",
+                     "Make the manual with what the examples give; without a folder the man page", options);
+
     try
     {
         app.parse(SpellOut(argc, argv));
@@ -166,11 +255,17 @@ int main(int argc, char** argv)
 
     try
     {
-        if (pDebug->parsed())
+        const std::pair<const CLI::App*, int (*)(const SOptions&)> commands[] = {
+            {pRun, Run},   {pStep, Step}, {pDebug, Debug},  {pAsm, Assemble}, {pDisasm, Disassemble},
+            {pInfo, Info}, {pNew, New},   {pManual, Manual}};
+        for (const auto& command : commands)
         {
-            return Debug(options);
+            if (command.first->parsed())
+            {
+                return command.second(options);
+            }
         }
-        return pRun->parsed() ? Run(options) : Step(options);
+        return EXIT_USAGE;
     }
     catch (const CLaunchFileError& error)
     {

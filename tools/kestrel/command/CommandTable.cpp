@@ -38,7 +38,7 @@ const SCommand g_Commands[] = {
     {"finish", "fin", "", s_pszRunning, "Run to the end of the function, and to behind its call.", "",
      "@call_chain\nbreak add_three\nrun\nfinish", DoFinish, false, ECompletion::Nothing},
     {"until", "u", "[PLACE]", s_pszRunning, "Run to a line behind this one: out of a loop at its end.",
-     "With a place, as advance.", "@loop_trip_count\nbreak 18\nrun\nuntil", DoUntil, true, ECompletion::Place},
+     "With a place, as advance.", "@loop_trip_count\nbreak 20\nrun\nuntil", DoUntil, true, ECompletion::Place},
     {"advance", "", "PLACE", s_pszRunning, "Run to a place, or to behind the function's call if that comes first.", "",
      "start\nadvance 32", DoAdvance, false, ECompletion::Place},
     {"reverse-step", "rs", "[N]", s_pszRunning, "Go back one instruction, or N.",

@@ -128,11 +128,15 @@ std::vector<std::string> CInterpreter::ReadBlock()
     while (m_pReader != nullptr)
     {
         const std::optional<std::string> line = (*m_pReader)();
-        if (!line || Trim(*line) == "end")
+        if (!line)
         {
             break;
         }
         m_Output.OnCommand(Trim(*line));
+        if (Trim(*line) == "end")
+        {
+            break;
+        }
         vLines.push_back(Trim(*line));
     }
     return vLines;

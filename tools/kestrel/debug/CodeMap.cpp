@@ -42,7 +42,7 @@ std::string ReadName(const std::string& strLine)
 CCodeMap::CCodeMap(const CListing& listing)
 {
     FindFunctions(listing);
-    FindLoops(listing);
+    FindBlocks(listing);
     for (unsigned int nLine = 0; nLine < listing.GetLineCount(); ++nLine)
     {
         const std::string& strLine = listing.GetLine(nLine);
@@ -88,19 +88,27 @@ void CCodeMap::FindFunctions(const CListing& listing)
     }
 }
 
-void CCodeMap::FindLoops(const CListing& listing)
+void CCodeMap::FindBlocks(const CListing& listing)
 {
-    std::vector<unsigned int> vOpen;
+    std::vector<SBlock> vOpen;
     for (unsigned int nLine = 0; nLine < listing.GetLineCount(); ++nLine)
     {
         const std::string strMnemonic = listing.GetMnemonic(nLine);
-        if (strMnemonic == "whileloop")
+        if (strMnemonic == "whileloop" || strMnemonic == "switch" || IsHead(strMnemonic, "if"))
         {
-            vOpen.push_back(nLine);
+            SBlock block;
+            block.bLoop = strMnemonic == "whileloop";
+            block.nStart = nLine;
+            vOpen.push_back(block);
         }
-        else if (strMnemonic == "endloop" && !vOpen.empty())
+        else if (strMnemonic == "else" && !vOpen.empty())
         {
-            m_vLoops.push_back({vOpen.back(), nLine});
+            vOpen.back().nElse = nLine;
+        }
+        else if ((strMnemonic == "endloop" || strMnemonic == "endswitch" || strMnemonic == "endif") && !vOpen.empty())
+        {
+            vOpen.back().nEnd = nLine;
+            m_vBlocks.push_back(vOpen.back());
             vOpen.pop_back();
         }
     }
@@ -155,11 +163,11 @@ std::set<unsigned int> CCodeMap::FindLoopHeads(const std::set<unsigned int>& lin
         }
     }
     std::set<unsigned int> heads;
-    for (const SLoop& loop : m_vLoops)
+    for (const SBlock& loop : m_vBlocks)
     {
         const bool bHolds = std::any_of(vHeld.begin(), vHeld.end(),
                                         [&](unsigned int nLine) { return nLine >= loop.nStart && nLine <= loop.nEnd; });
-        if (bHolds && m_vNext[loop.nStart] < loop.nEnd)
+        if (loop.bLoop && bHolds && m_vNext[loop.nStart] < loop.nEnd)
         {
             heads.insert(m_vNext[loop.nStart]);
         }
@@ -167,11 +175,18 @@ std::set<unsigned int> CCodeMap::FindLoopHeads(const std::set<unsigned int>& lin
     return heads;
 }
 
-unsigned int CCodeMap::CountLoops(unsigned int nLine) const
+std::set<unsigned int> CCodeMap::FindInsides(const std::set<unsigned int>& lines) const
 {
-    return static_cast<unsigned int>(std::count_if(m_vLoops.begin(), m_vLoops.end(),
-                                                   [&](const SLoop& loop)
-                                                   { return nLine > loop.nStart && nLine <= loop.nEnd; }));
+    std::set<unsigned int> insides;
+    for (const SBlock& block : m_vBlocks)
+    {
+        const bool bAsked = lines.count(block.nEnd) != 0 || (block.nElse != 0 && lines.count(block.nElse) != 0);
+        if (bAsked && m_vNext[block.nStart] < block.nEnd)
+        {
+            insides.insert(m_vNext[block.nStart]);
+        }
+    }
+    return insides;
 }
 
 } // namespace KestrelTool

@@ -37,22 +37,26 @@ public:
     unsigned int GetFirstStop() const { return m_nFirstStop; }
     /// The first lines inside those loops that hold one of the lines, or a call that leads to one.
     std::set<unsigned int> FindLoopHeads(const std::set<unsigned int>& lines) const;
-    /// How many loops are open around a line, in its function.
-    unsigned int CountLoops(unsigned int nLine) const;
+    /// A line inside each block that one of the lines divides or ends. The debugger passes over a block
+    /// as a whole unless a breakpoint lies inside.
+    std::set<unsigned int> FindInsides(const std::set<unsigned int>& lines) const;
 
 private:
-    struct SLoop
+    /// A loop, an if or a switch.
+    struct SBlock
     {
-        unsigned int nStart;
-        unsigned int nEnd;
+        bool bLoop = false;
+        unsigned int nStart = 0;
+        unsigned int nEnd = 0;
+        unsigned int nElse = 0; ///< 0 for none
     };
 
     void FindFunctions(const CListing& listing);
-    void FindLoops(const CListing& listing);
+    void FindBlocks(const CListing& listing);
     void NoteCall(unsigned int nLine, unsigned int nLabel, bool bMacro);
 
     std::vector<SFunction> m_vFunctions;
-    std::vector<SLoop> m_vLoops;
+    std::vector<SBlock> m_vBlocks;
     std::vector<unsigned int> m_vNext; ///< by line: the next instruction
     unsigned int m_nFirstStop = 0;
 };

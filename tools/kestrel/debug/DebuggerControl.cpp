@@ -75,6 +75,8 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     {
         stops = m_Breakpoints.GetEnabledLines();
         stops.insert(lines.begin(), lines.end());
+        const std::set<unsigned int> insides = m_pCode->FindInsides(stops);
+        stops.insert(insides.begin(), insides.end());
         if (m_bInterruptible && command == OVKCLDEBUG_COMMAND_CONTINUE)
         {
             const std::set<unsigned int> heads = m_pCode->FindLoopHeads(stops);

@@ -1,0 +1,203 @@
+#include "tools/kestrel/command/Manual.h"
+
+#include "tools/kestrel/KernelText.h"
+#include "tools/kestrel/command/Interpreter.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+const char* const s_pszDefaultLaunch = "nested_if";
+
+const char* const s_pszIntroduction =
+    "# `kestrel`\n\n"
+    "The command-line debugger. This page is made from the table of commands by `kestrel manual EXAMPLES`; each "
+    "example was run to "
+    "make it, on `examples/nested_if/nested_if.json` where nothing else is said. `help` gives the same text.\n\n"
+    "| Call | What it does |\n|---|---|\n"
+    "| `kestrel debug LAUNCH` | debug a launch file at a prompt; `-q` without a greeting, `-x FILE` and `-ex COMMAND` "
+    "do commands "
+    "first, in their order, `-batch` ends behind them, `--json` talks to programs, `--echo` prints each command |\n"
+    "| `kestrel run LAUNCH` | just run it and compare its outputs |\n"
+    "| `kestrel step LAUNCH` | step it to its end and print every stop |\n"
+    "| `kestrel new PROGRAM` | write a launch file for a kernel, with comments; `--kernel NAME`, `-o FILE` |\n"
+    "| `kestrel asm PROGRAM -o BINARY` | make a kernel binary of IL; `--device NAME`, `--options TEXT` |\n"
+    "| `kestrel disasm BINARY` | print a binary's IL; `--numbers` with the lines' numbers |\n"
+    "| `kestrel info BINARY` | show a binary's sections, kernels, arguments, metadata and lines |\n\n"
+    "`--platform system`, in front of these, takes the machine's own OpenCL in place of the software platform. Launch "
+    "files are "
+    "described in `tools/kestrel/LaunchFile.h`, and by what `kestrel new` writes.\n\n"
+    "Exit codes: 0 good, 1 a command failed, 2 the call or the launch file is wrong, 3 the platform failed, 4 an "
+    "output differs from "
+    "what is expected. In a script the first command that fails ends it.\n\n"
+    "Commands may be cut short where they stay unique. Enter repeats those that step, list or print. A format stands "
+    "behind a slash: "
+    "`print/x r3`. A line that begins with `#` is a comment.\n\n"
+    "With `--json` each line is an object. An answer has `answer` (the command), `ok`, `token` (the number in front of "
+    "the command, "
+    "if there was one: `12 mask`), and `result` or `error`. Events have `event`: `started`, `stopped` (with `reason`, "
+    "`line`, `count` of active "
+    "work-items, `breakpoints`, `fault`), `finished` (with `outputs` and `differences`), `display`, `error`.\n\n"
+    "History is kept in `~/.kestrel_history`, or in the file that `KESTREL_HISTORY` names. An interrupt (Ctrl-C) stops "
+    "what runs at the next "
+    "place where it can: between kernel runs of a command that makes many, at the head of a loop's pass.\n";
+
+/// The launch of an example, and its commands.
+struct SExample
+{
+    std::string strLaunch = s_pszDefaultLaunch;
+    std::vector<std::string> vLines;
+};
+
+SExample ReadExample(const SCommand& command)
+{
+    SExample example;
+    example.vLines = SplitLines(command.pszExample);
+    if (!example.vLines.empty() && example.vLines.front()[0] == '@')
+    {
+        example.strLaunch = example.vLines.front().substr(1);
+        example.vLines.erase(example.vLines.begin());
+    }
+    return example;
+}
+
+std::string RunExample(const CLibraries& libraries, const std::string& strExamples, const SExample& example)
+{
+    std::ostringstream output;
+    CTextOutput text(output, output, true);
+    CInterpreter interpreter(text);
+    const std::string strPath = strExamples + "/" + example.strLaunch + "/" + example.strLaunch + ".json";
+    CDebugger debugger(libraries, ReadLaunchFile(strPath), interpreter);
+    interpreter.SetDebugger(debugger);
+    debugger.GetSettings().nWidth = 70;
+    debugger.GetSettings().nHeight = 20;
+    text.SetSettings(debugger.GetSettings());
+    size_t nNext = 0;
+    interpreter.ExecuteAll(
+        [&]() -> std::optional<std::string>
+        { return nNext < example.vLines.size() ? std::optional<std::string>(example.vLines[nNext++]) : std::nullopt; },
+        false);
+    return output.str();
+}
+
+std::vector<std::string> ListGroups()
+{
+    std::vector<std::string> vGroups;
+    for (size_t i = 0; i < g_nCommands; ++i)
+    {
+        if (std::find(vGroups.begin(), vGroups.end(), g_Commands[i].pszGroup) == vGroups.end())
+        {
+            vGroups.push_back(g_Commands[i].pszGroup);
+        }
+    }
+    return vGroups;
+}
+
+std::string MakeHead(const SCommand& command)
+{
+    const std::string strArguments = command.pszArguments;
+    return command.pszName + std::string(strArguments.empty() || strArguments.compare(0, 2, "[/") == 0 ? "" : " ") +
+           strArguments;
+}
+
+/// In roff a hyphen of a name is written \- and a line must not begin with a dot or quote.
+std::string Escape(const std::string& strText)
+{
+    std::string strEscaped;
+    for (const char c : strText)
+    {
+        if (c == '\\' || c == '-')
+        {
+            strEscaped += '\\';
+        }
+        const bool bLineStart = strEscaped.empty() || strEscaped.back() == '\n';
+        strEscaped += (c == '.' || c == '\'') && bLineStart ? "\\&" : "";
+        strEscaped += c;
+    }
+    return strEscaped;
+}
+
+} // namespace
+
+std::string MakeManual(const CLibraries& libraries, const std::string& strExamples)
+{
+    std::ostringstream manual;
+    manual << s_pszIntroduction;
+    for (const std::string& strGroup : ListGroups())
+    {
+        manual << "\n## " << strGroup << "\n";
+        for (size_t i = 0; i < g_nCommands; ++i)
+        {
+            const SCommand& command = g_Commands[i];
+            if (strGroup != command.pszGroup)
+            {
+                continue;
+            }
+            manual << "\n### `" << MakeHead(command) << "`\n\n" << command.pszSummary << "\n";
+            for (const std::string& strLine : SplitLines(command.pszText))
+            {
+                manual << "\n" << strLine << "\n";
+            }
+            if (command.pszAliases[0] != '\0')
+            {
+                manual << "\nShort: `" << command.pszAliases << "`\n";
+            }
+            const SExample example = ReadExample(command);
+            if (!example.vLines.empty())
+            {
+                manual << (example.strLaunch != s_pszDefaultLaunch ? "\nWith `" + example.strLaunch + "`:\n" : "")
+                       << "\n```\n"
+                       << RunExample(libraries, strExamples, example) << "```\n";
+            }
+        }
+    }
+    return manual.str();
+}
+
+std::string MakeManPage()
+{
+    std::ostringstream page;
+    page
+        << ".TH KESTREL 1\n.SH NAME\nkestrel \\- single\\-step OpenCL kernels\n.SH SYNOPSIS\n"
+           ".B kestrel\n[\\-\\-platform software|system]\n.B debug\n[\\-q] [\\-batch] [\\-x FILE] [\\-ex COMMAND] "
+           "[\\-\\-json] [\\-\\-echo] LAUNCH\n.br\n.B kestrel run\nLAUNCH\n.br\n.B kestrel step\nLAUNCH\n.br\n"
+           ".B kestrel new\nPROGRAM [\\-\\-kernel NAME] [\\-o FILE]\n.br\n.B kestrel asm\nPROGRAM \\-o BINARY\n.br\n"
+           ".B kestrel disasm\nBINARY [\\-\\-numbers]\n.br\n.B kestrel info\nBINARY\n.SH DESCRIPTION\n"
+           "Steps a kernel over its whole dispatch: at each stop the line, the active work\\-items, and every register "
+           "and byte of memory of every work\\-item can be read.\n.SH EXIT STATUS\n0 good, 1 a command failed, 2 the "
+           "call "
+           "or the launch file is wrong, 3 the platform failed, 4 an output differs from what is expected.\n";
+    for (const std::string& strGroup : ListGroups())
+    {
+        std::string strTitle = strGroup;
+        std::transform(strTitle.begin(), strTitle.end(), strTitle.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+        page << ".SH \"" << Escape(strTitle) << "\"\n";
+        for (size_t i = 0; i < g_nCommands; ++i)
+        {
+            const SCommand& command = g_Commands[i];
+            if (strGroup != command.pszGroup)
+            {
+                continue;
+            }
+            page << ".TP\n.B " << Escape(MakeHead(command)) << "\n" << Escape(command.pszSummary) << "\n";
+            for (const std::string& strLine : SplitLines(command.pszText))
+            {
+                page << Escape(strLine) << "\n";
+            }
+            if (command.pszAliases[0] != '\0')
+            {
+                page << "Short: " << Escape(command.pszAliases) << ".\n";
+            }
+        }
+    }
+    page << ".SH FILES\n~/.kestrel_history, or what KESTREL_HISTORY names\n";
+    return page.str();
+}
+
+} // namespace KestrelTool

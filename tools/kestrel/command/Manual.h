@@ -1,0 +1,19 @@
+#ifndef KESTREL_TOOLS_COMMAND_MANUAL_H
+#define KESTREL_TOOLS_COMMAND_MANUAL_H
+
+#include "tools/kestrel/Libraries.h"
+
+#include <string>
+
+namespace KestrelTool
+{
+
+/// The manual in Markdown: the table of commands, each with its example run on a launch of
+/// strExamples and what came of it.
+std::string MakeManual(const CLibraries& libraries, const std::string& strExamples);
+/// The man page.
+std::string MakeManPage();
+
+} // namespace KestrelTool
+
+#endif

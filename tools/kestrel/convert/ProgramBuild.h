@@ -1,0 +1,34 @@
+#ifndef KESTREL_TOOLS_CONVERT_PROGRAMBUILD_H
+#define KESTREL_TOOLS_CONVERT_PROGRAMBUILD_H
+
+#include "tools/kestrel/Libraries.h"
+
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+/// A program that doesn't build; the text is the build log.
+class CBuildError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Builds a program's text for a device, and gives the image.
+/// \param strDevice  a device's name, or the beginning of it; the first GPU if empty
+/// \throws CBuildError, CPlatformError
+std::vector<char> BuildProgram(const CLibraries& libraries, const std::string& strSource, const std::string& strDevice,
+                               const std::string& strOptions);
+
+/// The bytes of a file. \throws std::runtime_error
+std::string ReadFileBytes(const std::string& strPath);
+void WriteFileBytes(const std::string& strPath, const std::string& strBytes);
+
+/// Whether bytes are those of an ELF image.
+bool IsImage(const std::string& strBytes);
+
+} // namespace KestrelTool
+
+#endif
