@@ -73,6 +73,40 @@ TEST_F(CBindingsTest, RunsBothKernelsOfAProgram)
     EXPECT_NE(m_queue.getInfo<CL_QUEUE_CONTEXT>()(), nullptr);
 }
 
+TEST_F(CBindingsTest, MapsBuffersAndRunsAKernelOfItsOwnSource)
+{
+    cl::Program program(m_context, "kernel void add(global int* out, global const int* a, int n)\n"
+                                   "{ int i = get_global_id(0); out[i] = a[i] * n + i; }");
+    program.build();
+    auto add = cl::KernelFunctor<cl::Buffer, cl::Buffer, cl_int>(program, "add");
+    cl::Buffer source(m_context, CL_MEM_READ_WRITE, 64 * sizeof(cl_int));
+    cl::Buffer target(m_context, CL_MEM_READ_WRITE, 64 * sizeof(cl_int));
+    auto* pSource =
+        static_cast<cl_int*>(m_queue.enqueueMapBuffer(source, CL_TRUE, CL_MAP_WRITE, 0, 64 * sizeof(cl_int)));
+    std::iota(pSource, pSource + 64, -30);
+    m_queue.enqueueUnmapMemObject(source, pSource);
+
+    // A part of the buffer as the target; the other half is filled meanwhile.
+    const cl_buffer_region region = {128, 128};
+    cl::Buffer part = target.createSubBuffer(CL_MEM_READ_WRITE, CL_BUFFER_CREATE_TYPE_REGION, &region);
+    cl::Event filled;
+    m_queue.enqueueFillBuffer(target, cl_int{-1}, 0, 128, nullptr, &filled);
+    cl::Event added = add(cl::EnqueueArgs(m_queue, filled, cl::NDRange(32)), part, source, 10);
+    std::vector<cl::Event> vAdded = {added};
+    cl::Event mapped;
+    const auto* pTarget = static_cast<const cl_int*>(
+        m_queue.enqueueMapBuffer(target, CL_FALSE, CL_MAP_READ, 0, 64 * sizeof(cl_int), &vAdded, &mapped));
+    mapped.wait();
+    for (cl_int n = 0; n < 64; ++n)
+        EXPECT_EQ(pTarget[n], n < 32 ? -1 : (n - 32 - 30) * 10 + n - 32);
+    m_queue.enqueueUnmapMemObject(target, const_cast<cl_int*>(pTarget));
+    m_queue.finish();
+
+    cl::Program broken(m_context, "kernel void broken() { nothing; }");
+    EXPECT_THROW(broken.build(), cl::BuildError);
+    EXPECT_NE(broken.getBuildInfo<CL_PROGRAM_BUILD_LOG>().front().second.find("'nothing'"), std::string::npos);
+}
+
 TEST_F(CBindingsTest, MapsImagesAndSetsUserEvents)
 {
     cl::Image2D image(m_context, CL_MEM_READ_WRITE, cl::ImageFormat(CL_RGBA, CL_UNSIGNED_INT8), 5, 3);

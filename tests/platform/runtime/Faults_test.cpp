@@ -1,0 +1,113 @@
+#include "Kernels.h"
+#include "Runtime.h"
+
+#include <mutex>
+
+/// Kernels that do what they shouldn't: the launch completes, and what happened is told.
+namespace
+{
+
+class CFaultsTest : public CRuntimeTest
+{
+protected:
+    /// Collects what the context's callback is told.
+    struct SReports
+    {
+        std::mutex m_mutex;
+        std::vector<std::string> m_vTexts;
+    };
+
+    void SetUp() override
+    {
+        CRuntimeTest::SetUp();
+        cl.clReleaseCommandQueue(m_queue);
+        cl.clReleaseContext(m_context);
+        const auto notify = [](const char* pszText, const void*, size_t, void* pUser)
+        {
+            auto& reports = *static_cast<SReports*>(pUser);
+            std::lock_guard<std::mutex> lock(reports.m_mutex);
+            reports.m_vTexts.emplace_back(pszText);
+        };
+        m_context = cl.clCreateContext(nullptr, 1, &m_device, notify, &m_reports, nullptr);
+        m_queue = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
+    }
+
+    /// Runs a kernel of one int pointer over 64 work-items in groups of 16 and gives what is in the buffer then.
+    std::vector<cl_int> Run(const std::string& strSource, const char* pszKernel)
+    {
+        const char* pszSource = strSource.c_str();
+        cl_program program = cl.clCreateProgramWithSource(m_context, 1, &pszSource, nullptr, nullptr);
+        EXPECT_EQ(cl.clBuildProgram(program, 0, nullptr, "", nullptr, nullptr), CL_SUCCESS);
+        cl_kernel kernel = cl.clCreateKernel(program, pszKernel, nullptr);
+        std::vector<cl_int> vValues(64, 7);
+        cl_mem buffer = MakeBuffer(64 * 4, vValues.data());
+        EXPECT_EQ(cl.clSetKernelArg(kernel, 0, sizeof(buffer), &buffer), CL_SUCCESS);
+        const size_t nGlobal = 64;
+        const size_t nLocal = 16;
+        EXPECT_EQ(cl.clEnqueueNDRangeKernel(m_queue, kernel, 1, nullptr, &nGlobal, &nLocal, 0, nullptr, nullptr),
+                  CL_SUCCESS);
+        EXPECT_EQ(cl.clFinish(m_queue), CL_SUCCESS);
+        vValues = ReadAll<cl_int>(buffer, 64);
+        cl.clReleaseMemObject(buffer);
+        cl.clReleaseKernel(kernel);
+        cl.clReleaseProgram(program);
+        return vValues;
+    }
+
+    /// The one text that the callback got.
+    std::string Report()
+    {
+        Control().GetCounter(PLATFORM_COUNTER_CONTEXTS); // waits for the callback
+        std::lock_guard<std::mutex> lock(m_reports.m_mutex);
+        EXPECT_EQ(m_reports.m_vTexts.size(), 1u);
+        return m_reports.m_vTexts.empty() ? std::string() : m_reports.m_vTexts[0];
+    }
+
+    SReports m_reports;
+};
+
+TEST_F(CFaultsTest, ABarrierThatPartOfAGroupMisses)
+{
+    // The first work-item of each group goes past the barrier.
+    const std::string strSource = MakeModule(
+        true, "misses", ";pointer:out:i32:1:1:0:uav:12:4:RW:0:0\n", "dcl_typeless_uav_id(12)_stride(4)_length(4)\n",
+        "if_logicalnz vTidInGrp.x\nfence_threads\nendif\nishl r1.x, r0.x, l10.x\n"
+        "i64add r1.xy, cb1[0].xyxy, r1.x000\nuav_raw_store_id(12)_addr64 mem0.x, r1.xy, r0.x\n");
+    const std::vector<cl_int> vValues = Run(strSource, "misses");
+    for (cl_int n = 0; n < 64; ++n)
+        EXPECT_EQ(vValues[static_cast<size_t>(n)], n) << "the others go on";
+    SPlatformFault fault{};
+    Control().GetLastFault(&fault);
+    EXPECT_EQ(fault.nUnreachedBarriers, 4u);
+    EXPECT_EQ(fault.nBadAccesses, 0u);
+    EXPECT_NE(Report().find("kernel misses: 4 barriers"), std::string::npos);
+}
+
+TEST_F(CFaultsTest, DivisionsByZeroAndTheLeastNumberAreNoFault)
+{
+    const std::vector<cl_int> vValues =
+        Run("kernel void divide(global int* p) { int i = get_global_id(0); int zero = i - i; int least = 1 << 31;\n"
+            "p[i] = i / zero + i % zero + (least / (zero - 1) - least) + least % (zero - 1); }",
+            "divide");
+    for (cl_int n = 0; n < 64; ++n)
+        EXPECT_EQ(vValues[static_cast<size_t>(n)], n - 1);
+    SPlatformFault fault{};
+    Control().GetLastFault(&fault);
+    EXPECT_EQ(fault.nBadAccesses, 0u);
+}
+
+TEST_F(CFaultsTest, AddressesFarAwayAreDroppedAndTheFirstOneIsTold)
+{
+    const std::vector<cl_int> vValues =
+        Run("kernel void far(global int* p) { int i = get_global_id(0); p[i * 536870911] = p[-1 - i] + 1; }", "far");
+    EXPECT_EQ(vValues[0], 1) << "what isn't there reads as 0";
+    EXPECT_EQ(std::vector<cl_int>(vValues.begin() + 1, vValues.end()), std::vector<cl_int>(63, 7));
+    SPlatformFault fault{};
+    Control().GetLastFault(&fault);
+    EXPECT_EQ(fault.nBadAccesses, 64u + 63u);
+    EXPECT_EQ(fault.nWorkItem, 0u);
+    EXPECT_EQ(fault.bWrite, 0);
+    EXPECT_NE(Report().find("127 accesses outside memory, the first a read"), std::string::npos);
+}
+
+} // namespace
