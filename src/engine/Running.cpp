@@ -126,6 +126,8 @@ bool CShaderDebuggerShaderIL::Arrive(RegPCMap& regPCMap)
         {
             m_nNextInstruction.m_nPos = m_nEndOfShader;
         }
+        // The way back doesn't stop either where nobody was.
+        NoteNext();
     }
     return false;
 }
