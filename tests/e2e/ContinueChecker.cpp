@@ -3,6 +3,8 @@
 #include "tests/e2e/DebugFunctions.h"
 
 #include <algorithm>
+#include <numeric>
+#include <optional>
 
 namespace KestrelTest
 {
@@ -141,11 +143,16 @@ void CContinueChecker::CheckRuns(const CStepRecord::SExpected& expected)
     }
 }
 
+/// The position may have passed over places where somebody was. Of those that fit, the earliest is taken, so that a
+/// later one isn't mistaken for it.
 void CContinueChecker::CheckAnyPlace(CSession& session)
 {
     const SMaskView mask = session.GetMask();
     const std::vector<bool> vMask(mask.pActive, mask.pActive + mask.nItems);
     std::string strDifference = "nobody is there in the plain run with this mask";
+    std::optional<std::vector<size_t>> earliest;
+    const auto total = [](const std::vector<size_t>& vProgress)
+    { return std::accumulate(vProgress.begin(), vProgress.end(), size_t(0)); };
     for (const SPosition& position :
          m_History.GetPositions(session.GetListing().GetInstructionNumber(session.GetNextLine())))
     {
@@ -163,14 +170,23 @@ void CContinueChecker::CheckAnyPlace(CSession& session)
                 bBehind = bBehind && (m_nStops == 1 || vProgress[i] > m_vProgress[i]);
             }
         }
-        strDifference = bBehind ? CompareValues(session, vProgress) : strDifference;
-        if (bBehind && strDifference.empty())
+        if (!bBehind || (earliest && total(*earliest) <= total(vProgress)))
         {
-            m_vProgress = vProgress;
-            return;
+            continue;
+        }
+        const std::string strHere = CompareValues(session, vProgress);
+        strDifference = strHere.empty() ? strDifference : strHere;
+        if (strHere.empty())
+        {
+            earliest = vProgress;
         }
     }
-    Report("in front of line " + std::to_string(session.GetNextLine()) + ": " + strDifference);
+    if (!earliest)
+    {
+        Report("in front of line " + std::to_string(session.GetNextLine()) + ": " + strDifference);
+        return;
+    }
+    m_vProgress = *earliest;
 }
 
 bool CContinueChecker::IsTracked(const std::string& strName) const
