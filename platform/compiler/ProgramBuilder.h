@@ -76,7 +76,9 @@ struct SCompiledKernel
     uint32_t nRequiredGroupSize[3] = {0, 0, 0};
     bool b64BitAddresses = true;
     std::vector<uint32_t> vTokens; ///< the whole stream, with the call of this kernel's function in place
-    std::vector<uint32_t> vLines;  ///< 1-based line of the IL text for each instruction; may be empty
+    /// 1-based line of each instruction, in the source if that is a module and was built, else in the IL text; may be
+    /// empty.
+    std::vector<uint32_t> vLines;
 };
 
 /// What a build gives.
@@ -100,7 +102,7 @@ struct SBuildOptions
 /// \return false, with the word in strUnknown, for an option that isn't known
 bool ParseBuildOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown);
 
-/// Builds an IL module, or the empty OpenCL C kernel, into an image and its kernels. Reentrant.
+/// Builds an IL module, or kernels in C, into an image and its kernels. Reentrant.
 SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target);
 
 /// Reads an image back. Without bUseDebugIL it takes .text, with it .debugil, whose placeholder

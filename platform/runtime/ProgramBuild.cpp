@@ -14,7 +14,7 @@ namespace
 
 using ProgramNotify = void(CL_CALLBACK*)(cl_program, void*);
 
-/// What went wrong with an instruction, with the line of the IL text that it stands on if that is known.
+/// What went wrong with an instruction, with the line that it stands on if that is known.
 std::string DescribeDecodeError(const SCompiledKernel& kernel, const SDecodeError& error)
 {
     std::string strPlace = "instruction " + std::to_string(error.nInstruction);

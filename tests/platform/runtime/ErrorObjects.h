@@ -5,6 +5,7 @@
 #include "Runtime.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 
 /// What the tests of error codes share: one object of each kind, all of them good.
@@ -45,6 +46,28 @@ struct SObjects
     cl_event foreignEvent = nullptr;
     unsigned char bytes[4096] = {};
 };
+
+/// A wrong call and its code. The call's own result comes back, or what it stored as its error.
+struct SErrorCase
+{
+    const char* m_pszEntryPoint;
+    const char* m_pszMistake;
+    cl_int m_nExpected;
+    std::function<cl_int(SObjects&)> m_call;
+};
+
+/// Wraps a call that gives an object, which must be null, and stores its code.
+template <class F>
+std::function<cl_int(SObjects&)> Created(F call)
+{
+    return [call](SObjects& o)
+    {
+        cl_int nError = 99;
+        const void* pResult = call(o, &nError);
+        EXPECT_EQ(pResult, nullptr);
+        return nError;
+    };
+}
 
 class CErrorsTest : public CRuntimeTest
 {
@@ -132,6 +155,20 @@ protected:
                   CL_SUCCESS);
         for (size_t n = 0; n < vTexels.size(); ++n)
             EXPECT_EQ(vTexels[n], n % 4 + 1) << "byte " << n;
+    }
+
+    /// Each case gives its code, leaves no object behind and changes no memory.
+    void CheckCases(const std::vector<SErrorCase>& vCases)
+    {
+        FillMemory();
+        const std::vector<uint64_t> vBefore = CountAll();
+        for (const SErrorCase& error : vCases)
+        {
+            SCOPED_TRACE(std::string(error.m_pszEntryPoint) + ", " + error.m_pszMistake);
+            EXPECT_EQ(error.m_call(o), error.m_nExpected);
+            EXPECT_EQ(CountAll(), vBefore);
+        }
+        ExpectMemoryAsFilled();
     }
 
     SObjects o;

@@ -1,32 +1,9 @@
 #include "ErrorObjects.h"
 
-#include <functional>
 #include <set>
 
 namespace
 {
-
-/// A wrong call and its code. The call's own result comes back, or what it stored as its error.
-struct SErrorCase
-{
-    const char* m_pszEntryPoint;
-    const char* m_pszMistake;
-    cl_int m_nExpected;
-    std::function<cl_int(SObjects&)> m_call;
-};
-
-/// Wraps a call that gives an object, which must be null, and stores its code.
-template <class F>
-std::function<cl_int(SObjects&)> Created(F call)
-{
-    return [call](SObjects& o)
-    {
-        cl_int nError = 99;
-        const void* pResult = call(o, &nError);
-        EXPECT_EQ(pResult, nullptr);
-        return nError;
-    };
-}
 
 cl_mem MakeImage(SObjects& o, cl_int* pnError, cl_mem_object_type eType, size_t nWidth, size_t nHeight,
                  size_t nRowPitch = 0)
@@ -612,15 +589,7 @@ std::vector<SErrorCase> AllCases()
 
 TEST_F(CErrorsTest, EachMistakeHasItsCodeAndLeavesNothing)
 {
-    FillMemory();
-    const std::vector<uint64_t> vBefore = CountAll();
-    for (const SErrorCase& error : AllCases())
-    {
-        SCOPED_TRACE(std::string(error.m_pszEntryPoint) + ", " + error.m_pszMistake);
-        EXPECT_EQ(error.m_call(o), error.m_nExpected);
-        EXPECT_EQ(CountAll(), vBefore);
-    }
-    ExpectMemoryAsFilled();
+    CheckCases(AllCases());
 }
 
 /// Entry points that give neither a code nor an object with a code.

@@ -1,6 +1,7 @@
 #include "Kernels.h"
 #include "Runtime.h"
 
+#include <atomic>
 #include <random>
 #include <thread>
 
@@ -32,8 +33,110 @@ public:
             Round();
     }
 
+    uint64_t Launches() const { return m_nLaunches; }
+
 private:
     void Round()
+    {
+        switch (m_random() % 6)
+        {
+        case 0:
+            ImageRound();
+            break;
+        case 1:
+            PartsRound();
+            break;
+        case 2:
+            ContextRound();
+            break;
+        default:
+            PipelineRound();
+            break;
+        }
+    }
+
+    /// An image that is filled, mapped and copied to a buffer of its bytes.
+    void ImageRound()
+    {
+        const cl_image_format format{CL_RGBA, CL_UNSIGNED_INT8};
+        cl_command_queue own = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
+        cl_command_queue queue = Flip() ? m_shared : own;
+        cl_mem image = cl.clCreateImage2D(m_context, 0, &format, 8, 8, 0, nullptr, nullptr);
+        cl_mem buffer = cl.clCreateBuffer(m_context, 0, 256, nullptr, nullptr);
+        cl_sampler sampler = cl.clCreateSampler(m_context, CL_TRUE, CL_ADDRESS_REPEAT, CL_FILTER_LINEAR, nullptr);
+        const cl_uint colour[] = {1, 2, 3, static_cast<cl_uint>(m_random() % 200)};
+        const size_t origin[] = {0, 0, 0};
+        const size_t region[] = {8, 8, 1};
+        cl_event filled = nullptr;
+        cl_event copied = nullptr;
+        Expect(cl.clEnqueueFillImage(queue, image, colour, origin, region, 0, nullptr, &filled));
+        Expect(cl.clEnqueueCopyImageToBuffer(own, image, buffer, origin, region, 0, 1, &filled, &copied));
+        size_t nPitch = 0;
+        cl_int nError = -1;
+        auto* pTexels = static_cast<unsigned char*>(cl.clEnqueueMapImage(
+            queue, image, CL_TRUE, CL_MAP_READ, origin, region, &nPitch, nullptr, 1, &copied, nullptr, &nError));
+        ASSERT_EQ(nError, CL_SUCCESS);
+        EXPECT_EQ(pTexels[7 * nPitch + 31], colour[3]);
+        Expect(cl.clEnqueueUnmapMemObject(queue, image, pTexels, 0, nullptr, nullptr));
+        Expect(cl.clReleaseMemObject(image));
+        Expect(cl.clReleaseSampler(sampler));
+        Release(own, buffer, {filled, copied});
+    }
+
+    /// Two parts of one buffer, written by a mapping and by a copy.
+    void PartsRound()
+    {
+        cl_command_queue own = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
+        cl_mem buffer = cl.clCreateBuffer(m_context, 0, 512, nullptr, nullptr);
+        const cl_buffer_region regions[] = {{0, 256}, {256, 256}};
+        cl_mem parts[] = {cl.clCreateSubBuffer(buffer, 0, CL_BUFFER_CREATE_TYPE_REGION, &regions[0], nullptr),
+                          cl.clCreateSubBuffer(buffer, 0, CL_BUFFER_CREATE_TYPE_REGION, &regions[1], nullptr)};
+        cl_int nError = -1;
+        auto* pWords = static_cast<cl_uint*>(
+            cl.clEnqueueMapBuffer(own, parts[0], CL_TRUE, CL_MAP_WRITE, 0, 256, 0, nullptr, nullptr, &nError));
+        ASSERT_EQ(nError, CL_SUCCESS);
+        const cl_uint nValue = static_cast<cl_uint>(m_random());
+        for (size_t n = 0; n < 64; ++n)
+            pWords[n] = nValue;
+        cl_event unmapped = nullptr;
+        cl_event copied = nullptr;
+        Expect(cl.clEnqueueUnmapMemObject(own, parts[0], pWords, 0, nullptr, &unmapped));
+        Expect(cl.clEnqueueCopyBuffer(m_shared, parts[0], parts[1], 0, 0, 256, 1, &unmapped, &copied));
+        const size_t nFirst = Flip() ? 0 : 1;
+        Expect(cl.clReleaseMemObject(parts[nFirst]));
+        std::vector<cl_uint> vWords(128);
+        Expect(cl.clEnqueueReadBuffer(own, buffer, CL_TRUE, 0, 512, vWords.data(), 1, &copied, nullptr));
+        EXPECT_EQ(vWords, std::vector<cl_uint>(128, nValue));
+        Expect(cl.clReleaseMemObject(parts[1 - nFirst]));
+        Release(own, buffer, {unmapped, copied});
+    }
+
+    /// A context of its own with all that a launch needs, released before the launch has run.
+    void ContextRound()
+    {
+        cl_context context = cl.clCreateContext(nullptr, 1, &m_device, nullptr, nullptr, nullptr);
+        cl_command_queue queue = cl.clCreateCommandQueue(context, m_device, 0, nullptr);
+        const char* pszSource = "kernel void add(global int* p, int n) { p[get_global_id(0)] += n; }";
+        cl_program program = cl.clCreateProgramWithSource(context, 1, &pszSource, nullptr, nullptr);
+        Expect(cl.clBuildProgram(program, 0, nullptr, "", nullptr, nullptr));
+        cl_kernel kernel = cl.clCreateKernel(program, "add", nullptr);
+        cl_mem buffer = cl.clCreateBuffer(context, 0, s_nItems * 4, nullptr, nullptr);
+        const cl_int nStep = 5;
+        cl.clSetKernelArg(kernel, 0, sizeof(buffer), &buffer);
+        cl.clSetKernelArg(kernel, 1, sizeof(nStep), &nStep);
+        cl_event event = nullptr;
+        Expect(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &s_nItems, nullptr, 0, nullptr, &event));
+        ++m_nLaunches;
+        Expect(cl.clReleaseContext(context));
+        Expect(cl.clReleaseProgram(program));
+        Expect(cl.clReleaseKernel(kernel));
+        std::vector<cl_int> vValues(s_nItems);
+        Expect(cl.clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, s_nItems * 4, vValues.data(), 0, nullptr, nullptr));
+        EXPECT_EQ(vValues, std::vector<cl_int>(s_nItems, nStep));
+        Release(queue, buffer, {event});
+    }
+
+    void PipelineRound()
     {
         cl_command_queue own = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
         cl_mem buffer = cl.clCreateBuffer(m_context, 0, s_nItems * 4, nullptr, nullptr);
@@ -63,6 +166,7 @@ private:
         cl_event event = nullptr;
         Expect(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &s_nItems, nullptr, 1, &behind, &event));
         cl.clReleaseKernel(kernel);
+        ++m_nLaunches;
         return event;
     }
 
@@ -104,6 +208,7 @@ private:
     cl_command_queue m_shared;
     cl_program m_program;
     std::mt19937 m_random;
+    uint64_t m_nLaunches = 0;
 };
 
 TEST_F(CStressTest, EightThreadsLeaveNothingBehind)
@@ -113,11 +218,20 @@ TEST_F(CStressTest, EightThreadsLeaveNothingBehind)
     cl_program program = cl.clCreateProgramWithSource(m_context, 1, &pszSource, nullptr, nullptr);
     ASSERT_EQ(cl.clBuildProgram(program, 0, nullptr, "", nullptr, nullptr), CL_SUCCESS);
     std::vector<std::thread> vThreads;
+    std::atomic<uint64_t> nLaunches{0};
     for (unsigned int i = 0; i < s_nThreads; ++i)
-        vThreads.emplace_back([&, i] { CWorker(m_context, m_device, m_queue, program, i).Run(); });
+    {
+        vThreads.emplace_back(
+            [&, i]
+            {
+                CWorker worker(m_context, m_device, m_queue, program, i);
+                worker.Run();
+                nLaunches += worker.Launches();
+            });
+    }
     for (std::thread& thread : vThreads)
         thread.join();
-    EXPECT_EQ(Control().GetCounter(PLATFORM_COUNTER_KERNEL_RUNS), static_cast<uint64_t>(s_nThreads * s_nRounds));
+    EXPECT_EQ(Control().GetCounter(PLATFORM_COUNTER_KERNEL_RUNS), nLaunches);
     cl.clReleaseProgram(program);
 }
 
