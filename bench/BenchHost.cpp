@@ -72,6 +72,26 @@ void MatrixProduct(uint32_t n, const float* a, const float* b, float* pProduct)
 
 void Reduction(uint32_t nGroups, const uint32_t* pValues, uint32_t* pSums)
 {
+    uint32_t nLeft[256];
+    for (uint32_t nGroup = 0; nGroup < nGroups; ++nGroup)
+    {
+        for (uint32_t i = 0; i < 256; ++i)
+        {
+            nLeft[i] = pValues[nGroup * 256 + i];
+        }
+        for (uint32_t nHalf = 128; nHalf > 0; nHalf /= 2)
+        {
+            for (uint32_t i = 0; i < nHalf; ++i)
+            {
+                nLeft[i] += nLeft[i + nHalf];
+            }
+        }
+        pSums[nGroup] = nLeft[0];
+    }
+}
+
+void PlainSums(uint32_t nGroups, const uint32_t* pValues, uint32_t* pSums)
+{
     for (uint32_t nGroup = 0; nGroup < nGroups; ++nGroup)
     {
         uint32_t nSum = 0;

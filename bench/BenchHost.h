@@ -26,8 +26,11 @@ void Mandelbrot(uint32_t nWidth, uint32_t nHeight, const SView& view, uint32_t* 
 
 void MatrixProduct(uint32_t n, const float* a, const float* b, float* pProduct);
 
-/// The sum of each group of 256.
+/// The sum of each group of 256: the upper half of what is left is added to the lower one, as the kernel does.
 void Reduction(uint32_t nGroups, const uint32_t* pValues, uint32_t* pSums);
+
+/// The same sums, value after value, which a kernel of 256 work-items has no use for.
+void PlainSums(uint32_t nGroups, const uint32_t* pValues, uint32_t* pSums);
 
 /// Counts of the low bytes.
 void Histogram(uint32_t nCount, const uint32_t* pValues, uint32_t* pBins);

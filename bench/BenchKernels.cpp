@@ -163,6 +163,8 @@ std::unique_ptr<SBenchKernel> MakeReduction()
     k.vOutputs = {1};
     k.vExpected = {2};
     k.runHost = [&k] { Host::Reduction(nItems / s_nGroupSize, k.buffers[0].data(), k.buffers[2].data()); };
+    k.strOther = "a plain sum in C++";
+    k.runOther = [&k] { Host::PlainSums(nItems / s_nGroupSize, k.buffers[0].data(), k.buffers[2].data()); };
     return pKernel;
 }
 

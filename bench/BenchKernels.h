@@ -36,8 +36,10 @@ struct SBenchKernel
     std::string strName;
     KestrelPlatform::SLaunch launch;
     CKernelBuffers buffers;
-    std::vector<size_t> vOutputs;  ///< buffers that the kernel writes
-    std::vector<size_t> vExpected; ///< what the host writes, beside them
+    std::vector<size_t> vOutputs;   ///< buffers that the kernel writes
+    std::vector<size_t> vExpected;  ///< what the host writes, beside them
+    std::function<void()> runOther; ///< another way to the host's results, or null
+    std::string strOther;
     std::function<void()> runHost; ///< fills vExpected
     float fReach512 = 0;           ///< of the host's time, with 512-bit vectors
     float fReach256 = 0;           ///< with 256-bit vectors

@@ -2,6 +2,7 @@
 // with sizes, and what memory a large dispatch takes. Every kernel's results are compared with the
 // host's before it is timed. Ratios are of times taken in turn.
 
+#include "bench/BenchHost.h"
 #include "bench/BenchKernels.h"
 #include "bench/BenchMemory.h"
 #include "bench/BenchReport.h"
@@ -49,6 +50,23 @@ float ReachOf(const SBenchKernel& kernel)
     return std::strcmp(GetLaneTable().pszName, "AVX2") == 0 ? kernel.fReach256 : 0;
 }
 
+/// What a second core gives compiled code that shares nothing: other work on the machine takes from it.
+std::vector<double> HostScaling()
+{
+    const uint32_t nCount = 1u << 16;
+    const std::vector<float> vInput(nCount, 0.5f);
+    std::vector<float> vResults[2] = {std::vector<float>(nCount), std::vector<float>(nCount)};
+    const auto part = [&](int n) { Host::Saxpy(nCount, 0.97f, vInput.data(), vInput.data(), vResults[n].data()); };
+    const auto one = Repeated([&part] { part(0); }, 5);
+    const auto two = [&]
+    {
+        std::thread other(Repeated([&part] { part(1); }, 5));
+        one();
+        other.join();
+    };
+    return Scaled(TimeRatios(s_nRuns, one, two), 2);
+}
+
 void ReportKernels(CReport& report)
 {
     report.Note(std::string("Vectors: ") + GetLaneTable().pszName +
@@ -65,12 +83,18 @@ void ReportKernels(CReport& report)
         const auto once = [&kernel] { kernel.Run(1); };
         report.Add(kernel.strName + " over plain C++",
                    TimeRatios(s_nRuns, Repeated(once, nTimes), Repeated(kernel.runHost, nTimes)), ReachOf(kernel));
+        if (kernel.runOther)
+        {
+            report.Add(kernel.strName + " over " + kernel.strOther,
+                       TimeRatios(s_nRuns, Repeated(once, nTimes), Repeated(kernel.runOther, nTimes)), 0);
+        }
     }
     if (std::thread::hardware_concurrency() < 2)
     {
         report.Note("One core: nothing to compare two with.");
         return;
     }
+    report.Add("plain C++ of saxpy, one core over two", HostScaling(), 0);
     for (const auto& pKernel : vKernels)
     {
         SBenchKernel& kernel = *pKernel;

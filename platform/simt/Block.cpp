@@ -137,8 +137,10 @@ void CBlock::FillGroupIds()
             else
                 continue;
             uint32_t* const pRow = Row(id.nRow);
-            for (uint32_t n = nFirst; n < nFirst + nSlot; ++n)
-                pRow[n] = nBase + (pLocal ? pLocal[n] : 0);
+            if (!pLocal)
+                m_Lanes.pfFill(pRow, nBase, nFirst, nFirst + nSlot);
+            for (uint32_t n = nFirst; pLocal && n < nFirst + nSlot; ++n)
+                pRow[n] = nBase + pLocal[n];
         }
     }
 }

@@ -282,8 +282,13 @@ private:
 
 bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream, SDecodeError& error)
 {
-    stream = SDecodedStream();
+    stream.vItems.clear();
+    stream.vOperands.clear();
+    stream.nInstructions = 0;
     stream.vTokens.assign(pTokens, pTokens + nCount);
+    // An instruction has three tokens at least where it has an operand, five or six mostly.
+    stream.vItems.reserve(nCount / 5 + 1);
+    stream.vOperands.reserve(nCount / 2 + 1);
     return CStreamDecoder(stream, error).Run();
 }
 

@@ -84,7 +84,8 @@ struct SDecodedStream
     uint32_t Word(const SItem& item, uint32_t n) const { return vTokens[item.nFirstWord + n]; }
 };
 
-/// Takes a token stream apart in one pass, up to `end`. Never reads past nCount.
+/// Takes a token stream apart in one pass, up to `end`. Never reads past nCount. What the stream held before is gone;
+/// its memory is used again.
 /// \return false, with the place and reason, for an unknown opcode, a bad header or a stream cut short
 bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream, SDecodeError& error);
 

@@ -1,21 +1,36 @@
 // Inside an anonymous namespace: the operations on masks, as SLaneTable tells of them.
 
+/// A bit or two for each active lane of a granule. \param nBits how many
+uint32_t GranuleBits(const uint32_t* pMask, uint32_t& nBits)
+{
+#ifdef __AVX2__
+    const __m256i* const p = reinterpret_cast<const __m256i*>(pMask);
+    nBits = 2;
+    return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_packs_epi32(p[0], p[1])));
+#else
+    const __m128i* const p = reinterpret_cast<const __m128i*>(pMask);
+    nBits = 1;
+    return static_cast<uint32_t>(
+        _mm_movemask_epi8(_mm_packs_epi16(_mm_packs_epi32(p[0], p[1]), _mm_packs_epi32(p[2], p[3]))));
+#endif
+}
+
 /// The span of a mask that is empty outside of lanes nBegin to nEnd.
 SLaneSpan Span(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {
     SLaneSpan span;
     uint32_t nGranules = 0;
+    uint32_t nCount = 0;
+    uint32_t nPerLane = 1;
     for (uint32_t i = nBegin; i < nEnd; i += s_nGranule)
     {
-        const __m128i* const p = reinterpret_cast<const __m128i*>(pMask + i);
-        const __m128i nLower = _mm_packs_epi32(p[0], p[1]);
-        const __m128i nUpper = _mm_packs_epi32(p[2], p[3]);
-        const uint32_t nBits = static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(nLower, nUpper)));
-        span.nActive += static_cast<uint32_t>(__builtin_popcount(nBits));
+        const uint32_t nBits = GranuleBits(pMask + i, nPerLane);
+        nCount += static_cast<uint32_t>(__builtin_popcount(nBits));
         nGranules |= (nBits ? 1u : 0u) << (i / s_nGranule);
     }
     if (nGranules == 0)
         return span;
+    span.nActive = nCount / nPerLane;
     span.nBegin = static_cast<uint32_t>(__builtin_ctz(nGranules)) * s_nGranule;
     span.nEnd = (32 - static_cast<uint32_t>(__builtin_clz(nGranules))) * s_nGranule;
     return span;

@@ -1,7 +1,7 @@
 // The fast rules and the mask operations for one instruction set. The including file defines
 // KESTREL_LANE_SET, the name of the table that it makes.
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include "platform/simt/LaneOps.h"
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/simt/StepRows.h"
+
 namespace KestrelPlatform
 {
 
@@ -37,6 +39,7 @@ bool CLowering::Run()
     CollectDeclarations();
     if (m_bFailed)
         return false;
+    m_Code.vSteps.reserve(m_Stream.vItems.size() * 2);
     m_vReturnRows.assign(m_Structure.vBodies.size(), 0);
     m_Code.vBodyEntries.assign(m_Structure.vBodies.size(), 0);
     for (uint32_t n = 0; n < m_Structure.vBodies.size(); ++n)
@@ -44,7 +47,11 @@ bool CLowering::Run()
         if (m_Structure.vBodies[n].bReachable && !LowerBody(n))
             return false;
     }
-    FindRowsToClear();
+    if (!m_bTrace)
+    {
+        DropUnreadSteps(m_Code);
+        KeepRowsToClear(m_Code);
+    }
     return true;
 }
 
@@ -278,116 +285,6 @@ bool CLowering::LowerItem(uint32_t nIndex)
     if (bOk && m_Code.nRows > s_nMaxRows)
         return Fail("the kernel needs more registers than this device has");
     return bOk && !m_bFailed;
-}
-
-/// Registers read as 0 until they are written. Most are written before anything reads them, by the
-/// straight code at the start, for all work-items; only the others have to be cleared.
-void CLowering::FindRowsToClear()
-{
-    if (m_bTrace)
-        return;
-    enum EUse : char
-    {
-        Unseen,
-        ReadFirst,
-        WrittenFirst
-    };
-    std::vector<char> vUse(m_Code.nRows, Unseen);
-    std::vector<char> vRead(m_Code.nRows, 0);
-    const auto rowsOf = [this](const SMicroOp& step, std::vector<uint32_t>& vReads, std::vector<uint32_t>& vWrites)
-    {
-        vReads.clear();
-        vWrites.clear();
-        switch (step.eKind)
-        {
-        case MICRO_LANE_FAST:
-        case MICRO_LANE_SLOW:
-        case MICRO_WAVE:
-            vReads.insert(vReads.end(), step.rows.s, step.rows.s + 6);
-            vWrites.assign({step.rows.d[0], step.rows.d[1]});
-            break;
-        case MICRO_ACCESS:
-        {
-            const SAccess& access = m_Code.vAccesses[step.nAux];
-            vReads.assign({access.nAddressRows[0], access.nAddressRows[1]});
-            vReads.insert(vReads.end(), access.nValueRows, access.nValueRows + 4);
-            std::vector<uint32_t>& vRows = access.eOperation == SAccess::Store ? vReads : vWrites;
-            vRows.insert(vRows.end(), access.nRows, access.nRows + 4);
-            break;
-        }
-        case MICRO_IMAGE:
-        {
-            const SImageAccess& image = m_Code.vImages[step.nAux];
-            vReads.assign(image.nCoordinates, image.nCoordinates + 4);
-            vReads.insert(vReads.end(), {image.nReference, image.nOffsets[0], image.nOffsets[1]});
-            std::vector<uint32_t>& vRows = image.eOperation == SImageAccess::UavStore ? vReads : vWrites;
-            vRows.insert(vRows.end(), image.nRows, image.nRows + 4);
-            break;
-        }
-        case MICRO_INDEX_LOAD:
-            vReads.assign({step.rows.s[0]});
-            vWrites.assign({step.rows.d[0]});
-            break;
-        case MICRO_INDEX_STORE:
-            vReads.insert(vReads.end(), step.rows.s, step.rows.s + 5);
-            break;
-        case MICRO_IF:
-        case MICRO_LEAVE_IF:
-        case MICRO_SWITCH:
-        case MICRO_CALL:
-            vReads.assign({step.rows.s[0]});
-            break;
-        default:
-            break;
-        }
-    };
-    std::vector<uint32_t> vReads;
-    std::vector<uint32_t> vWrites;
-    for (const SMicroOp& step : m_Code.vSteps)
-    {
-        rowsOf(step, vReads, vWrites);
-        for (uint32_t nRow : vReads)
-            vRead[nRow] = 1;
-    }
-    for (const SIndexed& indexed : m_Code.vIndexed)
-    {
-        if (indexed.bConstant)
-            continue;
-        const SCode::SArray& array = m_Code.vArrays[indexed.nArray];
-        std::fill(vRead.begin() + array.nRow, vRead.begin() + array.nRow + array.nElements * 4, 1);
-    }
-    for (const SCode::SPrivate& area : m_Code.vPrivate)
-        std::fill(vRead.begin() + area.nRow, vRead.begin() + area.nRow + area.nBytes / 4, 1);
-
-    std::vector<uint32_t> vReturns;
-    uint32_t nStep = m_Code.vBodyEntries[0];
-    for (size_t nBudget = m_Code.vSteps.size(); nBudget > 0; --nBudget)
-    {
-        const SMicroOp& step = m_Code.vSteps[nStep++];
-        if (step.eKind == MICRO_CALL && !(step.nFlags & s_nFlagConditional))
-        {
-            vReturns.push_back(nStep);
-            nStep = m_Code.vBodyEntries[step.nAux];
-            continue;
-        }
-        if (step.eKind == MICRO_END_BODY && !vReturns.empty())
-        {
-            nStep = vReturns.back();
-            vReturns.pop_back();
-            continue;
-        }
-        const bool bStraight = step.eKind <= MICRO_ENTER || step.eKind >= MICRO_BARRIER;
-        if (!bStraight)
-            break;
-        rowsOf(step, vReads, vWrites);
-        for (uint32_t nRow : vReads)
-            vUse[nRow] = vUse[nRow] == Unseen ? static_cast<char>(ReadFirst) : vUse[nRow];
-        for (uint32_t nRow : vWrites)
-            vUse[nRow] = vUse[nRow] == Unseen ? static_cast<char>(WrittenFirst) : vUse[nRow];
-    }
-    const auto isClean = [&](uint32_t nRow) { return !vRead[nRow] || vUse[nRow] == WrittenFirst; };
-    std::vector<uint32_t>& vClear = m_Code.vClearRows;
-    vClear.erase(std::remove_if(vClear.begin(), vClear.end(), isClean), vClear.end());
 }
 
 bool LowerProgram(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code,

@@ -76,7 +76,6 @@ private:
     SMicroOp& EmitFlow(EMicroKind eKind);
     void Pend(uint32_t nStep);
     void ResolvePending();
-    void FindRowsToClear();
 
     // Operands, in LoweringOperands.cpp
     uint32_t NewRows(uint32_t nCount);

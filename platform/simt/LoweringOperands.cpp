@@ -38,14 +38,14 @@ uint32_t CLowering::ConstantRow(uint32_t nValue)
 {
     if (nValue == 0)
         return s_nZeroRow;
-    const auto inserted = m_mapConstants.emplace(nValue, 0);
-    if (inserted.second)
-    {
-        inserted.first->second = NewRows(1);
-        m_Code.vConstants.push_back({inserted.first->second, -1, nValue});
-        m_mapRowValues[inserted.first->second] = nValue;
-    }
-    return inserted.first->second;
+    const auto it = m_mapConstants.find(nValue);
+    if (it != m_mapConstants.end())
+        return it->second;
+    const uint32_t nRow = NewRows(1);
+    m_mapConstants.emplace(nValue, nRow);
+    m_Code.vConstants.push_back({nRow, -1, nValue});
+    m_mapRowValues[nRow] = nValue;
+    return nRow;
 }
 
 uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
@@ -53,14 +53,15 @@ uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
     const uint64_t nKey =
         (static_cast<uint64_t>(nBody) << 32) | (nType << 24) | (static_cast<uint32_t>(nNumber) & 0xFFFF);
     const uint64_t nSign = nNumber < 0 ? 1ull << 23 : 0;
-    const auto inserted = m_mapRegisters.emplace(nKey | nSign, 0);
-    if (inserted.second)
-    {
-        inserted.first->second = NewRows(4);
-        for (uint32_t n = 0; n < 4; ++n)
-            m_Code.vClearRows.push_back(inserted.first->second + n);
-    }
-    return inserted.first->second;
+    // Looked up before anything is made: nearly always it is there.
+    const auto it = m_mapRegisters.find(nKey | nSign);
+    if (it != m_mapRegisters.end())
+        return it->second;
+    const uint32_t nRow = NewRows(4);
+    m_mapRegisters.emplace(nKey | nSign, nRow);
+    for (uint32_t n = 0; n < 4; ++n)
+        m_Code.vClearRows.push_back(nRow + n);
+    return nRow;
 }
 
 uint32_t CLowering::RegisterRow(const SOperand& operand)

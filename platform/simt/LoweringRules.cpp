@@ -62,6 +62,7 @@ bool CLowering::WriteParts(T eType, std::vector<SPart>& vParts)
 bool CLowering::WriteRows(T eType, const uint32_t* pRows)
 {
     std::vector<SPart> vParts;
+    vParts.reserve(4);
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (!Writes(n))
@@ -86,6 +87,7 @@ bool CLowering::LowerRule(uint32_t nOp)
 {
     const SLaneRule& rule = GetLaneRule(nOp);
     std::vector<SPart> vParts;
+    vParts.reserve(4);
     AddParts(nOp, rule, vParts);
     if (rule.eForm != ELaneForm::SCALAR || vParts.empty())
         return WriteParts(rule.eOut, vParts);

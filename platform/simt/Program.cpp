@@ -5,10 +5,32 @@
 namespace KestrelPlatform
 {
 
-void CProgram::CollectOpCodes()
+namespace
 {
-    m_vOpCodes.assign(m_Stream.nInstructions, IL_OP_UNKNOWN);
-    for (const SItem& item : m_Stream.vItems)
+
+/// Token streams up to this length leave their taken-apart form for the thread's next one. It is several times as large
+/// as what a program keeps, and memory that is new each time costs more than what is done in it.
+const size_t s_nKeptTokens = 1u << 18;
+
+struct SScratch
+{
+    SDecodedStream stream;
+    SStructure structure;
+};
+
+bool Lower(const uint32_t* pTokens, size_t nCount, bool bTrace, SScratch& scratch, SCode& code, SDecodeError& error)
+{
+    return DecodeStream(pTokens, nCount, scratch.stream, error) &&
+           BuildStructure(scratch.stream, scratch.structure, error) &&
+           LowerProgram(scratch.stream, scratch.structure, bTrace, code, error);
+}
+
+} // namespace
+
+CProgram::CProgram(const SDecodedStream& stream, SCode&& code)
+    : m_vTokens(stream.vTokens), m_Code(std::move(code)), m_vOpCodes(stream.nInstructions, IL_OP_UNKNOWN)
+{
+    for (const SItem& item : stream.vItems)
     {
         if (item.nInstruction != SItem::NoInstruction)
             m_vOpCodes[item.nInstruction] = item.eOpCode;
@@ -20,26 +42,25 @@ const SCode& CProgram::GetTracedCode() const
     std::call_once(m_TraceOnce,
                    [this]
                    {
+                       SScratch scratch;
                        SDecodeError error;
-                       m_bTraceable = LowerProgram(m_Stream, m_Structure, true, m_TracedCode, error);
+                       m_bTraceable = Lower(m_vTokens.data(), m_vTokens.size(), true, scratch, m_TracedCode, error);
                    });
     return m_bTraceable ? m_TracedCode : m_Code;
 }
 
 std::shared_ptr<const CProgram> DecodeProgram(const uint32_t* pTokens, size_t nCount, SDecodeError& error)
 {
+    static thread_local SScratch s_Scratch;
     error = SDecodeError();
     try
     {
-        SDecodedStream stream;
-        SStructure structure;
+        SScratch own;
+        SScratch& scratch = nCount <= s_nKeptTokens ? s_Scratch : own;
         SCode code;
-        if (!DecodeStream(pTokens, nCount, stream, error) || !BuildStructure(stream, structure, error) ||
-            !LowerProgram(stream, structure, false, code, error))
+        if (!Lower(pTokens, nCount, false, scratch, code, error))
             return nullptr;
-        const auto pProgram = std::make_shared<CProgram>(std::move(stream), std::move(structure), std::move(code));
-        pProgram->CollectOpCodes();
-        return pProgram;
+        return std::make_shared<CProgram>(scratch.stream, std::move(code));
     }
     catch (const std::bad_alloc&)
     {

@@ -265,22 +265,16 @@ bool LowerProgram(const SDecodedStream& stream, const SStructure& structure, boo
 class CProgram
 {
 public:
-    CProgram(SDecodedStream&& stream, SStructure&& structure, SCode&& code)
-        : m_Stream(std::move(stream)), m_Structure(std::move(structure)), m_Code(std::move(code))
-    {
-    }
+    CProgram(const SDecodedStream& stream, SCode&& code);
 
     const SCode& GetCode() const { return m_Code; }
-    /// Made when it is first asked for. Any thread. A kernel at the limit of what a block holds, for which the trace's
-    /// rows are too many, gives its plain code, whose flow control alone is recorded.
+    /// Made from the tokens when it is first asked for. Any thread. A kernel at the limit of what a block holds, for
+    /// which the trace's rows are too many, gives its plain code, whose flow control alone is recorded.
     const SCode& GetTracedCode() const;
     EOpCode GetOpCode(uint32_t nInstruction) const { return m_vOpCodes[nInstruction]; }
-    const SDecodedStream& GetStream() const { return m_Stream; }
-    void CollectOpCodes();
 
 private:
-    SDecodedStream m_Stream;
-    SStructure m_Structure;
+    std::vector<uint32_t> m_vTokens;
     SCode m_Code;
     std::vector<EOpCode> m_vOpCodes; ///< by instruction
     mutable std::once_flag m_TraceOnce;
