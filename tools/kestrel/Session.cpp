@@ -53,6 +53,14 @@ SMaskView CSession::GetMask() const
     return mask;
 }
 
+bool CSession::IsRegister(const std::string& strName) const
+{
+    ovkclDebugRegisterLocator locator = 0;
+    Check(m_Lib.ovkclDebugUtilStringToDebugRegisterLocator(reinterpret_cast<const cl_char*>(strName.c_str()), &locator),
+          "ovkclDebugUtilStringToDebugRegisterLocator");
+    return locator != ~ovkclDebugRegisterLocator(0);
+}
+
 SRegisterView CSession::GetRegister(const std::string& strName) const
 {
     ovkclDebugRegisterLocator locator = 0;

@@ -52,6 +52,8 @@ public:
     /// it isn't known.
     unsigned int GetExecutedLine() const { return m_nExecutedLine; }
     SMaskView GetMask() const;
+    /// Whether a text is the name of a register, be it with a value or not.
+    bool IsRegister(const std::string& strName) const;
     /// No words for a register without a value.
     SRegisterView GetRegister(const std::string& strName) const;
     std::vector<std::string> GetActiveRegisters() const;

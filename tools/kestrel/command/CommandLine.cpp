@@ -1,6 +1,7 @@
 #include "tools/kestrel/command/CommandTable.h"
 #include "tools/kestrel/debug/CommandError.h"
 
+#include <algorithm>
 #include <cctype>
 #include <sstream>
 
@@ -134,15 +135,19 @@ void TrimFront(std::string& strText)
 
 } // namespace
 
+std::string TakeToken(std::string& strLine)
+{
+    const size_t nEnd = std::min(strLine.find_first_not_of("0123456789"), strLine.size());
+    const std::string strToken = strLine.substr(0, nEnd);
+    strLine.erase(0, nEnd);
+    TrimFront(strLine);
+    return strToken;
+}
+
 SCommandLine ParseCommandLine(const std::string& strLine)
 {
     SCommandLine line;
     std::string strRest = strLine;
-    while (!strRest.empty() && std::isdigit(static_cast<unsigned char>(strRest[0])))
-    {
-        line.strToken += strRest[0];
-        strRest.erase(0, 1);
-    }
     TrimFront(strRest);
     const std::string strWord = TakeWord(strRest);
     if (strWord.empty())

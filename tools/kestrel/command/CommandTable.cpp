@@ -30,15 +30,16 @@ const SCommand g_Commands[] = {
      "With a number, to the N-th stop at a breakpoint.", "break 21\nrun\ncontinue", DoContinue, true,
      ECompletion::Nothing},
     {"step", "s", "[N]", s_pszRunning, "Execute one instruction, or N; go into functions that are called.",
-     "A stop shows the line that is executed next, and how many work-items will do it.", "start\nstep\nstep 5", DoStep,
-     true, ECompletion::Nothing},
+     "A stop shows the line that is executed next, and how many work-items are active: those that took part in the "
+     "last step.",
+     "start\nstep\nstep 5", DoStep, true, ECompletion::Nothing},
     {"next", "n", "[N]", s_pszRunning, "As step, but a called function runs to its end.",
      "A breakpoint in the function stops there.", "@call_chain\nbreak 14\nrun\nnext", DoNext, true,
      ECompletion::Nothing},
     {"finish", "fin", "", s_pszRunning, "Run to the end of the function, and to behind its call.", "",
      "@call_chain\nbreak add_three\nrun\nfinish", DoFinish, false, ECompletion::Nothing},
     {"until", "u", "[PLACE]", s_pszRunning, "Run to a line behind this one: out of a loop at its end.",
-     "With a place, as advance.", "@loop_trip_count\nbreak 20\nrun\nuntil", DoUntil, true, ECompletion::Place},
+     "With a place, as advance.", "@loop_trip_count\ntbreak 20\nrun\nuntil", DoUntil, true, ECompletion::Place},
     {"advance", "", "PLACE", s_pszRunning, "Run to a place, or to behind the function's call if that comes first.", "",
      "start\nadvance 32", DoAdvance, false, ECompletion::Place},
     {"reverse-step", "rs", "[N]", s_pszRunning, "Go back one instruction, or N.",
@@ -126,9 +127,9 @@ const SCommand g_Commands[] = {
      "break 34\nrun\nx/8 out\nx/2xw out[4]\nx uav10:r2.xy", DoExamine, true, ECompletion::Nothing},
 
     {"mask", "m", "", s_pszDispatch, "Draw which work-items are active.",
-     "One cell a work-item, or for a large dispatch a block of them, shaded by how many of it are active. What is "
-     "active "
-     "executes the next line.",
+     "One cell a work-item, or for a large dispatch a block of them, shaded by how many of it are active. Active is "
+     "who "
+     "took part in the last step.",
      "break 21\nrun\nmask", DoMask, false, ECompletion::Nothing},
     {"grid", "g", "[/a] EXPRESSION", s_pszDispatch, "Draw values as shades, from the least to the largest.",
      "A cell of several work-items shows their mean; ! marks one with a NaN. With /a all work-items count, else the "

@@ -50,6 +50,9 @@ struct SCommandLine
     std::string strArguments;
 };
 
+/// Takes the number off the front of a line, with the blanks behind it; empty if there is none.
+std::string TakeToken(std::string& strLine);
+/// Of a line without its number.
 /// \throws CCommandError for a command that isn't known, or of which there are several
 SCommandLine ParseCommandLine(const std::string& strLine);
 

@@ -51,11 +51,12 @@ nlohmann::json DescribeBreakpoint(CDebugger& debugger, const SBreakpoint& breakp
     X(Start)                                                                                                           \
     X(Continue)                                                                                                        \
     X(Step)                                                                                                            \
-    X(Next) X(Finish) X(Until) X(Advance) X(ReverseStep) X(ReverseNext) X(ReverseContinue) X(Kill) X(Break)            \
-        X(TemporaryBreak) X(Condition) X(Ignore) X(BreakpointCommands) X(Enable) X(Disable) X(Delete)                  \
-            X(InfoBreakpoints) X(List) X(Disassemble) X(Print) X(Display) X(Undisplay) X(InfoDisplay) X(Examine)       \
-                X(InfoRegisters) X(InfoMemory) X(InfoKernel) X(InfoDispatch) X(Mask) X(Grid) X(Stats) X(Where) X(Diff) \
-                    X(WorkItem) X(Set) X(Show) X(Help) X(Source) X(Quit)
+    X(Next)                                                                                                            \
+    X(Finish) X(Until) X(Advance) X(ReverseStep) X(ReverseNext) X(ReverseContinue) X(Kill) X(Break) X(TemporaryBreak)  \
+        X(Condition) X(Ignore) X(BreakpointCommands) X(Enable) X(Disable) X(Delete) X(InfoBreakpoints) X(List)         \
+            X(Disassemble) X(Print) X(Display) X(Undisplay) X(InfoDisplay) X(Examine) X(InfoRegisters) X(InfoMemory)   \
+                X(InfoKernel) X(InfoDispatch) X(Mask) X(Grid) X(Stats) X(Where) X(Diff) X(WorkItem) X(Set) X(Show)     \
+                    X(Help) X(Source) X(Quit)
 #define KESTREL_DECLARE_COMMAND(name) nlohmann::json Do##name(CCommandContext& context);
 KESTREL_COMMAND_FUNCTIONS(KESTREL_DECLARE_COMMAND)
 #undef KESTREL_DECLARE_COMMAND

@@ -50,15 +50,18 @@ CInterpreter::EResult CInterpreter::Execute(const std::string& strLine)
 CInterpreter::EResult CInterpreter::ExecuteCommand(const std::string& strLine)
 {
     SCommandLine line;
+    std::string strCommand = strLine;
+    const std::string strToken = TakeToken(strCommand);
     try
     {
-        line = ParseCommandLine(strLine);
+        line = ParseCommandLine(strCommand);
+        line.strToken = strToken;
         m_strRepeat = line.pCommand->bRepeats ? strLine : std::string();
         return Perform(line);
     }
     catch (const CCommandError& error)
     {
-        m_Output.OnError(line.pCommand != nullptr ? line.pCommand->pszName : strLine, line.strToken, error.what());
+        m_Output.OnError(line.pCommand != nullptr ? line.pCommand->pszName : strCommand, strToken, error.what());
         return Failed;
     }
 }
@@ -71,16 +74,16 @@ CInterpreter::EResult CInterpreter::Perform(const SCommandLine& line)
     try
     {
         const nlohmann::json answer = line.pCommand->pFunction(context);
+        if (m_bStopped)
+        {
+            m_bStopped = false;
+            ShowDisplays();
+        }
         m_Output.OnAnswer(line.pCommand->pszName, line.strToken, answer);
     }
     catch (const CSessionError& error)
     {
         throw CCommandError(error.what());
-    }
-    if (m_bStopped)
-    {
-        m_bStopped = false;
-        ShowDisplays();
     }
     return m_bQuit ? Quit : Good;
 }

@@ -136,7 +136,11 @@ json DoList(CCommandContext& context)
         nFirst = nMiddle > nSize / 2 ? nMiddle - nSize / 2 : 0;
         nLast = nFirst + nSize - 1;
     }
-    if (nFirst >= debugger.GetListing().GetLineCount() || nLast < nFirst)
+    if (nLast < nFirst)
+    {
+        throw CCommandError("list: the last line stands in front of the first");
+    }
+    if (nFirst >= debugger.GetListing().GetLineCount())
     {
         throw CCommandError("the kernel's text ends at line " +
                             std::to_string(debugger.GetListing().GetLineCount() - 1));

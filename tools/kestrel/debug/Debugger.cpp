@@ -69,6 +69,10 @@ void CDebugger::RequireLive() const
 SRegisterView CDebugger::GetValues(const std::string& strRegister)
 {
     RequireLive();
+    if (!GetSession().IsRegister(strRegister))
+    {
+        throw CCommandError(strRegister + " is no register");
+    }
     SRegisterView view;
     if (m_Target.GetState() == CTarget::AtStop)
     {

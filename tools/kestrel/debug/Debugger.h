@@ -125,6 +125,7 @@ private:
     bool Launch();
     bool Move(ovkclDebugCommand command, const std::set<unsigned int>& lines);
     EReason RunTo(ovkclDebugCommand command, const std::set<unsigned int>& lines);
+    EReason RunToLines(const std::set<unsigned int>& lines, const CCodeMap::SFunction* pFunction);
     EReason TakeHits();
     EReason StepOnce();
     EReason NextOnce();

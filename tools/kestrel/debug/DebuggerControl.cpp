@@ -173,6 +173,15 @@ CDebugger::EReason CDebugger::RunOverCall(const CCodeMap::SFunction& callee, con
     return eReason == EReason::Reached ? StepOnce() : eReason;
 }
 
+/// To the first of some lines. A call of the function that was run in counts as done when it has returned.
+CDebugger::EReason CDebugger::RunToLines(const std::set<unsigned int>& lines, const CCodeMap::SFunction* pFunction)
+{
+    const EReason eReason = RunTo(OVKCLDEBUG_COMMAND_CONTINUE, lines);
+    const bool bReturned = pFunction != nullptr && std::find(pFunction->vCallLines.begin(), pFunction->vCallLines.end(),
+                                                             m_nLine) != pFunction->vCallLines.end();
+    return eReason == EReason::Reached && bReturned ? StepOnce() : eReason;
+}
+
 CDebugger::EReason CDebugger::NextOnce()
 {
     const CCodeMap::SFunction* pCaller = m_pCode->FindFunction(m_nLine);
@@ -336,7 +345,7 @@ void CDebugger::Until()
     {
         lines.insert(pFunction->vCallLines.begin(), pFunction->vCallLines.end());
     }
-    Repeat(1, "until", [&] { return RunTo(OVKCLDEBUG_COMMAND_CONTINUE, lines); });
+    Repeat(1, "until", [&] { return RunToLines(lines, pFunction); });
 }
 
 void CDebugger::Advance(unsigned int nLine)
@@ -348,7 +357,7 @@ void CDebugger::Advance(unsigned int nLine)
     {
         lines.insert(pFunction->vCallLines.begin(), pFunction->vCallLines.end());
     }
-    Repeat(1, "advance", [&] { return RunTo(OVKCLDEBUG_COMMAND_CONTINUE, lines); });
+    Repeat(1, "advance", [&] { return RunToLines(lines, pFunction); });
 }
 
 void CDebugger::StepBack(size_t nTimes)

@@ -9,21 +9,42 @@ namespace KestrelTool
 namespace
 {
 
+/// An instruction with all its components spelled out, since a printer may leave out repeated ones.
+std::string SpellOut(const std::string& strText)
+{
+    static const std::string s_strComponents = "xyzw01_";
+    std::string strSpelled;
+    size_t nLetters = 4;
+    for (size_t n = 0; n <= strText.size(); ++n)
+    {
+        const char c = n < strText.size() ? strText[n] : '\0';
+        const bool bComponent = nLetters < 4 && s_strComponents.find(c) != std::string::npos && c != '\0';
+        if (!bComponent)
+        {
+            strSpelled.append(nLetters > 0 ? 4 - nLetters : 0, strSpelled.empty() ? ' ' : strSpelled.back());
+            nLetters = c == '.' ? 0 : 4;
+        }
+        nLetters += bComponent ? 1 : 0;
+        strSpelled.append(c != '\0' ? 1 : 0, c);
+    }
+    return strSpelled;
+}
+
 /// The line of the kernel's own text that stands for an instruction of a patched copy. Patching
 /// leaves instructions as they are and puts others between them, so it is the one with the same text
 /// and as many of its like in front.
 unsigned int FindOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
 {
-    const std::string& strText = patched.GetLine(patched.GetLineOfInstruction(nInstruction));
+    const std::string strText = SpellOut(patched.GetLine(patched.GetLineOfInstruction(nInstruction)));
     size_t nBefore = 0;
     for (unsigned int n = 0; n < nInstruction; ++n)
     {
-        nBefore += patched.GetLine(patched.GetLineOfInstruction(n)) == strText;
+        nBefore += SpellOut(patched.GetLine(patched.GetLineOfInstruction(n))) == strText;
     }
     for (unsigned int n = 0; listing.GetLineOfInstruction(n) != CListing::NoLine; ++n)
     {
         const unsigned int nLine = listing.GetLineOfInstruction(n);
-        if (listing.GetLine(nLine) == strText && nBefore-- == 0)
+        if (SpellOut(listing.GetLine(nLine)) == strText && nBefore-- == 0)
         {
             return nLine;
         }
