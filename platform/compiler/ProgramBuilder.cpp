@@ -41,18 +41,6 @@ void MapToSource(const SModule& module, SDiagnostic& diag)
     diag.nColumn += place.nColumn;
 }
 
-/// The same for the lines of a kernel's instructions.
-void MapLines(const SModule& module, std::vector<uint32_t>& vLines)
-{
-    for (uint32_t& nLine : vLines)
-    {
-        if (nLine > 0 && nLine <= module.vPlaces.size())
-        {
-            nLine = module.vPlaces[nLine - 1].nLine;
-        }
-    }
-}
-
 bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strFault)
 {
     std::set<std::string> names;
@@ -251,9 +239,9 @@ SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& 
         MapToSource(module, diag);
         return Refused("error: " + diag.ToString());
     }
-    for (SCompiledKernel& kernel : result.vKernels)
+    for (const SSourcePlace& place : module.vPlaces)
     {
-        MapLines(module, kernel.vLines);
+        result.vSourceLines.push_back(place.nLine);
     }
     return result;
 }

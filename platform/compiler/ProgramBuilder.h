@@ -76,9 +76,7 @@ struct SCompiledKernel
     uint32_t nRequiredGroupSize[3] = {0, 0, 0};
     bool b64BitAddresses = true;
     std::vector<uint32_t> vTokens; ///< the whole stream, with the call of this kernel's function in place
-    /// 1-based line of each instruction, in the source if that is a module and was built, else in the IL text; may be
-    /// empty.
-    std::vector<uint32_t> vLines;
+    std::vector<uint32_t> vLines;  ///< 1-based line of the IL text for each instruction; may be empty
 };
 
 /// What a build gives.
@@ -88,6 +86,7 @@ struct SBuildResult
     std::string strLog;                    ///< says which line and why; empty for a clean build
     std::vector<char> vImage;              ///< the ELF image, as CL_PROGRAM_BINARIES hands it out
     std::vector<SCompiledKernel> vKernels; ///< in the order of the source, or of the symbol table
+    std::vector<uint32_t> vSourceLines; ///< by line of the IL text, if that comes from the source: 1-based line there
 };
 
 /// Options, split at blanks. Known: "-g", "-ignore-env", "-use-debugil", "-just-kernel=NAME",

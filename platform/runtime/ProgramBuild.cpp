@@ -14,26 +14,32 @@ namespace
 
 using ProgramNotify = void(CL_CALLBACK*)(cl_program, void*);
 
-/// What went wrong with an instruction, with the line that it stands on if that is known.
-std::string DescribeDecodeError(const SCompiledKernel& kernel, const SDecodeError& error)
+/// What went wrong with an instruction, with the line that it stands on if that is known: of the source, or of the IL
+/// text of a binary.
+std::string DescribeDecodeError(const SCompiledKernel& kernel, const SDecodeError& error,
+                                const std::vector<uint32_t>& vSourceLines)
 {
     std::string strPlace = "instruction " + std::to_string(error.nInstruction);
     if (error.nInstruction < kernel.vLines.size())
-        strPlace = "line " + std::to_string(kernel.vLines[error.nInstruction]);
+    {
+        const uint32_t nLine = kernel.vLines[error.nInstruction];
+        const bool bSource = nLine > 0 && nLine <= vSourceLines.size();
+        strPlace = "line " + std::to_string(bSource ? vSourceLines[nLine - 1] : nLine);
+    }
     return "kernel " + kernel.strName + ": " + strPlace + ": " + error.strMessage + "\n";
 }
 
 /// Decodes the kernels of a build. \return false with the reason added to the log
-bool DecodeKernels(std::vector<SCompiledKernel>& vCompiled, ExecutableKernels& vKernels, std::string& strLog)
+bool DecodeKernels(SBuildResult& build, ExecutableKernels& vKernels, std::string& strLog)
 {
-    for (SCompiledKernel& compiled : vCompiled)
+    for (SCompiledKernel& compiled : build.vKernels)
     {
         SDecodeError error;
         auto pKernel = std::make_shared<SExecutableKernel>();
         pKernel->m_pDecoded = DecodeProgram(compiled.vTokens.data(), compiled.vTokens.size(), error);
         if (!pKernel->m_pDecoded)
         {
-            strLog += DescribeDecodeError(compiled, error);
+            strLog += DescribeDecodeError(compiled, error, build.vSourceLines);
             return false;
         }
         pKernel->m_compiled = std::move(compiled);
@@ -310,7 +316,7 @@ SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SD
     after.m_pDevice = before.m_pDevice;
     after.m_strOptions = strOptions;
     after.m_strLog = std::move(result.strLog);
-    const bool bOk = result.bOk && DecodeKernels(result.vKernels, after.m_vKernels, after.m_strLog);
+    const bool bOk = result.bOk && DecodeKernels(result, after.m_vKernels, after.m_strLog);
     if (!bOk)
         after.m_vKernels.clear();
     after.m_eStatus = bOk ? CL_BUILD_SUCCESS : CL_BUILD_ERROR;
