@@ -11,10 +11,9 @@ namespace KestrelBench
 /// What the calls of the OpenCL runtime are for, in a stop.
 enum ECallKind
 {
-    CALL_Build,  ///< programs and kernels
-    CALL_Reload, ///< copies between buffers
-    CALL_Run,    ///< the launch, and waiting for it
-    CALL_Read,   ///< mapping of outputs
+    CALL_Build,    ///< programs and kernels
+    CALL_Transfer, ///< copies and mappings, both ways
+    CALL_Run,      ///< the launch, and waiting for it
     CALL_Other,
     CALL_Kinds
 };

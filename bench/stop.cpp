@@ -1,0 +1,381 @@
+// What a stop costs, against its floor: one run of the kernel as it is, one copy of its buffers and
+// one read of the output buffers. Times are milliseconds.
+
+#include "bench/BenchCalls.h"
+#include "bench/BenchMemory.h"
+#include "bench/BenchReport.h"
+#include "platform/runtime/PlatformControl.h"
+#include "tools/kestrel/Launch.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <stdexcept>
+
+using namespace KestrelBench;
+using namespace KestrelTool;
+
+namespace
+{
+
+const unsigned int s_nMaxStops = 12;
+/// Bytes of the two output buffers for each work-item.
+const size_t s_nOutputBytes = 20;
+const size_t s_nElementBytes = 4;
+/// Work of one run above which two stops have to do.
+const double s_fLongRun = 5e8;
+
+/// A straight line of arithmetic between a load and a store.
+SLaunchFile MakeLaunch(unsigned int nInstructions, size_t nItems, const std::string& strBody = "")
+{
+    SLaunchFile launch;
+    launch.strPath = "benchmark";
+    launch.strKernel = "line";
+    launch.strDevice = "Quench";
+    launch.strOptions = "-g";
+    launch.nGlobalSize[0] = nItems;
+    launch.bHasLocalSize = true;
+    launch.nLocalSize[0] = 64;
+    launch.strSource = ";ARGSTART:__OpenCL_line_kernel\n;version:3:1:104\n;device:quench\n;uniqueid:1024\n"
+                       ";memory:64bitABI\n;pointer:data:i32:1:1:0:uav:10:4:RW:0:0\n;function:1:1030\n"
+                       ";ARGEND:__OpenCL_line_kernel\nil_cs_2_0\ndcl_cb cb0[10]\ndcl_cb cb1[1]\n"
+                       "dcl_literal l0, 2, 1, 0, -1\ndcl_literal l1, 1000000, 3, 5, 7\n;$$$$$$$$$$\nendmain\n"
+                       "func 1024\n;__OpenCL_line_kernel\ndcl_max_thread_per_group 256\n"
+                       "dcl_typeless_uav_id(10)_stride(4)_length(4)\n"
+                       "imad r0.x, vThreadGrpId.x, cb0[1].x, vTidInGrp.x\nishl r1.x, r0.x, l0.x\n"
+                       "i64add r2.xy, cb1[0].xy, r1.x000\nuav_raw_load_id(10)_addr64 r3.x, r2.xy\n" +
+                       strBody;
+    for (unsigned int n = strBody.empty() ? 7 : nInstructions; n < nInstructions; ++n)
+    {
+        const std::string strTarget = "r" + std::to_string(4 + n % 8) + ".x";
+        launch.strSource += "imad " + strTarget + ", r3.x, l1.y, r" + std::to_string(4 + (n + 5) % 8) + ".x\n";
+    }
+    launch.strSource += "iadd r3.x, r3.x, r4.x\nuav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\nret\nendfunc\nend\n";
+    SArgument data;
+    data.eKind = SArgument::Buffer;
+    data.pType = FindElementType("int");
+    data.vContents.assign(nItems * s_nElementBytes, 1);
+    launch.vArguments.push_back(data);
+    return launch;
+}
+
+void Require(bool bDone, const char* pszWhat)
+{
+    if (!bDone)
+    {
+        throw std::runtime_error(pszWhat);
+    }
+}
+
+const SPlatformControl& Control(const CLibraries& libraries)
+{
+    void* pFunction = libraries.cl.clGetExtensionFunctionAddress("kestrelPlatformControl");
+    Require(pFunction != nullptr, "the platform has no control");
+    return *reinterpret_cast<const SPlatformControl* (*)()>(pFunction)();
+}
+
+/// A session that goes to a line near the kernel's end by a continue, and steps from there.
+class CMeasuredSession
+{
+public:
+    CMeasuredSession(const CLibraries& libraries, unsigned int nStops) : m_Lib(libraries), m_nStops(nStops) {}
+
+    void Run(CLaunch& launch, bool bOneRegister = false)
+    {
+        m_bOneRegister = bOneRegister;
+        m_Start = std::chrono::steady_clock::now();
+        const cl_int nCode = launch.Debug(&CMeasuredSession::OnEvent, this);
+        Require(nCode == CL_SUCCESS, "the launch can't be debugged");
+        launch.ReadContents(0);
+        Require(m_bStarted, "the session didn't start");
+    }
+
+    ovkclDebugPC nLine = 0; ///< where the continue goes
+    double fAnalysis = 0;   ///< from the enqueue to the first event
+    uint64_t nContinueRuns = 0;
+    std::vector<double> vStops; ///< seconds of each step
+    std::vector<double> vQueries;
+    std::array<std::vector<double>, CALL_Kinds> vCalls; ///< what of it passed in the runtime
+    uint64_t nStepRuns = 0;
+
+private:
+    static ovkclDebugCommand OnEvent(ovkclDebugContext context, ovkclDebugEvent nEvent, void* pUser)
+    {
+        return static_cast<CMeasuredSession*>(pUser)->Answer(context, nEvent);
+    }
+
+    ovkclDebugCommand Answer(ovkclDebugContext context, ovkclDebugEvent nEvent)
+    {
+        const double fSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_Start).count();
+        if (nEvent == OVKCLDEBUG_EVENT_STARTED)
+        {
+            m_bStarted = true;
+            fAnalysis = fSeconds;
+            GoNearTheEnd(context);
+            return Go(OVKCLDEBUG_COMMAND_CONTINUE);
+        }
+        if (nEvent != OVKCLDEBUG_EVENT_HALTED)
+        {
+            return OVKCLDEBUG_COMMAND_CONTINUE;
+        }
+        const uint64_t nRuns = Control(m_Lib).GetCounter(PLATFORM_COUNTER_KERNEL_RUNS);
+        const std::array<double, CALL_Kinds> vTimes = TakeCallTimes();
+        if (m_bContinued)
+        {
+            m_bContinued = false;
+            nContinueRuns = nRuns;
+            m_Lib.ovkclDebugClearAllBreakpoints(context);
+        }
+        else
+        {
+            vStops.push_back(fSeconds);
+            nStepRuns += nRuns;
+            for (size_t n = 0; n < vTimes.size(); ++n)
+            {
+                vCalls[n].push_back(vTimes[n]);
+            }
+        }
+        Query(context);
+        return Go(vStops.size() < m_nStops ? OVKCLDEBUG_COMMAND_STEP : OVKCLDEBUG_COMMAND_CONTINUE);
+    }
+
+    ovkclDebugCommand Go(ovkclDebugCommand nCommand)
+    {
+        Control(m_Lib).ClearCounters();
+        TakeCallTimes();
+        m_Start = std::chrono::steady_clock::now();
+        return nCommand;
+    }
+
+    void GoNearTheEnd(ovkclDebugContext context)
+    {
+        size_t nSize = 0;
+        Require(m_Lib.ovkclDebugGetKernelBinarySize(context, &nSize) == OVKCLDEBUG_SUCCESS, "no kernel binary");
+        ovkclDebugRegisterLocator locator = 0;
+        m_Lib.ovkclDebugUtilStringToDebugRegisterLocator(reinterpret_cast<const cl_char*>("r4"), &locator);
+        if (m_bOneRegister)
+        {
+            m_Lib.ovkclDebugSetTrackingRegisters(context, &locator, 1);
+        }
+        m_bContinued = true;
+        Require(m_Lib.ovkclDebugSetBreakpoint(context, nLine, 0, nullptr) == OVKCLDEBUG_SUCCESS, "no breakpoint");
+    }
+
+    void Query(ovkclDebugContext context)
+    {
+        ovkclDebugRegisterLocator locator = 0;
+        m_Lib.ovkclDebugUtilStringToDebugRegisterLocator(reinterpret_cast<const cl_char*>("r4"), &locator);
+        const cl_bool* pMask = nullptr;
+        const void* pValues = nullptr;
+        size_t nSize = 0;
+        size_t nStride = 0;
+        vQueries.push_back(TimeOnce(
+            [&]
+            {
+                for (int n = 0; n < 100; ++n)
+                {
+                    m_Lib.ovkclDebugGetExecutionMask(context, &pMask, &nSize);
+                    m_Lib.ovkclDebugGetRegisterValues(context, locator, &pValues, &nSize, &nStride);
+                }
+            }));
+    }
+
+    const CLibraries& m_Lib;
+    std::chrono::steady_clock::time_point m_Start;
+    unsigned int m_nStops;
+    bool m_bStarted = false;
+    bool m_bContinued = false;
+    bool m_bOneRegister = false;
+};
+
+/// The line of the n-th item of the kernel's text, as the debugger counts them, that begins with a text.
+ovkclDebugPC FindLine(const SLaunchFile& file, const std::string& strBegin, int nBefore)
+{
+    std::vector<std::string> vLines;
+    size_t nStart = file.strSource.find("il_cs_2_0");
+    while (nStart < file.strSource.size())
+    {
+        const size_t nEnd = file.strSource.find('\n', nStart);
+        vLines.push_back(file.strSource.substr(nStart, nEnd - nStart));
+        nStart = nEnd + 1;
+    }
+    const auto it = std::find_if(vLines.rbegin(), vLines.rend(),
+                                 [&](const std::string& strLine) { return strLine.rfind(strBegin, 0) == 0; });
+    Require(it != vLines.rend(), "no such line");
+    return static_cast<ovkclDebugPC>(vLines.rend() - it - 1 - nBefore);
+}
+
+/// One run of the kernel, one copy of its buffers, one read of as many bytes as the outputs have.
+std::vector<double> MeasureFloor(const CLibraries& libraries, CLaunch& launch, unsigned int nTimes)
+{
+    const auto& cl = libraries.cl;
+    const size_t nItems = launch.GetWorkItems();
+    cl_context context = nullptr;
+    cl.clGetCommandQueueInfo(launch.GetQueue(), CL_QUEUE_CONTEXT, sizeof(context), &context, nullptr);
+    cl_mem copy = cl.clCreateBuffer(context, CL_MEM_READ_WRITE, nItems * s_nElementBytes, nullptr, nullptr);
+    cl_mem output = cl.clCreateBuffer(context, CL_MEM_READ_WRITE, nItems * s_nOutputBytes, nullptr, nullptr);
+    cl_command_queue queue = cl.clCreateCommandQueue(context, launch.GetDevice(), 0, nullptr);
+    std::vector<char> vBytes(nItems * s_nOutputBytes);
+    const size_t nLocal = 64;
+    const std::vector<double> vSeconds = Time(
+        nTimes,
+        [&]
+        {
+            cl.clEnqueueCopyBuffer(queue, launch.GetMemory(0), copy, 0, 0, nItems * s_nElementBytes, 0, nullptr,
+                                   nullptr);
+            cl.clEnqueueNDRangeKernel(queue, launch.GetKernel(), 1, nullptr, &nItems, &nLocal, 0, nullptr, nullptr);
+            Require(cl.clEnqueueReadBuffer(queue, output, CL_TRUE, 0, vBytes.size(), vBytes.data(), 0, nullptr,
+                                           nullptr) == CL_SUCCESS,
+                    "the floor can't be measured");
+        });
+    cl.clReleaseCommandQueue(queue);
+    cl.clReleaseMemObject(output);
+    cl.clReleaseMemObject(copy);
+    return vSeconds;
+}
+
+double Median(std::vector<double> vFigures)
+{
+    std::sort(vFigures.begin(), vFigures.end());
+    return vFigures[vFigures.size() / 2];
+}
+
+struct SCost
+{
+    std::vector<double> vStops;
+    std::vector<double> vBeyond; ///< beyond the floor's median
+    std::vector<double> vShare;  ///< of a stop, outside the runtime
+    std::vector<double> vQueries;
+    double fFloor = 0;
+};
+
+std::string Name(unsigned int nInstructions, size_t nItems)
+{
+    return std::to_string(nInstructions) + " instructions, " + std::to_string(nItems) + " work-items";
+}
+
+SCost Measure(const CLibraries& libraries, CReport& report, unsigned int nInstructions, size_t nItems)
+{
+    const bool bLong = double(nInstructions) * double(nItems) > s_fLongRun;
+    const unsigned int nStops = bLong ? 2 : std::min(s_nMaxStops, nInstructions - 8);
+    const SLaunchFile file = MakeLaunch(nInstructions, nItems);
+    CLaunch launch(libraries, file);
+    CMeasuredSession session(libraries, nStops);
+    session.nLine = FindLine(file, "iadd r3.x", static_cast<int>(nStops));
+    session.Run(launch);
+
+    SCost cost;
+    cost.fFloor = Median(MeasureFloor(libraries, launch, bLong ? 1 : 7));
+    cost.vStops = session.vStops;
+    cost.vQueries = session.vQueries;
+    std::vector<double> vLibrary;
+    for (size_t n = 0; n < cost.vStops.size(); ++n)
+    {
+        double fInRuntime = 0;
+        for (const std::vector<double>& vTimes : session.vCalls)
+        {
+            fInRuntime += vTimes[n];
+        }
+        cost.vBeyond.push_back(cost.vStops[n] - cost.fFloor);
+        vLibrary.push_back(cost.vStops[n] - fInRuntime);
+        cost.vShare.push_back(vLibrary.back() / cost.vStops[n]);
+    }
+    const std::string strName = Name(nInstructions, nItems);
+    const char* const kinds[] = {"the runtime's builds", "transfers", "kernel runs", "other calls"};
+    report.Add(strName + ": analysis and first instruction", {session.fAnalysis * 1000}, 0);
+    report.Add(strName + ": a stop", Scaled(cost.vStops, 1000), 0);
+    report.Add(strName + ": its floor", {cost.fFloor * 1000}, 0);
+    for (size_t n = 0; n < CALL_Kinds; ++n)
+    {
+        report.Add(strName + ":   " + kinds[n], Scaled(session.vCalls[n], 1000), 0);
+    }
+    report.Add(strName + ":   the library", Scaled(vLibrary, 1000), 0);
+    report.Add(strName + ":   the library's share", cost.vShare, 0);
+    report.Add(strName + ": stops a second", {1 / Median(cost.vStops)}, 0);
+    report.Add(strName + ": kernel runs a stop", {double(session.nStepRuns) / double(cost.vStops.size())}, 0);
+    return cost;
+}
+
+void MeasureLoop(const CLibraries& libraries, CReport& report)
+{
+    const SLaunchFile file = MakeLaunch(0, 64,
+                                        "mov r4.x, l0.z\nwhileloop\nige r5.x, r4.x, l1.x\nbreak_logicalnz r5.x\n"
+                                        "iadd r4.x, r4.x, l0.y\nendloop\n");
+    CLaunch launch(libraries, file);
+    CMeasuredSession session(libraries, 1);
+    session.nLine = FindLine(file, "iadd r3.x", 0);
+    session.Run(launch);
+    // One for each register that was written on the way, r0 to r5, and one for the stop's own instruction.
+    const double fRule = 6 + 1;
+    report.Add("kernel runs of a continue behind a million passes", {double(session.nContinueRuns)}, 0);
+    report.Add("the same, beyond what the rules say", {double(session.nContinueRuns) - fRule}, 1);
+}
+
+void MeasureMemory(const CLibraries& libraries, CReport& report)
+{
+    const size_t nItems = size_t(1) << 20;
+    const SLaunchFile file = MakeLaunch(100, nItems);
+    CLaunch launch(libraries, file);
+    launch.Run();
+    const double fBefore = StartMemoryPeak();
+    CMeasuredSession session(libraries, 4);
+    session.nLine = FindLine(file, "iadd r3.x", 6);
+    session.Run(launch, true);
+    const double fGrowth = (MemoryPeak() - fBefore) * 1024 / double(nItems);
+    // The buffer's contents are kept once and worked on once.
+    report.Add("bytes a work-item beyond the buffers' copies", {fGrowth - 2 * s_nElementBytes}, 60);
+}
+
+void MeasureAll(const CLibraries& libraries, CReport& report)
+{
+    const unsigned int lengths[] = {10, 100, 1000, 10000};
+    const size_t sizes[] = {64, 1024, 65536, 1048576};
+    SCost costs[4][4];
+    for (size_t l = 0; l < 4; ++l)
+    {
+        for (size_t s = 0; s < 4; ++s)
+        {
+            costs[l][s] = Measure(libraries, report, lengths[l], sizes[s]);
+        }
+    }
+    report.Add("beyond the floor, 100 instructions, 65536 work-items", Scaled(costs[1][2].vBeyond, 1000), 1);
+    report.Add("the same, over the floor", Scaled(costs[1][2].vBeyond, 1 / costs[1][2].fFloor), 0.5);
+    report.Add("beyond the floor, 1000 instructions, 65536 work-items", Scaled(costs[2][2].vBeyond, 1000), 5);
+    report.Add("a stop, 100 instructions, 1024 work-items", Scaled(costs[1][1].vStops, 1000), 0.5);
+    for (size_t l = 1; l < 4; ++l)
+    {
+        const std::string strCase = "ten times as long: " + Name(lengths[l], 1024);
+        report.Add(strCase, {Median(costs[l][1].vStops) / Median(costs[l - 1][1].vStops)}, 11);
+    }
+    for (size_t s = 1; s < 4; ++s)
+    {
+        const double fLarger = double(sizes[s]) / double(sizes[s - 1]);
+        const std::string strCase = "growth with the work-items over theirs: " + Name(100, sizes[s]);
+        report.Add(strCase, {Median(costs[1][s].vStops) / Median(costs[1][s - 1].vStops) / fLarger}, 1.1);
+    }
+    report.Add("a query, 1048576 work-items over 64",
+               Ratios({Median(costs[1][3].vQueries)}, {Median(costs[1][0].vQueries)}), 3);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        CReport report("stop", argc, argv);
+        const CLibraries libraries(GetBuildRoot() + "/lib/kestrel-platform", GetBuildRoot() + "/lib/libOVKKestrel.so");
+        const cl_icd_dispatch_table timed = MakeTimedTable(libraries.cl);
+        libraries.ovkclDebugSetDispatchTable(&timed);
+        // First, before other sessions have left memory to the process that is used again.
+        MeasureMemory(libraries, report);
+        MeasureLoop(libraries, report);
+        MeasureAll(libraries, report);
+        return 0;
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "bench stop: %s\n", error.what());
+        return 1;
+    }
+}
