@@ -179,9 +179,11 @@ void CBlock::AtomicWords(const SAccess& access, unsigned char* pBase, const SOff
 void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
 {
     const uint32_t* const pMask = Row(s_nMaskRow);
+    const SOffsets own = offsets;
+    const uint32_t nLast = m_nLast;
     uint16_t lanes[s_nLanes];
     uint32_t nCount = 0;
-    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+    for (uint32_t n = m_nBegin; n < nLast; ++n)
     {
         lanes[nCount] = static_cast<uint16_t>(n);
         nCount += (pValues[n] & pMask[n]) != 0 ? 1 : 0;
@@ -189,18 +191,22 @@ void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOff
     for (uint32_t i = 0; i < nCount; ++i)
     {
         const uint32_t n = lanes[i];
-        unsigned char* const pData = pBase + (offsets.pAddresses[n] - offsets.nLow);
+        unsigned char* const pData = pBase + (own.pAddresses[n] - own.nLow);
         __atomic_fetch_add(reinterpret_cast<uint32_t*>(pData), pValues[n], __ATOMIC_RELAXED);
     }
 }
 
+/// The same in local memory, which belongs to one thread at a time.
 void CBlock::AddOwn(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
 {
     const uint32_t* const pMask = Row(s_nMaskRow);
-    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+    // Copies, which the stores can't change: the loop would read them again for each lane.
+    const SOffsets own = offsets;
+    const uint32_t nLast = m_nLast;
+    for (uint32_t n = m_nBegin; n < nLast; ++n)
     {
         // A lane that isn't active adds nothing to the lowest of the others' words.
-        unsigned char* const pData = pBase + ((offsets.pAddresses[n] - offsets.nLow) & pMask[n]);
+        unsigned char* const pData = pBase + ((own.pAddresses[n] - own.nLow) & pMask[n]);
         uint32_t nWord = 0;
         std::memcpy(&nWord, pData, sizeof nWord);
         nWord += pValues[n] & pMask[n];
