@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <optional>
 
@@ -174,6 +175,7 @@ private:
     size_t m_nRepeat = 0;
     size_t m_nRepeats = 0;
     uint64_t m_nRunsBefore = 0;
+    std::chrono::steady_clock::time_point m_LastProgress;
 };
 
 } // namespace KestrelTool

@@ -93,6 +93,7 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     }
     m_nLine = GetSession().GetNextLine();
     CheckFaults(true);
+    ShowProgress();
     return true;
 }
 
@@ -245,6 +246,7 @@ void CDebugger::BeginCommand(bool bSingleStep)
     m_Hits = CBreakpoints::SHits();
     m_vCommands.clear();
     m_nRunsBefore = GetRuns();
+    m_LastProgress = std::chrono::steady_clock::now();
 }
 
 /// Moves so many times, or until something stops it, and tells of the last stop.
@@ -495,8 +497,15 @@ void CDebugger::SendFinished()
     m_Sink.OnEvent(event);
 }
 
+/// At most ten times a second, and not for what is done before anyone looks.
 void CDebugger::ShowProgress()
 {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_LastProgress < std::chrono::milliseconds(100))
+    {
+        return;
+    }
+    m_LastProgress = now;
     std::string strText = "kernel run " + std::to_string(GetRuns() - m_nRunsBefore);
     if (m_nRepeats > 1)
     {

@@ -1,0 +1,221 @@
+// The interactive prompt, driven through a pseudo-terminal as a person would drive it.
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+namespace
+{
+
+const std::string s_strKestrel = std::string(KESTREL_BINARY_DIR) + "/bin/kestrel";
+const std::string s_strExamples = std::string(KESTREL_SOURCE_DIR) + "/examples/";
+const std::string s_strPrompt = "(kestrel) ";
+
+/// The program on a terminal of its own.
+class CTerminal
+{
+public:
+    CTerminal(const std::string& strLaunch, const std::string& strHistory)
+    {
+        struct winsize size = {};
+        size.ws_row = 24;
+        size.ws_col = 100;
+        m_nChild = forkpty(&m_nTerminal, nullptr, nullptr, &size);
+        if (m_nChild == 0)
+        {
+            setenv("TERM", "vt100", 1);
+            setenv("KESTREL_HISTORY", strHistory.c_str(), 1);
+            execl(s_strKestrel.c_str(), "kestrel", "debug", strLaunch.c_str(), nullptr);
+            _exit(127);
+        }
+    }
+    ~CTerminal()
+    {
+        if (m_nChild > 0)
+        {
+            kill(m_nChild, SIGKILL);
+            waitpid(m_nChild, nullptr, 0);
+        }
+        close(m_nTerminal);
+    }
+    CTerminal(const CTerminal&) = delete;
+    CTerminal& operator=(const CTerminal&) = delete;
+
+    void Type(const std::string& strKeys)
+    {
+        ASSERT_EQ(write(m_nTerminal, strKeys.data(), strKeys.size()), static_cast<ssize_t>(strKeys.size()));
+    }
+
+    /// Reads on until a text has come. \return all that has come since the last call, up to there
+    std::string ReadTo(const std::string& strText)
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (m_strUnread.find(strText) == std::string::npos && std::chrono::steady_clock::now() < end && ReadSome())
+        {
+        }
+        const size_t nFound = m_strUnread.find(strText);
+        if (nFound == std::string::npos)
+        {
+            ADD_FAILURE() << "\"" << strText << "\" doesn't come; there is: " << m_strUnread;
+            return m_strUnread;
+        }
+        const std::string strRead = m_strUnread.substr(0, nFound + strText.size());
+        m_strUnread.erase(0, nFound + strText.size());
+        return strRead;
+    }
+
+    /// A command, and what comes of it up to the next prompt.
+    std::string Do(const std::string& strCommand)
+    {
+        Type(strCommand + "\n");
+        ReadTo("\n");
+        return ReadTo(s_strPrompt);
+    }
+
+    int WaitForEnd()
+    {
+        while (ReadSome())
+        {
+        }
+        int nStatus = 0;
+        waitpid(m_nChild, &nStatus, 0);
+        m_nChild = -1;
+        return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
+    }
+
+private:
+    bool ReadSome()
+    {
+        pollfd request = {m_nTerminal, POLLIN, 0};
+        if (poll(&request, 1, 60000) <= 0)
+        {
+            return false;
+        }
+        char buffer[4096];
+        const ssize_t nRead = read(m_nTerminal, buffer, sizeof(buffer));
+        m_strUnread.append(buffer, nRead > 0 ? static_cast<size_t>(nRead) : 0);
+        return nRead > 0;
+    }
+
+    int m_nTerminal = -1;
+    pid_t m_nChild = -1;
+    std::string m_strUnread;
+};
+
+class Prompt : public testing::Test
+{
+protected:
+    Prompt() : m_strHistory(testing::TempDir() + "kestrel_history_" + std::to_string(getpid()))
+    {
+        std::filesystem::remove(m_strHistory);
+    }
+    ~Prompt() override { std::filesystem::remove(m_strHistory); }
+
+    const std::string m_strHistory;
+    const std::string m_strNestedIf = s_strExamples + "nested_if/nested_if.json";
+};
+
+bool Holds(const std::string& strText, const std::string& strPart)
+{
+    return strText.find(strPart) != std::string::npos;
+}
+
+} // namespace
+
+TEST_F(Prompt, RepeatsWithEnterAndEndsWithTheFileMark)
+{
+    CTerminal terminal(m_strNestedIf, "");
+    EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "Kernel nested_if on Quench, 16 work-items"));
+    EXPECT_TRUE(Holds(terminal.Do("start"), "=>   11"));
+    EXPECT_TRUE(Holds(terminal.Do("step"), "=>   12"));
+    EXPECT_TRUE(Holds(terminal.Do(""), "=>   13"));
+    EXPECT_TRUE(Holds(terminal.Do(""), "=>   14"));
+    EXPECT_TRUE(Holds(terminal.Do("nonsense"), "there is no command"));
+    terminal.Type("\x04");
+    EXPECT_EQ(terminal.WaitForEnd(), 0);
+}
+
+TEST_F(Prompt, CompletesCommandsRegistersAndPlaces)
+{
+    CTerminal terminal(s_strExamples + "call_chain/call_chain.json", "");
+    terminal.ReadTo(s_strPrompt);
+    // What the completed lines do tells that they are whole; a name cut short would not be known.
+    terminal.Type("tbr\tadd_t\t\n");
+    EXPECT_TRUE(Holds(terminal.ReadTo("func 1031"), "temporary breakpoint 1 at line 26"));
+    terminal.ReadTo(s_strPrompt);
+    EXPECT_TRUE(Holds(terminal.Do("run"), "=>   26"));
+    terminal.Type("info reg\t\n");
+    terminal.ReadTo("work-item 0");
+    terminal.ReadTo(s_strPrompt);
+    terminal.Type("set lis\t3\n");
+    terminal.ReadTo(s_strPrompt);
+    EXPECT_TRUE(Holds(terminal.Do("show listsize"), "listsize  3"));
+    // Several choices are listed, and the line stays.
+    terminal.Type("reverse-\t");
+    const std::string strChoices = terminal.ReadTo("reverse-continue");
+    EXPECT_TRUE(Holds(strChoices, "reverse-step"));
+    terminal.Type("s\t\n");
+    terminal.ReadTo("=>   21");
+}
+
+TEST_F(Prompt, KeepsItsHistory)
+{
+    {
+        CTerminal terminal(m_strNestedIf, m_strHistory);
+        terminal.ReadTo(s_strPrompt);
+        terminal.Do("info kernel");
+        terminal.Do("show limit");
+        terminal.Type("\x10\x10\n"); // two lines up
+        EXPECT_TRUE(Holds(terminal.ReadTo("entry at line 11"), "info kernel"));
+        terminal.ReadTo(s_strPrompt);
+        terminal.Type("quit\n");
+        EXPECT_EQ(terminal.WaitForEnd(), 0);
+    }
+    CTerminal terminal(m_strNestedIf, m_strHistory);
+    terminal.ReadTo(s_strPrompt);
+    terminal.Type("\x10\x10\n"); // quit, and the line before it
+    EXPECT_TRUE(Holds(terminal.ReadTo("entry at line 11"), "info kernel"));
+}
+
+TEST_F(Prompt, IsInterruptedAndShowsProgress)
+{
+    // Seconds of stops at a breakpoint whose condition never holds.
+    const std::string strFolder = testing::TempDir() + "kestrel_loop_" + std::to_string(getpid());
+    std::filesystem::create_directories(strFolder);
+    std::filesystem::copy_file(s_strExamples + "loop_trip_count/loop_trip_count.il", strFolder + "/loop_trip_count.il",
+                               std::filesystem::copy_options::overwrite_existing);
+    std::ofstream(strFolder + "/long.json")
+        << R"({"program": "loop_trip_count.il", "kernel": "loop_trip_count", "global": [16384], "local": [256],
+               "args": [{"buffer": {"type": "int", "count": 16384, "fill": "zero"}}]})";
+    {
+        CTerminal terminal(strFolder + "/long.json", "");
+        terminal.ReadTo(s_strPrompt);
+        terminal.Do("break 19 if any r3.x == -1");
+        terminal.Type("run\n");
+        terminal.ReadTo("kernel run ");
+        terminal.Type("\x03");
+        EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted, "));
+        // It goes on from there.
+        EXPECT_TRUE(Holds(terminal.Do("step"), "=>"));
+        EXPECT_TRUE(Holds(terminal.Do("reverse-step"), "=>"));
+        terminal.Do("delete");
+        terminal.Type("step 100000\n");
+        EXPECT_TRUE(Holds(terminal.ReadTo(" of 100000"), "stop "));
+        terminal.Type("\x03");
+        EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted, "));
+        // At the prompt it only clears the line.
+        terminal.Type("list\x03");
+        terminal.ReadTo(s_strPrompt);
+        terminal.Type("quit\n");
+        EXPECT_EQ(terminal.WaitForEnd(), 0);
+    }
+    std::filesystem::remove_all(strFolder);
+}
