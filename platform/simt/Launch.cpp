@@ -168,27 +168,36 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         if (context.nGroupCount == 0 || context.nGroupSize == 0)
             return result;
         const uint64_t nJobs = (context.nGroupCount + context.nGroupsPerBlock - 1) / context.nGroupsPerBlock;
+        CWorkerPool& pool = CWorkerPool::Get();
         std::atomic<uint64_t> nNext(0);
         std::atomic<bool> bNoMemory(false);
+        const uint64_t nAllowed =
+            launch.nMaxThreads ? std::min(launch.nMaxThreads, pool.GetThreads()) : pool.GetThreads();
+        const uint64_t nThreads = launch.pTrace ? 1 : std::min<uint64_t>(nAllowed, nJobs);
+        // Neighbouring groups mostly use neighbouring memory. Eight pieces a thread leave little to wait for at the
+        // end.
+        const uint64_t nPiece = std::clamp<uint64_t>(nJobs / (nThreads * 8), 1, 16);
         const std::function<void()> task = [&]
         {
             const CFloatDefaults floats;
             try
             {
                 CGroupRunner runner(context, program);
-                for (uint64_t n = nNext++; n < nJobs && !context.bStop.load(std::memory_order_relaxed); n = nNext++)
-                    runner.Run(n * context.nGroupsPerBlock);
+                const auto isStopped = [&context] { return context.bStop.load(std::memory_order_relaxed); };
+                uint64_t nFirst = nNext.fetch_add(nPiece);
+                for (; nFirst < nJobs && !isStopped(); nFirst = nNext.fetch_add(nPiece))
+                {
+                    const uint64_t nEnd = std::min(nFirst + nPiece, nJobs);
+                    for (uint64_t n = nFirst; n < nEnd && !isStopped(); ++n)
+                        runner.Run(n * context.nGroupsPerBlock);
+                }
             }
             catch (const std::bad_alloc&)
             {
                 bNoMemory = true;
             }
         };
-        CWorkerPool& pool = CWorkerPool::Get();
-        const uint64_t nAllowed =
-            launch.nMaxThreads ? std::min(launch.nMaxThreads, pool.GetThreads()) : pool.GetThreads();
-        const uint64_t nHelpers = launch.pTrace ? 0 : std::min<uint64_t>(nAllowed, nJobs) - 1;
-        pool.Run(static_cast<uint32_t>(nHelpers), task);
+        pool.Run(static_cast<uint32_t>(nThreads - 1), task);
         result.nBadAccesses = context.nBadAccesses;
         result.firstBadAccess = context.firstBadAccess;
         result.nUnreachedBarriers = context.nUnreachedBarriers;
