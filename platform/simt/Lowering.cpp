@@ -290,7 +290,10 @@ bool CLowering::LowerItem(uint32_t nIndex)
 bool LowerProgram(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code,
                   SDecodeError& error)
 {
+    std::vector<SMicroOp> vSteps = std::move(code.vSteps);
+    vSteps.clear();
     code = SCode();
+    code.vSteps = std::move(vSteps);
     return CLowering(stream, structure, bTrace, code, error).Run();
 }
 

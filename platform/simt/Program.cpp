@@ -16,6 +16,7 @@ struct SScratch
 {
     SDecodedStream stream;
     SStructure structure;
+    std::vector<SMicroOp> vSteps;
 };
 
 bool Lower(const uint32_t* pTokens, size_t nCount, bool bTrace, SScratch& scratch, SCode& code, SDecodeError& error)
@@ -58,8 +59,12 @@ std::shared_ptr<const CProgram> DecodeProgram(const uint32_t* pTokens, size_t nC
         SScratch own;
         SScratch& scratch = nCount <= s_nKeptTokens ? s_Scratch : own;
         SCode code;
+        code.vSteps = std::move(scratch.vSteps);
         if (!Lower(pTokens, nCount, false, scratch, code, error))
             return nullptr;
+        // The program takes as much as its steps need.
+        scratch.vSteps = std::move(code.vSteps);
+        code.vSteps.assign(scratch.vSteps.begin(), scratch.vSteps.end());
         return std::make_shared<CProgram>(scratch.stream, std::move(code));
     }
     catch (const std::bad_alloc&)

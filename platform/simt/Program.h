@@ -257,7 +257,8 @@ struct SCode
     bool bBarriers = false;
 };
 
-/// Turns decoded bodies into the compact form; with bTrace a step behind each instruction records it.
+/// Turns decoded bodies into the compact form; with bTrace a step behind each instruction records it. What code held
+/// before is gone; the memory of its steps is used again.
 /// \return false for an operand that has no meaning, or more registers than a block can hold
 bool LowerProgram(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code,
                   SDecodeError& error);
