@@ -197,6 +197,12 @@ bool DoDebugging(CKernelDebugState* pKernelDebugState)
     {
         host.EndDebugging(true);
     }
+    if (!state.m_bFastContinue && !host.HasDeliveredResults())
+    {
+        CLD_Log("Error: The results could not be handed over, and the kernel runs again.\n");
+        FinishUnpatched(state, launch.queue, launch.kernel, launch.nWorkDim, launch.pGlobalOffset, launch.pGlobalSize,
+                        launch.pLocalSize);
+    }
     return true;
 }
 

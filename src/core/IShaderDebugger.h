@@ -34,6 +34,8 @@ public:
                                 ThreadID* pDimensions, Mode mode) = 0;
     /// Ends the run; with true, the buffers of the real kernel receive its results.
     virtual void EndDebugging(bool bUpdateOriginalBuffers) = 0;
+    /// Whether the last end that was to hand over the results did so. If not, the buffers are as they were.
+    virtual bool HasDeliveredResults() const { return true; }
     virtual bool IsDebugging() const = 0;
     /// A profiling run: always false.
     virtual bool Profile(const void* pShaderData, size_t nShaderSize, ProfileResults& rResults,

@@ -49,6 +49,11 @@ void CShaderDebuggerHost::EndDebugging(bool bUpdateOriginalBuffers)
     FORWARD_VOID(EndDebugging(bUpdateOriginalBuffers))
 }
 
+bool CShaderDebuggerHost::HasDeliveredResults() const
+{
+    FORWARD_OR(true, HasDeliveredResults());
+}
+
 bool CShaderDebuggerHost::IsDebugging() const
 {
     FORWARD(IsDebugging());

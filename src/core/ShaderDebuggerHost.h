@@ -24,6 +24,7 @@ public:
     bool StartDebugging(const void* pShaderData, size_t nShaderSize, ShaderLinkage* pLinkageData, ThreadID* pDimensions,
                         Mode mode) override;
     void EndDebugging(bool bUpdateOriginalBuffers) override;
+    bool HasDeliveredResults() const override;
     bool IsDebugging() const override;
     bool Profile(const void* pShaderData, size_t nShaderSize, ProfileResults& rResults, ShaderLinkage* pLinkageData,
                  ThreadID* pDimensions, Mode mode) override;

@@ -152,7 +152,7 @@ bool CShaderDebuggerShaderIL::Capture(const ProgramCounter& pc, const CallPath& 
     return bRead;
 }
 
-void CShaderDebuggerShaderIL::CompleteKernel()
+bool CShaderDebuggerShaderIL::CompleteKernel()
 {
     InstructionNumber nEnd = 0;
     while (nEnd < m_nEndOfShader && OpCodeAt(nEnd) != IL_OP_ENDMAIN)
@@ -161,13 +161,15 @@ void CShaderDebuggerShaderIL::CompleteKernel()
     }
     if (nEnd == 0 || m_nLastRun == nEnd - 1)
     {
-        return;
+        return true;
     }
     const CCallStackScope scope(*this, CallPath());
-    if (SwitchShader(ProgramCounter(nEnd - 1), {g_Reg_NULL}) && RunKernel(0))
+    if (!SwitchShader(ProgramCounter(nEnd - 1), {g_Reg_NULL}) || !RunKernel(0))
     {
-        m_nLastRun = nEnd - 1;
+        return false;
     }
+    m_nLastRun = nEnd - 1;
+    return true;
 }
 
 /// Reads the registers of a skipped stretch at the current instruction: whatever position the map holds, their last

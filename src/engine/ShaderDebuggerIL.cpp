@@ -13,7 +13,8 @@ namespace OVK_ShaderDebugger
 {
 
 CShaderDebuggerIL::CShaderDebuggerIL(CShaderDebuggerHost* pHost)
-    : CShaderDebuggerBase(pHost), m_pLastTouchedResult(nullptr), m_bDeviceEntered(false)
+    : CShaderDebuggerBase(pHost), m_pLastTouchedResult(nullptr), m_bDeviceEntered(false), m_bOutputsComplete(true),
+      m_bResultsDelivered(true)
 {
 }
 
@@ -55,6 +56,7 @@ bool CShaderDebuggerIL::OpenSession(const void* pShaderData, size_t nShaderSize,
 {
     m_pLastTouchedResult = nullptr;
     m_LastUpdatedGlobalResultPC = ProgramCounter(0);
+    m_bOutputsComplete = true;
     m_pCurrentShader = CreateShader(pShaderData, nShaderSize);
     if (!SD_Assert(GetHost(), m_pCurrentShader != nullptr))
     {
@@ -168,7 +170,7 @@ bool CShaderDebuggerIL::EndMovement(bool bMoved)
 {
     if (!bMoved && m_bIsDebugging)
     {
-        GetCurrentShader()->CompleteKernel();
+        m_bOutputsComplete = GetCurrentShader()->CompleteKernel();
     }
     return bMoved;
 }

@@ -31,6 +31,7 @@ public:
     bool StartDebugging(const void* pShaderData, size_t nShaderSize, ShaderLinkage* pLinkageData, ThreadID* pDimensions,
                         Mode mode) override;
     void EndDebugging(bool bUpdateOriginalBuffers) override;
+    bool HasDeliveredResults() const override { return m_bResultsDelivered; }
     bool GetShaderText(std::string& strShader, Mode textType) override;
     bool GetShaderText(const void* pShaderData, size_t nShaderSize, std::string& strShader, Mode textType) override;
     bool GetShaderKeyWords(KeyWordsList& keyWords, Mode textType) override;
@@ -140,7 +141,9 @@ private:
     bool CreateWorkingCopies();
     bool ReloadWorkingCopies();
     bool BindArguments();
-    void WriteBack();
+    typedef std::map<size_t, std::unique_ptr<CShaderDebuggerBuffer>> Contents;
+    bool WriteBack();
+    bool ReadOutputs(Contents& outputs);
 
     CShaderDebuggerResult* UpdateResults(ProgramCounter pc, Register reg,
                                          std::unique_ptr<CShaderDebuggerBuffer> pResultBuffer,
@@ -164,6 +167,8 @@ private:
     std::vector<bool> m_GlobalResultDirtyFlags; ///< by argument index
     ProgramCounter m_LastUpdatedGlobalResultPC; ///< the store for which the flags were last set
     bool m_bDeviceEntered;                      ///< the host is in debugging mode
+    bool m_bOutputsComplete;                    ///< the working copies hold what the whole kernel has left
+    bool m_bResultsDelivered;
 };
 
 } // namespace OVK_ShaderDebugger

@@ -72,7 +72,8 @@ public:
     /// The opcode of an instruction; IL_OP_UNKNOWN behind the end.
     ILOpCode OpCodeOf(InstructionNumber nInst) const { return OpCodeAt(nInst); }
     /// Makes sure that the last run was one of the whole kernel, so that the working copies hold its outputs.
-    void CompleteKernel();
+    /// \return false if they don't
+    bool CompleteKernel();
     /// Whether a work-item can leave a kernel, or not come to a function, without a store to the output buffers.
     bool CanMissStores() const { return m_bCanMissStores; }
     unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }

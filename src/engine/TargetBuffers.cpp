@@ -220,7 +220,7 @@ void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
 {
     if (bUpdateOriginalBuffers)
     {
-        WriteBack();
+        m_bResultsDelivered = m_bOutputsComplete && WriteBack();
     }
     m_vpOriginalTargetBuffers.clear();
     m_vpOriginalTargetBuffersData.clear();
@@ -229,11 +229,11 @@ void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
     m_pSwitchedTargetBuffers[SD_ExecMask].reset();
 }
 
-/// Gives the client's memory what the last run left in the working copies. Of arguments that name one object each
-/// contributes what it changed.
-void CShaderDebuggerIL::WriteBack()
+/// What the client's memory is to get from the last run, by the argument through which it goes there. Of arguments that
+/// name one object each contributes what it changed.
+bool CShaderDebuggerIL::ReadOutputs(Contents& outputs)
 {
-    std::map<void*, std::unique_ptr<CShaderDebuggerBuffer>> contents;
+    std::map<void*, size_t> firstOf;
     for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
     {
         if (m_vpModifiedTargetBuffers[i] == nullptr)
@@ -241,22 +241,53 @@ void CShaderDebuggerIL::WriteBack()
             continue;
         }
         std::unique_ptr<CShaderDebuggerBuffer> pNow(m_vpModifiedTargetBuffers[i]->GetDataBuffer(nullptr));
+        if (pNow == nullptr)
+        {
+            return false;
+        }
         const CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[i];
-        if (pNow == nullptr || HaveSameContents(*pNow, saved))
+        if (HaveSameContents(*pNow, saved))
         {
             continue;
         }
-        std::unique_ptr<CShaderDebuggerBuffer>& pMerged = contents[GetMemoryObject(*m_vpOriginalTargetBuffers[i])];
-        if (pMerged == nullptr)
+        const size_t nFirst = firstOf.emplace(GetMemoryObject(*m_vpOriginalTargetBuffers[i]), i).first->second;
+        if (nFirst == i)
         {
-            pMerged = std::move(pNow);
+            outputs[i] = std::move(pNow);
         }
         else
         {
-            Overlay(*pMerged, saved, *pNow);
+            Overlay(*outputs[nFirst], saved, *pNow);
         }
-        m_vpOriginalTargetBuffers[i]->UpdateData(pMerged->GetData(), pMerged->GetSize());
     }
+    return true;
+}
+
+/// Gives the client's memory what the last run left in the working copies: all of it or nothing, so that the launch can
+/// still be made.
+bool CShaderDebuggerIL::WriteBack()
+{
+    Contents outputs;
+    if (!ReadOutputs(outputs))
+    {
+        SD_Log(GetHost(), logERROR, "Failed to read the outputs");
+        return false;
+    }
+    for (auto it = outputs.begin(); it != outputs.end(); ++it)
+    {
+        if (m_vpOriginalTargetBuffers[it->first]->UpdateData(it->second->GetData(), it->second->GetSize()))
+        {
+            continue;
+        }
+        SD_Log(GetHost(), logERROR, "Failed to write the outputs back");
+        for (auto itWritten = outputs.begin(); itWritten != it; ++itWritten)
+        {
+            CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[itWritten->first];
+            m_vpOriginalTargetBuffers[itWritten->first]->UpdateData(saved.GetData(), saved.GetSize());
+        }
+        return false;
+    }
+    return true;
 }
 
 } // namespace OVK_ShaderDebugger

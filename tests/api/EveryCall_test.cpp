@@ -1,0 +1,185 @@
+#include "tests/api/FailingTable.h"
+#include "tests/api/PlatformFixture.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace
+{
+
+/// Of the calls of a session, so many are left out behind each that fails: all of them take minutes.
+/// KESTREL_CALL_STRIDE=1 leaves out none.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+const uint64_t s_nDefaultStride = 41;
+#else
+const uint64_t s_nDefaultStride = 7;
+#endif
+
+uint64_t Stride()
+{
+    const char* pszValue = std::getenv("KESTREL_CALL_STRIDE");
+    return pszValue != nullptr ? std::max<uint64_t>(std::strtoull(pszValue, nullptr, 10), 1) : s_nDefaultStride;
+}
+
+const unsigned int s_nHangSeconds = 60;
+
+ovkclDebugCommand Step(ovkclDebugContext, ovkclDebugEvent)
+{
+    return OVKCLDEBUG_COMMAND_STEP;
+}
+
+/// Runs to a breakpoint near the kernel's end, goes back to where it began, and runs on.
+ovkclDebugCommand RunAndGoBack(ovkclDebugContext context, ovkclDebugEvent eEvent)
+{
+    static int s_nHalts = 0;
+    if (eEvent == OVKCLDEBUG_EVENT_STARTED)
+    {
+        s_nHalts = 0;
+        ovkclDebugSetBreakpoint(context, 20, 100, nullptr);
+        return OVKCLDEBUG_COMMAND_CONTINUE;
+    }
+    return ++s_nHalts == 1 ? static_cast<ovkclDebugCommand>(OVKCLDEBUG_COMMAND_EXT_RUN_BACK)
+                           : OVKCLDEBUG_COMMAND_CONTINUE;
+}
+
+/// Tracks registers, and asks for all that a stop can show.
+ovkclDebugCommand Ask(ovkclDebugContext context, ovkclDebugEvent eEvent)
+{
+    ovkclDebugRegisterLocator locator = 0;
+    ovkclDebugUtilStringToDebugRegisterLocator(reinterpret_cast<const cl_char*>("r1"), &locator);
+    if (eEvent == OVKCLDEBUG_EVENT_STARTED)
+    {
+        ovkclDebugSetTrackingRegisters(context, &locator, 1);
+    }
+    size_t nSize = 0;
+    size_t nStride = 0;
+    const void* pValues = nullptr;
+    const cl_bool* pMask = nullptr;
+    char bytes[256];
+    ovkclDebugGetKernelBinarySize(context, &nSize);
+    ovkclDebugGetExecutionMask(context, &pMask, &nSize);
+    ovkclDebugGetRegisterValues(context, locator, &pValues, &nSize, &nStride);
+    ovkclDebugGetPrivateMemoryValues(context, 0, 4, bytes, &nSize);
+    ovkclDebugGetGlobalMemoryValues(context, 10, 0, 4, bytes, &nSize);
+    return OVKCLDEBUG_COMMAND_STEP;
+}
+
+struct SScript
+{
+    const char* pszName;
+    ovkclDebugCommand (*pfnClient)(ovkclDebugContext, ovkclDebugEvent);
+    bool bIntercept;
+};
+
+std::ostream& operator<<(std::ostream& stream, const SScript& script)
+{
+    return stream << script.pszName;
+}
+
+class EveryCall : public CPlatformFixture, public testing::WithParamInterface<SScript>
+{
+protected:
+    void SetUp() override
+    {
+        CPlatformFixture::SetUp();
+        SetIntercept(GetParam().bIntercept);
+        Open();
+        m_Table = FailingTable::Make(Cl());
+        ASSERT_EQ(ovkclDebugSetDispatchTable(&m_Table), CL_SUCCESS);
+        m_nOpen = CountObjects();
+    }
+
+    void TearDown() override
+    {
+        alarm(0);
+        FailingTable::Fail(0, CL_SUCCESS, false);
+        ovkclDebugSetDispatchTable(&Cl());
+        CPlatformFixture::TearDown();
+    }
+
+    /// One session of the script, in which a call fails. The alarm ends a session that hangs.
+    cl_int RunSession(uint64_t nCall, cl_int nFailure, bool bForEver)
+    {
+        const std::vector<float> vBefore(s_nItems, -1.0f);
+        Cl().clEnqueueWriteBuffer(m_queue, m_buffers[2], CL_TRUE, 0, sizeof(float) * s_nItems, vBefore.data(), 0,
+                                  nullptr, nullptr);
+        alarm(s_nHangSeconds);
+        FailingTable::Fail(nCall, nFailure, bForEver);
+        const cl_int nCode = Debug(GetParam().pfnClient);
+        Cl().clFinish(m_queue);
+        m_nCalls = FailingTable::CountCalls();
+        FailingTable::Fail(0, CL_SUCCESS, false);
+        return nCode;
+    }
+
+    void ExpectGoodSession()
+    {
+        EXPECT_EQ(RunSession(0, CL_SUCCESS, false), CL_SUCCESS);
+        EXPECT_EQ(ReadOutput(), ExpectedOutput());
+        ASSERT_FALSE(m_vEvents.empty());
+        EXPECT_EQ(m_vEvents.back(), OVKCLDEBUG_EVENT_FINISHED);
+        EXPECT_TRUE(WaitForObjects(m_nOpen));
+    }
+
+    cl_icd_dispatch m_Table;
+    uint64_t m_nOpen = 0;
+    uint64_t m_nCalls = 0; ///< of the last session
+};
+
+} // namespace
+
+/// A launch that was accepted has its outputs, whatever failed on the way; a refused one has left the buffers alone.
+/// A session that was begun ends with an event that says so. All objects are gone, and the next session works.
+TEST_P(EveryCall, CanFailOnceAndForEver)
+{
+    ExpectGoodSession();
+    const uint64_t nCalls = m_nCalls;
+    uint64_t nFaults = 0;
+    uint64_t nRefused = 0;
+    for (const cl_int nFailure : {CL_OUT_OF_RESOURCES, CL_OUT_OF_HOST_MEMORY})
+    {
+        for (const bool bForEver : {false, true})
+        {
+            // Other calls in each round.
+            for (uint64_t nCall = 1 + nFaults % Stride(); nCall <= nCalls && !HasFailure(); nCall += Stride())
+            {
+                SCOPED_TRACE(std::string(bForEver ? "from call " : "call ") + std::to_string(nCall));
+                ++nFaults;
+                const cl_int nCode = RunSession(nCall, nFailure, bForEver);
+                if (nCode == CL_SUCCESS)
+                {
+                    EXPECT_EQ(ReadOutput(), ExpectedOutput());
+                }
+                else
+                {
+                    ++nRefused;
+                }
+                if (!m_vEvents.empty())
+                {
+                    EXPECT_TRUE(m_vEvents.back() == OVKCLDEBUG_EVENT_FINISHED ||
+                                m_vEvents.back() == OVKCLDEBUG_EVENT_ERROR)
+                        << m_vEvents.back();
+                }
+                EXPECT_TRUE(WaitForObjects(m_nOpen));
+                if (nFaults % 40 == 0)
+                {
+                    ExpectGoodSession();
+                }
+            }
+        }
+    }
+    ExpectGoodSession();
+    EXPECT_GT(nRefused, 0u);
+    std::printf("%llu faults injected, %llu launches refused\n", static_cast<unsigned long long>(nFaults),
+                static_cast<unsigned long long>(nRefused));
+}
+
+INSTANTIATE_TEST_SUITE_P(Sessions, EveryCall,
+                         testing::Values(SScript{"StepsIntercepted", &Step, true},
+                                         SScript{"StepsBlocking", &Step, false},
+                                         SScript{"RunsIntercepted", &RunAndGoBack, true},
+                                         SScript{"RunsBlocking", &RunAndGoBack, false},
+                                         SScript{"AsksIntercepted", &Ask, true}, SScript{"AsksBlocking", &Ask, false}),
+                         [](const testing::TestParamInfo<SScript>& info) { return std::string(info.param.pszName); });

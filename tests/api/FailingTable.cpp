@@ -1,0 +1,113 @@
+#include "tests/api/FailingTable.h"
+
+#include <atomic>
+#include <cstring>
+#include <tuple>
+#include <type_traits>
+
+namespace FailingTable
+{
+
+namespace
+{
+
+cl_icd_dispatch s_Real;
+std::atomic<uint64_t> s_nCalls{0};
+std::atomic<uint64_t> s_nFailing{0};
+std::atomic<bool> s_bForEver{false};
+std::atomic<cl_int> s_nCode{CL_SUCCESS};
+
+bool Strikes()
+{
+    const uint64_t nCall = ++s_nCalls;
+    return s_nFailing != 0 && (nCall == s_nFailing || (s_bForEver && nCall > s_nFailing));
+}
+
+/// Gives the code through the last parameter, if that is where an entry has it.
+template <typename... Parameters>
+void SetCode(Parameters... parameters)
+{
+    const auto last = std::get<sizeof...(Parameters) - 1>(std::make_tuple(parameters...));
+    if constexpr (std::is_same_v<std::decay_t<decltype(last)>, cl_int*>)
+    {
+        if (last != nullptr)
+        {
+            *last = s_nCode;
+        }
+    }
+}
+
+template <auto pEntry, typename Function>
+struct SFailing;
+
+template <auto pEntry, typename Result, typename... Parameters>
+struct SFailing<pEntry, Result(CL_API_CALL*)(Parameters...)>
+{
+    static Result CL_API_CALL Call(Parameters... parameters)
+    {
+        if (!Strikes())
+        {
+            return (s_Real.*pEntry)(parameters...);
+        }
+        if constexpr (std::is_same_v<Result, cl_int>)
+        {
+            if (s_bRelease)
+            {
+                (s_Real.*pEntry)(parameters...);
+            }
+            return s_nCode;
+        }
+        else
+        {
+            SetCode(parameters...);
+            return Result();
+        }
+    }
+
+    static inline bool s_bRelease = false;
+};
+
+/// Entries of other families than OpenCL's own have no type here.
+template <auto pEntry, typename Other>
+void Wrap(cl_icd_dispatch&, const char*, Other cl_icd_dispatch::*)
+{
+}
+
+template <auto pEntry, typename Result, typename... Parameters>
+void Wrap(cl_icd_dispatch& table, const char* pszName, Result (CL_API_CALL* cl_icd_dispatch::*)(Parameters...))
+{
+    typedef SFailing<pEntry, Result(CL_API_CALL*)(Parameters...)> Failing;
+    Failing::s_bRelease =
+        std::strncmp(pszName, "Release", 7) == 0 || std::strcmp(pszName, "EnqueueUnmapMemObject") == 0;
+    if (table.*pEntry != nullptr)
+    {
+        table.*pEntry = &Failing::Call;
+    }
+}
+
+} // namespace
+
+cl_icd_dispatch Make(const cl_icd_dispatch& real)
+{
+    s_Real = real;
+    cl_icd_dispatch table = real;
+#define CL_ICD_ENTRY(family, name) Wrap<&cl_icd_dispatch::cl##name>(table, #name, &cl_icd_dispatch::cl##name);
+#include "modules/CLEntryPoints.def"
+    return table;
+}
+
+void Fail(uint64_t nCall, cl_int nCode, bool bForEver)
+{
+    s_nFailing = 0;
+    s_nCalls = 0;
+    s_nCode = nCode;
+    s_bForEver = bForEver;
+    s_nFailing = nCall;
+}
+
+uint64_t CountCalls()
+{
+    return s_nCalls;
+}
+
+} // namespace FailingTable
