@@ -46,6 +46,7 @@ size_t GetPictureHeight(const SSettings& settings);
 /// A breakpoint as info breakpoints has it.
 nlohmann::json DescribeBreakpoint(CDebugger& debugger, const SBreakpoint& breakpoint);
 
+// clang-format off
 #define KESTREL_COMMAND_FUNCTIONS(X)                                                                                   \
     X(Run)                                                                                                             \
     X(Start)                                                                                                           \
@@ -57,6 +58,7 @@ nlohmann::json DescribeBreakpoint(CDebugger& debugger, const SBreakpoint& breakp
             X(Disassemble) X(Print) X(Display) X(Undisplay) X(InfoDisplay) X(Examine) X(InfoRegisters) X(InfoMemory)   \
                 X(InfoKernel) X(InfoDispatch) X(Mask) X(Grid) X(Stats) X(Where) X(Diff) X(WorkItem) X(Set) X(Show)     \
                     X(Help) X(Source) X(Quit)
+// clang-format on
 #define KESTREL_DECLARE_COMMAND(name) nlohmann::json Do##name(CCommandContext& context);
 KESTREL_COMMAND_FUNCTIONS(KESTREL_DECLARE_COMMAND)
 #undef KESTREL_DECLARE_COMMAND
