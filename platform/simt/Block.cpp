@@ -16,7 +16,8 @@ void CBlock::SFree::operator()(void* p) const
 }
 
 CBlock::CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal)
-    : m_Context(context), m_Code(context.code), m_Lanes(context.lanes), m_nPart(nPart), m_pLocal(pLocal)
+    : m_Context(context), m_Code(context.code), m_Lanes(context.lanes), m_nPart(nPart), m_nOrdinal(context.nBlocks++),
+      m_pLocal(pLocal)
 {
     const size_t nBytes = static_cast<size_t>(m_Code.nRows) * sizeof(SLaneRow);
     m_pMemory.reset(std::aligned_alloc(alignof(SLaneRow), nBytes));

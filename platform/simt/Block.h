@@ -38,6 +38,7 @@ struct SLaunchContext
     std::vector<SImageBinding> vUavs;
     std::vector<SSamplerBinding> vSamplers;
 
+    std::atomic<uint32_t> nBlocks{0}; ///< made so far
     std::atomic<bool> bStop{false};
     std::mutex faultMutex;
     uint64_t nBadAccesses = 0;
@@ -176,6 +177,7 @@ private:
     const SCode& m_Code;
     const SLaneTable& m_Lanes;
     const uint32_t m_nPart;
+    const uint32_t m_nOrdinal; ///< among the blocks of the launch
     unsigned char* const m_pLocal;
     std::unique_ptr<void, SFree> m_pMemory;
     SLaneRow* m_pRows = nullptr;

@@ -188,9 +188,11 @@ void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOff
         lanes[nCount] = static_cast<uint16_t>(n);
         nCount += (pValues[n] & pMask[n]) != 0 ? 1 : 0;
     }
+    // Groups often add to the same words in the same order: threads begin at different ones, out of each other's way.
+    const uint32_t nStart = nCount * (m_nOrdinal * 5 % 8) / 8;
     for (uint32_t i = 0; i < nCount; ++i)
     {
-        const uint32_t n = lanes[i];
+        const uint32_t n = lanes[nStart + i < nCount ? nStart + i : nStart + i - nCount];
         unsigned char* const pData = pBase + (own.pAddresses[n] - own.nLow);
         __atomic_fetch_add(reinterpret_cast<uint32_t*>(pData), pValues[n], __ATOMIC_RELAXED);
     }
