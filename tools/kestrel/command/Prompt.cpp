@@ -73,7 +73,8 @@ CPrompt::CPrompt(CInterpreter& interpreter) : m_Interpreter(interpreter), m_strH
     el_set(m_pEdit, EL_PROMPT, &GetPromptText);
     el_set(m_pEdit, EL_EDITOR, "emacs");
     el_set(m_pEdit, EL_HIST, history, m_pHistory);
-    el_set(m_pEdit, EL_ADDFN, "kestrel-complete", "Complete the word", &CPrompt::Complete);
+    // The form for narrow texts keeps copies of them for ever.
+    el_wset(m_pEdit, EL_ADDFN, L"kestrel-complete", L"Complete the word", &CPrompt::Complete);
     el_set(m_pEdit, EL_BIND, "^I", "kestrel-complete", nullptr);
     el_set(m_pEdit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
     LoadHistory();
