@@ -1,6 +1,7 @@
 #include "tools/kestrel/command/Prompt.h"
 
 #include <histedit.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,9 +54,16 @@ std::string FindCommonBeginning(const std::vector<std::string>& vChoices)
 // A signal handler can reach nothing else.
 std::atomic<CDebugger*> s_pInterrupted{nullptr};
 struct sigaction s_OldAction;
+pthread_t s_CommandingThread;
 
-void OnInterrupt(int)
+void OnInterrupt(int nSignal)
 {
+    // Whichever thread the signal meets, the one that may be reading a line has to wake.
+    if (pthread_equal(pthread_self(), s_CommandingThread) == 0)
+    {
+        pthread_kill(s_CommandingThread, nSignal);
+        return;
+    }
     CDebugger* pDebugger = s_pInterrupted;
     if (pDebugger != nullptr)
     {
@@ -77,6 +85,8 @@ CPrompt::CPrompt(CInterpreter& interpreter) : m_Interpreter(interpreter), m_strH
     el_wset(m_pEdit, EL_ADDFN, L"kestrel-complete", L"Complete the word", &CPrompt::Complete);
     el_set(m_pEdit, EL_BIND, "^I", "kestrel-complete", nullptr);
     el_set(m_pEdit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+    // While a line is being edited an interrupt is a key like others.
+    el_set(m_pEdit, EL_BIND, "^C", "em-kill-line", nullptr);
     LoadHistory();
 }
 
@@ -166,6 +176,7 @@ CInterruptScope::CInterruptScope(CDebugger& debugger, CInterpreter& interpreter,
     }
     debugger.SetInterruptible(true);
     s_pInterrupted = &debugger;
+    s_CommandingThread = pthread_self();
     struct sigaction action = {};
     action.sa_handler = &OnInterrupt;
     sigaction(SIGINT, &action, &s_OldAction);
