@@ -85,7 +85,7 @@ public:
     {
         for (int nTries = 0; nTries < 100 && m_nChild > 0; ++nTries)
         {
-            Type("\x04");
+            Type("\x15\x04"); // on an empty line
             int nStatus = 0;
             usleep(50000);
             if (waitpid(m_nChild, &nStatus, WNOHANG) == m_nChild)
