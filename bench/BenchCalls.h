@@ -12,8 +12,8 @@ namespace KestrelBench
 enum ECallKind
 {
     CALL_Build,    ///< programs and kernels
-    CALL_Transfer, ///< copies and mappings, both ways
-    CALL_Run,      ///< the launch, and waiting for it
+    CALL_Transfer, ///< copies and mappings, both ways; a mapping waits for the kernel
+    CALL_Run,      ///< the launch
     CALL_Other,
     CALL_Kinds
 };

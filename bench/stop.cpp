@@ -281,7 +281,7 @@ SCost Measure(const CLibraries& libraries, CReport& report, unsigned int nInstru
         cost.vShare.push_back(vLibrary.back() / cost.vStops[n]);
     }
     const std::string strName = Name(nInstructions, nItems);
-    const char* const kinds[] = {"the runtime's builds", "transfers", "kernel runs", "other calls"};
+    const char* const kinds[] = {"the runtime's builds", "waiting and transfers", "launching", "other calls"};
     report.Add(strName + ": analysis and first instruction", {session.fAnalysis * 1000}, 0);
     report.Add(strName + ": a stop", Scaled(cost.vStops, 1000), 0);
     report.Add(strName + ": its floor", {cost.fFloor * 1000}, 0);
