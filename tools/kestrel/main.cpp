@@ -176,7 +176,10 @@ std::vector<std::string> SpellOut(int argc, char** argv)
     {
         for (const char* pszName : {"-batch", "-ex", "-json", "-echo"})
         {
-            strArgument = strArgument == pszName ? "-" + strArgument : strArgument;
+            if (strArgument == pszName)
+            {
+                strArgument.insert(0, "-");
+            }
         }
     }
     std::reverse(vArguments.begin(), vArguments.end());

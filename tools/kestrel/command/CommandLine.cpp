@@ -123,7 +123,7 @@ std::string TakeWord(std::string& strText)
     {
         ++nEnd;
     }
-    const std::string strWord = strText.substr(0, nEnd);
+    std::string strWord = strText.substr(0, nEnd);
     strText.erase(0, nEnd);
     return strWord;
 }
@@ -138,7 +138,7 @@ void TrimFront(std::string& strText)
 std::string TakeToken(std::string& strLine)
 {
     const size_t nEnd = std::min(strLine.find_first_not_of("0123456789"), strLine.size());
-    const std::string strToken = strLine.substr(0, nEnd);
+    std::string strToken = strLine.substr(0, nEnd);
     strLine.erase(0, nEnd);
     TrimFront(strLine);
     return strToken;

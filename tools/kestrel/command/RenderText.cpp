@@ -319,8 +319,10 @@ std::string RenderHelp(const json& view)
     std::string strText = Text(view["name"]) +
                           (strArguments.empty() || strArguments.compare(0, 2, "[/") == 0 ? "" : " ") + strArguments +
                           "\n" + Text(view["summary"]) + "\n";
-    strText += view["text"] != "" ? Text(view["text"]) + "\n" : "";
-    strText += view["abbreviations"] != "" ? "Short: " + Text(view["abbreviations"]) + "\n" : "";
+    const std::string strLong = Text(view["text"]);
+    const std::string strShort = Text(view["abbreviations"]);
+    strText += strLong.empty() ? "" : strLong + "\n";
+    strText += strShort.empty() ? "" : "Short: " + strShort + "\n";
     return strText;
 }
 
