@@ -1,9 +1,9 @@
 #include <algorithm>
-#include <cstring>
 
 #include <CL/cl.h>
 
 #include "platform/simt/Block.h"
+#include "platform/simt/FloatBits.h"
 #include "platform/simt/ImageSampler.h"
 
 namespace KestrelPlatform
@@ -11,13 +11,6 @@ namespace KestrelPlatform
 
 namespace
 {
-
-float AsFloat(uint32_t n)
-{
-    float f = 0;
-    std::memcpy(&f, &n, sizeof f);
-    return f;
-}
 
 bool IsUavOperation(SImageAccess::EOperation eOperation)
 {

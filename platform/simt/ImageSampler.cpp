@@ -1,30 +1,17 @@
 #include "platform/simt/ImageSampler.h"
 
+#include "platform/simt/FloatBits.h"
+
 #include <CL/cl.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace KestrelPlatform
 {
 
 namespace
 {
-
-float AsFloat(uint32_t n)
-{
-    float f = 0;
-    std::memcpy(&f, &n, sizeof f);
-    return f;
-}
-
-uint32_t AsWord(float f)
-{
-    uint32_t n = 0;
-    std::memcpy(&n, &f, sizeof n);
-    return n;
-}
 
 /// Far outside is as good as infinitely far, and fits an int.
 int32_t ToPlace(float f)

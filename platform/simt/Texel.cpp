@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/simt/FloatBits.h"
 #include "platform/simt/HalfFloat.h"
 
 namespace KestrelPlatform
@@ -101,20 +102,6 @@ const SPacked* FindPacked(uint32_t nType)
     return nullptr;
 }
 
-uint32_t FloatBits(float f)
-{
-    uint32_t n = 0;
-    std::memcpy(&n, &f, sizeof n);
-    return n;
-}
-
-float BitsFloat(uint32_t n)
-{
-    float f = 0;
-    std::memcpy(&f, &n, sizeof f);
-    return f;
-}
-
 template <class TValue>
 TValue Get(const unsigned char* p)
 {
@@ -134,13 +121,13 @@ uint32_t ReadChannel(const unsigned char* p, uint32_t nType)
     switch (nType)
     {
     case CL_SNORM_INT8:
-        return FloatBits(std::fmax(Get<int8_t>(p) / 127.0f, -1.0f));
+        return AsWord(std::fmax(Get<int8_t>(p) / 127.0f, -1.0f));
     case CL_SNORM_INT16:
-        return FloatBits(std::fmax(Get<int16_t>(p) / 32767.0f, -1.0f));
+        return AsWord(std::fmax(Get<int16_t>(p) / 32767.0f, -1.0f));
     case CL_UNORM_INT8:
-        return FloatBits(*p / 255.0f);
+        return AsWord(*p / 255.0f);
     case CL_UNORM_INT16:
-        return FloatBits(Get<uint16_t>(p) / 65535.0f);
+        return AsWord(Get<uint16_t>(p) / 65535.0f);
     case CL_SIGNED_INT8:
         return static_cast<uint32_t>(Get<int8_t>(p));
     case CL_SIGNED_INT16:
@@ -150,7 +137,7 @@ uint32_t ReadChannel(const unsigned char* p, uint32_t nType)
     case CL_UNSIGNED_INT16:
         return Get<uint16_t>(p);
     case CL_HALF_FLOAT:
-        return FloatBits(HalfToFloat(Get<uint16_t>(p)));
+        return AsWord(HalfToFloat(Get<uint16_t>(p)));
     default:
         return Get<uint32_t>(p);
     }
@@ -172,7 +159,7 @@ int32_t ClampInt(uint32_t n, int32_t nLow, int32_t nHigh)
 
 void WriteChannel(unsigned char* p, uint32_t nType, uint32_t n)
 {
-    const float f = BitsFloat(n);
+    const float f = AsFloat(n);
     switch (nType)
     {
     case CL_SNORM_INT8:
@@ -241,7 +228,7 @@ STexel ReadTexel(const unsigned char* pData, uint32_t nChannelOrder, uint32_t nC
     const SOrder* const pOrder = FindOrder(nChannelOrder);
     if (!pOrder)
         return texel;
-    const uint32_t nOne = IsIntegerChannel(nChannelType) ? 1 : FloatBits(1.0f);
+    const uint32_t nOne = IsIntegerChannel(nChannelType) ? 1 : AsWord(1.0f);
     uint32_t nChannels[6] = {0, 0, 0, 0, 0, nOne};
     const SPacked* const pPacked = FindPacked(nChannelType);
     for (uint32_t n = 0; n < pOrder->nChannels && n < 4; ++n)
@@ -253,8 +240,8 @@ STexel ReadTexel(const unsigned char* pData, uint32_t nChannelOrder, uint32_t nC
         }
         const uint32_t nWord = pPacked->nBytes == 2 ? Get<uint16_t>(pData) : Get<uint32_t>(pData);
         if (n < 3)
-            nChannels[n] = FloatBits(static_cast<float>((nWord >> pPacked->nShift[n]) & pPacked->nMax[n]) /
-                                     static_cast<float>(pPacked->nMax[n]));
+            nChannels[n] = AsWord(static_cast<float>((nWord >> pPacked->nShift[n]) & pPacked->nMax[n]) /
+                                  static_cast<float>(pPacked->nMax[n]));
     }
     for (uint32_t n = 0; n < 4; ++n)
         texel.w[n] = nChannels[pOrder->read[n]];
@@ -272,7 +259,7 @@ void WriteTexel(unsigned char* pData, uint32_t nChannelOrder, uint32_t nChannelT
         for (uint32_t n = 0; n < 3; ++n)
         {
             const float fMax = static_cast<float>(pPacked->nMax[n]);
-            nWord |= static_cast<uint32_t>(std::rint(ClampTo(BitsFloat(texel.w[n]), 0.0f, 1.0f) * fMax))
+            nWord |= static_cast<uint32_t>(std::rint(ClampTo(AsFloat(texel.w[n]), 0.0f, 1.0f) * fMax))
                      << pPacked->nShift[n];
         }
         std::memcpy(pData, &nWord, pPacked->nBytes);
@@ -288,7 +275,7 @@ STexel BorderTexel(uint32_t nChannelOrder, uint32_t nChannelType)
     STexel texel;
     const SOrder* const pOrder = FindOrder(nChannelOrder);
     if (pOrder && pOrder->bBorderAlpha)
-        texel.w[3] = IsIntegerChannel(nChannelType) ? 1 : FloatBits(1.0f);
+        texel.w[3] = IsIntegerChannel(nChannelType) ? 1 : AsWord(1.0f);
     return texel;
 }
 
