@@ -125,6 +125,7 @@ private:
     void SetListing(std::vector<std::string> vLines);
     bool Launch();
     bool Move(ovkclDebugCommand command, const std::set<unsigned int>& lines);
+    void GoOn(size_t nTimes, ovkclDebugCommand command);
     EReason RunTo(ovkclDebugCommand command, const std::set<unsigned int>& lines);
     EReason RunToLines(const std::set<unsigned int>& lines, const CCodeMap::SFunction* pFunction);
     EReason TakeHits();

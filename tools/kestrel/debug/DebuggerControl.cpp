@@ -291,7 +291,8 @@ void CDebugger::Start()
     SendStop(m_Hits.vIds.empty() ? EReason::Moved : EReason::Breakpoint, "entry");
 }
 
-void CDebugger::Continue(size_t nTimes)
+/// Goes from breakpoint to breakpoint, forward or back.
+void CDebugger::GoOn(size_t nTimes, ovkclDebugCommand command)
 {
     BeginCommand(false);
     size_t nLeft = nTimes;
@@ -302,10 +303,15 @@ void CDebugger::Continue(size_t nTimes)
                while (nLeft-- != 0 && eReason == EReason::Breakpoint)
                {
                    m_vCommands.clear();
-                   eReason = RunTo(OVKCLDEBUG_COMMAND_CONTINUE, {});
+                   eReason = RunTo(command, {});
                }
                return eReason;
            });
+}
+
+void CDebugger::Continue(size_t nTimes)
+{
+    GoOn(nTimes, OVKCLDEBUG_COMMAND_CONTINUE);
 }
 
 void CDebugger::Step(size_t nTimes)
@@ -397,19 +403,7 @@ void CDebugger::NextBack(size_t nTimes)
 
 void CDebugger::ContinueBack(size_t nTimes)
 {
-    BeginCommand(false);
-    size_t nLeft = nTimes;
-    Repeat(1, "breakpoint",
-           [&]
-           {
-               EReason eReason = EReason::Breakpoint;
-               while (nLeft-- != 0 && eReason == EReason::Breakpoint)
-               {
-                   m_vCommands.clear();
-                   eReason = RunTo(OVKCLDEBUG_COMMAND_EXT_RUN_BACK, {});
-               }
-               return eReason;
-           });
+    GoOn(nTimes, OVKCLDEBUG_COMMAND_EXT_RUN_BACK);
 }
 
 void CDebugger::Kill()
