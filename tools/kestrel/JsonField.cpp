@@ -115,9 +115,8 @@ std::string Slurp(const std::string& strPath, const std::string& strComplaint)
 
 } // namespace
 
-CJsonDocument::CJsonDocument(const std::string& strPath) : m_strPath(strPath)
+CJsonDocument::CJsonDocument(const std::string& strText, const std::string& strPath) : m_strPath(strPath)
 {
-    const std::string strText = Slurp(strPath, strPath + ": can't be read");
     try
     {
         m_Json = nlohmann::json::parse(strText, nullptr, true, true);
@@ -126,6 +125,11 @@ CJsonDocument::CJsonDocument(const std::string& strPath) : m_strPath(strPath)
     {
         throw CLaunchFileError(strPath + ": " + error.what());
     }
+}
+
+std::string ReadLaunchText(const std::string& strPath)
+{
+    return Slurp(strPath, strPath + ": can't be read");
 }
 
 std::string ResolvePath(const CJsonField& field)

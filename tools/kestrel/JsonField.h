@@ -52,7 +52,8 @@ private:
 class CJsonDocument
 {
 public:
-    explicit CJsonDocument(const std::string& strPath);
+    /// \param strPath  the file that the text comes from
+    CJsonDocument(const std::string& strText, const std::string& strPath);
     CJsonField Root() const { return CJsonField(m_Json, m_strPath, std::string()); }
 
 private:
@@ -60,6 +61,8 @@ private:
     nlohmann::json m_Json;
 };
 
+/// The text of a launch file.
+std::string ReadLaunchText(const std::string& strPath);
 /// The path that the field names, relative to the launch file.
 std::string ResolvePath(const CJsonField& field);
 /// The bytes of the file that the field names, relative to the launch file.

@@ -174,7 +174,12 @@ unsigned int ReadSizes(const CJsonField& field, unsigned int nDimensions, bool b
 
 SLaunchFile ReadLaunchFile(const std::string& strPath)
 {
-    const CJsonDocument document(strPath);
+    return ParseLaunchFile(ReadLaunchText(strPath), strPath);
+}
+
+SLaunchFile ParseLaunchFile(const std::string& strText, const std::string& strPath)
+{
+    const CJsonDocument document(strText, strPath);
     const CJsonField root = document.Root();
     root.AllowOnly({"program", "kernel", "device", "options", "global", "local", "offset", "args"});
 

@@ -80,6 +80,10 @@ struct SLaunchFile
 /// \throws CLaunchFileError
 SLaunchFile ReadLaunchFile(const std::string& strPath);
 
+/// The same for the text of a launch file.
+/// \param strPath  what complaints name, and where the paths in the text start
+SLaunchFile ParseLaunchFile(const std::string& strText, const std::string& strPath);
+
 } // namespace KestrelTool
 
 #endif

@@ -1,0 +1,89 @@
+#ifndef KESTREL_FUZZ_FUZZKERNEL_H
+#define KESTREL_FUZZ_FUZZKERNEL_H
+
+#include "instrument/InstrumentedShaderIL.h"
+#include "tests/support/FakeHost.h"
+
+#include <string>
+#include <vector>
+
+namespace KestrelFuzz
+{
+
+/// The lower storeys of a kernel under debug, without an engine, and with what properties are stated of open to all.
+class CFuzzShader : public OVK_ShaderDebugger::CInstrumentedShaderIL
+{
+public:
+    typedef OVK_ShaderDebugger::Mode Mode;
+    typedef OVK_ShaderDebugger::InstructionNumber InstructionNumber;
+    typedef OVK_ShaderDebugger::LineNumber LineNumber;
+
+    using OVK_ShaderDebugger::CInstrumentedShaderIL::CInstrumentedShaderIL;
+
+    bool GetShaderText(std::string&, Mode) override { return false; }
+    bool GetShaderKeyWords(OVK_ShaderDebugger::KeyWordsList&, Mode) override { return false; }
+    Mode GetMode() const override { return OVK_ShaderDebugger::DM_Asm; }
+    bool SetMode(Mode) override { return true; }
+    bool Step() override { return false; }
+    bool Back() override { return false; }
+    bool Run() override { return false; }
+    bool RunBack() override { return false; }
+    bool Execute(bool) override { return false; }
+    bool Draw() override { return false; }
+    InstructionNumber GetInstruction(LineNumber) const override { return 0; }
+    LineNumber GetLine(InstructionNumber) const override { return 0; }
+    LineNumber GetCurrentLine() const override { return 0; }
+    LineNumber GetNextLine() const override { return 0; }
+    LineNumber GetPreviousLine() const override { return 0; }
+
+    using CAnalyzedShaderIL::ConstructOf;
+    using CAnalyzedShaderIL::FunctionOf;
+    using CAnalyzedShaderIL::IsCompute;
+    using CAnalyzedShaderIL::m_bIsElf;
+    using CAnalyzedShaderIL::m_bTidewater;
+    using CAnalyzedShaderIL::m_CallStack;
+    using CAnalyzedShaderIL::m_FunctionInstruction;
+    using CAnalyzedShaderIL::m_Instructions;
+    using CAnalyzedShaderIL::m_nEndOfShader;
+    using CAnalyzedShaderIL::m_nInstructionCount;
+    using CAnalyzedShaderIL::m_nOutlineMacroEnd;
+    using CAnalyzedShaderIL::m_nPatchedLiteralRegisterCount;
+    using CAnalyzedShaderIL::m_nPatchedTempRegisterCount;
+    using CAnalyzedShaderIL::m_nPatchedTempRegisters;
+    using CAnalyzedShaderIL::m_OutlineMacroLabel;
+    using CAnalyzedShaderIL::m_PC_LineNumberMap;
+    using CAnalyzedShaderIL::m_RegisterOutput;
+    using CAnalyzedShaderIL::m_UAVNums;
+    using CAnalyzedShaderIL::m_vTokens;
+    using CInstrumentedShaderIL::m_nPatchedShaderSize;
+};
+
+/// The bytes of an input as a kernel. The whole words are the token stream. How many bytes are left over says what the
+/// stream stands in: none a binary for the newer device, one for the older device, two for the newer one with samplers
+/// and a neighbour, three no binary at all but the tokens alone.
+class CFuzzKernel
+{
+public:
+    CFuzzKernel(const uint8_t* pData, size_t nSize);
+    /// A kernel binary around the tokens with this metadata for the kernel "k".
+    CFuzzKernel(const std::vector<unsigned int>& vTokens, const std::string& strMetadata);
+
+    bool Analyze() { return m_Shader.AnalyzeShader(); }
+    CFuzzShader& Shader() { return m_Shader; }
+    OVK_ShaderDebugger::CFakeHost& Host() { return m_Host; }
+
+private:
+    OVK_ShaderDebugger::CFakeHost m_Host;
+    std::vector<char> m_vImage;
+    CFuzzShader m_Shader;
+};
+
+/// The whole words of some bytes.
+std::vector<unsigned int> ToWords(const uint8_t* pData, size_t nSize);
+
+/// A stream as hexadecimal words, for messages.
+std::string ToHex(const std::vector<unsigned int>& vTokens);
+
+} // namespace KestrelFuzz
+
+#endif

@@ -1,0 +1,224 @@
+#include "fuzz/CompilerLibrary.h"
+#include "fuzz/FuzzKernel.h"
+#include "fuzz/Targets.h"
+#include "fuzz/TextRoad.h"
+
+#include "binary/ElfUtils.h"
+#include "platform/compiler/Assembler.h"
+#include "platform/compiler/Disassembler.h"
+#include "platform/simt/Structure.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace KestrelFuzz
+{
+
+using namespace OVK_ShaderDebugger;
+
+namespace
+{
+
+/// Positions of one kernel that are patched; those of a longer one are spread over it.
+constexpr InstructionNumber s_nMaxPositions = 64;
+
+/// Whether the software platform takes a stream: its items, its blocks and its calls.
+bool IsStructured(const std::vector<unsigned int>& vTokens, std::string& strReason)
+{
+    KestrelPlatform::SDecodedStream stream;
+    KestrelPlatform::SStructure structure;
+    KestrelPlatform::SDecodeError error;
+    const bool bTaken = KestrelPlatform::DecodeStream(vTokens.data(), vTokens.size(), stream, error) &&
+                        KestrelPlatform::BuildStructure(stream, structure, error);
+    strReason = error.strMessage;
+    return bTaken;
+}
+
+std::string ToText(const std::vector<unsigned int>& vTokens)
+{
+    std::string strText;
+    std::string strError;
+    KestrelPlatform::DisassembleIL(vTokens.data(), vTokens.size(), strText, strError);
+    return strText + strError;
+}
+
+/// A position in the given pass of each loop around it.
+ProgramCounter At(const CFuzzShader& shader, InstructionNumber nPosition, unsigned int nPass)
+{
+    ProgramCounter pc(nPosition);
+    for (const CIL_FCConstruct* p = shader.ConstructOf(nPosition); p != nullptr; p = p->GetParent())
+    {
+        const CIL_Loop* pLoop = p->AsLoop();
+        if (pLoop != nullptr && pLoop->IsInsideLoop(nPosition))
+        {
+            pc.m_LoopStack.insert(pc.m_LoopStack.begin(), {pLoop->GetStart(), pLoop->GetEnd(), nPass});
+        }
+    }
+    return pc;
+}
+
+/// Every position of a kernel, patched.
+class CPatchEverywhere
+{
+public:
+    CPatchEverywhere(CFuzzKernel& kernel) : m_Kernel(kernel), m_Shader(kernel.Shader())
+    {
+        std::string strReason;
+        m_bStructured = IsStructured(m_Shader.m_vTokens, strReason);
+        m_nHeader = HeaderPosition();
+    }
+
+    void Run()
+    {
+        PatchAndCheck(g_PC_NULL, {Register(RT_Temp, 0, COMP_x), Register(RT_IndexableTemp, 1, COMP_All, 2)});
+        const InstructionNumber nCount = m_Shader.m_nInstructionCount;
+        const InstructionNumber nStride = (nCount + s_nMaxPositions - 1) / s_nMaxPositions;
+        for (InstructionNumber n = 0; n < nCount; n += nStride)
+        {
+            PatchAt(n);
+            m_Kernel.Host().vLog.clear();
+        }
+    }
+
+private:
+    void PatchAt(InstructionNumber n)
+    {
+        const auto it = m_Shader.m_RegisterOutput.find(n);
+        const Register written = it != m_Shader.m_RegisterOutput.end() ? it->second : g_Reg_NULL;
+        m_Shader.m_CallStack.clear();
+        PatchAndCheck(At(m_Shader, n, 0), {written});
+        EnterCalls(n);
+        const ProgramCounter later = At(m_Shader, n, 3);
+        PatchAndCheck(later, {written, g_Reg_NULL, Register(RT_Temp, 0, COMP_x)});
+        PatchAndCheck(later, {});
+    }
+
+    /// A macro isn't called by the calls of a function, whatever function it stands behind.
+    bool InOutlineMacro(InstructionNumber n) const
+    {
+        const auto it = m_Shader.m_FunctionInstruction.find(m_Shader.m_OutlineMacroLabel);
+        return m_Shader.m_OutlineMacroLabel != 0 && it != m_Shader.m_FunctionInstruction.end() && n >= it->second &&
+               n < m_Shader.m_nOutlineMacroEnd;
+    }
+
+    /// The first way down from the main body to the position's function.
+    void EnterCalls(InstructionNumber n)
+    {
+        unsigned int nFunction = InOutlineMacro(n) ? 0 : m_Shader.FunctionOf(n);
+        for (size_t nDepth = 0; nFunction != 0 && nDepth < 8; ++nDepth)
+        {
+            const auto call =
+                std::find_if(m_Shader.m_Instructions.begin(), m_Shader.m_Instructions.end(),
+                             [&](const CShaderDebuggerInstructionIL& instruction)
+                             { return instruction.GetOpCode() == IL_OP_CALL && instruction.GetToken(1) == nFunction; });
+            if (call == m_Shader.m_Instructions.end())
+            {
+                return;
+            }
+            const auto nCall = static_cast<InstructionNumber>(call - m_Shader.m_Instructions.begin());
+            m_Shader.m_CallStack.push_back(At(m_Shader, nCall, 2));
+            nFunction = m_Shader.FunctionOf(nCall);
+        }
+    }
+
+    void PatchAndCheck(const ProgramCounter& target, const std::vector<Register>& vRegs)
+    {
+        CInputTokenStream<unsigned int> src(&m_Kernel.Host(), m_Shader.m_vTokens.data(), m_Shader.m_vTokens.size());
+        COutputTokenStream<unsigned int> dest(&m_Kernel.Host(), m_Shader.m_vTokens.size());
+        if (!m_Shader.PatchIL(src, dest, target, vRegs))
+        {
+            return;
+        }
+        const std::vector<unsigned int> vPatched(dest.GetStream(), dest.GetStream() + dest.GetTokensWritten());
+        const std::string strPlace = "at instruction " + std::to_string(target.m_nPos) + ": ";
+        CheckStream(vPatched, strPlace);
+        if (!m_bImageTried && m_Shader.m_bIsElf)
+        {
+            m_bImageTried = true;
+            CheckImage(target, vRegs, vPatched, strPlace);
+        }
+    }
+
+    /// Where the language token stands: behind the macros that a stream may begin with.
+    size_t HeaderPosition() const
+    {
+        CInputTokenStream<unsigned int> stream(&m_Kernel.Host(), m_Shader.m_vTokens.data(), m_Shader.m_vTokens.size());
+        return SkipMacros(stream);
+    }
+
+    size_t SkipMacros(CInputTokenStream<unsigned int>& stream) const
+    {
+        CShaderDebuggerInstructionIL item(&m_Kernel.Host());
+        unsigned int nNext = 0;
+        while (stream.PeekToken(nNext) && ILFormatDecode::GetOp(nNext) == IL_OP_MACRODEF)
+        {
+            while (item.ReadInstruction(stream) && item.GetOpCode() != IL_OP_MACROEND)
+            {
+            }
+        }
+        return stream.GetTokensRead();
+    }
+
+    void CheckStream(const std::vector<unsigned int>& vPatched, const std::string& strPlace)
+    {
+        CInputTokenStream<unsigned int> stream(&m_Kernel.Host(), vPatched.data(), vPatched.size());
+        const size_t nHeader = SkipMacros(stream);
+        Require(nHeader == m_nHeader && vPatched.size() >= nHeader + 2 &&
+                    std::equal(vPatched.begin(), vPatched.begin() + static_cast<std::ptrdiff_t>(nHeader) + 2,
+                               m_Shader.m_vTokens.begin()),
+                "a patched stream begins as the kernel does", strPlace);
+        stream.SkipTokens(2);
+        CShaderDebuggerInstructionIL item(&m_Kernel.Host());
+        size_t nEnds = 0;
+        while (stream.GetTokensLeft() != 0)
+        {
+            Require(item.ReadInstruction(stream), "a patched stream decodes", strPlace);
+            nEnds += item.GetOpCode() == IL_OP_END ? 1 : 0;
+        }
+        Require(nEnds == 1 && item.GetOpCode() == IL_OP_END, "a patched stream ends once, at its end", strPlace);
+        std::string strReason;
+        if (m_bStructured && !IsStructured(vPatched, strReason))
+        {
+            Require(false, "a patched stream is one that the platform takes, if the kernel is",
+                    strPlace + strReason + "\nkernel:\n" + ToText(m_Shader.m_vTokens) + "patched:\n" +
+                        ToText(vPatched));
+        }
+    }
+
+    /// The road on which the patched kernel reaches the runtime, as text in a kernel binary.
+    void CheckImage(const ProgramCounter& target, const std::vector<Register>& vRegs,
+                    const std::vector<unsigned int>& vPatched, const std::string& strPlace)
+    {
+        const auto* pImage = reinterpret_cast<const char*>(m_Shader.CreatePatchedShader(target, vRegs));
+        Require(pImage != nullptr, "tokens that were patched go into the kernel binary", strPlace);
+        const std::vector<char> vImage(pImage, pImage + m_Shader.m_nPatchedShaderSize);
+        std::vector<char> vText;
+        Require(OVK_ElfUtils::GetDataFromSection(".debugil", vImage, &vText), "a patched image has its text", strPlace);
+        std::vector<unsigned int> vTokens;
+        KestrelPlatform::SDiagnostic diagnostic;
+        Require(KestrelPlatform::AssembleIL(vText.data(), vText.size(), vTokens, diagnostic),
+                "the text of a patched image assembles", strPlace + diagnostic.ToString());
+        Require(WithoutComments(vTokens) == WithoutComments(vPatched),
+                "the text of a patched image is that of the patched tokens", strPlace);
+    }
+
+    CFuzzKernel& m_Kernel;
+    CFuzzShader& m_Shader;
+    bool m_bStructured;
+    size_t m_nHeader;
+    bool m_bImageTried = false;
+};
+
+} // namespace
+
+void FuzzPatch(const uint8_t* pData, size_t nSize)
+{
+    OpenCompilerLibrary();
+    CFuzzKernel kernel(pData, nSize);
+    if (kernel.Analyze())
+    {
+        CPatchEverywhere(kernel).Run();
+    }
+}
+
+} // namespace KestrelFuzz
