@@ -274,6 +274,7 @@ struct SLastFault
 {
     std::mutex m_mutex;
     SPlatformFault m_fault{};
+    std::vector<SPlatformFaultRecord> m_vRecords;
 };
 
 SLastFault& LastFault()
@@ -291,9 +292,14 @@ void KeepFault(const SLaunchResult& result)
     fault.nAddress = result.firstBadAccess.nAddress;
     fault.bWrite = result.firstBadAccess.bWrite ? 1 : 0;
     fault.nUnreachedBarriers = result.nUnreachedBarriers;
+    std::vector<SPlatformFaultRecord> vRecords;
+    for (const SFaultRecord& record : result.vFaults)
+        vRecords.push_back({record.access.nInstruction, record.bBarrier, record.access.bWrite, record.access.nWorkItem,
+                            record.access.nAddress});
     SLastFault& last = LastFault();
     std::lock_guard<std::mutex> lock(last.m_mutex);
     last.m_fault = fault;
+    last.m_vRecords.swap(vRecords);
 }
 
 /// Tells the context's callback what a run did that it shouldn't have.
@@ -356,6 +362,15 @@ SPlatformFault GetLastFault()
     SLastFault& last = LastFault();
     std::lock_guard<std::mutex> lock(last.m_mutex);
     return last.m_fault;
+}
+
+cl_uint GetFaultRecords(SPlatformFaultRecord* pRecords, cl_uint nRecords)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    const size_t nGiven = std::min<size_t>(pRecords ? nRecords : 0, last.m_vRecords.size());
+    std::copy_n(last.m_vRecords.begin(), nGiven, pRecords);
+    return static_cast<cl_uint>(last.m_vRecords.size());
 }
 
 } // namespace KestrelPlatform::Runtime

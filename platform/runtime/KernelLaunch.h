@@ -33,6 +33,8 @@ cl_int RunPrepared(SPreparedLaunch& prepared);
 
 /// What the last kernel run did that it shouldn't have.
 SPlatformFault GetLastFault();
+/// Its faults one by one, up to nRecords of them. \return how many are kept
+cl_uint GetFaultRecords(SPlatformFaultRecord* pRecords, cl_uint nRecords);
 
 } // namespace KestrelPlatform::Runtime
 

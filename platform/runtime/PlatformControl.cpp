@@ -46,6 +46,11 @@ void ReadLastFault(SPlatformFault* pFault)
         *pFault = Runtime::GetLastFault();
 }
 
+uint32_t ReadFaultRecords(SPlatformFaultRecord* pRecords, uint32_t nRecords)
+{
+    return Runtime::GetFaultRecords(pRecords, nRecords);
+}
+
 } // namespace
 
 const SPlatformControl* kestrelPlatformControl()
@@ -64,6 +69,7 @@ const SPlatformControl* kestrelPlatformControl()
         &KestrelPlatform::Runtime::SetTraceCallback,
         &LimitInstructions,
         &ReadLastFault,
+        &ReadFaultRecords,
     };
     return &s_control;
 }

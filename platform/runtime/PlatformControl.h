@@ -69,6 +69,16 @@ struct SPlatformFault
     uint64_t nUnreachedBarriers;
 };
 
+/// One fault of it. Each work-item's at each instruction is kept once, the lowest work-items first, 64 at most.
+struct SPlatformFaultRecord
+{
+    uint32_t nInstruction;
+    int32_t bBarrier; ///< a barrier that part of a work-group didn't reach; else an access outside memory
+    int32_t bWrite;
+    uint64_t nWorkItem; ///< of a barrier: the first of its group that didn't reach it
+    uint64_t nAddress;
+};
+
 struct SPlatformControl
 {
     uint32_t nSize; ///< sizeof(SPlatformControl)
@@ -95,6 +105,8 @@ struct SPlatformControl
     /// Instructions that a work-group may execute; 0 means no limit.
     void (*SetInstructionLimit)(uint64_t nInstructions);
     void (*GetLastFault)(struct SPlatformFault* pFault);
+    /// The faults of the last kernel run one by one, up to nRecords of them. \return how many are kept
+    uint32_t (*GetFaultRecords)(struct SPlatformFaultRecord* pRecords, uint32_t nRecords);
 };
 
 #endif

@@ -15,9 +15,9 @@ void CBlock::SFree::operator()(void* p) const
     std::free(p);
 }
 
-CBlock::CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal)
-    : m_Context(context), m_Code(context.code), m_Lanes(context.lanes), m_nPart(nPart), m_nOrdinal(context.nBlocks++),
-      m_pLocal(pLocal)
+CBlock::CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal, CPendingAdds& pending)
+    : m_Context(context), m_Code(context.code), m_Lanes(context.lanes), m_nPart(nPart), m_pLocal(pLocal),
+      m_Pending(pending)
 {
     const size_t nBytes = static_cast<size_t>(m_Code.nRows) * sizeof(SLaneRow);
     m_pMemory.reset(std::aligned_alloc(alignof(SLaneRow), nBytes));
@@ -239,6 +239,7 @@ void CBlock::Loop(const SMicroOp& step)
 
 void CBlock::EndLoop(const SMicroOp& step)
 {
+    m_Pending.Pass();
     uint32_t* const pMask = Row(s_nMaskRow);
     if (step.nFlags)
     {
@@ -328,6 +329,7 @@ void CBlock::Call(const SMicroOp& step)
 /// active don't reach the barrier.
 CBlock::EState CBlock::Barrier(const SMicroOp& step)
 {
+    m_nBarrier = step.nInstruction;
     if (m_Context.nBlocksPerGroup > 1)
     {
         GoOn(step);
@@ -336,13 +338,25 @@ CBlock::EState CBlock::Barrier(const SMicroOp& step)
     for (uint32_t nFirst = 0; m_nActive != m_nLive && nFirst < m_nLive; nFirst += m_Context.nGroupSize)
     {
         uint32_t nHere = 0;
-        for (uint32_t n = nFirst; n < nFirst + m_Context.nGroupSize; ++n)
+        uint32_t nMissing = nFirst;
+        for (uint32_t n = nFirst + m_Context.nGroupSize; n-- > nFirst;)
+        {
             nHere += Row(s_nMaskRow)[n] & 1;
+            nMissing = IsActive(n) ? nMissing : n;
+        }
         if (nHere != 0 && nHere != m_Context.nGroupSize)
-            ++m_Context.nUnreachedBarriers;
+            m_Context.CountUnreachedBarrier(step.nInstruction, GetWorkItem(nMissing));
     }
     GoOn(step);
     return Running;
+}
+
+uint64_t CBlock::GetFirstMissing(bool bDone) const
+{
+    uint32_t nLane = 0;
+    while (!bDone && nLane + 1 < m_nLive && IsActive(nLane))
+        ++nLane;
+    return GetWorkItem(nLane);
 }
 
 void CBlock::Outside(const SMicroOp& step)
@@ -479,6 +493,10 @@ CBlock::EState CBlock::Run()
         case MICRO_BARRIER:
             if (Barrier(step) == AtBarrier)
                 return AtBarrier;
+            break;
+        case MICRO_FENCE:
+            m_Pending.Flush();
+            ++m_nStep;
             break;
         case MICRO_ACCESS:
             Access(step, m_Code.vAccesses[step.nAux]);

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/simt/PendingAdds.h"
 #include "platform/simt/Program.h"
 #include "platform/simt/Texel.h"
 
@@ -22,6 +23,8 @@ struct SLaunchContext
     SLaunchContext(const SLaunch& launchIn, const SCode& codeIn);
 
     void CountBadAccess(const SBadAccess& access);
+    /// \param nWorkItem  the first of the group that didn't reach it
+    void CountUnreachedBarrier(uint32_t nInstruction, uint64_t nWorkItem);
 
     const SLaunch& launch;
     const SCode& code;
@@ -38,12 +41,16 @@ struct SLaunchContext
     std::vector<SImageBinding> vUavs;
     std::vector<SSamplerBinding> vSamplers;
 
-    std::atomic<uint32_t> nBlocks{0}; ///< made so far
+    std::atomic<uint32_t> nThreads{0}; ///< that have joined so far
     std::atomic<bool> bStop{false};
     std::mutex faultMutex;
     uint64_t nBadAccesses = 0;
     SBadAccess firstBadAccess;
-    std::atomic<uint64_t> nUnreachedBarriers{0};
+    uint64_t nUnreachedBarriers = 0;
+    std::vector<SFaultRecord> vFaults; ///< by work-item and instruction; its room is made before the launch
+
+private:
+    void KeepFault(const SFaultRecord& fault);
 };
 
 /// Up to s_nLanes work-items that execute together: their registers, mask and position. A block
@@ -61,7 +68,8 @@ public:
 
     /// Allocates and fills what stays the same for the whole launch. Throws std::bad_alloc.
     /// \param nPart which part of a group this block takes, if a group takes several
-    CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal);
+    /// \param pLocal the group's local memory, pending what its thread holds back: both are shared by its blocks
+    CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal, CPendingAdds& pending);
 
     /// Makes the block ready for groups nFirstGroup and, if several fit, the following ones.
     void Start(uint64_t nFirstGroup, CTraceRecorder* pTrace);
@@ -74,6 +82,10 @@ public:
     uint64_t GetWorkItem(uint32_t nLane) const;
     const uint32_t* Row(uint32_t nRow) const { return m_pRows[nRow].w; }
     const uint32_t* Mask() const { return m_pRows[s_nMaskRow].w; }
+    /// The barrier that the block has come to last.
+    uint32_t GetBarrier() const { return m_nBarrier; }
+    /// The first work-item that isn't active; bDone tells that none is.
+    uint64_t GetFirstMissing(bool bDone) const;
     bool IsActive(uint32_t nLane) const { return m_pRows[s_nMaskRow].w[nLane] != 0; }
     /// The 32-bit word at a byte address of private memory; 0 past the end.
     uint32_t PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uint32_t nLane) const;
@@ -177,13 +189,14 @@ private:
     const SCode& m_Code;
     const SLaneTable& m_Lanes;
     const uint32_t m_nPart;
-    const uint32_t m_nOrdinal; ///< among the blocks of the launch
     unsigned char* const m_pLocal;
+    CPendingAdds& m_Pending;
     std::unique_ptr<void, SFree> m_pMemory;
     SLaneRow* m_pRows = nullptr;
     SLaneRow m_nLocalIds[4]; ///< x, y, z and the linear id in group
     uint64_t m_nFirstGroup = 0;
     uint32_t m_nLive = 0; ///< lanes in use, from 0
+    uint32_t m_nBarrier = 0;
     uint32_t m_nLiveEnd = 0;
     uint32_t m_nActive = 0;
     const uint32_t* m_pMask = nullptr; ///< null while all lanes from m_nBegin to m_nLast are active

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <new>
+#include <tuple>
 
 #include "platform/simt/Block.h"
 #include "platform/simt/TraceRecorder.h"
@@ -31,17 +32,27 @@ class CGroupRunner
 {
 public:
     CGroupRunner(SLaunchContext& context, const CProgram& program)
-        : m_Context(context), m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
+        : m_Context(context), m_Pending(context.nThreads++),
+          m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
     {
         unsigned char* const pLocal = reinterpret_cast<unsigned char*>(m_vLocal.data());
         for (uint32_t n = 0; n < context.nBlocksPerGroup; ++n)
         {
-            m_vBlocks.push_back(std::make_unique<CBlock>(context, n, pLocal));
+            m_vBlocks.push_back(std::make_unique<CBlock>(context, n, pLocal, m_Pending));
             if (context.launch.pTrace)
                 m_vTraces.push_back(std::make_unique<CTraceRecorder>(*context.launch.pTrace, program));
         }
     }
 
+    /// Runs jobs nFirst to nEnd, each of as many groups as a block holds.
+    void RunPiece(uint64_t nFirst, uint64_t nEnd)
+    {
+        for (uint64_t n = nFirst; n < nEnd && !m_Context.bStop.load(std::memory_order_relaxed); ++n)
+            Run(n * m_Context.nGroupsPerBlock);
+        m_Pending.Flush();
+    }
+
+private:
     void Run(uint64_t nFirstGroup)
     {
         std::fill(m_vLocal.begin(), m_vLocal.end(), 0);
@@ -53,7 +64,6 @@ public:
             RunInSteps();
     }
 
-private:
     /// The blocks of one group, each to its next barrier, until all are done. Blocks that wait at
     /// different barriers go on together: what is missing at one is counted.
     void RunInSteps()
@@ -64,25 +74,34 @@ private:
         {
             uint32_t nHere = 0;
             bool bWaiting = false;
+            uint32_t nBarrier = 0;
+            uint64_t nMissing = ~uint64_t(0);
             for (size_t n = 0; n < m_vBlocks.size(); ++n)
             {
                 if (vDone[n])
+                {
+                    nMissing = std::min(nMissing, m_vBlocks[n]->GetFirstMissing(true));
                     continue;
+                }
                 const CBlock::EState eState = m_vBlocks[n]->Run();
                 if (eState == CBlock::Stopped)
                     return;
                 vDone[n] = eState == CBlock::Done;
+                nBarrier = vDone[n] || bWaiting ? nBarrier : m_vBlocks[n]->GetBarrier();
                 bWaiting = bWaiting || !vDone[n];
                 nHere += vDone[n] ? 0 : m_vBlocks[n]->GetActive();
+                if (vDone[n] || m_vBlocks[n]->GetActive() != m_vBlocks[n]->GetLive())
+                    nMissing = std::min(nMissing, m_vBlocks[n]->GetFirstMissing(vDone[n]));
             }
             if (!bWaiting)
                 return;
             if (nHere != m_Context.nGroupSize)
-                ++m_Context.nUnreachedBarriers;
+                m_Context.CountUnreachedBarrier(nBarrier, nMissing);
         }
     }
 
     SLaunchContext& m_Context;
+    CPendingAdds m_Pending;
     std::vector<uint64_t> m_vLocal;
     std::vector<std::unique_ptr<CBlock>> m_vBlocks;
     std::vector<std::unique_ptr<CTraceRecorder>> m_vTraces;
@@ -109,6 +128,7 @@ std::vector<uint32_t> BufferZero(const SLaunch& launch, const uint64_t* pGroups)
 SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
     : launch(launchIn), code(codeIn), lanes(GetLaneTable())
 {
+    vFaults.reserve(s_nFaultRecords);
     for (uint32_t n = 0; n < 3; ++n)
         nGroups[n] = launch.nLocalSize[n] ? launch.nGlobalSize[n] / launch.nLocalSize[n] : 0;
     nGroupCount = nGroups[0] * nGroups[1] * nGroups[2];
@@ -156,6 +176,31 @@ void SLaunchContext::CountBadAccess(const SBadAccess& access)
     std::lock_guard<std::mutex> lock(faultMutex);
     if (nBadAccesses++ == 0 || access.nWorkItem < firstBadAccess.nWorkItem)
         firstBadAccess = access;
+    KeepFault({access, false});
+}
+
+void SLaunchContext::CountUnreachedBarrier(uint32_t nInstruction, uint64_t nWorkItem)
+{
+    std::lock_guard<std::mutex> lock(faultMutex);
+    ++nUnreachedBarriers;
+    KeepFault({{nInstruction, nWorkItem, 0, false}, true});
+}
+
+/// Keeps the lowest, so that every run gives the same ones.
+void SLaunchContext::KeepFault(const SFaultRecord& fault)
+{
+    const auto isBefore = [](const SFaultRecord& left, const SFaultRecord& right)
+    {
+        return std::tie(left.access.nWorkItem, left.access.nInstruction) <
+               std::tie(right.access.nWorkItem, right.access.nInstruction);
+    };
+    const auto it = std::lower_bound(vFaults.begin(), vFaults.end(), fault, isBefore);
+    if (it == vFaults.end() ? vFaults.size() == s_nFaultRecords : !isBefore(fault, *it))
+        return;
+    const auto nPlace = it - vFaults.begin();
+    if (vFaults.size() == s_nFaultRecords)
+        vFaults.pop_back();
+    vFaults.insert(vFaults.begin() + nPlace, fault);
 }
 
 SLaunchResult RunLaunch(const SLaunch& launch)
@@ -183,14 +228,9 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             try
             {
                 CGroupRunner runner(context, program);
-                const auto isStopped = [&context] { return context.bStop.load(std::memory_order_relaxed); };
                 uint64_t nFirst = nNext.fetch_add(nPiece);
-                for (; nFirst < nJobs && !isStopped(); nFirst = nNext.fetch_add(nPiece))
-                {
-                    const uint64_t nEnd = std::min(nFirst + nPiece, nJobs);
-                    for (uint64_t n = nFirst; n < nEnd && !isStopped(); ++n)
-                        runner.Run(n * context.nGroupsPerBlock);
-                }
+                for (; nFirst < nJobs && !context.bStop; nFirst = nNext.fetch_add(nPiece))
+                    runner.RunPiece(nFirst, std::min(nFirst + nPiece, nJobs));
             }
             catch (const std::bad_alloc&)
             {
@@ -201,6 +241,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         result.nBadAccesses = context.nBadAccesses;
         result.firstBadAccess = context.firstBadAccess;
         result.nUnreachedBarriers = context.nUnreachedBarriers;
+        result.vFaults.swap(context.vFaults);
         if (context.bStop)
             result.eStatus = SLaunchResult::InstructionLimit;
         // A thread without memory leaves its groups to the others; only if there was none are they undone.

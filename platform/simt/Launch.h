@@ -94,6 +94,13 @@ struct SBadAccess
     bool bWrite = false;
 };
 
+/// A fault that is told of by itself.
+struct SFaultRecord
+{
+    SBadAccess access;     ///< of a barrier, the first work-item of the group that didn't reach it; no address
+    bool bBarrier = false; ///< not an access, but a barrier that part of a work-group didn't reach
+};
+
 struct SLaunchResult
 {
     enum EStatus
@@ -106,7 +113,11 @@ struct SLaunchResult
     uint64_t nBadAccesses = 0;
     SBadAccess firstBadAccess;
     uint64_t nUnreachedBarriers = 0; ///< barriers that part of a work-group didn't reach
+    /// By work-item and instruction, one of each; the first s_nFaultRecords of them.
+    std::vector<SFaultRecord> vFaults;
 };
+
+constexpr size_t s_nFaultRecords = 64;
 
 /// Runs a launch over all cores and returns when it has ended. Several launches may run at once.
 SLaunchResult RunLaunch(const SLaunch& launch);

@@ -81,6 +81,14 @@ TEST_F(CFaultsTest, ABarrierThatPartOfAGroupMisses)
     EXPECT_EQ(fault.nUnreachedBarriers, 4u);
     EXPECT_EQ(fault.nBadAccesses, 0u);
     EXPECT_NE(Report().find("kernel misses: 4 barriers"), std::string::npos);
+    SPlatformFaultRecord records[8] = {};
+    ASSERT_EQ(Control().GetFaultRecords(records, 8), 4u);
+    for (uint64_t n = 0; n < 4; ++n)
+    {
+        EXPECT_EQ(records[n].nWorkItem, 16 * n);
+        EXPECT_NE(records[n].bBarrier, 0);
+        EXPECT_EQ(records[n].nInstruction, records[0].nInstruction);
+    }
 }
 
 TEST_F(CFaultsTest, DivisionsByZeroAndTheLeastNumberAreNoFault)
@@ -105,6 +113,13 @@ TEST_F(CFaultsTest, AddressesFarAwayAreDroppedAndTheFirstOneIsTold)
     SPlatformFault fault{};
     Control().GetLastFault(&fault);
     EXPECT_EQ(fault.nBadAccesses, 64u + 63u);
+    SPlatformFaultRecord records[4] = {};
+    EXPECT_EQ(Control().GetFaultRecords(records, 4), 64u) << "no more are kept";
+    EXPECT_EQ(records[0].nWorkItem, 0u);
+    EXPECT_EQ(records[0].bWrite, 0);
+    EXPECT_EQ(records[1].nWorkItem, 1u);
+    EXPECT_EQ(records[2].nWorkItem, 1u) << "a read and a write";
+    EXPECT_NE(records[2].bWrite, records[1].bWrite);
     EXPECT_EQ(fault.nWorkItem, 0u);
     EXPECT_EQ(fault.bWrite, 0);
     EXPECT_NE(Report().find("127 accesses outside memory, the first a read"), std::string::npos);
