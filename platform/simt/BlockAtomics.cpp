@@ -161,6 +161,8 @@ void CBlock::AtomicWords(const SAccess& access, unsigned char* pBase, const SOff
             AddOwn(a, pBase, offsets);
         return;
     }
+    if (bShared)
+        m_Pending.Flush();
     uint32_t* const pOld = access.bReturns ? Row(access.nRows[0]) : nullptr;
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
@@ -174,31 +176,26 @@ void CBlock::AtomicWords(const SAccess& access, unsigned char* pBase, const SOff
     }
 }
 
-/// Additions to global memory whose old value nobody asks for. Nobody sees whether 0 was added, and an access that
-/// locks the bus is dear: the others are picked out first, without a branch.
+/// Additions to global memory whose old value nobody asks for. Words that lie close together are held back; for others
+/// nobody sees whether 0 was added, and an access that locks the bus is dear.
 void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
 {
-    const uint32_t* const pMask = Row(s_nMaskRow);
-    const SOffsets own = offsets;
-    const uint32_t nLast = m_nLast;
-    uint16_t lanes[s_nLanes];
-    uint32_t nCount = 0;
-    for (uint32_t n = m_nBegin; n < nLast; ++n)
+    if (unsigned char* const pSums = m_Pending.Hold(pBase, pBase + (offsets.nHigh - offsets.nLow)))
     {
-        lanes[nCount] = static_cast<uint16_t>(n);
-        nCount += (pValues[n] & pMask[n]) != 0 ? 1 : 0;
+        AddOwn(pValues, pSums, offsets);
+        return;
     }
-    // Groups often add to the same words in the same order: threads begin at different ones, out of each other's way.
-    const uint32_t nStart = nCount * (m_nOrdinal * 5 % 8) / 8;
-    for (uint32_t i = 0; i < nCount; ++i)
+    const uint32_t* const pMask = Row(s_nMaskRow);
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
-        const uint32_t n = lanes[nStart + i < nCount ? nStart + i : nStart + i - nCount];
-        unsigned char* const pData = pBase + (own.pAddresses[n] - own.nLow);
+        if ((pValues[n] & pMask[n]) == 0)
+            continue;
+        unsigned char* const pData = pBase + (offsets.pAddresses[n] - offsets.nLow);
         __atomic_fetch_add(reinterpret_cast<uint32_t*>(pData), pValues[n], __ATOMIC_RELAXED);
     }
 }
 
-/// The same in local memory, which belongs to one thread at a time.
+/// The same in memory that belongs to one thread at a time.
 void CBlock::AddOwn(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
 {
     const uint32_t* const pMask = Row(s_nMaskRow);

@@ -243,13 +243,19 @@ void CBlock::GlobalAccess(const SMicroOp& step, const SAccess& access)
     if (pBase && bAligned)
     {
         if (bAtomic)
+        {
             AtomicWords(access, pBase, offsets);
-        else if (access.nElementBytes == 4)
+            return;
+        }
+        if (m_Pending.Meets(pBase, static_cast<uint64_t>(offsets.nHigh) - offsets.nLow + TotalBytes(access)))
+            m_Pending.Flush();
+        if (access.nElementBytes == 4)
             MoveWords(access, pBase, offsets);
         else
             MoveNarrow(access, pBase, offsets);
         return;
     }
+    m_Pending.Flush();
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (IsActive(n))

@@ -100,6 +100,7 @@ private:
     uint32_t Ternary(ELaneOp eOp, uint32_t nA, uint32_t nB, uint32_t nC);
     void EmitLane(uint32_t nOp, const SLaneRows& rows);
     void EmitMove(uint32_t nTo, uint32_t nFrom);
+    SMicroOp& EmitStep(EMicroKind eKind);
 
     // Destinations, in LoweringOperands.cpp
     bool Writes(uint32_t nComponent) const;

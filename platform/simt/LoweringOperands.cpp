@@ -265,6 +265,16 @@ uint32_t CLowering::Component(const SOperand& operand, uint32_t nComponent)
     return s_nZeroRow;
 }
 
+/// A step that the flow of control goes through as through any other.
+SMicroOp& CLowering::EmitStep(EMicroKind eKind)
+{
+    SMicroOp step;
+    step.eKind = eKind;
+    step.nInstruction = m_nInstruction;
+    m_Code.vSteps.push_back(step);
+    return m_Code.vSteps.back();
+}
+
 void CLowering::EmitLane(uint32_t nOp, const SLaneRows& rows)
 {
     SMicroOp step;

@@ -10,6 +10,8 @@ namespace
 const ELaneOp s_Relations[] = {LANE_FEqual,        LANE_FNotEqual, LANE_FGreater,
                                LANE_FGreaterEqual, LANE_FLess,     LANE_FLessEqual};
 
+const uint32_t s_nFenceMemory = 4;
+
 } // namespace
 
 /// The component's parts of one rule: destinations hold component numbers until WriteParts.
@@ -377,6 +379,8 @@ bool CLowering::LowerSpecial()
         return WriteRows(T::U, nRows);
     }
     case IL_OP_FENCE:
+        if (m_pItem->Controls() & s_nFenceMemory)
+            EmitStep(MICRO_FENCE);
         if (m_pItem->Controls() & 1)
         {
             EmitFlow(MICRO_BARRIER);

@@ -39,6 +39,7 @@ enum EMicroKind : uint16_t
     MICRO_AFTER_CALL, ///< as the call
     MICRO_END_BODY,   ///< nAux body, d[0] return row (0: none)
     MICRO_BARRIER,
+    MICRO_FENCE,       ///< of global memory
     MICRO_ACCESS,      ///< nAux into vAccesses
     MICRO_IMAGE,       ///< nAux into vImages
     MICRO_WAVE,        ///< nOp an EWave, d[0] and d[1] the result, s[0] and s[1] the sources
