@@ -286,11 +286,12 @@ void CBlock::Default(const SMicroOp& step)
     uint32_t* const pMask = Row(s_nMaskRow);
     uint32_t* const pPending = Row(step.rows.d[1]);
     const uint32_t* const pSelector = Row(step.rows.s[1]);
-    const uint32_t* const pLater = m_Code.vCaseValues.data() + step.nAux;
+    const uint32_t nLater = m_Code.vCaseValues[step.nAux];
+    const uint32_t* const pLater = m_Code.vCaseValues.data() + step.nAux + 1;
     for (uint32_t n = 0; n < s_nLanes; ++n)
     {
         uint32_t nTaken = pPending[n];
-        for (uint32_t i = 0; i < step.rows.s[2] && nTaken; ++i)
+        for (uint32_t i = 0; i < nLater && nTaken; ++i)
             nTaken = pSelector[n] == pLater[i] ? 0 : nTaken;
         pPending[n] &= ~nTaken;
         pMask[n] |= nTaken;

@@ -98,7 +98,7 @@ private:
             return Fail("opcode " + std::to_string(nOpCode) + " isn't known");
         item.eOpCode = static_cast<EOpCode>(nOpCode);
         m_pszName = shape.pszName;
-        if (!ReadModifiers(item, shape) || !ReadOperands(item, shape) || !ReadTrailing(item, shape))
+        if (!ReadModifiers(item, shape) || !SkipOperands(item, shape) || !ReadTrailing(item, shape))
             return false;
         if (shape.bInstruction)
             item.nInstruction = m_Stream.nInstructions++;
@@ -129,7 +129,7 @@ private:
         return Bits(item.nToken, 30, 1) == 0 || Next(nSecondary);
     }
 
-    bool ReadOperands(SItem& item, const SOpCodeShape& shape)
+    bool SkipOperands(SItem& item, const SOpCodeShape& shape)
     {
         item.bDestination = shape.bDestination;
         item.nSources = shape.nSources;
@@ -142,17 +142,90 @@ private:
         }
         if (item.eOpCode == IL_DCL_CONST_BUFFER && (item.nToken >> 31))
             item.nSources = 0;
-        item.nFirstOperand = static_cast<uint32_t>(m_Stream.vOperands.size());
-        if (item.bDestination && !ReadOperand(true))
-            return false;
-        for (uint32_t n = 0; n < item.nSources; ++n)
+        item.nFirstOperand = static_cast<uint32_t>(m_nPos);
+        const uint32_t nOperands = item.nSources + (item.bDestination ? 1 : 0);
+        for (uint32_t n = 0; n < nOperands; ++n)
         {
-            if (!ReadOperand(false))
+            if (!SkipOperand())
                 return false;
         }
         return true;
     }
 
+    /// Behind an operand, all of whose words are there.
+    bool SkipOperand()
+    {
+        uint32_t nToken = 0;
+        const bool bModifiers = Next(nToken) && Skip(Bits(nToken, 22, 1));
+        return bModifiers && SkipAddressing(nToken) && Skip(Bits(nToken, 26, 1) + (nToken >> 31));
+    }
+
+    bool SkipAddressing(uint32_t nToken)
+    {
+        const uint32_t nDimension = Bits(nToken, 25, 1);
+        uint32_t nRegister = 0;
+        switch (Bits(nToken, 23, 2))
+        {
+        case 0:
+            return Skip(nDimension);
+        case 1:
+            return Skip(1);
+        case 2:
+            if (nDimension)
+                return Fail(std::string(m_pszName) + ": an operand with an index register has a second dimension");
+            return Next(nRegister) && Skip(Bits(nRegister, 22, 1));
+        default:
+            return true;
+        }
+    }
+
+    bool ReadTrailing(SItem& item, const SOpCodeShape& shape)
+    {
+        uint32_t nWords = shape.nTrailingWords;
+        if (item.eOpCode == IL_OP_DCL_NUM_THREAD_PER_GROUP || item.eOpCode == IL_OP_DCL_TOTAL_NUM_THREAD_GROUP)
+            nWords = item.Controls();
+        if (item.eOpCode == IL_OP_COMMENT && !Next(nWords))
+            return false;
+        if (nWords == 0)
+            return true;
+        item.nFirstWord = static_cast<uint32_t>(m_nPos);
+        item.nWords = nWords;
+        return Skip(nWords);
+    }
+
+    SDecodedStream& m_Stream;
+    SDecodeError& m_Error;
+    size_t m_nPos = 0;
+    bool m_bInMacro = false;
+    const char* m_pszName = "header";
+};
+
+/// Takes operands apart whose words are known to be there.
+class COperandReader
+{
+public:
+    explicit COperandReader(const uint32_t* pTokens) : m_pNext(pTokens) {}
+
+    void Read(bool bDestination, SOperand& operand)
+    {
+        const uint32_t nToken = *m_pNext++;
+        operand.nType = Bits(nToken, 16, 6);
+        operand.nNumber = RegisterNumber(nToken);
+        if (Bits(nToken, 22, 1))
+        {
+            if (bDestination)
+                DestinationModifiers(operand, *m_pNext++);
+            else
+                SourceModifiers(operand, *m_pNext++);
+        }
+        ReadAddressing(operand, nToken);
+        operand.bImmediate = Bits(nToken, 26, 1) != 0;
+        if (operand.bImmediate)
+            operand.nImmediate = *m_pNext++;
+        m_pNext += nToken >> 31;
+    }
+
+private:
     static int32_t RegisterNumber(uint32_t nToken)
     {
         const bool bSigned = Bits(nToken, 16, 6) == REG_TEMP && Bits(nToken, 27, 1);
@@ -185,97 +258,29 @@ private:
         operand.nShift = static_cast<uint8_t>(Bits(nWord, 9, 4));
     }
 
-    bool ReadIndexRegister(SOperand& operand)
+    void ReadAddressing(SOperand& operand, uint32_t nToken)
     {
-        uint32_t nToken = 0;
-        if (!Next(nToken))
-            return false;
+        const uint32_t nMode = Bits(nToken, 23, 2);
+        if (nMode == 0)
+            m_pNext += Bits(nToken, 25, 1);
+        if (nMode != 1 && nMode != 2)
+            return;
+        const uint32_t nWord = *m_pNext++;
         operand.bIndexed = true;
-        operand.nIndexType = Bits(nToken, 16, 6);
-        operand.nIndexNumber = RegisterNumber(nToken);
-        if (Bits(nToken, 22, 1) == 0)
-            return true;
-        uint32_t nModifier = 0;
-        if (!Next(nModifier))
-            return false;
-        operand.nIndexComponent = static_cast<uint8_t>(Bits(nModifier, 0, 3) & 3);
-        return true;
-    }
-
-    bool ReadOperand(bool bDestination)
-    {
-        SOperand operand;
-        uint32_t nToken = 0;
-        if (!Next(nToken))
-            return false;
-        operand.nType = Bits(nToken, 16, 6);
-        operand.nNumber = RegisterNumber(nToken);
-        if (Bits(nToken, 22, 1))
+        if (nMode == 1)
         {
-            uint32_t nModifier = 0;
-            if (!Next(nModifier))
-                return false;
-            if (bDestination)
-                DestinationModifiers(operand, nModifier);
-            else
-                SourceModifiers(operand, nModifier);
-        }
-        if (!ReadAddressing(operand, nToken))
-            return false;
-        operand.bImmediate = Bits(nToken, 26, 1) != 0;
-        if (operand.bImmediate && !Next(operand.nImmediate))
-            return false;
-        uint32_t nExtended = 0;
-        if ((nToken >> 31) && !Next(nExtended))
-            return false;
-        m_Stream.vOperands.push_back(operand);
-        return true;
-    }
-
-    bool ReadAddressing(SOperand& operand, uint32_t nToken)
-    {
-        const uint32_t nDimension = Bits(nToken, 25, 1);
-        uint32_t nWord = 0;
-        switch (Bits(nToken, 23, 2))
-        {
-        case 0:
-            return nDimension == 0 || Next(nWord);
-        case 1:
-            if (!Next(nWord))
-                return false;
-            operand.bIndexed = true;
             operand.nIndexType = REG_ADDR;
             operand.nIndexNumber = static_cast<int32_t>(nWord & 0xFFFF);
             operand.nIndexComponent = static_cast<uint8_t>(Bits(nWord, 17, 3) & 3);
-            return true;
-        case 2:
-            if (nDimension)
-                return Fail(std::string(m_pszName) + ": an operand with an index register has a second dimension");
-            return ReadIndexRegister(operand);
-        default:
-            return true;
+            return;
         }
+        operand.nIndexType = Bits(nWord, 16, 6);
+        operand.nIndexNumber = RegisterNumber(nWord);
+        if (Bits(nWord, 22, 1))
+            operand.nIndexComponent = static_cast<uint8_t>(Bits(*m_pNext++, 0, 3) & 3);
     }
 
-    bool ReadTrailing(SItem& item, const SOpCodeShape& shape)
-    {
-        uint32_t nWords = shape.nTrailingWords;
-        if (item.eOpCode == IL_OP_DCL_NUM_THREAD_PER_GROUP || item.eOpCode == IL_OP_DCL_TOTAL_NUM_THREAD_GROUP)
-            nWords = item.Controls();
-        if (item.eOpCode == IL_OP_COMMENT && !Next(nWords))
-            return false;
-        if (nWords == 0)
-            return true;
-        item.nFirstWord = static_cast<uint32_t>(m_nPos);
-        item.nWords = nWords;
-        return Skip(nWords);
-    }
-
-    SDecodedStream& m_Stream;
-    SDecodeError& m_Error;
-    size_t m_nPos = 0;
-    bool m_bInMacro = false;
-    const char* m_pszName = "header";
+    const uint32_t* m_pNext;
 };
 
 } // namespace
@@ -283,13 +288,19 @@ private:
 bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream, SDecodeError& error)
 {
     stream.vItems.clear();
-    stream.vOperands.clear();
     stream.nInstructions = 0;
     stream.vTokens.assign(pTokens, pTokens + nCount);
     // An instruction has three tokens at least where it has an operand, five or six mostly.
     stream.vItems.reserve(nCount / 5 + 1);
-    stream.vOperands.reserve(nCount / 2 + 1);
     return CStreamDecoder(stream, error).Run();
+}
+
+void ReadOperands(const SDecodedStream& stream, const SItem& item, std::vector<SOperand>& vOperands)
+{
+    vOperands.assign(item.nSources + (item.bDestination ? 1 : 0), SOperand());
+    COperandReader reader(stream.vTokens.data() + item.nFirstOperand);
+    for (size_t n = 0; n < vOperands.size(); ++n)
+        reader.Read(item.bDestination && n == 0, vOperands[n]);
 }
 
 } // namespace KestrelPlatform

@@ -59,7 +59,7 @@ struct SItem
     uint32_t nInstruction = NoInstruction; ///< index among the instructions
     uint32_t nModifier = 0;                ///< instruction modifier or primary modifier word
     bool bDestination = false;
-    uint32_t nFirstOperand = 0; ///< destination first, then the sources
+    uint32_t nFirstOperand = 0; ///< index of its token: destination first, then the sources
     uint32_t nSources = 0;
     uint32_t nFirstWord = 0; ///< trailing or data words: index into the tokens
     uint32_t nWords = 0;
@@ -72,15 +72,9 @@ struct SItem
 struct SDecodedStream
 {
     std::vector<SItem> vItems;
-    std::vector<SOperand> vOperands;
     std::vector<uint32_t> vTokens;
     uint32_t nInstructions = 0;
 
-    const SOperand& Destination(const SItem& item) const { return vOperands[item.nFirstOperand]; }
-    const SOperand& Source(const SItem& item, uint32_t n) const
-    {
-        return vOperands[item.nFirstOperand + (item.bDestination ? 1 : 0) + n];
-    }
     uint32_t Word(const SItem& item, uint32_t n) const { return vTokens[item.nFirstWord + n]; }
 };
 
@@ -88,6 +82,10 @@ struct SDecodedStream
 /// its memory is used again.
 /// \return false, with the place and reason, for an unknown opcode, a bad header or a stream cut short
 bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream, SDecodeError& error);
+
+/// Takes the operands of one of the stream's items apart: its destination, if it has one, then the sources. They are
+/// several times as large as their tokens, so nobody keeps those of a whole stream.
+void ReadOperands(const SDecodedStream& stream, const SItem& item, std::vector<SOperand>& vOperands);
 
 } // namespace KestrelPlatform
 

@@ -31,11 +31,12 @@ enum ELaneOp : uint16_t
     LANE_COUNT
 };
 
-/// Rows by index from the start of a block's memory: a 64-bit operand takes two of them.
+/// Rows by index from the start of a block's memory: a 64-bit operand takes two of them. A block has no more of them
+/// than 16 bits can number.
 struct SLaneRows
 {
-    uint32_t d[2] = {0, 0};
-    uint32_t s[6] = {0, 0, 0, 0, 0, 0};
+    uint16_t d[2] = {0, 0};
+    uint16_t s[6] = {0, 0, 0, 0, 0, 0};
 };
 
 /// Computes lanes nBegin to nEnd, both multiples of s_nGranule. With a mask (words of all ones or

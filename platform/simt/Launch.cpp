@@ -35,6 +35,7 @@ public:
         : m_Context(context), m_Pending(context.nThreads++),
           m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
     {
+        m_vDone.reserve(context.nBlocksPerGroup);
         unsigned char* const pLocal = reinterpret_cast<unsigned char*>(m_vLocal.data());
         for (uint32_t n = 0; n < context.nBlocksPerGroup; ++n)
         {

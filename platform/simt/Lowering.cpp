@@ -12,6 +12,7 @@ namespace
 
 /// Rows of a block: 64 MiB of registers and private memory for 256 work-items.
 const uint32_t s_nMaxRows = 65536;
+static_assert(s_nMaxRows <= 0x10000, "SLaneRows numbers rows in 16 bits");
 const uint32_t s_nMaxLocalBytes = 1u << 24;
 const uint32_t s_nAccessPrivate = 3;
 
@@ -109,7 +110,7 @@ void CLowering::DeclareBuffer(const SItem& item)
         m_Code.vBuffers.push_back(buffer);
         return;
     }
-    const SOperand& operand = m_Stream.Source(item, 0);
+    const SOperand& operand = Operand(0);
     const auto inserted =
         m_mapBuffers.emplace(static_cast<uint32_t>(operand.nNumber), static_cast<uint32_t>(m_Code.vBuffers.size()));
     if (inserted.second)
@@ -143,7 +144,7 @@ void CLowering::Declare(const SItem& item)
         break;
     case IL_DCL_INDEXED_TEMP_ARRAY:
     {
-        const SOperand& operand = m_Stream.Source(item, 0);
+        const SOperand& operand = Operand(0);
         uint32_t& nElements = m_mapArraySizes[static_cast<uint32_t>(operand.nNumber)];
         nElements = std::max(nElements, operand.nImmediate);
         if (nElements > s_nMaxRows / 4)
@@ -184,13 +185,18 @@ void CLowering::CollectDeclarations()
     {
         const SItem& item = m_Stream.vItems[n];
         m_pItem = &item;
-        m_nInstruction = item.nInstruction == SItem::NoInstruction ? m_nInstruction : item.nInstruction;
+        if (item.nInstruction != SItem::NoInstruction)
+        {
+            m_nInstruction = item.nInstruction;
+            continue;
+        }
+        ReadOperands(m_Stream, item, m_vOperands);
         if (item.eOpCode == IL_DCL_LITERAL)
         {
             SLiteral literal = {n, {}};
             for (uint32_t i = 0; i < 4; ++i)
                 literal.nValues[i] = m_Stream.Word(item, i);
-            m_mapLiterals[static_cast<uint32_t>(m_Stream.Source(item, 0).nNumber)].push_back(literal);
+            m_mapLiterals[static_cast<uint32_t>(Operand(0).nNumber)].push_back(literal);
         }
         else if (!vSkip[n])
             Declare(item);
@@ -209,7 +215,7 @@ void CLowering::EmitTrace()
         return;
     if (m_pItem->bDestination && m_Trace.eKind == STraceInfo::Nothing)
     {
-        const SOperand& destination = m_Stream.Destination(*m_pItem);
+        const SOperand& destination = Destination();
         m_Trace.nType = destination.nType;
         m_Trace.nNumber = static_cast<uint32_t>(destination.nNumber);
         for (uint32_t n = 0; n < 4; ++n)
@@ -253,6 +259,7 @@ bool CLowering::LowerItem(uint32_t nIndex)
     if (m_pItem->nInstruction == SItem::NoInstruction)
         return true;
     m_nInstruction = m_pItem->nInstruction;
+    ReadOperands(m_Stream, *m_pItem, m_vOperands);
     m_nScratchUsed = 0;
     m_Trace = STraceInfo();
     ++m_nSinceFlow;

@@ -94,13 +94,17 @@ private:
     uint32_t Component(const SOperand& operand, uint32_t nComponent);
     uint32_t Source(const SOperand& operand, uint32_t nComponent, T eType);
     uint32_t ModifiedFloat(const SOperand& operand, uint32_t nComponent, uint32_t nRow);
-    void SourcePair(const SOperand& operand, uint32_t nPair, T eType, uint32_t* pRows);
+    void SourcePair(const SOperand& operand, uint32_t nPair, T eType, uint16_t* pRows);
     uint32_t Unary(ELaneOp eOp, uint32_t nRow);
     uint32_t Binary(ELaneOp eOp, uint32_t nA, uint32_t nB);
     uint32_t Ternary(ELaneOp eOp, uint32_t nA, uint32_t nB, uint32_t nC);
     void EmitLane(uint32_t nOp, const SLaneRows& rows);
     void EmitMove(uint32_t nTo, uint32_t nFrom);
     SMicroOp& EmitStep(EMicroKind eKind);
+
+    /// Of the item that is being lowered.
+    const SOperand& Destination() const { return m_vOperands[0]; }
+    const SOperand& Operand(uint32_t nSource) const { return m_vOperands[(m_pItem->bDestination ? 1 : 0) + nSource]; }
 
     // Destinations, in LoweringOperands.cpp
     bool Writes(uint32_t nComponent) const;
@@ -190,6 +194,7 @@ private:
     uint32_t m_nBody = 0;
     uint32_t m_nItem = 0; ///< in the stream
     const SItem* m_pItem = nullptr;
+    std::vector<SOperand> m_vOperands; ///< its own
     uint32_t m_nInstruction = 0;
     std::vector<SOpenBlock> m_vBlocks;
     std::vector<size_t> m_vLoops;      ///< open loops, as indices into m_vBlocks

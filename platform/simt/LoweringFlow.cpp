@@ -68,8 +68,8 @@ uint32_t CLowering::ConditionRow(EOpCode eOpCode, bool& bInvert)
     bInvert = eOpCode == IL_OP_IF_LOGICALZ || eOpCode == IL_OP_BREAK_LOGICALZ || eOpCode == IL_OP_CONTINUE_LOGICALZ ||
               eOpCode == IL_OP_RET_LOGICALZ || eOpCode == IL_OP_CALL_LOGICALZ;
     if (m_pItem->nSources == 2)
-        return RelationRow(m_Stream.Source(*m_pItem, 0), m_Stream.Source(*m_pItem, 1));
-    return Source(m_Stream.Source(*m_pItem, 0), 0, T::U);
+        return RelationRow(Operand(0), Operand(1));
+    return Source(Operand(0), 0, T::U);
 }
 
 /// True for a return in front of its body's end, outside of every block: all go on there anyway.
@@ -141,7 +141,7 @@ void CLowering::CloseBlock(EMicroKind eKind)
         {
             SMicroOp& byDefault = m_Code.vSteps[block.nDefault];
             byDefault.nAux = static_cast<uint32_t>(m_Code.vCaseValues.size());
-            byDefault.rows.s[2] = static_cast<uint32_t>(block.vLaterCases.size());
+            m_Code.vCaseValues.push_back(static_cast<uint32_t>(block.vLaterCases.size()));
             m_Code.vCaseValues.insert(m_Code.vCaseValues.end(), block.vLaterCases.begin(), block.vLaterCases.end());
         }
         m_nMaskRowsUsed -= 3;
@@ -156,7 +156,7 @@ void CLowering::CloseBlock(EMicroKind eKind)
 
 void CLowering::LowerSwitch()
 {
-    const uint32_t nSelector = Source(m_Stream.Source(*m_pItem, 0), 0, T::U);
+    const uint32_t nSelector = Source(Operand(0), 0, T::U);
     const uint32_t nRow = MaskRows(1);
     const uint32_t nPending = MaskRows(1);
     const uint32_t nKept = MaskRows(1);
@@ -201,7 +201,7 @@ bool CLowering::LowerCall()
     {
         const uint32_t nRow = RegisterRow(REG_INPUT_ARG, static_cast<int32_t>(n), nBody);
         for (uint32_t i = 0; i < 4; ++i)
-            EmitMove(nRow + i, Source(m_Stream.Source(*m_pItem, n), i, T::F));
+            EmitMove(nRow + i, Source(Operand(n), i, T::F));
         m_nScratchUsed = 0;
     }
     const uint32_t nResult = m_pItem->bDestination ? RegisterRow(REG_OUTPUT_ARG, 0, nBody) : 0;

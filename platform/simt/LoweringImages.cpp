@@ -163,12 +163,12 @@ bool CLowering::LowerImage()
     BindImage(image);
     const T eCoordinates = IsSampled(image.eOperation) ? T::F : T::U;
     for (uint32_t n = 0; n < 4 && m_pItem->nSources > 0; ++n)
-        image.nCoordinates[n] = Source(m_Stream.Source(*m_pItem, 0), n, eCoordinates);
+        image.nCoordinates[n] = Source(Operand(0), n, eCoordinates);
     for (uint32_t n = 0; n < 2 && pRow->nOffset; ++n)
-        image.nOffsets[n] = Source(m_Stream.Source(*m_pItem, pRow->nOffset), n, T::U);
+        image.nOffsets[n] = Source(Operand(pRow->nOffset), n, T::U);
     image.bCompare = pRow->nReference != 0;
     if (image.bCompare)
-        image.nReference = Source(m_Stream.Source(*m_pItem, pRow->nReference), 0, T::F);
+        image.nReference = Source(Operand(pRow->nReference), 0, T::F);
     if (image.eOperation == SImageAccess::Gather)
         image.nComponent = m_pItem->nModifier & 3;
     if (image.eOperation == SImageAccess::UavStore)
@@ -176,7 +176,7 @@ bool CLowering::LowerImage()
         if (m_pItem->eOpCode == IL_OP_UAV_STORE_MASK)
             image.nMask = (Writes(0) ? 1u : 0) | (Writes(1) ? 2u : 0) | (Writes(2) ? 4u : 0) | (Writes(3) ? 8u : 0);
         for (uint32_t n = 0; n < 4; ++n)
-            image.nRows[n] = Source(m_Stream.Source(*m_pItem, m_pItem->nSources - 1), n, T::U);
+            image.nRows[n] = Source(Operand(m_pItem->nSources - 1), n, T::U);
         EmitImage(image);
         return !m_bFailed;
     }

@@ -184,7 +184,7 @@ bool CLowering::SetStructAddress(SAccess& access)
     if (it == m_mapStrides.end())
         return Fail("UAV " + std::to_string(m_pItem->UavId()) + " has no stride");
     access.b64BitAddress = false;
-    const SOperand& operand = m_Stream.Source(*m_pItem, 0);
+    const SOperand& operand = Operand(0);
     access.nAddressRows[0] =
         Ternary(LANE_IL_OP_U_MAD, Source(operand, 0, T::U), ConstantRow(it->second), Source(operand, 1, T::U));
     return true;
@@ -269,10 +269,10 @@ bool CLowering::LowerAtomic()
     access.nElementBytes = row.nBytes;
     if (!SetSpace(access))
         return false;
-    SetAddress(access, m_Stream.Source(*m_pItem, 0));
+    SetAddress(access, Operand(0));
     for (uint32_t n = 1; n < m_pItem->nSources && n < 3; ++n)
     {
-        const SOperand& operand = m_Stream.Source(*m_pItem, n);
+        const SOperand& operand = Operand(n);
         access.nValueRows[(n - 1) * 2] = Source(operand, 0, T::U);
         access.nValueRows[(n - 1) * 2 + 1] = row.nBytes == 8 ? Source(operand, 1, T::U) : s_nZeroRow;
     }
@@ -313,16 +313,16 @@ bool CLowering::LowerAccess()
     case IL_OP_LDS_LOAD_VEC:
     case IL_OP_LDS_STORE_VEC:
     case IL_OP_LOAD_DWORD_AT_ADDR:
-        SetSum(access, m_Stream.Source(*m_pItem, 0), m_Stream.Source(*m_pItem, 1));
+        SetSum(access, Operand(0), Operand(1));
         nValue = 2;
         break;
     default:
-        SetAddress(access, m_Stream.Source(*m_pItem, 0));
+        SetAddress(access, Operand(0));
         break;
     }
     if (access.eOperation == SAccess::Load)
         return EmitLoad(access);
-    return EmitStore(access, m_Stream.Source(*m_pItem, nValue), StoresByMask(m_pItem->eOpCode));
+    return EmitStore(access, Operand(nValue), StoresByMask(m_pItem->eOpCode));
 }
 
 } // namespace KestrelPlatform

@@ -354,10 +354,10 @@ uint32_t CLowering::Source(const SOperand& operand, uint32_t nComponent, T eType
     return nResult;
 }
 
-void CLowering::SourcePair(const SOperand& operand, uint32_t nPair, T eType, uint32_t* pRows)
+void CLowering::SourcePair(const SOperand& operand, uint32_t nPair, T eType, uint16_t* pRows)
 {
-    pRows[0] = Component(operand, nPair * 2);
-    pRows[1] = Component(operand, nPair * 2 + 1);
+    pRows[0] = static_cast<uint16_t>(Component(operand, nPair * 2));
+    pRows[1] = static_cast<uint16_t>(Component(operand, nPair * 2 + 1));
     const bool bNegate = operand.bNegate[nPair * 2] || operand.bNegate[nPair * 2 + 1];
     if (!bNegate && !operand.bAbs)
         return;
@@ -384,7 +384,7 @@ void CLowering::SourcePair(const SOperand& operand, uint32_t nPair, T eType, uin
 
 bool CLowering::Writes(uint32_t nComponent) const
 {
-    return m_Stream.Destination(*m_pItem).write[nComponent] == SOperand::WriteResult;
+    return Destination().write[nComponent] == SOperand::WriteResult;
 }
 
 bool CLowering::IsPlainDestination(const SOperand& operand) const
@@ -411,7 +411,7 @@ bool CLowering::IsPlainDestination(const SOperand& operand) const
 /// what an earlier one would overwrite.
 bool CLowering::BeginDestination(T eType, const std::vector<SPart>& vParts)
 {
-    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    const SOperand& destination = Destination();
     m_eDestinationType = eType;
     const bool bFloat = eType == T::F || eType == T::D;
     m_bInPlace = IsPlainDestination(destination) && !(bFloat && (destination.bClamp || destination.nShift));
@@ -445,7 +445,7 @@ void CLowering::Scale(uint32_t nRow, uint32_t nHighRow)
     static const uint32_t s_nFactors[] = {0, 0x40000000, 0x40800000, 0x41000000, 0x3F000000, 0x3E800000, 0x3E000000};
     static const uint32_t s_nHighFactors[] = {0,          0x40000000, 0x40100000, 0x40200000,
                                               0x3FE00000, 0x3FD00000, 0x3FC00000};
-    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    const SOperand& destination = Destination();
     const bool bDouble = m_eDestinationType == T::D;
     SLaneRows rows;
     rows.d[0] = rows.s[0] = nRow;
@@ -463,7 +463,7 @@ void CLowering::Scale(uint32_t nRow, uint32_t nHighRow)
 
 void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
 {
-    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    const SOperand& destination = Destination();
     if (IsPlainDestination(destination))
     {
         EmitMove(RegisterRow(destination) + nComponent, nRow);
@@ -508,7 +508,7 @@ void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
 /// components that take a constant.
 void CLowering::FinishDestination()
 {
-    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    const SOperand& destination = Destination();
     if (!m_bInPlace)
     {
         const bool bDouble = m_eDestinationType == T::D;

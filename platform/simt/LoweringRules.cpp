@@ -29,7 +29,7 @@ void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, std::vector<SPart>
         part.rows.d[1] = bOutPair ? n + 1 : 4;
         for (uint32_t i = 0; i < m_pItem->nSources && i < 3; ++i)
         {
-            const SOperand& operand = m_Stream.Source(*m_pItem, i);
+            const SOperand& operand = Operand(i);
             const T eType = rule.eIn[i];
             if (eType == T::N)
                 continue;
@@ -121,8 +121,8 @@ uint32_t CLowering::Dot(const SOperand& a, const SOperand& b, uint32_t nCount, b
 
 bool CLowering::LowerVectorProduct()
 {
-    const SOperand& a = m_Stream.Source(*m_pItem, 0);
-    const SOperand& b = m_Stream.Source(*m_pItem, m_pItem->nSources > 1 ? 1 : 0);
+    const SOperand& a = Operand(0);
+    const SOperand& b = Operand(m_pItem->nSources > 1 ? 1 : 0);
     switch (m_pItem->eOpCode)
     {
     case IL_OP_DP2:
@@ -132,8 +132,7 @@ bool CLowering::LowerVectorProduct()
     case IL_OP_DP4:
         return WriteAll(T::F, Dot(a, b, 4, false));
     case IL_OP_DP2ADD:
-        return WriteAll(T::F,
-                        Binary(LANE_FloatAdd, Dot(a, b, 2, false), Source(m_Stream.Source(*m_pItem, 2), 3, T::F)));
+        return WriteAll(T::F, Binary(LANE_FloatAdd, Dot(a, b, 2, false), Source(Operand(2), 3, T::F)));
     case IL_OP_F16_DP3:
         return WriteAll(T::H, Dot(a, b, 3, true));
     case IL_OP_F16_DP4:
@@ -161,7 +160,7 @@ bool CLowering::LowerVectorProduct()
 
 bool CLowering::LowerNormalize(bool bHalf)
 {
-    const SOperand& a = m_Stream.Source(*m_pItem, 0);
+    const SOperand& a = Operand(0);
     const T eType = bHalf ? T::H : T::F;
     const uint32_t nFactor = Unary(bHalf ? LANE_HalfReciprocalRoot : LANE_ReciprocalRoot, Dot(a, a, 3, bHalf));
     uint32_t nRows[4];
@@ -173,8 +172,8 @@ bool CLowering::LowerNormalize(bool bHalf)
 /// a - 2 * dot(a, b) * b
 bool CLowering::LowerReflect()
 {
-    const SOperand& a = m_Stream.Source(*m_pItem, 0);
-    const SOperand& b = m_Stream.Source(*m_pItem, 1);
+    const SOperand& a = Operand(0);
+    const SOperand& b = Operand(1);
     const uint32_t nTwice = Binary(LANE_Multiply, Dot(a, b, 3, false), ConstantRow(0x40000000));
     uint32_t nRows[4];
     for (uint32_t n = 0; n < 4; ++n)
@@ -199,9 +198,9 @@ uint32_t CLowering::RelationRow(const SOperand& a, const SOperand& b)
 
 bool CLowering::LowerCompareSelect()
 {
-    const SOperand& a = m_Stream.Source(*m_pItem, 0);
-    const SOperand& b = m_Stream.Source(*m_pItem, 1);
-    const SOperand& destination = m_Stream.Destination(*m_pItem);
+    const SOperand& a = Operand(0);
+    const SOperand& b = Operand(1);
+    const SOperand& destination = Destination();
     const uint32_t nRelation = m_pItem->Controls() & 7;
     if (m_pItem->eOpCode != IL_OP_CMOV && nRelation > 5)
         return Fail("relation " + std::to_string(nRelation) + " isn't known");
@@ -219,7 +218,7 @@ bool CLowering::LowerCompareSelect()
         else if (m_pItem->eOpCode == IL_OP_CMP)
         {
             const uint32_t nMask = Binary(s_Relations[nRelation], nFirst, s_nZeroRow);
-            const uint32_t nOther = Source(m_Stream.Source(*m_pItem, 2), n, T::F);
+            const uint32_t nOther = Source(Operand(2), n, T::F);
             nRows[n] = Ternary(LANE_Select, nMask, Source(b, n, T::F), nOther);
         }
         else
@@ -243,7 +242,7 @@ bool CLowering::LowerBitInsert()
             continue;
         uint32_t nSources[4];
         for (uint32_t i = 0; i < 4; ++i)
-            nSources[i] = Source(m_Stream.Source(*m_pItem, i), n, T::U);
+            nSources[i] = Source(Operand(i), n, T::U);
         const uint32_t nMask = Binary(LANE_IL_OP_BFM, nSources[0], nSources[1]);
         nRows[n] = Ternary(LANE_Insert, Binary(LANE_ShiftLeft, nSources[2], nSources[1]), nMask, nSources[3]);
     }
@@ -252,7 +251,7 @@ bool CLowering::LowerBitInsert()
 
 bool CLowering::LowerSinCos()
 {
-    const uint32_t nAngle = Source(m_Stream.Source(*m_pItem, 0), 3, T::F);
+    const uint32_t nAngle = Source(Operand(0), 3, T::F);
     const uint32_t nCos = Unary(LANE_IL_OP_COS, nAngle);
     const uint32_t nSin = Unary(LANE_IL_OP_SIN, nAngle);
     const uint32_t nRows[] = {nCos, nSin, s_nZeroRow, s_nZeroRow};
@@ -262,15 +261,15 @@ bool CLowering::LowerSinCos()
 /// Component n of the result: the four bytes from byte n of the pair a.xy against b.x, added to c's component n.
 bool CLowering::LowerQuadSad()
 {
-    const SOperand& a = m_Stream.Source(*m_pItem, 0);
+    const SOperand& a = Operand(0);
     const uint32_t nLow = Source(a, 0, T::U);
     const uint32_t nHigh = Source(a, 1, T::U);
-    const uint32_t nPattern = Source(m_Stream.Source(*m_pItem, 1), 0, T::U);
+    const uint32_t nPattern = Source(Operand(1), 0, T::U);
     uint32_t nRows[4];
     for (uint32_t n = 0; n < 4; ++n)
     {
         const uint32_t nBytes = Ternary(LANE_IL_OP_BYTE_ALIGN, nHigh, nLow, ConstantRow(n));
-        nRows[n] = Ternary(LANE_IL_OP_MSAD_U8, nBytes, nPattern, Source(m_Stream.Source(*m_pItem, 2), n, T::U));
+        nRows[n] = Ternary(LANE_IL_OP_MSAD_U8, nBytes, nPattern, Source(Operand(2), n, T::U));
     }
     return WriteRows(T::U, nRows);
 }
@@ -307,19 +306,19 @@ bool CLowering::LowerSpecial()
     case IL_OP_F16_FACEFORWARD:
     {
         const bool bHalf = m_pItem->eOpCode == IL_OP_F16_FACEFORWARD;
-        const uint32_t nDot = Dot(m_Stream.Source(*m_pItem, 1), m_Stream.Source(*m_pItem, 2), 3, bHalf);
+        const uint32_t nDot = Dot(Operand(1), Operand(2), 3, bHalf);
         uint32_t nRows[4];
         for (uint32_t n = 0; n < 4; ++n)
         {
-            const uint32_t nNormal = Source(m_Stream.Source(*m_pItem, 0), n, bHalf ? T::H : T::F);
+            const uint32_t nNormal = Source(Operand(0), n, bHalf ? T::H : T::F);
             nRows[n] = Binary(bHalf ? LANE_HalfFaceForward : LANE_FaceForward, nNormal, nDot);
         }
         return WriteRows(bHalf ? T::H : T::F, nRows);
     }
     case IL_OP_CRS:
     {
-        const SOperand& a = m_Stream.Source(*m_pItem, 0);
-        const SOperand& b = m_Stream.Source(*m_pItem, 1);
+        const SOperand& a = Operand(0);
+        const SOperand& b = Operand(1);
         uint32_t nRows[4] = {0, 0, 0, s_nZeroRow};
         for (uint32_t n = 0; n < 3; ++n)
         {
@@ -333,15 +332,15 @@ bool CLowering::LowerSpecial()
     }
     case IL_OP_DST:
     {
-        const SOperand& a = m_Stream.Source(*m_pItem, 0);
-        const SOperand& b = m_Stream.Source(*m_pItem, 1);
+        const SOperand& a = Operand(0);
+        const SOperand& b = Operand(1);
         const uint32_t nRows[] = {ConstantRow(nOne), Binary(LANE_Multiply, Source(a, 1, T::F), Source(b, 1, T::F)),
                                   Source(a, 2, T::F), Source(b, 3, T::F)};
         return WriteRows(T::F, nRows);
     }
     case IL_OP_LIT:
     {
-        const SOperand& a = m_Stream.Source(*m_pItem, 0);
+        const SOperand& a = Operand(0);
         const uint32_t nDiffuse = Source(a, 0, T::F);
         const uint32_t nRows[] = {ConstantRow(nOne), Binary(LANE_FloatMaximum, nDiffuse, s_nZeroRow),
                                   Ternary(LANE_LitSpecular, nDiffuse, Source(a, 1, T::F), Source(a, 3, T::F)),
@@ -352,22 +351,20 @@ bool CLowering::LowerSpecial()
     {
         uint32_t nPacked = s_nZeroRow;
         for (uint32_t n = 0; n < 4; ++n)
-            nPacked = Ternary(LANE_IL_OP_PACK_X_U8_F32, Source(m_Stream.Source(*m_pItem, 0), n, T::F), ConstantRow(n),
-                              nPacked);
+            nPacked = Ternary(LANE_IL_OP_PACK_X_U8_F32, Source(Operand(0), n, T::F), ConstantRow(n), nPacked);
         return WriteAll(T::U, nPacked);
     }
     case IL_OP_SAD_4:
     {
-        uint32_t nSum = Source(m_Stream.Source(*m_pItem, 2), 0, T::U);
+        uint32_t nSum = Source(Operand(2), 0, T::U);
         for (uint32_t n = 0; n < 4; ++n)
-            nSum = Ternary(LANE_IL_OP_SAD, Source(m_Stream.Source(*m_pItem, 0), n, T::U),
-                           Source(m_Stream.Source(*m_pItem, 1), n, T::U), nSum);
+            nSum = Ternary(LANE_IL_OP_SAD, Source(Operand(0), n, T::U), Source(Operand(1), n, T::U), nSum);
         return WriteAll(T::U, nSum);
     }
     case IL_OP_D_FREXP:
     {
         SLaneRows rows;
-        SourcePair(m_Stream.Source(*m_pItem, 0), 0, T::D, rows.s);
+        SourcePair(Operand(0), 0, T::D, rows.s);
         rows.d[0] = Scratch();
         rows.d[1] = Scratch();
         EmitLane(LANE_IL_OP_D_FREXP_MANT, rows);

@@ -20,7 +20,7 @@ void CLowering::EmitWave(EWave eWave, uint32_t nLow, uint32_t nHigh, uint32_t nA
 bool CLowering::LowerWave()
 {
     const auto source = [this](uint32_t nSource, uint32_t nComponent)
-    { return Source(m_Stream.Source(*m_pItem, nSource), nComponent, T::U); };
+    { return Source(Operand(nSource), nComponent, T::U); };
     const EOpCode eOpCode = m_pItem->eOpCode;
     uint32_t nRows[4] = {s_nZeroRow, s_nZeroRow, s_nZeroRow, s_nZeroRow};
     if (eOpCode == IL_OP_READFIRSTLANE || eOpCode == IL_OP_READLANE)

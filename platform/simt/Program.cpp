@@ -62,9 +62,12 @@ std::shared_ptr<const CProgram> DecodeProgram(const uint32_t* pTokens, size_t nC
         code.vSteps = std::move(scratch.vSteps);
         if (!Lower(pTokens, nCount, false, scratch, code, error))
             return nullptr;
-        // The program takes as much as its steps need.
-        scratch.vSteps = std::move(code.vSteps);
-        code.vSteps.assign(scratch.vSteps.begin(), scratch.vSteps.end());
+        // The program takes as much as its steps need; of a long one they aren't worth another copy.
+        if (&scratch == &s_Scratch)
+        {
+            scratch.vSteps = std::move(code.vSteps);
+            code.vSteps.assign(scratch.vSteps.begin(), scratch.vSteps.end());
+        }
         return std::make_shared<CProgram>(scratch.stream, std::move(code));
     }
     catch (const std::bad_alloc&)

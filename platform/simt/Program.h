@@ -33,7 +33,7 @@ enum EMicroKind : uint16_t
     MICRO_END_LOOP,   ///< d as the loop; nAux the loop's step; nTarget when none came out
     MICRO_SWITCH,     ///< s[0] selector, d[0] out row, d[1] pending row, s[1] row that keeps the selector
     MICRO_CASE,       ///< d[1] pending row, s[1] selector, nAux the value
-    MICRO_DEFAULT,    ///< d[1], s[1]; nAux first of the later case values, s[2] their number
+    MICRO_DEFAULT,    ///< d[1], s[1]; nAux the number of later case values, which stand behind it
     MICRO_END_SWITCH, ///< d[0], d[1]
     MICRO_CALL,       ///< nAux body, d[0] row of those who don't call, s[0] condition, nFlags: 1 inverts, 2 conditional
     MICRO_AFTER_CALL, ///< as the call

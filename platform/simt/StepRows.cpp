@@ -8,8 +8,8 @@ namespace KestrelPlatform
 namespace
 {
 
-template <class F>
-void ForEach(const uint32_t* pRows, size_t nCount, F&& visit)
+template <class TRow, class F>
+void ForEach(const TRow* pRows, size_t nCount, F&& visit)
 {
     for (size_t n = 0; n < nCount; ++n)
         visit(pRows[n]);
