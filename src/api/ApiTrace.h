@@ -20,6 +20,19 @@ using OVK_ShaderDebugger::GetLogger;
 std::string toString(ovkclDebugEvent eEvent);
 std::string toString(ovkclDebugCommand eCommand);
 
+/// A value that the trace shows as toString gives it, made only when a line is written.
+template <typename T>
+struct STraced
+{
+    T value;
+};
+
+template <typename T>
+std::ostream& operator<<(std::ostream& stream, const STraced<T>& traced)
+{
+    return stream << toString(traced.value);
+}
+
 /// Numbers as numbers, every pointer as an address.
 template <typename T>
 void TraceArgument(std::ostream& stream, const T& value)
@@ -38,26 +51,36 @@ void TraceArgument(std::ostream& stream, const T& value)
     }
 }
 
-/// Writes "name( argument, argument )" if the trace is on.
-template <typename First, typename... Rest>
-void TraceCall(const char* pszFunction, const First& first, const Rest&... rest) noexcept
+/// Does what only the trace needs, if it is on.
+template <typename Body>
+void Trace(const Body& body) noexcept
 {
-    if (!GetLogger().IsLogging())
-    {
-        return;
-    }
     try
     {
-        std::ostringstream line;
-        line << pszFunction << "( ";
-        TraceArgument(line, first);
-        ((line << ", ", TraceArgument(line, rest)), ...);
-        line << " )\n";
-        GetLogger() << line.str();
+        if (GetLogger().IsLogging())
+        {
+            body();
+        }
     }
     catch (...)
     {
     }
+}
+
+/// Writes "name( argument, argument )" if the trace is on.
+template <typename First, typename... Rest>
+void TraceCall(const char* pszFunction, const First& first, const Rest&... rest) noexcept
+{
+    Trace(
+        [&]
+        {
+            std::ostringstream line;
+            line << pszFunction << "( ";
+            TraceArgument(line, first);
+            ((line << ", ", TraceArgument(line, rest)), ...);
+            line << " )\n";
+            GetLogger() << line.str();
+        });
 }
 
 /// Writes the result's line and gives the result back.

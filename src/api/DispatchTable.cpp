@@ -27,12 +27,13 @@ namespace
 
 void TraceTable()
 {
-    if (GetLogger().IsLogging())
-    {
-        std::ostringstream table;
-        table << g_CLDispatchTable;
-        GetLogger() << table.str();
-    }
+    Trace(
+        []
+        {
+            std::ostringstream table;
+            table << g_CLDispatchTable;
+            GetLogger() << table.str();
+        });
 }
 
 } // namespace

@@ -19,7 +19,7 @@ const char* const s_szSessionLog = "OVKKestrel.log";
 
 cl_int Refuse(cl_int nCode, const char* pszReason)
 {
-    CLD_Log(std::string("Error: ") + pszReason + "\n");
+    CLD_Log("Error: ", pszReason, "\n");
     return nCode;
 }
 

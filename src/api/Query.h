@@ -74,6 +74,18 @@ inline OVK_ShaderDebugger::VariableID VariableByName(const std::string& strName)
 /// Bytes in hexadecimal, each with two digits, divided by blanks.
 std::string ToHexadecimal(const unsigned char* pBytes, size_t nCount);
 
+/// The same, made only when a line is written.
+struct SHexadecimal
+{
+    const unsigned char* pBytes;
+    size_t nCount;
+};
+
+inline std::ostream& operator<<(std::ostream& stream, const SHexadecimal& bytes)
+{
+    return stream << ToHexadecimal(bytes.pBytes, bytes.nCount);
+}
+
 } // namespace Kestrel
 
 #endif

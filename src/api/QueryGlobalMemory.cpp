@@ -24,10 +24,6 @@ std::vector<memoryRegion> ListRegions(CShaderDebuggerHostCL& host)
 
 void TraceRegions(CShaderDebuggerHostCL& host)
 {
-    if (!GetLogger().IsLogging())
-    {
-        return;
-    }
     std::ostringstream list;
     unsigned int nNumber = 0;
     for (const memoryRegion& region : ListRegions(host))
@@ -39,10 +35,6 @@ void TraceRegions(CShaderDebuggerHostCL& host)
 
 void TraceBytes(const void* buffer, size_t nRead, const size_t* outputSize)
 {
-    if (!GetLogger().IsLogging())
-    {
-        return;
-    }
     std::string strLines;
     if (buffer != nullptr)
     {
@@ -76,20 +68,21 @@ ovkclDebugError ovkclDebugGetGlobalMemoryValues(ovkclDebugContext debugContext, 
                     [&](CKernelDebugState& state) -> ovkclDebugError
                     {
                         CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
-                        TraceRegions(host);
+                        Trace([&] { TraceRegions(host); });
 
                         const std::vector<unsigned int> vResources = GetResourcesToTry(state, resource);
                         for (size_t i = 0; i < vResources.size(); ++i)
                         {
                             if (i != 0)
                             {
-                                CLD_Log("Trying UAV " + std::to_string(vResources[i]) + "\n");
+                                CLD_Log("Trying UAV ", vResources[i], "\n");
                             }
                             size_t nRead = 0;
                             size_t* pOutputSize = outputSize != nullptr || buffer == nullptr ? outputSize : &nRead;
                             if (host.GetGlobalMemory(vResources[i], address, count, buffer, pOutputSize))
                             {
-                                TraceBytes(buffer, outputSize != nullptr ? *outputSize : nRead, outputSize);
+                                Trace([&]
+                                      { TraceBytes(buffer, outputSize != nullptr ? *outputSize : nRead, outputSize); });
                                 return OVKCLDEBUG_SUCCESS;
                             }
                         }

@@ -31,7 +31,7 @@ ovkclDebugError ovkclDebugSetBreakpoint(ovkclDebugContext debugContext, ovkclDeb
             {
                 return OVKCLDEBUG_ERROR_OPERATION_FAILED;
             }
-            CLD_Log("Breakpont at program counter = " + std::to_string(outputLine) + "\n");
+            CLD_Log("Breakpont at program counter = ", outputLine, "\n");
             if (actualPC != nullptr)
             {
                 *actualPC = outputLine;

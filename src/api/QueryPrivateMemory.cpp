@@ -34,10 +34,6 @@ const CShaderDebuggerBuffer* GetRow(CKernelDebugState& state, ovkclDebugMemoryAd
 
 void DumpPrivateMemoryToLog(CKernelDebugState& state)
 {
-    if (!GetLogger().IsLogging())
-    {
-        return;
-    }
     std::string strDump = "First " + std::to_string(s_nTracedBytes) + " bytes of private memory for work item 0:\n";
     for (size_t nAddress = 0; nAddress < s_nTracedBytes; nAddress += s_nRowSize)
     {
@@ -76,7 +72,7 @@ ovkclDebugError ovkclDebugGetPrivateMemoryValues(ovkclDebugContext debugContext,
                     (buffer != nullptr || count == 0) && outputSize != nullptr && bInRange,
                     [&](CKernelDebugState& state) -> ovkclDebugError
                     {
-                        DumpPrivateMemoryToLog(state);
+                        Trace([&] { DumpPrivateMemoryToLog(state); });
 
                         const size_t nWorkItems = state.GetNumWorkItems();
                         size_t nPiece = 0;

@@ -31,9 +31,9 @@ ovkclDebugError ovkclDebugGetExecutionMask(ovkclDebugContext debugContext, const
                         }
                         *executionMask = reinterpret_cast<const cl_bool*>(pMask->GetData());
                         *numElements = pMask->GetSize() / sizeof(cl_bool);
-                        if (GetLogger().IsLogging() && *numElements != 0)
+                        if (*numElements != 0)
                         {
-                            CLD_Log("Work item 0 = " + ToHexadecimal(pMask->GetData(), sizeof(cl_bool)) + "\n");
+                            CLD_Log("Work item 0 = ", SHexadecimal{pMask->GetData(), sizeof(cl_bool)}, "\n");
                         }
                         return OVKCLDEBUG_SUCCESS;
                     });
@@ -102,10 +102,10 @@ ovkclDebugError ovkclDebugGetRegisterValues(ovkclDebugContext debugContext,
                         *outputBuffer = pValues->GetData();
                         *outputStride = s_nElementSize;
                         *numElements = pValues->GetSize() / s_nElementSize;
-                        if (GetLogger().IsLogging() && *numElements != 0)
+                        if (*numElements != 0)
                         {
-                            CLD_Log(variableID.strName + ", Work item 0 =\n" +
-                                    ToHexadecimal(pValues->GetData(), s_nElementSize) + "\n");
+                            CLD_Log(variableID.strName, ", Work item 0 =\n",
+                                    SHexadecimal{pValues->GetData(), s_nElementSize}, "\n");
                         }
                         return OVKCLDEBUG_SUCCESS;
                     });

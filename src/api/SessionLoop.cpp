@@ -46,8 +46,7 @@ struct SLaunch
 /// \return its answer, which may be no command at all
 unsigned int CallClient(CSessionLock& lock, CKernelDebugState& state)
 {
-    CLD_Log("callback( " + OVK_ShaderDebugger::toString(static_cast<void*>(&state)) + ", " +
-            toString(state.m_debugEvent) + " )\n");
+    CLD_Log("callback( ", static_cast<void*>(&state), ", ", STraced<ovkclDebugEvent>{state.m_debugEvent}, " )\n");
 
     const ovkclDebugCallback callback = state.m_callback;
     void* const pUserData = state.m_pUserData;
@@ -56,31 +55,74 @@ unsigned int CallClient(CSessionLock& lock, CKernelDebugState& state)
     const unsigned int nCommand = static_cast<unsigned int>(callback(&state, eEvent, pUserData));
     lock.Retake();
 
-    CLD_Log("callback() returned " + toString(static_cast<ovkclDebugCommand>(nCommand)) + "\n");
+    CLD_Log("callback() returned ", STraced<ovkclDebugCommand>{static_cast<ovkclDebugCommand>(nCommand)}, "\n");
     return nCommand;
 }
 
-/// Sends the error event; strReason stands in where the debugger has left no reason of its own.
-bool FailStart(CSessionLock& lock, CKernelDebugState& state, const std::string& strReason)
+/// So short that a string holds it without an allocation.
+const char s_szOutOfMemory[] = "Out of memory.";
+
+/// Where there is no memory for the reason, the last error says that.
+void SetLastError(CShaderDebuggerHostCL& host, const char* pszReason) noexcept
 {
-    CLD_Log("Error: " + strReason + "\n");
-    std::string strLastError;
-    state.m_pShaderDebuggerHost->GetLastError(strLastError);
-    if (strLastError.empty())
+    try
     {
-        state.m_pShaderDebuggerHost->SetLastError(strReason);
+        host.SetLastError(pszReason);
+    }
+    catch (...)
+    {
+        host.SetLastError(s_szOutOfMemory);
+    }
+}
+
+bool HasLastError(CShaderDebuggerHostCL& host) noexcept
+{
+    try
+    {
+        std::string strLastError;
+        host.GetLastError(strLastError);
+        return !strLastError.empty();
+    }
+    catch (...)
+    {
+        return true;
+    }
+}
+
+/// Sends the error event; pszReason stands in where the debugger has left no reason of its own.
+bool FailStart(CSessionLock& lock, CKernelDebugState& state, const char* pszReason)
+{
+    CLD_Log("Error: ", pszReason, "\n");
+    if (!HasLastError(*state.m_pShaderDebuggerHost))
+    {
+        SetLastError(*state.m_pShaderDebuggerHost, pszReason);
     }
     state.m_debugEvent = OVKCLDEBUG_EVENT_ERROR;
     CallClient(lock, state);
     return false;
 }
 
+/// Ends the debug run. \return whether the client's memory has what the last run left; all of it or nothing
+bool EndDebugRun(CShaderDebuggerHostCL& host, bool bDeliver) noexcept
+{
+    try
+    {
+        host.EndDebugging(bDeliver);
+        return host.HasDeliveredResults();
+    }
+    catch (...)
+    {
+        return false;
+    }
+}
+
 /// Drops the debug run and runs the client's kernel from its start.
 void FinishUnpatched(CKernelDebugState& state, cl_command_queue command_queue, cl_kernel kernel, cl_uint work_dim,
-                     const size_t* global_work_offset, const size_t* global_work_size, const size_t* local_work_size)
+                     const size_t* global_work_offset, const size_t* global_work_size,
+                     const size_t* local_work_size) noexcept
 {
     CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
-    host.EndDebugging(false);
+    EndDebugRun(host, false);
 
     const size_t* pLocalSize =
         OVK_ShaderDebugger::GetWorkGroupSize(work_dim, local_work_size) != 0 ? local_work_size : nullptr;
@@ -89,7 +131,7 @@ void FinishUnpatched(CKernelDebugState& state, cl_command_queue command_queue, c
                                     global_work_offset, global_work_size, pLocalSize, cl_uint(0), nullptr, &event);
     if (state.m_nUnpatchedCode != CL_SUCCESS)
     {
-        host.SetLastError("The kernel could not be enqueued.");
+        SetLastError(host, "The kernel could not be enqueued.");
         return;
     }
     state.m_bUnpatchedLaunched = true;
@@ -98,7 +140,7 @@ void FinishUnpatched(CKernelDebugState& state, cl_command_queue command_queue, c
     CLD_Assert(nReleaseCode == CL_SUCCESS);
     if (state.m_nUnpatchedCode != CL_SUCCESS)
     {
-        host.SetLastError("The kernel did not run to its end.");
+        SetLastError(host, "The kernel did not run to its end.");
         return;
     }
     state.m_bFastContinue = true;
@@ -127,6 +169,46 @@ bool Obey(unsigned int nCommand, CKernelDebugState& state, const SLaunch& launch
         FinishUnpatched(state, launch.queue, launch.kernel, launch.nWorkDim, launch.pGlobalOffset, launch.pGlobalSize,
                         launch.pLocalSize);
         return false;
+    }
+}
+
+/// The same for a debugger that may run out of memory on the way, where nothing of the run can be used any more.
+/// \param bUsable  cleared then
+bool ObeyOrBreak(unsigned int nCommand, CKernelDebugState& state, const SLaunch& launch, bool& bUsable) noexcept
+{
+    try
+    {
+        return Obey(nCommand, state, launch);
+    }
+    catch (...)
+    {
+        CLD_Log("Error: The debugger ran out of memory.\n");
+        SetLastError(*state.m_pShaderDebuggerHost, s_szOutOfMemory);
+        bUsable = false;
+        return false;
+    }
+}
+
+/// Starts the debugger and tells the client if it can't. Exhausted memory passes on, once the client knows.
+bool StartSession(CSessionLock& lock, CKernelDebugState& state)
+{
+    CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
+    const std::vector<char>& vBinary = host.GetShaderData();
+    if (vBinary.empty())
+    {
+        return FailStart(lock, state, "No kernel binary.");
+    }
+    try
+    {
+        return host.StartDebugging(vBinary.data(), vBinary.size(), nullptr, &state.m_dispatchDimensions,
+                                   OVK_ShaderDebugger::DM_Unknown) ||
+               FailStart(lock, state, "Could not start kernel debugging.");
+    }
+    catch (...)
+    {
+        EndDebugRun(host, false);
+        FailStart(lock, state, s_szOutOfMemory);
+        throw;
     }
 }
 
@@ -166,15 +248,9 @@ bool DoDebugging(CKernelDebugState* pKernelDebugState)
         return false;
     }
 
-    const std::vector<char>& vBinary = host.GetShaderData();
-    if (vBinary.empty())
+    if (!StartSession(lock, state))
     {
-        return FailStart(lock, state, "No kernel binary.");
-    }
-    if (!host.StartDebugging(vBinary.data(), vBinary.size(), nullptr, &state.m_dispatchDimensions,
-                             OVK_ShaderDebugger::DM_Unknown))
-    {
-        return FailStart(lock, state, "Could not start kernel debugging.");
+        return false;
     }
     if (!host.InitKernelArgInfo(launch.kernel))
     {
@@ -186,18 +262,15 @@ bool DoDebugging(CKernelDebugState* pKernelDebugState)
     state.m_debugEvent = OVKCLDEBUG_EVENT_STARTED;
     unsigned int nCommand = CallClient(lock, state);
     state.m_debugEvent = OVKCLDEBUG_EVENT_HALTED;
-    while (Obey(nCommand, state, launch))
+    bool bUsable = true;
+    while (ObeyOrBreak(nCommand, state, launch, bUsable))
     {
         nCommand = CallClient(lock, state);
     }
 
     state.m_debugEvent = OVKCLDEBUG_EVENT_FINISHED;
     CallClient(lock, state);
-    if (!state.m_bFastContinue)
-    {
-        host.EndDebugging(true);
-    }
-    if (!state.m_bFastContinue && !host.HasDeliveredResults())
+    if (!state.m_bFastContinue && !(bUsable && EndDebugRun(host, true)))
     {
         CLD_Log("Error: The results could not be handed over, and the kernel runs again.\n");
         FinishUnpatched(state, launch.queue, launch.kernel, launch.nWorkDim, launch.pGlobalOffset, launch.pGlobalSize,

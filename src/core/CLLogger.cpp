@@ -11,21 +11,19 @@ CLogger& GetLogger()
     return *s_pLogger;
 }
 
-bool CLD_Report(const char* pszFunction, const char* pszMacro, const std::string& strText)
+bool CLD_Report(const char* pszFunction, const char* pszMacro, const char* pszText) noexcept
 {
-    if (GetLogger().IsAssertLogging())
+    try
     {
-        GetLogger() << std::string("Assert: ") + pszFunction + " " + pszMacro + "( " + strText + " )\n";
+        if (GetLogger().IsAssertLogging())
+        {
+            GetLogger() << std::string("Assert: ") + pszFunction + " " + pszMacro + "( " + pszText + " )\n";
+        }
+    }
+    catch (...)
+    {
     }
     return false;
-}
-
-void CLD_Log(const std::string& strLine)
-{
-    if (GetLogger().IsLogging())
-    {
-        GetLogger() << strLine;
-    }
 }
 
 } // namespace OVK_ShaderDebugger

@@ -46,11 +46,26 @@ T LogReturn(const char* pszFunc, T retVal)
     return retVal;
 }
 
-/// Writes an assertion line if those are wanted; always false.
-bool CLD_Report(const char* pszFunction, const char* pszMacro, const std::string& strText);
+/// Writes an assertion line if those are wanted; always false. Exhausted memory costs the line, never the caller.
+bool CLD_Report(const char* pszFunction, const char* pszMacro, const char* pszText) noexcept;
 
-/// Writes a line of the trace ("Error: ...\n", "Warning: ...\n") if it is on.
-void CLD_Log(const std::string& strLine);
+/// Writes a line of the trace ("Error: ...\n", "Warning: ...\n") from its parts if it is on; as safe as CLD_Report.
+template <typename... Parts>
+void CLD_Log(const Parts&... parts) noexcept
+{
+    try
+    {
+        if (GetLogger().IsLogging())
+        {
+            std::ostringstream line;
+            (line << ... << parts);
+            GetLogger() << line.str();
+        }
+    }
+    catch (...)
+    {
+    }
+}
 
 } // namespace OVK_ShaderDebugger
 
@@ -61,7 +76,7 @@ void CLD_Log(const std::string& strLine);
 #define CLD_AssertText(condition, text)                                                                                \
     (static_cast<bool>(condition) || OVK_ShaderDebugger::CLD_Report(__func__, "CLD_Assert", (text)))
 
-/// Reports a place that must not be reached; gives false.
-#define CLD_Break(text) OVK_ShaderDebugger::CLD_Report(__func__, "CLD_Break", std::string("\"") + (text) + "\"")
+/// Reports a place that must not be reached; gives false. The text is a literal.
+#define CLD_Break(text) OVK_ShaderDebugger::CLD_Report(__func__, "CLD_Break", "\"" text "\"")
 
 #endif

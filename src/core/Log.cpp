@@ -108,7 +108,7 @@ bool _SetupLog(CShaderDebuggerHost* pHost, bool console, const std::string& modu
     return false;
 }
 
-void _Log(LogType type, const char* fmt, ...)
+void _Log(LogType type, const char* fmt, ...) noexcept
 {
     if (!IsWanted(type))
     {
@@ -116,9 +116,14 @@ void _Log(LogType type, const char* fmt, ...)
     }
     va_list args;
     va_start(args, fmt);
-    const std::string strMessage = FormatMessage(GetPrefix(type), fmt, args);
+    try
+    {
+        Emit(type, FormatMessage(GetPrefix(type), fmt, args));
+    }
+    catch (...)
+    {
+    }
     va_end(args);
-    Emit(type, strMessage);
 }
 
 void _LogTrace(LogTraceType traceType, const char* fmt, ...)
@@ -152,10 +157,24 @@ std::string EscapePercent(const std::string& str)
     return strEscaped;
 }
 
-bool SD_AssertFailed(CShaderDebuggerHost* pHost, const char* pszText, const char* pszFile, int nLine,
-                     const char* pszFunction)
+bool SD_SetupLog(CShaderDebuggerHost* pHost, const char* pszFile, int nLine, const char* pszFunction) noexcept
 {
-    _SetupLog(pHost, false, "Kestrel", pszFile, nLine, pszFunction);
+    try
+    {
+        _SetupLog(pHost, false, "Kestrel", pszFile, nLine, pszFunction);
+    }
+    catch (...)
+    {
+        s_pHost = pHost;
+        s_LogConsole = false;
+    }
+    return false;
+}
+
+bool SD_AssertFailed(CShaderDebuggerHost* pHost, const char* pszText, const char* pszFile, int nLine,
+                     const char* pszFunction) noexcept
+{
+    SD_SetupLog(pHost, pszFile, nLine, pszFunction);
     _Log(logASSERT, "%s", pszText);
     return false;
 }

@@ -18,7 +18,8 @@ bool _SetupLog(CShaderDebuggerHost* pHost, bool console, const std::string& modu
 /// Formats one message and hands it to the host named by the last _SetupLog, if its level lets the
 /// type pass: type - 3 is at most the host's GetLoggingLevel(). logRAW always passes. At most
 /// 81,919 bytes of it are kept. With no host and no console nothing happens.
-void _Log(LogType type, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+/// Exhausted memory costs the message, never the caller.
+void _Log(LogType type, const char* fmt, ...) noexcept __attribute__((format(printf, 2, 3)));
 
 /// A line of the call trace, through _Log at logTRACE.
 void _LogTrace(LogTraceType traceType, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
@@ -26,15 +27,18 @@ void _LogTrace(LogTraceType traceType, const char* fmt, ...) __attribute__((form
 /// Doubles every "%", so that a text from outside can pass through _Log as a format.
 std::string EscapePercent(const std::string& str);
 
+/// _SetupLog for the macros below; without memory for the names the host alone is noted. Always false.
+bool SD_SetupLog(CShaderDebuggerHost* pHost, const char* pszFile, int nLine, const char* pszFunction) noexcept;
+
 /// Logs the text of a failed condition at logASSERT on the host; always false.
 bool SD_AssertFailed(CShaderDebuggerHost* pHost, const char* pszText, const char* pszFile, int nLine,
-                     const char* pszFunction);
+                     const char* pszFunction) noexcept;
 
 } // namespace OVK_ShaderDebugger
 
 /// One message of the debugger core to a session's log; the host may be null.
 #define SD_Log(pHost, type, ...)                                                                                       \
-    (OVK_ShaderDebugger::_SetupLog((pHost), false, "Kestrel", __FILE__, __LINE__, __func__) ||                         \
+    (OVK_ShaderDebugger::SD_SetupLog((pHost), __FILE__, __LINE__, __func__) ||                                         \
      (OVK_ShaderDebugger::_Log((type), __VA_ARGS__), false))
 
 /// Reports a condition that doesn't hold, and gives the condition. The path that the failure takes
