@@ -93,6 +93,8 @@ bool CShaderDebuggerDeviceBufferCL::Create(const BufferDesc& bufferDesc)
     Destroy();
     m_isNullBuffer = isNullBuffer;
     m_Desc = desc;
+    // So that a handle, once it is there, can be kept without an allocation.
+    m_Value.reserve(sizeof(cl_mem));
 
     switch (m_Desc.m_Type)
     {

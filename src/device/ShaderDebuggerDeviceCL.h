@@ -94,7 +94,7 @@ private:
     bool PrepareShaderData(std::vector<char>& vKernelBinary) const;
     bool GetProgramBinary(cl_program program, cl_device_id device, std::vector<char>* vBinary) const;
     bool InitKernelABIAndArgCBInfo();
-    bool BuildProgram(cl_program program) const;
+    bool BuildProgram(cl_program program) const noexcept;
     bool ReleasePatchedKernel();
 
     cl_device_id m_Device;

@@ -73,7 +73,8 @@ bool CShaderDebuggerDeviceCL::ReleasePatchedKernel()
     return SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clReleaseKernel() failed.\n");
 }
 
-bool CShaderDebuggerDeviceCL::BuildProgram(cl_program program) const
+bool CShaderDebuggerDeviceCL::BuildProgram(cl_program program) const noexcept
+try
 {
     const std::string strJustKernel = "-use-debugil -just-kernel=" + m_strKernelName;
     for (const std::string& strOptions : {"-ignore-env " + strJustKernel, strJustKernel, std::string("-use-debugil")})
@@ -85,6 +86,10 @@ bool CShaderDebuggerDeviceCL::BuildProgram(cl_program program) const
         }
     }
     return SD_Break(m_pHost, "Error: clBuildProgram() failed.\n");
+}
+catch (...)
+{
+    return SD_Break(m_pHost, "Error: no memory for clBuildProgram().\n");
 }
 
 bool CShaderDebuggerDeviceCL::SetShader(ShaderType, const void* pShader, size_t nShaderSize)
