@@ -28,11 +28,10 @@ std::string Describe(const CElf& elf)
     text << int(elf.GetClass()) << " " << elf.GetType() << " " << elf.GetMachine() << " " << elf.GetEntry() << " "
          << elf.GetFlags() << "\n";
     const CElfSymbolTable* pSymbols = elf.GetSymbolTable();
-    const CElfSection* pStrings = pSymbols != nullptr ? pSymbols->GetLinkSection() : nullptr;
     for (auto it = elf.SectionsBegin(); it != elf.SectionsEnd(); ++it)
     {
         const CElfSection& section = **it;
-        const bool bRebuilt = *it == pSymbols || *it == pStrings || section.GetType() == SHT_STRTAB;
+        const bool bRebuilt = *it == pSymbols || dynamic_cast<const CElfStringTable*>(*it) != nullptr;
         text << section.GetName() << ": " << section.GetType() << " " << section.GetFlags() << " "
              << section.GetAddress() << " " << section.GetAddrAlign() << " " << section.GetEntrySize() << " "
              << NameOf(section.GetLinkSection()) << " " << NameOf(section.GetInfoSection()) << " "
@@ -98,7 +97,7 @@ void CheckNeighbours(const std::vector<char>& vBefore, const std::vector<char>& 
             old.IsThere() && changed.IsThere() &&
             (old.pSection != changed.pSection || old.nEnd <= changed.nBegin || old.nBegin >= changed.nEnd);
         const bool bTable =
-            old.IsThere() && (old.pSection->GetType() == SHT_STRTAB || old.pSection->GetType() == SHT_SYMTAB);
+            old.pSection == before.GetSymbolTable() || dynamic_cast<const CElfStringTable*>(old.pSection) != nullptr;
         if (bApart && !bTable)
         {
             Require(vNew[i].IsThere() && vNew[i].strData == old.strData,
@@ -238,7 +237,9 @@ void ChangeImage(const std::vector<char>& vImage, const ImageSink& sink)
         return;
     }
     sink("write", vStored);
-    Require(Describe(CElf(vStored)) == Describe(CElf(vImage)), "writing keeps sections and symbols");
+    const std::string strBefore = Describe(CElf(vImage));
+    const std::string strAfter = Describe(CElf(vStored));
+    Require(strAfter == strBefore, "writing keeps sections and symbols", strBefore + "---\n" + strAfter);
 
     RemoveThings(vImage, sink);
     ConvertText(vImage, sink);

@@ -126,11 +126,13 @@ void FuzzMetadata(const uint8_t* pData, size_t nSize)
         Require(metadata.GetEntries().empty(), "metadata that is refused leaves nothing");
         return;
     }
-    if (metadata.GetEntries().empty())
+    Query(metadata);
+    // Only a block with its end can be read back.
+    if (metadata.GetEntries().empty() ||
+        metadata.GetEntries().back()->GetEntryType() != CCLMetadataArgEndEntry::ClassEntryType)
     {
         return;
     }
-    Query(metadata);
     const std::string strPrinted = metadata.ToString();
     Require(Reparse(strPrinted) == strPrinted, "metadata is parsed as it was printed", strPrinted);
     Change(metadata);

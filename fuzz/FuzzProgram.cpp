@@ -1,3 +1,4 @@
+#include "fuzz/FuzzKernel.h"
 #include "fuzz/Targets.h"
 #include "fuzz/TextRoad.h"
 
@@ -77,8 +78,11 @@ void Rebuild(const SBuildResult& source, bool bUseDebugIL, const SDeviceTarget& 
     Require(result.vKernels.size() == source.vKernels.size(), "a binary holds the kernels of its source");
     for (size_t i = 0; i < result.vKernels.size(); ++i)
     {
+        Require(WithoutComments(result.vKernels[i].vTokens) == WithoutComments(source.vKernels[i].vTokens),
+                "a kernel of a binary has the tokens of its source",
+                (bUseDebugIL ? "by its text\n" : "by its code\n") + ToHex(source.vKernels[i].vTokens) + "\n" +
+                    ToHex(result.vKernels[i].vTokens));
         Require(result.vKernels[i].strName == source.vKernels[i].strName &&
-                    WithoutComments(result.vKernels[i].vTokens) == WithoutComments(source.vKernels[i].vTokens) &&
                     result.vKernels[i].vArguments.size() == source.vKernels[i].vArguments.size() &&
                     result.vKernels[i].nConstantBuffer1Elements == source.vKernels[i].nConstantBuffer1Elements,
                 "a kernel of a binary is that of its source", result.vKernels[i].strName);

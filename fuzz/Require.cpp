@@ -1,7 +1,7 @@
 #include "fuzz/Targets.h"
 
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 namespace KestrelFuzz
 {
@@ -17,10 +17,9 @@ void Require(bool bHolds, const char* pszProperty, const std::string& strDetails
 {
     if (!bHolds)
     {
-        std::fprintf(stderr, "violated: %s\n%s%s%s%s", pszProperty,
-                     s_strInput.empty() ? "" : "input: ", s_strInput.c_str(), s_strInput.empty() ? "" : "\n",
-                     strDetails.c_str());
-        std::fputc('\n', stderr);
+        // The details may hold zero bytes.
+        std::cerr << "violated: " << pszProperty << "\n"
+                  << (s_strInput.empty() ? "" : "input: " + s_strInput + "\n") << strDetails << std::endl;
         std::abort();
     }
 }

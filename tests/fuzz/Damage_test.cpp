@@ -1,0 +1,230 @@
+#include "fuzz/CompilerLibrary.h"
+#include "fuzz/ElfChanges.h"
+#include "fuzz/FuzzKernel.h"
+#include "fuzz/Targets.h"
+#include "tests/binary/TestImage.h"
+#include "tests/fuzz/DamagedSeeds.h"
+#include "tests/fuzz/RuntimeRoad.h"
+
+#include "binary/CLMetadata.h"
+#include "binary/Elf.h"
+#include "binary/ElfUtils.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <set>
+#include <sstream>
+
+namespace
+{
+
+using namespace OVK_ShaderDebugger;
+using DamagedSeeds::SSeed;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool s_bSanitized = true;
+#else
+constexpr bool s_bSanitized = false;
+#endif
+
+/// A changed alignment may put 16 MiB of padding into an image, of which a road holds several copies.
+constexpr size_t s_nMaxGrowthKiB = 256 * 1024;
+
+/// A share of the images, the same for each kind of change. KESTREL_FLIP_STRIDE=1 asks for all.
+size_t Stride(size_t nUsual)
+{
+    const char* pszStride = std::getenv("KESTREL_FLIP_STRIDE");
+    const long nStride = pszStride != nullptr ? std::atol(pszStride) : 0;
+    return nStride > 0 ? static_cast<size_t>(nStride) : nUsual;
+}
+
+/// Names the image that is tried, and ends the program with that name if it takes too long.
+class CWatch
+{
+public:
+    CWatch() { std::signal(SIGALRM, &CWatch::OnAlarm); }
+    ~CWatch()
+    {
+        alarm(0);
+        KestrelFuzz::SetInputName("");
+    }
+
+    void Begin(const std::string& strWhat)
+    {
+        KestrelFuzz::SetInputName(strWhat);
+        std::snprintf(s_szWhat, sizeof(s_szWhat), "too long: %s\n", strWhat.c_str());
+        alarm(20);
+    }
+
+private:
+    static void OnAlarm(int)
+    {
+        const ssize_t nWritten = write(STDERR_FILENO, s_szWhat, strlen(s_szWhat));
+        _exit(nWritten < 0 ? 2 : 1);
+    }
+
+    static char s_szWhat[256];
+};
+
+char CWatch::s_szWhat[256];
+
+size_t PeakKiB()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<size_t>(usage.ru_maxrss);
+}
+
+class Damage : public testing::TestWithParam<size_t>
+{
+protected:
+    void SetUp() override { KestrelFuzz::OpenCompilerLibrary(); }
+    const SSeed& Seed() const { return DamagedSeeds::All()[GetParam()]; }
+};
+
+/// What the debugger's device does with a kernel binary, up to the tokens.
+void Prepare(std::vector<char>& vImage, const std::string& strKernel)
+{
+    OVK_ElfUtils::PatchKernelEntry(strKernel, &vImage);
+    for (const char* pszSection : {".ovkil", ".llvmir", ".text"})
+    {
+        OVK_ElfUtils::RemoveElfSection(&vImage, pszSection);
+    }
+    if (!OVK_ElfUtils::GetDataFromSection(".debugilbin", vImage, nullptr))
+    {
+        OVK_ElfUtils::AddILBinarySection(&vImage, "debugil", "debugilbin", false, "");
+    }
+}
+
+/// The road of a debugged kernel, without the device.
+/// \return whether a patched image came out
+bool TryDebugger(std::vector<char> vImage, const std::string& strKernel)
+{
+    std::string strMetadata;
+    CCLMetadata metadata;
+    if (OVK_ElfUtils::ExtractMetadataFromElf(vImage, strKernel, &strMetadata) && metadata.FromString(strMetadata))
+    {
+        metadata.GetNextConstantBufferOffset();
+    }
+    Prepare(vImage, strKernel);
+
+    CFakeHost host;
+    host.strKernelName = strKernel;
+    KestrelFuzz::CFuzzShader shader(&host, vImage.data(), vImage.size());
+    if (!shader.AnalyzeShader())
+    {
+        return false;
+    }
+    const InstructionNumber nTarget = shader.m_nInstructionCount / 2;
+    const auto* pPatched =
+        reinterpret_cast<const char*>(shader.CreatePatchedShader(ProgramCounter(nTarget), {Register(RT_Temp, 0, 1)}));
+    if (pPatched == nullptr)
+    {
+        return false;
+    }
+    std::vector<char> vPatched(pPatched, pPatched + shader.m_nPatchedShaderSize);
+    if (shader.m_bIsElf)
+    {
+        KestrelFuzz::CheckWritten("patch", vPatched);
+    }
+    OVK_ElfUtils::UnpatchKernelEntry(strKernel, &vPatched);
+    return true;
+}
+
+TEST_P(Damage, TheDebuggerRefusesOrPatches)
+{
+    ASSERT_TRUE(TryDebugger(Seed().vImage, Seed().strKernel)) << "the seed itself";
+    CWatch watch;
+    size_t nPatched = 0;
+    const size_t nPeak = PeakKiB();
+    const size_t nTried = DamagedSeeds::Damage(Seed(), Stride(s_bSanitized ? 29 : 3),
+                                               [&](const std::string& strWhat, const std::vector<char>& vImage)
+                                               {
+                                                   watch.Begin(strWhat);
+                                                   nPatched += TryDebugger(vImage, Seed().strKernel) ? 1 : 0;
+                                               });
+    RecordProperty("tried", static_cast<int>(nTried));
+    EXPECT_GT(nPatched, nTried / 20);
+    EXPECT_LT(nPatched, nTried);
+    EXPECT_TRUE(s_bSanitized || PeakKiB() - nPeak < s_nMaxGrowthKiB) << PeakKiB() - nPeak;
+}
+
+TEST_P(Damage, TheRuntimeRefusesOrRuns)
+{
+    CRuntimeRoad runtime(Seed().strDevice);
+    const bool bTaken = Seed().vImage[EI_CLASS] == ELFCLASS64;
+    ASSERT_EQ(runtime.Try(Seed().vImage, "") != 0, bTaken) << "the seed itself";
+    ASSERT_EQ(runtime.Try(Seed().vImage, "-use-debugil") != 0, bTaken) << "the seed itself, by its text";
+    CWatch watch;
+    const size_t nPeak = PeakKiB();
+    size_t nRan = 0;
+    const size_t nTried = DamagedSeeds::Damage(Seed(), Stride(s_bSanitized ? 29 : 3),
+                                               [&](const std::string& strWhat, const std::vector<char>& vImage)
+                                               {
+                                                   watch.Begin(strWhat);
+                                                   nRan += runtime.Try(vImage, "") != 0 ? 1 : 0;
+                                                   nRan += runtime.Try(vImage, "-use-debugil") != 0 ? 1 : 0;
+                                               });
+    RecordProperty("tried", static_cast<int>(nTried));
+    EXPECT_EQ(nRan > nTried / 20, bTaken);
+    EXPECT_LT(nRan, 2 * nTried);
+    EXPECT_TRUE(s_bSanitized || PeakKiB() - nPeak < s_nMaxGrowthKiB) << PeakKiB() - nPeak;
+}
+
+/// Complaints without the names and numbers in them, each once.
+std::set<std::string> Kinds(const std::string& strComplaints)
+{
+    std::set<std::string> kinds;
+    std::istringstream lines(strComplaints);
+    for (std::string strLine; std::getline(lines, strLine);)
+    {
+        std::string strKind;
+        for (const char c : strLine.substr(strLine.find("Warning") == std::string::npos ? 0 : strLine.find("Warning")))
+        {
+            strKind += std::isdigit(static_cast<unsigned char>(c)) != 0 ? '0' : c;
+        }
+        kinds.insert(strKind);
+    }
+    return kinds;
+}
+
+TEST_P(Damage, ReadelfHasNoNewComplaintOfWhatIsWritten)
+{
+    constexpr size_t nAtMost = 24;
+    CWatch watch;
+    size_t nImages = 0;
+    const size_t nStride = Stride(Seed().vImage.size() * 11 / nAtMost | 1);
+    const auto check = [&](const std::string& strWhat, const std::vector<char>& vImage)
+    {
+        watch.Begin(strWhat);
+        std::set<std::string> before;
+        bool bKnown = false;
+        KestrelFuzz::ChangeImage(vImage,
+                                 [&](const char* pszChange, const std::vector<char>& vChanged)
+                                 {
+                                     if (++nImages % 4 != 0)
+                                     {
+                                         return;
+                                     }
+                                     before = bKnown ? before : Kinds(ReadElfComplaints(vImage));
+                                     bKnown = true;
+                                     for (const std::string& strKind : Kinds(ReadElfComplaints(vChanged)))
+                                     {
+                                         EXPECT_EQ(before.count(strKind), 1u)
+                                             << strWhat << ", " << pszChange << ": " << strKind;
+                                     }
+                                 });
+    };
+    DamagedSeeds::Damage(Seed(), nStride, check);
+    EXPECT_GT(nImages, 100u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, Damage, testing::Values(0, 1, 2),
+                         [](const testing::TestParamInfo<size_t>& info)
+                         { return DamagedSeeds::All()[info.param].strName; });
+
+} // namespace

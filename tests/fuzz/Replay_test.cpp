@@ -1,0 +1,45 @@
+#include "fuzz/Targets.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+using namespace KestrelFuzz;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+class Replay : public testing::TestWithParam<STarget>
+{
+};
+
+/// A violated property ends the program, and tells the file.
+TEST_P(Replay, EveryFileOfTheCorpusKeepsTheProperties)
+{
+    std::vector<fs::path> vFiles;
+    for (const auto& entry : fs::directory_iterator(fs::path(KESTREL_SOURCE_DIR) / "fuzz/corpus" / GetParam().pszName))
+    {
+        vFiles.push_back(entry.path());
+    }
+    ASSERT_GE(vFiles.size(), 10u);
+    std::sort(vFiles.begin(), vFiles.end());
+    for (const fs::path& path : vFiles)
+    {
+        std::ifstream file(path, std::ios::binary);
+        const std::vector<char> vBytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        SetInputName(path.string());
+        GetParam().pfnRun(reinterpret_cast<const uint8_t*>(vBytes.data()), vBytes.size());
+    }
+    SetInputName("");
+}
+
+INSTANTIATE_TEST_SUITE_P(Corpus, Replay, testing::ValuesIn(s_Targets),
+                         [](const testing::TestParamInfo<STarget>& info) { return info.param.pszName; });
+
+} // namespace
