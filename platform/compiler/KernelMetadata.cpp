@@ -417,12 +417,6 @@ bool CReader::ReadCounter(const Tokens& tokens)
 bool ReadKernelMetadata(std::string_view text, SKernelMetadata& metadata, SDiagnostic& diag)
 {
     metadata = SKernelMetadata();
-    if (text.find('\0') != std::string_view::npos)
-    {
-        // In a binary the block would end there.
-        diag.strMessage = "metadata: a block can't hold a zero byte";
-        return false;
-    }
     return CReader(metadata).Read(text, diag);
 }
 

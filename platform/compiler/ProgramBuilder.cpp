@@ -7,6 +7,7 @@
 #include "platform/compiler/KernelLinker.h"
 #include "platform/compiler/ProgramImage.h"
 
+#include <algorithm>
 #include <set>
 
 namespace KestrelPlatform
@@ -217,9 +218,19 @@ SBuildResult BuildFromDebugText(const CElfReader& elf, SModule& module, const SD
 
 SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target)
 {
+    // A source may come with its terminator. Texts of a binary end at their first zero byte, so that one in the middle
+    // would give a binary of another program.
+    const std::string_view source = std::string_view(strSource).substr(0, strSource.find_last_not_of('\0') + 1);
+    const size_t nZero = source.find('\0');
+    if (nZero != std::string_view::npos)
+    {
+        const auto nLine = std::count(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(nZero), '\n') + 1;
+        return Refused("error: line " + std::to_string(nLine) + ": the source holds a zero byte");
+    }
+
     SModule module;
     SDiagnostic diag;
-    if (!FindFrontEnd(strSource)->Compile(strSource, target, module, diag))
+    if (!FindFrontEnd(source)->Compile(source, target, module, diag))
     {
         return Refused("error: " + diag.ToString());
     }
