@@ -22,10 +22,10 @@ public:
     bool Run()
     {
         bool bHeader = false;
-        while (m_nPos < m_Stream.vTokens.size())
+        while (m_nPos < m_Stream.nTokens)
         {
             // Only macro definitions may stand before the language token, and its value can't be one.
-            const bool bMacro = m_bInMacro || (m_Stream.vTokens[m_nPos] & 0xFFFF) == IL_OP_MACRODEF;
+            const bool bMacro = m_bInMacro || (m_Stream.pTokens[m_nPos] & 0xFFFF) == IL_OP_MACRODEF;
             if (!bHeader && !bMacro)
             {
                 if (!ReadHeader())
@@ -56,15 +56,15 @@ private:
 
     bool Next(uint32_t& nWord)
     {
-        if (m_nPos >= m_Stream.vTokens.size())
+        if (m_nPos >= m_Stream.nTokens)
             return Fail(std::string(m_pszName) + ": the stream is cut short");
-        nWord = m_Stream.vTokens[m_nPos++];
+        nWord = m_Stream.pTokens[m_nPos++];
         return true;
     }
 
     bool Skip(size_t nWords)
     {
-        if (nWords > m_Stream.vTokens.size() - m_nPos)
+        if (nWords > m_Stream.nTokens - m_nPos)
             return Fail(std::string(m_pszName) + ": the stream is cut short");
         m_nPos += nWords;
         return true;
@@ -289,7 +289,8 @@ bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream
 {
     stream.vItems.clear();
     stream.nInstructions = 0;
-    stream.vTokens.assign(pTokens, pTokens + nCount);
+    stream.pTokens = pTokens;
+    stream.nTokens = nCount;
     // An instruction has three tokens at least where it has an operand, five or six mostly.
     stream.vItems.reserve(nCount / 5 + 1);
     return CStreamDecoder(stream, error).Run();
@@ -298,7 +299,7 @@ bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream
 void ReadOperands(const SDecodedStream& stream, const SItem& item, std::vector<SOperand>& vOperands)
 {
     vOperands.assign(item.nSources + (item.bDestination ? 1 : 0), SOperand());
-    COperandReader reader(stream.vTokens.data() + item.nFirstOperand);
+    COperandReader reader(stream.pTokens + item.nFirstOperand);
     for (size_t n = 0; n < vOperands.size(); ++n)
         reader.Read(item.bDestination && n == 0, vOperands[n]);
 }

@@ -72,14 +72,15 @@ struct SItem
 struct SDecodedStream
 {
     std::vector<SItem> vItems;
-    std::vector<uint32_t> vTokens;
+    const uint32_t* pTokens = nullptr; ///< not its own
+    size_t nTokens = 0;
     uint32_t nInstructions = 0;
 
-    uint32_t Word(const SItem& item, uint32_t n) const { return vTokens[item.nFirstWord + n]; }
+    uint32_t Word(const SItem& item, uint32_t n) const { return pTokens[item.nFirstWord + n]; }
 };
 
 /// Takes a token stream apart in one pass, up to `end`. Never reads past nCount. What the stream held before is gone;
-/// its memory is used again.
+/// its memory is used again. The tokens must outlive it.
 /// \return false, with the place and reason, for an unknown opcode, a bad header or a stream cut short
 bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream, SDecodeError& error);
 

@@ -50,8 +50,9 @@ bool CLowering::Run()
     }
     if (!m_bTrace)
     {
-        DropUnreadSteps(m_Code);
-        KeepRowsToClear(m_Code);
+        std::vector<uint32_t> vReads = CountReads(m_Code);
+        DropUnreadSteps(m_Code, vReads);
+        KeepRowsToClear(m_Code, vReads);
     }
     return true;
 }

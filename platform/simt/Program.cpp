@@ -29,13 +29,8 @@ bool Lower(const uint32_t* pTokens, size_t nCount, bool bTrace, SScratch& scratc
 } // namespace
 
 CProgram::CProgram(const SDecodedStream& stream, SCode&& code)
-    : m_vTokens(stream.vTokens), m_Code(std::move(code)), m_vOpCodes(stream.nInstructions, IL_OP_UNKNOWN)
+    : m_vTokens(stream.pTokens, stream.pTokens + stream.nTokens), m_Code(std::move(code))
 {
-    for (const SItem& item : stream.vItems)
-    {
-        if (item.nInstruction != SItem::NoInstruction)
-            m_vOpCodes[item.nInstruction] = item.eOpCode;
-    }
 }
 
 const SCode& CProgram::GetTracedCode() const
@@ -46,6 +41,11 @@ const SCode& CProgram::GetTracedCode() const
                        SScratch scratch;
                        SDecodeError error;
                        m_bTraceable = Lower(m_vTokens.data(), m_vTokens.size(), true, scratch, m_TracedCode, error);
+                       for (const SItem& item : scratch.stream.vItems)
+                       {
+                           if (item.nInstruction != SItem::NoInstruction)
+                               m_vOpCodes.push_back(item.eOpCode);
+                       }
                    });
     return m_bTraceable ? m_TracedCode : m_Code;
 }

@@ -273,14 +273,15 @@ public:
     /// Made from the tokens when it is first asked for. Any thread. A kernel at the limit of what a block holds, for
     /// which the trace's rows are too many, gives its plain code, whose flow control alone is recorded.
     const SCode& GetTracedCode() const;
+    /// For those who have asked for the traced code.
     EOpCode GetOpCode(uint32_t nInstruction) const { return m_vOpCodes[nInstruction]; }
 
 private:
     std::vector<uint32_t> m_vTokens;
     SCode m_Code;
-    std::vector<EOpCode> m_vOpCodes; ///< by instruction
     mutable std::once_flag m_TraceOnce;
     mutable SCode m_TracedCode;
+    mutable std::vector<EOpCode> m_vOpCodes; ///< by instruction
     mutable bool m_bTraceable = false;
 };
 

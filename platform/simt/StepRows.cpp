@@ -91,7 +91,27 @@ void ForEachWritten(const SCode& code, const SMicroOp& step, F&& visit)
     }
 }
 
-/// By row: how many places read it. What is found at run time counts as read.
+/// Marks from the end, so that what only a dropped step reads is dropped, too.
+size_t MarkUnread(const SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+{
+    size_t nDropped = 0;
+    for (size_t n = code.vSteps.size(); n-- > 0;)
+    {
+        const SMicroOp& step = code.vSteps[n];
+        const bool bLane = step.eKind == MICRO_LANE_FAST || step.eKind == MICRO_LANE_SLOW;
+        // An operation of one result has row 0 for the second.
+        const bool bSecondRead = step.rows.d[1] != 0 && vReads[step.rows.d[1]] != 0;
+        if (!bLane || vReads[step.rows.d[0]] != 0 || bSecondRead)
+            continue;
+        vDropped[n] = 1;
+        ++nDropped;
+        ForEachRead(code, step, [&vReads](uint32_t nRow) { --vReads[nRow]; });
+    }
+    return nDropped;
+}
+
+} // namespace
+
 std::vector<uint32_t> CountReads(const SCode& code)
 {
     std::vector<uint32_t> vReads(code.nRows, 0);
@@ -113,32 +133,10 @@ std::vector<uint32_t> CountReads(const SCode& code)
     return vReads;
 }
 
-/// Marks from the end, so that what only a dropped step reads is dropped, too.
-size_t MarkUnread(const SCode& code, std::vector<char>& vDropped)
-{
-    std::vector<uint32_t> vReads = CountReads(code);
-    size_t nDropped = 0;
-    for (size_t n = code.vSteps.size(); n-- > 0;)
-    {
-        const SMicroOp& step = code.vSteps[n];
-        const bool bLane = step.eKind == MICRO_LANE_FAST || step.eKind == MICRO_LANE_SLOW;
-        // An operation of one result has row 0 for the second.
-        const bool bSecondRead = step.rows.d[1] != 0 && vReads[step.rows.d[1]] != 0;
-        if (!bLane || vReads[step.rows.d[0]] != 0 || bSecondRead)
-            continue;
-        vDropped[n] = 1;
-        ++nDropped;
-        ForEachRead(code, step, [&vReads](uint32_t nRow) { --vReads[nRow]; });
-    }
-    return nDropped;
-}
-
-} // namespace
-
-void DropUnreadSteps(SCode& code)
+void DropUnreadSteps(SCode& code, std::vector<uint32_t>& vReads)
 {
     std::vector<char> vDropped(code.vSteps.size(), 0);
-    if (MarkUnread(code, vDropped) == 0)
+    if (MarkUnread(code, vReads, vDropped) == 0)
         return;
     std::vector<uint32_t> vPlaces(code.vSteps.size() + 1, 0);
     uint32_t nKept = 0;
@@ -160,19 +158,25 @@ void DropUnreadSteps(SCode& code)
         nEntry = vPlaces[nEntry];
 }
 
-void KeepRowsToClear(SCode& code)
+void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
 {
     enum EUse : char
     {
+        NotAsked,
         Unseen,
         ReadFirst,
         WrittenFirst
     };
-    const std::vector<uint32_t> vReads = CountReads(code);
-    std::vector<char> vUse(code.nRows, Unseen);
+    std::vector<char> vUse(code.nRows, NotAsked);
+    size_t nLeft = 0;
+    for (const uint32_t nRow : code.vClearRows)
+    {
+        vUse[nRow] = vReads[nRow] != 0 ? Unseen : NotAsked;
+        nLeft += vReads[nRow] != 0 ? 1 : 0;
+    }
     std::vector<uint32_t> vReturns;
     uint32_t nStep = code.vBodyEntries[0];
-    for (size_t nBudget = code.vSteps.size(); nBudget > 0; --nBudget)
+    for (size_t nBudget = code.vSteps.size(); nBudget > 0 && nLeft > 0; --nBudget)
     {
         const SMicroOp& step = code.vSteps[nStep++];
         if (step.eKind == MICRO_CALL && !(step.nFlags & s_nFlagConditional))
@@ -190,14 +194,18 @@ void KeepRowsToClear(SCode& code)
         const bool bStraight = step.eKind <= MICRO_ENTER || step.eKind >= MICRO_BARRIER;
         if (!bStraight)
             break;
-        const auto mark = [&vUse](EUse eUse) {
-            return [&vUse, eUse](uint32_t nRow)
-            { vUse[nRow] = vUse[nRow] == Unseen ? static_cast<char>(eUse) : vUse[nRow]; };
+        const auto mark = [&vUse, &nLeft](EUse eUse)
+        {
+            return [&vUse, &nLeft, eUse](uint32_t nRow)
+            {
+                nLeft -= vUse[nRow] == Unseen ? 1 : 0;
+                vUse[nRow] = vUse[nRow] == Unseen ? static_cast<char>(eUse) : vUse[nRow];
+            };
         };
         ForEachRead(code, step, mark(ReadFirst));
         ForEachWritten(code, step, mark(WrittenFirst));
     }
-    const auto isClean = [&](uint32_t nRow) { return vReads[nRow] == 0 || vUse[nRow] == WrittenFirst; };
+    const auto isClean = [&](uint32_t nRow) { return vUse[nRow] == NotAsked || vUse[nRow] == WrittenFirst; };
     code.vClearRows.erase(std::remove_if(code.vClearRows.begin(), code.vClearRows.end(), isClean),
                           code.vClearRows.end());
 }

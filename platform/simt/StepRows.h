@@ -1,18 +1,24 @@
 #ifndef KESTREL_PLATFORM_SIMT_STEPROWS_H
 #define KESTREL_PLATFORM_SIMT_STEPROWS_H
 
+#include <vector>
+
 #include "platform/simt/Program.h"
 
 namespace KestrelPlatform
 {
 
+/// By row: how many places read it. What is found at run time counts as read.
+std::vector<uint32_t> CountReads(const SCode& code);
+
 /// Takes out lane operations whose results nothing reads: kernels compute ids of three components and use one. Not for
 /// traced code, whose results are shown.
-void DropUnreadSteps(SCode& code);
+/// \param vReads as CountReads gives it; those of the steps that go are taken off
+void DropUnreadSteps(SCode& code, std::vector<uint32_t>& vReads);
 
 /// Registers read as 0 until they are written. Most are written before anything reads them, by the straight code at the
 /// start, for all work-items; only the others stay among the rows to clear.
-void KeepRowsToClear(SCode& code);
+void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads);
 
 } // namespace KestrelPlatform
 
