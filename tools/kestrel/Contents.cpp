@@ -12,6 +12,36 @@ namespace KestrelTool
 namespace
 {
 
+#ifdef KESTREL_MAX_CONTENTS_BYTES
+constexpr size_t s_nMaxContents = KESTREL_MAX_CONTENTS_BYTES;
+#else
+/// Larger than any device's memory object, and small enough for the client's own copy.
+constexpr size_t s_nMaxContents = size_t(4) << 30;
+#endif
+
+/// Refuses contents that nothing can hold, before memory is taken for them.
+size_t ContentsSize(const CJsonField& field, size_t nElements, const SElementType& type)
+{
+    if (nElements > s_nMaxContents / type.nSize)
+    {
+        field.Fail("describes " + std::to_string(nElements) + " elements, more than " + std::to_string(s_nMaxContents) +
+                   " bytes");
+    }
+    return nElements * type.nSize;
+}
+
+/// A number as an element. Integers wrap into their type, as those of C do, but have to be numbers of 64 bits.
+void StoreNumber(const CJsonField& field, const SElementType& type, unsigned char* pElement)
+{
+    const double fValue = field.AsNumber();
+    const bool bFits = type.eKind == SElementType::Float || (fValue >= -0x1p63 && fValue < 0x1p64);
+    if (!bFits)
+    {
+        field.Fail("is no number of 64 bits");
+    }
+    StoreElement(type, fValue, pElement);
+}
+
 /// The value of the element at an index.
 typedef std::function<double(size_t)> Pattern;
 
@@ -33,7 +63,10 @@ Pattern ReadPattern(const CJsonField& field, const SElementType& type)
     field.AllowOnly({"constant", "random"});
     if (field.Has("constant"))
     {
-        const double fConstant = field.At("constant").AsNumber();
+        const CJsonField constant = field.At("constant");
+        unsigned char element[sizeof(double)];
+        StoreNumber(constant, type, element);
+        const double fConstant = constant.AsNumber();
         return [=](size_t) { return fConstant; };
     }
     // The engine's sequence is fixed by the language; the scaling is our own, since the standard
@@ -75,7 +108,7 @@ std::vector<unsigned char> ReadValues(const CJsonField& field, const SElementTyp
     std::vector<unsigned char> vBytes(nCount * type.nSize);
     for (size_t i = 0; i < nCount; ++i)
     {
-        StoreElement(type, field.At(i).AsNumber(), &vBytes[i * type.nSize]);
+        StoreNumber(field.At(i), type, &vBytes[i * type.nSize]);
     }
     return vBytes;
 }
@@ -93,7 +126,7 @@ std::vector<unsigned char> ReadContents(const CJsonField& field, const SElementT
     {
         const size_t nCount = nElements ? *nElements : field.At("count").AsCount();
         Pattern pattern = ReadPattern(field.At("fill"), type);
-        vBytes.resize(nCount * type.nSize);
+        vBytes.resize(ContentsSize(field, nCount, type));
         for (size_t i = 0; i < nCount; ++i)
         {
             StoreElement(type, pattern(i), &vBytes[i * type.nSize]);
@@ -101,10 +134,11 @@ std::vector<unsigned char> ReadContents(const CJsonField& field, const SElementT
         return vBytes;
     }
     vBytes = field.Has("values") ? ReadValues(field.At("values"), type) : FromFile(field.At("file"));
-    if (vBytes.empty() || (nElements && vBytes.size() != *nElements * type.nSize))
+    const size_t nBytes = nElements ? ContentsSize(field, *nElements, type) : vBytes.size();
+    if (vBytes.empty() || vBytes.size() != nBytes)
     {
         field.Fail("describes " + std::to_string(vBytes.size()) + " bytes" +
-                   (nElements ? ", but takes " + std::to_string(*nElements * type.nSize) : ""));
+                   (nElements ? ", but takes " + std::to_string(nBytes) : ""));
     }
     return vBytes;
 }

@@ -140,9 +140,17 @@ std::string ResolvePath(const CJsonField& field)
 std::string ReadWholeFile(const CJsonField& field)
 {
     const std::filesystem::path path = ResolvePath(field);
-    if (std::filesystem::is_directory(path))
+    // What has no state, for instance because its name is too long, can't be read either.
+    std::error_code error;
+    const std::filesystem::file_type type = std::filesystem::status(path, error).type();
+    if (type == std::filesystem::file_type::directory)
     {
         field.Fail("names a folder: " + path.string());
+    }
+    // A device may have no end.
+    if (type == std::filesystem::file_type::character || type == std::filesystem::file_type::block)
+    {
+        field.Fail("names a device: " + path.string());
     }
     try
     {

@@ -81,6 +81,19 @@ SArgument ReadValue(const CJsonField& field)
     return argument;
 }
 
+/// Each extent has 32 bits, so that two of them can't overflow and a third one can.
+size_t CountTexels(const CJsonField& field, const SArgument& image)
+{
+    constexpr size_t nMaxTexels = size_t(1) << 40;
+    const size_t nPlane = image.nWidth * image.nHeight;
+    const size_t nPlanes = image.nDepth == 0 ? 1 : image.nDepth;
+    if (nPlane > nMaxTexels / nPlanes)
+    {
+        field.Fail("is larger than any image");
+    }
+    return nPlane * nPlanes;
+}
+
 SArgument ReadImage(const CJsonField& field)
 {
     field.AllowOnly({"order", "channel", "width", "height", "depth", "fill", "values", "file", "expect", "save"});
@@ -94,8 +107,7 @@ SArgument ReadImage(const CJsonField& field)
     argument.nWidth = field.At("width").AsCount();
     argument.nHeight = field.At("height").AsCount();
     argument.nDepth = field.Has("depth") ? field.At("depth").AsCount() : 0;
-    const size_t nTexels = argument.nWidth * argument.nHeight * (argument.nDepth == 0 ? 1 : argument.nDepth);
-    argument.vContents = ReadContents(field, *argument.pType, nTexels * order.nChannels);
+    argument.vContents = ReadContents(field, *argument.pType, CountTexels(field, argument) * order.nChannels);
     argument.vExpected = ReadExpectation(field, *argument.pType, argument.vContents.size());
     argument.strSave = ReadSavePath(field);
     return argument;
