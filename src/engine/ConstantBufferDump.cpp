@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 /// Only the device knows the addresses that the arguments got: they are set up at launch, in constant buffer 1. So each
 /// session begins with a run of a kernel made for the purpose, which has the client's arguments and copies that buffer
@@ -108,9 +109,8 @@ bool CShaderDebuggerShaderIL::DumpKernelABIConstantBuffer()
         SD_Log(GetHost(), logERROR, "Failed to create cb1 dump kernel.");
         return false;
     }
-    const bool bDumped = RunCBDump(pDumpCBKernel, nSize);
-    std::free(pDumpCBKernel);
-    return bDumped;
+    const std::unique_ptr<IL, void (*)(void*)> pOwned(pDumpCBKernel, &std::free);
+    return RunCBDump(pDumpCBKernel, nSize);
 }
 
 bool CShaderDebuggerShaderIL::RunCBDump(IL* pDumpCBKernel, size_t nSize)
@@ -164,7 +164,7 @@ bool CShaderDebuggerShaderIL::CreateCBDumpShader(IL** ppPatchedKernel, size_t* p
     }
     CSource src(GetDebugger(), m_vTokens.data(), m_vTokens.size());
     CDest dest(GetDebugger(), m_vTokens.size());
-    if (!CreateCBDumpShaderIL(src, dest, strKernelName, nUniqueID, nFuncLabel))
+    if (!CreateCBDumpShaderIL(src, dest, strKernelName, nUniqueID, nFuncLabel) || dest.HasLostTokens())
     {
         SD_Log(GetHost(), logERROR, "Failed to patch IL");
         return false;
@@ -175,9 +175,9 @@ bool CShaderDebuggerShaderIL::CreateCBDumpShader(IL** ppPatchedKernel, size_t* p
     {
         return false;
     }
+    LogCBDump(dest);
     *pSize = m_bIsElf ? vImage.size() : nTokenBytes;
     *ppPatchedKernel = CopyImage(m_bIsElf ? static_cast<const void*>(vImage.data()) : dest.GetStream(), *pSize);
-    LogCBDump(dest);
     return *ppPatchedKernel != nullptr || RefuseForMemory();
 }
 

@@ -113,7 +113,7 @@ public:
     /// Starts empty, with room for nInitialTokenCount tokens. A failed allocation is logged, and shows as a capacity
     /// of 0.
     COutputTokenStream(IShaderDebugger* pDebugger, std::size_t nInitialTokenCount)
-        : CTokenStream<T>(pDebugger, 0), m_nTokensWritten(0)
+        : CTokenStream<T>(pDebugger, 0), m_nTokensWritten(0), m_bHasLostTokens(false)
     {
         SD_AssertText(this->GetHost(), Resize(nInitialTokenCount), "Resize(nInitialTokenCount)");
     }
@@ -124,6 +124,7 @@ public:
         if (m_nTokensWritten == this->m_nTokenCount &&
             !Resize(this->m_nTokenCount != 0 ? 2 * this->m_nTokenCount : 100))
         {
+            m_bHasLostTokens = true;
             return false;
         }
 
@@ -185,6 +186,8 @@ public:
     const T* GetStream() const override { return m_ptStream.get(); }
     const T* GetStreamPos() const override { return m_ptStream.get() + m_nTokensWritten; }
     std::size_t GetTokensWritten() const { return m_nTokensWritten; }
+    /// Whether tokens are missing because growth failed at some time, so that nobody may run what is here.
+    bool HasLostTokens() const { return m_bHasLostTokens; }
 
 private:
     /// No array can have more.
@@ -201,6 +204,7 @@ private:
 
         if (this->m_nTokenCount <= nNeeded && !Resize(NextPowerOfTwo(nNeeded)))
         {
+            m_bHasLostTokens = true;
             return false;
         }
 
@@ -211,6 +215,7 @@ private:
 
     std::unique_ptr<T[]> m_ptStream;
     std::size_t m_nTokensWritten;
+    bool m_bHasLostTokens;
 };
 
 } // namespace OVK_ShaderDebugger

@@ -24,7 +24,7 @@ IL* CInstrumentedShaderIL::CreatePatchedShader(ProgramCounter nTargetInstruction
     CSource src(m_pDebugger, m_vTokens.data(), m_vTokens.size());
     CDest dest(m_pDebugger, m_vTokens.size());
 
-    if (!PatchIL(src, dest, nTargetInstruction, vTargetRegs))
+    if (!PatchIL(src, dest, nTargetInstruction, vTargetRegs) || dest.HasLostTokens())
     {
         SD_Log(GetHost(), logERROR, "Failed to patch IL");
         return nullptr;
