@@ -1,5 +1,6 @@
 #include "tests/api/FailingTable.h"
 #include "tests/api/PlatformFixture.h"
+#include "tests/api/Scripts.h"
 
 #include <unistd.h>
 
@@ -24,59 +25,6 @@ uint64_t Stride()
 }
 
 const unsigned int s_nHangSeconds = 60;
-
-ovkclDebugCommand Step(ovkclDebugContext, ovkclDebugEvent)
-{
-    return OVKCLDEBUG_COMMAND_STEP;
-}
-
-/// Runs to a breakpoint near the kernel's end, goes back to where it began, and runs on.
-ovkclDebugCommand RunAndGoBack(ovkclDebugContext context, ovkclDebugEvent eEvent)
-{
-    static int s_nHalts = 0;
-    if (eEvent == OVKCLDEBUG_EVENT_STARTED)
-    {
-        s_nHalts = 0;
-        ovkclDebugSetBreakpoint(context, 20, 100, nullptr);
-        return OVKCLDEBUG_COMMAND_CONTINUE;
-    }
-    return ++s_nHalts == 1 ? static_cast<ovkclDebugCommand>(OVKCLDEBUG_COMMAND_EXT_RUN_BACK)
-                           : OVKCLDEBUG_COMMAND_CONTINUE;
-}
-
-/// Tracks registers, and asks for all that a stop can show.
-ovkclDebugCommand Ask(ovkclDebugContext context, ovkclDebugEvent eEvent)
-{
-    ovkclDebugRegisterLocator locator = 0;
-    ovkclDebugUtilStringToDebugRegisterLocator(reinterpret_cast<const cl_char*>("r1"), &locator);
-    if (eEvent == OVKCLDEBUG_EVENT_STARTED)
-    {
-        ovkclDebugSetTrackingRegisters(context, &locator, 1);
-    }
-    size_t nSize = 0;
-    size_t nStride = 0;
-    const void* pValues = nullptr;
-    const cl_bool* pMask = nullptr;
-    char bytes[256];
-    ovkclDebugGetKernelBinarySize(context, &nSize);
-    ovkclDebugGetExecutionMask(context, &pMask, &nSize);
-    ovkclDebugGetRegisterValues(context, locator, &pValues, &nSize, &nStride);
-    ovkclDebugGetPrivateMemoryValues(context, 0, 4, bytes, &nSize);
-    ovkclDebugGetGlobalMemoryValues(context, 10, 0, 4, bytes, &nSize);
-    return OVKCLDEBUG_COMMAND_STEP;
-}
-
-struct SScript
-{
-    const char* pszName;
-    ovkclDebugCommand (*pfnClient)(ovkclDebugContext, ovkclDebugEvent);
-    bool bIntercept;
-};
-
-std::ostream& operator<<(std::ostream& stream, const SScript& script)
-{
-    return stream << script.pszName;
-}
 
 class EveryCall : public CPlatformFixture, public testing::WithParamInterface<SScript>
 {
@@ -176,10 +124,5 @@ TEST_P(EveryCall, CanFailOnceAndForEver)
                 static_cast<unsigned long long>(nRefused));
 }
 
-INSTANTIATE_TEST_SUITE_P(Sessions, EveryCall,
-                         testing::Values(SScript{"StepsIntercepted", &Step, true},
-                                         SScript{"StepsBlocking", &Step, false},
-                                         SScript{"RunsIntercepted", &RunAndGoBack, true},
-                                         SScript{"RunsBlocking", &RunAndGoBack, false},
-                                         SScript{"AsksIntercepted", &Ask, true}, SScript{"AsksBlocking", &Ask, false}),
+INSTANTIATE_TEST_SUITE_P(Sessions, EveryCall, testing::ValuesIn(GetScripts()),
                          [](const testing::TestParamInfo<SScript>& info) { return std::string(info.param.pszName); });

@@ -1,5 +1,7 @@
 #include "tests/api/FailingTable.h"
 
+#include "tests/api/WrapTable.h"
+
 #include <atomic>
 #include <cstring>
 #include <tuple>
@@ -64,36 +66,20 @@ struct SFailing<pEntry, Result(CL_API_CALL*)(Parameters...)>
         }
     }
 
+    static void Prepare(const char* pszName)
+    {
+        s_bRelease = std::strncmp(pszName, "Release", 7) == 0 || std::strcmp(pszName, "EnqueueUnmapMemObject") == 0;
+    }
+
     static inline bool s_bRelease = false;
 };
-
-/// Entries of other families than OpenCL's own have no type here.
-template <auto pEntry, typename Other>
-void Wrap(cl_icd_dispatch&, const char*, Other cl_icd_dispatch::*)
-{
-}
-
-template <auto pEntry, typename Result, typename... Parameters>
-void Wrap(cl_icd_dispatch& table, const char* pszName, Result (CL_API_CALL* cl_icd_dispatch::*)(Parameters...))
-{
-    typedef SFailing<pEntry, Result(CL_API_CALL*)(Parameters...)> Failing;
-    Failing::s_bRelease =
-        std::strncmp(pszName, "Release", 7) == 0 || std::strcmp(pszName, "EnqueueUnmapMemObject") == 0;
-    if (table.*pEntry != nullptr)
-    {
-        table.*pEntry = &Failing::Call;
-    }
-}
 
 } // namespace
 
 cl_icd_dispatch Make(const cl_icd_dispatch& real)
 {
     s_Real = real;
-    cl_icd_dispatch table = real;
-#define CL_ICD_ENTRY(family, name) Wrap<&cl_icd_dispatch::cl##name>(table, #name, &cl_icd_dispatch::cl##name);
-#include "modules/CLEntryPoints.def"
-    return table;
+    return WrapTable::Wrap<SFailing>(real);
 }
 
 void Fail(uint64_t nCall, cl_int nCode, bool bForEver)

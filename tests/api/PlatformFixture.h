@@ -168,9 +168,7 @@ protected:
         m_vEvents.clear();
         const size_t nGlobal = s_nItems;
         cl_event event = nullptr;
-        const cl_int nCode =
-            ovkclDebugEnqueueNDRangeKernel(m_queue, m_kernel, 1, nullptr, &nGlobal, nLocal != 0 ? &nLocal : nullptr, 0,
-                                           nullptr, &event, &CPlatformFixture::OnEvent, this);
+        const cl_int nCode = Enqueue(nGlobal, nLocal != 0 ? &nLocal : nullptr, event);
         if (event != nullptr)
         {
             m_nWaitCode = Cl().clWaitForEvents(1, &event);
@@ -178,6 +176,14 @@ protected:
         }
         return nCode;
     }
+
+    /// The call into the library, and what the client does when it is called back.
+    virtual cl_int Enqueue(size_t nGlobal, const size_t* pLocal, cl_event& event)
+    {
+        return ovkclDebugEnqueueNDRangeKernel(m_queue, m_kernel, 1, nullptr, &nGlobal, pLocal, 0, nullptr, &event,
+                                              &CPlatformFixture::OnEvent, this);
+    }
+    virtual void Note(ovkclDebugEvent eEvent) { m_vEvents.push_back(eEvent); }
 
     std::vector<float> ReadOutput()
     {
@@ -212,7 +218,7 @@ private:
     static ovkclDebugCommand CL_CALLBACK OnEvent(ovkclDebugContext context, ovkclDebugEvent eEvent, void* pUser)
     {
         CPlatformFixture& fixture = *static_cast<CPlatformFixture*>(pUser);
-        fixture.m_vEvents.push_back(eEvent);
+        fixture.Note(eEvent);
         return fixture.m_client(context, eEvent);
     }
 
