@@ -161,18 +161,26 @@ bool IsWordCharacter(char c)
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
-/// Whether the text at a place isn't a part of a longer word.
-bool IsWord(const std::string& strText, size_t nBegin, const std::string& strFind)
+/// A text that is looked for, and what is to stand in its place.
+struct SReplacement
 {
-    const size_t nEnd = nBegin + strFind.size();
-    const bool bGoesBack = nBegin > 0 && IsWordCharacter(strText[nBegin - 1]) && IsWordCharacter(strFind.front());
-    const bool bGoesOn = nEnd < strText.size() && IsWordCharacter(strText[nEnd]) && IsWordCharacter(strFind.back());
+    const std::string& strFind;
+    const std::string& strReplaceWith;
+};
+
+/// Whether a text between two places of another would run into what is around it.
+bool IsWord(const std::string& strText, size_t nBegin, size_t nEnd, const std::string& strBetween)
+{
+    const bool bGoesBack = nBegin > 0 && IsWordCharacter(strText[nBegin - 1]) && IsWordCharacter(strBetween.front());
+    const bool bGoesOn = nEnd < strText.size() && IsWordCharacter(strText[nEnd]) && IsWordCharacter(strBetween.back());
     return !bGoesBack && !bGoesOn;
 }
 
-/// Finds a text in one line, as a word that doesn't stand inside a comment; it may be one itself.
-size_t FindInLine(const std::string& strText, size_t nLineBegin, size_t nLineEnd, const std::string& strFind)
+/// Finds a text in one line, as a word that doesn't stand inside a comment; it may be one itself. What replaces it has
+/// to be a word there, too, so that it is found again.
+size_t FindInLine(const std::string& strText, size_t nLineBegin, size_t nLineEnd, const SReplacement& replacement)
 {
+    const std::string& strFind = replacement.strFind;
     const char* pText = strText.data();
     const char* pLineEnd = pText + nLineEnd;
     const char* pComment = std::find(pText + nLineBegin, pLineEnd, ';');
@@ -186,9 +194,11 @@ size_t FindInLine(const std::string& strText, size_t nLineBegin, size_t nLineEnd
         {
             return std::string::npos;
         }
-        if (IsWord(strText, static_cast<size_t>(pFound - pText), strFind))
+        const auto nFound = static_cast<size_t>(pFound - pText);
+        const size_t nEnd = nFound + strFind.size();
+        if (IsWord(strText, nFound, nEnd, strFind) && IsWord(strText, nFound, nEnd, replacement.strReplaceWith))
         {
-            return static_cast<size_t>(pFound - pText);
+            return nFound;
         }
         pFrom = pFound + 1;
     }
@@ -200,7 +210,7 @@ bool ReplaceInText(std::string& strText, const std::string& strFind, const std::
     for (size_t nLineBegin = 0; nLineBegin < strText.size();)
     {
         const size_t nLineEnd = std::min(strText.find('\n', nLineBegin), strText.size());
-        const size_t nFound = FindInLine(strText, nLineBegin, nLineEnd, strFind);
+        const size_t nFound = FindInLine(strText, nLineBegin, nLineEnd, {strFind, strReplaceWith});
         if (nFound != std::string::npos)
         {
             strText.replace(nFound, strFind.size(), strReplaceWith);

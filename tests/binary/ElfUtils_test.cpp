@@ -172,6 +172,8 @@ TEST(ElfUtils, TheEntryIsPatchedAndUnpatched)
         {"k", "; as in ;$$$$$$$$$$ or call 12\n;$$$$$$$$$$", "; as in ;$$$$$$$$$$ or call 12\ncall 12"},
         {"k", "call 12\n", ""},
         {"k", ";$$$$$$$$$", ""},
+        {"k", "l1;$$$$$$$$$$\n", ""}, // the call would run into the word
+        {"k", ";$$$$$$$$$$x\na ;$$$$$$$$$$-\n", ";$$$$$$$$$$x\na call 12-\n"},
         {"k", "", ""},
         {"nobody", ";$$$$$$$$$$", ""},
         {"k_2", "mcall 1\ncall 12\ncall 1x\n;$$$$$$$$$$", "mcall 1\ncall 12\ncall 1x\ncall 1"},

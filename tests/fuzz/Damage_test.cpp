@@ -141,7 +141,7 @@ TEST_P(Damage, TheDebuggerRefusesOrPatches)
     CWatch watch;
     size_t nPatched = 0;
     const size_t nPeak = PeakKiB();
-    const size_t nTried = DamagedSeeds::Damage(Seed(), Stride(s_bSanitized ? 29 : 3),
+    const size_t nTried = DamagedSeeds::Damage(Seed(), Stride(s_bSanitized ? 29 : 7),
                                                [&](const std::string& strWhat, const std::vector<char>& vImage)
                                                {
                                                    watch.Begin(strWhat);
@@ -162,7 +162,7 @@ TEST_P(Damage, TheRuntimeRefusesOrRuns)
     CWatch watch;
     const size_t nPeak = PeakKiB();
     size_t nRan = 0;
-    const size_t nTried = DamagedSeeds::Damage(Seed(), Stride(s_bSanitized ? 29 : 3),
+    const size_t nTried = DamagedSeeds::Damage(Seed(), Stride(s_bSanitized ? 29 : 7),
                                                [&](const std::string& strWhat, const std::vector<char>& vImage)
                                                {
                                                    watch.Begin(strWhat);
