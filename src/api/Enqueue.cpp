@@ -23,6 +23,15 @@ cl_int Refuse(cl_int nCode, const char* pszReason)
     return nCode;
 }
 
+/// Whether what a session makes can be released again. A client's table, or a runtime, may be incomplete.
+bool CanRelease()
+{
+    const OpenCLModule& cl = g_CLDispatchTable;
+    return cl.ReleaseContext != nullptr && cl.ReleaseCommandQueue != nullptr && cl.ReleaseProgram != nullptr &&
+           cl.ReleaseKernel != nullptr && cl.ReleaseMemObject != nullptr && cl.ReleaseEvent != nullptr &&
+           cl.EnqueueUnmapMemObject != nullptr;
+}
+
 /// Whether launches of this queue can be debugged at all. \param device  receives the queue's device
 cl_int CheckQueue(cl_command_queue queue, cl_device_id& device)
 {
@@ -84,6 +93,10 @@ cl_int EnqueueDebugged(const SEnqueueArguments& arguments, ovkclDebugCallback ca
     if (nCode != CL_SUCCESS)
     {
         return nCode;
+    }
+    if (!CanRelease())
+    {
+        return Refuse(OVKCLDEBUG_ENQUEUE_FAILED, "The runtime lacks a function that releases.");
     }
     if (!IsKernelDebuggable(arguments.kernel, device))
     {
