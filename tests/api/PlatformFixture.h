@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -55,9 +56,11 @@ protected:
         return s_table;
     }
 
+    /// Opens the platform in the folder of KESTREL_TEST_PLATFORM, or the one that was built.
     static void* Runtime()
     {
-        static void* const s_pRuntime = OpenPlatform(KESTREL_PLATFORM_DIR, &Cl());
+        const char* pszFolder = std::getenv("KESTREL_TEST_PLATFORM");
+        static void* const s_pRuntime = OpenPlatform(pszFolder != nullptr ? pszFolder : KESTREL_PLATFORM_DIR, &Cl());
         return s_pRuntime;
     }
 
@@ -139,7 +142,10 @@ protected:
         }
         if (m_kernel != nullptr)
         {
-            ovkclInterceptReleaseKernel(m_kernel);
+            if (ovkclInterceptReleaseKernel(m_kernel) != CL_SUCCESS)
+            {
+                Cl().clReleaseKernel(m_kernel);
+            }
             m_kernel = nullptr;
         }
         if (m_program != nullptr)

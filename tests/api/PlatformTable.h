@@ -19,7 +19,7 @@ inline void* OpenPlatform(const char* pszFolder, cl_icd_dispatch* pTable)
     {
         char szPath[4096];
         snprintf(szPath, sizeof(szPath), "%s/%s", pszFolder, libraries[i]);
-        pRuntime = dlopen(szPath, RTLD_NOW | RTLD_LOCAL);
+        pRuntime = dlopen(szPath, RTLD_LAZY | RTLD_LOCAL);
         if (pRuntime == NULL)
         {
             fprintf(stderr, "%s\n", dlerror());
