@@ -104,6 +104,14 @@ TEST_F(LaunchFile, NamesTheFieldThatIsWrong)
         {R"({"program": "k.il", "kernel": "k", "global": [4], "local": [2, 2]})", "local must have as many"},
         {R"({"program": "k.il", "kernel": "k", "global": [4], "offset": [-1]})", "offset[0] must be a whole number"},
         {R"({"program": "k.il", "kernel": "k", "global": [4], "colour": 1})", "colour is not a field"},
+        {R"({"program": "k.il", "kernel": 3})", "kernel must be a text"},
+        {R"({"program": "k.il", "kernel": "k", "global": [1, 1, 1, 1]})", "global must have one to three numbers"},
+        {R"({"program": "k.il", "kernel": "k", "global": ["4"]})", "global[0] must be a number"},
+        {R"({"program": "k.il", "kernel": "k", "global": [1e300]})", "global[0] must be a whole number"},
+        {R"({"program": "k.il", "kernel": "k", "global": [4], "local": [0]})", "local[0] must not be 0"},
+        {R"({"program": "k.il", "kernel": "k", "global": [4], "local": null})", "local must be a list"},
+        {R"({"program": "k.il", "kernel": "k", "global": [4], "device": 1})", "device must be a text"},
+        {R"({"program": "k.il", "kernel": "k", "global": [4], "options": []})", "options must be a text"},
         {R"({"program": "k.il", "kernel": "k", "global": [4], "args": 1})", "args must be a list"},
     };
     for (const SWrong& wrong : launches)
@@ -124,6 +132,14 @@ TEST_F(LaunchFile, NamesTheFieldThatIsWrong)
         {R"({"buffer": {"type": "int", "file": "none.bin"}})", "args[0].buffer.file names a file that can't be read"},
         {R"({"buffer": {"type": "int", "values": [1, 2], "expect": [1]}})", "args[0].buffer.expect describes 4 bytes"},
         {R"({"buffer": {"type": "int", "values": [1], "save": 7}})", "args[0].buffer.save must be a text"},
+        {R"({"buffer": []})", "args[0].buffer must be an object"},
+        {R"({"buffer": {"type": 4}})", "args[0].buffer.type must be a text"},
+        {R"({"buffer": {"type": "int", "count": -1, "fill": "zero"}})", "args[0].buffer.count must be a whole number"},
+        {R"({"buffer": {"type": "int", "count": 4, "fill": {"iota": 1}}})", "args[0].buffer.fill.iota is not a field"},
+        {R"({"buffer": {"type": "int", "values": [1], "expect": {"file": "none.bin"}}})",
+         "args[0].buffer.expect.file names a file that can't be read"},
+        {R"({"buffer": {"type": "int", "values": [1], "expect": [true]}})",
+         "args[0].buffer.expect[0] must be a number"},
         {R"({"same": 0})", "args[0].same must be the index of an earlier buffer or image"},
         {R"({"local": 0})", "args[0].local must not be 0"},
         {R"({"null": "sampler"})", "args[0].null must be \"buffer\" or \"image\""},
@@ -156,4 +172,15 @@ TEST_F(LaunchFile, WorksOutContents)
     EXPECT_EQ(launch.vArguments[3].vContents, (std::vector<unsigned char>{0xFF, 0xFF}));
     EXPECT_EQ(launch.vArguments[4].nLocalBytes, 64u);
     EXPECT_EQ(launch.vArguments[5].eKind, SArgument::NullImage);
+}
+
+TEST_F(LaunchFile, CutOffAnywhereGetsAComplaint)
+{
+    const std::string strWhole = R"({"program": "k.il", "kernel": "k", "global": [4], "local": [2],
+        "args": [{"buffer": {"type": "int", "values": [1, 2], "expect": [1, 2]}}, {"local": 64}]})";
+    ASSERT_EQ(Complain(strWhole), "none");
+    for (size_t n = 0; n < strWhole.size(); ++n)
+    {
+        EXPECT_NE(Complain(strWhole.substr(0, n)), "none") << n;
+    }
 }

@@ -235,3 +235,97 @@ TEST_F(Prompt, IsInterruptedAndShowsProgress)
     }
     std::filesystem::remove_all(strFolder);
 }
+
+/// A kernel whose every run takes seconds: nothing can be stopped at inside it, so an interrupt has to wait.
+class LongRuns : public Prompt
+{
+protected:
+    LongRuns() : m_strFolder(testing::TempDir() + "kestrel_long_" + std::to_string(getpid()))
+    {
+        std::filesystem::create_directories(m_strFolder);
+        std::ofstream(m_strFolder + "/spin.il") << R"(;ARGSTART:__OpenCL_spin_kernel
+;version:3:1:104
+;device:quench
+;uniqueid:1024
+;memory:64bitABI
+;pointer:out:i32:1:1:0:uav:10:4:RW:0:0
+;function:1:1030
+;ARGEND:__OpenCL_spin_kernel
+il_cs_2_0
+dcl_cb cb0[10]
+dcl_cb cb1[1]
+dcl_literal l0, 2, 1, 0, )" << s_nPasses << R"(
+;$$$$$$$$$$
+endmain
+func 1024
+;__OpenCL_spin_kernel
+dcl_max_thread_per_group 256
+dcl_typeless_uav_id(10)_stride(4)_length(4)
+mov r1.x, l0.z
+mov r4.x, l0.z
+whileloop
+ige r2.x, r1.x, l0.w
+break_logicalnz r2.x
+iadd r1.x, r1.x, l0.y
+endloop
+iadd r3.x, r1.x, l0.y
+iadd r4.x, r3.x, l0.y
+iadd r5.x, r4.x, l0.y
+uav_raw_store_id(10)_addr64 mem0.x, cb1[0].xy, r5.x
+ret
+endfunc
+end
+)";
+        std::ofstream(m_strFolder + "/spin.json")
+            << R"({"program": "spin.il", "kernel": "spin", "global": [1], "local": [1],
+                   "args": [{"buffer": {"type": "int", "count": 1, "fill": "zero"}}]})";
+    }
+    ~LongRuns() override { std::filesystem::remove_all(m_strFolder); }
+
+    static constexpr int s_nPasses = 3000000;
+    const std::string m_strFolder;
+};
+
+TEST_F(LongRuns, SayWhatAnInterruptWaitsForAndAreGivenUpByASecondOne)
+{
+    CTerminal terminal(m_strFolder + "/spin.json", "");
+    terminal.ReadTo(s_strPrompt);
+    terminal.Do("break 22");
+    terminal.Type("run\n");
+    EXPECT_TRUE(Holds(terminal.ReadTo(" of about "), "kernel run "));
+    terminal.Type("\x03");
+    terminal.ReadTo("interrupt asked; waiting for kernel run ");
+    // No to the question, then yes.
+    terminal.Type("\x03");
+    terminal.ReadTo("Give up waiting? The session ends, the breakpoints stay. (y or n) ");
+    terminal.Type("n\n");
+    terminal.ReadTo("interrupt asked; waiting for kernel run ");
+    terminal.Type("\x03");
+    terminal.ReadTo("(y or n) ");
+    terminal.Type("y\n");
+    EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "given up: the session has ended"));
+    EXPECT_TRUE(Holds(terminal.Do("step"), "the kernel isn't running"));
+    EXPECT_TRUE(Holds(terminal.Do("info breakpoints"), "22"));
+    // Kernels run again.
+    terminal.Do("delete");
+    EXPECT_TRUE(Holds(terminal.Do("run"), "finished"));
+    terminal.Type("quit\n");
+    EXPECT_EQ(terminal.WaitForEnd(), 0);
+}
+
+TEST_F(LongRuns, AreLeftByAThirdInterrupt)
+{
+    CTerminal terminal(m_strFolder + "/spin.json", "");
+    terminal.ReadTo(s_strPrompt);
+    terminal.Do("break 22");
+    terminal.Type("run\n");
+    terminal.ReadTo("kernel run ");
+    terminal.Type("\x03");
+    terminal.ReadTo("interrupt asked");
+    terminal.Type("\x03");
+    terminal.ReadTo("(y or n) ");
+    terminal.Type("y\n");
+    terminal.ReadTo("given up; waiting for kernel run ");
+    terminal.Type("\x03");
+    EXPECT_EQ(terminal.WaitForEnd(), 1);
+}

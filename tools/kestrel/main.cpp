@@ -4,6 +4,7 @@
 #include "tools/kestrel/command/Manual.h"
 #include "tools/kestrel/convert/Describe.h"
 #include "tools/kestrel/convert/ProgramBuild.h"
+#include "tools/kestrel/convert/Tokens.h"
 
 #include <CLI/CLI.hpp>
 
@@ -28,7 +29,13 @@ struct SOptions
     std::string strKernel;
     std::string strBuildOptions = "-g";
     bool bNumbers = false;
+    bool bTokens = false;
 };
+
+std::string GetPlatformFolder()
+{
+    return GetBuildRoot() + "/lib/kestrel-platform";
+}
 
 CLibraries OpenLibraries(const SOptions& options)
 {
@@ -130,12 +137,21 @@ int Deliver(const SOptions& options, const std::string& strText)
 
 int Assemble(const SOptions& options)
 {
+    if (options.bTokens)
+    {
+        return Deliver(options, TextToTokens(GetPlatformFolder(), ReadFileBytes(options.strInput)));
+    }
     const std::vector<char> vBinary = ReadBinary(options);
     return Deliver(options, std::string(vBinary.begin(), vBinary.end()));
 }
 
 int Disassemble(const SOptions& options)
 {
+    const std::string strBytes = ReadFileBytes(options.strInput);
+    if (options.bTokens || IsTokens(strBytes))
+    {
+        return Deliver(options, TokensToText(GetPlatformFolder(), strBytes));
+    }
     return Deliver(options, DisassembleBinary(ReadBinary(options), options.bNumbers));
 }
 
@@ -220,6 +236,8 @@ int main(int argc, char** argv)
     pAsm->get_option("--output")->required();
     CLI::App* pDisasm = AddConverter(app, "disasm", "BINARY", "Print the IL of a kernel binary", options);
     pDisasm->add_flag("--numbers", options.bNumbers, "with the numbers of the lines");
+    pAsm->add_flag("--tokens", options.bTokens, "the IL alone, as 32-bit words, in place of a kernel binary");
+    pDisasm->add_flag("--tokens", options.bTokens, "the file holds IL as 32-bit words, whatever it looks like");
     CLI::App* pInfo = AddConverter(app, "info", "BINARY", "Show what a kernel binary holds", options);
     CLI::App* pNew = AddConverter(app, "new", "PROGRAM", "Write a launch file for a kernel, with comments", options);
     pNew->add_option("--kernel", options.strKernel, "the kernel; the first if missing");

@@ -82,10 +82,10 @@ const SCommand g_Commands[] = {
     {"info breakpoints", "b br", "", s_pszBreakpoints, "List the breakpoints with their conditions and hits.", "",
      "break 21 if any r3.x > 60\ntbreak 33\nrun\ninfo breakpoints", DoInfoBreakpoints, false, ECompletion::Nothing},
     {"info registers", "r reg", "[REGISTER...]", s_pszValues, "Show the registers of the work-item in focus.",
-     "All that have a value, or those that are named. Formats as for print.", "break 24\nrun\ninfo registers",
-     DoInfoRegisters, false, ECompletion::Register},
-    {"info memory", "mem", "", s_pszValues, "List the buffers that the kernel reaches.",
-     "An address is known once a register holds one in the buffer.", "break 16\nrun\ninfo memory", DoInfoMemory, false,
+     "All that have a value, or those that are named. Formats as for print.",
+     "break 24\nrun\ninfo registers r0 r1 r3 r4", DoInfoRegisters, false, ECompletion::Register},
+    {"info memory", "mem", "[/x]", s_pszValues, "List the buffers that the kernel reaches.",
+     "With /x also the addresses at which the kernel has them.", "break 16\nrun\ninfo memory", DoInfoMemory, false,
      ECompletion::Nothing},
     {"info kernel", "k", "", s_pszText, "Show the kernel's arguments and functions.", "", "@call_chain\ninfo kernel",
      DoInfoKernel, false, ECompletion::Nothing},
@@ -102,8 +102,8 @@ const SCommand g_Commands[] = {
 
     {"print", "p inspect", "[/FORMAT] EXPRESSION", s_pszValues,
      "Show a register, or an expression, for the work-item in focus.",
-     "Formats: f float, d int, u unsigned, x hex, g pairs of components as doubles, q pairs as 64-bit ints; without "
-     "one, "
+     "Formats: f float, d int, u unsigned, x hex, g pairs of components as doubles, q pairs as 64-bit ints, a pairs "
+     "as addresses in the kernel's buffers (out+0x10); without one, "
      "each component as the float or int that it looks like.\n"
      "Expressions have the operators of C, numbers, nan, inf, components of registers (r3.x, cb1[2].y, x1[0].w), and "
      "of the "
@@ -112,7 +112,7 @@ const SCommand g_Commands[] = {
      "$active. Components are read as floats beside a float and as ints otherwise; int(), uint(), float(), and for "
      "pairs "
      "long(r2.xy) and double(r2.xy), say it outright. Two NaNs are equal.",
-     "break 24\nrun\nprint r3\nprint/x r2.xy\nprint r3.x * 2 + 1\nprint count(r3.x > 30)", DoPrint, true,
+     "break 24\nrun\nprint r3\nprint/a r2.xy\nprint r3.x * 2 + 1\nprint count(r3.x > 30)", DoPrint, true,
      ECompletion::Register},
     {"display", "", "[/FORMAT] EXPRESSION", s_pszValues, "Print an expression at every stop.", "",
      "display r3.x\nbreak 21\nrun\nstep", DoDisplay, false, ECompletion::Register},
@@ -121,7 +121,8 @@ const SCommand g_Commands[] = {
     {"x", "", "[/NFU] PLACE", s_pszValues, "Show memory as the kernel has it at this stop.",
      "N is a count; F is d, u, x or f; U is b (1 byte), h (2), w (4) or g (8). A place is a buffer argument by its "
      "name or as "
-     "argN, with [ELEMENT] or +BYTES behind it; uavN:ADDRESS; or private:ADDRESS for private memory of the work-item "
+     "argN, with [ELEMENT] or +BYTES behind it and perhaps & in front; uavN:ADDRESS; or private:ADDRESS for private "
+     "memory of the work-item "
      "in "
      "focus. An address may be a register (r3.x, r2.xy for 64 bits). Enter shows what follows.",
      "break 34\nrun\nx/8 out\nx/2xw out[4]\nx uav10:r2.xy", DoExamine, true, ECompletion::Nothing},
@@ -129,7 +130,7 @@ const SCommand g_Commands[] = {
     {"mask", "m", "", s_pszDispatch, "Draw which work-items are active.",
      "One cell a work-item, or for a large dispatch a block of them, shaded by how many of it are active. Active is "
      "who "
-     "took part in the last step.",
+     "took part in the last step: at the end of an if those that were in it.",
      "break 21\nrun\nmask", DoMask, false, ECompletion::Nothing},
     {"grid", "g", "[/a] EXPRESSION", s_pszDispatch, "Draw values as shades, from the least to the largest.",
      "A cell of several work-items shows their mean; ! marks one with a NaN. With /a all work-items count, else the "

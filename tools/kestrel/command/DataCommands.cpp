@@ -40,7 +40,12 @@ json PrintExpression(CDebugger& debugger, const std::string& strFormat, const st
     json answer = {{"view", "print"}, {"expression", strExpression}, {"item", debugger.GetFocus()}};
     if (expression.IsOperand())
     {
-        const std::vector<std::string> vValues = FormatWords(ReadWords(debugger, expression.GetOperand()), eFormat);
+        const std::vector<uint32_t> vWords = ReadWords(debugger, expression.GetOperand());
+        std::vector<std::string> vValues = FormatWords(vWords, eFormat);
+        for (size_t i = 0; eFormat == EFormat::Address && i < vValues.size(); ++i)
+        {
+            vValues[i] = debugger.NameAddress(uint64_t(vWords[2 * i + 1]) << 32 | vWords[2 * i]);
+        }
         answer["value"] = FormatTuple(vValues);
         answer["active"] = debugger.GetActive().pActive[debugger.GetFocus()] != 0;
         return answer;
@@ -141,6 +146,11 @@ json DoInfoRegisters(CCommandContext& context)
 json DoInfoMemory(CCommandContext& context)
 {
     CDebugger& debugger = context.GetDebugger();
+    const bool bAddresses = !context.GetFormat().empty();
+    if (bAddresses && ReadFormat(context.GetFormat()) != EFormat::Hex)
+    {
+        throw CCommandError("info memory/x shows addresses; there is no other format");
+    }
     json buffers = json::array();
     const std::vector<SArgument>& vArguments = debugger.GetLaunch().GetFile().vArguments;
     for (size_t i = 0; i < debugger.GetArguments().size(); ++i)
@@ -150,20 +160,15 @@ json DoInfoMemory(CCommandContext& context)
         {
             continue;
         }
-        const SArgument& given =
-            vArguments[i].eKind == SArgument::Same ? vArguments[vArguments[i].nSame] : vArguments[i];
+        const SArgument& given = debugger.GetGiven(i);
         json buffer = {{"argument", i},
                        {"name", argument.strName},
                        {"type", argument.strType},
                        {"resource", argument.nResource},
                        {"bytes", given.vContents.size()}};
-        try
+        if (bAddresses && !given.vContents.empty())
         {
             buffer["address"] = debugger.FindAddress(i);
-        }
-        catch (const CCommandError&)
-        {
-            // No register holds it here.
         }
         buffers.push_back(buffer);
     }

@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <optional>
 
 namespace KestrelTool
 {
@@ -17,6 +18,8 @@ namespace
 {
 
 const size_t s_nMaxBytes = 1 << 20;
+const size_t s_nMaxPrivateBytes = size_t(1) << 30;
+const uint64_t s_nFarAway = uint64_t(1) << 48; ///< beyond every buffer
 
 /// "/8xw": how many, how shown, how large.
 struct SShape
@@ -85,9 +88,7 @@ struct SPlace
     bool bPrivate = false;
     unsigned int nResource = 0;
     uint64_t nAddress = 0;
-    std::string strName; ///< of an argument
-    uint64_t nBase = 0;  ///< of the argument's buffer
-    size_t nElement = 0; ///< bytes of the argument's elements
+    std::optional<size_t> argument; ///< the address counts from the start of its buffer
 };
 
 /// A number, or a register of the focused work-item: a pair is an address of 64 bits.
@@ -119,6 +120,12 @@ size_t FindArgument(CDebugger& debugger, const std::string& strName)
                         "and private:ADDRESS");
 }
 
+size_t GetElementSize(CDebugger& debugger, size_t nArgument)
+{
+    const SElementType* pType = debugger.GetGiven(nArgument).pType;
+    return pType != nullptr ? pType->nSize : 4;
+}
+
 SPlace ReadMemoryPlace(CDebugger& debugger, const std::string& strText)
 {
     SPlace place;
@@ -135,62 +142,75 @@ SPlace ReadMemoryPlace(CDebugger& debugger, const std::string& strText)
         place.nResource = place.bPrivate ? 0 : static_cast<unsigned int>(ReadNumber(strSpace.substr(3)));
         return place;
     }
-    const size_t nNameEnd = std::min(strText.find_first_of("[+"), strText.size());
-    const size_t nArgument = FindArgument(debugger, strText.substr(0, nNameEnd));
-    const SArgument& given = debugger.GetLaunch().GetFile().vArguments[nArgument];
-    place.nResource = debugger.GetArguments()[nArgument].nResource;
-    place.strName = debugger.GetArguments()[nArgument].strName;
-    place.nBase = debugger.FindAddress(nArgument);
-    place.nElement = given.pType != nullptr ? given.pType->nSize : 4;
-    uint64_t nOffset = 0;
-    if (nNameEnd < strText.size() && strText[nNameEnd] == '[')
+    const size_t nName = strText[0] == '&' ? 1 : 0;
+    const size_t nNameEnd = std::min(strText.find_first_of("[+", nName), strText.size());
+    place.argument = FindArgument(debugger, strText.substr(nName, nNameEnd - nName));
+    if (nNameEnd == strText.size())
     {
-        nOffset = ReadNumber(strText.substr(nNameEnd + 1, strText.find(']') - nNameEnd - 1)) * place.nElement;
+        return place;
     }
-    else if (nNameEnd < strText.size())
+    if (strText[nNameEnd] == '[')
     {
-        nOffset = ReadNumber(strText.substr(nNameEnd + 1));
+        const uint64_t nElement = ReadNumber(strText.substr(nNameEnd + 1, strText.find(']') - nNameEnd - 1));
+        place.nAddress = std::min<uint64_t>(nElement, s_nFarAway) * GetElementSize(debugger, *place.argument);
     }
-    place.nAddress = place.nBase + nOffset;
+    else
+    {
+        place.nAddress = ReadNumber(strText.substr(nNameEnd + 1));
+    }
     return place;
 }
 
 SShape GetShapeOf(CDebugger& debugger, const SPlace& place)
 {
     SShape shape;
-    for (size_t i = 0; i < debugger.GetArguments().size() && !place.strName.empty(); ++i)
+    const SElementType* pType = place.argument ? debugger.GetGiven(*place.argument).pType : nullptr;
+    if (pType != nullptr)
     {
-        const SArgument& given = debugger.GetLaunch().GetFile().vArguments[i];
-        if (debugger.GetArguments()[i].strName == place.strName && given.pType != nullptr)
-        {
-            shape.nSize = given.pType->nSize;
-            shape.cFormat = given.pType->eKind == SElementType::Float      ? 'f'
-                            : given.pType->eKind == SElementType::Unsigned ? 'u'
-                                                                           : 'd';
-        }
+        shape.nSize = pType->nSize;
+        shape.cFormat = pType->eKind == SElementType::Float ? 'f' : pType->eKind == SElementType::Unsigned ? 'u' : 'd';
     }
     return shape;
 }
 
 std::vector<unsigned char> ReadMemory(CDebugger& debugger, const SPlace& place, size_t nBytes)
 {
+    if (place.argument)
+    {
+        return debugger.ReadBuffer(*place.argument, place.nAddress, nBytes);
+    }
+    if (debugger.IsAtEntry())
+    {
+        throw CCommandError("in front of the first instruction only buffers can be shown, by their names");
+    }
     if (!place.bPrivate)
     {
         return debugger.GetSession().GetGlobalMemory(place.nResource, place.nAddress, nBytes);
     }
     const size_t nItems = debugger.GetExtent().Count();
+    if (nItems > s_nMaxPrivateBytes / nBytes)
+    {
+        throw CCommandError("x: private memory comes of all work-items at once; that many bytes are too much");
+    }
     const std::vector<unsigned char> vAll = debugger.GetSession().GetPrivateMemory(nItems, place.nAddress, nBytes);
     const auto itFirst = vAll.begin() + static_cast<std::ptrdiff_t>(debugger.GetFocus() * nBytes);
     return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nBytes));
 }
 
-std::string NamePlace(const SPlace& place, uint64_t nAddress)
+std::string NamePlace(CDebugger& debugger, const SPlace& place, uint64_t nAddress)
 {
-    if (!place.strName.empty())
+    if (place.bPrivate)
     {
-        return place.strName + "[" + std::to_string((nAddress - place.nBase) / place.nElement) + "]";
+        return FormatHex(nAddress);
     }
-    return FormatHex(nAddress);
+    if (!place.argument)
+    {
+        return debugger.NameAddress(nAddress);
+    }
+    const std::string& strName = debugger.GetArguments()[*place.argument].strName;
+    const size_t nElement = GetElementSize(debugger, *place.argument);
+    return nAddress % nElement == 0 ? strName + "[" + std::to_string(nAddress / nElement) + "]"
+                                    : strName + "+" + std::to_string(nAddress);
 }
 
 } // namespace
@@ -204,7 +224,7 @@ json DoExamine(CCommandContext& context)
     const std::vector<unsigned char> vBytes = ReadMemory(debugger, place, shape.nCount * shape.nSize);
     if (vBytes.size() < shape.nSize)
     {
-        throw CCommandError("no buffer of the kernel's holds " + NamePlace(place, place.nAddress));
+        throw CCommandError("no buffer of the kernel's holds " + context.GetArguments());
     }
     const size_t nPerRow = shape.nSize == 1 ? 8 : shape.nSize == 8 ? 2 : 4;
     json rows = json::array();
@@ -212,7 +232,7 @@ json DoExamine(CCommandContext& context)
     {
         if (n / shape.nSize % nPerRow == 0)
         {
-            rows.push_back({{"place", NamePlace(place, place.nAddress + n)}, {"values", json::array()}});
+            rows.push_back({{"place", NamePlace(debugger, place, place.nAddress + n)}, {"values", json::array()}});
         }
         rows.back()["values"].push_back(FormatValue(shape, &vBytes[n]));
     }
@@ -225,7 +245,7 @@ json DoExamine(CCommandContext& context)
          : shape.nSize == 2 ? "h"
          : shape.nSize == 4 ? "w"
                             : "g") +
-        " " + (place.strName.empty() ? strPlace : place.strName + "+" + std::to_string(nNext - place.nBase)));
+        " " + (place.argument ? "arg" + std::to_string(*place.argument) + "+" + std::to_string(nNext) : strPlace));
     return {{"view", "examine"}, {"rows", rows}, {"short", vBytes.size() < shape.nCount * shape.nSize}};
 }
 

@@ -1,9 +1,12 @@
 #include "tools/kestrel/command/Interpreter.h"
 
 #include "tools/kestrel/command/Commands.h"
+#include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/debug/CommandError.h"
 
+#include <cstdlib>
 #include <fstream>
+#include <iostream>
 
 namespace KestrelTool
 {
@@ -84,6 +87,10 @@ CInterpreter::EResult CInterpreter::Perform(const SCommandLine& line)
     catch (const CSessionError& error)
     {
         throw CCommandError(error.what());
+    }
+    catch (const CLaunchFileError& error)
+    {
+        throw CCommandError(error.what()); // an output that can't be written
     }
     return m_bQuit ? Quit : Good;
 }
@@ -177,6 +184,14 @@ void CInterpreter::OnEvent(const nlohmann::json& event)
 {
     m_bStopped = m_bStopped || event["event"] == "stopped";
     m_Output.OnEvent(event);
+}
+
+/// A kernel run can't be broken off, and its thread can't be waited for.
+void CInterpreter::OnLeave()
+{
+    OnProgress(std::string());
+    std::cout << std::flush;
+    std::_Exit(EXIT_COMMAND_FAILED);
 }
 
 void CInterpreter::OnProgress(const std::string& strText)

@@ -29,6 +29,8 @@ public:
     explicit CInterpreter(IOutput& output) : m_Output(output) {}
     void SetDebugger(CDebugger& debugger) { m_pDebugger = &debugger; }
     void SetProgress(std::function<void(const std::string&)> progress) { m_Progress = std::move(progress); }
+    /// Who is asked whether to give up; without one nobody is, and the answer is yes.
+    void SetQuestion(std::function<bool(const std::function<bool()>&)> question) { m_Question = std::move(question); }
 
     enum EResult
     {
@@ -55,6 +57,8 @@ public:
 
     void OnEvent(const nlohmann::json& event) override;
     void OnProgress(const std::string& strText) override;
+    bool OnAskToGiveUp(const std::function<bool()>& isOver) override { return !m_Question || m_Question(isOver); }
+    void OnLeave() override;
 
 private:
     EResult ExecuteCommand(const std::string& strLine);
@@ -64,6 +68,7 @@ private:
     IOutput& m_Output;
     CDebugger* m_pDebugger = nullptr;
     std::function<void(const std::string&)> m_Progress;
+    std::function<bool(const std::function<bool()>&)> m_Question;
     std::vector<SDisplay> m_vDisplays;
     unsigned int m_nLastDisplay = 0;
     const LineReader* m_pReader = nullptr;

@@ -1,6 +1,7 @@
 #include "tools/kestrel/command/Prompt.h"
 
 #include <histedit.h>
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -69,6 +70,32 @@ void OnInterrupt(int nSignal)
     {
         pDebugger->Interrupt();
     }
+}
+
+/// The terminal is in its usual mode while a command is at work. What is typed ahead counts as the answer.
+bool AskToGiveUp(const std::function<bool()>& isOver)
+{
+    std::cerr << "\r\033[KGive up waiting? The session ends, the breakpoints stay. (y or n) " << std::flush;
+    std::string strAnswer;
+    while (!isOver())
+    {
+        pollfd request = {STDIN_FILENO, POLLIN, 0};
+        const int nReady = poll(&request, 1, 100);
+        char c = 'y';
+        // One interrupt more is as good as a yes.
+        if (nReady < 0 || (nReady > 0 && read(STDIN_FILENO, &c, 1) != 1))
+        {
+            std::cerr << "\n" << std::flush;
+            return true;
+        }
+        if (nReady > 0 && c == '\n')
+        {
+            return strAnswer[0] == 'y' || strAnswer[0] == 'Y';
+        }
+        strAnswer.append(nReady > 0 ? 1 : 0, c);
+    }
+    std::cerr << "\n" << std::flush;
+    return false;
 }
 
 } // namespace
@@ -188,6 +215,7 @@ CInterruptScope::CInterruptScope(CDebugger& debugger, CInterpreter& interpreter,
                 // An empty text wipes the line away.
                 std::cerr << "\r\033[K" << strText << std::flush;
             });
+        interpreter.SetQuestion(&AskToGiveUp);
     }
 }
 

@@ -124,7 +124,7 @@ std::string RenderMask(const json& view, bool bUnicode)
         return nActive == 0 ? shades.pszNone : shades.levels[nLevel];
     };
     return std::to_string(view["active"].get<size_t>()) + " of " + std::to_string(view["items"].get<size_t>()) +
-           " work-items active" + DescribeCell(view) + "\n" + DrawRows(view, drawCell);
+           " work-items active in the last step" + DescribeCell(view) + "\n" + DrawRows(view, drawCell);
 }
 
 std::string RenderGrid(const json& view, bool bUnicode)

@@ -57,18 +57,36 @@ std::string RenderLines(const json& view)
 
 std::string RenderFault(const json& fault)
 {
-    std::string strText;
-    if (fault["accesses"] != 0)
+    const std::string strKind = fault["kind"];
+    const std::string strItem = "fault: work-item " + Text(fault["workitem"]);
+    const std::string strLine = fault.contains("line") ? "at line " + Text(fault["line"]) : "";
+    if (strKind == "barrier")
     {
-        strText += "fault: work-item " + Text(fault["workitem"]) + (fault["write"] ? " wrote to " : " read from ") +
-                   FormatHex(fault["address"].get<uint64_t>()) + ", which is in no buffer";
-        strText += fault.contains("line") ? ", at line " + Text(fault["line"]) : "";
-        strText += fault["accesses"] != 1 ? "; " + Text(fault["accesses"]) + " such accesses" : "";
-        strText += "\n";
+        return strItem + " didn't reach the barrier" + (strLine.empty() ? "" : " " + strLine) +
+               " that others of its group reached\n";
     }
-    if (fault["barriers"] != 0)
+    return strItem + (strKind == "write" ? " wrote to " : " read from ") + Text(fault["place"]) +
+           ", which is in no buffer" + (strLine.empty() ? "" : ", " + strLine) + "\n";
+}
+
+std::string RenderFaults(const json& event)
+{
+    if (!event.contains("faults"))
     {
-        strText += "fault: " + Text(fault["barriers"]) + " barriers weren't reached by all work-items of their group\n";
+        return std::string();
+    }
+    const json& faults = event["faults"];
+    std::string strText;
+    for (const json& fault : faults["list"])
+    {
+        strText += RenderFault(fault);
+    }
+    strText += faults["more"] != 0 ? "and " + Text(faults["more"]) + " more\n" : "";
+    if (faults["incomplete"])
+    {
+        strText +=
+            faults["accesses"] != 0 ? "in all " + Text(faults["accesses"]) + " accesses to no buffer so far\n" : "";
+        strText += faults["barriers"] != 0 ? "in all " + Text(faults["barriers"]) + " barriers missed so far\n" : "";
     }
     return strText;
 }
@@ -89,7 +107,7 @@ std::string NameReason(const json& event)
 
 std::string RenderStopped(const json& event)
 {
-    std::string strText = event.contains("fault") ? RenderFault(event["fault"]) : std::string();
+    std::string strText = RenderFaults(event);
     for (const json& complaint : event.value("complaints", json::array()))
     {
         strText += Text(complaint) + "\n";
@@ -108,7 +126,7 @@ std::string RenderStarted(const json& event)
 
 std::string RenderFinished(const json& event)
 {
-    std::string strText = event.contains("fault") ? RenderFault(event["fault"]) : std::string();
+    std::string strText = RenderFaults(event);
     strText += event.contains("reason") ? Text(event["reason"]) + "\n" : "";
     return strText + "finished\n" + RenderOutputs(event);
 }
@@ -167,9 +185,8 @@ std::string RenderMemory(const json& view)
     for (const json& buffer : view["buffers"])
     {
         strText += "argument " + Text(buffer["argument"]) + "  " + Text(buffer["name"]) + "  " + Text(buffer["type"]) +
-                   "  uav" + Text(buffer["resource"]) + "  " + Text(buffer["bytes"]) + " bytes  ";
-        strText += buffer.contains("address") ? "at " + FormatHex(buffer["address"].get<uint64_t>())
-                                              : "address not known here";
+                   "  uav" + Text(buffer["resource"]) + "  " + Text(buffer["bytes"]) + " bytes";
+        strText += buffer.contains("address") ? "  at " + FormatHex(buffer["address"].get<uint64_t>()) : "";
         strText += "\n";
     }
     return strText.empty() ? "the kernel has no buffers\n" : strText;

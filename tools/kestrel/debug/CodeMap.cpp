@@ -189,4 +189,26 @@ std::set<unsigned int> CCodeMap::FindInsides(const std::set<unsigned int>& lines
     return insides;
 }
 
+bool CCodeMap::FindLoop(unsigned int nLine, unsigned int& nStart, unsigned int& nEnd) const
+{
+    // Inner blocks end first and stand in front.
+    const auto it =
+        std::find_if(m_vBlocks.begin(), m_vBlocks.end(),
+                     [&](const SBlock& block) { return block.bLoop && nLine > block.nStart && nLine <= block.nEnd; });
+    if (it == m_vBlocks.end())
+    {
+        return false;
+    }
+    nStart = it->nStart;
+    nEnd = it->nEnd;
+    return true;
+}
+
+size_t CCodeMap::CountBlocks(unsigned int nFrom, unsigned int nLine) const
+{
+    return static_cast<size_t>(std::count_if(
+        m_vBlocks.begin(), m_vBlocks.end(),
+        [&](const SBlock& block) { return block.nStart >= nFrom && block.nStart < nLine && nLine < block.nEnd; }));
+}
+
 } // namespace KestrelTool

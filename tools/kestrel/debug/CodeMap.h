@@ -41,6 +41,11 @@ public:
     /// as a whole unless a breakpoint lies inside.
     std::set<unsigned int> FindInsides(const std::set<unsigned int>& lines) const;
 
+    /// The innermost loop around a line. \return false if there is none
+    bool FindLoop(unsigned int nLine, unsigned int& nStart, unsigned int& nEnd) const;
+    /// How many blocks open between two lines and hold the second one.
+    size_t CountBlocks(unsigned int nFrom, unsigned int nLine) const;
+
 private:
     /// A loop, an if or a switch.
     struct SBlock

@@ -71,7 +71,11 @@ SRegisterView CDebugger::GetValues(const std::string& strRegister)
     RequireLive();
     if (!GetSession().IsRegister(strRegister))
     {
-        throw CCommandError(strRegister + " is no register");
+        // The number that ReadOperand has put behind a bare name isn't the user's.
+        const bool bBare =
+            strRegister.find_first_of("0123456789") == strRegister.size() - 1 && strRegister.back() == '0';
+        const std::string strBare = strRegister.substr(0, strRegister.size() - 1);
+        throw CCommandError((bBare ? strBare : strRegister) + " is no register");
     }
     SRegisterView view;
     if (m_Target.GetState() == CTarget::AtStop)
@@ -142,50 +146,6 @@ std::vector<uint32_t> CDebugger::GetEarlierValues(const std::string& strRegister
     Move(OVKCLDEBUG_COMMAND_STEP, {});
     m_mapEarlier[strRegister] = vWords;
     return vWords;
-}
-
-uint64_t CDebugger::FindAddress(size_t nArgument)
-{
-    RequireLive();
-    const auto it = m_mapAddresses.find(nArgument);
-    if (it != m_mapAddresses.end())
-    {
-        return it->second;
-    }
-    const SKernelArgument& argument = m_vArguments[nArgument];
-    const std::string strConstant = "cb1[" + std::to_string(argument.nConstant) + "].x";
-    std::map<std::string, unsigned int> mapWriters;
-    std::string strCandidate;
-    for (unsigned int nLine = 0; nLine < m_pListing->GetLineCount(); ++nLine)
-    {
-        const std::string strWritten = m_pListing->GetWrittenRegister(nLine);
-        if (strWritten.empty())
-        {
-            continue;
-        }
-        ++mapWriters[strWritten];
-        if (m_pListing->GetLine(nLine).find(strConstant) != std::string::npos)
-        {
-            strCandidate = strWritten;
-        }
-    }
-    // A register that is written in one place only holds an address in this buffer and no other.
-    const bool bSure = !strCandidate.empty() && mapWriters[strCandidate] == 1;
-    const SRegisterView view =
-        bSure && m_Target.GetState() == CTarget::AtStop ? GetSession().GetRegister(strCandidate) : SRegisterView();
-    for (size_t i = 0; view.pWords != nullptr && i < view.nItems; ++i)
-    {
-        const uint64_t nAddress = uint64_t(view[i][1]) << 32 | view[i][0];
-        const size_t nSize = GetSession().GetBufferSize(argument.nResource, nAddress);
-        if (nSize != 0)
-        {
-            const size_t nBehind = GetSession().GetGlobalMemory(argument.nResource, nAddress, nSize).size();
-            m_mapAddresses[nArgument] = nAddress - (nSize - nBehind);
-            return m_mapAddresses[nArgument];
-        }
-    }
-    throw CCommandError("the address of " + argument.strName + " isn't known here: no register holds it yet; say uav" +
-                        std::to_string(argument.nResource) + ":ADDRESS");
 }
 
 std::vector<std::string> CDebugger::TakeCommands()

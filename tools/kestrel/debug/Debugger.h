@@ -7,6 +7,7 @@
 #include "tools/kestrel/debug/Format.h"
 #include "tools/kestrel/debug/KernelArguments.h"
 #include "tools/kestrel/debug/KernelRuns.h"
+#include "tools/kestrel/debug/RunEstimate.h"
 #include "tools/kestrel/debug/Target.h"
 
 #include <nlohmann/json.hpp>
@@ -28,6 +29,11 @@ public:
     virtual void OnEvent(const nlohmann::json& event) = 0;
     /// Called now and then while kernels run, and with an empty text when they have.
     virtual void OnProgress(const std::string& /*strText*/) {}
+    /// A second interrupt came in while kernels run. \param isOver  whether the wait has ended meanwhile
+    /// \return whether to give the session up
+    virtual bool OnAskToGiveUp(const std::function<bool()>& /*isOver*/) { return true; }
+    /// An interrupt came in while a session that has been given up doesn't end.
+    virtual void OnLeave() {}
 };
 
 /// What the user may set.
@@ -61,6 +67,8 @@ public:
 
     // ---- the state
     bool IsLive() const { return m_Target.IsLive(); }
+    /// In front of the first instruction: no register has a value, and memory is as at the launch.
+    bool IsAtEntry() const { return m_Target.GetState() == CTarget::AtStart; }
     /// \throws CCommandError if the kernel isn't running
     void RequireLive() const;
     /// The line that is executed next.
@@ -82,9 +90,15 @@ public:
     /// A register that wasn't looked at there is fetched by going back and forth if one step lies between.
     std::vector<uint32_t> GetEarlierValues(const std::string& strRegister);
 
-    /// Where an argument's buffer lies, worked out from a register that holds an address in it.
-    /// \throws CCommandError if no register does yet
+    /// Where an argument's buffer lies for the kernel, at a stop.
+    /// \throws CCommandError if that isn't known
     uint64_t FindAddress(size_t nArgument);
+    /// "out+0x10" for an address in a buffer, or near one in no buffer; else the bare number.
+    std::string NameAddress(uint64_t nAddress);
+    /// The bytes of an argument's buffer from an offset on, as they are now, up to its end.
+    std::vector<unsigned char> ReadBuffer(size_t nArgument, uint64_t nOffset, size_t nBytes);
+    /// What the launch file gives for an argument, that of the earlier one for the same once more.
+    const SArgument& GetGiven(size_t nArgument) const;
 
     // ---- going on; each sends the events of what comes of it
     void Run();
@@ -104,7 +118,7 @@ public:
     void Kill();
 
     /// From a signal handler or another thread: what goes on stops at the next place where it can.
-    void Interrupt() { m_bInterrupted = true; }
+    void Interrupt() { ++m_nInterrupts; }
     /// Makes long runs stop at the head of each loop pass on the way, unseen, so that they can be interrupted.
     void SetInterruptible(bool bInterruptible) { m_bInterruptible = bInterruptible; }
     /// Commands of the breakpoints that were stopped at last; given once.
@@ -140,7 +154,13 @@ private:
     void SendStop(EReason eReason, const std::string& strReason);
     void SendFinished();
     void CheckFaults(bool bPatched);
+    void AddFaults(nlohmann::json& event);
     bool WasInterrupted();
+    void MindInterrupts();
+    void EndIfGivenUp();
+    SRunEstimate EstimateRun(const std::set<unsigned int>& stops);
+    std::optional<uint64_t> FindFirstRead(size_t nArgument);
+    std::optional<uint64_t> FindInRegisters(size_t nArgument);
     void ShowProgress();
     std::string GetCurrentFunction() const;
 
@@ -163,7 +183,7 @@ private:
     std::vector<cl_bool> m_vAllActive;
     CBreakpoints::SHits m_Hits;
     std::vector<std::string> m_vCommands;
-    std::optional<SFault> m_Fault; ///< not shown yet
+    std::optional<SFaults> m_NewFaults; ///< not shown yet
     std::map<size_t, uint64_t> m_mapAddresses;
     bool m_bDifference = false;
 
@@ -171,11 +191,21 @@ private:
     std::map<std::string, std::vector<uint32_t>> m_mapEarlier;
     bool m_bSingleStep = false; ///< a step back leads to the last stop
 
-    std::atomic<bool> m_bInterrupted{false};
+    /// What the progress line is made of.
+    struct SProgress
+    {
+        uint64_t nRunsBefore = 0;
+        SRunEstimate estimate;
+        size_t nMove = 0;
+        size_t nMoves = 0;
+    };
+
+    std::atomic<unsigned int> m_nInterrupts{0};
+    unsigned int m_nAnswered = 0; ///< interrupts at the last question whether to give up
+    bool m_bGivenUp = false;
     bool m_bInterruptible = false;
-    size_t m_nRepeat = 0;
-    size_t m_nRepeats = 0;
-    uint64_t m_nRunsBefore = 0;
+    std::set<unsigned int> m_Unseen; ///< stops of a run that are passed without a word
+    SProgress m_Progress;
     std::chrono::steady_clock::time_point m_LastProgress;
 };
 

@@ -8,29 +8,6 @@ namespace KestrelTool
 
 using nlohmann::json;
 
-namespace
-{
-
-const size_t s_nShownElements = 16;
-
-json DescribeFault(const SFault& fault)
-{
-    json description = {{"accesses", fault.nBadAccesses}, {"barriers", fault.nUnreachedBarriers}};
-    if (fault.nBadAccesses != 0)
-    {
-        description["workitem"] = fault.nWorkItem;
-        description["address"] = fault.nAddress;
-        description["write"] = fault.bWrite;
-    }
-    if (fault.nBadAccesses != 0 && fault.nLine != CListing::NoLine)
-    {
-        description["line"] = fault.nLine;
-    }
-    return description;
-}
-
-} // namespace
-
 // ---------------------------------------------------------------------------------------- single moves
 
 bool CDebugger::Launch()
@@ -38,9 +15,13 @@ bool CDebugger::Launch()
     m_mapAddresses.clear();
     m_mapEarlier.clear();
     m_LookedAt.clear();
-    m_Fault.reset();
+    m_NewFaults.reset();
     m_Faults.Forget();
+    m_Progress = SProgress();
+    m_Progress.nRunsBefore = GetRuns();
+    m_Runs.WatchFirstRuns();
     const CTarget::EState eState = m_Target.Launch();
+    EndIfGivenUp();
     if (eState != CTarget::AtStart)
     {
         m_Sink.OnEvent({{"event", "error"}, {"error", m_Target.GetReason()}});
@@ -71,6 +52,7 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
 {
     const bool bRuns = command == OVKCLDEBUG_COMMAND_CONTINUE || command == OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
     std::set<unsigned int> stops;
+    m_Unseen.clear();
     if (bRuns)
     {
         stops = m_Breakpoints.GetEnabledLines();
@@ -80,11 +62,18 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
         if (m_bInterruptible && command == OVKCLDEBUG_COMMAND_CONTINUE)
         {
             const std::set<unsigned int> heads = m_pCode->FindLoopHeads(stops);
+            m_Unseen = heads;
+            for (const unsigned int nStop : stops)
+            {
+                m_Unseen.erase(nStop);
+            }
             stops.insert(heads.begin(), heads.end());
         }
         GetSession().SetBreakpoints(stops);
     }
+    m_Progress.estimate = bRuns ? EstimateRun(stops) : SRunEstimate();
     const CTarget::EState eState = m_Target.Resume(command);
+    EndIfGivenUp();
     if (eState != CTarget::AtStop)
     {
         CheckFaults(!(command == OVKCLDEBUG_COMMAND_CONTINUE && stops.empty()));
@@ -97,11 +86,18 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     return true;
 }
 
-void CDebugger::CheckFaults(bool bPatched)
+SRunEstimate CDebugger::EstimateRun(const std::set<unsigned int>& stops)
 {
-    const std::optional<SFault> fault =
-        m_Faults.Check(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
-    m_Fault = fault ? fault : m_Fault;
+    if (stops.empty())
+    {
+        return {GetRuns() + 1, true};
+    }
+    // The session opens with its first instruction executed.
+    const unsigned int nFrom = m_Target.GetState() == CTarget::AtStart ? m_nLine + 1 : m_nLine;
+    unsigned int nStop = 0;
+    const size_t nRuns = EstimateRuns(*m_pListing, *m_pCode, nFrom, stops, m_Settings.vTracked, nStop);
+    const bool bUnseen = m_Unseen.count(nStop) != 0;
+    return nRuns != 0 ? SRunEstimate{GetRuns() + nRuns, !bUnseen} : SRunEstimate();
 }
 
 CDebugger::EReason CDebugger::TakeHits()
@@ -114,11 +110,6 @@ CDebugger::EReason CDebugger::TakeHits()
     m_vCommands = hits.vCommands;
     m_Hits = std::move(hits);
     return EReason::Breakpoint;
-}
-
-bool CDebugger::WasInterrupted()
-{
-    return m_bInterrupted.exchange(false);
 }
 
 CDebugger::EReason CDebugger::RunTo(ovkclDebugCommand command, const std::set<unsigned int>& lines)
@@ -245,7 +236,8 @@ void CDebugger::BeginCommand(bool bSingleStep)
     m_bSingleStep = bSingleStep && m_Target.GetState() == CTarget::AtStop;
     m_Hits = CBreakpoints::SHits();
     m_vCommands.clear();
-    m_nRunsBefore = GetRuns();
+    m_Progress = SProgress();
+    m_Progress.nRunsBefore = GetRuns();
     m_LastProgress = std::chrono::steady_clock::now();
 }
 
@@ -253,12 +245,13 @@ void CDebugger::BeginCommand(bool bSingleStep)
 template <typename MoveOnce>
 void CDebugger::Repeat(size_t nTimes, const char* pszReason, MoveOnce moveOnce)
 {
-    m_nRepeats = nTimes;
     EReason eReason = EReason::Moved;
-    for (m_nRepeat = 0; m_nRepeat < nTimes && eReason == EReason::Moved; ++m_nRepeat)
+    for (size_t n = 0; n < nTimes && eReason == EReason::Moved; ++n)
     {
+        m_Progress.nMove = n + 1;
+        m_Progress.nMoves = nTimes;
         eReason = moveOnce();
-        if (eReason == EReason::Moved && m_nRepeat + 1 < nTimes && WasInterrupted())
+        if (eReason == EReason::Moved && n + 1 < nTimes && WasInterrupted())
         {
             eReason = EReason::Interrupted;
         }
@@ -300,8 +293,10 @@ void CDebugger::GoOn(size_t nTimes, ovkclDebugCommand command)
            [&]
            {
                EReason eReason = EReason::Breakpoint;
+               m_Progress.nMoves = nTimes;
                while (nLeft-- != 0 && eReason == EReason::Breakpoint)
                {
+                   m_Progress.nMove = nTimes - nLeft;
                    m_vCommands.clear();
                    eReason = RunTo(command, {});
                }
@@ -409,103 +404,6 @@ void CDebugger::ContinueBack(size_t nTimes)
 void CDebugger::Kill()
 {
     m_Target.Drop();
-}
-
-// ---------------------------------------------------------------------------------------- events
-
-void CDebugger::SendStop(EReason eReason, const std::string& strReason)
-{
-    m_Sink.OnProgress(std::string());
-    std::string strWhy = strReason;
-    if (eReason == EReason::FirstStop)
-    {
-        strWhy = "history";
-    }
-    else if (eReason == EReason::Interrupted)
-    {
-        strWhy = "interrupt";
-    }
-    else if (eReason == EReason::Breakpoint)
-    {
-        strWhy = "breakpoint";
-    }
-    json event = {{"event", "stopped"},
-                  {"reason", strWhy},
-                  {"line", m_nLine},
-                  {"text", m_pListing->GetLine(m_nLine)},
-                  {"function", GetCurrentFunction()},
-                  {"count", GetActive().Count()},
-                  {"items", m_Extent.Count()},
-                  {"breakpoints", m_Hits.vIds},
-                  {"runs", GetRuns() - m_nRunsBefore}};
-    if (!m_Hits.vComplaints.empty())
-    {
-        event["complaints"] = m_Hits.vComplaints;
-    }
-    if (m_Fault)
-    {
-        event["fault"] = DescribeFault(*m_Fault);
-        m_Fault.reset();
-    }
-    m_Sink.OnEvent(event);
-}
-
-void CDebugger::SendFinished()
-{
-    m_Sink.OnProgress(std::string());
-    m_Launch.SaveOutputs();
-    json event = {{"event", "finished"}, {"outputs", json::array()}, {"differences", json::array()}};
-    if (!m_Target.GetReason().empty())
-    {
-        event["reason"] = m_Target.GetReason();
-    }
-    if (m_Fault)
-    {
-        event["fault"] = DescribeFault(*m_Fault);
-        m_Fault.reset();
-    }
-    for (size_t i = 0; i < m_Launch.GetFile().vArguments.size(); ++i)
-    {
-        const SArgument& argument = m_Launch.GetFile().vArguments[i];
-        if (!argument.vExpected)
-        {
-            continue;
-        }
-        const std::vector<unsigned char> vBytes = m_Launch.ReadContents(i);
-        const size_t nElements = vBytes.size() / argument.pType->nSize;
-        json values = json::array();
-        for (size_t n = 0; n < std::min(nElements, s_nShownElements); ++n)
-        {
-            values.push_back(FormatElement(*argument.pType, &vBytes[n * argument.pType->nSize]));
-        }
-        event["outputs"].push_back({{"argument", i}, {"values", values}, {"elements", nElements}});
-    }
-    for (const SDifference& difference : m_Launch.Compare())
-    {
-        event["differences"].push_back({{"argument", difference.nArgument},
-                                        {"element", difference.nElement},
-                                        {"got", difference.strGot},
-                                        {"expected", difference.strExpected}});
-    }
-    m_bDifference = !event["differences"].empty();
-    m_Sink.OnEvent(event);
-}
-
-/// At most ten times a second, and not for what is done before anyone looks.
-void CDebugger::ShowProgress()
-{
-    const auto now = std::chrono::steady_clock::now();
-    if (now - m_LastProgress < std::chrono::milliseconds(100))
-    {
-        return;
-    }
-    m_LastProgress = now;
-    std::string strText = "kernel run " + std::to_string(GetRuns() - m_nRunsBefore);
-    if (m_nRepeats > 1)
-    {
-        strText += ", stop " + std::to_string(m_nRepeat + 1) + " of " + std::to_string(m_nRepeats);
-    }
-    m_Sink.OnProgress(strText);
 }
 
 } // namespace KestrelTool

@@ -3,6 +3,9 @@
 #include "platform/runtime/PlatformControl.h"
 #include "tools/kestrel/KernelText.h"
 
+#include <algorithm>
+#include <map>
+
 namespace KestrelTool
 {
 
@@ -69,7 +72,13 @@ CFaults::CFaults(const CLibraries& libraries)
     }
 }
 
-std::optional<SFault> CFaults::Check(const CListing& listing, const std::vector<char>& vImage)
+void CFaults::Forget()
+{
+    m_nKnownAccesses = m_nKnownBarriers = 0;
+    m_Known.clear();
+}
+
+std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector<char>& vImage)
 {
     if (m_pControl == nullptr)
     {
@@ -77,23 +86,39 @@ std::optional<SFault> CFaults::Check(const CListing& listing, const std::vector<
     }
     SPlatformFault found = {};
     m_pControl->GetLastFault(&found);
-    const bool bNews =
-        (found.nBadAccesses != 0 && m_nKnownAccesses == 0) || (found.nUnreachedBarriers != 0 && m_nKnownBarriers == 0);
+    // Each run begins at the kernel's first instruction, so what is known comes again.
+    const bool bNews = found.nBadAccesses > m_nKnownAccesses || found.nUnreachedBarriers > m_nKnownBarriers;
     m_nKnownAccesses = std::max(m_nKnownAccesses, found.nBadAccesses);
     m_nKnownBarriers = std::max(m_nKnownBarriers, found.nUnreachedBarriers);
     if (!bNews)
     {
         return std::nullopt;
     }
-    SFault fault;
-    fault.nBadAccesses = found.nBadAccesses;
-    fault.nWorkItem = found.nWorkItem;
-    fault.nAddress = found.nAddress;
-    fault.bWrite = found.bWrite != 0;
-    fault.nUnreachedBarriers = found.nUnreachedBarriers;
-    fault.nLine = vImage.empty() ? listing.GetLineOfInstruction(found.nInstruction)
-                                 : FindOriginal(listing, CListing(ReadLinesWithCall(vImage, 0)), found.nInstruction);
-    return fault;
+    std::vector<SPlatformFaultRecord> vRecords(m_pControl->GetFaultRecords(nullptr, 0));
+    vRecords.resize(std::min<size_t>(
+        vRecords.size(), m_pControl->GetFaultRecords(vRecords.data(), static_cast<uint32_t>(vRecords.size()))));
+    SFaults faults;
+    faults.nAccesses = found.nBadAccesses;
+    faults.nBarriers = found.nUnreachedBarriers;
+    faults.bIncomplete = found.nBadAccesses + found.nUnreachedBarriers > vRecords.size();
+    const CListing patched(vImage.empty() ? std::vector<std::string>() : ReadLinesWithCall(vImage, 0));
+    std::map<uint32_t, unsigned int> mapLines;
+    for (const SPlatformFaultRecord& record : vRecords)
+    {
+        const auto entry = mapLines.emplace(record.nInstruction, CListing::NoLine);
+        if (entry.second)
+        {
+            entry.first->second = vImage.empty() ? listing.GetLineOfInstruction(record.nInstruction)
+                                                 : FindOriginal(listing, patched, record.nInstruction);
+        }
+        const SFault fault = {entry.first->second, record.nWorkItem, record.nAddress, record.bWrite != 0,
+                              record.bBarrier != 0};
+        if (m_Known.emplace(fault.bBarrier, fault.nLine, fault.nWorkItem, fault.nAddress).second)
+        {
+            faults.vShown.push_back(fault);
+        }
+    }
+    return faults;
 }
 
 std::vector<std::string> ReadLinesWithCall(const std::vector<char>& vBinary, unsigned int nLabel)

@@ -6,21 +6,31 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
+#include <tuple>
 
 struct SPlatformControl;
 
 namespace KestrelTool
 {
 
-/// What a kernel run did that it shouldn't have.
+/// Something that a work-item did and shouldn't have.
 struct SFault
 {
-    uint64_t nBadAccesses = 0;
-    unsigned int nLine = CListing::NoLine; ///< of the first bad access; NoLine if it isn't known
+    unsigned int nLine = CListing::NoLine; ///< NoLine if it isn't known
     uint64_t nWorkItem = 0;
     uint64_t nAddress = 0;
     bool bWrite = false;
-    uint64_t nUnreachedBarriers = 0;
+    bool bBarrier = false; ///< it didn't reach a barrier that others of its group have reached; else an access
+};
+
+/// What is new about a kernel run.
+struct SFaults
+{
+    std::vector<SFault> vShown; ///< those that haven't been told of before, by work-item
+    uint64_t nAccesses = 0;     ///< of the run, all of them
+    uint64_t nBarriers = 0;
+    bool bIncomplete = false; ///< the platform has recorded no more than a part
 };
 
 /// The faults that the software platform records. Another platform records none.
@@ -29,16 +39,19 @@ class CFaults
 public:
     explicit CFaults(const CLibraries& libraries);
 
-    void Forget() { m_nKnownAccesses = m_nKnownBarriers = 0; }
-    /// The fault of the last kernel run, if there is more to it than was known.
+    void Forget();
+    /// The faults of the last kernel run, if there is more to it than was known.
     /// \param listing  the kernel's text
     /// \param vImage   the image that the run was built from; empty if it was the kernel itself
-    std::optional<SFault> Check(const CListing& listing, const std::vector<char>& vImage);
+    std::optional<SFaults> Check(const CListing& listing, const std::vector<char>& vImage);
 
 private:
+    typedef std::tuple<bool, unsigned int, uint64_t, uint64_t> Key;
+
     const SPlatformControl* m_pControl = nullptr;
     uint64_t m_nKnownAccesses = 0;
     uint64_t m_nKnownBarriers = 0;
+    std::set<Key> m_Known;
 };
 
 /// The lines of a kernel binary's text, with the call of the kernel where its placeholder stands.

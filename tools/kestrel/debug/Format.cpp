@@ -20,9 +20,9 @@ struct SFormatName
 };
 
 const SFormatName s_Formats[] = {
-    {'a', EFormat::Auto, "auto"},         {'f', EFormat::Float, "float"}, {'d', EFormat::Int, "int"},
-    {'u', EFormat::Unsigned, "unsigned"}, {'x', EFormat::Hex, "hex"},     {'g', EFormat::Double, "double"},
-    {'q', EFormat::Long, "long"},
+    {'\0', EFormat::Auto, "auto"},    {'a', EFormat::Address, "address"},   {'f', EFormat::Float, "float"},
+    {'d', EFormat::Int, "int"},       {'u', EFormat::Unsigned, "unsigned"}, {'x', EFormat::Hex, "hex"},
+    {'g', EFormat::Double, "double"}, {'q', EFormat::Long, "long"},
 };
 
 std::string FormatReal(double fValue, int nDigits)
@@ -66,7 +66,7 @@ EFormat ReadFormat(const std::string& strLetters)
     }
     throw CCommandError("there is no format \"" + strLetters +
                         "\"; there are f (float), d (int), u (unsigned), x (hex), g (double pairs), q (long pairs), "
-                        "a (auto)");
+                        "a (address pairs)");
 }
 
 const char* GetFormatName(EFormat eFormat)
@@ -139,16 +139,20 @@ std::string FormatWord(uint32_t nWord, EFormat eFormat)
 std::vector<std::string> FormatWords(const std::vector<uint32_t>& vWords, EFormat eFormat)
 {
     std::vector<std::string> vTexts;
-    const bool bPairs = eFormat == EFormat::Double || eFormat == EFormat::Long;
+    const bool bPairs = eFormat == EFormat::Double || eFormat == EFormat::Long || eFormat == EFormat::Address;
     if (bPairs && vWords.size() % 2 != 0)
     {
-        throw CCommandError("double and long formats take pairs of components, as r2.xy");
+        throw CCommandError("double, long and address formats take pairs of components, as r2.xy");
     }
     for (size_t i = 0; i < vWords.size(); i += bPairs ? 2 : 1)
     {
         if (eFormat == EFormat::Double)
         {
             vTexts.push_back(FormatDouble(WordsToDouble(vWords[i], vWords[i + 1])));
+        }
+        else if (eFormat == EFormat::Address)
+        {
+            vTexts.push_back(FormatHex(uint64_t(vWords[i + 1]) << 32 | vWords[i]));
         }
         else if (eFormat == EFormat::Long)
         {

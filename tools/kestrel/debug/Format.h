@@ -18,10 +18,11 @@ enum class EFormat
     Unsigned,
     Hex,
     Double, ///< pairs, low word first
-    Long    ///< pairs, low word first
+    Long,   ///< pairs, low word first
+    Address ///< pairs, low word first
 };
 
-/// The format of a letter ("f d u x g q"); Auto for "a" and for none.
+/// The format of a letter ("f d u x g q a"); Auto for none.
 /// \throws CCommandError for another one
 EFormat ReadFormat(const std::string& strLetters);
 const char* GetFormatName(EFormat eFormat);

@@ -21,7 +21,13 @@ struct SShared
     bool bRunning = false;
     Clock::time_point start;
     std::vector<char> vImage;
+    bool bRefusing = false;
+    uint64_t nWatched = 0; ///< mappings are kept up to behind this run; 0 for none
+    std::vector<std::vector<unsigned char>> vReads;
 };
+
+const size_t s_nSmallBuffer = 1 << 16;
+const uint64_t s_nFirstRuns = 3;
 
 SShared& Shared()
 {
@@ -29,12 +35,18 @@ SShared& Shared()
     return s_Shared;
 }
 
-void NoteStart()
+/// \return whether the run is refused
+bool NoteStart()
 {
     const std::lock_guard<std::mutex> lock(Shared().mutex);
+    if (Shared().bRefusing)
+    {
+        return true;
+    }
     ++Shared().nRuns;
     Shared().bRunning = true;
     Shared().start = Clock::now();
+    return false;
 }
 
 void NoteEnd()
@@ -51,7 +63,10 @@ cl_int CL_API_CALL EnqueueKernel(cl_command_queue queue, cl_kernel kernel, cl_ui
                                  const size_t* pGlobal, const size_t* pLocal, cl_uint nWaits, const cl_event* pWaits,
                                  cl_event* pEvent)
 {
-    NoteStart();
+    if (NoteStart())
+    {
+        return CL_OUT_OF_RESOURCES;
+    }
     return Shared().pTable->clEnqueueNDRangeKernel(queue, kernel, nDimensions, pOffset, pGlobal, pLocal, nWaits, pWaits,
                                                    pEvent);
 }
@@ -68,6 +83,22 @@ cl_int CL_API_CALL Finish(cl_command_queue queue)
     const cl_int nCode = Shared().pTable->clFinish(queue);
     NoteEnd();
     return nCode;
+}
+
+void* CL_API_CALL MapBuffer(cl_command_queue queue, cl_mem buffer, cl_bool bBlocking, cl_map_flags flags,
+                            size_t nOffset, size_t nSize, cl_uint nWaits, const cl_event* pWaits, cl_event* pEvent,
+                            cl_int* pCode)
+{
+    void* pData = Shared().pTable->clEnqueueMapBuffer(queue, buffer, bBlocking, flags, nOffset, nSize, nWaits, pWaits,
+                                                      pEvent, pCode);
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    const bool bWatched = Shared().nWatched != 0 && Shared().nRuns <= Shared().nWatched;
+    if (bWatched && pData != nullptr && bBlocking != CL_FALSE && (flags & CL_MAP_READ) != 0 && nSize <= s_nSmallBuffer)
+    {
+        const unsigned char* pBytes = static_cast<const unsigned char*>(pData);
+        Shared().vReads.emplace_back(pBytes, pBytes + nSize);
+    }
+    return pData;
 }
 
 cl_program CL_API_CALL CreateProgram(cl_context context, cl_uint nDevices, const cl_device_id* pDevices,
@@ -98,10 +129,14 @@ CKernelRuns::CKernelRuns(const CLibraries& libraries) : m_Lib(libraries)
     Shared().nRuns = 0;
     Shared().fSeconds = 0;
     Shared().vImage.clear();
+    Shared().vReads.clear();
+    Shared().bRefusing = false;
+    Shared().nWatched = 0;
     cl_icd_dispatch_table table = libraries.cl;
     Replace(table.clEnqueueNDRangeKernel, &EnqueueKernel);
     Replace(table.clWaitForEvents, &WaitForEvents);
     Replace(table.clFinish, &Finish);
+    Replace(table.clEnqueueMapBuffer, &MapBuffer);
     Replace(table.clCreateProgramWithBinary, &CreateProgram);
     libraries.ovkclDebugSetDispatchTable(&table);
 }
@@ -127,6 +162,25 @@ std::vector<char> CKernelRuns::GetLastImage() const
 {
     const std::lock_guard<std::mutex> lock(Shared().mutex);
     return Shared().vImage;
+}
+
+void CKernelRuns::Refuse(bool bRefuse)
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    Shared().bRefusing = bRefuse;
+}
+
+void CKernelRuns::WatchFirstRuns()
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    Shared().nWatched = Shared().nRuns + s_nFirstRuns;
+    Shared().vReads.clear();
+}
+
+std::vector<std::vector<unsigned char>> CKernelRuns::GetFirstReads() const
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    return Shared().vReads;
 }
 
 } // namespace KestrelTool

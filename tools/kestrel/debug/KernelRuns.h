@@ -11,7 +11,8 @@ namespace KestrelTool
 {
 
 /// Looks over the debugger's shoulder: makes it call the runtime through a table that counts its
-/// kernel runs and keeps the image of the program that it built last. One at a time in a process.
+/// kernel runs, keeps the image of the program that it built last and what it has read of its first runs, and
+/// can refuse further runs. One at a time in a process.
 class CKernelRuns
 {
 public:
@@ -26,6 +27,13 @@ public:
     double GetSeconds() const;
     /// The image of the last program made from a binary.
     std::vector<char> GetLastImage() const;
+
+    /// Refuses kernel runs from now on, so that the debugger's work comes to an end; or no longer.
+    void Refuse(bool bRefuse);
+    /// Keeps what small buffers hold that the debugger maps for reading during its next few kernel runs.
+    void WatchFirstRuns();
+    /// What has been kept. Early in a session a run copies the kernel's arguments to where the debugger reads them.
+    std::vector<std::vector<unsigned char>> GetFirstReads() const;
 
 private:
     const CLibraries& m_Lib;

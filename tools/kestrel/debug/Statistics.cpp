@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <numeric>
 
 namespace KestrelTool
 {
@@ -11,64 +12,108 @@ namespace KestrelTool
 namespace
 {
 
-/// A set that is only ever counted. It starts small, so that few distinct values stay in the cache.
+uint64_t Mix(uint64_t nBits)
+{
+    return (nBits ^ nBits >> 29) * 0x9E3779B97F4A7C15ull;
+}
+
+/// A set that is only ever counted, for few values: its slots stay in the cache. 0 stands for an empty one.
 class CDistinct
 {
 public:
-    CDistinct() : m_vSlots(1024) {}
+    void Clear()
+    {
+        m_vSlots.assign(s_nFirstSlots, 0);
+        m_nCount = 0;
+    }
 
-    void Add(double fValue)
+    void Add(uint64_t nBits)
+    {
+        if (Insert(nBits) && ++m_nCount * 2 > m_vSlots.size())
+        {
+            std::vector<uint64_t> vOld(m_vSlots.size() * 4);
+            vOld.swap(m_vSlots);
+            for (const uint64_t nOld : vOld)
+            {
+                if (nOld != 0)
+                {
+                    Insert(nOld);
+                }
+            }
+        }
+    }
+
+    size_t Count() const { return m_nCount; }
+
+private:
+    static constexpr size_t s_nFirstSlots = 256;
+
+    bool Insert(uint64_t nBits)
+    {
+        const size_t nMask = m_vSlots.size() - 1;
+        size_t nSlot = static_cast<size_t>(Mix(nBits) >> 20) & nMask;
+        while (m_vSlots[nSlot] != 0 && m_vSlots[nSlot] != nBits)
+        {
+            nSlot = (nSlot + 1) & nMask;
+        }
+        const bool bNew = m_vSlots[nSlot] == 0;
+        m_vSlots[nSlot] = nBits;
+        return bNew;
+    }
+
+    std::vector<uint64_t> m_vSlots;
+    size_t m_nCount = 0;
+};
+
+/// Counts different values, NaNs left out. They are dealt out to parts by their bits, equal ones to the same part,
+/// so that each part can be counted inside the cache. Takes as much memory again as the values.
+size_t CountDistinct(const std::vector<double>& vValues)
+{
+    const unsigned int nPartBits = vValues.size() > 4096 ? 9 : 0;
+    const auto getPart = [=](uint64_t nBits) { return nPartBits != 0 ? Mix(nBits) >> (64 - nPartBits) : 0; };
+    std::vector<size_t> vStarts((size_t(1) << nPartBits) + 1);
+    const auto getBits = [](double fValue)
     {
         uint64_t nBits;
         fValue = fValue == 0 ? 0.0 : fValue; // one zero
         std::memcpy(&nBits, &fValue, sizeof(nBits));
-        if (nBits == 0)
-        {
-            m_bZero = true;
-            return;
-        }
-        if (Insert(nBits) && ++m_nCount * 2 > m_vSlots.size())
-        {
-            Grow();
-        }
-    }
-
-    size_t Count() const { return m_nCount + (m_bZero ? 1 : 0); }
-
-private:
-    bool Insert(uint64_t nBits)
+        return nBits;
+    };
+    bool bZero = false;
+    for (const double fValue : vValues)
     {
-        const size_t nMask = m_vSlots.size() - 1;
-        size_t nSlot = static_cast<size_t>((nBits ^ nBits >> 29) * 0x9E3779B97F4A7C15ull >> 24) & nMask;
-        while (m_vSlots[nSlot] != 0)
-        {
-            if (m_vSlots[nSlot] == nBits)
-            {
-                return false;
-            }
-            nSlot = (nSlot + 1) & nMask;
-        }
-        m_vSlots[nSlot] = nBits;
-        return true;
+        bZero = bZero || fValue == 0;
+        vStarts[getPart(getBits(fValue)) + 1] += std::isnan(fValue) || fValue == 0 ? 0 : 1;
     }
-
-    void Grow()
+    std::partial_sum(vStarts.begin(), vStarts.end(), vStarts.begin());
+    std::vector<uint64_t> vDealt(vStarts.back());
+    std::vector<size_t> vNext(vStarts.begin(), vStarts.end() - 1);
+    for (const double fValue : vValues)
     {
-        std::vector<uint64_t> vOld(m_vSlots.size() * 4);
-        vOld.swap(m_vSlots);
-        for (const uint64_t nBits : vOld)
+        if (!std::isnan(fValue) && fValue != 0)
         {
-            if (nBits != 0)
-            {
-                Insert(nBits);
-            }
+            const uint64_t nBits = getBits(fValue);
+            vDealt[vNext[getPart(nBits)]++] = nBits;
         }
     }
-
-    std::vector<uint64_t> m_vSlots; ///< 0 for an empty one
-    size_t m_nCount = 0;
-    bool m_bZero = false;
-};
+    size_t nCount = bZero ? 1 : 0;
+    CDistinct distinct;
+    for (size_t nPart = 0; nPart + 1 < vStarts.size(); ++nPart)
+    {
+        distinct.Clear();
+        uint64_t nLast = 0;
+        for (size_t n = vStarts[nPart]; n < vStarts[nPart + 1]; ++n)
+        {
+            if (vDealt[n] != nLast)
+            {
+                distinct.Add(vDealt[n]);
+            }
+            nLast = vDealt[n];
+        }
+        nCount += distinct.Count();
+    }
+    return nCount;
+}
 
 void FillHistogram(const std::vector<double>& vValues, SStatistics& statistics)
 {
@@ -96,7 +141,6 @@ SStatistics WorkOutStatistics(const std::vector<double>& vValues)
     double fMinimum = fInfinity;
     double fMaximum = -fInfinity;
     double fSum = 0;
-    CDistinct distinct;
     for (const double fValue : vValues)
     {
         if (std::isnan(fValue))
@@ -112,9 +156,8 @@ SStatistics WorkOutStatistics(const std::vector<double>& vValues)
             fLow = std::min(fLow, fValue);
             fHigh = std::max(fHigh, fValue);
         }
-        distinct.Add(fValue);
     }
-    statistics.nDistinct = distinct.Count() + (statistics.nNaN != 0 ? 1 : 0);
+    statistics.nDistinct = CountDistinct(vValues) + (statistics.nNaN != 0 ? 1 : 0);
     const size_t nNumbers = statistics.nCount - statistics.nNaN;
     const double fNone = std::numeric_limits<double>::quiet_NaN();
     statistics.fMinimum = nNumbers != 0 ? fMinimum : fNone;

@@ -43,6 +43,12 @@ public:
 
     bool IsLive() const { return m_eState != Idle; }
     EState GetState() const { return m_eState; }
+    /// While an event is waited for: whether it has come.
+    bool HasPosted()
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        return m_ePosted != Idle;
+    }
     /// At a stop and at the start.
     CSession& GetSession() { return *m_pSession; }
     /// The debugger's reason for the end of the last session; empty for none.

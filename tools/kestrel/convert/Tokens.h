@@ -1,0 +1,21 @@
+#ifndef KESTREL_TOOLS_CONVERT_TOKENS_H
+#define KESTREL_TOOLS_CONVERT_TOKENS_H
+
+#include <string>
+
+namespace KestrelTool
+{
+
+/// Whether a file's bytes are IL as 32-bit words: no text, no ELF image, and whole words.
+bool IsTokens(const std::string& strBytes);
+
+/// Converts IL between text and its bare words, with the conversions of the software platform. Text may be a whole
+/// module; what stands in front of its IL is left out.
+/// \param strPlatformDir  the platform's folder
+/// \throws std::runtime_error for what can't be converted, CPlatformError without the platform
+std::string TextToTokens(const std::string& strPlatformDir, const std::string& strText);
+std::string TokensToText(const std::string& strPlatformDir, const std::string& strBytes);
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,228 @@
+// What a debugging session tells of itself: events, faults, progress, and what becomes of interrupts.
+
+#include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/Debugger.h"
+
+#include <algorithm>
+
+namespace KestrelTool
+{
+
+using nlohmann::json;
+
+namespace
+{
+
+const size_t s_nShownElements = 16;
+const size_t s_nShownFaults = 8;
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------- faults
+
+void CDebugger::CheckFaults(bool bPatched)
+{
+    std::optional<SFaults> faults = m_Faults.Check(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
+    if (!faults)
+    {
+        return;
+    }
+    if (m_NewFaults)
+    {
+        faults->vShown.insert(faults->vShown.begin(), m_NewFaults->vShown.begin(), m_NewFaults->vShown.end());
+    }
+    m_NewFaults = std::move(faults);
+}
+
+/// Those that nobody has been told of yet, the first of them one by one.
+void CDebugger::AddFaults(json& event)
+{
+    if (!m_NewFaults)
+    {
+        return;
+    }
+    json list = json::array();
+    for (const SFault& fault : m_NewFaults->vShown)
+    {
+        if (list.size() == s_nShownFaults)
+        {
+            break;
+        }
+        json entry = {{"kind", fault.bBarrier ? "barrier"
+                               : fault.bWrite ? "write"
+                                              : "read"},
+                      {"workitem", fault.nWorkItem}};
+        if (fault.nLine != CListing::NoLine)
+        {
+            entry["line"] = fault.nLine;
+        }
+        if (!fault.bBarrier)
+        {
+            entry["address"] = fault.nAddress;
+            entry["place"] = NameAddress(fault.nAddress);
+        }
+        list.push_back(entry);
+    }
+    event["faults"] = {{"list", list},
+                       {"more", m_NewFaults->vShown.size() - list.size()},
+                       {"accesses", m_NewFaults->nAccesses},
+                       {"barriers", m_NewFaults->nBarriers},
+                       {"incomplete", m_NewFaults->bIncomplete}};
+    m_NewFaults.reset();
+}
+
+// ---------------------------------------------------------------------------------------- interrupts, progress
+
+bool CDebugger::WasInterrupted()
+{
+    return m_nInterrupts.exchange(0) != 0;
+}
+
+/// Looked at now and then by the thread that waits for the kernel.
+void CDebugger::MindInterrupts()
+{
+    const unsigned int nInterrupts = m_nInterrupts;
+    if (m_bGivenUp)
+    {
+        if (nInterrupts > m_nAnswered)
+        {
+            m_Sink.OnLeave();
+        }
+        return;
+    }
+    if (nInterrupts < 2 || nInterrupts == m_nAnswered)
+    {
+        return;
+    }
+    m_bGivenUp = m_Sink.OnAskToGiveUp([this] { return m_Target.HasPosted(); });
+    m_nAnswered = m_nInterrupts;
+    if (m_bGivenUp)
+    {
+        m_Runs.Refuse(true);
+    }
+}
+
+/// What the debugger has come to without its kernel runs is worth nothing: the session ends.
+void CDebugger::EndIfGivenUp()
+{
+    m_nAnswered = 0;
+    if (!m_bGivenUp)
+    {
+        return;
+    }
+    m_Sink.OnProgress(std::string());
+    m_Target.Drop();
+    m_Runs.Refuse(false);
+    m_bGivenUp = false;
+    m_nInterrupts = 0;
+    const std::string strError = "given up: the session has ended; the breakpoints are still there";
+    m_Sink.OnEvent({{"event", "error"}, {"error", strError}});
+    throw CCommandError(strError);
+}
+
+/// At most ten times a second, and not for what is done before anyone looks.
+void CDebugger::ShowProgress()
+{
+    MindInterrupts();
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_LastProgress < std::chrono::milliseconds(100))
+    {
+        return;
+    }
+    m_LastProgress = now;
+    const uint64_t nRuns = GetRuns();
+    std::string strText = "kernel run " + std::to_string(nRuns - m_Progress.nRunsBefore);
+    // An estimate that has been passed was wrong.
+    if (m_Progress.estimate.nEnd >= nRuns)
+    {
+        strText += (m_Progress.estimate.bWhole ? " of about " : " of at least ") +
+                   std::to_string(m_Progress.estimate.nEnd - m_Progress.nRunsBefore);
+    }
+    if (m_Progress.nMoves > 1)
+    {
+        strText += ", stop " + std::to_string(m_Progress.nMove) + " of " + std::to_string(m_Progress.nMoves);
+    }
+    if (m_bGivenUp)
+    {
+        strText = "given up; waiting for " + strText + " to end. Ctrl-C once more leaves kestrel";
+    }
+    else if (m_nInterrupts != 0)
+    {
+        strText = "interrupt asked; waiting for " + strText;
+    }
+    m_Sink.OnProgress(strText);
+}
+
+// ---------------------------------------------------------------------------------------- events
+
+void CDebugger::SendStop(EReason eReason, const std::string& strReason)
+{
+    m_Sink.OnProgress(std::string());
+    std::string strWhy = strReason;
+    if (eReason == EReason::FirstStop)
+    {
+        strWhy = "history";
+    }
+    else if (eReason == EReason::Interrupted)
+    {
+        strWhy = "interrupt";
+    }
+    else if (eReason == EReason::Breakpoint)
+    {
+        strWhy = "breakpoint";
+    }
+    json event = {{"event", "stopped"},
+                  {"reason", strWhy},
+                  {"line", m_nLine},
+                  {"text", m_pListing->GetLine(m_nLine)},
+                  {"function", GetCurrentFunction()},
+                  {"count", GetActive().Count()},
+                  {"items", m_Extent.Count()},
+                  {"breakpoints", m_Hits.vIds},
+                  {"runs", GetRuns() - m_Progress.nRunsBefore}};
+    if (!m_Hits.vComplaints.empty())
+    {
+        event["complaints"] = m_Hits.vComplaints;
+    }
+    AddFaults(event);
+    m_Sink.OnEvent(event);
+}
+
+void CDebugger::SendFinished()
+{
+    m_Sink.OnProgress(std::string());
+    m_Launch.SaveOutputs();
+    json event = {{"event", "finished"}, {"outputs", json::array()}, {"differences", json::array()}};
+    if (!m_Target.GetReason().empty())
+    {
+        event["reason"] = m_Target.GetReason();
+    }
+    AddFaults(event);
+    for (size_t i = 0; i < m_Launch.GetFile().vArguments.size(); ++i)
+    {
+        const SArgument& argument = m_Launch.GetFile().vArguments[i];
+        if (!argument.vExpected)
+        {
+            continue;
+        }
+        const std::vector<unsigned char> vBytes = m_Launch.ReadContents(i);
+        const size_t nElements = vBytes.size() / argument.pType->nSize;
+        json values = json::array();
+        for (size_t n = 0; n < std::min(nElements, s_nShownElements); ++n)
+        {
+            values.push_back(FormatElement(*argument.pType, &vBytes[n * argument.pType->nSize]));
+        }
+        event["outputs"].push_back({{"argument", i}, {"values", values}, {"elements", nElements}});
+    }
+    for (const SDifference& difference : m_Launch.Compare())
+    {
+        event["differences"].push_back({{"argument", difference.nArgument},
+                                        {"element", difference.nElement},
+                                        {"got", difference.strGot},
+                                        {"expected", difference.strExpected}});
+    }
+    m_bDifference = !event["differences"].empty();
+    m_Sink.OnEvent(event);
+}
+
+} // namespace KestrelTool

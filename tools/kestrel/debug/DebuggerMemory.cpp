@@ -1,0 +1,163 @@
+// Where the kernel's buffers lie, and what they hold.
+
+#include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/Debugger.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+const size_t s_nConstantBytes = 16; ///< of an element of a constant buffer
+
+} // namespace
+
+const SArgument& CDebugger::GetGiven(size_t nArgument) const
+{
+    const std::vector<SArgument>& vGiven = m_Launch.GetFile().vArguments;
+    static const SArgument s_None;
+    if (nArgument >= vGiven.size())
+    {
+        return s_None;
+    }
+    return vGiven[nArgument].eKind == SArgument::Same ? vGiven[vGiven[nArgument].nSame] : vGiven[nArgument];
+}
+
+/// A session begins by reading the kernel's constant buffer of arguments, and the tool has kept what was read. Whether
+/// a number in it is an address, the debugger knows.
+std::optional<uint64_t> CDebugger::FindFirstRead(size_t nArgument)
+{
+    const SKernelArgument& argument = m_vArguments[nArgument];
+    const size_t nSize = GetGiven(nArgument).vContents.size();
+    const size_t nPlace = argument.nConstant * s_nConstantBytes;
+    for (const std::vector<unsigned char>& vBytes : m_Runs.GetFirstReads())
+    {
+        if (nSize == 0 || vBytes.size() < nPlace + s_nConstantBytes)
+        {
+            continue;
+        }
+        uint64_t nAddress = 0;
+        std::memcpy(&nAddress, &vBytes[nPlace], sizeof(nAddress));
+        const bool bFits = GetSession().GetBufferSize(argument.nResource, nAddress) == nSize &&
+                           GetSession().GetGlobalMemory(argument.nResource, nAddress + nSize - 1, 2).size() == 1;
+        if (bFits)
+        {
+            return nAddress;
+        }
+    }
+    return std::nullopt;
+}
+
+/// A register that is written in one place only, from the argument's constant, holds addresses in its buffer and no
+/// other.
+std::optional<uint64_t> CDebugger::FindInRegisters(size_t nArgument)
+{
+    const SKernelArgument& argument = m_vArguments[nArgument];
+    const std::string strConstant = "cb1[" + std::to_string(argument.nConstant) + "].x";
+    std::map<std::string, unsigned int> mapWriters;
+    std::string strCandidate;
+    for (unsigned int nLine = 0; nLine < m_pListing->GetLineCount(); ++nLine)
+    {
+        const std::string strWritten = m_pListing->GetWrittenRegister(nLine);
+        mapWriters[strWritten] += strWritten.empty() ? 0 : 1;
+        if (!strWritten.empty() && m_pListing->GetLine(nLine).find(strConstant) != std::string::npos)
+        {
+            strCandidate = strWritten;
+        }
+    }
+    const bool bSure = !strCandidate.empty() && mapWriters[strCandidate] == 1;
+    const SRegisterView view = bSure ? GetSession().GetRegister(strCandidate) : SRegisterView();
+    for (size_t i = 0; view.pWords != nullptr && i < view.nItems; ++i)
+    {
+        const uint64_t nAddress = uint64_t(view[i][1]) << 32 | view[i][0];
+        const size_t nSize = GetSession().GetBufferSize(argument.nResource, nAddress);
+        if (nSize != 0)
+        {
+            return nAddress - (nSize - GetSession().GetGlobalMemory(argument.nResource, nAddress, nSize).size());
+        }
+    }
+    return std::nullopt;
+}
+
+uint64_t CDebugger::FindAddress(size_t nArgument)
+{
+    const auto it = m_mapAddresses.find(nArgument);
+    if (it != m_mapAddresses.end())
+    {
+        return it->second;
+    }
+    std::optional<uint64_t> address;
+    if (m_Target.GetState() == CTarget::AtStop)
+    {
+        address = FindFirstRead(nArgument);
+        address = address ? address : FindInRegisters(nArgument);
+    }
+    if (!address)
+    {
+        const SKernelArgument& argument = m_vArguments[nArgument];
+        throw CCommandError("where " + argument.strName + " lies isn't known here; say uav" +
+                            std::to_string(argument.nResource) + ":ADDRESS");
+    }
+    m_mapAddresses[nArgument] = *address;
+    return *address;
+}
+
+std::string CDebugger::NameAddress(uint64_t nAddress)
+{
+    // Of several buffers the one that begins closest in front; behind its end the address is in none.
+    std::string strName;
+    uint64_t nOffset = ~uint64_t(0);
+    for (size_t i = 0; i < m_vArguments.size(); ++i)
+    {
+        if (!m_vArguments[i].IsGlobal() || GetGiven(i).vContents.empty())
+        {
+            continue;
+        }
+        try
+        {
+            const uint64_t nBase = FindAddress(i);
+            if (nBase <= nAddress && nAddress - nBase < nOffset)
+            {
+                nOffset = nAddress - nBase;
+                strName = m_vArguments[i].strName;
+            }
+        }
+        catch (const CCommandError&)
+        {
+            continue; // its place isn't known
+        }
+    }
+    // What is that far away has nothing to do with the buffer.
+    const bool bNear = nOffset < uint64_t(1) << 32;
+    return bNear ? strName + "+" + FormatHex(nOffset) : FormatHex(nAddress);
+}
+
+std::vector<unsigned char> CDebugger::ReadBuffer(size_t nArgument, uint64_t nOffset, size_t nBytes)
+{
+    RequireLive();
+    const SArgument& given = GetGiven(nArgument);
+    if (given.vContents.empty())
+    {
+        throw CCommandError(m_vArguments[nArgument].strName + " is a null buffer");
+    }
+    if (nOffset >= given.vContents.size())
+    {
+        throw CCommandError(m_vArguments[nArgument].strName + " has only " + std::to_string(given.vContents.size()) +
+                            " bytes");
+    }
+    if (m_Target.GetState() == CTarget::AtStop)
+    {
+        return GetSession().GetGlobalMemory(m_vArguments[nArgument].nResource, FindAddress(nArgument) + nOffset,
+                                            nBytes);
+    }
+    // In front of the first instruction everything is as the launch file has it.
+    const auto itFirst = given.vContents.begin() + static_cast<std::ptrdiff_t>(nOffset);
+    const size_t nThere = std::min<size_t>(nBytes, given.vContents.size() - nOffset);
+    return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nThere));
+}
+
+} // namespace KestrelTool
