@@ -147,8 +147,7 @@ TEST(Allocation, RunningGroupsMakesNothing)
         {
             const unsigned int nOnce = AllocationsOf(run, 1024 / nLocal, nLocal, 1);
             EXPECT_GT(nOnce, 0u) << test.pszName;
-            EXPECT_EQ(AllocationsOf(run, 4096 / nLocal, nLocal, 8), nOnce)
-                << test.pszName << ", groups of " << nLocal;
+            EXPECT_EQ(AllocationsOf(run, 4096 / nLocal, nLocal, 8), nOnce) << test.pszName << ", groups of " << nLocal;
         }
     }
 }
