@@ -140,6 +140,11 @@ protected:
     const std::string m_strNestedIf = s_strExamples + "nested_if/nested_if.json";
 };
 
+/// What interrupts a run or shows its progress while another thread is at work: the thread sanitizer's tests.
+class ThreadsPrompt : public Prompt
+{
+};
+
 bool Holds(const std::string& strText, const std::string& strPart)
 {
     return strText.find(strPart) != std::string::npos;
@@ -201,7 +206,7 @@ TEST_F(Prompt, KeepsItsHistory)
     EXPECT_TRUE(Holds(terminal.ReadTo("entry at line 11"), "info kernel"));
 }
 
-TEST_F(Prompt, IsInterruptedAndShowsProgress)
+TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
 {
     // Seconds of stops at a breakpoint whose condition never holds.
     const std::string strFolder = testing::TempDir() + "kestrel_loop_" + std::to_string(getpid());
@@ -237,10 +242,10 @@ TEST_F(Prompt, IsInterruptedAndShowsProgress)
 }
 
 /// A kernel whose every run takes seconds: nothing can be stopped at inside it, so an interrupt has to wait.
-class LongRuns : public Prompt
+class ThreadsLongRuns : public Prompt
 {
 protected:
-    LongRuns() : m_strFolder(testing::TempDir() + "kestrel_long_" + std::to_string(getpid()))
+    ThreadsLongRuns() : m_strFolder(testing::TempDir() + "kestrel_long_" + std::to_string(getpid()))
     {
         std::filesystem::create_directories(m_strFolder);
         std::ofstream(m_strFolder + "/spin.il") << R"(;ARGSTART:__OpenCL_spin_kernel
@@ -280,13 +285,13 @@ end
             << R"({"program": "spin.il", "kernel": "spin", "global": [1], "local": [1],
                    "args": [{"buffer": {"type": "int", "count": 1, "fill": "zero"}}]})";
     }
-    ~LongRuns() override { std::filesystem::remove_all(m_strFolder); }
+    ~ThreadsLongRuns() override { std::filesystem::remove_all(m_strFolder); }
 
     static constexpr int s_nPasses = 3000000;
     const std::string m_strFolder;
 };
 
-TEST_F(LongRuns, SayWhatAnInterruptWaitsForAndAreGivenUpByASecondOne)
+TEST_F(ThreadsLongRuns, SayWhatAnInterruptWaitsForAndAreGivenUpByASecondOne)
 {
     CTerminal terminal(m_strFolder + "/spin.json", "");
     terminal.ReadTo(s_strPrompt);
@@ -313,7 +318,7 @@ TEST_F(LongRuns, SayWhatAnInterruptWaitsForAndAreGivenUpByASecondOne)
     EXPECT_EQ(terminal.WaitForEnd(), 0);
 }
 
-TEST_F(LongRuns, AreLeftByAThirdInterrupt)
+TEST_F(ThreadsLongRuns, AreLeftByAThirdInterrupt)
 {
     CTerminal terminal(m_strFolder + "/spin.json", "");
     terminal.ReadTo(s_strPrompt);

@@ -26,8 +26,10 @@ const char* const s_pszIntroduction =
     "| `kestrel run LAUNCH` | just run it and compare its outputs |\n"
     "| `kestrel step LAUNCH` | step it to its end and print every stop |\n"
     "| `kestrel new PROGRAM` | write a launch file for a kernel, with comments; `--kernel NAME`, `-o FILE` |\n"
-    "| `kestrel asm PROGRAM -o BINARY` | make a kernel binary of IL; `--device NAME`, `--options TEXT` |\n"
-    "| `kestrel disasm BINARY` | print a binary's IL; `--numbers` with the lines' numbers |\n"
+    "| `kestrel asm PROGRAM -o BINARY` | make a kernel binary of IL; `--device NAME`, `--options TEXT`; with "
+    "`--tokens` the IL alone, as 32-bit words |\n"
+    "| `kestrel disasm BINARY` | print a binary's IL; `--numbers` with the lines' numbers. A file of IL words alone is "
+    "known by its looks, or by `--tokens` |\n"
     "| `kestrel info BINARY` | show a binary's sections, kernels, arguments, metadata and lines |\n\n"
     "`--platform system`, in front of these, takes the machine's own OpenCL in place of the software platform. Launch "
     "files are "
@@ -42,10 +44,14 @@ const char* const s_pszIntroduction =
     "the command, "
     "if there was one: `12 mask`), and `result` or `error`. Events have `event`: `started`, `stopped` (with `reason`, "
     "`line`, `count` of active "
-    "work-items, `breakpoints`, `fault`), `finished` (with `outputs` and `differences`), `display`, `error`.\n\n"
+    "work-items, `breakpoints`, `faults`), `finished` (with `outputs` and `differences`), `display`, `error`.\n\n"
     "History is kept in `~/.kestrel_history`, or in the file that `KESTREL_HISTORY` names. An interrupt (Ctrl-C) stops "
     "what runs at the next "
-    "place where it can: between kernel runs of a command that makes many, at the head of a loop's pass.\n";
+    "place where it can: between the steps of a command that makes many, at the head of a loop's pass; the progress "
+    "line "
+    "says which kernel run it waits for. A second one asks whether to give the session up; a third leaves `kestrel` if "
+    "a "
+    "single kernel run doesn't end.\n";
 
 /// The launch of an example, and its commands.
 struct SExample
@@ -166,8 +172,9 @@ std::string MakeManPage()
         << ".TH KESTREL 1\n.SH NAME\nkestrel \\- single\\-step OpenCL kernels\n.SH SYNOPSIS\n"
            ".B kestrel\n[\\-\\-platform software|system]\n.B debug\n[\\-q] [\\-batch] [\\-x FILE] [\\-ex COMMAND] "
            "[\\-\\-json] [\\-\\-echo] LAUNCH\n.br\n.B kestrel run\nLAUNCH\n.br\n.B kestrel step\nLAUNCH\n.br\n"
-           ".B kestrel new\nPROGRAM [\\-\\-kernel NAME] [\\-o FILE]\n.br\n.B kestrel asm\nPROGRAM \\-o BINARY\n.br\n"
-           ".B kestrel disasm\nBINARY [\\-\\-numbers]\n.br\n.B kestrel info\nBINARY\n.SH DESCRIPTION\n"
+           ".B kestrel new\nPROGRAM [\\-\\-kernel NAME] [\\-o FILE]\n.br\n.B kestrel asm\nPROGRAM \\-o BINARY "
+           "[\\-\\-tokens]\n.br\n"
+           ".B kestrel disasm\nBINARY [\\-\\-numbers] [\\-\\-tokens]\n.br\n.B kestrel info\nBINARY\n.SH DESCRIPTION\n"
            "Steps a kernel over its whole dispatch: at each stop the line, the active work\\-items, and every register "
            "and byte of memory of every work\\-item can be read.\n.SH EXIT STATUS\n0 good, 1 a command failed, 2 the "
            "call "

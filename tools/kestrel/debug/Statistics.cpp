@@ -21,6 +21,8 @@ uint64_t Mix(uint64_t nBits)
 class CDistinct
 {
 public:
+    CDistinct() { Clear(); }
+
     void Clear()
     {
         m_vSlots.assign(s_nFirstSlots, 0);
@@ -51,39 +53,65 @@ private:
     bool Insert(uint64_t nBits)
     {
         const size_t nMask = m_vSlots.size() - 1;
-        size_t nSlot = static_cast<size_t>(Mix(nBits) >> 20) & nMask;
-        while (m_vSlots[nSlot] != 0 && m_vSlots[nSlot] != nBits)
+        size_t nSlot = static_cast<size_t>(Mix(nBits) >> 24) & nMask;
+        while (m_vSlots[nSlot] != 0)
         {
+            if (m_vSlots[nSlot] == nBits)
+            {
+                return false;
+            }
             nSlot = (nSlot + 1) & nMask;
         }
-        const bool bNew = m_vSlots[nSlot] == 0;
         m_vSlots[nSlot] = nBits;
-        return bNew;
+        return true;
     }
 
     std::vector<uint64_t> m_vSlots;
     size_t m_nCount = 0;
 };
 
-/// Counts different values, NaNs left out. They are dealt out to parts by their bits, equal ones to the same part,
-/// so that each part can be counted inside the cache. Takes as much memory again as the values.
-size_t CountDistinct(const std::vector<double>& vValues)
+uint64_t GetBits(double fValue)
 {
-    const unsigned int nPartBits = vValues.size() > 4096 ? 9 : 0;
-    const auto getPart = [=](uint64_t nBits) { return nPartBits != 0 ? Mix(nBits) >> (64 - nPartBits) : 0; };
-    std::vector<size_t> vStarts((size_t(1) << nPartBits) + 1);
-    const auto getBits = [](double fValue)
-    {
-        uint64_t nBits;
-        fValue = fValue == 0 ? 0.0 : fValue; // one zero
-        std::memcpy(&nBits, &fValue, sizeof(nBits));
-        return nBits;
-    };
-    bool bZero = false;
+    uint64_t nBits;
+    fValue = fValue == 0 ? 0.0 : fValue; // one zero
+    std::memcpy(&nBits, &fValue, sizeof(nBits));
+    return nBits;
+}
+
+/// Counts different values that are neither 0 nor NaN, if they are few.
+/// \return false if they are many
+bool CountFew(const std::vector<double>& vValues, size_t& nCount)
+{
+    const size_t nMany = 4096;
+    CDistinct distinct;
+    uint64_t nLast = 0;
     for (const double fValue : vValues)
     {
-        bZero = bZero || fValue == 0;
-        vStarts[getPart(getBits(fValue)) + 1] += std::isnan(fValue) || fValue == 0 ? 0 : 1;
+        const uint64_t nBits = GetBits(fValue);
+        if (nBits != nLast && nBits != 0 && !std::isnan(fValue))
+        {
+            distinct.Add(nBits);
+            if (distinct.Count() > nMany)
+            {
+                return false;
+            }
+        }
+        nLast = nBits;
+    }
+    nCount = distinct.Count();
+    return true;
+}
+
+/// Counts different values that are neither 0 nor NaN. They are dealt out to parts by their bits, equal ones to the
+/// same part, so that each part can be counted inside the cache. Takes as much memory again as the values.
+size_t CountMany(const std::vector<double>& vValues)
+{
+    const unsigned int nPartBits = 9;
+    const auto getPart = [](uint64_t nBits) { return Mix(nBits) >> (64 - nPartBits); };
+    std::vector<size_t> vStarts((size_t(1) << nPartBits) + 1);
+    for (const double fValue : vValues)
+    {
+        vStarts[getPart(GetBits(fValue)) + 1] += std::isnan(fValue) || fValue == 0 ? 0 : 1;
     }
     std::partial_sum(vStarts.begin(), vStarts.end(), vStarts.begin());
     std::vector<uint64_t> vDealt(vStarts.back());
@@ -92,27 +120,29 @@ size_t CountDistinct(const std::vector<double>& vValues)
     {
         if (!std::isnan(fValue) && fValue != 0)
         {
-            const uint64_t nBits = getBits(fValue);
+            const uint64_t nBits = GetBits(fValue);
             vDealt[vNext[getPart(nBits)]++] = nBits;
         }
     }
-    size_t nCount = bZero ? 1 : 0;
+    size_t nCount = 0;
     CDistinct distinct;
     for (size_t nPart = 0; nPart + 1 < vStarts.size(); ++nPart)
     {
         distinct.Clear();
-        uint64_t nLast = 0;
         for (size_t n = vStarts[nPart]; n < vStarts[nPart + 1]; ++n)
         {
-            if (vDealt[n] != nLast)
-            {
-                distinct.Add(vDealt[n]);
-            }
-            nLast = vDealt[n];
+            distinct.Add(vDealt[n]);
         }
         nCount += distinct.Count();
     }
     return nCount;
+}
+
+size_t CountDistinct(const std::vector<double>& vValues)
+{
+    const size_t nZero = std::find(vValues.begin(), vValues.end(), 0.0) != vValues.end() ? 1 : 0;
+    size_t nCount = 0;
+    return nZero + (CountFew(vValues, nCount) ? nCount : CountMany(vValues));
 }
 
 void FillHistogram(const std::vector<double>& vValues, SStatistics& statistics)
