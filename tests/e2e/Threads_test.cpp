@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -139,9 +140,10 @@ private:
 };
 
 /// What a thread finds that runs sessions of its own, one behind the other.
-void RunSessions(COpenContexts& contexts, unsigned int nPhase, std::vector<std::string>& vFindings, size_t& nChecked)
+void RunSessions(COpenContexts& contexts, unsigned int nPhase, unsigned int nRounds,
+                 std::vector<std::string>& vFindings, size_t& nChecked)
 {
-    for (unsigned int nRound = 0; nRound < 3; ++nRound)
+    for (unsigned int nRound = 0; nRound < nRounds; ++nRound)
     {
         CLaunch launch(GetLibraries(), MakeSmallKernel(s_szBody, s_szLiterals));
         CTurningClient client(contexts, nPhase + nRound);
@@ -192,40 +194,80 @@ bool AskFromOutside(ovkclDebugContext context, size_t& nAnswered)
 
 } // namespace
 
-TEST(Threads, TwoSessionsAndAThirdThreadThatAsksBoth)
+namespace
+{
+
+/// Sessions in each of some threads, all at the same time, and as many more threads as asked for that query whatever
+/// is open.
+void RunInParallel(size_t nThreads, unsigned int nRounds, size_t nAsking)
 {
     GetDebugFunctions();
     COpenContexts contexts;
-    std::vector<std::string> findings[2];
-    size_t checked[2] = {};
+    std::vector<std::vector<std::string>> vFindings(nThreads);
+    std::vector<size_t> vChecked(nThreads);
+    std::vector<size_t> vAnswered(nAsking);
     std::atomic<bool> bDone = false;
-    size_t nAnswered = 0;
-    bool bAllRight = true;
-    std::thread asking(
-        [&]
-        {
-            while (!bDone)
-            {
-                for (const ovkclDebugContext context : contexts.Get())
-                {
-                    bAllRight = AskFromOutside(context, nAnswered) && bAllRight;
-                }
-                std::this_thread::yield();
-            }
-        });
-    std::thread first([&] { RunSessions(contexts, 0, findings[0], checked[0]); });
-    std::thread second([&] { RunSessions(contexts, 3, findings[1], checked[1]); });
-    first.join();
-    second.join();
-    bDone = true;
-    asking.join();
-    for (int i = 0; i < 2; ++i)
+    std::atomic<bool> bAllRight = true;
+    std::vector<std::thread> vAsking;
+    for (size_t i = 0; i < nAsking; ++i)
     {
-        EXPECT_EQ(findings[i], std::vector<std::string>()) << "thread " << i;
-        EXPECT_GT(checked[i], 6u);
+        vAsking.emplace_back(
+            [&, i]
+            {
+                while (!bDone)
+                {
+                    for (const ovkclDebugContext context : contexts.Get())
+                    {
+                        bAllRight = AskFromOutside(context, vAnswered[i]) && bAllRight;
+                    }
+                    std::this_thread::yield();
+                }
+            });
+    }
+    std::vector<std::thread> vThreads;
+    for (size_t i = 0; i < nThreads; ++i)
+    {
+        vThreads.emplace_back(
+            [&, i] { RunSessions(contexts, static_cast<unsigned int>(3 * i), nRounds, vFindings[i], vChecked[i]); });
+    }
+    for (std::thread& thread : vThreads)
+    {
+        thread.join();
+    }
+    bDone = true;
+    for (std::thread& thread : vAsking)
+    {
+        thread.join();
+    }
+    for (size_t i = 0; i < nThreads; ++i)
+    {
+        EXPECT_EQ(vFindings[i], std::vector<std::string>()) << "thread " << i;
+        EXPECT_GT(vChecked[i], 2 * nRounds);
     }
     EXPECT_TRUE(bAllRight);
-    EXPECT_GT(nAnswered, 0u) << "the third thread has met no session";
+    for (size_t i = 0; i < nAsking; ++i)
+    {
+        EXPECT_GT(vAnswered[i], 0u) << "asking thread " << i << " has met no session";
+    }
+}
+
+/// KESTREL_THREAD_ROUNDS=50 is the long form.
+unsigned int CountRounds()
+{
+    const char* pszValue = std::getenv("KESTREL_THREAD_ROUNDS");
+    return pszValue != nullptr ? std::max(std::atoi(pszValue), 1) : 3;
+}
+
+} // namespace
+
+TEST(Threads, TwoSessionsAndAThirdThreadThatAsksBoth)
+{
+    RunInParallel(2, 3, 1);
+}
+
+TEST(Threads, EightSessionsAndTwoThreadsThatAskThemAll)
+{
+    RunInParallel(8, CountRounds(), 2);
 }
 
 // A run passes over many lines between its stops; nobody may see one of them.
