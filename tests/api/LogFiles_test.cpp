@@ -22,15 +22,21 @@ protected:
     }
     void TearDown() override { std::filesystem::remove_all(m_folder); }
 
-    void RunClient(const char* pszLevel)
+    /// \param prepare  makes what lies in the folder before
+    /// \param strLimits  shell commands in front of the client
+    void RunClient(const char* pszLevel, void (*prepare)(const std::filesystem::path&) = nullptr,
+                   const std::string& strLimits = "true")
     {
-        for (const auto& entry : std::filesystem::directory_iterator(m_folder))
+        std::filesystem::remove_all(m_folder);
+        std::filesystem::create_directories(m_folder);
+        if (prepare != nullptr)
         {
-            std::filesystem::remove(entry);
+            prepare(m_folder);
         }
         const std::string strLevel =
             pszLevel != nullptr ? std::string("OVK_CL_DEBUG_LOG_LEVEL=") + pszLevel : "-u OVK_CL_DEBUG_LOG_LEVEL";
-        const std::string strCommand = "cd '" + m_folder.string() + "' && env " + strLevel + " " KESTREL_C_CLIENT;
+        const std::string strCommand =
+            "cd '" + m_folder.string() + "' && " + strLimits + " && env " + strLevel + " " KESTREL_C_CLIENT;
         ASSERT_EQ(std::system(strCommand.c_str()), 0) << strCommand;
     }
 
@@ -113,6 +119,39 @@ TEST_F(LogFiles, TheSessionLogIsFramedAndAppendedTo)
     EXPECT_EQ(nFirst, 0u);
     EXPECT_NE(strLog.find(strFrame, nFirst + 1), std::string::npos) << "the client debugs twice";
     EXPECT_NE(strLog.find("\n***********************************\nLog ended: "), std::string::npos);
+}
+
+/// The files that the library writes.
+const char* const s_LogNames[] = {"OVKKestrelUsage.log", "OVKKestrelConsistency.log", "OVKKestrel.log"};
+
+/// The client in C knows the codes and values that it has to get, and ends with a failure on any other.
+TEST_F(LogFiles, WhatCantBeWrittenChangesNoSession)
+{
+    const auto fullDisk = [](const std::filesystem::path& folder)
+    {
+        for (const char* pszName : s_LogNames)
+        {
+            std::filesystem::create_symlink("/dev/full", folder / pszName);
+        }
+    };
+    const auto folders = [](const std::filesystem::path& folder)
+    {
+        for (const char* pszName : s_LogNames)
+        {
+            std::filesystem::create_directory(folder / pszName);
+        }
+    };
+    for (const char* pszLevel : {"2", "3", "6"})
+    {
+        RunClient(pszLevel, fullDisk);
+        EXPECT_TRUE(std::filesystem::is_symlink(m_folder / s_LogNames[0]));
+        RunClient(pszLevel, folders);
+        EXPECT_TRUE(std::filesystem::is_directory(m_folder / s_LogNames[0]));
+        // A quota that is used up on the way.
+        RunClient(pszLevel, nullptr, "trap '' XFSZ && ulimit -f 2");
+        EXPECT_LE(std::filesystem::file_size(m_folder / s_LogNames[0]), 2048u);
+        EXPECT_LE(std::filesystem::file_size(m_folder / s_LogNames[2]), 2048u);
+    }
 }
 
 } // namespace
