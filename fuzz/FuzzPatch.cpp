@@ -170,10 +170,13 @@ private:
         stream.SkipTokens(2);
         CShaderDebuggerInstructionIL item(&m_Kernel.Host());
         size_t nEnds = 0;
+        bool bInMacro = false;
         while (stream.GetTokensLeft() != 0)
         {
             Require(item.ReadInstruction(stream), "a patched stream decodes", strPlace);
-            nEnds += item.GetOpCode() == IL_OP_END ? 1 : 0;
+            bInMacro = item.GetOpCode() == IL_OP_MACRODEF || (bInMacro && item.GetOpCode() != IL_OP_MACROEND);
+            // What stands in a macro of another kernel is nobody's business.
+            nEnds += item.GetOpCode() == IL_OP_END && !bInMacro ? 1 : 0;
         }
         Require(nEnds == 1 && item.GetOpCode() == IL_OP_END, "a patched stream ends once, at its end", strPlace);
         std::string strReason;

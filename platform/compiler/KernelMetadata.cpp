@@ -213,6 +213,10 @@ bool CReader::ReadVersion(const Tokens& tokens)
     {
         return FailNumber(tokens[3]);
     }
+    if (m_bVersion)
+    {
+        return true; // the first one counts, as it does for a debugger
+    }
     m_bVersion = true;
     m_metadata.nPointerFields = nRevision < 87 ? 9 : nRevision < 100 ? 10 : 12;
     return true;
