@@ -193,13 +193,13 @@ bool ObeyOrBreak(unsigned int nCommand, CKernelDebugState& state, const SLaunch&
 bool StartSession(CSessionLock& lock, CKernelDebugState& state)
 {
     CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
-    const std::vector<char>& vBinary = host.GetShaderData();
-    if (vBinary.empty())
-    {
-        return FailStart(lock, state, "No kernel binary.");
-    }
     try
     {
+        const std::vector<char>& vBinary = host.GetShaderData();
+        if (vBinary.empty())
+        {
+            return FailStart(lock, state, "No kernel binary.");
+        }
         return host.StartDebugging(vBinary.data(), vBinary.size(), nullptr, &state.m_dispatchDimensions,
                                    OVK_ShaderDebugger::DM_Unknown) ||
                FailStart(lock, state, "Could not start kernel debugging.");

@@ -4,25 +4,26 @@
 
 #include <algorithm>
 #include <fstream>
+#include <memory>
 #include <unordered_map>
 
-CElf::CElf(const std::string& strFilename)
+CElf::CElf(const std::string& strFilename) : CElf()
 {
     std::ifstream file(strFilename, std::ios::binary);
     m_Initialized = file.is_open() && ReadStream(file);
 }
 
-CElf::CElf(std::istream* stream)
+CElf::CElf(std::istream* stream) : CElf()
 {
     m_Initialized = stream != nullptr && ReadStream(*stream);
 }
 
-CElf::CElf(const std::vector<char>& vBinary)
+CElf::CElf(const std::vector<char>& vBinary) : CElf()
 {
     m_Initialized = Read(vBinary);
 }
 
-CElf::CElf(const CElf& celf)
+CElf::CElf(const CElf& celf) : CElf()
 {
     Copy(celf);
 }
@@ -68,8 +69,9 @@ void CElf::Copy(const CElf& celf)
     mapToCopy[nullptr] = nullptr;
     for (const CElfSection* pSource : celf.m_Sections)
     {
+        m_Sections.push_back(nullptr);
         CElfSection* pCopy = MakeCopy(celf, *pSource);
-        m_Sections.push_back(pCopy);
+        m_Sections.back() = pCopy;
         mapToCopy[pSource] = pCopy;
     }
     for (size_t nIndex = 0; nIndex < m_Sections.size(); ++nIndex)
@@ -90,29 +92,29 @@ void CElf::Copy(const CElf& celf)
 
 CElfSection* CElf::MakeCopy(const CElf& celf, const CElfSection& source)
 {
-    CElfSection* pCopy = nullptr;
+    std::unique_ptr<CElfSection> pCopy;
     if (&source == celf.m_SymbolTable)
     {
-        pCopy = m_SymbolTable = new CElfSymbolTable;
+        pCopy.reset(m_SymbolTable = new CElfSymbolTable);
     }
     else if (&source == celf.m_SectionHeaderStringTable)
     {
-        pCopy = m_SectionHeaderStringTable = new CElfStringTable;
+        pCopy.reset(m_SectionHeaderStringTable = new CElfStringTable);
     }
     else if (dynamic_cast<const CElfStringTable*>(&source) != nullptr)
     {
-        pCopy = new CElfStringTable;
+        pCopy.reset(new CElfStringTable);
     }
     else
     {
-        pCopy = new CElfSection;
+        pCopy.reset(new CElfSection);
         pCopy->SetData(source.GetData());
     }
 
     pCopy->m_Header = source.m_Header;
     pCopy->m_Header.sh_addr = 0;
     pCopy->m_Name = source.m_Name;
-    return pCopy;
+    return pCopy.release();
 }
 
 bool CElf::Store(const std::string& strFilename)
@@ -227,15 +229,15 @@ CElfSection* CElf::AddSection(const std::string& name, Elf64_Word type, Elf64_Xw
         return nullptr;
     }
 
-    auto* pSection = new CElfSection;
+    auto pSection = std::make_unique<CElfSection>();
     pSection->SetName(name);
     pSection->SetType(type);
     pSection->SetFlags(flags);
     pSection->SetInfo(info);
     pSection->m_Header.sh_addralign = addrAlign;
     pSection->SetEntrySize(entrySize);
-    m_Sections.push_back(pSection);
-    return pSection;
+    m_Sections.push_back(pSection.get());
+    return pSection.release();
 }
 
 bool CElf::RemoveSection(const std::string& name)

@@ -109,6 +109,9 @@ public:
 
 private:
     bool Read(const std::vector<char>& vBinary);
+    /// Where the others begin, so that one that throws half-way is destroyed with what it has.
+    CElf() = default;
+
     bool ReadStream(std::istream& stream);
     bool ReadHeader(const std::vector<char>& vBinary);
     bool CheckHeader(const std::vector<char>& vBinary) const;

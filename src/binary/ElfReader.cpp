@@ -91,7 +91,8 @@ bool CElf::ReadSections(const std::vector<char>& vBinary, uint64_t& nBudget)
             nBudget -= header.sh_size;
         }
 
-        m_Sections.push_back(MakeSection(nIndex, header.sh_type));
+        m_Sections.push_back(nullptr);
+        m_Sections.back() = MakeSection(nIndex, header.sh_type);
         m_Sections.back()->Load(vBinary, nOffset, m_IsElf64);
     }
     return ReadSectionNames(nBudget);
