@@ -163,10 +163,11 @@ CShaderDebuggerResult* CShaderDebuggerIL::GetResult(ResultMap& results, const st
     CShaderDebuggerResult* pResult = FindResult(results, strName);
     if (pResult == nullptr)
     {
-        pResult = new (std::nothrow) CShaderDebuggerResult(GetHost(), strName);
+        std::unique_ptr<CShaderDebuggerResult> pNew(new (std::nothrow) CShaderDebuggerResult(GetHost(), strName));
+        pResult = pNew.get();
         if (pResult != nullptr)
         {
-            results[strName].reset(pResult);
+            results[strName] = std::move(pNew);
         }
     }
     return pResult;
