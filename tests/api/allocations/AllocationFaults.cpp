@@ -3,6 +3,7 @@
 #include "tests/api/allocations/OwnCalls.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
@@ -15,6 +16,7 @@ namespace
 std::atomic<uint64_t> s_nAllocations{0};
 std::atomic<uint64_t> s_nFailed{0};
 std::atomic<uint64_t> s_nFailing{0};
+std::atomic<uint64_t> s_nAlive{0};
 std::atomic<bool> s_bForEver{false};
 thread_local bool s_bInside = false;
 
@@ -69,6 +71,11 @@ uint64_t CountFailed()
     return s_nFailed;
 }
 
+uint64_t CountAlive()
+{
+    return s_nAlive;
+}
+
 CInside::CInside(bool bInside) : m_bBefore(s_bInside)
 {
     s_bInside = bInside;
@@ -82,9 +89,32 @@ CInside::~CInside()
 namespace
 {
 
+/// Lies in front of what operator new gives, and keeps that aligned.
+struct alignas(std::max_align_t) SHeader
+{
+    bool bInside;
+};
+
 void* Allocate(size_t nSize) noexcept
 {
-    return Strikes() ? nullptr : std::malloc(nSize != 0 ? nSize : 1);
+    SHeader* pHeader = Strikes() ? nullptr : static_cast<SHeader*>(std::malloc(sizeof(SHeader) + nSize));
+    if (pHeader == nullptr)
+    {
+        return nullptr;
+    }
+    pHeader->bInside = s_bInside;
+    s_nAlive += s_bInside;
+    return pHeader + 1;
+}
+
+void Free(void* pMemory) noexcept
+{
+    if (pMemory != nullptr)
+    {
+        SHeader* pHeader = static_cast<SHeader*>(pMemory) - 1;
+        s_nAlive -= pHeader->bInside;
+        std::free(pHeader);
+    }
 }
 
 void* AllocateOrThrow(size_t nSize)
@@ -123,30 +153,30 @@ void* operator new[](size_t nSize, const std::nothrow_t&) noexcept
 
 void operator delete(void* pMemory) noexcept
 {
-    std::free(pMemory);
+    AllocationFaults::Free(pMemory);
 }
 
 void operator delete[](void* pMemory) noexcept
 {
-    std::free(pMemory);
+    AllocationFaults::Free(pMemory);
 }
 
 void operator delete(void* pMemory, size_t) noexcept
 {
-    std::free(pMemory);
+    AllocationFaults::Free(pMemory);
 }
 
 void operator delete[](void* pMemory, size_t) noexcept
 {
-    std::free(pMemory);
+    AllocationFaults::Free(pMemory);
 }
 
 void operator delete(void* pMemory, const std::nothrow_t&) noexcept
 {
-    std::free(pMemory);
+    AllocationFaults::Free(pMemory);
 }
 
 void operator delete[](void* pMemory, const std::nothrow_t&) noexcept
 {
-    std::free(pMemory);
+    AllocationFaults::Free(pMemory);
 }

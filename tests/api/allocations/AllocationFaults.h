@@ -23,6 +23,9 @@ uint64_t CountAllocations();
 /// Those of them that failed.
 uint64_t CountFailed();
 
+/// What operator new has given inside the library and nobody has deleted yet.
+uint64_t CountAlive();
+
 /// This thread is inside the library for the life of the object, or outside of it.
 class CInside
 {
