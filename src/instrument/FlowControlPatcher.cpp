@@ -370,9 +370,15 @@ bool CInstrumentedShaderIL::FinalizeFunctions(CSource& src, CDest& dest, Instruc
         return false;
     }
 
+    // The macros of other kernels aren't analysed: whatever stands in them, they end with their mend.
+    bool bInMacro = false;
+
     while (ReadItem(src, item))
     {
-        if (item.GetOpCode() == IL_OP_END)
+        const ILOpCode op = item.GetOpCode();
+        bInMacro = op == IL_OP_MACRODEF || (bInMacro && op != IL_OP_MACROEND);
+
+        if (op == IL_OP_END && !bInMacro)
         {
             return true;
         }
