@@ -144,6 +144,20 @@ TEST(Expression, IsWorkedOutForTheWorkItemInFocus)
     }
 }
 
+TEST(Expression, RefusesWhatIsNestedTooDeeply)
+{
+    for (const char* pszPiece : {"(", "-", "!", "any/a "})
+    {
+        std::string strText;
+        for (int n = 0; n < 100000; ++n)
+        {
+            strText += pszPiece;
+        }
+        EXPECT_THROW(CExpression(strText + "1"), CCommandError) << pszPiece;
+    }
+    EXPECT_NO_THROW(CExpression(std::string(100, '(') + "1" + std::string(100, ')')));
+}
+
 TEST(Expression, SaysWhatIsWrong)
 {
     const SCase cases[] = {

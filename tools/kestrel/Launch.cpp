@@ -34,7 +34,12 @@ void CLaunch::Create()
     Check(nCode, "clCreateCommandQueue");
     BuildProgram();
     m_Kernel = m_Lib.ovkclInterceptCreateKernel(m_Program, m_File.strKernel.c_str(), &nCode);
+    if (nCode == CL_INVALID_KERNEL_NAME)
+    {
+        throw CLaunchFileError(m_File.strPath + ": kernel names none of the program's: \"" + m_File.strKernel + "\"");
+    }
     Check(nCode, ("clCreateKernel of \"" + m_File.strKernel + "\"").c_str());
+    CheckArgumentCount();
     m_vMemory.assign(m_File.vArguments.size(), nullptr);
     for (size_t i = 0; i < m_File.vArguments.size(); ++i)
     {
@@ -79,6 +84,32 @@ void CLaunch::Check(cl_int nCode, const char* pszWhat) const
     }
 }
 
+void CLaunch::CheckArgumentCount() const
+{
+    cl_uint nArguments = 0;
+    Check(m_Lib.cl.clGetKernelInfo(m_Kernel, CL_KERNEL_NUM_ARGS, sizeof(nArguments), &nArguments, nullptr),
+          "clGetKernelInfo");
+    if (nArguments != m_File.vArguments.size())
+    {
+        throw CLaunchFileError(m_File.strPath + ": args has " + std::to_string(m_File.vArguments.size()) +
+                               " entries, but the kernel takes " + std::to_string(nArguments));
+    }
+}
+
+/// What the runtime says of the sizes of a launch is said of the fields that they come from.
+void CLaunch::CheckSizes(cl_int nCode) const
+{
+    if (nCode == CL_INVALID_WORK_GROUP_SIZE || nCode == CL_INVALID_WORK_ITEM_SIZE)
+    {
+        throw CLaunchFileError(m_File.strPath +
+                               ": local doesn't fit: it must divide global, and be what the kernel and device allow");
+    }
+    if (nCode == CL_INVALID_GLOBAL_OFFSET || nCode == CL_INVALID_GLOBAL_WORK_SIZE)
+    {
+        throw CLaunchFileError(m_File.strPath + ": global or offset is more than the device allows");
+    }
+}
+
 void CLaunch::ChooseDevice()
 {
     cl_uint nPlatforms = 0;
@@ -108,7 +139,11 @@ void CLaunch::ChooseDevice()
             }
         }
     }
-    throw CPlatformError(m_File.strPath + ": no device is named \"" + m_File.strDevice + "\"");
+    if (m_File.strDevice.empty())
+    {
+        throw CPlatformError("the OpenCL runtime has no GPU");
+    }
+    throw CLaunchFileError(m_File.strPath + ": device names none of the runtime's: \"" + m_File.strDevice + "\"");
 }
 
 void CLaunch::BuildProgram()
@@ -211,10 +246,11 @@ void CLaunch::ResetContents()
 void CLaunch::Run()
 {
     cl_event event = nullptr;
-    Check(m_Lib.cl.clEnqueueNDRangeKernel(m_Queue, m_Kernel, m_File.nDimensions, Offset(), m_File.nGlobalSize,
-                                          LocalSize(), 0, nullptr, &event),
-          "clEnqueueNDRangeKernel");
-    const cl_int nCode = m_Lib.cl.clWaitForEvents(1, &event);
+    cl_int nCode = m_Lib.cl.clEnqueueNDRangeKernel(m_Queue, m_Kernel, m_File.nDimensions, Offset(), m_File.nGlobalSize,
+                                                   LocalSize(), 0, nullptr, &event);
+    CheckSizes(nCode);
+    Check(nCode, "clEnqueueNDRangeKernel");
+    nCode = m_Lib.cl.clWaitForEvents(1, &event);
     m_Lib.cl.clReleaseEvent(event);
     Check(nCode, "clWaitForEvents");
 }
@@ -230,6 +266,7 @@ cl_int CLaunch::Debug(ovkclDebugCallback callback, void* pUserData)
         m_Lib.cl.clWaitForEvents(1, &event);
         m_Lib.cl.clReleaseEvent(event);
     }
+    CheckSizes(nCode);
     return nCode;
 }
 

@@ -59,6 +59,8 @@ public:
 private:
     void Create();
     void Release();
+    void CheckArgumentCount() const;
+    void CheckSizes(cl_int nCode) const;
     void ChooseDevice();
     void BuildProgram();
     void CreateArgument(size_t nArgument);

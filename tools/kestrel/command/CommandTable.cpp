@@ -75,7 +75,7 @@ const SCommand g_Commands[] = {
      "break 21\ncommands 1\nprint r3.x\ncontinue\nend\nrun", DoBreakpointCommands, false, ECompletion::Nothing},
     {"enable", "", "[ID...]", s_pszBreakpoints, "Let breakpoints stop again; all without a number.", "",
      "break 21\ndisable\nenable 1\ninfo breakpoints", DoEnable, false, ECompletion::Nothing},
-    {"disable", "", "[ID...]", s_pszBreakpoints, "Let breakpoints be passed; all without a number.", "",
+    {"disable", "dis", "[ID...]", s_pszBreakpoints, "Let breakpoints be passed; all without a number.", "",
      "break 21\ndisable 1\nrun", DoDisable, false, ECompletion::Nothing},
     {"delete", "d", "[ID...]", s_pszBreakpoints, "Take breakpoints away; all without a number.", "",
      "break 21\nbreak 33\ndelete 1\ninfo breakpoints", DoDelete, false, ECompletion::Nothing},

@@ -157,6 +157,20 @@ private:
 
     Node ParseUnary()
     {
+        // Everything that nests comes through here.
+        const int nMaxDepth = 200;
+        if (m_nDepth >= nMaxDepth)
+        {
+            Fail("less that is nested");
+        }
+        ++m_nDepth;
+        Node pNode = ParseUnaryHere();
+        --m_nDepth;
+        return pNode;
+    }
+
+    Node ParseUnaryHere()
+    {
         if (Take("-"))
         {
             return MakeUnary(ENode::Negate, ParseUnary());
@@ -376,6 +390,7 @@ private:
     size_t m_nPos = 0;
     int m_nPairsAllowed = 0;
     bool m_bInAggregate = false;
+    int m_nDepth = 0;
 };
 
 } // namespace
