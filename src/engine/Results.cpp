@@ -51,15 +51,26 @@ void CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg)
     {
         return;
     }
-    CShaderDebuggerBuffer* pResultBuffer = nullptr;
     CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
-    const bool bRead = RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
-    std::unique_ptr<CShaderDebuggerBuffer> pResultOwner(pResultBuffer);
-    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskOwner(pExecMaskBuffer);
-    if (bRead)
+    if (!RetrieveExecMaskBuffer(pExecMaskBuffer))
     {
-        pShader->UpdateExecMaskHistory(pc, pExecMaskBuffer);
-        UpdateResults(pc, reg, std::move(pResultOwner), std::move(pExecMaskOwner));
+        return;
+    }
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskOwner(pExecMaskBuffer);
+    const EFiling eFiling = GetFiling(reg, *pExecMaskBuffer);
+    std::unique_ptr<CShaderDebuggerBuffer> pValues;
+    if (eFiling == FILE_Values && !ReadValues(reg, *pExecMaskBuffer, pValues))
+    {
+        return;
+    }
+    pShader->UpdateExecMaskHistory(pc, pExecMaskBuffer);
+    if (eFiling == FILE_Values)
+    {
+        FileValues(pc, reg, std::move(pValues), std::move(pExecMaskOwner));
+    }
+    else if (eFiling == FILE_Mask)
+    {
+        FileMask(pc, std::move(pExecMaskOwner));
     }
 }
 
@@ -77,43 +88,72 @@ void CShaderDebuggerIL::UpdateResults(Register inputReg)
     }
 }
 
-/// Files one run and takes over both buffers. \return the result that it went to; null if it isn't wanted
-CShaderDebuggerResult* CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg,
-                                                        std::unique_ptr<CShaderDebuggerBuffer> pResultBuffer,
-                                                        std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer)
+/// What is kept of a run: a register that nobody has written yet has no values to show.
+CShaderDebuggerIL::EFiling CShaderDebuggerIL::GetFiling(const Register& reg, const CShaderDebuggerBuffer& execMask)
 {
-    const bool bNoRegister = reg == g_Reg_NULL;
-    if (!bNoRegister && (!IsTracked(reg) || IsWriteAcrossSlots(reg)))
+    if (reg == g_Reg_NULL)
     {
-        return nullptr;
+        return FILE_Mask;
     }
-    const std::string strName =
-        bNoRegister ? s_szNoDestination : ShaderDebuggerUtilsIL::GetILRegisterName(GetResultRegister(reg), true);
-    // A register that nobody has written yet has no values to show.
-    const bool bNothingWritten =
-        !bNoRegister && FindResult(m_Results, strName) == nullptr && pExecMaskBuffer->GetActiveItemCount(0) == 0;
-    const bool bMaskOnly = bNoRegister || bNothingWritten;
-    CShaderDebuggerResult* pResult = GetResult(m_Results, bMaskOnly ? s_szNoDestination : strName);
+    if (!IsTracked(reg) || IsWriteAcrossSlots(reg))
+    {
+        return FILE_Nothing;
+    }
+    const bool bWritten = FindResult(GetResultRegister(reg)) != nullptr || execMask.GetActiveItemCount(0) != 0;
+    return bWritten ? FILE_Values : FILE_Mask;
+}
+
+/// Reads the values of a run. If all work-items have new ones they go over the old ones, with no second copy.
+/// \param[out] pValues  null if the register's own buffer has them
+bool CShaderDebuggerIL::ReadValues(const Register& reg, const CShaderDebuggerBuffer& execMask,
+                                   std::unique_ptr<CShaderDebuggerBuffer>& pValues)
+{
+    const CShaderDebuggerResult* pResult = FindResult(GetResultRegister(reg));
+    const bool bAll = reg.reg.type != RT_PrivateUAVAccess && execMask.GetActiveItemCount(0) == execMask.GetItemCount();
+    if (bAll && pResult != nullptr && pResult->GetResult() != nullptr &&
+        m_pSwitchedTargetBuffers[SD_Results] != nullptr)
+    {
+        return m_pSwitchedTargetBuffers[SD_Results]->GetDataBuffer(pResult->GetResult()) != nullptr;
+    }
+    CShaderDebuggerBuffer* pResultBuffer = nullptr;
+    RetrieveResultBuffer(pResultBuffer);
+    pValues.reset(pResultBuffer);
+    return pResultBuffer != nullptr;
+}
+
+void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer)
+{
+    CShaderDebuggerResult* pResult = GetResult(m_Results, s_szNoDestination);
     if (pResult == nullptr)
     {
-        return nullptr;
+        return;
     }
     m_pLastTouchedResult = pResult;
-    pResult->SetProgramCounter(pc, bMaskOnly ? RegisterMask(0) : reg.mask);
-    if (bMaskOnly)
+    pResult->SetProgramCounter(pc, RegisterMask(0));
+    pResult->UpdateExecMask(pExecMaskBuffer.release());
+}
+
+/// \param pValues  null if the register's own buffer has them
+void CShaderDebuggerIL::FileValues(ProgramCounter pc, const Register& reg,
+                                   std::unique_ptr<CShaderDebuggerBuffer> pValues,
+                                   std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer)
+{
+    CShaderDebuggerResult* pResult = GetResult(GetResultRegister(reg));
+    if (pResult == nullptr)
     {
-        pResult->UpdateResult(pResultBuffer.release(), nullptr, 0, 0, 0);
+        return;
     }
-    else
+    m_pLastTouchedResult = pResult;
+    pResult->SetProgramCounter(pc, reg.mask);
+    UpdateResultDataType(*pResult);
+    if (pValues != nullptr)
     {
-        UpdateResultDataType(*pResult);
         const SPrivateAccess access = GetAccess(reg);
         const bool bPart = reg.reg.type == RT_PrivateUAVAccess;
-        pResult->UpdateResult(pResultBuffer.release(), pExecMaskBuffer.get(), access.nFirstComponent, 0,
+        pResult->UpdateResult(pValues.release(), pExecMaskBuffer.get(), access.nFirstComponent, 0,
                               bPart ? access.nComponents : 0);
     }
     pResult->UpdateExecMask(pExecMaskBuffer.release());
-    return pResult;
 }
 
 void CShaderDebuggerIL::UpdateResultDataType(CShaderDebuggerResult& result)

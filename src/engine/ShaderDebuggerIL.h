@@ -145,9 +145,19 @@ private:
     bool WriteBack();
     bool ReadOutputs(Contents& outputs);
 
-    CShaderDebuggerResult* UpdateResults(ProgramCounter pc, Register reg,
-                                         std::unique_ptr<CShaderDebuggerBuffer> pResultBuffer,
-                                         std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
+    enum EFiling
+    {
+        FILE_Nothing,
+        FILE_Mask,
+        FILE_Values
+    };
+
+    EFiling GetFiling(const Register& reg, const CShaderDebuggerBuffer& execMask);
+    bool ReadValues(const Register& reg, const CShaderDebuggerBuffer& execMask,
+                    std::unique_ptr<CShaderDebuggerBuffer>& pValues);
+    void FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
+    void FileValues(ProgramCounter pc, const Register& reg, std::unique_ptr<CShaderDebuggerBuffer> pValues,
+                    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
     void UpdateResultDataType(CShaderDebuggerResult& result);
     bool IsWriteAcrossSlots(const Register& reg) const;
     bool LoadGlobalResult(size_t i, CShaderDebuggerResult& result);
