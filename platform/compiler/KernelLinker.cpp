@@ -51,6 +51,11 @@ bool CKernelLinker::Assemble(std::string_view text, SDiagnostic& diag)
         return Refuse(diag, 0, "the assembled text doesn't decode");
     }
     const size_t nPosition = text.find(s_Placeholder);
+    if (m_nPlaceholders > 1)
+    {
+        return Refuse(diag, LineOf(text, text.find(s_Placeholder, nPosition + 1)),
+                      "a second line '" + std::string(s_Placeholder) + "', and a kernel is called in one place");
+    }
     m_nPlaceholderLine = HasPlaceholder() && nPosition != std::string_view::npos ? LineOf(text, nPosition) : 0;
     return CheckCalls(diag);
 }
@@ -98,7 +103,9 @@ bool CKernelLinker::Outline()
 
 void CKernelLinker::OutlineItem(const uint32_t* pItem, const SItemLayout& layout, size_t nOffset, SFunction*& pFunction)
 {
-    if (layout.nOpcode == OpComment && pFunction == &m_Main && !HasPlaceholder() && IsPlaceholder(pItem, layout))
+    const bool bPlaceholder = layout.nOpcode == OpComment && IsPlaceholder(pItem, layout);
+    m_nPlaceholders += bPlaceholder ? 1 : 0;
+    if (bPlaceholder && pFunction == &m_Main && !HasPlaceholder())
     {
         m_nPlaceholder = nOffset;
         m_nPlaceholderWords = layout.nWords;

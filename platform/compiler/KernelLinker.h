@@ -59,7 +59,8 @@ private:
     std::vector<uint32_t> m_vLines;
     SFunction m_Main;
     std::unordered_map<uint32_t, SFunction> m_Functions;
-    size_t m_nPlaceholder = 0; ///< offset of its comment, 0 for none
+    size_t m_nPlaceholders = 0; ///< comments of this text, wherever they are
+    size_t m_nPlaceholder = 0;  ///< offset of the one in the main body, 0 for none
     size_t m_nPlaceholderWords = 0;
     size_t m_nPlaceholderInstruction = 0; ///< number of instructions in front of it
     uint32_t m_nPlaceholderLine = 0;

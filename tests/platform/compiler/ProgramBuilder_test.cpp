@@ -240,6 +240,8 @@ TEST(ProgramBuilder, LogsSayWhichLineAndWhy)
          "error: line 1, column 1: expected the opening line 'il_cs_2_0', got the end of the text\n"},
         {"placeholder", Replaced(strOne, ";$$$$$$$$$$\n", ""),
          "error: kernel first: the main body has neither the line ';$$$$$$$$$$' nor a call of function 1024\n"},
+        {"placeholders", Replaced(strOne, ";$$$$$$$$$$\n", ";$$$$$$$$$$\n;$$$$$$$$$$\n"),
+         "error: line 9, column 1: a second line ';$$$$$$$$$$', and a kernel is called in one place\n"},
         {"function", Modules::Metadata("first", "1026") + Modules::TwoKernelText(),
          "error: kernel first is function 1026, which isn't there\n"},
         {"group size", Replaced(strOne, "group 64", "group 640"),
