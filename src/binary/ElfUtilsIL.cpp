@@ -171,6 +171,10 @@ struct SReplacement
 /// Whether a text between two places of another would run into what is around it.
 bool IsWord(const std::string& strText, size_t nBegin, size_t nEnd, const std::string& strBetween)
 {
+    if (strBetween.empty())
+    {
+        return true;
+    }
     const bool bGoesBack = nBegin > 0 && IsWordCharacter(strText[nBegin - 1]) && IsWordCharacter(strBetween.front());
     const bool bGoesOn = nEnd < strText.size() && IsWordCharacter(strText[nEnd]) && IsWordCharacter(strBetween.back());
     return !bGoesBack && !bGoesOn;
