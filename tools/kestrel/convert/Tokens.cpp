@@ -85,7 +85,7 @@ std::string TextToTokens(const std::string& strPlatformDir, const std::string& s
     {
         throw std::runtime_error("the text is no IL that can be converted");
     }
-    const std::string strBytes(static_cast<const char*>(pBinary), nSize);
+    std::string strBytes(static_cast<const char*>(pBinary), nSize);
     converter.Find<Free>("qrlFreeTextBinary")(pBinary);
     return strBytes;
 }
@@ -99,7 +99,7 @@ std::string TokensToText(const std::string& strPlatformDir, const std::string& s
     {
         throw std::runtime_error("the words are no IL");
     }
-    const std::string strText = pszText;
+    std::string strText = pszText;
     converter.Find<Free>("qrlFreeTextBinary")(pszText);
     return strText;
 }
