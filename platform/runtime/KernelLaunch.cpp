@@ -341,6 +341,7 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     const std::shared_ptr<ITraceSink> pTrace = GetTraceSink();
     prepared.m_launch.pTrace = pTrace.get();
     prepared.m_launch.nInstructionLimit = GetInstructionLimit();
+    prepared.m_launch.nSchedule = TakeSchedule();
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
     const SLaunchResult result = RunLaunch(prepared.m_launch);
     KeepFault(result);

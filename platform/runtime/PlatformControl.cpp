@@ -51,6 +51,11 @@ uint32_t ReadFaultRecords(SPlatformFaultRecord* pRecords, uint32_t nRecords)
     return Runtime::GetFaultRecords(pRecords, nRecords);
 }
 
+void ShakeSchedule(uint64_t nSeed)
+{
+    Runtime::SetSchedule(nSeed);
+}
+
 } // namespace
 
 const SPlatformControl* kestrelPlatformControl()
@@ -70,6 +75,7 @@ const SPlatformControl* kestrelPlatformControl()
         &LimitInstructions,
         &ReadLastFault,
         &ReadFaultRecords,
+        &ShakeSchedule,
     };
     return &s_control;
 }

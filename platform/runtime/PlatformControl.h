@@ -107,6 +107,8 @@ struct SPlatformControl
     void (*GetLastFault)(struct SPlatformFault* pFault);
     /// The faults of the last kernel run one by one, up to nRecords of them. \return how many are kept
     uint32_t (*GetFaultRecords)(struct SPlatformFaultRecord* pRecords, uint32_t nRecords);
+    /// From now on kernel runs take their work-groups in shuffled orders, with pauses of their threads; 0 ends it.
+    void (*SetSchedule)(uint64_t nSeed);
 };
 
 #endif

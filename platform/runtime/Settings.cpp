@@ -38,6 +38,7 @@ struct SValues
     std::set<std::string> m_setExtensions{"cl_ovk_event_callback", "cl_ovk_object_metadata"};
     std::string m_strRefusedOption;
     cl_ulong m_nInstructionLimit = s_nDefaultInstructionLimit;
+    cl_ulong m_nSchedule = 0; ///< the next kernel run's; 0: none is shaken
     std::vector<SFailure> m_vFailures;
     std::shared_ptr<ITraceSink> m_pTrace;
 };
@@ -78,6 +79,8 @@ void ApplySetting(SValues& values, const std::string& strName, const std::string
         values.m_strRefusedOption = strValue;
     else if (strName == "limit")
         values.m_nInstructionLimit = std::strtoull(strValue.c_str(), nullptr, 0);
+    else if (strName == "schedule")
+        values.m_nSchedule = std::strtoull(strValue.c_str(), nullptr, 0);
     else if (strName == "fail")
         values.m_vFailures.push_back(ParseFailure(strValue));
     else if (strName == "trace")
@@ -196,6 +199,16 @@ cl_ulong GetInstructionLimit()
 void SetInstructionLimit(cl_ulong nInstructions)
 {
     WithValues([nInstructions](SValues& values) { values.m_nInstructionLimit = nInstructions; });
+}
+
+cl_ulong TakeSchedule()
+{
+    return WithValues([](SValues& values) { return values.m_nSchedule == 0 ? 0 : values.m_nSchedule++; });
+}
+
+void SetSchedule(cl_ulong nSeed)
+{
+    WithValues([nSeed](SValues& values) { values.m_nSchedule = nSeed; });
 }
 
 std::shared_ptr<ITraceSink> GetTraceSink()

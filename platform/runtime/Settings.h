@@ -36,6 +36,10 @@ void SetRefusedBuildOption(const char* pszText);
 cl_ulong GetInstructionLimit();
 void SetInstructionLimit(cl_ulong nInstructions);
 
+/// The seed of a kernel run's schedule, another one each time; 0 where none is set.
+cl_ulong TakeSchedule();
+void SetSchedule(cl_ulong nSeed);
+
 /// The sink that kernel runs write their trace to; null for none.
 std::shared_ptr<ITraceSink> GetTraceSink();
 void SetTraceCallback(PlatformTraceCallback pCallback, void* pUser);

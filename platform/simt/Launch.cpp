@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "platform/simt/Block.h"
+#include "platform/simt/Schedule.h"
 #include "platform/simt/TraceRecorder.h"
 #include "platform/simt/WorkerPool.h"
 
@@ -223,15 +224,20 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         // Neighbouring groups mostly use neighbouring memory. Eight pieces a thread leave little to wait for at the
         // end.
         const uint64_t nPiece = std::clamp<uint64_t>(nJobs / (nThreads * 8), 1, 16);
+        const uint64_t nPieces = (nJobs + nPiece - 1) / nPiece;
+        const CSchedule schedule(launch.nSchedule, nPieces);
         const std::function<void()> task = [&]
         {
             const CFloatDefaults floats;
             try
             {
                 CGroupRunner runner(context, program);
-                uint64_t nFirst = nNext.fetch_add(nPiece);
-                for (; nFirst < nJobs && !context.bStop; nFirst = nNext.fetch_add(nPiece))
+                for (uint64_t nTurn = nNext++; nTurn < nPieces && !context.bStop; nTurn = nNext++)
+                {
+                    schedule.Pause(nTurn);
+                    const uint64_t nFirst = schedule.Piece(nTurn) * nPiece;
                     runner.RunPiece(nFirst, std::min(nFirst + nPiece, nJobs));
+                }
             }
             catch (const std::bad_alloc&)
             {
@@ -246,7 +252,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         if (context.bStop)
             result.eStatus = SLaunchResult::InstructionLimit;
         // A thread without memory leaves its groups to the others; only if there was none are they undone.
-        else if (bNoMemory && nNext < nJobs)
+        else if (bNoMemory && nNext < nPieces)
             result.eStatus = SLaunchResult::OutOfMemory;
     }
     catch (const std::bad_alloc&)
