@@ -206,6 +206,16 @@ TEST_F(Prompt, KeepsItsHistory)
     EXPECT_TRUE(Holds(terminal.ReadTo("entry at line 11"), "info kernel"));
 }
 
+/// So many work-items and passes that kernels run for a while; each takes some fifty times as long under the thread
+/// sanitizer.
+#ifdef __SANITIZE_THREAD__
+constexpr int s_nLongItems = 256;
+constexpr int s_nLongPasses = 60000;
+#else
+constexpr int s_nLongItems = 16384;
+constexpr int s_nLongPasses = 3000000;
+#endif
+
 TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
 {
     // Seconds of stops at a breakpoint whose condition never holds.
@@ -214,8 +224,9 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
     std::filesystem::copy_file(s_strExamples + "loop_trip_count/loop_trip_count.il", strFolder + "/loop_trip_count.il",
                                std::filesystem::copy_options::overwrite_existing);
     std::ofstream(strFolder + "/long.json")
-        << R"({"program": "loop_trip_count.il", "kernel": "loop_trip_count", "global": [16384], "local": [256],
-               "args": [{"buffer": {"type": "int", "count": 16384, "fill": "zero"}}]})";
+        << R"({"program": "loop_trip_count.il", "kernel": "loop_trip_count", "local": [256], "global": [)"
+        << s_nLongItems << R"(], "args": [{"buffer": {"type": "int", "count": )" << s_nLongItems
+        << R"(, "fill": "zero"}}]})";
     {
         CTerminal terminal(strFolder + "/long.json", "");
         terminal.ReadTo(s_strPrompt);
@@ -259,7 +270,7 @@ protected:
 il_cs_2_0
 dcl_cb cb0[10]
 dcl_cb cb1[1]
-dcl_literal l0, 2, 1, 0, )" << s_nPasses << R"(
+dcl_literal l0, 2, 1, 0, )" << s_nLongPasses << R"(
 ;$$$$$$$$$$
 endmain
 func 1024
@@ -287,7 +298,6 @@ end
     }
     ~ThreadsLongRuns() override { std::filesystem::remove_all(m_strFolder); }
 
-    static constexpr int s_nPasses = 3000000;
     const std::string m_strFolder;
 };
 
