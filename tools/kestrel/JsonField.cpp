@@ -123,7 +123,10 @@ CJsonDocument::CJsonDocument(const std::string& strText, const std::string& strP
     }
     catch (const nlohmann::json::exception& error)
     {
-        throw CLaunchFileError(strPath + ": " + error.what());
+        // The library's own number of the fault stands in brackets in front of its text.
+        const std::string strWhat = error.what();
+        const size_t nText = strWhat.find("] ");
+        throw CLaunchFileError(strPath + ": no JSON: " + strWhat.substr(nText == std::string::npos ? 0 : nText + 2));
     }
 }
 

@@ -208,6 +208,7 @@ int main(int argc, char** argv)
 {
     CLI::App app("Single-steps OpenCL kernels.", "kestrel");
     app.require_subcommand(1);
+    app.fallthrough();
     SOptions options;
     app.add_option("--platform", options.strPlatform,
                    "software: the platform that comes with Kestrel; system: the machine's own runtime")

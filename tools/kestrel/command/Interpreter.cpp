@@ -57,7 +57,7 @@ CInterpreter::EResult CInterpreter::ExecuteCommand(const std::string& strLine)
     const std::string strToken = TakeToken(strCommand);
     try
     {
-        line = ParseCommandLine(strCommand);
+        line = ParseCommandLine(strCommand.empty() ? strLine : strCommand);
         line.strToken = strToken;
         m_strRepeat = line.pCommand->bRepeats ? strLine : std::string();
         return Perform(line);
