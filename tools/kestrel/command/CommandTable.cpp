@@ -95,7 +95,7 @@ const SCommand g_Commands[] = {
      DoInfoDisplay, false, ECompletion::Nothing},
 
     {"list", "l", "[PLACE | FIRST,LAST]", s_pszText, "Show lines of the kernel's text around the stop or a place.",
-     "=> marks the line that is executed next, * a breakpoint. Enter shows the lines behind.",
+     "=> marks the line that is executed next, * a breakpoint. Again, or Enter, it shows the lines behind.",
      "break 21\nrun\nlist\nlist 30,34", DoList, true, ECompletion::Place},
     {"disassemble", "disas", "[PLACE]", s_pszText, "Show the whole function around the stop or a place.", "",
      "@call_chain\nbreak 29\nrun\ndisassemble", DoDisassemble, false, ECompletion::Place},

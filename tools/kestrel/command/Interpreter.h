@@ -54,6 +54,9 @@ public:
     void RequestQuit() { m_bQuit = true; }
     /// What an empty line after this command does instead of repeating it as it was.
     void SetRepeat(const std::string& strLine) { m_strRepeat = strLine; }
+    /// The line behind those that were listed since the last stop; 0 for none.
+    unsigned int GetListNext() const { return m_nListNext; }
+    void SetListNext(unsigned int nLine) { m_nListNext = nLine; }
 
     void OnEvent(const nlohmann::json& event) override;
     void OnProgress(const std::string& strText) override;
@@ -73,6 +76,7 @@ private:
     unsigned int m_nLastDisplay = 0;
     const LineReader* m_pReader = nullptr;
     std::string m_strRepeat;
+    unsigned int m_nListNext = 0;
     bool m_bStopped = false;
     bool m_bQuit = false;
     unsigned int m_nDepth = 0;

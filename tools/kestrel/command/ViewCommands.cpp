@@ -129,6 +129,11 @@ json DoList(CCommandContext& context)
         nLast = static_cast<unsigned int>(
             ReadNumber(strArguments.substr(strArguments.find_first_not_of(" \t", nComma + 1))));
     }
+    else if (strArguments.empty() && context.GetInterpreter().GetListNext() != 0)
+    {
+        nFirst = context.GetInterpreter().GetListNext();
+        nLast = nFirst + nSize - 1;
+    }
     else
     {
         const unsigned int nDefault = debugger.IsLive() ? debugger.GetLine() : debugger.GetCode().GetFirstStop();
@@ -145,7 +150,8 @@ json DoList(CCommandContext& context)
         throw CCommandError("the kernel's text ends at line " +
                             std::to_string(debugger.GetListing().GetLineCount() - 1));
     }
-    context.GetInterpreter().SetRepeat("list " + std::to_string(nLast + 1) + "," + std::to_string(nLast + nSize));
+    context.GetInterpreter().SetListNext(nLast + 1);
+    context.GetInterpreter().SetRepeat("list");
     return ListLines(debugger, nFirst, nLast);
 }
 
