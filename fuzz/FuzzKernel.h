@@ -1,7 +1,7 @@
 #ifndef KESTREL_FUZZ_FUZZKERNEL_H
 #define KESTREL_FUZZ_FUZZKERNEL_H
 
-#include "instrument/InstrumentedShaderIL.h"
+#include "tests/support/EnginelessShader.h"
 #include "tests/support/FakeHost.h"
 
 #include <string>
@@ -11,30 +11,10 @@ namespace KestrelFuzz
 {
 
 /// The lower storeys of a kernel under debug, without an engine, and with what properties are stated of open to all.
-class CFuzzShader : public OVK_ShaderDebugger::CInstrumentedShaderIL
+class CFuzzShader : public CEnginelessShader
 {
 public:
-    typedef OVK_ShaderDebugger::Mode Mode;
-    typedef OVK_ShaderDebugger::InstructionNumber InstructionNumber;
-    typedef OVK_ShaderDebugger::LineNumber LineNumber;
-
-    using OVK_ShaderDebugger::CInstrumentedShaderIL::CInstrumentedShaderIL;
-
-    bool GetShaderText(std::string&, Mode) override { return false; }
-    bool GetShaderKeyWords(OVK_ShaderDebugger::KeyWordsList&, Mode) override { return false; }
-    Mode GetMode() const override { return OVK_ShaderDebugger::DM_Asm; }
-    bool SetMode(Mode) override { return true; }
-    bool Step() override { return false; }
-    bool Back() override { return false; }
-    bool Run() override { return false; }
-    bool RunBack() override { return false; }
-    bool Execute(bool) override { return false; }
-    bool Draw() override { return false; }
-    InstructionNumber GetInstruction(LineNumber) const override { return 0; }
-    LineNumber GetLine(InstructionNumber) const override { return 0; }
-    LineNumber GetCurrentLine() const override { return 0; }
-    LineNumber GetNextLine() const override { return 0; }
-    LineNumber GetPreviousLine() const override { return 0; }
+    using CEnginelessShader::CEnginelessShader;
 
     using CAnalyzedShaderIL::ConstructOf;
     using CAnalyzedShaderIL::FunctionOf;

@@ -1,6 +1,7 @@
 #include "tests/api/FailingTable.h"
 #include "tests/api/PlatformFixture.h"
 #include "tests/api/Scripts.h"
+#include "tests/support/Stride.h"
 
 #include <unistd.h>
 
@@ -12,16 +13,9 @@ namespace
 
 /// Of the calls of a session, so many are left out behind each that fails: all of them take minutes.
 /// KESTREL_CALL_STRIDE=1 leaves out none.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const uint64_t s_nDefaultStride = 41;
-#else
-const uint64_t s_nDefaultStride = 7;
-#endif
-
-uint64_t Stride()
+size_t Stride()
 {
-    const char* pszValue = std::getenv("KESTREL_CALL_STRIDE");
-    return pszValue != nullptr ? std::max<uint64_t>(std::strtoull(pszValue, nullptr, 10), 1) : s_nDefaultStride;
+    return ReadStride("KESTREL_CALL_STRIDE", s_bSanitized ? 41 : 7);
 }
 
 const unsigned int s_nHangSeconds = 60;

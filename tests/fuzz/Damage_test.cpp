@@ -5,6 +5,7 @@
 #include "tests/binary/TestImage.h"
 #include "tests/fuzz/DamagedSeeds.h"
 #include "tests/fuzz/RuntimeRoad.h"
+#include "tests/support/Stride.h"
 
 #include "binary/CLMetadata.h"
 #include "binary/Elf.h"
@@ -25,21 +26,13 @@ namespace
 using namespace OVK_ShaderDebugger;
 using DamagedSeeds::SSeed;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool s_bSanitized = true;
-#else
-constexpr bool s_bSanitized = false;
-#endif
-
 /// A changed alignment may put 16 MiB of padding into an image, of which a road holds several copies.
 constexpr size_t s_nMaxGrowthKiB = 256 * 1024;
 
 /// A share of the images, the same for each kind of change. KESTREL_FLIP_STRIDE=1 asks for all.
 size_t Stride(size_t nUsual)
 {
-    const char* pszStride = std::getenv("KESTREL_FLIP_STRIDE");
-    const long nStride = pszStride != nullptr ? std::atol(pszStride) : 0;
-    return nStride > 0 ? static_cast<size_t>(nStride) : nUsual;
+    return ReadStride("KESTREL_FLIP_STRIDE", nUsual);
 }
 
 /// Names the image that is tried, and ends the program with that name if it takes too long.

@@ -1,10 +1,10 @@
 #ifndef KESTREL_TESTS_INSTRUMENT_TESTKERNEL_H
 #define KESTREL_TESTS_INSTRUMENT_TESTKERNEL_H
 
-#include "instrument/InstrumentedShaderIL.h"
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/Disassembler.h"
 #include "platform/compiler/ElfWriter.h"
+#include "support/EnginelessShader.h"
 #include "support/FakeHost.h"
 
 #include <gtest/gtest.h>
@@ -100,26 +100,10 @@ inline std::vector<char> MakeImage(const std::vector<unsigned int>& vTokens, con
 }
 
 /// The lower storeys with everything open, for tests.
-class CTestShader : public CInstrumentedShaderIL
+class CTestShader : public CEnginelessShader
 {
 public:
-    using CInstrumentedShaderIL::CInstrumentedShaderIL;
-
-    bool GetShaderText(std::string&, Mode) override { return false; }
-    bool GetShaderKeyWords(KeyWordsList&, Mode) override { return false; }
-    Mode GetMode() const override { return DM_Asm; }
-    bool SetMode(Mode) override { return true; }
-    bool Step() override { return false; }
-    bool Back() override { return false; }
-    bool Run() override { return false; }
-    bool RunBack() override { return false; }
-    bool Execute(bool) override { return false; }
-    bool Draw() override { return false; }
-    InstructionNumber GetInstruction(LineNumber) const override { return 0; }
-    LineNumber GetLine(InstructionNumber) const override { return 0; }
-    LineNumber GetCurrentLine() const override { return 0; }
-    LineNumber GetNextLine() const override { return 0; }
-    LineNumber GetPreviousLine() const override { return 0; }
+    using CEnginelessShader::CEnginelessShader;
 
     using CAnalyzedShaderIL::m_b64BitAddressSpace;
     using CAnalyzedShaderIL::m_bTidewater;

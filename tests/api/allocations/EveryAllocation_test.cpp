@@ -1,6 +1,7 @@
 #include "tests/api/PlatformFixture.h"
 #include "tests/api/Scripts.h"
 #include "tests/api/allocations/AllocationFaults.h"
+#include "tests/support/Stride.h"
 
 #include <unistd.h>
 
@@ -14,23 +15,15 @@ namespace
 
 /// Of the allocations of a session, so many are left out behind each that fails: all of them take minutes.
 /// KESTREL_ALLOCATION_STRIDE=1 leaves out none.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const uint64_t s_nDefaultStride = 197;
-#else
-const uint64_t s_nDefaultStride = 23;
-#endif
-
-uint64_t Stride()
+size_t Stride()
 {
-    const char* pszValue = std::getenv("KESTREL_ALLOCATION_STRIDE");
-    return pszValue != nullptr ? std::max<uint64_t>(std::strtoull(pszValue, nullptr, 10), 1) : s_nDefaultStride;
+    return ReadStride("KESTREL_ALLOCATION_STRIDE", s_bSanitized ? 197 : 23);
 }
 
 /// The first allocation to fail; with a stride above their number the only one of a round.
-uint64_t First()
+size_t First()
 {
-    const char* pszValue = std::getenv("KESTREL_ALLOCATION_FIRST");
-    return pszValue != nullptr ? std::max<uint64_t>(std::strtoull(pszValue, nullptr, 10), 1) : 1;
+    return ReadStride("KESTREL_ALLOCATION_FIRST", 1);
 }
 
 const unsigned int s_nHangSeconds = 60;

@@ -1,0 +1,22 @@
+#ifndef KESTREL_TESTS_SUPPORT_STRIDE_H
+#define KESTREL_TESTS_SUPPORT_STRIDE_H
+
+#include <cstddef>
+#include <cstdlib>
+
+/// Whether a sanitizer makes everything slow.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool s_bSanitized = true;
+#else
+constexpr bool s_bSanitized = false;
+#endif
+
+/// A number above 0 from the environment, or else the usual one. Tests that would try too much take every so manieth.
+inline size_t ReadStride(const char* pszVariable, size_t nUsual)
+{
+    const char* pszValue = std::getenv(pszVariable);
+    const size_t nValue = pszValue != nullptr ? std::strtoull(pszValue, nullptr, 10) : 0;
+    return nValue > 0 ? nValue : nUsual;
+}
+
+#endif
