@@ -93,6 +93,8 @@ TEST_P(ElfClass, ACopyWritesTheSameImage)
     CElf copy(elf);
     CElf assigned(std::vector<char>{});
     assigned = copy;
+    CElf& itself = assigned;
+    assigned = itself;
     copy.GetSection(".data")->SetData("changed");
     EXPECT_EQ(Store(assigned), Store(elf));
     EXPECT_NE(Store(copy), Store(elf));
@@ -124,8 +126,10 @@ TEST_P(ElfClass, RemovingASectionTakesItsSymbols)
 TEST_P(ElfClass, SectionsAndSymbolsCanBeAdded)
 {
     CElf elf(Make(MakeSample()));
-    EXPECT_EQ(elf.AddSection(".strings", SHT_STRTAB, 0, 0, 1, 0), nullptr);
-    EXPECT_EQ(elf.AddSection(".rela", SHT_RELA, 0, 0, 8, 24), nullptr);
+    for (const Elf64_Word nType : {SHT_STRTAB, SHT_SYMTAB, SHT_DYNSYM, SHT_RELA})
+    {
+        EXPECT_EQ(elf.AddSection(".tables", nType, 0, 0, 1, 0), nullptr) << nType;
+    }
     CElfSection* pNew = elf.AddSection(".new", SHT_PROGBITS, SHF_ALLOC, 0, 32, 0);
     ASSERT_NE(pNew, nullptr);
     pNew->SetData("new ");
@@ -228,6 +232,23 @@ const SRefusal s_Refusals[] = {
     {"SymbolStringsInData",
      {},
      [](auto& v, auto& image) { Put<uint32_t>(v, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_link), 4); }},
+    {"NamesInTheSymbolTable", {}, [](auto& v, auto&) { Put<uint16_t>(v, offsetof(Elf64_Ehdr, e_shstrndx), 3); }},
+    {"SymbolsBehindTheEnd",
+     {},
+     [](auto& v, auto& image) { Put<uint64_t>(v, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_size), v.size()); }},
+    {"SymbolsOfAnotherSize",
+     {},
+     [](auto& v, auto& image) { Put<uint64_t>(v, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_entsize), 16); }},
+    {"MoreLocalSymbolsThanSymbols",
+     {},
+     [](auto& v, auto& image) { Put<uint32_t>(v, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_info), 7); }},
+    {"SymbolStringsOfTwoTables",
+     [](auto& image)
+     {
+         image.vSections[0].nType = SHT_DYNSYM;
+         image.vSections[0].nLink = 2;
+     },
+     {}},
     {"RelocationOfNoSection",
      [](auto& image)
      {
@@ -294,17 +315,227 @@ TEST(Elf, SymbolNamesMayStandInTheSectionsTable)
     EXPECT_NE(again.GetSymbolTable()->GetSymbol("last"), again.GetSymbolTable()->SymbolsEnd());
 }
 
-TEST(Elf, A32BitImageRefusesWhatDoesNotFit)
+constexpr uint64_t s_n4GiB = 1ull << 32;
+constexpr uint64_t s_nMostPadding = 16u << 20;
+
+struct SUnwritable
 {
-    CElf elf(MakeSample().Make32());
-    elf.GetSymbolTable()->SymbolsBegin()[1].symEntry.st_value = 0x100000000;
-    std::vector<char> vStored;
+    const char* szName;
+    bool b64;
+    std::function<void(CElf&, CElfSection& foreign)> change;
+};
+
+const SUnwritable s_Unwritables[] = {
+    {"Entry", false, [](CElf& elf, auto&) { elf.SetEntry(s_n4GiB); }},
+    {"SymbolValue", false,
+     [](CElf& elf, auto&) { elf.GetSymbolTable()->SymbolsBegin()[1].symEntry.st_value = s_n4GiB; }},
+    {"SymbolSize", false, [](CElf& elf, auto&) { elf.GetSymbolTable()->SymbolsBegin()[1].symEntry.st_size = s_n4GiB; }},
+    {"SectionAddress", false, [](CElf& elf, auto&) { elf.GetSection(".data")->SetAddress(s_n4GiB); }},
+    {"SectionFlags", false, [](CElf& elf, auto&) { elf.GetSection(".data")->SetFlags(s_n4GiB); }},
+    {"AlignmentOfNothing", false, [](CElf& elf, auto&) { elf.GetSection(".empty")->SetAddrAlign(s_n4GiB); }},
+    {"EntrySize", false, [](CElf& elf, auto&) { elf.GetSection(".data")->SetEntrySize(s_n4GiB); }},
+    {"Padding", true, [](CElf& elf, auto&) { elf.GetSection(".text")->SetAddrAlign(1ull << 40); }},
+    // The last section takes all the padding, so that none is left for the headers behind it.
+    {"PaddingOfTheHeaders", true,
+     [](CElf& elf, auto&)
+     {
+         for (auto section = elf.SectionsBegin(); section != elf.SectionsEnd(); ++section)
+         {
+             (*section)->SetAddrAlign(1);
+         }
+         const auto addLast = [&elf](uint64_t nAlign, size_t nSize)
+         {
+             CElfSection* pLast = elf.AddSection(".last", SHT_PROGBITS, 0, 0, nAlign, 0);
+             pLast->SetData(std::string(nSize, 'x'));
+             return pLast;
+         };
+         const CElfSection* pLast = addLast(1, 1);
+         Store(elf);
+         const uint64_t nBegin = pLast->GetShdr().sh_offset;
+         elf.RemoveSection(".last");
+         addLast(nBegin + s_nMostPadding, 9 - nBegin % 8);
+     }},
+    {"NoSymbolStrings", true, [](CElf& elf, auto&) { elf.GetSymbolTable()->SetLinkSection(nullptr); }},
+    {"SymbolStringsInData", true,
+     [](CElf& elf, auto&) { elf.GetSymbolTable()->SetLinkSection(elf.GetSection(".data")); }},
+    {"LinkIntoAnotherImage", true, [](CElf& elf, auto& foreign) { elf.GetSection(".data")->SetLinkSection(&foreign); }},
+    {"InfoOfAnotherImage", true, [](CElf& elf, auto& foreign) { elf.GetSection(".data")->SetInfoSection(&foreign); }},
+    {"SymbolOfAnotherImage", true,
+     [](CElf& elf, auto& foreign) { elf.GetSymbolTable()->AddSymbol("x", STB_GLOBAL, STT_OBJECT, 0, &foreign, 0, 0); }},
+    {"MoreSectionsThanIndices", true,
+     [](CElf& elf, auto&)
+     {
+         while (elf.GetNumSections() < SHN_LORESERVE)
+         {
+             elf.AddSection(".s", SHT_PROGBITS, 0, 0, 1, 0);
+         }
+     }},
+};
+
+class ElfUnwritable : public testing::TestWithParam<SUnwritable>
+{
+};
+
+TEST_P(ElfUnwritable, IsRefusedAndGivesNothing)
+{
+    CElf elf(GetParam().b64 ? MakeSample().Make64() : MakeSample().Make32());
+    CElfSection foreign;
+    ASSERT_TRUE(CElf(Store(elf)).good());
+    GetParam().change(elf, foreign);
+    std::vector<char> vStored = {'x'};
     EXPECT_FALSE(elf.Store(&vStored));
-    elf.GetSymbolTable()->SymbolsBegin()[1].symEntry.st_value = 0;
-    elf.SetEntry(0x100000000);
-    EXPECT_FALSE(elf.Store(&vStored));
-    elf.SetEntry(0);
-    EXPECT_TRUE(elf.Store(&vStored));
+    EXPECT_TRUE(vStored.empty());
+    std::ostringstream stream;
+    EXPECT_FALSE(elf.Store(&stream));
+    EXPECT_EQ(stream.str(), "");
+    EXPECT_FALSE(elf.Store(testing::TempDir() + "kestrel_unwritten"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Changes, ElfUnwritable, testing::ValuesIn(s_Unwritables),
+                         [](const testing::TestParamInfo<SUnwritable>& info) { return info.param.szName; });
+
+/// A stream of its text that claims another size.
+class CClaimingBuffer : public std::stringbuf
+{
+public:
+    CClaimingBuffer(const std::string& strText, std::streamoff nClaim) : std::stringbuf(strText), m_nClaim(nClaim) {}
+
+protected:
+    pos_type seekoff(off_type nOffset, std::ios_base::seekdir way, std::ios_base::openmode mode) override
+    {
+        const pos_type position = std::stringbuf::seekoff(nOffset, way == std::ios::end ? std::ios::beg : way, mode);
+        return way == std::ios::cur ? pos_type(m_nClaim) : position;
+    }
+
+private:
+    std::streamoff m_nClaim;
+};
+
+TEST(Elf, AnImageTravelsThroughFilesAndStreams)
+{
+    CElf elf(MakeSample().Make64());
+    const std::vector<char> vImage = Store(elf);
+    const std::string strFile = testing::TempDir() + "kestrel_elf_" + std::to_string(getpid());
+    std::stringstream stream;
+    ASSERT_TRUE(elf.Store(strFile));
+    ASSERT_TRUE(elf.Store(&stream));
+    EXPECT_EQ(stream.str(), std::string(vImage.begin(), vImage.end()));
+    CElf fromFile(strFile), fromStream(&stream);
+    unlink(strFile.c_str());
+    EXPECT_EQ(Store(fromFile), vImage);
+    EXPECT_EQ(Store(fromStream), vImage);
+
+    EXPECT_FALSE(CElf(strFile).good());
+    EXPECT_FALSE(CElf(testing::TempDir()).good());
+    EXPECT_FALSE(elf.Store(testing::TempDir()));
+    EXPECT_FALSE(CElf(static_cast<std::istream*>(nullptr)).good());
+    EXPECT_FALSE(elf.Store(static_cast<std::ostream*>(nullptr)));
+    EXPECT_FALSE(elf.Store(static_cast<std::vector<char>*>(nullptr)));
+    std::stringstream empty;
+    EXPECT_FALSE(CElf(&empty).good());
+    stream.setstate(std::ios::badbit);
+    EXPECT_FALSE(CElf(&stream).good());
+    EXPECT_FALSE(elf.Store(&stream));
+
+    const auto nSize = static_cast<std::streamoff>(vImage.size());
+    for (const std::streamoff nClaim : {nSize, nSize + 1, static_cast<std::streamoff>(s_n4GiB)})
+    {
+        CClaimingBuffer buffer(std::string(vImage.begin(), vImage.end()), nClaim);
+        std::istream claiming(&buffer);
+        EXPECT_EQ(CElf(&claiming).good(), nClaim == nSize) << nClaim;
+    }
+}
+
+TEST(Elf, ASymbolIsReadAndSetAsAWhole)
+{
+    CElf elf(MakeSample().Make64());
+    CElfSymbolTable& symbols = *elf.GetSymbolTable();
+    std::string strName;
+    unsigned char bind = 0, type = 0, other = 0;
+    CElfSection* pSection = nullptr;
+    Elf64_Addr value = 0;
+    Elf64_Xword size = 0;
+    const auto getInfo = [&](CElfSymbolTable::SymbolIterator symbol, int nLeftOut = 7)
+    {
+        return symbols.GetInfo(symbol, nLeftOut == 0 ? nullptr : &strName, nLeftOut == 1 ? nullptr : &bind,
+                               nLeftOut == 2 ? nullptr : &type, nLeftOut == 3 ? nullptr : &other,
+                               nLeftOut == 4 ? nullptr : &pSection, nLeftOut == 5 ? nullptr : &value,
+                               nLeftOut == 6 ? nullptr : &size);
+    };
+    for (int nLeftOut = 0; nLeftOut < 7; ++nLeftOut)
+    {
+        EXPECT_FALSE(getInfo(symbols.GetSymbol("last"), nLeftOut)) << nLeftOut;
+    }
+    EXPECT_FALSE(getInfo(symbols.SymbolsEnd()));
+    EXPECT_EQ(strName, "");
+    ASSERT_TRUE(getInfo(symbols.GetSymbol("last")));
+    EXPECT_EQ(strName + " " + std::to_string(bind) + std::to_string(type) + std::to_string(other), "last 120");
+    EXPECT_EQ(pSection, elf.GetSection(".text"));
+    EXPECT_EQ(value * 100 + size, 408u);
+
+    // Without a section a symbol keeps its reserved index and loses any other.
+    for (const char* szName : {"absolute", "last"})
+    {
+        const auto symbol = symbols.GetSymbol(szName);
+        EXPECT_TRUE(symbols.SetInfo(symbol, "renamed", STB_WEAK, STT_FUNC, 3, nullptr, 5, 6));
+        ASSERT_TRUE(getInfo(symbol));
+        EXPECT_EQ(strName + " " + std::to_string(bind) + std::to_string(type) + std::to_string(other), "renamed 223");
+        EXPECT_EQ(value * 100 + size, 506u);
+        EXPECT_EQ(symbol->symEntry.st_shndx, std::string(szName) == "absolute" ? SHN_ABS : SHN_UNDEF);
+    }
+    EXPECT_FALSE(symbols.SetInfo(symbols.SymbolsEnd(), "x", 0, 0, 0, nullptr, 0, 0));
+    EXPECT_EQ(symbols.RemoveSymbol(symbols.SymbolsEnd()), symbols.SymbolsEnd());
+    EXPECT_FALSE(symbols.RemoveSymbol("nobody"));
+    symbols.RemoveSymbolsInSection(nullptr); // no section's
+    EXPECT_EQ(symbols.GetNumSymbols(), 6u);
+
+    // A local symbol counts as one only if no other kind stands in front of it.
+    EXPECT_TRUE(symbols.AddSymbol("late", STB_LOCAL, STT_OBJECT, 0, nullptr, 0, 0));
+    EXPECT_EQ(symbols.GetInfo(), 4u);
+    symbols.RemoveSymbolsIf([](const CElfSymbolTable::TableEntry& entry)
+                            { return ELF64_ST_BIND(entry.symEntry.st_info) != STB_LOCAL; });
+    symbols.RemoveSymbol("late");
+    EXPECT_TRUE(symbols.AddSymbol("early", STB_LOCAL, STT_OBJECT, 0, nullptr, 0, 0));
+    EXPECT_EQ(symbols.GetInfo(), symbols.GetNumSymbols());
+}
+
+TEST(Elf, ASectionMayBeGivenItsOwnBytes)
+{
+    CElfSection section;
+    section.SetData("ab");
+    section.AppendData(section.GetData());
+    section.AppendData(section.GetData().data() + 1, 2);
+    EXPECT_EQ(std::string(section.GetData().data(), section.GetDataSize()), "ababba");
+    section.SetData(section.GetData().data() + 3, 2);
+    EXPECT_EQ(std::string(section.GetData().data(), section.GetDataSize()), "bb");
+}
+
+TEST(Elf, AnImageNeedsNoSymbols)
+{
+    CTestImage image = MakeSample();
+    image.vSymbols.clear();
+    image.vSections[1].nType = SHT_DYNSYM; // whose link must be right, too
+    image.vSections[1].nLink = s_nData;
+    std::vector<char> vImage = image.Make64();
+    Put<uint32_t>(vImage, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_type), SHT_PROGBITS);
+    Put<uint32_t>(vImage, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_info), 0);
+    CElf elf(vImage);
+    ASSERT_TRUE(elf.good());
+    EXPECT_EQ(elf.GetSymbolTable(), nullptr);
+    EXPECT_FALSE(elf.RemoveSection(".data")); // .text refers to it
+    EXPECT_TRUE(elf.RemoveSection(".text"));
+    EXPECT_TRUE(elf.RemoveSection(".data"));
+    EXPECT_TRUE(elf.SetClass(ELFCLASS32));
+    EXPECT_TRUE(elf.SetDataEncoding(ELFDATA2LSB));
+    EXPECT_FALSE(elf.SetDataEncoding(ELFDATA2MSB));
+    CElf copy(elf);
+    EXPECT_EQ(copy.GetNumSections(), 6u);
+    EXPECT_EQ(copy.GetSection(".strtab")->GetDataSize(), 0u); // nothing rebuilds it
+    EXPECT_EQ(ReadElfComplaints(Store(copy)), "");
+
+    vImage = image.Make64();
+    Put<uint32_t>(vImage, HeaderOf(image, s_nText) + offsetof(Elf64_Shdr, sh_link), 99);
+    EXPECT_FALSE(CElf(vImage).good());
 }
 
 TEST(Elf, A64BitImageCanBecomeA32BitOne)
@@ -338,15 +569,6 @@ TEST(Elf, SharedBytesDoNotUnfoldWithoutBound)
         Put<uint32_t>(vImage, names.nSymbols + nSymbol * sizeof(Elf64_Sym) + offsetof(Elf64_Sym, st_name), nSymbol);
     }
     EXPECT_FALSE(CElf(vImage).good());
-}
-
-TEST(Elf, AnAlignmentDoesNotBlowTheImageUp)
-{
-    CElf elf(MakeSample().Make64());
-    EXPECT_TRUE(elf.GetSection(".text")->SetAddrAlign(1ull << 40));
-    std::vector<char> vStored;
-    EXPECT_FALSE(elf.Store(&vStored));
-    EXPECT_TRUE(vStored.empty());
 }
 
 TEST(Elf, AnImageDoesNotEndInFrontOfItsProgramHeaders)
