@@ -18,14 +18,33 @@
 namespace OVK_ShaderDebugger
 {
 
+/// Lets one call of the device or of its buffers fail.
+struct SSimtFailure
+{
+    enum EKind
+    {
+        Read, ///< of a buffer's contents
+        Other
+    };
+
+    /// Counts a call. \return whether it is the one that fails
+    bool Hits(EKind eCall) { return eCall == eKind && ++nCalls == nFail; }
+
+    EKind eKind = Other;
+    unsigned int nCalls = 0;
+    unsigned int nFail = 0; ///< the number of the call of this kind that fails; 0 for none
+};
+
 /// A buffer of CSimtDevice: host memory with an address in the device's flat address space.
 class CSimtBuffer : public CShaderDebuggerDeviceBuffer
 {
 public:
     typedef std::vector<unsigned char> Bytes;
 
-    CSimtBuffer(CShaderDebuggerHost* pHost, const BufferDesc& desc, std::shared_ptr<Bytes> pBytes)
-        : CShaderDebuggerDeviceBuffer(pHost), m_pBytes(std::move(pBytes)), m_pObject(m_pBytes.get())
+    CSimtBuffer(CShaderDebuggerHost* pHost, const BufferDesc& desc, std::shared_ptr<Bytes> pBytes,
+                std::shared_ptr<SSimtFailure> pFailure)
+        : CShaderDebuggerDeviceBuffer(pHost), m_pBytes(std::move(pBytes)), m_pFailure(std::move(pFailure)),
+          m_pObject(m_pBytes.get())
     {
         m_Desc = desc;
     }
@@ -34,6 +53,10 @@ public:
 
     CShaderDebuggerBuffer* GetDataBuffer(CShaderDebuggerBuffer* pDataBuffer) override
     {
+        if (m_pFailure->Hits(SSimtFailure::Read))
+        {
+            return nullptr;
+        }
         if (pDataBuffer == nullptr)
         {
             pDataBuffer = new CShaderDebuggerBuffer(m_pHost);
@@ -49,6 +72,10 @@ public:
 
     bool UpdateData(void* pData, size_t nSize) override
     {
+        if (m_pFailure->Hits(SSimtFailure::Other))
+        {
+            return false;
+        }
         std::fill(m_pBytes->begin(), m_pBytes->end(), 0);
         if (pData != nullptr)
         {
@@ -61,6 +88,7 @@ public:
 
 private:
     std::shared_ptr<Bytes> m_pBytes;
+    std::shared_ptr<SSimtFailure> m_pFailure;
     void* m_pObject; ///< stands for the memory object's handle
 };
 
@@ -81,6 +109,10 @@ public:
 
     bool GetDeviceBufferDesc(ShaderType, int nIndex, BufferDesc& desc) override
     {
+        if (pFailure->Hits(SSimtFailure::Other))
+        {
+            return false;
+        }
         desc = BufferDesc();
         desc.m_Type = ShaderUtils::BT_Buffer;
         desc.m_ShaderType = ShaderUtils::ST_Compute;
@@ -101,7 +133,9 @@ public:
         const size_t nSize = desc.m_nSize != 0
                                  ? desc.m_nSize
                                  : size_t(desc.m_nWidth) * desc.m_nHeight * ShaderUtils::GetPointSize(desc.m_Format);
-        return new CSimtBuffer(m_pHost, desc, std::make_shared<Bytes>(nSize));
+        return pFailure->Hits(SSimtFailure::Other)
+                   ? nullptr
+                   : new CSimtBuffer(m_pHost, desc, std::make_shared<Bytes>(nSize), pFailure);
     }
 
     unsigned int GetNumDeviceBuffers(ShaderType) const override { return m_vArguments.size(); }
@@ -110,13 +144,18 @@ public:
     CShaderDebuggerDeviceBuffer* GetDeviceBuffer(ShaderType shaderType, unsigned int nIndex) override
     {
         BufferDesc desc;
-        GetDeviceBufferDesc(shaderType, static_cast<int>(nIndex), desc);
-        return new CSimtBuffer(m_pHost, desc, m_vArguments[nIndex]);
+        return GetDeviceBufferDesc(shaderType, static_cast<int>(nIndex), desc)
+                   ? new CSimtBuffer(m_pHost, desc, m_vArguments[nIndex], pFailure)
+                   : nullptr;
     }
 
     bool SetDeviceBuffer(ShaderType, std::string, CShaderDebuggerDeviceBuffer*) override { return false; }
     bool SetDeviceBuffer(ShaderType, unsigned int nIndex, CShaderDebuggerDeviceBuffer* pBuffer) override
     {
+        if (pFailure->Hits(SSimtFailure::Other))
+        {
+            return false;
+        }
         m_vBound.resize(std::max<size_t>(m_vBound.size(), nIndex + 1));
         BufferDesc desc;
         pBuffer->GetDeviceBufferDesc(&desc);
@@ -134,13 +173,14 @@ public:
         KestrelPlatform::SDiagnostic diagnostic;
         KestrelPlatform::SDecodeError error;
         m_pProgram.reset();
+        m_vBound.clear();
         if (OVK_ElfUtils::GetDataFromSection(".debugil", std::vector<char>(pBytes, pBytes + nShaderSize), &vText) &&
             KestrelPlatform::AssembleIL(vText.data(), strnlen(vText.data(), vText.size()), vTokens, diagnostic))
         {
             m_pProgram = KestrelPlatform::DecodeProgram(vTokens.data(), vTokens.size(), error);
         }
         strShaderError = diagnostic.strMessage + error.strMessage;
-        return m_pProgram != nullptr;
+        return m_pProgram != nullptr && !pFailure->Hits(SSimtFailure::Other);
     }
 
     void* GetShader(ShaderType) override { return nullptr; }
@@ -150,7 +190,8 @@ public:
     /// Runs the shader that was set last on the arguments that are bound.
     bool Launch()
     {
-        return m_pProgram != nullptr &&
+        const bool bBound = std::all_of(m_vBound.begin(), m_vBound.end(), [](const SBound& b) { return b.pBytes; });
+        return m_pProgram != nullptr && bBound && !pFailure->Hits(SSimtFailure::Other) &&
                Launch(m_pProgram, m_vBound, nullptr).eStatus == KestrelPlatform::SLaunchResult::Complete;
     }
 
@@ -168,6 +209,7 @@ public:
 
     int nEntered = 0;
     std::string strShaderError;
+    const std::shared_ptr<SSimtFailure> pFailure = std::make_shared<SSimtFailure>();
 
 private:
     struct SBound
