@@ -69,6 +69,7 @@ SSnapshot::SSnapshot(const CSession& session, bool bWithMask) : nNextLine(sessio
         if (view.pWords != nullptr)
         {
             mapRegisters[strName].assign(view.pWords, view.pWords + 4 * view.nItems);
+            vPrivate = session.GetPrivateMemory(view.nItems, 0, 64);
         }
     }
 }
@@ -107,7 +108,7 @@ std::string SSnapshot::CompareWith(const SSnapshot& other) const
             return entry.first + " has no value";
         }
     }
-    return std::string();
+    return vPrivate != other.vPrivate ? "private memory differs" : std::string();
 }
 
 } // namespace KestrelTest

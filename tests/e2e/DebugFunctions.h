@@ -41,6 +41,7 @@ struct SSnapshot
     unsigned int nNextLine = 0;
     std::vector<bool> vMask; ///< empty if there is none
     std::map<std::string, std::vector<unsigned int>> mapRegisters;
+    std::vector<unsigned char> vPrivate; ///< the first 64 bytes of every work-item
 
     explicit SSnapshot(const KestrelTool::CSession& session, bool bWithMask = true);
     /// The first difference in words; empty if there is none.

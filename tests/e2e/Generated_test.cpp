@@ -42,6 +42,7 @@ std::vector<std::string> StepSeed(uint32_t nSeed)
 
     launch.ResetContents();
     CSessionChecker checker(libraries, launch, trace);
+    checker.CountRuns();
     const cl_int nCode = RunSession(libraries, launch, checker);
     std::vector<std::string> vFindings = checker.GetFindings();
     if (nCode != CL_SUCCESS || !checker.IsFinished())

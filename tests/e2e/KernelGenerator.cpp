@@ -17,24 +17,28 @@ const char s_szMetadata[] = R"(;ARGSTART:__OpenCL_generated_kernel
 ;device:quench
 ;uniqueid:1024
 ;memory:64bitABI
+;memory:uavprivate:64
+;privateid:8
 ;pointer:out:i32:1:1:0:uav:10:4:RW:0:0
 ;function:1:1030
 ;ARGEND:__OpenCL_generated_kernel
 )";
 
-// l0: 2, 1, 0, -1; l1: small numbers to count and compare with; l2: bit masks.
+// l0: 2, 1, 0, -1; l1: small numbers to count and compare with; l2: bit masks; l3: addresses of private memory.
 const char s_szHead[] = R"(il_cs_2_0
 dcl_cb cb0[10]
 dcl_cb cb1[1]
 dcl_literal l0, 2, 1, 0, -1
 dcl_literal l1, 3, 5, 7, 4
 dcl_literal l2, 1, 2, 4, 3
+dcl_literal l3, 0, 16, 32, 48
 ;$$$$$$$$$$
 endmain
 func 1024
 ;__OpenCL_generated_kernel
 dcl_max_thread_per_group 256
 dcl_typeless_uav_id(10)_stride(4)_length(4)
+dcl_typeless_uav_id(8)_stride(4)_length(64)_access(private)
 dcl_indexed_temp_array x1[4]
 imad r0.xyz, vThreadGrpId, cb0[1], vTidInGrp
 imad r0.x, r0.y, cb0[0].x, r0.x
@@ -100,6 +104,10 @@ void CKernelGenerator::Statement(const SScope& scope)
     {
         return Store();
     }
+    if (nChoice < 49)
+    {
+        return PrivateStore();
+    }
     if (nChoice < 66)
     {
         return If(scope);
@@ -150,6 +158,25 @@ void CKernelGenerator::IndexedWrite()
 void CKernelGenerator::Store()
 {
     Line("uav_raw_store_id(10)_addr64 mem0." + std::string(Chance(50) ? "x" : "xy") + ", r2.xy, " + Variable());
+}
+
+/// At one of four addresses: the same for all work-items, in r4.x, or one of each work-item's own, in r3.x.
+void CKernelGenerator::PrivateStore()
+{
+    static const char* const s_Addresses[] = {"l3.x", "l3.y", "l3.z", "l3.w"};
+    const bool bSame = Chance(40);
+    const std::string strAddress = bSame ? "r4.x" : "r3.x";
+    if (bSame)
+    {
+        Line("mov r4.x, " + std::string(Pick(s_Addresses, Below(4))));
+    }
+    else
+    {
+        Line("and r3.x, " + Variable() + ".x, l2.w");
+        Line("ishl r3.x, r3.x, l1.w");
+    }
+    Line("uav_raw_store_id(8) mem0.x, " + strAddress + ", " + Source());
+    Line("uav_raw_load_id(8) " + Variable() + ".z, " + strAddress);
 }
 
 /// Leaves a condition that differs between work-items in r5.x.
@@ -213,7 +240,11 @@ void CKernelGenerator::LeaveLoop(const SScope& scope)
     *scope.pLoopContinues = *scope.pLoopContinues || bContinue;
 
     const std::string strWord = bContinue ? "continue" : "break";
-    Condition();
+    // Without a condition of its own it often takes along all who came into a block by the last one.
+    if (Chance(75))
+    {
+        Condition();
+    }
     if (Chance(40))
     {
         Line(strWord + (Chance(50) ? "_logicalnz" : "_logicalz") + " r5.x");

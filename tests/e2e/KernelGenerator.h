@@ -22,7 +22,7 @@ struct SGeneratedKernel
 };
 
 /// Makes structured kernels: nested ifs, loops with divergent breaks and continues, switches,
-/// calls, divergent returns, indexed temps, stores in branches. The same seed gives the same kernel
+/// calls, divergent returns, indexed temps, private memory, stores in branches. The same seed gives the same kernel
 /// on every machine. Every loop has a counter of its own, so that every kernel ends.
 class CKernelGenerator
 {
@@ -61,6 +61,7 @@ private:
     void VectorArithmetic();
     void IndexedWrite();
     void Store();
+    void PrivateStore();
     void Condition();
     void If(const SScope& scope);
     void Loop(const SScope& scope);

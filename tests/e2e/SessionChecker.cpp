@@ -1,6 +1,7 @@
 #include "tests/e2e/SessionChecker.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace KestrelTest
 {
@@ -19,6 +20,7 @@ const uint32_t s_nIndexedTemp = 30;
 const uint32_t s_nMemory = 47;
 const size_t s_nMaxFindings = 20;
 const uint32_t s_nPageSize = 4096;
+const size_t s_nPrivateWords = 16;
 
 std::string RegisterName(const SObservation& observation, size_t nItem)
 {
@@ -90,6 +92,7 @@ ovkclDebugCommand CSessionChecker::OnStarted(CSession& session)
         m_setVisited.insert(entry);
         ++entry.nInstruction;
     }
+    GetPlatformControl(m_Lib).ClearCounters();
     return OVKCLDEBUG_COMMAND_STEP;
 }
 
@@ -98,8 +101,10 @@ ovkclDebugCommand CSessionChecker::OnHalted(CSession& session)
     ++m_nStops;
     m_Position = m_pTracker->Advance(session.GetListing().GetInstructionNumber(session.GetExecutedLine()));
     m_setVisited.insert(m_Position);
+    CheckCosts(session);
     CheckMask(m_Position, session.GetMask());
     CheckRegister(session, m_Position);
+    CheckPrivate(session, m_Position);
     CheckUntouched();
     return m_nMaxStops != 0 && m_nStops >= m_nMaxStops ? OVKCLDEBUG_COMMAND_CONTINUE : OVKCLDEBUG_COMMAND_STEP;
 }
@@ -227,6 +232,46 @@ void CSessionChecker::CheckRegister(CSession& session, const SPosition& position
                 break;
             }
         }
+    }
+}
+
+/// A step is one kernel run, or one for each element where the place that it writes to is known at run time only; none
+/// where nothing is written. Where the position goes on is known from the masks of the stops.
+void CSessionChecker::CheckCosts(CSession& session)
+{
+    const SPlatformControl& control = GetPlatformControl(m_Lib);
+    const uint64_t nRuns = control.GetCounter(PLATFORM_COUNTER_KERNEL_RUNS);
+    control.ClearCounters();
+    const std::string& strLine = session.GetListing().GetLine(session.GetExecutedLine());
+    const bool bElements =
+        strLine.rfind("mov x1[r7.x]", 0) == 0 || strLine.rfind("uav_raw_store_id(8) mem0.x, r3.x", 0) == 0;
+    if (m_bCountRuns && nRuns != (bElements ? 4 : 1))
+    {
+        Report(std::to_string(nRuns) + " kernel runs for " + strLine);
+    }
+}
+
+void CSessionChecker::CheckPrivate(CSession& session, const SPosition& position)
+{
+    const SObservation* pObservation = m_Trace.Find(position);
+    if (pObservation == nullptr || pObservation->nRegisterType != s_nMemory || !pObservation->bIndexed)
+    {
+        return;
+    }
+    m_vPrivate.resize(pObservation->vActive.size() * s_nPrivateWords);
+    for (size_t i = 0; i < pObservation->vActive.size(); ++i)
+    {
+        const size_t nWord = pObservation->vIndices[i] / sizeof(uint32_t);
+        if (pObservation->vActive[i] && nWord < s_nPrivateWords)
+        {
+            m_vPrivate[i * s_nPrivateWords + nWord] = pObservation->vValues[i][0];
+        }
+    }
+    const std::vector<unsigned char> vGot =
+        session.GetPrivateMemory(pObservation->vActive.size(), 0, s_nPrivateWords * sizeof(uint32_t));
+    if (std::memcmp(vGot.data(), m_vPrivate.data(), vGot.size()) != 0)
+    {
+        Report("private memory differs");
     }
 }
 

@@ -31,6 +31,8 @@ public:
     void OnFinished(KestrelTool::CSession& session) override;
     void OnError(KestrelTool::CSession& session) override;
 
+    /// Holds the kernel runs of each step against what it should cost; for generated kernels.
+    void CountRuns() { m_bCountRuns = true; }
     /// A stop limit for kernels that would take too long; behind it the session continues.
     void SetMaxStops(size_t nStops) { m_nMaxStops = nStops; }
 
@@ -49,6 +51,8 @@ private:
     void CheckRegister(KestrelTool::CSession& session, const SPosition& position);
     void NoteWrite(const SObservation& observation);
     bool Agrees(const uint32_t* pGot, const Words& wanted);
+    void CheckCosts(KestrelTool::CSession& session);
+    void CheckPrivate(KestrelTool::CSession& session, const SPosition& position);
     void CheckUntouched();
 
     const KestrelTool::CLibraries& m_Lib;
@@ -58,6 +62,7 @@ private:
     std::unique_ptr<CTextStructure> m_pStructure;
     std::unique_ptr<CStopTracker> m_pTracker;
     std::map<std::string, Values> m_mapKnown; ///< what each register must read, by its name
+    std::vector<uint32_t> m_vPrivate;         ///< what the first words of private memory must read, by work-item
     /// How far the session's copies of a page of memory lie from the page of the plain run.
     std::map<uint32_t, std::set<uint32_t>> m_mapPages;
     size_t m_nMaxCopies = 1; ///< a memory object that is passed more than once has as many copies
@@ -67,6 +72,7 @@ private:
     size_t m_nStops = 0;
     size_t m_nMaxStops = 0;
     bool m_bFinished = false;
+    bool m_bCountRuns = false;
 };
 
 } // namespace KestrelTest

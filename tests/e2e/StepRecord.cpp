@@ -243,7 +243,12 @@ std::optional<std::set<std::string>> CStepRecord::GetWritten(uint32_t nFirst, ui
         {
             return std::nullopt;
         }
-        const SDestination destination = GetDestination(m_pListing->GetLine(m_pListing->GetLineOfInstruction(n)));
+        const std::string& strLine = m_pListing->GetLine(m_pListing->GetLineOfInstruction(n));
+        if (StartsWith(strLine, "uav_raw_store_id(8)"))
+        {
+            return std::nullopt; // the text doesn't tell which slots of private memory are read
+        }
+        const SDestination destination = GetDestination(strLine);
         const size_t nIndex = destination.strRegister.find("[r");
         if (nIndex == std::string::npos)
         {

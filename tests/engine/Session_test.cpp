@@ -72,6 +72,9 @@ TEST(Session, EndsAtAConditionalCallWithAReasonAndTheOutputs)
     std::string strError;
     EXPECT_TRUE(session.Debugger().GetLastError(strError));
     EXPECT_NE(strError.find("Conditional calls are unsupported"), std::string::npos) << strError;
+    session.TakeRuns();
+    EXPECT_FALSE(session.Debugger().Step());
+    EXPECT_EQ(session.TakeRuns(), 0u) << "the outputs were complete";
     session.Debugger().EndDebugging(true);
     EXPECT_EQ(session.Buffer(), session.Expected());
 }
