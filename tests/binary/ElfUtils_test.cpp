@@ -123,19 +123,95 @@ TEST(ElfUtils, AZeroSizedNeighbourMovesAndAnOverlappingOneStays)
 
 TEST(ElfUtils, ABlockThatIsNotThereIsRefused)
 {
-    CTestImage image = MakeKernels();
-    image.vSymbols.push_back({"beyond", RoData, 1, 0xFFFF, 0});
-    image.vSymbols.push_back({"wraps", RoData, ~0ull - 3, 8, 0});
-    image.vSymbols.push_back({"absolute", SHN_ABS, 0, 1, 0});
-    std::vector<char> vImage = image.Make64();
-    const std::vector<char> vBefore = vImage;
-    for (const char* szName : {"beyond", "wraps", "absolute", "nobody", "__OpenCL_k_metadata"})
+    constexpr uint64_t n4GiB = 1ull << 32;
+    const struct
     {
-        // The symbol that wraps stops every move.
-        EXPECT_FALSE(SetDataForSymbol(szName, &vImage, "x", 1)) << szName;
-        EXPECT_EQ(GetDataForSymbol(szName, vImage, nullptr), std::string(szName) == "__OpenCL_k_metadata") << szName;
+        CTestImage::SSymbol symbol;
+        bool bOthersMove; ///< false: its place stops every move
+    } s_Bad[] = {{{"beyond", RoData, 1, 0xFFFF, 0}, true},    {{"absolute", SHN_ABS, 0, 1, 0}, true},
+                 {{"wraps", RoData, ~0ull - 3, 8, 0}, false}, {{"far", RoData, n4GiB, 1, 0}, false},
+                 {{"long", RoData, 0, n4GiB, 0}, false},      {{"over", RoData, n4GiB - 1, 1, 0}, false}};
+    for (const auto& bad : s_Bad)
+    {
+        CTestImage image = MakeKernels();
+        image.vSymbols.push_back(bad.symbol);
+        std::vector<char> vImage = image.Make64();
+        const std::vector<char> vBefore = vImage;
+        for (const std::string& strName : {bad.symbol.strName, std::string("nobody")})
+        {
+            EXPECT_FALSE(SetDataForSymbol(strName, &vImage, "x", 1)) << strName;
+            EXPECT_FALSE(GetDataForSymbol(strName, vImage, nullptr)) << strName;
+        }
+        EXPECT_EQ(vImage, vBefore);
+        EXPECT_TRUE(GetDataForSymbol("__OpenCL_k_metadata", vImage, nullptr));
+        EXPECT_EQ(SetDataForSymbol("__OpenCL_k_metadata", &vImage, "x", 1), bad.bOthersMove) << bad.symbol.strName;
+    }
+}
+
+TEST(ElfUtils, ACallWithoutItsObjectIsRefused)
+{
+    std::vector<char> vImage = MakeKernels().Make64();
+    CElf good(vImage), bad(std::vector<char>{});
+    ASSERT_TRUE(good.Store(&vImage));
+    const std::vector<char> vBefore = vImage;
+    CElf* const pNone = nullptr;
+    const char* const szBlock = "__OpenCL_k_metadata";
+    const std::vector<bool> vResults = {RemoveElfSection(nullptr, ".text"),
+                                        PatchKernelEntry("k", nullptr),
+                                        UnpatchKernelEntry("k", nullptr),
+                                        ExtractKernelFromBinary("k", vImage, nullptr),
+                                        ExtractBinaryILFromElf(vImage, nullptr),
+                                        ExtractMetadataFromElf(vImage, "k", nullptr),
+                                        GetKernelFunctionNumber("k", vImage, nullptr),
+                                        GetDataFromSection(".rodata", vImage, nullptr),
+                                        GetDataForSymbol(szBlock, pNone, nullptr),
+                                        SetDataForSymbol(szBlock, pNone, "x", 1),
+                                        SetDataForSymbol(szBlock, &bad, "x", 1),
+                                        SetDataForSymbol(szBlock, &good, nullptr, 1),
+                                        SetDataForSymbol(szBlock, &vImage, "x", ~size_t(0)),
+                                        AddILBinarySection(pNone, "debugil", "debugilbin", false, ""),
+                                        AddILBinarySection(&bad, "debugil", "debugilbin", false, ""),
+                                        SetDataInSection(ST_DEBUG_IL, pNone, "x", 1, ""),
+                                        SetDataInSection(ST_DEBUG_IL, &bad, "x", 1, ""),
+                                        SetDataInSection(ST_DEBUG_IL, &good, nullptr, 1, "")};
+    for (size_t nResult = 0; nResult < vResults.size(); ++nResult)
+    {
+        EXPECT_FALSE(vResults[nResult]) << nResult;
     }
     EXPECT_EQ(vImage, vBefore);
+    EXPECT_TRUE(good.Store(&vImage));
+    EXPECT_EQ(vImage, vBefore);
+    EXPECT_TRUE(SetDataForSymbol(szBlock, &good, nullptr, 0));
+    EXPECT_TRUE(SetDataInSection(ST_DEBUG_IL, &good, nullptr, 0, ""));
+}
+
+TEST(ElfUtils, AnImageWithoutSymbolsHasNoKernels)
+{
+    CTestImage image = MakeKernels();
+    std::vector<char> vImage = image.Make64();
+    Elf64_Shdr header;
+    char* const pHeader = vImage.data() + image.nSectionHeaders + 3 * sizeof(header);
+    std::memcpy(&header, pHeader, sizeof(header));
+    header.sh_type = SHT_PROGBITS;
+    std::memcpy(pHeader, &header, sizeof(header));
+
+    std::vector<std::string> vNames;
+    std::vector<char> vOne;
+    EXPECT_TRUE(RemoveElfSymbol(&vImage, "code"));
+    EXPECT_TRUE(AddILBinarySection(&vImage, "debugil", "debugilbin", false, ""));
+    const std::vector<char> vBefore = vImage;
+    EXPECT_FALSE(ListAvailableMetadata(vImage, vNames));
+    EXPECT_FALSE(ExtractKernelFromBinary("k", vImage, &vOne));
+    EXPECT_FALSE(GetDataForSymbol("code", vImage, nullptr));
+    EXPECT_FALSE(SetDataForSymbol("code", &vImage, "x", 1));
+    EXPECT_FALSE(AddILBinarySection(&vImage, "debugil", "debugilbin", true, ""));
+    EXPECT_FALSE(InsertTextDebugILIntoElf(&vImage, "5"));
+    EXPECT_EQ(vImage, vBefore);
+
+    // Nor is one found whose table has another name.
+    CElf renamed(image.Make64());
+    renamed.GetSymbolTable()->SetName(".symbols");
+    EXPECT_FALSE(InsertTextDebugILIntoElf(&renamed, "5"));
 }
 
 TEST(ElfUtils, MetadataIsFoundByTheWholeName)
@@ -173,6 +249,7 @@ TEST(ElfUtils, TheEntryIsPatchedAndUnpatched)
         {"k", "call 12\n", ""},
         {"k", ";$$$$$$$$$", ""},
         {"k", "l1;$$$$$$$$$$\n", ""}, // the call would run into the word
+        {"k", "_;$$$$$$$$$$\n", ""},
         {"k", ";$$$$$$$$$$x\na ;$$$$$$$$$$-\n", ";$$$$$$$$$$x\na call 12-\n"},
         {"k", "", ""},
         {"nobody", ";$$$$$$$$$$", ""},
@@ -246,8 +323,16 @@ TEST(ElfUtils, AFailedConversionLeavesTheImage)
     EXPECT_FALSE(AddILBinarySection(&vImage, "debugil", "debugilbin", false, "Quench"));
     EXPECT_FALSE(AddILBinarySection(&vImage, "nowhere", "debugilbin", false, "Quench"));
     EXPECT_FALSE(AddILBinarySection(&vImage, "debugil", "debugilbin", false, "a device from nowhere"));
+    EXPECT_FALSE(AddILBinarySection(&vImage, "strtab", "new", false, "Quench")); // a string table can't be added
     EXPECT_FALSE(SetDataInSection(ST_METADATA, &vImage, "x", 1, ""));
     EXPECT_EQ(vImage, vBefore);
+
+    std::vector<char> vTokens = MakeKernels().Make64();
+    ASSERT_TRUE(AddILBinarySection(&vTokens, "debugil", "debugilbin", false, "Quench"));
+    const std::vector<char> vWithTokens = vTokens;
+    const unsigned int nToken = 7;
+    EXPECT_FALSE(InsertBinaryILIntoElf(&vTokens, &nToken, 4, "a device from nowhere"));
+    EXPECT_EQ(vTokens, vWithTokens);
 }
 
 TEST(ElfUtils, AConversionCanUpdateTheKernelsSymbol)
@@ -257,6 +342,11 @@ TEST(ElfUtils, AConversionCanUpdateTheKernelsSymbol)
     std::vector<char> vImage = image.Make64();
     ASSERT_TRUE(AddILBinarySection(&vImage, "debugil", "debugilbin", true, ""));
     EXPECT_EQ(Blocks(vImage)["__OpenCL_k_debugilbin"].size(), 16u);
+    const size_t nBlocks = Blocks(vImage).size();
+    ASSERT_TRUE(InsertTextDebugILIntoElf(&vImage, "1 2 3 4 5 6"));
+    ASSERT_TRUE(AddILBinarySection(&vImage, "debugil", "debugilbin", true, "")); // the symbol is there
+    EXPECT_EQ(Blocks(vImage)["__OpenCL_k_debugilbin"].size(), 24u);
+    EXPECT_EQ(Blocks(vImage).size(), nBlocks);
     EXPECT_EQ(ReadElfComplaints(vImage), "");
     EXPECT_FALSE(AddILBinarySection(&vImage, "ovkil", "ovkilbin", true, ""));
 }
