@@ -96,6 +96,70 @@ TEST(Session, CostsOneRunForARegisterAndNoneForAnUntrackedOne)
     EXPECT_TRUE(session.Read("r1").empty());
 }
 
+/// Going back reads what was written since, where the last writes before it were, and makes the run of the stop.
+TEST(Session, AStepBackCostsARunForEachStepThatItsValuesComeFrom)
+{
+    const struct
+    {
+        const char* pszBody;
+        unsigned int nSteps; ///< to the stop that is gone back from
+        unsigned int nRuns;
+    } cases[] = {
+        {"mov r1, l21\nmov r1, l22\nmov r1, l23\n", 3, 2},
+        {"mov r1, l21\nmov r2, l22\n", 2, 1},
+        {"mov r1, l21\nmov r1, l22\nult r2, vTidInGrp.xxxx, l23\nif_logicalnz r2.x\nmov r1, l23\nendif\n", 5, 2},
+        {"ult r2, vTidInGrp.xxxx, l23\nmov r1, l21\nif_logicalnz r2.x\nmov r1, l22\nendif\nmov r1, l23\n", 6, 3},
+    };
+    for (const auto& entry : cases)
+    {
+        CTestSession session(entry.pszBody);
+        ASSERT_TRUE(session.Start());
+        for (unsigned int n = 0; n < entry.nSteps; ++n)
+        {
+            ASSERT_TRUE(session.Debugger().Step());
+        }
+        session.TakeRuns();
+        ASSERT_TRUE(session.Debugger().Back());
+        EXPECT_EQ(session.TakeRuns(), entry.nRuns) << entry.pszBody;
+    }
+}
+
+/// The values of one work-item in all registers, as a front end shows them in a table.
+TEST(Session, ListsTheRegistersOfAWorkItem)
+{
+    CTestSession session(s_Id + "dcl_indexed_temp_array x1[2]\nfence_memory\nmov x1[1].y, r9\n");
+    const auto list = [&](ThreadID& threadID)
+    {
+        const std::unique_ptr<CShaderDebuggerVariables> pVariables(session.Debugger().GetVariables(threadID));
+        std::string strList = std::to_string(pVariables->GetWidth()) + "x" + std::to_string(pVariables->GetHeight());
+        for (const CShaderDebuggerVariable& variable : pVariables->GetVariables())
+        {
+            strList += " " + variable.m_strName + "=" + std::to_string(variable.m_data[0].uiValue) + "," +
+                       std::to_string(variable.m_data[1].uiValue) + (variable.m_ChangedMask != 0 ? "*" : "");
+        }
+        return strList;
+    };
+    ThreadID third(ShaderUtils::TID_1D, 3, 0, 0, 0);
+    EXPECT_EQ(list(third), "0x0") << "no session";
+    ASSERT_TRUE(session.Start());
+    EXPECT_EQ(list(third), "8x1");
+    ASSERT_TRUE(session.Debugger().Step() && session.Debugger().Step());
+    EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4*");
+    ASSERT_TRUE(session.Debugger().Step());
+    EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4") << "behind the fence nothing has changed";
+    ASSERT_TRUE(session.Debugger().Step());
+    EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4 x1[1]=0,4*");
+    // Without a choice it is one that the results have, or the one that was chosen before.
+    ThreadID none(ShaderUtils::TID_Unknown, 0, 0, 0, 0);
+    list(none);
+    EXPECT_TRUE(ShaderUtils::IsValid(none));
+    ThreadID fifth(ShaderUtils::TID_1D, 5, 0, 0, 0);
+    session.Debugger().SetCurrentThread(fifth);
+    none = ThreadID(ShaderUtils::TID_Unknown, 0, 0, 0, 0);
+    EXPECT_EQ(list(none), "8x1 r0=5,5 r9=6,6 x1[1]=0,6*");
+    EXPECT_EQ(none.x, 5);
+}
+
 TEST(Session, ReadsEveryElementOfADynamicallyIndexedArray)
 {
     CTestSession session("dcl_indexed_temp_array x1[4]\nmov r0, vTidInGrp.xxxx\niand r1, r0, l23\nmov x1[r1.x], r0\n"

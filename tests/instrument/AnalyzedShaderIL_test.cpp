@@ -36,6 +36,7 @@ struct SRegisterCase
     std::string strBody;
     Numbers vTemps; ///< the debugger's, in order: five by role, then the loop counters
     Numbers vLiterals;
+    size_t nUnwritten = 0; ///< temps that are read first by an instruction that writes none, which is logged
 };
 
 class RegisterAllocation : public testing::TestWithParam<SRegisterCase>
@@ -50,6 +51,7 @@ TEST_P(RegisterAllocation, TakesTheLowestFreeNumbers)
     EXPECT_EQ(shader.m_nPatchedTempRegisters, GetParam().vTemps);
     EXPECT_TRUE(std::equal(shader.m_nTempRegisters.begin(), shader.m_nTempRegisters.end(), GetParam().vTemps.begin()));
     EXPECT_EQ(Numbers(shader.m_nLiteralRegisters.begin(), shader.m_nLiteralRegisters.end()), GetParam().vLiterals);
+    EXPECT_EQ(kernel.Host().CountLog(logASSERT, "m_vTempRegisterUsed["), GetParam().nUnwritten);
 }
 
 std::string TempsTo9()
@@ -75,9 +77,9 @@ const SRegisterCase s_RegisterCases[] = {
      {0, 1, 2, 3, 4}},
     {"NoLoop", TempsTo9(), {10, 11, 12, 13, 14}, {0, 1, 2, 3, 4}},
     {"Gaps", "dcl_literal l1, 0, 0, 0, 0\ndcl_literal l3, 0, 0, 0, 0\nmov r3, l1\n", {0, 1, 2, 4, 5}, {0, 2, 4, 5, 6}},
-    {"SourceOfAStore", "uav_store_id(10) r1, r2\n", {0, 3, 4, 5, 6}, {0, 1, 2, 3, 4}},
+    {"SourceOfAStore", "mov r2, l0\nuav_store_id(10) r1, r2\n", {0, 3, 4, 5, 6}, {0, 1, 2, 3, 4}, 1},
     {"ReadButNeverWritten", "mov r1, r0\nmov r3, cb0[r4.x]\n", {2, 5, 6, 7, 8}, {0, 1, 2, 3, 4}},
-    {"IndexOfADestination", "dcl_indexed_temp_array x0[4]\nmov x0[r0.x], r1\n", {2, 3, 4, 5, 6}, {0, 1, 2, 3, 4}},
+    {"IndexOfADestination", "dcl_indexed_temp_array x0[4]\nmov x0[r0.x], r1\n", {2, 3, 4, 5, 6}, {0, 1, 2, 3, 4}, 1},
     {"NegativeTempsAreASetOfTheirOwn", "mov r-1, vTidInGrp\n", {0, 1, 2, 3, 4}, {0, 1, 2, 3, 4}},
     {"SiblingLoopsShare",
      "whileloop\nbreak\nendloop\nwhileloop\nbreak\nendloop\n",
@@ -245,8 +247,8 @@ const SRefusal s_Refusals[] = {
     {"ConstantBufferOfATemp", Kernel("dcl_cb r1\n"), s_pszInvalid, false, "RT_CONST_BUFF"},
     {"TwoRawUavs", Kernel("dcl_raw_uav_id(3)\ndcl_raw_uav_id(4)\n"), s_pszInvalid, false,
      "m_nRawUAVNum == numeric_limits<unsigned int>::max() || nRawUAVNum == m_nRawUAVNum"},
-    {"HugeArray", Kernel("dcl_indexed_temp_array x0[4294967295]\n"), s_pszInvalid, false, "s_nMaxArrayElements"},
-    {"HugePrivateUav", Kernel("dcl_typeless_uav_id(8)_stride(4)_length(4294967295)_access(private)\n"), s_pszInvalid,
+    {"HugeArray", Kernel("dcl_indexed_temp_array x0[1048577]\n"), s_pszInvalid, false, "s_nMaxArrayElements"},
+    {"HugePrivateUav", Kernel("dcl_typeless_uav_id(8)_stride(4)_length(16777217)_access(private)\n"), s_pszInvalid,
      false, "s_nMaxPrivateBytes"},
     {"CountedLoop", Kernel("loop i0\nendloop\n"), "IL instruction loop is not yet supported.", true, nullptr},
     {"Cut", Kernel("cut\n"), "IL instruction cut is not yet supported.", true, nullptr},
@@ -285,6 +287,15 @@ TEST(Analysis, RefusesTooManyRegisters)
     CTestKernel fits(vTokens);
     EXPECT_TRUE(fits.IsAnalyzed());
     EXPECT_EQ(fits.Shader().m_nPatchedTempRegisters, (Numbers{0, 65532, 65533, 65534, 65535}));
+}
+
+TEST(Analysis, TakesTheLargestDeepestAndLongest)
+{
+    const unsigned int nDeepest = CAnalyzedShaderIL::MAX_BLOCK_DEPTH;
+    CTestKernel kernel(Kernel("dcl_indexed_temp_array x0[1048576]\n"
+                              "dcl_typeless_uav_id(8)_stride(4)_length(16777216)_access(private)\n" +
+                              Repeat("if_logicalnz r0.x\n", nDeepest) + Repeat("endif\n", nDeepest)));
+    EXPECT_TRUE(kernel.IsAnalyzed()) << kernel.Host().strLastError;
 }
 
 TEST(Analysis, NotesFunctionsLinesAndDeclarations)

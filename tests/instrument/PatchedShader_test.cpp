@@ -71,6 +71,7 @@ TEST_F(PatchedImage, HoldsThePatchedTextAndMetadata)
     ASSERT_TRUE(OVK_ElfUtils::ExtractMetadataFromElf(vImage, "other", &strMetadata));
     EXPECT_NE(strMetadata.find(";memory:hwlocal:0\n"), std::string::npos);
     EXPECT_EQ(strMetadata.find("__ovk_debug"), std::string::npos);
+    EXPECT_EQ(m_Host.CountLog(logWARNING, "Could not remove LDS"), 0u);
 }
 
 TEST_F(PatchedImage, StaysWhenTheNextOneFails)
