@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,8 +17,9 @@ class LogFiles : public testing::Test
 protected:
     void SetUp() override
     {
-        m_folder = std::filesystem::path(testing::TempDir()) /
-                   (std::string("kestrel_log_") + testing::UnitTest::GetInstance()->current_test_info()->name());
+        m_folder =
+            std::filesystem::path(testing::TempDir()) / ("kestrel_log_" + std::to_string(getpid()) + "_" +
+                                                         testing::UnitTest::GetInstance()->current_test_info()->name());
         std::filesystem::remove_all(m_folder);
         std::filesystem::create_directories(m_folder);
     }
