@@ -85,8 +85,13 @@ void CShaderDebuggerShaderIL::UpdateExecMaskHistory(const ProgramCounter& pc, CS
 {
     if (SD_Assert(GetHost(), pExecMask))
     {
-        m_ExecMaskHistory[m_CallStack][pc] = pExecMask->GetActiveItemCount(0);
+        NoteActiveCount(pc, pExecMask->GetActiveItemCount(0));
     }
+}
+
+void CShaderDebuggerShaderIL::NoteActiveCount(const ProgramCounter& pc, uint64_t nActive)
+{
+    m_ExecMaskHistory[m_CallStack][pc] = nActive;
 }
 
 bool CShaderDebuggerShaderIL::PostStep()
@@ -276,13 +281,14 @@ bool CShaderDebuggerShaderIL::WritesGlobalMemory(InstructionNumber nInst) const
 /// if the function is called inside a block that it doesn't enter.
 void CShaderDebuggerShaderIL::FindMissedStores()
 {
-    for (InstructionNumber n = 0; n < m_nInstructionCount && !m_bCanMissStores; ++n)
+    InstructionNumber n = 0;
+    for (const CShaderDebuggerInstructionIL& instruction : m_Instructions)
     {
-        const ILOpCode op = OpCodeAt(n);
-        const bool bConditionalReturn = IsConditionalReturn(op) || (IsReturn(op) && ConstructOf(n) != nullptr);
-        const bool bConditionalCall = (IsCall(op) && (op != IL_OP_CALL || ConstructOf(n) != nullptr)) ||
-                                      (op == IL_OP_MACROCALL && ConstructOf(n) != nullptr);
-        m_bCanMissStores = bConditionalReturn || bConditionalCall;
+        const ILOpCode op = instruction.GetOpCode();
+        const bool bInBlock = ConstructOf(n++) != nullptr;
+        const bool bLeaves = IsReturn(op) || op == IL_OP_CALL || op == IL_OP_MACROCALL;
+        m_bCanMissStores =
+            m_bCanMissStores || (bLeaves && bInBlock) || IsConditionalReturn(op) || (IsCall(op) && op != IL_OP_CALL);
     }
 }
 

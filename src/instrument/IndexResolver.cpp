@@ -12,6 +12,8 @@ namespace
 
 typedef std::array<unsigned int, 4> Values; ///< by component
 
+constexpr unsigned int s_Components[] = {0, 1, 2, 3};
+
 /// An instruction whose result is known when its sources are.
 struct SFoldable
 {
@@ -225,17 +227,17 @@ private:
         {
             const SOperand source = ReadOperand(instruction, instruction.GetSrcRegTokenOffset(i));
             RegisterMask sourceMask = COMP_None;
+            bool bPlain = source.nIndexOffset == 0 && (source.modifier & ~s_nSwizzleBits) == 0;
 
-            for (unsigned int nComponent = 0; nComponent < 4; ++nComponent)
+            for (const unsigned int nComponent : s_Components)
             {
                 if ((mask & GetComponent(nComponent)) != 0)
                 {
-                    sourceMask |= GetComponent(Selector(source, nComponent));
+                    const unsigned int nSelector = Selector(source, nComponent);
+                    sourceMask |= GetComponent(nSelector);
+                    bPlain = bPlain && nSelector <= IL_COMPSEL_W_A;
                 }
             }
-
-            const bool bPlain =
-                source.nIndexOffset == 0 && (source.modifier & ~s_nSwizzleBits) == 0 && !SelectsConstant(source, mask);
 
             if (!bPlain)
             {
@@ -250,19 +252,6 @@ private:
         return pFoldable != nullptr || WarnUnresolvable(instruction);
     }
 
-    static bool SelectsConstant(const SOperand& source, RegisterMask mask)
-    {
-        for (unsigned int nComponent = 0; nComponent < 4; ++nComponent)
-        {
-            if ((mask & GetComponent(nComponent)) != 0 && Selector(source, nComponent) > IL_COMPSEL_W_A)
-            {
-                return true;
-            }
-        }
-
-        return false;
-    }
-
     static RegisterMask WriteMask(const SOperand& dest)
     {
         const RegisterMask all = COMP_All;
@@ -275,7 +264,7 @@ private:
         const SFoldable& foldable = *FindFoldable(instruction.GetOpCode());
         Values result = m_Temps[tracked.nTemp];
 
-        for (unsigned int nComponent = 0; nComponent < 4; ++nComponent)
+        for (const unsigned int nComponent : s_Components)
         {
             if ((tracked.mask & GetComponent(nComponent)) != 0)
             {

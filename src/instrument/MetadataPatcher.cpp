@@ -61,13 +61,14 @@ std::unique_ptr<CCLMetadataPointerEntry> MakePointerEntry(unsigned int nRevision
 template <typename Entry>
 bool Append(CCLMetadata& metadata, std::unique_ptr<Entry> pEntry)
 {
-    if (pEntry == nullptr || !metadata.AddArgumentEntry(pEntry.get()))
+    const bool bAdded = metadata.AddArgumentEntry(pEntry.get());
+
+    if (bAdded)
     {
-        return false;
+        static_cast<void>(pEntry.release());
     }
 
-    static_cast<void>(pEntry.release());
-    return true;
+    return bAdded;
 }
 
 bool AppendOutputBuffer(CCLMetadata& metadata, const SOutputArgument& argument, unsigned int nRevision,

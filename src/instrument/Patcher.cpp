@@ -49,12 +49,8 @@ bool CInstrumentedShaderIL::PatchIL(CSource& src, CDest& dest, ProgramCounter nT
         bPatched = WriteCopy(pass, vCuts[i], vCuts[i - 1].nCopy);
     }
 
-    if (bPatched && pass.bDone)
-    {
-        WriteInstruction(dest, IL_OP_END);
-    }
-
-    return bPatched;
+    WriteInstruction(dest, IL_OP_END);
+    return bPatched && pass.bDone;
 }
 
 /// A position of the kernel, or its entry. The end of the kernel and of its main body are none: nothing that a stop
@@ -145,10 +141,8 @@ bool CInstrumentedShaderIL::IsReplacedDeclaration(const SItem& item) const
     case IL_OP_DCL_UAV:
     case IL_OP_DCL_TYPELESS_UAV:
     case IL_OP_DCL_TYPED_UAV:
+    case IL_OP_DCL_RAW_UAV: // the analysis lets only one be
         return IsCompute();
-
-    case IL_OP_DCL_RAW_UAV:
-        return IsCompute() && nControls == m_nRawUAVNum;
 
     case IL_OP_DCL_ARENA_UAV:
         return IsCompute() && nControls == ARENA_UAV;

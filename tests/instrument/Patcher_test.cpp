@@ -306,9 +306,12 @@ TEST(Patcher, RefusesAStreamThatItHasNotAnalysed)
     COutputTokenStream<unsigned int> dest(&kernel.Host(), 0);
     EXPECT_FALSE(kernel.Shader().PatchIL(src, dest, ProgramCounter(nTarget), {g_Reg_NULL}));
 
-    vOther.resize(vOther.size() / 2);
-    CInputTokenStream<unsigned int> half(&kernel.Host(), vOther.data(), vOther.size());
-    EXPECT_FALSE(kernel.Shader().PatchIL(half, dest, ProgramCounter(nTarget), {g_Reg_NULL}));
+    for (size_t nTokens = 0; nTokens <= kernel.Shader().m_vTokens.size(); ++nTokens)
+    {
+        const bool bWhole = nTokens == kernel.Shader().m_vTokens.size();
+        CInputTokenStream<unsigned int> part(&kernel.Host(), kernel.Shader().m_vTokens.data(), nTokens);
+        EXPECT_EQ(kernel.Shader().PatchIL(part, dest, ProgramCounter(nTarget), {g_Reg_NULL}), bWhole) << nTokens;
+    }
 }
 
 } // namespace
