@@ -91,16 +91,16 @@ TEST(Failures, OfAnyCallOfTheDeviceShowNothingFalseAndLeaveTheBufferWholeOrAsItW
         const CSimtDevice::Bytes before = good.Buffer();
         ASSERT_TRUE(good.Start());
         const std::vector<SShown> vGood = good.Play(vMoves);
-        for (const SSimtFailure::EKind eKind : {SSimtFailure::Read, SSimtFailure::Other})
+        for (const SSimtCalls::EKind eKind : {SSimtCalls::Read, SSimtCalls::Other})
         {
             bool bHit = true;
             for (unsigned int nCall = 1; bHit && !testing::Test::HasFailure(); ++nCall)
             {
-                SCOPED_TRACE("call " + std::to_string(nCall) + (eKind == SSimtFailure::Read ? " that reads" : ""));
+                SCOPED_TRACE("call " + std::to_string(nCall) + (eKind == SSimtCalls::Read ? " that reads" : ""));
                 CFailingSession session;
-                SSimtFailure& failure = *session.Device().pFailure;
-                failure.eKind = eKind;
-                failure.nFail = nCall;
+                SSimtCalls& calls = *session.Device().pCalls;
+                calls.eKind = eKind;
+                calls.nFail = nCall;
                 if (!session.Start())
                 {
                     EXPECT_FALSE(session.Debugger().IsDebugging());
@@ -111,7 +111,7 @@ TEST(Failures, OfAnyCallOfTheDeviceShowNothingFalseAndLeaveTheBufferWholeOrAsItW
                 }
                 const std::vector<SShown> vShown = session.Play(vMoves);
                 // A mask that can't be read leaves the count open that steers the position.
-                for (size_t n = 0; n < vShown.size() && eKind == SSimtFailure::Other; ++n)
+                for (size_t n = 0; n < vShown.size() && eKind == SSimtCalls::Other; ++n)
                 {
                     ASSERT_LT(n, vGood.size());
                     SCOPED_TRACE("movement " + std::to_string(n));
@@ -123,8 +123,8 @@ TEST(Failures, OfAnyCallOfTheDeviceShowNothingFalseAndLeaveTheBufferWholeOrAsItW
                 session.Debugger().EndDebugging(true);
                 const bool bDelivered = session.Debugger().HasDeliveredResults();
                 EXPECT_EQ(session.Buffer(), bDelivered ? session.Expected() : before);
-                EXPECT_TRUE(bDelivered || failure.nCalls >= nCall);
-                bHit = failure.nCalls >= nCall;
+                EXPECT_TRUE(bDelivered || calls.nCalls >= nCall);
+                bHit = calls.nCalls >= nCall;
             }
         }
     }

@@ -160,10 +160,23 @@ TEST(Session, ListsTheRegistersOfAWorkItem)
     EXPECT_EQ(none.x, 5);
 }
 
+const std::string s_Array = "dcl_indexed_temp_array x1[4]\nmov r0, vTidInGrp.xxxx\niand r1, r0, l23\nmov x1[r1.x], r0\n"
+                            "mov x1[2], l24\nmov r3, x1[2]\n";
+
+TEST(Session, ReadsTheElementsBehindOneThatCantBeRead)
+{
+    CTestSession session(s_Array);
+    ASSERT_TRUE(session.Start() && session.Debugger().Step() && session.Debugger().Step());
+    session.FailRun(2);
+    EXPECT_FALSE(session.Debugger().Step());
+    EXPECT_TRUE(session.Read("x1[1]").empty());
+    ASSERT_FALSE(session.Read("x1[3]").empty());
+    EXPECT_EQ(session.Read("x1[3]")[4 * 3], 3u);
+}
+
 TEST(Session, ReadsEveryElementOfADynamicallyIndexedArray)
 {
-    CTestSession session("dcl_indexed_temp_array x1[4]\nmov r0, vTidInGrp.xxxx\niand r1, r0, l23\nmov x1[r1.x], r0\n"
-                         "mov x1[2], l24\nmov r3, x1[2]\n");
+    CTestSession session(s_Array);
     ASSERT_TRUE(session.Start());
     ASSERT_TRUE(session.Debugger().Step());
     ASSERT_TRUE(session.Debugger().Step());
@@ -207,6 +220,7 @@ TEST(Session, KeepsTheSavedArgumentsApartFromWhatAQueryReads)
         last = read();
     }
     EXPECT_EQ(last, session.Expected());
+    EXPECT_EQ(session.Device().pCalls->nCleared, 0u) << "all come to the stores";
     // The last stop is the call at position 0, where a run back doesn't start.
     ASSERT_TRUE(session.Debugger().Back());
     ASSERT_TRUE(session.Debugger().RunBack());

@@ -18,8 +18,8 @@
 namespace OVK_ShaderDebugger
 {
 
-/// Lets one call of the device or of its buffers fail.
-struct SSimtFailure
+/// Counts the calls of a device and of its buffers, and lets one fail.
+struct SSimtCalls
 {
     enum EKind
     {
@@ -33,6 +33,7 @@ struct SSimtFailure
     EKind eKind = Other;
     unsigned int nCalls = 0;
     unsigned int nFail = 0; ///< the number of the call of this kind that fails; 0 for none
+    unsigned int nCleared = 0;
 };
 
 /// A buffer of CSimtDevice: host memory with an address in the device's flat address space.
@@ -42,8 +43,8 @@ public:
     typedef std::vector<unsigned char> Bytes;
 
     CSimtBuffer(CShaderDebuggerHost* pHost, const BufferDesc& desc, std::shared_ptr<Bytes> pBytes,
-                std::shared_ptr<SSimtFailure> pFailure)
-        : CShaderDebuggerDeviceBuffer(pHost), m_pBytes(std::move(pBytes)), m_pFailure(std::move(pFailure)),
+                std::shared_ptr<SSimtCalls> pCalls)
+        : CShaderDebuggerDeviceBuffer(pHost), m_pBytes(std::move(pBytes)), m_pCalls(std::move(pCalls)),
           m_pObject(m_pBytes.get())
     {
         m_Desc = desc;
@@ -53,7 +54,7 @@ public:
 
     CShaderDebuggerBuffer* GetDataBuffer(CShaderDebuggerBuffer* pDataBuffer) override
     {
-        if (m_pFailure->Hits(SSimtFailure::Read))
+        if (m_pCalls->Hits(SSimtCalls::Read))
         {
             return nullptr;
         }
@@ -67,12 +68,16 @@ public:
     }
 
     const void* GetDeviceBuffer() const override { return &m_pObject; }
-    bool Clear() override { return UpdateData(nullptr, 0); }
+    bool Clear() override
+    {
+        ++m_pCalls->nCleared;
+        return UpdateData(nullptr, 0);
+    }
     bool DumpBuffer(const std::string&) const override { return false; }
 
     bool UpdateData(void* pData, size_t nSize) override
     {
-        if (m_pFailure->Hits(SSimtFailure::Other))
+        if (m_pCalls->Hits(SSimtCalls::Other))
         {
             return false;
         }
@@ -88,7 +93,7 @@ public:
 
 private:
     std::shared_ptr<Bytes> m_pBytes;
-    std::shared_ptr<SSimtFailure> m_pFailure;
+    std::shared_ptr<SSimtCalls> m_pCalls;
     void* m_pObject; ///< stands for the memory object's handle
 };
 
@@ -109,7 +114,7 @@ public:
 
     bool GetDeviceBufferDesc(ShaderType, int nIndex, BufferDesc& desc) override
     {
-        if (pFailure->Hits(SSimtFailure::Other))
+        if (pCalls->Hits(SSimtCalls::Other))
         {
             return false;
         }
@@ -133,9 +138,8 @@ public:
         const size_t nSize = desc.m_nSize != 0
                                  ? desc.m_nSize
                                  : size_t(desc.m_nWidth) * desc.m_nHeight * ShaderUtils::GetPointSize(desc.m_Format);
-        return pFailure->Hits(SSimtFailure::Other)
-                   ? nullptr
-                   : new CSimtBuffer(m_pHost, desc, std::make_shared<Bytes>(nSize), pFailure);
+        return pCalls->Hits(SSimtCalls::Other) ? nullptr
+                                               : new CSimtBuffer(m_pHost, desc, std::make_shared<Bytes>(nSize), pCalls);
     }
 
     unsigned int GetNumDeviceBuffers(ShaderType) const override { return m_vArguments.size(); }
@@ -145,14 +149,14 @@ public:
     {
         BufferDesc desc;
         return GetDeviceBufferDesc(shaderType, static_cast<int>(nIndex), desc)
-                   ? new CSimtBuffer(m_pHost, desc, m_vArguments[nIndex], pFailure)
+                   ? new CSimtBuffer(m_pHost, desc, m_vArguments[nIndex], pCalls)
                    : nullptr;
     }
 
     bool SetDeviceBuffer(ShaderType, std::string, CShaderDebuggerDeviceBuffer*) override { return false; }
     bool SetDeviceBuffer(ShaderType, unsigned int nIndex, CShaderDebuggerDeviceBuffer* pBuffer) override
     {
-        if (pFailure->Hits(SSimtFailure::Other))
+        if (pCalls->Hits(SSimtCalls::Other))
         {
             return false;
         }
@@ -180,7 +184,7 @@ public:
             m_pProgram = KestrelPlatform::DecodeProgram(vTokens.data(), vTokens.size(), error);
         }
         strShaderError = diagnostic.strMessage + error.strMessage;
-        return m_pProgram != nullptr && !pFailure->Hits(SSimtFailure::Other);
+        return m_pProgram != nullptr && !pCalls->Hits(SSimtCalls::Other);
     }
 
     void* GetShader(ShaderType) override { return nullptr; }
@@ -191,7 +195,7 @@ public:
     bool Launch()
     {
         const bool bBound = std::all_of(m_vBound.begin(), m_vBound.end(), [](const SBound& b) { return b.pBytes; });
-        return m_pProgram != nullptr && bBound && !pFailure->Hits(SSimtFailure::Other) &&
+        return m_pProgram != nullptr && bBound && !pCalls->Hits(SSimtCalls::Other) &&
                Launch(m_pProgram, m_vBound, nullptr).eStatus == KestrelPlatform::SLaunchResult::Complete;
     }
 
@@ -209,7 +213,7 @@ public:
 
     int nEntered = 0;
     std::string strShaderError;
-    const std::shared_ptr<SSimtFailure> pFailure = std::make_shared<SSimtFailure>();
+    const std::shared_ptr<SSimtCalls> pCalls = std::make_shared<SSimtCalls>();
 
 private:
     struct SBound
