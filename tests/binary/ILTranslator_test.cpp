@@ -1,10 +1,12 @@
 #include "binary/ILTranslator.h"
 
 #include "binary/BifUtils.h"
+#include "modules/CLDispatchTable.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include <dlfcn.h>
@@ -72,11 +74,31 @@ TEST(ILTranslator, AFailureGivesNothingAndLeavesNothingBehind)
     BifUtils::ReleaseCompiler();
 }
 
+TEST(ILTranslator, AnyCallOfTheLibraryMayFail)
+{
+    char* szFailing = FakeVariable<char>("libovkocl12cl64.so", "g_szFakeFailing");
+    for (const char* szCall :
+         {"CompilerInit", "BinarySize", "BinaryInit", "InsertSymbol", "Compile", "ExtractSymbol", "WholeSymbol"})
+    {
+        BifUtils::ReleaseCompiler();
+        std::strcpy(szFailing, szCall);
+        std::vector<unsigned char> vBytes = {1, 0, 0, 0};
+        std::string strText = "before";
+        EXPECT_FALSE(ovkAssembleIL("2", &vBytes, "")) << szCall;
+        EXPECT_FALSE(ovkDisassembleIL(vBytes, &strText, "")) << szCall;
+        EXPECT_EQ(vBytes[0], 1) << szCall;
+        EXPECT_EQ(strText, "before") << szCall;
+        EXPECT_EQ(BinariesAlive(), 0) << szCall;
+    }
+    *szFailing = 0;
+    BifUtils::ReleaseCompiler();
+}
+
 #define CHECK_OR_EXIT(condition)                                                                                       \
     if (!(condition))                                                                                                  \
     {                                                                                                                  \
         std::cerr << "not so: " #condition "\n";                                                                       \
-        std::_Exit(1);                                                                                                 \
+        std::exit(1);                                                                                                  \
     }
 
 /// The choice is for the life of the process, so that it is made in one of its own.
@@ -104,12 +126,70 @@ void ChooseTheLowLevelAssembler()
     // The runtime's answer keeps the choice.
     ovkSetAssemblingWithQRLAllowed(false);
     CHECK_OR_EXIT(ovkIsAssemblingWithQRL());
-    std::_Exit(0);
+    std::exit(0);
 }
 
 TEST(ILTranslator, TheLowLevelAssemblerIsTakenOnceAllowed)
 {
     EXPECT_EXIT(ChooseTheLowLevelAssembler(), testing::ExitedWithCode(0), "");
+}
+
+/// A call of the low-level runtime that fails, and what "12" and "abcd" then become; nothing at all if the conversions
+/// fail, the other library's work if there is no conversion.
+struct SRuntimeFault
+{
+    const char* szFailing;
+    std::string strTokens;
+    std::string strText;
+};
+
+const std::string s_OtherTokens("\x0C\0\0\0", 4);
+const std::string s_OtherText = "1684234849\n";
+
+const SRuntimeFault s_RuntimeFaults[] = {
+    {"", "21", "dcba"},
+    {"Library", s_OtherTokens, s_OtherText},
+    {"Init", s_OtherTokens, s_OtherText},
+    {"ExtSupported", s_OtherTokens, s_OtherText},
+    {"qrlConvertTextToBinary", s_OtherTokens, s_OtherText},
+    {"qrlConvertBinaryToText", s_OtherTokens, s_OtherText},
+    {"qrlFreeTextBinary", s_OtherTokens, s_OtherText},
+    {"NullProc", s_OtherTokens, s_OtherText},
+    {"ConvertTextToBinary", "before", "dcba"},
+    {"ConvertBinaryToText", "21", "before"},
+    {"FreeTextBinary", "before", "before"},
+    {"NullResult", "", ""},
+};
+
+void ConvertWithFault(const SRuntimeFault& fault)
+{
+    std::strcpy(FakeVariable<char>("libovkqrlrt.so", "g_szFakeFailing"), fault.szFailing);
+    if (std::string(fault.szFailing) == "Library")
+    {
+        g_QRLRTDispatchTable.UnloadModule();
+    }
+    ovkSetAssemblingWithQRLAllowed(true);
+    std::vector<unsigned char> vBytes = {'b', 'e', 'f', 'o', 'r', 'e'};
+    ovkAssembleIL("12", &vBytes, "");
+    CHECK_OR_EXIT(std::string(vBytes.begin(), vBytes.end()) == fault.strTokens);
+    std::string strText = "before";
+    ovkDisassembleIL({'a', 'b', 'c', 'd'}, &strText, "");
+    CHECK_OR_EXIT(strText == fault.strText);
+
+    // Without the leave it is what the runtime answered first.
+    const bool bAnswered = std::string(fault.szFailing) != "Library" && std::string(fault.szFailing) != "Init";
+    ovkSetAssemblingWithQRLAllowed(false);
+    CHECK_OR_EXIT(ovkIsAssemblingWithQRL() == bAnswered);
+    BifUtils::ReleaseCompiler();
+    std::exit(0);
+}
+
+TEST(ILTranslator, AnyCallOfTheLowLevelRuntimeMayFail)
+{
+    for (const SRuntimeFault& fault : s_RuntimeFaults)
+    {
+        EXPECT_EXIT(ConvertWithFault(fault), testing::ExitedWithCode(0), "") << fault.szFailing;
+    }
 }
 
 TEST(BifUtils, SectionsHaveIds)

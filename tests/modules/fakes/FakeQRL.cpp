@@ -1,5 +1,5 @@
 // The low-level libraries. The runtime's extension converts by a rule of its own, so that a test can tell
-// which assembler ran: text to its bytes reversed and back.
+// which assembler ran: text to its bytes reversed and back. What a test names fails.
 
 #include "modules/QRLTypes.h"
 
@@ -30,9 +30,16 @@ FAKE_EXPORT QRLresult qrlddiInit()
 
 FAKE_EXPORT int g_nFakeInitCalls;
 int g_nFakeInitCalls = 0;
+FAKE_EXPORT char g_szFakeFailing[32];
+char g_szFakeFailing[32] = "";
 
 namespace
 {
+
+bool Fails(const char* szCall)
+{
+    return std::strcmp(szCall, g_szFakeFailing) == 0;
+}
 
 void* Reverse(const void* pBytes, size_t nSize)
 {
@@ -45,24 +52,28 @@ void* Reverse(const void* pBytes, size_t nSize)
 QRLresult ConvertTextToBinary(void** ppBinary, QRLuint* pnSize, QRLlanguage eLanguage, const char* szText)
 {
     *pnSize = static_cast<QRLuint>(std::strlen(szText));
-    if (eLanguage != QRL_LANGUAGE_IL || *pnSize == 0)
+    if (eLanguage != QRL_LANGUAGE_IL || *pnSize == 0 || Fails("ConvertTextToBinary"))
     {
         return QRL_RESULT_INVALID_PARAMETER;
     }
-    *ppBinary = Reverse(szText, *pnSize);
+    *ppBinary = Fails("NullResult") ? nullptr : Reverse(szText, *pnSize);
     return QRL_RESULT_OK;
 }
 
 QRLresult ConvertBinaryToText(const void* pBinary, QRLuint nSize, QRLlanguage, char** ppText)
 {
-    *ppText = static_cast<char*>(Reverse(pBinary, nSize));
+    if (Fails("ConvertBinaryToText"))
+    {
+        return QRL_RESULT_ERROR;
+    }
+    *ppText = Fails("NullResult") ? nullptr : static_cast<char*>(Reverse(pBinary, nSize));
     return QRL_RESULT_OK;
 }
 
 QRLresult FreeTextBinary(void* p)
 {
     std::free(p);
-    return QRL_RESULT_OK;
+    return Fails("FreeTextBinary") ? QRL_RESULT_ERROR : QRL_RESULT_OK;
 }
 
 } // namespace
@@ -81,7 +92,7 @@ QRL_RT_ENTRY_POINTS(FAKE_UNUSED)
 
 FAKE_EXPORT QRLresult qrlInit()
 {
-    return g_nFakeInitCalls++ == 0 ? QRL_RESULT_OK : QRL_RESULT_ALREADY;
+    return Fails("Init") ? QRL_RESULT_ERROR : g_nFakeInitCalls++ == 0 ? QRL_RESULT_OK : QRL_RESULT_ALREADY;
 }
 
 FAKE_EXPORT QRLresult qrlShutdown()
@@ -91,7 +102,7 @@ FAKE_EXPORT QRLresult qrlShutdown()
 
 FAKE_EXPORT QRLresult qrlExtSupported(QRLuint nExtension)
 {
-    return nExtension == QRL_PRIVATE_EXT_COMPILER ? QRL_RESULT_OK : QRL_RESULT_NOT_SUPPORTED;
+    return nExtension == QRL_PRIVATE_EXT_COMPILER && !Fails("ExtSupported") ? QRL_RESULT_OK : QRL_RESULT_NOT_SUPPORTED;
 }
 
 FAKE_EXPORT QRLresult qrlExtGetProc(QRLextproc* pProc, QRLuint nExtension, const char* szName)
@@ -105,9 +116,9 @@ FAKE_EXPORT QRLresult qrlExtGetProc(QRLextproc* pProc, QRLuint nExtension, const
                        {"qrlFreeTextBinary", reinterpret_cast<QRLextproc>(FreeTextBinary)}};
     for (const auto& function : s_Functions)
     {
-        if (nExtension == QRL_PRIVATE_EXT_COMPILER && std::strcmp(szName, function.szName) == 0)
+        if (nExtension == QRL_PRIVATE_EXT_COMPILER && std::strcmp(szName, function.szName) == 0 && !Fails(szName))
         {
-            *pProc = function.pProc;
+            *pProc = Fails("NullProc") ? nullptr : function.pProc;
             return QRL_RESULT_OK;
         }
     }

@@ -1,5 +1,6 @@
 // A compiler library over a language of its own: the text of a token stream is one decimal number a line.
-// It knows the devices "Quench" and "Kiln" and its binary structure has 128 bytes. It counts what it hands out.
+// It knows the devices "Quench" and "Kiln" and its binary structure has 128 bytes. It counts what it hands out, and the
+// call that a test names fails.
 
 #include "modules/ZCCTypes.h"
 
@@ -24,6 +25,7 @@ extern "C"
 {
     __attribute__((visibility("default"))) int g_nFakeBinariesAlive = 0;
     __attribute__((visibility("default"))) char g_szFakeLastDevice[64] = "";
+    __attribute__((visibility("default"))) char g_szFakeFailing[32] = "";
 }
 
 namespace
@@ -32,6 +34,11 @@ namespace
 constexpr size_t s_nBinarySize = 128;
 constexpr char s_Text[] = "__debugil_text";
 constexpr char s_Binary[] = "__debugil_binary";
+
+bool Fails(const char* szCall)
+{
+    return std::strcmp(szCall, g_szFakeFailing) == 0;
+}
 
 void SetError(zcc_error* pError, zcc_error eError)
 {
@@ -87,7 +94,7 @@ extern "C"
 
     zccCompiler* zccCompilerInit(const zccCompilerOptions*, zcc_error*)
     {
-        return new zccCompiler();
+        return Fails("CompilerInit") ? nullptr : new zccCompiler();
     }
 
     zcc_error zccCompilerFini(zccCompiler* pCompiler)
@@ -98,9 +105,9 @@ extern "C"
 
     zccBinary* zccBinaryInit(size_t nBinarySize, const zccTargetInfo*, const zccBinaryOptions*, zcc_error* pError)
     {
-        if (nBinarySize != s_nBinarySize)
+        if (nBinarySize != s_nBinarySize || Fails("BinarySize") || Fails("BinaryInit"))
         {
-            SetError(pError, ZCC_OUT_OF_MEM);
+            SetError(pError, Fails("BinaryInit") ? ZCC_ERROR : ZCC_OUT_OF_MEM);
             return nullptr;
         }
         SetError(pError, ZCC_SUCCESS);
@@ -118,7 +125,7 @@ extern "C"
     zcc_error zccInsertSymbol(zccCompiler*, zccBinary* pBinary, const void* pData, size_t nSize, zccSections id,
                               const char* szSymbol)
     {
-        if (id != zccINTERNAL)
+        if (id != zccINTERNAL || Fails("InsertSymbol"))
         {
             return ZCC_INVALID_ARG;
         }
@@ -130,20 +137,20 @@ extern "C"
                                  zcc_error* pError)
     {
         const auto found = pBinary->mapSymbols.find(szSymbol);
-        if (id != zccINTERNAL || found == pBinary->mapSymbols.end())
+        if (id != zccINTERNAL || found == pBinary->mapSymbols.end() || Fails("ExtractSymbol"))
         {
             SetError(pError, ZCC_NO_SYMBOL);
             return nullptr;
         }
         SetError(pError, ZCC_SUCCESS);
-        *pSize = found->second.size();
+        *pSize = Fails("WholeSymbol") ? 3 : found->second.size();
         return found->second.data();
     }
 
     zcc_error zccCompile(zccCompiler*, zccBinary* pBinary, const char* szOptions, zccType eFrom, zccType eTo,
                          zccLogFunction)
     {
-        if (szOptions == nullptr || *szOptions != 0)
+        if (szOptions == nullptr || *szOptions != 0 || Fails("Compile"))
         {
             return ZCC_INVALID_ARG;
         }
