@@ -41,7 +41,9 @@ TEST(CLMetadata, ReadsEveryKindOfEntry)
     unsigned int nMajor = 0, nMinor = 0, nRevision = 0;
     EXPECT_TRUE(metadata.GetVersion(&nMajor, &nMinor, &nRevision));
     EXPECT_EQ(std::to_string(nMajor) + "." + std::to_string(nMinor) + "." + std::to_string(nRevision), "3.1.104");
+    EXPECT_FALSE(metadata.GetVersion(nullptr, &nMinor, &nRevision));
     EXPECT_FALSE(metadata.GetVersion(&nMajor, nullptr, &nRevision));
+    EXPECT_FALSE(metadata.GetVersion(&nMajor, &nMinor, nullptr));
     EXPECT_EQ(metadata.GetDeviceName(), "kiln");
     EXPECT_EQ(metadata.GetFunctionName(), "__OpenCL_k_kernel");
     EXPECT_EQ(metadata.GetFunctionNumber(), 1024u);
@@ -64,6 +66,25 @@ TEST(CLMetadata, ReadsEveryKindOfEntry)
     EXPECT_TRUE(pPointer->GetRestrictBit());
 }
 
+TEST(CLMetadata, ValuesOfALineAreSetAndRead)
+{
+    CCLMetadataPointerEntryR100 pointer;
+    const std::string strUnset = pointer.ToString();
+    EXPECT_EQ(pointer.GetAccessType(), CCLMetadataPointerEntryR87::AT_UNDEFINED);
+    pointer.SetAccessType(CCLMetadataPointerEntryR87::AT_UNDEFINED); // has no text
+    EXPECT_EQ(pointer.ToString(), strUnset);
+    pointer.SetAccessType(CCLMetadataPointerEntryR87::AT_WRITE_ONLY);
+    pointer.SetVolatileBit(true);
+    pointer.SetRestrictBit(false);
+    EXPECT_EQ(pointer.ToString(), ";pointer:::::::::WO:1:0");
+    EXPECT_TRUE(pointer.GetVolatileBit() && !pointer.GetRestrictBit());
+
+    CCLMetadataFunctionEntry function;
+    function.SetFunctionLabels({1030, 1031});
+    EXPECT_EQ(function.ToString(), ";function:2:1030:1031");
+    EXPECT_EQ(function.GetFunctionLabel(), 1030u);
+}
+
 TEST(CLMetadata, SettersChangeTheirLinesOnly)
 {
     CCLMetadata metadata;
@@ -76,16 +97,41 @@ TEST(CLMetadata, SettersChangeTheirLinesOnly)
     EXPECT_EQ(metadata.ToString(), strExpected);
 }
 
+/// Whether every question about the block gets the answer for "not known", and every change of it is refused.
+void ExpectDefaults(CCLMetadata& metadata, const std::string& strCase)
+{
+    unsigned int nMajor = 9, nMinor = 9, nRevision = 9;
+    EXPECT_FALSE(metadata.GetVersion(&nMajor, &nMinor, &nRevision)) << strCase;
+    EXPECT_EQ(nMajor + nMinor + nRevision, 27u) << strCase;
+    EXPECT_EQ(metadata.GetDeviceName() + metadata.GetFunctionName(), "") << strCase;
+    EXPECT_EQ(metadata.GetFunctionNumber() + metadata.GetNextConstantBufferOffset(), 0u) << strCase;
+    EXPECT_EQ(metadata.GetFunctionLabel() & metadata.GetUavNumber() & metadata.GetPrivateMemoryNumber(), 0xFFFFFFFFu)
+        << strCase;
+    EXPECT_EQ(metadata.GetPrivateMemoryLocation(), CCLMetadata::PML_UNDEFINED) << strCase;
+    EXPECT_FALSE(metadata.Uses64BitABI()) << strCase;
+    EXPECT_TRUE(metadata.GetArgumentEntries().empty()) << strCase;
+    CCLMetadataValueEntry value;
+    EXPECT_FALSE(metadata.SetUavNumber(1) || metadata.SetLDSLimit(1) || metadata.AddFunctionLabel(1) ||
+                 metadata.AddArgumentEntry(&value))
+        << strCase;
+}
+
 TEST(CLMetadata, AnObjectWithoutItsFrameGivesDefaults)
 {
     CCLMetadata metadata;
-    ASSERT_TRUE(metadata.FromString(";ARGSTART:__OpenCL_k_kernel\n;version:3:1:104\n;uniqueid:7\n;uavid:9"));
-    EXPECT_EQ(metadata.GetFunctionNumber(), 0u);
-    EXPECT_EQ(metadata.GetUavNumber(), 0xFFFFFFFFu);
-    EXPECT_EQ(metadata.GetFunctionLabel(), 0xFFFFFFFFu);
-    EXPECT_FALSE(metadata.SetUavNumber(1));
-    auto pEntry = std::make_unique<CCLMetadataValueEntry>();
-    EXPECT_FALSE(metadata.AddArgumentEntry(pEntry.get()));
+    ExpectDefaults(metadata, "empty");
+    std::unique_ptr<CCLMetadataEntry> pEntry(new CCLMetadataUavIdEntry);
+    EXPECT_FALSE(metadata.AddEntry(pEntry.get())); // it would be the second
+
+    const std::string strNoEnd = s_Sample.substr(0, s_Sample.rfind(";ARGEND"));
+    ASSERT_TRUE(metadata.FromString(strNoEnd.substr(0, strNoEnd.size() - 1)));
+    ExpectDefaults(metadata, "no end");
+    EXPECT_EQ(metadata.ToString(), strNoEnd);
+
+    ASSERT_TRUE(metadata.FromString(s_Sample));
+    pEntry.reset(metadata.GetEntries()[0]);
+    ASSERT_TRUE(metadata.RemoveEntry(pEntry.get()));
+    ExpectDefaults(metadata, "no start");
 }
 
 TEST(CLMetadata, ABlockWithoutUavIdTakesANumberInVain)
@@ -241,7 +287,7 @@ TEST(CLMetadata, ValuesTakeWholeSlots)
     for (const SSizeCase& sizeCase :
          {SSizeCase{"i8", 3, 1, 16}, SSizeCase{"float", 5, 4, 32}, SSizeCase{"u16", 4, 2, 16},
           SSizeCase{"double", 2, 8, 16}, SSizeCase{"struct", 5, 1, 32}, SSizeCase{"i64", 0xFFFFFFFF, 8, 0xFFFFFFF0},
-          SSizeCase{"opaque", 1, 0, 16}, SSizeCase{"", 0, 0, 0}})
+          SSizeCase{"opaque", 1, 0, 16}, SSizeCase{"event", 1, 0, 16}, SSizeCase{"", 0, 0, 0}})
     {
         CCLMetadataValueEntry value;
         value.SetDataType(sizeCase.szType);
@@ -273,7 +319,14 @@ TEST(CLMetadata, AnEntryOfAnotherCountIsLeftAlone)
     EXPECT_FALSE(uavId.FromEntry(uavId));
     EXPECT_FALSE(uavId.FromEntry(memory));
     EXPECT_FALSE(uavId.FromString(";uavid:1:2"));
+    EXPECT_FALSE(uavId.FromString("uavid:1"));
     EXPECT_EQ(uavId.ToString(), ";uavid:");
+
+    // An entry without a type takes any line.
+    CCLMetadataEntry bare;
+    EXPECT_EQ(bare.GetEntryType(), "");
+    EXPECT_TRUE(bare.FromEntry(uavId));
+    EXPECT_EQ(bare.GetEntryType(), "uavid");
 }
 
 TEST(CLMetadata, AnyCorruptedByteIsRefusedOrHarmless)

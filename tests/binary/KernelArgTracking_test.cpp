@@ -111,9 +111,13 @@ cl_int CL_API_CALL GetKernelInfo(cl_kernel kernel, cl_kernel_info nWhat, size_t 
                    ? s_pRuntime->nFailure
                    : Give(&s_pRuntime->nNumArgs, sizeof(cl_uint), nRoom, pRoom, pSize);
     case CL_KERNEL_REFERENCE_COUNT:
-        return Give(&s_pRuntime->mapReferences[kernel], sizeof(cl_uint), nRoom, pRoom, pSize);
+        return s_pRuntime->Fails("References")
+                   ? s_pRuntime->nFailure
+                   : Give(&s_pRuntime->mapReferences[kernel], sizeof(cl_uint), nRoom, pRoom, pSize);
     case CL_KERNEL_FUNCTION_NAME:
-        return s_pRuntime->Fails("Name") ? s_pRuntime->nFailure : Give("k", 2, nRoom, pRoom, pSize);
+        return s_pRuntime->Fails("Name") || (s_pRuntime->Fails("NameText") && pRoom != nullptr)
+                   ? s_pRuntime->nFailure
+                   : Give("k", 2, nRoom, pRoom, pSize);
     default:
         return CL_INVALID_VALUE;
     }
@@ -135,7 +139,9 @@ cl_int CL_API_CALL GetProgramInfo(cl_program, cl_program_info nWhat, size_t nRoo
         {
             vDevices.push_back(nDevice + 1);
         }
-        return Give(vDevices.data(), vDevices.size() * sizeof(uintptr_t), nRoom, pRoom, pSize);
+        return s_pRuntime->Fails("Devices")
+                   ? s_pRuntime->nFailure
+                   : Give(vDevices.data(), vDevices.size() * sizeof(uintptr_t), nRoom, pRoom, pSize);
     }
     case CL_PROGRAM_BINARY_SIZES:
     {
@@ -270,7 +276,7 @@ TEST_F(KernelArgTracking, TheRecordEndsWhereTheKernelsArgumentsDo)
 
 TEST_F(KernelArgTracking, WhatCannotBeReadStaysUnknownAndTheKernelLives)
 {
-    for (const char* szFailing : {"Name", "NumDevices", "Sizes", "Binaries", "DeviceType"})
+    for (const char* szFailing : {"Name", "NameText", "NumDevices", "Devices", "Sizes", "Binaries", "DeviceType"})
     {
         m_runtime.strFailing = szFailing;
         const cl_kernel kernel = Create();
@@ -279,7 +285,9 @@ TEST_F(KernelArgTracking, WhatCannotBeReadStaysUnknownAndTheKernelLives)
     }
     m_runtime.strFailing.clear();
 
-    for (const std::string& strMetadata : {std::string("no metadata"), std::string(), s_Metadata.substr(0, 200)})
+    const std::string strOther = ";ARGSTART:__OpenCL_other_kernel\n;version:3:1:104\n;ARGEND:__OpenCL_other_kernel\n";
+    for (const std::string& strMetadata :
+         {std::string("no metadata"), std::string(), s_Metadata.substr(0, 200), strOther})
     {
         m_runtime.vBinary = MakeBinary(strMetadata);
         const cl_kernel kernel = Create();
@@ -289,6 +297,8 @@ TEST_F(KernelArgTracking, WhatCannotBeReadStaysUnknownAndTheKernelLives)
 
     m_runtime.vBinary = {'x'};
     m_runtime.nBinaryQueries = 0;
+    m_runtime.vDeviceTypes = {};
+    InterceptReleaseKernel(Create());
     m_runtime.vDeviceTypes = {CL_DEVICE_TYPE_CPU};
     const cl_kernel kernel = Create();
     EXPECT_EQ(Describe(kernel), s_Unknown);
@@ -306,6 +316,9 @@ TEST_F(KernelArgTracking, TheRecordMirrorsWhatTheKernelHas)
     EXPECT_EQ(InterceptSetKernelArg(kernel, 1, 4, "1234"), CL_SUCCESS);
     EXPECT_EQ(InterceptSetKernelArg(kernel, 1, 2, "56"), CL_SUCCESS);
     EXPECT_EQ(Value(kernel, 1), "56 of 2");
+    EXPECT_EQ(InterceptSetKernelArg(kernel, 1, 0, "78"), CL_SUCCESS);
+    EXPECT_EQ(Value(kernel, 1), "null of 0");
+    EXPECT_EQ(InterceptSetKernelArg(kernel, 1, 2, "56"), CL_SUCCESS);
     EXPECT_EQ(InterceptSetKernelArg(kernel, 4, 256, nullptr), CL_SUCCESS);
     EXPECT_EQ(Value(kernel, 4), "null of 256");
     EXPECT_EQ(InterceptSetKernelArg(kernel, 99, 2, "78"), CL_SUCCESS);
@@ -314,6 +327,11 @@ TEST_F(KernelArgTracking, TheRecordMirrorsWhatTheKernelHas)
     m_runtime.strFailing = "SetKernelArg";
     EXPECT_EQ(InterceptSetKernelArg(kernel, 1, 2, "78"), m_runtime.nFailure);
     EXPECT_EQ(Value(kernel, 1), "56 of 2");
+    m_runtime.strFailing.clear();
+    const cl_kernel stranger = NewKernel(); // made around the interface
+    EXPECT_EQ(InterceptSetKernelArg(stranger, 0, 2, "78"), CL_SUCCESS);
+    EXPECT_EQ(Value(stranger, 0), "-48");
+    EXPECT_EQ(InterceptReleaseKernel(stranger), CL_SUCCESS);
     InterceptReleaseKernel(kernel);
     EXPECT_EQ(Value(kernel, 1), "-48");
 }
@@ -328,6 +346,10 @@ TEST_F(KernelArgTracking, TheRecordGoesWithTheLastReference)
     m_runtime.strFailing = "ReleaseKernel";
     EXPECT_EQ(InterceptReleaseKernel(kernel), m_runtime.nFailure);
     EXPECT_EQ(Value(kernel, 0), "x of 1");
+    m_runtime.strFailing = "References";
+    EXPECT_EQ(InterceptReleaseKernel(kernel), CL_SUCCESS); // the record can but stay
+    EXPECT_EQ(Value(kernel, 0), "x of 1");
+    m_runtime.mapReferences[kernel] = 1;
     m_runtime.strFailing.clear();
 
     // A kernel that went away around the interface and whose handle is another's now.
@@ -386,6 +408,20 @@ TEST_F(KernelArgTracking, AnEntryThatTheRuntimeLacksIsAnError)
     EXPECT_NE(InterceptRetainKernel(kernel), CL_SUCCESS);
     EXPECT_NE(InterceptReleaseKernel(kernel), CL_SUCCESS);
     EXPECT_NE(InterceptSetKernelArg(kernel, 0, 0, nullptr), CL_SUCCESS);
+
+    // Those that only tell of the arguments may be missing.
+    cl_icd_dispatch_table table = m_table;
+    table.clGetProgramInfo = nullptr;
+    SetCLDispatchTable(table);
+    kernel = Create();
+    EXPECT_EQ(Describe(kernel), s_Unknown);
+    EXPECT_EQ(InterceptReleaseKernel(kernel), CL_SUCCESS);
+    table.clGetProgramInfo = m_table.clGetProgramInfo;
+    table.clGetDeviceInfo = nullptr;
+    SetCLDispatchTable(table);
+    kernel = Create();
+    EXPECT_EQ(Describe(kernel), s_Unknown);
+    EXPECT_EQ(InterceptReleaseKernel(kernel), CL_SUCCESS);
 }
 
 TEST_F(KernelArgTracking, TextsAreCutToTheirRoom)
@@ -413,6 +449,7 @@ TEST_F(KernelArgTracking, TextsAreCutToTheirRoom)
     EXPECT_EQ(ovkclGetKernelArgInfo(kernel, 0, OVKCL_KERNEL_ARG_RESOURCE_ID, 8, &nResource, &nSize), CL_INVALID_VALUE);
     EXPECT_EQ(nSize, 4u);
     EXPECT_EQ(nResource, 99u);
+    EXPECT_EQ(ovkclGetKernelArgInfo(kernel, 0, OVKCL_KERNEL_ARG_RESOURCE_ID, 4, nullptr, &nSize), CL_INVALID_VALUE);
     EXPECT_EQ(ovkclGetKernelArgInfo(kernel, 0, 0x21A0, 8, &nResource, &nSize), -2065);
     EXPECT_EQ(ovkclGetKernelArgInfo(kernel, 0, 0x21A6, 8, &nResource, &nSize), CL_INVALID_VALUE);
     InterceptReleaseKernel(kernel);
