@@ -168,13 +168,9 @@ struct SReplacement
     const std::string& strReplaceWith;
 };
 
-/// Whether a text between two places of another would run into what is around it.
+/// Whether a text between two places of another would stand apart from what is around it. No text is empty here.
 bool IsWord(const std::string& strText, size_t nBegin, size_t nEnd, const std::string& strBetween)
 {
-    if (strBetween.empty())
-    {
-        return true;
-    }
     const bool bGoesBack = nBegin > 0 && IsWordCharacter(strText[nBegin - 1]) && IsWordCharacter(strBetween.front());
     const bool bGoesOn = nEnd < strText.size() && IsWordCharacter(strText[nEnd]) && IsWordCharacter(strBetween.back());
     return !bGoesBack && !bGoesOn;
