@@ -85,13 +85,8 @@ void CShaderDebuggerShaderIL::UpdateExecMaskHistory(const ProgramCounter& pc, CS
 {
     if (SD_Assert(GetHost(), pExecMask))
     {
-        NoteActiveCount(pc, pExecMask->GetActiveItemCount(0));
+        m_ExecMaskHistory[m_CallStack][pc] = pExecMask->GetActiveItemCount(0);
     }
-}
-
-void CShaderDebuggerShaderIL::NoteActiveCount(const ProgramCounter& pc, uint64_t nActive)
-{
-    m_ExecMaskHistory[m_CallStack][pc] = nActive;
 }
 
 bool CShaderDebuggerShaderIL::PostStep()
