@@ -121,6 +121,70 @@ TEST_P(RunKernel, GoesBackToTheStopBeforeAndOverLinesThatItPassed)
     }
 }
 
+/// Where a run stops, by the instruction's number in the body, and with how many.
+struct SRun
+{
+    InstructionNumber nNext;
+    unsigned int nActive;
+};
+
+void ExpectRuns(CTestSession& session, const std::vector<InstructionNumber>& vBreakpoints,
+                const std::vector<SRun>& vExpected)
+{
+    ASSERT_TRUE(session.Start());
+    for (const InstructionNumber n : vBreakpoints)
+    {
+        ASSERT_TRUE(session.Debugger().AddBreakPointAtInstructionNumber(CTestSession::s_nBody + n));
+    }
+    for (const SRun& expected : vExpected)
+    {
+        ASSERT_TRUE(session.Debugger().Run());
+        EXPECT_EQ(session.Shader().GetNextInstruction().m_nPos, CTestSession::s_nBody + expected.nNext);
+        EXPECT_EQ(session.Active(), expected.nActive);
+    }
+}
+
+const std::string s_LoopHead = "mov r0, vTidInGrp.xxxx\nmov r3, l20\nwhileloop\niadd r3, r3, l21\nuge r2, r3, l23\n"
+                               "break_logicalnz r2.x\nult r2, r0, l23\nif_logicalnz r2.x\n";
+
+// Three go into the if and on to the next pass from there; where the rest of the if-part begins nobody is left, and the
+// run goes on where the others are.
+TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
+{
+    CTestSession behindALine(s_LoopHead +
+                             "ult r4, r0, l24\nif_logicalnz r4.x\ncontinue\nendif\niadd r5, r5, l21\nmov r6, r5\n"
+                             "else\nmov r7, r3\nendif\nendloop\n");
+    ExpectRuns(behindALine, {13, 15}, {{15, 5}, {15, 5}});
+    CTestSession behindABlock(s_LoopHead +
+                              "ult r4, r0, l22\nif_logicalnz r4.x\ncontinue\nelse\ncontinue\nendif\nmov r6, r5\n"
+                              "else\nmov r7, r3\nendif\nendloop\n");
+    ExpectRuns(behindABlock, {14, 16}, {{16, 5}, {16, 5}});
+}
+
+TEST(Running, LeavesNothingToReadBehindAWholeLoop)
+{
+    CTestSession session(s_Kernels[6].strBody);
+    ExpectRuns(session, {13}, {{13, 8}});
+    for (unsigned int n = 0; n < 20; ++n)
+    {
+        session.TakeRuns();
+        ASSERT_TRUE(session.Debugger().Step());
+        EXPECT_EQ(session.TakeRuns(), 1u) << "at " << session.Place();
+    }
+}
+
+TEST(Running, GoesBackInFrontOfABlockThatItPassedOver)
+{
+    CTestSession session("mov r0, vTidInGrp.xxxx\nult r2, r0, l23\nif_logicalnz r2.x\nmov r1, l21\nendif\n"
+                         "if_logicalnz r2.x\nmov r1, l22\nmov r1, l23\nendif\n");
+    ExpectRuns(session, {7}, {{7, 3}});
+    for (const InstructionNumber n : {5, 1, 0})
+    {
+        ASSERT_TRUE(session.Debugger().Back());
+        EXPECT_EQ(session.Place().nInstruction, CTestSession::s_nBody + n);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Kernels, RunKernel, testing::ValuesIn(s_Kernels),
                          [](const auto& info) { return std::string(info.param.pszName); });
 
