@@ -60,23 +60,40 @@ TEST(Session, EndingWithoutUpdateLeavesTheBufferAlone)
     EXPECT_EQ(session.Buffer(), before);
 }
 
-TEST(Session, EndsAtAConditionalCallWithAReasonAndTheOutputs)
+TEST(Session, EndsAtWhatItCantStepThroughWithAReasonAndTheOutputs)
 {
-    CTestSession session(s_Id + "iadd r1, r0, l21\ncall_logicalnz r0.x, 1025\n" + s_Store,
-                         "func 1025\niadd r1, r1, l23\nret\nendfunc\n");
-    session.Trace();
-    ASSERT_TRUE(session.Start());
-    while (session.Debugger().Step())
+    const struct
     {
+        const char* pszBody;
+        const char* pszFunctions;
+        const char* pszReason;
+    } cases[] = {
+        {"call_logicalnz r0.x, 1025\n", "func 1025\niadd r1, r1, l23\nret\nendfunc\n",
+         "Conditional calls are unsupported"},
+        {"call_logicalz r0.x, 1025\n", "func 1025\niadd r1, r1, l23\nret\nendfunc\n",
+         "Conditional calls are unsupported"},
+        {"call 1025\n", "func 1025\niadd r1, r1, l23\nret_logicalnz r0.x\niadd r1, r1, l23\nret\nendfunc\n",
+         "Conditional returns are unsupported"},
+    };
+    for (const auto& entry : cases)
+    {
+        SCOPED_TRACE(entry.pszReason);
+        CTestSession session(s_Id + "iadd r1, r0, l21\n" + entry.pszBody + s_Store, entry.pszFunctions);
+        session.Trace();
+        ASSERT_TRUE(session.Start()) << session.Device().strShaderError;
+        unsigned int nSteps = 0;
+        while (session.Debugger().Step() && ++nSteps < 1000)
+        {
+        }
+        std::string strError;
+        EXPECT_TRUE(session.Debugger().GetLastError(strError));
+        EXPECT_NE(strError.find(entry.pszReason), std::string::npos) << strError;
+        session.TakeRuns();
+        EXPECT_FALSE(session.Debugger().Step());
+        EXPECT_EQ(session.TakeRuns(), 0u) << "the outputs were complete";
+        session.Debugger().EndDebugging(true);
+        EXPECT_EQ(session.Buffer(), session.Expected());
     }
-    std::string strError;
-    EXPECT_TRUE(session.Debugger().GetLastError(strError));
-    EXPECT_NE(strError.find("Conditional calls are unsupported"), std::string::npos) << strError;
-    session.TakeRuns();
-    EXPECT_FALSE(session.Debugger().Step());
-    EXPECT_EQ(session.TakeRuns(), 0u) << "the outputs were complete";
-    session.Debugger().EndDebugging(true);
-    EXPECT_EQ(session.Buffer(), session.Expected());
 }
 
 /// What each step of the plain kernel costs in runs.
