@@ -98,7 +98,7 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
         {
             GetDebuggerIL()->SetGlobalResultDirtyFlag(m_lastGlobalStore);
         }
-        if (bUpdateHistory && GetMode() == DM_Asm)
+        if (bUpdateHistory)
         {
             PushStop();
         }

@@ -56,10 +56,7 @@ CShaderDebuggerVariables* CShaderDebuggerIL::GetVariables(ThreadID& threadID)
     {
         threadID = GetCurrentThread();
     }
-    if (!ShaderUtils::IsValid(threadID))
-    {
-        SetThreadIDUsingResult(threadID);
-    }
+    SetThreadIDUsingResult(threadID);
     CShaderDebuggerVariables* pVariables = new (std::nothrow) CShaderDebuggerVariables;
     if (pVariables != nullptr && GetCurrentShader() != nullptr)
     {
