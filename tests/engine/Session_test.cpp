@@ -96,6 +96,47 @@ TEST(Session, EndsAtWhatItCantStepThroughWithAReasonAndTheOutputs)
     }
 }
 
+/// Takes every kernel, and runs none.
+class CStubDevice : public CSimtDevice
+{
+public:
+    CStubDevice() : CSimtDevice(8, {std::make_shared<Bytes>(64)}) {}
+    bool SetShader(ShaderType, const void*, size_t) override { return true; }
+};
+
+// A kernel of another kind, which no device here runs: of what is read at its entry only the order shows.
+TEST(Session, ReadsTheInputRegistersOfAKernelOfAnotherKindOnce)
+{
+    const std::string strText = "il_ps_2_0\ndcl_input v1.xy\ndcl_input v2.z\ndcl_output o0\nmov r1, v2\nmov r2, v1\n"
+                                "mov o0, r1\nendmain\nend\n";
+    std::vector<uint32_t> vTokens;
+    KestrelPlatform::SDiagnostic diagnostic;
+    ASSERT_TRUE(KestrelPlatform::AssembleIL(strText.data(), strText.size(), vTokens, diagnostic));
+    const std::vector<char> vImage = CTestSession::MakeImage(vTokens);
+    for (unsigned int nFail = 0; nFail <= 4; ++nFail)
+    {
+        CFakeHost host(new CStubDevice);
+        host.strDeviceName = "Quench";
+        host.onExecute = [&] { return host.nRuns != nFail; };
+        IShaderDebugger::CreateShaderDebugger(PLT_OpenCL, &host);
+        CShaderDebuggerIL& debugger = static_cast<CShaderDebuggerIL&>(*host.GetDebugger());
+        ThreadID dimensions(ShaderUtils::TID_1D, 8, 1, 1, 0);
+        const bool bStarted = debugger.StartDebugging(vImage.data(), vImage.size(), nullptr, &dimensions, DM_Unknown);
+        EXPECT_EQ(bStarted, nFail == 0) << "run " << nFail;
+        EXPECT_EQ(host.nRuns, nFail == 1 ? 1u : 4u) << "the arguments, both inputs and the first instruction";
+        if (bStarted)
+        {
+            VariableID id;
+            id.type = VID_ByName;
+            id.strName = "v1";
+            EXPECT_NE(debugger.GetRegisterResultsBuffer(id), nullptr);
+            EXPECT_TRUE(debugger.Step());
+            EXPECT_EQ(host.nRuns, 5u);
+        }
+        debugger.EndDebugging(false);
+    }
+}
+
 /// What each step of the plain kernel costs in runs.
 TEST(Session, CostsOneRunForARegisterAndNoneForAnUntrackedOne)
 {

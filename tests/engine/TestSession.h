@@ -126,7 +126,7 @@ public:
         KestrelPlatform::SDiagnostic diagnostic;
         EXPECT_TRUE(KestrelPlatform::AssembleIL(strText.data(), strText.size(), m_vTokens, diagnostic))
             << diagnostic.ToString();
-        MakeImage();
+        m_vImage = MakeImage(m_vTokens);
     }
 
     ~CTestSession() { Debugger().EndDebugging(false); }
@@ -218,16 +218,8 @@ public:
         return vWords;
     }
 
-private:
-    static void AddPasses(SPlace& place, const ProgramCounter& pc)
-    {
-        for (const LoopState& state : pc.m_LoopStack)
-        {
-            place.vPasses.push_back(state.nLoopIteration);
-        }
-    }
-
-    void MakeImage()
+    /// A kernel binary with the tokens of a kernel that has one buffer.
+    static std::vector<char> MakeImage(const std::vector<uint32_t>& vTokens)
     {
         const std::string strMetadata =
             ";ARGSTART:__OpenCL_k_kernel\n;version:3:1:104\n;device:quench\n;uniqueid:1024\n;memory:64bitABI\n"
@@ -235,10 +227,19 @@ private:
         KestrelPlatform::CElfWriter elf;
         elf.AddSection(".debugil", 0, 1, "");
         elf.AddSection(".debugilbin", 0, 4,
-                       std::string_view(reinterpret_cast<const char*>(m_vTokens.data()), m_vTokens.size() * 4));
+                       std::string_view(reinterpret_cast<const char*>(vTokens.data()), vTokens.size() * 4));
         const size_t nRodata = elf.AddSection(".rodata", SHF_ALLOC, 1, strMetadata);
         elf.AddSymbol("__OpenCL_k_metadata", STT_OBJECT, nRodata, 0, strMetadata.size());
-        m_vImage = elf.Write();
+        return elf.Write();
+    }
+
+private:
+    static void AddPasses(SPlace& place, const ProgramCounter& pc)
+    {
+        for (const LoopState& state : pc.m_LoopStack)
+        {
+            place.vPasses.push_back(state.nLoopIteration);
+        }
     }
 
     std::shared_ptr<CSimtDevice::Bytes> m_pBuffer;
