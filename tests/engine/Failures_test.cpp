@@ -33,11 +33,14 @@ bool Move(CShaderDebuggerIL& debugger, EMove eMove)
 
 // It changes the buffer by what it finds there, and some return early, so that runs depend on the contents that they
 // start from and on what is cleared in front of them.
-const std::string s_Body = s_Id + "ishl r8.x, r0.x, l22.x\nmov r8.y, l20.x\ni64add r8.xy, cb1[0].xy, r8.xy\n"
-                                  "uav_raw_load_id(10)_addr64 r1.x, r8.xy\niadd r1.x, r1.x, l21.x\n"
-                                  "uav_raw_store_id(10)_addr64 mem0.x, r8.xy, r1.x\ncall 1025\n"
-                                  "uav_raw_load_id(10)_addr64 r2.x, r8.xy\niadd r1.x, r1.x, r2.x\n"
-                                  "uav_raw_store_id(10)_addr64 mem0.x, r8.xy, r1.x\n";
+const std::string s_Body =
+    s_Id +
+    "ishl r8.x, r0.x, l22.x\nmov r8.y, l20.x\ni64add r8.xy, cb1[0].xy, r8.xy\n"
+    "uav_raw_load_id(10)_addr64 r1.x, r8.xy\niadd r1.x, r1.x, l21.x\n"
+    "uav_raw_store_id(10)_addr64 mem0.x, r8.xy, r1.x\ncall 1025\n"
+    "uav_raw_load_id(10)_addr64 r2.x, r8.xy\niadd r1.x, r1.x, r2.x\n"
+    "uav_raw_store_id(10)_addr64 mem0.x, r8.xy, r1.x\n"
+    "ishl r8.x, r0.x, l22.x\ni64add r8.xy, cb1[1].xy, r8.x000\nuav_raw_store_id(10)_addr64 mem0.x, r8.xy, r1.x\n";
 const std::string s_Function = "func 1025\nult r2, r0, l23\nif_logicalnz r2.x\niadd r1.x, r1.x, l22.x\nret\nendif\n"
                                "iadd r1.x, r1.x, l24.x\nret\nendfunc\n";
 const InstructionNumber s_nLine = CTestSession::s_nBody + 9;
@@ -78,7 +81,7 @@ void ExpectAsShown(const SShown& now, const SShown& good)
 }
 
 const std::vector<EMove> s_Scripts[] = {
-    std::vector<EMove>(24, Step),
+    std::vector<EMove>(28, Step),
     {Step, Step, Step, Step, Step, Step, Step, Step, Step, Back, Back, Back, Back, Step, Step},
     {Run, Step, Step, RunBack, Run},
 };
@@ -89,6 +92,7 @@ TEST(Failures, OfAnyCallOfTheDeviceShowNothingFalseAndLeaveTheBufferWholeOrAsItW
     {
         CFailingSession good;
         const CSimtDevice::Bytes before = good.Buffer();
+        const CSimtDevice::Bytes beforeInSecond = good.Second();
         ASSERT_TRUE(good.Start());
         const std::vector<SShown> vGood = good.Play(vMoves);
         for (const SSimtCalls::EKind eKind : {SSimtCalls::Read, SSimtCalls::Other})
@@ -123,6 +127,7 @@ TEST(Failures, OfAnyCallOfTheDeviceShowNothingFalseAndLeaveTheBufferWholeOrAsItW
                 session.Debugger().EndDebugging(true);
                 const bool bDelivered = session.Debugger().HasDeliveredResults();
                 EXPECT_EQ(session.Buffer(), bDelivered ? session.Expected() : before);
+                EXPECT_EQ(session.Second(), bDelivered ? session.ExpectedInSecond() : beforeInSecond);
                 EXPECT_TRUE(bDelivered || calls.nCalls >= nCall);
                 bHit = calls.nCalls >= nCall;
             }

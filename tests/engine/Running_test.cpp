@@ -165,7 +165,7 @@ TEST(Running, LeavesNothingToReadBehindAWholeLoop)
 {
     CTestSession session(s_Kernels[6].strBody);
     ExpectRuns(session, {13}, {{13, 8}});
-    for (unsigned int n = 0; n < 20; ++n)
+    for (unsigned int n = 0; n < 40; ++n)
     {
         session.TakeRuns();
         ASSERT_TRUE(session.Debugger().Step());

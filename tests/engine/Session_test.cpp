@@ -100,7 +100,7 @@ TEST(Session, EndsAtWhatItCantStepThroughWithAReasonAndTheOutputs)
 class CStubDevice : public CSimtDevice
 {
 public:
-    CStubDevice() : CSimtDevice(8, {std::make_shared<Bytes>(64)}) {}
+    CStubDevice() : CSimtDevice(8, {std::make_shared<Bytes>(64), std::make_shared<Bytes>(64)}) {}
     bool SetShader(ShaderType, const void*, size_t) override { return true; }
 };
 
@@ -293,7 +293,46 @@ TEST(Session, DumpsTheArgumentBuffer)
     id.type = VID_ByName;
     id.strName = "cb1";
     const std::vector<uint32_t> vDump = CTestSession::Words(session.Debugger().GetGlobalResultsBuffer(id));
-    EXPECT_EQ(vDump, (std::vector<uint32_t>{0x1000, 0, 0, 0}));
+    EXPECT_EQ(vDump, (std::vector<uint32_t>{0x1000, 0, 0, 0, 0x2000, 0, 0, 0}));
+}
+
+TEST(Session, HasNothingToShowBeforeItBegins)
+{
+    CTestSession session(s_Plain);
+    CShaderDebuggerIL& debugger = session.Debugger();
+    EXPECT_FALSE(debugger.Step() || debugger.Back() || debugger.Run() || debugger.RunBack());
+    EXPECT_FALSE(debugger.Execute() || debugger.Draw());
+    EXPECT_EQ(debugger.GetCurrentLine() + debugger.GetNextLine() + debugger.GetPreviousLine(), 0u);
+    EXPECT_EQ(debugger.GetCurrentInstruction(), ProgramCounter(0));
+    EXPECT_EQ(debugger.GetExecutionMaskBuffer(), nullptr);
+    VariableID id;
+    id.type = VID_LastTouched;
+    EXPECT_EQ(debugger.GetRegisterResultsBuffer(id), nullptr);
+    EXPECT_EQ(debugger.GetGlobalResultsBuffer(id), nullptr);
+    LineNumber nOut = 0;
+    EXPECT_FALSE(debugger.AddBreakPointAtLineNumber(1, 0, &nOut) || debugger.AddBreakPointAtInstructionNumber(1));
+    EXPECT_FALSE(debugger.RemoveBreakPointAtLineNumber(1) || debugger.RemoveBreakPointAtInstructionNumber(1));
+    EXPECT_FALSE(debugger.ToggleBreakPointAtLineNumber(1, true) || debugger.ToggleBreakPointAtInstructionNumber(1));
+    EXPECT_FALSE(debugger.HasBreakPointAtInstructionNumber(1) || debugger.HasBreakPointInInstructionRange(0, 9));
+    std::set<unsigned int> breakpoints;
+    EXPECT_EQ(debugger.GetBreakPointsAsInstructionNumbers(&breakpoints), 0u);
+    std::string strText;
+    KeyWordsList keyWords;
+    EXPECT_FALSE(debugger.GetShaderText(strText, DM_Asm) || debugger.GetShaderKeyWords(keyWords, DM_Asm));
+
+    ASSERT_TRUE(session.Start());
+    EXPECT_FALSE(debugger.GetShaderKeyWords(keyWords, DM_Asm) || debugger.Draw());
+    ASSERT_TRUE(debugger.Step());
+    EXPECT_EQ(debugger.GetNextLine(), session.Shader().GetLine(CTestSession::s_nBody + 1));
+    EXPECT_EQ(debugger.GetCurrentLine(), session.Shader().GetLine(CTestSession::s_nBody));
+    EXPECT_EQ(debugger.GetPreviousLine(), session.Shader().GetLine(CTestSession::s_nBody - 1));
+    EXPECT_NE(debugger.GetRegisterResultsBuffer(id), nullptr);
+    EXPECT_EQ(debugger.GetRegisterResultsBuffer(id)->GetSize(), 16u * CTestSession::s_nItems);
+    EXPECT_TRUE(debugger.AddBreakPointAtInstructionNumber(5) && debugger.ToggleBreakPointAtInstructionNumber(6));
+    EXPECT_EQ(debugger.GetBreakPointsAsInstructionNumbers(&breakpoints), 2u);
+    EXPECT_EQ(breakpoints, (std::set<unsigned int>{5, 6}));
+    EXPECT_TRUE(debugger.ToggleBreakPointAtInstructionNumber(6));
+    EXPECT_FALSE(debugger.HasBreakPointAtInstructionNumber(6));
 }
 
 TEST(Session, MapsBreakpointsToLinesThatHoldInstructions)

@@ -93,7 +93,7 @@ public:
 /// The words of a result for each work-item, by register name; what a client can see.
 typedef std::map<std::string, std::vector<uint32_t>> Registers;
 
-/// A kernel with one buffer under debug, on a device that runs it.
+/// A kernel with two buffers under debug, on a device that runs it.
 class CTestSession
 {
 public:
@@ -103,8 +103,9 @@ public:
 
     explicit CTestSession(const std::string& strBody, const std::string& strFunctions = "",
                           unsigned int nItems = s_nItems)
-        : m_pBuffer(std::make_shared<CSimtDevice::Bytes>(64 * nItems)), m_pDevice(new CSimtDevice(nItems, {m_pBuffer})),
-          m_Host(m_pDevice)
+        : m_pBuffer(std::make_shared<CSimtDevice::Bytes>(64 * nItems)),
+          m_pSecond(std::make_shared<CSimtDevice::Bytes>(4 * nItems)),
+          m_pDevice(new CSimtDevice(nItems, {m_pBuffer, m_pSecond})), m_Host(m_pDevice)
     {
         // Opened by its path first, so that the debugger finds it by its name.
         static void* const s_pCompiler = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW);
@@ -117,7 +118,7 @@ public:
         m_Host.onExecute = [this] { return m_nFailRun != ++m_nRuns && m_pDevice->Launch(); };
         IShaderDebugger::CreateShaderDebugger(PLT_OpenCL, &m_Host);
         const std::string strText = "il_cs_2_0\ndcl_cb cb0[10]\ncall 1024\nendmain\nfunc 1024\n;__OpenCL_k_kernel\n"
-                                    "dcl_max_thread_per_group 64\ndcl_cb cb1[1]\n"
+                                    "dcl_max_thread_per_group 64\ndcl_cb cb1[2]\n"
                                     "dcl_typeless_uav_id(10)_stride(4)_length(4)\n"
                                     "dcl_literal l20, 0, 0, 0, 0\ndcl_literal l21, 1, 1, 1, 1\n"
                                     "dcl_literal l22, 2, 2, 2, 2\ndcl_literal l23, 3, 3, 3, 3\n"
@@ -136,6 +137,7 @@ public:
     CFakeHost& Host() { return m_Host; }
     CSimtDevice& Device() { return *m_pDevice; }
     CSimtDevice::Bytes& Buffer() { return *m_pBuffer; }
+    CSimtDevice::Bytes& Second() { return *m_pSecond; }
 
     bool Start()
     {
@@ -143,18 +145,20 @@ public:
         return Debugger().StartDebugging(m_vImage.data(), m_vImage.size(), nullptr, &dimensions, DM_Unknown);
     }
 
-    /// A plain run's trace; its outputs go to Expected().
+    /// A plain run's trace; its outputs go to Expected() and ExpectedInSecond().
     CTrace Trace()
     {
         CTrace trace;
         const CSimtDevice::Bytes before = *m_pBuffer;
+        const CSimtDevice::Bytes beforeInSecond = *m_pSecond;
         m_pDevice->LaunchPlain(m_vTokens, &trace);
-        m_vExpected = *m_pBuffer;
-        *m_pBuffer = before;
+        m_vExpected = std::exchange(*m_pBuffer, before);
+        m_vExpectedInSecond = std::exchange(*m_pSecond, beforeInSecond);
         return trace;
     }
 
     const CSimtDevice::Bytes& Expected() const { return m_vExpected; }
+    const CSimtDevice::Bytes& ExpectedInSecond() const { return m_vExpectedInSecond; }
 
     unsigned int TakeRuns() { return std::exchange(m_nRuns, 0); }
     /// The n-th run from now fails.
@@ -218,12 +222,13 @@ public:
         return vWords;
     }
 
-    /// A kernel binary with the tokens of a kernel that has one buffer.
+    /// A kernel binary with the tokens of a kernel that has two buffers.
     static std::vector<char> MakeImage(const std::vector<uint32_t>& vTokens)
     {
         const std::string strMetadata =
             ";ARGSTART:__OpenCL_k_kernel\n;version:3:1:104\n;device:quench\n;uniqueid:1024\n;memory:64bitABI\n"
-            ";pointer:a:float:1:1:0:uav:10:4:RW:0:0\n;function:1:1030\n;uavid:11\n;ARGEND:__OpenCL_k_kernel\n";
+            ";pointer:a:float:1:1:0:uav:10:4:RW:0:0\n;pointer:b:float:1:1:16:uav:10:4:RW:0:0\n;function:1:1030\n;uavid:"
+            "11\n;ARGEND:__OpenCL_k_kernel\n";
         KestrelPlatform::CElfWriter elf;
         elf.AddSection(".debugil", 0, 1, "");
         elf.AddSection(".debugilbin", 0, 4,
@@ -243,11 +248,13 @@ private:
     }
 
     std::shared_ptr<CSimtDevice::Bytes> m_pBuffer;
+    std::shared_ptr<CSimtDevice::Bytes> m_pSecond;
     CSimtDevice* m_pDevice; ///< the host's
     CFakeHost m_Host;
     std::vector<uint32_t> m_vTokens;
     std::vector<char> m_vImage;
     CSimtDevice::Bytes m_vExpected;
+    CSimtDevice::Bytes m_vExpectedInSecond;
     unsigned int m_nRuns = 0;
     unsigned int m_nFailRun = 0;
 };
