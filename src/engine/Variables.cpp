@@ -65,7 +65,7 @@ CShaderDebuggerVariables* CShaderDebuggerIL::GetVariables(ThreadID& threadID)
     return pVariables;
 }
 
-bool CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID)
+void CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID)
 {
     for (const auto& entry : m_Results)
     {
@@ -87,15 +87,14 @@ bool CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, Th
     pVariables->SetWidth(GetBufferWidth());
     pVariables->SetHeight(GetBufferHeight());
     pVariables->Sort();
-    return true;
 }
 
 /// Picks a work-item when none is chosen.
-bool CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
+void CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
 {
     if (ShaderUtils::IsValid(threadID))
     {
-        return true;
+        return;
     }
     for (const auto& entry : m_Results)
     {
@@ -109,7 +108,7 @@ bool CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
         {
             threadID = found;
             SetCurrentThread(threadID);
-            return true;
+            return;
         }
     }
     for (const auto& entry : m_Results)
@@ -118,10 +117,9 @@ bool CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
         if (pResult != nullptr)
         {
             threadID = ThreadID(ShaderUtils::GetThreadIDType(pResult->GetType()), 0, 0, 0, 0);
-            return true;
+            return;
         }
     }
-    return false;
 }
 
 CShaderDebuggerBuffer* CShaderDebuggerIL::GetRegisterResultsBuffer(VariableID& variableID)

@@ -173,13 +173,13 @@ void CInstrumentedShaderIL::WriteDebuggerLoopLiteralDeclarations(CDest& dest, co
     }
 }
 
-bool CInstrumentedShaderIL::WriteDecls(CDest& dest, unsigned int nFuncLabel)
+void CInstrumentedShaderIL::WriteDecls(CDest& dest, unsigned int nFuncLabel)
 {
     const auto it = m_DeclsFuncScopeMap.find(nFuncLabel);
 
     if (it == m_DeclsFuncScopeMap.end())
     {
-        return false;
+        return;
     }
 
     for (const auto& buffer : it->second.m_ConstantBufferSizes)
@@ -195,8 +195,6 @@ bool CInstrumentedShaderIL::WriteDecls(CDest& dest, unsigned int nFuncLabel)
             declaration.WriteInstruction(dest);
         }
     }
-
-    return true;
 }
 
 } // namespace OVK_ShaderDebugger

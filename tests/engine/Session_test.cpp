@@ -328,6 +328,8 @@ TEST(Session, HasNothingToShowBeforeItBegins)
     EXPECT_EQ(debugger.GetPreviousLine(), session.Shader().GetLine(CTestSession::s_nBody - 1));
     EXPECT_NE(debugger.GetRegisterResultsBuffer(id), nullptr);
     EXPECT_EQ(debugger.GetRegisterResultsBuffer(id)->GetSize(), 16u * CTestSession::s_nItems);
+    EXPECT_TRUE(debugger.FindLastResult(debugger.GetCurrentInstruction()));
+    EXPECT_FALSE(debugger.FindLastResult(ProgramCounter(CTestSession::s_nBody - 1)));
     EXPECT_TRUE(debugger.AddBreakPointAtInstructionNumber(5) && debugger.ToggleBreakPointAtInstructionNumber(6));
     EXPECT_EQ(debugger.GetBreakPointsAsInstructionNumbers(&breakpoints), 2u);
     EXPECT_EQ(breakpoints, (std::set<unsigned int>{5, 6}));

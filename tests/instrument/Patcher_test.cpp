@@ -188,7 +188,7 @@ void ExpectWellFormed(const std::vector<unsigned int>& vPatched, CFakeHost& host
 
     if (ILFormatDecode::GetOp(vPatched[0]) == IL_OP_MACRODEF)
     {
-        skipper.SkipMacros(src, nMacroLines);
+        EXPECT_TRUE(skipper.SkipMacros(src, nMacroLines));
     }
 
     src.SkipTokens(2);
