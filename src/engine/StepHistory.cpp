@@ -112,7 +112,7 @@ bool CShaderDebuggerShaderIL::RunBackAsm()
 
 bool CShaderDebuggerShaderIL::PostBack()
 {
-    if (!m_Stops.empty() && !m_Stops.back().bShown)
+    if (!m_Stops.back().bShown)
     {
         // What a run only walked over is shown from now on, and what was written on the walk counts as read here.
         std::vector<Register> vRead;

@@ -183,6 +183,12 @@ TEST(Running, GoesBackInFrontOfABlockThatItPassedOver)
         ASSERT_TRUE(session.Debugger().Back());
         EXPECT_EQ(session.Place().nInstruction, CTestSession::s_nBody + n);
     }
+    // A step enters what the run has passed over.
+    for (const InstructionNumber n : {1, 2, 3})
+    {
+        ASSERT_TRUE(session.Debugger().Step());
+        EXPECT_EQ(session.Place().nInstruction, CTestSession::s_nBody + n);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, RunKernel, testing::ValuesIn(s_Kernels),
