@@ -157,21 +157,28 @@ TEST(Stepping, WalksADivergentLoopByItsCounts)
     }
 }
 
-/// A macro that runs twice shows its last call: two work-items were in the block in the first, four in the second.
+/// A macro that runs twice shows its last call, and so does a function that it calls: two work-items were in the block
+/// in the first, four in the second.
 TEST(Stepping, ShowsTheLastCallOfAMacro)
 {
-    CTestSession session(s_Id + "ult r5, r0, l22\nmcall(3)_in(0)\nuge r5, r0, l24\nmcall(3)_in(0)\n",
-                         "mdef(3)_outline\n;k\nif_logicalnz r5.x\niadd r3, r3, l21\nendif\nmend\n");
-    ASSERT_TRUE(session.Start());
-    unsigned int nVisits = 0;
-    while (session.Debugger().Step())
+    const std::string strBlock = "if_logicalnz r5.x\niadd r3, r3, l21\nendif\n";
+    for (const std::string& strFunctions :
+         {"mdef(3)_outline\n;k\n" + strBlock + "mend\n",
+          "func 1025\n" + strBlock + "ret\nendfunc\nmdef(3)_outline\n;k\ncall 1025\nmend\n"})
     {
-        const bool bInBlock = session.Shader().GetDestRegister(session.Debugger().GetCurrentInstruction()) ==
-                              Register(RT_Temp, 3, COMP_All);
-        EXPECT_TRUE(!bInBlock || session.Mask() == (std::vector<uint32_t>{0, 0, 0, 0, 1, 1, 1, 1}));
-        nVisits += bInBlock;
+        CTestSession session(s_Id + "ult r5, r0, l22\nmcall(3)_in(0)\nuge r5, r0, l24\nmcall(3)_in(0)\n", strFunctions);
+        ASSERT_TRUE(session.Start());
+        unsigned int nVisits = 0;
+        while (session.Debugger().Step())
+        {
+            const bool bInBlock = session.Shader().GetDestRegister(session.Debugger().GetCurrentInstruction()) ==
+                                  Register(RT_Temp, 3, COMP_All);
+            EXPECT_TRUE(!bInBlock || session.Mask() == (std::vector<uint32_t>{0, 0, 0, 0, 1, 1, 1, 1}))
+                << session.Place();
+            nVisits += bInBlock;
+        }
+        EXPECT_EQ(nVisits, 2u) << strFunctions;
     }
-    EXPECT_EQ(nVisits, 2u);
 }
 
 } // namespace
