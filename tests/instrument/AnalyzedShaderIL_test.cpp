@@ -243,6 +243,15 @@ const SRefusal s_Refusals[] = {
     {"TwoGroupSizes", Kernel("dcl_max_thread_per_group 32\n"), s_pszInvalid, false,
      "m_maxThreadPerGroup.find(nCurrentFunction) == m_maxThreadPerGroup.end()"},
     {"ShortGroupSize", Kernel("dcl_num_thread_per_group 32, 1\n"), s_pszInvalid, false, "instruction.GetLength() == 4"},
+    {"TwoGroupShapes", Kernel("dcl_num_thread_per_group 8, 1, 1\ndcl_num_thread_per_group 8, 1, 1\n"), s_pszInvalid,
+     false, "m_numThreadPerGroup.find(nCurrentFunction) == m_numThreadPerGroup.end()"},
+    {"GroupSizeWithAModifier", Kernel("", "dcl_max_thread_per_group_pri(0x1) 64\n"), s_pszInvalid, false,
+     "instruction.GetLength() == 2"},
+    {"RawUavWithAModifier", Kernel("dcl_raw_uav_id(3)_pri(0x1)\n"), s_pszInvalid, false,
+     "instruction.GetLength() == 1"},
+    {"ConstantBuffer0WithAModifier", Kernel("dcl_cb_sec(0x1) cb0[10]\n"), s_pszInvalid, false,
+     "instruction.GetLength() == 3"},
+    {"InlineConstants", Kernel("dcl_cb_inline 0x1, 0x2\n"), s_pszInvalid, false, "RT_CONST_BUFF"},
     {"LiteralOfATemp", Kernel("dcl_literal r1, 0, 0, 0, 0\n"), s_pszInvalid, false, "RT_LITERAL"},
     {"ConstantBufferOfATemp", Kernel("dcl_cb r1\n"), s_pszInvalid, false, "RT_CONST_BUFF"},
     {"TwoRawUavs", Kernel("dcl_raw_uav_id(3)\ndcl_raw_uav_id(4)\n"), s_pszInvalid, false,
@@ -414,13 +423,40 @@ TEST(Analysis, TakesAPrivateStoreAsARegisterIndexedByItsAddress)
               1u);
 }
 
+TEST(Analysis, KnowsTheKernelsMacroByItsComment)
+{
+    std::string strText = s_strHead + "endmain\n";
+
+    for (const char* pszOther : {"mdef(1)_outline\nmov r0, r2\n", "mdef(2)_outline\n;\n", "mdef(4)_outline\n;other\n",
+                                 "mdef(5)_mod(0x0)\n;k\n"})
+    {
+        strText += std::string(pszOther) + "mend\nfunc 8\nendfunc\n"; // macros in a row are skipped together
+    }
+
+    CTestKernel kernel(strText + "mdef(3)_outline\n;k\nmov r0, r1\nmend\nend\n");
+    ASSERT_TRUE(kernel.IsAnalyzed());
+    EXPECT_EQ(kernel.Shader().m_OutlineMacroLabel, 3u);
+    EXPECT_EQ(kernel.Shader().m_FunctionInstruction.at(3), kernel.Find("mov r0, r1"));
+}
+
+TEST(Analysis, TakesABreakWithNothingToLeaveAsTheIfs)
+{
+    CTestKernel kernel(Kernel("if_logicalnz r0.x\nbreak\nendif\n"));
+    ASSERT_TRUE(kernel.IsAnalyzed());
+    const auto& flow = kernel.Shader().m_FlowControl;
+    EXPECT_EQ(flow.at(kernel.Find("break")), flow.at(kernel.Find("endif")));
+}
+
 TEST(Analysis, SurvivesEveryTruncation)
 {
-    const std::vector<unsigned int> vTokens =
-        Assemble(Kernel("dcl_literal l0, 1, 2, 3, 4\ndcl_typeless_uav_id(8)_stride(4)_length(64)_access(private)\n"
-                        "whileloop\nif_logicalnz r0.x\nmov x1[r2.x+4].xy, r1\nelse\nbreakc_relop(lt) r0, r1\nendif\n"
-                        "endloop\nswitch r0.x\ncase 1\ndefault\nendswitch\nmcall(3)_out(1)_in(7) r1, r0, r0, r0, r0, "
-                        "r0, r0, r0\nuav_raw_store_id(8) mem0.x, r3.x, r4.x\n"));
+    std::string strText =
+        "mdef(7)_mod(0x0)\nmov r9, r8\nmend\n" +
+        Kernel("dcl_literal l0, 1, 2, 3, 4\ndcl_typeless_uav_id(8)_stride(4)_length(64)_access(private)\n"
+               "whileloop\nif_logicalnz r0.x\nmov x1[r2.x+4].xy, r1\nelse\nbreakc_relop(lt) r0, r1\nendif\n"
+               "endloop\nswitch r0.x\ncase 1\ndefault\nendswitch\nmcall(3)_out(1)_in(7) r1, r0, r0, r0, r0, "
+               "r0, r0, r0\nuav_raw_store_id(8) mem0.x, r3.x, r4.x\n");
+    strText.insert(strText.rfind("end\n"), "mdef(3)_outline\n;k\nmov r1, r0\nmend\n");
+    const std::vector<unsigned int> vTokens = Assemble(strText);
 
     for (size_t nTokens = 0; nTokens < vTokens.size(); ++nTokens)
     {
@@ -463,7 +499,12 @@ TEST(Analysis, RefusesDataThatIsNoKernel)
     CTestShader shortText(&host, szText, 3);
     EXPECT_FALSE(shortText.AnalyzeShader());
 
-    const std::vector<char> vImage = MakeImage(Assemble(Kernel("")), MakeMetadata(SKernelSetup()));
+    const std::vector<unsigned int> vTokens = Assemble(Kernel(""));
+    CTestShader noMetadata(&host, vTokens.data(), vTokens.size() * sizeof(unsigned int));
+    EXPECT_FALSE(noMetadata.AnalyzeShader());
+    EXPECT_EQ(host.CountLog(logASSERT, "m_nKernelABIConstantBufferSize != numeric_limits"), 1u);
+
+    const std::vector<char> vImage = MakeImage(vTokens, MakeMetadata(SKernelSetup()));
     host.strKernelName = "other";
     CTestShader wrongName(&host, vImage.data(), vImage.size());
     EXPECT_FALSE(wrongName.AnalyzeShader());

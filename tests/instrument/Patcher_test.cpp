@@ -168,6 +168,7 @@ const SGolden s_Goldens[] = {
     {"macro_call_in_loop", "calls", "mcall(3)_out(0)_in(0)", 0, {1}},
     {"outline_macro", "calls", "mov r0.z, r0.x"},
     {"macro_before_its_caller", "macro_first", "mov r0.x, r1.x", 0, {1}},
+    {"return_in_loop", "forms", "mov r4, r0", 0, {1}, CAPTURE_Written, {}, {{1, "call 4294967295", {}}}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Kernels, GoldenPatch, testing::ValuesIn(s_Goldens),
@@ -175,8 +176,15 @@ INSTANTIATE_TEST_SUITE_P(Kernels, GoldenPatch, testing::ValuesIn(s_Goldens),
 
 /// Every kernel of the golden tests, with its setup.
 const std::pair<const char*, SKernelSetup> s_Kernels[] = {
-    {"blocks", {}},           {"switch", {}}, {"five_deep", {}},   {"memory", WithSamplers()},
-    {"older", OlderDevice()}, {"calls", {}},  {"macro_first", {}}, {"repeated", {}},
+    {"blocks", {}},
+    {"switch", {}},
+    {"five_deep", {}},
+    {"memory", WithSamplers()},
+    {"older", OlderDevice()},
+    {"calls", {}},
+    {"macro_first", {}},
+    {"repeated", {}},
+    {"forms", {}},
 };
 
 /// A well-formed stream has every block closed in its function, nothing behind the end, and the two stores once.
@@ -204,6 +212,8 @@ void ExpectWellFormed(const std::vector<unsigned int>& vPatched, CFakeHost& host
 
         switch (last)
         {
+        case IL_OP_IFC:
+        case IL_OP_IFNZ:
         case IL_OP_IF_LOGICALNZ:
         case IL_OP_IF_LOGICALZ:
             vOpen.push_back(IL_OP_ENDIF);
@@ -280,6 +290,19 @@ TEST(Patcher, GivesTheSameTokensForTheSameTargetOnly)
     EXPECT_TRUE(kernel.Patch(kernel.At(nTarget), {vPrivate[0]}, vOther));
     EXPECT_EQ(vFirst, vSecond);
     EXPECT_NE(vFirst, vOther);
+}
+
+TEST(Patcher, LeavesTheTargetAloneBehindACallOfAMacro)
+{
+    CTestKernel kernel(ReadFile(s_strFolder + "kernels/calls.il"));
+    const ProgramCounter target = kernel.At(kernel.Find("mov r0.z, r0.x"));
+    std::vector<unsigned int> vAlone;
+    std::vector<unsigned int> vCalled;
+    EXPECT_TRUE(kernel.Patch(target, {g_Reg_NULL}, vAlone));
+    kernel.Shader().m_CallStack = {kernel.At(kernel.Find("mcall(3)_out(0)_in(0)"), {1}),
+                                   kernel.At(kernel.Find("call 1024"))};
+    EXPECT_TRUE(kernel.Patch(target, {g_Reg_NULL}, vCalled));
+    EXPECT_EQ(vCalled, vAlone);
 }
 
 TEST(Patcher, RefusesWhatIsNoPosition)
