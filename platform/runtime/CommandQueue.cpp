@@ -12,8 +12,29 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// The queue that the calling thread works for.
-thread_local const CCommandQueue* t_pOwnQueue = nullptr;
+/// The queues that the calling thread runs commands of: a command's hook may wait for another queue.
+struct SOwnQueue
+{
+    explicit SOwnQueue(const CCommandQueue& queueIn);
+    SOwnQueue(const SOwnQueue&) = delete;
+    SOwnQueue& operator=(const SOwnQueue&) = delete;
+    ~SOwnQueue();
+
+    const CCommandQueue& queue;
+    const SOwnQueue* const pOuter;
+};
+
+thread_local const SOwnQueue* t_pOwnQueues = nullptr;
+
+SOwnQueue::SOwnQueue(const CCommandQueue& queueIn) : queue(queueIn), pOuter(t_pOwnQueues)
+{
+    t_pOwnQueues = this;
+}
+
+SOwnQueue::~SOwnQueue()
+{
+    t_pOwnQueues = pOuter;
+}
 
 constexpr cl_command_queue_properties s_nKnownProperties =
     CL_QUEUE_OUT_OF_ORDER_EXEC_MODE_ENABLE | CL_QUEUE_PROFILING_ENABLE;
@@ -98,9 +119,9 @@ void CCommandQueue::StartThread()
     m_bThread = true;
 }
 
-void CCommandQueue::Push(std::unique_ptr<SCommand> pCommand) noexcept
+void CCommandQueue::Push(std::unique_ptr<SCommand> pCommand, bool bWaits) noexcept
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_mutex);
     SCommand* pNew = pCommand.get();
     if (m_pLast)
         m_pLast->m_pNext = std::move(pCommand);
@@ -109,7 +130,10 @@ void CCommandQueue::Push(std::unique_ptr<SCommand> pCommand) noexcept
     m_pLast = pNew;
     --m_nExpected;
     ++m_nHandedOver;
-    m_wake.notify_one();
+    if (pNew->m_bInstant && m_pFirst.get() == pNew && !m_bRunning && CanRunOnAnyThread())
+        RunFirst(lock);
+    else if (!bWaits || !CanRunOnAnyThread())
+        m_wake.notify_one();
 }
 
 void CCommandQueue::Flush()
@@ -127,13 +151,33 @@ cl_int CCommandQueue::Finish()
     const cl_ulong nLast = m_nHandedOver;
     if (m_nEnded < nLast)
         CCallbackThread::BeforeWait();
+    while (m_nEnded < nLast && CanRunOnAnyThread() && !m_bRunning)
+        RunFirst(lock);
     m_ended.wait(lock, [this, nLast] { return m_nEnded >= nLast; });
     return std::exchange(m_bCommandFailed, false) ? CL_OUT_OF_RESOURCES : CL_SUCCESS;
 }
 
+void CCommandQueue::RunUntilEnded(const CEvent& event)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (CanRunOnAnyThread() && !m_bRunning && m_pFirst && event.GetStatus() > CL_COMPLETE)
+    {
+        CCallbackThread::BeforeWait();
+        RunFirst(lock);
+    }
+}
+
+bool CCommandQueue::CanRunOnAnyThread() const
+{
+    return (m_nProperties & s_nQueueInterceptEnable) == 0;
+}
+
 bool CCommandQueue::IsOwnThread() const
 {
-    return t_pOwnQueue == this;
+    const SOwnQueue* pOwn = t_pOwnQueues;
+    while (pOwn && &pOwn->queue != this)
+        pOwn = pOwn->pOuter;
+    return pOwn != nullptr;
 }
 
 void CCommandQueue::OnLastClientRelease()
@@ -145,44 +189,56 @@ void CCommandQueue::OnLastClientRelease()
     m_wake.notify_one();
 }
 
-/// With the lock held: the next command, or null when the thread is to end.
-std::unique_ptr<SCommand> CCommandQueue::TakeFirst(std::unique_lock<std::mutex>& lock)
+/// With the lock held: the next command, which must be there.
+std::unique_ptr<SCommand> CCommandQueue::TakeFirst()
 {
-    m_wake.wait(lock, [this] { return m_pFirst || (m_bClosing && m_nExpected == 0); });
     std::unique_ptr<SCommand> pCommand = std::move(m_pFirst);
-    if (!pCommand)
-        return nullptr;
     m_pFirst = std::move(pCommand->m_pNext);
     if (!m_pFirst)
         m_pLast = nullptr;
     return pCommand;
 }
 
+/// With the lock held, a command there and none running: runs it, without the lock.
+void CCommandQueue::RunFirst(std::unique_lock<std::mutex>& lock)
+{
+    const SOwnQueue own(*this);
+    std::unique_ptr<SCommand> pCommand = TakeFirst();
+    m_bRunning = true;
+    lock.unlock();
+    pCommand->m_pEvent->SetStatus(CL_SUBMITTED);
+    const cl_int nWaited = WaitForAll(pCommand->m_vWaitList);
+    const cl_int nResult = nWaited != CL_SUCCESS ? nWaited : Execute(*pCommand);
+    if (nResult < 0 && pCommand->m_undo)
+        pCommand->m_undo();
+    // Whoever the end of the event wakes finds everything released that the command held.
+    pCommand->m_run = nullptr;
+    pCommand->m_undo = nullptr;
+    pCommand->m_vWaitList.clear();
+    CActivity ending;
+    pCommand->m_pEvent->SetStatus(std::min(nResult, CL_COMPLETE));
+    pCommand.reset();
+    lock.lock();
+    m_bRunning = false;
+    m_bCommandFailed |= nWaited == CL_SUCCESS && nResult < 0;
+    ++m_nEnded;
+    m_ended.notify_all();
+    if (m_bClosing && !m_pFirst && m_nExpected == 0)
+        m_closing = std::move(ending);
+    // The queue's thread takes over what is left.
+    if (m_pFirst || m_bClosing)
+        m_wake.notify_one();
+}
+
 std::optional<CActivity> CCommandQueue::Work()
 {
-    t_pOwnQueue = this;
     std::unique_lock<std::mutex> lock(m_mutex);
-    while (std::unique_ptr<SCommand> pCommand = TakeFirst(lock))
+    for (;;)
     {
-        lock.unlock();
-        pCommand->m_pEvent->SetStatus(CL_SUBMITTED);
-        const cl_int nWaited = WaitForAll(pCommand->m_vWaitList);
-        const cl_int nResult = nWaited != CL_SUCCESS ? nWaited : Execute(*pCommand);
-        if (nResult < 0 && pCommand->m_undo)
-            pCommand->m_undo();
-        // Whoever the end of the event wakes finds everything released that the command held.
-        pCommand->m_run = nullptr;
-        pCommand->m_undo = nullptr;
-        pCommand->m_vWaitList.clear();
-        CActivity ending;
-        pCommand->m_pEvent->SetStatus(std::min(nResult, CL_COMPLETE));
-        pCommand.reset();
-        lock.lock();
-        m_bCommandFailed |= nWaited == CL_SUCCESS && nResult < 0;
-        ++m_nEnded;
-        m_ended.notify_all();
-        if (m_bClosing && !m_pFirst && m_nExpected == 0)
-            m_closing = std::move(ending);
+        m_wake.wait(lock, [this] { return !m_bRunning && (m_pFirst || (m_bClosing && m_nExpected == 0)); });
+        if (!m_pFirst)
+            break;
+        RunFirst(lock);
     }
     m_bThread = false;
     return std::exchange(m_closing, std::nullopt);

@@ -22,6 +22,7 @@ struct SCommand
     std::vector<CRef<CEvent>> m_vWaitList;
     std::function<cl_int()> m_run; ///< does the work; CL_SUCCESS or the code that the event ends with
     std::function<void()> m_undo;  ///< if given, called before the event ends with an error
+    bool m_bInstant = false;       ///< takes no longer than to wake another thread, and waits for nothing
     std::unique_ptr<SCommand> m_pNext;
 
     SCommand();
@@ -30,7 +31,10 @@ struct SCommand
 
 /// A command queue. Commands run one after the other, in the order in which they were handed over,
 /// on a thread of the queue's own, which starts with the first command and ends when the client has
-/// released the queue and nothing is left to do.
+/// released the queue and nothing is left to do. A thread that waits for commands runs those that
+/// the queue's thread hasn't begun yet, and a command that is over in an instant runs at once where
+/// nothing is in front of it, so that neither costs a change of threads; not so where the client
+/// intercepts commands, since its hook may count on the queue's thread.
 class CCommandQueue : public CObject
 {
 public:
@@ -48,14 +52,18 @@ public:
     /// std::system_error, and has then announced nothing.
     void Expect();
     /// Hands over a command that was announced. Can't fail.
-    void Push(std::unique_ptr<SCommand> pCommand) noexcept;
+    /// \param bWaits  the calling thread goes on to RunUntilEnded of the command's event
+    void Push(std::unique_ptr<SCommand> pCommand, bool bWaits = false) noexcept;
     /// Marks everything that was handed over as submitted.
     void Flush();
     /// Waits until everything that was handed over has ended.
     /// \return CL_OUT_OF_RESOURCES if a command has failed at its own work since the last wait;
     ///         CL_INVALID_OPERATION on the queue's own thread, where the wait would never end
     cl_int Finish();
-    /// True on this queue's own thread: a wait for one of its commands would never end.
+    /// Runs what nobody has begun yet, up to the end of the command that an event is of. The command
+    /// may have been begun by another thread, and not have ended when this returns.
+    void RunUntilEnded(const CEvent& event);
+    /// True on a thread that runs one of this queue's commands: a wait for another would never end.
     bool IsOwnThread() const;
 
 protected:
@@ -65,7 +73,9 @@ private:
     void StartThread();
     /// The queue's thread. Gives what is to last until the thread has dropped the queue.
     std::optional<CActivity> Work();
-    std::unique_ptr<SCommand> TakeFirst(std::unique_lock<std::mutex>& lock);
+    std::unique_ptr<SCommand> TakeFirst();
+    bool CanRunOnAnyThread() const;
+    void RunFirst(std::unique_lock<std::mutex>& lock);
     cl_int Execute(SCommand& command);
 
     const CRef<CContext> m_pContext;
@@ -81,6 +91,7 @@ private:
     cl_ulong m_nEnded = 0;
     cl_ulong m_nExpected = 0;
     bool m_bThread = false;
+    bool m_bRunning = false; ///< some thread runs a command
     /// The client has released the queue. Set under the lock together with what is left for the
     /// thread's end, so that the thread can't end before that is there.
     bool m_bClosing = false;

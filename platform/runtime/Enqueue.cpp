@@ -24,6 +24,23 @@ private:
     std::function<void()> m_undo;
 };
 
+/// What a command of a type does is nothing, or next to nothing: host and devices share their memory.
+bool IsInstant(cl_command_type eType)
+{
+    switch (eType)
+    {
+    case CL_COMMAND_MAP_BUFFER:
+    case CL_COMMAND_MAP_IMAGE:
+    case CL_COMMAND_UNMAP_MEM_OBJECT:
+    case CL_COMMAND_MARKER:
+    case CL_COMMAND_BARRIER:
+    case CL_COMMAND_MIGRATE_MEM_OBJECTS:
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 CEnqueue::~CEnqueue()
@@ -59,6 +76,7 @@ cl_int CEnqueue::Submit(cl_command_type eType, bool bBlocking, std::function<cl_
         return nError;
     pCommand->m_run = std::move(run);
     pCommand->m_undo = undoing.Take();
+    pCommand->m_bInstant = IsInstant(eType) && pCommand->m_vWaitList.empty();
     if (bBlocking)
         return SubmitBlocking(std::move(pCommand));
     if (m_arguments.m_phEvent)
@@ -70,8 +88,8 @@ cl_int CEnqueue::Submit(cl_command_type eType, bool bBlocking, std::function<cl_
 cl_int CEnqueue::SubmitBlocking(std::unique_ptr<SCommand> pCommand)
 {
     const CRef<CEvent> pEvent = pCommand->m_pEvent;
-    m_pQueue->Push(std::move(pCommand));
-    const cl_int nStatus = pEvent->Wait();
+    m_pQueue->Push(std::move(pCommand), true);
+    const cl_int nStatus = pEvent->WaitAndRun();
     if (nStatus < 0)
         return nStatus;
     if (m_arguments.m_phEvent)

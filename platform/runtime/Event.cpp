@@ -65,6 +65,13 @@ cl_int CEvent::Wait()
     return m_nStatus;
 }
 
+cl_int CEvent::WaitAndRun()
+{
+    if (m_pQueue)
+        m_pQueue->RunUntilEnded(*this);
+    return Wait();
+}
+
 void CEvent::AddCallback(cl_int nStatus, EventNotify pNotify, void* pUser)
 {
     const SCallback callback{nStatus, pNotify, pUser};
@@ -167,7 +174,7 @@ cl_int CL_API_CALL clWaitForEvents(cl_uint num_events, const cl_event* event_lis
                        }
                        bool bFailed = false;
                        for (const CRef<CEvent>& pEvent : vEvents)
-                           bFailed |= pEvent->Wait() < 0;
+                           bFailed |= pEvent->WaitAndRun() < 0;
                        return bFailed ? CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST : CL_SUCCESS;
                    });
 }

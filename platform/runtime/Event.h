@@ -33,6 +33,8 @@ public:
     bool SetStatus(cl_int nStatus);
     /// Waits for the end. \return CL_COMPLETE or the negative code
     cl_int Wait();
+    /// The same for a thread of the client's, which may help: it runs what its queue hasn't begun yet.
+    cl_int WaitAndRun();
     /// True on the thread of the queue whose command the event is of: a wait would never end.
     bool IsOnOwnThread() const { return m_pQueue && m_pQueue->IsOwnThread(); }
     void AddCallback(cl_int nStatus, EventNotify pNotify, void* pUser);

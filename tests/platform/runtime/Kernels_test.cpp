@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstring>
 #include <numeric>
+#include <thread>
 
 namespace
 {
@@ -546,6 +547,68 @@ TEST_F(CNativeTest, ANativeKernelGetsTheMemoryOfItsObjects)
     EXPECT_EQ(cl.clEnqueueNativeKernel(m_queue, fill, &arguments, sizeof(arguments), 1, &buffer, &pOutside, 0, nullptr,
                                        nullptr),
               CL_INVALID_VALUE);
+    cl.clReleaseMemObject(buffer);
+}
+
+/// What several threads put on one queue: each command checks that it is alone and that its own thread's came before.
+struct SInTurn
+{
+    const SRuntimeEntries& m_cl;
+    cl_command_queue m_queue;
+    std::atomic<int> m_nInside{0};
+    std::atomic<int> m_nWrong{0};
+    cl_uint m_vNext[4] = {};
+
+    struct SCall
+    {
+        SInTurn* m_pShared;
+        cl_uint m_nThread;
+        cl_uint m_nNumber;
+    };
+
+    static void CL_CALLBACK Run(void* pArguments)
+    {
+        const auto& call = *static_cast<SCall*>(pArguments);
+        SInTurn& shared = *call.m_pShared;
+        const bool bAlone = ++shared.m_nInside == 1;
+        const bool bNext = shared.m_vNext[call.m_nThread]++ == call.m_nNumber;
+        // Whoever runs the command, the wait would never end.
+        const bool bRefused = shared.m_cl.clFinish(shared.m_queue) == CL_INVALID_OPERATION;
+        shared.m_nWrong += bAlone && bNext && bRefused ? 0 : 1;
+        --shared.m_nInside;
+    }
+
+    void Work(cl_uint nThread, cl_mem buffer)
+    {
+        for (cl_uint n = 0; n < 300; ++n)
+        {
+            SCall call{this, nThread, n};
+            cl_event event = nullptr;
+            m_nWrong += m_cl.clEnqueueNativeKernel(m_queue, Run, &call, sizeof(call), 0, nullptr, nullptr, 0, nullptr,
+                                                   &event) != CL_SUCCESS;
+            cl_uint nWord = 0;
+            if ((n + nThread) % 3 == 0)
+                m_nWrong += m_cl.clWaitForEvents(1, &event) != CL_SUCCESS || m_vNext[nThread] != n + 1;
+            else if ((n + nThread) % 3 == 1)
+                m_nWrong += m_cl.clEnqueueReadBuffer(m_queue, buffer, CL_TRUE, 0, 4, &nWord, 0, nullptr, nullptr) !=
+                                CL_SUCCESS ||
+                            m_vNext[nThread] != n + 1;
+            m_cl.clReleaseEvent(event);
+        }
+        m_nWrong += m_cl.clFinish(m_queue) != CL_SUCCESS || m_vNext[nThread] != 300;
+    }
+};
+
+TEST_F(CNativeTest, CommandsOfAQueueRunInTurnWhicheverOfTheWaitingThreadsRunsThem)
+{
+    cl_mem buffer = MakeBuffer(64);
+    SInTurn shared{cl, m_queue};
+    std::vector<std::thread> vThreads;
+    for (cl_uint n = 0; n < 4; ++n)
+        vThreads.emplace_back([&shared, n, buffer] { shared.Work(n, buffer); });
+    for (std::thread& thread : vThreads)
+        thread.join();
+    EXPECT_EQ(shared.m_nWrong, 0);
     cl.clReleaseMemObject(buffer);
 }
 
