@@ -152,6 +152,7 @@ private:
     unsigned char* LocalMemory(const SAccess& access, SOffsets& offsets);
     void PrivateAccess(const SMicroOp& step, const SAccess& access);
     void PrivateLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
+    void MoveSequence(const SAccess& access, unsigned char* pMemory);
     void MoveWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
     void MoveNarrow(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
     void MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, unsigned char* pData);

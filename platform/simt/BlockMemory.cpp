@@ -121,23 +121,44 @@ CBlock::SOffsets CBlock::Offsets(const uint32_t* pAddresses, uint32_t nStride) c
     return offsets;
 }
 
+/// The words of all lanes stand one behind the other in memory.
+void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
+{
+    const bool bLoad = access.eOperation == SAccess::Load;
+    const uint32_t nBytes = (m_nLast - m_nBegin) * TotalBytes(access);
+    if (access.nWords == 1)
+    {
+        unsigned char* const pLanes = reinterpret_cast<unsigned char*>(Row(access.nRows[0]) + m_nBegin);
+        std::memcpy(bLoad ? pLanes : pMemory, bLoad ? pMemory : pLanes, nBytes);
+    }
+    else
+    {
+        uint32_t* rows[4] = {};
+        for (uint32_t w = 0; w < access.nWords; ++w)
+            rows[w] = Row(access.nRows[w]);
+        if (bLoad)
+            m_Lanes.pfSeparate(rows, access.nWords, pMemory, m_nBegin, m_nLast);
+        else
+            m_Lanes.pfInterleave(rows, access.nWords, pMemory, m_nBegin, m_nLast);
+    }
+    if (access.eSpace == SAccess::Global)
+        PrefetchBehind(pMemory, nBytes);
+}
+
 /// Consecutive words of all active lanes, all inside memory; the lowest address stands for pBase.
 void CBlock::MoveWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets)
 {
     const bool bLoad = access.eOperation == SAccess::Load;
+    if (offsets.bSequence)
+    {
+        MoveSequence(access, pBase);
+        return;
+    }
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
         uint32_t* const pRow = Row(access.nRows[w]);
         unsigned char* const pWord = pBase + w * 4;
-        if (offsets.bSequence && access.nWords == 1)
-        {
-            unsigned char* const pLanes = reinterpret_cast<unsigned char*>(pRow + m_nBegin);
-            const uint32_t nBytes = (m_nLast - m_nBegin) * 4u;
-            std::memcpy(bLoad ? pLanes : pWord, bLoad ? pWord : pLanes, nBytes);
-            if (access.eSpace == SAccess::Global)
-                PrefetchBehind(pWord, nBytes);
-        }
-        else if (bLoad && !m_pMask && offsets.nLow == offsets.nHigh)
+        if (bLoad && !m_pMask && offsets.nLow == offsets.nHigh)
             m_Lanes.pfFill(pRow, Load32(pWord), m_nBegin, m_nLast);
         else if (bLoad)
             m_Lanes.pfGather(pRow, pWord, offsets.pAddresses, offsets.nLow, m_pMask, m_nBegin, m_nLast);

@@ -123,6 +123,62 @@ void Scatter(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffset
     }
 }
 
+/// A word at any address.
+typedef uint32_t UnalignedWord __attribute__((aligned(1), may_alias));
+
+/// The number of rows is a constant where the compiler is to make shuffles of the loop.
+template <size_t nRows>
+void InterleaveRows(const uint32_t* const* ppRows, unsigned char* pTo, uint32_t nBegin, uint32_t nEnd)
+{
+    UnalignedWord* const __restrict pWords = reinterpret_cast<UnalignedWord*>(pTo);
+    const uint32_t* const __restrict p0 = ppRows[0] + nBegin;
+    const uint32_t* const __restrict p1 = ppRows[1] + nBegin;
+    const uint32_t* const __restrict p2 = ppRows[nRows - 2] + nBegin;
+    const uint32_t* const __restrict p3 = ppRows[nRows - 1] + nBegin;
+    const size_t nCount = nEnd - nBegin;
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        pWords[i * nRows] = p0[i];
+        pWords[i * nRows + 1] = p1[i];
+        if (nRows > 3)
+            pWords[i * nRows + 2] = p2[i];
+        if (nRows > 2)
+            pWords[i * nRows + nRows - 1] = p3[i];
+    }
+}
+
+void Interleave(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pTo, uint32_t nBegin, uint32_t nEnd)
+{
+    if (nRows == 2)
+        InterleaveRows<2>(ppRows, pTo, nBegin, nEnd);
+    else if (nRows == 3)
+        InterleaveRows<3>(ppRows, pTo, nBegin, nEnd);
+    else
+        InterleaveRows<4>(ppRows, pTo, nBegin, nEnd);
+}
+
+template <size_t nRows>
+void SeparateRows(uint32_t* const* ppRows, const unsigned char* pFrom, uint32_t nBegin, uint32_t nEnd)
+{
+    const UnalignedWord* const pWords = reinterpret_cast<const UnalignedWord*>(pFrom);
+    for (size_t k = 0; k < nRows; ++k)
+    {
+        uint32_t* const __restrict pRow = ppRows[k];
+        for (size_t i = nBegin; i < nEnd; ++i)
+            pRow[i] = pWords[(i - nBegin) * nRows + k];
+    }
+}
+
+void Separate(uint32_t* const* ppRows, uint32_t nRows, const unsigned char* pFrom, uint32_t nBegin, uint32_t nEnd)
+{
+    if (nRows == 2)
+        SeparateRows<2>(ppRows, pFrom, nBegin, nEnd);
+    else if (nRows == 3)
+        SeparateRows<3>(ppRows, pFrom, nBegin, nEnd);
+    else
+        SeparateRows<4>(ppRows, pFrom, nBegin, nEnd);
+}
+
 void LoadRows(uint32_t* pRow, const uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale, const uint32_t* pMask,
               uint32_t nBegin, uint32_t nEnd)
 {
