@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/simt/RowNumbers.h"
 #include "platform/simt/StepRows.h"
 
 namespace KestrelPlatform
@@ -53,6 +54,7 @@ bool CLowering::Run()
         std::vector<uint32_t> vReads = CountReads(m_Code);
         DropUnreadSteps(m_Code, vReads);
         KeepRowsToClear(m_Code, vReads);
+        CloseRowGaps(m_Code);
     }
     return true;
 }

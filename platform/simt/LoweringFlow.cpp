@@ -44,6 +44,7 @@ bool CLowering::LowerBody(uint32_t nBody)
     m_Code.vBodyEntries[nBody] = m_nLastFlow;
     SMicroOp enter;
     enter.eKind = MICRO_ENTER;
+    enter.nAux = nBody;
     enter.rows.d[0] = m_vReturnRows[nBody];
     enter.nInstruction = SItem::NoInstruction;
     m_Code.vSteps.push_back(enter);

@@ -23,7 +23,7 @@ enum EMicroKind : uint16_t
 {
     MICRO_LANE_FAST, ///< nOp, rows
     MICRO_LANE_SLOW,
-    MICRO_ENTER,      ///< start of a body
+    MICRO_ENTER,      ///< start of body nAux, d[0] row of those who return early (0: none)
     MICRO_IF,         ///< s[0] condition, d[0] row of the else-part, nFlags inverts, nTarget when none is left
     MICRO_ELSE,       ///< d[0]
     MICRO_END_IF,     ///< d[0]

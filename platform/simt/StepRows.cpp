@@ -91,36 +91,24 @@ void ForEachWritten(const SCode& code, const SMicroOp& step, F&& visit)
     }
 }
 
-/// Marks from the end, so that what only a dropped step reads is dropped, too.
-size_t MarkUnread(const SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+bool IsLaneOperation(const SMicroOp& step)
 {
-    size_t nDropped = 0;
-    for (size_t n = code.vSteps.size(); n-- > 0;)
-    {
-        const SMicroOp& step = code.vSteps[n];
-        const bool bLane = step.eKind == MICRO_LANE_FAST || step.eKind == MICRO_LANE_SLOW;
-        // An operation of one result has row 0 for the second.
-        const bool bSecondRead = step.rows.d[1] != 0 && vReads[step.rows.d[1]] != 0;
-        if (!bLane || vReads[step.rows.d[0]] != 0 || bSecondRead)
-            continue;
-        vDropped[n] = 1;
-        ++nDropped;
-        ForEachRead(code, step, [&vReads](uint32_t nRow) { --vReads[nRow]; });
-    }
-    return nDropped;
+    return step.eKind == MICRO_LANE_FAST || step.eKind == MICRO_LANE_SLOW;
 }
 
-} // namespace
-
-std::vector<uint32_t> CountReads(const SCode& code)
+/// True if the steps around it run for the same work-items, one behind the other.
+bool IsStraight(const SMicroOp& step)
 {
-    std::vector<uint32_t> vReads(code.nRows, 0);
-    for (const SMicroOp& step : code.vSteps)
-        ForEachRead(code, step, [&vReads](uint32_t nRow) { ++vReads[nRow]; });
-    const auto pin = [&vReads](uint32_t nFirst, uint32_t nCount)
+    return step.eKind < MICRO_ENTER || step.eKind > MICRO_BARRIER;
+}
+
+template <class F>
+void ForEachPinned(const SCode& code, F&& visit)
+{
+    const auto pin = [&visit](uint32_t nFirst, uint32_t nCount)
     {
         for (uint32_t n = nFirst; n < nFirst + nCount; ++n)
-            ++vReads[n];
+            visit(n);
     };
     for (const SIndexed& indexed : code.vIndexed)
     {
@@ -130,14 +118,114 @@ std::vector<uint32_t> CountReads(const SCode& code)
     for (const SCode::SPrivate& area : code.vPrivate)
         pin(area.nRow, area.nBytes / 4);
     pin(s_nMaskRow, 1);
+}
+
+void Drop(const SCode& code, size_t nStep, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+{
+    vDropped[nStep] = 1;
+    ForEachRead(code, code.vSteps[nStep], [&vReads](uint32_t nRow) { --vReads[nRow]; });
+}
+
+/// Marks what is written again, for the same work-items, before anything reads it: a kernel that sets its registers to
+/// 0 at the start. Goes from the end through pieces of straight code, and on from a call's body to what stands before
+/// the call; bodies stand behind their callers.
+class COverwritten
+{
+public:
+    explicit COverwritten(const SCode& code)
+        : m_Code(code), m_vMarks(code.nRows, 0), m_vAtEntry(code.vBodyEntries.size())
+    {
+        ForEachPinned(code, [this](uint32_t nRow) { m_vMarks[nRow] = s_nPinned; });
+    }
+
+    void Mark(std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+    {
+        for (size_t n = m_Code.vSteps.size(); n-- > 0;)
+        {
+            const SMicroOp& step = m_Code.vSteps[n];
+            if (!IsStraight(step))
+                Border(step);
+            else if (IsLaneOperation(step) && Holds(step.rows.d[0]) && (step.rows.d[1] == 0 || Holds(step.rows.d[1])))
+                Drop(m_Code, n, vReads, vDropped);
+            else
+                Note(step);
+        }
+    }
+
+private:
+    static constexpr uint32_t s_nPinned = ~0u;
+
+    bool Holds(uint32_t nRow) const { return m_vMarks[nRow] == m_nPiece; }
+
+    void Set(uint32_t nRow)
+    {
+        if (m_vMarks[nRow] != s_nPinned)
+            m_vMarks[nRow] = m_nPiece;
+    }
+
+    void Note(const SMicroOp& step)
+    {
+        const bool bLoad = step.eKind == MICRO_ACCESS && m_Code.vAccesses[step.nAux].eOperation == SAccess::Load;
+        if (IsLaneOperation(step) || bLoad)
+            ForEachWritten(m_Code, step, [this](uint32_t nRow) { Set(nRow); });
+        ForEachRead(m_Code, step,
+                    [this](uint32_t nRow) { m_vMarks[nRow] = m_vMarks[nRow] == s_nPinned ? s_nPinned : 0; });
+    }
+
+    void Border(const SMicroOp& step)
+    {
+        if (step.eKind == MICRO_ENTER)
+        {
+            std::vector<uint32_t>& vRows = m_vAtEntry[step.nAux];
+            for (uint32_t n = 0; n < m_vMarks.size(); ++n)
+            {
+                if (Holds(n))
+                    vRows.push_back(n);
+            }
+        }
+        ++m_nPiece;
+        if (step.eKind == MICRO_CALL && !(step.nFlags & s_nFlagConditional))
+        {
+            for (const uint32_t nRow : m_vAtEntry[step.nAux])
+                Set(nRow);
+        }
+    }
+
+    const SCode& m_Code;
+    uint32_t m_nPiece = 1;
+    std::vector<uint32_t> m_vMarks; ///< by row: the piece in which it is written before it is read
+    std::vector<std::vector<uint32_t>> m_vAtEntry;
+};
+
+/// Marks from the end, so that what only a dropped step reads is dropped, too.
+void MarkUnread(const SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+{
+    for (size_t n = code.vSteps.size(); n-- > 0;)
+    {
+        const SMicroOp& step = code.vSteps[n];
+        // An operation of one result has row 0 for the second.
+        const bool bSecondRead = step.rows.d[1] != 0 && vReads[step.rows.d[1]] != 0;
+        if (IsLaneOperation(step) && !vDropped[n] && vReads[step.rows.d[0]] == 0 && !bSecondRead)
+            Drop(code, n, vReads, vDropped);
+    }
+}
+
+} // namespace
+
+std::vector<uint32_t> CountReads(const SCode& code)
+{
+    std::vector<uint32_t> vReads(code.nRows, 0);
+    for (const SMicroOp& step : code.vSteps)
+        ForEachRead(code, step, [&vReads](uint32_t nRow) { ++vReads[nRow]; });
+    ForEachPinned(code, [&vReads](uint32_t nRow) { ++vReads[nRow]; });
     return vReads;
 }
 
 void DropUnreadSteps(SCode& code, std::vector<uint32_t>& vReads)
 {
     std::vector<char> vDropped(code.vSteps.size(), 0);
-    if (MarkUnread(code, vReads, vDropped) == 0)
-        return;
+    COverwritten(code).Mark(vReads, vDropped);
+    MarkUnread(code, vReads, vDropped);
     std::vector<uint32_t> vPlaces(code.vSteps.size() + 1, 0);
     uint32_t nKept = 0;
     for (size_t n = 0; n < code.vSteps.size(); ++n)
@@ -191,8 +279,7 @@ void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
             vReturns.pop_back();
             continue;
         }
-        const bool bStraight = step.eKind <= MICRO_ENTER || step.eKind >= MICRO_BARRIER;
-        if (!bStraight)
+        if (!IsStraight(step) && step.eKind != MICRO_ENTER && step.eKind != MICRO_BARRIER)
             break;
         const auto mark = [&vUse, &nLeft](EUse eUse)
         {

@@ -11,7 +11,8 @@ namespace KestrelPlatform
 /// By row: how many places read it. What is found at run time counts as read.
 std::vector<uint32_t> CountReads(const SCode& code);
 
-/// Takes out lane operations whose results nothing reads: kernels compute ids of three components and use one. Not for
+/// Takes out lane operations whose results nothing reads, because nothing does anywhere or because they are written
+/// again before: kernels compute ids of three components and use one, and set registers to 0 at the start. Not for
 /// traced code, whose results are shown.
 /// \param vReads as CountReads gives it; those of the steps that go are taken off
 void DropUnreadSteps(SCode& code, std::vector<uint32_t>& vReads);
