@@ -88,10 +88,12 @@ constexpr bool AreComplete()
 }
 static_assert(AreComplete(), "every state has a rule for any other character and leads to a state");
 
-/// The index of the rule for each state and character, so that a character costs one look-up.
+/// The index of the rule for each state and character, so that a character costs one look-up, and whether all that it
+/// does is to copy the character: most of a text is.
 struct SRuleIndex
 {
     unsigned char nRule[s_nNumStates][256];
+    bool bPlain[s_nNumStates][256];
 };
 
 constexpr bool Applies(const SRule& rule, char c)
@@ -122,7 +124,10 @@ constexpr SRuleIndex MakeRuleIndex()
             {
                 ++nRule;
             }
+            const SRule& rule = s_States[nState].rules[nRule];
             index.nRule[nState][nCharacter] = nRule;
+            index.bPlain[nState][nCharacter] =
+                nCharacter != 0 && rule.bCopies && !rule.bKeeps && *rule.szOutput == 0 && rule.nNextState == nState;
         }
     }
     return index;
@@ -135,10 +140,6 @@ constexpr SRuleIndex s_RuleIndex = MakeRuleIndex();
 ILProcessingStateMachine::ILProcessingStateMachine(const char* pIn, unsigned int nInputSize, char* pOut)
     : m_in(pIn), m_out(pOut), m_inputSize(nInputSize)
 {
-    if (m_in != nullptr && m_out != nullptr)
-    {
-        AdvanceToNextChar();
-    }
 }
 
 void ILProcessingStateMachine::execute(unsigned int* pOutputSize)
@@ -146,10 +147,9 @@ void ILProcessingStateMachine::execute(unsigned int* pOutputSize)
     const char* pOutBegin = m_out;
     if (m_in != nullptr && m_out != nullptr)
     {
-        while (!m_isDone)
+        for (AdvanceToNextChar(); !m_isDone; AdvanceToNextChar())
         {
             Act();
-            AdvanceToNextChar();
         }
     }
     if (pOutputSize != nullptr)
@@ -174,6 +174,22 @@ void ILProcessingStateMachine::Act()
     m_nextStateNum = rule.nNextState;
 }
 
+/// Passes over what doesn't change the state.
+void ILProcessingStateMachine::CopyPlain()
+{
+    const bool* const pPlain = s_RuleIndex.bPlain[m_nextStateNum];
+    const unsigned int nLeft = m_inputSize - m_inputTraversedSoFar;
+    unsigned int n = 0;
+    while (n < nLeft && pPlain[static_cast<unsigned char>(m_in[n])])
+    {
+        m_out[n] = m_in[n];
+        ++n;
+    }
+    m_in += n;
+    m_out += n;
+    m_inputTraversedSoFar += n;
+}
+
 void ILProcessingStateMachine::AdvanceToNextChar()
 {
     if (m_isCharInCache)
@@ -181,6 +197,7 @@ void ILProcessingStateMachine::AdvanceToNextChar()
         m_isCharInCache = false;
         return;
     }
+    CopyPlain();
     if (m_inputTraversedSoFar == m_inputSize)
     {
         m_isDone = true;

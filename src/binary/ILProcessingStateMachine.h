@@ -21,6 +21,7 @@ public:
 
 private:
     void Act();
+    void CopyPlain();
     void AdvanceToNextChar();
 
     const char* m_in;

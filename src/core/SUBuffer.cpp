@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace ShaderUtils
@@ -34,9 +35,16 @@ size_t CountActiveThreadsAs(const unsigned char* pData, size_t nSize)
     const T* pItems = reinterpret_cast<const T*>(pData);
     const size_t nItems = nSize / sizeof(T);
     size_t nActive = 0;
-    for (size_t i = 0; i < nItems; ++i)
+    for (size_t nBegin = 0; nBegin < nItems;)
     {
-        nActive += pItems[i] != 0;
+        // Counted in as many bits as an item has, which a piece can't exceed, so that the loop needs no wider lanes.
+        const size_t nEnd = nBegin + std::min<size_t>(nItems - nBegin, std::numeric_limits<T>::max());
+        T nInPiece = 0;
+        for (; nBegin < nEnd; ++nBegin)
+        {
+            nInPiece = static_cast<T>(nInPiece + (pItems[nBegin] != 0));
+        }
+        nActive += nInPiece;
     }
     return nActive;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
+#include <utility>
 
 namespace OVK_ShaderDebugger
 {
@@ -88,9 +89,13 @@ void CShaderDebuggerResult::UpdateExecMask(CShaderDebuggerBuffer* pExecMask)
 {
     if (pExecMask != m_pExecMask)
     {
-        delete m_pExecMask;
-        m_pExecMask = pExecMask;
+        delete ExchangeExecMask(pExecMask);
     }
+}
+
+CShaderDebuggerBuffer* CShaderDebuggerResult::ExchangeExecMask(CShaderDebuggerBuffer* pExecMask)
+{
+    return std::exchange(m_pExecMask, pExecMask);
 }
 
 namespace

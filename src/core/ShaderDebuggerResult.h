@@ -53,6 +53,8 @@ public:
                       size_t nSrcComponentOffset, size_t nComponents);
     /// Takes over the mask, and deletes the old one if it is another.
     void UpdateExecMask(CShaderDebuggerBuffer* pExecMask);
+    /// Takes over the mask, and hands the old one to the caller.
+    CShaderDebuggerBuffer* ExchangeExecMask(CShaderDebuggerBuffer* pExecMask);
 
     void UpdateDataType(DataType dataType);
     /// DT_Int32 doesn't overwrite a component that is DT_SInt32 or DT_UInt32 already.

@@ -51,27 +51,50 @@ void CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg)
     {
         return;
     }
-    CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
-    if (!RetrieveExecMaskBuffer(pExecMaskBuffer))
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMask = ReadExecMask();
+    if (pExecMask == nullptr)
     {
         return;
     }
-    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskOwner(pExecMaskBuffer);
-    const EFiling eFiling = GetFiling(reg, *pExecMaskBuffer);
+    const size_t nActive = pExecMask->GetActiveItemCount(0);
+    const EFiling eFiling = GetFiling(reg, nActive != 0);
     std::unique_ptr<CShaderDebuggerBuffer> pValues;
-    if (eFiling == FILE_Values && !ReadValues(reg, *pExecMaskBuffer, pValues))
+    if (eFiling == FILE_Values && !ReadValues(reg, nActive == pExecMask->GetItemCount(), pValues))
     {
         return;
     }
-    pShader->UpdateExecMaskHistory(pc, pExecMaskBuffer);
+    pShader->NoteActiveCount(pc, nActive);
     if (eFiling == FILE_Values)
     {
-        FileValues(pc, reg, std::move(pValues), std::move(pExecMaskOwner));
+        FileValues(pc, reg, std::move(pValues), std::move(pExecMask));
     }
     else if (eFiling == FILE_Mask)
     {
-        FileMask(pc, std::move(pExecMaskOwner));
+        FileMask(pc, std::move(pExecMask));
     }
+    else
+    {
+        m_pSpareExecMask = std::move(pExecMask);
+    }
+}
+
+/// The mask of the last run, in the memory of an older one if there is any. Null if it can't be read.
+std::unique_ptr<CShaderDebuggerBuffer> CShaderDebuggerIL::ReadExecMask()
+{
+    if (m_pSpareExecMask == nullptr || m_pSwitchedTargetBuffers[SD_ExecMask] == nullptr)
+    {
+        CShaderDebuggerBuffer* pRead = nullptr;
+        RetrieveExecMaskBuffer(pRead);
+        return std::unique_ptr<CShaderDebuggerBuffer>(pRead);
+    }
+    const CShaderDebuggerBuffer* pRead = m_pSwitchedTargetBuffers[SD_ExecMask]->GetDataBuffer(m_pSpareExecMask.get());
+    return SD_Assert(GetHost(), pRead) ? std::move(m_pSpareExecMask) : nullptr;
+}
+
+void CShaderDebuggerIL::FileExecMask(CShaderDebuggerResult& result,
+                                     std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer)
+{
+    m_pSpareExecMask.reset(result.ExchangeExecMask(pExecMaskBuffer.release()));
 }
 
 void CShaderDebuggerIL::UpdateResults(Register inputReg)
@@ -89,7 +112,7 @@ void CShaderDebuggerIL::UpdateResults(Register inputReg)
 }
 
 /// What is kept of a run: a register that nobody has written yet has no values to show.
-CShaderDebuggerIL::EFiling CShaderDebuggerIL::GetFiling(const Register& reg, const CShaderDebuggerBuffer& execMask)
+CShaderDebuggerIL::EFiling CShaderDebuggerIL::GetFiling(const Register& reg, bool bAnyActive)
 {
     if (reg == g_Reg_NULL)
     {
@@ -99,18 +122,17 @@ CShaderDebuggerIL::EFiling CShaderDebuggerIL::GetFiling(const Register& reg, con
     {
         return FILE_Nothing;
     }
-    const bool bWritten = FindResult(GetResultRegister(reg)) != nullptr || execMask.GetActiveItemCount(0) != 0;
-    return bWritten ? FILE_Values : FILE_Mask;
+    return bAnyActive || FindResult(GetResultRegister(reg)) != nullptr ? FILE_Values : FILE_Mask;
 }
 
 /// Reads the values of a run. If all work-items have new ones they go over the old ones, with no second copy.
 /// \param[out] pValues  null if the register's own buffer has them
-bool CShaderDebuggerIL::ReadValues(const Register& reg, const CShaderDebuggerBuffer& execMask,
+bool CShaderDebuggerIL::ReadValues(const Register& reg, bool bAllActive,
                                    std::unique_ptr<CShaderDebuggerBuffer>& pValues)
 {
     const CShaderDebuggerResult* pResult = FindResult(GetResultRegister(reg));
-    const bool bAll = reg.reg.type != RT_PrivateUAVAccess && execMask.GetActiveItemCount(0) == execMask.GetItemCount();
-    if (bAll && pResult != nullptr && pResult->GetResult() != nullptr &&
+    const bool bReplaced = bAllActive && reg.reg.type != RT_PrivateUAVAccess;
+    if (bReplaced && pResult != nullptr && pResult->GetResult() != nullptr &&
         m_pSwitchedTargetBuffers[SD_Results] != nullptr)
     {
         return m_pSwitchedTargetBuffers[SD_Results]->GetDataBuffer(pResult->GetResult()) != nullptr;
@@ -130,7 +152,7 @@ void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebug
     }
     m_pLastTouchedResult = pResult;
     pResult->SetProgramCounter(pc, RegisterMask(0));
-    pResult->UpdateExecMask(pExecMaskBuffer.release());
+    FileExecMask(*pResult, std::move(pExecMaskBuffer));
 }
 
 /// \param pValues  null if the register's own buffer has them
@@ -153,7 +175,7 @@ void CShaderDebuggerIL::FileValues(ProgramCounter pc, const Register& reg,
         pResult->UpdateResult(pValues.release(), pExecMaskBuffer.get(), access.nFirstComponent, 0,
                               bPart ? access.nComponents : 0);
     }
-    pResult->UpdateExecMask(pExecMaskBuffer.release());
+    FileExecMask(*pResult, std::move(pExecMaskBuffer));
 }
 
 void CShaderDebuggerIL::UpdateResultDataType(CShaderDebuggerResult& result)

@@ -152,9 +152,10 @@ private:
         FILE_Values
     };
 
-    EFiling GetFiling(const Register& reg, const CShaderDebuggerBuffer& execMask);
-    bool ReadValues(const Register& reg, const CShaderDebuggerBuffer& execMask,
-                    std::unique_ptr<CShaderDebuggerBuffer>& pValues);
+    std::unique_ptr<CShaderDebuggerBuffer> ReadExecMask();
+    void FileExecMask(CShaderDebuggerResult& result, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
+    EFiling GetFiling(const Register& reg, bool bAnyActive);
+    bool ReadValues(const Register& reg, bool bAllActive, std::unique_ptr<CShaderDebuggerBuffer>& pValues);
     void FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
     void FileValues(ProgramCounter pc, const Register& reg, std::unique_ptr<CShaderDebuggerBuffer> pValues,
                     std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
@@ -170,8 +171,10 @@ private:
     std::vector<std::unique_ptr<CShaderDebuggerBuffer>> m_vpOriginalTargetBuffersData;
     DeviceBuffers m_vpModifiedTargetBuffers; ///< the working copies on which runs happen
     std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pSwitchedTargetBuffers[2]; ///< the added output buffers
-    ResultMap m_Results;                                                      ///< by register name
-    ResultMap m_GlobalResults;                                                ///< by name
+    /// The memory of a mask that no result holds any more, for the next run's.
+    std::unique_ptr<CShaderDebuggerBuffer> m_pSpareExecMask;
+    ResultMap m_Results;                         ///< by register name
+    ResultMap m_GlobalResults;                   ///< by name
     CShaderDebuggerResult* m_pLastTouchedResult; ///< the result that the last run wrote; in m_Results
     std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pCBBuffer;
     std::vector<bool> m_GlobalResultDirtyFlags; ///< by argument index

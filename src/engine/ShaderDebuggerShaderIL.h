@@ -52,6 +52,8 @@ public:
 
     /// Stores how many work-items the mask holds as active for a position of the present call.
     virtual void UpdateExecMaskHistory(const ProgramCounter& pc, CShaderDebuggerBuffer* pExecMask);
+    /// The same where the mask has been counted already.
+    void NoteActiveCount(const ProgramCounter& pc, uint64_t nActive);
     virtual bool PostStep();
     /// Advances the next instruction in program order, into and out of calls. \return false at the end of the kernel
     virtual bool UpdateNextInst();

@@ -85,8 +85,13 @@ void CShaderDebuggerShaderIL::UpdateExecMaskHistory(const ProgramCounter& pc, CS
 {
     if (SD_Assert(GetHost(), pExecMask))
     {
-        m_ExecMaskHistory[m_CallStack][pc] = pExecMask->GetActiveItemCount(0);
+        NoteActiveCount(pc, pExecMask->GetActiveItemCount(0));
     }
+}
+
+void CShaderDebuggerShaderIL::NoteActiveCount(const ProgramCounter& pc, uint64_t nActive)
+{
+    m_ExecMaskHistory[m_CallStack][pc] = nActive;
 }
 
 bool CShaderDebuggerShaderIL::PostStep()

@@ -227,6 +227,7 @@ void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
     m_vpModifiedTargetBuffers.clear();
     m_pSwitchedTargetBuffers[SD_Results].reset();
     m_pSwitchedTargetBuffers[SD_ExecMask].reset();
+    m_pSpareExecMask.reset();
 }
 
 /// What the client's memory is to get from the last run, by the argument through which it goes there. Of arguments that
