@@ -296,6 +296,38 @@ TEST(Session, DumpsTheArgumentBuffer)
     EXPECT_EQ(vDump, (std::vector<uint32_t>{0x1000, 0, 0, 0, 0x2000, 0, 0, 0}));
 }
 
+TEST(Session, IsMadeForBothPlatformsAndAHost)
+{
+    CFakeHost host;
+    EXPECT_EQ(IShaderDebugger::CreateShaderDebugger(PLT_OpenCL, nullptr), nullptr);
+    EXPECT_EQ(IShaderDebugger::CreateShaderDebugger(static_cast<Platform>(99), &host), nullptr);
+    EXPECT_EQ(host.GetDebugger(), nullptr);
+    for (const Platform ePlatform : {PLT_QRL, PLT_OpenCL})
+    {
+        CFakeHost good(new CStubDevice);
+        EXPECT_NE(IShaderDebugger::CreateShaderDebugger(ePlatform, &good), nullptr);
+        EXPECT_NE(good.GetDebugger(), nullptr);
+    }
+}
+
+TEST(Session, DisassemblesWhatItReadsAndPatchesAtTheVerboseLevelOnly)
+{
+    for (const LogType level : {logTRACE, logVERBOSE})
+    {
+        CTestSession session(s_Plain);
+        session.Host().level = level;
+        session.Debugger().SetLoggingLevel(level);
+        session.Host().onDisassemble = [](const void*, size_t, std::string& strText)
+        {
+            strText = "the tokens";
+            return true;
+        };
+        ASSERT_TRUE(session.Start());
+        EXPECT_EQ(session.Host().CountLog(logVERBOSE, "the tokens"), level == logVERBOSE ? 3u : 0u)
+            << "the kernel, the dump of its arguments and the first instruction";
+    }
+}
+
 TEST(Session, HasNothingToShowBeforeItBegins)
 {
     CTestSession session(s_Plain);
