@@ -505,6 +505,8 @@ TEST(Analysis, RefusesDataThatIsNoKernel)
     EXPECT_EQ(host.CountLog(logASSERT, "m_nKernelABIConstantBufferSize != numeric_limits"), 1u);
 
     const std::vector<char> vImage = MakeImage(vTokens, MakeMetadata(SKernelSetup()));
+    CTestShader nobodys(nullptr, vImage.data(), vImage.size());
+    EXPECT_FALSE(nobodys.AnalyzeShader()) << "no host tells the kernel's name";
     host.strKernelName = "other";
     CTestShader wrongName(&host, vImage.data(), vImage.size());
     EXPECT_FALSE(wrongName.AnalyzeShader());

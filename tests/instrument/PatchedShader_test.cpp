@@ -113,6 +113,10 @@ TEST_F(PatchedImage, OfPlainTokensIsPlainTokens)
     CTestShader shader(&m_Host, vTokens.data(), vTokens.size() * sizeof(unsigned int));
     ASSERT_TRUE(shader.AnalyzeShader());
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(2), {Register(RT_Temp, 1, COMP_x)}), nullptr);
+    EXPECT_TRUE(shader.IsPatchedOutputRegister(Register(RT_Output, 0, COMP_All)));
+    EXPECT_TRUE(shader.IsPatchedOutputRegister(Register(RT_Output, 1, COMP_All)));
+    EXPECT_FALSE(shader.IsPatchedOutputRegister(Register(RT_Output, 2, COMP_All)));
+    EXPECT_FALSE(shader.IsPatchedOutputRegister(Register(RT_Temp, 0, COMP_All)));
     EXPECT_EQ(Disassemble(shader.Patched(), shader.PatchedSize() / sizeof(unsigned int)),
               "il_ps_2_0\ndcl_input v2.xy\ndcl_output o0\ndcl_output o1\n"
               "dcl_literal l0, 0x0, 0x0, 0x0, 0x0\ndcl_literal l1, 0x1, 0x1, 0x1, 0x1\n"
