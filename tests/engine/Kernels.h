@@ -86,10 +86,12 @@ inline const SKernelCase s_Kernels[] = {
      "func 1025\niadd r1, r1, r3\niadd r7, r1, l21\nret\nendfunc\n"},
     {"CallInIf", s_Id + "call 1025\nult r2, r0, l23\nif_logicalnz r2.x\ncall 1025\nendif\n" + s_Store,
      "func 1025\niadd r1, r1, l21\niadd r7, r1, l21\nret\nendfunc\n"},
-    {"PrivateStoreInLoopInCall",
-     "dcl_typeless_uav_id(8)_stride(4)_length(32)_access(private)\n" + s_Id + "call 1025\n" + s_Store,
-     "func 1025\nmov r3, l20\nwhileloop\nuge r2, r3, l22\nbreak_logicalnz r2.x\nishl r6.x, r3.x, l24.x\n"
-     "uav_raw_store_id(8) mem0.x, r6.x, r0\nuav_raw_load_id(8) r1.x, r6.x\niadd r3, r3, l21\nendloop\nret\n"
+    {"PrivateStoreInLoopsInCall",
+     "dcl_typeless_uav_id(8)_stride(4)_length(48)_access(private)\n" + s_Id + "call 1025\n" + s_Store,
+     "func 1025\nmov r3, l20\nwhileloop\nuge r2, r3, l22\nbreak_logicalnz r2.x\niadd r3, r3, l21\nmov r4, l20\n"
+     "whileloop\nuge r2, r4, l22\nbreak_logicalnz r2.x\niadd r4, r4, l21\nmov r5, l20\nwhileloop\n"
+     "uge r2, r5, l21\nbreak_logicalnz r2.x\niadd r5, r5, l21\nishl r6.x, r4.x, l24.x\n"
+     "uav_raw_store_id(8) mem0.x, r6.x, r0\nuav_raw_load_id(8) r1.x, r6.x\nendloop\nendloop\nendloop\nret\n"
      "endfunc\n"},
     {"LoopInCallInLoops",
      s_Id +
