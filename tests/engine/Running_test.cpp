@@ -151,10 +151,21 @@ const std::string s_LoopHead = "mov r0, vTidInGrp.xxxx\nmov r3, l20\nwhileloop\n
 // run goes on where the others are.
 TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
 {
-    CTestSession behindALine(s_LoopHead +
-                             "ult r4, r0, l24\nif_logicalnz r4.x\ncontinue\nendif\niadd r5, r5, l21\nmov r6, r5\n"
-                             "else\nmov r7, r3\nendif\nendloop\n");
+    const std::string strBehindALine =
+        s_LoopHead + "ult r4, r0, l24\nif_logicalnz r4.x\ncontinue\nendif\niadd r5, r5, l21\nmov r6, r5\n"
+                     "else\nmov r7, r3\nendif\nendloop\n";
+    CTestSession behindALine(strBehindALine);
     ExpectRuns(behindALine, {13, 15}, {{15, 5}, {15, 5}});
+    // With nothing to read it takes a run for each of the four instructions that direct the flow, one for the mask in
+    // front of each of the two lines, and the stop's. The count in front of the if is known from the break.
+    CTestSession unread(strBehindALine);
+    ExpectRuns(unread, {13, 15}, {});
+    unread.Debugger().SetTrackingVariables({"r7"});
+    unread.Debugger().SetEnableTrackingVariables(true);
+    unread.TakeRuns();
+    ASSERT_TRUE(unread.Debugger().Run());
+    EXPECT_EQ(unread.Shader().GetNextInstruction().m_nPos, CTestSession::s_nBody + 15);
+    EXPECT_EQ(unread.TakeRuns(), 4u + 2 + 1);
     CTestSession behindABlock(s_LoopHead +
                               "ult r4, r0, l22\nif_logicalnz r4.x\ncontinue\nelse\ncontinue\nendif\nmov r6, r5\n"
                               "else\nmov r7, r3\nendif\nendloop\n");
