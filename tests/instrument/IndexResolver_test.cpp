@@ -109,6 +109,17 @@ TEST(IndexResolver, LooksOnlySoFarBack)
     EXPECT_NE(beyond.Written(101).reg.pIndexRegister, nullptr);
 }
 
+TEST(IndexResolver, RefusesWhatHasNoIndexAndWhatLiesBehindTheKernel)
+{
+    CTestKernel kernel("il_cs_2_0\ndcl_cb cb0[10]\ndcl_max_thread_per_group 64\nmov r0, r1\nend\n");
+    Register element(RT_IndexableTemp, 0, COMP_All, 5);
+    Register temp(RT_Temp, 0, COMP_All);
+    EXPECT_TRUE(kernel.Shader().ResolveIndexRegisterToConstant(&element, 2, 1));
+    EXPECT_FALSE(kernel.Shader().ResolveIndexRegisterToConstant(&element, 3, 1));
+    EXPECT_FALSE(kernel.Shader().ResolveIndexRegisterToConstant(&temp, 2, 1));
+    EXPECT_FALSE(kernel.Shader().ResolveIndexRegisterToConstant(nullptr, 2, 1));
+}
+
 } // namespace
 
 } // namespace OVK_ShaderDebugger
