@@ -74,7 +74,7 @@ void CLD_Log(const Parts&... parts) noexcept
 
 /// The same, with the text of the report given.
 #define CLD_AssertText(condition, text)                                                                                \
-    (static_cast<bool>(condition) || OVK_ShaderDebugger::CLD_Report(__func__, "CLD_Assert", (text)))
+    (static_cast<bool>(condition) || (OVK_ShaderDebugger::CLD_Report(__func__, "CLD_Assert", (text)), false))
 
 /// Reports a place that must not be reached; gives false. The text is a literal.
 #define CLD_Break(text) OVK_ShaderDebugger::CLD_Report(__func__, "CLD_Break", "\"" text "\"")

@@ -38,8 +38,8 @@ bool SD_AssertFailed(CShaderDebuggerHost* pHost, const char* pszText, const char
 
 /// One message of the debugger core to a session's log; the host may be null.
 #define SD_Log(pHost, type, ...)                                                                                       \
-    (OVK_ShaderDebugger::SD_SetupLog((pHost), __FILE__, __LINE__, __func__) ||                                         \
-     (OVK_ShaderDebugger::_Log((type), __VA_ARGS__), false))
+    (OVK_ShaderDebugger::SD_SetupLog((pHost), __FILE__, __LINE__, __func__),                                           \
+     OVK_ShaderDebugger::_Log((type), __VA_ARGS__), false)
 
 /// Reports a condition that doesn't hold, and gives the condition. The path that the failure takes
 /// stands behind it: `if (!SD_Assert(GetHost(), p != nullptr)) return false;`
@@ -47,7 +47,8 @@ bool SD_AssertFailed(CShaderDebuggerHost* pHost, const char* pszText, const char
 
 /// The same, with the text of the report given.
 #define SD_AssertText(pHost, condition, text)                                                                          \
-    (static_cast<bool>(condition) || OVK_ShaderDebugger::SD_AssertFailed((pHost), (text), __FILE__, __LINE__, __func__))
+    (static_cast<bool>(condition) ||                                                                                   \
+     (OVK_ShaderDebugger::SD_AssertFailed((pHost), (text), __FILE__, __LINE__, __func__), false))
 
 /// Reports a place that must not be reached; gives false.
 #define SD_Break(pHost, text) OVK_ShaderDebugger::SD_AssertFailed((pHost), (text), __FILE__, __LINE__, __func__)

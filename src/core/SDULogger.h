@@ -35,7 +35,7 @@ bool SDU_AssertFailed(const char* pszFunction, const char* pszText);
 
 /// The same, with the text of the report given.
 #define SDU_AssertText(condition, text)                                                                                \
-    (static_cast<bool>(condition) || OVK_ShaderDebugger::SDU_AssertFailed(__func__, (text)))
+    (static_cast<bool>(condition) || (OVK_ShaderDebugger::SDU_AssertFailed(__func__, (text)), false))
 
 /// Reports a place that must not be reached; gives false.
 #define SDU_Break(text) OVK_ShaderDebugger::SDU_AssertFailed(__func__, (text))
