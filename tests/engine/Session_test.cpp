@@ -33,6 +33,10 @@ TEST(Session, AStartThatFailsAtAnyRunLeavesNothingBehind)
         session.FailRun(0);
         EXPECT_TRUE(session.Start());
         EXPECT_EQ(session.Host().CountLog(logASSERT, "empty()"), 0u) << "buffers of the failed start";
+        session.Debugger().EndDebugging(false);
+        session.FailRun(1);
+        EXPECT_FALSE(session.Start());
+        EXPECT_EQ(session.Device().nEntered, 0) << "left twice";
     }
 }
 
@@ -46,6 +50,21 @@ TEST(Session, AFailedRunEndsTheSteppingWithTheOutputsInPlace)
     session.Debugger().EndDebugging(true);
     EXPECT_EQ(session.Buffer(), session.Expected());
     session.Debugger().EndDebugging(true);
+}
+
+TEST(Session, EndingBehindTheStoreUpdatesTheBuffer)
+{
+    CTestSession session(s_Plain);
+    session.Trace();
+    EXPECT_TRUE(session.Debugger().HasDeliveredResults()) << "none are owed";
+    ASSERT_TRUE(session.Start());
+    while (session.Shader().OpCodeOf(session.Shader().GetNextInstruction().m_nPos) != IL_OP_RET)
+    {
+        ASSERT_TRUE(session.Debugger().Step());
+    }
+    session.Debugger().EndDebugging(true);
+    EXPECT_TRUE(session.Debugger().HasDeliveredResults());
+    EXPECT_EQ(session.Buffer(), session.Expected());
 }
 
 TEST(Session, EndingWithoutUpdateLeavesTheBufferAlone)
@@ -354,6 +373,7 @@ TEST(Session, HasNothingToShowBeforeItBegins)
 
     ASSERT_TRUE(session.Start());
     EXPECT_FALSE(debugger.GetShaderKeyWords(keyWords, DM_Asm) || debugger.Draw());
+    EXPECT_FALSE(debugger.Back() || debugger.RunBack()) << "this is the first stop";
     ASSERT_TRUE(debugger.Step());
     EXPECT_EQ(debugger.GetNextLine(), session.Shader().GetLine(CTestSession::s_nBody + 1));
     EXPECT_EQ(debugger.GetCurrentLine(), session.Shader().GetLine(CTestSession::s_nBody));
