@@ -107,9 +107,11 @@ TEST(Session, EndsAtWhatItCantStepThroughWithAReasonAndTheOutputs)
         std::string strError;
         EXPECT_TRUE(session.Debugger().GetLastError(strError));
         EXPECT_NE(strError.find(entry.pszReason), std::string::npos) << strError;
+        const ProgramCounter last = session.Debugger().GetCurrentInstruction();
         session.TakeRuns();
         EXPECT_FALSE(session.Debugger().Step());
         EXPECT_EQ(session.TakeRuns(), 0u) << "the outputs were complete";
+        EXPECT_EQ(session.Debugger().GetCurrentInstruction(), last);
         session.Debugger().EndDebugging(true);
         EXPECT_EQ(session.Buffer(), session.Expected());
     }
