@@ -322,6 +322,7 @@ TEST(ShaderDebuggerInstructionIL, TellsTheDestination)
 
         EXPECT_EQ(test.bExists, instruction.HasDestReg());
         EXPECT_EQ(test.bExists, instruction.WritesToReg(test.reg));
+        EXPECT_FALSE(instruction.WritesToReg(untouched));
         host.TakeLog();
         EXPECT_EQ(test.reg, instruction.GetDestRegister());
         EXPECT_EQ(test.bExists, host.TakeLog().find("GetDestRegister(reg)") == std::string::npos);
@@ -433,6 +434,8 @@ TEST(ShaderDebuggerInstructionIL, CopiesAreDeepAndMovesLeaveNothing)
     EXPECT_FALSE(originals[0].WriteInstruction(stream));
 
     copy = std::move(moved);
+    CShaderDebuggerInstructionIL& itself = copy;
+    copy = std::move(itself);
     EXPECT_EQ(words, Tokens(copy));
 }
 
