@@ -17,7 +17,7 @@ struct SImageRow
     uint32_t nReference; ///< source with the value to compare with, 0 for none
 };
 
-const SImageRow s_Rows[] = {
+const SImageRow s_ImageRows[] = {
     {IL_OP_LOAD, SImageAccess::LoadTexel, 0, 0},
     {IL_OP_RESINFO, SImageAccess::Info, 0, 0},
     {IL_OP_BUFINFO, SImageAccess::Info, 0, 0},
@@ -47,9 +47,9 @@ const SImageRow s_Rows[] = {
     {IL_OP_FETCH4_PO_C_LZ, SImageAccess::Gather, 1, 2},
 };
 
-const SImageRow* FindRow(EOpCode eOpCode)
+const SImageRow* FindImageRow(EOpCode eOpCode)
 {
-    for (const SImageRow& row : s_Rows)
+    for (const SImageRow& row : s_ImageRows)
     {
         if (row.eOpCode == eOpCode)
             return &row;
@@ -155,7 +155,7 @@ void CLowering::EmitImage(SImageAccess& image)
 
 bool CLowering::LowerImage()
 {
-    const SImageRow* const pRow = FindRow(m_pItem->eOpCode);
+    const SImageRow* const pRow = FindImageRow(m_pItem->eOpCode);
     if (!pRow)
         return LowerFixedAnswer();
     SImageAccess image;

@@ -21,7 +21,7 @@ const SAccess::ESpace G = SAccess::Global;
 const SAccess::ESpace L = SAccess::Local;
 const EAtomic s_None = ATOMIC_ADD;
 
-const SMemoryRow s_Rows[] = {
+const SMemoryRow s_MemoryRows[] = {
     {IL_OP_UAV_RAW_LOAD, G, SAccess::Load, 4, false, s_None},
     {IL_OP_UAV_STRUCT_LOAD, G, SAccess::Load, 4, false, s_None},
     {IL_OP_UAV_ARENA_LOAD, G, SAccess::Load, 4, false, s_None},
@@ -104,12 +104,12 @@ const SMemoryRow s_Rows[] = {
 #undef KESTREL_ATOMIC
 };
 
-const SMemoryRow* FindRow(EOpCode eOpCode)
+const SMemoryRow* FindMemoryRow(EOpCode eOpCode)
 {
     static const std::vector<const SMemoryRow*> s_vByOpCode = []
     {
         std::vector<const SMemoryRow*> vRows(IL_OP_LAST, nullptr);
-        for (const SMemoryRow& row : s_Rows)
+        for (const SMemoryRow& row : s_MemoryRows)
             vRows[row.eOpCode] = &row;
         return vRows;
     }();
@@ -261,7 +261,7 @@ bool CLowering::EmitStore(SAccess& access, const SOperand& value, bool bMask)
 
 bool CLowering::LowerAtomic()
 {
-    const SMemoryRow& row = *FindRow(m_pItem->eOpCode);
+    const SMemoryRow& row = *FindMemoryRow(m_pItem->eOpCode);
     SAccess access;
     access.eSpace = row.eSpace;
     access.eOperation = SAccess::Atomic;
@@ -290,7 +290,7 @@ bool CLowering::LowerAtomic()
 
 bool CLowering::LowerAccess()
 {
-    const SMemoryRow* pRow = FindRow(m_pItem->eOpCode);
+    const SMemoryRow* pRow = FindMemoryRow(m_pItem->eOpCode);
     if (!pRow)
         return Fail("has no meaning on this device");
     if (pRow->eOperation == SAccess::Atomic)

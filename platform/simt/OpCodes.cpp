@@ -8,21 +8,15 @@ namespace KestrelPlatform
 namespace
 {
 
-struct SRange
-{
-    uint32_t nFirst;
-    uint32_t nLast;
-};
-
-const SRange s_Declarations[] = {{20, 29},   {118, 128}, {202, 202}, {209, 209}, {212, 215},
-                                 {221, 223}, {230, 230}, {258, 259}, {262, 263}, {302, 304},
-                                 {309, 315}, {348, 349}, {352, 352}, {354, 355}, {423, 424}};
+const SOpCodeRange s_Declarations[] = {{20, 29},   {118, 128}, {202, 202}, {209, 209}, {212, 215},
+                                       {221, 223}, {230, 230}, {258, 259}, {262, 263}, {302, 304},
+                                       {309, 315}, {348, 349}, {352, 352}, {354, 355}, {423, 424}};
 
 bool IsDeclaration(uint32_t nOpCode)
 {
-    for (const SRange& range : s_Declarations)
+    for (const SOpCodeRange& range : s_Declarations)
     {
-        if (nOpCode >= range.nFirst && nOpCode <= range.nLast)
+        if (range.Has(nOpCode))
             return true;
     }
     return false;

@@ -13,6 +13,15 @@ enum EOpCode : uint32_t
 #include "il/ILOpCodes.def"
 };
 
+/// Opcodes that stand in a run, the last one included.
+struct SOpCodeRange
+{
+    uint32_t nFirst;
+    uint32_t nLast;
+
+    bool Has(uint32_t nOpCode) const { return nOpCode >= nFirst && nOpCode <= nLast; }
+};
+
 /// The register types that a compute kernel can name, as the token holds them.
 enum ERegisterType : uint32_t
 {

@@ -56,23 +56,17 @@ const SOpCodeShape& Shape(uint32_t nOpCode)
     return GetOpCodeShape(nOpCode);
 }
 
-struct SRange
-{
-    uint32_t nFirst;
-    uint32_t nLast;
-};
-
 // Atomics and narrow accesses stand in runs.
-const SRange s_MemoryRuns[] = {{IL_OP_UAV_ADD, IL_OP_UAV_READ_CMP_XCHG},
-                               {IL_OP_LDS_LOAD, IL_OP_LDS_READ_CMP_XCHG},
-                               {IL_OP_UAV_UINC, IL_OP_UAV_UDEC},
-                               {IL_OP_UAV_READ_UINC, IL_OP_UAV_READ_UDEC},
-                               {IL_OP_LDS_LOAD_BYTE, IL_OP_UAV_SHORT_STORE},
-                               {IL_OP_LDS_INC, IL_OP_LDS_READ_MSKOR},
-                               {IL_OP_LDS_ADD_B64, IL_OP_LDS_READ_CMP_XCHG_B64},
-                               {IL_OP_UAV_FMIN, IL_OP_UAV_READ_FCMP_XCHG},
-                               {IL_OP_LDS_FMIN, IL_OP_LDS_READ_FCMP_XCHG_B64},
-                               {IL_OP_LDS_WRAP_RTN_B32, IL_OP_LDS_CONDXCHG32_RTN_B64}};
+const SOpCodeRange s_MemoryRuns[] = {{IL_OP_UAV_ADD, IL_OP_UAV_READ_CMP_XCHG},
+                                     {IL_OP_LDS_LOAD, IL_OP_LDS_READ_CMP_XCHG},
+                                     {IL_OP_UAV_UINC, IL_OP_UAV_UDEC},
+                                     {IL_OP_UAV_READ_UINC, IL_OP_UAV_READ_UDEC},
+                                     {IL_OP_LDS_LOAD_BYTE, IL_OP_UAV_SHORT_STORE},
+                                     {IL_OP_LDS_INC, IL_OP_LDS_READ_MSKOR},
+                                     {IL_OP_LDS_ADD_B64, IL_OP_LDS_READ_CMP_XCHG_B64},
+                                     {IL_OP_UAV_FMIN, IL_OP_UAV_READ_FCMP_XCHG},
+                                     {IL_OP_LDS_FMIN, IL_OP_LDS_READ_FCMP_XCHG_B64},
+                                     {IL_OP_LDS_WRAP_RTN_B32, IL_OP_LDS_CONDXCHG32_RTN_B64}};
 
 const EOpCode s_Image[] = {
     IL_OP_LOAD,     IL_OP_RESINFO,      IL_OP_SAMPLE,        IL_OP_SAMPLE_B,       IL_OP_SAMPLE_G,    IL_OP_SAMPLE_L,
@@ -121,7 +115,7 @@ std::vector<EOpCodeClass> MakeClasses()
         vClasses[eOpCode] = ClassFlow;
     for (EOpCode eOpCode : s_Memory)
         vClasses[eOpCode] = ClassMemory;
-    for (const SRange& range : s_MemoryRuns)
+    for (const SOpCodeRange& range : s_MemoryRuns)
         std::fill(vClasses.begin() + range.nFirst, vClasses.begin() + range.nLast + 1, ClassMemory);
     for (EOpCode eOpCode : s_Image)
         vClasses[eOpCode] = ClassImage;

@@ -25,7 +25,6 @@ namespace
 {
 
 const char s_szGlobalName[] = "cb1";
-const unsigned int s_nArgumentBuffer = 1;
 const unsigned int s_nMaxGroupSize = 256;
 const unsigned int s_nWaveSize = 64;
 

@@ -10,8 +10,6 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-constexpr unsigned int s_nNotSet = std::numeric_limits<unsigned int>::max();
-
 /// The largest private array of one work-item. A register that is indexed at run time is read element by element, so
 /// that an absurd size in a declaration would ask for as many kernel runs.
 constexpr unsigned int s_nMaxPrivateBytes = 1u << 24;

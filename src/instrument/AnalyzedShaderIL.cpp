@@ -16,8 +16,6 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-constexpr unsigned int s_nNotSet = std::numeric_limits<unsigned int>::max();
-
 /// The bit of an mdef's modifier word that marks an outline macro.
 constexpr IL s_nOutlineBit = 1u << 16;
 

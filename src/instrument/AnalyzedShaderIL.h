@@ -8,6 +8,7 @@
 
 #include <array>
 #include <deque>
+#include <limits>
 #include <map>
 #include <memory>
 #include <set>
@@ -19,6 +20,12 @@ namespace OVK_ShaderDebugger
 
 class CAnalysisPass;
 struct SOperand;
+
+/// What a number of the kernel holds that nothing has told yet.
+constexpr unsigned int s_nNotSet = std::numeric_limits<unsigned int>::max();
+
+/// The constant buffer in which a kernel finds its arguments.
+constexpr unsigned int s_nArgumentBuffer = 1;
 
 /// The value of a literal register.
 struct Vec4

@@ -11,8 +11,6 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-constexpr unsigned int s_nArgumentBuffer = 1;
-
 // The revisions from which a pointer's line has more fields.
 constexpr unsigned int s_nRevisionWithAccess = 87;
 constexpr unsigned int s_nRevisionWithQualifiers = 100;

@@ -15,7 +15,6 @@ constexpr unsigned int s_nGlobalOffsetElement = 6;
 constexpr unsigned int s_nGlobalIdOffsetElement = 9;
 
 constexpr unsigned int s_nRuntimeBuffer = 0;
-constexpr unsigned int s_nArgumentBuffer = 1;
 
 Register Temp(unsigned int nNumber, RegisterMask mask = COMP_All)
 {

@@ -12,8 +12,6 @@ using namespace KestrelPlatform;
 namespace
 {
 
-const char* const s_pDebugText = "__debugil_text";
-const char* const s_pDebugTokens = "__debugil_binary";
 const size_t s_nNone = static_cast<size_t>(-1);
 
 struct SSectionName

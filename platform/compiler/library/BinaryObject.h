@@ -9,6 +9,10 @@
 #include <string_view>
 #include <vector>
 
+/// The blocks that hold the debug IL.
+const char* const s_pDebugText = "__debugil_text";
+const char* const s_pDebugTokens = "__debugil_binary";
+
 /// What a client of the compiler library holds: a kernel binary in the making, as sections and named blocks of them,
 /// with the debug IL beside it as text and as tokens. Not safe for use by several threads at once.
 struct zccBinary

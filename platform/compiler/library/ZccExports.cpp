@@ -27,8 +27,6 @@ namespace
 /// The size of a binary structure that a caller has to name.
 const size_t s_nBinaryStructureSize = 104;
 
-const char* const s_pDebugText = "__debugil_text";
-const char* const s_pDebugTokens = "__debugil_binary";
 const char* const s_pFamily = "ovkil";
 
 struct SDeviceName

@@ -29,11 +29,6 @@ const SShades& ChooseShades(bool bUnicode)
     return bUnicode ? s_Unicode : s_Ascii;
 }
 
-std::string PadLeft(const std::string& strText, size_t nWidth)
-{
-    return strText.size() < nWidth ? std::string(nWidth - strText.size(), ' ') + strText : strText;
-}
-
 /// The rows of a picture with what stands in front of each: the first work-item, or y.
 std::string DrawRows(const json& view, const std::function<std::string(size_t)>& drawCell)
 {
@@ -89,6 +84,11 @@ size_t ChooseLevel(double fShare)
 }
 
 } // namespace
+
+std::string PadLeft(const std::string& strText, size_t nWidth)
+{
+    return strText.size() < nWidth ? std::string(nWidth - strText.size(), ' ') + strText : strText;
+}
 
 std::string RenderNumber(const json& number)
 {

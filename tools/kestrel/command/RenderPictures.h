@@ -15,6 +15,9 @@ std::string RenderStatistics(const nlohmann::json& view, bool bUnicode);
 /// A number of a view: as an integer if it is one.
 std::string RenderNumber(const nlohmann::json& number);
 
+/// A text with blanks in front, up to a width.
+std::string PadLeft(const std::string& strText, size_t nWidth);
+
 } // namespace KestrelTool
 
 #endif

@@ -18,11 +18,6 @@ std::string Text(const json& value)
     return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-std::string PadLeft(const std::string& strText, size_t nWidth)
-{
-    return strText.size() < nWidth ? std::string(nWidth - strText.size(), ' ') + strText : strText;
-}
-
 std::string PadRight(const std::string& strText, size_t nWidth)
 {
     return strText.size() < nWidth ? strText + std::string(nWidth - strText.size(), ' ') : strText;
