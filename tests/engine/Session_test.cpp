@@ -380,6 +380,8 @@ TEST(Session, HasNothingToShowBeforeItBegins)
     EXPECT_EQ(debugger.GetNextLine(), session.Shader().GetLine(CTestSession::s_nBody + 1));
     EXPECT_EQ(debugger.GetCurrentLine(), session.Shader().GetLine(CTestSession::s_nBody));
     EXPECT_EQ(debugger.GetPreviousLine(), session.Shader().GetLine(CTestSession::s_nBody - 1));
+    CShaderDebuggerResult foreign(&session.Host(), "m0");
+    EXPECT_FALSE(debugger.UpdateGlobalResult(&foreign));
     EXPECT_NE(debugger.GetRegisterResultsBuffer(id), nullptr);
     EXPECT_EQ(debugger.GetRegisterResultsBuffer(id)->GetSize(), 16u * CTestSession::s_nItems);
     EXPECT_TRUE(debugger.FindLastResult(debugger.GetCurrentInstruction()));

@@ -49,12 +49,15 @@ inline std::ostream& operator<<(std::ostream& stream, const SPlace& place)
     return stream;
 }
 
+/// A slot of private memory is filed under this, its number and a bracket.
+inline const std::string s_strPrivate = "PrivateUAVAccess8[";
+
 /// What an execution of an instruction left: who was active behind it, and what they have in the written register.
 struct SExecuted
 {
     SPlace place;
     std::vector<uint32_t> vMask;
-    std::string strRegister; ///< of temps only
+    std::string strRegister; ///< of temps and private memory only
     std::vector<uint32_t> vValues;
 };
 
@@ -75,6 +78,14 @@ public:
         if (record.nRegisterType == IL_REGTYPE_TEMP)
         {
             executed.strRegister = "r" + std::to_string(record.nRegisterNumber);
+            executed.vValues.assign(record.pValues, record.pValues + 4 * record.nItems);
+        }
+        else if (record.nRegisterType == IL_REGTYPE_GENERIC_MEM && record.pIndices != nullptr)
+        {
+            // The test kernels store to whole slots of private memory, all work-items to the same.
+            const size_t nFirst = std::find(record.pActive, record.pActive + record.nItems, 1u) - record.pActive;
+            const uint32_t nAddress = nFirst < record.nItems ? record.pIndices[nFirst] : 0;
+            executed.strRegister = s_strPrivate + std::to_string(nAddress / 16) + "]";
             executed.vValues.assign(record.pValues, record.pValues + 4 * record.nItems);
         }
         vExecuted.push_back(executed);
@@ -203,10 +214,12 @@ public:
         Registers registers;
         for (unsigned int n = 0; n < 20; ++n)
         {
-            const std::string strName = "r" + std::to_string(n);
-            if (!Read(strName).empty())
+            for (const std::string& strName : {"r" + std::to_string(n), s_strPrivate + std::to_string(n) + "]"})
             {
-                registers[strName] = Read(strName);
+                if (!Read(strName).empty())
+                {
+                    registers[strName] = Read(strName);
+                }
             }
         }
         return registers;
