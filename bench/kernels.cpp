@@ -68,10 +68,10 @@ std::vector<double> HostScaling()
     return Scaled(TimeRatios(s_nRuns, one, two), 2);
 }
 
+/// On the vectors that are chosen now.
 void ReportKernels(CReport& report)
 {
-    report.Note(std::string("Vectors: ") + GetLaneTable().pszName +
-                "; cores: " + std::to_string(std::thread::hardware_concurrency()));
+    const std::string strVectors = std::string(", ") + GetLaneTable().pszName;
     const auto vKernels = MakeBenchKernels();
     for (const auto& pKernel : vKernels)
     {
@@ -82,14 +82,29 @@ void ReportKernels(CReport& report)
         SBenchKernel& kernel = *pKernel;
         const unsigned int nTimes = Repeats(kernel.runHost, 0.01);
         const auto once = [&kernel] { kernel.Run(1); };
-        report.Add(kernel.strName + " over plain C++",
+        report.Add(kernel.strName + " over plain C++" + strVectors,
                    TimeRatios(s_nRuns, Repeated(once, nTimes), Repeated(kernel.runHost, nTimes)), ReachOf(kernel));
         if (kernel.runOther)
         {
-            report.Add(kernel.strName + " over " + kernel.strOther,
+            report.Add(kernel.strName + " over " + kernel.strOther + strVectors,
                        TimeRatios(s_nRuns, Repeated(once, nTimes), Repeated(kernel.runOther, nTimes)), 0);
         }
     }
+}
+
+/// On all vectors of this machine for which there is something to reach; the widest, with which the rest of the run
+/// goes on, are the last.
+void ReportVectors(CReport& report)
+{
+    for (const EInstructionSet eSet : {EInstructionSet::Baseline, EInstructionSet::Avx2, EInstructionSet::Avx512})
+    {
+        if (ChooseInstructionSet(eSet))
+        {
+            ReportKernels(report);
+        }
+    }
+    report.Note(std::string("Vectors from here on: ") + GetLaneTable().pszName +
+                "; cores: " + std::to_string(std::thread::hardware_concurrency()));
 }
 
 /// Seconds of each piece of work: the least of a few tries, taken in turn. What other programs take from one try they
@@ -265,7 +280,7 @@ int main(int argc, char** argv)
     {
         CReport report("kernels", argc, argv);
         ReportMemory(report);
-        ReportKernels(report);
+        ReportVectors(report);
         ReportCores(report);
         ReportInstructions(report);
         ReportGrowth(report);
