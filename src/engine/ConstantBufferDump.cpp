@@ -233,10 +233,7 @@ bool CShaderDebuggerShaderIL::CreateCBDumpShaderIL(CInputTokenStream<unsigned in
                                                    unsigned int nFuncLabel)
 {
     unsigned int token = 0;
-    if (src.PeekToken(token) && ILFormatDecode::GetOp(token) == IL_OP_MACRODEF)
-    {
-        CopyMacros(src, dest);
-    }
+    CopyMacros(src, dest);
     for (unsigned int i = 0; i < 2 && src.ReadToken(token); ++i)
     {
         dest.WriteToken(token);

@@ -204,7 +204,8 @@ bool CAnalyzedShaderIL::AllocateUAVs()
     m_nResultsUAVNum = FindFreeUAV(m_UAVNums, s_nFirstUAV);
     m_nExecMaskUAVNum = FindFreeUAV(m_UAVNums, m_nResultsUAVNum + 1);
 
-    if (m_nResultsUAVNum > s_nLastUAV || m_nExecMaskUAVNum > s_nLastUAV)
+    // The mask's lies behind the results'.
+    if (m_nExecMaskUAVNum > s_nLastUAV)
     {
         return Refuse(ES_CanNotDebug_InsufficientFreeUAVs);
     }

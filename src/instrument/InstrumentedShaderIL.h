@@ -49,7 +49,8 @@ protected:
     typedef CInputTokenStream<unsigned int> CSource;
     typedef COutputTokenStream<unsigned int> CDest;
 
-    /// Copies macros from the first item inside one, or from an mdef, through the last that follows directly.
+    /// Copies macros from the first item inside one, or from an mdef, through the last that follows directly; nothing
+    /// in front of a header.
     bool CopyMacros(CSource& src, CDest& dest);
 
     // Writers of tokens. A failed write isn't reported: it shows in the stream.

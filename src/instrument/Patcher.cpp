@@ -75,10 +75,8 @@ bool CInstrumentedShaderIL::PatchHeader(SPass& pass)
 {
     unsigned int token = 0;
 
-    if (pass.src.PeekToken(token) && ILFormatDecode::GetOp(token) == IL_OP_MACRODEF)
-    {
-        CopyMacros(pass.src, pass.dest);
-    }
+    // Those in front; the header itself is no item.
+    CopyMacros(pass.src, pass.dest);
 
     for (size_t i = 0; i < HEADER_TOKENS; ++i)
     {

@@ -80,6 +80,7 @@ const SIndexCase s_Cases[] = {
     {"NeverWritten", "mov x0[r1.x], r0\n", -1, "Expression could not be reduced to literals."},
     {"OutOfAnArray", "mov r1.x, x0[2].x\nmov x0[r1.x], r0\n", -1, "Can only track across simple registers."},
     {"OtherInstruction", "imul r1.x, l1.x, l2.x\nmov x0[r1.x], r0\n", -1, "Cannot resolve instruction 149."},
+    {"NegatedLiteral", "uav_raw_store_id(8) mem0.x, l1.x_neg(x), r0\n", -1},
     {"NegatedAddress", "mov r1, l1\nuav_raw_store_id(8) mem0.x, r1.x_neg(x), r0\n", -1},
     {"ZeroForAComponent", "mov r1.x, l1.0\nmov x0[r1.x], r0\n", -1, "Cannot resolve instruction 71."},
     {"OneForAComponentThatIsntUsed", "mov r1.xy, l1.x1\nmov x0[r1.x], r0\n", 5},
