@@ -157,18 +157,28 @@ TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
     CTestSession behindALine(strBehindALine);
     ExpectRuns(behindALine, {13, 15}, {{15, 5}, {15, 5}});
     // With nothing to read it takes a run for each of the four instructions that direct the flow, one for the mask in
-    // front of each of the two lines, and the stop's. The count in front of the if is known from the break: what is
-    // walked or passed over in between changes none.
-    std::string strBehindABlock = strBehindALine;
-    strBehindABlock.insert(strBehindABlock.find("if_"), "if_logicalnz r2.x\nmov r8, r3\nendif\n");
-    CTestSession unread(strBehindABlock);
-    ExpectRuns(unread, {16, 18}, {});
-    unread.Debugger().SetTrackingVariables({"r7"});
-    unread.Debugger().SetEnableTrackingVariables(true);
-    unread.TakeRuns();
-    ASSERT_TRUE(unread.Debugger().Run());
-    EXPECT_EQ(unread.Shader().GetNextInstruction().m_nPos, CTestSession::s_nBody + 18);
-    EXPECT_EQ(unread.TakeRuns(), 4u + 2 + 1);
+    // front of each of the two lines, and the stop's. The count in front of the if is known from the break if what is
+    // walked or passed over in between changes none; else a run finds it out.
+    const struct
+    {
+        const char* pszBlock;
+        InstructionNumber nLength;
+        unsigned int nMore;
+    } blocks[] = {{"if_logicalnz r2.x\nmov r8, r3\nendif\n", 3, 0},
+                  {"ult r8, r0, l21\nif_logicalnz r8.x\ncontinue\nendif\n", 4, 1}};
+    for (const auto& block : blocks)
+    {
+        std::string strBehindABlock = strBehindALine;
+        strBehindABlock.insert(strBehindABlock.find("if_"), block.pszBlock);
+        CTestSession unread(strBehindABlock);
+        ExpectRuns(unread, {13 + block.nLength, 15 + block.nLength}, {});
+        unread.Debugger().SetTrackingVariables({"r7"});
+        unread.Debugger().SetEnableTrackingVariables(true);
+        unread.TakeRuns();
+        ASSERT_TRUE(unread.Debugger().Run());
+        EXPECT_EQ(unread.Shader().GetNextInstruction().m_nPos, CTestSession::s_nBody + 15 + block.nLength);
+        EXPECT_EQ(unread.TakeRuns(), 4u + 2 + 1 + block.nMore);
+    }
     CTestSession behindABlock(s_LoopHead +
                               "ult r4, r0, l22\nif_logicalnz r4.x\ncontinue\nelse\ncontinue\nendif\nmov r6, r5\n"
                               "else\nmov r7, r3\nendif\nendloop\n");

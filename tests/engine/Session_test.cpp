@@ -373,6 +373,8 @@ TEST(Session, HasNothingToShowBeforeItBegins)
     KeyWordsList keyWords;
     EXPECT_FALSE(debugger.GetShaderText(strText, DM_Asm) || debugger.GetShaderKeyWords(keyWords, DM_Asm));
 
+    ThreadID dimensions(ShaderUtils::TID_1D, CTestSession::s_nItems, 1, 1, 0);
+    EXPECT_FALSE(debugger.StartDebugging("no kernel", 9, nullptr, &dimensions, DM_Unknown));
     ASSERT_TRUE(session.Start());
     EXPECT_FALSE(debugger.GetShaderKeyWords(keyWords, DM_Asm) || debugger.Draw());
     EXPECT_FALSE(debugger.Back() || debugger.RunBack()) << "this is the first stop";
