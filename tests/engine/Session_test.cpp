@@ -306,6 +306,32 @@ TEST(Session, KeepsTheSavedArgumentsApartFromWhatAQueryReads)
     EXPECT_EQ(read(), before);
 }
 
+TEST(Session, ShowsWhatAPassedOverBlockHasStored)
+{
+    const std::pair<std::string, std::string> cases[] = {{s_Store, ""},
+                                                         {"call 1025\n", "func 1025\n" + s_Store + "ret\nendfunc\n"}};
+    for (const auto& [strBlock, strFunctions] : cases)
+    {
+        CTestSession session(s_Id + "iadd r1, r0, l22\nuge r2, r0, l20\nif_logicalnz r2.x\n" + strBlock +
+                                 "endif\nmov r3, l21\nmov r4, l21\n",
+                             strFunctions);
+        session.Trace();
+        ASSERT_TRUE(session.Start());
+        InstructionNumber nEnd = CTestSession::s_nBody;
+        while (session.Shader().OpCodeOf(nEnd) != IL_OP_ENDIF)
+        {
+            ++nEnd;
+        }
+        ASSERT_TRUE(session.Debugger().AddBreakPointAtInstructionNumber(nEnd + 2));
+        ASSERT_TRUE(session.Debugger().Run());
+        VariableID id;
+        id.type = VID_ByName;
+        id.strName = "m0";
+        const CShaderDebuggerBuffer* pShown = session.Debugger().GetGlobalResultsBuffer(id);
+        EXPECT_EQ(CSimtDevice::Bytes(pShown->GetData(), pShown->GetData() + pShown->GetSize()), session.Expected());
+    }
+}
+
 TEST(Session, DumpsTheArgumentBuffer)
 {
     CTestSession session(s_Plain);
@@ -346,6 +372,11 @@ TEST(Session, DisassemblesWhatItReadsAndPatchesAtTheVerboseLevelOnly)
         ASSERT_TRUE(session.Start());
         EXPECT_EQ(session.Host().CountLog(logVERBOSE, "the tokens"), level == logVERBOSE ? 3u : 0u)
             << "the kernel, the dump of its arguments and the first instruction";
+        std::string strText;
+        EXPECT_TRUE(session.Debugger().GetShaderText(strText, DM_Asm));
+        EXPECT_TRUE(session.Debugger().GetShaderText(strText, DM_Current));
+        EXPECT_EQ(strText, "the tokens");
+        EXPECT_FALSE(session.Debugger().GetShaderText(strText, DM_Source));
     }
 }
 
