@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/simt/ForwardCopies.h"
 #include "platform/simt/RowNumbers.h"
 #include "platform/simt/StepRows.h"
 
@@ -51,6 +52,7 @@ bool CLowering::Run()
     }
     if (!m_bTrace)
     {
+        ForwardCopies(m_Code);
         std::vector<uint32_t> vReads = CountReads(m_Code);
         DropUnreadSteps(m_Code, vReads);
         KeepRowsToClear(m_Code, vReads);

@@ -2,123 +2,13 @@
 
 #include <algorithm>
 
+#include "platform/simt/RowVisits.h"
+
 namespace KestrelPlatform
 {
 
 namespace
 {
-
-template <class TRow, class F>
-void ForEach(const TRow* pRows, size_t nCount, F&& visit)
-{
-    for (size_t n = 0; n < nCount; ++n)
-        visit(pRows[n]);
-}
-
-template <class F>
-void ForEachRead(const SAccess& access, F&& visit)
-{
-    ForEach(access.nAddressRows, 2, visit);
-    ForEach(access.nValueRows, 4, visit);
-    if (access.eOperation == SAccess::Store)
-        ForEach(access.nRows, 4, visit);
-}
-
-/// Calls visit with the rows that a step reads. What has none stands for itself as row 0 or 1.
-template <class F>
-void ForEachRead(const SCode& code, const SMicroOp& step, F&& visit)
-{
-    switch (step.eKind)
-    {
-    case MICRO_LANE_FAST:
-    case MICRO_LANE_SLOW:
-    case MICRO_WAVE:
-        ForEach(step.rows.s, 6, visit);
-        break;
-    case MICRO_ACCESS:
-        ForEachRead(code.vAccesses[step.nAux], visit);
-        break;
-    case MICRO_IMAGE:
-    {
-        const SImageAccess& image = code.vImages[step.nAux];
-        ForEach(image.nCoordinates, 4, visit);
-        ForEach(image.nOffsets, 2, visit);
-        visit(image.nReference);
-        if (image.eOperation == SImageAccess::UavStore)
-            ForEach(image.nRows, 4, visit);
-        for (uint32_t n = 0; n < image.nFlatAccesses; ++n)
-            ForEachRead(code.vAccesses[image.nFirstFlatAccess + n], visit);
-        break;
-    }
-    case MICRO_INDEX_STORE:
-        ForEach(step.rows.s, 5, visit);
-        break;
-    case MICRO_INDEX_LOAD:
-    case MICRO_IF:
-    case MICRO_LEAVE_IF:
-    case MICRO_SWITCH:
-    case MICRO_CALL:
-        visit(step.rows.s[0]);
-        break;
-    default:
-        break;
-    }
-}
-
-template <class F>
-void ForEachWritten(const SCode& code, const SMicroOp& step, F&& visit)
-{
-    switch (step.eKind)
-    {
-    case MICRO_LANE_FAST:
-    case MICRO_LANE_SLOW:
-    case MICRO_WAVE:
-        ForEach(step.rows.d, 2, visit);
-        break;
-    case MICRO_ACCESS:
-        if (code.vAccesses[step.nAux].eOperation != SAccess::Store)
-            ForEach(code.vAccesses[step.nAux].nRows, 4, visit);
-        break;
-    case MICRO_IMAGE:
-        if (code.vImages[step.nAux].eOperation != SImageAccess::UavStore)
-            ForEach(code.vImages[step.nAux].nRows, 4, visit);
-        break;
-    case MICRO_INDEX_LOAD:
-        visit(step.rows.d[0]);
-        break;
-    default:
-        break;
-    }
-}
-
-bool IsLaneOperation(const SMicroOp& step)
-{
-    return step.eKind == MICRO_LANE_FAST || step.eKind == MICRO_LANE_SLOW;
-}
-
-/// True if the steps around it run for the same work-items, one behind the other.
-bool IsStraight(const SMicroOp& step)
-{
-    return step.eKind < MICRO_ENTER || step.eKind > MICRO_BARRIER;
-}
-
-template <class F>
-void ForEachPinned(const SCode& code, F&& visit)
-{
-    const auto pin = [&visit](uint32_t nFirst, uint32_t nCount)
-    {
-        for (uint32_t n = nFirst; n < nFirst + nCount; ++n)
-            visit(n);
-    };
-    for (const SIndexed& indexed : code.vIndexed)
-    {
-        if (!indexed.bConstant)
-            pin(code.vArrays[indexed.nArray].nRow, code.vArrays[indexed.nArray].nElements * 4);
-    }
-    for (const SCode::SPrivate& area : code.vPrivate)
-        pin(area.nRow, area.nBytes / 4);
-    pin(s_nMaskRow, 1);
-}
 
 void Drop(const SCode& code, size_t nStep, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
 {
