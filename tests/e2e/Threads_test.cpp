@@ -206,7 +206,7 @@ void RunInParallel(size_t nThreads, unsigned int nRounds, size_t nAsking)
     COpenContexts contexts;
     std::vector<std::vector<std::string>> vFindings(nThreads);
     std::vector<size_t> vChecked(nThreads);
-    std::vector<size_t> vAnswered(nAsking);
+    std::vector<std::atomic<size_t>> vAnswered(nAsking);
     std::atomic<bool> bDone = false;
     std::atomic<bool> bAllRight = true;
     std::vector<std::thread> vAsking;
@@ -219,7 +219,9 @@ void RunInParallel(size_t nThreads, unsigned int nRounds, size_t nAsking)
                 {
                     for (const ovkclDebugContext context : contexts.Get())
                     {
-                        bAllRight = AskFromOutside(context, vAnswered[i]) && bAllRight;
+                        size_t nAnswered = 0;
+                        bAllRight = AskFromOutside(context, nAnswered) && bAllRight;
+                        vAnswered[i] += nAnswered;
                     }
                     std::this_thread::yield();
                 }
@@ -230,6 +232,14 @@ void RunInParallel(size_t nThreads, unsigned int nRounds, size_t nAsking)
     {
         vThreads.emplace_back(
             [&, i] { RunSessions(contexts, static_cast<unsigned int>(3 * i), nRounds, vFindings[i], vChecked[i]); });
+    }
+    std::vector<std::string> vExtraFindings;
+    size_t nExtraChecked = 0;
+    // On a busy machine all of them may be over before an asking thread gets its turn.
+    const auto hasMetNone = [](const std::atomic<size_t>& nAnswered) { return nAnswered == 0; };
+    for (unsigned int n = 0; n < 2000 && std::any_of(vAnswered.begin(), vAnswered.end(), hasMetNone); ++n)
+    {
+        RunSessions(contexts, n, 1, vExtraFindings, nExtraChecked);
     }
     for (std::thread& thread : vThreads)
     {
@@ -245,6 +255,7 @@ void RunInParallel(size_t nThreads, unsigned int nRounds, size_t nAsking)
         EXPECT_EQ(vFindings[i], std::vector<std::string>()) << "thread " << i;
         EXPECT_GT(vChecked[i], 2 * nRounds);
     }
+    EXPECT_EQ(vExtraFindings, std::vector<std::string>());
     EXPECT_TRUE(bAllRight);
     for (size_t i = 0; i < nAsking; ++i)
     {
