@@ -84,6 +84,20 @@ const SFlowCase s_Cases[] = {
      "break\nendif\niadd r0.x, r0.x, l2.x\nbreak\ndefault\niadd r0.x, r0.x, l0.y\nbreak\nendswitch\niadd r0.x, r0.x, "
      "l2.y\nendloop\n",
      [](uint32_t n) { return 101u + 100u + (n == 0 ? 10u : 0u) + 101u; }},
+    {"ElementReadByIndexBeforeItIsOverwritten",
+     "dcl_indexed_temp_array x1[4]\nmov r5.x, l0.y\nmov x1[1].x, r100.x\nmov r0.x, x1[r5.x].x\nmov x1[1].x, l2.x\n",
+     [](uint32_t n) { return n; }},
+    {"ElementCopiedBeforeAnIndexedStore",
+     "dcl_indexed_temp_array x1[4]\nmov r5.x, l0.y\nmov x1[1].x, r100.x\nmov r2.x, x1[1].x\nmov x1[r5.x].x, l2.x\n"
+     "iadd r0.x, r2.x, l0.x\n",
+     [](uint32_t n) { return n; }},
+    {"ElementThatIsACopyBeforeAnIndexedStore",
+     "dcl_indexed_temp_array x1[4]\nmov r5.x, l0.y\nmov x1[1].x, r100.x\nmov x1[r5.x].x, l2.x\n"
+     "iadd r0.x, x1[1].x, l0.x\n",
+     [](uint32_t) { return 10u; }},
+    {"OneWordOfAPairOverwritten",
+     "mov r1.x, l0.w\nmov r1.y, r100.x\ni64add r2.xy, r1.xy, r1.xy\nmov r2.x, l0.y\niadd r0.x, r2.x, r2.y\n",
+     [](uint32_t n) { return 1 + 2 * n; }},
     {"Call",
      "mov r1.x, r100.x\ncall 5\niadd r0.x, r0.x, l2.y\n---\nfunc 5\niadd r0.x, r1.x, l0.y\ncall 6\nret\nendfunc\nfunc "
      "6\niadd r0.x, r0.x, r0.x\nret\n"
