@@ -47,14 +47,16 @@ void ForEachRow(SCode& code, F&& visit)
 class CRowNumbers
 {
 public:
-    explicit CRowNumbers(SCode& code) : m_Code(code), m_vNumbers(code.nRows, 0) {}
+    explicit CRowNumbers(SCode& code) : m_Code(code), m_vNumbers(code.nRows + 1, 0) {}
 
     void Run()
     {
         MarkUsed();
         uint32_t nRows = 0;
-        for (uint32_t& nNumber : m_vNumbers)
-            nNumber = nNumber == 0 ? s_nUnused : nRows++;
+        for (uint32_t n = 0; n < m_Code.nRows; ++n)
+            m_vNumbers[n] = m_vNumbers[n] == 0 ? s_nUnused : nRows++;
+        // There begins an array of no elements.
+        m_vNumbers.back() = nRows;
         DropUnused(m_Code.vConstants);
         DropUnused(m_Code.vIds);
         Renumber();
