@@ -185,6 +185,15 @@ std::set<std::string> Kinds(const std::string& strComplaints)
     return kinds;
 }
 
+/// Whether a complaint is about a damaged number that stays what it was, by rule, while the image around it changes.
+/// Only symbol tables and relocations follow the section that they name; in one of a damaged type the number stays. So
+/// does what the header tells of program headers, which fit into a shorter image no more.
+bool StaysDamaged(const std::string& strKind)
+{
+    return strKind.find("out of range sh_link value") != std::string::npos ||
+           strKind.find("Too many program headers") != std::string::npos;
+}
+
 TEST_P(Damage, ReadelfHasNoNewComplaintOfWhatIsWritten)
 {
     constexpr size_t nAtMost = 24;
@@ -207,11 +216,7 @@ TEST_P(Damage, ReadelfHasNoNewComplaintOfWhatIsWritten)
                                      bKnown = true;
                                      for (const std::string& strKind : Kinds(ReadElfComplaints(vChanged)))
                                      {
-                                         // Only symbol tables and relocations follow the section that they name; in
-                                         // one of a damaged type the number stays what it was.
-                                         const bool bStays =
-                                             strKind.find("out of range sh_link value") != std::string::npos;
-                                         EXPECT_TRUE(bStays || before.count(strKind) == 1)
+                                         EXPECT_TRUE(StaysDamaged(strKind) || before.count(strKind) == 1)
                                              << strWhat << ", " << pszChange << ": " << strKind;
                                      }
                                  });
