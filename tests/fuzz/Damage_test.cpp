@@ -168,7 +168,7 @@ TEST_P(Damage, TheRuntimeRefusesOrRuns)
     EXPECT_TRUE(s_bSanitized || PeakKiB() - nPeak < s_nMaxGrowthKiB) << PeakKiB() - nPeak;
 }
 
-/// Complaints without the names and numbers in them, each once.
+/// Complaints without the numbers in them, the hexadecimal ones included, each once.
 std::set<std::string> Kinds(const std::string& strComplaints)
 {
     std::set<std::string> kinds;
@@ -176,9 +176,12 @@ std::set<std::string> Kinds(const std::string& strComplaints)
     for (std::string strLine; std::getline(lines, strLine);)
     {
         std::string strKind;
+        bool bNumber = false;
         for (const char c : strLine.substr(strLine.find("Warning") == std::string::npos ? 0 : strLine.find("Warning")))
         {
-            strKind += std::isdigit(static_cast<unsigned char>(c)) != 0 ? '0' : c;
+            bNumber = bNumber ? std::isxdigit(static_cast<unsigned char>(c)) != 0
+                              : std::isdigit(static_cast<unsigned char>(c)) != 0;
+            strKind += bNumber ? '0' : c;
         }
         kinds.insert(strKind);
     }
