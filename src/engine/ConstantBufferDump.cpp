@@ -85,12 +85,17 @@ bool CShaderDebuggerIL::BindCBDumpBuffer()
 
 bool CShaderDebuggerIL::UpdateCBDumpBuffer()
 {
+    CShaderDebuggerResult* pResult = FindResult(m_GlobalResults, s_szGlobalName);
+    if (pResult == nullptr)
+    {
+        return false;
+    }
     CShaderDebuggerBuffer* pBuf = m_pCBBuffer->GetDataBuffer(nullptr);
     if (!SD_Assert(GetHost(), pBuf))
     {
         return false;
     }
-    FindResult(m_GlobalResults, s_szGlobalName)->UpdateResult(pBuf, nullptr, 0, 0, 0);
+    pResult->UpdateResult(pBuf, nullptr, 0, 0, 0);
     return true;
 }
 

@@ -174,7 +174,7 @@ bool CShaderDebuggerShaderIL::CompleteKernel()
 
 /// Reads the registers of a skipped stretch at the current instruction: whatever position the map holds, their last
 /// write lies behind it.
-void CShaderDebuggerShaderIL::RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask)
+bool CShaderDebuggerShaderIL::RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask)
 {
     m_ExecuteList.clear();
     PatchPoint pp(m_nCurrentInstruction);
@@ -189,15 +189,13 @@ void CShaderDebuggerShaderIL::RetrieveRegisters(const RegPCMap& regPCMap, bool b
     {
         pp.m_registers.push_back(g_Reg_NULL);
     }
+    bool bSuccess = true;
     if (!pp.m_registers.empty())
     {
         m_ExecuteList.push_back(pp);
-        if (GetDebuggerIL()->DoExecute(false))
-        {
-            PostStepAsm();
-        }
+        bSuccess = GetDebuggerIL()->DoExecute(false) && PostStepAsm();
     }
-    UpdateTargetInstruction(true);
+    return UpdateTargetInstruction(true) && bSuccess;
 }
 
 bool CShaderDebuggerShaderIL::ExpandIndexedRegisters(const ProgramCounter& pc, const std::deque<Register>& registers,

@@ -162,8 +162,8 @@ private:
     void UpdateResultDataType(CShaderDebuggerResult& result);
     bool IsWriteAcrossSlots(const Register& reg) const;
     bool LoadGlobalResult(size_t i, CShaderDebuggerResult& result);
-    void GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID);
-    void SetThreadIDUsingResult(ThreadID& threadID);
+    bool GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID);
+    bool SetThreadIDUsingResult(ThreadID& threadID);
 
     DeviceBuffers m_vpOriginalTargetBuffers; ///< the kernel's own arguments, by index
     /// The contents of the memory arguments at the start of the session, from which every run starts. Null for values

@@ -203,7 +203,7 @@ private:
     bool RunKernel(unsigned int nSelector);
     bool Capture(const ProgramCounter& pc, const CallPath& path, const Register& reg,
                  std::unique_ptr<CShaderDebuggerBuffer>& pResult, std::unique_ptr<CShaderDebuggerBuffer>& pExecMask);
-    void RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask);
+    bool RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask);
     bool ExpandIndexedRegisters(const ProgramCounter& pc, const std::deque<Register>& registers,
                                 std::deque<Register>* newRegisters);
     const unsigned int* FindDeclaredSize(InstructionNumber nInst, const Register& reg) const;

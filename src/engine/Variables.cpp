@@ -56,7 +56,10 @@ CShaderDebuggerVariables* CShaderDebuggerIL::GetVariables(ThreadID& threadID)
     {
         threadID = GetCurrentThread();
     }
-    SetThreadIDUsingResult(threadID);
+    if (!ShaderUtils::IsValid(threadID))
+    {
+        SetThreadIDUsingResult(threadID);
+    }
     CShaderDebuggerVariables* pVariables = new (std::nothrow) CShaderDebuggerVariables;
     if (pVariables != nullptr && GetCurrentShader() != nullptr)
     {
@@ -65,7 +68,7 @@ CShaderDebuggerVariables* CShaderDebuggerIL::GetVariables(ThreadID& threadID)
     return pVariables;
 }
 
-void CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID)
+bool CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID)
 {
     for (const auto& entry : m_Results)
     {
@@ -87,14 +90,15 @@ void CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, Th
     pVariables->SetWidth(GetBufferWidth());
     pVariables->SetHeight(GetBufferHeight());
     pVariables->Sort();
+    return true;
 }
 
 /// Picks a work-item when none is chosen.
-void CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
+bool CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
 {
     if (ShaderUtils::IsValid(threadID))
     {
-        return;
+        return true;
     }
     for (const auto& entry : m_Results)
     {
@@ -108,7 +112,7 @@ void CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
         {
             threadID = found;
             SetCurrentThread(threadID);
-            return;
+            return true;
         }
     }
     for (const auto& entry : m_Results)
@@ -117,9 +121,10 @@ void CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
         if (pResult != nullptr)
         {
             threadID = ThreadID(ShaderUtils::GetThreadIDType(pResult->GetType()), 0, 0, 0, 0);
-            return;
+            return true;
         }
     }
+    return false;
 }
 
 CShaderDebuggerBuffer* CShaderDebuggerIL::GetRegisterResultsBuffer(VariableID& variableID)

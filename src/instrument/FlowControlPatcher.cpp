@@ -272,7 +272,7 @@ bool CInstrumentedShaderIL::DeferTempRegistersWrite(InstructionNumber nTargetIns
     return DeferredFlagPosition(nTargetInstruction) != g_Inst_NULL;
 }
 
-void CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut)
+bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut)
 {
     InstructionNumber nPosition = cut.pc.m_nPos;
 
@@ -299,6 +299,8 @@ void CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, const
             WriteInstruction(dest, IL_OP_ENDIF);
         }
     }
+
+    return true;
 }
 
 /// Copies through the instruction that closes the innermost open block of a kind; blocks inside are copied with it.

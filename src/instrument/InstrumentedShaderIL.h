@@ -91,8 +91,8 @@ protected:
     void WriteDebuggerNumericLiteralDeclarations(CDest& dest);
     /// The passes that each loop around the target may run.
     void WriteDebuggerLoopLiteralDeclarations(CDest& dest, const ProgramCounter& pc);
-    /// The declarations of one function, if it has any.
-    void WriteDecls(CDest& dest, unsigned int nFuncLabel);
+    /// The declarations of one function. \return false for a function without any
+    bool WriteDecls(CDest& dest, unsigned int nFuncLabel);
     /// Both stores into the output buffers.
     virtual void WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction);
 
@@ -154,7 +154,7 @@ private:
     static bool IsCounted(const CIL_Loop& loop, const ProgramCounter& pc);
     static const CIL_Loop* EnclosingLoop(const CIL_FCConstruct& construct);
     InstructionNumber DeferredFlagPosition(InstructionNumber nTargetInstruction) const;
-    void FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut);
+    bool FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut);
     void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, const SCut& cut,
                          InstructionNumber& nPosition);
     bool FinalizeFunctions(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);

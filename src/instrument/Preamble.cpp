@@ -173,13 +173,13 @@ void CInstrumentedShaderIL::WriteDebuggerLoopLiteralDeclarations(CDest& dest, co
     }
 }
 
-void CInstrumentedShaderIL::WriteDecls(CDest& dest, unsigned int nFuncLabel)
+bool CInstrumentedShaderIL::WriteDecls(CDest& dest, unsigned int nFuncLabel)
 {
     const auto it = m_DeclsFuncScopeMap.find(nFuncLabel);
 
     if (it == m_DeclsFuncScopeMap.end())
     {
-        return;
+        return false;
     }
 
     for (const auto& buffer : it->second.m_ConstantBufferSizes)
@@ -195,6 +195,8 @@ void CInstrumentedShaderIL::WriteDecls(CDest& dest, unsigned int nFuncLabel)
             declaration.WriteInstruction(dest);
         }
     }
+
+    return true;
 }
 
 } // namespace OVK_ShaderDebugger
