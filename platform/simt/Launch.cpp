@@ -221,8 +221,8 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         const uint64_t nAllowed =
             launch.nMaxThreads ? std::min(launch.nMaxThreads, pool.GetThreads()) : pool.GetThreads();
         const uint64_t nThreads = launch.pTrace ? 1 : std::min<uint64_t>(nAllowed, nJobs);
-        // Neighbouring groups mostly use neighbouring memory. Where there are enough of them a thread takes 16 jobs at a
-        // time, else fewer, so that little is left to wait for at the end.
+        // Neighbouring groups mostly use neighbouring memory. Where there are enough of them a thread takes 16 jobs at
+        // a time, else fewer, so that little is left to wait for at the end.
         const uint64_t nPiece = std::clamp<uint64_t>(nJobs / (nThreads * 32), 1, 16);
         const uint64_t nPieces = (nJobs + nPiece - 1) / nPiece;
         const CSchedule schedule(launch.nSchedule, nPieces);
