@@ -28,10 +28,10 @@ bool IsNullDescription(const BufferDesc& desc)
 
 } // namespace
 
-CShaderDebuggerDeviceBufferCL::CShaderDebuggerDeviceBufferCL(CShaderDebuggerHost* pHost, cl_device_id device,
+CShaderDebuggerDeviceBufferCL::CShaderDebuggerDeviceBufferCL(CShaderDebuggerHost* pHost, cl_device_id,
                                                              cl_context context, cl_command_queue queue)
-    : CShaderDebuggerDeviceBuffer(pHost), m_Device(device), m_Context(context), m_Queue(queue), m_nSize(0),
-      m_isNullBuffer(CLNB_Unknown), m_bManageMemory(false), m_bHasImageFormat(false), m_ImageFormat()
+    : CShaderDebuggerDeviceBuffer(pHost), m_Context(context), m_Queue(queue), m_nSize(0), m_isNullBuffer(CLNB_Unknown),
+      m_bManageMemory(false), m_bHasImageFormat(false), m_ImageFormat()
 {
 }
 

@@ -66,7 +66,6 @@ private:
     bool WriteMemory(cl_mem mem, const unsigned char* pData, size_t nSize);
     bool UpdateValue(const unsigned char* pData, size_t nSize);
 
-    cl_device_id m_Device;
     cl_context m_Context;
     cl_command_queue m_Queue;
     std::vector<unsigned char> m_Value; ///< the argument's value; empty for local memory
