@@ -66,6 +66,7 @@ public:
         std::string strReason;
         m_bStructured = IsStructured(m_Shader.m_vTokens, strReason);
         m_nHeader = HeaderPosition();
+        m_bMacroLeftOpen = IsMacroLeftOpen();
     }
 
     void Run()
@@ -159,6 +160,37 @@ private:
         return stream.GetTokensRead();
     }
 
+    /// The end instructions from where a stream stands, without those in macros: what stands in a macro of another
+    /// kernel is nobody's business.
+    size_t CountEnds(CInputTokenStream<unsigned int>& stream, const std::string& strPlace, bool& bAtEnd) const
+    {
+        CShaderDebuggerInstructionIL item(&m_Kernel.Host());
+        size_t nEnds = 0;
+        bool bInMacro = false;
+        while (stream.GetTokensLeft() != 0)
+        {
+            Require(item.ReadInstruction(stream), "a patched stream decodes", strPlace);
+            bInMacro = item.GetOpCode() == IL_OP_MACRODEF || (bInMacro && item.GetOpCode() != IL_OP_MACROEND);
+            nEnds += item.GetOpCode() == IL_OP_END && !bInMacro ? 1 : 0;
+        }
+        bAtEnd = item.GetOpCode() == IL_OP_END;
+        return nEnds;
+    }
+
+    bool IsMacroLeftOpen() const
+    {
+        CInputTokenStream<unsigned int> stream(&m_Kernel.Host(), m_Shader.m_vTokens.data(), m_Shader.m_vTokens.size());
+        SkipMacros(stream);
+        stream.SkipTokens(2);
+        CShaderDebuggerInstructionIL item(&m_Kernel.Host());
+        bool bInMacro = false;
+        while (stream.GetTokensLeft() != 0 && item.ReadInstruction(stream) && item.GetOpCode() != IL_OP_END)
+        {
+            bInMacro = item.GetOpCode() == IL_OP_MACRODEF || (bInMacro && item.GetOpCode() != IL_OP_MACROEND);
+        }
+        return bInMacro;
+    }
+
     void CheckStream(const std::vector<unsigned int>& vPatched, const std::string& strPlace)
     {
         CInputTokenStream<unsigned int> stream(&m_Kernel.Host(), vPatched.data(), vPatched.size());
@@ -168,17 +200,10 @@ private:
                                m_Shader.m_vTokens.begin()),
                 "a patched stream begins as the kernel does", strPlace);
         stream.SkipTokens(2);
-        CShaderDebuggerInstructionIL item(&m_Kernel.Host());
-        size_t nEnds = 0;
-        bool bInMacro = false;
-        while (stream.GetTokensLeft() != 0)
-        {
-            Require(item.ReadInstruction(stream), "a patched stream decodes", strPlace);
-            bInMacro = item.GetOpCode() == IL_OP_MACRODEF || (bInMacro && item.GetOpCode() != IL_OP_MACROEND);
-            // What stands in a macro of another kernel is nobody's business.
-            nEnds += item.GetOpCode() == IL_OP_END && !bInMacro ? 1 : 0;
-        }
-        Require(nEnds == 1 && item.GetOpCode() == IL_OP_END, "a patched stream ends once, at its end", strPlace);
+        bool bAtEnd = false;
+        const size_t nEnds = CountEnds(stream, strPlace, bAtEnd);
+        // A kernel that leaves a macro open has no end of its own.
+        Require(bAtEnd && (nEnds == 1 || m_bMacroLeftOpen), "a patched stream ends once, at its end", strPlace);
         std::string strReason;
         if (m_bStructured && !IsStructured(vPatched, strReason))
         {
@@ -209,6 +234,7 @@ private:
     CFuzzShader& m_Shader;
     bool m_bStructured;
     size_t m_nHeader;
+    bool m_bMacroLeftOpen;
     bool m_bImageTried = false;
 };
 

@@ -47,7 +47,8 @@ bool HasBlock(const CElfSymbolTable::TableEntry& entry)
 {
     const uint64_t nValue = entry.symEntry.st_value;
     const uint64_t nSize = entry.symEntry.st_size;
-    if (entry.symSection == nullptr || !HasSmallPlace(nValue, nSize))
+    // An undefined symbol names the null section.
+    if (entry.symSection == nullptr || entry.symSection->GetType() == SHT_NULL || !HasSmallPlace(nValue, nSize))
     {
         return false;
     }
