@@ -156,6 +156,15 @@ void ChangeEntry(const std::vector<char>& vImage, const std::string& strKernel, 
     }
 }
 
+/// Whether a kernel's metadata stands in a section that isn't taken along when the kernel is taken out.
+bool LosesMetadata(const std::vector<char>& vImage, const std::string& strKernel)
+{
+    const CElf elf(vImage);
+    const auto symbol = elf.GetSymbolTable()->GetSymbol(OVK_ElfUtils::GetKernelSymbolName(strKernel, "metadata"));
+    const std::string& strSection = symbol->symSection->GetName();
+    return strSection == ".text" || strSection == ".llvmir";
+}
+
 void TakeKernelOut(const std::vector<char>& vImage, const std::string& strKernel, const ImageSink& sink)
 {
     std::vector<char> vKernel;
@@ -168,7 +177,8 @@ void TakeKernelOut(const std::vector<char>& vImage, const std::string& strKernel
     OVK_ElfUtils::ListAvailableMetadata(vKernel, vNames);
     const bool bAlone =
         std::all_of(vNames.begin(), vNames.end(), [&](const std::string& strName) { return strName == strKernel; });
-    Require(!vNames.empty() && bAlone, "a kernel that is taken out is alone", strKernel);
+    Require(bAlone && (!vNames.empty() || LosesMetadata(vImage, strKernel)), "a kernel that is taken out is alone",
+            strKernel);
 }
 
 void RemoveThings(const std::vector<char>& vImage, const ImageSink& sink)
