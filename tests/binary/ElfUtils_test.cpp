@@ -360,8 +360,7 @@ TEST(ElfUtils, OneKernelCanBeTakenOut)
     EXPECT_EQ(Section(vOne, ".rodata"), Metadata("k", 12) + "HEAD k");
     EXPECT_EQ(Section(vOne, ".ovkil"), "IL of k;");
     EXPECT_EQ(Section(vOne, ".text") + Section(vOne, ".llvmir"), "nonenone");
-    EXPECT_EQ(Blocks(vOne), (std::map<std::string, std::string>{{"", ""},
-                                                                {"__OpenCL_k_metadata", Metadata("k", 12)},
+    EXPECT_EQ(Blocks(vOne), (std::map<std::string, std::string>{{"__OpenCL_k_metadata", Metadata("k", 12)},
                                                                 {"__OpenCL_k_header", "HEAD k"},
                                                                 {"__OpenCL_k_ovkil", "IL of k;"}}));
     EXPECT_FALSE(ExtractKernelFromBinary("nobody", vImage, &vOne));

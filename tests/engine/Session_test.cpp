@@ -128,6 +128,7 @@ public:
 // A kernel of another kind, which no device here runs: of what is read at its entry only the order shows.
 TEST(Session, ReadsTheInputRegistersOfAKernelOfAnotherKindOnce)
 {
+    CTestSession::OpenCompilerLibrary();
     const std::string strText = "il_ps_2_0\ndcl_input v1.xy\ndcl_input v2.z\ndcl_output o0\nmov r1, v2\nmov r2, v1\n"
                                 "mov o0, r1\nendmain\nend\n";
     std::vector<uint32_t> vTokens;

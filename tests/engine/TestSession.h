@@ -118,9 +118,7 @@ public:
           m_pSecond(std::make_shared<CSimtDevice::Bytes>(4 * nItems)),
           m_pDevice(new CSimtDevice(nItems, {m_pBuffer, m_pSecond})), m_Host(m_pDevice)
     {
-        // Opened by its path first, so that the debugger finds it by its name.
-        static void* const s_pCompiler = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW);
-        EXPECT_NE(s_pCompiler, nullptr) << dlerror();
+        OpenCompilerLibrary();
         for (size_t n = 0; n < m_pBuffer->size(); ++n)
         {
             (*m_pBuffer)[n] = static_cast<unsigned char>(n * 7 + 1);
@@ -142,6 +140,13 @@ public:
     }
 
     ~CTestSession() { Debugger().EndDebugging(false); }
+
+    /// Opens it by its path, so that the debugger finds it by its name.
+    static void OpenCompilerLibrary()
+    {
+        static void* const s_pCompiler = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW);
+        EXPECT_NE(s_pCompiler, nullptr) << dlerror();
+    }
 
     CShaderDebuggerIL& Debugger() { return static_cast<CShaderDebuggerIL&>(*m_Host.GetDebugger()); }
     CShaderDebuggerShaderIL& Shader() { return *Debugger().GetCurrentShader(); }
