@@ -210,10 +210,10 @@ TEST_F(Prompt, KeepsItsHistory)
 /// sanitizer.
 #ifdef __SANITIZE_THREAD__
 constexpr int s_nLongItems = 256;
-constexpr int s_nLongPasses = 60000;
+constexpr int s_nLongPasses = 200000;
 #else
 constexpr int s_nLongItems = 16384;
-constexpr int s_nLongPasses = 3000000;
+constexpr int s_nLongPasses = 15000000;
 #endif
 
 TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
