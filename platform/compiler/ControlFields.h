@@ -41,12 +41,12 @@ enum EFieldForm : uint8_t
 /// One spelled field of the opcode token.
 struct SControlField
 {
-    const char* pName;
+    std::string_view name;
     uint8_t nShift; ///< lowest bit in the opcode token
     uint8_t nWidth;
     EFieldForm eForm;
-    uint32_t nValue;           ///< of a FieldValue
-    const char* const* pNames; ///< of a FieldEnum, indexed by value
+    uint32_t nValue;                ///< of a FieldValue
+    const std::string_view* pNames; ///< of a FieldEnum, indexed by value
     size_t nNames;
 
     uint32_t Mask() const { return ((1u << nWidth) - 1u) << nShift; }

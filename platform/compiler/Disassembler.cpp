@@ -246,7 +246,7 @@ void CPrinter::PrintTrailingWord(uint32_t nOpcode, uint32_t nWord)
 void CPrinter::PrintMnemonic(const uint32_t* pItem, const SItemLayout& layout)
 {
     const SInstructionShape& shape = GetInstructionShape(layout.nOpcode);
-    m_Writer.Put(shape.pName);
+    m_Writer.Put(shape.Name());
     uint32_t nBits = pItem[0] & ~s_nOpcodeMask;
     if (shape.bModifierWords)
     {
@@ -321,15 +321,15 @@ void CPrinter::PrintControls(const uint32_t* pItem, const SItemLayout& layout, u
         nBits &= ~field.Mask();
         if (field.eForm == FieldValue)
         {
-            m_Writer.PutSuffix(field.pName);
+            m_Writer.PutSuffix(field.name);
         }
         else if (nValue < field.nNames)
         {
-            m_Writer.PutSuffix(field.pName, field.pNames[nValue]);
+            m_Writer.PutSuffix(field.name, field.pNames[nValue]);
         }
         else
         {
-            m_Writer.PutSuffix(field.pName, nValue);
+            m_Writer.PutSuffix(field.name, nValue);
         }
     }
     if (layout.nOpcode == OpDclTypelessUav)
@@ -379,11 +379,11 @@ void CPrinter::PrintDestinationModifiers(const uint32_t* pItem, const SItemLayou
         }
         else if (field.nWidth == 1)
         {
-            m_Writer.PutSuffix(field.pName);
+            m_Writer.PutSuffix(field.name);
         }
         else
         {
-            m_Writer.PutSuffix(field.pName, nValue);
+            m_Writer.PutSuffix(field.name, nValue);
         }
     }
 }

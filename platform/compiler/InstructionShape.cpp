@@ -15,22 +15,22 @@ struct SFormat
 };
 
 // mcall's counts (1009) come from its modifier word.
-const SFormat s_Formats[] = {{1001, true, 0},  {1002, true, 1},  {1003, true, 2},  {1004, true, 3},  {1005, true, 4},
-                             {1006, true, 5},  {1007, true, 6},  {1008, false, 0}, {1009, false, 0}, {1010, true, 0},
-                             {1011, true, 1},  {1012, true, 2},  {1013, true, 3},  {1014, true, 4},  {1015, false, 0},
-                             {1016, false, 0}, {1017, false, 1}, {1018, false, 1}, {1019, false, 2}, {1020, false, 3},
-                             {1022, false, 0}, {1023, false, 0}, {2001, false, 0}, {2002, true, 0},  {2003, false, 1},
-                             {2004, false, 0}, {2005, false, 1}, {2006, false, 0}};
+constexpr SFormat s_Formats[] = {
+    {1001, true, 0},  {1002, true, 1},  {1003, true, 2},  {1004, true, 3},  {1005, true, 4},  {1006, true, 5},
+    {1007, true, 6},  {1008, false, 0}, {1009, false, 0}, {1010, true, 0},  {1011, true, 1},  {1012, true, 2},
+    {1013, true, 3},  {1014, true, 4},  {1015, false, 0}, {1016, false, 0}, {1017, false, 1}, {1018, false, 1},
+    {1019, false, 2}, {1020, false, 3}, {1022, false, 0}, {1023, false, 0}, {2001, false, 0}, {2002, true, 0},
+    {2003, false, 1}, {2004, false, 0}, {2005, false, 1}, {2006, false, 0}};
 
 struct SKeyword
 {
-    const char* pName;
+    std::string_view name;
     uint32_t nOpcode;
     int nFormat;
 };
 
 // Lookup order: the first row of an opcode is its name and its shape.
-const SKeyword s_Keywords[] = {
+constexpr SKeyword s_Keywords[] = {
 #define IL_KEYWORD(text, value, format) {text, value, format},
 #include "il/ILOpCodes.def"
 #define IL_SPECIAL_KEYWORD(text, value, format) {text, value, format},
@@ -43,25 +43,25 @@ struct STail
     ETrailing eTrailing;
 };
 
-const STail s_Tails[] = {{OpDclResource, TrailingOne},
-                         {OpDclTypelessUav, TrailingTwo},
-                         {OpDclTypedUav, TrailingOne},
-                         {OpComment, TrailingCounted},
-                         {OpDclLiteral, TrailingFour},
-                         {OpDclMaxThreadPerGroup, TrailingOne},
-                         {OpCall, TrailingOne},
-                         {OpCallNZ, TrailingOne},
-                         {OpCallLogicalZ, TrailingOne},
-                         {OpCallLogicalNZ, TrailingOne},
-                         {OpFunc, TrailingOne},
-                         {OpDclLds, TrailingOne},
-                         {OpDclNumThreadPerGroup, TrailingByControls},
-                         {OpDclTotalNumThreadGroup, TrailingByControls},
-                         {OpCase, TrailingOne}};
+constexpr STail s_Tails[] = {{OpDclResource, TrailingOne},
+                             {OpDclTypelessUav, TrailingTwo},
+                             {OpDclTypedUav, TrailingOne},
+                             {OpComment, TrailingCounted},
+                             {OpDclLiteral, TrailingFour},
+                             {OpDclMaxThreadPerGroup, TrailingOne},
+                             {OpCall, TrailingOne},
+                             {OpCallNZ, TrailingOne},
+                             {OpCallLogicalZ, TrailingOne},
+                             {OpCallLogicalNZ, TrailingOne},
+                             {OpFunc, TrailingOne},
+                             {OpDclLds, TrailingOne},
+                             {OpDclNumThreadPerGroup, TrailingByControls},
+                             {OpDclTotalNumThreadGroup, TrailingByControls},
+                             {OpCase, TrailingOne}};
 
 // Opcodes whose bits 30 and 31 are part of another layout and bring no word.
-const uint32_t s_NoModifierWords[] = {OpDclResource,   225, 231, 232, 260, 261, OpMacroDef, OpDclTypedUav,
-                                      OpDclTypelessUav};
+constexpr uint32_t s_NoModifierWords[] = {OpDclResource,   225, 231, 232, 260, 261, OpMacroDef, OpDclTypedUav,
+                                          OpDclTypelessUav};
 
 struct SRange
 {
@@ -69,34 +69,40 @@ struct SRange
     uint32_t nLast;
 };
 
-const SRange s_NoInstructions[] = {{OpComment, OpComment},
-                                   {20, 29},
-                                   {118, 128},
-                                   {202, 202},
-                                   {209, 209},
-                                   {212, 215},
-                                   {221, 223},
-                                   {230, 230},
-                                   {258, 259},
-                                   {262, 263},
-                                   {302, 304},
-                                   {309, 315},
-                                   {OpMacroDef, OpMacroEnd},
-                                   {348, 349},
-                                   {352, 352},
-                                   {354, 355},
-                                   {423, 424}};
+constexpr SRange s_NoInstructions[] = {{OpComment, OpComment},
+                                       {20, 29},
+                                       {118, 128},
+                                       {202, 202},
+                                       {209, 209},
+                                       {212, 215},
+                                       {221, 223},
+                                       {230, 230},
+                                       {258, 259},
+                                       {262, 263},
+                                       {302, 304},
+                                       {309, 315},
+                                       {OpMacroDef, OpMacroEnd},
+                                       {348, 349},
+                                       {352, 352},
+                                       {354, 355},
+                                       {423, 424}};
 
 struct STables
 {
-    SInstructionShape shapes[OpLast];
+    SInstructionShape shapes[OpLast] = {};
     bool bNoInstruction[OpLast] = {};
-    CNameTable<2048> opcodes;
+    CNameTable<11> opcodes;
 
-    STables();
+    constexpr STables();
 };
 
-void SetFormat(SInstructionShape& shape, int nFormat)
+constexpr void SetName(SInstructionShape& shape, std::string_view name)
+{
+    shape.pName = name.data();
+    shape.nNameLength = static_cast<uint8_t>(name.size());
+}
+
+constexpr void SetFormat(SInstructionShape& shape, int nFormat)
 {
     for (const SFormat& format : s_Formats)
     {
@@ -109,7 +115,7 @@ void SetFormat(SInstructionShape& shape, int nFormat)
     }
 }
 
-STables::STables()
+constexpr STables::STables()
 {
     for (const SKeyword& keyword : s_Keywords)
     {
@@ -117,16 +123,16 @@ STables::STables()
         {
             continue;
         }
-        opcodes.Add(keyword.pName, static_cast<int>(keyword.nOpcode));
+        opcodes.Add(keyword.name, static_cast<int>(keyword.nOpcode));
         SInstructionShape& shape = shapes[keyword.nOpcode];
         if (shape.pName == nullptr)
         {
-            shape.pName = keyword.pName;
+            SetName(shape, keyword.name);
             SetFormat(shape, keyword.nFormat);
         }
     }
     // The one opcode without a name whose shape is known: a count of words, as its sibling has it.
-    shapes[OpDclTotalNumThreadGroup].pName = "op(213)";
+    SetName(shapes[OpDclTotalNumThreadGroup], "op(213)");
     for (SInstructionShape& shape : shapes)
     {
         shape.bModifierWords = true;
@@ -150,11 +156,7 @@ STables::STables()
     }
 }
 
-const STables& Tables()
-{
-    static const STables s_Tables;
-    return s_Tables;
-}
+constexpr STables s_Tables;
 
 const char* const s_pCutShort = "the stream is cut short";
 
@@ -223,17 +225,17 @@ bool MeasureTrailing(const uint32_t* pTokens, size_t nCount, ETrailing eTrailing
 const SInstructionShape& GetInstructionShape(uint32_t nOpcode)
 {
     static const SInstructionShape s_None;
-    return nOpcode < OpLast ? Tables().shapes[nOpcode] : s_None;
+    return nOpcode < OpLast ? s_Tables.shapes[nOpcode] : s_None;
 }
 
 int FindOpcode(std::string_view name)
 {
-    return Tables().opcodes.Find(name);
+    return s_Tables.opcodes.Find(name);
 }
 
 bool IsInstructionOpcode(uint32_t nOpcode)
 {
-    return nOpcode < OpLast && !Tables().bNoInstruction[nOpcode];
+    return nOpcode < OpLast && !s_Tables.bNoInstruction[nOpcode];
 }
 
 bool HasDestination(uint32_t nOpcodeToken, uint32_t nInstructionModifier)

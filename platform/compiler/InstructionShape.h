@@ -87,11 +87,14 @@ enum ETrailing : uint8_t
 struct SInstructionShape
 {
     const char* pName = nullptr; ///< null for an opcode that no table knows
+    uint8_t nNameLength = 0;
     uint8_t nSources = 0;        ///< unless the opcode is mcall
     bool bDestination = false;   ///< unless the opcode is mcall
     bool bModifierWords = false; ///< bits 30 and 31 of the opcode token bring a word each
     bool bInstructionModifier = false;
     ETrailing eTrailing = TrailingNone;
+
+    std::string_view Name() const { return {pName, nNameLength}; }
 };
 
 /// Where the parts of one item stand, as word offsets from its opcode token.

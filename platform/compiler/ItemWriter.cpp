@@ -68,40 +68,40 @@ void CItemWriter::PutNumber(uint32_t n)
     n <= s_nLargestDecimal ? PutDecimal(n) : PutHex(n);
 }
 
-void CItemWriter::PutSuffix(const char* pName)
+void CItemWriter::PutSuffix(std::string_view name)
 {
     Put('_');
-    Put(pName);
+    Put(name);
 }
 
-void CItemWriter::PutSuffix(const char* pName, uint32_t n)
+void CItemWriter::PutSuffix(std::string_view name, uint32_t n)
 {
-    PutSuffix(pName);
+    PutSuffix(name);
     Put('(');
     PutNumber(n);
     Put(')');
 }
 
-void CItemWriter::PutHexSuffix(const char* pName, uint32_t n)
+void CItemWriter::PutHexSuffix(std::string_view name, uint32_t n)
 {
-    PutSuffix(pName);
+    PutSuffix(name);
     Put('(');
     PutHex(n);
     Put(')');
 }
 
-void CItemWriter::PutSuffix(const char* pName, const char* pWord)
+void CItemWriter::PutSuffix(std::string_view name, std::string_view word)
 {
-    PutSuffix(pName);
+    PutSuffix(name);
     Put('(');
-    Put(pWord);
+    Put(word);
     Put(')');
 }
 
-void CItemWriter::PutRaw(const char* pName, uint32_t n)
+void CItemWriter::PutRaw(std::string_view name, uint32_t n)
 {
     Put('{');
-    Put(pName);
+    Put(name);
     Put('(');
     PutHex(n);
     Put(")}");
@@ -181,7 +181,7 @@ bool CItemWriter::PutSourceModifier(uint32_t nModifier)
         const uint32_t nValue = (nModifier & field.Mask()) >> field.nShift;
         if (nValue != 0)
         {
-            field.nWidth == 1 ? PutSuffix(field.pName) : PutSuffix(field.pName, nValue);
+            field.nWidth == 1 ? PutSuffix(field.name) : PutSuffix(field.name, nValue);
         }
     }
     return true;

@@ -24,16 +24,16 @@ public:
     void PutNumber(uint32_t n);
 
     /// "_name", "_name(N)", "_name(0xN)", "_name(word)"
-    void PutSuffix(const char* pName);
-    void PutSuffix(const char* pName, uint32_t n);
-    void PutHexSuffix(const char* pName, uint32_t n);
-    void PutSuffix(const char* pName, const char* pWord);
+    void PutSuffix(std::string_view name);
+    void PutSuffix(std::string_view name, uint32_t n);
+    void PutHexSuffix(std::string_view name, uint32_t n);
+    void PutSuffix(std::string_view name, std::string_view word);
 
     /// Puts an operand, and gives the number of its words.
     size_t PutOperand(const uint32_t* pOperand, bool bDestination);
 
 private:
-    void PutRaw(const char* pName, uint32_t n);
+    void PutRaw(std::string_view name, uint32_t n);
     void PutRegister(uint32_t nToken);
     void PutBrackets(uint32_t nToken, const uint32_t*& pWord);
     void PutIndexRegister(const uint32_t*& pWord);

@@ -158,7 +158,7 @@ bool CLineScanner::TakeNumber(uint32_t& nValue)
     return bFloat ? TakeFloat(pStart, pNumberEnd, nValue) : TakeDecimal(pStart, nValue);
 }
 
-bool CLineScanner::TakeNumber(uint32_t& nValue, uint32_t nMaximum, const char* pWhat)
+bool CLineScanner::TakeNumber(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
 {
     const char* pStart = m_p;
     if (!TakeNumber(nValue))
@@ -167,22 +167,22 @@ bool CLineScanner::TakeNumber(uint32_t& nValue, uint32_t nMaximum, const char* p
     }
     if (nValue > nMaximum)
     {
-        return Refuse(pStart, std::string(pWhat) + " is at most " + std::to_string(nMaximum));
+        return Refuse(pStart, std::string(what) + " is at most " + std::to_string(nMaximum));
     }
     return true;
 }
 
-bool CLineScanner::TakeDigits(uint32_t& nValue, uint32_t nMaximum, const char* pWhat)
+bool CLineScanner::TakeDigits(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
 {
     const char* pStart = m_p;
     const auto result = std::from_chars(m_p, m_pEnd, nValue, 10);
     if (result.ec == std::errc::invalid_argument)
     {
-        return Fail(pWhat);
+        return Fail(std::string(what));
     }
     if (result.ec != std::errc() || nValue > nMaximum)
     {
-        return Refuse(pStart, std::string(pWhat) + " is at most " + std::to_string(nMaximum));
+        return Refuse(pStart, std::string(what) + " is at most " + std::to_string(nMaximum));
     }
     m_p = result.ptr;
     return true;

@@ -45,10 +45,10 @@ public:
     bool TakeNumber(uint32_t& nValue);
 
     /// Takes a number that is at most nMaximum; a fault otherwise.
-    bool TakeNumber(uint32_t& nValue, uint32_t nMaximum, const char* pWhat);
+    bool TakeNumber(uint32_t& nValue, uint32_t nMaximum, std::string_view what);
 
     /// Takes decimal digits only, so that what follows may be a '.'; a fault for none or above nMaximum.
-    bool TakeDigits(uint32_t& nValue, uint32_t nMaximum, const char* pWhat);
+    bool TakeDigits(uint32_t& nValue, uint32_t nMaximum, std::string_view what);
 
     /// Notes a fault at the current position, or at p: "expected ..., got ...". Always false.
     bool Fail(const std::string& strExpected) { return FailAt(m_p, strExpected); }

@@ -28,7 +28,7 @@ private:
     bool ReadSuffix();
     bool ReadControlField(const char* pStart, const SControlField& field);
     bool ReadEnum(const SControlField& field, uint32_t& nValue);
-    bool ReadBracketed(uint32_t& nValue, uint32_t nMaximum, const char* pWhat);
+    bool ReadBracketed(uint32_t& nValue, uint32_t nMaximum, std::string_view what);
     bool SetWord(const char* pStart, bool& bPresent, uint32_t& nWord, uint32_t nBit);
 
     bool ReadDestinationSuffix(std::string_view name, bool& bKnown);
@@ -41,14 +41,14 @@ private:
     uint32_t m_nGivenBits = 0;
 };
 
-bool CMnemonicReader::ReadBracketed(uint32_t& nValue, uint32_t nMaximum, const char* pWhat)
+bool CMnemonicReader::ReadBracketed(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
 {
     if (!m_scanner.Accept('('))
     {
         return m_scanner.Fail("'(' and a number");
     }
     m_scanner.SkipBlanks();
-    return m_scanner.TakeNumber(nValue, nMaximum, pWhat) && (m_scanner.SkipBlanks(), true) &&
+    return m_scanner.TakeNumber(nValue, nMaximum, what) && (m_scanner.SkipBlanks(), true) &&
            (m_scanner.Accept(')') || m_scanner.Fail("')'"));
 }
 
@@ -114,7 +114,7 @@ bool CMnemonicReader::ReadEnum(const SControlField& field, uint32_t& nValue)
     {
         m_scanner.SetPosition(pStart);
         const uint32_t nMaximum = field.Mask() >> field.nShift;
-        if (!m_scanner.TakeNumber(nValue, nMaximum, field.pName))
+        if (!m_scanner.TakeNumber(nValue, nMaximum, field.name))
         {
             return false;
         }
@@ -126,7 +126,7 @@ bool CMnemonicReader::ReadControlField(const char* pStart, const SControlField& 
 {
     if ((m_nGivenBits & field.Mask()) != 0)
     {
-        return m_scanner.Refuse(pStart, std::string(field.pName) + " sets bits that are given already");
+        return m_scanner.Refuse(pStart, std::string(field.name) + " sets bits that are given already");
     }
     m_nGivenBits |= field.Mask();
     uint32_t nValue = field.nValue;
@@ -137,7 +137,7 @@ bool CMnemonicReader::ReadControlField(const char* pStart, const SControlField& 
             return false;
         }
     }
-    else if (field.eForm != FieldValue && !ReadBracketed(nValue, field.Mask() >> field.nShift, field.pName))
+    else if (field.eForm != FieldValue && !ReadBracketed(nValue, field.Mask() >> field.nShift, field.name))
     {
         return false;
     }
@@ -152,7 +152,7 @@ bool CMnemonicReader::ReadFieldSuffix(const char* pStart, std::string_view name,
     {
         // On an opcode whose top bits bring words those bits have no other meaning.
         const bool bUsable = !bModifierWords || (field.Mask() & (s_nPrimaryBit | s_nSecondaryBit)) == 0;
-        if (bUsable && name == field.pName)
+        if (bUsable && name == field.name)
         {
             bKnown = true;
             return ReadControlField(pStart, field);
@@ -175,13 +175,13 @@ bool CMnemonicReader::ReadDestinationSuffix(std::string_view name, bool& bKnown)
     }
     for (const SModifierField& field : s_DestinationFields)
     {
-        if (name != field.pName)
+        if (name != field.name)
         {
             continue;
         }
         bKnown = true;
         uint32_t nValue = 1;
-        if (field.nWidth > 1 && !ReadBracketed(nValue, field.Mask() >> field.nShift, field.pName))
+        if (field.nWidth > 1 && !ReadBracketed(nValue, field.Mask() >> field.nShift, field.name))
         {
             return false;
         }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace KestrelPlatform
 {
@@ -25,22 +26,22 @@ const uint32_t s_nSourceReserved = 0xF0000000u;
 /// A named field of a modifier word: a flag if it is one bit wide, else printed with its number.
 struct SModifierField
 {
-    const char* pName;
+    std::string_view name;
     uint8_t nShift;
     uint8_t nWidth;
 
     uint32_t Mask() const { return ((1u << nWidth) - 1u) << nShift; }
 };
 
-const SModifierField s_SourceFields[] = {{"invert", 16, 1}, {"bias", 17, 1},    {"x2", 18, 1},    {"sign", 19, 1},
-                                         {"abs", 20, 1},    {"divcomp", 21, 3}, {"clamp", 24, 1}, {"size", 25, 3}};
+constexpr SModifierField s_SourceFields[] = {{"invert", 16, 1}, {"bias", 17, 1},    {"x2", 18, 1},    {"sign", 19, 1},
+                                             {"abs", 20, 1},    {"divcomp", 21, 3}, {"clamp", 24, 1}, {"size", 25, 3}};
 
 /// Stand behind the mnemonic. The shift field comes last: its six first values have names.
-const SModifierField s_DestinationFields[] = {
+constexpr SModifierField s_DestinationFields[] = {
     {"sat", 8, 1}, {"round", 13, 3}, {"denorm", 16, 3}, {"dstsize", 19, 3}, {"shift", s_nShiftScaleShift, 4}};
 
 /// Names of the shift field's values from 1.
-const char* const s_ShiftNames[] = {"x2", "x4", "x8", "d2", "d4", "d8"};
+constexpr std::string_view s_ShiftNames[] = {"x2", "x4", "x8", "d2", "d4", "d8"};
 const uint32_t s_nShiftNames = 6;
 
 } // namespace KestrelPlatform

@@ -8,51 +8,69 @@
 namespace KestrelPlatform
 {
 
-/// Finds the number of a name. Lives in static storage and needs no destruction, so that it outlasts every thread and
-/// goes with a library that is unloaded.
+/// Finds the number of a name. Made to be a constant: filled when the program is compiled, so that it needs neither
+/// a start nor an end.
 ///
-/// nBuckets is a power of two, well above the number of names.
-template <size_t nBuckets>
+/// It has 2 to the power of nBits buckets, which must be well above the number of names.
+template <unsigned int nBits>
 class CNameTable
 {
 public:
     /// Adds a name, which must live as long as the table; one that is there already keeps its number.
-    void Add(std::string_view name, int nValue)
+    constexpr void Add(std::string_view name, int nValue)
     {
-        SBucket& bucket = m_Buckets[Place(name)];
+        const uint64_t nKey = KeyOf(name);
+        SBucket& bucket = m_Buckets[Place(name, nKey)];
         if (bucket.name.empty())
         {
-            bucket = {name, nValue};
+            bucket.nKey = nKey;
+            bucket.name = name;
+            bucket.nValue = nValue;
         }
     }
 
     /// \return the number of the name, or -1
-    int Find(std::string_view name) const { return m_Buckets[Place(name)].nValue; }
+    constexpr int Find(std::string_view name) const { return m_Buckets[Place(name, KeyOf(name))].nValue; }
 
 private:
+    static constexpr size_t s_nBuckets = size_t(1) << nBits;
+
     struct SBucket
     {
+        uint64_t nKey = 0;
         std::string_view name;
         int nValue = -1;
+
+        constexpr bool Holds(std::string_view wanted, uint64_t nWantedKey) const
+        {
+            return nKey == nWantedKey && name.size() == wanted.size() &&
+                   (name.size() <= sizeof(nKey) || name == wanted);
+        }
     };
 
-    /// The bucket that holds the name, or the empty one in which it would be.
-    size_t Place(std::string_view name) const
+    /// The characters of a name themselves if they fit, which spares comparing them one by one; else a hash.
+    static constexpr uint64_t KeyOf(std::string_view name)
     {
-        uint32_t nHash = 2166136261u;
+        uint64_t nKey = 0;
         for (const char c : name)
         {
-            nHash = (nHash ^ static_cast<unsigned char>(c)) * 16777619u;
+            nKey = (nKey << 8 | nKey >> 56) ^ static_cast<unsigned char>(c);
         }
-        size_t nPlace = (nHash ^ nHash >> 16) % nBuckets;
-        while (!m_Buckets[nPlace].name.empty() && m_Buckets[nPlace].name != name)
+        return nKey;
+    }
+
+    /// The bucket that holds the name, or the empty one in which it would be.
+    constexpr size_t Place(std::string_view name, uint64_t nKey) const
+    {
+        size_t nPlace = static_cast<size_t>(nKey * 0x9E3779B97F4A7C15u >> (64 - nBits));
+        while (!m_Buckets[nPlace].name.empty() && !m_Buckets[nPlace].Holds(name, nKey))
         {
-            nPlace = (nPlace + 1) % nBuckets;
+            nPlace = (nPlace + 1) % s_nBuckets;
         }
         return nPlace;
     }
 
-    SBucket m_Buckets[nBuckets];
+    SBucket m_Buckets[s_nBuckets];
 };
 
 } // namespace KestrelPlatform

@@ -286,13 +286,13 @@ bool COperandReader::ReadSourceSuffix(SOperand& operand)
     }
     for (const SModifierField& field : s_SourceFields)
     {
-        if (name != field.pName)
+        if (name != field.name)
         {
             continue;
         }
         uint32_t nValue = 1;
         if (field.nWidth > 1 &&
-            (!m_scanner.Accept('(') || !m_scanner.TakeNumber(nValue, (1u << field.nWidth) - 1u, field.pName) ||
+            (!m_scanner.Accept('(') || !m_scanner.TakeNumber(nValue, (1u << field.nWidth) - 1u, field.name) ||
              !m_scanner.Accept(')')))
         {
             return m_scanner.Fail("a number in brackets");

@@ -7,79 +7,79 @@ namespace KestrelPlatform
 namespace
 {
 
-const unsigned int s_nRegisterTypes = 64;
+constexpr unsigned int s_nRegisterTypes = 64;
 
 // The names that the debugger shows for registers, but for the types that share "v" and "o" with
 // another there: text that is read back needs one name for each.
-const char* const s_Names[s_nRegisterTypes] = {"b",
-                                               "c",
-                                               "i",
-                                               "a",
-                                               "r",
-                                               "vVertex",
-                                               "vIndex",
-                                               "vObjIndex",
-                                               "vBaryCoord",
-                                               "vPrimIndex",
-                                               "vQuadIndex",
-                                               "oVertex",
-                                               "vPixIn",
-                                               "oSprite",
-                                               "oPos",
-                                               "Interp",
-                                               "Fog",
-                                               "T",
-                                               "PriColor",
-                                               "SecColor",
-                                               "vSpriteCoord",
-                                               "vFace",
-                                               "vWinCoord",
-                                               "vPrimCoord",
-                                               "vPrimType",
-                                               "oC",
-                                               "oDepth",
-                                               "oStencil",
-                                               "oClip",
-                                               "vPrim",
-                                               "x",
-                                               "cb",
-                                               "l",
-                                               "v",
-                                               "o",
-                                               "icb",
-                                               "oMask",
-                                               "p",
-                                               "g",
-                                               "oPsFog",
-                                               "sr",
-                                               "vTidInGrp",
-                                               "vTidInGrpFlat",
-                                               "vAbsTid",
-                                               "vAbsTidFlat",
-                                               "vThreadGrpId",
-                                               "vThreadGrpIdFlat",
-                                               "mem",
-                                               "vicp",
-                                               "vpc",
-                                               "vDomain",
-                                               "vocp",
-                                               "vOutputControlPointID",
-                                               "vInstanceID",
-                                               "this",
-                                               "oEdgeFlag",
-                                               "oDepthLE",
-                                               "oDepthGE",
-                                               "vCoverageMask",
-                                               "Tmr",
-                                               "vLineStipple",
-                                               "in",
-                                               "out",
-                                               "regtype"};
+constexpr std::string_view s_Names[s_nRegisterTypes] = {"b",
+                                                        "c",
+                                                        "i",
+                                                        "a",
+                                                        "r",
+                                                        "vVertex",
+                                                        "vIndex",
+                                                        "vObjIndex",
+                                                        "vBaryCoord",
+                                                        "vPrimIndex",
+                                                        "vQuadIndex",
+                                                        "oVertex",
+                                                        "vPixIn",
+                                                        "oSprite",
+                                                        "oPos",
+                                                        "Interp",
+                                                        "Fog",
+                                                        "T",
+                                                        "PriColor",
+                                                        "SecColor",
+                                                        "vSpriteCoord",
+                                                        "vFace",
+                                                        "vWinCoord",
+                                                        "vPrimCoord",
+                                                        "vPrimType",
+                                                        "oC",
+                                                        "oDepth",
+                                                        "oStencil",
+                                                        "oClip",
+                                                        "vPrim",
+                                                        "x",
+                                                        "cb",
+                                                        "l",
+                                                        "v",
+                                                        "o",
+                                                        "icb",
+                                                        "oMask",
+                                                        "p",
+                                                        "g",
+                                                        "oPsFog",
+                                                        "sr",
+                                                        "vTidInGrp",
+                                                        "vTidInGrpFlat",
+                                                        "vAbsTid",
+                                                        "vAbsTidFlat",
+                                                        "vThreadGrpId",
+                                                        "vThreadGrpIdFlat",
+                                                        "mem",
+                                                        "vicp",
+                                                        "vpc",
+                                                        "vDomain",
+                                                        "vocp",
+                                                        "vOutputControlPointID",
+                                                        "vInstanceID",
+                                                        "this",
+                                                        "oEdgeFlag",
+                                                        "oDepthLE",
+                                                        "oDepthGE",
+                                                        "vCoverageMask",
+                                                        "Tmr",
+                                                        "vLineStipple",
+                                                        "in",
+                                                        "out",
+                                                        "regtype"};
 
-class CRegisterTypes : public CNameTable<256>
+class CRegisterTypes : public CNameTable<8>
 {
 public:
-    CRegisterTypes()
+    constexpr CRegisterTypes()
     {
         for (unsigned int nType = 0; nType < s_nRegisterTypes; ++nType)
         {
@@ -88,17 +88,18 @@ public:
     }
 };
 
+constexpr CRegisterTypes s_RegisterTypes;
+
 } // namespace
 
-const char* GetRegisterTypeName(unsigned int nType)
+std::string_view GetRegisterTypeName(unsigned int nType)
 {
     return s_Names[nType % s_nRegisterTypes];
 }
 
 int FindRegisterType(std::string_view name)
 {
-    static const CRegisterTypes s_Types;
-    return s_Types.Find(name);
+    return s_RegisterTypes.Find(name);
 }
 
 bool IsRegisterNumberOptional(unsigned int nType)

@@ -18,7 +18,7 @@ enum ERegisterType : unsigned int
 };
 
 /// \return the text of a register type, 0 to 63; never empty, no two types share one, letters only
-const char* GetRegisterTypeName(unsigned int nType);
+std::string_view GetRegisterTypeName(unsigned int nType);
 
 /// \return the type of a name without its number, or -1 if there is none
 int FindRegisterType(std::string_view name);
