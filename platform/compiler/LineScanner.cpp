@@ -1,5 +1,6 @@
 #include "platform/compiler/LineScanner.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -7,16 +8,6 @@ namespace KestrelPlatform
 {
 namespace
 {
-
-bool IsDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-bool IsLetter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
 
 /// The longest run that could be a decimal or a float, without its sign.
 const char* FindNumberEnd(const char* p, const char* pEnd, bool& bFloat)
@@ -29,7 +20,7 @@ const char* FindNumberEnd(const char* p, const char* pEnd, bool& bFloat)
         {
             ++p;
         }
-        else if (!IsDigit(*p) && *p != '.' && !bExponent)
+        else if (!IsOfClass(*p, CharDigit) && *p != '.' && !bExponent)
         {
             break;
         }
@@ -40,55 +31,6 @@ const char* FindNumberEnd(const char* p, const char* pEnd, bool& bFloat)
 }
 
 } // namespace
-
-void CLineScanner::SkipBlanks()
-{
-    while (m_p != m_pEnd && (*m_p == ' ' || *m_p == '\t'))
-    {
-        ++m_p;
-    }
-}
-
-bool CLineScanner::Accept(char c)
-{
-    if (Peek() != c || AtEnd())
-    {
-        return false;
-    }
-    ++m_p;
-    return true;
-}
-
-bool CLineScanner::Expect(char c)
-{
-    SkipBlanks();
-    if (!Accept(c))
-    {
-        return Fail(std::string("'") + c + "'");
-    }
-    SkipBlanks();
-    return true;
-}
-
-std::string_view CLineScanner::TakeWord(bool bUnderscores)
-{
-    const char* pStart = m_p;
-    while (m_p != m_pEnd && (IsLetter(*m_p) || IsDigit(*m_p) || (bUnderscores && *m_p == '_')))
-    {
-        ++m_p;
-    }
-    return {pStart, static_cast<size_t>(m_p - pStart)};
-}
-
-std::string_view CLineScanner::TakeLetters()
-{
-    const char* pStart = m_p;
-    while (m_p != m_pEnd && IsLetter(*m_p))
-    {
-        ++m_p;
-    }
-    return {pStart, static_cast<size_t>(m_p - pStart)};
-}
 
 bool CLineScanner::TakeHexadecimal(const char* pStart, uint32_t& nValue)
 {
@@ -149,7 +91,7 @@ bool CLineScanner::TakeNumber(uint32_t& nValue)
     {
         return TakeHexadecimal(pStart, nValue);
     }
-    if (!IsDigit(Peek()) && Peek() != '.')
+    if (!IsOfClass(Peek(), CharDigit) && Peek() != '.')
     {
         return FailAt(pStart, "a number");
     }
@@ -175,16 +117,22 @@ bool CLineScanner::TakeNumber(uint32_t& nValue, uint32_t nMaximum, std::string_v
 bool CLineScanner::TakeDigits(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
 {
     const char* pStart = m_p;
-    const auto result = std::from_chars(m_p, m_pEnd, nValue, 10);
-    if (result.ec == std::errc::invalid_argument)
+    uint64_t nRead = 0;
+    while (m_p != m_pEnd && IsOfClass(*m_p, CharDigit))
+    {
+        // Never more than this, however long the number is.
+        nRead = std::min<uint64_t>(nRead * 10 + static_cast<uint64_t>(*m_p - '0'), uint64_t(nMaximum) + 1);
+        ++m_p;
+    }
+    if (m_p == pStart)
     {
         return Fail(std::string(what));
     }
-    if (result.ec != std::errc() || nValue > nMaximum)
+    if (nRead > nMaximum)
     {
         return Refuse(pStart, std::string(what) + " is at most " + std::to_string(nMaximum));
     }
-    m_p = result.ptr;
+    nValue = static_cast<uint32_t>(nRead);
     return true;
 }
 

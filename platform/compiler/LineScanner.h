@@ -1,6 +1,8 @@
 #ifndef KESTREL_PLATFORM_COMPILER_LINESCANNER_H
 #define KESTREL_PLATFORM_COMPILER_LINESCANNER_H
 
+#include "platform/compiler/CharClass.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -27,19 +29,36 @@ public:
     char Peek() const { return m_p == m_pEnd ? '\0' : *m_p; }
     std::string_view Rest() const { return {m_p, static_cast<size_t>(m_pEnd - m_p)}; }
 
-    void SkipBlanks();
+    void SkipBlanks() { Take(CharBlank); }
 
     /// Takes the character if it is the next one.
-    bool Accept(char c);
+    bool Accept(char c)
+    {
+        const bool bThere = m_p != m_pEnd && *m_p == c;
+        m_p += bThere ? 1 : 0;
+        return bThere;
+    }
 
     /// Takes blanks, the character, blanks; a fault if it isn't there.
-    bool Expect(char c);
+    bool Expect(char c)
+    {
+        SkipBlanks();
+        if (!Accept(c))
+        {
+            return Fail(std::string("'") + c + "'");
+        }
+        SkipBlanks();
+        return true;
+    }
 
     /// Takes letters, digits and, with bUnderscores, underscores; may be empty.
-    std::string_view TakeWord(bool bUnderscores);
+    std::string_view TakeWord(bool bUnderscores)
+    {
+        return Take(CharLetter | CharDigit | (bUnderscores ? CharUnderscore : 0));
+    }
 
     /// Takes letters only; may be empty.
-    std::string_view TakeLetters();
+    std::string_view TakeLetters() { return Take(CharLetter); }
 
     /// Takes a number in any of the accepted forms as a 32-bit word; a fault otherwise.
     bool TakeNumber(uint32_t& nValue);
@@ -61,6 +80,17 @@ public:
     unsigned int FaultColumn() const { return m_nFaultColumn; }
 
 private:
+    /// Takes the characters of these classes; may be empty.
+    std::string_view Take(unsigned int nClasses)
+    {
+        const char* pStart = m_p;
+        while (m_p != m_pEnd && IsOfClass(*m_p, nClasses))
+        {
+            ++m_p;
+        }
+        return {pStart, static_cast<size_t>(m_p - pStart)};
+    }
+
     bool TakeDecimal(const char* pStart, uint32_t& nValue);
     bool TakeHexadecimal(const char* pStart, uint32_t& nValue);
     bool TakeFloat(const char* pStart, const char* pNumberEnd, uint32_t& nValue);

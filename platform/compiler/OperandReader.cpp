@@ -10,8 +10,6 @@ namespace KestrelPlatform
 namespace
 {
 
-const char s_Components[] = "xyzw01";
-
 /// A word of an operand that may be absent.
 struct SWord
 {
@@ -47,16 +45,26 @@ enum ERole
     RoleIndex
 };
 
+/// \return the selector that a character of a swizzle stands for, or -1
 int FindComponent(char c)
 {
-    for (int i = 0; i < 6; ++i)
+    switch (c)
     {
-        if (s_Components[i] == c)
-        {
-            return i;
-        }
+    case 'x':
+        return 0;
+    case 'y':
+        return 1;
+    case 'z':
+        return 2;
+    case 'w':
+        return 3;
+    case '0':
+        return 4;
+    case '1':
+        return 5;
+    default:
+        return -1;
     }
-    return -1;
 }
 
 class COperandReader
@@ -93,8 +101,7 @@ bool COperandReader::ReadRegister(SOperand& operand)
     }
     operand.nToken = static_cast<uint32_t>(nType) << 16;
     const bool bNegative = nType == RegisterTemp && m_scanner.Accept('-');
-    const char cNext = m_scanner.Peek();
-    if (cNext < '0' || cNext > '9')
+    if (!IsOfClass(m_scanner.Peek(), CharDigit))
     {
         return !bNegative || m_scanner.Fail("a register number");
     }
@@ -129,7 +136,7 @@ bool COperandReader::ReadIndexExpression(SOperand& operand)
 {
     const char* pStart = m_scanner.Position();
     const char cFirst = m_scanner.Peek();
-    if ((cFirst >= '0' && cFirst <= '9') || cFirst == '-')
+    if (IsOfClass(cFirst, CharDigit) || cFirst == '-')
     {
         operand.immediate.bPresent = true;
         return m_scanner.TakeNumber(operand.immediate.nValue);
@@ -409,8 +416,7 @@ bool COperandReader::Read(ERole eRole, SOperand& operand)
     {
         return false;
     }
-    const std::string_view parts = "[._{";
-    for (char c = m_scanner.Peek(); parts.find(c) != std::string_view::npos; c = m_scanner.Peek())
+    for (char c = m_scanner.Peek(); IsOfClass(c, CharOperandPart); c = m_scanner.Peek())
     {
         if (!ReadPart(c, eRole, operand))
         {
@@ -425,14 +431,19 @@ bool COperandReader::Read(ERole eRole, SOperand& operand)
 void Append(const SOperand& operand, std::vector<uint32_t>& vTokens)
 {
     vTokens.push_back(operand.nToken);
-    for (const SWord* pWord : {&operand.modifier, &operand.dimension, &operand.relative, &operand.indexModifier,
-                               &operand.immediate, &operand.extended})
+    const auto AppendWord = [&vTokens](const SWord& word)
     {
-        if (pWord->bPresent)
+        if (word.bPresent)
         {
-            vTokens.push_back(pWord->nValue);
+            vTokens.push_back(word.nValue);
         }
-    }
+    };
+    AppendWord(operand.modifier);
+    AppendWord(operand.dimension);
+    AppendWord(operand.relative);
+    AppendWord(operand.indexModifier);
+    AppendWord(operand.immediate);
+    AppendWord(operand.extended);
 }
 
 } // namespace
