@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "platform/simt/SteadySteps.h"
 #include "platform/simt/TraceRecorder.h"
 
 namespace KestrelPlatform
@@ -138,8 +139,11 @@ void CBlock::FillGroupIds()
             else
                 continue;
             uint32_t* const pRow = Row(id.nRow);
-            if (!pLocal)
+            if (!pLocal && pRow[nFirst] != nBase)
+            {
                 m_Lanes.pfFill(pRow, nBase, nFirst, nFirst + nSlot);
+                m_bSteady = m_bSteady && !IsSteady(id);
+            }
             for (uint32_t n = nFirst; pLocal && n < nFirst + nSlot; ++n)
                 pRow[n] = nBase + pLocal[n];
         }
@@ -163,11 +167,20 @@ void CBlock::Start(uint64_t nFirstGroup, CTraceRecorder* pTrace)
     for (const uint32_t nRow : m_Code.vClearRows)
         ClearRow(nRow);
     FillGroupIds();
+    if (!m_bSteady)
+        RunSteady();
     m_nExecuted = 0;
     m_nStep = m_Code.vBodyEntries[0];
     SetMask({m_nLive, 0, m_nLiveEnd});
     if (m_pTrace)
         m_pTrace->Start(*this);
+}
+
+void CBlock::RunSteady()
+{
+    for (const SMicroOp& step : m_Code.vSteadySteps)
+        m_Lanes.pFast[step.nOp](m_pRows, step.rows, nullptr, 0, s_nLanes);
+    m_bSteady = true;
 }
 
 /// A mask that is full from one granule to another takes the way without a mask: so does the half of a group that a

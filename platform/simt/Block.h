@@ -111,6 +111,7 @@ private:
     void FillConstants();
     void FillLocalIds();
     void FillGroupIds();
+    void RunSteady();
     void GroupOfLane(uint32_t nLane, uint64_t* pGroup) const;
     void LocalIdOfLane(uint32_t nLane, uint32_t* pId) const;
     uint32_t LocalIndexOfLane(uint32_t nLane) const;
@@ -196,7 +197,8 @@ private:
     SLaneRow* m_pRows = nullptr;
     SLaneRow m_nLocalIds[4]; ///< x, y, z and the linear id in group
     uint64_t m_nFirstGroup = 0;
-    uint32_t m_nLive = 0; ///< lanes in use, from 0
+    bool m_bSteady = false; ///< the results of the steady steps are there
+    uint32_t m_nLive = 0;   ///< lanes in use, from 0
     uint32_t m_nBarrier = 0;
     uint32_t m_nLiveEnd = 0;
     uint32_t m_nActive = 0;

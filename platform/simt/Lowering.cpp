@@ -4,6 +4,7 @@
 
 #include "platform/simt/ForwardCopies.h"
 #include "platform/simt/RowNumbers.h"
+#include "platform/simt/SteadySteps.h"
 #include "platform/simt/StepRows.h"
 
 namespace KestrelPlatform
@@ -12,9 +13,6 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Rows of a block: 64 MiB of registers and private memory for 256 work-items.
-const uint32_t s_nMaxRows = 65536;
-static_assert(s_nMaxRows <= 0x10000, "SLaneRows numbers rows in 16 bits");
 const uint32_t s_nMaxLocalBytes = 1u << 24;
 const uint32_t s_nAccessPrivate = 3;
 
@@ -54,7 +52,9 @@ bool CLowering::Run()
     {
         ForwardCopies(m_Code);
         std::vector<uint32_t> vReads = CountReads(m_Code);
-        DropUnreadSteps(m_Code, vReads);
+        std::vector<char> vDropped = MarkUnreadSteps(m_Code, vReads);
+        MoveSteadySteps(m_Code, vReads, vDropped);
+        RemoveSteps(m_Code, vDropped);
         KeepRowsToClear(m_Code, vReads);
         CloseRowGaps(m_Code);
     }

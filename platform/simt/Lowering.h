@@ -119,6 +119,7 @@ private:
     bool LowerRule(uint32_t nOp);
     void AddParts(uint32_t nOp, const SLaneRule& rule, std::vector<SPart>& vParts);
     bool WriteParts(T eType, std::vector<SPart>& vParts);
+    bool ClearsAtStart(const SPart& part) const;
     bool WriteRows(T eType, const uint32_t* pRows);
     bool WriteAll(T eType, uint32_t nRow);
     bool LowerSpecial();

@@ -54,10 +54,19 @@ bool CLowering::WriteParts(T eType, std::vector<SPart>& vParts)
     {
         part.rows.d[0] = Target(part.rows.d[0]);
         part.rows.d[1] = part.rows.d[1] < 4 ? Target(part.rows.d[1]) : 0;
-        EmitLane(part.nOp, part.rows);
+        if (!ClearsAtStart(part))
+            EmitLane(part.nOp, part.rows);
     }
     FinishDestination();
     return !m_bFailed;
+}
+
+/// Whether a part sets to 0 what is 0 anyway, since nothing has been computed yet: registers read as 0 until they are
+/// written, and some kernels begin with setting all of theirs.
+bool CLowering::ClearsAtStart(const SPart& part) const
+{
+    const bool bNothingYet = m_Code.vSteps.size() == 1;
+    return bNothingYet && m_bInPlace && !m_bTrace && part.nOp == LANE_IL_OP_MOV && part.rows.s[0] == s_nZeroRow;
 }
 
 /// Writes finished rows, one a component, to the components that the destination names.

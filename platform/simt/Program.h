@@ -17,6 +17,9 @@ namespace KestrelPlatform
 /// Row 0 of a block is the execution mask, row 1 holds zeros.
 const uint32_t s_nMaskRow = 0;
 const uint32_t s_nZeroRow = 1;
+/// Rows of a block: 64 MiB of registers and private memory for 256 work-items.
+const uint32_t s_nMaxRows = 65536;
+static_assert(s_nMaxRows <= 0x10000, "SLaneRows numbers rows in 16 bits");
 
 /// What one step of the compact form does. The fields that each one reads stand beside it.
 enum EMicroKind : uint16_t
@@ -237,6 +240,7 @@ struct SCode
     };
 
     std::vector<SMicroOp> vSteps;
+    std::vector<SMicroOp> vSteadySteps; ///< lane operations to run where the y or z of groups isn't the last one's
     std::vector<uint32_t> vBodyEntries; ///< step of each body's entry
     std::vector<SAccess> vAccesses;
     std::vector<SImageAccess> vImages;

@@ -26,6 +26,11 @@ void ForEachRow(SCode& code, F&& visit)
             ForAll(step.rows.d, visit);
         ForAll(step.rows.s, visit);
     }
+    for (SMicroOp& step : code.vSteadySteps)
+    {
+        ForAll(step.rows.d, visit);
+        ForAll(step.rows.s, visit);
+    }
     for (SAccess& access : code.vAccesses)
     {
         ForAll(access.nAddressRows, visit);

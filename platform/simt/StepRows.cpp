@@ -100,6 +100,15 @@ void MarkUnread(const SCode& code, std::vector<uint32_t>& vReads, std::vector<ch
     }
 }
 
+std::vector<char> FindWritten(const SCode& code)
+{
+    std::vector<char> vWritten(code.nRows, 0);
+    for (const SMicroOp& step : code.vSteps)
+        ForEachWritten(code, step, [&vWritten](uint32_t nRow) { vWritten[nRow] = 1; });
+    ForEachPinned(code, [&vWritten](uint32_t nRow) { vWritten[nRow] = 1; });
+    return vWritten;
+}
+
 } // namespace
 
 std::vector<uint32_t> CountReads(const SCode& code)
@@ -111,17 +120,22 @@ std::vector<uint32_t> CountReads(const SCode& code)
     return vReads;
 }
 
-void DropUnreadSteps(SCode& code, std::vector<uint32_t>& vReads)
+std::vector<char> MarkUnreadSteps(const SCode& code, std::vector<uint32_t>& vReads)
 {
     std::vector<char> vDropped(code.vSteps.size(), 0);
     COverwritten(code).Mark(vReads, vDropped);
     MarkUnread(code, vReads, vDropped);
+    return vDropped;
+}
+
+void RemoveSteps(SCode& code, const std::vector<char>& vMarks)
+{
     std::vector<uint32_t> vPlaces(code.vSteps.size() + 1, 0);
     uint32_t nKept = 0;
     for (size_t n = 0; n < code.vSteps.size(); ++n)
     {
         vPlaces[n] = nKept;
-        if (!vDropped[n])
+        if (!vMarks[n])
             code.vSteps[nKept++] = code.vSteps[n];
     }
     vPlaces[code.vSteps.size()] = nKept;
@@ -146,11 +160,13 @@ void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
         WrittenFirst
     };
     std::vector<char> vUse(code.nRows, NotAsked);
+    const std::vector<char> vWritten = FindWritten(code);
     size_t nLeft = 0;
     for (const uint32_t nRow : code.vClearRows)
     {
-        vUse[nRow] = vReads[nRow] != 0 ? Unseen : NotAsked;
-        nLeft += vReads[nRow] != 0 ? 1 : 0;
+        const bool bAsked = vReads[nRow] != 0 && vWritten[nRow];
+        vUse[nRow] = bAsked ? Unseen : NotAsked;
+        nLeft += bAsked ? 1 : 0;
     }
     std::vector<uint32_t> vReturns;
     uint32_t nStep = code.vBodyEntries[0];
