@@ -1,5 +1,7 @@
 #include "binary/ILProcessingStateMachine.h"
 
+#include <cstring>
+
 namespace OVK_ShaderDebugger
 {
 
@@ -135,6 +137,25 @@ constexpr SRuleIndex MakeRuleIndex()
 
 constexpr SRuleIndex s_RuleIndex = MakeRuleIndex();
 
+/// Whether a character that leads out of state 0 leads straight back to it: a line break with no blank behind it, the
+/// first letter of a keyword that doesn't follow. Lines and "mov" are much more frequent than what the machine is for.
+bool BeginsNothing(const char* pText, unsigned int nLeft)
+{
+    constexpr unsigned int s_nKeywordSize = 4;
+    switch (*pText)
+    {
+    case '\n':
+        return nLeft > 1 && pText[1] != ' ' && pText[1] != 0;
+    case 'f':
+        return nLeft >= s_nKeywordSize && std::memcmp(pText, "func", s_nKeywordSize) != 0;
+    case 'm':
+        return nLeft >= s_nKeywordSize && std::memcmp(pText, "mdef", s_nKeywordSize) != 0 &&
+               std::memcmp(pText, "mend", s_nKeywordSize) != 0;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 ILProcessingStateMachine::ILProcessingStateMachine(const char* pIn, unsigned int nInputSize, char* pOut)
@@ -174,13 +195,15 @@ void ILProcessingStateMachine::Act()
     m_nextStateNum = rule.nNextState;
 }
 
-/// Passes over what doesn't change the state.
+/// Passes over what doesn't change the state, or changes it and has it back with nothing else done.
 void ILProcessingStateMachine::CopyPlain()
 {
     const bool* const pPlain = s_RuleIndex.bPlain[m_nextStateNum];
     const unsigned int nLeft = m_inputSize - m_inputTraversedSoFar;
+    const bool bInText = m_nextStateNum == 0;
     unsigned int n = 0;
-    while (n < nLeft && pPlain[static_cast<unsigned char>(m_in[n])])
+    while (n < nLeft &&
+           (pPlain[static_cast<unsigned char>(m_in[n])] || (bInText && BeginsNothing(m_in + n, nLeft - n))))
     {
         m_out[n] = m_in[n];
         ++n;
