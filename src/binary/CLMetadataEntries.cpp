@@ -18,6 +18,7 @@ constexpr char s_Separator = ':';
 std::vector<std::string> Split(const std::string& strText, size_t nBegin)
 {
     std::vector<std::string> vTokens;
+    vTokens.reserve(static_cast<size_t>(std::count(strText.begin(), strText.end(), s_Separator)) + 1);
     for (;;)
     {
         const size_t nEnd = strText.find(s_Separator, nBegin);
@@ -97,12 +98,14 @@ CCLMetadataTypedEntry::CCLMetadataTypedEntry(const char* szType, size_t nTokens)
 
 bool CCLMetadataTypedEntry::FromEntry(const CCLMetadataEntry& entry)
 {
+    std::vector<std::string> vTokens = entry.GetTokens();
     // An entry of a known type keeps its type token for life.
-    if (entry.GetEntryType() != GetEntryType() || !AcceptsTokens(entry.GetTokens().size()))
+    if (this == &entry || entry.GetEntryType() != GetEntryType() || !AcceptsTokens(vTokens.size()))
     {
         return false;
     }
-    return CCLMetadataEntry::FromEntry(entry);
+    m_vstrTokens.swap(vTokens);
+    return true;
 }
 
 bool CCLMetadataTypedEntry::FromString(const std::string& strEntry)
