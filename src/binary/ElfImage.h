@@ -3,6 +3,7 @@
 
 #include "binary/Elf.h"
 
+#include <string>
 #include <vector>
 
 /// What the files behind ElfUtils.h share.
@@ -11,6 +12,9 @@ namespace OVK_ElfUtils
 
 /// Whether the symbol names a block of bytes that its section holds. A place that doesn't fit 32 bits is logged.
 bool HasBlock(const CElfSymbolTable::TableEntry& entry);
+
+/// GetKernelFunctionNumber of an image that has been read.
+bool FindKernelFunctionNumber(const std::string& strKernelName, const CElf& elf, unsigned int* pnFunctionNumber);
 
 /// Reads an image, changes it, and stores it back if all of that succeeds.
 /// \param change  takes a CElf& and gives whether it succeeded

@@ -161,19 +161,24 @@ bool ExtractMetadataFromElf(const std::vector<char>& vInputElf, const std::strin
     return true;
 }
 
-bool GetKernelFunctionNumber(const std::string& strKernelName, const std::vector<char>& vBinary,
-                             unsigned int* pnFunctionNumber)
+bool FindKernelFunctionNumber(const std::string& strKernelName, const CElf& elf, unsigned int* pnFunctionNumber)
 {
     std::vector<char> vText;
     OVK_ShaderDebugger::CCLMetadata metadata;
     if (pnFunctionNumber == nullptr ||
-        !GetDataForSymbol(GetKernelSymbolName(strKernelName, "metadata"), vBinary, &vText) ||
+        !GetDataForSymbol(GetKernelSymbolName(strKernelName, "metadata"), &elf, &vText) ||
         !metadata.FromString(std::string(vText.begin(), vText.end())))
     {
         return false;
     }
     *pnFunctionNumber = metadata.GetFunctionNumber();
     return true;
+}
+
+bool GetKernelFunctionNumber(const std::string& strKernelName, const std::vector<char>& vBinary,
+                             unsigned int* pnFunctionNumber)
+{
+    return FindKernelFunctionNumber(strKernelName, CElf(vBinary), pnFunctionNumber);
 }
 
 namespace

@@ -221,25 +221,21 @@ bool ReplaceInText(std::string& strText, const std::string& strFind, const std::
     return false;
 }
 
-bool FindAndReplaceInDebugIL(std::vector<char>* pvBinary, const std::string& strFind, const std::string& strReplaceWith)
+bool FindAndReplaceInDebugIL(CElf& elf, const std::string& strFind, const std::string& strReplaceWith)
 {
-    return ChangeImage(pvBinary,
-                       [&](CElf& elf)
-                       {
-                           CElfSection* pSection = elf.GetSection(".debugil");
-                           if (pSection == nullptr)
-                           {
-                               return false;
-                           }
-                           std::string strText(pSection->GetData().begin(), pSection->GetData().end());
-                           return ReplaceInText(strText, strFind, strReplaceWith) && pSection->SetData(strText);
-                       });
+    CElfSection* pSection = elf.GetSection(".debugil");
+    if (pSection == nullptr)
+    {
+        return false;
+    }
+    std::string strText(pSection->GetData().begin(), pSection->GetData().end());
+    return ReplaceInText(strText, strFind, strReplaceWith) && pSection->SetData(strText);
 }
 
-bool GetCallText(const std::string& strKernelName, const std::vector<char>* pvBinary, std::string& strCall)
+bool GetCallText(const std::string& strKernelName, const CElf& elf, std::string& strCall)
 {
     unsigned int nFunctionNumber = 0;
-    if (pvBinary == nullptr || !GetKernelFunctionNumber(strKernelName, *pvBinary, &nFunctionNumber))
+    if (!FindKernelFunctionNumber(strKernelName, elf, &nFunctionNumber))
     {
         return false;
     }
@@ -263,16 +259,24 @@ void ProcessILText(std::string& strILText, bool removeFunctionWhitespace, bool r
 
 bool PatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary)
 {
-    std::string strCall;
-    return GetCallText(strKernelName, pvBinary, strCall) &&
-           FindAndReplaceInDebugIL(pvBinary, s_KernelEntryPlaceholder, strCall);
+    return ChangeImage(pvBinary,
+                       [&](CElf& elf)
+                       {
+                           std::string strCall;
+                           return GetCallText(strKernelName, elf, strCall) &&
+                                  FindAndReplaceInDebugIL(elf, s_KernelEntryPlaceholder, strCall);
+                       });
 }
 
 bool UnpatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary)
 {
-    std::string strCall;
-    return GetCallText(strKernelName, pvBinary, strCall) &&
-           FindAndReplaceInDebugIL(pvBinary, strCall, s_KernelEntryPlaceholder);
+    return ChangeImage(pvBinary,
+                       [&](CElf& elf)
+                       {
+                           std::string strCall;
+                           return GetCallText(strKernelName, elf, strCall) &&
+                                  FindAndReplaceInDebugIL(elf, strCall, s_KernelEntryPlaceholder);
+                       });
 }
 
 bool AddILBinarySection(CElf* pElf, const std::string& strTextSectionName, const std::string& strBinarySectionName,
