@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include <boost/container/static_vector.hpp>
+
 #include "platform/simt/LaneRules.h"
 #include "platform/simt/Program.h"
 
@@ -34,6 +36,7 @@ private:
         uint32_t nOp;
         SLaneRows rows;
     };
+    typedef boost::container::static_vector<SPart, 4> CParts;
 
     /// An open if, loop, switch or body.
     struct SOpenBlock
@@ -84,6 +87,7 @@ private:
     uint32_t ConstantRow(uint32_t nValue);
     uint32_t RegisterRow(const SOperand& operand);
     uint32_t RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody);
+    uint32_t NewRegister();
     uint32_t IdRow(uint32_t nType, uint32_t nComponent);
     uint32_t LiteralRow(const SOperand& operand, uint32_t nComponent);
     uint32_t BufferRow(const SOperand& operand, uint32_t nComponent);
@@ -109,7 +113,7 @@ private:
     // Destinations, in LoweringOperands.cpp
     bool Writes(uint32_t nComponent) const;
     bool IsPlainDestination(const SOperand& operand) const;
-    bool BeginDestination(T eType, const std::vector<SPart>& vParts);
+    bool BeginDestination(T eType, const CParts& parts);
     uint32_t Target(uint32_t nComponent) const { return m_nTargets[nComponent]; }
     void FinishDestination();
     void Scale(uint32_t nRow, uint32_t nHighRow);
@@ -117,8 +121,8 @@ private:
 
     // Rules, in LoweringRules.cpp
     bool LowerRule(uint32_t nOp);
-    void AddParts(uint32_t nOp, const SLaneRule& rule, std::vector<SPart>& vParts);
-    bool WriteParts(T eType, std::vector<SPart>& vParts);
+    void AddParts(uint32_t nOp, const SLaneRule& rule, CParts& parts);
+    bool WriteParts(T eType, CParts& parts);
     bool ClearsAtStart(const SPart& part) const;
     bool WriteRows(T eType, const uint32_t* pRows);
     bool WriteAll(T eType, uint32_t nRow);
@@ -174,9 +178,10 @@ private:
     std::map<uint32_t, uint32_t> m_mapPrivateSizes;      ///< UAV number to bytes
     std::map<uint32_t, uint32_t> m_mapArraySizes;        ///< number to elements
     std::unordered_map<uint32_t, uint32_t> m_mapLocalAreas;
-    std::unordered_map<uint32_t, bool> m_mapUnnormalized; ///< resource number
-    std::unordered_map<uint32_t, bool> m_mapTypedBuffers; ///< UAV number
-    std::unordered_map<uint64_t, uint32_t> m_mapRegisters;
+    std::unordered_map<uint32_t, bool> m_mapUnnormalized;  ///< resource number
+    std::unordered_map<uint32_t, bool> m_mapTypedBuffers;  ///< UAV number
+    std::vector<uint32_t> m_vTempRows;                     ///< by number; 0 for one that hasn't been met
+    std::unordered_map<uint64_t, uint32_t> m_mapRegisters; ///< of other types
     std::unordered_map<uint32_t, uint32_t> m_mapConstants;
     std::unordered_map<uint64_t, uint32_t> m_mapBufferRows;
     std::unordered_map<uint32_t, uint32_t> m_mapIdRows;

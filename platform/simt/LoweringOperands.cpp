@@ -50,6 +50,15 @@ uint32_t CLowering::ConstantRow(uint32_t nValue)
 
 uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
 {
+    if (nType == REG_TEMP && nNumber >= 0)
+    {
+        const size_t nTemp = static_cast<uint32_t>(nNumber);
+        if (nTemp >= m_vTempRows.size())
+            m_vTempRows.resize(nTemp + 1, 0);
+        if (m_vTempRows[nTemp] == 0)
+            m_vTempRows[nTemp] = NewRegister();
+        return m_vTempRows[nTemp];
+    }
     const uint64_t nKey =
         (static_cast<uint64_t>(nBody) << 32) | (nType << 24) | (static_cast<uint32_t>(nNumber) & 0xFFFF);
     const uint64_t nSign = nNumber < 0 ? 1ull << 23 : 0;
@@ -57,8 +66,15 @@ uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
     const auto it = m_mapRegisters.find(nKey | nSign);
     if (it != m_mapRegisters.end())
         return it->second;
-    const uint32_t nRow = NewRows(4);
+    const uint32_t nRow = NewRegister();
     m_mapRegisters.emplace(nKey | nSign, nRow);
+    return nRow;
+}
+
+/// Rows of four components, which read as 0 until they are written.
+uint32_t CLowering::NewRegister()
+{
+    const uint32_t nRow = NewRows(4);
     for (uint32_t n = 0; n < 4; ++n)
         m_Code.vClearRows.push_back(nRow + n);
     return nRow;
@@ -72,7 +88,7 @@ uint32_t CLowering::RegisterRow(const SOperand& operand)
 
 uint32_t CLowering::IdRow(uint32_t nType, uint32_t nComponent)
 {
-    const auto inserted = m_mapIdRows.emplace(nType * 4 + nComponent, 0);
+    const auto inserted = m_mapIdRows.try_emplace(nType * 4 + nComponent, 0);
     if (inserted.second)
     {
         inserted.first->second = NewRows(1);
@@ -177,8 +193,8 @@ uint32_t CLowering::BufferRow(const SOperand& operand, uint32_t nComponent)
     }
     else
     {
-        const auto inserted =
-            m_mapBuffers.emplace(static_cast<uint32_t>(operand.nNumber), static_cast<uint32_t>(m_Code.vBuffers.size()));
+        const auto inserted = m_mapBuffers.try_emplace(static_cast<uint32_t>(operand.nNumber),
+                                                       static_cast<uint32_t>(m_Code.vBuffers.size()));
         if (inserted.second)
             m_Code.vBuffers.push_back({static_cast<uint32_t>(operand.nNumber), 0, {}, false});
         nBuffer = inserted.first->second;
@@ -191,7 +207,7 @@ uint32_t CLowering::BufferRow(const SOperand& operand, uint32_t nComponent)
         return s_nZeroRow;
     }
     const uint32_t nWord = operand.nImmediate * 4 + nComponent;
-    const auto inserted = m_mapBufferRows.emplace((static_cast<uint64_t>(nBuffer) << 32) | nWord, 0);
+    const auto inserted = m_mapBufferRows.try_emplace((static_cast<uint64_t>(nBuffer) << 32) | nWord, 0);
     if (inserted.second)
     {
         inserted.first->second = NewRows(1);
@@ -409,7 +425,7 @@ bool CLowering::IsPlainDestination(const SOperand& operand) const
 /// Chooses where the parts of the current instruction write: into the destination's own rows, or
 /// into scratch rows if modifiers follow, the destination is an array, or a later part still reads
 /// what an earlier one would overwrite.
-bool CLowering::BeginDestination(T eType, const std::vector<SPart>& vParts)
+bool CLowering::BeginDestination(T eType, const CParts& parts)
 {
     const SOperand& destination = Destination();
     m_eDestinationType = eType;
@@ -421,15 +437,15 @@ bool CLowering::BeginDestination(T eType, const std::vector<SPart>& vParts)
     if (IsPair(eType) && (Writes(0) != Writes(1) || Writes(2) != Writes(3)))
         m_bInPlace = false;
     const uint32_t nBase = m_bInPlace ? RegisterRow(destination) : 0;
-    for (size_t i = 0; m_bInPlace && i + 1 < vParts.size(); ++i)
+    for (size_t i = 0; m_bInPlace && i + 1 < parts.size(); ++i)
     {
-        for (size_t j = i + 1; j < vParts.size() && m_bInPlace; ++j)
+        for (size_t j = i + 1; j < parts.size() && m_bInPlace; ++j)
         {
-            for (const uint32_t nSource : vParts[j].rows.s)
+            for (const uint32_t nSource : parts[j].rows.s)
             {
                 // A part's destination holds the component's number until targets are chosen.
-                const bool bFirst = vParts[i].rows.d[0] < 4 && nSource == nBase + vParts[i].rows.d[0];
-                const bool bSecond = vParts[i].rows.d[1] < 4 && nSource == nBase + vParts[i].rows.d[1];
+                const bool bFirst = parts[i].rows.d[0] < 4 && nSource == nBase + parts[i].rows.d[0];
+                const bool bSecond = parts[i].rows.d[1] < 4 && nSource == nBase + parts[i].rows.d[1];
                 m_bInPlace = m_bInPlace && !bFirst && !bSecond;
             }
         }

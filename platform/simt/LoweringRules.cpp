@@ -15,7 +15,7 @@ const uint32_t s_nFenceMemory = 4;
 } // namespace
 
 /// The component's parts of one rule: destinations hold component numbers until WriteParts.
-void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, std::vector<SPart>& vParts)
+void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, CParts& parts)
 {
     const bool bOutPair = IsPair(rule.eOut);
     const uint32_t nStep = bOutPair ? 2 : 1;
@@ -40,17 +40,17 @@ void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, std::vector<SPart>
             else
                 part.rows.s[i * 2] = Source(operand, rule.eForm == ELaneForm::SCALAR ? 3 : n, eType);
         }
-        vParts.push_back(part);
+        parts.push_back(part);
         if (rule.eForm == ELaneForm::SCALAR)
             return;
     }
 }
 
-bool CLowering::WriteParts(T eType, std::vector<SPart>& vParts)
+bool CLowering::WriteParts(T eType, CParts& parts)
 {
-    if (!BeginDestination(eType, vParts))
+    if (!BeginDestination(eType, parts))
         return false;
-    for (SPart& part : vParts)
+    for (SPart& part : parts)
     {
         part.rows.d[0] = Target(part.rows.d[0]);
         part.rows.d[1] = part.rows.d[1] < 4 ? Target(part.rows.d[1]) : 0;
@@ -72,8 +72,7 @@ bool CLowering::ClearsAtStart(const SPart& part) const
 /// Writes finished rows, one a component, to the components that the destination names.
 bool CLowering::WriteRows(T eType, const uint32_t* pRows)
 {
-    std::vector<SPart> vParts;
-    vParts.reserve(4);
+    CParts parts;
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (!Writes(n))
@@ -83,9 +82,9 @@ bool CLowering::WriteRows(T eType, const uint32_t* pRows)
         part.rows.d[0] = n;
         part.rows.d[1] = 4;
         part.rows.s[0] = pRows[n];
-        vParts.push_back(part);
+        parts.push_back(part);
     }
-    return WriteParts(eType, vParts);
+    return WriteParts(eType, parts);
 }
 
 bool CLowering::WriteAll(T eType, uint32_t nRow)
@@ -97,19 +96,18 @@ bool CLowering::WriteAll(T eType, uint32_t nRow)
 bool CLowering::LowerRule(uint32_t nOp)
 {
     const SLaneRule& rule = GetLaneRule(nOp);
-    std::vector<SPart> vParts;
-    vParts.reserve(4);
-    AddParts(nOp, rule, vParts);
-    if (rule.eForm != ELaneForm::SCALAR || vParts.empty())
-        return WriteParts(rule.eOut, vParts);
-    SLaneRows rows = vParts[0].rows;
+    CParts parts;
+    AddParts(nOp, rule, parts);
+    if (rule.eForm != ELaneForm::SCALAR || parts.empty())
+        return WriteParts(rule.eOut, parts);
+    SLaneRows rows = parts[0].rows;
     rows.d[0] = Scratch();
     rows.d[1] = 0;
     uint32_t nWritten = 0;
     for (uint32_t n = 0; n < 4; ++n)
         nWritten += Writes(n) ? 1 : 0;
     if (nWritten == 1)
-        return WriteParts(rule.eOut, vParts);
+        return WriteParts(rule.eOut, parts);
     EmitLane(nOp, rows);
     return WriteAll(rule.eOut, rows.d[0]);
 }
