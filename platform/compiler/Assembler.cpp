@@ -194,13 +194,13 @@ bool CAssembler::AssembleGenericHeader(CLineScanner& scanner)
 
 bool CAssembler::Separate(CLineScanner& scanner)
 {
-    scanner.SkipBlanks();
-    if (m_bFirstOperand)
+    if (!m_bFirstOperand)
     {
-        m_bFirstOperand = false;
-        return true;
+        return scanner.Expect(',');
     }
-    return scanner.Expect(',');
+    m_bFirstOperand = false;
+    scanner.SkipBlanks();
+    return true;
 }
 
 bool CAssembler::AssembleInstruction(CLineScanner& scanner)

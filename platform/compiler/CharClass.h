@@ -12,8 +12,7 @@ enum ECharClass : uint8_t
     CharLetter = 1,
     CharDigit = 2,
     CharUnderscore = 4,
-    CharBlank = 8,
-    CharOperandPart = 16 ///< opens a part of an operand behind its register
+    CharOperandPart = 8 ///< opens a part of an operand behind its register
 };
 
 /// The classes of each character. Those of the character 0 are none.
@@ -25,8 +24,6 @@ public:
         AddRange('a', 'z', CharLetter);
         AddRange('A', 'Z', CharLetter);
         AddRange('0', '9', CharDigit);
-        Add(' ', CharBlank);
-        Add('\t', CharBlank);
         Add('_', CharUnderscore);
         Add('[', CharOperandPart);
         Add('.', CharOperandPart);

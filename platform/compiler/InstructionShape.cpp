@@ -87,15 +87,6 @@ constexpr SRange s_NoInstructions[] = {{OpComment, OpComment},
                                        {354, 355},
                                        {423, 424}};
 
-struct STables
-{
-    SInstructionShape shapes[OpLast] = {};
-    bool bNoInstruction[OpLast] = {};
-    CNameTable<11> opcodes;
-
-    constexpr STables();
-};
-
 constexpr void SetName(SInstructionShape& shape, std::string_view name)
 {
     shape.pName = name.data();
@@ -115,48 +106,67 @@ constexpr void SetFormat(SInstructionShape& shape, int nFormat)
     }
 }
 
-constexpr STables::STables()
+constexpr void SetNamesAndFormats(SInstructionShapes& table)
 {
     for (const SKeyword& keyword : s_Keywords)
     {
-        if (keyword.nOpcode == 0 || keyword.nOpcode >= OpLast)
+        if (keyword.nOpcode == 0 || keyword.nOpcode >= OpLast || table.shapes[keyword.nOpcode].pName != nullptr)
         {
             continue;
         }
-        opcodes.Add(keyword.name, static_cast<int>(keyword.nOpcode));
-        SInstructionShape& shape = shapes[keyword.nOpcode];
-        if (shape.pName == nullptr)
-        {
-            SetName(shape, keyword.name);
-            SetFormat(shape, keyword.nFormat);
-        }
+        SInstructionShape& shape = table.shapes[keyword.nOpcode];
+        SetName(shape, keyword.name);
+        SetFormat(shape, keyword.nFormat);
     }
     // The one opcode without a name whose shape is known: a count of words, as its sibling has it.
-    SetName(shapes[OpDclTotalNumThreadGroup], "op(213)");
-    for (SInstructionShape& shape : shapes)
+    SetName(table.shapes[OpDclTotalNumThreadGroup], "op(213)");
+}
+
+constexpr SInstructionShapes MakeShapes()
+{
+    SInstructionShapes table;
+    SetNamesAndFormats(table);
+    for (uint32_t nOpcode = 0; nOpcode < OpLast; ++nOpcode)
     {
-        shape.bModifierWords = true;
+        table.shapes[nOpcode].bModifierWords = true;
+        table.shapes[nOpcode].bInstruction = true;
     }
     for (const uint32_t nOpcode : s_NoModifierWords)
     {
-        shapes[nOpcode].bModifierWords = false;
+        table.shapes[nOpcode].bModifierWords = false;
     }
     for (const STail& tail : s_Tails)
     {
-        shapes[tail.nOpcode].eTrailing = tail.eTrailing;
+        table.shapes[tail.nOpcode].eTrailing = tail.eTrailing;
     }
-    shapes[OpMacroDef].bInstructionModifier = true;
-    shapes[OpMacroCall].bInstructionModifier = true;
+    table.shapes[OpMacroDef].bInstructionModifier = true;
+    table.shapes[OpMacroCall].bInstructionModifier = true;
     for (const SRange& range : s_NoInstructions)
     {
         for (uint32_t nOpcode = range.nFirst; nOpcode <= range.nLast; ++nOpcode)
         {
-            bNoInstruction[nOpcode] = true;
+            table.shapes[nOpcode].bInstruction = false;
         }
     }
+    return table;
 }
 
-constexpr STables s_Tables;
+class COpcodeNames : public CNameTable<11>
+{
+public:
+    constexpr COpcodeNames()
+    {
+        for (const SKeyword& keyword : s_Keywords)
+        {
+            if (keyword.nOpcode != 0 && keyword.nOpcode < OpLast)
+            {
+                Add(keyword.name, static_cast<int>(keyword.nOpcode));
+            }
+        }
+    }
+};
+
+constexpr COpcodeNames s_OpcodeNames;
 
 const char* const s_pCutShort = "the stream is cut short";
 
@@ -222,40 +232,11 @@ bool MeasureTrailing(const uint32_t* pTokens, size_t nCount, ETrailing eTrailing
 
 } // namespace
 
-const SInstructionShape& GetInstructionShape(uint32_t nOpcode)
-{
-    static const SInstructionShape s_None;
-    return nOpcode < OpLast ? s_Tables.shapes[nOpcode] : s_None;
-}
+constexpr SInstructionShapes g_InstructionShapes = MakeShapes();
 
 int FindOpcode(std::string_view name)
 {
-    return s_Tables.opcodes.Find(name);
-}
-
-bool IsInstructionOpcode(uint32_t nOpcode)
-{
-    return nOpcode < OpLast && !s_Tables.bNoInstruction[nOpcode];
-}
-
-bool HasDestination(uint32_t nOpcodeToken, uint32_t nInstructionModifier)
-{
-    const uint32_t nOpcode = nOpcodeToken & s_nOpcodeMask;
-    return nOpcode == OpMacroCall ? (nInstructionModifier >> 16) != 0 : GetInstructionShape(nOpcode).bDestination;
-}
-
-uint32_t GetSourceCount(uint32_t nOpcodeToken, uint32_t nInstructionModifier)
-{
-    const uint32_t nOpcode = nOpcodeToken & s_nOpcodeMask;
-    if (nOpcode == OpMacroCall)
-    {
-        return nInstructionModifier & 0xFFFF;
-    }
-    if (nOpcode == OpDclConstBuffer && (nOpcodeToken & s_nPrimaryBit) != 0)
-    {
-        return 0;
-    }
-    return GetInstructionShape(nOpcode).nSources;
+    return s_OpcodeNames.Find(name);
 }
 
 bool MeasureOperand(const uint32_t* pTokens, size_t nCount, size_t& nWords, const char*& pReason)

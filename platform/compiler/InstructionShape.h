@@ -92,6 +92,7 @@ struct SInstructionShape
     bool bDestination = false;   ///< unless the opcode is mcall
     bool bModifierWords = false; ///< bits 30 and 31 of the opcode token bring a word each
     bool bInstructionModifier = false;
+    bool bInstruction = false; ///< no declaration, comment or macro marker
     ETrailing eTrailing = TrailingNone;
 
     std::string_view Name() const { return {pName, nNameLength}; }
@@ -112,20 +113,50 @@ struct SItemLayout
     size_t nTrailingWords = 0; ///< with the count word of a counted tail
 };
 
+/// The shapes by opcode. The last one is that of the opcodes behind: of none.
+struct SInstructionShapes
+{
+    SInstructionShape shapes[OpLast + 1] = {};
+};
+
+extern const SInstructionShapes g_InstructionShapes;
+
 /// \return the shape of an opcode; its name is null for an opcode that neither table knows
-const SInstructionShape& GetInstructionShape(uint32_t nOpcode);
+inline const SInstructionShape& GetInstructionShape(uint32_t nOpcode)
+{
+    return g_InstructionShapes.shapes[nOpcode < OpLast ? nOpcode : OpLast];
+}
 
 /// \return the opcode of a mnemonic without suffixes, or -1
 int FindOpcode(std::string_view name);
 
 /// Whether an opcode counts as an instruction: no declaration, comment or macro marker.
-bool IsInstructionOpcode(uint32_t nOpcode);
+inline bool IsInstructionOpcode(uint32_t nOpcode)
+{
+    return GetInstructionShape(nOpcode).bInstruction;
+}
 
 /// Whether the item with this opcode token and instruction modifier has a destination.
-bool HasDestination(uint32_t nOpcodeToken, uint32_t nInstructionModifier);
+inline bool HasDestination(uint32_t nOpcodeToken, uint32_t nInstructionModifier)
+{
+    const uint32_t nOpcode = nOpcodeToken & s_nOpcodeMask;
+    return nOpcode == OpMacroCall ? (nInstructionModifier >> 16) != 0 : GetInstructionShape(nOpcode).bDestination;
+}
 
 /// How many sources the item with this opcode token and instruction modifier has.
-uint32_t GetSourceCount(uint32_t nOpcodeToken, uint32_t nInstructionModifier);
+inline uint32_t GetSourceCount(uint32_t nOpcodeToken, uint32_t nInstructionModifier)
+{
+    const uint32_t nOpcode = nOpcodeToken & s_nOpcodeMask;
+    if (nOpcode == OpMacroCall)
+    {
+        return nInstructionModifier & 0xFFFF;
+    }
+    if (nOpcode == OpDclConstBuffer && (nOpcodeToken & s_nPrimaryBit) != 0)
+    {
+        return 0;
+    }
+    return GetInstructionShape(nOpcode).nSources;
+}
 
 /// Measures the operand that starts at pTokens.
 ///

@@ -1,6 +1,5 @@
 #include "platform/compiler/LineScanner.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -114,29 +113,18 @@ bool CLineScanner::TakeNumber(uint32_t& nValue, uint32_t nMaximum, std::string_v
     return true;
 }
 
-bool CLineScanner::TakeDigits(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
+bool CLineScanner::FailExpected(char c)
 {
-    const char* pStart = m_p;
-    uint64_t nRead = 0;
-    while (m_p != m_pEnd && IsOfClass(*m_p, CharDigit))
-    {
-        // Never more than this, however long the number is.
-        nRead = std::min<uint64_t>(nRead * 10 + static_cast<uint64_t>(*m_p - '0'), uint64_t(nMaximum) + 1);
-        ++m_p;
-    }
-    if (m_p == pStart)
-    {
-        return Fail(std::string(what));
-    }
-    if (nRead > nMaximum)
-    {
-        return Refuse(pStart, std::string(what) + " is at most " + std::to_string(nMaximum));
-    }
-    nValue = static_cast<uint32_t>(nRead);
-    return true;
+    return Fail(std::string("'") + c + "'");
 }
 
-bool CLineScanner::FailAt(const char* p, const std::string& strExpected)
+bool CLineScanner::RefuseDigits(const char* pStart, uint32_t nMaximum, std::string_view what)
+{
+    return m_p == pStart ? Fail(what)
+                         : Refuse(pStart, std::string(what) + " is at most " + std::to_string(nMaximum));
+}
+
+bool CLineScanner::FailAt(const char* p, std::string_view expected)
 {
     const size_t nLongestShown = 24;
     const char* pTokenEnd = p;
@@ -151,14 +139,14 @@ bool CLineScanner::FailAt(const char* p, const std::string& strExpected)
     const std::string_view token(p, static_cast<size_t>(pTokenEnd - p));
     const std::string strGot =
         p == m_pEnd ? "the end of the line" : "'" + std::string(token.substr(0, nLongestShown)) + "'";
-    return Refuse(p, "expected " + strExpected + ", got " + strGot);
+    return Refuse(p, "expected " + std::string(expected) + ", got " + strGot);
 }
 
-bool CLineScanner::Refuse(const char* p, const std::string& strMessage)
+bool CLineScanner::Refuse(const char* p, std::string_view message)
 {
     if (m_strFault.empty())
     {
-        m_strFault = strMessage;
+        m_strFault = message;
         m_nFaultColumn = static_cast<unsigned int>(p - m_pBegin) + 1;
     }
     return false;

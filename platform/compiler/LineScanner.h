@@ -29,14 +29,23 @@ public:
     char Peek() const { return m_p == m_pEnd ? '\0' : *m_p; }
     std::string_view Rest() const { return {m_p, static_cast<size_t>(m_pEnd - m_p)}; }
 
-    void SkipBlanks() { Take(CharBlank); }
+    void SkipBlanks()
+    {
+        while (m_p != m_pEnd && (*m_p == ' ' || *m_p == '\t'))
+        {
+            ++m_p;
+        }
+    }
 
     /// Takes the character if it is the next one.
     bool Accept(char c)
     {
-        const bool bThere = m_p != m_pEnd && *m_p == c;
-        m_p += bThere ? 1 : 0;
-        return bThere;
+        if (m_p == m_pEnd || *m_p != c)
+        {
+            return false;
+        }
+        ++m_p;
+        return true;
     }
 
     /// Takes blanks, the character, blanks; a fault if it isn't there.
@@ -45,7 +54,7 @@ public:
         SkipBlanks();
         if (!Accept(c))
         {
-            return Fail(std::string("'") + c + "'");
+            return FailExpected(c);
         }
         SkipBlanks();
         return true;
@@ -67,14 +76,29 @@ public:
     bool TakeNumber(uint32_t& nValue, uint32_t nMaximum, std::string_view what);
 
     /// Takes decimal digits only, so that what follows may be a '.'; a fault for none or above nMaximum.
-    bool TakeDigits(uint32_t& nValue, uint32_t nMaximum, std::string_view what);
+    bool TakeDigits(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
+    {
+        const char* pStart = m_p;
+        uint64_t nRead = 0;
+        for (; m_p != m_pEnd && IsOfClass(*m_p, CharDigit); ++m_p)
+        {
+            // Once above the maximum it stays there, however long the number is.
+            nRead = nRead > nMaximum ? nRead : nRead * 10 + static_cast<uint64_t>(*m_p - '0');
+        }
+        if (m_p == pStart || nRead > nMaximum)
+        {
+            return RefuseDigits(pStart, nMaximum, what);
+        }
+        nValue = static_cast<uint32_t>(nRead);
+        return true;
+    }
 
     /// Notes a fault at the current position, or at p: "expected ..., got ...". Always false.
-    bool Fail(const std::string& strExpected) { return FailAt(m_p, strExpected); }
-    bool FailAt(const char* p, const std::string& strExpected);
+    bool Fail(std::string_view expected) { return FailAt(m_p, expected); }
+    bool FailAt(const char* p, std::string_view expected);
 
     /// Notes a fault that isn't about what stands there. Always false.
-    bool Refuse(const char* p, const std::string& strMessage);
+    bool Refuse(const char* p, std::string_view message);
 
     const std::string& FaultMessage() const { return m_strFault; }
     unsigned int FaultColumn() const { return m_nFaultColumn; }
@@ -91,6 +115,8 @@ private:
         return {pStart, static_cast<size_t>(m_p - pStart)};
     }
 
+    bool FailExpected(char c);
+    bool RefuseDigits(const char* pStart, uint32_t nMaximum, std::string_view what);
     bool TakeDecimal(const char* pStart, uint32_t& nValue);
     bool TakeHexadecimal(const char* pStart, uint32_t& nValue);
     bool TakeFloat(const char* pStart, const char* pNumberEnd, uint32_t& nValue);

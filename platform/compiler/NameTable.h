@@ -63,7 +63,7 @@ private:
     constexpr size_t Place(std::string_view name, uint64_t nKey) const
     {
         size_t nPlace = static_cast<size_t>(nKey * 0x9E3779B97F4A7C15u >> (64 - nBits));
-        while (!m_Buckets[nPlace].name.empty() && !m_Buckets[nPlace].Holds(name, nKey))
+        while (!m_Buckets[nPlace].Holds(name, nKey) && !m_Buckets[nPlace].name.empty())
         {
             nPlace = (nPlace + 1) % s_nBuckets;
         }

@@ -76,6 +76,7 @@ public:
 
 private:
     bool ReadRegister(SOperand& operand);
+    bool ReadNegativeNumber(SOperand& operand);
     bool ReadPart(char cPart, ERole eRole, SOperand& operand);
     bool ReadComponents(ERole eRole, SOperand& operand);
     bool ReadBrackets(SOperand& operand);
@@ -100,22 +101,34 @@ bool COperandReader::ReadRegister(SOperand& operand)
         return m_scanner.FailAt(pStart, "a register");
     }
     operand.nToken = static_cast<uint32_t>(nType) << 16;
-    const bool bNegative = nType == RegisterTemp && m_scanner.Accept('-');
+    if (nType == RegisterTemp && m_scanner.Peek() == '-')
+    {
+        return ReadNegativeNumber(operand);
+    }
     if (!IsOfClass(m_scanner.Peek(), CharDigit))
     {
-        return !bNegative || m_scanner.Fail("a register number");
+        return true;
     }
+    uint32_t nNumber = 0;
+    const bool bOk = m_scanner.TakeDigits(nNumber, 0xFFFF, "a register number");
+    operand.nToken |= nNumber;
+    return bOk;
+}
+
+bool COperandReader::ReadNegativeNumber(SOperand& operand)
+{
+    m_scanner.Accept('-');
     const char* pNumber = m_scanner.Position();
     uint32_t nNumber = 0;
-    if (!m_scanner.TakeDigits(nNumber, bNegative ? 0x10000 : 0xFFFF, "a register number"))
+    if (!m_scanner.TakeDigits(nNumber, 0x10000, "a register number"))
     {
         return false;
     }
-    if (bNegative && nNumber == 0)
+    if (nNumber == 0)
     {
         return m_scanner.FailAt(pNumber, "a register number above 0");
     }
-    operand.nToken |= bNegative ? s_nOperandNegative | (0x10000 - nNumber) : nNumber;
+    operand.nToken |= s_nOperandNegative | (0x10000 - nNumber);
     return true;
 }
 
@@ -244,16 +257,20 @@ bool COperandReader::ReadSwizzle(SOperand& operand)
     const char* pStart = m_scanner.Position();
     const std::string_view swizzle = m_scanner.TakeWord(false);
     uint32_t nModifier = 0;
-    bool bValid = !swizzle.empty() && swizzle.size() <= 4;
-    for (size_t i = 0; bValid && i < 4; ++i)
+    size_t nPlaces = 0;
+    int nSelect = -1;
+    while (nPlaces < swizzle.size() && nPlaces < 4 && (nSelect = FindComponent(swizzle[nPlaces])) >= 0)
     {
-        const int nSelect = FindComponent(swizzle[i < swizzle.size() ? i : swizzle.size() - 1]);
-        bValid = nSelect >= 0;
-        nModifier |= static_cast<uint32_t>(bValid ? nSelect : 0) << (4 * i);
+        nModifier |= static_cast<uint32_t>(nSelect) << (4 * nPlaces);
+        ++nPlaces;
     }
-    if (!bValid)
+    if (nPlaces == 0 || nPlaces < swizzle.size())
     {
         return m_scanner.FailAt(pStart, "a swizzle of x, y, z, w, 0 and 1");
+    }
+    for (; nPlaces < 4; ++nPlaces)
+    {
+        nModifier |= static_cast<uint32_t>(nSelect) << (4 * nPlaces);
     }
     operand.modifier.Set((operand.modifier.nValue & ~s_nSwizzleBits) | nModifier);
     return true;

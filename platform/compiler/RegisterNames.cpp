@@ -76,16 +76,31 @@ constexpr std::string_view s_Names[s_nRegisterTypes] = {"b",
                                                         "out",
                                                         "regtype"};
 
-class CRegisterTypes : public CNameTable<8>
+/// Nearly all registers of a kernel have names of one letter, which are found without searching.
+class CRegisterTypes
 {
 public:
     constexpr CRegisterTypes()
     {
         for (unsigned int nType = 0; nType < s_nRegisterTypes; ++nType)
         {
-            Add(s_Names[nType], static_cast<int>(nType));
+            m_Names.Add(s_Names[nType], static_cast<int>(nType));
+        }
+        for (size_t c = 0; c < sizeof(m_nLetters); ++c)
+        {
+            const char cLetter = static_cast<char>(c);
+            m_nLetters[c] = static_cast<int8_t>(m_Names.Find(std::string_view(&cLetter, 1)));
         }
     }
+
+    int Find(std::string_view name) const
+    {
+        return name.size() == 1 ? m_nLetters[static_cast<unsigned char>(name[0])] : m_Names.Find(name);
+    }
+
+private:
+    CNameTable<8> m_Names;
+    int8_t m_nLetters[256] = {};
 };
 
 constexpr CRegisterTypes s_RegisterTypes;

@@ -205,8 +205,11 @@ void ILProcessingStateMachine::CopyPlain()
     while (n < nLeft &&
            (pPlain[static_cast<unsigned char>(m_in[n])] || (bInText && BeginsNothing(m_in + n, nLeft - n))))
     {
-        m_out[n] = m_in[n];
         ++n;
+    }
+    if (m_in != m_out)
+    {
+        std::memmove(m_out, m_in, n);
     }
     m_in += n;
     m_out += n;
