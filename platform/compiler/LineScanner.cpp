@@ -118,10 +118,9 @@ bool CLineScanner::FailExpected(char c)
     return Fail(std::string("'") + c + "'");
 }
 
-bool CLineScanner::RefuseDigits(const char* pStart, uint32_t nMaximum, std::string_view what)
+bool CLineScanner::RefuseDigits(std::string_view digits, uint32_t nMaximum, std::string_view what)
 {
-    return m_p == pStart ? Fail(what)
-                         : Refuse(pStart, std::string(what) + " is at most " + std::to_string(nMaximum));
+    return Refuse(digits.data(), std::string(what) + " is at most " + std::to_string(nMaximum));
 }
 
 bool CLineScanner::FailAt(const char* p, std::string_view expected)

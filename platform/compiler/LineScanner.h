@@ -31,10 +31,12 @@ public:
 
     void SkipBlanks()
     {
-        while (m_p != m_pEnd && (*m_p == ' ' || *m_p == '\t'))
+        const char* p = m_p;
+        while (p != m_pEnd && (*p == ' ' || *p == '\t'))
         {
-            ++m_p;
+            ++p;
         }
+        m_p = p;
     }
 
     /// Takes the character if it is the next one.
@@ -51,10 +53,13 @@ public:
     /// Takes blanks, the character, blanks; a fault if it isn't there.
     bool Expect(char c)
     {
-        SkipBlanks();
         if (!Accept(c))
         {
-            return FailExpected(c);
+            SkipBlanks();
+            if (!Accept(c))
+            {
+                return FailExpected(c);
+            }
         }
         SkipBlanks();
         return true;
@@ -78,16 +83,19 @@ public:
     /// Takes decimal digits only, so that what follows may be a '.'; a fault for none or above nMaximum.
     bool TakeDigits(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
     {
-        const char* pStart = m_p;
+        const std::string_view digits = Take(CharDigit);
         uint64_t nRead = 0;
-        for (; m_p != m_pEnd && IsOfClass(*m_p, CharDigit); ++m_p)
+        for (const char c : digits)
         {
-            // Once above the maximum it stays there, however long the number is.
-            nRead = nRead > nMaximum ? nRead : nRead * 10 + static_cast<uint64_t>(*m_p - '0');
+            nRead = nRead * 10 + static_cast<uint64_t>(c - '0');
+            if (nRead > nMaximum)
+            {
+                return RefuseDigits(digits, nMaximum, what);
+            }
         }
-        if (m_p == pStart || nRead > nMaximum)
+        if (digits.empty())
         {
-            return RefuseDigits(pStart, nMaximum, what);
+            return Fail(what);
         }
         nValue = static_cast<uint32_t>(nRead);
         return true;
@@ -108,15 +116,17 @@ private:
     std::string_view Take(unsigned int nClasses)
     {
         const char* pStart = m_p;
-        while (m_p != m_pEnd && IsOfClass(*m_p, nClasses))
+        const char* p = pStart;
+        while (p != m_pEnd && IsOfClass(*p, nClasses))
         {
-            ++m_p;
+            ++p;
         }
-        return {pStart, static_cast<size_t>(m_p - pStart)};
+        m_p = p;
+        return {pStart, static_cast<size_t>(p - pStart)};
     }
 
     bool FailExpected(char c);
-    bool RefuseDigits(const char* pStart, uint32_t nMaximum, std::string_view what);
+    bool RefuseDigits(std::string_view digits, uint32_t nMaximum, std::string_view what);
     bool TakeDecimal(const char* pStart, uint32_t& nValue);
     bool TakeHexadecimal(const char* pStart, uint32_t& nValue);
     bool TakeFloat(const char* pStart, const char* pNumberEnd, uint32_t& nValue);

@@ -43,8 +43,16 @@ private:
 
         constexpr bool Holds(std::string_view wanted, uint64_t nWantedKey) const
         {
-            return nKey == nWantedKey && name.size() == wanted.size() &&
-                   (name.size() <= sizeof(nKey) || name == wanted);
+            if (nKey != nWantedKey || name.size() != wanted.size())
+            {
+                return false;
+            }
+            size_t nSame = name.size() <= sizeof(nKey) ? name.size() : 0;
+            while (nSame < name.size() && name[nSame] == wanted[nSame])
+            {
+                ++nSame;
+            }
+            return nSame == name.size();
         }
     };
 

@@ -45,26 +45,34 @@ enum ERole
     RoleIndex
 };
 
-/// \return the selector that a character of a swizzle stands for, or -1
+/// The selectors of a swizzle, by character; -1 for a character that selects nothing.
+class CComponents
+{
+public:
+    constexpr CComponents()
+    {
+        for (int8_t& nSelect : m_nSelects)
+        {
+            nSelect = -1;
+        }
+        const std::string_view components = "xyzw01";
+        for (size_t i = 0; i < components.size(); ++i)
+        {
+            m_nSelects[static_cast<unsigned char>(components[i])] = static_cast<int8_t>(i);
+        }
+    }
+
+    constexpr int Find(char c) const { return m_nSelects[static_cast<unsigned char>(c)]; }
+
+private:
+    int8_t m_nSelects[256] = {};
+};
+
+constexpr CComponents s_ComponentTable;
+
 int FindComponent(char c)
 {
-    switch (c)
-    {
-    case 'x':
-        return 0;
-    case 'y':
-        return 1;
-    case 'z':
-        return 2;
-    case 'w':
-        return 3;
-    case '0':
-        return 4;
-    case '1':
-        return 5;
-    default:
-        return -1;
-    }
+    return s_ComponentTable.Find(c);
 }
 
 class COperandReader
@@ -101,13 +109,10 @@ bool COperandReader::ReadRegister(SOperand& operand)
         return m_scanner.FailAt(pStart, "a register");
     }
     operand.nToken = static_cast<uint32_t>(nType) << 16;
-    if (nType == RegisterTemp && m_scanner.Peek() == '-')
+    const char cNext = m_scanner.Peek();
+    if (!IsOfClass(cNext, CharDigit))
     {
-        return ReadNegativeNumber(operand);
-    }
-    if (!IsOfClass(m_scanner.Peek(), CharDigit))
-    {
-        return true;
+        return cNext != '-' || nType != RegisterTemp || ReadNegativeNumber(operand);
     }
     uint32_t nNumber = 0;
     const bool bOk = m_scanner.TakeDigits(nNumber, 0xFFFF, "a register number");
@@ -257,21 +262,20 @@ bool COperandReader::ReadSwizzle(SOperand& operand)
     const char* pStart = m_scanner.Position();
     const std::string_view swizzle = m_scanner.TakeWord(false);
     uint32_t nModifier = 0;
-    size_t nPlaces = 0;
-    int nSelect = -1;
-    while (nPlaces < swizzle.size() && nPlaces < 4 && (nSelect = FindComponent(swizzle[nPlaces])) >= 0)
+    bool bValid = !swizzle.empty() && swizzle.size() <= 4;
+    for (size_t i = 0; bValid && i < swizzle.size(); ++i)
     {
-        nModifier |= static_cast<uint32_t>(nSelect) << (4 * nPlaces);
-        ++nPlaces;
+        const int nSelect = FindComponent(swizzle[i]);
+        bValid = nSelect >= 0;
+        // Holds for all places from this one on, until another follows.
+        const uint32_t nInFront = (1u << (4 * i)) - 1;
+        nModifier = (nModifier & nInFront) | (static_cast<uint32_t>(nSelect) * 0x1111u << (4 * i));
     }
-    if (nPlaces == 0 || nPlaces < swizzle.size())
+    if (!bValid)
     {
         return m_scanner.FailAt(pStart, "a swizzle of x, y, z, w, 0 and 1");
     }
-    for (; nPlaces < 4; ++nPlaces)
-    {
-        nModifier |= static_cast<uint32_t>(nSelect) << (4 * nPlaces);
-    }
+    nModifier &= s_nSwizzleBits;
     operand.modifier.Set((operand.modifier.nValue & ~s_nSwizzleBits) | nModifier);
     return true;
 }

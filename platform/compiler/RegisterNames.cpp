@@ -76,34 +76,30 @@ constexpr std::string_view s_Names[s_nRegisterTypes] = {"b",
                                                         "out",
                                                         "regtype"};
 
-/// Nearly all registers of a kernel have names of one letter, which are found without searching.
-class CRegisterTypes
+class CRegisterTypes : public CNameTable<8>
 {
 public:
     constexpr CRegisterTypes()
     {
         for (unsigned int nType = 0; nType < s_nRegisterTypes; ++nType)
         {
-            m_Names.Add(s_Names[nType], static_cast<int>(nType));
-        }
-        for (size_t c = 0; c < sizeof(m_nLetters); ++c)
-        {
-            const char cLetter = static_cast<char>(c);
-            m_nLetters[c] = static_cast<int8_t>(m_Names.Find(std::string_view(&cLetter, 1)));
+            Add(s_Names[nType], static_cast<int>(nType));
         }
     }
-
-    int Find(std::string_view name) const
-    {
-        return name.size() == 1 ? m_nLetters[static_cast<unsigned char>(name[0])] : m_Names.Find(name);
-    }
-
-private:
-    CNameTable<8> m_Names;
-    int8_t m_nLetters[256] = {};
 };
 
 constexpr CRegisterTypes s_RegisterTypes;
+
+constexpr SLetterTypes MakeLetterTypes()
+{
+    SLetterTypes letters;
+    for (size_t c = 0; c < sizeof(letters.nTypes); ++c)
+    {
+        const char cLetter = static_cast<char>(c);
+        letters.nTypes[c] = static_cast<int8_t>(s_RegisterTypes.Find(std::string_view(&cLetter, 1)));
+    }
+    return letters;
+}
 
 } // namespace
 
@@ -112,7 +108,9 @@ std::string_view GetRegisterTypeName(unsigned int nType)
     return s_Names[nType % s_nRegisterTypes];
 }
 
-int FindRegisterType(std::string_view name)
+constexpr SLetterTypes g_LetterTypes = MakeLetterTypes();
+
+int SearchRegisterType(std::string_view name)
 {
     return s_RegisterTypes.Find(name);
 }

@@ -1,6 +1,7 @@
 #ifndef KESTREL_PLATFORM_COMPILER_REGISTERNAMES_H
 #define KESTREL_PLATFORM_COMPILER_REGISTERNAMES_H
 
+#include <cstdint>
 #include <string_view>
 
 namespace KestrelPlatform
@@ -20,8 +21,23 @@ enum ERegisterType : unsigned int
 /// \return the text of a register type, 0 to 63; never empty, no two types share one, letters only
 std::string_view GetRegisterTypeName(unsigned int nType);
 
-/// \return the type of a name without its number, or -1 if there is none
-int FindRegisterType(std::string_view name);
+/// The types whose name is one letter, by that letter; -1 for the others.
+struct SLetterTypes
+{
+    int8_t nTypes[256] = {};
+};
+
+extern const SLetterTypes g_LetterTypes;
+
+/// What FindRegisterType does for names of any length.
+int SearchRegisterType(std::string_view name);
+
+/// \return the type of a name without its number, or -1 if there is none. Nearly all registers of a kernel have names
+///         of one letter, which need no search.
+inline int FindRegisterType(std::string_view name)
+{
+    return name.size() == 1 ? g_LetterTypes.nTypes[static_cast<unsigned char>(name[0])] : SearchRegisterType(name);
+}
 
 /// \return whether the number 0 isn't printed: the thread and group id registers, which have no other
 bool IsRegisterNumberOptional(unsigned int nType);
