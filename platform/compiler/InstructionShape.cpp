@@ -247,6 +247,10 @@ bool MeasureOperand(const uint32_t* pTokens, size_t nCount, size_t& nWords, cons
         return false;
     }
     const uint32_t nToken = pTokens[0];
+    if (IsPlainOperand(nToken))
+    {
+        return Take(nCount, nWords, (nToken & s_nOperandModifier) != 0 ? 1 : 0, pReason);
+    }
     const uint32_t nAddressing = (nToken >> s_nOperandRelativeShift) & 3;
     const bool bDimension = (nToken & s_nOperandDimension) != 0;
     size_t nFixed = ((nToken & s_nOperandModifier) != 0 ? 1 : 0) + ((nToken & s_nOperandImmediate) != 0 ? 1 : 0) +

@@ -22,6 +22,12 @@ const uint32_t s_nOperandImmediate = 1u << 26;
 const uint32_t s_nOperandNegative = 1u << 27;
 const uint32_t s_nOperandExtended = 1u << 31;
 
+/// Whether an operand is a register with at most a modifier word: none of the bits above is set.
+inline bool IsPlainOperand(uint32_t nToken)
+{
+    return nToken < 1u << s_nOperandRelativeShift;
+}
+
 /// How a register is addressed (`relative_address` of its token).
 enum EAddressing : uint32_t
 {
