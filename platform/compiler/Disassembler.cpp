@@ -14,12 +14,15 @@ namespace KestrelPlatform
 namespace
 {
 
+/// Somewhat more than the usual text has.
+const size_t s_nCharactersPerToken = 4;
+
 /// Prints one stream into a string. An object serves one call.
 class CPrinter
 {
 public:
     CPrinter(const uint32_t* pTokens, size_t nCount, std::string& strText)
-        : m_pTokens(pTokens), m_nCount(nCount), m_strText(strText), m_Writer(strText)
+        : m_pTokens(pTokens), m_nCount(nCount), m_strText(strText), m_Writer(strText, nCount * s_nCharactersPerToken)
     {
     }
 
@@ -65,13 +68,12 @@ void CPrinter::PutSeparator()
 
 bool CPrinter::Print(std::string& strError)
 {
-    m_strText.clear();
-    m_strText.reserve(m_nCount * 8);
     bool bOk = PrintLeadingMacros() && PrintHeader();
     while (bOk && m_nToken < m_nCount)
     {
         bOk = PrintItem();
     }
+    m_Writer.Finish();
     if (!bOk)
     {
         m_strText.clear();
@@ -362,7 +364,7 @@ void CPrinter::PrintDestinationModifiers(const uint32_t* pItem, const SItemLayou
         return;
     }
     const uint32_t nModifier = pItem[layout.nOperands + 1];
-    if ((nModifier & s_nDestinationReserved) != 0)
+    if ((nModifier & s_nDestinationReserved) != 0 || (nModifier & ~s_nMaskBits) == 0)
     {
         return;
     }

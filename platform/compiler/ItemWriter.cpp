@@ -15,8 +15,49 @@ namespace
 /// Numbers above this are easier to read in hexadecimal.
 const uint32_t s_nLargestDecimal = 99999;
 
+/// Digits of a 32-bit number.
+const size_t s_nLongestNumber = 10;
+
 const char s_Components[] = "xyzw01";
-const char s_MaskComponents[4][5] = {"____", "xyzw", "0000", "1111"};
+
+/// The text of a mask: the letters alone where they tell all of it, else four places.
+struct SMaskText
+{
+    char letters[4] = {};
+    uint8_t nLength = 4;
+};
+
+constexpr SMaskText MakeMaskText(uint32_t nMask)
+{
+    const char components[4][5] = {"____", "xyzw", "0000", "1111"};
+    SMaskText text;
+    uint8_t nLetters = 0;
+    bool bOther = false; // a place without a letter in front of one, or a constant
+    for (uint32_t i = 0; i < 4; ++i)
+    {
+        const uint32_t nWrite = (nMask >> (2 * i)) & 3;
+        text.letters[i] = components[nWrite][i];
+        bOther = bOther || nWrite > 1 || (nWrite == 1 && nLetters < i);
+        nLetters = nWrite == 0 ? nLetters : static_cast<uint8_t>(i + 1);
+    }
+    text.nLength = bOther || nLetters == 0 ? 4 : nLetters;
+    return text;
+}
+
+struct SMaskTexts
+{
+    SMaskText masks[s_nMaskBits + 1];
+
+    constexpr SMaskTexts()
+    {
+        for (uint32_t nMask = 0; nMask <= s_nMaskBits; ++nMask)
+        {
+            masks[nMask] = MakeMaskText(nMask);
+        }
+    }
+};
+
+constexpr SMaskTexts s_MaskTexts;
 
 bool IsTemp(uint32_t nToken)
 {
@@ -45,22 +86,31 @@ uint32_t GetRawBits(uint32_t nToken)
 
 } // namespace
 
+/// Makes room in steps that grow with the text, so that long texts cost no more for each character.
+void CItemWriter::Grow(size_t nCharacters)
+{
+    const size_t nLength = m_p == nullptr ? 0 : Length();
+    m_strText.resize(nLength + nLength / 2 + nCharacters);
+    m_p = m_strText.data() + nLength;
+    m_pEnd = m_strText.data() + m_strText.size();
+}
+
 void CItemWriter::PutDecimal(uint32_t n)
 {
-    char buffer[16];
-    const auto result = std::to_chars(buffer, buffer + sizeof(buffer), n);
-    m_strText.append(buffer, result.ptr);
+    NeedRoom(s_nLongestNumber);
+    m_p = std::to_chars(m_p, m_pEnd, n).ptr;
 }
 
 void CItemWriter::PutHex(uint32_t n)
 {
-    char buffer[16] = {'0', 'x'};
-    const auto result = std::to_chars(buffer + 2, buffer + sizeof(buffer), n, 16);
-    for (char* p = buffer + 2; p != result.ptr; ++p)
+    Put("0x");
+    NeedRoom(s_nLongestNumber);
+    char* pStart = m_p;
+    m_p = std::to_chars(m_p, m_pEnd, n, 16).ptr;
+    for (char* p = pStart; p != m_p; ++p)
     {
         *p = *p >= 'a' ? static_cast<char>(*p - 'a' + 'A') : *p;
     }
-    m_strText.append(buffer, result.ptr);
 }
 
 void CItemWriter::PutNumber(uint32_t n)
@@ -111,7 +161,15 @@ void CItemWriter::PutRegister(uint32_t nToken)
 {
     const uint32_t nType = (nToken >> 16) & 0x3F;
     const uint32_t nNumber = nToken & 0xFFFF;
-    Put(GetRegisterTypeName(nType));
+    const std::string_view name = GetRegisterTypeName(nType);
+    if (name.size() == 1)
+    {
+        Put(name.front());
+    }
+    else
+    {
+        Put(name);
+    }
     if (IsTemp(nToken) && (nToken & s_nOperandNegative) != 0)
     {
         Put('-');
@@ -131,39 +189,37 @@ bool CItemWriter::PutMask(uint32_t nModifier)
     {
         return false;
     }
-    char mask[4];
-    for (unsigned int i = 0; i < 4; ++i)
-    {
-        mask[i] = s_MaskComponents[(nModifier >> (2 * i)) & 3][i];
-    }
-    size_t nLength = 4;
-    while (nLength > 1 && mask[nLength - 1] == '_')
-    {
-        --nLength;
-    }
-    const std::string_view letters(mask, nLength);
-    // Shortened only where letters alone tell the whole mask.
+    const SMaskText& mask = s_MaskTexts.masks[nModifier & s_nMaskBits];
     Put('.');
-    Put(letters.find_first_of("_01") == std::string_view::npos ? letters : std::string_view(mask, 4));
+    Put(std::string_view(mask.letters, mask.nLength));
     return true;
 }
 
 /// \return false, with nothing put, for a word with a selector or bits that have no name
 bool CItemWriter::PutSourceModifier(uint32_t nModifier)
 {
-    char swizzle[4];
-    for (unsigned int i = 0; i < 4; ++i)
+    // Selectors 6 and 7 have the bits 4 and 2.
+    const uint32_t nUnnamed = nModifier & nModifier << 1 & 0x4444;
+    if ((nUnnamed | (nModifier & s_nSourceReserved)) != 0)
     {
-        const uint32_t nSelect = (nModifier >> (4 * i)) & 7;
-        if (nSelect > 5 || (nModifier & s_nSourceReserved) != 0)
-        {
-            return false;
-        }
-        swizzle[i] = s_Components[nSelect];
+        return false;
     }
-    const bool bOne = swizzle[0] == swizzle[1] && swizzle[0] == swizzle[2] && swizzle[0] == swizzle[3];
+    const uint32_t nSelects = nModifier & s_nSwizzleBits;
+    const unsigned int nPlaces = nSelects == (nSelects & 7) * 0x1111 ? 1 : 4;
     Put('.');
-    Put(std::string_view(swizzle, bOne ? 1 : 4));
+    for (unsigned int i = 0; i < nPlaces; ++i)
+    {
+        Put(s_Components[(nSelects >> (4 * i)) & 7]);
+    }
+    if ((nModifier & ~s_nSwizzleBits) != 0)
+    {
+        PutSourceFields(nModifier);
+    }
+    return true;
+}
+
+void CItemWriter::PutSourceFields(uint32_t nModifier)
+{
     if ((nModifier & s_nNegateBits) != 0)
     {
         Put("_neg(");
@@ -184,7 +240,6 @@ bool CItemWriter::PutSourceModifier(uint32_t nModifier)
             field.nWidth == 1 ? PutSuffix(field.name) : PutSuffix(field.name, nValue);
         }
     }
-    return true;
 }
 
 void CItemWriter::PutModifier(uint32_t nModifier, bool bDestination)
@@ -248,13 +303,27 @@ size_t CItemWriter::PutOperand(const uint32_t* pOperand, bool bDestination)
 {
     const uint32_t nToken = pOperand[0];
     const bool bModifier = (nToken & s_nOperandModifier) != 0;
+    const bool bPlain = IsPlainOperand(nToken);
     const uint32_t* pWord = pOperand + (bModifier ? 2 : 1);
     PutRegister(nToken);
-    PutBrackets(nToken, pWord);
+    if (!bPlain)
+    {
+        PutBrackets(nToken, pWord);
+    }
     if (bModifier)
     {
         PutModifier(pOperand[1], bDestination);
     }
+    if (!bPlain)
+    {
+        PutRawParts(nToken, pWord);
+    }
+    return static_cast<size_t>(pWord - pOperand);
+}
+
+/// Puts what has no spelling but that in braces.
+void CItemWriter::PutRawParts(uint32_t nToken, const uint32_t*& pWord)
+{
     if ((nToken & s_nOperandExtended) != 0)
     {
         PutRaw("ext", *pWord++);
@@ -264,7 +333,6 @@ size_t CItemWriter::PutOperand(const uint32_t* pOperand, bool bDestination)
     {
         PutRaw("bits", nBits);
     }
-    return static_cast<size_t>(pWord - pOperand);
 }
 
 } // namespace KestrelPlatform

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -13,11 +14,30 @@ namespace KestrelPlatform
 class CItemWriter
 {
 public:
-    /// \param strText must outlive the writer
-    explicit CItemWriter(std::string& strText) : m_strText(strText) {}
+    /// \param strText   receives the text, complete when Finish returns; must outlive the writer
+    /// \param nExpected characters that the text will need, about
+    CItemWriter(std::string& strText, size_t nExpected) : m_strText(strText)
+    {
+        strText.clear();
+        Grow(nExpected);
+    }
 
-    void Put(char c) { m_strText.push_back(c); }
-    void Put(std::string_view text) { m_strText.append(text); }
+    /// Ends the text behind what has been put.
+    void Finish() { m_strText.resize(Length()); }
+
+    void Put(char c)
+    {
+        NeedRoom(1);
+        *m_p++ = c;
+    }
+
+    void Put(std::string_view text)
+    {
+        NeedRoom(text.size());
+        std::memcpy(m_p, text.data(), text.size());
+        m_p += text.size();
+    }
+
     void PutDecimal(uint32_t n);
     void PutHex(uint32_t n);
     /// In decimal as long as that is easy to read.
@@ -36,12 +56,27 @@ private:
     void PutRaw(std::string_view name, uint32_t n);
     void PutRegister(uint32_t nToken);
     void PutBrackets(uint32_t nToken, const uint32_t*& pWord);
+    void PutRawParts(uint32_t nToken, const uint32_t*& pWord);
     void PutIndexRegister(const uint32_t*& pWord);
     void PutModifier(uint32_t nModifier, bool bDestination);
+    void PutSourceFields(uint32_t nModifier);
     bool PutMask(uint32_t nModifier);
     bool PutSourceModifier(uint32_t nModifier);
 
-    std::string& m_strText;
+    size_t Length() const { return static_cast<size_t>(m_p - m_strText.data()); }
+
+    void NeedRoom(size_t nCharacters)
+    {
+        if (static_cast<size_t>(m_pEnd - m_p) < nCharacters)
+        {
+            Grow(nCharacters);
+        }
+    }
+    void Grow(size_t nCharacters);
+
+    std::string& m_strText; ///< longer than what has been put, until Finish
+    char* m_p = nullptr;    ///< where the next character goes
+    char* m_pEnd = nullptr;
 };
 
 } // namespace KestrelPlatform
