@@ -13,6 +13,8 @@ namespace KestrelPlatform
 namespace
 {
 
+/// Of registers and constants, in most kernels.
+const uint32_t s_nUsualRows = 64;
 const uint32_t s_nMaxLocalBytes = 1u << 24;
 const uint32_t s_nAccessPrivate = 3;
 
@@ -41,6 +43,9 @@ bool CLowering::Run()
     if (m_bFailed)
         return false;
     m_Code.vSteps.reserve(m_Stream.vItems.size() * 2);
+    m_Code.vClearRows.reserve(s_nUsualRows);
+    m_Code.vConstants.reserve(s_nUsualRows);
+    m_vTempRows.reserve(s_nUsualRows);
     m_vReturnRows.assign(m_Structure.vBodies.size(), 0);
     m_Code.vBodyEntries.assign(m_Structure.vBodies.size(), 0);
     for (uint32_t n = 0; n < m_Structure.vBodies.size(); ++n)
@@ -198,7 +203,7 @@ void CLowering::CollectDeclarations()
         ReadOperands(m_Stream, item, m_vOperands);
         if (item.eOpCode == IL_DCL_LITERAL)
         {
-            SLiteral literal = {n, {}};
+            SLiteral literal = {n, {}, {}};
             for (uint32_t i = 0; i < 4; ++i)
                 literal.nValues[i] = m_Stream.Word(item, i);
             m_mapLiterals[static_cast<uint32_t>(Operand(0).nNumber)].push_back(literal);

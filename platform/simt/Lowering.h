@@ -3,6 +3,7 @@
 
 #include <initializer_list>
 #include <map>
+#include <memory_resource>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -29,6 +30,7 @@ public:
 
 private:
     typedef ELaneType T;
+    static constexpr size_t s_nBufferBytes = 16384;
 
     /// One component's work, kept back until it is known whether the destination may be written in place.
     struct SPart
@@ -52,6 +54,7 @@ private:
     {
         uint32_t nItem;
         uint32_t nValues[4];
+        uint32_t nRows[4]; ///< of the values; 0 for one that hasn't been asked for
     };
 
     bool Fail(const std::string& strReason);
@@ -169,33 +172,36 @@ private:
     SDecodeError& m_Error;
     bool m_bFailed = false;
 
-    std::unordered_map<uint32_t, std::vector<SLiteral>> m_mapLiterals;
-    std::unordered_map<uint32_t, uint32_t> m_mapArrays;  ///< number to index in vArrays
-    std::unordered_map<uint32_t, uint32_t> m_mapBuffers; ///< number to index in vBuffers
-    std::unordered_map<uint32_t, uint32_t> m_mapPrivate; ///< UAV number to index in vPrivate
-    std::unordered_map<uint32_t, uint32_t> m_mapStrides; ///< UAV number to stride
-    std::map<uint32_t, uint32_t> m_mapLocalSizes;        ///< id to bytes
-    std::map<uint32_t, uint32_t> m_mapPrivateSizes;      ///< UAV number to bytes
-    std::map<uint32_t, uint32_t> m_mapArraySizes;        ///< number to elements
-    std::unordered_map<uint32_t, uint32_t> m_mapLocalAreas;
-    std::unordered_map<uint32_t, bool> m_mapUnnormalized;  ///< resource number
-    std::unordered_map<uint32_t, bool> m_mapTypedBuffers;  ///< UAV number
-    std::vector<uint32_t> m_vTempRows;                     ///< by number; 0 for one that hasn't been met
-    std::unordered_map<uint64_t, uint32_t> m_mapRegisters; ///< of other types
-    std::unordered_map<uint32_t, uint32_t> m_mapConstants;
-    std::unordered_map<uint64_t, uint32_t> m_mapBufferRows;
-    std::unordered_map<uint32_t, uint32_t> m_mapIdRows;
-    std::unordered_map<uint32_t, uint32_t> m_mapRowValues; ///< literal bits by row
-    std::map<uint32_t, uint32_t> m_mapResources;
-    std::map<uint32_t, uint32_t> m_mapUavs;
-    std::map<uint32_t, uint32_t> m_mapSamplers;
+    // What only lowering needs lies together, and goes at once.
+    char m_Buffer[s_nBufferBytes];
+    std::pmr::monotonic_buffer_resource m_Memory{m_Buffer, sizeof m_Buffer};
+    std::pmr::unordered_map<uint32_t, std::pmr::vector<SLiteral>> m_mapLiterals{&m_Memory};
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapArrays{&m_Memory};  ///< number to index in vArrays
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapBuffers{&m_Memory}; ///< number to index in vBuffers
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapPrivate{&m_Memory}; ///< UAV number to index in vPrivate
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapStrides{&m_Memory}; ///< UAV number to stride
+    std::pmr::map<uint32_t, uint32_t> m_mapLocalSizes{&m_Memory};        ///< id to bytes
+    std::pmr::map<uint32_t, uint32_t> m_mapPrivateSizes{&m_Memory};      ///< UAV number to bytes
+    std::pmr::map<uint32_t, uint32_t> m_mapArraySizes{&m_Memory};        ///< number to elements
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapLocalAreas{&m_Memory};
+    std::pmr::unordered_map<uint32_t, bool> m_mapUnnormalized{&m_Memory}; ///< resource number
+    std::pmr::unordered_map<uint32_t, bool> m_mapTypedBuffers{&m_Memory}; ///< UAV number
+    std::pmr::vector<uint32_t> m_vTempRows{&m_Memory};                    ///< by number; 0 for one that hasn't been met
+    std::pmr::unordered_map<uint64_t, uint32_t> m_mapRegisters{&m_Memory}; ///< of other types
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapConstants{&m_Memory};
+    std::pmr::unordered_map<uint64_t, uint32_t> m_mapBufferRows{&m_Memory};
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapIdRows{&m_Memory};
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapRowValues{&m_Memory}; ///< literal bits by row
+    std::pmr::map<uint32_t, uint32_t> m_mapResources{&m_Memory};
+    std::pmr::map<uint32_t, uint32_t> m_mapUavs{&m_Memory};
+    std::pmr::map<uint32_t, uint32_t> m_mapSamplers{&m_Memory};
     int32_t m_nInlineBuffer = -1;
 
-    std::vector<uint32_t> m_vScratch;
+    std::pmr::vector<uint32_t> m_vScratch{&m_Memory};
     size_t m_nScratchUsed = 0;
-    std::vector<uint32_t> m_vMaskRows; ///< of the body, by nesting
+    std::pmr::vector<uint32_t> m_vMaskRows{&m_Memory}; ///< of the body, by nesting
     size_t m_nMaskRowsUsed = 0;
-    std::vector<uint32_t> m_vReturnRows; ///< by body; 0 for one that has no return
+    std::pmr::vector<uint32_t> m_vReturnRows{&m_Memory}; ///< by body; 0 for one that has no return
 
     uint32_t m_nBody = 0;
     uint32_t m_nItem = 0; ///< in the stream

@@ -67,7 +67,7 @@ bool IsSampled(SImageAccess::EOperation eOperation)
     return eOperation == SImageAccess::Sample || eOperation == SImageAccess::Gather;
 }
 
-uint32_t Bind(std::map<uint32_t, uint32_t>& map, std::vector<uint32_t>& vNumbers, uint32_t nNumber)
+uint32_t Bind(std::pmr::map<uint32_t, uint32_t>& map, std::vector<uint32_t>& vNumbers, uint32_t nNumber)
 {
     const auto inserted = map.emplace(nNumber, static_cast<uint32_t>(vNumbers.size()));
     if (inserted.second)

@@ -103,7 +103,7 @@ uint32_t CLowering::LiteralRow(const SOperand& operand, uint32_t nComponent)
     const auto it = m_mapLiterals.find(static_cast<uint32_t>(operand.nNumber));
     if (it == m_mapLiterals.end())
         return s_nZeroRow;
-    const std::vector<SLiteral>& vLiterals = it->second;
+    std::pmr::vector<SLiteral>& vLiterals = it->second;
     size_t nLow = 0;
     size_t nHigh = vLiterals.size();
     while (nLow < nHigh)
@@ -114,7 +114,10 @@ uint32_t CLowering::LiteralRow(const SOperand& operand, uint32_t nComponent)
         else
             nHigh = nMiddle;
     }
-    return ConstantRow(vLiterals[nLow ? nLow - 1 : 0].nValues[nComponent]);
+    SLiteral& literal = vLiterals[nLow ? nLow - 1 : 0];
+    if (literal.nRows[nComponent] == 0)
+        literal.nRows[nComponent] = ConstantRow(literal.nValues[nComponent]);
+    return literal.nRows[nComponent];
 }
 
 uint32_t CLowering::IndexRow(const SOperand& operand)
