@@ -182,6 +182,19 @@ bool Take(size_t nCount, size_t& nUsed, size_t n, const char*& pReason)
     return true;
 }
 
+/// Takes an operand from what is left, or fails.
+bool TakeOperand(const uint32_t* pTokens, size_t nCount, size_t& nUsed, const char*& pReason)
+{
+    if (nUsed < nCount && IsPlainOperand(pTokens[nUsed]))
+    {
+        return Take(nCount, nUsed, (pTokens[nUsed] & s_nOperandModifier) != 0 ? 2 : 1, pReason);
+    }
+    size_t nWords = 0;
+    const bool bOk = MeasureOperand(pTokens + nUsed, nCount - nUsed, nWords, pReason);
+    nUsed += nWords;
+    return bOk;
+}
+
 bool MeasureModifierWords(const uint32_t* pTokens, size_t nCount, const SInstructionShape& shape, SItemLayout& layout,
                           size_t& nUsed, const char*& pReason)
 {
@@ -247,10 +260,6 @@ bool MeasureOperand(const uint32_t* pTokens, size_t nCount, size_t& nWords, cons
         return false;
     }
     const uint32_t nToken = pTokens[0];
-    if (IsPlainOperand(nToken))
-    {
-        return Take(nCount, nWords, (nToken & s_nOperandModifier) != 0 ? 1 : 0, pReason);
-    }
     const uint32_t nAddressing = (nToken >> s_nOperandRelativeShift) & 3;
     const bool bDimension = (nToken & s_nOperandDimension) != 0;
     size_t nFixed = ((nToken & s_nOperandModifier) != 0 ? 1 : 0) + ((nToken & s_nOperandImmediate) != 0 ? 1 : 0) +
@@ -310,12 +319,10 @@ bool MeasureItem(const uint32_t* pTokens, size_t nCount, SItemLayout& layout, co
     const uint32_t nOperands = layout.nSources + (layout.bDestination ? 1 : 0);
     for (uint32_t i = 0; i < nOperands; ++i)
     {
-        size_t nOperandWords = 0;
-        if (!MeasureOperand(pTokens + nUsed, nCount - nUsed, nOperandWords, pReason))
+        if (!TakeOperand(pTokens, nCount, nUsed, pReason))
         {
             return false;
         }
-        nUsed += nOperandWords;
     }
     layout.nTrailing = nUsed;
     if (!MeasureTrailing(pTokens, nCount, shape.eTrailing, nUsed, pReason))
