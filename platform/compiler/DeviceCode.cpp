@@ -59,22 +59,26 @@ void ReadWords(std::string_view bytes, std::vector<uint32_t>& vWords)
 
 } // namespace
 
-std::string WriteDeviceCode(const SDeviceCode& code)
+std::string WriteDeviceCode(std::string_view kernel, const std::vector<uint32_t>& vTokens,
+                            const std::vector<uint32_t>& vLines)
 {
-    std::string strBody;
-    strBody.reserve(code.strKernel.size() + (code.vTokens.size() + code.vLines.size() + 1) * s_nWordBytes);
-    strBody = code.strKernel;
-    strBody.resize(Padded(strBody.size()), '\0');
-    AppendWords(strBody, code.vTokens);
-    AppendWords(strBody, code.vLines);
     SBlockHeader header = {};
+    const size_t nName = Padded(kernel.size());
+    std::string strBlock;
+    strBlock.reserve(sizeof(header) + nName + (vTokens.size() + vLines.size()) * s_nWordBytes);
+    strBlock.resize(sizeof(header));
+    strBlock += kernel;
+    strBlock.resize(sizeof(header) + nName, '\0');
+    AppendWords(strBlock, vTokens);
+    AppendWords(strBlock, vLines);
     header.nMark = s_nMark;
     header.nVersion = s_nVersion;
-    header.nNameBytes = static_cast<uint32_t>(code.strKernel.size());
-    header.nTokens = static_cast<uint32_t>(code.vTokens.size());
-    header.nLines = static_cast<uint32_t>(code.vLines.size());
-    header.nChecksum = Checksum(strBody);
-    return std::string(reinterpret_cast<const char*>(&header), sizeof(header)) + strBody;
+    header.nNameBytes = static_cast<uint32_t>(kernel.size());
+    header.nTokens = static_cast<uint32_t>(vTokens.size());
+    header.nLines = static_cast<uint32_t>(vLines.size());
+    header.nChecksum = Checksum(std::string_view(strBlock).substr(sizeof(header)));
+    std::memcpy(strBlock.data(), &header, sizeof(header));
+    return strBlock;
 }
 
 bool ReadDeviceCode(std::string_view block, SDeviceCode& code)

@@ -19,7 +19,8 @@ struct SDeviceCode
 
 /// One kernel's block of `.text`: a header of eight words (mark, version, sizes, checksum), the name, the tokens, the
 /// lines, all little-endian words. Its length is a multiple of 4.
-std::string WriteDeviceCode(const SDeviceCode& code);
+std::string WriteDeviceCode(std::string_view kernel, const std::vector<uint32_t>& vTokens,
+                            const std::vector<uint32_t>& vLines);
 
 /// Reads a block back. \return false for a block that is cut short, of another version, or damaged
 bool ReadDeviceCode(std::string_view block, SDeviceCode& code);

@@ -103,18 +103,18 @@ std::vector<char> CElfWriter::Write() const
     {
         nBytes += section.strData.size() + section.nAlignment + section.strName.size() + 2 * sizeof(Elf64_Shdr);
     }
-    std::string strImage;
-    strImage.reserve(nBytes);
-    strImage.resize(sizeof(Elf64_Ehdr));
+    std::vector<char> vImage;
+    vImage.reserve(nBytes);
+    vImage.resize(sizeof(Elf64_Ehdr));
     std::string strHeaders;
     AppendRecord(strHeaders, Elf64_Shdr{});
     const auto Place = [&](const std::string& strName, Elf64_Shdr header, const std::string& strData)
     {
-        strImage.resize(RoundUp(strImage.size(), header.sh_addralign), '\0');
+        vImage.resize(RoundUp(vImage.size(), header.sh_addralign), '\0');
         header.sh_name = sectionNames.Add(strName);
-        header.sh_offset = strImage.size();
+        header.sh_offset = vImage.size();
         header.sh_size = strData.size();
-        strImage += strData;
+        vImage.insert(vImage.end(), strData.begin(), strData.end());
         AppendRecord(strHeaders, header);
     };
     for (const SSection& section : m_vSections)
@@ -141,11 +141,11 @@ std::vector<char> CElfWriter::Write() const
     allNames.Add(".shstrtab");
     Place(".shstrtab", strings, allNames.Data());
 
-    strImage.resize(RoundUp(strImage.size(), 8), '\0');
-    const Elf64_Ehdr header = MakeHeader(strImage.size(), m_vSections.size() + 4);
-    strImage += strHeaders;
-    std::memcpy(&strImage[0], &header, sizeof(header));
-    return {strImage.begin(), strImage.end()};
+    vImage.resize(RoundUp(vImage.size(), 8), '\0');
+    const Elf64_Ehdr header = MakeHeader(vImage.size(), m_vSections.size() + 4);
+    vImage.insert(vImage.end(), strHeaders.begin(), strHeaders.end());
+    std::memcpy(vImage.data(), &header, sizeof(header));
+    return vImage;
 }
 
 } // namespace KestrelPlatform

@@ -50,8 +50,8 @@ std::string MakeKernelText(const std::string& strText, uint32_t nFunction)
     {
         return strText;
     }
-    return strText.substr(0, nPlace) + "call " + std::to_string(nFunction) +
-           strText.substr(nPlace + s_Placeholder.size());
+    std::string strKernelText = strText;
+    return strKernelText.replace(nPlace, s_Placeholder.size(), "call " + std::to_string(nFunction));
 }
 
 } // namespace
@@ -79,7 +79,7 @@ std::vector<char> WriteProgramImage(const SModule& module, const std::vector<SCo
         Add(nData, "metadata", STT_OBJECT, module.vKernels[i].strMetadata);
         Add(nData, "header", STT_OBJECT, BytesOf(MakeHeader(kernel)));
         Add(nIL, "ovkil", STT_OBJECT, MakeKernelText(module.strText, kernel.nUniqueId));
-        Add(nCode, "kernel", STT_FUNC, WriteDeviceCode({kernel.strName, kernel.vTokens, kernel.vLines}));
+        Add(nCode, "kernel", STT_FUNC, WriteDeviceCode(kernel.strName, kernel.vTokens, kernel.vLines));
     }
     return elf.Write();
 }
