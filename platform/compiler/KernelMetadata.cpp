@@ -38,9 +38,13 @@ const SMemoryType s_MemoryTypes[] = {{"uav", SKernelArgument::GlobalPointer},  {
                                      {"uc", SKernelArgument::ConstantPointer}, {"hl", SKernelArgument::LocalPointer},
                                      {"l", SKernelArgument::LocalPointer}};
 
+/// As many as the longest line that is known has.
+const size_t s_nUsualTokens = 12;
+
 std::vector<std::string_view> Split(std::string_view line)
 {
     std::vector<std::string_view> vTokens;
+    vTokens.reserve(s_nUsualTokens);
     for (;;)
     {
         const size_t nColon = line.find(':');

@@ -8,6 +8,7 @@
 #include "platform/compiler/ProgramImage.h"
 
 #include <algorithm>
+#include <functional>
 #include <set>
 
 namespace KestrelPlatform
@@ -44,7 +45,7 @@ void MapToSource(const SModule& module, SDiagnostic& diag)
 
 bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strFault)
 {
-    std::set<std::string> names;
+    std::set<std::string_view> names;
     std::set<uint32_t> ids;
     for (const SModuleKernel& kernel : vKernels)
     {
@@ -180,17 +181,11 @@ SBuildResult BuildFromCode(const CElfReader& elf, const std::vector<SModuleKerne
 /// Leaves out the kernels that a text without the placeholder doesn't call, unless it calls none.
 void KeepCalledKernels(const CKernelLinker& linker, std::vector<SModuleKernel>& vKernels)
 {
-    std::vector<SModuleKernel> vCalled;
-    for (const SModuleKernel& kernel : vKernels)
+    const auto IsCalled = [&linker](const SModuleKernel& kernel)
+    { return linker.CallsFromMain(kernel.metadata.nUniqueId); };
+    if (std::any_of(vKernels.begin(), vKernels.end(), IsCalled))
     {
-        if (linker.CallsFromMain(kernel.metadata.nUniqueId))
-        {
-            vCalled.push_back(kernel);
-        }
-    }
-    if (!vCalled.empty())
-    {
-        vKernels = std::move(vCalled);
+        vKernels.erase(std::remove_if(vKernels.begin(), vKernels.end(), std::not_fn(IsCalled)), vKernels.end());
     }
 }
 
@@ -211,7 +206,11 @@ SBuildResult BuildFromDebugText(const CElfReader& elf, SModule& module, const SD
         KeepCalledKernels(linker, module.vKernels);
     }
     bOk = bOk && LinkModule(linker, module, true, target, result, diag);
-    return bOk ? result : Refused("error: .debugil: " + diag.ToString());
+    if (!bOk)
+    {
+        return Refused("error: .debugil: " + diag.ToString());
+    }
+    return result;
 }
 
 } // namespace
