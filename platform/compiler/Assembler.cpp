@@ -15,6 +15,10 @@ namespace KestrelPlatform
 namespace
 {
 
+/// Somewhat less than the usual text has.
+const size_t s_nCharactersPerWord = 3;
+const size_t s_nCharactersPerLine = 24;
+
 /// Assembles one text. An object serves one call.
 class CAssembler
 {
@@ -54,7 +58,11 @@ private:
 
 bool CAssembler::Assemble(std::string_view text)
 {
-    m_vTokens.reserve(text.size() / 4);
+    m_vTokens.reserve(text.size() / s_nCharactersPerWord);
+    if (m_pvLines != nullptr)
+    {
+        m_pvLines->reserve(text.size() / s_nCharactersPerLine);
+    }
     const char* p = text.data();
     const char* pEnd = p + text.size();
     while (p != pEnd)
