@@ -294,7 +294,8 @@ bool MeasureItem(const uint32_t* pTokens, size_t nCount, SItemLayout& layout, co
     {
         return false;
     }
-    layout.nOpcode = pTokens[0] & s_nOpcodeMask;
+    const uint32_t nToken = pTokens[0];
+    layout.nOpcode = nToken & s_nOpcodeMask;
     const SInstructionShape& shape = GetInstructionShape(layout.nOpcode);
     if (shape.pName == nullptr)
     {
@@ -314,8 +315,8 @@ bool MeasureItem(const uint32_t* pTokens, size_t nCount, SItemLayout& layout, co
         return false;
     }
     layout.nOperands = nUsed;
-    layout.bDestination = HasDestination(pTokens[0], layout.nInstructionModifier);
-    layout.nSources = GetSourceCount(pTokens[0], layout.nInstructionModifier);
+    layout.bDestination = HasDestination(nToken, layout.nInstructionModifier);
+    layout.nSources = GetSourceCount(nToken, layout.nInstructionModifier);
     const uint32_t nOperands = layout.nSources + (layout.bDestination ? 1 : 0);
     for (uint32_t i = 0; i < nOperands; ++i)
     {
