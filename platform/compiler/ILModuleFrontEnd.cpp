@@ -146,6 +146,7 @@ bool CILModuleFrontEnd::Compile(std::string_view source, const SDeviceTarget&, S
 
 void AppendNormalizedText(std::string_view text, unsigned int nFirstLine, SModule& module)
 {
+    module.strText.reserve(module.strText.size() + text.size());
     CLines lines(text);
     bool bHeader = false;
     bool bMacro = false;
