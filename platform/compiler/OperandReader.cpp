@@ -460,6 +460,10 @@ void Append(const SOperand& operand, std::vector<uint32_t>& vTokens)
         }
     };
     AppendWord(operand.modifier);
+    if (IsPlainOperand(operand.nToken))
+    {
+        return;
+    }
     AppendWord(operand.dimension);
     AppendWord(operand.relative);
     AppendWord(operand.indexModifier);
