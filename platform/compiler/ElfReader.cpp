@@ -1,5 +1,6 @@
 #include "platform/compiler/ElfReader.h"
 
+#include <algorithm>
 #include <cstring>
 #include <elf.h>
 
@@ -78,6 +79,9 @@ bool CElfReader::ReadSections(std::string_view image, std::string& strError)
         return false;
     }
     std::vector<Elf64_Word> vNames;
+    const size_t nHeaders = std::min<size_t>(header.e_shnum, image.size() / sizeof(Elf64_Shdr));
+    m_vSections.reserve(nHeaders);
+    vNames.reserve(nHeaders);
     for (uint64_t i = 0; i < header.e_shnum; ++i)
     {
         Elf64_Shdr record;

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <elf.h>
+#include <utility>
 
 namespace KestrelPlatform
 {
@@ -12,6 +13,9 @@ uint64_t RoundUp(uint64_t n, uint64_t nAlignment)
 {
     return nAlignment < 2 ? n : (n + nAlignment - 1) / nAlignment * nAlignment;
 }
+
+/// The null section and the three tables.
+const size_t s_nOwnSections = 4;
 
 /// The names of a table, in one string with a NUL behind each; offset 0 is the empty name.
 class CStringTable
@@ -73,10 +77,9 @@ uint64_t CElfWriter::AppendData(size_t nSection, std::string_view data)
     return nOffset;
 }
 
-void CElfWriter::AddSymbol(const std::string& strName, unsigned char nType, size_t nSection, uint64_t nValue,
-                           uint64_t nSize)
+void CElfWriter::AddSymbol(std::string strName, unsigned char nType, size_t nSection, uint64_t nValue, uint64_t nSize)
 {
-    m_vSymbols.push_back({strName, nType, nSection, nValue, nSize});
+    m_vSymbols.push_back({std::move(strName), nType, nSection, nValue, nSize});
 }
 
 std::vector<char> CElfWriter::Write() const
@@ -85,6 +88,7 @@ std::vector<char> CElfWriter::Write() const
     const size_t nStringSection = m_vSections.size() + 2;
     CStringTable symbolNames;
     std::string strSymbols;
+    strSymbols.reserve((m_vSymbols.size() + 1) * sizeof(Elf64_Sym));
     AppendRecord(strSymbols, Elf64_Sym{});
     for (const SSymbol& symbol : m_vSymbols)
     {
@@ -107,6 +111,7 @@ std::vector<char> CElfWriter::Write() const
     vImage.reserve(nBytes);
     vImage.resize(sizeof(Elf64_Ehdr));
     std::string strHeaders;
+    strHeaders.reserve((m_vSections.size() + s_nOwnSections) * sizeof(Elf64_Shdr));
     AppendRecord(strHeaders, Elf64_Shdr{});
     const auto Place = [&](const std::string& strName, Elf64_Shdr header, const std::string& strData)
     {
@@ -142,7 +147,7 @@ std::vector<char> CElfWriter::Write() const
     Place(".shstrtab", strings, allNames.Data());
 
     vImage.resize(RoundUp(vImage.size(), 8), '\0');
-    const Elf64_Ehdr header = MakeHeader(vImage.size(), m_vSections.size() + 4);
+    const Elf64_Ehdr header = MakeHeader(vImage.size(), m_vSections.size() + s_nOwnSections);
     vImage.insert(vImage.end(), strHeaders.begin(), strHeaders.end());
     std::memcpy(vImage.data(), &header, sizeof(header));
     return vImage;

@@ -22,7 +22,7 @@ public:
     uint64_t AppendData(size_t nSection, std::string_view data);
 
     /// Adds a global symbol for nSize bytes at nValue in a section. The type is an STT_ value.
-    void AddSymbol(const std::string& strName, unsigned char nType, size_t nSection, uint64_t nValue, uint64_t nSize);
+    void AddSymbol(std::string strName, unsigned char nType, size_t nSection, uint64_t nValue, uint64_t nSize);
 
     /// The image. Called once, at the end.
     std::vector<char> Write() const;
