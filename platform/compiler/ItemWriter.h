@@ -10,7 +10,7 @@
 namespace KestrelPlatform
 {
 
-/// Appends the marks, numbers and operands of an item to a text. Measures nothing: what it is given must decode.
+/// Writes a text of the marks, numbers and operands of items. Measures nothing: what it is given must decode.
 class CItemWriter
 {
 public:

@@ -47,6 +47,7 @@ private:
             {
                 return false;
             }
+            // Longer names are compared in place, as a call would cost more than the few characters.
             size_t nSame = name.size() <= sizeof(nKey) ? name.size() : 0;
             while (nSame < name.size() && name[nSame] == wanted[nSame])
             {
