@@ -5,10 +5,18 @@
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace OVK_ShaderDebugger
 {
+
+namespace
+{
+
+constexpr unsigned int s_nSlotSize = 16; ///< of private memory, in bytes
+
+} // namespace
 
 bool CShaderDebuggerShaderIL::Execute(bool bUpdateHistory)
 {
@@ -209,7 +217,11 @@ bool CShaderDebuggerShaderIL::ExpandIndexedRegisters(const ProgramCounter& pc, c
     for (const Register& reg : registers)
     {
         const bool bElements = reg.reg.type == RT_IndexableTemp || reg.reg.type == RT_PrivateUAVAccess;
-        if (!IsRegTypeIndexed(reg.reg.type) || (bElements && reg.reg.pIndexRegister == nullptr))
+        if (reg.reg.type == RT_PrivateUAVAccess && reg.reg.pIndexRegister == nullptr)
+        {
+            AddSlots(pc, reg, *newRegisters);
+        }
+        else if (!IsRegTypeIndexed(reg.reg.type) || (bElements && reg.reg.pIndexRegister == nullptr))
         {
             newRegisters->push_back(reg);
         }
@@ -227,13 +239,32 @@ bool CShaderDebuggerShaderIL::ExpandIndexedRegisters(const ProgramCounter& pc, c
             continue;
         }
         // An indexed temp has elements, private memory 16-byte slots at byte addresses.
-        const unsigned int nStep = reg.reg.type == RT_PrivateUAVAccess ? 16 : 1;
+        const unsigned int nStep = reg.reg.type == RT_PrivateUAVAccess ? s_nSlotSize : 1;
         for (unsigned int nIndex = 0; nIndex < *pSize; nIndex += nStep)
         {
             newRegisters->emplace_back(reg.reg.type, reg.reg.number, COMP_All, nIndex);
         }
     }
     return true;
+}
+
+/// The slots that a store to a constant address in private memory may reach: results are kept by whole ones, and of the
+/// store no more is known than where it begins.
+void CShaderDebuggerShaderIL::AddSlots(const ProgramCounter& pc, const Register& reg,
+                                       std::deque<Register>& registers) const
+{
+    const unsigned int nInSlot = reg.reg.index % s_nSlotSize;
+    const unsigned int nFirst = reg.reg.index - nInSlot;
+    const unsigned int* pSize = FindDeclaredSize(pc.m_nPos, reg);
+    const bool bNext = nInSlot != 0 && pSize != nullptr && nFirst + s_nSlotSize < *pSize;
+    for (unsigned int nSlot = 0; nSlot <= (bNext ? 1u : 0u); ++nSlot)
+    {
+        const Register slot(reg.reg.type, reg.reg.number, reg.mask, nFirst + nSlot * s_nSlotSize);
+        if (std::find(registers.begin(), registers.end(), slot) == registers.end())
+        {
+            registers.push_back(slot);
+        }
+    }
 }
 
 /// The declared size of an array, in the function of an instruction or else in those that called it.

@@ -206,6 +206,7 @@ private:
     bool RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask);
     bool ExpandIndexedRegisters(const ProgramCounter& pc, const std::deque<Register>& registers,
                                 std::deque<Register>* newRegisters);
+    void AddSlots(const ProgramCounter& pc, const Register& reg, std::deque<Register>& registers) const;
     const unsigned int* FindDeclaredSize(InstructionNumber nInst, const Register& reg) const;
     IL* GetPatchedShader(ProgramCounter nTargetInstruction, const std::vector<Register>& vTargetRegs);
     bool SwitchShaderToPatchedShader(IL* pPatchedShader, size_t nPatchedShaderSize);
