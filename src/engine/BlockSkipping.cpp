@@ -88,18 +88,16 @@ std::set<InstructionNumber> CShaderDebuggerShaderIL::FindCalled(InstructionNumbe
 std::optional<InstructionNumber> CShaderDebuggerShaderIL::FindCallee(InstructionNumber nInst) const
 {
     const ILOpCode op = OpCodeAt(nInst);
-    unsigned int nLabel = 0;
+    auto it = m_FunctionInstruction.end();
     if (op == IL_OP_CALL)
     {
-        nLabel = m_Instructions[nInst].GetToken(1);
+        it = m_FunctionInstruction.find(m_Instructions[nInst].GetToken(1));
     }
     else if (op == IL_OP_MACROCALL && GetMacroLabel(m_Instructions[nInst].GetToken(0)) == m_OutlineMacroLabel)
     {
-        nLabel = m_OutlineMacroLabel;
+        it = m_FunctionInstruction.find(m_OutlineMacroLabel);
     }
-    const auto it = m_FunctionInstruction.find(nLabel);
-    return nLabel != 0 && it != m_FunctionInstruction.end() ? std::optional<InstructionNumber>(it->second)
-                                                            : std::nullopt;
+    return it != m_FunctionInstruction.end() ? std::optional<InstructionNumber>(it->second) : std::nullopt;
 }
 
 /// Passes over a block without a breakpoint: the patched kernel of a later position runs through it anyway.

@@ -213,11 +213,11 @@ void CInstrumentedShaderIL::WriteLoopEntry(CDest& dest, const CIL_Loop& loop, co
                       Register(RT_LITERAL, GetLiteralRegisterMinus1(), component), passes);
 }
 
-/// Whether the target lies in a certain pass of the loop.
+/// Whether the target, which lies in the loop, lies in a certain pass of it.
 bool CInstrumentedShaderIL::IsCounted(const CIL_Loop& loop, const ProgramCounter& pc)
 {
     LoopState state;
-    return loop.IsInsideLoop(pc) && pc.GetLoopState(loop.GetStart(), state);
+    return pc.GetLoopState(loop.GetStart(), state);
 }
 
 const CIL_Loop* CInstrumentedShaderIL::EnclosingLoop(const CIL_FCConstruct& construct)
