@@ -90,9 +90,9 @@ inline const SKernelCase s_Kernels[] = {
      "dcl_typeless_uav_id(8)_stride(4)_length(48)_access(private)\n" + s_Id + "call 1025\n" + s_Store,
      "func 1025\nmov r3, l20\nwhileloop\nuge r2, r3, l22\nbreak_logicalnz r2.x\niadd r3, r3, l21\nmov r4, l20\n"
      "whileloop\nuge r2, r4, l22\nbreak_logicalnz r2.x\niadd r4, r4, l21\nmov r5, l20\nwhileloop\n"
-     "uge r2, r5, l21\nbreak_logicalnz r2.x\niadd r5, r5, l21\nishl r6.x, r4.x, l24.x\n"
-     "uav_raw_store_id(8) mem0.x, r6.x, r0\nuav_raw_load_id(8) r1.x, r6.x\nendloop\nendloop\nendloop\nret\n"
-     "endfunc\n"},
+     "uge r2, r5, l21\nbreak_logicalnz r2.x\niadd r5, r5, l21\nwhileloop\nishl r6.x, r4.x, l24.x\n"
+     "uav_raw_store_id(8) mem0.x, r6.x, r0\nuav_raw_load_id(8) r1.x, r6.x\nbreak\nendloop\nendloop\nendloop\n"
+     "endloop\nret\nendfunc\n"},
     {"LoopInCallInLoops",
      s_Id +
          "mov r3, l20\nwhileloop\nuge r2, r3, l23\nbreak_logicalnz r2.x\nmov r4, l20\nwhileloop\nuge r2, r4, l22\n"
@@ -101,6 +101,8 @@ inline const SKernelCase s_Kernels[] = {
      "func 1025\nmov r6, r0\nmov r5, l20\nwhileloop\nuge r2, r5, r0\nbreak_logicalnz r2.x\ncall 1026\n"
      "iadd r5, r5, l21\nendloop\nret\nendfunc\nfunc 1026\niadd r7, r6, r5\nult r2, r0, l24\nif_logicalnz r2.x\nret\n"
      "endif\niadd r7, r7, r3\nret\nendfunc\n"},
+    {"MacroInIf", s_Id + "ult r2, r0, l23\nif_logicalnz r2.x\nmcall(3)_in(0)\nendif\n" + s_Store,
+     "mdef(3)_outline\n;k\niadd r3, r0, l22\niadd r1, r3, l21\nmend\n"},
 };
 
 } // namespace OVK_ShaderDebugger

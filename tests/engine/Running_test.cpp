@@ -52,6 +52,17 @@ class RunKernel : public testing::TestWithParam<SKernelCase>
 {
 };
 
+/// The kernel's last store. It is in no block, and all who haven't returned come to it.
+InstructionNumber LastStore(CTestSession& session)
+{
+    InstructionNumber n = CTestSession::s_nBody;
+    while (session.Shader().OpCodeOf(n + 1) != IL_OP_RET)
+    {
+        ++n;
+    }
+    return n;
+}
+
 TEST_P(RunKernel, StopsInFrontOfEachLineWithTheValuesOfThePlainRun)
 {
     for (InstructionNumber nLine = CTestSession::s_nBody + 1;; ++nLine)
@@ -64,17 +75,24 @@ TEST_P(RunKernel, StopsInFrontOfEachLineWithTheValuesOfThePlainRun)
         {
             break;
         }
-        if (!session.Debugger().AddBreakPointAtInstructionNumber(nLine))
+        const InstructionNumber nLast = LastStore(session);
+        if (!session.Debugger().AddBreakPointAtInstructionNumber(nLine) ||
+            (nLine != nLast && !session.Debugger().AddBreakPointAtInstructionNumber(nLast)))
         {
             continue;
         }
         size_t nStops = 0;
-        while (session.Debugger().Run() && !HasFailure() && ++nStops < 1000)
+        size_t nLastStops = 0;
+        while (session.Debugger().Run() && !HasFailure() && nStops < 1000)
         {
-            EXPECT_EQ(session.Shader().GetNextInstruction().m_nPos, nLine);
+            const InstructionNumber nNext = session.Shader().GetNextInstruction().m_nPos;
+            EXPECT_TRUE(nNext == nLine || nNext == nLast) << nNext;
+            nStops += nNext == nLine;
+            nLastStops += nNext == nLast;
             ExpectTrueValues(session, trace);
         }
         ASSERT_FALSE(HasFailure()) << "breakpoint at " << nLine;
+        EXPECT_EQ(nLastStops, 1u) << "breakpoint at " << nLine;
         const size_t nExpected =
             std::count_if(trace.vExecuted.begin(), trace.vExecuted.end(),
                           [&](const SExecuted& executed) { return executed.place.nInstruction == nLine; });
@@ -84,6 +102,29 @@ TEST_P(RunKernel, StopsInFrontOfEachLineWithTheValuesOfThePlainRun)
         }
         session.Debugger().EndDebugging(true);
         EXPECT_EQ(session.Buffer(), session.Expected()) << "breakpoint at " << nLine;
+    }
+}
+
+TEST_P(RunKernel, RunsOnFromWhereItHasSteppedTo)
+{
+    bool bMore = true;
+    for (unsigned int nSteps = 1; bMore && !HasFailure(); nSteps += 3)
+    {
+        CTestSession session(GetParam().strBody, GetParam().strFunctions);
+        const CTrace trace = session.Trace();
+        ASSERT_TRUE(session.Start());
+        const InstructionNumber nLast = LastStore(session);
+        for (unsigned int n = 0; bMore && n < nSteps; ++n)
+        {
+            bMore = session.Debugger().Step() && session.Shader().GetNextInstruction().m_nPos < nLast;
+        }
+        ASSERT_TRUE(session.Debugger().AddBreakPointAtInstructionNumber(nLast));
+        if (bMore)
+        {
+            ASSERT_TRUE(session.Debugger().Run()) << nSteps;
+            EXPECT_EQ(session.Shader().GetNextInstruction().m_nPos, nLast);
+            ExpectTrueValues(session, trace);
+        }
     }
 }
 
@@ -165,7 +206,8 @@ TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
         InstructionNumber nLength;
         unsigned int nMore;
     } blocks[] = {{"if_logicalnz r2.x\nmov r8, r3\nendif\n", 3, 0},
-                  {"ult r8, r0, l21\nif_logicalnz r8.x\ncontinue\nendif\n", 4, 1}};
+                  {"ult r8, r0, l21\nif_logicalnz r8.x\ncontinue\nendif\n", 4, 1},
+                  {"ult r8, r0, l21\nif_logicalnz r8.x\nret\nendif\n", 4, 1}};
     for (const auto& block : blocks)
     {
         std::string strBehindABlock = strBehindALine;
@@ -183,6 +225,36 @@ TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
                               "ult r4, r0, l22\nif_logicalnz r4.x\ncontinue\nelse\ncontinue\nendif\nmov r6, r5\n"
                               "else\nmov r7, r3\nendif\nendloop\n");
     ExpectRuns(behindABlock, {14, 16}, {{16, 5}, {16, 5}});
+}
+
+// The run stops behind a block that some have left for good: by a return, by a break of the loop, by one of the switch.
+TEST(Running, ShowsWhatThoseWroteWhoLeftAPassedOverBlock)
+{
+    CTestSession session(
+        s_Id + "call 1025\n" + s_Store,
+        "func 1025\nmov r3, l20\nwhileloop\nuge r2, r3, l22\nbreak_logicalnz r2.x\niadd r3, r3, l21\n"
+        "ult r2, r0, l24\nif_logicalnz r2.x\niadd r7, r0, r3\nult r2, r0, l21\nif_logicalnz r2.x\nret\nendif\n"
+        "ult r2, r0, l23\nif_logicalnz r2.x\nbreak\nendif\nendif\niadd r1, r1, r3\nendloop\nswitch r3.x\ncase 1\n"
+        "ult r2, r0, l22\nif_logicalnz r2.x\niadd r6, r0, r3\nbreak\nendif\niadd r1, r1, r3\nbreak\nendswitch\n"
+        "ret\nendfunc\n");
+    const CTrace trace = session.Trace();
+    ASSERT_TRUE(session.Start());
+    for (const InstructionNumber n : {27, 36, 6})
+    {
+        ASSERT_TRUE(session.Debugger().AddBreakPointAtInstructionNumber(CTestSession::s_nBody + n));
+    }
+    for (const SRun& expected : {SRun{27, 5}, SRun{27, 5}, SRun{36, 1}, SRun{6, 8}})
+    {
+        ASSERT_TRUE(session.Debugger().Run());
+        EXPECT_EQ(session.Shader().GetNextInstruction().m_nPos, CTestSession::s_nBody + expected.nNext);
+        EXPECT_EQ(session.Active(), expected.nActive);
+        ExpectTrueValues(session, trace);
+        for (unsigned int n = 0; expected.nNext == 36 && n < 3; ++n)
+        {
+            ASSERT_TRUE(session.Debugger().Step()) << "to the end of the switch";
+        }
+        ExpectTrueValues(session, trace);
+    }
 }
 
 TEST(Running, LeavesNothingToReadBehindAWholeLoop)

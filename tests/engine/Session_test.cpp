@@ -62,9 +62,11 @@ TEST(Session, EndingBehindTheStoreUpdatesTheBuffer)
     {
         ASSERT_TRUE(session.Debugger().Step());
     }
+    session.Second()[0] = 99;
     session.Debugger().EndDebugging(true);
     EXPECT_TRUE(session.Debugger().HasDeliveredResults());
     EXPECT_EQ(session.Buffer(), session.Expected());
+    EXPECT_EQ(session.Second()[0], 99) << "what the kernel leaves alone is the client's";
 }
 
 TEST(Session, EndingWithoutUpdateLeavesTheBufferAlone)
@@ -277,6 +279,78 @@ TEST(Session, ReadsEveryElementOfADynamicallyIndexedArray)
     EXPECT_EQ(session.Read("x1[2]"), std::vector<uint32_t>(4 * CTestSession::s_nItems, 4u));
     ASSERT_TRUE(session.Debugger().Back());
     EXPECT_EQ(session.Read("x1[2]"), vBefore);
+}
+
+// Stores to all of a slot, to a word of it, by two work-items to its last word and the first of the next, and to the
+// last word of all.
+TEST(Session, ShowsWhatStoresToPartsOfSlotsLeave)
+{
+    CTestSession session(
+        "dcl_typeless_uav_id(8)_stride(4)_length(32)_access(private)\ndcl_literal l25, 4, 12, 28, 0\n" + s_Id +
+        "uav_raw_store_id(8) mem0, l20.x, r9\nuav_raw_store_id(8) mem0.x, l25.x, r0\n"
+        "ult r2, r0, l22\nif_logicalnz r2.x\nuav_raw_store_id(8) mem0.xy, l25.y, l24\nendif\nuav_raw_store_id(8) "
+        "mem0.x, l25.z, r0\n");
+    ASSERT_TRUE(session.Start());
+    const auto expect = [&](unsigned int nStores)
+    {
+        for (uint32_t n = 0; n < CTestSession::s_nItems; ++n)
+        {
+            const bool bLast = nStores > 2 && n < 2;
+            const std::vector<uint32_t> vWanted[] = {{n + 1, nStores > 1 ? n : n + 1, n + 1, bLast ? 4 : n + 1},
+                                                     {bLast ? 4u : 0u, 0, 0, nStores == 4 ? n : 0}};
+            for (unsigned int nSlot = 0; nSlot < (nStores > 2 ? 2u : 1u); ++nSlot)
+            {
+                const std::vector<uint32_t> vRead = session.Read(s_strPrivate + std::to_string(nSlot) + "]");
+                ASSERT_EQ(vRead.size(), 4 * CTestSession::s_nItems);
+                EXPECT_EQ(std::vector<uint32_t>(&vRead[4 * n], &vRead[4 * n] + 4), vWanted[nSlot]) << nStores;
+            }
+        }
+    };
+    const unsigned int stores[] = {0, 0, 0, 1, 2, 2, 2, 3, 3, 4}; // made at each stop
+    for (size_t n = 1; n < std::size(stores); ++n)
+    {
+        ASSERT_TRUE(session.Debugger().Step());
+        stores[n] != 0 ? expect(stores[n]) : void();
+    }
+    EXPECT_TRUE(session.Read(s_strPrivate + "2]").empty()) << "there is no third slot";
+    for (size_t n = std::size(stores) - 1; stores[--n] != 0;)
+    {
+        ASSERT_TRUE(session.Debugger().Back());
+        expect(stores[n]);
+    }
+}
+
+TEST(Session, FilesAPartOfASlotOverTheRestOfIt)
+{
+    CTestSession session(s_Id + "iadd r1, r0, l22\n");
+    ASSERT_TRUE(session.Start() && session.Debugger().Step());
+    const auto file = [&](RegisterMask mask, unsigned int nAddress)
+    {
+        EXPECT_TRUE(session.Debugger().Step());
+        session.Debugger().UpdateResults(session.Debugger().GetCurrentInstruction(),
+                                         Register(RT_PrivateUAVAccess, 8, mask, nAddress));
+        const std::vector<uint32_t> vRead = session.Read(s_strPrivate + "0]");
+        return std::vector<uint32_t>(vRead.begin() + 4, vRead.begin() + 8);
+    };
+    EXPECT_EQ(file(COMP_All, 0), (std::vector<uint32_t>{2, 2, 2, 2})) << "r9 of the second work-item";
+    EXPECT_EQ(file(COMP_xy, 8), (std::vector<uint32_t>{2, 2, 3, 3}));
+    EXPECT_EQ(file(COMP_xy, 12), (std::vector<uint32_t>{2, 2, 3, 3})) << "reaches into another slot";
+}
+
+// Two arguments that are the same memory: each gives what was stored through it.
+TEST(Session, BringsTheStoresThroughBothNamesOfABufferTogether)
+{
+    CTestSession session(s_Id + "iadd r1, r0, l22\niand r2, r0, l21\nif_logicalz r2.x\n" + s_Store +
+                             "else\nishl r8.x, r0.x, l22.x\nmov r8.y, l20.x\ni64add r8.xy, cb1[1].xy, r8.xy\n"
+                             "uav_raw_store_id(10)_addr64 mem0.x, r8.xy, r9.x\nendif\n",
+                         "", CTestSession::s_nItems, true);
+    session.Trace();
+    ASSERT_TRUE(session.Start());
+    while (session.Debugger().Step())
+    {
+    }
+    session.Debugger().EndDebugging(true);
+    EXPECT_EQ(session.Buffer(), session.Expected());
 }
 
 TEST(Session, KeepsTheSavedArgumentsApartFromWhatAQueryReads)

@@ -63,9 +63,11 @@ TEST_P(SteppedKernel, ShowsWhatThePlainRunDoes)
     {
         CompareStop(session, trace, shown);
         EXPECT_EQ(session.Buffer(), before);
-        // The start dumps the arguments as well. Where the position goes on is known without a run.
+        // The start dumps the arguments as well. Where the position goes on is known without a run,
+        // and behind a macro's last instruction the mask is.
         const bool bSlots = session.Shader().GetCurrentRegister().reg.type == RT_PrivateUAVAccess;
-        EXPECT_EQ(session.TakeRuns(), nStops == 0 ? 2u : bSlots ? 3u : 1u) << "at " << session.Place();
+        const bool bMacro = session.Shader().OpCodeOf(session.Place().nInstruction) == IL_OP_MACROCALL;
+        EXPECT_EQ(session.TakeRuns(), nStops == 0 ? 2u : bSlots ? 3u : bMacro ? 0u : 1u) << "at " << session.Place();
     } while (!HasFailure() && ++nStops < 1000 && session.Debugger().Step());
     ASSERT_LT(nStops, 1000u);
     EXPECT_EQ(session.Place().nInstruction, 0u) << "the call of the kernel's function comes last";

@@ -113,9 +113,9 @@ public:
     static constexpr InstructionNumber s_nBody = 3;
 
     explicit CTestSession(const std::string& strBody, const std::string& strFunctions = "",
-                          unsigned int nItems = s_nItems)
+                          unsigned int nItems = s_nItems, bool bSameTwice = false)
         : m_pBuffer(std::make_shared<CSimtDevice::Bytes>(64 * nItems)),
-          m_pSecond(std::make_shared<CSimtDevice::Bytes>(4 * nItems)),
+          m_pSecond(bSameTwice ? m_pBuffer : std::make_shared<CSimtDevice::Bytes>(4 * nItems)),
           m_pDevice(new CSimtDevice(nItems, {m_pBuffer, m_pSecond})), m_Host(m_pDevice)
     {
         OpenCompilerLibrary();
