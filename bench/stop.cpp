@@ -74,15 +74,65 @@ const SPlatformControl& Control(const CLibraries& libraries)
     return *reinterpret_cast<const SPlatformControl* (*)()>(pFunction)();
 }
 
+/// One run of the kernel, one copy of its buffers, one read of as many bytes as the outputs have. It is taken behind
+/// each stop, so that both meet the same machine.
+class CFloor
+{
+public:
+    CFloor(const CLibraries& libraries, CLaunch& launch)
+        : m_Cl(libraries.cl), m_Launch(launch), m_nItems(launch.GetWorkItems()), m_vBytes(m_nItems * s_nOutputBytes)
+    {
+        cl_context context = nullptr;
+        m_Cl.clGetCommandQueueInfo(launch.GetQueue(), CL_QUEUE_CONTEXT, sizeof(context), &context, nullptr);
+        m_Copy = m_Cl.clCreateBuffer(context, CL_MEM_READ_WRITE, m_nItems * s_nElementBytes, nullptr, nullptr);
+        m_Output = m_Cl.clCreateBuffer(context, CL_MEM_READ_WRITE, m_vBytes.size(), nullptr, nullptr);
+        m_Queue = m_Cl.clCreateCommandQueue(context, launch.GetDevice(), 0, nullptr);
+    }
+    ~CFloor()
+    {
+        m_Cl.clReleaseCommandQueue(m_Queue);
+        m_Cl.clReleaseMemObject(m_Output);
+        m_Cl.clReleaseMemObject(m_Copy);
+    }
+    CFloor(const CFloor&) = delete;
+    CFloor& operator=(const CFloor&) = delete;
+
+    double Take()
+    {
+        return TimeOnce(
+            [this]
+            {
+                const size_t nLocal = 64;
+                m_Cl.clEnqueueCopyBuffer(m_Queue, m_Launch.GetMemory(0), m_Copy, 0, 0, m_nItems * s_nElementBytes, 0,
+                                         nullptr, nullptr);
+                m_Cl.clEnqueueNDRangeKernel(m_Queue, m_Launch.GetKernel(), 1, nullptr, &m_nItems, &nLocal, 0, nullptr,
+                                            nullptr);
+                Require(m_Cl.clEnqueueReadBuffer(m_Queue, m_Output, CL_TRUE, 0, m_vBytes.size(), m_vBytes.data(), 0,
+                                                 nullptr, nullptr) == CL_SUCCESS,
+                        "the floor can't be measured");
+            });
+    }
+
+private:
+    const cl_icd_dispatch_table& m_Cl;
+    CLaunch& m_Launch;
+    size_t m_nItems;
+    std::vector<char> m_vBytes;
+    cl_mem m_Copy = nullptr;
+    cl_mem m_Output = nullptr;
+    cl_command_queue m_Queue = nullptr;
+};
+
 /// A session that goes to a line near the kernel's end by a continue, and steps from there.
 class CMeasuredSession
 {
 public:
     CMeasuredSession(const CLibraries& libraries, unsigned int nStops) : m_Lib(libraries), m_nStops(nStops) {}
 
-    void Run(CLaunch& launch, bool bOneRegister = false)
+    void Run(CLaunch& launch, bool bOneRegister = false, CFloor* pFloor = nullptr)
     {
         m_bOneRegister = bOneRegister;
+        m_pFloor = pFloor;
         m_Start = std::chrono::steady_clock::now();
         const cl_int nCode = launch.Debug(&CMeasuredSession::OnEvent, this);
         Require(nCode == CL_SUCCESS, "the launch can't be debugged");
@@ -93,7 +143,8 @@ public:
     ovkclDebugPC nLine = 0; ///< where the continue goes
     double fAnalysis = 0;   ///< from the enqueue to the first event
     uint64_t nContinueRuns = 0;
-    std::vector<double> vStops; ///< seconds of each step
+    std::vector<double> vStops;  ///< seconds of each step
+    std::vector<double> vFloors; ///< seconds of the floor, taken behind each
     std::vector<double> vQueries;
     std::array<std::vector<double>, CALL_Kinds> vCalls; ///< what of it passed in the runtime
     uint64_t nStepRuns = 0;
@@ -136,6 +187,10 @@ private:
             }
         }
         Query(context);
+        if (m_pFloor != nullptr && vStops.size() > vFloors.size())
+        {
+            vFloors.push_back(m_pFloor->Take());
+        }
         return Go(vStops.size() < m_nStops ? OVKCLDEBUG_COMMAND_STEP : OVKCLDEBUG_COMMAND_CONTINUE);
     }
 
@@ -183,6 +238,7 @@ private:
     const CLibraries& m_Lib;
     std::chrono::steady_clock::time_point m_Start;
     unsigned int m_nStops;
+    CFloor* m_pFloor = nullptr;
     bool m_bStarted = false;
     bool m_bContinued = false;
     bool m_bOneRegister = false;
@@ -205,35 +261,6 @@ ovkclDebugPC FindLine(const SLaunchFile& file, const std::string& strBegin, int 
     return static_cast<ovkclDebugPC>(vLines.rend() - it - 1 - nBefore);
 }
 
-/// One run of the kernel, one copy of its buffers, one read of as many bytes as the outputs have.
-std::vector<double> MeasureFloor(const CLibraries& libraries, CLaunch& launch, unsigned int nTimes)
-{
-    const auto& cl = libraries.cl;
-    const size_t nItems = launch.GetWorkItems();
-    cl_context context = nullptr;
-    cl.clGetCommandQueueInfo(launch.GetQueue(), CL_QUEUE_CONTEXT, sizeof(context), &context, nullptr);
-    cl_mem copy = cl.clCreateBuffer(context, CL_MEM_READ_WRITE, nItems * s_nElementBytes, nullptr, nullptr);
-    cl_mem output = cl.clCreateBuffer(context, CL_MEM_READ_WRITE, nItems * s_nOutputBytes, nullptr, nullptr);
-    cl_command_queue queue = cl.clCreateCommandQueue(context, launch.GetDevice(), 0, nullptr);
-    std::vector<char> vBytes(nItems * s_nOutputBytes);
-    const size_t nLocal = 64;
-    const std::vector<double> vSeconds = Time(
-        nTimes,
-        [&]
-        {
-            cl.clEnqueueCopyBuffer(queue, launch.GetMemory(0), copy, 0, 0, nItems * s_nElementBytes, 0, nullptr,
-                                   nullptr);
-            cl.clEnqueueNDRangeKernel(queue, launch.GetKernel(), 1, nullptr, &nItems, &nLocal, 0, nullptr, nullptr);
-            Require(cl.clEnqueueReadBuffer(queue, output, CL_TRUE, 0, vBytes.size(), vBytes.data(), 0, nullptr,
-                                           nullptr) == CL_SUCCESS,
-                    "the floor can't be measured");
-        });
-    cl.clReleaseCommandQueue(queue);
-    cl.clReleaseMemObject(output);
-    cl.clReleaseMemObject(copy);
-    return vSeconds;
-}
-
 double Median(std::vector<double> vFigures)
 {
     std::sort(vFigures.begin(), vFigures.end());
@@ -243,10 +270,10 @@ double Median(std::vector<double> vFigures)
 struct SCost
 {
     std::vector<double> vStops;
-    std::vector<double> vBeyond; ///< beyond the floor's median
+    std::vector<double> vBeyond; ///< beyond the floor taken behind it
+    std::vector<double> vRatios; ///< that over the floor
     std::vector<double> vShare;  ///< of a stop, outside the runtime
     std::vector<double> vQueries;
-    double fFloor = 0;
 };
 
 std::string Name(unsigned int nInstructions, size_t nItems)
@@ -262,10 +289,10 @@ SCost Measure(const CLibraries& libraries, CReport& report, unsigned int nInstru
     CLaunch launch(libraries, file);
     CMeasuredSession session(libraries, nStops);
     session.nLine = FindLine(file, "iadd r3.x", static_cast<int>(nStops));
-    session.Run(launch);
+    CFloor floor(libraries, launch);
+    session.Run(launch, false, &floor);
 
     SCost cost;
-    cost.fFloor = Median(MeasureFloor(libraries, launch, bLong ? 1 : 7));
     cost.vStops = session.vStops;
     cost.vQueries = session.vQueries;
     std::vector<double> vLibrary;
@@ -276,7 +303,8 @@ SCost Measure(const CLibraries& libraries, CReport& report, unsigned int nInstru
         {
             fInRuntime += vTimes[n];
         }
-        cost.vBeyond.push_back(cost.vStops[n] - cost.fFloor);
+        cost.vBeyond.push_back(cost.vStops[n] - session.vFloors[n]);
+        cost.vRatios.push_back(cost.vBeyond[n] / session.vFloors[n]);
         vLibrary.push_back(cost.vStops[n] - fInRuntime);
         cost.vShare.push_back(vLibrary.back() / cost.vStops[n]);
     }
@@ -284,7 +312,7 @@ SCost Measure(const CLibraries& libraries, CReport& report, unsigned int nInstru
     const char* const kinds[] = {"the runtime's builds", "waiting and transfers", "launching", "other calls"};
     report.Add(strName + ": analysis and first instruction", {session.fAnalysis * 1000}, 0);
     report.Add(strName + ": a stop", Scaled(cost.vStops, 1000), 0);
-    report.Add(strName + ": its floor", {cost.fFloor * 1000}, 0);
+    report.Add(strName + ": its floor", Scaled(session.vFloors, 1000), 0);
     for (size_t n = 0; n < CALL_Kinds; ++n)
     {
         report.Add(strName + ":   " + kinds[n], Scaled(session.vCalls[n], 1000), 0);
@@ -339,7 +367,7 @@ void MeasureAll(const CLibraries& libraries, CReport& report)
         }
     }
     report.Add("beyond the floor, 100 instructions, 65536 work-items", Scaled(costs[1][2].vBeyond, 1000), 1);
-    report.Add("the same, over the floor", Scaled(costs[1][2].vBeyond, 1 / costs[1][2].fFloor), 0.5);
+    report.Add("the same, over the floor", costs[1][2].vRatios, 0.5);
     report.Add("beyond the floor, 1000 instructions, 65536 work-items", Scaled(costs[2][2].vBeyond, 1000), 5);
     report.Add("a stop, 100 instructions, 1024 work-items", Scaled(costs[1][1].vStops, 1000), 0.5);
     for (size_t l = 1; l < 4; ++l)
