@@ -1,5 +1,7 @@
 #include "platform/simt/SteadySteps.h"
 
+#include <algorithm>
+
 #include "platform/simt/RowVisits.h"
 
 namespace KestrelPlatform
@@ -7,6 +9,9 @@ namespace KestrelPlatform
 
 namespace
 {
+
+/// Rows that a block gets for steady results, each of which is a part of the cache that other rows would have.
+const uint32_t s_nMaxSteadyRows = 64;
 
 /// Whether what a step reads can be taken from another row.
 bool CanReadElsewhere(const SMicroOp& step)
@@ -20,7 +25,7 @@ class CSteadySteps
 public:
     CSteadySteps(SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
         : m_Code(code), m_vReads(vReads), m_vDropped(vDropped), m_vRows(code.nRows),
-          m_vOverwritten(code.vSteps.size(), 0)
+          m_vOverwritten(code.vSteps.size(), 0), m_nRowLimit(std::min(code.nRows + s_nMaxSteadyRows, s_nMaxRows))
     {
         ForEachPinned(code, [this](uint32_t nRow) { m_vRows[nRow].bKept = true; });
         // What stands for no row.
@@ -130,7 +135,7 @@ private:
     bool CanMove(size_t nStep) const
     {
         const SMicroOp& step = m_Code.vSteps[nStep];
-        if (step.eKind != MICRO_LANE_FAST || m_Code.nRows + 2 > s_nMaxRows)
+        if (step.eKind != MICRO_LANE_FAST || m_Code.nRows + 2 > m_nRowLimit)
             return false;
         for (const uint16_t nRow : step.rows.s)
         {
@@ -182,6 +187,7 @@ private:
     std::vector<char>& m_vDropped;
     std::vector<SRow> m_vRows;
     std::vector<uint8_t> m_vOverwritten; ///< by step: how many of its results the same piece writes again
+    const uint32_t m_nRowLimit;
     uint32_t m_nPiece = 0;
 };
 
