@@ -2,6 +2,7 @@
 #include "core/ShaderDebuggerBuffer.h"
 #include "core/ShaderDebuggerHost.h"
 #include "engine/CallStackScope.h"
+#include "engine/PrivateAccess.h"
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 
@@ -10,13 +11,6 @@
 
 namespace OVK_ShaderDebugger
 {
-
-namespace
-{
-
-constexpr unsigned int s_nSlotSize = 16; ///< of private memory, in bytes
-
-} // namespace
 
 bool CShaderDebuggerShaderIL::Execute(bool bUpdateHistory)
 {
@@ -239,7 +233,7 @@ bool CShaderDebuggerShaderIL::ExpandIndexedRegisters(const ProgramCounter& pc, c
             continue;
         }
         // An indexed temp has elements, private memory 16-byte slots at byte addresses.
-        const unsigned int nStep = reg.reg.type == RT_PrivateUAVAccess ? s_nSlotSize : 1;
+        const unsigned int nStep = reg.reg.type == RT_PrivateUAVAccess ? s_nPrivateSlotSize : 1;
         for (unsigned int nIndex = 0; nIndex < *pSize; nIndex += nStep)
         {
             newRegisters->emplace_back(reg.reg.type, reg.reg.number, COMP_All, nIndex);
@@ -253,13 +247,13 @@ bool CShaderDebuggerShaderIL::ExpandIndexedRegisters(const ProgramCounter& pc, c
 void CShaderDebuggerShaderIL::AddSlots(const ProgramCounter& pc, const Register& reg,
                                        std::deque<Register>& registers) const
 {
-    const unsigned int nInSlot = reg.reg.index % s_nSlotSize;
+    const unsigned int nInSlot = reg.reg.index % s_nPrivateSlotSize;
     const unsigned int nFirst = reg.reg.index - nInSlot;
     const unsigned int* pSize = FindDeclaredSize(pc.m_nPos, reg);
-    const bool bNext = nInSlot != 0 && pSize != nullptr && nFirst + s_nSlotSize < *pSize;
+    const bool bNext = nInSlot != 0 && pSize != nullptr && nFirst + s_nPrivateSlotSize < *pSize;
     for (unsigned int nSlot = 0; nSlot <= (bNext ? 1u : 0u); ++nSlot)
     {
-        const Register slot(reg.reg.type, reg.reg.number, reg.mask, nFirst + nSlot * s_nSlotSize);
+        const Register slot(reg.reg.type, reg.reg.number, reg.mask, nFirst + nSlot * s_nPrivateSlotSize);
         if (std::find(registers.begin(), registers.end(), slot) == registers.end())
         {
             registers.push_back(slot);

@@ -6,6 +6,9 @@
 namespace OVK_ShaderDebugger
 {
 
+/// Bytes of private memory that one result holds, as four components.
+constexpr unsigned int s_nPrivateSlotSize = 16;
+
 /// The components of a register's result that a run delivers. Of plain registers these are all; an access to private
 /// memory covers part of a 16-byte slot, of which the value's first component is the first accessed.
 struct SPrivateAccess
@@ -21,7 +24,7 @@ inline SPrivateAccess GetAccess(const Register& reg)
     {
         return access;
     }
-    access.nFirstComponent = (reg.reg.index & 15) / 4;
+    access.nFirstComponent = reg.reg.index % s_nPrivateSlotSize / 4;
     access.nComponents = 0;
     for (unsigned int i = 0; i < 4; ++i)
     {

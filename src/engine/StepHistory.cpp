@@ -1,5 +1,6 @@
 #include "core/ShaderDebuggerBuffer.h"
 #include "core/ShaderDebuggerResult.h"
+#include "engine/PrivateAccess.h"
 #include "engine/ResultRestorer.h"
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
@@ -218,7 +219,14 @@ CShaderDebuggerShaderIL::SFiling CShaderDebuggerShaderIL::ReadingHere(const Regi
 {
     Register whole = CShaderDebuggerIL::GetResultRegister(reg);
     whole.mask = COMP_All;
-    whole.reg.index = reg.reg.type == RT_PrivateUAVAccess ? reg.reg.index & ~15u : reg.reg.index;
+    if (reg.reg.type == RT_PrivateUAVAccess)
+    {
+        whole.reg.index = reg.reg.index - reg.reg.index % s_nPrivateSlotSize;
+    }
+    else
+    {
+        whole.reg.index = reg.reg.index;
+    }
     size_t nStop = m_Stops.size() - 1;
     while (nStop > 0 && DeferTempRegistersWrite(m_Stops[nStop].pc.m_nPos))
     {
