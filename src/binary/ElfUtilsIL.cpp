@@ -243,6 +243,18 @@ bool GetCallText(const std::string& strKernelName, const CElf& elf, std::string&
     return true;
 }
 
+/// \param replace  takes a CElf& and the text of the call of the kernel's function, and gives whether it succeeded
+template <class Replace>
+bool ChangeKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary, Replace replace)
+{
+    return ChangeImage(pvBinary,
+                       [&](CElf& elf)
+                       {
+                           std::string strCall;
+                           return GetCallText(strKernelName, elf, strCall) && replace(elf, strCall);
+                       });
+}
+
 } // namespace
 
 void ProcessILText(std::string& strILText, bool removeFunctionWhitespace, bool removeDCL_WAVESIZE)
@@ -259,24 +271,16 @@ void ProcessILText(std::string& strILText, bool removeFunctionWhitespace, bool r
 
 bool PatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary)
 {
-    return ChangeImage(pvBinary,
-                       [&](CElf& elf)
-                       {
-                           std::string strCall;
-                           return GetCallText(strKernelName, elf, strCall) &&
-                                  FindAndReplaceInDebugIL(elf, s_KernelEntryPlaceholder, strCall);
-                       });
+    return ChangeKernelEntry(strKernelName, pvBinary,
+                             [](CElf& elf, const std::string& strCall)
+                             { return FindAndReplaceInDebugIL(elf, s_KernelEntryPlaceholder, strCall); });
 }
 
 bool UnpatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary)
 {
-    return ChangeImage(pvBinary,
-                       [&](CElf& elf)
-                       {
-                           std::string strCall;
-                           return GetCallText(strKernelName, elf, strCall) &&
-                                  FindAndReplaceInDebugIL(elf, strCall, s_KernelEntryPlaceholder);
-                       });
+    return ChangeKernelEntry(strKernelName, pvBinary,
+                             [](CElf& elf, const std::string& strCall)
+                             { return FindAndReplaceInDebugIL(elf, strCall, s_KernelEntryPlaceholder); });
 }
 
 bool AddILBinarySection(CElf* pElf, const std::string& strTextSectionName, const std::string& strBinarySectionName,
