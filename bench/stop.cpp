@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 
 using namespace KestrelBench;
@@ -18,39 +19,63 @@ using namespace KestrelTool;
 namespace
 {
 
-const unsigned int s_nMaxStops = 12;
+const unsigned int s_nMaxStops = 40;
 /// Bytes of the two output buffers for each work-item.
 const size_t s_nOutputBytes = 20;
 const size_t s_nElementBytes = 4;
+const size_t s_nLocalSize = 64;
+const char* const s_pszKernel = "line";
 /// Work of one run above which two stops have to do.
 const double s_fLongRun = 5e8;
 
+/// What a kernel's text begins with: r0.x is the work-item's number, buffer 0 the one argument.
+const char* const s_pszHead =
+    ";ARGSTART:__OpenCL_line_kernel\n;version:3:1:104\n;device:quench\n;uniqueid:1024\n;memory:64bitABI\n"
+    ";pointer:data:i32:1:1:0:uav:10:4:RW:0:0\n;function:1:1030\n;ARGEND:__OpenCL_line_kernel\n"
+    "il_cs_2_0\ndcl_cb cb0[10]\ndcl_cb cb1[1]\ndcl_literal l0, 2, 1, 0, -1\n"
+    "dcl_literal l1, 1000000, 3, 5, 7\n;$$$$$$$$$$\nendmain\nfunc 1024\n;__OpenCL_line_kernel\n"
+    "dcl_max_thread_per_group 256\ndcl_typeless_uav_id(10)_stride(4)_length(4)\n"
+    "imad r0.x, vThreadGrpId.x, cb0[1].x, vTidInGrp.x\n";
+const char* const s_pszTail = "ret\nendfunc\nend\n";
+
 /// A straight line of arithmetic between a load and a store.
+std::string MakeText(unsigned int nInstructions, const std::string& strBody)
+{
+    std::string strLine = "ishl r1.x, r0.x, l0.x\ni64add r2.xy, cb1[0].xy, r1.x000\n"
+                          "uav_raw_load_id(10)_addr64 r3.x, r2.xy\n" +
+                          strBody;
+    for (unsigned int n = strBody.empty() ? 7 : nInstructions; n < nInstructions; ++n)
+    {
+        const std::string strTarget = "r" + std::to_string(4 + n % 8) + ".x";
+        strLine += "imad " + strTarget + ", r3.x, l1.y, r" + std::to_string(4 + (n + 5) % 8) + ".x\n";
+    }
+    return s_pszHead + strLine + "iadd r3.x, r3.x, r4.x\nuav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\n" + s_pszTail;
+}
+
+/// Stores what the outputs of a stop have: a register for each work-item, and behind all of them a word for each.
+std::string MakeOutputsText()
+{
+    return s_pszHead +
+           std::string("ishl r1.x, r0.x, l0.x\nishl r2.x, r1.x, l0.x\n"
+                       "i64add r2.xy, cb1[0].xy, r2.x000\n"
+                       "uav_raw_store_id(10)_addr64 mem0, r2.xy, r0.xxxx\n"
+                       "ishl r3.x, cb0[0].x, l0.x\nishl r3.x, r3.x, l0.x\niadd r1.x, r1.x, r3.x\n"
+                       "i64add r2.xy, cb1[0].xy, r1.x000\n"
+                       "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n") +
+           s_pszTail;
+}
+
 SLaunchFile MakeLaunch(unsigned int nInstructions, size_t nItems, const std::string& strBody = "")
 {
     SLaunchFile launch;
     launch.strPath = "benchmark";
-    launch.strKernel = "line";
+    launch.strKernel = s_pszKernel;
     launch.strDevice = "Quench";
     launch.strOptions = "-g";
     launch.nGlobalSize[0] = nItems;
     launch.bHasLocalSize = true;
-    launch.nLocalSize[0] = 64;
-    launch.strSource = ";ARGSTART:__OpenCL_line_kernel\n;version:3:1:104\n;device:quench\n;uniqueid:1024\n"
-                       ";memory:64bitABI\n;pointer:data:i32:1:1:0:uav:10:4:RW:0:0\n;function:1:1030\n"
-                       ";ARGEND:__OpenCL_line_kernel\nil_cs_2_0\ndcl_cb cb0[10]\ndcl_cb cb1[1]\n"
-                       "dcl_literal l0, 2, 1, 0, -1\ndcl_literal l1, 1000000, 3, 5, 7\n;$$$$$$$$$$\nendmain\n"
-                       "func 1024\n;__OpenCL_line_kernel\ndcl_max_thread_per_group 256\n"
-                       "dcl_typeless_uav_id(10)_stride(4)_length(4)\n"
-                       "imad r0.x, vThreadGrpId.x, cb0[1].x, vTidInGrp.x\nishl r1.x, r0.x, l0.x\n"
-                       "i64add r2.xy, cb1[0].xy, r1.x000\nuav_raw_load_id(10)_addr64 r3.x, r2.xy\n" +
-                       strBody;
-    for (unsigned int n = strBody.empty() ? 7 : nInstructions; n < nInstructions; ++n)
-    {
-        const std::string strTarget = "r" + std::to_string(4 + n % 8) + ".x";
-        launch.strSource += "imad " + strTarget + ", r3.x, l1.y, r" + std::to_string(4 + (n + 5) % 8) + ".x\n";
-    }
-    launch.strSource += "iadd r3.x, r3.x, r4.x\nuav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\nret\nendfunc\nend\n";
+    launch.nLocalSize[0] = s_nLocalSize;
+    launch.strSource = MakeText(nInstructions, strBody);
     SArgument data;
     data.eKind = SArgument::Buffer;
     data.pType = FindElementType("int");
@@ -74,8 +99,8 @@ const SPlatformControl& Control(const CLibraries& libraries)
     return *reinterpret_cast<const SPlatformControl* (*)()>(pFunction)();
 }
 
-/// One run of the kernel, one copy of its buffers, one read of as many bytes as the outputs have. It is taken behind
-/// each stop, so that both meet the same machine.
+/// One run of the kernel, one copy of its buffers, one read of as many bytes as the outputs of a stop have, which a
+/// kernel has written just before. It is taken behind each stop, so that both meet the same machine.
 class CFloor
 {
 public:
@@ -85,13 +110,22 @@ public:
         cl_context context = nullptr;
         m_Cl.clGetCommandQueueInfo(launch.GetQueue(), CL_QUEUE_CONTEXT, sizeof(context), &context, nullptr);
         m_Copy = m_Cl.clCreateBuffer(context, CL_MEM_READ_WRITE, m_nItems * s_nElementBytes, nullptr, nullptr);
-        m_Output = m_Cl.clCreateBuffer(context, CL_MEM_READ_WRITE, m_vBytes.size(), nullptr, nullptr);
+        m_Outputs = m_Cl.clCreateBuffer(context, CL_MEM_READ_WRITE, m_vBytes.size(), nullptr, nullptr);
         m_Queue = m_Cl.clCreateCommandQueue(context, launch.GetDevice(), 0, nullptr);
+        const std::string strText = MakeOutputsText();
+        const char* pszText = strText.c_str();
+        m_Program = m_Cl.clCreateProgramWithSource(context, 1, &pszText, nullptr, nullptr);
+        m_Cl.clBuildProgram(m_Program, 0, nullptr, "", nullptr, nullptr);
+        m_Writer = m_Cl.clCreateKernel(m_Program, s_pszKernel, nullptr);
+        Require(m_Writer != nullptr, "the outputs' kernel can't be built");
+        m_Cl.clSetKernelArg(m_Writer, 0, sizeof(m_Outputs), &m_Outputs);
     }
     ~CFloor()
     {
+        m_Cl.clReleaseKernel(m_Writer);
+        m_Cl.clReleaseProgram(m_Program);
         m_Cl.clReleaseCommandQueue(m_Queue);
-        m_Cl.clReleaseMemObject(m_Output);
+        m_Cl.clReleaseMemObject(m_Outputs);
         m_Cl.clReleaseMemObject(m_Copy);
     }
     CFloor(const CFloor&) = delete;
@@ -99,28 +133,42 @@ public:
 
     double Take()
     {
-        return TimeOnce(
+        RunKernel(m_Writer);
+        m_Cl.clFinish(m_Queue);
+        const double fSeconds = TimeOnce(
             [this]
             {
-                const size_t nLocal = 64;
                 m_Cl.clEnqueueCopyBuffer(m_Queue, m_Launch.GetMemory(0), m_Copy, 0, 0, m_nItems * s_nElementBytes, 0,
                                          nullptr, nullptr);
-                m_Cl.clEnqueueNDRangeKernel(m_Queue, m_Launch.GetKernel(), 1, nullptr, &m_nItems, &nLocal, 0, nullptr,
-                                            nullptr);
-                Require(m_Cl.clEnqueueReadBuffer(m_Queue, m_Output, CL_TRUE, 0, m_vBytes.size(), m_vBytes.data(), 0,
+                RunKernel(m_Launch.GetKernel());
+                Require(m_Cl.clEnqueueReadBuffer(m_Queue, m_Outputs, CL_TRUE, 0, m_vBytes.size(), m_vBytes.data(), 0,
                                                  nullptr, nullptr) == CL_SUCCESS,
                         "the floor can't be measured");
             });
+        // Each work-item's word is its number.
+        uint32_t nLast = 0;
+        std::memcpy(&nLast, m_vBytes.data() + m_vBytes.size() - sizeof nLast, sizeof nLast);
+        Require(nLast == m_nItems - 1, "the outputs aren't written");
+        return fSeconds;
     }
 
 private:
+    void RunKernel(cl_kernel kernel)
+    {
+        Require(m_Cl.clEnqueueNDRangeKernel(m_Queue, kernel, 1, nullptr, &m_nItems, &s_nLocalSize, 0, nullptr,
+                                            nullptr) == CL_SUCCESS,
+                "a kernel of the floor can't be run");
+    }
+
     const cl_icd_dispatch_table& m_Cl;
     CLaunch& m_Launch;
     size_t m_nItems;
     std::vector<char> m_vBytes;
     cl_mem m_Copy = nullptr;
-    cl_mem m_Output = nullptr;
+    cl_mem m_Outputs = nullptr;
     cl_command_queue m_Queue = nullptr;
+    cl_program m_Program = nullptr;
+    cl_kernel m_Writer = nullptr; ///< of m_Outputs
 };
 
 /// A session that goes to a line near the kernel's end by a continue, and steps from there.
