@@ -135,6 +135,7 @@ public:
     {
         RunKernel(m_Writer);
         m_Cl.clFinish(m_Queue);
+        LetThreadsSleep();
         const double fSeconds = TimeOnce(
             [this]
             {
@@ -153,6 +154,15 @@ public:
     }
 
 private:
+    /// The runtime's threads stay awake for some microseconds. When a stop's kernel comes they sleep.
+    static void LetThreadsSleep()
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(100);
+        while (std::chrono::steady_clock::now() < end)
+        {
+        }
+    }
+
     void RunKernel(cl_kernel kernel)
     {
         Require(m_Cl.clEnqueueNDRangeKernel(m_Queue, kernel, 1, nullptr, &m_nItems, &s_nLocalSize, 0, nullptr,

@@ -3,6 +3,7 @@
 #include "platform/runtime/ApiCall.h"
 #include "platform/runtime/CallbackThread.h"
 #include "platform/runtime/Event.h"
+#include "platform/simt/WorkerPool.h"
 
 #include <thread>
 
@@ -151,20 +152,39 @@ cl_int CCommandQueue::Finish()
     const cl_ulong nLast = m_nHandedOver;
     if (m_nEnded < nLast)
         CCallbackThread::BeforeWait();
-    while (m_nEnded < nLast && CanRunOnAnyThread() && !m_bRunning)
-        RunFirst(lock);
-    m_ended.wait(lock, [this, nLast] { return m_nEnded >= nLast; });
+    while (m_nEnded < nLast)
+    {
+        if (CanRunOnAnyThread() && !m_bRunning)
+            RunFirst(lock);
+        else if (!HelpRunning(lock) && m_nEnded < nLast)
+            m_ended.wait(lock);
+    }
     return std::exchange(m_bCommandFailed, false) ? CL_OUT_OF_RESOURCES : CL_SUCCESS;
 }
 
 void CCommandQueue::RunUntilEnded(const CEvent& event)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    while (CanRunOnAnyThread() && !m_bRunning && m_pFirst && event.GetStatus() > CL_COMPLETE)
+    while (event.GetStatus() > CL_COMPLETE)
     {
         CCallbackThread::BeforeWait();
-        RunFirst(lock);
+        if (CanRunOnAnyThread() && !m_bRunning && m_pFirst)
+            RunFirst(lock);
+        else if (!HelpRunning(lock))
+            return;
     }
+}
+
+/// With the lock held, which is given up meanwhile: helps with the kernel that another thread runs.
+/// \return false if none runs, or nothing was to be done and it still runs
+bool CCommandQueue::HelpRunning(std::unique_lock<std::mutex>& lock)
+{
+    if (!m_bRunning)
+        return false;
+    lock.unlock();
+    const bool bHelped = CWorkerPool::Get().HelpWhile(m_bRunning, this);
+    lock.lock();
+    return bHelped;
 }
 
 bool CCommandQueue::CanRunOnAnyThread() const
@@ -235,7 +255,12 @@ std::optional<CActivity> CCommandQueue::Work()
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;)
     {
-        m_wake.wait(lock, [this] { return !m_bRunning && (m_pFirst || (m_bClosing && m_nExpected == 0)); });
+        const auto isDue = [this] { return !m_bRunning && (m_pFirst || (m_bClosing && m_nExpected == 0)); };
+        while (!isDue())
+        {
+            if (!HelpRunning(lock) && !isDue())
+                m_wake.wait(lock);
+        }
         if (!m_pFirst)
             break;
         RunFirst(lock);

@@ -4,6 +4,7 @@
 #include "platform/runtime/Context.h"
 #include "platform/runtime/Counters.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -34,7 +35,8 @@ struct SCommand
 /// released the queue and nothing is left to do. A thread that waits for commands runs those that
 /// the queue's thread hasn't begun yet, and a command that is over in an instant runs at once where
 /// nothing is in front of it, so that neither costs a change of threads; not so where the client
-/// intercepts commands, since its hook may count on the queue's thread.
+/// intercepts commands, since its hook may count on the queue's thread. Whichever of these threads
+/// has to wait for a kernel that another one runs helps with its work-groups.
 class CCommandQueue : public CObject
 {
 public:
@@ -76,6 +78,7 @@ private:
     std::unique_ptr<SCommand> TakeFirst();
     bool CanRunOnAnyThread() const;
     void RunFirst(std::unique_lock<std::mutex>& lock);
+    bool HelpRunning(std::unique_lock<std::mutex>& lock);
     cl_int Execute(SCommand& command);
 
     const CRef<CContext> m_pContext;
@@ -91,7 +94,7 @@ private:
     cl_ulong m_nEnded = 0;
     cl_ulong m_nExpected = 0;
     bool m_bThread = false;
-    bool m_bRunning = false; ///< some thread runs a command
+    std::atomic<bool> m_bRunning{false}; ///< some thread runs a command; changed under the lock
     /// The client has released the queue. Set under the lock together with what is left for the
     /// thread's end, so that the thread can't end before that is there.
     bool m_bClosing = false;

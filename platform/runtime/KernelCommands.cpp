@@ -19,6 +19,7 @@ cl_int EnqueueKernel(CEnqueue& enqueue, cl_kernel hKernel, const SIndexSpace& sp
     auto pPrepared = std::make_shared<SPreparedLaunch>();
     if (const cl_int nError = PrepareLaunch(*pKernel, enqueue.GetQueue().GetDevice(), space, *pPrepared))
         return nError;
+    pPrepared->m_launch.pOwner = &enqueue.GetQueue();
     return enqueue.Submit(eType, false, [pPrepared] { return RunPrepared(*pPrepared); });
 }
 

@@ -244,7 +244,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
                 bNoMemory = true;
             }
         };
-        pool.Run(static_cast<uint32_t>(nThreads - 1), task);
+        pool.Run(static_cast<uint32_t>(nThreads - 1), task, launch.pOwner);
         result.nBadAccesses = context.nBadAccesses;
         result.firstBadAccess = context.firstBadAccess;
         result.nUnreachedBarriers = context.nUnreachedBarriers;

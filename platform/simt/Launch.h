@@ -84,6 +84,7 @@ struct SLaunch
     uint32_t nMaxThreads = 0;        ///< threads that may run it; 0 for one a core
     uint64_t nSchedule = 0;          ///< shakes the order of groups and threads; 0 leaves it as it comes
     ITraceSink* pTrace = nullptr;    ///< a traced launch runs on one thread
+    const void* pOwner = nullptr;    ///< what threads wait for that may help (CWorkerPool::HelpWhile)
 };
 
 /// The first of the accesses that had no memory behind them.

@@ -1,9 +1,43 @@
 #include "platform/simt/WorkerPool.h"
 
+#include <sched.h>
+#include <xmmintrin.h>
+
 #include <algorithm>
+#include <chrono>
 
 namespace KestrelPlatform
 {
+
+namespace
+{
+
+/// Somewhat longer than it takes to sleep and be woken.
+constexpr std::chrono::microseconds s_Patience(20);
+
+/// Waits, awake, until a condition holds, but not for long.
+template <class Condition>
+void AwaitBriefly(const Condition& holds)
+{
+    const auto end = std::chrono::steady_clock::now() + s_Patience;
+    while (!holds() && std::chrono::steady_clock::now() < end)
+        _mm_pause();
+}
+
+/// Moves the calling thread to another core than one, if it may run on others.
+void LeaveCore(int nCore)
+{
+    cpu_set_t allowed;
+    if (nCore < 0 || nCore >= CPU_SETSIZE || sched_getaffinity(0, sizeof allowed, &allowed) != 0)
+        return;
+    cpu_set_t others = allowed;
+    CPU_CLR(nCore, &others);
+    if (CPU_COUNT(&others) == 0 || sched_setaffinity(0, sizeof others, &others) != 0)
+        return;
+    sched_setaffinity(0, sizeof allowed, &allowed);
+}
+
+} // namespace
 
 CWorkerPool& CWorkerPool::Get()
 {
@@ -24,54 +58,145 @@ CWorkerPool::~CWorkerPool()
         thread.join();
 }
 
-void CWorkerPool::Run(uint32_t nHelpers, const std::function<void()>& task)
+/// With the lock held. A thread that can't be started is only a helper less.
+void CWorkerPool::StartThreads()
 {
-    SJob job = {&task, nHelpers, 0};
-    if (nHelpers > 0)
+    try
+    {
+        while (m_vThreads.size() + 1 < m_nThreads)
+            m_vThreads.emplace_back(&CWorkerPool::Work, this);
+    }
+    catch (const std::system_error&)
+    {
+    }
+}
+
+/// With the lock held.
+void CWorkerPool::Join(SJob& job)
+{
+    --job.nWanted;
+    ++job.nInside;
+}
+
+/// With the lock held: gives a job to those that stand by for its owner.
+void CWorkerPool::CallOnStandBy(SJob& job)
+{
+    for (auto it = m_StandBy.begin(); it != m_StandBy.end() && job.nWanted > 0;)
+    {
+        if (it->pOwner != job.pOwner)
+        {
+            ++it;
+            continue;
+        }
+        SStandBy& standBy = *it;
+        it = m_StandBy.erase(it);
+        Join(job);
+        standBy.pJob = &job;
+    }
+}
+
+void CWorkerPool::Run(uint32_t nHelpers, const std::function<void()>& task, const void* pOwner)
+{
+    if (nHelpers == 0)
+    {
+        task();
+        return;
+    }
+    SJob job;
+    job.pTask = &task;
+    job.pOwner = pOwner;
+    job.nWanted = nHelpers;
+    bool bWake = false;
     {
         std::lock_guard<std::mutex> lock(m_Mutex);
-        // A thread that can't be started is only a helper less.
-        try
-        {
-            while (m_vThreads.size() + 1 < m_nThreads)
-                m_vThreads.emplace_back(&CWorkerPool::Work, this);
-        }
-        catch (const std::system_error&)
-        {
-        }
-        m_Jobs.push_back(&job);
+        StartThreads();
+        m_nRunCore = sched_getcpu();
+        m_Jobs.push_back(job);
+        CallOnStandBy(job);
+        bWake = job.nWanted > 0;
     }
-    if (nHelpers > 0)
+    if (bWake)
         m_Wake.notify_all();
     task();
-    if (nHelpers == 0)
-        return;
+    {
+        std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Jobs.erase(m_Jobs.iterator_to(job));
+    }
+    // Nobody joins any more, and the last pieces are small.
+    AwaitBriefly([&job] { return job.nInside == 0; });
     std::unique_lock<std::mutex> lock(m_Mutex);
-    m_Jobs.remove(&job);
     m_Left.wait(lock, [&job] { return job.nInside == 0; });
+}
+
+bool CWorkerPool::HelpWhile(const std::atomic<bool>& bBusy, const void* pOwner) noexcept
+{
+    std::unique_lock<std::mutex> lock(m_Mutex);
+    if (SJob* pJob = FindJob(pOwner))
+    {
+        Join(*pJob);
+        Help(*pJob, lock);
+        return true;
+    }
+    SStandBy self;
+    self.pOwner = pOwner;
+    m_StandBy.push_back(self);
+    lock.unlock();
+    AwaitBriefly([&] { return self.pJob != nullptr || !bBusy; });
+    lock.lock();
+    if (self.pJob != nullptr)
+    {
+        Help(*self.pJob, lock);
+        return true;
+    }
+    m_StandBy.erase(m_StandBy.iterator_to(self));
+    return !bBusy;
+}
+
+/// With the lock held: a job that wants a helper, of one owner or of any if it is null.
+CWorkerPool::SJob* CWorkerPool::FindJob(const void* pOwner)
+{
+    const auto it = std::find_if(m_Jobs.begin(), m_Jobs.end(),
+                                 [pOwner](const SJob& job)
+                                 { return job.nWanted > 0 && (pOwner == nullptr || job.pOwner == pOwner); });
+    return it == m_Jobs.end() ? nullptr : &*it;
+}
+
+/// With the lock held, which is given up meanwhile: does a job that was joined, and leaves it.
+void CWorkerPool::Help(SJob& job, std::unique_lock<std::mutex>& lock)
+{
+    lock.unlock();
+    (*job.pTask)();
+    lock.lock();
+    if (--job.nInside == 0)
+        m_Left.notify_all();
+}
+
+/// With the lock held, which may be given up meanwhile: a helper that was woken on the core of the thread that runs
+/// the task comes when that is done with it. It goes to sleep on another core, where it is woken the next time.
+void CWorkerPool::KeepApart(std::unique_lock<std::mutex>& lock)
+{
+    const int nCore = m_nRunCore;
+    if (sched_getcpu() != nCore)
+        return;
+    lock.unlock();
+    LeaveCore(nCore);
+    lock.lock();
 }
 
 void CWorkerPool::Work()
 {
     std::unique_lock<std::mutex> lock(m_Mutex);
-    for (;;)
+    while (!m_bQuit)
     {
-        const auto it = std::find_if(m_Jobs.begin(), m_Jobs.end(), [](const SJob* pJob) { return pJob->nWanted > 0; });
-        if (m_bQuit)
-            return;
-        if (it == m_Jobs.end())
+        SJob* const pJob = FindJob(nullptr);
+        if (pJob == nullptr)
         {
             m_Wake.wait(lock);
+            KeepApart(lock);
             continue;
         }
-        SJob& job = **it;
-        --job.nWanted;
-        ++job.nInside;
-        lock.unlock();
-        (*job.pTask)();
-        lock.lock();
-        if (--job.nInside == 0)
-            m_Left.notify_all();
+        Join(*pJob);
+        Help(*pJob, lock);
     }
 }
 

@@ -1,17 +1,23 @@
 #ifndef KESTREL_PLATFORM_SIMT_WORKERPOOL_H
 #define KESTREL_PLATFORM_SIMT_WORKERPOOL_H
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
-#include <list>
 #include <mutex>
 #include <thread>
 #include <vector>
+
+#include <boost/intrusive/list.hpp>
 
 namespace KestrelPlatform
 {
 
 /// Threads that help launches and sleep in between. They are started when the first launch needs them.
+///
+/// To wake a sleeping thread takes as long as a small launch, and the system likes to wake it on the core that
+/// is busy with the launch. So whoever is awake and has to wait for a launch helps it instead (HelpWhile), and
+/// only helpers that are still wanted then are woken.
 class CWorkerPool
 {
 public:
@@ -21,27 +27,51 @@ public:
 
     /// Runs the task on this thread and on up to nHelpers others at the same time; returns when all
     /// of them have left it. The task divides the work itself and must not throw. Any thread.
-    void Run(uint32_t nHelpers, const std::function<void()>& task);
+    /// \param pOwner  what others wait for that may help; null for nobody
+    void Run(uint32_t nHelpers, const std::function<void()>& task, const void* pOwner = nullptr);
+
+    /// For a thread that can't go on while bBusy: helps with the next task of an owner, if one comes within
+    /// some microseconds. Any thread but one that runs that task.
+    /// \return false if there was none and it is still busy
+    bool HelpWhile(const std::atomic<bool>& bBusy, const void* pOwner) noexcept;
 
     uint32_t GetThreads() const { return m_nThreads; }
 
 private:
-    struct SJob
+    typedef boost::intrusive::list_base_hook<> CHook;
+
+    struct SJob : CHook
     {
-        const std::function<void()>* pTask;
-        uint32_t nWanted; ///< helpers that may still join
-        uint32_t nInside; ///< helpers that are in the task
+        const std::function<void()>* pTask = nullptr;
+        const void* pOwner = nullptr;
+        uint32_t nWanted = 0;             ///< helpers that may still join
+        std::atomic<uint32_t> nInside{0}; ///< helpers that are in the task
+    };
+
+    /// A thread that waits for a job of an owner.
+    struct SStandBy : CHook
+    {
+        const void* pOwner = nullptr;
+        std::atomic<SJob*> pJob{nullptr};
     };
 
     CWorkerPool();
     void Work();
+    void StartThreads();
+    SJob* FindJob(const void* pOwner);
+    static void Join(SJob& job);
+    void CallOnStandBy(SJob& job);
+    void Help(SJob& job, std::unique_lock<std::mutex>& lock);
+    void KeepApart(std::unique_lock<std::mutex>& lock);
 
     const uint32_t m_nThreads;
     std::mutex m_Mutex;
     std::condition_variable m_Wake;
     std::condition_variable m_Left;
-    std::list<SJob*> m_Jobs;
+    boost::intrusive::list<SJob> m_Jobs;
+    boost::intrusive::list<SStandBy> m_StandBy; ///< those that have no job yet
     std::vector<std::thread> m_vThreads;
+    int m_nRunCore = -1; ///< where the last task was begun
     bool m_bQuit = false;
 };
 
