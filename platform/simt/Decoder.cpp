@@ -298,10 +298,14 @@ bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream
 
 void ReadOperands(const SDecodedStream& stream, const SItem& item, std::vector<SOperand>& vOperands)
 {
-    vOperands.assign(item.nSources + (item.bDestination ? 1 : 0), SOperand());
+    static const SOperand s_Plain;
+    vOperands.resize(item.nSources + (item.bDestination ? 1 : 0));
     COperandReader reader(stream.pTokens + item.nFirstOperand);
     for (size_t n = 0; n < vOperands.size(); ++n)
+    {
+        vOperands[n] = s_Plain;
         reader.Read(item.bDestination && n == 0, vOperands[n]);
+    }
 }
 
 } // namespace KestrelPlatform

@@ -181,6 +181,20 @@ void CLowering::Declare(const SItem& item)
     }
 }
 
+void CLowering::DeclareLiteral(uint32_t nItem)
+{
+    // Only a register of another type can have a negative number, and nobody finds that as a literal.
+    if (Operand(0).nNumber < 0)
+        return;
+    SLiteral literal = {nItem, {}, {}};
+    for (uint32_t n = 0; n < 4; ++n)
+        literal.nValues[n] = m_Stream.Word(*m_pItem, n);
+    const size_t nNumber = static_cast<uint32_t>(Operand(0).nNumber);
+    if (nNumber >= m_vLiterals.size())
+        m_vLiterals.resize(nNumber + 1);
+    m_vLiterals[nNumber].push_back(literal);
+}
+
 /// A stream often holds the functions of several kernels: what the others declare doesn't count, but for
 /// literals, of which the nearest one counts.
 void CLowering::CollectDeclarations()
@@ -202,12 +216,7 @@ void CLowering::CollectDeclarations()
         }
         ReadOperands(m_Stream, item, m_vOperands);
         if (item.eOpCode == IL_DCL_LITERAL)
-        {
-            SLiteral literal = {n, {}, {}};
-            for (uint32_t i = 0; i < 4; ++i)
-                literal.nValues[i] = m_Stream.Word(item, i);
-            m_mapLiterals[static_cast<uint32_t>(Operand(0).nNumber)].push_back(literal);
-        }
+            DeclareLiteral(n);
         else if (!vSkip[n])
             Declare(item);
     }

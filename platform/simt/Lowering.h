@@ -62,6 +62,7 @@ private:
     // Declarations, in Lowering.cpp
     void CollectDeclarations();
     void DeclareUav(const SItem& item);
+    void DeclareLiteral(uint32_t nItem);
     void DeclareLocal();
     void Declare(const SItem& item);
     void PlacePrivate();
@@ -175,7 +176,7 @@ private:
     // What only lowering needs lies together, and goes at once.
     char m_Buffer[s_nBufferBytes];
     std::pmr::monotonic_buffer_resource m_Memory{m_Buffer, sizeof m_Buffer};
-    std::pmr::unordered_map<uint32_t, std::pmr::vector<SLiteral>> m_mapLiterals{&m_Memory};
+    std::pmr::vector<std::pmr::vector<SLiteral>> m_vLiterals{&m_Memory}; ///< by number, in the order of the stream
     std::pmr::unordered_map<uint32_t, uint32_t> m_mapArrays{&m_Memory};  ///< number to index in vArrays
     std::pmr::unordered_map<uint32_t, uint32_t> m_mapBuffers{&m_Memory}; ///< number to index in vBuffers
     std::pmr::unordered_map<uint32_t, uint32_t> m_mapPrivate{&m_Memory}; ///< UAV number to index in vPrivate

@@ -100,10 +100,10 @@ uint32_t CLowering::IdRow(uint32_t nType, uint32_t nComponent)
 /// The declaration that stands last in front of the instruction; the first one if all stand behind it.
 uint32_t CLowering::LiteralRow(const SOperand& operand, uint32_t nComponent)
 {
-    const auto it = m_mapLiterals.find(static_cast<uint32_t>(operand.nNumber));
-    if (it == m_mapLiterals.end())
+    const size_t nNumber = static_cast<uint32_t>(operand.nNumber);
+    if (nNumber >= m_vLiterals.size() || m_vLiterals[nNumber].empty())
         return s_nZeroRow;
-    std::pmr::vector<SLiteral>& vLiterals = it->second;
+    std::pmr::vector<SLiteral>& vLiterals = m_vLiterals[nNumber];
     size_t nLow = 0;
     size_t nHigh = vLiterals.size();
     while (nLow < nHigh)

@@ -17,11 +17,15 @@ inline bool IsStraight(const SMicroOp& step)
     return step.eKind < MICRO_ENTER || step.eKind > MICRO_BARRIER;
 }
 
+/// Leaves out the places that name no row, which most are.
 template <class TRow, class F>
 void ForEach(const TRow* pRows, size_t nCount, F&& visit)
 {
     for (size_t n = 0; n < nCount; ++n)
-        visit(pRows[n]);
+    {
+        if (pRows[n] > s_nZeroRow)
+            visit(pRows[n]);
+    }
 }
 
 template <class F>
