@@ -1,5 +1,6 @@
 #include "bench/BenchKernels.h"
 
+#include "bench/BenchConversions.h"
 #include "bench/BenchHost.h"
 #include "bench/BenchTexts.h"
 #include "platform/compiler/Assembler.h"
@@ -229,6 +230,7 @@ std::unique_ptr<SBenchKernel> MakePrivateArray(const char* pszName, const char* 
 
 std::shared_ptr<const CProgram> Compile(const std::string& strText)
 {
+    ForgetConversions();
     std::vector<uint32_t> vTokens;
     SDiagnostic diagnostic;
     if (!AssembleIL(strText.data(), strText.size(), vTokens, diagnostic))

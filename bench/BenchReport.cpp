@@ -17,12 +17,16 @@ double TimeOnce(const std::function<void()>& work)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-std::vector<double> Time(unsigned int nRuns, const std::function<void()>& work)
+std::vector<double> Time(unsigned int nRuns, const std::function<void()>& work, const std::function<void()>& prepare)
 {
     work();
     std::vector<double> vSeconds;
     for (unsigned int i = 0; i < nRuns; ++i)
     {
+        if (prepare)
+        {
+            prepare();
+        }
         vSeconds.push_back(TimeOnce(work));
     }
     return vSeconds;

@@ -12,7 +12,9 @@ namespace KestrelBench
 double TimeOnce(const std::function<void()>& work);
 
 /// Seconds of each of nRuns calls, behind one that isn't counted.
-std::vector<double> Time(unsigned int nRuns, const std::function<void()>& work);
+/// \param prepare  called in front of each, not timed
+std::vector<double> Time(unsigned int nRuns, const std::function<void()>& work,
+                         const std::function<void()>& prepare = nullptr);
 
 /// The ratios of two measurements, pair by pair.
 std::vector<double> Ratios(const std::vector<double>& vOver, const std::vector<double>& vUnder);

@@ -2,11 +2,13 @@
 
 #include "platform/compiler/ControlFields.h"
 #include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/LastConversion.h"
 #include "platform/compiler/LineScanner.h"
 #include "platform/compiler/MnemonicReader.h"
 #include "platform/compiler/OperandReader.h"
 #include "platform/compiler/StreamHeader.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -17,20 +19,24 @@ namespace
 
 /// Somewhat less than the usual text has.
 const size_t s_nCharactersPerWord = 3;
-const size_t s_nCharactersPerLine = 24;
+
+/// What the thread has assembled last. What a line means follows from the line, and whether the header or a macro's
+/// beginning stands in front of it.
+thread_local CLastConversion<char, uint32_t> t_Last;
 
 /// Assembles one text. An object serves one call.
 class CAssembler
 {
 public:
-    CAssembler(std::vector<uint32_t>& vTokens, SDiagnostic& diag, std::vector<uint32_t>* pvLines)
-        : m_vTokens(vTokens), m_diag(diag), m_pvLines(pvLines)
-    {
-    }
+    CAssembler(std::vector<uint32_t>& vTokens, SDiagnostic& diag) : m_vTokens(vTokens), m_diag(diag) {}
 
-    bool Assemble(std::string_view text);
+    bool Assemble(std::string_view text, std::vector<uint32_t>* pvLines);
 
 private:
+    size_t BeginLikeLast(std::string_view text);
+    bool EndLikeLast(size_t nPosition);
+    uint32_t GetState() const { return (m_bHeader ? 1u : 0u) | (m_bMacro ? 2u : 0u); }
+    static void TellLines(std::vector<uint32_t>& vLines);
     bool AssembleLine(std::string_view line);
     bool AssembleItem(CLineScanner& scanner);
     bool AssembleHeader(CLineScanner& scanner);
@@ -48,29 +54,21 @@ private:
 
     std::vector<uint32_t>& m_vTokens;
     SDiagnostic& m_diag;
-    std::vector<uint32_t>* m_pvLines;
-    uint32_t m_nLine = 0;
     bool m_bHeader = false;
     bool m_bMacro = false; ///< in a macro in front of the opening line
     bool m_bFirstOperand = true;
     size_t m_nItem = 0; ///< index of the current item's opcode token
 };
 
-bool CAssembler::Assemble(std::string_view text)
+bool CAssembler::Assemble(std::string_view text, std::vector<uint32_t>* pvLines)
 {
     m_vTokens.reserve(text.size() / s_nCharactersPerWord);
-    if (m_pvLines != nullptr)
+    size_t nPosition = BeginLikeLast(text);
+    while (nPosition != text.size() && !EndLikeLast(nPosition))
     {
-        m_pvLines->reserve(text.size() / s_nCharactersPerLine);
-    }
-    const char* p = text.data();
-    const char* pEnd = p + text.size();
-    while (p != pEnd)
-    {
-        const void* pBreak = std::memchr(p, '\n', static_cast<size_t>(pEnd - p));
-        const char* pLineEnd = pBreak == nullptr ? pEnd : static_cast<const char*>(pBreak);
-        ++m_nLine;
-        std::string_view line(p, static_cast<size_t>(pLineEnd - p));
+        t_Last.Note(nPosition, m_vTokens.size(), GetState());
+        const size_t nBreak = std::min(text.find('\n', nPosition), text.size());
+        std::string_view line = text.substr(nPosition, nBreak - nPosition);
         if (!line.empty() && line.back() == '\r')
         {
             line.remove_suffix(1);
@@ -79,9 +77,60 @@ bool CAssembler::Assemble(std::string_view text)
         {
             return false;
         }
-        p = pBreak == nullptr ? pEnd : pLineEnd + 1;
+        nPosition = std::min(nBreak + 1, text.size());
     }
-    return Finish();
+    if (!Finish())
+    {
+        return false;
+    }
+    if (pvLines != nullptr)
+    {
+        TellLines(*pvLines);
+    }
+    t_Last.Keep(m_vTokens.data(), m_vTokens.size());
+    return true;
+}
+
+/// Takes over the tokens of the lines that stand at the beginning of the last text, too. Gives where the others begin.
+size_t CAssembler::BeginLikeLast(std::string_view text)
+{
+    const auto* pFirst = t_Last.Begin(text.data(), text.size());
+    if (pFirst == nullptr)
+    {
+        return 0;
+    }
+    m_vTokens.assign(t_Last.Made(), t_Last.Made() + pFirst->nOut);
+    m_bHeader = (pFirst->nState & 1) != 0;
+    m_bMacro = (pFirst->nState & 2) != 0;
+    return pFirst->nIn;
+}
+
+/// Takes over the tokens of all other lines, if those are the last ones of the last text, too.
+bool CAssembler::EndLikeLast(size_t nPosition)
+{
+    const uint32_t* const pRest = t_Last.Rest(nPosition, m_vTokens.size(), GetState());
+    if (pRest == nullptr)
+    {
+        return false;
+    }
+    m_vTokens.insert(m_vTokens.end(), pRest, t_Last.MadeEnd());
+    // Only what is complete is remembered.
+    m_bHeader = true;
+    return true;
+}
+
+/// The lines on which the instructions stand, counted from 1.
+void CAssembler::TellLines(std::vector<uint32_t>& vLines)
+{
+    const auto& vPieces = t_Last.Pieces();
+    vLines.reserve(vPieces.size());
+    for (size_t n = 0; n < vPieces.size(); ++n)
+    {
+        if (vPieces[n].bMarked)
+        {
+            vLines.push_back(static_cast<uint32_t>(n + 1));
+        }
+    }
 }
 
 bool CAssembler::Finish()
@@ -90,7 +139,7 @@ bool CAssembler::Finish()
     {
         return true;
     }
-    m_diag.nLine = m_nLine + 1;
+    m_diag.nLine = static_cast<uint32_t>(t_Last.Pieces().size()) + 1;
     m_diag.nColumn = 1;
     m_diag.strMessage = m_bMacro ? "expected 'mend', got the end of the text"
                                  : "expected the opening line 'il_cs_2_0', got the end of the text";
@@ -118,7 +167,7 @@ bool CAssembler::AssembleLine(std::string_view line)
         }
         scanner.Fail(m_bFirstOperand ? "the end of the line" : "',' or the end of the line");
     }
-    m_diag.nLine = m_nLine;
+    m_diag.nLine = static_cast<uint32_t>(t_Last.Pieces().size());
     m_diag.nColumn = scanner.FaultColumn();
     m_diag.strMessage = scanner.FaultMessage();
     return false;
@@ -247,9 +296,9 @@ bool CAssembler::AssembleInstruction(CLineScanner& scanner)
         return false;
     }
     m_bMacro = !m_bHeader && mnemonic.nOpcode != OpMacroEnd;
-    if (m_pvLines != nullptr && IsInstructionOpcode(mnemonic.nOpcode))
+    if (IsInstructionOpcode(mnemonic.nOpcode))
     {
-        m_pvLines->push_back(m_nLine);
+        t_Last.Mark();
     }
     return true;
 }
@@ -393,16 +442,12 @@ bool AssembleIL(const char* pText, size_t nSize, std::vector<uint32_t>& vTokens,
     {
         pvLines->clear();
     }
-    CAssembler assembler(vTokens, diag, pvLines);
-    if (assembler.Assemble(std::string_view(pText, nSize)))
+    CAssembler assembler(vTokens, diag);
+    if (assembler.Assemble(std::string_view(pText, nSize), pvLines))
     {
         return true;
     }
     vTokens.clear();
-    if (pvLines != nullptr)
-    {
-        pvLines->clear();
-    }
     return false;
 }
 

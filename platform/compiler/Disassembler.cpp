@@ -3,6 +3,7 @@
 #include "platform/compiler/ControlFields.h"
 #include "platform/compiler/InstructionShape.h"
 #include "platform/compiler/ItemWriter.h"
+#include "platform/compiler/LastConversion.h"
 #include "platform/compiler/Modifiers.h"
 #include "platform/compiler/StreamHeader.h"
 
@@ -17,6 +18,10 @@ namespace
 /// Somewhat more than the usual text has.
 const size_t s_nCharactersPerToken = 4;
 
+/// What the thread has disassembled last, its pieces the items behind the header. An item's text follows from the item,
+/// and whether the line in front of it is a joining comment.
+thread_local CLastConversion<uint32_t, char> t_Last;
+
 /// Prints one stream into a string. An object serves one call.
 class CPrinter
 {
@@ -29,6 +34,8 @@ public:
     bool Print(std::string& strError);
 
 private:
+    bool BeginLikeLast();
+    bool EndLikeLast();
     bool PrintItem();
     bool PrintLeadingMacros();
     bool PrintHeader();
@@ -68,18 +75,47 @@ void CPrinter::PutSeparator()
 
 bool CPrinter::Print(std::string& strError)
 {
-    bool bOk = PrintLeadingMacros() && PrintHeader();
-    while (bOk && m_nToken < m_nCount)
+    bool bOk = BeginLikeLast() || (PrintLeadingMacros() && PrintHeader());
+    while (bOk && m_nToken < m_nCount && !EndLikeLast())
     {
+        t_Last.Note(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
         bOk = PrintItem();
     }
     m_Writer.Finish();
-    if (!bOk)
+    if (bOk)
     {
-        m_strText.clear();
-        strError = "token " + std::to_string(m_nToken) + ": " + m_pReason;
+        t_Last.Keep(m_strText.data(), m_strText.size());
+        return true;
     }
-    return bOk;
+    m_strText.clear();
+    strError = "token " + std::to_string(m_nToken) + ": " + m_pReason;
+    return false;
+}
+
+/// Takes over the text of the items that stand at the beginning of the last stream, too. \return false if there is none
+bool CPrinter::BeginLikeLast()
+{
+    const auto* pFirst = t_Last.Begin(m_pTokens, m_nCount);
+    if (pFirst == nullptr)
+    {
+        return false;
+    }
+    m_Writer.Put(std::string_view(t_Last.Made(), pFirst->nOut));
+    m_nToken = pFirst->nIn;
+    m_bJoiningComment = pFirst->nState != 0;
+    return true;
+}
+
+/// Takes over the text of all other items, if those are the last ones of the last stream, too.
+bool CPrinter::EndLikeLast()
+{
+    const char* const pRest = t_Last.Rest(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
+    if (pRest == nullptr)
+    {
+        return false;
+    }
+    m_Writer.Put(std::string_view(pRest, static_cast<size_t>(t_Last.MadeEnd() - pRest)));
+    return true;
 }
 
 bool CPrinter::PrintLeadingMacros()

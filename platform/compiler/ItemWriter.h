@@ -25,6 +25,9 @@ public:
     /// Ends the text behind what has been put.
     void Finish() { m_strText.resize(Length()); }
 
+    /// Characters put so far.
+    size_t Length() const { return static_cast<size_t>(m_p - m_strText.data()); }
+
     void Put(char c)
     {
         NeedRoom(1);
@@ -62,8 +65,6 @@ private:
     void PutSourceFields(uint32_t nModifier);
     bool PutMask(uint32_t nModifier);
     bool PutSourceModifier(uint32_t nModifier);
-
-    size_t Length() const { return static_cast<size_t>(m_p - m_strText.data()); }
 
     void NeedRoom(size_t nCharacters)
     {

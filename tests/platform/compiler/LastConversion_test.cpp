@@ -1,0 +1,140 @@
+#include "platform/compiler/Assembler.h"
+#include "platform/compiler/Disassembler.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <thread>
+
+using namespace KestrelPlatform;
+
+namespace
+{
+
+/// What a text or a stream gives, right or wrong.
+struct SResult
+{
+    bool bOk = false;
+    std::vector<uint32_t> vTokens;
+    std::vector<uint32_t> vLines;
+    std::string strText; ///< or what is told of a fault
+
+    bool operator==(const SResult& other) const
+    {
+        return bOk == other.bOk && vTokens == other.vTokens && vLines == other.vLines && strText == other.strText;
+    }
+};
+
+SResult FromText(const std::string& strText)
+{
+    SResult result;
+    SDiagnostic diag;
+    result.bOk = AssembleIL(strText.data(), strText.size(), result.vTokens, diag, &result.vLines);
+    result.strText = diag.ToString();
+    return result;
+}
+
+SResult FromTokens(const std::vector<uint32_t>& vTokens)
+{
+    SResult result;
+    std::string strError;
+    result.bOk = DisassembleIL(vTokens.data(), vTokens.size(), result.strText, strError);
+    result.strText += strError;
+    return result;
+}
+
+/// On a thread that has converted nothing before.
+template <class Convert, class Input>
+SResult Alone(Convert convert, const Input& input)
+{
+    SResult result;
+    std::thread([&] { result = convert(input); }).join();
+    return result;
+}
+
+/// Among them what changes the meaning of other lines: the opening line, macros, comments that join the next one.
+const char* const s_Lines[] = {"mov r0, l0\n",
+                               "iadd r1.x, r0.y, r2.z\n",
+                               "imad r3.xy__, r1, l1.x, r2.xyzw\n",
+                               "imad r4.xy__, r1, l1.x, r2.xyzw\n",
+                               "ishl r1.x, r0.x, l0.x ; shift\n",
+                               "dcl_literal l0, 1, 2, 3, 4\n",
+                               ";func begins\n",
+                               ";\n",
+                               "; mend it\r\n",
+                               "comment 0x1, 0x2\n",
+                               "\n",
+                               "  \n",
+                               "call 7\r\n",
+                               "func 7\n",
+                               "ret\n",
+                               "endfunc\n",
+                               "mdef(3)_outline\n",
+                               "mend\n",
+                               "il_cs_2_0\n",
+                               "il_ps_2_0\n",
+                               "no line at all\n",
+                               "end"};
+
+class CEdits
+{
+public:
+    /// A line of the pool is put in, takes another's place or goes, somewhere; most often one.
+    void Edit(std::vector<std::string>& vLines)
+    {
+        do
+        {
+            const auto place = vLines.begin() + static_cast<std::ptrdiff_t>(Number(vLines.size()));
+            const size_t nKind = Number(4);
+            if (nKind == 0)
+                vLines.insert(place, s_Lines[Number(std::size(s_Lines))]);
+            else if (nKind == 1)
+                vLines.insert(place, *place);
+            else if (nKind == 2)
+                *place = s_Lines[Number(std::size(s_Lines))];
+            else if (vLines.size() > 3)
+                vLines.erase(place);
+        } while (Number(4) == 0);
+    }
+
+    size_t Number(size_t nBelow) { return m_Random() % nBelow; }
+
+private:
+    std::mt19937 m_Random{7};
+};
+
+std::string Join(const std::vector<std::string>& vLines)
+{
+    std::string strText;
+    for (const std::string& strLine : vLines)
+        strText += strLine;
+    return strText;
+}
+
+TEST(LastConversion, WhatWasConvertedBeforeChangesNothing)
+{
+    CEdits edits;
+    std::vector<std::string> vLines = {"mdef(3)_outline\n", "ret\n", "mend\n", "il_cs_2_0\n", "ret\n", "end\n"};
+    size_t nGood = 0;
+    size_t nBad = 0;
+    for (int n = 0; n < 3000; ++n)
+    {
+        std::vector<std::string> vEdited = vLines;
+        edits.Edit(vEdited);
+        const std::string strText = Join(vEdited);
+        const SResult result = FromText(strText);
+        ASSERT_EQ(result, Alone(FromText, strText)) << strText;
+        ++(result.bOk ? nGood : nBad);
+        if (!result.bOk)
+            continue;
+        vLines = vEdited;
+        std::vector<uint32_t> vTokens = result.vTokens;
+        ASSERT_EQ(FromTokens(vTokens), Alone(FromTokens, vTokens)) << strText;
+        vTokens[edits.Number(vTokens.size())] ^= 1u << edits.Number(32);
+        ASSERT_EQ(FromTokens(vTokens), Alone(FromTokens, vTokens)) << strText;
+    }
+    EXPECT_GT(nGood, 1000u);
+    EXPECT_GT(nBad, 300u);
+}
+
+} // namespace
