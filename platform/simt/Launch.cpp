@@ -8,6 +8,7 @@
 
 #include "platform/simt/Block.h"
 #include "platform/simt/Schedule.h"
+#include "platform/simt/Shares.h"
 #include "platform/simt/TraceRecorder.h"
 #include "platform/simt/WorkerPool.h"
 
@@ -32,8 +33,8 @@ private:
 class CGroupRunner
 {
 public:
-    CGroupRunner(SLaunchContext& context, const CProgram& program)
-        : m_Context(context), m_Pending(context.nThreads++),
+    CGroupRunner(SLaunchContext& context, const CProgram& program, uint32_t nThread)
+        : m_Context(context), m_Pending(nThread),
           m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
     {
         m_vDone.reserve(context.nBlocksPerGroup);
@@ -216,26 +217,28 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             return result;
         const uint64_t nJobs = (context.nGroupCount + context.nGroupsPerBlock - 1) / context.nGroupsPerBlock;
         CWorkerPool& pool = CWorkerPool::Get();
-        std::atomic<uint64_t> nNext(0);
         std::atomic<bool> bNoMemory(false);
         const uint64_t nAllowed =
             launch.nMaxThreads ? std::min(launch.nMaxThreads, pool.GetThreads()) : pool.GetThreads();
         const uint64_t nThreads = launch.pTrace ? 1 : std::min<uint64_t>(nAllowed, nJobs);
         // Neighbouring groups mostly use neighbouring memory. Where there are enough of them a thread takes 16 jobs at
         // a time, else fewer, so that little is left to wait for at the end.
-        const uint64_t nPiece = std::clamp<uint64_t>(nJobs / (nThreads * 32), 1, 16);
+        const uint64_t nPiece =
+            std::max(std::clamp<uint64_t>(nJobs / (nThreads * 32), 1, 16), nJobs / CShares::s_nMostPieces + 1);
         const uint64_t nPieces = (nJobs + nPiece - 1) / nPiece;
         const CSchedule schedule(launch.nSchedule, nPieces);
+        CShares shares(static_cast<uint32_t>(nPieces), static_cast<uint32_t>(nThreads));
         const std::function<void()> task = [&]
         {
             const CFloatDefaults floats;
+            const uint32_t nThread = context.nThreads++;
             try
             {
-                CGroupRunner runner(context, program);
-                for (uint64_t nTurn = nNext++; nTurn < nPieces && !context.bStop; nTurn = nNext++)
+                CGroupRunner runner(context, program, nThread);
+                for (auto nTurn = shares.Take(nThread); nTurn && !context.bStop; nTurn = shares.Take(nThread))
                 {
-                    schedule.Pause(nTurn);
-                    const uint64_t nFirst = schedule.Piece(nTurn) * nPiece;
+                    schedule.Pause(*nTurn);
+                    const uint64_t nFirst = schedule.Piece(*nTurn) * nPiece;
                     runner.RunPiece(nFirst, std::min(nFirst + nPiece, nJobs));
                 }
             }
@@ -252,7 +255,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         if (context.bStop)
             result.eStatus = SLaunchResult::InstructionLimit;
         // A thread without memory leaves its groups to the others; only if there was none are they undone.
-        else if (bNoMemory && nNext < nPieces)
+        else if (bNoMemory && shares.IsAnyLeft())
             result.eStatus = SLaunchResult::OutOfMemory;
     }
     catch (const std::bad_alloc&)
