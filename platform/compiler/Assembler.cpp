@@ -22,7 +22,7 @@ const size_t s_nCharactersPerWord = 3;
 
 /// What the thread has assembled last. What a line means follows from the line, and whether the header or a macro's
 /// beginning stands in front of it.
-thread_local CLastConversion<char, uint32_t> t_Last;
+thread_local CLastConversion<char, uint32_t> t_LastText;
 
 /// Assembles one text. An object serves one call.
 class CAssembler
@@ -66,7 +66,7 @@ bool CAssembler::Assemble(std::string_view text, std::vector<uint32_t>* pvLines)
     size_t nPosition = BeginLikeLast(text);
     while (nPosition != text.size() && !EndLikeLast(nPosition))
     {
-        t_Last.Note(nPosition, m_vTokens.size(), GetState());
+        t_LastText.Note(nPosition, m_vTokens.size(), GetState());
         const size_t nBreak = std::min(text.find('\n', nPosition), text.size());
         std::string_view line = text.substr(nPosition, nBreak - nPosition);
         if (!line.empty() && line.back() == '\r')
@@ -87,19 +87,19 @@ bool CAssembler::Assemble(std::string_view text, std::vector<uint32_t>* pvLines)
     {
         TellLines(*pvLines);
     }
-    t_Last.Keep(m_vTokens.data(), m_vTokens.size());
+    t_LastText.Keep(m_vTokens.data(), m_vTokens.size());
     return true;
 }
 
 /// Takes over the tokens of the lines that stand at the beginning of the last text, too. Gives where the others begin.
 size_t CAssembler::BeginLikeLast(std::string_view text)
 {
-    const auto* pFirst = t_Last.Begin(text.data(), text.size());
+    const auto* pFirst = t_LastText.Begin(text.data(), text.size());
     if (pFirst == nullptr)
     {
         return 0;
     }
-    m_vTokens.assign(t_Last.Made(), t_Last.Made() + pFirst->nOut);
+    m_vTokens.assign(t_LastText.Made(), t_LastText.Made() + pFirst->nOut);
     m_bHeader = (pFirst->nState & 1) != 0;
     m_bMacro = (pFirst->nState & 2) != 0;
     return pFirst->nIn;
@@ -108,12 +108,12 @@ size_t CAssembler::BeginLikeLast(std::string_view text)
 /// Takes over the tokens of all other lines, if those are the last ones of the last text, too.
 bool CAssembler::EndLikeLast(size_t nPosition)
 {
-    const uint32_t* const pRest = t_Last.Rest(nPosition, m_vTokens.size(), GetState());
+    const uint32_t* const pRest = t_LastText.Rest(nPosition, m_vTokens.size(), GetState());
     if (pRest == nullptr)
     {
         return false;
     }
-    m_vTokens.insert(m_vTokens.end(), pRest, t_Last.MadeEnd());
+    m_vTokens.insert(m_vTokens.end(), pRest, t_LastText.MadeEnd());
     // Only what is complete is remembered.
     m_bHeader = true;
     return true;
@@ -122,7 +122,7 @@ bool CAssembler::EndLikeLast(size_t nPosition)
 /// The lines on which the instructions stand, counted from 1.
 void CAssembler::TellLines(std::vector<uint32_t>& vLines)
 {
-    const auto& vPieces = t_Last.Pieces();
+    const auto& vPieces = t_LastText.Pieces();
     vLines.reserve(vPieces.size());
     for (size_t n = 0; n < vPieces.size(); ++n)
     {
@@ -139,7 +139,7 @@ bool CAssembler::Finish()
     {
         return true;
     }
-    m_diag.nLine = static_cast<uint32_t>(t_Last.Pieces().size()) + 1;
+    m_diag.nLine = static_cast<uint32_t>(t_LastText.Pieces().size()) + 1;
     m_diag.nColumn = 1;
     m_diag.strMessage = m_bMacro ? "expected 'mend', got the end of the text"
                                  : "expected the opening line 'il_cs_2_0', got the end of the text";
@@ -167,7 +167,7 @@ bool CAssembler::AssembleLine(std::string_view line)
         }
         scanner.Fail(m_bFirstOperand ? "the end of the line" : "',' or the end of the line");
     }
-    m_diag.nLine = static_cast<uint32_t>(t_Last.Pieces().size());
+    m_diag.nLine = static_cast<uint32_t>(t_LastText.Pieces().size());
     m_diag.nColumn = scanner.FaultColumn();
     m_diag.strMessage = scanner.FaultMessage();
     return false;
@@ -298,7 +298,7 @@ bool CAssembler::AssembleInstruction(CLineScanner& scanner)
     m_bMacro = !m_bHeader && mnemonic.nOpcode != OpMacroEnd;
     if (IsInstructionOpcode(mnemonic.nOpcode))
     {
-        t_Last.Mark();
+        t_LastText.Mark();
     }
     return true;
 }

@@ -20,7 +20,7 @@ const size_t s_nCharactersPerToken = 4;
 
 /// What the thread has disassembled last, its pieces the items behind the header. An item's text follows from the item,
 /// and whether the line in front of it is a joining comment.
-thread_local CLastConversion<uint32_t, char> t_Last;
+thread_local CLastConversion<uint32_t, char> t_LastStream;
 
 /// Prints one stream into a string. An object serves one call.
 class CPrinter
@@ -78,13 +78,13 @@ bool CPrinter::Print(std::string& strError)
     bool bOk = BeginLikeLast() || (PrintLeadingMacros() && PrintHeader());
     while (bOk && m_nToken < m_nCount && !EndLikeLast())
     {
-        t_Last.Note(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
+        t_LastStream.Note(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
         bOk = PrintItem();
     }
     m_Writer.Finish();
     if (bOk)
     {
-        t_Last.Keep(m_strText.data(), m_strText.size());
+        t_LastStream.Keep(m_strText.data(), m_strText.size());
         return true;
     }
     m_strText.clear();
@@ -95,12 +95,12 @@ bool CPrinter::Print(std::string& strError)
 /// Takes over the text of the items that stand at the beginning of the last stream, too. \return false if there is none
 bool CPrinter::BeginLikeLast()
 {
-    const auto* pFirst = t_Last.Begin(m_pTokens, m_nCount);
+    const auto* pFirst = t_LastStream.Begin(m_pTokens, m_nCount);
     if (pFirst == nullptr)
     {
         return false;
     }
-    m_Writer.Put(std::string_view(t_Last.Made(), pFirst->nOut));
+    m_Writer.Put(std::string_view(t_LastStream.Made(), pFirst->nOut));
     m_nToken = pFirst->nIn;
     m_bJoiningComment = pFirst->nState != 0;
     return true;
@@ -109,12 +109,12 @@ bool CPrinter::BeginLikeLast()
 /// Takes over the text of all other items, if those are the last ones of the last stream, too.
 bool CPrinter::EndLikeLast()
 {
-    const char* const pRest = t_Last.Rest(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
+    const char* const pRest = t_LastStream.Rest(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
     if (pRest == nullptr)
     {
         return false;
     }
-    m_Writer.Put(std::string_view(pRest, static_cast<size_t>(t_Last.MadeEnd() - pRest)));
+    m_Writer.Put(std::string_view(pRest, static_cast<size_t>(t_LastStream.MadeEnd() - pRest)));
     return true;
 }
 
