@@ -20,15 +20,18 @@ namespace
 /// Somewhat less than the usual text has.
 const size_t s_nCharactersPerWord = 3;
 
-/// What the thread has assembled last. What a line means follows from the line, and whether the header or a macro's
+/// What was assembled last. What a line means follows from the line, and whether the header or a macro's
 /// beginning stands in front of it.
-thread_local CLastConversion<char, uint32_t> t_LastText;
+CLastConversionKeeper<char, uint32_t> s_LastText;
 
 /// Assembles one text. An object serves one call.
 class CAssembler
 {
 public:
-    CAssembler(std::vector<uint32_t>& vTokens, SDiagnostic& diag) : m_vTokens(vTokens), m_diag(diag) {}
+    CAssembler(std::vector<uint32_t>& vTokens, SDiagnostic& diag, CLastConversion<char, uint32_t>& last)
+        : m_vTokens(vTokens), m_diag(diag), m_Last(last)
+    {
+    }
 
     bool Assemble(std::string_view text, std::vector<uint32_t>* pvLines);
 
@@ -36,7 +39,7 @@ private:
     size_t BeginLikeLast(std::string_view text);
     bool EndLikeLast(size_t nPosition);
     uint32_t GetState() const { return (m_bHeader ? 1u : 0u) | (m_bMacro ? 2u : 0u); }
-    static void TellLines(std::vector<uint32_t>& vLines);
+    void TellLines(std::vector<uint32_t>& vLines) const;
     bool AssembleLine(std::string_view line);
     bool AssembleItem(CLineScanner& scanner);
     bool AssembleHeader(CLineScanner& scanner);
@@ -54,6 +57,7 @@ private:
 
     std::vector<uint32_t>& m_vTokens;
     SDiagnostic& m_diag;
+    CLastConversion<char, uint32_t>& m_Last;
     bool m_bHeader = false;
     bool m_bMacro = false; ///< in a macro in front of the opening line
     bool m_bFirstOperand = true;
@@ -66,7 +70,7 @@ bool CAssembler::Assemble(std::string_view text, std::vector<uint32_t>* pvLines)
     size_t nPosition = BeginLikeLast(text);
     while (nPosition != text.size() && !EndLikeLast(nPosition))
     {
-        t_LastText.Note(nPosition, m_vTokens.size(), GetState());
+        m_Last.Note(nPosition, m_vTokens.size(), GetState());
         const size_t nBreak = std::min(text.find('\n', nPosition), text.size());
         std::string_view line = text.substr(nPosition, nBreak - nPosition);
         if (!line.empty() && line.back() == '\r')
@@ -87,19 +91,19 @@ bool CAssembler::Assemble(std::string_view text, std::vector<uint32_t>* pvLines)
     {
         TellLines(*pvLines);
     }
-    t_LastText.Keep(m_vTokens.data(), m_vTokens.size());
+    m_Last.Keep(m_vTokens.data(), m_vTokens.size());
     return true;
 }
 
 /// Takes over the tokens of the lines that stand at the beginning of the last text, too. Gives where the others begin.
 size_t CAssembler::BeginLikeLast(std::string_view text)
 {
-    const auto* pFirst = t_LastText.Begin(text.data(), text.size());
+    const auto* pFirst = m_Last.Begin(text.data(), text.size());
     if (pFirst == nullptr)
     {
         return 0;
     }
-    m_vTokens.assign(t_LastText.Made(), t_LastText.Made() + pFirst->nOut);
+    m_vTokens.assign(m_Last.Made(), m_Last.Made() + pFirst->nOut);
     m_bHeader = (pFirst->nState & 1) != 0;
     m_bMacro = (pFirst->nState & 2) != 0;
     return pFirst->nIn;
@@ -108,21 +112,21 @@ size_t CAssembler::BeginLikeLast(std::string_view text)
 /// Takes over the tokens of all other lines, if those are the last ones of the last text, too.
 bool CAssembler::EndLikeLast(size_t nPosition)
 {
-    const uint32_t* const pRest = t_LastText.Rest(nPosition, m_vTokens.size(), GetState());
+    const uint32_t* const pRest = m_Last.Rest(nPosition, m_vTokens.size(), GetState());
     if (pRest == nullptr)
     {
         return false;
     }
-    m_vTokens.insert(m_vTokens.end(), pRest, t_LastText.MadeEnd());
+    m_vTokens.insert(m_vTokens.end(), pRest, m_Last.MadeEnd());
     // Only what is complete is remembered.
     m_bHeader = true;
     return true;
 }
 
 /// The lines on which the instructions stand, counted from 1.
-void CAssembler::TellLines(std::vector<uint32_t>& vLines)
+void CAssembler::TellLines(std::vector<uint32_t>& vLines) const
 {
-    const auto& vPieces = t_LastText.Pieces();
+    const auto& vPieces = m_Last.Pieces();
     vLines.reserve(vPieces.size());
     for (size_t n = 0; n < vPieces.size(); ++n)
     {
@@ -139,7 +143,7 @@ bool CAssembler::Finish()
     {
         return true;
     }
-    m_diag.nLine = static_cast<uint32_t>(t_LastText.Pieces().size()) + 1;
+    m_diag.nLine = static_cast<uint32_t>(m_Last.Pieces().size()) + 1;
     m_diag.nColumn = 1;
     m_diag.strMessage = m_bMacro ? "expected 'mend', got the end of the text"
                                  : "expected the opening line 'il_cs_2_0', got the end of the text";
@@ -167,7 +171,7 @@ bool CAssembler::AssembleLine(std::string_view line)
         }
         scanner.Fail(m_bFirstOperand ? "the end of the line" : "',' or the end of the line");
     }
-    m_diag.nLine = static_cast<uint32_t>(t_LastText.Pieces().size());
+    m_diag.nLine = static_cast<uint32_t>(m_Last.Pieces().size());
     m_diag.nColumn = scanner.FaultColumn();
     m_diag.strMessage = scanner.FaultMessage();
     return false;
@@ -298,7 +302,7 @@ bool CAssembler::AssembleInstruction(CLineScanner& scanner)
     m_bMacro = !m_bHeader && mnemonic.nOpcode != OpMacroEnd;
     if (IsInstructionOpcode(mnemonic.nOpcode))
     {
-        t_LastText.Mark();
+        m_Last.Mark();
     }
     return true;
 }
@@ -442,13 +446,14 @@ bool AssembleIL(const char* pText, size_t nSize, std::vector<uint32_t>& vTokens,
     {
         pvLines->clear();
     }
-    CAssembler assembler(vTokens, diag);
-    if (assembler.Assemble(std::string_view(pText, nSize), pvLines))
+    auto pLast = s_LastText.Take();
+    const bool bOk = CAssembler(vTokens, diag, *pLast).Assemble(std::string_view(pText, nSize), pvLines);
+    s_LastText.PutBack(std::move(pLast));
+    if (!bOk)
     {
-        return true;
+        vTokens.clear();
     }
-    vTokens.clear();
-    return false;
+    return bOk;
 }
 
 } // namespace KestrelPlatform

@@ -18,16 +18,17 @@ namespace
 /// Somewhat more than the usual text has.
 const size_t s_nCharactersPerToken = 4;
 
-/// What the thread has disassembled last, its pieces the items behind the header. An item's text follows from the item,
+/// What was disassembled last, its pieces the items behind the header. An item's text follows from the item,
 /// and whether the line in front of it is a joining comment.
-thread_local CLastConversion<uint32_t, char> t_LastStream;
+CLastConversionKeeper<uint32_t, char> s_LastStream;
 
 /// Prints one stream into a string. An object serves one call.
 class CPrinter
 {
 public:
-    CPrinter(const uint32_t* pTokens, size_t nCount, std::string& strText)
-        : m_pTokens(pTokens), m_nCount(nCount), m_strText(strText), m_Writer(strText, nCount * s_nCharactersPerToken)
+    CPrinter(const uint32_t* pTokens, size_t nCount, std::string& strText, CLastConversion<uint32_t, char>& last)
+        : m_pTokens(pTokens), m_nCount(nCount), m_strText(strText), m_Writer(strText, nCount * s_nCharactersPerToken),
+          m_Last(last)
     {
     }
 
@@ -60,6 +61,7 @@ private:
     size_t m_nCount;
     std::string& m_strText;
     CItemWriter m_Writer;
+    CLastConversion<uint32_t, char>& m_Last;
     size_t m_nToken = 0;
     const char* m_pReason = nullptr;
     bool m_bFirstOperand = true;
@@ -78,13 +80,13 @@ bool CPrinter::Print(std::string& strError)
     bool bOk = BeginLikeLast() || (PrintLeadingMacros() && PrintHeader());
     while (bOk && m_nToken < m_nCount && !EndLikeLast())
     {
-        t_LastStream.Note(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
+        m_Last.Note(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
         bOk = PrintItem();
     }
     m_Writer.Finish();
     if (bOk)
     {
-        t_LastStream.Keep(m_strText.data(), m_strText.size());
+        m_Last.Keep(m_strText.data(), m_strText.size());
         return true;
     }
     m_strText.clear();
@@ -95,12 +97,12 @@ bool CPrinter::Print(std::string& strError)
 /// Takes over the text of the items that stand at the beginning of the last stream, too. \return false if there is none
 bool CPrinter::BeginLikeLast()
 {
-    const auto* pFirst = t_LastStream.Begin(m_pTokens, m_nCount);
+    const auto* pFirst = m_Last.Begin(m_pTokens, m_nCount);
     if (pFirst == nullptr)
     {
         return false;
     }
-    m_Writer.Put(std::string_view(t_LastStream.Made(), pFirst->nOut));
+    m_Writer.Put(std::string_view(m_Last.Made(), pFirst->nOut));
     m_nToken = pFirst->nIn;
     m_bJoiningComment = pFirst->nState != 0;
     return true;
@@ -109,12 +111,12 @@ bool CPrinter::BeginLikeLast()
 /// Takes over the text of all other items, if those are the last ones of the last stream, too.
 bool CPrinter::EndLikeLast()
 {
-    const char* const pRest = t_LastStream.Rest(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
+    const char* const pRest = m_Last.Rest(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
     if (pRest == nullptr)
     {
         return false;
     }
-    m_Writer.Put(std::string_view(pRest, static_cast<size_t>(t_LastStream.MadeEnd() - pRest)));
+    m_Writer.Put(std::string_view(pRest, static_cast<size_t>(m_Last.MadeEnd() - pRest)));
     return true;
 }
 
@@ -431,8 +433,10 @@ void CPrinter::PrintDestinationModifiers(const uint32_t* pItem, const SItemLayou
 bool DisassembleIL(const uint32_t* pTokens, size_t nCount, std::string& strText, std::string& strError)
 {
     strError.clear();
-    CPrinter printer(pTokens, nCount, strText);
-    return printer.Print(strError);
+    auto pLast = s_LastStream.Take();
+    const bool bOk = CPrinter(pTokens, nCount, strText, *pLast).Print(strError);
+    s_LastStream.PutBack(std::move(pLast));
+    return bOk;
 }
 
 } // namespace KestrelPlatform

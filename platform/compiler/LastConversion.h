@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <new>
 #include <vector>
 
@@ -158,6 +160,34 @@ private:
     size_t m_nSameEnd = 0; ///< elements at the end that are the same in both
     size_t m_nNext = 0;    ///< a piece of the last one, to look for the rest from
     std::vector<SPiece> m_vNew;
+};
+
+/// Hands what was converted last to one converter at a time; who comes meanwhile gets nothing to build on. Any thread.
+template <class TIn, class TOut>
+class CLastConversionKeeper
+{
+public:
+    typedef CLastConversion<TIn, TOut> CLast;
+
+    std::unique_ptr<CLast> Take()
+    {
+        {
+            std::lock_guard<std::mutex> lock(m_Mutex);
+            if (m_pLast)
+                return std::move(m_pLast);
+        }
+        return std::make_unique<CLast>();
+    }
+
+    void PutBack(std::unique_ptr<CLast> pLast) noexcept
+    {
+        std::lock_guard<std::mutex> lock(m_Mutex);
+        m_pLast.swap(pLast);
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::unique_ptr<CLast> m_pLast;
 };
 
 } // namespace KestrelPlatform
