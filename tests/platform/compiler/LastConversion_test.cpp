@@ -82,16 +82,20 @@ const char* const s_Lines[] = {"mov r0, l0\n",
                                "no line at all\n",
                                "end"};
 
+/// Behind a macro and the opening line.
+const size_t s_nFirstFreeLine = 4;
+
 class CEdits
 {
 public:
-    /// A line of the pool is put in, takes another's place or goes, somewhere; most often one.
+    /// A line of the pool is put in, takes another's place or goes, most often one and behind the opening line.
     void Edit(std::vector<std::string>& vLines)
     {
         do
         {
-            const auto place = vLines.begin() + static_cast<std::ptrdiff_t>(Number(vLines.size()));
-            const size_t nKind = Number(4);
+            const size_t nFirst = Number(8) == 0 ? 0 : std::min(s_nFirstFreeLine, vLines.size() - 1);
+            const auto place = vLines.begin() + static_cast<std::ptrdiff_t>(nFirst + Number(vLines.size() - nFirst));
+            const size_t nKind = vLines.size() > 30 ? 3 : Number(4);
             if (nKind == 0)
                 vLines.insert(place, s_Lines[Number(std::size(s_Lines))]);
             else if (nKind == 1)
