@@ -446,9 +446,8 @@ bool AssembleIL(const char* pText, size_t nSize, std::vector<uint32_t>& vTokens,
     {
         pvLines->clear();
     }
-    auto pLast = s_LastText.Take();
+    const auto pLast = s_LastText.Take();
     const bool bOk = CAssembler(vTokens, diag, *pLast).Assemble(std::string_view(pText, nSize), pvLines);
-    s_LastText.PutBack(std::move(pLast));
     if (!bOk)
     {
         vTokens.clear();

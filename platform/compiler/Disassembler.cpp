@@ -433,10 +433,8 @@ void CPrinter::PrintDestinationModifiers(const uint32_t* pItem, const SItemLayou
 bool DisassembleIL(const uint32_t* pTokens, size_t nCount, std::string& strText, std::string& strError)
 {
     strError.clear();
-    auto pLast = s_LastStream.Take();
-    const bool bOk = CPrinter(pTokens, nCount, strText, *pLast).Print(strError);
-    s_LastStream.PutBack(std::move(pLast));
-    return bOk;
+    const auto pLast = s_LastStream.Take();
+    return CPrinter(pTokens, nCount, strText, *pLast).Print(strError);
 }
 
 } // namespace KestrelPlatform

@@ -169,23 +169,31 @@ class CLastConversionKeeper
 public:
     typedef CLastConversion<TIn, TOut> CLast;
 
-    std::unique_ptr<CLast> Take()
+    /// Gives it back, with what has been converted meanwhile.
+    struct SGiveBack
+    {
+        CLastConversionKeeper* pKeeper;
+        void operator()(CLast* pLast) const noexcept { pKeeper->PutBack(std::unique_ptr<CLast>(pLast)); }
+    };
+    typedef std::unique_ptr<CLast, SGiveBack> CLease;
+
+    CLease Take()
     {
         {
             std::lock_guard<std::mutex> lock(m_Mutex);
             if (m_pLast)
-                return std::move(m_pLast);
+                return CLease(m_pLast.release(), {this});
         }
-        return std::make_unique<CLast>();
+        return CLease(new CLast, {this});
     }
 
+private:
     void PutBack(std::unique_ptr<CLast> pLast) noexcept
     {
         std::lock_guard<std::mutex> lock(m_Mutex);
         m_pLast.swap(pLast);
     }
 
-private:
     std::mutex m_Mutex;
     std::unique_ptr<CLast> m_pLast;
 };
