@@ -93,8 +93,9 @@ void CheckNeighbours(const std::vector<char>& vBefore, const std::vector<char>& 
     for (size_t i = 0; i < vOld.size(); ++i)
     {
         const SBlock& old = vOld[i];
+        // An empty block is apart from itself.
         const bool bApart =
-            old.IsThere() && changed.IsThere() &&
+            &old != &changed && old.IsThere() && changed.IsThere() &&
             (old.pSection != changed.pSection || old.nEnd <= changed.nBegin || old.nBegin >= changed.nEnd);
         const bool bTable =
             old.pSection == before.GetSymbolTable() || dynamic_cast<const CElfStringTable*>(old.pSection) != nullptr;
