@@ -135,7 +135,8 @@ public:
     }
 
 private:
-    static constexpr size_t s_nMost = size_t(1) << 18;
+    /// Elements of a kernel of some 100,000 lines.
+    static constexpr size_t s_nMost = size_t(1) << 22;
 
     size_t FindSame() const
     {
