@@ -23,9 +23,13 @@ inline size_t CountSameBytes(const void* pA, const void* pB, size_t nBytes)
     const char* const b = static_cast<const char*>(pB);
     size_t n = 0;
     while (nBytes - n >= s_nCompared && std::memcmp(a + n, b + n, s_nCompared) == 0)
+    {
         n += s_nCompared;
+    }
     while (n < nBytes && a[n] == b[n])
+    {
         ++n;
+    }
     return n;
 }
 
@@ -36,9 +40,13 @@ inline size_t CountSameLastBytes(const void* pEndA, const void* pEndB, size_t nB
     const char* const b = static_cast<const char*>(pEndB);
     size_t n = 0;
     while (nBytes - n >= s_nCompared && std::memcmp(a - n - s_nCompared, b - n - s_nCompared, s_nCompared) == 0)
+    {
         n += s_nCompared;
+    }
     while (n < nBytes && *(a - n - 1) == *(b - n - 1))
+    {
         ++n;
+    }
     return n;
 }
 
@@ -73,7 +81,9 @@ public:
         const auto it = std::upper_bound(m_vPieces.begin(), m_vPieces.end(), FindSame(),
                                          [](size_t n, const SPiece& piece) { return n < piece.nIn; });
         if (it == m_vPieces.begin())
+        {
             return nullptr;
+        }
         m_vNew.assign(m_vPieces.begin(), it - 1);
         m_nNext = m_vNew.size();
         return &*(it - 1);
@@ -93,12 +103,18 @@ public:
     {
         const size_t nLeft = m_nIn - nIn;
         if (nLeft > m_nSameEnd || m_vPieces.empty())
+        {
             return nullptr;
+        }
         const size_t nPlace = m_vIn.size() - nLeft;
         while (m_nNext < m_vPieces.size() && m_vPieces[m_nNext].nIn < nPlace)
+        {
             ++m_nNext;
+        }
         if (m_nNext == m_vPieces.size() || m_vPieces[m_nNext].nIn != nPlace || m_vPieces[m_nNext].nState != nState)
+        {
             return nullptr;
+        }
         const size_t nFirst = m_vPieces[m_nNext].nOut;
         for (size_t n = m_nNext; n < m_vPieces.size(); ++n)
         {
@@ -178,12 +194,24 @@ public:
     };
     typedef std::unique_ptr<CLast, SGiveBack> CLease;
 
+    CLastConversionKeeper() = default;
+    CLastConversionKeeper(const CLastConversionKeeper&) = delete;
+    CLastConversionKeeper& operator=(const CLastConversionKeeper&) = delete;
+    ~CLastConversionKeeper()
+    {
+        // Other threads may still convert when the process ends.
+        std::lock_guard<std::mutex> lock(m_Mutex);
+        m_pLast.reset();
+    }
+
     CLease Take()
     {
         {
             std::lock_guard<std::mutex> lock(m_Mutex);
             if (m_pLast)
+            {
                 return CLease(m_pLast.release(), {this});
+            }
         }
         return CLease(new CLast, {this});
     }
