@@ -299,6 +299,38 @@ TEST(Back, GoingBackOverTheFirstWriteTakesTheRegistersValueAway)
     EXPECT_THAT(vHasValue, ElementsAre(false, false, false, true, true, true, false, true));
 }
 
+TEST(Back, AStopThatARunWalkedOverKeepsWhatItShowsFromThenOn)
+{
+    // Every other stop shows r3 as an earlier instruction left it.
+    std::string strBody = "mov r3.x, r0.x\nmov r4.x, r0.x\n";
+    for (int n = 0; n < 5; ++n)
+        strBody += "iadd r3.x, r3.x, l0.y\nmov r4.x, r3.x\n";
+    CLaunch launch(GetLibraries(), MakeSmallKernel(strBody));
+    const auto step = OVKCLDEBUG_COMMAND_STEP;
+    const auto back = OVKCLDEBUG_COMMAND_EXT_STEP_BACK;
+    const std::vector<ovkclDebugCommand> vAnswers = {
+        back, back, step, back, back, back, step, back, OVKCLDEBUG_COMMAND_CONTINUE};
+    std::vector<uint32_t> vValues;
+    CScriptedClient client(AlwaysStep,
+                           [&](CSession& session)
+                           {
+                               const SRegisterView values = session.GetRegister("r3");
+                               if (values.pWords == nullptr)
+                                   return OVKCLDEBUG_COMMAND_STEP;
+                               vValues.push_back(values.pWords[0]);
+                               if (vValues.size() == 1)
+                               {
+                                   GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(),
+                                                                          session.GetNextLine() + 7, 0, nullptr);
+                                   return OVKCLDEBUG_COMMAND_CONTINUE;
+                               }
+                               GetLibraries().ovkclDebugClearAllBreakpoints(session.GetContext());
+                               return vValues.size() - 2 < vAnswers.size() ? vAnswers[vValues.size() - 2] : step;
+                           });
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    EXPECT_THAT(vValues, ElementsAre(0u, 3u, 3u, 2u, 3u, 2u, 2u, 1u, 2u, 1u));
+}
+
 TEST(Back, AnUnknownAnswerEndsTheSessionAsAContinueWithoutBreakpoints)
 {
     for (const unsigned int nAnswer : {0u, 3u, 0xFFu, 0x102u, 0xFFFFFFFFu})
