@@ -4,7 +4,7 @@
 namespace KestrelBench
 {
 
-/// Converts another, tiny kernel to and fro, so that what is converted next on this thread is new as a whole: the
+/// Converts another, tiny kernel to and fro, so that what is converted next is new as a whole: the
 /// assembler and the disassembler remember what they converted last.
 void ForgetConversions();
 

@@ -21,24 +21,18 @@ uint64_t Pack(uint32_t nFirst, uint32_t nEnd)
     return static_cast<uint64_t>(nEnd) << 32 | nFirst;
 }
 
-std::optional<uint32_t> TakeFirst(std::atomic<uint64_t>& share)
-{
-    uint64_t nPieces = share;
-    while (First(nPieces) != End(nPieces))
-    {
-        if (share.compare_exchange_weak(nPieces, Pack(First(nPieces) + 1, End(nPieces))))
-            return First(nPieces);
-    }
-    return std::nullopt;
-}
+/// What is added to a share to take its first piece, and its last one.
+const uint64_t s_nTakeFirst = 1;
+const uint64_t s_nTakeLast = 0 - (uint64_t(1) << 32);
 
-std::optional<uint32_t> TakeLast(std::atomic<uint64_t>& share)
+/// \return the pieces of the share before one was taken; none if it is empty
+std::optional<uint64_t> TakeOne(std::atomic<uint64_t>& share, uint64_t nChange)
 {
     uint64_t nPieces = share;
     while (First(nPieces) != End(nPieces))
     {
-        if (share.compare_exchange_weak(nPieces, Pack(First(nPieces), End(nPieces) - 1)))
-            return End(nPieces) - 1;
+        if (share.compare_exchange_weak(nPieces, nPieces + nChange))
+            return nPieces;
     }
     return std::nullopt;
 }
@@ -54,10 +48,14 @@ CShares::CShares(uint32_t nPieces, uint32_t nThreads) : m_vShares(nThreads)
 
 std::optional<uint32_t> CShares::Take(uint32_t nShare)
 {
-    std::optional<uint32_t> nPiece = TakeFirst(m_vShares[nShare].nPieces);
-    for (size_t n = 1; n < m_vShares.size() && !nPiece; ++n)
-        nPiece = TakeLast(m_vShares[(nShare + n) % m_vShares.size()].nPieces);
-    return nPiece;
+    if (const auto nOwn = TakeOne(m_vShares[nShare].nPieces, s_nTakeFirst))
+        return First(*nOwn);
+    for (size_t n = 1; n < m_vShares.size(); ++n)
+    {
+        if (const auto nOther = TakeOne(m_vShares[(nShare + n) % m_vShares.size()].nPieces, s_nTakeLast))
+            return End(*nOther) - 1;
+    }
+    return std::nullopt;
 }
 
 bool CShares::IsAnyLeft() const
