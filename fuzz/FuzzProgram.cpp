@@ -73,7 +73,7 @@ void BuildBinary(const char* pImage, size_t nSize)
 void Rebuild(const SBuildResult& source, bool bUseDebugIL, const SDeviceTarget& target)
 {
     const SBuildResult result =
-        BuildFromBinary(source.vImage.data(), source.vImage.size(), Options(false, bUseDebugIL), target);
+        BuildFromBinary(source.GetImage().data(), source.GetImage().size(), Options(false, bUseDebugIL), target);
     Require(result.bOk, "a binary that was built builds", result.strLog);
     Require(result.vKernels.size() == source.vKernels.size(), "a binary holds the kernels of its source");
     for (size_t i = 0; i < result.vKernels.size(); ++i)
@@ -97,7 +97,7 @@ void BuildSource(const std::string& strSource)
         CheckResult(result);
         if (result.bOk)
         {
-            Require(CElf(result.vImage).good(), "a binary that was built is read by the debugger");
+            Require(CElf(result.GetImage()).good(), "a binary that was built is read by the debugger");
             Rebuild(result, false, target);
             Rebuild(result, true, target);
         }

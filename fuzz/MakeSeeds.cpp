@@ -76,12 +76,12 @@ void SaveModule(const std::string& strName, const std::string& strSource)
         std::exit(1);
     }
     Save("program", strName, strSource);
-    Save("program", strName + "_image", result.vImage.data(), result.vImage.size());
-    Save("elf", strName, result.vImage.data(), result.vImage.size());
+    Save("program", strName + "_image", result.GetImage().data(), result.GetImage().size());
+    Save("elf", strName, result.GetImage().data(), result.GetImage().size());
     Save("assemble", strName, strSource.substr(strSource.find("il_cs_2_0")));
     SaveTokens(strName, result.vKernels.front().vTokens, target.bRawUavOnly);
     std::string strMetadata;
-    OVK_ElfUtils::ExtractMetadataFromElf(result.vImage, result.vKernels.front().strName, &strMetadata);
+    OVK_ElfUtils::ExtractMetadataFromElf(result.GetImage(), result.vKernels.front().strName, &strMetadata);
     Save("metadata", strName, strMetadata);
 }
 

@@ -246,4 +246,19 @@ bool CKernelLinker::Link(const SKernelMetadata& metadata, const SDeviceTarget& t
     return SetGroupSize(metadata, target, kernel, diag);
 }
 
+bool LinkKernels(const CKernelLinker& linker, const SModule& module, const SDeviceTarget& target,
+                 std::vector<SCompiledKernel>& vKernels, SDiagnostic& diag)
+{
+    for (const SModuleKernel& kernel : module.vKernels)
+    {
+        SCompiledKernel compiled;
+        if (!linker.Link(kernel.metadata, target, compiled, diag))
+        {
+            return false;
+        }
+        vKernels.push_back(std::move(compiled));
+    }
+    return true;
+}
+
 } // namespace KestrelPlatform

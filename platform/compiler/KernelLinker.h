@@ -13,6 +13,7 @@ namespace KestrelPlatform
 {
 
 struct SItemLayout;
+struct SModule;
 
 /// One assembled IL text, from which each kernel's stream is made by a call in the placeholder's place.
 class CKernelLinker
@@ -66,6 +67,10 @@ private:
     uint32_t m_nPlaceholderLine = 0;
     size_t m_nInstruction = 0; ///< while outlining
 };
+
+/// Links each kernel of a module, whose text the linker has assembled. \return as Link, with the kernels in their order
+bool LinkKernels(const CKernelLinker& linker, const SModule& module, const SDeviceTarget& target,
+                 std::vector<SCompiledKernel>& vKernels, SDiagnostic& diag);
 
 } // namespace KestrelPlatform
 

@@ -83,20 +83,15 @@ bool SelectKernel(const std::string& strJustKernel, std::vector<SModuleKernel>& 
     return false;
 }
 
-/// Links each kernel of the module and writes the image.
-bool LinkModule(const CKernelLinker& linker, const SModule& module, bool bDebugText, const SDeviceTarget& target,
+/// Links each kernel of the module, and takes it, to make the image of.
+bool LinkModule(const CKernelLinker& linker, SModule& module, bool bDebugText, const SDeviceTarget& target,
                 SBuildResult& result, SDiagnostic& diag)
 {
-    for (const SModuleKernel& kernel : module.vKernels)
+    if (!LinkKernels(linker, module, target, result.vKernels, diag))
     {
-        SCompiledKernel compiled;
-        if (!linker.Link(kernel.metadata, target, compiled, diag))
-        {
-            return false;
-        }
-        result.vKernels.push_back(std::move(compiled));
+        return false;
     }
-    result.vImage = WriteProgramImage(module, result.vKernels, bDebugText);
+    result.pImage = std::make_shared<CProgramImage>(std::move(module), target, bDebugText);
     result.bOk = true;
     return true;
 }
@@ -215,6 +210,12 @@ SBuildResult BuildFromDebugText(const CElfReader& elf, SModule& module, const SD
 
 } // namespace
 
+const std::vector<char>& SBuildResult::GetImage() const
+{
+    static const std::vector<char> s_vNone;
+    return pImage ? pImage->GetBytes() : s_vNone;
+}
+
 SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target)
 {
     // A source may come with its terminator. Texts of a binary end at their first zero byte, so that one in the middle
@@ -244,14 +245,14 @@ SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& 
     }
     CKernelLinker linker;
     SBuildResult result;
+    for (const SSourcePlace& place : module.vPlaces)
+    {
+        result.vSourceLines.push_back(place.nLine);
+    }
     if (!linker.Assemble(module.strText, diag) || !LinkModule(linker, module, options.bDebug, target, result, diag))
     {
         MapToSource(module, diag);
         return Refused("error: " + diag.ToString());
-    }
-    for (const SSourcePlace& place : module.vPlaces)
-    {
-        result.vSourceLines.push_back(place.nLine);
     }
     return result;
 }
@@ -278,7 +279,7 @@ SBuildResult BuildFromBinary(const char* pImage, size_t nSize, const SBuildOptio
     SBuildResult result = BuildFromCode(elf, module.vKernels, target);
     if (result.bOk)
     {
-        result.vImage.assign(pImage, pImage + nSize);
+        result.pImage = std::make_shared<CProgramImage>(std::vector<char>(pImage, pImage + nSize));
     }
     return result;
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -79,13 +80,18 @@ struct SCompiledKernel
     std::vector<uint32_t> vLines;  ///< 1-based line of the IL text for each instruction; may be empty
 };
 
+class CProgramImage;
+
 /// What a build gives.
 struct SBuildResult
 {
+    /// The bytes of the image; empty for a build that failed.
+    const std::vector<char>& GetImage() const;
+
     bool bOk = false;
-    std::string strLog;                    ///< says which line and why; empty for a clean build
-    std::vector<char> vImage;              ///< the ELF image, as CL_PROGRAM_BINARIES hands it out
-    std::vector<SCompiledKernel> vKernels; ///< in the order of the source, or of the symbol table
+    std::string strLog;                          ///< says which line and why; empty for a clean build
+    std::shared_ptr<const CProgramImage> pImage; ///< the ELF image, as CL_PROGRAM_BINARIES hands it out, or null
+    std::vector<SCompiledKernel> vKernels;       ///< in the order of the source, or of the symbol table
     std::vector<uint32_t> vSourceLines; ///< by line of the IL text, if that comes from the source: 1-based line there
 };
 

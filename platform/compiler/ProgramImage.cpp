@@ -2,6 +2,7 @@
 
 #include "platform/compiler/DeviceCode.h"
 #include "platform/compiler/ElfWriter.h"
+#include "platform/compiler/KernelLinker.h"
 
 #include <elf.h>
 
@@ -82,6 +83,24 @@ std::vector<char> WriteProgramImage(const SModule& module, const std::vector<SCo
         Add(nCode, "kernel", STT_FUNC, WriteDeviceCode(kernel.strName, kernel.vTokens, kernel.vLines));
     }
     return elf.Write();
+}
+
+const std::vector<char>& CProgramImage::GetBytes() const
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (m_pSource)
+    {
+        std::vector<SCompiledKernel> vKernels;
+        SDiagnostic diag;
+        CKernelLinker linker;
+        if (linker.Assemble(m_pSource->module.strText, diag) &&
+            LinkKernels(linker, m_pSource->module, m_pSource->target, vKernels, diag))
+        {
+            m_vBytes = WriteProgramImage(m_pSource->module, vKernels, m_pSource->bDebugText);
+        }
+        m_pSource.reset();
+    }
+    return m_vBytes;
 }
 
 } // namespace KestrelPlatform

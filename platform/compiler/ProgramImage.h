@@ -3,6 +3,8 @@
 
 #include "platform/compiler/FrontEnd.h"
 
+#include <memory>
+#include <mutex>
 #include <vector>
 
 namespace KestrelPlatform
@@ -14,6 +16,36 @@ namespace KestrelPlatform
 /// \param bDebugText whether the image gets the IL text, in `.debugil`
 std::vector<char> WriteProgramImage(const SModule& module, const std::vector<SCompiledKernel>& vKernels,
                                     bool bDebugText);
+
+/// The ELF image of a built program. It is made when it is first asked for: a debugger builds a program for each stop
+/// and never asks. Any thread.
+class CProgramImage
+{
+public:
+    explicit CProgramImage(std::vector<char> vBytes) : m_vBytes(std::move(vBytes)) {}
+
+    /// \param module     what has been linked for the target without a fault; from it the image is made
+    /// \param bDebugText as for WriteProgramImage
+    CProgramImage(SModule module, const SDeviceTarget& target, bool bDebugText)
+        : m_pSource(new SSource{std::move(module), target, bDebugText})
+    {
+    }
+
+    /// The same at each call. Throws std::bad_alloc if there is no memory for it, and may be asked again then.
+    const std::vector<char>& GetBytes() const;
+
+private:
+    struct SSource
+    {
+        SModule module;
+        SDeviceTarget target;
+        bool bDebugText;
+    };
+
+    mutable std::mutex m_Mutex;
+    mutable std::unique_ptr<const SSource> m_pSource; ///< null once the image is made
+    mutable std::vector<char> m_vBytes;
+};
 
 } // namespace KestrelPlatform
 

@@ -1,5 +1,6 @@
 #include "platform/runtime/Program.h"
 
+#include "platform/compiler/ProgramImage.h"
 #include "platform/runtime/ApiCall.h"
 
 #include <algorithm>
@@ -92,7 +93,8 @@ cl_int CreateFromBinary(cl_context hContext, cl_uint nDevices, const cl_device_i
         SDeviceProgram program;
         program.m_pDevice = vDevices[i];
         program.m_eBinaryType = CL_PROGRAM_BINARY_TYPE_EXECUTABLE;
-        program.m_vImage.assign(ppImages[i], ppImages[i] + pnLengths[i]);
+        program.m_pImage =
+            std::make_shared<CProgramImage>(std::vector<char>(ppImages[i], ppImages[i] + pnLengths[i]));
         vPrograms.push_back(std::move(program));
     }
     if (nResult != CL_SUCCESS)
@@ -108,8 +110,11 @@ cl_int GetBinaries(const std::vector<SDeviceProgram>& vPrograms, const SInfoQuer
         return CL_INVALID_VALUE;
     auto* ppImages = static_cast<unsigned char**>(query.m_pValue);
     for (size_t i = 0; ppImages && i < vPrograms.size(); ++i)
-        if (ppImages[i] && !vPrograms[i].m_vImage.empty())
-            std::memcpy(ppImages[i], vPrograms[i].m_vImage.data(), vPrograms[i].m_vImage.size());
+        if (ppImages[i] && vPrograms[i].m_pImage)
+        {
+            const std::vector<char>& vImage = vPrograms[i].m_pImage->GetBytes();
+            std::memcpy(ppImages[i], vImage.data(), vImage.size());
+        }
     if (query.m_pnSizeRet)
         *query.m_pnSizeRet = nSize;
     return CL_SUCCESS;
@@ -215,7 +220,7 @@ cl_int CProgramObject::GetInfo(cl_program_info eInfo, const SInfoQuery& query)
     {
         std::vector<size_t> vSizes;
         for (const SDeviceProgram& program : vPrograms)
-            vSizes.push_back(program.m_vImage.size());
+            vSizes.push_back(program.m_pImage ? program.m_pImage->GetBytes().size() : 0);
         return query.Array(vSizes);
     }
     case CL_PROGRAM_BINARIES:

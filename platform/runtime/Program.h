@@ -31,8 +31,8 @@ struct SDeviceProgram
     cl_program_binary_type m_eBinaryType = CL_PROGRAM_BINARY_TYPE_NONE;
     std::string m_strOptions;
     std::string m_strLog;
-    std::vector<char> m_vImage;   ///< as CL_PROGRAM_BINARIES gives it; empty for none
-    ExecutableKernels m_vKernels; ///< of an executable or a compiled object
+    std::shared_ptr<const CProgramImage> m_pImage; ///< as CL_PROGRAM_BINARIES gives it; null for none
+    ExecutableKernels m_vKernels;                  ///< of an executable or a compiled object
 };
 
 /// A program: its text or images, and what builds have made of them for each device.

@@ -1,3 +1,4 @@
+#include "platform/compiler/ProgramImage.h"
 #include "platform/runtime/ApiCall.h"
 #include "platform/runtime/CallbackThread.h"
 #include "platform/runtime/Counters.h"
@@ -117,8 +118,14 @@ bool HasImages(const CProgramObject& program, const std::vector<CRef<CDevice>>& 
                        [&program](const CRef<CDevice>& pDevice)
                        {
                            SDeviceProgram part;
-                           return !program.FindDeviceProgram(*pDevice, part) || !part.m_vImage.empty();
+                           return !program.FindDeviceProgram(*pDevice, part) || part.m_pImage;
                        });
+}
+
+SBuildResult BuildFromImage(const CProgramImage& image, const SBuildOptions& options, const SDeviceTarget& target)
+{
+    const std::vector<char>& vBytes = image.GetBytes();
+    return BuildFromBinary(vBytes.data(), vBytes.size(), options, target);
 }
 
 /// What a build call and a compile call are given.
@@ -311,7 +318,7 @@ SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SD
 {
     const SDeviceTarget target = before.m_pDevice->GetTarget();
     SBuildResult result = source ? BuildFromSource(*source, options, target)
-                                 : BuildFromBinary(before.m_vImage.data(), before.m_vImage.size(), options, target);
+                                 : BuildFromImage(*before.m_pImage, options, target);
     SDeviceProgram after;
     after.m_pDevice = before.m_pDevice;
     after.m_strOptions = strOptions;
@@ -322,10 +329,10 @@ SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SD
     after.m_eStatus = bOk ? CL_BUILD_SUCCESS : CL_BUILD_ERROR;
     after.m_eBinaryType = bOk ? eResult : static_cast<cl_program_binary_type>(CL_PROGRAM_BINARY_TYPE_NONE);
     // A program that was made of an image keeps it, so that it can be built again.
-    if (bOk && !result.vImage.empty())
-        after.m_vImage = std::move(result.vImage);
+    if (bOk)
+        after.m_pImage = std::move(result.pImage);
     else if (!source)
-        after.m_vImage = before.m_vImage;
+        after.m_pImage = before.m_pImage;
     return after;
 }
 

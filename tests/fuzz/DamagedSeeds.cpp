@@ -31,7 +31,7 @@ SSeed Build(const std::string& strExample, const std::string& strKernel)
     const KestrelPlatform::SBuildResult result =
         KestrelPlatform::BuildFromSource(ReadExample(strExample), options, target);
     EXPECT_TRUE(result.bOk) << result.strLog;
-    return {strExample, strKernel, "Quench", result.vImage};
+    return {strExample, strKernel, "Quench", result.GetImage()};
 }
 
 /// Of an example for the older device: its metadata, its text with the call in place, and the tokens of the text.

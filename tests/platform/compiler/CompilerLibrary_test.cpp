@@ -93,7 +93,7 @@ protected:
     {
         SBuildOptions options;
         options.bDebug = true;
-        m_vImage = BuildFromSource(Modules::TwoKernels(), options, Modules::Newer()).vImage;
+        m_vImage = BuildFromSource(Modules::TwoKernels(), options, Modules::Newer()).GetImage();
         zcc_error eError = ZCC_ERROR;
         m_pBinary = ReadFromMem(m_vImage.data(), m_vImage.size(), &eError);
         ASSERT_EQ(eError, ZCC_SUCCESS);

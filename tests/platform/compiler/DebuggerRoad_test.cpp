@@ -44,7 +44,7 @@ protected:
 
     void Travel(const SBuildResult& built, const SCompiledKernel& kernel, const SDeviceTarget& target)
     {
-        std::vector<char> vImage = built.vImage;
+        std::vector<char> vImage = built.GetImage();
         ASSERT_TRUE(OVK_ElfUtils::PatchKernelEntry(kernel.strName, &vImage));
         for (const char* pSection : {".ovkil", ".llvmir", ".text"})
         {

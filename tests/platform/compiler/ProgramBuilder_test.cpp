@@ -90,11 +90,11 @@ TEST(ProgramBuilder, ImagesAreWholeElfFilesForOtherReaders)
     {
         const SBuildResult result = Build(Modules::TwoKernels(), pOptions);
         ASSERT_TRUE(result.bOk) << result.strLog;
-        EXPECT_EQ(Modules::ReadElfComplaints(result.vImage), "") << pOptions;
+        EXPECT_EQ(Modules::ReadElfComplaints(result.GetImage()), "") << pOptions;
         std::vector<std::string> vNames;
-        EXPECT_TRUE(OVK_ElfUtils::ListAvailableMetadata(result.vImage, vNames));
+        EXPECT_TRUE(OVK_ElfUtils::ListAvailableMetadata(result.GetImage(), vNames));
         EXPECT_EQ(vNames.size(), std::string(pOptions).find("just") == std::string::npos ? 2u : 1u);
-        CElf elf(result.vImage);
+        CElf elf(result.GetImage());
         ASSERT_TRUE(elf.good());
         for (const char* pSection : {".ovkil", ".llvmir", ".text", ".rodata", ".symtab", ".strtab", ".shstrtab"})
         {
@@ -106,7 +106,7 @@ TEST(ProgramBuilder, ImagesAreWholeElfFilesForOtherReaders)
 
 TEST(ProgramBuilder, LineNOfTheDebugTextIsItemN)
 {
-    const std::string strText = SectionText(Build(Modules::TwoKernels()).vImage, ".debugil");
+    const std::string strText = SectionText(Build(Modules::TwoKernels()).GetImage(), ".debugil");
     EXPECT_EQ(strText, "il_cs_2_0\n;$$$$$$$$$$\nendmain\nfunc 1024\n; first\ndcl_max_thread_per_group 64\nmov r0, r1\n"
                        "ret\nendfunc\nfunc 1025\ndcl_num_thread_per_group 8, 4, 1\ncall 7\nret\nendfunc\nfunc 7\nret\n"
                        "endfunc\nend\n");
@@ -117,7 +117,7 @@ TEST(ProgramBuilder, ReadsItsOwnImagesBack)
     const SBuildResult built = Build(Modules::TwoKernels());
     for (const char* pOptions : {"", "-use-debugil", "-ignore-env -use-debugil -just-kernel=second"})
     {
-        const SBuildResult again = Rebuild(built.vImage, pOptions);
+        const SBuildResult again = Rebuild(built.GetImage(), pOptions);
         ASSERT_TRUE(again.bOk) << pOptions << again.strLog;
         const size_t nFirst = again.vKernels.size() == 1 ? 1 : 0;
         for (size_t i = 0; i < again.vKernels.size(); ++i)
@@ -127,7 +127,7 @@ TEST(ProgramBuilder, ReadsItsOwnImagesBack)
             EXPECT_EQ(again.vKernels[i].vArguments.size(), built.vKernels[i + nFirst].vArguments.size());
             EXPECT_EQ(again.vKernels[i].nMaxGroupSize, built.vKernels[i + nFirst].nMaxGroupSize);
         }
-        EXPECT_EQ(Modules::ReadElfComplaints(again.vImage), "");
+        EXPECT_EQ(Modules::ReadElfComplaints(again.GetImage()), "");
     }
 }
 
@@ -135,7 +135,7 @@ TEST(ProgramBuilder, ReadsItsOwnImagesBack)
 /// metadata.
 std::vector<char> Patched(bool bCall)
 {
-    std::vector<char> vImage = Build(Modules::TwoKernels()).vImage;
+    std::vector<char> vImage = Build(Modules::TwoKernels()).GetImage();
     for (const char* pSection : {".ovkil", ".llvmir", ".text"})
     {
         EXPECT_TRUE(OVK_ElfUtils::RemoveElfSection(&vImage, pSection));
@@ -176,7 +176,7 @@ TEST(ProgramBuilder, TakesPatchedImages)
 
 TEST(ProgramBuilder, TextSurvivesTheWhitespaceFilterOfAConversion)
 {
-    std::string strText = SectionText(Build(Modules::TwoKernels()).vImage, ".debugil");
+    std::string strText = SectionText(Build(Modules::TwoKernels()).GetImage(), ".debugil");
     strText += ";holds func\n;and follows it\n;mend\n;mdef\n;x\n";
     std::vector<uint32_t> vTokens;
     std::vector<uint32_t> vFiltered;
@@ -204,7 +204,7 @@ TEST(ProgramBuilder, EmptyKernelsOfOpenCLC)
             EXPECT_EQ(result.vKernels[0].strName, "dummy");
             EXPECT_EQ(result.vKernels[0].b64BitAddresses, target.b64BitAddresses);
             EXPECT_TRUE(result.vKernels[0].vArguments.empty());
-            EXPECT_TRUE(Rebuild(result.vImage, "-use-debugil", target).bOk);
+            EXPECT_TRUE(Rebuild(result.GetImage(), "-use-debugil", target).bOk);
         }
     }
     EXPECT_EQ(Build("kernel void a(){} kernel void b(){}").vKernels.size(), 2u);
@@ -272,7 +272,7 @@ TEST(ProgramBuilder, LogsSayWhichLineAndWhy)
     {
         const SBuildResult result = Build(refusal.strSource);
         EXPECT_FALSE(result.bOk) << refusal.pWhat;
-        EXPECT_TRUE(result.vImage.empty() && result.vKernels.empty()) << refusal.pWhat;
+        EXPECT_TRUE(result.GetImage().empty() && result.vKernels.empty()) << refusal.pWhat;
         EXPECT_EQ(result.strLog, refusal.pLog) << refusal.pWhat;
     }
     EXPECT_EQ(Build(Modules::TwoKernels(), "-just-kernel=third").strLog,
@@ -283,7 +283,7 @@ TEST(ProgramBuilder, LogsSayWhichLineAndWhy)
 
 TEST(ProgramBuilder, DamagedImagesAreRefusedNotTrusted)
 {
-    const std::vector<char> vImage = Build(Modules::TwoKernels()).vImage;
+    const std::vector<char> vImage = Build(Modules::TwoKernels()).GetImage();
     for (size_t n = 0; n < vImage.size(); n += 7)
     {
         EXPECT_FALSE(Rebuild(std::vector<char>(vImage.begin(), vImage.begin() + static_cast<long>(n)), "").bOk) << n;
