@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include <emmintrin.h>
+
 namespace OVK_ShaderDebugger
 {
 
@@ -156,6 +158,56 @@ bool BeginsNothing(const char* pText, unsigned int nLeft)
     }
 }
 
+/// What isn't plain in state 0.
+constexpr char s_TextStops[] = {'\n', '\r', 'f', 'm', 0};
+
+constexpr bool AreTextStopsComplete()
+{
+    int nStops = 0;
+    for (int nCharacter = 0; nCharacter < 256; ++nCharacter)
+    {
+        nStops += s_RuleIndex.bPlain[0][nCharacter] ? 0 : 1;
+    }
+    for (const char c : s_TextStops)
+    {
+        nStops -= s_RuleIndex.bPlain[0][static_cast<unsigned char>(c)] ? 0 : 1;
+    }
+    return nStops == 0;
+}
+static_assert(AreTextStopsComplete(), "no other character leads out of state 0");
+
+constexpr unsigned int s_nVectorSize = 16;
+
+/// A bit for each of 16 characters that isn't plain in state 0.
+unsigned int FindTextStops(const char* pText)
+{
+    const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pText));
+    __m128i stops = _mm_setzero_si128();
+    for (const char c : s_TextStops)
+    {
+        stops = _mm_or_si128(stops, _mm_cmpeq_epi8(text, _mm_set1_epi8(c)));
+    }
+    return static_cast<unsigned int>(_mm_movemask_epi8(stops));
+}
+
+/// How many characters to pass over in state 0, whole vectors of them but for the last.
+unsigned int CountPlainText(const char* pText, unsigned int nLeft)
+{
+    unsigned int n = 0;
+    for (; nLeft - n >= s_nVectorSize; n += s_nVectorSize)
+    {
+        for (unsigned int nStops = FindTextStops(pText + n); nStops != 0; nStops &= nStops - 1)
+        {
+            const unsigned int nStop = n + static_cast<unsigned int>(__builtin_ctz(nStops));
+            if (!BeginsNothing(pText + nStop, nLeft - nStop))
+            {
+                return nStop;
+            }
+        }
+    }
+    return n;
+}
+
 } // namespace
 
 ILProcessingStateMachine::ILProcessingStateMachine(const char* pIn, unsigned int nInputSize, char* pOut)
@@ -201,7 +253,7 @@ void ILProcessingStateMachine::CopyPlain()
     const bool* const pPlain = s_RuleIndex.bPlain[m_nextStateNum];
     const unsigned int nLeft = m_inputSize - m_inputTraversedSoFar;
     const bool bInText = m_nextStateNum == 0;
-    unsigned int n = 0;
+    unsigned int n = bInText ? CountPlainText(m_in, nLeft) : 0;
     while (n < nLeft &&
            (pPlain[static_cast<unsigned char>(m_in[n])] || (bInText && BeginsNothing(m_in + n, nLeft - n))))
     {
