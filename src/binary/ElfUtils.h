@@ -45,8 +45,9 @@ bool ExtractKernelFromBinary(const std::string& strKernelName, const std::vector
 /// are looked for as whole words outside of comments.
 bool PatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary);
 
-/// The reverse of PatchKernelEntry; it knows the call by its whole text.
+/// The reverse of PatchKernelEntry; it knows the call by its whole text. The second form is for who knows the number.
 bool UnpatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary);
+bool UnpatchKernelEntry(unsigned int nFunctionNumber, std::vector<char>* pvBinary);
 
 /// Removes a section with its symbols, if it is there. \return true for any image that can be read
 bool RemoveElfSection(std::vector<char>* pvBinary, const std::string& strSectionName);

@@ -232,27 +232,14 @@ bool FindAndReplaceInDebugIL(CElf& elf, const std::string& strFind, const std::s
     return ReplaceInText(strText, strFind, strReplaceWith) && pSection->SetData(strText);
 }
 
-bool GetCallText(const std::string& strKernelName, const CElf& elf, std::string& strCall)
+std::string GetCallText(unsigned int nFunctionNumber)
 {
-    unsigned int nFunctionNumber = 0;
-    if (!FindKernelFunctionNumber(strKernelName, elf, &nFunctionNumber))
-    {
-        return false;
-    }
-    strCall = "call " + std::to_string(nFunctionNumber);
-    return true;
+    return "call " + std::to_string(nFunctionNumber);
 }
 
-/// \param replace  takes a CElf& and the text of the call of the kernel's function, and gives whether it succeeded
-template <class Replace>
-bool ChangeKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary, Replace replace)
+bool UnpatchEntry(CElf& elf, unsigned int nFunctionNumber)
 {
-    return ChangeImage(pvBinary,
-                       [&](CElf& elf)
-                       {
-                           std::string strCall;
-                           return GetCallText(strKernelName, elf, strCall) && replace(elf, strCall);
-                       });
+    return FindAndReplaceInDebugIL(elf, GetCallText(nFunctionNumber), s_KernelEntryPlaceholder);
 }
 
 } // namespace
@@ -271,16 +258,29 @@ void ProcessILText(std::string& strILText, bool removeFunctionWhitespace, bool r
 
 bool PatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary)
 {
-    return ChangeKernelEntry(strKernelName, pvBinary,
-                             [](CElf& elf, const std::string& strCall)
-                             { return FindAndReplaceInDebugIL(elf, s_KernelEntryPlaceholder, strCall); });
+    return ChangeImage(pvBinary,
+                       [&](CElf& elf)
+                       {
+                           unsigned int nFunctionNumber = 0;
+                           return FindKernelFunctionNumber(strKernelName, elf, &nFunctionNumber) &&
+                                  FindAndReplaceInDebugIL(elf, s_KernelEntryPlaceholder, GetCallText(nFunctionNumber));
+                       });
 }
 
 bool UnpatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary)
 {
-    return ChangeKernelEntry(strKernelName, pvBinary,
-                             [](CElf& elf, const std::string& strCall)
-                             { return FindAndReplaceInDebugIL(elf, strCall, s_KernelEntryPlaceholder); });
+    return ChangeImage(pvBinary,
+                       [&](CElf& elf)
+                       {
+                           unsigned int nFunctionNumber = 0;
+                           return FindKernelFunctionNumber(strKernelName, elf, &nFunctionNumber) &&
+                                  UnpatchEntry(elf, nFunctionNumber);
+                       });
+}
+
+bool UnpatchKernelEntry(unsigned int nFunctionNumber, std::vector<char>* pvBinary)
+{
+    return ChangeImage(pvBinary, [=](CElf& elf) { return UnpatchEntry(elf, nFunctionNumber); });
 }
 
 bool AddILBinarySection(CElf* pElf, const std::string& strTextSectionName, const std::string& strBinarySectionName,

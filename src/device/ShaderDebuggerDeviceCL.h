@@ -3,6 +3,7 @@
 
 #include "core/ShaderDebuggerDevice.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -94,16 +95,18 @@ private:
     bool PrepareShaderData(std::vector<char>& vKernelBinary) const;
     bool GetProgramBinary(cl_program program, cl_device_id device, std::vector<char>* vBinary) const;
     bool InitKernelABIAndArgCBInfo();
+    void UnpatchKernelEntry(std::vector<char>& vShader);
     bool BuildProgram(cl_program program) const noexcept;
     bool ReleasePatchedKernel();
 
     cl_device_id m_Device;
     std::string m_DeviceName;
-    cl_context m_Context;        ///< retained
-    cl_command_queue m_Queue;    ///< owned
-    cl_kernel m_OriginalKernel;  ///< retained
-    cl_kernel m_PatchedKernel;   ///< owned; null before the first SetShader
-    std::string m_strKernelName; ///< without any wrapper prefix
+    cl_context m_Context;                          ///< retained
+    cl_command_queue m_Queue;                      ///< owned
+    cl_kernel m_OriginalKernel;                    ///< retained
+    cl_kernel m_PatchedKernel;                     ///< owned; null before the first SetShader
+    std::string m_strKernelName;                   ///< without any wrapper prefix
+    std::optional<unsigned int> m_nFunctionNumber; ///< once it is known
     std::vector<KernelArgCBEntry> m_KernelArgCBInfo;
     mutable std::vector<char> m_vKernelBinary;
     bool m_bUses64BitABI;

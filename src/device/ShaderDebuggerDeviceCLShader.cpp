@@ -92,6 +92,20 @@ catch (...)
     return SD_Break(m_pHost, "Error: no memory for clBuildProgram().\n");
 }
 
+/// All shaders are of one kernel and have its number, so that the metadata is read for the first only.
+void CShaderDebuggerDeviceCL::UnpatchKernelEntry(std::vector<char>& vShader)
+{
+    unsigned int nFunctionNumber = 0;
+    if (!m_nFunctionNumber && OVK_ElfUtils::GetKernelFunctionNumber(m_strKernelName, vShader, &nFunctionNumber))
+    {
+        m_nFunctionNumber = nFunctionNumber;
+    }
+    if (m_nFunctionNumber)
+    {
+        OVK_ElfUtils::UnpatchKernelEntry(*m_nFunctionNumber, &vShader);
+    }
+}
+
 bool CShaderDebuggerDeviceCL::SetShader(ShaderType, const void* pShader, size_t nShaderSize)
 {
     if (!ReleasePatchedKernel() || m_Context == nullptr || pShader == nullptr)
@@ -100,7 +114,7 @@ bool CShaderDebuggerDeviceCL::SetShader(ShaderType, const void* pShader, size_t 
     }
     const char* pBytes = static_cast<const char*>(pShader);
     std::vector<char> vShader(pBytes, pBytes + nShaderSize);
-    OVK_ElfUtils::UnpatchKernelEntry(m_strKernelName, &vShader);
+    UnpatchKernelEntry(vShader);
 
     const size_t nLength = vShader.size();
     const unsigned char* pBinary = reinterpret_cast<const unsigned char*>(vShader.data());

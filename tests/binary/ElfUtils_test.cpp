@@ -268,8 +268,13 @@ TEST(ElfUtils, TheEntryIsPatchedAndUnpatched)
         }
         EXPECT_EQ(Section(vImage, ".debugil"), entryCase.strPatched);
         EXPECT_EQ(ReadElfComplaints(vImage), "");
+        unsigned int nNumber = 0;
+        std::vector<char> vByNumber = vImage;
         EXPECT_TRUE(UnpatchKernelEntry(entryCase.szKernel, &vImage));
         EXPECT_EQ(Section(vImage, ".debugil"), entryCase.strText);
+        EXPECT_TRUE(GetKernelFunctionNumber(entryCase.szKernel, vImage, &nNumber) &&
+                    UnpatchKernelEntry(nNumber, &vByNumber));
+        EXPECT_EQ(vByNumber, vImage);
     }
 }
 
