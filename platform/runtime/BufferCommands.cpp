@@ -1,3 +1,4 @@
+#include "core/CopyBytes.h"
 #include "platform/runtime/Buffer.h"
 #include "platform/runtime/Counters.h"
 #include "platform/runtime/Enqueue.h"
@@ -31,7 +32,7 @@ cl_int ReadBuffer(CEnqueue& enqueue, cl_mem hBuffer, bool bBlocking, size_t nOff
     return enqueue.Submit(CL_COMMAND_READ_BUFFER, bBlocking,
                           [pMem, nOffset, nBytes, pTarget]
                           {
-                              std::memcpy(pTarget, pMem->GetData() + nOffset, nBytes);
+                              CopyBytes(pTarget, pMem->GetData() + nOffset, nBytes);
                               Count(PLATFORM_COUNTER_BYTES_READ, nBytes);
                               return CL_SUCCESS;
                           });
@@ -51,7 +52,7 @@ cl_int WriteBuffer(CEnqueue& enqueue, cl_mem hBuffer, bool bBlocking, size_t nOf
     return enqueue.Submit(CL_COMMAND_WRITE_BUFFER, bBlocking,
                           [pMem, nOffset, nBytes, pSource]
                           {
-                              std::memcpy(pMem->GetData() + nOffset, pSource, nBytes);
+                              CopyBytes(pMem->GetData() + nOffset, pSource, nBytes);
                               Count(PLATFORM_COUNTER_BYTES_WRITTEN, nBytes);
                               return CL_SUCCESS;
                           });

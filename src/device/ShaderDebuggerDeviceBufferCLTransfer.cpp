@@ -1,5 +1,6 @@
 #include "device/ShaderDebuggerDeviceBufferCL.h"
 
+#include "core/CopyBytes.h"
 #include "core/Log.h"
 #include "core/ShaderDebuggerBuffer.h"
 #include "device/CLCall.h"
@@ -38,7 +39,7 @@ void FillMapping(const CMappedMemoryCL& mapping, const BufferDesc& desc, const u
     {
         if (pData != nullptr)
         {
-            std::memcpy(mapping.GetData(), pData, std::min(nSize, desc.m_nSize));
+            CopyBytes(mapping.GetData(), pData, std::min(nSize, desc.m_nSize));
         }
         else
         {
@@ -139,7 +140,7 @@ bool CShaderDebuggerDeviceBufferCL::ReadMemory(cl_mem mem, CShaderDebuggerBuffer
     const SImageLayout described = GetDescribedLayout(m_Desc);
     if (m_Desc.m_Type == BT_Buffer)
     {
-        std::memcpy(dataBuffer.GetData(), mapping.GetData(), std::min(dataBuffer.GetSize(), m_Desc.m_nSize));
+        CopyBytes(dataBuffer.GetData(), mapping.GetData(), std::min(dataBuffer.GetSize(), m_Desc.m_nSize));
     }
     else if (described.GetSize() <= dataBuffer.GetSize())
     {
