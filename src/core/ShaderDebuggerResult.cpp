@@ -89,12 +89,13 @@ void CShaderDebuggerResult::UpdateExecMask(CShaderDebuggerBuffer* pExecMask)
 {
     if (pExecMask != m_pExecMask)
     {
-        delete ExchangeExecMask(pExecMask);
+        delete ExchangeExecMask(pExecMask, false);
     }
 }
 
-CShaderDebuggerBuffer* CShaderDebuggerResult::ExchangeExecMask(CShaderDebuggerBuffer* pExecMask)
+CShaderDebuggerBuffer* CShaderDebuggerResult::ExchangeExecMask(CShaderDebuggerBuffer* pExecMask, bool bFull)
 {
+    m_bFullExecMask = bFull;
     return std::exchange(m_pExecMask, pExecMask);
 }
 

@@ -45,6 +45,8 @@ public:
     /// Null until the first write; owned by the result.
     CShaderDebuggerBuffer* GetResult() const { return m_pResult; }
     CShaderDebuggerBuffer* GetExecMask() const { return m_pExecMask; }
+    /// Whether the mask is known to have every work-item.
+    bool HasFullExecMask() const { return m_bFullExecMask; }
 
     /// Files new values and takes over pResult, null included. Where a mask is given and isn't full,
     /// or nComponents isn't 0, work-items outside the mask keep their old value; otherwise the new
@@ -54,7 +56,8 @@ public:
     /// Takes over the mask, and deletes the old one if it is another.
     void UpdateExecMask(CShaderDebuggerBuffer* pExecMask);
     /// Takes over the mask, and hands the old one to the caller.
-    CShaderDebuggerBuffer* ExchangeExecMask(CShaderDebuggerBuffer* pExecMask);
+    /// \param bFull  every work-item is known to be in it
+    CShaderDebuggerBuffer* ExchangeExecMask(CShaderDebuggerBuffer* pExecMask, bool bFull);
 
     void UpdateDataType(DataType dataType);
     /// DT_Int32 doesn't overwrite a component that is DT_SInt32 or DT_UInt32 already.
@@ -70,6 +73,7 @@ private:
     std::stack<ExecutedStep> m_ExecutionStack;
     CShaderDebuggerBuffer* m_pResult;
     CShaderDebuggerBuffer* m_pExecMask;
+    bool m_bFullExecMask = false;
     DataType m_DataType[4];
     unsigned int m_nComponentCount;
 };

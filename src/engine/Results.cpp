@@ -57,20 +57,21 @@ void CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg)
         return;
     }
     const size_t nActive = pExecMask->GetActiveItemCount(0);
+    const bool bAllActive = nActive == pExecMask->GetItemCount();
     const EFiling eFiling = GetFiling(reg, nActive != 0);
     std::unique_ptr<CShaderDebuggerBuffer> pValues;
-    if (eFiling == FILE_Values && !ReadValues(reg, nActive == pExecMask->GetItemCount(), pValues))
+    if (eFiling == FILE_Values && !ReadValues(reg, bAllActive, pValues))
     {
         return;
     }
     pShader->NoteActiveCount(pc, nActive);
     if (eFiling == FILE_Values)
     {
-        FileValues(pc, reg, std::move(pValues), std::move(pExecMask));
+        FileValues(pc, reg, std::move(pValues), std::move(pExecMask), bAllActive);
     }
     else if (eFiling == FILE_Mask)
     {
-        FileMask(pc, std::move(pExecMask));
+        FileMask(pc, std::move(pExecMask), bAllActive);
     }
     else
     {
@@ -91,10 +92,17 @@ std::unique_ptr<CShaderDebuggerBuffer> CShaderDebuggerIL::ReadExecMask()
     return SD_Assert(GetHost(), pRead) ? std::move(m_pSpareExecMask) : nullptr;
 }
 
+/// One mask of all work-items is as good as another: the one just read stays where the next run's goes, since its
+/// memory is the one that the processor still has at hand.
 void CShaderDebuggerIL::FileExecMask(CShaderDebuggerResult& result,
-                                     std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer)
+                                     std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive)
 {
-    m_pSpareExecMask.reset(result.ExchangeExecMask(pExecMaskBuffer.release()));
+    if (bAllActive && result.HasFullExecMask())
+    {
+        m_pSpareExecMask = std::move(pExecMaskBuffer);
+        return;
+    }
+    m_pSpareExecMask.reset(result.ExchangeExecMask(pExecMaskBuffer.release(), bAllActive));
 }
 
 void CShaderDebuggerIL::UpdateResults(Register inputReg)
@@ -143,7 +151,8 @@ bool CShaderDebuggerIL::ReadValues(const Register& reg, bool bAllActive,
     return pResultBuffer != nullptr;
 }
 
-void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer)
+void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer,
+                                 bool bAllActive)
 {
     CShaderDebuggerResult* pResult = GetResult(m_Results, s_szNoDestination);
     if (pResult == nullptr)
@@ -152,13 +161,13 @@ void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebug
     }
     m_pLastTouchedResult = pResult;
     pResult->SetProgramCounter(pc, RegisterMask(0));
-    FileExecMask(*pResult, std::move(pExecMaskBuffer));
+    FileExecMask(*pResult, std::move(pExecMaskBuffer), bAllActive);
 }
 
 /// \param pValues  null if the register's own buffer has them
 void CShaderDebuggerIL::FileValues(ProgramCounter pc, const Register& reg,
                                    std::unique_ptr<CShaderDebuggerBuffer> pValues,
-                                   std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer)
+                                   std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive)
 {
     CShaderDebuggerResult* pResult = GetResult(GetResultRegister(reg));
     if (pResult == nullptr)
@@ -175,7 +184,7 @@ void CShaderDebuggerIL::FileValues(ProgramCounter pc, const Register& reg,
         pResult->UpdateResult(pValues.release(), pExecMaskBuffer.get(), access.nFirstComponent, 0,
                               bPart ? access.nComponents : 0);
     }
-    FileExecMask(*pResult, std::move(pExecMaskBuffer));
+    FileExecMask(*pResult, std::move(pExecMaskBuffer), bAllActive);
 }
 
 void CShaderDebuggerIL::UpdateResultDataType(CShaderDebuggerResult& result)

@@ -153,12 +153,13 @@ private:
     };
 
     std::unique_ptr<CShaderDebuggerBuffer> ReadExecMask();
-    void FileExecMask(CShaderDebuggerResult& result, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
+    void FileExecMask(CShaderDebuggerResult& result, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer,
+                      bool bAllActive);
     EFiling GetFiling(const Register& reg, bool bAnyActive);
     bool ReadValues(const Register& reg, bool bAllActive, std::unique_ptr<CShaderDebuggerBuffer>& pValues);
-    void FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
+    void FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive);
     void FileValues(ProgramCounter pc, const Register& reg, std::unique_ptr<CShaderDebuggerBuffer> pValues,
-                    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer);
+                    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive);
     void UpdateResultDataType(CShaderDebuggerResult& result);
     bool IsWriteAcrossSlots(const Register& reg) const;
     bool LoadGlobalResult(size_t i, CShaderDebuggerResult& result);
