@@ -41,17 +41,16 @@ const SMemoryType s_MemoryTypes[] = {{"uav", SKernelArgument::GlobalPointer},  {
 /// As many as the longest line that is known has.
 const size_t s_nUsualTokens = 12;
 
-std::vector<std::string_view> Split(std::string_view line)
+void Split(std::string_view line, std::vector<std::string_view>& vTokens)
 {
-    std::vector<std::string_view> vTokens;
-    vTokens.reserve(s_nUsualTokens);
+    vTokens.clear();
     for (;;)
     {
         const size_t nColon = line.find(':');
         vTokens.push_back(line.substr(0, nColon));
         if (nColon == std::string_view::npos)
         {
-            return vTokens;
+            return;
         }
         line.remove_prefix(nColon + 1);
     }
@@ -67,7 +66,7 @@ bool Number(std::string_view token, uint32_t& nValue)
 class CReader
 {
 public:
-    explicit CReader(SKernelMetadata& metadata) : m_metadata(metadata) {}
+    explicit CReader(SKernelMetadata& metadata) : m_metadata(metadata) { m_tokens.reserve(s_nUsualTokens); }
 
     bool Read(std::string_view text, SDiagnostic& diag);
 
@@ -109,6 +108,7 @@ private:
     bool FailNumber(std::string_view token) { return Fail("expected a number, got '" + std::string(token) + "'"); }
 
     SKernelMetadata& m_metadata;
+    Tokens m_tokens; ///< of the line that is being read
     std::string m_strFault;
     std::string m_strWrapper;
     bool m_bEnded = false;
@@ -164,7 +164,8 @@ bool CReader::ReadLine(std::string_view line)
     {
         return line.empty() || Fail("expected a line that starts with ';'");
     }
-    const Tokens tokens = Split(line.substr(1));
+    Split(line.substr(1), m_tokens);
+    const Tokens& tokens = m_tokens;
     if (m_strWrapper.empty() && tokens[0] != "ARGSTART")
     {
         return true;
