@@ -127,7 +127,7 @@ private:
     bool LowerRule(uint32_t nOp);
     void AddParts(uint32_t nOp, const SLaneRule& rule, CParts& parts);
     bool WriteParts(T eType, CParts& parts);
-    bool ClearsAtStart(const SPart& part) const;
+    bool ClearsAtStart();
     bool WriteRows(T eType, const uint32_t* pRows);
     bool WriteAll(T eType, uint32_t nRow);
     bool LowerSpecial();

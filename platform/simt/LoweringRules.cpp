@@ -54,19 +54,28 @@ bool CLowering::WriteParts(T eType, CParts& parts)
     {
         part.rows.d[0] = Target(part.rows.d[0]);
         part.rows.d[1] = part.rows.d[1] < 4 ? Target(part.rows.d[1]) : 0;
-        if (!ClearsAtStart(part))
-            EmitLane(part.nOp, part.rows);
+        EmitLane(part.nOp, part.rows);
     }
     FinishDestination();
     return !m_bFailed;
 }
 
-/// Whether a part sets to 0 what is 0 anyway, since nothing has been computed yet: registers read as 0 until they are
+/// Whether the move sets to 0 what is 0 anyway, since nothing has been computed yet: registers read as 0 until they are
 /// written, and some kernels begin with setting all of theirs.
-bool CLowering::ClearsAtStart(const SPart& part) const
+bool CLowering::ClearsAtStart()
 {
-    const bool bNothingYet = m_Code.vSteps.size() == 1;
-    return bNothingYet && m_bInPlace && !m_bTrace && part.nOp == LANE_IL_OP_MOV && part.rows.s[0] == s_nZeroRow;
+    const bool bNothingYet = m_Code.vSteps.size() == 1 && !m_bTrace;
+    const SOperand& source = Operand(0);
+    if (!bNothingYet || source.nType != REG_LITERAL || source.bIndexed || !IsPlainDestination(Destination()))
+        return false;
+    for (uint32_t n = 0; n < 4; ++n)
+    {
+        const uint8_t nWrite = Destination().write[n];
+        const bool bZero = nWrite == SOperand::WriteZero || (Writes(n) && Component(source, n) == s_nZeroRow);
+        if (nWrite != SOperand::WriteNot && (!bZero || source.bNegate[n]))
+            return false;
+    }
+    return !source.HasFloatModifiers() && !Destination().bClamp && Destination().nShift == 0;
 }
 
 /// Writes finished rows, one a component, to the components that the destination names.
@@ -95,6 +104,8 @@ bool CLowering::WriteAll(T eType, uint32_t nRow)
 
 bool CLowering::LowerRule(uint32_t nOp)
 {
+    if (nOp == LANE_IL_OP_MOV && ClearsAtStart())
+        return true;
     const SLaneRule& rule = GetLaneRule(nOp);
     CParts parts;
     AddParts(nOp, rule, parts);
