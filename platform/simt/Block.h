@@ -154,6 +154,7 @@ private:
     void PrivateAccess(const SMicroOp& step, const SAccess& access);
     void PrivateLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
     void MoveSequence(const SAccess& access, unsigned char* pMemory);
+    void StoreTogether(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pMemory, uint32_t nBytes);
     void MoveWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
     void MoveNarrow(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
     void MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, unsigned char* pData);

@@ -125,6 +125,7 @@ CBlock::SOffsets CBlock::Offsets(const uint32_t* pAddresses, uint32_t nStride) c
 void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
 {
     const bool bLoad = access.eOperation == SAccess::Load;
+    const bool bGlobal = access.eSpace == SAccess::Global;
     const uint32_t nBytes = (m_nLast - m_nBegin) * TotalBytes(access);
     if (access.nWords == 1)
     {
@@ -138,11 +139,22 @@ void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
             rows[w] = Row(access.nRows[w]);
         if (bLoad)
             m_Lanes.pfSeparate(rows, access.nWords, pMemory, m_nBegin, m_nLast);
+        else if (bGlobal)
+            return StoreTogether(rows, access.nWords, pMemory, nBytes);
         else
             m_Lanes.pfInterleave(rows, access.nWords, pMemory, m_nBegin, m_nLast);
     }
-    if (access.eSpace == SAccess::Global)
+    if (bGlobal)
         PrefetchBehind(pMemory, nBytes);
+}
+
+/// Puts the words of several rows into global memory in one copy. Of a copy as large as that many processors know that
+/// they needn't fetch what it overwrites, often from another core, which they do for every single store.
+void CBlock::StoreTogether(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pMemory, uint32_t nBytes)
+{
+    alignas(64) unsigned char buffer[s_nLanes * sizeof(uint32_t) * 4];
+    m_Lanes.pfInterleave(ppRows, nRows, buffer, m_nBegin, m_nLast);
+    std::memcpy(pMemory, buffer, nBytes);
 }
 
 /// Consecutive words of all active lanes, all inside memory; the lowest address stands for pBase.
