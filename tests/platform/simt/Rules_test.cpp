@@ -259,6 +259,14 @@ const SRuleCase s_Operands[] = {
     {"iadd r0, l0_neg(xy), l1", W(5, 6, 7), W(1, 1, 1), {}, W(0xFFFFFFFC, 0xFFFFFFFB, 8)},
     {"iadd_sat r0, l0, l1", W(5), W(6), {}, W(11)},
     {"mov r0, r77", {}, {}, {}, W(0)},
+    // A kernel's first moves of zeros do nothing.
+    {"mov r0, l0", W(0), {}, {}, W(0)},
+    {"mov r0, l0", W(0, 0, 5, 0), {}, {}, W(0, 0, 5, 0)},
+    {"mov r0, l0.xxx1", W(0), {}, {}, F(0, 0, 0, 1)},
+    {"mov r0, l0_neg(xy)", W(0), {}, {}, F(-0.0f, -0.0f)},
+    {"mov r0, l0_invert", W(0), {}, {}, F(1, 1, 1, 1)},
+    {"mov r0.x10_, l0", W(0), {}, {}, F(0, 1, 0, 0)},
+    {"mov r0, l1\nmov r0.xyz, l0", W(0), W(9, 9, 9, 9), {}, W(0, 0, 0, 9)},
 };
 
 template <size_t N>
