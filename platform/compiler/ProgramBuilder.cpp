@@ -83,7 +83,7 @@ bool SelectKernel(const std::string& strJustKernel, std::vector<SModuleKernel>& 
     return false;
 }
 
-/// Links each kernel of the module, and takes it, to make the image of.
+/// Links each kernel of the module, and takes the module for the image.
 bool LinkModule(const CKernelLinker& linker, SModule& module, bool bDebugText, const SDeviceTarget& target,
                 SBuildResult& result, SDiagnostic& diag)
 {

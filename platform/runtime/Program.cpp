@@ -93,8 +93,7 @@ cl_int CreateFromBinary(cl_context hContext, cl_uint nDevices, const cl_device_i
         SDeviceProgram program;
         program.m_pDevice = vDevices[i];
         program.m_eBinaryType = CL_PROGRAM_BINARY_TYPE_EXECUTABLE;
-        program.m_pImage =
-            std::make_shared<CProgramImage>(std::vector<char>(ppImages[i], ppImages[i] + pnLengths[i]));
+        program.m_pImage = std::make_shared<CProgramImage>(std::vector<char>(ppImages[i], ppImages[i] + pnLengths[i]));
         vPrograms.push_back(std::move(program));
     }
     if (nResult != CL_SUCCESS)

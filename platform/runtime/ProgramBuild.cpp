@@ -317,8 +317,8 @@ SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SD
                               cl_program_binary_type eResult)
 {
     const SDeviceTarget target = before.m_pDevice->GetTarget();
-    SBuildResult result = source ? BuildFromSource(*source, options, target)
-                                 : BuildFromImage(*before.m_pImage, options, target);
+    SBuildResult result =
+        source ? BuildFromSource(*source, options, target) : BuildFromImage(*before.m_pImage, options, target);
     SDeviceProgram after;
     after.m_pDevice = before.m_pDevice;
     after.m_strOptions = strOptions;
