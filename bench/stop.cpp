@@ -2,6 +2,7 @@
 // one read of the output buffers. Times are milliseconds.
 
 #include "bench/BenchCalls.h"
+#include "bench/BenchCores.h"
 #include "bench/BenchMemory.h"
 #include "bench/BenchReport.h"
 #include "platform/runtime/PlatformControl.h"
@@ -443,6 +444,17 @@ void MeasureAll(const CLibraries& libraries, CReport& report)
                Ratios({Median(costs[1][3].vQueries)}, {Median(costs[1][0].vQueries)}), 3);
 }
 
+/// Half of what a stop reads was written by the other core: how far that is away tells the runs of a machine apart.
+void AddCacheLine(CReport& report, const std::string& strWhen)
+{
+    const std::vector<double> vSeconds = TimeCacheLine();
+    if (!vSeconds.empty())
+    {
+        report.Add("ns of a cache line to the other core and back, " + strWhen + " the stops", Scaled(vSeconds, 1e9),
+                   0);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -456,7 +468,9 @@ int main(int argc, char** argv)
         // First, before other sessions have left memory to the process that is used again.
         MeasureMemory(libraries, report);
         MeasureLoop(libraries, report);
+        AddCacheLine(report, "before");
         MeasureAll(libraries, report);
+        AddCacheLine(report, "behind");
         return 0;
     }
     catch (const std::exception& error)
