@@ -13,9 +13,6 @@ namespace OVK_ElfUtils
 /// Whether the symbol names a block of bytes that its section holds. A place that doesn't fit 32 bits is logged.
 bool HasBlock(const CElfSymbolTable::TableEntry& entry);
 
-/// GetKernelFunctionNumber of an image that has been read.
-bool FindKernelFunctionNumber(const std::string& strKernelName, const CElf& elf, unsigned int* pnFunctionNumber);
-
 /// Reads an image, changes it, and stores it back if all of that succeeds.
 /// \param change  takes a CElf& and gives whether it succeeded
 /// \return false, with the bytes as they were, on any failure

@@ -161,24 +161,19 @@ bool ExtractMetadataFromElf(const std::vector<char>& vInputElf, const std::strin
     return true;
 }
 
-bool FindKernelFunctionNumber(const std::string& strKernelName, const CElf& elf, unsigned int* pnFunctionNumber)
+bool GetKernelFunctionNumber(const std::string& strKernelName, const std::vector<char>& vBinary,
+                             unsigned int* pnFunctionNumber)
 {
     std::vector<char> vText;
     OVK_ShaderDebugger::CCLMetadata metadata;
     if (pnFunctionNumber == nullptr ||
-        !GetDataForSymbol(GetKernelSymbolName(strKernelName, "metadata"), &elf, &vText) ||
+        !GetDataForSymbol(GetKernelSymbolName(strKernelName, "metadata"), vBinary, &vText) ||
         !metadata.FromString(std::string(vText.begin(), vText.end())))
     {
         return false;
     }
     *pnFunctionNumber = metadata.GetFunctionNumber();
     return true;
-}
-
-bool GetKernelFunctionNumber(const std::string& strKernelName, const std::vector<char>& vBinary,
-                             unsigned int* pnFunctionNumber)
-{
-    return FindKernelFunctionNumber(strKernelName, CElf(vBinary), pnFunctionNumber);
 }
 
 namespace

@@ -237,11 +237,6 @@ std::string GetCallText(unsigned int nFunctionNumber)
     return "call " + std::to_string(nFunctionNumber);
 }
 
-bool UnpatchEntry(CElf& elf, unsigned int nFunctionNumber)
-{
-    return FindAndReplaceInDebugIL(elf, GetCallText(nFunctionNumber), s_KernelEntryPlaceholder);
-}
-
 } // namespace
 
 void ProcessILText(std::string& strILText, bool removeFunctionWhitespace, bool removeDCL_WAVESIZE)
@@ -258,29 +253,27 @@ void ProcessILText(std::string& strILText, bool removeFunctionWhitespace, bool r
 
 bool PatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary)
 {
-    return ChangeImage(pvBinary,
-                       [&](CElf& elf)
-                       {
-                           unsigned int nFunctionNumber = 0;
-                           return FindKernelFunctionNumber(strKernelName, elf, &nFunctionNumber) &&
-                                  FindAndReplaceInDebugIL(elf, s_KernelEntryPlaceholder, GetCallText(nFunctionNumber));
+    unsigned int nFunctionNumber = 0;
+    return pvBinary != nullptr && GetKernelFunctionNumber(strKernelName, *pvBinary, &nFunctionNumber) &&
+           ChangeImage(pvBinary,
+                       [=](CElf& elf) {
+                           return FindAndReplaceInDebugIL(elf, s_KernelEntryPlaceholder, GetCallText(nFunctionNumber));
                        });
 }
 
 bool UnpatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary)
 {
-    return ChangeImage(pvBinary,
-                       [&](CElf& elf)
-                       {
-                           unsigned int nFunctionNumber = 0;
-                           return FindKernelFunctionNumber(strKernelName, elf, &nFunctionNumber) &&
-                                  UnpatchEntry(elf, nFunctionNumber);
-                       });
+    unsigned int nFunctionNumber = 0;
+    return pvBinary != nullptr && GetKernelFunctionNumber(strKernelName, *pvBinary, &nFunctionNumber) &&
+           UnpatchKernelEntry(nFunctionNumber, pvBinary);
 }
 
 bool UnpatchKernelEntry(unsigned int nFunctionNumber, std::vector<char>* pvBinary)
 {
-    return ChangeImage(pvBinary, [=](CElf& elf) { return UnpatchEntry(elf, nFunctionNumber); });
+    return ChangeImage(pvBinary,
+                       [=](CElf& elf) {
+                           return FindAndReplaceInDebugIL(elf, GetCallText(nFunctionNumber), s_KernelEntryPlaceholder);
+                       });
 }
 
 bool AddILBinarySection(CElf* pElf, const std::string& strTextSectionName, const std::string& strBinarySectionName,
