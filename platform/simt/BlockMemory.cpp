@@ -140,7 +140,10 @@ void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
         if (bLoad)
             m_Lanes.pfSeparate(rows, access.nWords, pMemory, m_nBegin, m_nLast);
         else if (bGlobal)
-            return StoreTogether(rows, access.nWords, pMemory, nBytes);
+        {
+            StoreTogether(rows, access.nWords, pMemory, nBytes);
+            return;
+        }
         else
             m_Lanes.pfInterleave(rows, access.nWords, pMemory, m_nBegin, m_nLast);
     }
@@ -149,7 +152,8 @@ void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
 }
 
 /// Puts the words of several rows into global memory in one copy. Of a copy as large as that many processors know that
-/// they needn't fetch what it overwrites, often from another core, which they do for every single store.
+/// they needn't fetch what it overwrites, often from another core, which they do for every single store. So nothing
+/// behind it is asked for either.
 void CBlock::StoreTogether(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pMemory, uint32_t nBytes)
 {
     alignas(64) unsigned char buffer[s_nLanes * sizeof(uint32_t) * 4];

@@ -66,16 +66,17 @@ bool CLowering::ClearsAtStart()
 {
     const bool bNothingYet = m_Code.vSteps.size() == 1 && !m_bTrace;
     const SOperand& source = Operand(0);
-    if (!bNothingYet || source.nType != REG_LITERAL || source.bIndexed || !IsPlainDestination(Destination()))
+    const SOperand& destination = Destination();
+    if (!bNothingYet || source.nType != REG_LITERAL || source.bIndexed || source.HasFloatModifiers() ||
+        !IsPlainDestination(destination) || destination.bClamp || destination.nShift != 0)
         return false;
     for (uint32_t n = 0; n < 4; ++n)
     {
-        const uint8_t nWrite = Destination().write[n];
-        const bool bZero = nWrite == SOperand::WriteZero || (Writes(n) && Component(source, n) == s_nZeroRow);
-        if (nWrite != SOperand::WriteNot && (!bZero || source.bNegate[n]))
+        if (destination.write[n] == SOperand::WriteOne ||
+            (Writes(n) && (source.bNegate[n] || Component(source, n) != s_nZeroRow)))
             return false;
     }
-    return !source.HasFloatModifiers() && !Destination().bClamp && Destination().nShift == 0;
+    return true;
 }
 
 /// Writes finished rows, one a component, to the components that the destination names.
