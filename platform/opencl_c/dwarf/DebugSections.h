@@ -1,0 +1,31 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_DWARF_DEBUGSECTIONS_H
+#define KESTREL_PLATFORM_OPENCL_C_DWARF_DEBUGSECTIONS_H
+
+#include <string>
+#include <vector>
+
+namespace llvm
+{
+class Module;
+} // namespace llvm
+
+namespace KestrelOpenCL
+{
+
+struct SLowered;
+
+/// A section of debug data for a kernel binary.
+struct SDebugSection
+{
+    std::string strName;
+    std::vector<char> vBytes;
+};
+
+/// Writes DWARF 4 from a module's debug metadata and what lowering has made of its lines and variables.
+///
+/// \param bLinesOnly leaves all but the line table out
+std::vector<SDebugSection> WriteDwarf(const llvm::Module& module, const SLowered& lowered, bool bLinesOnly);
+
+} // namespace KestrelOpenCL
+
+#endif
