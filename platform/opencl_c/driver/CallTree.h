@@ -1,0 +1,26 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_DRIVER_CALLTREE_H
+#define KESTREL_PLATFORM_OPENCL_C_DRIVER_CALLTREE_H
+
+#include <string>
+#include <vector>
+
+namespace llvm
+{
+class Function;
+class Module;
+} // namespace llvm
+
+namespace KestrelOpenCL
+{
+
+/// The functions that a module's kernels reach, callees in front of their callers.
+///
+/// \param strLog receives an error for each function that calls itself, directly or not, for each that is called and
+///               nowhere defined, and for a kernel that would be too large with all its calls inlined; each with the
+///               source's line
+/// \return false if there was one
+bool OrderCalls(llvm::Module& module, std::vector<llvm::Function*>& vOrder, std::string& strLog);
+
+} // namespace KestrelOpenCL
+
+#endif

@@ -1,0 +1,157 @@
+#include "platform/opencl_c/driver/Passes.h"
+
+#include <llvm/Analysis/AliasAnalysis.h>
+#include <llvm/Analysis/AssumptionCache.h>
+#include <llvm/Analysis/BasicAliasAnalysis.h>
+#include <llvm/Analysis/BlockFrequencyInfo.h>
+#include <llvm/Analysis/BranchProbabilityInfo.h>
+#include <llvm/Analysis/LoopInfo.h>
+#include <llvm/Analysis/MemorySSA.h>
+#include <llvm/Analysis/OptimizationRemarkEmitter.h>
+#include <llvm/Analysis/PostDominators.h>
+#include <llvm/Analysis/ProfileSummaryInfo.h>
+#include <llvm/Analysis/ScalarEvolution.h>
+#include <llvm/Analysis/ScopedNoAliasAA.h>
+#include <llvm/Analysis/TargetLibraryInfo.h>
+#include <llvm/Analysis/TargetTransformInfo.h>
+#include <llvm/Analysis/TypeBasedAliasAnalysis.h>
+#include <llvm/IR/Dominators.h>
+#include <llvm/IR/PassInstrumentation.h>
+#include <llvm/IR/PassManager.h>
+#include <llvm/Transforms/InstCombine/InstCombine.h>
+#include <llvm/Transforms/Scalar/ADCE.h>
+#include <llvm/Transforms/Scalar/EarlyCSE.h>
+#include <llvm/Transforms/Scalar/IndVarSimplify.h>
+#include <llvm/Transforms/Scalar/LICM.h>
+#include <llvm/Transforms/Scalar/LoopDeletion.h>
+#include <llvm/Transforms/Scalar/LoopPassManager.h>
+#include <llvm/Transforms/Scalar/LoopRotation.h>
+#include <llvm/Transforms/Scalar/LoopUnrollPass.h>
+#include <llvm/Transforms/Scalar/Reassociate.h>
+#include <llvm/Transforms/Scalar/SROA.h>
+#include <llvm/Transforms/Scalar/SimplifyCFG.h>
+
+namespace KestrelOpenCL
+{
+namespace
+{
+
+/// No function here is the C library's, whatever its name is: a printf of this language is nobody's puts.
+llvm::TargetLibraryInfoImpl NoLibrary()
+{
+    llvm::TargetLibraryInfoImpl library;
+    library.disableAllFunctions();
+    return library;
+}
+
+llvm::AAManager AliasAnalyses()
+{
+    llvm::AAManager manager;
+    manager.registerFunctionAnalysis<llvm::BasicAA>();
+    manager.registerFunctionAnalysis<llvm::ScopedNoAliasAA>();
+    manager.registerFunctionAnalysis<llvm::TypeBasedAA>();
+    return manager;
+}
+
+llvm::FunctionPassManager SimplifyPasses()
+{
+    llvm::FunctionPassManager passes;
+    passes.addPass(llvm::SROAPass());
+    passes.addPass(llvm::EarlyCSEPass(false));
+    passes.addPass(llvm::SimplifyCFGPass());
+    passes.addPass(llvm::InstCombinePass());
+    return passes;
+}
+
+llvm::FunctionPassManager OptimizePasses()
+{
+    llvm::FunctionPassManager passes;
+    passes.addPass(llvm::SROAPass());
+    passes.addPass(llvm::EarlyCSEPass(true));
+    passes.addPass(llvm::InstCombinePass());
+    passes.addPass(llvm::SimplifyCFGPass());
+    passes.addPass(llvm::ReassociatePass());
+
+    llvm::LoopPassManager first;
+    first.addPass(llvm::LoopRotatePass());
+    first.addPass(llvm::LICMPass(llvm::LICMOptions()));
+    passes.addPass(llvm::createFunctionToLoopPassAdaptor(std::move(first), true, true));
+    passes.addPass(llvm::SimplifyCFGPass());
+    passes.addPass(llvm::InstCombinePass());
+
+    // Counters keep their width: one of 64 bits takes two registers and twice the steps.
+    llvm::LoopPassManager second;
+    second.addPass(llvm::IndVarSimplifyPass(false));
+    second.addPass(llvm::LoopDeletionPass());
+    second.addPass(llvm::LoopFullUnrollPass());
+    passes.addPass(llvm::createFunctionToLoopPassAdaptor(std::move(second)));
+
+    // Arrays whose loops are gone are variables now.
+    passes.addPass(llvm::SROAPass());
+    passes.addPass(llvm::EarlyCSEPass(true));
+    passes.addPass(llvm::InstCombinePass());
+    passes.addPass(llvm::ADCEPass());
+    passes.addPass(llvm::SimplifyCFGPass());
+    return passes;
+}
+
+} // namespace
+
+struct CPasses::SManagers
+{
+    SManagers();
+
+    llvm::LoopAnalysisManager m_Loops;
+    llvm::FunctionAnalysisManager m_Functions;
+    llvm::ModuleAnalysisManager m_Modules;
+    llvm::FunctionPassManager m_Simplify = SimplifyPasses();
+    llvm::FunctionPassManager m_Optimize = OptimizePasses();
+};
+
+CPasses::SManagers::SManagers()
+{
+    const auto AddFunctionAnalysis = [this](auto analysis)
+    { m_Functions.registerPass([&] { return std::move(analysis); }); };
+    AddFunctionAnalysis(AliasAnalyses());
+    AddFunctionAnalysis(llvm::AssumptionAnalysis());
+    AddFunctionAnalysis(llvm::BasicAA());
+    AddFunctionAnalysis(llvm::BlockFrequencyAnalysis());
+    AddFunctionAnalysis(llvm::BranchProbabilityAnalysis());
+    AddFunctionAnalysis(llvm::DominatorTreeAnalysis());
+    AddFunctionAnalysis(llvm::LoopAnalysis());
+    AddFunctionAnalysis(llvm::MemorySSAAnalysis());
+    AddFunctionAnalysis(llvm::OptimizationRemarkEmitterAnalysis());
+    AddFunctionAnalysis(llvm::PassInstrumentationAnalysis());
+    AddFunctionAnalysis(llvm::PostDominatorTreeAnalysis());
+    AddFunctionAnalysis(llvm::ScalarEvolutionAnalysis());
+    AddFunctionAnalysis(llvm::ScopedNoAliasAA());
+    AddFunctionAnalysis(llvm::TargetIRAnalysis());
+    AddFunctionAnalysis(llvm::TargetLibraryAnalysis(NoLibrary()));
+    AddFunctionAnalysis(llvm::TypeBasedAA());
+    m_Modules.registerPass([] { return llvm::PassInstrumentationAnalysis(); });
+    m_Modules.registerPass([] { return llvm::ProfileSummaryAnalysis(); });
+    m_Loops.registerPass([] { return llvm::PassInstrumentationAnalysis(); });
+
+    m_Modules.registerPass([this] { return llvm::FunctionAnalysisManagerModuleProxy(m_Functions); });
+    m_Functions.registerPass([this] { return llvm::ModuleAnalysisManagerFunctionProxy(m_Modules); });
+    m_Functions.registerPass([this] { return llvm::LoopAnalysisManagerFunctionProxy(m_Loops); });
+    m_Loops.registerPass([this] { return llvm::FunctionAnalysisManagerLoopProxy(m_Functions); });
+}
+
+CPasses::CPasses() : m_pManagers(std::make_unique<SManagers>()) {}
+
+CPasses::~CPasses() = default;
+
+void CPasses::Simplify(llvm::Function& function)
+{
+    m_pManagers->m_Simplify.run(function, m_pManagers->m_Functions);
+    m_pManagers->m_Functions.clear(function, function.getName());
+}
+
+void CPasses::Optimize(llvm::Function& kernel)
+{
+    m_pManagers->m_Optimize.run(kernel, m_pManagers->m_Functions);
+    m_pManagers->m_Functions.clear(kernel, kernel.getName());
+}
+
+} // namespace KestrelOpenCL

@@ -1,0 +1,119 @@
+#include "platform/opencl_c/driver/Builtins.h"
+#include "platform/opencl_c/driver/CallTree.h"
+#include "platform/opencl_c/driver/IrCompiler.h"
+#include "platform/opencl_c/driver/Passes.h"
+
+#include <llvm/ADT/SmallVector.h>
+#include <llvm/IR/InstrTypes.h>
+#include <llvm/IR/Module.h>
+#include <llvm/Transforms/Utils/Cloning.h>
+
+namespace KestrelOpenCL
+{
+namespace
+{
+
+/// Which widths of integers the device has, so that none is turned into one that it hasn't.
+void NameNativeIntegers(llvm::Module& module)
+{
+    module.setDataLayout(module.getDataLayoutStr() + "-n8:16:32:64");
+}
+
+bool IsKernel(const llvm::Function& function)
+{
+    return function.getCallingConv() == llvm::CallingConv::SPIR_KERNEL;
+}
+
+/// Inlines every call of a function whose callees have had the same.
+bool InlineCalls(llvm::Function& function, std::string& strLog)
+{
+    llvm::SmallVector<llvm::CallBase*, 16> calls;
+    for (llvm::BasicBlock& block : function)
+    {
+        for (llvm::Instruction& instruction : block)
+        {
+            auto* const pCall = llvm::dyn_cast<llvm::CallBase>(&instruction);
+            const llvm::Function* const pCallee = pCall != nullptr ? pCall->getCalledFunction() : nullptr;
+            if (pCallee != nullptr && !pCallee->isDeclaration())
+            {
+                calls.push_back(pCall);
+            }
+        }
+    }
+    for (llvm::CallBase* const pCall : calls)
+    {
+        const std::string strCallee = pCall->getCalledFunction()->getName().str();
+        llvm::InlineFunctionInfo info;
+        const llvm::InlineResult result = llvm::InlineFunction(*pCall, info);
+        if (!result.isSuccess())
+        {
+            strLog += "error: the call of " + strCallee + " can't be inlined: " + result.getFailureReason() + "\n";
+            return false;
+        }
+    }
+    return true;
+}
+
+/// What the source says of inlining and optimising is about functions, of which only kernels are left.
+void DropHints(llvm::Function& function)
+{
+    function.removeFnAttr(llvm::Attribute::OptimizeNone);
+    function.removeFnAttr(llvm::Attribute::NoInline);
+}
+
+/// All but the kernels and what they use goes.
+void RemoveUnused(llvm::Module& module)
+{
+    bool bChanged = true;
+    while (bChanged)
+    {
+        bChanged = false;
+        for (llvm::Function& function : llvm::make_early_inc_range(module))
+        {
+            function.removeDeadConstantUsers();
+            if (!IsKernel(function) && function.use_empty())
+            {
+                function.eraseFromParent();
+                bChanged = true;
+            }
+        }
+        for (llvm::GlobalVariable& variable : llvm::make_early_inc_range(module.globals()))
+        {
+            variable.removeDeadConstantUsers();
+            if (variable.use_empty())
+            {
+                variable.eraseFromParent();
+                bChanged = true;
+            }
+        }
+    }
+}
+
+} // namespace
+
+bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::string& strLog)
+{
+    std::vector<llvm::Function*> vOrder;
+    if (!LinkBuiltins(module, job.target.b64BitAddresses, strLog) || !OrderCalls(module, vOrder, strLog))
+    {
+        return false;
+    }
+    NameNativeIntegers(module);
+    CPasses passes;
+    for (llvm::Function* const pFunction : vOrder)
+    {
+        DropHints(*pFunction);
+        if (!InlineCalls(*pFunction, strLog))
+        {
+            return false;
+        }
+        if (!job.bDebug)
+        {
+            IsKernel(*pFunction) ? passes.Optimize(*pFunction) : passes.Simplify(*pFunction);
+        }
+    }
+    RemoveUnused(module);
+    return true;
+}
+
+} // namespace KestrelOpenCL
