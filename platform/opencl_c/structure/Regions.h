@@ -58,7 +58,8 @@ struct SRegionStep
     };
 
     EKind eKind = Block;
-    /// For steps other than Block: where control comes from; its terminator gives the source line.
+    /// For steps other than Block: where control comes from; its terminator gives the source line. Can be null for what
+    /// guards decide on.
     llvm::BasicBlock* pBlock = nullptr;
     llvm::BasicBlock* pTo = nullptr;
     int nGuard = -1;

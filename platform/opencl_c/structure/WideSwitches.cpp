@@ -1,0 +1,107 @@
+#include "platform/opencl_c/structure/WideSwitches.h"
+
+#include <map>
+#include <vector>
+
+#include "llvm/ADT/SmallPtrSet.h"
+#include "llvm/IR/CFG.h"
+#include "llvm/IR/Function.h"
+#include "llvm/IR/IRBuilder.h"
+#include "llvm/IR/Instructions.h"
+
+namespace KestrelOpenCL
+{
+
+namespace
+{
+
+/// Takes the entries for a predecessor out of the phis of a block.
+std::vector<llvm::Value*> TakeIncoming(llvm::BasicBlock& block, const llvm::BasicBlock& pred)
+{
+    std::vector<llvm::Value*> vValues;
+    for (llvm::PHINode& phi : block.phis())
+    {
+        vValues.push_back(phi.getIncomingValueForBlock(&pred));
+        for (int n = phi.getBasicBlockIndex(&pred); n >= 0; n = phi.getBasicBlockIndex(&pred))
+        {
+            phi.removeIncomingValue(static_cast<unsigned int>(n), false);
+        }
+    }
+    return vValues;
+}
+
+void SplitSwitch(llvm::SwitchInst& wide)
+{
+    llvm::BasicBlock& block = *wide.getParent();
+    std::map<llvm::BasicBlock*, std::vector<llvm::Value*>> mapIncoming;
+    for (llvm::BasicBlock* pNext : llvm::successors(&block))
+    {
+        if (!mapIncoming.count(pNext))
+        {
+            mapIncoming[pNext] = TakeIncoming(*pNext, block);
+        }
+    }
+    llvm::IRBuilder<> builder(&wide);
+    llvm::Type* pType = wide.getCondition()->getType();
+    llvm::IntegerType* pWord = builder.getInt32Ty();
+    llvm::Value* pLow = builder.CreateTrunc(wide.getCondition(), pWord);
+    llvm::Value* pShifted = builder.CreateLShr(wide.getCondition(), llvm::ConstantInt::get(pType, 32));
+    llvm::SwitchInst* pOuter = builder.CreateSwitch(builder.CreateTrunc(pShifted, pWord), wide.getDefaultDest());
+    std::map<uint64_t, llvm::SwitchInst*> mapInner;
+    std::vector<llvm::BasicBlock*> vBlocks{&block};
+    for (const auto& entry : wide.cases())
+    {
+        const uint64_t nValue = entry.getCaseValue()->getZExtValue();
+        llvm::SwitchInst*& pInner = mapInner[nValue >> 32];
+        if (!pInner)
+        {
+            auto* pInnerBlock =
+                llvm::BasicBlock::Create(block.getContext(), "switch.low", block.getParent(), block.getNextNode());
+            builder.SetInsertPoint(pInnerBlock);
+            builder.SetCurrentDebugLocation(wide.getDebugLoc());
+            pInner = builder.CreateSwitch(pLow, wide.getDefaultDest());
+            pOuter->addCase(llvm::ConstantInt::get(pWord, nValue >> 32), pInnerBlock);
+            vBlocks.push_back(pInnerBlock);
+        }
+        pInner->addCase(llvm::ConstantInt::get(pWord, nValue & 0xFFFFFFFFU), entry.getCaseSuccessor());
+    }
+    wide.eraseFromParent();
+    for (llvm::BasicBlock* pPred : vBlocks)
+    {
+        for (llvm::BasicBlock* pNext : llvm::successors(pPred))
+        {
+            const auto it = mapIncoming.find(pNext);
+            if (it == mapIncoming.end())
+            {
+                continue;
+            }
+            size_t n = 0;
+            for (llvm::PHINode& phi : pNext->phis())
+            {
+                phi.addIncoming(it->second[n++], pPred);
+            }
+        }
+    }
+}
+
+} // namespace
+
+void SplitWideSwitches(llvm::Function& function)
+{
+    std::vector<llvm::SwitchInst*> vWide;
+    for (llvm::BasicBlock& block : function)
+    {
+        auto* pSwitch = llvm::dyn_cast_or_null<llvm::SwitchInst>(block.getTerminator());
+        const unsigned int nBits = pSwitch ? pSwitch->getCondition()->getType()->getIntegerBitWidth() : 0;
+        if (nBits > 32 && nBits <= 64)
+        {
+            vWide.push_back(pSwitch);
+        }
+    }
+    for (llvm::SwitchInst* pSwitch : vWide)
+    {
+        SplitSwitch(*pSwitch);
+    }
+}
+
+} // namespace KestrelOpenCL
