@@ -314,7 +314,7 @@ void CRegionEmitter::EmitSwitch(int nNode)
     for (int nArm = 0; nArm < nArms; ++nArm)
     {
         // Who falls into a case must not come by its copies.
-        if (m_Plan.IsFallenInto(vArms[nArm].nTo) && !vArms[nArm].bBack)
+        if (IsOwnFallenInto(nNode, nArm))
         {
             EmitArmStart(nNode, nArm);
         }
@@ -323,7 +323,6 @@ void CRegionEmitter::EmitSwitch(int nNode)
     Push(STask::EndSwitch, nNode, 0);
     for (int nArm = nArms; nArm-- > 0;)
     {
-        const bool bFallenInto = m_Plan.IsFallenInto(vArms[nArm].nTo) && !vArms[nArm].bBack;
         if (IsBareDefault(nNode, nArm))
         {
             m_vScopes[m_vFrames.back().nIndex].bLeftByBreak = true;
@@ -331,7 +330,7 @@ void CRegionEmitter::EmitSwitch(int nNode)
             ++m_vAfters[below.nIndex].nJumpsTo;
             m_vAfters[below.nIndex].bReachedUnsaid = true;
         }
-        else if (!bFallenInto)
+        else if (!IsOwnFallenInto(nNode, nArm))
         {
             Push(STask::Case, nNode, nArm);
         }
@@ -347,6 +346,13 @@ bool CRegionEmitter::IsBareDefault(int nNode, int nArm) const
     return m_Graph.GetNode(arm.nTarget).pBlock == pSwitch->getDefaultDest() && arm.nTo == arm.nTarget &&
            !NeedsCopies(nNode, nArm) && nFrames > 1 && m_vFrames[nFrames - 2].eKind == SFrame::After &&
            m_vFrames[nFrames - 2].nNode == arm.nTo;
+}
+
+/// A case of this switch that another one of its cases falls into.
+bool CRegionEmitter::IsOwnFallenInto(int nNode, int nArm) const
+{
+    const SFlowArm& arm = m_Graph.GetNode(nNode).vArms[nArm];
+    return !arm.bBack && m_Plan.IsFallenInto(arm.nTo) && m_Graph.GetNode(arm.nTo).nDominator == nNode;
 }
 
 bool CRegionEmitter::IsCaseInside(int nNode, int nArm) const

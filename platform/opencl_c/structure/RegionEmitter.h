@@ -136,6 +136,7 @@ private:
     void AddCase(int nNode, int nArm);
     void ScheduleEndOfCase(int nNode, int nCase);
     void EndCase();
+    bool IsOwnFallenInto(int nNode, int nArm) const;
     bool IsCaseInside(int nNode, int nArm) const;
     bool IsBareDefault(int nNode, int nArm) const;
 
