@@ -33,11 +33,14 @@ VECTOR_TYPES(float)
 VECTOR_TYPES(double)
 #undef VECTOR_TYPES
 
-// A built-in function that reads memory or has an effect, one that depends on its arguments alone,
-// and what only this folder's functions call.
+// A built-in function that reads memory or has an effect; one that depends on its arguments alone; a
+// long one of these, which vector forms call instead of repeating it here; and what only this folder's
+// functions call, without and with results by pointers.
 #define EFFECT __attribute__((overloadable, always_inline))
 #define FUNCTION __attribute__((overloadable, always_inline, const))
+#define LONG_FUNCTION __attribute__((overloadable, noinline, const))
 #define HELPER static inline __attribute__((overloadable, always_inline, const))
+#define STEP static inline __attribute__((overloadable, always_inline))
 
 // An instruction of IL: the sources are the arguments, the destination is the result. What follows a
 // double underscore tells forms of one instruction for several types apart.
