@@ -134,12 +134,14 @@ HELPER double GammaNear(double x)
     double middle = x;
     double product = 1;
     double divisor = 1;
+#pragma unroll
     for (int i = 0; i < 5; ++i)
     {
         const bool bMore = middle >= 3;
         middle = bMore ? middle - 1.0 : middle;
         product = bMore ? product * middle : product;
     }
+#pragma unroll
     for (int i = 0; i < 2; ++i)
     {
         const bool bLess = middle < 2;
@@ -173,6 +175,7 @@ HELPER double LogGammaOfPositive(double x)
     const double far = __builtin_fma(x - 0.5, Log(x) - 1.0, 0x1.acfe390c97d69p-2) + StirlingRest(1.0 / (x * x)) / x;
     double middle = x;
     double product = 1;
+#pragma unroll
     for (int i = 0; i < 5; ++i)
     {
         const bool bMore = middle >= 3;

@@ -78,7 +78,8 @@ HELPER uint GroupSize(void)
 #define COPIES(T) SIZES(COPIES_OF, T)
 ALL_TYPES(COPIES)
 
-EFFECT __attribute__((convergent)) void wait_group_events(int nCount, event_t* pEvents)
+// The compiler hands events over by pointers of the generic address space, which has no name in this version of the language.
+EFFECT __attribute__((convergent)) void wait_group_events(int nCount, __attribute__((address_space(4))) event_t* pEvents)
 {
     __il_barrier(LOCAL_AND_GLOBAL);
 }
