@@ -26,6 +26,26 @@ bool HoldsBarrier(const llvm::BasicBlock& block)
                        });
 }
 
+llvm::DenseSet<const llvm::BasicBlock*> FindReached(const llvm::Function& function)
+{
+    llvm::DenseSet<const llvm::BasicBlock*> setReached;
+    std::vector<const llvm::BasicBlock*> vOpen{&function.getEntryBlock()};
+    setReached.insert(vOpen[0]);
+    while (!vOpen.empty())
+    {
+        const llvm::BasicBlock* pBlock = vOpen.back();
+        vOpen.pop_back();
+        for (const llvm::BasicBlock* pNext : llvm::successors(pBlock))
+        {
+            if (setReached.insert(pNext).second)
+            {
+                vOpen.push_back(pNext);
+            }
+        }
+    }
+    return setReached;
+}
+
 bool IsKnownTerminator(const llvm::Instruction& instruction)
 {
     return llvm::isa<llvm::BranchInst, llvm::SwitchInst, llvm::ReturnInst, llvm::UnreachableInst>(instruction);
@@ -47,18 +67,17 @@ bool CFlowGraph::Build(llvm::Function& function, std::string& strWhyNot)
 
 bool CFlowGraph::AddBlocks(llvm::Function& function, std::string& strWhyNot)
 {
-    // Only what can be reached, so that nothing else counts as a way into a loop.
+    // Only what can be reached, so that nothing else counts as a way into a loop. In the function's order, which is
+    // that of the source as a rule: it tells where loops begin.
+    const llvm::DenseSet<const llvm::BasicBlock*> setReached = FindReached(function);
     llvm::DenseMap<const llvm::BasicBlock*, int> mapNodes;
-    std::vector<llvm::BasicBlock*> vBlocks{&function.getEntryBlock()};
-    mapNodes[vBlocks[0]] = 0;
-    for (size_t n = 0; n < vBlocks.size(); ++n)
+    std::vector<llvm::BasicBlock*> vBlocks;
+    for (llvm::BasicBlock& block : function)
     {
-        for (llvm::BasicBlock* pNext : llvm::successors(vBlocks[n]))
+        if (setReached.count(&block))
         {
-            if (mapNodes.insert({pNext, static_cast<int>(vBlocks.size())}).second)
-            {
-                vBlocks.push_back(pNext);
-            }
+            mapNodes[&block] = static_cast<int>(vBlocks.size());
+            vBlocks.push_back(&block);
         }
     }
     m_nEnd = static_cast<int>(vBlocks.size());
@@ -268,7 +287,8 @@ void CFlowGraph::AddLoop(std::vector<int> vMembers, int nParentLoop)
     m_vPending.push_back({std::move(vMembers), nLoop});
 }
 
-/// Leads all arms to the entries through a new node.
+/// Leads all arms to the first entry through a new node, and to the others those from outside: once the first entry's
+/// are taken away, fewer nodes are left in the circle.
 int CFlowGraph::AddDispatcher(const std::vector<int>& vEntries)
 {
     const int nNode = static_cast<int>(m_vNodes.size());
@@ -278,8 +298,14 @@ int CFlowGraph::AddDispatcher(const std::vector<int>& vEntries)
     m_vComponent.push_back(0);
     for (int nEntry : vEntries)
     {
+        std::vector<int> vKept{nNode};
         for (int nPred : m_vAllPreds[nEntry])
         {
+            if (nEntry != vEntries[0] && m_vComponent[nPred] == m_nComponents)
+            {
+                vKept.push_back(nPred);
+                continue;
+            }
             for (SFlowArm& arm : m_vNodes[nPred].vArms)
             {
                 if (arm.nTo == nEntry)
@@ -289,7 +315,7 @@ int CFlowGraph::AddDispatcher(const std::vector<int>& vEntries)
                 }
             }
         }
-        m_vAllPreds[nEntry].assign(1, nNode);
+        m_vAllPreds[nEntry] = std::move(vKept);
         m_vNodes[nNode].vArms.push_back({nEntry, nEntry, false});
     }
     return nNode;

@@ -44,8 +44,8 @@ struct SFlowLoop
 };
 
 /// The flow graph of a function with its loops and dominators. A loop that can be entered at several nodes gets a
-/// dispatcher: a node of no block through which all ways to these nodes lead, and which is the loop's only entry. So
-/// each loop has one head, which dominates it.
+/// dispatcher: a node of no block through which all ways from outside lead to these nodes, and those inside to the
+/// first of them. So each loop has one head, which dominates it.
 class CFlowGraph
 {
 public:

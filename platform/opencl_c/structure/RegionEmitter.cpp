@@ -8,6 +8,14 @@
 namespace KestrelOpenCL
 {
 
+namespace
+{
+
+/// A loop's head asks in every pass whether to leave: its jump is the one that had better not set a guard.
+const int s_nHeadWeight = 4;
+
+} // namespace
+
 CRegionEmitter::CRegionEmitter(const CFlowGraph& graph, const CRegionPlan& plan)
     : m_Graph(graph), m_Plan(plan), m_vDispatchGuards(graph.GetNodes().size(), -1)
 {
@@ -296,7 +304,7 @@ void CRegionEmitter::EmitArmStart(int nNode, int nArm)
     {
         SRegionStep& step = Add(SRegionStep::SetGuard, nNode);
         step.nGuard = m_vDispatchGuards[arm.nTo] + static_cast<int>(n);
-        step.bValue = vEntries[n].nTo == arm.nTarget;
+        step.bValue = vEntries[n].nTarget == arm.nTarget;
     }
 }
 
@@ -475,15 +483,16 @@ void CRegionEmitter::Jump(int nTo, int nFrom)
 void CRegionEmitter::NoteJump(int nTop, int nTo, int nFrom)
 {
     std::vector<SSlotEntry> vEntries;
+    const int nWeight = m_Graph.IsHead(nFrom) ? s_nHeadWeight : 1;
     int n = nTop;
     for (; n >= 0 && m_vFrames[n].nNode != nTo; --n)
     {
-        ++m_vAfters[m_vFrames[n].nIndex].nJumpsPast;
+        m_vAfters[m_vFrames[n].nIndex].nJumpsPast += nWeight;
         vEntries.push_back({SSlotEntry::JumpPast, m_vFrames[n].nIndex});
     }
     if (n >= 0 && m_vFrames[n].eKind == SFrame::After)
     {
-        ++m_vAfters[m_vFrames[n].nIndex].nJumpsTo;
+        m_vAfters[m_vFrames[n].nIndex].nJumpsTo += nWeight;
         vEntries.push_back({SSlotEntry::JumpTo, m_vFrames[n].nIndex});
     }
     if (!vEntries.empty())

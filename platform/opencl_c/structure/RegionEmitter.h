@@ -29,8 +29,8 @@ private:
     struct SAfter
     {
         int nNode = 0;
-        size_t nJumpsTo = 0;
-        size_t nJumpsPast = 0;
+        int nJumpsTo = 0; ///< by weight, as those past it
+        int nJumpsPast = 0;
         bool bReachedUnsaid = false; ///< also by a way that has no place for a slot
         int nGuard = -1;
         bool bStartsTrue = false; ///< the guard: jumps past it clear it; else jumps to it set it

@@ -1,7 +1,9 @@
 #include "platform/opencl_c/structure/Regions.h"
 
+#include <functional>
 #include <random>
 #include <set>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -136,7 +138,7 @@ class RandomGraphs : public testing::TestWithParam<SGraphKind>
 
 TEST_P(RandomGraphs, WalkTheSamePaths)
 {
-    const unsigned int nGraphs = GetParam().nMaxBlocks > 100 ? 300 : 2000;
+    const unsigned int nGraphs = GetParam().nMaxBlocks > 100 ? 200 : 1200;
     for (unsigned int nSeed = 1; nSeed <= nGraphs && !HasFatalFailure(); ++nSeed)
     {
         SCOPED_TRACE("seed " + std::to_string(nSeed));
@@ -146,3 +148,206 @@ TEST_P(RandomGraphs, WalkTheSamePaths)
 
 INSTANTIATE_TEST_SUITE_P(Kinds, RandomGraphs, testing::ValuesIn(s_GraphKinds),
                          [](const auto& info) { return std::string(info.param.pszName); });
+
+namespace
+{
+
+struct SShape
+{
+    const char* pszName;
+    const char* pszGraph;
+    const char* pszSteps; ///< without blanks at the start of lines
+};
+
+const SShape s_Shapes[] = {
+    {"ifElse", "a?b:c b>d c>d d.", "block %a\nif %a\nblock %b\nelse\nblock %c\nendif\nblock %d\nreturn\n"},
+    {"onlyElse", "a?d:b b>d d.", "block %a\nif not %a\nblock %b\nendif\nblock %d\nreturn\n"},
+    {"armsAlike", "a?b:b b.", "block %a\nblock %b\nreturn\n"},
+    {"copiesOnBothArms", "a?d:d d*.", "block %a\nedge %a %d\nblock %d\nreturn\n"},
+    {"whileLoop", "a>h h?b:x b>h x.",
+     "block %a\nloop\nblock %h\nif not %h\nbreak\nendif\nblock %b\nendloop\nblock %x\nreturn\n"},
+    {"leavesFromTheMiddle", "a>h h?b:x b?c:l c>x l>h x.",
+     "block %a\nloop\nblock %h\nif not %h\nbreak\nendif\nblock %b\nif %b\nblock %c\nbreak\nendif\nblock "
+     "%l\nendloop\nblock %x\nreturn\n"},
+    {"barrierOnTheWayOut", "a>h h?b:x b?c:l c!>x l>h x.",
+     "block %a\nset g0 false\nloop\nblock %h\nif not %h\nbreak\nendif\nblock %b\nif %b\nset g0 "
+     "true\nbreak\nendif\nblock %l\nendloop\nif g0\nblock %c\nendif\nblock %x\nreturn\n"},
+    {"returnFromALoop", "a>h h?b:y b?c:l c>x l>h y>x x.",
+     "block %a\nset g0 true\nloop\nblock %h\nif not %h\nbreak\nendif\nblock %b\nif %b\nblock %c\nset g0 "
+     "false\nbreak\nendif\nblock %l\nendloop\nif g0\nblock %y\nendif\nblock %x\nreturn\n"},
+    {"returnsMeetAtTheEnd", "a?b:c b. c?d:e d. e.",
+     "block %a\nif %a\nblock %b\nelse\nblock %c\nif %c\nblock %d\nelse\nblock %e\nendif\nendif\nreturn\n"},
+    {"shortCircuit", "a?b:n b?y:n y>x n>x x.",
+     "set g0 true\nblock %a\nif %a\nblock %b\nif %b\nblock %y\nset g0 false\nendif\nendif\nif g0\nblock "
+     "%n\nendif\nblock %x\nreturn\n"},
+    {"outOfTwoLoops", "a>h h?i:x i?b:l b?x:i l>h x.",
+     "block %a\nloop\nblock %h\nif not %h\nbreak\nendif\nset g0 false\nloop\nblock %i\nif not %i\nbreak\nendif\nblock "
+     "%b\nif %b\nset g0 true\nbreak\nendif\nendloop\nif g0\nbreak\nendif\nblock %l\nendloop\nblock %x\nreturn\n"},
+    {"continues", "h>i i?b:x b?i:l l>i x.",
+     "block %h\nloop\nblock %i\nif not %i\nbreak\nendif\nblock %b\nif not %b\nblock %l\nendif\nendloop\nblock "
+     "%x\nreturn\n"},
+    {"fallsIntoTheNextCase", "a[1:b 2:c 3:d x] b>c c*>x d>x x.",
+     "block %a\nedge %a %c\nswitch %a\ncase 1\nblock %b\nedge %b %c\ncase 2\nblock %c\nbreak\ncase 3\nblock "
+     "%d\nendswitch\nblock %x\nreturn\n"},
+    {"defaultInTheMiddle", "a[1:b 2:d c] b>x c>d d>x x.",
+     "block %a\nswitch %a\ncase default\nblock %c\ncase 2\nblock %d\nbreak\ncase 1\nblock %b\nendswitch\nblock "
+     "%x\nreturn\n"},
+    {"switchInALoop", "a>h h?s:x s[1:c 2:x l] c>h l>h x.",
+     "block %a\nloop\nblock %h\nif not %h\nbreak\nendif\nblock %s\nswitch %s\ncase default\nblock "
+     "%l\ncontinue\ncase 1\nblock %c\ncontinue\ncase 2\nendswitch\nbreak\nendloop\nblock %x\nreturn\n"},
+    {"twoEntries", "a?b:c b>c c?b:x x.",
+     "block %a\nif %a\nset g0 true\nelse\nset g0 false\nendif\nloop\nif g0\nblock %b\nendif\nblock %c\nif not "
+     "%c\nbreak\nendif\nset g0 true\nendloop\nblock %x\nreturn\n"},
+    {"noWayOut", "a?b:c b>b c.", "block %a\nif %a\nloop\nblock %b\nendloop\nendif\nblock %c\nreturn\n"},
+    {"deadBlocks", "a>b b. c>b", "block %a\nblock %b\nreturn\n"},
+};
+
+std::string WithoutIndent(const std::string& strText)
+{
+    std::istringstream stream(strText);
+    std::string strResult;
+    for (std::string strLine; std::getline(stream >> std::ws, strLine);)
+    {
+        strResult += strLine + "\n";
+    }
+    return strResult;
+}
+
+class Shapes : public testing::TestWithParam<SShape>
+{
+};
+
+/// A chain of nNodes times the same pattern.
+std::vector<STestBlock> Repeat(int nTimes, const std::function<void(int, std::vector<STestBlock>&)>& add)
+{
+    std::vector<STestBlock> vBlocks;
+    for (int n = 0; n < nTimes; ++n)
+    {
+        add(n, vBlocks);
+    }
+    return vBlocks;
+}
+
+STestBlock Block(STestBlock::EKind eKind, std::vector<int> vTargets)
+{
+    STestBlock block;
+    block.eKind = eKind;
+    block.vTargets = std::move(vTargets);
+    return block;
+}
+
+} // namespace
+
+TEST_P(Shapes, ComeOutAsWritten)
+{
+    const std::vector<STestBlock> vBlocks = CTestGraph::Parse(GetParam().pszGraph);
+    CTestGraph graph(vBlocks);
+    SRegions regions;
+    std::string strWhyNot;
+    ASSERT_TRUE(BuildRegions(graph.GetFunction(), regions, strWhyNot));
+    EXPECT_EQ(WithoutIndent(PrintRegions(regions)), GetParam().pszSteps);
+    CheckPaths(vBlocks, 20);
+}
+
+INSTANTIATE_TEST_SUITE_P(Graphs, Shapes, testing::ValuesIn(s_Shapes),
+                         [](const auto& info) { return std::string(info.param.pszName); });
+
+TEST(WideSwitches, LeadWhereTheyLed)
+{
+    STestBlock wide = Block(STestBlock::Switch, {1, 2, 3, 2, 1, 3});
+    wide.vCases = {1, 0x100000001, -1, 0x7FFFFFFF00000000, 0};
+    wide.bWide = true;
+    std::vector<STestBlock> vBlocks{wide, Block(STestBlock::Jump, {3}), Block(STestBlock::Jump, {3}), {}};
+    vBlocks[1].bPhi = vBlocks[2].bPhi = vBlocks[3].bPhi = true;
+    CTestGraph before(vBlocks);
+    CTestGraph after(vBlocks);
+    SRegions regions;
+    std::string strWhyNot;
+    ASSERT_TRUE(BuildRegions(after.GetFunction(), regions, strWhyNot));
+    const auto Index = [](const llvm::BasicBlock& block)
+    {
+        const auto& vList = block.getParent()->getBasicBlockList();
+        int nIndex = 0;
+        for (auto it = vList.begin(); &*it != &block; ++it)
+        {
+            nIndex += it->getName().startswith("switch.low") ? 0 : 1;
+        }
+        return nIndex;
+    };
+    for (uint64_t nValue : {1ULL, 0x100000001ULL, ~0ULL, 0x7FFFFFFF00000000ULL, 0ULL, 2ULL, 0x100000000ULL,
+                            0x1FFFFFFFFULL, 0xFFFFFFFF00000001ULL, 0x7FFFFFFF00000001ULL, 0x200000001ULL})
+    {
+        const llvm::BasicBlock* pNext = NextBlock(after.GetFunction().getEntryBlock(), nValue >> 32);
+        while (pNext->getName().startswith("switch.low"))
+        {
+            pNext = NextBlock(*pNext, nValue & 0xFFFFFFFFU);
+        }
+        EXPECT_EQ(Index(*pNext), Index(*NextBlock(before.GetFunction().getEntryBlock(), nValue))) << nValue;
+    }
+    CheckPaths(vBlocks, 30);
+}
+
+TEST(LargeGraphs, NestDeeply)
+{
+    const int nTimes = 20000;
+    // ifs within ifs, all of which end at one place; conditions joined by &&; loops one after the other.
+    CheckPaths(Repeat(nTimes,
+                      [&](int n, auto& vBlocks)
+                      {
+                          vBlocks.push_back(n + 1 < nTimes ? Block(STestBlock::Branch, {n + 1, nTimes - 1})
+                                                           : Block(STestBlock::Return, {}));
+                      }),
+               3);
+    CheckPaths(Repeat(nTimes,
+                      [&](int n, auto& vBlocks)
+                      {
+                          vBlocks.push_back(n + 1 < nTimes ? Block(STestBlock::Branch, {std::max(1, n), n + 1})
+                                                           : Block(STestBlock::Return, {}));
+                      }),
+               3);
+    // Each block branches to two that meet again.
+    CheckPaths(Repeat(nTimes / 3,
+                      [&](int n, auto& vBlocks)
+                      {
+                          vBlocks.push_back(Block(STestBlock::Branch, {3 * n + 1, 3 * n + 2}));
+                          vBlocks.push_back(Block(STestBlock::Jump, {3 * n + 3}));
+                          vBlocks.push_back(Block(STestBlock::Jump, {3 * n + 3}));
+                          if (n + 1 == nTimes / 3)
+                          {
+                              vBlocks.push_back(Block(STestBlock::Return, {}));
+                          }
+                      }),
+               3);
+}
+
+TEST(LargeGraphs, HaveManyCases)
+{
+    const int nCases = 5000;
+    STestBlock first = Block(STestBlock::Switch, {nCases + 1});
+    for (int n = 0; n < nCases; ++n)
+    {
+        first.vTargets.push_back(n + 1);
+        first.vCases.push_back(n);
+    }
+    std::vector<STestBlock> vBlocks{first};
+    for (int n = 0; n < nCases; ++n)
+    {
+        vBlocks.push_back(Block(STestBlock::Jump, {n % 2 ? n + 2 : nCases + 1}));
+    }
+    vBlocks.push_back(Block(STestBlock::Return, {}));
+    CheckPaths(vBlocks, 3);
+}
+
+TEST(Refusals, NameTheJump)
+{
+    CTestGraph graph(CTestGraph::Parse("a>b b."));
+    llvm::BasicBlock& entry = graph.GetFunction().getEntryBlock();
+    llvm::BasicBlock* pNext = entry.getSingleSuccessor();
+    entry.getTerminator()->eraseFromParent();
+    llvm::IRBuilder<> builder(&entry);
+    builder.CreateIndirectBr(llvm::BlockAddress::get(pNext), 1)->addDestination(pNext);
+    SRegions regions;
+    std::string strWhyNot;
+    EXPECT_FALSE(BuildRegions(graph.GetFunction(), regions, strWhyNot));
+    EXPECT_EQ(strWhyNot, "a jump to a computed place");
+}
