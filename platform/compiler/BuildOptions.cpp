@@ -1,5 +1,8 @@
 #include "platform/compiler/ProgramBuilder.h"
 
+#include <algorithm>
+#include <cctype>
+#include <optional>
 #include <string_view>
 
 namespace KestrelPlatform
@@ -7,48 +10,125 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Options without a value that are taken and change nothing here.
-const std::string_view s_PlainOptions[] = {"-ignore-env",
-                                           "-w",
-                                           "-Werror",
-                                           "-cl-single-precision-constant",
-                                           "-cl-denorms-are-zero",
-                                           "-cl-fp32-correctly-rounded-divide-sqrt",
-                                           "-cl-opt-disable",
-                                           "-cl-mad-enable",
-                                           "-cl-no-signed-zeros",
-                                           "-cl-unsafe-math-optimizations",
-                                           "-cl-finite-math-only",
-                                           "-cl-fast-relaxed-math",
-                                           "-cl-kernel-arg-info",
-                                           "-cl-std=CL1.1",
-                                           "-cl-std=CL1.2"};
+/// What an option without a value does besides being taken.
+struct SPlainOption
+{
+    std::string_view name;
+    bool bLanguage; ///< the compiler of OpenCL C takes it as it is
+    bool bLink;     ///< a link takes it too
+    bool SBuildOptions::*pFlag;
+};
+
+const SPlainOption s_PlainOptions[] = {
+    {"-g", false, false, &SBuildOptions::bDebug},
+    {"-use-debugil", false, false, &SBuildOptions::bUseDebugIL},
+    {"-emit-llvm", false, false, &SBuildOptions::bEmitLLVM},
+    {"-ignore-env", false, false, nullptr},
+    {"-w", true, false, nullptr},
+    {"-Werror", true, false, nullptr},
+    {"-cl-std=CL1.1", true, false, nullptr},
+    {"-cl-std=CL1.2", true, false, nullptr},
+    {"-cl-kernel-arg-info", false, false, nullptr}, // always kept
+    {"-cl-strict-aliasing", false, false, nullptr}, // as of OpenCL 1.1; it is always assumed
+    {"-cl-single-precision-constant", true, false, nullptr},
+    {"-cl-opt-disable", false, false, &SBuildOptions::bOptDisable},
+    {"-cl-mad-enable", true, false, &SBuildOptions::bMultiplyAdd},
+    {"-cl-denorms-are-zero", false, true, nullptr}, // a hint; the devices are as quick with denormals
+    {"-cl-fp32-correctly-rounded-divide-sqrt", true, false, nullptr},
+    {"-cl-no-signed-zeros", true, true, nullptr},
+    {"-cl-finite-math-only", true, true, nullptr},
+    {"-cl-unsafe-math-optimizations", true, true, &SBuildOptions::bMultiplyAdd},
+    {"-cl-fast-relaxed-math", true, true, &SBuildOptions::bMultiplyAdd},
+};
 
 const std::string_view s_JustKernel = "-just-kernel=";
+const std::string_view s_Blanks = " \t\r\n\v\f";
 
-bool IsPlain(std::string_view word)
+/// The next word of a text, unquoted; none at its end.
+std::optional<std::string> TakeWord(std::string_view& text)
 {
-    for (const std::string_view& option : s_PlainOptions)
+    const size_t nStart = text.find_first_not_of(s_Blanks);
+    if (nStart == std::string_view::npos)
     {
-        if (word == option)
+        return std::nullopt;
+    }
+    std::string strWord;
+    char cQuote = '\0';
+    size_t n = nStart;
+    for (; n < text.size() && (cQuote != '\0' || s_Blanks.find(text[n]) == std::string_view::npos); ++n)
+    {
+        const char c = text[n];
+        const bool bMore = n + 1 < text.size();
+        if (c == '\\' && cQuote != '\'' && bMore && (cQuote == '\0' || text[n + 1] == '"' || text[n + 1] == '\\'))
         {
-            return true;
+            strWord += text[++n];
+        }
+        else if (c == cQuote)
+        {
+            cQuote = '\0';
+        }
+        else if (cQuote == '\0' && (c == '"' || c == '\''))
+        {
+            cQuote = c;
+        }
+        else
+        {
+            strWord += c;
         }
     }
-    return false;
+    text.remove_prefix(n);
+    return strWord;
 }
 
-std::vector<std::string_view> SplitWords(std::string_view text)
+bool StartsName(char c)
 {
-    const std::string_view blanks = " \t\r\n";
-    std::vector<std::string_view> vWords;
-    for (size_t nStart = text.find_first_not_of(blanks); nStart != std::string_view::npos;)
+    return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+
+bool TakePlain(std::string_view word, bool bLink, SBuildOptions& options)
+{
+    const auto it = std::find_if(std::begin(s_PlainOptions), std::end(s_PlainOptions),
+                                 [&](const SPlainOption& option) { return option.name == word; });
+    if (it == std::end(s_PlainOptions) || (bLink && !it->bLink))
     {
-        const size_t nEnd = text.find_first_of(blanks, nStart);
-        vWords.push_back(text.substr(nStart, nEnd - nStart));
-        nStart = nEnd == std::string_view::npos ? nEnd : text.find_first_not_of(blanks, nEnd);
+        return false;
     }
-    return vWords;
+    if (it->bLanguage)
+    {
+        options.vLanguage.emplace_back(word);
+    }
+    if (it->pFlag != nullptr)
+    {
+        options.*it->pFlag = true;
+    }
+    return true;
+}
+
+/// Takes "-D" and "-I", whose value is the rest of the word, or the next one.
+bool TakeValue(const std::string& strWord, std::string_view& text, SBuildOptions& options)
+{
+    const std::string_view start = std::string_view(strWord).substr(0, 2);
+    if (start != "-D" && start != "-I")
+    {
+        return false;
+    }
+    std::optional<std::string> value = strWord.size() > 2 ? std::optional(strWord.substr(2)) : TakeWord(text);
+    if (!value || value->empty() || (start == "-D" && !StartsName(value->front())))
+    {
+        return false;
+    }
+    (start == "-D" ? options.vDefines : options.vIncludes).push_back(std::move(*value));
+    return true;
+}
+
+bool TakeJustKernel(const std::string& strWord, SBuildOptions& options)
+{
+    if (strWord.compare(0, s_JustKernel.size(), s_JustKernel) != 0 || strWord.size() == s_JustKernel.size())
+    {
+        return false;
+    }
+    options.strJustKernel = strWord.substr(s_JustKernel.size());
+    return true;
 }
 
 } // namespace
@@ -56,35 +136,37 @@ std::vector<std::string_view> SplitWords(std::string_view text)
 bool ParseBuildOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown)
 {
     options = SBuildOptions();
-    const std::vector<std::string_view> vWords = SplitWords(strOptions);
-    for (size_t i = 0; i < vWords.size(); ++i)
+    options.strText = strOptions;
+    std::string_view text = strOptions;
+    while (const std::optional<std::string> word = TakeWord(text))
     {
-        const std::string_view word = vWords[i];
-        const std::string_view start = word.substr(0, 2);
-        if (word == "-g")
+        if (!TakePlain(*word, false, options) && !TakeJustKernel(*word, options) && !TakeValue(*word, text, options))
         {
-            options.bDebug = true;
-        }
-        else if (word == "-use-debugil")
-        {
-            options.bUseDebugIL = true;
-        }
-        else if (word.substr(0, s_JustKernel.size()) == s_JustKernel && word.size() > s_JustKernel.size())
-        {
-            options.strJustKernel = word.substr(s_JustKernel.size());
-        }
-        else if ((start == "-D" || start == "-I") && (word.size() > 2 || i + 1 < vWords.size()))
-        {
-            // Its value is the rest of the word, or the next one.
-            i += word.size() > 2 ? 0 : 1;
-        }
-        else if (!IsPlain(word))
-        {
-            strUnknown = word;
+            strUnknown = *word;
             return false;
         }
     }
     return true;
+}
+
+bool ParseLinkOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown)
+{
+    options = SBuildOptions();
+    options.strText = strOptions;
+    std::string_view text = strOptions;
+    bool bEnable = false;
+    while (const std::optional<std::string> word = TakeWord(text))
+    {
+        options.bCreateLibrary |= *word == "-create-library";
+        bEnable |= *word == "-enable-link-options";
+        if (*word != "-create-library" && *word != "-enable-link-options" && !TakePlain(*word, true, options))
+        {
+            strUnknown = *word;
+            return false;
+        }
+    }
+    strUnknown = "-enable-link-options";
+    return !bEnable || options.bCreateLibrary; // what a library's programs may do is said when it is made
 }
 
 } // namespace KestrelPlatform

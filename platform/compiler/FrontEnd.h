@@ -32,6 +32,8 @@ struct SModule
     std::vector<SModuleKernel> vKernels;
     /// One item a line, no blank lines, comments on lines of their own, each line with its "\n".
     std::string strText;
+    /// What `.llvmir` is to hold, if more than a note: intermediate code as text.
+    std::string strIntermediate;
     /// By line of the text; empty if the text isn't part of the source.
     std::vector<SSourcePlace> vPlaces;
 };

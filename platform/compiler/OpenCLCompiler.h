@@ -5,39 +5,52 @@
 #include "platform/compiler/ProgramBuilder.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace KestrelPlatform
 {
 
-/// A text that a source may include, under the name that it is included by.
-struct SSourceHeader
-{
-    std::string strName;
-    std::string strSource;
-};
-
-/// One source to compile for one device.
+/// One source to compile for one device, or objects to link.
 struct SCompileJob
 {
-    std::string strSource;
+    std::string strSource; ///< of a link: empty
     std::vector<SSourceHeader> vHeaders;
-    std::string strOptions; ///< as the client gave them
+    SBuildOptions options;
     SDeviceTarget target;
-    bool bDebug = false; ///< whether the options hold "-g"
+    bool bDebug = false; ///< whether the options, or those of a linked object, ask for debug data
 };
 
-/// The compiler of OpenCL C, which is a library of its own: see OpenOpenCLCompiler. Reentrant.
+/// The compiler of OpenCL C, which is a library of its own. An object of this language is LLVM's bitcode.
+///
+/// Every call appends the compiler's words to strLog, warnings of a success too, and gives false for a failure, of
+/// which a crash of the compiler is one. Reentrant.
 class IOpenCLCompiler
 {
 public:
     virtual ~IOpenCLCompiler() = default;
 
     /// Makes IL of a source that is a whole program.
-    ///
-    /// \param strLog receives the compiler's words; may hold warnings after a success
     virtual bool Build(const SCompileJob& job, SModule& module, std::string& strLog) const = 0;
+
+    /// Compiles a source that others may be linked with.
+    virtual bool Compile(const SCompileJob& job, std::string& strObject, std::string& strLog) const = 0;
+
+    /// Joins objects and libraries into one library.
+    virtual bool LinkLibrary(const SCompileJob& job, const std::vector<std::string_view>& vObjects,
+                             std::string& strObject, std::string& strLog) const = 0;
+
+    /// Joins objects and libraries into a program.
+    virtual bool LinkProgram(const SCompileJob& job, const std::vector<std::string_view>& vObjects, SModule& module,
+                             std::string& strLog) const = 0;
 };
+
+/// The compiler, from libkestrel-opencl-c.so in the folder of the library or program that this code is part of. Opened
+/// at the first call, for good. Any thread.
+///
+/// \param strFault receives why there is none
+/// \return null if it can't be opened
+const IOpenCLCompiler* OpenOpenCLCompiler(std::string& strFault);
 
 } // namespace KestrelPlatform
 

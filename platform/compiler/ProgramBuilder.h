@@ -95,17 +95,40 @@ struct SBuildResult
     std::vector<uint32_t> vSourceLines; ///< by line of the IL text, if that comes from the source: 1-based line there
 };
 
-/// Options, split at blanks. Known: "-g", "-ignore-env", "-use-debugil", "-just-kernel=NAME",
-/// the options of OpenCL 1.2 (accepted; -D and -I are of no effect on IL).
-struct SBuildOptions
+/// A text that a source may include, under the name that it is included by.
+struct SSourceHeader
 {
-    bool bDebug = false;
-    bool bUseDebugIL = false;
-    std::string strJustKernel;
+    std::string strName;
+    std::string strSource;
 };
 
-/// \return false, with the word in strUnknown, for an option that isn't known
+/// What a program is built with: the options of OpenCL 1.2, and the vendor's own. Those of the language are of no
+/// effect on IL.
+struct SBuildOptions
+{
+    std::string strText; ///< all of it, as the client gave it
+    bool bDebug = false; ///< "-g"
+    bool bUseDebugIL = false;
+    bool bEmitLLVM = false; ///< "-emit-llvm": `.llvmir` gets the intermediate code as text
+    std::string strJustKernel;
+
+    std::vector<std::string> vDefines;  ///< NAME or NAME=VALUE, in their order
+    std::vector<std::string> vIncludes; ///< folders
+    std::vector<std::string> vLanguage; ///< the words that the compiler of OpenCL C takes as they are
+    bool bOptDisable = false;           ///< "-cl-opt-disable"
+    bool bMultiplyAdd = false;          ///< "-cl-mad-enable", or an option that includes it
+
+    bool bCreateLibrary = false; ///< of a link
+};
+
+/// Reads options. Words are split at blanks; quotes hold one together, a backslash takes what follows it as it is.
+///
+/// \return false, with the word in strUnknown, for an option that isn't known or has no value where one belongs
 bool ParseBuildOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown);
+
+/// The same for a link, which knows "-create-library", "-enable-link-options", and of the others those about
+/// arithmetic.
+bool ParseLinkOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown);
 
 /// Builds an IL module, or kernels in C, into an image and its kernels. Reentrant.
 SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target);

@@ -66,7 +66,7 @@ std::vector<char> WriteProgramImage(const SModule& module, const std::vector<SCo
         elf.AddSection(".debugil", 0, 1, module.strText);
     }
     const size_t nIL = elf.AddSection(".ovkil", 0, 1, {});
-    elf.AddSection(".llvmir", 0, 1, "; written in IL\n");
+    elf.AddSection(".llvmir", 0, 1, module.strIntermediate.empty() ? "; written in IL\n" : module.strIntermediate);
     const size_t nCode = elf.AddSection(".text", SHF_ALLOC | SHF_EXECINSTR, s_nCodeAlignment, {});
     const size_t nData = elf.AddSection(".rodata", SHF_ALLOC, s_nDataAlignment, {});
     for (size_t i = 0; i < vKernels.size(); ++i)

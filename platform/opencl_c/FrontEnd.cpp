@@ -1,25 +1,95 @@
+#include "platform/opencl_c/driver/Guard.h"
 #include "platform/opencl_c/driver/IrCompiler.h"
+#include "platform/opencl_c/driver/Objects.h"
+#include "platform/opencl_c/lowering/Lowered.h"
 
 #include <llvm/IR/LLVMContext.h>
 #include <llvm/IR/Module.h>
+#include <llvm/Support/raw_ostream.h>
 
 namespace KestrelOpenCL
 {
 namespace
 {
 
+using KestrelPlatform::SModule;
+
+/// Brings a module that is a whole program into the form of the device.
+bool Finish(llvm::Module& llvmModule, const SCompileJob& job, SModule& module, std::string& strLog)
+{
+    SLowered lowered;
+    if (!PrepareForLowering(llvmModule, job, strLog))
+    {
+        return false;
+    }
+    if (job.options.bEmitLLVM)
+    {
+        llvm::raw_string_ostream text(lowered.module.strIntermediate);
+        llvmModule.print(text, nullptr);
+    }
+    if (!LowerModule(llvmModule, job.target, job.bDebug, lowered, strLog))
+    {
+        return false;
+    }
+    module = std::move(lowered.module);
+    return true;
+}
+
 class COpenCLCompiler : public KestrelPlatform::IOpenCLCompiler
 {
 public:
-    bool Build(const SCompileJob& job, KestrelPlatform::SModule&, std::string& strLog) const override
+    bool Build(const SCompileJob& job, SModule& module, std::string& strLog) const override
     {
-        llvm::LLVMContext context;
-        const std::unique_ptr<llvm::Module> pModule = CompileToIR(context, job, strLog);
-        if (pModule)
-        {
-            strLog += "error: the device's code generator isn't part of this build\n";
-        }
-        return false;
+        return RunGuarded(
+            [&]
+            {
+                llvm::LLVMContext context;
+                const std::unique_ptr<llvm::Module> pModule = CompileToIR(context, job, strLog);
+                return pModule && Finish(*pModule, job, module, strLog);
+            },
+            strLog);
+    }
+
+    bool Compile(const SCompileJob& job, std::string& strObject, std::string& strLog) const override
+    {
+        return RunGuarded(
+            [&]
+            {
+                llvm::LLVMContext context;
+                const std::unique_ptr<llvm::Module> pModule = CompileToIR(context, job, strLog);
+                strObject = pModule ? WriteObject(*pModule) : std::string();
+                return pModule != nullptr;
+            },
+            strLog);
+    }
+
+    bool LinkLibrary(const SCompileJob& job, const std::vector<std::string_view>& vObjects, std::string& strObject,
+                     std::string& strLog) const override
+    {
+        return RunGuarded(
+            [&]
+            {
+                llvm::LLVMContext context;
+                const std::unique_ptr<llvm::Module> pModule =
+                    LinkObjects(context, vObjects, job.target.b64BitAddresses, strLog);
+                strObject = pModule ? WriteObject(*pModule) : std::string();
+                return pModule != nullptr;
+            },
+            strLog);
+    }
+
+    bool LinkProgram(const SCompileJob& job, const std::vector<std::string_view>& vObjects, SModule& module,
+                     std::string& strLog) const override
+    {
+        return RunGuarded(
+            [&]
+            {
+                llvm::LLVMContext context;
+                const std::unique_ptr<llvm::Module> pModule =
+                    LinkObjects(context, vObjects, job.target.b64BitAddresses, strLog);
+                return pModule && Finish(*pModule, job, module, strLog);
+            },
+            strLog);
     }
 };
 

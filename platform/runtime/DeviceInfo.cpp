@@ -1,3 +1,4 @@
+#include "platform/compiler/LanguageExtensions.h"
 #include "platform/runtime/Device.h"
 #include "platform/runtime/Platform.h"
 #include "platform/runtime/Settings.h"
@@ -13,13 +14,19 @@ namespace
 /// The widths of vectors that suit the device. A work-item's registers hold four 32-bit words.
 constexpr cl_uint s_nVectorWords = 4;
 
-constexpr cl_device_fp_config s_nSingleConfig = CL_FP_DENORM | CL_FP_INF_NAN | CL_FP_ROUND_TO_NEAREST | CL_FP_FMA;
+constexpr cl_device_fp_config s_nSingleConfig =
+    CL_FP_DENORM | CL_FP_INF_NAN | CL_FP_ROUND_TO_NEAREST | CL_FP_FMA | CL_FP_CORRECTLY_ROUNDED_DIVIDE_SQRT;
 constexpr cl_device_fp_config s_nDoubleConfig =
     CL_FP_DENORM | CL_FP_INF_NAN | CL_FP_ROUND_TO_NEAREST | CL_FP_ROUND_TO_ZERO | CL_FP_ROUND_TO_INF | CL_FP_FMA;
 
-constexpr const char* s_pszDeviceExtensions =
-    "cl_khr_byte_addressable_store cl_khr_global_int32_base_atomics cl_khr_global_int32_extended_atomics "
-    "cl_khr_local_int32_base_atomics cl_khr_local_int32_extended_atomics cl_khr_fp64 ";
+/// The extensions of the language, each followed by a blank.
+std::string JoinLanguageExtensions()
+{
+    std::string strList;
+    for (const std::string_view name : s_LanguageExtensions)
+        strList += std::string(name) + " ";
+    return strList;
+}
 
 /// The properties that are one and the same 32-bit number on every device.
 struct SConstant
@@ -155,7 +162,7 @@ cl_int CDevice::GetInfo(cl_device_info eInfo, const SInfoQuery& query) const
     case CL_DEVICE_OPENCL_C_VERSION:
         return query.String("OpenCL C 1.2 " + strBuild);
     case CL_DEVICE_EXTENSIONS:
-        return query.String(s_pszDeviceExtensions + GetEnabledExtensions());
+        return query.String(JoinLanguageExtensions() + GetEnabledExtensions());
     default:
         return CL_INVALID_VALUE;
     }

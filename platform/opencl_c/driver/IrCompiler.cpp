@@ -1,12 +1,12 @@
 #include "platform/opencl_c/driver/IrCompiler.h"
 
+#include "platform/opencl_c/driver/ClangArguments.h"
 #include "platform/opencl_c/driver/EmbeddedFiles.h"
 
 #include <clang/Basic/Builtins.h>
 #include <clang/Basic/TargetInfo.h>
 #include <clang/CodeGen/ModuleBuilder.h>
 #include <clang/Frontend/CompilerInstance.h>
-#include <clang/Frontend/FrontendActions.h>
 #include <clang/Frontend/TextDiagnosticPrinter.h>
 #include <clang/Lex/Preprocessor.h>
 #include <clang/Parse/ParseAST.h>
@@ -19,106 +19,131 @@ namespace KestrelOpenCL
 namespace
 {
 
-const char* const s_pszSourceName = "kernel.cl";
-const char* const s_pszHeaderFolder = "/kestrel-headers";
-
-/// What clang calls the device: 64-bit addresses or 32-bit ones.
-const char* Triple(const KestrelPlatform::SDeviceTarget& target)
-{
-    return target.b64BitAddresses ? "spir64-unknown-unknown" : "spir-unknown-unknown";
-}
-
-std::vector<std::string> Arguments(const SCompileJob& job)
-{
-    std::vector<std::string> vArguments = {"-triple",
-                                           Triple(job.target),
-                                           "-emit-llvm-only",
-                                           "-cl-std=CL1.2",
-                                           "-fdeclare-opencl-builtins",
-                                           "-finclude-default-header",
-                                           "-fgnu89-inline",
-                                           "-cl-kernel-arg-info",
-                                           "-cl-ext=-all,+cl_khr_fp64,+cl_khr_byte_addressable_store,"
-                                           "+cl_khr_global_int32_base_atomics,+cl_khr_global_int32_extended_atomics,"
-                                           "+cl_khr_local_int32_base_atomics,+cl_khr_local_int32_extended_atomics,"
-                                           "+cl_khr_3d_image_writes",
-                                           "-D__ENDIAN_LITTLE__=1",
-                                           "-D__IMAGE_SUPPORT__=1",
-                                           "-disable-llvm-passes",
-                                           "-O0",
-                                           "-I",
-                                           s_pszHeaderFolder};
-    if (job.bDebug)
-    {
-        vArguments.insert(vArguments.end(), {"-debug-info-kind=limited", "-dwarf-version=4"});
-    }
-    vArguments.insert(vArguments.end(), {"-x", "cl", s_pszSourceName});
-    return vArguments;
-}
+/// Tokens after macros, of a source that isn't a program any more but macros that grow without end.
+const uint64_t s_nMostTokens = 20'000'000;
 
 llvm::IntrusiveRefCntPtr<llvm::vfs::FileSystem> MakeFiles(const SCompileJob& job)
 {
     llvm::IntrusiveRefCntPtr<llvm::vfs::InMemoryFileSystem> pMemory(new llvm::vfs::InMemoryFileSystem);
+    const std::string strFolder = std::string(s_pszHeaderFolder) + "/";
     for (const SHeader& header : job.vHeaders)
     {
-        pMemory->addFile(std::string(s_pszHeaderFolder) + "/" + header.strName, 0,
-                         llvm::MemoryBuffer::getMemBuffer(header.strSource, header.strName));
+        pMemory->addFile(strFolder + header.strName, 0,
+                         llvm::MemoryBuffer::getMemBufferCopy(header.strSource, header.strName));
     }
-    pMemory->addFile(std::string(s_pszHeaderFolder) + "/opencl-c-base.h", 0,
-                     llvm::MemoryBuffer::getMemBuffer(llvm::StringRef(BaseHeader().data(), BaseHeader().size())));
+    const llvm::StringRef base(BaseHeader().data(), BaseHeader().size());
+    pMemory->addFile(strFolder + "opencl-c-base.h", 0, llvm::MemoryBuffer::getMemBuffer(base));
     llvm::IntrusiveRefCntPtr<llvm::vfs::OverlayFileSystem> pFiles(
         new llvm::vfs::OverlayFileSystem(llvm::vfs::getRealFileSystem()));
     pFiles->pushOverlay(pMemory);
     return pFiles;
 }
 
-} // namespace
-
-std::unique_ptr<llvm::Module> CompileToIR(llvm::LLVMContext& context, const SCompileJob& job, std::string& strLog)
+/// Headers of the client have the names that the client gave them.
+void RemoveHeaderFolder(std::string& strText)
 {
-    llvm::raw_string_ostream log(strLog);
-    clang::CompilerInstance compiler;
-    llvm::IntrusiveRefCntPtr<clang::DiagnosticOptions> pDiagnosticOptions(new clang::DiagnosticOptions);
-    clang::TextDiagnosticPrinter printer(log, pDiagnosticOptions.get());
-    compiler.createDiagnostics(&printer, false);
+    const std::string strFolder = std::string(s_pszHeaderFolder) + "/";
+    for (size_t n = strText.find(strFolder); n != std::string::npos; n = strText.find(strFolder, n))
+    {
+        strText.erase(n, strFolder.size());
+    }
+}
 
-    std::vector<std::string> vArguments = Arguments(job);
+/// clang's invocation for a job. \return null, with the reason in the log, for a wrong option
+std::shared_ptr<clang::CompilerInvocation> MakeInvocation(const SCompileJob& job, llvm::raw_ostream& log)
+{
+    const std::vector<std::string> vArguments = ClangArguments(job);
     std::vector<const char*> vpszArguments;
     for (const std::string& strArgument : vArguments)
     {
         vpszArguments.push_back(strArgument.c_str());
     }
-    if (!clang::CompilerInvocation::CreateFromArgs(compiler.getInvocation(), vpszArguments, compiler.getDiagnostics()))
+    llvm::IntrusiveRefCntPtr<clang::DiagnosticOptions> pOptions(new clang::DiagnosticOptions);
+    clang::TextDiagnosticPrinter printer(log, pOptions.get());
+    clang::DiagnosticsEngine diagnostics(new clang::DiagnosticIDs, pOptions, &printer, false);
+    auto pInvocation = std::make_shared<clang::CompilerInvocation>();
+    if (!clang::CompilerInvocation::CreateFromArgs(*pInvocation, vpszArguments, diagnostics))
     {
         return nullptr;
     }
     const llvm::MemoryBufferRef source(job.strSource, s_pszSourceName);
-    compiler.getFrontendOpts().Inputs = {clang::FrontendInputFile(source, clang::InputKind(clang::Language::OpenCL))};
-    const llvm::IntrusiveRefCntPtr<llvm::vfs::FileSystem> pFiles = MakeFiles(job);
-    compiler.createFileManager(pFiles);
+    pInvocation->getFrontendOpts().Inputs = {
+        clang::FrontendInputFile(source, clang::InputKind(clang::Language::OpenCL))};
+    return pInvocation;
+}
+
+/// Ends a compilation whose macros grow without end: what is left of the source is taken for empty.
+void WatchTokens(clang::Preprocessor& preprocessor)
+{
+    preprocessor.setTokenWatcher(
+        [&preprocessor, nTokens = uint64_t{0}](const clang::Token& token) mutable
+        {
+            if (++nTokens == s_nMostTokens)
+            {
+                clang::DiagnosticsEngine& diagnostics = preprocessor.getDiagnostics();
+                diagnostics.Report(
+                    token.getLocation(),
+                    diagnostics.getCustomDiagID(clang::DiagnosticsEngine::Fatal, "the source has more than %0 tokens"))
+                    << static_cast<unsigned int>(s_nMostTokens);
+                llvm::report_fatal_error("the source has too many tokens", false);
+            }
+        });
+}
+
+bool OpenSource(clang::CompilerInstance& compiler, llvm::IntrusiveRefCntPtr<llvm::vfs::FileSystem> pFiles)
+{
+    compiler.createFileManager(std::move(pFiles));
     if (!compiler.createTarget())
     {
-        return nullptr;
+        return false;
     }
     compiler.createSourceManager(compiler.getFileManager());
     if (!compiler.InitializeSourceManager(compiler.getFrontendOpts().Inputs[0]))
     {
-        return nullptr;
+        return false;
     }
     compiler.createPreprocessor(clang::TU_Complete);
-    compiler.getPreprocessor().getBuiltinInfo().initializeBuiltins(compiler.getPreprocessor().getIdentifierTable(),
-                                                                   compiler.getLangOpts());
-    compiler.createASTContext();
-    clang::CodeGenerator* const pGenerator =
-        clang::CreateLLVMCodeGen(compiler.getDiagnostics(), s_pszSourceName, pFiles, compiler.getHeaderSearchOpts(),
-                                 compiler.getPreprocessorOpts(), compiler.getCodeGenOpts(), context);
-    compiler.setASTConsumer(std::unique_ptr<clang::ASTConsumer>(pGenerator));
-    compiler.createSema(clang::TU_Complete, nullptr);
-    printer.BeginSourceFile(compiler.getLangOpts(), &compiler.getPreprocessor());
-    clang::ParseAST(compiler.getSema());
-    printer.EndSourceFile();
-    std::unique_ptr<llvm::Module> pModule(pGenerator->ReleaseModule());
-    return compiler.getDiagnostics().hasErrorOccurred() ? nullptr : std::move(pModule);
+    clang::Preprocessor& preprocessor = compiler.getPreprocessor();
+    preprocessor.getBuiltinInfo().initializeBuiltins(preprocessor.getIdentifierTable(), compiler.getLangOpts());
+    WatchTokens(preprocessor);
+    return true;
+}
+
+} // namespace
+
+std::unique_ptr<llvm::Module> CompileToIR(llvm::LLVMContext& context, const SCompileJob& job, std::string& strLog)
+{
+    std::string strText;
+    llvm::raw_string_ostream log(strText);
+    std::unique_ptr<llvm::Module> pModule;
+    if (const std::shared_ptr<clang::CompilerInvocation> pInvocation = MakeInvocation(job, log))
+    {
+        clang::CompilerInstance compiler;
+        compiler.setInvocation(pInvocation);
+        clang::TextDiagnosticPrinter printer(log, &compiler.getDiagnosticOpts());
+        compiler.createDiagnostics(&printer, false);
+        const llvm::IntrusiveRefCntPtr<llvm::vfs::FileSystem> pFiles = MakeFiles(job);
+        if (OpenSource(compiler, pFiles))
+        {
+            compiler.createASTContext();
+            clang::CodeGenerator* const pGenerator = clang::CreateLLVMCodeGen(
+                compiler.getDiagnostics(), s_pszSourceName, pFiles, compiler.getHeaderSearchOpts(),
+                compiler.getPreprocessorOpts(), compiler.getCodeGenOpts(), context);
+            compiler.setASTConsumer(std::unique_ptr<clang::ASTConsumer>(pGenerator));
+            compiler.createSema(clang::TU_Complete, nullptr);
+            printer.BeginSourceFile(compiler.getLangOpts(), &compiler.getPreprocessor());
+            clang::ParseAST(compiler.getSema());
+            printer.EndSourceFile();
+            pModule.reset(pGenerator->ReleaseModule());
+        }
+        if (compiler.getDiagnostics().hasErrorOccurred())
+        {
+            pModule.reset();
+        }
+    }
+    RemoveHeaderFolder(strText);
+    strLog += strText;
+    return pModule;
 }
 
 } // namespace KestrelOpenCL

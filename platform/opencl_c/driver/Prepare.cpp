@@ -107,7 +107,7 @@ bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::strin
         {
             return false;
         }
-        if (!job.bDebug)
+        if (!job.bDebug && !job.options.bOptDisable)
         {
             IsKernel(*pFunction) ? passes.Optimize(*pFunction) : passes.Simplify(*pFunction);
         }

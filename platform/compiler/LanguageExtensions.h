@@ -1,0 +1,17 @@
+#ifndef KESTREL_PLATFORM_COMPILER_LANGUAGEEXTENSIONS_H
+#define KESTREL_PLATFORM_COMPILER_LANGUAGEEXTENSIONS_H
+
+#include <string_view>
+
+namespace KestrelPlatform
+{
+
+/// The extensions of OpenCL C that every device has. The device's list is made of them, and the compiler defines and
+/// takes them and no others.
+constexpr std::string_view s_LanguageExtensions[] = {
+    "cl_khr_byte_addressable_store",   "cl_khr_global_int32_base_atomics",    "cl_khr_global_int32_extended_atomics",
+    "cl_khr_local_int32_base_atomics", "cl_khr_local_int32_extended_atomics", "cl_khr_fp64"};
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,56 @@
+#include "platform/compiler/OpenCLCompiler.h"
+
+#include <dlfcn.h>
+
+namespace KestrelPlatform
+{
+namespace
+{
+
+const char* const s_pszLibrary = "libkestrel-opencl-c.so";
+const char* const s_pszFunction = "kestrelOpenCLCFrontEnd";
+
+/// The folder of the file that holds this function, with its "/" at the end.
+std::string OwnFolder()
+{
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<const void*>(&OwnFolder), &info) == 0 || info.dli_fname == nullptr)
+    {
+        return "";
+    }
+    const std::string strFile = info.dli_fname;
+    return strFile.substr(0, strFile.rfind('/') + 1);
+}
+
+struct SLibrary
+{
+    const IOpenCLCompiler* pCompiler = nullptr;
+    std::string strFault;
+};
+
+SLibrary OpenLibrary()
+{
+    using Function = const IOpenCLCompiler* (*)();
+    SLibrary library;
+    void* const hLibrary = dlopen((OwnFolder() + s_pszLibrary).c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* const pFunction = hLibrary != nullptr ? dlsym(hLibrary, s_pszFunction) : nullptr;
+    if (pFunction == nullptr)
+    {
+        const char* const pszFault = dlerror();
+        library.strFault = "the compiler of OpenCL C can't be opened: " + std::string(pszFault ? pszFault : "");
+        return library;
+    }
+    library.pCompiler = reinterpret_cast<Function>(pFunction)();
+    return library;
+}
+
+} // namespace
+
+const IOpenCLCompiler* OpenOpenCLCompiler(std::string& strFault)
+{
+    static const SLibrary& s_Library = *new SLibrary(OpenLibrary());
+    strFault = s_Library.strFault;
+    return s_Library.pCompiler;
+}
+
+} // namespace KestrelPlatform

@@ -1,0 +1,77 @@
+#include "platform/opencl_c/driver/ClangArguments.h"
+
+#include "platform/compiler/LanguageExtensions.h"
+
+namespace KestrelOpenCL
+{
+
+const char* const s_pszSourceName = "kernel.cl";
+const char* const s_pszHeaderFolder = "/opencl-headers";
+
+namespace
+{
+
+/// All but the device's own words.
+const char* const s_ppszAlways[] = {
+    "-emit-llvm-only", "-disable-llvm-passes", "-disable-O0-optnone", "-x", "cl", "-cl-kernel-arg-info",
+    // OpenCL C says little of inline: as C99 has it, an inline function that isn't static would be nowhere defined.
+    "-fgnu89-inline",
+    // Built-in functions come from a table, and are declared when they are named.
+    "-fdeclare-opencl-builtins", "-finclude-default-header", "-fbracket-depth", "256", "-ferror-limit", "50",
+    "-fmacro-backtrace-limit", "4",
+    // Nothing of the machine that the program is built on gets into its binary.
+    "-fdebug-compilation-dir=.", "-dwarf-version=4",
+    // What the device reports.
+    "-D__OPENCL_VERSION__=120", "-D__ENDIAN_LITTLE__=1", "-D__IMAGE_SUPPORT__=1"};
+
+std::string Extensions()
+{
+    std::string strWord = "-cl-ext=-all";
+    for (const std::string_view name : KestrelPlatform::s_LanguageExtensions)
+    {
+        strWord += ",+" + std::string(name);
+    }
+    return strWord;
+}
+
+void AddLanguageOptions(const KestrelPlatform::SBuildOptions& options, std::vector<std::string>& vArguments)
+{
+    vArguments.insert(vArguments.end(), options.vLanguage.begin(), options.vLanguage.end());
+    vArguments.emplace_back(options.bMultiplyAdd ? "-ffp-contract=fast" : "-ffp-contract=off");
+    for (const std::string& strDefine : options.vDefines)
+    {
+        vArguments.emplace_back("-D");
+        vArguments.push_back(strDefine);
+    }
+    for (const std::string& strFolder : options.vIncludes)
+    {
+        vArguments.emplace_back("-I");
+        vArguments.push_back(strFolder);
+    }
+}
+
+} // namespace
+
+std::vector<std::string> ClangArguments(const SCompileJob& job)
+{
+    std::vector<std::string> vArguments(std::begin(s_ppszAlways), std::end(s_ppszAlways));
+    vArguments.insert(vArguments.end(),
+                      {"-triple", job.target.b64BitAddresses ? "spir64-unknown-unknown" : "spir-unknown-unknown",
+                       "-cl-std=CL1.2", Extensions(), "-I", s_pszHeaderFolder});
+    // Without optimisation, clang leaves out what says how long a variable lives; debug data keep it for good.
+    const bool bOptimize = !job.bDebug && !job.options.bOptDisable;
+    vArguments.emplace_back(bOptimize ? "-O1" : "-O0");
+    if (job.bDebug)
+    {
+        vArguments.insert(vArguments.end(), {"-debug-info-kind=limited", "-gembed-source"});
+    }
+    else
+    {
+        vArguments.emplace_back("-debug-info-kind=line-tables-only");
+    }
+    AddLanguageOptions(job.options, vArguments);
+    vArguments.emplace_back(s_pszSourceName);
+    return vArguments;
+}
+
+} // namespace KestrelOpenCL

@@ -1,0 +1,232 @@
+#include "platform/opencl_c/driver/Guard.h"
+
+#include <llvm/Support/ErrorHandling.h>
+
+#include <atomic>
+#include <csetjmp>
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <pthread.h>
+#include <unistd.h>
+
+namespace KestrelOpenCL
+{
+namespace
+{
+
+/// Much deeper than any program's brackets and chains of operators go; touched only as far as they do.
+const size_t s_nStackBytes = size_t{256} << 20;
+const size_t s_nSignalStackBytes = size_t{64} << 10;
+
+const int s_Signals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT};
+const size_t s_nSignals = std::size(s_Signals);
+
+/// One compilation on its thread.
+struct SRun
+{
+    const std::function<bool()>* pCompile;
+    sigjmp_buf jump;
+    std::string strFault; ///< why it was ended
+    bool bOk = false;
+};
+
+/// The compilation of this thread. Read in a signal handler of any thread, so it must need no allocation: see the
+/// model of thread storage that this file is compiled with.
+thread_local SRun* t_pRun = nullptr;
+
+/// The handlers that were there before, and how many compilations count on ours.
+struct SHandlers
+{
+    std::mutex mutex;
+    unsigned int nUsers = 0;
+    struct sigaction before[s_nSignals];
+};
+
+SHandlers& Handlers()
+{
+    static SHandlers& s_Handlers = *new SHandlers;
+    return s_Handlers;
+}
+
+size_t SlotOf(int nSignal)
+{
+    size_t n = 0;
+    while (n + 1 < s_nSignals && s_Signals[n] != nSignal)
+    {
+        ++n;
+    }
+    return n;
+}
+
+/// Not for a compiling thread: does what would have been done without us.
+void PassOn(int nSignal, siginfo_t* pInfo, void* pContext)
+{
+    const struct sigaction& before = Handlers().before[SlotOf(nSignal)];
+    if ((before.sa_flags & SA_SIGINFO) != 0)
+    {
+        before.sa_sigaction(nSignal, pInfo, pContext);
+    }
+    else if (before.sa_handler != SIG_DFL && before.sa_handler != SIG_IGN)
+    {
+        before.sa_handler(nSignal);
+    }
+    else
+    {
+        // The instruction faults again when this returns, and now for good; a signal that was sent is sent again.
+        sigaction(nSignal, &before, nullptr);
+        if (pInfo->si_code <= 0)
+        {
+            raise(nSignal);
+        }
+    }
+}
+
+void OnSignal(int nSignal, siginfo_t* pInfo, void* pContext)
+{
+    if (t_pRun != nullptr)
+    {
+        siglongjmp(t_pRun->jump, nSignal);
+    }
+    PassOn(nSignal, pInfo, pContext);
+}
+
+void TakeSignals()
+{
+    SHandlers& handlers = Handlers();
+    const std::lock_guard<std::mutex> lock(handlers.mutex);
+    if (handlers.nUsers++ != 0)
+    {
+        return;
+    }
+    for (size_t n = 0; n < s_nSignals; ++n)
+    {
+        struct sigaction action = {};
+        action.sa_sigaction = OnSignal;
+        action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+        sigemptyset(&action.sa_mask);
+        sigaction(s_Signals[n], &action, &handlers.before[n]);
+    }
+}
+
+/// Puts the handlers back, but not over one that somebody else has set meanwhile.
+void ReturnSignals()
+{
+    SHandlers& handlers = Handlers();
+    const std::lock_guard<std::mutex> lock(handlers.mutex);
+    if (--handlers.nUsers != 0)
+    {
+        return;
+    }
+    for (size_t n = 0; n < s_nSignals; ++n)
+    {
+        struct sigaction now = {};
+        sigaction(s_Signals[n], nullptr, &now);
+        if ((now.sa_flags & SA_SIGINFO) != 0 && now.sa_sigaction == OnSignal)
+        {
+            sigaction(s_Signals[n], &handlers.before[n], nullptr);
+        }
+    }
+}
+
+/// LLVM has given up. It must not return to it.
+void OnFatalError(void*, const char* pszReason, bool)
+{
+    if (t_pRun != nullptr)
+    {
+        t_pRun->strFault = std::string("the compiler gave up: ") + pszReason;
+        siglongjmp(t_pRun->jump, SIGABRT);
+    }
+    std::abort();
+}
+
+void InstallErrorHandlers()
+{
+    static std::once_flag s_Once;
+    std::call_once(s_Once,
+                   []
+                   {
+                       llvm::install_fatal_error_handler(OnFatalError);
+                       llvm::install_bad_alloc_error_handler(OnFatalError);
+                   });
+}
+
+void RunToItsEnd(SRun& run)
+{
+    const int nSignal = sigsetjmp(run.jump, 1);
+    if (nSignal != 0)
+    {
+        t_pRun = nullptr;
+        if (run.strFault.empty())
+        {
+            run.strFault = nSignal == SIGSEGV ? "the compiler crashed, perhaps because the source is nested too deeply"
+                                              : "the compiler crashed";
+        }
+        return;
+    }
+    t_pRun = &run;
+    try
+    {
+        run.bOk = (*run.pCompile)();
+    }
+    catch (const std::bad_alloc&)
+    {
+        run.strFault = "the compiler ran out of memory";
+    }
+    t_pRun = nullptr;
+}
+
+void* ThreadMain(void* pArgument)
+{
+    SRun& run = *static_cast<SRun*>(pArgument);
+    const std::unique_ptr<char[]> pStack(new (std::nothrow) char[s_nSignalStackBytes]);
+    stack_t before = {};
+    stack_t stack = {};
+    stack.ss_sp = pStack.get();
+    stack.ss_size = s_nSignalStackBytes;
+    sigaltstack(pStack ? &stack : nullptr, &before);
+    RunToItsEnd(run);
+    sigaltstack(&before, nullptr);
+    return nullptr;
+}
+
+bool StartThread(SRun& run, size_t nStackBytes, pthread_t& thread)
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, nStackBytes);
+    const int nError = pthread_create(&thread, &attributes, ThreadMain, &run);
+    pthread_attr_destroy(&attributes);
+    return nError == 0;
+}
+
+} // namespace
+
+bool RunGuarded(const std::function<bool()>& compile, std::string& strLog)
+{
+    InstallErrorHandlers();
+    SRun run;
+    run.pCompile = &compile;
+    TakeSignals();
+    pthread_t thread{};
+    // Where address space is scarce a smaller stack must do.
+    if (StartThread(run, s_nStackBytes, thread) || StartThread(run, s_nStackBytes / 16, thread))
+    {
+        pthread_join(thread, nullptr);
+    }
+    else
+    {
+        run.strFault = "the compiler's thread can't be started";
+    }
+    ReturnSignals();
+    if (!run.strFault.empty())
+    {
+        strLog += "error: " + run.strFault + "\n";
+        return false;
+    }
+    return run.bOk;
+}
+
+} // namespace KestrelOpenCL

@@ -1,0 +1,30 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_DRIVER_OBJECTS_H
+#define KESTREL_PLATFORM_OPENCL_C_DRIVER_OBJECTS_H
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace llvm
+{
+class LLVMContext;
+class Module;
+} // namespace llvm
+
+namespace KestrelOpenCL
+{
+
+/// A module as the bytes of an object.
+std::string WriteObject(const llvm::Module& module);
+
+/// Joins objects into one module. What is defined in several of them is an error, and so are bytes that aren't an
+/// object for these addresses.
+///
+/// \return null with the reason in the log
+std::unique_ptr<llvm::Module> LinkObjects(llvm::LLVMContext& context, const std::vector<std::string_view>& vObjects,
+                                          bool b64BitAddresses, std::string& strLog);
+
+} // namespace KestrelOpenCL
+
+#endif
