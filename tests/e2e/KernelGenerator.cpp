@@ -12,41 +12,6 @@ const unsigned int s_nMaxDepth = 4;
 const unsigned int s_nMaxFunctions = 3;
 const unsigned int s_nArraySize = 4;
 
-const char s_szMetadata[] = R"(;ARGSTART:__OpenCL_generated_kernel
-;version:3:1:104
-;device:quench
-;uniqueid:1024
-;memory:64bitABI
-;memory:uavprivate:64
-;privateid:8
-;pointer:out:i32:1:1:0:uav:10:4:RW:0:0
-;function:1:1030
-;ARGEND:__OpenCL_generated_kernel
-)";
-
-// l0: 2, 1, 0, -1; l1: small numbers to count and compare with; l2: bit masks; l3: addresses of private memory.
-const char s_szHead[] = R"(il_cs_2_0
-dcl_cb cb0[10]
-dcl_cb cb1[1]
-dcl_literal l0, 2, 1, 0, -1
-dcl_literal l1, 3, 5, 7, 4
-dcl_literal l2, 1, 2, 4, 3
-dcl_literal l3, 0, 16, 32, 48
-;$$$$$$$$$$
-endmain
-func 1024
-;__OpenCL_generated_kernel
-dcl_max_thread_per_group 256
-dcl_typeless_uav_id(10)_stride(4)_length(4)
-dcl_typeless_uav_id(8)_stride(4)_length(64)_access(private)
-dcl_indexed_temp_array x1[4]
-imad r0.xyz, vThreadGrpId, cb0[1], vTidInGrp
-imad r0.x, r0.y, cb0[0].x, r0.x
-ishl r1.x, r0.x, l0.x
-ishl r1.x, r1.x, l0.y
-i64add r2.xy, cb1[0].xy, r1.x000
-)";
-
 const char* const s_Operations[] = {"iadd", "isub", "imul", "imax", "imin", "ixor", "ior", "and"};
 const char* const s_Literals[] = {"l0.x", "l0.y", "l0.w", "l1.x", "l1.y", "l1.z", "l1.w"};
 const char* const s_Masks[] = {"l2.x", "l2.y", "l2.z", "l2.w"};
@@ -87,6 +52,10 @@ void CKernelGenerator::Statement(const SScope& scope)
         return Arithmetic();
     }
     --m_nBudget;
+    if (IsMore() && Chance(40) && More(scope))
+    {
+        return;
+    }
     const unsigned int nChoice = Below(100);
     if (nChoice < 30)
     {
@@ -157,12 +126,16 @@ void CKernelGenerator::IndexedWrite()
 
 void CKernelGenerator::Store()
 {
-    Line("uav_raw_store_id(10)_addr64 mem0." + std::string(Chance(50) ? "x" : "xy") + ", r2.xy, " + Variable());
+    Line("uav_raw_store" + Uav() + " mem0." + std::string(Chance(50) ? "x" : "xy") + ", r2.xy, " + Variable());
 }
 
 /// At one of four addresses: the same for all work-items, in r4.x, or one of each work-item's own, in r3.x.
 void CKernelGenerator::PrivateStore()
 {
+    if (m_Features.bOlder)
+    {
+        return IndexedWrite();
+    }
     static const char* const s_Addresses[] = {"l3.x", "l3.y", "l3.z", "l3.w"};
     const bool bSame = Chance(40);
     const std::string strAddress = bSame ? "r4.x" : "r3.x";
@@ -198,11 +171,13 @@ void CKernelGenerator::If(const SScope& scope)
     Condition();
     Line(Chance(60) ? "if_logicalnz r5.x" : "if_logicalz r5.x");
     Body(inner, 1 + Below(3));
+    LeavePart(inner);
     if (Chance(50))
     {
         inner.bInElse = true;
         Line("else");
         Body(inner, 1 + Below(3));
+        LeavePart(inner);
     }
     Line("endif");
 }
@@ -285,7 +260,10 @@ void CKernelGenerator::Switch(const SScope& scope)
             Line("endif");
             Arithmetic();
         }
-        Line("break");
+        if (!m_Features.bLeaves || !Chance(25)) // else who is here falls through
+        {
+            Line("break");
+        }
     }
     if (Chance(60))
     {
@@ -299,6 +277,10 @@ void CKernelGenerator::Switch(const SScope& scope)
 /// Calls a new function, or one again that hasn't been written yet and so can't call the present one.
 void CKernelGenerator::Call(const SScope& scope)
 {
+    if (scope.bInMacro) // the functions are written already
+    {
+        return Arithmetic();
+    }
     const bool bAgain = !m_vPending.empty() && Chance(50);
     if (!bAgain && m_nNextLabel >= 1031 + s_nMaxFunctions)
     {
@@ -335,6 +317,17 @@ void CKernelGenerator::Function(const SFunction& function)
     Line("endfunc");
 }
 
+void CKernelGenerator::Macro(unsigned int nMacro)
+{
+    SScope scope;
+    scope.bInFunction = scope.bInMacro = true;
+    scope.nDepth = m_nMacroDepth[nMacro];
+    Line("mdef(" + std::to_string(3 + nMacro) + ")_outline");
+    Line(";macro_" + std::to_string(nMacro));
+    Body(scope, 2 + Below(3));
+    Line("mend");
+}
+
 /// The stores of every variable and array element, so that the outputs tell of all of them.
 std::string CKernelGenerator::Finish()
 {
@@ -348,30 +341,35 @@ std::string CKernelGenerator::Finish()
     {
         strText += "iadd r9.z, r9.z, x1[" + std::to_string(i) + "].x\n";
     }
-    return strText + "uav_raw_store_id(10)_addr64 mem0.xyz, r2.xy, r9\nret\nendfunc\n";
+    return strText + "uav_raw_store" + Uav() + " mem0.xyz, r2.xy, r9\nret\nendfunc\n";
 }
 
 SGeneratedKernel CKernelGenerator::Generate()
 {
     const bool b2D = Chance(25);
     m_nBudget = 12 + Below(24);
-    m_strText = s_szHead;
+    m_strText = Head();
     Body(SScope(), 3 + Below(5));
     m_strText += Finish();
+    m_bInMain = false;
     while (!m_vPending.empty())
     {
         const SFunction function = m_vPending.back();
         m_vPending.pop_back();
         Function(function);
     }
+    for (unsigned int i = 0; i < m_nMacros; ++i)
+    {
+        Macro(i);
+    }
     Line("end");
 
     SGeneratedKernel kernel;
     kernel.bMaySkip = m_bMaySkip;
     kernel.launch.strPath = "generated";
-    kernel.launch.strSource = s_szMetadata + m_strText;
+    kernel.launch.strSource = Metadata() + m_strText;
     kernel.launch.strKernel = "generated";
-    kernel.launch.strDevice = "Quench";
+    kernel.launch.strDevice = m_Features.bOlder ? "Kiln" : "Quench";
     kernel.launch.strOptions = "-g";
     kernel.launch.nDimensions = b2D ? 2 : 1;
     kernel.launch.nGlobalSize[0] = b2D ? 4 : 16;
@@ -382,7 +380,11 @@ SGeneratedKernel CKernelGenerator::Generate()
     KestrelTool::SArgument output;
     output.eKind = KestrelTool::SArgument::Buffer;
     output.pType = KestrelTool::FindElementType("int");
-    output.vContents.assign(16 * 16, 0);
+    output.vContents.assign(IsMore() ? 64 + 16 * 64 : 16 * 16, 0);
+    for (size_t i = 0; IsMore() && i < output.vContents.size(); i += 4)
+    {
+        output.vContents[i] = static_cast<unsigned char>(i * 37 + 11); // small numbers, whatever reads them
+    }
     kernel.launch.vArguments.push_back(output);
     return kernel;
 }

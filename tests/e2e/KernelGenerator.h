@@ -21,13 +21,28 @@ struct SGeneratedKernel
     bool bMaySkip = false;
 };
 
+/// What a kernel may hold besides the plain statements.
+struct SKernelFeatures
+{
+    bool bReturns = false;       ///< guards, returns in blocks, functions and macros
+    bool bLeaves = false;        ///< breaks and continues anywhere: in else-parts, cases, at the end of a part
+    bool bMemory = false;        ///< stores, loads and atomics of every kind in global memory
+    bool bLocal = false;         ///< the same in local memory, with barriers
+    bool bMacros = false;        ///< outline macros that run several times
+    bool bPrivateInMain = false; ///< the private UAV is declared in the main body
+    bool bOlder = false;         ///< for the older device: 32-bit addresses, one raw UAV, private memory in an array
+};
+
 /// Makes structured kernels: nested ifs, loops with divergent breaks and continues, switches,
 /// calls, divergent returns, indexed temps, private memory, stores in branches. The same seed gives the same kernel
 /// on every machine. Every loop has a counter of its own, so that every kernel ends.
 class CKernelGenerator
 {
 public:
-    explicit CKernelGenerator(uint32_t nSeed) : m_Engine(nSeed) {}
+    explicit CKernelGenerator(uint32_t nSeed, SKernelFeatures features = SKernelFeatures())
+        : m_Engine(nSeed), m_Features(features)
+    {
+    }
 
     SGeneratedKernel Generate();
 
@@ -35,10 +50,11 @@ private:
     /// What stands around the place that is being written.
     struct SScope
     {
-        bool bInLoop = false;   ///< a break or continue has a loop to go to
-        bool bInSwitch = false; ///< the nearest of the two is a switch
-        bool bInElse = false;   ///< an else-part stands between here and that block
-        bool bInFunction = false;
+        bool bInLoop = false;     ///< a break or continue has a loop to go to
+        bool bInSwitch = false;   ///< the nearest of the two is a switch
+        bool bInElse = false;     ///< an else-part stands between here and that block
+        bool bInFunction = false; ///< or in a macro
+        bool bInMacro = false;
         unsigned int nDepth = 0;
         bool* pLoopContinues = nullptr; ///< the loop has a continue
     };
@@ -70,14 +86,40 @@ private:
     void Call(const SScope& scope);
     void Return();
     void Function(const SFunction& function);
+    void Macro(unsigned int nMacro);
     std::string Finish();
+    std::string Head() const;
+    std::string Metadata() const;
+
+    // What the features add.
+    bool IsMore() const;
+    bool More(const SScope& scope);
+    void ReturnAnywhere(const SScope& scope);
+    void LeaveAnywhere(const SScope& scope);
+    void LeavePart(const SScope& scope);
+    void GlobalAccess();
+    void OwnAddress(bool bAligned);
+    void StoreOwn();
+    void LoadOwn();
+    void UpdateOwn();
+    void UpdateShared();
+    void LocalAccess();
+    void UpdateLocal();
+    void Exchange();
+    void CallMacro(const SScope& scope);
+    std::string Uav() const { return m_Features.bOlder ? "_id(11)" : "_id(10)_addr64"; }
 
     std::mt19937 m_Engine;
+    SKernelFeatures m_Features;
     std::string m_strText;
     unsigned int m_nLoops = 0;
     unsigned int m_nBudget = 0;
     std::vector<SFunction> m_vPending; ///< called and not written yet
     unsigned int m_nNextLabel = 1031;
+    unsigned int m_nMacros = 0;
+    unsigned int m_nMacroDepth[2] = {0, 0}; ///< of each macro's deepest call
+    bool m_bInMain = true;                  ///< the kernel's own function is being written
+    bool m_bReturned = false;               ///< someone may have returned from it
     bool m_bMaySkip = false;
 };
 

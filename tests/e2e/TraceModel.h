@@ -2,41 +2,20 @@
 #define KESTREL_TESTS_E2E_TRACEMODEL_H
 
 #include "platform/runtime/PlatformControl.h"
+#include "tests/reference/Position.h"
 #include "tools/kestrel/Libraries.h"
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <set>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace KestrelTest
 {
 
-/// Loops around an instruction in its own function: start and pass, outermost first.
-typedef std::vector<std::pair<uint32_t, uint32_t>> Loops;
-
-/// A position as the debugger knows it: an instruction and the passes of the loops around it, in a
-/// certain call of its function.
-struct SPosition
-{
-    uint32_t nInstruction = 0;
-    Loops vLoops;
-    std::vector<std::pair<uint32_t, Loops>> vCalls; ///< instruction and loops of each, outermost first
-
-    bool operator<(const SPosition& other) const
-    {
-        return std::tie(nInstruction, vLoops, vCalls) < std::tie(other.nInstruction, other.vLoops, other.vCalls);
-    }
-    std::string ToString() const;
-};
-
 /// The position that a record of the trace is about.
 SPosition PositionOf(const SPlatformTraceRecord& record);
-
-typedef std::array<uint32_t, 4> Words;
 
 /// What a plain run did at one position, over all work-items.
 struct SObservation

@@ -1,0 +1,42 @@
+#ifndef KESTREL_TESTS_REFERENCE_LANES_H
+#define KESTREL_TESTS_REFERENCE_LANES_H
+
+#include "tests/reference/State.h"
+
+namespace KestrelTest
+{
+
+/// What instructions without flow control do, one work-item after the other.
+class CLanes
+{
+public:
+    CLanes(const CKernelText& text, const SReferenceLaunch& launch);
+
+    size_t GetItems() const { return m_nItems; }
+    const SReferenceState& GetState() const { return m_State; }
+    /// An operand's four components for one work-item, behind its swizzle.
+    Words Read(const SOperand& operand, size_t nItem) const;
+    /// \throws CReferenceError for an instruction that the machine doesn't know
+    void Execute(const SInstruction& instruction, const Mask& active);
+
+private:
+    Words ReadRegister(const SOperand& operand, size_t nItem) const;
+    Words ReadId(const std::string& strFile, size_t nItem) const;
+    Words ReadConstant(const SOperand& operand) const;
+    std::string NameOf(const SOperand& operand, size_t nItem) const;
+    void Write(const SOperand& operand, size_t nItem, const Words& values);
+    bool Calculate(const SInstruction& instruction, size_t nItem);
+    bool AccessMemory(const SInstruction& instruction, size_t nItem);
+    bool UpdateMemory(const SInstruction& instruction, size_t nItem);
+    /// Where an address lies, with nBytes behind it; null outside of all memory.
+    unsigned char* Find(const SInstruction& instruction, const Words& address, size_t nItem, size_t nBytes);
+
+    const CKernelText& m_Text;
+    const SReferenceLaunch& m_Launch;
+    size_t m_nItems;
+    SReferenceState m_State;
+};
+
+} // namespace KestrelTest
+
+#endif
