@@ -26,6 +26,13 @@ struct SModuleKernel
     SKernelMetadata metadata;
 };
 
+/// A section of debug data, as it goes into the image.
+struct SDebugSection
+{
+    std::string strName;
+    std::string strData;
+};
+
 /// What a front end makes of a source: the metadata of its kernels and one IL text for all of them.
 struct SModule
 {
@@ -34,6 +41,8 @@ struct SModule
     std::string strText;
     /// What `.llvmir` is to hold, if more than a note: intermediate code as text.
     std::string strIntermediate;
+    /// Lines and variables of the source, for the lines of the text; docs/kernel-binary.md.
+    std::vector<SDebugSection> vDebugSections;
     /// By line of the text; empty if the text isn't part of the source.
     std::vector<SSourcePlace> vPlaces;
 };

@@ -82,6 +82,10 @@ std::vector<char> WriteProgramImage(const SModule& module, const std::vector<SCo
         Add(nIL, "ovkil", STT_OBJECT, MakeKernelText(module.strText, kernel.nUniqueId));
         Add(nCode, "kernel", STT_FUNC, WriteDeviceCode(kernel.strName, kernel.vTokens, kernel.vLines));
     }
+    for (const SDebugSection& section : module.vDebugSections)
+    {
+        elf.AddSection(section.strName, 0, 1, section.strData);
+    }
     return elf.Write();
 }
 

@@ -1,7 +1,8 @@
 #ifndef KESTREL_PLATFORM_OPENCL_C_DWARF_DEBUGSECTIONS_H
 #define KESTREL_PLATFORM_OPENCL_C_DWARF_DEBUGSECTIONS_H
 
-#include <string>
+#include "platform/compiler/FrontEnd.h"
+
 #include <vector>
 
 namespace llvm
@@ -14,12 +15,7 @@ namespace KestrelOpenCL
 
 struct SLowered;
 
-/// A section of debug data for a kernel binary.
-struct SDebugSection
-{
-    std::string strName;
-    std::vector<char> vBytes;
-};
+using KestrelPlatform::SDebugSection;
 
 /// Writes DWARF 4 from a module's debug metadata and what lowering has made of its lines and variables.
 ///

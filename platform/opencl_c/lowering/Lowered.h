@@ -12,6 +12,7 @@ namespace llvm
 class DILocalVariable;
 class DILocation;
 class Function;
+class GlobalVariable;
 class Module;
 } // namespace llvm
 
@@ -54,6 +55,14 @@ struct SVariablePlace
     uint32_t nOffset = 0;
 };
 
+/// Where a variable that a kernel declares in local memory is. Such variables are globals to LLVM.
+struct SLocalPlace
+{
+    const llvm::GlobalVariable* pVariable = nullptr;
+    const llvm::Function* pKernel = nullptr;
+    uint32_t nOffset = 0; ///< bytes into the kernel's local block
+};
+
 /// What a module's kernels have become. It refers to the llvm::Module, which must live as long.
 struct SLowered
 {
@@ -61,6 +70,7 @@ struct SLowered
     std::vector<SLoweredKernel> vKernels;        ///< in the order of module.vKernels
     std::vector<const llvm::DILocation*> vLines; ///< by line of the IL text; null for none
     std::vector<SVariablePlace> vVariables;
+    std::vector<SLocalPlace> vLocals;
 };
 
 /// Turns a prepared module into IL: see PrepareForLowering.
