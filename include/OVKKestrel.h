@@ -122,11 +122,20 @@ extern "C"
      */
     typedef cl_ulong ovkclDebugRegisterLocator;
 
-    /** The number of a global memory resource (UAV). */
+    /** The number of a global memory resource (UAV), or one of the extensions below. */
     typedef cl_uint ovkclDebugMemoryResource;
 
     /** A byte address, in a resource or in a work-item's private memory. */
     typedef cl_ulong ovkclDebugMemoryAddress;
+
+/** Extension: the resource that is the local memory block which the kernel declares under a number (dcl_lds_id). */
+#define OVKCLDEBUG_EXT_LOCAL_BLOCK(number) ((ovkclDebugMemoryResource)(0x80000000u | (cl_uint)(number)))
+/** Extension: the resource that is the local memory of an argument, which the host gave its size. */
+#define OVKCLDEBUG_EXT_LOCAL_ARGUMENT(index) ((ovkclDebugMemoryResource)(0xC0000000u | (cl_uint)(index)))
+/** The address of a byte of either, counted from where the block or the argument begins, in a work-group: groups count
+ *  in linear order, x fastest, as work-items do. */
+#define OVKCLDEBUG_EXT_LOCAL_ADDRESS(group, offset)                                                                    \
+    (((ovkclDebugMemoryAddress)(cl_uint)(group) << 32) | (ovkclDebugMemoryAddress)(cl_uint)(offset))
 
     /** A range of valid global memory. */
     typedef struct ovkclDebugMemoryRegion
@@ -413,14 +422,18 @@ extern "C"
 
     /**
      * At HALTED: global memory as it is at this stop.
+     * Where a run has to be made for that it is made at the first query of a stop, and serves all others there.
      * \param resource    the UAV through which the kernel reaches it. On devices of the older generation a miss
-     *                    with 0, 8 or 11 is tried with 11 and 8 as well
-     * \param address     as the kernel sees it
+     *                    with 0, 8 or 11 is tried with 11 and 8 as well. OVKCLDEBUG_EXT_LOCAL_BLOCK and
+     *                    OVKCLDEBUG_EXT_LOCAL_ARGUMENT name local memory
+     * \param address     as the kernel sees it; of local memory OVKCLDEBUG_EXT_LOCAL_ADDRESS
      * \param count       bytes
-     * \param buffer      receives them; null with a count of 0 to ask for the size of the buffer that holds the address
+     * \param buffer      receives them; null with a count of 0 to ask for the size of the buffer, block or argument
+     *                    that holds the address
      * \param outputSize  receives the number of bytes written, which is less than count where the buffer ends
      *                    earlier; may be null
-     * \return OVKCLDEBUG_ERROR_INVALID_LOCATION if no argument's buffer holds the address
+     * \return OVKCLDEBUG_ERROR_INVALID_LOCATION if no argument's buffer holds the address, and for a block, an argument
+     *         or a group that isn't there; OVKCLDEBUG_ERROR_OPERATION_FAILED if the run that is needed fails
      */
     OVKCL_API ovkclDebugError ovkclDebugGetGlobalMemoryValues(ovkclDebugContext debugContext,
                                                               ovkclDebugMemoryResource resource,
