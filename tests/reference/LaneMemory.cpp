@@ -88,9 +88,9 @@ const std::map<std::string, Update> s_Updates = {
     {"udec", [](uint32_t nOld, uint32_t a, uint32_t) { return nOld == 0 || nOld > a ? a : nOld - 1; }},
     {"dec", [](uint32_t nOld, uint32_t a, uint32_t) { return nOld == 0 || nOld > a ? a : nOld - 1; }},
     {"mskor", [](uint32_t nOld, uint32_t a, uint32_t b) { return (nOld & ~a) | b; }},
-    // The values that are passed are numbers; what is there may be none, and gives way.
-    {"fmin", [](uint32_t nOld, uint32_t a, uint32_t) { return Float(a) >= Float(nOld) ? nOld : a; }},
-    {"fmax", [](uint32_t nOld, uint32_t a, uint32_t) { return Float(a) <= Float(nOld) ? nOld : a; }},
+    // Where one of the two is NaN nothing is smaller or larger, and what is there stays.
+    {"fmin", [](uint32_t nOld, uint32_t a, uint32_t) { return Float(a) < Float(nOld) ? a : nOld; }},
+    {"fmax", [](uint32_t nOld, uint32_t a, uint32_t) { return Float(a) > Float(nOld) ? a : nOld; }},
 };
 
 } // namespace
