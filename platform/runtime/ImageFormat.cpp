@@ -62,6 +62,7 @@ struct SChannelOrder
     ETypes m_eTypes;
 };
 
+/// Rx and RGx are left out: texels of their padded channels have no size that OpenCL allows.
 constexpr SChannelOrder s_orders[] = {
     {CL_R, "r", ETypes::All},
     {CL_A, "a", ETypes::All},
@@ -70,8 +71,6 @@ constexpr SChannelOrder s_orders[] = {
     {CL_RGBA, "rgba", ETypes::All},
     {CL_BGRA, "bgra", ETypes::Bytes},
     {CL_ARGB, "argb", ETypes::Bytes},
-    {CL_Rx, "rx", ETypes::All},
-    {CL_RGx, "rgx", ETypes::All},
     {CL_RGB, "rgb", ETypes::Packed},
     {CL_RGBx, "rgbx", ETypes::Packed},
     {CL_INTENSITY, "r", ETypes::Filtered},

@@ -285,6 +285,8 @@ TEST_F(CImageKindsTest, EverySupportedFormatMakesAnImageAndTheMinimumListIsThere
         cl_int nError = -1;
         cl_mem image = cl.clCreateImage2D(m_context, 0, &format, 2, 2, 0, nullptr, &nError);
         EXPECT_EQ(nError, CL_SUCCESS) << format.image_channel_order << " " << format.image_channel_data_type;
+        const size_t nSize = ImageSize(image, CL_IMAGE_ELEMENT_SIZE);
+        EXPECT_EQ(nSize & (nSize - 1), 0u) << format.image_channel_order << " " << format.image_channel_data_type;
         cl.clReleaseMemObject(image);
     }
     const auto has = [&](cl_channel_order eOrder, cl_channel_type eType)
