@@ -17,11 +17,6 @@ namespace
 /// A kernel of that many instructions is no kernel any more: it is what a few lines that call each other twice grow to.
 const uint64_t s_nMostInstructions = 4'000'000;
 
-bool IsKernel(const llvm::Function& function)
-{
-    return function.getCallingConv() == llvm::CallingConv::SPIR_KERNEL && !function.isDeclaration();
-}
-
 /// What the device itself knows: intrinsics, and what lowering turns into instructions.
 bool IsKnown(const llvm::Function& function)
 {
@@ -174,6 +169,11 @@ void CWalk::Take(llvm::Function& root)
 }
 
 } // namespace
+
+bool IsKernel(const llvm::Function& function)
+{
+    return function.getCallingConv() == llvm::CallingConv::SPIR_KERNEL && !function.isDeclaration();
+}
 
 bool OrderCalls(llvm::Module& module, std::vector<llvm::Function*>& vOrder, std::string& strLog)
 {

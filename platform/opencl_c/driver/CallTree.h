@@ -13,6 +13,9 @@ class Module;
 namespace KestrelOpenCL
 {
 
+/// Whether a function is a kernel with a body.
+bool IsKernel(const llvm::Function& function);
+
 /// The functions that a module's kernels reach, callees in front of their callers.
 ///
 /// \param strLog receives an error for each function that calls itself, directly or not, for each that is called and

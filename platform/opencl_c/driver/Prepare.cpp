@@ -19,11 +19,6 @@ void NameNativeIntegers(llvm::Module& module)
     module.setDataLayout(module.getDataLayoutStr() + "-n8:16:32:64");
 }
 
-bool IsKernel(const llvm::Function& function)
-{
-    return function.getCallingConv() == llvm::CallingConv::SPIR_KERNEL;
-}
-
 /// Inlines every call of a function whose callees have had the same.
 bool InlineCalls(llvm::Function& function, std::string& strLog)
 {
