@@ -5,6 +5,7 @@
 #include "platform/runtime/Settings.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 namespace KestrelPlatform::Runtime
@@ -40,6 +41,7 @@ cl_int TakeGlobalSize(const SIndexSpace& space, SLaunch& launch)
     if (!space.m_pGlobalSize)
         return CL_INVALID_GLOBAL_WORK_SIZE;
     launch.nDimensions = space.m_nDimensions;
+    size_t nItems = 1;
     for (cl_uint i = 0; i < space.m_nDimensions; ++i)
     {
         launch.nGlobalSize[i] = space.m_pGlobalSize[i];
@@ -48,6 +50,9 @@ cl_int TakeGlobalSize(const SIndexSpace& space, SLaunch& launch)
             return CL_INVALID_GLOBAL_WORK_SIZE;
         if (launch.nGlobalOffset[i] > nMax - launch.nGlobalSize[i])
             return CL_INVALID_GLOBAL_OFFSET;
+        // Work-items are counted in 64 bits.
+        if (__builtin_mul_overflow(nItems, launch.nGlobalSize[i], &nItems))
+            return CL_INVALID_GLOBAL_WORK_SIZE;
     }
     return CL_SUCCESS;
 }
@@ -98,7 +103,8 @@ public:
         GetWords(1, size_t{kernel.nConstantBuffer1Elements} * s_nElementBytes);
     }
 
-    cl_int Bind(const SKernelArgument& argument, const SArgumentValue& value)
+    /// \param nArgument  its number
+    cl_int Bind(cl_uint nArgument, const SKernelArgument& argument, const SArgumentValue& value)
     {
         if (!value.m_bSet)
             return CL_INVALID_KERNEL_ARGS;
@@ -119,7 +125,7 @@ public:
         case SKernelArgument::GlobalPointer:
         case SKernelArgument::ConstantPointer:
         case SKernelArgument::Counter:
-            return BindBuffer(argument, value);
+            return BindBuffer(nArgument, argument, value);
         }
         return CL_INVALID_KERNEL_ARGS;
     }
@@ -168,7 +174,7 @@ private:
         return pMem;
     }
 
-    cl_int BindBuffer(const SKernelArgument& argument, const SArgumentValue& value)
+    cl_int BindBuffer(cl_uint nArgument, const SKernelArgument& argument, const SArgumentValue& value)
     {
         const CRef<CMemObject> pMem = FindMem(value);
         if (!pMem)
@@ -185,6 +191,7 @@ private:
         range.pData = pMem->GetData();
         range.bReadOnly = (pMem->GetFlags() & CL_MEM_READ_ONLY) != 0;
         m_prepared.m_launch.vMemory.push_back(range);
+        m_prepared.m_vBuffers.push_back({nArgument, range.nAddress, range.nSize});
         PutAddress(argument, range.nAddress);
         return CL_SUCCESS;
     }
@@ -263,7 +270,7 @@ cl_int BindArguments(const CKernel& kernel, SPreparedLaunch& prepared)
     const std::vector<SArgumentValue> vValues = kernel.GetArgumentValues();
     CArgumentBinder binder(compiled, prepared);
     for (size_t i = 0; i < vValues.size(); ++i)
-        if (const cl_int nError = binder.Bind(compiled.vArguments[i], vValues[i]))
+        if (const cl_int nError = binder.Bind(static_cast<cl_uint>(i), compiled.vArguments[i], vValues[i]))
             return nError;
     for (const SKernelSampler& sampler : compiled.vSamplers)
         prepared.m_launch.mapSamplers[sampler.nSampler] = DecodeSampler(sampler.nValue);
@@ -275,7 +282,12 @@ struct SLastFault
     std::mutex m_mutex;
     SPlatformFault m_fault{};
     std::vector<SPlatformFaultRecord> m_vRecords;
+    SPlatformEnd m_end{PLATFORM_END_COMPLETE, 0, ~cl_ulong(0)};
+    std::vector<SPlatformBuffer> m_vBuffers;
+    SPlatformSizes m_sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
 };
+
+std::atomic<bool> s_bBreakRuns{false};
 
 SLastFault& LastFault()
 {
@@ -283,7 +295,30 @@ SLastFault& LastFault()
     return s_fault;
 }
 
-void KeepFault(const SLaunchResult& result)
+SPlatformFaultRecord MakeRecord(const SFaultRecord& fault)
+{
+    const SBadAccess& access = fault.access;
+    return {access.nInstruction, fault.bBarrier, access.bWrite, access.nWorkItem, access.nAddress, access.eMemory};
+}
+
+SPlatformSizes MakeSizes(const SLaunch& launch)
+{
+    SPlatformSizes sizes = {};
+    sizes.nDimensions = launch.nDimensions;
+    std::copy_n(launch.nGlobalSize, 3, sizes.global);
+    std::copy_n(launch.nLocalSize, 3, sizes.local);
+    std::copy_n(launch.nGlobalOffset, 3, sizes.offset);
+    return sizes;
+}
+
+SPlatformEnd MakeEnd(const SLaunchResult& result)
+{
+    static constexpr EPlatformEnd s_ends[] = {PLATFORM_END_COMPLETE, PLATFORM_END_LIMIT, PLATFORM_END_BROKEN,
+                                              PLATFORM_END_MEMORY};
+    return {s_ends[result.eStatus], result.nStopInstruction, result.nStopWorkItem};
+}
+
+void KeepFault(SPreparedLaunch& prepared, const SLaunchResult& result)
 {
     SPlatformFault fault{};
     fault.nBadAccesses = result.nBadAccesses;
@@ -294,12 +329,14 @@ void KeepFault(const SLaunchResult& result)
     fault.nUnreachedBarriers = result.nUnreachedBarriers;
     std::vector<SPlatformFaultRecord> vRecords;
     for (const SFaultRecord& record : result.vFaults)
-        vRecords.push_back({record.access.nInstruction, record.bBarrier, record.access.bWrite, record.access.nWorkItem,
-                            record.access.nAddress});
+        vRecords.push_back(MakeRecord(record));
     SLastFault& last = LastFault();
     std::lock_guard<std::mutex> lock(last.m_mutex);
     last.m_fault = fault;
     last.m_vRecords.swap(vRecords);
+    last.m_end = MakeEnd(result);
+    last.m_sizes = MakeSizes(prepared.m_launch);
+    last.m_vBuffers.swap(prepared.m_vBuffers);
 }
 
 /// Tells the context's callback what a run did that it shouldn't have.
@@ -317,7 +354,10 @@ void ReportFault(const SPreparedLaunch& prepared, const SLaunchResult& result)
         prepared.m_pContext->Report(strKernel + std::to_string(result.nUnreachedBarriers) +
                                     " barriers that part of a work-group didn't reach");
     if (result.eStatus == SLaunchResult::InstructionLimit)
-        prepared.m_pContext->Report(strKernel + "stopped at the limit of instructions for a work-group");
+        prepared.m_pContext->Report(
+            strKernel + "stopped at the limit of " + std::to_string(prepared.m_launch.nInstructionLimit) +
+            " instructions for a work-group, work-item " + std::to_string(result.nStopWorkItem) + " at instruction " +
+            std::to_string(result.nStopInstruction));
 }
 
 } // namespace
@@ -342,9 +382,10 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     prepared.m_launch.pTrace = pTrace.get();
     prepared.m_launch.nInstructionLimit = GetInstructionLimit();
     prepared.m_launch.nSchedule = TakeSchedule();
+    prepared.m_launch.pBreak = &s_bBreakRuns;
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
     const SLaunchResult result = RunLaunch(prepared.m_launch);
-    KeepFault(result);
+    KeepFault(prepared, result);
     ReportFault(prepared, result);
     switch (result.eStatus)
     {
@@ -353,9 +394,38 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     case SLaunchResult::OutOfMemory:
         return CL_OUT_OF_HOST_MEMORY;
     case SLaunchResult::InstructionLimit:
+    case SLaunchResult::Broken:
         break;
     }
     return CL_OUT_OF_RESOURCES;
+}
+
+void BreakRuns(bool bBreak)
+{
+    s_bBreakRuns = bBreak;
+}
+
+SPlatformEnd GetLastEnd()
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    return last.m_end;
+}
+
+SPlatformSizes GetLastSizes()
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    return last.m_sizes;
+}
+
+cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    const size_t nGiven = std::min<size_t>(pBuffers ? nBuffers : 0, last.m_vBuffers.size());
+    std::copy_n(last.m_vBuffers.begin(), nGiven, pBuffers);
+    return static_cast<cl_uint>(last.m_vBuffers.size());
 }
 
 SPlatformFault GetLastFault()

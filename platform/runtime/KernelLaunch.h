@@ -21,7 +21,8 @@ struct SPreparedLaunch
 {
     CRef<CContext> m_pContext;
     std::shared_ptr<const SExecutableKernel> m_pExecutable;
-    std::vector<CRef<CMemObject>> m_vMems; ///< the memory objects that the arguments name
+    std::vector<CRef<CMemObject>> m_vMems;   ///< the memory objects that the arguments name
+    std::vector<SPlatformBuffer> m_vBuffers; ///< of global and constant pointers
     SLaunch m_launch;
 };
 
@@ -35,6 +36,14 @@ cl_int RunPrepared(SPreparedLaunch& prepared);
 SPlatformFault GetLastFault();
 /// Its faults one by one, up to nRecords of them. \return how many are kept
 cl_uint GetFaultRecords(SPlatformFaultRecord* pRecords, cl_uint nRecords);
+/// Ends kernel runs under way and those to come, or lets them run again.
+void BreakRuns(bool bBreak);
+/// How the last kernel run ended.
+SPlatformEnd GetLastEnd();
+/// The sizes of the last kernel run.
+SPlatformSizes GetLastSizes();
+/// Its buffers, up to nBuffers of them. \return how many there were
+cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers);
 
 } // namespace KestrelPlatform::Runtime
 

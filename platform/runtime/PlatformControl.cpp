@@ -56,13 +56,41 @@ void ShakeSchedule(uint64_t nSeed)
     Runtime::SetSchedule(nSeed);
 }
 
+void SwitchBreak(int32_t bBreak)
+{
+    Runtime::BreakRuns(bBreak != 0);
+}
+
+void ReadLastEnd(SPlatformEnd* pEnd)
+{
+    if (pEnd)
+        *pEnd = Runtime::GetLastEnd();
+}
+
+void ReadLastSizes(SPlatformSizes* pSizes)
+{
+    if (pSizes)
+        *pSizes = Runtime::GetLastSizes();
+}
+
+uint32_t ReadLastBuffers(SPlatformBuffer* pBuffers, uint32_t nBuffers)
+{
+    return Runtime::GetLastBuffers(pBuffers, nBuffers);
+}
+
+void ResetAll()
+{
+    Runtime::BreakRuns(false);
+    Runtime::ResetSettings();
+}
+
 } // namespace
 
 const SPlatformControl* kestrelPlatformControl()
 {
     static const SPlatformControl s_control = {
         sizeof(SPlatformControl),
-        &KestrelPlatform::Runtime::ResetSettings,
+        &ResetAll,
         &SetBuild,
         &SwitchExtension,
         &KestrelPlatform::Runtime::SetRefusedBuildOption,
@@ -76,6 +104,10 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadLastFault,
         &ReadFaultRecords,
         &ShakeSchedule,
+        &SwitchBreak,
+        &ReadLastEnd,
+        &ReadLastSizes,
+        &ReadLastBuffers,
     };
     return &s_control;
 }

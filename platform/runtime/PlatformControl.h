@@ -69,6 +69,16 @@ struct SPlatformFault
     uint64_t nUnreachedBarriers;
 };
 
+/// What an access meant.
+enum EPlatformMemory
+{
+    PLATFORM_MEMORY_GLOBAL = 0,
+    PLATFORM_MEMORY_LOCAL,     ///< the address counts from the start of its declared area
+    PLATFORM_MEMORY_PRIVATE,   ///< a private UAV of the work-item
+    PLATFORM_MEMORY_REGISTERS, ///< an array of registers or a constant buffer; the address is the element
+    PLATFORM_MEMORY_IMAGE      ///< the address is the x coordinate
+};
+
 /// One fault of it. Each work-item's at each instruction is kept once, the lowest work-items first, 64 at most.
 struct SPlatformFaultRecord
 {
@@ -77,6 +87,40 @@ struct SPlatformFaultRecord
     int32_t bWrite;
     uint64_t nWorkItem; ///< of a barrier: the first of its group that didn't reach it
     uint64_t nAddress;
+    uint32_t nMemory; ///< an EPlatformMemory
+};
+
+/// Where a kernel run had the buffer of a pointer argument.
+struct SPlatformBuffer
+{
+    uint32_t nArgument;
+    uint64_t nAddress;
+    uint64_t nSize; ///< bytes
+};
+
+/// How a kernel run ended.
+enum EPlatformEnd
+{
+    PLATFORM_END_COMPLETE = 0,
+    PLATFORM_END_LIMIT,  ///< a work-group came to the limit of instructions
+    PLATFORM_END_BROKEN, ///< BreakRuns
+    PLATFORM_END_MEMORY  ///< there wasn't enough for it
+};
+
+struct SPlatformEnd
+{
+    uint32_t nEnd;         ///< an EPlatformEnd
+    uint32_t nInstruction; ///< of a run that was stopped under way: where one of its blocks was
+    uint64_t nWorkItem;    ///< the first one that was active there; ~0 if the run was never under way
+};
+
+/// The sizes of a kernel run; 1 for dimensions that it hasn't got.
+struct SPlatformSizes
+{
+    uint32_t nDimensions;
+    uint64_t global[3];
+    uint64_t local[3]; ///< as the runtime chose it where the launch didn't say
+    uint64_t offset[3];
 };
 
 struct SPlatformControl
@@ -109,6 +153,15 @@ struct SPlatformControl
     uint32_t (*GetFaultRecords)(struct SPlatformFaultRecord* pRecords, uint32_t nRecords);
     /// From now on kernel runs take their work-groups in shuffled orders, with pauses of their threads; 0 ends it.
     void (*SetSchedule)(uint64_t nSeed);
+    /// Not 0: kernel runs under way, and those to come, end at once with CL_OUT_OF_RESOURCES; their memory holds
+    /// whatever they have written. 0 ends it. A block of work-items looks at it once a pass of a loop.
+    void (*BreakRuns)(int32_t bBreak);
+    /// How the last kernel run ended.
+    void (*GetLastEnd)(struct SPlatformEnd* pEnd);
+    /// The sizes of the last kernel run.
+    void (*GetLastSizes)(struct SPlatformSizes* pSizes);
+    /// The buffers of the last kernel run, up to nBuffers of them. \return how many there were
+    uint32_t (*GetLastBuffers)(struct SPlatformBuffer* pBuffers, uint32_t nBuffers);
 };
 
 #endif

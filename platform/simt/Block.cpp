@@ -205,11 +205,17 @@ void CBlock::GoOn(const SMicroOp& step)
     ++m_nStep;
 }
 
-bool CBlock::Limit()
+bool CBlock::Limit(const SMicroOp& step)
 {
     const uint64_t nLimit = m_Context.launch.nInstructionLimit;
-    if (nLimit != 0 && m_nExecuted > nLimit)
-        m_Context.bStop.store(true, std::memory_order_relaxed);
+    const bool bBreak = m_Context.IsBreakAsked();
+    if ((nLimit != 0 && m_nExecuted > nLimit) || bBreak)
+    {
+        uint32_t nLane = 0;
+        while (nLane + 1 < m_nLive && !IsActive(nLane))
+            ++nLane;
+        m_Context.Stop(bBreak, step.nInstruction, GetWorkItem(nLane));
+    }
     return m_Context.bStop.load(std::memory_order_relaxed);
 }
 
@@ -378,7 +384,7 @@ void CBlock::Outside(const SMicroOp& step)
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (IsActive(n))
-            CountBad(step, n, step.nAux, step.nFlags != 0);
+            CountBad(step, n, step.nAux, step.nFlags != 0, SBadAccess::Registers);
     }
 }
 
@@ -419,7 +425,7 @@ CBlock::EState CBlock::Run()
             if (m_pTrace && step.nInstruction != SItem::NoInstruction)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
-            if (Limit())
+            if (Limit(step))
                 return Stopped;
             break;
         case MICRO_IF:
@@ -466,7 +472,7 @@ CBlock::EState CBlock::Run()
             break;
         case MICRO_END_LOOP:
             EndLoop(step);
-            if (Limit())
+            if (Limit(step))
                 return Stopped;
             break;
         case MICRO_SWITCH:

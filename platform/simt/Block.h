@@ -25,6 +25,9 @@ struct SLaunchContext
     void CountBadAccess(const SBadAccess& access);
     /// \param nWorkItem  the first of the group that didn't reach it
     void CountUnreachedBarrier(uint32_t nInstruction, uint64_t nWorkItem);
+    /// Makes all blocks stop. \param bByBreak  from outside, and not at the limit of instructions
+    void Stop(bool bByBreak, uint32_t nInstruction, uint64_t nWorkItem);
+    bool IsBreakAsked() const { return launch.pBreak && launch.pBreak->load(std::memory_order_relaxed); }
 
     const SLaunch& launch;
     const SCode& code;
@@ -43,6 +46,9 @@ struct SLaunchContext
 
     std::atomic<uint32_t> nThreads{0}; ///< that have joined so far
     std::atomic<bool> bStop{false};
+    std::atomic<bool> bBroken{false};
+    uint32_t nStopInstruction = 0; ///< of the first block that stopped; under faultMutex
+    uint64_t nStopWorkItem = ~uint64_t(0);
     std::mutex faultMutex;
     uint64_t nBadAccesses = 0;
     SBadAccess firstBadAccess;
@@ -63,7 +69,7 @@ public:
         Running,
         AtBarrier,
         Done,
-        Stopped ///< the instruction limit
+        Stopped ///< the instruction limit, or from outside
     };
 
     /// Allocates and fills what stays the same for the whole launch. Throws std::bad_alloc.
@@ -128,7 +134,7 @@ private:
     void SetMask(const SLaneSpan& span);
     /// Goes on behind the step, or at its target if no work-item is left.
     void GoOn(const SMicroOp& step);
-    bool Limit();
+    bool Limit(const SMicroOp& step);
     uint32_t RunLanes(uint32_t nStep) const;
     void OpenBranch(const SMicroOp& step, uint32_t bInvert);
     void OtherBranch(const SMicroOp& step);
@@ -143,7 +149,7 @@ private:
     void Outside(const SMicroOp& step);
 
     // Memory, in BlockMemory.cpp
-    void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite);
+    void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory);
     void Access(const SMicroOp& step, const SAccess& access);
     void GlobalAccess(const SMicroOp& step, const SAccess& access);
     unsigned char* GlobalMemory(const SAccess& access, SOffsets& offsets);

@@ -70,7 +70,7 @@ void CBlock::ImageLane(const SMicroOp& step, const SImageAccess& image, const SI
         if (bThere && view.Inside(place))
             StoreTexel(image, view, place, nLane);
         else if (bThere)
-            CountBad(step, nLane, static_cast<uint32_t>(place[0]), true);
+            CountBad(step, nLane, static_cast<uint32_t>(place[0]), true, SBadAccess::Image);
         return;
     case SImageAccess::Info:
         texel = InfoOf(view.image);
@@ -85,7 +85,7 @@ void CBlock::ImageLane(const SMicroOp& step, const SImageAccess& image, const SI
         if (bThere && view.Inside(place))
             texel = view.Read(place);
         else if (bThere)
-            CountBad(step, nLane, static_cast<uint32_t>(place[0]), false);
+            CountBad(step, nLane, static_cast<uint32_t>(place[0]), false, SBadAccess::Image);
         break;
     }
     for (uint32_t n = 0; n < 4; ++n)

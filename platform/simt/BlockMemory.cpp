@@ -46,9 +46,9 @@ uint32_t TotalBytes(const SAccess& access)
 
 } // namespace
 
-void CBlock::CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite)
+void CBlock::CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory)
 {
-    m_Context.CountBadAccess({step.nInstruction, GetWorkItem(nLane), nAddress, bWrite});
+    m_Context.CountBadAccess({step.nInstruction, GetWorkItem(nLane), nAddress, bWrite, eMemory});
 }
 
 uint64_t CBlock::Address(const SAccess& access, uint32_t nLane) const
@@ -243,7 +243,7 @@ void CBlock::GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nL
         bBad = true;
     }
     if (bBad)
-        CountBad(step, nLane, nBadAddress, !bLoad);
+        CountBad(step, nLane, nBadAddress, !bLoad, SBadAccess::Global);
 }
 
 /// Where the lowest of the lanes' elements lies, if all of them are inside one memory object; null otherwise.
@@ -343,7 +343,7 @@ void CBlock::LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLa
         const int64_t nOffset = LocalOffset(area, nAddress, access.nElementBytes);
         LocalAtomic(access, nLane, nOffset < 0 ? nullptr : pGroup + nOffset);
         if (nOffset < 0)
-            CountBad(step, nLane, nAddress, true);
+            CountBad(step, nLane, nAddress, true, SBadAccess::Local);
         return;
     }
     bool bBad = false;
@@ -357,7 +357,7 @@ void CBlock::LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLa
         bBad = bBad || nOffset < 0;
     }
     if (bBad)
-        CountBad(step, nLane, nAddress, access.eOperation != SAccess::Load);
+        CountBad(step, nLane, nAddress, access.eOperation != SAccess::Load, SBadAccess::Local);
 }
 
 void CBlock::LocalAccess(const SMicroOp& step, const SAccess& access)
@@ -480,7 +480,7 @@ void CBlock::PrivateLane(const SMicroOp& step, const SAccess& access, uint32_t n
         }
     }
     if (bBad)
-        CountBad(step, nLane, nFirst, !bLoad);
+        CountBad(step, nLane, nFirst, !bLoad, SBadAccess::Private);
 }
 
 void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
@@ -503,7 +503,7 @@ void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
         if (nIndex >= nElements)
         {
             pResult[n] = 0;
-            CountBad(step, n, nIndex, false);
+            CountBad(step, n, nIndex, false, SBadAccess::Registers);
             continue;
         }
         const uint32_t nWord = nIndex * 4 + indexed.nComponent;
@@ -531,7 +531,7 @@ void CBlock::IndexStore(const SMicroOp& step, const SIndexed& indexed)
         const uint32_t nIndex = pIndex[n] + indexed.nImmediate;
         if (nIndex >= array.nElements)
         {
-            CountBad(step, n, nIndex, true);
+            CountBad(step, n, nIndex, true, SBadAccess::Registers);
             continue;
         }
         for (uint32_t c = 0; c < 4; ++c)

@@ -186,7 +186,18 @@ void SLaunchContext::CountUnreachedBarrier(uint32_t nInstruction, uint64_t nWork
 {
     std::lock_guard<std::mutex> lock(faultMutex);
     ++nUnreachedBarriers;
-    KeepFault({{nInstruction, nWorkItem, 0, false}, true});
+    KeepFault({{nInstruction, nWorkItem, 0, false, SBadAccess::Global}, true});
+}
+
+void SLaunchContext::Stop(bool bByBreak, uint32_t nInstruction, uint64_t nWorkItem)
+{
+    std::lock_guard<std::mutex> lock(faultMutex);
+    if (bStop)
+        return;
+    bBroken = bByBreak;
+    nStopInstruction = nInstruction;
+    nStopWorkItem = nWorkItem;
+    bStop = true;
 }
 
 /// Keeps the lowest, so that every run gives the same ones.
@@ -252,8 +263,10 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         result.firstBadAccess = context.firstBadAccess;
         result.nUnreachedBarriers = context.nUnreachedBarriers;
         result.vFaults.swap(context.vFaults);
+        result.nStopInstruction = context.nStopInstruction;
+        result.nStopWorkItem = context.nStopWorkItem;
         if (context.bStop)
-            result.eStatus = SLaunchResult::InstructionLimit;
+            result.eStatus = context.bBroken ? SLaunchResult::Broken : SLaunchResult::InstructionLimit;
         // A thread without memory leaves its groups to the others; only if there was none are they undone.
         else if (bNoMemory && shares.IsAnyLeft())
             result.eStatus = SLaunchResult::OutOfMemory;

@@ -1,6 +1,7 @@
 #ifndef KESTREL_PLATFORM_SIMT_LAUNCH_H
 #define KESTREL_PLATFORM_SIMT_LAUNCH_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -79,12 +80,13 @@ struct SLaunch
     std::map<uint32_t, SImageBinding> mapResources;               ///< images read, by resource number
     std::map<uint32_t, SImageBinding> mapUavImages;               ///< images written, by UAV number
     std::map<uint32_t, SSamplerBinding> mapSamplers;
-    uint32_t nDynamicLocalBytes = 0; ///< local memory arguments, behind what the IL declares
-    uint64_t nInstructionLimit = 0;  ///< instructions a work-group may execute; 0 means none
-    uint32_t nMaxThreads = 0;        ///< threads that may run it; 0 for one a core
-    uint64_t nSchedule = 0;          ///< shakes the order of groups and threads; 0 leaves it as it comes
-    ITraceSink* pTrace = nullptr;    ///< a traced launch runs on one thread
-    const void* pOwner = nullptr;    ///< what threads wait for that may help (CWorkerPool::HelpWhile)
+    uint32_t nDynamicLocalBytes = 0;           ///< local memory arguments, behind what the IL declares
+    uint64_t nInstructionLimit = 0;            ///< instructions a work-group may execute; 0 means none
+    uint32_t nMaxThreads = 0;                  ///< threads that may run it; 0 for one a core
+    uint64_t nSchedule = 0;                    ///< shakes the order of groups and threads; 0 leaves it as it comes
+    ITraceSink* pTrace = nullptr;              ///< a traced launch runs on one thread
+    const std::atomic<bool>* pBreak = nullptr; ///< true ends it; may be null
+    const void* pOwner = nullptr;              ///< what threads wait for that may help (CWorkerPool::HelpWhile)
 };
 
 /// The first of the accesses that had no memory behind them.
@@ -94,6 +96,15 @@ struct SBadAccess
     uint64_t nWorkItem = 0; ///< linear, x fastest, without the offset
     uint64_t nAddress = 0;
     bool bWrite = false;
+    enum EMemory : uint8_t
+    {
+        Global,
+        Local, ///< the address counts from the start of its area
+        Private,
+        Registers, ///< an array or a constant buffer; the address is the element
+        Image      ///< the address is the x coordinate
+    };
+    EMemory eMemory = Global;
 };
 
 /// A fault that is told of by itself.
@@ -109,9 +120,12 @@ struct SLaunchResult
     {
         Complete,
         InstructionLimit, ///< stopped: the kernel didn't end
+        Broken,           ///< stopped from outside
         OutOfMemory
     };
     EStatus eStatus = Complete;
+    uint32_t nStopInstruction = 0;         ///< of a stopped run: where a block of it was
+    uint64_t nStopWorkItem = ~uint64_t(0); ///< the first that was active there
     uint64_t nBadAccesses = 0;
     SBadAccess firstBadAccess;
     uint64_t nUnreachedBarriers = 0; ///< barriers that part of a work-group didn't reach
