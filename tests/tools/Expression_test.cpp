@@ -56,6 +56,37 @@ public:
         return mask;
     }
     const SExtent& GetExtent() const override { return m_Extent; }
+    /// "squares" are six ints, "halves" two floats, "group" three bytes of each group, "step" one unsigned value.
+    std::optional<SElements> FindElements(const std::string& strName) override
+    {
+        const struct
+        {
+            const char* pszName;
+            const char* pszType;
+            uint64_t nCount;
+        } known[] = {{"squares", "i32", 6}, {"halves", "f32", 2}, {"group", "u8", 3}, {"step", "u64", 1}};
+        for (size_t i = 0; i < 4; ++i)
+        {
+            if (strName == known[i].pszName)
+            {
+                return SElements{strName, FindElementType(known[i].pszType), known[i].nCount, i == 2, i == 3, i};
+            }
+        }
+        return std::nullopt;
+    }
+    std::vector<unsigned char> ReadElements(const SElements& elements, size_t nGroup, uint64_t nOffset,
+                                            size_t nBytes) override
+    {
+        std::vector<unsigned char> vBytes(elements.GetBytes());
+        for (size_t i = 0; i < elements.nCount; ++i)
+        {
+            const double values[] = {static_cast<double>(i * i), static_cast<double>(i) / 2,
+                                     static_cast<double>(100 * nGroup + i), 0xFFFFFFFF};
+            StoreElement(*elements.pType, values[elements.nPlace], &vBytes[i * elements.pType->nSize]);
+        }
+        return std::vector<unsigned char>(vBytes.begin() + static_cast<std::ptrdiff_t>(nOffset),
+                                          vBytes.begin() + static_cast<std::ptrdiff_t>(nOffset + nBytes));
+    }
     size_t GetFocus() const override { return 4; }
 
 private:
@@ -70,7 +101,7 @@ std::string Evaluate(const std::string& strText)
     CSixItems items;
     try
     {
-        CExpression expression(strText);
+        CExpression expression(strText, &items);
         expression.Bind(items);
         return expression.Format(items.GetFocus(), false);
     }
@@ -137,6 +168,25 @@ TEST(Expression, IsWorkedOutForTheWorkItemInFocus)
         {"count/a(r1.x > 1)", "4"},
         {"count(r2.x == nan) == 1 && r1.x == 4", "1"},
         {"(any r1.x == 5) + (any r1.x == 3)", "1"},
+        {"any r1.x == 5 && any r1.x == 1", "1"}, // the first any ends where the second one begins
+        {"any r1.x == 5 && any r1.x == 3", "0"},
+        {"any r1.x == 3 || !any r1.x == 5 || all r1.x > 0", "1"},
+        {"any r1.x == 5 && r1.y == 5.0", "1"}, // one any over both
+        {"count(r1.x > 1) == 3 && any r1.x == 4", "1"},
+        {"squares[3]", "9"},
+        {"squares[r1.x] + squares[r1.x - 1]", "25"},
+        {"squares[squares[2]]", "16"},
+        {"squares[r1.y + 0.0]", "16"},
+        {"halves[1] * 3", "1.5"},
+        {"group[2]", "102"}, // of the second group
+        {"any group[0] == 0", "1"},
+        {"step", "4294967295"},
+        {"step > -1", "1"},
+        {"count(squares[r1.x] > 4)", "2"},
+        {"r1.x < 3 && squares[r1.x + 2] > 0", "0"}, // not asked for what isn't there
+        {"r1.x > 3 || squares[r1.x + 2] > 0", "1"},
+        {"1.5 & 3", "1"},
+        {"~1.5", "-2"},
     };
     for (const SCase& entry : cases)
     {
@@ -158,6 +208,43 @@ TEST(Expression, RefusesWhatIsNestedTooDeeply)
     EXPECT_NO_THROW(CExpression(std::string(100, '(') + "1" + std::string(100, ')')));
 }
 
+TEST(Expression, MayBeAsLongAsOneLikes)
+{
+    // Chains to the left nest nothing, and must not be evaluated or destroyed by recursion.
+    for (const char* pszPiece : {"+1", "||0", "&&1", "-r1.x", "*1.0", "==1", "|r1.x"})
+    {
+        std::string strText = "1";
+        for (int n = 0; n < 50000; ++n)
+        {
+            strText += pszPiece;
+        }
+        EXPECT_NE(Evaluate(strText), "") << pszPiece;
+    }
+    std::string strSum = "any r1.x";
+    for (int n = 0; n < 50000; ++n)
+    {
+        strSum += "+1";
+    }
+    EXPECT_EQ(Evaluate(strSum + " == 50004"), "1");
+}
+
+TEST(Expression, HoldsForAnyActiveWorkItemUnlessItIsTheSameForAll)
+{
+    const struct
+    {
+        const char* pszText;
+        bool bHolds;
+    } cases[] = {{"r1.x == 5", true}, {"r1.x == 3", false},     {"r1.x == 5 && r1.y == 4.0", false},
+                 {"1", true},         {"any r1.x == 3", false}, {"count(r1.x > 1) == 3", true}};
+    for (const auto& entry : cases)
+    {
+        CSixItems items;
+        CExpression expression(entry.pszText, &items);
+        expression.Bind(items);
+        EXPECT_EQ(expression.HoldsForAny(items), entry.bHolds) << entry.pszText;
+    }
+}
+
 TEST(Expression, SaysWhatIsWrong)
 {
     const SCase cases[] = {
@@ -171,6 +258,17 @@ TEST(Expression, SaysWhatIsWrong)
         {"$width", "in \"$width\", column 7: expected $item, $x, $y, $z, $gx, $gy, $gz, $lx, $ly, $lz or $active"},
         {"r1.q", "\"r1.q\": components are x, y, z and w"},
         {"r9.x > 1", "r9 has no value here"},
+        {".", "in \".\", column 1: expected a number"},
+        {"18446744073709551616", "in \"18446744073709551616\", column 1: expected a number of 64 bits"},
+        {"1e999", "in \"1e999\", column 1: expected a number that a double holds"},
+        {"r65536.x", "\"r65536.x\" is no register: its number is too large"},
+        {"x1[4294967296].x", "\"x1[4294967296].x\" is no register: its number is too large"},
+        {"squares[6]", "squares[6] isn't there: squares has 6 elements"},
+        {"squares[-1]", "squares[-1] isn't there: squares has 6 elements"},
+        {"squares[18446744073709551615]", "squares[-1] isn't there: squares has 6 elements"},
+        {"all squares[r1.x + 1] > 0", "squares[6] isn't there: squares has 6 elements"},
+        {"squares", "in \"squares\", column 8: expected which element, as in squares[0]"},
+        {"squares[1", "in \"squares[1\", column 10: expected \"]\""},
     };
     for (const SCase& entry : cases)
     {

@@ -24,8 +24,9 @@ struct SRegisterView
 {
     const unsigned int* pWords = nullptr; ///< null if the debugger has no value
     size_t nItems = 0;
+    size_t nStride = 4; ///< words from one work-item's to the next one's; 0 for one value for all
 
-    const unsigned int* operator[](size_t nItem) const { return pWords + 4 * nItem; }
+    const unsigned int* operator[](size_t nItem) const { return pWords + nStride * nItem; }
 };
 
 /// The execution mask of a stop; lives until the next command.

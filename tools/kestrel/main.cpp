@@ -2,9 +2,11 @@
 #include "tools/kestrel/command/DebugSession.h"
 #include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/command/Manual.h"
+#include "tools/kestrel/command/Output.h"
 #include "tools/kestrel/convert/Describe.h"
 #include "tools/kestrel/convert/ProgramBuild.h"
 #include "tools/kestrel/convert/Tokens.h"
+#include "tools/kestrel/debug/Outcome.h"
 
 #include <CLI/CLI.hpp>
 
@@ -44,34 +46,12 @@ CLibraries OpenLibraries(const SOptions& options)
     return CLibraries(bSoftware ? strLib + "/kestrel-platform" : std::string(), strLib + "/libOVKKestrel.so");
 }
 
-/// Prints the outputs, and says where they differ from what the launch file expects.
-int Report(const CLaunch& launch)
+/// Prints faults and outputs, and says where they differ from what the launch file expects.
+int Report(const CLibraries& libraries, const CLaunch& launch)
 {
-    const size_t nShown = 16;
-    for (size_t i = 0; i < launch.GetFile().vArguments.size(); ++i)
-    {
-        const SArgument& argument = launch.GetFile().vArguments[i];
-        if (!argument.vExpected)
-        {
-            continue;
-        }
-        const std::vector<unsigned char> vBytes = launch.ReadContents(i);
-        const size_t nElements = vBytes.size() / argument.pType->nSize;
-        std::cout << "output of argument " << i << ":";
-        for (size_t nElement = 0; nElement < std::min(nElements, nShown); ++nElement)
-        {
-            std::cout << " " << FormatElement(*argument.pType, &vBytes[nElement * argument.pType->nSize]);
-        }
-        std::cout << (nElements > nShown ? " ...\n" : "\n");
-    }
-    const std::vector<SDifference> vDifferences = launch.Compare();
-    for (const SDifference& difference : vDifferences)
-    {
-        std::cout << "argument " << difference.nArgument << ", element " << difference.nElement << ": "
-                  << difference.strGot << ", expected " << difference.strExpected << "\n";
-    }
-    std::cout << (vDifferences.empty() ? "outputs are right\n" : "outputs differ\n");
-    return vDifferences.empty() ? EXIT_GOOD : EXIT_OUTPUT_DIFFERS;
+    const nlohmann::json outcome = DescribeRun(libraries, launch);
+    std::cout << RenderFaults(outcome) << RenderOutputs(outcome);
+    return outcome["faulty"] ? EXIT_FAULT : outcome["differences"].empty() ? EXIT_GOOD : EXIT_OUTPUT_DIFFERS;
 }
 
 int Run(const SOptions& options)
@@ -80,7 +60,7 @@ int Run(const SOptions& options)
     CLaunch launch(libraries, ReadLaunchFile(options.strLaunch));
     launch.Run();
     launch.SaveOutputs();
-    return Report(launch);
+    return Report(libraries, launch);
 }
 
 int Step(const SOptions& options)
@@ -101,7 +81,7 @@ int Step(const SOptions& options)
         return EXIT_COMMAND_FAILED;
     }
     launch.SaveOutputs();
-    return Report(launch);
+    return Report(libraries, launch);
 }
 
 int Debug(const SOptions& options)

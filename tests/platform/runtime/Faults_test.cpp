@@ -125,4 +125,100 @@ TEST_F(CFaultsTest, AddressesFarAwayAreDroppedAndTheFirstOneIsTold)
     EXPECT_NE(Report().find("127 accesses outside memory, the first a read"), std::string::npos);
 }
 
+TEST_F(CFaultsTest, ToldWithTheKindOfMemoryAndWhereTheBuffersWere)
+{
+    // A read of local memory beyond its block, an element beyond an array, and a write just behind a buffer.
+    const std::string strSource =
+        MakeModule(true, "beyond", ";memory:hwlocal:16\n;pointer:out:i32:1:1:0:uav:12:4:RW:0:0\n",
+                   "dcl_typeless_uav_id(12)_stride(4)_length(4)\ndcl_lds_id(1) 16\ndcl_indexed_temp_array x1[2]\n",
+                   "if_logicalz r0.x\nmov r2.x, vTidInGrp.x\niadd r2.x, r2.x, l10.x\nmov r3.x, x1[r2.x].x\n"
+                   "mov r2.x, cb0[0].x\nlds_load_id(1) r3.x, r2.x\n"
+                   "ishl r1.x, cb0[0].x, l10.x\ni64add r1.xy, cb1[0].xyxy, r1.x000\n"
+                   "uav_raw_store_id(12)_addr64 mem0.x, r1.xy, r0.x\nendif\n");
+    Run(strSource, "beyond");
+    SPlatformFaultRecord records[8] = {};
+    ASSERT_EQ(Control().GetFaultRecords(records, 8), 3u);
+    EXPECT_EQ(records[0].nMemory, static_cast<uint32_t>(PLATFORM_MEMORY_REGISTERS));
+    EXPECT_EQ(records[0].nAddress, 2u);
+    EXPECT_EQ(records[1].nMemory, static_cast<uint32_t>(PLATFORM_MEMORY_LOCAL));
+    EXPECT_EQ(records[1].nAddress, 64u);
+    EXPECT_EQ(records[2].nMemory, static_cast<uint32_t>(PLATFORM_MEMORY_GLOBAL));
+    SPlatformBuffer buffer = {};
+    ASSERT_EQ(Control().GetLastBuffers(&buffer, 1), 1u);
+    EXPECT_EQ(buffer.nArgument, 0u);
+    EXPECT_EQ(records[2].nAddress, buffer.nAddress + buffer.nSize) << "just behind it";
+    SPlatformSizes sizes = {};
+    Control().GetLastSizes(&sizes);
+    EXPECT_EQ(sizes.nDimensions, 1u);
+    EXPECT_EQ(sizes.global[0], 64u);
+    EXPECT_EQ(sizes.local[1], 1u);
+    SPlatformEnd end = {};
+    Control().GetLastEnd(&end);
+    EXPECT_EQ(end.nEnd, static_cast<uint32_t>(PLATFORM_END_COMPLETE));
+}
+
+TEST_F(CFaultsTest, RunsAreBrokenOffAndSayWhereTheyWere)
+{
+    // An endless loop, which only the break ends: the limit is switched off.
+    Control().SetInstructionLimit(0);
+    const std::string strSource =
+        MakeModule(true, "endless", ";pointer:out:i32:1:1:0:uav:12:4:RW:0:0\n", "", "whileloop\nendloop\n");
+    const char* pszSource = strSource.c_str();
+    cl_program program = cl.clCreateProgramWithSource(m_context, 1, &pszSource, nullptr, nullptr);
+    ASSERT_EQ(cl.clBuildProgram(program, 0, nullptr, "", nullptr, nullptr), CL_SUCCESS);
+    cl_kernel kernel = cl.clCreateKernel(program, "endless", nullptr);
+    const cl_mem null = nullptr;
+    ASSERT_EQ(cl.clSetKernelArg(kernel, 0, sizeof(null), &null), CL_SUCCESS);
+    const size_t nGlobal = 4096;
+    const auto enqueue = [&]
+    {
+        cl_event event = nullptr;
+        EXPECT_EQ(cl.clEnqueueNDRangeKernel(m_queue, kernel, 1, nullptr, &nGlobal, nullptr, 0, nullptr, &event),
+                  CL_SUCCESS);
+        cl.clFlush(m_queue);
+        return event;
+    };
+    const auto waitFor = [&](cl_event event)
+    {
+        cl.clWaitForEvents(1, &event);
+        cl_int nStatus = CL_COMPLETE;
+        cl.clGetEventInfo(event, CL_EVENT_COMMAND_EXECUTION_STATUS, sizeof(nStatus), &nStatus, nullptr);
+        cl.clReleaseEvent(event);
+        return nStatus;
+    };
+    SPlatformEnd end = {};
+    cl_event running = enqueue();
+    for (cl_int nStatus = CL_QUEUED; nStatus > CL_RUNNING;)
+        cl.clGetEventInfo(running, CL_EVENT_COMMAND_EXECUTION_STATUS, sizeof(nStatus), &nStatus, nullptr);
+    Control().BreakRuns(1);
+    EXPECT_EQ(waitFor(running), CL_OUT_OF_RESOURCES);
+    Control().GetLastEnd(&end);
+    EXPECT_EQ(end.nEnd, static_cast<uint32_t>(PLATFORM_END_BROKEN));
+    EXPECT_LT(end.nWorkItem, nGlobal);
+    EXPECT_EQ(waitFor(enqueue()), CL_OUT_OF_RESOURCES) << "and those to come";
+
+    Control().BreakRuns(0);
+    Control().SetInstructionLimit(1000);
+    EXPECT_EQ(waitFor(enqueue()), CL_OUT_OF_RESOURCES);
+    Control().GetLastEnd(&end);
+    EXPECT_EQ(end.nEnd, static_cast<uint32_t>(PLATFORM_END_LIMIT));
+    cl.clFinish(m_queue);
+    cl.clReleaseKernel(kernel);
+    cl.clReleaseProgram(program);
+}
+
+TEST_F(CFaultsTest, ADispatchBeyond64BitsIsRefused)
+{
+    const char* pszSource = "kernel void none(global int* p) { p[0] = 1; }";
+    cl_program program = cl.clCreateProgramWithSource(m_context, 1, &pszSource, nullptr, nullptr);
+    ASSERT_EQ(cl.clBuildProgram(program, 0, nullptr, "", nullptr, nullptr), CL_SUCCESS);
+    cl_kernel kernel = cl.clCreateKernel(program, "none", nullptr);
+    const size_t sizes[][3] = {{0x80000000, 0x80000000, 4}, {0x80000000, 0x80000000, 8}, {0xFFFFFFFF, 0xFFFFFFFF, 2}};
+    for (const auto& global : sizes)
+        EXPECT_EQ(cl.clEnqueueNDRangeKernel(m_queue, kernel, 3, nullptr, global, nullptr, 0, nullptr, nullptr),
+                  CL_INVALID_GLOBAL_WORK_SIZE);
+    cl.clReleaseKernel(kernel);
+    cl.clReleaseProgram(program);
+}
+
 } // namespace

@@ -31,7 +31,7 @@ json AddBreakpoint(CCommandContext& context, bool bTemporary)
     std::optional<CExpression> condition;
     if (nIf != std::string::npos)
     {
-        condition.emplace(strCondition);
+        condition.emplace(strCondition, &debugger);
     }
     SBreakpoint& breakpoint = debugger.GetBreakpoints().Add(nLine, bTemporary);
     breakpoint.condition = std::move(condition);
@@ -126,7 +126,7 @@ json DoCondition(CCommandContext& context)
         breakpoint.condition.reset();
         return {{"view", "text"}, {"text", "breakpoint " + std::to_string(breakpoint.nId) + " has no condition now"}};
     }
-    breakpoint.condition.emplace(strCondition);
+    breakpoint.condition.emplace(strCondition, &context.GetDebugger());
     return nullptr;
 }
 

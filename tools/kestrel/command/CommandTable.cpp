@@ -61,8 +61,8 @@ const SCommand g_Commands[] = {
      "of the stop. A line without an instruction stands for the next one that has one. Lines count from 0, as list "
      "shows them.\n"
      "A condition is an expression. any, all and count() ask the active work-items, with /a all of them; without one "
-     "of these the condition is asked of the work-item in focus. A breakpoint is passed where no work-item comes to "
-     "it.",
+     "of these the condition asks whether any active work-item fulfils it. A breakpoint is passed where no work-item "
+     "comes to it.",
      "break 21 if any r3.x > 60\nbreak 33 if count(r5.x == 0) == 1\nrun\ncontinue", DoBreak, false, ECompletion::Place},
     {"tbreak", "tb", "[PLACE] [if CONDITION]", s_pszBreakpoints, "As break, for one stop only.", "",
      "tbreak 33\nrun\ninfo breakpoints", DoTemporaryBreak, false, ECompletion::Place},
@@ -91,6 +91,10 @@ const SCommand g_Commands[] = {
      DoInfoKernel, false, ECompletion::Nothing},
     {"info dispatch", "d", "", s_pszDispatch, "Show the dispatch's sizes and where it stands.", "",
      "start\ninfo dispatch", DoInfoDispatch, false, ECompletion::Nothing},
+    {"info faults", "", "", s_pszDispatch, "List what work-items did and shouldn't have.",
+     "Accesses to no buffer and barriers that part of a group missed, since the launch, as the software platform "
+     "records them.",
+     "run\ninfo faults", DoInfoFaults, false, ECompletion::Nothing},
     {"info display", "", "", s_pszValues, "List what is shown at every stop.", "", "display r3.x\ninfo display",
      DoInfoDisplay, false, ECompletion::Nothing},
 
@@ -105,15 +109,18 @@ const SCommand g_Commands[] = {
      "Formats: f float, d int, u unsigned, x hex, g pairs of components as doubles, q pairs as 64-bit ints, a pairs "
      "as addresses in the kernel's buffers (out+0x10); without one, "
      "each component as the float or int that it looks like.\n"
-     "Expressions have the operators of C, numbers, nan, inf, components of registers (r3.x, cb1[2].y, x1[0].w), and "
-     "of the "
-     "work-item $item (linear), $x $y $z (without the global offset), $gx $gy $gz (group), $lx $ly $lz (in its group) "
+     "Expressions have the operators of C, numbers, nan, inf, and components of registers: r3.x, x1[0].w, literals "
+     "(l0.x), constant buffers (cb1[2].y) and ids (vTidInGrp.x). An argument's name, or argN, stands for a value "
+     "argument (scale) or with an index for an element of its buffer (out[3], in[r0.x]). A work-item's own are "
+     "$item (linear), $x $y $z (without the global offset), $gx $gy $gz (group), $lx $ly $lz (in its group) "
      "and "
      "$active. Components are read as floats beside a float and as ints otherwise; int(), uint(), float(), and for "
      "pairs "
-     "long(r2.xy) and double(r2.xy), say it outright. Two NaNs are equal.",
-     "break 24\nrun\nprint r3\nprint/a r2.xy\nprint r3.x * 2 + 1\nprint count(r3.x > 30)", DoPrint, true,
-     ECompletion::Register},
+     "long(r2.xy) and double(r2.xy), say it outright. An element that isn't there is an error, but && and || don't ask "
+     "for what they don't need. Two NaNs are equal.",
+     "break 24\nrun\nprint r3\nprint/a r2.xy\nprint r3.x * 2 + 1\nprint l0.x + vTidInGrp.x\nprint out[r0.x]\nprint "
+     "count(r3.x > 30)",
+     DoPrint, true, ECompletion::Register},
     {"display", "", "[/FORMAT] EXPRESSION", s_pszValues, "Print an expression at every stop.", "",
      "display r3.x\nbreak 21\nrun\nstep", DoDisplay, false, ECompletion::Register},
     {"undisplay", "", "[ID]", s_pszValues, "End a display, or all.", "", "display r3.x\nundisplay 1\ninfo display",

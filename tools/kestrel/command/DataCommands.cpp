@@ -35,7 +35,7 @@ EFormat ChooseFormat(CDebugger& debugger, const std::string& strFormat)
 json PrintExpression(CDebugger& debugger, const std::string& strFormat, const std::string& strExpression)
 {
     debugger.RequireLive();
-    CExpression expression(strExpression);
+    CExpression expression(strExpression, &debugger);
     const EFormat eFormat = ChooseFormat(debugger, strFormat);
     json answer = {{"view", "print"}, {"expression", strExpression}, {"item", debugger.GetFocus()}};
     if (expression.IsOperand())
@@ -63,7 +63,7 @@ json DoPrint(CCommandContext& context)
 
 json DoDisplay(CCommandContext& context)
 {
-    const CExpression expression(context.GetText("an expression"));
+    const CExpression expression(context.GetText("an expression"), &context.GetDebugger());
     ReadFormat(context.GetFormat());
     const unsigned int nId = context.GetInterpreter().MakeDisplayId();
     context.GetInterpreter().GetDisplays().push_back({nId, context.GetFormat(), context.GetArguments()});
@@ -228,6 +228,13 @@ json DoInfoDispatch(CCommandContext& context)
         answer["count"] = debugger.GetActive().Count();
     }
     return answer;
+}
+
+json DoInfoFaults(CCommandContext& context)
+{
+    context.AllowNone();
+    const SFaults& faults = context.GetDebugger().GetFaults().GetAll();
+    return {{"view", "faults"}, {"faults", DescribeFaults(faults, faults.vShown.size())}};
 }
 
 } // namespace KestrelTool

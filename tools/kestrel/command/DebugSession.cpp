@@ -82,6 +82,10 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
     {
         return EXIT_COMMAND_FAILED;
     }
+    if (debugger.GetFaults().HasAny())
+    {
+        return EXIT_FAULT;
+    }
     return debugger.HasDifference() ? EXIT_OUTPUT_DIFFERS : EXIT_GOOD;
 }
 

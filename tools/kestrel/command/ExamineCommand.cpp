@@ -110,7 +110,8 @@ size_t FindArgument(CDebugger& debugger, const std::string& strName)
     const std::vector<SKernelArgument>& vArguments = debugger.GetArguments();
     for (size_t i = 0; i < vArguments.size(); ++i)
     {
-        if (vArguments[i].IsGlobal() && (vArguments[i].strName == strName || "arg" + std::to_string(i) == strName))
+        const bool bShown = vArguments[i].IsGlobal() || vArguments[i].strKind == "value";
+        if (bShown && (vArguments[i].strName == strName || "arg" + std::to_string(i) == strName))
         {
             return i;
         }
@@ -118,6 +119,27 @@ size_t FindArgument(CDebugger& debugger, const std::string& strName)
     throw CCommandError("\"" + strName +
                         "\" is no place in memory; there are an argument's name, argN, uavN:ADDRESS "
                         "and private:ADDRESS");
+}
+
+/// "3]" or "r0.x + 1]": an expression of the work-item in focus.
+uint64_t ReadIndex(CDebugger& debugger, const std::string& strText)
+{
+    const size_t nEnd = strText.rfind(']');
+    if (nEnd == std::string::npos || nEnd + 1 != strText.size())
+    {
+        throw CCommandError("an element's number stands between [ and ]");
+    }
+    CExpression index(strText.substr(0, nEnd), &debugger);
+    index.SetFloat(false);
+    index.Bind(debugger);
+    int64_t nIndex = 0;
+    index.Evaluate(debugger.GetFocus(), 1, &nIndex);
+    index.RequireValue(0);
+    if (nIndex < 0)
+    {
+        throw CCommandError("there is no element " + std::to_string(nIndex));
+    }
+    return static_cast<uint64_t>(nIndex);
 }
 
 size_t GetElementSize(CDebugger& debugger, size_t nArgument)
@@ -151,7 +173,7 @@ SPlace ReadMemoryPlace(CDebugger& debugger, const std::string& strText)
     }
     if (strText[nNameEnd] == '[')
     {
-        const uint64_t nElement = ReadNumber(strText.substr(nNameEnd + 1, strText.find(']') - nNameEnd - 1));
+        const uint64_t nElement = ReadIndex(debugger, strText.substr(nNameEnd + 1));
         place.nAddress = std::min<uint64_t>(nElement, s_nFarAway) * GetElementSize(debugger, *place.argument);
     }
     else
@@ -219,7 +241,7 @@ json DoExamine(CCommandContext& context)
 {
     CDebugger& debugger = context.GetDebugger();
     debugger.RequireLive();
-    const SPlace place = ReadMemoryPlace(debugger, context.GetWord("a place in memory"));
+    const SPlace place = ReadMemoryPlace(debugger, context.GetText("a place in memory"));
     const SShape shape = ReadShape(context.GetFormat(), GetShapeOf(debugger, place));
     const std::vector<unsigned char> vBytes = ReadMemory(debugger, place, shape.nCount * shape.nSize);
     if (vBytes.size() < shape.nSize)

@@ -178,7 +178,8 @@ std::string MakeManPage()
            "Steps a kernel over its whole dispatch: at each stop the line, the active work\\-items, and every register "
            "and byte of memory of every work\\-item can be read.\n.SH EXIT STATUS\n0 good, 1 a command failed, 2 the "
            "call "
-           "or the launch file is wrong, 3 the platform failed, 4 an output differs from what is expected.\n";
+           "or the launch file is wrong, 3 the platform failed, 4 an output differs from what is expected, 5 the "
+           "platform has recorded a fault.\n";
     for (const std::string& strGroup : ListGroups())
     {
         std::string strTitle = strGroup;

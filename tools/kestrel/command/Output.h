@@ -66,6 +66,9 @@ private:
 /// An answer or event as text for people, with its line ends.
 std::string RenderText(const nlohmann::json& answer, bool bUnicode);
 
+/// The faults of an event, line by line.
+std::string RenderFaults(const nlohmann::json& event);
+
 /// What the command line itself says when it ends a launch: outputs and where they differ.
 std::string RenderOutputs(const nlohmann::json& finished);
 

@@ -50,42 +50,6 @@ std::string RenderLines(const json& view)
     return strText;
 }
 
-std::string RenderFault(const json& fault)
-{
-    const std::string strKind = fault["kind"];
-    const std::string strItem = "fault: work-item " + Text(fault["workitem"]);
-    const std::string strLine = fault.contains("line") ? "at line " + Text(fault["line"]) : "";
-    if (strKind == "barrier")
-    {
-        return strItem + " didn't reach the barrier" + (strLine.empty() ? "" : " " + strLine) +
-               " that others of its group reached\n";
-    }
-    return strItem + (strKind == "write" ? " wrote to " : " read from ") + Text(fault["place"]) +
-           ", which is in no buffer" + (strLine.empty() ? "" : ", " + strLine) + "\n";
-}
-
-std::string RenderFaults(const json& event)
-{
-    if (!event.contains("faults"))
-    {
-        return std::string();
-    }
-    const json& faults = event["faults"];
-    std::string strText;
-    for (const json& fault : faults["list"])
-    {
-        strText += RenderFault(fault);
-    }
-    strText += faults["more"] != 0 ? "and " + Text(faults["more"]) + " more\n" : "";
-    if (faults["incomplete"])
-    {
-        strText +=
-            faults["accesses"] != 0 ? "in all " + Text(faults["accesses"]) + " accesses to no buffer so far\n" : "";
-        strText += faults["barriers"] != 0 ? "in all " + Text(faults["barriers"]) + " barriers missed so far\n" : "";
-    }
-    return strText;
-}
-
 std::string NameReason(const json& event)
 {
     const std::string strReason = event["reason"];
@@ -383,6 +347,7 @@ const SRenderer s_Views[] = {
     {"diff", RenderDiff},
     {"workitem", RenderWorkItem},
     {"settings", RenderSettings},
+    {"faults", [](const json& view) { return view["faults"]["list"].empty() ? "no faults\n" : RenderFaults(view); }},
     {"displays", RenderDisplays},
     {"display", [](const json&) { return std::string(); }},
     {"help", RenderHelp},
@@ -435,6 +400,64 @@ std::string RenderText(const json& answer, bool bUnicode)
     return answer.dump() + "\n";
 }
 
+namespace
+{
+
+/// What an access met, by the kind of memory that it meant.
+std::string RenderPlace(const json& fault)
+{
+    const std::string strMemory = fault["memory"];
+    if (strMemory == "registers")
+    {
+        return "element " + Text(fault["address"]) +
+               " of an array of registers or a constant buffer that hasn't got it";
+    }
+    if (strMemory == "image")
+    {
+        return "an image outside its texels, at x " + Text(fault["address"]);
+    }
+    return strMemory == "global" ? Text(fault["place"]) + ", which is in no buffer"
+                                 : strMemory + " memory at " + Text(fault["place"]) + ", which is outside of it";
+}
+
+std::string RenderFault(const json& fault)
+{
+    const std::string strKind = fault["kind"];
+    const std::string strItem = "fault: work-item " + Text(fault["workitem"]);
+    const std::string strLine = fault.contains("line") ? "at line " + Text(fault["line"]) : "";
+    if (strKind == "barrier")
+    {
+        return strItem + " didn't reach the barrier" + (strLine.empty() ? "" : " " + strLine) +
+               " that others of its group reached\n";
+    }
+    return strItem + (strKind == "write" ? " wrote to " : " read from ") + RenderPlace(fault) +
+           (strLine.empty() ? "" : ", " + strLine) + "\n";
+}
+
+} // namespace
+
+std::string RenderFaults(const json& event)
+{
+    if (!event.contains("faults"))
+    {
+        return std::string();
+    }
+    const json& faults = event["faults"];
+    std::string strText;
+    for (const json& fault : faults["list"])
+    {
+        strText += RenderFault(fault);
+    }
+    strText += faults["more"] != 0 ? "and " + Text(faults["more"]) + " more\n" : "";
+    if (faults["incomplete"])
+    {
+        strText +=
+            faults["accesses"] != 0 ? "in all " + Text(faults["accesses"]) + " accesses to no buffer so far\n" : "";
+        strText += faults["barriers"] != 0 ? "in all " + Text(faults["barriers"]) + " barriers missed so far\n" : "";
+    }
+    return strText;
+}
+
 std::string RenderOutputs(const json& finished)
 {
     std::string strText;
@@ -448,11 +471,17 @@ std::string RenderOutputs(const json& finished)
         strText += "argument " + Text(difference["argument"]) + ", element " + Text(difference["element"]) + ": " +
                    Text(difference["got"]) + ", expected " + Text(difference["expected"]) + "\n";
     }
+    if (!finished["differences"].empty())
+    {
+        return strText + "outputs differ\n";
+    }
+    const bool bFaulty = finished.value("faulty", false);
     if (finished["outputs"].empty())
     {
-        return strText;
+        return strText + "outputs not compared: the launch file expects none" +
+               (bFaulty ? "; there were faults\n" : "\n");
     }
-    return strText + (finished["differences"].empty() ? "outputs are right\n" : "outputs differ\n");
+    return strText + (bFaulty ? "outputs are as expected, but there were faults\n" : "outputs are right\n");
 }
 
 } // namespace KestrelTool

@@ -19,7 +19,7 @@ CExpression ReadExpression(CCommandContext& context, bool& bAll)
     debugger.RequireLive();
     std::string strFormat = context.GetFormat();
     bAll = context.TakeAll(strFormat);
-    CExpression expression(context.GetText("an expression"));
+    CExpression expression(context.GetText("an expression"), &debugger);
     if (expression.IsOperand() && expression.GetOperand().vComponents.size() != 1)
     {
         throw CCommandError("which component? As in " + expression.GetOperand().strRegister + ".x");

@@ -67,7 +67,7 @@ CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& sourc
             if (breakpoint.condition)
             {
                 breakpoint.condition->Bind(source);
-                if (!breakpoint.condition->IsTrue(source.GetFocus()))
+                if (!breakpoint.condition->HoldsForAny(source))
                 {
                     continue;
                 }

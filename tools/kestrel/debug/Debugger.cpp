@@ -1,9 +1,9 @@
 #include "tools/kestrel/debug/Debugger.h"
 
+#include "tools/kestrel/PlatformDoor.h"
 #include "tools/kestrel/debug/CommandError.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace KestrelTool
 {
@@ -20,14 +20,15 @@ SExtent MakeExtent(const SLaunchFile& file)
         extent.nGlobal[i] = file.nGlobalSize[i];
         extent.nLocal[i] = file.bHasLocalSize ? file.nLocalSize[i] : 1;
     }
+    extent.bLocalKnown = file.bHasLocalSize;
     return extent;
 }
 
 } // namespace
 
 CDebugger::CDebugger(const CLibraries& libraries, const SLaunchFile& file, IEventSink& sink)
-    : m_Lib(libraries), m_Sink(sink), m_Launch(libraries, file), m_Runs(libraries), m_Faults(libraries),
-      m_Target(libraries, m_Launch), m_Extent(MakeExtent(file))
+    : m_Lib(libraries), m_pControl(FindPlatformControl(libraries)), m_Sink(sink), m_Launch(libraries, file),
+      m_Runs(libraries), m_Faults(m_pControl), m_Target(libraries, m_Launch), m_Extent(MakeExtent(file))
 {
     m_vAllActive.assign(m_Extent.Count(), CL_TRUE);
     m_Target.SetWaiter([this] { ShowProgress(); });
@@ -41,15 +42,42 @@ void CDebugger::ReadProgram()
     const std::vector<char> vBinary = m_Launch.ReadBinary();
     const std::vector<std::string> vMetadata = ReadMetadata(vBinary, m_Launch.GetFile().strKernel);
     m_vArguments = ReadArguments(vMetadata);
-    const std::string strIdField = ";uniqueid:";
-    for (const std::string& strLine : vMetadata)
+    m_Faults.SetArguments(m_vArguments);
+    m_Fixed.emplace(MakeFixedRegisters(ReadLocalBytes(vMetadata)));
+    m_nLabel = ReadLabel(vMetadata);
+    SetListing(ReadLinesWithCall(vBinary, m_nLabel));
+}
+
+CFixedRegisters CDebugger::MakeFixedRegisters(unsigned int nLocalBytes)
+{
+    CFixedRegisters::SSources sources;
+    sources.pExtent = &m_Extent;
+    sources.pFile = &m_Launch.GetFile();
+    sources.pArguments = &m_vArguments;
+    sources.nLocalBytes = nLocalBytes;
+    sources.bKnownPlatform = m_pControl != nullptr;
+    sources.findAddress = [this](size_t nArgument) { return FindAddress(nArgument); };
+    return CFixedRegisters(std::move(sources));
+}
+
+/// A launch may leave the size of groups to the platform, which has chosen it by the first kernel run.
+void CDebugger::TakeLocalSize()
+{
+    if (m_Extent.bLocalKnown || m_pControl == nullptr)
     {
-        if (strLine.compare(0, strIdField.size(), strIdField) == 0)
+        return;
+    }
+    SPlatformSizes sizes = {};
+    m_pControl->GetLastSizes(&sizes);
+    for (size_t i = 0; i < 3; ++i)
+    {
+        if (sizes.global[i] != m_Extent.nGlobal[i] || sizes.local[i] == 0)
         {
-            m_nLabel = static_cast<unsigned int>(std::strtoul(strLine.c_str() + strIdField.size(), nullptr, 10));
+            return;
         }
     }
-    SetListing(ReadLinesWithCall(vBinary, m_nLabel));
+    std::copy(sizes.local, sizes.local + 3, m_Extent.nLocal);
+    m_Extent.bLocalKnown = true;
 }
 
 void CDebugger::SetListing(std::vector<std::string> vLines)
@@ -76,6 +104,10 @@ SRegisterView CDebugger::GetValues(const std::string& strRegister)
             strRegister.find_first_of("0123456789") == strRegister.size() - 1 && strRegister.back() == '0';
         const std::string strBare = strRegister.substr(0, strRegister.size() - 1);
         throw CCommandError((bBare ? strBare : strRegister) + " is no register");
+    }
+    if (const std::optional<SRegisterView> fixed = m_Fixed->Find(strRegister, *m_pListing, m_nLine))
+    {
+        return *fixed;
     }
     SRegisterView view;
     if (m_Target.GetState() == CTarget::AtStop)

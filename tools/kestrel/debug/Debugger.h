@@ -4,6 +4,7 @@
 #include "tools/kestrel/debug/Breakpoints.h"
 #include "tools/kestrel/debug/CodeMap.h"
 #include "tools/kestrel/debug/Faults.h"
+#include "tools/kestrel/debug/FixedRegisters.h"
 #include "tools/kestrel/debug/Format.h"
 #include "tools/kestrel/debug/KernelArguments.h"
 #include "tools/kestrel/debug/KernelRuns.h"
@@ -77,12 +78,18 @@ public:
     double GetRunSeconds() const { return m_Runs.GetSeconds(); }
     /// Whether the last finished run left another output than the launch file expects.
     bool HasDifference() const { return m_bDifference; }
+    /// What the platform has recorded of the last launch that it shouldn't have done.
+    const CFaults& GetFaults() const { return m_Faults; }
     CSession& GetSession() { return m_Target.GetSession(); }
 
     // ---- values
     SRegisterView GetValues(const std::string& strRegister) override;
     SMaskView GetActive() override;
     size_t GetFocus() const override { return m_nFocus; }
+    /// A buffer, value or local argument by its name or as argN.
+    std::optional<SElements> FindElements(const std::string& strName) override;
+    std::vector<unsigned char> ReadElements(const SElements& elements, size_t nGroup, uint64_t nOffset,
+                                            size_t nBytes) override;
     /// \throws CCommandError for one outside the dispatch
     void SetFocus(size_t nItem);
     std::vector<std::string> GetActiveRegisters();
@@ -163,8 +170,11 @@ private:
     std::optional<uint64_t> FindInRegisters(size_t nArgument);
     void ShowProgress();
     std::string GetCurrentFunction() const;
+    CFixedRegisters MakeFixedRegisters(unsigned int nLocalBytes);
+    void TakeLocalSize();
 
     const CLibraries& m_Lib;
+    const SPlatformControl* const m_pControl; ///< null on another platform than the software one
     IEventSink& m_Sink;
     CLaunch m_Launch;
     CKernelRuns m_Runs;
@@ -176,6 +186,7 @@ private:
     std::unique_ptr<CListing> m_pListing;
     std::unique_ptr<CCodeMap> m_pCode;
     std::vector<SKernelArgument> m_vArguments;
+    std::optional<CFixedRegisters> m_Fixed;
     unsigned int m_nLabel = 0; ///< of the kernel's function
 
     unsigned int m_nLine = 0;

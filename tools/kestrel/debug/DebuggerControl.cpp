@@ -27,6 +27,7 @@ bool CDebugger::Launch()
         m_Sink.OnEvent({{"event", "error"}, {"error", m_Target.GetReason()}});
         throw CCommandError("the launch can't be debugged: " + m_Target.GetReason());
     }
+    TakeLocalSize();
     const CListing& listing = GetSession().GetListing();
     if (listing.GetLineCount() != m_pListing->GetLineCount())
     {

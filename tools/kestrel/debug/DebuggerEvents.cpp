@@ -2,6 +2,7 @@
 
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/Debugger.h"
+#include "tools/kestrel/debug/Outcome.h"
 
 #include <algorithm>
 
@@ -13,7 +14,6 @@ using nlohmann::json;
 namespace
 {
 
-const size_t s_nShownElements = 16;
 const size_t s_nShownFaults = 8;
 
 } // namespace
@@ -41,33 +41,7 @@ void CDebugger::AddFaults(json& event)
     {
         return;
     }
-    json list = json::array();
-    for (const SFault& fault : m_NewFaults->vShown)
-    {
-        if (list.size() == s_nShownFaults)
-        {
-            break;
-        }
-        json entry = {{"kind", fault.bBarrier ? "barrier"
-                               : fault.bWrite ? "write"
-                                              : "read"},
-                      {"workitem", fault.nWorkItem}};
-        if (fault.nLine != CListing::NoLine)
-        {
-            entry["line"] = fault.nLine;
-        }
-        if (!fault.bBarrier)
-        {
-            entry["address"] = fault.nAddress;
-            entry["place"] = NameAddress(fault.nAddress);
-        }
-        list.push_back(entry);
-    }
-    event["faults"] = {{"list", list},
-                       {"more", m_NewFaults->vShown.size() - list.size()},
-                       {"accesses", m_NewFaults->nAccesses},
-                       {"barriers", m_NewFaults->nBarriers},
-                       {"incomplete", m_NewFaults->bIncomplete}};
+    event["faults"] = DescribeFaults(*m_NewFaults, s_nShownFaults);
     m_NewFaults.reset();
 }
 
@@ -192,35 +166,14 @@ void CDebugger::SendFinished()
 {
     m_Sink.OnProgress(std::string());
     m_Launch.SaveOutputs();
-    json event = {{"event", "finished"}, {"outputs", json::array()}, {"differences", json::array()}};
+    json event = DescribeOutputs(m_Launch);
+    event["event"] = "finished";
+    event["faulty"] = m_Faults.HasAny();
     if (!m_Target.GetReason().empty())
     {
         event["reason"] = m_Target.GetReason();
     }
     AddFaults(event);
-    for (size_t i = 0; i < m_Launch.GetFile().vArguments.size(); ++i)
-    {
-        const SArgument& argument = m_Launch.GetFile().vArguments[i];
-        if (!argument.vExpected)
-        {
-            continue;
-        }
-        const std::vector<unsigned char> vBytes = m_Launch.ReadContents(i);
-        const size_t nElements = vBytes.size() / argument.pType->nSize;
-        json values = json::array();
-        for (size_t n = 0; n < std::min(nElements, s_nShownElements); ++n)
-        {
-            values.push_back(FormatElement(*argument.pType, &vBytes[n * argument.pType->nSize]));
-        }
-        event["outputs"].push_back({{"argument", i}, {"values", values}, {"elements", nElements}});
-    }
-    for (const SDifference& difference : m_Launch.Compare())
-    {
-        event["differences"].push_back({{"argument", difference.nArgument},
-                                        {"element", difference.nElement},
-                                        {"got", difference.strGot},
-                                        {"expected", difference.strExpected}});
-    }
     m_bDifference = !event["differences"].empty();
     m_Sink.OnEvent(event);
 }

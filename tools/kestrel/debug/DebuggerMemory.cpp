@@ -149,15 +149,44 @@ std::vector<unsigned char> CDebugger::ReadBuffer(size_t nArgument, uint64_t nOff
         throw CCommandError(m_vArguments[nArgument].strName + " has only " + std::to_string(given.vContents.size()) +
                             " bytes");
     }
-    if (m_Target.GetState() == CTarget::AtStop)
+    if (m_Target.GetState() == CTarget::AtStop && m_vArguments[nArgument].IsGlobal())
     {
         return GetSession().GetGlobalMemory(m_vArguments[nArgument].nResource, FindAddress(nArgument) + nOffset,
                                             nBytes);
     }
-    // In front of the first instruction everything is as the launch file has it.
+    // In front of the first instruction everything is as the launch file has it, and values always are.
     const auto itFirst = given.vContents.begin() + static_cast<std::ptrdiff_t>(nOffset);
     const size_t nThere = std::min<size_t>(nBytes, given.vContents.size() - nOffset);
     return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nThere));
+}
+
+std::optional<SElements> CDebugger::FindElements(const std::string& strName)
+{
+    for (size_t i = 0; i < m_vArguments.size(); ++i)
+    {
+        const SKernelArgument& argument = m_vArguments[i];
+        if (argument.strName != strName && "arg" + std::to_string(i) != strName)
+        {
+            continue;
+        }
+        const SArgument& given = GetGiven(i);
+        SElements elements;
+        elements.strName = strName;
+        elements.nPlace = i;
+        elements.pType = given.pType != nullptr ? given.pType : FindElementType(argument.strType);
+        elements.pType = elements.pType != nullptr ? elements.pType : FindElementType("i32");
+        elements.nCount = given.vContents.size() / elements.pType->nSize;
+        elements.bAlone = argument.strKind == "value" && elements.nCount == 1;
+        const bool bKnown = argument.strKind == "value" || argument.IsGlobal();
+        return bKnown ? std::optional<SElements>(elements) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::vector<unsigned char> CDebugger::ReadElements(const SElements& elements, size_t /*nGroup*/, uint64_t nOffset,
+                                                   size_t nBytes)
+{
+    return ReadBuffer(elements.nPlace, nOffset, nBytes);
 }
 
 } // namespace KestrelTool

@@ -1,9 +1,8 @@
 #ifndef KESTREL_TOOLS_DEBUG_EXPRESSION_H
 #define KESTREL_TOOLS_DEBUG_EXPRESSION_H
 
-#include "tools/kestrel/Session.h"
+#include "tools/kestrel/debug/ValueSource.h"
 
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -11,30 +10,6 @@
 
 namespace KestrelTool
 {
-
-/// The extent of a dispatch; sizes of dimensions that it hasn't got are 1.
-struct SExtent
-{
-    unsigned int nDimensions = 1;
-    size_t nGlobal[3] = {1, 1, 1};
-    size_t nLocal[3] = {1, 1, 1}; ///< 1 where the launch leaves it to the platform
-
-    size_t Count() const { return nGlobal[0] * nGlobal[1] * nGlobal[2]; }
-};
-
-/// Where an expression takes the values of a stop from.
-class IValueSource
-{
-public:
-    virtual ~IValueSource() = default;
-
-    /// \throws CCommandError if the register has no value
-    virtual SRegisterView GetValues(const std::string& strRegister) = 0;
-    virtual SMaskView GetActive() = 0;
-    virtual const SExtent& GetExtent() const = 0;
-    /// The linear index of the work-item in focus.
-    virtual size_t GetFocus() const = 0;
-};
 
 /// A register with components: "r3", "r3.x", "cb1[2].xy".
 struct SOperand
@@ -46,17 +21,21 @@ struct SOperand
 };
 
 struct SExpressionNode;
+class CEvaluator;
 
-/// An expression over the registers of a work-item, made once and evaluated for many.
+/// An expression over what a work-item has, made once and evaluated for many.
 ///
 /// Components are bits without a type. They are read as floats beside a float, and as ints
 /// otherwise; int(), uint(), float(), and for pairs long() and double(), say it outright. Two NaNs
-/// are equal. any, all and count() look at the active work-items, with "/a" at all of them.
+/// are equal. Elements of memory (out[3], in[r0.x]) have the type of their argument; one that isn't there is an
+/// error for the work-item that asks for it. any, all and count() look at the active work-items, with "/a" at all of
+/// them. However long an expression is, nothing in it recurses but what its parentheses nest.
 class CExpression
 {
 public:
+    /// \param pNames  knows the names of elements; without it there are none
     /// \throws CCommandError
-    explicit CExpression(const std::string& strText);
+    explicit CExpression(const std::string& strText, IValueSource* pNames = nullptr);
     ~CExpression();
     CExpression(CExpression&&) noexcept;
     CExpression& operator=(CExpression&&) noexcept;
@@ -67,6 +46,8 @@ public:
     /// Whether nothing but a register, perhaps with components, makes it up.
     bool IsOperand() const { return m_bOperand; }
     const SOperand& GetOperand() const { return m_Operand; }
+    /// Whether its value is the same for all work-items.
+    bool IsUniform() const;
     bool IsFloat() const;
     /// Takes a lone component as a float or an int, for expressions whose type nothing has settled.
     void SetFloat(bool bFloat);
@@ -77,15 +58,22 @@ public:
 
     static constexpr size_t BlockSize = 512;
     /// The values of up to BlockSize work-items from nFirst on. What isn't float is converted.
-    void Evaluate(size_t nFirst, size_t nCount, double* pValues) const;
-    void Evaluate(size_t nFirst, size_t nCount, int64_t* pValues) const;
+    void Evaluate(size_t nFirst, size_t nCount, double* pValues);
+    void Evaluate(size_t nFirst, size_t nCount, int64_t* pValues);
+    /// Of the last Evaluate.
+    /// \throws CCommandError if the value asks for an element that isn't there
+    void RequireValue(size_t nLane) const;
     /// The value for one work-item, as text.
-    std::string Format(size_t nItem, bool bHex) const;
-    bool IsTrue(size_t nItem) const;
+    std::string Format(size_t nItem, bool bHex);
+    bool IsTrue(size_t nItem);
+    /// Whether it holds for any of the work-items that a stop has active; for the one in focus if it is the same for
+    /// all of them.
+    bool HoldsForAny(IValueSource& source);
 
 private:
     std::string m_strText;
-    std::unique_ptr<SExpressionNode> m_pRoot;
+    std::vector<SExpressionNode> m_vNodes; ///< children in front of their parents; the root is the last one
+    std::unique_ptr<CEvaluator> m_pEvaluator;
     std::set<std::string> m_Registers;
     SOperand m_Operand;
     bool m_bOperand = false;

@@ -11,7 +11,8 @@ enum class ENode
     Number,
     Component, ///< of a register, one word or a pair
     Item,      ///< a coordinate of the work-item
-    Convert,   ///< to nType
+    Element,   ///< of memory with a name; the child is the index
+    Convert,   ///< to the node's type
     Negate,
     Not,
     Complement,
@@ -55,11 +56,15 @@ enum class ERead
     Double
 };
 
+/// A node of an expression. Nodes stand in one list, each behind those that it is made of, so that nothing that walks
+/// over them has to recurse.
 struct SExpressionNode
 {
     ENode eNode = ENode::Number;
     EValue eValue = EValue::Int;
-    std::vector<std::unique_ptr<SExpressionNode>> vChildren;
+    unsigned int nChildren = 0;
+    size_t children[2] = {0, 0}; ///< places in the list
+    size_t nBegin = 0;           ///< the first node of the subtree; the node itself is its last
 
     int64_t nNumber = 0; ///< also what an aggregate gave
     double fNumber = 0;
@@ -68,19 +73,23 @@ struct SExpressionNode
     bool bReadGiven = false;
     unsigned int nItem = 0; ///< index into the coordinates' names
     bool bAllItems = false; ///< of an aggregate
-    SRegisterView values;   ///< once bound
-    SMaskView active;       ///< once bound
-    const SExtent* pExtent = nullptr;
+    SElements elements;
+    SRegisterView values; ///< once bound
+    SMaskView active;     ///< once bound
+
+    bool IsAggregate() const { return eNode == ENode::Any || eNode == ENode::All || eNode == ENode::Count; }
 };
 
 /// The coordinates of a work-item that expressions know, with "$" in front.
 extern const char* const g_ItemNames[];
 extern const size_t g_nItemNames;
 
-/// Makes the tree of a text, with all types settled but that of a lone component.
-std::unique_ptr<SExpressionNode> ParseExpression(const std::string& strText);
+/// Makes the nodes of a text, with all types settled but that of a lone component.
+std::vector<SExpressionNode> ParseExpression(const std::string& strText, IValueSource* pNames);
 /// Settles the type of a subtree that is still open.
-void SettleType(SExpressionNode& node, EValue eValue);
+void SettleType(std::vector<SExpressionNode>& vNodes, size_t nNode, EValue eValue);
+/// Whether a text is spelled as a register is, so that it can't be an argument's name.
+bool IsSpelledAsRegister(const std::string& strName);
 
 } // namespace KestrelTool
 

@@ -1,7 +1,9 @@
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/ExpressionNode.h"
 
+#include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -15,7 +17,7 @@ const size_t g_nItemNames = sizeof(g_ItemNames) / sizeof(g_ItemNames[0]);
 namespace
 {
 
-typedef std::unique_ptr<SExpressionNode> Node;
+typedef size_t Node; ///< its place in the list
 
 struct SOperator
 {
@@ -47,6 +49,8 @@ const SCast s_Casts[] = {{"int", ERead::Int, EValue::Int, 1},
                          {"long", ERead::Long, EValue::Int, 2},
                          {"double", ERead::Double, EValue::Float, 2}};
 
+const char* const s_Aggregates[] = {"any", "all", "count"};
+
 bool IsComparison(ENode eNode)
 {
     return eNode >= ENode::Less && eNode <= ENode::NotEqual;
@@ -60,17 +64,17 @@ bool IsBitwise(ENode eNode)
 class CExpressionParser
 {
 public:
-    explicit CExpressionParser(const std::string& strText) : m_strText(strText) {}
+    CExpressionParser(const std::string& strText, IValueSource* pNames) : m_strText(strText), m_pNames(pNames) {}
 
-    Node Parse()
+    std::vector<SExpressionNode> Parse()
     {
-        Node pRoot = ParseBinary(1);
+        ParseBinary(1);
         SkipBlanks();
         if (m_nPos != m_strText.size())
         {
             Fail("an operator or the end");
         }
-        return pRoot;
+        return std::move(m_vNodes);
     }
 
 private:
@@ -121,7 +125,8 @@ private:
             {
                 continue;
             }
-            if (entry.nLevel < nLevel)
+            if (entry.nLevel < nLevel ||
+                (m_bInAggregate && m_nDepth == m_nAggregateDepth && IsBetweenAggregates(entry)))
             {
                 return nullptr;
             }
@@ -131,28 +136,57 @@ private:
         return nullptr;
     }
 
-    Node ParseBinary(int nLevel)
+    /// "any A && any B": the first any ends in front of an operator behind which the next one begins.
+    bool IsBetweenAggregates(const SOperator& entry) const
     {
-        Node pLeft = ParseUnary();
-        while (const SOperator* pOperator = TakeOperator(nLevel))
+        if (entry.eNode != ENode::And && entry.eNode != ENode::Or)
         {
-            Node pNode = std::make_unique<SExpressionNode>();
-            pNode->eNode = pOperator->eNode;
-            pNode->vChildren.push_back(std::move(pLeft));
-            pNode->vChildren.push_back(ParseBinary(pOperator->nLevel + 1));
-            Type(*pNode);
-            pLeft = std::move(pNode);
+            return false;
         }
-        return pLeft;
+        const size_t nWord = m_strText.find_first_not_of(" \t!", m_nPos + 2);
+        return std::any_of(std::begin(s_Aggregates), std::end(s_Aggregates),
+                           [&](const char* pszName)
+                           {
+                               const size_t nLength = std::string(pszName).size();
+                               const bool bHere =
+                                   nWord != std::string::npos && m_strText.compare(nWord, nLength, pszName) == 0;
+                               const char cNext =
+                                   bHere && nWord + nLength < m_strText.size() ? m_strText[nWord + nLength] : ' ';
+                               return bHere && !std::isalnum(static_cast<unsigned char>(cNext)) && cNext != '_';
+                           });
     }
 
-    Node MakeUnary(ENode eNode, Node pChild)
+    Node Append(SExpressionNode node)
     {
-        Node pNode = std::make_unique<SExpressionNode>();
-        pNode->eNode = eNode;
-        pNode->vChildren.push_back(std::move(pChild));
-        Type(*pNode);
-        return pNode;
+        node.nBegin = node.nChildren != 0 ? m_vNodes[node.children[0]].nBegin : m_vNodes.size();
+        m_vNodes.push_back(std::move(node));
+        return m_vNodes.size() - 1;
+    }
+
+    Node ParseBinary(int nLevel)
+    {
+        Node nLeft = ParseUnary();
+        while (const SOperator* pOperator = TakeOperator(nLevel))
+        {
+            SExpressionNode node;
+            node.eNode = pOperator->eNode;
+            node.nChildren = 2;
+            node.children[0] = nLeft;
+            node.children[1] = ParseBinary(pOperator->nLevel + 1);
+            Type(node);
+            nLeft = Append(std::move(node));
+        }
+        return nLeft;
+    }
+
+    Node MakeUnary(ENode eNode, Node nChild)
+    {
+        SExpressionNode node;
+        node.eNode = eNode;
+        node.nChildren = 1;
+        node.children[0] = nChild;
+        Type(node);
+        return Append(std::move(node));
     }
 
     Node ParseUnary()
@@ -164,9 +198,9 @@ private:
             Fail("less that is nested");
         }
         ++m_nDepth;
-        Node pNode = ParseUnaryHere();
+        const Node nNode = ParseUnaryHere();
         --m_nDepth;
-        return pNode;
+        return nNode;
     }
 
     Node ParseUnaryHere()
@@ -191,9 +225,9 @@ private:
         SkipBlanks();
         if (Take("("))
         {
-            Node pNode = ParseBinary(1);
+            const Node nNode = ParseBinary(1);
             Close();
-            return pNode;
+            return nNode;
         }
         if (std::isdigit(static_cast<unsigned char>(Peek())) || Peek() == '.')
         {
@@ -222,8 +256,46 @@ private:
                 return ParseCast(cast);
             }
         }
+        if (const std::optional<SElements> elements = FindElements(strWord))
+        {
+            return ParseElement(*elements);
+        }
         m_nPos = nStart;
         return ParseComponent();
+    }
+
+    std::optional<SElements> FindElements(const std::string& strName) const
+    {
+        const bool bAsk = m_pNames != nullptr && !strName.empty() && !IsSpelledAsRegister(strName);
+        return bAsk ? m_pNames->FindElements(strName) : std::nullopt;
+    }
+
+    /// Behind the name of something in memory.
+    Node ParseElement(const SElements& elements)
+    {
+        SExpressionNode node;
+        node.eNode = ENode::Element;
+        node.eValue = elements.pType->eKind == SElementType::Float ? EValue::Float : EValue::Int;
+        node.elements = elements;
+        node.nChildren = 1;
+        if (Take("["))
+        {
+            node.children[0] = ParseBinary(1);
+            if (!Take("]"))
+            {
+                Fail("\"]\"");
+            }
+            SettleType(m_vNodes, node.children[0], EValue::Int);
+        }
+        else if (elements.bAlone)
+        {
+            node.children[0] = Append(SExpressionNode());
+        }
+        else
+        {
+            Fail("which element, as in " + elements.strName + "[0]");
+        }
+        return Append(std::move(node));
     }
 
     void Close()
@@ -236,10 +308,10 @@ private:
 
     Node MakeFloat(double fValue)
     {
-        Node pNode = std::make_unique<SExpressionNode>();
-        pNode->eValue = EValue::Float;
-        pNode->fNumber = fValue;
-        return pNode;
+        SExpressionNode node;
+        node.eValue = EValue::Float;
+        node.fNumber = fValue;
+        return Append(std::move(node));
     }
 
     Node ParseNumber()
@@ -247,18 +319,31 @@ private:
         const char* pszStart = m_strText.c_str() + m_nPos;
         char* pszEndOfInt = nullptr;
         char* pszEnd = nullptr;
+        errno = 0;
         const unsigned long long nValue = std::strtoull(pszStart, &pszEndOfInt, 0);
+        const bool bTooLarge = errno == ERANGE;
         const double fValue = std::strtod(pszStart, &pszEnd);
+        if (pszEnd == pszStart)
+        {
+            Fail("a number");
+        }
         if (pszEnd > pszEndOfInt)
         {
+            if (std::isinf(fValue))
+            {
+                Fail("a number that a double holds");
+            }
             m_nPos += pszEnd - pszStart + (*pszEnd == 'f' ? 1 : 0);
             return MakeFloat(fValue);
         }
+        if (bTooLarge)
+        {
+            Fail("a number of 64 bits");
+        }
         m_nPos += pszEndOfInt - pszStart;
-        Node pNode = std::make_unique<SExpressionNode>();
-        pNode->eValue = EValue::Int;
-        pNode->nNumber = static_cast<int64_t>(nValue);
-        return pNode;
+        SExpressionNode node;
+        node.nNumber = static_cast<int64_t>(nValue);
+        return Append(std::move(node));
     }
 
     Node ParseItem()
@@ -268,10 +353,10 @@ private:
         {
             if (strName == g_ItemNames[i])
             {
-                Node pNode = std::make_unique<SExpressionNode>();
-                pNode->eNode = ENode::Item;
-                pNode->nItem = i;
-                return pNode;
+                SExpressionNode node;
+                node.eNode = ENode::Item;
+                node.nItem = i;
+                return Append(std::move(node));
             }
         }
         Fail("$item, $x, $y, $z, $gx, $gy, $gz, $lx, $ly, $lz or $active");
@@ -285,49 +370,53 @@ private:
             Fail("no any, all or count inside another one");
         }
         m_bInAggregate = true;
-        Node pNode = std::make_unique<SExpressionNode>();
-        pNode->eNode = strName == "any" ? ENode::Any : strName == "all" ? ENode::All : ENode::Count;
-        pNode->bAllItems = bAllItems;
+        m_nAggregateDepth = m_nDepth;
+        SExpressionNode node;
+        node.eNode = strName == "any" ? ENode::Any : strName == "all" ? ENode::All : ENode::Count;
+        node.bAllItems = bAllItems;
+        node.nChildren = 1;
         if (strName == "count")
         {
             if (!Take("("))
             {
                 Fail("\"(\" behind count");
             }
-            pNode->vChildren.push_back(ParseBinary(1));
+            m_nAggregateDepth = 0; // it ends at its bracket
+            node.children[0] = ParseBinary(1);
             Close();
         }
         else
         {
-            pNode->vChildren.push_back(ParseBinary(1));
+            node.children[0] = ParseBinary(1);
         }
-        SettleType(*pNode->vChildren.front(), EValue::Int);
+        SettleType(m_vNodes, node.children[0], EValue::Int);
         m_bInAggregate = false;
-        return pNode;
+        return Append(std::move(node));
     }
 
     Node ParseCast(const SCast& cast)
     {
         Take("(");
         m_nPairsAllowed += cast.nWords == 2 ? 1 : 0;
-        Node pChild = ParseBinary(1);
+        const Node nChild = ParseBinary(1);
         m_nPairsAllowed -= cast.nWords == 2 ? 1 : 0;
         Close();
-        if (pChild->eNode != ENode::Component || pChild->bReadGiven)
+        if (m_vNodes[nChild].eNode != ENode::Component || m_vNodes[nChild].bReadGiven)
         {
-            Node pNode = MakeUnary(ENode::Convert, std::move(pChild));
-            SettleType(*pNode->vChildren.front(), EValue::Int);
-            pNode->eValue = cast.eValue;
-            return pNode;
+            const Node nNode = MakeUnary(ENode::Convert, nChild);
+            SettleType(m_vNodes, nChild, EValue::Int);
+            m_vNodes[nNode].eValue = cast.eValue;
+            return nNode;
         }
-        if (pChild->operand.vComponents.size() != cast.nWords)
+        SExpressionNode& child = m_vNodes[nChild];
+        if (child.operand.vComponents.size() != cast.nWords)
         {
             Fail(cast.nWords == 2 ? "two components, as in double(r2.xy)" : "one component, as in int(r2.x)");
         }
-        pChild->eRead = cast.eRead;
-        pChild->eValue = cast.eValue;
-        pChild->bReadGiven = true;
-        return pChild;
+        child.eRead = cast.eRead;
+        child.eValue = cast.eValue;
+        child.bReadGiven = true;
+        return nChild;
     }
 
     Node ParseComponent()
@@ -338,38 +427,39 @@ private:
         {
             Fail("a register, a number or \"(\"");
         }
-        while (Peek() == '[' || Peek() == ']' || (m_nPos > nStart && std::isalnum(static_cast<unsigned char>(Peek()))))
+        if (Peek() == '[')
         {
             ++m_nPos;
+            TakeWord();
+            m_nPos += Peek() == ']' ? 1 : 0;
         }
         if (Peek() == '.')
         {
             ++m_nPos;
             TakeWord();
         }
-        Node pNode = std::make_unique<SExpressionNode>();
-        pNode->eNode = ENode::Component;
-        pNode->eValue = EValue::Open;
-        pNode->operand = ReadOperand(m_strText.substr(nStart, m_nPos - nStart));
-        const size_t nWords = pNode->operand.vComponents.size();
+        SExpressionNode node;
+        node.eNode = ENode::Component;
+        node.eValue = EValue::Open;
+        node.operand = ReadOperand(m_strText.substr(nStart, m_nPos - nStart));
+        const size_t nWords = node.operand.vComponents.size();
         const bool bAlone = nStart == m_strText.find_first_not_of(" \t") && m_nPos == m_strText.size();
         if (!bAlone && nWords != 1 && !(nWords == 2 && m_nPairsAllowed != 0))
         {
-            Fail("a single component of " + pNode->operand.strRegister + ", as in " + pNode->operand.strRegister +
-                 ".x");
+            Fail("a single component of " + node.operand.strRegister + ", as in " + node.operand.strRegister + ".x");
         }
-        return pNode;
+        return Append(std::move(node));
     }
 
     /// What a node gives, from what its children give.
-    static void Type(SExpressionNode& node)
+    void Type(SExpressionNode& node)
     {
         bool bFloat = false;
         bool bOpen = true;
-        for (const Node& pChild : node.vChildren)
+        for (unsigned int i = 0; i < node.nChildren; ++i)
         {
-            bFloat = bFloat || pChild->eValue == EValue::Float;
-            bOpen = bOpen && pChild->eValue == EValue::Open;
+            bFloat = bFloat || m_vNodes[node.children[i]].eValue == EValue::Float;
+            bOpen = bOpen && m_vNodes[node.children[i]].eValue == EValue::Open;
         }
         const bool bIntOnly =
             IsBitwise(node.eNode) || node.eNode == ENode::And || node.eNode == ENode::Or || node.eNode == ENode::Not;
@@ -379,43 +469,81 @@ private:
             return;
         }
         const EValue eOperands = bFloat && !IsBitwise(node.eNode) ? EValue::Float : EValue::Int;
-        for (const Node& pChild : node.vChildren)
+        for (unsigned int i = 0; i < node.nChildren; ++i)
         {
-            SettleType(*pChild, eOperands);
+            SettleType(m_vNodes, node.children[i], eOperands);
         }
         node.eValue = bIntOnly || IsComparison(node.eNode) ? EValue::Int : eOperands;
     }
 
     const std::string& m_strText;
+    IValueSource* m_pNames;
+    std::vector<SExpressionNode> m_vNodes;
     size_t m_nPos = 0;
     int m_nPairsAllowed = 0;
     bool m_bInAggregate = false;
+    int m_nAggregateDepth = 0; ///< of what nests where the aggregate began
     int m_nDepth = 0;
 };
 
 } // namespace
 
-void SettleType(SExpressionNode& node, EValue eValue)
+void SettleType(std::vector<SExpressionNode>& vNodes, size_t nNode, EValue eValue)
 {
-    if (node.eValue != EValue::Open)
+    std::vector<size_t> vOpen = {nNode};
+    while (!vOpen.empty())
     {
-        return;
-    }
-    node.eValue = eValue;
-    if (node.eNode == ENode::Component)
-    {
-        node.eRead = eValue == EValue::Float ? ERead::Float : ERead::Int;
-    }
-    for (const Node& pChild : node.vChildren)
-    {
-        SettleType(*pChild, eValue);
+        SExpressionNode& node = vNodes[vOpen.back()];
+        vOpen.pop_back();
+        if (node.eValue != EValue::Open)
+        {
+            continue;
+        }
+        node.eValue = eValue;
+        if (node.eNode == ENode::Component)
+        {
+            node.eRead = eValue == EValue::Float ? ERead::Float : ERead::Int;
+        }
+        vOpen.insert(vOpen.end(), node.children, node.children + node.nChildren);
     }
 }
 
-std::unique_ptr<SExpressionNode> ParseExpression(const std::string& strText)
+bool IsSpelledAsRegister(const std::string& strName)
 {
-    return CExpressionParser(strText).Parse();
+    static const char* const s_Prefixes[] = {"r", "x", "l", "cb", "icb", "mem"};
+    const size_t nDigit = std::min(strName.find_first_of("0123456789"), strName.size());
+    const bool bNumbered =
+        nDigit < strName.size() && strName.find_first_not_of("0123456789", nDigit) == std::string::npos;
+    return bNumbered && std::any_of(std::begin(s_Prefixes), std::end(s_Prefixes),
+                                    [&](const char* pszPrefix) { return strName.substr(0, nDigit) == pszPrefix; });
 }
+
+std::vector<SExpressionNode> ParseExpression(const std::string& strText, IValueSource* pNames)
+{
+    return CExpressionParser(strText, pNames).Parse();
+}
+
+namespace
+{
+
+/// The debugger keeps a register's number in 16 bits and an index in 32, and takes what lies beyond for another one.
+void RequireNumbers(const std::string& strRegister, const std::string& strText)
+{
+    for (size_t n = strRegister.find_first_of("0123456789"); n < strRegister.size();)
+    {
+        const size_t nEnd = std::min(strRegister.find_first_not_of("0123456789", n), strRegister.size());
+        errno = 0;
+        const unsigned long long nValue = std::strtoull(strRegister.c_str() + n, nullptr, 10);
+        const bool bIndex = n != 0 && strRegister[n - 1] == '[';
+        if (errno == ERANGE || nValue > (bIndex ? 0xFFFFFFFFULL : 0xFFFFULL))
+        {
+            throw CCommandError("\"" + strText + "\" is no register: its number is too large");
+        }
+        n = strRegister.find_first_of("0123456789", nEnd);
+    }
+}
+
+} // namespace
 
 SOperand ReadOperand(const std::string& strText)
 {
@@ -429,6 +557,7 @@ SOperand ReadOperand(const std::string& strText)
     {
         throw CCommandError("\"" + strText + "\" is no register");
     }
+    RequireNumbers(operand.strRegister, strText);
     if (nDigit == std::string::npos)
     {
         operand.strRegister += '0'; // the id registers are written without their number

@@ -2,6 +2,7 @@
 
 #include "platform/runtime/PlatformControl.h"
 #include "tools/kestrel/KernelText.h"
+#include "tools/kestrel/debug/Format.h"
 
 #include <algorithm>
 #include <map>
@@ -57,25 +58,29 @@ unsigned int FindOriginal(const CListing& listing, const CListing& patched, unsi
 
 } // namespace
 
-CFaults::CFaults(const CLibraries& libraries)
-{
-    cl_platform_id platform = nullptr;
-    if (libraries.cl.clGetExtensionFunctionAddressForPlatform == nullptr ||
-        libraries.cl.clGetPlatformIDs(1, &platform, nullptr) != CL_SUCCESS)
-    {
-        return;
-    }
-    void* pFunction = libraries.cl.clGetExtensionFunctionAddressForPlatform(platform, "kestrelPlatformControl");
-    if (pFunction != nullptr)
-    {
-        m_pControl = reinterpret_cast<const SPlatformControl* (*)()>(pFunction)();
-    }
-}
-
 void CFaults::Forget()
 {
     m_nKnownAccesses = m_nKnownBarriers = 0;
     m_Known.clear();
+    m_All = SFaults();
+}
+
+/// By the buffer that begins closest in front, if it is near: what is far away has nothing to do with it.
+std::string CFaults::NamePlace(const std::vector<SPlatformBuffer>& vBuffers, uint64_t nAddress) const
+{
+    std::string strName;
+    uint64_t nOffset = uint64_t(1) << 32;
+    for (const SPlatformBuffer& buffer : vBuffers)
+    {
+        // A patched copy has buffers of the debugger's behind the kernel's own.
+        const bool bOwn = buffer.nArgument < m_vArguments.size();
+        if (bOwn && buffer.nAddress <= nAddress && nAddress - buffer.nAddress < nOffset)
+        {
+            nOffset = nAddress - buffer.nAddress;
+            strName = m_vArguments[buffer.nArgument].strName + "+" + FormatHex(nOffset);
+        }
+    }
+    return strName;
 }
 
 std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector<char>& vImage)
@@ -97,6 +102,9 @@ std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector
     std::vector<SPlatformFaultRecord> vRecords(m_pControl->GetFaultRecords(nullptr, 0));
     vRecords.resize(std::min<size_t>(
         vRecords.size(), m_pControl->GetFaultRecords(vRecords.data(), static_cast<uint32_t>(vRecords.size()))));
+    std::vector<SPlatformBuffer> vBuffers(m_pControl->GetLastBuffers(nullptr, 0));
+    vBuffers.resize(std::min<size_t>(
+        vBuffers.size(), m_pControl->GetLastBuffers(vBuffers.data(), static_cast<uint32_t>(vBuffers.size()))));
     SFaults faults;
     faults.nAccesses = found.nBadAccesses;
     faults.nBarriers = found.nUnreachedBarriers;
@@ -111,14 +119,55 @@ std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector
             entry.first->second = vImage.empty() ? listing.GetLineOfInstruction(record.nInstruction)
                                                  : FindOriginal(listing, patched, record.nInstruction);
         }
-        const SFault fault = {entry.first->second, record.nWorkItem, record.nAddress, record.bWrite != 0,
-                              record.bBarrier != 0};
+        SFault fault = {entry.first->second,  record.nWorkItem, record.nAddress, record.bWrite != 0,
+                        record.bBarrier != 0, record.nMemory,   std::string()};
+        if (record.nMemory == PLATFORM_MEMORY_GLOBAL && !fault.bBarrier)
+        {
+            fault.strPlace = NamePlace(vBuffers, record.nAddress);
+        }
         if (m_Known.emplace(fault.bBarrier, fault.nLine, fault.nWorkItem, fault.nAddress).second)
         {
             faults.vShown.push_back(fault);
         }
     }
+    m_All.vShown.insert(m_All.vShown.end(), faults.vShown.begin(), faults.vShown.end());
+    m_All.nAccesses = m_nKnownAccesses;
+    m_All.nBarriers = m_nKnownBarriers;
+    m_All.bIncomplete = m_All.bIncomplete || faults.bIncomplete;
     return faults;
+}
+
+nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown)
+{
+    static const char* const s_Memories[] = {"global", "local", "private", "registers", "image"};
+    nlohmann::json list = nlohmann::json::array();
+    for (const SFault& fault : faults.vShown)
+    {
+        if (list.size() == nShown)
+        {
+            break;
+        }
+        nlohmann::json entry = {{"kind", fault.bBarrier ? "barrier"
+                                         : fault.bWrite ? "write"
+                                                        : "read"},
+                                {"workitem", fault.nWorkItem}};
+        if (fault.nLine != CListing::NoLine)
+        {
+            entry["line"] = fault.nLine;
+        }
+        if (!fault.bBarrier)
+        {
+            entry["memory"] = s_Memories[std::min<size_t>(fault.nMemory, std::size(s_Memories) - 1)];
+            entry["address"] = fault.nAddress;
+            entry["place"] = fault.strPlace.empty() ? FormatHex(fault.nAddress) : fault.strPlace;
+        }
+        list.push_back(entry);
+    }
+    return {{"list", list},
+            {"more", faults.vShown.size() - list.size()},
+            {"accesses", faults.nAccesses},
+            {"barriers", faults.nBarriers},
+            {"incomplete", faults.bIncomplete}};
 }
 
 std::vector<std::string> ReadLinesWithCall(const std::vector<char>& vBinary, unsigned int nLabel)

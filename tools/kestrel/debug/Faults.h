@@ -1,8 +1,10 @@
 #ifndef KESTREL_TOOLS_DEBUG_FAULTS_H
 #define KESTREL_TOOLS_DEBUG_FAULTS_H
 
-#include "tools/kestrel/Libraries.h"
 #include "tools/kestrel/Listing.h"
+#include "tools/kestrel/debug/KernelArguments.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <optional>
@@ -10,6 +12,7 @@
 #include <tuple>
 
 struct SPlatformControl;
+struct SPlatformBuffer;
 
 namespace KestrelTool
 {
@@ -21,7 +24,9 @@ struct SFault
     uint64_t nWorkItem = 0;
     uint64_t nAddress = 0;
     bool bWrite = false;
-    bool bBarrier = false; ///< it didn't reach a barrier that others of its group have reached; else an access
+    bool bBarrier = false;    ///< it didn't reach a barrier that others of its group have reached; else an access
+    unsigned int nMemory = 0; ///< an EPlatformMemory
+    std::string strPlace;     ///< "out+0x80" for an address near a buffer of the kernel's; else empty
 };
 
 /// What is new about a kernel run.
@@ -37,22 +42,36 @@ struct SFaults
 class CFaults
 {
 public:
-    explicit CFaults(const CLibraries& libraries);
+    /// \param pControl  the platform's; null if it has none
+    explicit CFaults(const SPlatformControl* pControl) : m_pControl(pControl) {}
 
     void Forget();
+    /// Whose buffers are named.
+    void SetArguments(const std::vector<SKernelArgument>& vArguments) { m_vArguments = vArguments; }
     /// The faults of the last kernel run, if there is more to it than was known.
     /// \param listing  the kernel's text
     /// \param vImage   the image that the run was built from; empty if it was the kernel itself
     std::optional<SFaults> Check(const CListing& listing, const std::vector<char>& vImage);
+    /// All that have been found since Forget.
+    const SFaults& GetAll() const { return m_All; }
+    bool HasAny() const { return m_nKnownAccesses + m_nKnownBarriers != 0; }
 
 private:
     typedef std::tuple<bool, unsigned int, uint64_t, uint64_t> Key;
 
-    const SPlatformControl* m_pControl = nullptr;
+    std::string NamePlace(const std::vector<SPlatformBuffer>& vBuffers, uint64_t nAddress) const;
+
+    const SPlatformControl* m_pControl;
+    std::vector<SKernelArgument> m_vArguments;
     uint64_t m_nKnownAccesses = 0;
     uint64_t m_nKnownBarriers = 0;
     std::set<Key> m_Known;
+    SFaults m_All;
 };
+
+/// Faults as an answer or event has them.
+/// \param nShown  how many of them one by one
+nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown);
 
 /// The lines of a kernel binary's text, with the call of the kernel where its placeholder stands.
 std::vector<std::string> ReadLinesWithCall(const std::vector<char>& vBinary, unsigned int nLabel);

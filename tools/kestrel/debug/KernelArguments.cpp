@@ -66,6 +66,34 @@ std::vector<std::string> ListKernels(const std::vector<char>& vBinary)
     return vNames;
 }
 
+unsigned int ReadLabel(const std::vector<std::string>& vMetadata)
+{
+    const std::string strField = ";uniqueid:";
+    unsigned int nLabel = 0;
+    for (const std::string& strLine : vMetadata)
+    {
+        if (strLine.compare(0, strField.size(), strField) == 0)
+        {
+            nLabel = static_cast<unsigned int>(std::strtoul(strLine.c_str() + strField.size(), nullptr, 10));
+        }
+    }
+    return nLabel;
+}
+
+unsigned int ReadLocalBytes(const std::vector<std::string>& vMetadata)
+{
+    unsigned int nBytes = 0;
+    for (const std::string& strLine : vMetadata)
+    {
+        const std::vector<std::string> vFields = strLine.empty() ? std::vector<std::string>() : SplitFields(strLine);
+        if (ToText(vFields, 0) == "memory" && ToText(vFields, 1) == "hwlocal")
+        {
+            nBytes = ToNumber(vFields, 2);
+        }
+    }
+    return nBytes;
+}
+
 std::vector<SKernelArgument> ReadArguments(const std::vector<std::string>& vMetadata)
 {
     std::vector<SKernelArgument> vArguments;
@@ -89,6 +117,7 @@ std::vector<SKernelArgument> ReadArguments(const std::vector<std::string>& vMeta
         }
         else if (argument.strKind == "value")
         {
+            argument.nElements = ToNumber(vFields, 3);
             argument.nConstant = ToNumber(vFields, 5) / 16;
         }
         else if (argument.strKind == "image")

@@ -15,8 +15,10 @@ struct SKernelArgument
     std::string strType;
     std::string strMemory;      ///< of a pointer: "uav", "c", "hl", ...
     unsigned int nResource = 0; ///< of a pointer
-    unsigned int nConstant = 0; ///< of a value or pointer: element of the constant buffer of arguments
+    unsigned int nElements = 1; ///< of a value
+    unsigned int nConstant = 0; ///< element of the constant buffer of arguments
     std::string strAccess;      ///< of a pointer or image
+    bool IsLocal() const { return strKind == "pointer" && (strMemory == "hl" || strMemory == "l"); }
     bool IsGlobal() const { return strKind == "pointer" && (strMemory == "uav" || strMemory == "g"); }
 };
 
@@ -24,6 +26,10 @@ struct SKernelArgument
 std::vector<std::string> ReadMetadata(const std::vector<char>& vBinary, const std::string& strKernel);
 /// The names of the kernels that a binary has metadata for.
 std::vector<std::string> ListKernels(const std::vector<char>& vBinary);
+/// The label of a kernel's function, by its block of metadata; 0 for none.
+unsigned int ReadLabel(const std::vector<std::string>& vMetadata);
+/// Bytes of local memory that a block of metadata says the kernel itself declares.
+unsigned int ReadLocalBytes(const std::vector<std::string>& vMetadata);
 /// The arguments in a block of metadata, in order.
 std::vector<SKernelArgument> ReadArguments(const std::vector<std::string>& vMetadata);
 

@@ -79,7 +79,7 @@ struct SCellSum
 
 /// Calls visit(item, value) for the work-items that are looked at.
 template <typename Visitor>
-void ForEachValue(const CExpression& expression, const SMaskView& mask, bool bAll, size_t nStart, size_t nEnd,
+void ForEachValue(CExpression& expression, const SMaskView& mask, bool bAll, size_t nStart, size_t nEnd,
                   const Visitor& visit)
 {
     double values[CExpression::BlockSize];
@@ -91,6 +91,7 @@ void ForEachValue(const CExpression& expression, const SMaskView& mask, bool bAl
         {
             if (bAll || mask.pActive[nFirst + i] != 0)
             {
+                expression.RequireValue(i);
                 visit(nFirst + i, values[i]);
             }
         }
