@@ -1,42 +1,44 @@
 #include "platform/opencl_c/driver/Builtins.h"
 
-#include "platform/opencl_c/driver/EmbeddedFiles.h"
+#include "platform/opencl_c/driver/BuiltinArchive.h"
 
 #include <llvm/Bitcode/BitcodeReader.h>
 #include <llvm/IR/Module.h>
 #include <llvm/Linker/Linker.h>
 #include <llvm/Support/MemoryBufferRef.h>
 
+#include <set>
+
 namespace KestrelOpenCL
 {
 namespace
 {
 
-/// Whether the module calls anything that it doesn't define: most small kernels call an id function at least.
-bool CallsOut(const llvm::Module& module)
+/// The members that define what the module calls and doesn't define itself, without those that were linked before.
+std::set<std::string_view> FindMembers(const llvm::Module& module, const CBuiltinArchive& archive)
 {
+    std::set<std::string_view> members;
     for (const llvm::Function& function : module)
     {
         if (function.isDeclaration() && !function.isIntrinsic() && !function.use_empty())
         {
-            return true;
+            const llvm::StringRef name = function.getName();
+            const std::string_view member = archive.FindMember(std::string_view(name.data(), name.size()));
+            if (!member.empty())
+            {
+                members.insert(member);
+            }
         }
     }
-    return false;
+    return members;
 }
 
-} // namespace
-
-bool LinkBuiltins(llvm::Module& module, bool b64BitAddresses, std::string& strLog)
+/// Links those functions of a member that are called. They are read from the bitcode when the linker moves them.
+bool LinkMember(llvm::Module& module, std::string_view member, std::string& strLog)
 {
-    const std::string_view bitcode = BuiltinBitcode(b64BitAddresses);
-    if (bitcode.empty() || !CallsOut(module))
-    {
-        return true;
-    }
-    // Functions are read from the bitcode when the linker moves them, and it moves those that are called only.
-    llvm::Expected<std::unique_ptr<llvm::Module>> library = llvm::getLazyBitcodeModule(
-        llvm::MemoryBufferRef(llvm::StringRef(bitcode.data(), bitcode.size()), "builtins"), module.getContext(), true);
+    const llvm::MemoryBufferRef bytes(llvm::StringRef(member.data(), member.size()), "builtins");
+    llvm::Expected<std::unique_ptr<llvm::Module>> library =
+        llvm::getLazyBitcodeModule(bytes, module.getContext(), true);
     if (!library)
     {
         strLog += "error: the built-in functions can't be read: " + llvm::toString(library.takeError()) + "\n";
@@ -50,6 +52,29 @@ bool LinkBuiltins(llvm::Module& module, bool b64BitAddresses, std::string& strLo
         return false;
     }
     return true;
+}
+
+} // namespace
+
+bool LinkBuiltins(llvm::Module& module, bool b64BitAddresses, std::string& strLog)
+{
+    const CBuiltinArchive& archive = CBuiltinArchive::Get(b64BitAddresses);
+    // What a member calls of another one is found in the next round.
+    for (;;)
+    {
+        const std::set<std::string_view> members = FindMembers(module, archive);
+        if (members.empty())
+        {
+            return true;
+        }
+        for (const std::string_view member : members)
+        {
+            if (!LinkMember(module, member, strLog))
+            {
+                return false;
+            }
+        }
+    }
 }
 
 } // namespace KestrelOpenCL

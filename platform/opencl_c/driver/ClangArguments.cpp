@@ -20,7 +20,7 @@ const char* const s_ppszAlways[] = {
     "-fdeclare-opencl-builtins", "-finclude-default-header", "-fbracket-depth", "256", "-ferror-limit", "50",
     "-fmacro-backtrace-limit", "4",
     // Nothing of the machine that the program is built on gets into its binary.
-    "-fdebug-compilation-dir=.", "-dwarf-version=4",
+    "-main-file-name", "kernel.cl", "-fdebug-compilation-dir=.", "-dwarf-version=4",
     // What the device reports.
     "-D__OPENCL_VERSION__=120", "-D__ENDIAN_LITTLE__=1", "-D__IMAGE_SUPPORT__=1"};
 
@@ -60,7 +60,7 @@ std::vector<std::string> ClangArguments(const SCompileJob& job)
                        "-cl-std=CL1.2", Extensions(), "-I", s_pszHeaderFolder});
     // Without optimisation, clang leaves out what says how long a variable lives; debug data keep it for good.
     const bool bOptimize = !job.bDebug && !job.options.bOptDisable;
-    vArguments.emplace_back(bOptimize ? "-O1" : "-O0");
+    vArguments.emplace_back(bOptimize ? "-O2" : "-O0");
     if (job.bDebug)
     {
         vArguments.insert(vArguments.end(), {"-debug-info-kind=limited", "-gembed-source"});

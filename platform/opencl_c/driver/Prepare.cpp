@@ -19,6 +19,27 @@ void NameNativeIntegers(llvm::Module& module)
     module.setDataLayout(module.getDataLayoutStr() + "-n8:16:32:64");
 }
 
+/// Clang takes any function for one that work-items must call together. Those that read no memory don't need that, and
+/// may be moved out of loops.
+void DropConvergence(llvm::Module& module)
+{
+    for (llvm::Function& function : module)
+    {
+        if (!function.isDeclaration() || !function.doesNotAccessMemory())
+        {
+            continue;
+        }
+        function.removeFnAttr(llvm::Attribute::Convergent);
+        for (llvm::User* const pUser : function.users())
+        {
+            if (auto* const pCall = llvm::dyn_cast<llvm::CallBase>(pUser))
+            {
+                pCall->removeFnAttr(llvm::Attribute::Convergent);
+            }
+        }
+    }
+}
+
 /// Inlines every call of a function whose callees have had the same.
 bool InlineCalls(llvm::Function& function, std::string& strLog)
 {
@@ -94,6 +115,7 @@ bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::strin
         return false;
     }
     NameNativeIntegers(module);
+    DropConvergence(module);
     CPasses passes;
     for (llvm::Function* const pFunction : vOrder)
     {
