@@ -1,0 +1,183 @@
+#include "platform/opencl_c/lowering/Allocation.h"
+
+#include "platform/opencl_c/lowering/Liveness.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace KestrelOpenCL
+{
+namespace
+{
+
+const unsigned s_nComponents = 4;
+/// Stretches that are compared for one copy; a phi with more of them keeps its copies.
+const size_t s_nMaxSpans = 4096;
+
+/// Registers that are to have one place: sets that are joined.
+class CClasses
+{
+public:
+    CClasses(const SKernelCode& code, SLiveness& live) : m_Code(code), m_Live(live), m_vParents(live.vHulls.size())
+    {
+        std::iota(m_vParents.begin(), m_vParents.end(), 0u);
+    }
+
+    uint32_t Find(uint32_t n)
+    {
+        while (m_vParents[n] != n)
+        {
+            m_vParents[n] = m_vParents[m_vParents[n]];
+            n = m_vParents[n];
+        }
+        return n;
+    }
+
+    void JoinCopies()
+    {
+        for (const SEdge& edge : m_Code.vEdges)
+        {
+            for (size_t n = 0; n < edge.to.size();)
+            {
+                size_t nEnd = n;
+                while (nEnd < edge.to.size() && edge.to[nEnd].nId == edge.to[n].nId)
+                {
+                    ++nEnd;
+                }
+                if (IsWhole(edge, n, nEnd))
+                {
+                    Join(edge.to[n].nId, edge.from[n].nId);
+                }
+                n = nEnd;
+            }
+        }
+    }
+
+private:
+    /// Whether a copy is of one register to another, component by component.
+    bool IsWhole(const SEdge& edge, size_t nFirst, size_t nEnd) const
+    {
+        for (size_t n = nFirst; n < nEnd; ++n)
+        {
+            const SWord& from = edge.from[n];
+            if (from.eKind != SWord::Register || from.nId != edge.from[nFirst].nId ||
+                from.nComponent != edge.to[n].nComponent)
+            {
+                return false;
+            }
+        }
+        const SVirtualRegister& from = m_Code.machine.Registers()[edge.from[nFirst].nId];
+        const SVirtualRegister& to = m_Code.machine.Registers()[edge.to[nFirst].nId];
+        return !from.bPinned && from.nComponents == to.nComponents;
+    }
+
+    void Join(uint32_t a, uint32_t b)
+    {
+        a = Find(a);
+        b = Find(b);
+        Spans& spansA = m_Live.vSpans[a];
+        Spans& spansB = m_Live.vSpans[b];
+        if (a == b || spansA.size() + spansB.size() > s_nMaxSpans || Meet(spansA, spansB))
+        {
+            return;
+        }
+        m_vParents[b] = a;
+        spansA = Union(spansA, spansB);
+        spansB.clear();
+        m_Live.vHulls[a].nFirst = std::min(m_Live.vHulls[a].nFirst, m_Live.vHulls[b].nFirst);
+        m_Live.vHulls[a].nLast = std::max(m_Live.vHulls[a].nLast, m_Live.vHulls[b].nLast);
+    }
+
+    const SKernelCode& m_Code;
+    SLiveness& m_Live;
+    std::vector<uint32_t> m_vParents;
+};
+
+/// Temps and until when their components are taken.
+class CTemps
+{
+public:
+    /// \param span the first component that is free from its start on takes it
+    STemp Take(unsigned nCount, const SSpan& span)
+    {
+        const unsigned nStep = nCount == 1 ? 1 : nCount == 2 ? 2 : 4;
+        for (uint32_t nRegister = 0;; ++nRegister)
+        {
+            if (nRegister == m_vEnds.size())
+            {
+                m_vEnds.push_back({});
+            }
+            for (unsigned nFirst = 0; nFirst < s_nComponents; nFirst += nStep)
+            {
+                if (IsFree(nRegister, nFirst, nCount, span.nFirst))
+                {
+                    std::fill_n(m_vEnds[nRegister].begin() + nFirst, nCount, span.nLast + 1);
+                    return {nRegister, static_cast<uint8_t>(nFirst)};
+                }
+            }
+        }
+    }
+    uint32_t Count() const { return static_cast<uint32_t>(m_vEnds.size()); }
+
+private:
+    bool IsFree(uint32_t nRegister, unsigned nFirst, unsigned nCount, uint32_t nFrom) const
+    {
+        const auto itFirst = m_vEnds[nRegister].begin() + nFirst;
+        return std::all_of(itFirst, itFirst + nCount, [nFrom](uint32_t nEnd) { return nEnd <= nFrom; });
+    }
+
+    std::vector<std::array<uint32_t, s_nComponents>> m_vEnds;
+};
+
+} // namespace
+
+SAllocation AllocateTemps(const SKernelCode& code, const std::vector<SFlowStep>& vSteps, unsigned nGuards)
+{
+    SLiveness live = FindLiveness(code, vSteps, nGuards);
+    CClasses classes(code, live);
+    classes.JoinCopies();
+    const std::vector<SVirtualRegister>& vRegisters = code.machine.Registers();
+    std::vector<std::pair<SSpan, uint32_t>> vOrder; // guards behind the registers
+    SAllocation result;
+    result.vTemps.resize(vRegisters.size());
+    result.vGuards.resize(nGuards);
+    CTemps temps;
+    for (uint32_t n = 0; n < vRegisters.size(); ++n)
+    {
+        if (vRegisters[n].bPinned)
+        {
+            result.vTemps[n] = temps.Take(vRegisters[n].nComponents, {0, 0xFFFFFFFEu});
+        }
+        else if (classes.Find(n) == n && !live.vHulls[n].IsEmpty())
+        {
+            vOrder.emplace_back(live.vHulls[n], n);
+        }
+    }
+    for (uint32_t n = 0; n < nGuards; ++n)
+    {
+        if (!live.vGuards[n].IsEmpty())
+        {
+            vOrder.emplace_back(live.vGuards[n], static_cast<uint32_t>(vRegisters.size()) + n);
+        }
+    }
+    std::sort(vOrder.begin(), vOrder.end(),
+              [](const auto& a, const auto& b)
+              { return a.first.nFirst != b.first.nFirst ? a.first.nFirst < b.first.nFirst : a.second < b.second; });
+    for (const auto& [span, n] : vOrder)
+    {
+        if (n >= vRegisters.size())
+        {
+            result.vGuards[n - vRegisters.size()] = temps.Take(1, span);
+            continue;
+        }
+        result.vTemps[n] = temps.Take(vRegisters[n].nComponents, span);
+    }
+    for (uint32_t n = 0; n < vRegisters.size(); ++n)
+    {
+        result.vTemps[n] = vRegisters[n].bPinned ? result.vTemps[n] : result.vTemps[classes.Find(n)];
+    }
+    result.nRegisters = temps.Count();
+    return result;
+}
+
+} // namespace KestrelOpenCL

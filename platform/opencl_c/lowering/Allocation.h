@@ -1,0 +1,51 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_LOWERING_ALLOCATION_H
+#define KESTREL_PLATFORM_OPENCL_C_LOWERING_ALLOCATION_H
+
+#include "platform/opencl_c/lowering/Machine.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace KestrelOpenCL
+{
+
+/// What the allocation has to know of the structured form, in its order.
+struct SFlowStep
+{
+    enum EKind
+    {
+        Block,    ///< nBlock's instructions
+        Edge,     ///< the copies of edge nEdge
+        Branch,   ///< looks at the condition of nBlock
+        SetGuard, ///< nGuard
+        UseGuard, ///< nGuard
+        Other
+    };
+    EKind eKind = Other;
+    unsigned nBlock = 0;
+    unsigned nEdge = 0;
+    unsigned nGuard = 0;
+};
+
+/// A temp and its first component.
+struct STemp
+{
+    uint32_t nRegister = 0;
+    uint8_t nComponent = 0;
+};
+
+struct SAllocation
+{
+    std::vector<STemp> vTemps;  ///< by virtual register
+    std::vector<STemp> vGuards; ///< by guard
+    uint32_t nRegisters = 0;
+};
+
+/// Gives each virtual register a temp with as many components in a row: pairs at x or z, three and four at x. Registers
+/// whose stretches of steps don't meet share components; a phi and what is copied into it become one where the values
+/// don't live at the same time. Near linear in the number of instructions.
+SAllocation AllocateTemps(const SKernelCode& code, const std::vector<SFlowStep>& vSteps, unsigned nGuards);
+
+} // namespace KestrelOpenCL
+
+#endif

@@ -1,0 +1,74 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_LOWERING_KERNELPARAMETERS_H
+#define KESTREL_PLATFORM_OPENCL_C_LOWERING_KERNELPARAMETERS_H
+
+#include "platform/compiler/ProgramBuilder.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace llvm
+{
+class Function;
+} // namespace llvm
+
+namespace KestrelOpenCL
+{
+
+/// A sampler that the source defines, by the number that instructions name it with.
+struct SSourceSampler
+{
+    uint32_t nSampler = 0;
+    uint32_t nValue = 0; ///< in the coding of kernel metadata
+};
+
+/// One parameter of a kernel as the metadata of the binary describes it.
+struct SKernelParameter
+{
+    enum EKind
+    {
+        Value,
+        Pointer,
+        Image,
+        Sampler
+    };
+    EKind eKind = Value;
+    std::string strName;
+    std::string strType; ///< token of the element type, or of the image's shape
+    uint32_t nElements = 1;
+    uint32_t nOffset = 0; ///< in constant buffer 1
+    uint32_t nSlot = 0;   ///< bytes there
+    unsigned nSpace = 0;  ///< of a pointer
+    uint32_t nNumber = 0; ///< UAV, resource, sampler, or local memory
+    uint32_t nAlignment = 4;
+    std::string strAccess; ///< RO, WO, RW
+    bool bVolatile = false;
+    bool bRestrict = false;
+    uint32_t nBytes = 0; ///< that the host sets, of a value
+};
+
+/// What of memory and numbers a kernel takes, for its metadata.
+struct SKernelNeeds
+{
+    uint32_t nLocalBytes = 0;
+    uint32_t nPrivateBytes = 0;
+    std::vector<SSourceSampler> vSamplers;
+};
+
+const uint32_t s_nRawUav = 11;    ///< the older generation's one raw UAV
+const uint32_t s_nPrivateUav = 8; ///< private memory on both
+const uint32_t s_nLocalId = 1;    ///< the kernel's local block
+
+/// The parameters of a kernel in their order, with their places in constant buffer 1. Reads the `kernel_arg_*`
+/// metadata that clang writes.
+std::vector<SKernelParameter> ReadParameters(const llvm::Function& kernel,
+                                             const KestrelPlatform::SDeviceTarget& target);
+
+/// The metadata block of a kernel, as docs/kernel-binary.md describes it.
+std::string WriteMetadata(const std::string& strKernel, uint32_t nWrapper,
+                          const std::vector<SKernelParameter>& vParameters, const SKernelNeeds& needs,
+                          const KestrelPlatform::SDeviceTarget& target);
+
+} // namespace KestrelOpenCL
+
+#endif

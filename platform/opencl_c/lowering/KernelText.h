@@ -1,0 +1,23 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_LOWERING_KERNELTEXT_H
+#define KESTREL_PLATFORM_OPENCL_C_LOWERING_KERNELTEXT_H
+
+#include "platform/opencl_c/lowering/KernelParameters.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace KestrelOpenCL
+{
+
+/// The wrapper of a kernel: its declarations and the call of the kernel's function, which has the next number.
+///
+/// \param vConstants the program's constants that the kernel reads, byte by byte
+std::string WriteWrapper(const llvm::Function& kernel, uint32_t nWrapper,
+                         const std::vector<SKernelParameter>& vParameters, const SKernelNeeds& needs,
+                         const std::vector<uint8_t>& vConstants, const KestrelPlatform::SDeviceTarget& target,
+                         bool bLocal);
+
+} // namespace KestrelOpenCL
+
+#endif

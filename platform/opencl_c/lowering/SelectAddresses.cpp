@@ -1,0 +1,180 @@
+#include "platform/opencl_c/lowering/Selector.h"
+
+#include "llvm/IR/Constants.h"
+#include "llvm/IR/DataLayout.h"
+#include "llvm/IR/GetElementPtrTypeIterator.h"
+#include "llvm/IR/GlobalVariable.h"
+#include "llvm/IR/Operator.h"
+
+namespace KestrelOpenCL
+{
+namespace
+{
+
+const unsigned s_nMaxSteps = 64; ///< that are gone back to find where a pointer comes from
+
+} // namespace
+
+/// The sum of an address and a number that is known.
+Words CSelector::AddOffset(llvm::ArrayRef<SWord> address, int64_t nOffset)
+{
+    const SWord low = LiteralWord(static_cast<uint32_t>(nOffset));
+    if (nOffset == 0)
+    {
+        return Words(address.begin(), address.end());
+    }
+    if (address.size() == 1)
+    {
+        return {m_Machine.One("iadd", {address[0], low})};
+    }
+    if (address[0].eKind == SWord::Literal && address[1].eKind == SWord::Literal)
+    {
+        const uint64_t nSum =
+            ((static_cast<uint64_t>(address[1].nId) << 32) | address[0].nId) + static_cast<uint64_t>(nOffset);
+        return {LiteralWord(static_cast<uint32_t>(nSum)), LiteralWord(static_cast<uint32_t>(nSum >> 32))};
+    }
+    const SWord high = LiteralWord(static_cast<uint32_t>(static_cast<uint64_t>(nOffset) >> 32));
+    return m_Machine.Pairs("i64add", 1, {address, llvm::ArrayRef<SWord>({low, high})});
+}
+
+/// The sum of an address and a multiple of an index, in one instruction if the index has 32 bits.
+Words CSelector::AddIndex(Words address, const Value* pIndex, uint64_t nStride)
+{
+    const auto* const pInstruction = llvm::dyn_cast<Instruction>(pIndex);
+    const SWord stride = LiteralWord(static_cast<uint32_t>(nStride));
+    if (address.size() == 1)
+    {
+        const SWord index = SignedSource(pIndex)[0];
+        const bool bZero = address[0].IsLiteral(0);
+        return {nStride == 1 ? m_Machine.One("iadd", {index, address[0]})
+                : bZero      ? m_Machine.One("imul", {index, stride})
+                             : m_Machine.One("imad", {index, stride, address[0]})};
+    }
+    const bool bSmallStride = nStride < 0x80000000u;
+    const unsigned nIndexWords = m_Types.CountElementWords(pIndex->getType());
+    if (nIndexWords == 1 && bSmallStride)
+    {
+        return m_Machine.Pairs("vmad_i64_i32", 1, {SignedSource(pIndex), stride, address});
+    }
+    if (pInstruction != nullptr && bSmallStride && llvm::isa<llvm::CastInst>(pInstruction) &&
+        m_Types.CountElementWords(pInstruction->getOperand(0)->getType()) == 1)
+    {
+        if (pInstruction->getOpcode() == Instruction::SExt)
+        {
+            return m_Machine.Pairs("vmad_i64_i32", 1, {SignedSource(pInstruction->getOperand(0)), stride, address});
+        }
+        if (pInstruction->getOpcode() == Instruction::ZExt)
+        {
+            const SWord index = Get(pIndex)[0];
+            return m_Machine.Pairs("vmad_u64_u32", 1, {index, stride, address});
+        }
+    }
+    const Words index = nIndexWords == 1 ? Words{SignedSource(pIndex)[0], LiteralWord(0)} : Get(pIndex);
+    if (nStride == 1)
+    {
+        return m_Machine.Pairs("i64add", 1, {address, index});
+    }
+    const SWord high = LiteralWord(static_cast<uint32_t>(nStride >> 32));
+    return m_Machine.Pairs("i64mad", 1, {index, llvm::ArrayRef<SWord>({stride, high}), address});
+}
+
+void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
+{
+    if (gep.getType()->isVectorTy())
+    {
+        Fail(&gep, "a vector of pointers");
+        return;
+    }
+    Words address = Get(gep.getPointerOperand());
+    int64_t nOffset = 0;
+    for (auto it = llvm::gep_type_begin(gep); it != llvm::gep_type_end(gep); ++it)
+    {
+        if (llvm::StructType* const pStruct = it.getStructTypeOrNull())
+        {
+            const auto nField = static_cast<unsigned>(llvm::cast<llvm::ConstantInt>(it.getOperand())->getZExtValue());
+            nOffset += static_cast<int64_t>(m_Types.GetLayout().getStructLayout(pStruct)->getElementOffset(nField));
+            continue;
+        }
+        const uint64_t nStride = m_Types.GetLayout().getTypeAllocSize(it.getIndexedType());
+        const Value* pIndex = it.getOperand();
+        // A known part of the index joins the known part of the address.
+        const auto* const pSum = llvm::dyn_cast<llvm::BinaryOperator>(pIndex);
+        const auto* const pPart =
+            pSum != nullptr && pSum->getOpcode() == Instruction::Add && pSum->getType()->isIntegerTy(64)
+                ? llvm::dyn_cast<llvm::ConstantInt>(pSum->getOperand(1))
+                : nullptr;
+        if (pPart != nullptr)
+        {
+            nOffset += pPart->getSExtValue() * static_cast<int64_t>(nStride);
+            pIndex = pSum->getOperand(0);
+        }
+        if (const auto* pNumber = llvm::dyn_cast<llvm::ConstantInt>(pIndex))
+        {
+            nOffset += pNumber->getSExtValue() * static_cast<int64_t>(nStride);
+            continue;
+        }
+        address = AddIndex(address, pIndex, nStride);
+    }
+    Set(gep, AddOffset(address, nOffset));
+}
+
+/// The variable or argument that a pointer leads into, or the value at which that can't be told any more.
+const llvm::Value* CSelector::FindBase(const Value* pPointer) const
+{
+    for (unsigned n = 0; n < s_nMaxSteps; ++n)
+    {
+        if (const auto* pGep = llvm::dyn_cast<llvm::GEPOperator>(pPointer))
+        {
+            pPointer = pGep->getPointerOperand();
+        }
+        else if (llvm::isa<llvm::BitCastOperator>(pPointer) || llvm::isa<llvm::AddrSpaceCastOperator>(pPointer))
+        {
+            pPointer = llvm::cast<llvm::Operator>(pPointer)->getOperand(0);
+        }
+        else if (const auto* pLoad = llvm::dyn_cast<llvm::LoadInst>(pPointer))
+        {
+            // A variable that is set once is what it is set to.
+            const SRegisterVariable* const pVariable = FindVariable(pLoad->getPointerOperand());
+            const Value* const pOnly = pVariable != nullptr ? pVariable->pOnlyValue : nullptr;
+            if (pOnly == nullptr)
+            {
+                return pPointer;
+            }
+            pPointer = pOnly;
+        }
+        else
+        {
+            return pPointer;
+        }
+    }
+    return pPointer;
+}
+
+SPlace CSelector::GetPlace(const Value* pPointer)
+{
+    SPlace place;
+    place.nSpace = pPointer->getType()->getPointerAddressSpace();
+    place.address = Get(pPointer);
+    place.nUav = m_nAnyUav;
+    const Value* const pBase = FindBase(pPointer);
+    if (const auto* pArgument = llvm::dyn_cast<llvm::Argument>(pBase))
+    {
+        place.nUav = place.nSpace == SpaceGlobal || place.nSpace == SpaceConstant
+                         ? m_vParameters[pArgument->getArgNo()].nNumber
+                         : place.nUav;
+        return place;
+    }
+    // Constants may stand in every space but the local one; those of private and global ones are never written.
+    place.bInline = llvm::isa<llvm::GlobalVariable>(pBase) && place.nSpace != SpaceLocal;
+    place.bUnknown = !place.bInline && place.nSpace == SpaceConstant && m_bInlineConstants;
+    return place;
+}
+
+SPlace CSelector::Advance(const SPlace& place, uint64_t nOffset)
+{
+    SPlace next = place;
+    next.address = AddOffset(place.address, static_cast<int64_t>(nOffset));
+    return next;
+}
+
+} // namespace KestrelOpenCL

@@ -1,0 +1,260 @@
+#include "platform/opencl_c/lowering/Selector.h"
+
+#include "llvm/IR/Constants.h"
+
+namespace KestrelOpenCL
+{
+namespace
+{
+
+using llvm::Instruction;
+
+struct SBinaryRow
+{
+    unsigned nOpcode;
+    const char* psz32;
+    const char* psz64; ///< null: word by word
+    bool bSigned;      ///< reads the bits above a narrow integer as its sign
+};
+
+const SBinaryRow s_BinaryRows[] = {
+    {Instruction::Add, "iadd", "i64add", false},  {Instruction::Sub, "isub", "i64sub", false},
+    {Instruction::Mul, "imul", "i64mul", false},  {Instruction::UDiv, "udiv", "u64div", false},
+    {Instruction::SDiv, "idiv", "i64div", true},  {Instruction::URem, "umod", "u64mod", false},
+    {Instruction::SRem, "imod", "i64mod", true},  {Instruction::Shl, "ishl", "i64shl", false},
+    {Instruction::LShr, "ushr", "u64shr", false}, {Instruction::AShr, "ishr", "i64shr", true},
+    {Instruction::And, "iand", nullptr, false},   {Instruction::Or, "ior", nullptr, false},
+    {Instruction::Xor, "ixor", nullptr, false},   {Instruction::FAdd, "add", "dadd", false},
+    {Instruction::FSub, "sub", "dsub", false},    {Instruction::FMul, "mul", "dmul", false},
+    {Instruction::FDiv, "div", "ddiv", false},    {Instruction::FRem, "mod", nullptr, false},
+};
+
+const SBinaryRow* FindRow(unsigned nOpcode)
+{
+    for (const SBinaryRow& row : s_BinaryRows)
+    {
+        if (row.nOpcode == nOpcode)
+        {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+/// Operations on single bits, which are all ones or 0.
+const char* BitMnemonic(unsigned nOpcode)
+{
+    switch (nOpcode)
+    {
+    case Instruction::And:
+    case Instruction::Mul:
+        return "iand";
+    case Instruction::Or:
+        return "ior";
+    case Instruction::Add:
+    case Instruction::Sub:
+    case Instruction::Xor:
+        return "ixor";
+    default:
+        return nullptr; // of the others only one gives anything: the first operand
+    }
+}
+
+Words LowWords(llvm::ArrayRef<SWord> pairs)
+{
+    Words words;
+    for (size_t n = 0; n < pairs.size(); n += 2)
+    {
+        words.push_back(pairs[n]);
+    }
+    return words;
+}
+
+bool IsShift(unsigned nOpcode)
+{
+    return nOpcode == Instruction::Shl || nOpcode == Instruction::LShr || nOpcode == Instruction::AShr;
+}
+
+} // namespace
+
+void CSelector::SelectBinary(const llvm::BinaryOperator& op)
+{
+    Type* const pType = op.getType();
+    if (pType->getScalarType()->isHalfTy())
+    {
+        Fail(&op, "arithmetic of type half");
+        return;
+    }
+    if (FusesIntoAdd(op))
+    {
+        return; // with the sum
+    }
+    if (op.getOpcode() == Instruction::FAdd)
+    {
+        return SelectFloatAdd(op);
+    }
+    const unsigned nElementWords = m_Types.CountElementWords(pType);
+    if (nElementWords > 2)
+    {
+        return SelectWideBinary(op);
+    }
+    if (pType->getScalarType()->isIntegerTy(1))
+    {
+        const char* const pszMnemonic = BitMnemonic(op.getOpcode());
+        const Words a = Get(op.getOperand(0));
+        Set(op, pszMnemonic == nullptr
+                    ? a
+                    : m_Machine.Each(pszMnemonic, static_cast<unsigned>(a.size()), {a, Get(op.getOperand(1))}));
+        return;
+    }
+    const SBinaryRow& row = *FindRow(op.getOpcode());
+    const Words a = row.bSigned ? SignedSource(op.getOperand(0)) : Get(op.getOperand(0));
+    const bool bSignedB = row.bSigned && !IsShift(op.getOpcode());
+    Words b = bSignedB ? SignedSource(op.getOperand(1)) : Get(op.getOperand(1));
+    const unsigned nWords = static_cast<unsigned>(a.size());
+    if (nElementWords == 1 || row.psz64 == nullptr)
+    {
+        if (nElementWords == 2 && op.getOpcode() == Instruction::FRem)
+        {
+            Fail(&op, "the remainder of doubles as an operator");
+            return;
+        }
+        SetNarrow(op, m_Machine.Each(row.psz32, nWords, {a, b}));
+        return;
+    }
+    b = IsShift(op.getOpcode()) ? LowWords(b) : b;
+    SetNarrow(op, m_Machine.Pairs(row.psz64, nWords / 2, {a, b}));
+}
+
+/// Integers of more than 64 bits, as passes make them now and then.
+void CSelector::SelectWideBinary(const llvm::BinaryOperator& op)
+{
+    const Words a = Get(op.getOperand(0));
+    const Words b = Get(op.getOperand(1));
+    const unsigned nWords = static_cast<unsigned>(a.size());
+    const unsigned nOpcode = op.getOpcode();
+    const auto* const pAmount = llvm::dyn_cast<llvm::ConstantInt>(op.getOperand(1));
+    if (op.getType()->isVectorTy())
+    {
+        Fail(&op, "vectors of integers of more than 64 bits");
+        return;
+    }
+    Words result;
+    if (nOpcode == Instruction::And || nOpcode == Instruction::Or || nOpcode == Instruction::Xor)
+    {
+        result = m_Machine.Each(FindRow(nOpcode)->psz32, nWords, {a, b});
+    }
+    else if (nOpcode == Instruction::Add || nOpcode == Instruction::Sub)
+    {
+        const bool bAdd = nOpcode == Instruction::Add;
+        const char* const pszSum = bAdd ? "iadd" : "isub";
+        const char* const pszCarry = bAdd ? "icarry" : "iborrow";
+        SWord carry = LiteralWord(0);
+        for (unsigned n = 0; n < nWords; ++n)
+        {
+            const SWord sum = m_Machine.One(pszSum, {a[n], b[n]});
+            result.push_back(m_Machine.One(pszSum, {sum, carry}));
+            carry =
+                m_Machine.One("ior", {m_Machine.One(pszCarry, {a[n], b[n]}), m_Machine.One(pszCarry, {sum, carry})});
+        }
+    }
+    else if (nOpcode == Instruction::Mul)
+    {
+        result.assign(nWords, LiteralWord(0));
+        for (unsigned i = 0; i < nWords; ++i)
+        {
+            SWord carry = LiteralWord(0);
+            for (unsigned j = 0; i + j < nWords; ++j)
+            {
+                const SWord low = m_Machine.One("imul", {a[i], b[j]});
+                const SWord high = m_Machine.One("umul_high", {a[i], b[j]});
+                const SWord sum = m_Machine.One("iadd", {low, result[i + j]});
+                const SWord first = m_Machine.One("icarry", {low, result[i + j]});
+                result[i + j] = m_Machine.One("iadd", {sum, carry});
+                const SWord second = m_Machine.One("icarry", {sum, carry});
+                carry = m_Machine.One("iadd", {high, m_Machine.One("iadd", {first, second})});
+            }
+        }
+    }
+    else if (IsShift(nOpcode) && pAmount != nullptr)
+    {
+        const unsigned nAmount = static_cast<unsigned>(pAmount->getLimitedValue(nWords * 32));
+        const Words source = nOpcode == Instruction::AShr ? SignedSource(op.getOperand(0)) : a;
+        const SWord above =
+            nOpcode == Instruction::AShr ? m_Machine.One("ishr", {source.back(), LiteralWord(31)}) : LiteralWord(0);
+        const auto At = [&](int n) {
+            return n < 0 ? LiteralWord(0) : n < static_cast<int>(nWords) ? source[n] : above;
+        };
+        const int nShift = static_cast<int>(nAmount / 32);
+        const SWord bits = LiteralWord(nOpcode == Instruction::Shl ? (32 - nAmount % 32) % 32 : nAmount % 32);
+        for (int n = 0; n < static_cast<int>(nWords); ++n)
+        {
+            const int nLow = nOpcode == Instruction::Shl ? n - nShift - (nAmount % 32 != 0 ? 1 : 0) : n + nShift;
+            result.push_back(nAmount % 32 == 0 ? At(nLow) : m_Machine.One("bitalign", {At(nLow + 1), At(nLow), bits}));
+        }
+    }
+    else
+    {
+        Fail(&op, std::string(op.getOpcodeName()) + " of integers of more than 64 bits");
+        return;
+    }
+    Set(op, Clean(result, op.getType()));
+}
+
+/// A product that one sum alone takes is computed with it; `mad` rounds both as the two instructions would.
+bool CSelector::FusesIntoAdd(const Instruction& instruction) const
+{
+    if (instruction.getOpcode() != Instruction::FMul || !instruction.hasOneUse())
+    {
+        return false;
+    }
+    const auto* const pSum = llvm::cast<Instruction>(*instruction.user_begin());
+    if (pSum->getOpcode() != Instruction::FAdd || pSum->getParent() != instruction.getParent())
+    {
+        return false;
+    }
+    const auto* const pFirst = llvm::dyn_cast<Instruction>(pSum->getOperand(0));
+    return pFirst == &instruction || pFirst == nullptr || !FusesIntoAdd(*pFirst);
+}
+
+void CSelector::SelectFloatAdd(const llvm::BinaryOperator& op)
+{
+    const bool bDouble = op.getType()->getScalarType()->isDoubleTy();
+    for (unsigned n = 0; n < 2; ++n)
+    {
+        const auto* const pProduct = llvm::dyn_cast<Instruction>(op.getOperand(n));
+        if (pProduct == nullptr || !FusesIntoAdd(*pProduct))
+        {
+            continue;
+        }
+        const Words a = Get(pProduct->getOperand(0));
+        const Words b = Get(pProduct->getOperand(1));
+        const Words c = Get(op.getOperand(1 - n));
+        const unsigned nWords = static_cast<unsigned>(a.size());
+        Set(op, bDouble ? m_Machine.Pairs("dmad", nWords / 2, {a, b, c}) : m_Machine.Each("mad", nWords, {a, b, c}));
+        return;
+    }
+    const Words a = Get(op.getOperand(0));
+    const Words b = Get(op.getOperand(1));
+    const unsigned nWords = static_cast<unsigned>(a.size());
+    Set(op, bDouble ? m_Machine.Pairs("dadd", nWords / 2, {a, b}) : m_Machine.Each("add", nWords, {a, b}));
+}
+
+void CSelector::SelectFNeg(const llvm::UnaryOperator& op)
+{
+    Words words = Get(op.getOperand(0));
+    const unsigned nStep = m_Types.CountElementWords(op.getType());
+    const SWord sign = LiteralWord(op.getType()->getScalarType()->isHalfTy() ? 0x8000u : 0x80000000u);
+    if (nStep == 1)
+    {
+        Set(op, m_Machine.Each("ixor", static_cast<unsigned>(words.size()), {words, sign}));
+        return;
+    }
+    for (size_t n = nStep - 1; n < words.size(); n += nStep)
+    {
+        words[n] = m_Machine.One("ixor", {words[n], sign});
+    }
+    Set(op, words);
+}
+
+} // namespace KestrelOpenCL

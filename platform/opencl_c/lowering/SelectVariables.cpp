@@ -1,0 +1,172 @@
+#include "platform/opencl_c/lowering/Selector.h"
+
+#include "llvm/IR/Constants.h"
+#include "llvm/IR/GlobalVariable.h"
+#include "llvm/IR/InstIterator.h"
+
+namespace KestrelOpenCL
+{
+namespace
+{
+
+const unsigned s_nMaxVariableWords = 16; ///< a vector of 16 floats, or of 8 doubles
+
+/// Whether a constant is, or is made with, the address of one of the program's constants.
+bool NamesConstant(const llvm::Constant& constant)
+{
+    if (const auto* pVariable = llvm::dyn_cast<llvm::GlobalVariable>(&constant))
+    {
+        return pVariable->getAddressSpace() != SpaceLocal;
+    }
+    return llvm::isa<llvm::ConstantExpr>(constant) &&
+           llvm::any_of(constant.operands(),
+                        [](const llvm::Use& use) { return NamesConstant(*llvm::cast<llvm::Constant>(use.get())); });
+}
+
+} // namespace
+
+/// Variables in registers are those that are read and written as a whole only.
+bool CSelector::FitsVariable(Type* pAccess, Type* pVariable) const
+{
+    Type* const pA = pAccess->getScalarType();
+    Type* const pB = pVariable->getScalarType();
+    if (pAccess->isAggregateType() || m_Types.CountWords(pAccess) > s_nMaxVariableWords)
+    {
+        return false;
+    }
+    return pA == pB ||
+           (m_Types.CountBits(pA) % 32 == 0 && m_Types.CountBits(pB) % 32 == 0 &&
+            m_Types.CountBits(pA) * (m_Types.CountWords(pAccess) / m_Types.CountElementWords(pAccess)) ==
+                m_Types.CountBits(pB) * (m_Types.CountWords(pVariable) / m_Types.CountElementWords(pVariable)));
+}
+
+bool CSelector::IsRegisterVariable(const llvm::AllocaInst& variable, unsigned& nWords, SRegisterVariable& found) const
+{
+    Type* const pType = variable.getAllocatedType();
+    if (pType->isAggregateType() || variable.isArrayAllocation() || m_Types.CountWords(pType) > s_nMaxVariableWords)
+    {
+        return false;
+    }
+    nWords = m_Types.CountWords(pType);
+    unsigned nStores = 0;
+    for (const llvm::User* const pUser : variable.users())
+    {
+        Type* pAccess = nullptr;
+        if (const auto* pLoad = llvm::dyn_cast<llvm::LoadInst>(pUser))
+        {
+            pAccess = pLoad->getType();
+        }
+        else if (const auto* pStore = llvm::dyn_cast<llvm::StoreInst>(pUser))
+        {
+            if (pStore->getValueOperand() == &variable)
+            {
+                return false;
+            }
+            pAccess = pStore->getValueOperand()->getType();
+            ++nStores;
+            found.pOnlyValue = nStores == 1 ? pStore->getValueOperand() : nullptr;
+        }
+        else if (const auto* pIntrinsic = llvm::dyn_cast<llvm::IntrinsicInst>(pUser))
+        {
+            if (!pIntrinsic->isLifetimeStartOrEnd())
+            {
+                return false;
+            }
+            continue;
+        }
+        if (pAccess == nullptr || !FitsVariable(pAccess, pType))
+        {
+            return false;
+        }
+        nWords = std::max(nWords, m_Types.CountWords(pAccess));
+    }
+    // A single store from a loop gives other values each time; one of a constant or an argument doesn't.
+    found.pArgument = llvm::dyn_cast_or_null<llvm::Argument>(found.pOnlyValue);
+    if (found.pOnlyValue != nullptr && found.pArgument == nullptr && !llvm::isa<llvm::Constant>(found.pOnlyValue) &&
+        !pType->isPointerTy())
+    {
+        found.pOnlyValue = nullptr;
+    }
+    return true;
+}
+
+const SRegisterVariable* CSelector::FindVariable(const Value* pPointer) const
+{
+    const auto* const pVariable = llvm::dyn_cast<llvm::AllocaInst>(pPointer);
+    const auto it = pVariable != nullptr ? m_mapVariables.find(pVariable) : m_mapVariables.end();
+    return it == m_mapVariables.end() ? nullptr : &it->second;
+}
+
+/// A pointer to one of the program's constants that goes into a variable or comes out of a choice may be met later
+/// where it isn't known any more.
+void CSelector::NoteConstants(const Instruction& instruction)
+{
+    const bool bKnown = llvm::isa<llvm::LoadInst>(instruction) || llvm::isa<llvm::GetElementPtrInst>(instruction) ||
+                        llvm::isa<llvm::MemIntrinsic>(instruction);
+    if (bKnown)
+    {
+        return;
+    }
+    const auto* const pStore = llvm::dyn_cast<llvm::StoreInst>(&instruction);
+    const Value* const pStored = pStore != nullptr ? pStore->getValueOperand() : nullptr;
+    for (const Value* const pOperand : instruction.operands())
+    {
+        const auto* const pConstant = llvm::dyn_cast<llvm::Constant>(pOperand);
+        const bool bNames = pConstant != nullptr ? NamesConstant(*pConstant)
+                                                 : pOperand->getType()->isPointerTy() &&
+                                                       llvm::isa<llvm::GlobalVariable>(FindBase(pOperand)) &&
+                                                       pOperand->getType()->getPointerAddressSpace() != SpaceLocal;
+        m_bInlineConstants = m_bInlineConstants || (bNames && (pStored == nullptr || pOperand == pStored));
+    }
+}
+
+void CSelector::FindVariables()
+{
+    bool bComparesLocal = false;
+    for (const Instruction& instruction : llvm::instructions(m_Kernel))
+    {
+        const auto* const pVariable = llvm::dyn_cast<llvm::AllocaInst>(&instruction);
+        SRegisterVariable found;
+        unsigned nWords = 0;
+        if (pVariable != nullptr && IsRegisterVariable(*pVariable, nWords, found))
+        {
+            found.pVariable = pVariable;
+            m_mapVariables[pVariable] = found;
+        }
+        bComparesLocal =
+            bComparesLocal ||
+            (llvm::isa<llvm::ICmpInst>(instruction) && instruction.getOperand(0)->getType()->isPointerTy() &&
+             instruction.getOperand(0)->getType()->getPointerAddressSpace() == SpaceLocal);
+    }
+    for (auto& entry : m_mapVariables)
+    {
+        unsigned nWords = 0;
+        SRegisterVariable again;
+        IsRegisterVariable(*entry.first, nWords, again);
+        if (entry.second.pArgument != nullptr)
+        {
+            continue;
+        }
+        entry.second.words = m_Machine.NewWords(nWords);
+        for (const SWord& word : entry.second.words)
+        {
+            m_Machine.Registers()[word.nId].bPinned = true;
+        }
+    }
+    for (const Instruction& instruction : llvm::instructions(m_Kernel))
+    {
+        NoteConstants(instruction);
+    }
+    if (bComparesLocal)
+    {
+        m_Storage.KeepLocalNull();
+    }
+    m_nAnyUav = s_nRawUav;
+    for (const SKernelParameter& parameter : m_vParameters)
+    {
+        const bool bBuffer = parameter.eKind == SKernelParameter::Pointer && parameter.nSpace != SpaceLocal;
+        m_nAnyUav = bBuffer && m_nAnyUav == s_nRawUav ? parameter.nNumber : m_nAnyUav;
+    }
+}
+
+} // namespace KestrelOpenCL

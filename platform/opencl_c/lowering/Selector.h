@@ -1,0 +1,210 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_LOWERING_SELECTOR_H
+#define KESTREL_PLATFORM_OPENCL_C_LOWERING_SELECTOR_H
+
+#include "platform/opencl_c/lowering/KernelParameters.h"
+#include "platform/opencl_c/lowering/Machine.h"
+#include "platform/opencl_c/lowering/Storage.h"
+#include "platform/opencl_c/lowering/ValueTypes.h"
+
+#include "llvm/ADT/DenseMap.h"
+#include "llvm/ADT/DenseSet.h"
+#include "llvm/ADT/MapVector.h"
+#include "llvm/IR/Instructions.h"
+#include "llvm/IR/IntrinsicInst.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace KestrelOpenCL
+{
+
+/// A variable of the source that lives in registers for the whole function.
+struct SRegisterVariable
+{
+    const llvm::AllocaInst* pVariable = nullptr;
+    Words words;
+    /// What alone is ever stored to it.
+    const llvm::Value* pOnlyValue = nullptr;
+    /// That as an argument: then the variable has no registers of its own, but the argument's words.
+    const llvm::Argument* pArgument = nullptr;
+};
+
+/// A pointer in words, and what is known of where it leads.
+struct SPlace
+{
+    unsigned nSpace = 0;
+    Words address;
+    bool bInline = false;  ///< among the program's constants for sure
+    bool bUnknown = false; ///< a constant pointer that may lead there or to a buffer
+    uint32_t nUav = 0;
+    /// Of a parameter by value: its bytes are read where they are, in constant buffer 1.
+    bool bParameter = false;
+};
+
+/// Translates the instructions of one kernel into instructions of IL over virtual registers. Flow between blocks is
+/// left to the region tree; copies into phis are kept by edge.
+class CSelector
+{
+public:
+    CSelector(llvm::Function& kernel, const KestrelPlatform::SDeviceTarget& target, bool bDebug);
+
+    /// \param vBlocks the blocks to translate, each before those that it dominates
+    bool Run(const std::vector<llvm::BasicBlock*>& vBlocks);
+
+    SKernelCode& GetCode() { return m_Code; }
+    CStorage& GetStorage() { return m_Storage; }
+    const std::vector<SKernelParameter>& GetParameters() const { return m_vParameters; }
+    const std::vector<SSourceSampler>& GetSamplers() const { return m_vSamplers; }
+    const std::string& GetFaults() const { return m_strFaults; }
+    unsigned GetBlockNumber(const llvm::BasicBlock* pBlock) const { return m_mapBlocks.lookup(pBlock); }
+
+    const llvm::MapVector<const llvm::AllocaInst*, SRegisterVariable>& GetVariables() const { return m_mapVariables; }
+    bool UsesLocal() const { return m_bLocal; }
+
+private:
+    using Instruction = llvm::Instruction;
+    using Value = llvm::Value;
+    using Type = llvm::Type;
+
+    // Values, in SelectValues.cpp
+    Words Get(const Value* pValue);
+    Words GetConstant(const llvm::Constant& constant);
+    Words GetExpression(const llvm::ConstantExpr& expression);
+    SWord GetWord(const Value* pValue) { return Get(pValue)[0]; }
+    void Set(const Instruction& instruction, Words words);
+    void SetArgument(const llvm::Argument& argument);
+    void LoadArguments();
+    void BindVariables();
+    bool ToleratesHighBits(const Instruction& instruction) const;
+    Words Clean(llvm::ArrayRef<SWord> words, Type* pType);
+    Words SignExtend(llvm::ArrayRef<SWord> words, Type* pType);
+    Words SignedSource(const Value* pValue);
+    void SetNarrow(const Instruction& instruction, Words words);
+    SWord ParameterWord(uint32_t nByteOffset);
+
+    bool Fail(const Instruction* pInstruction, const std::string& strWhat);
+    void Select(const Instruction& instruction);
+    void SelectTerminator(const llvm::BasicBlock& block);
+    SCondition MakeCondition(const Value* pCondition);
+    void CollectCopies(const llvm::BasicBlock& block);
+
+    // SelectArithmetic.cpp
+    void SelectBinary(const llvm::BinaryOperator& op);
+    void SelectWideBinary(const llvm::BinaryOperator& op);
+    bool FusesIntoAdd(const Instruction& instruction) const;
+    void SelectFloatAdd(const llvm::BinaryOperator& op);
+    void SelectFNeg(const llvm::UnaryOperator& op);
+
+    // SelectCompares.cpp
+    void SelectICmp(const llvm::ICmpInst& compare);
+    void SelectFCmp(const llvm::FCmpInst& compare);
+    Words CompareIntegers(llvm::CmpInst::Predicate ePredicate, Words a, Words b, unsigned nElementWords);
+    Words CompareFloats(llvm::CmpInst::Predicate ePredicate, Words a, Words b, Type* pType);
+    void SelectSelect(const llvm::SelectInst& select);
+
+    // SelectCasts.cpp
+    void SelectCast(const llvm::CastInst& cast);
+    void SelectBitCast(const llvm::CastInst& cast);
+    void SelectTrunc(const llvm::CastInst& cast);
+    void SelectExtend(const llvm::CastInst& cast);
+    void SelectFloatToInteger(const llvm::CastInst& cast);
+    void SelectIntegerToFloat(const llvm::CastInst& cast);
+    void SelectFloatResize(const llvm::CastInst& cast);
+    Words LongToFloat(llvm::ArrayRef<SWord> pair, bool bSigned);
+    Words Reinterpret(llvm::ArrayRef<SWord> words, Type* pFrom, Type* pTo);
+
+    // SelectAggregates.cpp
+    void SelectExtractElement(const llvm::ExtractElementInst& extract);
+    void SelectInsertElement(const llvm::InsertElementInst& insert);
+    void SelectShuffle(const llvm::ShuffleVectorInst& shuffle);
+    void SelectExtractValue(const llvm::ExtractValueInst& extract);
+    void SelectInsertValue(const llvm::InsertValueInst& insert);
+    unsigned FirstWord(Type* pType, llvm::ArrayRef<unsigned> indices, Type*& pElement) const;
+
+    // SelectAddresses.cpp
+    void SelectGetElementPtr(const llvm::GetElementPtrInst& gep);
+    Words AddIndex(Words address, const Value* pIndex, uint64_t nStride);
+    Words AddOffset(llvm::ArrayRef<SWord> address, int64_t nOffset);
+    const Value* FindBase(const Value* pPointer) const;
+    SPlace GetPlace(const Value* pPointer);
+    SPlace Advance(const SPlace& place, uint64_t nOffset);
+
+    // SelectVariables.cpp
+    void FindVariables();
+    void NoteConstants(const Instruction& instruction);
+    bool IsRegisterVariable(const llvm::AllocaInst& variable, unsigned& nWords, SRegisterVariable& found) const;
+    bool FitsVariable(Type* pAccess, Type* pVariable) const;
+    const SRegisterVariable* FindVariable(const Value* pPointer) const;
+
+    // SelectMemory.cpp
+    void SelectLoad(const llvm::LoadInst& load);
+    void SelectStore(const llvm::StoreInst& store);
+    Words LoadValue(const SPlace& place, Type* pType, bool bSigned);
+    void StoreValue(const SPlace& place, Type* pType, llvm::ArrayRef<SWord> words);
+    Words LoadBytes(const SPlace& place, uint64_t nBytes);
+    SWord LoadSmall(const SPlace& place, uint64_t nOffset, unsigned nBytes, bool bSigned);
+    Words LoadWords(const SPlace& place, uint64_t nOffset, unsigned nCount);
+    void StoreSmall(const SPlace& place, uint64_t nOffset, unsigned nBytes, SWord word);
+    void StoreWords(const SPlace& place, uint64_t nOffset, llvm::ArrayRef<SWord> words);
+    Words LoadRaw(const SPlace& place, unsigned nCount);
+    Words LoadInline(const SPlace& place, unsigned nCount);
+    std::string Mnemonic(const SPlace& place, const char* pszUav, const char* pszLocal) const;
+
+    // SelectBlocks.cpp
+    void SelectMemTransfer(const llvm::MemTransferInst& copy);
+    void SelectMemSet(const llvm::MemSetInst& set);
+    template <class TBody>
+    void Repeat(SWord end, uint32_t nStep, std::initializer_list<llvm::ArrayRef<SWord>> kept, TBody body);
+    SPlace AdvanceBy(const SPlace& place, SWord offset);
+    void Control(const char* pszMnemonic, const SWord* pCondition = nullptr);
+
+    // SelectAtomics.cpp
+    void SelectAtomic(const llvm::AtomicRMWInst& atomic);
+    void SelectCompareExchange(const llvm::AtomicCmpXchgInst& exchange);
+    SWord EmitAtomic(const SPlace& place, const char* pszOperation, llvm::ArrayRef<SWord> values, bool bResult);
+
+    // SelectIntrinsics.cpp, SelectOverflow.cpp
+    void SelectCall(const llvm::CallInst& call);
+    bool SelectIntrinsic(const llvm::IntrinsicInst& call);
+    Words CountZeros(Words words, Type* pType, bool bLeading);
+    Words ByteSwap(Words words, Type* pType);
+    Words FunnelShift(const llvm::IntrinsicInst& call, bool bLeft);
+    Words Saturating(const llvm::IntrinsicInst& call);
+    Words WithOverflow(const llvm::IntrinsicInst& call);
+    Words MinMax(const llvm::IntrinsicInst& call);
+
+    // SelectBuiltins.cpp
+    bool SelectBuiltin(const llvm::CallInst& call, llvm::StringRef name);
+    bool SelectTranslated(const llvm::CallInst& call, llvm::StringRef name);
+    bool SelectInstruction(const llvm::CallInst& call, llvm::StringRef mnemonic);
+    void SelectFence(const llvm::CallInst& call, bool bBarrier);
+
+    // SelectImages.cpp
+    bool SelectImage(const llvm::CallInst& call, llvm::StringRef name);
+    const SKernelParameter* FindParameter(const Value* pValue) const;
+    int FindSampler(const Value* pValue);
+
+    llvm::Function& m_Kernel;
+    const KestrelPlatform::SDeviceTarget& m_Target;
+    bool m_bDebug;
+    CValueTypes m_Types;
+    SKernelCode m_Code;
+    CMachine& m_Machine = m_Code.machine;
+    CStorage m_Storage;
+    std::vector<SKernelParameter> m_vParameters;
+    std::vector<SSourceSampler> m_vSamplers;
+    uint32_t m_nSamplerArguments = 0;
+    llvm::DenseMap<const llvm::BasicBlock*, unsigned> m_mapBlocks;
+    llvm::DenseMap<const Value*, Words> m_mapValues;
+    llvm::MapVector<const llvm::AllocaInst*, SRegisterVariable> m_mapVariables;
+    llvm::DenseSet<const Value*> m_setSigned; ///< loaded with their sign in the high bits
+    uint32_t m_nAnyUav = 0;                   ///< for pointers that come from who knows where
+    bool m_bInlineConstants = false;          ///< pointers to the program's constants are about
+    bool m_bLocal = false;
+    std::string m_strFaults;
+};
+
+} // namespace KestrelOpenCL
+
+#endif

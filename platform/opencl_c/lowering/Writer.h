@@ -1,0 +1,59 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_LOWERING_WRITER_H
+#define KESTREL_PLATFORM_OPENCL_C_LOWERING_WRITER_H
+
+#include "platform/opencl_c/lowering/Allocation.h"
+#include "platform/opencl_c/lowering/Literals.h"
+#include "platform/opencl_c/structure/Regions.h"
+
+#include <string>
+#include <vector>
+
+namespace KestrelOpenCL
+{
+
+/// The text of a kernel's body, and where each line comes from.
+struct SBody
+{
+    std::string strText;
+    std::vector<const llvm::DILocation*> vLines;
+};
+
+/// Writes the body of one kernel as IL text. An object serves one call.
+class CWriter
+{
+public:
+    CWriter(const SKernelCode& code, const SAllocation& allocation, CLiterals& literals);
+
+    /// \param vFlow what each step of the region tree stands for, as the allocation got it
+    SBody Write(const std::vector<SRegionStep>& vSteps, const std::vector<SFlowStep>& vFlow);
+
+private:
+    struct SMove;
+
+    void WriteStep(const SRegionStep& step, const SFlowStep& flow);
+    void WriteBranch(const SRegionStep& step, const SFlowStep& flow);
+    void WriteGuard(const SRegionStep& step, const SFlowStep& flow);
+    void WriteCases(const SRegionStep& step);
+    void WriteInstruction(const SInstruction& instruction);
+    void WriteEdge(const SEdge& edge);
+
+    std::string Operand(const SSource& source, unsigned nMask, unsigned nFirst);
+    std::string WordOperand(const SWord& word);
+    std::string TempText(const STemp& temp) const;
+    std::string Register(const SWord& word) const;
+    unsigned Component(const SWord& word) const;
+    static std::string Swizzle(const char (&selectors)[4]);
+    void Line(std::string strLine, const llvm::DILocation* pLocation);
+
+    const SKernelCode& m_Code;
+    const SAllocation& m_Allocation;
+    CLiterals& m_Literals;
+    SBody m_Body;
+    /// An `if` that hasn't been written yet: with nothing but a `break` or `continue` in it, both are one line.
+    std::string m_strPendingIf;
+    const llvm::DILocation* m_pPendingLocation = nullptr;
+};
+
+} // namespace KestrelOpenCL
+
+#endif
