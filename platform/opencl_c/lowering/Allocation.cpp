@@ -35,6 +35,11 @@ public:
 
     void JoinCopies()
     {
+        std::vector<llvm::SmallVector<const SEdge*, 2>> vEdgesFrom(m_Code.machine.Blocks().size());
+        for (const SEdge& edge : m_Code.vEdges)
+        {
+            vEdgesFrom[edge.nFrom].push_back(&edge);
+        }
         for (const SEdge& edge : m_Code.vEdges)
         {
             for (size_t n = 0; n < edge.to.size();)
@@ -46,7 +51,7 @@ public:
                 }
                 if (IsWhole(edge, n, nEnd))
                 {
-                    Join(edge.to[n].nId, edge.from[n].nId);
+                    Join(edge.to[n].nId, edge.from[n].nId, edge, vEdgesFrom[edge.nFrom]);
                 }
                 n = nEnd;
             }
@@ -71,13 +76,24 @@ private:
         return !from.bPinned && from.nComponents == to.nComponents;
     }
 
-    void Join(uint32_t a, uint32_t b)
+    /// After its copy both hold the same value, so that it does no harm if the source lives on there; unless another
+    /// edge of the block copies something else to one of the two.
+    void Join(uint32_t a, uint32_t b, const SEdge& edge, llvm::ArrayRef<const SEdge*> edges)
     {
         a = Find(a);
         b = Find(b);
+        const bool bOther =
+            llvm::any_of(edges,
+                         [&](const SEdge* pOther)
+                         {
+                             return pOther != &edge && llvm::any_of(pOther->to, [&](const SWord& to)
+                                                                    { return Find(to.nId) == a || Find(to.nId) == b; });
+                         });
+        const SSpan none;
         Spans& spansA = m_Live.vSpans[a];
         Spans& spansB = m_Live.vSpans[b];
-        if (a == b || spansA.size() + spansB.size() > s_nMaxSpans || Meet(spansA, spansB))
+        if (a == b || spansA.size() + spansB.size() > s_nMaxSpans ||
+            Meet(spansA, spansB, bOther ? none : m_Live.vCopiesWritten[edge.nFrom]))
         {
             return;
         }

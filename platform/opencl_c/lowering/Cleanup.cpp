@@ -138,7 +138,13 @@ private:
             {
                 continue;
             }
+            // Who reads a variable of its own reads the variable, so that its value may be computed there.
             const SWord& from = source.words[n];
+            if (from.eKind == SWord::Register && m_Code.machine.Registers()[instruction.nDestination].bPinned &&
+                !m_Code.machine.Registers()[from.nId].bPinned)
+            {
+                continue;
+            }
             reg.copies[n] = {from, m_nPiece,
                              from.eKind == SWord::Register ? m_vRegisters[from.nId].nWrites[from.nComponent] : 0};
         }
@@ -303,7 +309,7 @@ private:
     CReads& m_Reads;
 };
 
-/// Lets an instruction write a variable itself if all that is done with its result is copying it there.
+/// Lets an instruction write a register itself if all that is done with its result is copying it there.
 class CDirectWrites
 {
 public:
@@ -338,9 +344,9 @@ private:
     struct SState
     {
         unsigned nBlock = 0;
-        int nWriter = -1;      ///< the instruction that writes it
-        unsigned nWriters = 0; ///< how many do
-        int nLastTouched = -1; ///< by a read or a write
+        int nWriter = -1;                                   ///< the instruction that writes it
+        unsigned nWriters = 0;                              ///< how many do
+        int nLastTouched[s_nComponents] = {-1, -1, -1, -1}; ///< by a read or a write
     };
 
     SState& State(uint32_t nRegister)
@@ -358,8 +364,26 @@ private:
     {
         if (word.eKind == SWord::Register)
         {
-            State(word.nId).nLastTouched = nAt;
+            State(word.nId).nLastTouched[word.nComponent] = nAt;
         }
+    }
+
+    void TouchMask(SState& state, unsigned nMask, int nAt)
+    {
+        for (unsigned n = 0; n < s_nComponents; ++n)
+        {
+            state.nLastTouched[n] = (nMask & (1u << n)) != 0 ? nAt : state.nLastTouched[n];
+        }
+    }
+
+    static bool IsTouchedAfter(const SState& state, unsigned nMask, int nAt)
+    {
+        bool bTouched = false;
+        for (unsigned n = 0; n < s_nComponents; ++n)
+        {
+            bTouched = bTouched || ((nMask & (1u << n)) != 0 && state.nLastTouched[n] > nAt);
+        }
+        return bTouched;
     }
 
     bool Visit(std::vector<SInstruction>& vBlock, int nAt)
@@ -380,7 +404,7 @@ private:
             SState& state = State(instruction.nDestination);
             state.nWriter = nAt;
             ++state.nWriters;
-            state.nLastTouched = nAt;
+            TouchMask(state, instruction.nMask, nAt);
         }
         return false;
     }
@@ -388,8 +412,7 @@ private:
     bool Retarget(std::vector<SInstruction>& vBlock, int nAt)
     {
         SInstruction& move = vBlock[static_cast<size_t>(nAt)];
-        if (!move.bMove || move.nDestination == s_nNoRegister ||
-            !m_Code.machine.Registers()[move.nDestination].bPinned || move.sources[0].index.eKind != SWord::Undefined)
+        if (!move.bMove || move.nDestination == s_nNoRegister || move.sources[0].index.eKind != SWord::Undefined)
         {
             return false;
         }
@@ -416,7 +439,7 @@ private:
         const SVirtualRegister& from = m_Code.machine.Registers()[nFrom];
         SState& state = State(nFrom);
         if (from.bPinned || from.bPhi || state.nWriters != 1 || state.nWriter <= m_nControl ||
-            State(move.nDestination).nLastTouched > state.nWriter)
+            IsTouchedAfter(State(move.nDestination), move.nMask, state.nWriter))
         {
             return false;
         }
@@ -427,9 +450,9 @@ private:
         }
         writer.nDestination = move.nDestination;
         writer.nMask = move.nMask;
-        State(move.nDestination).nLastTouched = nAt;
-        State(move.nDestination).nWriter = nAt; // whoever copies from it now has no single writer
-        State(move.nDestination).nWriters += 2;
+        SState& to = State(move.nDestination);
+        TouchMask(to, move.nMask, nAt);
+        to.nWriters += 2; // whoever copies from it has no single writer
         move.nMask = 0;
         return true;
     }

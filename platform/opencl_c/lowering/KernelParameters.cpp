@@ -60,9 +60,17 @@ bool HasWord(const std::string& strText, const char* pszWord)
     return (" " + strText + " ").find(" " + std::string(pszWord) + " ") != std::string::npos;
 }
 
-/// "uint4" gives the token of uint and 4 elements; other names are structs or unions.
-STypeToken TokenOf(const std::string& strType, uint32_t& nElements)
+/// "uint4", or as clang spells it at times "uint __attribute__((ext_vector_type(4)))", gives the token of uint and 4
+/// elements; other names are structs or unions.
+STypeToken TokenOf(std::string strType, uint32_t& nElements)
 {
+    const std::string strVector = " __attribute__((ext_vector_type(";
+    const size_t nVector = strType.find(strVector);
+    if (nVector != std::string::npos)
+    {
+        const size_t nNumber = nVector + strVector.size();
+        strType = strType.substr(0, nVector) + strType.substr(nNumber, strType.find(')', nNumber) - nNumber);
+    }
     const size_t nDigits = strType.find_last_not_of("0123456789") + 1;
     const std::string strName = strType.substr(0, nDigits);
     nElements = nDigits < strType.size() ? static_cast<uint32_t>(std::stoul(strType.substr(nDigits))) : 1;

@@ -47,6 +47,10 @@ public:
         {
             Normalize(spans);
         }
+        for (unsigned nBlock = 0; nBlock < m_vStarts.size(); ++nBlock)
+        {
+            m_Live.vCopiesWritten.push_back({CopyReads(nBlock) + 1, End(nBlock)});
+        }
         return std::move(m_Live);
     }
 
@@ -264,7 +268,7 @@ private:
 
 } // namespace
 
-bool Meet(const Spans& a, const Spans& b)
+bool Meet(const Spans& a, const Spans& b, const SSpan& except)
 {
     for (auto itA = a.begin(), itB = b.begin(); itA != a.end() && itB != b.end();)
     {
@@ -275,6 +279,11 @@ bool Meet(const Spans& a, const Spans& b)
         else if (itB->nLast < itA->nFirst)
         {
             ++itB;
+        }
+        else if (std::max(itA->nFirst, itB->nFirst) >= except.nFirst &&
+                 std::min(itA->nLast, itB->nLast) <= except.nLast)
+        {
+            itA->nLast < itB->nLast ? ++itA : ++itB;
         }
         else
         {
@@ -289,7 +298,19 @@ Spans Union(const Spans& a, const Spans& b)
     Spans result(a.size() + b.size());
     std::merge(a.begin(), a.end(), b.begin(), b.end(), result.begin(),
                [](const SSpan& x, const SSpan& y) { return x.nFirst < y.nFirst; });
-    return result;
+    Spans joined;
+    for (const SSpan& span : result)
+    {
+        if (!joined.empty() && span.nFirst <= joined.back().nLast)
+        {
+            joined.back().nLast = std::max(joined.back().nLast, span.nLast);
+        }
+        else
+        {
+            joined.push_back(span);
+        }
+    }
+    return joined;
 }
 
 SLiveness FindLiveness(const SKernelCode& code, const std::vector<SFlowStep>& vSteps, unsigned nGuards)

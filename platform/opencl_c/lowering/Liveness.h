@@ -32,11 +32,14 @@ struct SLiveness
     /// graph.
     std::vector<Spans> vSpans;
     std::vector<SSpan> vGuards;
+    /// By block: from where the copies on its edges have been written to its end.
+    std::vector<SSpan> vCopiesWritten;
 };
 
 SLiveness FindLiveness(const SKernelCode& code, const std::vector<SFlowStep>& vSteps, unsigned nGuards);
 
-bool Meet(const Spans& a, const Spans& b);
+/// \param except a stretch in which a meeting doesn't count
+bool Meet(const Spans& a, const Spans& b, const SSpan& except);
 Spans Union(const Spans& a, const Spans& b);
 
 } // namespace KestrelOpenCL

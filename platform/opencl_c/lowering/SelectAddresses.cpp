@@ -86,6 +86,9 @@ void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
         return;
     }
     Words address = Get(gep.getPointerOperand());
+    // Among the program's constants an address has 32 bits.
+    const bool bInline = address.size() == 2 && llvm::isa<llvm::GlobalVariable>(FindBase(gep.getPointerOperand()));
+    address.resize(bInline ? 1 : address.size());
     int64_t nOffset = 0;
     for (auto it = llvm::gep_type_begin(gep); it != llvm::gep_type_end(gep); ++it)
     {
@@ -115,7 +118,12 @@ void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
         }
         address = AddIndex(address, pIndex, nStride);
     }
-    Set(gep, AddOffset(address, nOffset));
+    address = AddOffset(address, nOffset);
+    if (bInline)
+    {
+        address.push_back(LiteralWord(0));
+    }
+    Set(gep, address);
 }
 
 /// The variable or argument that a pointer leads into, or the value at which that can't be told any more.

@@ -9,6 +9,13 @@ namespace
 
 using llvm::Instruction;
 
+/// Whether a number that was extended is used with both of its words; an index of an address isn't.
+bool IsReadAsPair(const llvm::CastInst& cast)
+{
+    return llvm::any_of(cast.users(), [](const llvm::User* pUser)
+                        { return !llvm::isa<llvm::TruncInst>(pUser) && !llvm::isa<llvm::GetElementPtrInst>(pUser); });
+}
+
 } // namespace
 
 void CSelector::SelectCast(const llvm::CastInst& cast)
@@ -169,8 +176,17 @@ void CSelector::SelectExtend(const llvm::CastInst& cast)
         return;
     }
     Words result;
+    const bool bWhole = bSigned && nFrom == 1 && nTo == 2 && !bBit && IsReadAsPair(cast);
     for (size_t n = 0; n < words.size(); n += nFrom)
     {
+        if (bWhole)
+        {
+            const llvm::ArrayRef<SWord> word = llvm::ArrayRef<SWord>(words).slice(n, 1);
+            const Words pair =
+                m_Machine.Pairs("vmad_i64_i32", 1, {word, LiteralWord(1), Words{LiteralWord(0), LiteralWord(0)}});
+            result.append(pair.begin(), pair.end());
+            continue;
+        }
         const SWord top = words[n + nFrom - 1];
         const SWord above = !bSigned ? LiteralWord(0) : bBit ? top : m_Machine.One("ishr", {top, LiteralWord(31)});
         for (unsigned i = 0; i < nTo; ++i)

@@ -285,9 +285,24 @@ std::string CWriter::Operand(const SSource& source, unsigned nMask, unsigned nFi
     return strRegister + "." + Swizzle(selectors);
 }
 
+/// A copy of a register to itself, where both ends of the copy came to the same temp.
+bool CWriter::IsIdentity(const SInstruction& instruction) const
+{
+    bool bSame = instruction.bMove && instruction.sources[0].index.eKind == SWord::Undefined;
+    for (unsigned n = 0; n < s_nComponents && bSame; ++n)
+    {
+        const SWord& word = instruction.sources[0].words[n];
+        const SWord to = {SWord::Register, static_cast<uint8_t>(n), instruction.nDestination};
+        bSame = (instruction.nMask & (1u << n)) == 0 ||
+                (word.eKind == SWord::Register && Component(word) == Component(to) &&
+                 m_Allocation.vTemps[word.nId].nRegister == m_Allocation.vTemps[to.nId].nRegister);
+    }
+    return bSame;
+}
+
 void CWriter::WriteInstruction(const SInstruction& instruction)
 {
-    if (m_Code.machine.IsHold(instruction))
+    if (m_Code.machine.IsHold(instruction) || IsIdentity(instruction))
     {
         return;
     }

@@ -34,6 +34,7 @@ private:
     void WriteBranch(const SRegionStep& step, const SFlowStep& flow);
     void WriteGuard(const SRegionStep& step, const SFlowStep& flow);
     void WriteCases(const SRegionStep& step);
+    bool IsIdentity(const SInstruction& instruction) const;
     void WriteInstruction(const SInstruction& instruction);
     void WriteEdge(const SEdge& edge);
 
