@@ -3,6 +3,7 @@
 #include "platform/opencl_c/lowering/KernelText.h"
 #include "platform/opencl_c/lowering/Lowered.h"
 #include "platform/opencl_c/lowering/Selector.h"
+#include "platform/opencl_c/lowering/VariablePlaces.h"
 #include "platform/opencl_c/lowering/Writer.h"
 
 #include "llvm/ADT/PostOrderIterator.h"
@@ -68,10 +69,10 @@ private:
                                                      ", more than the device's " + std::to_string(nLimit));
     }
 
-    static std::vector<SFlowStep> MakeFlow(const SRegions& regions, const CSelector& selector)
+    static std::vector<SFlowStep> MakeFlow(const SRegions& regions, CSelector& selector)
     {
         std::vector<SFlowStep> vFlow;
-        const SKernelCode& code = const_cast<CSelector&>(selector).GetCode();
+        const SKernelCode& code = selector.GetCode();
         std::map<std::pair<unsigned, unsigned>, unsigned> mapEdges;
         for (unsigned n = 0; n < code.vEdges.size(); ++n)
         {
@@ -128,7 +129,7 @@ private:
         CLiterals literals(m_nLiterals);
         SBody body = CWriter(code, allocation, literals).Write(regions.vSteps, vFlow);
         m_nLiterals += literals.Count();
-        return Check(kernel, selector, allocation) && Place(kernel, selector, literals, body);
+        return Check(kernel, selector, allocation) && Place(kernel, selector, allocation, literals, body);
     }
 
     static std::vector<llvm::BasicBlock*> OrderBlocks(llvm::Function& kernel)
@@ -137,7 +138,7 @@ private:
         return {order.begin(), order.end()};
     }
 
-    bool Check(const llvm::Function& kernel, CSelector& selector, const SAllocation& allocation)
+    bool Check(const llvm::Function& kernel, const CSelector& selector, const SAllocation& allocation)
     {
         const CStorage& storage = selector.GetStorage();
         const uint64_t nPrivateWords = (storage.GetPrivateBytes() + 15) / 16 * 4;
@@ -151,7 +152,8 @@ private:
     }
 
     /// Puts the kernel's wrapper, its function and its metadata where they belong.
-    bool Place(const llvm::Function& kernel, CSelector& selector, const CLiterals& literals, SBody& body)
+    bool Place(const llvm::Function& kernel, const CSelector& selector, const SAllocation& allocation,
+               const CLiterals& literals, SBody& body)
     {
         const CStorage& storage = selector.GetStorage();
         SKernelNeeds needs;
@@ -172,6 +174,7 @@ private:
         lines.nLast = NextLine();
         Append("endfunc\n;" + strName + "\n");
         m_Lowered.vKernels.push_back(lines);
+        AddVariablePlaces(kernel, selector, allocation, lines, m_Lowered);
 
         KestrelPlatform::SModuleKernel moduleKernel;
         moduleKernel.strMetadata = WriteMetadata(strName, m_nUniqueId, selector.GetParameters(), needs, m_Target);

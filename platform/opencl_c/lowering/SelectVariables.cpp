@@ -97,6 +97,17 @@ const SRegisterVariable* CSelector::FindVariable(const Value* pPointer) const
     return it == m_mapVariables.end() ? nullptr : &it->second;
 }
 
+bool CSelector::FindPrivate(const Value* pVariable, uint32_t& nOffset) const
+{
+    const auto it = m_mapValues.find(pVariable);
+    if (it == m_mapValues.end() || it->second.size() != 1 || it->second[0].eKind != SWord::Literal)
+    {
+        return false;
+    }
+    nOffset = it->second[0].nId;
+    return true;
+}
+
 /// A pointer to one of the program's constants that goes into a variable or comes out of a choice may be met later
 /// where it isn't known any more.
 void CSelector::NoteConstants(const Instruction& instruction)

@@ -53,7 +53,7 @@ public:
     bool Run(const std::vector<llvm::BasicBlock*>& vBlocks);
 
     SKernelCode& GetCode() { return m_Code; }
-    CStorage& GetStorage() { return m_Storage; }
+    const CStorage& GetStorage() const { return m_Storage; }
     const std::vector<SKernelParameter>& GetParameters() const { return m_vParameters; }
     const std::vector<SSourceSampler>& GetSamplers() const { return m_vSamplers; }
     const std::string& GetFaults() const { return m_strFaults; }
@@ -61,6 +61,8 @@ public:
 
     const llvm::MapVector<const llvm::AllocaInst*, SRegisterVariable>& GetVariables() const { return m_mapVariables; }
     bool UsesLocal() const { return m_bLocal; }
+    /// The offset in private memory of a variable or a struct by value. \return false if it isn't there
+    bool FindPrivate(const llvm::Value* pVariable, uint32_t& nOffset) const;
 
 private:
     using Instruction = llvm::Instruction;

@@ -31,7 +31,7 @@ void CStorage::KeepLocalNull()
 
 uint32_t CStorage::GetLocal(const llvm::GlobalVariable& variable)
 {
-    const auto inserted = m_mapLocal.try_emplace(&variable, 0);
+    const auto inserted = m_mapLocal.insert({&variable, 0});
     if (inserted.second)
     {
         // Local memory is scarce and its size a round number that kernels use whole: it starts at 0.

@@ -2,6 +2,7 @@
 #define KESTREL_PLATFORM_OPENCL_C_LOWERING_STORAGE_H
 
 #include "llvm/ADT/DenseMap.h"
+#include "llvm/ADT/MapVector.h"
 
 #include <cstdint>
 #include <vector>
@@ -35,6 +36,7 @@ public:
     uint32_t GetConstant(const llvm::GlobalVariable& variable);
 
     /// Sizes are of 64 bits: what doesn't fit is told when all is placed.
+    const llvm::MapVector<const llvm::GlobalVariable*, uint32_t>& GetLocals() const { return m_mapLocal; }
     uint64_t GetLocalBytes() const { return m_nLocal; }
     uint64_t GetPrivateBytes() const { return m_nPrivate; }
     const std::vector<uint8_t>& GetConstants() const { return m_vConstants; }
@@ -44,7 +46,7 @@ private:
     void WriteInteger(uint64_t nValue, uint64_t nBytes, uint64_t nOffset);
 
     const llvm::DataLayout& m_Layout;
-    llvm::DenseMap<const llvm::GlobalVariable*, uint32_t> m_mapLocal;
+    llvm::MapVector<const llvm::GlobalVariable*, uint32_t> m_mapLocal;
     llvm::DenseMap<const llvm::GlobalVariable*, uint32_t> m_mapConstants;
     llvm::DenseMap<const llvm::AllocaInst*, uint32_t> m_mapPrivate;
     uint64_t m_nLocal = 0;

@@ -18,7 +18,7 @@ struct SProgram
 
 #define PROGRAM(NAME, ...)                                                                                             \
     {                                                                                                                  \
-        #NAME, #__VA_ARGS__, [](const int* in, int* out, int i) { __VA_ARGS__ }                                        \
+#NAME, #__VA_ARGS__, [](const int* in, int* out, int i) { __VA_ARGS__ }                                        \
     }
 
 const SProgram s_Programs[] = {
@@ -162,7 +162,12 @@ TEST(LoweringPrograms, VectorsOfEverySizeAndTypeAreLoadedChangedAndStored)
                     const std::string strType = types[t] + std::to_string(nCount);
                     strSource += "__kernel void k" + std::to_string(nCount) + "(__global const " + strType +
                                  "* in, __global " + strType + "* out, int n) { int i = get_global_id(0); " + strType +
-                                 " v = in[i]; " + strType + " w = v.s" + (nCount == 2 ? "10" : nCount == 3 ? "201" : nCount == 4 ? "3012" : nCount == 8 ? "76543210" : "fedcba9876543210") +
+                                 " v = in[i]; " + strType + " w = v.s" +
+                                 (nCount == 2   ? "10"
+                                  : nCount == 3 ? "201"
+                                  : nCount == 4 ? "3012"
+                                  : nCount == 8 ? "76543210"
+                                                : "fedcba9876543210") +
                                  "; w.s1 = v.s0; out[i] = w + v * (" + types[t] + ")3; out[i].s0 ^= v.s1; }\n";
                 }
                 COpenCLProgram program(device, strSource, strOptions);
@@ -240,10 +245,11 @@ __kernel void k(__global int* out, char c, uchar uc, short s, ushort us, int i, 
             u16.s[15] = 250;
             const cl_mem nothing = nullptr;
             program.Run("k", {{1}, {}, {}}, out, cl_char{-1}, cl_uchar{255}, cl_short{-2}, cl_ushort{65535}, cl_int{-3},
-                        cl_uint{0xFFFFFFFE}, cl_long{-1} << 32, cl_ulong{7}, cl_float{8.5f}, cl_double{-9.5}, c4, s2, f3, d2, u16, s,
-                        v, cl_int{2}, nothing, s);
-            const std::vector<int> vExpected = {-1, 255, -2, 65535, -3, -2, -1, 7, 8, -9, -4, -6, 33, -44, 250, 100 + 30 - 4 - 500,
-                                                77, 2, 1, 101 + 4 - 500};
+                        cl_uint{0xFFFFFFFE}, cl_long{-1} << 32, cl_ulong{7}, cl_float{8.5f}, cl_double{-9.5}, c4, s2,
+                        f3, d2, u16, s, v, cl_int{2}, nothing, s);
+            const std::vector<int> vExpected = {-1, 255, -2, 65535,        -3, -2,  -1,  7,
+                                                8,  -9,  -4, -6,           33, -44, 250, 100 + 30 - 4 - 500,
+                                                77, 2,   1,  101 + 4 - 500};
             EXPECT_EQ(device.Read<int>(out), vExpected);
         });
 }

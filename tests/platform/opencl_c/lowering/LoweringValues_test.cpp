@@ -22,35 +22,34 @@ struct SCase
 
 #define CASE(T, R, ...)                                                                                                \
     {                                                                                                                  \
-        #T, #R, #__VA_ARGS__, sizeof(T), sizeof(R), [](const void* pA, const void* pB, void* pResult)                  \
+#T, #R, #__VA_ARGS__, sizeof(T), sizeof(R), [](const void* pA, const void* pB, void* pResult)                  \
         {                                                                                                              \
             T a, b;                                                                                                    \
             std::memcpy(&a, pA, sizeof a);                                                                             \
             std::memcpy(&b, pB, sizeof b);                                                                             \
             const R r = static_cast<R>(__VA_ARGS__);                                                                   \
             std::memcpy(pResult, &r, sizeof r);                                                                        \
-        }                                                                                                              \
+        }       \
     }
 
 /// What doesn't overflow for any operands: arithmetic goes by the unsigned type U of as many bits as T.
 #define INTEGER_CASES(T, U)                                                                                            \
-    CASE(T, T, (U)a + (U)b), CASE(T, T, (U)a - (U)b), CASE(T, T, (U)((uint)(U)a * (ulong)(U)b)), CASE(T, T, a & b),    \
+    CASE(T, T, (U)a + (U)b), CASE(T, T, (U)a - (U)b), CASE(T, T, (U)((uint)(U)a * (ulong)(U)b)), CASE(T, T, a& b),     \
         CASE(T, T, a | b), CASE(T, T, a ^ b), CASE(T, T, ~a), CASE(T, T, (U)a << (b & 7)), CASE(T, T, a >> (b & 7)),   \
         CASE(T, T, (U)a >> (b & 7)), CASE(T, T, b == 0 ? 1 : (U)a / (U)b), CASE(T, T, b == 0 ? 1 : (U)a % (U)b),       \
-        CASE(T, T, b == 0 || b == (T)~(T)0 ? 1 : a / b), CASE(T, T, b == 0 || b == (T)~(T)0 ? 1 : a % b),              \
+        CASE(T, T, b == 0 || b == (T) ~(T)0 ? 1 : a / b), CASE(T, T, b == 0 || b == (T) ~(T)0 ? 1 : a % b),            \
         CASE(T, int, a < b), CASE(T, int, a <= b), CASE(T, int, a > b), CASE(T, int, a >= b), CASE(T, int, a == b),    \
-        CASE(T, int, a != b), CASE(T, int, !a), CASE(T, int, a && b), CASE(T, int, a || b),                            \
-        CASE(T, T, a > b ? a : b), CASE(T, char, a), CASE(T, uchar, a), CASE(T, short, a), CASE(T, ushort, a),         \
-        CASE(T, int, a), CASE(T, uint, a), CASE(T, long, a), CASE(T, ulong, a), CASE(T, float, a), CASE(T, double, a), \
-        CASE(T, T, (U)((U)a * 3 + 5) / 7), CASE(T, T, (T)(a / 3)), CASE(T, T, (T)(a % 10)),                            \
-        CASE(T, T, ((U)a << 3 | (U)a >> (sizeof(U) * 8 - 3)))
+        CASE(T, int, a != b), CASE(T, int, !a), CASE(T, int, a&& b), CASE(T, int, a || b), CASE(T, T, a > b ? a : b),  \
+        CASE(T, char, a), CASE(T, uchar, a), CASE(T, short, a), CASE(T, ushort, a), CASE(T, int, a), CASE(T, uint, a), \
+        CASE(T, long, a), CASE(T, ulong, a), CASE(T, float, a), CASE(T, double, a), CASE(T, T, (U)((U)a * 3 + 5) / 7), \
+        CASE(T, T, (T)(a / 3)), CASE(T, T, (T)(a % 10)), CASE(T, T, ((U)a << 3 | (U)a >> (sizeof(U) * 8 - 3)))
 
 #define FLOAT_CASES(T)                                                                                                 \
-    CASE(T, T, a + b), CASE(T, T, a - b), CASE(T, T, a * b), CASE(T, T, a / b), CASE(T, T, -a), CASE(T, int, a < b),   \
+    CASE(T, T, a + b), CASE(T, T, a - b), CASE(T, T, a* b), CASE(T, T, a / b), CASE(T, T, -a), CASE(T, int, a < b),    \
         CASE(T, int, a <= b), CASE(T, int, a > b), CASE(T, int, a >= b), CASE(T, int, a == b), CASE(T, int, a != b),   \
-        CASE(T, int, !(a < b)), CASE(T, int, !(a >= b)), CASE(T, int, a && b), CASE(T, T, a < b ? a : b),              \
-        CASE(T, float, a), CASE(T, double, a),                                                                         \
-        CASE(T, int, a > (T)-2e9 && a < (T)2e9 ? (int)a : 7), CASE(T, uint, a > (T)-1 && a < (T)4e9 ? (uint)a : 7),    \
+        CASE(T, int, !(a < b)), CASE(T, int, !(a >= b)), CASE(T, int, a&& b), CASE(T, T, a < b ? a : b),               \
+        CASE(T, float, a), CASE(T, double, a), CASE(T, int, a > (T)-2e9 && a < (T)2e9 ? (int)a : 7),                   \
+        CASE(T, uint, a > (T)-1 && a < (T)4e9 ? (uint)a : 7),                                                          \
         CASE(T, long, a > (T)-9e18 && a < (T)9e18 ? (long)a : 7),                                                      \
         CASE(T, ulong, a > (T)-1 && a < (T)18e18 ? (ulong)a : 7),                                                      \
         CASE(T, char, a > (T)-100 && a < (T)100 ? (char)a : 7), CASE(T, ushort, a >= 0 && a < (T)6e4 ? (ushort)a : 7), \
@@ -71,13 +70,13 @@ const SCase s_Cases[] = {
     CASE(ulong, ulong, (a >> 24 & 0xFFFFFF) * 3 + (b & 0x1FFFFFFFFul)),
     CASE(uint, uint, (a & 0xFFFFFF) * (b & 0xFFFFFF) >> 8),
     CASE(ulong, uint, (uint)(a >> 33) ^ (uint)(b << 7)),
-    CASE(int, long, (long)a * b),
-    CASE(uint, ulong, (ulong)a * b + a),
+    CASE(int, long, (long)a* b),
+    CASE(uint, ulong, (ulong)a* b + a),
     CASE(uint, uint, (uint)(((ulong)a * b) >> 32)),
     CASE(int, int, (int)(((long)a * b) >> 32)),
     CASE(uint, uint, (a >> 24) | ((a >> 8) & 0xFF00) | ((a << 8) & 0xFF0000) | (a << 24)),
     CASE(int, int, a < 0 ? (int)(0u - (uint)a) : a),
-    CASE(short, int, a * b),
+    CASE(short, int, a* b),
     CASE(char, char, (char)(a / (b | 1))),
 };
 
@@ -92,15 +91,17 @@ std::vector<uchar> Operands(uint nSeed)
     {
         byte = static_cast<uchar>(random());
     }
-    const uint words[] = {0,          1,          0xFFFFFFFF, 0x80000000, 0x7FFFFFFF, 0x3F800000, 0xBF800000, 0x7F800000,
-                          0xFF800000, 0x7FC00000, 0x00000001, 0x007FFFFF, 0x00800000, 0x4F000000, 0x42280000, 0xC2280000};
+    const uint words[] = {0,          1,          0xFFFFFFFF, 0x80000000, 0x7FFFFFFF, 0x3F800000,
+                          0xBF800000, 0x7F800000, 0xFF800000, 0x7FC00000, 0x00000001, 0x007FFFFF,
+                          0x00800000, 0x4F000000, 0x42280000, 0xC2280000};
     for (size_t n = 0; n < 512; ++n)
     {
         std::memcpy(&vBytes[n * 4], &words[random() % std::size(words)], 4);
     }
     for (size_t n = 0; n < 128; ++n)
     {
-        const double dValue = std::ldexp(static_cast<double>(static_cast<int>(random())), static_cast<int>(random() % 40) - 31);
+        const double dValue =
+            std::ldexp(static_cast<double>(static_cast<int>(random())), static_cast<int>(random() % 40) - 31);
         std::memcpy(&vBytes[2048 + n * 8], &dValue, 8);
     }
     return vBytes;
@@ -187,8 +188,7 @@ TEST(LoweringValues, EveryOperationGivesWhatCGivesForEveryType)
                         ADD_FAILURE() << each.pszType << " to " << each.pszResult << ": " << each.pszExpression
                                       << " of " << Hex(&vA[i * each.nSize], each.nSize) << " and "
                                       << Hex(&vB[i * each.nSize], each.nSize) << " gave "
-                                      << Hex(pActual, each.nResultSize) << ", not "
-                                      << Hex(expected, each.nResultSize);
+                                      << Hex(pActual, each.nResultSize) << ", not " << Hex(expected, each.nResultSize);
                     }
                 }
             }
