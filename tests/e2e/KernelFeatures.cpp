@@ -40,8 +40,8 @@ const char* Pick(const char* const (&table)[N], unsigned int nIndex)
 
 bool CKernelGenerator::IsMore() const
 {
-    return m_Features.bReturns || m_Features.bLeaves || m_Features.bMemory || m_Features.bLocal || m_Features.bMacros ||
-           m_Features.bPrivateInMain || m_Features.bOlder;
+    return m_Features.bMore || m_Features.bReturns || m_Features.bLeaves || m_Features.bMemory || m_Features.bLocal ||
+           m_Features.bMacros || m_Features.bPrivateInMain || m_Features.bOlder;
 }
 
 std::string CKernelGenerator::Metadata() const
@@ -261,7 +261,7 @@ void CKernelGenerator::UpdateOwn()
     static const char* const s_Updates[] = {"add", "sub", "rsub", "min",  "max",  "umin", "umax", "and",
                                             "or",  "xor", "uinc", "udec", "fmin", "fmax", "cmp"};
     const std::string strUpdate = Pick(s_Updates, Below(15));
-    const bool bReads = Chance(50);
+    const bool bReads = Chance(50) && (m_Features.bAllReading || strUpdate[0] == 'f');
     OwnAddress(true);
     std::string strValue = Source();
     if (strUpdate[0] == 'f')
@@ -336,7 +336,7 @@ void CKernelGenerator::UpdateLocal()
                                             "and", "or",  "xor",  "inc", "dec", "cmp",  "mskor"};
     const std::string strUpdate = Pick(s_Updates, Below(14));
     const std::string strValue = Source() + (strUpdate == "cmp" || strUpdate == "mskor" ? ", " + Source() : "");
-    if (Chance(50))
+    if (Chance(50) && (m_Features.bAllReading || strUpdate[0] == 'f'))
     {
         Line("lds_read_" + strUpdate + (strUpdate == "cmp" ? "_xchg" : "") + "_id(1) " + Variable() + ".x, r24.x, " +
              strValue);

@@ -24,11 +24,13 @@ struct SGeneratedKernel
 /// What a kernel may hold besides the plain statements.
 struct SKernelFeatures
 {
-    bool bReturns = false;       ///< guards, returns in blocks, functions and macros
-    bool bLeaves = false;        ///< breaks and continues anywhere: in else-parts, cases, at the end of a part
-    bool bMemory = false;        ///< stores, loads and atomics of every kind in global memory
-    bool bLocal = false;         ///< the same in local memory, with barriers
-    bool bMacros = false;        ///< outline macros that run several times
+    bool bMore = false;       ///< more memory and varied variables, which all of the following bring as well
+    bool bReturns = false;    ///< guards, returns in blocks, functions and macros
+    bool bLeaves = false;     ///< breaks and continues anywhere: in else-parts, cases, at the end of a part
+    bool bMemory = false;     ///< stores, loads and atomics of every kind in global memory
+    bool bLocal = false;      ///< the same in local memory, with barriers
+    bool bAllReading = false; ///< atomics that give what was there before, of every kind; sessions refuse most of them
+    bool bMacros = false;     ///< outline macros that run several times
     bool bPrivateInMain = false; ///< the private UAV is declared in the main body
     bool bOlder = false;         ///< for the older device: 32-bit addresses, one raw UAV, private memory in an array
 };

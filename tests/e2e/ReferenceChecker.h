@@ -1,0 +1,85 @@
+#ifndef KESTREL_TESTS_E2E_REFERENCECHECKER_H
+#define KESTREL_TESTS_E2E_REFERENCECHECKER_H
+
+#include "tests/e2e/ReferenceRun.h"
+#include "tools/kestrel/Session.h"
+
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace KestrelTest
+{
+
+/// Steps a kernel to its end, goes back now and then, and holds every stop against the reference machine: the place,
+/// the mask, every register of every work-item, private, local and global memory. With breakpoints it runs from one to
+/// the next, along the stops of an earlier session that stepped.
+class CReferenceChecker : public KestrelTool::ISessionClient
+{
+public:
+    /// A stop: the moment of the machine at which it stands, and the line that comes next.
+    struct SStop
+    {
+        size_t nMoment = 0;
+        unsigned int nNextLine = 0;
+    };
+
+    struct SPlan
+    {
+        bool bStrictSwitches = true; ///< false: no masks in and no places between labels where nobody is
+        bool b64Bit = true;
+        unsigned int nBackPercent = 0;   ///< how often some steps are taken back
+        std::vector<SStop> vStops;       ///< of a stepping session; for one with breakpoints
+        std::set<unsigned int> setLines; ///< with a breakpoint; none: single steps
+        bool bMemory = true;             ///< memory is compared, too
+    };
+
+    CReferenceChecker(const CReferenceRun& run, SPlan plan, uint32_t nSeed);
+
+    ovkclDebugCommand OnStarted(KestrelTool::CSession& session) override;
+    ovkclDebugCommand OnHalted(KestrelTool::CSession& session) override;
+    void OnFinished(KestrelTool::CSession& session) override;
+    void OnError(KestrelTool::CSession& session) override;
+
+    const std::vector<std::string>& GetFindings() const { return m_vFindings; }
+    const std::vector<SStop>& GetStops() const { return m_vStops; }
+    size_t GetHalts() const { return m_nHalts; }
+    bool IsFinished() const { return m_bFinished; }
+
+private:
+    ovkclDebugCommand Answer();
+    bool Arrive(KestrelTool::CSession& session);
+    bool ArriveByStep(KestrelTool::CSession& session);
+    bool ArriveByRun(KestrelTool::CSession& session);
+    std::optional<size_t> FindNextRun() const;
+    bool IsExpected(size_t nMoment) const;
+    void Check(KestrelTool::CSession& session);
+    void CheckMask(const KestrelTool::CSession& session, const SMoment& moment);
+    void CheckRegisters(const KestrelTool::CSession& session, const SReferenceState& state);
+    void CheckRegister(const std::string& strName, const KestrelTool::SRegisterView& view,
+                       const std::vector<Words>& vWanted);
+    bool Agrees(const std::string& strName, const unsigned int* pGot, const Words& wanted);
+    void CheckPrivate(const KestrelTool::CSession& session, const SReferenceState& state);
+    void CheckLocal(const KestrelTool::CSession& session, const SReferenceState& state);
+    void CheckGlobal(const KestrelTool::CSession& session, const SReferenceState& state);
+    void Report(const std::string& strText);
+
+    const CReferenceRun& m_Run;
+    SPlan m_Plan;
+    std::mt19937 m_Engine;
+    std::vector<SStop> m_vStops;   ///< those on the way to the present place
+    std::set<uint64_t> m_setMoves; ///< how far the session's copies of the buffer lie from the plain run's
+    size_t m_nBack = 0;            ///< steps back still to be taken
+    ovkclDebugCommand m_Answered = OVKCLDEBUG_COMMAND_STEP;
+    size_t m_nHalts = 0;
+    size_t m_nRunAt = 0; ///< with breakpoints: one behind the last stop, as the plan counts them
+    bool m_bLost = false;
+    bool m_bFinished = false;
+    std::vector<std::string> m_vFindings;
+};
+
+} // namespace KestrelTest
+
+#endif
