@@ -71,22 +71,52 @@ VECTOR_TYPES(double)
 // The vector forms of a function with one, two or three arguments, component by component: of the
 // scalar form up to four components, of the halves above.
 #define BY_COMPONENT_1(KIND, R, NAME, A)                                                                               \
-    KIND R##2 NAME(A##2 a) { return (R##2)(NAME(a.x), NAME(a.y)); }                                                    \
-    KIND R##3 NAME(A##3 a) { return (R##3)(NAME(a.x), NAME(a.y), NAME(a.z)); }                                         \
-    KIND R##4 NAME(A##4 a) { return (R##4)(NAME(a.x), NAME(a.y), NAME(a.z), NAME(a.w)); }                              \
-    KIND R##8 NAME(A##8 a) { return (R##8)(NAME(a.lo), NAME(a.hi)); }                                                  \
-    KIND R##16 NAME(A##16 a) { return (R##16)(NAME(a.lo), NAME(a.hi)); }
+    KIND R##2 NAME(A##2 a)                                                                                             \
+    {                                                                                                                  \
+        return (R##2)(NAME(a.x), NAME(a.y));                                                                           \
+    }                                                                                                                  \
+    KIND R##3 NAME(A##3 a)                                                                                             \
+    {                                                                                                                  \
+        return (R##3)(NAME(a.x), NAME(a.y), NAME(a.z));                                                                \
+    }                                                                                                                  \
+    KIND R##4 NAME(A##4 a)                                                                                             \
+    {                                                                                                                  \
+        return (R##4)(NAME(a.x), NAME(a.y), NAME(a.z), NAME(a.w));                                                     \
+    }                                                                                                                  \
+    KIND R##8 NAME(A##8 a)                                                                                             \
+    {                                                                                                                  \
+        return (R##8)(NAME(a.lo), NAME(a.hi));                                                                         \
+    }                                                                                                                  \
+    KIND R##16 NAME(A##16 a)                                                                                           \
+    {                                                                                                                  \
+        return (R##16)(NAME(a.lo), NAME(a.hi));                                                                        \
+    }
 #define BY_COMPONENT_2(KIND, R, NAME, A, B)                                                                            \
-    KIND R##2 NAME(A##2 a, B##2 b) { return (R##2)(NAME(a.x, b.x), NAME(a.y, b.y)); }                                  \
-    KIND R##3 NAME(A##3 a, B##3 b) { return (R##3)(NAME(a.x, b.x), NAME(a.y, b.y), NAME(a.z, b.z)); }                  \
+    KIND R##2 NAME(A##2 a, B##2 b)                                                                                     \
+    {                                                                                                                  \
+        return (R##2)(NAME(a.x, b.x), NAME(a.y, b.y));                                                                 \
+    }                                                                                                                  \
+    KIND R##3 NAME(A##3 a, B##3 b)                                                                                     \
+    {                                                                                                                  \
+        return (R##3)(NAME(a.x, b.x), NAME(a.y, b.y), NAME(a.z, b.z));                                                 \
+    }                                                                                                                  \
     KIND R##4 NAME(A##4 a, B##4 b)                                                                                     \
     {                                                                                                                  \
         return (R##4)(NAME(a.x, b.x), NAME(a.y, b.y), NAME(a.z, b.z), NAME(a.w, b.w));                                 \
     }                                                                                                                  \
-    KIND R##8 NAME(A##8 a, B##8 b) { return (R##8)(NAME(a.lo, b.lo), NAME(a.hi, b.hi)); }                              \
-    KIND R##16 NAME(A##16 a, B##16 b) { return (R##16)(NAME(a.lo, b.lo), NAME(a.hi, b.hi)); }
+    KIND R##8 NAME(A##8 a, B##8 b)                                                                                     \
+    {                                                                                                                  \
+        return (R##8)(NAME(a.lo, b.lo), NAME(a.hi, b.hi));                                                             \
+    }                                                                                                                  \
+    KIND R##16 NAME(A##16 a, B##16 b)                                                                                  \
+    {                                                                                                                  \
+        return (R##16)(NAME(a.lo, b.lo), NAME(a.hi, b.hi));                                                            \
+    }
 #define BY_COMPONENT_3(KIND, R, NAME, A, B, C)                                                                         \
-    KIND R##2 NAME(A##2 a, B##2 b, C##2 c) { return (R##2)(NAME(a.x, b.x, c.x), NAME(a.y, b.y, c.y)); }                \
+    KIND R##2 NAME(A##2 a, B##2 b, C##2 c)                                                                             \
+    {                                                                                                                  \
+        return (R##2)(NAME(a.x, b.x, c.x), NAME(a.y, b.y, c.y));                                                       \
+    }                                                                                                                  \
     KIND R##3 NAME(A##3 a, B##3 b, C##3 c)                                                                             \
     {                                                                                                                  \
         return (R##3)(NAME(a.x, b.x, c.x), NAME(a.y, b.y, c.y), NAME(a.z, b.z, c.z));                                  \
@@ -95,11 +125,20 @@ VECTOR_TYPES(double)
     {                                                                                                                  \
         return (R##4)(NAME(a.x, b.x, c.x), NAME(a.y, b.y, c.y), NAME(a.z, b.z, c.z), NAME(a.w, b.w, c.w));             \
     }                                                                                                                  \
-    KIND R##8 NAME(A##8 a, B##8 b, C##8 c) { return (R##8)(NAME(a.lo, b.lo, c.lo), NAME(a.hi, b.hi, c.hi)); }          \
-    KIND R##16 NAME(A##16 a, B##16 b, C##16 c) { return (R##16)(NAME(a.lo, b.lo, c.lo), NAME(a.hi, b.hi, c.hi)); }
+    KIND R##8 NAME(A##8 a, B##8 b, C##8 c)                                                                             \
+    {                                                                                                                  \
+        return (R##8)(NAME(a.lo, b.lo, c.lo), NAME(a.hi, b.hi, c.hi));                                                 \
+    }                                                                                                                  \
+    KIND R##16 NAME(A##16 a, B##16 b, C##16 c)                                                                         \
+    {                                                                                                                  \
+        return (R##16)(NAME(a.lo, b.lo, c.lo), NAME(a.hi, b.hi, c.hi));                                                \
+    }
 
 // The same where an argument also comes as a scalar for all components.
 #define WITH_SCALAR_SECOND(N, R, NAME, A, B)                                                                           \
-    FUNCTION R##N NAME(A##N a, B b) { return NAME(a, (B##N)(b)); }
+    FUNCTION R##N NAME(A##N a, B b)                                                                                    \
+    {                                                                                                                  \
+        return NAME(a, (B##N)(b));                                                                                     \
+    }
 
 #endif

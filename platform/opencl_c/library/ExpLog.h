@@ -53,8 +53,10 @@ HELPER double ExpTimes(double high, double low, double factor, int nShift)
 {
     const double x = Limited(high, 2000);
     const double n = __builtin_rint(x * LOG2_E);
-    const double rest = __builtin_fma(-n, LN2, x);
-    const double after = __builtin_fma(-n, LN2_REST, low);
+    const double first = __builtin_fma(-n, LN2, x);
+    const double second = __builtin_fma(-n, LN2_REST, low);
+    const double rest = first + second;
+    const double after = second - (rest - first);
     return __il_dldexp((1.0 + ExpMinus1Near0(rest, after)) * factor, __il_dtoi(n) + nShift);
 }
 
@@ -89,8 +91,10 @@ HELPER double ExpMinus1(double x)
     const double above = x < -100 ? -100 : x;
     const double limited = above > 2000 ? 2000 : above;
     const double n = __builtin_rint(limited * LOG2_E);
-    const double rest = __builtin_fma(-n, LN2, limited);
-    const double power = ExpMinus1Near0(rest, -n * LN2_REST);
+    const double first = __builtin_fma(-n, LN2, limited);
+    const double second = -n * LN2_REST;
+    const double rest = first + second;
+    const double power = ExpMinus1Near0(rest, second - (rest - first));
     const int nPower = __il_dtoi(n);
     const double result = __il_dldexp(power + (1.0 - __il_dldexp(1.0, -nPower)), nPower);
     return x == 0 ? x : result;

@@ -8,8 +8,6 @@
     FUNCTION T##N max(T##N x, T##N y) { return __builtin_elementwise_max(x, y); }                                      \
     FUNCTION T##N clamp(T##N x, T##N least, T##N largest) { return min(max(x, least), largest); }                      \
     FUNCTION U##N abs_diff(T##N x, T##N y) { return BITS(U##N, max(x, y)) - BITS(U##N, min(x, y)); }                   \
-    FUNCTION T##N add_sat(T##N x, T##N y) { return __builtin_elementwise_add_sat(x, y); }                              \
-    FUNCTION T##N sub_sat(T##N x, T##N y) { return __builtin_elementwise_sub_sat(x, y); }                              \
     FUNCTION T##N hadd(T##N x, T##N y) { return (x >> (T)1) + (y >> (T)1) + (x & y & (T)1); }                          \
     FUNCTION T##N rhadd(T##N x, T##N y) { return (x >> (T)1) + (y >> (T)1) + ((x | y) & (T)1); }                       \
     FUNCTION T##N rotate(T##N x, T##N n)                                                                               \
@@ -22,6 +20,23 @@
     }
 #define PLAIN_FORMS(T, U, S, least, largest) SIZES(PLAIN, T, U, S)
 INTEGER_TYPES(PLAIN_FORMS)
+
+// Scalars of less than 32 bits are widened before they are added.
+#define SATURATED(N, T)                                                                                                \
+    FUNCTION T##N add_sat(T##N x, T##N y) { return __builtin_elementwise_add_sat(x, y); }                              \
+    FUNCTION T##N sub_sat(T##N x, T##N y) { return __builtin_elementwise_sub_sat(x, y); }
+#define SATURATED_NARROW(T, least, largest)                                                                            \
+    FUNCTION T add_sat(T x, T y) { return (T)clamp(x + y, least, largest); }                                           \
+    FUNCTION T sub_sat(T x, T y) { return (T)clamp(x - y, least, largest); }                                           \
+    VECTORS(SATURATED, T)
+SATURATED_NARROW(char, -128, 127)
+SATURATED_NARROW(uchar, 0, 255)
+SATURATED_NARROW(short, -32768, 32767)
+SATURATED_NARROW(ushort, 0, 65535)
+SIZES(SATURATED, int)
+SIZES(SATURATED, uint)
+SIZES(SATURATED, long)
+SIZES(SATURATED, ulong)
 
 #define ABSOLUTE(N, T, U)                                                                                              \
     FUNCTION U##N abs(T##N x) { return BITS(U##N, (T##N)__builtin_elementwise_abs(x)); }

@@ -7,13 +7,22 @@
 
 // NAME of the type F with all its vector forms, made of an expression of x, or of x and y.
 #define MATH_1(F, NAME, expression)                                                                                    \
-    LONG_FUNCTION F NAME(F x) { return expression; }                                                                   \
+    LONG_FUNCTION F NAME(F x)                                                                                          \
+    {                                                                                                                  \
+        return expression;                                                                                             \
+    }                                                                                                                  \
     BY_COMPONENT_1(FUNCTION, F, NAME, F)
 #define MATH_2(F, NAME, expression)                                                                                    \
-    LONG_FUNCTION F NAME(F x, F y) { return expression; }                                                              \
+    LONG_FUNCTION F NAME(F x, F y)                                                                                     \
+    {                                                                                                                  \
+        return expression;                                                                                             \
+    }                                                                                                                  \
     BY_COMPONENT_2(FUNCTION, F, NAME, F, F)
 #define MATH_2_INT(F, NAME, expression)                                                                                \
-    LONG_FUNCTION F NAME(F x, int n) { return expression; }                                                            \
+    LONG_FUNCTION F NAME(F x, int n)                                                                                   \
+    {                                                                                                                  \
+        return expression;                                                                                             \
+    }                                                                                                                  \
     BY_COMPONENT_2(FUNCTION, F, NAME, F, int)
 
 // The forms of a function with a second result of type P by pointer, of NAME##Of, which has a pointer to

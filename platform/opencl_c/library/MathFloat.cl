@@ -26,12 +26,21 @@ INSTRUCTION float __il_mod(float x, float y);
     FUNCTION float NAME(float x, float y) { return expression; }                                                       \
     BY_COMPONENT_2(FUNCTION, float, NAME, float, float)
 
+// powr: x at least 0, and no result where the limit depends on the road to it.
+HELPER float PowerOfPositive(float x, float y)
+{
+    const float infinity = __builtin_inff();
+    const bool bNone = x < 0 || (y == 0 && (x == 0 || x == infinity)) || (x == 1 && __builtin_fabsf(y) == infinity);
+    return bNone || x != x || y != y ? __builtin_nanf("") : __il_pow(__builtin_fabsf(x), y);
+}
+
 INSTRUCTION_1(exp, __il_exn(x))
 INSTRUCTION_1(exp2, __il_exp_vec(x))
 INSTRUCTION_1(exp10, __il_pow(10.0f, x))
 INSTRUCTION_1(log, __il_ln(x))
 INSTRUCTION_1(log2, __il_log_vec(x))
 INSTRUCTION_2(pow, __il_pow(x, y))
+INSTRUCTION_2(powr, PowerOfPositive(x, y))
 INSTRUCTION_1(sqrt, __il_sqrt_vec(x))
 INSTRUCTION_1(rsqrt, __il_rsq_vec(x))
 INSTRUCTION_1(sin, __il_sin_vec(x))
@@ -53,7 +62,7 @@ INSTRUCTION_2(fmod, __il_mod(x, y))
     INSTRUCTION_1(PREFIX##_log, __il_ln(x))                                                                            \
     INSTRUCTION_1(PREFIX##_log2, __il_log_vec(x))                                                                      \
     INSTRUCTION_1(PREFIX##_log10, __il_log_vec(x) * (float)LOG10_2)                                                    \
-    INSTRUCTION_2(PREFIX##_powr, __il_pow(x, y))                                                                       \
+    INSTRUCTION_2(PREFIX##_powr, PowerOfPositive(x, y))                                                                \
     INSTRUCTION_1(PREFIX##_recip, __il_rcp_vec(x))                                                                     \
     INSTRUCTION_2(PREFIX##_divide, x / y)                                                                              \
     INSTRUCTION_1(PREFIX##_sqrt, __il_sqrt_vec(x))                                                                     \
@@ -67,7 +76,6 @@ QUICK_FORMS(native)
 MATH_1(float, log10, (float)Log10(x))
 MATH_1(float, log1p, (float)Log1Plus(x))
 MATH_1(float, expm1, (float)ExpMinus1(x))
-MATH_2(float, powr, (float)PowerOfPositive(x, y))
 MATH_2_INT(float, pown, (float)Power(x, n))
 MATH_2_INT(float, rootn, (float)Root(x, n))
 MATH_2(float, atan2, (float)Atan2(x, y))

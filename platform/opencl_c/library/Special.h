@@ -194,7 +194,8 @@ HELPER double LogGamma(double x)
 {
     const double size = __builtin_fabs(x);
     const double positive = LogGammaOfPositive(size);
-    const double mirrored = Log(PI_D / (size * __builtin_fabs(SinPi(size)))) - positive;
+    const double reflected = Log(PI_D / (size * __builtin_fabs(SinPi(size)))) - positive;
+    const double mirrored = size < 0x1p-60 ? positive : reflected;
     const bool bPole = x <= 0 && IsInteger(x);
     return x != x ? x : (bPole ? INFINITY_D : (x < 0 ? mirrored : positive));
 }

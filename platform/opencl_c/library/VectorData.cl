@@ -135,20 +135,12 @@ HALF_FORMS(HalfDown, double)
     EFFECT void vstore_half##SUFFIX(F value, size_t nOffset, SPACE half* p)                                            \
     {                                                                                                                  \
         ((SPACE ushort*)p)[nOffset] = NAME##Bits(value);                                                               \
-    }                                                                                                                  \
-    EFFECT void vstorea_half##SUFFIX(F value, size_t nOffset, SPACE half* p)                                           \
-    {                                                                                                                  \
-        ((SPACE ushort*)p)[nOffset] = NAME##Bits(value);                                                               \
     }
 #define STORES_OF_HALVES(N, SPACE)                                                                                     \
     EACH_ROUNDING(STORE_HALF, N, SPACE, float)                                                                         \
     EACH_ROUNDING(STORE_HALF, N, SPACE, double)
 #define LOADS_OF_HALVES(SPACE)                                                                                         \
     EFFECT __attribute__((pure)) float vload_half(size_t nOffset, const SPACE half* p)                                 \
-    {                                                                                                                  \
-        return FloatOf(((const SPACE ushort*)p)[nOffset]);                                                             \
-    }                                                                                                                  \
-    EFFECT __attribute__((pure)) float vloada_half(size_t nOffset, const SPACE half* p)                                \
     {                                                                                                                  \
         return FloatOf(((const SPACE ushort*)p)[nOffset]);                                                             \
     }                                                                                                                  \
