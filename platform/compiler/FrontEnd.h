@@ -47,29 +47,14 @@ struct SModule
     std::vector<SSourcePlace> vPlaces;
 };
 
-/// A language that programs are written in.
-class IFrontEnd
-{
-public:
-    virtual ~IFrontEnd() = default;
+/// Whether a source looks like an IL module: metadata blocks, then an IL text. All others are OpenCL C.
+bool IsILModule(std::string_view source);
 
-    /// Whether the source looks like this language; decides who reports its faults.
-    virtual bool Accepts(std::string_view source) const = 0;
-
-    /// \param module receives the result, undefined on failure
-    /// \param diag   receives the first fault, with its place in the source
-    virtual bool Compile(std::string_view source, const SDeviceTarget& target, SModule& module,
-                         SDiagnostic& diag) const = 0;
-};
-
-/// The front end for a source, never null: the last one takes what nobody else does and refuses it.
-const IFrontEnd* FindFrontEnd(std::string_view source);
-
-/// IL modules: metadata blocks, then an IL text.
-const IFrontEnd* GetILModuleFrontEnd();
-
-/// OpenCL C, as far as kernels of straight-line code: see CKernelCParser.
-const IFrontEnd* GetKernelCFrontEnd();
+/// Takes an IL module apart.
+///
+/// \param module receives the result, undefined on failure
+/// \param diag   receives the first fault, with its place in the source
+bool CompileILModule(std::string_view source, SModule& module, SDiagnostic& diag);
 
 /// Appends an IL text to the module's, one item a line. Comments that no token stream has a place for are left out.
 ///

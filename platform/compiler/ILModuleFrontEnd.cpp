@@ -66,25 +66,8 @@ void RemoveBlankLines(std::string& str)
     str.erase(std::unique(str.begin(), str.end(), [](char a, char b) { return a == '\n' && b == '\n'; }), str.end());
 }
 
-class CILModuleFrontEnd : public IFrontEnd
-{
-public:
-    bool Accepts(std::string_view source) const override
-    {
-        const size_t nStart = source.find_first_not_of(" \t\r\n");
-        const std::string_view text = nStart == std::string_view::npos ? std::string_view() : source.substr(nStart);
-        return StartsWith(text, ";") || StartsWith(text, "il_") || StartsWith(text, "il(") || StartsWith(text, "mdef");
-    }
-
-    bool Compile(std::string_view source, const SDeviceTarget& target, SModule& module,
-                 SDiagnostic& diag) const override;
-
-private:
-    static bool ReadBlock(CLines& lines, std::string_view first, SModule& module, SDiagnostic& diag);
-};
-
 /// Reads a metadata block whose ARGSTART line has just been taken.
-bool CILModuleFrontEnd::ReadBlock(CLines& lines, std::string_view first, SModule& module, SDiagnostic& diag)
+bool ReadBlock(CLines& lines, std::string_view first, SModule& module, SDiagnostic& diag)
 {
     const unsigned int nFirstLine = lines.Line();
     SModuleKernel kernel;
@@ -108,7 +91,16 @@ bool CILModuleFrontEnd::ReadBlock(CLines& lines, std::string_view first, SModule
     return true;
 }
 
-bool CILModuleFrontEnd::Compile(std::string_view source, const SDeviceTarget&, SModule& module, SDiagnostic& diag) const
+} // namespace
+
+bool IsILModule(std::string_view source)
+{
+    const size_t nStart = source.find_first_not_of(" \t\r\n");
+    const std::string_view text = nStart == std::string_view::npos ? std::string_view() : source.substr(nStart);
+    return StartsWith(text, ";") || StartsWith(text, "il_") || StartsWith(text, "il(") || StartsWith(text, "mdef");
+}
+
+bool CompileILModule(std::string_view source, SModule& module, SDiagnostic& diag)
 {
     CLines lines(source);
     std::string_view text = source;
@@ -142,8 +134,6 @@ bool CILModuleFrontEnd::Compile(std::string_view source, const SDeviceTarget&, S
     return true;
 }
 
-} // namespace
-
 void AppendNormalizedText(std::string_view text, unsigned int nFirstLine, SModule& module)
 {
     module.strText.reserve(module.strText.size() + text.size());
@@ -174,12 +164,6 @@ void AppendNormalizedText(std::string_view text, unsigned int nFirstLine, SModul
             AppendLine(comment, nLine, nItemColumn + nComment, module);
         }
     }
-}
-
-const IFrontEnd* GetILModuleFrontEnd()
-{
-    static const CILModuleFrontEnd s_FrontEnd;
-    return &s_FrontEnd;
 }
 
 } // namespace KestrelPlatform

@@ -5,6 +5,8 @@
 #include "platform/compiler/FrontEnd.h"
 #include "platform/compiler/InstructionShape.h"
 #include "platform/compiler/KernelLinker.h"
+#include "platform/compiler/ObjectImage.h"
+#include "platform/compiler/OpenCLCompiler.h"
 #include "platform/compiler/ProgramImage.h"
 
 #include <algorithm>
@@ -208,6 +210,72 @@ SBuildResult BuildFromDebugText(const CElfReader& elf, SModule& module, const SD
     return result;
 }
 
+/// A source may come with its terminator. Texts of a binary end at their first zero byte, so that one in the middle
+/// would give a binary of another program.
+bool TrimSource(const std::string& strSource, std::string_view& source, std::string& strFault)
+{
+    source = std::string_view(strSource).substr(0, strSource.find_last_not_of('\0') + 1);
+    const size_t nZero = source.find('\0');
+    if (nZero == std::string_view::npos)
+    {
+        return true;
+    }
+    const auto nLine = std::count(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(nZero), '\n') + 1;
+    strFault = "error: line " + std::to_string(nLine) + ": the source holds a zero byte";
+    return false;
+}
+
+SCompileJob MakeJob(std::string_view source, const SBuildOptions& options, const SDeviceTarget& target,
+                    const std::vector<SSourceHeader>& vHeaders)
+{
+    SCompileJob job;
+    job.strSource = source;
+    job.vHeaders = vHeaders;
+    job.options = options;
+    job.target = target;
+    job.bDebug = options.bDebug;
+    return job;
+}
+
+/// Takes an object that was made for the result.
+void TakeObject(EImageType eType, std::string_view object, bool bDebug, SBuildResult& result)
+{
+    result.eType = eType;
+    result.pImage = std::make_shared<CProgramImage>(WriteObjectImage(eType, object, bDebug));
+    result.bOk = true;
+}
+
+/// Builds what a front end has made of a source.
+///
+/// \param strLog what the front end had to say
+SBuildResult BuildModule(SModule& module, const SBuildOptions& options, const SDeviceTarget& target,
+                         const std::string& strLog)
+{
+    std::string strFault;
+    if (!CheckKernels(module.vKernels, strFault))
+    {
+        return Refused(strLog + "error: " + strFault);
+    }
+    if (!SelectKernel(options.strJustKernel, module.vKernels))
+    {
+        return Refused(strLog + "error: the source has no kernel named " + options.strJustKernel);
+    }
+    CKernelLinker linker;
+    SBuildResult result;
+    result.strLog = strLog;
+    for (const SSourcePlace& place : module.vPlaces)
+    {
+        result.vSourceLines.push_back(place.nLine);
+    }
+    SDiagnostic diag;
+    if (!linker.Assemble(module.strText, diag) || !LinkModule(linker, module, options.bDebug, target, result, diag))
+    {
+        MapToSource(module, diag);
+        return Refused(strLog + "error: " + diag.ToString());
+    }
+    return result;
+}
+
 } // namespace
 
 const std::vector<char>& SBuildResult::GetImage() const
@@ -216,53 +284,125 @@ const std::vector<char>& SBuildResult::GetImage() const
     return pImage ? pImage->GetBytes() : s_vNone;
 }
 
-SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target)
+SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target,
+                             const std::vector<SSourceHeader>& vHeaders)
 {
-    // A source may come with its terminator. Texts of a binary end at their first zero byte, so that one in the middle
-    // would give a binary of another program.
-    const std::string_view source = std::string_view(strSource).substr(0, strSource.find_last_not_of('\0') + 1);
-    const size_t nZero = source.find('\0');
-    if (nZero != std::string_view::npos)
+    std::string_view source;
+    std::string strFault;
+    if (!TrimSource(strSource, source, strFault))
     {
-        const auto nLine = std::count(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(nZero), '\n') + 1;
-        return Refused("error: line " + std::to_string(nLine) + ": the source holds a zero byte");
+        return Refused(strFault);
     }
-
     SModule module;
+    if (!IsILModule(source))
+    {
+        SBuildResult result;
+        const IOpenCLCompiler* const pCompiler = OpenOpenCLCompiler(strFault);
+        if (pCompiler == nullptr)
+        {
+            return Refused("error: " + strFault);
+        }
+        if (!pCompiler->Build(MakeJob(source, options, target, vHeaders), module, result.strLog))
+        {
+            return result;
+        }
+        return BuildModule(module, options, target, result.strLog);
+    }
     SDiagnostic diag;
-    if (!FindFrontEnd(source)->Compile(source, target, module, diag))
+    if (!CompileILModule(source, module, diag))
     {
         return Refused("error: " + diag.ToString());
     }
+    return BuildModule(module, options, target, "");
+}
+
+SBuildResult CompileSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target,
+                           const std::vector<SSourceHeader>& vHeaders)
+{
+    std::string_view source;
     std::string strFault;
-    if (!CheckKernels(module.vKernels, strFault))
+    if (!TrimSource(strSource, source, strFault))
+    {
+        return Refused(strFault);
+    }
+    if (IsILModule(source))
+    {
+        SBuildResult result = BuildFromSource(strSource, options, target);
+        result.eType = EImageType::Object;
+        return result;
+    }
+    const IOpenCLCompiler* const pCompiler = OpenOpenCLCompiler(strFault);
+    if (pCompiler == nullptr)
     {
         return Refused("error: " + strFault);
     }
-    if (!SelectKernel(options.strJustKernel, module.vKernels))
-    {
-        return Refused("error: the source has no kernel named " + options.strJustKernel);
-    }
-    CKernelLinker linker;
     SBuildResult result;
-    for (const SSourcePlace& place : module.vPlaces)
+    std::string strObject;
+    if (pCompiler->Compile(MakeJob(source, options, target, vHeaders), strObject, result.strLog))
     {
-        result.vSourceLines.push_back(place.nLine);
-    }
-    if (!linker.Assemble(module.strText, diag) || !LinkModule(linker, module, options.bDebug, target, result, diag))
-    {
-        MapToSource(module, diag);
-        return Refused("error: " + diag.ToString());
+        TakeObject(EImageType::Object, strObject, options.bDebug, result);
     }
     return result;
+}
+
+SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, const SBuildOptions& options,
+                        const SDeviceTarget& target)
+{
+    SBuildResult result;
+    std::string strFault;
+    const IOpenCLCompiler* const pCompiler = OpenOpenCLCompiler(strFault);
+    if (pCompiler == nullptr)
+    {
+        return Refused("error: " + strFault);
+    }
+    std::vector<std::string_view> vObjects;
+    SCompileJob job = MakeJob("", options, target, {});
+    for (const std::vector<char>* const pImage : vImages)
+    {
+        SObjectImage object;
+        if (!ReadObjectImage(pImage->data(), pImage->size(), object, strFault))
+        {
+            return Refused("error: " + strFault);
+        }
+        job.bDebug |= object.bDebug;
+        vObjects.push_back(object.object);
+    }
+    if (options.bCreateLibrary)
+    {
+        std::string strObject;
+        if (pCompiler->LinkLibrary(job, vObjects, strObject, result.strLog))
+        {
+            TakeObject(EImageType::Library, strObject, job.bDebug, result);
+        }
+        return result;
+    }
+    SModule module;
+    if (!pCompiler->LinkProgram(job, vObjects, module, result.strLog))
+    {
+        return result;
+    }
+    job.options.bDebug = job.bDebug;
+    return BuildModule(module, job.options, target, result.strLog);
+}
+
+EImageType GetImageType(const char* pImage, size_t nSize)
+{
+    SObjectImage object;
+    std::string strFault;
+    return ReadObjectImage(pImage, nSize, object, strFault) ? object.eType : EImageType::Executable;
 }
 
 SBuildResult BuildFromBinary(const char* pImage, size_t nSize, const SBuildOptions& options,
                              const SDeviceTarget& target)
 {
+    std::string strFault;
+    if (SObjectImage object; ReadObjectImage(pImage, nSize, object, strFault))
+    {
+        const std::vector<char> vImage(pImage, pImage + nSize);
+        return LinkImages({&vImage}, options, target);
+    }
     CElfReader elf;
     SModule module;
-    std::string strFault;
     if (!elf.Read(pImage, nSize, strFault) || !ReadKernels(elf, module.vKernels, strFault) ||
         !CheckKernels(module.vKernels, strFault))
     {

@@ -82,6 +82,14 @@ struct SCompiledKernel
 
 class CProgramImage;
 
+/// What an image holds.
+enum class EImageType
+{
+    Executable, ///< kernels
+    Object,     ///< a compiled source, which waits to be linked
+    Library     ///< several of them
+};
+
 /// What a build gives.
 struct SBuildResult
 {
@@ -89,6 +97,7 @@ struct SBuildResult
     const std::vector<char>& GetImage() const;
 
     bool bOk = false;
+    EImageType eType = EImageType::Executable;
     std::string strLog;                          ///< says which line and why; empty for a clean build
     std::shared_ptr<const CProgramImage> pImage; ///< the ELF image, as CL_PROGRAM_BINARIES hands it out, or null
     std::vector<SCompiledKernel> vKernels;       ///< in the order of the source, or of the symbol table
@@ -130,8 +139,20 @@ bool ParseBuildOptions(const std::string& strOptions, SBuildOptions& options, st
 /// arithmetic.
 bool ParseLinkOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown);
 
-/// Builds an IL module, or kernels in C, into an image and its kernels. Reentrant.
-SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target);
+/// Builds an IL module, or a program in OpenCL C, into an image and its kernels. Reentrant.
+SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target,
+                             const std::vector<SSourceHeader>& vHeaders = {});
+
+/// Compiles a source in OpenCL C into an object. An IL module is whole in itself: it is built as it is. Reentrant.
+SBuildResult CompileSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target,
+                           const std::vector<SSourceHeader>& vHeaders);
+
+/// Links images of objects and libraries into an executable, or with bCreateLibrary into a library. Reentrant.
+SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, const SBuildOptions& options,
+                        const SDeviceTarget& target);
+
+/// What an image holds, as it says itself. Executable for bytes that are no image.
+EImageType GetImageType(const char* pImage, size_t nSize);
 
 /// Reads an image back. Without bUseDebugIL it takes .text, with it .debugil, whose placeholder
 /// becomes the call of each kernel. Never trusts an offset, size or count of the image. Reentrant.

@@ -92,7 +92,7 @@ cl_int CreateFromBinary(cl_context hContext, cl_uint nDevices, const cl_device_i
         }
         SDeviceProgram program;
         program.m_pDevice = vDevices[i];
-        program.m_eBinaryType = CL_PROGRAM_BINARY_TYPE_EXECUTABLE;
+        program.m_eBinaryType = BinaryType(GetImageType(reinterpret_cast<const char*>(ppImages[i]), pnLengths[i]));
         program.m_pImage = std::make_shared<CProgramImage>(std::vector<char>(ppImages[i], ppImages[i] + pnLengths[i]));
         vPrograms.push_back(std::move(program));
     }
@@ -137,6 +137,20 @@ std::string JoinNames(const ExecutableKernels& vKernels)
 }
 
 } // namespace
+
+cl_program_binary_type BinaryType(EImageType eType)
+{
+    switch (eType)
+    {
+    case EImageType::Object:
+        return CL_PROGRAM_BINARY_TYPE_COMPILED_OBJECT;
+    case EImageType::Library:
+        return CL_PROGRAM_BINARY_TYPE_LIBRARY;
+    case EImageType::Executable:
+        break;
+    }
+    return CL_PROGRAM_BINARY_TYPE_EXECUTABLE;
+}
 
 std::vector<SDeviceProgram> CProgramObject::GetDevicePrograms() const
 {

@@ -77,11 +77,8 @@ private:
     int m_nKernels = 0;
 };
 
-/// Builds one device's part of a program from source or image, decodes its kernels, and gives what
-/// there is afterwards: on failure the log says why.
-SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SDeviceProgram& before,
-                              const std::string& strOptions, const SBuildOptions& options,
-                              cl_program_binary_type eResult);
+/// What OpenCL calls an image of a type.
+cl_program_binary_type BinaryType(EImageType eType);
 
 } // namespace KestrelPlatform::Runtime
 
