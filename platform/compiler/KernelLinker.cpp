@@ -225,6 +225,8 @@ bool CKernelLinker::Link(const SKernelMetadata& metadata, const SDeviceTarget& t
     kernel.nUniqueId = metadata.nUniqueId;
     kernel.vArguments = metadata.vArguments;
     kernel.vSamplers = metadata.vSamplers;
+    kernel.vFormats = metadata.vFormats;
+    kernel.strAttributes = metadata.strAttributes;
     kernel.nConstantBuffer1Elements = metadata.nConstantBuffer1Elements;
     kernel.nStaticLocalBytes = metadata.nLocalBytes;
     kernel.nPrivateBytes = metadata.nPrivateBytes;

@@ -38,6 +38,9 @@ const SMemoryType s_MemoryTypes[] = {{"uav", SKernelArgument::GlobalPointer},  {
                                      {"uc", SKernelArgument::ConstantPointer}, {"hl", SKernelArgument::LocalPointer},
                                      {"l", SKernelArgument::LocalPointer}};
 
+/// Of a format's line: it has a field for each string that it may print.
+const size_t s_nMostFields = 1u << 12;
+
 /// As many as the longest line that is known has.
 const size_t s_nUsualTokens = 12;
 
@@ -60,6 +63,25 @@ bool Number(std::string_view token, uint32_t& nValue)
 {
     const auto result = std::from_chars(token.data(), token.data() + token.size(), nValue);
     return result.ec == std::errc() && result.ptr == token.data() + token.size();
+}
+
+/// A field whose unusual characters stand as a backslash and three octal digits.
+std::string Unescape(std::string_view field)
+{
+    const auto IsOctal = [](char c) { return c >= '0' && c <= '7'; };
+    std::string strText;
+    for (size_t n = 0; n < field.size(); ++n)
+    {
+        if (field[n] == '\\' && field.size() - n > 3 && IsOctal(field[n + 1]) && IsOctal(field[n + 2]) &&
+            IsOctal(field[n + 3]))
+        {
+            strText += static_cast<char>((field[n + 1] - '0') * 64 + (field[n + 2] - '0') * 8 + field[n + 3] - '0');
+            n += 3;
+            continue;
+        }
+        strText += field[n];
+    }
+    return strText;
 }
 
 /// Reads the lines of one block. An object serves one call.
@@ -96,6 +118,9 @@ private:
     bool ReadImage(const Tokens& tokens);
     bool ReadSampler(const Tokens& tokens);
     bool ReadCounter(const Tokens& tokens);
+    bool ReadArgumentInfo(const Tokens& tokens);
+    bool ReadAttributes(const Tokens& tokens);
+    bool ReadFormat(const Tokens& tokens);
 
     bool ReadSlot(const Tokens& tokens, size_t nFirst, SKernelArgument& argument);
     bool ReadAccess(std::string_view token, SKernelArgument& argument);
@@ -116,12 +141,14 @@ private:
 };
 
 const CReader::SLineKind CReader::s_LineKinds[] = {
-    {"ARGSTART", 2, 2, &CReader::ReadStart},    {"ARGEND", 2, 2, &CReader::ReadEnd},
-    {"version", 4, 4, &CReader::ReadVersion},   {"device", 2, 2, &CReader::ReadDevice},
-    {"uniqueid", 2, 2, &CReader::ReadUniqueId}, {"memory", 2, 3, &CReader::ReadMemory},
-    {"mem64bitABI", 1, 1, &CReader::Read64Bit}, {"value", 6, 6, &CReader::ReadValue},
-    {"pointer", 9, 12, &CReader::ReadPointer},  {"image", 7, 7, &CReader::ReadImage},
-    {"sampler", 5, 5, &CReader::ReadSampler},   {"counter", 6, 6, &CReader::ReadCounter}};
+    {"ARGSTART", 2, 2, &CReader::ReadStart},           {"ARGEND", 2, 2, &CReader::ReadEnd},
+    {"version", 4, 4, &CReader::ReadVersion},          {"device", 2, 2, &CReader::ReadDevice},
+    {"uniqueid", 2, 2, &CReader::ReadUniqueId},        {"memory", 2, 3, &CReader::ReadMemory},
+    {"mem64bitABI", 1, 1, &CReader::Read64Bit},        {"value", 6, 6, &CReader::ReadValue},
+    {"pointer", 9, 12, &CReader::ReadPointer},         {"image", 7, 7, &CReader::ReadImage},
+    {"sampler", 5, 5, &CReader::ReadSampler},          {"counter", 6, 6, &CReader::ReadCounter},
+    {"arginfo", 7, 7, &CReader::ReadArgumentInfo},     {"attributes", 2, 2, &CReader::ReadAttributes},
+    {"printf", 4, s_nMostFields, &CReader::ReadFormat}};
 
 bool CReader::Read(std::string_view text, SDiagnostic& diag)
 {
@@ -419,6 +446,49 @@ bool CReader::ReadCounter(const Tokens& tokens)
         return FailNumber(tokens[3]);
     }
     return ReadSlot(tokens, 4, argument) && Add(argument);
+}
+
+/// Says how the source declares an argument whose line came before.
+bool CReader::ReadArgumentInfo(const Tokens& tokens)
+{
+    uint32_t nArgument = 0;
+    if (!Number(tokens[1], nArgument) || nArgument >= m_metadata.vArguments.size())
+    {
+        return Fail("arginfo of an argument that isn't there: '" + std::string(tokens[1]) + "'");
+    }
+    SKernelArgument& argument = m_metadata.vArguments[nArgument];
+    argument.bSourceConst = tokens[4].find("const") != std::string_view::npos;
+    argument.bVolatile = argument.bVolatile || tokens[4].find("volatile") != std::string_view::npos;
+    argument.bRestrict = argument.bRestrict || tokens[4].find("restrict") != std::string_view::npos;
+    argument.strSourceType = Unescape(tokens[5]);
+    argument.strName = Unescape(tokens[6]);
+    return true;
+}
+
+bool CReader::ReadAttributes(const Tokens& tokens)
+{
+    m_metadata.strAttributes = tokens[1];
+    return true;
+}
+
+/// Formats stand in the order of their numbers.
+bool CReader::ReadFormat(const Tokens& tokens)
+{
+    uint32_t nFormat = 0;
+    if (!Number(tokens[1], nFormat) || nFormat != m_metadata.vFormats.size())
+    {
+        return Fail("expected the number " + std::to_string(m_metadata.vFormats.size()) + " of a format, got '" +
+                    std::string(tokens[1]) + "'");
+    }
+    SPrintfFormat format;
+    format.strTypes = tokens[2];
+    format.strText = Unescape(tokens[3]);
+    for (size_t i = 4; i < tokens.size(); ++i)
+    {
+        format.vStrings.push_back(Unescape(tokens[i]));
+    }
+    m_metadata.vFormats.push_back(std::move(format));
+    return true;
 }
 
 } // namespace

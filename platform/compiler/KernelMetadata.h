@@ -25,6 +25,8 @@ struct SKernelMetadata
     uint32_t nConstantBuffer1Elements = 0;
     std::vector<SKernelArgument> vArguments;
     std::vector<SKernelSampler> vSamplers;
+    std::vector<SPrintfFormat> vFormats;
+    std::string strAttributes;
 };
 
 /// Reads a metadata block, from its ARGSTART to its ARGEND line. Tolerant where a debugger's changes come in: a

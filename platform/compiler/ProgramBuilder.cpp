@@ -202,6 +202,11 @@ SBuildResult BuildFromDebugText(const CElfReader& elf, SModule& module, const SD
     {
         KeepCalledKernels(linker, module.vKernels);
     }
+    // Debuggers build their own copies of a kernel this way: those compute, and print nothing.
+    for (SModuleKernel& kernel : module.vKernels)
+    {
+        kernel.metadata.vFormats.clear();
+    }
     bOk = bOk && LinkModule(linker, module, true, target, result, diag);
     if (!bOk)
     {

@@ -53,6 +53,9 @@ struct SKernelArgument
     uint32_t nAlignment = 0;
     bool bVolatile = false;
     bool bRestrict = false;
+    // As the source has it; of an IL module nothing.
+    std::string strSourceType; ///< "float*", "uint4", a struct's name
+    bool bSourceConst = false;
 };
 
 /// A sampler that the kernel itself defines.
@@ -63,6 +66,14 @@ struct SKernelSampler
     uint32_t nValue = 0;
 };
 
+/// A format of a kernel's printf, with what its records hold; docs/kernel-binary.md.
+struct SPrintfFormat
+{
+    std::string strTypes; ///< of the arguments, with commas between them: "i32,f32x4,s"
+    std::string strText;
+    std::vector<std::string> vStrings; ///< that an argument may name
+};
+
 /// One kernel, ready to be decoded for running.
 struct SCompiledKernel
 {
@@ -70,6 +81,8 @@ struct SCompiledKernel
     uint32_t nUniqueId = 0;
     std::vector<SKernelArgument> vArguments;
     std::vector<SKernelSampler> vSamplers;
+    std::vector<SPrintfFormat> vFormats;   ///< empty for a kernel that prints nothing, or isn't to
+    std::string strAttributes;             ///< as the source has them, with blanks between them
     uint32_t nConstantBuffer1Elements = 0; ///< 16-byte elements that the arguments take
     uint32_t nStaticLocalBytes = 0;
     uint32_t nPrivateBytes = 0;

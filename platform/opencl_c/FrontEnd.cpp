@@ -1,6 +1,8 @@
 #include "platform/opencl_c/driver/Guard.h"
 #include "platform/opencl_c/driver/IrCompiler.h"
 #include "platform/opencl_c/driver/Objects.h"
+#include "platform/opencl_c/driver/SourceInfo.h"
+#include "platform/opencl_c/dwarf/DebugSections.h"
 #include "platform/opencl_c/lowering/Lowered.h"
 
 #include <llvm/IR/LLVMContext.h>
@@ -14,23 +16,44 @@ namespace
 
 using KestrelPlatform::SModule;
 
+/// Adds what the source says of a kernel to its metadata, which is read again then.
+bool AddSourceInfo(SLowered& lowered, std::string& strLog)
+{
+    for (size_t i = 0; i < lowered.vKernels.size(); ++i)
+    {
+        KestrelPlatform::SModuleKernel& kernel = lowered.module.vKernels[i];
+        const size_t nEnd = kernel.strMetadata.rfind(";ARGEND:");
+        kernel.strMetadata.insert(nEnd == std::string::npos ? kernel.strMetadata.size() : nEnd,
+                                  SourceInfoLines(*lowered.vKernels[i].pFunction));
+        KestrelPlatform::SDiagnostic diag;
+        if (!ReadKernelMetadata(kernel.strMetadata, kernel.metadata, diag))
+        {
+            strLog += "error: " + diag.ToString() + "\n";
+            return false;
+        }
+    }
+    return true;
+}
+
 /// Brings a module that is a whole program into the form of the device.
 bool Finish(llvm::Module& llvmModule, const SCompileJob& job, SModule& module, std::string& strLog)
 {
-    SLowered lowered;
     if (!PrepareForLowering(llvmModule, job, strLog))
     {
         return false;
     }
+    std::string strIntermediate;
     if (job.options.bEmitLLVM)
     {
-        llvm::raw_string_ostream text(lowered.module.strIntermediate);
-        llvmModule.print(text, nullptr);
+        llvm::raw_string_ostream(strIntermediate) << llvmModule;
     }
-    if (!LowerModule(llvmModule, job.target, job.bDebug, lowered, strLog))
+    SLowered lowered;
+    if (!LowerModule(llvmModule, job.target, job.bDebug, lowered, strLog) || !AddSourceInfo(lowered, strLog))
     {
         return false;
     }
+    lowered.module.strIntermediate = std::move(strIntermediate);
+    lowered.module.vDebugSections = WriteDwarf(llvmModule, lowered, !job.bDebug);
     module = std::move(lowered.module);
     return true;
 }

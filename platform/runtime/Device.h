@@ -33,6 +33,8 @@ constexpr size_t s_nMaxImageWidth = 16384;
 constexpr size_t s_nMaxImageDepth = 2048;
 constexpr size_t s_nMaxImageArraySize = 2048;
 constexpr size_t s_nMaxImageBufferSize = 65536;
+/// What a launch may print goes into a buffer of so many bytes.
+constexpr size_t s_nPrintfBufferSize = size_t{1024} * 1024;
 
 /// A device; made once, never destroyed.
 class CDevice : public CObject

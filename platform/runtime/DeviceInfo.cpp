@@ -81,17 +81,12 @@ struct SSizeConstant
 };
 
 constexpr SSizeConstant s_sizeConstants[] = {
-    {CL_DEVICE_MAX_WORK_GROUP_SIZE, s_nMaxWorkGroupSize},
-    {CL_DEVICE_IMAGE2D_MAX_WIDTH, s_nMaxImageWidth},
-    {CL_DEVICE_IMAGE2D_MAX_HEIGHT, s_nMaxImageWidth},
-    {CL_DEVICE_IMAGE3D_MAX_WIDTH, s_nMaxImageDepth},
-    {CL_DEVICE_IMAGE3D_MAX_HEIGHT, s_nMaxImageDepth},
-    {CL_DEVICE_IMAGE3D_MAX_DEPTH, s_nMaxImageDepth},
-    {CL_DEVICE_IMAGE_MAX_BUFFER_SIZE, s_nMaxImageBufferSize},
-    {CL_DEVICE_IMAGE_MAX_ARRAY_SIZE, s_nMaxImageArraySize},
-    {CL_DEVICE_MAX_PARAMETER_SIZE, s_nMaxParameterSize},
-    {CL_DEVICE_PROFILING_TIMER_RESOLUTION, 1},
-    {CL_DEVICE_PRINTF_BUFFER_SIZE, 1024 * 1024},
+    {CL_DEVICE_MAX_WORK_GROUP_SIZE, s_nMaxWorkGroupSize},     {CL_DEVICE_IMAGE2D_MAX_WIDTH, s_nMaxImageWidth},
+    {CL_DEVICE_IMAGE2D_MAX_HEIGHT, s_nMaxImageWidth},         {CL_DEVICE_IMAGE3D_MAX_WIDTH, s_nMaxImageDepth},
+    {CL_DEVICE_IMAGE3D_MAX_HEIGHT, s_nMaxImageDepth},         {CL_DEVICE_IMAGE3D_MAX_DEPTH, s_nMaxImageDepth},
+    {CL_DEVICE_IMAGE_MAX_BUFFER_SIZE, s_nMaxImageBufferSize}, {CL_DEVICE_IMAGE_MAX_ARRAY_SIZE, s_nMaxImageArraySize},
+    {CL_DEVICE_MAX_PARAMETER_SIZE, s_nMaxParameterSize},      {CL_DEVICE_PROFILING_TIMER_RESOLUTION, 1},
+    {CL_DEVICE_PRINTF_BUFFER_SIZE, s_nPrintfBufferSize},
 };
 
 } // namespace

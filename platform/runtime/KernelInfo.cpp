@@ -48,7 +48,7 @@ cl_kernel_arg_access_qualifier GetAccessQualifier(const SKernelArgument& argumen
 cl_kernel_arg_type_qualifier GetTypeQualifier(const SKernelArgument& argument)
 {
     cl_kernel_arg_type_qualifier nQualifier = CL_KERNEL_ARG_TYPE_NONE;
-    if (argument.eKind == SKernelArgument::ConstantPointer)
+    if (argument.bSourceConst || (argument.eKind == SKernelArgument::ConstantPointer && argument.strSourceType.empty()))
         nQualifier |= CL_KERNEL_ARG_TYPE_CONST;
     if (argument.bRestrict)
         nQualifier |= CL_KERNEL_ARG_TYPE_RESTRICT;
@@ -65,8 +65,8 @@ bool IsPointer(const SKernelArgument& argument)
 
 std::string GetAttributes(const SCompiledKernel& kernel)
 {
-    if (kernel.nRequiredGroupSize[0] == 0)
-        return "";
+    if (!kernel.strAttributes.empty() || kernel.nRequiredGroupSize[0] == 0)
+        return kernel.strAttributes;
     return "reqd_work_group_size(" + std::to_string(kernel.nRequiredGroupSize[0]) + "," +
            std::to_string(kernel.nRequiredGroupSize[1]) + "," + std::to_string(kernel.nRequiredGroupSize[2]) + ")";
 }
@@ -107,7 +107,8 @@ cl_int CKernel::GetArgumentInfo(cl_uint nIndex, cl_kernel_arg_info eInfo, const 
     case CL_KERNEL_ARG_ACCESS_QUALIFIER:
         return query.Value(GetAccessQualifier(argument));
     case CL_KERNEL_ARG_TYPE_NAME:
-        return query.String(argument.strTypeName + (IsPointer(argument) ? "*" : ""));
+        return query.String(!argument.strSourceType.empty() ? argument.strSourceType
+                                                            : argument.strTypeName + (IsPointer(argument) ? "*" : ""));
     case CL_KERNEL_ARG_TYPE_QUALIFIER:
         return query.Value(GetTypeQualifier(argument));
     case CL_KERNEL_ARG_NAME:

@@ -2,6 +2,7 @@
 
 #include "platform/runtime/Counters.h"
 #include "platform/runtime/Image.h"
+#include "platform/runtime/Printf.h"
 #include "platform/runtime/Settings.h"
 
 #include <algorithm>
@@ -384,7 +385,11 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     prepared.m_launch.nSchedule = TakeSchedule();
     prepared.m_launch.pBreak = &s_bBreakRuns;
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
+    const SCompiledKernel& kernel = prepared.m_pExecutable->m_compiled;
+    const std::unique_ptr<CStorage> pPrinted = ListenToPrintf(kernel, prepared.m_launch);
     const SLaunchResult result = RunLaunch(prepared.m_launch);
+    if (pPrinted)
+        PrintRecords(kernel.vFormats, *pPrinted);
     KeepFault(prepared, result);
     ReportFault(prepared, result);
     switch (result.eStatus)

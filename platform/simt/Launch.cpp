@@ -119,6 +119,7 @@ std::vector<uint32_t> BufferZero(const SLaunch& launch, const uint64_t* pGroups)
         vWords[n] = static_cast<uint32_t>(launch.nGlobalSize[n]);
         vWords[4 + n] = static_cast<uint32_t>(launch.nLocalSize[n]);
         vWords[8 + n] = static_cast<uint32_t>(pGroups[n]);
+        vWords[12 + n] = launch.nHidden[n];
         vWords[24 + n] = static_cast<uint32_t>(launch.nGlobalOffset[n]);
         vWords[36 + n] = static_cast<uint32_t>(launch.nGlobalOffset[n]);
     }

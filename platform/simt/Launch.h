@@ -76,9 +76,10 @@ struct SLaunch
     size_t nGlobalOffset[3] = {0, 0, 0};
     std::vector<uint32_t> vConstantBuffer1;                       ///< four words an element
     std::map<uint32_t, std::vector<uint32_t>> mapConstantBuffers; ///< further ones, by number
-    std::vector<SMemoryRange> vMemory;                            ///< sorted by address, not overlapping
-    std::map<uint32_t, SImageBinding> mapResources;               ///< images read, by resource number
-    std::map<uint32_t, SImageBinding> mapUavImages;               ///< images written, by UAV number
+    uint32_t nHidden[3] = {0, 0, 0};   ///< element 3 of constant buffer 0: where a kernel's printf writes to
+    std::vector<SMemoryRange> vMemory; ///< sorted by address, not overlapping
+    std::map<uint32_t, SImageBinding> mapResources; ///< images read, by resource number
+    std::map<uint32_t, SImageBinding> mapUavImages; ///< images written, by UAV number
     std::map<uint32_t, SSamplerBinding> mapSamplers;
     uint32_t nDynamicLocalBytes = 0;           ///< local memory arguments, behind what the IL declares
     uint64_t nInstructionLimit = 0;            ///< instructions a work-group may execute; 0 means none

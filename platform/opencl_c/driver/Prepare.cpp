@@ -2,6 +2,7 @@
 #include "platform/opencl_c/driver/CallTree.h"
 #include "platform/opencl_c/driver/IrCompiler.h"
 #include "platform/opencl_c/driver/Passes.h"
+#include "platform/opencl_c/driver/Printf.h"
 
 #include <llvm/ADT/SmallVector.h>
 #include <llvm/IR/InstrTypes.h>
@@ -121,6 +122,10 @@ bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::strin
     {
         DropHints(*pFunction);
         if (!InlineCalls(*pFunction, strLog))
+        {
+            return false;
+        }
+        if (IsKernel(*pFunction) && !ExpandPrintf(*pFunction, strLog))
         {
             return false;
         }
