@@ -39,6 +39,7 @@ struct SModule
     std::vector<SModuleKernel> vKernels;
     /// One item a line, no blank lines, comments on lines of their own, each line with its "\n".
     std::string strText;
+    bool bReadFiles = false; ///< the text depends on files of the machine, which the source includes
     /// What `.llvmir` is to hold, if more than a note: intermediate code as text.
     std::string strIntermediate;
     /// Lines and variables of the source, for the lines of the text; docs/kernel-binary.md.

@@ -1,6 +1,7 @@
 #include "platform/compiler/OpenCLCompiler.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 namespace KestrelPlatform
 {
@@ -51,6 +52,19 @@ const IOpenCLCompiler* OpenOpenCLCompiler(std::string& strFault)
     static const SLibrary& s_Library = *new SLibrary(OpenLibrary());
     strFault = s_Library.strFault;
     return s_Library.pCompiler;
+}
+
+std::string OpenCLCompilerVersion()
+{
+    // The library's file stands for what is in it: another one has another size or was written at another time.
+    struct stat state = {};
+    const std::string strFile = OwnFolder() + s_pszLibrary;
+    if (stat(strFile.c_str(), &state) != 0)
+    {
+        return "";
+    }
+    return strFile + " " + std::to_string(state.st_size) + " " + std::to_string(state.st_mtim.tv_sec) + "." +
+           std::to_string(state.st_mtim.tv_nsec);
 }
 
 } // namespace KestrelPlatform

@@ -52,6 +52,9 @@ public:
 /// \return null if it can't be opened
 const IOpenCLCompiler* OpenOpenCLCompiler(std::string& strFault);
 
+/// What tells this compiler from others, without opening it.
+std::string OpenCLCompilerVersion();
+
 } // namespace KestrelPlatform
 
 #endif

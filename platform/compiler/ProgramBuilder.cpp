@@ -5,8 +5,9 @@
 #include "platform/compiler/FrontEnd.h"
 #include "platform/compiler/InstructionShape.h"
 #include "platform/compiler/KernelLinker.h"
+#include "platform/compiler/ModuleBuilder.h"
 #include "platform/compiler/ObjectImage.h"
-#include "platform/compiler/OpenCLCompiler.h"
+#include "platform/compiler/OpenCLBuilder.h"
 #include "platform/compiler/ProgramImage.h"
 
 #include <algorithm>
@@ -20,83 +21,6 @@ namespace
 
 const std::string_view s_SymbolPrefix = "__OpenCL_";
 const std::string_view s_MetadataSuffix = "_metadata";
-
-SBuildResult Refused(const std::string& strLog)
-{
-    SBuildResult result;
-    result.strLog = strLog + "\n";
-    return result;
-}
-
-/// Moves a fault in a module's text to where the text stands in the source.
-void MapToSource(const SModule& module, SDiagnostic& diag)
-{
-    if (diag.nLine == 0 || module.vPlaces.empty())
-    {
-        return;
-    }
-    if (diag.nLine > module.vPlaces.size())
-    {
-        diag.nLine = module.vPlaces.back().nLine + 1;
-        return;
-    }
-    const SSourcePlace& place = module.vPlaces[diag.nLine - 1];
-    diag.nLine = place.nLine;
-    diag.nColumn += place.nColumn;
-}
-
-bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strFault)
-{
-    std::set<std::string_view> names;
-    std::set<uint32_t> ids;
-    for (const SModuleKernel& kernel : vKernels)
-    {
-        if (!names.insert(kernel.metadata.strKernel).second)
-        {
-            strFault = "two kernels are named " + kernel.metadata.strKernel;
-            return false;
-        }
-        if (!ids.insert(kernel.metadata.nUniqueId).second)
-        {
-            strFault = "kernel " + kernel.metadata.strKernel + " has the unique id of another kernel";
-            return false;
-        }
-    }
-    return true;
-}
-
-/// Keeps the wanted kernel only. \return false if there is none of that name
-bool SelectKernel(const std::string& strJustKernel, std::vector<SModuleKernel>& vKernels)
-{
-    if (strJustKernel.empty())
-    {
-        return true;
-    }
-    for (SModuleKernel& kernel : vKernels)
-    {
-        if (kernel.metadata.strKernel == strJustKernel)
-        {
-            SModuleKernel wanted = std::move(kernel);
-            vKernels.clear();
-            vKernels.push_back(std::move(wanted));
-            return true;
-        }
-    }
-    return false;
-}
-
-/// Links each kernel of the module, and takes the module for the image.
-bool LinkModule(const CKernelLinker& linker, SModule& module, bool bDebugText, const SDeviceTarget& target,
-                SBuildResult& result, SDiagnostic& diag)
-{
-    if (!LinkKernels(linker, module, target, result.vKernels, diag))
-    {
-        return false;
-    }
-    result.pImage = std::make_shared<CProgramImage>(std::move(module), target, bDebugText);
-    result.bOk = true;
-    return true;
-}
 
 /// Reads the metadata of every kernel that the image names, in the order of its symbol table.
 bool ReadKernels(const CElfReader& elf, std::vector<SModuleKernel>& vKernels, std::string& strFault)
@@ -230,57 +154,6 @@ bool TrimSource(const std::string& strSource, std::string_view& source, std::str
     return false;
 }
 
-SCompileJob MakeJob(std::string_view source, const SBuildOptions& options, const SDeviceTarget& target,
-                    const std::vector<SSourceHeader>& vHeaders)
-{
-    SCompileJob job;
-    job.strSource = source;
-    job.vHeaders = vHeaders;
-    job.options = options;
-    job.target = target;
-    job.bDebug = options.bDebug;
-    return job;
-}
-
-/// Takes an object that was made for the result.
-void TakeObject(EImageType eType, std::string_view object, bool bDebug, SBuildResult& result)
-{
-    result.eType = eType;
-    result.pImage = std::make_shared<CProgramImage>(WriteObjectImage(eType, object, bDebug));
-    result.bOk = true;
-}
-
-/// Builds what a front end has made of a source.
-///
-/// \param strLog what the front end had to say
-SBuildResult BuildModule(SModule& module, const SBuildOptions& options, const SDeviceTarget& target,
-                         const std::string& strLog)
-{
-    std::string strFault;
-    if (!CheckKernels(module.vKernels, strFault))
-    {
-        return Refused(strLog + "error: " + strFault);
-    }
-    if (!SelectKernel(options.strJustKernel, module.vKernels))
-    {
-        return Refused(strLog + "error: the source has no kernel named " + options.strJustKernel);
-    }
-    CKernelLinker linker;
-    SBuildResult result;
-    result.strLog = strLog;
-    for (const SSourcePlace& place : module.vPlaces)
-    {
-        result.vSourceLines.push_back(place.nLine);
-    }
-    SDiagnostic diag;
-    if (!linker.Assemble(module.strText, diag) || !LinkModule(linker, module, options.bDebug, target, result, diag))
-    {
-        MapToSource(module, diag);
-        return Refused(strLog + "error: " + diag.ToString());
-    }
-    return result;
-}
-
 } // namespace
 
 const std::vector<char>& SBuildResult::GetImage() const
@@ -298,27 +171,14 @@ SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& 
     {
         return Refused(strFault);
     }
-    SModule module;
     if (!IsILModule(source))
     {
-        SBuildResult result;
-        const IOpenCLCompiler* const pCompiler = OpenOpenCLCompiler(strFault);
-        if (pCompiler == nullptr)
-        {
-            return Refused("error: " + strFault);
-        }
-        if (!pCompiler->Build(MakeJob(source, options, target, vHeaders), module, result.strLog))
-        {
-            return result;
-        }
-        return BuildModule(module, options, target, result.strLog);
+        return BuildOpenCL(source, options, target, vHeaders);
     }
+    SModule module;
     SDiagnostic diag;
-    if (!CompileILModule(source, module, diag))
-    {
-        return Refused("error: " + diag.ToString());
-    }
-    return BuildModule(module, options, target, "");
+    return CompileILModule(source, module, diag) ? BuildModule(module, options, target, "")
+                                                 : Refused("error: " + diag.ToString());
 }
 
 SBuildResult CompileSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target,
@@ -330,71 +190,13 @@ SBuildResult CompileSource(const std::string& strSource, const SBuildOptions& op
     {
         return Refused(strFault);
     }
-    if (IsILModule(source))
+    if (!IsILModule(source))
     {
-        SBuildResult result = BuildFromSource(strSource, options, target);
-        result.eType = EImageType::Object;
-        return result;
+        return CompileOpenCL(source, options, target, vHeaders);
     }
-    const IOpenCLCompiler* const pCompiler = OpenOpenCLCompiler(strFault);
-    if (pCompiler == nullptr)
-    {
-        return Refused("error: " + strFault);
-    }
-    SBuildResult result;
-    std::string strObject;
-    if (pCompiler->Compile(MakeJob(source, options, target, vHeaders), strObject, result.strLog))
-    {
-        TakeObject(EImageType::Object, strObject, options.bDebug, result);
-    }
+    SBuildResult result = BuildFromSource(strSource, options, target);
+    result.eType = EImageType::Object;
     return result;
-}
-
-SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, const SBuildOptions& options,
-                        const SDeviceTarget& target)
-{
-    SBuildResult result;
-    std::string strFault;
-    const IOpenCLCompiler* const pCompiler = OpenOpenCLCompiler(strFault);
-    if (pCompiler == nullptr)
-    {
-        return Refused("error: " + strFault);
-    }
-    std::vector<std::string_view> vObjects;
-    SCompileJob job = MakeJob("", options, target, {});
-    for (const std::vector<char>* const pImage : vImages)
-    {
-        SObjectImage object;
-        if (!ReadObjectImage(pImage->data(), pImage->size(), object, strFault))
-        {
-            return Refused("error: " + strFault);
-        }
-        job.bDebug |= object.bDebug;
-        vObjects.push_back(object.object);
-    }
-    if (options.bCreateLibrary)
-    {
-        std::string strObject;
-        if (pCompiler->LinkLibrary(job, vObjects, strObject, result.strLog))
-        {
-            TakeObject(EImageType::Library, strObject, job.bDebug, result);
-        }
-        return result;
-    }
-    SModule module;
-    if (!pCompiler->LinkProgram(job, vObjects, module, result.strLog))
-    {
-        return result;
-    }
-    job.options.bDebug = job.bDebug;
-    return BuildModule(module, job.options, target, result.strLog);
-}
-
-EImageType GetImageType(const char* pImage, size_t nSize)
-{
-    SObjectImage object;
-    std::string strFault;
-    return ReadObjectImage(pImage, nSize, object, strFault) ? object.eType : EImageType::Executable;
 }
 
 SBuildResult BuildFromBinary(const char* pImage, size_t nSize, const SBuildOptions& options,

@@ -54,6 +54,7 @@ bool Finish(llvm::Module& llvmModule, const SCompileJob& job, SModule& module, s
     }
     lowered.module.strIntermediate = std::move(strIntermediate);
     lowered.module.vDebugSections = WriteDwarf(llvmModule, lowered, !job.bDebug);
+    lowered.module.bReadFiles = llvmModule.getNamedMetadata(s_pszReadFiles) != nullptr;
     module = std::move(lowered.module);
     return true;
 }

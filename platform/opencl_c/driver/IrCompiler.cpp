@@ -16,6 +16,9 @@
 
 namespace KestrelOpenCL
 {
+
+const char* const s_pszReadFiles = "kestrel.files";
+
 namespace
 {
 
@@ -90,6 +93,20 @@ void WatchTokens(clang::Preprocessor& preprocessor)
         });
 }
 
+/// Notes in the module that files of the machine were read for it.
+void NoteFiles(const clang::SourceManager& sources, llvm::Module& module)
+{
+    const llvm::StringRef folder(s_pszHeaderFolder);
+    for (auto it = sources.fileinfo_begin(); it != sources.fileinfo_end(); ++it)
+    {
+        const llvm::StringRef name = it->first->getName();
+        if (!name.startswith(folder) && name != s_pszSourceName)
+        {
+            module.getOrInsertNamedMetadata(s_pszReadFiles);
+        }
+    }
+}
+
 bool OpenSource(clang::CompilerInstance& compiler, llvm::IntrusiveRefCntPtr<llvm::vfs::FileSystem> pFiles)
 {
     compiler.createFileManager(std::move(pFiles));
@@ -135,6 +152,10 @@ std::unique_ptr<llvm::Module> CompileToIR(llvm::LLVMContext& context, const SCom
             clang::ParseAST(compiler.getSema());
             printer.EndSourceFile();
             pModule.reset(pGenerator->ReleaseModule());
+            if (pModule)
+            {
+                NoteFiles(compiler.getSourceManager(), *pModule);
+            }
         }
         if (compiler.getDiagnostics().hasErrorOccurred())
         {

@@ -15,6 +15,9 @@ class Module;
 namespace KestrelOpenCL
 {
 
+/// The named metadata of a module for which files of the machine were read.
+extern const char* const s_pszReadFiles;
+
 /// Compiles a source with clang, from memory. Built-in functions stay declarations.
 ///
 /// \param strLog receives the compiler's words: the user's file name, line, column and a caret

@@ -1,0 +1,33 @@
+#ifndef KESTREL_PLATFORM_COMPILER_MODULEBUILDER_H
+#define KESTREL_PLATFORM_COMPILER_MODULEBUILDER_H
+
+#include "platform/compiler/FrontEnd.h"
+#include "platform/compiler/ProgramBuilder.h"
+
+namespace KestrelPlatform
+{
+
+class CKernelLinker;
+
+/// A build that failed. \param strLog a line without its end
+SBuildResult Refused(const std::string& strLog);
+
+/// Whether names and unique ids tell the kernels apart; if not, why.
+bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strFault);
+
+/// Keeps the wanted kernel only, all of them for an empty name. \return false if there is none of that name
+bool SelectKernel(const std::string& strJustKernel, std::vector<SModuleKernel>& vKernels);
+
+/// Links each kernel of the module, and takes the module for the image.
+bool LinkModule(const CKernelLinker& linker, SModule& module, bool bDebugText, const SDeviceTarget& target,
+                SBuildResult& result, SDiagnostic& diag);
+
+/// Builds what a front end has made of a source.
+///
+/// \param strLog what the front end had to say
+SBuildResult BuildModule(SModule& module, const SBuildOptions& options, const SDeviceTarget& target,
+                         const std::string& strLog);
+
+} // namespace KestrelPlatform
+
+#endif
