@@ -2,7 +2,6 @@
 #include "platform/opencl_c/driver/IrCompiler.h"
 #include "platform/opencl_c/driver/Objects.h"
 #include "platform/opencl_c/driver/SourceInfo.h"
-#include "platform/opencl_c/dwarf/DebugSections.h"
 #include "platform/opencl_c/lowering/Lowered.h"
 
 #include <llvm/IR/LLVMContext.h>
@@ -53,7 +52,6 @@ bool Finish(llvm::Module& llvmModule, const SCompileJob& job, SModule& module, s
         return false;
     }
     lowered.module.strIntermediate = std::move(strIntermediate);
-    lowered.module.vDebugSections = WriteDwarf(llvmModule, lowered, !job.bDebug);
     lowered.module.bReadFiles = llvmModule.getNamedMetadata(s_pszReadFiles) != nullptr;
     module = std::move(lowered.module);
     return true;
