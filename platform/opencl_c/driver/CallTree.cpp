@@ -20,7 +20,8 @@ const uint64_t s_nMostInstructions = 4'000'000;
 /// What the device itself knows: intrinsics, and what lowering turns into instructions.
 bool IsKnown(const llvm::Function& function)
 {
-    return function.isIntrinsic() || function.getName().startswith("__il_") || function.getName() == "printf" ||
+    return function.isIntrinsic() || function.getName().startswith("__il_") ||
+           function.getName().startswith("kestrel.") || function.getName() == "printf" ||
            function.getName() == "__translate_sampler_initializer";
 }
 

@@ -1,5 +1,7 @@
 #include "platform/opencl_c/driver/Passes.h"
 
+#include "platform/opencl_c/driver/Divisions.h"
+
 #include <llvm/Analysis/AliasAnalysis.h>
 #include <llvm/Analysis/AssumptionCache.h>
 #include <llvm/Analysis/BasicAliasAnalysis.h>
@@ -53,11 +55,24 @@ llvm::AAManager AliasAnalyses()
     return manager;
 }
 
+/// Divisions whose divisors the passes before have found out become plain ones for those after.
+struct SShowDivisionsPass : llvm::PassInfoMixin<SShowDivisionsPass>
+{
+    static llvm::PreservedAnalyses run(llvm::Function& function, llvm::FunctionAnalysisManager&)
+    {
+        ShowDivisions(function, false);
+        llvm::PreservedAnalyses preserved;
+        preserved.preserveSet<llvm::CFGAnalyses>();
+        return preserved;
+    }
+};
+
 llvm::FunctionPassManager SimplifyPasses()
 {
     llvm::FunctionPassManager passes;
     passes.addPass(llvm::SROAPass());
     passes.addPass(llvm::EarlyCSEPass(false));
+    passes.addPass(SShowDivisionsPass());
     passes.addPass(llvm::SimplifyCFGPass());
     passes.addPass(llvm::InstCombinePass());
     return passes;
@@ -68,6 +83,7 @@ llvm::FunctionPassManager OptimizePasses()
     llvm::FunctionPassManager passes;
     passes.addPass(llvm::SROAPass());
     passes.addPass(llvm::EarlyCSEPass(true));
+    passes.addPass(SShowDivisionsPass());
     passes.addPass(llvm::InstCombinePass());
     passes.addPass(llvm::SimplifyCFGPass());
     passes.addPass(llvm::ReassociatePass());
@@ -89,6 +105,7 @@ llvm::FunctionPassManager OptimizePasses()
     // Arrays whose loops are gone are variables now.
     passes.addPass(llvm::SROAPass());
     passes.addPass(llvm::EarlyCSEPass(true));
+    passes.addPass(SShowDivisionsPass());
     passes.addPass(llvm::InstCombinePass());
     passes.addPass(llvm::ADCEPass());
     passes.addPass(llvm::SimplifyCFGPass());
@@ -152,6 +169,7 @@ void CPasses::Optimize(llvm::Function& kernel)
 {
     m_pManagers->m_Optimize.run(kernel, m_pManagers->m_Functions);
     m_pManagers->m_Functions.clear(kernel, kernel.getName());
+    ShowDivisions(kernel, true);
 }
 
 } // namespace KestrelOpenCL

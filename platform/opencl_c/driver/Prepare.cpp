@@ -1,5 +1,6 @@
 #include "platform/opencl_c/driver/Builtins.h"
 #include "platform/opencl_c/driver/CallTree.h"
+#include "platform/opencl_c/driver/Divisions.h"
 #include "platform/opencl_c/driver/IrCompiler.h"
 #include "platform/opencl_c/driver/Passes.h"
 #include "platform/opencl_c/driver/Printf.h"
@@ -110,6 +111,11 @@ void RemoveUnused(llvm::Module& module)
 
 bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::string& strLog)
 {
+    const bool bOptimize = !job.bDebug && !job.options.bOptDisable;
+    if (bOptimize)
+    {
+        HideDivisions(module);
+    }
     std::vector<llvm::Function*> vOrder;
     if (!LinkBuiltins(module, job.target.b64BitAddresses, strLog) || !OrderCalls(module, vOrder, strLog))
     {
@@ -129,7 +135,7 @@ bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::strin
         {
             return false;
         }
-        if (!job.bDebug && !job.options.bOptDisable)
+        if (bOptimize)
         {
             IsKernel(*pFunction) ? passes.Optimize(*pFunction) : passes.Simplify(*pFunction);
         }

@@ -191,26 +191,6 @@ TEST(ProgramBuilder, TextSurvivesTheWhitespaceFilterOfAConversion)
     EXPECT_EQ(vFiltered, vTokens) << strPrinted;
 }
 
-TEST(ProgramBuilder, EmptyKernelsOfOpenCLC)
-{
-    for (const char* pSource : {"__kernel void dummy( void ) { }", "kernel void dummy(){}\n",
-                                "// c\n__kernel\n\tvoid dummy /* x */ (void)\n{\n}\n"})
-    {
-        for (const SDeviceTarget& target : {Modules::Newer(), Modules::Older()})
-        {
-            const SBuildResult result = Build(pSource, "-g", target);
-            ASSERT_TRUE(result.bOk) << result.strLog;
-            ASSERT_EQ(result.vKernels.size(), 1u);
-            EXPECT_EQ(result.vKernels[0].strName, "dummy");
-            EXPECT_EQ(result.vKernels[0].b64BitAddresses, target.b64BitAddresses);
-            EXPECT_TRUE(result.vKernels[0].vArguments.empty());
-            EXPECT_TRUE(Rebuild(result.GetImage(), "-use-debugil", target).bOk);
-        }
-    }
-    EXPECT_EQ(Build("kernel void a(){} kernel void b(){}").vKernels.size(), 2u);
-    EXPECT_EQ(Build("").strLog, "error: line 1, column 1: expected '__kernel'\n");
-}
-
 struct SRefusal
 {
     const char* pWhat;

@@ -371,8 +371,10 @@ TEST_F(CKernelsTest, CompilesThenLinks)
     cl_program linked = cl.clLinkProgram(m_context, 0, nullptr, "", 1, &object, notify, &nNotified, &nError);
     ASSERT_EQ(nError, CL_SUCCESS);
     const cl_program both[] = {object, object};
-    EXPECT_EQ(cl.clLinkProgram(m_context, 0, nullptr, "", 2, both, nullptr, nullptr, &nError), nullptr);
+    cl_program failed = cl.clLinkProgram(m_context, 0, nullptr, "", 2, both, nullptr, nullptr, &nError);
     EXPECT_EQ(nError, CL_LINK_PROGRAM_FAILURE) << "a module of IL is whole in itself";
+    EXPECT_NE(BuildLog(failed).find("whole program"), std::string::npos);
+    cl.clReleaseProgram(failed);
     cl_kernel kernel = cl.clCreateKernel(linked, "scale", nullptr);
     ExpectScales(kernel);
     Control().GetCounter(PLATFORM_COUNTER_PROGRAMS); // waits for the callbacks
