@@ -63,6 +63,7 @@ std::string CKernelGenerator::Head() const
     strText += m_Features.bPrivateInMain && !m_Features.bOlder ? s_szPrivate : "";
     strText += ";$$$$$$$$$$\nendmain\nfunc 1024\n;__OpenCL_generated_kernel\ndcl_max_thread_per_group 256\n";
     strText += m_Features.bOlder ? "dcl_raw_uav_id(11)\n" : "dcl_typeless_uav_id(10)_stride(4)_length(4)\n";
+    strText += m_Features.bMemory && !m_Features.bOlder ? "dcl_typed_uav_id(12) 0x8\n" : "";
     strText += m_Features.bPrivateInMain || m_Features.bOlder ? "" : s_szPrivate;
     strText += m_Features.bLocal ? "dcl_lds_id(1) 256\n" : "";
     strText += "dcl_indexed_temp_array x1[4]\n"
@@ -224,7 +225,7 @@ void CKernelGenerator::GlobalAccess()
 
 void CKernelGenerator::StoreOwn()
 {
-    const unsigned int nKind = Below(m_Features.bOlder ? 4 : 5);
+    const unsigned int nKind = Below(m_Features.bOlder ? 4 : 7);
     OwnAddress(nKind != 1 && nKind != 2);
     switch (nKind)
     {
@@ -239,6 +240,13 @@ void CKernelGenerator::StoreOwn()
         break;
     case 3:
         Line("uav_arena_store" + Uav() + " r20.xy, " + Source());
+        break;
+    case 4:
+        Line("uav_store_id(12)_addr64 r20.xy, " + Variable());
+        break;
+    case 5:
+        Line("uav_store_mask_id(12)_addr64 mem0." + std::string(Chance(50) ? "x_z_" : "_y_w") + ", r20.xy, " +
+             Variable());
         break;
     default:
         Line("flat_store r20.xy, " + Source());
@@ -315,7 +323,7 @@ void CKernelGenerator::LocalAccess()
     const bool bShared = Chance(30);
     Line(bShared ? "iadd r24.x, l9.w, l3." + std::string(1, "xyzw"[Below(4)])
                  : "iadd r24.x, r23.x, l6." + std::string(1, "xyzw"[Below(4)]));
-    switch (Below(bShared ? 4 : 6))
+    switch (Below(bShared ? 4 : 8))
     {
     case 0:
         return Line("lds_store_id(1) r24.x, " + Source());
@@ -325,6 +333,11 @@ void CKernelGenerator::LocalAccess()
         return Line(std::string("lds_store_") + (Chance(50) ? "byte" : "short") + "_id(1) r24.x, " + Source());
     case 3:
         return Line(std::string("lds_") + (Chance(50) ? "add" : "umax") + "_id(1) r24.x, " + Source());
+    case 4:
+        return Line("lds_store_vec_id(1) mem0." + std::string(Chance(50) ? "xy" : "x_z_") + ", r23.x, " +
+                    (Chance(50) ? "l6.x" : "l6.z") + ", " + Variable());
+    case 5:
+        return Line("lds_load_vec_id(1) " + Variable() + ".xz, r23.x, " + (Chance(50) ? "l6.y" : "l6.z"));
     default:
         return UpdateLocal();
     }

@@ -293,6 +293,12 @@ void CKernelGenerator::Call(const SScope& scope)
     SFunction& function =
         m_vPending[bAgain ? Below(static_cast<unsigned int>(m_vPending.size())) : m_vPending.size() - 1];
     function.nDepth = std::max(function.nDepth, scope.nDepth + 1);
+    if (IsMore() && Chance(30))
+    {
+        Condition();
+        return Line(std::string(Chance(50) ? "call_logicalnz" : "call_logicalz") + " r5.x, " +
+                    std::to_string(function.nLabel));
+    }
     Line("call " + std::to_string(function.nLabel));
 }
 
@@ -323,7 +329,7 @@ void CKernelGenerator::Macro(unsigned int nMacro)
     scope.bInFunction = scope.bInMacro = true;
     scope.nDepth = m_nMacroDepth[nMacro];
     Line("mdef(" + std::to_string(3 + nMacro) + ")_outline");
-    Line(";macro_" + std::to_string(nMacro));
+    Line(";generated"); // by which a session knows whose macro it is
     Body(scope, 2 + Below(3));
     Line("mend");
 }

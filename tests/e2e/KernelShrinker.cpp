@@ -72,14 +72,30 @@ bool MayGo(const Lines& vLines, size_t nLine)
     const auto head =
         std::find_if(vLines.begin(), vLines.end(),
                      [](const std::string& strLine) { return strLine.find(" r2.x") != std::string::npos; });
-    return nLine > static_cast<size_t>(head - vLines.begin()) && !Closes(vLines[nLine]) && vLines[nLine][0] != ';';
+    const bool bLast = nLine + 1 < vLines.size() && vLines[nLine + 1] == "endfunc";
+    return nLine > static_cast<size_t>(head - vLines.begin()) && !Closes(vLines[nLine]) && vLines[nLine][0] != ';' &&
+           !bLast;
+}
+
+/// Nothing stands between a switch and its first label.
+bool IsWellFormed(const Lines& vLines)
+{
+    for (size_t n = 0; n + 1 < vLines.size(); ++n)
+    {
+        if (StartsWith(vLines[n], "switch") && !StartsWith(vLines[n + 1], "case") &&
+            !StartsWith(vLines[n + 1], "default"))
+        {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool Replace(KestrelTool::SLaunchFile& file, const Lines& vLines, const StillFails& stillFails)
 {
     KestrelTool::SLaunchFile smaller = file;
     smaller.strSource = Join(vLines);
-    if (!stillFails(smaller))
+    if (!IsWellFormed(vLines) || !stillFails(smaller))
     {
         return false;
     }

@@ -106,6 +106,10 @@ ovkclDebugCommand CReferenceChecker::OnStarted(CSession& session)
             Report("no breakpoint on line " + std::to_string(nLine));
         }
     }
+    if (!m_Plan.vTracked.empty() && Track(session, m_Plan.vTracked) != OVKCLDEBUG_SUCCESS)
+    {
+        Report("registers can't be tracked");
+    }
     // The session opens with the entry of the kernel's function executed.
     SStop entry;
     while (!IsExpected(entry.nMoment))
@@ -246,7 +250,8 @@ void CReferenceChecker::OnFinished(CSession&)
     {
         // The step that reaches the kernel's end is no stop.
         const SMoment& moment = vMoments[n].moment;
-        const bool bEnds = moment.position.vCalls.size() == 1 && moment.strName.compare(0, 3, "ret") == 0;
+        const bool bEnds = moment.position.vCalls.size() == 1 &&
+                           (moment.strName.compare(0, 3, "ret") == 0 || moment.strName == "endfunc");
         if (IsExpected(n) && !moment.IsEmpty() && !bEnds)
         {
             Report("ends, but next comes " + moment.position.ToString() + " (" +
@@ -264,7 +269,11 @@ void CReferenceChecker::OnError(CSession& session)
 void CReferenceChecker::Check(CSession& session)
 {
     const CReferenceRun::SMomentState& expected = m_Run.GetMoments()[m_vStops.back().nMoment];
-    CheckMask(session, expected.moment);
+    // With tracking on the mask belongs to the tracked register that was read last.
+    if (m_Plan.vTracked.empty())
+    {
+        CheckMask(session, expected.moment);
+    }
     CheckRegisters(session, expected.state);
     if (m_Plan.bMemory)
     {
@@ -290,8 +299,13 @@ void CReferenceChecker::CheckMask(const CSession& session, const SMoment& moment
 
 void CReferenceChecker::CheckRegisters(const CSession& session, const SReferenceState& state)
 {
+    const std::vector<std::string>& vTracked = m_Plan.vTracked;
     for (const auto& entry : state.mapRegisters)
     {
+        if (!vTracked.empty() && std::find(vTracked.begin(), vTracked.end(), entry.first) == vTracked.end())
+        {
+            continue;
+        }
         const SRegisterView view = session.GetRegister(entry.first);
         if (view.pWords == nullptr || view.nItems != entry.second.size())
         {

@@ -30,10 +30,11 @@ public:
     {
         bool bStrictSwitches = true; ///< false: no masks in and no places between labels where nobody is
         bool b64Bit = true;
-        unsigned int nBackPercent = 0;   ///< how often some steps are taken back
-        std::vector<SStop> vStops;       ///< of a stepping session; for one with breakpoints
-        std::set<unsigned int> setLines; ///< with a breakpoint; none: single steps
-        bool bMemory = true;             ///< memory is compared, too
+        unsigned int nBackPercent = 0;     ///< how often some steps are taken back
+        std::vector<SStop> vStops;         ///< of a stepping session; for one with breakpoints
+        std::set<unsigned int> setLines;   ///< with a breakpoint; none: single steps
+        std::vector<std::string> vTracked; ///< registers kept up to date, r2 among them; all if empty
+        bool bMemory = true;               ///< memory is compared, too
     };
 
     CReferenceChecker(const CReferenceRun& run, SPlan plan, uint32_t nSeed);

@@ -13,23 +13,40 @@ namespace
 struct SAccess
 {
     bool bStore;
-    bool bNamesMemory;   ///< a store whose first operand is "mem"
-    bool bAllComponents; ///< words by the mask; else one value, component x
-    size_t nBytes;       ///< of a value
-    bool bSigned;        ///< loads extend the sign
+    bool bNamesMemory;      ///< a store whose first operand is "mem"
+    bool bAllComponents;    ///< words by the mask; else one value, component x
+    size_t nBytes;          ///< of a value
+    bool bSigned;           ///< loads extend the sign
+    bool bInPlace = false;  ///< each component has a place of its own, whether the others are named or not
+    bool bTwoParts = false; ///< the address is the sum of two operands
 };
 
 const std::map<std::string, SAccess> s_Accesses = {
-    {"uav_raw_load", {false, false, true, 4, false}},   {"uav_raw_store", {true, true, true, 4, false}},
-    {"uav_arena_load", {false, false, true, 4, false}}, {"uav_arena_store", {true, false, false, 4, false}},
-    {"flat_load", {false, false, true, 4, false}},      {"flat_store", {true, false, false, 4, false}},
-    {"uav_byte_load", {false, false, false, 1, true}},  {"uav_ubyte_load", {false, false, false, 1, false}},
-    {"uav_short_load", {false, false, false, 2, true}}, {"uav_ushort_load", {false, false, false, 2, false}},
-    {"uav_byte_store", {true, true, false, 1, false}},  {"uav_short_store", {true, true, false, 2, false}},
-    {"lds_load", {false, false, true, 4, false}},       {"lds_store", {true, false, false, 4, false}},
-    {"lds_load_byte", {false, false, false, 1, true}},  {"lds_load_ubyte", {false, false, false, 1, false}},
-    {"lds_load_short", {false, false, false, 2, true}}, {"lds_load_ushort", {false, false, false, 2, false}},
-    {"lds_store_byte", {true, false, false, 1, false}}, {"lds_store_short", {true, false, false, 2, false}},
+    {"uav_raw_load", {false, false, true, 4, false}},
+    {"uav_raw_store", {true, true, true, 4, false}},
+    {"uav_arena_load", {false, false, true, 4, false}},
+    {"uav_arena_store", {true, false, false, 4, false}},
+    {"flat_load", {false, false, true, 4, false}},
+    {"flat_store", {true, false, false, 4, false}},
+    {"uav_byte_load", {false, false, false, 1, true}},
+    {"uav_ubyte_load", {false, false, false, 1, false}},
+    {"uav_short_load", {false, false, false, 2, true}},
+    {"uav_ushort_load", {false, false, false, 2, false}},
+    {"uav_byte_store", {true, true, false, 1, false}},
+    {"uav_short_store", {true, true, false, 2, false}},
+    {"lds_load", {false, false, true, 4, false}},
+    {"lds_store", {true, false, false, 4, false}},
+    {"lds_load_byte", {false, false, false, 1, true}},
+    {"lds_load_ubyte", {false, false, false, 1, false}},
+    {"lds_load_short", {false, false, false, 2, true}},
+    {"lds_load_ushort", {false, false, false, 2, false}},
+    {"uav_load", {false, false, true, 4, false, true}},
+    {"uav_store", {true, false, true, 4, false, true}},
+    {"uav_store_mask", {true, true, true, 4, false, true}},
+    {"lds_load_vec", {false, false, true, 4, false, false, true}},
+    {"lds_store_vec", {true, true, true, 4, false, false, true}},
+    {"lds_store_byte", {true, false, false, 1, false}},
+    {"lds_store_short", {true, false, false, 2, false}},
 };
 
 std::string ComponentsOf(const SOperand& operand)
@@ -104,13 +121,17 @@ bool CLanes::AccessMemory(const SInstruction& instruction, size_t nItem)
     }
     const SAccess& access = it->second;
     const bool bHasFirst = access.bNamesMemory || !access.bStore;
-    const Words address = Read(instruction.vOperands[bHasFirst ? 1 : 0], nItem);
-    const Words source = access.bStore ? Read(instruction.vOperands[bHasFirst ? 2 : 1], nItem) : Words{};
-    const std::string strComponents = bHasFirst ? ComponentsOf(instruction.vOperands[0]) : "x";
+    Words address = Read(instruction.vOperands[bHasFirst ? 1 : 0], nItem);
+    address[0] += access.bTwoParts ? Read(instruction.vOperands[bHasFirst ? 2 : 1], nItem)[0] : 0;
+    const Words source = access.bStore ? Read(instruction.vOperands.back(), nItem) : Words{};
+    // A store to a typed buffer without a mask of its own has four components, whatever its operand says.
+    const bool bAll = instruction.strName == "uav_store";
+    const std::string strComponents = bAll ? "xyzw" : bHasFirst ? ComponentsOf(instruction.vOperands[0]) : "x";
     Words loaded = {0, 0, 0, 0};
     Words at = address;
     for (const char c : strComponents)
     {
+        at[0] = access.bInPlace ? address[0] + 4 * static_cast<uint32_t>(NumberOf(c)) : at[0];
         unsigned char* pPlace = Find(instruction, at, nItem, access.nBytes);
         if (pPlace != nullptr && access.bStore)
         {
