@@ -1,5 +1,9 @@
 // Conversions between all types: convert_T, with _sat and with a direction of rounding. Without a
-// direction, integers round toward zero and floating-point numbers to nearest.
+// direction, integers round toward zero and floating-point numbers to nearest. There is a file for each
+// type to convert to, so that a program reads few that it doesn't need.
+
+#ifndef KESTREL_OPENCL_C_CONVERT_H
+#define KESTREL_OPENCL_C_CONVERT_H
 
 #include "Builtins.h"
 
@@ -10,16 +14,29 @@ INSTRUCTION uint __il_dtou(double x);
 INSTRUCTION long __il_dtoi64(double x);
 INSTRUCTION ulong __il_dtou64(double x);
 
-#define EACH_MODE(M, ...) M(, __VA_ARGS__) M(_rte, __VA_ARGS__) M(_rtz, __VA_ARGS__) M(_rtp, __VA_ARGS__) M(_rtn, __VA_ARGS__)
+#define EACH_MODE(M, ...)                                                                                              \
+    M(, __VA_ARGS__) M(_rte, __VA_ARGS__) M(_rtz, __VA_ARGS__) M(_rtp, __VA_ARGS__) M(_rtn, __VA_ARGS__)
 #define EACH_DIRECTION(M, ...) M(_rtz, __VA_ARGS__) M(_rtp, __VA_ARGS__) M(_rtn, __VA_ARGS__)
 
 // Integers to integers: nothing rounds. Saturation goes by the limits that both types have, as the source's type.
 #define INTEGER_MODE(MODE, N, D, S)                                                                                    \
-    FUNCTION D##N convert_##D##N##MODE(S##N x) { return __builtin_convertvector(x, D##N); }                            \
-    FUNCTION D##N convert_##D##N##_sat##MODE(S##N x) { return __builtin_convertvector(Within##D(x), D##N); }
+    FUNCTION D##N convert_##D##N##MODE(S##N x)                                                                         \
+    {                                                                                                                  \
+        return __builtin_convertvector(x, D##N);                                                                       \
+    }                                                                                                                  \
+    FUNCTION D##N convert_##D##N##_sat##MODE(S##N x)                                                                   \
+    {                                                                                                                  \
+        return __builtin_convertvector(Within##D(x), D##N);                                                            \
+    }
 #define SCALAR_MODE(MODE, D, S)                                                                                        \
-    FUNCTION D convert_##D##MODE(S x) { return (D)x; }                                                                 \
-    FUNCTION D convert_##D##_sat##MODE(S x) { return (D)Within##D(x); }
+    FUNCTION D convert_##D##MODE(S x)                                                                                  \
+    {                                                                                                                  \
+        return (D)x;                                                                                                   \
+    }                                                                                                                  \
+    FUNCTION D convert_##D##_sat##MODE(S x)                                                                            \
+    {                                                                                                                  \
+        return (D)Within##D(x);                                                                                        \
+    }
 #define WITHIN(N, D, S)                                                                                                \
     HELPER S##N Within##D(S##N x)                                                                                      \
     {                                                                                                                  \
@@ -50,8 +67,7 @@ INSTRUCTION ulong __il_dtou64(double x);
     EACH_MODE(SCALAR_MODE, D, S)                                                                                       \
     VECTORS(INTEGER_SIZE, D, S)
 #define FROM_INTEGERS(M, D) M(D, char) M(D, uchar) M(D, short) M(D, ushort) M(D, int) M(D, uint) M(D, long) M(D, ulong)
-#define INTEGERS_TO(D, U, S, least, largest) FROM_INTEGERS(INTEGER_TO_INTEGER, D)
-INTEGER_TYPES(INTEGERS_TO)
+#define INTEGERS_TO(D) FROM_INTEGERS(INTEGER_TO_INTEGER, D)
 
 // Floating-point numbers to integers: rounded in the direction first. The instructions saturate, and
 // turn NaN to 0.
@@ -64,36 +80,57 @@ HELPER double Rounded(double x)
     return x;
 }
 #define ROUND(MODE, FUNCTION_NAME)                                                                                     \
-    HELPER float Rounded##MODE(float x) { return __builtin_##FUNCTION_NAME##f(x); }                                    \
-    HELPER double Rounded##MODE(double x) { return __builtin_##FUNCTION_NAME(x); }
+    HELPER float Rounded##MODE(float x)                                                                                \
+    {                                                                                                                  \
+        return __builtin_##FUNCTION_NAME##f(x);                                                                        \
+    }                                                                                                                  \
+    HELPER double Rounded##MODE(double x)                                                                              \
+    {                                                                                                                  \
+        return __builtin_##FUNCTION_NAME(x);                                                                           \
+    }
 ROUND(_rte, rint)
 ROUND(_rtz, trunc)
 ROUND(_rtp, ceil)
 ROUND(_rtn, floor)
 
 #define SATURATED_NARROW(D)                                                                                            \
-    HELPER D Saturated##D(float x) { return (D)Within##D(__il_ftoi(x)); }                                              \
-    HELPER D Saturated##D(double x) { return (D)Within##D(__il_dtoi(x)); }
-SATURATED_NARROW(char)
-SATURATED_NARROW(uchar)
-SATURATED_NARROW(short)
-SATURATED_NARROW(ushort)
+    HELPER D Saturated##D(float x)                                                                                     \
+    {                                                                                                                  \
+        return (D)Within##D(__il_ftoi(x));                                                                             \
+    }                                                                                                                  \
+    HELPER D Saturated##D(double x)                                                                                    \
+    {                                                                                                                  \
+        return (D)Within##D(__il_dtoi(x));                                                                             \
+    }
 #define SATURATED_WIDE(D, FROM_FLOAT, FROM_DOUBLE)                                                                     \
-    HELPER D Saturated##D(float x) { return FROM_FLOAT(x); }                                                           \
-    HELPER D Saturated##D(double x) { return FROM_DOUBLE(x); }
-SATURATED_WIDE(int, __il_ftoi, __il_dtoi)
-SATURATED_WIDE(uint, __il_ftou, __il_dtou)
-SATURATED_WIDE(long, __il_dtoi64, __il_dtoi64)
-SATURATED_WIDE(ulong, __il_dtou64, __il_dtou64)
-
+    HELPER D Saturated##D(float x)                                                                                     \
+    {                                                                                                                  \
+        return FROM_FLOAT(x);                                                                                          \
+    }                                                                                                                  \
+    HELPER D Saturated##D(double x)                                                                                    \
+    {                                                                                                                  \
+        return FROM_DOUBLE(x);                                                                                         \
+    }
 #define TO_INTEGER_MODE(MODE, D, F)                                                                                    \
-    FUNCTION D convert_##D##MODE(F x) { return (D)Rounded##MODE(x); }                                                  \
-    FUNCTION D convert_##D##_sat##MODE(F x) { return Saturated##D(Rounded##MODE(x)); }                                 \
+    FUNCTION D convert_##D##MODE(F x)                                                                                  \
+    {                                                                                                                  \
+        return (D)Rounded##MODE(x);                                                                                    \
+    }                                                                                                                  \
+    FUNCTION D convert_##D##_sat##MODE(F x)                                                                            \
+    {                                                                                                                  \
+        return Saturated##D(Rounded##MODE(x));                                                                         \
+    }                                                                                                                  \
     CONVERT_BY_COMPONENT(D, MODE, F)                                                                                   \
     CONVERT_BY_COMPONENT(D, _sat##MODE, F)
 #define CONVERT_BY_COMPONENT(D, MODE, S)                                                                               \
-    FUNCTION D##2 convert_##D##2##MODE(S##2 x) { return (D##2)(convert_##D##MODE(x.x), convert_##D##MODE(x.y)); }      \
-    FUNCTION D##3 convert_##D##3##MODE(S##3 x) { return (D##3)(convert_##D##2##MODE(x.xy), convert_##D##MODE(x.z)); }  \
+    FUNCTION D##2 convert_##D##2##MODE(S##2 x)                                                                         \
+    {                                                                                                                  \
+        return (D##2)(convert_##D##MODE(x.x), convert_##D##MODE(x.y));                                                 \
+    }                                                                                                                  \
+    FUNCTION D##3 convert_##D##3##MODE(S##3 x)                                                                         \
+    {                                                                                                                  \
+        return (D##3)(convert_##D##2##MODE(x.xy), convert_##D##MODE(x.z));                                             \
+    }                                                                                                                  \
     FUNCTION D##4 convert_##D##4##MODE(S##4 x)                                                                         \
     {                                                                                                                  \
         return (D##4)(convert_##D##2##MODE(x.lo), convert_##D##2##MODE(x.hi));                                         \
@@ -106,33 +143,31 @@ SATURATED_WIDE(ulong, __il_dtou64, __il_dtou64)
     {                                                                                                                  \
         return (D##16)(convert_##D##8##MODE(x.lo), convert_##D##8##MODE(x.hi));                                        \
     }
-#define FLOATS_TO(D, U, S, least, largest)                                                                             \
+#define FLOATS_TO(D)                                                                                                   \
     EACH_MODE(TO_INTEGER_MODE, D, float)                                                                               \
     EACH_MODE(TO_INTEGER_MODE, D, double)
-INTEGER_TYPES(FLOATS_TO)
+
+// All conversions to an integer type. SATURATED: the macro that makes those of floating-point numbers.
+#define CONVERSIONS_TO(D, SATURATED, ...)                                                                              \
+    INTEGERS_TO(D)                                                                                                     \
+    SATURATED(D, ##__VA_ARGS__)                                                                                        \
+    FLOATS_TO(D)
 
 // To floating-point numbers: to nearest as the language's own conversion.
 #define NEAREST(N, MODE, F, S)                                                                                         \
-    FUNCTION F##N convert_##F##N##MODE(S##N x) { return __builtin_convertvector(x, F##N); }
+    FUNCTION F##N convert_##F##N##MODE(S##N x)                                                                         \
+    {                                                                                                                  \
+        return __builtin_convertvector(x, F##N);                                                                       \
+    }
 #define TO_NEAREST(MODE, F, S)                                                                                         \
-    FUNCTION F convert_##F##MODE(S x) { return (F)x; }                                                                 \
+    FUNCTION F convert_##F##MODE(S x)                                                                                  \
+    {                                                                                                                  \
+        return (F)x;                                                                                                   \
+    }                                                                                                                  \
     VECTORS(NEAREST, MODE, F, S)
 
 // What fits in the fraction is the same in every direction.
 #define EXACT(F, S) EACH_MODE(TO_NEAREST, F, S)
-EXACT(float, char)
-EXACT(float, uchar)
-EXACT(float, short)
-EXACT(float, ushort)
-EXACT(float, float)
-EXACT(double, char)
-EXACT(double, uchar)
-EXACT(double, short)
-EXACT(double, ushort)
-EXACT(double, int)
-EXACT(double, uint)
-EXACT(double, float)
-EXACT(double, double)
 
 // In other directions, an integer's leading bits are converted exactly, and a step away from zero is
 // one more in the bits of the result. \param nBits of a fraction
@@ -161,12 +196,6 @@ HELPER ulong Leading(ulong size, int nBits)
     TO_NEAREST(, F, S)                                                                                                 \
     TO_NEAREST(_rte, F, S)                                                                                             \
     EACH_DIRECTION(DIRECTED, F, BITS_TYPE, nBits, S)
-INEXACT(float, uint, 24, int)
-INEXACT(float, uint, 24, uint)
-INEXACT(float, uint, 24, long)
-INEXACT(float, uint, 24, ulong)
-INEXACT(double, ulong, 53, long)
-INEXACT(double, ulong, 53, ulong)
 
 // A double to a float: to nearest, then a step back if that went the wrong way.
 #define WRONG_rtz(nearest, x) (__builtin_fabs((double)nearest) > __builtin_fabs(x))
@@ -181,6 +210,5 @@ INEXACT(double, ulong, 53, ulong)
         return WRONG##MODE(nearest, x) ? BITS(float, nBits + nStep) : nearest;                                         \
     }                                                                                                                  \
     CONVERT_BY_COMPONENT(float, MODE, double)
-TO_NEAREST(, float, double)
-TO_NEAREST(_rte, float, double)
-EACH_DIRECTION(NARROWED, )
+
+#endif

@@ -1,0 +1,5 @@
+// Conversions to short and its vectors.
+
+#include "Convert.h"
+
+CONVERSIONS_TO(short, SATURATED_NARROW)
