@@ -10,7 +10,8 @@ namespace KestrelPlatform
 /// takes them and no others.
 constexpr std::string_view s_LanguageExtensions[] = {
     "cl_khr_byte_addressable_store",   "cl_khr_global_int32_base_atomics",    "cl_khr_global_int32_extended_atomics",
-    "cl_khr_local_int32_base_atomics", "cl_khr_local_int32_extended_atomics", "cl_khr_fp64"};
+    "cl_khr_local_int32_base_atomics", "cl_khr_local_int32_extended_atomics", "cl_khr_fp64",
+    "cl_khr_3d_image_writes"};
 
 } // namespace KestrelPlatform
 
