@@ -1,0 +1,170 @@
+#ifndef KESTREL_TESTS_PLATFORM_OPENCL_C_LIBRARY_ELEMENTWISE_H
+#define KESTREL_TESTS_PLATFORM_OPENCL_C_LIBRARY_ELEMENTWISE_H
+
+#include "tests/support/OpenCLProgram.h"
+
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace KestrelTest
+{
+
+/// How OpenCL C calls a type.
+template <class T>
+const char* TypeName()
+{
+    if constexpr (std::is_same_v<T, float>)
+    {
+        return "float";
+    }
+    else if constexpr (std::is_same_v<T, double>)
+    {
+        return "double";
+    }
+    else
+    {
+        constexpr const char* s_Names[2][4] = {{"uchar", "ushort", "uint", "ulong"}, {"char", "short", "int", "long"}};
+        return s_Names[std::is_signed_v<T>][sizeof(T) == 8 ? 3 : sizeof(T) / 2];
+    }
+}
+
+/// A device that the built-in functions are tried on, how their kernels are built there, and as vectors of which sizes.
+struct STestDevice
+{
+    const char* pszName;
+    const char* pszOptions;
+    std::vector<unsigned> vSizes;
+};
+
+/// Between them they have both widths of addresses, and kernels with and without debug data.
+inline const STestDevice g_TestDevices[] = {{"Quench", "", {1, 2, 3, 4, 8, 16}}, {"Kiln", "-g", {1, 3, 16}}};
+
+/// An array as kernels have it.
+struct SArray
+{
+    const char* pszType;
+    size_t nElementSize;
+    std::vector<char> vBytes;
+
+    size_t Elements() const { return vBytes.size() / nElementSize; }
+};
+
+template <class T>
+SArray ArrayOf(const std::vector<T>& v)
+{
+    const char* const pBytes = reinterpret_cast<const char*>(v.data());
+    return {TypeName<T>(), sizeof(T), std::vector<char>(pBytes, pBytes + v.size() * sizeof(T))};
+}
+
+/// Expressions that are computed for each element of arrays on a device, as scalars and as vectors of
+/// its sizes, and must give what is expected: the same bits, or any NaN for NaN. All of them become
+/// one program.
+class CElementwise
+{
+public:
+    explicit CElementwise(const STestDevice& device) : m_TestDevice(device), m_Device(device.pszName) {}
+
+    /// \param strExpression of a, b and c, where $ stands for the size in names of types and functions
+    /// \param strOfScalars what is written for scalars instead; empty for the same
+    template <class R, class... A>
+    void Expect(const std::string& strExpression, const std::string& strOfScalars, const std::vector<R>& vExpected,
+                const std::vector<A>&... arguments)
+    {
+        Add(strExpression, strOfScalars, ArrayOf(vExpected), {ArrayOf(arguments)...});
+    }
+
+    /// Builds the program and runs all of it. \param strBefore what stands before the kernels
+    void Run(const std::string& strBefore = "");
+
+private:
+    struct SCase
+    {
+        std::string strExpression;
+        SArray expected;
+        std::vector<SArray> vArguments;
+    };
+
+    void Add(const std::string& strExpression, const std::string& strOfScalars, SArray expected,
+             std::vector<SArray> vArguments);
+    void RunOne(COpenCLProgram& program, size_t nCase);
+
+    const STestDevice& m_TestDevice;
+    COpenCLDevice m_Device;
+    std::string m_strSource;
+    std::vector<SCase> m_vCases;
+};
+
+/// A function of elements of arrays, for each place.
+template <class R, class F, class... A>
+std::vector<R> Mapped(F function, const std::vector<A>&... arguments)
+{
+    std::vector<R> v;
+    const size_t nCount = std::get<0>(std::tie(arguments...)).size();
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        v.push_back(static_cast<R>(function(arguments[i]...)));
+    }
+    return v;
+}
+
+/// Integers at which something changes: the ends of the ranges, powers of two and their neighbours.
+template <class T>
+std::vector<T> SpecialIntegers()
+{
+    std::vector<T> v = {
+        0, 1, 2, 3, 5, 7, 10, 100, static_cast<T>(0x5555555555555555), static_cast<T>(0x123456789ABCDEF0)};
+    for (unsigned n = 3; n < sizeof(T) * 8; n += sizeof(T) == 1 ? 1 : 4)
+    {
+        v.push_back(static_cast<T>(uint64_t(1) << n));
+        v.push_back(static_cast<T>((uint64_t(1) << n) - 1));
+    }
+    const size_t nCount = v.size();
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        v.push_back(static_cast<T>(~v[i]));
+    }
+    return v;
+}
+
+template <class T>
+std::vector<T> EveryInteger()
+{
+    std::vector<T> v;
+    for (int n = 0; n < 256; ++n)
+    {
+        v.push_back(static_cast<T>(n));
+    }
+    return v;
+}
+
+/// Every value for 8 bits, special ones for the rest.
+template <class T>
+std::vector<T> TellingIntegers()
+{
+    return sizeof(T) == 1 ? EveryInteger<T>() : SpecialIntegers<T>();
+}
+
+/// All pairs of the elements of two arrays.
+template <class A, class B>
+std::pair<std::vector<A>, std::vector<B>> Pairs(const std::vector<A>& vA, const std::vector<B>& vB)
+{
+    std::pair<std::vector<A>, std::vector<B>> pairs;
+    for (const A a : vA)
+    {
+        for (const B b : vB)
+        {
+            pairs.first.push_back(a);
+            pairs.second.push_back(b);
+        }
+    }
+    return pairs;
+}
+
+} // namespace KestrelTest
+
+#endif
