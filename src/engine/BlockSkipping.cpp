@@ -123,14 +123,10 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::SkipBlock(RegPCMap& regP
     skip.nLast = skip.nBlockEnd;
     const std::set<InstructionNumber> called = FindCalled(skip.nFirst, skip.nLast + 1);
     AddWrittenBy(called, skip.vRegisters);
-    const std::optional<uint64_t> nActive = FindCount(m_nCurrentInstruction);
     m_nNextInstruction.m_nPos = skip.nBlockEnd;
+    PassOver(skip);
+    m_Pending.bGap = true;
     MoveToNext();
-    const bool bEscapes = NoteEscapes(skip, regPCMap);
-    if (skip.bWhole && !bEscapes && nActive.has_value())
-    {
-        m_ExecMaskHistory[m_CurrentCallStack][m_nCurrentInstruction] = *nActive;
-    }
     const bool bMoved = UpdateNextInst();
     for (const Register& reg : skip.vRegisters)
     {
@@ -177,29 +173,23 @@ bool CShaderDebuggerShaderIL::DescribeSkip(const CIL_FCConstruct* pFlowControl, 
 bool CShaderDebuggerShaderIL::DescribeSkip(const CIL_Loop& loop, InstructionNumber inst, SSkip& skip)
 {
     skip.nBlockEnd = loop.GetEnd();
-    const std::set<Register> rejoining = TakeRejoining(loop.GetEnd());
     if (inst == loop.GetEnd())
     {
         // The way here was a break, which took the loop's entry.
-        skip.vRegisters.assign(rejoining.begin(), rejoining.end());
         return true;
     }
-    TakeRejoining(loop.GetStart());
     skip.vRegisters = loop.GetRegisters();
     if (IsInnermostLoop(loop))
     {
-        skip.bWhole = m_nNextInstruction.m_LoopStack.back().nLoopIteration == 0;
         m_nNextInstruction.m_LoopStack.pop_back();
     }
     return true;
 }
 
-bool CShaderDebuggerShaderIL::DescribeSkip(const CIL_Switch& block, InstructionNumber inst, SSkip& skip)
+bool CShaderDebuggerShaderIL::DescribeSkip(const CIL_Switch& block, InstructionNumber, SSkip& skip)
 {
     skip.nBlockEnd = block.GetEnd();
     skip.vRegisters = block.GetRegisters();
-    skip.bWhole = inst == block.GetStart();
-    TakeRejoining(block.GetEnd());
     return true;
 }
 
@@ -227,86 +217,51 @@ bool CShaderDebuggerShaderIL::DescribeSkip(const CIL_IfElseEndif& block, Instruc
     }
     skip.vRegisters.insert(skip.vRegisters.end(), vInElse.begin(), vInElse.end());
     skip.nBlockEnd = block.GetEndIf();
-    skip.bWhole = true;
     return true;
 }
 
-/// A break, continue or return that leads out of a skipped block takes work-items along that aren't active where the
-/// skipped registers are read next. They are where it leads to, and there those registers have to be read again.
-/// \return whether there is such a jump
-bool CShaderDebuggerShaderIL::NoteEscapes(const SSkip& skip, const RegPCMap& regPCMap)
+/// Keeps the ledger's books of a block that is passed over, or of one part of an if, and notes the jumps out of it.
+void CShaderDebuggerShaderIL::PassOver(const SSkip& skip)
 {
-    std::set<Register> unread(skip.vRegisters.begin(), skip.vRegisters.end());
-    for (const auto& entry : regPCMap)
+    const CIL_FCConstruct* pConstruct = ConstructOf(skip.nFirst);
+    const CIL_IfElseEndif* pIf = CIL_FCConstruct::AsIfElseEndif(pConstruct);
+    const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(pConstruct);
+    const CIL_Switch* pSwitch = CIL_FCConstruct::AsSwitch(pConstruct);
+    const InstructionNumber nStart = pIf != nullptr     ? pIf->GetIf()
+                                     : pLoop != nullptr ? pLoop->GetStart()
+                                                        : pSwitch->GetStart();
+    if (pIf != nullptr && skip.nFirst == pIf->GetIf() && skip.nLast != pIf->GetEndIf())
     {
-        unread.insert(entry.first);
+        // How many take which part is told at the else.
+        m_Ledger.Open(nStart, false);
+        m_Ledger.Wait(nStart, pIf->GetElse(), {0, true});
+        m_Ledger.Replace({0, true});
     }
-    bool bEscapes = false;
+    else if (pIf != nullptr && skip.nLast != pIf->GetEndIf())
+    {
+        const SLaneCount inElse = m_Ledger.Take(nStart, skip.nFirst);
+        m_Ledger.Wait(nStart, pIf->GetEndIf(), m_Ledger.GetActive());
+        m_Ledger.Replace(inElse);
+    }
+    else
+    {
+        m_Ledger.Gather(nStart);
+    }
+    std::vector<CLaneLedger::SPlace> vPlaces;
     for (InstructionNumber n = skip.nFirst; n <= skip.nLast; ++n)
     {
-        const ILOpCode op = OpCodeAt(n);
-        if (IsReturn(op) || IsConditionalReturn(op))
-        {
-            bEscapes = true;
-            if (!m_CurrentCallStack.empty())
-            {
-                CallPath caller = m_CurrentCallStack;
-                caller.pop_front();
-                NoteRejoin(caller, m_CurrentCallStack.front().m_nPos, unread);
-            }
-            continue;
-        }
-        if (!IsBreak(op) && !IsContinue(op))
+        if (!IsJump(OpCodeAt(n)))
         {
             continue;
         }
-        const CIL_FCConstruct* pTarget = ConstructOf(n);
-        while (pTarget != nullptr && pTarget->AsLoop() == nullptr && (IsContinue(op) || pTarget->AsSwitch() == nullptr))
+        const CLaneLedger::SPlace place = FindTarget(n).value_or(CLaneLedger::SPlace());
+        if (place.nInst < skip.nFirst || place.nInst > skip.nLast)
         {
-            pTarget = pTarget->GetParent();
-        }
-        const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(pTarget);
-        const CIL_Switch* pSwitch = CIL_FCConstruct::AsSwitch(pTarget);
-        const InstructionNumber nStart = pLoop != nullptr     ? pLoop->GetStart()
-                                         : pSwitch != nullptr ? pSwitch->GetStart()
-                                                              : n;
-        if (nStart < skip.nFirst)
-        {
-            bEscapes = true;
-            const InstructionNumber nEnd = pLoop != nullptr ? pLoop->GetEnd() : pSwitch->GetEnd();
-            NoteRejoin(m_CurrentCallStack, IsContinue(op) ? nStart : nEnd, unread);
+            m_Skipped.insert(n);
+            vPlaces.push_back(place);
         }
     }
-    return bEscapes;
-}
-
-void CShaderDebuggerShaderIL::NoteRejoin(const CallPath& path, InstructionNumber nInst,
-                                         const std::set<Register>& registers)
-{
-    m_Rejoin[{path, nInst}].insert(registers.begin(), registers.end());
-}
-
-/// The registers to be read at an instruction of the present call, or that a call which ended has left behind.
-std::set<Register> CShaderDebuggerShaderIL::TakeRejoining(InstructionNumber nInst)
-{
-    std::set<Register> registers;
-    for (auto it = m_Rejoin.begin(); it != m_Rejoin.end();)
-    {
-        const bool bHere = it->first.first == m_CallStack && it->first.second == nInst;
-        const bool bEndedCall = it->first.first.size() > m_CallStack.size();
-        if (!bHere && !bEndedCall)
-        {
-            ++it;
-            continue;
-        }
-        registers.insert(it->second.begin(), it->second.end());
-        it = m_Rejoin.erase(it);
-    }
-    for (auto it = registers.begin(); it != registers.end();)
-    {
-        it = GetDebuggerIL()->IsTracked(*it) ? std::next(it) : registers.erase(it);
-    }
-    return registers;
+    m_Ledger.MayLeave(vPlaces);
 }
 
 } // namespace OVK_ShaderDebugger

@@ -6,22 +6,30 @@
 namespace OVK_ShaderDebugger
 {
 
-/// Makes a call path the call stack of the kernel for the length of a run. Internal to this folder.
+/// Makes a call path the call stack of the kernel for the length of a run, and jumps those at which is read as well.
+/// Internal to this folder.
 class CShaderDebuggerShaderIL::CCallStackScope
 {
 public:
-    CCallStackScope(CShaderDebuggerShaderIL& shader, const CallPath& path)
-        : m_CallStack(shader.m_CallStack), m_Saved(path)
+    CCallStackScope(CShaderDebuggerShaderIL& shader, const CallPath& path, const std::set<InstructionNumber>& leaving)
+        : m_Shader(shader), m_Path(path), m_Leaving(leaving)
     {
-        m_CallStack.swap(m_Saved);
+        Swap();
     }
-    ~CCallStackScope() { m_CallStack.swap(m_Saved); }
+    ~CCallStackScope() { Swap(); }
     CCallStackScope(const CCallStackScope&) = delete;
     CCallStackScope& operator=(const CCallStackScope&) = delete;
 
 private:
-    CallPath& m_CallStack;
-    CallPath m_Saved;
+    void Swap()
+    {
+        m_Shader.m_CallStack.swap(m_Path);
+        m_Shader.m_Leaving.swap(m_Leaving);
+    }
+
+    CShaderDebuggerShaderIL& m_Shader;
+    CallPath m_Path;
+    std::set<InstructionNumber> m_Leaving;
 };
 
 } // namespace OVK_ShaderDebugger

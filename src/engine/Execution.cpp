@@ -14,7 +14,7 @@ namespace OVK_ShaderDebugger
 
 bool CShaderDebuggerShaderIL::Execute(bool bUpdateHistory)
 {
-    const CCallStackScope scope(*this, m_CurrentCallStack);
+    const CCallStackScope scope(*this, m_CurrentCallStack, m_Leaving);
     bool bSuccess = ReadInputRegisters();
     for (const PatchPoint& pp : m_ExecuteList)
     {
@@ -96,6 +96,10 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
         m_bLastRunAtCurrent = true;
         GetDebuggerIL()->UpdateResults(pp.m_pc, vRegisters[i]);
         NoteFiled(pp.m_pc, vRegisters[i]);
+        if (OpCodeAt(pp.m_pc.m_nPos) == IL_OP_SWITCH && vRegisters[i] == g_Reg_NULL)
+        {
+            NoteSwitchEntries(pp.m_pc);
+        }
         if (m_lastGlobalStore > GetDebuggerIL()->GetLastUpdatedGlobalResultPC() || WritesGlobalMemory(pp.m_pc.m_nPos))
         {
             GetDebuggerIL()->SetGlobalResultDirtyFlag(m_lastGlobalStore);
@@ -135,17 +139,16 @@ bool CShaderDebuggerShaderIL::RunKernel(unsigned int nSelector)
 }
 
 /// Reads a register and the mask at a position that isn't the present stop, and files nothing.
-bool CShaderDebuggerShaderIL::Capture(const ProgramCounter& pc, const CallPath& path, const Register& reg,
-                                      std::unique_ptr<CShaderDebuggerBuffer>& pResult,
+bool CShaderDebuggerShaderIL::Capture(const SFiling& what, std::unique_ptr<CShaderDebuggerBuffer>& pResult,
                                       std::unique_ptr<CShaderDebuggerBuffer>& pExecMask)
 {
-    const CCallStackScope scope(*this, path);
+    const CCallStackScope scope(*this, what.callStack, what.leaving);
     m_bLastRunAtCurrent = false;
-    if (!SwitchShader(pc, {reg}) || !RunKernel(0))
+    if (!SwitchShader(what.pc, {what.reg}) || !RunKernel(0))
     {
         return false;
     }
-    m_nLastRun = pc.m_nPos;
+    m_nLastRun = what.pc.m_nPos;
     CShaderDebuggerBuffer* pResultBuffer = nullptr;
     CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
     const bool bRead = GetDebuggerIL()->RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
@@ -165,7 +168,7 @@ bool CShaderDebuggerShaderIL::CompleteKernel()
     {
         return true;
     }
-    const CCallStackScope scope(*this, CallPath());
+    const CCallStackScope scope(*this, CallPath(), {});
     if (!SwitchShader(ProgramCounter(nEnd - 1), {g_Reg_NULL}) || !RunKernel(0))
     {
         return false;
@@ -175,7 +178,8 @@ bool CShaderDebuggerShaderIL::CompleteKernel()
 }
 
 /// Reads the registers of a skipped stretch at the current instruction: whatever position the map holds, their last
-/// write lies behind it.
+/// write lies behind it. Where the position goes on is worked out again from the mask.
+/// \return false if they couldn't be read
 bool CShaderDebuggerShaderIL::RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask)
 {
     m_ExecuteList.clear();
@@ -191,13 +195,34 @@ bool CShaderDebuggerShaderIL::RetrieveRegisters(const RegPCMap& regPCMap, bool b
     {
         pp.m_registers.push_back(g_Reg_NULL);
     }
-    bool bSuccess = true;
+    bool bRead = true;
     if (!pp.m_registers.empty())
     {
         m_ExecuteList.push_back(pp);
-        bSuccess = GetDebuggerIL()->DoExecute(false) && PostStepAsm();
+        bRead = GetDebuggerIL()->DoExecute(false);
+        if (bRead)
+        {
+            PostStepAsm();
+        }
     }
-    return UpdateTargetInstruction(true) && bSuccess;
+    UpdateTargetInstruction(true);
+    return bRead;
+}
+
+/// Deletes the results of registers that couldn't be read: no value is better than an old one. The way back may read
+/// them here.
+void CShaderDebuggerShaderIL::DropResults(const RegPCMap& regPCMap)
+{
+    std::deque<Register> registers;
+    for (const auto& entry : regPCMap)
+    {
+        ExpandIndexedRegisters(m_nCurrentInstruction, {entry.first}, &registers);
+    }
+    for (const Register& reg : registers)
+    {
+        GetDebuggerIL()->DeleteResult(reg);
+        KeepFiling(m_nCurrentInstruction, reg);
+    }
 }
 
 bool CShaderDebuggerShaderIL::ExpandIndexedRegisters(const ProgramCounter& pc, const std::deque<Register>& registers,
@@ -287,13 +312,15 @@ const unsigned int* CShaderDebuggerShaderIL::FindDeclaredSize(InstructionNumber 
 IL* CShaderDebuggerShaderIL::GetPatchedShader(ProgramCounter nTargetInstruction,
                                               const std::vector<Register>& vTargetRegs)
 {
-    if (nTargetInstruction == m_PatchedPC && vTargetRegs == m_PatchedRegs && m_CallStack == m_PatchedCallStack)
+    if (nTargetInstruction == m_PatchedPC && vTargetRegs == m_PatchedRegs && m_CallStack == m_PatchedCallStack &&
+        m_Leaving == m_PatchedLeaving)
     {
         return m_pPatchedShader;
     }
     m_PatchedPC = nTargetInstruction;
     m_PatchedRegs = vTargetRegs;
     m_PatchedCallStack = m_CallStack;
+    m_PatchedLeaving = m_Leaving;
     return CreatePatchedShader(nTargetInstruction, vTargetRegs);
 }
 

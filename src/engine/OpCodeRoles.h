@@ -43,18 +43,10 @@ inline bool IsCase(ILOpCode op)
     return op == IL_OP_CASE || op == IL_OP_DEFAULT;
 }
 
-/// Whether a count of 0 behind the instruction sends the position elsewhere than to the next instruction.
-inline bool DecidesFlow(ILOpCode op)
+/// Whether an instruction takes work-items elsewhere than to the next one or into a block of its own.
+inline bool IsJump(ILOpCode op)
 {
-    return IsIf(op) || IsCase(op) || IsBreak(op) || IsContinue(op) || IsReturn(op) || op == IL_OP_ELSE ||
-           op == IL_OP_WHILE || op == IL_OP_ENDLOOP;
-}
-
-/// Whether work-items may be active behind the instruction that weren't in front of it.
-inline bool BringsTogether(ILOpCode op)
-{
-    return IsCase(op) || op == IL_OP_ELSE || op == IL_OP_ENDIF || op == IL_OP_ENDSWITCH || op == IL_OP_ENDLOOP ||
-           op == IL_OP_WHILE;
+    return IsBreak(op) || IsContinue(op) || IsReturn(op) || IsConditionalReturn(op);
 }
 
 /// The label of a call or of a macro call, from its opcode token or the word behind.

@@ -1,10 +1,9 @@
 #include "engine/ResultRestorer.h"
 
-#include "core/ShaderDebuggerBuffer.h"
+#include "engine/BufferWords.h"
 #include "engine/PrivateAccess.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 
 namespace OVK_ShaderDebugger
@@ -14,13 +13,6 @@ namespace
 {
 
 const unsigned int s_nComponents = 4;
-
-uint32_t WordAt(const CShaderDebuggerBuffer& buffer, size_t nWord)
-{
-    uint32_t nValue = 0;
-    std::memcpy(&nValue, buffer.GetData() + nWord * sizeof(nValue), sizeof(nValue));
-    return nValue;
-}
 
 } // namespace
 

@@ -56,18 +56,33 @@ void CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg)
     {
         return;
     }
-    const size_t nActive = pExecMask->GetActiveItemCount(0);
-    const bool bAllActive = nActive == pExecMask->GetItemCount();
+    size_t nActive = pExecMask->GetActiveItemCount(0);
+    const bool bAllRead = nActive == pExecMask->GetItemCount();
     const EFiling eFiling = GetFiling(reg, nActive != 0);
+    std::unique_ptr<CShaderDebuggerBuffer> pRead;
+    if (pShader->ReadsLeavers())
+    {
+        pRead.reset(new (std::nothrow) CShaderDebuggerBuffer(*pExecMask));
+        if (!SD_Assert(GetHost(), pRead != nullptr))
+        {
+            return;
+        }
+        CShaderDebuggerShaderIL::HideLeavers(*pExecMask);
+        nActive = pExecMask->GetActiveItemCount(0);
+    }
+    const bool bAllActive = nActive == pExecMask->GetItemCount();
     std::unique_ptr<CShaderDebuggerBuffer> pValues;
-    if (eFiling == FILE_Values && !ReadValues(reg, bAllActive, pValues))
+    if (eFiling == FILE_Values && !ReadValues(reg, bAllRead, pValues))
     {
         return;
     }
     pShader->NoteActiveCount(pc, nActive);
     if (eFiling == FILE_Values)
     {
-        FileValues(pc, reg, std::move(pValues), std::move(pExecMask), bAllActive);
+        if (FileValues(pc, reg, std::move(pValues), pRead != nullptr ? pRead.get() : pExecMask.get()))
+        {
+            FileExecMask(*m_pLastTouchedResult, std::move(pExecMask), bAllActive);
+        }
     }
     else if (eFiling == FILE_Mask)
     {
@@ -165,14 +180,15 @@ void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebug
 }
 
 /// \param pValues  null if the register's own buffer has them
-void CShaderDebuggerIL::FileValues(ProgramCounter pc, const Register& reg,
-                                   std::unique_ptr<CShaderDebuggerBuffer> pValues,
-                                   std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive)
+/// \param pRead  the mask of those whose values were read
+/// \return whether there is a result, which is then the last touched one
+bool CShaderDebuggerIL::FileValues(ProgramCounter pc, const Register& reg,
+                                   std::unique_ptr<CShaderDebuggerBuffer> pValues, CShaderDebuggerBuffer* pRead)
 {
     CShaderDebuggerResult* pResult = GetResult(GetResultRegister(reg));
     if (pResult == nullptr)
     {
-        return;
+        return false;
     }
     m_pLastTouchedResult = pResult;
     pResult->SetProgramCounter(pc, reg.mask);
@@ -181,10 +197,9 @@ void CShaderDebuggerIL::FileValues(ProgramCounter pc, const Register& reg,
     {
         const SPrivateAccess access = GetAccess(reg);
         const bool bPart = reg.reg.type == RT_PrivateUAVAccess;
-        pResult->UpdateResult(pValues.release(), pExecMaskBuffer.get(), access.nFirstComponent, 0,
-                              bPart ? access.nComponents : 0);
+        pResult->UpdateResult(pValues.release(), pRead, access.nFirstComponent, 0, bPart ? access.nComponents : 0);
     }
-    FileExecMask(*pResult, std::move(pExecMaskBuffer), bAllActive);
+    return true;
 }
 
 void CShaderDebuggerIL::UpdateResultDataType(CShaderDebuggerResult& result)

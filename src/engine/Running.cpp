@@ -3,6 +3,8 @@
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 
+#include <utility>
+
 namespace OVK_ShaderDebugger
 {
 
@@ -17,6 +19,7 @@ bool CShaderDebuggerShaderIL::RunAsm()
         return false;
     }
     RegPCMap regPCMap;
+    m_Skipped.clear();
     EWalk walk = EWalk::Moved;
     bool bArrived = false;
     while (walk == EWalk::Moved && !bArrived)
@@ -31,6 +34,7 @@ bool CShaderDebuggerShaderIL::RunAsm()
             walk = EWalk::End;
         }
     }
+    DropResults(regPCMap);
     // The last instruction of the kernel runs as a stop does; its last phase reports the end.
     return walk != EWalk::Failed && UpdateTargetInstruction(true);
 }
@@ -39,28 +43,29 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne(RegPCMap& regPCM
 {
     const InstructionNumber nPos = m_nNextInstruction.m_nPos;
     const ILOpCode op = OpCodeAt(nPos);
+    const CIL_FCConstruct* pBlock = ConstructOf(nPos);
+    const bool bSkips = ILShaderUtils::IsFlowControlBlockOp(op) && !HasBreakpointInFlowControlBlock(pBlock, nPos);
+    if (m_Ledger.GetActive().IsOpen() && !bSkips && op != IL_OP_ELSE)
+    {
+        const ProgramCounter next = m_nNextInstruction;
+        ReadSkipped(regPCMap, true);
+        // Reading may have told that nobody comes here.
+        if (m_nNextInstruction != next)
+        {
+            return m_nNextInstruction.m_nPos < m_nEndOfShader ? EWalk::Moved : EWalk::End;
+        }
+    }
     if (!ILShaderUtils::IsFlowControlOp(op))
     {
         return WalkInstruction(regPCMap);
     }
-    const CIL_FCConstruct* pFlowControl = ConstructOf(nPos);
-    if (!ILShaderUtils::IsFlowControlBlockOp(op) || HasBreakpointInFlowControlBlock(pFlowControl, nPos))
-    {
-        return WalkFlowControl(regPCMap);
-    }
-    return SkipBlock(regPCMap, pFlowControl);
+    return bSkips ? SkipBlock(regPCMap, pBlock) : WalkFlowControl(regPCMap);
 }
 
 /// An instruction that leaves the mask alone: nothing runs, and as many are active behind it as in front of it.
 CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkInstruction(RegPCMap& regPCMap)
 {
-    const bool bSameMask = !IsReturn(OpCodeAt(m_nCurrentInstruction.m_nPos));
-    const std::optional<uint64_t> nActive = bSameMask ? FindCount(m_nCurrentInstruction) : std::nullopt;
     MoveToNext();
-    if (nActive.has_value())
-    {
-        m_ExecMaskHistory[m_CurrentCallStack][m_nCurrentInstruction] = *nActive;
-    }
     if (WritesGlobalMemory(m_nCurrentInstruction.m_nPos))
     {
         m_lastGlobalStore = m_nCurrentInstruction;
@@ -86,12 +91,19 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkFlowControl(RegPCMap
     return Step() && GetDebugger()->Execute() && PostStepAsm() ? EWalk::Moved : EWalk::Failed;
 }
 
-/// Reads what has been skipped at the current instruction. Where nobody is, nothing is left to read: whoever went
-/// through the skipped stretch left it by a jump, and what it wrote is noted for the place where that leads to.
+/// Reads what has been skipped at the current instruction, and at the jumps that have led some out of it: they wait
+/// elsewhere with what they have written.
 void CShaderDebuggerShaderIL::ReadSkipped(RegPCMap& regPCMap, bool bGetExecMask)
 {
-    RetrieveRegisters(regPCMap, bGetExecMask);
-    regPCMap.clear();
+    m_Leaving = m_Skipped;
+    const bool bRead = RetrieveRegisters(regPCMap, bGetExecMask);
+    m_Leaving.clear();
+    // What can't be read is tried again further on.
+    if (bRead)
+    {
+        m_Skipped.clear();
+        regPCMap.clear();
+    }
 }
 
 bool CShaderDebuggerShaderIL::IsAtBreakpoint() const
@@ -100,49 +112,18 @@ bool CShaderDebuggerShaderIL::IsAtBreakpoint() const
 }
 
 /// Whether a breakpoint in front of the position is a stop: not if nobody comes there, which only the run in front of
-/// it tells. If it isn't, the position has moved on to where somebody may be.
+/// it tells. If it isn't, that run has moved the position on to where somebody is.
 bool CShaderDebuggerShaderIL::Arrive(RegPCMap& regPCMap)
 {
     ReadSkipped(regPCMap, true);
-    if (!IsAtBreakpoint())
+    if (!IsAtBreakpoint() || m_Stops.empty() || m_Stops.back().pc == m_nCurrentInstruction ||
+        m_ExecMaskHistory[m_CurrentCallStack][m_nCurrentInstruction] != 0)
     {
-        return false;
+        return IsAtBreakpoint();
     }
-    if (IsSomebodyAtNext())
-    {
-        return true;
-    }
-    if (!BringsTogether(OpCodeAt(m_nNextInstruction.m_nPos)))
-    {
-        const CIL_FCConstruct* pFlowControl = ConstructOf(m_nCurrentInstruction.m_nPos);
-        const ILOpCode op = OpCodeAt(m_nCurrentInstruction.m_nPos);
-        if (pFlowControl != nullptr && (op == IL_OP_ENDIF || op == IL_OP_ENDSWITCH))
-        {
-            pFlowControl = pFlowControl->GetParent();
-        }
-        m_nNextInstruction = m_nCurrentInstruction;
-        m_CallStack = m_CurrentCallStack;
-        if (!Resume(pFlowControl, true) && !ReturnToCaller())
-        {
-            m_nNextInstruction.m_nPos = m_nEndOfShader;
-        }
-        // The way back doesn't stop either where nobody was.
-        NoteNext();
-    }
-    return false;
-}
-
-bool CShaderDebuggerShaderIL::IsSomebodyAtNext()
-{
-    if (DecidesFlow(OpCodeAt(m_nCurrentInstruction.m_nPos)) || FindCount(m_nCurrentInstruction).value_or(1) != 0)
-    {
-        return true;
-    }
-    if (!BringsTogether(OpCodeAt(m_nNextInstruction.m_nPos)))
-    {
-        return false;
-    }
-    return GetCount(m_nNextInstruction, m_CallStack).value_or(1) != 0;
+    // Nobody has executed what was passed over last. Who comes to the breakpoint has been somewhere in front of it.
+    const SPosition here = {m_nNextInstruction, m_CallStack};
+    return GoBackTo(m_Stops.size() - 1) && StepTo(here) && IsAtBreakpoint();
 }
 
 } // namespace OVK_ShaderDebugger

@@ -158,8 +158,8 @@ private:
     EFiling GetFiling(const Register& reg, bool bAnyActive);
     bool ReadValues(const Register& reg, bool bAllActive, std::unique_ptr<CShaderDebuggerBuffer>& pValues);
     void FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive);
-    void FileValues(ProgramCounter pc, const Register& reg, std::unique_ptr<CShaderDebuggerBuffer> pValues,
-                    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive);
+    bool FileValues(ProgramCounter pc, const Register& reg, std::unique_ptr<CShaderDebuggerBuffer> pValues,
+                    CShaderDebuggerBuffer* pRead);
     void UpdateResultDataType(CShaderDebuggerResult& result);
     bool IsWriteAcrossSlots(const Register& reg) const;
     bool LoadGlobalResult(size_t i, CShaderDebuggerResult& result);

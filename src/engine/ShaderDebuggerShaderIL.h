@@ -1,6 +1,7 @@
 #ifndef KESTREL_ENGINE_SHADERDEBUGGERSHADERIL_H
 #define KESTREL_ENGINE_SHADERDEBUGGERSHADERIL_H
 
+#include "engine/LaneLedger.h"
 #include "instrument/InstrumentedShaderIL.h"
 
 #include <cstdint>
@@ -71,6 +72,10 @@ public:
 
     /// The calls that the current instruction is in: their instructions' positions, the innermost first.
     const std::deque<ProgramCounter>& GetCallPath() const { return m_CurrentCallStack; }
+    /// Whether the last run has also read where work-items leave a skipped stretch, and marked those in the mask.
+    bool ReadsLeavers() const { return !m_Leaving.empty(); }
+    /// Takes those out of a mask.
+    static void HideLeavers(CShaderDebuggerBuffer& execMask);
     /// The opcode of an instruction; IL_OP_UNKNOWN behind the end.
     ILOpCode OpCodeOf(InstructionNumber nInst) const { return OpCodeAt(nInst); }
     /// Makes sure that the last run was one of the whole kernel, so that the working copies hold its outputs.
@@ -86,16 +91,20 @@ protected:
 private:
     /// Return positions, innermost first: which of its calls a function is in.
     typedef std::deque<ProgramCounter> CallPath;
-    /// Registers to be read when the position comes to an instruction of a call, because work-items that left a
-    /// skipped block by a break, continue or return take part again there.
-    typedef std::map<std::pair<CallPath, InstructionNumber>, std::set<Register>> RejoinMap;
-
     /// A register that a run has updated, and where.
     struct SFiling
     {
         ProgramCounter pc;
         CallPath callStack;
         Register reg;
+        std::set<InstructionNumber> leaving; ///< the jumps at which it was read, too
+    };
+
+    /// An instruction in a certain pass and call.
+    struct SPosition
+    {
+        ProgramCounter pc;
+        CallPath callStack;
     };
 
     /// What has to be remembered of a stop to come back to it.
@@ -105,11 +114,21 @@ private:
         CallPath callStack;
         ProgramCounter next; ///< where the position was to go on, with the call path there
         CallPath nextCallStack;
+        CLaneLedger ledger; ///< where the work-items were in front of the stop, and behind it
+        CLaneLedger nextLedger;
         ProgramCounter lastGlobalStore;
-        RejoinMap rejoin;
+        bool bGap = false;              ///< a run has passed over instructions in front of it
         bool bShown = false;            ///< false: a run walked over it
         std::vector<Register> vWritten; ///< registers that may have changed since the stop before
         std::vector<SFiling> vFiled;    ///< results that runs updated since the stop before, oldest first
+    };
+
+    /// How many of those who came to a switch went to each of its labels.
+    struct SSwitchEntries
+    {
+        ProgramCounter pc = g_PC_NULL;
+        CallPath callStack;
+        std::map<InstructionNumber, uint64_t> mapEntries;
     };
 
     class CCallStackScope;
@@ -126,7 +145,6 @@ private:
     {
         std::vector<Register> vRegisters;
         InstructionNumber nBlockEnd = 0;
-        bool bWhole = false;          ///< entered and left by all who are active, unless a jump leads out of it
         bool bReadBefore = false;     ///< what was skipped before it has to be read in front of it
         InstructionNumber nFirst = 0; ///< the instructions passed over
         InstructionNumber nLast = 0;
@@ -139,8 +157,7 @@ private:
     bool StepAsm();
     bool PostStepAsm();
     bool AdvanceFromCurrent();
-    bool IsFastStep(bool bBehindReturn);
-    bool AdvanceWithNobody();
+    bool IsFastStep();
     bool EnterInstruction();
     bool EnterFunction(unsigned int nLabel);
     bool ReturnToCaller();
@@ -149,14 +166,14 @@ private:
     bool WritesGlobalMemory(InstructionNumber nInst) const;
     void FindMissedStores();
 
-    // Where work-items that are still alive resume (LiveBlockSearch.cpp).
-    bool Resume(const CIL_FCConstruct* pConstruct, bool bNextPass);
-    bool LeaveLoop(const CIL_Loop& loop);
-    bool StartPass(const CIL_Loop& loop);
-    bool LeaveEndedLoop();
-    bool IsDivergent(const CIL_IfElseEndif& ifElse);
+    // Where the work-items go, and where those who are still alive resume (LaneFlow.cpp).
+    void TakeEffect(uint64_t nActive);
+    void EnterSwitch(const CIL_Switch& block, uint64_t nActive);
+    void NoteSwitchEntries(const ProgramCounter& pc);
+    std::optional<CLaneLedger::SPlace> FindTarget(InstructionNumber nJump) const;
+    bool Resume();
+    ProgramCounter PositionOf(const CLaneLedger::SPlace& place) const;
     bool IsInnermostLoop(const CIL_Loop& loop) const;
-    std::optional<uint64_t> FindCount(const ProgramCounter& pc) const;
     /// The recorded count, or else that of a run of its own.
     std::optional<uint64_t> GetCount(const ProgramCounter& pc, const CallPath& path);
 
@@ -165,14 +182,27 @@ private:
     bool RunBackAsm();
     bool PostBackAsm() const { return !m_ExecutedStepHistory.empty(); }
     void PushStop();
+    void ShowPresent();
     void NoteNext();
     void NoteWritten(const Register& reg);
     void NoteFiled(const ProgramCounter& pc, const Register& reg);
+    void KeepFiling(const ProgramCounter& pc, const Register& reg);
     bool GoBackTo(size_t nStop);
     void RestoreResult(const Register& reg, bool bOneWrite);
     std::vector<SFiling> FindSources(const Register& reg) const;
     SFiling ReadingHere(const Register& reg) const;
     void AimResult(const Register& reg);
+
+    // Steps through what was passed over (Rewalk.cpp).
+    static bool IsBefore(const SPosition& lhs, const SPosition& rhs);
+    bool StepTo(const SPosition& target);
+    bool LeapTo(const SPosition& target, bool& bGood);
+    bool Leap(const CIL_Loop& loop, const ProgramCounter& end, unsigned int nPass);
+    std::optional<ProgramCounter> FindLastVisit(const SPosition& what, const ProgramCounter& around,
+                                                std::optional<unsigned int> nBeforePass);
+    std::optional<ProgramCounter> ReadLastVisit(const SPosition& what, const std::vector<const CIL_Loop*>& vFree);
+    std::optional<SPosition> FindPassedBreakpoint(size_t nStop);
+    std::set<InstructionNumber> FindBreakpointsIn(unsigned int nFunction) const;
 
     // Runs to a breakpoint (Running.cpp, BlockSkipping.cpp).
     bool RunAsm();
@@ -188,22 +218,20 @@ private:
     void ReadSkipped(RegPCMap& regPCMap, bool bGetExecMask);
     bool IsAtBreakpoint() const;
     bool Arrive(RegPCMap& regPCMap);
-    bool IsSomebodyAtNext();
     bool DescribeSkip(const CIL_FCConstruct* pFlowControl, InstructionNumber inst, SSkip& skip);
     bool DescribeSkip(const CIL_Loop& loop, InstructionNumber inst, SSkip& skip);
     bool DescribeSkip(const CIL_Switch& block, InstructionNumber inst, SSkip& skip);
     bool DescribeSkip(const CIL_IfElseEndif& block, InstructionNumber inst, SSkip& skip);
-    bool NoteEscapes(const SSkip& skip, const RegPCMap& regPCMap);
-    void NoteRejoin(const CallPath& path, InstructionNumber nInst, const std::set<Register>& registers);
-    std::set<Register> TakeRejoining(InstructionNumber nInst);
+    void PassOver(const SSkip& skip);
 
     // Kernel runs (Execution.cpp).
     bool ReadInputRegisters();
     bool ExecutePatchPoint(const PatchPoint& pp, bool bUpdateHistory);
     bool RunKernel(unsigned int nSelector);
-    bool Capture(const ProgramCounter& pc, const CallPath& path, const Register& reg,
-                 std::unique_ptr<CShaderDebuggerBuffer>& pResult, std::unique_ptr<CShaderDebuggerBuffer>& pExecMask);
+    bool Capture(const SFiling& what, std::unique_ptr<CShaderDebuggerBuffer>& pResult,
+                 std::unique_ptr<CShaderDebuggerBuffer>& pExecMask);
     bool RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask);
+    void DropResults(const RegPCMap& regPCMap);
     bool ExpandIndexedRegisters(const ProgramCounter& pc, const std::deque<Register>& registers,
                                 std::deque<Register>* newRegisters);
     void AddSlots(const ProgramCounter& pc, const Register& reg, std::deque<Register>& registers) const;
@@ -237,12 +265,16 @@ private:
     bool m_bLastRunAtCurrent;         ///< the output buffers hold the mask of the current position
     bool m_bCanMissStores;
     InstructionNumber m_nLastRun; ///< the position of the last good run
-    ProgramCounter m_PatchedPC;   ///< target of m_pPatchedShader, with the next two; g_PC_NULL for none
+    ProgramCounter m_PatchedPC;   ///< target of m_pPatchedShader, with the next three; g_PC_NULL for none
     std::vector<Register> m_PatchedRegs;
     CallPath m_PatchedCallStack;
-    std::deque<SStop> m_Stops; ///< one for each entry of m_ExecutedStepHistory, newest at the back
-    SStop m_Pending;           ///< what the next stop takes over: registers written and filed since the last
-    RejoinMap m_Rejoin;
+    std::set<InstructionNumber> m_PatchedLeaving;
+    std::deque<SStop> m_Stops;      ///< one for each entry of m_ExecutedStepHistory, newest at the back
+    SStop m_Pending;                ///< what the next stop takes over: registers written and filed since the last
+    CLaneLedger m_Ledger;           ///< belongs to m_nNextInstruction: where the work-items are in front of it
+    CLaneLedger m_CurrentLedger;    ///< the same of m_nCurrentInstruction
+    SSwitchEntries m_SwitchEntries; ///< of the last switch that was executed
+    std::set<InstructionNumber> m_Skipped; ///< jumps out of what a run has passed over and not read yet
 };
 
 } // namespace OVK_ShaderDebugger

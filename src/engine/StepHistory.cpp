@@ -1,5 +1,7 @@
 #include "core/ShaderDebuggerBuffer.h"
 #include "core/ShaderDebuggerResult.h"
+#include "engine/BufferWords.h"
+#include "engine/OpCodeRoles.h"
 #include "engine/PrivateAccess.h"
 #include "engine/ResultRestorer.h"
 #include "engine/ShaderDebuggerIL.h"
@@ -47,7 +49,8 @@ void CShaderDebuggerShaderIL::PushStop()
     m_Pending.next = m_nNextInstruction;
     m_Pending.nextCallStack = m_CallStack;
     m_Pending.lastGlobalStore = m_lastGlobalStore;
-    m_Pending.rejoin = m_Rejoin;
+    m_Pending.ledger = m_CurrentLedger;
+    m_Pending.nextLedger = m_Ledger;
     m_Stops.push_back(std::move(m_Pending));
     m_Pending = SStop();
     m_ExecutedStepHistory.push(m_nCurrentInstruction);
@@ -60,6 +63,7 @@ void CShaderDebuggerShaderIL::NoteNext()
     {
         m_Stops.back().next = m_nNextInstruction;
         m_Stops.back().nextCallStack = m_CallStack;
+        m_Stops.back().nextLedger = m_Ledger;
     }
 }
 
@@ -86,14 +90,26 @@ void CShaderDebuggerShaderIL::NoteFiled(const ProgramCounter& pc, const Register
     {
         return;
     }
-    const bool bAtNewest = !m_ExecutedStepHistory.empty() && m_ExecutedStepHistory.top() == pc;
-    SStop& stop = bAtNewest ? m_Stops.back() : m_Pending;
-    stop.vFiled.push_back({pc, m_CurrentCallStack, reg});
+    KeepFiling(pc, reg);
 }
 
+void CShaderDebuggerShaderIL::KeepFiling(const ProgramCounter& pc, const Register& reg)
+{
+    const bool bAtNewest = !m_ExecutedStepHistory.empty() && m_ExecutedStepHistory.top() == pc;
+    SStop& stop = bAtNewest ? m_Stops.back() : m_Pending;
+    stop.vFiled.push_back({pc, m_CurrentCallStack, reg, m_Leaving});
+}
+
+/// One instruction back: where a run has passed over some in front of the present stop, the last of those.
 bool CShaderDebuggerShaderIL::BackAsm()
 {
-    return m_Stops.size() > 1 && GoBackTo(m_Stops.size() - 2);
+    if (m_Stops.size() <= 1)
+    {
+        return false;
+    }
+    const SPosition present = {m_Stops.back().pc, m_Stops.back().callStack};
+    const bool bGap = m_Stops.back().bGap;
+    return GoBackTo(m_Stops.size() - 2) && (!bGap || StepTo(present));
 }
 
 bool CShaderDebuggerShaderIL::RunBackAsm()
@@ -103,38 +119,56 @@ bool CShaderDebuggerShaderIL::RunBackAsm()
         return false;
     }
     size_t nStop = m_Stops.size() - 1;
-    do
+    bool bFound = false;
+    while (!bFound && nStop > 0 && m_Stops[nStop].pc.m_nPos != 0)
     {
-        --nStop;
-    } while (nStop > 0 && m_Stops[nStop].pc.m_nPos != 0 &&
-             !GetDebugger()->HasBreakPointAtLineNumber(GetLine(m_Stops[nStop].next.m_nPos)));
+        const std::optional<SPosition> passed = m_Stops[nStop].bGap ? FindPassedBreakpoint(nStop) : std::nullopt;
+        if (!passed.has_value())
+        {
+            --nStop;
+            bFound = GetDebugger()->HasBreakPointAtLineNumber(GetLine(m_Stops[nStop].next.m_nPos));
+            continue;
+        }
+        if (!GoBackTo(nStop - 1) || !StepTo(*passed))
+        {
+            return false;
+        }
+        if (IsAtBreakpoint())
+        {
+            return true;
+        }
+        // A call, which has been stepped through.
+        nStop = m_Stops.size() - 1;
+    }
     return GoBackTo(nStop);
 }
 
 bool CShaderDebuggerShaderIL::PostBack()
 {
-    if (!m_Stops.back().bShown)
+    ShowPresent();
+    return PostBackAsm();
+}
+
+/// What a run only walked over is shown from now on, and what was written on the walk counts as read here.
+void CShaderDebuggerShaderIL::ShowPresent()
+{
+    std::vector<Register> vRead;
+    for (auto itStop = m_Stops.rbegin(); itStop != m_Stops.rend() && !itStop->bShown; ++itStop)
     {
-        // What a run only walked over is shown from now on, and what was written on the walk counts as read here.
-        std::vector<Register> vRead;
-        for (auto itStop = m_Stops.rbegin(); itStop != m_Stops.rend() && !itStop->bShown; ++itStop)
+        for (const Register& written : itStop->vWritten)
         {
-            for (const Register& written : itStop->vWritten)
+            if (!Contains(vRead, written))
             {
-                if (!Contains(vRead, written))
-                {
-                    vRead.push_back(written);
-                }
+                vRead.push_back(written);
             }
         }
-        for (const Register& reg : vRead)
-        {
-            const SFiling here = ReadingHere(reg);
-            NoteFiled(here.pc, here.reg);
-        }
-        m_Stops.back().bShown = true;
     }
-    return PostBackAsm();
+    for (const Register& reg : vRead)
+    {
+        const SFiling here = ReadingHere(reg);
+        NoteFiled(here.pc, here.reg);
+    }
+    m_Stops.back().bShown = true;
 }
 
 /// Makes an earlier stop the present one. The next instruction is the one that it was then, and every register that may
@@ -143,6 +177,7 @@ bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
 {
     m_nNextInstruction = m_Stops[nStop].next;
     m_CallStack = m_Stops[nStop].nextCallStack;
+    m_Ledger = m_Stops[nStop].nextLedger;
 
     std::vector<Register> vChanged = std::move(m_Pending.vWritten);
     std::vector<SFiling> vFiled = std::move(m_Pending.vFiled);
@@ -159,7 +194,7 @@ bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
     m_nCurrentInstruction = m_Stops.back().pc;
     m_CurrentCallStack = m_Stops.back().callStack;
     m_lastGlobalStore = m_Stops.back().lastGlobalStore;
-    m_Rejoin = m_Stops.back().rejoin;
+    m_CurrentLedger = m_Stops.back().ledger;
 
     for (const auto& filed : vFiled)
     {
@@ -213,8 +248,7 @@ std::vector<CShaderDebuggerShaderIL::SFiling> CShaderDebuggerShaderIL::FindSourc
     return vSources;
 }
 
-/// The whole register, read at the present stop; or in front of it if nothing is captured there, since it is one that
-/// writes no register.
+/// The whole register, read at the present stop; at a jump also of those who take it.
 CShaderDebuggerShaderIL::SFiling CShaderDebuggerShaderIL::ReadingHere(const Register& reg) const
 {
     Register whole = CShaderDebuggerIL::GetResultRegister(reg);
@@ -227,12 +261,13 @@ CShaderDebuggerShaderIL::SFiling CShaderDebuggerShaderIL::ReadingHere(const Regi
     {
         whole.reg.index = reg.reg.index;
     }
-    size_t nStop = m_Stops.size() - 1;
-    while (nStop > 0 && DeferTempRegistersWrite(m_Stops[nStop].pc.m_nPos))
+    const SStop& present = m_Stops.back();
+    std::set<InstructionNumber> leaving;
+    if (IsJump(OpCodeAt(present.pc.m_nPos)))
     {
-        --nStop;
+        leaving.insert(present.pc.m_nPos);
     }
-    return {m_Stops[nStop].pc, m_Stops[nStop].callStack, whole};
+    return {present.pc, present.callStack, whole, leaving};
 }
 
 /// \param bOneWrite whether the newest filing is all that was undone, so that its mask tells who changed
@@ -249,7 +284,7 @@ void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
     {
         std::unique_ptr<CShaderDebuggerBuffer> pValues;
         std::unique_ptr<CShaderDebuggerBuffer> pExecMask;
-        if (!Capture(vSources[n].pc, vSources[n].callStack, vSources[n].reg, pValues, pExecMask) ||
+        if (!Capture(vSources[n], pValues, pExecMask) ||
             !restorer.Take(*pValues, *pExecMask, vSources[n].reg, n + 1 == vSources.size()))
         {
             // No value is better than a wrong one.
@@ -258,6 +293,7 @@ void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
         }
         if (n == 0)
         {
+            HideLeavers(*pExecMask);
             pResult->UpdateExecMask(pExecMask.release());
         }
     }

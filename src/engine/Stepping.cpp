@@ -11,6 +11,7 @@ void CShaderDebuggerShaderIL::MoveToNext()
 {
     m_nCurrentInstruction = m_nNextInstruction;
     m_CurrentCallStack = m_CallStack;
+    m_CurrentLedger = m_Ledger;
 }
 
 bool CShaderDebuggerShaderIL::StepAsm()
@@ -19,15 +20,14 @@ bool CShaderDebuggerShaderIL::StepAsm()
     {
         return false;
     }
-    const bool bBehindReturn = IsReturn(OpCodeAt(m_nCurrentInstruction.m_nPos));
     MoveToNext();
 
-    if (IsFastStep(bBehindReturn))
+    if (IsFastStep())
     {
         CShaderDebuggerBuffer* pExecMask = nullptr;
         const bool bRead = GetDebuggerIL()->RetrieveExecMaskBuffer(pExecMask);
         const std::unique_ptr<CShaderDebuggerBuffer> pOwner(pExecMask);
-        if (bRead)
+        if (bRead && m_Ledger.GetActive() == SLaneCount{pExecMask->GetActiveItemCount(0), false})
         {
             m_ExecuteList.clear();
             UpdateExecMaskHistory(m_nCurrentInstruction, pExecMask);
@@ -35,31 +35,15 @@ bool CShaderDebuggerShaderIL::StepAsm()
             return true;
         }
     }
-    UpdateTargetInstruction(true);
-    const std::set<Register> rejoining = TakeRejoining(m_nCurrentInstruction.m_nPos);
-    if (!rejoining.empty())
-    {
-        std::deque<Register>& registers = m_ExecuteList.back().m_registers;
-        if (registers.front() == g_Reg_NULL)
-        {
-            registers.clear();
-        }
-        registers.insert(registers.end(), rejoining.begin(), rejoining.end());
-        // Whoever comes back here shows what was written on its way for the first time.
-        for (const Register& reg : rejoining)
-        {
-            NoteWritten(reg);
-        }
-    }
-    return true;
+    return UpdateTargetInstruction(true);
 }
 
 /// An instruction that leaves the mask and all wanted registers alone needs no run: the mask of the last run is its
-/// mask. Behind a return that isn't so, since the position moves to the call.
-bool CShaderDebuggerShaderIL::IsFastStep(bool bBehindReturn)
+/// mask, if that run was one at the instruction before. Behind a return more may be active than were there.
+bool CShaderDebuggerShaderIL::IsFastStep()
 {
     const CShaderDebuggerInstructionIL& instruction = m_Instructions[m_nCurrentInstruction.m_nPos];
-    if (!m_bHasBeenExecuted || !m_bLastRunAtCurrent || bBehindReturn || instruction.IsFlowControlOp())
+    if (!m_bHasBeenExecuted || !m_bLastRunAtCurrent || instruction.IsFlowControlOp())
     {
         return false;
     }
@@ -111,6 +95,7 @@ bool CShaderDebuggerShaderIL::PostStepAsm()
     }
     m_nNextInstruction = m_nCurrentInstruction;
     m_CallStack = m_CurrentCallStack;
+    m_Ledger = m_CurrentLedger;
     if (!AdvanceFromCurrent())
     {
         return false;
@@ -119,53 +104,16 @@ bool CShaderDebuggerShaderIL::PostStepAsm()
     return true;
 }
 
+/// Goes on with those who are active behind the current instruction, or else to where others are.
 bool CShaderDebuggerShaderIL::AdvanceFromCurrent()
 {
-    const ILOpCode op = OpCodeAt(m_nCurrentInstruction.m_nPos);
-    if (IsReturn(op))
+    const auto& counts = m_ExecMaskHistory[m_CallStack];
+    const auto it = counts.find(m_nCurrentInstruction);
+    if (it != counts.end())
     {
-        return ReturnToCaller();
+        TakeEffect(it->second);
     }
-    const uint64_t nActive = m_ExecMaskHistory[m_CallStack][m_nCurrentInstruction];
-    return nActive == 0 && DecidesFlow(op) ? AdvanceWithNobody() : UpdateNextInst();
-}
-
-/// The way on from an instruction that decides the flow, when no work-item is active behind it.
-bool CShaderDebuggerShaderIL::AdvanceWithNobody()
-{
-    const InstructionNumber nPos = m_nCurrentInstruction.m_nPos;
-    const ILOpCode op = OpCodeAt(nPos);
-    CIL_FCConstruct* pConstruct = ConstructOf(nPos);
-    if (IsBreak(op) || IsContinue(op))
-    {
-        return Resume(pConstruct, IsContinue(op)) || UpdateNextInst();
-    }
-    if (IsCase(op))
-    {
-        const CIL_Switch* pSwitch = CIL_FCConstruct::AsSwitch(pConstruct);
-        if (!SD_AssertText(GetHost(), pSwitch != nullptr, "pSwitch != NULL"))
-        {
-            return false;
-        }
-        m_nNextInstruction.m_nPos = pSwitch->GetNextCase(nPos);
-        return true;
-    }
-    if (op == IL_OP_WHILE || op == IL_OP_ENDLOOP)
-    {
-        const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(pConstruct);
-        if (!SD_AssertText(GetHost(), pLoop != nullptr, "pLoop != NULL"))
-        {
-            return false;
-        }
-        return op == IL_OP_WHILE ? LeaveLoop(*pLoop) : LeaveEndedLoop();
-    }
-    const CIL_IfElseEndif* pIf = CIL_FCConstruct::AsIfElseEndif(pConstruct);
-    if (!SD_AssertText(GetHost(), pIf != nullptr, "pIf != NULL"))
-    {
-        return false;
-    }
-    m_nNextInstruction.m_nPos = op == IL_OP_ELSE ? pIf->GetEndIf() : pIf->GetElse();
-    return true;
+    return m_Ledger.GetActive().IsNobody() ? Resume() : UpdateNextInst();
 }
 
 bool CShaderDebuggerShaderIL::UpdateNextInst()
@@ -204,7 +152,12 @@ bool CShaderDebuggerShaderIL::EnterInstruction()
     case IL_OP_ENDLOOP:
     {
         const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(ConstructOf(nPos));
-        return pLoop == nullptr || !IsInnermostLoop(*pLoop) || StartPass(*pLoop);
+        if (pLoop != nullptr && IsInnermostLoop(*pLoop))
+        {
+            ++m_nNextInstruction.m_LoopStack.back().nLoopIteration;
+            m_nNextInstruction.m_nPos = pLoop->GetStart();
+        }
+        return true;
     }
     case IL_OP_END:
     case IL_OP_ENDMAIN:
@@ -244,6 +197,7 @@ bool CShaderDebuggerShaderIL::EnterFunction(unsigned int nLabel)
         return RefuseOp("The called function can't be entered");
     }
     m_CallStack.push_front(m_nNextInstruction);
+    m_Ledger.EnterCall();
     m_nNextInstruction = ProgramCounter(it->second);
     return EnterInstruction();
 }
@@ -254,6 +208,7 @@ bool CShaderDebuggerShaderIL::ReturnToCaller()
     {
         return false;
     }
+    m_Ledger.LeaveCall();
     m_nNextInstruction = m_CallStack.front();
     m_CallStack.pop_front();
     return true;

@@ -243,35 +243,6 @@ void CInstrumentedShaderIL::WriteLoopHead(CDest& dest, const CIL_Loop& loop)
     WriteExecMaskTempReg(dest, false);
 }
 
-/// Where the mask flag goes for a target that leaves nobody on its own path: behind the switch, or behind the case
-/// that follows a break. g_Inst_NULL for all other targets, whose flag goes behind them.
-InstructionNumber CInstrumentedShaderIL::DeferredFlagPosition(InstructionNumber nTargetInstruction) const
-{
-    const CIL_Switch* pSwitch = CIL_FCConstruct::AsSwitch(ConstructOf(nTargetInstruction));
-
-    if (pSwitch == nullptr)
-    {
-        return g_Inst_NULL;
-    }
-
-    switch (m_Instructions[nTargetInstruction].GetOpCode())
-    {
-    case IL_OP_SWITCH:
-        return pSwitch->GetEnd();
-
-    case IL_OP_BREAK:
-        return pSwitch->GetNextCase(nTargetInstruction);
-
-    default:
-        return g_Inst_NULL;
-    }
-}
-
-bool CInstrumentedShaderIL::DeferTempRegistersWrite(InstructionNumber nTargetInstruction) const
-{
-    return DeferredFlagPosition(nTargetInstruction) != g_Inst_NULL;
-}
-
 bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut)
 {
     InstructionNumber nPosition = cut.pc.m_nPos;
@@ -307,7 +278,6 @@ bool CInstrumentedShaderIL::FinalizeFlowControl(CSource& src, CDest& dest, const
 void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose,
                                             const SCut& cut, InstructionNumber& nPosition)
 {
-    const InstructionNumber nFlagPosition = DeferredFlagPosition(cut.pc.m_nPos);
     unsigned int nDepth = 1;
     SItem item;
 
@@ -333,11 +303,6 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
                       "m_Instructions[nCurrentInstruction].GetOpCode() == instruction.GetOpCode()");
         nDepth += op == opOpen;
         nDepth -= op == opClose;
-
-        if (nPosition == nFlagPosition)
-        {
-            WriteExecMaskTempReg(dest, true);
-        }
     }
 }
 

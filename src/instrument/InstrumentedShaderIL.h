@@ -96,12 +96,15 @@ protected:
     /// Both stores into the output buffers.
     virtual void WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction);
 
-    /// Whether nothing is captured at a target, because nobody goes on from it on its own path.
-    bool DeferTempRegistersWrite(InstructionNumber nTargetInstruction) const;
+    /// What the mask says of a work-item that has taken one of the jumps in m_Leaving.
+    static constexpr unsigned int s_nLeaverFlag = 2;
 
     // Protected because the engine keeps one patched kernel for the next stop and gives it up.
     IL* m_pPatchedShader; ///< owned, from malloc
     size_t m_nPatchedShaderSize;
+    /// Jumps of the target's function in front of which the capture is made as well, of those who take them. Written
+    /// by the engine for a run.
+    std::set<InstructionNumber> m_Leaving;
 
 private:
     /// The UAV through which the older devices reach memory of all widths. The preamble declares it.
@@ -128,6 +131,8 @@ private:
     bool PatchMacroDef(SPass& pass, const SItem& item);
     bool PatchInstruction(SPass& pass, const SItem& item);
     void PatchTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
+    void WriteSelectorCapture(CDest& dest, const CShaderDebuggerInstructionIL& instruction);
+    void WriteCaptureOfLeavers(const SPass& pass, const CShaderDebuggerInstructionIL& instruction);
     bool EndAtEntry(SPass& pass);
     bool EndAtTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
     bool EndAtCall(SPass& pass);
@@ -153,7 +158,6 @@ private:
     void WriteLoopHead(CDest& dest, const CIL_Loop& loop);
     static bool IsCounted(const CIL_Loop& loop, const ProgramCounter& pc);
     static const CIL_Loop* EnclosingLoop(const CIL_FCConstruct& construct);
-    InstructionNumber DeferredFlagPosition(InstructionNumber nTargetInstruction) const;
     bool FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut);
     void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, const SCut& cut,
                          InstructionNumber& nPosition);

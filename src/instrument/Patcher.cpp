@@ -15,6 +15,12 @@ bool IsReturnLike(ILOpCode op)
     return op == IL_OP_ENDFUNC || op == IL_OP_RET || op == IL_OP_RET_DYN;
 }
 
+/// Those who stay behind a jump have its condition to thank for it.
+bool IsUnconditional(ILOpCode op)
+{
+    return op == IL_OP_BREAK || op == IL_OP_CONTINUE || op == IL_OP_RET || op == IL_OP_RET_DYN;
+}
+
 unsigned int ControlsOf(unsigned int token)
 {
     return IL_OpCode{token}.bits.controls;
@@ -216,6 +222,21 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
         return EndAtCall(pass);
     }
 
+    const bool bLeaving = pass.cut.IsTarget() && m_Leaving.count(nCurrentInstruction) != 0;
+
+    if (bLeaving)
+    {
+        WriteCaptureOfLeavers(pass, instruction);
+    }
+
+    if (bAtTarget && instruction.GetOpCode() == IL_OP_SWITCH)
+    {
+        // In front of it all are together who come to it.
+        WriteSelectorCapture(pass.dest, instruction);
+        WriteRegsToOutputTempReg(pass.dest, pass.vTargetRegs);
+        WriteExecMaskTempReg(pass.dest, true);
+    }
+
     if (instruction.IsFlowControlOp())
     {
         if (!SD_AssertText(
@@ -234,6 +255,11 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
         pass.dest.WriteTokens(item.pTokens, item.nLength);
     }
 
+    if (bLeaving && !IsUnconditional(instruction.GetOpCode()))
+    {
+        WriteExecMaskTempReg(pass.dest, false);
+    }
+
     ++pass.nCurrentInstruction;
     return !bAtTarget || EndAtTarget(pass, instruction);
 }
@@ -250,6 +276,31 @@ void CInstrumentedShaderIL::PatchTarget(SPass& pass, const CShaderDebuggerInstru
     if (instruction.GetOpCode() == IL_OP_MACROCALL || IsPrivateUAVWrite(instruction) || instruction.HasDestReg())
     {
         instruction.WriteInstruction(pass.dest);
+    }
+}
+
+/// The selector of a switch into the output temp, from which it tells where everybody goes. A register takes its place.
+void CInstrumentedShaderIL::WriteSelectorCapture(CDest& dest, const CShaderDebuggerInstructionIL& instruction)
+{
+    WriteInstruction(dest, IL_OP_MOV);
+    WriteDestReg(dest, Register(RT_Temp, GetOutputTempRegister(), COMP_All));
+
+    for (unsigned int n = 1; n < instruction.GetLength(); ++n)
+    {
+        dest.WriteToken(instruction.GetToken(n));
+    }
+}
+
+/// The capture in front of a jump. Who returns there never comes to the stores.
+void CInstrumentedShaderIL::WriteCaptureOfLeavers(const SPass& pass, const CShaderDebuggerInstructionIL& instruction)
+{
+    WriteRegsToOutputTempReg(pass.dest, pass.vTargetRegs);
+    MovDestSrc(pass.dest, Register(RT_Temp, GetExecMaskTempRegister(), COMP_All),
+               Register(RT_LITERAL, GetLiteralRegister2(), COMP_All));
+
+    if (IsReturnLike(instruction.GetOpCode()))
+    {
+        WriteOutputs(pass.dest, pass.cut.pc.m_nPos);
     }
 }
 
@@ -274,7 +325,7 @@ bool CInstrumentedShaderIL::EndAtTarget(SPass& pass, const CShaderDebuggerInstru
         WriteFollowingComment(pass.src, pass.dest);
     }
 
-    if (!DeferTempRegistersWrite(nTarget))
+    if (instruction.GetOpCode() != IL_OP_SWITCH)
     {
         WriteRegsToOutputTempReg(pass.dest, pass.vTargetRegs);
         WriteExecMaskTempReg(pass.dest, true);

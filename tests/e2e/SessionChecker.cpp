@@ -122,17 +122,7 @@ void CSessionChecker::OnError(CSession& session)
 /// Which work-items the debugger must show as active.
 std::vector<bool> CSessionChecker::ExpectMask(const SPosition& position) const
 {
-    SPosition source = position;
-    if (const uint32_t nLabel = m_pStructure->GetSwitchBreakTarget(position.nInstruction))
-    {
-        // An unconditional break of a switch shows who is behind the next label.
-        source.nInstruction = nLabel;
-    }
-    else if (const uint32_t nEnd = m_pStructure->GetSwitchEnd(position.nInstruction))
-    {
-        source.nInstruction = nEnd;
-    }
-    const SObservation* pObservation = m_Trace.Find(source);
+    const SObservation* pObservation = m_Trace.Find(position);
     if (pObservation == nullptr)
     {
         return std::vector<bool>(m_Launch.GetWorkItems(), false);

@@ -17,13 +17,7 @@ bool IsCall(const std::string& strMnemonic)
 
 CTextStructure::CTextStructure(const KestrelTool::CListing& listing)
 {
-    struct SOpenBlock
-    {
-        bool bLoop;
-        uint32_t nStart;
-        std::vector<uint32_t> vBreaks; ///< of a switch: those that wait for the next label
-    };
-    std::vector<SOpenBlock> vOpen;
+    std::vector<uint32_t> vLoops; // open ones
     uint32_t nFunction = 0;
     uint32_t nMacro = 1000000; // numbered apart from the functions
 
@@ -50,27 +44,14 @@ CTextStructure::CTextStructure(const KestrelTool::CListing& listing)
         }
         m_vFunction.push_back(nFunction);
 
-        const bool bLabel = strMnemonic == "case" || strMnemonic == "default" || strMnemonic == "endswitch";
-        if (strMnemonic == "whileloop" || strMnemonic == "switch")
+        if (strMnemonic == "whileloop")
         {
-            vOpen.push_back({strMnemonic == "whileloop", nInstruction, {}});
+            vLoops.push_back(nInstruction);
         }
-        else if (strMnemonic == "break" && !vOpen.empty() && !vOpen.back().bLoop)
+        if (strMnemonic == "endloop" && !vLoops.empty())
         {
-            vOpen.back().vBreaks.push_back(nInstruction);
-        }
-        else if (bLabel && !vOpen.empty())
-        {
-            for (const uint32_t nBreak : vOpen.back().vBreaks)
-            {
-                m_mapSwitchBreaks[nBreak] = nInstruction;
-            }
-            vOpen.back().vBreaks.clear();
-        }
-        if ((strMnemonic == "endloop" || strMnemonic == "endswitch") && !vOpen.empty())
-        {
-            (vOpen.back().bLoop ? m_mapLoopEnds : m_mapSwitchEnds)[vOpen.back().nStart] = nInstruction;
-            vOpen.pop_back();
+            m_mapLoopEnds[vLoops.back()] = nInstruction;
+            vLoops.pop_back();
         }
     }
 }
@@ -80,30 +61,10 @@ std::string CTextStructure::GetMnemonic(uint32_t nInstruction) const
     return nInstruction < m_vMnemonics.size() ? m_vMnemonics[nInstruction] : std::string();
 }
 
-namespace
-{
-
-uint32_t Lookup(const std::map<uint32_t, uint32_t>& map, uint32_t nKey)
-{
-    const auto it = map.find(nKey);
-    return it != map.end() ? it->second : 0;
-}
-
-} // namespace
-
 uint32_t CTextStructure::GetLoopEnd(uint32_t nStart) const
 {
-    return Lookup(m_mapLoopEnds, nStart);
-}
-
-uint32_t CTextStructure::GetSwitchEnd(uint32_t nStart) const
-{
-    return Lookup(m_mapSwitchEnds, nStart);
-}
-
-uint32_t CTextStructure::GetSwitchBreakTarget(uint32_t nInstruction) const
-{
-    return Lookup(m_mapSwitchBreaks, nInstruction);
+    const auto it = m_mapLoopEnds.find(nStart);
+    return it != m_mapLoopEnds.end() ? it->second : 0;
 }
 
 /// A call is a stop only on the way back; a function is entered without one, from the instruction

@@ -23,19 +23,12 @@ public:
     uint32_t GetLoopEnd(uint32_t nStart) const;
     /// Number of the function that an instruction stands in; 0 for the main body.
     uint32_t GetFunction(uint32_t nInstruction) const { return m_vFunction[nInstruction]; }
-    /// For an unconditional break that belongs to a switch: the next case label behind it, or the
-    /// end of the switch. 0 for any other instruction.
-    uint32_t GetSwitchBreakTarget(uint32_t nInstruction) const;
-    /// The end of the switch that an instruction opens; 0 if it opens none.
-    uint32_t GetSwitchEnd(uint32_t nStart) const;
     uint32_t GetInstructionCount() const { return static_cast<uint32_t>(m_vMnemonics.size()); }
 
 private:
     std::vector<std::string> m_vMnemonics;
     std::vector<uint32_t> m_vFunction;
     std::map<uint32_t, uint32_t> m_mapLoopEnds;
-    std::map<uint32_t, uint32_t> m_mapSwitchEnds;
-    std::map<uint32_t, uint32_t> m_mapSwitchBreaks;
 };
 
 /// Follows a session of single steps from the outside: from the lines alone it works out the passes

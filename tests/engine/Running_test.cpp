@@ -269,17 +269,16 @@ TEST(Running, LeavesNothingToReadBehindAWholeLoop)
     }
 }
 
-TEST(Running, GoesBackInFrontOfABlockThatItPassedOver)
+TEST(Running, GoesBackIntoABlockThatItPassedOver)
 {
     CTestSession session("mov r0, vTidInGrp.xxxx\nult r2, r0, l23\nif_logicalnz r2.x\nmov r1, l21\nendif\n"
                          "if_logicalnz r2.x\nmov r1, l22\nmov r1, l23\nendif\n");
     ExpectRuns(session, {7}, {{7, 3}});
-    for (const InstructionNumber n : {5, 1, 0})
+    for (const InstructionNumber n : {5, 4, 3, 2, 1, 0})
     {
         ASSERT_TRUE(session.Debugger().Back());
         EXPECT_EQ(session.Place().nInstruction, CTestSession::s_nBody + n);
     }
-    // A step enters what the run has passed over.
     for (const InstructionNumber n : {1, 2, 3})
     {
         ASSERT_TRUE(session.Debugger().Step());

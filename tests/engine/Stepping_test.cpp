@@ -1,6 +1,5 @@
 #include "Kernels.h"
 #include "TestSession.h"
-#include "engine/OpCodeRoles.h"
 
 namespace OVK_ShaderDebugger
 {
@@ -12,24 +11,14 @@ class SteppedKernel : public testing::TestWithParam<SKernelCase>
 {
 };
 
-/// The instructions whose mask is taken further on.
-bool IsDeferred(uint32_t nOpCode)
-{
-    return nOpCode == IL_OP_SWITCH || nOpCode == IL_OP_BREAK;
-}
-
 void CompareStop(CTestSession& session, const CTrace& trace, Registers& shown)
 {
     const SPlace place = session.Place();
     const SExecuted* pExecuted = trace.Find(place);
-    const uint32_t nOpCode = session.Shader().OpCodeOf(place.nInstruction);
     const std::vector<uint32_t> vMask = session.Mask();
     const std::vector<uint32_t> vExpected =
         pExecuted != nullptr ? pExecuted->vMask : std::vector<uint32_t>(CTestSession::s_nItems, 0);
-    if (!IsDeferred(nOpCode))
-    {
-        EXPECT_EQ(vMask, vExpected) << "mask at " << place;
-    }
+    EXPECT_EQ(vMask, vExpected) << "mask at " << place;
     if (pExecuted != nullptr && !pExecuted->strRegister.empty())
     {
         std::vector<uint32_t>& vShown = shown[pExecuted->strRegister];

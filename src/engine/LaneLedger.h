@@ -1,0 +1,112 @@
+#ifndef KESTREL_ENGINE_LANELEDGER_H
+#define KESTREL_ENGINE_LANELEDGER_H
+
+#include "core/ShaderDebuggerCommon.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace OVK_ShaderDebugger
+{
+
+/// How many work-items are at a place: nSure at least, and perhaps more.
+struct SLaneCount
+{
+    uint64_t nSure = 0;
+    bool bMore = false;
+
+    bool IsNobody() const { return nSure == 0 && !bMore; }
+    bool IsSomebody() const { return nSure != 0; }
+    /// Not known to be anybody, nor to be nobody.
+    bool IsOpen() const { return nSure == 0 && bMore; }
+    SLaneCount operator+(const SLaneCount& other) const { return {nSure + other.nSure, bMore || other.bMore}; }
+    SLaneCount operator-(uint64_t n) const { return {nSure > n ? nSure - n : 0, bMore}; }
+    bool operator==(const SLaneCount& other) const { return nSure == other.nSure && bMore == other.bMore; }
+};
+
+/// Where the work-items of a dispatch are while the one position walks: those that are active at it, and for each open
+/// block of each open call those that wait in it until the position comes to them. Work-items go from one place to
+/// another at flow control only, and how many is known from how many are active in front of it and behind it. So the
+/// book needs counts and no masks. Whoever is in no place has returned, or wasn't in the call.
+///
+/// A run that passes over a block learns who is active behind it, and not where those are that a jump has led out.
+/// Their possible places are open until a count settles them, or somebody looks.
+class CLaneLedger
+{
+public:
+    /// A place in which somebody waits: the instruction, and the block that holds it.
+    struct SPlace
+    {
+        InstructionNumber nBlock = 0; ///< the instruction that opened the block
+        InstructionNumber nInst = 0;
+        bool bLoop = false; ///< whether the block is a loop
+        SLaneCount count;
+    };
+
+    /// In front of a kernel all are active, however many they are.
+    CLaneLedger() : m_vCalls{SCall{}} {}
+
+    const SLaneCount& GetActive() const { return m_vCalls.back().active; }
+    /// A kernel run has told how many are still active; this may settle where others have gone.
+    void SetActive(uint64_t nActive);
+    /// Others are active than before.
+    void Replace(const SLaneCount& active);
+
+    /// A call of a function takes along those who are active. Behind it all of them are back.
+    void EnterCall();
+    void LeaveCall();
+
+    /// A block that the position enters, unless it is in it. Those who are active stay so.
+    void Open(InstructionNumber nBlock, bool bLoop);
+    /// The end of a block, and of all blocks in it: from here on nobody waits there.
+    void Close(InstructionNumber nBlock);
+    bool IsOpen(InstructionNumber nBlock) const;
+
+    /// Some stop being active, and wait at an instruction of an open block.
+    void Wait(InstructionNumber nBlock, InstructionNumber nInst, const SLaneCount& count);
+    /// Who waits there waits no longer. \return how many they were
+    SLaneCount Take(InstructionNumber nBlock, InstructionNumber nInst);
+
+    /// Those who are active pass over a block that is open, to its end, with all who wait in it.
+    void Gather(InstructionNumber nBlock);
+    /// On the way a jump may have led some of them elsewhere; without a place out of the function.
+    void MayLeave(const std::vector<SPlace>& vPlaces);
+
+    /// The next place, in the order of execution, at which somebody is or may be when nobody is active at nPos: further
+    /// on in the innermost block, else in the one around it and so on; in a loop first the head, for the next pass.
+    std::optional<SPlace> FindNext(InstructionNumber nPos) const;
+
+private:
+    struct SWaiting
+    {
+        InstructionNumber nInst = 0;
+        SLaneCount count;
+        bool bDoubt = false; ///< the count is open because of what was passed over last
+    };
+
+    struct SBlock
+    {
+        InstructionNumber nStart = 0;
+        bool bLoop = false;
+        std::vector<SWaiting> vWaiting; ///< by instruction, ascending
+    };
+
+    struct SCall
+    {
+        std::vector<SBlock> vBlocks; ///< the innermost at the back
+        SLaneCount active = {1, true};
+        std::optional<uint64_t> nBeforeDoubt; ///< how many were active in front of what was passed over
+        unsigned int nDoubtful = 0;           ///< the places to which they may have gone
+    };
+
+    static void Forget(SCall& call);
+    SBlock* Find(InstructionNumber nBlock);
+    static SWaiting& At(SBlock& block, InstructionNumber nInst);
+
+    std::vector<SCall> m_vCalls; ///< the present one at the back
+};
+
+} // namespace OVK_ShaderDebugger
+
+#endif

@@ -1,0 +1,310 @@
+#include "engine/BufferWords.h"
+#include "engine/OpCodeRoles.h"
+#include "engine/ShaderDebuggerIL.h"
+#include "engine/ShaderDebuggerShaderIL.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace OVK_ShaderDebugger
+{
+
+// What a run has passed over is walked again by steps, so that a stop inside shows what it would have shown: on the way
+// back, and where a run comes to stop behind something that nobody has executed. A loop on the way is entered in the
+// last pass that matters; what the passes before it have left is read at its end, for those who left it there, and at
+// the head of that pass.
+
+namespace
+{
+
+/// More passes than a loop has.
+const unsigned int s_nManyPasses = 0x3FFFFFFF;
+
+/// What the counter of a loop inside a loop that isn't in the target's pass stands at in its first pass.
+const uint32_t s_nFreeCounter = 0xFFFFFFFE;
+
+} // namespace
+
+/// Whether a position is executed earlier than another. A call comes behind all that is executed in it.
+bool CShaderDebuggerShaderIL::IsBefore(const SPosition& lhs, const SPosition& rhs)
+{
+    const auto at = [](const SPosition& position, size_t n) -> const ProgramCounter&
+    {
+        const size_t nCalls = position.callStack.size();
+        return n < nCalls ? position.callStack[nCalls - 1 - n] : position.pc;
+    };
+    const size_t nCommon = std::min(lhs.callStack.size(), rhs.callStack.size()) + 1;
+    for (size_t n = 0; n < nCommon; ++n)
+    {
+        if (at(lhs, n) < at(rhs, n) || at(rhs, n) < at(lhs, n))
+        {
+            return at(lhs, n) < at(rhs, n);
+        }
+    }
+    return lhs.callStack.size() > rhs.callStack.size();
+}
+
+/// Steps until the position goes on at a place, or behind it if nobody comes to it.
+bool CShaderDebuggerShaderIL::StepTo(const SPosition& target)
+{
+    ShowPresent();
+    bool bMoved = true;
+    while (bMoved && IsBefore({m_nNextInstruction, m_CallStack}, target))
+    {
+        if (OpCodeAt(m_nNextInstruction.m_nPos) == IL_OP_WHILE && LeapTo(target, bMoved))
+        {
+            continue;
+        }
+        bMoved = bMoved && StepAsm() && Execute(true);
+        if (bMoved)
+        {
+            m_Stops.back().bShown = true;
+            bMoved = PostStepAsm();
+        }
+    }
+    m_ExecuteList.clear();
+    return bMoved;
+}
+
+/// In front of a loop's first pass, goes to the pass in which the instruction in front of the target is executed.
+/// \param[out] bGood  false if reading failed there; else unchanged
+/// \return false, with nothing changed, if that is the first pass
+bool CShaderDebuggerShaderIL::LeapTo(const SPosition& target, bool& bGood)
+{
+    const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(ConstructOf(m_nNextInstruction.m_nPos));
+    if (pLoop == nullptr || !IsInnermostLoop(*pLoop) || m_nNextInstruction.m_LoopStack.back().nLoopIteration != 0)
+    {
+        return false;
+    }
+    SPosition end = {m_nNextInstruction, m_CallStack};
+    end.pc.m_LoopStack.pop_back();
+    end.pc.m_nPos = pLoop->GetEnd();
+    unsigned int nPass = 0;
+    if (!IsBefore(target, end))
+    {
+        const std::optional<ProgramCounter> last = FindLastVisit({m_nNextInstruction, m_CallStack}, end.pc, {});
+        nPass = last.has_value() ? last->m_LoopStack.back().nLoopIteration : 0;
+    }
+    else
+    {
+        // The target lies in the loop, or in a call from there.
+        const size_t nCalls = m_CallStack.size();
+        const size_t nTargetCalls = target.callStack.size();
+        const ProgramCounter& inLoop = nTargetCalls > nCalls ? target.callStack[nTargetCalls - 1 - nCalls] : target.pc;
+        LoopState state;
+        nPass = inLoop.GetLoopState(pLoop->GetStart(), state) ? state.nLoopIteration : 0;
+        nPass -= nPass != 0 && inLoop.m_nPos == pLoop->GetStart() && nTargetCalls == nCalls ? 1 : 0;
+    }
+    if (nPass != 0)
+    {
+        bGood = Leap(*pLoop, end.pc, nPass);
+    }
+    return nPass != 0;
+}
+
+/// Makes the head of a later pass the current instruction.
+bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& end, unsigned int nPass)
+{
+    std::vector<Register> vRegisters = loop.GetRegisters();
+    const std::set<InstructionNumber> called = FindCalled(loop.GetStart(), loop.GetEnd());
+    AddWrittenBy(called, vRegisters);
+    vRegisters.erase(std::remove_if(vRegisters.begin(), vRegisters.end(),
+                                    [this](const Register& reg) { return !GetDebuggerIL()->IsTracked(reg); }),
+                     vRegisters.end());
+    for (const Register& reg : vRegisters)
+    {
+        NoteWritten(reg);
+    }
+    m_Pending.bGap = true;
+    bool bRead = true;
+    if (!vRegisters.empty())
+    {
+        // Those who leave the loop before have there what they left it with.
+        for (InstructionNumber n = loop.GetStart(); n < loop.GetEnd(); ++n)
+        {
+            if (IsReturn(OpCodeAt(n)))
+            {
+                m_Leaving.insert(n);
+            }
+        }
+        const CallPath current = std::exchange(m_CurrentCallStack, m_CallStack);
+        PatchPoint atEnd(end);
+        atEnd.m_registers.assign(vRegisters.begin(), vRegisters.end());
+        m_ExecuteList.assign(1, atEnd);
+        bRead = Execute(false);
+        m_Leaving.clear();
+        m_CurrentCallStack = current;
+    }
+    m_nNextInstruction.m_LoopStack.back().nLoopIteration = nPass;
+    m_Ledger.Open(loop.GetStart(), true);
+    m_Ledger.Wait(loop.GetStart(), loop.GetEnd(), {0, true});
+    MoveToNext();
+    bool bStores =
+        std::any_of(called.begin(), called.end(), [&](InstructionNumber n) { return WritesGlobalMemory(n); });
+    for (InstructionNumber n = loop.GetStart(); n < loop.GetEnd(); ++n)
+    {
+        bStores = bStores || WritesGlobalMemory(n);
+    }
+    m_lastGlobalStore = bStores ? m_nCurrentInstruction : m_lastGlobalStore;
+    PatchPoint atHead(m_nCurrentInstruction);
+    atHead.m_registers.assign(vRegisters.begin(), vRegisters.end());
+    if (vRegisters.empty())
+    {
+        atHead.m_registers.push_back(g_Reg_NULL);
+    }
+    m_ExecuteList.assign(1, atHead);
+    bRead = Execute(true) && bRead;
+    m_Stops.back().bShown = true;
+    return bRead && PostStepAsm();
+}
+
+/// Where an instruction of a function is executed last, as far as the loops go that lie around it and not around a
+/// certain position: a run reads their counters each time.
+/// \param from  the instruction, its call, and the loops that are common with where, in the passes that are meant
+/// \param before  if given, the head of a pass of the outermost other loop: only passes before it count
+/// \return nothing if nobody comes there
+std::optional<ProgramCounter> CShaderDebuggerShaderIL::FindLastVisit(const SPosition& what,
+                                                                     const ProgramCounter& around,
+                                                                     std::optional<unsigned int> nBeforePass)
+{
+    std::vector<const CIL_Loop*> vFree; // the innermost first
+    for (const CIL_FCConstruct* p = ConstructOf(what.pc.m_nPos); p != nullptr; p = p->GetParent())
+    {
+        const CIL_Loop* pLoop = p->AsLoop();
+        LoopState state;
+        if (pLoop != nullptr && pLoop->IsInsideLoop(what.pc) && !around.GetLoopState(pLoop->GetStart(), state))
+        {
+            vFree.push_back(pLoop);
+        }
+    }
+    ProgramCounter pc = around;
+    pc.m_nPos = what.pc.m_nPos;
+    for (auto it = vFree.rbegin(); it != vFree.rend(); ++it)
+    {
+        pc.AddLoop((*it)->GetStart(), (*it)->GetEnd());
+        pc.m_LoopStack.back().nLoopIteration = s_nManyPasses;
+    }
+    if (vFree.empty())
+    {
+        return GetCount(pc, what.callStack).value_or(0) != 0 ? std::optional<ProgramCounter>(pc) : std::nullopt;
+    }
+    const size_t nOutermost = pc.m_LoopStack.size() - vFree.size();
+    if (nBeforePass.has_value())
+    {
+        pc.m_LoopStack[nOutermost].nLoopIteration = *nBeforePass - 1;
+    }
+    return ReadLastVisit({pc, what.callStack}, vFree);
+}
+
+std::optional<ProgramCounter> CShaderDebuggerShaderIL::ReadLastVisit(const SPosition& what,
+                                                                     const std::vector<const CIL_Loop*>& vFree)
+{
+    // One run for each register in which the loops are counted.
+    std::map<unsigned int, std::unique_ptr<CShaderDebuggerBuffer>> mapCounters;
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMask;
+    for (const CIL_Loop* pLoop : vFree)
+    {
+        const Register counter(RT_Temp, pLoop->GetCountRegister(), COMP_All);
+        if (mapCounters.count(pLoop->GetCountRegister()) == 0 &&
+            !Capture({what.pc, what.callStack, counter, {}}, mapCounters[pLoop->GetCountRegister()], pExecMask))
+        {
+            return std::nullopt;
+        }
+    }
+    std::optional<ProgramCounter> last;
+    const size_t nOutermost = what.pc.m_LoopStack.size() - vFree.size();
+    for (size_t i = 0; i < pExecMask->GetItemCount(); ++i)
+    {
+        ProgramCounter pc = what.pc;
+        bool bCame = true;
+        for (size_t n = 0; n < vFree.size(); ++n)
+        {
+            const CIL_Loop& loop = *vFree[vFree.size() - 1 - n];
+            const CShaderDebuggerBuffer& counters = *mapCounters[loop.GetCountRegister()];
+            size_t nComponent = 0;
+            while (GetComponent(static_cast<unsigned int>(nComponent)) != loop.GetCountComponent())
+            {
+                ++nComponent;
+            }
+            const uint32_t nLeft = WordAt(counters, 4 * i + nComponent);
+            const bool bHere = nLeft != 0 || WordAt(*pExecMask, i) != 0;
+            unsigned int& nPass = pc.m_LoopStack[nOutermost + n].nLoopIteration;
+            bCame = bCame && bHere && (n != 0 || nLeft <= nPass);
+            nPass = n == 0 ? nPass - nLeft : s_nFreeCounter - nLeft;
+        }
+        if (bCame && (!last.has_value() || *last < pc))
+        {
+            last = pc;
+        }
+    }
+    return last;
+}
+
+/// The last place in front of a stop, in what a run passed over there, at which a breakpoint is, or else a call of a
+/// function that holds one.
+std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindPassedBreakpoint(size_t nStop)
+{
+    const SPosition from = {m_Stops[nStop - 1].next, m_Stops[nStop - 1].nextCallStack};
+    const SPosition to = {m_Stops[nStop].pc, m_Stops[nStop].callStack};
+    if (GetDebugger()->HasBreakPointAtInstructionNumber(to.pc.m_nPos))
+    {
+        return to;
+    }
+    // The loops around all of it are in a pass that doesn't change.
+    ProgramCounter around = from.pc;
+    std::optional<unsigned int> nBeforePass;
+    const size_t nCalls = from.callStack.size();
+    const ProgramCounter inFunction = to.callStack.size() > nCalls    ? to.callStack[to.callStack.size() - 1 - nCalls]
+                                      : to.callStack.size() == nCalls ? to.pc
+                                                                      : ProgramCounter();
+    const std::vector<LoopState>& vLoops = inFunction.m_LoopStack;
+    size_t nCommon = 0;
+    while (nCommon < std::min(vLoops.size(), around.m_LoopStack.size()) &&
+           vLoops[nCommon] == around.m_LoopStack[nCommon])
+    {
+        ++nCommon;
+    }
+    if (nCommon < std::min(vLoops.size(), around.m_LoopStack.size()) &&
+        vLoops[nCommon].nLoopStart == around.m_LoopStack[nCommon].nLoopStart)
+    {
+        nBeforePass = vLoops[nCommon].nLoopIteration;
+    }
+    around.m_LoopStack.resize(nCommon);
+
+    std::optional<SPosition> last;
+    for (const InstructionNumber n : FindBreakpointsIn(FunctionOf(from.pc.m_nPos)))
+    {
+        const std::optional<ProgramCounter> visit =
+            FindLastVisit({ProgramCounter(n), from.callStack}, around, nBeforePass);
+        const SPosition here = {visit.value_or(ProgramCounter()), from.callStack};
+        if (visit.has_value() && !IsBefore(here, from) && IsBefore(here, to) &&
+            (!last.has_value() || IsBefore(*last, here)))
+        {
+            last = here;
+        }
+    }
+    return last;
+}
+
+/// The instructions of a function with a breakpoint, and its calls of functions that hold one.
+std::set<InstructionNumber> CShaderDebuggerShaderIL::FindBreakpointsIn(unsigned int nFunction) const
+{
+    std::set<InstructionNumber> found;
+    for (InstructionNumber n = 0; n < m_nEndOfShader; ++n)
+    {
+        if (FunctionOf(n) != nFunction)
+        {
+            continue;
+        }
+        const std::set<InstructionNumber> called = FindCalled(n, n + 1);
+        if (GetDebugger()->HasBreakPointAtInstructionNumber(n) ||
+            std::any_of(called.begin(), called.end(),
+                        [this](InstructionNumber c) { return GetDebugger()->HasBreakPointAtInstructionNumber(c); }))
+        {
+            found.insert(n);
+        }
+    }
+    return found;
+}
+
+} // namespace OVK_ShaderDebugger

@@ -1,0 +1,284 @@
+#include "tests/e2e/DebugFunctions.h"
+#include "tests/e2e/LibrariesFixture.h"
+#include "tests/e2e/ScriptedClient.h"
+#include "tests/e2e/SmallKernel.h"
+
+#include <gtest/gtest.h>
+
+using namespace KestrelTest;
+using namespace KestrelTool;
+
+namespace
+{
+
+/// What register's x component the eight work-items have in the end.
+struct SValues
+{
+    const char* pszRegister;
+    std::vector<unsigned int> vValues;
+};
+
+/// A function body for MakeSmallKernel, with what the stops of a session that only steps show behind the three
+/// instructions of its frame: the instruction, and who is active behind it, a digit for each work-item.
+struct SCase
+{
+    const char* pszName;
+    std::string strBody;
+    std::vector<std::string> vStops; ///< the call at the end isn't listed: it is no halt
+    std::vector<SValues> vValues;    ///< at the last stop
+    std::string strFunctions;
+};
+
+std::ostream& operator<<(std::ostream& stream, const SCase& test)
+{
+    return stream << test.pszName;
+}
+
+/// l1 is 4, 6, 3, 1, l2 is 0, 1, 2, 5. r0.x is the work-item's number.
+const char* const s_pszDeclarations = "dcl_literal l1, 4, 6, 3, 1\ndcl_literal l2, 0, 1, 2, 5\n";
+const std::string s_Loop = "whileloop\niadd r4.x, r4.x, l1.w\nuge r5.x, r4.x, l2.z\nbreak_logicalnz r5.x\n";
+const std::string s_LowerHalf = "ult r5.x, r0.x, l1.x\nif_logicalnz r5.x\n";
+const std::vector<std::string> s_Pass = {"whileloop 11111111",       "iadd 11111111", "uge 11111111",
+                                         "break_logicalnz 11111111", "ult 11111111",  "if_logicalnz 11110000"};
+const std::vector<std::string> s_LastPass = {"whileloop 11111111", "iadd 11111111", "uge 11111111",
+                                             "break_logicalnz 00000000", "endloop 11111111"};
+
+std::vector<std::string> Join(const std::vector<std::vector<std::string>>& vParts)
+{
+    std::vector<std::string> vAll;
+    for (const auto& part : vParts)
+    {
+        vAll.insert(vAll.end(), part.begin(), part.end());
+    }
+    return vAll;
+}
+
+const SCase s_Cases[] = {
+    {"AllOfAnElsePartContinue",
+     s_Loop + s_LowerHalf + "iadd r6.x, r6.x, l1.w\nelse\ncontinue\nendif\niadd r7.x, r7.x, l1.w\nendloop\n",
+     Join({s_Pass,
+           {"iadd 11110000", "else 00001111", "continue 00000000", "endif 11110000", "iadd 11110000"},
+           s_LastPass,
+           {"ret 11111111"}}),
+     {{"r7", {1, 1, 1, 1, 0, 0, 0, 0}}},
+     ""},
+    {"AllOfAnElsePartBreak",
+     s_Loop + s_LowerHalf + "iadd r6.x, r6.x, l1.w\nelse\nbreak\nendif\niadd r7.x, r7.x, l1.w\nendloop\n",
+     Join({s_Pass,
+           {"iadd 11110000", "else 00001111", "break 00000000", "endif 11110000", "iadd 11110000", "whileloop 11110000",
+            "iadd 11110000", "uge 11110000", "break_logicalnz 00000000", "endloop 11111111", "ret 11111111"}}),
+     {{"r7", {1, 1, 1, 1, 0, 0, 0, 0}}, {"r4", {2, 2, 2, 2, 1, 1, 1, 1}}},
+     ""},
+    {"TheLastBreaksAndOthersContinue",
+     s_Loop + s_LowerHalf + "continue\nendif\nbreak\nendloop\n",
+     Join({s_Pass,
+           {"continue 00000000", "endif 00001111", "break 00000000", "whileloop 11110000", "iadd 11110000",
+            "uge 11110000", "break_logicalnz 00000000", "endloop 11111111", "ret 11111111"}}),
+     {{"r4", {2, 2, 2, 2, 1, 1, 1, 1}}},
+     ""},
+    {"ABreakInACaseAndNobodyInTheNext",
+     "mov r4.x, l2.x\nswitch r4.x\ncase 0\n" + s_LowerHalf +
+         "break\nendif\niadd r6.x, r6.x, l1.w\nbreak\ncase 1\nmov r6.x, l2.w\nbreak\nendswitch\n",
+     {"mov 11111111", "switch 11111111", "case 11111111", "ult 11111111", "if_logicalnz 11110000", "break 00000000",
+      "endif 00001111", "iadd 00001111", "break 00000000", "endswitch 11111111", "ret 11111111"},
+     {{"r6", {0, 0, 0, 0, 1, 1, 1, 1}}},
+     ""},
+    {"LabelsThatNobodyMeansAreNoStops",
+     "iand r4.x, r0.x, l1.z\nswitch r4.x\ncase 7\nmov r6.x, l2.w\ncase 1\nmov r6.x, l2.y\ndefault\n"
+     "iadd r6.x, r6.x, l2.z\nbreak\ncase 9\nbreak\ncase 2\nmov r6.x, l2.z\nendswitch\n",
+     {"iand 11111111", "switch 11111111", "case 01000100", "mov 01000100", "default 11011101", "iadd 11011101",
+      "break 00000000", "case 00100010", "mov 00100010", "endswitch 11111111", "ret 11111111"},
+     {{"r6", {2, 3, 2, 2, 2, 3, 2, 2}}},
+     ""},
+    {"ASelectorThatNoLabelMeans",
+     "switch r0.x\ncase 3\nmov r6.x, l2.w\nendswitch\n",
+     {"switch 11111111", "case 00010000", "mov 00010000", "endswitch 11111111", "ret 11111111"},
+     {{"r6", {0, 0, 0, 5, 0, 0, 0, 0}}},
+     ""},
+    {"SomeOfAnElsePartBreak",
+     s_Loop + s_LowerHalf +
+         "iadd r6.x, r6.x, l1.w\nelse\nuge r5.x, r0.x, l1.y\nif_logicalnz r5.x\nbreak\nendif\n"
+         "iadd r6.x, r6.x, l2.z\nendif\niadd r7.x, r7.x, l1.w\nendloop\n",
+     Join({s_Pass,
+           {"iadd 11110000", "else 00001111", "uge 00001111", "if_logicalnz 00000011", "break 00000000",
+            "endif 00001100", "iadd 00001100", "endif 11111100", "iadd 11111100", "whileloop 11111100", "iadd 11111100",
+            "uge 11111100", "break_logicalnz 00000000", "endloop 11111111", "ret 11111111"}}),
+     {{"r6", {1, 1, 1, 1, 2, 2, 0, 0}}, {"r7", {1, 1, 1, 1, 1, 1, 0, 0}}},
+     ""},
+    {"ABreakInTheElsePartOfACase",
+     "mov r4.x, l2.x\nswitch r4.x\ncase 0\n" + s_LowerHalf +
+         "iadd r6.x, r6.x, l1.w\nbreak\nelse\niadd r6.x, r6.x, l2.z\nendif\niadd r7.x, r7.x, l1.w\nendswitch\n",
+     {"mov 11111111", "switch 11111111", "case 11111111", "ult 11111111", "if_logicalnz 11110000", "iadd 11110000",
+      "break 00000000", "else 00001111", "iadd 00001111", "endif 00001111", "iadd 00001111", "endswitch 11111111",
+      "ret 11111111"},
+     {{"r6", {1, 1, 1, 1, 2, 2, 2, 2}}, {"r7", {0, 0, 0, 0, 1, 1, 1, 1}}},
+     ""},
+    {"AllContinueInAnIfInFrontOfAConditionalBreak",
+     "whileloop\niadd r4.x, r4.x, l1.w\nuge r5.x, r4.x, l1.z\nbreak_logicalnz r5.x\nuge r5.x, r0.x, l2.x\n"
+     "if_logicalnz r5.x\niadd r6.x, r6.x, l1.w\ncontinue\nendif\nbreak_logicalnz r5.x\niadd r7.x, r7.x, l1.w\n"
+     "endloop\niadd r8.x, r6.x, l1.w\n",
+     {"whileloop 11111111", "iadd 11111111",         "uge 11111111",  "break_logicalnz 11111111",
+      "uge 11111111",       "if_logicalnz 11111111", "iadd 11111111", "continue 00000000",
+      "whileloop 11111111", "iadd 11111111",         "uge 11111111",  "break_logicalnz 11111111",
+      "uge 11111111",       "if_logicalnz 11111111", "iadd 11111111", "continue 00000000",
+      "whileloop 11111111", "iadd 11111111",         "uge 11111111",  "break_logicalnz 00000000",
+      "endloop 11111111",   "iadd 11111111",         "ret 11111111"},
+     {{"r6", {2, 2, 2, 2, 2, 2, 2, 2}}, {"r8", {3, 3, 3, 3, 3, 3, 3, 3}}},
+     ""},
+    {"ACallInAnIfThatBreaksOutOfASwitch",
+     "mov r4.x, l2.x\nswitch r4.x\ncase 0\n" + s_LowerHalf +
+         "call 1031\nbreak\nendif\niadd r7.x, r7.x, l1.w\nbreak\nendswitch\niadd r7.x, r7.x, l1.w\n",
+     {"mov 11111111", "switch 11111111", "case 11111111", "ult 11111111", "if_logicalnz 11110000", "func 11110000",
+      "mov 11110000", "ret 11110000", "call 11110000", "break 00000000", "endif 00001111", "iadd 00001111",
+      "break 00000000", "endswitch 11111111", "iadd 11111111", "ret 11111111"},
+     {{"r6", {5, 5, 5, 5}}, {"r7", {1, 1, 1, 1, 2, 2, 2, 2}}},
+     "func 1031\nmov r6.x, l2.w\nret\nendfunc\n"},
+    {"AGuard",
+     "uge r5.x, r0.x, l1.y\nif_logicalnz r5.x\nmov r6.x, l2.w\nret\nendif\niadd r6.x, r6.x, l1.w\n",
+     {"uge 11111111", "if_logicalnz 00000011", "mov 00000011", "ret 00000011", "endif 11111100", "iadd 11111100",
+      "ret 11111100"},
+     {{"r6", {1, 1, 1, 1, 1, 1, 5, 5}}},
+     ""},
+    {"AGuardInALoop",
+     s_Loop + s_LowerHalf + "iadd r6.x, r6.x, l1.w\nelse\nret\nendif\nendloop\niadd r7.x, r7.x, l1.w\n",
+     Join({s_Pass,
+           {"iadd 11110000", "else 00001111", "ret 00001111", "endif 11110000", "whileloop 11110000", "iadd 11110000",
+            "uge 11110000", "break_logicalnz 00000000", "endloop 11110000", "iadd 11110000", "ret 11110000"}}),
+     {{"r4", {2, 2, 2, 2, 1, 1, 1, 1}}, {"r7", {1, 1, 1, 1, 0, 0, 0, 0}}},
+     ""},
+    {"AReturnInABlockOfACalledFunction",
+     "call 1031\niadd r6.x, r6.x, l1.w\n",
+     {"func 11111111", "ult 11111111", "if_logicalnz 11110000", "mov 11110000", "ret 11110000", "endif 00001111",
+      "mov 00001111", "ret 00001111", "call 11111111", "iadd 11111111", "ret 11111111"},
+     {{"r6", {6, 6, 6, 6, 3, 3, 3, 3}}},
+     "func 1031\n" + s_LowerHalf + "mov r6.x, l2.w\nret\nendif\nmov r6.x, l2.z\nret\nendfunc\n"},
+    {"AllReturnInBlocks",
+     s_LowerHalf + "mov r6.x, l2.w\nret\nelse\nmov r6.x, l2.z\nret\nendif\nmov r6.x, l2.y\n",
+     {"ult 11111111", "if_logicalnz 11110000", "mov 11110000", "ret 11110000", "else 00001111", "mov 00001111",
+      "ret 00001111"},
+     {{"r6", {5, 5, 5, 5, 2, 2, 2, 2}}},
+     ""},
+};
+
+std::string StopOf(CSession& session)
+{
+    std::string strStop = session.GetListing().GetMnemonic(session.GetExecutedLine()) + " ";
+    const SMaskView mask = session.GetMask();
+    for (size_t i = 0; i < mask.nItems; ++i)
+    {
+        strStop += mask.pActive[i] != 0 ? '1' : '0';
+    }
+    return strStop;
+}
+
+class TrueStops : public testing::TestWithParam<SCase>
+{
+protected:
+    static SLaunchFile File()
+    {
+        return MakeSmallKernel(GetParam().strBody, s_pszDeclarations, GetParam().strFunctions);
+    }
+
+    static void Play(CScriptedClient& client)
+    {
+        CLaunch launch(GetLibraries(), File());
+        EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS) << client.GetError();
+    }
+
+    /// What each step shows.
+    /// \param pvStops  receives it in words, without the stops of the frame
+    /// \param pLines  receives the lines in front of which there were stops. A run passes over the other lines of a
+    ///        block with it
+    static std::vector<SSnapshot> Step(std::vector<std::string>* pvStops, std::set<unsigned int>* pLines = nullptr)
+    {
+        std::vector<SSnapshot> vShown;
+        unsigned int nStop = 0;
+        CScriptedClient client(AlwaysStep,
+                               [&](CSession& session)
+                               {
+                                   vShown.emplace_back(session);
+                                   const std::string strNext = session.GetListing().GetMnemonic(session.GetNextLine());
+                                   if (pLines != nullptr && strNext != "else" && strNext != "whileloop" &&
+                                       strNext.compare(0, 3, "end") != 0)
+                                   {
+                                       pLines->insert(session.GetNextLine());
+                                   }
+                                   if (++nStop > 3 && pvStops != nullptr)
+                                   {
+                                       pvStops->push_back(StopOf(session));
+                                   }
+                                   return OVKCLDEBUG_COMMAND_STEP;
+                               });
+        Play(client);
+        return vShown;
+    }
+};
+
+TEST_P(TrueStops, AreWhatTheKernelDoes)
+{
+    std::vector<std::string> vStops;
+    const std::vector<SSnapshot> vShown = Step(&vStops);
+    EXPECT_EQ(vStops, GetParam().vStops);
+    ASSERT_FALSE(vShown.empty());
+    for (const SValues& values : GetParam().vValues)
+    {
+        const auto it = vShown.back().mapRegisters.find(values.pszRegister);
+        ASSERT_NE(it, vShown.back().mapRegisters.end()) << values.pszRegister;
+        for (size_t n = 0; n < values.vValues.size(); ++n)
+        {
+            EXPECT_EQ(it->second[4 * n], values.vValues[n]) << values.pszRegister << " of work-item " << n;
+        }
+    }
+}
+
+TEST_P(TrueStops, AreTheSameByARunAsBySteps)
+{
+    std::set<unsigned int> setLines;
+    const std::vector<SSnapshot> vShown = Step(nullptr, &setLines);
+    for (const unsigned int nLine : setLines)
+    {
+        std::vector<const SSnapshot*> vWanted;
+        for (const SSnapshot& shown : vShown)
+        {
+            if (shown.nNextLine == nLine)
+            {
+                vWanted.push_back(&shown);
+            }
+        }
+        size_t nStop = 0;
+        CScriptedClient client(
+            [&](CSession& session)
+            {
+                GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), nLine, 0, nullptr);
+                return OVKCLDEBUG_COMMAND_CONTINUE;
+            },
+            [&](CSession& session)
+            {
+                if (nStop < vWanted.size())
+                {
+                    SSnapshot here(session);
+                    // A register that nobody writes is read with the block that would.
+                    for (auto it = here.mapRegisters.begin(); it != here.mapRegisters.end();)
+                    {
+                        const bool bWanted = vWanted[nStop]->mapRegisters.count(it->first) != 0;
+                        it = bWanted ? std::next(it) : here.mapRegisters.erase(it);
+                    }
+                    const std::string strDifference = here.CompareWith(*vWanted[nStop]);
+                    EXPECT_EQ(strDifference, "") << "stop " << nStop << " in front of line " << nLine << ": "
+                                                 << session.GetListing().GetLine(nLine);
+                }
+                if (++nStop == 100)
+                {
+                    GetDebugFunctions().ovkclDebugClearAllBreakpoints(session.GetContext());
+                }
+                return OVKCLDEBUG_COMMAND_CONTINUE;
+            });
+        Play(client);
+        EXPECT_EQ(nStop, vWanted.size()) << "in front of line " << nLine;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, TrueStops, testing::ValuesIn(s_Cases),
+                         [](const auto& info) { return std::string(info.param.pszName); });
+
+} // namespace
