@@ -286,7 +286,8 @@ std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindP
     return last;
 }
 
-/// The instructions of a function with a breakpoint, and its calls of functions that hold one.
+/// The instructions of a function with a breakpoint, and its calls of functions that hold one. Those that divide or end
+/// a block or begin a pass are passed over with it, as on the way forward.
 std::set<InstructionNumber> CShaderDebuggerShaderIL::FindBreakpointsIn(unsigned int nFunction) const
 {
     std::set<InstructionNumber> found;
@@ -297,7 +298,9 @@ std::set<InstructionNumber> CShaderDebuggerShaderIL::FindBreakpointsIn(unsigned 
             continue;
         }
         const std::set<InstructionNumber> called = FindCalled(n, n + 1);
-        if (GetDebugger()->HasBreakPointAtInstructionNumber(n) ||
+        const ILOpCode op = OpCodeAt(n);
+        const bool bInside = !ILShaderUtils::IsFlowControlBlockOp(op) || IsIf(op) || op == IL_OP_SWITCH;
+        if ((bInside && GetDebugger()->HasBreakPointAtInstructionNumber(n)) ||
             std::any_of(called.begin(), called.end(),
                         [this](InstructionNumber c) { return GetDebugger()->HasBreakPointAtInstructionNumber(c); }))
         {
