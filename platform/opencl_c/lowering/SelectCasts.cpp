@@ -249,8 +249,30 @@ Words CSelector::LongToFloat(llvm::ArrayRef<SWord> pair, bool bSigned)
     return {m_Machine.FromPair("d2f", exact)};
 }
 
+/// A condition is all ones or 0: what it keeps of 1.0, or of -1.0 where a bit that is set counts as -1.
+void CSelector::SelectConditionToFloat(const llvm::CastInst& cast)
+{
+    const bool bSigned = cast.getOpcode() == Instruction::SIToFP;
+    Type* const pTo = cast.getDestTy()->getScalarType();
+    const Words one = GetConstant(*llvm::cast<llvm::Constant>(llvm::ConstantFP::get(pTo, bSigned ? -1.0 : 1.0)));
+    Words result;
+    for (const SWord& condition : Get(cast.getOperand(0)))
+    {
+        for (const SWord& word : one)
+        {
+            result.push_back(m_Machine.One("iand", {condition, word}));
+        }
+    }
+    Set(cast, result);
+}
+
 void CSelector::SelectIntegerToFloat(const llvm::CastInst& cast)
 {
+    if (cast.getSrcTy()->getScalarType()->isIntegerTy(1))
+    {
+        SelectConditionToFloat(cast);
+        return;
+    }
     const bool bSigned = cast.getOpcode() == Instruction::SIToFP;
     const bool bDouble = cast.getDestTy()->getScalarType()->isDoubleTy();
     const unsigned nFrom = m_Types.CountElementWords(cast.getSrcTy());

@@ -111,6 +111,7 @@ private:
     void SelectTrunc(const llvm::CastInst& cast);
     void SelectExtend(const llvm::CastInst& cast);
     void SelectFloatToInteger(const llvm::CastInst& cast);
+    void SelectConditionToFloat(const llvm::CastInst& cast);
     void SelectIntegerToFloat(const llvm::CastInst& cast);
     void SelectFloatResize(const llvm::CastInst& cast);
     Words LongToFloat(llvm::ArrayRef<SWord> pair, bool bSigned);

@@ -78,6 +78,9 @@ const SCase s_Cases[] = {
     CASE(int, int, a < 0 ? (int)(0u - (uint)a) : a),
     CASE(short, int, a* b),
     CASE(char, char, (char)(a / (b | 1))),
+    // Conditions as numbers.
+    CASE(int, float, (float)(a < b) + 2 * (float)-(a == b)),
+    CASE(ulong, double, (double)(a < b) - (double)(a > b)),
 };
 
 const size_t s_nBytes = 4096; ///< of each operand
