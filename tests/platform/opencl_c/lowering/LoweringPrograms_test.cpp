@@ -245,7 +245,7 @@ __kernel void k(__global int* out, char c, uchar uc, short s, ushort us, int i, 
             u16.s[15] = 250;
             const cl_mem nothing = nullptr;
             program.Run("k", {{1}, {}, {}}, out, cl_char{-1}, cl_uchar{255}, cl_short{-2}, cl_ushort{65535}, cl_int{-3},
-                        cl_uint{0xFFFFFFFE}, cl_long{-1} << 32, cl_ulong{7}, cl_float{8.5f}, cl_double{-9.5}, c4, s2,
+                        cl_uint{0xFFFFFFFE}, cl_long{-4294967296}, cl_ulong{7}, cl_float{8.5f}, cl_double{-9.5}, c4, s2,
                         f3, d2, u16, s, v, cl_int{2}, nothing, s);
             const std::vector<int> vExpected = {-1, 255, -2, 65535,        -3, -2,  -1,  7,
                                                 8,  -9,  -4, -6,           33, -44, 250, 100 + 30 - 4 - 500,
