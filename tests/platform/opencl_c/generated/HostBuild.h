@@ -1,0 +1,42 @@
+#ifndef KESTREL_TESTS_PLATFORM_OPENCL_C_GENERATED_HOSTBUILD_H
+#define KESTREL_TESTS_PLATFORM_OPENCL_C_GENERATED_HOSTBUILD_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace KestrelTest
+{
+
+/// What a generated kernel is called with besides its buffers, the same on each side.
+const int32_t g_nArgumentN = 5;
+const float g_fArgumentF = 1.5f;
+const uint32_t g_nArgumentV[2] = {3, 4000000000u};
+
+/// Definitions that both languages have in front of generated kernels.
+extern const char* const g_pszCommonPrelude;
+
+/// Generated kernels as code of the host: compiled by Debian's clang as plain C, one work-group after the other, its
+/// work-items taking turns at barriers.
+class CHostBuild
+{
+public:
+    /// \param strKernels  texts of MakeKernel
+    /// \param strFolder   an existing folder for the source and the library
+    /// Throws std::runtime_error with what clang printed.
+    CHostBuild(const std::string& strKernels, const std::vector<std::string>& vNames, const std::string& strFolder);
+    ~CHostBuild();
+    CHostBuild(const CHostBuild&) = delete;
+    CHostBuild& operator=(const CHostBuild&) = delete;
+
+    /// Runs a whole dispatch. \param pOut g_nItems * g_nOutputs words \param pSums g_nSums words
+    void Run(const std::string& strName, const int32_t* pIn, uint32_t* pOut, uint32_t* pSums) const;
+
+private:
+    void* m_pLibrary = nullptr;
+};
+
+} // namespace KestrelTest
+
+#endif

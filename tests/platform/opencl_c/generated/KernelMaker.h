@@ -1,0 +1,30 @@
+#ifndef KESTREL_TESTS_PLATFORM_OPENCL_C_GENERATED_KERNELMAKER_H
+#define KESTREL_TESTS_PLATFORM_OPENCL_C_GENERATED_KERNELMAKER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace KestrelTest
+{
+
+/// What every generated kernel takes and how it is launched. Its signature:
+///   __kernel void kN(__global const int* in, __global uint* out, __global uint* sums, int n, float f, uint2 v)
+/// `in` has g_nInputs elements; each work-item owns g_nOutputs words of `out`; `sums` has g_nSums words, which all
+/// add to by atomics.
+const size_t g_nGroupSize = 8;
+const size_t g_nItems = 32;
+const size_t g_nInputs = 64;
+const size_t g_nOutputs = 24;
+const size_t g_nSums = 8;
+
+/// A kernel in the language that OpenCL C and the C of clang with its vector extension have in common, with no
+/// behaviour that either leaves open: whoever compiles it must get the same words.
+///
+/// \param strName the kernel's name; its helpers, types and constants have names that start with it
+/// \return the text, the same for the same seed
+std::string MakeKernel(uint64_t nSeed, const std::string& strName);
+
+} // namespace KestrelTest
+
+#endif
