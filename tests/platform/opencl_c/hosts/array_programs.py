@@ -93,7 +93,7 @@ def scans(ctx, queue):
     n = 2500
     a = rng.integers(-5, 6, n).astype(np.int32)
     a_dev = cl_array.to_device(queue, a)
-    InclusiveScanKernel(ctx, np.int32, "a+b")(a_dev)
+    InclusiveScanKernel(ctx, np.int32, "a+b", neutral="0")(a_dev)
     np.testing.assert_array_equal(a_dev.get(), np.cumsum(a))
 
     # A sum by segments, which start where a flag says.
