@@ -23,7 +23,7 @@ namespace
 {
 
 /// Tokens after macros, of a source that isn't a program any more but macros that grow without end.
-const uint64_t s_nMostTokens = 20'000'000;
+const uint64_t s_nMostTokens = 2'000'000;
 
 llvm::IntrusiveRefCntPtr<llvm::vfs::FileSystem> MakeFiles(const SCompileJob& job)
 {
