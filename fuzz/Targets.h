@@ -19,6 +19,7 @@ void FuzzAssemble(const uint8_t* pData, size_t nSize);    ///< a text: to tokens
 void FuzzMetadata(const uint8_t* pData, size_t nSize);    ///< a metadata block: parsed, changed, printed
 void FuzzLaunch(const uint8_t* pData, size_t nSize);      ///< a launch file of the tool
 void FuzzProgram(const uint8_t* pData, size_t nSize);     ///< the software platform's compiler: source or binary
+void FuzzOpenCL(const uint8_t* pData, size_t nSize);      ///< the compiler of OpenCL C: source
 
 struct STarget
 {
@@ -31,6 +32,7 @@ constexpr STarget s_Targets[] = {
     {"patch", FuzzPatch},       {"disassemble", FuzzDisassemble},
     {"assemble", FuzzAssemble}, {"metadata", FuzzMetadata},
     {"launch", FuzzLaunch},     {"program", FuzzProgram},
+    {"opencl", FuzzOpenCL},
 };
 
 /// What Require prints as the input that it happened with; empty for none.

@@ -1,3 +1,4 @@
+#include "tools/kestrel/KernelText.h"
 #include "tools/kestrel/StepPrinter.h"
 #include "tools/kestrel/command/DebugSession.h"
 #include "tools/kestrel/command/ExitCode.h"
@@ -32,6 +33,8 @@ struct SOptions
     std::string strBuildOptions = "-g";
     bool bNumbers = false;
     bool bTokens = false;
+    std::string strCompileOptions;
+    bool bEmitLLVM = false;
 };
 
 std::string GetPlatformFolder()
@@ -100,7 +103,9 @@ std::vector<char> ReadBinary(const SOptions& options)
     {
         return std::vector<char>(strBytes.begin(), strBytes.end());
     }
-    return BuildProgram(OpenLibraries(options), strBytes, options.strDevice, options.strBuildOptions);
+    return BuildProgram(OpenLibraries(options), ReadProgramText(options.strInput), options.strDevice,
+                        options.strBuildOptions)
+        .vImage;
 }
 
 /// Writes a text to the output file, or prints it.
@@ -133,6 +138,17 @@ int Disassemble(const SOptions& options)
         return Deliver(options, TokensToText(GetPlatformFolder(), strBytes));
     }
     return Deliver(options, DisassembleBinary(ReadBinary(options), options.bNumbers));
+}
+
+/// Compiles OpenCL C, tells the compiler's words, and prints what it made: IL, or LLVM's intermediate code.
+int Compile(const SOptions& options)
+{
+    const std::string strBuildOptions = options.strCompileOptions + (options.bEmitLLVM ? " -emit-llvm" : "");
+    const SBuiltProgram program =
+        BuildProgram(OpenLibraries(options), ReadProgramText(options.strInput), options.strDevice, strBuildOptions);
+    std::cerr << program.strLog;
+    return Deliver(options, options.bEmitLLVM ? FindSection(program.vImage, ".llvmir")
+                                              : DisassembleBinary(program.vImage, options.bNumbers));
 }
 
 int Info(const SOptions& options)
@@ -219,6 +235,15 @@ int main(int argc, char** argv)
     pDisasm->add_flag("--numbers", options.bNumbers, "with the numbers of the lines");
     pAsm->add_flag("--tokens", options.bTokens, "the IL alone, as 32-bit words, in place of a kernel binary");
     pDisasm->add_flag("--tokens", options.bTokens, "the file holds IL as 32-bit words, whatever it looks like");
+    CLI::App* pCompile = AddConverter(app, "cc", "SOURCE", "Compile OpenCL C and print its IL", options);
+    pCompile->add_flag("--emit-llvm", options.bEmitLLVM, "LLVM's intermediate code in place of the IL");
+    pCompile->add_flag("--numbers", options.bNumbers, "with the numbers of the lines");
+    pCompile->add_flag_callback(
+        "-g", [&options] { options.strCompileOptions += " -g"; }, "every variable keeps a place of its own");
+    pCompile->add_option("--device", options.strDevice, "device to compile for");
+    pCompile->add_option_function<std::string>(
+        "--options", [&options](const std::string& strMore) { options.strCompileOptions += " " + strMore; },
+        "build options of OpenCL");
     CLI::App* pInfo = AddConverter(app, "info", "BINARY", "Show what a kernel binary holds", options);
     CLI::App* pNew = AddConverter(app, "new", "PROGRAM", "Write a launch file for a kernel, with comments", options);
     pNew->add_option("--kernel", options.strKernel, "the kernel; the first if missing");
@@ -258,8 +283,8 @@ int main(int argc, char** argv)
     try
     {
         const std::pair<const CLI::App*, int (*)(const SOptions&)> commands[] = {
-            {pRun, Run},   {pStep, Step}, {pDebug, Debug},  {pAsm, Assemble}, {pDisasm, Disassemble},
-            {pInfo, Info}, {pNew, New},   {pManual, Manual}};
+            {pRun, Run},         {pStep, Step}, {pDebug, Debug}, {pAsm, Assemble}, {pDisasm, Disassemble},
+            {pCompile, Compile}, {pInfo, Info}, {pNew, New},     {pManual, Manual}};
         for (const auto& command : commands)
         {
             if (command.first->parsed())

@@ -15,7 +15,7 @@ namespace
 {
 
 /// A kernel of that many instructions is no kernel any more: it is what a few lines that call each other twice grow to.
-const uint64_t s_nMostInstructions = 4'000'000;
+const uint64_t s_nMostInstructions = 1'000'000;
 
 /// What the device itself knows: intrinsics, and what lowering turns into instructions.
 bool IsKnown(const llvm::Function& function)

@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <string_view>
 
 namespace KestrelTool
 {
@@ -68,7 +69,7 @@ public:
     CBuild(const CBuild&) = delete;
     CBuild& operator=(const CBuild&) = delete;
 
-    std::vector<char> Build(const std::string& strSource, const std::string& strOptions)
+    SBuiltProgram Build(const std::string& strSource, const std::string& strOptions)
     {
         const char* pszSource = strSource.c_str();
         cl_int nCode = CL_SUCCESS;
@@ -76,10 +77,8 @@ public:
         Check(nCode, "clCreateProgramWithSource");
         if (m_Lib.cl.clBuildProgram(m_Program, 1, &m_Device, strOptions.c_str(), nullptr, nullptr) != CL_SUCCESS)
         {
-            char szLog[4096] = {};
-            m_Lib.cl.clGetProgramBuildInfo(m_Program, m_Device, CL_PROGRAM_BUILD_LOG, sizeof(szLog) - 1, szLog,
-                                           nullptr);
-            throw CBuildError(szLog[0] != '\0' ? szLog : "the program doesn't build");
+            const std::string strLog = Log();
+            throw CBuildError(!strLog.empty() ? strLog : "the program doesn't build");
         }
         size_t nSize = 0;
         Check(m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARY_SIZES, sizeof(nSize), &nSize, nullptr),
@@ -88,10 +87,19 @@ public:
         char* pImage = vImage.data();
         Check(m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARIES, sizeof(pImage), &pImage, nullptr),
               "clGetProgramInfo");
-        return vImage;
+        return {vImage, Log()};
     }
 
 private:
+    std::string Log() const
+    {
+        size_t nSize = 0;
+        m_Lib.cl.clGetProgramBuildInfo(m_Program, m_Device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &nSize);
+        std::string strLog(nSize, '\0');
+        m_Lib.cl.clGetProgramBuildInfo(m_Program, m_Device, CL_PROGRAM_BUILD_LOG, nSize, strLog.data(), nullptr);
+        return strLog.substr(0, strLog.find('\0'));
+    }
+
     const CLibraries& m_Lib;
     cl_device_id m_Device;
     cl_context m_Context = nullptr;
@@ -100,10 +108,20 @@ private:
 
 } // namespace
 
-std::vector<char> BuildProgram(const CLibraries& libraries, const std::string& strSource, const std::string& strDevice,
-                               const std::string& strOptions)
+SBuiltProgram BuildProgram(const CLibraries& libraries, const std::string& strSource, const std::string& strDevice,
+                           const std::string& strOptions)
 {
     return CBuild(libraries, strDevice).Build(strSource, strOptions);
+}
+
+std::string ReadProgramText(const std::string& strPath)
+{
+    const std::string strText = ReadFileBytes(strPath);
+    const std::string_view suffix = ".cl";
+    const bool bOpenCL =
+        strPath.size() > suffix.size() && strPath.compare(strPath.size() - suffix.size(), suffix.size(), suffix) == 0;
+    const bool bNameFits = strPath.find_first_of("\"\\\n") == std::string::npos;
+    return (bOpenCL && bNameFits ? "#line 1 \"" + strPath + "\"\n" : "") + strText;
 }
 
 std::string ReadFileBytes(const std::string& strPath)

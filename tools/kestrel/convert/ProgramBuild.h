@@ -16,11 +16,21 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Builds a program's text for a device, and gives the image.
+/// A program as it was built.
+struct SBuiltProgram
+{
+    std::vector<char> vImage;
+    std::string strLog; ///< warnings
+};
+
+/// Builds a program's text for a device.
 /// \param strDevice  a device's name, or the beginning of it; the first GPU if empty
 /// \throws CBuildError, CPlatformError
-std::vector<char> BuildProgram(const CLibraries& libraries, const std::string& strSource, const std::string& strDevice,
-                               const std::string& strOptions);
+SBuiltProgram BuildProgram(const CLibraries& libraries, const std::string& strSource, const std::string& strDevice,
+                           const std::string& strOptions);
+
+/// The text of a program's file for a build: OpenCL C gets the name of the file, which the compiler then tells.
+std::string ReadProgramText(const std::string& strPath);
 
 /// The bytes of a file. \throws std::runtime_error
 std::string ReadFileBytes(const std::string& strPath);

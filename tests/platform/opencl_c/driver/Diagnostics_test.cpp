@@ -50,7 +50,9 @@ const SFaultyCase s_FaultyCases[] = {
     {"a chain of operators without end", "kernel void k(global int* a) { a[0] = " + Repeat("- ", 4'000'000) + "1; }",
      "error: "},
     {"macros without end",
-     "#define A(x) x x x x x x x x x x\n#define B(x) A(A(A(A(x))))\nkernel void k(global int* a) { B(B(a[0]++;)) }\n",
+     "#define A a[0]++; a[0]++; a[0]++; a[0]++; a[0]++; a[0]++; a[0]++; a[0]++;\n#define B A A A A A A A A\n"
+     "#define C B B B B B B B B\n#define D C C C C C C C C\n#define E D D D D D D D D\n#define F E E E E E E E E\n"
+     "#define G F F F F F F F F\nkernel void k(global int* a) { G G }\n",
      "tokens"},
     {"calls without end", Doubling(40), "kernel k would have more than"},
     {"recursion", "int f(int n) { return n < 2 ? n : f(n - 1); }\nkernel void k(global int* a) {\n a[0] = f(a[1]); }\n",
