@@ -21,6 +21,8 @@ namespace
 const size_t s_nStackBytes = size_t{256} << 20;
 const size_t s_nSignalStackBytes = size_t{64} << 10;
 
+const char* const s_pszOutOfMemory = "the compiler ran out of memory";
+
 const int s_Signals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT};
 const size_t s_nSignals = std::size(s_Signals);
 
@@ -142,6 +144,16 @@ void OnFatalError(void*, const char* pszReason, bool)
     std::abort();
 }
 
+void OnOutOfMemory(void*, const char*, bool)
+{
+    if (t_pRun != nullptr)
+    {
+        t_pRun->strFault = s_pszOutOfMemory;
+        siglongjmp(t_pRun->jump, SIGABRT);
+    }
+    std::abort();
+}
+
 void InstallErrorHandlers()
 {
     static std::once_flag s_Once;
@@ -149,7 +161,7 @@ void InstallErrorHandlers()
                    []
                    {
                        llvm::install_fatal_error_handler(OnFatalError);
-                       llvm::install_bad_alloc_error_handler(OnFatalError);
+                       llvm::install_bad_alloc_error_handler(OnOutOfMemory);
                    });
 }
 
@@ -173,7 +185,7 @@ void RunToItsEnd(SRun& run)
     }
     catch (const std::bad_alloc&)
     {
-        run.strFault = "the compiler ran out of memory";
+        run.strFault = s_pszOutOfMemory;
     }
     t_pRun = nullptr;
 }

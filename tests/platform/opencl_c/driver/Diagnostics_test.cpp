@@ -54,6 +54,9 @@ const SFaultyCase s_FaultyCases[] = {
      "#define C B B B B B B B B\n#define D C C C C C C C C\n#define E D D D D D D D D\n#define F E E E E E E E E\n"
      "#define G F F F F F F F F\nkernel void k(global int* a) { G G }\n",
      "tokens"},
+    {"arguments of macros without end",
+     "#define A(x) x x x x x x x x x x\n#define B(x) A(A(A(A(x))))\nkernel void k(global int* a) { B(B(a[0]++;)) }\n",
+     "memory"},
     {"calls without end", Doubling(40), "kernel k would have more than"},
     {"recursion", "int f(int n) { return n < 2 ? n : f(n - 1); }\nkernel void k(global int* a) {\n a[0] = f(a[1]); }\n",
      "kernel.cl:1:35: error: function 'f' calls itself"},
