@@ -101,9 +101,20 @@ bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
         return true;
     }
 
-    LineNumber nNumMacroLines = 0;
-    m_Shader.SkipMacros(m_Src, nNumMacroLines);
-    m_nLine += nNumMacroLines;
+    // One only: the outline may follow.
+    CShaderDebuggerInstructionIL inMacro(m_Shader.GetDebugger());
+
+    while (m_Shader.DecodeItem(m_Src, inMacro))
+    {
+        ++m_nLine;
+        m_Shader.NoteMacroRegisters(inMacro);
+
+        if (inMacro.GetOpCode() == IL_OP_MACROEND)
+        {
+            break;
+        }
+    }
+
     return true;
 }
 

@@ -167,7 +167,19 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
 
     if (pass.bOutlineMacroEncountered || !IsOutlineMacro(item.pTokens[1], pass.src))
     {
-        return CopyMacros(pass.src, pass.dest);
+        SItem inMacro;
+
+        do
+        {
+            if (!ReadItem(pass.src, inMacro))
+            {
+                return true;
+            }
+
+            pass.dest.WriteTokens(inMacro.pTokens, inMacro.nLength);
+        } while (inMacro.GetOpCode() != IL_OP_MACROEND);
+
+        return true;
     }
 
     if (!SD_Assert(GetHost(), ControlsOf(item.pTokens[0]) == m_OutlineMacroLabel))

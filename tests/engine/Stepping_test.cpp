@@ -148,6 +148,28 @@ TEST(Stepping, WalksADivergentLoopByItsCounts)
     }
 }
 
+TEST(Stepping, EntersAnOutlineMacroBehindOtherMacros)
+{
+    CTestSession session(s_Id + "ult r2, r0, l23\nif_logicalnz r2.x\nmcall(3)_in(0)\nendif\n",
+                         "mdef(4)_outline\n;other\nmov r7, l22\nmend\nmdef(5)_outline\n;another\nmend\n"
+                         "mdef(3)_outline\n;k\niadd r3, r0, l22\nmend\n");
+    ASSERT_TRUE(session.Start());
+    unsigned int nVisits = 0;
+    while (session.Debugger().Step())
+    {
+        if (session.Shader().GetCurrentRegister() == Register(RT_Temp, 3, COMP_All))
+        {
+            ++nVisits;
+            EXPECT_EQ(session.Mask(), (std::vector<uint32_t>{1, 1, 1, 0, 0, 0, 0, 0}));
+            const std::vector<uint32_t> vRead = session.Read("r3");
+            ASSERT_EQ(vRead.size(), 32u);
+            EXPECT_EQ(vRead[4], 3u);
+            EXPECT_EQ(vRead[8], 4u);
+        }
+    }
+    EXPECT_EQ(nVisits, 1u);
+}
+
 /// A macro that runs twice shows its last call, and so does a function that it calls: two work-items were in the block
 /// in the first, four in the second.
 TEST(Stepping, ShowsTheLastCallOfAMacro)
