@@ -28,9 +28,10 @@ std::string Kernel(size_t nCase, unsigned nSize, const std::string& strExpressio
     for (const SArray& argument : vArguments)
     {
         const std::string strName(1, cName++);
-        strText += std::string(", global const ") + argument.pszType + "* p" + strName;
-        strLoads += std::string("  ") + argument.pszType + strSize + " " + strName + " = " +
-                    (nSize == 1 ? "p" + strName + "[i];\n" : "vload" + strSize + "(i, p" + strName + ");\n");
+        strText += Joined({", global const ", argument.pszType, "* p", strName});
+        const std::string strLoad =
+            nSize == 1 ? Joined({"p", strName, "[i]"}) : Joined({"vload", strSize, "(i, p", strName, ")"});
+        strLoads += Joined({"  ", argument.pszType, strSize, " ", strName, " = ", strLoad, ";\n"});
     }
     std::string strValue;
     for (const char c : strExpression)

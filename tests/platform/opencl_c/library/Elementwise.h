@@ -5,7 +5,9 @@
 
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -31,6 +33,17 @@ const char* TypeName()
         constexpr const char* s_Names[2][4] = {{"uchar", "ushort", "uint", "ulong"}, {"char", "short", "int", "long"}};
         return s_Names[std::is_signed_v<T>][sizeof(T) == 8 ? 3 : sizeof(T) / 2];
     }
+}
+
+/// Pieces of a source, one after the other.
+inline std::string Joined(std::initializer_list<std::string_view> pieces)
+{
+    std::string strText;
+    for (const std::string_view piece : pieces)
+    {
+        strText += piece;
+    }
+    return strText;
 }
 
 /// A device that the built-in functions are tried on, how their kernels are built there, and as vectors of which sizes.

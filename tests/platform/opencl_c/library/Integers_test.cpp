@@ -14,8 +14,8 @@ using TWide = __int128;
 template <class T>
 T Saturated(TWide n)
 {
-    const TWide nLeast = std::numeric_limits<T>::min();
-    const TWide nLargest = std::numeric_limits<T>::max();
+    const TWide nLeast = +std::numeric_limits<T>::min();
+    const TWide nLargest = +std::numeric_limits<T>::max();
     return static_cast<T>(n < nLeast ? nLeast : (n > nLargest ? nLargest : n));
 }
 
@@ -71,7 +71,9 @@ TYPED_TEST(TIntegers, OfTwoAreRight)
 {
     using T = TypeParam;
     using U = std::make_unsigned_t<T>;
-    const auto [a, b] = Pairs(TellingIntegers<T>(), TellingIntegers<T>());
+    const auto pairs = Pairs(TellingIntegers<T>(), TellingIntegers<T>());
+    const std::vector<T>& a = pairs.first;
+    const std::vector<T>& b = pairs.second;
     const auto Of = [&](auto function)
     { return Mapped<T>([&](T x, T y) { return static_cast<T>(function(TWide(x), TWide(y))); }, a, b); };
     for (const STestDevice& device : g_TestDevices)

@@ -251,8 +251,9 @@ TYPED_TEST(TParts, ComeInTwoResults)
         test.Expect("-isnan(nan(a))", "isnan(nan(a))", Mapped<TSigned<F>>([](TUnsigned<F>) { return 1; }, vCodes),
                     vCodes);
         test.Expect("nextafter(a, b)", "", Mapped<F>([](F x, F y) { return std::nextafter(x, y); }, a, b), a, b);
-        const std::string strBoth = "({ " + strF + "$ p; " + strF +
-                                    "$ s = sincos(a, &p); (s == sin(a) || s != s) && (p == cos(a) || p != p); })";
+        const std::string strBoth =
+            Joined({"({ ", strF, "$ p; ", strF,
+                    "$ s = sincos(a, &p); (s == sin(a) || s != s) && (p == cos(a) || p != p); })"});
         test.Expect("-" + strBoth, strBoth, Mapped<TSigned<F>>([](F) { return 1; }, a), a);
         test.Expect(ByPointer("remquo(a, b, &p)", "int"), "",
                     Mapped<F>([](F x, F y) { return std::remainder(x, y); }, a, b), a, b);
@@ -305,7 +306,7 @@ kernel void k(global F* gF, global I* gI, local F* allF, local I* allI, global i
                                        "double4", "double8", "double16"})
         {
             const std::string strI = "int" + strF.substr(strF.find_first_of("0123456789"));
-            COpenCLProgram program(device, strSource, "-DF=" + strF + " -DI=" + strI);
+            COpenCLProgram program(device, strSource, Joined({"-DF=", strF, " -DI=", strI}));
             std::vector<double> vNumbers(16 * 8);
             for (size_t i = 0; i < vNumbers.size(); ++i)
             {

@@ -91,12 +91,12 @@ TYPED_TEST(THalves, AreStoredRounded)
             const std::string strF = TypeName<F>();
             for (const std::string strSize : {"", "2", "3", "4", "8", "16"})
             {
-                const std::string strLoad = strSize.empty() ? "x[i]" : "vload" + strSize + "(i, x)";
-                strSource += "kernel void k" + strSize + "(global const " + strF +
-                             "* x, global half* r, global half* ra)" + "{ size_t i = get_global_id(0); vstore_half" +
-                             strSize + rounding.pszSuffix + "(" + strLoad + ", i, r); " +
-                             (strSize.empty() ? "vstore" : "vstorea") + "_half" + strSize + rounding.pszSuffix + "(" +
-                             strLoad + ", i, ra); }\n";
+                const std::string strLoad = strSize.empty() ? "x[i]" : Joined({"vload", strSize, "(i, x)"});
+                const std::string_view function = strSize.empty() ? "vstore_half" : "vstorea_half";
+                strSource += Joined({"kernel void k", strSize, "(global const ", strF,
+                                     "* x, global half* r, global half* ra) { size_t i = get_global_id(0); vstore_half",
+                                     strSize, rounding.pszSuffix, "(", strLoad, ", i, r); ", function, strSize,
+                                     rounding.pszSuffix, "(", strLoad, ", i, ra); }\n"});
             }
             COpenCLProgram program(device, strSource);
             for (const size_t nSize : {1, 2, 3, 4, 8, 16})
@@ -135,12 +135,13 @@ TEST(HalfBuiltins, EveryHalfIsRead)
         {
             const size_t nSize = strSize.empty() ? 1 : std::stoul(strSize);
             const std::string strStore =
-                strSize.empty() ? "r[i] = " : "*(global float" + strSize + "*)(r + i * " + strSize + ") = ";
-            COpenCLProgram program(device, "kernel void k(global const half* h, global float* r, global float* ra) { "
-                                           "size_t i = get_global_id(0); " +
-                                               strStore + "vload_half" + strSize + "(i, h); r = ra; " + strStore +
-                                               (strSize.empty() ? "vload_half" : "vloada_half") + strSize +
-                                               "(i, h); }");
+                strSize.empty() ? "r[I] = " : Joined({"*(global float", strSize, "*)(r + I * ", strSize, ") = "});
+            const std::string_view function = strSize.empty() ? "vload_half" : "vloada_half";
+            const std::string strSource =
+                Joined({"#define I get_global_id(0)\nkernel void k(global const half* h, global float* r, global "
+                        "float* ra) { ",
+                        strStore, "vload_half", strSize, "(I, h); r = ra; ", strStore, function, strSize, "(I, h); }"});
+            COpenCLProgram program(device, strSource);
             const CDeviceBuffer packed = device.Buffer(std::vector<float>(65536));
             const CDeviceBuffer aligned = device.Buffer(std::vector<float>(65536));
             program.Run("k", {{65536 / nSize}, {}, {}}, halves, packed, aligned);
@@ -221,7 +222,6 @@ kernel void k(global const T* x, constant T* c, local T* l, global T* r)
 TYPED_TEST(TMemory, ComponentsAreShuffled)
 {
     using T = TypeParam;
-    const char* const masks[] = {"", "uchar", "ushort", "", "uint", "", "", "", "ulong"};
     using U =
         std::tuple_element_t<sizeof(T) == 8 ? 3 : sizeof(T) / 2, std::tuple<uint8_t, uint16_t, uint32_t, uint64_t>>;
     for (const STestDevice& testDevice : g_TestDevices)
@@ -229,19 +229,25 @@ TYPED_TEST(TMemory, ComponentsAreShuffled)
         COpenCLDevice device(testDevice.pszName);
         for (const size_t nFrom : {2, 4, 8, 16})
         {
-            std::string strSource = "#pragma OPENCL EXTENSION cl_khr_fp64 : enable\n";
+            std::string strSource;
             for (const size_t nTo : {2, 4, 8, 16})
             {
                 const std::string strFrom = std::to_string(nFrom);
                 const std::string strTo = std::to_string(nTo);
-                const std::string strX = "vload" + strFrom + "(0, x)";
-                const std::string strMask = "vload" + strTo + "(get_global_id(0), m)";
-                strSource += std::string("kernel void k") + strTo +
-                             "(global const T* x, global const U* m, global T* r) { vstore" + strTo + "(shuffle(" +
-                             strX + ", " + strMask + "), get_global_id(0), r); r += 64; vstore" + strTo + "(shuffle2(" +
-                             strX + ", vload" + strFrom + "(1, x), " + strMask + "), get_global_id(0), r); }\n";
+                strSource += Joined({"kernel void k", strTo, "(global const T* x, global const U* m, global T* r) { U",
+                                     strTo, " mask = vload", strTo, "(get_global_id(0), m); T", strFrom, " a = vload",
+                                     strFrom, "(0, x), b = vload", strFrom, "(1, x); vstore", strTo,
+                                     "(shuffle(a, mask), get_global_id(0), r); vstore", strTo,
+                                     "(shuffle2(a, b, mask), get_global_id(0), r + 64); }\n"});
             }
-            COpenCLProgram program(device, strSource, std::string("-DT=") + TypeName<T>() + " -DU=" + masks[sizeof(T)]);
+            std::string strTypes;
+            for (const std::string strSize : {"2", "4", "8", "16"})
+            {
+                strTypes += Joined({"typedef ", TypeName<T>(), strSize, " T", strSize, "; typedef ", TypeName<U>(),
+                                    strSize, " U", strSize, ";\n"});
+            }
+            COpenCLProgram program(device, strTypes + strSource,
+                                   Joined({"-DT=", TypeName<T>(), " -DU=", TypeName<U>()}));
             std::vector<T> vX(32);
             std::iota(vX.begin(), vX.end(), T(50));
             std::vector<U> vMask(64);
@@ -331,22 +337,23 @@ TEST(AtomicBuiltins, ChangeWordsOnce)
     {
         const char* pszCall;
         uint32_t nBefore;
-        uint32_t nAfter;
-        uint64_t nSumOfOld;
+        uint32_t nAfter;         ///< of int; for xchg what all old values and the last add up to
+        uint32_t nAfterUnsigned; ///< of uint
+        uint64_t nSumOfOld;      ///< 0 where it depends on the order
     };
     // 64 work-items with id i.
     const SCase cases[] = {
-        {"add(p, (T)3)", 5, 5 + 192, 64 * 5 + 3 * 2016},
-        {"sub(p, (T)3)", 500, 500 - 192, 64 * 500 - 3 * 2016},
-        {"inc(p)", 7, 71, 64 * 7 + 2016},
-        {"dec(p)", 100, 36, 64 * 100 - 2016},
-        {"and(p, (T)~(1 << (i & 7)))", 0xFFFF, 0xFF00, 0},
-        {"or(p, (T)(1 << (i & 15)))", 0, 0xFFFF, 0},
-        {"xor(p, (T)(1 << (i & 31)))", 0x1234, 0x1234, 0},
-        {"min(p, (T)(40 - i))", 90, 0, 0},
-        {"max(p, (T)(40 + i))", 3, 103, 0},
-        {"cmpxchg(p, (T)9, (T)77)", 9, 77, 9 + 63 * 77},
-        {"xchg(p, (T)i)", 64, 0, 0},
+        {"add(p, (T)3)", 5, 197, 197, 64 * 5 + 3 * 2016},
+        {"sub(p, (T)3)", 500, 308, 308, 64 * 500 - 3 * 2016},
+        {"inc(p)", 7, 71, 71, 64 * 7 + 2016},
+        {"dec(p)", 100, 36, 36, 64 * 100 - 2016},
+        {"and(p, (T)~(1 << (i & 7)))", 0xFFFF, 0xFF00, 0xFF00, 0},
+        {"or(p, (T)(1 << (i & 15)))", 0, 0xFFFF, 0xFFFF, 0},
+        {"xor(p, (T)(1 << (i & 31)))", 0x1234, 0x1234, 0x1234, 0},
+        {"min(p, (T)(40 - i))", 90, static_cast<uint32_t>(-23), 0, 0},
+        {"max(p, (T)(i - 40))", 3, 23, 0xFFFFFFFF, 0},
+        {"cmpxchg(p, (T)9, (T)77)", 9, 77, 77, 9 + 63 * 77},
+        {"xchg(p, (T)i)", 64, 64 + 2016, 64 + 2016, 0},
     };
     const std::string strSource = R"(
 kernel void k(global T* g, global T* old)
@@ -371,30 +378,22 @@ kernel void k(global T* g, global T* old)
             {
                 for (const bool bSigned : {false, true})
                 {
-                    const bool bSmallest = bSigned && std::string(entry.pszCall).rfind("min", 0) == 0;
-                    COpenCLProgram program(device, std::string("#define T ") + (bSigned ? "int" : "uint") +
-                                                       "\n#define CALL " + strPrefix +
-                                                       (std::string(entry.pszCall).rfind("min", 0) == 0 && !bSigned
-                                                            ? "min(p, (T)(64 - i) / 65)"
-                                                            : entry.pszCall) +
-                                                       "\n" + strSource);
+                    const std::string strWhat = Joined({strPrefix, entry.pszCall, bSigned ? " of int" : " of uint"});
+                    COpenCLProgram program(device, Joined({"#define T ", bSigned ? "int" : "uint", "\n#define CALL ",
+                                                           strPrefix, entry.pszCall, "\n", strSource}));
                     const CDeviceBuffer words = device.Buffer(std::vector<uint32_t>{entry.nBefore, 0});
                     const CDeviceBuffer old = device.Buffer(std::vector<uint32_t>(128));
                     program.Run("k", {{64}, {64}, {}}, words, old);
-                    const std::vector<uint32_t> vWords = device.Read<uint32_t>(words);
+                    std::vector<uint32_t> vWords = device.Read<uint32_t>(words);
                     const std::vector<uint32_t> vOld = device.Read<uint32_t>(old);
-                    const std::string strWhat = strPrefix + entry.pszCall + (bSigned ? " of int" : " of uint");
-                    if (std::string(entry.pszCall).rfind("xchg", 0) != 0)
-                    {
-                        const uint32_t nAfter = bSmallest ? static_cast<uint32_t>(-23) : entry.nAfter;
-                        EXPECT_EQ(vWords, (std::vector<uint32_t>{nAfter, nAfter})) << strWhat;
-                    }
-                    else
+                    if (std::string_view(entry.pszCall).substr(0, 4) == "xchg")
                     {
                         // Every value that was put in comes out, but for the last.
-                        const uint64_t nSeen = std::accumulate(vOld.begin(), vOld.begin() + 64, uint64_t(vWords[0]));
-                        EXPECT_EQ(nSeen, 64u + 2016u) << strWhat;
+                        vWords[0] = std::accumulate(vOld.begin(), vOld.begin() + 64, vWords[0]);
+                        vWords[1] = std::accumulate(vOld.begin() + 64, vOld.end(), vWords[1]);
                     }
+                    const uint32_t nAfter = bSigned ? entry.nAfter : entry.nAfterUnsigned;
+                    EXPECT_EQ(vWords, (std::vector<uint32_t>{nAfter, nAfter})) << strWhat;
                     if (entry.nSumOfOld != 0)
                     {
                         EXPECT_EQ(std::accumulate(vOld.begin(), vOld.begin() + 64, uint64_t(0)), entry.nSumOfOld)

@@ -132,10 +132,10 @@ void ExpectJoined(COpenCLDevice& device)
     for (const unsigned nSize : {1u, 2u, 3u, 4u, 8u, 16u})
     {
         const std::string strSize = nSize == 1 ? "" : std::to_string(nSize);
-        const std::string strLoad = nSize == 1 ? "p[i]" : "vload" + strSize + "(i, p)";
-        COpenCLProgram program(device, std::string("kernel void k(global const ") + TypeName<T>() +
-                                           "* p, global int* r) { size_t i = get_global_id(0); r[i] = any(" + strLoad +
-                                           ") + 2 * all(" + strLoad + "); }");
+        const std::string strLoad = nSize == 1 ? "p[i]" : Joined({"vload", strSize, "(i, p)"});
+        COpenCLProgram program(device, Joined({"kernel void k(global const ", TypeName<T>(),
+                                               "* p, global int* r) { size_t i = get_global_id(0); r[i] = any(",
+                                               strLoad, ") + 2 * all(", strLoad, "); }"}));
         const CDeviceBuffer result = device.Buffer(std::vector<int>(v.size() / nSize, 9));
         program.Run("k", {{v.size() / nSize}, {}, {}}, values, result);
         const std::vector<int> vResult = device.Read<int>(result);
