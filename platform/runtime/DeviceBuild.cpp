@@ -3,6 +3,9 @@
 #include "platform/compiler/ProgramImage.h"
 #include "platform/runtime/CallbackThread.h"
 #include "platform/runtime/Settings.h"
+#include "platform/simt/Program.h"
+
+#include <algorithm>
 
 namespace KestrelPlatform::Runtime
 {
@@ -36,6 +39,14 @@ bool DecodeKernels(SBuildResult& build, ExecutableKernels& vKernels, std::string
         if (!pKernel->m_pDecoded)
         {
             strLog += DescribeDecodeError(compiled, error, build.vSourceLines);
+            return false;
+        }
+        const uint64_t nLocal =
+            std::max<uint64_t>(pKernel->m_pDecoded->GetCode().nLocalBytes, compiled.nStaticLocalBytes);
+        if (nLocal > s_nLocalMemorySize)
+        {
+            strLog += "kernel " + compiled.strName + ": it declares " + std::to_string(nLocal) +
+                      " bytes of local memory, and the device has " + std::to_string(s_nLocalMemorySize) + "\n";
             return false;
         }
         pKernel->m_compiled = std::move(compiled);

@@ -2,7 +2,9 @@
 
 #include "platform/runtime/ApiCall.h"
 #include "platform/runtime/Dispatch.h"
+#include "platform/runtime/Settings.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace KestrelPlatform::Runtime
@@ -23,6 +25,11 @@ cl_int GetPlatformIds(cl_uint nEntries, cl_platform_id* phPlatforms, cl_uint* pn
 {
     if ((phPlatforms && nEntries == 0) || (!phPlatforms && !pnPlatforms))
         return CL_INVALID_VALUE;
+    if (const std::string strNonsense = GetNonsense(); !strNonsense.empty())
+    {
+        std::fprintf(stderr, "KESTREL_PLATFORM: \"%s\" is no setting of the software platform\n", strNonsense.c_str());
+        return CL_PLATFORM_NOT_FOUND_KHR;
+    }
     if (phPlatforms)
         phPlatforms[0] = CPlatform::Get().GetId();
     if (pnPlatforms)

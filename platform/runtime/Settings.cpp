@@ -2,7 +2,11 @@
 
 #include "platform/runtime/Trace.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -41,6 +45,7 @@ struct SValues
     cl_ulong m_nSchedule = 0; ///< the next kernel run's; 0: none is shaken
     std::vector<SFailure> m_vFailures;
     std::shared_ptr<ITraceSink> m_pTrace;
+    std::string m_strNonsense; ///< a setting of the environment that isn't understood
 };
 
 bool IsSwitchable(const std::string& strName)
@@ -51,42 +56,90 @@ bool IsSwitchable(const std::string& strName)
     return false;
 }
 
+/// A number that is the whole text, up to a largest value.
+bool ReadNumber(const std::string& strText, cl_ulong nMax, cl_ulong& nValue)
+{
+    char* pszEnd = nullptr;
+    errno = 0;
+    nValue = std::strtoull(strText.c_str(), &pszEnd, 0);
+    const bool bDigit = !strText.empty() && std::isdigit(static_cast<unsigned char>(strText[0])) != 0;
+    return bDigit && *pszEnd == '\0' && errno == 0 && nValue <= nMax;
+}
+
+/// What a call may be made to fail by name.
+bool IsEntryPoint(const std::string& strName)
+{
+    static const std::set<std::string> s_names = {
+#define KP_EXPORTED(name) #name,
+#define KP_LOADER(name) #name,
+#define KP_TABLE_ONLY(name) #name,
+#define KP_EXTENSION(name, extension) #name,
+#include "platform/runtime/EntryPoints.def"
+#undef KP_EXPORTED
+#undef KP_LOADER
+#undef KP_TABLE_ONLY
+#undef KP_EXTENSION
+    };
+    return strName.empty() || s_names.count(strName) != 0;
+}
+
 /// "ENTRYPOINT:CALL:CODE", with ":forever" behind it if wanted; an empty name means any.
-SFailure ParseFailure(const std::string& strText)
+bool ParseFailure(const std::string& strText, SFailure& failure)
 {
     std::istringstream stream(strText);
     std::string strCall, strCode, strForever;
-    SFailure failure;
     std::getline(stream, failure.m_strEntryPoint, ':');
     std::getline(stream, strCall, ':');
     std::getline(stream, strCode, ':');
     std::getline(stream, strForever);
-    failure.m_nCallsLeft = std::strtoull(strCall.c_str(), nullptr, 0);
-    failure.m_nCode = static_cast<cl_int>(std::strtol(strCode.c_str(), nullptr, 0));
     failure.m_bForever = strForever == "forever";
-    return failure;
+    cl_ulong nCode = 0;
+    const bool bCode = strCode.size() > 1 && strCode[0] == '-' && ReadNumber(strCode.substr(1), INT32_MAX, nCode);
+    failure.m_nCode = -static_cast<cl_int>(nCode);
+    return bCode && ReadNumber(strCall, CL_ULONG_MAX, failure.m_nCallsLeft) && failure.m_nCallsLeft != 0 &&
+           IsEntryPoint(failure.m_strEntryPoint) && (strForever.empty() || failure.m_bForever);
 }
 
-void ApplySetting(SValues& values, const std::string& strName, const std::string& strValue)
+/// \return false for what is no setting
+bool ApplySetting(SValues& values, const std::string& strName, const std::string& strValue)
 {
-    if (strName == "build")
-        values.m_nBuild = static_cast<cl_uint>(std::strtoul(strValue.c_str(), nullptr, 0));
-    else if (strName == "no")
-        values.m_setExtensions.erase(strValue);
-    else if (strName == "with" && IsSwitchable(strValue))
-        values.m_setExtensions.insert(strValue);
-    else if (strName == "refuse")
+    cl_ulong nBuild = 0;
+    if (strName == "build" && ReadNumber(strValue, UINT32_MAX, nBuild))
+    {
+        values.m_nBuild = static_cast<cl_uint>(nBuild);
+        return true;
+    }
+    if ((strName == "no" || strName == "with") && IsSwitchable(strValue))
+    {
+        if (strName == "no")
+            values.m_setExtensions.erase(strValue);
+        else
+            values.m_setExtensions.insert(strValue);
+        return true;
+    }
+    if (strName == "refuse" && !strValue.empty())
+    {
         values.m_strRefusedOption = strValue;
-    else if (strName == "limit")
-        values.m_nInstructionLimit = std::strtoull(strValue.c_str(), nullptr, 0);
-    else if (strName == "schedule")
-        values.m_nSchedule = std::strtoull(strValue.c_str(), nullptr, 0);
-    else if (strName == "fail")
-        values.m_vFailures.push_back(ParseFailure(strValue));
-    else if (strName == "trace")
+        return true;
+    }
+    if (strName == "limit")
+        return ReadNumber(strValue, CL_ULONG_MAX, values.m_nInstructionLimit);
+    if (strName == "schedule")
+        return ReadNumber(strValue, CL_ULONG_MAX, values.m_nSchedule);
+    if (strName == "fail")
+    {
+        values.m_vFailures.emplace_back();
+        return ParseFailure(strValue, values.m_vFailures.back());
+    }
+    if (strName == "trace" && !strValue.empty())
+    {
         values.m_pTrace = MakeFileTrace(strValue);
+        return values.m_pTrace != nullptr;
+    }
+    return false;
 }
 
+/// A setting that isn't understood would test nothing: the platform says so, and has no devices to offer.
 SValues ReadEnvironment()
 {
     SValues values;
@@ -94,9 +147,10 @@ SValues ReadEnvironment()
     std::istringstream stream(pszSettings ? pszSettings : "");
     for (std::string strSetting; std::getline(stream, strSetting, ',');)
     {
-        const size_t nEquals = strSetting.find('=');
-        if (nEquals != std::string::npos)
-            ApplySetting(values, strSetting.substr(0, nEquals), strSetting.substr(nEquals + 1));
+        const size_t nEquals = std::min(strSetting.find('='), strSetting.size());
+        const std::string strValue = nEquals < strSetting.size() ? strSetting.substr(nEquals + 1) : std::string();
+        if (!strSetting.empty() && !ApplySetting(values, strSetting.substr(0, nEquals), strValue))
+            values.m_strNonsense = strSetting;
     }
     return values;
 }
@@ -239,6 +293,11 @@ void ClearFailures()
     settings.m_values.m_vFailures.clear();
     settings.m_bFailuresOrdered = false;
     settings.m_nCalls = 0;
+}
+
+std::string GetNonsense()
+{
+    return WithValues([](const SValues& values) { return values.m_strNonsense; });
 }
 
 cl_ulong GetCallCount()

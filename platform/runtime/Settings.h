@@ -21,6 +21,9 @@ namespace KestrelPlatform::Runtime
 /// All settings as they were at load. The failures that are still to come are dropped.
 void ResetSettings();
 
+/// What of the environment variable isn't understood; empty if all is. The platform offers nothing then.
+std::string GetNonsense();
+
 cl_uint GetBuildNumber();
 void SetBuildNumber(cl_uint nBuild);
 

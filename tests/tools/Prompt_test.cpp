@@ -206,14 +206,11 @@ TEST_F(Prompt, KeepsItsHistory)
     EXPECT_TRUE(Holds(terminal.ReadTo("entry at line 11"), "info kernel"));
 }
 
-/// So many work-items and passes that kernels run for a while; each takes some fifty times as long under the thread
-/// sanitizer.
+/// So many work-items that kernels run for a while.
 #ifdef __SANITIZE_THREAD__
 constexpr int s_nLongItems = 256;
-constexpr int s_nLongPasses = 200000;
 #else
 constexpr int s_nLongItems = 16384;
-constexpr int s_nLongPasses = 15000000;
 #endif
 
 TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
@@ -234,7 +231,14 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
         terminal.Type("run\n");
         terminal.ReadTo("kernel run ");
         terminal.Type("\x03");
-        EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted, "));
+        // On a slow machine the kernel run under way takes too long, and is broken off.
+        const std::string strInterrupted = terminal.ReadTo(s_strPrompt);
+        EXPECT_TRUE(Holds(strInterrupted, "interrupted"));
+        if (Holds(strInterrupted, "broken off"))
+        {
+            terminal.Do("delete");
+            terminal.Do("start");
+        }
         // It goes on from there.
         EXPECT_TRUE(Holds(terminal.Do("step"), "=>"));
         EXPECT_TRUE(Holds(terminal.Do("reverse-step"), "=>"));
@@ -242,7 +246,7 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
         terminal.Type("step 100000\n");
         EXPECT_TRUE(Holds(terminal.ReadTo(" of 100000"), "stop "));
         terminal.Type("\x03");
-        EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted, "));
+        EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted"));
         // At the prompt it only clears the line.
         terminal.Type("nonsense \x03show limit\n");
         terminal.ReadTo("ranges and changes");
@@ -252,11 +256,12 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
     std::filesystem::remove_all(strFolder);
 }
 
-/// A kernel whose every run takes seconds: nothing can be stopped at inside it, so an interrupt has to wait.
-class ThreadsLongRuns : public Prompt
+/// A kernel that never ends, without a limit of instructions: whatever a test does to it is under way until it is
+/// broken off.
+class ThreadsEndless : public Prompt
 {
 protected:
-    ThreadsLongRuns() : m_strFolder(testing::TempDir() + "kestrel_long_" + std::to_string(getpid()))
+    ThreadsEndless() : m_strFolder(testing::TempDir() + "kestrel_endless_" + std::to_string(getpid()))
     {
         std::filesystem::create_directories(m_strFolder);
         std::ofstream(m_strFolder + "/spin.il") << R"(;ARGSTART:__OpenCL_spin_kernel
@@ -270,7 +275,7 @@ protected:
 il_cs_2_0
 dcl_cb cb0[10]
 dcl_cb cb1[1]
-dcl_literal l0, 2, 1, 0, )" << s_nLongPasses << R"(
+dcl_literal l0, 2, 1, 0, 0
 ;$$$$$$$$$$
 endmain
 func 1024
@@ -279,15 +284,12 @@ dcl_max_thread_per_group 256
 dcl_typeless_uav_id(10)_stride(4)_length(4)
 mov r1.x, l0.z
 mov r4.x, l0.z
+mov r4.y, l0.y
 whileloop
-ige r2.x, r1.x, l0.w
-break_logicalnz r2.x
 iadd r1.x, r1.x, l0.y
 endloop
 iadd r3.x, r1.x, l0.y
-iadd r4.x, r3.x, l0.y
-iadd r5.x, r4.x, l0.y
-uav_raw_store_id(10)_addr64 mem0.x, cb1[0].xy, r5.x
+uav_raw_store_id(10)_addr64 mem0.x, cb1[0].xy, r3.x
 ret
 endfunc
 end
@@ -295,52 +297,75 @@ end
         std::ofstream(m_strFolder + "/spin.json")
             << R"({"program": "spin.il", "kernel": "spin", "global": [1], "local": [1],
                    "args": [{"buffer": {"type": "int", "count": 1, "fill": "zero"}}]})";
+        setenv("KESTREL_PLATFORM", "limit=0", 1);
     }
-    ~ThreadsLongRuns() override { std::filesystem::remove_all(m_strFolder); }
+    ~ThreadsEndless() override
+    {
+        unsetenv("KESTREL_PLATFORM");
+        std::filesystem::remove_all(m_strFolder);
+    }
 
     const std::string m_strFolder;
 };
 
-TEST_F(ThreadsLongRuns, SayWhatAnInterruptWaitsForAndAreGivenUpByASecondOne)
+TEST_F(ThreadsEndless, RunsAreBrokenOffByAnInterrupt)
 {
     CTerminal terminal(m_strFolder + "/spin.json", "");
     terminal.ReadTo(s_strPrompt);
-    terminal.Do("break 22");
     terminal.Type("run\n");
-    EXPECT_TRUE(Holds(terminal.ReadTo(" of about "), "kernel run "));
+    terminal.ReadTo("kernel run ");
     terminal.Type("\x03");
-    terminal.ReadTo("interrupt asked; waiting for kernel run ");
-    // No to the question, then yes.
-    terminal.Type("\x03");
-    terminal.ReadTo("Give up waiting? The session ends, the breakpoints stay. (y or n) ");
-    terminal.Type("n\n");
-    terminal.ReadTo("interrupt asked; waiting for kernel run ");
-    terminal.Type("\x03");
-    terminal.ReadTo("(y or n) ");
-    terminal.Type("y\n");
-    EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "given up: the session has ended"));
+    EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted: a kernel run was broken off"));
     EXPECT_TRUE(Holds(terminal.Do("step"), "the kernel isn't running"));
-    EXPECT_TRUE(Holds(terminal.Do("info breakpoints"), "22"));
-    // Kernels run again.
+    // Kernels run again, and are interrupted again, wherever they are.
+    terminal.Do("break 12");
+    EXPECT_TRUE(Holds(terminal.Do("run"), "=>   12"));
     terminal.Do("delete");
-    EXPECT_TRUE(Holds(terminal.Do("run"), "finished"));
+    terminal.Type("continue\n");
+    terminal.ReadTo("kernel run ");
+    terminal.Type("\x03");
+    EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted"));
+    terminal.Do("break 12");
+    EXPECT_TRUE(Holds(terminal.Do("run"), "=>   12"));
+    terminal.Type("quit\n");
+    EXPECT_EQ(terminal.WaitForEnd(), 0) << "at a stop of a kernel that doesn't end";
+}
+
+TEST_F(ThreadsEndless, AnInterruptEndsCommandListsAndCounts)
+{
+    CTerminal terminal(m_strFolder + "/spin.json", "");
+    terminal.ReadTo(s_strPrompt);
+    terminal.Do("break 11");
+    // Commands that go on and come back for ever.
+    terminal.Type("commands 1\nstep\nrun\nend\n");
+    for (const char* pszCommand : {"run", "run"})
+    {
+        terminal.Type(std::string(pszCommand) + "\n");
+        terminal.ReadTo("=>   11");
+        terminal.Type("\x03");
+        terminal.ReadTo("interrupted");
+        terminal.ReadTo(s_strPrompt);
+        EXPECT_TRUE(Holds(terminal.Do("info breakpoints"), "  11 ")) << "the prompt is back";
+    }
+    terminal.Do("delete");
+    terminal.Do("break 14");
+    terminal.Do("run");
+    terminal.Type("continue 1000000\n");
+    terminal.ReadTo(" of 1000000");
+    terminal.Type("\x03");
+    terminal.ReadTo(s_strPrompt);
+    EXPECT_TRUE(Holds(terminal.Do("info breakpoints"), "  14 ")) << "the prompt is back";
     terminal.Type("quit\n");
     EXPECT_EQ(terminal.WaitForEnd(), 0);
 }
 
-TEST_F(ThreadsLongRuns, AreLeftByAThirdInterrupt)
+TEST_F(Prompt, KeepsNoHistoryInWhatIsNoFile)
 {
-    CTerminal terminal(m_strFolder + "/spin.json", "");
-    terminal.ReadTo(s_strPrompt);
-    terminal.Do("break 22");
-    terminal.Type("run\n");
-    terminal.ReadTo("kernel run ");
-    terminal.Type("\x03");
-    terminal.ReadTo("interrupt asked");
-    terminal.Type("\x03");
-    terminal.ReadTo("(y or n) ");
-    terminal.Type("y\n");
-    terminal.ReadTo("given up; waiting for kernel run ");
-    terminal.Type("\x03");
-    EXPECT_EQ(terminal.WaitForEnd(), 1);
+    for (const char* pszHistory : {"/dev/zero", "/tmp"})
+    {
+        CTerminal terminal(m_strNestedIf, pszHistory);
+        EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "no history is kept"));
+        terminal.Type("quit\n");
+        EXPECT_EQ(terminal.WaitForEnd(), 0);
+    }
 }

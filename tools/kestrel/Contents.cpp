@@ -133,7 +133,14 @@ std::vector<unsigned char> ReadContents(const CJsonField& field, const SElementT
         }
         return vBytes;
     }
+    // A count beside values or a file is what they must have.
+    const bool bCounted = !nElements && field.Has("count");
+    nElements = bCounted ? field.At("count").AsCount() : nElements;
     vBytes = field.Has("values") ? ReadValues(field.At("values"), type) : FromFile(field.At("file"));
+    if (vBytes.size() % type.nSize != 0)
+    {
+        field.Fail("describes " + std::to_string(vBytes.size()) + " bytes, which are no whole number of elements");
+    }
     const size_t nBytes = nElements ? ContentsSize(field, *nElements, type) : vBytes.size();
     if (vBytes.empty() || vBytes.size() != nBytes)
     {

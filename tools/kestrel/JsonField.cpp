@@ -1,12 +1,13 @@
 #include "tools/kestrel/JsonField.h"
 
+#include "tools/kestrel/Files.h"
 #include "tools/kestrel/LaunchFile.h"
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <set>
+#include <vector>
 
 namespace KestrelTool
 {
@@ -103,14 +104,27 @@ void CJsonField::Fail(const std::string& strWhy) const
 namespace
 {
 
-std::string Slurp(const std::string& strPath, const std::string& strComplaint)
+/// Of two fields with one name a reader takes one and a person means the other.
+nlohmann::json ParseWithoutDoubles(const std::string& strText, const std::string& strPath)
 {
-    std::ifstream stream(strPath, std::ios::binary);
-    if (!stream)
+    std::vector<std::set<std::string>> vKeys;
+    const auto look = [&](int /*nDepth*/, nlohmann::json::parse_event_t eEvent, nlohmann::json& parsed)
     {
-        throw CLaunchFileError(strComplaint);
-    }
-    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+        if (eEvent == nlohmann::json::parse_event_t::object_start)
+        {
+            vKeys.emplace_back();
+        }
+        else if (eEvent == nlohmann::json::parse_event_t::object_end)
+        {
+            vKeys.pop_back();
+        }
+        else if (eEvent == nlohmann::json::parse_event_t::key && !vKeys.back().insert(parsed.get<std::string>()).second)
+        {
+            throw CLaunchFileError(strPath + ": the field \"" + parsed.get<std::string>() + "\" is there twice");
+        }
+        return true;
+    };
+    return nlohmann::json::parse(strText, look, true, true);
 }
 
 } // namespace
@@ -119,7 +133,7 @@ CJsonDocument::CJsonDocument(const std::string& strText, const std::string& strP
 {
     try
     {
-        m_Json = nlohmann::json::parse(strText, nullptr, true, true);
+        m_Json = ParseWithoutDoubles(strText, strPath);
     }
     catch (const nlohmann::json::exception& error)
     {
@@ -132,7 +146,14 @@ CJsonDocument::CJsonDocument(const std::string& strText, const std::string& strP
 
 std::string ReadLaunchText(const std::string& strPath)
 {
-    return Slurp(strPath, strPath + ": can't be read");
+    try
+    {
+        return ReadFileBytes(strPath);
+    }
+    catch (const CFileError& error)
+    {
+        throw CLaunchFileError(error.what());
+    }
 }
 
 std::string ResolvePath(const CJsonField& field)
@@ -142,26 +163,13 @@ std::string ResolvePath(const CJsonField& field)
 
 std::string ReadWholeFile(const CJsonField& field)
 {
-    const std::filesystem::path path = ResolvePath(field);
-    // What has no state, for instance because its name is too long, can't be read either.
-    std::error_code error;
-    const std::filesystem::file_type type = std::filesystem::status(path, error).type();
-    if (type == std::filesystem::file_type::directory)
-    {
-        field.Fail("names a folder: " + path.string());
-    }
-    // A device may have no end.
-    if (type == std::filesystem::file_type::character || type == std::filesystem::file_type::block)
-    {
-        field.Fail("names a device: " + path.string());
-    }
     try
     {
-        return Slurp(path.string(), "");
+        return ReadFileBytes(ResolvePath(field));
     }
-    catch (const CLaunchFileError&)
+    catch (const CFileError& error)
     {
-        field.Fail("names a file that can't be read: " + path.string());
+        field.Fail(std::string("names ") + error.what());
     }
 }
 

@@ -1,7 +1,9 @@
 #include "tools/kestrel/Launch.h"
 
+#include "tools/kestrel/Codes.h"
+#include "tools/kestrel/Files.h"
+
 #include <cstring>
-#include <fstream>
 
 namespace KestrelTool
 {
@@ -26,6 +28,7 @@ CLaunch::~CLaunch()
 
 void CLaunch::Create()
 {
+    RequireCount();
     ChooseDevice();
     cl_int nCode = CL_SUCCESS;
     m_Context = m_Lib.ovkclInterceptCreateContext(nullptr, 1, &m_Device, nullptr, nullptr, &nCode);
@@ -80,7 +83,7 @@ void CLaunch::Check(cl_int nCode, const char* pszWhat) const
 {
     if (nCode != CL_SUCCESS)
     {
-        throw CPlatformError(m_File.strPath + ": " + pszWhat + " failed with " + std::to_string(nCode));
+        throw CPlatformError(m_File.strPath + ": " + pszWhat + " failed: " + NameCode(nCode));
     }
 }
 
@@ -153,9 +156,16 @@ void CLaunch::BuildProgram()
     m_Program = m_Lib.cl.clCreateProgramWithSource(m_Context, 1, &pszSource, nullptr, &nCode);
     Check(nCode, "clCreateProgramWithSource");
     nCode = m_Lib.cl.clBuildProgram(m_Program, 1, &m_Device, m_File.strOptions.c_str(), nullptr, nullptr);
+    if (nCode == CL_INVALID_BUILD_OPTIONS)
+    {
+        throw CLaunchFileError(m_File.strPath + ": options are none that the compiler knows: \"" + m_File.strOptions +
+                               "\"");
+    }
     if (nCode != CL_SUCCESS)
     {
-        throw CPlatformError(m_File.strPath + ": the program doesn't build:\n" + GetBuildLog());
+        const std::string strLog = GetBuildLog();
+        throw CPlatformError(m_File.strPath + ": the program doesn't build:\n" +
+                             (strLog.empty() ? NameCode(nCode) : strLog));
     }
 }
 
@@ -314,13 +324,13 @@ void CLaunch::SaveOutputs() const
             continue;
         }
         const std::vector<unsigned char> vBytes = ReadContents(i);
-        std::ofstream stream(strPath, std::ios::binary);
-        stream.write(reinterpret_cast<const char*>(vBytes.data()), static_cast<std::streamsize>(vBytes.size()));
-        stream.close();
-        if (!stream)
+        try
         {
-            throw CLaunchFileError(m_File.strPath + ": args[" + std::to_string(i) +
-                                   "].save can't be written: " + strPath);
+            WriteFileBytes(strPath, std::string(vBytes.begin(), vBytes.end()));
+        }
+        catch (const CFileError& error)
+        {
+            throw CLaunchFileError(m_File.strPath + ": args[" + std::to_string(i) + "].save names " + error.what());
         }
     }
 }
@@ -349,6 +359,19 @@ std::vector<SDifference> CLaunch::Compare() const
         }
     }
     return vDifferences;
+}
+
+/// Beyond 64 bits the number of work-items can't be told, and everything that counts them would be wrong.
+void CLaunch::RequireCount() const
+{
+    size_t nItems = 1;
+    for (const size_t nSize : m_File.nGlobalSize)
+    {
+        if (__builtin_mul_overflow(nItems, nSize, &nItems))
+        {
+            throw CLaunchFileError(m_File.strPath + ": global is more than 2^64 work-items");
+        }
+    }
 }
 
 size_t CLaunch::GetWorkItems() const

@@ -60,6 +60,7 @@ private:
     void Create();
     void Release();
     void CheckArgumentCount() const;
+    void RequireCount() const;
     void CheckSizes(cl_int nCode) const;
     void ChooseDevice();
     void BuildProgram();

@@ -1,5 +1,6 @@
 #include "tools/kestrel/Session.h"
 
+#include "tools/kestrel/Codes.h"
 #include "tools/kestrel/KernelText.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ void Check(ovkclDebugError nCode, const char* pszWhat)
 {
     if (nCode != OVKCLDEBUG_SUCCESS)
     {
-        throw CSessionError(std::string(pszWhat) + " failed with " + std::to_string(nCode));
+        throw CSessionError(std::string(pszWhat) + " failed: " + NameDebugCode(nCode));
     }
 }
 

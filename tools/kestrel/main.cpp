@@ -1,5 +1,9 @@
+#include "tools/kestrel/Codes.h"
+#include "tools/kestrel/Files.h"
+#include "tools/kestrel/HostMemory.h"
 #include "tools/kestrel/KernelText.h"
 #include "tools/kestrel/StepPrinter.h"
+#include "tools/kestrel/Visible.h"
 #include "tools/kestrel/command/DebugSession.h"
 #include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/command/Manual.h"
@@ -11,9 +15,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <new>
 
 using namespace KestrelTool;
 
@@ -61,7 +73,19 @@ int Run(const SOptions& options)
 {
     const CLibraries libraries = OpenLibraries(options);
     CLaunch launch(libraries, ReadLaunchFile(options.strLaunch));
-    launch.Run();
+    try
+    {
+        launch.Run();
+    }
+    catch (const CPlatformError&)
+    {
+        const std::string strEnd = DescribeRunEnd(libraries, launch);
+        if (strEnd.empty())
+        {
+            throw;
+        }
+        throw CPlatformError(options.strLaunch + ": " + strEnd);
+    }
     launch.SaveOutputs();
     return Report(libraries, launch);
 }
@@ -72,12 +96,13 @@ int Step(const SOptions& options)
     CLaunch launch(libraries, ReadLaunchFile(options.strLaunch));
     std::cout << "kernel " << launch.GetFile().strKernel << " on " << launch.GetDeviceName() << ", "
               << launch.GetWorkItems() << " work-items\n";
+    RequireSessionMemory(options.strLaunch, launch.GetWorkItems());
     CStepPrinter printer(std::cout, options.nStops);
     const cl_int nCode = RunSession(libraries, launch, printer);
     if (nCode != CL_SUCCESS)
     {
-        std::cerr << "kestrel: the debugger refused the launch with " << nCode << "\n";
-        return EXIT_COMMAND_FAILED;
+        std::cerr << "kestrel: the launch can't be debugged: " << NameCode(nCode) << "\n";
+        return IsPlatformFailure(nCode) ? EXIT_PLATFORM_FAILED : EXIT_COMMAND_FAILED;
     }
     if (!printer.IsFinished())
     {
@@ -115,6 +140,11 @@ int Deliver(const SOptions& options, const std::string& strText)
     {
         std::cout << strText;
         return EXIT_GOOD;
+    }
+    if (IsSameFile(options.strInput, options.strOutput))
+    {
+        std::cerr << "kestrel: " << options.strOutput << " is what is read, and would be overwritten\n";
+        return EXIT_USAGE;
     }
     WriteFileBytes(options.strOutput, strText);
     return EXIT_GOOD;
@@ -198,9 +228,33 @@ std::vector<std::string> SpellOut(int argc, char** argv)
     return vArguments;
 }
 
-} // namespace
+/// A descriptor that is closed would be given to the next file that is opened, which would get what is printed. What
+/// stands there instead fails as a closed one does.
+void HoldStandardDescriptors()
+{
+    for (const int nFile : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    {
+        if (fcntl(nFile, F_GETFD) == -1 && open("/dev/null", nFile == STDIN_FILENO ? O_WRONLY : O_RDONLY) != nFile)
+        {
+            std::_Exit(EXIT_PLATFORM_FAILED);
+        }
+    }
+}
 
-int main(int argc, char** argv)
+/// What has been printed must have arrived, or nothing has been done.
+int CheckOutput(int nCode)
+{
+    errno = 0;
+    std::cout.flush();
+    if (std::cout && std::ferror(stdout) == 0 && std::fflush(stdout) == 0)
+    {
+        return nCode;
+    }
+    std::cerr << "kestrel: the output can't be written: " << (errno != 0 ? std::strerror(errno) : "an error") << "\n";
+    return nCode == EXIT_GOOD ? EXIT_COMMAND_FAILED : nCode;
+}
+
+int RunCommandLine(int argc, char** argv)
 {
     CLI::App app("Single-steps OpenCL kernels.", "kestrel");
     app.require_subcommand(1);
@@ -304,9 +358,25 @@ int main(int argc, char** argv)
         std::cerr << "kestrel: " << error.what() << "\n";
         return EXIT_PLATFORM_FAILED;
     }
+    catch (const std::bad_alloc&)
+    {
+        std::cerr << "kestrel: there isn't enough memory\n";
+        return EXIT_PLATFORM_FAILED;
+    }
     catch (const std::exception& error)
     {
         std::cerr << "kestrel: " << error.what() << "\n";
         return EXIT_COMMAND_FAILED;
     }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    HoldStandardDescriptors();
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may grow no more is an error like others
+    const CVisibleStream output(std::cout);
+    const CVisibleStream errors(std::cerr);
+    return CheckOutput(RunCommandLine(argc, argv));
 }

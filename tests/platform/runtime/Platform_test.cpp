@@ -119,7 +119,7 @@ TEST_F(CPlatformTest, ExportsTheEntryPointsOfVersion12AndNothingElse)
 
 TEST_F(CPlatformTest, StartsFromTheEnvironment)
 {
-    setenv("KESTREL_PLATFORM", "build=1400,no=cl_ovk_event_callback,with=cl_ext_object_metadata,nonsense,x=y", 1);
+    setenv("KESTREL_PLATFORM", "build=1400,no=cl_ovk_event_callback,with=cl_ext_object_metadata", 1);
     Control().Reset();
     EXPECT_EQ(DeviceString(m_device, CL_DEVICE_VERSION), "OpenCL 1.2 (1400.0)");
     EXPECT_EQ(PlatformString(CL_PLATFORM_EXTENSIONS), "cl_khr_icd cl_ovk_object_metadata cl_ext_object_metadata ");
@@ -127,6 +127,29 @@ TEST_F(CPlatformTest, StartsFromTheEnvironment)
     Control().Reset();
     EXPECT_EQ(DeviceString(m_device, CL_DEVICE_VERSION), "OpenCL 1.2 (1800.0)");
     EXPECT_EQ(PlatformString(CL_PLATFORM_EXTENSIONS), "cl_khr_icd cl_ovk_event_callback cl_ovk_object_metadata ");
+}
+
+TEST_F(CPlatformTest, OffersNothingWhereASettingIsntUnderstood)
+{
+    for (const char* pszSettings : {"nonsense", "x=y", "limit=", "limit=1x", "limit=18446744073709551616", "build=-1",
+                                    "fail=clFinish", "fail=clFinish:1:5", "fail=clFinish:0:-5", "fail=clNone:1:-5",
+                                    "fail=clFinish:1:-5:often", "no=cl_khr_icd", "build=1400,limt=3"})
+    {
+        setenv("KESTREL_PLATFORM", pszSettings, 1);
+        Control().Reset();
+        EXPECT_EQ(cl.clGetPlatformIDs(0, nullptr, nullptr), CL_INVALID_VALUE);
+        cl_uint nPlatforms = 7;
+        EXPECT_EQ(cl.clGetPlatformIDs(0, nullptr, &nPlatforms), CL_PLATFORM_NOT_FOUND_KHR) << pszSettings;
+    }
+    for (const char* pszSettings : {"", "limit=0x10", "fail=clFinish:1:-5:forever", "fail=:2:-6,schedule=7"})
+    {
+        setenv("KESTREL_PLATFORM", pszSettings, 1);
+        Control().Reset();
+        cl_uint nPlatforms = 0;
+        EXPECT_EQ(cl.clGetPlatformIDs(0, nullptr, &nPlatforms), CL_SUCCESS) << pszSettings;
+    }
+    unsetenv("KESTREL_PLATFORM");
+    Control().Reset();
 }
 
 TEST_F(CPlatformTest, FindsExtensionFunctionsByName)

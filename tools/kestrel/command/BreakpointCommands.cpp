@@ -51,7 +51,7 @@ std::vector<unsigned int> ReadIds(CCommandContext& context)
     std::vector<unsigned int> vIds;
     for (const std::string& strWord : context.GetWords())
     {
-        vIds.push_back(context.GetDebugger().GetBreakpoints().Find(static_cast<unsigned int>(ReadNumber(strWord))).nId);
+        vIds.push_back(context.GetDebugger().GetBreakpoints().Find(ReadShortNumber(strWord)).nId);
     }
     if (vIds.empty())
     {
@@ -70,7 +70,7 @@ SBreakpoint& SplitFirst(CCommandContext& context, const char* pszWhat, std::stri
     const size_t nEnd = std::min(strText.find_first_of(" \t"), strText.size());
     strRest = strText.substr(nEnd);
     strRest.erase(0, std::min(strRest.find_first_not_of(" \t"), strRest.size()));
-    return context.GetDebugger().GetBreakpoints().Find(static_cast<unsigned int>(ReadNumber(strText.substr(0, nEnd))));
+    return context.GetDebugger().GetBreakpoints().Find(ReadShortNumber(strText.substr(0, nEnd)));
 }
 
 json SetEnabled(CCommandContext& context, bool bEnabled)
@@ -147,8 +147,8 @@ json DoBreakpointCommands(CCommandContext& context)
     {
         throw CCommandError("there is no breakpoint");
     }
-    const unsigned int nId = context.GetArguments().empty() ? breakpoints.GetAll().back().nId
-                                                            : static_cast<unsigned int>(context.GetCount(0));
+    const unsigned int nId =
+        context.GetArguments().empty() ? breakpoints.GetAll().back().nId : ReadShortNumber(context.GetArguments());
     breakpoints.Find(nId);
     const std::vector<std::string> vCommands = context.GetInterpreter().ReadBlock();
     for (const std::string& strCommand : vCommands)

@@ -4,7 +4,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <limits>
 #include <sstream>
 
 namespace KestrelTool
@@ -96,13 +98,28 @@ void CCommandContext::AllowNone() const
 uint64_t ReadNumber(const std::string& strText)
 {
     char* pszEnd = nullptr;
+    errno = 0;
     const bool bStartsWell = !strText.empty() && std::isdigit(static_cast<unsigned char>(strText[0])) != 0;
     const uint64_t nValue = std::strtoull(strText.c_str(), &pszEnd, 0);
     if (!bStartsWell || *pszEnd != '\0')
     {
         throw CCommandError("\"" + strText + "\" is no number");
     }
+    if (errno == ERANGE)
+    {
+        throw CCommandError("\"" + strText + "\" is more than 64 bits hold");
+    }
     return nValue;
+}
+
+unsigned int ReadShortNumber(const std::string& strText)
+{
+    const uint64_t nValue = ReadNumber(strText);
+    if (nValue > std::numeric_limits<unsigned int>::max())
+    {
+        throw CCommandError("\"" + strText + "\" is more than 32 bits hold");
+    }
+    return static_cast<unsigned int>(nValue);
 }
 
 unsigned int ReadPlace(CDebugger& debugger, const std::string& strText)
@@ -127,8 +144,8 @@ unsigned int ReadPlace(CDebugger& debugger, const std::string& strText)
     }
     if (bLabel)
     {
-        const uint64_t nLabel = ReadNumber(strText.substr(strLabelWord.size()));
-        const CCodeMap::SFunction* pFunction = code.FindLabel(static_cast<unsigned int>(nLabel));
+        const unsigned int nLabel = ReadShortNumber(strText.substr(strLabelWord.size()));
+        const CCodeMap::SFunction* pFunction = code.FindLabel(nLabel);
         if (pFunction == nullptr)
         {
             throw CCommandError("there is no function " + std::to_string(nLabel));
@@ -140,6 +157,11 @@ unsigned int ReadPlace(CDebugger& debugger, const std::string& strText)
     if (bRelative)
     {
         debugger.RequireLive();
+        const bool bOutside = strText[0] == '+' ? nLine > listing.GetLineCount() : nLine > debugger.GetLine();
+        if (bOutside)
+        {
+            throw CCommandError("there is no line " + strText + " from here");
+        }
         nLine = strText[0] == '+' ? debugger.GetLine() + nLine : debugger.GetLine() - nLine;
     }
     if (nLine >= listing.GetLineCount())

@@ -128,10 +128,11 @@ const SCommand g_Commands[] = {
     {"x", "", "[/NFU] PLACE", s_pszValues, "Show memory as the kernel has it at this stop.",
      "N is a count; F is d, u, x or f; U is b (1 byte), h (2), w (4) or g (8). A place is a buffer argument by its "
      "name or as "
-     "argN, with [ELEMENT] or +BYTES behind it and perhaps & in front; uavN:ADDRESS; or private:ADDRESS for private "
-     "memory of the work-item "
-     "in "
-     "focus. An address may be a register (r3.x, r2.xy for 64 bits). Enter shows what follows.",
+     "argN, with [ELEMENT] or +BYTES behind it and perhaps & in front; uavN:ADDRESS; private:ADDRESS for private "
+     "memory of the work-item in focus; or a local argument's name, local:ADDRESS or localN:ADDRESS (the block that "
+     "is declared as dcl_lds_id(N)) for local memory of its group, localN@GROUP:ADDRESS for another group's. "
+     "An element's number may be an expression. An address may be a register (r3.x, r2.xy for 64 bits). Enter shows "
+     "what follows.",
      "break 34\nrun\nx/8 out\nx/2xw out[4]\nx uav10:r2.xy", DoExamine, true, ECompletion::Nothing},
 
     {"mask", "m", "", s_pszDispatch, "Draw which work-items are active.",

@@ -36,6 +36,8 @@ private:
 
 /// A whole number, decimal or with 0x. \throws CCommandError
 uint64_t ReadNumber(const std::string& strText);
+/// The same, of 32 bits.
+unsigned int ReadShortNumber(const std::string& strText);
 /// A line, a function's name, "func LABEL", "entry", "+N" or "-N"; always a line with an instruction.
 unsigned int ReadPlace(CDebugger& debugger, const std::string& strText);
 /// What print and display show.

@@ -225,7 +225,7 @@ json DoInfoDispatch(CCommandContext& context)
     if (debugger.IsLive())
     {
         answer["line"] = debugger.GetLine();
-        answer["count"] = debugger.GetActive().Count();
+        answer["count"] = debugger.CountActive();
     }
     return answer;
 }

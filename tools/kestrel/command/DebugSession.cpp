@@ -1,5 +1,6 @@
 #include "tools/kestrel/command/DebugSession.h"
 
+#include "tools/kestrel/Files.h"
 #include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/command/Interpreter.h"
 #include "tools/kestrel/command/Prompt.h"
@@ -31,21 +32,28 @@ CInterpreter::EResult RunScripts(CInterpreter& interpreter, const std::vector<SD
     return interpreter.ExecuteAll(reader, false);
 }
 
-std::optional<std::string> ReadInput()
-{
-    std::string strLine;
-    return std::getline(std::cin, strLine) ? std::optional<std::string>(strLine) : std::nullopt;
-}
-
 /// Commands from whatever the standard input is.
 CInterpreter::EResult RunInput(CInterpreter& interpreter, const SDebugOptions& options)
 {
+    // What an interrupt has ended is over with the next line of the user's.
+    const auto clear = [&](std::optional<std::string> line)
+    {
+        interpreter.GetDebugger().ClearInterrupts();
+        return line;
+    };
     if (options.bJson || isatty(STDIN_FILENO) == 0)
     {
-        return interpreter.ExecuteAll(ReadInput, true);
+        CLineInput input(STDIN_FILENO);
+        const CInterpreter::EResult eResult = interpreter.ExecuteAll([&] { return clear(input.ReadLine()); }, true);
+        if (input.GetError().empty())
+        {
+            return eResult;
+        }
+        std::cerr << "kestrel: the standard input can't be read: " << input.GetError() << std::endl;
+        return CInterpreter::Failed;
     }
     CPrompt prompt(interpreter);
-    return interpreter.ExecuteAll([&] { return prompt.ReadLine(); }, true);
+    return interpreter.ExecuteAll([&] { return clear(prompt.ReadLine()); }, true);
 }
 
 std::string MakeBanner(CDebugger& debugger)
@@ -80,7 +88,11 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
     debugger.Kill();
     if (eResult == CInterpreter::Failed)
     {
-        return EXIT_COMMAND_FAILED;
+        return interpreter.GetFailureCode() != EXIT_GOOD ? interpreter.GetFailureCode() : EXIT_COMMAND_FAILED;
+    }
+    if (debugger.HasPlatformFailed())
+    {
+        return EXIT_PLATFORM_FAILED;
     }
     if (debugger.GetFaults().HasAny())
     {

@@ -6,6 +6,7 @@
 #include "tools/kestrel/debug/Format.h"
 
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 
@@ -86,6 +87,9 @@ std::string FormatValue(const SShape& shape, const unsigned char* pBytes)
 struct SPlace
 {
     bool bPrivate = false;
+    bool bLocal = false; ///< of the group of the work-item in focus, or of nGroup
+    size_t nGroup = 0;
+    std::string strLocal; ///< its name
     unsigned int nResource = 0;
     uint64_t nAddress = 0;
     std::optional<size_t> argument; ///< the address counts from the start of its buffer
@@ -110,15 +114,15 @@ size_t FindArgument(CDebugger& debugger, const std::string& strName)
     const std::vector<SKernelArgument>& vArguments = debugger.GetArguments();
     for (size_t i = 0; i < vArguments.size(); ++i)
     {
-        const bool bShown = vArguments[i].IsGlobal() || vArguments[i].strKind == "value";
+        const bool bShown = vArguments[i].IsGlobal() || vArguments[i].IsLocal() || vArguments[i].strKind == "value";
         if (bShown && (vArguments[i].strName == strName || "arg" + std::to_string(i) == strName))
         {
             return i;
         }
     }
     throw CCommandError("\"" + strName +
-                        "\" is no place in memory; there are an argument's name, argN, uavN:ADDRESS "
-                        "and private:ADDRESS");
+                        "\" is no place in memory; there are an argument's name, argN, uavN:ADDRESS, "
+                        "localN:ADDRESS and private:ADDRESS");
 }
 
 /// "3]" or "r0.x + 1]": an expression of the work-item in focus.
@@ -145,7 +149,45 @@ uint64_t ReadIndex(CDebugger& debugger, const std::string& strText)
 size_t GetElementSize(CDebugger& debugger, size_t nArgument)
 {
     const SElementType* pType = debugger.GetGiven(nArgument).pType;
+    pType = pType != nullptr ? pType : FindElementType(debugger.GetArguments()[nArgument].strType);
     return pType != nullptr ? pType->nSize : 4;
+}
+
+/// The number of the first block of local memory that the kernel's text declares.
+unsigned int FindFirstBlock(CDebugger& debugger)
+{
+    const std::string strStart = "dcl_lds_id(";
+    for (unsigned int nLine = 0; nLine < debugger.GetListing().GetLineCount(); ++nLine)
+    {
+        const std::string& strLine = debugger.GetListing().GetLine(nLine);
+        if (strLine.compare(0, strStart.size(), strStart) == 0)
+        {
+            return static_cast<unsigned int>(std::strtoul(strLine.c_str() + strStart.size(), nullptr, 10));
+        }
+    }
+    throw CCommandError("the kernel declares no local memory");
+}
+
+/// "local:0", "local1:0x10", "local1@3:0": the block that is declared under a number (the first one without), of the
+/// group of the work-item in focus or of the one behind the @.
+SPlace ReadLocalPlace(CDebugger& debugger, const std::string& strSpace, const std::string& strAddress)
+{
+    SPlace place;
+    const size_t nAt = std::min(strSpace.find('@'), strSpace.size());
+    const std::string strBlock = strSpace.substr(5, nAt - 5);
+    const size_t nGroups = debugger.GetExtent().GroupOf(debugger.GetExtent().Count() - 1) + 1;
+    place.bLocal = true;
+    place.nGroup = nAt == strSpace.size() ? debugger.GetExtent().GroupOf(debugger.GetFocus())
+                                          : ReadNumber(strSpace.substr(nAt + 1));
+    if (place.nGroup >= nGroups)
+    {
+        throw CCommandError("the dispatch has groups 0 to " + std::to_string(nGroups - 1));
+    }
+    place.nResource =
+        OVKCLDEBUG_EXT_LOCAL_BLOCK(strBlock.empty() ? FindFirstBlock(debugger) : ReadShortNumber(strBlock) & 0xFFFF);
+    place.strLocal = strSpace;
+    place.nAddress = ReadAddress(debugger, strAddress);
+    return place;
 }
 
 SPlace ReadMemoryPlace(CDebugger& debugger, const std::string& strText)
@@ -155,13 +197,17 @@ SPlace ReadMemoryPlace(CDebugger& debugger, const std::string& strText)
     if (nColon != std::string::npos)
     {
         const std::string strSpace = strText.substr(0, nColon);
+        if (strSpace.compare(0, 5, "local") == 0)
+        {
+            return ReadLocalPlace(debugger, strSpace, strText.substr(nColon + 1));
+        }
         place.nAddress = ReadAddress(debugger, strText.substr(nColon + 1));
         place.bPrivate = strSpace == "private";
         if (!place.bPrivate && strSpace.compare(0, 3, "uav") != 0)
         {
-            throw CCommandError("\"" + strSpace + "\" is no memory; there are uavN and private");
+            throw CCommandError("\"" + strSpace + "\" is no memory; there are uavN, localN and private");
         }
-        place.nResource = place.bPrivate ? 0 : static_cast<unsigned int>(ReadNumber(strSpace.substr(3)));
+        place.nResource = place.bPrivate ? 0 : ReadShortNumber(strSpace.substr(3));
         return place;
     }
     const size_t nName = strText[0] == '&' ? 1 : 0;
@@ -187,6 +233,10 @@ SShape GetShapeOf(CDebugger& debugger, const SPlace& place)
 {
     SShape shape;
     const SElementType* pType = place.argument ? debugger.GetGiven(*place.argument).pType : nullptr;
+    if (place.argument && pType == nullptr)
+    {
+        pType = FindElementType(debugger.GetArguments()[*place.argument].strType);
+    }
     if (pType != nullptr)
     {
         shape.nSize = pType->nSize;
@@ -197,6 +247,15 @@ SShape GetShapeOf(CDebugger& debugger, const SPlace& place)
 
 std::vector<unsigned char> ReadMemory(CDebugger& debugger, const SPlace& place, size_t nBytes)
 {
+    if (place.bLocal)
+    {
+        return debugger.ReadLocal(place.nResource, place.nGroup, place.nAddress, nBytes);
+    }
+    if (place.argument && debugger.GetArguments()[*place.argument].IsLocal())
+    {
+        return debugger.ReadLocal(OVKCLDEBUG_EXT_LOCAL_ARGUMENT(*place.argument),
+                                  debugger.GetExtent().GroupOf(debugger.GetFocus()), place.nAddress, nBytes);
+    }
     if (place.argument)
     {
         return debugger.ReadBuffer(*place.argument, place.nAddress, nBytes);
@@ -221,9 +280,9 @@ std::vector<unsigned char> ReadMemory(CDebugger& debugger, const SPlace& place, 
 
 std::string NamePlace(CDebugger& debugger, const SPlace& place, uint64_t nAddress)
 {
-    if (place.bPrivate)
+    if (place.bPrivate || place.bLocal)
     {
-        return FormatHex(nAddress);
+        return (place.bLocal ? place.strLocal + "+" : "") + FormatHex(nAddress);
     }
     if (!place.argument)
     {
@@ -259,8 +318,9 @@ json DoExamine(CCommandContext& context)
         rows.back()["values"].push_back(FormatValue(shape, &vBytes[n]));
     }
     const uint64_t nNext = place.nAddress + vBytes.size();
-    const std::string strPlace = place.bPrivate ? "private:" + FormatHex(nNext)
-                                                : "uav" + std::to_string(place.nResource) + ":" + FormatHex(nNext);
+    const std::string strPlace = place.bLocal     ? place.strLocal + ":" + FormatHex(nNext)
+                                 : place.bPrivate ? "private:" + FormatHex(nNext)
+                                                  : "uav" + std::to_string(place.nResource) + ":" + FormatHex(nNext);
     context.GetInterpreter().SetRepeat(
         "x/" + std::to_string(shape.nCount) + shape.cFormat +
         (shape.nSize == 1   ? "b"

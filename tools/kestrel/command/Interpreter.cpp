@@ -1,12 +1,14 @@
 #include "tools/kestrel/command/Interpreter.h"
 
+#include "tools/kestrel/Files.h"
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/debug/CommandError.h"
 
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
+#include <new>
+#include <sstream>
 
 namespace KestrelTool
 {
@@ -44,10 +46,23 @@ CInterpreter::EResult CInterpreter::Execute(const std::string& strLine)
     {
         for (size_t i = 0; i < vCommands.size() && eResult == Good; ++i)
         {
+            if (m_pDebugger->IsInterrupted())
+            {
+                m_Output.OnError(strCommand, std::string(),
+                                 "interrupted: the breakpoint's commands aren't gone on with");
+                NoteFailure(EXIT_COMMAND_FAILED);
+                return Failed;
+            }
             eResult = ExecuteCommand(vCommands[i]);
         }
     }
     return eResult;
+}
+
+/// The first failure is the one that counts; what it makes fail around it tells less.
+void CInterpreter::NoteFailure(int nCode)
+{
+    m_nFailureCode = m_nFailureCode == EXIT_GOOD ? nCode : m_nFailureCode;
 }
 
 CInterpreter::EResult CInterpreter::ExecuteCommand(const std::string& strLine)
@@ -65,6 +80,7 @@ CInterpreter::EResult CInterpreter::ExecuteCommand(const std::string& strLine)
     catch (const CCommandError& error)
     {
         m_Output.OnError(line.pCommand != nullptr ? line.pCommand->pszName : strCommand, strToken, error.what());
+        NoteFailure(EXIT_COMMAND_FAILED);
         return Failed;
     }
 }
@@ -90,7 +106,17 @@ CInterpreter::EResult CInterpreter::Perform(const SCommandLine& line)
     }
     catch (const CLaunchFileError& error)
     {
-        throw CCommandError(error.what()); // an output that can't be written
+        NoteFailure(EXIT_USAGE);
+        throw CCommandError(error.what()); // an output that can't be written, or sizes that the runtime refuses
+    }
+    catch (const CPlatformError& error)
+    {
+        NoteFailure(EXIT_PLATFORM_FAILED);
+        throw CCommandError(error.what());
+    }
+    catch (const std::bad_alloc&)
+    {
+        throw CCommandError("there isn't enough memory for that");
     }
     return m_bQuit ? Quit : Good;
 }
@@ -123,7 +149,8 @@ CInterpreter::EResult CInterpreter::ExecuteAll(const LineReader& reader, bool bG
     {
         const EResult eLine = Execute(*line);
         eResult = eLine == Good ? eResult : eLine;
-        if (eLine == Quit || (eLine == Failed && !bGoOn))
+        // An interrupt ends what is a script; at a prompt the next line goes on.
+        if (eLine == Quit || (!bGoOn && (eLine == Failed || m_pDebugger->IsInterrupted())))
         {
             break;
         }
@@ -154,11 +181,16 @@ std::vector<std::string> CInterpreter::ReadBlock()
 
 CInterpreter::EResult CInterpreter::Source(const std::string& strPath)
 {
-    std::ifstream stream(strPath);
-    if (!stream)
+    std::string strText;
+    try
     {
-        throw CCommandError("can't read " + strPath);
+        strText = ReadFileBytes(strPath);
     }
+    catch (const CFileError& error)
+    {
+        throw CCommandError(error.what());
+    }
+    std::istringstream stream(strText);
     if (m_nDepth >= s_nMaxDepth)
     {
         throw CCommandError(strPath + ": too many files that read files");

@@ -51,6 +51,8 @@ public:
     /// The lines up to one that says "end".
     std::vector<std::string> ReadBlock();
     EResult Source(const std::string& strPath);
+    /// The program's exit code for what has failed first; EXIT_GOOD if nothing has.
+    int GetFailureCode() const { return m_nFailureCode; }
     void RequestQuit() { m_bQuit = true; }
     /// What an empty line after this command does instead of repeating it as it was.
     void SetRepeat(const std::string& strLine) { m_strRepeat = strLine; }
@@ -67,6 +69,7 @@ private:
     EResult ExecuteCommand(const std::string& strLine);
     EResult Perform(const SCommandLine& line);
     void ShowDisplays();
+    void NoteFailure(int nCode);
 
     IOutput& m_Output;
     CDebugger* m_pDebugger = nullptr;
@@ -77,6 +80,7 @@ private:
     const LineReader* m_pReader = nullptr;
     std::string m_strRepeat;
     unsigned int m_nListNext = 0;
+    int m_nFailureCode = 0;
     bool m_bStopped = false;
     bool m_bQuit = false;
     unsigned int m_nDepth = 0;

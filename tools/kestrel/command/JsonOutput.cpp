@@ -10,10 +10,11 @@ using nlohmann::json;
 namespace
 {
 
-/// Bytes that aren't UTF-8 must not end the talk.
+/// Bytes that aren't UTF-8 must not end the talk, and what isn't ASCII is spelled out, so that no control character is
+/// left.
 void WriteLine(std::ostream& output, const json& object)
 {
-    output << object.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
+    output << object.dump(-1, ' ', true, json::error_handler_t::replace) << std::endl;
 }
 
 json MakeAnswer(const std::string& strCommand, const std::string& strToken, bool bGood)

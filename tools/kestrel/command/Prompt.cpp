@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 
 namespace KestrelTool
@@ -35,6 +37,20 @@ std::string ChooseHistoryFile()
     }
     const char* pszHome = std::getenv("HOME");
     return pszHome != nullptr ? std::string(pszHome) + "/.kestrel_history" : std::string();
+}
+
+/// Reads the file as the tool reads any other: a pipe, a device and what has no end keep no history.
+bool IsFitForHistory(const std::string& strFile)
+{
+    const size_t nMax = size_t(16) << 20;
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(strFile, error);
+    if (status.type() == std::filesystem::file_type::not_found)
+    {
+        return true;
+    }
+    return status.type() == std::filesystem::file_type::regular && std::filesystem::file_size(strFile, error) <= nMax &&
+           !error;
 }
 
 std::string FindCommonBeginning(const std::vector<std::string>& vChoices)
@@ -72,10 +88,16 @@ void OnInterrupt(int nSignal)
     }
 }
 
+void WriteRaw(const std::string& strText)
+{
+    std::fputs(strText.c_str(), stderr);
+    std::fflush(stderr);
+}
+
 /// The terminal is in its usual mode while a command is at work. What is typed ahead counts as the answer.
 bool AskToGiveUp(const std::function<bool()>& isOver)
 {
-    std::cerr << "\r\033[KGive up waiting? The session ends, the breakpoints stay. (y or n) " << std::flush;
+    WriteRaw("\r\033[KGive up waiting? The session ends, the breakpoints stay. (y or n) ");
     std::string strAnswer;
     while (!isOver())
     {
@@ -114,6 +136,11 @@ CPrompt::CPrompt(CInterpreter& interpreter) : m_Interpreter(interpreter), m_strH
     el_set(m_pEdit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
     // While a line is being edited an interrupt is a key like others.
     el_set(m_pEdit, EL_BIND, "^C", "em-kill-line", nullptr);
+    if (!m_strHistoryFile.empty() && !IsFitForHistory(m_strHistoryFile))
+    {
+        std::cerr << "no history is kept: " << m_strHistoryFile << " is no file, or too large" << std::endl;
+        m_strHistoryFile.clear();
+    }
     LoadHistory();
 }
 
@@ -212,8 +239,9 @@ CInterruptScope::CInterruptScope(CDebugger& debugger, CInterpreter& interpreter,
         interpreter.SetProgress(
             [](const std::string& strText)
             {
-                // An empty text wipes the line away.
-                std::cerr << "\r\033[K" << strText << std::flush;
+                // An empty text wipes the line away. The text is the debugger's own, and goes past what makes others'
+                // visible.
+                WriteRaw("\r\033[K" + strText);
             });
         interpreter.SetQuestion(&AskToGiveUp);
     }

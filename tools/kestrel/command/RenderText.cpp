@@ -15,7 +15,7 @@ namespace
 
 std::string Text(const json& value)
 {
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return value.is_string() ? value.get<std::string>() : value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 std::string PadRight(const std::string& strText, size_t nWidth)
@@ -87,6 +87,7 @@ std::string RenderFinished(const json& event)
 {
     std::string strText = RenderFaults(event);
     strText += event.contains("reason") ? Text(event["reason"]) + "\n" : "";
+    strText += event.contains("ended") ? Text(event["ended"]) + "\n" : "";
     return strText + "finished\n" + RenderOutputs(event);
 }
 
@@ -397,7 +398,7 @@ std::string RenderText(const json& answer, bool bUnicode)
             return renderer.pFunction(answer);
         }
     }
-    return answer.dump() + "\n";
+    return answer.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
 }
 
 namespace

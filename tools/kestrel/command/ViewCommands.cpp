@@ -125,9 +125,9 @@ json DoList(CCommandContext& context)
     unsigned int nLast = 0;
     if (nComma != std::string::npos)
     {
-        nFirst = static_cast<unsigned int>(ReadNumber(strArguments.substr(0, nComma)));
-        nLast = static_cast<unsigned int>(
-            ReadNumber(strArguments.substr(strArguments.find_first_not_of(" \t", nComma + 1))));
+        nFirst = ReadShortNumber(strArguments.substr(0, nComma));
+        const size_t nSecond = strArguments.find_first_not_of(" \t", nComma + 1);
+        nLast = ReadShortNumber(nSecond == std::string::npos ? std::string() : strArguments.substr(nSecond));
     }
     else if (strArguments.empty() && context.GetInterpreter().GetListNext() != 0)
     {

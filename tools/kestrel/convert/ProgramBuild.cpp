@@ -1,7 +1,8 @@
 #include "tools/kestrel/convert/ProgramBuild.h"
 
-#include <fstream>
-#include <iterator>
+#include "tools/kestrel/Codes.h"
+#include "tools/kestrel/Files.h"
+
 #include <string_view>
 
 namespace KestrelTool
@@ -14,7 +15,7 @@ void Check(cl_int nCode, const char* pszWhat)
 {
     if (nCode != CL_SUCCESS)
     {
-        throw CPlatformError(std::string(pszWhat) + " failed with " + std::to_string(nCode));
+        throw CPlatformError(std::string(pszWhat) + " failed: " + NameCode(nCode));
     }
 }
 
@@ -75,10 +76,11 @@ public:
         cl_int nCode = CL_SUCCESS;
         m_Program = m_Lib.cl.clCreateProgramWithSource(m_Context, 1, &pszSource, nullptr, &nCode);
         Check(nCode, "clCreateProgramWithSource");
-        if (m_Lib.cl.clBuildProgram(m_Program, 1, &m_Device, strOptions.c_str(), nullptr, nullptr) != CL_SUCCESS)
+        nCode = m_Lib.cl.clBuildProgram(m_Program, 1, &m_Device, strOptions.c_str(), nullptr, nullptr);
+        if (nCode != CL_SUCCESS)
         {
-            const std::string strLog = Log();
-            throw CBuildError(!strLog.empty() ? strLog : "the program doesn't build");
+            const std::string strLog = GetLog();
+            throw CBuildError(strLog.empty() ? NameCode(nCode) + ": \"" + strOptions + "\"" : strLog);
         }
         size_t nSize = 0;
         Check(m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARY_SIZES, sizeof(nSize), &nSize, nullptr),
@@ -91,7 +93,8 @@ public:
     }
 
 private:
-    std::string Log() const
+    /// However long it is: the runtime copies it whole or not at all.
+    std::string GetLog() const
     {
         size_t nSize = 0;
         m_Lib.cl.clGetProgramBuildInfo(m_Program, m_Device, CL_PROGRAM_BUILD_LOG, 0, nullptr, &nSize);
@@ -122,27 +125,6 @@ std::string ReadProgramText(const std::string& strPath)
         strPath.size() > suffix.size() && strPath.compare(strPath.size() - suffix.size(), suffix.size(), suffix) == 0;
     const bool bNameFits = strPath.find_first_of("\"\\\n") == std::string::npos;
     return (bOpenCL && bNameFits ? "#line 1 \"" + strPath + "\"\n" : "") + strText;
-}
-
-std::string ReadFileBytes(const std::string& strPath)
-{
-    std::ifstream stream(strPath, std::ios::binary);
-    if (!stream)
-    {
-        throw std::runtime_error("can't read " + strPath);
-    }
-    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-}
-
-void WriteFileBytes(const std::string& strPath, const std::string& strBytes)
-{
-    std::ofstream stream(strPath, std::ios::binary);
-    stream.write(strBytes.data(), static_cast<std::streamsize>(strBytes.size()));
-    stream.close();
-    if (!stream)
-    {
-        throw std::runtime_error("can't write " + strPath);
-    }
 }
 
 bool IsImage(const std::string& strBytes)

@@ -32,10 +32,6 @@ SBuiltProgram BuildProgram(const CLibraries& libraries, const std::string& strSo
 /// The text of a program's file for a build: OpenCL C gets the name of the file, which the compiler then tells.
 std::string ReadProgramText(const std::string& strPath);
 
-/// The bytes of a file. \throws std::runtime_error
-std::string ReadFileBytes(const std::string& strPath);
-void WriteFileBytes(const std::string& strPath, const std::string& strBytes);
-
 /// Whether bytes are those of an ELF image.
 bool IsImage(const std::string& strBytes);
 

@@ -1,5 +1,6 @@
 #include "tools/kestrel/debug/Debugger.h"
 
+#include "tools/kestrel/HostMemory.h"
 #include "tools/kestrel/PlatformDoor.h"
 #include "tools/kestrel/debug/CommandError.h"
 
@@ -30,8 +31,15 @@ CDebugger::CDebugger(const CLibraries& libraries, const SLaunchFile& file, IEven
     : m_Lib(libraries), m_pControl(FindPlatformControl(libraries)), m_Sink(sink), m_Launch(libraries, file),
       m_Runs(libraries), m_Faults(m_pControl), m_Target(libraries, m_Launch), m_Extent(MakeExtent(file))
 {
-    m_vAllActive.assign(m_Extent.Count(), CL_TRUE);
     m_Target.SetWaiter([this] { ShowProgress(); });
+    m_Target.SetBreaker(
+        [this](bool bBreak)
+        {
+            if (m_pControl != nullptr)
+            {
+                m_pControl->BreakRuns(bBreak ? 1 : 0);
+            }
+        });
     ReadProgram();
 }
 
@@ -86,6 +94,16 @@ void CDebugger::SetListing(std::vector<std::string> vLines)
     m_pCode = std::make_unique<CCodeMap>(*m_pListing);
 }
 
+size_t CDebugger::CountActive()
+{
+    return IsAtEntry() ? m_Extent.Count() : GetActive().Count();
+}
+
+void CDebugger::RequireMemory() const
+{
+    RequireSessionMemory(m_Launch.GetFile().strPath, m_Extent.Count());
+}
+
 void CDebugger::RequireLive() const
 {
     if (!IsLive())
@@ -136,6 +154,8 @@ SMaskView CDebugger::GetActive()
             // Gone back to where nothing has been executed: everybody takes part.
         }
     }
+    // Made when it is looked at first: a session takes nothing for each work-item before.
+    m_vAllActive.resize(m_Extent.Count(), CL_TRUE);
     SMaskView mask;
     mask.pActive = m_vAllActive.data();
     mask.nItems = m_vAllActive.size();

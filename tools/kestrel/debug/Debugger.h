@@ -80,11 +80,14 @@ public:
     bool HasDifference() const { return m_bDifference; }
     /// What the platform has recorded of the last launch that it shouldn't have done.
     const CFaults& GetFaults() const { return m_Faults; }
+    /// Whether the platform has ended the last launch's kernel before its end.
+    bool HasPlatformFailed() const { return m_bPlatformFailed; }
     CSession& GetSession() { return m_Target.GetSession(); }
 
     // ---- values
     SRegisterView GetValues(const std::string& strRegister) override;
     SMaskView GetActive() override;
+    size_t CountActive();
     size_t GetFocus() const override { return m_nFocus; }
     /// A buffer, value or local argument by its name or as argN.
     std::optional<SElements> FindElements(const std::string& strName) override;
@@ -104,6 +107,9 @@ public:
     std::string NameAddress(uint64_t nAddress);
     /// The bytes of an argument's buffer from an offset on, as they are now, up to its end.
     std::vector<unsigned char> ReadBuffer(size_t nArgument, uint64_t nOffset, size_t nBytes);
+    /// Bytes of a work-group's local memory, up to the end of the block or argument.
+    /// \param nResource  OVKCLDEBUG_EXT_LOCAL_BLOCK or OVKCLDEBUG_EXT_LOCAL_ARGUMENT
+    std::vector<unsigned char> ReadLocal(unsigned int nResource, size_t nGroup, uint64_t nOffset, size_t nBytes);
     /// What the launch file gives for an argument, that of the earlier one for the same once more.
     const SArgument& GetGiven(size_t nArgument) const;
 
@@ -124,8 +130,13 @@ public:
     /// Ends the session, if there is one, without a word.
     void Kill();
 
-    /// From a signal handler or another thread: what goes on stops at the next place where it can.
+    /// From a signal handler or another thread. What goes on stops at the next place where it can; a kernel run that
+    /// keeps it from that for longer than a twentieth of a second is broken off, and the session ends. Nothing goes on
+    /// from then until ClearInterrupts.
     void Interrupt() { ++m_nInterrupts; }
+    bool IsInterrupted() const { return m_nInterrupts != 0; }
+    /// A new line of the user's is read.
+    void ClearInterrupts() { m_nInterrupts = 0; }
     /// Makes long runs stop at the head of each loop pass on the way, unseen, so that they can be interrupted.
     void SetInterruptible(bool bInterruptible) { m_bInterruptible = bInterruptible; }
     /// Commands of the breakpoints that were stopped at last; given once.
@@ -162,7 +173,10 @@ private:
     void SendFinished();
     void CheckFaults(bool bPatched);
     void AddFaults(nlohmann::json& event);
-    bool WasInterrupted();
+    void BreakRun();
+    void RequireNoInterrupt() const;
+    std::string ExplainRefusal() const;
+    void RequireMemory() const;
     void MindInterrupts();
     void EndIfGivenUp();
     SRunEstimate EstimateRun(const std::set<unsigned int>& stops);
@@ -170,6 +184,8 @@ private:
     std::optional<uint64_t> FindInRegisters(size_t nArgument);
     void ShowProgress();
     std::string GetCurrentFunction() const;
+    std::optional<SElements> FindLocalBlock(const std::string& strName);
+    size_t GetLocalSize(unsigned int nResource);
     CFixedRegisters MakeFixedRegisters(unsigned int nLocalBytes);
     void TakeLocalSize();
 
@@ -214,6 +230,9 @@ private:
     std::atomic<unsigned int> m_nInterrupts{0};
     unsigned int m_nAnswered = 0; ///< interrupts at the last question whether to give up
     bool m_bGivenUp = false;
+    std::optional<std::chrono::steady_clock::time_point> m_SeenInterrupt; ///< during the present wait
+    bool m_bLastPatched = false;                                          ///< the last kernel run was a patched copy's
+    bool m_bPlatformFailed = false;                                       ///< it ended the last launch's kernel
     bool m_bInterruptible = false;
     std::set<unsigned int> m_Unseen; ///< stops of a run that are passed without a word
     SProgress m_Progress;

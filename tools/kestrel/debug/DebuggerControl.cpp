@@ -1,3 +1,4 @@
+#include "tools/kestrel/Codes.h"
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/Debugger.h"
 
@@ -12,11 +13,14 @@ using nlohmann::json;
 
 bool CDebugger::Launch()
 {
+    RequireMemory();
     m_mapAddresses.clear();
     m_mapEarlier.clear();
     m_LookedAt.clear();
     m_NewFaults.reset();
     m_Faults.Forget();
+    m_bPlatformFailed = false;
+    m_SeenInterrupt.reset();
     m_Progress = SProgress();
     m_Progress.nRunsBefore = GetRuns();
     m_Runs.WatchFirstRuns();
@@ -25,7 +29,11 @@ bool CDebugger::Launch()
     if (eState != CTarget::AtStart)
     {
         m_Sink.OnEvent({{"event", "error"}, {"error", m_Target.GetReason()}});
-        throw CCommandError("the launch can't be debugged: " + m_Target.GetReason());
+        if (IsPlatformFailure(m_Target.GetCode()))
+        {
+            throw CPlatformError("the launch failed: " + m_Target.GetReason());
+        }
+        throw CCommandError("the launch can't be debugged: " + m_Target.GetReason() + ExplainRefusal());
     }
     TakeLocalSize();
     const CListing& listing = GetSession().GetListing();
@@ -45,6 +53,37 @@ bool CDebugger::Launch()
                     {"device", m_Launch.GetDeviceName()},
                     {"items", m_Extent.Count()}});
     return true;
+}
+
+/// The debugger's own reason is short; what it has no words for are its limits.
+std::string CDebugger::ExplainRefusal() const
+{
+    const size_t nMostBlocks = 1024;
+    const unsigned int nMostElements = 65536;
+    size_t nDepth = 0;
+    for (unsigned int nLine = 0; nLine < m_pListing->GetLineCount(); ++nLine)
+    {
+        const std::string strMnemonic = m_pListing->GetMnemonic(nLine);
+        const bool bOpens =
+            strMnemonic.compare(0, 3, "if_") == 0 || strMnemonic == "whileloop" || strMnemonic == "switch";
+        const bool bCloses = strMnemonic == "endif" || strMnemonic == "endloop" || strMnemonic == "endswitch";
+        nDepth += bOpens ? 1 : 0;
+        nDepth -= bCloses && nDepth != 0 ? 1 : 0;
+        if (nDepth > nMostBlocks)
+        {
+            return " Blocks may be nested " + std::to_string(nMostBlocks) + " deep, and are deeper at line " +
+                   std::to_string(nLine);
+        }
+    }
+    for (const SKernelArgument& argument : m_vArguments)
+    {
+        if (argument.nConstant >= nMostElements)
+        {
+            return " The constant buffer of arguments may have " + std::to_string(nMostElements) + " elements, and " +
+                   argument.strName + " lies beyond";
+        }
+    }
+    return std::string();
 }
 
 /// One command of the debugger's. \param lines  where a run stops besides the breakpoints
@@ -73,6 +112,7 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
         GetSession().SetBreakpoints(stops);
     }
     m_Progress.estimate = bRuns ? EstimateRun(stops) : SRunEstimate();
+    m_SeenInterrupt.reset();
     const CTarget::EState eState = m_Target.Resume(command);
     EndIfGivenUp();
     if (eState != CTarget::AtStop)
@@ -139,7 +179,7 @@ CDebugger::EReason CDebugger::RunTo(ovkclDebugCommand command, const std::set<un
         {
             return EReason::FirstStop;
         }
-        if (WasInterrupted())
+        if (IsInterrupted())
         {
             return EReason::Interrupted;
         }
@@ -217,10 +257,18 @@ CDebugger::EReason CDebugger::BackOverCall()
 
 // ---------------------------------------------------------------------------------------- commands
 
+void CDebugger::RequireNoInterrupt() const
+{
+    if (IsInterrupted())
+    {
+        throw CCommandError("interrupted");
+    }
+}
+
 void CDebugger::BeginCommand(bool bSingleStep)
 {
     RequireLive();
-    WasInterrupted();
+    RequireNoInterrupt();
     m_mapEarlier.clear();
     if (m_Target.GetState() == CTarget::AtStop)
     {
@@ -252,7 +300,7 @@ void CDebugger::Repeat(size_t nTimes, const char* pszReason, MoveOnce moveOnce)
         m_Progress.nMove = n + 1;
         m_Progress.nMoves = nTimes;
         eReason = moveOnce();
-        if (eReason == EReason::Moved && n + 1 < nTimes && WasInterrupted())
+        if (eReason == EReason::Moved && n + 1 < nTimes && IsInterrupted())
         {
             eReason = EReason::Interrupted;
         }
@@ -265,6 +313,7 @@ void CDebugger::Repeat(size_t nTimes, const char* pszReason, MoveOnce moveOnce)
 
 void CDebugger::Run()
 {
+    RequireNoInterrupt();
     Kill();
     Launch();
     BeginCommand(false);
@@ -278,6 +327,7 @@ void CDebugger::Run()
 
 void CDebugger::Start()
 {
+    RequireNoInterrupt();
     Kill();
     Launch();
     BeginCommand(false);
@@ -300,6 +350,10 @@ void CDebugger::GoOn(size_t nTimes, ovkclDebugCommand command)
                    m_Progress.nMove = nTimes - nLeft;
                    m_vCommands.clear();
                    eReason = RunTo(command, {});
+                   if (eReason == EReason::Breakpoint && IsInterrupted())
+                   {
+                       break; // it has stopped at one, which is as good
+                   }
                }
                return eReason;
            });

@@ -1,5 +1,6 @@
 // What a debugging session tells of itself: events, faults, progress, and what becomes of interrupts.
 
+#include "tools/kestrel/PlatformDoor.h"
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/Debugger.h"
 #include "tools/kestrel/debug/Outcome.h"
@@ -22,6 +23,7 @@ const size_t s_nShownFaults = 8;
 
 void CDebugger::CheckFaults(bool bPatched)
 {
+    m_bLastPatched = bPatched;
     std::optional<SFaults> faults = m_Faults.Check(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
     if (!faults)
     {
@@ -47,15 +49,31 @@ void CDebugger::AddFaults(json& event)
 
 // ---------------------------------------------------------------------------------------- interrupts, progress
 
-bool CDebugger::WasInterrupted()
+/// The platform lets go of a kernel run that an interrupt would have to wait for.
+void CDebugger::BreakRun()
 {
-    return m_nInterrupts.exchange(0) != 0;
+    const auto now = std::chrono::steady_clock::now();
+    m_SeenInterrupt = m_SeenInterrupt ? m_SeenInterrupt : now;
+    if (!m_bGivenUp && now - *m_SeenInterrupt >= std::chrono::milliseconds(50))
+    {
+        m_bGivenUp = true;
+        m_Runs.Refuse(true);
+        m_pControl->BreakRuns(1);
+    }
 }
 
 /// Looked at now and then by the thread that waits for the kernel.
 void CDebugger::MindInterrupts()
 {
     const unsigned int nInterrupts = m_nInterrupts;
+    if (m_pControl != nullptr)
+    {
+        if (nInterrupts != 0)
+        {
+            BreakRun();
+        }
+        return;
+    }
     if (m_bGivenUp)
     {
         if (nInterrupts > m_nAnswered)
@@ -88,8 +106,14 @@ void CDebugger::EndIfGivenUp()
     m_Target.Drop();
     m_Runs.Refuse(false);
     m_bGivenUp = false;
-    m_nInterrupts = 0;
-    const std::string strError = "given up: the session has ended; the breakpoints are still there";
+    if (m_pControl != nullptr)
+    {
+        m_pControl->BreakRuns(0);
+    }
+    const std::string strError =
+        m_pControl != nullptr
+            ? "interrupted: a kernel run was broken off, and the session has ended; the breakpoints are still there"
+            : "given up: the session has ended; the breakpoints are still there";
     m_Sink.OnEvent({{"event", "error"}, {"error", strError}});
     throw CCommandError(strError);
 }
@@ -116,7 +140,7 @@ void CDebugger::ShowProgress()
     {
         strText += ", stop " + std::to_string(m_Progress.nMove) + " of " + std::to_string(m_Progress.nMoves);
     }
-    if (m_bGivenUp)
+    if (m_bGivenUp && m_pControl == nullptr)
     {
         strText = "given up; waiting for " + strText + " to end. Ctrl-C once more leaves kestrel";
     }
@@ -150,7 +174,7 @@ void CDebugger::SendStop(EReason eReason, const std::string& strReason)
                   {"line", m_nLine},
                   {"text", m_pListing->GetLine(m_nLine)},
                   {"function", GetCurrentFunction()},
-                  {"count", GetActive().Count()},
+                  {"count", CountActive()},
                   {"items", m_Extent.Count()},
                   {"breakpoints", m_Hits.vIds},
                   {"runs", GetRuns() - m_Progress.nRunsBefore}};
@@ -169,6 +193,13 @@ void CDebugger::SendFinished()
     json event = DescribeOutputs(m_Launch);
     event["event"] = "finished";
     event["faulty"] = m_Faults.HasAny();
+    const std::string strEnd =
+        m_Faults.DescribeEnd(*m_pListing, m_bLastPatched ? m_Runs.GetLastImage() : std::vector<char>());
+    m_bPlatformFailed = !strEnd.empty();
+    if (m_bPlatformFailed)
+    {
+        event["ended"] = strEnd;
+    }
     if (!m_Target.GetReason().empty())
     {
         event["reason"] = m_Target.GetReason();

@@ -160,6 +160,57 @@ std::vector<unsigned char> CDebugger::ReadBuffer(size_t nArgument, uint64_t nOff
     return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nThere));
 }
 
+/// "local1": the block that the kernel declares under a number, as 32-bit words.
+std::optional<SElements> CDebugger::FindLocalBlock(const std::string& strName)
+{
+    const std::string strStart = "local";
+    const bool bBlock = strName.compare(0, strStart.size(), strStart) == 0 && strName.size() > strStart.size() &&
+                        strName.find_first_not_of("0123456789", strStart.size()) == std::string::npos;
+    if (!bBlock || strName.size() > strStart.size() + 5)
+    {
+        return std::nullopt;
+    }
+    SElements elements;
+    elements.strName = strName;
+    elements.pType = FindElementType("i32");
+    elements.bPerGroup = true;
+    elements.nPlace = OVKCLDEBUG_EXT_LOCAL_BLOCK(std::stoul(strName.substr(strStart.size())));
+    elements.nCount = GetLocalSize(static_cast<unsigned int>(elements.nPlace)) / elements.pType->nSize;
+    return elements;
+}
+
+size_t CDebugger::GetLocalSize(unsigned int nResource)
+{
+    RequireLive();
+    return m_Target.GetState() == CTarget::AtStop
+               ? GetSession().GetBufferSize(nResource, OVKCLDEBUG_EXT_LOCAL_ADDRESS(0, 0))
+               : 0;
+}
+
+std::vector<unsigned char> CDebugger::ReadLocal(unsigned int nResource, size_t nGroup, uint64_t nOffset, size_t nBytes)
+{
+    RequireLive();
+    if (m_Target.GetState() != CTarget::AtStop)
+    {
+        throw CCommandError("in front of the first instruction local memory isn't known");
+    }
+    if (!m_Extent.bLocalKnown)
+    {
+        throw CCommandError("the launch leaves the size of groups to the platform, so that there are none to name");
+    }
+    const size_t nSize = GetLocalSize(nResource);
+    if (nSize == 0)
+    {
+        throw CCommandError("the kernel has no such local memory at this stop");
+    }
+    if (nOffset >= nSize)
+    {
+        throw CCommandError("it has only " + std::to_string(nSize) + " bytes");
+    }
+    return GetSession().GetGlobalMemory(nResource, OVKCLDEBUG_EXT_LOCAL_ADDRESS(nGroup, nOffset),
+                                        std::min<size_t>(nBytes, nSize - nOffset));
+}
+
 std::optional<SElements> CDebugger::FindElements(const std::string& strName)
 {
     for (size_t i = 0; i < m_vArguments.size(); ++i)
@@ -177,15 +228,26 @@ std::optional<SElements> CDebugger::FindElements(const std::string& strName)
         elements.pType = elements.pType != nullptr ? elements.pType : FindElementType("i32");
         elements.nCount = given.vContents.size() / elements.pType->nSize;
         elements.bAlone = argument.strKind == "value" && elements.nCount == 1;
+        if (argument.IsLocal())
+        {
+            elements.bPerGroup = true;
+            elements.nPlace = OVKCLDEBUG_EXT_LOCAL_ARGUMENT(i);
+            elements.nCount = given.nLocalBytes / elements.pType->nSize;
+            return elements;
+        }
         const bool bKnown = argument.strKind == "value" || argument.IsGlobal();
         return bKnown ? std::optional<SElements>(elements) : std::nullopt;
     }
-    return std::nullopt;
+    return FindLocalBlock(strName);
 }
 
-std::vector<unsigned char> CDebugger::ReadElements(const SElements& elements, size_t /*nGroup*/, uint64_t nOffset,
+std::vector<unsigned char> CDebugger::ReadElements(const SElements& elements, size_t nGroup, uint64_t nOffset,
                                                    size_t nBytes)
 {
+    if (elements.bPerGroup)
+    {
+        return ReadLocal(static_cast<unsigned int>(elements.nPlace), nGroup, nOffset, nBytes);
+    }
     return ReadBuffer(elements.nPlace, nOffset, nBytes);
 }
 

@@ -137,6 +137,36 @@ std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector
     return faults;
 }
 
+std::string CFaults::DescribeEnd(const CListing& listing, const std::vector<char>& vImage) const
+{
+    SPlatformEnd end = {};
+    if (m_pControl != nullptr)
+    {
+        m_pControl->GetLastEnd(&end);
+    }
+    if (end.nEnd == PLATFORM_END_COMPLETE)
+    {
+        return std::string();
+    }
+    if (end.nEnd == PLATFORM_END_MEMORY)
+    {
+        return "the platform had not enough memory for the kernel";
+    }
+    std::string strEnd = end.nEnd == PLATFORM_END_LIMIT
+                             ? "the platform ended the kernel: a work-group came to its limit of instructions"
+                             : "the kernel run was broken off";
+    if (end.nWorkItem != ~uint64_t(0))
+    {
+        const unsigned int nLine =
+            vImage.empty() ? listing.GetLineOfInstruction(end.nInstruction)
+                           : FindOriginal(listing, CListing(ReadLinesWithCall(vImage, 0)), end.nInstruction);
+        strEnd += "; work-item " + std::to_string(end.nWorkItem) +
+                  (nLine == CListing::NoLine ? " was in it"
+                                             : " was at line " + std::to_string(nLine) + ": " + listing.GetLine(nLine));
+    }
+    return strEnd;
+}
+
 nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown)
 {
     static const char* const s_Memories[] = {"global", "local", "private", "registers", "image"};

@@ -52,6 +52,9 @@ public:
     /// \param listing  the kernel's text
     /// \param vImage   the image that the run was built from; empty if it was the kernel itself
     std::optional<SFaults> Check(const CListing& listing, const std::vector<char>& vImage);
+    /// Why the platform has ended the last kernel run under way, and where it was; empty if it hasn't.
+    /// \param vImage  as above
+    std::string DescribeEnd(const CListing& listing, const std::vector<char>& vImage) const;
     /// All that have been found since Forget.
     const SFaults& GetAll() const { return m_All; }
     bool HasAny() const { return m_nKnownAccesses + m_nKnownBarriers != 0; }

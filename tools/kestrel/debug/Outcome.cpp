@@ -46,6 +46,14 @@ json DescribeOutputs(const CLaunch& launch)
     return outcome;
 }
 
+std::string DescribeRunEnd(const CLibraries& libraries, const CLaunch& launch)
+{
+    const std::vector<char> vBinary = launch.ReadBinary();
+    const unsigned int nLabel = ReadLabel(ReadMetadata(vBinary, launch.GetFile().strKernel));
+    const CFaults faults(FindPlatformControl(libraries));
+    return faults.DescribeEnd(CListing(ReadLinesWithCall(vBinary, nLabel)), {});
+}
+
 json DescribeRun(const CLibraries& libraries, const CLaunch& launch)
 {
     json outcome = DescribeOutputs(launch);

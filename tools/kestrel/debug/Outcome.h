@@ -12,6 +12,9 @@ namespace KestrelTool
 /// each, and "differences", the first of each.
 nlohmann::json DescribeOutputs(const CLaunch& launch);
 
+/// Why the platform has ended a plain run under way, and where it was; empty if it hasn't.
+std::string DescribeRunEnd(const CLibraries& libraries, const CLaunch& launch);
+
 /// The same for a plain run, with the faults that the platform has recorded.
 nlohmann::json DescribeRun(const CLibraries& libraries, const CLaunch& launch);
 

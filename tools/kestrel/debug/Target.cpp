@@ -1,5 +1,7 @@
 #include "tools/kestrel/debug/Target.h"
 
+#include "tools/kestrel/Codes.h"
+
 #include <chrono>
 
 namespace KestrelTool
@@ -28,6 +30,7 @@ CTarget::EState CTarget::Launch()
     m_strReason.clear();
     m_pError = nullptr;
     m_bRefused = false;
+    m_nCode = CL_SUCCESS;
     m_ePosted = Idle;
     m_bAnswered = false;
     m_Thread = std::thread([this] { RunLaunch(); });
@@ -51,7 +54,18 @@ void CTarget::Drop()
     if (m_eState != Idle)
     {
         m_pSession->SetBreakpoints({});
-        Resume(OVKCLDEBUG_COMMAND_CONTINUE);
+        const std::function<void(bool)> breaker = m_Breaker ? m_Breaker : [](bool) {};
+        breaker(true);
+        try
+        {
+            Resume(OVKCLDEBUG_COMMAND_CONTINUE);
+        }
+        catch (...)
+        {
+            breaker(false);
+            throw;
+        }
+        breaker(false);
     }
 }
 
@@ -80,7 +94,8 @@ void CTarget::RunLaunch()
         if (nCode != CL_SUCCESS)
         {
             m_bRefused = true;
-            m_strReason = m_strReason.empty() ? "the launch failed with " + std::to_string(nCode) : m_strReason;
+            m_nCode = nCode;
+            m_strReason = m_strReason.empty() ? NameCode(nCode) : m_strReason;
         }
     }
     catch (...)
@@ -95,7 +110,7 @@ void CTarget::RunLaunch()
 CTarget::EState CTarget::Wait()
 {
     std::unique_lock<std::mutex> lock(m_Mutex);
-    while (!m_Changed.wait_for(lock, std::chrono::milliseconds(100), [this] { return m_ePosted != Idle; }))
+    while (!m_Changed.wait_for(lock, std::chrono::milliseconds(20), [this] { return m_ePosted != Idle; }))
     {
         if (m_Waiter)
         {

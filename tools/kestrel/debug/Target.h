@@ -38,7 +38,8 @@ public:
     /// Answers the stop, and waits for the next event.
     /// \throws what the session's thread has thrown
     EState Resume(ovkclDebugCommand command);
-    /// Drops the session; the kernel runs out undebugged. Does nothing when idle.
+    /// Drops the session. Where kernel runs can be broken off they are, else the kernel runs out undebugged. Does
+    /// nothing when idle.
     void Drop();
 
     bool IsLive() const { return m_eState != Idle; }
@@ -54,8 +55,12 @@ public:
     /// The debugger's reason for the end of the last session; empty for none.
     const std::string& GetReason() const { return m_strReason; }
 
-    /// Called every tenth of a second or so by whoever waits for an event.
+    /// Called every fiftieth of a second or so by whoever waits for an event.
     void SetWaiter(std::function<void()> waiter) { m_Waiter = std::move(waiter); }
+    /// Breaks kernel runs off, those under way and those to come, or lets them run again.
+    void SetBreaker(std::function<void(bool)> breaker) { m_Breaker = std::move(breaker); }
+    /// The code that the last launch failed with.
+    cl_int GetCode() const { return m_nCode; }
 
 private:
     ovkclDebugCommand OnStarted(CSession& session) override { return Halt(session, AtStart); }
@@ -71,6 +76,8 @@ private:
     const CLibraries& m_Lib;
     CLaunch& m_Launch;
     std::function<void()> m_Waiter;
+    std::function<void(bool)> m_Breaker;
+    cl_int m_nCode = CL_SUCCESS;
     EState m_eState = Idle;
     CSession* m_pSession = nullptr;
     std::string m_strReason;

@@ -1,0 +1,527 @@
+// What an attacker, a full disk or a poor machine does to the command line, each program run in a process of its own.
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+const std::string s_strKestrel = std::string(KESTREL_BINARY_DIR) + "/bin/kestrel";
+const std::string s_strExamples = std::string(KESTREL_SOURCE_DIR) + "/examples/";
+const std::string s_strLaunch = s_strExamples + "nested_if/nested_if.json";
+const std::string s_strSource = s_strExamples + "nested_if/nested_if.il";
+
+struct SOutcome
+{
+    int nCode = -1;      ///< the exit code; 1000 and the number for a signal
+    std::string strText; ///< both streams
+};
+
+typedef std::vector<std::string> Words;
+
+std::string ReadText(const fs::path& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+class Attack : public testing::Test
+{
+protected:
+    Attack() : m_Folder(fs::temp_directory_path() / ("kestrel_attack_" + std::to_string(getpid())))
+    {
+        fs::remove_all(m_Folder);
+        fs::create_directories(m_Folder / "folder");
+        mkfifo((m_Folder / "pipe").c_str(), 0600);
+        std::ofstream(m_Folder / "k.il") << ReadText(s_strSource);
+    }
+    ~Attack() override { fs::remove_all(m_Folder); }
+
+    std::string Path(const std::string& strName) const { return (m_Folder / strName).string(); }
+
+    /// A launch file of the nested ifs with fields of the test's own.
+    std::string WriteLaunch(const std::string& strText) const
+    {
+        std::ofstream(m_Folder / "launch.json") << strText;
+        return Path("launch.json");
+    }
+
+    /// Runs the program; an alarm ends what hangs.
+    /// \param prepare  called in the child in front of it, when its streams stand
+    SOutcome Run(const Words& words, const std::function<void()>& prepare = {}, const std::string& strInput = "") const
+    {
+        std::ofstream(m_Folder / "input") << strInput;
+        const pid_t nChild = fork();
+        if (nChild == 0)
+        {
+            const int nInput = open(Path("input").c_str(), O_RDONLY);
+            const int nOutput = open(Path("output").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+            dup2(nInput, 0);
+            dup2(nOutput, 1);
+            dup2(nOutput, 2);
+            close(nInput);
+            close(nOutput);
+            setenv("KESTREL_HISTORY", "", 1);
+            alarm(100);
+            if (prepare)
+            {
+                prepare();
+            }
+            std::vector<char*> vWords = {const_cast<char*>("kestrel")};
+            for (const std::string& strWord : words)
+            {
+                vWords.push_back(const_cast<char*>(strWord.c_str()));
+            }
+            vWords.push_back(nullptr);
+            execv(s_strKestrel.c_str(), vWords.data());
+            _exit(127);
+        }
+        int nStatus = 0;
+        waitpid(nChild, &nStatus, 0);
+        return {WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 1000 + WTERMSIG(nStatus), ReadText(m_Folder / "output")};
+    }
+
+    const fs::path m_Folder;
+};
+
+bool Holds(const std::string& strText, const std::string& strPart)
+{
+    return strText.find(strPart) != std::string::npos;
+}
+
+void PutInPlace(const char* pszPath, int nFlags, int nFile)
+{
+    const int nOpen = open(pszPath, nFlags);
+    dup2(nOpen, nFile);
+    close(nOpen);
+}
+
+void LimitResource(int nResource, rlim_t nLimit)
+{
+    const struct rlimit limit = {nLimit, nLimit};
+    setrlimit(static_cast<__rlimit_resource>(nResource), &limit);
+}
+
+/// C0 controls but line end and tab, and DEL.
+bool HasControls(const std::string& strText)
+{
+    return std::any_of(strText.begin(), strText.end(),
+                       [](unsigned char c) { return (c < 0x20 && c != '\n' && c != '\t') || c == 0x7F; });
+}
+
+} // namespace
+
+TEST_F(Attack, OutputThatDoesntArriveIsNoSuccess)
+{
+    const Words calls[] = {{"run", s_strLaunch},
+                           {"step", s_strLaunch},
+                           {"debug", s_strLaunch, "-batch", "-ex", "run"},
+                           {"debug", s_strLaunch, "-batch", "--json", "-ex", "run"},
+                           {"disasm", s_strSource},
+                           {"info", s_strSource},
+                           {"new", s_strSource},
+                           {"manual"}};
+    for (const Words& words : calls)
+    {
+        EXPECT_EQ(Run(words).nCode, 0) << words[0];
+        const SOutcome full = Run(words, [] { PutInPlace("/dev/full", O_WRONLY, 1); });
+        EXPECT_EQ(full.nCode, 1) << words[0] << " to a full disk";
+        EXPECT_TRUE(Holds(full.strText, "can't be written")) << words[0] << ": " << full.strText;
+        EXPECT_EQ(Run(words, [] { close(1); }).nCode, 1) << words[0] << " to a closed descriptor";
+    }
+    const Words saves[] = {{"asm", s_strSource, "-o", "/dev/full"}, {"disasm", s_strSource, "-o", "/dev/full"}};
+    for (const Words& words : saves)
+    {
+        EXPECT_NE(Run(words).nCode, 0);
+    }
+}
+
+TEST_F(Attack, ClosedDescriptorsGetNothingThatIsMeantForOthers)
+{
+    for (int nClosed = 1; nClosed < 8; ++nClosed)
+    {
+        const auto closeSome = [nClosed]
+        {
+            for (int nFile = 0; nFile < 3; ++nFile)
+            {
+                if ((nClosed & 1 << nFile) != 0)
+                {
+                    close(nFile);
+                }
+            }
+        };
+        EXPECT_EQ(Run({"asm", s_strSource, "-o", Path("k.bin")}, closeSome).nCode, 0);
+        EXPECT_EQ(ReadText(m_Folder / "k.bin").substr(0, 4), "\177ELF") << nClosed;
+        EXPECT_EQ(Run({"debug", s_strLaunch}, closeSome).nCode, (nClosed & 3) != 0 ? 1 : 0) << nClosed;
+    }
+}
+
+TEST_F(Attack, FoldersPipesAndDevicesAreRefusedWhereverFilesAreRead)
+{
+    const struct
+    {
+        std::string strPath;
+        const char* pszWhy;
+    } cases[] = {{Path("folder"), "it is a folder"},
+                 {Path("pipe"), "it is a pipe"},
+                 {"/dev/zero", "it is a device"},
+                 {Path("missing"), "No such file"}};
+    for (const auto& entry : cases)
+    {
+        const std::string strData =
+            R"({"program": "k.il", "kernel": "nested_if", "global": [16], "args": [{"buffer": {"type": "int", "file": ")" +
+            entry.strPath + R"("}}]})";
+        const std::string strProgram =
+            R"({"program": ")" + entry.strPath + R"(", "kernel": "nested_if", "global": [16]})";
+        const struct
+        {
+            Words words;
+            int nCode;
+        } calls[] = {{{"run", entry.strPath}, 2},
+                     {{"debug", entry.strPath}, 2},
+                     {{"debug", s_strLaunch, "-batch", "-x", entry.strPath}, 1},
+                     {{"debug", s_strLaunch, "-batch", "-ex", "source " + entry.strPath}, 1},
+                     {{"disasm", entry.strPath}, 1},
+                     {{"info", entry.strPath}, 1},
+                     {{"run", WriteLaunch(strData)}, 2},
+                     {{"run", WriteLaunch(strProgram)}, 2}};
+        for (const auto& call : calls)
+        {
+            WriteLaunch(&call == std::end(calls) - 1 ? strProgram : strData);
+            const SOutcome outcome = Run(call.words);
+            EXPECT_EQ(outcome.nCode, call.nCode) << call.words[0] << " " << call.words[1] << ": " << outcome.strText;
+            EXPECT_TRUE(Holds(outcome.strText, entry.pszWhy) && Holds(outcome.strText, entry.strPath))
+                << outcome.strText;
+        }
+    }
+    const SOutcome input = Run({"debug", s_strLaunch}, [&] { PutInPlace(Path("folder").c_str(), O_RDONLY, 0); });
+    EXPECT_EQ(input.nCode, 1);
+    EXPECT_TRUE(Holds(input.strText, "the standard input can't be read: Is a directory")) << input.strText;
+    EXPECT_EQ(Run({"debug", s_strLaunch}, [] { PutInPlace("/dev/zero", O_RDONLY, 0); }).nCode, 1)
+        << "a line without end";
+}
+
+TEST_F(Attack, LaunchFilesThatCantBeMeantAreRefusedTheSameByEveryCall)
+{
+    const std::string strFront = R"({"program": "k.il", "kernel": "nested_if", )";
+    const std::string strArgs = R"("args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})";
+    std::ofstream(m_Folder / "bytes") << "abcdefghijk";
+    const struct
+    {
+        std::string strText;
+        const char* pszWhy;
+    } cases[] = {
+        {strFront + R"("global": [16], "global": [8], )" + strArgs, "the field \"global\" is there twice"},
+        {strFront + R"("global": [16], "args": [{"buffer": {"type": "int", "count": 5, "file": "bytes"}}]})",
+         "describes 11 bytes"},
+        {strFront + R"("global": [16], "args": [{"buffer": {"type": "u8", "count": 5, "file": "bytes"}}]})",
+         "describes 11 bytes, but takes 5"},
+        {strFront + R"("global": [16], "args": [{"buffer": {"type": "int", "count": 3, "values": [1, 2]}}]})",
+         "describes 8 bytes, but takes 12"},
+        {strFront + R"("global": [16], "local": [5], )" + strArgs, "local doesn't fit"},
+        {strFront + R"("global": [4294967295, 4294967295, 4294967295], )" + strArgs, "more than 2^64 work-items"},
+        {strFront + R"("options": "-g\n-nonsense", "global": [16], )" + strArgs, "options are none"},
+    };
+    for (const auto& entry : cases)
+    {
+        const std::string strLaunch = WriteLaunch(entry.strText);
+        const Words calls[] = {{"run", strLaunch}, {"debug", strLaunch, "-batch", "-ex", "run"}, {"step", strLaunch}};
+        for (const Words& words : calls)
+        {
+            const SOutcome outcome = Run(words);
+            EXPECT_EQ(outcome.nCode, 2) << words[0] << ": " << outcome.strText;
+            EXPECT_TRUE(Holds(outcome.strText, entry.pszWhy)) << words[0] << ": " << outcome.strText;
+        }
+    }
+}
+
+TEST_F(Attack, WhatThePlatformCantDoHasACodeOfItsOwn)
+{
+    const auto set = [](const char* pszSettings) { return [=] { setenv("KESTREL_PLATFORM", pszSettings, 1); }; };
+    for (const char* pszNonsense : {"lmit=3", "limit=x", "fail=clNoSuchCall:1:-5", "fail=clFinish:0:-5", "no=thing"})
+    {
+        const SOutcome outcome = Run({"run", s_strLaunch}, set(pszNonsense));
+        EXPECT_EQ(outcome.nCode, 3) << pszNonsense;
+        EXPECT_TRUE(Holds(outcome.strText, pszNonsense)) << outcome.strText;
+    }
+    const Words calls[] = {{"run", s_strLaunch}, {"debug", s_strLaunch, "-batch", "-ex", "run"}};
+    for (const Words& words : calls)
+    {
+        EXPECT_EQ(Run(words, set("fail=clEnqueueNDRangeKernel:1:-5:forever")).nCode, 3) << words[0];
+    }
+    // An endless kernel ends at the limit of instructions, and its line is named.
+    std::string strSource = ReadText(s_strSource);
+    strSource.replace(strSource.rfind("ret\nendfunc"), 3, "whileloop\niadd r0.x, r0.x, r0.x\nendloop\nret");
+    std::ofstream(m_Folder / "k.il") << strSource;
+    const std::string strEndless = WriteLaunch(
+        R"({"program": "k.il", "kernel": "nested_if", "global": [16], "local": [8],
+            "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})");
+    const Words endless[] = {{"run", strEndless}, {"debug", strEndless, "-batch", "-ex", "run"}};
+    for (const Words& words : endless)
+    {
+        const SOutcome outcome = Run(words, set("limit=100000"));
+        EXPECT_EQ(outcome.nCode, 3) << words[0] << ": " << outcome.strText;
+        EXPECT_TRUE(Holds(outcome.strText, "limit of instructions")) << outcome.strText;
+        EXPECT_TRUE(Holds(outcome.strText, "was at line 3")) << outcome.strText;
+    }
+    // To leave it at a stop, or to kill it, doesn't wait for it, even without a limit.
+    EXPECT_EQ(
+        Run({"debug", strEndless, "-batch", "-ex", "break 20", "-ex", "run", "-ex", "kill"}, set("limit=0")).nCode, 0);
+    EXPECT_EQ(Run({"debug", strEndless, "-batch", "-ex", "break 20", "-ex", "run"}, set("limit=0")).nCode, 0);
+}
+
+TEST_F(Attack, ALaunchThatNeedsMoreMemoryThanThereIsIsToldSo)
+{
+    const std::string strLaunch = WriteLaunch(
+        R"({"program": "k.il", "kernel": "nested_if", "global": [4294967295, 4096],
+            "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})");
+    const SOutcome outcome = Run({"debug", strLaunch, "-batch", "-ex", "start"});
+    EXPECT_EQ(outcome.nCode, 3) << outcome.strText;
+    EXPECT_TRUE(Holds(outcome.strText, "a session of 17592186040320 work-items needs about ")) << outcome.strText;
+}
+
+TEST_F(Attack, ASourceIsntOverwritten)
+{
+    const std::string strCopy = Path("k.il");
+    fs::create_hard_link(strCopy, Path("other.il"));
+    for (const char* pszCall : {"asm", "disasm", "new"})
+    {
+        EXPECT_EQ(Run({pszCall, strCopy, "-o", Path("folder/../k.il")}).nCode, 2) << pszCall;
+        EXPECT_EQ(Run({pszCall, strCopy, "-o", Path("other.il")}).nCode, 2) << pszCall;
+        EXPECT_EQ(ReadText(strCopy), ReadText(s_strSource)) << pszCall;
+    }
+}
+
+TEST_F(Attack, LocalMemoryBeyondTheDevicesIsntBuilt)
+{
+    for (const char* pszSize : {"32784", "65536", "4294967280"})
+    {
+        std::string strSource = ReadText(s_strSource);
+        strSource.replace(strSource.find("imad r0"), 0, std::string("dcl_lds_id(1) ") + pszSize + "\n");
+        std::ofstream(m_Folder / "big.il") << strSource;
+        const std::string strLaunch =
+            WriteLaunch(R"({"program": "big.il", "kernel": "nested_if", "global": [16], "local": [8],
+                            "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})");
+        const SOutcome outcome = Run({"run", strLaunch});
+        EXPECT_EQ(outcome.nCode, 3) << outcome.strText;
+        EXPECT_TRUE(Holds(outcome.strText, "local memory")) << outcome.strText;
+    }
+}
+
+TEST_F(Attack, NumbersBeyondTheirTypesAreRefusedAndNotWrapped)
+{
+    const char* const commands[] = {"print r65536",
+                                    "print r65539.x",
+                                    "print x0[4294967296].x",
+                                    "break +18446744073709551615",
+                                    "break +99999999999999999999",
+                                    "break -1000",
+                                    "break 4294967296",
+                                    "delete 4294967297",
+                                    "continue 18446744073709551616",
+                                    "list 4294967296,4294967297",
+                                    "x uav4294967306:0",
+                                    "print 18446744073709551616",
+                                    "workitem 18446744073709551616",
+                                    "set limit 18446744073709551617"};
+    for (const char* pszCommand : commands)
+    {
+        const SOutcome outcome =
+            Run({"debug", s_strLaunch, "-batch", "-ex", "break 20", "-ex", "run", "-ex", pszCommand});
+        EXPECT_EQ(outcome.nCode, 1) << pszCommand << ": " << outcome.strText;
+    }
+}
+
+TEST_F(Attack, LongChainsOverflowNothing)
+{
+    std::string strSum = "1";
+    for (int n = 0; n < 20000; ++n)
+    {
+        strSum += n % 2 == 0 ? "+1" : "||r0.x";
+    }
+    const SOutcome outcome = Run({"debug", s_strLaunch, "-batch", "-x", Path("commands")},
+                                 [&] { LimitResource(RLIMIT_STACK, size_t(1) << 20); });
+    EXPECT_EQ(outcome.nCode, 1) << "no such file yet";
+    std::ofstream(m_Folder / "commands") << "break 33 if " << strSum << "\nrun\nprint " << strSum << "\ndisplay "
+                                         << strSum << "\nwhere " << strSum << "\n";
+    EXPECT_EQ(Run({"debug", s_strLaunch, "-batch", "-x", Path("commands")}).nCode, 0);
+
+    // 5,000 functions, each of which calls the next one; also in the other order.
+    for (const bool bBackward : {false, true})
+    {
+        std::vector<std::string> vFunctions;
+        for (int n = 0; n < 5000; ++n)
+        {
+            const std::string strCall = n + 1 < 5000 ? "call " + std::to_string(2001 + n) + "\n" : "";
+            vFunctions.push_back("func " + std::to_string(2000 + n) + "\nif_logicalnz r0.x\n" + strCall +
+                                 "endif\nret\nendfunc\n");
+        }
+        if (bBackward)
+        {
+            std::reverse(vFunctions.begin(), vFunctions.end());
+        }
+        std::string strSource = ReadText(s_strSource);
+        strSource.replace(strSource.rfind("ret\nendfunc"), 0, "call 2000\n");
+        std::string strAll;
+        for (const std::string& strFunction : vFunctions)
+        {
+            strAll += strFunction;
+        }
+        strSource.replace(strSource.rfind("end\n"), 0, strAll);
+        std::ofstream(m_Folder / "k.il") << strSource;
+        const std::string strLaunch =
+            WriteLaunch(R"({"program": "k.il", "kernel": "nested_if", "global": [16], "local": [8],
+                            "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})");
+        EXPECT_EQ(Run({"run", strLaunch}).nCode, 0) << bBackward;
+        EXPECT_EQ(Run({"debug", strLaunch, "-batch", "-ex", "run"}).nCode, 0) << bBackward;
+        EXPECT_EQ(Run({"run", strLaunch}, [] { LimitResource(RLIMIT_STACK, size_t(512) << 10); }).nCode, 0)
+            << bBackward;
+    }
+}
+
+TEST_F(Attack, RefusalsSayWhichLimitWasMet)
+{
+    std::string strSource = ReadText(s_strSource);
+    std::string strBlocks;
+    for (const char* pszLine : {"if_logicalnz r0.x\n", "endif\n"})
+    {
+        for (int n = 0; n < 2000; ++n)
+        {
+            strBlocks += pszLine;
+        }
+    }
+    strSource.replace(strSource.rfind("ret\nendfunc"), 0, strBlocks);
+    std::ofstream(m_Folder / "k.il") << strSource;
+    const std::string strLaunch =
+        WriteLaunch(R"({"program": "k.il", "kernel": "nested_if", "global": [16], "local": [8],
+                        "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})");
+    const SOutcome outcome = Run({"debug", strLaunch, "-batch", "-ex", "start"});
+    EXPECT_EQ(outcome.nCode, 1);
+    EXPECT_TRUE(Holds(outcome.strText, "Blocks may be nested 1024 deep, and are deeper at line ")) << outcome.strText;
+    EXPECT_EQ(Run({"run", strLaunch}).nCode, 0) << "the platform runs it";
+}
+
+TEST_F(Attack, NothingFromOutsideCommandsTheTerminal)
+{
+    // Each control character, C1 controls as UTF-8 and as single bytes, and broken UTF-8.
+    std::string strNasty;
+    for (int c = 1; c < 0x20; ++c)
+    {
+        strNasty += c == '\n' ? "" : std::string(1, static_cast<char>(c));
+    }
+    strNasty += "\x7F\x1B]0;owned\x07\x1B[31m";
+    for (int c = 0x80; c < 0xA0; ++c)
+    {
+        strNasty += std::string("\xC2") + static_cast<char>(c);
+    }
+    strNasty += "\x9B\xFF\xC3(\xE2\x80\xAE\xED\xA0\x80\xF4\x90\x80\x80";
+    std::string strSource = ReadText(s_strSource);
+    strSource.replace(strSource.find("imad r0"), 0, ";" + strNasty + "\n");
+    std::ofstream(m_Folder / "k.il") << strSource;
+    const std::string strFile = Path("file\x1B[31m\xC2\x9B");
+    std::ofstream(strFile) << strSource;
+    std::string strEscaped;
+    for (const unsigned char c : strNasty)
+    {
+        char szCode[8];
+        std::snprintf(szCode, sizeof(szCode), "\\u%04x", c);
+        strEscaped += szCode;
+    }
+    const std::string strArgs =
+        R"("global": [16], "local": [8], "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})";
+    const std::string strGood = R"({"program": "k.il", "kernel": "nested_if", )" + strArgs;
+    const std::string strKernel = R"({"program": "k.il", "kernel": ")" + strEscaped + "\", " + strArgs;
+    const std::string strOption =
+        R"({"program": "k.il", "kernel": "nested_if", "options": ")" + strEscaped + "\", " + strArgs;
+    std::ofstream(m_Folder / "kernel.json") << strKernel;
+    std::ofstream(m_Folder / "option.json") << strOption;
+    std::ofstream(m_Folder / "broken.json") << "{\"" << strNasty << "\": 1}";
+    std::ofstream(m_Folder / "broken.il") << ";ARGSTART:__OpenCL_" << strNasty << "_kernel\nil_cs_2_0\n"
+                                          << strNasty << "\nend\n";
+    const std::string strLaunch = WriteLaunch(strGood);
+    const Words calls[] = {
+        {"debug", strLaunch, "-batch", "-ex", "start", "-ex", "list 0,40", "-ex", "disassemble", "-ex", "info kernel"},
+        {"debug", strLaunch, "-batch", "--json", "-ex", "start", "-ex", "list 0,40"},
+        {"debug", strLaunch, "-batch", "--echo", "-ex", "print \x1B[31m\xC2\x9B"},
+        {"step", strLaunch},
+        {"disasm", Path("k.il")},
+        {"disasm", "--numbers", strFile},
+        {"info", strFile},
+        {"new", strFile},
+        {"run", Path("kernel.json")},
+        {"run", Path("option.json")},
+        {"run", Path("broken.json")},
+        {"run", strFile},
+        {"run", Path("missing\x1B[31m\xC2\x9B")},
+        {"info", Path("broken.il")},
+        {"nonsense\x1B[31m"}};
+    for (const Words& words : calls)
+    {
+        const SOutcome outcome = Run(words);
+        EXPECT_FALSE(HasControls(outcome.strText)) << words[0] << " " << words.back() << ": " << outcome.strText;
+        EXPECT_FALSE(Holds(outcome.strText, "\xC2\x9B")) << words[0] << " " << words.back();
+        EXPECT_FALSE(Holds(outcome.strText, "\xE2\x80\xAE")) << words[0] << " " << words.back();
+        EXPECT_FALSE(Holds(outcome.strText, "\xFF")) << words[0] << " " << words.back();
+        EXPECT_LT(outcome.nCode, 1000) << words[0] << " " << words.back();
+    }
+}
+
+TEST_F(Attack, LimitsOfTheSystemEndNothingWithASignal)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers need more than the limits leave";
+#endif
+    struct SLimit
+    {
+        int nResource;
+        const char* pszName;
+        std::vector<rlim_t> vValues;
+    };
+    const rlim_t nMiB = rlim_t(1) << 20;
+    const SLimit limits[] = {
+        {RLIMIT_NOFILE, "files", {3, 4, 5, 6, 8, 12}},
+        {RLIMIT_FSIZE, "size of files", {0, 1, 100, 4096}},
+        {RLIMIT_STACK, "stack", {64 << 10, 256 << 10, nMiB}},
+        {RLIMIT_AS, "memory", {8 * nMiB, 32 * nMiB, 64 * nMiB, 128 * nMiB, 256 * nMiB, 512 * nMiB}},
+    };
+    const Words calls[] = {{"run", s_strLaunch},
+                           {"debug", s_strLaunch, "-batch", "-ex", "break 21", "-ex", "run", "-ex", "continue"},
+                           {"asm", s_strSource, "-o", Path("limited.bin")}};
+    for (const SLimit& limit : limits)
+    {
+        for (const rlim_t nValue : limit.vValues)
+        {
+            for (const Words& words : calls)
+            {
+                const SOutcome outcome = Run(words, [&] { LimitResource(limit.nResource, nValue); });
+                // A program that the system itself can't load for want of them ends otherwise.
+                const bool bNotLoaded =
+                    outcome.nCode == 127 || outcome.nCode == 1000 + SIGSEGV || outcome.nCode == 1000 + SIGKILL;
+                const bool bLoader =
+                    bNotLoaded && (outcome.strText.empty() || Holds(outcome.strText, "error while loading"));
+                EXPECT_TRUE(outcome.nCode < 1000 || bLoader) << limit.pszName << " " << nValue << " " << words[0]
+                                                             << ": " << outcome.nCode << " " << outcome.strText;
+                EXPECT_TRUE(outcome.nCode != 0 || words[0] == "asm" || Holds(outcome.strText, "outputs are right") ||
+                            limit.nResource == RLIMIT_FSIZE)
+                    << limit.pszName << " " << nValue << " " << words[0] << ": " << outcome.strText;
+            }
+        }
+    }
+}
