@@ -89,7 +89,7 @@ public:
         char* pImage = vImage.data();
         Check(m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARIES, sizeof(pImage), &pImage, nullptr),
               "clGetProgramInfo");
-        return {vImage, Log()};
+        return {vImage, GetLog()};
     }
 
 private:
