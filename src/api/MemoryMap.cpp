@@ -121,21 +121,21 @@ CShaderDebuggerBuffer* CShaderDebuggerHostCL::GetArgumentBuffer(size_t nArgument
     return GetGlobalResultsBuffer(ByName("m" + std::to_string(nArgument)));
 }
 
+bool CShaderDebuggerHostCL::IsIn(const KernelArgInfo& info, unsigned int uav, memoryAddress address)
+{
+    return info.size != 0 && info.uavNum == uav && address >= info.baseAddress &&
+           address - info.baseAddress < info.size;
+}
+
 bool CShaderDebuggerHostCL::GetGlobalMemory(unsigned int uav, memoryAddress address, size_t bufferSize, void* buffer,
                                             size_t* pOutputSize)
 {
     for (size_t i = 0; i < m_vKernelArgInfo.size(); ++i)
     {
         const KernelArgInfo& info = m_vKernelArgInfo[i];
-        if (info.size == 0 || info.uavNum != uav || address < info.baseAddress ||
-            address - info.baseAddress >= info.size)
+        if (!IsIn(info, uav, address))
         {
             continue;
-        }
-        const CShaderDebuggerBuffer* pBuffer = GetArgumentBuffer(i);
-        if (pBuffer == nullptr || pBuffer->GetData() == nullptr || pBuffer->GetSize() != info.size)
-        {
-            return false;
         }
         if (buffer == nullptr && pOutputSize == nullptr)
         {
@@ -145,6 +145,11 @@ bool CShaderDebuggerHostCL::GetGlobalMemory(unsigned int uav, memoryAddress addr
         size_t nOutput = info.size;
         if (buffer != nullptr)
         {
+            const CShaderDebuggerBuffer* pBuffer = GetArgumentBuffer(i);
+            if (pBuffer == nullptr || pBuffer->GetData() == nullptr || pBuffer->GetSize() != info.size)
+            {
+                return false;
+            }
             const memoryAddress offset = address - info.baseAddress;
             nOutput = std::min<memoryAddress>(bufferSize, info.size - offset);
             std::memcpy(buffer, pBuffer->GetData() + offset, nOutput);
@@ -156,6 +161,12 @@ bool CShaderDebuggerHostCL::GetGlobalMemory(unsigned int uav, memoryAddress addr
         return true;
     }
     return false;
+}
+
+bool CShaderDebuggerHostCL::HasGlobalMemory(unsigned int uav, memoryAddress address) const
+{
+    return std::any_of(m_vKernelArgInfo.begin(), m_vKernelArgInfo.end(),
+                       [&](const KernelArgInfo& info) { return IsIn(info, uav, address); });
 }
 
 bool CShaderDebuggerHostCL::GetValidGlobalMemoryRegions(size_t numRegions, memoryRegion* regions, size_t* numRegionsRet)

@@ -3,6 +3,7 @@
 #include "api/Query.h"
 
 #include <algorithm>
+#include <cstring>
 #include <sstream>
 #include <vector>
 
@@ -57,6 +58,42 @@ std::vector<unsigned int> GetResourcesToTry(const CKernelDebugState& state, ovkc
     return {resource, 11, 8};
 }
 
+// How a resource names local memory; see OVKCLDEBUG_EXT_LOCAL_BLOCK and its kind.
+const ovkclDebugMemoryResource s_nLocalBit = 0x80000000u;
+const ovkclDebugMemoryResource s_nArgumentBit = 0x40000000u;
+const unsigned int s_nGroupShift = 32;
+
+/// Local memory of the present stop. Its size is known without a run.
+ovkclDebugError ReadLocalMemory(CShaderDebuggerHostCL& host, ovkclDebugMemoryResource resource,
+                                ovkclDebugMemoryAddress address, size_t count, void* buffer, size_t* outputSize)
+{
+    const unsigned int nNumber = resource & ~(s_nLocalBit | s_nArgumentBit);
+    const size_t nOffset = static_cast<uint32_t>(address);
+    const unsigned int nGroup = static_cast<unsigned int>(address >> s_nGroupShift);
+    const unsigned char* pBytes = nullptr;
+    size_t nSize = 0;
+    if (!host.GetLocalMemory((resource & s_nArgumentBit) != 0, nNumber, nGroup, buffer != nullptr ? &pBytes : nullptr,
+                             &nSize))
+    {
+        return nSize != 0 ? OVKCLDEBUG_ERROR_OPERATION_FAILED : OVKCLDEBUG_ERROR_INVALID_LOCATION;
+    }
+    if (nOffset >= nSize || (buffer != nullptr && pBytes == nullptr))
+    {
+        return OVKCLDEBUG_ERROR_INVALID_LOCATION;
+    }
+    const size_t nRead = buffer != nullptr ? std::min(count, nSize - nOffset) : nSize;
+    if (buffer != nullptr)
+    {
+        std::memcpy(buffer, pBytes + nOffset, nRead);
+    }
+    if (outputSize != nullptr)
+    {
+        *outputSize = nRead;
+    }
+    Trace([&] { TraceBytes(buffer, nRead, outputSize); });
+    return OVKCLDEBUG_SUCCESS;
+}
+
 } // namespace
 
 ovkclDebugError ovkclDebugGetGlobalMemoryValues(ovkclDebugContext debugContext, ovkclDebugMemoryResource resource,
@@ -70,6 +107,10 @@ ovkclDebugError ovkclDebugGetGlobalMemoryValues(ovkclDebugContext debugContext, 
                         CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
                         Trace([&] { TraceRegions(host); });
 
+                        if ((resource & s_nLocalBit) != 0)
+                        {
+                            return ReadLocalMemory(host, resource, address, count, buffer, outputSize);
+                        }
                         const std::vector<unsigned int> vResources = GetResourcesToTry(state, resource);
                         for (size_t i = 0; i < vResources.size(); ++i)
                         {
@@ -86,7 +127,10 @@ ovkclDebugError ovkclDebugGetGlobalMemoryValues(ovkclDebugContext debugContext, 
                                 return OVKCLDEBUG_SUCCESS;
                             }
                         }
-                        return OVKCLDEBUG_ERROR_INVALID_LOCATION;
+                        const bool bThere =
+                            std::any_of(vResources.begin(), vResources.end(), [&](unsigned int nResource)
+                                        { return host.HasGlobalMemory(nResource, address); });
+                        return bThere && buffer != nullptr ? OVKCLDEBUG_ERROR_OPERATION_FAILED : OVKCLDEBUG_ERROR_INVALID_LOCATION;
                     });
 }
 

@@ -82,6 +82,8 @@ public:
     /// \param pOutputSize  receives the bytes read, fewer than asked for where the buffer ends; may be null
     virtual bool GetGlobalMemory(unsigned int uav, memoryAddress address, size_t bufferSize, void* buffer,
                                  size_t* pOutputSize);
+    /// Whether an argument's buffer holds the address, whether or not it can be read.
+    bool HasGlobalMemory(unsigned int uav, memoryAddress address) const;
     /// \param regions        receives at most numRegions regions; may be null
     /// \param numRegionsRet  receives the count of all; may be null
     /// \return false if the array is too short
@@ -96,6 +98,7 @@ private:
     bool InitArgument(cl_kernel kernel, unsigned int nArgument, const CShaderDebuggerBuffer& constants,
                       KernelArgInfo& info);
     CShaderDebuggerBuffer* GetArgumentBuffer(size_t nArgument);
+    static bool IsIn(const KernelArgInfo& info, unsigned int uav, memoryAddress address);
     bool ReleaseHandles() noexcept;
 
     std::string m_strLogFile;

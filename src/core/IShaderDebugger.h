@@ -97,6 +97,16 @@ public:
     virtual CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) = 0;
     /// The mask of the last touched result; owned by the engine.
     virtual CShaderDebuggerBuffer* GetExecutionMaskBuffer() const = 0;
+    /// A block of a work-group's local memory at the present stop: what the kernel declares under a number, or the
+    /// memory of an argument, by its index. The bytes are the engine's, valid until the next command.
+    /// \param ppBytes receives null for a group that isn't there; may be null, and then no run is made
+    /// \param pnSize receives the block's bytes, 0 if there is no such block
+    /// \return false if there is no such block, and if the run that is needed fails
+    virtual bool GetLocalMemory(bool /*bArgument*/, unsigned int /*nNumber*/, unsigned int /*nGroup*/,
+                                const unsigned char** /*ppBytes*/, size_t* /*pnSize*/)
+    {
+        return false;
+    }
 
     virtual unsigned int GetBufferWidth() const = 0;
     virtual unsigned int GetBufferHeight() const = 0;

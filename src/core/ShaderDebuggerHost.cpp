@@ -273,6 +273,12 @@ CShaderDebuggerBuffer* CShaderDebuggerHost::GetExecutionMaskBuffer() const
     FORWARD_OR(nullptr, GetExecutionMaskBuffer());
 }
 
+bool CShaderDebuggerHost::GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup,
+                                         const unsigned char** ppBytes, size_t* pnSize)
+{
+    FORWARD_OR(false, GetLocalMemory(bArgument, nNumber, nGroup, ppBytes, pnSize));
+}
+
 unsigned int CShaderDebuggerHost::GetBufferWidth() const
 {
     FORWARD_OR(0, GetBufferWidth());

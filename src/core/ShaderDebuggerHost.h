@@ -69,6 +69,8 @@ public:
     CShaderDebuggerBuffer* GetRegisterResultsBuffer(VariableID& variableID) override;
     CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;
     CShaderDebuggerBuffer* GetExecutionMaskBuffer() const override;
+    bool GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup, const unsigned char** ppBytes,
+                        size_t* pnSize) override;
     unsigned int GetBufferWidth() const override;
     unsigned int GetBufferHeight() const override;
     unsigned int GetBufferDepth() const override;

@@ -65,6 +65,16 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
     {
         return false;
     }
+    if (IsLastInstruction(pp.m_pc))
+    {
+        // No stop shows what a run there would read: the client hears next that the kernel has ended.
+        const bool bCompleted = CompleteKernel();
+        if (bCompleted && bUpdateHistory)
+        {
+            PushStop();
+        }
+        return bCompleted;
+    }
     bool bSuccess = true;
     std::deque<Register> expandedRegisters;
     if (!ExpandIndexedRegisters(pp.m_pc, pp.m_registers, &expandedRegisters))
@@ -91,7 +101,6 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
             bSuccess = false;
             continue;
         }
-        m_nLastRun = pp.m_pc.m_nPos;
         m_bHasBeenExecuted = true;
         m_bLastRunAtCurrent = true;
         GetDebuggerIL()->UpdateResults(pp.m_pc, vRegisters[i]);
@@ -109,12 +118,18 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
             PushStop();
         }
     }
+    if (bSuccess && IsCutExactly({pp.m_pc, m_CurrentCallStack}))
+    {
+        m_CopiesAt = {pp.m_pc, m_CurrentCallStack};
+    }
     return RestoreShader(false) && bSuccess;
 }
 
 /// One run of the kernel that the device holds, on fresh working copies.
 bool CShaderDebuggerShaderIL::RunKernel(unsigned int nSelector)
 {
+    m_CopiesAt.reset();
+    m_bComplete = false;
     if (!GetDebuggerIL()->SwitchTargetBuffers())
     {
         SD_Log(GetHost(), logERROR, "Failed to switch buffers");
@@ -148,33 +163,12 @@ bool CShaderDebuggerShaderIL::Capture(const SFiling& what, std::unique_ptr<CShad
     {
         return false;
     }
-    m_nLastRun = what.pc.m_nPos;
     CShaderDebuggerBuffer* pResultBuffer = nullptr;
     CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
     const bool bRead = GetDebuggerIL()->RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
     pResult.reset(pResultBuffer);
     pExecMask.reset(pExecMaskBuffer);
     return bRead;
-}
-
-bool CShaderDebuggerShaderIL::CompleteKernel()
-{
-    InstructionNumber nEnd = 0;
-    while (nEnd < m_nEndOfShader && OpCodeAt(nEnd) != IL_OP_ENDMAIN)
-    {
-        ++nEnd;
-    }
-    if (nEnd == 0 || m_nLastRun == nEnd - 1)
-    {
-        return true;
-    }
-    const CCallStackScope scope(*this, CallPath(), {});
-    if (!SwitchShader(ProgramCounter(nEnd - 1), {g_Reg_NULL}) || !RunKernel(0))
-    {
-        return false;
-    }
-    m_nLastRun = nEnd - 1;
-    return true;
 }
 
 /// Reads the registers of a skipped stretch at the current instruction: whatever position the map holds, their last

@@ -8,6 +8,8 @@
 #include "engine/ShaderDebuggerShaderIL.h"
 #include "il/ShaderDebuggerUtilsIL.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace OVK_ShaderDebugger
@@ -317,15 +319,23 @@ bool CShaderDebuggerIL::UpdateGlobalResult(CShaderDebuggerResult* pUpdateResult)
     return false;
 }
 
-/// Brings the contents of an argument into its result. Until a store has been passed these are the saved contents,
-/// copied when first asked for: the saved buffer itself is what the runs start from.
+/// Brings the contents of an argument at the present stop into its result. Until something may have been written these
+/// are the saved contents, in a copy: the saved buffer itself is what the runs start from.
 bool CShaderDebuggerIL::LoadGlobalResult(size_t i, CShaderDebuggerResult& result)
 {
     CShaderDebuggerBuffer* pBuf = result.GetResult();
-    if (m_GlobalResultDirtyFlags[i])
+    const CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[i];
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    if (!SD_Assert(GetHost(), pShader))
     {
-        CShaderDebuggerBuffer* pRead = m_vpModifiedTargetBuffers[i]->GetDataBuffer(pBuf);
-        if (pBuf == nullptr)
+        return false;
+    }
+    if (pShader->MayHaveWritten())
+    {
+        m_GlobalResultDirtyFlags[i] = true;
+        CShaderDebuggerBuffer* pRead =
+            pShader->BringMemory() ? m_vpModifiedTargetBuffers[i]->GetDataBuffer(pBuf) : nullptr;
+        if (pBuf == nullptr && pRead != nullptr)
         {
             result.UpdateResult(pRead, nullptr, 0, 0, 0);
         }
@@ -333,10 +343,28 @@ bool CShaderDebuggerIL::LoadGlobalResult(size_t i, CShaderDebuggerResult& result
     }
     if (pBuf == nullptr)
     {
-        pBuf = new (std::nothrow) CShaderDebuggerBuffer(*m_vpOriginalTargetBuffersData[i]);
+        pBuf = new (std::nothrow) CShaderDebuggerBuffer(saved);
         result.UpdateResult(pBuf, nullptr, 0, 0, 0);
     }
+    else if (m_GlobalResultDirtyFlags[i])
+    {
+        std::memcpy(pBuf->GetData(), saved.GetData(), std::min(pBuf->GetSize(), saved.GetSize()));
+    }
+    m_GlobalResultDirtyFlags[i] = false;
     return SD_AssertText(GetHost(), pBuf != nullptr, "pBuf");
+}
+
+bool CShaderDebuggerIL::IsOfArgument(const CShaderDebuggerResult* pResult) const
+{
+    for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
+    {
+        const auto it = m_GlobalResults.find(GetGlobalResultName(i));
+        if (m_vpModifiedTargetBuffers[i] != nullptr && it != m_GlobalResults.end() && it->second.get() == pResult)
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace OVK_ShaderDebugger

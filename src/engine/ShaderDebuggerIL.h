@@ -62,11 +62,13 @@ public:
     bool HasBreakPointInInstructionRange(InstructionNumber nRangeStart, InstructionNumber nRangeEnd) const override;
     size_type GetBreakPointsAsInstructionNumbers(std::set<unsigned int>* pBreakpoints) const override;
 
-    // Queries of what the last stop left; they run no kernel (Variables.cpp).
+    // Queries (Variables.cpp). Registers and the mask are what the last stop left; memory may take a run.
     CShaderDebuggerVariables* GetVariables(ThreadID& threadID) override;
     CShaderDebuggerBuffer* GetRegisterResultsBuffer(VariableID& variableID) override;
     CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;
     CShaderDebuggerBuffer* GetExecutionMaskBuffer() const override;
+    bool GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup, const unsigned char** ppBytes,
+                        size_t* pnSize) override;
 
     /// A kernel of its own, analysed; the caller owns it. Null when memory runs out.
     virtual CShaderDebuggerShaderIL* CreateShader(const void* pShaderData, size_t nShaderSize);
@@ -79,6 +81,14 @@ public:
     virtual void DeleteTargetBuffers(bool bUpdateOriginalBuffers);
     /// Reloads the working copies and binds all arguments of a run.
     virtual bool SwitchTargetBuffers();
+    /// The same for a run that is made for memory: what the stop left in the output buffers stays.
+    /// \param pLocal bound in place of the results, for local memory; null for none
+    bool SwitchMemoryBuffers(CShaderDebuggerDeviceBuffer* pLocal);
+    /// The same for a run of the kernel as it is, which has no other arguments than its own (Completion.cpp).
+    bool SwitchPlainBuffers();
+    std::vector<size_t> HashWorkingCopies();
+    /// The bytes of local memory that an argument has; 0 for arguments of another kind.
+    unsigned int GetLocalArgumentSize(size_t nArgument) const;
     virtual bool RestoreTargetBuffers();
     /// Binds the selector: which register of the patched kernel's list the next run copies.
     virtual bool SetRegisterSelectorValue(unsigned int nRegSelector);
@@ -140,7 +150,8 @@ private:
     bool SaveArguments();
     bool CreateWorkingCopies();
     bool ReloadWorkingCopies();
-    bool BindArguments();
+    bool BindOwnArguments();
+    bool BindArguments(CShaderDebuggerDeviceBuffer& results);
     typedef std::map<size_t, std::unique_ptr<CShaderDebuggerBuffer>> Contents;
     bool WriteBack();
     bool ReadOutputs(Contents& outputs);
@@ -163,6 +174,7 @@ private:
     void UpdateResultDataType(CShaderDebuggerResult& result);
     bool IsWriteAcrossSlots(const Register& reg) const;
     bool LoadGlobalResult(size_t i, CShaderDebuggerResult& result);
+    bool IsOfArgument(const CShaderDebuggerResult* pResult) const;
     bool GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID);
     bool SetThreadIDUsingResult(ThreadID& threadID);
 
@@ -178,7 +190,7 @@ private:
     ResultMap m_GlobalResults;                   ///< by name
     CShaderDebuggerResult* m_pLastTouchedResult; ///< the result that the last run wrote; in m_Results
     std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pCBBuffer;
-    std::vector<bool> m_GlobalResultDirtyFlags; ///< by argument index
+    std::vector<bool> m_GlobalResultDirtyFlags; ///< by argument index: the result isn't the saved contents
     ProgramCounter m_LastUpdatedGlobalResultPC; ///< the store for which the flags were last set
     bool m_bDeviceEntered;                      ///< the host is in debugging mode
     bool m_bOutputsComplete;                    ///< the working copies hold what the whole kernel has left

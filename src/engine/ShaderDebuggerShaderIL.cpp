@@ -25,7 +25,7 @@ unsigned int Find(const Map& map, unsigned int nKey)
 CShaderDebuggerShaderIL::CShaderDebuggerShaderIL(CShaderDebuggerIL* pDebugger, const void* pShaderData,
                                                  size_t nShaderSize)
     : CInstrumentedShaderIL(pDebugger, pShaderData, nShaderSize), m_bReadInputRegisters(false),
-      m_bHasBeenExecuted(false), m_bLastRunAtCurrent(false), m_bCanMissStores(false), m_nLastRun(g_Inst_NULL),
+      m_bHasBeenExecuted(false), m_bLastRunAtCurrent(false), m_bCanMissStores(false), m_bComplete(false),
       m_PatchedPC(g_PC_NULL)
 {
     GetHost()->GetDeviceName(m_DeviceName);

@@ -13,6 +13,7 @@ namespace OVK_ShaderDebugger
 {
 
 class CCLMetadata;
+class CShaderDebuggerDeviceBuffer;
 class CShaderDebuggerIL;
 class CShaderDebuggerResult;
 
@@ -78,9 +79,20 @@ public:
     static void HideLeavers(CShaderDebuggerBuffer& execMask);
     /// The opcode of an instruction; IL_OP_UNKNOWN behind the end.
     ILOpCode OpCodeOf(InstructionNumber nInst) const { return OpCodeAt(nInst); }
-    /// Makes sure that the last run was one of the whole kernel, so that the working copies hold its outputs.
-    /// \return false if they don't
+    /// Makes sure that the last run was one of the kernel as it is, so that the working copies hold its outputs. Tells
+    /// in the last error where they aren't what the session's own runs left.
+    /// \return false if they don't hold them
     bool CompleteKernel();
+    /// Whether anything up to the present stop, and with it, may have changed global memory.
+    bool MayHaveWritten() const { return MayHaveWritten(Here()); }
+    /// Makes the working copies hold global memory as it is at the present stop, with a run of its own if the last run
+    /// didn't leave them so. \return false if that isn't possible
+    bool BringMemory();
+    /// A block of local memory, by its number or by the index of its argument; null if there is none.
+    const SLocalBlock* FindLocalBlock(bool bArgument, unsigned int nNumber);
+    /// The local memory of a work-group at the present stop: the bytes in which a block's offset counts. They stay
+    /// until the next movement. Empty if there is no such group, null if the run that is needed fails.
+    const std::vector<unsigned char>* BringLocalMemory(unsigned int nGroup);
     /// Whether a work-item can leave a kernel, or not come to a function, without a store to the output buffers.
     bool CanMissStores() const { return m_bCanMissStores; }
     unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }
@@ -129,6 +141,15 @@ private:
         ProgramCounter pc = g_PC_NULL;
         CallPath callStack;
         std::map<InstructionNumber, uint64_t> mapEntries;
+    };
+
+    /// A moment of the dispatch.
+    struct SPlace
+    {
+        ProgramCounter pc;
+        CallPath path;
+
+        bool operator==(const SPlace& other) const { return pc == other.pc && path == other.path; }
     };
 
     class CCallStackScope;
@@ -224,6 +245,25 @@ private:
     bool DescribeSkip(const CIL_IfElseEndif& block, InstructionNumber inst, SSkip& skip);
     void PassOver(const SSkip& skip);
 
+    // The end (Completion.cpp).
+    bool IsLastInstruction(const ProgramCounter& pc) const;
+    bool RunPlainKernel();
+
+    // Memory at a stop (MemoryAtStop.cpp).
+    SPlace Here() const { return {m_nCurrentInstruction, m_CurrentCallStack}; }
+    bool IsCutExactly(const SPlace& place) const;
+    bool IsInRepeatedText(InstructionNumber nInst) const;
+    bool MayWrite(InstructionNumber nInst) const;
+    bool MayHaveWritten(const SPlace& place) const;
+    bool MayStillWrite(const SPlace& place) const;
+    std::set<InstructionNumber> FindAround(const SPlace& place, bool bBefore) const;
+    InstructionNumber FindEndOfFunction(InstructionNumber nInst) const;
+    void AddWithCalled(InstructionNumber nFirst, InstructionNumber nEnd, std::set<InstructionNumber>& found) const;
+    const std::vector<SLocalBlock>& LocalBlocks();
+    void AddDeclaredBlocks(std::vector<SLocalBlock>& vBlocks) const;
+    void AddArgumentBlocks(std::vector<SLocalBlock>& vBlocks) const;
+    bool RunMemoryKernel(unsigned int nGroup, CShaderDebuggerDeviceBuffer* pLocal);
+
     // Kernel runs (Execution.cpp).
     bool ReadInputRegisters();
     bool ExecutePatchPoint(const PatchPoint& pp, bool bUpdateHistory);
@@ -264,11 +304,16 @@ private:
     bool m_bHasBeenExecuted;          ///< a run has succeeded since the session began
     bool m_bLastRunAtCurrent;         ///< the output buffers hold the mask of the current position
     bool m_bCanMissStores;
-    InstructionNumber m_nLastRun; ///< the position of the last good run
+    bool m_bComplete;           ///< the last run was one of the kernel as it is
     ProgramCounter m_PatchedPC;   ///< target of m_pPatchedShader, with the next three; g_PC_NULL for none
     std::vector<Register> m_PatchedRegs;
     CallPath m_PatchedCallStack;
     std::set<InstructionNumber> m_PatchedLeaving;
+    std::optional<SPlace> m_CopiesAt; ///< the stop whose memory the working copies hold
+    std::optional<SPlace> m_MemoryAt; ///< the stop of the next two
+    std::vector<char> m_vMemoryImage; ///< its memory kernel
+    std::map<unsigned int, std::vector<unsigned char>> m_LocalMemory; ///< by group; empty for one that isn't there
+    std::optional<std::vector<SLocalBlock>> m_LocalBlocks;            ///< found when first asked for
     std::deque<SStop> m_Stops;      ///< one for each entry of m_ExecutedStepHistory, newest at the back
     SStop m_Pending;                ///< what the next stop takes over: registers written and filed since the last
     CLaneLedger m_Ledger;           ///< belongs to m_nNextInstruction: where the work-items are in front of it

@@ -20,6 +20,7 @@ bool CShaderDebuggerShaderIL::StepAsm()
     {
         return false;
     }
+    const bool bCopiesAtStop = m_CopiesAt && *m_CopiesAt == Here();
     MoveToNext();
 
     if (IsFastStep())
@@ -32,6 +33,10 @@ bool CShaderDebuggerShaderIL::StepAsm()
             m_ExecuteList.clear();
             UpdateExecMaskHistory(m_nCurrentInstruction, pExecMask);
             PushStop();
+            if (bCopiesAtStop && !MayWrite(m_nCurrentInstruction.m_nPos))
+            {
+                m_CopiesAt = Here();
+            }
             return true;
         }
     }
@@ -228,8 +233,7 @@ bool CShaderDebuggerShaderIL::RefuseOp(const char* pszText)
 /// A store, or an atomic, which stores as well.
 bool CShaderDebuggerShaderIL::WritesGlobalMemory(InstructionNumber nInst) const
 {
-    const ILOpCode op = OpCodeAt(nInst);
-    return ILShaderUtils::IsGlobalStore(op) || ILShaderUtils::IsGlobalAtomicOp(op);
+    return ILShaderUtils::WritesGlobalMemory(OpCodeAt(nInst));
 }
 
 /// A work-item stores to the output buffers where the target's function ends. It misses that if it returns before, or

@@ -163,7 +163,23 @@ bool CShaderDebuggerIL::SwitchTargetBuffers()
     {
         return false;
     }
-    return ReloadWorkingCopies() && BindArguments();
+    return ReloadWorkingCopies() && BindArguments(*m_pSwitchedTargetBuffers[SD_Results]);
+}
+
+bool CShaderDebuggerIL::SwitchMemoryBuffers(CShaderDebuggerDeviceBuffer* pLocal)
+{
+    CShaderDebuggerDeviceBuffer* pResults = pLocal != nullptr ? pLocal : m_pSwitchedTargetBuffers[SD_Results].get();
+    return SD_Assert(GetHost(), pResults) && ReloadWorkingCopies() && BindArguments(*pResults);
+}
+
+unsigned int CShaderDebuggerIL::GetLocalArgumentSize(size_t nArgument) const
+{
+    BufferDesc desc;
+    if (nArgument < m_vpOriginalTargetBuffers.size() && m_vpOriginalTargetBuffers[nArgument] != nullptr)
+    {
+        m_vpOriginalTargetBuffers[nArgument]->GetDeviceBufferDesc(&desc);
+    }
+    return desc.m_Type == ShaderUtils::BT_LocalBuffer ? static_cast<unsigned int>(desc.m_nSize) : 0;
 }
 
 bool CShaderDebuggerIL::ReloadWorkingCopies()
@@ -183,16 +199,24 @@ bool CShaderDebuggerIL::ReloadWorkingCopies()
     return true;
 }
 
-bool CShaderDebuggerIL::BindArguments()
+bool CShaderDebuggerIL::BindOwnArguments()
 {
-    const unsigned int n = static_cast<unsigned int>(m_vpOriginalTargetBuffers.size());
-    for (unsigned int i = 0; i < n; ++i)
+    bool bBound = true;
+    for (unsigned int i = 0; i < m_vpOriginalTargetBuffers.size(); ++i)
     {
         CShaderDebuggerDeviceBuffer* pWorkingCopy = m_vpModifiedTargetBuffers[i].get();
-        GetHost()->SetDeviceBuffer(GetShaderType(), i,
-                                   pWorkingCopy != nullptr ? pWorkingCopy : m_vpOriginalTargetBuffers[i].get());
+        bBound = GetHost()->SetDeviceBuffer(GetShaderType(), i,
+                                            pWorkingCopy != nullptr ? pWorkingCopy
+                                                                    : m_vpOriginalTargetBuffers[i].get()) &&
+                 bBound;
     }
-    return GetHost()->SetDeviceBuffer(GetShaderType(), n, m_pSwitchedTargetBuffers[SD_Results].get()) &&
+    return bBound;
+}
+
+bool CShaderDebuggerIL::BindArguments(CShaderDebuggerDeviceBuffer& results)
+{
+    const unsigned int n = static_cast<unsigned int>(m_vpOriginalTargetBuffers.size());
+    return BindOwnArguments() && GetHost()->SetDeviceBuffer(GetShaderType(), n, &results) &&
            GetHost()->SetDeviceBuffer(GetShaderType(), n + 1, m_pSwitchedTargetBuffers[SD_ExecMask].get());
 }
 

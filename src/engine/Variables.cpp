@@ -148,8 +148,23 @@ CShaderDebuggerBuffer* CShaderDebuggerIL::GetGlobalResultsBuffer(const VariableI
     {
         return nullptr;
     }
-    UpdateGlobalResult(pResult);
-    return pResult->GetResult();
+    // What can't be brought up to date isn't shown.
+    return UpdateGlobalResult(pResult) || !IsOfArgument(pResult) ? pResult->GetResult() : nullptr;
+}
+
+bool CShaderDebuggerIL::GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup,
+                                       const unsigned char** ppBytes, size_t* pnSize)
+{
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    const SLocalBlock* pBlock = pShader != nullptr ? pShader->FindLocalBlock(bArgument, nNumber) : nullptr;
+    *pnSize = pBlock != nullptr ? pBlock->nSize : 0;
+    if (pBlock == nullptr || ppBytes == nullptr)
+    {
+        return pBlock != nullptr;
+    }
+    const std::vector<unsigned char>* pvBytes = pShader->BringLocalMemory(nGroup);
+    *ppBytes = pvBytes != nullptr && !pvBytes->empty() ? pvBytes->data() + pBlock->nOffset : nullptr;
+    return pvBytes != nullptr;
 }
 
 CShaderDebuggerBuffer* CShaderDebuggerIL::GetExecutionMaskBuffer() const

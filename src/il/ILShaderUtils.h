@@ -32,6 +32,11 @@ bool IsFetch4Op(ILOpCode op);
 bool IsGlobalMemAccessOp(ILOpCode op);
 /// Atomics that give the old value, appends and consumes.
 bool IsReadAtomicOp(ILOpCode op);
+/// Whether an instruction can change global memory, an image or a counter: every store and atomic that reaches them, by
+/// whatever name. (IsGlobalStore and IsGlobalAtomicOp are narrower.) A store to a UAV that is declared as private is among them.
+bool WritesGlobalMemory(ILOpCode op);
+/// The same for local memory.
+bool WritesLocalMemory(ILOpCode op);
 
 /// Whether the shape of the opcode's instruction is known: from its row in the opcode table, or from its trailing words
 /// alone (IL_OP_DCL_TOTAL_NUM_THREAD_GROUP). Logs "Didn't find opcode token description" when it isn't: a stream cannot

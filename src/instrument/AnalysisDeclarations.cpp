@@ -2,6 +2,7 @@
 
 #include "core/Log.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace OVK_ShaderDebugger
@@ -30,6 +31,7 @@ const CAnalysisPass::SHandlerRow CAnalysisPass::s_DeclarationRows[] = {
     {IL_OP_DCL_UAV, &CAnalysisPass::OnDclUav},
     {IL_OP_DCL_TYPELESS_UAV, &CAnalysisPass::OnDclTypelessUav},
     {IL_OP_DCL_TYPED_UAV, &CAnalysisPass::OnDclTypedUav},
+    {IL_DCL_LDS, &CAnalysisPass::OnDclLocal},
     {IL_DCL_MAX_THREAD_PER_GROUP, &CAnalysisPass::OnDclMaxThreadPerGroup},
     {IL_OP_DCL_NUM_THREAD_PER_GROUP, &CAnalysisPass::OnDclNumThreadPerGroup},
     {IL_DCL_CONST_BUFFER, &CAnalysisPass::OnDclConstantBuffer},
@@ -124,6 +126,17 @@ bool CAnalysisPass::NoteUav(const CShaderDebuggerInstructionIL& item, unsigned i
 
     m_Shader.m_PrivateUAVNums.insert(nUav);
     CurrentDeclarations().m_PrivateUAVSizes[nUav] = RoundUpTo16(nPrivateSize);
+    return true;
+}
+
+bool CAnalysisPass::OnDclLocal(const CShaderDebuggerInstructionIL& item)
+{
+    if (item.GetLength() == 2)
+    {
+        unsigned int& nSize = CurrentDeclarations().m_LocalSizes[item.GetOpToken().bits.controls];
+        nSize = std::max(nSize, item.GetToken(1));
+    }
+
     return true;
 }
 

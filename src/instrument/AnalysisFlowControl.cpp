@@ -264,7 +264,7 @@ bool CAnalysisPass::OnOther(const CShaderDebuggerInstructionIL& instruction)
 
     SetConstruct(Front());
 
-    if (Front() != nullptr && ILShaderUtils::IsGlobalStore(instruction.GetOpCode()))
+    if (Front() != nullptr && ILShaderUtils::WritesGlobalMemory(instruction.GetOpCode()))
     {
         Front()->SetGlobalStoreFlag();
     }

@@ -161,7 +161,10 @@ void CAnalysisPass::NoteWrittenRegister(const CShaderDebuggerInstructionIL& inst
         return;
     }
 
-    if (reg.reg.pIndexRegister != nullptr &&
+    // The address of a structured store isn't its index alone.
+    const bool bStructured = instruction.GetOpCode() == IL_OP_UAV_STRUCT_STORE;
+
+    if (reg.reg.pIndexRegister != nullptr && !bStructured &&
         !m_Shader.ResolveIndexRegisterToConstant(&reg, Position(), s_nMaxResolveDepth))
     {
         SD_Log(m_Shader.GetHost(), logWARNING,

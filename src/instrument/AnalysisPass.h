@@ -56,6 +56,7 @@ private:
     bool OnDclUav(const CShaderDebuggerInstructionIL& item);
     bool OnDclTypelessUav(const CShaderDebuggerInstructionIL& item);
     bool OnDclTypedUav(const CShaderDebuggerInstructionIL& item);
+    bool OnDclLocal(const CShaderDebuggerInstructionIL& item);
     bool OnDclMaxThreadPerGroup(const CShaderDebuggerInstructionIL& item);
     bool OnDclNumThreadPerGroup(const CShaderDebuggerInstructionIL& item);
     bool OnDclConstantBuffer(const CShaderDebuggerInstructionIL& item);

@@ -311,16 +311,8 @@ bool CAnalyzedShaderIL::IsOutlineMacro(IL instMod, const CInputTokenStream<unsig
 
 bool CAnalyzedShaderIL::IsPrivateUAVWrite(const CShaderDebuggerInstructionIL& instruction) const
 {
-    switch (instruction.GetOpCode())
-    {
-    case IL_OP_UAV_RAW_STORE:
-    case IL_OP_UAV_BYTE_STORE:
-    case IL_OP_UAV_SHORT_STORE:
-        return m_PrivateUAVNums.count(IL_UavOpCode{instruction.GetOpToken().val}.bits.id) != 0;
-
-    default:
-        return false;
-    }
+    return ILShaderUtils::IsGlobalStore(instruction.GetOpCode()) &&
+           m_PrivateUAVNums.count(IL_UavOpCode{instruction.GetOpToken().val}.bits.id) != 0;
 }
 
 std::string CAnalyzedShaderIL::KernelName() const

@@ -43,6 +43,7 @@ struct Declarations
     std::vector<CShaderDebuggerInstructionIL> m_Resources;
     std::vector<CShaderDebuggerInstructionIL> m_UAVs;                ///< dcl_uav, dcl_typed_uav and dcl_typeless_uav
     std::map<unsigned int, unsigned int> m_PrivateUAVSizes;          ///< UAV number to bytes
+    std::map<unsigned int, unsigned int> m_LocalSizes;               ///< number of local memory to bytes
     std::map<unsigned int, unsigned int> m_IndexedTempRegisterSizes; ///< array number to elements
 };
 

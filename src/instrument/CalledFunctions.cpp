@@ -146,6 +146,7 @@ bool CInstrumentedShaderIL::WriteCopy(const SPass& pass, const SCut& cut, unsign
     pass.dest.WriteToken(nLabel);
 
     SPass copy{src, pass.dest, cut, pass.vTargetRegs};
+    copy.pMemory = pass.pMemory;
     copy.nCurrentInstruction = nFunc + 1;
     copy.bCopy = true;
     SItem item;
@@ -153,7 +154,7 @@ bool CInstrumentedShaderIL::WriteCopy(const SPass& pass, const SCut& cut, unsign
 
     if (bPatched && cut.pc.m_nPos == nFunc)
     {
-        return EndAtTarget(copy, m_Instructions[nFunc]);
+        return copy.pMemory != nullptr ? EndMemoryFunction(copy, 0) : EndAtTarget(copy, m_Instructions[nFunc]);
     }
 
     while (bPatched && !copy.bDone && ReadItem(src, item))

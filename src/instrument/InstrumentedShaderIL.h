@@ -3,6 +3,7 @@
 
 #include "il/ShaderDebuggerUtilsIL.h"
 #include "instrument/AnalyzedShaderIL.h"
+#include "instrument/LocalMemory.h"
 
 class CElf;
 
@@ -37,6 +38,21 @@ public:
     /// The rewrite of the tokens alone. src must begin at the first of the analysed tokens.
     bool PatchIL(CInputTokenStream<unsigned int>& src, COutputTokenStream<unsigned int>& dest,
                  ProgramCounter nTargetInstruction, const std::vector<Register>& vTargetRegs);
+
+    /// The kernel up to a position, for what it leaves in memory: every work-item executes what comes before the
+    /// position or is it, and nothing after. Of the group whose linear number the selector has, the blocks of local
+    /// memory go to the results buffer, behind a first element of 1; nothing else is written there.
+    /// \return false, with the reason logged, also for a position in a macro
+    bool CreateMemoryShader(const ProgramCounter& target, const std::vector<SLocalBlock>& vBlocks,
+                            std::vector<char>& vImage);
+
+    /// The rewrite of the tokens alone, as PatchIL.
+    bool PatchMemoryIL(CInputTokenStream<unsigned int>& src, COutputTokenStream<unsigned int>& dest,
+                       const ProgramCounter& target, const std::vector<SLocalBlock>& vBlocks);
+
+    /// The kernel as it was given, in an image that can be built. \return false, with the reason logged, if the image
+    /// can't be made
+    bool CreatePlainShader(std::vector<char>& vImage);
 
     /// Appends the two output buffers and the register selector to the arguments.
     /// \param pstrPatchedMetadata receives the text, if given
@@ -114,6 +130,7 @@ private:
     static constexpr size_t HEADER_TOKENS = 2;
 
     struct SPass;
+    struct SMemoryPatch;
 
     /// A place where a function ends in a patched kernel: the target, or a call on the way to it.
     struct SCut
@@ -125,6 +142,8 @@ private:
     };
 
     // The pass (Patcher.cpp).
+    bool PatchAll(CSource& src, CDest& dest, const ProgramCounter& target, const std::vector<Register>& vTargetRegs,
+                  SMemoryPatch* pMemory);
     bool IsStopPosition(const ProgramCounter& target) const;
     bool PatchHeader(SPass& pass);
     bool PatchItem(SPass& pass, const SItem& item);
@@ -139,6 +158,20 @@ private:
     bool EndFunction(SPass& pass);
     bool IsReplacedDeclaration(const SItem& item) const;
     void WriteFollowingComment(CSource& src, CDest& dest) const;
+
+    // Memory kernels (MemoryPatcher.cpp).
+    bool EndMainAtCall(SPass& pass);
+    bool EndMemoryAtTarget(SPass& pass, const SItem& item);
+    bool EndMemoryAtCall(SPass& pass);
+    bool EndMemoryFunction(SPass& pass, unsigned int nInner);
+    const CIL_Loop* InnermostCountedLoop(const SCut& cut) const;
+    void WriteLeave(CDest& dest, const SCut& cut);
+    void CopyRestOfLoops(SPass& pass, unsigned int nInner);
+    void CloseOpenBlocks(CDest& dest);
+    void WriteMemoryEnd(SPass& pass);
+    void WriteLocalMemory(SPass& pass);
+    void WriteLocalBlock(SPass& pass, const SLocalBlock& block);
+    void WriteToResults(CDest& dest, RegisterMask mask, const Register& offset);
 
     // Called functions (CalledFunctions.cpp).
     bool IsRepeatedCall(InstructionNumber nCall) const;

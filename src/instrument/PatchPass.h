@@ -6,6 +6,14 @@
 namespace OVK_ShaderDebugger
 {
 
+/// What a memory kernel has besides.
+struct CInstrumentedShaderIL::SMemoryPatch
+{
+    const std::vector<SLocalBlock>& vBlocks;
+    InstructionNumber nMainCut = g_Inst_NULL; ///< the call with which the main body ends
+    bool bReturned = false;                   ///< work-items may have left the main body already
+};
+
 /// One pass over the tokens of the kernel, or over those of one function of it. Internal to this folder.
 struct CInstrumentedShaderIL::SPass
 {
@@ -14,6 +22,7 @@ struct CInstrumentedShaderIL::SPass
     const SCut& cut;
     const std::vector<Register>& vTargetRegs;
     InstructionNumber nCurrentInstruction = 0;
+    SMemoryPatch* pMemory = nullptr;          ///< null but for memory kernels
     const std::vector<SCut>* pCuts = nullptr; ///< all cuts, in the pass over the kernel
     bool bCopy = false;                       ///< makes a copy of one function, and nothing of what follows it
     bool bInOutlineMacro = false;

@@ -81,6 +81,20 @@ bool CInstrumentedShaderIL::MakeImage(const CDest& tokens, std::vector<char>& vI
     return true;
 }
 
+bool CInstrumentedShaderIL::CreatePlainShader(std::vector<char>& vImage)
+{
+    const char* pBytes = static_cast<const char*>(GetShaderData());
+    vImage.assign(pBytes, pBytes + GetShaderDataSize());
+    std::vector<char> vText;
+
+    if (!m_bIsElf || (OVK_ElfUtils::GetDataFromSection(".debugil", vImage, &vText) && !vText.empty()))
+    {
+        return true;
+    }
+
+    return OVK_ElfUtils::InsertBinaryILIntoElf(&vImage, m_vTokens.data(), m_vTokens.size() * sizeof(IL), m_DeviceName);
+}
+
 /// Patches into a copy of the kernel binary what doesn't depend on the target, once for all stops: the metadata of
 /// this kernel and of its neighbours.
 bool CInstrumentedShaderIL::PrepareElf()

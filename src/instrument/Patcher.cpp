@@ -37,10 +37,17 @@ bool CInstrumentedShaderIL::PatchIL(CSource& src, CDest& dest, ProgramCounter nT
         return false;
     }
 
+    return PatchAll(src, dest, nTargetInstruction, vTargetRegs, nullptr);
+}
+
+bool CInstrumentedShaderIL::PatchAll(CSource& src, CDest& dest, const ProgramCounter& target,
+                                     const std::vector<Register>& vTargetRegs, SMemoryPatch* pMemory)
+{
     m_FlowControlStack.clear();
     m_CopyLiterals.clear();
-    const std::vector<SCut> vCuts = FindCuts(nTargetInstruction);
+    const std::vector<SCut> vCuts = FindCuts(target);
     SPass pass{src, dest, vCuts.front(), vTargetRegs};
+    pass.pMemory = pMemory;
     pass.pCuts = &vCuts;
     SItem item;
     bool bPatched = PatchHeader(pass);
@@ -229,9 +236,24 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
     const CShaderDebuggerInstructionIL& instruction = m_Instructions[nCurrentInstruction];
     const bool bAtTarget = nCurrentInstruction == pc.m_nPos;
 
+    if (pass.pMemory != nullptr && nCurrentInstruction == pass.pMemory->nMainCut)
+    {
+        return EndMainAtCall(pass);
+    }
+
     if (bAtTarget && !pass.cut.IsTarget())
     {
-        return EndAtCall(pass);
+        return pass.pMemory != nullptr ? EndMemoryAtCall(pass) : EndAtCall(pass);
+    }
+
+    if (pass.pMemory != nullptr && bAtTarget)
+    {
+        return EndMemoryAtTarget(pass, item);
+    }
+
+    if (pass.pMemory != nullptr && FunctionOf(nCurrentInstruction) == 0 && IsReturnLike(instruction.GetOpCode()))
+    {
+        WriteLocalMemory(pass);
     }
 
     const bool bLeaving = pass.cut.IsTarget() && m_Leaving.count(nCurrentInstruction) != 0;

@@ -67,6 +67,7 @@ void CInstrumentedShaderIL::InitResourcesAndRegisters(CDest& dest, bool bInitLoo
     if (IsCompute())
     {
         WriteBufferDeclarations(dest);
+        WriteDecls(dest, 0);
     }
     else
     {

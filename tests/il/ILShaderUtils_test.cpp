@@ -70,6 +70,9 @@ const SClassCase s_ClassCases[] = {
     {"IsGlobalStore", IsGlobalStore, true, "227 228 229 232 406 407"},
     {"IsGlobalLoad", IsGlobalLoad, true, "224 225 226 231 402 403"},
     {"IsGlobalAtomicOp", IsGlobalAtomicOp, true, "233-255"},
+    {"WritesGlobalMemory", WritesGlobalMemory, true,
+     "227 228 229 232 233-257 390 391 394 395 406 407 558 559 675 700 705-709"},
+    {"WritesLocalMemory", WritesLocalMemory, true, "220 265-288 400 401 427-432 487-516 564 565 712-723"},
     {"IsSampleOp", IsSampleOp, true, "136-141 292-294"},
     {"IsFetch4Op", IsFetch4Op, true, "199 319-321"},
     {"IsGlobalMemAccessOp", IsGlobalMemAccessOp, true,
@@ -88,6 +91,20 @@ TEST(ILShaderUtils, ClassifiesEveryOpcode)
             EXPECT_EQ((numbers.count(n) != 0) == test.bExpectedInList, test.pPredicate(Op(n)))
                 << test.pszName << " of " << n;
         }
+    }
+}
+
+// By their names, memory instructions load, declare or write.
+TEST(ILShaderUtils, EveryMemoryInstructionThatIsNoLoadWrites)
+{
+    for (unsigned int n = 0; n < IL_OP_LAST; ++n)
+    {
+        const std::string strName = HasDescription(Op(n)) ? GetOpCodeName(Op(n)) : "";
+        const auto begins = [&](const char* pszText) { return strName.find(pszText) == 0; };
+        const bool bLoads = strName.find("load") != std::string::npos;
+        EXPECT_EQ(WritesGlobalMemory(Op(n)), (begins("uav_") || begins("flat_") || begins("append_")) && !bLoads)
+            << strName;
+        EXPECT_EQ(WritesLocalMemory(Op(n)), begins("lds_") && !bLoads) << strName;
     }
 }
 
