@@ -101,37 +101,37 @@ ovkclDebugError ovkclDebugGetGlobalMemoryValues(ovkclDebugContext debugContext, 
                                                 size_t* outputSize)
 {
     TraceCall(__func__, debugContext, resource, address, count, buffer, outputSize);
-    return RunQuery(__func__, debugContext, EAllowedAt::Halted, buffer != nullptr || count == 0,
-                    [&](CKernelDebugState& state) -> ovkclDebugError
-                    {
-                        CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
-                        Trace([&] { TraceRegions(host); });
+    return RunQuery(
+        __func__, debugContext, EAllowedAt::Halted, buffer != nullptr || count == 0,
+        [&](CKernelDebugState& state) -> ovkclDebugError
+        {
+            CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
+            Trace([&] { TraceRegions(host); });
 
-                        if ((resource & s_nLocalBit) != 0)
-                        {
-                            return ReadLocalMemory(host, resource, address, count, buffer, outputSize);
-                        }
-                        const std::vector<unsigned int> vResources = GetResourcesToTry(state, resource);
-                        for (size_t i = 0; i < vResources.size(); ++i)
-                        {
-                            if (i != 0)
-                            {
-                                CLD_Log("Trying UAV ", vResources[i], "\n");
-                            }
-                            size_t nRead = 0;
-                            size_t* pOutputSize = outputSize != nullptr || buffer == nullptr ? outputSize : &nRead;
-                            if (host.GetGlobalMemory(vResources[i], address, count, buffer, pOutputSize))
-                            {
-                                Trace([&]
-                                      { TraceBytes(buffer, outputSize != nullptr ? *outputSize : nRead, outputSize); });
-                                return OVKCLDEBUG_SUCCESS;
-                            }
-                        }
-                        const bool bThere =
-                            std::any_of(vResources.begin(), vResources.end(), [&](unsigned int nResource)
-                                        { return host.HasGlobalMemory(nResource, address); });
-                        return bThere && buffer != nullptr ? OVKCLDEBUG_ERROR_OPERATION_FAILED : OVKCLDEBUG_ERROR_INVALID_LOCATION;
-                    });
+            if ((resource & s_nLocalBit) != 0)
+            {
+                return ReadLocalMemory(host, resource, address, count, buffer, outputSize);
+            }
+            const std::vector<unsigned int> vResources = GetResourcesToTry(state, resource);
+            for (size_t i = 0; i < vResources.size(); ++i)
+            {
+                if (i != 0)
+                {
+                    CLD_Log("Trying UAV ", vResources[i], "\n");
+                }
+                size_t nRead = 0;
+                size_t* pOutputSize = outputSize != nullptr || buffer == nullptr ? outputSize : &nRead;
+                if (host.GetGlobalMemory(vResources[i], address, count, buffer, pOutputSize))
+                {
+                    Trace([&] { TraceBytes(buffer, outputSize != nullptr ? *outputSize : nRead, outputSize); });
+                    return OVKCLDEBUG_SUCCESS;
+                }
+            }
+            const bool bThere =
+                std::any_of(vResources.begin(), vResources.end(),
+                            [&](unsigned int nResource) { return host.HasGlobalMemory(nResource, address); });
+            return bThere && buffer != nullptr ? OVKCLDEBUG_ERROR_OPERATION_FAILED : OVKCLDEBUG_ERROR_INVALID_LOCATION;
+        });
 }
 
 ovkclDebugError ovkclDebugGetValidGlobalMemoryRegions(ovkclDebugContext debugContext, size_t numRegions,

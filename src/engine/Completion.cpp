@@ -2,7 +2,6 @@
 #include "core/ShaderDebuggerBuffer.h"
 #include "core/ShaderDebuggerDevice.h"
 #include "core/ShaderDebuggerHost.h"
-#include "engine/CallStackScope.h"
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 
@@ -16,9 +15,10 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-const char s_szOrderMatters[] = "The session's own runs left other values in the kernel's buffers than a plain run does: "
-                                "the kernel's results depend on the order in which its work-groups run, and so may "
-                                "what the stops have shown.";
+const char s_szOrderMatters[] =
+    "The session's own runs left other values in the kernel's buffers than a plain run does: "
+    "the kernel's results depend on the order in which its work-groups run, and so may "
+    "what the stops have shown.";
 
 } // namespace
 

@@ -11,8 +11,8 @@
 #include <algorithm>
 #include <cstring>
 
-/// Memory as it is at a stop. The run that read the stop's registers leaves it so in many cases, and then nothing else is
-/// done. Where it doesn't, because text after the target stands in its kernel or because there was no run, a memory
+/// Memory as it is at a stop. The run that read the stop's registers leaves it so in many cases, and then nothing else
+/// is done. Where it doesn't, because text after the target stands in its kernel or because there was no run, a memory
 /// kernel runs when memory is first asked for.
 namespace OVK_ShaderDebugger
 {
@@ -165,7 +165,7 @@ void CShaderDebuggerShaderIL::AddWithCalled(InstructionNumber nFirst, Instructio
                 continue;
             }
             const auto it = m_FunctionInstruction.find(m_Instructions[n].GetToken(1));
-            if (it == m_FunctionInstruction.end() || found.count(it->second) != 0)
+            if (it == m_FunctionInstruction.end())
             {
                 continue;
             }
@@ -249,9 +249,9 @@ const std::vector<unsigned char>* CShaderDebuggerShaderIL::BringLocalMemory(unsi
 const SLocalBlock* CShaderDebuggerShaderIL::FindLocalBlock(bool bArgument, unsigned int nNumber)
 {
     const std::vector<SLocalBlock>& vBlocks = LocalBlocks();
-    const auto it =
-        std::find_if(vBlocks.begin(), vBlocks.end(), [&](const SLocalBlock& block)
-                     { return block.bArgument == bArgument && block.nNumber == nNumber; });
+    const auto it = std::find_if(vBlocks.begin(), vBlocks.end(),
+                                 [&](const SLocalBlock& block)
+                                 { return block.bArgument == bArgument && block.nNumber == nNumber; });
     return it != vBlocks.end() ? &*it : nullptr;
 }
 

@@ -305,13 +305,13 @@ private:
     bool m_bLastRunAtCurrent;         ///< the output buffers hold the mask of the current position
     bool m_bCanMissStores;
     bool m_bComplete;           ///< the last run was one of the kernel as it is
-    ProgramCounter m_PatchedPC;   ///< target of m_pPatchedShader, with the next three; g_PC_NULL for none
+    ProgramCounter m_PatchedPC; ///< target of m_pPatchedShader, with the next three; g_PC_NULL for none
     std::vector<Register> m_PatchedRegs;
     CallPath m_PatchedCallStack;
     std::set<InstructionNumber> m_PatchedLeaving;
-    std::optional<SPlace> m_CopiesAt; ///< the stop whose memory the working copies hold
-    std::optional<SPlace> m_MemoryAt; ///< the stop of the next two
-    std::vector<char> m_vMemoryImage; ///< its memory kernel
+    std::optional<SPlace> m_CopiesAt;                                 ///< the stop whose memory the working copies hold
+    std::optional<SPlace> m_MemoryAt;                                 ///< the stop of the next two
+    std::vector<char> m_vMemoryImage;                                 ///< its memory kernel
     std::map<unsigned int, std::vector<unsigned char>> m_LocalMemory; ///< by group; empty for one that isn't there
     std::optional<std::vector<SLocalBlock>> m_LocalBlocks;            ///< found when first asked for
     std::deque<SStop> m_Stops;      ///< one for each entry of m_ExecutedStepHistory, newest at the back

@@ -205,9 +205,8 @@ bool CShaderDebuggerIL::BindOwnArguments()
     for (unsigned int i = 0; i < m_vpOriginalTargetBuffers.size(); ++i)
     {
         CShaderDebuggerDeviceBuffer* pWorkingCopy = m_vpModifiedTargetBuffers[i].get();
-        bBound = GetHost()->SetDeviceBuffer(GetShaderType(), i,
-                                            pWorkingCopy != nullptr ? pWorkingCopy
-                                                                    : m_vpOriginalTargetBuffers[i].get()) &&
+        bBound = GetHost()->SetDeviceBuffer(
+                     GetShaderType(), i, pWorkingCopy != nullptr ? pWorkingCopy : m_vpOriginalTargetBuffers[i].get()) &&
                  bBound;
     }
     return bBound;

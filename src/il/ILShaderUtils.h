@@ -33,7 +33,8 @@ bool IsGlobalMemAccessOp(ILOpCode op);
 /// Atomics that give the old value, appends and consumes.
 bool IsReadAtomicOp(ILOpCode op);
 /// Whether an instruction can change global memory, an image or a counter: every store and atomic that reaches them, by
-/// whatever name. (IsGlobalStore and IsGlobalAtomicOp are narrower.) A store to a UAV that is declared as private is among them.
+/// whatever name. (IsGlobalStore and IsGlobalAtomicOp are narrower.) A store to a UAV that is declared as private is
+/// among them.
 bool WritesGlobalMemory(ILOpCode op);
 /// The same for local memory.
 bool WritesLocalMemory(ILOpCode op);

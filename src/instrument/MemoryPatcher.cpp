@@ -9,9 +9,9 @@ namespace OVK_ShaderDebugger
 // A memory kernel leaves memory as it is at a position: every work-item executes what comes before the position or is
 // it, in the order of the stepping, and nothing that comes after. Text after the target that isn't in a loop around it
 // is left out. In a loop the passes before need that text, and the target's pass has to do without: it is the pass in
-// which the loop's counter stands at 0, for all who are in it. So who is in that pass leaves the loop at the target, and
-// at each place after it where others come in that haven't met the target: the other part of an if, the end of an if,
-// the next case, the end of an inner block.
+// which the loop's counter stands at 0, for all who are in it. So who is in that pass leaves the loop at the target,
+// and at each place after it where others come in that haven't met the target: the other part of an if, the end of an
+// if, the next case, the end of an inner block.
 
 namespace
 {
@@ -357,8 +357,7 @@ void CInstrumentedShaderIL::WriteLocalMemory(SPass& pass)
     WriteInstruction(dest, IL_OP_I_EQ);
     WriteDestReg(dest, flag);
     WriteSourceReg(dest, IL_REGTYPE_THREAD_GROUP_ID_FLAT, 0, COMP_x);
-    WriteSourceReg(
-        dest, Register(RT_CONST_BUFF, s_nArgumentBuffer, COMP_x, GetRegisterSelectorConstantBufferIndex()));
+    WriteSourceReg(dest, Register(RT_CONST_BUFF, s_nArgumentBuffer, COMP_x, GetRegisterSelectorConstantBufferIndex()));
     WriteInstruction(dest, IL_OP_IF_LOGICALNZ);
     WriteSourceReg(dest, flag);
     MovDestSrc(dest, Register(RT_Temp, GetOutputTempRegister(), COMP_All),
