@@ -36,8 +36,8 @@
  *   - Every stop is computed by runs of the kernel from its start. Where results depend on the order in which
  *     work-groups run, on a device that runs them in no fixed order, two runs may differ, and what a stop shows is then
  *     what one of them did. At the end of the session the outputs are compared, where that costs no more than
- *     reading them, with those of a run of the client's kernel as it is. If they differ, ovkclDebugUtilGetLastError
- * says so at FINISHED.
+ *     reading them, with those of a run of the client's kernel as it is. If they differ,
+ *     ovkclDebugUtilGetLastError says so at FINISHED.
  *   - The outputs are those of that last run, whatever the stops have shown.
  *
  * Two paths
@@ -429,7 +429,8 @@ extern "C"
      * \param buffer      receives count bytes for work-item 0, then count bytes for work-item 1, and so on; may be
      *                    null with a count of 0
      * \param outputSize  receives the number of all bytes written; must not be null
-     * \return OVKCLDEBUG_ERROR_INVALID_ARGUMENT also for a range that passes the end of the address space
+     * \return OVKCLDEBUG_ERROR_INVALID_ARGUMENT also for a range that passes the end of the address space,
+     *         OVKCLDEBUG_ERROR_INVALID_STATE if private memory isn't tracked
      */
     OVKCL_API ovkclDebugError ovkclDebugGetPrivateMemoryValues(ovkclDebugContext debugContext,
                                                                ovkclDebugMemoryAddress address, size_t count,

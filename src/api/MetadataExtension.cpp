@@ -6,6 +6,8 @@
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
 
+#include <memory>
+
 namespace Kestrel
 {
 
@@ -24,6 +26,8 @@ struct SMetadataForm
     PFNObjectGetValueForKey pGetValue = nullptr;
     PFNObjectSetValueForKey pSetValue = nullptr;
 
+    size_t key = 0; ///< under which events carry their session
+
     bool IsComplete() const { return pCreateKey != nullptr && pGetValue != nullptr && pSetValue != nullptr; }
 };
 
@@ -39,10 +43,9 @@ const SMetadataNames s_Forms[] = {
     {"clCreateKeyEXT", "clObjectGetValueForKeyEXT", "clObjectSetValueForKeyEXT"},
 };
 
-boost::mutex& g_mutexMetadataExt = *new boost::mutex; // a runtime's thread may come while the process ends
-SMetadataForm s_form;
-size_t s_keyKernelDebugState = 0;
-bool s_bObjectMetadataInitialized = false;
+// A runtime's thread may come while the process ends, so that neither is destroyed.
+boost::mutex& g_mutexMetadataExt = *new boost::mutex; ///< for the setup; never held with a session's lock
+std::shared_ptr<const SMetadataForm>& s_pForm = *new std::shared_ptr<const SMetadataForm>; ///< null until it is set up
 
 SMetadataForm LookUp(cl_platform_id platform, const SMetadataNames& names)
 {
@@ -58,7 +61,7 @@ SMetadataForm LookUp(cl_platform_id platform, const SMetadataNames& names)
 bool InitializeMetadataExtension(cl_command_queue queue)
 {
     const boost::lock_guard<boost::mutex> lock(g_mutexMetadataExt);
-    if (s_bObjectMetadataInitialized)
+    if (std::atomic_load(&s_pForm) != nullptr)
     {
         return true;
     }
@@ -69,14 +72,16 @@ bool InitializeMetadataExtension(cl_command_queue queue)
     }
     for (const SMetadataNames& names : s_Forms)
     {
-        const SMetadataForm form = LookUp(platform, names);
+        SMetadataForm form = LookUp(platform, names);
         if (form.IsComplete())
         {
             cl_int nCode = CL_SUCCESS;
-            s_keyKernelDebugState = form.pCreateKey(platform, nullptr, &nCode);
-            s_bObjectMetadataInitialized = s_keyKernelDebugState != 0;
-            s_form = s_bObjectMetadataInitialized ? form : SMetadataForm();
-            return s_bObjectMetadataInitialized;
+            form.key = form.pCreateKey(platform, nullptr, &nCode);
+            if (form.key != 0)
+            {
+                std::atomic_store(&s_pForm, std::make_shared<const SMetadataForm>(form));
+            }
+            return form.key != 0;
         }
     }
     return false;
@@ -85,22 +90,20 @@ bool InitializeMetadataExtension(cl_command_queue queue)
 void ForgetMetadataExtension()
 {
     const boost::lock_guard<boost::mutex> lock(g_mutexMetadataExt);
-    s_form = SMetadataForm();
-    s_keyKernelDebugState = 0;
-    s_bObjectMetadataInitialized = false;
+    std::atomic_store(&s_pForm, std::shared_ptr<const SMetadataForm>());
 }
 
 cl_int SetEventSession(cl_event event, CKernelDebugState* pKernelDebugState)
 {
-    const boost::lock_guard<boost::mutex> lock(g_mutexMetadataExt);
-    return s_form.pSetValue != nullptr ? s_form.pSetValue(event, s_keyKernelDebugState, pKernelDebugState) : -1;
+    const std::shared_ptr<const SMetadataForm> pForm = std::atomic_load(&s_pForm);
+    return pForm != nullptr ? pForm->pSetValue(event, pForm->key, pKernelDebugState) : -1;
 }
 
 CKernelDebugState* GetEventSession(cl_event event)
 {
-    const boost::lock_guard<boost::mutex> lock(g_mutexMetadataExt);
+    const std::shared_ptr<const SMetadataForm> pForm = std::atomic_load(&s_pForm);
     void* pValue = nullptr;
-    if (s_form.pGetValue == nullptr || s_form.pGetValue(event, s_keyKernelDebugState, &pValue) != CL_SUCCESS)
+    if (pForm == nullptr || pForm->pGetValue(event, pForm->key, &pValue) != CL_SUCCESS)
     {
         return nullptr;
     }

@@ -74,6 +74,10 @@ ovkclDebugError ovkclDebugGetPrivateMemoryValues(ovkclDebugContext debugContext,
                     {
                         Trace([&] { DumpPrivateMemoryToLog(state); });
 
+                        if (state.m_pShaderDebuggerHost->GetEnableTrackingVariables() && !state.m_bTrackPrivateMemory)
+                        {
+                            return OVKCLDEBUG_ERROR_INVALID_STATE;
+                        }
                         const size_t nWorkItems = state.GetNumWorkItems();
                         size_t nPiece = 0;
                         for (size_t nOffset = 0; nOffset < count; nOffset += nPiece)

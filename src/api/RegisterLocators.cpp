@@ -3,8 +3,9 @@
 #include "api/ApiTrace.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <charconv>
 #include <cstring>
+#include <optional>
 
 namespace Kestrel
 {
@@ -21,10 +22,17 @@ const ovkclDebugRegisterLocator s_nReservedBits = 0x7FULL << 56;
 const ovkclDebugRegisterLocator s_nConstantBufferForm = 0x10000;
 const ovkclDebugRegisterLocator s_nConstantBufferLast = 0x1FFFF;
 
-/// A number of up to 32 bits at the start of a text; 0 if there is none.
-unsigned int ReadNumber(const std::string& strText)
+/// A number of up to 32 bits in decimal digits, 0 for an empty text. Nothing for any other text.
+std::optional<unsigned int> ReadNumber(const std::string& strText)
 {
-    return static_cast<unsigned int>(std::strtoull(strText.c_str(), nullptr, 10));
+    unsigned int nNumber = 0;
+    const char* pEnd = strText.data() + strText.size();
+    const auto read = std::from_chars(strText.data(), pEnd, nNumber);
+    if (strText.empty() || (read.ec == std::errc() && read.ptr == pEnd))
+    {
+        return nNumber;
+    }
+    return std::nullopt;
 }
 
 std::string Compose(const std::string& strType, unsigned int nNumber)
@@ -96,7 +104,7 @@ ovkclDebugRegisterLocator stringToDebugRegisterLocator(std::string strILRegName)
     if (nOpen != std::string::npos)
     {
         const size_t nClose = strRegNum.find(']', nOpen);
-        if (nClose == std::string::npos)
+        if (nClose != strRegNum.size() - 1)
         {
             return s_InvalidLocator;
         }
@@ -104,8 +112,14 @@ ovkclDebugRegisterLocator stringToDebugRegisterLocator(std::string strILRegName)
         strRegNum.resize(nOpen);
     }
 
-    const unsigned int nRegNum = ReadNumber(strRegNum);
-    const unsigned int nRegIndex = ReadNumber(strRegIndex);
+    const std::optional<unsigned int> regNum = ReadNumber(strRegNum);
+    const std::optional<unsigned int> regIndex = ReadNumber(strRegIndex);
+    if (!regNum || !regIndex)
+    {
+        return s_InvalidLocator;
+    }
+    const unsigned int nRegNum = *regNum;
+    const unsigned int nRegIndex = *regIndex;
     if (regType == DL_REGTYPE_TEMP)
     {
         return nRegNum & 0xFFFF;

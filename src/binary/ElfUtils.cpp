@@ -61,7 +61,7 @@ bool RemoveElfSection(std::vector<char>* pvBinary, const std::string& strSection
                        [&](CElf& elf)
                        {
                            elf.RemoveSection(strSectionName);
-                           return true;
+                           return elf.GetSection(strSectionName) == nullptr;
                        });
 }
 

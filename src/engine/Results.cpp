@@ -235,6 +235,11 @@ bool CShaderDebuggerIL::IsTracked(const Register& reg) const
            TrackedNames().count(ShaderDebuggerUtilsIL::GetILRegisterName(reg, false)) != 0;
 }
 
+bool CShaderDebuggerIL::IsTracked(const std::string& strName) const
+{
+    return !m_bEnableTrackingVariables || TrackedNames().count(strName.substr(0, strName.find('['))) != 0;
+}
+
 CShaderDebuggerResult* CShaderDebuggerIL::FindResult(ResultMap& results, const std::string& strName)
 {
     const auto it = results.find(strName);

@@ -122,6 +122,8 @@ public:
     static Register GetResultRegister(const Register& reg);
     /// Whether runs for the register are wanted: always, unless tracking is on and its name isn't tracked.
     bool IsTracked(const Register& reg) const;
+    /// The same by the name of a result.
+    bool IsTracked(const std::string& strName) const;
     /// Removes a register's result, and no query finds it any more.
     void DeleteResult(const Register& reg);
     /// Re-aims the last touched result after a step back. \return false, with none touched, if nothing is found

@@ -72,7 +72,7 @@ bool CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, Th
 {
     for (const auto& entry : m_Results)
     {
-        if (entry.first == s_szNoDestination)
+        if (entry.first == s_szNoDestination || !IsTracked(entry.first))
         {
             continue;
         }
@@ -136,7 +136,8 @@ CShaderDebuggerBuffer* CShaderDebuggerIL::GetRegisterResultsBuffer(VariableID& v
     }
     else if (variableID.type == VID_ByName)
     {
-        pResult = FindResult(m_Results, variableID.strName);
+        // What isn't tracked may have been read once, and isn't kept up to date.
+        pResult = IsTracked(variableID.strName) ? FindResult(m_Results, variableID.strName) : nullptr;
     }
     return pResult != nullptr ? pResult->GetResult() : nullptr;
 }

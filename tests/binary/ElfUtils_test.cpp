@@ -298,6 +298,9 @@ TEST(ElfUtils, ABinaryLivesThroughItsStages)
             EXPECT_TRUE(RemoveElfSection(&vImage, szSection));
             EXPECT_EQ(ReadElfComplaints(vImage), "") << szSection;
         }
+        const std::vector<char> vBefore = vImage;
+        EXPECT_FALSE(RemoveElfSection(&vImage, ".symtab")) << "a section that has to stay";
+        EXPECT_EQ(vImage, vBefore);
         EXPECT_EQ(Blocks(vImage).count("__OpenCL_k_ovkil") + Blocks(vImage).count("code"), 0u);
 
         ASSERT_TRUE(AddILBinarySection(&vImage, "debugil", "debugilbin", false, "Quench"));

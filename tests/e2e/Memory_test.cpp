@@ -156,6 +156,11 @@ TEST(Memory, PrivateMemoryIsTrackedUnlessTheClientSwitchesItOff)
             [&](CSession& session, CLaunch& launch, const std::string&)
             {
                 const SPrivate read = ReadPrivate(session, 0, 16, launch.GetWorkItems());
+                EXPECT_EQ(read.nCode, entry.bTracked ? OVKCLDEBUG_SUCCESS : OVKCLDEBUG_ERROR_INVALID_STATE);
+                if (!entry.bTracked)
+                {
+                    return;
+                }
                 bSeen = bSeen || std::count(read.vBytes.begin(), read.vBytes.end() - 1, 0) !=
                                      static_cast<ptrdiff_t>(read.vBytes.size() - 1);
                 EXPECT_EQ(session.GetRegister("r4").pWords, nullptr) << "not tracked";

@@ -134,8 +134,8 @@ const std::vector<SCase> s_Cases = {
       {"mov r7.x, l0.x", 1, s_Both},
       {"mov r7.x, l0.y", 2, s_Both}}},
     {"a later case",
-     "and r6.x, r0.x, l0.y\nswitch r6.x\ncase 0\nmov r7.x, l0.y\n" STORE("l0.y") "break\ncase 1\nmov r8.x, l0.y\n" STORE(
-         "l0.x") "break\nendswitch\n",
+     "and r6.x, r0.x, l0.y\nswitch r6.x\ncase 0\nmov r7.x, l0.y\n" STORE(
+         "l0.y") "break\ncase 1\nmov r8.x, l0.y\n" STORE("l0.x") "break\nendswitch\n",
      {{"switch r6.x", 1, s_Zeros},
       {"case 0", 1, s_Zeros},
       {"mov r7.x, l0.y", 1, s_Zeros},
@@ -197,7 +197,9 @@ const std::vector<SCase> s_Cases = {
       {"mov r7.x, l0.y", 1, s_Ones},
       {"flat_store r2.xy, r0.x", 1, {0, 1, 2, 3, 4, 5, 6, 7}},
       {"mov r8.x, l0.y", 1, {0, 1, 2, 3, 4, 5, 6, 7}}}},
-    {"reading forms", "uav_read_fmax_id(10)_addr64 r3.x, r2.xy, l0.x\nmov r4.x, l0.y\n", {{"mov r4.x, l0.y", 1, s_Twos}}},
+    {"reading forms",
+     "uav_read_fmax_id(10)_addr64 r3.x, r2.xy, l0.x\nmov r4.x, l0.y\n",
+     {{"mov r4.x, l0.y", 1, s_Twos}}},
     {"steps over stores with tracking on",
      "mov r3.x, l0.y\n" STORE("l0.y") "mov r4.x, l0.y\nmov r5.x, l0.y\n" STORE("l0.x") "mov r6.x, l0.y\n",
      {{"uav_raw_store_id(10)_addr64 mem0.x, r2.xy, l0.y", 1, s_Ones},
@@ -235,7 +237,8 @@ TEST(TrueMemory, GlobalMemoryIsThatOfTheStopAfterGoingBack)
             ovkclDebugPC nNext = 0;
             EXPECT_EQ(GetLibraries().ovkclDebugGetProgramCounter(session.GetContext(), &nNext), OVKCLDEBUG_SUCCESS);
             const SRegisterView pass = session.GetRegister("r3");
-            const std::string strPlace = session.GetListing().GetLine(nNext) + (pass.pWords != nullptr ? std::to_string(pass[0][0]) : "");
+            const std::string strPlace =
+                session.GetListing().GetLine(nNext) + (pass.pWords != nullptr ? std::to_string(pass[0][0]) : "");
             seen[strPlace].push_back(ReadOutput(session, 8));
             ++nStops;
             return nStops > 14 && nStops <= 27 ? OVKCLDEBUG_COMMAND_EXT_STEP_BACK : OVKCLDEBUG_COMMAND_STEP;
@@ -287,21 +290,20 @@ TEST(TrueMemory, LocalMemoryIsThatOfTheStopForEveryGroup)
 {
     const ovkclDebugMemoryResource nBlock = OVKCLDEBUG_EXT_LOCAL_BLOCK(1);
     const ovkclDebugMemoryResource nArgument = OVKCLDEBUG_EXT_LOCAL_ARGUMENT(1);
-    const std::vector<SCase> cases = {
-        {"the declared block",
-         "",
-         {{"iadd r5.x, vThreadGrpId.x, l0.y", 1, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-          {"lds_store_id(1) r1.x, r5.x", 1, {1, 1, 1, 1, 0, 2, 2, 2, 2, 0}},
-          {"mov r8.x, l0.y", 1, {1, 1, 1, 1, 0, 2, 2, 2, 2, 0}},
-          {"lds_store_id(1) r1.x, r7.x", 1, {0, 1, 2, 3, 0, 0, 1, 2, 3, 0}},
-          {"mov r8.x, l0.y", 2, {0, 1, 2, 3, 0, 0, 1, 2, 3, 0}},
-          {"endloop", 1, {1, 2, 3, 4, 0, 1, 2, 3, 4, 0}}}},
-        {"the argument",
-         "",
-         {{"lds_store_id(1) r1.x, r7.x", 1, {0, 0, 0, 0, 0, 0, 0, 0}},
-          {"lds_store_id(2) r6.x, r7.x", 1, {0, 1, 2, 3, 0, 1, 2, 3}},
-          {"lds_store_id(1) r1.x, r7.x", 2, {0, 1, 2, 3, 0, 1, 2, 3}},
-          {"endloop", 1, {1, 2, 3, 4, 1, 2, 3, 4}}}}};
+    const std::vector<SCase> cases = {{"the declared block",
+                                       "",
+                                       {{"iadd r5.x, vThreadGrpId.x, l0.y", 1, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+                                        {"lds_store_id(1) r1.x, r5.x", 1, {1, 1, 1, 1, 0, 2, 2, 2, 2, 0}},
+                                        {"mov r8.x, l0.y", 1, {1, 1, 1, 1, 0, 2, 2, 2, 2, 0}},
+                                        {"lds_store_id(1) r1.x, r7.x", 1, {0, 1, 2, 3, 0, 0, 1, 2, 3, 0}},
+                                        {"mov r8.x, l0.y", 2, {0, 1, 2, 3, 0, 0, 1, 2, 3, 0}},
+                                        {"endloop", 1, {1, 2, 3, 4, 0, 1, 2, 3, 4, 0}}}},
+                                      {"the argument",
+                                       "",
+                                       {{"lds_store_id(1) r1.x, r7.x", 1, {0, 0, 0, 0, 0, 0, 0, 0}},
+                                        {"lds_store_id(2) r6.x, r7.x", 1, {0, 1, 2, 3, 0, 1, 2, 3}},
+                                        {"lds_store_id(1) r1.x, r7.x", 2, {0, 1, 2, 3, 0, 1, 2, 3}},
+                                        {"endloop", 1, {1, 2, 3, 4, 1, 2, 3, 4}}}}};
     for (size_t n = 0; n < cases.size(); ++n)
     {
         SCOPED_TRACE(cases[n].pszName);
@@ -365,10 +367,10 @@ TEST(TrueMemory, LocalMemoryThatIsNotThereIsNoPlace)
 // A kernel whose main body declares what its function uses.
 TEST(TrueMemory, PrivateMemoryDeclaredInTheMainBodyIsThere)
 {
-    CLaunch launch(GetLibraries(),
-                   MakeSmallKernel("uav_raw_store_id(8) mem0.x, l0.z, r0.x\nuav_raw_load_id(8) r3.x, l0.z\n" STORE(
-                                       "r3.x"),
-                                   "dcl_typeless_uav_id(8)_stride(4)_length(16)_access(private)\n"));
+    CLaunch launch(
+        GetLibraries(),
+        MakeSmallKernel("uav_raw_store_id(8) mem0.x, l0.z, r0.x\nuav_raw_load_id(8) r3.x, l0.z\n" STORE("r3.x"),
+                        "dcl_typeless_uav_id(8)_stride(4)_length(16)_access(private)\n"));
     size_t nStops = 0;
     CScriptedClient client(AlwaysStep,
                            [&](CSession& session)

@@ -74,8 +74,11 @@ TEST(RegisterLocators, EveryTypeComesBackButThoseThatShareTheirText)
 
 TEST(RegisterLocators, WhatIsNoRegisterIsAllOnesOrEmpty)
 {
-    for (const char* szName :
-         {"", "r", "vFace", "x1", "x1[7", "o0[1]", "r3[1]", "R3", "nothing5", "[1]", "3", "x[7]", "cb1", "xx1[2]"})
+    for (
+        const char* szName :
+        {"",       "r",     "vFace", "x1",     "x1[7",   "o0[1]",   "r3[1]",          "R3",          "nothing5", "[1]",
+         "3",      "x[7]",  "cb1",   "xx1[2]", "x1[-1]", "cb1[ 7]", "x1[4294967296]", "r4294967296", "r3 ",      "r3-1",
+         "x1[7]8", "x1[+7]"})
     {
         EXPECT_EQ(stringToDebugRegisterLocator(szName), s_InvalidLocator) << szName;
     }
