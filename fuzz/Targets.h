@@ -33,8 +33,7 @@ constexpr STarget s_Targets[] = {
     {"patch", FuzzPatch},       {"disassemble", FuzzDisassemble},
     {"assemble", FuzzAssemble}, {"metadata", FuzzMetadata},
     {"launch", FuzzLaunch},     {"program", FuzzProgram},
-    {"opencl", FuzzOpenCL},
-    {"commands", FuzzCommands},
+    {"opencl", FuzzOpenCL},     {"commands", FuzzCommands},
 };
 
 /// What Require prints as the input that it happened with; empty for none.
