@@ -138,9 +138,9 @@ TEST(HalfBuiltins, EveryHalfIsRead)
                 strSize.empty() ? "r[I] = " : Joined({"*(global float", strSize, "*)(r + I * ", strSize, ") = "});
             const std::string_view function = strSize.empty() ? "vload_half" : "vloada_half";
             const std::string strSource =
-                Joined({"#define I get_global_id(0)\nkernel void k(global const half* h, global float* r, global "
-                        "float* ra) { ",
-                        strStore, "vload_half", strSize, "(I, h); r = ra; ", strStore, function, strSize, "(I, h); }"});
+                Joined({"kernel void k(global const half* h, global float* r, global float* s)",
+                        "{ size_t I = get_global_id(0); ", strStore, "vload_half", strSize, "(I, h); r = s; ", strStore,
+                        function, strSize, "(I, h); }"});
             COpenCLProgram program(device, strSource);
             const CDeviceBuffer packed = device.Buffer(std::vector<float>(65536));
             const CDeviceBuffer aligned = device.Buffer(std::vector<float>(65536));
