@@ -1,0 +1,57 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_DWARF_SCOPETREE_H
+#define KESTREL_PLATFORM_OPENCL_C_DWARF_SCOPETREE_H
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "llvm/ADT/DenseMap.h"
+
+namespace llvm
+{
+class DILocalScope;
+class DILocation;
+} // namespace llvm
+
+namespace KestrelOpenCL
+{
+
+struct SLowered;
+struct SLoweredKernel;
+
+/// A function or block of the source as it stands in one kernel: once for each call that has been inlined.
+struct SScope
+{
+    const llvm::DILocalScope* pScope = nullptr; ///< a DISubprogram or DILexicalBlock
+    const llvm::DILocation* pInlinedAt = nullptr;
+    int nParent = -1;
+    /// Lines of the IL that belong to it or to a scope within: the first, and the one after the last. Ascending.
+    std::vector<std::pair<uint32_t, uint32_t>> vRanges;
+};
+
+/// The scopes of a kernel with the lines of the IL that they have. A line without a place of its own belongs where the
+/// line before it does.
+class CScopeTree
+{
+public:
+    CScopeTree(const SLowered& lowered, const SLoweredKernel& kernel);
+
+    /// The kernel's own first; each behind its parent.
+    const std::vector<SScope>& GetScopes() const { return m_vScopes; }
+
+    /// \return -1 if no line of the kernel belongs to the scope
+    int Find(const llvm::DILocalScope* pScope, const llvm::DILocation* pInlinedAt) const;
+
+private:
+    using CKey = std::pair<const llvm::DILocalScope*, const llvm::DILocation*>;
+
+    int Make(const llvm::DILocalScope* pScope, const llvm::DILocation* pInlinedAt);
+    void AddLine(int nScope, uint32_t nLine);
+
+    std::vector<SScope> m_vScopes;
+    llvm::DenseMap<CKey, int> m_mapScopes;
+};
+
+} // namespace KestrelOpenCL
+
+#endif

@@ -1,0 +1,58 @@
+#ifndef KESTREL_PLATFORM_OPENCL_C_DWARF_TYPEDIES_H
+#define KESTREL_PLATFORM_OPENCL_C_DWARF_TYPEDIES_H
+
+#include "platform/opencl_c/dwarf/DieTree.h"
+#include "platform/opencl_c/dwarf/FileTable.h"
+
+#include <vector>
+
+#include "llvm/ADT/DenseMap.h"
+
+namespace llvm
+{
+class DICompositeType;
+class DIDerivedType;
+class DIFile;
+class DISubroutineType;
+class DIType;
+} // namespace llvm
+
+namespace KestrelOpenCL
+{
+
+/// The types of a program as children of its compile unit, each once.
+class CTypeDies
+{
+public:
+    CTypeDies(CDieTree& tree, CFileTable& files, CDieTree::CDie unit) : m_Tree(tree), m_Files(files), m_Unit(unit) {}
+
+    /// Gives an entry its type; none for void.
+    void SetType(CDieTree::CDie die, const llvm::DIType* pType);
+
+    /// Gives an entry the place of its declaration.
+    void SetPlace(CDieTree::CDie die, const llvm::DIFile* pFile, unsigned int nLine);
+
+    /// Makes the types that others refer to, until there are none left. After all calls of SetType.
+    void Finish();
+
+private:
+    CDieTree::CDie Find(const llvm::DIType* pType);
+    void Describe(const llvm::DIType* pType, CDieTree::CDie die);
+    void DescribeDerived(const llvm::DIDerivedType& type, CDieTree::CDie die);
+    void DescribeComposite(const llvm::DICompositeType& type, CDieTree::CDie die);
+    void DescribeArray(const llvm::DICompositeType& type, CDieTree::CDie die);
+    void DescribeEnumerators(const llvm::DICompositeType& type, CDieTree::CDie die);
+    void DescribeMember(const llvm::DIDerivedType& member, CDieTree::CDie die);
+    void DescribeSubroutine(const llvm::DISubroutineType& type, CDieTree::CDie die);
+    void SetSize(CDieTree::CDie die, uint64_t nBits);
+
+    CDieTree& m_Tree;
+    CFileTable& m_Files;
+    CDieTree::CDie m_Unit;
+    llvm::DenseMap<const llvm::DIType*, CDieTree::CDie> m_mapTypes;
+    std::vector<const llvm::DIType*> m_vOpen;
+};
+
+} // namespace KestrelOpenCL
+
+#endif
