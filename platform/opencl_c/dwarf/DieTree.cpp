@@ -74,6 +74,12 @@ void CDieTree::Block(CDie die, uint16_t nAttribute, std::string str)
     m_vDies[die].vAttributes.back().strBlock = std::move(str);
 }
 
+void CDieTree::List(CDie die, uint16_t nAttribute, std::string str)
+{
+    AddAttribute(die, nAttribute, DW_FORM_sec_offset, 0);
+    m_vDies[die].vAttributes.back().strBlock = std::move(str);
+}
+
 void CDieTree::Reference(CDie die, uint16_t nAttribute, CDie target)
 {
     AddAttribute(die, nAttribute, DW_FORM_ref4, static_cast<uint64_t>(target));
@@ -102,6 +108,10 @@ public:
         vSections.push_back({".debug_info", m_Info.Data()});
         vSections.push_back({".debug_abbrev", m_Abbreviations.Data()});
         vSections.push_back({".debug_str", m_Tree.m_strTexts});
+        if (m_Lists.Size() > 0)
+        {
+            vSections.push_back({".debug_loc", m_Lists.Data()});
+        }
     }
 
 private:
@@ -154,8 +164,10 @@ private:
         case DW_FORM_sdata:
             return m_Info.Signed(static_cast<int64_t>(attribute.nValue));
         case DW_FORM_strp:
-        case DW_FORM_sec_offset:
             return m_Info.U32(attribute.nValue);
+        case DW_FORM_sec_offset:
+            m_Info.U32(attribute.strBlock.empty() ? attribute.nValue : m_Lists.Size());
+            return m_Lists.Bytes(attribute.strBlock);
         case DW_FORM_addr:
             return m_Info.U64(attribute.nValue);
         case DW_FORM_exprloc:
@@ -196,6 +208,7 @@ private:
     std::map<std::string, uint64_t> m_mapAbbreviations;
     CByteWriter m_Info;
     CByteWriter m_Abbreviations;
+    CByteWriter m_Lists;
 };
 
 void CDieTree::Write(std::vector<KestrelPlatform::SDebugSection>& vSections) const

@@ -30,9 +30,11 @@ public:
     void Offset(CDie die, uint16_t nAttribute, uint64_t nValue);     ///< in another section
     void Expression(CDie die, uint16_t nAttribute, std::string str); ///< operators
     void Block(CDie die, uint16_t nAttribute, std::string str);
+    /// A location list, which goes into `.debug_loc` in the order of the entries: some readers expect it so.
+    void List(CDie die, uint16_t nAttribute, std::string str);
     void Reference(CDie die, uint16_t nAttribute, CDie target);
 
-    /// Appends the three sections.
+    /// Appends the three sections, and that of the location lists if there are any.
     void Write(std::vector<KestrelPlatform::SDebugSection>& vSections) const;
 
 private:

@@ -10,6 +10,14 @@ namespace KestrelOpenCL
 using namespace llvm::dwarf;
 using CDie = CDieTree::CDie;
 
+namespace
+{
+
+/// The header with the types of the language is no source of the user's.
+const llvm::StringRef s_BaseHeader = "opencl-c-base.h";
+
+} // namespace
+
 void CTypeDies::SetType(CDie die, const llvm::DIType* pType)
 {
     if (pType)
@@ -20,7 +28,7 @@ void CTypeDies::SetType(CDie die, const llvm::DIType* pType)
 
 void CTypeDies::SetPlace(CDie die, const llvm::DIFile* pFile, unsigned int nLine)
 {
-    if (pFile && nLine > 0)
+    if (pFile && nLine > 0 && !pFile->getFilename().endswith(s_BaseHeader))
     {
         m_Tree.Unsigned(die, DW_AT_decl_file, m_Files.Number(*pFile));
         m_Tree.Unsigned(die, DW_AT_decl_line, nLine);

@@ -61,8 +61,14 @@ void CUnitDies::AddUnit()
     {
         const llvm::DICompileUnit& unit = **itUnit;
         m_Tree.Unsigned(m_Unit, DW_AT_language, unit.getSourceLanguage());
-        m_Tree.Text(m_Unit, DW_AT_name, View(unit.getFilename()));
         m_Tree.Text(m_Unit, DW_AT_comp_dir, View(unit.getDirectory()));
+    }
+    // The compiler reads the source from memory; its lines tell the name that it goes by.
+    const llvm::DISubprogram* pFirst =
+        m_Lowered.vKernels.empty() ? nullptr : m_Lowered.vKernels[0].pFunction->getSubprogram();
+    if (pFirst)
+    {
+        m_Tree.Text(m_Unit, DW_AT_name, View(pFirst->getFilename()));
     }
     m_Tree.Offset(m_Unit, DW_AT_stmt_list, 0);
     // The base of all ranges and location lists.
@@ -333,16 +339,17 @@ void CUnitDies::SetLocation(CDie die, const SLoweredKernel& kernel, const std::v
     {
         return m_Tree.Expression(die, DW_AT_location, vRanges[0].strExpression);
     }
-    m_Tree.Offset(die, DW_AT_location, m_Locations.Size());
+    CByteWriter list;
     for (const SLocationRange& range : vRanges)
     {
-        m_Locations.U64(range.nFirst);
-        m_Locations.U64(range.nEnd);
-        m_Locations.U16(range.strExpression.size());
-        m_Locations.Bytes(range.strExpression);
+        list.U64(range.nFirst);
+        list.U64(range.nEnd);
+        list.U16(range.strExpression.size());
+        list.Bytes(range.strExpression);
     }
-    m_Locations.U64(0);
-    m_Locations.U64(0);
+    list.U64(0);
+    list.U64(0);
+    m_Tree.List(die, DW_AT_location, list.Data());
 }
 
 /// Variables that the kernel declares in local memory: globals to LLVM, in a scope of the kernel.
@@ -376,7 +383,7 @@ void CUnitDies::AddConstants()
         llvm::SmallVector<llvm::DIGlobalVariableExpression*, 1> vExpressions;
         global.getDebugInfo(vExpressions);
         std::string strBytes;
-        if (vExpressions.empty() || !global.hasInitializer() ||
+        if (vExpressions.empty() || !global.isConstant() || !global.hasInitializer() ||
             !GetConstantBytes(*global.getInitializer(), m_Module.getDataLayout(), strBytes))
         {
             continue;
@@ -415,10 +422,6 @@ void CUnitDies::Write(std::vector<SDebugSection>& vSections)
     m_Tree.Write(vSections);
     vSections.push_back({".debug_ranges", m_Ranges.Data()});
     vSections.push_back({".debug_aranges", WriteAddressRanges()});
-    if (m_Locations.Size() > 0)
-    {
-        vSections.push_back({".debug_loc", m_Locations.Data()});
-    }
 }
 
 } // namespace KestrelOpenCL

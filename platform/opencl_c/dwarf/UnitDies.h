@@ -62,7 +62,6 @@ private:
     CDieTree m_Tree;
     CDie m_Unit;
     CTypeDies m_Types;
-    CByteWriter m_Locations;
     CByteWriter m_Ranges;
     std::vector<std::pair<uint32_t, uint32_t>> m_vKernelRanges;
     /// Of a function, its variables that have a place anywhere: parameters in order, then the others by line.
