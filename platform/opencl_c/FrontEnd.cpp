@@ -2,6 +2,7 @@
 #include "platform/opencl_c/driver/IrCompiler.h"
 #include "platform/opencl_c/driver/Objects.h"
 #include "platform/opencl_c/driver/SourceInfo.h"
+#include "platform/opencl_c/dwarf/DebugSections.h"
 #include "platform/opencl_c/lowering/Lowered.h"
 
 #include <llvm/IR/LLVMContext.h>
@@ -53,6 +54,7 @@ bool Finish(llvm::Module& llvmModule, const SCompileJob& job, SModule& module, s
     }
     lowered.module.strIntermediate = std::move(strIntermediate);
     lowered.module.bReadFiles = llvmModule.getNamedMetadata(s_pszReadFiles) != nullptr;
+    lowered.module.vDebugSections = WriteDwarf(llvmModule, lowered, !job.bDebug);
     module = std::move(lowered.module);
     return true;
 }

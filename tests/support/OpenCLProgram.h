@@ -169,6 +169,18 @@ public:
         }
     }
 
+    /// From a kernel binary. Throws COpenCLFailure.
+    COpenCLProgram(COpenCLDevice& device, const std::vector<char>& vBinary) : m_Device(device), cl(device.cl)
+    {
+        const auto* pBinary = reinterpret_cast<const unsigned char*>(vBinary.data());
+        const size_t nSize = vBinary.size();
+        cl_int nCode = -1;
+        m_program =
+            cl.clCreateProgramWithBinary(device.m_context, 1, &device.m_device, &nSize, &pBinary, nullptr, &nCode);
+        Need(nCode, "clCreateProgramWithBinary");
+        Need(cl.clBuildProgram(m_program, 1, &device.m_device, "", nullptr, nullptr), "clBuildProgram of a binary");
+    }
+
     ~COpenCLProgram() { cl.clReleaseProgram(m_program); }
 
     COpenCLProgram(const COpenCLProgram&) = delete;

@@ -29,6 +29,16 @@ uint32_t BytesOfType(const llvm::DIType* pType)
     return pType ? static_cast<uint32_t>(pType->getSizeInBits() / 8) : 0;
 }
 
+bool IsPointer(const llvm::DIType* pType)
+{
+    const auto* pDerived = llvm::dyn_cast_or_null<llvm::DIDerivedType>(pType);
+    while (pDerived && pDerived->getTag() != DW_TAG_pointer_type)
+    {
+        pDerived = llvm::dyn_cast_or_null<llvm::DIDerivedType>(pDerived->getBaseType());
+    }
+    return pDerived != nullptr;
+}
+
 /// The bytes of an element of a vector, 0 for everything else.
 uint32_t BytesOfElement(const llvm::DIType* pType)
 {
@@ -111,7 +121,16 @@ void WritePlace(CByteWriter& writer, const SVariablePlace& place, uint32_t nByte
             WritePiece(writer, nPiece);
         }
     }
-    if (nLeft > 0 && (bPieces || nComponents > 1))
+    if (nLeft > 0 && nComponents == 1 && !bPieces && IsPointer(place.pVariable->getType()))
+    {
+        // A pointer to local or private memory keeps no high word: it is 0.
+        WritePiece(writer, nBytes - nLeft);
+        writer.U8(DW_OP_implicit_value);
+        writer.Unsigned(nLeft);
+        writer.Bytes(std::string(nLeft, '\0'));
+        WritePiece(writer, nLeft);
+    }
+    else if (nLeft > 0 && (bPieces || nComponents > 1))
     {
         WritePiece(writer, nLeft);
     }

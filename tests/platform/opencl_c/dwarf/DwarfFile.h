@@ -17,10 +17,11 @@ struct SDwarfFrame
 {
     std::string strFunction;
     int nCallLine = 0; ///< 0 for the kernel
+    int nCallColumn = 0;
 
     bool operator==(const SDwarfFrame& other) const
     {
-        return strFunction == other.strFunction && nCallLine == other.nCallLine;
+        return strFunction == other.strFunction && nCallLine == other.nCallLine && nCallColumn == other.nCallColumn;
     }
     friend std::ostream& operator<<(std::ostream& stream, const SDwarfFrame& frame)
     {
@@ -85,7 +86,7 @@ public:
         {
             if (IsFunction(scope))
             {
-                vFrames.push_back({Name(scope), CallLine(scope)});
+                vFrames.push_back({Name(scope), CallLine(scope), Number(scope, DW_AT_call_column)});
             }
         }
         return vFrames;
