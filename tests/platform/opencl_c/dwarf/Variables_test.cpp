@@ -54,7 +54,7 @@ __kernel void run(__global int* data, int scale)
             P(total) inner -= 5;
             if (total > 3000)
             {
-                P(total) P(inner) P(i) break;
+                break;
             }
         }
         do
@@ -87,7 +87,7 @@ int weigh(int value, int depth)
         P(sum) P(i) int part = clampTo(value + i, 2, 9) + clampTo(sum, -5, depth * 4);
         P(part) sum += part;
     }
-    P(sum) P(value) P(depth) return sum;
+    return sum;
 }
 __kernel void run(__global int* data, int scale)
 {
@@ -147,7 +147,7 @@ float total(const record_t* record)
     {
         P(sum) P(i) sum += record->weights[i] * record->tag;
     }
-    P(sum) return sum;
+    return sum;
 }
 void swap(int* a, int* b)
 {
@@ -176,8 +176,8 @@ __kernel void run(__global int* data, int scale)
         }
     }
     P(table) float sum = total(&record);
-    P(sum) pun_t pun;
-    pun.f = sum;
+    pun_t pun;
+    P(sum) pun.f = sum;
     P(pun) pun.bits ^= 0x80000000u;
     P(pun) record_t copy = record;
     P(copy) copy.first = table[7];
