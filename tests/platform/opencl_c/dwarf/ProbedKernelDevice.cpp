@@ -5,6 +5,7 @@
 #include "platform/opencl_c/driver/IrCompiler.h"
 #include "platform/opencl_c/dwarf/DebugSections.h"
 #include "platform/opencl_c/lowering/Lowered.h"
+#include "tests/platform/opencl_c/dwarf/DebugReaders.h"
 #include "tests/platform/opencl_c/dwarf/DwarfFile.h"
 #include "tests/support/OpenCLProgram.h"
 
@@ -229,6 +230,7 @@ CVisits RunOnDevice(const SProbedKernel& kernel, const std::string& strDevice, s
     target.b64BitAddresses = strDevice != "Kiln";
     target.bRawUavOnly = strDevice == "Kiln";
     const std::vector<char> vBinary = Compile(std::string("#define P(name)\n#line 1\n") + kernel.pszSource, target);
+    EXPECT_EQ(Complaints(vBinary), "");
     COpenCLProgram program(device, vBinary);
     // The pointer's slot, then the int's.
     CTracedRun run(vBinary, expected, {0, 0, 0, 0, static_cast<uint32_t>(nScale), 0, 0, 0});
