@@ -227,6 +227,7 @@ bool CKernelLinker::Link(const SKernelMetadata& metadata, const SDeviceTarget& t
     kernel.vSamplers = metadata.vSamplers;
     kernel.vFormats = metadata.vFormats;
     kernel.strAttributes = metadata.strAttributes;
+    kernel.vConstants = metadata.vConstants;
     kernel.nConstantBuffer1Elements = metadata.nConstantBuffer1Elements;
     kernel.nStaticLocalBytes = metadata.nLocalBytes;
     kernel.nPrivateBytes = metadata.nPrivateBytes;

@@ -17,6 +17,8 @@ const uint32_t s_nPointerSlot = 16;
 /// Where an offset or a slot can't reach: the constant buffer has far fewer elements.
 const uint32_t s_nLargestOffset = 1u << 20;
 const uint32_t s_nLargestValue = 1u << 16;
+const size_t s_nLargestConstants = 1u << 16; ///< bytes, of a program
+const size_t s_nElementWords = 4;
 
 struct SDataType
 {
@@ -121,6 +123,7 @@ private:
     bool ReadArgumentInfo(const Tokens& tokens);
     bool ReadAttributes(const Tokens& tokens);
     bool ReadFormat(const Tokens& tokens);
+    bool ReadConstants(const Tokens& tokens);
 
     bool ReadSlot(const Tokens& tokens, size_t nFirst, SKernelArgument& argument);
     bool ReadAccess(std::string_view token, SKernelArgument& argument);
@@ -148,7 +151,7 @@ const CReader::SLineKind CReader::s_LineKinds[] = {
     {"pointer", 9, 12, &CReader::ReadPointer},         {"image", 7, 7, &CReader::ReadImage},
     {"sampler", 5, 5, &CReader::ReadSampler},          {"counter", 6, 6, &CReader::ReadCounter},
     {"arginfo", 7, 7, &CReader::ReadArgumentInfo},     {"attributes", 2, 2, &CReader::ReadAttributes},
-    {"printf", 4, s_nMostFields, &CReader::ReadFormat}};
+    {"printf", 4, s_nMostFields, &CReader::ReadFormat}, {"constants", 3, 3, &CReader::ReadConstants}};
 
 bool CReader::Read(std::string_view text, SDiagnostic& diag)
 {
@@ -433,6 +436,37 @@ bool CReader::ReadSampler(const Tokens& tokens)
     argument.strTypeName = "sampler";
     argument.nResource = nId;
     return Add(argument);
+}
+
+/// Bytes in hexadecimal. Element n of the buffer has the words n to n + 3 of them.
+bool CReader::ReadConstants(const Tokens& tokens)
+{
+    const std::string_view digits = tokens[2];
+    uint32_t nBuffer = 0;
+    if (!Number(tokens[1], nBuffer) || nBuffer != s_nConstantsBuffer || digits.size() % 8 != 0 ||
+        digits.size() / 2 > s_nLargestConstants)
+    {
+        return Fail("expected constants:2:WORDS with at most 65536 bytes");
+    }
+    std::vector<uint32_t> vWords(digits.size() / 8 + s_nElementWords - 1, 0);
+    for (size_t n = 0; n < digits.size() / 2; ++n)
+    {
+        uint32_t nByte = 0;
+        const char* const pDigits = digits.data() + n * 2;
+        const auto result = std::from_chars(pDigits, pDigits + 2, nByte, 16);
+        if (result.ec != std::errc() || result.ptr != pDigits + 2)
+        {
+            return Fail("expected hexadecimal digits in the constants");
+        }
+        vWords[n / 4] |= nByte << (n % 4 * 8);
+    }
+    m_metadata.vConstants.clear();
+    for (size_t n = 0; n + s_nElementWords <= vWords.size(); ++n)
+    {
+        m_metadata.vConstants.insert(m_metadata.vConstants.end(), vWords.begin() + static_cast<std::ptrdiff_t>(n),
+                                     vWords.begin() + static_cast<std::ptrdiff_t>(n + s_nElementWords));
+    }
+    return true;
 }
 
 bool CReader::ReadCounter(const Tokens& tokens)

@@ -27,6 +27,7 @@ struct SKernelMetadata
     std::vector<SKernelSampler> vSamplers;
     std::vector<SPrintfFormat> vFormats;
     std::string strAttributes;
+    std::vector<uint32_t> vConstants; ///< contents of constant buffer s_nConstantsBuffer, four words an element
 };
 
 /// Reads a metadata block, from its ARGSTART to its ARGEND line. Tolerant where a debugger's changes come in: a

@@ -73,6 +73,8 @@ struct SPrintfFormat
     std::string strText;
     std::vector<std::string> vStrings; ///< that an argument may name
 };
+/// The constant buffer with the constants that a kernel's program declares; their bytes stand in its metadata.
+const uint32_t s_nConstantsBuffer = 2;
 
 /// One kernel, ready to be decoded for running.
 struct SCompiledKernel
@@ -83,6 +85,7 @@ struct SCompiledKernel
     std::vector<SKernelSampler> vSamplers;
     std::vector<SPrintfFormat> vFormats;   ///< empty for a kernel that prints nothing, or isn't to
     std::string strAttributes;             ///< as the source has them, with blanks between them
+    std::vector<uint32_t> vConstants;      ///< contents of constant buffer s_nConstantsBuffer
     uint32_t nConstantBuffer1Elements = 0; ///< 16-byte elements that the arguments take
     uint32_t nStaticLocalBytes = 0;
     uint32_t nPrivateBytes = 0;

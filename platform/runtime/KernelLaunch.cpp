@@ -102,6 +102,8 @@ public:
         : m_kernel(kernel), m_prepared(prepared), m_nLocalEnd(AlignLocal(kernel.nStaticLocalBytes))
     {
         GetWords(1, size_t{kernel.nConstantBuffer1Elements} * s_nElementBytes);
+        if (!kernel.vConstants.empty())
+            prepared.m_launch.mapConstantBuffers[s_nConstantsBuffer] = kernel.vConstants;
     }
 
     /// \param nArgument  its number

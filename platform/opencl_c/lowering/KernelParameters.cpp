@@ -249,6 +249,18 @@ std::string ParameterLine(const SKernelParameter& parameter)
            (parameter.bVolatile ? ":1" : ":0") + (parameter.bRestrict ? ":1\n" : ":0\n");
 }
 
+std::string ConstantsLine(const std::vector<uint8_t>& vBytes)
+{
+    static const char s_szDigits[] = "0123456789abcdef";
+    std::string strLine = ";constants:" + std::to_string(KestrelPlatform::s_nConstantsBuffer) + ":";
+    for (size_t n = 0; n < (vBytes.size() + 3) / 4 * 4; ++n)
+    {
+        const uint8_t nByte = n < vBytes.size() ? vBytes[n] : 0;
+        strLine += {s_szDigits[nByte >> 4], s_szDigits[nByte & 15]};
+    }
+    return strLine + "\n";
+}
+
 } // namespace
 
 std::vector<SKernelParameter> ReadParameters(const llvm::Function& kernel, const KestrelPlatform::SDeviceTarget& target)
@@ -275,6 +287,7 @@ std::string WriteMetadata(const std::string& strKernel, uint32_t nWrapper,
         strText += ";sampler:sampler" + std::to_string(sampler.nSampler) + ":" + std::to_string(sampler.nSampler) +
                    ":1:" + std::to_string(sampler.nValue) + "\n";
     }
+    strText += needs.vConstants.empty() ? "" : ConstantsLine(needs.vConstants);
     strText += ";function:1:" + std::to_string(nWrapper + 1) + "\n";
     strText += ";uavid:" + std::to_string(s_nRawUav) + "\n";
     strText += needs.nPrivateBytes != 0 ? ";privateid:" + std::to_string(s_nPrivateUav) + "\n" : "";

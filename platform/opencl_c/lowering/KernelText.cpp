@@ -47,25 +47,6 @@ std::string GroupSize(const llvm::Function& kernel, const KestrelPlatform::SDevi
     return strLine + "\n";
 }
 
-/// Element n has the words n to n + 3: see CSelector::LoadInline.
-std::string InlineBuffer(const std::vector<uint8_t>& vBytes)
-{
-    std::vector<uint32_t> vWords((vBytes.size() + 3) / 4 + 3, 0);
-    for (size_t n = 0; n < vBytes.size(); ++n)
-    {
-        vWords[n / 4] |= static_cast<uint32_t>(vBytes[n]) << (n % 4 * 8);
-    }
-    std::string strLine = "dcl_cb_inline";
-    for (size_t n = 0; n + 3 < vWords.size(); ++n)
-    {
-        for (size_t i = n; i < n + 4; ++i)
-        {
-            strLine += (n == 0 && i == 0 ? " " : ", ") + std::to_string(vWords[i]);
-        }
-    }
-    return strLine + "\n";
-}
-
 std::string Declarations(const std::vector<SKernelParameter>& vParameters, const KestrelPlatform::SDeviceTarget& target)
 {
     std::string strText;
@@ -96,8 +77,7 @@ std::string Declarations(const std::vector<SKernelParameter>& vParameters, const
 
 std::string WriteWrapper(const llvm::Function& kernel, uint32_t nWrapper,
                          const std::vector<SKernelParameter>& vParameters, const SKernelNeeds& needs,
-                         const std::vector<uint8_t>& vConstants, const KestrelPlatform::SDeviceTarget& target,
-                         bool bLocal)
+                         const KestrelPlatform::SDeviceTarget& target, bool bLocal)
 {
     const std::string strName = ";__OpenCL_" + kernel.getName().str() + "_kernel\n";
     std::string strText = "func " + std::to_string(nWrapper) + "\n" + strName + GroupSize(kernel, target);
@@ -111,7 +91,11 @@ std::string WriteWrapper(const llvm::Function& kernel, uint32_t nWrapper,
     {
         strText += "dcl_lds_id(" + std::to_string(s_nLocalId) + ") " + std::to_string(needs.nLocalBytes) + "\n";
     }
-    strText += vConstants.empty() ? "" : InlineBuffer(vConstants);
+    if (!needs.vConstants.empty())
+    {
+        const std::string strElements = std::to_string((needs.vConstants.size() + 3) / 4);
+        strText += "dcl_cb cb" + std::to_string(KestrelPlatform::s_nConstantsBuffer) + "[" + strElements + "]\n";
+    }
     return strText + "call " + std::to_string(nWrapper + 1) + "\nret\nendfunc\n" + strName;
 }
 

@@ -12,11 +12,10 @@ namespace KestrelOpenCL
 
 /// The wrapper of a kernel: its declarations and the call of the kernel's function, which has the next number.
 ///
-/// \param vConstants the program's constants that the kernel reads, byte by byte
+/// \param bLocal whether it uses local memory, if only that of arguments
 std::string WriteWrapper(const llvm::Function& kernel, uint32_t nWrapper,
                          const std::vector<SKernelParameter>& vParameters, const SKernelNeeds& needs,
-                         const std::vector<uint8_t>& vConstants, const KestrelPlatform::SDeviceTarget& target,
-                         bool bLocal);
+                         const KestrelPlatform::SDeviceTarget& target, bool bLocal);
 
 } // namespace KestrelOpenCL
 

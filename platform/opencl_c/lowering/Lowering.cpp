@@ -160,12 +160,12 @@ private:
         needs.nLocalBytes = static_cast<uint32_t>(storage.GetLocalBytes());
         needs.nPrivateBytes = static_cast<uint32_t>((storage.GetPrivateBytes() + 15) / 16 * 16);
         needs.vSamplers = selector.GetSamplers();
+        needs.vConstants = storage.GetConstants();
         const std::string strName = kernel.getName().str();
         SLoweredKernel lines;
         lines.pFunction = &kernel;
         lines.nWrapperFirst = NextLine();
-        Append(WriteWrapper(kernel, m_nUniqueId, selector.GetParameters(), needs, storage.GetConstants(), m_Target,
-                            selector.UsesLocal()));
+        Append(WriteWrapper(kernel, m_nUniqueId, selector.GetParameters(), needs, m_Target, selector.UsesLocal()));
         lines.nWrapperLast = NextLine() - 2;
         lines.nFirst = NextLine();
         Append("func " + std::to_string(m_nUniqueId + 1) + "\n;" + strName + "\n" + literals.Declare());

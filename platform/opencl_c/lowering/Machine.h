@@ -65,7 +65,7 @@ struct SSource
 {
     std::array<SWord, 4> words = {};
     EArrange eArrange = EArrange::ByDestination;
-    /// For `icb[r1.x+4]`: the register of Fixed words takes this index.
+    /// For `cb2[r1.x]`: the register of Fixed words takes this index.
     SWord index;
     uint32_t nImmediate = 0;
 };

@@ -68,17 +68,18 @@ void CSelector::Control(const char* pszMnemonic, const SWord* pCondition)
     m_Machine.Add(instruction);
 }
 
-/// Of the program's constants: element n of the inline buffer holds words n to n + 3 of them, so that any aligned word,
-/// and those behind it, come by one instruction.
+/// Of the program's constants: element n of their buffer holds words n to n + 3 of them, so that any aligned word, and
+/// those behind it, come by one instruction.
 Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
 {
     const SWord address = place.address[0];
+    const std::string strBuffer = "cb" + std::to_string(KestrelPlatform::s_nConstantsBuffer);
     Words words;
     if (address.eKind == SWord::Literal)
     {
         for (unsigned n = 0; n < nCount; ++n)
         {
-            words.push_back(m_Machine.FixedWord("icb[" + std::to_string(address.nId / 4) + "]", n));
+            words.push_back(m_Machine.FixedWord(strBuffer + "[" + std::to_string(address.nId / 4) + "]", n));
         }
         return words;
     }
@@ -89,7 +90,7 @@ Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
     const SWord index = m_Machine.One("ushr", {address, LiteralWord(2)});
     for (unsigned n = 0; n < nCount; ++n)
     {
-        load.sources[0].words[n] = m_Machine.FixedWord("icb", n);
+        load.sources[0].words[n] = m_Machine.FixedWord(strBuffer, n);
         words.push_back({SWord::Register, static_cast<uint8_t>(n), load.nDestination});
     }
     load.sources[0].index = index;
