@@ -82,13 +82,19 @@ private:
     {
         a = Find(a);
         b = Find(b);
-        const bool bOther =
-            llvm::any_of(edges,
-                         [&](const SEdge* pOther)
-                         {
-                             return pOther != &edge && llvm::any_of(pOther->to, [&](const SWord& to)
-                                                                    { return Find(to.nId) == a || Find(to.nId) == b; });
-                         });
+        const auto IsOneOfThem = [&](const SWord& word)
+        { return word.eKind == SWord::Register && (Find(word.nId) == a || Find(word.nId) == b); };
+        bool bOther = false;
+        for (const SEdge* const pOther : edges)
+        {
+            for (size_t n = 0; n < pOther->to.size() && pOther != &edge; ++n)
+            {
+                // The same value may go both ways.
+                const bool bSame =
+                    IsOneOfThem(pOther->from[n]) && pOther->from[n].nComponent == pOther->to[n].nComponent;
+                bOther = bOther || (IsOneOfThem(pOther->to[n]) && !bSame);
+            }
+        }
         const SSpan none;
         Spans& spansA = m_Live.vSpans[a];
         Spans& spansB = m_Live.vSpans[b];

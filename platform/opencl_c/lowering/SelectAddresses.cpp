@@ -5,6 +5,7 @@
 #include "llvm/IR/GetElementPtrTypeIterator.h"
 #include "llvm/IR/GlobalVariable.h"
 #include "llvm/IR/Operator.h"
+#include "llvm/Support/MathExtras.h"
 
 namespace KestrelOpenCL
 {
@@ -46,9 +47,11 @@ Words CSelector::AddIndex(Words address, const Value* pIndex, uint64_t nStride)
     {
         const SWord index = SignedSource(pIndex)[0];
         const bool bZero = address[0].IsLiteral(0);
-        return {nStride == 1 ? m_Machine.One("iadd", {index, address[0]})
-                : bZero      ? m_Machine.One("imul", {index, stride})
-                             : m_Machine.One("imad", {index, stride, address[0]})};
+        const bool bPower = llvm::isPowerOf2_64(nStride);
+        return {nStride == 1      ? m_Machine.One("iadd", {index, address[0]})
+                : bZero && bPower ? m_Machine.One("ishl", {index, LiteralWord(llvm::Log2_64(nStride))})
+                : bZero           ? m_Machine.One("imul", {index, stride})
+                                  : m_Machine.One("imad", {index, stride, address[0]})};
     }
     const bool bSmallStride = nStride < 0x80000000u;
     const unsigned nIndexWords = m_Types.CountElementWords(pIndex->getType());
