@@ -10,7 +10,6 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nComponents = 4;
 /// Stretches that are compared for one copy; a phi with more of them keeps its copies.
 const size_t s_nMaxSpans = 4096;
 

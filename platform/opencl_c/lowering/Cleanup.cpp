@@ -7,7 +7,6 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nComponents = 4;
 const unsigned s_nMaxPasses = 8; ///< of looking for unread results; what is read only by itself isn't found by more
 
 /// Calls a function for each word of a source that is read, with the word as a reference.

@@ -10,7 +10,6 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nComponents = 4;
 const int32_t s_nSmall = 1 << 20; ///< integers up to here are written as such
 const float s_nSmallestFloat = 1e-9f;
 const float s_nLargestFloat = 1e9f;

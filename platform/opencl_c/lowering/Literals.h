@@ -1,6 +1,8 @@
 #ifndef KESTREL_PLATFORM_OPENCL_C_LOWERING_LITERALS_H
 #define KESTREL_PLATFORM_OPENCL_C_LOWERING_LITERALS_H
 
+#include "platform/opencl_c/lowering/Machine.h"
+
 #include "llvm/ADT/ArrayRef.h"
 #include "llvm/ADT/DenseMap.h"
 
@@ -33,7 +35,7 @@ public:
 private:
     struct SRegister
     {
-        std::array<uint32_t, 4> values = {};
+        std::array<uint32_t, s_nComponents> values = {};
         unsigned nUsed = 0;
     };
     /// Appends what is missing, if there is room. \return whether all are there

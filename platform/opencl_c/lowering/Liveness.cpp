@@ -115,6 +115,11 @@ private:
 
     void Collect()
     {
+        std::vector<unsigned> vEdgesFrom(m_Code.machine.Blocks().size(), 0);
+        for (const SEdge& edge : m_Code.vEdges)
+        {
+            ++vEdgesFrom[edge.nFrom];
+        }
         for (unsigned nEdge = 0; nEdge < m_Code.vEdges.size(); ++nEdge)
         {
             const SEdge& edge = m_Code.vEdges[nEdge];
@@ -129,7 +134,9 @@ private:
                 {
                     m_vCandidate[edge.from[n].nId] = true;
                 }
-                Use(edge.from[n], edge.nFrom, CopyReads(edge.nFrom));
+                // Edges of a switch may follow each other, so that one reads after another one has written.
+                const bool bAlone = vEdgesFrom[edge.nFrom] == 1;
+                Use(edge.from[n], edge.nFrom, bAlone ? CopyReads(edge.nFrom) : End(edge.nFrom));
             }
         }
         for (unsigned nBlock = 0; nBlock < m_Code.machine.Blocks().size(); ++nBlock)

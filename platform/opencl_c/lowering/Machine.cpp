@@ -7,8 +7,6 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nComponents = 4;
-
 /// What the words of one operand have in common; words of another key need an instruction of their own.
 struct SKey
 {

@@ -20,6 +20,8 @@ class DILocation;
 namespace KestrelOpenCL
 {
 
+const unsigned s_nComponents = 4; ///< of a register
+
 /// One 32-bit word of a value: a component of a virtual register, a constant, or a component of a register that is
 /// given from outside (an id, an argument in a constant buffer).
 struct SWord

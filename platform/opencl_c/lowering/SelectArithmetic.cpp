@@ -29,7 +29,7 @@ const SBinaryRow s_BinaryRows[] = {
     {Instruction::FDiv, "div", "ddiv", false},    {Instruction::FRem, "mod", nullptr, false},
 };
 
-const SBinaryRow* FindRow(unsigned nOpcode)
+const SBinaryRow* FindBinary(unsigned nOpcode)
 {
     for (const SBinaryRow& row : s_BinaryRows)
     {
@@ -107,7 +107,7 @@ void CSelector::SelectBinary(const llvm::BinaryOperator& op)
                     : m_Machine.Each(pszMnemonic, static_cast<unsigned>(a.size()), {a, Get(op.getOperand(1))}));
         return;
     }
-    const SBinaryRow& row = *FindRow(op.getOpcode());
+    const SBinaryRow& row = *FindBinary(op.getOpcode());
     const Words a = row.bSigned ? SignedSource(op.getOperand(0)) : Get(op.getOperand(0));
     const bool bSignedB = row.bSigned && !IsShift(op.getOpcode());
     Words b = bSignedB ? SignedSource(op.getOperand(1)) : Get(op.getOperand(1));
@@ -142,7 +142,7 @@ void CSelector::SelectWideBinary(const llvm::BinaryOperator& op)
     Words result;
     if (nOpcode == Instruction::And || nOpcode == Instruction::Or || nOpcode == Instruction::Xor)
     {
-        result = m_Machine.Each(FindRow(nOpcode)->psz32, nWords, {a, b});
+        result = m_Machine.Each(FindBinary(nOpcode)->psz32, nWords, {a, b});
     }
     else if (nOpcode == Instruction::Add || nOpcode == Instruction::Sub)
     {

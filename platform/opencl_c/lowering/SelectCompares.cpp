@@ -32,7 +32,7 @@ const SCompareRow s_CompareRows[] = {
     {CmpInst::FCMP_ULE, "lt", "dlt", true, true},      {CmpInst::FCMP_UGT, "ge", "dge", true, true},
 };
 
-const SCompareRow* FindRow(CmpInst::Predicate ePredicate)
+const SCompareRow* FindCompare(CmpInst::Predicate ePredicate)
 {
     for (const SCompareRow& row : s_CompareRows)
     {
@@ -75,7 +75,7 @@ Words FirstOfPairs(llvm::ArrayRef<SWord> pairs)
 
 Words CSelector::CompareIntegers(CmpInst::Predicate ePredicate, Words a, Words b, unsigned nElementWords)
 {
-    const SCompareRow& row = *FindRow(ePredicate);
+    const SCompareRow& row = *FindCompare(ePredicate);
     if (row.bSwap)
     {
         std::swap(a, b);
@@ -92,12 +92,12 @@ Words CSelector::CompareIntegers(CmpInst::Predicate ePredicate, Words a, Words b
     // Wider ones from the top down: the first words that differ decide, and only the top has a sign.
     const CmpInst::Predicate eUnsigned =
         CmpInst::isEquality(ePredicate) ? ePredicate : llvm::ICmpInst::getUnsignedPredicate(ePredicate);
-    const Words low = m_Machine.Each(FindRow(eUnsigned)->psz32, 1, {a[0], b[0]});
+    const Words low = m_Machine.Each(FindCompare(eUnsigned)->psz32, 1, {a[0], b[0]});
     SWord result = low[0];
     for (unsigned n = 1; n < nWords; ++n)
     {
         const SWord equal = m_Machine.One("ieq", {a[n], b[n]});
-        const char* const pszHere = n + 1 == nWords ? row.psz32 : FindRow(eUnsigned)->psz32;
+        const char* const pszHere = n + 1 == nWords ? row.psz32 : FindCompare(eUnsigned)->psz32;
         result = m_Machine.One("cmov_logical", {equal, result, m_Machine.One(pszHere, {a[n], b[n]})});
     }
     return {result};
@@ -123,7 +123,7 @@ Words CSelector::CompareFloats(CmpInst::Predicate ePredicate, Words a, Words b, 
             return m_Machine.Each(two.pszJoin, static_cast<unsigned>(first.size()), {first, second});
         }
     }
-    const SCompareRow& row = *FindRow(ePredicate);
+    const SCompareRow& row = *FindCompare(ePredicate);
     if (row.bSwap)
     {
         std::swap(a, b);

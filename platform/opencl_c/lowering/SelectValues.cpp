@@ -9,7 +9,6 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nWordBits = 32;
 const uint32_t s_nAllOnes = 0xFFFFFFFFu;
 
 Words WordsOf(const llvm::APInt& value)

@@ -12,12 +12,12 @@ namespace
 {
 
 /// No variable lies at address 0, which is the null pointer.
-const uint64_t s_nFirst = 16;
+const uint64_t s_nNullBytes = 16;
 
 /// \param nEnd receives the end of a block that begins at the result
 uint64_t Place(uint64_t& nEnd, uint64_t nBytes, uint64_t nAlignment)
 {
-    const uint64_t nStart = (std::max(nEnd, s_nFirst) + nAlignment - 1) / nAlignment * nAlignment;
+    const uint64_t nStart = (std::max(nEnd, s_nNullBytes) + nAlignment - 1) / nAlignment * nAlignment;
     nEnd = nStart + nBytes;
     return nStart;
 }
@@ -26,7 +26,7 @@ uint64_t Place(uint64_t& nEnd, uint64_t nBytes, uint64_t nAlignment)
 
 void CStorage::KeepLocalNull()
 {
-    m_nLocal = std::max(m_nLocal, s_nFirst);
+    m_nLocal = std::max(m_nLocal, s_nNullBytes);
 }
 
 uint32_t CStorage::GetLocal(const llvm::GlobalVariable& variable)
@@ -63,7 +63,7 @@ uint32_t CStorage::GetPrivate(const llvm::AllocaInst& variable)
 
 void CStorage::KeepConstantNull()
 {
-    m_vConstants.resize(std::max<size_t>(m_vConstants.size(), s_nFirst));
+    m_vConstants.resize(std::max<size_t>(m_vConstants.size(), s_nNullBytes));
 }
 
 uint32_t CStorage::GetConstant(const llvm::GlobalVariable& variable)

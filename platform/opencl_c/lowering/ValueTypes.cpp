@@ -8,8 +8,6 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nWordBits = 32;
-
 } // namespace
 
 CValueTypes::CValueTypes(const llvm::DataLayout& layout, bool b64BitAddresses)

@@ -14,6 +14,8 @@ class Type;
 namespace KestrelOpenCL
 {
 
+const unsigned s_nWordBits = 32;
+
 /// The address spaces of OpenCL C as LLVM numbers them.
 enum EAddressSpace : unsigned
 {

@@ -11,7 +11,6 @@ namespace
 
 const char s_Letters[] = "xyzw";
 const uint32_t s_nOne = 0x3F800000; ///< 1.0, for which swizzles have a selector
-const unsigned s_nComponents = 4;
 
 } // namespace
 
