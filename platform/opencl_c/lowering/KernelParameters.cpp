@@ -287,10 +287,6 @@ std::string WriteMetadata(const std::string& strKernel, uint32_t nWrapper,
         strText += ";sampler:sampler" + std::to_string(sampler.nSampler) + ":" + std::to_string(sampler.nSampler) +
                    ":1:" + std::to_string(sampler.nValue) + "\n";
     }
-    for (const std::string& strLine : needs.vPrintf)
-    {
-        strText += strLine;
-    }
     strText += needs.vConstants.empty() ? "" : ConstantsLine(needs.vConstants);
     strText += ";function:1:" + std::to_string(nWrapper + 1) + "\n";
     strText += ";uavid:" + std::to_string(s_nRawUav) + "\n";

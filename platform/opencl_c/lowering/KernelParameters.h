@@ -53,8 +53,7 @@ struct SKernelNeeds
     uint32_t nLocalBytes = 0;
     uint32_t nPrivateBytes = 0;
     std::vector<SSourceSampler> vSamplers;
-    std::vector<uint8_t> vConstants;  ///< of the program, byte by byte
-    std::vector<std::string> vPrintf; ///< whole lines
+    std::vector<uint8_t> vConstants; ///< of the program, byte by byte
 };
 
 const uint32_t s_nRawUav = 11;    ///< the older generation's one raw UAV

@@ -161,7 +161,6 @@ private:
         needs.nPrivateBytes = static_cast<uint32_t>((storage.GetPrivateBytes() + 15) / 16 * 16);
         needs.vSamplers = selector.GetSamplers();
         needs.vConstants = storage.GetConstants();
-        needs.vPrintf = selector.GetPrintfLines();
         const std::string strName = kernel.getName().str();
         SLoweredKernel lines;
         lines.pFunction = &kernel;

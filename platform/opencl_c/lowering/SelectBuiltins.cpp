@@ -71,11 +71,6 @@ bool CSelector::SelectBuiltin(const llvm::CallInst& call, llvm::StringRef name)
 /// Calls that clang makes of its own, beside those of the built-in functions.
 bool CSelector::SelectTranslated(const llvm::CallInst& call, llvm::StringRef name)
 {
-    if (name == "printf")
-    {
-        SelectPrintf(call);
-        return true;
-    }
     if (name != "__translate_sampler_initializer")
     {
         return false;

@@ -56,7 +56,6 @@ public:
     const CStorage& GetStorage() const { return m_Storage; }
     const std::vector<SKernelParameter>& GetParameters() const { return m_vParameters; }
     const std::vector<SSourceSampler>& GetSamplers() const { return m_vSamplers; }
-    const std::vector<std::string>& GetPrintfLines() const { return m_vPrintf; }
     const std::string& GetFaults() const { return m_strFaults; }
     unsigned GetBlockNumber(const llvm::BasicBlock* pBlock) const { return m_mapBlocks.lookup(pBlock); }
 
@@ -184,10 +183,6 @@ private:
     bool SelectInstruction(const llvm::CallInst& call, llvm::StringRef mnemonic);
     void SelectFence(const llvm::CallInst& call, bool bBarrier);
 
-    // SelectPrintf.cpp
-    void SelectPrintf(const llvm::CallInst& call);
-    std::string PrintfArgument(const Value* pArgument, Words& words);
-
     // SelectImages.cpp
     bool SelectImage(const llvm::CallInst& call, llvm::StringRef name);
     const SKernelParameter* FindParameter(const Value* pValue) const;
@@ -210,8 +205,6 @@ private:
     uint32_t m_nAnyUav = 0;                   ///< for pointers that come from who knows where
     bool m_bInlineConstants = false;          ///< pointers to the program's constants are about
     bool m_bLocal = false;
-    std::vector<std::string> m_vPrintf; ///< lines of the metadata about formats and strings
-    uint32_t m_nPrintfIds = 0;
     std::string m_strFaults;
 };
 

@@ -61,11 +61,6 @@ uint32_t CStorage::GetPrivate(const llvm::AllocaInst& variable)
     return inserted.first->second;
 }
 
-void CStorage::KeepConstantNull()
-{
-    m_vConstants.resize(std::max<size_t>(m_vConstants.size(), s_nNullBytes));
-}
-
 uint32_t CStorage::GetConstant(const llvm::GlobalVariable& variable)
 {
     const auto inserted = m_mapConstants.try_emplace(&variable, 0);

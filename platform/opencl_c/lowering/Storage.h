@@ -32,8 +32,6 @@ public:
     /// Byte offset in private memory.
     uint32_t GetPrivate(const llvm::AllocaInst& variable);
     uint32_t AddPrivate(uint64_t nBytes, uint64_t nAlignment);
-    /// Has the buffer of constants made, if only for the place of its null pointer.
-    void KeepConstantNull();
     /// Byte offset among the program's constants.
     uint32_t GetConstant(const llvm::GlobalVariable& variable);
 

@@ -84,6 +84,19 @@ TEST(ProgramBuilder, KernelsOfAModule)
     EXPECT_EQ(second.vSamplers[0].nValue, 21u);
 }
 
+TEST(ProgramBuilder, ConstantsBeginAnElementAtEachWord)
+{
+    std::string strSource = Modules::TwoKernels();
+    const std::string strLine = ";function:1:1030\n";
+    strSource.insert(strSource.find(strLine), ";constants:2:0100000002000000ff0000ff\n");
+    const SBuildResult result = Build(strSource);
+    ASSERT_TRUE(result.bOk) << result.strLog;
+    const std::vector<uint32_t> vExpected = {1, 2, 0xFF0000FF, 0, 2, 0xFF0000FF, 0, 0, 0xFF0000FF, 0, 0, 0};
+    EXPECT_EQ(result.vKernels[0].vConstants, vExpected);
+    EXPECT_TRUE(result.vKernels[1].vConstants.empty());
+    EXPECT_EQ(Rebuild(result.GetImage(), "-use-debugil").vKernels[0].vConstants, vExpected);
+}
+
 TEST(ProgramBuilder, ImagesAreWholeElfFilesForOtherReaders)
 {
     for (const char* pOptions : {"", "-g", "-g -just-kernel=second"})
@@ -241,6 +254,12 @@ TEST(ProgramBuilder, LogsSayWhichLineAndWhy)
          "error: line 5, column 1: metadata: a value line with 4 fields\n"},
         {"pointer fields", Replaced(strValue, ";value:n:i32:1:1:0", ";pointer:p:i32:1:1:0:uav:1:4"),
          "error: line 5, column 1: metadata: a pointer line of this revision has 12 fields, not 9\n"},
+        {"constants of another buffer", Replaced(strValue, ";value:n:i32:1:1:0", ";constants:3:00000000"),
+         "error: line 5, column 1: metadata: expected constants:2:WORDS with at most 65536 bytes\n"},
+        {"part of a word", Replaced(strValue, ";value:n:i32:1:1:0", ";constants:2:001122"),
+         "error: line 5, column 1: metadata: expected constants:2:WORDS with at most 65536 bytes\n"},
+        {"digits", Replaced(strValue, ";value:n:i32:1:1:0", ";constants:2:001122xx"),
+         "error: line 5, column 1: metadata: expected hexadecimal digits in the constants\n"},
         {"version", Replaced(strOne, ";version:3:1:104\n", ""),
          "error: line 2, column 1: metadata: expected the version line behind ARGSTART\n"},
         {"end", Replaced(strOne, ";ARGEND:__OpenCL_first", ";ARGEND:__OpenCL_other"),
