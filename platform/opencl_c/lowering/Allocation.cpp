@@ -20,6 +20,17 @@ public:
     CClasses(const SKernelCode& code, SLiveness& live) : m_Code(code), m_Live(live), m_vParents(live.vHulls.size())
     {
         std::iota(m_vParents.begin(), m_vParents.end(), 0u);
+        m_vEdgesFrom.resize(code.machine.Blocks().size());
+        for (const SEdge& edge : code.vEdges)
+        {
+            m_vEdgesFrom[edge.nFrom].push_back(&edge);
+        }
+        for (unsigned nBlock = 0; nBlock < live.vCopiesWritten.size(); ++nBlock)
+        {
+            m_vBehind.emplace_back(live.vCopiesWritten[nBlock], nBlock);
+        }
+        std::sort(m_vBehind.begin(), m_vBehind.end(),
+                  [](const auto& x, const auto& y) { return x.first.nFirst < y.first.nFirst; });
     }
 
     uint32_t Find(uint32_t n)
@@ -34,11 +45,6 @@ public:
 
     void JoinCopies()
     {
-        std::vector<llvm::SmallVector<const SEdge*, 2>> vEdgesFrom(m_Code.machine.Blocks().size());
-        for (const SEdge& edge : m_Code.vEdges)
-        {
-            vEdgesFrom[edge.nFrom].push_back(&edge);
-        }
         for (const SEdge& edge : m_Code.vEdges)
         {
             for (size_t n = 0; n < edge.to.size();)
@@ -50,7 +56,7 @@ public:
                 }
                 if (IsWhole(edge, n, nEnd))
                 {
-                    Join(edge.to[n].nId, edge.from[n].nId, edge, vEdgesFrom[edge.nFrom]);
+                    Join(edge.to[n].nId, edge.from[n].nId);
                 }
                 n = nEnd;
             }
@@ -75,30 +81,52 @@ private:
         return !from.bPinned && from.nComponents == to.nComponents;
     }
 
-    /// After its copy both hold the same value, so that it does no harm if the source lives on there; unless another
-    /// edge of the block copies something else to one of the two.
-    void Join(uint32_t a, uint32_t b, const SEdge& edge, llvm::ArrayRef<const SEdge*> edges)
+    /// What is copied into one of the two on the edges of a block, if it is copied from the other one or from itself,
+    /// is the value that both hold then: it does no harm that they live there at the same time.
+    bool AreEqualBehind(unsigned nBlock, uint32_t a, uint32_t b)
+    {
+        const auto IsOneOfThem = [&](const SWord& word)
+        { return word.eKind == SWord::Register && (Find(word.nId) == a || Find(word.nId) == b); };
+        for (const SEdge* const pEdge : m_vEdgesFrom[nBlock])
+        {
+            for (size_t n = 0; n < pEdge->to.size(); ++n)
+            {
+                const bool bSame = IsOneOfThem(pEdge->from[n]) && pEdge->from[n].nComponent == pEdge->to[n].nComponent;
+                if (IsOneOfThem(pEdge->to[n]) && !bSame)
+                {
+                    return false;
+                }
+            }
+        }
+        return true;
+    }
+
+    /// The block of which a stretch lies behind the copies of its edges, -1 for none.
+    int FindBlockBehind(const SSpan& span) const
+    {
+        auto it = std::upper_bound(m_vBehind.begin(), m_vBehind.end(), span.nFirst,
+                                   [](uint32_t nFirst, const auto& entry) { return nFirst < entry.first.nFirst; });
+        if (it == m_vBehind.begin())
+        {
+            return -1;
+        }
+        --it;
+        return span.nLast <= it->first.nLast ? static_cast<int>(it->second) : -1;
+    }
+
+    void Join(uint32_t a, uint32_t b)
     {
         a = Find(a);
         b = Find(b);
-        const auto IsOneOfThem = [&](const SWord& word)
-        { return word.eKind == SWord::Register && (Find(word.nId) == a || Find(word.nId) == b); };
-        bool bOther = false;
-        for (const SEdge* const pOther : edges)
-        {
-            for (size_t n = 0; n < pOther->to.size() && pOther != &edge; ++n)
-            {
-                // The same value may go both ways.
-                const bool bSame =
-                    IsOneOfThem(pOther->from[n]) && pOther->from[n].nComponent == pOther->to[n].nComponent;
-                bOther = bOther || (IsOneOfThem(pOther->to[n]) && !bSame);
-            }
-        }
-        const SSpan none;
         Spans& spansA = m_Live.vSpans[a];
         Spans& spansB = m_Live.vSpans[b];
         if (a == b || spansA.size() + spansB.size() > s_nMaxSpans ||
-            Meet(spansA, spansB, bOther ? none : m_Live.vCopiesWritten[edge.nFrom]))
+            Meet(spansA, spansB,
+                 [&](const SSpan& both)
+                 {
+                     const int nBlock = FindBlockBehind(both);
+                     return nBlock < 0 || !AreEqualBehind(static_cast<unsigned>(nBlock), a, b);
+                 }))
         {
             return;
         }
@@ -112,6 +140,8 @@ private:
     const SKernelCode& m_Code;
     SLiveness& m_Live;
     std::vector<uint32_t> m_vParents;
+    std::vector<llvm::SmallVector<const SEdge*, 2>> m_vEdgesFrom; ///< by block
+    std::vector<std::pair<SSpan, unsigned>> m_vBehind;            ///< the stretches behind blocks' copies, in order
 };
 
 /// Temps and until when their components are taken.

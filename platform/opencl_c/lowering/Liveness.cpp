@@ -275,27 +275,16 @@ private:
 
 } // namespace
 
-bool Meet(const Spans& a, const Spans& b, const SSpan& except)
+bool Meet(const Spans& a, const Spans& b, llvm::function_ref<bool(const SSpan&)> counts)
 {
     for (auto itA = a.begin(), itB = b.begin(); itA != a.end() && itB != b.end();)
     {
-        if (itA->nLast < itB->nFirst)
-        {
-            ++itA;
-        }
-        else if (itB->nLast < itA->nFirst)
-        {
-            ++itB;
-        }
-        else if (std::max(itA->nFirst, itB->nFirst) >= except.nFirst &&
-                 std::min(itA->nLast, itB->nLast) <= except.nLast)
-        {
-            itA->nLast < itB->nLast ? ++itA : ++itB;
-        }
-        else
+        const SSpan both = {std::max(itA->nFirst, itB->nFirst), std::min(itA->nLast, itB->nLast)};
+        if (!both.IsEmpty() && counts(both))
         {
             return true;
         }
+        itA->nLast < itB->nLast ? ++itA : ++itB;
     }
     return false;
 }

@@ -3,6 +3,8 @@
 
 #include "platform/opencl_c/lowering/Allocation.h"
 
+#include "llvm/ADT/STLFunctionalExtras.h"
+
 namespace KestrelOpenCL
 {
 
@@ -38,8 +40,8 @@ struct SLiveness
 
 SLiveness FindLiveness(const SKernelCode& code, const std::vector<SFlowStep>& vSteps, unsigned nGuards);
 
-/// \param except a stretch in which a meeting doesn't count
-bool Meet(const Spans& a, const Spans& b, const SSpan& except);
+/// Whether there is a stretch that is part of both and of which the function says that it counts.
+bool Meet(const Spans& a, const Spans& b, llvm::function_ref<bool(const SSpan&)> counts);
 Spans Union(const Spans& a, const Spans& b);
 
 } // namespace KestrelOpenCL
