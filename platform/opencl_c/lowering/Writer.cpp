@@ -35,6 +35,12 @@ void CWriter::Line(std::string strLine, const llvm::DILocation* pLocation)
         m_Body.vLines.push_back(m_pPendingLocation);
         m_strPendingIf.clear();
     }
+    if (m_bPendingElse)
+    {
+        m_Body.strText += "else\n";
+        m_Body.vLines.push_back(m_pPendingLocation);
+        m_bPendingElse = false;
+    }
     m_Body.strText += strLine + "\n";
     m_Body.vLines.push_back(pLocation);
 }
@@ -84,7 +90,13 @@ void CWriter::WriteStep(const SRegionStep& step, const SFlowStep& flow)
         WriteBranch(step, flow);
         break;
     case SRegionStep::Else:
-        Line("else", pLocation);
+        if (!m_strPendingIf.empty())
+        {
+            Line("else", pLocation);
+            break;
+        }
+        m_bPendingElse = true;
+        m_pPendingLocation = pLocation;
         break;
     case SRegionStep::EndIf:
         if (!m_strPendingIf.empty())
@@ -92,6 +104,7 @@ void CWriter::WriteStep(const SRegionStep& step, const SFlowStep& flow)
             m_strPendingIf.clear(); // nothing in it
             break;
         }
+        m_bPendingElse = false; // the same
         Line("endif", pLocation);
         break;
     case SRegionStep::Loop:
@@ -150,7 +163,7 @@ void CWriter::WriteBranch(const SRegionStep& step, const SFlowStep& flow)
         pLocation = condition.pLocation;
     }
     const std::string strLine = std::string(bNotZero ? "if_logicalnz " : "if_logicalz ") + strOperand;
-    if (!m_strPendingIf.empty())
+    if (!m_strPendingIf.empty() || m_bPendingElse)
     {
         Line(strLine, pLocation);
         return;

@@ -52,6 +52,7 @@ private:
     SBody m_Body;
     /// An `if` that hasn't been written yet: with nothing but a `break` or `continue` in it, both are one line.
     std::string m_strPendingIf;
+    bool m_bPendingElse = false; ///< the same of an `else`, which goes if nothing is in it
     const llvm::DILocation* m_pPendingLocation = nullptr;
 };
 
