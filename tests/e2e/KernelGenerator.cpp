@@ -293,7 +293,7 @@ void CKernelGenerator::Call(const SScope& scope)
     SFunction& function =
         m_vPending[bAgain ? Below(static_cast<unsigned int>(m_vPending.size())) : m_vPending.size() - 1];
     function.nDepth = std::max(function.nDepth, scope.nDepth + 1);
-    if (IsMore() && Chance(30))
+    if (m_Features.bCallsIf && Chance(30))
     {
         Condition();
         return Line(std::string(Chance(50) ? "call_logicalnz" : "call_logicalz") + " r5.x, " +

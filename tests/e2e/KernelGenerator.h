@@ -31,6 +31,7 @@ struct SKernelFeatures
     bool bLocal = false;      ///< the same in local memory, with barriers
     bool bAllReading = false; ///< atomics that give what was there before, of every kind; sessions refuse most of them
     bool bMacros = false;     ///< outline macros that run several times
+    bool bCallsIf = false;    ///< calls on conditions
     bool bPrivateInMain = false; ///< the private UAV is declared in the main body
     bool bOlder = false;         ///< for the older device: 32-bit addresses, one raw UAV, private memory in an array
 };

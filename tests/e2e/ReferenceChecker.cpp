@@ -91,8 +91,7 @@ void CReferenceChecker::Report(const std::string& strText)
 bool CReferenceChecker::IsExpected(size_t nMoment) const
 {
     const SMoment& moment = m_Run.GetMoments()[nMoment].moment;
-    const bool bLabel = moment.strName == "case" || moment.strName == "default";
-    return !moment.position.vCalls.empty() && (!moment.IsUnreached() || (bLabel && !m_Plan.bStrictSwitches));
+    return !moment.position.vCalls.empty() && !moment.IsUnreached();
 }
 
 ovkclDebugCommand CReferenceChecker::OnStarted(CSession& session)
@@ -285,10 +284,6 @@ void CReferenceChecker::Check(CSession& session)
 
 void CReferenceChecker::CheckMask(const CSession& session, const SMoment& moment)
 {
-    if (!m_Plan.bStrictSwitches && (moment.strName == "switch" || moment.strName == "break"))
-    {
-        return;
-    }
     const SMaskView view = session.GetMask();
     const Mask got(view.pActive, view.pActive + view.nItems);
     if (got != moment.vAfter)

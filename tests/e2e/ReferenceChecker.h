@@ -28,7 +28,6 @@ public:
 
     struct SPlan
     {
-        bool bStrictSwitches = true; ///< false: no masks in and no places between labels where nobody is
         bool b64Bit = true;
         unsigned int nBackPercent = 0;     ///< how often some steps are taken back
         std::vector<SStop> vStops;         ///< of a stepping session; for one with breakpoints

@@ -25,7 +25,7 @@ const uint32_t s_nDefaultSeeds = 40;
 const uint32_t s_nDefaultStopSeeds = 12;
 #else
 const uint32_t s_nDefaultSeeds = 150;
-const uint32_t s_nDefaultStopSeeds = 60;
+const uint32_t s_nDefaultStopSeeds = 80;
 #endif
 
 uint32_t FromEnvironment(const char* pszName, uint32_t nDefault)
@@ -47,6 +47,7 @@ struct SFamily
 {
     const char* pszName;
     SKernelFeatures features;
+    bool bSettled = true; ///< sessions agree with the machine; the others are compared on request
 };
 
 SKernelFeatures Features(const char* pszLetters)
@@ -61,6 +62,7 @@ SKernelFeatures Features(const char* pszLetters)
         features.bAllReading = features.bAllReading || *p == 'A';
         features.bMacros = features.bMacros || *p == 'M';
         features.bMore = true;
+        features.bCallsIf = features.bCallsIf || *p == 'C';
         features.bPrivateInMain = features.bPrivateInMain || *p == 'P';
         features.bOlder = features.bOlder || *p == 'O';
     }
@@ -155,8 +157,8 @@ std::vector<std::string> CheckStops(const SLaunchFile& file, uint32_t nSeed, STo
     std::mt19937 engine(nSeed);
     CReferenceChecker::SPlan plan;
     plan.b64Bit = file.strDevice == "Quench";
-    plan.bStrictSwitches = FromEnvironment("KESTREL_STRICT", 1) != 0;
-    plan.bMemory = FromEnvironment("KESTREL_MEMORY", 1) != 0;
+    // Memory at a stop is that of the kernel's run so far only where no store follows in the same block.
+    plan.bMemory = FromEnvironment("KESTREL_MEMORY", 0) != 0;
     plan.nBackPercent = FromEnvironment("KESTREL_BACK", 1) != 0 && nSeed % 2 == 0 ? 8 : 0;
     if (nSeed % 5 == 3)
     {
@@ -277,9 +279,9 @@ TEST_P(Reference, PlainRunsOfThePlatformAgree)
 /// One kernel alone is also printed, and made as small as it can be.
 TEST_P(Reference, EveryStopAgrees)
 {
-    if (std::getenv("KESTREL_SEEDS") == nullptr)
+    if (!GetParam().bSettled && std::getenv("KESTREL_SEEDS") == nullptr)
     {
-        GTEST_SKIP() << "sessions don't agree with the machine yet: KESTREL_SEEDS=10 shows where";
+        GTEST_SKIP() << "sessions don't agree with the machine here yet: KESTREL_SEEDS=10 shows where";
     }
     STotals totals;
     CheckSeeds(GetParam(), s_nDefaultStopSeeds,
@@ -287,10 +289,11 @@ TEST_P(Reference, EveryStopAgrees)
     std::cout << totals.nHalts << " stops by steps, " << totals.nRunHalts << " by runs\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(Families, Reference,
-                         testing::Values(SFamily{"Plain", Features("-")}, SFamily{"PrivateInMain", Features("P")},
-                                         SFamily{"Returns", Features("R")}, SFamily{"Jumps", Features("J")},
-                                         SFamily{"Global", Features("G")}, SFamily{"Local", Features("L")},
-                                         SFamily{"Macros", Features("M")}, SFamily{"All", Features("RJGLM")},
-                                         SFamily{"AllOlder", Features("RJGLMO")}, SFamily{"Older", Features("O")}),
-                         [](const testing::TestParamInfo<SFamily>& info) { return info.param.pszName; });
+INSTANTIATE_TEST_SUITE_P(
+    Families, Reference,
+    testing::Values(SFamily{"Plain", Features("-")}, SFamily{"PrivateInMain", Features("P"), false},
+                    SFamily{"CallsIf", Features("C"), false}, SFamily{"Returns", Features("R"), false},
+                    SFamily{"Jumps", Features("J")}, SFamily{"Global", Features("G")}, SFamily{"Local", Features("L")},
+                    SFamily{"Macros", Features("M"), false}, SFamily{"All", Features("RJGLM"), false},
+                    SFamily{"AllOlder", Features("RJGLMO"), false}, SFamily{"Older", Features("O")}),
+    [](const testing::TestParamInfo<SFamily>& info) { return info.param.pszName; });
