@@ -115,18 +115,23 @@ unsigned int CListing::GetNextInstruction(unsigned int nLine) const
     return it != m_mapNumbers.end() ? it->first : NoLine;
 }
 
+unsigned int CListing::FollowCall(unsigned int nLine) const
+{
+    if (nLine == NoLine || GetMnemonic(nLine) != "call")
+    {
+        return nLine;
+    }
+    return GetFunction(static_cast<unsigned int>(std::strtoul(GetLine(nLine).c_str() + 5, nullptr, 0)));
+}
+
 unsigned int CListing::GetEntry() const
 {
-    if (m_vInstructionLines.empty())
-    {
-        return NoLine;
-    }
-    const unsigned int nFirst = m_vInstructionLines.front();
-    if (GetMnemonic(nFirst) != "call")
-    {
-        return nFirst;
-    }
-    return GetFunction(static_cast<unsigned int>(std::strtoul(GetLine(nFirst).c_str() + 5, nullptr, 0)));
+    return m_vInstructionLines.empty() ? NoLine : FollowCall(m_vInstructionLines.front());
+}
+
+unsigned int CListing::GetFirstStop() const
+{
+    return FollowCall(GetNextInstruction(GetEntry()));
 }
 
 unsigned int CListing::GetInstructionNumber(unsigned int nLine) const

@@ -32,6 +32,8 @@ public:
     /// The line that a debug session executes first: the main body's first instruction, or where
     /// that leads if it is a call.
     unsigned int GetEntry() const;
+    /// The line at which it stands then: the entry's next instruction, or where that leads if it is a call.
+    unsigned int GetFirstStop() const;
     /// The instruction's number; NoLine for a line without one.
     unsigned int GetInstructionNumber(unsigned int nLine) const;
     /// The line of an instruction; NoLine for a number that isn't there.
@@ -40,6 +42,9 @@ public:
     unsigned int GetFunction(unsigned int nLabel) const;
 
 private:
+    /// The function that the line calls; the line itself if it is no call.
+    unsigned int FollowCall(unsigned int nLine) const;
+
     std::vector<std::string> m_vLines;
     std::vector<unsigned int> m_vInstructionLines;
     std::map<unsigned int, unsigned int> m_mapNumbers; ///< line to instruction

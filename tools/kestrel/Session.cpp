@@ -189,7 +189,7 @@ void CSession::NoteStop()
     {
         // The session opens with its first instruction executed, so the first step takes the one
         // that follows.
-        m_nUpcomingLine = GetListing().GetNextInstruction(GetListing().GetEntry());
+        m_nUpcomingLine = GetListing().GetFirstStop();
     }
     m_nExecutedLine = m_nUpcomingLine;
     m_nUpcomingLine = GetNextLine();

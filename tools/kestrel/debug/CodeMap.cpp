@@ -58,7 +58,7 @@ CCodeMap::CCodeMap(const CListing& listing)
             NoteCall(nLine, ReadLabel(strLine), true);
         }
     }
-    m_nFirstStop = listing.GetNextInstruction(listing.GetEntry());
+    m_nFirstStop = listing.GetFirstStop();
 }
 
 void CCodeMap::FindFunctions(const CListing& listing)
