@@ -248,17 +248,19 @@ void CSessionChecker::CheckPrivate(CSession& session, const SPosition& position)
     {
         return;
     }
-    m_vPrivate.resize(pObservation->vActive.size() * s_nPrivateWords);
+    // A record has the 16 bytes from the store's address on, whatever part of them was written.
+    const size_t nBytes = s_nPrivateWords * sizeof(uint32_t);
+    m_vPrivate.resize(pObservation->vActive.size() * nBytes);
     for (size_t i = 0; i < pObservation->vActive.size(); ++i)
     {
-        const size_t nWord = pObservation->vIndices[i] / sizeof(uint32_t);
-        if (pObservation->vActive[i] && nWord < s_nPrivateWords)
+        const size_t nAddress = pObservation->vIndices[i];
+        if (pObservation->vActive[i] && nAddress < nBytes)
         {
-            m_vPrivate[i * s_nPrivateWords + nWord] = pObservation->vValues[i][0];
+            std::memcpy(&m_vPrivate[i * nBytes + nAddress], &pObservation->vValues[i][0],
+                        std::min(sizeof pObservation->vValues[i], nBytes - nAddress));
         }
     }
-    const std::vector<unsigned char> vGot =
-        session.GetPrivateMemory(pObservation->vActive.size(), 0, s_nPrivateWords * sizeof(uint32_t));
+    const std::vector<unsigned char> vGot = session.GetPrivateMemory(pObservation->vActive.size(), 0, nBytes);
     if (std::memcmp(vGot.data(), m_vPrivate.data(), vGot.size()) != 0)
     {
         Report("private memory differs");

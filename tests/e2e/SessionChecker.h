@@ -62,7 +62,7 @@ private:
     std::unique_ptr<CTextStructure> m_pStructure;
     std::unique_ptr<CStopTracker> m_pTracker;
     std::map<std::string, Values> m_mapKnown; ///< what each register must read, by its name
-    std::vector<uint32_t> m_vPrivate;         ///< what the first words of private memory must read, by work-item
+    std::vector<unsigned char> m_vPrivate;    ///< what the first words of private memory must read, by work-item
     /// How far the session's copies of a page of memory lie from the page of the plain run.
     std::map<uint32_t, std::set<uint32_t>> m_mapPages;
     size_t m_nMaxCopies = 1; ///< a memory object that is passed more than once has as many copies
