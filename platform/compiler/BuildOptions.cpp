@@ -42,12 +42,12 @@ const SPlainOption s_PlainOptions[] = {
 };
 
 const std::string_view s_JustKernel = "-just-kernel=";
-const std::string_view s_Blanks = " \t\r\n\v\f";
+const std::string_view s_OptionBlanks = " \t\r\n\v\f";
 
 /// The next word of a text, unquoted; none at its end.
 std::optional<std::string> TakeWord(std::string_view& text)
 {
-    const size_t nStart = text.find_first_not_of(s_Blanks);
+    const size_t nStart = text.find_first_not_of(s_OptionBlanks);
     if (nStart == std::string_view::npos)
     {
         return std::nullopt;
@@ -55,7 +55,7 @@ std::optional<std::string> TakeWord(std::string_view& text)
     std::string strWord;
     char cQuote = '\0';
     size_t n = nStart;
-    for (; n < text.size() && (cQuote != '\0' || s_Blanks.find(text[n]) == std::string_view::npos); ++n)
+    for (; n < text.size() && (cQuote != '\0' || s_OptionBlanks.find(text[n]) == std::string_view::npos); ++n)
     {
         const char c = text[n];
         const bool bMore = n + 1 < text.size();

@@ -143,15 +143,22 @@ private:
     bool m_bVersion = false;
 };
 
-const CReader::SLineKind CReader::s_LineKinds[] = {
-    {"ARGSTART", 2, 2, &CReader::ReadStart},           {"ARGEND", 2, 2, &CReader::ReadEnd},
-    {"version", 4, 4, &CReader::ReadVersion},          {"device", 2, 2, &CReader::ReadDevice},
-    {"uniqueid", 2, 2, &CReader::ReadUniqueId},        {"memory", 2, 3, &CReader::ReadMemory},
-    {"mem64bitABI", 1, 1, &CReader::Read64Bit},        {"value", 6, 6, &CReader::ReadValue},
-    {"pointer", 9, 12, &CReader::ReadPointer},         {"image", 7, 7, &CReader::ReadImage},
-    {"sampler", 5, 5, &CReader::ReadSampler},          {"counter", 6, 6, &CReader::ReadCounter},
-    {"arginfo", 7, 7, &CReader::ReadArgumentInfo},     {"attributes", 2, 2, &CReader::ReadAttributes},
-    {"printf", 4, s_nMostFields, &CReader::ReadFormat}, {"constants", 3, 3, &CReader::ReadConstants}};
+const CReader::SLineKind CReader::s_LineKinds[] = {{"ARGSTART", 2, 2, &CReader::ReadStart},
+                                                   {"ARGEND", 2, 2, &CReader::ReadEnd},
+                                                   {"version", 4, 4, &CReader::ReadVersion},
+                                                   {"device", 2, 2, &CReader::ReadDevice},
+                                                   {"uniqueid", 2, 2, &CReader::ReadUniqueId},
+                                                   {"memory", 2, 3, &CReader::ReadMemory},
+                                                   {"mem64bitABI", 1, 1, &CReader::Read64Bit},
+                                                   {"value", 6, 6, &CReader::ReadValue},
+                                                   {"pointer", 9, 12, &CReader::ReadPointer},
+                                                   {"image", 7, 7, &CReader::ReadImage},
+                                                   {"sampler", 5, 5, &CReader::ReadSampler},
+                                                   {"counter", 6, 6, &CReader::ReadCounter},
+                                                   {"arginfo", 7, 7, &CReader::ReadArgumentInfo},
+                                                   {"attributes", 2, 2, &CReader::ReadAttributes},
+                                                   {"printf", 4, s_nMostFields, &CReader::ReadFormat},
+                                                   {"constants", 3, 3, &CReader::ReadConstants}};
 
 bool CReader::Read(std::string_view text, SDiagnostic& diag)
 {

@@ -349,7 +349,7 @@ Words CMachine::Gather(llvm::ArrayRef<SWord> words)
     {
         return Words(words.begin(), words.end());
     }
-    const Words result = NewWords(static_cast<unsigned>(words.size()));
+    Words result = NewWords(static_cast<unsigned>(words.size()));
     Move(result, words);
     return result;
 }

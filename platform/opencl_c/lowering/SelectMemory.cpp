@@ -109,7 +109,7 @@ Words CSelector::LoadRaw(const SPlace& place, unsigned nCount)
     known.bUnknown = false;
     if (place.bUnknown)
     {
-        const Words result = m_Machine.NewWords(nCount);
+        Words result = m_Machine.NewWords(nCount);
         const SWord low = m_Machine.One("ult", {place.address[0], LiteralWord(0x10000)});
         const SWord isInline =
             place.address.size() == 1

@@ -88,7 +88,7 @@ Words CSelector::GetExpression(const llvm::ConstantExpr& expression)
     const llvm::DILocation* const pLocation = m_Machine.GetLocation();
     Select(*pInstruction);
     m_Machine.SetLocation(pLocation);
-    const Words words = Get(pInstruction);
+    Words words = Get(pInstruction);
     m_mapValues.erase(pInstruction);
     pInstruction->deleteValue();
     return words;

@@ -189,7 +189,6 @@ private:
     CFixedRegisters MakeFixedRegisters(unsigned int nLocalBytes);
     void TakeLocalSize();
 
-    const CLibraries& m_Lib;
     const SPlatformControl* const m_pControl; ///< null on another platform than the software one
     IEventSink& m_Sink;
     CLaunch m_Launch;

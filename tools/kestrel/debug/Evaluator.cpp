@@ -157,11 +157,6 @@ double CombineFloats(ENode eNode, double fLeft, double fRight)
     }
 }
 
-bool IsComparison(ENode eNode)
-{
-    return eNode >= ENode::Less && eNode <= ENode::NotEqual;
-}
-
 /// && and ||: the right side isn't asked where the left one has settled the answer.
 void CombineLogic(const SExpressionNode& node, SLanes& left, const SLanes& right, size_t nCount)
 {

@@ -39,6 +39,11 @@ enum class ENode
     Count
 };
 
+inline bool IsComparison(ENode eNode)
+{
+    return eNode >= ENode::Less && eNode <= ENode::NotEqual;
+}
+
 /// What a node gives. Open: registers alone, so that what stands beside decides.
 enum class EValue
 {

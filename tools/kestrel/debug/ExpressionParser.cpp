@@ -51,11 +51,6 @@ const SCast s_Casts[] = {{"int", ERead::Int, EValue::Int, 1},
 
 const char* const s_Aggregates[] = {"any", "all", "count"};
 
-bool IsComparison(ENode eNode)
-{
-    return eNode >= ENode::Less && eNode <= ENode::NotEqual;
-}
-
 bool IsBitwise(ENode eNode)
 {
     return (eNode >= ENode::ShiftLeft && eNode <= ENode::BitXor) || eNode == ENode::Complement;
