@@ -128,6 +128,11 @@ public:
             const std::vector<uint32_t> vZeros(m_Kernel.buffers[nOutput].size());
             Transfer(nOutput, const_cast<uint32_t*>(vZeros.data()), true);
         }
+        for (const size_t nExpected : m_Kernel.vExpected)
+        {
+            std::fill(m_Kernel.buffers[nExpected].begin(), m_Kernel.buffers[nExpected].end(), 0);
+        }
+        m_Kernel.runHost();
         Run();
         for (size_t n = 0; n < m_Kernel.vOutputs.size(); ++n)
         {

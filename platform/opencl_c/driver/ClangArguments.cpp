@@ -16,6 +16,8 @@ const char* const s_ppszAlways[] = {
     "-emit-llvm-only", "-disable-llvm-passes", "-disable-O0-optnone", "-x", "cl", "-cl-kernel-arg-info",
     // OpenCL C says little of inline: as C99 has it, an inline function that isn't static would be nowhere defined.
     "-fgnu89-inline",
+    // Without marks of how long a variable lives, a break leads straight out of its loop.
+    "-disable-lifetime-markers",
     // Built-in functions come from a table, and are declared when they are named.
     "-fdeclare-opencl-builtins", "-finclude-default-header", "-fbracket-depth", "256", "-ferror-limit", "50",
     "-fmacro-backtrace-limit", "4",
