@@ -50,6 +50,7 @@ bool DecodeKernels(SBuildResult& build, ExecutableKernels& vKernels, std::string
             return false;
         }
         pKernel->m_compiled = std::move(compiled);
+        pKernel->m_pImage = build.pImage;
         vKernels.push_back(std::move(pKernel));
     }
     return true;

@@ -1,4 +1,7 @@
 #include "platform/runtime/KernelLaunch.h"
+#include "platform/compiler/ElfReader.h"
+#include "platform/compiler/ProgramImage.h"
+#include "platform/compiler/SourceLines.h"
 
 #include "platform/runtime/Counters.h"
 #include "platform/runtime/Image.h"
@@ -280,9 +283,32 @@ cl_int BindArguments(const CKernel& kernel, SPreparedLaunch& prepared)
     return binder.Finish();
 }
 
+/// "kernel.cl:14" for an instruction, "" if the source isn't known.
+std::string FindSourcePlace(const SExecutableKernel& kernel, uint32_t nInstruction)
+{
+    const std::vector<uint32_t>& vLines = kernel.m_compiled.vLines;
+    if (!kernel.m_pImage || nInstruction >= vLines.size() || vLines[nInstruction] == 0)
+        return {};
+    const std::vector<char>& vImage = kernel.m_pImage->GetBytes();
+    KestrelPlatform::CElfReader elf;
+    std::string strFault;
+    std::string_view section;
+    if (!elf.Read(vImage.data(), vImage.size(), strFault) || !elf.FindSection(KestrelPlatform::s_LineSection, section))
+        return {};
+    return KestrelPlatform::CSourceLines(section).Find(vLines[nInstruction] - 1);
+}
+
+/// "instruction 12", with the place in the source if it is known.
+std::string NameInstruction(const SExecutableKernel& kernel, uint32_t nInstruction)
+{
+    const std::string strPlace = FindSourcePlace(kernel, nInstruction);
+    return "instruction " + std::to_string(nInstruction) + (strPlace.empty() ? "" : " (" + strPlace + ")");
+}
+
 struct SLastFault
 {
     std::mutex m_mutex;
+    std::shared_ptr<const SExecutableKernel> m_pExecutable;
     SPlatformFault m_fault{};
     std::vector<SPlatformFaultRecord> m_vRecords;
     SPlatformEnd m_end{PLATFORM_END_COMPLETE, 0, ~cl_ulong(0)};
@@ -335,6 +361,7 @@ void KeepFault(SPreparedLaunch& prepared, const SLaunchResult& result)
         vRecords.push_back(MakeRecord(record));
     SLastFault& last = LastFault();
     std::lock_guard<std::mutex> lock(last.m_mutex);
+    last.m_pExecutable = prepared.m_pExecutable;
     last.m_fault = fault;
     last.m_vRecords.swap(vRecords);
     last.m_end = MakeEnd(result);
@@ -351,16 +378,16 @@ void ReportFault(const SPreparedLaunch& prepared, const SLaunchResult& result)
                                     " accesses outside memory, the first a " +
                                     (result.firstBadAccess.bWrite ? "write" : "read") + " at address " +
                                     std::to_string(result.firstBadAccess.nAddress) + " by work-item " +
-                                    std::to_string(result.firstBadAccess.nWorkItem) + " at instruction " +
-                                    std::to_string(result.firstBadAccess.nInstruction));
+                                    std::to_string(result.firstBadAccess.nWorkItem) + " at " +
+                                    NameInstruction(*prepared.m_pExecutable, result.firstBadAccess.nInstruction));
     if (result.nUnreachedBarriers != 0)
         prepared.m_pContext->Report(strKernel + std::to_string(result.nUnreachedBarriers) +
                                     " barriers that part of a work-group didn't reach");
     if (result.eStatus == SLaunchResult::InstructionLimit)
         prepared.m_pContext->Report(
             strKernel + "stopped at the limit of " + std::to_string(prepared.m_launch.nInstructionLimit) +
-            " instructions for a work-group, work-item " + std::to_string(result.nStopWorkItem) + " at instruction " +
-            std::to_string(result.nStopInstruction));
+            " instructions for a work-group, work-item " + std::to_string(result.nStopWorkItem) + " at " +
+            NameInstruction(*prepared.m_pExecutable, result.nStopInstruction));
 }
 
 } // namespace
@@ -433,6 +460,13 @@ cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers)
     const size_t nGiven = std::min<size_t>(pBuffers ? nBuffers : 0, last.m_vBuffers.size());
     std::copy_n(last.m_vBuffers.begin(), nGiven, pBuffers);
     return static_cast<cl_uint>(last.m_vBuffers.size());
+}
+
+std::string GetSourcePlace(cl_uint nInstruction)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    return last.m_pExecutable ? FindSourcePlace(*last.m_pExecutable, nInstruction) : std::string();
 }
 
 SPlatformFault GetLastFault()

@@ -45,6 +45,9 @@ SPlatformSizes GetLastSizes();
 /// Its buffers, up to nBuffers of them. \return how many there were
 cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers);
 
+/// "file:line" for an instruction of the last kernel run, "" if the source isn't known.
+std::string GetSourcePlace(cl_uint nInstruction);
+
 } // namespace KestrelPlatform::Runtime
 
 #endif

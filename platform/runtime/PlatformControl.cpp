@@ -78,6 +78,14 @@ uint32_t ReadLastBuffers(SPlatformBuffer* pBuffers, uint32_t nBuffers)
     return Runtime::GetLastBuffers(pBuffers, nBuffers);
 }
 
+uint32_t ReadSourcePlace(uint32_t nInstruction, char* pszPlace, uint32_t nBytes)
+{
+    const std::string strPlace = Runtime::GetSourcePlace(nInstruction);
+    if (pszPlace && nBytes > 0)
+        pszPlace[strPlace.copy(pszPlace, nBytes - 1)] = '\0';
+    return static_cast<uint32_t>(strPlace.size() + 1);
+}
+
 void ResetAll()
 {
     Runtime::BreakRuns(false);
@@ -108,6 +116,7 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadLastEnd,
         &ReadLastSizes,
         &ReadLastBuffers,
+        &ReadSourcePlace,
     };
     return &s_control;
 }

@@ -162,6 +162,9 @@ struct SPlatformControl
     void (*GetLastSizes)(struct SPlatformSizes* pSizes);
     /// The buffers of the last kernel run, up to nBuffers of them. \return how many there were
     uint32_t (*GetLastBuffers)(struct SPlatformBuffer* pBuffers, uint32_t nBuffers);
+    /// Where in its source an instruction of the last kernel run's program stands, "kernel.cl:14", as a text of at most
+    /// nBytes with its zero; "" if that isn't known. \return the bytes that the whole text takes
+    uint32_t (*GetSourcePlace)(uint32_t nInstruction, char* pszPlace, uint32_t nBytes);
 };
 
 #endif

@@ -19,6 +19,7 @@ struct SExecutableKernel
 {
     SCompiledKernel m_compiled;
     std::shared_ptr<const KestrelPlatform::CProgram> m_pDecoded;
+    std::shared_ptr<const KestrelPlatform::CProgramImage> m_pImage; ///< of the whole program, or null
 };
 
 using ExecutableKernels = std::vector<std::shared_ptr<const SExecutableKernel>>;

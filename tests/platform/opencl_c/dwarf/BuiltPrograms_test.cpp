@@ -5,6 +5,7 @@
 
 using namespace KestrelTests;
 using KestrelTest::COpenCLDevice;
+using KestrelTest::COpenCLFailure;
 using KestrelTest::COpenCLProgram;
 
 namespace
@@ -39,7 +40,49 @@ std::vector<char> GetBinary(COpenCLDevice& device, const COpenCLProgram& program
     return vBinary;
 }
 
+std::string SourcePlace(uint32_t nInstruction)
+{
+    char place[64] = {};
+    EXPECT_LE(Control().GetSourcePlace(nInstruction, place, sizeof place), sizeof place);
+    return place;
+}
+
+/// The options, and whether the program goes through its binary.
+class BuiltPrograms : public testing::TestWithParam<std::tuple<const char*, bool>>
+{
+};
+
 } // namespace
+
+TEST_P(BuiltPrograms, NameTheLineOfAFault)
+{
+    COpenCLDevice device("Quench");
+    const COpenCLProgram source(device, s_szSource, std::get<0>(GetParam()));
+    const std::vector<char> vBinary = GetBinary(device, source);
+    EXPECT_EQ(Complaints(vBinary), "");
+    COpenCLProgram binary(device, vBinary);
+    COpenCLProgram other(device, s_szSource, std::get<0>(GetParam()));
+    COpenCLProgram& program = std::get<1>(GetParam()) ? binary : other;
+    const auto data = device.Buffer(std::vector<cl_int>(8));
+    program.Run("faulty", {{8}, {}, {}}, data);
+    SPlatformFault fault = {};
+    Control().GetLastFault(&fault);
+    ASSERT_EQ(fault.nBadAccesses, 1U);
+    EXPECT_EQ(fault.nWorkItem, 5U);
+    EXPECT_EQ(SourcePlace(fault.nInstruction), "kernel.cl:3");
+
+    Control().SetInstructionLimit(5000);
+    EXPECT_THROW(program.Run("endless", {{1}, {}, {}}, data), COpenCLFailure);
+    Control().SetInstructionLimit(0);
+    SPlatformEnd end = {};
+    Control().GetLastEnd(&end);
+    const std::string strPlace = SourcePlace(end.nInstruction);
+    EXPECT_TRUE(strPlace == "kernel.cl:13" || strPlace == "kernel.cl:15") << strPlace;
+    EXPECT_EQ(SourcePlace(100000), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Roads, BuiltPrograms,
+                         testing::Combine(testing::Values("", "-g"), testing::Values(false, true)));
 
 TEST(DebugDataInBinaries, OutlivesChangesOfTheImage)
 {
