@@ -17,7 +17,7 @@ const unsigned s_nMaxSteps = 64; ///< that are gone back to find where a pointer
 } // namespace
 
 /// The sum of an address and a number that is known.
-Words CSelector::AddOffset(llvm::ArrayRef<SWord> address, int64_t nOffset)
+Words CSelector::AddOffset(llvm::ArrayRef<SWord> address, uint64_t nOffset)
 {
     const SWord low = LiteralWord(static_cast<uint32_t>(nOffset));
     if (nOffset == 0)
@@ -30,11 +30,10 @@ Words CSelector::AddOffset(llvm::ArrayRef<SWord> address, int64_t nOffset)
     }
     if (address[0].eKind == SWord::Literal && address[1].eKind == SWord::Literal)
     {
-        const uint64_t nSum =
-            ((static_cast<uint64_t>(address[1].nId) << 32) | address[0].nId) + static_cast<uint64_t>(nOffset);
+        const uint64_t nSum = ((static_cast<uint64_t>(address[1].nId) << 32) | address[0].nId) + nOffset;
         return {LiteralWord(static_cast<uint32_t>(nSum)), LiteralWord(static_cast<uint32_t>(nSum >> 32))};
     }
-    const SWord high = LiteralWord(static_cast<uint32_t>(static_cast<uint64_t>(nOffset) >> 32));
+    const SWord high = LiteralWord(static_cast<uint32_t>(nOffset >> 32));
     return m_Machine.Pairs("i64add", 1, {address, llvm::ArrayRef<SWord>({low, high})});
 }
 
@@ -92,13 +91,14 @@ void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
     // Among the program's constants an address has 32 bits.
     const bool bInline = address.size() == 2 && llvm::isa<llvm::GlobalVariable>(FindBase(gep.getPointerOperand()));
     address.resize(bInline ? 1 : address.size());
-    int64_t nOffset = 0;
+    // An index of the program's may be any number: the sum wraps around.
+    uint64_t nOffset = 0;
     for (auto it = llvm::gep_type_begin(gep); it != llvm::gep_type_end(gep); ++it)
     {
         if (llvm::StructType* const pStruct = it.getStructTypeOrNull())
         {
             const auto nField = static_cast<unsigned>(llvm::cast<llvm::ConstantInt>(it.getOperand())->getZExtValue());
-            nOffset += static_cast<int64_t>(m_Types.GetLayout().getStructLayout(pStruct)->getElementOffset(nField));
+            nOffset += m_Types.GetLayout().getStructLayout(pStruct)->getElementOffset(nField);
             continue;
         }
         const uint64_t nStride = m_Types.GetLayout().getTypeAllocSize(it.getIndexedType());
@@ -111,12 +111,12 @@ void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
                 : nullptr;
         if (pPart != nullptr)
         {
-            nOffset += pPart->getSExtValue() * static_cast<int64_t>(nStride);
+            nOffset += static_cast<uint64_t>(pPart->getSExtValue()) * nStride;
             pIndex = pSum->getOperand(0);
         }
         if (const auto* pNumber = llvm::dyn_cast<llvm::ConstantInt>(pIndex))
         {
-            nOffset += pNumber->getSExtValue() * static_cast<int64_t>(nStride);
+            nOffset += static_cast<uint64_t>(pNumber->getSExtValue()) * nStride;
             continue;
         }
         address = AddIndex(address, pIndex, nStride);
@@ -184,7 +184,7 @@ SPlace CSelector::GetPlace(const Value* pPointer)
 SPlace CSelector::Advance(const SPlace& place, uint64_t nOffset)
 {
     SPlace next = place;
-    next.address = AddOffset(place.address, static_cast<int64_t>(nOffset));
+    next.address = AddOffset(place.address, nOffset);
     return next;
 }
 

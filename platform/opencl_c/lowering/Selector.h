@@ -128,7 +128,7 @@ private:
     // SelectAddresses.cpp
     void SelectGetElementPtr(const llvm::GetElementPtrInst& gep);
     Words AddIndex(Words address, const Value* pIndex, uint64_t nStride);
-    Words AddOffset(llvm::ArrayRef<SWord> address, int64_t nOffset);
+    Words AddOffset(llvm::ArrayRef<SWord> address, uint64_t nOffset);
     const Value* FindBase(const Value* pPointer) const;
     SPlace GetPlace(const Value* pPointer);
     SPlace Advance(const SPlace& place, uint64_t nOffset);
