@@ -1,5 +1,6 @@
 #include "platform/opencl_c/driver/IrCompiler.h"
 
+#include "platform/opencl_c/driver/BareNames.h"
 #include "platform/opencl_c/driver/ClangArguments.h"
 #include "platform/opencl_c/driver/EmbeddedFiles.h"
 
@@ -13,6 +14,8 @@
 #include <llvm/IR/LLVMContext.h>
 #include <llvm/IR/Module.h>
 #include <llvm/Support/VirtualFileSystem.h>
+
+#include <algorithm>
 
 namespace KestrelOpenCL
 {
@@ -75,20 +78,59 @@ std::shared_ptr<clang::CompilerInvocation> MakeInvocation(const SCompileJob& job
     return pInvocation;
 }
 
-/// Ends a compilation whose macros grow without end: what is left of the source is taken for empty.
+/// \return whether clang would read past the end of what is in a file, which the log then says
+bool HasBareName(const std::string& strName, llvm::StringRef source, llvm::raw_ostream& log)
+{
+    const size_t nOffset = FindBareName(source);
+    if (nOffset == std::string_view::npos)
+    {
+        return false;
+    }
+    const llvm::StringRef before = source.take_front(nOffset);
+    log << strName << ':' << before.count('\n') + 1 << ':' << nOffset - (before.rfind('\n') + 1) + 1
+        << ": error: '\\N' must be followed by the name of a character in braces\n";
+    return true;
+}
+
+bool HasBareNames(const SCompileJob& job, llvm::raw_ostream& log)
+{
+    return HasBareName(s_pszSourceName, job.strSource, log) ||
+           std::any_of(job.vHeaders.begin(), job.vHeaders.end(),
+                       [&log](const SHeader& header) { return HasBareName(header.strName, header.strSource, log); });
+}
+
+/// Whether a text or a character that macros or a file of the machine made ends in a bare name.
+bool EndsInBareName(const clang::Preprocessor& preprocessor, const clang::Token& token)
+{
+    if (!clang::tok::isStringLiteral(token.getKind()) && token.isNot(clang::tok::char_constant))
+    {
+        return false;
+    }
+    llvm::SmallString<64> buffer;
+    return FindBareName(preprocessor.getSpelling(token, buffer)) != std::string_view::npos;
+}
+
+/// Ends a compilation whose macros grow without end, and one that clang can't read: what is left of the source is
+/// taken for empty.
 void WatchTokens(clang::Preprocessor& preprocessor)
 {
+    const auto refuse = [&preprocessor](const clang::Token& token, const std::string& strWhy)
+    {
+        clang::DiagnosticsEngine& diagnostics = preprocessor.getDiagnostics();
+        diagnostics.Report(token.getLocation(), diagnostics.getCustomDiagID(clang::DiagnosticsEngine::Fatal, "%0"))
+            << strWhy;
+        llvm::report_fatal_error(strWhy.c_str(), false);
+    };
     preprocessor.setTokenWatcher(
-        [&preprocessor, nTokens = uint64_t{0}](const clang::Token& token) mutable
+        [&preprocessor, refuse, nTokens = uint64_t{0}](const clang::Token& token) mutable
         {
             if (++nTokens == s_nMostTokens)
             {
-                clang::DiagnosticsEngine& diagnostics = preprocessor.getDiagnostics();
-                diagnostics.Report(
-                    token.getLocation(),
-                    diagnostics.getCustomDiagID(clang::DiagnosticsEngine::Fatal, "the source has more than %0 tokens"))
-                    << static_cast<unsigned int>(s_nMostTokens);
-                llvm::report_fatal_error("the source has too many tokens", false);
+                refuse(token, "the source has more than " + std::to_string(s_nMostTokens) + " tokens");
+            }
+            if (EndsInBareName(preprocessor, token))
+            {
+                refuse(token, "'\\N' must be followed by the name of a character in braces");
             }
         });
 }
@@ -133,7 +175,9 @@ std::unique_ptr<llvm::Module> CompileToIR(llvm::LLVMContext& context, const SCom
     std::string strText;
     llvm::raw_string_ostream log(strText);
     std::unique_ptr<llvm::Module> pModule;
-    if (const std::shared_ptr<clang::CompilerInvocation> pInvocation = MakeInvocation(job, log))
+    const std::shared_ptr<clang::CompilerInvocation> pInvocation =
+        HasBareNames(job, log) ? nullptr : MakeInvocation(job, log);
+    if (pInvocation)
     {
         clang::CompilerInstance compiler;
         compiler.setInvocation(pInvocation);
