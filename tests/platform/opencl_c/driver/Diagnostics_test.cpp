@@ -74,7 +74,7 @@ const SFaultyCase s_FaultyCases[] = {
     {"a text that ends in the start of a name", "kernel void k(global int* a) {\n  printf(\"\\N\");\n}\n",
      "kernel.cl:2:11: error: '\\N' must be followed"},
     {"a character of that kind in a directive", "#if 1 // don't\n#if '\\\n\?\?/N' == 0\n#endif\n#endif\n",
-     "kernel.cl:2:6: error: '\\N'"},
+     "kernel.cl:3:1: error: '\\N'"},
     {"a text that a macro makes", "#define T(x) #x\nkernel void k(global int* a) { printf(T(\\N)); }\n",
      "kernel.cl:2:41: error: '\\N'"},
     {"a zero byte", std::string("kernel void k() {}\n\0x", 21), "error: line 2: the source holds a zero byte"},
