@@ -52,6 +52,7 @@ struct SKernelNeeds
 {
     uint32_t nLocalBytes = 0;
     uint32_t nPrivateBytes = 0;
+    std::vector<uint32_t> vArrays; ///< registers of the arrays of temps 1, 2, ...
     std::vector<SSourceSampler> vSamplers;
     std::vector<uint8_t> vConstants; ///< of the program, byte by byte
 };

@@ -87,6 +87,10 @@ std::string WriteWrapper(const llvm::Function& kernel, uint32_t nWrapper,
         strText += "dcl_typeless_uav_id(" + std::to_string(s_nPrivateUav) + ")_stride(4)_length(" +
                    std::to_string(needs.nPrivateBytes) + ")_access(private)\n";
     }
+    for (size_t n = 0; n < needs.vArrays.size(); ++n)
+    {
+        strText += "dcl_indexed_temp_array x" + std::to_string(n + 1) + "[" + std::to_string(needs.vArrays[n]) + "]\n";
+    }
     if (bLocal)
     {
         strText += "dcl_lds_id(" + std::to_string(s_nLocalId) + ") " + std::to_string(needs.nLocalBytes) + "\n";

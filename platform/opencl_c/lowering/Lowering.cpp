@@ -142,7 +142,12 @@ private:
     {
         const CStorage& storage = selector.GetStorage();
         const uint64_t nPrivateWords = (storage.GetPrivateBytes() + 15) / 16 * 4;
-        const uint64_t nComponents = allocation.nRegisters * 4ull + nPrivateWords;
+        uint64_t nRegisters = allocation.nRegisters;
+        for (const auto& entry : selector.GetArrays())
+        {
+            nRegisters += entry.second.nRegisters;
+        }
+        const uint64_t nComponents = nRegisters * 4 + nPrivateWords;
         return CheckLimit(kernel, storage.GetLocalBytes(), m_Target.nLocalMemoryBytes, "bytes of local memory") &&
                CheckLimit(kernel, storage.GetPrivateBytes(), (s_nMaxComponents - s_nSpareComponents) * 4ull,
                           "bytes of private memory") &&
@@ -159,6 +164,10 @@ private:
         SKernelNeeds needs;
         needs.nLocalBytes = static_cast<uint32_t>(storage.GetLocalBytes());
         needs.nPrivateBytes = static_cast<uint32_t>((storage.GetPrivateBytes() + 15) / 16 * 16);
+        for (const auto& entry : selector.GetArrays())
+        {
+            needs.vArrays.push_back(entry.second.nRegisters);
+        }
         needs.vSamplers = selector.GetSamplers();
         needs.vConstants = storage.GetConstants();
         const std::string strName = kernel.getName().str();

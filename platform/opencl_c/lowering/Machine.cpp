@@ -367,6 +367,47 @@ void CMachine::Hold(SWord word)
     Add(hold);
 }
 
+/// A move of components of a mask that come from one register, without its destination; takes them out of the mask.
+SInstruction CMachine::MakeMove(const std::array<SWord, s_nComponents>& sources, unsigned& nLeft) const
+{
+    SInstruction instruction = Make("mov");
+    instruction.nSources = 1;
+    SKey key;
+    for (unsigned n = 0; n < s_nComponents; ++n)
+    {
+        if ((nLeft & (1u << n)) != 0 && key.Joins(sources[n]))
+        {
+            instruction.nMask |= 1u << n;
+            instruction.sources[0].words[n] = sources[n];
+        }
+    }
+    nLeft &= ~instruction.nMask;
+    return instruction;
+}
+
+void CMachine::MoveToArray(uint32_t nArray, SWord index, uint32_t nDistance,
+                           const std::array<SWord, s_nComponents>& values)
+{
+    unsigned nLeft = 0;
+    for (unsigned n = 0; n < s_nComponents; ++n)
+    {
+        nLeft |= values[n].eKind != SWord::Undefined ? 1u << n : 0;
+    }
+    while (nLeft != 0)
+    {
+        SInstruction instruction = MakeMove(values, nLeft);
+        instruction.bKeep = true;
+        instruction.nArray = nArray;
+        if (index.eKind == SWord::Register)
+        {
+            instruction.nSources = 2;
+            instruction.sources[1].index = index;
+            instruction.sources[1].nImmediate = nDistance;
+        }
+        Add(instruction);
+    }
+}
+
 /// Both have as many words; those of one destination register follow each other.
 void CMachine::Move(llvm::ArrayRef<SWord> to, llvm::ArrayRef<SWord> from)
 {
@@ -381,22 +422,11 @@ void CMachine::Move(llvm::ArrayRef<SWord> to, llvm::ArrayRef<SWord> from)
             nMask |= 1u << to[n].nComponent;
         }
         // As groups of components with one source register each.
-        for (unsigned nLeft = nMask; nLeft != 0;)
+        while (nMask != 0)
         {
-            SInstruction instruction = Make("mov");
+            SInstruction instruction = MakeMove(sources, nMask);
             instruction.bMove = true;
             instruction.nDestination = nRegister;
-            instruction.nSources = 1;
-            SKey key;
-            for (unsigned i = 0; i < s_nComponents; ++i)
-            {
-                if ((nLeft & (1u << i)) != 0 && key.Joins(sources[i]))
-                {
-                    instruction.nMask |= 1u << i;
-                    instruction.sources[0].words[i] = sources[i];
-                }
-            }
-            nLeft &= ~instruction.nMask;
             Add(instruction);
         }
     }

@@ -69,7 +69,7 @@ struct SSource
     EArrange eArrange = EArrange::ByDestination;
     /// For `cb2[r1.x]`: the register of Fixed words takes this index.
     SWord index;
-    uint32_t nImmediate = 0;
+    uint32_t nImmediate = 0; ///< what is added to the index
 };
 
 /// One instruction over virtual registers.
@@ -87,6 +87,9 @@ struct SInstruction
     bool bLoad = false;    ///< takes consecutive words: from the mask only the last ones may go
     bool bWhole = false;   ///< writes all of its mask or nothing
     bool bControl = false; ///< part of the flow of control inside of one block
+    /// The name of an array of which one register is the destination, 0 for none. If it is found by an index, that of
+    /// the second source is it.
+    uint32_t nArray = 0;
     uint8_t nSources = 0;
     SSource sources[s_nMaxSources];
     const llvm::DILocation* pLocation = nullptr;
@@ -150,6 +153,9 @@ public:
     /// The words in one register, in order, for instructions that take them so; copies them if they aren't.
     Words Gather(llvm::ArrayRef<SWord> words);
     void Move(llvm::ArrayRef<SWord> to, llvm::ArrayRef<SWord> from);
+    /// Writes the components of an array's register that aren't undefined. The name is that of the array and takes the
+    /// index and the distance, or if the index is a literal, that of the register.
+    void MoveToArray(uint32_t nArray, SWord index, uint32_t nDistance, const std::array<SWord, s_nComponents>& values);
 
     /// Keeps a word's register from being given to others before this point.
     void Hold(SWord word);
@@ -170,6 +176,7 @@ private:
 
     void EmitGroups(llvm::StringRef mnemonic, uint32_t nRegister, unsigned nComponents, unsigned nUnit,
                     llvm::ArrayRef<std::array<SWord, 4>> sources);
+    SInstruction MakeMove(const std::array<SWord, s_nComponents>& sources, unsigned& nLeft) const;
     bool Fold(llvm::StringRef mnemonic, llvm::ArrayRef<SWord> sources, SWord& result) const;
 
     std::vector<SVirtualRegister> m_vRegisters;

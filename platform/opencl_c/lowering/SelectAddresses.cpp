@@ -87,6 +87,11 @@ void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
         Fail(&gep, "a vector of pointers");
         return;
     }
+    if (FindArrayPointer(gep.getPointerOperand()) != nullptr)
+    {
+        SelectArrayAddress(gep);
+        return;
+    }
     Words address = Get(gep.getPointerOperand());
     // Among the program's constants an address has 32 bits.
     const bool bInline = address.size() == 2 && llvm::isa<llvm::GlobalVariable>(FindBase(gep.getPointerOperand()));
@@ -165,6 +170,13 @@ SPlace CSelector::GetPlace(const Value* pPointer)
 {
     SPlace place;
     place.nSpace = pPointer->getType()->getPointerAddressSpace();
+    if (const SArrayPointer* const pInto = FindArrayPointer(pPointer))
+    {
+        place.pArray = pInto->pArray;
+        place.address = {pInto->index};
+        place.nArrayOffset = pInto->nOffset;
+        return place;
+    }
     place.address = Get(pPointer);
     place.nUav = m_nAnyUav;
     const Value* const pBase = FindBase(pPointer);
@@ -184,6 +196,11 @@ SPlace CSelector::GetPlace(const Value* pPointer)
 SPlace CSelector::Advance(const SPlace& place, uint64_t nOffset)
 {
     SPlace next = place;
+    if (place.pArray != nullptr)
+    {
+        next.nArrayOffset += nOffset;
+        return next;
+    }
     next.address = AddOffset(place.address, nOffset);
     return next;
 }

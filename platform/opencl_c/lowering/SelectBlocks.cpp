@@ -1,6 +1,7 @@
 #include "platform/opencl_c/lowering/Selector.h"
 
 #include "llvm/IR/Constants.h"
+#include "llvm/Support/MathExtras.h"
 
 namespace KestrelOpenCL
 {
@@ -15,6 +16,12 @@ const uint32_t s_nLoopBytes = 16;         ///< of a pass, if it goes by words
 SPlace CSelector::AdvanceBy(const SPlace& place, SWord offset)
 {
     SPlace next = place;
+    if (place.pArray != nullptr)
+    {
+        const SWord step = LiteralWord(llvm::Log2_32(place.pArray->nUnitBytes));
+        next.address = {m_Machine.One("iadd", {m_Machine.One("ushr", {offset, step}), place.address[0]})};
+        return next;
+    }
     next.address = place.address.size() == 1
                        ? Words{m_Machine.One("iadd", {place.address[0], offset})}
                        : m_Machine.Pairs("i64add", 1, {place.address, llvm::ArrayRef<SWord>({offset, LiteralWord(0)})});

@@ -101,6 +101,10 @@ Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
 /// Up to four words that follow each other.
 Words CSelector::LoadRaw(const SPlace& place, unsigned nCount)
 {
+    if (place.pArray != nullptr)
+    {
+        return LoadArray(place, nCount);
+    }
     if (place.bInline)
     {
         return LoadInline(place, nCount);
@@ -197,6 +201,11 @@ void CSelector::StoreWords(const SPlace& place, uint64_t nOffset, llvm::ArrayRef
     {
         const llvm::ArrayRef<SWord> some = words.slice(n, std::min<size_t>(s_nAccessWords, words.size() - n));
         const SPlace here = Advance(place, nOffset + n * 4);
+        if (here.pArray != nullptr)
+        {
+            StoreArray(here, some);
+            continue;
+        }
         const bool bVector = here.nSpace == SpaceLocal && some.size() > 1;
         SInstruction store = m_Machine.Make(Mnemonic(here, "uav_raw_store", bVector ? "lds_store_vec" : "lds_store"));
         store.bKeep = true;

@@ -139,7 +139,8 @@ void CSelector::FindVariables()
         const auto* const pVariable = llvm::dyn_cast<llvm::AllocaInst>(&instruction);
         SRegisterVariable found;
         unsigned nWords = 0;
-        if (pVariable != nullptr && IsRegisterVariable(*pVariable, nWords, found))
+        if (pVariable != nullptr && FindArrayPointer(pVariable) == nullptr &&
+            IsRegisterVariable(*pVariable, nWords, found))
         {
             found.pVariable = pVariable;
             m_mapVariables[pVariable] = found;

@@ -45,6 +45,7 @@ bool CSelector::Run(const std::vector<llvm::BasicBlock*>& vBlocks)
     m_Machine.SetBlock(0);
     m_Code.vConditions.resize(vBlocks.size());
     m_Code.vPredecessors.resize(vBlocks.size());
+    FindArrays();
     FindVariables();
     LoadArguments();
     for (const llvm::BasicBlock* const pBlock : vBlocks)
@@ -123,7 +124,7 @@ void CSelector::Select(const Instruction& instruction)
     case Instruction::Call:
         return SelectCall(llvm::cast<llvm::CallInst>(instruction));
     case Instruction::Alloca:
-        if (FindVariable(&instruction) == nullptr)
+        if (FindVariable(&instruction) == nullptr && FindArrayPointer(&instruction) == nullptr)
         {
             const auto& variable = llvm::cast<llvm::AllocaInst>(instruction);
             m_mapValues[&instruction] = {LiteralWord(m_Storage.GetPrivate(variable))};

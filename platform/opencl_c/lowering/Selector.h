@@ -4,6 +4,7 @@
 #include "platform/opencl_c/lowering/KernelParameters.h"
 #include "platform/opencl_c/lowering/Machine.h"
 #include "platform/opencl_c/lowering/Storage.h"
+#include "platform/opencl_c/lowering/TempArrays.h"
 #include "platform/opencl_c/lowering/ValueTypes.h"
 
 #include "llvm/ADT/DenseMap.h"
@@ -40,6 +41,9 @@ struct SPlace
     uint32_t nUav = 0;
     /// Of a parameter by value: its bytes are read where they are, in constant buffer 1.
     bool bParameter = false;
+    /// In an array of temps: the address is the index of a register, to which this distance in bytes is added.
+    const STempArray* pArray = nullptr;
+    uint64_t nArrayOffset = 0;
 };
 
 /// Translates the instructions of one kernel into instructions of IL over virtual registers. Flow between blocks is
@@ -60,6 +64,7 @@ public:
     unsigned GetBlockNumber(const llvm::BasicBlock* pBlock) const { return m_mapBlocks.lookup(pBlock); }
 
     const llvm::MapVector<const llvm::AllocaInst*, SRegisterVariable>& GetVariables() const { return m_mapVariables; }
+    const TempArrays& GetArrays() const { return m_mapArrays; }
     bool UsesLocal() const { return m_bLocal; }
     /// The offset in private memory of a variable or a struct by value. \return false if it isn't there
     bool FindPrivate(const llvm::Value* pVariable, uint32_t& nOffset) const;
@@ -133,6 +138,21 @@ private:
     SPlace GetPlace(const Value* pPointer);
     SPlace Advance(const SPlace& place, uint64_t nOffset);
 
+    // SelectArrays.cpp
+    struct SArrayPointer
+    {
+        const STempArray* pArray = nullptr;
+        SWord index;
+        uint64_t nOffset = 0;
+    };
+    void FindArrays();
+    const SArrayPointer* FindArrayPointer(const Value* pPointer) const;
+    void SelectArrayAddress(const llvm::GetElementPtrInst& gep);
+    static int64_t FindArrayRegister(const SPlace& place, uint64_t nWord, unsigned& nComponent);
+    uint32_t NameArray(const SPlace& place, int64_t nDistance);
+    Words LoadArray(const SPlace& place, unsigned nCount);
+    void StoreArray(const SPlace& place, llvm::ArrayRef<SWord> words);
+
     // SelectVariables.cpp
     void FindVariables();
     void NoteConstants(const Instruction& instruction);
@@ -201,6 +221,8 @@ private:
     llvm::DenseMap<const llvm::BasicBlock*, unsigned> m_mapBlocks;
     llvm::DenseMap<const Value*, Words> m_mapValues;
     llvm::MapVector<const llvm::AllocaInst*, SRegisterVariable> m_mapVariables;
+    TempArrays m_mapArrays;
+    llvm::DenseMap<const Value*, SArrayPointer> m_mapArrayPointers;
     llvm::DenseSet<const Value*> m_setSigned; ///< loaded with their sign in the high bits
     uint32_t m_nAnyUav = 0;                   ///< for pointers that come from who knows where
     bool m_bInlineConstants = false;          ///< pointers to the program's constants are about

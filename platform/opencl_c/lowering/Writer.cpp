@@ -292,9 +292,18 @@ std::string CWriter::Operand(const SSource& source, unsigned nMask, unsigned nFi
     std::string strRegister = Register(*pRegister);
     if (source.index.eKind != SWord::Undefined)
     {
-        strRegister += "[" + Register(source.index) + "." + s_Letters[Component(source.index)] + "]";
+        strRegister += Index(source);
     }
     return strRegister + "." + Swizzle(selectors);
+}
+
+std::string CWriter::Index(const SSource& source) const
+{
+    const auto nDistance = static_cast<int32_t>(source.nImmediate);
+    const std::string strDistance = nDistance > 0   ? "+" + std::to_string(nDistance)
+                                    : nDistance < 0 ? std::to_string(nDistance)
+                                                    : std::string();
+    return "[" + Register(source.index) + "." + s_Letters[Component(source.index)] + strDistance + "]";
 }
 
 /// A copy of a register to itself, where both ends of the copy came to the same temp.
@@ -321,9 +330,16 @@ void CWriter::WriteInstruction(const SInstruction& instruction)
     std::string strLine = m_Code.machine.GetName(instruction.nMnemonic);
     unsigned nFirst = 0;
     const char* pszSeparator = " ";
-    if (instruction.bMemory || instruction.nDestination != s_nNoRegister)
+    unsigned nSources = instruction.nSources;
+    if (instruction.bMemory || instruction.nArray != 0 || instruction.nDestination != s_nNoRegister)
     {
-        if (!instruction.bMemory)
+        if (instruction.nArray != 0)
+        {
+            strLine += " " + m_Code.machine.GetName(instruction.nArray);
+            strLine += nSources == 2 ? Index(instruction.sources[1]) : std::string();
+            nSources = 1;
+        }
+        else if (!instruction.bMemory)
         {
             const STemp& temp = m_Allocation.vTemps[instruction.nDestination];
             nFirst = temp.nComponent;
@@ -346,7 +362,7 @@ void CWriter::WriteInstruction(const SInstruction& instruction)
         }
         pszSeparator = ", ";
     }
-    for (unsigned n = 0; n < instruction.nSources; ++n)
+    for (unsigned n = 0; n < nSources; ++n)
     {
         strLine += pszSeparator + Operand(instruction.sources[n], instruction.nMask, nFirst);
         pszSeparator = ", ";

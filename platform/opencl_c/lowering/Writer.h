@@ -42,6 +42,7 @@ private:
     std::string WordOperand(const SWord& word);
     std::string TempText(const STemp& temp) const;
     std::string Register(const SWord& word) const;
+    std::string Index(const SSource& source) const;
     unsigned Component(const SWord& word) const;
     static std::string Swizzle(const char (&selectors)[4]);
     void Line(std::string strLine, const llvm::DILocation* pLocation);

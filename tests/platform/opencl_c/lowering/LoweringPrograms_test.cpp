@@ -106,6 +106,29 @@ const SProgram s_Programs[] = {
         Initialised, int t[6] = {5, 4, 3}; unsigned char u[5] = {1, 2, 3, 4, 250}; float f[3] = {0.5f, 1.5f};
         int zero[70] = {0}; zero[i] = 9; int s = 0; for (int k = 0; k < 70; ++k) { s += zero[k] * k; }
         out[i] = t[i % 6] * 100 + u[i % 5] + (int)(f[i % 3] * 2) + s;),
+    PROGRAM(
+        ArrayOfThreeWords, struct V { int x; int y; int z; }; struct V v[9]; for (int k = 0; k < 9; ++k) {
+            v[k].x = in[k]; v[k].y = in[k + 9] * 3; v[k].z = k;
+        } for (int k = 0; k < 20; ++k) {
+            struct V w = v[(k * i) % 9]; v[in[k] % 9].y += w.x - w.z; v[k % 8 + 1].z ^= v[k % 8].y;
+        } int s = 0; for (int k = 0; k < 9; ++k) { s = s * 7 % 10007 + v[k].x + v[k].y * 2 + v[k].z; } out[i] = s;),
+    PROGRAM(
+        ArrayOfFiveWordsWithAnArray, struct W { int a; int b[3]; float f; }; struct W w[6]; for (int k = 0; k < 6; ++k) {
+            w[k].a = k; w[k].b[0] = in[k]; w[k].b[1] = in[k + 1]; w[k].b[2] = in[k + 2]; w[k].f = 0.5f * in[k];
+        } for (int k = 0; k < 30; ++k) { w[in[k] % 6].b[(k + i) % 3] += w[k % 6].a; w[(i + k) % 6] = w[k % 6]; }
+        int s = 0; for (int k = 0; k < 18; ++k) { s = s * 3 % 10007 + w[k / 3].b[k % 3] + (int)(w[k / 3].f * 2); } out[i] = s;),
+    PROGRAM(
+        TwoIndices, int m[5][6]; for (int k = 0; k < 30; ++k) { m[k / 6][k % 6] = in[k]; } for (int k = 0; k < 30; ++k) {
+            m[in[k] % 5][in[k + 1] % 6] -= m[(k + i) % 5][5 - k % 6];
+        } int s = 0; for (int k = 0; k < 30; ++k) { s = s * 3 % 10007 + m[k % 5][k % 6]; } out[i] = s;),
+    PROGRAM(
+        PairsByIndicesBelowTheMiddle, unsigned long p[12]; for (int k = 0; k < 12; ++k) { p[k] = (unsigned long)in[k] << (k * 5); }
+        unsigned long* q = p + 6; for (signed char k = -6; k < 6; ++k) { q[k] += p[(k + 6 + i) % 12] * 3; q[-k / 2] ^= q[k]; }
+        unsigned long s = 0; for (int k = 0; k < 12; ++k) { s = s * 31 + p[k]; } out[i] = (int)(s ^ (s >> 32));),
+    PROGRAM(
+        CopiesOfArraysThatOverlap, int x[80]; int y[80]; for (int k = 0; k < 80; ++k) { x[k] = in[k % 64] * k; y[k] = 1; }
+        for (int k = 79; k > 3; --k) { x[k] = x[k - 3]; } for (int k = 0; k < 70; ++k) { y[k + i % 10] = x[k]; }
+        int s = 0; for (int k = 0; k < 80; ++k) { s = s * 3 % 10007 + y[k] + x[79 - k]; } out[i] = s;),
 };
 
 std::string SourceOf()
