@@ -60,9 +60,35 @@ SBody CWriter::Write(const std::vector<SRegionStep>& vSteps, const std::vector<S
             ++n;
             continue;
         }
+        if (step.eKind == SRegionStep::Loop)
+        {
+            Line("whileloop", FindLoopStart(vSteps, vFlow, n));
+            continue;
+        }
         WriteStep(step, vFlow[n]);
     }
     return std::move(m_Body);
+}
+
+/// The head of a loop stands on the line with which the body begins, not on that of the body's first branch.
+const llvm::DILocation* CWriter::FindLoopStart(const std::vector<SRegionStep>& vSteps,
+                                               const std::vector<SFlowStep>& vFlow, size_t nLoop) const
+{
+    const auto body = std::find_if(vSteps.begin() + static_cast<std::ptrdiff_t>(nLoop), vSteps.end(),
+                                   [](const SRegionStep& step) { return step.eKind == SRegionStep::Block; });
+    if (body == vSteps.end())
+    {
+        return nullptr;
+    }
+    const unsigned nBlock = vFlow[static_cast<size_t>(body - vSteps.begin())].nBlock;
+    for (const SInstruction& instruction : m_Code.machine.Blocks()[nBlock])
+    {
+        if (instruction.pLocation != nullptr)
+        {
+            return instruction.pLocation;
+        }
+    }
+    return m_Code.vConditions[nBlock].pLocation;
 }
 
 void CWriter::WriteStep(const SRegionStep& step, const SFlowStep& flow)
@@ -108,8 +134,7 @@ void CWriter::WriteStep(const SRegionStep& step, const SFlowStep& flow)
         Line("endif", pLocation);
         break;
     case SRegionStep::Loop:
-        Line("whileloop", pLocation);
-        break;
+        break; // Write's
     case SRegionStep::EndLoop:
         Line("endloop", pLocation);
         break;

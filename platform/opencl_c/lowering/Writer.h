@@ -46,6 +46,8 @@ private:
     unsigned Component(const SWord& word) const;
     static std::string Swizzle(const char (&selectors)[4]);
     void Line(std::string strLine, const llvm::DILocation* pLocation);
+    const llvm::DILocation* FindLoopStart(const std::vector<SRegionStep>& vSteps, const std::vector<SFlowStep>& vFlow,
+                                          size_t nLoop) const;
 
     const SKernelCode& m_Code;
     const SAllocation& m_Allocation;

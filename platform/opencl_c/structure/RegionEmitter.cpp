@@ -339,6 +339,10 @@ void CRegionEmitter::FillSlot(const SDraft& draft, std::vector<SRegionStep>& vSt
     {
         SRegionStep step = draft.step;
         step.eKind = SRegionStep::SetGuard;
+        if (entry.eKind == SSlotEntry::StartRoute || entry.eKind == SSlotEntry::StartAfter)
+        {
+            step.pBlock = nullptr; // stands in front of lines that others have nothing to do with
+        }
         if (entry.eKind == SSlotEntry::StartRoute || entry.eKind == SSlotEntry::TakeRoute)
         {
             step.nGuard = m_vRoutes[entry.nIndex].nGuard;
