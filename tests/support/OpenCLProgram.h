@@ -142,6 +142,17 @@ public:
         return vPixels;
     }
 
+    /// What a program was built to for this device.
+    std::vector<char> Binary(cl_program program)
+    {
+        size_t nSize = 0;
+        Need(cl.clGetProgramInfo(program, CL_PROGRAM_BINARY_SIZES, sizeof nSize, &nSize, nullptr), "clGetProgramInfo");
+        std::vector<char> vBinary(nSize);
+        char* pBinary = vBinary.data();
+        Need(cl.clGetProgramInfo(program, CL_PROGRAM_BINARIES, sizeof pBinary, &pBinary, nullptr), "clGetProgramInfo");
+        return vBinary;
+    }
+
     SRuntimeEntries& cl = Runtime();
     cl_device_id m_device = nullptr;
     cl_context m_context = nullptr;

@@ -30,16 +30,6 @@ __kernel void endless(__global int* data)
 }
 )";
 
-std::vector<char> GetBinary(COpenCLDevice& device, const COpenCLProgram& program)
-{
-    size_t nSize = 0;
-    device.cl.clGetProgramInfo(program.Get(), CL_PROGRAM_BINARY_SIZES, sizeof nSize, &nSize, nullptr);
-    std::vector<char> vBinary(nSize);
-    char* pBinary = vBinary.data();
-    device.cl.clGetProgramInfo(program.Get(), CL_PROGRAM_BINARIES, sizeof pBinary, &pBinary, nullptr);
-    return vBinary;
-}
-
 std::string SourcePlace(uint32_t nInstruction)
 {
     char place[64] = {};
@@ -58,7 +48,7 @@ TEST_P(BuiltPrograms, NameTheLineOfAFault)
 {
     COpenCLDevice device("Quench");
     const COpenCLProgram source(device, s_szSource, std::get<0>(GetParam()));
-    const std::vector<char> vBinary = GetBinary(device, source);
+    const std::vector<char> vBinary = device.Binary(source.Get());
     EXPECT_EQ(Complaints(vBinary), "");
     COpenCLProgram binary(device, vBinary);
     COpenCLProgram other(device, s_szSource, std::get<0>(GetParam()));
@@ -88,7 +78,7 @@ TEST(DebugDataInBinaries, OutlivesChangesOfTheImage)
 {
     COpenCLDevice device("Quench");
     const COpenCLProgram program(device, s_szSource, "-g");
-    const std::vector<char> vBinary = GetBinary(device, program);
+    const std::vector<char> vBinary = device.Binary(program.Get());
     CElf elf(vBinary);
     ASSERT_TRUE(elf.good());
     ASSERT_TRUE(elf.RemoveSection(".llvmir"));

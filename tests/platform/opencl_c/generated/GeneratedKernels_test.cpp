@@ -2,6 +2,7 @@
 //   KESTREL_OPENCL_C_KERNELS=N  so many kernels (400 without it)
 //   KESTREL_OPENCL_C_SEED=N     only the kernel of this seed; its text is printed if it fails
 
+#include "tests/platform/opencl_c/dwarf/DebugReaders.h"
 #include "tests/platform/opencl_c/generated/HostBuild.h"
 #include "tests/platform/opencl_c/generated/KernelMaker.h"
 #include "tests/support/OpenCLProgram.h"
@@ -98,6 +99,7 @@ protected:
                 COpenCLProgram program(
                     device, std::string("#pragma OPENCL FP_CONTRACT OFF\n") + g_pszCommonPrelude + strKernels,
                     pszOptions);
+                EXPECT_EQ(KestrelTests::Complaints(device.Binary(program.Get())), "");
                 for (size_t n = 0; n < vNames.size(); ++n)
                 {
                     const SResults got = RunOnDevice(device, program, vNames[n], vIn);

@@ -63,6 +63,8 @@ static void barrier(int flags) { swapcontext(&s_items[s_current], &s_scheduler);
 static uint atomic_add(uint* p, uint v) { const uint old = *p; *p += v; return old; }
 static uint atomic_sub(uint* p, uint v) { const uint old = *p; *p -= v; return old; }
 static uint atomic_xor(uint* p, uint v) { const uint old = *p; *p ^= v; return old; }
+void (*note_variable)(int, int, const char*, const void*, unsigned long);
+#define P(name) note_variable(get_global_id(0), __LINE__, #name, (const void*)&name, sizeof name);
 static void (*s_kernel)(const int*, uint*, uint*);
 static const int* s_in;
 static uint *s_out, *s_sums;
@@ -152,14 +154,17 @@ CHostBuild::~CHostBuild()
     }
 }
 
-void CHostBuild::Run(const std::string& strName, const int32_t* pIn, uint32_t* pOut, uint32_t* pSums) const
+void CHostBuild::Run(const std::string& strName, const int32_t* pIn, uint32_t* pOut, uint32_t* pSums,
+                     NoteVariable pNote) const
 {
     const auto dispatch = reinterpret_cast<Dispatch>(dlsym(m_pLibrary, "run_dispatch"));
     const auto kernel = reinterpret_cast<Kernel>(dlsym(m_pLibrary, ("run_" + strName).c_str()));
-    if (dispatch == nullptr || kernel == nullptr)
+    auto* const pNoteOfBuild = static_cast<NoteVariable*>(dlsym(m_pLibrary, "note_variable"));
+    if (dispatch == nullptr || kernel == nullptr || pNoteOfBuild == nullptr)
     {
         throw std::runtime_error("no kernel " + strName);
     }
+    *pNoteOfBuild = pNote;
     dispatch(kernel, pIn, pOut, pSums, static_cast<int>(g_nItems), static_cast<int>(g_nGroupSize));
 }
 

@@ -17,6 +17,9 @@ const uint32_t g_nArgumentV[2] = {3, 4000000000u};
 /// Definitions that both languages have in front of generated kernels.
 extern const char* const g_pszCommonPrelude;
 
+/// What a host run tells of a probed kernel: work-item, line, name, the variable and its size.
+using NoteVariable = void (*)(int, int, const char*, const void*, unsigned long);
+
 /// Generated kernels as code of the host: compiled by Debian's clang as plain C, one work-group after the other, its
 /// work-items taking turns at barriers.
 class CHostBuild
@@ -31,7 +34,9 @@ public:
     CHostBuild& operator=(const CHostBuild&) = delete;
 
     /// Runs a whole dispatch. \param pOut g_nItems * g_nOutputs words \param pSums g_nSums words
-    void Run(const std::string& strName, const int32_t* pIn, uint32_t* pOut, uint32_t* pSums) const;
+    /// \param pNote  called at each probe; needed by kernels that have probes
+    void Run(const std::string& strName, const int32_t* pIn, uint32_t* pOut, uint32_t* pSums,
+             NoteVariable pNote = nullptr) const;
 
 private:
     void* m_pLibrary = nullptr;

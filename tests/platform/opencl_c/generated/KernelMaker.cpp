@@ -1,6 +1,8 @@
 #include "tests/platform/opencl_c/generated/KernelMaker.h"
 
 #include <algorithm>
+#include <cstring>
+#include <limits>
 #include <random>
 #include <utility>
 #include <vector>
@@ -34,11 +36,30 @@ struct SVariable
     bool bAssignable;
 };
 
+std::string LayoutOf(const STypeOfC& type)
+{
+    return type.bFloat ? (type.nBits == 32 ? "f" : "d") : std::string(type.nBits / 8, 'i');
+}
+
+std::string Repeat(const std::string& strText, unsigned int nTimes)
+{
+    std::string strAll;
+    for (unsigned int n = 0; n < nTimes; ++n)
+    {
+        strAll += strText;
+    }
+    return strAll;
+}
+
 /// Whole of a kernel under construction. Text is written front to back; declarations of helpers go in front of it.
 class CMaker
 {
 public:
-    CMaker(uint64_t nSeed, std::string strName) : m_Random(nSeed), m_strName(std::move(strName)) {}
+    /// \param pLayouts  of the variables that are probed; null for no probes
+    CMaker(uint64_t nSeed, std::string strName, CLayouts* pLayouts)
+        : m_Random(nSeed), m_strName(std::move(strName)), m_pLayouts(pLayouts)
+    {
+    }
 
     std::string Make();
 
@@ -52,7 +73,27 @@ private:
         return items[Pick(N)];
     }
     std::string NewName(const char* pszPrefix) { return pszPrefix + std::to_string(m_nNames++); }
-    void Line(const std::string& strText) { m_strText += std::string(4 * m_nIndent, ' ') + strText + "\n"; }
+    void Line(const std::string& strText)
+    {
+        m_strText += std::string(4 * m_nIndent, ' ') + std::exchange(m_strProbes, "") + strText + "\n";
+    }
+    /// A variable that has a value from here to the end of its scope.
+    void Probe(const std::string& strName, const std::string& strLayout)
+    {
+        if (m_pLayouts)
+        {
+            m_vProbed.push_back(strName);
+            (*m_pLayouts)[strName] = strLayout;
+        }
+    }
+    /// The next line looks at all variables in scope before anything else.
+    void ProbeAll()
+    {
+        for (const std::string& strName : m_vProbed)
+        {
+            m_strProbes += "P(" + strName + ") ";
+        }
+    }
     void Open(const std::string& strText)
     {
         Line(strText);
@@ -99,6 +140,9 @@ private:
     std::string m_strText;
     std::vector<SVariable> m_vVariables;
     std::vector<std::string> m_vHelpers;
+    CLayouts* m_pLayouts;
+    std::vector<std::string> m_vProbed; ///< in scope
+    std::string m_strProbes;            ///< in front of the next line
     unsigned int m_nNames = 0;
     unsigned int m_nIndent = 0;
     unsigned int m_nLoops = 0;
@@ -248,6 +292,7 @@ void CMaker::Declare()
     const std::string strName = NewName("v");
     Line(std::string(type.pszName) + " " + strName + " = " + Expression(type, 2) + ";");
     m_vVariables.push_back({strName, &type, true});
+    Probe(strName, LayoutOf(type));
 }
 
 void CMaker::Assign()
@@ -291,10 +336,13 @@ void CMaker::UseArray()
     Line(strName + "[" + strIndex + "] = " + Expression(type, 2) + ";");
     m_vVariables.pop_back();
     Close();
+    Probe(strName, Repeat(LayoutOf(type), nSize));
+    ProbeAll();
     Line(strName + "[(uint)" + Integer(1) + " & " + strMask + "] = " + Expression(type, 2) + ";");
     const std::string strRead = NewName("v");
     Line(std::string(type.pszName) + " " + strRead + " = " + strName + "[(uint)" + Integer(1) + " & " + strMask + "];");
     m_vVariables.push_back({strRead, &type, true});
+    Probe(strRead, LayoutOf(type));
     if (!type.bFloat)
     {
         Line("for (int i = 0; i < " + std::to_string(nSize) + "; ++i)");
@@ -309,7 +357,16 @@ void CMaker::UseStruct()
     Line(strType + " " + strName + " = {" + Expression(s_types[0], 1) + ", " + Expression(s_int, 2) + ", {" +
          Expression(s_types[2], 1) + ", " + Expression(s_types[2], 1) + ", " + Expression(s_types[2], 1) + "}, " +
          Expression(s_types[8], 1) + ", " + Expression(s_types[7], 2) + "};");
+    const std::string strLayout = "i---"
+                                  "iiii"
+                                  "iiiiii--"
+                                  "f----"
+                                  "iiiiiiii";
+    Probe(strName, strLayout);
+    ProbeAll();
     Line(strType + " " + strCopy + " = " + strName + ";");
+    Probe(strCopy, strLayout);
+    ProbeAll();
     Line(strCopy + ".words[(uint)" + Integer(1) + " % 3u] = " + Expression(s_types[2], 2) + ";");
     Line("change_" + m_strName + "(&" + strCopy + ", " + Expression(s_int, 1) + ");");
     Line(strName + " = " + Condition(1) + " ? " + strCopy + " : mixed_" + m_strName + "(" + strName + ", " + strCopy +
@@ -344,6 +401,8 @@ void CMaker::UseVector()
             strList += (i ? ", " : "") + Expression(element, i < 4 ? 1 : 0);
         }
         Line(strType + " " + strName + " = {" + strList + "};");
+        Probe(strName, Repeat(LayoutOf(element), nWidth) + (nWidth == 3 ? std::string(element.nBits / 8, '-') : ""));
+        ProbeAll();
     }
     static const char* const s_bitwise[] = {"&", "|", "^"};
     static const char* const s_arithmetic[] = {"+", "-", "*"};
@@ -386,10 +445,13 @@ void CMaker::CallHelper()
     const std::string strName = NewName("v");
     const std::string strHelper = m_vHelpers[Pick(static_cast<unsigned int>(m_vHelpers.size()))];
     Line("uint " + strName + "_box[2] = {" + Expression(s_uint, 1) + ", 3u};");
+    Probe(strName + "_box", LayoutOf(s_uint) + LayoutOf(s_uint));
+    ProbeAll();
     Line("int " + strName + " = " + strHelper + "(" + Expression(s_int, 2) + ", " + Expression(s_types[8], 1) + ", " +
          strName + "_box, in);");
     m_vVariables.push_back({strName, &s_int, true});
     m_vVariables.push_back({strName + "_box[1]", &s_uint, true});
+    Probe(strName, LayoutOf(s_int));
 }
 
 void CMaker::UseAtomic()
@@ -404,9 +466,10 @@ void CMaker::UseAtomic()
 
 void CMaker::Scope(unsigned int nDepth, unsigned int nCount)
 {
-    const size_t nVariables = m_vVariables.size();
+    const size_t nVariables = m_vVariables.size(), nProbed = m_vProbed.size();
     Body(nDepth, nCount);
     m_vVariables.resize(nVariables);
+    m_vProbed.resize(nProbed);
 }
 
 void CMaker::If(unsigned int nDepth)
@@ -441,14 +504,17 @@ void CMaker::For(unsigned int nDepth)
     const std::string strBound = NewName("n");
     Open("for (int " + strIndex + " = 0, " + strBound + " = " + strEnd + "; " + strIndex + " < " + strBound + strMore +
          "; ++" + strIndex + ")");
-    const size_t nVariables = m_vVariables.size();
+    const size_t nVariables = m_vVariables.size(), nProbed = m_vProbed.size();
     m_vVariables.push_back({strIndex, &s_int, false});
+    Probe(strIndex, LayoutOf(s_int));
+    Probe(strBound, LayoutOf(s_int));
     const unsigned int nSwitches = std::exchange(m_nSwitches, 0);
     ++m_nLoops;
     Body(nDepth - 1, 1 + Pick(4));
     --m_nLoops;
     m_nSwitches = nSwitches;
     m_vVariables.resize(nVariables);
+    m_vProbed.resize(nProbed);
     Close();
 }
 
@@ -457,6 +523,7 @@ void CMaker::While(unsigned int nDepth)
     const std::string strCount = NewName("n");
     const bool bDo = Chance(40);
     Line("int " + strCount + " = " + std::to_string(1 + Pick(6)) + ";");
+    Probe(strCount, LayoutOf(s_int));
     const std::string strCondition = Chance(60) ? Condition(1) + " && " : "";
     const std::string strHead = "(" + strCondition + strCount + "-- > 0)";
     const bool bEndless = !bDo && Chance(25);
@@ -562,6 +629,7 @@ void CMaker::Statement(unsigned int nDepth)
 {
     --m_nBudget;
     const unsigned int nKind = Pick(nDepth == 0 || m_nBudget < 0 ? 10 : 20);
+    ProbeAll();
     switch (nKind)
     {
     case 0:
@@ -620,12 +688,14 @@ void CMaker::Body(unsigned int nDepth, unsigned int nCount)
 void CMaker::Exchange()
 {
     const std::string strName = NewName("v");
+    ProbeAll();
     Line("tile[lid] = " + Expression(s_uint, 2) + ";");
     Line("barrier(CLK_LOCAL_MEM_FENCE);");
     Line("uint " + strName + " = tile[((uint)lid + " + std::to_string(1 + Pick(7)) + "u) & " +
          std::to_string(g_nGroupSize - 1) + "u];");
     Line("barrier(CLK_LOCAL_MEM_FENCE);");
     m_vVariables.push_back({strName, &s_uint, true});
+    Probe(strName, LayoutOf(s_uint));
 }
 
 void CMaker::MakeTypes()
@@ -653,9 +723,14 @@ void CMaker::MakeHelper()
     Open("int " + strHelper + "(int p, float q, uint* box, __global const int* in)");
     m_vVariables = {{"p", &s_int, true}, {"q", &s_types[8], true}, {"box[0]", &s_uint, true}, {"in[3]", &s_int, false}};
     Line("uint hash = (uint)p;");
+    m_vProbed.clear();
+    Probe("p", LayoutOf(s_int));
+    Probe("q", LayoutOf(s_types[8]));
+    Probe("hash", LayoutOf(s_uint));
     m_bInHelper = true;
     m_nBudget = 10;
     Body(2, 2 + Pick(4));
+    ProbeAll();
     Line("box[1] += hash;");
     Line("return " + Expression(s_int, 2) + ";");
     m_bInHelper = false;
@@ -686,6 +761,14 @@ void CMaker::MakeKernelBody()
                     {"v.y", &s_uint, true},
                     {"in[gid]", &s_int, false},
                     {"in[((uint)n + (uint)lid) & 63u]", &s_int, false}};
+    m_vProbed.clear();
+    for (const char* pszName : {"gid", "lid", "hash", "a", "b", "n"})
+    {
+        Probe(pszName, LayoutOf(s_int));
+    }
+    Probe("c", "f");
+    Probe("f", "f");
+    Probe("v", LayoutOf(s_uint) + LayoutOf(s_uint));
     m_nBudget = 22;
     for (unsigned int nExchanges = Pick(3); nExchanges > 0; --nExchanges)
     {
@@ -706,6 +789,7 @@ void CMaker::MakeKernelBody()
     {
         Body(4, 5 + Pick(8));
     }
+    ProbeAll();
     Line("out[0] = hash;");
     size_t nOut = 1;
     for (const SVariable& variable : m_vVariables)
@@ -743,7 +827,47 @@ std::string CMaker::Make()
 
 std::string MakeKernel(uint64_t nSeed, const std::string& strName)
 {
-    return CMaker(nSeed, strName).Make();
+    return CMaker(nSeed, strName, nullptr).Make();
+}
+
+std::string MakeProbedKernel(uint64_t nSeed, const std::string& strName, CLayouts& layouts)
+{
+    return CMaker(nSeed, strName, &layouts).Make();
+}
+
+std::string SettleBytes(std::string strBytes, const std::string& strLayout)
+{
+    size_t nPlace = 0;
+    const auto Settle = [&](auto value)
+    {
+        if (nPlace + sizeof value <= strBytes.size())
+        {
+            std::memcpy(&value, &strBytes[nPlace], sizeof value);
+            value = value != value ? std::numeric_limits<decltype(value)>::quiet_NaN() : value;
+            std::memcpy(&strBytes[nPlace], &value, sizeof value);
+        }
+        nPlace += sizeof value;
+    };
+    for (const char cPart : strLayout)
+    {
+        switch (cPart)
+        {
+        case 'f':
+            Settle(0.0F);
+            break;
+        case 'd':
+            Settle(0.0);
+            break;
+        default:
+            if (cPart == '-' && nPlace < strBytes.size())
+            {
+                strBytes[nPlace] = 0;
+            }
+            ++nPlace;
+            break;
+        }
+    }
+    return strBytes;
 }
 
 } // namespace KestrelTest

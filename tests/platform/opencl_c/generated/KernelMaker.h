@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 
 namespace KestrelTest
@@ -24,6 +25,17 @@ const size_t g_nSums = 8;
 /// \param strName the kernel's name; its helpers, types and constants have names that start with it
 /// \return the text, the same for the same seed
 std::string MakeKernel(uint64_t nSeed, const std::string& strName);
+
+/// Variables by name, with what their bytes are, in order: 'i' one byte of an integer, 'f' a float, 'd' a double,
+/// '-' a byte between members.
+using CLayouts = std::map<std::string, std::string>;
+
+/// The same kernel; in front of statements stands P(name) for each variable that has a value there, on the same line.
+/// Names that several functions have mean variables of one type.
+std::string MakeProbedKernel(uint64_t nSeed, const std::string& strName, CLayouts& layouts);
+
+/// The bytes with what nobody promises made the same: bytes between members, and which NaN it is.
+std::string SettleBytes(std::string strBytes, const std::string& strLayout);
 
 } // namespace KestrelTest
 
