@@ -100,6 +100,13 @@ void MarkUnread(const SCode& code, std::vector<uint32_t>& vReads, std::vector<ch
     }
 }
 
+/// Whether a step may read a row that an index or an address chooses. A store of less than a word keeps the rest of it.
+bool ReadsChosen(const SCode& code, const SMicroOp& step)
+{
+    return step.eKind == MICRO_INDEX_LOAD ||
+           (step.eKind == MICRO_ACCESS && code.vAccesses[step.nAux].eSpace == SAccess::Private);
+}
+
 std::vector<char> FindWritten(const SCode& code)
 {
     std::vector<char> vWritten(code.nRows, 0);
@@ -169,6 +176,7 @@ void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
         nLeft += bAsked ? 1 : 0;
     }
     std::vector<uint32_t> vReturns;
+    bool bChosen = false;
     uint32_t nStep = code.vBodyEntries[0];
     for (size_t nBudget = code.vSteps.size(); nBudget > 0 && nLeft > 0; --nBudget)
     {
@@ -196,6 +204,11 @@ void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
             };
         };
         ForEachRead(code, step, mark(ReadFirst));
+        if (!bChosen && ReadsChosen(code, step))
+        {
+            ForEachPinned(code, mark(ReadFirst));
+            bChosen = true;
+        }
         ForEachWritten(code, step, mark(WrittenFirst));
     }
     const auto isClean = [&](uint32_t nRow) { return vUse[nRow] == NotAsked || vUse[nRow] == WrittenFirst; };

@@ -128,6 +128,29 @@ TEST(Memory, PrivateBytesOfEachWorkItem)
     EXPECT_EQ(run.result.nBadAccesses, 6u);
 }
 
+TEST(Memory, ChosenPlacesReadZeroInEveryGroup)
+{
+    // What a group writes at fixed places is gone when the next one of the thread chooses them before.
+    const char* const pszPrivate = "uav_raw_load_id(8) r0.x, r2.x\nuav_raw_store_id(8) mem0.xy, l5.x, l5.zw\n"
+                                   "uav_raw_load_id(8) r0.yz, l5.y\n";
+    const char* const pszArray = "mov r0.x, x1[r2.y].x\nmov x1[16].x, l5.z\nmov x1[17].x, l5.w\n"
+                                 "mov r0.y, x1[17].x\nmov r0.z, x1[18].x\n";
+    for (const char* const pszBody : {pszPrivate, pszArray})
+    {
+        const SRun run("iadd r2.y, vTidInGrp.x, l5.z\nishl r2.x, r2.y, l0.z\n" + std::string(pszBody) + s_pszStore,
+                       "dcl_literal l5, 64, 68, 16, 7\ndcl_indexed_temp_array x1[20]\n"
+                       "dcl_typeless_uav_id(8)_stride(4)_length(80)_access(private)\n",
+                       64 * 64, 4);
+        EXPECT_EQ(run.result.nBadAccesses, 0u);
+        for (uint32_t n = 0; n < 64 * 64; ++n)
+        {
+            ASSERT_EQ(run.Out(n, 0), 0u) << pszBody << n;
+            ASSERT_EQ(run.Out(n, 1), 7u) << pszBody << n;
+            ASSERT_EQ(run.Out(n, 2), 0u) << pszBody << n;
+        }
+    }
+}
+
 TEST(Memory, IndexedArraysAndConstants)
 {
     const SRun run("mov x1[0].xy, l0.y\nmov x1[vTidInGrp.x+1].xy, r100.x\nmov r0.x, x1[r100.x+1].x\n"
