@@ -171,6 +171,7 @@ private:
     uint64_t Address(const SAccess& access, uint32_t nLane) const;
     int64_t LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const;
     uint32_t AnyBits(const uint32_t* pValues) const;
+    bool IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const;
     void LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale);
     void StoreRow(uint32_t nFrom, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale);
     void IndexLoad(const SMicroOp& step, const SIndexed& indexed);

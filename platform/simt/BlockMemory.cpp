@@ -384,6 +384,18 @@ void CBlock::LocalAccess(const SMicroOp& step, const SAccess& access)
     }
 }
 
+/// Whether every active lane's value, nBehind added to it, is below nEnd. No value is larger than all bits of any
+/// together, which are found out quicker than the largest one.
+bool CBlock::IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const
+{
+    if (static_cast<uint64_t>(AnyBits(pValues)) + nBehind < nEnd)
+        return true;
+    uint32_t nLow = 0;
+    uint32_t nHigh = 0;
+    m_Lanes.pfRange(pValues, m_pMask, m_nBegin, m_nLast, nLow, nHigh);
+    return static_cast<uint64_t>(nHigh) + nBehind < nEnd;
+}
+
 uint32_t CBlock::PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uint32_t nLane) const
 {
     uint32_t nWord = 0;
@@ -429,8 +441,7 @@ void CBlock::PrivateAccess(const SMicroOp& step, const SAccess& access)
     const SCode::SPrivate& area = m_Code.vPrivate[access.nArea];
     const uint32_t* const pAddress = Row(access.nAddressRows[0]);
     const uint32_t nBits = access.nElementBytes == 4 ? AnyBits(pAddress) : 1;
-    // No address is larger than all bits of any together.
-    if (nBits % 4 == 0 && static_cast<uint64_t>(nBits) + TotalBytes(access) <= area.nBytes)
+    if (nBits % 4 == 0 && IsInside(pAddress, TotalBytes(access) - 1, area.nBytes))
     {
         for (uint32_t w = 0; w < access.nWords; ++w)
         {
@@ -490,7 +501,7 @@ void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
     const std::vector<uint32_t>* const pWords = indexed.bConstant ? &m_Context.vBuffers[indexed.nArray] : nullptr;
     const SCode::SArray array = pWords ? SCode::SArray() : m_Code.vArrays[indexed.nArray];
     const uint32_t nElements = pWords ? m_Code.vBuffers[indexed.nArray].nElements : array.nElements;
-    if (!pWords && static_cast<uint64_t>(AnyBits(pIndex)) + indexed.nImmediate < nElements)
+    if (!pWords && IsInside(pIndex, indexed.nImmediate, nElements))
     {
         LoadRow(step.rows.d[0], array.Row(indexed.nImmediate, indexed.nComponent), pIndex, s_nLanes);
         return;
@@ -518,7 +529,7 @@ void CBlock::IndexStore(const SMicroOp& step, const SIndexed& indexed)
 {
     const uint32_t* const pIndex = Row(indexed.nIndexRow);
     const SCode::SArray& array = m_Code.vArrays[indexed.nArray];
-    const bool bInside = static_cast<uint64_t>(AnyBits(pIndex)) + indexed.nImmediate < array.nElements;
+    const bool bInside = IsInside(pIndex, indexed.nImmediate, array.nElements);
     for (uint32_t c = 0; bInside && c < 4; ++c)
     {
         if (step.rows.d[0] & (1u << c))

@@ -154,6 +154,7 @@ private:
     bool EmitLoad(SAccess& access);
     bool EmitStore(SAccess& access, const SOperand& value, bool bMask);
     bool EmitAccess(const SAccess& access);
+    bool IsFixedPlace(const SAccess& access) const;
 
     // Images, in LoweringImages.cpp
     bool LowerImage();

@@ -190,8 +190,33 @@ bool CLowering::SetStructAddress(SAccess& access)
     return true;
 }
 
+/// Whether the words are the same rows of private memory in each pass.
+bool CLowering::IsFixedPlace(const SAccess& access) const
+{
+    if (access.eSpace != SAccess::Private || access.nElementBytes != 4)
+        return false;
+    const auto it = m_mapRowValues.find(access.nAddressRows[0]);
+    if (it == m_mapRowValues.end() && access.nAddressRows[0] != s_nZeroRow)
+        return false;
+    const uint64_t nAddress = it == m_mapRowValues.end() ? 0 : it->second;
+    return nAddress % 4 == 0 && nAddress + access.nWords * 4 <= m_Code.vPrivate[access.nArea].nBytes;
+}
+
 bool CLowering::EmitAccess(const SAccess& access)
 {
+    if (IsFixedPlace(access))
+    {
+        const auto it = m_mapRowValues.find(access.nAddressRows[0]);
+        const uint32_t nFirst = m_Code.vPrivate[access.nArea].nRow + (it == m_mapRowValues.end() ? 0 : it->second / 4);
+        for (uint32_t n = 0; n < access.nWords; ++n)
+        {
+            if (access.eOperation == SAccess::Load)
+                EmitMove(access.nRows[n], nFirst + n);
+            else
+                EmitMove(nFirst + n, access.nRows[n]);
+        }
+        return !m_bFailed;
+    }
     SMicroOp step;
     step.eKind = MICRO_ACCESS;
     step.nInstruction = m_nInstruction;

@@ -105,7 +105,7 @@ void ForEachWritten(const SCode& code, const SMicroOp& step, F&& visit)
     }
 }
 
-/// Calls visit with the rows that are read and written by way of an index, and with the mask's.
+/// Calls visit with the rows that are read and written by way of an index or an address, and with the mask's.
 template <class F>
 void ForEachPinned(const SCode& code, F&& visit)
 {
@@ -119,8 +119,11 @@ void ForEachPinned(const SCode& code, F&& visit)
         if (!indexed.bConstant)
             pin(code.vArrays[indexed.nArray].nRow, code.vArrays[indexed.nArray].nElements * 4);
     }
-    for (const SCode::SPrivate& area : code.vPrivate)
-        pin(area.nRow, area.nBytes / 4);
+    for (const SAccess& access : code.vAccesses)
+    {
+        if (access.eSpace == SAccess::Private)
+            pin(code.vPrivate[access.nArea].nRow, code.vPrivate[access.nArea].nBytes / 4);
+    }
     pin(s_nMaskRow, 1);
 }
 

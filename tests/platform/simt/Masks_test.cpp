@@ -57,6 +57,10 @@ const SOperation s_Operations[] = {
      [](uint32_t, uint32_t nGlobal) { return nGlobal; }},
     {"one private word", "uav_raw_store_id(8) mem0.x, l5.w, r1.w\nuav_raw_load_id(8) r0.x, l5.w\n", "",
      [](uint32_t, uint32_t nGlobal) { return nGlobal; }},
+    {"private words at the end",
+     "and r2.x, r1.y, l5.z\niadd r2.x, r2.x, l5.w\nuav_raw_store_id(8) mem0.x, r2.x, r1.w\n"
+     "uav_raw_load_id(8) r0.x, r2.x\n",
+     "", [](uint32_t, uint32_t nGlobal) { return nGlobal; }},
     {"elements of an array", "and r2.x, r1.x, l6.x\nmov x1[r2.x].y, r1.w\nmov r0.x, x1[r2.x].y\n", "",
      [](uint32_t, uint32_t nGlobal) { return nGlobal; }},
     {"64-bit sums", "i64add r2.xy, l6.zw, r1.x000\nmov r0.x, r2.y\n", "",
@@ -67,7 +71,7 @@ const SOperation s_Operations[] = {
 
 const char* const s_pszDeclarations = "dcl_literal l5, 5, 63, 2, 12\ndcl_literal l6, 3, 0xAAAAAAAA, 0xFFFFFFFE, 7\n"
                                       "dcl_literal l8, 2, 40, 0, 0\ndcl_lds_id(1) 1200\ndcl_indexed_temp_array x1[4]\n"
-                                      "dcl_typeless_uav_id(8)_stride(4)_length(16)_access(private)\n";
+                                      "dcl_typeless_uav_id(8)_stride(4)_length(20)_access(private)\n";
 
 std::string Body(const SOperation& operation)
 {
