@@ -153,6 +153,9 @@ private:
     void Access(const SMicroOp& step, const SAccess& access);
     void GlobalAccess(const SMicroOp& step, const SAccess& access);
     unsigned char* GlobalMemory(const SAccess& access, SOffsets& offsets);
+    unsigned char* ScaledMemory(const SAccess& access, SOffsets& offsets);
+    unsigned char* MemoryOf(const SAccess& access, uint64_t nLow, uint64_t nSpread);
+    void FindAddresses(const SAccess& access);
     void GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
     void LocalAccess(const SMicroOp& step, const SAccess& access);
     void LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
@@ -219,6 +222,7 @@ private:
     std::vector<uint32_t> m_vReturns;    ///< by body: step behind its call
     std::vector<SBranch> m_vBranches;    ///< by the row that keeps the lanes of the other part
     std::vector<uint32_t> m_vLocalShift; ///< by lane: where its group's local memory begins
+    SLaneRow m_Scaled;                   ///< how far the addresses of a scaled access lie behind the lowest
     SLaneRow m_Shifted;                  ///< local addresses of lanes of several groups
     size_t m_nLastRange = 0;
     CTraceRecorder* m_pTrace = nullptr;

@@ -44,6 +44,12 @@ uint32_t TotalBytes(const SAccess& access)
     return access.nElementBytes * static_cast<uint32_t>(access.nWords);
 }
 
+/// Of one work-item; atomics work on one element.
+uint32_t LaneBytes(const SAccess& access)
+{
+    return access.eOperation == SAccess::Atomic ? access.nElementBytes : TotalBytes(access);
+}
+
 } // namespace
 
 void CBlock::CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory)
@@ -249,9 +255,7 @@ void CBlock::GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nL
 /// Where the lowest of the lanes' elements lies, if all of them are inside one memory object; null otherwise.
 unsigned char* CBlock::GlobalMemory(const SAccess& access, SOffsets& offsets)
 {
-    const bool bAtomic = access.eOperation == SAccess::Atomic;
-    const uint32_t nTotal = bAtomic ? access.nElementBytes : TotalBytes(access);
-    offsets = Offsets(Row(access.nAddressRows[0]), nTotal);
+    offsets = Offsets(Row(access.nAddressRows[0]), LaneBytes(access));
     uint64_t nBase = 0;
     if (access.b64BitAddress)
     {
@@ -263,18 +267,72 @@ unsigned char* CBlock::GlobalMemory(const SAccess& access, SOffsets& offsets)
             ++nLane;
         nBase = static_cast<uint64_t>(pHigh[nLane]) << 32;
     }
-    const SMemoryRange* const pRange = FindMemory(nBase + offsets.nLow);
-    const bool bInside =
-        pRange && pRange->nSize >= nTotal && nBase + offsets.nHigh - pRange->nAddress <= pRange->nSize - nTotal;
-    if (!bInside || (access.eOperation != SAccess::Load && pRange->bReadOnly))
+    return MemoryOf(access, nBase + offsets.nLow, offsets.nHigh - offsets.nLow);
+}
+
+/// The memory at nLow, if all of the access is inside one object of which the highest address is nSpread further.
+unsigned char* CBlock::MemoryOf(const SAccess& access, uint64_t nLow, uint64_t nSpread)
+{
+    const SMemoryRange* const pRange = FindMemory(nLow);
+    const uint64_t nTotal = LaneBytes(access);
+    if (!pRange || (access.eOperation != SAccess::Load && pRange->bReadOnly))
         return nullptr;
-    return pRange->pData + (nBase + offsets.nLow - pRange->nAddress);
+    const uint64_t nBehind = pRange->nSize - (nLow - pRange->nAddress);
+    return nBehind >= nTotal && nSpread <= nBehind - nTotal ? pRange->pData + (nLow - pRange->nAddress) : nullptr;
+}
+
+/// As GlobalMemory, of a scaled access.
+unsigned char* CBlock::ScaledMemory(const SAccess& access, SOffsets& offsets)
+{
+    const uint32_t* const pIndices = Row(access.nIndexRow);
+    const uint32_t nScale = Row(access.nScaleRow)[0];
+    const uint32_t nTotal = LaneBytes(access);
+    const bool bAtomic = access.eOperation == SAccess::Atomic;
+    offsets = Offsets(pIndices, 1);
+    // What is below 0, or no multiple of an atomic's size, goes the way of whole addresses.
+    if ((access.bIndexSigned && (offsets.nHigh | nScale) > 0x7FFFFFFFu) || (bAtomic && nScale % nTotal != 0))
+        return nullptr;
+    const uint64_t nBase = Row(access.nBaseRows[0])[0] | static_cast<uint64_t>(Row(access.nBaseRows[1])[0]) << 32;
+    const uint64_t nLow = nBase + static_cast<uint64_t>(offsets.nLow) * nScale;
+    const uint64_t nSpread = static_cast<uint64_t>(offsets.nHigh - offsets.nLow) * nScale;
+    unsigned char* const pBase = MemoryOf(access, nLow, nSpread);
+    if (!pBase || nSpread > 0xFFFFFFFFu || (bAtomic && nLow % nTotal != 0))
+        return nullptr;
+    const bool bWords = access.nElementBytes == 4 && !bAtomic;
+    offsets.bSequence = offsets.bSequence && nScale == nTotal;
+    const bool bOne = offsets.nLow == offsets.nHigh && !m_pMask && access.eOperation == SAccess::Load;
+    if (!bWords || !(offsets.bSequence || bOne))
+        m_Lanes.pfScale(m_Scaled.w, pIndices, offsets.nLow, nScale, m_nBegin, m_nLast);
+    offsets.pAddresses = m_Scaled.w;
+    offsets.nLow = 0;
+    offsets.nHigh = static_cast<uint32_t>(nSpread);
+    return pBase;
+}
+
+/// Works the addresses of a scaled access out as the step would have done that it stands for.
+void CBlock::FindAddresses(const SAccess& access)
+{
+    SLaneRows rows;
+    for (uint32_t n = 0; n < 2; ++n)
+    {
+        rows.d[n] = static_cast<uint16_t>(access.nAddressRows[n]);
+        rows.s[4 + n] = static_cast<uint16_t>(access.nBaseRows[n]);
+    }
+    rows.s[0] = static_cast<uint16_t>(access.nIndexRow);
+    rows.s[2] = static_cast<uint16_t>(access.nScaleRow);
+    const uint32_t nOp = access.bIndexSigned ? LANE_IL_OP_MAD_I64_I32 : LANE_IL_OP_MAD_U64_U32;
+    m_Lanes.pFast[nOp](m_pRows, rows, m_pMask, m_nBegin, m_nEnd);
 }
 
 void CBlock::GlobalAccess(const SMicroOp& step, const SAccess& access)
 {
     SOffsets offsets;
-    unsigned char* const pBase = GlobalMemory(access, offsets);
+    unsigned char* pBase = access.bScaled ? ScaledMemory(access, offsets) : GlobalMemory(access, offsets);
+    if (access.bScaled && !pBase)
+    {
+        FindAddresses(access);
+        pBase = GlobalMemory(access, offsets);
+    }
     const bool bAtomic = access.eOperation == SAccess::Atomic;
     const bool bAligned = !bAtomic || (AnyBits(offsets.pAddresses) & (access.nElementBytes - 1u)) == 0;
     if (pBase && bAligned)
@@ -315,7 +373,7 @@ int64_t CBlock::LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, ui
 unsigned char* CBlock::LocalMemory(const SAccess& access, SOffsets& offsets)
 {
     const SCode::SLocalArea& area = m_Code.vLocalAreas[access.nArea];
-    const uint32_t nTotal = access.eOperation == SAccess::Atomic ? access.nElementBytes : TotalBytes(access);
+    const uint32_t nTotal = LaneBytes(access);
     const uint32_t* const pAddresses = Row(access.nAddressRows[0]);
     offsets = Offsets(pAddresses, nTotal);
     const int64_t nFirst = LocalOffset(area, offsets.nLow, nTotal);

@@ -60,6 +60,12 @@ void Fill(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd)
         pRow[i] = nValue;
 }
 
+void Scale(uint32_t* pRow, const uint32_t* pValues, uint32_t nBase, uint32_t nScale, uint32_t nBegin, uint32_t nEnd)
+{
+    for (uint32_t i = nBegin; i < nEnd; ++i)
+        pRow[i] = (pValues[i] - nBase) * nScale;
+}
+
 uint32_t WordAt(const unsigned char* p)
 {
     uint32_t n;

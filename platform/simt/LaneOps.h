@@ -87,6 +87,9 @@ struct SLaneTable
     bool (*pfIsSequence)(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_t nStride);
     /// Writes one value to all lanes; without a mask.
     void (*pfFill)(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd);
+    /// Writes what lies between pValues and nBase, times nScale.
+    void (*pfScale)(uint32_t* pRow, const uint32_t* pValues, uint32_t nBase, uint32_t nScale, uint32_t nBegin,
+                    uint32_t nEnd);
     /// Loads the word at pBase + pOffsets[i] - nBase, all of them inside memory; so is pBase itself.
     void (*pfGather)(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
                      const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);

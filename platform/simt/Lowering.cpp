@@ -4,6 +4,7 @@
 
 #include "platform/simt/ForwardCopies.h"
 #include "platform/simt/RowNumbers.h"
+#include "platform/simt/ScaledAddresses.h"
 #include "platform/simt/SteadySteps.h"
 #include "platform/simt/StepRows.h"
 
@@ -58,6 +59,7 @@ bool CLowering::Run()
         ForwardCopies(m_Code);
         std::vector<uint32_t> vReads = CountReads(m_Code);
         std::vector<char> vDropped = MarkUnreadSteps(m_Code, vReads);
+        ScaleAddresses(m_Code, vReads, vDropped);
         MoveSteadySteps(m_Code, vReads, vDropped);
         RemoveSteps(m_Code, vDropped);
         KeepRowsToClear(m_Code, vReads);

@@ -34,6 +34,9 @@ void ForEachRow(SCode& code, F&& visit)
     for (SAccess& access : code.vAccesses)
     {
         ForAll(access.nAddressRows, visit);
+        visit(access.nIndexRow);
+        visit(access.nScaleRow);
+        ForAll(access.nBaseRows, visit);
         ForAll(access.nRows, visit);
         ForAll(access.nValueRows, visit);
     }

@@ -31,7 +31,14 @@ void ForEach(const TRow* pRows, size_t nCount, F&& visit)
 template <class F>
 void ForEachRead(const SAccess& access, F&& visit)
 {
-    ForEach(access.nAddressRows, 2, visit);
+    if (access.bScaled)
+    {
+        ForEach(&access.nIndexRow, 1, visit);
+        ForEach(&access.nScaleRow, 1, visit);
+        ForEach(access.nBaseRows, 2, visit);
+    }
+    else
+        ForEach(access.nAddressRows, 2, visit);
     ForEach(access.nValueRows, 4, visit);
     if (access.eOperation == SAccess::Store)
         ForEach(access.nRows, 4, visit);

@@ -113,7 +113,10 @@ private:
             return;
         }
         SAccess& access = m_Code.vAccesses[step.nAux];
-        ReadNames(access.nAddressRows);
+        if (access.bScaled)
+            ReadName(access.nIndexRow);
+        else
+            ReadNames(access.nAddressRows);
         ReadNames(access.nValueRows);
         if (access.eOperation == SAccess::Store)
             ReadNames(access.nRows);
@@ -123,13 +126,17 @@ private:
     void ReadNames(TRow (&rows)[nCount])
     {
         for (TRow& nRow : rows)
-        {
-            if (m_vRows[nRow].nNamePiece != m_nPiece)
-                continue;
-            --m_vReads[nRow];
-            nRow = static_cast<TRow>(m_vRows[nRow].nName);
-            ++m_vReads[nRow];
-        }
+            ReadName(nRow);
+    }
+
+    template <class TRow>
+    void ReadName(TRow& nRow)
+    {
+        if (m_vRows[nRow].nNamePiece != m_nPiece)
+            return;
+        --m_vReads[nRow];
+        nRow = static_cast<TRow>(m_vRows[nRow].nName);
+        ++m_vReads[nRow];
     }
 
     bool CanMove(size_t nStep) const

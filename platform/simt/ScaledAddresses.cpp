@@ -1,0 +1,213 @@
+#include "platform/simt/ScaledAddresses.h"
+
+#include <algorithm>
+
+#include "platform/simt/RowVisits.h"
+
+namespace KestrelPlatform
+{
+
+namespace
+{
+
+/// Goes through pieces of straight code twice: first to see which rows hand a value on from one piece to another, then
+/// to find the sums of which only accesses know.
+class CScaledAddresses
+{
+public:
+    CScaledAddresses(SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+        : m_Code(code), m_vReads(vReads), m_vDropped(vDropped), m_vRows(code.nRows)
+    {
+        ForEachPinned(code, [this](uint32_t nRow) { m_vRows[nRow].bLeaves = true; });
+        for (const SCode::SConstant& constant : code.vConstants)
+            m_vRows[constant.nRow].bConstant = true;
+        m_vRows[s_nZeroRow].bConstant = true;
+    }
+
+    void Run()
+    {
+        if (!IsAnySum() || m_Code.nRows + 2 > s_nMaxRows)
+            return;
+        ForEachStep([this](size_t nStep) { Look(nStep); });
+        ForEachStep([this](size_t nStep) { Follow(nStep); });
+        for (size_t n = 0; n < m_vSums.size(); ++n)
+            EndOf(n);
+        for (const SUse& use : m_vUses)
+        {
+            if (!m_vSums[use.nSum].bKept)
+                Scale(m_Code.vAccesses[use.nAccess], m_Code.vSteps[m_vSums[use.nSum].nStep]);
+        }
+        for (const SSum& sum : m_vSums)
+        {
+            if (!sum.bKept)
+                Drop(sum.nStep);
+        }
+    }
+
+private:
+    struct SRow
+    {
+        uint32_t nPiece = 0;  ///< in which it was written last
+        uint32_t nWrites = 0; ///< how often so far
+        uint32_t nSum = 0;    ///< the sum that it holds, counted from 1
+        bool bLeaves = false; ///< read in a piece that hasn't written it before
+        bool bConstant = false;
+    };
+
+    /// A step that multiplies and adds in 64 bits.
+    struct SSum
+    {
+        size_t nStep = 0;
+        uint32_t nIndexWrites = 0; ///< of its index's row, once it has run
+        bool bKept = false;        ///< something else reads it
+    };
+
+    struct SUse
+    {
+        size_t nSum = 0;
+        uint32_t nAccess = 0;
+    };
+
+    template <class F>
+    void ForEachStep(F&& visit)
+    {
+        ++m_nPiece;
+        for (size_t n = 0; n < m_vDropped.size(); ++n)
+        {
+            m_nPiece += IsStraight(m_Code.vSteps[n]) ? 0 : 1;
+            if (!m_vDropped[n])
+                visit(n);
+        }
+    }
+
+    void Look(size_t nStep)
+    {
+        const SMicroOp& step = m_Code.vSteps[nStep];
+        ForEachRead(m_Code, step,
+                    [this](uint32_t nRow)
+                    { m_vRows[nRow].bLeaves = m_vRows[nRow].bLeaves || m_vRows[nRow].nPiece != m_nPiece; });
+        ForEachWritten(m_Code, step, [this](uint32_t nRow) { m_vRows[nRow].nPiece = m_nPiece; });
+    }
+
+    /// The sum whose value the row holds, or null.
+    SSum* SumIn(uint32_t nRow)
+    {
+        const SRow& row = m_vRows[nRow];
+        return row.nSum != 0 && row.nPiece == m_nPiece ? &m_vSums[row.nSum - 1] : nullptr;
+    }
+
+    void Follow(size_t nStep)
+    {
+        const SMicroOp& step = m_Code.vSteps[nStep];
+        const SSum* const pSum = IsOfSum(step) ? SumIn(m_Code.vAccesses[step.nAux].nAddressRows[0]) : nullptr;
+        if (pSum)
+            m_vUses.push_back({static_cast<size_t>(pSum - m_vSums.data()), step.nAux});
+        else
+            ForEachRead(m_Code, step, [this](uint32_t nRow) { Keep(SumIn(nRow)); });
+        const bool bSum = IsSum(step);
+        if (bSum)
+            m_vSums.push_back({nStep, 0, false});
+        ForEachWritten(m_Code, step,
+                       [this, bSum](uint32_t nRow)
+                       {
+                           SRow& row = m_vRows[nRow];
+                           row.nPiece = m_nPiece;
+                           row.nSum = bSum ? static_cast<uint32_t>(m_vSums.size()) : 0;
+                           ++row.nWrites;
+                       });
+        if (bSum)
+            m_vSums.back().nIndexWrites = m_vRows[step.rows.s[0]].nWrites;
+    }
+
+    static void Keep(SSum* pSum)
+    {
+        if (pSum)
+            pSum->bKept = true;
+    }
+
+    bool IsAnySum() const
+    {
+        return std::any_of(m_Code.vSteps.begin(), m_Code.vSteps.end(),
+                           [this](const SMicroOp& step) { return IsSum(step); });
+    }
+
+    bool IsSum(const SMicroOp& step) const
+    {
+        const bool bMad =
+            step.eKind == MICRO_LANE_FAST && (step.nOp == LANE_IL_OP_MAD_U64_U32 || step.nOp == LANE_IL_OP_MAD_I64_I32);
+        return bMad && m_vRows[step.rows.s[2]].bConstant && m_vRows[step.rows.s[4]].bConstant &&
+               m_vRows[step.rows.s[5]].bConstant;
+    }
+
+    /// Whether the step is an access at a sum whose index is still there, and which it doesn't use otherwise.
+    bool IsOfSum(const SMicroOp& step)
+    {
+        if (step.eKind != MICRO_ACCESS)
+            return false;
+        const SAccess& access = m_Code.vAccesses[step.nAux];
+        if (access.eSpace != SAccess::Global || !access.b64BitAddress)
+            return false;
+        const SSum* const pSum = SumIn(access.nAddressRows[0]);
+        if (!pSum || SumIn(access.nAddressRows[1]) != pSum)
+            return false;
+        const SLaneRows& rows = m_Code.vSteps[pSum->nStep].rows;
+        bool bElsewhere = rows.d[0] != access.nAddressRows[0] || rows.d[1] != access.nAddressRows[1];
+        const auto compare = [&](uint32_t nRow) { bElsewhere = bElsewhere || SumIn(nRow) != nullptr; };
+        ForEach(access.nValueRows, 4, compare);
+        if (access.eOperation == SAccess::Store)
+            ForEach(access.nRows, 4, compare);
+        return !bElsewhere && m_vRows[rows.s[0]].nWrites == pSum->nIndexWrites;
+    }
+
+    /// A sum that may be read in another piece stays.
+    void EndOf(size_t nSum)
+    {
+        SSum& sum = m_vSums[nSum];
+        for (const uint16_t nRow : m_Code.vSteps[sum.nStep].rows.d)
+            sum.bKept = sum.bKept || m_vRows[nRow].bLeaves;
+    }
+
+    void Scale(SAccess& access, const SMicroOp& sum)
+    {
+        if (m_nScratch == 0)
+        {
+            m_nScratch = m_Code.nRows;
+            m_Code.nRows += 2;
+            m_vReads.resize(m_Code.nRows, 0);
+        }
+        ForEachRead(access, [this](uint32_t nRow) { --m_vReads[nRow]; });
+        access.bScaled = true;
+        access.bIndexSigned = sum.nOp == LANE_IL_OP_MAD_I64_I32;
+        access.nIndexRow = sum.rows.s[0];
+        access.nScaleRow = sum.rows.s[2];
+        access.nBaseRows[0] = sum.rows.s[4];
+        access.nBaseRows[1] = sum.rows.s[5];
+        access.nAddressRows[0] = m_nScratch;
+        access.nAddressRows[1] = m_nScratch + 1;
+        ForEachRead(access, [this](uint32_t nRow) { ++m_vReads[nRow]; });
+    }
+
+    void Drop(size_t nStep)
+    {
+        m_vDropped[nStep] = 1;
+        ForEachRead(m_Code, m_Code.vSteps[nStep], [this](uint32_t nRow) { --m_vReads[nRow]; });
+    }
+
+    SCode& m_Code;
+    std::vector<uint32_t>& m_vReads;
+    std::vector<char>& m_vDropped;
+    std::vector<SRow> m_vRows;
+    std::vector<SSum> m_vSums;
+    std::vector<SUse> m_vUses;
+    uint32_t m_nPiece = 0;
+    uint32_t m_nScratch = 0; ///< two rows for addresses that have to be worked out after all
+};
+
+} // namespace
+
+void ScaleAddresses(SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+{
+    CScaledAddresses(code, vReads, vDropped).Run();
+}
+
+} // namespace KestrelPlatform
