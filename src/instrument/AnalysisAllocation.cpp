@@ -83,12 +83,26 @@ bool CAnalyzedShaderIL::UseTemp(const SOperand& operand)
     return bNew;
 }
 
-/// A macro shares the registers of the kernel that calls it.
-void CAnalyzedShaderIL::NoteMacroRegisters(const CShaderDebuggerInstructionIL& item)
+void CAnalyzedShaderIL::NoteLiteral(const CShaderDebuggerInstructionIL& declaration)
 {
-    if (item.IsDCLLiteral())
+    const std::uint32_t nValues = declaration.GetLength() - 4;
+    const unsigned int nNumber = declaration.GetSrcRegister(0).reg.number;
+    const Vec4 value = {declaration.GetToken(nValues), declaration.GetToken(nValues + 1),
+                        declaration.GetToken(nValues + 2), declaration.GetToken(nValues + 3)};
+    m_vLiteralRegisterUsed[nNumber % NUM_IL_REGISTER_INDICES] = true;
+    m_LiteralDeclarations[nNumber].push_back({m_nInstructionCount, value});
+}
+
+/// A macro shares the registers of the kernel that calls it.
+void CAnalyzedShaderIL::NoteMacroItem(const CShaderDebuggerInstructionIL& item)
+{
+    if (item.GetOpCode() == IL_OP_MACRODEF)
     {
-        m_vLiteralRegisterUsed[item.GetSrcRegister(0).reg.number % NUM_IL_REGISTER_INDICES] = true;
+        m_MacroLabels.insert(item.GetOpToken().bits.controls);
+    }
+    else if (item.IsDCLLiteral())
+    {
+        NoteLiteral(item);
     }
     else if (!item.IsDCL())
     {

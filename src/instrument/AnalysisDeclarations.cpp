@@ -62,14 +62,9 @@ bool CAnalysisPass::OnDclLiteral(const CShaderDebuggerInstructionIL& item)
         return false;
     }
 
-    const std::uint32_t nValues = item.GetLength() - 4;
-    Vec4 value;
-    value.x = item.GetToken(nValues);
-    value.y = item.GetToken(nValues + 1);
-    value.z = item.GetToken(nValues + 2);
-    value.w = item.GetToken(nValues + 3);
-    m_Shader.m_vLiteralRegisterUsed[literal.reg.number] = true;
-    m_Shader.m_vLiteralRegisterValues[literal.reg.number] = value;
+    m_Shader.NoteLiteral(item);
+    m_Shader.m_vLiteralRegisterValues[literal.reg.number] =
+        m_Shader.m_LiteralDeclarations[literal.reg.number].back().value;
     return true;
 }
 

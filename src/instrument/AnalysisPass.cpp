@@ -82,7 +82,18 @@ bool CAnalysisPass::TakeMacroEnd()
     }
 
     m_bInOutlineMacro = false;
-    m_Shader.m_nOutlineMacroEnd = m_Shader.m_nInstructionCount;
+
+    if (m_Shader.m_nOutlineMacroEnd == g_Inst_NULL)
+    {
+        m_Shader.m_nOutlineMacroEnd = Position();
+    }
+
+    // One without an instruction is no place.
+    if (m_nMacroStart != Position())
+    {
+        m_Shader.m_vOutlineMacros.push_back({m_nMacroLabel, m_nMacroStart, Position()});
+    }
+
     return true;
 }
 
@@ -93,11 +104,15 @@ bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
         return false;
     }
 
-    if (!m_bOutlineMacroEncountered && m_Shader.IsOutlineMacro(item.GetInstructionModifier(), m_Src))
+    m_Shader.NoteMacroItem(item);
+
+    if (IsEntered(item))
     {
         m_bInOutlineMacro = true;
+        m_nMacroLabel = item.GetOpToken().bits.controls;
+        m_nMacroStart = Position();
+        m_Shader.m_OutlineMacroLabel = m_bOutlineMacroEncountered ? m_Shader.m_OutlineMacroLabel : m_nMacroLabel;
         m_bOutlineMacroEncountered = true;
-        m_Shader.m_OutlineMacroLabel = item.GetOpToken().bits.controls;
         return true;
     }
 
@@ -107,7 +122,7 @@ bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
     while (m_Shader.DecodeItem(m_Src, inMacro))
     {
         ++m_nLine;
-        m_Shader.NoteMacroRegisters(inMacro);
+        m_Shader.NoteMacroItem(inMacro);
 
         if (inMacro.GetOpCode() == IL_OP_MACROEND)
         {
@@ -118,12 +133,19 @@ bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
     return true;
 }
 
+/// The first outline macro, and those after it that somebody calls: nobody comes to the others.
+bool CAnalysisPass::IsEntered(const CShaderDebuggerInstructionIL& item)
+{
+    return m_Shader.IsOutlineMacro(item.GetInstructionModifier(), m_Src) &&
+           (!m_bOutlineMacroEncountered || m_Shader.IsMacroCalled(item.GetOpToken().bits.controls));
+}
+
 bool CAnalysisPass::TakeInstruction(CShaderDebuggerInstructionIL& item)
 {
     m_Shader.m_Instructions.push_back(std::move(item));
     const CShaderDebuggerInstructionIL& instruction = m_Shader.m_Instructions.back();
 
-    if (m_bInOutlineMacro)
+    if (m_bInOutlineMacro && m_nMacroLabel == m_Shader.m_OutlineMacroLabel)
     {
         InstructionNumber& nFirst = m_Shader.m_FunctionInstruction[m_Shader.m_OutlineMacroLabel];
         nFirst = nFirst == 0 ? Position() : nFirst;
@@ -180,7 +202,8 @@ bool CAnalysisPass::MakeWrittenRegister(const CShaderDebuggerInstructionIL& inst
 {
     if (!m_Shader.IsPrivateUAVWrite(instruction))
     {
-        return instruction.GetDestRegister(reg);
+        // A macro's result is one in this call alone, and can't be read where others are.
+        return instruction.GetDestRegType() != IL_REGTYPE_OUTPUT_ARG && instruction.GetDestRegister(reg);
     }
 
     // The store's address takes the place of an index.

@@ -39,6 +39,7 @@ private:
     // The items (AnalysisPass.cpp).
     bool TakeItem(CShaderDebuggerInstructionIL& item);
     bool TakeMacroDef(const CShaderDebuggerInstructionIL& item);
+    bool IsEntered(const CShaderDebuggerInstructionIL& item);
     bool TakeMacroEnd();
     bool TakeInstruction(CShaderDebuggerInstructionIL& item);
     bool Dispatch(const CShaderDebuggerInstructionIL& item);
@@ -106,6 +107,8 @@ private:
     bool m_bEndMainEncountered = false;
     bool m_bInFunction = true; ///< the main body counts as function 0
     bool m_bInOutlineMacro = false;
+    unsigned int m_nMacroLabel = 0;      ///< of the outline macro that is open
+    InstructionNumber m_nMacroStart = 0; ///< its first instruction
     bool m_bOutlineMacroEncountered = false;
     unsigned int m_nCurrentFunction = 0;
 };

@@ -63,6 +63,9 @@ bool CAnalyzedShaderIL::InitShaderInfo()
     m_nEndOfShader = 0;
     m_OutlineMacroLabel = 0;
     m_nOutlineMacroEnd = g_Inst_NULL;
+    m_vOutlineMacros.clear();
+    m_MacroLabels.clear();
+    m_CalledMacros.reset();
     m_PC_LineNumberMap = PC_LineNumberMap();
     m_Instructions.clear();
     m_FlowControl.clear();
@@ -86,6 +89,7 @@ bool CAnalyzedShaderIL::InitShaderInfo()
     m_vTempRegisterNumbers.clear();
     m_qUnusedLiteralRegs.clear();
     m_vLiteralRegisterValues.clear();
+    m_LiteralDeclarations.clear();
     m_nLiteralRegisterCount = 0;
     m_nPatchedLiteralRegisterCount = 0;
     m_nTempRegisters.fill(0);
@@ -265,6 +269,21 @@ bool CAnalyzedShaderIL::ReadItem(CInputTokenStream<unsigned int>& src, SItem& it
     return src.SkipTokens(item.nLength);
 }
 
+void CAnalyzedShaderIL::SkipHeader(CInputTokenStream<unsigned int>& src) const
+{
+    unsigned int token = 0;
+    SItem item;
+
+    while (src.PeekToken(token) && ILFormatDecode::GetOp(token) == IL_OP_MACRODEF)
+    {
+        while (ReadItem(src, item) && item.GetOpCode() != IL_OP_MACROEND)
+        {
+        }
+    }
+
+    src.SkipTokens(HEADER_TOKENS);
+}
+
 bool CAnalyzedShaderIL::SkipMacros(CInputTokenStream<unsigned int>& src, LineNumber& nNumMacroLines)
 {
     CShaderDebuggerInstructionIL item(m_pDebugger);
@@ -276,7 +295,7 @@ bool CAnalyzedShaderIL::SkipMacros(CInputTokenStream<unsigned int>& src, LineNum
         while (DecodeItem(src, item))
         {
             ++nNumMacroLines;
-            NoteMacroRegisters(item);
+            NoteMacroItem(item);
 
             if (item.GetOpCode() == IL_OP_MACROEND)
             {
@@ -286,6 +305,28 @@ bool CAnalyzedShaderIL::SkipMacros(CInputTokenStream<unsigned int>& src, LineNum
     } while (src.PeekToken(nNext) && ILFormatDecode::GetOp(nNext) == IL_OP_MACRODEF);
 
     return true;
+}
+
+/// Whether any instruction of the stream calls a macro.
+bool CAnalyzedShaderIL::IsMacroCalled(unsigned int nLabel)
+{
+    if (!m_CalledMacros)
+    {
+        m_CalledMacros.emplace();
+        CInputTokenStream<unsigned int> src(m_pDebugger, m_vTokens.data(), m_vTokens.size());
+        CShaderDebuggerInstructionIL item(m_pDebugger);
+        SkipHeader(src);
+
+        while (DecodeItem(src, item) && item.GetOpCode() != IL_OP_END)
+        {
+            if (item.GetOpCode() == IL_OP_MACROCALL)
+            {
+                m_CalledMacros->insert(item.GetOpToken().bits.controls);
+            }
+        }
+    }
+
+    return m_CalledMacros->count(nLabel) != 0;
 }
 
 bool CAnalyzedShaderIL::PeekFollowingComment(const CInputTokenStream<unsigned int>& src, std::string& strComment) const

@@ -11,6 +11,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -36,6 +37,13 @@ struct Vec4
     unsigned int w = 0;
 };
 
+/// A declaration of a literal, and the first instruction that stands behind it.
+struct SLiteralDeclaration
+{
+    InstructionNumber nInst;
+    Vec4 value;
+};
+
 /// What one function of a kernel declares. The main body is function 0.
 struct Declarations
 {
@@ -45,6 +53,14 @@ struct Declarations
     std::map<unsigned int, unsigned int> m_PrivateUAVSizes;          ///< UAV number to bytes
     std::map<unsigned int, unsigned int> m_LocalSizes;               ///< number of local memory to bytes
     std::map<unsigned int, unsigned int> m_IndexedTempRegisterSizes; ///< array number to elements
+};
+
+/// A macro that the position enters as it enters a function. Its end is no instruction.
+struct SOutlineMacro
+{
+    unsigned int nLabel;
+    InstructionNumber nFirst;
+    InstructionNumber nEnd; ///< the first instruction behind it
 };
 
 /// What is known of a kernel: the lowest storey of the kernel under debug. One pass over the IL, run once, finds the
@@ -116,6 +132,9 @@ public:
     unsigned int GetExecMaskUAVNum() const { return m_bTidewater ? m_nExecMaskUAVNum : m_nRawUAVNum; }
 
 protected:
+    /// The version and the shader type in front of the items.
+    static constexpr size_t HEADER_TOKENS = 2;
+
     /// One item of the token stream: an instruction, a declaration, a comment or a macro marker.
     struct SItem
     {
@@ -129,11 +148,25 @@ protected:
     /// \return false at the end, and for a stream that isn't the analysed one
     bool ReadItem(CInputTokenStream<unsigned int>& src, SItem& item) const;
 
+    /// Moves a stream over the analysed tokens from its start to the first item behind the header.
+    void SkipHeader(CInputTokenStream<unsigned int>& src) const;
+
     bool IsCompute() const { return GetShaderType() == ShaderUtils::ST_Compute; }
     unsigned int FunctionOf(InstructionNumber nInst) const;
     CIL_FCConstruct* ConstructOf(InstructionNumber nInst) const;
 
-    /// Whether a macro is the outline of this kernel: bit 16 of its modifier word, and the comment that comes next.
+    /// The outline macro that an instruction stands in; null for none.
+    const SOutlineMacro* MacroAround(InstructionNumber nInst) const;
+    /// Whether an instruction stands in the main body, in no function and no macro.
+    bool IsInMain(InstructionNumber nInst) const;
+    /// The first instruction of the function or outline macro around an instruction; that of the main body is 0.
+    InstructionNumber StartOfBody(InstructionNumber nInst) const;
+    /// The instruction with which the body around an instruction ends; of an outline macro the first one behind it.
+    InstructionNumber EndOfBody(InstructionNumber nInst) const;
+    /// The first instruction of the function or outline macro that an instruction calls, on a condition or without.
+    std::optional<InstructionNumber> FindCallee(InstructionNumber nInst) const;
+
+    /// Whether a macro is an outline of this kernel: bit 16 of its modifier word, and the comment that comes next.
     bool IsOutlineMacro(IL instMod, const CInputTokenStream<unsigned int>& src) const;
 
     /// The name of the kernel under debug, from the host.
@@ -149,10 +182,12 @@ protected:
     // them; the engine and the patcher index them directly at every step.
     unsigned int m_nVersion; ///< low 16 bits of the version token
     InstructionNumber m_nInstructionCount;
-    InstructionNumber m_nEndOfShader;      ///< the last instruction, the end
-    InstructionNumber m_OutlineMacroLabel; ///< 0 for none
-    InstructionNumber m_nOutlineMacroEnd;  ///< the first instruction behind the outline macro; g_Inst_NULL for none
-    PC_LineNumberMap m_PC_LineNumberMap;   ///< instructions and items of the text
+    InstructionNumber m_nEndOfShader;            ///< the last instruction, the end
+    InstructionNumber m_OutlineMacroLabel;       ///< of the first outline macro; 0 for none
+    InstructionNumber m_nOutlineMacroEnd;        ///< the first instruction behind that macro; g_Inst_NULL for none
+    std::vector<SOutlineMacro> m_vOutlineMacros; ///< all that aren't empty, in the order of the text
+    std::set<unsigned int> m_MacroLabels;        ///< of all macros
+    PC_LineNumberMap m_PC_LineNumberMap;         ///< instructions and items of the text
     std::vector<CShaderDebuggerInstructionIL> m_Instructions;        ///< by InstructionNumber
     std::map<InstructionNumber, CIL_FCConstruct*> m_FlowControl;     ///< the innermost construct; null for none
     std::map<InstructionNumber, unsigned int> m_FunctionScope;       ///< label of the function around an instruction
@@ -175,6 +210,7 @@ protected:
     std::vector<unsigned int> m_vTempRegisterNumbers;  ///< the kernel's temps, ascending
     std::deque<unsigned int> m_qUnusedLiteralRegs;     ///< free literals left after allocation, ascending
     std::map<unsigned int, Vec4> m_vLiteralRegisterValues;
+    std::map<unsigned int, std::vector<SLiteralDeclaration>> m_LiteralDeclarations; ///< by number, as in the text
     unsigned int m_nLiteralRegisterCount;
     unsigned int m_nPatchedLiteralRegisterCount;
     std::array<unsigned int, 5> m_nTempRegisters;
@@ -205,7 +241,9 @@ private:
     bool CheckComputeKernel();
     void NoteTemps(const CShaderDebuggerInstructionIL& instruction);
     bool UseTemp(const SOperand& operand);
-    void NoteMacroRegisters(const CShaderDebuggerInstructionIL& item);
+    void NoteLiteral(const CShaderDebuggerInstructionIL& declaration);
+    void NoteMacroItem(const CShaderDebuggerInstructionIL& item);
+    bool IsMacroCalled(unsigned int nLabel);
     bool AllocateRegisters(unsigned int nMaxLoopDepth);
     bool AllocateUAVs();
     void AssignLoopCounters(const std::vector<unsigned int>& vLoopTempRegs,
@@ -220,6 +258,7 @@ private:
 
     std::vector<bool> m_vTempRegisterUsed;
     std::vector<bool> m_vLiteralRegisterUsed;
+    std::optional<std::set<unsigned int>> m_CalledMacros; ///< labels, found when first asked for
     std::vector<unsigned int> m_vItemLengths; ///< by token position: the length of the item that begins there, or 0
     std::vector<std::unique_ptr<CIL_FCConstruct>> m_vConstructs; ///< owns what m_FlowControl points at
 };

@@ -9,6 +9,15 @@ namespace OVK_ShaderDebugger
 // A called function is cut short at the target in one of its calls only. The call that is meant, told by the call
 // stack, goes to a copy of the function that is cut; all others go to the function as the kernel wrote it. The function
 // that makes the call is itself cut behind it, or it would go on, and store, with what a function cut short has left.
+// An outline macro is such a function, too.
+
+namespace
+{
+
+/// The label of a macro has 14 bits.
+constexpr unsigned int s_nMaxMacroLabel = 0x3FFF;
+
+} // namespace
 
 /// Whether an instruction may call its function again, or another one does.
 bool CInstrumentedShaderIL::IsRepeatedCall(InstructionNumber nCall) const
@@ -18,12 +27,12 @@ bool CInstrumentedShaderIL::IsRepeatedCall(InstructionNumber nCall) const
         return true;
     }
 
-    const unsigned int nLabel = m_Instructions[nCall].GetToken(1);
+    const std::optional<InstructionNumber> nCallee = FindCallee(nCall);
     unsigned int nCalls = 0;
 
-    for (const CShaderDebuggerInstructionIL& instruction : m_Instructions)
+    for (InstructionNumber n = 0; n < m_Instructions.size(); ++n)
     {
-        nCalls += instruction.GetOpCode() == IL_OP_CALL && instruction.GetToken(1) == nLabel;
+        nCalls += FindCallee(n) == nCallee ? 1 : 0;
     }
 
     return nCalls > 1;
@@ -47,32 +56,60 @@ const CIL_Loop* CInstrumentedShaderIL::LoopWith(InstructionNumber nInst) const
 
 /// The places where functions are cut, from the outside in: each call on the way to the target, and the target. The
 /// main body, in which the runtime looks for the call of the kernel's function, stays as it is if that is called once.
-/// A call of a macro on the way leaves the target alone, since macros aren't copied.
+/// \return nothing if there is no label left for a copy
 std::vector<CInstrumentedShaderIL::SCut> CInstrumentedShaderIL::FindCuts(const ProgramCounter& target) const
 {
     std::vector<SCut> vCuts;
-    unsigned int nLabel = m_FunctionInstruction.empty() ? 0 : m_FunctionInstruction.rbegin()->first;
+    unsigned int nFunction = m_FunctionInstruction.empty() ? 0 : m_FunctionInstruction.rbegin()->first;
+    unsigned int nMacro = 0;
 
     for (auto it = m_CallStack.rbegin(); it != m_CallStack.rend(); ++it)
     {
-        if (m_Instructions[it->m_nPos].GetOpCode() != IL_OP_CALL)
+        if (IsInMain(it->m_nPos) && !IsRepeatedCall(it->m_nPos))
         {
-            return {{target, 0}};
+            continue;
         }
 
-        if (FunctionOf(it->m_nPos) != 0 || IsRepeatedCall(it->m_nPos))
-        {
-            do
-            {
-                ++nLabel;
-            } while (nLabel == 0 || m_FunctionInstruction.count(nLabel) != 0);
+        const bool bMacro = m_Instructions[it->m_nPos].GetOpCode() == IL_OP_MACROCALL;
+        unsigned int& nLabel = bMacro ? nMacro : nFunction;
 
-            vCuts.push_back({*it, nLabel});
+        do
+        {
+            ++nLabel;
+        } while (nLabel == 0 || m_FunctionInstruction.count(nLabel) != 0 ||
+                 (bMacro && m_MacroLabels.count(nLabel) != 0));
+
+        if (!SD_AssertText(GetHost(), !bMacro || nLabel <= s_nMaxMacroLabel, "nLabel <= s_nMaxMacroLabel"))
+        {
+            return {};
         }
+
+        vCuts.push_back({*it, nLabel});
     }
 
     vCuts.push_back({target, 0});
     return vCuts;
+}
+
+/// An instruction that calls a function or macro, with another label.
+void CInstrumentedShaderIL::WriteCallOf(CDest& dest, const CShaderDebuggerInstructionIL& call, unsigned int nLabel)
+{
+    const unsigned int nLast = call.GetLength() - 1;
+    const bool bMacro = call.GetOpCode() == IL_OP_MACROCALL;
+    dest.WriteToken(bMacro ? WithLabel(call.GetToken(0), nLabel) : call.GetToken(0));
+
+    for (unsigned int n = 1; n <= nLast; ++n)
+    {
+        dest.WriteToken(!bMacro && n == nLast ? nLabel : call.GetToken(n));
+    }
+}
+
+/// The first word of an mcall or mdef, with another label.
+unsigned int CInstrumentedShaderIL::WithLabel(unsigned int token, unsigned int nLabel)
+{
+    IL_OpCode opToken{token};
+    opToken.bits.controls = nLabel;
+    return opToken.val;
 }
 
 /// Literals of their own for the passes of loops in copies: a function and the one that calls it may have loops of the
@@ -108,8 +145,7 @@ void CInstrumentedShaderIL::WriteCutCall(CDest& dest, const SCut& cut)
         WriteSourceReg(dest, Register(RT_Temp, pLoop->GetCountRegister(), pLoop->GetCountComponent()));
     }
 
-    dest.WriteToken(call.GetToken(0));
-    dest.WriteToken(cut.nCopy);
+    WriteCallOf(dest, call, cut.nCopy);
 
     if (!bOnePass)
     {
@@ -129,30 +165,51 @@ void CInstrumentedShaderIL::WriteCutCall(CDest& dest, const SCut& cut)
     WriteInstruction(dest, IL_OP_ENDIF);
 }
 
-/// A function, cut, under another label.
+/// A function or macro, cut, under another label.
 bool CInstrumentedShaderIL::WriteCopy(const SPass& pass, const SCut& cut, unsigned int nLabel)
 {
     CSource src(m_pDebugger, pass.src.GetStream(), pass.src.GetTokenCount());
-    const auto itFunction = m_FunctionInstruction.find(FunctionOf(cut.pc.m_nPos));
+    const InstructionNumber nFunc = StartOfBody(cut.pc.m_nPos);
+    const SOutlineMacro* pMacro = MacroAround(nFunc);
+    SItem item;
 
-    if (!SD_Assert(GetHost(), itFunction != m_FunctionInstruction.end()) || !FindFunction(src, itFunction->first))
+    if (!SD_Assert(GetHost(), pMacro != nullptr || m_Instructions[nFunc].GetOpCode() == IL_OP_FUNC) ||
+        !FindBody(src, pMacro, m_Instructions[nFunc], item))
     {
         return false;
     }
 
-    const InstructionNumber nFunc = itFunction->second;
     m_FlowControlStack.clear();
-    pass.dest.WriteToken(m_Instructions[nFunc].GetToken(0));
-    pass.dest.WriteToken(nLabel);
+
+    if (pMacro != nullptr)
+    {
+        pass.dest.WriteToken(WithLabel(item.pTokens[0], nLabel));
+        pass.dest.WriteTokens(item.pTokens + 1, item.nLength - 1);
+    }
+    else
+    {
+        pass.dest.WriteToken(item.pTokens[0]);
+        pass.dest.WriteToken(nLabel);
+    }
 
     SPass copy{src, pass.dest, cut, pass.vTargetRegs};
     copy.pMemory = pass.pMemory;
-    copy.nCurrentInstruction = nFunc + 1;
+    copy.nCurrentInstruction = pMacro != nullptr ? nFunc : nFunc + 1;
     copy.bCopy = true;
-    SItem item;
-    bool bPatched = WriteFunctionHead(src, pass.dest, nFunc);
+    bool bPatched = true;
 
-    if (bPatched && cut.pc.m_nPos == nFunc)
+    if (pMacro != nullptr)
+    {
+        WriteFollowingComment(src, pass.dest);
+    }
+    else
+    {
+        bPatched = WriteFunctionHead(src, pass.dest, nFunc);
+    }
+
+    WriteLiteralsInForce(pass.dest, nFunc);
+
+    if (bPatched && pMacro == nullptr && cut.pc.m_nPos == nFunc)
     {
         return copy.pMemory != nullptr ? EndMemoryFunction(copy, 0) : EndAtTarget(copy, m_Instructions[nFunc]);
     }
@@ -165,29 +222,50 @@ bool CInstrumentedShaderIL::WriteCopy(const SPass& pass, const SCut& cut, unsign
     return bPatched && SD_Assert(GetHost(), copy.bDone);
 }
 
-/// Moves a stream behind the func instruction with a label.
-bool CInstrumentedShaderIL::FindFunction(CSource& src, unsigned int nLabel)
+/// Moves a stream behind the item that begins a macro, or else the function of a func instruction.
+bool CInstrumentedShaderIL::FindBody(CSource& src, const SOutlineMacro* pMacro,
+                                     const CShaderDebuggerInstructionIL& func, SItem& item)
 {
-    LineNumber nMacroLines = 0;
-    unsigned int token = 0;
-    SItem item;
-
-    if (src.PeekToken(token) && ILFormatDecode::GetOp(token) == IL_OP_MACRODEF)
-    {
-        SkipMacros(src, nMacroLines);
-    }
-
-    src.SkipTokens(HEADER_TOKENS);
+    SkipHeader(src);
 
     while (ReadItem(src, item))
     {
-        if (item.GetOpCode() == IL_OP_FUNC && item.pTokens[1] == nLabel)
+        const bool bFound = pMacro != nullptr ? item.GetOpCode() == IL_OP_MACRODEF &&
+                                                    IL_OpCode{item.pTokens[0]}.bits.controls == pMacro->nLabel
+                                              : item.GetOpCode() == IL_OP_FUNC && item.pTokens[1] == func.GetToken(1);
+
+        if (bFound)
         {
             return true;
         }
     }
 
     return false;
+}
+
+/// Declares again what else would read otherwise in a copy, which stands behind all other text: the literals that are
+/// declared more than once, as they are in front of a body.
+void CInstrumentedShaderIL::WriteLiteralsInForce(CDest& dest, InstructionNumber nBody)
+{
+    for (const auto& literal : m_LiteralDeclarations)
+    {
+        if (literal.second.size() == 1)
+        {
+            continue;
+        }
+
+        // A read gives the declaration that stands last in front of it, or the first one if all stand behind it.
+        const Vec4* pValue = &literal.second.front().value;
+
+        for (const SLiteralDeclaration& declaration : literal.second)
+        {
+            pValue = declaration.nInst <= nBody ? &declaration.value : pValue;
+        }
+
+        WriteInstruction(dest, IL_DCL_LITERAL);
+        WriteSourceReg(dest, IL_REGTYPE_LITERAL, literal.first);
+        WriteImmediate32_4(dest, pValue->x, pValue->y, pValue->z, pValue->w);
+    }
 }
 
 } // namespace OVK_ShaderDebugger

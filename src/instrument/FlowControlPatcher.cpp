@@ -285,10 +285,10 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
     {
         const ILOpCode op = item.GetOpCode();
 
-        if (cut.IsTarget() && (op == IL_OP_RET || op == IL_OP_RET_DYN))
+        if (cut.IsTarget())
         {
             // Who returns here never comes to the stores behind the block.
-            WriteOutputs(dest, cut.pc.m_nPos);
+            WriteOutputsOfReturning(dest, item.pTokens, item.nLength, cut.pc.m_nPos);
         }
 
         dest.WriteTokens(item.pTokens, item.nLength);
@@ -303,6 +303,15 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
                       "m_Instructions[nCurrentInstruction].GetOpCode() == instruction.GetOpCode()");
         nDepth += op == opOpen;
         nDepth -= op == opClose;
+    }
+}
+
+/// A declaration in text that is left out may be meant for what stands behind the function.
+void CInstrumentedShaderIL::WriteDeclarationBehindTarget(CDest& dest, const SItem& item) const
+{
+    if (ILShaderUtils::IsDCL(item.GetOpCode()) && !IsReplacedDeclaration(item) && !IsDroppedBehindTarget(item))
+    {
+        dest.WriteTokens(item.pTokens, item.nLength);
     }
 }
 
@@ -326,6 +335,7 @@ bool CInstrumentedShaderIL::FinalizeFunctions(CSource& src, CDest& dest, Instruc
             break;
 
         default:
+            WriteDeclarationBehindTarget(dest, item);
             break;
         }
     }

@@ -99,7 +99,7 @@ class CIndexResolver
 public:
     CIndexResolver(const std::vector<CShaderDebuggerInstructionIL>& vInstructions,
                    const std::map<InstructionNumber, CIL_FCConstruct*>& flowControl,
-                   const std::map<unsigned int, Vec4>& literals, CShaderDebuggerHost* pHost)
+                   const std::map<unsigned int, std::vector<SLiteralDeclaration>>& literals, CShaderDebuggerHost* pHost)
         : m_vInstructions(vInstructions), m_FlowControl(flowControl), m_Literals(literals), m_pHost(pHost)
     {
     }
@@ -172,7 +172,10 @@ private:
     {
         if (type == RT_LITERAL)
         {
-            return true;
+            // Of several declarations the one in front of the reading instruction would count.
+            const auto it = m_Literals.find(nNumber);
+            return it == m_Literals.end() || it->second.size() == 1 ||
+                   Warn("Expression could not be reduced to literals.");
         }
 
         if (type != RT_Temp)
@@ -293,7 +296,13 @@ private:
     Values LiteralOf(unsigned int nNumber) const
     {
         const auto it = m_Literals.find(nNumber);
-        return it != m_Literals.end() ? Values{it->second.x, it->second.y, it->second.z, it->second.w} : Values{};
+        if (it == m_Literals.end())
+        {
+            return Values{};
+        }
+
+        const Vec4& value = it->second.front().value;
+        return Values{value.x, value.y, value.z, value.w};
     }
 
     bool Warn(const char* pszText) const
@@ -311,7 +320,7 @@ private:
 
     const std::vector<CShaderDebuggerInstructionIL>& m_vInstructions;
     const std::map<InstructionNumber, CIL_FCConstruct*>& m_FlowControl;
-    const std::map<unsigned int, Vec4>& m_Literals;
+    const std::map<unsigned int, std::vector<SLiteralDeclaration>>& m_Literals;
     CShaderDebuggerHost* m_pHost;
     std::map<unsigned int, RegisterMask> m_Needed; ///< components of temps whose writer is still looked for
     std::vector<STracked> m_vTracked;              ///< the newest first
@@ -339,7 +348,7 @@ bool CAnalyzedShaderIL::ResolveIndexRegisterToConstant(Register* reg, Instructio
         return true;
     }
 
-    CIndexResolver resolver(m_Instructions, m_FlowControl, m_vLiteralRegisterValues, GetHost());
+    CIndexResolver resolver(m_Instructions, m_FlowControl, m_LiteralDeclarations, GetHost());
 
     if (!IsOneComponent(pIndex->mask) || !resolver.Collect(*pIndex, nInst, nMaxDepth))
     {

@@ -42,7 +42,7 @@ public:
     /// The kernel up to a position, for what it leaves in memory: every work-item executes what comes before the
     /// position or is it, and nothing after. Of the group whose linear number the selector has, the blocks of local
     /// memory go to the results buffer, behind a first element of 1; nothing else is written there.
-    /// \return false, with the reason logged, also for a position in a macro
+    /// \return false, with the reason logged
     bool CreateMemoryShader(const ProgramCounter& target, const std::vector<SLocalBlock>& vBlocks,
                             std::vector<char>& vImage);
 
@@ -126,9 +126,6 @@ private:
     /// The UAV through which the older devices reach memory of all widths. The preamble declares it.
     static constexpr unsigned int ARENA_UAV = 8;
 
-    /// The version and the shader type in front of the items.
-    static constexpr size_t HEADER_TOKENS = 2;
-
     struct SPass;
     struct SMemoryPatch;
 
@@ -152,6 +149,8 @@ private:
     void PatchTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
     void WriteSelectorCapture(CDest& dest, const CShaderDebuggerInstructionIL& instruction);
     void WriteCaptureOfLeavers(const SPass& pass, const CShaderDebuggerInstructionIL& instruction);
+    void WriteOutputsOfReturning(CDest& dest, const unsigned int* pTokens, unsigned int nLength,
+                                 InstructionNumber nTarget);
     bool EndAtEntry(SPass& pass);
     bool EndAtTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
     bool EndAtCall(SPass& pass);
@@ -179,8 +178,11 @@ private:
     std::vector<SCut> FindCuts(const ProgramCounter& target) const;
     void WriteCopyLiterals(CDest& dest, const std::vector<SCut>& vCuts);
     void WriteCutCall(CDest& dest, const SCut& cut);
+    void WriteLiteralsInForce(CDest& dest, InstructionNumber nBody);
+    static void WriteCallOf(CDest& dest, const CShaderDebuggerInstructionIL& call, unsigned int nLabel);
+    static unsigned int WithLabel(unsigned int token, unsigned int nLabel);
     bool WriteCopy(const SPass& pass, const SCut& cut, unsigned int nLabel);
-    bool FindFunction(CSource& src, unsigned int nLabel);
+    bool FindBody(CSource& src, const SOutlineMacro* pMacro, const CShaderDebuggerInstructionIL& func, SItem& item);
 
     // Flow control (FlowControlPatcher.cpp).
     bool PatchFlowControlInstruction(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction,
@@ -194,6 +196,7 @@ private:
     bool FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut);
     void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, const SCut& cut,
                          InstructionNumber& nPosition);
+    void WriteDeclarationBehindTarget(CDest& dest, const SItem& item) const;
     bool FinalizeFunctions(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
     bool IsDroppedBehindTarget(const SItem& item) const;
     const CShaderDebuggerInstructionIL& PopFlowControlInstruction();

@@ -24,6 +24,8 @@ bool LeavesBefore(ILOpCode op)
     case IL_OP_SWITCH:
     case IL_OP_RET:
     case IL_OP_RET_DYN:
+    case IL_OP_RET_LOGICALZ:
+    case IL_OP_RET_LOGICALNZ:
     case IL_OP_BREAK:
     case IL_OP_BREAKC:
     case IL_OP_BREAK_LOGICALZ:
@@ -63,7 +65,7 @@ bool Closes(ILOpCode op)
 
 bool IsReturn(ILOpCode op)
 {
-    return op == IL_OP_RET || op == IL_OP_RET_DYN;
+    return op == IL_OP_RET || op == IL_OP_RET_DYN || op == IL_OP_RET_LOGICALZ || op == IL_OP_RET_LOGICALNZ;
 }
 
 /// The instruction that ends a block which another one has opened.
@@ -116,19 +118,9 @@ bool CInstrumentedShaderIL::PatchMemoryIL(CSource& src, CDest& dest, const Progr
         return false;
     }
 
-    // A macro has no copy of its own for one of its calls, and what comes after the others couldn't be told apart.
-    for (const ProgramCounter& call : m_CallStack)
-    {
-        if (m_Instructions[call.m_nPos].GetOpCode() != IL_OP_CALL)
-        {
-            return false;
-        }
-    }
-
     SMemoryPatch memory{vBlocks};
 
-    if (!m_CallStack.empty() && FunctionOf(m_CallStack.back().m_nPos) == 0 &&
-        !IsRepeatedCall(m_CallStack.back().m_nPos))
+    if (!m_CallStack.empty() && IsInMain(m_CallStack.back().m_nPos) && !IsRepeatedCall(m_CallStack.back().m_nPos))
     {
         memory.nMainCut = m_CallStack.back().m_nPos;
     }
@@ -159,6 +151,8 @@ bool CInstrumentedShaderIL::EndMainAtCall(SPass& pass)
             ++pass.nCurrentInstruction;
             return true;
         }
+
+        WriteDeclarationBehindTarget(pass.dest, item);
     }
 
     return false;
@@ -227,7 +221,7 @@ bool CInstrumentedShaderIL::EndMemoryFunction(SPass& pass, unsigned int nInner)
 
     CloseOpenBlocks(pass.dest);
 
-    if (FunctionOf(pass.cut.pc.m_nPos) == 0)
+    if (IsInMain(pass.cut.pc.m_nPos))
     {
         WriteMemoryEnd(pass);
     }
@@ -287,7 +281,7 @@ void CInstrumentedShaderIL::WriteLeave(CDest& dest, const SCut& cut)
 /// Copies through the end of the outermost counted loop.
 void CInstrumentedShaderIL::CopyRestOfLoops(SPass& pass, unsigned int nInner)
 {
-    const bool bInMain = FunctionOf(pass.cut.pc.m_nPos) == 0;
+    const bool bInMain = IsInMain(pass.cut.pc.m_nPos);
     SItem item;
 
     while (InnermostCountedLoop(pass.cut) != nullptr && ReadItem(pass.src, item))

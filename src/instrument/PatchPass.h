@@ -26,7 +26,6 @@ struct CInstrumentedShaderIL::SPass
     const std::vector<SCut>* pCuts = nullptr; ///< all cuts, in the pass over the kernel
     bool bCopy = false;                       ///< makes a copy of one function, and nothing of what follows it
     bool bInOutlineMacro = false;
-    bool bOutlineMacroEncountered = false;
     bool bDone = false; ///< the cut has been reached, and what follows it has been written
 };
 

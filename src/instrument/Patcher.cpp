@@ -15,6 +15,11 @@ bool IsReturnLike(ILOpCode op)
     return op == IL_OP_ENDFUNC || op == IL_OP_RET || op == IL_OP_RET_DYN;
 }
 
+bool IsConditionalReturn(ILOpCode op)
+{
+    return op == IL_OP_RET_LOGICALZ || op == IL_OP_RET_LOGICALNZ;
+}
+
 /// Those who stay behind a jump have its condition to thank for it.
 bool IsUnconditional(ILOpCode op)
 {
@@ -46,6 +51,12 @@ bool CInstrumentedShaderIL::PatchAll(CSource& src, CDest& dest, const ProgramCou
     m_FlowControlStack.clear();
     m_CopyLiterals.clear();
     const std::vector<SCut> vCuts = FindCuts(target);
+
+    if (vCuts.empty())
+    {
+        return false;
+    }
+
     SPass pass{src, dest, vCuts.front(), vTargetRegs};
     pass.pMemory = pMemory;
     pass.pCuts = &vCuts;
@@ -172,7 +183,10 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
 
     pass.dest.WriteTokens(item.pTokens, item.nLength);
 
-    if (pass.bOutlineMacroEncountered || !IsOutlineMacro(item.pTokens[1], pass.src))
+    const SOutlineMacro* pMacro = MacroAround(pass.nCurrentInstruction);
+
+    if (pMacro == nullptr || pMacro->nFirst != pass.nCurrentInstruction ||
+        ControlsOf(item.pTokens[0]) != pMacro->nLabel)
     {
         SItem inMacro;
 
@@ -189,21 +203,13 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
         return true;
     }
 
-    if (!SD_Assert(GetHost(), ControlsOf(item.pTokens[0]) == m_OutlineMacroLabel))
-    {
-        return false;
-    }
-
     pass.bInOutlineMacro = true;
-    pass.bOutlineMacroEncountered = true;
     WriteFollowingComment(pass.src, pass.dest);
 
     // Elsewhere a call of the macro must leave the counters of the caller's loops and the mask alone.
-    const ProgramCounter& pc = pass.cut.pc;
-
-    if (pass.nCurrentInstruction <= pc.m_nPos && pc.m_nPos < m_nOutlineMacroEnd)
+    if (MacroAround(pass.cut.pc.m_nPos) == pMacro)
     {
-        WriteMacroPreamble(pass.dest, pc);
+        WriteMacroPreamble(pass.dest, pass.cut.pc);
     }
 
     return true;
@@ -251,7 +257,8 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
         return EndMemoryAtTarget(pass, item);
     }
 
-    if (pass.pMemory != nullptr && FunctionOf(nCurrentInstruction) == 0 && IsReturnLike(instruction.GetOpCode()))
+    if (pass.pMemory != nullptr && IsInMain(nCurrentInstruction) &&
+        (IsReturnLike(instruction.GetOpCode()) || IsConditionalReturn(instruction.GetOpCode())))
     {
         WriteLocalMemory(pass);
     }
@@ -331,10 +338,28 @@ void CInstrumentedShaderIL::WriteCaptureOfLeavers(const SPass& pass, const CShad
     WriteRegsToOutputTempReg(pass.dest, pass.vTargetRegs);
     MovDestSrc(pass.dest, Register(RT_Temp, GetExecMaskTempRegister(), COMP_All),
                Register(RT_LITERAL, GetLiteralRegister2(), COMP_All));
+    WriteOutputsOfReturning(pass.dest, instruction.GetTokens(), instruction.GetLength(), pass.cut.pc.m_nPos);
+}
 
-    if (IsReturnLike(instruction.GetOpCode()))
+/// The stores of those whom a return takes; nothing in front of any other instruction.
+void CInstrumentedShaderIL::WriteOutputsOfReturning(CDest& dest, const unsigned int* pTokens, unsigned int nLength,
+                                                    InstructionNumber nTarget)
+{
+    const ILOpCode op = ILFormatDecode::GetOp(pTokens[0]);
+
+    if (op == IL_OP_RET || op == IL_OP_RET_DYN)
     {
-        WriteOutputs(pass.dest, pass.cut.pc.m_nPos);
+        WriteOutputs(dest, nTarget);
+    }
+    else if (IsConditionalReturn(op))
+    {
+        // Those who stay still need their flag for the stores at the end.
+        IL_OpCode opToken{pTokens[0]};
+        opToken.bits.code = op == IL_OP_RET_LOGICALZ ? IL_OP_IF_LOGICALZ : IL_OP_IF_LOGICALNZ;
+        dest.WriteToken(opToken.val);
+        dest.WriteTokens(pTokens + 1, nLength - 1);
+        WriteOutputs(dest, nTarget);
+        WriteInstruction(dest, IL_OP_ENDIF);
     }
 }
 
@@ -400,7 +425,7 @@ bool CInstrumentedShaderIL::EndFunction(SPass& pass)
 
     if (m_Instructions[nCut].GetOpCode() != IL_OP_ENDFUNC)
     {
-        WriteInstruction(pass.dest, IL_OP_ENDFUNC);
+        WriteInstruction(pass.dest, MacroAround(nCut) != nullptr ? IL_OP_MACROEND : IL_OP_ENDFUNC);
     }
 
     return true;

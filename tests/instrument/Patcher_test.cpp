@@ -168,6 +168,22 @@ const SGolden s_Goldens[] = {
     {"macro_call_in_loop", "calls", "mcall(3)_out(0)_in(0)", 0, {1}},
     {"outline_macro", "calls", "mov r0.z, r0.x"},
     {"macro_before_its_caller", "macro_first", "mov r0.x, r1.x", 0, {1}},
+    {"macro_in_a_pass_of_its_caller",
+     "calls",
+     "mov r0.z, r0.x",
+     0,
+     {},
+     CAPTURE_Written,
+     {},
+     {{0, "mcall(3)_out(0)_in(0)", {1}}, {0, "call 1024", {}}}},
+    {"call_on_a_condition",
+     "conditions",
+     "ret_logicalz r0.y",
+     0,
+     {},
+     CAPTURE_Written,
+     {},
+     {{0, "call_logicalnz r0.x, 1025", {1}}, {0, "call 1024", {}}}},
     {"return_in_loop", "forms", "mov r4, r0", 0, {1}, CAPTURE_Written, {}, {{1, "call 4294967295", {}}}},
 };
 
@@ -176,15 +192,8 @@ INSTANTIATE_TEST_SUITE_P(Kernels, GoldenPatch, testing::ValuesIn(s_Goldens),
 
 /// Every kernel of the golden tests, with its setup.
 const std::pair<const char*, SKernelSetup> s_Kernels[] = {
-    {"blocks", {}},
-    {"switch", {}},
-    {"five_deep", {}},
-    {"memory", WithSamplers()},
-    {"older", OlderDevice()},
-    {"calls", {}},
-    {"macro_first", {}},
-    {"repeated", {}},
-    {"forms", {}},
+    {"blocks", {}}, {"switch", {}},      {"five_deep", {}},  {"memory", WithSamplers()}, {"older", OlderDevice()},
+    {"calls", {}},  {"macro_first", {}}, {"conditions", {}}, {"repeated", {}},           {"forms", {}},
 };
 
 /// A well-formed stream has every block closed in its function, nothing behind the end, and the two stores once.
@@ -290,19 +299,6 @@ TEST(Patcher, GivesTheSameTokensForTheSameTargetOnly)
     EXPECT_TRUE(kernel.Patch(kernel.At(nTarget), {vPrivate[0]}, vOther));
     EXPECT_EQ(vFirst, vSecond);
     EXPECT_NE(vFirst, vOther);
-}
-
-TEST(Patcher, LeavesTheTargetAloneBehindACallOfAMacro)
-{
-    CTestKernel kernel(ReadFile(s_strFolder + "kernels/calls.il"));
-    const ProgramCounter target = kernel.At(kernel.Find("mov r0.z, r0.x"));
-    std::vector<unsigned int> vAlone;
-    std::vector<unsigned int> vCalled;
-    EXPECT_TRUE(kernel.Patch(target, {g_Reg_NULL}, vAlone));
-    kernel.Shader().m_CallStack = {kernel.At(kernel.Find("mcall(3)_out(0)_in(0)"), {1}),
-                                   kernel.At(kernel.Find("call 1024"))};
-    EXPECT_TRUE(kernel.Patch(target, {g_Reg_NULL}, vCalled));
-    EXPECT_EQ(vCalled, vAlone);
 }
 
 TEST(Patcher, RefusesWhatIsNoPosition)
