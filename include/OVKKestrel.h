@@ -31,8 +31,8 @@
  * one behind the other, a part of an if behind the part in front of it, and a called function at its call. At a stop
  * every work-item has executed what comes before the position, and nothing else. The mask tells who took part in the
  * last instruction; registers, private, local and global memory are those of that moment, for every work-item.
- *   - What isn't known has a code in place of a value: a register that isn't tracked or hasn't been read, memory inside
- *     a macro where it would take a run that can't be made.
+ *   - What isn't known has a code in place of a value: a register that isn't tracked or hasn't been read, the result of
+ *     a macro inside it.
  *   - Every stop is computed by runs of the kernel from its start. Where results depend on the order in which
  *     work-groups run, on a device that runs them in no fixed order, two runs may differ, and what a stop shows is then
  *     what one of them did. At the end of the session the outputs are compared, where that costs no more than

@@ -72,32 +72,16 @@ std::set<InstructionNumber> CShaderDebuggerShaderIL::FindCalled(InstructionNumbe
             const std::optional<InstructionNumber> nCallee = FindCallee(n);
             if (nCallee.has_value() && called.count(*nCallee) == 0)
             {
-                InstructionNumber nLast = *nCallee;
-                while (nLast < m_nEndOfShader && OpCodeAt(nLast) != IL_OP_ENDFUNC && nLast != m_nOutlineMacroEnd)
+                const InstructionNumber nLast = EndOfBody(*nCallee);
+                for (InstructionNumber nInside = *nCallee; nInside < nLast; ++nInside)
                 {
-                    called.insert(nLast++);
+                    called.insert(nInside);
                 }
                 vRanges.push_back({*nCallee, nLast});
             }
         }
     }
     return called;
-}
-
-/// The first instruction of the function that an instruction calls.
-std::optional<InstructionNumber> CShaderDebuggerShaderIL::FindCallee(InstructionNumber nInst) const
-{
-    const ILOpCode op = OpCodeAt(nInst);
-    auto it = m_FunctionInstruction.end();
-    if (op == IL_OP_CALL)
-    {
-        it = m_FunctionInstruction.find(m_Instructions[nInst].GetToken(1));
-    }
-    else if (op == IL_OP_MACROCALL && GetMacroLabel(m_Instructions[nInst].GetToken(0)) == m_OutlineMacroLabel)
-    {
-        it = m_FunctionInstruction.find(m_OutlineMacroLabel);
-    }
-    return it != m_FunctionInstruction.end() ? std::optional<InstructionNumber>(it->second) : std::nullopt;
 }
 
 /// Passes over a block without a breakpoint: the patched kernel of a later position runs through it anyway.

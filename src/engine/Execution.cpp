@@ -280,7 +280,8 @@ void CShaderDebuggerShaderIL::AddSlots(const ProgramCounter& pc, const Register&
     }
 }
 
-/// The declared size of an array, in the function of an instruction or else in those that called it.
+/// The declared size of an array, in the function of an instruction or else in those that called it. A macro has no
+/// declarations of its own.
 const unsigned int* CShaderDebuggerShaderIL::FindDeclaredSize(InstructionNumber nInst, const Register& reg) const
 {
     const auto findIn = [&](unsigned int nFunction) -> const unsigned int*
@@ -295,12 +296,13 @@ const unsigned int* CShaderDebuggerShaderIL::FindDeclaredSize(InstructionNumber 
         const auto it = sizes.find(reg.reg.number);
         return it != sizes.end() ? &it->second : nullptr;
     };
-    const unsigned int* pSize = findIn(FunctionOf(nInst));
+    const bool bInMacro = MacroAround(nInst) != nullptr;
+    const unsigned int* pSize = bInMacro ? nullptr : findIn(FunctionOf(nInst));
     for (auto it = m_CallStack.begin(); pSize == nullptr && it != m_CallStack.end(); ++it)
     {
-        pSize = findIn(FunctionOf(it->m_nPos));
+        pSize = MacroAround(it->m_nPos) != nullptr ? nullptr : findIn(FunctionOf(it->m_nPos));
     }
-    return pSize;
+    return pSize != nullptr || !bInMacro ? pSize : findIn(FunctionOf(nInst));
 }
 
 IL* CShaderDebuggerShaderIL::GetPatchedShader(ProgramCounter nTargetInstruction,

@@ -33,11 +33,11 @@ constexpr unsigned int RoundUpTo16(unsigned int n)
 
 } // namespace
 
-/// A store, an atomic, or a macro, whose text the analysis doesn't know.
+/// A store, an atomic, or a call of a macro whose text the analysis doesn't know.
 bool CShaderDebuggerShaderIL::MayWrite(InstructionNumber nInst) const
 {
     const CShaderDebuggerInstructionIL& instruction = m_Instructions[nInst];
-    return instruction.GetOpCode() == IL_OP_MACROCALL ||
+    return (instruction.GetOpCode() == IL_OP_MACROCALL && !FindCallee(nInst)) ||
            (ILShaderUtils::WritesGlobalMemory(instruction.GetOpCode()) && !IsPrivateUAVWrite(instruction));
 }
 
@@ -73,7 +73,7 @@ bool CShaderDebuggerShaderIL::IsCutExactly(const SPlace& place) const
     }
     for (const ProgramCounter& call : place.path)
     {
-        if (OpCodeAt(call.m_nPos) != IL_OP_CALL || IsInRepeatedText(call.m_nPos))
+        if (IsInRepeatedText(call.m_nPos))
         {
             return false;
         }
@@ -85,7 +85,7 @@ bool CShaderDebuggerShaderIL::IsCutExactly(const SPlace& place) const
     // The main body isn't cut.
     for (InstructionNumber n = place.path.back().m_nPos + 1; OpCodeAt(n) != IL_OP_ENDMAIN; ++n)
     {
-        if (n >= m_nEndOfShader || MayWrite(n) || OpCodeAt(n) == IL_OP_CALL)
+        if (n >= m_nEndOfShader || MayWrite(n) || FindCallee(n))
         {
             return false;
         }
@@ -118,16 +118,14 @@ std::set<InstructionNumber> CShaderDebuggerShaderIL::FindAround(const SPlace& pl
     for (size_t i = 0; i < vFrames.size(); ++i)
     {
         const InstructionNumber nPos = vFrames[i];
-        const auto itFunction = m_FunctionInstruction.find(FunctionOf(nPos));
         if (!bBefore)
         {
-            AddWithCalled(nPos + 1, FindEndOfFunction(nPos), found);
+            AddWithCalled(nPos + 1, EndOfBody(nPos), found);
         }
         else
         {
             // Of the call in which the place lies the rest is to come.
-            AddWithCalled(itFunction != m_FunctionInstruction.end() ? itFunction->second : 0, i == 0 ? nPos + 1 : nPos,
-                          found);
+            AddWithCalled(StartOfBody(nPos), i == 0 ? nPos + 1 : nPos, found);
         }
         for (const CIL_FCConstruct* p = ConstructOf(nPos); p != nullptr; p = p->GetParent())
         {
@@ -138,15 +136,6 @@ std::set<InstructionNumber> CShaderDebuggerShaderIL::FindAround(const SPlace& pl
         }
     }
     return found;
-}
-
-InstructionNumber CShaderDebuggerShaderIL::FindEndOfFunction(InstructionNumber nInst) const
-{
-    while (nInst < m_nEndOfShader && OpCodeAt(nInst) != IL_OP_ENDFUNC && OpCodeAt(nInst) != IL_OP_ENDMAIN)
-    {
-        ++nInst;
-    }
-    return nInst;
 }
 
 /// Adds the instructions from one in front of another, and those of the functions that they call.
@@ -160,16 +149,11 @@ void CShaderDebuggerShaderIL::AddWithCalled(InstructionNumber nFirst, Instructio
         vRanges.pop_back();
         for (InstructionNumber n = range.first; n < range.second && n < m_Instructions.size(); ++n)
         {
-            if (!found.insert(n).second || !IsCall(OpCodeAt(n)))
+            const std::optional<InstructionNumber> nCallee = FindCallee(n);
+            if (found.insert(n).second && nCallee)
             {
-                continue;
+                vRanges.push_back({*nCallee, EndOfBody(*nCallee)});
             }
-            const auto it = m_FunctionInstruction.find(m_Instructions[n].GetToken(1));
-            if (it == m_FunctionInstruction.end())
-            {
-                continue;
-            }
-            vRanges.push_back({it->second, FindEndOfFunction(it->second)});
         }
     }
 }
@@ -278,7 +262,7 @@ const std::vector<SLocalBlock>& CShaderDebuggerShaderIL::LocalBlocks()
 void CShaderDebuggerShaderIL::AddDeclaredBlocks(std::vector<SLocalBlock>& vBlocks) const
 {
     std::set<InstructionNumber> reached;
-    AddWithCalled(0, FindEndOfFunction(0), reached);
+    AddWithCalled(0, EndOfBody(0), reached);
     std::map<unsigned int, unsigned int> sizes;
     for (const auto& scope : m_DeclsFuncScopeMap)
     {

@@ -28,9 +28,9 @@ inline bool IsConditionalReturn(ILOpCode op)
     return op == IL_OP_RET_LOGICALZ || op == IL_OP_RET_LOGICALNZ;
 }
 
-inline bool IsCall(ILOpCode op)
+inline bool IsConditionalCall(ILOpCode op)
 {
-    return op == IL_OP_CALL || op == IL_OP_CALLNZ || op == IL_OP_CALL_LOGICALZ || op == IL_OP_CALL_LOGICALNZ;
+    return op == IL_OP_CALLNZ || op == IL_OP_CALL_LOGICALZ || op == IL_OP_CALL_LOGICALNZ;
 }
 
 inline bool IsIf(ILOpCode op)
@@ -47,12 +47,6 @@ inline bool IsCase(ILOpCode op)
 inline bool IsJump(ILOpCode op)
 {
     return IsBreak(op) || IsContinue(op) || IsReturn(op) || IsConditionalReturn(op);
-}
-
-/// The label of a call or of a macro call, from its opcode token or the word behind.
-inline unsigned int GetMacroLabel(IL opToken)
-{
-    return (opToken >> 16) & 0x3FFF;
 }
 
 } // namespace OVK_ShaderDebugger

@@ -19,7 +19,7 @@ void CShaderDebuggerShaderIL::WriteOutputs(CDest& dest, InstructionNumber nCurre
         }
     }
     CInstrumentedShaderIL::WriteOutputs(dest, nCurrentInstruction);
-    if (FunctionOf(nCurrentInstruction) != 0)
+    if (!IsInMain(nCurrentInstruction))
     {
         WriteExecMaskTempReg(dest, false);
     }

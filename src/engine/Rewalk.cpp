@@ -122,7 +122,7 @@ bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& e
         // Those who leave the loop before have there what they left it with.
         for (InstructionNumber n = loop.GetStart(); n < loop.GetEnd(); ++n)
         {
-            if (IsReturn(OpCodeAt(n)))
+            if (IsReturn(OpCodeAt(n)) || IsConditionalReturn(OpCodeAt(n)))
             {
                 m_Leaving.insert(n);
             }
@@ -272,7 +272,7 @@ std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindP
     around.m_LoopStack.resize(nCommon);
 
     std::optional<SPosition> last;
-    for (const InstructionNumber n : FindBreakpointsIn(FunctionOf(from.pc.m_nPos)))
+    for (const InstructionNumber n : FindBreakpointsIn(StartOfBody(from.pc.m_nPos)))
     {
         const std::optional<ProgramCounter> visit =
             FindLastVisit({ProgramCounter(n), from.callStack}, around, nBeforePass);
@@ -286,17 +286,13 @@ std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindP
     return last;
 }
 
-/// The instructions of a function with a breakpoint, and its calls of functions that hold one. Those that divide or end
-/// a block or begin a pass are passed over with it, as on the way forward.
-std::set<InstructionNumber> CShaderDebuggerShaderIL::FindBreakpointsIn(unsigned int nFunction) const
+/// The instructions of a function or macro with a breakpoint, and its calls of functions that hold one. Those that
+/// divide or end a block or begin a pass are passed over with it, as on the way forward.
+std::set<InstructionNumber> CShaderDebuggerShaderIL::FindBreakpointsIn(InstructionNumber nBody) const
 {
     std::set<InstructionNumber> found;
-    for (InstructionNumber n = 0; n < m_nEndOfShader; ++n)
+    for (InstructionNumber n = nBody; n < EndOfBody(nBody); ++n)
     {
-        if (FunctionOf(n) != nFunction)
-        {
-            continue;
-        }
         const std::set<InstructionNumber> called = FindCalled(n, n + 1);
         const ILOpCode op = OpCodeAt(n);
         const bool bInside = !ILShaderUtils::IsFlowControlBlockOp(op) || IsIf(op) || op == IL_OP_SWITCH;

@@ -180,7 +180,8 @@ private:
     bool AdvanceFromCurrent();
     bool IsFastStep();
     bool EnterInstruction();
-    bool EnterFunction(unsigned int nLabel);
+    bool EnterFunction();
+    bool EnterOnCondition();
     bool ReturnToCaller();
     bool RefuseOp(const char* pszText);
     void MoveToNext();
@@ -223,14 +224,13 @@ private:
                                                 std::optional<unsigned int> nBeforePass);
     std::optional<ProgramCounter> ReadLastVisit(const SPosition& what, const std::vector<const CIL_Loop*>& vFree);
     std::optional<SPosition> FindPassedBreakpoint(size_t nStop);
-    std::set<InstructionNumber> FindBreakpointsIn(unsigned int nFunction) const;
+    std::set<InstructionNumber> FindBreakpointsIn(InstructionNumber nBody) const;
 
     // Runs to a breakpoint (Running.cpp, BlockSkipping.cpp).
     bool RunAsm();
     bool HasBreakpointInFlowControlBlock(const CIL_FCConstruct* pFlowControl, InstructionNumber inst);
     bool HasBreakpointBetween(InstructionNumber nFrom, InstructionNumber nTo);
     std::set<InstructionNumber> FindCalled(InstructionNumber nFirst, InstructionNumber nEnd) const;
-    std::optional<InstructionNumber> FindCallee(InstructionNumber nInst) const;
     EWalk WalkOne(RegPCMap& regPCMap);
     EWalk WalkInstruction(RegPCMap& regPCMap);
     EWalk WalkFlowControl(RegPCMap& regPCMap);
@@ -257,7 +257,6 @@ private:
     bool MayHaveWritten(const SPlace& place) const;
     bool MayStillWrite(const SPlace& place) const;
     std::set<InstructionNumber> FindAround(const SPlace& place, bool bBefore) const;
-    InstructionNumber FindEndOfFunction(InstructionNumber nInst) const;
     void AddWithCalled(InstructionNumber nFirst, InstructionNumber nEnd, std::set<InstructionNumber>& found) const;
     const std::vector<SLocalBlock>& LocalBlocks();
     void AddDeclaredBlocks(std::vector<SLocalBlock>& vBlocks) const;

@@ -125,7 +125,8 @@ bool CShaderDebuggerShaderIL::UpdateNextInst()
 {
     ++m_nNextInstruction.m_nPos;
     // A macro's end isn't an instruction.
-    if (m_nNextInstruction.m_nPos == m_nOutlineMacroEnd && !m_CallStack.empty())
+    const SOutlineMacro* pMacro = MacroAround(m_nNextInstruction.m_nPos - 1);
+    if (pMacro != nullptr && pMacro->nEnd == m_nNextInstruction.m_nPos)
     {
         return ReturnToCaller();
     }
@@ -170,20 +171,16 @@ bool CShaderDebuggerShaderIL::EnterInstruction()
         m_nNextInstruction.m_nPos = m_nEndOfShader;
         return false;
     case IL_OP_CALL:
-        return EnterFunction(instruction.GetToken(1));
-    case IL_OP_MACROCALL:
-        return m_OutlineMacroLabel == 0 || GetMacroLabel(instruction.GetToken(0)) != m_OutlineMacroLabel ||
-               EnterFunction(m_OutlineMacroLabel);
-    case IL_OP_ENDFUNC:
-    case IL_OP_MACROEND:
-        return ReturnToCaller();
+        return EnterFunction();
     case IL_OP_CALLNZ:
     case IL_OP_CALL_LOGICALZ:
     case IL_OP_CALL_LOGICALNZ:
-        return RefuseOp("Conditional calls are unsupported");
-    case IL_OP_RET_LOGICALZ:
-    case IL_OP_RET_LOGICALNZ:
-        return RefuseOp("Conditional returns are unsupported");
+        return EnterOnCondition();
+    case IL_OP_MACROCALL:
+        return !FindCallee(nPos).has_value() || EnterFunction();
+    case IL_OP_ENDFUNC:
+    case IL_OP_MACROEND:
+        return ReturnToCaller();
     default:
         if (WritesGlobalMemory(nPos))
         {
@@ -193,18 +190,40 @@ bool CShaderDebuggerShaderIL::EnterInstruction()
     }
 }
 
-bool CShaderDebuggerShaderIL::EnterFunction(unsigned int nLabel)
+/// Enters what the next instruction calls.
+bool CShaderDebuggerShaderIL::EnterFunction()
 {
-    const auto it = m_FunctionInstruction.find(nLabel);
+    const std::optional<InstructionNumber> nCallee = FindCallee(m_nNextInstruction.m_nPos);
     // More open calls than there are instructions is recursion, which the language doesn't have.
-    if (it == m_FunctionInstruction.end() || m_CallStack.size() > m_nInstructionCount)
+    if (!nCallee || m_CallStack.size() > m_nInstructionCount)
     {
         return RefuseOp("The called function can't be entered");
     }
     m_CallStack.push_front(m_nNextInstruction);
     m_Ledger.EnterCall();
-    m_nNextInstruction = ProgramCounter(it->second);
+    m_nNextInstruction = ProgramCounter(*nCallee);
     return EnterInstruction();
+}
+
+/// Enters what the next instruction calls if anybody fulfils its condition, which a run at the function's start tells.
+/// Who doesn't waits at the call, where all are back together.
+bool CShaderDebuggerShaderIL::EnterOnCondition()
+{
+    CallPath path = m_CallStack;
+    path.push_front(m_nNextInstruction);
+    const std::optional<InstructionNumber> nCallee = FindCallee(m_nNextInstruction.m_nPos);
+    const std::optional<uint64_t> nEntering =
+        nCallee ? GetCount(ProgramCounter(*nCallee), path) : std::optional<uint64_t>();
+    if (nEntering == uint64_t(0))
+    {
+        return true;
+    }
+    if (!EnterFunction())
+    {
+        return false;
+    }
+    m_Ledger.Replace(nEntering ? SLaneCount{*nEntering, false} : SLaneCount{0, true});
+    return true;
 }
 
 bool CShaderDebuggerShaderIL::ReturnToCaller()
@@ -247,7 +266,7 @@ void CShaderDebuggerShaderIL::FindMissedStores()
         const bool bInBlock = ConstructOf(n++) != nullptr;
         const bool bLeaves = IsReturn(op) || op == IL_OP_CALL || op == IL_OP_MACROCALL;
         m_bCanMissStores =
-            m_bCanMissStores || (bLeaves && bInBlock) || IsConditionalReturn(op) || (IsCall(op) && op != IL_OP_CALL);
+            m_bCanMissStores || (bLeaves && bInBlock) || IsConditionalReturn(op) || IsConditionalCall(op);
     }
 }
 

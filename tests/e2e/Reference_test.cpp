@@ -292,8 +292,8 @@ TEST_P(Reference, EveryStopAgrees)
 INSTANTIATE_TEST_SUITE_P(
     Families, Reference,
     testing::Values(SFamily{"Plain", Features("-")}, SFamily{"PrivateInMain", Features("P"), false},
-                    SFamily{"CallsIf", Features("C"), false}, SFamily{"Returns", Features("R"), false},
+                    SFamily{"CallsIf", Features("C")}, SFamily{"Returns", Features("R"), false},
                     SFamily{"Jumps", Features("J")}, SFamily{"Global", Features("G")}, SFamily{"Local", Features("L")},
-                    SFamily{"Macros", Features("M"), false}, SFamily{"All", Features("RJGLM"), false},
+                    SFamily{"Macros", Features("M")}, SFamily{"All", Features("RJGLM"), false},
                     SFamily{"AllOlder", Features("RJGLMO"), false}, SFamily{"Older", Features("O")}),
     [](const testing::TestParamInfo<SFamily>& info) { return info.param.pszName; });

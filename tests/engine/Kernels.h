@@ -103,6 +103,22 @@ inline const SKernelCase s_Kernels[] = {
      "endif\niadd r7, r7, r3\nret\nendfunc\n"},
     {"MacroInIf", s_Id + "ult r2, r0, l23\nif_logicalnz r2.x\nmcall(3)_in(0)\nendif\n" + s_Store,
      "mdef(3)_outline\n;k\niadd r3, r0, l22\niadd r1, r3, l21\nmend\n"},
+    {"MacrosInLoopsAndMacros",
+     s_Id +
+         "mov r3, l20\nwhileloop\nuge r2, r3, l22\nbreak_logicalnz r2.x\nmcall(4)_out(1)_in(2) r1, r1, r3\n"
+         "iadd r3, r3, l21\nendloop\nmcall(3)_in(0)\n" +
+         s_Store,
+     "mdef(3)_outline\n;k\niadd r1, r1, l21\nmend\nfunc 1025\n"
+     "iadd r7, r7, l22\nret\nendfunc\nmdef(4)_outline\n;k\nmcall(3)_in(0)\nmov r4, l20\nwhileloop\n"
+     "uge r2, r4, r0\nbreak_logicalnz r2.x\niadd r4, r4, l22\ncall 1025\nendloop\niadd out0, in0, in1\nmend\n"},
+    {"CallsAndReturnsOnConditions",
+     s_Id +
+         "mov r3, l20\nwhileloop\nuge r2, r3, l23\nbreak_logicalnz r2.x\nuge r2, r0, r3\n"
+         "call_logicalnz r2.x, 1025\ncall_logicalz r2.x, 1026\niadd r3, r3, l21\nendloop\n" +
+         s_Store,
+     "func 1025\nmov r4, l20\nwhileloop\niadd r4, r4, l21\nuge r2, r4, r0\nret_logicalnz r2.x\n"
+     "iadd r1, r1, l21\nuge r2, r4, l22\nbreak_logicalnz r2.x\nendloop\ncall_logicalz r2.x, 1026\n"
+     "iadd r1, r1, l22\nret\nendfunc\nfunc 1026\niadd r1, r1, l24\nret_logicalz l21.x\nret\nendfunc\n"},
 };
 
 } // namespace OVK_ShaderDebugger

@@ -81,44 +81,6 @@ TEST(Session, EndingWithoutUpdateLeavesTheBufferAlone)
     EXPECT_EQ(session.Buffer(), before);
 }
 
-TEST(Session, EndsAtWhatItCantStepThroughWithAReasonAndTheOutputs)
-{
-    const struct
-    {
-        const char* pszBody;
-        const char* pszFunctions;
-        const char* pszReason;
-    } cases[] = {
-        {"call_logicalnz r0.x, 1025\n", "func 1025\niadd r1, r1, l23\nret\nendfunc\n",
-         "Conditional calls are unsupported"},
-        {"call_logicalz r0.x, 1025\n", "func 1025\niadd r1, r1, l23\nret\nendfunc\n",
-         "Conditional calls are unsupported"},
-        {"call 1025\n", "func 1025\niadd r1, r1, l23\nret_logicalnz r0.x\niadd r1, r1, l23\nret\nendfunc\n",
-         "Conditional returns are unsupported"},
-    };
-    for (const auto& entry : cases)
-    {
-        SCOPED_TRACE(entry.pszReason);
-        CTestSession session(s_Id + "iadd r1, r0, l21\n" + entry.pszBody + s_Store, entry.pszFunctions);
-        session.Trace();
-        ASSERT_TRUE(session.Start()) << session.Device().strShaderError;
-        unsigned int nSteps = 0;
-        while (session.Debugger().Step() && ++nSteps < 1000)
-        {
-        }
-        std::string strError;
-        EXPECT_TRUE(session.Debugger().GetLastError(strError));
-        EXPECT_NE(strError.find(entry.pszReason), std::string::npos) << strError;
-        const ProgramCounter last = session.Debugger().GetCurrentInstruction();
-        session.TakeRuns();
-        EXPECT_FALSE(session.Debugger().Step());
-        EXPECT_EQ(session.TakeRuns(), 0u) << "the outputs were complete";
-        EXPECT_EQ(session.Debugger().GetCurrentInstruction(), last);
-        session.Debugger().EndDebugging(true);
-        EXPECT_EQ(session.Buffer(), session.Expected());
-    }
-}
-
 /// Takes every kernel, and runs none.
 class CStubDevice : public CSimtDevice
 {
@@ -126,6 +88,28 @@ public:
     CStubDevice() : CSimtDevice(8, {std::make_shared<Bytes>(64), std::make_shared<Bytes>(64)}) {}
     bool SetShader(ShaderType, const void*, size_t) override { return true; }
 };
+
+TEST(Session, EndsAtACallOfWhatIsNotThereWithAReason)
+{
+    CTestSession::OpenCompilerLibrary();
+    const std::string strText =
+        "il_cs_2_0\ndcl_cb cb0[10]\ndcl_cb cb1[2]\ncall_logicalnz r0.x, 1099\nendmain\nfunc 1024\n"
+        ";__OpenCL_k_kernel\ndcl_max_thread_per_group 64\nret\nendfunc\nend\n";
+    std::vector<uint32_t> vTokens;
+    KestrelPlatform::SDiagnostic diagnostic;
+    ASSERT_TRUE(KestrelPlatform::AssembleIL(strText.data(), strText.size(), vTokens, diagnostic));
+    const std::vector<char> vImage = CTestSession::MakeImage(vTokens);
+    CFakeHost host(new CStubDevice);
+    host.strDeviceName = "Quench";
+    IShaderDebugger::CreateShaderDebugger(PLT_OpenCL, &host);
+    ThreadID dimensions(ShaderUtils::TID_1D, 8, 1, 1, 0);
+    EXPECT_FALSE(host.GetDebugger()->StartDebugging(vImage.data(), vImage.size(), nullptr, &dimensions, DM_Unknown));
+    std::string strError;
+    EXPECT_TRUE(host.GetDebugger()->GetLastError(strError));
+    EXPECT_NE(strError.find("The called function can't be entered: instruction call_logicalnz on line"),
+              std::string::npos)
+        << strError;
+}
 
 // A kernel of another kind, which no device here runs: of what is read at its entry only the order shows.
 TEST(Session, ReadsTheInputRegistersOfAKernelOfAnotherKindOnce)
