@@ -246,6 +246,64 @@ void CBlock::CloseBranch(const SMicroOp& step)
     SetMask(bAll ? branch.span : m_Lanes.pfSpan(pMask, branch.span.nBegin, branch.span.nEnd));
 }
 
+/// What the first work-item has stands for all.
+bool CBlock::HoldsForAll(const SMicroOp& step) const
+{
+    return (Row(step.rows.s[0])[0] != 0) != ((step.nFlags & s_nFlagInvert) != 0);
+}
+
+/// An if that takes all work-items or none leaves their mask as it is. Where none is left it goes on at the other part
+/// or at the end.
+void CBlock::OpenWhole(const SMicroOp& step)
+{
+    SBranch& branch = m_vBranches[step.rows.d[0]];
+    branch.span = Span();
+    branch.bTaken = HoldsForAll(step);
+    branch.bOther = false;
+    m_nActive = branch.bTaken ? m_nActive : 0;
+}
+
+/// From the first part come those who haven't left meanwhile.
+void CBlock::OtherWhole(const SMicroOp& step)
+{
+    SBranch& branch = m_vBranches[step.rows.d[0]];
+    if (!branch.bTaken)
+        SetMask(branch.span);
+    else
+    {
+        branch.span = Span();
+        m_nActive = 0;
+    }
+    branch.bOther = true;
+}
+
+void CBlock::CloseWhole(const SMicroOp& step)
+{
+    SBranch& branch = m_vBranches[step.rows.d[0]];
+    // Nothing has run since where the span was taken.
+    if (branch.bTaken == branch.bOther)
+        SetMask(branch.span);
+}
+
+void CBlock::LeaveAll(const SMicroOp& step)
+{
+    uint32_t* const pMask = Row(s_nMaskRow);
+    m_Lanes.pfJoin(SLaneSpan(), Row(step.rows.d[0]), pMask);
+    ClearRow(s_nMaskRow);
+    SetMask(SLaneSpan());
+}
+
+void CBlock::RunUniform(const SMicroOp& step) const
+{
+    const PFLaneOp pfOperation = step.nOp < LANE_FIRST_SLOW ? m_Lanes.pFast[step.nOp] : GetSlowLaneOp(step.nOp);
+    pfOperation(m_pRows, step.rows, nullptr, 0, s_nGranule);
+    for (const uint16_t nRow : step.rows.d)
+    {
+        if ((step.nFlags & s_nFlagSpread) && nRow != s_nMaskRow)
+            m_Lanes.pfFill(m_pRows[nRow].w, m_pRows[nRow].w[0], 0, s_nLanes);
+    }
+}
+
 void CBlock::Loop(const SMicroOp& step)
 {
     ClearRow(step.rows.d[0]);
@@ -388,7 +446,7 @@ void CBlock::Outside(const SMicroOp& step)
     }
 }
 
-/// Runs the fast lane operations that begin at a step. \return the step behind them
+/// Runs the lane operations that begin at a step, up to a slow one. \return the step behind them
 uint32_t CBlock::RunLanes(uint32_t nStep) const
 {
     const PFLaneOp* const pFast = m_Lanes.pFast;
@@ -398,8 +456,15 @@ uint32_t CBlock::RunLanes(uint32_t nStep) const
     const uint32_t* const pMask = m_pMask;
     const uint32_t nBegin = m_nBegin;
     const uint32_t nEnd = m_nEnd;
-    for (; pStep->eKind == MICRO_LANE_FAST; ++pStep)
-        pFast[pStep->nOp](pRows, pStep->rows, pMask, nBegin, nEnd);
+    for (;; ++pStep)
+    {
+        if (pStep->eKind == MICRO_LANE_FAST)
+            pFast[pStep->nOp](pRows, pStep->rows, pMask, nBegin, nEnd);
+        else if (pStep->eKind == MICRO_LANE_UNIFORM)
+            RunUniform(*pStep);
+        else
+            break;
+    }
     return static_cast<uint32_t>(pStep - pSteps);
 }
 
@@ -413,6 +478,7 @@ CBlock::EState CBlock::Run()
         switch (step.eKind)
         {
         case MICRO_LANE_FAST:
+        case MICRO_LANE_UNIFORM:
             m_nStep = RunLanes(m_nStep);
             break;
         case MICRO_LANE_SLOW:
@@ -429,7 +495,10 @@ CBlock::EState CBlock::Run()
                 return Stopped;
             break;
         case MICRO_IF:
-            OpenBranch(step, step.nFlags);
+            if (step.nFlags & s_nFlagUniform)
+                OpenWhole(step);
+            else
+                OpenBranch(step, step.nFlags);
             if (m_pTrace)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
@@ -437,14 +506,20 @@ CBlock::EState CBlock::Run()
         case MICRO_ELSE:
         {
             const uint32_t nBefore = m_nActive;
-            OtherBranch(step);
+            if (step.nFlags & s_nFlagUniform)
+                OtherWhole(step);
+            else
+                OtherBranch(step);
             if (m_pTrace && (nBefore | m_nActive))
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
             break;
         }
         case MICRO_END_IF:
-            CloseBranch(step);
+            if (step.nFlags & s_nFlagUniform)
+                CloseWhole(step);
+            else
+                CloseBranch(step);
             if (m_pTrace && m_nActive)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
@@ -457,15 +532,16 @@ CBlock::EState CBlock::Run()
         case MICRO_LEAVE:
             if (m_pTrace && step.nFlags)
                 m_pTrace->Flow(*this, step.nInstruction);
-            m_Lanes.pfJoin(SLaneSpan(), Row(step.rows.d[0]), pMask);
-            ClearRow(s_nMaskRow);
-            SetMask(SLaneSpan());
+            LeaveAll(step);
             if (m_pTrace && !step.nFlags)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
             break;
         case MICRO_LEAVE_IF:
-            SetMask(m_Lanes.pfLeave(Span(), pMask, Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags));
+            if (!(step.nFlags & s_nFlagUniform))
+                SetMask(m_Lanes.pfLeave(Span(), pMask, Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags));
+            else if (HoldsForAll(step))
+                LeaveAll(step);
             if (m_pTrace)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);

@@ -125,8 +125,10 @@ private:
     /// What an open if, or a call with a condition, will go back to.
     struct SBranch
     {
-        SLaneSpan span;     ///< before it
-        uint32_t nRest = 0; ///< lanes in its row
+        SLaneSpan span;      ///< before it
+        uint32_t nRest = 0;  ///< lanes in its row
+        bool bTaken = false; ///< all of an if that takes all or none went into its first part
+        bool bOther = false; ///< its other part has begun, or been passed
     };
 
     void ClearRow(uint32_t nRow) { m_Lanes.pfFill(Row(nRow), 0, 0, s_nLanes); }
@@ -139,6 +141,12 @@ private:
     void OpenBranch(const SMicroOp& step, uint32_t bInvert);
     void OtherBranch(const SMicroOp& step);
     void CloseBranch(const SMicroOp& step);
+    bool HoldsForAll(const SMicroOp& step) const;
+    void OpenWhole(const SMicroOp& step);
+    void OtherWhole(const SMicroOp& step);
+    void CloseWhole(const SMicroOp& step);
+    void LeaveAll(const SMicroOp& step);
+    void RunUniform(const SMicroOp& step) const;
     void Loop(const SMicroOp& step);
     void EndLoop(const SMicroOp& step);
     void Switch(const SMicroOp& step);
@@ -156,6 +164,8 @@ private:
     unsigned char* ScaledMemory(const SAccess& access, SOffsets& offsets);
     unsigned char* MemoryOf(const SAccess& access, uint64_t nLow, uint64_t nSpread);
     void FindAddresses(const SAccess& access);
+    bool UniformLoad(const SAccess& access);
+    void UniformAccess(const SMicroOp& step, const SAccess& access);
     void GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);
     void LocalAccess(const SMicroOp& step, const SAccess& access);
     void LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane);

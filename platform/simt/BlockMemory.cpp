@@ -84,7 +84,10 @@ void CBlock::Access(const SMicroOp& step, const SAccess& access)
     switch (access.eSpace)
     {
     case SAccess::Global:
-        GlobalAccess(step, access);
+        if (!access.bUniform)
+            GlobalAccess(step, access);
+        else if (!UniformLoad(access))
+            UniformAccess(step, access);
         break;
     case SAccess::Local:
         LocalAccess(step, access);
@@ -355,6 +358,52 @@ void CBlock::GlobalAccess(const SMicroOp& step, const SAccess& access)
     {
         if (IsActive(n))
             GlobalLane(step, access, n);
+    }
+}
+
+/// One element a word for all work-items. \return false if it isn't inside memory
+bool CBlock::UniformLoad(const SAccess& access)
+{
+    const uint64_t nHigh = access.b64BitAddress ? Row(access.nAddressRows[1])[0] : 0;
+    const unsigned char* const pData = MemoryOf(access, nHigh << 32 | Row(access.nAddressRows[0])[0], 0);
+    if (!pData)
+        return false;
+    if (m_Pending.Meets(pData, TotalBytes(access)))
+        m_Pending.Flush();
+    for (uint32_t w = 0; w < access.nWords; ++w)
+    {
+        uint32_t* const pRow = Row(access.nRows[w]);
+        const uint32_t nValue =
+            access.nElementBytes == 4 ? Load32(pData + w * 4) : LoadNarrow(pData, access.nElementBytes, access.bSigned);
+        if (access.nUniformWords & (1u << w))
+            m_Lanes.pfFill(pRow, nValue, 0, s_nLanes);
+        else if (!m_pMask)
+            m_Lanes.pfFill(pRow, nValue, m_nBegin, m_nLast);
+        else
+        {
+            for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+                pRow[n] = (nValue & m_pMask[n]) | (pRow[n] & ~m_pMask[n]);
+        }
+    }
+    return true;
+}
+
+/// The same work-item by work-item, each of which has what it did told of.
+void CBlock::UniformAccess(const SMicroOp& step, const SAccess& access)
+{
+    for (const uint32_t nRow : access.nAddressRows)
+    {
+        if (nRow != s_nMaskRow)
+            m_Lanes.pfFill(Row(nRow), Row(nRow)[0], 0, s_nLanes);
+    }
+    GlobalAccess(step, access);
+    uint32_t nFirst = m_nBegin;
+    while (!IsActive(nFirst))
+        ++nFirst;
+    for (uint32_t w = 0; w < access.nWords; ++w)
+    {
+        if (access.nUniformWords & (1u << w))
+            m_Lanes.pfFill(Row(access.nRows[w]), Row(access.nRows[w])[nFirst], 0, s_nLanes);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "platform/simt/ScaledAddresses.h"
 #include "platform/simt/SteadySteps.h"
 #include "platform/simt/StepRows.h"
+#include "platform/simt/UniformSteps.h"
 
 namespace KestrelPlatform
 {
@@ -57,9 +58,11 @@ bool CLowering::Run()
     if (!m_bTrace)
     {
         ForwardCopies(m_Code);
+        const uint32_t nFirstUniform = m_Code.nRows;
+        FindUniformSteps(m_Code);
         std::vector<uint32_t> vReads = CountReads(m_Code);
         std::vector<char> vDropped = MarkUnreadSteps(m_Code, vReads);
-        ScaleAddresses(m_Code, vReads, vDropped);
+        ScaleAddresses(m_Code, nFirstUniform, vReads, vDropped);
         MoveSteadySteps(m_Code, vReads, vDropped);
         RemoveSteps(m_Code, vDropped);
         KeepRowsToClear(m_Code, vReads);

@@ -26,18 +26,20 @@ enum EMicroKind : uint16_t
 {
     MICRO_LANE_FAST, ///< nOp, rows
     MICRO_LANE_SLOW,
-    MICRO_ENTER,      ///< start of body nAux, d[0] row of those who return early (0: none)
-    MICRO_IF,         ///< s[0] condition, d[0] row of the else-part, nFlags inverts, nTarget when none is left
-    MICRO_ELSE,       ///< d[0]
-    MICRO_END_IF,     ///< d[0]
-    MICRO_LOOP,       ///< d[0] row of those who broke out, d[1] row of those who continued (0: no continue)
-    MICRO_LEAVE,      ///< break, continue, return without a condition: d[0] row that takes the work-items
-    MICRO_LEAVE_IF,   ///< the same with the condition s[0], nFlags inverts
-    MICRO_END_LOOP,   ///< d as the loop; nAux the loop's step; nTarget when none came out
-    MICRO_SWITCH,     ///< s[0] selector, d[0] out row, d[1] pending row, s[1] row that keeps the selector
-    MICRO_CASE,       ///< d[1] pending row, s[1] selector, nAux the value
-    MICRO_DEFAULT,    ///< d[1], s[1]; nAux the number of later case values, which stand behind it
-    MICRO_END_SWITCH, ///< d[0], d[1]
+    MICRO_LANE_UNIFORM, ///< as either, of the first granule for all work-items; with s_nFlagSpread the whole row gets
+                        ///< it
+    MICRO_ENTER,        ///< start of body nAux, d[0] row of those who return early (0: none)
+    MICRO_IF,           ///< s[0] condition, d[0] row of the else-part, nFlags inverts, nTarget when none is left
+    MICRO_ELSE,         ///< d[0]
+    MICRO_END_IF,       ///< d[0]
+    MICRO_LOOP,         ///< d[0] row of those who broke out, d[1] row of those who continued (0: no continue)
+    MICRO_LEAVE,        ///< break, continue, return without a condition: d[0] row that takes the work-items
+    MICRO_LEAVE_IF,     ///< the same with the condition s[0], nFlags inverts
+    MICRO_END_LOOP,     ///< d as the loop; nAux the loop's step; nTarget when none came out
+    MICRO_SWITCH,       ///< s[0] selector, d[0] out row, d[1] pending row, s[1] row that keeps the selector
+    MICRO_CASE,         ///< d[1] pending row, s[1] selector, nAux the value
+    MICRO_DEFAULT,      ///< d[1], s[1]; nAux the number of later case values, which stand behind it
+    MICRO_END_SWITCH,   ///< d[0], d[1]
     MICRO_CALL,       ///< nAux body, d[0] row of those who don't call, s[0] condition, nFlags: 1 inverts, 2 conditional
     MICRO_AFTER_CALL, ///< as the call
     MICRO_END_BODY,   ///< nAux body, d[0] return row (0: none)
@@ -54,6 +56,9 @@ enum EMicroKind : uint16_t
 
 const uint16_t s_nFlagInvert = 1;
 const uint16_t s_nFlagConditional = 2;
+/// Of if, else, endif, and a leave with a condition: the condition is the same for all work-items.
+const uint16_t s_nFlagUniform = 4;
+const uint16_t s_nFlagSpread = 8;
 
 struct SMicroOp
 {
@@ -129,6 +134,8 @@ struct SAccess
     uint8_t nElementBytes = 4;         ///< 1, 2 or 4 for loads and stores; 4 or 8 for atomics
     uint8_t nWords = 1;                ///< consecutive elements
     bool bReturns = false;             ///< an atomic with a destination
+    bool bUniform = false;             ///< a load whose address is the same for all work-items
+    uint8_t nUniformWords = 0;         ///< of such a load: a bit for each result that is kept for all, active or not
     bool bScaled = false;              ///< 64-bit addresses that are a base plus an index times a scale
     bool bIndexSigned = false;         ///< of such an address
     uint32_t nAddressRows[2] = {0, 0}; ///< with bScaled they are written when they are needed after all

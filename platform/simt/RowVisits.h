@@ -8,7 +8,7 @@ namespace KestrelPlatform
 
 inline bool IsLaneOperation(const SMicroOp& step)
 {
-    return step.eKind == MICRO_LANE_FAST || step.eKind == MICRO_LANE_SLOW;
+    return step.eKind <= MICRO_LANE_UNIFORM;
 }
 
 /// True if the steps around it run for the same work-items, one behind the other.
@@ -52,6 +52,7 @@ void ForEachRead(const SCode& code, const SMicroOp& step, F&& visit)
     {
     case MICRO_LANE_FAST:
     case MICRO_LANE_SLOW:
+    case MICRO_LANE_UNIFORM:
     case MICRO_WAVE:
         ForEach(step.rows.s, 6, visit);
         break;
@@ -93,6 +94,7 @@ void ForEachWritten(const SCode& code, const SMicroOp& step, F&& visit)
     {
     case MICRO_LANE_FAST:
     case MICRO_LANE_SLOW:
+    case MICRO_LANE_UNIFORM:
     case MICRO_WAVE:
         ForEach(step.rows.d, 2, visit);
         break;

@@ -10,18 +10,23 @@ namespace KestrelPlatform
 namespace
 {
 
+/// Index, scale and base of a step that multiplies and adds, among its sources.
+const int s_nSumSources[] = {0, 2, 4, 5};
+
 /// Goes through pieces of straight code twice: first to see which rows hand a value on from one piece to another, then
 /// to find the sums of which only accesses know.
 class CScaledAddresses
 {
 public:
-    CScaledAddresses(SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+    CScaledAddresses(SCode& code, uint32_t nFirstUniform, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
         : m_Code(code), m_vReads(vReads), m_vDropped(vDropped), m_vRows(code.nRows)
     {
         ForEachPinned(code, [this](uint32_t nRow) { m_vRows[nRow].bLeaves = true; });
         for (const SCode::SConstant& constant : code.vConstants)
-            m_vRows[constant.nRow].bConstant = true;
-        m_vRows[s_nZeroRow].bConstant = true;
+            m_vRows[constant.nRow].bUniform = true;
+        m_vRows[s_nZeroRow].bUniform = true;
+        for (uint32_t n = nFirstUniform; n < code.nRows; ++n)
+            m_vRows[n].bUniform = true;
     }
 
     void Run()
@@ -51,15 +56,15 @@ private:
         uint32_t nWrites = 0; ///< how often so far
         uint32_t nSum = 0;    ///< the sum that it holds, counted from 1
         bool bLeaves = false; ///< read in a piece that hasn't written it before
-        bool bConstant = false;
+        bool bUniform = false;
     };
 
     /// A step that multiplies and adds in 64 bits.
     struct SSum
     {
         size_t nStep = 0;
-        uint32_t nIndexWrites = 0; ///< of its index's row, once it has run
-        bool bKept = false;        ///< something else reads it
+        uint32_t nWrites[4] = {}; ///< of the rows that it reads, once it has run
+        bool bKept = false;       ///< something else reads it
     };
 
     struct SUse
@@ -106,7 +111,7 @@ private:
             ForEachRead(m_Code, step, [this](uint32_t nRow) { Keep(SumIn(nRow)); });
         const bool bSum = IsSum(step);
         if (bSum)
-            m_vSums.push_back({nStep, 0, false});
+            m_vSums.push_back({nStep, {}, false});
         ForEachWritten(m_Code, step,
                        [this, bSum](uint32_t nRow)
                        {
@@ -116,7 +121,10 @@ private:
                            ++row.nWrites;
                        });
         if (bSum)
-            m_vSums.back().nIndexWrites = m_vRows[step.rows.s[0]].nWrites;
+        {
+            for (int n = 0; n < 4; ++n)
+                m_vSums.back().nWrites[n] = m_vRows[step.rows.s[s_nSumSources[n]]].nWrites;
+        }
     }
 
     static void Keep(SSum* pSum)
@@ -135,11 +143,11 @@ private:
     {
         const bool bMad =
             step.eKind == MICRO_LANE_FAST && (step.nOp == LANE_IL_OP_MAD_U64_U32 || step.nOp == LANE_IL_OP_MAD_I64_I32);
-        return bMad && m_vRows[step.rows.s[2]].bConstant && m_vRows[step.rows.s[4]].bConstant &&
-               m_vRows[step.rows.s[5]].bConstant;
+        return bMad && m_vRows[step.rows.s[2]].bUniform && m_vRows[step.rows.s[4]].bUniform &&
+               m_vRows[step.rows.s[5]].bUniform;
     }
 
-    /// Whether the step is an access at a sum whose index is still there, and which it doesn't use otherwise.
+    /// Whether the step is an access at a sum whose parts are still there, and which it doesn't use otherwise.
     bool IsOfSum(const SMicroOp& step)
     {
         if (step.eKind != MICRO_ACCESS)
@@ -156,7 +164,9 @@ private:
         ForEach(access.nValueRows, 4, compare);
         if (access.eOperation == SAccess::Store)
             ForEach(access.nRows, 4, compare);
-        return !bElsewhere && m_vRows[rows.s[0]].nWrites == pSum->nIndexWrites;
+        for (int n = 0; n < 4; ++n)
+            bElsewhere = bElsewhere || m_vRows[rows.s[s_nSumSources[n]]].nWrites != pSum->nWrites[n];
+        return !bElsewhere;
     }
 
     /// A sum that may be read in another piece stays.
@@ -205,9 +215,9 @@ private:
 
 } // namespace
 
-void ScaleAddresses(SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
+void ScaleAddresses(SCode& code, uint32_t nFirstUniform, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
 {
-    CScaledAddresses(code, vReads, vDropped).Run();
+    CScaledAddresses(code, nFirstUniform, vReads, vDropped).Run();
 }
 
 } // namespace KestrelPlatform

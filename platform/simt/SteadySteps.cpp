@@ -114,7 +114,11 @@ private:
         }
         SAccess& access = m_Code.vAccesses[step.nAux];
         if (access.bScaled)
+        {
             ReadName(access.nIndexRow);
+            ReadName(access.nScaleRow);
+            ReadNames(access.nBaseRows);
+        }
         else
             ReadNames(access.nAddressRows);
         ReadNames(access.nValueRows);
@@ -142,7 +146,9 @@ private:
     bool CanMove(size_t nStep) const
     {
         const SMicroOp& step = m_Code.vSteps[nStep];
-        if (step.eKind != MICRO_LANE_FAST || m_Code.nRows + 2 > m_nRowLimit)
+        const bool bFast =
+            step.eKind == MICRO_LANE_FAST || (step.eKind == MICRO_LANE_UNIFORM && step.nOp < LANE_FIRST_SLOW);
+        if (!bFast || m_Code.nRows + 2 > m_nRowLimit)
             return false;
         for (const uint16_t nRow : step.rows.s)
         {
