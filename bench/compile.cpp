@@ -64,7 +64,7 @@ class CRuntime
 public:
     CRuntime()
     {
-        const std::string strPath = KestrelTool::GetBuildRoot() + "/lib/kestrel-platform/libOpenCL.so";
+        const std::string strPath = KestrelTool::GetLibraryFolder() + "/kestrel-platform/libOpenCL.so";
         m_pLibrary = dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (m_pLibrary == nullptr)
         {

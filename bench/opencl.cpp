@@ -258,7 +258,7 @@ int main(int argc, char** argv)
     {
         StayOnOneCore();
         CReport report("opencl", argc, argv);
-        CLibraries libraries(GetBuildRoot() + "/lib/kestrel-platform", GetBuildRoot() + "/lib/libOVKKestrel.so");
+        CLibraries libraries(GetLibraryFolder() + "/kestrel-platform", GetLibraryFolder() + "/libOVKKestrel.so.1");
         CDevice device(libraries);
         report.Note(std::string("Vectors: ") + KestrelPlatform::GetLaneTable().pszName);
         const auto vKernels = MakeBenchKernels();

@@ -126,8 +126,8 @@ int main(int argc, char** argv)
     try
     {
         CReport report("tool", argc, argv);
-        const std::string strLib = GetBuildRoot() + "/lib";
-        const CLibraries libraries(strLib + "/kestrel-platform", strLib + "/libOVKKestrel.so");
+        const std::string strLib = GetLibraryFolder();
+        const CLibraries libraries(strLib + "/kestrel-platform", strLib + "/libOVKKestrel.so.1");
         const CWideLaunch launch;
         CSilence silence;
         CDebugger debugger(libraries, ReadLaunchFile(launch.GetPath()), silence);

@@ -98,6 +98,11 @@
  * reason of each refusal; "OVKKestrel.log" holds the messages of the sessions.
  */
 
+/* The interface is that of OpenCL 1.2. Who wants the names of another version defines this first. */
+#ifndef CL_TARGET_OPENCL_VERSION
+#define CL_TARGET_OPENCL_VERSION 120
+#endif
+
 #include <CL/cl_icd.h>
 
 #if defined(__GNUC__)

@@ -14,7 +14,7 @@ namespace
 
 std::string GetPlatformDir()
 {
-    return GetBuildRoot() + "/lib/kestrel-platform";
+    return GetLibraryFolder() + "/kestrel-platform";
 }
 
 std::string ToBytes(const std::vector<uint32_t>& vWords)

@@ -13,6 +13,9 @@ namespace KestrelTool
 namespace
 {
 
+/// By its development name in a build tree, by its soname where only that is installed.
+const char* const s_pszDebugLibrary = "libOVKKestrel.so.1";
+
 void* Open(const std::string& strPath)
 {
     void* pLibrary = dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -94,9 +97,18 @@ void CLibraries::LoadDebugger(const std::string& strDebugLibrary)
     ovkclDebugSetDispatchTable(&cl);
 }
 
-std::string GetBuildRoot()
+std::string GetLibraryFolder()
 {
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path().string();
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::filesystem::path beside = program.parent_path() / "lib";
+    for (const std::filesystem::path& folder : {beside, program / KESTREL_LIBRARIES_FROM_PROGRAMS})
+    {
+        if (std::filesystem::exists(folder / s_pszDebugLibrary))
+        {
+            return folder.lexically_normal().string();
+        }
+    }
+    return beside.string();
 }
 
 } // namespace KestrelTool

@@ -66,8 +66,10 @@ private:
     void LoadDebugger(const std::string& strDebugLibrary);
 };
 
-/// Where the build puts things, from the running program's place: <root>/bin, <root>/lib.
-std::string GetBuildRoot();
+/// The folder of the debugger library and of the software platform's folder, from the running program's place: beside
+/// its folder in a build tree or a copied one, or where it is installed. The first of them that holds the library, else
+/// where it would be in a build tree.
+std::string GetLibraryFolder();
 
 } // namespace KestrelTool
 

@@ -51,14 +51,13 @@ struct SOptions
 
 std::string GetPlatformFolder()
 {
-    return GetBuildRoot() + "/lib/kestrel-platform";
+    return GetLibraryFolder() + "/kestrel-platform";
 }
 
 CLibraries OpenLibraries(const SOptions& options)
 {
-    const std::string strLib = GetBuildRoot() + "/lib";
     const bool bSoftware = options.strPlatform == "software";
-    return CLibraries(bSoftware ? strLib + "/kestrel-platform" : std::string(), strLib + "/libOVKKestrel.so");
+    return CLibraries(bSoftware ? GetPlatformFolder() : std::string(), GetLibraryFolder() + "/libOVKKestrel.so.1");
 }
 
 /// Prints faults and outputs, and says where they differ from what the launch file expects.
@@ -210,10 +209,16 @@ CLI::App* AddConverter(CLI::App& app, const char* pszName, const char* pszInput,
     return pCommand;
 }
 
-/// Long options with one hyphen, as debuggers have them.
+/// Long options with one hyphen, as debuggers have them, and `help [COMMAND]` for `[COMMAND] --help`; last word first,
+/// as the parser takes them.
 std::vector<std::string> SpellOut(int argc, char** argv)
 {
     std::vector<std::string> vArguments(argv + 1, argv + argc);
+    if (!vArguments.empty() && vArguments.front() == "help")
+    {
+        vArguments.erase(vArguments.begin());
+        vArguments.push_back("--help");
+    }
     for (std::string& strArgument : vArguments)
     {
         for (const char* pszName : {"-batch", "-ex", "-json", "-echo"})
@@ -259,6 +264,7 @@ int RunCommandLine(int argc, char** argv)
     CLI::App app("Single-steps OpenCL kernels.", "kestrel");
     app.require_subcommand(1);
     app.fallthrough();
+    app.set_version_flag("--version", "kestrel " KESTREL_VERSION, "Print the version and end");
     SOptions options;
     app.add_option("--platform", options.strPlatform,
                    "software: the platform that comes with Kestrel; system: the machine's own runtime")

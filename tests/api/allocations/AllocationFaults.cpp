@@ -46,7 +46,7 @@ void* Calloc(size_t nCount, size_t nSize)
 
 bool CatchMalloc()
 {
-    const char szLibrary[] = "libOVKKestrel.so";
+    const char szLibrary[] = "libOVKKestrel.so.1";
     const bool bMalloc = RedirectOwnCalls(szLibrary, "malloc", reinterpret_cast<void*>(&Malloc));
     const bool bCalloc = RedirectOwnCalls(szLibrary, "calloc", reinterpret_cast<void*>(&Calloc));
     return bMalloc && bCalloc;

@@ -1,0 +1,44 @@
+# What `cmake --install` puts where. The layout is relocatable: the tool finds its parts from its own place.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(platform_dir ${CMAKE_INSTALL_LIBDIR}/kestrel-platform)
+
+install(
+  TARGETS OVKKestrel
+  EXPORT OVKKestrelTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
+install(FILES include/OVKKestrel.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+install(
+  TARGETS kestrel_platform_opencl kestrel_platform_opencl_c kestrel_platform_zcc kestrel_platform_qrl
+  LIBRARY DESTINATION ${platform_dir} COMPONENT platform)
+# For OCL_ICD_VENDORS: shows the platform to a loader of OpenCL drivers, and no other driver. It names the place that
+# was configured, since loaders know no other; whoever moves the tree writes the one line anew.
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/installed/kestrel.icd
+     CONTENT "${CMAKE_INSTALL_FULL_LIBDIR}/kestrel-platform/libOpenCL.so.1\n" @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/installed/kestrel.icd DESTINATION ${CMAKE_INSTALL_DATADIR}/kestrel/vendors
+        COMPONENT platform)
+
+install(TARGETS kestrel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+install(FILES docs/kestrel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/kestrel COMPONENT tool
+        PATTERN CMakeLists.txt EXCLUDE)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool PATTERN kestrel.1 EXCLUDE)
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool)
+
+# For clients: find_package(OVKKestrel), and pkg-config.
+install(EXPORT OVKKestrelTargets NAMESPACE OVKKestrel:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/OVKKestrel
+        COMPONENT development)
+configure_package_config_file(cmake/OVKKestrelConfig.cmake.in ${CMAKE_BINARY_DIR}/installed/OVKKestrelConfig.cmake
+                              INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/OVKKestrel)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/installed/OVKKestrelConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/installed/OVKKestrelConfig.cmake
+              ${CMAKE_BINARY_DIR}/installed/OVKKestrelConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/OVKKestrel COMPONENT development)
+file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
+configure_file(cmake/OVKKestrel.pc.in ${CMAKE_BINARY_DIR}/installed/OVKKestrel.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/installed/OVKKestrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+        COMPONENT development)
