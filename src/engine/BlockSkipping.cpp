@@ -107,6 +107,10 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::SkipBlock(RegPCMap& regP
     skip.nLast = skip.nBlockEnd;
     const std::set<InstructionNumber> called = FindCalled(skip.nFirst, skip.nLast + 1);
     AddWrittenBy(called, skip.vRegisters);
+    for (InstructionNumber n = skip.nFirst; n <= skip.nLast; ++n)
+    {
+        AddNew(RegistersPassedBy(n), skip.vRegisters);
+    }
     m_nNextInstruction.m_nPos = skip.nBlockEnd;
     PassOver(skip);
     m_Pending.bGap = true;
@@ -133,7 +137,19 @@ void CShaderDebuggerShaderIL::AddWrittenBy(const std::set<InstructionNumber>& in
     for (const InstructionNumber n : instructions)
     {
         const Register reg = GetDestRegister(ProgramCounter(n));
-        if (reg != g_Reg_NULL && std::find(vRegisters.begin(), vRegisters.end(), reg) == vRegisters.end())
+        if (reg != g_Reg_NULL)
+        {
+            AddNew({reg}, vRegisters);
+        }
+        AddNew(RegistersPassedBy(n), vRegisters);
+    }
+}
+
+void CShaderDebuggerShaderIL::AddNew(const std::vector<Register>& vNew, std::vector<Register>& vRegisters)
+{
+    for (const Register& reg : vNew)
+    {
+        if (std::find(vRegisters.begin(), vRegisters.end(), reg) == vRegisters.end())
         {
             vRegisters.push_back(reg);
         }

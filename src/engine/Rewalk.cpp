@@ -108,6 +108,10 @@ bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& e
     std::vector<Register> vRegisters = loop.GetRegisters();
     const std::set<InstructionNumber> called = FindCalled(loop.GetStart(), loop.GetEnd());
     AddWrittenBy(called, vRegisters);
+    for (InstructionNumber n = loop.GetStart(); n < loop.GetEnd(); ++n)
+    {
+        AddNew(RegistersPassedBy(n), vRegisters);
+    }
     vRegisters.erase(std::remove_if(vRegisters.begin(), vRegisters.end(),
                                     [this](const Register& reg) { return !GetDebuggerIL()->IsTracked(reg); }),
                      vRegisters.end());

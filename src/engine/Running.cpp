@@ -75,6 +75,10 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkInstruction(RegPCMap
     {
         regPCMap[reg] = m_nCurrentInstruction;
     }
+    for (const Register& passed : RegistersPassedBy(m_nCurrentInstruction.m_nPos))
+    {
+        regPCMap[passed] = m_nCurrentInstruction;
+    }
     PushStop();
     if (!UpdateNextInst())
     {

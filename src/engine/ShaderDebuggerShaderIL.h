@@ -236,6 +236,7 @@ private:
     EWalk WalkFlowControl(RegPCMap& regPCMap);
     EWalk SkipBlock(RegPCMap& regPCMap, const CIL_FCConstruct* pFlowControl);
     void AddWrittenBy(const std::set<InstructionNumber>& instructions, std::vector<Register>& vRegisters);
+    static void AddNew(const std::vector<Register>& vNew, std::vector<Register>& vRegisters);
     void ReadSkipped(RegPCMap& regPCMap, bool bGetExecMask);
     bool IsAtBreakpoint() const;
     bool Arrive(RegPCMap& regPCMap);

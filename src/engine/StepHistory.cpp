@@ -44,6 +44,10 @@ void CShaderDebuggerShaderIL::PushStop()
         return;
     }
     NoteWritten(GetCurrentRegister());
+    for (const Register& reg : RegistersPassedBy(m_nCurrentInstruction.m_nPos))
+    {
+        NoteWritten(reg);
+    }
     m_Pending.pc = m_nCurrentInstruction;
     m_Pending.callStack = m_CurrentCallStack;
     m_Pending.next = m_nNextInstruction;

@@ -4,6 +4,8 @@
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 
+#include <algorithm>
+
 namespace OVK_ShaderDebugger
 {
 
@@ -52,6 +54,12 @@ bool CShaderDebuggerShaderIL::IsFastStep()
     {
         return false;
     }
+    const std::vector<Register>& vPassedBy = RegistersPassedBy(m_nCurrentInstruction.m_nPos);
+    if (std::any_of(vPassedBy.begin(), vPassedBy.end(),
+                    [this](const Register& reg) { return GetDebuggerIL()->IsTracked(reg); }))
+    {
+        return false;
+    }
     const Register destReg = GetCurrentRegister();
     if (!instruction.HasDestReg() && destReg == g_Reg_NULL)
     {
@@ -66,7 +74,20 @@ bool CShaderDebuggerShaderIL::UpdateTargetInstruction(bool bClearExecuteList)
     {
         m_ExecuteList.clear();
     }
-    m_ExecuteList.emplace_back(m_nCurrentInstruction, GetDestRegister(m_nCurrentInstruction));
+    PatchPoint pp(m_nCurrentInstruction);
+    const Register dest = GetDestRegister(m_nCurrentInstruction);
+    for (const Register& reg : RegistersPassedBy(m_nCurrentInstruction.m_nPos))
+    {
+        if (GetDebuggerIL()->IsTracked(reg))
+        {
+            pp.m_registers.push_back(reg);
+        }
+    }
+    if (dest != g_Reg_NULL || pp.m_registers.empty())
+    {
+        pp.m_registers.push_front(dest);
+    }
+    m_ExecuteList.push_back(pp);
     return true;
 }
 

@@ -98,7 +98,8 @@ void CAnalyzedShaderIL::NoteMacroItem(const CShaderDebuggerInstructionIL& item)
 {
     if (item.GetOpCode() == IL_OP_MACRODEF)
     {
-        m_MacroLabels.insert(item.GetOpToken().bits.controls);
+        m_nNotedMacro = item.GetOpToken().bits.controls;
+        m_MacroLabels.insert(m_nNotedMacro);
     }
     else if (item.IsDCLLiteral())
     {
@@ -107,6 +108,7 @@ void CAnalyzedShaderIL::NoteMacroItem(const CShaderDebuggerInstructionIL& item)
     else if (!item.IsDCL())
     {
         NoteTemps(item);
+        NotePassedInstruction(item);
     }
 }
 

@@ -178,7 +178,7 @@ void CAnalysisPass::NoteWrittenRegister(const CShaderDebuggerInstructionIL& inst
 {
     Register reg;
 
-    if (!MakeWrittenRegister(instruction, reg))
+    if (!m_Shader.MakeWrittenRegister(instruction, reg))
     {
         return;
     }
@@ -196,23 +196,6 @@ void CAnalysisPass::NoteWrittenRegister(const CShaderDebuggerInstructionIL& inst
 
     AddToOpenBlocks(reg);
     m_Shader.m_RegisterOutput.emplace_hint(m_Shader.m_RegisterOutput.end(), Position(), std::move(reg));
-}
-
-bool CAnalysisPass::MakeWrittenRegister(const CShaderDebuggerInstructionIL& instruction, Register& reg) const
-{
-    if (!m_Shader.IsPrivateUAVWrite(instruction))
-    {
-        // A macro's result is one in this call alone, and can't be read where others are.
-        return instruction.GetDestRegType() != IL_REGTYPE_OUTPUT_ARG && instruction.GetDestRegister(reg);
-    }
-
-    // The store's address takes the place of an index.
-    Register address;
-    const bool bHasAddress = instruction.GetSrcRegister(0, address);
-    address.mask = address.mask == COMP_All ? static_cast<RegisterMask>(COMP_x) : address.mask;
-    const unsigned int nUav = IL_UavOpCode{instruction.GetOpToken().val}.bits.id;
-    reg = Register(RegisterID(RT_PrivateUAVAccess, nUav, 0, bHasAddress ? &address : nullptr), COMP_All);
-    return true;
 }
 
 void CAnalysisPass::AddToOpenBlocks(const Register& reg)

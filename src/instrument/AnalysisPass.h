@@ -44,7 +44,6 @@ private:
     bool TakeInstruction(CShaderDebuggerInstructionIL& item);
     bool Dispatch(const CShaderDebuggerInstructionIL& item);
     void NoteWrittenRegister(const CShaderDebuggerInstructionIL& instruction);
-    bool MakeWrittenRegister(const CShaderDebuggerInstructionIL& instruction, Register& reg) const;
     void AddToOpenBlocks(const Register& reg);
     void NoteLine();
 

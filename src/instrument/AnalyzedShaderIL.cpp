@@ -66,6 +66,9 @@ bool CAnalyzedShaderIL::InitShaderInfo()
     m_vOutlineMacros.clear();
     m_MacroLabels.clear();
     m_CalledMacros.reset();
+    m_nNotedMacro = 0;
+    m_PassedMacros.clear();
+    m_PassedRegisters.clear();
     m_PC_LineNumberMap = PC_LineNumberMap();
     m_Instructions.clear();
     m_FlowControl.clear();
@@ -138,6 +141,7 @@ bool CAnalyzedShaderIL::AnalyzeShader()
     }
 
     m_nEndOfShader = m_nInstructionCount - 1;
+    FindRegistersOfPassedMacros();
 
     if (!AllocateRegisters(pass.GetMaxLoopDepth()) || !AllocateUAVs())
     {
@@ -354,6 +358,23 @@ bool CAnalyzedShaderIL::IsPrivateUAVWrite(const CShaderDebuggerInstructionIL& in
 {
     return ILShaderUtils::IsGlobalStore(instruction.GetOpCode()) &&
            m_PrivateUAVNums.count(IL_UavOpCode{instruction.GetOpToken().val}.bits.id) != 0;
+}
+
+bool CAnalyzedShaderIL::MakeWrittenRegister(const CShaderDebuggerInstructionIL& instruction, Register& reg) const
+{
+    if (!IsPrivateUAVWrite(instruction))
+    {
+        // A macro's result is one in this call alone, and can't be read where others are.
+        return instruction.GetDestRegType() != IL_REGTYPE_OUTPUT_ARG && instruction.GetDestRegister(reg);
+    }
+
+    // The store's address takes the place of an index.
+    Register address;
+    const bool bHasAddress = instruction.GetSrcRegister(0, address);
+    address.mask = address.mask == COMP_All ? static_cast<RegisterMask>(COMP_x) : address.mask;
+    const unsigned int nUav = IL_UavOpCode{instruction.GetOpToken().val}.bits.id;
+    reg = Register(RegisterID(RT_PrivateUAVAccess, nUav, 0, bHasAddress ? &address : nullptr), COMP_All);
+    return true;
 }
 
 std::string CAnalyzedShaderIL::KernelName() const

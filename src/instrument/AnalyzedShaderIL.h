@@ -165,6 +165,8 @@ protected:
     InstructionNumber EndOfBody(InstructionNumber nInst) const;
     /// The first instruction of the function or outline macro that an instruction calls, on a condition or without.
     std::optional<InstructionNumber> FindCallee(InstructionNumber nInst) const;
+    /// What the call of a macro that isn't entered writes besides its destination; nothing for other instructions.
+    const std::vector<Register>& RegistersPassedBy(InstructionNumber nInst) const;
 
     /// Whether a macro is an outline of this kernel: bit 16 of its modifier word, and the comment that comes next.
     bool IsOutlineMacro(IL instMod, const CInputTokenStream<unsigned int>& src) const;
@@ -244,6 +246,17 @@ private:
     void NoteLiteral(const CShaderDebuggerInstructionIL& declaration);
     void NoteMacroItem(const CShaderDebuggerInstructionIL& item);
     bool IsMacroCalled(unsigned int nLabel);
+    std::optional<InstructionNumber> CalleeOf(const CShaderDebuggerInstructionIL& instruction) const;
+    /// The register that an instruction writes, a slot of private memory among them. \return false for none
+    bool MakeWrittenRegister(const CShaderDebuggerInstructionIL& instruction, Register& reg) const;
+
+    // Macros that aren't entered (PassedMacros.cpp).
+    void NotePassedInstruction(const CShaderDebuggerInstructionIL& instruction);
+    void FindRegistersOfPassedMacros();
+    std::vector<Register> CollectPassedRegisters(const CShaderDebuggerInstructionIL& call) const;
+    void AddWritten(InstructionNumber nInst, std::vector<Register>& vRegisters) const;
+    static void AddCall(const CShaderDebuggerInstructionIL& instruction,
+                        std::vector<const CShaderDebuggerInstructionIL*>& vCalls);
     bool AllocateRegisters(unsigned int nMaxLoopDepth);
     bool AllocateUAVs();
     void AssignLoopCounters(const std::vector<unsigned int>& vLoopTempRegs,
@@ -258,7 +271,11 @@ private:
 
     std::vector<bool> m_vTempRegisterUsed;
     std::vector<bool> m_vLiteralRegisterUsed;
-    std::optional<std::set<unsigned int>> m_CalledMacros; ///< labels, found when first asked for
+    unsigned int m_nNotedMacro = 0; ///< the label of the macro whose items are noted
+    std::map<unsigned int, std::vector<CShaderDebuggerInstructionIL>>
+        m_PassedMacros;                                              ///< by label: what matters of them
+    std::map<unsigned int, std::vector<Register>> m_PassedRegisters; ///< what their calls write
+    std::optional<std::set<unsigned int>> m_CalledMacros;            ///< labels, found when first asked for
     std::vector<unsigned int> m_vItemLengths; ///< by token position: the length of the item that begins there, or 0
     std::vector<std::unique_ptr<CIL_FCConstruct>> m_vConstructs; ///< owns what m_FlowControl points at
 };

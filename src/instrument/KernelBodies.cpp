@@ -58,13 +58,11 @@ InstructionNumber CAnalyzedShaderIL::EndOfBody(InstructionNumber nInst) const
 
 std::optional<InstructionNumber> CAnalyzedShaderIL::FindCallee(InstructionNumber nInst) const
 {
-    if (nInst >= m_Instructions.size())
-    {
-        return std::nullopt;
-    }
+    return nInst < m_Instructions.size() ? CalleeOf(m_Instructions[nInst]) : std::nullopt;
+}
 
-    const CShaderDebuggerInstructionIL& instruction = m_Instructions[nInst];
-
+std::optional<InstructionNumber> CAnalyzedShaderIL::CalleeOf(const CShaderDebuggerInstructionIL& instruction) const
+{
     switch (instruction.GetOpCode())
     {
     case IL_OP_CALL:
