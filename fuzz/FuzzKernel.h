@@ -17,8 +17,10 @@ public:
     using CEnginelessShader::CEnginelessShader;
 
     using CAnalyzedShaderIL::ConstructOf;
+    using CAnalyzedShaderIL::FindCallee;
     using CAnalyzedShaderIL::FunctionOf;
     using CAnalyzedShaderIL::IsCompute;
+    using CAnalyzedShaderIL::IsInMain;
     using CAnalyzedShaderIL::m_bIsElf;
     using CAnalyzedShaderIL::m_bTidewater;
     using CAnalyzedShaderIL::m_CallStack;
@@ -35,6 +37,7 @@ public:
     using CAnalyzedShaderIL::m_RegisterOutput;
     using CAnalyzedShaderIL::m_UAVNums;
     using CAnalyzedShaderIL::m_vTokens;
+    using CAnalyzedShaderIL::StartOfBody;
     using CInstrumentedShaderIL::m_nPatchedShaderSize;
 };
 

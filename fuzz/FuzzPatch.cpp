@@ -94,31 +94,23 @@ private:
         PatchAndCheck(later, {});
     }
 
-    /// A macro isn't called by the calls of a function, whatever function it stands behind.
-    bool InOutlineMacro(InstructionNumber n) const
-    {
-        const auto it = m_Shader.m_FunctionInstruction.find(m_Shader.m_OutlineMacroLabel);
-        return m_Shader.m_OutlineMacroLabel != 0 && it != m_Shader.m_FunctionInstruction.end() && n >= it->second &&
-               n < m_Shader.m_nOutlineMacroEnd;
-    }
-
-    /// The first way down from the main body to the position's function.
+    /// The first way down from the main body to the position's function or macro.
     void EnterCalls(InstructionNumber n)
     {
-        unsigned int nFunction = InOutlineMacro(n) ? 0 : m_Shader.FunctionOf(n);
-        for (size_t nDepth = 0; nFunction != 0 && nDepth < 8; ++nDepth)
+        for (size_t nDepth = 0; !m_Shader.IsInMain(n) && nDepth < 8; ++nDepth)
         {
-            const auto call =
-                std::find_if(m_Shader.m_Instructions.begin(), m_Shader.m_Instructions.end(),
-                             [&](const CShaderDebuggerInstructionIL& instruction)
-                             { return instruction.GetOpCode() == IL_OP_CALL && instruction.GetToken(1) == nFunction; });
-            if (call == m_Shader.m_Instructions.end())
+            const InstructionNumber nStart = m_Shader.StartOfBody(n);
+            InstructionNumber nCall = 0;
+            while (nCall < m_Shader.m_nInstructionCount && m_Shader.FindCallee(nCall) != nStart)
+            {
+                ++nCall;
+            }
+            if (nCall == m_Shader.m_nInstructionCount)
             {
                 return;
             }
-            const auto nCall = static_cast<InstructionNumber>(call - m_Shader.m_Instructions.begin());
             m_Shader.m_CallStack.push_back(At(m_Shader, nCall, 2));
-            nFunction = m_Shader.FunctionOf(nCall);
+            n = nCall;
         }
     }
 
