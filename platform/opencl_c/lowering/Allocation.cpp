@@ -20,6 +20,10 @@ public:
     CClasses(const SKernelCode& code, SLiveness& live) : m_Code(code), m_Live(live), m_vParents(live.vHulls.size())
     {
         std::iota(m_vParents.begin(), m_vParents.end(), 0u);
+        for (const SVirtualRegister& reg : code.machine.Registers())
+        {
+            m_vComponents.push_back(reg.nComponents);
+        }
         m_vEdgesFrom.resize(code.machine.Blocks().size());
         for (const SEdge& edge : code.vEdges)
         {
@@ -42,6 +46,9 @@ public:
         }
         return n;
     }
+
+    /// Of the largest register of a set.
+    unsigned CountComponents(uint32_t n) { return m_vComponents[Find(n)]; }
 
     void JoinCopies()
     {
@@ -76,29 +83,47 @@ private:
                 return false;
             }
         }
-        const SVirtualRegister& from = m_Code.machine.Registers()[edge.from[nFirst].nId];
-        const SVirtualRegister& to = m_Code.machine.Registers()[edge.to[nFirst].nId];
-        return !from.bPinned && from.nComponents == to.nComponents;
+        return !m_Code.machine.Registers()[edge.from[nFirst].nId].bPinned;
     }
 
     /// What is copied into one of the two on the edges of a block, if it is copied from the other one or from itself,
-    /// is the value that both hold then: it does no harm that they live there at the same time.
+    /// is the value that both hold then: it does no harm that they live there at the same time. Nor does it if neither
+    /// has lived before and both get the same numbers.
     bool AreEqualBehind(unsigned nBlock, uint32_t a, uint32_t b)
     {
         const auto IsOneOfThem = [&](const SWord& word)
         { return word.eKind == SWord::Register && (Find(word.nId) == a || Find(word.nId) == b); };
+        const uint32_t nBefore = m_Live.vCopiesWritten[nBlock].nFirst - 1;
+        const bool bNew = !LivesAt(m_Live.vSpans[a], nBefore) && !LivesAt(m_Live.vSpans[b], nBefore);
+        std::array<SWord, s_nComponents> numbers = {};
         for (const SEdge* const pEdge : m_vEdgesFrom[nBlock])
         {
             for (size_t n = 0; n < pEdge->to.size(); ++n)
             {
-                const bool bSame = IsOneOfThem(pEdge->from[n]) && pEdge->from[n].nComponent == pEdge->to[n].nComponent;
-                if (IsOneOfThem(pEdge->to[n]) && !bSame)
+                if (!IsOneOfThem(pEdge->to[n]))
+                {
+                    continue;
+                }
+                const SWord& from = pEdge->from[n];
+                SWord& number = numbers[pEdge->to[n].nComponent];
+                const bool bSame = IsOneOfThem(from) && from.nComponent == pEdge->to[n].nComponent;
+                const bool bNumber =
+                    bNew && from.eKind == SWord::Literal && (number.eKind == SWord::Undefined || number == from);
+                if (!bSame && !bNumber)
                 {
                     return false;
                 }
+                number = bNumber ? from : number;
             }
         }
         return true;
+    }
+
+    static bool LivesAt(const Spans& spans, uint32_t nPosition)
+    {
+        const auto it = std::upper_bound(spans.begin(), spans.end(), nPosition,
+                                         [](uint32_t nAt, const SSpan& span) { return nAt < span.nFirst; });
+        return it != spans.begin() && nPosition <= std::prev(it)->nLast;
     }
 
     /// The block of which a stretch lies behind the copies of its edges, -1 for none.
@@ -131,6 +156,7 @@ private:
             return;
         }
         m_vParents[b] = a;
+        m_vComponents[a] = std::max(m_vComponents[a], m_vComponents[b]);
         spansA = Union(spansA, spansB);
         spansB.clear();
         m_Live.vHulls[a].nFirst = std::min(m_Live.vHulls[a].nFirst, m_Live.vHulls[b].nFirst);
@@ -140,6 +166,7 @@ private:
     const SKernelCode& m_Code;
     SLiveness& m_Live;
     std::vector<uint32_t> m_vParents;
+    std::vector<unsigned> m_vComponents;                          ///< by the set's first register
     std::vector<llvm::SmallVector<const SEdge*, 2>> m_vEdgesFrom; ///< by block
     std::vector<std::pair<SSpan, unsigned>> m_vBehind;            ///< the stretches behind blocks' copies, in order
 };
@@ -221,7 +248,7 @@ SAllocation AllocateTemps(const SKernelCode& code, const std::vector<SFlowStep>&
             result.vGuards[n - vRegisters.size()] = temps.Take(1, span);
             continue;
         }
-        result.vTemps[n] = temps.Take(vRegisters[n].nComponents, span);
+        result.vTemps[n] = temps.Take(classes.CountComponents(n), span);
     }
     for (uint32_t n = 0; n < vRegisters.size(); ++n)
     {

@@ -1,6 +1,7 @@
 #include "platform/opencl_c/lowering/Allocation.h"
 #include "platform/opencl_c/lowering/Cleanup.h"
 #include "platform/opencl_c/lowering/KernelText.h"
+#include "platform/opencl_c/lowering/LeanLoops.h"
 #include "platform/opencl_c/lowering/Lowered.h"
 #include "platform/opencl_c/lowering/Selector.h"
 #include "platform/opencl_c/lowering/VariablePlaces.h"
@@ -110,6 +111,10 @@ private:
 
     bool LowerKernel(llvm::Function& kernel)
     {
+        if (!m_bDebug)
+        {
+            MakeLoopsLean(kernel);
+        }
         SRegions regions;
         std::string strWhyNot;
         if (!BuildRegions(kernel, regions, strWhyNot))

@@ -89,9 +89,9 @@ void CSelector::SelectBinary(const llvm::BinaryOperator& op)
     {
         return; // with the sum
     }
-    if (op.getOpcode() == Instruction::FAdd)
+    if (SelectProductAndSum(op))
     {
-        return SelectFloatAdd(op);
+        return;
     }
     const unsigned nElementWords = m_Types.CountElementWords(pType);
     if (nElementWords > 2)
@@ -202,14 +202,18 @@ void CSelector::SelectWideBinary(const llvm::BinaryOperator& op)
 }
 
 /// A product that one sum alone takes is computed with it; `mad` rounds both as the two instructions would.
+/// Of integers those of 32 bits.
 bool CSelector::FusesIntoAdd(const Instruction& instruction) const
 {
-    if (instruction.getOpcode() != Instruction::FMul || !instruction.hasOneUse())
+    const bool bFloat = instruction.getOpcode() == Instruction::FMul;
+    const bool bWord = instruction.getOpcode() == Instruction::Mul && instruction.getType()->isIntegerTy(s_nWordBits);
+    if ((!bFloat && !bWord) || !instruction.hasOneUse())
     {
         return false;
     }
     const auto* const pSum = llvm::cast<Instruction>(*instruction.user_begin());
-    if (pSum->getOpcode() != Instruction::FAdd || pSum->getParent() != instruction.getParent())
+    if (pSum->getOpcode() != (bFloat ? Instruction::FAdd : Instruction::Add) ||
+        pSum->getParent() != instruction.getParent())
     {
         return false;
     }
@@ -217,9 +221,13 @@ bool CSelector::FusesIntoAdd(const Instruction& instruction) const
     return pFirst == &instruction || pFirst == nullptr || !FusesIntoAdd(*pFirst);
 }
 
-void CSelector::SelectFloatAdd(const llvm::BinaryOperator& op)
+/// \return false if it isn't a sum with such a product
+bool CSelector::SelectProductAndSum(const llvm::BinaryOperator& op)
 {
-    const bool bDouble = op.getType()->getScalarType()->isDoubleTy();
+    if (op.getOpcode() != Instruction::FAdd && op.getOpcode() != Instruction::Add)
+    {
+        return false;
+    }
     for (unsigned n = 0; n < 2; ++n)
     {
         const auto* const pProduct = llvm::dyn_cast<Instruction>(op.getOperand(n));
@@ -231,13 +239,12 @@ void CSelector::SelectFloatAdd(const llvm::BinaryOperator& op)
         const Words b = Get(pProduct->getOperand(1));
         const Words c = Get(op.getOperand(1 - n));
         const unsigned nWords = static_cast<unsigned>(a.size());
-        Set(op, bDouble ? m_Machine.Pairs("dmad", nWords / 2, {a, b, c}) : m_Machine.Each("mad", nWords, {a, b, c}));
-        return;
+        const bool bDouble = op.getType()->getScalarType()->isDoubleTy();
+        const char* const pszWord = op.getOpcode() == Instruction::FAdd ? "mad" : "imad";
+        Set(op, bDouble ? m_Machine.Pairs("dmad", nWords / 2, {a, b, c}) : m_Machine.Each(pszWord, nWords, {a, b, c}));
+        return true;
     }
-    const Words a = Get(op.getOperand(0));
-    const Words b = Get(op.getOperand(1));
-    const unsigned nWords = static_cast<unsigned>(a.size());
-    Set(op, bDouble ? m_Machine.Pairs("dadd", nWords / 2, {a, b}) : m_Machine.Each("add", nWords, {a, b}));
+    return false;
 }
 
 void CSelector::SelectFNeg(const llvm::UnaryOperator& op)

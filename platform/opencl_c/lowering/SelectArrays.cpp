@@ -1,6 +1,7 @@
 #include "platform/opencl_c/lowering/Selector.h"
 
 #include "llvm/IR/Constants.h"
+#include "llvm/IR/DataLayout.h"
 #include "llvm/IR/Operator.h"
 #include "llvm/Support/MathExtras.h"
 

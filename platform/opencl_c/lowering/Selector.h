@@ -100,7 +100,7 @@ private:
     void SelectBinary(const llvm::BinaryOperator& op);
     void SelectWideBinary(const llvm::BinaryOperator& op);
     bool FusesIntoAdd(const Instruction& instruction) const;
-    void SelectFloatAdd(const llvm::BinaryOperator& op);
+    bool SelectProductAndSum(const llvm::BinaryOperator& op);
     void SelectFNeg(const llvm::UnaryOperator& op);
 
     // SelectCompares.cpp

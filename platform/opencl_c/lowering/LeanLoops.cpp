@@ -1,0 +1,298 @@
+#include "platform/opencl_c/lowering/LeanLoops.h"
+
+#include "llvm/Analysis/LoopInfo.h"
+#include "llvm/IR/Constants.h"
+#include "llvm/IR/Dominators.h"
+#include "llvm/IR/IRBuilder.h"
+#include "llvm/IR/InstIterator.h"
+#include "llvm/IR/Instructions.h"
+#include "llvm/IR/PatternMatch.h"
+#include "llvm/IR/ValueHandle.h"
+#include "llvm/Transforms/Utils/Local.h"
+
+#include <vector>
+
+namespace KestrelOpenCL
+{
+namespace
+{
+
+using namespace llvm::PatternMatch;
+
+const unsigned s_nMaxTerm = 8; ///< passes in which sums of products are put together
+
+/// Where the passes before have put in a constant, or a value from outside, for what a comparison at the end of a
+/// block has found equal to it, the compared value comes back: it is in a register that leaves the loop as it is.
+void TakeComparedValues(llvm::Function& kernel)
+{
+    for (llvm::BasicBlock& block : kernel)
+    {
+        auto* const pBranch = llvm::dyn_cast<llvm::BranchInst>(block.getTerminator());
+        llvm::CmpInst::Predicate ePredicate{};
+        llvm::Value* pLeft = nullptr;
+        llvm::Value* pRight = nullptr;
+        if (pBranch == nullptr || !pBranch->isConditional() || pBranch->getSuccessor(0) == pBranch->getSuccessor(1) ||
+            !match(pBranch->getCondition(), m_ICmp(ePredicate, m_Value(pLeft), m_Value(pRight))) ||
+            !llvm::CmpInst::isEquality(ePredicate) || !llvm::isa<llvm::Instruction>(pLeft) ||
+            !pLeft->getType()->isIntegerTy() || llvm::isa<llvm::Instruction>(pRight))
+        {
+            continue;
+        }
+        for (llvm::PHINode& phi : pBranch->getSuccessor(ePredicate == llvm::CmpInst::ICMP_EQ ? 0 : 1)->phis())
+        {
+            if (phi.getIncomingValueForBlock(&block) == pRight)
+            {
+                phi.setIncomingValueForBlock(&block, pLeft);
+            }
+        }
+    }
+}
+
+/// `x < 4` beside `y = x >> 1` is `y < 2`: then the loop that halves a number has no use for the old one.
+void CompareShiftedValues(llvm::Function& kernel, const llvm::DominatorTree& dominators)
+{
+    for (llvm::Instruction& instruction : llvm::instructions(kernel))
+    {
+        llvm::Value* pValue = nullptr;
+        const llvm::APInt* pBound = nullptr;
+        llvm::CmpInst::Predicate ePredicate{};
+        if (!match(&instruction, m_ICmp(ePredicate, m_Value(pValue), m_APInt(pBound))) ||
+            (ePredicate != llvm::CmpInst::ICMP_ULT && ePredicate != llvm::CmpInst::ICMP_UGT))
+        {
+            continue;
+        }
+        // x > 3 is x >= 4.
+        const llvm::APInt bound = ePredicate == llvm::CmpInst::ICMP_UGT ? *pBound + 1 : *pBound;
+        for (llvm::User* const pUser : pValue->users())
+        {
+            auto* const pShift = llvm::dyn_cast<llvm::Instruction>(pUser);
+            const llvm::APInt* pAmount = nullptr;
+            if (pShift == nullptr || !match(pShift, m_LShr(m_Specific(pValue), m_APInt(pAmount))) || bound.isZero() ||
+                pAmount->uge(bound.getBitWidth()) || bound.countTrailingZeros() < pAmount->getZExtValue() ||
+                !dominators.dominates(pShift, &instruction))
+            {
+                continue;
+            }
+            const llvm::APInt shifted = bound.lshr(*pAmount);
+            instruction.setOperand(0, pShift);
+            instruction.setOperand(1, llvm::ConstantInt::get(pShift->getType(), ePredicate == llvm::CmpInst::ICMP_UGT
+                                                                                    ? shifted - 1
+                                                                                    : shifted));
+            break;
+        }
+    }
+}
+
+/// Turns products of a loop's counter and what stays the same into sums that go from pass to pass. An object serves one
+/// kernel.
+class CProductsToSums
+{
+public:
+    explicit CProductsToSums(const llvm::DominatorTree& dominators) : m_Dominators(dominators), m_Loops(dominators) {}
+
+    void Run()
+    {
+        for (llvm::Loop* const pLoop : m_Loops.getLoopsInPreorder())
+        {
+            if (pLoop->getLoopLatch() != nullptr && pLoop->getLoopPredecessor() != nullptr)
+            {
+                RunLoop(*pLoop);
+            }
+        }
+    }
+
+private:
+    /// A number that grows by the same amount in each pass; both ends are known outside of the loop.
+    struct SLine
+    {
+        llvm::Value* pStart = nullptr; ///< null: the number doesn't grow so
+        llvm::Value* pStep = nullptr;
+        bool bProduct = false; ///< is made with a product
+    };
+
+    void RunLoop(const llvm::Loop& loop)
+    {
+        m_mapLines.clear();
+        m_pEnd = loop.getLoopPredecessor()->getTerminator();
+        std::vector<llvm::Instruction*> vInstructions;
+        for (llvm::BasicBlock* const pBlock : loop.blocks())
+        {
+            for (llvm::Instruction& instruction : *pBlock)
+            {
+                if (instruction.getType()->isIntegerTy(32) || instruction.getType()->isIntegerTy(64))
+                {
+                    vInstructions.push_back(&instruction);
+                }
+            }
+        }
+        // Blocks come in no order: a number may wait for those that it is made of.
+        for (unsigned nPass = 0; nPass < s_nMaxTerm && FindLines(loop, vInstructions); ++nPass)
+        {
+        }
+        std::vector<llvm::Instruction*> vTerms;
+        for (llvm::Instruction* const pInstruction : vInstructions)
+        {
+            const auto it = m_mapLines.find(pInstruction);
+            if (it != m_mapLines.end() && it->second.bProduct && IsNeeded(*pInstruction) &&
+                m_Dominators.dominates(pInstruction->getParent(), loop.getLoopLatch()))
+            {
+                vTerms.push_back(pInstruction);
+            }
+        }
+        for (llvm::Instruction* const pTerm : vTerms)
+        {
+            Replace(loop, *pTerm);
+        }
+    }
+
+    /// Somebody reads it who isn't such a number.
+    bool IsNeeded(const llvm::Instruction& instruction) const
+    {
+        return llvm::any_of(instruction.users(), [this](const llvm::User* pUser)
+                            { return m_mapLines.count(llvm::cast<llvm::Instruction>(pUser)) == 0; });
+    }
+
+    bool FindLines(const llvm::Loop& loop, llvm::ArrayRef<llvm::Instruction*> instructions)
+    {
+        bool bFound = false;
+        for (llvm::Instruction* const pInstruction : instructions)
+        {
+            if (m_mapLines.count(pInstruction) != 0)
+            {
+                continue;
+            }
+            const SLine line = MakeLine(loop, *pInstruction);
+            if (line.pStart != nullptr)
+            {
+                m_mapLines[pInstruction] = line;
+                bFound = true;
+            }
+        }
+        return bFound;
+    }
+
+    SLine FindLine(const llvm::Loop& loop, llvm::Value* pValue) const
+    {
+        const auto* const pInstruction = llvm::dyn_cast<llvm::Instruction>(pValue);
+        if (pInstruction == nullptr || !loop.contains(pInstruction))
+        {
+            return {pValue, llvm::ConstantInt::get(pValue->getType(), 0), false};
+        }
+        const auto it = m_mapLines.find(pInstruction);
+        return it != m_mapLines.end() ? it->second : SLine();
+    }
+
+    SLine MakeLine(const llvm::Loop& loop, llvm::Instruction& instruction)
+    {
+        if (auto* const pPhi = llvm::dyn_cast<llvm::PHINode>(&instruction))
+        {
+            llvm::Value* pStep = nullptr;
+            const bool bCounts =
+                pPhi->getParent() == loop.getHeader() &&
+                match(pPhi->getIncomingValueForBlock(loop.getLoopLatch()), m_c_Add(m_Specific(pPhi), m_Value(pStep))) &&
+                loop.isLoopInvariant(pStep);
+            return bCounts ? SLine{pPhi->getIncomingValueForBlock(loop.getLoopPredecessor()), pStep, false} : SLine();
+        }
+        const unsigned nOpcode = instruction.getOpcode();
+        if (nOpcode != llvm::Instruction::Add && nOpcode != llvm::Instruction::Sub &&
+            nOpcode != llvm::Instruction::Mul && nOpcode != llvm::Instruction::Shl)
+        {
+            return SLine();
+        }
+        const SLine a = FindLine(loop, instruction.getOperand(0));
+        const SLine b = FindLine(loop, instruction.getOperand(1));
+        if (a.pStart == nullptr || b.pStart == nullptr)
+        {
+            return SLine();
+        }
+        SLine line;
+        line.bProduct = a.bProduct || b.bProduct;
+        if (nOpcode == llvm::Instruction::Add || nOpcode == llvm::Instruction::Sub)
+        {
+            line.pStart = Make(nOpcode, a.pStart, b.pStart);
+            line.pStep = Make(nOpcode, a.pStep, b.pStep);
+            return line;
+        }
+        // One of the factors stays what it is.
+        const bool bFirst = IsZero(b.pStep);
+        if ((!bFirst && !IsZero(a.pStep)) || (!bFirst && nOpcode == llvm::Instruction::Shl))
+        {
+            return SLine();
+        }
+        line.pStart = Make(nOpcode, a.pStart, b.pStart);
+        line.pStep = bFirst ? Make(nOpcode, a.pStep, b.pStart) : Make(nOpcode, a.pStart, b.pStep);
+        line.bProduct = true;
+        return line;
+    }
+
+    static bool IsZero(const llvm::Value* pValue)
+    {
+        const auto* const pNumber = llvm::dyn_cast<llvm::ConstantInt>(pValue);
+        return pNumber != nullptr && pNumber->isZero();
+    }
+
+    /// An operation in front of the loop.
+    llvm::Value* Make(unsigned nOpcode, llvm::Value* pA, llvm::Value* pB)
+    {
+        const bool bProduct = nOpcode == llvm::Instruction::Mul;
+        if (bProduct ? match(pB, m_One()) : IsZero(pB))
+        {
+            return pA;
+        }
+        if ((bProduct && match(pA, m_One())) || (nOpcode == llvm::Instruction::Add && IsZero(pA)))
+        {
+            return pB;
+        }
+        if (IsZero(pA) && nOpcode != llvm::Instruction::Sub)
+        {
+            return pA; // times or shifted by anything
+        }
+        llvm::IRBuilder<> builder(m_pEnd);
+        return builder.CreateBinOp(static_cast<llvm::Instruction::BinaryOps>(nOpcode), pA, pB);
+    }
+
+    void Replace(const llvm::Loop& loop, llvm::Instruction& term)
+    {
+        const SLine line = m_mapLines[&term];
+        llvm::BasicBlock& latch = *loop.getLoopLatch();
+        auto* const pPhi = llvm::PHINode::Create(term.getType(), 2, "", &loop.getHeader()->front());
+        auto* const pNext = llvm::BinaryOperator::CreateAdd(pPhi, line.pStep, "", latch.getTerminator());
+        pPhi->setDebugLoc(term.getDebugLoc());
+        pNext->setDebugLoc(term.getDebugLoc());
+        pPhi->addIncoming(line.pStart, loop.getLoopPredecessor());
+        pPhi->addIncoming(pNext, &latch);
+        term.replaceAllUsesWith(pPhi);
+    }
+
+    const llvm::DominatorTree& m_Dominators;
+    llvm::LoopInfo m_Loops;
+    llvm::DenseMap<const llvm::Instruction*, SLine> m_mapLines; ///< of the loop that is looked at
+    llvm::Instruction* m_pEnd = nullptr;                        ///< of the block in front of it
+};
+
+/// What nobody reads any more.
+void RemoveUnread(llvm::Function& kernel)
+{
+    llvm::SmallVector<llvm::WeakTrackingVH, 16> unread;
+    for (llvm::Instruction& instruction : llvm::instructions(kernel))
+    {
+        if (llvm::isInstructionTriviallyDead(&instruction))
+        {
+            unread.push_back(&instruction);
+        }
+    }
+    llvm::RecursivelyDeleteTriviallyDeadInstructionsPermissive(unread);
+}
+
+} // namespace
+
+void MakeLoopsLean(llvm::Function& kernel)
+{
+    llvm::DominatorTree dominators(kernel);
+    TakeComparedValues(kernel);
+    CompareShiftedValues(kernel, dominators);
+    CProductsToSums(dominators).Run();
+    RemoveUnread(kernel);
+}
+
+} // namespace KestrelOpenCL
