@@ -1,5 +1,7 @@
 #include "platform/opencl_c/lowering/LeanLoops.h"
 
+#include "platform/opencl_c/lowering/LeanAddresses.h"
+
 #include "llvm/Analysis/LoopInfo.h"
 #include "llvm/IR/Constants.h"
 #include "llvm/IR/Dominators.h"
@@ -79,6 +81,46 @@ void CompareShiftedValues(llvm::Function& kernel, const llvm::DominatorTree& dom
                                                                                     ? shifted - 1
                                                                                     : shifted));
             break;
+        }
+    }
+}
+
+/// A loop that goes on until its counter has had a value compares it before it counts: the counted one with the next
+/// value gives the same answer, and nothing has to keep the old one.
+void CompareNextCounts(llvm::Function& kernel, const llvm::DominatorTree& dominators)
+{
+    const llvm::LoopInfo loops(dominators);
+    for (const llvm::Loop* const pLoop : loops.getLoopsInPreorder())
+    {
+        llvm::BasicBlock* const pLatch = pLoop->getLoopLatch();
+        llvm::BasicBlock* const pBefore = pLoop->getLoopPredecessor();
+        if (pLatch == nullptr || pBefore == nullptr)
+        {
+            continue;
+        }
+        for (llvm::PHINode& phi : pLoop->getHeader()->phis())
+        {
+            llvm::Value* const pNext = phi.getIncomingValueForBlock(pLatch);
+            llvm::Value* pStep = nullptr;
+            llvm::Value* pBound = nullptr;
+            llvm::CmpInst::Predicate ePredicate{};
+            const auto* const pBranch = llvm::dyn_cast<llvm::BranchInst>(pLatch->getTerminator());
+            if (pBranch == nullptr || !pBranch->isConditional() ||
+                !match(pNext, m_c_Add(m_Specific(&phi), m_Value(pStep))) || !llvm::isa<llvm::Constant>(pStep) ||
+                !match(pBranch->getCondition(), m_OneUse(m_ICmp(ePredicate, m_Specific(&phi), m_Value(pBound)))) ||
+                !llvm::CmpInst::isEquality(ePredicate) || !pLoop->isLoopInvariant(pBound))
+            {
+                continue;
+            }
+            auto* const pCompare = llvm::cast<llvm::ICmpInst>(pBranch->getCondition());
+            if (pCompare->getParent() != pLatch)
+            {
+                continue;
+            }
+            llvm::IRBuilder<> builder(pBefore->getTerminator());
+            pCompare->moveBefore(pLatch->getTerminator());
+            pCompare->setOperand(0, pNext);
+            pCompare->setOperand(1, builder.CreateAdd(pBound, pStep));
         }
     }
 }
@@ -286,12 +328,14 @@ void RemoveUnread(llvm::Function& kernel)
 
 } // namespace
 
-void MakeLoopsLean(llvm::Function& kernel)
+void MakeLean(llvm::Function& kernel, bool b64BitAddresses)
 {
     llvm::DominatorTree dominators(kernel);
+    CompareNextCounts(kernel, dominators);
     TakeComparedValues(kernel);
     CompareShiftedValues(kernel, dominators);
     CProductsToSums(dominators).Run();
+    MakeAddressesLean(kernel, dominators, b64BitAddresses);
     RemoveUnread(kernel);
 }
 

@@ -11,8 +11,8 @@ namespace KestrelOpenCL
 
 /// Brings the loops of a kernel into a form that becomes few instructions: products of a counter become sums that go
 /// from pass to pass, and values are taken from where a register has them already. Blocks and edges stay as they are.
-/// Not for kernels whose variables somebody looks at.
-void MakeLoopsLean(llvm::Function& kernel);
+/// Addresses too (see LeanAddresses.h). Not for kernels whose variables somebody looks at.
+void MakeLean(llvm::Function& kernel, bool b64BitAddresses);
 
 } // namespace KestrelOpenCL
 

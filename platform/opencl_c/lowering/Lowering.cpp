@@ -113,7 +113,7 @@ private:
     {
         if (!m_bDebug)
         {
-            MakeLoopsLean(kernel);
+            MakeLean(kernel, m_Target.b64BitAddresses);
         }
         SRegions regions;
         std::string strWhyNot;

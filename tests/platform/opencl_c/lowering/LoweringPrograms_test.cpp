@@ -129,6 +129,28 @@ const SProgram s_Programs[] = {
         CopiesOfArraysThatOverlap, int x[80]; int y[80]; for (int k = 0; k < 80; ++k) { x[k] = in[k % 64] * k; y[k] = 1; }
         for (int k = 79; k > 3; --k) { x[k] = x[k - 3]; } for (int k = 0; k < 70; ++k) { y[k + i % 10] = x[k]; }
         int s = 0; for (int k = 0; k < 80; ++k) { s = s * 3 % 10007 + y[k] + x[79 - k]; } out[i] = s;),
+    PROGRAM(
+        ProductsOfCounters, int n = in[i] % 5 + 3; int s = 0; for (int k = i % 3; k < n * 2; k += 2) {
+            for (int l = n; l >= -2; --l) { s = s * 3 % 10007 + in[(k * n + l * 7 + 20) & 63] - (3 - k) * n; if (l * 5 == k) { break; } }
+            if (k & 4) { s += k * i * 2; }
+        } unsigned int u = 0; for (unsigned int k = 0; k <= 4294967290u; k += 613566756u) { u ^= k * 12345u + (unsigned int)n; }
+        long w = 5; for (long k = -3; k < n; ++k) { w += (k << 33) * n + k * w; } out[i] = s + (int)u + (int)(w ^ (w >> 32));),
+    PROGRAM(
+        CountsThatAreLeft, int k; for (k = 0; k < 30; ++k) { if (in[k] == in[i] + 1) { break; } } int l = 7; while (l != i) {
+            if (++l == 40) { break; } l = l & 63;
+        } int m = 2; do { if (in[m] < i) { break; } } while (m++ != 12); int s = 0; for (unsigned int h = (unsigned int)in[i]; h > 1; h >>= 1) { s += (int)h * 3; }
+        for (unsigned int h = 500; h >= 4; h >>= 2) { s ^= (int)h; } out[i] = k * 1000000 + l * 10000 + m * 100 + s;),
+    PROGRAM(
+        SumsThatLeaveALoopThatMayBeEmpty, int a = 0; int b = 0; int c = 3; int n = in[i] % 4; for (int k = 0; k < n; ++k) { a += in[k]; b -= k; c = a ^ b; }
+        int d = 3; for (int k = n; k < 2; ++k) { int t = d; d = c + k; c = t; } out[i] = a * 1000 + b * 100 + c * 10 + d;),
+    PROGRAM(
+        IndicesWithKnownParts, int x[4][20]; struct S { short h; int v[9]; } y[7]; for (int k = 0; k < 80; ++k) { x[k / 20][k % 20] = in[k % 64]; }
+        for (int k = 0; k < 63; ++k) { y[k / 9].v[k % 9] = k ^ i; y[k / 9].h = (short)k; } int s = 0; for (int k = 1; k < 6; ++k) {
+            int r = in[k] & 1; for (int l = 1; l < 8; ++l) {
+                s = s * 5 % 10007 + x[r + 1][l - 1] + x[r + 2][l + 3] * x[r][2 * l + 4] + y[k - 1].v[l + 1] - y[k + 1].v[l - 1] + y[k].h;
+                x[r][l + 8] += x[r + 1][l + k]; y[k].v[8 - l] ^= s;
+            }
+        } out[i] = s;),
 };
 
 std::string SourceOf()
