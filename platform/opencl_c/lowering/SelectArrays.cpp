@@ -89,7 +89,7 @@ uint32_t CSelector::NameArray(const SPlace& place, int64_t nDistance)
 Words CSelector::LoadArray(const SPlace& place, unsigned nCount)
 {
     const bool bIndexed = place.address[0].eKind != SWord::Literal;
-    const Words result = m_Machine.NewWords(nCount);
+    Words result = m_Machine.NewWords(nCount);
     for (unsigned n = 0; n < nCount;)
     {
         unsigned nComponent = 0;
