@@ -15,42 +15,57 @@ uint32_t GranuleBits(const uint32_t* pMask, uint32_t& nBits)
 #endif
 }
 
+/// What is seen of a mask granule by granule.
+struct SGranules
+{
+    uint32_t nGranules = 0; ///< a bit for each that has an active lane
+    uint32_t nCount = 0;
+    uint32_t nPerLane = 1;
+
+    void Add(const uint32_t* pMask, uint32_t nFirst)
+    {
+        const uint32_t nBits = GranuleBits(pMask + nFirst, nPerLane);
+        nCount += static_cast<uint32_t>(__builtin_popcount(nBits));
+        nGranules |= (nBits ? 1u : 0u) << (nFirst / s_nGranule);
+    }
+
+    SLaneSpan Span() const
+    {
+        SLaneSpan span;
+        if (nGranules == 0)
+            return span;
+        span.nActive = nCount / nPerLane;
+        span.nBegin = static_cast<uint32_t>(__builtin_ctz(nGranules)) * s_nGranule;
+        span.nEnd = (32 - static_cast<uint32_t>(__builtin_clz(nGranules))) * s_nGranule;
+        return span;
+    }
+};
+
 /// The span of a mask that is empty outside of lanes nBegin to nEnd.
 SLaneSpan Span(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {
-    SLaneSpan span;
-    uint32_t nGranules = 0;
-    uint32_t nCount = 0;
-    uint32_t nPerLane = 1;
+    SGranules granules;
     for (uint32_t i = nBegin; i < nEnd; i += s_nGranule)
-    {
-        const uint32_t nBits = GranuleBits(pMask + i, nPerLane);
-        nCount += static_cast<uint32_t>(__builtin_popcount(nBits));
-        nGranules |= (nBits ? 1u : 0u) << (i / s_nGranule);
-    }
-    if (nGranules == 0)
-        return span;
-    span.nActive = nCount / nPerLane;
-    span.nBegin = static_cast<uint32_t>(__builtin_ctz(nGranules)) * s_nGranule;
-    span.nEnd = (32 - static_cast<uint32_t>(__builtin_clz(nGranules))) * s_nGranule;
-    return span;
+        granules.Add(pMask, i);
+    return granules.Span();
 }
 
 SLaneSpan Split(const SLaneSpan& span, uint32_t* pMask, uint32_t* pRest, const uint32_t* pCondition, uint32_t bInvert)
 {
-    const uint32_t nFlip = bInvert ? 0xFFFFFFFFu : 0;
-    // Copies, which the rows' stores can't change.
-    const uint32_t nBegin = span.nBegin;
-    const uint32_t nEnd = span.nEnd;
-#pragma GCC ivdep
-    for (uint32_t i = nBegin; i < nEnd; ++i)
+    const Words flip = Words{} - (bInvert ? 1u : 0u);
+    SGranules granules;
+    for (uint32_t nFirst = span.nBegin; nFirst < span.nEnd; nFirst += s_nGranule)
     {
-        const uint32_t c = Mask(pCondition[i] != 0) ^ nFlip;
-        const uint32_t m = pMask[i];
-        pRest[i] = m & ~c;
-        pMask[i] = m & c;
+        for (uint32_t i = nFirst; i < nFirst + s_nGranule; i += s_nVectorWords)
+        {
+            const Words condition = reinterpret_cast<Words>(*WordsAt(pCondition + i) != 0) ^ flip;
+            const Words mask = *WordsAt(pMask + i);
+            *WordsAt(pRest + i) = mask & ~condition;
+            *WordsAt(pMask + i) = mask & condition;
+        }
+        granules.Add(pMask, nFirst);
     }
-    return Span(pMask, nBegin, nEnd);
+    return granules.Span();
 }
 
 /// In most passes of a loop nobody leaves: that is found out first, without a store.

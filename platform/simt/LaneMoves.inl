@@ -1,6 +1,26 @@
 // Inside an anonymous namespace: what is asked of addresses and indices, and moves between rows and
 // memory, as SLaneTable tells of them.
 
+/// As many words as a vector of the instruction set holds. A loop over a granule alone, of which the compiler knows how
+/// often it runs, is seldom made of vectors if they aren't asked for.
+#if defined(__AVX512F__)
+const uint32_t s_nVectorWords = 16;
+#elif defined(__AVX2__)
+const uint32_t s_nVectorWords = 8;
+#else
+const uint32_t s_nVectorWords = 4;
+#endif
+typedef uint32_t Words __attribute__((vector_size(s_nVectorWords * 4), may_alias));
+
+const Words* WordsAt(const uint32_t* pWords)
+{
+    return reinterpret_cast<const Words*>(pWords);
+}
+Words* WordsAt(uint32_t* pWords)
+{
+    return reinterpret_cast<Words*>(pWords);
+}
+
 void Range(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd, uint32_t& nLow,
            uint32_t& nHigh)
 {
@@ -76,9 +96,15 @@ uint32_t WordAt(const unsigned char* p)
 /// True if the granule's values are its first one plus nStride each.
 bool IsGranuleSequence(const uint32_t* pValues, uint32_t nStride)
 {
+    Words expected;
+    for (uint32_t k = 0; k < s_nVectorWords; ++k)
+        expected[k] = pValues[0] + k * nStride;
+    Words difference = {};
+    for (uint32_t k = 0; k < s_nGranule; k += s_nVectorWords)
+        difference |= *WordsAt(pValues + k) ^ (expected + k * nStride);
     uint32_t nDifference = 0;
-    for (uint32_t k = 0; k < s_nGranule; ++k)
-        nDifference |= pValues[k] ^ (pValues[0] + k * nStride);
+    for (uint32_t k = 0; k < s_nVectorWords; ++k)
+        nDifference |= difference[k];
     return nDifference == 0;
 }
 
