@@ -114,6 +114,15 @@ T UpdateOwn(EAtomic eAtomic, unsigned char* pData, T a, T b)
     return nOld;
 }
 
+/// Adds to words that stand one behind the other.
+void AddSequence(const uint32_t* pValues, unsigned char* pData, uint32_t nCount)
+{
+    typedef uint32_t Word __attribute__((aligned(1), may_alias));
+    Word* const __restrict pWords = reinterpret_cast<Word*>(pData);
+    for (uint32_t n = 0; n < nCount; ++n)
+        pWords[n] += pValues[n];
+}
+
 } // namespace
 
 /// \param pData null for an address without memory: the old value reads as 0
@@ -198,6 +207,11 @@ void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOff
 /// The same in memory that belongs to one thread at a time.
 void CBlock::AddOwn(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
 {
+    if (offsets.bSequence)
+    {
+        AddSequence(pValues + m_nBegin, pBase, m_nLast - m_nBegin);
+        return;
+    }
     const uint32_t* const pMask = Row(s_nMaskRow);
     // Copies, which the stores can't change: the loop would read them again for each lane.
     const SOffsets own = offsets;
