@@ -206,7 +206,8 @@ private:
     std::pmr::vector<uint32_t> m_vReturnRows{&m_Memory}; ///< by body; 0 for one that has no return
 
     uint32_t m_nBody = 0;
-    uint32_t m_nItem = 0; ///< in the stream
+    bool m_bReturns = false; ///< whether anything in the body leaves it before its end
+    uint32_t m_nItem = 0;    ///< in the stream
     const SItem* m_pItem = nullptr;
     std::vector<SOperand> m_vOperands; ///< its own
     uint32_t m_nInstruction = 0;

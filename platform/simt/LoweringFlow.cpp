@@ -39,6 +39,7 @@ bool CLowering::LowerBody(uint32_t nBody)
     m_vBreakables.clear();
     if (body.bReturns)
         m_vReturnRows[nBody] = MaskRows(1);
+    m_bReturns = false;
     m_nLastFlow = static_cast<uint32_t>(m_Code.vSteps.size());
     m_nSinceFlow = 0;
     m_Code.vBodyEntries[nBody] = m_nLastFlow;
@@ -55,6 +56,9 @@ bool CLowering::LowerBody(uint32_t nBody)
             return false;
     }
     ResolvePending();
+    // A return in front of the end takes nobody anywhere.
+    if (!m_bReturns)
+        m_Code.vSteps[m_Code.vBodyEntries[nBody]].rows.d[0] = m_vReturnRows[nBody] = 0;
     SMicroOp& end = EmitFlow(MICRO_END_BODY);
     end.nAux = nBody;
     end.rows.d[0] = m_vReturnRows[nBody];
@@ -111,6 +115,7 @@ void CLowering::LowerLeave(EOpCode eOpCode)
     const bool bConditional = m_pItem->nSources != 0;
     if (!bConditional && !m_bTrace && EndsBody(eOpCode))
         return;
+    m_bReturns = m_bReturns || nRow == m_vReturnRows[m_nBody];
     const uint32_t nCondition = bConditional ? ConditionRow(eOpCode, bInvert) : 0;
     SMicroOp& step = EmitFlow(bConditional ? MICRO_LEAVE_IF : MICRO_LEAVE);
     step.rows.d[0] = nRow;
