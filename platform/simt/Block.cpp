@@ -144,8 +144,8 @@ void CBlock::FillGroupIds()
                 m_Lanes.pfFill(pRow, nBase, nFirst, nFirst + nSlot);
                 m_bSteady = m_bSteady && !IsSteady(id);
             }
-            for (uint32_t n = nFirst; pLocal && n < nFirst + nSlot; ++n)
-                pRow[n] = nBase + pLocal[n];
+            if (pLocal)
+                m_Lanes.pfScale(pRow, pLocal, 0u - nBase, 1, nFirst, nFirst + nSlot);
         }
     }
 }

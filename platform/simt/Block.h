@@ -113,6 +113,8 @@ private:
         bool bSequence = false;
     };
 
+    static constexpr uint64_t s_nNotScaled = ~uint64_t(0);
+
     uint32_t* Row(uint32_t nRow) { return m_pRows[nRow].w; }
     void FillConstants();
     void FillLocalIds();
@@ -232,6 +234,8 @@ private:
     std::vector<uint32_t> m_vReturns;    ///< by body: step behind its call
     std::vector<SBranch> m_vBranches;    ///< by the row that keeps the lanes of the other part
     std::vector<uint32_t> m_vLocalShift; ///< by lane: where its group's local memory begins
+    SOffsets m_Index;                    ///< how the indices of the last scaled access lie
+    uint64_t m_nScaledBy = s_nNotScaled; ///< with what m_Scaled holds them multiplied
     SLaneRow m_Scaled;                   ///< how far the addresses of a scaled access lie behind the lowest
     SLaneRow m_Shifted;                  ///< local addresses of lanes of several groups
     size_t m_nLastRange = 0;

@@ -291,7 +291,12 @@ unsigned char* CBlock::ScaledMemory(const SAccess& access, SOffsets& offsets)
     const uint32_t nScale = Row(access.nScaleRow)[0];
     const uint32_t nTotal = LaneBytes(access);
     const bool bAtomic = access.eOperation == SAccess::Atomic;
-    offsets = Offsets(pIndices, 1);
+    if (!access.bSameIndex)
+    {
+        m_Index = Offsets(pIndices, 1);
+        m_nScaledBy = s_nNotScaled;
+    }
+    offsets = m_Index;
     // What is below 0, or no multiple of an atomic's size, goes the way of whole addresses.
     if ((access.bIndexSigned && (offsets.nHigh | nScale) > 0x7FFFFFFFu) || (bAtomic && nScale % nTotal != 0))
         return nullptr;
@@ -304,8 +309,11 @@ unsigned char* CBlock::ScaledMemory(const SAccess& access, SOffsets& offsets)
     const bool bWords = access.nElementBytes == 4 && !bAtomic;
     offsets.bSequence = offsets.bSequence && nScale == nTotal;
     const bool bOne = offsets.nLow == offsets.nHigh && !m_pMask && access.eOperation == SAccess::Load;
-    if (!bWords || !(offsets.bSequence || bOne))
+    if ((!bWords || !(offsets.bSequence || bOne)) && nScale != m_nScaledBy)
+    {
         m_Lanes.pfScale(m_Scaled.w, pIndices, offsets.nLow, nScale, m_nBegin, m_nLast);
+        m_nScaledBy = nScale;
+    }
     offsets.pAddresses = m_Scaled.w;
     offsets.nLow = 0;
     offsets.nHigh = static_cast<uint32_t>(nSpread);

@@ -138,6 +138,7 @@ struct SAccess
     uint8_t nUniformWords = 0;         ///< of such a load: a bit for each result that is kept for all, active or not
     bool bScaled = false;              ///< 64-bit addresses that are a base plus an index times a scale
     bool bIndexSigned = false;         ///< of such an address
+    bool bSameIndex = false;           ///< as that of the scaled access before it, for the same work-items
     uint32_t nAddressRows[2] = {0, 0}; ///< with bScaled they are written when they are needed after all
     uint32_t nIndexRow = 0;
     uint32_t nScaleRow = 0; ///< like the base the same for all work-items

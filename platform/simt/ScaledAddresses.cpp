@@ -37,10 +37,16 @@ public:
         ForEachStep([this](size_t nStep) { Follow(nStep); });
         for (size_t n = 0; n < m_vSums.size(); ++n)
             EndOf(n);
+        const SUse* pLast = nullptr;
         for (const SUse& use : m_vUses)
         {
-            if (!m_vSums[use.nSum].bKept)
-                Scale(m_Code.vAccesses[use.nAccess], m_Code.vSteps[m_vSums[use.nSum].nStep]);
+            const SSum& sum = m_vSums[use.nSum];
+            if (sum.bKept)
+                continue;
+            SAccess& access = m_Code.vAccesses[use.nAccess];
+            Scale(access, m_Code.vSteps[sum.nStep]);
+            access.bSameIndex = pLast && IsSameIndex(*pLast, use);
+            pLast = &use;
         }
         for (const SSum& sum : m_vSums)
         {
@@ -65,12 +71,14 @@ private:
         size_t nStep = 0;
         uint32_t nWrites[4] = {}; ///< of the rows that it reads, once it has run
         bool bKept = false;       ///< something else reads it
+        bool bEnded[2] = {};      ///< by its words: the piece writes another value over it
     };
 
     struct SUse
     {
         size_t nSum = 0;
         uint32_t nAccess = 0;
+        uint32_t nPiece = 0;
     };
 
     template <class F>
@@ -106,15 +114,16 @@ private:
         const SMicroOp& step = m_Code.vSteps[nStep];
         const SSum* const pSum = IsOfSum(step) ? SumIn(m_Code.vAccesses[step.nAux].nAddressRows[0]) : nullptr;
         if (pSum)
-            m_vUses.push_back({static_cast<size_t>(pSum - m_vSums.data()), step.nAux});
+            m_vUses.push_back({static_cast<size_t>(pSum - m_vSums.data()), step.nAux, m_nPiece});
         else
             ForEachRead(m_Code, step, [this](uint32_t nRow) { Keep(SumIn(nRow)); });
         const bool bSum = IsSum(step);
         if (bSum)
-            m_vSums.push_back({nStep, {}, false});
+            m_vSums.push_back({nStep, {}, false, {}});
         ForEachWritten(m_Code, step,
                        [this, bSum](uint32_t nRow)
                        {
+                           End(nRow);
                            SRow& row = m_vRows[nRow];
                            row.nPiece = m_nPiece;
                            row.nSum = bSum ? static_cast<uint32_t>(m_vSums.size()) : 0;
@@ -125,6 +134,13 @@ private:
             for (int n = 0; n < 4; ++n)
                 m_vSums.back().nWrites[n] = m_vRows[step.rows.s[s_nSumSources[n]]].nWrites;
         }
+    }
+
+    void End(uint32_t nRow)
+    {
+        SSum* const pSum = SumIn(nRow);
+        for (int n = 0; pSum && n < 2; ++n)
+            pSum->bEnded[n] = pSum->bEnded[n] || m_Code.vSteps[pSum->nStep].rows.d[n] == nRow;
     }
 
     static void Keep(SSum* pSum)
@@ -169,12 +185,19 @@ private:
         return !bElsewhere;
     }
 
+    bool IsSameIndex(const SUse& left, const SUse& right) const
+    {
+        const uint32_t nLeft = m_vSums[left.nSum].nWrites[0];
+        return left.nPiece == right.nPiece && nLeft == m_vSums[right.nSum].nWrites[0] &&
+               m_Code.vAccesses[left.nAccess].nIndexRow == m_Code.vAccesses[right.nAccess].nIndexRow;
+    }
+
     /// A sum that may be read in another piece stays.
     void EndOf(size_t nSum)
     {
         SSum& sum = m_vSums[nSum];
-        for (const uint16_t nRow : m_Code.vSteps[sum.nStep].rows.d)
-            sum.bKept = sum.bKept || m_vRows[nRow].bLeaves;
+        for (int n = 0; n < 2; ++n)
+            sum.bKept = sum.bKept || (!sum.bEnded[n] && m_vRows[m_Code.vSteps[sum.nStep].rows.d[n]].bLeaves);
     }
 
     void Scale(SAccess& access, const SMicroOp& sum)

@@ -116,6 +116,17 @@ const SKernel s_Kernels[] = {
      "uav_raw_load_id(11)_addr64 r3.x, r3.xy\niadd r0.x, r0.x, r3.x\ni64add r2.xy, r2.xy, l2.x000\n"
      "iadd r4.x, r4.x, l1.y\nieq r3.x, r4.x, cb1[2].x\nbreak_logicalnz r3.x\nendloop\n",
      [](uint32_t n) { return s_nCount * (1000 + n % 8) + SumBelow(s_nCount); }},
+    {"loads at one index and at another",
+     "vmad_u64_u32 r2.xy, r1.y, l2.x, cb1[3].xyxy\nuav_raw_load_id(11)_addr64 r3.x, r2.xy\n"
+     "vmad_u64_u32 r2.zw, r1.y, l1.y, cb1[3].xyxy\nuav_ubyte_load_id(11)_addr64 r3.y, r2.zw\n"
+     "vmad_u64_u32 r2.xy, r1.y, l2.x, cb1[3].xyxy\nuav_raw_load_id(11)_addr64 r3.z, r2.xy\n"
+     "iadd r1.y, r1.y, l1.y\nvmad_u64_u32 r2.xy, r1.y, l2.x, cb1[3].xyxy\nuav_raw_load_id(11)_addr64 r3.w, r2.xy\n"
+     "iadd r3.xy, r3.xy, r3.zw\niadd r0.x, r3.x, r3.y\n",
+     [](uint32_t n)
+     {
+         const uint8_t bytes[] = {0xE8, 3, 0, 0, 0xE9, 3, 0, 0};
+         return 3 * (1000 + n % 8) + 1 + bytes[n % 8];
+     }},
     {"a load of some into what others keep",
      "mov r0.x, l1.w\nwhileloop\nif_logicalnz r1.y\nuav_raw_load_id(11) r0.x, cb1[1].x\nendif\nbreak\nendloop\n",
      [](uint32_t n) { return n % 8 ? 1000u : 3u; }},
