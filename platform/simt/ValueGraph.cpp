@@ -10,10 +10,9 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Values of rows and meetings that a graph may hold, so that a long kernel doesn't take long.
-const size_t s_nMostValues = 1u << 20;
-/// Rows that are followed times steps of flow control, at which their values are copied.
-const size_t s_nMostCopies = 1u << 22;
+/// Values that may be looked at or kept where the flow branches or meets, so that no kernel takes long: these are rows
+/// times blocks, and conditions times rows.
+const size_t s_nMostWork = 1u << 21;
 
 /// The steps in the order in which they stand if each body stands where it is called.
 bool FindOrder(const SCode& code, std::vector<uint32_t>& vOrder)
@@ -56,10 +55,6 @@ public:
             return false;
         m_Graph.vValues.resize(2);
         FindSlots();
-        const auto nFlow = std::count_if(m_vOrder.begin(), m_vOrder.end(),
-                                         [this](uint32_t nStep) { return !IsStraight(m_Code.vSteps[nStep]); });
-        if (static_cast<size_t>(nFlow) * m_vState.size() > s_nMostCopies)
-            return false;
         m_vPlaces.assign(m_Code.vSteps.size(), 0);
         for (uint32_t n = 0; n < m_vOrder.size(); ++n)
             m_vPlaces[m_vOrder[n]] = n;
@@ -68,7 +63,7 @@ public:
         for (const uint32_t nStep : m_vOrder)
         {
             Follow(nStep);
-            if (m_Graph.vValues.size() + m_Graph.vMeetings.size() > s_nMostValues)
+            if (m_nWork > s_nMostWork)
                 return false;
         }
         MarkUsed();
@@ -200,8 +195,16 @@ private:
         }
     }
 
+    /// Counts what is about to be done. \return whether it isn't too much
+    bool Spend(size_t nWork)
+    {
+        m_nWork += nWork;
+        return m_nWork <= s_nMostWork;
+    }
+
     void Open(const SMicroOp& step, uint32_t nStep)
     {
+        Spend(m_vState.size());
         SOpen open;
         open.eKind = step.eKind;
         open.nStep = nStep;
@@ -246,6 +249,8 @@ private:
             return;
         m_bHere = true;
         m_vState = vWays.back();
+        if (!Spend(m_vState.size() * (vWays.size() + vConditions.size())))
+            return;
         for (size_t nSlot = 0; nSlot < m_vState.size(); ++nSlot)
         {
             const bool bSame = std::all_of(vWays.begin(), vWays.end(),
@@ -273,6 +278,8 @@ private:
         open.eKind = MICRO_LOOP;
         open.nOutRow = step.rows.d[0];
         open.nContinueRow = step.rows.d[1];
+        if (!Spend(m_vState.size() + m_vPlaces[step.nTarget] - m_vPlaces[nStep]))
+            return;
         std::vector<char> vSeen(m_vState.size(), 0);
         for (uint32_t n = m_vPlaces[nStep]; n < m_vPlaces[step.nTarget]; ++n)
         {
@@ -320,6 +327,7 @@ private:
         for (; !isIt(m_vOpen[nOpen]); --nOpen)
             vWho.push_back(m_vOpen[nOpen].eKind == MICRO_LOOP ? SValueGraph::s_nUnknown : m_vOpen[nOpen].nCondition);
         SOpen& open = m_vOpen[nOpen];
+        Spend(m_vState.size() + vWho.size() + open.vWhoContinue.size() + open.vWhoLeave.size());
         const bool bContinue = open.eKind == MICRO_LOOP && step.rows.d[0] == open.nContinueRow;
         if (m_bHere)
         {
@@ -340,6 +348,9 @@ private:
         m_vOpen.pop_back();
         if (m_bHere)
             open.vContinues.push_back(OfSlots(open.vSlots));
+        if (!Spend(open.vSlots.size() *
+                   (open.vContinues.size() + open.vExits.size() + open.vWhoContinue.size() + open.vWhoLeave.size())))
+            return;
         for (size_t n = 0; n < open.vSlots.size(); ++n)
         {
             for (const CState& way : open.vContinues)
@@ -413,7 +424,8 @@ private:
     std::vector<uint32_t> m_vSlots;  ///< by row, counted from 1; 0 for one that isn't followed
     std::vector<char> m_vConstants;  ///< by row
     CState m_vState;                 ///< with which work-items come to the next step
-    bool m_bHere = true;             ///< whether any can
+    size_t m_nWork = 0;
+    bool m_bHere = true; ///< whether any can
     std::vector<SOpen> m_vOpen;
 };
 

@@ -199,6 +199,28 @@ TEST(UniformSteps, GiveEachWorkItemItsOwn)
     }
 }
 
+/// Of so many branches and registers nothing is found out, and the kernel runs all the same.
+TEST(UniformSteps, LongKernelsStayAsTheyAre)
+{
+    const uint32_t nBranches = 1000;
+    std::string strBranches, strSums;
+    for (uint32_t n = 0; n < nBranches; ++n)
+    {
+        const std::string strRegister = "r" + std::to_string(200 + n) + ".x";
+        strBranches += "if_logicalnz r1.y\niadd " + strRegister + ", " + strRegister + ", l1.y\nendif\n";
+        strSums += "iadd r0.x, r0.x, " + strRegister + "\n";
+    }
+    CKernelRun run =
+        MakeRun("mov r2.x, l1.x\nwhileloop\n" + strBranches + "iadd r2.x, r2.x, l1.y\nieq r3.x, r2.x, l1.z\n" +
+                "break_logicalnz r3.x\nendloop\n" + strSums);
+    run.SetSize(16, 16);
+    EXPECT_EQ(run.Run().nBadAccesses, 0u);
+    for (uint32_t n = 0; n < 16; ++n)
+    {
+        EXPECT_EQ(run.vOutput[n * 4], n % 8 ? 2 * nBranches : 0);
+    }
+}
+
 /// Work-items that load from the same place outside each have a fault of their own, and go on with 0.
 TEST(UniformSteps, FaultsAreThoseOfTheActive)
 {
