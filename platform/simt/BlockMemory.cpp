@@ -30,6 +30,39 @@ uint32_t LoadNarrow(const unsigned char* p, uint32_t nBytes, bool bSigned)
     return bSigned ? static_cast<uint32_t>(static_cast<int16_t>(n)) : n;
 }
 
+template <class T>
+void LoadElements(uint32_t* pLanes, const unsigned char* pData, uint32_t nCount)
+{
+    for (uint32_t n = 0; n < nCount; ++n)
+    {
+        T element = 0;
+        std::memcpy(&element, pData + n * sizeof element, sizeof element);
+        pLanes[n] = static_cast<uint32_t>(element);
+    }
+}
+
+template <class T>
+void StoreElements(const uint32_t* pLanes, unsigned char* pData, uint32_t nCount)
+{
+    for (uint32_t n = 0; n < nCount; ++n)
+    {
+        const T element = static_cast<T>(pLanes[n]);
+        std::memcpy(pData + n * sizeof element, &element, sizeof element);
+    }
+}
+
+/// Bytes or halves of words that stand one behind the other.
+void MoveNarrowSequence(const SAccess& access, uint32_t* pLanes, unsigned char* pData, uint32_t nCount)
+{
+    const bool bByte = access.nElementBytes == 1;
+    if (access.eOperation == SAccess::Store)
+        (bByte ? StoreElements<uint8_t> : StoreElements<uint16_t>)(pLanes, pData, nCount);
+    else if (access.bSigned)
+        (bByte ? LoadElements<int8_t> : LoadElements<int16_t>)(pLanes, pData, nCount);
+    else
+        (bByte ? LoadElements<uint8_t> : LoadElements<uint16_t>)(pLanes, pData, nCount);
+}
+
 /// Asks for what lies behind a piece of memory: the next group of a thread goes on there, but so long after this one
 /// that the processor doesn't see it come. No address can be wrong for it.
 void PrefetchBehind(const unsigned char* pData, uint32_t nBytes)
@@ -194,6 +227,11 @@ void CBlock::MoveWords(const SAccess& access, unsigned char* pBase, const SOffse
 
 void CBlock::MoveNarrow(const SAccess& access, unsigned char* pBase, const SOffsets& offsets)
 {
+    if (offsets.bSequence)
+    {
+        MoveNarrowSequence(access, Row(access.nRows[0]) + m_nBegin, pBase, m_nLast - m_nBegin);
+        return;
+    }
     for (uint32_t i = m_nBegin; i < m_nLast; ++i)
     {
         if (IsActive(i))

@@ -66,6 +66,19 @@ const SOperation s_Operations[] = {
      [](unsigned char* p, uint32_t) { return WordAt(p); }},
     {"byte", "MAD r1.zw, r1.x, SCALE, cb1[2].xyxy\nuav_byte_load_id(11)_addr64 r3.x, r1.zw\n", 1, 1, false,
      [](unsigned char* p, uint32_t) { return static_cast<uint32_t>(static_cast<int8_t>(*p)); }},
+    {"half of a word, over its index",
+     "MAD r1.xy, r1.x, SCALE, cb1[2].xyxy\nuav_short_load_id(11)_addr64 r3.x, r1.xy\n", 2, 2, false,
+     [](unsigned char* p, uint32_t) { return static_cast<uint32_t>(static_cast<int16_t>(p[0] | p[1] << 8)); }},
+    {"half of a word without a sign",
+     "MAD r1.zw, r1.x, SCALE, cb1[2].xyxy\nuav_ushort_load_id(11)_addr64 r3.x, r1.zw\n", 2, 2, false,
+     [](unsigned char* p, uint32_t) { return static_cast<uint32_t>(p[0] | p[1] << 8); }},
+    {"store of a byte", "MAD r1.zw, r1.x, SCALE, cb1[2].xyxy\nuav_byte_store_id(11)_addr64 mem0, r1.zw, r2.x\n", 1, 1,
+     true,
+     [](unsigned char* p, uint32_t n)
+     {
+         *p = static_cast<unsigned char>(n);
+         return 0u;
+     }},
     {"address that is read besides",
      "MAD r1.zw, r1.x, SCALE, cb1[2].xyxy\nuav_raw_load_id(11)_addr64 r3.x, r1.zw\niadd r3.x, r3.x, r1.z\n"
      "isub r3.x, r3.x, r1.z\n",
