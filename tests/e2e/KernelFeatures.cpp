@@ -125,7 +125,7 @@ void CKernelGenerator::ReturnAnywhere(const SScope& scope)
     {
         Condition();
     }
-    if (Chance(30))
+    if (m_Features.bReturnsIf && Chance(30))
     {
         Line(Chance(50) ? "ret_logicalnz r5.x" : "ret_logicalz r5.x");
         return;

@@ -26,6 +26,7 @@ struct SKernelFeatures
 {
     bool bMore = false;       ///< more memory and varied variables, which all of the following bring as well
     bool bReturns = false;    ///< guards, returns in blocks, functions and macros
+    bool bReturnsIf = false;  ///< returns that have a condition of their own, with those
     bool bLeaves = false;     ///< breaks and continues anywhere: in else-parts, cases, at the end of a part
     bool bMemory = false;     ///< stores, loads and atomics of every kind in global memory
     bool bLocal = false;      ///< the same in local memory, with barriers

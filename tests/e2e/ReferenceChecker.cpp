@@ -182,9 +182,7 @@ bool CReferenceChecker::ArriveByStep(CSession& session)
     const uint32_t nExecuted = session.GetListing().GetInstructionNumber(m_vStops.back().nNextLine);
     const std::vector<CReferenceRun::SMomentState>& vMoments = m_Run.GetMoments();
     size_t nMoment = m_vStops.back().nMoment + 1;
-    while (nMoment < vMoments.size() &&
-           (!IsExpected(nMoment) ||
-            (vMoments[nMoment].moment.IsEmpty() && vMoments[nMoment].moment.position.nInstruction != nExecuted)))
+    while (nMoment < vMoments.size() && !IsExpected(nMoment))
     {
         ++nMoment;
     }
@@ -251,7 +249,7 @@ void CReferenceChecker::OnFinished(CSession&)
         const SMoment& moment = vMoments[n].moment;
         const bool bEnds = moment.position.vCalls.size() == 1 &&
                            (moment.strName.compare(0, 3, "ret") == 0 || moment.strName == "endfunc");
-        if (IsExpected(n) && !moment.IsEmpty() && !bEnds)
+        if (IsExpected(n) && !bEnds)
         {
             Report("ends, but next comes " + moment.position.ToString() + " (" +
                    m_Run.GetText().GetInstructions()[moment.position.nInstruction].strLine + ")");
