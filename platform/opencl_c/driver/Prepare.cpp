@@ -6,7 +6,10 @@
 #include "platform/opencl_c/driver/Printf.h"
 
 #include <llvm/ADT/SmallVector.h>
+#include <llvm/IR/DebugInfoMetadata.h>
+#include <llvm/IR/InstIterator.h>
 #include <llvm/IR/InstrTypes.h>
+#include <llvm/IR/Instructions.h>
 #include <llvm/IR/Module.h>
 #include <llvm/Transforms/Utils/Cloning.h>
 
@@ -72,6 +75,30 @@ bool InlineCalls(llvm::Function& function, std::string& strLog)
     return true;
 }
 
+/// Clang gives no line to the instructions that put arguments into parameters. In an inlined function they are part of
+/// the call, and get its line: otherwise they would count for the line before it. Until the function is inlined, line 0
+/// marks them.
+void PlaceArguments(llvm::Function& function)
+{
+    for (llvm::Instruction& instruction : llvm::instructions(function))
+    {
+        const llvm::DILocation* const pPlace = instruction.getDebugLoc().get();
+        if (pPlace != nullptr && pPlace->getLine() == 0 && pPlace->getInlinedAt() != nullptr)
+        {
+            instruction.setDebugLoc(pPlace->getInlinedAt());
+        }
+    }
+    for (llvm::Instruction& instruction : function.getEntryBlock())
+    {
+        const auto* const pStore = llvm::dyn_cast<llvm::StoreInst>(&instruction);
+        const bool bParameter = pStore != nullptr && llvm::isa<llvm::Argument>(pStore->getValueOperand());
+        if (bParameter && !instruction.getDebugLoc() && function.getSubprogram() != nullptr && !IsKernel(function))
+        {
+            instruction.setDebugLoc(llvm::DILocation::get(function.getContext(), 0, 0, function.getSubprogram()));
+        }
+    }
+}
+
 /// What the source says of inlining and optimising is about functions, of which only kernels are left.
 void DropHints(llvm::Function& function)
 {
@@ -130,6 +157,10 @@ bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::strin
         if (!InlineCalls(*pFunction, strLog))
         {
             return false;
+        }
+        if (job.bDebug)
+        {
+            PlaceArguments(*pFunction);
         }
         if (IsKernel(*pFunction) && !ExpandPrintf(*pFunction, strLog))
         {
