@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <string_view>
 
 namespace KestrelTool
 {
@@ -125,6 +126,16 @@ std::string ReadFileBytes(const std::string& strPath)
         Fail(strPath, "can't be read", "there isn't enough memory for it");
     }
     return strBytes;
+}
+
+std::string ReadProgramText(const std::string& strPath)
+{
+    const std::string strText = ReadFileBytes(strPath);
+    const std::string_view suffix = ".cl";
+    const bool bOpenCL =
+        strPath.size() > suffix.size() && strPath.compare(strPath.size() - suffix.size(), suffix.size(), suffix) == 0;
+    const bool bNameFits = strPath.find_first_of("\"\\\n") == std::string::npos;
+    return (bOpenCL && bNameFits ? "#line 1 \"" + strPath + "\"\n" : "") + strText;
 }
 
 void WriteFileBytes(const std::string& strPath, const std::string& strBytes)

@@ -20,6 +20,9 @@ public:
 /// \throws CFileError
 std::string ReadFileBytes(const std::string& strPath);
 
+/// The text of a program's file for a build: OpenCL C gets the name of the file, which the compiler then tells.
+std::string ReadProgramText(const std::string& strPath);
+
 /// Makes a file of bytes.
 /// \throws CFileError if any of them can't be written
 void WriteFileBytes(const std::string& strPath, const std::string& strBytes);

@@ -173,4 +173,16 @@ std::string ReadWholeFile(const CJsonField& field)
     }
 }
 
+std::string ReadProgram(const CJsonField& field)
+{
+    try
+    {
+        return ReadProgramText(ResolvePath(field));
+    }
+    catch (const CFileError& error)
+    {
+        field.Fail(std::string("names ") + error.what());
+    }
+}
+
 } // namespace KestrelTool

@@ -67,6 +67,8 @@ std::string ReadLaunchText(const std::string& strPath);
 std::string ResolvePath(const CJsonField& field);
 /// The bytes of the file that the field names, relative to the launch file.
 std::string ReadWholeFile(const CJsonField& field);
+/// The text of the program that a path names.
+std::string ReadProgram(const CJsonField& field);
 
 } // namespace KestrelTool
 

@@ -197,7 +197,7 @@ SLaunchFile ParseLaunchFile(const std::string& strText, const std::string& strPa
 
     SLaunchFile launch;
     launch.strPath = strPath;
-    launch.strSource = ReadWholeFile(root.At("program"));
+    launch.strSource = ReadProgram(root.At("program"));
     launch.strKernel = root.At("kernel").AsString();
     launch.strDevice = root.Has("device") ? root.At("device").AsString() : std::string();
     launch.strOptions = root.Has("options") ? root.At("options").AsString() : "-g";

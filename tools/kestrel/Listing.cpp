@@ -56,7 +56,8 @@ bool IsNumber(const std::string& strText)
 
 } // namespace
 
-CListing::CListing(std::vector<std::string> vLines) : m_vLines(std::move(vLines))
+CListing::CListing(std::vector<std::string> vLines, std::vector<std::string> vPlaces)
+    : m_vLines(std::move(vLines)), m_vPlaces(std::move(vPlaces))
 {
     for (unsigned int nLine = 0; nLine < m_vLines.size(); ++nLine)
     {
@@ -72,6 +73,12 @@ const std::string& CListing::GetLine(unsigned int nLine) const
 {
     static const std::string s_strNone;
     return nLine < m_vLines.size() ? m_vLines[nLine] : s_strNone;
+}
+
+const std::string& CListing::GetPlace(unsigned int nLine) const
+{
+    static const std::string s_strNone;
+    return nLine < m_vPlaces.size() && IsInstruction(nLine) ? m_vPlaces[nLine] : s_strNone;
 }
 
 bool CListing::IsInstruction(unsigned int nLine) const

@@ -15,11 +15,14 @@ class CListing
 public:
     static constexpr unsigned int NoLine = 0xFFFFFFFF;
 
-    explicit CListing(std::vector<std::string> vLines);
+    /// \param vPlaces  where in the source each line comes from; empty, or as many as lines
+    explicit CListing(std::vector<std::string> vLines, std::vector<std::string> vPlaces = {});
 
     size_t GetLineCount() const { return m_vLines.size(); }
     /// Empty for a line that isn't there.
     const std::string& GetLine(unsigned int nLine) const;
+    /// "file:line" of the source that the line's instruction comes from; empty if that isn't known.
+    const std::string& GetPlace(unsigned int nLine) const;
     /// Whether the line holds an instruction, and not a comment, a declaration or a marker.
     bool IsInstruction(unsigned int nLine) const;
     /// "if_logicalnz", "add", ...; suffixes cut off.
@@ -46,6 +49,7 @@ private:
     unsigned int FollowCall(unsigned int nLine) const;
 
     std::vector<std::string> m_vLines;
+    std::vector<std::string> m_vPlaces;
     std::vector<unsigned int> m_vInstructionLines;
     std::map<unsigned int, unsigned int> m_mapNumbers; ///< line to instruction
 };

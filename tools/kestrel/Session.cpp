@@ -2,6 +2,7 @@
 
 #include "tools/kestrel/Codes.h"
 #include "tools/kestrel/KernelText.h"
+#include "tools/source/SourcePlaces.h"
 
 #include <algorithm>
 #include <exception>
@@ -35,7 +36,9 @@ const CListing& CSession::GetListing()
         Check(m_Lib.ovkclDebugGetKernelBinarySize(m_Context, &nSize), "ovkclDebugGetKernelBinarySize");
         std::vector<char> vBinary(nSize);
         Check(m_Lib.ovkclDebugGetKernelBinary(m_Context, vBinary.data(), nSize), "ovkclDebugGetKernelBinary");
-        m_pListing = std::make_unique<CListing>(ReadKernelText(vBinary));
+        std::vector<std::string> vLines = ReadKernelText(vBinary);
+        std::vector<std::string> vPlaces = ReadSourcePlaces(vBinary, vLines.size());
+        m_pListing = std::make_unique<CListing>(std::move(vLines), std::move(vPlaces));
     }
     return *m_pListing;
 }

@@ -44,6 +44,7 @@ struct SOptions
     std::string strKernel;
     std::string strBuildOptions = "-g";
     bool bNumbers = false;
+    bool bPlaces = false;
     bool bTokens = false;
     std::string strCompileOptions;
     bool bEmitLLVM = false;
@@ -177,7 +178,7 @@ int Compile(const SOptions& options)
         BuildProgram(OpenLibraries(options), ReadProgramText(options.strInput), options.strDevice, strBuildOptions);
     std::cerr << program.strLog;
     return Deliver(options, options.bEmitLLVM ? FindSection(program.vImage, ".llvmir")
-                                              : DisassembleBinary(program.vImage, options.bNumbers));
+                                              : DisassembleBinary(program.vImage, options.bNumbers, options.bPlaces));
 }
 
 int Info(const SOptions& options)
@@ -299,7 +300,13 @@ int RunCommandLine(int argc, char** argv)
     pCompile->add_flag("--emit-llvm", options.bEmitLLVM, "LLVM's intermediate code in place of the IL");
     pCompile->add_flag("--numbers", options.bNumbers, "with the numbers of the lines");
     pCompile->add_flag_callback(
-        "-g", [&options] { options.strCompileOptions += " -g"; }, "every variable keeps a place of its own");
+        "-g",
+        [&options]
+        {
+            options.strCompileOptions += " -g";
+            options.bPlaces = true;
+        },
+        "every variable keeps a place of its own; the source's lines are printed beside the IL");
     pCompile->add_option("--device", options.strDevice, "device to compile for");
     pCompile->add_option_function<std::string>(
         "--options", [&options](const std::string& strMore) { options.strCompileOptions += " " + strMore; },

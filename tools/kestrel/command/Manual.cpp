@@ -27,6 +27,8 @@ const char* const s_pszIntroduction =
     "| `kestrel step LAUNCH` | step it to its end and print every stop |\n"
     "| `kestrel new PROGRAM` | write a launch file for a kernel, with comments; `--kernel NAME`, `-o FILE` |\n"
     "| `kestrel cc SOURCE` | compile OpenCL C, print what the compiler has to say, and the IL; `-g` as for debugging, "
+    "with "
+    "the source's lines beside it, "
     "`--options TEXT`, `--device NAME`, `--emit-llvm` for LLVM's intermediate code, `--numbers`, `-o FILE` |\n"
     "| `kestrel asm PROGRAM -o BINARY` | make a kernel binary of IL; `--device NAME`, `--options TEXT`; with "
     "`--tokens` the IL alone, as 32-bit words |\n"

@@ -1,6 +1,7 @@
 #include "tools/kestrel/command/Output.h"
 #include "tools/kestrel/command/RenderPictures.h"
 #include "tools/kestrel/debug/Format.h"
+#include "tools/source/SourcePlaces.h"
 
 #include <algorithm>
 #include <sstream>
@@ -12,6 +13,8 @@ using nlohmann::json;
 
 namespace
 {
+
+const size_t s_nPlaceColumn = 52; ///< where a line's place in the source stands
 
 std::string Text(const json& value)
 {
@@ -36,8 +39,13 @@ std::string Join(const json& list, const char* pszBetween)
 std::string RenderLine(const json& line)
 {
     const std::string strMark = line.value("here", false) ? "=>" : "  ";
-    return strMark + (line.value("breakpoint", false) ? "*" : " ") + PadLeft(Text(line["line"]), 4) + "  " +
-           Text(line["text"]) + "\n";
+    std::string strText = Text(line["text"]);
+    if (line.contains("source"))
+    {
+        strText = PadRight(strText, s_nPlaceColumn) + "  " + ShortenPlace(Text(line["source"]));
+    }
+    return strMark + (line.value("breakpoint", false) ? "*" : " ") + PadLeft(Text(line["line"]), 4) + "  " + strText +
+           "\n";
 }
 
 std::string RenderLines(const json& view)
@@ -74,7 +82,12 @@ std::string RenderStopped(const json& event)
     strText += NameReason(event) + Text(event["count"]) + " of " + Text(event["items"]) + " active";
     const std::string strFunction = event["function"];
     strText += strFunction.empty() ? "\n" : " in " + strFunction + "\n";
-    return strText + RenderLine({{"line", event["line"]}, {"text", event["text"]}, {"here", true}});
+    json line = {{"line", event["line"]}, {"text", event["text"]}, {"here", true}};
+    if (event.contains("source"))
+    {
+        line["source"] = event["source"];
+    }
+    return strText + RenderLine(line);
 }
 
 std::string RenderStarted(const json& event)
@@ -425,7 +438,12 @@ std::string RenderFault(const json& fault)
 {
     const std::string strKind = fault["kind"];
     const std::string strItem = "fault: work-item " + Text(fault["workitem"]);
-    const std::string strLine = fault.contains("line") ? "at line " + Text(fault["line"]) : "";
+    const std::string strPlace = fault.contains("source") ? ShortenPlace(Text(fault["source"])) : "";
+    std::string strLine = strPlace.empty() ? "" : "at " + strPlace;
+    if (fault.contains("line"))
+    {
+        strLine = "at line " + Text(fault["line"]) + (strPlace.empty() ? "" : " (" + strPlace + ")");
+    }
     if (strKind == "barrier")
     {
         return strItem + " didn't reach the barrier" + (strLine.empty() ? "" : " " + strLine) +

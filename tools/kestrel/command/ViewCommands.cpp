@@ -34,6 +34,11 @@ json ListLines(CDebugger& debugger, unsigned int nFirst, unsigned int nLast)
     for (unsigned int nLine = nFirst; nLine <= nLast && nLine < debugger.GetListing().GetLineCount(); ++nLine)
     {
         json line = {{"line", nLine}, {"text", debugger.GetListing().GetLine(nLine)}};
+        const std::string& strPlace = debugger.GetListing().GetPlace(nLine);
+        if (!strPlace.empty())
+        {
+            line["source"] = strPlace;
+        }
         if (debugger.IsLive() && nLine == debugger.GetLine())
         {
             line["here"] = true;

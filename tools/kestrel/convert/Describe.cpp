@@ -3,6 +3,7 @@
 #include "tools/kestrel/KernelText.h"
 #include "tools/kestrel/debug/CodeMap.h"
 #include "tools/kestrel/debug/KernelArguments.h"
+#include "tools/source/SourcePlaces.h"
 
 #include <algorithm>
 #include <sstream>
@@ -13,6 +14,8 @@ namespace KestrelTool
 
 namespace
 {
+
+const size_t s_nPlaceColumn = 56;
 
 /// A kernel's text: what it is debugged with, or what it was compiled from.
 std::vector<std::string> FindText(const std::vector<char>& vBinary)
@@ -114,13 +117,14 @@ std::string DescribeBinary(const std::vector<char>& vBinary)
     return output.str();
 }
 
-std::string DisassembleBinary(const std::vector<char>& vBinary, bool bNumbers)
+std::string DisassembleBinary(const std::vector<char>& vBinary, bool bNumbers, bool bPlaces)
 {
     const std::vector<std::string> vLines = FindText(vBinary);
     if (vLines.empty())
     {
         throw std::runtime_error("this binary holds no IL");
     }
+    const CListing listing(vLines, bPlaces ? ReadSourcePlaces(vBinary, vLines.size()) : std::vector<std::string>());
     std::ostringstream output;
     for (size_t i = 0; i < vLines.size(); ++i)
     {
@@ -129,7 +133,14 @@ std::string DisassembleBinary(const std::vector<char>& vBinary, bool bNumbers)
             const std::string strNumber = std::to_string(i);
             output << std::string(4 - std::min<size_t>(strNumber.size(), 4), ' ') << strNumber << "  ";
         }
-        output << vLines[i] << "\n";
+        const std::string strPlace = listing.GetPlace(static_cast<unsigned int>(i));
+        output << vLines[i];
+        if (!strPlace.empty())
+        {
+            output << std::string(s_nPlaceColumn - std::min(s_nPlaceColumn, vLines[i].size()), ' ') << "  ;"
+                   << ShortenPlace(strPlace);
+        }
+        output << "\n";
     }
     return output.str();
 }

@@ -10,10 +10,10 @@ namespace KestrelTool
 /// What a kernel binary holds, for people: its sections, and of each kernel the arguments and the functions.
 std::string DescribeBinary(const std::vector<char>& vBinary);
 
-/// The IL text of a binary, with its line numbers if wanted. Without debug information it is that
-/// of the first kernel.
+/// The IL text of a binary, with its line numbers and the places in the source if wanted. Without debug information it
+/// is that of the first kernel.
 /// \throws std::runtime_error if it has none
-std::string DisassembleBinary(const std::vector<char>& vBinary, bool bNumbers);
+std::string DisassembleBinary(const std::vector<char>& vBinary, bool bNumbers, bool bPlaces = false);
 
 /// A launch file for a kernel, with comments that say what to fill in.
 /// \param strProgram  the path that stands in the file

@@ -3,8 +3,6 @@
 #include "tools/kestrel/Codes.h"
 #include "tools/kestrel/Files.h"
 
-#include <string_view>
-
 namespace KestrelTool
 {
 
@@ -115,16 +113,6 @@ SBuiltProgram BuildProgram(const CLibraries& libraries, const std::string& strSo
                            const std::string& strOptions)
 {
     return CBuild(libraries, strDevice).Build(strSource, strOptions);
-}
-
-std::string ReadProgramText(const std::string& strPath)
-{
-    const std::string strText = ReadFileBytes(strPath);
-    const std::string_view suffix = ".cl";
-    const bool bOpenCL =
-        strPath.size() > suffix.size() && strPath.compare(strPath.size() - suffix.size(), suffix.size(), suffix) == 0;
-    const bool bNameFits = strPath.find_first_of("\"\\\n") == std::string::npos;
-    return (bOpenCL && bNameFits ? "#line 1 \"" + strPath + "\"\n" : "") + strText;
 }
 
 bool IsImage(const std::string& strBytes)

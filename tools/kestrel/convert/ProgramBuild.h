@@ -29,9 +29,6 @@ struct SBuiltProgram
 SBuiltProgram BuildProgram(const CLibraries& libraries, const std::string& strSource, const std::string& strDevice,
                            const std::string& strOptions);
 
-/// The text of a program's file for a build: OpenCL C gets the name of the file, which the compiler then tells.
-std::string ReadProgramText(const std::string& strPath);
-
 /// Whether bytes are those of an ELF image.
 bool IsImage(const std::string& strBytes);
 

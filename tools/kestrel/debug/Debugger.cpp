@@ -53,7 +53,7 @@ void CDebugger::ReadProgram()
     m_Faults.SetArguments(m_vArguments);
     m_Fixed.emplace(MakeFixedRegisters(ReadLocalBytes(vMetadata)));
     m_nLabel = ReadLabel(vMetadata);
-    SetListing(ReadLinesWithCall(vBinary, m_nLabel));
+    SetListing(ReadListing(vBinary, m_nLabel));
 }
 
 CFixedRegisters CDebugger::MakeFixedRegisters(unsigned int nLocalBytes)
@@ -88,9 +88,9 @@ void CDebugger::TakeLocalSize()
     m_Extent.bLocalKnown = true;
 }
 
-void CDebugger::SetListing(std::vector<std::string> vLines)
+void CDebugger::SetListing(const CListing& listing)
 {
-    m_pListing = std::make_unique<CListing>(std::move(vLines));
+    m_pListing = std::make_unique<CListing>(listing);
     m_pCode = std::make_unique<CCodeMap>(*m_pListing);
 }
 

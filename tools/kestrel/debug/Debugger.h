@@ -154,7 +154,7 @@ private:
     };
 
     void ReadProgram();
-    void SetListing(std::vector<std::string> vLines);
+    void SetListing(const CListing& listing);
     bool Launch();
     bool Move(ovkclDebugCommand command, const std::set<unsigned int>& lines);
     void GoOn(size_t nTimes, ovkclDebugCommand command);

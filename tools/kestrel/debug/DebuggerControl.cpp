@@ -39,12 +39,7 @@ bool CDebugger::Launch()
     const CListing& listing = GetSession().GetListing();
     if (listing.GetLineCount() != m_pListing->GetLineCount())
     {
-        std::vector<std::string> vLines;
-        for (unsigned int nLine = 0; nLine < listing.GetLineCount(); ++nLine)
-        {
-            vLines.push_back(listing.GetLine(nLine));
-        }
-        SetListing(std::move(vLines));
+        SetListing(listing);
     }
     GetSession().SetTrackedRegisters(m_Settings.vTracked);
     m_nLine = m_pCode->GetFirstStop();

@@ -178,6 +178,10 @@ void CDebugger::SendStop(EReason eReason, const std::string& strReason)
                   {"items", m_Extent.Count()},
                   {"breakpoints", m_Hits.vIds},
                   {"runs", GetRuns() - m_Progress.nRunsBefore}};
+    if (!m_pListing->GetPlace(m_nLine).empty())
+    {
+        event["source"] = m_pListing->GetPlace(m_nLine);
+    }
     if (!m_Hits.vComplaints.empty())
     {
         event["complaints"] = m_Hits.vComplaints;

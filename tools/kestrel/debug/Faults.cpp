@@ -3,6 +3,7 @@
 #include "platform/runtime/PlatformControl.h"
 #include "tools/kestrel/KernelText.h"
 #include "tools/kestrel/debug/Format.h"
+#include "tools/source/SourcePlaces.h"
 
 #include <algorithm>
 #include <map>
@@ -83,6 +84,19 @@ std::string CFaults::NamePlace(const std::vector<SPlatformBuffer>& vBuffers, uin
     return strName;
 }
 
+std::string CFaults::FindSource(const CListing& listing, unsigned int nLine, uint32_t nInstruction, bool bPatched) const
+{
+    if (bPatched || nLine != CListing::NoLine)
+    {
+        return listing.GetPlace(nLine);
+    }
+    // A kernel without a text of its own: the platform still has the lines.
+    std::string strPlace(m_pControl->GetSourcePlace(nInstruction, nullptr, 0), '\0');
+    const uint32_t nNeeded =
+        m_pControl->GetSourcePlace(nInstruction, strPlace.data(), static_cast<uint32_t>(strPlace.size()));
+    return nNeeded == strPlace.size() ? strPlace.c_str() : std::string();
+}
+
 std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector<char>& vImage)
 {
     if (m_pControl == nullptr)
@@ -119,8 +133,14 @@ std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector
             entry.first->second = vImage.empty() ? listing.GetLineOfInstruction(record.nInstruction)
                                                  : FindOriginal(listing, patched, record.nInstruction);
         }
-        SFault fault = {entry.first->second,  record.nWorkItem, record.nAddress, record.bWrite != 0,
-                        record.bBarrier != 0, record.nMemory,   std::string()};
+        SFault fault;
+        fault.nLine = entry.first->second;
+        fault.nWorkItem = record.nWorkItem;
+        fault.nAddress = record.nAddress;
+        fault.bWrite = record.bWrite != 0;
+        fault.bBarrier = record.bBarrier != 0;
+        fault.nMemory = record.nMemory;
+        fault.strSource = FindSource(listing, fault.nLine, record.nInstruction, !vImage.empty());
         if (record.nMemory == PLATFORM_MEMORY_GLOBAL && !fault.bBarrier)
         {
             fault.strPlace = NamePlace(vBuffers, record.nAddress);
@@ -160,9 +180,12 @@ std::string CFaults::DescribeEnd(const CListing& listing, const std::vector<char
         const unsigned int nLine =
             vImage.empty() ? listing.GetLineOfInstruction(end.nInstruction)
                            : FindOriginal(listing, CListing(ReadLinesWithCall(vImage, 0)), end.nInstruction);
+        const std::string strSource = FindSource(listing, nLine, end.nInstruction, !vImage.empty());
+        const std::string strPlace = strSource.empty() ? "" : " (" + ShortenPlace(strSource) + ")";
         strEnd += "; work-item " + std::to_string(end.nWorkItem) +
-                  (nLine == CListing::NoLine ? " was in it"
-                                             : " was at line " + std::to_string(nLine) + ": " + listing.GetLine(nLine));
+                  (nLine == CListing::NoLine
+                       ? " was in it" + strPlace
+                       : " was at line " + std::to_string(nLine) + strPlace + ": " + listing.GetLine(nLine));
     }
     return strEnd;
 }
@@ -184,6 +207,10 @@ nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown)
         if (fault.nLine != CListing::NoLine)
         {
             entry["line"] = fault.nLine;
+        }
+        if (!fault.strSource.empty())
+        {
+            entry["source"] = fault.strSource;
         }
         if (!fault.bBarrier)
         {
@@ -211,6 +238,13 @@ std::vector<std::string> ReadLinesWithCall(const std::vector<char>& vBinary, uns
         }
     }
     return vLines;
+}
+
+CListing ReadListing(const std::vector<char>& vBinary, unsigned int nLabel)
+{
+    std::vector<std::string> vLines = ReadLinesWithCall(vBinary, nLabel);
+    std::vector<std::string> vPlaces = ReadSourcePlaces(vBinary, vLines.size());
+    return CListing(std::move(vLines), std::move(vPlaces));
 }
 
 } // namespace KestrelTool

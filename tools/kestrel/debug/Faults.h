@@ -26,6 +26,7 @@ struct SFault
     bool bWrite = false;
     bool bBarrier = false;    ///< it didn't reach a barrier that others of its group have reached; else an access
     unsigned int nMemory = 0; ///< an EPlatformMemory
+    std::string strSource;    ///< "file:line" of the source; empty if it isn't known
     std::string strPlace;     ///< "out+0x80" for an address near a buffer of the kernel's; else empty
 };
 
@@ -62,6 +63,8 @@ public:
 private:
     typedef std::tuple<bool, unsigned int, uint64_t, uint64_t> Key;
 
+    /// Where in its source an instruction of the last run stands, if that was the kernel itself; empty if unknown.
+    std::string FindSource(const CListing& listing, unsigned int nLine, uint32_t nInstruction, bool bPatched) const;
     std::string NamePlace(const std::vector<SPlatformBuffer>& vBuffers, uint64_t nAddress) const;
 
     const SPlatformControl* m_pControl;
@@ -78,6 +81,8 @@ nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown);
 
 /// The lines of a kernel binary's text, with the call of the kernel where its placeholder stands.
 std::vector<std::string> ReadLinesWithCall(const std::vector<char>& vBinary, unsigned int nLabel);
+/// The same with the lines' places in the source.
+CListing ReadListing(const std::vector<char>& vBinary, unsigned int nLabel);
 
 } // namespace KestrelTool
 

@@ -51,7 +51,7 @@ std::string DescribeRunEnd(const CLibraries& libraries, const CLaunch& launch)
     const std::vector<char> vBinary = launch.ReadBinary();
     const unsigned int nLabel = ReadLabel(ReadMetadata(vBinary, launch.GetFile().strKernel));
     const CFaults faults(FindPlatformControl(libraries));
-    return faults.DescribeEnd(CListing(ReadLinesWithCall(vBinary, nLabel)), {});
+    return faults.DescribeEnd(ReadListing(vBinary, nLabel), {});
 }
 
 json DescribeRun(const CLibraries& libraries, const CLaunch& launch)
@@ -61,7 +61,7 @@ json DescribeRun(const CLibraries& libraries, const CLaunch& launch)
     const std::vector<std::string> vMetadata = ReadMetadata(vBinary, launch.GetFile().strKernel);
     CFaults faults(FindPlatformControl(libraries));
     faults.SetArguments(ReadArguments(vMetadata));
-    const CListing listing(ReadLinesWithCall(vBinary, ReadLabel(vMetadata)));
+    const CListing listing = ReadListing(vBinary, ReadLabel(vMetadata));
     const std::optional<SFaults> found = faults.Check(listing, {});
     outcome["faulty"] = faults.HasAny();
     if (found)
