@@ -134,7 +134,8 @@ int main(int argc, char** argv)
     try
     {
         CReport report("memory", argc, argv);
-        const CLibraries libraries(GetLibraryFolder() + "/kestrel-platform", GetLibraryFolder() + "/libOVKKestrel.so.1");
+        const CLibraries libraries(GetLibraryFolder() + "/kestrel-platform",
+                                   GetLibraryFolder() + "/libOVKKestrel.so.1");
         for (const size_t nItems : {size_t(1024), size_t(65536), size_t(1) << 20})
         {
             Measure(libraries, report, nItems);

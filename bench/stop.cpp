@@ -462,7 +462,8 @@ int main(int argc, char** argv)
     try
     {
         CReport report("stop", argc, argv);
-        const CLibraries libraries(GetLibraryFolder() + "/kestrel-platform", GetLibraryFolder() + "/libOVKKestrel.so.1");
+        const CLibraries libraries(GetLibraryFolder() + "/kestrel-platform",
+                                   GetLibraryFolder() + "/libOVKKestrel.so.1");
         const cl_icd_dispatch_table timed = MakeTimedTable(libraries.cl);
         libraries.ovkclDebugSetDispatchTable(&timed);
         // First, before other sessions have left memory to the process that is used again.

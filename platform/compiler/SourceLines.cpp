@@ -117,7 +117,8 @@ public:
         CReader header(reader.Take(reader.Number(4)));
         m_nStep = header.Number(1);
         header.Number(2); // operations in one, and whether rows begin statements
-        m_nLineBase = static_cast<int8_t>(header.Number(1));
+        const uint64_t nLineBase = header.Number(1);
+        m_nLineBase = static_cast<int64_t>(nLineBase ^ 0x80) - 0x80; // a signed byte
         m_nLineRange = header.Number(1);
         m_nFirstSpecial = header.Number(1);
         for (uint64_t n = 1; n < m_nFirstSpecial; ++n)

@@ -37,7 +37,8 @@ void LoadElements(uint32_t* pLanes, const unsigned char* pData, uint32_t nCount)
     {
         T element = 0;
         std::memcpy(&element, pData + n * sizeof element, sizeof element);
-        pLanes[n] = static_cast<uint32_t>(element);
+        // Signed elements are extended by their sign.
+        pLanes[n] = static_cast<uint32_t>(int32_t{element});
     }
 }
 

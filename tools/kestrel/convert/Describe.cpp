@@ -133,7 +133,7 @@ std::string DisassembleBinary(const std::vector<char>& vBinary, bool bNumbers, b
             const std::string strNumber = std::to_string(i);
             output << std::string(4 - std::min<size_t>(strNumber.size(), 4), ' ') << strNumber << "  ";
         }
-        const std::string strPlace = listing.GetPlace(static_cast<unsigned int>(i));
+        const std::string& strPlace = listing.GetPlace(static_cast<unsigned int>(i));
         output << vLines[i];
         if (!strPlace.empty())
         {
