@@ -93,17 +93,6 @@ std::vector<uint32_t> Arguments()
     return vWords;
 }
 
-std::string Hex(const std::string& strBytes)
-{
-    std::string strText;
-    for (const char c : strBytes)
-    {
-        strText += "0123456789abcdef"[static_cast<unsigned char>(c) >> 4];
-        strText += "0123456789abcdef"[c & 15];
-    }
-    return strText;
-}
-
 struct SComparison
 {
     size_t nValues = 0;

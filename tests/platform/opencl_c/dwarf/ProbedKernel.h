@@ -37,6 +37,18 @@ CVisits RunOnHost(const SProbedKernel& kernel, size_t nItems, std::vector<int32_
 CVisits RunOnDevice(const SProbedKernel& kernel, const std::string& strDevice, size_t nItems,
                     std::vector<int32_t>& vData, int nScale, const CVisits& expected);
 
+/// Bytes as they are printed where they differ.
+inline std::string Hex(const std::string& strBytes)
+{
+    std::string strText;
+    for (const char c : strBytes)
+    {
+        strText += "0123456789abcdef"[static_cast<unsigned char>(c) >> 4];
+        strText += "0123456789abcdef"[c & 15];
+    }
+    return strText;
+}
+
 } // namespace KestrelTests
 
 #endif

@@ -225,17 +225,6 @@ std::vector<SDeviceKernel> All()
     return vAll;
 }
 
-std::string Hex(const std::string& strBytes)
-{
-    std::string strText;
-    for (const char c : strBytes)
-    {
-        strText += "0123456789abcdef"[static_cast<unsigned char>(c) >> 4];
-        strText += "0123456789abcdef"[c & 15];
-    }
-    return strText;
-}
-
 class Variables : public testing::TestWithParam<SDeviceKernel>
 {
 };
