@@ -17,6 +17,20 @@ inline bool IsStraight(const SMicroOp& step)
     return step.eKind < MICRO_ENTER || step.eKind > MICRO_BARRIER;
 }
 
+/// Calls visit with the number of each step that isn't dropped. Pieces of straight code have numbers of their own,
+/// which go on from what they were.
+template <class F>
+void ForEachStepOfPieces(const SCode& code, const std::vector<char>& vDropped, uint32_t& nPiece, F&& visit)
+{
+    ++nPiece;
+    for (size_t n = 0; n < vDropped.size(); ++n)
+    {
+        nPiece += IsStraight(code.vSteps[n]) ? 0 : 1;
+        if (!vDropped[n])
+            visit(n);
+    }
+}
+
 /// Leaves out the places that name no row, which most are.
 template <class TRow, class F>
 void ForEach(const TRow* pRows, size_t nCount, F&& visit)

@@ -84,13 +84,7 @@ private:
     template <class F>
     void ForEachStep(F&& visit)
     {
-        ++m_nPiece;
-        for (size_t n = 0; n < m_vDropped.size(); ++n)
-        {
-            m_nPiece += IsStraight(m_Code.vSteps[n]) ? 0 : 1;
-            if (!m_vDropped[n])
-                visit(n);
-        }
+        ForEachStepOfPieces(m_Code, m_vDropped, m_nPiece, visit);
     }
 
     void Look(size_t nStep)
