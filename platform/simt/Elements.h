@@ -1,0 +1,29 @@
+#ifndef KESTREL_PLATFORM_SIMT_ELEMENTS_H
+#define KESTREL_PLATFORM_SIMT_ELEMENTS_H
+
+#include <cstring>
+
+#include "platform/simt/Program.h"
+
+namespace KestrelPlatform
+{
+
+/// A byte or half of a word, extended to a word.
+inline uint32_t LoadNarrow(const unsigned char* p, uint32_t nBytes, bool bSigned)
+{
+    if (nBytes == 1)
+        return bSigned ? static_cast<uint32_t>(static_cast<int8_t>(*p)) : *p;
+    uint16_t n = 0;
+    std::memcpy(&n, p, sizeof n);
+    return bSigned ? static_cast<uint32_t>(static_cast<int16_t>(n)) : n;
+}
+
+/// What an access moves for one work-item.
+inline uint32_t TotalBytes(const SAccess& access)
+{
+    return access.nElementBytes * static_cast<uint32_t>(access.nWords);
+}
+
+} // namespace KestrelPlatform
+
+#endif
