@@ -95,7 +95,7 @@ const SProgram s_Programs[] = {
     PROGRAM(
         SixtyFourBits, long a = in[i]; unsigned long h = 0xcbf29ce484222325ul; for (int k = 0; k < 8; ++k) {
             h ^= (unsigned long)in[(k + i) & 63]; h *= 0x100000001b3ul; a = a * 31 + (long)(h >> 40);
-        } out[i] = (int)(h ^ (h >> 32)) + (int)(a % 1000003) + (int)(a / 7919);),
+        } out[i] = (int)((unsigned int)(h ^ (h >> 32)) + (unsigned int)(a % 1000003) + (unsigned int)(a / 7919));),
     PROGRAM(
         BigStruct, struct B { int x[40]; }; struct B a; struct B b; for (int k = 0; k < 40; ++k) { a.x[k] = in[k] + k; }
         b = a; b.x[i % 40] = 1000; a = b; int s = 0; for (int k = 0; k < 40; ++k) { s = s * 5 % 10007 + a.x[k]; } out[i] = s;),
@@ -134,7 +134,7 @@ const SProgram s_Programs[] = {
             for (int l = n; l >= -2; --l) { s = s * 3 % 10007 + in[(k * n + l * 7 + 20) & 63] - (3 - k) * n; if (l * 5 == k) { break; } }
             if (k & 4) { s += k * i * 2; }
         } unsigned int u = 0; for (unsigned int k = 0; k <= 4294967290u; k += 613566756u) { u ^= k * 12345u + (unsigned int)n; }
-        long w = 5; for (long k = -3; k < n; ++k) { w += (k << 33) * n + k * w; } out[i] = s + (int)u + (int)(w ^ (w >> 32));),
+        long w = 5; for (long k = -3; k < n; ++k) { w += k * 8589934592 * n + k * w; } out[i] = s + (int)u + (int)(w ^ (w >> 32));),
     PROGRAM(
         CountsThatAreLeft, int k; for (k = 0; k < 30; ++k) { if (in[k] == in[i] + 1) { break; } } int l = 7; while (l != i) {
             if (++l == 40) { break; } l = l & 63;
