@@ -312,10 +312,17 @@ TEST_F(ThreadsEndless, RunsAreBrokenOffByAnInterrupt)
 {
     CTerminal terminal(m_strFolder + "/spin.json", "");
     terminal.ReadTo(s_strPrompt);
-    terminal.Type("run\n");
-    terminal.ReadTo("kernel run ");
-    terminal.Type("\x03");
-    EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted: a kernel run was broken off"));
+    // Some kernel runs on the way to the one that doesn't end are short: after those an interrupt is a stop.
+    std::string strInterrupted;
+    for (const char* pszCommand = "run\n"; !Holds(strInterrupted, "broken off"); pszCommand = "continue\n")
+    {
+        terminal.Type(pszCommand);
+        terminal.ReadTo("kernel run ");
+        terminal.Type("\x03");
+        strInterrupted = terminal.ReadTo(s_strPrompt);
+        ASSERT_TRUE(Holds(strInterrupted, "interrupted")) << strInterrupted;
+    }
+    EXPECT_TRUE(Holds(strInterrupted, "interrupted: a kernel run was broken off"));
     EXPECT_TRUE(Holds(terminal.Do("step"), "the kernel isn't running"));
     // Kernels run again, and are interrupted again, wherever they are.
     terminal.Do("break 12");

@@ -25,6 +25,11 @@ public:
                                                llvm::DISubprogram::SPFlagDefinition);
     }
 
+    CVariables(const CVariables&) = delete;
+    CVariables& operator=(const CVariables&) = delete;
+    /// What the builder has left open until its end would be left behind.
+    ~CVariables() { m_Builder.finalize(); }
+
     const llvm::DILocalVariable* Scalar(unsigned int nBits)
     {
         return Variable(m_Builder.createBasicType("t", nBits, llvm::dwarf::DW_ATE_signed));

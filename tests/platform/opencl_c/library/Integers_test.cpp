@@ -176,7 +176,7 @@ void ExpectProductsOf24Bits(CElementwise& test)
     std::vector<T> v;
     for (const T n : SpecialIntegers<T>())
     {
-        v.push_back(static_cast<T>(n << 8) >> 8);
+        v.push_back(static_cast<T>(static_cast<uint32_t>(n) << 8) >> 8);
     }
     const auto [a, b] = Pairs(v, v);
     test.Expect("mul24(a, b)", "", Mapped<T>([](T x, T y) { return TWide(x) * y; }, a, b), a, b);

@@ -14,10 +14,15 @@ namespace
 
 std::atomic<unsigned int> s_nAllocations(0);
 
-void* Allocate(size_t nBytes)
+void* AllocateOrNot(size_t nBytes)
 {
     ++s_nAllocations;
-    void* const p = std::malloc(nBytes ? nBytes : 1);
+    return std::malloc(nBytes ? nBytes : 1);
+}
+
+void* Allocate(size_t nBytes)
+{
+    void* const p = AllocateOrNot(nBytes);
     if (!p)
         throw std::bad_alloc();
     return p;
@@ -33,6 +38,16 @@ void* operator new(size_t nBytes)
 void* operator new[](size_t nBytes)
 {
     return Allocate(nBytes);
+}
+
+void* operator new(size_t nBytes, const std::nothrow_t&) noexcept
+{
+    return AllocateOrNot(nBytes);
+}
+
+void* operator new[](size_t nBytes, const std::nothrow_t&) noexcept
+{
+    return AllocateOrNot(nBytes);
 }
 
 void operator delete(void* p) noexcept
