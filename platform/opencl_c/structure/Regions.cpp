@@ -69,7 +69,7 @@ std::string StepDetails(const SRegionStep& step)
 bool BuildRegions(llvm::Function& function, SRegions& regions, std::string& strWhyNot)
 {
     regions = {};
-    SplitWideSwitches(function);
+    FitSwitches(function);
     CFlowGraph graph;
     if (!graph.Build(function, strWhyNot))
     {

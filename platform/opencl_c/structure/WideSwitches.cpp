@@ -84,10 +84,35 @@ void SplitSwitch(llvm::SwitchInst& wide)
     }
 }
 
+/// A condition is all ones and no case, so that what passes make of a switch with two values has to be a branch.
+void MakeBranch(llvm::SwitchInst& narrow)
+{
+    llvm::BasicBlock& block = *narrow.getParent();
+    auto* const pType = llvm::cast<llvm::IntegerType>(narrow.getCondition()->getType());
+    llvm::BasicBlock* const pTrue = narrow.findCaseValue(llvm::ConstantInt::get(pType, 1))->getCaseSuccessor();
+    llvm::BasicBlock* const pFalse = narrow.findCaseValue(llvm::ConstantInt::get(pType, 0))->getCaseSuccessor();
+    const llvm::SmallPtrSet<llvm::BasicBlock*, 4> setNext(llvm::succ_begin(&block), llvm::succ_end(&block));
+    for (llvm::BasicBlock* const pNext : setNext)
+    {
+        const std::vector<llvm::Value*> vValues = TakeIncoming(*pNext, block);
+        for (int nEdges = (pNext == pTrue ? 1 : 0) + (pNext == pFalse ? 1 : 0); nEdges > 0; --nEdges)
+        {
+            size_t n = 0;
+            for (llvm::PHINode& phi : pNext->phis())
+            {
+                phi.addIncoming(vValues[n++], &block);
+            }
+        }
+    }
+    llvm::IRBuilder<>(&narrow).CreateCondBr(narrow.getCondition(), pTrue, pFalse);
+    narrow.eraseFromParent();
+}
+
 } // namespace
 
-void SplitWideSwitches(llvm::Function& function)
+void FitSwitches(llvm::Function& function)
 {
+    std::vector<llvm::SwitchInst*> vNarrow;
     std::vector<llvm::SwitchInst*> vWide;
     for (llvm::BasicBlock& block : function)
     {
@@ -97,6 +122,14 @@ void SplitWideSwitches(llvm::Function& function)
         {
             vWide.push_back(pSwitch);
         }
+        else if (nBits == 1)
+        {
+            vNarrow.push_back(pSwitch);
+        }
+    }
+    for (llvm::SwitchInst* pSwitch : vNarrow)
+    {
+        MakeBranch(*pSwitch);
     }
     for (llvm::SwitchInst* pSwitch : vWide)
     {

@@ -9,8 +9,9 @@ class Function;
 namespace KestrelOpenCL
 {
 
-/// Splits switches over 33 to 64 bits in two: over the high word, then over the low one.
-void SplitWideSwitches(llvm::Function& function);
+/// Leaves switches over 2 to 32 bits only. Those over more, up to 64, are split in two: over the high word, then over
+/// the low one. Those over one bit become branches.
+void FitSwitches(llvm::Function& function);
 
 } // namespace KestrelOpenCL
 

@@ -55,6 +55,12 @@ const SProgram s_Programs[] = {
             s += 2;
         } out[i] = s;),
     PROGRAM(
+        SwitchOverACondition, int s = in[i]; switch ((in[3] != in[i] / 2 * 2) & 7) {
+            case 4: s = 1;
+            case 1: s = in[in[i] & 63] / (i + 1);
+            case 0: s += in[5];
+        } out[i] = s;),
+    PROGRAM(
         ReturnsFromWithin, if (in[i] < 10) { out[i] = 1; return; } for (int k = 0; k < 64; ++k) {
             if (in[k] == in[i]) { out[i] = k; return; }
         } out[i] = -1;),

@@ -108,11 +108,12 @@ std::vector<STestBlock> RandomGraph(const SGraphKind& kind, unsigned int nSeed)
         else if (nKind < kind.nEndPercent + kind.nSwitchPercent)
         {
             block.eKind = STestBlock::Switch;
-            block.bWide = Below(4) == 0;
+            const bool bWide = Below(4) == 0;
+            block.nSwitchBits = bWide ? 64 : 32;
             block.vTargets.push_back(Target());
             for (int nCase = Below(6); nCase > 0; --nCase)
             {
-                block.vCases.push_back(nCase + (block.bWide ? static_cast<int64_t>(Below(3)) << 32 : 0));
+                block.vCases.push_back(nCase + (bWide ? static_cast<int64_t>(Below(3)) << 32 : 0));
                 block.vTargets.push_back(Target());
             }
         }
@@ -256,7 +257,7 @@ TEST(WideSwitches, LeadWhereTheyLed)
 {
     STestBlock wide = Block(STestBlock::Switch, {1, 2, 3, 2, 1, 3});
     wide.vCases = {1, 0x100000001, -1, 0x7FFFFFFF00000000, 0};
-    wide.bWide = true;
+    wide.nSwitchBits = 64;
     std::vector<STestBlock> vBlocks{wide, Block(STestBlock::Jump, {3}), Block(STestBlock::Jump, {3}), {}};
     vBlocks[1].bPhi = vBlocks[2].bPhi = vBlocks[3].bPhi = true;
     CTestGraph before(vBlocks);
@@ -285,6 +286,41 @@ TEST(WideSwitches, LeadWhereTheyLed)
         EXPECT_EQ(Index(*pNext), Index(*NextBlock(before.GetFunction().getEntryBlock(), nValue))) << nValue;
     }
     CheckPaths(vBlocks, 30);
+}
+
+TEST(NarrowSwitches, BecomeBranches)
+{
+    struct
+    {
+        std::vector<int64_t> vCases;
+        std::vector<int> vTargets; ///< the default's first
+    } const switches[] = {{{1, 0}, {3, 1, 2}}, {{0, 1}, {3, 3, 1}}, {{1}, {2, 3}},
+                          {{0}, {3, 3}},       {{1, 0}, {1, 3, 3}}, {{}, {3}}};
+    for (const auto& each : switches)
+    {
+        STestBlock narrow = Block(STestBlock::Switch, each.vTargets);
+        narrow.vCases = each.vCases;
+        narrow.nSwitchBits = 1;
+        std::vector<STestBlock> vBlocks{narrow, Block(STestBlock::Jump, {3}), Block(STestBlock::Jump, {3}), {}};
+        vBlocks[1].bPhi = vBlocks[2].bPhi = vBlocks[3].bPhi = true;
+        CTestGraph before(vBlocks);
+        CTestGraph after(vBlocks);
+        SRegions regions;
+        std::string strWhyNot;
+        ASSERT_TRUE(BuildRegions(after.GetFunction(), regions, strWhyNot));
+        ASSERT_FALSE(llvm::verifyFunction(after.GetFunction(), &llvm::errs()));
+        ASSERT_EQ(PrintRegions(regions).find("switch"), std::string::npos);
+        for (const uint64_t nValue : {0, 1})
+        {
+            const auto Index = [&](CTestGraph& graph)
+            {
+                const llvm::BasicBlock& entry = graph.GetFunction().getEntryBlock();
+                const auto& vList = graph.GetFunction().getBasicBlockList();
+                return std::distance(vList.begin(), NextBlock(entry, nValue)->getIterator());
+            };
+            EXPECT_EQ(Index(after), Index(before)) << nValue;
+        }
+    }
 }
 
 TEST(LargeGraphs, NestDeeply)

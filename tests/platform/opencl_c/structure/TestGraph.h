@@ -34,7 +34,7 @@ struct STestBlock
     std::string strName;
     bool bPhi = false;
     bool bBarrier = false;
-    bool bWide = false; ///< the switch is over 64 bits
+    unsigned int nSwitchBits = 32; ///< 1, 32 or 64
 };
 
 /// A function with the given flow.
@@ -177,8 +177,9 @@ private:
             break;
         case STestBlock::Switch:
         {
-            llvm::IntegerType* pType = block.bWide ? builder.getInt64Ty() : builder.getInt32Ty();
-            auto* pSwitch = builder.CreateSwitch(m_pFunction->getArg(block.bWide ? 2 : 1), vMade[block.vTargets[0]]);
+            llvm::IntegerType* pType = builder.getIntNTy(block.nSwitchBits);
+            const unsigned int nArgument = block.nSwitchBits == 1 ? 0 : block.nSwitchBits == 32 ? 1 : 2;
+            auto* pSwitch = builder.CreateSwitch(m_pFunction->getArg(nArgument), vMade[block.vTargets[0]]);
             for (size_t n = 0; n < block.vCases.size(); ++n)
             {
                 pSwitch->addCase(llvm::ConstantInt::get(pType, static_cast<uint64_t>(block.vCases[n])),
