@@ -23,6 +23,9 @@ const uint32_t s_nFirstUniqueId = 1024;
 const uint32_t s_nMaxComponents = 65536; ///< of registers, arrays and private words of a work-item
 const uint32_t s_nMaxConstantBytes = 65536;
 const uint32_t s_nSpareComponents = 4096; ///< for what the device and a debugger add
+const uint32_t s_nMaxReadImages = 128;
+const uint32_t s_nMaxWrittenImages = 8;
+const uint32_t s_nMaxSamplers = 16;
 
 /// Lowers the kernels of one module. An object serves one call.
 class CModuleLowering
@@ -153,12 +156,30 @@ private:
             nRegisters += entry.second.nRegisters;
         }
         const uint64_t nComponents = nRegisters * 4 + nPrivateWords;
-        return CheckLimit(kernel, storage.GetLocalBytes(), m_Target.nLocalMemoryBytes, "bytes of local memory") &&
+        return CheckImages(kernel, selector) &&
+               CheckLimit(kernel, storage.GetLocalBytes(), m_Target.nLocalMemoryBytes, "bytes of local memory") &&
                CheckLimit(kernel, storage.GetPrivateBytes(), (s_nMaxComponents - s_nSpareComponents) * 4ull,
                           "bytes of private memory") &&
                CheckLimit(kernel, nComponents, s_nMaxComponents - s_nSpareComponents,
                           "words of registers and private memory a work-item") &&
                CheckLimit(kernel, storage.GetConstants().size(), s_nMaxConstantBytes, "bytes of constants");
+    }
+
+    bool CheckImages(const llvm::Function& kernel, const CSelector& selector)
+    {
+        uint64_t nRead = 0;
+        uint64_t nWritten = 0;
+        uint64_t nSamplers = selector.GetSamplers().size();
+        for (const SKernelParameter& parameter : selector.GetParameters())
+        {
+            const bool bImage = parameter.eKind == SKernelParameter::Image;
+            nRead += bImage && parameter.strAccess == "RO" ? 1 : 0;
+            nWritten += bImage && parameter.strAccess != "RO" ? 1 : 0;
+            nSamplers += parameter.eKind == SKernelParameter::Sampler ? 1 : 0;
+        }
+        return CheckLimit(kernel, nRead, s_nMaxReadImages, "images to read") &&
+               CheckLimit(kernel, nWritten, s_nMaxWrittenImages, "images to write") &&
+               CheckLimit(kernel, nSamplers, s_nMaxSamplers, "samplers");
     }
 
     /// Puts the kernel's wrapper, its function and its metadata where they belong.

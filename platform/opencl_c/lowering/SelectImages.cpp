@@ -7,8 +7,6 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nMaxSamplers = 16;
-
 /// clang's numbers of addressing modes, and those of kernel metadata.
 struct SAddressing
 {
@@ -41,7 +39,7 @@ const SKernelParameter* CSelector::FindParameter(const Value* pValue) const
     return pArgument != nullptr ? &m_vParameters[pArgument->getArgNo()] : nullptr;
 }
 
-/// \return the sampler's number, or -1 for one that isn't known before the kernel runs, or one too many
+/// \return the sampler's number, or -1 for one that isn't known before the kernel runs
 int CSelector::FindSampler(const Value* pValue)
 {
     const Value* const pBase = FindBase(pValue);
@@ -69,7 +67,7 @@ int CSelector::FindSampler(const Value* pValue)
     sampler.nSampler = m_nSamplerArguments + static_cast<uint32_t>(m_vSamplers.size());
     sampler.nValue = nValue;
     m_vSamplers.push_back(sampler);
-    return sampler.nSampler < s_nMaxSamplers ? static_cast<int>(sampler.nSampler) : -1;
+    return static_cast<int>(sampler.nSampler);
 }
 
 /// Reading, writing and asking for images. \return false for a function that isn't about them
@@ -118,7 +116,7 @@ bool CSelector::SelectImage(const llvm::CallInst& call, llvm::StringRef name)
         const int nSampler = FindSampler(call.getArgOperand(1));
         if (nSampler < 0)
         {
-            Fail(&call, "a sampler that isn't an argument or a constant, or more than 16 of them");
+            Fail(&call, "a sampler that isn't an argument or a constant");
             return true;
         }
         strMnemonic = "sample_resource(" + strNumber + ")_sampler(" + std::to_string(nSampler) + ")";

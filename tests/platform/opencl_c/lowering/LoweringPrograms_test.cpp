@@ -473,11 +473,31 @@ __kernel void k(read_only image2d_t src, write_only image2d_t dst, sampler_t giv
 
 TEST(LoweringPrograms, WhatPassesALimitSaysWhichKernelAndHowMuch)
 {
+    // So many arguments of a type, and an image to read.
+    const auto Many = [](const std::string& strType, const std::string& strUse, int nCount)
+    {
+        std::string strSource = "__kernel void many(__global float* p";
+        for (int n = 0; n < nCount; ++n)
+        {
+            strSource += ", " + strType + " a" + std::to_string(n);
+        }
+        return strSource + ", read_only image2d_t i) { " + strUse + " }";
+    };
+    const std::string strSampler = "p[0] = read_imagef(i, a15, (float2)(0.5f)).x;";
     struct
     {
-        const char* pszSource;
+        std::string strSource;
         const char* pszSays;
     } const cases[] = {
+        {Many("write_only image2d_t", "p[0] = get_image_width(a8);", 9),
+         "kernel 'many': needs 9 images to write, more than the device's 8"},
+        {Many("read_only image2d_t", "p[0] = get_image_width(a127);", 128),
+         "kernel 'many': needs 129 images to read, more than the device's 128"},
+        {Many("sampler_t", strSampler, 17), "kernel 'many': needs 17 samplers, more than the device's 16"},
+        {Many("sampler_t",
+              "const sampler_t own = CLK_FILTER_LINEAR; p[1] = read_imagef(i, own, (float2)(0.5f)).x; " + strSampler,
+              16),
+         "kernel 'many': needs 17 samplers, more than the device's 16"},
         {"__kernel void big(__global int* p) { __local int x[8193]; x[get_local_id(0)] = 1; barrier(1); p[0] = x[5]; }",
          "kernel 'big': needs 32772 bytes of local memory, more than the device's 32768"},
         {"__kernel void deep(__global int* p, int n) { int x[70000]; for (int i = 0; i < 70000; ++i) { x[i] = p[i]; } "
@@ -489,8 +509,8 @@ TEST(LoweringPrograms, WhatPassesALimitSaysWhichKernelAndHowMuch)
     {
         try
         {
-            COpenCLProgram program(device, each.pszSource);
-            ADD_FAILURE() << "built: " << each.pszSource;
+            COpenCLProgram program(device, each.strSource);
+            ADD_FAILURE() << "built: " << each.strSource.substr(0, 200);
         }
         catch (const std::runtime_error& failure)
         {
@@ -498,6 +518,12 @@ TEST(LoweringPrograms, WhatPassesALimitSaysWhichKernelAndHowMuch)
         }
     }
     // What just fits, builds.
+    for (const std::string& strSource :
+         {Many("write_only image2d_t", "p[0] = get_image_width(a7);", 8),
+          Many("read_only image2d_t", "p[0] = get_image_width(a126);", 127), Many("sampler_t", strSampler, 16)})
+    {
+        COpenCLProgram program(device, strSource);
+    }
     COpenCLProgram program(device, "__kernel void all(__global int* p) { __local int x[8192]; x[get_local_id(0)] = 1; "
                                    "barrier(CLK_LOCAL_MEM_FENCE); p[0] = x[5]; }");
 }
