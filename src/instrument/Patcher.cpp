@@ -390,6 +390,13 @@ bool CInstrumentedShaderIL::EndAtTarget(SPass& pass, const CShaderDebuggerInstru
         WriteExecMaskTempReg(pass.dest, true);
     }
 
+    if (bReturnLike && LoopWith(nTarget) != nullptr)
+    {
+        // Who returns in an earlier pass mustn't come here again.
+        WriteOutputs(pass.dest, nTarget);
+        instruction.WriteInstruction(pass.dest);
+    }
+
     FinalizeFlowControl(pass.src, pass.dest, pass.cut);
     WriteOutputs(pass.dest, nTarget);
     WriteInstruction(pass.dest, IL_OP_RET_DYN);
