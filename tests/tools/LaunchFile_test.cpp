@@ -114,6 +114,14 @@ TEST_F(LaunchFile, NamesTheFieldThatIsWrong)
         {R"({"program": "k.il", "kernel": "k", "global": [4], "device": 1})", "device must be a text"},
         {R"({"program": "k.il", "kernel": "k", "global": [4], "options": []})", "options must be a text"},
         {R"({"program": "k.il", "kernel": "k", "global": [4], "args": 1})", "args must be a list"},
+        {R"({"program": "k.il", "kernel": "k", "global": [4], "buffers": [{"file": "bytes.bin"}]})",
+         "buffers[0].type is missing"},
+        {R"({"program": "k.il", "kernel": "k", "global": [4], "buffers": [{"type": "int", "file": "bytes.bin"}],)"
+         R"( "args": [{"sub": {"of": 0, "origin": 4, "size": 1}}]})",
+         "args[0].sub reaches beyond the buffer, which has 4 bytes"},
+        {R"({"program": "k.il", "kernel": "k", "global": [4], "buffers": [{"type": "int", "file": "bytes.bin"}],)"
+         R"( "args": [{"sub": {"of": 0, "origin": 1}}]})",
+         "args[0].sub.size is missing"},
     };
     for (const SWrong& wrong : launches)
     {
@@ -122,6 +130,13 @@ TEST_F(LaunchFile, NamesTheFieldThatIsWrong)
     }
     const SWrong arguments[] = {
         {"{}", "args[0] must have exactly one of"},
+        {R"({"sub": {"of": 0}})", "args[0].sub.of must be an index in buffers"},
+        {R"({"sampler": {"normalized": 1}})", "args[0].sampler.normalized must be true or false"},
+        {R"({"sampler": {"normalized": true, "addressing": "wrap"}})", "args[0].sampler.addressing unknown name"},
+        {R"({"image": {"order": "R", "channel": "int8", "shape": "1d", "width": 1, "height": 1, "values": [1]}})",
+         "args[0].image.height is nothing that an image of this shape has"},
+        {R"({"image": {"order": "R", "channel": "int8", "shape": "2d_array", "width": 1, "height": 1, "values": [1]}})",
+         "args[0].image.array is missing"},
         {R"({"value": {"values": [1]}})", "args[0].value.type is missing"},
         {R"({"value": {"type": "quad", "values": [1]}})", "args[0].value.type names no element type"},
         {R"({"value": {"type": "int", "values": []}})", "args[0].value.values must not be empty"},

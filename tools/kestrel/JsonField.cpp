@@ -59,6 +59,15 @@ double CJsonField::AsNumber() const
     return m_pJson->get<double>();
 }
 
+bool CJsonField::AsBool() const
+{
+    if (!m_pJson->is_boolean())
+    {
+        Fail("must be true or false");
+    }
+    return m_pJson->get<bool>();
+}
+
 size_t CJsonField::AsIndex() const
 {
     const double fValue = AsNumber();

@@ -31,6 +31,7 @@ public:
 
     std::string AsString() const;
     double AsNumber() const;
+    bool AsBool() const;
     /// A whole number from 0.
     size_t AsIndex() const;
     /// A whole number from 1.

@@ -3,10 +3,29 @@
 #include "tools/kestrel/Codes.h"
 #include "tools/kestrel/Files.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace KestrelTool
 {
+
+namespace
+{
+
+/// The whole of an image, as the calls that read and write images take it.
+struct SImageRegion
+{
+    explicit SImageRegion(const SArgument& image) : extents{image.nWidth, image.nHeight, 1}
+    {
+        const bool bRows = image.nImageType == CL_MEM_OBJECT_IMAGE1D_ARRAY;
+        extents[1] = bRows ? image.nArray : image.nHeight;
+        extents[2] = bRows ? 1 : std::max<size_t>({image.nDepth, image.nArray, 1});
+    }
+    size_t origin[3] = {0, 0, 0};
+    size_t extents[3];
+};
+
+} // namespace
 
 CLaunch::CLaunch(const CLibraries& libraries, const SLaunchFile& file) : m_Lib(libraries), m_File(file)
 {
@@ -43,6 +62,7 @@ void CLaunch::Create()
     }
     Check(nCode, ("clCreateKernel of \"" + m_File.strKernel + "\"").c_str());
     CheckArgumentCount();
+    CreateSharedBuffers();
     m_vMemory.assign(m_File.vArguments.size(), nullptr);
     for (size_t i = 0; i < m_File.vArguments.size(); ++i)
     {
@@ -53,14 +73,22 @@ void CLaunch::Create()
 
 void CLaunch::Release()
 {
-    for (cl_mem& memory : m_vMemory)
+    for (std::vector<cl_mem>* pMemory : {&m_vMemory, &m_vBuffers, &m_vImageBuffers})
     {
-        if (memory != nullptr)
+        for (const cl_mem memory : *pMemory)
         {
-            m_Lib.cl.clReleaseMemObject(memory);
+            if (memory != nullptr)
+            {
+                m_Lib.cl.clReleaseMemObject(memory);
+            }
         }
+        pMemory->clear();
     }
-    m_vMemory.clear();
+    for (const cl_sampler sampler : m_vSamplers)
+    {
+        m_Lib.cl.clReleaseSampler(sampler);
+    }
+    m_vSamplers.clear();
     if (m_Kernel != nullptr)
     {
         m_Lib.ovkclInterceptReleaseKernel(m_Kernel);
@@ -149,13 +177,29 @@ void CLaunch::ChooseDevice()
     throw CLaunchFileError(m_File.strPath + ": device names none of the runtime's: \"" + m_File.strDevice + "\"");
 }
 
+/// From a text, or from the image of a binary.
+cl_program CLaunch::CreateProgram() const
+{
+    cl_int nCode = CL_SUCCESS;
+    if (m_File.strSource.compare(0, 4, "\177ELF") == 0)
+    {
+        const size_t nSize = m_File.strSource.size();
+        const unsigned char* pImage = reinterpret_cast<const unsigned char*>(m_File.strSource.data());
+        cl_program program =
+            m_Lib.cl.clCreateProgramWithBinary(m_Context, 1, &m_Device, &nSize, &pImage, nullptr, &nCode);
+        Check(nCode, "clCreateProgramWithBinary");
+        return program;
+    }
+    const char* pszSource = m_File.strSource.c_str();
+    cl_program program = m_Lib.cl.clCreateProgramWithSource(m_Context, 1, &pszSource, nullptr, &nCode);
+    Check(nCode, "clCreateProgramWithSource");
+    return program;
+}
+
 void CLaunch::BuildProgram()
 {
-    const char* pszSource = m_File.strSource.c_str();
-    cl_int nCode = CL_SUCCESS;
-    m_Program = m_Lib.cl.clCreateProgramWithSource(m_Context, 1, &pszSource, nullptr, &nCode);
-    Check(nCode, "clCreateProgramWithSource");
-    nCode = m_Lib.cl.clBuildProgram(m_Program, 1, &m_Device, m_File.strOptions.c_str(), nullptr, nullptr);
+    m_Program = CreateProgram();
+    cl_int nCode = m_Lib.cl.clBuildProgram(m_Program, 1, &m_Device, m_File.strOptions.c_str(), nullptr, nullptr);
     if (nCode == CL_INVALID_BUILD_OPTIONS)
     {
         throw CLaunchFileError(m_File.strPath + ": options are none that the compiler knows: \"" + m_File.strOptions +
@@ -181,18 +225,62 @@ std::string CLaunch::GetBuildLog() const
     return strLog.c_str();
 }
 
-cl_mem CLaunch::CreateImage(const SArgument& argument) const
+cl_mem CLaunch::CreateImage(const SArgument& argument)
 {
     const cl_image_format format = {argument.nChannelOrder, argument.nChannelType};
     cl_image_desc desc = {};
-    desc.image_type = argument.nDepth != 0 ? CL_MEM_OBJECT_IMAGE3D : CL_MEM_OBJECT_IMAGE2D;
+    cl_int nCode = CL_SUCCESS;
+    desc.image_type = argument.nImageType;
     desc.image_width = argument.nWidth;
     desc.image_height = argument.nHeight;
     desc.image_depth = argument.nDepth;
-    cl_int nCode = CL_SUCCESS;
+    desc.image_array_size = argument.nArray;
+    if (argument.nImageType == CL_MEM_OBJECT_IMAGE1D_BUFFER)
+    {
+        desc.buffer = m_Lib.cl.clCreateBuffer(m_Context, CL_MEM_READ_WRITE, argument.vContents.size(), nullptr, &nCode);
+        Check(nCode, "clCreateBuffer");
+        m_vImageBuffers.push_back(desc.buffer);
+    }
     cl_mem image = m_Lib.cl.clCreateImage(m_Context, CL_MEM_READ_WRITE, &format, &desc, nullptr, &nCode);
     Check(nCode, "clCreateImage");
     return image;
+}
+
+void CLaunch::CreateSharedBuffers()
+{
+    for (const SArgument& buffer : m_File.vBuffers)
+    {
+        cl_int nCode = CL_SUCCESS;
+        m_vBuffers.push_back(
+            m_Lib.cl.clCreateBuffer(m_Context, CL_MEM_READ_WRITE, buffer.vContents.size(), nullptr, &nCode));
+        Check(nCode, "clCreateBuffer");
+    }
+}
+
+/// A shared buffer, or a part of it.
+cl_mem CLaunch::CreatePart(const SArgument& argument) const
+{
+    const cl_mem buffer = m_vBuffers[argument.nSame];
+    if (!argument.nOrigin)
+    {
+        Check(m_Lib.cl.clRetainMemObject(buffer), "clRetainMemObject");
+        return buffer;
+    }
+    const cl_buffer_region region = {*argument.nOrigin, argument.vContents.size()};
+    cl_int nCode = CL_SUCCESS;
+    cl_mem part = m_Lib.cl.clCreateSubBuffer(buffer, 0, CL_BUFFER_CREATE_TYPE_REGION, &region, &nCode);
+    Check(nCode, "clCreateSubBuffer");
+    return part;
+}
+
+cl_sampler CLaunch::CreateSampler(const SArgument& argument)
+{
+    cl_int nCode = CL_SUCCESS;
+    const cl_sampler sampler = m_Lib.cl.clCreateSampler(m_Context, argument.bNormalized ? CL_TRUE : CL_FALSE,
+                                                        argument.nAddressing, argument.nFilter, &nCode);
+    Check(nCode, "clCreateSampler");
+    m_vSamplers.push_back(sampler);
+    return sampler;
 }
 
 void CLaunch::CreateArgument(size_t nArgument)
@@ -200,6 +288,7 @@ void CLaunch::CreateArgument(size_t nArgument)
     const SArgument& argument = m_File.vArguments[nArgument];
     const void* pValue = &m_vMemory[nArgument];
     size_t nSize = sizeof(cl_mem);
+    cl_sampler sampler = nullptr;
     cl_int nCode = CL_SUCCESS;
     switch (argument.eKind)
     {
@@ -210,6 +299,13 @@ void CLaunch::CreateArgument(size_t nArgument)
         break;
     case SArgument::Image:
         m_vMemory[nArgument] = CreateImage(argument);
+        break;
+    case SArgument::Sub:
+        m_vMemory[nArgument] = CreatePart(argument);
+        break;
+    case SArgument::Sampler:
+        sampler = CreateSampler(argument);
+        pValue = &sampler;
         break;
     case SArgument::Same:
         pValue = &m_vMemory[argument.nSame];
@@ -230,24 +326,31 @@ void CLaunch::CreateArgument(size_t nArgument)
     Check(nCode, ("clSetKernelArg of argument " + std::to_string(nArgument)).c_str());
 }
 
+void CLaunch::WriteBuffer(cl_mem buffer, const SArgument& argument)
+{
+    Check(m_Lib.cl.clEnqueueWriteBuffer(m_Queue, buffer, CL_TRUE, 0, argument.vContents.size(),
+                                        argument.vContents.data(), 0, nullptr, nullptr),
+          "clEnqueueWriteBuffer");
+}
+
 void CLaunch::ResetContents()
 {
+    for (size_t i = 0; i < m_File.vBuffers.size(); ++i)
+    {
+        WriteBuffer(m_vBuffers[i], m_File.vBuffers[i]);
+    }
     for (size_t i = 0; i < m_File.vArguments.size(); ++i)
     {
         const SArgument& argument = m_File.vArguments[i];
-        const void* pData = argument.vContents.data();
         if (argument.eKind == SArgument::Buffer)
         {
-            Check(m_Lib.cl.clEnqueueWriteBuffer(m_Queue, m_vMemory[i], CL_TRUE, 0, argument.vContents.size(), pData, 0,
-                                                nullptr, nullptr),
-                  "clEnqueueWriteBuffer");
+            WriteBuffer(m_vMemory[i], argument);
         }
         else if (argument.eKind == SArgument::Image)
         {
-            const size_t origin[3] = {0, 0, 0};
-            const size_t region[3] = {argument.nWidth, argument.nHeight, argument.nDepth == 0 ? 1 : argument.nDepth};
-            Check(m_Lib.cl.clEnqueueWriteImage(m_Queue, m_vMemory[i], CL_TRUE, origin, region, 0, 0, pData, 0, nullptr,
-                                               nullptr),
+            const SImageRegion region(argument);
+            Check(m_Lib.cl.clEnqueueWriteImage(m_Queue, m_vMemory[i], CL_TRUE, region.origin, region.extents, 0, 0,
+                                               argument.vContents.data(), 0, nullptr, nullptr),
                   "clEnqueueWriteImage");
         }
     }
@@ -284,7 +387,7 @@ std::vector<unsigned char> CLaunch::ReadContents(size_t nArgument) const
 {
     const SArgument& argument = m_File.vArguments[nArgument];
     std::vector<unsigned char> vBytes(argument.vContents.size());
-    if (argument.eKind == SArgument::Buffer)
+    if (argument.eKind == SArgument::Buffer || argument.eKind == SArgument::Sub)
     {
         Check(m_Lib.cl.clEnqueueReadBuffer(m_Queue, m_vMemory[nArgument], CL_TRUE, 0, vBytes.size(), vBytes.data(), 0,
                                            nullptr, nullptr),
@@ -292,10 +395,9 @@ std::vector<unsigned char> CLaunch::ReadContents(size_t nArgument) const
     }
     else if (argument.eKind == SArgument::Image)
     {
-        const size_t origin[3] = {0, 0, 0};
-        const size_t region[3] = {argument.nWidth, argument.nHeight, argument.nDepth == 0 ? 1 : argument.nDepth};
-        Check(m_Lib.cl.clEnqueueReadImage(m_Queue, m_vMemory[nArgument], CL_TRUE, origin, region, 0, 0, vBytes.data(),
-                                          0, nullptr, nullptr),
+        const SImageRegion region(argument);
+        Check(m_Lib.cl.clEnqueueReadImage(m_Queue, m_vMemory[nArgument], CL_TRUE, region.origin, region.extents, 0, 0,
+                                          vBytes.data(), 0, nullptr, nullptr),
               "clEnqueueReadImage");
     }
     return vBytes;

@@ -19,7 +19,7 @@ struct SDifference
     std::string strExpected;
 };
 
-/// A launch file brought to life: context, queue, program, kernel and arguments, all made through
+/// A launch brought to life: context, queue, program, kernel and arguments, all made through
 /// the debugger's intercept so that it can be debugged or just run, any number of times.
 class CLaunch
 {
@@ -64,8 +64,13 @@ private:
     void CheckSizes(cl_int nCode) const;
     void ChooseDevice();
     void BuildProgram();
+    cl_program CreateProgram() const;
+    void CreateSharedBuffers();
     void CreateArgument(size_t nArgument);
-    cl_mem CreateImage(const SArgument& argument) const;
+    cl_mem CreateImage(const SArgument& argument);
+    cl_mem CreatePart(const SArgument& argument) const;
+    cl_sampler CreateSampler(const SArgument& argument);
+    void WriteBuffer(cl_mem buffer, const SArgument& argument);
     std::string GetBuildLog() const;
     void Check(cl_int nCode, const char* pszWhat) const;
     const size_t* LocalSize() const { return m_File.bHasLocalSize ? m_File.nLocalSize : nullptr; }
@@ -79,7 +84,10 @@ private:
     cl_command_queue m_Queue = nullptr;
     cl_program m_Program = nullptr;
     cl_kernel m_Kernel = nullptr;
-    std::vector<cl_mem> m_vMemory; ///< by argument; null for what has none
+    std::vector<cl_mem> m_vMemory;       ///< by argument; null for what has none
+    std::vector<cl_mem> m_vBuffers;      ///< those that arguments are parts of
+    std::vector<cl_mem> m_vImageBuffers; ///< under images that lie in a buffer
+    std::vector<cl_sampler> m_vSamplers;
 };
 
 } // namespace KestrelTool

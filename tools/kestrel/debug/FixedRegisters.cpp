@@ -247,7 +247,8 @@ Words4 CFixedRegisters::ReadArgument(unsigned int nElement) const
         {
             words = {given.nChannelType, given.nChannelOrder, 0, 0};
         }
-        else if (nPart == 0 && (given.eKind == SArgument::Buffer || given.eKind == SArgument::Local))
+        else if (nPart == 0 &&
+                 (given.eKind == SArgument::Buffer || given.eKind == SArgument::Sub || given.eKind == SArgument::Local))
         {
             const uint64_t nAddress = given.eKind == SArgument::Local ? GetLocalStart(i) : m_Sources.findAddress(i);
             words = {static_cast<unsigned int>(nAddress), static_cast<unsigned int>(nAddress >> 32), 0, 0};
