@@ -3,6 +3,7 @@
 #include "llvm/IR/Constants.h"
 #include "llvm/IR/GlobalVariable.h"
 #include "llvm/IR/InstIterator.h"
+#include "llvm/IR/Operator.h"
 
 namespace KestrelOpenCL
 {
@@ -21,6 +22,26 @@ bool NamesConstant(const llvm::Constant& constant)
     return llvm::isa<llvm::ConstantExpr>(constant) &&
            llvm::any_of(constant.operands(),
                         [](const llvm::Use& use) { return NamesConstant(*llvm::cast<llvm::Constant>(use.get())); });
+}
+
+/// Whether it could tell what number an address of local memory is.
+bool ComparesLocal(const llvm::User& user)
+{
+    const unsigned nOpcode = llvm::Operator::getOpcode(&user);
+    if (nOpcode == llvm::Instruction::ICmp || nOpcode == llvm::Instruction::PtrToInt)
+    {
+        const llvm::Type* const pType = user.getOperand(0)->getType();
+        if (pType->isPointerTy() && pType->getPointerAddressSpace() == SpaceLocal)
+        {
+            return true;
+        }
+    }
+    return llvm::any_of(user.operands(),
+                        [](const llvm::Use& operand)
+                        {
+                            const auto* const pExpression = llvm::dyn_cast<llvm::ConstantExpr>(operand.get());
+                            return pExpression != nullptr && ComparesLocal(*pExpression);
+                        });
 }
 
 } // namespace
@@ -145,10 +166,7 @@ void CSelector::FindVariables()
             found.pVariable = pVariable;
             m_mapVariables[pVariable] = found;
         }
-        bComparesLocal =
-            bComparesLocal ||
-            (llvm::isa<llvm::ICmpInst>(instruction) && instruction.getOperand(0)->getType()->isPointerTy() &&
-             instruction.getOperand(0)->getType()->getPointerAddressSpace() == SpaceLocal);
+        bComparesLocal = bComparesLocal || ComparesLocal(instruction);
     }
     for (auto& entry : m_mapVariables)
     {
