@@ -202,6 +202,7 @@ SPlace CSelector::Advance(const SPlace& place, uint64_t nOffset)
         return next;
     }
     next.address = AddOffset(place.address, nOffset);
+    next.nAlignment = nOffset % 2 != 0 ? 1 : nOffset % 4 != 0 ? std::min(place.nAlignment, 2u) : place.nAlignment;
     return next;
 }
 

@@ -63,7 +63,8 @@ void CSelector::Repeat(SWord end, uint32_t nStep, std::initializer_list<llvm::Ar
 void CSelector::SelectMemTransfer(const llvm::MemTransferInst& copy)
 {
     const SPlace to = GetPlace(copy.getRawDest());
-    const SPlace from = GetPlace(copy.getRawSource());
+    SPlace from = GetPlace(copy.getRawSource());
+    from.nAlignment = static_cast<unsigned>(std::min<uint64_t>(copy.getSourceAlign().valueOrOne().value(), 4));
     const auto* const pLength = llvm::dyn_cast<llvm::ConstantInt>(copy.getLength());
     const bool bMove = llvm::isa<llvm::MemMoveInst>(copy);
     uint64_t nBytes = pLength != nullptr ? pLength->getLimitedValue() : 0;

@@ -73,6 +73,10 @@ void CSelector::Control(const char* pszMnemonic, const SWord* pCondition)
 Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
 {
     const SWord address = place.address[0];
+    if (place.nAlignment < 4 && !(address.eKind == SWord::Literal && address.nId % 4 == 0))
+    {
+        return LoadInlineBetween(place, nCount);
+    }
     const std::string strBuffer = "cb" + std::to_string(KestrelPlatform::s_nConstantsBuffer);
     Words words;
     if (address.eKind == SWord::Literal)
@@ -98,6 +102,48 @@ Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
     return words;
 }
 
+/// Such words at an address that may be any number: of those around them.
+Words CSelector::LoadInlineBetween(const SPlace& place, unsigned nCount)
+{
+    m_Storage.KeepWordBehindConstants();
+    SPlace aligned = place;
+    aligned.nAlignment = 4;
+    const SWord low = place.address[0];
+    aligned.address[0] = low.eKind == SWord::Literal ? LiteralWord(low.nId & ~3u) : low;
+    Words around = LoadInline(aligned, std::min(nCount + 1, s_nAccessWords));
+    if (nCount == s_nAccessWords)
+    {
+        aligned.address = AddOffset(aligned.address, uint64_t{nCount} * 4);
+        around.push_back(LoadInline(aligned, 1)[0]);
+    }
+    Words words;
+    for (unsigned n = 0; n < nCount; ++n)
+    {
+        words.push_back(m_Machine.One("bytealign", {around[n + 1], around[n], low}));
+    }
+    return words;
+}
+
+/// Of a place that turns out to be among the program's constants or in a buffer.
+Words CSelector::LoadEither(const SPlace& place, unsigned nCount, llvm::function_ref<Words(const SPlace&)> load)
+{
+    SPlace known = place;
+    known.bUnknown = false;
+    Words result = m_Machine.NewWords(nCount);
+    const SWord low = m_Machine.One("ult", {place.address[0], LiteralWord(0x10000)});
+    const SWord isInline = place.address.size() == 1
+                               ? low
+                               : m_Machine.One("iand", {low, m_Machine.One("ieq", {place.address[1], LiteralWord(0)})});
+    Control("if_logicalnz", &isInline);
+    known.bInline = true;
+    m_Machine.Move(result, load(known));
+    Control("else");
+    known.bInline = false;
+    m_Machine.Move(result, load(known));
+    Control("endif");
+    return result;
+}
+
 /// Up to four words that follow each other.
 Words CSelector::LoadRaw(const SPlace& place, unsigned nCount)
 {
@@ -109,22 +155,9 @@ Words CSelector::LoadRaw(const SPlace& place, unsigned nCount)
     {
         return LoadInline(place, nCount);
     }
-    SPlace known = place;
-    known.bUnknown = false;
     if (place.bUnknown)
     {
-        Words result = m_Machine.NewWords(nCount);
-        const SWord low = m_Machine.One("ult", {place.address[0], LiteralWord(0x10000)});
-        const SWord isInline =
-            place.address.size() == 1
-                ? low
-                : m_Machine.One("iand", {low, m_Machine.One("ieq", {place.address[1], LiteralWord(0)})});
-        Control("if_logicalnz", &isInline);
-        m_Machine.Move(result, LoadInline(place, nCount));
-        Control("else");
-        m_Machine.Move(result, LoadRaw(known, nCount));
-        Control("endif");
-        return result;
+        return LoadEither(place, nCount, [&](const SPlace& here) { return LoadRaw(here, nCount); });
     }
     SInstruction load = m_Machine.Make(Mnemonic(place, "uav_raw_load", "lds_load"));
     load.bLoad = true;
@@ -156,13 +189,26 @@ Words CSelector::LoadWords(const SPlace& place, uint64_t nOffset, unsigned nCoun
 SWord CSelector::LoadSmall(const SPlace& place, uint64_t nOffset, unsigned nBytes, bool bSigned)
 {
     const SPlace here = Advance(place, nOffset);
-    if (here.bInline || here.bUnknown)
+    if (here.bUnknown)
+    {
+        return LoadEither(here, 1, [&](const SPlace& place) { return Words{LoadSmall(place, 0, nBytes, bSigned)}; })[0];
+    }
+    if (here.bInline)
     {
         SPlace aligned = here;
         const SWord low = here.address[0];
-        aligned.address[0] = m_Machine.One("iand", {low, LiteralWord(~3u)});
-        const SWord bits = m_Machine.One("ishl", {m_Machine.One("iand", {low, LiteralWord(3)}), LiteralWord(3)});
-        const SWord moved = m_Machine.One("ushr", {LoadRaw(aligned, 1)[0], bits});
+        SWord moved;
+        if (here.nAlignment < nBytes)
+        {
+            moved = LoadInline(here, 1)[0];
+        }
+        else
+        {
+            aligned.nAlignment = 4;
+            aligned.address[0] = m_Machine.One("iand", {low, LiteralWord(~3u)});
+            const SWord bits = m_Machine.One("ishl", {m_Machine.One("iand", {low, LiteralWord(3)}), LiteralWord(3)});
+            moved = m_Machine.One("ushr", {LoadInline(aligned, 1)[0], bits});
+        }
         return bSigned ? m_Machine.One("ibit_extract", {LiteralWord(nBytes * 8), LiteralWord(0), moved})
                        : m_Machine.One("iand", {moved, LiteralWord((1u << (nBytes * 8)) - 1)});
     }
@@ -418,7 +464,9 @@ void CSelector::SelectLoad(const llvm::LoadInst& load)
     {
         m_setSigned.insert(&load);
     }
-    Set(load, LoadValue(GetPlace(load.getPointerOperand()), pType, bSigned));
+    SPlace place = GetPlace(load.getPointerOperand());
+    place.nAlignment = static_cast<unsigned>(std::min<uint64_t>(load.getAlign().value(), 4));
+    Set(load, LoadValue(place, pType, bSigned));
 }
 
 void CSelector::SelectStore(const llvm::StoreInst& store)

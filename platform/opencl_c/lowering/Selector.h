@@ -39,8 +39,7 @@ struct SPlace
     bool bInline = false;  ///< among the program's constants for sure
     bool bUnknown = false; ///< a constant pointer that may lead there or to a buffer
     uint32_t nUav = 0;
-    /// Of a parameter by value: its bytes are read where they are, in constant buffer 1.
-    bool bParameter = false;
+    unsigned nAlignment = 4; ///< what the address is a multiple of at least: 1, 2 or 4
     /// In an array of temps: the address is the index of a register, to which this distance in bytes is added.
     const STempArray* pArray = nullptr;
     uint64_t nArrayOffset = 0;
@@ -172,6 +171,8 @@ private:
     void StoreWords(const SPlace& place, uint64_t nOffset, llvm::ArrayRef<SWord> words);
     Words LoadRaw(const SPlace& place, unsigned nCount);
     Words LoadInline(const SPlace& place, unsigned nCount);
+    Words LoadInlineBetween(const SPlace& place, unsigned nCount);
+    Words LoadEither(const SPlace& place, unsigned nCount, llvm::function_ref<Words(const SPlace&)> load);
     std::string Mnemonic(const SPlace& place, const char* pszUav, const char* pszLocal) const;
 
     // SelectBlocks.cpp

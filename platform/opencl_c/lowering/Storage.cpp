@@ -80,6 +80,13 @@ uint32_t CStorage::GetConstant(const llvm::GlobalVariable& variable)
     return static_cast<uint32_t>(nStart);
 }
 
+std::vector<uint8_t> CStorage::GetConstants() const
+{
+    std::vector<uint8_t> vConstants = m_vConstants;
+    vConstants.resize(vConstants.size() + m_nBehindConstants);
+    return vConstants;
+}
+
 void CStorage::WriteInteger(uint64_t nValue, uint64_t nBytes, uint64_t nOffset)
 {
     for (uint64_t n = 0; n < nBytes; ++n)

@@ -39,7 +39,10 @@ public:
     const llvm::MapVector<const llvm::GlobalVariable*, uint32_t>& GetLocals() const { return m_mapLocal; }
     uint64_t GetLocalBytes() const { return m_nLocal; }
     uint64_t GetPrivateBytes() const { return m_nPrivate; }
-    const std::vector<uint8_t>& GetConstants() const { return m_vConstants; }
+    /// Who reads words at addresses in between reads one word more than it takes.
+    void KeepWordBehindConstants() { m_nBehindConstants = 4; }
+    /// The program's constants that are used.
+    std::vector<uint8_t> GetConstants() const;
 
 private:
     void WriteConstant(const llvm::Constant& value, uint64_t nOffset);
@@ -52,6 +55,7 @@ private:
     uint64_t m_nLocal = 0;
     uint64_t m_nPrivate = 0;
     std::vector<uint8_t> m_vConstants;
+    size_t m_nBehindConstants = 0;
 };
 
 } // namespace KestrelOpenCL
