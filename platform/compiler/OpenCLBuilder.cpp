@@ -24,7 +24,9 @@ SCompileJob MakeJob(std::string_view source, const SBuildOptions& options, const
 }
 
 /// What tells a build from all others, but for files on disk, which builds in the cache never read.
-std::string CacheKey(const char* pszCall, const SCompileJob& job)
+///
+/// \param vObjects of a link
+std::string CacheKey(const char* pszCall, const SCompileJob& job, const std::vector<std::string_view>& vObjects = {})
 {
     std::string strKey;
     const auto Add = [&strKey](std::string_view part)
@@ -41,6 +43,10 @@ std::string CacheKey(const char* pszCall, const SCompileJob& job)
         Add(header.strSource);
     }
     Add(job.strSource);
+    for (const std::string_view object : vObjects)
+    {
+        Add(object);
+    }
     return strKey;
 }
 
@@ -57,6 +63,58 @@ bool DependsOnTime(const SCompileJob& job)
     return bNames;
 }
 
+/// One build that may be in the cache.
+class CCachedBuild
+{
+public:
+    /// \param strKey empty for what isn't kept
+    explicit CCachedBuild(std::string strKey)
+        : m_Cache(CProgramCache::Default()), m_strKey(m_Cache.IsOn() ? std::move(strKey) : "")
+    {
+    }
+
+    bool FindProgram(const SDeviceTarget& target, SBuildResult& result) const
+    {
+        SCachedProgram cached;
+        if (m_strKey.empty() || !m_Cache.Find(m_strKey, cached))
+        {
+            return false;
+        }
+        result = BuildFromBinary(cached.vImage.data(), cached.vImage.size(), SBuildOptions(), target);
+        result.strLog = result.bOk ? cached.strLog : "";
+        return result.bOk;
+    }
+
+    bool FindObject(SBuildResult& result) const
+    {
+        SCachedProgram cached;
+        SObjectImage object;
+        std::string strFault;
+        if (m_strKey.empty() || !m_Cache.Find(m_strKey, cached) ||
+            !ReadObjectImage(cached.vImage.data(), cached.vImage.size(), object, strFault))
+        {
+            return false;
+        }
+        result.eType = object.eType;
+        result.strLog = cached.strLog;
+        result.pImage = std::make_shared<CProgramImage>(std::move(cached.vImage));
+        result.bOk = true;
+        return true;
+    }
+
+    void Store(const SBuildResult& result) const
+    {
+        if (result.bOk && !m_strKey.empty())
+        {
+            m_Cache.Store(m_strKey, {result.strLog, result.GetImage()});
+        }
+    }
+
+private:
+    const CProgramCache& m_Cache;
+    const std::string m_strKey;
+};
+
 /// Takes an object that was made for the result.
 void TakeObject(EImageType eType, std::string_view object, bool bDebug, SBuildResult& result)
 {
@@ -65,7 +123,7 @@ void TakeObject(EImageType eType, std::string_view object, bool bDebug, SBuildRe
     result.bOk = true;
 }
 
-/// Builds with the compiler, and tells whether the result depends on files.
+/// What each of the calls does without the cache.
 SBuildResult BuildWithCompiler(const SCompileJob& job, bool& bReadFiles)
 {
     SBuildResult result;
@@ -84,53 +142,24 @@ SBuildResult BuildWithCompiler(const SCompileJob& job, bool& bReadFiles)
     return BuildModule(module, job.options, job.target, result.strLog);
 }
 
-} // namespace
-
-SBuildResult BuildOpenCL(std::string_view source, const SBuildOptions& options, const SDeviceTarget& target,
-                         const std::vector<SSourceHeader>& vHeaders)
+SBuildResult CompileWithCompiler(const SCompileJob& job, bool& bReadFiles)
 {
-    const SCompileJob job = MakeJob(source, options, target, vHeaders);
-    const CProgramCache& cache = CProgramCache::Default();
-    const std::string strKey = cache.IsOn() && !DependsOnTime(job) ? CacheKey("build", job) : "";
-    SCachedProgram cached;
-    if (!strKey.empty() && cache.Find(strKey, cached))
-    {
-        SBuildResult result = BuildFromBinary(cached.vImage.data(), cached.vImage.size(), SBuildOptions(), target);
-        if (result.bOk)
-        {
-            result.strLog = cached.strLog;
-            return result;
-        }
-    }
-    bool bReadFiles = false;
-    SBuildResult result = BuildWithCompiler(job, bReadFiles);
-    if (result.bOk && !strKey.empty() && !bReadFiles)
-    {
-        cache.Store(strKey, {result.strLog, result.GetImage()});
-    }
-    return result;
-}
-
-SBuildResult CompileOpenCL(std::string_view source, const SBuildOptions& options, const SDeviceTarget& target,
-                           const std::vector<SSourceHeader>& vHeaders)
-{
+    SBuildResult result;
     std::string strFault;
     const IOpenCLCompiler* const pCompiler = OpenOpenCLCompiler(strFault);
     if (pCompiler == nullptr)
     {
         return Refused("error: " + strFault);
     }
-    SBuildResult result;
     std::string strObject;
-    if (pCompiler->Compile(MakeJob(source, options, target, vHeaders), strObject, result.strLog))
+    if (pCompiler->Compile(job, strObject, bReadFiles, result.strLog))
     {
-        TakeObject(EImageType::Object, strObject, options.bDebug, result);
+        TakeObject(EImageType::Object, strObject, job.options.bDebug, result);
     }
     return result;
 }
 
-SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, const SBuildOptions& options,
-                        const SDeviceTarget& target)
+SBuildResult LinkWithCompiler(SCompileJob job, const std::vector<std::string_view>& vObjects)
 {
     SBuildResult result;
     std::string strFault;
@@ -139,19 +168,7 @@ SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, co
     {
         return Refused("error: " + strFault);
     }
-    std::vector<std::string_view> vObjects;
-    SCompileJob job = MakeJob("", options, target, {});
-    for (const std::vector<char>* const pImage : vImages)
-    {
-        SObjectImage object;
-        if (!ReadObjectImage(pImage->data(), pImage->size(), object, strFault))
-        {
-            return Refused("error: " + strFault);
-        }
-        job.bDebug |= object.bDebug;
-        vObjects.push_back(object.object);
-    }
-    if (options.bCreateLibrary)
+    if (job.options.bCreateLibrary)
     {
         std::string strObject;
         if (pCompiler->LinkLibrary(job, vObjects, strObject, result.strLog))
@@ -166,7 +183,66 @@ SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, co
         return result;
     }
     job.options.bDebug = job.bDebug;
-    return BuildModule(module, job.options, target, result.strLog);
+    return BuildModule(module, job.options, job.target, result.strLog);
+}
+
+} // namespace
+
+SBuildResult BuildOpenCL(std::string_view source, const SBuildOptions& options, const SDeviceTarget& target,
+                         const std::vector<SSourceHeader>& vHeaders)
+{
+    const SCompileJob job = MakeJob(source, options, target, vHeaders);
+    const CCachedBuild cached(DependsOnTime(job) ? "" : CacheKey("build", job));
+    SBuildResult result;
+    if (!cached.FindProgram(target, result))
+    {
+        bool bReadFiles = false;
+        result = BuildWithCompiler(job, bReadFiles);
+        bReadFiles ? void() : cached.Store(result);
+    }
+    return result;
+}
+
+SBuildResult CompileOpenCL(std::string_view source, const SBuildOptions& options, const SDeviceTarget& target,
+                           const std::vector<SSourceHeader>& vHeaders)
+{
+    const SCompileJob job = MakeJob(source, options, target, vHeaders);
+    const CCachedBuild cached(DependsOnTime(job) ? "" : CacheKey("compile", job));
+    SBuildResult result;
+    if (!cached.FindObject(result))
+    {
+        bool bReadFiles = false;
+        result = CompileWithCompiler(job, bReadFiles);
+        bReadFiles ? void() : cached.Store(result);
+    }
+    return result;
+}
+
+SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, const SBuildOptions& options,
+                        const SDeviceTarget& target)
+{
+    std::vector<std::string_view> vObjects;
+    SCompileJob job = MakeJob("", options, target, {});
+    for (const std::vector<char>* const pImage : vImages)
+    {
+        SObjectImage object;
+        std::string strFault;
+        if (!ReadObjectImage(pImage->data(), pImage->size(), object, strFault))
+        {
+            return Refused("error: " + strFault);
+        }
+        job.bDebug |= object.bDebug;
+        vObjects.push_back(object.object);
+    }
+    // What the objects were made of is in them: a link depends on nothing else.
+    const CCachedBuild cached(CacheKey(job.bDebug ? "link -g" : "link", job, vObjects));
+    SBuildResult result;
+    if (!(options.bCreateLibrary ? cached.FindObject(result) : cached.FindProgram(target, result)))
+    {
+        result = LinkWithCompiler(job, vObjects);
+        cached.Store(result);
+    }
+    return result;
 }
 
 EImageType GetImageType(const char* pImage, size_t nSize)

@@ -34,7 +34,10 @@ public:
     virtual bool Build(const SCompileJob& job, SModule& module, std::string& strLog) const = 0;
 
     /// Compiles a source that others may be linked with.
-    virtual bool Compile(const SCompileJob& job, std::string& strObject, std::string& strLog) const = 0;
+    ///
+    /// \param bReadFiles receives whether it includes files from disk
+    virtual bool Compile(const SCompileJob& job, std::string& strObject, bool& bReadFiles,
+                         std::string& strLog) const = 0;
 
     /// Joins objects and libraries into one library.
     virtual bool LinkLibrary(const SCompileJob& job, const std::vector<std::string_view>& vObjects,

@@ -74,7 +74,7 @@ public:
             strLog);
     }
 
-    bool Compile(const SCompileJob& job, std::string& strObject, std::string& strLog) const override
+    bool Compile(const SCompileJob& job, std::string& strObject, bool& bReadFiles, std::string& strLog) const override
     {
         return RunGuarded(
             [&]
@@ -82,6 +82,7 @@ public:
                 llvm::LLVMContext context;
                 const std::unique_ptr<llvm::Module> pModule = CompileToIR(context, job, strLog);
                 strObject = pModule ? WriteObject(*pModule) : std::string();
+                bReadFiles = pModule && pModule->getNamedMetadata(s_pszReadFiles) != nullptr;
                 return pModule != nullptr;
             },
             strLog);
