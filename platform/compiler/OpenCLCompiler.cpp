@@ -9,7 +9,6 @@ namespace
 {
 
 const char* const s_pszLibrary = "libkestrel-opencl-c.so";
-const char* const s_pszFunction = "kestrelOpenCLCFrontEnd";
 
 /// The folder of the file that holds this function, with its "/" at the end.
 std::string OwnFolder()
@@ -31,17 +30,18 @@ struct SLibrary
 
 SLibrary OpenLibrary()
 {
-    using Function = const IOpenCLCompiler* (*)();
     SLibrary library;
     void* const hLibrary = dlopen((OwnFolder() + s_pszLibrary).c_str(), RTLD_NOW | RTLD_LOCAL);
-    void* const pFunction = hLibrary != nullptr ? dlsym(hLibrary, s_pszFunction) : nullptr;
+    void* const pFunction = hLibrary != nullptr ? dlsym(hLibrary, s_pszGetOpenCLCompiler) : nullptr;
     if (pFunction == nullptr)
     {
         const char* const pszFault = dlerror();
         library.strFault = "the compiler of OpenCL C can't be opened: " + std::string(pszFault ? pszFault : "");
         return library;
     }
-    library.pCompiler = reinterpret_cast<Function>(pFunction)();
+    const SCompilerInterface own;
+    library.pCompiler = reinterpret_cast<GetOpenCLCompiler>(pFunction)(&own);
+    library.strFault = library.pCompiler != nullptr ? "" : "the compiler of OpenCL C is of another version";
     return library;
 }
 

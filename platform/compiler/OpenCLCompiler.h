@@ -4,6 +4,7 @@
 #include "platform/compiler/FrontEnd.h"
 #include "platform/compiler/ProgramBuilder.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -47,6 +48,21 @@ public:
     virtual bool LinkProgram(const SCompileJob& job, const std::vector<std::string_view>& vObjects, SModule& module,
                              std::string& strLog) const = 0;
 };
+
+/// What a runtime and the library have to agree on: objects go from one to the other as they lie in memory.
+struct SCompilerInterface
+{
+    uint32_t nVersion = 2; ///< counts changes that no size tells of
+    uint32_t nCompilerEntries = 4;
+    uint32_t nJobBytes = sizeof(SCompileJob);
+    uint32_t nModuleBytes = sizeof(SModule);
+    uint32_t nKernelBytes = sizeof(SModuleKernel);
+    uint32_t nSectionBytes = sizeof(SDebugSection);
+};
+
+/// The library's one function. \return null if the runtime's interface is another than its own
+using GetOpenCLCompiler = const IOpenCLCompiler* (*)(const SCompilerInterface* pInterface);
+constexpr const char* s_pszGetOpenCLCompiler = "kestrelOpenCLCompiler";
 
 /// The compiler, from libkestrel-opencl-c.so in the folder of the library or program that this code is part of. Opened
 /// at the first call, for good. Any thread.

@@ -9,6 +9,8 @@
 #include <llvm/IR/Module.h>
 #include <llvm/Support/raw_ostream.h>
 
+#include <cstring>
+
 namespace KestrelOpenCL
 {
 namespace
@@ -121,9 +123,11 @@ public:
 } // namespace
 } // namespace KestrelOpenCL
 
-/// The library's one function. The compiler lives as long as the library.
-extern "C" __attribute__((visibility("default"))) const KestrelPlatform::IOpenCLCompiler* kestrelOpenCLCFrontEnd()
+/// See SCompilerInterface. The compiler lives as long as the library.
+extern "C" __attribute__((visibility("default"))) const KestrelPlatform::IOpenCLCompiler*
+kestrelOpenCLCompiler(const KestrelPlatform::SCompilerInterface* pInterface)
 {
     static const KestrelOpenCL::COpenCLCompiler s_Compiler;
-    return &s_Compiler;
+    const KestrelPlatform::SCompilerInterface own;
+    return std::memcmp(pInterface, &own, sizeof own) == 0 ? &s_Compiler : nullptr;
 }
