@@ -337,8 +337,12 @@ bool CSelector::SelectIntrinsic(const llvm::IntrinsicInst& call)
     case llvm::Intrinsic::smul_with_overflow:
     {
         const Words words = WithOverflow(call);
+        if (words.empty())
+        {
+            return false;
+        }
         Set(call, words);
-        return !words.empty();
+        return true;
     }
     case llvm::Intrinsic::memcpy:
     case llvm::Intrinsic::memcpy_inline:
