@@ -20,6 +20,7 @@ void FuzzMetadata(const uint8_t* pData, size_t nSize);    ///< a metadata block:
 void FuzzLaunch(const uint8_t* pData, size_t nSize);      ///< a launch file of the tool
 void FuzzProgram(const uint8_t* pData, size_t nSize);     ///< the software platform's compiler: source or binary
 void FuzzOpenCL(const uint8_t* pData, size_t nSize);      ///< the compiler of OpenCL C: source
+void FuzzLlvm(const uint8_t* pData, size_t nSize);        ///< the same, from a program of LLVM's intermediate code on
 void FuzzCommands(const uint8_t* pData, size_t nSize);    ///< command lines and expressions of the tool's prompt
 
 struct STarget
@@ -34,6 +35,7 @@ constexpr STarget s_Targets[] = {
     {"assemble", FuzzAssemble}, {"metadata", FuzzMetadata},
     {"launch", FuzzLaunch},     {"program", FuzzProgram},
     {"opencl", FuzzOpenCL},     {"commands", FuzzCommands},
+    {"llvm", FuzzLlvm},
 };
 
 /// What Require prints as the input that it happened with; empty for none.

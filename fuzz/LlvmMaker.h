@@ -1,0 +1,20 @@
+#ifndef KESTREL_FUZZ_LLVMMAKER_H
+#define KESTREL_FUZZ_LLVMMAKER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace KestrelFuzz
+{
+
+/// Makes a program of LLVM's intermediate code of any bytes: a kernel with any flow between its blocks, over values of
+/// many types. It is valid by LLVM's rules, whatever the bytes are.
+///
+/// \param b64BitAddresses for which of the two targets
+/// \return the program as bitcode
+std::string MakeLlvmObject(const uint8_t* pData, size_t nSize, bool b64BitAddresses);
+
+} // namespace KestrelFuzz
+
+#endif
