@@ -305,7 +305,8 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
     return !bAtTarget || EndAtTarget(pass, instruction);
 }
 
-/// Writes the target if it takes effect before the registers are read: a store without a destination doesn't.
+/// Writes the target if it takes effect before the registers are read: a store without a destination doesn't, except
+/// for the passes before in a loop.
 void CInstrumentedShaderIL::PatchTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction)
 {
     if (instruction.GetDestRegType() == IL_REGTYPE_OUTPUT)
@@ -314,7 +315,8 @@ void CInstrumentedShaderIL::PatchTarget(SPass& pass, const CShaderDebuggerInstru
         return;
     }
 
-    if (instruction.GetOpCode() == IL_OP_MACROCALL || IsPrivateUAVWrite(instruction) || instruction.HasDestReg())
+    if (instruction.GetOpCode() == IL_OP_MACROCALL || IsPrivateUAVWrite(instruction) || instruction.HasDestReg() ||
+        LoopWith(pass.cut.pc.m_nPos) != nullptr)
     {
         instruction.WriteInstruction(pass.dest);
     }

@@ -43,6 +43,14 @@ const std::vector<std::string> s_Pass = {"whileloop 11111111",       "iadd 11111
 const std::vector<std::string> s_LastPass = {"whileloop 11111111", "iadd 11111111", "uge 11111111",
                                              "break_logicalnz 00000000", "endloop 11111111"};
 
+const std::vector<std::string> s_StoringPass = {"whileloop 11111111",
+                                                "iadd 11111111",
+                                                "uge 11111111",
+                                                "break_logicalnz 11111111",
+                                                "uav_raw_load_id 11111111",
+                                                "uav_raw_store_id 11111111",
+                                                "iadd 11111111"};
+
 std::vector<std::string> Join(const std::vector<std::vector<std::string>>& vParts)
 {
     std::vector<std::string> vAll;
@@ -145,6 +153,13 @@ const SCase s_Cases[] = {
            {"iadd 11110000", "else 00001111", "ret 00001111", "endif 11110000", "whileloop 11110000", "iadd 11110000",
             "uge 11110000", "break_logicalnz 00000000", "endloop 11110000", "iadd 11110000", "ret 11110000"}}),
      {{"r4", {2, 2, 2, 2, 1, 1, 1, 1}}, {"r7", {1, 1, 1, 1, 0, 0, 0, 0}}},
+     ""},
+    {"AStoreThatALaterPassReads",
+     "whileloop\niadd r4.x, r4.x, l1.w\nuge r5.x, r4.x, l1.z\nbreak_logicalnz r5.x\n"
+     "uav_raw_load_id(10)_addr64 r6.x, r2.xy\nuav_raw_store_id(10)_addr64 mem0.x, r2.xy, r4.x\n"
+     "iadd r7.x, r7.x, r6.x\nendloop\n",
+     Join({s_StoringPass, s_StoringPass, s_LastPass, {"ret 11111111"}}),
+     {{"r6", {1, 1, 1, 1, 1, 1, 1, 1}}, {"r7", {1, 1, 1, 1, 1, 1, 1, 1}}},
      ""},
     {"AReturnInALaterPass",
      "whileloop\niadd r4.x, r4.x, l1.w\nuge r5.x, r4.x, l1.z\nbreak_logicalnz r5.x\nult r5.x, r0.x, r4.x\n"
@@ -296,8 +311,7 @@ protected:
 
     /// What each step shows.
     /// \param pvStops  receives it in words, without the stops of the frame
-    /// \param pLines  receives the lines in front of which there were stops. A run passes over the other lines of a
-    ///        block with it
+    /// \param pLines  receives the lines in front of which there were stops
     static std::vector<SSnapshot> Step(std::vector<std::string>* pvStops, std::set<unsigned int>* pLines = nullptr)
     {
         std::vector<SSnapshot> vShown;
@@ -306,9 +320,7 @@ protected:
                                [&](CSession& session)
                                {
                                    vShown.emplace_back(session);
-                                   const std::string strNext = session.GetListing().GetMnemonic(session.GetNextLine());
-                                   if (pLines != nullptr && strNext != "else" && strNext != "whileloop" &&
-                                       strNext.compare(0, 3, "end") != 0)
+                                   if (pLines != nullptr)
                                    {
                                        pLines->insert(session.GetNextLine());
                                    }
