@@ -333,8 +333,8 @@ extern "C"
     /**
      * At STARTED and HALTED: sets a breakpoint on a line, or on the first of the lookAhead lines behind it that
      * can hold one.
-     * A continue passes over a block without a breakpoint inside as a whole. So one on the line that divides or ends
-     * a block (else, endif, endloop, endswitch) is only met if another lies inside that block, or by steps.
+     * A continue passes over a block without a breakpoint as a whole. One on the line that divides or ends a block
+     * (else, endif, endloop, endswitch) or begins a later pass of a loop is met as by steps.
      * \param actualPC  receives the line taken; may be null
      * \return OVKCLDEBUG_ERROR_OPERATION_FAILED if none of the lines can hold a breakpoint
      */

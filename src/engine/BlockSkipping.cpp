@@ -8,8 +8,9 @@
 namespace OVK_ShaderDebugger
 {
 
-/// Whether the block that an instruction opens or divides holds a breakpoint. Its first and last line don't count:
-/// they are caught when the position comes to them. Without a construct the caller has to step.
+/// Whether a run has to walk through the block, or the part of an if, that an instruction opens: there is a breakpoint
+/// inside, at the head of a loop, to which later passes come, or at the end of a switch. Without a construct the caller
+/// has to step.
 bool CShaderDebuggerShaderIL::HasBreakpointInFlowControlBlock(const CIL_FCConstruct* pFlowControl,
                                                               InstructionNumber inst)
 {
@@ -21,13 +22,16 @@ bool CShaderDebuggerShaderIL::HasBreakpointInFlowControlBlock(const CIL_FCConstr
     {
         return SD_AssertText(GetHost(), inst == pLoop->GetStart() || inst == pLoop->GetEnd(),
                              "Not at while or endloop") &&
-               HasBreakpointBetween(pLoop->GetStart(), pLoop->GetEnd());
+               (HasBreakpointBetween(pLoop->GetStart(), pLoop->GetEnd()) ||
+                (inst == pLoop->GetStart() && GetDebugger()->HasBreakPointAtInstructionNumber(inst)));
     }
     if (const CIL_Switch* pSwitch = pFlowControl->AsSwitch())
     {
         return SD_AssertText(GetHost(), inst == pSwitch->GetStart() || inst == pSwitch->GetEnd(),
                              "Not at switch or endswitch") &&
-               inst == pSwitch->GetStart() && HasBreakpointBetween(pSwitch->GetStart(), pSwitch->GetEnd());
+               inst == pSwitch->GetStart() &&
+               (HasBreakpointBetween(pSwitch->GetStart(), pSwitch->GetEnd()) ||
+                GetDebugger()->HasBreakPointAtInstructionNumber(pSwitch->GetEnd()));
     }
     const CIL_IfElseEndif* pIf = pFlowControl->AsIfElseEndif();
     if (!SD_AssertText(GetHost(), pIf != nullptr, "Bad flow control type"))
@@ -209,7 +213,9 @@ bool CShaderDebuggerShaderIL::DescribeSkip(const CIL_IfElseEndif& block, Instruc
         return true;
     }
     skip.vRegisters = block.GetRegistersInIf();
-    if (HasBreakpointInFlowControlBlock(&block, block.GetElse()))
+    if (HasBreakpointInFlowControlBlock(&block, block.GetElse()) ||
+        GetDebugger()->HasBreakPointAtInstructionNumber(block.GetElse()) ||
+        GetDebugger()->HasBreakPointAtInstructionNumber(block.GetEndIf()))
     {
         skip.nBlockEnd = block.GetElse() - 1;
         skip.bReadBefore = true;

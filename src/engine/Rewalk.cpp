@@ -44,10 +44,17 @@ bool CShaderDebuggerShaderIL::IsBefore(const SPosition& lhs, const SPosition& rh
     return lhs.callStack.size() > rhs.callStack.size();
 }
 
-/// Steps until the position goes on at a place, or behind it if nobody comes to it.
+/// Steps until the position goes on at a place, or behind it if nobody comes to it. What the present stop is still to
+/// execute stays so if that takes no step.
 bool CShaderDebuggerShaderIL::StepTo(const SPosition& target)
 {
     ShowPresent();
+    return StepOnTo(target);
+}
+
+/// The same from a place that nobody looks at.
+bool CShaderDebuggerShaderIL::StepOnTo(const SPosition& target)
+{
     bool bMoved = true;
     while (bMoved && IsBefore({m_nNextInstruction, m_CallStack}, target))
     {
@@ -56,23 +63,23 @@ bool CShaderDebuggerShaderIL::StepTo(const SPosition& target)
             continue;
         }
         bMoved = bMoved && StepAsm() && Execute(true);
+        m_ExecuteList.clear();
         if (bMoved)
         {
             m_Stops.back().bShown = true;
             bMoved = PostStepAsm();
         }
     }
-    m_ExecuteList.clear();
     return bMoved;
 }
 
-/// In front of a loop's first pass, goes to the pass in which the instruction in front of the target is executed.
+/// In front of a pass of a loop, goes to the one in which the instruction in front of the target is executed.
 /// \param[out] bGood  false if reading failed there; else unchanged
-/// \return false, with nothing changed, if that is the first pass
+/// \return false, with nothing changed, if that is no later pass
 bool CShaderDebuggerShaderIL::LeapTo(const SPosition& target, bool& bGood)
 {
     const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(ConstructOf(m_nNextInstruction.m_nPos));
-    if (pLoop == nullptr || !IsInnermostLoop(*pLoop) || m_nNextInstruction.m_LoopStack.back().nLoopIteration != 0)
+    if (pLoop == nullptr || !IsInnermostLoop(*pLoop))
     {
         return false;
     }
@@ -95,11 +102,12 @@ bool CShaderDebuggerShaderIL::LeapTo(const SPosition& target, bool& bGood)
         nPass = inLoop.GetLoopState(pLoop->GetStart(), state) ? state.nLoopIteration : 0;
         nPass -= nPass != 0 && inLoop.m_nPos == pLoop->GetStart() && nTargetCalls == nCalls ? 1 : 0;
     }
-    if (nPass != 0)
+    const bool bLater = nPass > m_nNextInstruction.m_LoopStack.back().nLoopIteration;
+    if (bLater)
     {
         bGood = Leap(*pLoop, end.pc, nPass);
     }
-    return nPass != 0;
+    return bLater;
 }
 
 /// Makes the head of a later pass the current instruction.
@@ -158,6 +166,7 @@ bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& e
     }
     m_ExecuteList.assign(1, atHead);
     bRead = Execute(true) && bRead;
+    m_ExecuteList.clear();
     m_Stops.back().bShown = true;
     return bRead && PostStepAsm();
 }
@@ -190,7 +199,7 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::FindLastVisit(const SPosi
     }
     if (vFree.empty())
     {
-        return GetCount(pc, what.callStack).value_or(0) != 0 ? std::optional<ProgramCounter>(pc) : std::nullopt;
+        return IsVisited({pc, what.callStack}) ? std::optional<ProgramCounter>(pc) : std::nullopt;
     }
     const size_t nOutermost = pc.m_LoopStack.size() - vFree.size();
     if (nBeforePass.has_value())
@@ -198,6 +207,25 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::FindLastVisit(const SPosi
         pc.m_LoopStack[nOutermost].nLoopIteration = *nBeforePass - 1;
     }
     return ReadLastVisit({pc, what.callStack}, vFree);
+}
+
+/// What a run has to read in front of an instruction, besides behind it, to tell who comes there: nobody may go on
+/// behind a jump or into an if, and who comes to an else out of the first part doesn't go into the second.
+std::set<InstructionNumber> CShaderDebuggerShaderIL::LeavingAt(InstructionNumber nInst) const
+{
+    const ILOpCode op = OpCodeAt(nInst);
+    return IsJump(op) || IsIf(op) || op == IL_OP_ELSE ? std::set<InstructionNumber>{nInst}
+                                                      : std::set<InstructionNumber>();
+}
+
+bool CShaderDebuggerShaderIL::IsVisited(const SPosition& what)
+{
+    const std::set<InstructionNumber> leaving = LeavingAt(what.pc.m_nPos);
+    std::unique_ptr<CShaderDebuggerBuffer> pResult;
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMask;
+    return leaving.empty() ? GetCount(what.pc, what.callStack).value_or(0) != 0
+                           : Capture({what.pc, what.callStack, g_Reg_NULL, leaving}, pResult, pExecMask) &&
+                                 pExecMask->GetActiveItemCount(0) != 0;
 }
 
 std::optional<ProgramCounter> CShaderDebuggerShaderIL::ReadLastVisit(const SPosition& what,
@@ -210,7 +238,8 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::ReadLastVisit(const SPosi
     {
         const Register counter(RT_Temp, pLoop->GetCountRegister(), COMP_All);
         if (mapCounters.count(pLoop->GetCountRegister()) == 0 &&
-            !Capture({what.pc, what.callStack, counter, {}}, mapCounters[pLoop->GetCountRegister()], pExecMask))
+            !Capture({what.pc, what.callStack, counter, LeavingAt(what.pc.m_nPos)},
+                     mapCounters[pLoop->GetCountRegister()], pExecMask))
         {
             return std::nullopt;
         }
@@ -290,17 +319,14 @@ std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindP
     return last;
 }
 
-/// The instructions of a function or macro with a breakpoint, and its calls of functions that hold one. Those that
-/// divide or end a block or begin a pass are passed over with it, as on the way forward.
+/// The instructions of a function or macro with a breakpoint, and its calls of functions that hold one.
 std::set<InstructionNumber> CShaderDebuggerShaderIL::FindBreakpointsIn(InstructionNumber nBody) const
 {
     std::set<InstructionNumber> found;
     for (InstructionNumber n = nBody; n < EndOfBody(nBody); ++n)
     {
         const std::set<InstructionNumber> called = FindCalled(n, n + 1);
-        const ILOpCode op = OpCodeAt(n);
-        const bool bInside = !ILShaderUtils::IsFlowControlBlockOp(op) || IsIf(op) || op == IL_OP_SWITCH;
-        if ((bInside && GetDebugger()->HasBreakPointAtInstructionNumber(n)) ||
+        if (GetDebugger()->HasBreakPointAtInstructionNumber(n) ||
             std::any_of(called.begin(), called.end(),
                         [this](InstructionNumber c) { return GetDebugger()->HasBreakPointAtInstructionNumber(c); }))
         {

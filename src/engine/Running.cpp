@@ -59,7 +59,32 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne(RegPCMap& regPCM
     {
         return WalkInstruction(regPCMap);
     }
+    const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(pBlock);
+    if (bSkips && pLoop != nullptr && nPos == pLoop->GetStart() &&
+        GetDebugger()->HasBreakPointAtInstructionNumber(pLoop->GetEnd()))
+    {
+        return WalkThroughLoop(regPCMap, *pLoop);
+    }
     return bSkips ? SkipBlock(regPCMap, pBlock) : WalkFlowControl(regPCMap);
+}
+
+/// Through a loop with a breakpoint at its end only: whoever leaves it last tells what a stop there shows. So the last
+/// pass is stepped through.
+CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkThroughLoop(RegPCMap& regPCMap, const CIL_Loop& loop)
+{
+    const ProgramCounter next = m_nNextInstruction;
+    ReadSkipped(regPCMap, true);
+    if (m_nNextInstruction == next)
+    {
+        SPosition end = {m_nNextInstruction, m_CallStack};
+        end.pc.m_LoopStack.pop_back();
+        end.pc.m_nPos = loop.GetEnd();
+        if (!StepOnTo(end) && m_nNextInstruction.m_nPos < m_nEndOfShader)
+        {
+            return EWalk::Failed;
+        }
+    }
+    return m_nNextInstruction.m_nPos < m_nEndOfShader ? EWalk::Moved : EWalk::End;
 }
 
 /// An instruction that leaves the mask alone: nothing runs, and as many are active behind it as in front of it.

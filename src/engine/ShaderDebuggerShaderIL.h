@@ -218,10 +218,13 @@ private:
     // Steps through what was passed over (Rewalk.cpp).
     static bool IsBefore(const SPosition& lhs, const SPosition& rhs);
     bool StepTo(const SPosition& target);
+    bool StepOnTo(const SPosition& target);
     bool LeapTo(const SPosition& target, bool& bGood);
     bool Leap(const CIL_Loop& loop, const ProgramCounter& end, unsigned int nPass);
     std::optional<ProgramCounter> FindLastVisit(const SPosition& what, const ProgramCounter& around,
                                                 std::optional<unsigned int> nBeforePass);
+    std::set<InstructionNumber> LeavingAt(InstructionNumber nInst) const;
+    bool IsVisited(const SPosition& what);
     std::optional<ProgramCounter> ReadLastVisit(const SPosition& what, const std::vector<const CIL_Loop*>& vFree);
     std::optional<SPosition> FindPassedBreakpoint(size_t nStop);
     std::set<InstructionNumber> FindBreakpointsIn(InstructionNumber nBody) const;
@@ -234,6 +237,7 @@ private:
     EWalk WalkOne(RegPCMap& regPCMap);
     EWalk WalkInstruction(RegPCMap& regPCMap);
     EWalk WalkFlowControl(RegPCMap& regPCMap);
+    EWalk WalkThroughLoop(RegPCMap& regPCMap, const CIL_Loop& loop);
     EWalk SkipBlock(RegPCMap& regPCMap, const CIL_FCConstruct* pFlowControl);
     void AddWrittenBy(const std::set<InstructionNumber>& instructions, std::vector<Register>& vRegisters);
     static void AddNew(const std::vector<Register>& vNew, std::vector<Register>& vRegisters);

@@ -284,21 +284,36 @@ TEST(Breakpoints, InABlockThatNobodyEntersNoStopComes)
     EXPECT_THAT(vStops[0].vValues, ElementsAre(4, 4, 4, 4, 4, 4, 4, 4));
 }
 
-TEST(Breakpoints, OnTheLinesOfABlockItselfOnlyTheFirstIsMet)
+TEST(Breakpoints, OnTheLinesOfABlockItselfAllAreMet)
 {
     const SLaunchFile file = MakeSmallKernel(s_strIf + s_strStore, s_szLiterals);
     const std::vector<SRunStop> vStops = RunThrough(file, {{"if_logicalnz r4.x", "else", "endif"}, "r3", {}});
-    ASSERT_EQ(vStops.size(), 1u);
+    ASSERT_EQ(vStops.size(), 3u);
     EXPECT_EQ(vStops[0].strNextLine, "if_logicalnz r4.x");
     EXPECT_THAT(vStops[0].vValues, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
+    EXPECT_EQ(vStops[1].strNextLine, "else");
+    EXPECT_THAT(vStops[1].vValues, ElementsAre(2, 3, 4, 5, -1, -1, -1, -1));
+    EXPECT_EQ(vStops[2].strNextLine, "endif");
+    EXPECT_THAT(vStops[2].vValues, ElementsAre(-1, -1, -1, -1, 2, 3, 4, 5));
+}
 
-    // Once the block has to be entered for another line, they are met as well.
-    std::vector<std::string> vLines;
-    for (const SRunStop& stop : RunThrough(file, {{"mov r5.x, r3.x", "else", "endif"}, "r3", {}}))
-    {
-        vLines.push_back(stop.strNextLine);
-    }
-    EXPECT_THAT(vLines, ElementsAre("mov r5.x, r3.x", "else", "endif"));
+TEST(Breakpoints, AtTheEndOfALoopOnlyTheLastPassIsSteppedThrough)
+{
+    const SLaunchFile file = MakeSmallKernel("mov r3.x, r0.x\n"
+                                             "mov r4.x, l0.z\n"
+                                             "whileloop\n"
+                                             "ige r5.x, r4.x, l1.z\n"
+                                             "break_logicalnz r5.x\n"
+                                             "iadd r4.x, r4.x, l0.y\n"
+                                             "endloop\n" +
+                                                 s_strStore,
+                                             s_szLiterals);
+    const std::vector<SRunStop> vStops = RunThrough(file, {{"endloop", s_strStoreLine}, "r4", {}});
+    ASSERT_EQ(vStops.size(), 2u);
+    EXPECT_EQ(vStops[0].strNextLine, "endloop");
+    EXPECT_THAT(vStops[0].vValues, testing::Each(-1)) << "all have left by the break";
+    EXPECT_LT(vStops[0].nRuns, 30u);
+    EXPECT_THAT(vStops[1].vValues, testing::Each(1000000));
 }
 
 TEST(Breakpoints, InACalledFunction)

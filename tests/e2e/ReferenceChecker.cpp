@@ -16,6 +16,7 @@ namespace
 
 const size_t s_nMaxFindings = 6;
 const size_t s_nMaxHalts = 6000;
+const size_t s_nMaxTurns = 8;
 const uint64_t s_nPageSize = 4096;
 
 /// Registers that hold addresses of the buffer in x and y.
@@ -117,10 +118,10 @@ ovkclDebugCommand CReferenceChecker::OnStarted(CSession& session)
     }
     entry.nNextLine = session.GetListing().GetNextInstruction(session.GetListing().GetEntry());
     m_vStops.push_back(entry);
-    return Answer();
+    return Answer(session);
 }
 
-ovkclDebugCommand CReferenceChecker::Answer()
+ovkclDebugCommand CReferenceChecker::Answer(const CSession& session)
 {
     if (m_bLost || m_nHalts >= s_nMaxHalts)
     {
@@ -129,7 +130,7 @@ ovkclDebugCommand CReferenceChecker::Answer()
     }
     if (!m_Plan.setLines.empty())
     {
-        return m_Answered = OVKCLDEBUG_COMMAND_CONTINUE;
+        return m_Answered = AnswerRun(session);
     }
     // The entry is no stop, so nothing goes back behind the first one.
     if (m_nBack == 0 && m_vStops.size() > 3 && m_Engine() % 100 < m_Plan.nBackPercent)
@@ -139,6 +140,24 @@ ovkclDebugCommand CReferenceChecker::Answer()
     m_Answered =
         m_nBack != 0 ? static_cast<ovkclDebugCommand>(OVKCLDEBUG_COMMAND_EXT_STEP_BACK) : OVKCLDEBUG_COMMAND_STEP;
     return m_Answered;
+}
+
+/// Runs on, or back: to the instruction in front, or to a breakpoint on one of those that a run may have passed over.
+ovkclDebugCommand CReferenceChecker::AnswerRun(const CSession& session)
+{
+    if (m_nRunAt < 2 || m_nTurns == s_nMaxTurns || m_Engine() % 100 >= m_Plan.nBackPercent)
+    {
+        return OVKCLDEBUG_COMMAND_CONTINUE;
+    }
+    ++m_nTurns;
+    const size_t nFar = m_Engine() % std::min<size_t>(m_nRunAt - 1, 20);
+    m_nBackTo = m_Engine() % 2 != 0 ? m_Plan.vStops[m_nRunAt - 1 - nFar].nNextLine : 0;
+    if (m_nBackTo == 0)
+    {
+        return static_cast<ovkclDebugCommand>(OVKCLDEBUG_COMMAND_EXT_STEP_BACK);
+    }
+    GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), m_nBackTo, 0, nullptr);
+    return static_cast<ovkclDebugCommand>(OVKCLDEBUG_COMMAND_EXT_RUN_BACK);
 }
 
 ovkclDebugCommand CReferenceChecker::OnHalted(CSession& session)
@@ -152,7 +171,7 @@ ovkclDebugCommand CReferenceChecker::OnHalted(CSession& session)
     {
         m_bLost = true;
     }
-    return Answer();
+    return Answer(session);
 }
 
 bool CReferenceChecker::Arrive(CSession& session)
@@ -164,6 +183,10 @@ bool CReferenceChecker::Arrive(CSession& session)
     if (m_Answered == OVKCLDEBUG_COMMAND_STEP)
     {
         return ArriveByStep(session);
+    }
+    if (!m_Plan.setLines.empty())
+    {
+        return ArriveAgain(session);
     }
     --m_nBack;
     m_vStops.pop_back();
@@ -223,6 +246,30 @@ bool CReferenceChecker::ArriveByRun(CSession& session)
         return false;
     }
     m_nRunAt = *nNext;
+    m_vStops.assign(1, m_Plan.vStops[m_nRunAt]);
+    return true;
+}
+
+/// With breakpoints, a place in front of the last one.
+bool CReferenceChecker::ArriveAgain(const CSession& session)
+{
+    size_t n = m_nRunAt - 1;
+    while (m_nBackTo != 0 && m_Plan.vStops[n].nNextLine != m_nBackTo &&
+           m_Plan.setLines.count(m_Plan.vStops[n].nNextLine) == 0)
+    {
+        --n;
+    }
+    if (session.GetNextLine() != m_Plan.vStops[n].nNextLine)
+    {
+        Report("goes back in front of line " + std::to_string(session.GetNextLine()) + ", not of " +
+               std::to_string(m_Plan.vStops[n].nNextLine) + ", for a breakpoint on " + std::to_string(m_nBackTo));
+        return false;
+    }
+    if (m_Plan.setLines.count(m_nBackTo) == 0)
+    {
+        GetDebugFunctions().ovkclDebugClearBreakpoint(session.GetContext(), m_nBackTo);
+    }
+    m_nRunAt = n;
     m_vStops.assign(1, m_Plan.vStops[m_nRunAt]);
     return true;
 }

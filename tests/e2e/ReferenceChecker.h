@@ -15,7 +15,7 @@ namespace KestrelTest
 
 /// Steps a kernel to its end, goes back now and then, and holds every stop against the reference machine: the place,
 /// the mask, every register of every work-item, private, local and global memory. With breakpoints it runs from one to
-/// the next, along the stops of an earlier session that stepped.
+/// the next, along the stops of an earlier session that stepped, and back, to what the run has passed over.
 class CReferenceChecker : public KestrelTool::ISessionClient
 {
 public:
@@ -29,7 +29,7 @@ public:
     struct SPlan
     {
         bool b64Bit = true;
-        unsigned int nBackPercent = 0;     ///< how often some steps are taken back
+        unsigned int nBackPercent = 0;     ///< how often it goes back
         std::vector<SStop> vStops;         ///< of a stepping session; for one with breakpoints
         std::set<unsigned int> setLines;   ///< with a breakpoint; none: single steps
         std::vector<std::string> vTracked; ///< registers kept up to date, r2 among them; all if empty
@@ -49,10 +49,12 @@ public:
     bool IsFinished() const { return m_bFinished; }
 
 private:
-    ovkclDebugCommand Answer();
+    ovkclDebugCommand Answer(const KestrelTool::CSession& session);
+    ovkclDebugCommand AnswerRun(const KestrelTool::CSession& session);
     bool Arrive(KestrelTool::CSession& session);
     bool ArriveByStep(KestrelTool::CSession& session);
     bool ArriveByRun(KestrelTool::CSession& session);
+    bool ArriveAgain(const KestrelTool::CSession& session);
     std::optional<size_t> FindNextRun() const;
     bool IsExpected(size_t nMoment) const;
     void Check(KestrelTool::CSession& session);
@@ -74,7 +76,9 @@ private:
     size_t m_nBack = 0;            ///< steps back still to be taken
     ovkclDebugCommand m_Answered = OVKCLDEBUG_COMMAND_STEP;
     size_t m_nHalts = 0;
-    size_t m_nRunAt = 0; ///< with breakpoints: one behind the last stop, as the plan counts them
+    size_t m_nRunAt = 0;        ///< with breakpoints: the last stop, as the plan counts them
+    size_t m_nTurns = 0;        ///< how often a run has been followed by one back
+    unsigned int m_nBackTo = 0; ///< a breakpoint for a run back; 0 for a step back
     bool m_bLost = false;
     bool m_bFinished = false;
     std::vector<std::string> m_vFindings;

@@ -34,15 +34,6 @@ uint32_t FromEnvironment(const char* pszName, uint32_t nDefault)
     return pszValue != nullptr ? static_cast<uint32_t>(std::strtoul(pszValue, nullptr, 10)) : nDefault;
 }
 
-/// Instructions without flow control.
-bool IsPlain(const std::string& strName)
-{
-    static const char* const s_Words[] = {"if",   "else",    "end",  "while", "break", "continue", "switch",
-                                          "case", "default", "call", "mcall", "ret",   "func"};
-    return std::none_of(std::begin(s_Words), std::end(s_Words),
-                        [&](const char* pszWord) { return strName.rfind(pszWord, 0) == 0; });
-}
-
 struct SFamily
 {
     const char* pszName;
@@ -119,23 +110,13 @@ std::vector<std::string> Debug(const SPlainRun& plain, CReferenceChecker& checke
     return vFindings;
 }
 
-/// Some of the lines on which stops without flow control lie in front.
-std::set<unsigned int> ChooseLines(const SPlainRun& plain, const std::vector<CReferenceChecker::SStop>& vStops,
-                                   std::mt19937& engine)
+/// Some of the lines in front of which there were stops.
+std::set<unsigned int> ChooseLines(const std::vector<CReferenceChecker::SStop>& vStops, std::mt19937& engine)
 {
-    std::vector<unsigned int> vLines;
-    for (size_t n = 0; n + 1 < vStops.size(); ++n)
-    {
-        const SMoment& next = plain.pRun->GetMoments()[vStops[n + 1].nMoment].moment;
-        if (IsPlain(next.strName))
-        {
-            vLines.push_back(vStops[n].nNextLine);
-        }
-    }
     std::set<unsigned int> setLines;
-    for (size_t i = 0; i < 1 + engine() % 4 && !vLines.empty(); ++i)
+    for (size_t i = 0; i < 1 + engine() % 4 && vStops.size() > 1; ++i)
     {
-        setLines.insert(vLines[engine() % vLines.size()]);
+        setLines.insert(vStops[engine() % (vStops.size() - 1)].nNextLine);
     }
     return setLines;
 }
@@ -173,9 +154,9 @@ std::vector<std::string> CheckStops(const SLaunchFile& file, uint32_t nSeed, STo
     {
         return vFindings;
     }
-    plan.nBackPercent = 0;
+    plan.nBackPercent = FromEnvironment("KESTREL_BACK", 1) != 0 && nSeed % 2 != 0 ? 25 : 0;
     plan.vStops = steps.GetStops();
-    plan.setLines = ChooseLines(plain, plan.vStops, engine);
+    plan.setLines = ChooseLines(plan.vStops, engine);
     if (plan.setLines.empty() || FromEnvironment("KESTREL_RUNS", 1) == 0)
     {
         return {};
@@ -211,9 +192,9 @@ std::string Join(const std::vector<std::string>& vTexts)
 /// What sort of finding a text tells of, so that a kernel that is made small keeps its fault.
 std::string GetKind(const std::string& strFinding)
 {
-    static const char* const s_Kinds[] = {"plain run",     "stops at",     "the mask", "reads",
-                                          "no value",      "runs to",      "ends",     "private memory",
-                                          "global memory", "local memory", "outputs"};
+    static const char* const s_Kinds[] = {"plain run",     "stops at",     "the mask",  "reads",
+                                          "no value",      "runs to",      "ends",      "private memory",
+                                          "global memory", "local memory", "goes back", "outputs"};
     const auto it = std::find_if(std::begin(s_Kinds), std::end(s_Kinds),
                                  [&](const char* pszKind) { return strFinding.find(pszKind) != std::string::npos; });
     return it != std::end(s_Kinds) ? *it : "";

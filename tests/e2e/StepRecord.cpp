@@ -184,11 +184,15 @@ std::optional<uint32_t> CStepRecord::GetSkipEnd(uint32_t nInstruction, const std
 {
     for (const SBlock& block : m_vBlocks)
     {
-        const bool bFirst = IsMarkedWithin(block.nStart, block.nMiddle, setMarked);
+        const bool bIf = StartsWith(m_pStructure->GetMnemonic(block.nStart), "if");
+        const bool bLoop = m_pStructure->GetLoopEnd(block.nStart) == block.nEnd;
+        const bool bAtEnd = setMarked.count(block.nEnd) != 0;
+        const bool bFirst = IsMarkedWithin(block.nStart, block.nMiddle, setMarked) ||
+                            (bLoop && setMarked.count(block.nStart) != 0) || (!bIf && bAtEnd);
         const bool bSecond = block.nMiddle != block.nEnd && IsMarkedWithin(block.nMiddle, block.nEnd, setMarked);
         if (nInstruction == block.nStart && !bFirst)
         {
-            return bSecond ? block.nMiddle - 1 : block.nEnd;
+            return bSecond || bAtEnd || setMarked.count(block.nMiddle) != 0 ? block.nMiddle - 1 : block.nEnd;
         }
         if (nInstruction == block.nMiddle && nInstruction != block.nEnd && !bSecond)
         {
