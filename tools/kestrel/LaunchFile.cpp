@@ -308,6 +308,13 @@ const char* NameChannelType(uint32_t nType)
     return NameOf(s_Channels, &SChannelType::nType, nType);
 }
 
+const SElementType* FindChannelElement(uint32_t nType)
+{
+    const auto* const pChannel = std::find_if(std::begin(s_Channels), std::end(s_Channels),
+                                              [&](const SChannelType& channel) { return channel.nType == nType; });
+    return pChannel != std::end(s_Channels) ? FindElementType(pChannel->pszElement) : nullptr;
+}
+
 const char* NameImageShape(uint32_t nImageType)
 {
     return NameOf(s_Shapes, &SNamedNumber::nNumber, nImageType);

@@ -66,6 +66,8 @@ struct SNamedNumber
 /// that it has no name for.
 const char* NameChannelOrder(uint32_t nOrder);
 const char* NameChannelType(uint32_t nType);
+/// The elements that an image with such channels is described by; null for a number that isn't known.
+const SElementType* FindChannelElement(uint32_t nType);
 const char* NameImageShape(uint32_t nImageType);
 const char* NameAddressing(uint32_t nAddressing);
 const char* NameFilter(uint32_t nFilter);

@@ -12,6 +12,7 @@
 #include "tools/kestrel/convert/ProgramBuild.h"
 #include "tools/kestrel/convert/Tokens.h"
 #include "tools/kestrel/debug/Outcome.h"
+#include "tools/kestrel/program/Capture.h"
 
 #include <CLI/CLI.hpp>
 
@@ -48,6 +49,8 @@ struct SOptions
     bool bTokens = false;
     std::string strCompileOptions;
     bool bEmitLLVM = false;
+    std::vector<std::string> vProgram; ///< the words behind --
+    std::string strLaunches;
 };
 
 std::string GetPlatformFolder()
@@ -195,6 +198,31 @@ int New(const SOptions& options)
     return Deliver(options, MakeLaunchFile(ReadBinary(options), program.string(), options.strKernel));
 }
 
+SProgramCommand MakeProgramCommand(const SOptions& options)
+{
+    if (options.vProgram.empty())
+    {
+        throw CLaunchFileError("a program is needed, behind --: kestrel exec -- ./program");
+    }
+    const bool bSoftware = options.strPlatform == "software";
+    return {options.vProgram, GetLibraryFolder() + "/libkestrel-layer.so",
+            bSoftware ? GetPlatformFolder() + "/icd" : std::string()};
+}
+
+int Capture(const SOptions& options)
+{
+    SCaptureOptions capture;
+    capture.command = MakeProgramCommand(options);
+    capture.strFolder = options.strOutput.empty() ? capture.strFolder : options.strOutput;
+    capture.wanted.strKernel = options.strKernel;
+    capture.wanted.bTurns = !options.strKernel.empty();
+    if (!options.strLaunches.empty() && !ReadLaunchRange(options.strLaunches, capture.wanted))
+    {
+        throw CLaunchFileError("--launch takes a number from 1, or two with a hyphen between");
+    }
+    return CaptureLaunches(capture, std::cerr);
+}
+
 int Manual(const SOptions& options)
 {
     return Deliver(options,
@@ -210,11 +238,19 @@ CLI::App* AddConverter(CLI::App& app, const char* pszName, const char* pszInput,
     return pCommand;
 }
 
+/// Takes the words behind the first "--" off: another program's. No other command has use for them.
+std::vector<std::string> TakeProgram(std::vector<std::string>& vArguments)
+{
+    const auto itEnd = std::find(vArguments.begin(), vArguments.end(), "--");
+    const std::vector<std::string> vProgram(itEnd == vArguments.end() ? itEnd : itEnd + 1, vArguments.end());
+    vArguments.erase(itEnd, vArguments.end());
+    return vProgram;
+}
+
 /// Long options with one hyphen, as debuggers have them, and `help [COMMAND]` for `[COMMAND] --help`; last word first,
 /// as the parser takes them.
-std::vector<std::string> SpellOut(int argc, char** argv)
+std::vector<std::string> SpellOut(std::vector<std::string> vArguments)
 {
-    std::vector<std::string> vArguments(argv + 1, argv + argc);
     if (!vArguments.empty() && vArguments.front() == "help")
     {
         vArguments.erase(vArguments.begin());
@@ -319,13 +355,20 @@ int RunCommandLine(int argc, char** argv)
         pCommand->add_option("--device", options.strDevice, "device to build for");
         pCommand->add_option("--options", options.strBuildOptions, "build options");
     }
+    CLI::App* pCapture =
+        app.add_subcommand("capture", "Write launches of a program as launch files: capture [OPTIONS] -- PROGRAM ARGS");
+    pCapture->add_option("-o,--output", options.strOutput, "folder for them; captured if missing");
+    pCapture->add_option("--kernel", options.strKernel, "launches of this kernel only, counted for themselves");
+    pCapture->add_option("--launch", options.strLaunches, "launch N or N-M only, counted from 1");
     CLI::App* pManual =
         AddConverter(app, "manual", "EXAMPLES",
                      "Make the manual with what the examples give; without a folder the man page", options);
 
     try
     {
-        app.parse(SpellOut(argc, argv));
+        std::vector<std::string> vArguments(argv + 1, argv + argc);
+        options.vProgram = TakeProgram(vArguments);
+        app.parse(SpellOut(vArguments));
     }
     catch (const CLI::ParseError& error)
     {
@@ -350,8 +393,8 @@ int RunCommandLine(int argc, char** argv)
     try
     {
         const std::pair<const CLI::App*, int (*)(const SOptions&)> commands[] = {
-            {pRun, Run},         {pStep, Step}, {pDebug, Debug}, {pAsm, Assemble}, {pDisasm, Disassemble},
-            {pCompile, Compile}, {pInfo, Info}, {pNew, New},     {pManual, Manual}};
+            {pRun, Run},         {pStep, Step}, {pDebug, Debug}, {pAsm, Assemble},  {pDisasm, Disassemble},
+            {pCompile, Compile}, {pInfo, Info}, {pNew, New},     {pManual, Manual}, {pCapture, Capture}};
         for (const auto& command : commands)
         {
             if (command.first->parsed())

@@ -1,0 +1,158 @@
+#include "tools/layer/Connection.h"
+
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+namespace KestrelLayer
+{
+
+using namespace KestrelTool;
+
+namespace
+{
+
+/// A socket's inode; 0 for what is no open socket.
+ino_t FindInode(int nDescriptor)
+{
+    struct stat status = {};
+    return fstat(nDescriptor, &status) == 0 && S_ISSOCK(status.st_mode) ? status.st_ino : 0;
+}
+
+/// The door's descriptor; -1 if there is none, or something else stands at its number by now.
+int FindDoor()
+{
+    const char* const pszDoor = std::getenv(g_pszDoorVariable);
+    int nDescriptor = -1;
+    unsigned long long nInode = 0;
+    if (pszDoor == nullptr || std::sscanf(pszDoor, "%d:%llu", &nDescriptor, &nInode) != 2 || nInode == 0)
+    {
+        return -1;
+    }
+    return FindInode(nDescriptor) == nInode ? nDescriptor : -1;
+}
+
+} // namespace
+
+CConnection& CConnection::Get()
+{
+    static CConnection* const s_pConnection = new CConnection;
+    return *s_pConnection;
+}
+
+CConnection::CConnection() : m_pRules(std::make_shared<const std::vector<SLaunchRule>>())
+{
+    m_bOn = Open();
+    if (m_bOn)
+    {
+        // The child's copy of the socket would mix with the parent's words.
+        pthread_atfork(nullptr, nullptr,
+                       []
+                       {
+                           CConnection& connection = Get();
+                           if (connection.m_bOn.exchange(false))
+                           {
+                               close(connection.m_nSocket);
+                           }
+                       });
+        Ask({{"what", "hello"}, {"pid", getpid()}});
+    }
+}
+
+bool CConnection::Open()
+{
+    const int nDoor = FindDoor();
+    int sockets[2] = {-1, -1};
+    if (nDoor < 0 || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0)
+    {
+        return false;
+    }
+    const bool bSent = SendDescriptor(nDoor, sockets[1]);
+    close(sockets[1]);
+    m_nSocket = sockets[0];
+    m_nInode = FindInode(m_nSocket);
+    if (!bSent)
+    {
+        close(m_nSocket);
+    }
+    return bSent;
+}
+
+/// A program that closes all descriptors may have opened something of its own in the socket's place.
+bool CConnection::IsOurs() const
+{
+    return FindInode(m_nSocket) == m_nInode;
+}
+
+/// The debugger is gone, and the program goes with it; but one that has cut the socket itself runs on, undebugged.
+void CConnection::Lose()
+{
+    if (m_bOn.exchange(false) && IsOurs())
+    {
+        kill(getpid(), SIGTERM);
+    }
+}
+
+bool CConnection::Send(const nlohmann::json& header, const std::vector<unsigned char>& vBlob)
+{
+    const std::lock_guard<std::mutex> lock(m_SendLock);
+    return IsOurs() && SendMessage(m_nSocket, header, vBlob);
+}
+
+void CConnection::Tell(const nlohmann::json& header)
+{
+    if (m_bOn && !Send(header, {}))
+    {
+        Lose();
+    }
+}
+
+void CConnection::Ask(const nlohmann::json& header, const std::vector<unsigned char>& vBlob)
+{
+    const std::lock_guard<std::mutex> lock(m_AskLock);
+    if (!m_bOn)
+    {
+        return;
+    }
+    try
+    {
+        const std::optional<SMessage> answer = Send(header, vBlob) ? ReceiveMessage(m_nSocket) : std::nullopt;
+        if (!answer)
+        {
+            Lose();
+            return;
+        }
+        SetRules(ReadRules(answer->header));
+    }
+    catch (const CProtocolError&)
+    {
+        Lose();
+    }
+}
+
+void CConnection::SetRules(std::vector<SLaunchRule> vRules)
+{
+    std::atomic_store(&m_pRules, std::make_shared<const std::vector<SLaunchRule>>(std::move(vRules)));
+}
+
+bool CConnection::Wants(const std::string& strKernel, uint32_t nProgram, uint64_t nNumber, uint64_t nTurn) const
+{
+    const std::shared_ptr<const std::vector<SLaunchRule>> pRules = std::atomic_load(&m_pRules);
+    for (const SLaunchRule& rule : *pRules)
+    {
+        const uint64_t nCount = rule.bTurns ? nTurn : nNumber;
+        if ((rule.strKernel.empty() || rule.strKernel == strKernel) &&
+            (rule.nProgram == 0 || rule.nProgram == nProgram) && nCount >= rule.nFirst && nCount <= rule.nLast)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace KestrelLayer

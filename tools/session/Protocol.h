@@ -1,0 +1,79 @@
+#ifndef KESTREL_TOOLS_SESSION_PROTOCOL_H
+#define KESTREL_TOOLS_SESSION_PROTOCOL_H
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+// How the layer inside a program and the debugger talk.
+//
+// The debugger hands the program one end of a pair of sockets down, the door. Each process of the program's that uses
+// OpenCL makes a pair of its own, sends one end through the door, and talks over it from then on.
+//
+// From the layer ("what"), each with what the debugger answers:
+//   hello    pid                                               -> rules
+//   program  program (its number), options, kernels, devices, built ("source" or "binary"); the text is the blob ->
+//   rules kernel   kernel (its number), program, name, arguments: [{name, type}] launch   a launch that has gone by:
+//   number, turn, kernel, microseconds, dimensions, global, local, offset,
+//            arguments, code
+//   stop     a launch that is wanted and waits: as launch, with device, memories, and contents in the blob -> rules;
+//            or error in place of contents, with the reason
+// The debugger's answer is {"rules": [{kernel, program, first, last, turns}]}: which launches it wants. A rule without
+// a kernel or program means any; first and last count the process's launches, or with turns those of the kernel.
+
+namespace KestrelTool
+{
+
+/// Environment variable with the door's descriptor and inode, "7:1234".
+constexpr const char* g_pszDoorVariable = "KESTREL_LAYER_SOCKET";
+
+/// Bytes that are no message.
+class CProtocolError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct SMessage
+{
+    nlohmann::json header;
+    std::vector<unsigned char> vBlob;
+};
+
+/// Sends a message whole. \return false if nobody reads any more
+bool SendMessage(int nSocket, const nlohmann::json& header, const std::vector<unsigned char>& vBlob = {});
+/// Waits for a message. What a message says of its sizes is believed only as far as bytes have come.
+/// \return nothing if the other side is gone
+/// \throws CProtocolError
+std::optional<SMessage> ReceiveMessage(int nSocket);
+
+/// Hands a descriptor to whoever has the other end. \return false if nobody reads any more
+bool SendDescriptor(int nSocket, int nDescriptor);
+/// Takes a descriptor, closed in programs that are executed; -1 if there is none.
+int ReceiveDescriptor(int nSocket);
+
+/// A part of a message's blob, as its header names it: [first byte, count].
+/// \throws CProtocolError for one that isn't there
+std::vector<unsigned char> TakePart(const SMessage& message, const nlohmann::json& part);
+
+/// Which launches are wanted.
+struct SLaunchRule
+{
+    std::string strKernel; ///< empty for any
+    uint32_t nProgram = 0; ///< 0 for any
+    uint64_t nFirst = 1;
+    uint64_t nLast = ~uint64_t(0);
+    bool bTurns = false; ///< count this kernel's launches instead of all
+};
+
+nlohmann::json DescribeRules(const std::vector<SLaunchRule>& vRules);
+/// \throws CProtocolError
+std::vector<SLaunchRule> ReadRules(const nlohmann::json& message);
+
+} // namespace KestrelTool
+
+#endif
