@@ -249,7 +249,9 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::ReadLastVisit(const SPosi
     for (size_t i = 0; i < pExecMask->GetItemCount(); ++i)
     {
         ProgramCounter pc = what.pc;
-        bool bCame = true;
+        bool bCame = WordAt(*pExecMask, i) != 0;
+        bool bInRange = true;
+        bool bOuterFree = false;
         for (size_t n = 0; n < vFree.size(); ++n)
         {
             const CIL_Loop& loop = *vFree[vFree.size() - 1 - n];
@@ -260,12 +262,14 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::ReadLastVisit(const SPosi
                 ++nComponent;
             }
             const uint32_t nLeft = WordAt(counters, 4 * i + nComponent);
-            const bool bHere = nLeft != 0 || WordAt(*pExecMask, i) != 0;
+            // The stores clear the mask of those for whom any pass is left.
+            bCame = bCame || nLeft != 0;
             unsigned int& nPass = pc.m_LoopStack[nOutermost + n].nLoopIteration;
-            bCame = bCame && bHere && (n != 0 || nLeft <= nPass);
-            nPass = n == 0 ? nPass - nLeft : s_nFreeCounter - nLeft;
+            bInRange = bInRange && (n != 0 || nLeft <= nPass);
+            nPass = bOuterFree ? s_nFreeCounter - nLeft : nPass - nLeft;
+            bOuterFree = nLeft != 0;
         }
-        if (bCame && (!last.has_value() || *last < pc))
+        if (bCame && bInRange && (!last.has_value() || *last < pc))
         {
             last = pc;
         }
