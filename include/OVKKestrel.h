@@ -93,9 +93,10 @@
  *
  * Log
  * ---
- * The environment variable OVK_CL_DEBUG_LOG_LEVEL, default 3, steers the log files in the working
- * directory: from 6 on "OVKKestrelUsage.log" holds each call with its arguments and result, and the
- * reason of each refusal; "OVKKestrel.log" holds the messages of the sessions.
+ * The environment variable OVK_CL_DEBUG_LOG_LEVEL, default 3, steers the log files. They lie in the
+ * folder that OVK_CL_DEBUG_LOG_FOLDER names, else in the working directory. From level 6 on
+ * "OVKKestrelUsage.log" holds each call with its arguments and result, and the reason of each refusal;
+ * "OVKKestrel.log" holds the messages of the sessions.
  */
 
 /* The interface is that of OpenCL 1.2. Who wants the names of another version defines this first. */

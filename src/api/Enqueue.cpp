@@ -4,6 +4,7 @@
 #include "api/InterceptProperties.h"
 #include "api/PlatformQueries.h"
 #include "api/ShaderDebuggerHostCL.h"
+#include "core/FileLogger.h"
 #include "device/CLCall.h"
 
 #include <memory>
@@ -107,7 +108,8 @@ cl_int EnqueueDebugged(const SEnqueueArguments& arguments, ovkclDebugCallback ca
     pState->m_callback = callback;
     pState->m_pUserData = user_data;
     CShaderDebuggerHostCL* pHost = CShaderDebuggerHostCL::CreateShaderDebuggerHostCL(
-        OVK_ShaderDebugger::PLT_OpenCL, arguments.kernel, arguments.command_queue, s_szSessionLog);
+        OVK_ShaderDebugger::PLT_OpenCL, arguments.kernel, arguments.command_queue,
+        OVK_ShaderDebugger::GetLogPath(s_szSessionLog));
     if (pHost == nullptr)
     {
         return Refuse(OVKCLDEBUG_ENQUEUE_FAILED, "Failed to create debugger host.");

@@ -4,6 +4,7 @@
 #include "core/ShaderDebuggerCommon.h"
 
 #include <fstream>
+#include <string>
 
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
@@ -15,7 +16,11 @@ namespace OVK_ShaderDebugger
 /// number, no range check.
 LogType GetEnvLogLevel();
 
-/// A log file in the working directory, truncated when opened, with a level fixed at creation. A
+/// Where a log file lies: in the folder that the environment variable OVK_CL_DEBUG_LOG_FOLDER names, or in the working
+/// directory if it isn't set or is empty.
+std::string GetLogPath(const char* pszFileName);
+
+/// A log file at its path, truncated when opened, with a level fixed at creation. A
 /// file that can't be opened swallows what is written. May be used by several threads: each write
 /// is whole, a line of several writes may interleave with another's.
 class CFileLogger

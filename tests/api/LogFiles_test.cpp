@@ -113,6 +113,23 @@ TEST_F(LogFiles, TheTraceHasEveryCallAndEveryResult)
     EXPECT_NE(strUsage.find("callback() returned 256\n"), std::string::npos);
 }
 
+TEST_F(LogFiles, LieInTheFolderThatIsNamed)
+{
+    const std::string strOther = (m_folder.string() + "_other");
+    std::filesystem::create_directories(strOther);
+    RunClient("6", nullptr, "export OVK_CL_DEBUG_LOG_FOLDER='" + strOther + "'");
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder));
+    for (const char* pszName : {"OVKKestrelUsage.log", "OVKKestrel.log"})
+    {
+        std::error_code error;
+        EXPECT_GT(std::filesystem::file_size(std::filesystem::path(strOther) / pszName, error), 0u) << pszName;
+        EXPECT_FALSE(error) << pszName;
+    }
+    std::filesystem::remove_all(strOther);
+    RunClient("6", nullptr, "export OVK_CL_DEBUG_LOG_FOLDER=/dev/null");
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder)) << "what can't be logged there isn't logged elsewhere";
+}
+
 TEST_F(LogFiles, TheSessionLogIsFramedAndAppendedTo)
 {
     RunClient(nullptr);

@@ -2,6 +2,7 @@
 #include "tools/kestrel/Files.h"
 #include "tools/kestrel/HostMemory.h"
 #include "tools/kestrel/KernelText.h"
+#include "tools/kestrel/LogFolder.h"
 #include "tools/kestrel/StepPrinter.h"
 #include "tools/kestrel/Visible.h"
 #include "tools/kestrel/command/DebugSession.h"
@@ -60,6 +61,7 @@ std::string GetPlatformFolder()
 
 CLibraries OpenLibraries(const SOptions& options)
 {
+    ChooseLogFolder();
     const bool bSoftware = options.strPlatform == "software";
     return CLibraries(bSoftware ? GetPlatformFolder() : std::string(), GetLibraryFolder() + "/libOVKKestrel.so.1");
 }

@@ -52,7 +52,8 @@ const char* const s_pszIntroduction =
     "if there was one: `12 mask`), and `result` or `error`. Events have `event`: `started`, `stopped` (with `reason`, "
     "`line`, `count` of active "
     "work-items, `breakpoints`, `faults`), `finished` (with `outputs` and `differences`), `display`, `error`.\n\n"
-    "History is kept in `~/.kestrel_history`, or in the file that `KESTREL_HISTORY` names. An interrupt (Ctrl-C) stops "
+    "History is kept in `~/.kestrel_history`, or in the file that `KESTREL_HISTORY` names; the library's logs in "
+    "`~/.local/state/kestrel`, or in the folder that `OVK_CL_DEBUG_LOG_FOLDER` names. An interrupt (Ctrl-C) stops "
     "what runs at the next "
     "place where it can: between the steps of a command that makes many, at the head of a loop's pass; the progress "
     "line "
@@ -213,7 +214,8 @@ std::string MakeManPage()
             }
         }
     }
-    page << ".SH FILES\n~/.kestrel_history, or what KESTREL_HISTORY names\n";
+    page << ".SH FILES\n~/.kestrel_history, or what KESTREL_HISTORY names\n.br\n"
+            "~/.local/state/kestrel/: the library's logs, unless OVK_CL_DEBUG_LOG_FOLDER names another folder\n";
     return page.str();
 }
 
