@@ -1,10 +1,35 @@
 #include "device/CLCall.h"
 
+#include "core/Log.h"
+
+#include <OVKKestrel.h>
+
+#include <CL/cl_ext.h>
+#include <OVKKestrelCodes.def>
+
 #include <algorithm>
 #include <cstddef>
 
 namespace OVK_ShaderDebugger
 {
+
+namespace
+{
+
+struct SCodeName
+{
+    cl_int nCode;
+    const char* pszName;
+    const char* pszWords;
+};
+
+const SCodeName s_CodeNames[] = {
+#define CODE_NAME(name, words) {name, #name, words},
+    KESTREL_CODES(CODE_NAME)
+#undef CODE_NAME
+};
+
+} // namespace
 
 cl_int QueryProgramBinary(const OpenCLModule& module, cl_program program, cl_device_id device,
                           std::vector<char>& vBinary)
@@ -50,6 +75,22 @@ cl_int QueryProgramBinary(const OpenCLModule& module, cl_program program, cl_dev
         vBinary.swap(vvBinaries[nWanted]);
     }
     return nCode;
+}
+
+bool CheckCL(CShaderDebuggerHost* pHost, cl_int nCode, const char* pszText) noexcept
+{
+    if (SD_AssertText(pHost, nCode == CL_SUCCESS, pszText))
+    {
+        return true;
+    }
+    for (const SCodeName& code : s_CodeNames)
+    {
+        if (code.nCode == nCode)
+        {
+            return SD_Log(pHost, logERROR, "%s (%d), %s", code.pszName, nCode, code.pszWords);
+        }
+    }
+    return SD_Log(pHost, logERROR, "code %d", nCode);
 }
 
 } // namespace OVK_ShaderDebugger

@@ -12,6 +12,8 @@
 namespace OVK_ShaderDebugger
 {
 
+class CShaderDebuggerHost;
+
 /// What a call gives whose entry the runtime lacks.
 constexpr cl_int s_nMissingEntry = CL_INVALID_OPERATION;
 
@@ -23,12 +25,16 @@ cl_int CallCL(Result(CL_API_CALL* pEntry)(Parameters...), Arguments... arguments
 }
 
 /// Calls an entry that gives an object, or a mapping, and a code through its last parameter.
-/// \return null, with the code in nCode, on failure
+/// \return null, with the code in nCode, on failure, and also where the entry gives nothing and calls it success
 template <typename Result, typename... Parameters, typename... Arguments>
 Result CreateCL(cl_int& nCode, Result(CL_API_CALL* pEntry)(Parameters...), Arguments... arguments)
 {
     nCode = s_nMissingEntry;
     Result result = pEntry != nullptr ? pEntry(arguments..., &nCode) : nullptr;
+    if (nCode == CL_SUCCESS && result == nullptr)
+    {
+        nCode = s_nMissingEntry;
+    }
     return nCode == CL_SUCCESS ? result : nullptr;
 }
 
@@ -84,6 +90,10 @@ cl_int QueryTextCL(Entry pEntry, Object object, Parameter parameter, std::string
 ///         The binary is empty then
 cl_int QueryProgramBinary(const OpenCLModule& module, cl_program program, cl_device_id device,
                           std::vector<char>& vBinary);
+
+/// Reports a call that failed to the session's log: its text as an assertion, and the code by name, number and words.
+/// \return whether the code is that of success
+bool CheckCL(CShaderDebuggerHost* pHost, cl_int nCode, const char* pszText) noexcept;
 
 } // namespace OVK_ShaderDebugger
 

@@ -146,7 +146,7 @@ CMappedMemoryCL::CMappedMemoryCL(CShaderDebuggerHost* pHost, cl_command_queue qu
         m_Layout.nSlicePitch = nSlicePitch != 0 ? nSlicePitch : nRowPitch * m_Layout.nRows;
     }
     m_pData = static_cast<unsigned char*>(pData);
-    SD_AssertText(m_pHost, m_pData != nullptr, "clEnqueueMapBuffer() failed");
+    CheckCL(m_pHost, nCode, "clEnqueueMapBuffer() failed");
 }
 
 CMappedMemoryCL::~CMappedMemoryCL()
@@ -163,7 +163,7 @@ bool CMappedMemoryCL::Unmap()
     const cl_int nCode = CallCL(g_CLDispatchTable.EnqueueUnmapMemObject, m_Queue, m_Mem, static_cast<void*>(m_pData),
                                 s_nNoEvents, s_pNoEvents, s_pNoEvent);
     m_pData = nullptr;
-    return SD_AssertText(m_pHost, nCode == CL_SUCCESS, "clEnqueueUnmapMemObject() failed");
+    return CheckCL(m_pHost, nCode, "clEnqueueUnmapMemObject() failed");
 }
 
 CTemporaryMemoryCL::CTemporaryMemoryCL(CShaderDebuggerHost* pHost, cl_context context, cl_mem_flags flags, cl_mem like,
@@ -177,7 +177,7 @@ CTemporaryMemoryCL::CTemporaryMemoryCL(CShaderDebuggerHost* pHost, cl_context co
     }
     cl_int nCode = CL_SUCCESS;
     m_Mem = CreateCL(nCode, g_CLDispatchTable.CreateBuffer, context, flags, desc.m_nSize, static_cast<void*>(nullptr));
-    SD_AssertText(m_pHost, m_Mem != nullptr, "clCreateBuffer() failed");
+    CheckCL(m_pHost, nCode, "clCreateBuffer() failed");
 }
 
 cl_mem CTemporaryMemoryCL::CreateImage(cl_context context, cl_mem_flags flags, cl_mem like,
@@ -189,14 +189,14 @@ cl_mem CTemporaryMemoryCL::CreateImage(cl_context context, cl_mem_flags flags, c
         return nullptr;
     }
     cl_image_format format = {};
-    if (!SD_AssertText(m_pHost, QueryCL(g_CLDispatchTable.GetImageInfo, like, CL_IMAGE_FORMAT, format) == CL_SUCCESS,
-                       "clGetImageInfo() failed"))
+    if (!CheckCL(m_pHost, QueryCL(g_CLDispatchTable.GetImageInfo, like, CL_IMAGE_FORMAT, format),
+                 "clGetImageInfo() failed"))
     {
         return nullptr;
     }
     cl_int nCode = CL_SUCCESS;
     const cl_mem mem = CreateImageLike(context, flags, format, desc, nCode);
-    SD_AssertText(m_pHost, mem != nullptr, "clCreateImage() failed");
+    CheckCL(m_pHost, nCode, "clCreateImage() failed");
     return mem;
 }
 
@@ -204,8 +204,7 @@ CTemporaryMemoryCL::~CTemporaryMemoryCL()
 {
     if (m_Mem != nullptr)
     {
-        SD_AssertText(m_pHost, CallCL(g_CLDispatchTable.ReleaseMemObject, m_Mem) == CL_SUCCESS,
-                      "clReleaseMemObject() failed");
+        CheckCL(m_pHost, CallCL(g_CLDispatchTable.ReleaseMemObject, m_Mem), "clReleaseMemObject() failed");
     }
 }
 
@@ -216,12 +215,12 @@ bool EnqueueCopy(CShaderDebuggerHost* pHost, cl_command_queue queue, cl_mem sour
     {
         const cl_int nCode = CallCL(g_CLDispatchTable.EnqueueCopyBuffer, queue, source, destination, size_t(0),
                                     size_t(0), desc.m_nSize, s_nNoEvents, s_pNoEvents, s_pNoEvent);
-        return SD_AssertText(pHost, nCode == CL_SUCCESS, "clEnqueueCopyBuffer() failed");
+        return CheckCL(pHost, nCode, "clEnqueueCopyBuffer() failed");
     }
     const SImageRegion region(desc);
     const cl_int nCode = CallCL(g_CLDispatchTable.EnqueueCopyImage, queue, source, destination, region.origin,
                                 region.origin, region.region, s_nNoEvents, s_pNoEvents, s_pNoEvent);
-    return SD_AssertText(pHost, nCode == CL_SUCCESS, "clEnqueueCopyImage () failed");
+    return CheckCL(pHost, nCode, "clEnqueueCopyImage () failed");
 }
 
 } // namespace OVK_ShaderDebugger

@@ -29,7 +29,7 @@ bool NeedsTemporary(CShaderDebuggerHost* pHost, cl_mem mem, cl_mem_flags nForbid
     cl_mem_flags nFlags = 0;
     const cl_int nCode = QueryCL(g_CLDispatchTable.GetMemObjectInfo, mem, CL_MEM_FLAGS, nFlags);
     bNeedsTemporary = (nFlags & (nForbidding | CL_MEM_HOST_NO_ACCESS)) != 0;
-    return SD_AssertText(pHost, nCode == CL_SUCCESS, "clGetMemObjectInfo() failed");
+    return CheckCL(pHost, nCode, "clGetMemObjectInfo() failed");
 }
 
 /// Puts the bytes, or zeros without any, into a mapping. Fewer bytes than there are leave the rest alone.
@@ -228,7 +228,7 @@ bool CShaderDebuggerDeviceBufferCL::WriteMemory(cl_mem mem, const unsigned char*
     {
         return false;
     }
-    if (!SD_AssertText(m_pHost, CallCL(g_CLDispatchTable.Finish, m_Queue) == CL_SUCCESS, "clFinish() failed"))
+    if (!CheckCL(m_pHost, CallCL(g_CLDispatchTable.Finish, m_Queue), "clFinish() failed"))
     {
         return false;
     }

@@ -77,7 +77,7 @@ bool CShaderDebuggerDeviceCL::ReadKernel(cl_kernel kernel)
     m_OriginalKernel = kernel;
 
     err = QueryTextCL(g_CLDispatchTable.GetKernelInfo, kernel, CL_KERNEL_FUNCTION_NAME, m_strKernelName);
-    if (!SD_AssertText(m_pHost, err == CL_SUCCESS, "Error: clGetKernelInfo() failed.\n"))
+    if (!CheckCL(m_pHost, err, "Error: clGetKernelInfo() failed.\n"))
     {
         return false;
     }
@@ -136,20 +136,19 @@ CShaderDebuggerDeviceCL::~CShaderDebuggerDeviceCL()
 {
     if (m_Context != nullptr)
     {
-        SD_AssertText(m_pHost, CallCL(g_CLDispatchTable.ReleaseContext, m_Context) == CL_SUCCESS,
-                      "Error: clReleaseContext() failed.\n");
+        CheckCL(m_pHost, CallCL(g_CLDispatchTable.ReleaseContext, m_Context), "Error: clReleaseContext() failed.\n");
         m_Context = nullptr;
     }
     if (m_Queue != nullptr)
     {
-        SD_AssertText(m_pHost, CallCL(g_CLDispatchTable.ReleaseCommandQueue, m_Queue) == CL_SUCCESS,
-                      "Error: clReleaseCommandQueue() failed.\n");
+        CheckCL(m_pHost, CallCL(g_CLDispatchTable.ReleaseCommandQueue, m_Queue),
+                "Error: clReleaseCommandQueue() failed.\n");
         m_Queue = nullptr;
     }
     if (m_OriginalKernel != nullptr)
     {
-        SD_AssertText(m_pHost, CallCL(g_CLDispatchTable.ReleaseKernel, m_OriginalKernel) == CL_SUCCESS,
-                      "Error: clReleaseKernel() failed.\n");
+        CheckCL(m_pHost, CallCL(g_CLDispatchTable.ReleaseKernel, m_OriginalKernel),
+                "Error: clReleaseKernel() failed.\n");
         m_OriginalKernel = nullptr;
     }
     ReleasePatchedKernel();

@@ -95,7 +95,7 @@ bool CShaderDebuggerDeviceCL::GetImageArgumentType(cl_mem mem, BufferType& type)
     }
     cl_mem_object_type objectType = 0;
     const cl_int nCode = QueryCL(g_CLDispatchTable.GetMemObjectInfo, mem, CL_MEM_TYPE, objectType);
-    if (!SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clGetMemObjectInfo() failed.\n"))
+    if (!CheckCL(m_pHost, nCode, "Error: clGetMemObjectInfo() failed.\n"))
     {
         return false;
     }
@@ -119,23 +119,21 @@ bool CShaderDebuggerDeviceCL::GetArgumentValueAndTypeFromOriginalKernel(unsigned
     }
     cl_uint nArguments = 0;
     const cl_int nCode = QueryCL(g_CLDispatchTable.GetKernelInfo, m_OriginalKernel, CL_KERNEL_NUM_ARGS, nArguments);
-    if (!SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clGetKernelInfo() failed.\n") ||
-        nArgumentIndex >= nArguments)
+    if (!CheckCL(m_pHost, nCode, "Error: clGetKernelInfo() failed.\n") || nArgumentIndex >= nArguments)
     {
         return false;
     }
 
     const void* arg_value = nullptr;
     size_t arg_size = 0;
-    if (!SD_AssertText(m_pHost,
-                       ovkclGetKernelArg(m_OriginalKernel, nArgumentIndex, &arg_value, &arg_size) == CL_SUCCESS,
-                       "Error: clGetKernelArg() failed.\n"))
+    if (!CheckCL(m_pHost, ovkclGetKernelArg(m_OriginalKernel, nArgumentIndex, &arg_value, &arg_size),
+                 "Error: clGetKernelArg() failed.\n"))
     {
         return false;
     }
     std::string strKind;
-    if (!SD_AssertText(m_pHost, QueryKernelArgKind(m_OriginalKernel, nArgumentIndex, strKind) == CL_SUCCESS,
-                       "Error: clGetKernelArgInfo() failed.\n"))
+    if (!CheckCL(m_pHost, QueryKernelArgKind(m_OriginalKernel, nArgumentIndex, strKind),
+                 "Error: clGetKernelArgInfo() failed.\n"))
     {
         return false;
     }
@@ -249,7 +247,7 @@ bool CShaderDebuggerDeviceCL::DescribeMemory(cl_mem mem, BufferDesc& desc)
         desc.m_nDepth = 1;
         nCode = QueryCL(g_CLDispatchTable.GetMemObjectInfo, mem, CL_MEM_SIZE, desc.m_nSize);
     }
-    if (!SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clGetMemObjectInfo() failed.\n"))
+    if (!CheckCL(m_pHost, nCode, "Error: clGetMemObjectInfo() failed.\n"))
     {
         return false;
     }
@@ -354,8 +352,7 @@ bool CShaderDebuggerDeviceCL::SetDeviceBuffer(ShaderType, unsigned int nDeviceBu
     }
     cl_uint nArguments = 0;
     cl_int nCode = QueryCL(g_CLDispatchTable.GetKernelInfo, m_PatchedKernel, CL_KERNEL_NUM_ARGS, nArguments);
-    if (!SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clGetKernelInfo() failed.\n") ||
-        nDeviceBufferIndex >= nArguments)
+    if (!CheckCL(m_pHost, nCode, "Error: clGetKernelInfo() failed.\n") || nDeviceBufferIndex >= nArguments)
     {
         return false;
     }
@@ -366,7 +363,7 @@ bool CShaderDebuggerDeviceCL::SetDeviceBuffer(ShaderType, unsigned int nDeviceBu
     }
     nCode = CallCL(g_CLDispatchTable.SetKernelArg, m_PatchedKernel, cl_uint(nDeviceBufferIndex),
                    pBuffer->GetArgumentSize(), pBuffer->GetDeviceBuffer());
-    return SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clSetKernelArg() failed.\n");
+    return CheckCL(m_pHost, nCode, "Error: clSetKernelArg() failed.\n");
 }
 
 } // namespace OVK_ShaderDebugger

@@ -70,22 +70,24 @@ bool CShaderDebuggerDeviceCL::ReleasePatchedKernel()
     }
     const cl_int nCode = CallCL(g_CLDispatchTable.ReleaseKernel, m_PatchedKernel);
     m_PatchedKernel = nullptr;
-    return SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clReleaseKernel() failed.\n");
+    return CheckCL(m_pHost, nCode, "Error: clReleaseKernel() failed.\n");
 }
 
 bool CShaderDebuggerDeviceCL::BuildProgram(cl_program program) const noexcept
 try
 {
     const std::string strJustKernel = "-use-debugil -just-kernel=" + m_strKernelName;
+    cl_int nCode = CL_SUCCESS;
     for (const std::string& strOptions : {"-ignore-env " + strJustKernel, strJustKernel, std::string("-use-debugil")})
     {
-        if (CallCL(g_CLDispatchTable.BuildProgram, program, cl_uint(1), &m_Device, strOptions.c_str(), nullptr,
-                   nullptr) == CL_SUCCESS)
+        nCode = CallCL(g_CLDispatchTable.BuildProgram, program, cl_uint(1), &m_Device, strOptions.c_str(), nullptr,
+                       nullptr);
+        if (nCode == CL_SUCCESS)
         {
             return true;
         }
     }
-    return SD_Break(m_pHost, "Error: clBuildProgram() failed.\n");
+    return CheckCL(m_pHost, nCode, "Error: clBuildProgram() failed.\n");
 }
 catch (...)
 {
@@ -121,19 +123,18 @@ bool CShaderDebuggerDeviceCL::SetShader(ShaderType, const void* pShader, size_t 
     cl_int status = CL_SUCCESS;
     const cl_program program = CreateCL(status, g_CLDispatchTable.CreateProgramWithBinary, m_Context, cl_uint(1),
                                         &m_Device, &nLength, &pBinary, static_cast<cl_int*>(nullptr));
-    if (!SD_AssertText(m_pHost, program != nullptr, "Error: clCreateProgramWithBinary() failed.\n"))
+    if (!CheckCL(m_pHost, status, "Error: clCreateProgramWithBinary() failed.\n"))
     {
         return false;
     }
     if (BuildProgram(program))
     {
         m_PatchedKernel = CreateCL(status, g_CLDispatchTable.CreateKernel, program, m_strKernelName.c_str());
-        SD_AssertText(m_pHost, m_PatchedKernel != nullptr, "Error: clCreateKernel() failed.\n");
+        CheckCL(m_pHost, status, "Error: clCreateKernel() failed.\n");
     }
     // The kernel keeps the program alive.
     const cl_int nCode = CallCL(g_CLDispatchTable.ReleaseProgram, program);
-    return SD_AssertText(m_pHost, nCode == CL_SUCCESS, "Error: clReleaseProgram() failed.\n") &&
-           m_PatchedKernel != nullptr;
+    return CheckCL(m_pHost, nCode, "Error: clReleaseProgram() failed.\n") && m_PatchedKernel != nullptr;
 }
 
 void* CShaderDebuggerDeviceCL::GetShader(ShaderType)

@@ -1,5 +1,8 @@
 #include "tools/kestrel/Codes.h"
 
+#include <CL/cl_ext.h>
+#include <OVKKestrelCodes.def>
+
 namespace KestrelTool
 {
 
@@ -10,37 +13,6 @@ struct SCode
 {
     cl_int nCode;
     const char* pszWords;
-};
-
-const SCode s_Codes[] = {
-    {CL_DEVICE_NOT_FOUND, "no such device"},
-    {CL_DEVICE_NOT_AVAILABLE, "the device isn't available"},
-    {CL_COMPILER_NOT_AVAILABLE, "there is no compiler"},
-    {CL_MEM_OBJECT_ALLOCATION_FAILURE, "no memory for a buffer or image"},
-    {CL_OUT_OF_RESOURCES, "out of resources"},
-    {CL_OUT_OF_HOST_MEMORY, "out of host memory"},
-    {CL_IMAGE_FORMAT_NOT_SUPPORTED, "the image format isn't supported"},
-    {CL_BUILD_PROGRAM_FAILURE, "the program doesn't build"},
-    {CL_MAP_FAILURE, "memory can't be mapped"},
-    {CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST, "a command that was waited for has failed"},
-    {CL_INVALID_VALUE, "invalid value"},
-    {CL_INVALID_DEVICE, "invalid device"},
-    {CL_INVALID_CONTEXT, "invalid context"},
-    {CL_INVALID_MEM_OBJECT, "invalid memory object"},
-    {CL_INVALID_IMAGE_SIZE, "invalid image size"},
-    {CL_INVALID_BUILD_OPTIONS, "invalid build options"},
-    {CL_INVALID_PROGRAM_EXECUTABLE, "the program isn't built for the device"},
-    {CL_INVALID_KERNEL_NAME, "no such kernel"},
-    {CL_INVALID_ARG_INDEX, "no such argument"},
-    {CL_INVALID_ARG_VALUE, "invalid value of an argument"},
-    {CL_INVALID_ARG_SIZE, "invalid size of an argument"},
-    {CL_INVALID_KERNEL_ARGS, "invalid arguments"},
-    {CL_INVALID_WORK_GROUP_SIZE, "invalid size of work-groups"},
-    {CL_INVALID_OPERATION, "invalid operation"},
-    {CL_INVALID_BUFFER_SIZE, "invalid size of a buffer"},
-    {CL_INVALID_GLOBAL_WORK_SIZE, "invalid number of work-items"},
-    {-1001, "no platform"},
-    {OVKCLDEBUG_ENQUEUE_FAILED, "the debugger refused the launch"},
 };
 
 const SCode s_DebugCodes[] = {
@@ -71,7 +43,16 @@ std::string Name(const SCode (&table)[N], cl_int nCode)
 
 std::string NameCode(cl_int nCode)
 {
-    return Name(s_Codes, nCode);
+    switch (nCode)
+    {
+#define NAME_CODE(name, words)                                                                                         \
+    case name:                                                                                                         \
+        return #name " (" + std::to_string(nCode) + "), " words;
+        KESTREL_CODES(NAME_CODE)
+#undef NAME_CODE
+    default:
+        return "code " + std::to_string(nCode);
+    }
 }
 
 std::string NameDebugCode(ovkclDebugError nCode)

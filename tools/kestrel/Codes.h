@@ -8,7 +8,7 @@
 namespace KestrelTool
 {
 
-/// An OpenCL code in words, with its number: "out of resources (-5)".
+/// An OpenCL code with its number and its words: "CL_OUT_OF_RESOURCES (-5), out of resources".
 std::string NameCode(cl_int nCode);
 /// A code of the debugger's in words.
 std::string NameDebugCode(ovkclDebugError nCode);

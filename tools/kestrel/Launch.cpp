@@ -111,7 +111,7 @@ void CLaunch::Check(cl_int nCode, const char* pszWhat) const
 {
     if (nCode != CL_SUCCESS)
     {
-        throw CPlatformError(m_File.strPath + ": " + pszWhat + " failed: " + NameCode(nCode));
+        throw CPlatformError(m_File.strPath + ": " + pszWhat + ": " + NameCode(nCode));
     }
 }
 

@@ -13,7 +13,7 @@ void Check(cl_int nCode, const char* pszWhat)
 {
     if (nCode != CL_SUCCESS)
     {
-        throw CPlatformError(std::string(pszWhat) + " failed: " + NameCode(nCode));
+        throw CPlatformError(std::string(pszWhat) + ": " + NameCode(nCode));
     }
 }
 
