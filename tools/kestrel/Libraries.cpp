@@ -3,9 +3,11 @@
 #include "tools/kestrel/OpenCLEntryPoints.def"
 
 #include <dlfcn.h>
+#include <sys/auxv.h>
 
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 namespace KestrelTool
 {
@@ -35,7 +37,9 @@ void* OpenAny(std::initializer_list<const char*> names)
             return pLibrary;
         }
     }
-    throw CPlatformError("this machine has no OpenCL runtime");
+    throw CPlatformError(
+        "this machine has no OpenCL runtime: --platform system takes a loader, libOpenCL.so.1 (Debian: "
+        "ocl-icd-libopencl1), and the driver of a device");
 }
 
 /// The debugger opens the compilers by name; one that is open already is found wherever it lies.
@@ -43,6 +47,15 @@ void OpenCompilers(const std::string& strPlatformDir)
 {
     Open(strPlatformDir + "/libovkocl12cl64.so");
     Open(strPlatformDir + "/libovkqrlrt.so");
+}
+
+/// The running program, also where the system's own files aren't mounted: there by the path that it was started with.
+std::filesystem::path FindProgram()
+{
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const char* pszStarted = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    return error && pszStarted != nullptr ? std::filesystem::weakly_canonical(pszStarted, error) : program;
 }
 
 template <typename Function>
@@ -99,7 +112,7 @@ void CLibraries::LoadDebugger(const std::string& strDebugLibrary)
 
 std::string GetLibraryFolder()
 {
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::filesystem::path program = FindProgram().parent_path();
     const std::filesystem::path beside = program.parent_path() / "lib";
     for (const std::filesystem::path& folder : {beside, program / KESTREL_LIBRARIES_FROM_PROGRAMS})
     {

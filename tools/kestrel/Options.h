@@ -1,0 +1,71 @@
+#ifndef KESTREL_TOOLS_OPTIONS_H
+#define KESTREL_TOOLS_OPTIONS_H
+
+#include "tools/kestrel/command/DebugSession.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI
+{
+class App;
+}
+
+namespace KestrelTool
+{
+
+/// What the command line asks for; each command reads what concerns it.
+struct SOptions
+{
+    std::string strCommand; ///< "run", "debug" and so on
+    std::string strLaunch;
+    std::string strPlatform = "software"; ///< or "system"
+    size_t nStops = 0;
+    SDebugOptions debug;
+    std::string strInput;
+    std::string strOutput; ///< empty for the standard output
+    std::string strDevice;
+    std::string strKernel;
+    std::string strBuildOptions = "-g";
+    bool bNumbers = false;
+    bool bPlaces = false;
+    bool bTokens = false;
+    std::string strCompileOptions;
+    bool bEmitLLVM = false;
+    std::string strShell;
+    std::vector<std::string> vProgram; ///< the words after --
+    std::string strLaunches;
+};
+
+/// The commands and options of the command line.
+class COptionParser
+{
+public:
+    COptionParser();
+    ~COptionParser();
+
+    /// Reads a command line, and answers `--help`, `--version` and what is wrong itself.
+    /// \return the code to end with if nothing is left to do
+    std::optional<int> Read(int argc, char** argv, SOptions& options);
+
+    /// What a shell completes after `kestrel`, as a script of the shell's.
+    /// \param strShell  bash, zsh or fish
+    std::string MakeCompletion(const std::string& strShell) const;
+
+private:
+    void AddRunning();
+    void AddConverters();
+    void AddCompiler();
+    void AddPrograms();
+    /// A command that makes one file of another.
+    CLI::App* AddConverter(const char* pszName, const char* pszInput, const char* pszText);
+
+    SOptions m_Options;
+    std::unique_ptr<CLI::App> m_pApp;
+};
+
+} // namespace KestrelTool
+
+#endif
