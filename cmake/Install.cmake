@@ -23,7 +23,16 @@ install(FILES ${CMAKE_BINARY_DIR}/installed/kestrel.icd DESTINATION ${CMAKE_INST
         COMPONENT platform)
 
 install(TARGETS kestrel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
-install(FILES docs/kestrel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+execute_process(COMMAND gzip -9n INPUT_FILE ${CMAKE_SOURCE_DIR}/docs/kestrel.1
+                OUTPUT_FILE ${CMAKE_BINARY_DIR}/installed/kestrel.1.gz)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS docs/kestrel.1)
+install(FILES ${CMAKE_BINARY_DIR}/installed/kestrel.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+set(completions ${CMAKE_BINARY_DIR}/completions)
+install(FILES ${completions}/kestrel.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kestrel
+        COMPONENT tool)
+install(FILES ${completions}/kestrel.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions RENAME _kestrel
+        COMPONENT tool)
+install(FILES ${completions}/kestrel.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tool)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/kestrel COMPONENT tool
         PATTERN CMakeLists.txt EXCLUDE)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool PATTERN kestrel.1 EXCLUDE)
@@ -44,3 +53,6 @@ string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
 configure_file(cmake/OVKKestrel.pc.in ${CMAKE_BINARY_DIR}/installed/OVKKestrel.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/installed/OVKKestrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT development)
+
+# Debian packages: cpack -G DEB.
+include(${CMAKE_CURRENT_LIST_DIR}/Packages.cmake)
