@@ -188,7 +188,7 @@ SProgramCommand MakeProgramCommand(const SOptions& options)
     }
     const bool bSoftware = options.strPlatform == "software";
     return {options.vProgram, GetLibraryFolder() + "/libkestrel-layer.so",
-            bSoftware ? GetPlatformFolder() + "/icd" : std::string()};
+            bSoftware ? GetPlatformFolder() + "/libOpenCL.so.1" : std::string()};
 }
 
 int Capture(const SOptions& options)
