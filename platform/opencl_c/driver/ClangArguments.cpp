@@ -71,6 +71,10 @@ std::vector<std::string> ClangArguments(const SCompileJob& job)
     {
         vArguments.emplace_back("-debug-info-kind=line-tables-only");
     }
+    if (!job.options.bEmitLLVM)
+    {
+        vArguments.emplace_back("-discard-value-names"); // nobody sees them
+    }
     AddLanguageOptions(job.options, vArguments);
     vArguments.emplace_back(s_pszSourceName);
     return vArguments;

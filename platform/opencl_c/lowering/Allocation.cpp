@@ -157,8 +157,12 @@ private:
         }
         m_vParents[b] = a;
         m_vComponents[a] = std::max(m_vComponents[a], m_vComponents[b]);
-        spansA = Union(spansA, spansB);
-        spansB.clear();
+        if (spansA.size() < spansB.size())
+        {
+            spansA.swap(spansB);
+        }
+        Unite(spansA, spansB);
+        spansB = Spans();
         m_Live.vHulls[a].nFirst = std::min(m_Live.vHulls[a].nFirst, m_Live.vHulls[b].nFirst);
         m_Live.vHulls[a].nLast = std::max(m_Live.vHulls[a].nLast, m_Live.vHulls[b].nLast);
     }

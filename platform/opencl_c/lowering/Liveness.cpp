@@ -245,6 +245,10 @@ private:
 
     static void Normalize(Spans& spans)
     {
+        if (spans.size() < 2)
+        {
+            return;
+        }
         std::sort(spans.begin(), spans.end(), [](const SSpan& a, const SSpan& b) { return a.nFirst < b.nFirst; });
         Spans merged;
         for (const SSpan& span : spans)
@@ -277,36 +281,41 @@ private:
 
 bool Meet(const Spans& a, const Spans& b, llvm::function_ref<bool(const SSpan&)> counts)
 {
-    for (auto itA = a.begin(), itB = b.begin(); itA != a.end() && itB != b.end();)
+    // Long lists meet short ones: of the long one only what may touch the short one is looked at.
+    const Spans& rare = a.size() < b.size() ? a : b;
+    const Spans& many = a.size() < b.size() ? b : a;
+    for (const SSpan& span : rare)
     {
-        const SSpan both = {std::max(itA->nFirst, itB->nFirst), std::min(itA->nLast, itB->nLast)};
-        if (!both.IsEmpty() && counts(both))
+        auto it = std::lower_bound(many.begin(), many.end(), span.nFirst,
+                                   [](const SSpan& other, uint32_t nFirst) { return other.nLast < nFirst; });
+        for (; it != many.end() && it->nFirst <= span.nLast; ++it)
         {
-            return true;
+            if (counts({std::max(it->nFirst, span.nFirst), std::min(it->nLast, span.nLast)}))
+            {
+                return true;
+            }
         }
-        itA->nLast < itB->nLast ? ++itA : ++itB;
     }
     return false;
 }
 
-Spans Union(const Spans& a, const Spans& b)
+void Unite(Spans& spans, const Spans& others)
 {
-    Spans result(a.size() + b.size());
-    std::merge(a.begin(), a.end(), b.begin(), b.end(), result.begin(),
-               [](const SSpan& x, const SSpan& y) { return x.nFirst < y.nFirst; });
-    Spans joined;
-    for (const SSpan& span : result)
+    for (const SSpan& span : others)
     {
-        if (!joined.empty() && span.nFirst <= joined.back().nLast)
+        const auto itFirst = std::lower_bound(spans.begin(), spans.end(), span.nFirst,
+                                              [](const SSpan& has, uint32_t nFirst) { return has.nLast < nFirst; });
+        const auto itEnd = std::upper_bound(itFirst, spans.end(), span.nLast,
+                                            [](uint32_t nLast, const SSpan& has) { return nLast < has.nFirst; });
+        if (itFirst == itEnd)
         {
-            joined.back().nLast = std::max(joined.back().nLast, span.nLast);
+            spans.insert(itFirst, span);
+            continue;
         }
-        else
-        {
-            joined.push_back(span);
-        }
+        itFirst->nFirst = std::min(itFirst->nFirst, span.nFirst);
+        itFirst->nLast = std::max(std::prev(itEnd)->nLast, span.nLast);
+        spans.erase(std::next(itFirst), itEnd);
     }
-    return joined;
 }
 
 SLiveness FindLiveness(const SKernelCode& code, const std::vector<SFlowStep>& vSteps, unsigned nGuards)

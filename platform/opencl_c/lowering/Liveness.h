@@ -42,7 +42,8 @@ SLiveness FindLiveness(const SKernelCode& code, const std::vector<SFlowStep>& vS
 
 /// Whether there is a stretch that is part of both and of which the function says that it counts.
 bool Meet(const Spans& a, const Spans& b, llvm::function_ref<bool(const SSpan&)> counts);
-Spans Union(const Spans& a, const Spans& b);
+/// Adds others to a list that may be much longer.
+void Unite(Spans& spans, const Spans& others);
 
 } // namespace KestrelOpenCL
 
