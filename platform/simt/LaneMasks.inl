@@ -3,7 +3,10 @@
 /// A bit or two for each active lane of a granule. \param nBits how many
 uint32_t GranuleBits(const uint32_t* pMask, uint32_t& nBits)
 {
-#ifdef __AVX2__
+#if defined(__AVX512DQ__)
+    nBits = 1;
+    return _mm512_movepi32_mask(*reinterpret_cast<const __m512i*>(pMask));
+#elif defined(__AVX2__)
     const __m256i* const p = reinterpret_cast<const __m256i*>(pMask);
     nBits = 2;
     return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_packs_epi32(p[0], p[1])));

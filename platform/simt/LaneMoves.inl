@@ -93,19 +93,30 @@ uint32_t WordAt(const unsigned char* p)
     return n;
 }
 
+/// Asked of the instruction set: the compiler takes a vector apart for it, word by word.
+bool IsZero(const Words& words)
+{
+#if defined(__AVX512F__)
+    const auto vector = reinterpret_cast<__m512i>(words);
+    return _mm512_test_epi32_mask(vector, vector) == 0;
+#elif defined(__AVX2__)
+    const auto vector = reinterpret_cast<__m256i>(words);
+    return _mm256_testz_si256(vector, vector) != 0;
+#else
+    const auto vector = reinterpret_cast<__m128i>(words);
+    return _mm_testz_si128(vector, vector) != 0;
+#endif
+}
+
+alignas(64) const uint32_t s_nLaneNumbers[s_nGranule] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+
 /// True if the granule's values are its first one plus nStride each.
 bool IsGranuleSequence(const uint32_t* pValues, uint32_t nStride)
 {
-    Words expected;
-    for (uint32_t k = 0; k < s_nVectorWords; ++k)
-        expected[k] = pValues[0] + k * nStride;
     Words difference = {};
     for (uint32_t k = 0; k < s_nGranule; k += s_nVectorWords)
-        difference |= *WordsAt(pValues + k) ^ (expected + k * nStride);
-    uint32_t nDifference = 0;
-    for (uint32_t k = 0; k < s_nVectorWords; ++k)
-        nDifference |= difference[k];
-    return nDifference == 0;
+        difference |= *WordsAt(pValues + k) ^ (*WordsAt(s_nLaneNumbers + k) * nStride + pValues[0]);
+    return IsZero(difference);
 }
 
 /// Work-items in a row of a two-dimensional group load consecutive words, or all the same one.
@@ -120,9 +131,9 @@ void GatherGranule(uint32_t* pRow, const unsigned char* pBase, const uint32_t* p
     }
     if (nStep == 0 && IsGranuleSequence(pOffsets, 0))
     {
-        const uint32_t nWord = WordAt(pFirst);
-        for (uint32_t k = 0; k < s_nGranule; ++k)
-            pRow[k] = nWord;
+        const Words all = Words{} + WordAt(pFirst);
+        for (uint32_t k = 0; k < s_nGranule; k += s_nVectorWords)
+            *WordsAt(pRow + k) = all;
         return;
     }
     for (uint32_t k = 0; k < s_nGranule; ++k)
