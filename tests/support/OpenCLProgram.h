@@ -1,6 +1,7 @@
 #ifndef KESTREL_TESTS_SUPPORT_OPENCLPROGRAM_H
 #define KESTREL_TESTS_SUPPORT_OPENCLPROGRAM_H
 
+#include "tests/platform/opencl_c/dwarf/DebugReaders.h"
 #include "tests/platform/runtime/Runtime.h"
 
 #include <array>
@@ -53,6 +54,17 @@ struct SLocalBytes
 {
     size_t nBytes;
 };
+
+/// With KESTREL_CHECK_BINARIES=1, what the system's readers of debug data find wrong with a binary fails the test; one
+/// that a debugger has made has none.
+inline void CheckDebugData(const std::vector<char>& vBinary)
+{
+    const std::string_view bytes(vBinary.data(), vBinary.size());
+    if (std::getenv("KESTREL_CHECK_BINARIES") != nullptr && bytes.find(".debug_line") != std::string_view::npos)
+    {
+        EXPECT_EQ(KestrelTests::Complaints(vBinary), "");
+    }
+}
 
 /// One device with a context and a queue, as a host program has it. Its functions throw COpenCLFailure.
 class COpenCLDevice
@@ -178,6 +190,7 @@ public:
             cl.clReleaseProgram(m_program);
             throw std::runtime_error("clBuildProgram gave " + std::to_string(nCode) + ":\n" + strLog);
         }
+        CheckDebugData(device.Binary(m_program));
     }
 
     /// From a kernel binary. Throws COpenCLFailure.

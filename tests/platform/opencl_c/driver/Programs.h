@@ -71,6 +71,8 @@ inline std::vector<int> RunInts(COpenCLDevice& device, const CProgramHandle& pro
     const std::shared_ptr<std::remove_pointer_t<cl_kernel>> kernel(
         device.cl.clCreateKernel(program.Get(), pszName, nullptr),
         [](cl_kernel k) { k ? Runtime().clReleaseKernel(k) : CL_SUCCESS; });
+    const std::vector<unsigned char> vBinary = BinaryOf(device, program);
+    CheckDebugData({vBinary.begin(), vBinary.end()});
     if (!kernel)
     {
         ADD_FAILURE() << "no kernel " << pszName;
