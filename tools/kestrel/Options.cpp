@@ -104,21 +104,27 @@ void COptionParser::AddRunning()
     pStep->add_option("LAUNCH", m_Options.strLaunch, "launch file (JSON)")->required();
     pStep->add_option("--stops", m_Options.nStops, "run on to the end after that many stops");
 
-    SDebugOptions& debug = m_Options.debug;
     CLI::App* pDebug = m_pApp->add_subcommand("debug", "Debug a launch at a prompt, or by a script");
     pDebug->add_option("LAUNCH", m_Options.strLaunch, "launch file (JSON)")->required();
-    pDebug->add_flag("-q,--quiet", debug.bQuiet, "say nothing at the start");
-    pDebug->add_flag("--batch", debug.bBatch, "end after the scripts");
-    pDebug->add_flag("--json", debug.bJson, "answers and events as JSON, one object a line");
-    pDebug->add_flag("--echo", debug.bEcho, "print each command in front of what comes of it");
+    AddScripts(*pDebug);
+}
+
+/// The options of what debugs by scripts and at a prompt.
+void COptionParser::AddScripts(CLI::App& command)
+{
+    SDebugOptions& debug = m_Options.debug;
+    command.add_flag("-q,--quiet", debug.bQuiet, "say nothing at the start");
+    command.add_flag("--batch", debug.bBatch, "end after the scripts");
+    command.add_flag("--json", debug.bJson, "answers and events as JSON, one object a line");
+    command.add_flag("--echo", debug.bEcho, "print each command in front of what comes of it");
     // Called in the order of the command line.
     const auto addScript = [&debug](bool bFile) {
         return [&debug, bFile](const std::string& strText) { debug.vScripts.push_back({bFile, strText}); };
     };
-    pDebug->add_option_function<std::string>("-x", addScript(true), "do the commands of a file")
+    command.add_option_function<std::string>("-x", addScript(true), "do the commands of a file")
         ->type_name("FILE")
         ->trigger_on_parse();
-    pDebug->add_option_function<std::string>("--ex", addScript(false), "do a command")
+    command.add_option_function<std::string>("--ex", addScript(false), "do a command")
         ->type_name("COMMAND")
         ->trigger_on_parse();
 }
@@ -171,6 +177,7 @@ void COptionParser::AddCompiler()
 
 void COptionParser::AddPrograms()
 {
+    AddScripts(*m_pApp->add_subcommand("exec", "Debug the launches of a program: exec [OPTIONS] -- PROGRAM ARGS"));
     CLI::App* pCapture = m_pApp->add_subcommand(
         "capture", "Write launches of a program as launch files: capture [OPTIONS] -- PROGRAM ARGS");
     pCapture->add_option("-o,--output", m_Options.strOutput, "folder for them; captured if missing");

@@ -59,6 +59,7 @@ private:
     void AddConverters();
     void AddCompiler();
     void AddPrograms();
+    void AddScripts(CLI::App& command);
     /// A command that makes one file of another.
     CLI::App* AddConverter(const char* pszName, const char* pszInput, const char* pszText);
 

@@ -187,8 +187,19 @@ SProgramCommand MakeProgramCommand(const SOptions& options)
         throw CLaunchFileError("a program is needed, behind --: kestrel exec -- ./program");
     }
     const bool bSoftware = options.strPlatform == "software";
-    return {options.vProgram, GetLibraryFolder() + "/libkestrel-layer.so",
-            bSoftware ? GetPlatformFolder() + "/libOpenCL.so.1" : std::string()};
+    SProgramCommand command;
+    command.vWords = options.vProgram;
+    command.strLayer = GetLibraryFolder() + "/libkestrel-layer.so";
+    command.strVendors = bSoftware ? GetPlatformFolder() + "/libOpenCL.so.1" : std::string();
+    command.bNoInput = options.debug.bJson;
+    return command;
+}
+
+int Exec(const SOptions& options)
+{
+    const SProgramCommand command = MakeProgramCommand(options);
+    const CLibraries libraries = OpenLibraries(options);
+    return RunProgramSession(libraries, command, options.debug);
 }
 
 int Capture(const SOptions& options)
@@ -243,9 +254,9 @@ int Complete(const SOptions& options)
 }
 
 const std::pair<const char*, int (*)(const SOptions&)> s_Commands[] = {
-    {"run", Run},        {"step", Step}, {"debug", Debug}, {"asm", Assemble},  {"disasm", Disassemble},
-    {"cc", Compile},     {"info", Info}, {"new", New},     {"manual", Manual}, {"completion", Complete},
-    {"capture", Capture}};
+    {"run", Run},         {"step", Step}, {"debug", Debug}, {"asm", Assemble},  {"disasm", Disassemble},
+    {"cc", Compile},      {"info", Info}, {"new", New},     {"manual", Manual}, {"completion", Complete},
+    {"capture", Capture}, {"exec", Exec}};
 
 int RunCommandLine(int argc, char** argv)
 {

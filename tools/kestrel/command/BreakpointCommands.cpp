@@ -2,6 +2,8 @@
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/SourceLines.h"
+#include "tools/kestrel/program/ProgramSession.h"
 
 namespace KestrelTool
 {
@@ -11,9 +13,50 @@ using nlohmann::json;
 namespace
 {
 
+/// A breakpoint of a program's: it has its line in those launches that have its place.
+json AddLaunchBreakpoint(CCommandContext& context, const SLaunchPlace& place, bool bTemporary,
+                         const std::optional<std::string>& strCondition)
+{
+    std::optional<CExpression> condition;
+    if (strCondition)
+    {
+        condition.emplace(*strCondition, context.GetInterpreter().FindDebugger());
+    }
+    CProgramSession& program = *context.GetInterpreter().GetProgram();
+    SBreakpoint& breakpoint = program.AddBreakpoint(place, bTemporary);
+    breakpoint.condition = std::move(condition);
+    json answer = DescribeBreakpoint(context.GetInterpreter().FindDebugger(), breakpoint);
+    answer["view"] = "breakpoint";
+    return answer;
+}
+
+/// A place that a launch needn't be there for: "FILE:LINE", or a kernel's name that is none of a function here.
+std::optional<SLaunchPlace> ReadLaunchPlace(CCommandContext& context, const std::string& strPlace)
+{
+    if (context.GetInterpreter().GetProgram() == nullptr)
+    {
+        return std::nullopt;
+    }
+    SLaunchPlace place;
+    if (const std::optional<SSourceLine> line = ReadSourceLine(strPlace))
+    {
+        place.eKind = SLaunchPlace::Source;
+        place.strFile = line->strFile;
+        place.nLine = line->nLine;
+        return place;
+    }
+    CDebugger* const pDebugger = context.GetInterpreter().FindDebugger();
+    const bool bName = !strPlace.empty() && strPlace.find_first_of("+- \t") == std::string::npos &&
+                       std::isdigit(static_cast<unsigned char>(strPlace[0])) == 0 && strPlace != "entry";
+    const bool bFunction = bName && pDebugger != nullptr && strPlace != pDebugger->GetLaunch().GetFile().strKernel &&
+                           pDebugger->GetCode().FindName(strPlace) != nullptr;
+    place.eKind = SLaunchPlace::Kernel;
+    place.strKernel = strPlace;
+    return bName && !bFunction ? std::optional<SLaunchPlace>(place) : std::nullopt;
+}
+
 json AddBreakpoint(CCommandContext& context, bool bTemporary)
 {
-    CDebugger& debugger = context.GetDebugger();
     std::string strPlace = context.GetArguments();
     std::string strCondition;
     const size_t nIf = (" " + strPlace + " ").find(" if ");
@@ -23,6 +66,12 @@ json AddBreakpoint(CCommandContext& context, bool bTemporary)
         strPlace = strPlace.substr(0, nIf);
     }
     strPlace.erase(strPlace.find_last_not_of(" \t") + 1);
+    if (const std::optional<SLaunchPlace> place = ReadLaunchPlace(context, strPlace))
+    {
+        return AddLaunchBreakpoint(context, *place, bTemporary,
+                                   nIf != std::string::npos ? std::optional<std::string>(strCondition) : std::nullopt);
+    }
+    CDebugger& debugger = context.GetDebugger();
     if (strPlace.empty())
     {
         debugger.RequireLive();
@@ -40,7 +89,7 @@ json AddBreakpoint(CCommandContext& context, bool bTemporary)
         debugger.GetBreakpoints().Remove(breakpoint.nId);
         throw CCommandError("line " + std::to_string(nLine) + " can hold no breakpoint");
     }
-    json answer = DescribeBreakpoint(debugger, breakpoint);
+    json answer = DescribeBreakpoint(&debugger, breakpoint);
     answer["view"] = "breakpoint";
     return answer;
 }
@@ -51,11 +100,11 @@ std::vector<unsigned int> ReadIds(CCommandContext& context)
     std::vector<unsigned int> vIds;
     for (const std::string& strWord : context.GetWords())
     {
-        vIds.push_back(context.GetDebugger().GetBreakpoints().Find(ReadShortNumber(strWord)).nId);
+        vIds.push_back(context.GetInterpreter().GetBreakpoints().Find(ReadShortNumber(strWord)).nId);
     }
     if (vIds.empty())
     {
-        for (const SBreakpoint& breakpoint : context.GetDebugger().GetBreakpoints().GetAll())
+        for (const SBreakpoint& breakpoint : context.GetInterpreter().GetBreakpoints().GetAll())
         {
             vIds.push_back(breakpoint.nId);
         }
@@ -70,28 +119,33 @@ SBreakpoint& SplitFirst(CCommandContext& context, const char* pszWhat, std::stri
     const size_t nEnd = std::min(strText.find_first_of(" \t"), strText.size());
     strRest = strText.substr(nEnd);
     strRest.erase(0, std::min(strRest.find_first_not_of(" \t"), strRest.size()));
-    return context.GetDebugger().GetBreakpoints().Find(ReadShortNumber(strText.substr(0, nEnd)));
+    return context.GetInterpreter().GetBreakpoints().Find(ReadShortNumber(strText.substr(0, nEnd)));
 }
 
 json SetEnabled(CCommandContext& context, bool bEnabled)
 {
     for (const unsigned int nId : ReadIds(context))
     {
-        context.GetDebugger().GetBreakpoints().Find(nId).bEnabled = bEnabled;
+        context.GetInterpreter().GetBreakpoints().Find(nId).bEnabled = bEnabled;
     }
     return nullptr;
 }
 
 } // namespace
 
-json DescribeBreakpoint(CDebugger& debugger, const SBreakpoint& breakpoint)
+json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint& breakpoint)
 {
+    const bool bHere = pDebugger != nullptr && breakpoint.nLine != SBreakpoint::NoLine;
     json description = {{"id", breakpoint.nId},
-                        {"line", breakpoint.nLine},
-                        {"text", debugger.GetListing().GetLine(breakpoint.nLine)},
+                        {"line", bHere ? json(breakpoint.nLine) : json()},
+                        {"text", bHere ? pDebugger->GetListing().GetLine(breakpoint.nLine) : std::string()},
                         {"temporary", breakpoint.bTemporary},
                         {"enabled", breakpoint.bEnabled},
                         {"hits", breakpoint.nHits}};
+    if (breakpoint.place)
+    {
+        description["place"] = NamePlace(*breakpoint.place);
+    }
     if (breakpoint.condition)
     {
         description["condition"] = breakpoint.condition->GetText();
@@ -105,6 +159,28 @@ json DescribeBreakpoint(CDebugger& debugger, const SBreakpoint& breakpoint)
         description["commands"] = breakpoint.vCommands;
     }
     return description;
+}
+
+json DoCatchLaunch(CCommandContext& context)
+{
+    if (context.GetInterpreter().GetProgram() == nullptr)
+    {
+        throw CCommandError("there is no program here; kestrel exec debugs one");
+    }
+    SLaunchPlace place;
+    place.eKind = SLaunchPlace::Launch;
+    for (const std::string& strWord : context.GetWords())
+    {
+        const bool bNumber = std::isdigit(static_cast<unsigned char>(strWord[0])) != 0;
+        const bool bTaken = bNumber ? place.nNumber != 0 : !place.strKernel.empty() || place.nNumber != 0;
+        if (bTaken)
+        {
+            throw CCommandError("catch launch takes a kernel, a number, or both in this order");
+        }
+        place.nNumber = bNumber ? ReadNumber(strWord) : 0;
+        place.strKernel = bNumber ? place.strKernel : strWord;
+    }
+    return AddLaunchBreakpoint(context, place, false, std::nullopt);
 }
 
 json DoBreak(CCommandContext& context)
@@ -126,7 +202,7 @@ json DoCondition(CCommandContext& context)
         breakpoint.condition.reset();
         return {{"view", "text"}, {"text", "breakpoint " + std::to_string(breakpoint.nId) + " has no condition now"}};
     }
-    breakpoint.condition.emplace(strCondition, &context.GetDebugger());
+    breakpoint.condition.emplace(strCondition, context.GetInterpreter().FindDebugger());
     return nullptr;
 }
 
@@ -142,7 +218,7 @@ json DoIgnore(CCommandContext& context)
 
 json DoBreakpointCommands(CCommandContext& context)
 {
-    CBreakpoints& breakpoints = context.GetDebugger().GetBreakpoints();
+    CBreakpoints& breakpoints = context.GetInterpreter().GetBreakpoints();
     if (context.GetArguments().empty() && breakpoints.GetAll().empty())
     {
         throw CCommandError("there is no breakpoint");
@@ -173,7 +249,7 @@ json DoDelete(CCommandContext& context)
 {
     for (const unsigned int nId : ReadIds(context))
     {
-        context.GetDebugger().GetBreakpoints().Remove(nId);
+        context.GetInterpreter().GetBreakpoints().Remove(nId);
     }
     return nullptr;
 }
@@ -182,9 +258,9 @@ json DoInfoBreakpoints(CCommandContext& context)
 {
     context.AllowNone();
     json list = json::array();
-    for (const SBreakpoint& breakpoint : context.GetDebugger().GetBreakpoints().GetAll())
+    for (const SBreakpoint& breakpoint : context.GetInterpreter().GetBreakpoints().GetAll())
     {
-        list.push_back(DescribeBreakpoint(context.GetDebugger(), breakpoint));
+        list.push_back(DescribeBreakpoint(context.GetInterpreter().FindDebugger(), breakpoint));
     }
     return {{"view", "breakpoints"}, {"breakpoints", list}};
 }

@@ -1,5 +1,6 @@
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/SourceLines.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -129,6 +130,15 @@ unsigned int ReadPlace(CDebugger& debugger, const std::string& strText)
     if (strText == "entry" || strText == debugger.GetLaunch().GetFile().strKernel)
     {
         return code.GetFirstStop();
+    }
+    if (const std::optional<SSourceLine> line = ReadSourceLine(strText))
+    {
+        const unsigned int nFound = FindSourceLine(listing, code.FindFunction(code.GetFirstStop()), *line);
+        if (nFound == CListing::NoLine)
+        {
+            throw CCommandError("the kernel has nothing of " + strText + " or behind it");
+        }
+        return nFound;
     }
     const std::string strLabelWord = "func ";
     const bool bLabel = strText.compare(0, strLabelWord.size(), strLabelWord) == 0;

@@ -13,6 +13,7 @@ const char* const s_pszBreakpoints = "Breakpoints";
 const char* const s_pszText = "The kernel's text";
 const char* const s_pszValues = "Values of a work-item";
 const char* const s_pszDispatch = "The whole dispatch";
+const char* const s_pszPrograms = "Programs under kestrel exec";
 const char* const s_pszOther = "Settings and the rest";
 
 } // namespace
@@ -56,9 +57,12 @@ const SCommand g_Commands[] = {
 
     {"break", "b br", "[PLACE] [if CONDITION]", s_pszBreakpoints,
      "Stop in front of a line, in front of a function, or at the kernel's entry.",
-     "A place is a line's number, +N or -N lines from here, a function's name, func and its label, or entry; none is "
+     "A place is a line's number, FILE:LINE of the source, +N or -N lines from here, a function's name, func and its "
+     "label, or entry; none is "
      "the line "
-     "of the stop. A line without an instruction stands for the next one that has one. Lines count from 0, as list "
+     "of the stop. Under kestrel exec a kernel's name or FILE:LINE stops in all launches that have it, and a line in "
+     "all launches of the kernel. A line without an instruction stands for the next one that has one. Lines count from "
+     "0, as list "
      "shows them.\n"
      "A condition is an expression. any, all and count() ask the active work-items, with /a all of them; without one "
      "of these the condition asks whether any active work-item fulfils it. A breakpoint is passed where no work-item "
@@ -79,8 +83,23 @@ const SCommand g_Commands[] = {
      "break 21\ndisable 1\nrun", DoDisable, false, ECompletion::Nothing},
     {"delete", "d", "[ID...]", s_pszBreakpoints, "Take breakpoints away; all without a number.", "",
      "break 21\nbreak 33\ndelete 1\ninfo breakpoints", DoDelete, false, ECompletion::Nothing},
+    {"catch launch", "", "[KERNEL] [N]", s_pszPrograms, "Stop at the entry of launches of the program.",
+     "Of each launch, of the N-th one, of each launch of a kernel, or of its N-th. Counted from 1.", "", DoCatchLaunch,
+     false, ECompletion::Nothing},
+    {"finish-launch", "", "", s_pszPrograms, "Let the program go on, without a stop in the launch that waits.",
+     "The program's own launch runs now; what was debugged was a replay of it.", "", DoFinishLaunch, false,
+     ECompletion::Nothing},
     {"info breakpoints", "b br", "", s_pszBreakpoints, "List the breakpoints with their conditions and hits.", "",
      "break 21 if any r3.x > 60\ntbreak 33\nrun\ninfo breakpoints", DoInfoBreakpoints, false, ECompletion::Nothing},
+    {"info launches", "", "", s_pszPrograms, "List the program's launches so far.",
+     "With their times since the first one, arguments and sizes.", "", DoInfoLaunches, false, ECompletion::Nothing},
+    {"info kernels", "", "", s_pszPrograms, "List the kernels that the program has launched, and how often.", "", "",
+     DoInfoKernels, false, ECompletion::Nothing},
+    {"info programs", "", "", s_pszPrograms, "List the OpenCL programs that the program has made.",
+     "A program hands its text over without a name. It is called by the file *.cl with the same text if one lies in "
+     "the "
+     "working folder, or in that of the program or of a file that it was given.",
+     "", DoInfoPrograms, false, ECompletion::Nothing},
     {"info registers", "r reg", "[REGISTER...]", s_pszValues, "Show the registers of the work-item in focus.",
      "All that have a value, or those that are named. Formats as for print.",
      "break 24\nrun\ninfo registers r0 r1 r3 r4", DoInfoRegisters, false, ECompletion::Register},

@@ -38,7 +38,8 @@ private:
 uint64_t ReadNumber(const std::string& strText);
 /// The same, of 32 bits.
 unsigned int ReadShortNumber(const std::string& strText);
-/// A line, a function's name, "func LABEL", "entry", "+N" or "-N"; always a line with an instruction.
+/// A line, "FILE:LINE" of the source, a function's name, "func LABEL", "entry", "+N" or "-N"; always a line with an
+/// instruction.
 unsigned int ReadPlace(CDebugger& debugger, const std::string& strText);
 /// What print and display show.
 nlohmann::json PrintExpression(CDebugger& debugger, const std::string& strFormat, const std::string& strExpression);
@@ -46,7 +47,7 @@ nlohmann::json PrintExpression(CDebugger& debugger, const std::string& strFormat
 size_t GetPictureWidth(const SSettings& settings);
 size_t GetPictureHeight(const SSettings& settings);
 /// A breakpoint as info breakpoints has it.
-nlohmann::json DescribeBreakpoint(CDebugger& debugger, const SBreakpoint& breakpoint);
+nlohmann::json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint& breakpoint);
 
 // clang-format off
 #define KESTREL_COMMAND_FUNCTIONS(X)                                                                                   \
@@ -59,7 +60,7 @@ nlohmann::json DescribeBreakpoint(CDebugger& debugger, const SBreakpoint& breakp
         X(Condition) X(Ignore) X(BreakpointCommands) X(Enable) X(Disable) X(Delete) X(InfoBreakpoints) X(List)         \
             X(Disassemble) X(Print) X(Display) X(Undisplay) X(InfoDisplay) X(Examine) X(InfoRegisters) X(InfoMemory)   \
                 X(InfoKernel) X(InfoDispatch) X(InfoFaults) X(Mask) X(Grid) X(Stats) X(Where) X(Diff) X(WorkItem) X(Set) X(Show)     \
-                    X(Help) X(Source) X(Quit)
+                    X(Help) X(Source) X(Quit) X(CatchLaunch) X(FinishLaunch) X(InfoLaunches) X(InfoKernels) X(InfoPrograms)
 // clang-format on
 #define KESTREL_DECLARE_COMMAND(name) nlohmann::json Do##name(CCommandContext& context);
 KESTREL_COMMAND_FUNCTIONS(KESTREL_DECLARE_COMMAND)

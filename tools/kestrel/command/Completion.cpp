@@ -72,6 +72,11 @@ std::vector<std::string> ListFiles(const std::string& strWord)
 std::vector<std::string> ListChoices(CInterpreter& interpreter, ECompletion eCompletion, const std::string& strWord)
 {
     std::vector<std::string> vNames;
+    const bool bNeedsLaunch = eCompletion == ECompletion::Register || eCompletion == ECompletion::Place;
+    if (bNeedsLaunch && interpreter.FindDebugger() == nullptr)
+    {
+        return vNames;
+    }
     switch (eCompletion)
     {
     case ECompletion::Register:

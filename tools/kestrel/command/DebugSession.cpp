@@ -4,6 +4,7 @@
 #include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/command/Interpreter.h"
 #include "tools/kestrel/command/Prompt.h"
+#include "tools/kestrel/program/ProgramSession.h"
 
 #include <unistd.h>
 
@@ -38,7 +39,11 @@ CInterpreter::EResult RunInput(CInterpreter& interpreter, const SDebugOptions& o
     // What an interrupt has ended is over with the next line of the user's.
     const auto clear = [&](std::optional<std::string> line)
     {
-        interpreter.GetDebugger().ClearInterrupts();
+        CDebugger* const pDebugger = interpreter.FindDebugger();
+        if (pDebugger != nullptr)
+        {
+            pDebugger->ClearInterrupts();
+        }
         return line;
     };
     if (options.bJson || isatty(STDIN_FILENO) == 0)
@@ -72,7 +77,7 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
     CDebugger debugger(libraries, ReadLaunchFile(options.strLaunch), interpreter);
     interpreter.SetDebugger(debugger);
     text.SetSettings(debugger.GetSettings());
-    const CInterruptScope interrupts(debugger, interpreter, !options.bBatch);
+    const CInterruptScope interrupts(&debugger, interpreter, !options.bBatch);
     if (!options.bQuiet && !options.bJson)
     {
         std::cout << MakeBanner(debugger);
@@ -99,6 +104,62 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
         return EXIT_FAULT;
     }
     return debugger.HasDifference() ? EXIT_OUTPUT_DIFFERS : EXIT_GOOD;
+}
+
+namespace
+{
+
+/// Lets the program run to its end, wherever it stands.
+void RunOut(CProgramSession& program)
+{
+    if (!program.IsRunning())
+    {
+        return;
+    }
+    program.GetBreakpoints().Clear();
+    while (program.GetDebugger() != nullptr)
+    {
+        program.FinishLaunch();
+    }
+}
+
+} // namespace
+
+int RunProgramSession(const CLibraries& libraries, const SProgramCommand& command, const SDebugOptions& options)
+{
+    CTextOutput text(std::cout, std::cerr, options.bEcho);
+    CJsonOutput json(std::cout);
+    CInterpreter interpreter(options.bJson ? static_cast<IOutput&>(json) : text);
+    CProgramSession program(libraries, command, interpreter);
+    interpreter.SetProgram(program);
+    text.SetSettings(program.GetSettings());
+    const bool bPrompt = !options.bBatch && (options.bJson || isatty(STDIN_FILENO) != 0);
+    const CInterruptScope interrupts(nullptr, interpreter, bPrompt);
+    program.SetWatcher([&](CDebugger* pDebugger) { interrupts.Watch(pDebugger); });
+    if (bPrompt && !options.bQuiet && !options.bJson)
+    {
+        std::cout << "Program " << command.vWords.front() << ". run starts it, help lists the commands.\n";
+    }
+
+    CInterpreter::EResult eResult = RunScripts(interpreter, options.vScripts);
+    if (eResult == CInterpreter::Good && options.vScripts.empty() && !bPrompt)
+    {
+        eResult = interpreter.Execute("run");
+    }
+    if (eResult == CInterpreter::Good && bPrompt)
+    {
+        eResult = RunInput(interpreter, options);
+        eResult = !options.bJson && eResult == CInterpreter::Failed ? CInterpreter::Good : eResult;
+    }
+    else if (eResult == CInterpreter::Good)
+    {
+        RunOut(program);
+    }
+    if (eResult == CInterpreter::Failed)
+    {
+        return interpreter.GetFailureCode() != EXIT_GOOD ? interpreter.GetFailureCode() : EXIT_COMMAND_FAILED;
+    }
+    return program.GetExitCode();
 }
 
 } // namespace KestrelTool

@@ -2,6 +2,7 @@
 #define KESTREL_TOOLS_COMMAND_DEBUGSESSION_H
 
 #include "tools/kestrel/Libraries.h"
+#include "tools/kestrel/program/ProgramProcess.h"
 
 #include <string>
 #include <vector>
@@ -30,6 +31,11 @@ struct SDebugOptions
 /// \return an EExitCode
 /// \throws CLaunchFileError, CPlatformError
 int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options);
+
+/// The same for the launches of a program, which has the standard input and output. Without a terminal the scripts are
+/// all there is, and behind them the program runs to its end.
+/// \return an EExitCode, or the program's own exit code if nothing else went wrong
+int RunProgramSession(const CLibraries& libraries, const SProgramCommand& command, const SDebugOptions& options);
 
 } // namespace KestrelTool
 

@@ -4,6 +4,7 @@
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/program/ProgramSession.h"
 
 #include <cstdlib>
 #include <iostream>
@@ -41,12 +42,17 @@ CInterpreter::EResult CInterpreter::Execute(const std::string& strLine)
     m_Output.OnCommand(strCommand);
     EResult eResult = ExecuteCommand(strCommand);
     // What a breakpoint wants done may go on to the next breakpoint.
-    for (std::vector<std::string> vCommands = m_pDebugger->TakeCommands(); eResult == Good && !vCommands.empty();
-         vCommands = m_pDebugger->TakeCommands())
+    const auto takeCommands = [this]
+    {
+        CDebugger* const pDebugger = FindDebugger();
+        return pDebugger != nullptr ? pDebugger->TakeCommands() : std::vector<std::string>();
+    };
+    for (std::vector<std::string> vCommands = takeCommands(); eResult == Good && !vCommands.empty();
+         vCommands = takeCommands())
     {
         for (size_t i = 0; i < vCommands.size() && eResult == Good; ++i)
         {
-            if (m_pDebugger->IsInterrupted())
+            if (IsInterrupted())
             {
                 m_Output.OnError(strCommand, std::string(),
                                  "interrupted: the breakpoint's commands aren't gone on with");
@@ -57,6 +63,42 @@ CInterpreter::EResult CInterpreter::Execute(const std::string& strLine)
         }
     }
     return eResult;
+}
+
+CDebugger* CInterpreter::FindDebugger()
+{
+    return m_pProgram != nullptr ? m_pProgram->GetDebugger() : m_pDebugger;
+}
+
+CDebugger& CInterpreter::GetDebugger()
+{
+    CDebugger* const pDebugger = FindDebugger();
+    if (pDebugger == nullptr)
+    {
+        throw CCommandError("no launch waits to be debugged; run starts the program");
+    }
+    return *pDebugger;
+}
+
+SSettings& CInterpreter::GetSettings()
+{
+    return m_pProgram != nullptr ? m_pProgram->GetSettings() : m_pDebugger->GetSettings();
+}
+
+CBreakpoints& CInterpreter::GetBreakpoints()
+{
+    return m_pProgram != nullptr ? m_pProgram->GetBreakpoints() : m_pDebugger->GetBreakpoints();
+}
+
+bool CInterpreter::IsInterrupted()
+{
+    CDebugger* const pDebugger = FindDebugger();
+    return pDebugger != nullptr && pDebugger->IsInterrupted();
+}
+
+void CInterpreter::OnProgramGoesOn()
+{
+    std::cout << std::flush;
 }
 
 /// The first failure is the one that counts; what it makes fail around it tells less.
@@ -128,7 +170,7 @@ void CInterpreter::ShowDisplays()
         nlohmann::json answer;
         try
         {
-            answer = PrintExpression(*m_pDebugger, display.strFormat, display.strExpression);
+            answer = PrintExpression(GetDebugger(), display.strFormat, display.strExpression);
         }
         catch (const CCommandError& error)
         {
@@ -150,7 +192,7 @@ CInterpreter::EResult CInterpreter::ExecuteAll(const LineReader& reader, bool bG
         const EResult eLine = Execute(*line);
         eResult = eLine == Good ? eResult : eLine;
         // An interrupt ends what is a script; at a prompt the next line goes on.
-        if (eLine == Quit || (!bGoOn && (eLine == Failed || m_pDebugger->IsInterrupted())))
+        if (eLine == Quit || (!bGoOn && (eLine == Failed || IsInterrupted())))
         {
             break;
         }

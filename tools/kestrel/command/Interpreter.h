@@ -22,12 +22,16 @@ struct SDisplay
     std::string strExpression;
 };
 
+class CProgramSession;
+
 /// Makes lines of text into commands of a debugger and sends what comes of them to an output.
 class CInterpreter : public IEventSink
 {
 public:
     explicit CInterpreter(IOutput& output) : m_Output(output) {}
     void SetDebugger(CDebugger& debugger) { m_pDebugger = &debugger; }
+    /// A program whose launches are debugged, in place of a launch that is always there.
+    void SetProgram(CProgramSession& program) { m_pProgram = &program; }
     void SetProgress(std::function<void(const std::string&)> progress) { m_Progress = std::move(progress); }
     /// Who is asked whether to give up; without one nobody is, and the answer is yes.
     void SetQuestion(std::function<bool(const std::function<bool()>&)> question) { m_Question = std::move(question); }
@@ -45,7 +49,14 @@ public:
     EResult ExecuteAll(const LineReader& reader, bool bGoOn);
 
     // ---- for the commands
-    CDebugger& GetDebugger() { return *m_pDebugger; }
+    /// \throws CCommandError if no launch waits to be debugged
+    CDebugger& GetDebugger();
+    /// The same, or null.
+    CDebugger* FindDebugger();
+    /// Null where a launch is debugged and no program.
+    CProgramSession* GetProgram() { return m_pProgram; }
+    SSettings& GetSettings();
+    CBreakpoints& GetBreakpoints();
     std::vector<SDisplay>& GetDisplays() { return m_vDisplays; }
     unsigned int MakeDisplayId() { return ++m_nLastDisplay; }
     /// The lines up to one that says "end".
@@ -64,15 +75,18 @@ public:
     void OnProgress(const std::string& strText) override;
     bool OnAskToGiveUp(const std::function<bool()>& isOver) override { return !m_Question || m_Question(isOver); }
     void OnLeave() override;
+    void OnProgramGoesOn() override;
 
 private:
     EResult ExecuteCommand(const std::string& strLine);
+    bool IsInterrupted();
     EResult Perform(const SCommandLine& line);
     void ShowDisplays();
     void NoteFailure(int nCode);
 
     IOutput& m_Output;
     CDebugger* m_pDebugger = nullptr;
+    CProgramSession* m_pProgram = nullptr;
     std::function<void(const std::string&)> m_Progress;
     std::function<bool(const std::function<bool()>&)> m_Question;
     std::vector<SDisplay> m_vDisplays;

@@ -221,15 +221,14 @@ unsigned char CPrompt::Complete(editline* pEdit, int)
     return CC_REDISPLAY;
 }
 
-CInterruptScope::CInterruptScope(CDebugger& debugger, CInterpreter& interpreter, bool bInteractive)
+CInterruptScope::CInterruptScope(CDebugger* pDebugger, CInterpreter& interpreter, bool bInteractive)
     : m_bInteractive(bInteractive)
 {
     if (!m_bInteractive)
     {
         return;
     }
-    debugger.SetInterruptible(true);
-    s_pInterrupted = &debugger;
+    Watch(pDebugger);
     s_CommandingThread = pthread_self();
     struct sigaction action = {};
     action.sa_handler = &OnInterrupt;
@@ -245,6 +244,15 @@ CInterruptScope::CInterruptScope(CDebugger& debugger, CInterpreter& interpreter,
             });
         interpreter.SetQuestion(&AskToGiveUp);
     }
+}
+
+void CInterruptScope::Watch(CDebugger* pDebugger) const
+{
+    if (m_bInteractive && pDebugger != nullptr)
+    {
+        pDebugger->SetInterruptible(true);
+    }
+    s_pInterrupted = m_bInteractive ? pDebugger : nullptr;
 }
 
 CInterruptScope::~CInterruptScope()

@@ -49,10 +49,13 @@ SCompletion CompleteLine(CInterpreter& interpreter, const std::string& strLine);
 class CInterruptScope
 {
 public:
-    CInterruptScope(CDebugger& debugger, CInterpreter& interpreter, bool bInteractive);
+    CInterruptScope(CDebugger* pDebugger, CInterpreter& interpreter, bool bInteractive);
     ~CInterruptScope();
     CInterruptScope(const CInterruptScope&) = delete;
     CInterruptScope& operator=(const CInterruptScope&) = delete;
+
+    /// Another debugger is at work now, or none.
+    void Watch(CDebugger* pDebugger) const;
 
 private:
     bool m_bInteractive;

@@ -1,5 +1,6 @@
 #include "tools/kestrel/command/Output.h"
 #include "tools/kestrel/command/RenderPictures.h"
+#include "tools/kestrel/command/RenderProgram.h"
 #include "tools/kestrel/debug/Format.h"
 #include "tools/source/SourcePlaces.h"
 
@@ -101,6 +102,10 @@ std::string RenderFinished(const json& event)
     std::string strText = RenderFaults(event);
     strText += event.contains("reason") ? Text(event["reason"]) + "\n" : "";
     strText += event.contains("ended") ? Text(event["ended"]) + "\n" : "";
+    if (event.contains("launch"))
+    {
+        return strText + "launch " + Text(event["launch"]) + " has finished\n";
+    }
     return strText + "finished\n" + RenderOutputs(event);
 }
 
@@ -113,8 +118,12 @@ std::string RenderPrint(const json& view)
 
 std::string RenderBreakpoint(const json& view)
 {
-    return std::string(view["temporary"] ? "temporary " : "") + "breakpoint " + Text(view["id"]) + " at line " +
-           Text(view["line"]) + ": " + Text(view["text"]) + "\n";
+    const std::string strHead = std::string(view["temporary"] ? "temporary " : "") + "breakpoint " + Text(view["id"]);
+    if (view["line"].is_null())
+    {
+        return strHead + ": " + Text(view["place"]) + "\n";
+    }
+    return strHead + " at line " + Text(view["line"]) + ": " + Text(view["text"]) + "\n";
 }
 
 std::string RenderBreakpoints(const json& view)
@@ -127,8 +136,11 @@ std::string RenderBreakpoints(const json& view)
     strText = PadRight("  id  line  hits", 20) + "instruction\n";
     for (const json& breakpoint : view["breakpoints"])
     {
-        strText += PadLeft(Text(breakpoint["id"]), 4) + PadLeft(Text(breakpoint["line"]), 6) +
+        strText += PadLeft(Text(breakpoint["id"]), 4) +
+                   PadLeft(breakpoint["line"].is_null() ? "-" : Text(breakpoint["line"]), 6) +
                    PadLeft(Text(breakpoint["hits"]), 6) + "    " + Text(breakpoint["text"]);
+        strText +=
+            breakpoint.contains("place") ? (breakpoint["line"].is_null() ? "" : "  ") + Text(breakpoint["place"]) : "";
         strText += breakpoint.contains("condition") ? "  if " + Text(breakpoint["condition"]) : "";
         strText += breakpoint.contains("ignore") ? "  passes " + Text(breakpoint["ignore"]) : "";
         strText += breakpoint["enabled"] ? "" : "  disabled";
@@ -363,6 +375,9 @@ const SRenderer s_Views[] = {
     {"settings", RenderSettings},
     {"faults", [](const json& view) { return view["faults"]["list"].empty() ? "no faults\n" : RenderFaults(view); }},
     {"displays", RenderDisplays},
+    {"launches", RenderLaunches},
+    {"kernels", RenderKernels},
+    {"programs", RenderPrograms},
     {"display", [](const json&) { return std::string(); }},
     {"help", RenderHelp},
     {"commands", RenderCommands},
@@ -374,6 +389,9 @@ const SRenderer s_Events[] = {
     {"stopped", RenderStopped},
     {"finished", RenderFinished},
     {"display", RenderPrint},
+    {"launch", RenderLaunch},
+    {"passed", RenderPassed},
+    {"ended", RenderEnded},
     {"error", [](const json&) { return std::string(); }}, // the command that met it says so
 };
 

@@ -1,6 +1,7 @@
 // Commands that launch the kernel and let it go on.
 
 #include "tools/kestrel/command/Commands.h"
+#include "tools/kestrel/program/ProgramSession.h"
 
 namespace KestrelTool
 {
@@ -10,6 +11,12 @@ using nlohmann::json;
 json DoRun(CCommandContext& context)
 {
     context.AllowNone();
+    CProgramSession* const pProgram = context.GetInterpreter().GetProgram();
+    if (pProgram != nullptr && pProgram->GetDebugger() == nullptr)
+    {
+        pProgram->Run();
+        return nullptr;
+    }
     context.GetDebugger().Run();
     return nullptr;
 }
@@ -17,13 +24,29 @@ json DoRun(CCommandContext& context)
 json DoStart(CCommandContext& context)
 {
     context.AllowNone();
+    CProgramSession* const pProgram = context.GetInterpreter().GetProgram();
+    if (pProgram != nullptr && pProgram->GetDebugger() == nullptr)
+    {
+        SLaunchPlace first;
+        first.eKind = SLaunchPlace::Launch;
+        pProgram->AddBreakpoint(first, true);
+        pProgram->Run();
+        return nullptr;
+    }
     context.GetDebugger().Start();
     return nullptr;
 }
 
 json DoContinue(CCommandContext& context)
 {
-    context.GetDebugger().Continue(context.GetCount(1));
+    if (CProgramSession* const pProgram = context.GetInterpreter().GetProgram())
+    {
+        pProgram->Continue(context.GetCount(1));
+    }
+    else
+    {
+        context.GetDebugger().Continue(context.GetCount(1));
+    }
     context.GetInterpreter().SetRepeat("continue");
     return nullptr;
 }
@@ -85,6 +108,11 @@ json DoReverseContinue(CCommandContext& context)
 json DoKill(CCommandContext& context)
 {
     context.AllowNone();
+    if (CProgramSession* const pProgram = context.GetInterpreter().GetProgram())
+    {
+        pProgram->Kill();
+        return {{"view", "text"}, {"text", "the program has been ended"}};
+    }
     context.GetDebugger().RequireLive();
     context.GetDebugger().Kill();
     return {{"view", "text"}, {"text", "the session has ended"}};

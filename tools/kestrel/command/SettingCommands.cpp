@@ -126,14 +126,14 @@ json DoSet(CCommandContext& context)
     {
         throw CCommandError(std::string("set ") + setting.pszName + " takes a value: " + setting.pszText);
     }
-    setting.set(context.GetDebugger().GetSettings(), strText.substr(nValue));
+    setting.set(context.GetInterpreter().GetSettings(), strText.substr(nValue));
     return nullptr;
 }
 
 json DoShow(CCommandContext& context)
 {
     json list = json::array();
-    const SSettings& settings = context.GetDebugger().GetSettings();
+    const SSettings& settings = context.GetInterpreter().GetSettings();
     if (!context.GetArguments().empty())
     {
         list.push_back(DescribeSetting(FindSetting(context.GetArguments()), settings));

@@ -39,7 +39,7 @@ std::set<unsigned int> CBreakpoints::GetEnabledLines() const
     std::set<unsigned int> lines;
     for (const SBreakpoint& breakpoint : m_Breakpoints)
     {
-        if (breakpoint.bEnabled)
+        if (breakpoint.bEnabled && breakpoint.nLine != SBreakpoint::NoLine)
         {
             lines.insert(breakpoint.nLine);
         }

@@ -12,11 +12,33 @@
 namespace KestrelTool
 {
 
+/// Where a breakpoint stands that outlives a launch: it has a line only while a launch is debugged that has its place.
+struct SLaunchPlace
+{
+    enum EKind
+    {
+        Line,   ///< a line of a certain kernel's text
+        Kernel, ///< a kernel's entry, by its name
+        Source, ///< a line of a file
+        Launch  ///< the entry of launches, by number
+    };
+
+    EKind eKind = Line;
+    std::string strKernel;     ///< of a launch: empty for any
+    unsigned int nProgram = 0; ///< of a line: the program's number
+    unsigned int nLine = 0;    ///< of a line: that of the text; of the source: that of the file
+    std::string strFile;
+    uint64_t nNumber = 0; ///< of a launch: which one, of all or of the kernel's; 0 for each
+};
+
 /// A breakpoint of the user's. Several may share a line.
 struct SBreakpoint
 {
+    static constexpr unsigned int NoLine = 0xFFFFFFFF;
+
     unsigned int nId = 0;
-    unsigned int nLine = 0;
+    unsigned int nLine = 0; ///< NoLine if the kernel that is debugged hasn't got its place
+    std::optional<SLaunchPlace> place;
     bool bTemporary = false;
     bool bEnabled = true;
     std::optional<CExpression> condition;

@@ -35,6 +35,8 @@ public:
     virtual bool OnAskToGiveUp(const std::function<bool()>& /*isOver*/) { return true; }
     /// An interrupt came in while a session that has been given up doesn't end.
     virtual void OnLeave() {}
+    /// A program under the debugger is about to run: what has been printed should be out before what it prints.
+    virtual void OnProgramGoesOn() {}
 };
 
 /// What the user may set.
@@ -63,8 +65,14 @@ public:
     const CCodeMap& GetCode() const { return *m_pCode; }
     const std::vector<SKernelArgument>& GetArguments() const { return m_vArguments; }
     const SExtent& GetExtent() const override { return m_Extent; }
-    SSettings& GetSettings() { return m_Settings; }
-    CBreakpoints& GetBreakpoints() { return m_Breakpoints; }
+    SSettings& GetSettings() { return *m_pSettings; }
+    CBreakpoints& GetBreakpoints() { return *m_pBreakpoints; }
+    /// Works with settings and breakpoints that outlive it.
+    void Share(SSettings& settings, CBreakpoints& breakpoints)
+    {
+        m_pSettings = &settings;
+        m_pBreakpoints = &breakpoints;
+    }
 
     // ---- the state
     bool IsLive() const { return m_Target.IsLive(); }
@@ -198,6 +206,8 @@ private:
     SExtent m_Extent;
     SSettings m_Settings;
     CBreakpoints m_Breakpoints;
+    SSettings* m_pSettings = &m_Settings;
+    CBreakpoints* m_pBreakpoints = &m_Breakpoints;
     std::unique_ptr<CListing> m_pListing;
     std::unique_ptr<CCodeMap> m_pCode;
     std::vector<SKernelArgument> m_vArguments;

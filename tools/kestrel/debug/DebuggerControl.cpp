@@ -41,7 +41,7 @@ bool CDebugger::Launch()
     {
         SetListing(listing);
     }
-    GetSession().SetTrackedRegisters(m_Settings.vTracked);
+    GetSession().SetTrackedRegisters(m_pSettings->vTracked);
     m_nLine = m_pCode->GetFirstStop();
     m_Sink.OnEvent({{"event", "started"},
                     {"kernel", m_Launch.GetFile().strKernel},
@@ -90,7 +90,7 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     m_Unseen.clear();
     if (bRuns)
     {
-        stops = m_Breakpoints.GetEnabledLines();
+        stops = m_pBreakpoints->GetEnabledLines();
         stops.insert(lines.begin(), lines.end());
         const std::set<unsigned int> insides = m_pCode->FindInsides(stops);
         stops.insert(insides.begin(), insides.end());
@@ -131,14 +131,14 @@ SRunEstimate CDebugger::EstimateRun(const std::set<unsigned int>& stops)
     // The session opens with its first instruction executed.
     const unsigned int nFrom = m_Target.GetState() == CTarget::AtStart ? m_nLine + 1 : m_nLine;
     unsigned int nStop = 0;
-    const size_t nRuns = EstimateRuns(*m_pListing, *m_pCode, nFrom, stops, m_Settings.vTracked, nStop);
+    const size_t nRuns = EstimateRuns(*m_pListing, *m_pCode, nFrom, stops, m_pSettings->vTracked, nStop);
     const bool bUnseen = m_Unseen.count(nStop) != 0;
     return nRuns != 0 ? SRunEstimate{GetRuns() + nRuns, !bUnseen} : SRunEstimate();
 }
 
 CDebugger::EReason CDebugger::TakeHits()
 {
-    CBreakpoints::SHits hits = m_Breakpoints.Arrive(m_nLine, *this);
+    CBreakpoints::SHits hits = m_pBreakpoints->Arrive(m_nLine, *this);
     if (hits.vIds.empty())
     {
         return EReason::Moved;

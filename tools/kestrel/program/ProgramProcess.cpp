@@ -95,13 +95,20 @@ CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
 }
 
 /// In the new process, which has nothing but this thread: whatever was set for the debugger is undone.
-[[noreturn]] void Execute(char* const* ppWords, char* const* ppEnvironment, bool bTerminal, pid_t nParent, int nReport)
+[[noreturn]] void Execute(char* const* ppWords, char* const* ppEnvironment, bool bTerminal, bool bNoInput,
+                          pid_t nParent, int nReport)
 {
     if (bTerminal)
     {
         setpgid(0, 0);
     }
     prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (bNoInput)
+    {
+        const int nNull = open("/dev/null", O_RDONLY);
+        dup2(nNull, STDIN_FILENO);
+        close(nNull);
+    }
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
     for (const int nSignal : {SIGINT, SIGPIPE, SIGXFSZ, SIGTTOU})
@@ -166,7 +173,7 @@ void CProgramProcess::Start(const SProgramCommand& command)
     m_nPid = fork();
     if (m_nPid == 0)
     {
-        Execute(vPointers.data(), vEnvironment.data(), m_bTerminal, nParent, reportOut.Get());
+        Execute(vPointers.data(), vEnvironment.data(), m_bTerminal, command.bNoInput, nParent, reportOut.Get());
     }
     if (m_nPid < 0)
     {

@@ -24,6 +24,7 @@ struct SProgramCommand
 {
     std::vector<std::string> vWords; ///< the program and its arguments
     std::string strLayer;            ///< the layer's library
+    bool bNoInput = false;           ///< the standard input is the debugger's
     std::string strVendors;          ///< the folder of OpenCL drivers; empty for the machine's own
 };
 

@@ -79,6 +79,13 @@ std::string SummariseArguments(const json& list, const SKnownKernel& kernel)
 
 } // namespace
 
+std::string NameSource(const SKnownProgram& program)
+{
+    const bool bFits = program.strFile.find_first_of("\"\\\n") == std::string::npos;
+    const bool bIL = program.strSource.compare(0, 3, "il_") == 0;
+    return (bFits && !bIL ? "#line 1 \"" + program.strFile + "\"\n" : "") + program.strSource;
+}
+
 const SElementType& FindElementOf(const std::string& strType)
 {
     std::istringstream words(strType.substr(0, strType.find('*')));

@@ -76,6 +76,9 @@ private:
     std::vector<SKnownLaunch> m_vLaunches;
 };
 
+/// A program's text with a first line that tells the compiler its name.
+std::string NameSource(const SKnownProgram& program);
+
 /// The element type of a type of OpenCL C: that of a pointer's target, of a vector's components; bytes for what has
 /// none.
 const SElementType& FindElementOf(const std::string& strType);

@@ -1,0 +1,32 @@
+#ifndef KESTREL_TOOLS_DEBUG_SOURCELINES_H
+#define KESTREL_TOOLS_DEBUG_SOURCELINES_H
+
+#include "tools/kestrel/debug/CodeMap.h"
+
+#include <optional>
+#include <set>
+#include <string>
+
+namespace KestrelTool
+{
+
+/// A line of a program's source.
+struct SSourceLine
+{
+    std::string strFile;
+    unsigned int nLine = 0;
+};
+
+/// Of a text "FILE:LINE"; nothing for any other.
+std::optional<SSourceLine> ReadSourceLine(const std::string& strText);
+/// Whether two names of files mean the same one, of which either may be given without its folder.
+bool IsFile(const std::string& strOne, const std::string& strOther);
+/// Lines of a file that a function's instructions come from; of all functions for a null one.
+std::set<unsigned int> ListSourceLines(const CListing& listing, const CCodeMap::SFunction* pFunction,
+                                       const std::string& strFile);
+/// The first instruction of a function that comes from a line, or from the next one that has any; NoLine if none has.
+unsigned int FindSourceLine(const CListing& listing, const CCodeMap::SFunction* pFunction, const SSourceLine& line);
+
+} // namespace KestrelTool
+
+#endif

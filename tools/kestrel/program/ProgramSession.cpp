@@ -1,0 +1,441 @@
+#include "tools/kestrel/program/ProgramSession.h"
+
+#include "tools/kestrel/convert/ProgramBuild.h"
+#include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/KernelArguments.h"
+#include "tools/kestrel/debug/SourceLines.h"
+#include "tools/kestrel/program/Capture.h"
+
+#include <algorithm>
+
+namespace KestrelTool
+{
+
+using nlohmann::json;
+
+CProgramSession::CProgramSession(const CLibraries& libraries, const SProgramCommand& command, IEventSink& sink)
+    : m_Lib(libraries), m_Command(command), m_Sink(sink), m_Record(ListSourceFolders(command))
+{
+}
+
+CProgramSession::~CProgramSession() = default;
+
+// ---------------------------------------------------------------------------------------- breakpoints
+
+std::string NamePlace(const SLaunchPlace& place)
+{
+    switch (place.eKind)
+    {
+    case SLaunchPlace::Line:
+        return "line " + std::to_string(place.nLine) + " of " + place.strKernel;
+    case SLaunchPlace::Kernel:
+        return "kernel " + place.strKernel;
+    case SLaunchPlace::Source:
+        return place.strFile + ":" + std::to_string(place.nLine);
+    case SLaunchPlace::Launch:
+        break;
+    }
+    return (place.nNumber != 0 ? "launch " + std::to_string(place.nNumber) : std::string("each launch")) +
+           (place.strKernel.empty() ? "" : " of " + place.strKernel);
+}
+
+SBreakpoint& CProgramSession::AddBreakpoint(const SLaunchPlace& place, bool bTemporary)
+{
+    SBreakpoint& breakpoint = m_Breakpoints.Add(SBreakpoint::NoLine, bTemporary);
+    breakpoint.place = place;
+    if (m_pDebugger != nullptr)
+    {
+        Resolve(breakpoint);
+    }
+    return breakpoint;
+}
+
+/// Gives a breakpoint the line that its place has in the launch that waits.
+void CProgramSession::Resolve(SBreakpoint& breakpoint)
+{
+    const SLaunchPlace& place = *breakpoint.place;
+    const CCodeMap& code = m_pDebugger->GetCode();
+    const bool bKernel = place.strKernel.empty() || place.strKernel == m_Launch.strKernel;
+    const uint64_t nCount = place.strKernel.empty() ? m_Launch.nNumber : m_Launch.nTurn;
+    breakpoint.nLine = SBreakpoint::NoLine;
+    switch (place.eKind)
+    {
+    case SLaunchPlace::Line:
+        breakpoint.nLine = bKernel && place.nProgram == m_Launch.nProgram ? place.nLine : SBreakpoint::NoLine;
+        break;
+    case SLaunchPlace::Kernel:
+        breakpoint.nLine = bKernel ? code.GetFirstStop() : SBreakpoint::NoLine;
+        break;
+    case SLaunchPlace::Source:
+        if (IsFile(m_Record.GetPrograms()[m_Launch.nProgram - 1].strFile, place.strFile))
+        {
+            breakpoint.nLine = FindSourceLine(m_pDebugger->GetListing(), code.FindFunction(code.GetFirstStop()),
+                                              {place.strFile, place.nLine});
+        }
+        break;
+    case SLaunchPlace::Launch:
+        breakpoint.nLine =
+            bKernel && (place.nNumber == 0 || place.nNumber == nCount) ? code.GetFirstStop() : SBreakpoint::NoLine;
+        break;
+    }
+    if (breakpoint.condition && breakpoint.nLine != SBreakpoint::NoLine)
+    {
+        // The names in it are this kernel's now.
+        breakpoint.condition.emplace(std::string(breakpoint.condition->GetText()), m_pDebugger.get());
+    }
+}
+
+/// The layer's number of a program.
+uint32_t CProgramSession::FindId(unsigned int nProgram) const
+{
+    return m_Record.GetPrograms()[nProgram - 1].nId;
+}
+
+std::vector<SLaunchRule> CProgramSession::MakeRules()
+{
+    std::vector<SLaunchRule> vRules;
+    for (const SBreakpoint& breakpoint : m_Breakpoints.GetAll())
+    {
+        if (!breakpoint.bEnabled || !breakpoint.place)
+        {
+            continue;
+        }
+        const SLaunchPlace& place = *breakpoint.place;
+        SLaunchRule rule;
+        rule.strKernel = place.strKernel;
+        switch (place.eKind)
+        {
+        case SLaunchPlace::Source:
+            AddSourceRules(place, vRules);
+            continue;
+        case SLaunchPlace::Line:
+            rule.nProgram = FindId(place.nProgram);
+            break;
+        case SLaunchPlace::Launch:
+            rule.bTurns = !place.strKernel.empty();
+            rule.nFirst = place.nNumber != 0 ? place.nNumber : rule.nFirst;
+            rule.nLast = place.nNumber != 0 ? place.nNumber : rule.nLast;
+            break;
+        case SLaunchPlace::Kernel:
+            break;
+        }
+        vRules.push_back(rule);
+    }
+    return vRules;
+}
+
+/// The debug form of a program is built when a line of its file is wanted first.
+const std::map<std::string, std::set<unsigned int>>& CProgramSession::FindLines(const SKnownProgram& program)
+{
+    const auto itKnown = m_mapLines.find(program.nNumber);
+    if (itKnown != m_mapLines.end())
+    {
+        return itKnown->second;
+    }
+    std::map<std::string, std::set<unsigned int>>& mapLines = m_mapLines[program.nNumber];
+    try
+    {
+        const std::vector<char> vImage =
+            BuildProgram(m_Lib, NameSource(program), std::string(), program.strOptions + " -g").vImage;
+        for (const std::string& strKernel : ListKernels(vImage))
+        {
+            const CListing listing = ReadListing(vImage, ReadLabel(ReadMetadata(vImage, strKernel)));
+            const CCodeMap code(listing);
+            mapLines[strKernel] = ListSourceLines(listing, code.FindFunction(code.GetFirstStop()), program.strFile);
+        }
+    }
+    catch (const std::runtime_error&)
+    {
+        // A launch of it will say why it can't be built for debugging.
+        for (const std::string& strKernel : program.vKernels)
+        {
+            mapLines[strKernel] = {~0u};
+        }
+    }
+    return mapLines;
+}
+
+/// Those kernels that have the line; if none has, those that have the next line that any kernel has.
+void CProgramSession::AddSourceRules(const SLaunchPlace& place, std::vector<SLaunchRule>& vRules)
+{
+    for (const SKnownProgram& program : m_Record.GetPrograms())
+    {
+        if (!IsFile(program.strFile, place.strFile) || program.strSource.empty())
+        {
+            continue;
+        }
+        const auto& mapLines = FindLines(program);
+        std::set<unsigned int> lines;
+        for (const auto& kernel : mapLines)
+        {
+            lines.insert(kernel.second.begin(), kernel.second.end());
+        }
+        const auto itWanted = lines.lower_bound(place.nLine);
+        for (const auto& kernel : mapLines)
+        {
+            if (itWanted != lines.end() && kernel.second.count(*itWanted) != 0)
+            {
+                SLaunchRule rule;
+                rule.strKernel = kernel.first;
+                rule.nProgram = program.nId;
+                vRules.push_back(rule);
+            }
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------------------- running
+
+void CProgramSession::Run()
+{
+    if (m_pProcess != nullptr)
+    {
+        throw CCommandError("the program runs already");
+    }
+    m_Record = CProgramRecord(ListSourceFolders(m_Command));
+    m_mapLines.clear();
+    m_nExitCode = 0;
+    m_Breakpoints.GetAll().remove_if([](const SBreakpoint& breakpoint)
+                                     { return breakpoint.place && breakpoint.place->eKind == SLaunchPlace::Line; });
+    m_Sink.OnProgramGoesOn();
+    try
+    {
+        m_pProcess = std::make_unique<CProgramProcess>(m_Command);
+    }
+    catch (const CProgramError& error)
+    {
+        throw CCommandError(error.what());
+    }
+    GoOn();
+}
+
+void CProgramSession::Continue(size_t nTimes)
+{
+    if (m_pDebugger == nullptr)
+    {
+        throw CCommandError("the program isn't running; run starts it");
+    }
+    if (m_pDebugger->IsLive())
+    {
+        m_pDebugger->Continue(nTimes);
+        if (m_pDebugger->IsLive())
+        {
+            return;
+        }
+    }
+    LeaveLaunch();
+    GoOn();
+}
+
+void CProgramSession::FinishLaunch()
+{
+    if (m_pDebugger == nullptr)
+    {
+        throw CCommandError("no launch waits; run starts the program");
+    }
+    m_pDebugger->Kill();
+    LeaveLaunch();
+    GoOn();
+}
+
+void CProgramSession::Kill()
+{
+    if (m_pProcess == nullptr)
+    {
+        throw CCommandError("the program isn't running");
+    }
+    if (m_pDebugger != nullptr)
+    {
+        m_pDebugger->Kill();
+        m_pProcess->Kill();
+        LeaveLaunch();
+    }
+    m_pProcess.reset();
+}
+
+void CProgramSession::GoOn()
+{
+    while (true)
+    {
+        m_Sink.OnProgramGoesOn();
+        const CProgramProcess::SEvent event = m_pProcess->Wait();
+        if (event.bEnded)
+        {
+            SendEnd();
+            return;
+        }
+        if (Handle(event))
+        {
+            return;
+        }
+    }
+}
+
+/// \return whether a launch waits and is being debugged
+bool CProgramSession::Handle(const CProgramProcess::SEvent& event)
+{
+    const std::string strWhat = event.message.header.value("what", "");
+    bool bStopped = false;
+    try
+    {
+        if (strWhat == "program")
+        {
+            m_Record.AddProgram(event.nProcess, event.message);
+        }
+        else if (strWhat == "kernel")
+        {
+            m_Record.AddKernel(event.nProcess, event.message);
+        }
+        else if (strWhat == "launch")
+        {
+            m_Record.AddLaunch(event.nProcess, event.message);
+        }
+        else if (strWhat == "stop")
+        {
+            bStopped = BeginLaunch(event);
+        }
+    }
+    catch (const CProtocolError& error)
+    {
+        m_Sink.OnEvent({{"event", "passed"}, {"launch", nullptr}, {"reason", error.what()}});
+    }
+    if (!bStopped && strWhat != "kernel" && strWhat != "launch")
+    {
+        m_pProcess->Answer(event.nProcess, DescribeRules(MakeRules()));
+    }
+    return bStopped;
+}
+
+bool CProgramSession::BeginLaunch(const CProgramProcess::SEvent& event)
+{
+    m_Launch = m_Record.AddLaunch(event.nProcess, event.message);
+    m_bShown = false;
+    std::string strReason = event.message.header.value("error", "");
+    try
+    {
+        if (strReason.empty() && DebugLaunch(event))
+        {
+            return true;
+        }
+    }
+    catch (const std::runtime_error& error)
+    {
+        strReason = error.what();
+        if (m_Record.GetPrograms()[m_Launch.nProgram - 1].strSource.empty())
+        {
+            strReason += "; its program was made from a binary, which may be without debug data";
+        }
+    }
+    if (!strReason.empty())
+    {
+        m_Sink.OnEvent(
+            {{"event", "passed"}, {"launch", m_Launch.nNumber}, {"kernel", m_Launch.strKernel}, {"reason", strReason}});
+    }
+    if (m_pDebugger != nullptr)
+    {
+        m_pDebugger->Kill();
+        m_pDebugger.reset();
+    }
+    return false;
+}
+
+/// \return whether the replay has stopped
+bool CProgramSession::DebugLaunch(const CProgramProcess::SEvent& event)
+{
+    SLaunchFile file = m_Record.MakeLaunch(event.nProcess, event.message);
+    const SKnownProgram& program = m_Record.GetPrograms()[m_Launch.nProgram - 1];
+    file.strSource = program.strSource.empty() ? file.strSource : NameSource(program);
+    m_pDebugger = std::make_unique<CDebugger>(m_Lib, file, *this);
+    m_pDebugger->Share(m_Settings, m_Breakpoints);
+    for (SBreakpoint& breakpoint : m_Breakpoints.GetAll())
+    {
+        Resolve(breakpoint);
+    }
+    if (m_Watcher)
+    {
+        m_Watcher(m_pDebugger.get());
+    }
+    m_pDebugger->Run();
+    if (m_pDebugger->IsLive())
+    {
+        return true;
+    }
+    if (m_Watcher)
+    {
+        m_Watcher(nullptr);
+    }
+    return false;
+}
+
+/// Lets the program go on. Breakpoints that were set at a line stay, for launches of this kernel.
+void CProgramSession::LeaveLaunch()
+{
+    for (SBreakpoint& breakpoint : m_Breakpoints.GetAll())
+    {
+        if (!breakpoint.place)
+        {
+            SLaunchPlace place;
+            place.strKernel = m_Launch.strKernel;
+            place.nProgram = m_Launch.nProgram;
+            place.nLine = breakpoint.nLine;
+            breakpoint.place = place;
+        }
+        breakpoint.nLine = SBreakpoint::NoLine;
+    }
+    if (m_Watcher)
+    {
+        m_Watcher(nullptr);
+    }
+    m_pDebugger.reset();
+    m_Sink.OnProgramGoesOn();
+    m_pProcess->Answer(m_Launch.nProcess, DescribeRules(MakeRules()));
+}
+
+// ---------------------------------------------------------------------------------------- events
+
+/// A launch that passes all its breakpoints goes by without a word, unless it has done what it shouldn't.
+void CProgramSession::OnEvent(const json& event)
+{
+    const std::string strEvent = event["event"];
+    const bool bFinished = strEvent == "finished";
+    if (strEvent == "started" || (bFinished && !m_bShown && !event.contains("faults") && !event.contains("ended")))
+    {
+        return;
+    }
+    if (!m_bShown)
+    {
+        m_bShown = true;
+        m_Sink.OnEvent({{"event", "launch"},
+                        {"number", m_Launch.nNumber},
+                        {"process", m_Launch.nProcess},
+                        {"kernel", m_Launch.strKernel},
+                        {"program", m_Record.GetPrograms()[m_Launch.nProgram - 1].strFile},
+                        {"device", m_pDebugger->GetLaunch().GetDeviceName()},
+                        {"items", m_pDebugger->GetExtent().Count()}});
+    }
+    json told = event;
+    if (bFinished)
+    {
+        told["launch"] = m_Launch.nNumber;
+    }
+    m_Sink.OnEvent(told);
+}
+
+void CProgramSession::SendEnd()
+{
+    m_nExitCode = m_pProcess->GetExitCode();
+    json kernels = json::array();
+    for (const auto& count : m_Record.CountLaunches())
+    {
+        kernels.push_back({{"kernel", count.first}, {"launches", count.second}});
+    }
+    const json event = {{"event", "ended"},
+                        {"code", m_nExitCode},
+                        {"signal", m_pProcess->GetSignal()},
+                        {"heard", m_pProcess->WasHeard()},
+                        {"kernels", kernels}};
+    m_pProcess.reset();
+    m_Sink.OnEvent(event);
+}
+
+} // namespace KestrelTool
