@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -91,11 +92,18 @@ public:
             if (waitpid(m_nChild, &nStatus, WNOHANG) == m_nChild)
             {
                 m_nChild = -1;
+                m_nEndingSignal = WIFSIGNALED(nStatus) ? WTERMSIG(nStatus) : 0;
                 return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
             }
         }
         return -1;
     }
+
+    /// Sends a signal to the program.
+    void Signal(int nSignal) { kill(m_nChild, nSignal); }
+
+    /// \return the signal that ended the program, or 0 if it ended by itself
+    int GetEndingSignal() const { return m_nEndingSignal; }
 
     int WaitForEnd()
     {
@@ -124,6 +132,7 @@ private:
 
     int m_nTerminal = -1;
     pid_t m_nChild = -1;
+    int m_nEndingSignal = 0;
     std::string m_strUnread;
 };
 
@@ -364,6 +373,33 @@ TEST_F(ThreadsEndless, AnInterruptEndsCommandListsAndCounts)
     EXPECT_TRUE(Holds(terminal.Do("info breakpoints"), "  14 ")) << "the prompt is back";
     terminal.Type("quit\n");
     EXPECT_EQ(terminal.WaitForEnd(), 0);
+}
+
+/// Whatever a signal meets, the program goes on or ends in order; only what means to end it ends it.
+TEST_F(ThreadsPrompt, SignalsAtAnyMomentEndNothingElse)
+{
+    struct SSignal
+    {
+        int nSignal;
+        bool bEnds;
+    };
+    const int nMoments = 12;
+    for (const SSignal& test : {SSignal{SIGINT, true}, SSignal{SIGTERM, true}, SSignal{SIGHUP, true},
+                                SSignal{SIGPIPE, true}, SSignal{SIGWINCH, false}, SSignal{SIGCONT, false}})
+    {
+        for (int nMoment = 0; nMoment < nMoments; ++nMoment)
+        {
+            CTerminal terminal(m_strNestedIf, m_strHistory);
+            terminal.Type("break 21\nrun\nstep 5\nreverse-step\ncontinue\nrun\ninfo registers\ncontinue\n");
+            usleep(static_cast<useconds_t>(nMoment * nMoment * 300));
+            terminal.Signal(test.nSignal);
+            const int nCode = terminal.EndWithFileMark();
+            const bool bBySignal = test.bEnds && terminal.GetEndingSignal() == test.nSignal;
+            EXPECT_TRUE((nCode >= 0 && nCode <= 5) || bBySignal)
+                << strsignal(test.nSignal) << ", moment " << nMoment << ": " << nCode << ", ended by signal "
+                << terminal.GetEndingSignal();
+        }
+    }
 }
 
 TEST_F(Prompt, KeepsNoHistoryInWhatIsNoFile)
