@@ -36,8 +36,8 @@
  *   - Every stop is computed by runs of the kernel from its start. Where results depend on the order in which
  *     work-groups run, on a device that runs them in no fixed order, two runs may differ, and what a stop shows is then
  *     what one of them did. At the end of the session the outputs are compared, where that costs no more than
- *     reading them, with those of a run of the client's kernel as it is. If they differ,
- *     ovkclDebugUtilGetLastError says so at FINISHED.
+ *     reading them, with those of a run of the client's kernel as it is, and runs of the session with each other: how
+ *     many work-items come to a place. If they differ, ovkclDebugUtilGetLastError says so at FINISHED.
  *   - The outputs are those of that last run, whatever the stops have shown.
  *
  * Two paths

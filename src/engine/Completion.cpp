@@ -20,6 +20,10 @@ const char s_szOrderMatters[] =
     "the kernel's results depend on the order in which its work-groups run, and so may "
     "what the stops have shown.";
 
+const char s_szPlacesDiffer[] = "Runs of the session disagree about how many work-items come to a place: the kernel's "
+                                "course depends on the order in which its work-groups run, and so may what the stops "
+                                "have shown.";
+
 } // namespace
 
 /// The end of the main body follows, so that there is no stop behind it.
@@ -41,10 +45,12 @@ bool CShaderDebuggerShaderIL::CompleteKernel()
     {
         return false;
     }
-    if (!vBefore.empty() && vBefore != GetDebuggerIL()->HashWorkingCopies())
+    const bool bBuffersDiffer = !vBefore.empty() && vBefore != GetDebuggerIL()->HashWorkingCopies();
+    if (bBuffersDiffer || m_bRunsDiffer)
     {
-        SD_Log(GetHost(), logWARNING, "%s", s_szOrderMatters);
-        GetDebugger()->SetLastError(s_szOrderMatters);
+        const char* pszWarning = bBuffersDiffer ? s_szOrderMatters : s_szPlacesDiffer;
+        SD_Log(GetHost(), logWARNING, "%s", pszWarning);
+        GetDebugger()->SetLastError(pszWarning);
     }
     m_bComplete = true;
     return true;

@@ -22,6 +22,7 @@ void CShaderDebuggerShaderIL::TakeEffect(uint64_t nActive)
         // Nobody leaves at such an instruction: the mask wasn't read.
         return;
     }
+    m_bRunsDiffer = m_bRunsDiffer || (!bFlow && !before.bMore && nActive != before.nSure);
     // Who isn't active behind the end of a block has left it; behind others somebody may have gone where they lead.
     const bool bAllWhoStay = !bFlow || op == IL_OP_ENDIF || op == IL_OP_ENDLOOP || op == IL_OP_ENDSWITCH;
     bAllWhoStay ? m_Ledger.SetActive(nActive) : m_Ledger.Replace({nActive, false});

@@ -25,8 +25,8 @@ unsigned int Find(const Map& map, unsigned int nKey)
 CShaderDebuggerShaderIL::CShaderDebuggerShaderIL(CShaderDebuggerIL* pDebugger, const void* pShaderData,
                                                  size_t nShaderSize)
     : CInstrumentedShaderIL(pDebugger, pShaderData, nShaderSize), m_bReadInputRegisters(false),
-      m_bHasBeenExecuted(false), m_bLastRunAtCurrent(false), m_bCanMissStores(false), m_bComplete(false),
-      m_PatchedPC(g_PC_NULL)
+      m_bHasBeenExecuted(false), m_bLastRunAtCurrent(false), m_bCanMissStores(false), m_bRunsDiffer(false),
+      m_bComplete(false), m_PatchedPC(g_PC_NULL)
 {
     GetHost()->GetDeviceName(m_DeviceName);
     const bool bRet = AnalyzeShader();

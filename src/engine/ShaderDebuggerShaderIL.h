@@ -308,6 +308,7 @@ private:
     bool m_bHasBeenExecuted;          ///< a run has succeeded since the session began
     bool m_bLastRunAtCurrent;         ///< the output buffers hold the mask of the current position
     bool m_bCanMissStores;
+    bool m_bRunsDiffer;         ///< two runs of the session had other work-items at the same place
     bool m_bComplete;           ///< the last run was one of the kernel as it is
     ProgramCounter m_PatchedPC; ///< target of m_pPatchedShader, with the next three; g_PC_NULL for none
     std::vector<Register> m_PatchedRegs;

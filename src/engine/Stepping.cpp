@@ -101,7 +101,9 @@ void CShaderDebuggerShaderIL::UpdateExecMaskHistory(const ProgramCounter& pc, CS
 
 void CShaderDebuggerShaderIL::NoteActiveCount(const ProgramCounter& pc, uint64_t nActive)
 {
-    m_ExecMaskHistory[m_CallStack][pc] = nActive;
+    const auto noted = m_ExecMaskHistory[m_CallStack].insert({pc, nActive});
+    m_bRunsDiffer = m_bRunsDiffer || noted.first->second != nActive;
+    noted.first->second = nActive;
 }
 
 bool CShaderDebuggerShaderIL::PostStep()

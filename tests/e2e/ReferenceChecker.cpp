@@ -274,10 +274,14 @@ bool CReferenceChecker::ArriveAgain(const CSession& session)
     return true;
 }
 
-void CReferenceChecker::OnFinished(CSession&)
+void CReferenceChecker::OnFinished(CSession& session)
 {
     m_bFinished = true;
-    if (m_bLost || m_vStops.empty())
+    if (!m_bLost && session.GetLastError().find("order") != std::string::npos)
+    {
+        Report("ends with: " + session.GetLastError());
+    }
+    if (m_bLost || m_vStops.empty() || m_nHalts >= s_nMaxHalts)
     {
         return;
     }
