@@ -15,7 +15,7 @@ namespace
 {
 
 const size_t s_nMaxFindings = 6;
-const size_t s_nMaxHalts = 6000;
+const size_t s_nMaxHalts = 30000;
 const size_t s_nMaxTurns = 8;
 const uint64_t s_nPageSize = 4096;
 
@@ -281,7 +281,7 @@ void CReferenceChecker::OnFinished(CSession& session)
     {
         Report("ends with: " + session.GetLastError());
     }
-    if (m_bLost || m_vStops.empty() || m_nHalts >= s_nMaxHalts)
+    if (m_bLost || m_vStops.empty())
     {
         return;
     }
