@@ -55,7 +55,7 @@ const char* const s_pszIntroduction =
     "standard input and output. Without a terminal the commands of `-x` and `-ex` are all there are, and behind them "
     "the program runs "
     "to its end; without these it is just run. `run` while a launch waits replays that from its beginning. "
-    "A program that was made from a binary is debugged if that has debug data, as IL.\n\n"
+    "A program that was made from a binary is debugged as IL.\n\n"
     "At a stop every work-item has executed what comes before the position, and nothing else: text in its order, the "
     "passes of a loop one behind the other, a called function at its call. The mask tells who took part in the last "
     "instruction; registers, private, local and global memory are those of that moment. What isn't known isn't shown. "

@@ -22,13 +22,17 @@ bool ReadCount(std::string_view text, uint64_t& nNumber)
     return result.ec == std::errc() && result.ptr == text.data() + text.size() && nNumber != 0;
 }
 
-/// The program's name in the folder of its launch: its own file's, if it has one.
-std::string NameProgramFile(const SKnownProgram& program)
+/// The name of the program's file in the folder of its launch: that which it has already, with the end that says what
+/// it is.
+std::string NameProgramFile(const SKnownProgram& program, const std::string& strText)
 {
-    const bool bBinary = program.strSource.empty();
-    const bool bIL = program.strSource.compare(0, 3, "il_") == 0;
-    const std::string strName = std::filesystem::path(program.strFile).filename().string();
-    return bBinary ? strName + ".bin" : bIL ? std::filesystem::path(strName).stem().string() + ".il" : strName;
+    const std::filesystem::path name = std::filesystem::path(program.strFile).filename();
+    if (strText.compare(0, 4, "\177ELF") == 0)
+    {
+        return name.string() + ".bin";
+    }
+    const bool bIL = strText.compare(0, 3, "il_") == 0 || strText.compare(0, 9, ";ARGSTART") == 0;
+    return bIL ? name.stem().string() + ".il" : name.string();
 }
 
 class CCapture
@@ -99,8 +103,8 @@ private:
         const std::string strProcess = launch.nProcess > 1 ? "p" + std::to_string(launch.nProcess) + "-" : "";
         const std::string strPath =
             m_Options.strFolder + "/" + strProcess + std::to_string(launch.nNumber) + "-" + launch.strKernel + ".json";
-        WriteLaunch(m_Record.MakeLaunch(event.nProcess, event.message), strPath,
-                    NameProgramFile(m_Record.GetPrograms()[launch.nProgram - 1]));
+        const SLaunchFile file = m_Record.MakeLaunch(event.nProcess, event.message);
+        WriteLaunch(file, strPath, NameProgramFile(m_Record.GetPrograms()[launch.nProgram - 1], file.strSource));
         m_Messages << strName << ": " << strPath << "\n";
         ++m_nWritten;
     }

@@ -1,6 +1,9 @@
 #include "tools/kestrel/program/ProgramRecord.h"
 
 #include "tools/kestrel/Files.h"
+#include "tools/kestrel/KernelText.h"
+#include "tools/kestrel/convert/Describe.h"
+#include "tools/kestrel/debug/KernelArguments.h"
 #include "tools/kestrel/program/CapturedArguments.h"
 
 #include <algorithm>
@@ -82,7 +85,7 @@ std::string SummariseArguments(const json& list, const SKnownKernel& kernel)
 std::string NameSource(const SKnownProgram& program)
 {
     const bool bFits = program.strFile.find_first_of("\"\\\n") == std::string::npos;
-    const bool bIL = program.strSource.compare(0, 3, "il_") == 0;
+    const bool bIL = program.strSource.compare(0, 3, "il_") == 0 || program.strSource.compare(0, 9, ";ARGSTART") == 0;
     return (bFits && !bIL ? "#line 1 \"" + program.strFile + "\"\n" : "") + program.strSource;
 }
 
@@ -230,6 +233,31 @@ std::vector<std::pair<std::string, uint64_t>> CProgramRecord::CountLaunches() co
     return vCounts;
 }
 
+std::string MakeDebuggable(const std::vector<char>& vImage)
+{
+    const std::vector<std::string> vKernels = ListKernels(vImage);
+    if (vKernels.empty() || !FindSection(vImage, ".debugil").empty())
+    {
+        return std::string(vImage.begin(), vImage.end());
+    }
+    std::string strModule;
+    for (const std::string& strKernel : vKernels)
+    {
+        for (const std::string& strLine : ReadMetadata(vImage, strKernel))
+        {
+            strModule += strLine + "\n";
+        }
+    }
+    // The main body's call is what a module leaves open for the kernel that is chosen.
+    bool bMain = true;
+    for (const std::string& strLine : SplitLines(DisassembleBinary(vImage, false)))
+    {
+        bMain = bMain && strLine != "endmain";
+        strModule += (bMain && strLine.compare(0, 5, "call ") == 0 ? ";$$$$$$$$$$" : strLine) + "\n";
+    }
+    return strModule;
+}
+
 SLaunchFile CProgramRecord::MakeLaunch(int nProcess, const SMessage& message) const
 {
     return ReadFields(
@@ -246,8 +274,8 @@ SLaunchFile CProgramRecord::MakeLaunch(int nProcess, const SMessage& message) co
             if (program.strSource.empty())
             {
                 const std::vector<unsigned char> vImage = TakePart(message, message.header.at("binary"));
-                launch.strSource.assign(vImage.begin(), vImage.end());
-                launch.strOptions.clear(); // a binary is what it is
+                launch.strSource = MakeDebuggable(std::vector<char>(vImage.begin(), vImage.end()));
+                launch.strOptions = "-g";
             }
             const std::vector<size_t> vGlobal = ReadSizes(message.header.at("global"));
             const std::vector<size_t> vLocal = ReadSizes(message.header.at("local"));

@@ -76,6 +76,10 @@ private:
     std::vector<SKnownLaunch> m_vLaunches;
 };
 
+/// What is debugged of a program that there is only a binary of: the binary if it has debug data, else a module of its
+/// IL.
+std::string MakeDebuggable(const std::vector<char>& vImage);
+
 /// A program's text with a first line that tells the compiler its name.
 std::string NameSource(const SKnownProgram& program);
 

@@ -323,7 +323,7 @@ bool CProgramSession::BeginLaunch(const CProgramProcess::SEvent& event)
         strReason = error.what();
         if (m_Record.GetPrograms()[m_Launch.nProgram - 1].strSource.empty())
         {
-            strReason += "; its program was made from a binary, which may be without debug data";
+            strReason += "; its program was made from a binary";
         }
     }
     if (!strReason.empty())
