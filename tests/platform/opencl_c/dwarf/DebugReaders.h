@@ -2,6 +2,7 @@
 #define KESTREL_TESTS_OPENCL_C_DWARF_DEBUGREADERS_H
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <fstream>
 #include <regex>
@@ -31,7 +32,9 @@ inline std::string Ask(const std::string& strCommand)
 
 inline std::string WriteFile(const std::vector<char>& vImage)
 {
-    const std::string strPath = testing::TempDir() + "dwarf_" + std::to_string(getpid()) + ".bin";
+    static std::atomic<unsigned int> s_nFiles{0}; // threads have their own
+    const std::string strPath =
+        testing::TempDir() + "dwarf_" + std::to_string(getpid()) + "_" + std::to_string(s_nFiles++) + ".bin";
     std::ofstream(strPath, std::ios::binary).write(vImage.data(), static_cast<std::streamsize>(vImage.size()));
     return strPath;
 }
