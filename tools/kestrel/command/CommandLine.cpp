@@ -27,7 +27,7 @@ std::vector<std::string> SplitWords(const std::string& strText)
     return vWords;
 }
 
-std::string FirstWord(const std::string& strText)
+std::string FirstOfName(const std::string& strText)
 {
     return strText.substr(0, strText.find(' '));
 }
@@ -57,7 +57,7 @@ std::vector<std::string> FindFamilies(const std::string& strBeginning)
     for (size_t i = 0; i < g_nCommands; ++i)
     {
         const std::string strName = g_Commands[i].pszName;
-        const std::string strFamily = FirstWord(strName);
+        const std::string strFamily = FirstOfName(strName);
         const bool bNew = vFamilies.empty() || vFamilies.back() != strFamily;
         if (strFamily != strName && StartsWith(strFamily, strBeginning) && bNew)
         {
@@ -75,7 +75,7 @@ std::vector<const SCommand*> FindMatches(const std::string& strFamily, const std
     {
         const std::string strName = g_Commands[i].pszName;
         const bool bTwoWords = strName.find(' ') != std::string::npos;
-        if (bTwoWords == strFamily.empty() || (bTwoWords && FirstWord(strName) != strFamily))
+        if (bTwoWords == strFamily.empty() || (bTwoWords && FirstOfName(strName) != strFamily))
         {
             continue;
         }
@@ -200,7 +200,7 @@ std::vector<std::string> CompleteCommand(const std::string& strBeginning)
     const bool bSecond = strBeginning.find(' ') != std::string::npos;
     for (size_t i = 0; i < g_nCommands; ++i)
     {
-        const std::string strName = bSecond ? g_Commands[i].pszName : FirstWord(g_Commands[i].pszName);
+        const std::string strName = bSecond ? g_Commands[i].pszName : FirstOfName(g_Commands[i].pszName);
         if (StartsWith(strName, strBeginning) && (vNames.empty() || vNames.back() != strName))
         {
             vNames.push_back(strName);

@@ -24,7 +24,7 @@ std::string JoinWords(const std::vector<std::string>& vWords)
     return strText;
 }
 
-std::vector<std::string> SplitWords(const std::string& strText)
+std::vector<std::string> SplitAtBlanks(const std::string& strText)
 {
     std::istringstream stream(strText);
     std::vector<std::string> vWords;
@@ -83,7 +83,7 @@ const SSetting g_Settings[] = {
      [](const SSettings& settings)
      { return settings.vTracked.empty() ? std::string("all") : JoinWords(settings.vTracked); },
      [](SSettings& settings, const std::string& strValue)
-     { settings.vTracked = strValue == "all" ? std::vector<std::string>() : SplitWords(strValue); }},
+     { settings.vTracked = strValue == "all" ? std::vector<std::string>() : SplitAtBlanks(strValue); }},
     {"width", "columns of a picture; 0 for what the terminal has",
      [](const SSettings& settings) { return ShowSize(settings.nWidth); },
      [](SSettings& settings, const std::string& strValue) { settings.nWidth = ReadSize(strValue, 0); }},

@@ -15,7 +15,7 @@ namespace KestrelTool
 namespace
 {
 
-const size_t s_nPlaceColumn = 56;
+const size_t s_nPlaceColumnOfIL = 56;
 
 /// A kernel's text: what it is debugged with, or what it was compiled from.
 std::vector<std::string> FindText(const std::vector<char>& vBinary)
@@ -137,7 +137,7 @@ std::string DisassembleBinary(const std::vector<char>& vBinary, bool bNumbers, b
         output << vLines[i];
         if (!strPlace.empty())
         {
-            output << std::string(s_nPlaceColumn - std::min(s_nPlaceColumn, vLines[i].size()), ' ') << "  ;"
+            output << std::string(s_nPlaceColumnOfIL - std::min(s_nPlaceColumnOfIL, vLines[i].size()), ' ') << "  ;"
                    << ShortenPlace(strPlace);
         }
         output << "\n";

@@ -9,7 +9,7 @@ namespace KestrelTool
 namespace
 {
 
-void Check(cl_int nCode, const char* pszWhat)
+void RequireSuccess(cl_int nCode, const char* pszWhat)
 {
     if (nCode != CL_SUCCESS)
     {
@@ -20,9 +20,9 @@ void Check(cl_int nCode, const char* pszWhat)
 cl_device_id ChooseDevice(const CLibraries& libraries, const std::string& strDevice)
 {
     cl_uint nPlatforms = 0;
-    Check(libraries.cl.clGetPlatformIDs(0, nullptr, &nPlatforms), "clGetPlatformIDs");
+    RequireSuccess(libraries.cl.clGetPlatformIDs(0, nullptr, &nPlatforms), "clGetPlatformIDs");
     std::vector<cl_platform_id> vPlatforms(nPlatforms);
-    Check(libraries.cl.clGetPlatformIDs(nPlatforms, vPlatforms.data(), nullptr), "clGetPlatformIDs");
+    RequireSuccess(libraries.cl.clGetPlatformIDs(nPlatforms, vPlatforms.data(), nullptr), "clGetPlatformIDs");
     const cl_device_type nType = strDevice.empty() ? CL_DEVICE_TYPE_GPU : CL_DEVICE_TYPE_ALL;
     for (const cl_platform_id platform : vPlatforms)
     {
@@ -35,8 +35,8 @@ cl_device_id ChooseDevice(const CLibraries& libraries, const std::string& strDev
         for (cl_uint i = 0; i < nDevices && i < 64; ++i)
         {
             char szName[256] = {};
-            Check(libraries.cl.clGetDeviceInfo(devices[i], CL_DEVICE_NAME, sizeof(szName), szName, nullptr),
-                  "clGetDeviceInfo");
+            RequireSuccess(libraries.cl.clGetDeviceInfo(devices[i], CL_DEVICE_NAME, sizeof(szName), szName, nullptr),
+                           "clGetDeviceInfo");
             if (std::string(szName).compare(0, strDevice.size(), strDevice) == 0)
             {
                 return devices[i];
@@ -55,7 +55,7 @@ public:
     {
         cl_int nCode = CL_SUCCESS;
         m_Context = m_Lib.cl.clCreateContext(nullptr, 1, &m_Device, nullptr, nullptr, &nCode);
-        Check(nCode, "clCreateContext");
+        RequireSuccess(nCode, "clCreateContext");
     }
     ~CBuild()
     {
@@ -73,7 +73,7 @@ public:
         const char* pszSource = strSource.c_str();
         cl_int nCode = CL_SUCCESS;
         m_Program = m_Lib.cl.clCreateProgramWithSource(m_Context, 1, &pszSource, nullptr, &nCode);
-        Check(nCode, "clCreateProgramWithSource");
+        RequireSuccess(nCode, "clCreateProgramWithSource");
         nCode = m_Lib.cl.clBuildProgram(m_Program, 1, &m_Device, strOptions.c_str(), nullptr, nullptr);
         if (nCode != CL_SUCCESS)
         {
@@ -81,12 +81,12 @@ public:
             throw CBuildError(strLog.empty() ? NameCode(nCode) + ": \"" + strOptions + "\"" : strLog);
         }
         size_t nSize = 0;
-        Check(m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARY_SIZES, sizeof(nSize), &nSize, nullptr),
-              "clGetProgramInfo");
+        RequireSuccess(m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARY_SIZES, sizeof(nSize), &nSize, nullptr),
+                       "clGetProgramInfo");
         std::vector<char> vImage(nSize);
         char* pImage = vImage.data();
-        Check(m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARIES, sizeof(pImage), &pImage, nullptr),
-              "clGetProgramInfo");
+        RequireSuccess(m_Lib.cl.clGetProgramInfo(m_Program, CL_PROGRAM_BINARIES, sizeof(pImage), &pImage, nullptr),
+                       "clGetProgramInfo");
         return {vImage, GetLog()};
     }
 

@@ -14,7 +14,7 @@ namespace
 typedef int (*Init)();
 typedef int (*GetProc)(void (**ppProc)(), unsigned int nExtension, const char* pszName);
 typedef int (*ToBinary)(void** ppBinary, unsigned int* pnSize, int nLanguage, const char* pszText);
-typedef int (*ToText)(const void* pBinary, unsigned int nSize, int nLanguage, char** ppText);
+typedef int (*ToTextFunction)(const void* pBinary, unsigned int nSize, int nLanguage, char** ppText);
 typedef int (*Free)(void* pData);
 
 const unsigned int s_nCompilerExtension = 0x8013;
@@ -95,7 +95,7 @@ std::string TokensToText(const std::string& strPlatformDir, const std::string& s
     const CConverter converter(strPlatformDir);
     char* pszText = nullptr;
     const unsigned int nSize = static_cast<unsigned int>(strBytes.size());
-    if (converter.Find<ToText>("qrlConvertBinaryToText")(strBytes.data(), nSize, s_nLanguageIL, &pszText) != 0)
+    if (converter.Find<ToTextFunction>("qrlConvertBinaryToText")(strBytes.data(), nSize, s_nLanguageIL, &pszText) != 0)
     {
         throw std::runtime_error("the words are no IL");
     }
