@@ -59,6 +59,7 @@ bool CShaderDebuggerShaderIL::CompleteKernel()
 bool CShaderDebuggerShaderIL::RunPlainKernel()
 {
     m_CopiesAt.reset();
+    m_bMemoryOnDevice = false;
     std::vector<char> vImage;
     if (!CreatePlainShader(vImage) || !GetHost()->SetShader(GetShaderType(), vImage.data(), vImage.size()) ||
         !GetDebuggerIL()->SwitchPlainBuffers() || !GetHost()->ExecuteShader())

@@ -322,6 +322,7 @@ IL* CShaderDebuggerShaderIL::GetPatchedShader(ProgramCounter nTargetInstruction,
 
 bool CShaderDebuggerShaderIL::SwitchShaderToPatchedShader(IL* pPatchedShader, size_t nPatchedShaderSize)
 {
+    m_bMemoryOnDevice = false;
     return pPatchedShader != nullptr && GetHost()->SetShader(GetShaderType(), pPatchedShader, nPatchedShaderSize);
 }
 

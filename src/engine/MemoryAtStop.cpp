@@ -177,12 +177,14 @@ bool CShaderDebuggerShaderIL::RunMemoryKernel(unsigned int nGroup, CShaderDebugg
             return false;
         }
         m_MemoryAt = here;
+        m_bMemoryOnDevice = false;
     }
     m_CopiesAt.reset();
     m_bComplete = false;
-    if (!GetHost()->SetShader(GetShaderType(), m_vMemoryImage.data(), m_vMemoryImage.size()) ||
-        !GetDebuggerIL()->SwitchMemoryBuffers(pLocal) || !GetDebuggerIL()->SetRegisterSelectorValue(nGroup) ||
-        !GetHost()->ExecuteShader())
+    m_bMemoryOnDevice =
+        m_bMemoryOnDevice || GetHost()->SetShader(GetShaderType(), m_vMemoryImage.data(), m_vMemoryImage.size());
+    if (!m_bMemoryOnDevice || !GetDebuggerIL()->SwitchMemoryBuffers(pLocal) ||
+        !GetDebuggerIL()->SetRegisterSelectorValue(nGroup) || !GetHost()->ExecuteShader())
     {
         SD_Log(GetHost(), logERROR, "Failed to run the kernel for memory");
         return false;

@@ -317,6 +317,7 @@ private:
     std::optional<SPlace> m_CopiesAt;                                 ///< the stop whose memory the working copies hold
     std::optional<SPlace> m_MemoryAt;                                 ///< the stop of the next two
     std::vector<char> m_vMemoryImage;                                 ///< its memory kernel
+    bool m_bMemoryOnDevice = false;                                   ///< the device holds it, built
     std::map<unsigned int, std::vector<unsigned char>> m_LocalMemory; ///< by group; empty for one that isn't there
     std::optional<std::vector<SLocalBlock>> m_LocalBlocks;            ///< found when first asked for
     std::deque<SStop> m_Stops;      ///< one for each entry of m_ExecutedStepHistory, newest at the back
