@@ -237,6 +237,28 @@ std::vector<CCLMetadataEntry*> CCLMetadata::GetArgumentEntries() const
     return vArguments;
 }
 
+bool CCLMetadata::IsSamplerArgument(const CCLMetadataEntry* pEntry)
+{
+    const auto* pSampler = dynamic_cast<const CCLMetadataSamplerEntry*>(pEntry);
+    return pSampler != nullptr && pSampler->GetLocation() == CCLMetadataSamplerEntry::SAMPLER_LOCATION_KERNEL_ARGUMENT;
+}
+
+std::vector<const CCLMetadataEntry*> CCLMetadata::GetEntriesByArgument(size_t nArguments) const
+{
+    std::vector<const CCLMetadataEntry*> vAll;
+    if (HasFrame())
+    {
+        std::copy_if(m_vEntries.begin(), m_vEntries.end(), std::back_inserter(vAll),
+                     [](const CCLMetadataEntry* p) { return IsArgumentEntry(p) || IsSamplerArgument(p); });
+    }
+    if (vAll.size() != nArguments)
+    {
+        const std::vector<CCLMetadataEntry*> vArguments = GetArgumentEntries();
+        vAll.assign(vArguments.begin(), vArguments.end());
+    }
+    return vAll;
+}
+
 bool CCLMetadata::AddEntry(CCLMetadataEntry* pEntry)
 {
     if (pEntry == nullptr || m_vEntries.empty())
@@ -285,7 +307,7 @@ CCLMetadata::EntryList::iterator CCLMetadata::FindArgumentPlace()
     for (auto place = m_vEntries.begin(); place != argEnd; ++place)
     {
         const std::string strType = (*place)->GetEntryType();
-        const bool bIsArgument = IsArgumentEntry(*place);
+        const bool bIsArgument = IsArgumentEntry(*place) || IsSamplerArgument(*place);
         const bool bEndsRun = bInRun && !bIsArgument && strType != CCLMetadataConstArgEntry::ClassEntryType;
         if (bEndsRun || strType == CCLMetadataFunctionEntry::ClassEntryType)
         {

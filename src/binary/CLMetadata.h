@@ -89,6 +89,10 @@ public:
     /// The image, value, pointer and counter entries in order; they stay this object's.
     virtual std::vector<CCLMetadataEntry*> GetArgumentEntries() const;
 
+    /// The entries by argument of a kernel that has so many: where samplers that are arguments make the count, they have
+    /// their places too; else those of GetArgumentEntries. They stay this object's.
+    std::vector<const CCLMetadataEntry*> GetEntriesByArgument(size_t nArguments) const;
+
     /// Inserts an entry behind the last argument and takes ownership.
     /// \return false, with ownership left to the caller, for null or an object without ARGSTART and ARGEND
     virtual bool AddArgumentEntry(CCLMetadataEntry* pEntry);
@@ -98,6 +102,9 @@ public:
 
     /// Whether an entry is an image, value, pointer or counter, by its type token.
     static bool IsArgumentEntry(const CCLMetadataEntry* pEntry);
+
+    /// Whether an entry is a sampler that the host sets, as it sets arguments.
+    static bool IsSamplerArgument(const CCLMetadataEntry* pEntry);
 
 private:
     class CParser;

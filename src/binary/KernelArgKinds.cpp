@@ -82,6 +82,11 @@ void FillFromEntry(KernelInfo::ArgInfo& argument, const CCLMetadataEntry* pEntry
     {
         Fill(argument, KernelInfo::ArgInfo::ARG_VALUE, pValue->GetArgumentName(), 0);
     }
+    else if (const auto* pSampler = dynamic_cast<const CCLMetadataSamplerEntry*>(pEntry))
+    {
+        // A handle that is handed on as it is.
+        Fill(argument, KernelInfo::ArgInfo::ARG_VALUE, pSampler->GetArgumentName(), 0);
+    }
     else if (const auto* pPointer = dynamic_cast<const CCLMetadataPointerEntry*>(pEntry))
     {
         FillPointer(argument, *pPointer);
@@ -169,7 +174,7 @@ bool GetKernelArgTypes(const std::string& strKernelName, KernelInfo::ArgInfoArra
         return false;
     }
 
-    const std::vector<CCLMetadataEntry*> vEntries = metadata.GetArgumentEntries();
+    const std::vector<const CCLMetadataEntry*> vEntries = metadata.GetEntriesByArgument(vArgArray.size());
     const size_t nKnown = std::min(vEntries.size(), vArgArray.size());
     for (size_t nArgument = 0; nArgument < nKnown; ++nArgument)
     {

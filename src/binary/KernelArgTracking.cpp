@@ -322,6 +322,13 @@ cl_int InterceptSetKernelArg(cl_kernel kernel, cl_uint arg_index, size_t arg_siz
     return nCode;
 }
 
+size_t CountRecordedArgs(cl_kernel kernel)
+{
+    const CLock lock(g_mutexKernelToInfo);
+    const auto iter = g_mapKernelToInfo.find(kernel);
+    return iter != g_mapKernelToInfo.end() ? iter->second.GetArgInfo().size() : 0;
+}
+
 cl_int ovkclGetKernelArg(cl_kernel kernel, cl_uint arg_index, const void** arg_value_ret, size_t* arg_size_ret)
 {
     const CLock lock(g_mutexKernelToInfo);

@@ -95,6 +95,9 @@ cl_int InterceptRetainKernel(cl_kernel kernel);
 cl_int InterceptReleaseKernel(cl_kernel kernel);
 cl_int InterceptSetKernelArg(cl_kernel kernel, cl_uint arg_index, size_t arg_size, const void* arg_value);
 
+/// How many arguments the record of a kernel has; 0 for a kernel without one.
+size_t CountRecordedArgs(cl_kernel kernel);
+
 /// The value that an argument was set to last.
 /// \param arg_value_ret  receives a pointer into the record, valid until the argument is set again or the kernel
 ///                       goes away; may be null

@@ -4,6 +4,7 @@
 #include "binary/CLMetadataEntries.h"
 #include "binary/ElfUtils.h"
 #include "binary/ILTranslator.h"
+#include "binary/KernelArgTracking.h"
 #include "core/Log.h"
 #include "device/CLCall.h"
 #include "modules/CLDispatchTable.h"
@@ -182,13 +183,13 @@ bool CShaderDebuggerDeviceCL::InitKernelABIAndArgCBInfo()
 
     m_bUses64BitABI = metadata.Uses64BitABI();
     m_KernelArgCBInfo.clear();
-    for (const CCLMetadataEntry* pEntry : metadata.GetArgumentEntries())
+    for (const CCLMetadataEntry* pEntry : metadata.GetEntriesByArgument(CountRecordedArgs(m_OriginalKernel)))
     {
         if (!AppendSlot<CCLMetadataImageEntry>(pEntry, m_KernelArgCBInfo) &&
             !AppendSlot<CCLMetadataValueEntry>(pEntry, m_KernelArgCBInfo) &&
             !AppendSlot<CCLMetadataPointerEntry>(pEntry, m_KernelArgCBInfo))
         {
-            // A counter has no slot, but the element has to be there: they go by argument index.
+            // A counter and a sampler have no slot, but the element has to be there: they go by argument index.
             m_KernelArgCBInfo.push_back({0, 0});
         }
     }

@@ -295,7 +295,7 @@ void CShaderDebuggerShaderIL::AddArgumentBlocks(std::vector<SLocalBlock>& vBlock
         return;
     }
     unsigned int nIndex = 0;
-    for (const CCLMetadataEntry* pEntry : metadata.GetArgumentEntries())
+    for (const CCLMetadataEntry* pEntry : metadata.GetEntriesByArgument(GetDebuggerIL()->CountArguments()))
     {
         const auto* pPointer = dynamic_cast<const CCLMetadataPointerEntry*>(pEntry);
         const unsigned int nSize = GetDebuggerIL()->GetLocalArgumentSize(nIndex);

@@ -89,6 +89,8 @@ public:
     std::vector<size_t> HashWorkingCopies();
     /// The bytes of local memory that an argument has; 0 for arguments of another kind.
     unsigned int GetLocalArgumentSize(size_t nArgument) const;
+    /// Arguments of the client's kernel.
+    size_t CountArguments() const { return m_vpOriginalTargetBuffers.size(); }
     virtual bool RestoreTargetBuffers();
     /// Binds the selector: which register of the patched kernel's list the next run copies.
     virtual bool SetRegisterSelectorValue(unsigned int nRegSelector);

@@ -39,6 +39,11 @@ void DescribeArguments(const std::vector<SKernelArgument>& vArguments, std::ostr
         {
             output << "  " << argument.strAccess << " " << argument.nResource;
         }
+        if (argument.strKind == "sampler")
+        {
+            output << "  " << argument.nResource << "\n";
+            continue;
+        }
         output << "  cb1[" << argument.nConstant << "]\n";
     }
 }
@@ -70,6 +75,10 @@ std::string MakeArgument(const SKernelArgument& argument)
     {
         return "{\"image\": {\"order\": \"RGBA\", \"channel\": \"float\", \"width\": 8, \"height\": 8, \"fill\": "
                "\"zero\"}}";
+    }
+    if (argument.strKind == "sampler")
+    {
+        return "{\"sampler\": {\"normalized\": false, \"addressing\": \"clamp_to_edge\", \"filter\": \"nearest\"}}";
     }
     if (argument.IsGlobal() || argument.strMemory.find('c') != std::string::npos)
     {

@@ -126,6 +126,12 @@ std::vector<SKernelArgument> ReadArguments(const std::vector<std::string>& vMeta
             argument.nResource = ToNumber(vFields, 4);
             argument.nConstant = ToNumber(vFields, 6) / 16;
         }
+        else if (argument.strKind == "sampler" && ToNumber(vFields, 3) == 0)
+        {
+            // One that the host sets; the kernel's own are no arguments.
+            argument.strType = "sampler_t";
+            argument.nResource = ToNumber(vFields, 2);
+        }
         else
         {
             continue;

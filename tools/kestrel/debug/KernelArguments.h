@@ -10,11 +10,11 @@ namespace KestrelTool
 /// An argument as a kernel's metadata has it.
 struct SKernelArgument
 {
-    std::string strKind; ///< "value", "pointer", "image", ...
+    std::string strKind; ///< "value", "pointer", "image" or "sampler"
     std::string strName;
     std::string strType;
     std::string strMemory;      ///< of a pointer: "uav", "c", "hl", ...
-    unsigned int nResource = 0; ///< of a pointer
+    unsigned int nResource = 0; ///< of a pointer, image or sampler
     unsigned int nElements = 1; ///< of a value
     unsigned int nConstant = 0; ///< element of the constant buffer of arguments
     std::string strAccess;      ///< of a pointer or image

@@ -25,7 +25,7 @@ struct SProgramCommand
     std::vector<std::string> vWords; ///< the program and its arguments
     std::string strLayer;            ///< the layer's library
     bool bNoInput = false;           ///< the standard input is the debugger's
-    std::string strVendors;          ///< the folder of OpenCL drivers; empty for the machine's own
+    std::string strVendors;          ///< the OpenCL driver to use, by its path; empty for the machine's own
 };
 
 /// A program with the layer in it. All its processes that use OpenCL may be heard; the end is that of the one that was
