@@ -89,8 +89,8 @@ public:
     /// The image, value, pointer and counter entries in order; they stay this object's.
     virtual std::vector<CCLMetadataEntry*> GetArgumentEntries() const;
 
-    /// The entries by argument of a kernel that has so many: where samplers that are arguments make the count, they have
-    /// their places too; else those of GetArgumentEntries. They stay this object's.
+    /// The entries by argument of a kernel that has so many: where samplers that are arguments make the count, they
+    /// have their places too; else those of GetArgumentEntries. They stay this object's.
     std::vector<const CCLMetadataEntry*> GetEntriesByArgument(size_t nArguments) const;
 
     /// Inserts an entry behind the last argument and takes ownership.

@@ -20,7 +20,7 @@ namespace
 std::vector<std::string> TakeProgram(std::vector<std::string>& vArguments)
 {
     const auto itEnd = std::find(vArguments.begin(), vArguments.end(), "--");
-    const std::vector<std::string> vProgram(itEnd == vArguments.end() ? itEnd : itEnd + 1, vArguments.end());
+    std::vector<std::string> vProgram(itEnd == vArguments.end() ? itEnd : itEnd + 1, vArguments.end());
     vArguments.erase(itEnd, vArguments.end());
     return vProgram;
 }

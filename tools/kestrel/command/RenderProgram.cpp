@@ -65,7 +65,8 @@ std::string RenderPrograms(const json& view)
     for (const json& program : view["programs"])
     {
         strText += PadLeft(Word(program["program"]), 4) + "  " + Word(program["file"]);
-        strText += program["options"] == "" ? "" : "  " + Word(program["options"]);
+        const std::string strOptions = Word(program["options"]);
+        strText += strOptions.empty() ? "" : "  " + strOptions;
         strText += program["source"] ? "" : "  from a binary: it is shown as IL, without its source";
         strText += ":";
         for (const json& kernel : program["kernels"])
