@@ -13,8 +13,8 @@ install(FILES include/OVKKestrel.h include/OVKKestrelCodes.def DESTINATION ${CMA
 install(
   TARGETS kestrel_platform_opencl kestrel_platform_opencl_c kestrel_platform_zcc kestrel_platform_qrl
   LIBRARY DESTINATION ${platform_dir} COMPONENT platform)
-# The layer that programs under the debugger load, beside the debugger's library.
-install(TARGETS kestrel_layer LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tool)
+# The layer that programs under the debugger load, by its path.
+install(TARGETS kestrel_layer LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/kestrel COMPONENT tool)
 # For OCL_ICD_VENDORS: shows the platform to a loader of OpenCL drivers, and no other driver. It names the place that
 # was configured, since loaders know no other; whoever moves the tree writes the one line anew.
 file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/installed/kestrel.icd

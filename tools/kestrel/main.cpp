@@ -189,7 +189,7 @@ SProgramCommand MakeProgramCommand(const SOptions& options)
     const bool bSoftware = options.strPlatform == "software";
     SProgramCommand command;
     command.vWords = options.vProgram;
-    command.strLayer = GetLibraryFolder() + "/libkestrel-layer.so";
+    command.strLayer = GetLibraryFolder() + "/kestrel/libkestrel-layer.so";
     command.strVendors = bSoftware ? GetPlatformFolder() + "/libOpenCL.so.1" : std::string();
     command.bNoInput = options.debug.bJson;
     return command;
