@@ -60,24 +60,15 @@ public:
 private:
     void Handle(const CProgramProcess::SEvent& event)
     {
-        const std::string strWhat = event.message.header.value("what", "");
         try
         {
-            if (strWhat == "program")
-            {
-                m_Record.AddProgram(event.nProcess, event.message);
-            }
-            else if (strWhat == "kernel")
-            {
-                m_Record.AddKernel(event.nProcess, event.message);
-            }
-            else if (strWhat == "launch")
-            {
-                m_Record.AddLaunch(event.nProcess, event.message);
-            }
-            else if (strWhat == "stop")
+            if (CProgramRecord::IsStop(event.message))
             {
                 Write(event);
+            }
+            else
+            {
+                m_Record.Note(event.nProcess, event.message);
             }
         }
         catch (const CProtocolError& error)
@@ -85,7 +76,7 @@ private:
             m_Messages << "kestrel: not captured: " << error.what() << "\n";
             ++m_nFailures;
         }
-        if (strWhat != "kernel" && strWhat != "launch")
+        if (CProgramRecord::NeedsAnswer(event.message))
         {
             m_Process.Answer(event.nProcess, DescribeRules({m_Options.wanted}));
         }

@@ -32,6 +32,12 @@ decltype(auto) ReadFields(Read read)
     }
 }
 
+bool IsOfKind(const SMessage& message, const char* pszKind)
+{
+    const auto itKind = message.header.find("what");
+    return itKind != message.header.end() && *itKind == pszKind;
+}
+
 std::vector<size_t> ReadSizes(const json& sizes)
 {
     return sizes.is_null() ? std::vector<size_t>() : sizes.get<std::vector<size_t>>();
@@ -136,10 +142,36 @@ std::string CProgramRecord::FindFile(const std::string& strSource, unsigned int 
     return "program" + std::to_string(nNumber) + ".cl";
 }
 
-const SKnownProgram& CProgramRecord::AddProgram(int nProcess, const SMessage& message)
+bool CProgramRecord::IsStop(const SMessage& message)
 {
-    return ReadFields(
-        [&]() -> const SKnownProgram&
+    return IsOfKind(message, "stop");
+}
+
+bool CProgramRecord::NeedsAnswer(const SMessage& message)
+{
+    return !IsOfKind(message, "kernel") && !IsOfKind(message, "launch");
+}
+
+void CProgramRecord::Note(int nProcess, const SMessage& message)
+{
+    if (IsOfKind(message, "program"))
+    {
+        AddProgram(nProcess, message);
+    }
+    else if (IsOfKind(message, "kernel"))
+    {
+        AddKernel(nProcess, message);
+    }
+    else if (IsOfKind(message, "launch"))
+    {
+        AddLaunch(nProcess, message);
+    }
+}
+
+void CProgramRecord::AddProgram(int nProcess, const SMessage& message)
+{
+    ReadFields(
+        [&]
         {
             SKnownProgram program;
             program.nNumber = static_cast<unsigned int>(m_vPrograms.size() + 1);
@@ -155,7 +187,6 @@ const SKnownProgram& CProgramRecord::AddProgram(int nProcess, const SMessage& me
                 program.vKernels.push_back(strName);
             }
             m_vPrograms.push_back(program);
-            return m_vPrograms.back();
         });
 }
 

@@ -53,9 +53,14 @@ public:
     /// \param vFolders  where files of OpenCL C may lie whose text is a program's
     explicit CProgramRecord(std::vector<std::string> vFolders) : m_vFolders(std::move(vFolders)) {}
 
-    /// Each throws CProtocolError for a message that isn't what it should be.
-    const SKnownProgram& AddProgram(int nProcess, const SMessage& message);
-    void AddKernel(int nProcess, const SMessage& message);
+    /// Whether a message tells of a launch that waits.
+    static bool IsStop(const SMessage& message);
+    /// Whether the layer waits for an answer to a message: nobody waits for one about a kernel or a launch that goes
+    /// by.
+    static bool NeedsAnswer(const SMessage& message);
+    /// Takes in what any other message tells: a program, a kernel, a launch that goes by; what is none of them is left.
+    /// This and the next throw CProtocolError for a message that isn't what it should be.
+    void Note(int nProcess, const SMessage& message);
     /// Of a message "launch" or "stop".
     const SKnownLaunch& AddLaunch(int nProcess, const SMessage& message);
     /// A waiting launch as a launch file would have it, with the program's own build options and "-g".
@@ -67,6 +72,8 @@ public:
     std::vector<std::pair<std::string, uint64_t>> CountLaunches() const;
 
 private:
+    void AddProgram(int nProcess, const SMessage& message);
+    void AddKernel(int nProcess, const SMessage& message);
     std::string FindFile(const std::string& strSource, unsigned int nNumber) const;
     const SKnownKernel& FindKernel(int nProcess, const SMessage& message) const;
 

@@ -274,32 +274,23 @@ void CProgramSession::GoOn()
 /// \return whether a launch waits and is being debugged
 bool CProgramSession::Handle(const CProgramProcess::SEvent& event)
 {
-    const std::string strWhat = event.message.header.value("what", "");
     bool bStopped = false;
     try
     {
-        if (strWhat == "program")
-        {
-            m_Record.AddProgram(event.nProcess, event.message);
-        }
-        else if (strWhat == "kernel")
-        {
-            m_Record.AddKernel(event.nProcess, event.message);
-        }
-        else if (strWhat == "launch")
-        {
-            m_Record.AddLaunch(event.nProcess, event.message);
-        }
-        else if (strWhat == "stop")
+        if (CProgramRecord::IsStop(event.message))
         {
             bStopped = BeginLaunch(event);
+        }
+        else
+        {
+            m_Record.Note(event.nProcess, event.message);
         }
     }
     catch (const CProtocolError& error)
     {
         m_Sink.OnEvent({{"event", "passed"}, {"launch", nullptr}, {"reason", error.what()}});
     }
-    if (!bStopped && strWhat != "kernel" && strWhat != "launch")
+    if (!bStopped && CProgramRecord::NeedsAnswer(event.message))
     {
         m_pProcess->Answer(event.nProcess, DescribeRules(MakeRules()));
     }
