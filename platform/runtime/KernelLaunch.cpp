@@ -313,10 +313,12 @@ struct SLastFault
     std::vector<SPlatformFaultRecord> m_vRecords;
     SPlatformEnd m_end{PLATFORM_END_COMPLETE, 0, ~cl_ulong(0)};
     std::vector<SPlatformBuffer> m_vBuffers;
+    std::vector<cl_ulong> m_vVisits; ///< of the last run that was counted
     SPlatformSizes m_sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
 };
 
 std::atomic<bool> s_bBreakRuns{false};
+std::atomic<bool> s_bCountVisits{false};
 
 SLastFault& LastFault()
 {
@@ -347,7 +349,7 @@ SPlatformEnd MakeEnd(const SLaunchResult& result)
     return {s_ends[result.eStatus], result.nStopInstruction, result.nStopWorkItem};
 }
 
-void KeepFault(SPreparedLaunch& prepared, const SLaunchResult& result)
+void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
 {
     SPlatformFault fault{};
     fault.nBadAccesses = result.nBadAccesses;
@@ -367,6 +369,8 @@ void KeepFault(SPreparedLaunch& prepared, const SLaunchResult& result)
     last.m_end = MakeEnd(result);
     last.m_sizes = MakeSizes(prepared.m_launch);
     last.m_vBuffers.swap(prepared.m_vBuffers);
+    if (result.eStatus == SLaunchResult::Complete && !result.vVisits.empty())
+        last.m_vVisits.assign(result.vVisits.begin(), result.vVisits.end());
 }
 
 /// Tells the context's callback what a run did that it shouldn't have.
@@ -413,10 +417,11 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     prepared.m_launch.nInstructionLimit = GetInstructionLimit();
     prepared.m_launch.nSchedule = TakeSchedule();
     prepared.m_launch.pBreak = &s_bBreakRuns;
+    prepared.m_launch.bCountVisits = s_bCountVisits;
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
     const SCompiledKernel& kernel = prepared.m_pExecutable->m_compiled;
     const std::unique_ptr<CStorage> pPrinted = ListenToPrintf(kernel, prepared.m_launch);
-    const SLaunchResult result = RunLaunch(prepared.m_launch);
+    SLaunchResult result = RunLaunch(prepared.m_launch);
     if (pPrinted)
         PrintRecords(kernel.vFormats, *pPrinted);
     KeepFault(prepared, result);
@@ -460,6 +465,23 @@ cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers)
     const size_t nGiven = std::min<size_t>(pBuffers ? nBuffers : 0, last.m_vBuffers.size());
     std::copy_n(last.m_vBuffers.begin(), nGiven, pBuffers);
     return static_cast<cl_uint>(last.m_vBuffers.size());
+}
+
+void CountVisits(bool bCount)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    s_bCountVisits = bCount;
+    last.m_vVisits.clear();
+}
+
+cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    const size_t nGiven = std::min<size_t>(pCounts ? nCounts : 0, last.m_vVisits.size());
+    std::copy_n(last.m_vVisits.begin(), nGiven, pCounts);
+    return static_cast<cl_uint>(last.m_vVisits.size());
 }
 
 std::string GetSourcePlace(cl_uint nInstruction)

@@ -45,6 +45,11 @@ SPlatformSizes GetLastSizes();
 /// Its buffers, up to nBuffers of them. \return how many there were
 cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers);
 
+/// Kernel runs from now on count how many work-items come to each instruction, or no longer.
+void CountVisits(bool bCount);
+/// The counts of the last run that was counted, up to nCounts of them. \return how many there are
+cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts);
+
 /// "file:line" for an instruction of the last kernel run, "" if the source isn't known.
 std::string GetSourcePlace(cl_uint nInstruction);
 

@@ -86,9 +86,20 @@ uint32_t ReadSourcePlace(uint32_t nInstruction, char* pszPlace, uint32_t nBytes)
     return static_cast<uint32_t>(strPlace.size() + 1);
 }
 
+void SwitchVisits(int32_t bCount)
+{
+    Runtime::CountVisits(bCount != 0);
+}
+
+uint32_t ReadVisits(uint64_t* pCounts, uint32_t nCounts)
+{
+    return Runtime::GetVisits(pCounts, nCounts);
+}
+
 void ResetAll()
 {
     Runtime::BreakRuns(false);
+    Runtime::CountVisits(false);
     Runtime::ResetSettings();
 }
 
@@ -117,6 +128,8 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadLastSizes,
         &ReadLastBuffers,
         &ReadSourcePlace,
+        &SwitchVisits,
+        &ReadVisits,
     };
     return &s_control;
 }

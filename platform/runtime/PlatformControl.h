@@ -165,6 +165,13 @@ struct SPlatformControl
     /// Where in its source an instruction of the last kernel run's program stands, "kernel.cl:14", as a text of at most
     /// nBytes with its zero; "" if that isn't known. \return the bytes that the whole text takes
     uint32_t (*GetSourcePlace)(uint32_t nInstruction, char* pszPlace, uint32_t nBytes);
+    /// Not 0: kernel runs from now on count how many work-items come to each of their instructions. Off at load.
+    void (*CountVisits)(int32_t bCount);
+    /// The counts of the last kernel run that was counted and came to its end, by instruction, over all passes of
+    /// loops and all calls: the sum of what a trace has as active. Up to nCounts of them; those that aren't there are
+    /// 0. \return how many there are; 0 if none was counted. A run that is traced, or whose kernel is too large to be
+    ///         traced, isn't counted
+    uint32_t (*GetVisits)(uint64_t* pCounts, uint32_t nCounts);
 };
 
 #endif

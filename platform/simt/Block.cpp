@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "platform/simt/TraceRecorder.h"
+#include "platform/simt/BlockRecorder.h"
 
 namespace KestrelPlatform
 {
@@ -48,7 +48,7 @@ void CBlock::FillConstants()
     }
 }
 
-void CBlock::Start(uint64_t nFirstGroup, CTraceRecorder* pTrace)
+void CBlock::Start(uint64_t nFirstGroup, IBlockRecorder* pTrace)
 {
     m_nFirstGroup = nFirstGroup;
     m_pTrace = pTrace;

@@ -14,7 +14,7 @@
 namespace KestrelPlatform
 {
 
-class CTraceRecorder;
+class IBlockRecorder;
 struct SImageView;
 
 /// What all blocks of one launch share. Read-only while it runs, but for the faults and the stop flag.
@@ -78,7 +78,7 @@ public:
     CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal, CPendingAdds& pending);
 
     /// Makes the block ready for groups nFirstGroup and, if several fit, the following ones.
-    void Start(uint64_t nFirstGroup, CTraceRecorder* pTrace);
+    void Start(uint64_t nFirstGroup, IBlockRecorder* pTrace);
     /// Runs to the end, to a barrier that other blocks must reach too, or to the limit.
     EState Run();
 
@@ -239,7 +239,7 @@ private:
     SLaneRow m_Scaled;                   ///< how far the addresses of a scaled access lie behind the lowest
     SLaneRow m_Shifted;                  ///< local addresses of lanes of several groups
     size_t m_nLastRange = 0;
-    CTraceRecorder* m_pTrace = nullptr;
+    IBlockRecorder* m_pTrace = nullptr;
 };
 
 } // namespace KestrelPlatform

@@ -11,6 +11,7 @@
 #include "platform/simt/Shares.h"
 #include "platform/simt/TraceRecorder.h"
 #include "platform/simt/WorkerPool.h"
+#include "platform/simt/checks/VisitCounts.h"
 
 namespace KestrelPlatform
 {
@@ -33,7 +34,8 @@ private:
 class CGroupRunner
 {
 public:
-    CGroupRunner(SLaunchContext& context, const CProgram& program, uint32_t nThread)
+    /// \param pVisits  what takes the counts of visits; null for none
+    CGroupRunner(SLaunchContext& context, const CProgram& program, uint32_t nThread, CVisitTotals* pVisits)
         : m_Context(context), m_Pending(nThread),
           m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
     {
@@ -43,7 +45,9 @@ public:
         {
             m_vBlocks.push_back(std::make_unique<CBlock>(context, n, pLocal, m_Pending));
             if (context.launch.pTrace)
-                m_vTraces.push_back(std::make_unique<CTraceRecorder>(*context.launch.pTrace, program));
+                m_vRecorders.push_back(std::make_unique<CTraceRecorder>(*context.launch.pTrace, program));
+            else if (pVisits)
+                m_vRecorders.push_back(std::make_unique<CVisitCounts>(*pVisits));
         }
     }
 
@@ -60,7 +64,7 @@ private:
     {
         std::fill(m_vLocal.begin(), m_vLocal.end(), 0);
         for (size_t n = 0; n < m_vBlocks.size(); ++n)
-            m_vBlocks[n]->Start(nFirstGroup, m_vTraces.empty() ? nullptr : m_vTraces[n].get());
+            m_vBlocks[n]->Start(nFirstGroup, m_vRecorders.empty() ? nullptr : m_vRecorders[n].get());
         if (m_vBlocks.size() == 1)
             m_vBlocks[0]->Run();
         else
@@ -107,7 +111,7 @@ private:
     CPendingAdds m_Pending;
     std::vector<uint64_t> m_vLocal;
     std::vector<std::unique_ptr<CBlock>> m_vBlocks;
-    std::vector<std::unique_ptr<CTraceRecorder>> m_vTraces;
+    std::vector<std::unique_ptr<IBlockRecorder>> m_vRecorders; ///< by block, or none
     std::vector<bool> m_vDone;
 };
 
@@ -224,7 +228,10 @@ SLaunchResult RunLaunch(const SLaunch& launch)
     try
     {
         const CProgram& program = *launch.pProgram;
-        SLaunchContext context(launch, launch.pTrace ? program.GetTracedCode() : program.GetCode());
+        const bool bRecorded = launch.pTrace || launch.bCountVisits;
+        SLaunchContext context(launch, bRecorded ? program.GetTracedCode() : program.GetCode());
+        CVisitTotals visits;
+        CVisitTotals* const pVisits = launch.bCountVisits && program.IsTraceable() ? &visits : nullptr;
         if (context.nGroupCount == 0 || context.nGroupSize == 0)
             return result;
         const uint64_t nJobs = (context.nGroupCount + context.nGroupsPerBlock - 1) / context.nGroupsPerBlock;
@@ -246,7 +253,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             const uint32_t nThread = context.nThreads++;
             try
             {
-                CGroupRunner runner(context, program, nThread);
+                CGroupRunner runner(context, program, nThread, pVisits);
                 for (auto nTurn = shares.Take(nThread); nTurn && !context.bStop; nTurn = shares.Take(nThread))
                 {
                     schedule.Pause(*nTurn);
@@ -264,6 +271,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         result.firstBadAccess = context.firstBadAccess;
         result.nUnreachedBarriers = context.nUnreachedBarriers;
         result.vFaults.swap(context.vFaults);
+        result.vVisits = visits.Take();
         result.nStopInstruction = context.nStopInstruction;
         result.nStopWorkItem = context.nStopWorkItem;
         if (context.bStop)

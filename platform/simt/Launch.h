@@ -86,6 +86,7 @@ struct SLaunch
     uint32_t nMaxThreads = 0;                  ///< threads that may run it; 0 for one a core
     uint64_t nSchedule = 0;                    ///< shakes the order of groups and threads; 0 leaves it as it comes
     ITraceSink* pTrace = nullptr;              ///< a traced launch runs on one thread
+    bool bCountVisits = false;                 ///< SLaunchResult::vVisits; a traced launch isn't counted
     const std::atomic<bool>* pBreak = nullptr; ///< true ends it; may be null
     const void* pOwner = nullptr;              ///< what threads wait for that may help (CWorkerPool::HelpWhile)
 };
@@ -132,6 +133,9 @@ struct SLaunchResult
     uint64_t nUnreachedBarriers = 0; ///< barriers that part of a work-group didn't reach
     /// By work-item and instruction, one of each; the first s_nFaultRecords of them.
     std::vector<SFaultRecord> vFaults;
+    /// By instruction, if it was asked for: how many work-items came to it, over all passes and calls, as the trace has
+    /// them active. Ends with the last one that any came to. Empty for a program of which no trace can be made.
+    std::vector<uint64_t> vVisits;
 };
 
 constexpr size_t s_nFaultRecords = 64;

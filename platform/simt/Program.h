@@ -290,6 +290,8 @@ public:
     /// Made from the tokens when it is first asked for. Any thread. A kernel at the limit of what a block holds, for
     /// which the trace's rows are too many, gives its plain code, whose flow control alone is recorded.
     const SCode& GetTracedCode() const;
+    /// For those who have asked for the traced code: whether it records every instruction.
+    bool IsTraceable() const { return m_bTraceable; }
     /// For those who have asked for the traced code.
     EOpCode GetOpCode(uint32_t nInstruction) const { return m_vOpCodes[nInstruction]; }
 

@@ -38,12 +38,7 @@ void CTraceRecorder::Emit(uint32_t nInstruction)
 
 void CTraceRecorder::Flow(const CBlock& block, uint32_t nInstruction)
 {
-    FlowWith(block, nInstruction, block.Mask());
-}
-
-void CTraceRecorder::FlowWith(const CBlock& block, uint32_t nInstruction, const uint32_t* pActive)
-{
-    SetActive(block, pActive);
+    SetActive(block, block.Mask());
     m_Record.nRegisterType = 0xFFFFFFFF;
     m_Record.nRegisterNumber = 0;
     m_Record.nComponents = 0;

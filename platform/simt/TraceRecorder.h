@@ -5,27 +5,26 @@
 
 #include "platform/runtime/PlatformControl.h"
 #include "platform/simt/Block.h"
+#include "platform/simt/BlockRecorder.h"
 
 namespace KestrelPlatform
 {
 
 /// Makes the records of one block while it runs: keeps the open calls and loops, and reads the
 /// written register back out of the block.
-class CTraceRecorder
+class CTraceRecorder : public IBlockRecorder
 {
 public:
     CTraceRecorder(ITraceSink& sink, const CProgram& program) : m_Sink(sink), m_Program(program) {}
 
-    void Start(const CBlock& block);
-    void Flow(const CBlock& block, uint32_t nInstruction);
-    /// pActive: the work-items to record as active in place of the block's mask.
-    void FlowWith(const CBlock& block, uint32_t nInstruction, const uint32_t* pActive);
-    void Written(const CBlock& block, const SCode& code, const SMicroOp& step);
-    void OpenLoop(uint32_t nStart, uint32_t nEnd);
-    void NextPass();
-    void CloseLoop();
-    void OpenCall(uint32_t nSite);
-    void CloseCall();
+    void Start(const CBlock& block) override;
+    void Flow(const CBlock& block, uint32_t nInstruction) override;
+    void Written(const CBlock& block, const SCode& code, const SMicroOp& step) override;
+    void OpenLoop(uint32_t nStart, uint32_t nEnd) override;
+    void NextPass() override;
+    void CloseLoop() override;
+    void OpenCall(uint32_t nSite) override;
+    void CloseCall() override;
 
 private:
     void SetActive(const CBlock& block, const uint32_t* pMask);

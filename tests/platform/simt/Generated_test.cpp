@@ -9,6 +9,20 @@ namespace KestrelPlatformTest
 namespace
 {
 
+/// How many work-items came to each instruction.
+std::vector<uint64_t> SumActive(const std::vector<SRecord>& vRecords, size_t nInstructions)
+{
+    std::vector<uint64_t> vSums(nInstructions, 0);
+    for (const SRecord& record : vRecords)
+    {
+        if (record.nInstruction >= vSums.size())
+            vSums.resize(record.nInstruction + size_t{1}, 0);
+        for (const uint32_t nActive : record.vActive)
+            vSums[record.nInstruction] += nActive;
+    }
+    return vSums;
+}
+
 /// KESTREL_SIMT_SEED runs one seed alone, KESTREL_SIMT_SEEDS that many.
 uint32_t Setting(const char* pszName, uint32_t nDefault)
 {
@@ -26,10 +40,14 @@ void CheckSeed(uint32_t nSeed)
     run.SetSize(pSize[0], pSize[1]);
     run.launch.nInstructionLimit = 10000000;
     std::vector<std::vector<uint32_t>> vOutputs;
+    std::vector<uint64_t> vVisits;
     const auto execute = [&]
     {
         run.vOutput.assign(pSize[0] * 32, 0xCDCDCDCD);
-        EXPECT_EQ(run.Run().eStatus, KestrelPlatform::SLaunchResult::Complete);
+        const KestrelPlatform::SLaunchResult result = run.Run();
+        EXPECT_EQ(result.eStatus, KestrelPlatform::SLaunchResult::Complete);
+        EXPECT_EQ(result.vVisits.empty(), !run.launch.bCountVisits);
+        vVisits = result.vVisits;
         vOutputs.push_back(run.vOutput);
     };
     for (const auto eSet : {KestrelPlatform::EInstructionSet::Baseline, KestrelPlatform::EInstructionSet::Avx2,
@@ -38,9 +56,14 @@ void CheckSeed(uint32_t nSeed)
         if (KestrelPlatform::ChooseInstructionSet(eSet))
             execute();
     }
+    run.launch.bCountVisits = true;
+    execute();
+    const std::vector<uint64_t> vCounted = vVisits;
+    run.launch.bCountVisits = false;
     CRecords records;
     run.launch.pTrace = &records;
     execute();
+    ASSERT_EQ(vCounted, SumActive(records.vRecords, vCounted.size())) << "KESTREL_SIMT_SEED=" << nSeed;
     for (uint32_t n = 0; n < pSize[0]; ++n)
     {
         const CGeneratedKernel::Registers expected = kernel.Execute(n);
