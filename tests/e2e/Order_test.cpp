@@ -1,6 +1,9 @@
+#include "tests/e2e/ExampleList.h"
+#include "tests/e2e/KernelGenerator.h"
 #include "tests/e2e/LibrariesFixture.h"
 #include "tests/e2e/SmallKernel.h"
 #include "tools/kestrel/Session.h"
+#include "tools/kestrel/debug/Debugger.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -60,7 +63,81 @@ std::string StepThrough(const std::string& strBody, size_t nGroups)
     return asking.strError;
 }
 
+/// Each work-group leaves its number plus one in a word. The bits in which what it finds there differs from what it
+/// would be if the groups came in their order lead into one if after the other.
+std::string MakeChain()
+{
+    std::string strBody = "mov r7.xy, cb1[0].xy\n"
+                          "uav_raw_load_id(10)_addr64 r6.x, r7.xy\n"
+                          "iadd r8.x, vThreadGrpId.x, l0.y\n"
+                          "uav_raw_store_id(10)_addr64 mem0.x, r7.xy, r8.x\n"
+                          "ixor r6.x, r6.x, vThreadGrpId.x\n";
+    for (const char* const pszBit : {"l0.y", "l0.x", "l1.x", "l1.y", "l1.z", "l1.w"})
+    {
+        strBody += std::string("iand r5.x, r6.x, ") + pszBit + "\nif_logicalnz r5.x\niadd r9.x, r9.x, l0.y\nendif\n";
+    }
+    return strBody + "iadd r9.x, r9.x, l0.y\niadd r9.x, r9.x, l0.y\n";
+}
+
+struct CEnd : IEventSink
+{
+    void OnEvent(const nlohmann::json& event) override
+    {
+        bFinished = bFinished || event["event"] == "finished";
+        strReason = bFinished ? event.value("reason", "") : "";
+    }
+    bool bFinished = false;
+    std::string strReason;
+};
+
+/// What the tool says at the end of so many steps, or of a continue after them.
+std::string DebugSteps(const SLaunchFile& file, size_t nSteps)
+{
+    CEnd end;
+    CDebugger debugger(GetLibraries(), file, end);
+    debugger.Start();
+    debugger.Step(nSteps);
+    if (!end.bFinished)
+    {
+        debugger.Continue(1);
+    }
+    EXPECT_TRUE(end.bFinished);
+    return end.strReason;
+}
+
 } // namespace
+
+/// A continue ends the session with the client's own run, to which only the tool holds what the stops have shown.
+TEST(Order, TheToolHoldsThePlainRunsCountsAgainstThoseOfTheStops)
+{
+    SLaunchFile file = MakeSmallKernel(MakeChain(), "dcl_literal l1, 4, 8, 16, 32\n");
+    file.nLocalSize[0] = 256;
+    file.nGlobalSize[0] = 64 * file.nLocalSize[0];
+    file.vArguments[0].vContents.assign(file.nGlobalSize[0] * 4, 0);
+    const SPlatformControl& control = GetPlatformControl(GetLibraries());
+    control.SetSchedule(1);
+    EXPECT_THAT(DebugSteps(file, 28),
+                testing::StartsWith("The session's stops and a plain run of the kernel disagree"));
+    control.SetSchedule(0);
+
+    size_t nExamples = 0;
+    for (const std::string& strName : ListExamples())
+    {
+        for (const size_t nSteps : {size_t(7), size_t(1000000)})
+        {
+            EXPECT_EQ(DebugSteps(ReadLaunchFile(GetExamplePath(strName)), nSteps), "") << strName << ", " << nSteps;
+        }
+        ++nExamples;
+    }
+    EXPECT_GE(nExamples, 20u);
+    SKernelFeatures features;
+    features.bMore = features.bReturns = features.bReturnsIf = features.bLeaves = true;
+    features.bMemory = features.bLocal = features.bMacros = features.bCallsIf = true;
+    for (uint32_t nSeed = 1; nSeed <= 20; ++nSeed)
+    {
+        EXPECT_EQ(DebugSteps(CKernelGenerator(nSeed, features).Generate().launch, 1000000), "") << nSeed;
+    }
+}
 
 TEST(Order, AKernelThatDependsOnItIsNamedAtTheEnd)
 {

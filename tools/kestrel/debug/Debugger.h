@@ -9,6 +9,7 @@
 #include "tools/kestrel/debug/KernelArguments.h"
 #include "tools/kestrel/debug/KernelRuns.h"
 #include "tools/kestrel/debug/RunEstimate.h"
+#include "tools/kestrel/debug/StopCounts.h"
 #include "tools/kestrel/debug/Target.h"
 
 #include <nlohmann/json.hpp>
@@ -178,8 +179,10 @@ private:
     void Repeat(size_t nTimes, const char* pszReason, MoveOnce moveOnce);
     void BeginCommand(bool bSingleStep);
     void SendStop(EReason eReason, const std::string& strReason);
-    void SendFinished();
+    void SendFinished(const std::string& strDoubt);
     void CheckFaults(bool bPatched);
+    void CountStop(ovkclDebugCommand command, unsigned int nFrom);
+    std::string CompareCounts(bool bStepped);
     void AddFaults(nlohmann::json& event);
     void BreakRun();
     void RequireNoInterrupt() const;
@@ -202,6 +205,7 @@ private:
     CLaunch m_Launch;
     CKernelRuns m_Runs;
     CFaults m_Faults;
+    CStopCounts m_StopCounts;
     CTarget m_Target;
     SExtent m_Extent;
     SSettings m_Settings;

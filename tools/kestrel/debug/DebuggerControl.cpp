@@ -19,6 +19,8 @@ bool CDebugger::Launch()
     m_LookedAt.clear();
     m_NewFaults.reset();
     m_Faults.Forget();
+    m_StopCounts.Forget();
+    m_Runs.CountPlainRuns(nullptr, 0);
     m_bPlatformFailed = false;
     m_SeenInterrupt.reset();
     m_Progress = SProgress();
@@ -108,15 +110,21 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     }
     m_Progress.estimate = bRuns ? EstimateRun(stops) : SRunEstimate();
     m_SeenInterrupt.reset();
+    if (m_StopCounts.HasAny())
+    {
+        m_Runs.CountPlainRuns(m_pControl, static_cast<cl_uint>(m_Launch.GetFile().vArguments.size()));
+    }
     const CTarget::EState eState = m_Target.Resume(command);
     EndIfGivenUp();
     if (eState != CTarget::AtStop)
     {
         CheckFaults(!(command == OVKCLDEBUG_COMMAND_CONTINUE && stops.empty()));
-        SendFinished();
+        SendFinished(CompareCounts(command == OVKCLDEBUG_COMMAND_STEP));
         return false;
     }
+    const unsigned int nFrom = m_nLine;
     m_nLine = GetSession().GetNextLine();
+    CountStop(command, nFrom);
     CheckFaults(true);
     ShowProgress();
     return true;

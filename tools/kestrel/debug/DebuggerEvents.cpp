@@ -47,6 +47,40 @@ void CDebugger::AddFaults(json& event)
     m_NewFaults.reset();
 }
 
+// ---------------------------------------------------------------------------------------- counts of work-items
+
+/// \param nFrom  the line that was to be executed next before a command led to the present stop
+void CDebugger::CountStop(ovkclDebugCommand command, unsigned int nFrom)
+{
+    switch (command)
+    {
+    case OVKCLDEBUG_COMMAND_STEP:
+        m_StopCounts.AddStep(m_pListing->GetInstructionNumber(nFrom), CountActive());
+        break;
+    case OVKCLDEBUG_COMMAND_EXT_STEP_BACK:
+        m_StopCounts.GoBack();
+        break;
+    case OVKCLDEBUG_COMMAND_EXT_RUN_BACK:
+        m_StopCounts.RunBack();
+        break;
+    default:
+        m_StopCounts.AddRun();
+    }
+}
+
+std::string CDebugger::CompareCounts(bool bStepped)
+{
+    if (m_pControl == nullptr || !m_StopCounts.HasAny())
+    {
+        return std::string();
+    }
+    std::vector<uint64_t> vPlain(m_pControl->GetVisits(nullptr, 0));
+    m_pControl->GetVisits(vPlain.data(), static_cast<uint32_t>(vPlain.size()));
+    m_Runs.CountPlainRuns(nullptr, 0);
+    m_pControl->CountVisits(0);
+    return m_StopCounts.Compare(vPlain, *m_pListing, bStepped);
+}
+
 // ---------------------------------------------------------------------------------------- interrupts, progress
 
 /// The platform lets go of a kernel run that an interrupt would have to wait for.
@@ -190,7 +224,8 @@ void CDebugger::SendStop(EReason eReason, const std::string& strReason)
     m_Sink.OnEvent(event);
 }
 
-void CDebugger::SendFinished()
+/// \param strDoubt  why the stops may have shown something else than the plain run did; empty if nothing says so
+void CDebugger::SendFinished(const std::string& strDoubt)
 {
     m_Sink.OnProgress(std::string());
     m_Launch.SaveOutputs();
@@ -204,9 +239,10 @@ void CDebugger::SendFinished()
     {
         event["ended"] = strEnd;
     }
-    if (!m_Target.GetReason().empty())
+    const std::string& strReason = m_Target.GetReason().empty() ? strDoubt : m_Target.GetReason();
+    if (!strReason.empty())
     {
-        event["reason"] = m_Target.GetReason();
+        event["reason"] = strReason;
     }
     AddFaults(event);
     m_bDifference = !event["differences"].empty();

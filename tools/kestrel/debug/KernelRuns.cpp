@@ -1,5 +1,7 @@
 #include "tools/kestrel/debug/KernelRuns.h"
 
+#include "platform/runtime/PlatformControl.h"
+
 #include <chrono>
 #include <mutex>
 
@@ -24,6 +26,8 @@ struct SShared
     bool bRefusing = false;
     uint64_t nWatched = 0; ///< mappings are kept up to behind this run; 0 for none
     std::vector<std::vector<unsigned char>> vReads;
+    const SPlatformControl* pControl = nullptr; ///< that counts plain runs; null for none
+    cl_uint nArguments = 0;                     ///< of the kernel as it is
 };
 
 const size_t s_nSmallBuffer = 1 << 16;
@@ -59,6 +63,17 @@ void NoteEnd()
     }
 }
 
+void ChooseWhetherToCount(cl_kernel kernel)
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    cl_uint nArguments = 0;
+    if (Shared().pControl != nullptr && Shared().pTable->clGetKernelInfo(kernel, CL_KERNEL_NUM_ARGS, sizeof(nArguments),
+                                                                         &nArguments, nullptr) == CL_SUCCESS)
+    {
+        Shared().pControl->CountVisits(nArguments == Shared().nArguments ? 1 : 0);
+    }
+}
+
 cl_int CL_API_CALL EnqueueKernel(cl_command_queue queue, cl_kernel kernel, cl_uint nDimensions, const size_t* pOffset,
                                  const size_t* pGlobal, const size_t* pLocal, cl_uint nWaits, const cl_event* pWaits,
                                  cl_event* pEvent)
@@ -67,6 +82,7 @@ cl_int CL_API_CALL EnqueueKernel(cl_command_queue queue, cl_kernel kernel, cl_ui
     {
         return CL_OUT_OF_RESOURCES;
     }
+    ChooseWhetherToCount(kernel);
     return Shared().pTable->clEnqueueNDRangeKernel(queue, kernel, nDimensions, pOffset, pGlobal, pLocal, nWaits, pWaits,
                                                    pEvent);
 }
@@ -132,6 +148,7 @@ CKernelRuns::CKernelRuns(const CLibraries& libraries) : m_Lib(libraries)
     Shared().vReads.clear();
     Shared().bRefusing = false;
     Shared().nWatched = 0;
+    Shared().pControl = nullptr;
     cl_icd_dispatch_table table = libraries.cl;
     Replace(table.clEnqueueNDRangeKernel, &EnqueueKernel);
     Replace(table.clWaitForEvents, &WaitForEvents);
@@ -143,6 +160,7 @@ CKernelRuns::CKernelRuns(const CLibraries& libraries) : m_Lib(libraries)
 
 CKernelRuns::~CKernelRuns()
 {
+    Shared().pControl = nullptr;
     m_Lib.ovkclDebugSetDispatchTable(&m_Lib.cl);
 }
 
@@ -168,6 +186,17 @@ void CKernelRuns::Refuse(bool bRefuse)
 {
     const std::lock_guard<std::mutex> lock(Shared().mutex);
     Shared().bRefusing = bRefuse;
+}
+
+void CKernelRuns::CountPlainRuns(const SPlatformControl* pControl, cl_uint nArguments)
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    Shared().pControl = pControl;
+    Shared().nArguments = nArguments;
+    if (pControl != nullptr)
+    {
+        pControl->CountVisits(1);
+    }
 }
 
 void CKernelRuns::WatchFirstRuns()

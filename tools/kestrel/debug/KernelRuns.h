@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+struct SPlatformControl;
+
 namespace KestrelTool
 {
 
@@ -30,6 +32,10 @@ public:
 
     /// Refuses kernel runs from now on, so that the debugger's work comes to an end; or no longer.
     void Refuse(bool bRefuse);
+    /// From now on the platform counts who comes to each instruction of the kernel as it is, be it run by the debugger
+    /// or by the runtime, but not of patched copies, which have more arguments.
+    /// \param pControl  null ends it
+    void CountPlainRuns(const SPlatformControl* pControl, cl_uint nArguments);
     /// Keeps what small buffers hold that the debugger maps for reading during its next few kernel runs.
     void WatchFirstRuns();
     /// What has been kept. Early in a session a run copies the kernel's arguments to where the debugger reads them.
