@@ -27,15 +27,24 @@ bool CInstrumentedShaderIL::IsRepeatedCall(InstructionNumber nCall) const
         return true;
     }
 
-    const std::optional<InstructionNumber> nCallee = FindCallee(nCall);
-    unsigned int nCalls = 0;
-
-    for (InstructionNumber n = 0; n < m_Instructions.size(); ++n)
+    if (m_CallsOf.empty())
     {
-        nCalls += FindCallee(n) == nCallee ? 1 : 0;
+        CountCalls();
     }
 
-    return nCalls > 1;
+    const std::optional<InstructionNumber> nCallee = FindCallee(nCall);
+    return !nCallee || m_CallsOf[*nCallee] > 1;
+}
+
+void CInstrumentedShaderIL::CountCalls() const
+{
+    for (InstructionNumber n = 0; n < m_Instructions.size(); ++n)
+    {
+        if (const std::optional<InstructionNumber> nCallee = FindCallee(n))
+        {
+            ++m_CallsOf[*nCallee];
+        }
+    }
 }
 
 /// The innermost loop around an instruction; null for none.

@@ -146,6 +146,7 @@ private:
     bool PatchItem(SPass& pass, const SItem& item);
     bool PatchMacroDef(SPass& pass, const SItem& item);
     bool PatchInstruction(SPass& pass, const SItem& item);
+    bool IsKept(const SPass& pass, const CShaderDebuggerInstructionIL& instruction) const;
     void PatchTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction);
     void WriteSelectorCapture(CDest& dest, const CShaderDebuggerInstructionIL& instruction);
     void WriteCaptureOfLeavers(const SPass& pass, const CShaderDebuggerInstructionIL& instruction);
@@ -174,6 +175,7 @@ private:
 
     // Called functions (CalledFunctions.cpp).
     bool IsRepeatedCall(InstructionNumber nCall) const;
+    void CountCalls() const;
     const CIL_Loop* LoopWith(InstructionNumber nInst) const;
     std::vector<SCut> FindCuts(const ProgramCounter& target) const;
     void WriteCopyLiterals(CDest& dest, const std::vector<SCut>& vCuts);
@@ -234,6 +236,8 @@ private:
     std::map<InstructionNumber, unsigned int> m_CopyLiterals; ///< the passes of loops in copies, by the loop's start
     std::vector<char> m_vPreparedElf; ///< the kernel binary with all that is the same for every target patched in
     std::string m_strPatchedMetadata;
+    /// How many instructions call each function or macro, by its first instruction. Counted when first asked for.
+    mutable std::map<InstructionNumber, unsigned int> m_CallsOf;
 };
 
 } // namespace OVK_ShaderDebugger

@@ -215,6 +215,14 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
     return true;
 }
 
+/// The most of a kernel: nothing is asked of it but what it is.
+bool CInstrumentedShaderIL::IsKept(const SPass& pass, const CShaderDebuggerInstructionIL& instruction) const
+{
+    const InstructionNumber nInst = pass.nCurrentInstruction;
+    return nInst != pass.cut.pc.m_nPos && nInst != 0 && pass.pMemory == nullptr && m_Leaving.empty() &&
+           !instruction.IsFlowControlOp() && instruction.GetDestRegType() != IL_REGTYPE_OUTPUT;
+}
+
 bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
 {
     const InstructionNumber nCurrentInstruction = pass.nCurrentInstruction;
@@ -228,6 +236,15 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
         return false;
     }
 
+    const CShaderDebuggerInstructionIL& instruction = m_Instructions[nCurrentInstruction];
+
+    if (IsKept(pass, instruction))
+    {
+        pass.dest.WriteTokens(item.pTokens, item.nLength);
+        ++pass.nCurrentInstruction;
+        return true;
+    }
+
     if (nCurrentInstruction == 0 && pc == g_PC_NULL)
     {
         return EndAtEntry(pass);
@@ -239,7 +256,6 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
         WriteCopyLiterals(pass.dest, *pass.pCuts);
     }
 
-    const CShaderDebuggerInstructionIL& instruction = m_Instructions[nCurrentInstruction];
     const bool bAtTarget = nCurrentInstruction == pc.m_nPos;
 
     if (pass.pMemory != nullptr && nCurrentInstruction == pass.pMemory->nMainCut)
