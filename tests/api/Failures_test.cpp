@@ -9,7 +9,7 @@ class Refusals : public CPlatformFixture
 {
 };
 
-ovkclDebugCommand Step(ovkclDebugContext, ovkclDebugEvent)
+ovkclDebugCommand StepOn(ovkclDebugContext, ovkclDebugEvent)
 {
     return OVKCLDEBUG_COMMAND_STEP;
 }
@@ -17,13 +17,13 @@ ovkclDebugCommand Step(ovkclDebugContext, ovkclDebugEvent)
 TEST_F(Refusals, LaunchesThatCantBeDebuggedHaveTheirCodes)
 {
     Open("");
-    EXPECT_EQ(Debug(&Step), OVKCLDEBUG_ENQUEUE_NOT_DEBUGGABLE);
+    EXPECT_EQ(Debug(&StepOn), OVKCLDEBUG_ENQUEUE_NOT_DEBUGGABLE);
     Close();
 
     Open("-g");
     const cl_command_queue intercepted = m_queue;
     m_queue = Cl().clCreateCommandQueue(m_context, m_device, 0, nullptr);
-    EXPECT_EQ(Debug(&Step), OVKCLDEBUG_ENQUEUE_NO_INTERCEPT);
+    EXPECT_EQ(Debug(&StepOn), OVKCLDEBUG_ENQUEUE_NO_INTERCEPT);
     Cl().clReleaseCommandQueue(m_queue);
     m_queue = intercepted;
     EXPECT_EQ(m_vEvents.size(), 0u);
@@ -31,7 +31,7 @@ TEST_F(Refusals, LaunchesThatCantBeDebuggedHaveTheirCodes)
 
     Control().SetExtensionEnabled("cl_ovk_event_callback", 0);
     Open("-g");
-    EXPECT_EQ(Debug(&Step), OVKCLDEBUG_ENQUEUE_NO_INTERCEPT) << "a platform without the intercept";
+    EXPECT_EQ(Debug(&StepOn), OVKCLDEBUG_ENQUEUE_NO_INTERCEPT) << "a platform without the intercept";
     Close();
     Control().SetExtensionEnabled("cl_ovk_event_callback", 1);
 
@@ -39,7 +39,7 @@ TEST_F(Refusals, LaunchesThatCantBeDebuggedHaveTheirCodes)
     m_device = FindDevice("Host");
     m_context = ovkclInterceptCreateContext(nullptr, 1, &m_device, nullptr, nullptr, &nCode);
     m_queue = ovkclInterceptCreateCommandQueue(m_context, m_device, 0, &nCode);
-    EXPECT_EQ(Debug(&Step), OVKCLDEBUG_ENQUEUE_WRONG_DEVICE);
+    EXPECT_EQ(Debug(&StepOn), OVKCLDEBUG_ENQUEUE_WRONG_DEVICE);
 }
 
 /// Calls of a session that can fail and leave nothing behind. A release that does nothing leaves its object.
@@ -91,7 +91,7 @@ TEST_P(FailingCalls, TheSessionEndsAndNothingLeaks)
             Cl().clEnqueueWriteBuffer(m_queue, m_buffers[2], CL_TRUE, 0, sizeof(float) * s_nItems, vBefore.data(), 0,
                                       nullptr, nullptr);
             Control().FailCall(pszEntry, nCall, CL_OUT_OF_RESOURCES, 0);
-            const cl_int nCode = Debug(&Step);
+            const cl_int nCode = Debug(&StepOn);
             Control().ClearFailures();
             Cl().clFinish(m_queue);
             ++results[nCode];

@@ -2,6 +2,7 @@
 #include "tests/e2e/ExampleList.h"
 #include "tests/e2e/KernelGenerator.h"
 #include "tests/e2e/ScriptedClient.h"
+#include "tests/e2e/Seeds.h"
 #include "tests/e2e/SmallKernel.h"
 
 #include <gmock/gmock.h>
@@ -19,19 +20,7 @@ using testing::ElementsAre;
 namespace
 {
 
-#ifdef KESTREL_BEHIND_LOADER
-const uint32_t s_nDefaultSeeds = 10;
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const uint32_t s_nDefaultSeeds = 120; // each takes many times as long
-#else
-const uint32_t s_nDefaultSeeds = 200;
-#endif
-
-uint32_t FromEnvironment(const char* pszName, uint32_t nDefault)
-{
-    const char* pszValue = std::getenv(pszName);
-    return pszValue != nullptr ? static_cast<uint32_t>(std::strtoul(pszValue, nullptr, 10)) : nDefault;
-}
+const SSeeds s_BackSeeds = {200, 120, 10};
 
 /// Goes to and fro, by steps or between breakpoints, and compares each stop with what it showed when it was reached for
 /// the first time.
@@ -185,7 +174,7 @@ std::string Wander(const SLaunchFile& file, uint32_t nSeed, bool bRuns, const st
 void WanderInGenerated(bool bRuns)
 {
     const uint32_t nFirst = FromEnvironment("KESTREL_SEED", 1);
-    const uint32_t nSeeds = FromEnvironment("KESTREL_SEEDS", s_nDefaultSeeds);
+    const uint32_t nSeeds = CountSeeds(s_BackSeeds);
     unsigned int nFailed = 0;
     size_t nCompared = 0;
     for (uint32_t nSeed = nFirst; nSeed < nFirst + nSeeds && nFailed < 5; ++nSeed)

@@ -21,7 +21,7 @@ uint64_t TakeRuns()
     return nRuns;
 }
 
-void Track(CSession& session, const std::vector<std::string>& vNames)
+void TrackRegisters(CSession& session, const std::vector<std::string>& vNames)
 {
     std::vector<ovkclDebugRegisterLocator> vLocators;
     for (const std::string& strName : vNames)
@@ -47,7 +47,7 @@ std::vector<uint64_t> StepCosts(const SLaunchFile& file, const std::vector<std::
             vCosts.push_back(TakeRuns());
             if (!vTracked.empty())
             {
-                Track(session, vTracked);
+                TrackRegisters(session, vTracked);
             }
             return OVKCLDEBUG_COMMAND_STEP;
         },

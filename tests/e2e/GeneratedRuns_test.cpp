@@ -2,6 +2,7 @@
 #include "tests/e2e/DebugFunctions.h"
 #include "tests/e2e/ExampleList.h"
 #include "tests/e2e/KernelGenerator.h"
+#include "tests/e2e/Seeds.h"
 
 #include <gtest/gtest.h>
 
@@ -15,19 +16,7 @@ using namespace KestrelTool;
 namespace
 {
 
-#ifdef KESTREL_BEHIND_LOADER
-const uint32_t s_nDefaultSeeds = 10;
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const uint32_t s_nDefaultSeeds = 120; // each takes many times as long
-#else
-const uint32_t s_nDefaultSeeds = 240;
-#endif
-
-uint32_t FromEnvironment(const char* pszName, uint32_t nDefault)
-{
-    const char* pszValue = std::getenv(pszName);
-    return pszValue != nullptr ? static_cast<uint32_t>(std::strtoul(pszValue, nullptr, 10)) : nDefault;
-}
+const SSeeds s_RunSeeds = {240, 120, 10};
 
 bool DirectsFlow(const std::string& strMnemonic)
 {
@@ -134,7 +123,7 @@ std::string Join(const std::vector<std::string>& vTexts)
 TEST(GeneratedRuns, EveryContinueStopsWhereThePlainRunSaysWithItsValues)
 {
     const uint32_t nFirst = FromEnvironment("KESTREL_SEED", 1);
-    const uint32_t nSeeds = FromEnvironment("KESTREL_SEEDS", s_nDefaultSeeds);
+    const uint32_t nSeeds = CountSeeds(s_RunSeeds);
     unsigned int nFailed = 0;
     size_t nStops = 0;
     size_t nCounted = 0;

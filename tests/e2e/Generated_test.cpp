@@ -1,5 +1,6 @@
 #include "tests/e2e/KernelGenerator.h"
 #include "tests/e2e/LibrariesFixture.h"
+#include "tests/e2e/Seeds.h"
 #include "tests/e2e/SessionChecker.h"
 
 #include <gtest/gtest.h>
@@ -12,19 +13,7 @@ using namespace KestrelTool;
 namespace
 {
 
-#ifdef KESTREL_BEHIND_LOADER
-const uint32_t s_nDefaultSeeds = 10;
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const uint32_t s_nDefaultSeeds = 60;
-#else
-const uint32_t s_nDefaultSeeds = 400;
-#endif
-
-uint32_t FromEnvironment(const char* pszName, uint32_t nDefault)
-{
-    const char* pszValue = std::getenv(pszName);
-    return pszValue != nullptr ? static_cast<uint32_t>(std::strtoul(pszValue, nullptr, 10)) : nDefault;
-}
+const SSeeds s_StepSeeds = {400, 60, 10};
 
 /// \return findings, with the kernel's text in front if there are any
 std::vector<std::string> StepSeed(uint32_t nSeed)
@@ -69,7 +58,7 @@ std::vector<std::string> StepSeed(uint32_t nSeed)
 TEST(Generated, EveryStopAgreesWithThePlainRun)
 {
     const uint32_t nFirst = FromEnvironment("KESTREL_SEED", 1);
-    const uint32_t nSeeds = FromEnvironment("KESTREL_SEEDS", s_nDefaultSeeds);
+    const uint32_t nSeeds = CountSeeds(s_StepSeeds);
     unsigned int nFailed = 0;
     for (uint32_t nSeed = nFirst; nSeed < nFirst + nSeeds && nFailed < 5; ++nSeed)
     {

@@ -1,5 +1,7 @@
 #include "tests/e2e/ItemHistory.h"
 
+#include "tests/e2e/RegisterTypes.h"
+
 #include <algorithm>
 
 namespace KestrelTest
@@ -9,8 +11,6 @@ namespace
 {
 
 // Register types as tokens number them.
-const uint32_t s_nTemp = 4;
-const uint32_t s_nIndexedTemp = 30;
 
 std::string RegisterName(const SPlatformTraceRecord& record, uint32_t nInBlock)
 {

@@ -30,12 +30,6 @@ dcl_literal l9, 6, 64, 255, 128
 
 const char s_szPrivate[] = "dcl_typeless_uav_id(8)_stride(4)_length(64)_access(private)\n";
 
-template <size_t N>
-const char* Pick(const char* const (&table)[N], unsigned int nIndex)
-{
-    return table[nIndex % N];
-}
-
 } // namespace
 
 bool CKernelGenerator::IsMore() const

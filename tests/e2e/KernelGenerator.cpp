@@ -16,12 +16,6 @@ const char* const s_Operations[] = {"iadd", "isub", "imul", "imax", "imin", "ixo
 const char* const s_Literals[] = {"l0.x", "l0.y", "l0.w", "l1.x", "l1.y", "l1.z", "l1.w"};
 const char* const s_Masks[] = {"l2.x", "l2.y", "l2.z", "l2.w"};
 
-template <size_t N>
-const char* Pick(const char* const (&table)[N], unsigned int nIndex)
-{
-    return table[nIndex % N];
-}
-
 } // namespace
 
 std::string CKernelGenerator::Source()

@@ -11,6 +11,12 @@
 namespace KestrelTest
 {
 
+template <size_t N>
+const char* Pick(const char* const (&table)[N], unsigned int nIndex)
+{
+    return table[nIndex % N];
+}
+
 /// A kernel made from a seed, with a launch for it.
 struct SGeneratedKernel
 {

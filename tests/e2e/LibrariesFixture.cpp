@@ -11,27 +11,26 @@ namespace KestrelTest
 namespace
 {
 
+const char* const s_pszLoaderSwitch = "KESTREL_BEHIND_LOADER";
 const std::string s_strPlatform = KESTREL_PLATFORM_DIR;
 const std::string s_strDebugger = std::string(KESTREL_BINARY_DIR) + "/lib/libOVKKestrel.so";
 
-#ifdef KESTREL_BEHIND_LOADER
-
 KestrelTool::CLibraries Open()
 {
+    if (!IsBehindLoader())
+    {
+        return KestrelTool::CLibraries(s_strPlatform, s_strDebugger);
+    }
     setenv("OCL_ICD_VENDORS", (s_strPlatform + "/icd").c_str(), 1);
     return KestrelTool::CLibraries(s_strPlatform, KESTREL_ICD_LOADER, s_strDebugger);
 }
 
-#else
-
-KestrelTool::CLibraries Open()
-{
-    return KestrelTool::CLibraries(s_strPlatform, s_strDebugger);
-}
-
-#endif
-
 } // namespace
+
+bool IsBehindLoader()
+{
+    return std::getenv(s_pszLoaderSwitch) != nullptr;
+}
 
 const KestrelTool::CLibraries& GetLibraries()
 {
@@ -42,8 +41,9 @@ const KestrelTool::CLibraries& GetLibraries()
 std::string ReplayCommand()
 {
     const testing::TestInfo* pInfo = testing::UnitTest::GetInstance()->current_test_info();
-    return std::filesystem::read_symlink("/proc/self/exe").string() + " --gtest_filter=" + pInfo->test_suite_name() +
-           "." + pInfo->name();
+    const std::string strSwitch = IsBehindLoader() ? std::string(s_pszLoaderSwitch) + "=1 " : "";
+    return strSwitch + std::filesystem::read_symlink("/proc/self/exe").string() +
+           " --gtest_filter=" + pInfo->test_suite_name() + "." + pInfo->name();
 }
 
 } // namespace KestrelTest

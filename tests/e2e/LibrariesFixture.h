@@ -8,8 +8,11 @@
 namespace KestrelTest
 {
 
+/// Whether the environment has KESTREL_BEHIND_LOADER.
+bool IsBehindLoader();
+
 /// The debugger and the platform, opened once for the test program: directly, or behind the
-/// machine's own loader of OpenCL drivers if the program was built for that.
+/// machine's own loader of OpenCL drivers, where the runtime's table counts as version 2.0.
 const KestrelTool::CLibraries& GetLibraries();
 
 /// The command line that replays one test of this program.

@@ -1,5 +1,7 @@
 #include "tests/e2e/ReferenceRun.h"
 
+#include "tests/e2e/RegisterTypes.h"
+
 #include <map>
 
 namespace KestrelTest
@@ -9,8 +11,6 @@ namespace
 {
 
 // Register types as tokens number them.
-const uint32_t s_nTemp = 4;
-const uint32_t s_nIndexedTemp = 30;
 
 SReferenceLaunch MakeLaunch(const KestrelTool::SLaunchFile& file, uint64_t nAddress)
 {

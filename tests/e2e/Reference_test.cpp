@@ -2,6 +2,7 @@
 #include "tests/e2e/KernelShrinker.h"
 #include "tests/e2e/LibrariesFixture.h"
 #include "tests/e2e/ReferenceChecker.h"
+#include "tests/e2e/Seeds.h"
 #include "tools/kestrel/Launch.h"
 
 #include <gtest/gtest.h>
@@ -17,22 +18,8 @@ using namespace KestrelTool;
 namespace
 {
 
-#ifdef KESTREL_BEHIND_LOADER
-const uint32_t s_nDefaultSeeds = 5;
-const uint32_t s_nDefaultStopSeeds = 3;
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const uint32_t s_nDefaultSeeds = 30;
-const uint32_t s_nDefaultStopSeeds = 8;
-#else
-const uint32_t s_nDefaultSeeds = 60;
-const uint32_t s_nDefaultStopSeeds = 37;
-#endif
-
-uint32_t FromEnvironment(const char* pszName, uint32_t nDefault)
-{
-    const char* pszValue = std::getenv(pszName);
-    return pszValue != nullptr ? static_cast<uint32_t>(std::strtoul(pszValue, nullptr, 10)) : nDefault;
-}
+const SSeeds s_PlainSeeds = {60, 30, 5};
+const SSeeds s_StopSeeds = {37, 8, 3};
 
 struct SFamily
 {
@@ -222,10 +209,10 @@ std::string MakeSmall(const SLaunchFile& file, uint32_t nSeed)
 }
 
 template <typename CheckKernel>
-void CheckSeeds(const SFamily& family, uint32_t nDefault, CheckKernel checkKernel)
+void CheckSeeds(const SFamily& family, const SSeeds& seeds, CheckKernel checkKernel)
 {
     const uint32_t nFirst = FromEnvironment("KESTREL_SEED", 1);
-    const uint32_t nSeeds = FromEnvironment("KESTREL_SEEDS", nDefault);
+    const uint32_t nSeeds = CountSeeds(seeds);
     const uint32_t nMaxFailed = FromEnvironment("KESTREL_FAILURES", 3);
     unsigned int nFailed = 0;
     for (uint32_t nSeed = nFirst; nSeed < nFirst + nSeeds && nFailed < nMaxFailed; ++nSeed)
@@ -253,14 +240,14 @@ TEST_P(Reference, PlainRunsOfThePlatformAgree)
 {
     SFamily family = GetParam();
     family.features.bAllReading = true;
-    CheckSeeds(family, s_nDefaultSeeds, [](const SLaunchFile& file, uint32_t) { return RunPlainly(file).vFindings; });
+    CheckSeeds(family, s_PlainSeeds, [](const SLaunchFile& file, uint32_t) { return RunPlainly(file).vFindings; });
 }
 
 /// One kernel alone is also printed, and made as small as it can be.
 TEST_P(Reference, EveryStopAgrees)
 {
     STotals totals;
-    CheckSeeds(GetParam(), s_nDefaultStopSeeds,
+    CheckSeeds(GetParam(), s_StopSeeds,
                [&](const SLaunchFile& file, uint32_t nSeed) { return CheckStops(file, nSeed, &totals); });
     std::cout << totals.nHalts << " stops by steps, " << totals.nRunHalts << " by runs\n";
 }

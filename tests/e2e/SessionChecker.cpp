@@ -1,5 +1,7 @@
 #include "tests/e2e/SessionChecker.h"
 
+#include "tests/e2e/RegisterTypes.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -15,8 +17,6 @@ namespace
 {
 
 // Register types as tokens number them.
-const uint32_t s_nTemp = 4;
-const uint32_t s_nIndexedTemp = 30;
 const uint32_t s_nMemory = 47;
 const size_t s_nMaxFindings = 20;
 const uint32_t s_nPageSize = 4096;

@@ -45,7 +45,7 @@ struct SAfter
     Ints vExpected;
 };
 
-struct SCase
+struct SMemoryCase
 {
     const char* pszName;
     const char* pszBody;
@@ -70,7 +70,7 @@ void Track(CSession& session, const std::vector<std::string>& vNames)
 
 /// Steps a kernel to its end, asks for memory at every stop, and holds it against the rows of the case.
 template <typename Read>
-void StepAndCompare(const SCase& test, const SLaunchFile& file, const Read& read)
+void StepAndCompare(const SMemoryCase& test, const SLaunchFile& file, const Read& read)
 {
     CLaunch launch(GetLibraries(), file);
     std::map<std::string, int> visits;
@@ -116,7 +116,7 @@ const Ints s_EvenOne = {1, 0, 1, 0, 1, 0, 1, 0};
 const Ints s_Both = {1, 2, 1, 2, 1, 2, 1, 2};
 
 /// The output is zeros at first; r0.x is the work-item's number, l0 is 2, 1, 0, -1.
-const std::vector<SCase> s_Cases = {
+const std::vector<SMemoryCase> s_MemoryCases = {
     {"a store behind the target, in a loop",
      TWO_PASSES("iadd r5.x, r3.x, l0.y\n" STORE("r5.x") "mov r6.x, r5.x\n"),
      {{"iadd r5.x, r3.x, l0.y", 1, s_Zeros},
@@ -235,7 +235,7 @@ const std::vector<SCase> s_Cases = {
 
 TEST(TrueMemory, GlobalMemoryIsThatOfTheStop)
 {
-    for (const SCase& test : s_Cases)
+    for (const SMemoryCase& test : s_MemoryCases)
     {
         SCOPED_TRACE(test.pszName);
         StepAndCompare(test, MakeSmallKernel(test.pszBody, test.pszDeclarations, test.pszFunctions),
@@ -309,20 +309,20 @@ TEST(TrueMemory, LocalMemoryIsThatOfTheStopForEveryGroup)
 {
     const ovkclDebugMemoryResource nBlock = OVKCLDEBUG_EXT_LOCAL_BLOCK(1);
     const ovkclDebugMemoryResource nArgument = OVKCLDEBUG_EXT_LOCAL_ARGUMENT(1);
-    const std::vector<SCase> cases = {{"the declared block",
-                                       "",
-                                       {{"iadd r5.x, vThreadGrpId.x, l0.y", 1, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-                                        {"lds_store_id(1) r1.x, r5.x", 1, {1, 1, 1, 1, 0, 2, 2, 2, 2, 0}},
-                                        {"mov r8.x, l0.y", 1, {1, 1, 1, 1, 0, 2, 2, 2, 2, 0}},
-                                        {"lds_store_id(1) r1.x, r7.x", 1, {0, 1, 2, 3, 0, 0, 1, 2, 3, 0}},
-                                        {"mov r8.x, l0.y", 2, {0, 1, 2, 3, 0, 0, 1, 2, 3, 0}},
-                                        {"endloop", 1, {1, 2, 3, 4, 0, 1, 2, 3, 4, 0}}}},
-                                      {"the argument",
-                                       "",
-                                       {{"lds_store_id(1) r1.x, r7.x", 1, {0, 0, 0, 0, 0, 0, 0, 0}},
-                                        {"lds_store_id(2) r6.x, r7.x", 1, {0, 1, 2, 3, 0, 1, 2, 3}},
-                                        {"lds_store_id(1) r1.x, r7.x", 2, {0, 1, 2, 3, 0, 1, 2, 3}},
-                                        {"endloop", 1, {1, 2, 3, 4, 1, 2, 3, 4}}}}};
+    const std::vector<SMemoryCase> cases = {{"the declared block",
+                                             "",
+                                             {{"iadd r5.x, vThreadGrpId.x, l0.y", 1, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+                                              {"lds_store_id(1) r1.x, r5.x", 1, {1, 1, 1, 1, 0, 2, 2, 2, 2, 0}},
+                                              {"mov r8.x, l0.y", 1, {1, 1, 1, 1, 0, 2, 2, 2, 2, 0}},
+                                              {"lds_store_id(1) r1.x, r7.x", 1, {0, 1, 2, 3, 0, 0, 1, 2, 3, 0}},
+                                              {"mov r8.x, l0.y", 2, {0, 1, 2, 3, 0, 0, 1, 2, 3, 0}},
+                                              {"endloop", 1, {1, 2, 3, 4, 0, 1, 2, 3, 4, 0}}}},
+                                            {"the argument",
+                                             "",
+                                             {{"lds_store_id(1) r1.x, r7.x", 1, {0, 0, 0, 0, 0, 0, 0, 0}},
+                                              {"lds_store_id(2) r6.x, r7.x", 1, {0, 1, 2, 3, 0, 1, 2, 3}},
+                                              {"lds_store_id(1) r1.x, r7.x", 2, {0, 1, 2, 3, 0, 1, 2, 3}},
+                                              {"endloop", 1, {1, 2, 3, 4, 1, 2, 3, 4}}}}};
     for (size_t n = 0; n < cases.size(); ++n)
     {
         SCOPED_TRACE(cases[n].pszName);

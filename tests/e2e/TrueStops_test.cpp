@@ -20,7 +20,7 @@ struct SValues
 
 /// A function body for MakeSmallKernel, with what the stops of a session that only steps show behind the three
 /// instructions of its frame: the instruction, and who is active behind it, a digit for each work-item.
-struct SCase
+struct SStopCase
 {
     const char* pszName;
     std::string strBody;
@@ -29,7 +29,7 @@ struct SCase
     std::string strFunctions;
 };
 
-std::ostream& operator<<(std::ostream& stream, const SCase& test)
+std::ostream& operator<<(std::ostream& stream, const SStopCase& test)
 {
     return stream << test.pszName;
 }
@@ -61,7 +61,7 @@ std::vector<std::string> Join(const std::vector<std::vector<std::string>>& vPart
     return vAll;
 }
 
-const SCase s_Cases[] = {
+const SStopCase s_StopCases[] = {
     {"AllOfAnElsePartContinue",
      s_Loop + s_LowerHalf + "iadd r6.x, r6.x, l1.w\nelse\ncontinue\nendif\niadd r7.x, r7.x, l1.w\nendloop\n",
      Join({s_Pass,
@@ -295,7 +295,7 @@ std::string StopOf(CSession& session)
     return strStop;
 }
 
-class TrueStops : public testing::TestWithParam<SCase>
+class TrueStops : public testing::TestWithParam<SStopCase>
 {
 protected:
     static SLaunchFile File()
@@ -399,7 +399,7 @@ TEST_P(TrueStops, AreTheSameByARunAsBySteps)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, TrueStops, testing::ValuesIn(s_Cases),
+INSTANTIATE_TEST_SUITE_P(Kernels, TrueStops, testing::ValuesIn(s_StopCases),
                          [](const auto& info) { return std::string(info.param.pszName); });
 
 } // namespace

@@ -31,7 +31,7 @@ Words Tokens(const CShaderDebuggerInstructionIL& instruction)
     return Words(instruction.GetTokens(), instruction.GetTokens() + instruction.GetLength());
 }
 
-struct SShapeCase
+struct SItemCase
 {
     const char* pszWhat;
     Words words;
@@ -40,7 +40,7 @@ struct SShapeCase
 };
 
 /// Instructions written by hand, word by word.
-const SShapeCase s_ShapeCases[] = {
+const SItemCase s_ItemCases[] = {
     {"iadd r16.x, r16.x, l3.x",
      {0x00000091, 0x00440010, 0x00000001, 0x00440010, 0x00000000, 0x00600003, 0x00000000},
      1,
@@ -95,7 +95,7 @@ const SShapeCase s_ShapeCases[] = {
 
 TEST(ShaderDebuggerInstructionIL, FindsLengthAndOperandsOfEveryShape)
 {
-    for (const SShapeCase& test : s_ShapeCases)
+    for (const SItemCase& test : s_ItemCases)
     {
         SCOPED_TRACE(test.pszWhat);
         Words words = test.words;
@@ -130,7 +130,7 @@ TEST(ShaderDebuggerInstructionIL, FindsLengthAndOperandsOfEveryShape)
 
 TEST(ShaderDebuggerInstructionIL, RefusesEveryTruncation)
 {
-    for (const SShapeCase& test : s_ShapeCases)
+    for (const SItemCase& test : s_ItemCases)
     {
         for (std::size_t nLength = 1; nLength < test.words.size(); ++nLength)
         {

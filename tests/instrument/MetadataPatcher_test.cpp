@@ -8,7 +8,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-const std::string s_strKernel = "il_cs_2_0\ndcl_cb cb0[10]\ndcl_max_thread_per_group 64\nend\n";
+const std::string s_strTable = "il_cs_2_0\ndcl_cb cb0[10]\ndcl_max_thread_per_group 64\nend\n";
 
 struct SMetadataPatch
 {
@@ -24,7 +24,7 @@ class MetadataPatch : public testing::TestWithParam<SMetadataPatch>
 
 TEST_P(MetadataPatch, AppendsThreeArguments)
 {
-    CTestKernel kernel(s_strKernel, GetParam().setup);
+    CTestKernel kernel(s_strTable, GetParam().setup);
     ASSERT_TRUE(kernel.IsAnalyzed());
     CCLMetadata metadata;
     std::string strPatched;
@@ -92,7 +92,7 @@ TEST(MetadataPatcher, NamesTheRawUavThatTheKernelDeclares)
 
 TEST(MetadataPatcher, FailsOnABlockWithoutItsFrame)
 {
-    CTestKernel kernel(s_strKernel);
+    CTestKernel kernel(s_strTable);
     CCLMetadata metadata;
     std::string strPatched = "unchanged";
     EXPECT_FALSE(kernel.Shader().PatchMetadata(metadata, &strPatched));

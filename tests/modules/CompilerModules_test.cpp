@@ -1,17 +1,14 @@
 #include "modules/QRLModules.h"
 #include "modules/ZCCModule.h"
 
+#include "tests/modules/FakeLibraries.h"
+
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
 
 namespace
 {
-
-std::string Library(const std::string& strName)
-{
-    return KESTREL_FAKE_LIBRARIES "lib" + strName + ".so";
-}
 
 bool IsOpen(const std::string& strLibrary)
 {

@@ -1,5 +1,7 @@
 #include "modules/OpenCLModule.h"
 
+#include "tests/modules/FakeLibraries.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,11 +12,6 @@
 
 namespace
 {
-
-std::string Library(const std::string& strName)
-{
-    return KESTREL_FAKE_LIBRARIES "lib" + strName + ".so";
-}
 
 /// Every function of the fake runtime gives its own name.
 template <class Entry>

@@ -73,11 +73,6 @@ uint32_t Extend(uint32_t nValue, const SAccess& access)
 
 typedef uint32_t (*Update)(uint32_t nOld, uint32_t a, uint32_t b);
 
-int32_t Signed(uint32_t nValue)
-{
-    return static_cast<int32_t>(nValue);
-}
-
 float Float(uint32_t nValue)
 {
     float fValue = 0;

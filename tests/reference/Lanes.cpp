@@ -195,11 +195,6 @@ uint32_t MaskOf(bool bHolds)
     return bHolds ? 0xFFFFFFFF : 0;
 }
 
-int32_t Signed(uint32_t nValue)
-{
-    return static_cast<int32_t>(nValue);
-}
-
 // Component by component, in the document's order.
 const std::map<std::string, Operation> s_Operations = {
     {"mov", [](uint32_t a, uint32_t, uint32_t) { return a; }},

@@ -6,6 +6,11 @@
 namespace KestrelTest
 {
 
+inline int32_t Signed(uint32_t nValue)
+{
+    return static_cast<int32_t>(nValue);
+}
+
 /// What instructions without flow control do, one work-item after the other.
 class CLanes
 {

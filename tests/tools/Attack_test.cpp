@@ -1,5 +1,7 @@
 // What an attacker, a full disk or a poor machine does to the command line, each program run in a process of its own.
 
+#include "tests/tools/ToolUnderTest.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -21,8 +23,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-const std::string s_strKestrel = std::string(KESTREL_BINARY_DIR) + "/bin/kestrel";
-const std::string s_strExamples = std::string(KESTREL_SOURCE_DIR) + "/examples/";
 const std::string s_strLaunch = s_strExamples + "nested_if/nested_if.json";
 const std::string s_strSource = s_strExamples + "nested_if/nested_if.il";
 
@@ -100,11 +100,6 @@ protected:
 
     const fs::path m_Folder;
 };
-
-bool Holds(const std::string& strText, const std::string& strPart)
-{
-    return strText.find(strPart) != std::string::npos;
-}
 
 void PutInPlace(const char* pszPath, int nFlags, int nFile)
 {

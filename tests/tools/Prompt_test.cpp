@@ -1,5 +1,7 @@
 // The interactive prompt, driven through a pseudo-terminal as a person would drive it.
 
+#include "tests/tools/ToolUnderTest.h"
+
 #include <gtest/gtest.h>
 
 #include <poll.h>
@@ -16,8 +18,6 @@
 namespace
 {
 
-const std::string s_strKestrel = std::string(KESTREL_BINARY_DIR) + "/bin/kestrel";
-const std::string s_strExamples = std::string(KESTREL_SOURCE_DIR) + "/examples/";
 const std::string s_strPrompt = "(kestrel) ";
 
 /// The program on a terminal of its own.
@@ -153,11 +153,6 @@ protected:
 class ThreadsPrompt : public Prompt
 {
 };
-
-bool Holds(const std::string& strText, const std::string& strPart)
-{
-    return strText.find(strPart) != std::string::npos;
-}
 
 } // namespace
 

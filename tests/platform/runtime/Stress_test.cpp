@@ -11,7 +11,7 @@ namespace
 
 constexpr int s_nThreads = 8;
 constexpr int s_nRounds = 60;
-constexpr size_t s_nItems = 64;
+constexpr size_t s_nStressItems = 64;
 
 class CStressTest : public CRuntimeTest
 {
@@ -120,30 +120,31 @@ private:
         cl_program program = cl.clCreateProgramWithSource(context, 1, &pszSource, nullptr, nullptr);
         Expect(cl.clBuildProgram(program, 0, nullptr, "", nullptr, nullptr));
         cl_kernel kernel = cl.clCreateKernel(program, "add", nullptr);
-        cl_mem buffer = cl.clCreateBuffer(context, 0, s_nItems * 4, nullptr, nullptr);
+        cl_mem buffer = cl.clCreateBuffer(context, 0, s_nStressItems * 4, nullptr, nullptr);
         const cl_int nStep = 5;
         cl.clSetKernelArg(kernel, 0, sizeof(buffer), &buffer);
         cl.clSetKernelArg(kernel, 1, sizeof(nStep), &nStep);
         cl_event event = nullptr;
-        Expect(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &s_nItems, nullptr, 0, nullptr, &event));
+        Expect(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &s_nStressItems, nullptr, 0, nullptr, &event));
         ++m_nLaunches;
         Expect(cl.clReleaseContext(context));
         Expect(cl.clReleaseProgram(program));
         Expect(cl.clReleaseKernel(kernel));
-        std::vector<cl_int> vValues(s_nItems);
-        Expect(cl.clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, s_nItems * 4, vValues.data(), 0, nullptr, nullptr));
-        EXPECT_EQ(vValues, std::vector<cl_int>(s_nItems, nStep));
+        std::vector<cl_int> vValues(s_nStressItems);
+        Expect(
+            cl.clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, s_nStressItems * 4, vValues.data(), 0, nullptr, nullptr));
+        EXPECT_EQ(vValues, std::vector<cl_int>(s_nStressItems, nStep));
         Release(queue, buffer, {event});
     }
 
     void PipelineRound()
     {
         cl_command_queue own = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
-        cl_mem buffer = cl.clCreateBuffer(m_context, 0, s_nItems * 4, nullptr, nullptr);
+        cl_mem buffer = cl.clCreateBuffer(m_context, 0, s_nStressItems * 4, nullptr, nullptr);
         cl_event gate = cl.clCreateUserEvent(m_context, nullptr);
         cl_event filled = nullptr;
         const cl_float fValue = 2.0f;
-        Expect(cl.clEnqueueFillBuffer(own, buffer, &fValue, 4, 0, s_nItems * 4, 1, &gate, &filled));
+        Expect(cl.clEnqueueFillBuffer(own, buffer, &fValue, 4, 0, s_nStressItems * 4, 1, &gate, &filled));
         cl_event scaled = Launch(Flip() ? own : m_shared, buffer, filled);
         if (Flip())
             cl.clSetEventCallback(
@@ -164,7 +165,7 @@ private:
         cl.clSetKernelArg(kernel, 1, sizeof(fScale), &fScale);
         cl.clSetKernelArg(kernel, 2, sizeof(buffer), &buffer);
         cl_event event = nullptr;
-        Expect(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &s_nItems, nullptr, 1, &behind, &event));
+        Expect(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &s_nStressItems, nullptr, 1, &behind, &event));
         cl.clReleaseKernel(kernel);
         ++m_nLaunches;
         return event;
@@ -172,18 +173,19 @@ private:
 
     void Read(cl_command_queue queue, cl_mem buffer, cl_event behind)
     {
-        std::vector<cl_float> vValues(s_nItems);
-        Expect(cl.clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, s_nItems * 4, vValues.data(), 1, &behind, nullptr));
-        EXPECT_EQ(vValues, std::vector<cl_float>(s_nItems, 6.0f));
+        std::vector<cl_float> vValues(s_nStressItems);
+        Expect(
+            cl.clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, s_nStressItems * 4, vValues.data(), 1, &behind, nullptr));
+        EXPECT_EQ(vValues, std::vector<cl_float>(s_nStressItems, 6.0f));
     }
 
     void ReadByMap(cl_command_queue queue, cl_mem buffer, cl_event behind)
     {
         cl_int nError = -1;
-        const auto* pValues = static_cast<const cl_float*>(
-            cl.clEnqueueMapBuffer(queue, buffer, CL_TRUE, CL_MAP_READ, 0, s_nItems * 4, 1, &behind, nullptr, &nError));
+        const auto* pValues = static_cast<const cl_float*>(cl.clEnqueueMapBuffer(
+            queue, buffer, CL_TRUE, CL_MAP_READ, 0, s_nStressItems * 4, 1, &behind, nullptr, &nError));
         ASSERT_EQ(nError, CL_SUCCESS);
-        EXPECT_EQ(pValues[s_nItems - 1], 6.0f);
+        EXPECT_EQ(pValues[s_nStressItems - 1], 6.0f);
         Expect(cl.clEnqueueUnmapMemObject(queue, buffer, const_cast<cl_float*>(pValues), 0, nullptr, nullptr));
     }
 

@@ -240,7 +240,7 @@ struct SAtomicCase
     uint32_t nEnd; ///< after one application with a = 5, b = 9
 };
 
-const SAtomicCase s_Atomics[] = {
+const SAtomicCase s_AtomicCases[] = {
     {"add", "l5.x", 7, 12},
     {"sub", "l5.x", 7, 2},
     {"rsub", "l5.x", 7, 0xFFFFFFFE},
@@ -258,7 +258,7 @@ const SAtomicCase s_Atomics[] = {
 
 TEST(Memory, AtomicsReturnTheOldValue)
 {
-    for (const SAtomicCase& test : s_Atomics)
+    for (const SAtomicCase& test : s_AtomicCases)
     {
         const std::string strRest = std::string(test.pszName);
         const SRun global("uav_raw_store_id(11) mem0.x, r100.y, l5.z\nuav_read_" + strRest + "_id(11) r0.x, r100.y, " +

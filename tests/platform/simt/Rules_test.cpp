@@ -53,7 +53,7 @@ struct SRuleCase
     SWords expected;
 };
 
-const SRuleCase s_Integers[] = {
+const SRuleCase s_IntegerCases[] = {
     {"iadd r0, l0, l1", W(s_nAll, 1, 0x7FFFFFFF, 5), W(1, 2, 1, s_nAll), {}, W(0, 3, s_nLeast, 4)},
     {"imul r0, l0, l1", W(s_nAll, 0x10000, 3, 7), W(s_nAll, 0x10000, 5, 0), {}, W(1, 0, 15, 0)},
     {"imul_high r0, l0, l1", W(s_nAll, 0x10000, s_nLeast, 7), W(s_nAll, 0x10000, 2, 9), {}, W(0, 1, s_nAll, 0)},
@@ -164,7 +164,7 @@ const SRuleCase s_Floats[] = {
     {"mova_ctl(1) a0, l0\nmov r0, a0", F(1.6f, -1.6f), {}, {}, W(2, 0xFFFFFFFE)},
 };
 
-const SRuleCase s_Pairs[] = {
+const SRuleCase s_PairCases[] = {
     {"i64add r0, l0, l1", L(0xFFFFFFFFull, ~0ull), L(1, 1), {}, L(0x100000000ull, 0)},
     {"i64sub r0, l0, l1", L(0, 5), L(1, 7), {}, L(~0ull, ~0ull - 1)},
     {"i64mul r0, l0, l1", L(0x100000001ull, ~0ull), L(0x300000002ull, 3), {}, L(0x500000002ull, ~0ull - 2)},
@@ -195,7 +195,7 @@ const SRuleCase s_Pairs[] = {
     {"dmovc r0, l0, l1, l2", L(1ull << 32, 0), D(1, 2), D(3, 4), D(1, 4)},
 };
 
-const SRuleCase s_Halves[] = {
+const SRuleCase s_HalfCases[] = {
     {"f2f16_near r0, l0", F(1, 65520, 0x1p-24f, 0x1p-25f), {}, {}, W(0x3C00, 0x7C00, 1, 0)},
     {"f2f16 r0, l0", F(65520, -1.0009f, s_fNaN, s_fInf), {}, {}, W(0x7BFF, 0xBC00, 0x7E00, 0x7C00)},
     {"f2f16_plus_inf r0, l0", F(1e-30f, -1e-30f, 65505, -65505), {}, {}, W(1, 0x8000, 0x7C00, 0xFBFF)},
@@ -303,7 +303,7 @@ void Check(const SRuleCase (&cases)[N])
 
 TEST(Rules, Integers)
 {
-    Check(s_Integers);
+    Check(s_IntegerCases);
 }
 
 TEST(Rules, Floats)
@@ -313,12 +313,12 @@ TEST(Rules, Floats)
 
 TEST(Rules, Pairs)
 {
-    Check(s_Pairs);
+    Check(s_PairCases);
 }
 
 TEST(Rules, Halves)
 {
-    Check(s_Halves);
+    Check(s_HalfCases);
 }
 
 TEST(Rules, Vectors)

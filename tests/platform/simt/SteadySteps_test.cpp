@@ -15,14 +15,14 @@ struct SPlace
 };
 
 /// Lines that leave a result in r0.x, and what it is. Each computes with what is the same for neighbouring groups.
-struct SCase
+struct SSteadyCase
 {
     const char* pszName;
     const char* pszBody;
     uint32_t (*pfExpected)(const SPlace& place);
 };
 
-const SCase s_Cases[] = {
+const SSteadyCase s_Cases[] = {
     {"one register, again and again",
      "imad r0, vThreadGrpId, l1.y, vTidInGrp\niadd r0, r0, l1.z\ninegate r1, r0\n"
      "iadd r0.x, r0.x, r1.y\niadd r0.x, r0.x, r0.z\n",
@@ -77,7 +77,7 @@ SPlace Locate(const KestrelPlatform::SLaunch& launch, size_t nItem)
 
 TEST(SteadySteps, GiveWhatEachWorkItemWouldCompute)
 {
-    for (const SCase& test : s_Cases)
+    for (const SSteadyCase& test : s_Cases)
     {
         const std::string strBody = test.pszBody;
         const size_t nCut = std::min(strBody.find("---\n"), strBody.size());

@@ -11,7 +11,7 @@ using KestrelTest::COpenCLProgram;
 namespace
 {
 
-const char s_szSource[] = R"(void put(__global int* to, int where, int what)
+const char s_szLines[] = R"(void put(__global int* to, int where, int what)
 {
     to[where] = what;
 }
@@ -47,11 +47,11 @@ class BuiltPrograms : public testing::TestWithParam<std::tuple<const char*, bool
 TEST_P(BuiltPrograms, NameTheLineOfAFault)
 {
     COpenCLDevice device("Quench");
-    const COpenCLProgram source(device, s_szSource, std::get<0>(GetParam()));
+    const COpenCLProgram source(device, s_szLines, std::get<0>(GetParam()));
     const std::vector<char> vBinary = device.Binary(source.Get());
     EXPECT_EQ(Complaints(vBinary), "");
     COpenCLProgram binary(device, vBinary);
-    COpenCLProgram other(device, s_szSource, std::get<0>(GetParam()));
+    COpenCLProgram other(device, s_szLines, std::get<0>(GetParam()));
     COpenCLProgram& program = std::get<1>(GetParam()) ? binary : other;
     const auto data = device.Buffer(std::vector<cl_int>(8));
     program.Run("faulty", {{8}, {}, {}}, data);
@@ -77,7 +77,7 @@ INSTANTIATE_TEST_SUITE_P(Roads, BuiltPrograms,
 TEST(DebugDataInBinaries, OutlivesChangesOfTheImage)
 {
     COpenCLDevice device("Quench");
-    const COpenCLProgram program(device, s_szSource, "-g");
+    const COpenCLProgram program(device, s_szLines, "-g");
     const std::vector<char> vBinary = device.Binary(program.Get());
     CElf elf(vBinary);
     ASSERT_TRUE(elf.good());

@@ -184,8 +184,7 @@ class TConversions : public testing::Test
 {
 };
 
-using TTypes = testing::Types<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t, float, double>;
-TYPED_TEST_SUITE(TConversions, TTypes);
+TYPED_TEST_SUITE(TConversions, TAllTypes);
 
 TYPED_TEST(TConversions, ToAllTypesAreRight)
 {

@@ -16,6 +16,9 @@
 namespace KestrelTest
 {
 
+using TAllTypes =
+    testing::Types<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t, float, double>;
+
 /// How OpenCL C calls a type.
 template <class T>
 const char* TypeName()

@@ -47,8 +47,8 @@ class TIntegers : public testing::Test
 {
 };
 
-using TTypes = testing::Types<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t>;
-TYPED_TEST_SUITE(TIntegers, TTypes);
+using TIntegerTypes = testing::Types<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t>;
+TYPED_TEST_SUITE(TIntegers, TIntegerTypes);
 
 TYPED_TEST(TIntegers, OfOneAreRight)
 {

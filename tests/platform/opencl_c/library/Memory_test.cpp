@@ -62,7 +62,7 @@ std::vector<F> NumbersForHalves()
     return v;
 }
 
-struct SRounding
+struct SStoreRounding
 {
     const char* pszSuffix;
     mpfr_rnd_t eRounding;
@@ -79,13 +79,13 @@ TYPED_TEST(THalves, AreStoredRounded)
 {
     using F = TypeParam;
     const std::vector<F> v = NumbersForHalves<F>();
-    const SRounding roundings[] = {
+    const SStoreRounding roundings[] = {
         {"", MPFR_RNDN}, {"_rte", MPFR_RNDN}, {"_rtz", MPFR_RNDZ}, {"_rtp", MPFR_RNDU}, {"_rtn", MPFR_RNDD}};
     for (const STestDevice& testDevice : g_TestDevices)
     {
         COpenCLDevice device(testDevice.pszName);
         const CDeviceBuffer numbers = device.Buffer(v);
-        for (const SRounding& rounding : roundings)
+        for (const SStoreRounding& rounding : roundings)
         {
             std::string strSource;
             const std::string strF = TypeName<F>();
@@ -170,8 +170,7 @@ class TMemory : public testing::Test
 {
 };
 
-using TTypes = testing::Types<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t, float, double>;
-TYPED_TEST_SUITE(TMemory, TTypes);
+TYPED_TEST_SUITE(TMemory, TAllTypes);
 
 /// Vectors are loaded and stored at odd places in all address spaces, and nothing beside them is touched.
 TYPED_TEST(TMemory, VectorsAreLoadedAndStored)

@@ -80,8 +80,7 @@ class TAll : public testing::Test
 {
 };
 
-using TTypes = testing::Types<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t, float, double>;
-TYPED_TEST_SUITE(TAll, TTypes);
+TYPED_TEST_SUITE(TAll, TAllTypes);
 
 TYPED_TEST(TAll, AreSelected)
 {
