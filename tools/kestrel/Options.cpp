@@ -183,6 +183,8 @@ void COptionParser::AddPrograms()
     pCapture->add_option("-o,--output", m_Options.strOutput, "folder for them; captured if missing");
     pCapture->add_option("--kernel", m_Options.strKernel, "launches of this kernel only, counted for themselves");
     pCapture->add_option("--launch", m_Options.strLaunches, "launch N or N-M only, counted from 1");
+    pCapture->add_flag("--emit-c", m_Options.bEmitC,
+                       "write a program in C beside each that makes the launch on any OpenCL platform");
 }
 
 std::optional<int> COptionParser::Read(int argc, char** argv, SOptions& options)

@@ -37,6 +37,7 @@ struct SOptions
     std::string strShell;
     std::vector<std::string> vProgram; ///< the words after --
     std::string strLaunches;
+    bool bEmitC = false;
 };
 
 /// The commands and options of the command line.

@@ -4,6 +4,7 @@
 #include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/program/LaunchWriter.h"
 #include "tools/kestrel/program/ProgramRecord.h"
+#include "tools/kestrel/program/ReplayProgram.h"
 
 #include <charconv>
 #include <filesystem>
@@ -95,7 +96,13 @@ private:
         const std::string strPath =
             m_Options.strFolder + "/" + strProcess + std::to_string(launch.nNumber) + "-" + launch.strKernel + ".json";
         const SLaunchFile file = m_Record.MakeLaunch(event.nProcess, event.message);
-        WriteLaunch(file, strPath, NameProgramFile(m_Record.GetPrograms()[launch.nProgram - 1], file.strSource));
+        const std::string strProgram = NameProgramFile(m_Record.GetPrograms()[launch.nProgram - 1], file.strSource);
+        WriteLaunch(file, strPath, strProgram);
+        if (m_Options.bEmitC)
+        {
+            const std::string strStem = std::filesystem::path(strPath).stem().string();
+            WriteFileBytes(m_Options.strFolder + "/" + strStem + ".c", MakeReplayProgram(file, strStem, strProgram));
+        }
         m_Messages << strName << ": " << strPath << "\n";
         ++m_nWritten;
     }

@@ -15,6 +15,7 @@ struct SCaptureOptions
     SProgramCommand command;
     std::string strFolder = "captured";
     SLaunchRule wanted;
+    bool bEmitC = false; ///< write a program in C beside each launch file
 };
 
 /// "N" or "N-M" as the numbers of launches that a rule wants; false for anything else.

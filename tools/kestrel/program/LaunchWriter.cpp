@@ -95,14 +95,13 @@ private:
     void AddContents(const SArgument& argument, const std::string& strName, ordered_json& description)
     {
         const std::vector<unsigned char>& vBytes = argument.vContents;
-        const ordered_json values =
-            vBytes.size() <= s_nInline * argument.pType->nSize ? ListValues(*argument.pType, vBytes) : ordered_json();
+        const ordered_json values = IsInLaunchFile(argument) ? ListValues(*argument.pType, vBytes) : ordered_json();
         if (!values.is_null())
         {
             description["values"] = values;
             return;
         }
-        const std::string strFile = m_Path.stem().string() + "." + strName + ".bin";
+        const std::string strFile = NameContentsFile(m_Path.stem().string(), strName);
         WriteFileBytes((m_Path.parent_path() / strFile).string(), std::string(vBytes.begin(), vBytes.end()));
         description["file"] = strFile;
     }
@@ -185,6 +184,16 @@ private:
 };
 
 } // namespace
+
+bool IsInLaunchFile(const SArgument& argument)
+{
+    return argument.vContents.size() <= s_nInline * argument.pType->nSize;
+}
+
+std::string NameContentsFile(const std::string& strLaunch, const std::string& strName)
+{
+    return strLaunch + "." + strName + ".bin";
+}
 
 void WriteLaunch(const SLaunchFile& launch, const std::string& strPath, const std::string& strProgram)
 {
