@@ -206,8 +206,8 @@ int Capture(const SOptions& options)
 {
     SCaptureOptions capture;
     capture.command = MakeProgramCommand(options);
-    capture.strFolder = options.strOutput.empty() ? capture.strFolder : options.strOutput;
-    capture.bEmitC = options.bEmitC;
+    capture.target.strFolder = options.strOutput.empty() ? capture.target.strFolder : options.strOutput;
+    capture.target.bEmitC = options.bEmitC;
     capture.wanted.strKernel = options.strKernel;
     capture.wanted.bTurns = !options.strKernel.empty();
     if (!options.strLaunches.empty() && !ReadLaunchRange(options.strLaunches, capture.wanted))

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -143,16 +144,9 @@ void CConnection::SetRules(std::vector<SLaunchRule> vRules)
 bool CConnection::Wants(const std::string& strKernel, uint32_t nProgram, uint64_t nNumber, uint64_t nTurn) const
 {
     const std::shared_ptr<const std::vector<SLaunchRule>> pRules = std::atomic_load(&m_pRules);
-    for (const SLaunchRule& rule : *pRules)
-    {
-        const uint64_t nCount = rule.bTurns ? nTurn : nNumber;
-        if ((rule.strKernel.empty() || rule.strKernel == strKernel) &&
-            (rule.nProgram == 0 || rule.nProgram == nProgram) && nCount >= rule.nFirst && nCount <= rule.nLast)
-        {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(pRules->begin(), pRules->end(),
+                       [&](const SLaunchRule& rule)
+                       { return KestrelTool::Wants(rule, strKernel, nProgram, nNumber, nTurn); });
 }
 
 } // namespace KestrelLayer

@@ -178,6 +178,13 @@ std::vector<unsigned char> TakePart(const SMessage& message, const nlohmann::jso
     return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nCount));
 }
 
+bool Wants(const SLaunchRule& rule, const std::string& strKernel, uint32_t nProgram, uint64_t nNumber, uint64_t nTurn)
+{
+    const uint64_t nCount = rule.bTurns ? nTurn : nNumber;
+    return (rule.strKernel.empty() || rule.strKernel == strKernel) &&
+           (rule.nProgram == 0 || rule.nProgram == nProgram) && nCount >= rule.nFirst && nCount <= rule.nLast;
+}
+
 nlohmann::json DescribeRules(const std::vector<SLaunchRule>& vRules)
 {
     nlohmann::json list = nlohmann::json::array();

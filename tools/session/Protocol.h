@@ -70,6 +70,10 @@ struct SLaunchRule
     bool bTurns = false; ///< count this kernel's launches instead of all
 };
 
+/// Whether a rule wants a launch.
+/// \param nNumber  counts all launches of the process, nTurn those of the kernel
+bool Wants(const SLaunchRule& rule, const std::string& strKernel, uint32_t nProgram, uint64_t nNumber, uint64_t nTurn);
+
 nlohmann::json DescribeRules(const std::vector<SLaunchRule>& vRules);
 /// \throws CProtocolError
 std::vector<SLaunchRule> ReadRules(const nlohmann::json& message);

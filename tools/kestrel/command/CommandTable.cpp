@@ -89,6 +89,12 @@ const SCommand g_Commands[] = {
     {"finish-launch", "", "", s_pszPrograms, "Let the program go on, without a stop in the launch that waits.",
      "The program's own launch runs now; what was debugged was a replay of it.", "", DoFinishLaunch, false,
      ECompletion::Nothing},
+    {"capture", "", "[-o FOLDER] [--emit-c] [KERNEL] [N | N-M]", s_pszPrograms,
+     "Write the launch that waits as a launch file, or launches to come.",
+     "Alone it writes the launch that waits, with program and contents, into the folder captured or another. With a "
+     "kernel or numbers, counted from 1, it writes those launches as they come, whether they stop or not. --emit-c "
+     "adds a program in C that makes the launch on any OpenCL platform.",
+     "", DoCapture, false, ECompletion::File},
     {"info breakpoints", "b br", "", s_pszBreakpoints, "List the breakpoints with their conditions and hits.", "",
      "break 21 if any r3.x > 60\ntbreak 33\nrun\ninfo breakpoints", DoInfoBreakpoints, false, ECompletion::Nothing},
     {"info launches", "", "", s_pszPrograms, "List the program's launches so far.",

@@ -31,6 +31,48 @@ json DoFinishLaunch(CCommandContext& context)
     return nullptr;
 }
 
+json DoCapture(CCommandContext& context)
+{
+    CProgramSession& program = RequireProgram(context);
+    SCaptureTarget target;
+    SLaunchRule rule;
+    bool bRange = false;
+    const std::vector<std::string> vWords = context.GetWords();
+    for (size_t i = 0; i < vWords.size(); ++i)
+    {
+        const bool bNumber = std::isdigit(static_cast<unsigned char>(vWords[i][0])) != 0;
+        if (vWords[i] == "--emit-c")
+        {
+            target.bEmitC = true;
+        }
+        else if (vWords[i] == "-o" && i + 1 < vWords.size())
+        {
+            target.strFolder = vWords[++i];
+        }
+        else if (bNumber && !bRange && ReadLaunchRange(vWords[i], rule))
+        {
+            bRange = true;
+        }
+        else if (!bNumber && vWords[i][0] != '-' && !bRange && rule.strKernel.empty())
+        {
+            rule.strKernel = vWords[i];
+        }
+        else
+        {
+            throw CCommandError(
+                "capture takes -o FOLDER, --emit-c, and a kernel, a number N or N-M, or both in this order");
+        }
+    }
+    if (!bRange && rule.strKernel.empty())
+    {
+        const std::string strPath = program.CaptureLaunch(target);
+        return {{"view", "text"}, {"text", strPath}};
+    }
+    rule.bTurns = !rule.strKernel.empty();
+    program.CaptureLaunches(rule, target);
+    return nullptr;
+}
+
 json DoInfoLaunches(CCommandContext& context)
 {
     context.AllowNone();

@@ -92,6 +92,13 @@ std::string RenderPassed(const json& event)
     return strLaunch + " isn't debugged: " + Word(event["reason"]) + "\n";
 }
 
+std::string RenderCaptured(const json& told)
+{
+    const std::string strLaunch = "launch " + Word(told["launch"]) + " of " + Word(told["kernel"]);
+    return told.contains("error") ? strLaunch + " isn't captured: " + Word(told["error"]) + "\n"
+                                  : strLaunch + ": " + Word(told["file"]) + "\n";
+}
+
 std::string RenderEnded(const json& event)
 {
     std::string strText = event["signal"] != 0 ? "the program was ended by signal " + Word(event["signal"])

@@ -14,6 +14,7 @@ std::string RenderKernels(const nlohmann::json& view);
 std::string RenderPrograms(const nlohmann::json& view);
 std::string RenderLaunch(const nlohmann::json& event);
 std::string RenderPassed(const nlohmann::json& event);
+std::string RenderCaptured(const nlohmann::json& told);
 std::string RenderEnded(const nlohmann::json& event);
 
 } // namespace KestrelTool

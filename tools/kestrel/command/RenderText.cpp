@@ -391,6 +391,7 @@ const SRenderer s_Events[] = {
     {"display", RenderPrint},
     {"launch", RenderLaunch},
     {"passed", RenderPassed},
+    {"captured", RenderCaptured},
     {"ended", RenderEnded},
     {"error", [](const json&) { return std::string(); }}, // the command that met it says so
 };

@@ -1,12 +1,8 @@
 #include "tools/kestrel/program/Capture.h"
 
-#include "tools/kestrel/Files.h"
 #include "tools/kestrel/command/ExitCode.h"
-#include "tools/kestrel/program/LaunchWriter.h"
 #include "tools/kestrel/program/ProgramRecord.h"
-#include "tools/kestrel/program/ReplayProgram.h"
 
-#include <charconv>
 #include <filesystem>
 #include <ostream>
 
@@ -15,26 +11,6 @@ namespace KestrelTool
 
 namespace
 {
-
-/// A whole number from 1; false for anything else.
-bool ReadCount(std::string_view text, uint64_t& nNumber)
-{
-    const std::from_chars_result result = std::from_chars(text.data(), text.data() + text.size(), nNumber);
-    return result.ec == std::errc() && result.ptr == text.data() + text.size() && nNumber != 0;
-}
-
-/// The name of the program's file in the folder of its launch: that which it has already, with the end that says what
-/// it is.
-std::string NameProgramFile(const SKnownProgram& program, const std::string& strText)
-{
-    const std::filesystem::path name = std::filesystem::path(program.strFile).filename();
-    if (strText.compare(0, 4, "\177ELF") == 0)
-    {
-        return name.string() + ".bin";
-    }
-    const bool bIL = strText.compare(0, 3, "il_") == 0 || strText.compare(0, 9, ";ARGSTART") == 0;
-    return bIL ? name.stem().string() + ".il" : name.string();
-}
 
 class CCapture
 {
@@ -91,18 +67,9 @@ private:
         {
             throw CProtocolError(strName + ": " + event.message.header.value("error", ""));
         }
-        std::filesystem::create_directories(m_Options.strFolder);
-        const std::string strProcess = launch.nProcess > 1 ? "p" + std::to_string(launch.nProcess) + "-" : "";
-        const std::string strPath =
-            m_Options.strFolder + "/" + strProcess + std::to_string(launch.nNumber) + "-" + launch.strKernel + ".json";
         const SLaunchFile file = m_Record.MakeLaunch(event.nProcess, event.message);
-        const std::string strProgram = NameProgramFile(m_Record.GetPrograms()[launch.nProgram - 1], file.strSource);
-        WriteLaunch(file, strPath, strProgram);
-        if (m_Options.bEmitC)
-        {
-            const std::string strStem = std::filesystem::path(strPath).stem().string();
-            WriteFileBytes(m_Options.strFolder + "/" + strStem + ".c", MakeReplayProgram(file, strStem, strProgram));
-        }
+        const std::string strPath =
+            WriteCapturedLaunch(file, launch, m_Record.GetPrograms()[launch.nProgram - 1], m_Options.target);
         m_Messages << strName << ": " << strPath << "\n";
         ++m_nWritten;
     }
@@ -129,14 +96,6 @@ private:
 };
 
 } // namespace
-
-bool ReadLaunchRange(const std::string& strText, SLaunchRule& rule)
-{
-    const std::string_view text = strText;
-    const size_t nHyphen = text.find('-');
-    const std::string_view last = nHyphen == std::string_view::npos ? text : text.substr(nHyphen + 1);
-    return ReadCount(text.substr(0, nHyphen), rule.nFirst) && ReadCount(last, rule.nLast) && rule.nLast >= rule.nFirst;
-}
 
 std::vector<std::string> ListSourceFolders(const SProgramCommand& command)
 {

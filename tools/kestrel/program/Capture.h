@@ -1,6 +1,7 @@
 #ifndef KESTREL_TOOLS_PROGRAM_CAPTURE_H
 #define KESTREL_TOOLS_PROGRAM_CAPTURE_H
 
+#include "tools/kestrel/program/CapturedLaunch.h"
 #include "tools/kestrel/program/ProgramProcess.h"
 
 #include <cstdint>
@@ -13,13 +14,9 @@ namespace KestrelTool
 struct SCaptureOptions
 {
     SProgramCommand command;
-    std::string strFolder = "captured";
     SLaunchRule wanted;
-    bool bEmitC = false; ///< write a program in C beside each launch file
+    SCaptureTarget target;
 };
-
-/// "N" or "N-M" as the numbers of launches that a rule wants; false for anything else.
-bool ReadLaunchRange(const std::string& strText, SLaunchRule& rule);
 
 /// Runs a program to its end and writes those of its launches that are wanted as launch files.
 /// \param messages  gets a line for each of them, and says what couldn't be captured

@@ -91,7 +91,7 @@ uint32_t CProgramSession::FindId(unsigned int nProgram) const
     return m_Record.GetPrograms()[nProgram - 1].nId;
 }
 
-std::vector<SLaunchRule> CProgramSession::MakeRules()
+std::vector<SLaunchRule> CProgramSession::MakeBreakpointRules()
 {
     std::vector<SLaunchRule> vRules;
     for (const SBreakpoint& breakpoint : m_Breakpoints.GetAll())
@@ -122,6 +122,26 @@ std::vector<SLaunchRule> CProgramSession::MakeRules()
         vRules.push_back(rule);
     }
     return vRules;
+}
+
+std::vector<SLaunchRule> CProgramSession::MakeRules()
+{
+    std::vector<SLaunchRule> vRules = MakeBreakpointRules();
+    for (const auto& capture : m_vCaptures)
+    {
+        vRules.push_back(capture.first);
+    }
+    return vRules;
+}
+
+/// Whether the launch that waits does so for a breakpoint, and not only to be captured.
+bool CProgramSession::IsToBeDebugged()
+{
+    const uint32_t nProgram = FindId(m_Launch.nProgram);
+    const std::vector<SLaunchRule> vRules = MakeBreakpointRules();
+    return std::any_of(vRules.begin(), vRules.end(),
+                       [&](const SLaunchRule& rule)
+                       { return Wants(rule, m_Launch.strKernel, nProgram, m_Launch.nNumber, m_Launch.nTurn); });
 }
 
 /// The debug form of a program is built when a line of its file is wanted first.
@@ -238,6 +258,30 @@ void CProgramSession::FinishLaunch()
     GoOn();
 }
 
+std::string CProgramSession::CaptureLaunch(const SCaptureTarget& target)
+{
+    if (m_pDebugger == nullptr)
+    {
+        throw CCommandError("no launch waits; with a kernel or a number those to come are captured");
+    }
+    SLaunchFile file = m_pDebugger->GetLaunch().GetFile();
+    const SKnownProgram& program = m_Record.GetPrograms()[m_Launch.nProgram - 1];
+    file.strSource = program.strSource.empty() ? file.strSource : program.strSource;
+    try
+    {
+        return WriteCapturedLaunch(file, m_Launch, program, target);
+    }
+    catch (const std::runtime_error& error)
+    {
+        throw CCommandError(error.what());
+    }
+}
+
+void CProgramSession::CaptureLaunches(const SLaunchRule& rule, const SCaptureTarget& target)
+{
+    m_vCaptures.emplace_back(rule, target);
+}
+
 void CProgramSession::Kill()
 {
     if (m_pProcess == nullptr)
@@ -304,7 +348,11 @@ bool CProgramSession::BeginLaunch(const CProgramProcess::SEvent& event)
     std::string strReason = event.message.header.value("error", "");
     try
     {
-        if (strReason.empty() && DebugLaunch(event))
+        if (strReason.empty())
+        {
+            CaptureWanted(event);
+        }
+        if (strReason.empty() && IsToBeDebugged() && DebugLaunch(event))
         {
             return true;
         }
@@ -328,6 +376,28 @@ bool CProgramSession::BeginLaunch(const CProgramProcess::SEvent& event)
         m_pDebugger.reset();
     }
     return false;
+}
+
+void CProgramSession::CaptureWanted(const CProgramProcess::SEvent& event)
+{
+    const SKnownProgram& program = m_Record.GetPrograms()[m_Launch.nProgram - 1];
+    for (const auto& capture : m_vCaptures)
+    {
+        if (Wants(capture.first, m_Launch.strKernel, program.nId, m_Launch.nNumber, m_Launch.nTurn))
+        {
+            json told = {{"event", "captured"}, {"launch", m_Launch.nNumber}, {"kernel", m_Launch.strKernel}};
+            try
+            {
+                const SLaunchFile file = m_Record.MakeLaunch(event.nProcess, event.message);
+                told["file"] = WriteCapturedLaunch(file, m_Launch, program, capture.second);
+            }
+            catch (const std::runtime_error& error)
+            {
+                told["error"] = error.what();
+            }
+            m_Sink.OnEvent(told);
+        }
+    }
 }
 
 /// \return whether the replay has stopped

@@ -2,6 +2,7 @@
 #define KESTREL_TOOLS_PROGRAM_PROGRAMSESSION_H
 
 #include "tools/kestrel/debug/Debugger.h"
+#include "tools/kestrel/program/CapturedLaunch.h"
 #include "tools/kestrel/program/ProgramProcess.h"
 #include "tools/kestrel/program/ProgramRecord.h"
 
@@ -37,6 +38,11 @@ public:
     void Continue(size_t nTimes);
     /// Goes on with the program, without a stop in the launch that waits.
     void FinishLaunch();
+    /// Writes the launch that waits, as the program made it. \return path of the launch file
+    /// \throws CCommandError if none waits, or it can't be written
+    std::string CaptureLaunch(const SCaptureTarget& target);
+    /// Writes launches to come, with an event "captured" (launch, kernel, and file or error) for each.
+    void CaptureLaunches(const SLaunchRule& rule, const SCaptureTarget& target);
     /// Ends the program.
     void Kill();
     bool IsRunning() const { return m_pProcess != nullptr; }
@@ -52,11 +58,14 @@ private:
     void GoOn();
     bool Handle(const CProgramProcess::SEvent& event);
     bool BeginLaunch(const CProgramProcess::SEvent& event);
+    void CaptureWanted(const CProgramProcess::SEvent& event);
     bool DebugLaunch(const CProgramProcess::SEvent& event);
     void LeaveLaunch();
     void Resolve(SBreakpoint& breakpoint);
     void SendEnd();
     std::vector<SLaunchRule> MakeRules();
+    std::vector<SLaunchRule> MakeBreakpointRules();
+    bool IsToBeDebugged();
     void AddSourceRules(const SLaunchPlace& place, std::vector<SLaunchRule>& vRules);
     const std::map<std::string, std::set<unsigned int>>& FindLines(const SKnownProgram& program);
     uint32_t FindId(unsigned int nProgram) const;
@@ -72,6 +81,7 @@ private:
     std::unique_ptr<CDebugger> m_pDebugger;
     SKnownLaunch m_Launch; ///< the one that waits
     bool m_bShown = false; ///< it has been told of
+    std::vector<std::pair<SLaunchRule, SCaptureTarget>> m_vCaptures;
     int m_nExitCode = 0;
     /// The source's lines that each kernel of a program has instructions of, by the program's number.
     std::map<unsigned int, std::map<std::string, std::set<unsigned int>>> m_mapLines;
