@@ -13,11 +13,6 @@ namespace KestrelTest
 namespace
 {
 
-bool StartsWith(const std::string& strText, const char* pszPrefix)
-{
-    return strText.compare(0, std::strlen(pszPrefix), pszPrefix) == 0;
-}
-
 uint32_t ToNumber(const std::string& strText)
 {
     if (strText.find('.') != std::string::npos)

@@ -11,6 +11,11 @@
 namespace KestrelTest
 {
 
+inline bool StartsWith(const std::string& strText, const char* pszPrefix)
+{
+    return strText.rfind(pszPrefix, 0) == 0;
+}
+
 /// Text that the reference machine can't read or run.
 class CReferenceError : public std::runtime_error
 {

@@ -11,11 +11,6 @@ namespace
 
 const size_t s_nMaxMoments = 20000;
 
-bool StartsWith(const std::string& strText, const std::string& strPrefix)
-{
-    return strText.compare(0, strPrefix.size(), strPrefix) == 0;
-}
-
 bool Any(const Mask& mask)
 {
     return std::find(mask.begin(), mask.end(), true) != mask.end();
