@@ -49,7 +49,7 @@ std::string WriteCapturedLaunch(const SLaunchFile& file, const SKnownLaunch& lau
     std::filesystem::create_directories(target.strFolder);
     const std::string strProcess = launch.nProcess > 1 ? "p" + std::to_string(launch.nProcess) + "-" : "";
     const std::string strName = strProcess + std::to_string(launch.nNumber) + "-" + launch.strKernel;
-    const std::string strPath = target.strFolder + "/" + strName + ".json";
+    std::string strPath = target.strFolder + "/" + strName + ".json";
     const std::string strProgram = NameProgramFile(program, file.strSource);
     WriteLaunch(file, strPath, strProgram);
     if (target.bEmitC)
