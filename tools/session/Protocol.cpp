@@ -122,6 +122,12 @@ std::optional<SMessage> ReceiveMessage(int nSocket)
     return message;
 }
 
+bool NeedsAnswer(const SMessage& message)
+{
+    const auto it = message.header.find("what");
+    return it == message.header.end() || (*it != "kernel" && *it != "launch");
+}
+
 bool SendDescriptor(int nSocket, int nDescriptor)
 {
     char byte = 'K';

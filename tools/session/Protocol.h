@@ -56,6 +56,9 @@ bool SendDescriptor(int nSocket, int nDescriptor);
 /// Takes a descriptor, closed in programs that are executed; -1 if there is none.
 int ReceiveDescriptor(int nSocket);
 
+/// Whether the layer waits for an answer to a message: nobody waits for one about a kernel or a launch that goes by.
+bool NeedsAnswer(const SMessage& message);
+
 /// A part of a message's blob, as its header names it: [first byte, count].
 /// \throws CProtocolError for one that isn't there
 std::vector<unsigned char> TakePart(const SMessage& message, const nlohmann::json& part);

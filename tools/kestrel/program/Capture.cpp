@@ -53,7 +53,7 @@ private:
             m_Messages << "kestrel: not captured: " << error.what() << "\n";
             ++m_nFailures;
         }
-        if (CProgramRecord::NeedsAnswer(event.message))
+        if (NeedsAnswer(event.message))
         {
             m_Process.Answer(event.nProcess, DescribeRules({m_Options.wanted}));
         }

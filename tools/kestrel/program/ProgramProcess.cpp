@@ -23,6 +23,8 @@ namespace KestrelTool
 namespace
 {
 
+const useconds_t s_nGather = 1000; ///< microseconds
+
 /// A descriptor that is closed at its owner's end.
 class COwnedDescriptor
 {
@@ -216,6 +218,11 @@ CProgramProcess::SEvent CProgramProcess::Wait()
 {
     SEvent event;
     GiveTerminal(true);
+    // A program with many launches isn't kept from its work by someone who listens to each: they may gather.
+    if (!m_bHurry && !WaitForInput(0))
+    {
+        usleep(s_nGather);
+    }
     while (!m_bEnded)
     {
         // What the program has said comes before its end.
@@ -227,6 +234,7 @@ CProgramProcess::SEvent CProgramProcess::Wait()
         }
         if (TakeMessage(event))
         {
+            m_bHurry = NeedsAnswer(event.message);
             GiveTerminal(false);
             return event;
         }

@@ -74,6 +74,7 @@ private:
     int m_nDoor = -1;
     int m_nLife = -1; ///< readable once the program has ended
     bool m_bTerminal = false;
+    bool m_bHurry = true; ///< whoever sent the last message waits for an answer
     bool m_bEnded = false;
     int m_nStatus = 0;
     int m_nProcesses = 0;

@@ -147,11 +147,6 @@ bool CProgramRecord::IsStop(const SMessage& message)
     return IsOfKind(message, "stop");
 }
 
-bool CProgramRecord::NeedsAnswer(const SMessage& message)
-{
-    return !IsOfKind(message, "kernel") && !IsOfKind(message, "launch");
-}
-
 void CProgramRecord::Note(int nProcess, const SMessage& message)
 {
     if (IsOfKind(message, "program"))

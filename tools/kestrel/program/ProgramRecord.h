@@ -55,9 +55,6 @@ public:
 
     /// Whether a message tells of a launch that waits.
     static bool IsStop(const SMessage& message);
-    /// Whether the layer waits for an answer to a message: nobody waits for one about a kernel or a launch that goes
-    /// by.
-    static bool NeedsAnswer(const SMessage& message);
     /// Takes in what any other message tells: a program, a kernel, a launch that goes by; what is none of them is left.
     /// This and the next throw CProtocolError for a message that isn't what it should be.
     void Note(int nProcess, const SMessage& message);

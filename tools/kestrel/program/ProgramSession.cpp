@@ -334,7 +334,7 @@ bool CProgramSession::Handle(const CProgramProcess::SEvent& event)
     {
         m_Sink.OnEvent({{"event", "passed"}, {"launch", nullptr}, {"reason", error.what()}});
     }
-    if (!bStopped && CProgramRecord::NeedsAnswer(event.message))
+    if (!bStopped && NeedsAnswer(event.message))
     {
         m_pProcess->Answer(event.nProcess, DescribeRules(MakeRules()));
     }
