@@ -109,7 +109,8 @@ private:
     {
         const uint32_t* pAddresses = nullptr;
         uint32_t nLow = 0;
-        uint32_t nHigh = 0;
+        uint32_t nHigh = 0;  ///< the highest one's place lies nHigh - nLow bytes after the lowest one's
+        uint32_t nScale = 1; ///< bytes that a difference of 1 means
         bool bSequence = false;
     };
 

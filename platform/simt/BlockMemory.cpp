@@ -207,7 +207,7 @@ void CBlock::MoveWords(const SAccess& access, unsigned char* pBase, const SOffse
         if (bLoad && !m_pMask && offsets.nLow == offsets.nHigh)
             m_Lanes.pfFill(pRow, Load32(pWord), m_nBegin, m_nLast);
         else if (bLoad)
-            m_Lanes.pfGather(pRow, pWord, offsets.pAddresses, offsets.nLow, m_pMask, m_nBegin, m_nLast);
+            m_Lanes.pfGather(pRow, pWord, offsets.pAddresses, offsets.nLow, offsets.nScale, m_pMask, m_nBegin, m_nLast);
         else
             m_Lanes.pfScatter(pRow, pWord, offsets.pAddresses, offsets.nLow, m_pMask, m_nBegin, m_nLast);
     }
@@ -334,7 +334,14 @@ unsigned char* CBlock::ScaledMemory(const SAccess& access, SOffsets& offsets)
         return nullptr;
     const bool bWords = access.nElementBytes == 4 && !bAtomic;
     offsets.bSequence = offsets.bSequence && nScale == nTotal;
-    const bool bOne = offsets.nLow == offsets.nHigh && !m_pMask && access.eOperation == SAccess::Load;
+    const bool bLoad = access.eOperation == SAccess::Load && !m_pMask;
+    const bool bOne = bLoad && offsets.nLow == offsets.nHigh;
+    if (bWords && bLoad && !offsets.bSequence && !bOne && access.nWords == 1)
+    {
+        offsets.nScale = nScale;
+        offsets.nHigh = offsets.nLow + static_cast<uint32_t>(nSpread);
+        return pBase;
+    }
     if ((!bWords || !(offsets.bSequence || bOne)) && nScale != m_nScaledBy)
     {
         m_Lanes.pfScale(m_Scaled.w, pIndices, offsets.nLow, nScale, m_nBegin, m_nLast);
@@ -379,7 +386,7 @@ void CBlock::GlobalAccess(const SMicroOp& step, const SAccess& access)
             AtomicWords(access, pBase, offsets);
             return;
         }
-        if (m_Pending.Meets(pBase, static_cast<uint64_t>(offsets.nHigh) - offsets.nLow + TotalBytes(access)))
+        if (m_Pending.Meets(pBase, static_cast<uint64_t>(offsets.nHigh - offsets.nLow) + TotalBytes(access)))
             m_Pending.Flush();
         if (access.nElementBytes == 4)
             MoveWords(access, pBase, offsets);

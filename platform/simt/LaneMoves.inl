@@ -119,17 +119,26 @@ bool IsGranuleSequence(const uint32_t* pValues, uint32_t nStride)
     return IsZero(difference);
 }
 
-/// Work-items in a row of a two-dimensional group load consecutive words, or all the same one.
-void GatherGranule(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase)
+/// Offsets that lie a word apart once they are scaled.
+bool IsGranuleOfWords(const uint32_t* pOffsets, uint32_t nScale)
 {
     const uint32_t nStep = pOffsets[1] - pOffsets[0];
-    const unsigned char* const pFirst = pBase + (pOffsets[0] - nBase);
-    if (nStep == 4 && IsGranuleSequence(pOffsets, 4))
+    return (nScale == 1 && nStep == 4 && IsGranuleSequence(pOffsets, 4)) ||
+           (nScale == 4 && nStep == 1 && IsGranuleSequence(pOffsets, 1));
+}
+
+/// Work-items in a row of a two-dimensional group load consecutive words, or all the same one.
+void GatherGranule(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
+                   uint32_t nScale)
+{
+    const auto offsetOf = [&](uint32_t k) { return static_cast<size_t>(pOffsets[k] - nBase) * nScale; };
+    const unsigned char* const pFirst = pBase + offsetOf(0);
+    if (IsGranuleOfWords(pOffsets, nScale))
     {
         __builtin_memcpy(pRow, pFirst, s_nGranule * 4);
         return;
     }
-    if (nStep == 0 && IsGranuleSequence(pOffsets, 0))
+    if (pOffsets[1] == pOffsets[0] && IsGranuleSequence(pOffsets, 0))
     {
         const Words all = Words{} + WordAt(pFirst);
         for (uint32_t k = 0; k < s_nGranule; k += s_nVectorWords)
@@ -137,11 +146,11 @@ void GatherGranule(uint32_t* pRow, const unsigned char* pBase, const uint32_t* p
         return;
     }
     for (uint32_t k = 0; k < s_nGranule; ++k)
-        pRow[k] = WordAt(pBase + (pOffsets[k] - nBase));
+        pRow[k] = WordAt(pBase + offsetOf(k));
 }
 
-void Gather(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase, const uint32_t* pMask,
-            uint32_t nBegin, uint32_t nEnd)
+void Gather(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase, uint32_t nScale,
+            const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {
     uint32_t i = nBegin;
     if (pMask)
@@ -151,9 +160,9 @@ void Gather(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets
         return;
     }
     for (; i + s_nGranule <= nEnd; i += s_nGranule)
-        GatherGranule(pRow + i, pBase, pOffsets + i, nBase);
+        GatherGranule(pRow + i, pBase, pOffsets + i, nBase, nScale);
     for (; i < nEnd; ++i)
-        pRow[i] = WordAt(pBase + (pOffsets[i] - nBase));
+        pRow[i] = WordAt(pBase + static_cast<size_t>(pOffsets[i] - nBase) * nScale);
 }
 
 void Scatter(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,

@@ -90,9 +90,10 @@ struct SLaneTable
     /// Writes what lies between pValues and nBase, times nScale.
     void (*pfScale)(uint32_t* pRow, const uint32_t* pValues, uint32_t nBase, uint32_t nScale, uint32_t nBegin,
                     uint32_t nEnd);
-    /// Loads the word at pBase + pOffsets[i] - nBase, all of them inside memory; so is pBase itself.
+    /// Loads the word at pBase + (pOffsets[i] - nBase) * nScale, all of them inside memory; so is pBase itself. With a
+    /// mask the scale is 1.
     void (*pfGather)(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
-                     const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
+                     uint32_t nScale, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
     /// The way back, in the order of the lanes.
     void (*pfScatter)(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
                       const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
