@@ -257,6 +257,12 @@ int main(int argc, char** argv)
     try
     {
         StayOnOneCore();
+        // The platform's own copy of the interpreter reads the same setting.
+        const char* const pszSettings = std::getenv("KESTREL_PLATFORM");
+        if (pszSettings != nullptr && std::strcmp(pszSettings, "vectors=256") == 0)
+        {
+            KestrelPlatform::ChooseInstructionSet(KestrelPlatform::EInstructionSet::Avx2);
+        }
         CReport report("opencl", argc, argv);
         CLibraries libraries(GetLibraryFolder() + "/kestrel-platform", GetLibraryFolder() + "/libOVKKestrel.so.1");
         CDevice device(libraries);

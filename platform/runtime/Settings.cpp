@@ -1,6 +1,7 @@
 #include "platform/runtime/Settings.h"
 
 #include "platform/runtime/Trace.h"
+#include "platform/simt/LaneOps.h"
 
 #include <algorithm>
 #include <atomic>
@@ -100,6 +101,22 @@ bool ParseFailure(const std::string& strText, SFailure& failure)
            IsEntryPoint(failure.m_strEntryPoint) && (strForever.empty() || failure.m_bForever);
 }
 
+/// \return false for a width that there isn't, or not on this machine
+bool ChooseVectors(const std::string& strBits)
+{
+    struct SWidth
+    {
+        const char* pszBits;
+        EInstructionSet eSet;
+    };
+    static const SWidth s_widths[] = {
+        {"128", EInstructionSet::Baseline}, {"256", EInstructionSet::Avx2}, {"512", EInstructionSet::Avx512}};
+    for (const SWidth& width : s_widths)
+        if (strBits == width.pszBits)
+            return ChooseInstructionSet(width.eSet);
+    return false;
+}
+
 /// \return false for what is no setting
 bool ApplySetting(SValues& values, const std::string& strName, const std::string& strValue)
 {
@@ -124,6 +141,8 @@ bool ApplySetting(SValues& values, const std::string& strName, const std::string
     }
     if (strName == "limit")
         return ReadNumber(strValue, CL_ULONG_MAX, values.m_nInstructionLimit);
+    if (strName == "vectors")
+        return ChooseVectors(strValue);
     if (strName == "schedule")
         return ReadNumber(strValue, CL_ULONG_MAX, values.m_nSchedule);
     if (strName == "fail")

@@ -131,9 +131,10 @@ TEST_F(CPlatformTest, StartsFromTheEnvironment)
 
 TEST_F(CPlatformTest, OffersNothingWhereASettingIsntUnderstood)
 {
-    for (const char* pszSettings : {"nonsense", "x=y", "limit=", "limit=1x", "limit=18446744073709551616", "build=-1",
-                                    "fail=clFinish", "fail=clFinish:1:5", "fail=clFinish:0:-5", "fail=clNone:1:-5",
-                                    "fail=clFinish:1:-5:often", "no=cl_khr_icd", "build=1400,limt=3"})
+    for (const char* pszSettings :
+         {"nonsense", "x=y", "limit=", "limit=1x", "limit=18446744073709551616", "build=-1", "vectors=100",
+          "fail=clFinish", "fail=clFinish:1:5", "fail=clFinish:0:-5", "fail=clNone:1:-5", "fail=clFinish:1:-5:often",
+          "no=cl_khr_icd", "build=1400,limt=3"})
     {
         setenv("KESTREL_PLATFORM", pszSettings, 1);
         Control().Reset();
