@@ -41,22 +41,12 @@ void LeaveCore(int nCore)
 
 CWorkerPool& CWorkerPool::Get()
 {
-    static CWorkerPool s_Pool;
+    // It is never destroyed: as the process ends, threads of queues may still come and wait.
+    static CWorkerPool& s_Pool = *new CWorkerPool;
     return s_Pool;
 }
 
 CWorkerPool::CWorkerPool() : m_nThreads(std::max(1u, std::thread::hardware_concurrency())) {}
-
-CWorkerPool::~CWorkerPool()
-{
-    {
-        std::lock_guard<std::mutex> lock(m_Mutex);
-        m_bQuit = true;
-    }
-    m_Wake.notify_all();
-    for (std::thread& thread : m_vThreads)
-        thread.join();
-}
 
 /// With the lock held. A thread that can't be started is only a helper less.
 void CWorkerPool::StartThreads()
@@ -186,7 +176,7 @@ void CWorkerPool::KeepApart(std::unique_lock<std::mutex>& lock)
 void CWorkerPool::Work()
 {
     std::unique_lock<std::mutex> lock(m_Mutex);
-    while (!m_bQuit)
+    while (true)
     {
         SJob* const pJob = FindJob(nullptr);
         if (pJob == nullptr)

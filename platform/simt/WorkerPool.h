@@ -23,8 +23,6 @@ class CWorkerPool
 public:
     static CWorkerPool& Get();
 
-    ~CWorkerPool();
-
     /// Runs the task on this thread and on up to nHelpers others at the same time; returns when all
     /// of them have left it. The task divides the work itself and must not throw. Any thread.
     /// \param pOwner  what others wait for that may help; null for nobody
@@ -72,7 +70,6 @@ private:
     boost::intrusive::list<SStandBy> m_StandBy; ///< those that have no job yet
     std::vector<std::thread> m_vThreads;
     int m_nRunCore = -1; ///< where the last task was begun
-    bool m_bQuit = false;
 };
 
 } // namespace KestrelPlatform
