@@ -109,6 +109,13 @@ const SCommand g_Commands[] = {
     {"info registers", "r reg", "[REGISTER...]", s_pszValues, "Show the registers of the work-item in focus.",
      "All that have a value, or those that are named. Formats as for print.",
      "break 24\nrun\ninfo registers r0 r1 r3 r4", DoInfoRegisters, false, ECompletion::Register},
+    {"info locals", "l", "", s_pszValues,
+     "Show the variables of the source that are in scope, of the work-item in focus.",
+     "Those of the innermost function, for kernels in OpenCL C that are built with -g. One that has no value at this "
+     "stop says <optimized out>.",
+     "@opencl_c/game_of_life\nbreak game_of_life.cl:20\nrun\ninfo locals", DoInfoLocals, false, ECompletion::Nothing},
+    {"info args", "a", "", s_pszValues, "Show the parameters of the innermost function, of the work-item in focus.", "",
+     "@opencl_c/game_of_life\nbreak game_of_life.cl:20\nrun\ninfo args", DoInfoArgs, false, ECompletion::Nothing},
     {"info memory", "mem", "[/x]", s_pszValues, "List the buffers that the kernel reaches.",
      "With /x also the addresses at which the kernel has them.", "break 16\nrun\ninfo memory", DoInfoMemory, false,
      ECompletion::Nothing},
@@ -130,7 +137,9 @@ const SCommand g_Commands[] = {
      "@call_chain\nbreak 29\nrun\ndisassemble", DoDisassemble, false, ECompletion::Place},
 
     {"print", "p inspect", "[/FORMAT] EXPRESSION", s_pszValues,
-     "Show a register, or an expression, for the work-item in focus.",
+     "Show a variable of the source, a register, or an expression, for the work-item in focus.",
+     "Of a variable: its name, with members, elements by number, -> and * over pointers into global memory. A variable "
+     "that is a single number in registers may stand in expressions, for all work-items at once.\n"
      "Formats: f float, d int, u unsigned, x hex, g pairs of components as doubles, q pairs as 64-bit ints, a pairs "
      "as addresses in the kernel's buffers (out+0x10); without one, "
      "each component as the float or int that it looks like.\n"
@@ -150,6 +159,10 @@ const SCommand g_Commands[] = {
      "display r3.x\nbreak 21\nrun\nstep", DoDisplay, false, ECompletion::Register},
     {"undisplay", "", "[ID]", s_pszValues, "End a display, or all.", "", "display r3.x\nundisplay 1\ninfo display",
      DoUndisplay, false, ECompletion::Nothing},
+    {"ptype", "pt", "VARIABLE", s_pszValues, "Show the type of a variable of the source, with a structure's members.",
+     "", "@opencl_c/game_of_life\nbreak game_of_life.cl:20\nrun\nptype in", DoPrintType, false, ECompletion::Nothing},
+    {"whatis", "", "VARIABLE", s_pszValues, "Name the type of a variable of the source.", "",
+     "@opencl_c/game_of_life\nbreak game_of_life.cl:20\nrun\nwhatis middle", DoWhatIs, false, ECompletion::Nothing},
     {"x", "", "[/NFU] PLACE", s_pszValues, "Show memory as the kernel has it at this stop.",
      "N is a count; F is d, u, x or f; U is b (1 byte), h (2), w (4) or g (8). A place is a buffer argument by its "
      "name or as "

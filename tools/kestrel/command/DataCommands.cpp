@@ -2,6 +2,7 @@
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/SourceValues.h"
 #include "tools/kestrel/debug/Views.h"
 
 #include <algorithm>
@@ -35,9 +36,17 @@ EFormat ChooseFormat(CDebugger& debugger, const std::string& strFormat)
 json PrintExpression(CDebugger& debugger, const std::string& strFormat, const std::string& strExpression)
 {
     debugger.RequireLive();
-    CExpression expression(strExpression, &debugger);
     const EFormat eFormat = ChooseFormat(debugger, strFormat);
     json answer = {{"view", "print"}, {"expression", strExpression}, {"item", debugger.GetFocus()}};
+    CSourceValues values(debugger);
+    if (const std::optional<SSourceValue> value = values.ReadPath(strExpression))
+    {
+        answer["value"] = values.Format(*value, eFormat);
+        answer["type"] = value->pType->strName;
+        answer["active"] = debugger.IsAtEntry() || debugger.GetActive().pActive[debugger.GetFocus()] != 0;
+        return answer;
+    }
+    CExpression expression(strExpression, &debugger);
     if (expression.IsOperand())
     {
         const std::vector<uint32_t> vWords = ReadWords(debugger, expression.GetOperand());

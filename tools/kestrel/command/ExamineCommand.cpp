@@ -19,7 +19,6 @@ namespace
 {
 
 const size_t s_nMaxBytes = 1 << 20;
-const size_t s_nMaxPrivateBytes = size_t(1) << 30;
 const uint64_t s_nFarAway = uint64_t(1) << 48; ///< beyond every buffer
 
 /// "/8xw": how many, how shown, how large.
@@ -268,14 +267,7 @@ std::vector<unsigned char> ReadMemory(CDebugger& debugger, const SPlace& place, 
     {
         return debugger.GetSession().GetGlobalMemory(place.nResource, place.nAddress, nBytes);
     }
-    const size_t nItems = debugger.GetExtent().Count();
-    if (nItems > s_nMaxPrivateBytes / nBytes)
-    {
-        throw CCommandError("x: private memory comes of all work-items at once; that many bytes are too much");
-    }
-    const std::vector<unsigned char> vAll = debugger.GetSession().GetPrivateMemory(nItems, place.nAddress, nBytes);
-    const auto itFirst = vAll.begin() + static_cast<std::ptrdiff_t>(debugger.GetFocus() * nBytes);
-    return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nBytes));
+    return debugger.ReadPrivate(debugger.GetFocus(), place.nAddress, nBytes);
 }
 
 std::string NamePlace(CDebugger& debugger, const SPlace& place, uint64_t nAddress)

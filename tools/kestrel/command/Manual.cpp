@@ -106,7 +106,10 @@ std::string RunExample(const CLibraries& libraries, const std::string& strExampl
     std::ostringstream output;
     CTextOutput text(output, output, true);
     CInterpreter interpreter(text);
-    const std::string strPath = strExamples + "/" + example.strLaunch + "/" + example.strLaunch + ".json";
+    // Those with a folder of their own are in it.
+    const bool bFolder = example.strLaunch.find('/') == std::string::npos;
+    const std::string strPath =
+        strExamples + "/" + (bFolder ? example.strLaunch + "/" : "") + example.strLaunch + ".json";
     CDebugger debugger(libraries, ReadLaunchFile(strPath), interpreter);
     interpreter.SetDebugger(debugger);
     debugger.GetSettings().nWidth = 70;

@@ -315,6 +315,16 @@ std::string RenderDisplays(const json& view)
     return strText.empty() ? "no displays\n" : strText;
 }
 
+std::string RenderVariables(const json& view)
+{
+    std::string strText;
+    for (const json& variable : view["variables"])
+    {
+        strText += Text(variable["name"]) + " = " + Text(variable["value"]) + "\n";
+    }
+    return strText.empty() ? "none here\n" : strText;
+}
+
 std::string RenderHelp(const json& view)
 {
     const std::string strArguments = view["arguments"];
@@ -378,6 +388,7 @@ const SRenderer s_Views[] = {
     {"launches", RenderLaunches},
     {"kernels", RenderKernels},
     {"programs", RenderPrograms},
+    {"variables", RenderVariables},
     {"display", [](const json&) { return std::string(); }},
     {"help", RenderHelp},
     {"commands", RenderCommands},

@@ -54,6 +54,7 @@ void CDebugger::ReadProgram()
     m_Fixed.emplace(MakeFixedRegisters(ReadLocalBytes(vMetadata)));
     m_nLabel = ReadLabel(vMetadata);
     SetListing(ReadListing(vBinary, m_nLabel));
+    m_pDebugInfo = std::make_unique<CDebugInfo>(vBinary);
 }
 
 CFixedRegisters CDebugger::MakeFixedRegisters(unsigned int nLocalBytes)

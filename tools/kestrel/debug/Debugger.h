@@ -11,6 +11,7 @@
 #include "tools/kestrel/debug/RunEstimate.h"
 #include "tools/kestrel/debug/StopCounts.h"
 #include "tools/kestrel/debug/Target.h"
+#include "tools/source/DebugInfo.h"
 
 #include <nlohmann/json.hpp>
 
@@ -64,6 +65,8 @@ public:
     CLaunch& GetLaunch() { return m_Launch; }
     const CListing& GetListing() const { return *m_pListing; }
     const CCodeMap& GetCode() const { return *m_pCode; }
+    /// Of the program as it was built.
+    CDebugInfo& GetDebugInfo() { return *m_pDebugInfo; }
     const std::vector<SKernelArgument>& GetArguments() const { return m_vArguments; }
     const SExtent& GetExtent() const override { return m_Extent; }
     SSettings& GetSettings() { return *m_pSettings; }
@@ -100,6 +103,7 @@ public:
     size_t GetFocus() const override { return m_nFocus; }
     /// A buffer, value or local argument by its name or as argN.
     std::optional<SElements> FindElements(const std::string& strName) override;
+    std::optional<SVariableWords> FindVariable(const std::string& strPath, bool bHere) override;
     std::vector<unsigned char> ReadElements(const SElements& elements, size_t nGroup, uint64_t nOffset,
                                             size_t nBytes) override;
     /// \throws CCommandError for one outside the dispatch
@@ -119,6 +123,13 @@ public:
     /// Bytes of a work-group's local memory, up to the end of the block or argument.
     /// \param nResource  OVKCLDEBUG_EXT_LOCAL_BLOCK or OVKCLDEBUG_EXT_LOCAL_ARGUMENT
     std::vector<unsigned char> ReadLocal(unsigned int nResource, size_t nGroup, uint64_t nOffset, size_t nBytes);
+    /// Bytes of the argument's buffer that an address lies in, up to its end; none if no buffer holds it.
+    std::vector<unsigned char> ReadGlobal(uint64_t nAddress, size_t nBytes);
+    /// Bytes of a work-item's private memory.
+    /// \throws CCommandError if the debugger can't hand over so many of all work-items, as it has to
+    std::vector<unsigned char> ReadPrivate(size_t nItem, uint64_t nAddress, size_t nBytes);
+    /// The block of local memory that the kernel itself declares.
+    unsigned int FindDeclaredLocal();
     /// What the launch file gives for an argument, that of the earlier one for the same once more.
     const SArgument& GetGiven(size_t nArgument) const;
 
@@ -214,6 +225,7 @@ private:
     CBreakpoints* m_pBreakpoints = &m_Breakpoints;
     std::unique_ptr<CListing> m_pListing;
     std::unique_ptr<CCodeMap> m_pCode;
+    std::unique_ptr<CDebugInfo> m_pDebugInfo;
     std::vector<SKernelArgument> m_vArguments;
     std::optional<CFixedRegisters> m_Fixed;
     unsigned int m_nLabel = 0; ///< of the kernel's function

@@ -1,7 +1,7 @@
 // Where the kernel's buffers lie, and what they hold.
 
 #include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/Debugger.h"
+#include "tools/kestrel/debug/SourceValues.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,7 +12,8 @@ namespace KestrelTool
 namespace
 {
 
-const size_t s_nConstantBytes = 16; ///< of an element of a constant buffer
+const size_t s_nConstantBytes = 16;                ///< of an element of a constant buffer
+const size_t s_nMaxPrivateBytes = size_t(1) << 30; ///< of all work-items
 
 } // namespace
 
@@ -160,6 +161,50 @@ std::vector<unsigned char> CDebugger::ReadBuffer(size_t nArgument, uint64_t nOff
     return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nThere));
 }
 
+std::vector<unsigned char> CDebugger::ReadGlobal(uint64_t nAddress, size_t nBytes)
+{
+    for (size_t i = 0; i < m_vArguments.size(); ++i)
+    {
+        const size_t nSize = m_vArguments[i].IsGlobal() ? GetGiven(i).vContents.size() : 0;
+        const uint64_t nBase = nSize != 0 ? FindAddress(i) : 0;
+        if (nBase <= nAddress && nAddress - nBase < nSize)
+        {
+            return ReadBuffer(i, nAddress - nBase, nBytes);
+        }
+    }
+    return {};
+}
+
+std::vector<unsigned char> CDebugger::ReadPrivate(size_t nItem, uint64_t nAddress, size_t nBytes)
+{
+    RequireLive();
+    const size_t nItems = m_Extent.Count();
+    if (nItems > s_nMaxPrivateBytes / std::max<size_t>(nBytes, 1))
+    {
+        throw CCommandError("private memory comes of all work-items at once; that many bytes are too much");
+    }
+    const std::vector<unsigned char> vAll = GetSession().GetPrivateMemory(nItems, nAddress, nBytes);
+    if (vAll.size() < (nItem + 1) * nBytes)
+    {
+        throw CCommandError("private memory can't be read here");
+    }
+    const auto itFirst = vAll.begin() + static_cast<std::ptrdiff_t>(nItem * nBytes);
+    return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nBytes));
+}
+
+unsigned int CDebugger::FindDeclaredLocal()
+{
+    const unsigned int nMaxBlocks = 16;
+    for (unsigned int n = 0; n < nMaxBlocks; ++n)
+    {
+        if (GetLocalSize(OVKCLDEBUG_EXT_LOCAL_BLOCK(n)) != 0)
+        {
+            return OVKCLDEBUG_EXT_LOCAL_BLOCK(n);
+        }
+    }
+    throw CCommandError("the kernel declares no local memory");
+}
+
 /// "local1": the block that the kernel declares under a number, as 32-bit words.
 std::optional<SElements> CDebugger::FindLocalBlock(const std::string& strName)
 {
@@ -209,6 +254,11 @@ std::vector<unsigned char> CDebugger::ReadLocal(unsigned int nResource, size_t n
     }
     return GetSession().GetGlobalMemory(nResource, OVKCLDEBUG_EXT_LOCAL_ADDRESS(nGroup, nOffset),
                                         std::min<size_t>(nBytes, nSize - nOffset));
+}
+
+std::optional<SVariableWords> CDebugger::FindVariable(const std::string& strPath, bool bHere)
+{
+    return CSourceValues(*this).FindWords(strPath, bHere);
 }
 
 std::optional<SElements> CDebugger::FindElements(const std::string& strName)

@@ -47,15 +47,28 @@ int64_t ReadInt(const SExpressionNode& node, size_t nItem)
 {
     const unsigned int* pWords = node.values[nItem];
     const uint32_t nLow = pWords[node.operand.vComponents[0]];
+    const unsigned int nUnused = node.nBytes < 4 ? 32 - 8 * static_cast<unsigned int>(node.nBytes) : 0;
     switch (node.eRead)
     {
     case ERead::Unsigned:
-        return nLow;
+        return nLow << nUnused >> nUnused;
     case ERead::Long:
         return static_cast<int64_t>(uint64_t(pWords[node.operand.vComponents[1]]) << 32 | nLow);
     default:
-        return static_cast<int32_t>(nLow);
+        return static_cast<int32_t>(nLow << nUnused) >> nUnused;
     }
+}
+
+/// Where a variable is at this stop.
+void FindPlace(SExpressionNode& node, IValueSource& source)
+{
+    const std::optional<SVariableWords> words = source.FindVariable(node.strVariable, true);
+    if (!words || words->nSize != node.nBytes)
+    {
+        throw CCommandError("there is no " + node.strVariable + " here, or one of another type");
+    }
+    node.operand.strRegister = words->strRegister;
+    node.operand.vComponents = words->vComponents;
 }
 
 double ReadFloat(const SExpressionNode& node, size_t nItem)
@@ -307,6 +320,10 @@ void CEvaluator::Bind(std::vector<SExpressionNode>& vNodes, IValueSource& source
     for (size_t nNode = 0; nNode < vNodes.size(); ++nNode)
     {
         SExpressionNode& node = vNodes[nNode];
+        if (!node.strVariable.empty())
+        {
+            FindPlace(node, source);
+        }
         if (node.eNode == ENode::Component)
         {
             node.values = source.GetValues(node.operand.strRegister);

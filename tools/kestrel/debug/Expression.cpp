@@ -29,7 +29,7 @@ CExpression::CExpression(const std::string& strText, IValueSource* pNames)
 {
     for (const SExpressionNode& node : m_vNodes)
     {
-        if (node.eNode == ENode::Component)
+        if (node.eNode == ENode::Component && node.strVariable.empty())
         {
             m_Registers.insert(node.operand.strRegister);
         }

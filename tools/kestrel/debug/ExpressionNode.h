@@ -74,6 +74,8 @@ struct SExpressionNode
     int64_t nNumber = 0; ///< also what an aggregate gave
     double fNumber = 0;
     SOperand operand;
+    std::string strVariable; ///< of the source, for which the operand is found at each stop
+    size_t nBytes = 4;       ///< that count of the word, or of both
     ERead eRead = ERead::Int;
     bool bReadGiven = false;
     unsigned int nItem = 0; ///< index into the coordinates' names

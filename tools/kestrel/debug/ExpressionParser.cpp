@@ -251,12 +251,74 @@ private:
                 return ParseCast(cast);
             }
         }
+        m_nPos = nStart;
+        if (const std::optional<Node> nVariable = ParseVariable())
+        {
+            return *nVariable;
+        }
+        TakeWord();
+        SkipBlanks();
         if (const std::optional<SElements> elements = FindElements(strWord))
         {
             return ParseElement(*elements);
         }
         m_nPos = nStart;
         return ParseComponent();
+    }
+
+    /// A variable of the source with members and elements by number behind it. It goes before an argument of the same
+    /// name, whose value it had when the kernel began.
+    std::optional<Node> ParseVariable()
+    {
+        const size_t nStart = m_nPos;
+        size_t nEnd = nStart;
+        TakeWord();
+        while (m_nPos > nEnd)
+        {
+            nEnd = m_nPos;
+            TakePart();
+        }
+        m_nPos = nStart;
+        const std::string strPath = m_strText.substr(nStart, nEnd - nStart);
+        const bool bElement = nEnd < m_strText.size() && m_strText[nEnd] == '[';
+        const std::optional<SVariableWords> words =
+            m_pNames != nullptr && !strPath.empty() && !bElement &&
+                    !IsSpelledAsRegister(strPath.substr(0, strPath.find_first_of(".[")))
+                ? m_pNames->FindVariable(strPath, false)
+                : std::nullopt;
+        if (!words)
+        {
+            return std::nullopt;
+        }
+        m_nPos = nEnd;
+        SExpressionNode node;
+        node.eNode = ENode::Component;
+        node.strVariable = strPath;
+        node.nBytes = words->nSize;
+        node.bReadGiven = true;
+        const bool bFloat = words->eKind == SElementType::Float;
+        node.eValue = bFloat ? EValue::Float : EValue::Int;
+        node.eRead = words->nSize == 8                        ? bFloat ? ERead::Double : ERead::Long
+                     : bFloat                                 ? ERead::Float
+                     : words->eKind == SElementType::Unsigned ? ERead::Unsigned
+                                                              : ERead::Int;
+        return Append(std::move(node));
+    }
+
+    /// ".member" or "[2]"; nothing of anything else.
+    void TakePart()
+    {
+        const size_t nStart = m_nPos;
+        const char cFirst = Peek();
+        if (cFirst != '.' && cFirst != '[')
+        {
+            return;
+        }
+        ++m_nPos;
+        const std::string strWord = TakeWord();
+        const bool bNumber = strWord.find_first_not_of("0123456789") == std::string::npos;
+        const bool bGood = !strWord.empty() && (cFirst == '.' || (bNumber && Peek() == ']'));
+        m_nPos = bGood ? m_nPos + (cFirst == '[' ? 1 : 0) : nStart;
     }
 
     std::optional<SElements> FindElements(const std::string& strName) const
@@ -503,79 +565,9 @@ void SettleType(std::vector<SExpressionNode>& vNodes, size_t nNode, EValue eValu
     }
 }
 
-bool IsSpelledAsRegister(const std::string& strName)
-{
-    static const char* const s_Prefixes[] = {"r", "x", "l", "cb", "icb", "mem"};
-    const size_t nDigit = std::min(strName.find_first_of("0123456789"), strName.size());
-    const bool bNumbered =
-        nDigit < strName.size() && strName.find_first_not_of("0123456789", nDigit) == std::string::npos;
-    return bNumbered && std::any_of(std::begin(s_Prefixes), std::end(s_Prefixes),
-                                    [&](const char* pszPrefix) { return strName.substr(0, nDigit) == pszPrefix; });
-}
-
 std::vector<SExpressionNode> ParseExpression(const std::string& strText, IValueSource* pNames)
 {
     return CExpressionParser(strText, pNames).Parse();
-}
-
-namespace
-{
-
-/// The debugger keeps a register's number in 16 bits and an index in 32, and takes what lies beyond for another one.
-void RequireNumbers(const std::string& strRegister, const std::string& strText)
-{
-    for (size_t n = strRegister.find_first_of("0123456789"); n < strRegister.size();)
-    {
-        const size_t nEnd = std::min(strRegister.find_first_not_of("0123456789", n), strRegister.size());
-        errno = 0;
-        const unsigned long long nValue = std::strtoull(strRegister.c_str() + n, nullptr, 10);
-        const bool bIndex = n != 0 && strRegister[n - 1] == '[';
-        if (errno == ERANGE || nValue > (bIndex ? 0xFFFFFFFFULL : 0xFFFFULL))
-        {
-            throw CCommandError("\"" + strText + "\" is no register: its number is too large");
-        }
-        n = strRegister.find_first_of("0123456789", nEnd);
-    }
-}
-
-} // namespace
-
-SOperand ReadOperand(const std::string& strText)
-{
-    SOperand operand;
-    const size_t nClose = strText.rfind(']');
-    const size_t nDot = strText.find('.', nClose == std::string::npos ? 0 : nClose);
-    operand.strRegister = strText.substr(0, nDot);
-    const size_t nDigit = operand.strRegister.find_first_of("0123456789");
-    const bool bStartsWell = !operand.strRegister.empty() && std::isalpha(operand.strRegister[0]) != 0;
-    if (!bStartsWell)
-    {
-        throw CCommandError("\"" + strText + "\" is no register");
-    }
-    RequireNumbers(operand.strRegister, strText);
-    if (nDigit == std::string::npos)
-    {
-        operand.strRegister += '0'; // the id registers are written without their number
-    }
-    if (nDot == std::string::npos)
-    {
-        operand.vComponents = {0, 1, 2, 3};
-        return operand;
-    }
-    for (const char c : strText.substr(nDot + 1))
-    {
-        const size_t nComponent = std::string("xyzw").find(c);
-        if (nComponent == std::string::npos)
-        {
-            throw CCommandError("\"" + strText + "\": components are x, y, z and w");
-        }
-        operand.vComponents.push_back(static_cast<unsigned int>(nComponent));
-    }
-    if (operand.vComponents.empty() || operand.vComponents.size() > 4)
-    {
-        throw CCommandError("\"" + strText + "\": one to four components");
-    }
-    return operand;
 }
 
 } // namespace KestrelTool

@@ -44,6 +44,15 @@ struct SElements
     uint64_t GetBytes() const { return nCount * pType->nSize; }
 };
 
+/// A variable of the source that is a single number, or one such part of it.
+struct SVariableWords
+{
+    std::string strRegister;               ///< empty where only its type was asked for
+    std::vector<unsigned int> vComponents; ///< one word, or the low and the high one
+    SElementType::EKind eKind = SElementType::Signed;
+    size_t nSize = 0; ///< bytes
+};
+
 /// Where an expression takes the values of a stop from.
 class IValueSource
 {
@@ -59,6 +68,13 @@ public:
 
     /// The elements of a name; nothing if it isn't one.
     virtual std::optional<SElements> FindElements(const std::string& /*strName*/) { return std::nullopt; }
+    /// A variable by its name, with members behind it; nothing for what is none, or no single number.
+    /// \param bHere  in scope at this stop, with its place; else wherever the program has one of that name
+    /// \throws CCommandError if it has to be here and isn't in registers
+    virtual std::optional<SVariableWords> FindVariable(const std::string& /*strPath*/, bool /*bHere*/)
+    {
+        return std::nullopt;
+    }
     /// Bytes of them, as they are at this stop; all that were asked for.
     /// \param nGroup  whose local memory; else not looked at
     /// \throws CCommandError if they can't be had
