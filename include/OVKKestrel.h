@@ -166,6 +166,9 @@ extern "C"
         ovkclDebugMemoryAddress last; /**< the last valid byte */
     } ovkclDebugMemoryRegion;
 
+/** Extension: in place of a list of registers to track; see ovkclDebugSetTrackingRegisters. */
+#define OVKCLDEBUG_EXT_VALUES_ON_DEMAND (~(ovkclDebugRegisterLocator)1)
+
     /** What the client is told. */
     typedef enum ovkclDebugEvent
     {
@@ -390,6 +393,13 @@ extern "C"
      * At STARTED: keeps only these registers up to date at the stops, which saves kernel runs. Private memory
      * comes with them unless ovkclDebugSetTrackPrivateMemory has switched it off. A null list with a count of 0
      * tracks all registers again, which is how a session starts.
+     *
+     * Extension: the list of one OVKCLDEBUG_EXT_VALUES_ON_DEMAND reads registers when a query asks for them, and none
+     * before. A stop makes a run for its mask, and none where the mask can't have changed. The first query of a
+     * register at a stop makes a run that stores it for all work-items, together with others as there is room: those
+     * that were asked for at the stop before, then those written last. What a query gives is what the registers hold at
+     * the stop, for work-items that aren't active as well. Private memory is read in the same way. All registers that
+     * work-items may have written have values; ovkclDebugGetActiveRegisters names them without a run.
      * \return OVKCLDEBUG_ERROR_INVALID_ARGUMENT for a null list with a count,
      *         OVKCLDEBUG_ERROR_INVALID_LOCATION, with nothing changed, if a locator names no register
      */

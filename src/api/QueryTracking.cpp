@@ -16,9 +16,12 @@ ovkclDebugError ovkclDebugSetTrackingRegisters(ovkclDebugContext debugContext,
                     debugRegisterLocators != nullptr || numDebugRegisterLocators == 0,
                     [&](CKernelDebugState& state) -> ovkclDebugError
                     {
-                        if (debugRegisterLocators == nullptr)
+                        const bool bOnDemand =
+                            numDebugRegisterLocators == 1 && *debugRegisterLocators == OVKCLDEBUG_EXT_VALUES_ON_DEMAND;
+                        if (debugRegisterLocators == nullptr || bOnDemand)
                         {
                             state.m_pShaderDebuggerHost->SetEnableTrackingVariables(false);
+                            state.m_pShaderDebuggerHost->SetValuesOnDemand(bOnDemand);
                             return OVKCLDEBUG_SUCCESS;
                         }
                         std::set<std::string> variables;
@@ -42,6 +45,7 @@ ovkclDebugError ovkclDebugSetTrackingRegisters(ovkclDebugContext debugContext,
                             return OVKCLDEBUG_ERROR_INVALID_LOCATION;
                         }
                         state.m_pShaderDebuggerHost->SetEnableTrackingVariables(true);
+                        state.m_pShaderDebuggerHost->SetValuesOnDemand(false);
                         return OVKCLDEBUG_SUCCESS;
                     });
 }

@@ -88,6 +88,8 @@ public:
     virtual std::set<std::string> GetTrackingVariables() const = 0;
     virtual void SetEnableTrackingVariables(bool bEnableTrackingVariables) = 0;
     virtual bool GetEnableTrackingVariables() const = 0;
+    /// Whether registers are read when a query asks for them, and not at each stop.
+    virtual void SetValuesOnDemand(bool /*bOn*/) {}
 
     /// A new set of values for one work-item; the caller deletes it.
     virtual CShaderDebuggerVariables* GetVariables(ThreadID& threadID) = 0;

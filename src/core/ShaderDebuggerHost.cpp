@@ -248,6 +248,11 @@ void CShaderDebuggerHost::SetEnableTrackingVariables(bool bEnableTrackingVariabl
     FORWARD_VOID(SetEnableTrackingVariables(bEnableTrackingVariables))
 }
 
+void CShaderDebuggerHost::SetValuesOnDemand(bool bOn)
+{
+    FORWARD_VOID(SetValuesOnDemand(bOn))
+}
+
 bool CShaderDebuggerHost::GetEnableTrackingVariables() const
 {
     FORWARD(GetEnableTrackingVariables());

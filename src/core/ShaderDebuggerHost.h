@@ -65,6 +65,7 @@ public:
     std::set<std::string> GetTrackingVariables() const override;
     void SetEnableTrackingVariables(bool bEnableTrackingVariables) override;
     bool GetEnableTrackingVariables() const override;
+    void SetValuesOnDemand(bool bOn) override;
     CShaderDebuggerVariables* GetVariables(ThreadID& threadID) override;
     CShaderDebuggerBuffer* GetRegisterResultsBuffer(VariableID& variableID) override;
     CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;

@@ -153,7 +153,7 @@ bool CShaderDebuggerShaderIL::RunKernel(unsigned int nSelector)
     return true;
 }
 
-/// Reads a register and the mask at a position that isn't the present stop, and files nothing.
+/// Reads a register, if there is one, and the mask at a position that isn't the present stop, and files nothing.
 bool CShaderDebuggerShaderIL::Capture(const SFiling& what, std::unique_ptr<CShaderDebuggerBuffer>& pResult,
                                       std::unique_ptr<CShaderDebuggerBuffer>& pExecMask)
 {
@@ -165,7 +165,8 @@ bool CShaderDebuggerShaderIL::Capture(const SFiling& what, std::unique_ptr<CShad
     }
     CShaderDebuggerBuffer* pResultBuffer = nullptr;
     CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
-    const bool bRead = GetDebuggerIL()->RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
+    const bool bRead = m_bMaskOnly ? GetDebuggerIL()->RetrieveExecMaskBuffer(pExecMaskBuffer)
+                                   : GetDebuggerIL()->RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
     pResult.reset(pResultBuffer);
     pExecMask.reset(pExecMaskBuffer);
     return bRead;
@@ -328,6 +329,10 @@ bool CShaderDebuggerShaderIL::SwitchShaderToPatchedShader(IL* pPatchedShader, si
 
 bool CShaderDebuggerShaderIL::SwitchShader(ProgramCounter pc, const std::vector<Register>& vTargetRegs)
 {
+    // Of a switch the selectors are read in place of a register.
+    m_bMaskOnly =
+        GetDebuggerIL()->HasValuesOnDemand() && OpCodeAt(pc.m_nPos) != IL_OP_SWITCH &&
+        std::all_of(vTargetRegs.begin(), vTargetRegs.end(), [](const Register& reg) { return reg == g_Reg_NULL; });
     IL* pPatchedShader = GetPatchedShader(pc, vTargetRegs);
     if (pPatchedShader == nullptr)
     {

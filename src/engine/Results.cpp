@@ -231,6 +231,10 @@ bool CShaderDebuggerIL::IsWriteAcrossSlots(const Register& reg) const
 
 bool CShaderDebuggerIL::IsTracked(const Register& reg) const
 {
+    if (m_bValuesOnDemand)
+    {
+        return false;
+    }
     return !m_bEnableTrackingVariables ||
            TrackedNames().count(ShaderDebuggerUtilsIL::GetILRegisterName(reg, false)) != 0;
 }

@@ -120,12 +120,16 @@ bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& e
     {
         AddNew(RegistersPassedBy(n), vRegisters);
     }
-    vRegisters.erase(std::remove_if(vRegisters.begin(), vRegisters.end(),
-                                    [this](const Register& reg) { return !GetDebuggerIL()->IsTracked(reg); }),
-                     vRegisters.end());
+    const auto isUntracked = [this](const Register& reg)
+    { return !GetDebuggerIL()->HasValuesOnDemand() && !GetDebuggerIL()->IsTracked(reg); };
+    vRegisters.erase(std::remove_if(vRegisters.begin(), vRegisters.end(), isUntracked), vRegisters.end());
     for (const Register& reg : vRegisters)
     {
         NoteWritten(reg);
+    }
+    if (GetDebuggerIL()->HasValuesOnDemand())
+    {
+        vRegisters.clear(); // they are read when they are asked for
     }
     m_Pending.bGap = true;
     bool bRead = true;

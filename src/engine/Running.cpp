@@ -124,7 +124,10 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkFlowControl(RegPCMap
 /// elsewhere with what they have written.
 void CShaderDebuggerShaderIL::ReadSkipped(RegPCMap& regPCMap, bool bGetExecMask)
 {
-    m_Leaving = m_Skipped;
+    if (!GetDebuggerIL()->HasValuesOnDemand())
+    {
+        m_Leaving = m_Skipped;
+    }
     const bool bRead = RetrieveRegisters(regPCMap, bGetExecMask);
     m_Leaving.clear();
     // What can't be read is tried again further on.

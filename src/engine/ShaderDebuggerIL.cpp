@@ -177,24 +177,28 @@ bool CShaderDebuggerIL::EndMovement(bool bMoved)
 
 bool CShaderDebuggerIL::Step()
 {
+    ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
     return pShader != nullptr && EndMovement(pShader->Step() && Execute() && pShader->PostStep());
 }
 
 bool CShaderDebuggerIL::Run()
 {
+    ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
     return pShader != nullptr && EndMovement(pShader->Run() && Execute() && pShader->PostStep());
 }
 
 bool CShaderDebuggerIL::Back()
 {
+    ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
     return pShader != nullptr && pShader->Back() && Execute() && pShader->PostBack();
 }
 
 bool CShaderDebuggerIL::RunBack()
 {
+    ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
     return pShader != nullptr && pShader->RunBack() && Execute() && pShader->PostBack();
 }

@@ -62,11 +62,13 @@ public:
     bool HasBreakPointInInstructionRange(InstructionNumber nRangeStart, InstructionNumber nRangeEnd) const override;
     size_type GetBreakPointsAsInstructionNumbers(std::set<unsigned int>* pBreakpoints) const override;
 
-    // Queries (Variables.cpp). Registers and the mask are what the last stop left; memory may take a run.
+    // Queries (Variables.cpp). Registers and the mask are what the last stop left; memory may take a run, and so may
+    // registers with values on demand.
     CShaderDebuggerVariables* GetVariables(ThreadID& threadID) override;
     CShaderDebuggerBuffer* GetRegisterResultsBuffer(VariableID& variableID) override;
     CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;
     CShaderDebuggerBuffer* GetExecutionMaskBuffer() const override;
+    void SetValuesOnDemand(bool bOn) override;
     bool GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup, const unsigned char** ppBytes,
                         size_t* pnSize) override;
 
@@ -128,6 +130,9 @@ public:
     bool IsTracked(const std::string& strName) const;
     /// Removes a register's result, and no query finds it any more.
     void DeleteResult(const Register& reg);
+    /// Whether registers are read when they are asked for (ValuesOnDemand.cpp). No run is wanted for one then.
+    bool HasValuesOnDemand() const { return m_bValuesOnDemand; }
+    const CShaderDebuggerBuffer* BringExecMask(const ProgramCounter& pc);
     /// Re-aims the last touched result after a step back. \return false, with none touched, if nothing is found
     bool FindLastResult(const ProgramCounter& pc);
 
@@ -156,6 +161,7 @@ private:
     bool ReloadWorkingCopies();
     bool BindOwnArguments();
     bool BindArguments(CShaderDebuggerDeviceBuffer& results);
+    CShaderDebuggerDeviceBuffer& GetResultsArgument() const;
     typedef std::map<size_t, std::unique_ptr<CShaderDebuggerBuffer>> Contents;
     bool WriteBack();
     bool ReadOutputs(Contents& outputs);
@@ -179,6 +185,13 @@ private:
     bool IsWriteAcrossSlots(const Register& reg) const;
     bool LoadGlobalResult(size_t i, CShaderDebuggerResult& result);
     bool IsOfArgument(const CShaderDebuggerResult* pResult) const;
+    void ForgetValues();
+    CShaderDebuggerBuffer* BringValues(const std::string& strName);
+    std::vector<Register> ChooseRegisters(const std::string& strName);
+    size_t GetPlaneSize() const;
+    bool RunForValues(const std::vector<Register>& vRegisters);
+    bool FileRead(const Register& reg, std::unique_ptr<CShaderDebuggerBuffer> pValues);
+    std::unique_ptr<CShaderDebuggerBuffer> CutPlane(const CShaderDebuggerBuffer& read, size_t n) const;
     bool GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID);
     bool SetThreadIDUsingResult(ThreadID& threadID);
 
@@ -199,6 +212,11 @@ private:
     bool m_bDeviceEntered;                      ///< the host is in debugging mode
     bool m_bOutputsComplete;                    ///< the working copies hold what the whole kernel has left
     bool m_bResultsDelivered;
+    bool m_bValuesOnDemand = false;
+    BufferDesc m_OutputDesc;             ///< of the values of one register
+    std::set<std::string> m_Asked;       ///< registers asked for at the present stop
+    std::set<std::string> m_AskedBefore; ///< at the stop before
+    unsigned int m_nValueRuns = 0;       ///< made for values at the present stop
 };
 
 } // namespace OVK_ShaderDebugger

@@ -93,6 +93,12 @@ public:
     /// The local memory of a work-group at the present stop: the bytes in which a block's offset counts. They stay
     /// until the next movement. Empty if there is no such group, null if the run that is needed fails.
     const std::vector<unsigned char>* BringLocalMemory(unsigned int nGroup);
+    /// Whether the last patched kernel stores the values of a register besides the mask.
+    bool StoresValues() const { return !m_bMaskOnly; }
+    /// The next patched kernel is made anew.
+    void DropPatchedKernel() { RestoreShader(true); }
+    std::vector<Register> FindWritten() const;
+    bool ReadValues(const std::vector<Register>& vRegisters, unsigned int nPlane, CShaderDebuggerDeviceBuffer& values);
     /// Whether a work-item can leave a kernel, or not come to a function, without a store to the output buffers.
     bool CanMissStores() const { return m_bCanMissStores; }
     unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }
@@ -179,6 +185,7 @@ private:
     bool PostStepAsm();
     bool AdvanceFromCurrent();
     bool IsFastStep();
+    std::optional<uint64_t> CountForFastStep();
     bool EnterInstruction();
     bool EnterFunction();
     bool EnterOnCondition();
@@ -213,6 +220,7 @@ private:
     void RestoreResult(const Register& reg, bool bOneWrite);
     std::vector<SFiling> FindSources(const Register& reg) const;
     SFiling ReadingHere(const Register& reg) const;
+    static Register WholeRegister(const Register& reg);
     void AimResult(const Register& reg);
 
     // Steps through what was passed over (Rewalk.cpp).
@@ -307,6 +315,7 @@ private:
     bool m_bReadInputRegisters;       ///< the next Execute reads the input registers
     bool m_bHasBeenExecuted;          ///< a run has succeeded since the session began
     bool m_bLastRunAtCurrent;         ///< the output buffers hold the mask of the current position
+    uint64_t m_nLastActive = 0;       ///< work-items in it, where a run has told
     bool m_bCanMissStores;
     bool m_bRunsDiffer;         ///< two runs of the session had other work-items at the same place
     bool m_bComplete;           ///< the last run was one of the kernel as it is

@@ -252,26 +252,29 @@ std::vector<CShaderDebuggerShaderIL::SFiling> CShaderDebuggerShaderIL::FindSourc
     return vSources;
 }
 
-/// The whole register, read at the present stop; at a jump also of those who take it.
-CShaderDebuggerShaderIL::SFiling CShaderDebuggerShaderIL::ReadingHere(const Register& reg) const
+/// All components; of private memory the whole slot.
+Register CShaderDebuggerShaderIL::WholeRegister(const Register& reg)
 {
     Register whole = CShaderDebuggerIL::GetResultRegister(reg);
     whole.mask = COMP_All;
+    whole.reg.index = reg.reg.index;
     if (reg.reg.type == RT_PrivateUAVAccess)
     {
-        whole.reg.index = reg.reg.index - reg.reg.index % s_nPrivateSlotSize;
+        whole.reg.index -= reg.reg.index % s_nPrivateSlotSize;
     }
-    else
-    {
-        whole.reg.index = reg.reg.index;
-    }
+    return whole;
+}
+
+/// The whole register, read at the present stop; at a jump also of those who take it.
+CShaderDebuggerShaderIL::SFiling CShaderDebuggerShaderIL::ReadingHere(const Register& reg) const
+{
     const SStop& present = m_Stops.back();
     std::set<InstructionNumber> leaving;
     if (IsJump(OpCodeAt(present.pc.m_nPos)))
     {
         leaving.insert(present.pc.m_nPos);
     }
-    return {present.pc, present.callStack, whole, leaving};
+    return {present.pc, present.callStack, WholeRegister(reg), leaving};
 }
 
 /// \param bOneWrite whether the newest filing is all that was undone, so that its mask tells who changed

@@ -25,24 +25,34 @@ bool CShaderDebuggerShaderIL::StepAsm()
     const bool bCopiesAtStop = m_CopiesAt && *m_CopiesAt == Here();
     MoveToNext();
 
-    if (IsFastStep())
+    const std::optional<uint64_t> nActive = IsFastStep() ? CountForFastStep() : std::nullopt;
+    if (!nActive || !(m_Ledger.GetActive() == SLaneCount{*nActive, false}))
     {
-        CShaderDebuggerBuffer* pExecMask = nullptr;
-        const bool bRead = GetDebuggerIL()->RetrieveExecMaskBuffer(pExecMask);
-        const std::unique_ptr<CShaderDebuggerBuffer> pOwner(pExecMask);
-        if (bRead && m_Ledger.GetActive() == SLaneCount{pExecMask->GetActiveItemCount(0), false})
-        {
-            m_ExecuteList.clear();
-            UpdateExecMaskHistory(m_nCurrentInstruction, pExecMask);
-            PushStop();
-            if (bCopiesAtStop && !MayWrite(m_nCurrentInstruction.m_nPos))
-            {
-                m_CopiesAt = Here();
-            }
-            return true;
-        }
+        return UpdateTargetInstruction(true);
     }
-    return UpdateTargetInstruction(true);
+    m_ExecuteList.clear();
+    NoteActiveCount(m_nCurrentInstruction, *nActive);
+    PushStop();
+    if (bCopiesAtStop && !MayWrite(m_nCurrentInstruction.m_nPos))
+    {
+        m_CopiesAt = Here();
+    }
+    return true;
+}
+
+/// How many work-items the last run's mask has. Nothing if it can't be read.
+std::optional<uint64_t> CShaderDebuggerShaderIL::CountForFastStep()
+{
+    if (GetDebuggerIL()->HasValuesOnDemand())
+    {
+        // It has been counted where it was read, and it is the mask that the stop shows.
+        return GetDebuggerIL()->BringExecMask(m_nCurrentInstruction) != nullptr ? std::optional(m_nLastActive)
+                                                                                : std::nullopt;
+    }
+    CShaderDebuggerBuffer* pExecMask = nullptr;
+    const bool bRead = GetDebuggerIL()->RetrieveExecMaskBuffer(pExecMask);
+    const std::unique_ptr<CShaderDebuggerBuffer> pOwner(pExecMask);
+    return bRead ? std::optional<uint64_t>(pExecMask->GetActiveItemCount(0)) : std::nullopt;
 }
 
 /// An instruction that leaves the mask and all wanted registers alone needs no run: the mask of the last run is its
@@ -75,6 +85,12 @@ bool CShaderDebuggerShaderIL::UpdateTargetInstruction(bool bClearExecuteList)
         m_ExecuteList.clear();
     }
     PatchPoint pp(m_nCurrentInstruction);
+    if (GetDebuggerIL()->HasValuesOnDemand())
+    {
+        pp.m_registers.push_back(g_Reg_NULL);
+        m_ExecuteList.push_back(pp);
+        return true;
+    }
     const Register dest = GetDestRegister(m_nCurrentInstruction);
     for (const Register& reg : RegistersPassedBy(m_nCurrentInstruction.m_nPos))
     {
@@ -101,6 +117,7 @@ void CShaderDebuggerShaderIL::UpdateExecMaskHistory(const ProgramCounter& pc, CS
 
 void CShaderDebuggerShaderIL::NoteActiveCount(const ProgramCounter& pc, uint64_t nActive)
 {
+    m_nLastActive = nActive;
     const auto noted = m_ExecMaskHistory[m_CallStack].insert({pc, nActive});
     m_bRunsDiffer = m_bRunsDiffer || noted.first->second != nActive;
     noted.first->second = nActive;

@@ -76,11 +76,12 @@ bool CShaderDebuggerIL::CreateOutputBuffers(BufferDesc desc)
     desc.m_nHeight *= std::max(desc.m_nDepth, 1u);
     desc.m_nDepth = 1;
     desc.m_nPitch = 0;
+    m_OutputDesc = desc;
+    m_OutputDesc.m_Format = ShaderUtils::BF_RGBA_32F;
+    m_OutputDesc.m_Usage = ShaderUtils::BU_Results;
     if (m_pSwitchedTargetBuffers[SD_Results] == nullptr)
     {
-        desc.m_Format = ShaderUtils::BF_RGBA_32F;
-        desc.m_Usage = ShaderUtils::BU_Results;
-        m_pSwitchedTargetBuffers[SD_Results].reset(GetHost()->CreateDeviceBuffer(desc));
+        m_pSwitchedTargetBuffers[SD_Results].reset(GetHost()->CreateDeviceBuffer(m_OutputDesc));
     }
     if (m_pSwitchedTargetBuffers[SD_ExecMask] == nullptr)
     {
@@ -151,25 +152,39 @@ bool CShaderDebuggerIL::CreateWorkingCopies()
 
 bool CShaderDebuggerIL::SwitchTargetBuffers()
 {
-    if (!SD_Assert(GetHost(), GetCurrentShader()) || !SD_Assert(GetHost(), m_pSwitchedTargetBuffers[SD_Results]) ||
-        !SD_Assert(GetHost(), m_pSwitchedTargetBuffers[SD_ExecMask]))
+    if (!SD_Assert(GetHost(), GetCurrentShader()) || !SD_Assert(GetHost(), m_pSwitchedTargetBuffers[SD_ExecMask]))
+    {
+        return false;
+    }
+    const bool bValues = GetCurrentShader()->StoresValues();
+    if (bValues && m_pSwitchedTargetBuffers[SD_Results] == nullptr)
+    {
+        m_pSwitchedTargetBuffers[SD_Results].reset(GetHost()->CreateDeviceBuffer(m_OutputDesc));
+    }
+    if (bValues && !SD_Assert(GetHost(), m_pSwitchedTargetBuffers[SD_Results]))
     {
         return false;
     }
     // Who comes to the stores writes both elements. Where that isn't everybody, what an earlier run wrote must not
     // pass for what this one did.
-    if (GetCurrentShader()->CanMissStores() &&
-        (!m_pSwitchedTargetBuffers[SD_Results]->Clear() || !m_pSwitchedTargetBuffers[SD_ExecMask]->Clear()))
+    if (GetCurrentShader()->CanMissStores() && ((bValues && !m_pSwitchedTargetBuffers[SD_Results]->Clear()) ||
+                                                !m_pSwitchedTargetBuffers[SD_ExecMask]->Clear()))
     {
         return false;
     }
-    return ReloadWorkingCopies() && BindArguments(*m_pSwitchedTargetBuffers[SD_Results]);
+    return ReloadWorkingCopies() && BindArguments(GetResultsArgument());
 }
 
 bool CShaderDebuggerIL::SwitchMemoryBuffers(CShaderDebuggerDeviceBuffer* pLocal)
 {
-    CShaderDebuggerDeviceBuffer* pResults = pLocal != nullptr ? pLocal : m_pSwitchedTargetBuffers[SD_Results].get();
-    return SD_Assert(GetHost(), pResults) && ReloadWorkingCopies() && BindArguments(*pResults);
+    return ReloadWorkingCopies() && BindArguments(pLocal != nullptr ? *pLocal : GetResultsArgument());
+}
+
+/// What stands for the results. Where there are none it is a buffer that the kernel doesn't store to in this place.
+CShaderDebuggerDeviceBuffer& CShaderDebuggerIL::GetResultsArgument() const
+{
+    const bool bResults = m_pSwitchedTargetBuffers[SD_Results] != nullptr;
+    return *m_pSwitchedTargetBuffers[bResults ? SD_Results : SD_ExecMask];
 }
 
 unsigned int CShaderDebuggerIL::GetLocalArgumentSize(size_t nArgument) const

@@ -4,6 +4,7 @@
 #include "core/ShaderDebuggerVariables.h"
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
+#include "il/ShaderDebuggerUtilsIL.h"
 
 #include <new>
 
@@ -70,9 +71,21 @@ CShaderDebuggerVariables* CShaderDebuggerIL::GetVariables(ThreadID& threadID)
 
 bool CShaderDebuggerIL::GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID)
 {
+    if (m_bValuesOnDemand)
+    {
+        // Their names are what is wanted: a value would cost a run.
+        float fNoValues[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+        const DataType types[4] = {ShaderUtils::DT_UInt32, ShaderUtils::DT_UInt32, ShaderUtils::DT_UInt32,
+                                   ShaderUtils::DT_UInt32};
+        for (const Register& reg : GetCurrentShader()->FindWritten())
+        {
+            pVariables->AddRegister(ShaderDebuggerUtilsIL::GetILRegisterName(GetResultRegister(reg), true),
+                                    RegisterMask(0), 4, fNoValues, types);
+        }
+    }
     for (const auto& entry : m_Results)
     {
-        if (entry.first == s_szNoDestination || !IsTracked(entry.first))
+        if (m_bValuesOnDemand || entry.first == s_szNoDestination || !IsTracked(entry.first))
         {
             continue;
         }
@@ -136,6 +149,10 @@ CShaderDebuggerBuffer* CShaderDebuggerIL::GetRegisterResultsBuffer(VariableID& v
     }
     else if (variableID.type == VID_ByName)
     {
+        if (m_bValuesOnDemand)
+        {
+            return BringValues(variableID.strName);
+        }
         // What isn't tracked may have been read once, and isn't kept up to date.
         pResult = IsTracked(variableID.strName) ? FindResult(m_Results, variableID.strName) : nullptr;
     }

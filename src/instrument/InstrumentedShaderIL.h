@@ -46,6 +46,14 @@ public:
     bool CreateMemoryShader(const ProgramCounter& target, const std::vector<SLocalBlock>& vBlocks,
                             std::vector<char>& vImage);
 
+    /// The same kernel, for what registers hold at the position, of work-items that aren't active there as well: of
+    /// each register of the list all four components of every work-item go to the results buffer, at its linear index,
+    /// one register after the other. \param nPlane  bytes that one of them takes \return false, with the reason logged
+    bool CreateValueShader(const ProgramCounter& target, const std::vector<Register>& vRegisters, unsigned int nPlane,
+                           std::vector<char>& vImage);
+    /// Whether a register can be read so: memory isn't one, and outputs can't be read.
+    static bool IsCaptured(const Register& reg);
+
     /// The rewrite of the tokens alone, as PatchIL.
     bool PatchMemoryIL(CInputTokenStream<unsigned int>& src, COutputTokenStream<unsigned int>& dest,
                        const ProgramCounter& target, const std::vector<SLocalBlock>& vBlocks);
@@ -121,6 +129,8 @@ protected:
     /// Jumps of the target's function in front of which the capture is made as well, of those who take them. Written
     /// by the engine for a run.
     std::set<InstructionNumber> m_Leaving;
+    /// The next patched kernel stores the mask alone. Written by the engine.
+    bool m_bMaskOnly = false;
 
 private:
     /// The UAV through which the older devices reach memory of all widths. The preamble declares it.
@@ -169,6 +179,10 @@ private:
     void CopyRestOfLoops(SPass& pass, unsigned int nInner);
     void CloseOpenBlocks(CDest& dest);
     void WriteMemoryEnd(SPass& pass);
+    bool PatchMemory(CSource& src, CDest& dest, const ProgramCounter& target, SMemoryPatch& memory);
+    bool CreateMemoryImage(const ProgramCounter& target, SMemoryPatch& memory, std::vector<char>& vImage);
+    void WriteWhatIsAskedFor(SPass& pass);
+    void WriteValues(SPass& pass);
     void WriteLocalMemory(SPass& pass);
     void WriteLocalBlock(SPass& pass, const SLocalBlock& block);
     void WriteToResults(CDest& dest, RegisterMask mask, const Register& offset);

@@ -97,10 +97,27 @@ const SLocalPiece& PieceOf(unsigned int nSize)
 bool CInstrumentedShaderIL::CreateMemoryShader(const ProgramCounter& target, const std::vector<SLocalBlock>& vBlocks,
                                                std::vector<char>& vImage)
 {
+    SMemoryPatch memory{vBlocks};
+    return CreateMemoryImage(target, memory, vImage);
+}
+
+bool CInstrumentedShaderIL::CreateValueShader(const ProgramCounter& target, const std::vector<Register>& vRegisters,
+                                              unsigned int nPlane, std::vector<char>& vImage)
+{
+    const std::vector<SLocalBlock> vNone;
+    SMemoryPatch memory{vNone};
+    memory.pRegisters = &vRegisters;
+    memory.nPlane = nPlane;
+    return CreateMemoryImage(target, memory, vImage);
+}
+
+bool CInstrumentedShaderIL::CreateMemoryImage(const ProgramCounter& target, SMemoryPatch& memory,
+                                              std::vector<char>& vImage)
+{
     CSource src(m_pDebugger, m_vTokens.data(), m_vTokens.size());
     CDest dest(m_pDebugger, m_vTokens.size());
 
-    if (!IsShaderDebuggable(GetMode()) || !PatchMemoryIL(src, dest, target, vBlocks) || dest.HasLostTokens())
+    if (!IsShaderDebuggable(GetMode()) || !PatchMemory(src, dest, target, memory) || dest.HasLostTokens())
     {
         SD_Log(GetHost(), logERROR, "Failed to patch IL");
         return false;
@@ -113,12 +130,16 @@ bool CInstrumentedShaderIL::CreateMemoryShader(const ProgramCounter& target, con
 bool CInstrumentedShaderIL::PatchMemoryIL(CSource& src, CDest& dest, const ProgramCounter& target,
                                           const std::vector<SLocalBlock>& vBlocks)
 {
+    SMemoryPatch memory{vBlocks};
+    return PatchMemory(src, dest, target, memory);
+}
+
+bool CInstrumentedShaderIL::PatchMemory(CSource& src, CDest& dest, const ProgramCounter& target, SMemoryPatch& memory)
+{
     if (target == g_PC_NULL || !IsStopPosition(target))
     {
         return false;
     }
-
-    SMemoryPatch memory{vBlocks};
 
     if (!m_CallStack.empty() && IsInMain(m_CallStack.back().m_nPos) && !IsRepeatedCall(m_CallStack.back().m_nPos))
     {
@@ -290,7 +311,7 @@ void CInstrumentedShaderIL::CopyRestOfLoops(SPass& pass, unsigned int nInner)
 
         if (bInMain && IsReturn(op))
         {
-            WriteLocalMemory(pass);
+            WriteWhatIsAskedFor(pass);
         }
 
         pass.dest.WriteTokens(item.pTokens, item.nLength);
@@ -331,8 +352,47 @@ void CInstrumentedShaderIL::WriteMemoryEnd(SPass& pass)
         WriteInstruction(pass.dest, IL_OP_FENCE, s_nFenceThreadsAndLocal);
     }
 
-    WriteLocalMemory(pass);
+    WriteWhatIsAskedFor(pass);
     WriteInstruction(pass.dest, IL_OP_RET_DYN);
+}
+
+/// What the work-items that end here leave besides memory.
+void CInstrumentedShaderIL::WriteWhatIsAskedFor(SPass& pass)
+{
+    pass.pMemory->pRegisters != nullptr ? WriteValues(pass) : WriteLocalMemory(pass);
+}
+
+/// The registers hold what they held at the position: who has come to the main body's end, or to a return from it, has
+/// executed nothing since, or never came to the position. In the coordinate temp, w is the offset in the buffer.
+void CInstrumentedShaderIL::WriteValues(SPass& pass)
+{
+    CDest& dest = pass.dest;
+    const size_t nUsed = m_CopyLiterals.size();
+
+    if (!SD_AssertText(GetHost(), nUsed < m_qUnusedLiteralRegs.size(), "!qUnusedLiteralRegs.empty()"))
+    {
+        return;
+    }
+
+    const Register offset(RT_Temp, GetGIDTempRegister(), COMP_w);
+    WriteElementIndex(dest);
+
+    for (unsigned int n = 0; n < 2; ++n)
+    {
+        WriteInstruction(dest, IL_OP_I_SHL);
+        WriteDestReg(dest, offset);
+        WriteSourceReg(dest, offset);
+        WriteSourceReg(dest, Register(RT_LITERAL, GetLiteralRegister2(), COMP_x));
+    }
+
+    for (const Register& reg : *pass.pMemory->pRegisters)
+    {
+        auto itLiteral = m_qUnusedLiteralRegs.cbegin() + static_cast<ptrdiff_t>(nUsed);
+        WriteCaptureOf(dest, reg, itLiteral);
+        WriteToResults(dest, COMP_All, offset);
+        WriteLiteralDeclaration(dest, m_qUnusedLiteralRegs[nUsed], pass.pMemory->nPlane);
+        IAddDestSrcSrc(dest, offset, offset, Register(RT_LITERAL, m_qUnusedLiteralRegs[nUsed], COMP_x));
+    }
 }
 
 /// In the group that the selector names: a 1 into the first element of the results buffer, and all blocks of local

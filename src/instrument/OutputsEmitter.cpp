@@ -31,13 +31,12 @@ Register Constant(unsigned int nBuffer, unsigned int nElement, RegisterMask mask
     return Register(RT_CONST_BUFF, nBuffer, mask, nElement);
 }
 
-/// Whether the capture can read a register: memory isn't one, and outputs can't be read.
-bool IsCaptured(const Register& reg)
+} // namespace
+
+bool CInstrumentedShaderIL::IsCaptured(const Register& reg)
 {
     return reg != g_Reg_NULL && reg.reg.type != RT_GENERIC_MEM && reg.reg.type != RT_Output;
 }
-
-} // namespace
 
 void CInstrumentedShaderIL::WriteSelectorSwitch(CDest& dest)
 {
@@ -229,11 +228,15 @@ void CInstrumentedShaderIL::WriteOutputs(CDest& dest, InstructionNumber nCurrent
     WriteThreadGroupSize(dest, FunctionOf(nCurrentInstruction));
     WriteElementIndex(dest);
     WriteElementAddress(dest, GetExecMaskAddressTempRegister(), GetExecMaskConstantBufferIndex());
-    WriteElementAddress(dest, GetOutputAddressTempRegister(), GetOutputConstantBufferIndex());
-
     const RegisterMask addressMask = m_b64BitAddressSpace ? COMP_xy : COMP_x;
-    UavRawStore(dest, GetResultsUAVNum(), Register(RT_GENERIC_MEM, 0, COMP_All),
-                Temp(GetOutputAddressTempRegister(), addressMask), Temp(GetOutputTempRegister()), IL_UAV_SC_DECIDE);
+
+    if (!m_bMaskOnly)
+    {
+        WriteElementAddress(dest, GetOutputAddressTempRegister(), GetOutputConstantBufferIndex());
+        UavRawStore(dest, GetResultsUAVNum(), Register(RT_GENERIC_MEM, 0, COMP_All),
+                    Temp(GetOutputAddressTempRegister(), addressMask), Temp(GetOutputTempRegister()), IL_UAV_SC_DECIDE);
+    }
+
     UavRawStore(dest, GetExecMaskUAVNum(), Register(RT_GENERIC_MEM, 0, COMP_x),
                 Temp(GetExecMaskAddressTempRegister(), addressMask), Temp(GetExecMaskTempRegister(), COMP_x),
                 IL_UAV_SC_DECIDE);

@@ -10,8 +10,10 @@ namespace OVK_ShaderDebugger
 struct CInstrumentedShaderIL::SMemoryPatch
 {
     const std::vector<SLocalBlock>& vBlocks;
-    InstructionNumber nMainCut = g_Inst_NULL; ///< the call with which the main body ends
-    bool bReturned = false;                   ///< work-items may have left the main body already
+    InstructionNumber nMainCut = g_Inst_NULL;          ///< the call with which the main body ends
+    bool bReturned = false;                            ///< work-items may have left the main body already
+    const std::vector<Register>* pRegisters = nullptr; ///< whose values are stored in place of local memory; or null
+    unsigned int nPlane = 0;                           ///< bytes that the values of one of them take
 };
 
 /// One pass over the tokens of the kernel, or over those of one function of it. Internal to this folder.

@@ -276,7 +276,7 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
     if (pass.pMemory != nullptr && IsInMain(nCurrentInstruction) &&
         (IsReturnLike(instruction.GetOpCode()) || IsConditionalReturn(instruction.GetOpCode())))
     {
-        WriteLocalMemory(pass);
+        WriteWhatIsAskedFor(pass);
     }
 
     const bool bLeaving = pass.cut.IsTarget() && m_Leaving.count(nCurrentInstruction) != 0;

@@ -87,6 +87,56 @@ TEST(Costs, WithTrackingOnlyTrackedRegistersAndFlowControlCost)
     EXPECT_THAT(StepCosts(file, {"r3"}), ElementsAre(2, 0, 0, 0, 1, 0, 1, 0, 1, 1, 1, 1));
 }
 
+/// After a loop, in which ten registers were written: two runs for the position and its mask, and one more for all.
+TEST(Costs, ValuesOnDemandAreOneRunForManyAndNoneForNone)
+{
+    std::string strBody = "mov r4.x, l0.z\nwhileloop\nige r5.x, r4.x, l0.x\nbreak_logicalnz r5.x\n";
+    for (int n = 10; n < 20; ++n)
+    {
+        strBody += "iadd r" + std::to_string(n) + ".x, r4.x, r0.x\n";
+    }
+    const SLaunchFile file = MakeSmallKernel(strBody + "iadd r4.x, r4.x, l0.y\nendloop\n"
+                                                       "mov x1[r0.x].x, r0.x\niadd r3.x, r0.x, l0.y\nmov r3.y, r0.x\n",
+                                             "dcl_indexed_temp_array x1[8]\n");
+    CLaunch launch(GetLibraries(), file);
+    std::vector<uint64_t> vCosts;
+    CScriptedClient client(
+        [&](CSession& session)
+        {
+            session.ReadValuesOnDemand();
+            const CListing& listing = session.GetListing();
+            unsigned int nLine = 0;
+            while (listing.GetLine(nLine).find("iadd r3.x") != 0)
+            {
+                ++nLine;
+            }
+            session.SetBreakpoints({nLine});
+            TakeRuns();
+            return OVKCLDEBUG_COMMAND_CONTINUE;
+        },
+        [&](CSession& session)
+        {
+            vCosts.push_back(TakeRuns());
+            const SRegisterView view = session.GetRegister("r10");
+            EXPECT_EQ(session.GetActiveRegisters().size(), 3u + 2u + 10u + 8u + vCosts.size() / 2)
+                << "r0 to r2, r4, r5, those of the loop, the array, then r3";
+            for (int n = 11; n < 20; ++n)
+            {
+                EXPECT_NE(session.GetRegister("r" + std::to_string(n)).pWords, nullptr);
+            }
+            EXPECT_EQ(session.GetRegister("r30").pWords, nullptr);
+            for (unsigned int i = 0; i < view.nItems; ++i)
+            {
+                EXPECT_EQ(view[i][0], i + 1) << "the values stay until the next movement";
+                EXPECT_EQ(session.GetRegister("x1[5]")[i][0], i == 5 ? 5u : 0u);
+            }
+            vCosts.push_back(TakeRuns());
+            return vCosts.size() < 4 ? OVKCLDEBUG_COMMAND_STEP : OVKCLDEBUG_COMMAND_CONTINUE;
+        });
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    EXPECT_THAT(vCosts, ElementsAre(2, 1, 0, 1));
+}
+
 TEST(Costs, ADynamicallyIndexedWriteIsOneRunAnElement)
 {
     const SLaunchFile file = MakeSmallKernel("mov x1[3].x, r0.x\n"

@@ -106,6 +106,10 @@ ovkclDebugCommand CReferenceChecker::OnStarted(CSession& session)
             Report("no breakpoint on line " + std::to_string(nLine));
         }
     }
+    if (m_Plan.bOnDemand)
+    {
+        session.ReadValuesOnDemand();
+    }
     if (!m_Plan.vTracked.empty() && Track(session, m_Plan.vTracked) != OVKCLDEBUG_SUCCESS)
     {
         Report("registers can't be tracked");

@@ -33,6 +33,7 @@ public:
         std::vector<SStop> vStops;         ///< of a stepping session; for one with breakpoints
         std::set<unsigned int> setLines;   ///< with a breakpoint; none: single steps
         std::vector<std::string> vTracked; ///< registers kept up to date, r2 among them; all if empty
+        bool bOnDemand = false;            ///< registers are read when they are compared
         bool bMemory = true;               ///< memory is compared, too
     };
 

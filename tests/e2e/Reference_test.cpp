@@ -20,6 +20,7 @@ namespace
 
 const SSeeds s_PlainSeeds = {60, 30, 5};
 const SSeeds s_StopSeeds = {37, 8, 3};
+const SSeeds s_OnDemandSeeds = {15, 4, 2};
 
 struct SFamily
 {
@@ -115,7 +116,7 @@ struct STotals
 };
 
 /// Steps a kernel, steps it to and fro, and runs it between breakpoints. \return findings
-std::vector<std::string> CheckStops(const SLaunchFile& file, uint32_t nSeed, STotals* pTotals)
+std::vector<std::string> CheckStops(const SLaunchFile& file, uint32_t nSeed, STotals* pTotals, bool bOnDemand = false)
 {
     const SPlainRun plain = RunPlainly(file);
     if (!plain.vFindings.empty())
@@ -127,7 +128,8 @@ std::vector<std::string> CheckStops(const SLaunchFile& file, uint32_t nSeed, STo
     plan.b64Bit = file.strDevice == "Quench";
     plan.bMemory = FromEnvironment("KESTREL_MEMORY", 1) != 0;
     plan.nBackPercent = FromEnvironment("KESTREL_BACK", 1) != 0 && nSeed % 2 == 0 ? 8 : 0;
-    if (nSeed % 5 == 3)
+    plan.bOnDemand = bOnDemand;
+    if (nSeed % 5 == 3 && !bOnDemand)
     {
         plan.vTracked = {"r2", "r10", "r11"};
     }
@@ -188,16 +190,16 @@ std::string GetKind(const std::string& strFinding)
 }
 
 /// What is wrong with the smallest kernel that can be made of one that fails, and the kernel.
-std::string MakeSmall(const SLaunchFile& file, uint32_t nSeed)
+template <typename CheckKernel>
+std::string MakeSmall(const SLaunchFile& file, uint32_t nSeed, CheckKernel checkKernel)
 {
-    const std::string strKind = GetKind(CheckStops(file, nSeed, nullptr)[0]);
+    const std::string strKind = GetKind(checkKernel(file, nSeed)[0]);
     const SLaunchFile small = Shrink(file,
                                      [&](const SLaunchFile& candidate)
                                      {
                                          try
                                          {
-                                             const std::vector<std::string> vFindings =
-                                                 CheckStops(candidate, nSeed, nullptr);
+                                             const std::vector<std::string> vFindings = checkKernel(candidate, nSeed);
                                              return !vFindings.empty() && GetKind(vFindings[0]) == strKind;
                                          }
                                          catch (const std::exception&)
@@ -205,7 +207,7 @@ std::string MakeSmall(const SLaunchFile& file, uint32_t nSeed)
                                              return false; // no kernel any more
                                          }
                                      });
-    return Join(CheckStops(small, nSeed, nullptr)) + small.strSource;
+    return Join(checkKernel(small, nSeed)) + small.strSource;
 }
 
 template <typename CheckKernel>
@@ -227,7 +229,7 @@ void CheckSeeds(const SFamily& family, const SSeeds& seeds, CheckKernel checkKer
                           << ReplayCommand();
             if (nSeeds == 1)
             {
-                std::cout << kernel.launch.strSource << "made small:\n" << MakeSmall(kernel.launch, nSeed);
+                std::cout << kernel.launch.strSource << "made small:\n" << MakeSmall(kernel.launch, nSeed, checkKernel);
             }
         }
     }
@@ -249,6 +251,14 @@ TEST_P(Reference, EveryStopAgrees)
     STotals totals;
     CheckSeeds(GetParam(), s_StopSeeds,
                [&](const SLaunchFile& file, uint32_t nSeed) { return CheckStops(file, nSeed, &totals); });
+    std::cout << totals.nHalts << " stops by steps, " << totals.nRunHalts << " by runs\n";
+}
+
+TEST_P(Reference, EveryStopAgreesWithValuesOnDemand)
+{
+    STotals totals;
+    CheckSeeds(GetParam(), s_OnDemandSeeds,
+               [&](const SLaunchFile& file, uint32_t nSeed) { return CheckStops(file, nSeed, &totals, true); });
     std::cout << totals.nHalts << " stops by steps, " << totals.nRunHalts << " by runs\n";
 }
 

@@ -186,6 +186,12 @@ void CSession::SetTrackedRegisters(const std::vector<std::string>& vNames)
           "ovkclDebugSetTrackingRegisters");
 }
 
+void CSession::ReadValuesOnDemand()
+{
+    const ovkclDebugRegisterLocator onDemand = OVKCLDEBUG_EXT_VALUES_ON_DEMAND;
+    Check(m_Lib.ovkclDebugSetTrackingRegisters(m_Context, &onDemand, 1), "ovkclDebugSetTrackingRegisters");
+}
+
 void CSession::NoteStop()
 {
     if (m_nUpcomingLine == CListing::NoLine)

@@ -71,6 +71,8 @@ public:
     std::vector<unsigned int> SetBreakpoints(const std::set<unsigned int>& lines);
     /// At the start: keeps only these registers up to date; an empty list means all.
     void SetTrackedRegisters(const std::vector<std::string>& vNames);
+    /// At the start: reads registers when they are looked at, and none before.
+    void ReadValuesOnDemand();
 
     ovkclDebugContext GetContext() const { return m_Context; }
 
