@@ -24,6 +24,21 @@ bool NamesConstant(const llvm::Constant& constant)
                         [](const llvm::Use& use) { return NamesConstant(*llvm::cast<llvm::Constant>(use.get())); });
 }
 
+/// Whether such an address stands in a constant: alone, or in one of its elements.
+bool HoldsNames(const llvm::Constant& constant)
+{
+    return NamesConstant(constant) || (llvm::isa<llvm::ConstantAggregate>(constant) &&
+                                       llvm::any_of(constant.operands(), [](const llvm::Use& use)
+                                                    { return HoldsNames(*llvm::cast<llvm::Constant>(use.get())); }));
+}
+
+/// Whether pointers to the program's constants can be read out of what a pointer leads into.
+bool LeadsToNames(const llvm::Value* pBase)
+{
+    const auto* const pVariable = llvm::dyn_cast<llvm::GlobalVariable>(pBase);
+    return pVariable != nullptr && pVariable->hasInitializer() && HoldsNames(*pVariable->getInitializer());
+}
+
 /// Whether it could tell what number an address of local memory is.
 bool ComparesLocal(const llvm::User& user)
 {
@@ -130,9 +145,13 @@ bool CSelector::FindPrivate(const Value* pVariable, uint32_t& nOffset) const
 }
 
 /// A pointer to one of the program's constants that goes into a variable or comes out of a choice may be met later
-/// where it isn't known any more.
+/// where it isn't known any more. So may one that a constant of the program holds.
 void CSelector::NoteConstants(const Instruction& instruction)
 {
+    m_bInlineConstants =
+        m_bInlineConstants ||
+        llvm::any_of(instruction.operands(), [this](const Value* pOperand)
+                     { return pOperand->getType()->isPointerTy() && LeadsToNames(FindBase(pOperand)); });
     const bool bKnown = llvm::isa<llvm::LoadInst>(instruction) || llvm::isa<llvm::GetElementPtrInst>(instruction) ||
                         llvm::isa<llvm::MemIntrinsic>(instruction);
     if (bKnown)

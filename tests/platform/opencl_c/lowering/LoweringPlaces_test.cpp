@@ -71,6 +71,19 @@ __kernel void k(__global int* show, int w, int fromBuffer, __global packed_t* bu
 }
 )";
 
+const char* const s_pszNamesSource = R"(
+typedef struct { int id; __constant char* name; } entry_t;
+__constant char* __constant names[] = {"one", "three"};
+__constant entry_t entries[] = {{1, "a"}, {2, "bcd"}};
+__constant int numbers[] = {7, 8, 9};
+__constant int* __constant last = numbers + 2;
+__constant int* __constant* __constant further = &last;
+int length(__constant char* s) { int n = 0; while (*s++) { ++n; } return n; }
+__kernel void array(__global int* out, int n) { out[0] = length(names[n]); }
+__kernel void structs(__global int* out, int n) { entry_t e = entries[n]; out[0] = length(e.name) + e.id; }
+__kernel void twice(__global int* out, int n) { out[0] = (*further)[-n]; }
+)";
+
 std::array<int, 8> Shown(const SPacked& packed)
 {
     return {packed.c,
@@ -160,5 +173,25 @@ TEST(LoweringPlaces, NullIsNoPlaceInLocalMemory)
             EXPECT_EQ(device.Read<int>(out), (std::vector<int>{0, 0, 0, 1, 2}));
             program.Run("number", {{1}, {}, {}}, out, 1);
             EXPECT_EQ(device.Read<int>(out), (std::vector<int>{0, 0, 0, 1, 2}));
+        });
+}
+
+TEST(LoweringPlaces, ConstantsHoldPointersToConstants)
+{
+    EachWay(
+        [](COpenCLDevice& device, const std::string& strOptions)
+        {
+            COpenCLProgram program(device, s_pszNamesSource, strOptions);
+            const CDeviceBuffer out = device.Buffer(std::vector<int>(1));
+            const std::pair<const char*, std::array<int, 2>> kernels[] = {
+                {"array", {3, 5}}, {"structs", {2, 5}}, {"twice", {9, 8}}};
+            for (const auto& [pszKernel, results] : kernels)
+            {
+                for (const int n : {0, 1})
+                {
+                    program.Run(pszKernel, {{1}, {}, {}}, out, n);
+                    EXPECT_EQ(device.Read<int>(out)[0], results[n]) << pszKernel << " " << n;
+                }
+            }
         });
 }
