@@ -67,6 +67,25 @@ struct SShowDivisionsPass : llvm::PassInfoMixin<SShowDivisionsPass>
     }
 };
 
+/// What LLVM does to each loop updates what is known of the whole function, so that many loops take the square of their
+/// number in time. A function with more of them than anybody writes is left as it is.
+class CFewLoopsPass : public llvm::PassInfoMixin<CFewLoopsPass>
+{
+public:
+    explicit CFewLoopsPass(llvm::FunctionPassManager passes) : m_Passes(std::move(passes)) {}
+
+    llvm::PreservedAnalyses run(llvm::Function& function, llvm::FunctionAnalysisManager& analyses)
+    {
+        const size_t nMaxLoops = 200;
+        const llvm::LoopInfo& loops = analyses.getResult<llvm::LoopAnalysis>(function);
+        return loops.getLoopsInPreorder().size() <= nMaxLoops ? m_Passes.run(function, analyses)
+                                                              : llvm::PreservedAnalyses::all();
+    }
+
+private:
+    llvm::FunctionPassManager m_Passes;
+};
+
 llvm::FunctionPassManager SimplifyPasses()
 {
     llvm::FunctionPassManager passes;
@@ -91,16 +110,18 @@ llvm::FunctionPassManager OptimizePasses()
     llvm::LoopPassManager first;
     first.addPass(llvm::LoopRotatePass());
     first.addPass(llvm::LICMPass(llvm::LICMOptions()));
-    passes.addPass(llvm::createFunctionToLoopPassAdaptor(std::move(first), true, true));
-    passes.addPass(llvm::SimplifyCFGPass());
-    passes.addPass(llvm::InstCombinePass());
+    llvm::FunctionPassManager onLoops;
+    onLoops.addPass(llvm::createFunctionToLoopPassAdaptor(std::move(first), true, true));
+    onLoops.addPass(llvm::SimplifyCFGPass());
+    onLoops.addPass(llvm::InstCombinePass());
 
     // Counters keep their width: one of 64 bits takes two registers and twice the steps.
     llvm::LoopPassManager second;
     second.addPass(llvm::IndVarSimplifyPass(false));
     second.addPass(llvm::LoopDeletionPass());
     second.addPass(llvm::LoopFullUnrollPass());
-    passes.addPass(llvm::createFunctionToLoopPassAdaptor(std::move(second)));
+    onLoops.addPass(llvm::createFunctionToLoopPassAdaptor(std::move(second)));
+    passes.addPass(CFewLoopsPass(std::move(onLoops)));
 
     // Arrays whose loops are gone are variables now.
     passes.addPass(llvm::SROAPass());

@@ -527,3 +527,29 @@ TEST(LoweringPrograms, WhatPassesALimitSaysWhichKernelAndHowMuch)
     COpenCLProgram program(device, "__kernel void all(__global int* p) { __local int x[8192]; x[get_local_id(0)] = 1; "
                                    "barrier(CLK_LOCAL_MEM_FENCE); p[0] = x[5]; }");
 }
+
+/// More loops than the compiler still rearranges.
+TEST(LoweringPrograms, AFunctionMayHaveAnyNumberOfLoops)
+{
+    const uint nLoops = 250;
+    std::string strSource = "kernel void k(global uint* out, uint n) { uint x = out[0];\n";
+    uint x = 3;
+    for (uint nLoop = 0; nLoop < nLoops; ++nLoop)
+    {
+        const std::string strLoop = std::to_string(nLoop);
+        strSource += "for (uint j = 0; j < n + " + std::to_string(nLoop % 3) + "; ++j) { if (x & 4) x += j * " +
+                     strLoop + "; else x ^= " + strLoop + "; }\n";
+        for (uint j = 0; j < 5 + nLoop % 3; ++j)
+        {
+            x = (x & 4) != 0 ? x + j * nLoop : x ^ nLoop;
+        }
+    }
+    EachWay(
+        [&](COpenCLDevice& device, const std::string& strOptions)
+        {
+            COpenCLProgram program(device, strSource + "out[0] = x; }", strOptions);
+            const CDeviceBuffer out = device.Buffer(std::vector<uint>{3});
+            program.Run("k", {{1}, {}, {}}, out, 5u);
+            EXPECT_EQ(device.Read<uint>(out)[0], x);
+        });
+}
