@@ -484,6 +484,11 @@ private:
         {
             Fail("a register, a number or \"(\"");
         }
+        const std::string strWord = m_strText.substr(nStart, m_nPos - nStart);
+        if (!IsSpelledAsRegister(strWord) && strWord[0] != 'v') // as ids begin
+        {
+            throw CCommandError("there is no " + strWord + " here, be it a variable, an argument or a register");
+        }
         if (Peek() == '[')
         {
             ++m_nPos;
