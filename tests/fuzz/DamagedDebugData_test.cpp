@@ -6,6 +6,7 @@
 #include "platform/compiler/ElfReader.h"
 #include "platform/compiler/ModuleBuilder.h"
 #include "platform/compiler/SourceLines.h"
+#include "tools/source/DebugInfo.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <gtest/gtest.h>
@@ -75,7 +76,16 @@ TEST(DamagedDebugData, IsReadToItsEndOrLeft)
         KestrelFuzz::SetInputName(strWhat);
         EXPECT_LE(KestrelTool::ReadSourcePlaces(vImage, nLines).size(), nLines);
         EXPECT_LE(ReadByPlatform(vImage, nLines).size(), nLines);
+        KestrelTool::CDebugInfo info(vImage);
+        for (unsigned int nLine = 0; nLine < nLines; nLine += 20)
+        {
+            info.FindVariables(nLine);
+        }
+        info.FindByName("s");
     };
+    const std::vector<KestrelTool::SSourceVariable> vNamed = KestrelTool::CDebugInfo(seed.vImage).FindByName("s");
+    ASSERT_EQ(vNamed.size(), 1u);
+    EXPECT_EQ(vNamed[0].pType->nSize, 16u);
     const size_t nImages = DamagedSeeds::Damage(seed, ReadStride("KESTREL_FLIP_STRIDE", 3), Read);
     EXPECT_GT(nImages, 1000u);
     RecordProperty("images", static_cast<int>(nImages));

@@ -54,8 +54,12 @@ template <class Visit>
 void ForEachChild(Dwarf_Die& die, const Visit& visit)
 {
     Dwarf_Die child;
-    for (int nResult = dwarf_child(&die, &child); nResult == 0; nResult = dwarf_siblingof(&child, &child))
+    Dwarf_Off nLast = dwarf_dieoffset(&die);
+    // Damaged data may lead back.
+    for (int nResult = dwarf_child(&die, &child); nResult == 0 && dwarf_dieoffset(&child) > nLast;
+         nResult = dwarf_siblingof(&child, &child))
     {
+        nLast = dwarf_dieoffset(&child);
         visit(child);
     }
 }

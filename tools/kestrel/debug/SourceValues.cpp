@@ -89,8 +89,14 @@ std::optional<size_t> FindComponent(const std::string& strName)
     return bNumbered ? std::optional<size_t>(std::stoul(strName.substr(1), nullptr, 16)) : std::nullopt;
 }
 
+/// \throws CCommandError for more than can be shown
 SSourceValue Unread(const SSourceType& type)
 {
+    const size_t nMaxBytes = 1 << 20;
+    if (type.nSize > nMaxBytes)
+    {
+        throw CCommandError(type.strName + " is larger than what can be shown");
+    }
     return {&type, std::vector<unsigned char>(type.nSize), std::vector<bool>(type.nSize), 0};
 }
 
@@ -334,11 +340,6 @@ void CSourceValues::ReadPiece(const SValuePiece& piece, size_t nItem, SSourceVal
 
 SSourceValue CSourceValues::Read(const SSourceVariable& variable, size_t nItem)
 {
-    const size_t nMaxBytes = 1 << 20;
-    if (variable.pType->nSize > nMaxBytes)
-    {
-        throw CCommandError(variable.strName + " is larger than what can be shown");
-    }
     SSourceValue value = Unread(*variable.pType);
     size_t nOffset = 0;
     for (const SValuePiece& piece : variable.vPieces)
@@ -366,8 +367,8 @@ SSourceValue CSourceValues::Follow(const SSourceValue& pointer, int64_t nIndex)
     }
     const SSourceType& type = *pointer.pType->pElement;
     const uint64_t nAddress = BitsOf(pointer) + static_cast<uint64_t>(nIndex) * type.nSize;
-    const std::vector<unsigned char> vBytes = m_Debugger.ReadGlobal(nAddress, type.nSize);
-    if (type.nSize == 0 || vBytes.size() < type.nSize)
+    const std::vector<unsigned char> vBytes = m_Debugger.ReadGlobal(nAddress, Unread(type).vBytes.size());
+    if (vBytes.size() < type.nSize || vBytes.empty())
     {
         throw CCommandError("there is no " + type.strName + " at " + m_Debugger.NameAddress(nAddress));
     }
@@ -428,6 +429,10 @@ std::string CSourceValues::Format(const SSourceValue& value, EFormat eFormat)
 {
     const SSourceType& type = *value.pType;
     std::string strText;
+    if (type.nSize == 0)
+    {
+        return "<optimized out>";
+    }
     switch (type.eKind)
     {
     case SSourceType::Vector:
@@ -452,7 +457,7 @@ std::string CSourceValues::Format(const SSourceValue& value, EFormat eFormat)
     default:
         break;
     }
-    if (!value.IsKnown() || type.nSize == 0)
+    if (!value.IsKnown())
     {
         return "<optimized out>";
     }
