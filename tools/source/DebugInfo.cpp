@@ -146,6 +146,51 @@ public:
         return vVariables;
     }
 
+    size_t CountFrames(unsigned int nLine, unsigned int nSourceLine)
+    {
+        const auto [itKnown, bNew] = m_mapFrames.insert({nLine, 0});
+        if (bNew)
+        {
+            itKnown->second = ReadFrames(nLine, nSourceLine);
+        }
+        return itKnown->second;
+    }
+
+    size_t ReadFrames(unsigned int nLine, unsigned int nSourceLine)
+    {
+        size_t nFrames = 0;
+        Dwarf_CU* pUnit = nullptr;
+        Dwarf_Die unit;
+        while (m_pDwarf && nFrames == 0 &&
+               dwarf_get_units(m_pDwarf.get(), pUnit, &pUnit, nullptr, nullptr, &unit, nullptr) == 0)
+        {
+            Dwarf_Die* pScopes = nullptr;
+            int nScopes = dwarf_getscopes(&unit, nLine, &pScopes);
+            if (nScopes > 0) // from an inlined function these go on where it is written, not where it is called
+            {
+                Dwarf_Die innermost = pScopes[0];
+                std::free(pScopes);
+                pScopes = nullptr;
+                nScopes = dwarf_getscopes_die(&innermost, &pScopes);
+            }
+            for (int n = 0; n < nScopes; ++n)
+            {
+                const int nTag = dwarf_tag(&pScopes[n]);
+                Dwarf_Attribute attribute;
+                Dwarf_Word nCallLine = 0;
+                if (nFrames == 0 && nTag == DW_TAG_inlined_subroutine &&
+                    dwarf_formudata(dwarf_attr(&pScopes[n], DW_AT_call_line, &attribute), &nCallLine) == 0 &&
+                    nCallLine == nSourceLine)
+                {
+                    continue;
+                }
+                nFrames += nTag == DW_TAG_inlined_subroutine || nTag == DW_TAG_subprogram ? 1 : 0;
+            }
+            std::free(pScopes);
+        }
+        return nFrames;
+    }
+
     std::vector<SSourceVariable> FindByName(const std::string& strName)
     {
         std::vector<SSourceVariable> vVariables;
@@ -398,6 +443,7 @@ private:
     std::unique_ptr<Elf, int (*)(Elf*)> m_pElf;
     std::unique_ptr<Dwarf, int (*)(Dwarf*)> m_pDwarf;
     std::map<Dwarf_Off, std::unique_ptr<SSourceType>> m_mapTypes;
+    std::map<unsigned int, size_t> m_mapFrames;               ///< functions that a line is in
     std::vector<SAlias> m_vAliases;                           ///< met since the last variable
     std::vector<std::unique_ptr<SSourceType>> m_vInnerArrays; ///< of arrays with several dimensions
 };
@@ -405,6 +451,11 @@ private:
 CDebugInfo::CDebugInfo(std::vector<char> vBinary) : m_pReader(std::make_unique<CReader>(std::move(vBinary))) {}
 
 CDebugInfo::~CDebugInfo() = default;
+
+size_t CDebugInfo::CountFrames(unsigned int nLine, unsigned int nSourceLine)
+{
+    return m_pReader->CountFrames(nLine, nSourceLine);
+}
 
 std::vector<SSourceVariable> CDebugInfo::FindByName(const std::string& strName)
 {

@@ -81,6 +81,9 @@ public:
 
     /// Inner scopes first. A name that an inner scope hides comes after the one that hides it.
     std::vector<SSourceVariable> FindVariables(unsigned int nLine);
+    /// How many functions a line is in, those that are inlined at it counted; 0 if that isn't known. What comes from
+    /// the line of the call itself, as the work on parameters does, counts as the caller's.
+    size_t CountFrames(unsigned int nLine, unsigned int nSourceLine);
     /// The variables of a name in the whole program, wherever they are in scope, without their places.
     std::vector<SSourceVariable> FindByName(const std::string& strName);
 

@@ -30,26 +30,41 @@ const SCommand g_Commands[] = {
     {"continue", "c fg", "[N]", s_pszRunning, "Run to the next breakpoint, or to the kernel's end.",
      "With a number, to the N-th stop at a breakpoint.", "break 21\nrun\ncontinue", DoContinue, true,
      ECompletion::Nothing},
-    {"step", "s", "[N]", s_pszRunning, "Execute one instruction, or N; go into functions that are called.",
-     "A stop shows the line that is executed next, and how many work-items are active: those that took part in the "
-     "last step.",
+    {"step", "s", "[N]", s_pszRunning, "Go to the next line of the source, or N times; go into functions.",
+     "A stop shows the instruction that is executed next, and how many work-items are active. A line is stopped at in "
+     "front of its first instruction, when any work-item comes there; a loop within one line is passed over. In a "
+     "kernel without lines of a source it executes one instruction, as stepi.",
      "start\nstep\nstep 5", DoStep, true, ECompletion::Nothing},
     {"next", "n", "[N]", s_pszRunning, "As step, but a called function runs to its end.",
      "A breakpoint in the function stops there.", "@call_chain\nbreak 14\nrun\nnext", DoNext, true,
      ECompletion::Nothing},
+    {"stepi", "si", "[N]", s_pszRunning, "Execute one instruction, or N; go into functions that are called.",
+     "A stop shows the line that is executed next, and how many work-items are active: those that took part in the "
+     "last step.",
+     "@opencl_c/game_of_life\nbreak game_of_life.cl:20\nrun\nstepi", DoStepInstruction, true, ECompletion::Nothing},
+    {"nexti", "ni", "[N]", s_pszRunning, "As stepi, but a called function runs to its end.", "",
+     "@call_chain\nbreak 14\nrun\nnexti", DoNextInstruction, true, ECompletion::Nothing},
     {"finish", "fin", "", s_pszRunning, "Run to the end of the function, and to behind its call.", "",
      "@call_chain\nbreak add_three\nrun\nfinish", DoFinish, false, ECompletion::Nothing},
     {"until", "u", "[PLACE]", s_pszRunning, "Run to a line behind this one: out of a loop at its end.",
      "With a place, as advance.", "@loop_trip_count\ntbreak 20\nrun\nuntil", DoUntil, true, ECompletion::Place},
     {"advance", "", "PLACE", s_pszRunning, "Run to a place, or to behind the function's call if that comes first.", "",
      "start\nadvance 32", DoAdvance, false, ECompletion::Place},
-    {"reverse-step", "rs", "[N]", s_pszRunning, "Go back one instruction, or N.",
-     "Registers read as they did there. Memory that the kernel has written does too, since each stop is computed anew "
-     "from "
-     "the launch.",
+    {"reverse-step", "rs", "[N]", s_pszRunning, "Go back to where a line of the source begins, or N times.",
+     "That of the stop, if it is inside the line, or the one before. In a kernel without lines of a source it goes "
+     "back one instruction, as reverse-stepi.",
      "break 21\nrun\nreverse-step", DoReverseStep, true, ECompletion::Nothing},
     {"reverse-next", "rn", "[N]", s_pszRunning, "As reverse-step, but a called function is gone back over as a whole.",
      "", "@call_chain\nbreak 16\nrun\nreverse-next", DoReverseNext, true, ECompletion::Nothing},
+    {"reverse-stepi", "rsi", "[N]", s_pszRunning, "Go back one instruction, or N.",
+     "Registers read as they did there. Memory that the kernel has written does too, since each stop is computed anew "
+     "from "
+     "the launch.",
+     "@opencl_c/game_of_life\nbreak game_of_life.cl:20\nrun\nreverse-stepi", DoReverseStepInstruction, true,
+     ECompletion::Nothing},
+    {"reverse-nexti", "rni", "[N]", s_pszRunning,
+     "As reverse-stepi, but a called function is gone back over as a whole.", "",
+     "@call_chain\nbreak 16\nrun\nreverse-nexti", DoReverseNextInstruction, true, ECompletion::Nothing},
     {"reverse-continue", "rc", "[N]", s_pszRunning, "Go back to the last breakpoint, or to the first stop.", "",
      "break 13\nbreak 32\nrun\ncontinue\nreverse-continue", DoReverseContinue, true, ECompletion::Nothing},
     {"kill", "k", "", s_pszRunning, "End the session.", "The kernel runs out undebugged; its outputs aren't looked at.",

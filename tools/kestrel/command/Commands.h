@@ -56,7 +56,7 @@ nlohmann::json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint&
     X(Continue)                                                                                                        \
     X(Step)                                                                                                            \
     X(Next)                                                                                                            \
-    X(Finish) X(Until) X(Advance) X(ReverseStep) X(ReverseNext) X(ReverseContinue) X(Kill) X(Break) X(TemporaryBreak)  \
+    X(Finish) X(Until) X(Advance) X(ReverseStep) X(ReverseNext) X(StepInstruction) X(NextInstruction) X(ReverseStepInstruction) X(ReverseNextInstruction) X(ReverseContinue) X(Kill) X(Break) X(TemporaryBreak)  \
         X(Condition) X(Ignore) X(BreakpointCommands) X(Enable) X(Disable) X(Delete) X(InfoBreakpoints) X(List)         \
             X(Disassemble) X(Print) X(Display) X(Undisplay) X(InfoDisplay) X(Examine) X(InfoRegisters) X(InfoMemory)   \
                 X(InfoKernel) X(InfoDispatch) X(InfoFaults) X(Mask) X(Grid) X(Stats) X(Where) X(Diff) X(WorkItem) X(Set) X(Show)     \

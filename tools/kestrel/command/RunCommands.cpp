@@ -1,6 +1,7 @@
 // Commands that launch the kernel and let it go on.
 
 #include "tools/kestrel/command/Commands.h"
+#include "tools/kestrel/debug/LineStepper.h"
 #include "tools/kestrel/program/ProgramSession.h"
 
 namespace KestrelTool
@@ -53,11 +54,23 @@ json DoContinue(CCommandContext& context)
 
 json DoStep(CCommandContext& context)
 {
+    CLineStepper(context.GetDebugger()).Step(context.GetCount(1));
+    return nullptr;
+}
+
+json DoStepInstruction(CCommandContext& context)
+{
     context.GetDebugger().Step(context.GetCount(1));
     return nullptr;
 }
 
 json DoNext(CCommandContext& context)
+{
+    CLineStepper(context.GetDebugger()).Next(context.GetCount(1));
+    return nullptr;
+}
+
+json DoNextInstruction(CCommandContext& context)
 {
     context.GetDebugger().Next(context.GetCount(1));
     return nullptr;
@@ -66,7 +79,7 @@ json DoNext(CCommandContext& context)
 json DoFinish(CCommandContext& context)
 {
     context.AllowNone();
-    context.GetDebugger().Finish();
+    CLineStepper(context.GetDebugger()).Finish();
     return nullptr;
 }
 
@@ -89,11 +102,23 @@ json DoAdvance(CCommandContext& context)
 
 json DoReverseStep(CCommandContext& context)
 {
+    CLineStepper(context.GetDebugger()).StepBack(context.GetCount(1));
+    return nullptr;
+}
+
+json DoReverseStepInstruction(CCommandContext& context)
+{
     context.GetDebugger().StepBack(context.GetCount(1));
     return nullptr;
 }
 
 json DoReverseNext(CCommandContext& context)
+{
+    CLineStepper(context.GetDebugger()).NextBack(context.GetCount(1));
+    return nullptr;
+}
+
+json DoReverseNextInstruction(CCommandContext& context)
 {
     context.GetDebugger().NextBack(context.GetCount(1));
     return nullptr;

@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <optional>
 
@@ -144,6 +145,9 @@ public:
     void Until();
     /// To a line, or to the function's end.
     void Advance(unsigned int nLine);
+    /// To one of the lines that are worked out anew at each stop on the way, or to behind the function's call.
+    void RunToAny(size_t nTimes, const char* pszReason, bool bBack,
+                  const std::function<std::set<unsigned int>()>& findLines);
     void StepBack(size_t nTimes);
     void NextBack(size_t nTimes);
     void ContinueBack(size_t nTimes);

@@ -421,6 +421,24 @@ void CDebugger::Advance(unsigned int nLine)
     Repeat(1, "advance", [&] { return RunToLines(lines, pFunction); });
 }
 
+void CDebugger::RunToAny(size_t nTimes, const char* pszReason, bool bBack,
+                         const std::function<std::set<unsigned int>()>& findLines)
+{
+    BeginCommand(false);
+    Repeat(nTimes, pszReason,
+           [&]
+           {
+               const std::set<unsigned int> lines = findLines();
+               const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
+               EReason eReason = EReason::Reached;
+               do // a line that nobody takes part in is passed
+               {
+                   eReason = bBack ? RunTo(OVKCLDEBUG_COMMAND_EXT_RUN_BACK, lines) : RunToLines(lines, pFunction);
+               } while (eReason == EReason::Reached && CountActive() == 0 && !IsInterrupted());
+               return eReason == EReason::Reached ? EReason::Moved : eReason;
+           });
+}
+
 void CDebugger::StepBack(size_t nTimes)
 {
     BeginCommand(false);
