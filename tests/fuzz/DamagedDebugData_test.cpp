@@ -83,7 +83,8 @@ TEST(DamagedDebugData, IsReadToItsEndOrLeft)
         }
         info.FindByName("s");
     };
-    const std::vector<KestrelTool::SSourceVariable> vNamed = KestrelTool::CDebugInfo(seed.vImage).FindByName("s");
+    KestrelTool::CDebugInfo whole(seed.vImage);
+    const std::vector<KestrelTool::SSourceVariable> vNamed = whole.FindByName("s");
     ASSERT_EQ(vNamed.size(), 1u);
     EXPECT_EQ(vNamed[0].pType->nSize, 16u);
     const size_t nImages = DamagedSeeds::Damage(seed, ReadStride("KESTREL_FLIP_STRIDE", 3), Read);
