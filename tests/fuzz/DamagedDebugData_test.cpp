@@ -77,7 +77,7 @@ TEST(DamagedDebugData, IsReadToItsEndOrLeft)
         EXPECT_LE(KestrelTool::ReadSourcePlaces(vImage, nLines).size(), nLines);
         EXPECT_LE(ReadByPlatform(vImage, nLines).size(), nLines);
         KestrelTool::CDebugInfo info(vImage);
-        for (unsigned int nLine = 0; nLine < nLines; nLine += 20)
+        for (unsigned int nLine = 0; nLine < nLines; nLine += 50)
         {
             info.FindVariables(nLine);
         }
