@@ -1,5 +1,5 @@
 // Generated kernels in OpenCL C against the same source compiled for the host.
-//   KESTREL_OPENCL_C_KERNELS=N  so many kernels (400 without it)
+//   KESTREL_OPENCL_C_KERNELS=N  so many kernels (400 without it, fewer under sanitizers)
 //   KESTREL_OPENCL_C_SEED=N     only the kernel of this seed; its text is printed if it fails
 
 #include "tests/platform/opencl_c/dwarf/DebugReaders.h"
@@ -21,6 +21,11 @@ namespace
 
 const unsigned int s_nParts = 16;
 const size_t s_nKernelsInProgram = 25;
+#ifdef __SANITIZE_ADDRESS__
+const unsigned long s_nKernels = 160; // each takes many times as long
+#else
+const unsigned long s_nKernels = 400;
+#endif
 
 unsigned long FromEnvironment(const char* pszName, unsigned long nDefault)
 {
@@ -136,7 +141,7 @@ TEST_P(GeneratedKernels, GiveWhatTheHostGives)
         }
         return;
     }
-    const unsigned long nKernels = FromEnvironment("KESTREL_OPENCL_C_KERNELS", 400);
+    const unsigned long nKernels = FromEnvironment("KESTREL_OPENCL_C_KERNELS", s_nKernels);
     std::vector<uint64_t> vSeeds;
     for (unsigned long nSeed = 1 + GetParam(); nSeed <= nKernels; nSeed += s_nParts)
     {
