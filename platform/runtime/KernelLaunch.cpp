@@ -458,13 +458,25 @@ SPlatformSizes GetLastSizes()
     return last.m_sizes;
 }
 
-cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers)
+namespace
+{
+
+/// Copies up to nCount of what is kept of the last run; null asks for the number alone. \return how many are kept
+template <class T>
+cl_uint GiveLast(std::vector<T> SLastFault::*pvKept, T* pTo, cl_uint nCount)
 {
     SLastFault& last = LastFault();
     std::lock_guard<std::mutex> lock(last.m_mutex);
-    const size_t nGiven = std::min<size_t>(pBuffers ? nBuffers : 0, last.m_vBuffers.size());
-    std::copy_n(last.m_vBuffers.begin(), nGiven, pBuffers);
-    return static_cast<cl_uint>(last.m_vBuffers.size());
+    const std::vector<T>& vKept = last.*pvKept;
+    std::copy_n(vKept.begin(), std::min<size_t>(pTo ? nCount : 0, vKept.size()), pTo);
+    return static_cast<cl_uint>(vKept.size());
+}
+
+} // namespace
+
+cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers)
+{
+    return GiveLast(&SLastFault::m_vBuffers, pBuffers, nBuffers);
 }
 
 void CountVisits(bool bCount)
@@ -477,11 +489,7 @@ void CountVisits(bool bCount)
 
 cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts)
 {
-    SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
-    const size_t nGiven = std::min<size_t>(pCounts ? nCounts : 0, last.m_vVisits.size());
-    std::copy_n(last.m_vVisits.begin(), nGiven, pCounts);
-    return static_cast<cl_uint>(last.m_vVisits.size());
+    return GiveLast(&SLastFault::m_vVisits, pCounts, nCounts);
 }
 
 std::string GetSourcePlace(cl_uint nInstruction)
@@ -500,11 +508,7 @@ SPlatformFault GetLastFault()
 
 cl_uint GetFaultRecords(SPlatformFaultRecord* pRecords, cl_uint nRecords)
 {
-    SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
-    const size_t nGiven = std::min<size_t>(pRecords ? nRecords : 0, last.m_vRecords.size());
-    std::copy_n(last.m_vRecords.begin(), nGiven, pRecords);
-    return static_cast<cl_uint>(last.m_vRecords.size());
+    return GiveLast(&SLastFault::m_vRecords, pRecords, nRecords);
 }
 
 } // namespace KestrelPlatform::Runtime
