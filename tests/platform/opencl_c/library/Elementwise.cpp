@@ -8,6 +8,9 @@ namespace
 // Every size divides it.
 constexpr size_t s_nStep = 48;
 
+// Each kernel's part of a program's binary has the text of all of them.
+constexpr size_t s_nCasesOfProgram = 16;
+
 std::string SizeName(unsigned nSize)
 {
     return nSize == 1 ? "" : std::to_string(nSize);
@@ -96,20 +99,30 @@ std::string Shown(const SArray& array, const char* pElement)
 void CElementwise::Add(const std::string& strExpression, const std::string& strOfScalars, SArray expected,
                        std::vector<SArray> vArguments)
 {
+    std::string strSource;
     for (const unsigned nSize : m_TestDevice.vSizes)
     {
         const std::string& strText = nSize == 1 && !strOfScalars.empty() ? strOfScalars : strExpression;
-        m_strSource += Kernel(m_vCases.size(), nSize, strText, expected, vArguments);
+        strSource += Kernel(m_vCases.size(), nSize, strText, expected, vArguments);
     }
-    m_vCases.push_back({strExpression, std::move(expected), std::move(vArguments)});
+    m_vCases.push_back({strExpression, std::move(strSource), std::move(expected), std::move(vArguments)});
 }
 
 void CElementwise::Run(const std::string& strBefore)
 {
-    COpenCLProgram program(m_Device, strBefore + m_strSource, m_TestDevice.pszOptions);
-    for (size_t nCase = 0; nCase < m_vCases.size(); ++nCase)
+    for (size_t nFirst = 0; nFirst < m_vCases.size(); nFirst += s_nCasesOfProgram)
     {
-        RunOne(program, nCase);
+        const size_t nEnd = std::min(nFirst + s_nCasesOfProgram, m_vCases.size());
+        std::string strSource = strBefore;
+        for (size_t nCase = nFirst; nCase < nEnd; ++nCase)
+        {
+            strSource += m_vCases[nCase].strSource;
+        }
+        COpenCLProgram program(m_Device, strSource, m_TestDevice.pszOptions);
+        for (size_t nCase = nFirst; nCase < nEnd; ++nCase)
+        {
+            RunOne(program, nCase);
+        }
     }
 }
 

@@ -78,8 +78,8 @@ SArray ArrayOf(const std::vector<T>& v)
 }
 
 /// Expressions that are computed for each element of arrays on a device, as scalars and as vectors of
-/// its sizes, and must give what is expected: the same bits, or any NaN for NaN. All of them become
-/// one program.
+/// its sizes, and must give what is expected: the same bits, or any NaN for NaN. They become programs of
+/// several each.
 class CElementwise
 {
 public:
@@ -94,13 +94,14 @@ public:
         Add(strExpression, strOfScalars, ArrayOf(vExpected), {ArrayOf(arguments)...});
     }
 
-    /// Builds the program and runs all of it. \param strBefore what stands before the kernels
+    /// Builds the programs and runs all of them. \param strBefore what stands before the kernels
     void Run(const std::string& strBefore = "");
 
 private:
     struct SCase
     {
         std::string strExpression;
+        std::string strSource; ///< a kernel a size
         SArray expected;
         std::vector<SArray> vArguments;
     };
@@ -111,7 +112,6 @@ private:
 
     const STestDevice& m_TestDevice;
     COpenCLDevice m_Device;
-    std::string m_strSource;
     std::vector<SCase> m_vCases;
 };
 
