@@ -16,7 +16,7 @@ using namespace KestrelTool;
 namespace
 {
 
-const SSeeds s_RunSeeds = {240, 60, 10};
+const SSeeds s_RunSeeds = {240, 25, 10};
 
 bool DirectsFlow(const std::string& strMnemonic)
 {
