@@ -118,6 +118,10 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
             PushStop();
         }
     }
+    if (bSuccess && m_bMaskOnly)
+    {
+        m_MaskAt = {pp.m_pc, m_CurrentCallStack};
+    }
     if (bSuccess && IsCutExactly({pp.m_pc, m_CurrentCallStack}))
     {
         m_CopiesAt = {pp.m_pc, m_CurrentCallStack};
@@ -129,6 +133,7 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
 bool CShaderDebuggerShaderIL::RunKernel(unsigned int nSelector)
 {
     m_CopiesAt.reset();
+    m_MaskAt.reset();
     m_bComplete = false;
     if (!GetDebuggerIL()->SwitchTargetBuffers())
     {

@@ -35,6 +35,12 @@ bool CShaderDebuggerShaderIL::RunAsm()
         }
     }
     DropResults(regPCMap);
+    if (bArrived && m_MaskAt && *m_MaskAt == Here())
+    {
+        m_ExecuteList.clear();
+        PushStop();
+        return true;
+    }
     // The last instruction of the kernel runs as a stop does; its last phase reports the end.
     return walk != EWalk::Failed && UpdateTargetInstruction(true);
 }

@@ -323,6 +323,7 @@ private:
     std::vector<Register> m_PatchedRegs;
     CallPath m_PatchedCallStack;
     std::set<InstructionNumber> m_PatchedLeaving;
+    std::optional<SPlace> m_MaskAt;                                   ///< where the last run was one for the mask alone
     std::optional<SPlace> m_CopiesAt;                                 ///< the stop whose memory the working copies hold
     std::optional<SPlace> m_MemoryAt;                                 ///< the stop of the next two
     std::vector<char> m_vMemoryImage;                                 ///< its memory kernel

@@ -64,6 +64,12 @@ bool CShaderDebuggerShaderIL::IsFastStep()
     {
         return false;
     }
+    // A platform that finds faults finds those of a step in its run.
+    const ILOpCode op = instruction.GetOpCode();
+    if (GetDebuggerIL()->HasValuesOnDemand() && (ILShaderUtils::AccessesMemory(op) || op == IL_OP_FENCE))
+    {
+        return false;
+    }
     const std::vector<Register>& vPassedBy = RegistersPassedBy(m_nCurrentInstruction.m_nPos);
     if (std::any_of(vPassedBy.begin(), vPassedBy.end(),
                     [this](const Register& reg) { return GetDebuggerIL()->IsTracked(reg); }))

@@ -29,6 +29,7 @@ enum EOpClass : std::uint32_t
     OPC_HULL_PHASE = 1u << 16,
     OPC_WRITES_GLOBAL = 1u << 17,
     OPC_WRITES_LOCAL = 1u << 18,
+    OPC_READS = 1u << 19,
     OPC_GLOBAL_MEM_ACCESS = OPC_GLOBAL_STORE | OPC_GLOBAL_LOAD | OPC_GLOBAL_ATOMIC | OPC_SAMPLE | OPC_FETCH4
 };
 
@@ -124,6 +125,12 @@ constexpr SClassRange s_ClassRanges[] = {
     {OPC_WRITES_LOCAL, IL_OP_LDS_STORE_B64, IL_OP_LDS_READ_CMP_XCHG_B64},
     {OPC_WRITES_LOCAL, IL_OP_LDS_WRAP_RTN_B32, IL_OP_LDS_CONDXCHG32_RTN_B64},
     {OPC_WRITES_LOCAL, IL_OP_LDS_FMIN, IL_OP_LDS_READ_FCMP_XCHG_B64},
+    {OPC_READS, IL_OP_LDS_LOAD_VEC, IL_OP_LDS_LOAD_VEC},
+    {OPC_READS, IL_OP_LDS_LOAD, IL_OP_LDS_LOAD},
+    {OPC_READS, IL_OP_LDS_LOAD_BYTE, IL_OP_LDS_LOAD_USHORT},
+    {OPC_READS, IL_OP_LDS_LOAD_B64, IL_OP_LDS_LOAD_B64},
+    {OPC_READS, IL_OP_SRV_RAW_LOAD, IL_OP_SRV_STRUCT_LOAD},
+    {OPC_READS, IL_OP_FLAT_ADDR_LOAD, IL_OP_FLAT_ADDR_LOAD},
 };
 
 /// The format whose operand counts stand in the instruction modifier word.
@@ -311,6 +318,11 @@ bool WritesGlobalMemory(ILOpCode op)
 bool WritesLocalMemory(ILOpCode op)
 {
     return IsInClass(op, OPC_WRITES_LOCAL);
+}
+
+bool AccessesMemory(ILOpCode op)
+{
+    return IsInClass(op, OPC_GLOBAL_MEM_ACCESS | OPC_WRITES_GLOBAL | OPC_WRITES_LOCAL | OPC_READS);
 }
 
 bool IsSampleOp(ILOpCode op)

@@ -38,6 +38,8 @@ bool IsReadAtomicOp(ILOpCode op);
 bool WritesGlobalMemory(ILOpCode op);
 /// The same for local memory.
 bool WritesLocalMemory(ILOpCode op);
+/// Whether an instruction reads or writes memory of any kind, or an image, other than constant buffers.
+bool AccessesMemory(ILOpCode op);
 
 /// Whether the shape of the opcode's instruction is known: from its row in the opcode table, or from its trailing words
 /// alone (IL_OP_DCL_TOTAL_NUM_THREAD_GROUP). Logs "Didn't find opcode token description" when it isn't: a stream cannot

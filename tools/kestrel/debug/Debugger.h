@@ -51,7 +51,8 @@ struct SSettings
     size_t nListSize = 10;
     size_t nLimit = 20; ///< ranges and values that a list shows
     bool bUnicode = true;
-    std::vector<std::string> vTracked; ///< registers that are kept up to date; all if empty
+    std::vector<std::string>
+        vTracked; ///< registers that are kept up to date; if empty they are read when they are looked at
 };
 
 /// The model of a debugging session: a launch, breakpoints, a work-item in focus, and ways to go on.

@@ -43,7 +43,14 @@ bool CDebugger::Launch()
     {
         SetListing(listing);
     }
-    GetSession().SetTrackedRegisters(m_pSettings->vTracked);
+    if (m_pSettings->vTracked.empty())
+    {
+        GetSession().ReadValuesOnDemand();
+    }
+    else
+    {
+        GetSession().SetTrackedRegisters(m_pSettings->vTracked);
+    }
     m_nLine = m_pCode->GetFirstStop();
     m_Sink.OnEvent({{"event", "started"},
                     {"kernel", m_Launch.GetFile().strKernel},
@@ -285,6 +292,7 @@ void CDebugger::BeginCommand(bool bSingleStep)
             }
         }
     }
+    m_LookedAt.clear();
     m_bSingleStep = bSingleStep && m_Target.GetState() == CTarget::AtStop;
     m_Hits = CBreakpoints::SHits();
     m_vCommands.clear();

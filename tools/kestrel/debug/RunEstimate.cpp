@@ -8,7 +8,7 @@ namespace KestrelTool
 namespace
 {
 
-/// What the lines of a stretch write: each register with its components once, called functions included.
+/// Which registers that are kept up to date the lines of a stretch write, called functions included.
 class CWrites
 {
 public:
@@ -41,16 +41,10 @@ private:
     void AddLine(unsigned int nLine)
     {
         const std::string strRegister = m_Listing.GetWrittenRegister(nLine);
-        const bool bTracked =
-            m_vTracked.empty() || std::find(m_vTracked.begin(), m_vTracked.end(), strRegister) != m_vTracked.end();
-        if (strRegister.empty() || !bTracked)
+        if (std::find(m_vTracked.begin(), m_vTracked.end(), strRegister) != m_vTracked.end())
         {
-            return;
+            m_Written.insert(strRegister);
         }
-        // Components count apart, unless only some registers are asked for.
-        const std::string& strLine = m_Listing.GetLine(nLine);
-        const size_t nOperand = strLine.find(' ') + 1;
-        m_Written.insert(m_vTracked.empty() ? strLine.substr(nOperand, strLine.find(',') - nOperand) : strRegister);
     }
 
     const CListing& m_Listing;
