@@ -50,6 +50,74 @@ bool FindType(Dwarf_Die& die, Dwarf_Die& type)
            dwarf_formref_die(&attribute, &type) != nullptr;
 }
 
+bool IsFunction(Dwarf_Die& die)
+{
+    const int nTag = dwarf_tag(&die);
+    return nTag == DW_TAG_inlined_subroutine || nTag == DW_TAG_subprogram;
+}
+
+std::string JoinPlace(const char* pszFile, uint64_t nLine)
+{
+    return (pszFile != nullptr ? pszFile : "?") + (":" + std::to_string(nLine));
+}
+
+/// "file:line" of a line of IL; empty if it has none.
+std::string FindPlace(Dwarf_Die& unit, unsigned int nLine)
+{
+    Dwarf_Line* const pRow = dwarf_getsrc_die(&unit, nLine);
+    int nSourceLine = 0;
+    return pRow != nullptr && dwarf_lineno(pRow, &nSourceLine) == 0
+               ? JoinPlace(dwarf_linesrc(pRow, nullptr, nullptr), static_cast<uint64_t>(nSourceLine))
+               : std::string();
+}
+
+/// Where an inlined function is called; empty for another one.
+std::string FindCallPlace(Dwarf_Die& unit, Dwarf_Die& function)
+{
+    Dwarf_Attribute attribute;
+    Dwarf_Word nLine = 0;
+    if (dwarf_tag(&function) != DW_TAG_inlined_subroutine ||
+        dwarf_formudata(dwarf_attr(&function, DW_AT_call_line, &attribute), &nLine) != 0)
+    {
+        return std::string();
+    }
+    Dwarf_Word nFile = 0;
+    Dwarf_Files* pFiles = nullptr;
+    size_t nFiles = 0;
+    const bool bFile = dwarf_formudata(dwarf_attr(&function, DW_AT_call_file, &attribute), &nFile) == 0 &&
+                       dwarf_getsrcfiles(&unit, &pFiles, &nFiles) == 0;
+    return JoinPlace(bFile ? dwarf_filesrc(pFiles, nFile, nullptr, nullptr) : nullptr, nLine);
+}
+
+/// The scopes that a line of IL is in, the innermost first. What comes from the line of a call itself, as the work on
+/// parameters does, is the caller's.
+std::vector<Dwarf_Die> FindScopes(Dwarf_Die& unit, unsigned int nLine)
+{
+    Dwarf_Die* pScopes = nullptr;
+    int nScopes = dwarf_getscopes(&unit, nLine, &pScopes);
+    if (nScopes > 0) // from an inlined function these go on where it is written, not where it is called
+    {
+        Dwarf_Die innermost = pScopes[0];
+        std::free(pScopes);
+        pScopes = nullptr;
+        nScopes = dwarf_getscopes_die(&innermost, &pScopes);
+    }
+    std::vector<Dwarf_Die> vScopes(pScopes, pScopes + std::max(nScopes, 0));
+    std::free(pScopes);
+    const std::string strPlace = FindPlace(unit, nLine);
+    size_t nSkipped = 0;
+    for (size_t n = 0; n < vScopes.size(); ++n)
+    {
+        if (IsFunction(vScopes[n]) && (strPlace.empty() || FindCallPlace(unit, vScopes[n]) != strPlace))
+        {
+            break;
+        }
+        nSkipped = IsFunction(vScopes[n]) ? n + 1 : nSkipped;
+    }
+    vScopes.erase(vScopes.begin(), vScopes.begin() + static_cast<ptrdiff_t>(nSkipped));
+    return vScopes;
+}
+
 template <class Visit>
 void ForEachChild(Dwarf_Die& die, const Visit& visit)
 {
@@ -146,49 +214,23 @@ public:
         return vVariables;
     }
 
-    size_t CountFrames(unsigned int nLine, unsigned int nSourceLine)
+    const std::vector<SSourceFrame>& FindFrames(unsigned int nLine)
     {
-        const auto [itKnown, bNew] = m_mapFrames.insert({nLine, 0});
-        if (bNew)
-        {
-            itKnown->second = ReadFrames(nLine, nSourceLine);
-        }
-        return itKnown->second;
-    }
-
-    size_t ReadFrames(unsigned int nLine, unsigned int nSourceLine)
-    {
-        size_t nFrames = 0;
+        const auto [itKnown, bNew] = m_mapFrames.try_emplace(nLine);
         Dwarf_CU* pUnit = nullptr;
         Dwarf_Die unit;
-        while (m_pDwarf && nFrames == 0 &&
+        while (bNew && m_pDwarf && itKnown->second.empty() &&
                dwarf_get_units(m_pDwarf.get(), pUnit, &pUnit, nullptr, nullptr, &unit, nullptr) == 0)
         {
-            Dwarf_Die* pScopes = nullptr;
-            int nScopes = dwarf_getscopes(&unit, nLine, &pScopes);
-            if (nScopes > 0) // from an inlined function these go on where it is written, not where it is called
+            for (Dwarf_Die& scope : FindScopes(unit, nLine))
             {
-                Dwarf_Die innermost = pScopes[0];
-                std::free(pScopes);
-                pScopes = nullptr;
-                nScopes = dwarf_getscopes_die(&innermost, &pScopes);
-            }
-            for (int n = 0; n < nScopes; ++n)
-            {
-                const int nTag = dwarf_tag(&pScopes[n]);
-                Dwarf_Attribute attribute;
-                Dwarf_Word nCallLine = 0;
-                if (nFrames == 0 && nTag == DW_TAG_inlined_subroutine &&
-                    dwarf_formudata(dwarf_attr(&pScopes[n], DW_AT_call_line, &attribute), &nCallLine) == 0 &&
-                    nCallLine == nSourceLine)
+                if (IsFunction(scope))
                 {
-                    continue;
+                    itKnown->second.push_back({NameOf(scope), dwarf_dieoffset(&scope), FindCallPlace(unit, scope)});
                 }
-                nFrames += nTag == DW_TAG_inlined_subroutine || nTag == DW_TAG_subprogram ? 1 : 0;
             }
-            std::free(pScopes);
         }
-        return nFrames;
+        return itKnown->second;
     }
 
     std::vector<SSourceVariable> FindByName(const std::string& strName)
@@ -247,17 +289,13 @@ private:
 
     void AddScopes(Dwarf_Die& unit, unsigned int nLine, std::vector<SSourceVariable>& vVariables)
     {
-        Dwarf_Die* pScopes = nullptr;
-        const int nScopes = dwarf_getscopes(&unit, nLine, &pScopes);
         unsigned int nFrame = 0;
-        for (int n = 0; n < nScopes; ++n)
+        for (Dwarf_Die& scope : FindScopes(unit, nLine))
         {
-            const int nTag = dwarf_tag(&pScopes[n]);
-            const bool bUnit = nTag == DW_TAG_compile_unit;
-            AddVariables(pScopes[n], nLine, bUnit ? SSourceVariable::NoFrame : nFrame, vVariables);
-            nFrame += nTag == DW_TAG_inlined_subroutine || nTag == DW_TAG_subprogram ? 1 : 0;
+            const bool bUnit = dwarf_tag(&scope) == DW_TAG_compile_unit;
+            AddVariables(scope, nLine, bUnit ? SSourceVariable::NoFrame : nFrame, vVariables);
+            nFrame += IsFunction(scope) ? 1 : 0;
         }
-        std::free(pScopes);
     }
 
     void AddVariables(Dwarf_Die& scope, unsigned int nLine, unsigned int nFrame,
@@ -443,18 +481,18 @@ private:
     std::unique_ptr<Elf, int (*)(Elf*)> m_pElf;
     std::unique_ptr<Dwarf, int (*)(Dwarf*)> m_pDwarf;
     std::map<Dwarf_Off, std::unique_ptr<SSourceType>> m_mapTypes;
-    std::map<unsigned int, size_t> m_mapFrames;               ///< functions that a line is in
-    std::vector<SAlias> m_vAliases;                           ///< met since the last variable
-    std::vector<std::unique_ptr<SSourceType>> m_vInnerArrays; ///< of arrays with several dimensions
+    std::map<unsigned int, std::vector<SSourceFrame>> m_mapFrames; ///< by line
+    std::vector<SAlias> m_vAliases;                                ///< met since the last variable
+    std::vector<std::unique_ptr<SSourceType>> m_vInnerArrays;      ///< of arrays with several dimensions
 };
 
 CDebugInfo::CDebugInfo(std::vector<char> vBinary) : m_pReader(std::make_unique<CReader>(std::move(vBinary))) {}
 
 CDebugInfo::~CDebugInfo() = default;
 
-size_t CDebugInfo::CountFrames(unsigned int nLine, unsigned int nSourceLine)
+const std::vector<SSourceFrame>& CDebugInfo::FindFrames(unsigned int nLine)
 {
-    return m_pReader->CountFrames(nLine, nSourceLine);
+    return m_pReader->FindFrames(nLine);
 }
 
 std::vector<SSourceVariable> CDebugInfo::FindByName(const std::string& strName)

@@ -71,6 +71,14 @@ struct SSourceVariable
     static constexpr unsigned int NoFrame = ~0u;
 };
 
+/// A function that a line of IL is in.
+struct SSourceFrame
+{
+    std::string strFunction;
+    uint64_t nInstance = 0;   ///< tells one place where a function is inlined from another
+    std::string strCallPlace; ///< "file:line" where it is inlined; empty if it isn't
+};
+
 /// The variables and types of a kernel binary's debug data (DWARF 4, docs/kernel-binary.md). Addresses are lines of IL.
 class CDebugInfo
 {
@@ -81,9 +89,9 @@ public:
 
     /// Inner scopes first. A name that an inner scope hides comes after the one that hides it.
     std::vector<SSourceVariable> FindVariables(unsigned int nLine);
-    /// How many functions a line is in, those that are inlined at it counted; 0 if that isn't known. What comes from
-    /// the line of the call itself, as the work on parameters does, counts as the caller's.
-    size_t CountFrames(unsigned int nLine, unsigned int nSourceLine);
+    /// The functions that a line is in, the innermost first, inlined ones among them; nothing if that isn't known. What
+    /// comes from the line of a call itself, as the work on parameters does, counts as the caller's.
+    const std::vector<SSourceFrame>& FindFrames(unsigned int nLine);
     /// The variables of a name in the whole program, wherever they are in scope, without their places.
     std::vector<SSourceVariable> FindByName(const std::string& strName);
 

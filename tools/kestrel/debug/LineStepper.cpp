@@ -1,7 +1,5 @@
 #include "tools/kestrel/debug/LineStepper.h"
 
-#include "tools/kestrel/debug/SourceLines.h"
-
 #include <algorithm>
 #include <iterator>
 
@@ -49,8 +47,7 @@ bool CLineStepper::IsStop(unsigned int nLine, bool bBack) const
 
 size_t CLineStepper::CountFrames(unsigned int nLine)
 {
-    const std::optional<SSourceLine> place = ReadSourceLine(m_Debugger.GetListing().GetPlace(nLine));
-    return m_Debugger.GetDebugInfo().CountFrames(nLine, place ? place->nLine : 0);
+    return m_Debugger.GetDebugInfo().FindFrames(nLine).size();
 }
 
 /// \param bInto  functions that are called from here count too, inlined ones among them
