@@ -132,7 +132,7 @@ int main(int argc, char** argv)
         CSilence silence;
         CDebugger debugger(libraries, ReadLaunchFile(launch.GetPath()), silence);
         // At each pass of the loop; four registers have been written since the last.
-        debugger.GetBreakpoints().Add(23, false);
+        debugger.GetBreakpoints().Add({23}, false);
         SFigures figures;
         while (figures.vRuns.size() < s_nStops)
         {

@@ -38,15 +38,17 @@ std::optional<SLaunchPlace> ReadLaunchPlace(CCommandContext& context, const std:
         return std::nullopt;
     }
     SLaunchPlace place;
-    if (const std::optional<SSourceLine> line = ReadSourceLine(strPlace))
+    CDebugger* const pDebugger = context.GetInterpreter().FindDebugger();
+    const std::optional<SSourceLine> line =
+        pDebugger != nullptr ? ReadSourcePlace(*pDebugger, strPlace) : ReadSourceLine(strPlace);
+    if (line)
     {
         place.eKind = SLaunchPlace::Source;
         place.strFile = line->strFile;
         place.nLine = line->nLine;
         return place;
     }
-    CDebugger* const pDebugger = context.GetInterpreter().FindDebugger();
-    const bool bName = !strPlace.empty() && strPlace.find_first_of("+- \t") == std::string::npos &&
+    const bool bName = !strPlace.empty() && strPlace.find_first_of("*+- \t") == std::string::npos &&
                        std::isdigit(static_cast<unsigned char>(strPlace[0])) == 0 && strPlace != "entry";
     const bool bFunction = bName && pDebugger != nullptr && strPlace != pDebugger->GetLaunch().GetFile().strKernel &&
                            pDebugger->GetCode().FindName(strPlace) != nullptr;
@@ -76,18 +78,21 @@ json AddBreakpoint(CCommandContext& context, bool bTemporary)
     {
         debugger.RequireLive();
     }
-    const unsigned int nLine = strPlace.empty() ? debugger.GetLine() : ReadPlace(debugger, strPlace);
+    const std::set<unsigned int> lines =
+        strPlace.empty() ? std::set<unsigned int>{debugger.GetLine()} : ReadPlace(debugger, strPlace);
     std::optional<CExpression> condition;
     if (nIf != std::string::npos)
     {
         condition.emplace(strCondition, &debugger);
     }
-    SBreakpoint& breakpoint = debugger.GetBreakpoints().Add(nLine, bTemporary);
+    SBreakpoint& breakpoint = debugger.GetBreakpoints().Add(lines, bTemporary);
     breakpoint.condition = std::move(condition);
-    if (debugger.IsLive() && !debugger.GetSession().SetBreakpoints({nLine}).empty())
+    const std::vector<unsigned int> vRefused =
+        debugger.IsLive() ? debugger.GetSession().SetBreakpoints(lines) : std::vector<unsigned int>();
+    if (!vRefused.empty())
     {
         debugger.GetBreakpoints().Remove(breakpoint.nId);
-        throw CCommandError("line " + std::to_string(nLine) + " can hold no breakpoint");
+        throw CCommandError("line " + std::to_string(vRefused.front()) + " can hold no breakpoint");
     }
     json answer = DescribeBreakpoint(&debugger, breakpoint);
     answer["view"] = "breakpoint";
@@ -135,13 +140,22 @@ json SetEnabled(CCommandContext& context, bool bEnabled)
 
 json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint& breakpoint)
 {
-    const bool bHere = pDebugger != nullptr && breakpoint.nLine != SBreakpoint::NoLine;
+    const bool bHere = pDebugger != nullptr && !breakpoint.lines.empty();
+    const unsigned int nLine = bHere ? *breakpoint.lines.begin() : 0;
     json description = {{"id", breakpoint.nId},
-                        {"line", bHere ? json(breakpoint.nLine) : json()},
-                        {"text", bHere ? pDebugger->GetListing().GetLine(breakpoint.nLine) : std::string()},
+                        {"line", bHere ? json(nLine) : json()},
+                        {"text", bHere ? pDebugger->GetListing().GetLine(nLine) : std::string()},
                         {"temporary", breakpoint.bTemporary},
                         {"enabled", breakpoint.bEnabled},
                         {"hits", breakpoint.nHits}};
+    if (bHere && !pDebugger->GetListing().GetPlace(nLine).empty())
+    {
+        description["source"] = pDebugger->GetListing().GetPlace(nLine);
+    }
+    if (breakpoint.lines.size() > 1)
+    {
+        description["lines"] = breakpoint.lines;
+    }
     if (breakpoint.place)
     {
         description["place"] = NamePlace(*breakpoint.place);

@@ -1,6 +1,5 @@
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/SourceLines.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -121,71 +120,6 @@ unsigned int ReadShortNumber(const std::string& strText)
         throw CCommandError("\"" + strText + "\" is more than 32 bits hold");
     }
     return static_cast<unsigned int>(nValue);
-}
-
-unsigned int ReadPlace(CDebugger& debugger, const std::string& strText)
-{
-    const CListing& listing = debugger.GetListing();
-    const CCodeMap& code = debugger.GetCode();
-    if (strText == "entry" || strText == debugger.GetLaunch().GetFile().strKernel)
-    {
-        return code.GetFirstStop();
-    }
-    if (const std::optional<SSourceLine> line = ReadSourceLine(strText))
-    {
-        const unsigned int nFound = FindSourceLine(listing, code.FindFunction(code.GetFirstStop()), *line);
-        if (nFound == CListing::NoLine)
-        {
-            throw CCommandError("the kernel has nothing of " + strText + " or behind it");
-        }
-        return nFound;
-    }
-    const std::string strLabelWord = "func ";
-    const bool bLabel = strText.compare(0, strLabelWord.size(), strLabelWord) == 0;
-    const bool bRelative = !strText.empty() && (strText[0] == '+' || strText[0] == '-');
-    if (!bLabel && !bRelative && !std::isdigit(static_cast<unsigned char>(strText[0])))
-    {
-        const CCodeMap::SFunction* pFunction = code.FindName(strText);
-        if (pFunction == nullptr)
-        {
-            throw CCommandError("there is no function \"" + strText + "\"");
-        }
-        return pFunction->nEntry;
-    }
-    if (bLabel)
-    {
-        const unsigned int nLabel = ReadShortNumber(strText.substr(strLabelWord.size()));
-        const CCodeMap::SFunction* pFunction = code.FindLabel(nLabel);
-        if (pFunction == nullptr)
-        {
-            throw CCommandError("there is no function " + std::to_string(nLabel));
-        }
-        return pFunction->nHead < code.GetFirstStop() && pFunction->nEnd > code.GetFirstStop() ? code.GetFirstStop()
-                                                                                               : pFunction->nEntry;
-    }
-    uint64_t nLine = ReadNumber(bRelative ? strText.substr(1) : strText);
-    if (bRelative)
-    {
-        debugger.RequireLive();
-        const bool bOutside = strText[0] == '+' ? nLine > listing.GetLineCount() : nLine > debugger.GetLine();
-        if (bOutside)
-        {
-            throw CCommandError("there is no line " + strText + " from here");
-        }
-        nLine = strText[0] == '+' ? debugger.GetLine() + nLine : debugger.GetLine() - nLine;
-    }
-    if (nLine >= listing.GetLineCount())
-    {
-        throw CCommandError("there is no line " + std::to_string(nLine) + "; the kernel's text has lines 0 to " +
-                            std::to_string(listing.GetLineCount() - 1));
-    }
-    const unsigned int nPlace = static_cast<unsigned int>(nLine);
-    const unsigned int nTaken = listing.IsInstruction(nPlace) ? nPlace : listing.GetNextInstruction(nPlace);
-    if (nTaken == CListing::NoLine)
-    {
-        throw CCommandError("there is no instruction at line " + strText + " or behind it");
-    }
-    return nTaken;
 }
 
 size_t GetPictureWidth(const SSettings& settings)

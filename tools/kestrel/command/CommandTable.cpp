@@ -72,13 +72,15 @@ const SCommand g_Commands[] = {
 
     {"break", "b br", "[PLACE] [if CONDITION]", s_pszBreakpoints,
      "Stop in front of a line, in front of a function, or at the kernel's entry.",
-     "A place is a line's number, FILE:LINE of the source, +N or -N lines from here, a function's name, func and its "
-     "label, or entry; none is "
-     "the line "
-     "of the stop. Under kestrel exec a kernel's name or FILE:LINE stops in all launches that have it, and a line in "
-     "all launches of the kernel. A line without an instruction stands for the next one that has one. Lines count from "
-     "0, as list "
-     "shows them.\n"
+     "A place is a line's number, FILE:LINE of the source, *LINE of the IL, +N or -N lines from here, a function's "
+     "name, "
+     "func and its label, or entry; none is the instruction of the stop. A number is a line of the source, counted "
+     "from "
+     "1, or in a kernel without one a line of the IL, counted from 0, as list shows them. A line without code stands "
+     "for "
+     "the next one that has some. In a function that is inlined more than once a breakpoint stops in each of these "
+     "places. Under kestrel exec a function's name or FILE:LINE stops in all launches that have it, and *LINE in all "
+     "launches of the kernel.\n"
      "A condition is an expression. any, all and count() ask the active work-items, with /a all of them; without one "
      "of these the condition asks whether any active work-item fulfils it. A breakpoint is passed where no work-item "
      "comes to it.",
@@ -145,11 +147,23 @@ const SCommand g_Commands[] = {
     {"info display", "", "", s_pszValues, "List what is shown at every stop.", "", "display r3.x\ninfo display",
      DoInfoDisplay, false, ECompletion::Nothing},
 
-    {"list", "l", "[PLACE | FIRST,LAST]", s_pszText, "Show lines of the kernel's text around the stop or a place.",
-     "=> marks the line that is executed next, * a breakpoint. Again, or Enter, it shows the lines behind.",
-     "break 21\nrun\nlist\nlist 30,34", DoList, true, ECompletion::Place},
-    {"disassemble", "disas", "[PLACE]", s_pszText, "Show the whole function around the stop or a place.", "",
-     "@call_chain\nbreak 29\nrun\ndisassemble", DoDisassemble, false, ECompletion::Place},
+    {"list", "l", "[PLACE | FIRST,LAST]", s_pszText, "Show lines of the source around the stop or a place.",
+     "=> marks the line that is executed next, * a breakpoint. Again, or Enter, it shows the lines after those. Of a "
+     "kernel without lines of a source it shows the IL, as it does for *LINE.",
+     "@opencl_c/game_of_life\nbreak 20\nrun\nlist\nlist 3,6", DoList, true, ECompletion::Place},
+    {"disassemble", "disas", "[/s] [PLACE]", s_pszText, "Show the IL of the whole function around the stop or a place.",
+     "With /s each line of the source stands before what was made of it.", "@opencl_c/transpose\nstart\ndisassemble/s",
+     DoDisassemble, false, ECompletion::Place},
+    {"backtrace", "bt", "", s_pszText, "List the functions that the stop is in, the innermost first.",
+     "Functions that are inlined count. Their arguments are those of the work-item in focus.",
+     "@opencl_c/game_of_life\nbreak row_word\nrun\nbacktrace", DoBacktrace, false, ECompletion::Nothing},
+    {"frame", "f", "[N]", s_pszText, "Look at one of these functions, or show which one is looked at.",
+     "Variables are looked up in it, and list shows its lines. It is the innermost one again when the kernel goes on.",
+     "@opencl_c/game_of_life\nbreak row_word\nrun\nframe 1\ninfo locals", DoFrame, false, ECompletion::Nothing},
+    {"up", "", "[N]", s_pszText, "Look at the function that calls this one.", "",
+     "@opencl_c/game_of_life\nbreak row_word\nrun\nup", DoUp, true, ECompletion::Nothing},
+    {"down", "", "[N]", s_pszText, "Look at the function that this one calls.", "",
+     "@opencl_c/game_of_life\nbreak row_word\nrun\nup\ndown", DoDown, true, ECompletion::Nothing},
 
     {"print", "p inspect", "[/FORMAT] EXPRESSION", s_pszValues,
      "Show a variable of the source, a register, or an expression, for the work-item in focus.",

@@ -38,9 +38,12 @@ private:
 uint64_t ReadNumber(const std::string& strText);
 /// The same, of 32 bits.
 unsigned int ReadShortNumber(const std::string& strText);
-/// A line, "FILE:LINE" of the source, a function's name, "func LABEL", "entry", "+N" or "-N"; always a line with an
-/// instruction.
-unsigned int ReadPlace(CDebugger& debugger, const std::string& strText);
+/// Lines of IL for a place: a line, "FILE:LINE" of the source, "*LINE" of IL, a function's name, "func LABEL", "entry",
+/// "+N" or "-N". A line is one of the source where the kernel has one, else of IL. Several for a place in a function
+/// that is inlined more than once; always lines with an instruction.
+std::set<unsigned int> ReadPlace(CDebugger& debugger, const std::string& strText);
+/// The line of the source that a place stands for; nothing for one of IL.
+std::optional<SSourceLine> ReadSourcePlace(CDebugger& debugger, const std::string& strText);
 /// What print and display show.
 nlohmann::json PrintExpression(CDebugger& debugger, const std::string& strFormat, const std::string& strExpression);
 /// Columns and rows that a picture may take.
@@ -60,7 +63,7 @@ nlohmann::json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint&
         X(Condition) X(Ignore) X(BreakpointCommands) X(Enable) X(Disable) X(Delete) X(InfoBreakpoints) X(List)         \
             X(Disassemble) X(Print) X(Display) X(Undisplay) X(InfoDisplay) X(Examine) X(InfoRegisters) X(InfoMemory)   \
                 X(InfoKernel) X(InfoDispatch) X(InfoFaults) X(Mask) X(Grid) X(Stats) X(Where) X(Diff) X(WorkItem) X(Set) X(Show)     \
-                    X(Help) X(Source) X(Quit) X(CatchLaunch) X(Capture) X(InfoLocals) X(InfoArgs) X(PrintType) X(WhatIs) X(FinishLaunch) X(InfoLaunches) X(InfoKernels) X(InfoPrograms)
+                    X(Help) X(Source) X(Quit) X(CatchLaunch) X(Capture) X(InfoLocals) X(InfoArgs) X(PrintType) X(WhatIs) X(FinishLaunch) X(Backtrace) X(Frame) X(Up) X(Down) X(InfoLaunches) X(InfoKernels) X(InfoPrograms)
 // clang-format on
 #define KESTREL_DECLARE_COMMAND(name) nlohmann::json Do##name(CCommandContext& context);
 KESTREL_COMMAND_FUNCTIONS(KESTREL_DECLARE_COMMAND)

@@ -256,7 +256,7 @@ CInterpreter::EResult CInterpreter::Source(const std::string& strPath)
 
 void CInterpreter::OnEvent(const nlohmann::json& event)
 {
-    m_nListNext = 0;
+    m_ListNext = SSourceLine();
     m_bStopped = m_bStopped || event["event"] == "stopped";
     m_Output.OnEvent(event);
 }

@@ -68,8 +68,10 @@ public:
     /// What an empty line after this command does instead of repeating it as it was.
     void SetRepeat(const std::string& strLine) { m_strRepeat = strLine; }
     /// The line behind those that were listed since the last stop; 0 for none.
-    unsigned int GetListNext() const { return m_nListNext; }
-    void SetListNext(unsigned int nLine) { m_nListNext = nLine; }
+    /// Where the next list goes on: a line of a file, or of IL where the file's name is empty; line 0 for around the
+    /// stop.
+    const SSourceLine& GetListNext() const { return m_ListNext; }
+    void SetListNext(const SSourceLine& line) { m_ListNext = line; }
 
     void OnEvent(const nlohmann::json& event) override;
     void OnProgress(const std::string& strText) override;
@@ -93,7 +95,7 @@ private:
     unsigned int m_nLastDisplay = 0;
     const LineReader* m_pReader = nullptr;
     std::string m_strRepeat;
-    unsigned int m_nListNext = 0;
+    SSourceLine m_ListNext;
     int m_nFailureCode = 0;
     bool m_bStopped = false;
     bool m_bQuit = false;

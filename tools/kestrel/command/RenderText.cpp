@@ -1,6 +1,7 @@
 #include "tools/kestrel/command/Output.h"
 #include "tools/kestrel/command/RenderPictures.h"
 #include "tools/kestrel/command/RenderProgram.h"
+#include "tools/kestrel/command/RenderSource.h"
 #include "tools/kestrel/debug/Format.h"
 #include "tools/source/SourcePlaces.h"
 
@@ -14,8 +15,6 @@ using nlohmann::json;
 
 namespace
 {
-
-const size_t s_nPlaceColumn = 52; ///< where a line's place in the source stands
 
 std::string Text(const json& value)
 {
@@ -33,28 +32,6 @@ std::string Join(const json& list, const char* pszBetween)
     for (const json& entry : list)
     {
         strText += (strText.empty() ? "" : pszBetween) + Text(entry);
-    }
-    return strText;
-}
-
-std::string RenderLine(const json& line)
-{
-    const std::string strMark = line.value("here", false) ? "=>" : "  ";
-    std::string strText = Text(line["text"]);
-    if (line.contains("source"))
-    {
-        strText = PadRight(strText, s_nPlaceColumn) + "  " + ShortenPlace(Text(line["source"]));
-    }
-    return strMark + (line.value("breakpoint", false) ? "*" : " ") + PadLeft(Text(line["line"]), 4) + "  " + strText +
-           "\n";
-}
-
-std::string RenderLines(const json& view)
-{
-    std::string strText;
-    for (const json& line : view["lines"])
-    {
-        strText += RenderLine(line);
     }
     return strText;
 }
@@ -81,14 +58,8 @@ std::string RenderStopped(const json& event)
         strText += Text(complaint) + "\n";
     }
     strText += NameReason(event) + Text(event["count"]) + " of " + Text(event["items"]) + " active";
-    const std::string strFunction = event["function"];
-    strText += strFunction.empty() ? "\n" : " in " + strFunction + "\n";
-    json line = {{"line", event["line"]}, {"text", event["text"]}, {"here", true}};
-    if (event.contains("source"))
-    {
-        line["source"] = event["source"];
-    }
-    return strText + RenderLine(line);
+    strText += event["function"] == "" ? "\n" : " in " + RenderFunction(event) + "\n";
+    return strText + RenderHere(event);
 }
 
 std::string RenderStarted(const json& event)
@@ -123,7 +94,11 @@ std::string RenderBreakpoint(const json& view)
     {
         return strHead + ": " + Text(view["place"]) + "\n";
     }
-    return strHead + " at line " + Text(view["line"]) + ": " + Text(view["text"]) + "\n";
+    const std::string strCode = Text(view["line"]) + ": " + Text(view["text"]) + "\n";
+    const size_t nLines = view.value("lines", json::array()).size();
+    const std::string strMany = nLines > 1 ? ", and " + std::to_string(nLines - 1) + " more" : "";
+    return strHead + " at " +
+           (view.contains("source") ? ShortenPlace(Text(view["source"])) + strMany + ", *" : "line ") + strCode;
 }
 
 std::string RenderBreakpoints(const json& view)
@@ -141,6 +116,7 @@ std::string RenderBreakpoints(const json& view)
                    PadLeft(Text(breakpoint["hits"]), 6) + "    " + Text(breakpoint["text"]);
         strText +=
             breakpoint.contains("place") ? (breakpoint["line"].is_null() ? "" : "  ") + Text(breakpoint["place"]) : "";
+        strText += breakpoint.contains("source") ? "  at " + ShortenPlace(Text(breakpoint["source"])) : "";
         strText += breakpoint.contains("condition") ? "  if " + Text(breakpoint["condition"]) : "";
         strText += breakpoint.contains("ignore") ? "  passes " + Text(breakpoint["ignore"]) : "";
         strText += breakpoint["enabled"] ? "" : "  disabled";
@@ -374,6 +350,8 @@ const SRenderer s_Views[] = {
     {"breakpoint", RenderBreakpoint},
     {"breakpoints", RenderBreakpoints},
     {"lines", RenderLines},
+    {"backtrace", RenderBacktrace},
+    {"frame", RenderFrame},
     {"registers", RenderRegisters},
     {"memory", RenderMemory},
     {"kernel", RenderKernel},
@@ -472,7 +450,7 @@ std::string RenderFault(const json& fault)
     std::string strLine = strPlace.empty() ? "" : "at " + strPlace;
     if (fault.contains("line"))
     {
-        strLine = "at line " + Text(fault["line"]) + (strPlace.empty() ? "" : " (" + strPlace + ")");
+        strLine = strPlace.empty() ? "at line " + Text(fault["line"]) : strLine + ", *" + Text(fault["line"]);
     }
     if (strKind == "barrier")
     {

@@ -89,7 +89,7 @@ json DoUntil(CCommandContext& context)
     {
         return DoAdvance(context);
     }
-    context.GetDebugger().Until();
+    CLineStepper(context.GetDebugger()).Until();
     return nullptr;
 }
 

@@ -14,7 +14,7 @@ using nlohmann::json;
 namespace
 {
 
-/// The variables of the innermost function that the stop is in, and what the whole program can see.
+/// The variables of the selected function.
 json ListVariables(CCommandContext& context, bool bParameters)
 {
     context.AllowNone();
@@ -24,7 +24,8 @@ json ListVariables(CCommandContext& context, bool bParameters)
     json list = json::array();
     for (const SSourceVariable& variable : values.List())
     {
-        if (variable.nFrame == 0 && variable.bParameter == bParameters && setShown.insert(variable.strName).second)
+        if (variable.nFrame != SSourceVariable::NoFrame && variable.bParameter == bParameters &&
+            setShown.insert(variable.strName).second)
         {
             const SSourceValue value = values.Read(variable, debugger.GetFocus());
             list.push_back({{"name", variable.strName},

@@ -7,11 +7,11 @@
 namespace KestrelTool
 {
 
-SBreakpoint& CBreakpoints::Add(unsigned int nLine, bool bTemporary)
+SBreakpoint& CBreakpoints::Add(std::set<unsigned int> lines, bool bTemporary)
 {
     m_Breakpoints.emplace_back();
     m_Breakpoints.back().nId = m_nNextId++;
-    m_Breakpoints.back().nLine = nLine;
+    m_Breakpoints.back().lines = std::move(lines);
     m_Breakpoints.back().bTemporary = bTemporary;
     return m_Breakpoints.back();
 }
@@ -39,9 +39,9 @@ std::set<unsigned int> CBreakpoints::GetEnabledLines() const
     std::set<unsigned int> lines;
     for (const SBreakpoint& breakpoint : m_Breakpoints)
     {
-        if (breakpoint.bEnabled && breakpoint.nLine != SBreakpoint::NoLine)
+        if (breakpoint.bEnabled)
         {
-            lines.insert(breakpoint.nLine);
+            lines.insert(breakpoint.lines.begin(), breakpoint.lines.end());
         }
     }
     return lines;
@@ -50,7 +50,7 @@ std::set<unsigned int> CBreakpoints::GetEnabledLines() const
 bool CBreakpoints::HasLine(unsigned int nLine) const
 {
     return std::any_of(m_Breakpoints.begin(), m_Breakpoints.end(),
-                       [&](const SBreakpoint& breakpoint) { return breakpoint.nLine == nLine; });
+                       [&](const SBreakpoint& breakpoint) { return breakpoint.lines.count(nLine) != 0; });
 }
 
 CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& source)
@@ -58,7 +58,7 @@ CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& sourc
     SHits hits;
     for (SBreakpoint& breakpoint : m_Breakpoints)
     {
-        if (breakpoint.nLine != nLine || !breakpoint.bEnabled)
+        if (breakpoint.lines.count(nLine) == 0 || !breakpoint.bEnabled)
         {
             continue;
         }

@@ -17,16 +17,17 @@ struct SLaunchPlace
 {
     enum EKind
     {
-        Line,   ///< a line of a certain kernel's text
-        Kernel, ///< a kernel's entry, by its name
+        Line,   ///< lines of a certain kernel's text
+        Kernel, ///< the entry of a kernel, or of a function of the source, by its name
         Source, ///< a line of a file
         Launch  ///< the entry of launches, by number
     };
 
     EKind eKind = Line;
-    std::string strKernel;     ///< of a launch: empty for any
-    unsigned int nProgram = 0; ///< of a line: the program's number
-    unsigned int nLine = 0;    ///< of a line: that of the text; of the source: that of the file
+    std::string strKernel;        ///< of a launch: empty for any
+    unsigned int nProgram = 0;    ///< of a line: the program's number
+    std::set<unsigned int> lines; ///< of the text, of a line or of a function's beginnings
+    unsigned int nLine = 0;       ///< of the source: that of the file
     std::string strFile;
     uint64_t nNumber = 0; ///< of a launch: which one, of all or of the kernel's; 0 for each
 };
@@ -34,10 +35,8 @@ struct SLaunchPlace
 /// A breakpoint of the user's. Several may share a line.
 struct SBreakpoint
 {
-    static constexpr unsigned int NoLine = 0xFFFFFFFF;
-
     unsigned int nId = 0;
-    unsigned int nLine = 0; ///< NoLine if the kernel that is debugged hasn't got its place
+    std::set<unsigned int> lines; ///< of IL: one for each place of inlining; none if the kernel hasn't got its place
     std::optional<SLaunchPlace> place;
     bool bTemporary = false;
     bool bEnabled = true;
@@ -51,7 +50,7 @@ struct SBreakpoint
 class CBreakpoints
 {
 public:
-    SBreakpoint& Add(unsigned int nLine, bool bTemporary);
+    SBreakpoint& Add(std::set<unsigned int> lines, bool bTemporary);
     /// \throws CCommandError for a number that isn't there
     SBreakpoint& Find(unsigned int nId);
     void Remove(unsigned int nId);

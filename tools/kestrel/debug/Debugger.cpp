@@ -25,6 +25,11 @@ SExtent MakeExtent(const SLaunchFile& file)
     return extent;
 }
 
+bool IsBinary(const SLaunchFile& file)
+{
+    return file.strSource.compare(0, 4, "\177ELF") == 0;
+}
+
 } // namespace
 
 CDebugger::CDebugger(const CLibraries& libraries, const SLaunchFile& file, IEventSink& sink)
@@ -55,6 +60,7 @@ void CDebugger::ReadProgram()
     m_nLabel = ReadLabel(vMetadata);
     SetListing(ReadListing(vBinary, m_nLabel));
     m_pDebugInfo = std::make_unique<CDebugInfo>(vBinary);
+    m_pSourceText = std::make_unique<CSourceText>(IsBinary(m_Launch.GetFile()) ? "" : m_Launch.GetFile().strSource);
 }
 
 CFixedRegisters CDebugger::MakeFixedRegisters(unsigned int nLocalBytes)
@@ -206,12 +212,6 @@ std::vector<std::string> CDebugger::TakeCommands()
     std::vector<std::string> vCommands;
     vCommands.swap(m_vCommands);
     return vCommands;
-}
-
-std::string CDebugger::GetCurrentFunction() const
-{
-    const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
-    return pFunction != nullptr ? pFunction->strName : std::string();
 }
 
 } // namespace KestrelTool

@@ -6,9 +6,11 @@
 #include "tools/kestrel/debug/Faults.h"
 #include "tools/kestrel/debug/FixedRegisters.h"
 #include "tools/kestrel/debug/Format.h"
+#include "tools/kestrel/debug/Frames.h"
 #include "tools/kestrel/debug/KernelArguments.h"
 #include "tools/kestrel/debug/KernelRuns.h"
 #include "tools/kestrel/debug/RunEstimate.h"
+#include "tools/kestrel/debug/SourceText.h"
 #include "tools/kestrel/debug/StopCounts.h"
 #include "tools/kestrel/debug/Target.h"
 #include "tools/source/DebugInfo.h"
@@ -80,6 +82,19 @@ public:
         m_pBreakpoints = &breakpoints;
     }
 
+    // ---- the source
+    /// Whether the kernel's own function comes from lines of a source.
+    bool HasSource() const;
+    CSourceText& GetSourceText() { return *m_pSourceText; }
+    /// The functions that the stop is in, the innermost first; before the launch, those of the kernel's beginning.
+    std::vector<SFrame> GetFrames();
+    /// Which of them variables and lines are looked at in: the innermost, until another one is selected.
+    size_t GetFrame() const { return m_nFrame; }
+    /// \throws CCommandError for one that isn't there
+    void SelectFrame(size_t nFrame);
+    /// The line of the source that the selected function stands at; nothing if there is none.
+    std::optional<SSourceLine> GetSourceLine();
+
     // ---- the state
     bool IsLive() const { return m_Target.IsLive(); }
     /// In front of the first instruction: no register has a value, and memory is as at the launch.
@@ -144,8 +159,8 @@ public:
     void Finish();
     /// To a line behind the present one, or to the function's end.
     void Until();
-    /// To a line, or to the function's end.
-    void Advance(unsigned int nLine);
+    /// To one of some lines, or to the function's end.
+    void Advance(std::set<unsigned int> lines);
     /// To one of the lines that are worked out anew at each stop on the way, or to behind the function's call.
     void RunToAny(size_t nTimes, const char* pszReason, bool bBack,
                   const std::function<std::set<unsigned int>()>& findLines);
@@ -200,6 +215,7 @@ private:
     void CountStop(ovkclDebugCommand command, unsigned int nFrom);
     std::string CompareCounts(bool bStepped);
     void AddFaults(nlohmann::json& event);
+    void AddSource(nlohmann::json& event);
     void BreakRun();
     void RequireNoInterrupt() const;
     std::string ExplainRefusal() const;
@@ -210,7 +226,6 @@ private:
     std::optional<uint64_t> FindFirstRead(size_t nArgument);
     std::optional<uint64_t> FindInRegisters(size_t nArgument);
     void ShowProgress();
-    std::string GetCurrentFunction() const;
     std::optional<SElements> FindLocalBlock(const std::string& strName);
     size_t GetLocalSize(unsigned int nResource);
     CFixedRegisters MakeFixedRegisters(unsigned int nLocalBytes);
@@ -231,11 +246,13 @@ private:
     std::unique_ptr<CListing> m_pListing;
     std::unique_ptr<CCodeMap> m_pCode;
     std::unique_ptr<CDebugInfo> m_pDebugInfo;
+    std::unique_ptr<CSourceText> m_pSourceText;
     std::vector<SKernelArgument> m_vArguments;
     std::optional<CFixedRegisters> m_Fixed;
     unsigned int m_nLabel = 0; ///< of the kernel's function
 
     unsigned int m_nLine = 0;
+    size_t m_nFrame = 0;
     size_t m_nFocus = 0;
     std::vector<cl_bool> m_vAllActive;
     CBreakpoints::SHits m_Hits;

@@ -294,6 +294,7 @@ void CDebugger::BeginCommand(bool bSingleStep)
     }
     m_LookedAt.clear();
     m_bSingleStep = bSingleStep && m_Target.GetState() == CTarget::AtStop;
+    m_nFrame = 0;
     m_Hits = CBreakpoints::SHits();
     m_vCommands.clear();
     m_Progress = SProgress();
@@ -417,10 +418,9 @@ void CDebugger::Until()
     Repeat(1, "until", [&] { return RunToLines(lines, pFunction); });
 }
 
-void CDebugger::Advance(unsigned int nLine)
+void CDebugger::Advance(std::set<unsigned int> lines)
 {
     BeginCommand(false);
-    std::set<unsigned int> lines = {nLine};
     const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
     if (pFunction != nullptr && pFunction->nLabel != m_nLabel)
     {

@@ -207,21 +207,37 @@ void CDebugger::SendStop(EReason eReason, const std::string& strReason)
                   {"reason", strWhy},
                   {"line", m_nLine},
                   {"text", m_pListing->GetLine(m_nLine)},
-                  {"function", GetCurrentFunction()},
+                  {"function", GetFrames().front().strFunction},
                   {"count", CountActive()},
                   {"items", m_Extent.Count()},
                   {"breakpoints", m_Hits.vIds},
                   {"runs", GetRuns() - m_Progress.nRunsBefore}};
-    if (!m_pListing->GetPlace(m_nLine).empty())
-    {
-        event["source"] = m_pListing->GetPlace(m_nLine);
-    }
+    AddSource(event);
     if (!m_Hits.vComplaints.empty())
     {
         event["complaints"] = m_Hits.vComplaints;
     }
     AddFaults(event);
     m_Sink.OnEvent(event);
+}
+
+/// Where the stop is in the source, if it has one.
+void CDebugger::AddSource(json& event)
+{
+    const std::vector<SFrame> vFrames = GetFrames();
+    if (!vFrames.front().place)
+    {
+        return;
+    }
+    const SSourceLine& line = *vFrames.front().place;
+    event["source"] = m_pListing->GetPlace(m_nLine);
+    event["function"] = vFrames.front().strFunction;
+    if (const std::string* pText = m_pSourceText->FindLine(line.strFile, line.nLine))
+    {
+        event["source_text"] = *pText;
+    }
+    // In the midst of a line's code the instruction tells more than the line.
+    event["inside"] = !BeginsLine(*m_pListing, *m_pCode, m_nLine);
 }
 
 /// \param strDoubt  why the stops may have shown something else than the plain run did; empty if nothing says so

@@ -1,5 +1,7 @@
 #include "tools/kestrel/debug/LineStepper.h"
 
+#include "tools/kestrel/debug/SourceLines.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -21,28 +23,12 @@ bool CLineStepper::HasLines() const
     return false;
 }
 
-/// Whether an instruction is the first one of a line's code, or of a part of it.
-bool CLineStepper::BeginsLine(unsigned int nLine) const
-{
-    const CListing& listing = m_Debugger.GetListing();
-    const std::string& strPlace = listing.GetPlace(nLine);
-    if (strPlace.empty() || !listing.IsInstruction(nLine))
-    {
-        return false;
-    }
-    unsigned int nBefore = nLine;
-    while (nBefore != 0 && !listing.IsInstruction(--nBefore))
-    {
-    }
-    return listing.GetPlace(nBefore) != strPlace ||
-           m_Debugger.GetCode().FindFunction(nBefore) != m_Debugger.GetCode().FindFunction(nLine);
-}
-
 /// Forward the line that one stands in is left. Back its beginning is as good as that of another one.
 bool CLineStepper::IsStop(unsigned int nLine, bool bBack) const
 {
     const CListing& listing = m_Debugger.GetListing();
-    return BeginsLine(nLine) && (bBack || listing.GetPlace(nLine) != listing.GetPlace(m_Debugger.GetLine()));
+    return BeginsLine(listing, m_Debugger.GetCode(), nLine) &&
+           (bBack || listing.GetPlace(nLine) != listing.GetPlace(m_Debugger.GetLine()));
 }
 
 size_t CLineStepper::CountFrames(unsigned int nLine)
@@ -91,6 +77,30 @@ void CLineStepper::Next(size_t nTimes)
         return;
     }
     m_Debugger.RunToAny(nTimes, "next", false, [this] { return FindStops(false, false); });
+}
+
+void CLineStepper::Until()
+{
+    if (!HasLines())
+    {
+        m_Debugger.Until();
+        return;
+    }
+    const std::optional<SSourceLine> here = ReadSourceLine(m_Debugger.GetListing().GetPlace(m_Debugger.GetLine()));
+    const size_t nDepth = CountFrames(m_Debugger.GetLine());
+    const auto findStops = [&]
+    {
+        std::set<unsigned int> stops = FindStops(false, false);
+        for (auto it = stops.begin(); it != stops.end();)
+        {
+            const std::optional<SSourceLine> place = ReadSourceLine(m_Debugger.GetListing().GetPlace(*it));
+            const bool bBack = here && place && place->strFile == here->strFile && place->nLine <= here->nLine &&
+                               CountFrames(*it) == nDepth;
+            it = bBack ? stops.erase(it) : std::next(it);
+        }
+        return stops;
+    };
+    m_Debugger.RunToAny(1, "until", false, findStops);
 }
 
 void CLineStepper::Finish()

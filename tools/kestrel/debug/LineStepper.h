@@ -17,6 +17,8 @@ public:
     void Step(size_t nTimes);
     /// To the next line of the same function, or of the caller's.
     void Next(size_t nTimes);
+    /// To a later line of the same function, or of the caller's: not back to a loop's beginning.
+    void Until();
     /// To behind the function's call, inlined or not.
     void Finish();
     void StepBack(size_t nTimes);
@@ -26,7 +28,6 @@ private:
     using SFunction = CCodeMap::SFunction;
 
     bool HasLines() const;
-    bool BeginsLine(unsigned int nLine) const;
     std::set<unsigned int> FindStops(bool bInto, bool bBack);
     size_t CountFrames(unsigned int nLine);
     bool IsStop(unsigned int nLine, bool bBack) const;

@@ -41,6 +41,20 @@ bool IsFile(const std::string& strOne, const std::string& strOther)
     return strLong.compare(nFirst, std::string::npos, strShort) == 0 && (nFirst == 0 || strLong[nFirst - 1] == '/');
 }
 
+bool BeginsLine(const CListing& listing, const CCodeMap& code, unsigned int nLine)
+{
+    const std::string& strPlace = listing.GetPlace(nLine);
+    if (strPlace.empty() || !listing.IsInstruction(nLine))
+    {
+        return false;
+    }
+    unsigned int nBefore = nLine;
+    while (nBefore != 0 && !listing.IsInstruction(--nBefore))
+    {
+    }
+    return listing.GetPlace(nBefore) != strPlace || code.FindFunction(nBefore) != code.FindFunction(nLine);
+}
+
 std::set<unsigned int> ListSourceLines(const CListing& listing, const CCodeMap::SFunction* pFunction,
                                        const std::string& strFile)
 {
@@ -53,22 +67,6 @@ std::set<unsigned int> ListSourceLines(const CListing& listing, const CCodeMap::
     }
     lines.erase(0);
     return lines;
-}
-
-unsigned int FindSourceLine(const CListing& listing, const CCodeMap::SFunction* pFunction, const SSourceLine& line)
-{
-    const std::set<unsigned int> lines = ListSourceLines(listing, pFunction, line.strFile);
-    const auto itWanted = lines.lower_bound(line.nLine);
-    if (itWanted == lines.end())
-    {
-        return CListing::NoLine;
-    }
-    unsigned int nFound = pFunction != nullptr ? pFunction->nHead : 0;
-    while (FindLineIn(listing, nFound, line.strFile) != *itWanted)
-    {
-        ++nFound;
-    }
-    return nFound;
 }
 
 } // namespace KestrelTool

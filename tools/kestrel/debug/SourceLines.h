@@ -21,11 +21,11 @@ struct SSourceLine
 std::optional<SSourceLine> ReadSourceLine(const std::string& strText);
 /// Whether two names of files mean the same one, of which either may be given without its folder.
 bool IsFile(const std::string& strOne, const std::string& strOther);
+/// Whether an instruction is the first one of a line's code, or of a part of it.
+bool BeginsLine(const CListing& listing, const CCodeMap& code, unsigned int nLine);
 /// Lines of a file that a function's instructions come from; of all functions for a null one.
 std::set<unsigned int> ListSourceLines(const CListing& listing, const CCodeMap::SFunction* pFunction,
                                        const std::string& strFile);
-/// The first instruction of a function that comes from a line, or from the next one that has any; NoLine if none has.
-unsigned int FindSourceLine(const CListing& listing, const CCodeMap::SFunction* pFunction, const SSourceLine& line);
 
 } // namespace KestrelTool
 

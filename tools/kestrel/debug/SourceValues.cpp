@@ -292,7 +292,16 @@ private:
 std::vector<SSourceVariable> CSourceValues::List()
 {
     m_Debugger.RequireLive();
-    return m_Debugger.GetDebugInfo().FindVariables(m_Debugger.GetLine());
+    const std::vector<SFrame> vFrames = m_Debugger.GetFrames();
+    const SFrame& frame = vFrames[std::min(m_Debugger.GetFrame(), vFrames.size() - 1)];
+    std::vector<SSourceVariable> vVariables = m_Debugger.GetDebugInfo().FindVariables(frame.nLine);
+    vVariables.erase(std::remove_if(vVariables.begin(), vVariables.end(),
+                                    [&](const SSourceVariable& variable) {
+                                        return variable.nFrame != frame.nDepth &&
+                                               variable.nFrame != SSourceVariable::NoFrame;
+                                    }),
+                     vVariables.end());
+    return vVariables;
 }
 
 /// What can't be had isn't known.

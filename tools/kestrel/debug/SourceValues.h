@@ -24,7 +24,8 @@ class CSourceValues
 public:
     explicit CSourceValues(CDebugger& debugger) : m_Debugger(debugger) {}
 
-    /// All of them; a name may come more than once, the one that the source means first.
+    /// Those of the selected function, and those outside of all functions; a name may come more than once, the one that
+    /// the source means first.
     std::vector<SSourceVariable> List();
     /// \throws CCommandError if a part can't be read
     SSourceValue Read(const SSourceVariable& variable, size_t nItem);

@@ -1,9 +1,6 @@
 #include "tools/kestrel/program/ProgramSession.h"
 
-#include "tools/kestrel/convert/ProgramBuild.h"
 #include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/KernelArguments.h"
-#include "tools/kestrel/debug/SourceLines.h"
 #include "tools/kestrel/program/Capture.h"
 
 #include <algorithm>
@@ -20,190 +17,6 @@ CProgramSession::CProgramSession(const CLibraries& libraries, const SProgramComm
 
 CProgramSession::~CProgramSession() = default;
 
-// ---------------------------------------------------------------------------------------- breakpoints
-
-std::string NamePlace(const SLaunchPlace& place)
-{
-    switch (place.eKind)
-    {
-    case SLaunchPlace::Line:
-        return "line " + std::to_string(place.nLine) + " of " + place.strKernel;
-    case SLaunchPlace::Kernel:
-        return "kernel " + place.strKernel;
-    case SLaunchPlace::Source:
-        return place.strFile + ":" + std::to_string(place.nLine);
-    case SLaunchPlace::Launch:
-        break;
-    }
-    return (place.nNumber != 0 ? "launch " + std::to_string(place.nNumber) : std::string("each launch")) +
-           (place.strKernel.empty() ? "" : " of " + place.strKernel);
-}
-
-SBreakpoint& CProgramSession::AddBreakpoint(const SLaunchPlace& place, bool bTemporary)
-{
-    SBreakpoint& breakpoint = m_Breakpoints.Add(SBreakpoint::NoLine, bTemporary);
-    breakpoint.place = place;
-    if (m_pDebugger != nullptr)
-    {
-        Resolve(breakpoint);
-    }
-    return breakpoint;
-}
-
-/// Gives a breakpoint the line that its place has in the launch that waits.
-void CProgramSession::Resolve(SBreakpoint& breakpoint)
-{
-    const SLaunchPlace& place = *breakpoint.place;
-    const CCodeMap& code = m_pDebugger->GetCode();
-    const bool bKernel = place.strKernel.empty() || place.strKernel == m_Launch.strKernel;
-    const uint64_t nCount = place.strKernel.empty() ? m_Launch.nNumber : m_Launch.nTurn;
-    breakpoint.nLine = SBreakpoint::NoLine;
-    switch (place.eKind)
-    {
-    case SLaunchPlace::Line:
-        breakpoint.nLine = bKernel && place.nProgram == m_Launch.nProgram ? place.nLine : SBreakpoint::NoLine;
-        break;
-    case SLaunchPlace::Kernel:
-        breakpoint.nLine = bKernel ? code.GetFirstStop() : SBreakpoint::NoLine;
-        break;
-    case SLaunchPlace::Source:
-        if (IsFile(m_Record.GetPrograms()[m_Launch.nProgram - 1].strFile, place.strFile))
-        {
-            breakpoint.nLine = FindSourceLine(m_pDebugger->GetListing(), code.FindFunction(code.GetFirstStop()),
-                                              {place.strFile, place.nLine});
-        }
-        break;
-    case SLaunchPlace::Launch:
-        breakpoint.nLine =
-            bKernel && (place.nNumber == 0 || place.nNumber == nCount) ? code.GetFirstStop() : SBreakpoint::NoLine;
-        break;
-    }
-    if (breakpoint.condition && breakpoint.nLine != SBreakpoint::NoLine)
-    {
-        // The names in it are this kernel's now.
-        breakpoint.condition.emplace(std::string(breakpoint.condition->GetText()), m_pDebugger.get());
-    }
-}
-
-/// The layer's number of a program.
-uint32_t CProgramSession::FindId(unsigned int nProgram) const
-{
-    return m_Record.GetPrograms()[nProgram - 1].nId;
-}
-
-std::vector<SLaunchRule> CProgramSession::MakeBreakpointRules()
-{
-    std::vector<SLaunchRule> vRules;
-    for (const SBreakpoint& breakpoint : m_Breakpoints.GetAll())
-    {
-        if (!breakpoint.bEnabled || !breakpoint.place)
-        {
-            continue;
-        }
-        const SLaunchPlace& place = *breakpoint.place;
-        SLaunchRule rule;
-        rule.strKernel = place.strKernel;
-        switch (place.eKind)
-        {
-        case SLaunchPlace::Source:
-            AddSourceRules(place, vRules);
-            continue;
-        case SLaunchPlace::Line:
-            rule.nProgram = FindId(place.nProgram);
-            break;
-        case SLaunchPlace::Launch:
-            rule.bTurns = !place.strKernel.empty();
-            rule.nFirst = place.nNumber != 0 ? place.nNumber : rule.nFirst;
-            rule.nLast = place.nNumber != 0 ? place.nNumber : rule.nLast;
-            break;
-        case SLaunchPlace::Kernel:
-            break;
-        }
-        vRules.push_back(rule);
-    }
-    return vRules;
-}
-
-std::vector<SLaunchRule> CProgramSession::MakeRules()
-{
-    std::vector<SLaunchRule> vRules = MakeBreakpointRules();
-    for (const auto& capture : m_vCaptures)
-    {
-        vRules.push_back(capture.first);
-    }
-    return vRules;
-}
-
-/// Whether the launch that waits does so for a breakpoint, and not only to be captured.
-bool CProgramSession::IsToBeDebugged()
-{
-    const uint32_t nProgram = FindId(m_Launch.nProgram);
-    const std::vector<SLaunchRule> vRules = MakeBreakpointRules();
-    return std::any_of(vRules.begin(), vRules.end(),
-                       [&](const SLaunchRule& rule)
-                       { return Wants(rule, m_Launch.strKernel, nProgram, m_Launch.nNumber, m_Launch.nTurn); });
-}
-
-/// The debug form of a program is built when a line of its file is wanted first.
-const std::map<std::string, std::set<unsigned int>>& CProgramSession::FindLines(const SKnownProgram& program)
-{
-    const auto itKnown = m_mapLines.find(program.nNumber);
-    if (itKnown != m_mapLines.end())
-    {
-        return itKnown->second;
-    }
-    std::map<std::string, std::set<unsigned int>>& mapLines = m_mapLines[program.nNumber];
-    try
-    {
-        const std::vector<char> vImage =
-            BuildProgram(m_Lib, NameSource(program), std::string(), program.strOptions + " -g").vImage;
-        for (const std::string& strKernel : ListKernels(vImage))
-        {
-            const CListing listing = ReadListing(vImage, ReadLabel(ReadMetadata(vImage, strKernel)));
-            const CCodeMap code(listing);
-            mapLines[strKernel] = ListSourceLines(listing, code.FindFunction(code.GetFirstStop()), program.strFile);
-        }
-    }
-    catch (const std::runtime_error&)
-    {
-        // A launch of it will say why it can't be built for debugging.
-        for (const std::string& strKernel : program.vKernels)
-        {
-            mapLines[strKernel] = {~0u};
-        }
-    }
-    return mapLines;
-}
-
-/// Those kernels that have the line; if none has, those that have the next line that any kernel has.
-void CProgramSession::AddSourceRules(const SLaunchPlace& place, std::vector<SLaunchRule>& vRules)
-{
-    for (const SKnownProgram& program : m_Record.GetPrograms())
-    {
-        if (!IsFile(program.strFile, place.strFile) || program.strSource.empty())
-        {
-            continue;
-        }
-        const auto& mapLines = FindLines(program);
-        std::set<unsigned int> lines;
-        for (const auto& kernel : mapLines)
-        {
-            lines.insert(kernel.second.begin(), kernel.second.end());
-        }
-        const auto itWanted = lines.lower_bound(place.nLine);
-        for (const auto& kernel : mapLines)
-        {
-            if (itWanted != lines.end() && kernel.second.count(*itWanted) != 0)
-            {
-                SLaunchRule rule;
-                rule.strKernel = kernel.first;
-                rule.nProgram = program.nId;
-                vRules.push_back(rule);
-            }
-        }
-    }
-}
-
 // ---------------------------------------------------------------------------------------- running
 
 void CProgramSession::Run()
@@ -213,7 +26,7 @@ void CProgramSession::Run()
         throw CCommandError("the program runs already");
     }
     m_Record = CProgramRecord(ListSourceFolders(m_Command));
-    m_mapLines.clear();
+    m_mapSources.clear();
     m_nExitCode = 0;
     m_Breakpoints.GetAll().remove_if([](const SBreakpoint& breakpoint)
                                      { return breakpoint.place && breakpoint.place->eKind == SLaunchPlace::Line; });
@@ -438,10 +251,10 @@ void CProgramSession::LeaveLaunch()
             SLaunchPlace place;
             place.strKernel = m_Launch.strKernel;
             place.nProgram = m_Launch.nProgram;
-            place.nLine = breakpoint.nLine;
+            place.lines = breakpoint.lines;
             breakpoint.place = place;
         }
-        breakpoint.nLine = SBreakpoint::NoLine;
+        breakpoint.lines.clear();
     }
     if (m_Watcher)
     {

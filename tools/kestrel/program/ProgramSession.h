@@ -50,6 +50,13 @@ public:
     int GetExitCode() const { return m_nExitCode; }
 
 private:
+    /// What a kernel is made of.
+    struct SKernelSource
+    {
+        std::set<unsigned int> lines; ///< of the program's file
+        std::set<std::string> functions;
+    };
+
     void OnEvent(const nlohmann::json& event) override;
     void OnProgress(const std::string& strText) override { m_Sink.OnProgress(strText); }
     bool OnAskToGiveUp(const std::function<bool()>& isOver) override { return m_Sink.OnAskToGiveUp(isOver); }
@@ -62,12 +69,14 @@ private:
     bool DebugLaunch(const CProgramProcess::SEvent& event);
     void LeaveLaunch();
     void Resolve(SBreakpoint& breakpoint);
+    std::set<unsigned int> FindPlace(const SLaunchPlace& place);
     void SendEnd();
     std::vector<SLaunchRule> MakeRules();
     std::vector<SLaunchRule> MakeBreakpointRules();
     bool IsToBeDebugged();
     void AddSourceRules(const SLaunchPlace& place, std::vector<SLaunchRule>& vRules);
-    const std::map<std::string, std::set<unsigned int>>& FindLines(const SKnownProgram& program);
+    void AddFunctionRules(const SLaunchPlace& place, std::vector<SLaunchRule>& vRules);
+    const std::map<std::string, SKernelSource>& FindSource(const SKnownProgram& program);
     uint32_t FindId(unsigned int nProgram) const;
 
     const CLibraries& m_Lib;
@@ -83,8 +92,8 @@ private:
     bool m_bShown = false; ///< it has been told of
     std::vector<std::pair<SLaunchRule, SCaptureTarget>> m_vCaptures;
     int m_nExitCode = 0;
-    /// The source's lines that each kernel of a program has instructions of, by the program's number.
-    std::map<unsigned int, std::map<std::string, std::set<unsigned int>>> m_mapLines;
+    /// Of each kernel of a program, by the program's number.
+    std::map<unsigned int, std::map<std::string, SKernelSource>> m_mapSources;
 };
 
 /// A breakpoint's place in words.
