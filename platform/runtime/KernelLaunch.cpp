@@ -314,11 +314,13 @@ struct SLastFault
     SPlatformEnd m_end{PLATFORM_END_COMPLETE, 0, ~cl_ulong(0)};
     std::vector<SPlatformBuffer> m_vBuffers;
     std::vector<cl_ulong> m_vVisits; ///< of the last run that was counted
+    std::vector<SPlatformProfile> m_vProfile;
     SPlatformSizes m_sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
 };
 
 std::atomic<bool> s_bBreakRuns{false};
 std::atomic<bool> s_bCountVisits{false};
+std::atomic<bool> s_bKeepProfile{false};
 
 SLastFault& LastFault()
 {
@@ -371,6 +373,8 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
     last.m_vBuffers.swap(prepared.m_vBuffers);
     if (result.eStatus == SLaunchResult::Complete && !result.vVisits.empty())
         last.m_vVisits.assign(result.vVisits.begin(), result.vVisits.end());
+    if (result.eStatus == SLaunchResult::Complete && !result.vProfile.empty())
+        last.m_vProfile.swap(result.vProfile);
 }
 
 /// Tells the context's callback what a run did that it shouldn't have.
@@ -417,6 +421,7 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     prepared.m_launch.nInstructionLimit = GetInstructionLimit();
     prepared.m_launch.nSchedule = TakeSchedule();
     prepared.m_launch.pBreak = &s_bBreakRuns;
+    prepared.m_launch.bKeepProfile = s_bKeepProfile;
     prepared.m_launch.bCountVisits = s_bCountVisits;
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
     const SCompiledKernel& kernel = prepared.m_pExecutable->m_compiled;
@@ -490,6 +495,19 @@ void CountVisits(bool bCount)
 cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts)
 {
     return GiveLast(&SLastFault::m_vVisits, pCounts, nCounts);
+}
+
+void KeepProfile(bool bKeep)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    s_bKeepProfile = bKeep;
+    last.m_vProfile.clear();
+}
+
+cl_uint GetProfile(SPlatformProfile* pRows, cl_uint nRows)
+{
+    return GiveLast(&SLastFault::m_vProfile, pRows, nRows);
 }
 
 std::string GetSourcePlace(cl_uint nInstruction)

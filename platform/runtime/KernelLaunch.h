@@ -49,6 +49,10 @@ cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers);
 void CountVisits(bool bCount);
 /// The counts of the last run that was counted, up to nCounts of them. \return how many there are
 cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts);
+/// Kernel runs from now on keep a profile, or no longer.
+void KeepProfile(bool bKeep);
+/// The rows of the last run that kept one, up to nRows of them. \return how many there are
+cl_uint GetProfile(SPlatformProfile* pRows, cl_uint nRows);
 
 /// "file:line" for an instruction of the last kernel run, "" if the source isn't known.
 std::string GetSourcePlace(cl_uint nInstruction);

@@ -96,9 +96,20 @@ uint32_t ReadVisits(uint64_t* pCounts, uint32_t nCounts)
     return Runtime::GetVisits(pCounts, nCounts);
 }
 
+void SwitchProfile(int32_t bKeep)
+{
+    Runtime::KeepProfile(bKeep != 0);
+}
+
+uint32_t ReadProfile(SPlatformProfile* pRows, uint32_t nRows)
+{
+    return Runtime::GetProfile(pRows, nRows);
+}
+
 void ResetAll()
 {
     Runtime::BreakRuns(false);
+    Runtime::KeepProfile(false);
     Runtime::CountVisits(false);
     Runtime::ResetSettings();
 }
@@ -130,6 +141,8 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadSourcePlace,
         &SwitchVisits,
         &ReadVisits,
+        &SwitchProfile,
+        &ReadProfile,
     };
     return &s_control;
 }

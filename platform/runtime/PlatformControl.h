@@ -123,6 +123,24 @@ struct SPlatformSizes
     uint64_t offset[3];
 };
 
+/// What a kernel run did at one instruction. A wave is 64 consecutive work-items of a work-group, or what is left of
+/// it.
+struct SPlatformProfile
+{
+    uint64_t nItems;   ///< work-items that came to it, over all passes of loops and all calls
+    uint64_t nWaves;   ///< waves of which any work-item came
+    uint64_t nLanes;   ///< work-items of those waves, whether they came or not
+    uint64_t nGoOn;    ///< of nItems, those that go on behind it, into an if or on in a loop; else what left or skipped
+    uint64_t nBranch;  ///< not 0: it sends some one way and others another, by a condition
+    uint64_t nEntries; ///< of what opens a loop: work-items that came from in front of it; nItems counts passes
+    uint64_t nLeast;   ///< passes that a work-item began, the fewest and the most
+    uint64_t nMost;
+    uint64_t nLoaded[3]; ///< bytes by EPlatformMemory, global, local and private; an atomic loads and stores
+    uint64_t nStored[3];
+    uint64_t nAccesses; ///< waves that accessed global memory
+    uint64_t nLines;    ///< aligned pieces of 64 bytes that each of these touched, summed
+};
+
 struct SPlatformControl
 {
     uint32_t nSize; ///< sizeof(SPlatformControl)
@@ -172,6 +190,11 @@ struct SPlatformControl
     /// 0. \return how many there are; 0 if none was counted. A run that is traced, or whose kernel is too large to be
     ///         traced, isn't counted
     uint32_t (*GetVisits)(uint64_t* pCounts, uint32_t nCounts);
+    /// Not 0: kernel runs from now on keep a profile; they aren't counted for GetVisits then. Off at load.
+    void (*KeepProfile)(int32_t bKeep);
+    /// The profile of the last kernel run that kept one and came to its end, by instruction; up to nRows of it.
+    /// \return how many rows there are; 0 if none was kept. A run that is traced keeps none
+    uint32_t (*GetProfile)(struct SPlatformProfile* pRows, uint32_t nRows);
 };
 
 #endif

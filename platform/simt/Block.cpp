@@ -366,6 +366,13 @@ uint32_t CBlock::RunLanes(uint32_t nStep) const
     return static_cast<uint32_t>(pStep - pSteps);
 }
 
+void CBlock::RecordAccess(const SMicroOp& step, const SAccess& access)
+{
+    m_pTrace->Accessing(*this, step, access);
+    Access(step, access);
+    m_pTrace->Accessed(*this, step, access);
+}
+
 CBlock::EState CBlock::Run()
 {
     uint32_t* const pMask = Row(s_nMaskRow);
@@ -386,6 +393,8 @@ CBlock::EState CBlock::Run()
         case MICRO_ENTER:
             if (step.rows.d[0])
                 ClearRow(step.rows.d[0]);
+            if (m_pTrace)
+                m_pTrace->Entered(*this, step.nAux);
             if (m_pTrace && step.nInstruction != SItem::NoInstruction)
                 m_pTrace->Flow(*this, step.nInstruction);
             GoOn(step);
@@ -493,7 +502,10 @@ CBlock::EState CBlock::Run()
             ++m_nStep;
             break;
         case MICRO_ACCESS:
-            Access(step, m_Code.vAccesses[step.nAux]);
+            if (m_pTrace)
+                RecordAccess(step, m_Code.vAccesses[step.nAux]);
+            else
+                Access(step, m_Code.vAccesses[step.nAux]);
             ++m_nStep;
             break;
         case MICRO_IMAGE:

@@ -96,6 +96,12 @@ public:
     /// The 32-bit word at a byte address of private memory; 0 past the end.
     uint32_t PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uint32_t nLane) const;
     SLaunchContext& GetContext() { return m_Context; }
+    const SLaunchContext& GetContext() const { return m_Context; }
+    /// No lane outside of these is active.
+    uint32_t GetFirstLane() const { return m_nBegin; }
+    uint32_t GetEndLane() const { return m_nLast; }
+    /// The addresses of an access that is about to run, for the lanes from the first to the end.
+    void FillAddresses(const SAccess& access, uint64_t* pAddresses) const;
 
 private:
     struct SFree
@@ -161,6 +167,7 @@ private:
 
     // Memory, in BlockMemory.cpp
     void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory);
+    void RecordAccess(const SMicroOp& step, const SAccess& access);
     void Access(const SMicroOp& step, const SAccess& access);
     void GlobalAccess(const SMicroOp& step, const SAccess& access);
     unsigned char* GlobalMemory(const SAccess& access, SOffsets& offsets);

@@ -65,12 +65,6 @@ void PrefetchBehind(const unsigned char* pData, uint32_t nBytes)
         __builtin_prefetch(reinterpret_cast<const void*>(nNext + n));
 }
 
-/// Of one work-item; atomics work on one element.
-uint32_t LaneBytes(const SAccess& access)
-{
-    return access.eOperation == SAccess::Atomic ? access.nElementBytes : TotalBytes(access);
-}
-
 } // namespace
 
 void CBlock::CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory)
@@ -82,6 +76,30 @@ uint64_t CBlock::Address(const SAccess& access, uint32_t nLane) const
 {
     const uint64_t nLow = Row(access.nAddressRows[0])[nLane];
     return access.b64BitAddress ? nLow | (static_cast<uint64_t>(Row(access.nAddressRows[1])[nLane]) << 32) : nLow;
+}
+
+void CBlock::FillAddresses(const SAccess& access, uint64_t* pAddresses) const
+{
+    if (access.bUniform)
+    {
+        std::fill(pAddresses + m_nBegin, pAddresses + m_nLast, Address(access, 0));
+        return;
+    }
+    if (!access.bScaled)
+    {
+        for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+            pAddresses[n] = Address(access, n);
+        return;
+    }
+    const uint32_t* const pIndices = Row(access.nIndexRow);
+    const uint64_t nBase = Row(access.nBaseRows[0])[0] | static_cast<uint64_t>(Row(access.nBaseRows[1])[0]) << 32;
+    const uint32_t nScale = Row(access.nScaleRow)[0];
+    for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+    {
+        const int64_t nIndex = access.bIndexSigned ? int64_t{static_cast<int32_t>(pIndices[n])} : int64_t{pIndices[n]};
+        const int64_t nFactor = access.bIndexSigned ? int64_t{static_cast<int32_t>(nScale)} : int64_t{nScale};
+        pAddresses[n] = nBase + static_cast<uint64_t>(nIndex) * static_cast<uint64_t>(nFactor);
+    }
 }
 
 /// The range that holds the address, or null. The last one found is tried first.

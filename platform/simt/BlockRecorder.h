@@ -7,11 +7,12 @@ namespace KestrelPlatform
 {
 
 class CBlock;
+struct SAccess;
 struct SCode;
 struct SMicroOp;
 
-/// Looks at a block that runs the traced form of its code, one call an instruction. What most have no use for has an
-/// empty body.
+/// Looks at a block that runs. Of the traced form of its code there is one call an instruction; the plain form tells of
+/// flow control, and of accesses to memory. What most have no use for has an empty body.
 class IBlockRecorder
 {
 public:
@@ -23,6 +24,12 @@ public:
     virtual void Flow(const CBlock& block, uint32_t nInstruction) = 0;
     /// Any other instruction has taken effect.
     virtual void Written(const CBlock& block, const SCode& code, const SMicroOp& step) = 0;
+    /// The active work-items are about to execute a body: the main one, which is 0, a function or a macro.
+    virtual void Entered(const CBlock& /*block*/, uint32_t /*nBody*/) {}
+    /// The active work-items are about to access memory: addresses and values to store are there.
+    virtual void Accessing(const CBlock& /*block*/, const SMicroOp& /*step*/, const SAccess& /*access*/) {}
+    /// They have: values loaded are there, and addresses may be overwritten.
+    virtual void Accessed(const CBlock& /*block*/, const SMicroOp& /*step*/, const SAccess& /*access*/) {}
     virtual void OpenLoop(uint32_t /*nStart*/, uint32_t /*nEnd*/) {}
     virtual void NextPass() {}
     virtual void CloseLoop() {}

@@ -24,6 +24,12 @@ inline uint32_t TotalBytes(const SAccess& access)
     return access.nElementBytes * static_cast<uint32_t>(access.nWords);
 }
 
+/// What memory is concerned by one work-item's access; atomics work on one element.
+inline uint32_t LaneBytes(const SAccess& access)
+{
+    return access.eOperation == SAccess::Atomic ? access.nElementBytes : TotalBytes(access);
+}
+
 } // namespace KestrelPlatform
 
 #endif

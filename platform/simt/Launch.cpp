@@ -11,6 +11,7 @@
 #include "platform/simt/Shares.h"
 #include "platform/simt/TraceRecorder.h"
 #include "platform/simt/WorkerPool.h"
+#include "platform/simt/checks/Profile.h"
 #include "platform/simt/checks/VisitCounts.h"
 
 namespace KestrelPlatform
@@ -35,7 +36,9 @@ class CGroupRunner
 {
 public:
     /// \param pVisits  what takes the counts of visits; null for none
-    CGroupRunner(SLaunchContext& context, const CProgram& program, uint32_t nThread, CVisitTotals* pVisits)
+    /// \param pProfile  what takes the profile; null for none
+    CGroupRunner(SLaunchContext& context, const CProgram& program, uint32_t nThread, CVisitTotals* pVisits,
+                 CProfileTotals* pProfile)
         : m_Context(context), m_Pending(nThread),
           m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
     {
@@ -46,6 +49,8 @@ public:
             m_vBlocks.push_back(std::make_unique<CBlock>(context, n, pLocal, m_Pending));
             if (context.launch.pTrace)
                 m_vRecorders.push_back(std::make_unique<CTraceRecorder>(*context.launch.pTrace, program));
+            else if (pProfile)
+                m_vRecorders.push_back(std::make_unique<CProfileRecorder>(*pProfile));
             else if (pVisits)
                 m_vRecorders.push_back(std::make_unique<CVisitCounts>(*pVisits));
         }
@@ -228,10 +233,12 @@ SLaunchResult RunLaunch(const SLaunch& launch)
     try
     {
         const CProgram& program = *launch.pProgram;
-        const bool bRecorded = launch.pTrace || launch.bCountVisits;
+        const bool bProfile = launch.bKeepProfile && !launch.pTrace;
+        const bool bRecorded = launch.pTrace || (launch.bCountVisits && !bProfile);
         SLaunchContext context(launch, bRecorded ? program.GetTracedCode() : program.GetCode());
         CVisitTotals visits;
-        CVisitTotals* const pVisits = launch.bCountVisits && program.IsTraceable() ? &visits : nullptr;
+        CVisitTotals* const pVisits = bRecorded && launch.bCountVisits && program.IsTraceable() ? &visits : nullptr;
+        CProfileTotals profile;
         if (context.nGroupCount == 0 || context.nGroupSize == 0)
             return result;
         const uint64_t nJobs = (context.nGroupCount + context.nGroupsPerBlock - 1) / context.nGroupsPerBlock;
@@ -253,7 +260,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             const uint32_t nThread = context.nThreads++;
             try
             {
-                CGroupRunner runner(context, program, nThread, pVisits);
+                CGroupRunner runner(context, program, nThread, pVisits, bProfile ? &profile : nullptr);
                 for (auto nTurn = shares.Take(nThread); nTurn && !context.bStop; nTurn = shares.Take(nThread))
                 {
                     schedule.Pause(*nTurn);
@@ -272,6 +279,8 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         result.nUnreachedBarriers = context.nUnreachedBarriers;
         result.vFaults.swap(context.vFaults);
         result.vVisits = visits.Take();
+        if (bProfile)
+            result.vProfile = profile.Spread(program);
         result.nStopInstruction = context.nStopInstruction;
         result.nStopWorkItem = context.nStopWorkItem;
         if (context.bStop)

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-struct SPlatformTraceRecord;
+#include "platform/runtime/PlatformControl.h"
 
 namespace KestrelPlatform
 {
@@ -87,6 +87,7 @@ struct SLaunch
     uint64_t nSchedule = 0;                    ///< shakes the order of groups and threads; 0 leaves it as it comes
     ITraceSink* pTrace = nullptr;              ///< a traced launch runs on one thread
     bool bCountVisits = false;                 ///< SLaunchResult::vVisits; a traced launch isn't counted
+    bool bKeepProfile = false;                 ///< SLaunchResult::vProfile, in place of visits; likewise
     const std::atomic<bool>* pBreak = nullptr; ///< true ends it; may be null
     const void* pOwner = nullptr;              ///< what threads wait for that may help (CWorkerPool::HelpWhile)
 };
@@ -136,6 +137,7 @@ struct SLaunchResult
     /// By instruction, if it was asked for: how many work-items came to it, over all passes and calls, as the trace has
     /// them active. Ends with the last one that any came to. Empty for a program of which no trace can be made.
     std::vector<uint64_t> vVisits;
+    std::vector<SPlatformProfile> vProfile; ///< by instruction, if it was asked for
 };
 
 constexpr size_t s_nFaultRecords = 64;

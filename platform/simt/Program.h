@@ -287,6 +287,7 @@ public:
     CProgram(const SDecodedStream& stream, SCode&& code);
 
     const SCode& GetCode() const { return m_Code; }
+    const std::vector<uint32_t>& GetTokens() const { return m_vTokens; }
     /// Made from the tokens when it is first asked for. Any thread. A kernel at the limit of what a block holds, for
     /// which the trace's rows are too many, gives its plain code, whose flow control alone is recorded.
     const SCode& GetTracedCode() const;
