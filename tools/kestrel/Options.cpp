@@ -88,6 +88,7 @@ COptionParser::COptionParser() : m_pApp(std::make_unique<CLI::App>("Single-steps
     AddConverters();
     AddCompiler();
     AddPrograms();
+    AddCover();
     m_pApp->add_subcommand("completion", "Print what a shell needs to complete these commands")
         ->add_option("SHELL", m_Options.strShell, "bash, zsh or fish")
         ->required()
@@ -185,6 +186,20 @@ void COptionParser::AddPrograms()
     pCapture->add_option("--launch", m_Options.strLaunches, "launch N or N-M only, counted from 1");
     pCapture->add_flag("--emit-c", m_Options.bEmitC,
                        "write a program in C beside each that makes the launch on any OpenCL platform");
+}
+
+void COptionParser::AddCover()
+{
+    const auto add = [this](const char* pszName, const char* pszText)
+    {
+        SCoverOptions& cover = m_Options.cover;
+        CLI::App* pCommand = m_pApp->add_subcommand(pszName, pszText);
+        pCommand->add_option("LAUNCH", cover.vLaunches, "launch files (JSON), whose counts are added")->required();
+        pCommand->add_flag("--json", cover.bJson, "all that is known of each line, as JSON");
+        pCommand->add_option("--lcov", cover.strLcov, "write a file for lcov and genhtml in place of the listing");
+    };
+    add("cover", "Run launch files and show which lines ran, and which ways branches went");
+    add("profile", "Run launch files and show passes of loops, bytes and cache lines by line");
 }
 
 std::optional<int> COptionParser::Read(int argc, char** argv, SOptions& options)

@@ -2,6 +2,7 @@
 #define KESTREL_TOOLS_OPTIONS_H
 
 #include "tools/kestrel/command/DebugSession.h"
+#include "tools/kestrel/cover/CoverCommands.h"
 
 #include <memory>
 #include <optional>
@@ -38,6 +39,7 @@ struct SOptions
     std::vector<std::string> vProgram; ///< the words after --
     std::string strLaunches;
     bool bEmitC = false;
+    SCoverOptions cover;
 };
 
 /// The commands and options of the command line.
@@ -60,6 +62,7 @@ private:
     void AddConverters();
     void AddCompiler();
     void AddPrograms();
+    void AddCover();
     void AddScripts(CLI::App& command);
     /// A command that makes one file of another.
     CLI::App* AddConverter(const char* pszName, const char* pszInput, const char* pszText);

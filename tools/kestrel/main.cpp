@@ -217,6 +217,14 @@ int Capture(const SOptions& options)
     return CaptureLaunches(capture, std::cerr);
 }
 
+int Cover(const SOptions& options)
+{
+    SCoverOptions cover = options.cover;
+    cover.bProfile = options.strCommand == "profile";
+    ShowCover(OpenLibraries(options), cover, std::cout);
+    return EXIT_GOOD;
+}
+
 int Manual(const SOptions& options)
 {
     return Deliver(options,
@@ -257,7 +265,7 @@ int Complete(const SOptions& options)
 const std::pair<const char*, int (*)(const SOptions&)> s_Commands[] = {
     {"run", Run},         {"step", Step}, {"debug", Debug}, {"asm", Assemble},  {"disasm", Disassemble},
     {"cc", Compile},      {"info", Info}, {"new", New},     {"manual", Manual}, {"completion", Complete},
-    {"capture", Capture}, {"exec", Exec}};
+    {"capture", Capture}, {"exec", Exec}, {"cover", Cover}, {"profile", Cover}};
 
 int RunCommandLine(int argc, char** argv)
 {

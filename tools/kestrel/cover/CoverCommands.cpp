@@ -1,0 +1,57 @@
+#include "tools/kestrel/cover/CoverCommands.h"
+
+#include "tools/kestrel/Files.h"
+#include "tools/kestrel/cover/RenderProfile.h"
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+/// Kernels without a source get their IL beside the file, so that genhtml has something to show.
+void WriteLcov(const CProfileReport& report, const std::string& strPath)
+{
+    std::map<std::string, std::string> mapPaths;
+    for (const auto& [strName, file] : report.GetFiles())
+    {
+        if (file.bSource)
+        {
+            continue;
+        }
+        std::string strText;
+        for (const std::string& strLine : file.vTexts)
+        {
+            strText.append(strLine).append("\n");
+        }
+        mapPaths[strName] = strPath + "." + strName;
+        WriteFileBytes(mapPaths[strName], strText);
+    }
+    WriteFileBytes(strPath, MakeLcov(report, mapPaths));
+}
+
+} // namespace
+
+void ShowCover(const CLibraries& libraries, const SCoverOptions& options, std::ostream& output)
+{
+    CProfileReport report;
+    for (const std::string& strLaunch : options.vLaunches)
+    {
+        CLaunch launch(libraries, ReadLaunchFile(strLaunch));
+        report.Run(libraries, launch);
+    }
+    if (!options.strLcov.empty())
+    {
+        WriteLcov(report, options.strLcov);
+    }
+    if (options.bJson)
+    {
+        output << DescribeProfile(report).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) << "\n";
+    }
+    else if (options.strLcov.empty())
+    {
+        output << (options.bProfile ? RenderProfile(report) : RenderCover(report));
+    }
+}
+
+} // namespace KestrelTool

@@ -1,0 +1,27 @@
+#ifndef KESTREL_TOOLS_COVER_COVERCOMMANDS_H
+#define KESTREL_TOOLS_COVER_COVERCOMMANDS_H
+
+#include "tools/kestrel/Libraries.h"
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+struct SCoverOptions
+{
+    std::vector<std::string> vLaunches;
+    bool bProfile = false; ///< the listing tells of loops and memory, else of branches
+    bool bJson = false;
+    std::string strLcov; ///< file for lcov; empty for none
+};
+
+/// Runs launch files and prints what ran of their kernels.
+/// \throws CLaunchFileError, CPlatformError, CFileError
+void ShowCover(const CLibraries& libraries, const SCoverOptions& options, std::ostream& output);
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,93 @@
+#ifndef KESTREL_TOOLS_COVER_PROFILEREPORT_H
+#define KESTREL_TOOLS_COVER_PROFILEREPORT_H
+
+#include "platform/runtime/PlatformControl.h"
+#include "tools/kestrel/Launch.h"
+#include "tools/kestrel/Listing.h"
+#include "tools/source/DebugInfo.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+/// What work-items did at a branch that they came to.
+struct SBranchProfile
+{
+    uint64_t nGoOn = 0;  ///< into an if, or on in a loop or function
+    uint64_t nOther = 0; ///< past the if, or out
+};
+
+/// Passes of a loop that work-items began, the one that leaves it in its condition included.
+struct SLoopProfile
+{
+    uint64_t nEntries = 0;
+    uint64_t nPasses = 0;
+    uint64_t nLeast = 0;
+    uint64_t nMost = 0;
+
+    void Add(const SLoopProfile& other);
+};
+
+/// What kernel runs did at a line. A function that is inlined at several places counts at each; of the instructions of
+/// a line the one to which most work-items come tells how often it ran.
+struct SLineProfile
+{
+    uint64_t nRuns = 0;  ///< by work-items
+    uint64_t nWaves = 0; ///< by waves
+    uint64_t nItems = 0; ///< over all of its instructions: work-items that came
+    uint64_t nLanes = 0; ///< and those of the same waves, whether they came or not
+    std::vector<SBranchProfile> vBranches;
+    std::vector<SLoopProfile> vLoops;
+    uint64_t nLoaded[3] = {}; ///< bytes by EPlatformMemory: global, local, private
+    uint64_t nStored[3] = {};
+    uint64_t nAccesses = 0; ///< waves that accessed global memory
+    uint64_t nCacheLines = 0;
+
+    void Add(const SLineProfile& other);
+};
+
+struct SFunctionProfile
+{
+    unsigned int nLine = 0; ///< its first one
+    uint64_t nCalls = 0;    ///< by work-items
+};
+
+/// A file of source, or a kernel's IL.
+struct SFileProfile
+{
+    bool bSource = false;
+    std::vector<std::string> vTexts;               ///< of its lines; none for a source that can't be read
+    std::map<unsigned int, SLineProfile> mapLines; ///< from 1 in a source, from 0 in IL
+    std::map<std::string, SFunctionProfile> mapFunctions;
+};
+
+/// Profiles of any number of launches.
+class CProfileReport
+{
+public:
+    /// Runs a launch and takes its profile in.
+    /// \throws CPlatformError
+    void Run(const CLibraries& libraries, CLaunch& launch);
+
+    const std::map<std::string, SFileProfile>& GetFiles() const { return m_mapFiles; }
+    /// "life: 8 work-items", a launch each.
+    const std::vector<std::string>& GetLaunches() const { return m_vLaunches; }
+
+private:
+    void AddSource(const std::string& strKernel, const std::vector<SPlatformProfile>& vRows, const CListing& listing,
+                   CDebugInfo& debug);
+    void AddText(const std::string& strKernel, const std::vector<SPlatformProfile>& vRows, const CListing& listing);
+    SFileProfile& SourceFile(const std::string& strName);
+    std::string ChooseName(const std::string& strKernel, const CListing& listing);
+
+    std::map<std::string, SFileProfile> m_mapFiles;
+    std::vector<std::string> m_vLaunches;
+};
+
+} // namespace KestrelTool
+
+#endif
