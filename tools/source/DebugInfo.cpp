@@ -43,7 +43,7 @@ Dwarf_Word NumberOf(Dwarf_Die& die, unsigned int nAttribute)
                : 0;
 }
 
-bool FindType(Dwarf_Die& die, Dwarf_Die& type)
+bool ReadTypeOf(Dwarf_Die& die, Dwarf_Die& type)
 {
     Dwarf_Attribute attribute;
     return dwarf_attr_integrate(&die, DW_AT_type, &attribute) != nullptr &&
@@ -245,7 +245,33 @@ public:
         return vVariables;
     }
 
+    const SSourceType* FindType(const std::string& strName)
+    {
+        const SSourceType* pType = nullptr;
+        Dwarf_CU* pUnit = nullptr;
+        Dwarf_Die unit;
+        while (m_pDwarf && pType == nullptr &&
+               dwarf_get_units(m_pDwarf.get(), pUnit, &pUnit, nullptr, nullptr, &unit, nullptr) == 0)
+        {
+            ForEachChild(unit,
+                         [&](Dwarf_Die& die)
+                         {
+                             const bool bFound = pType == nullptr && IsNamedType(die) && NameOf(die) == strName;
+                             pType = bFound ? ReadType(die, 0) : pType;
+                         });
+        }
+        CompleteAliases();
+        return pType;
+    }
+
 private:
+    static bool IsNamedType(Dwarf_Die& die)
+    {
+        const int nTag = dwarf_tag(&die);
+        return nTag == DW_TAG_typedef || nTag == DW_TAG_structure_type || nTag == DW_TAG_union_type ||
+               nTag == DW_TAG_enumeration_type;
+    }
+
     void AddByName(Dwarf_Die& scope, const std::string& strName, unsigned int nDepth,
                    std::vector<SSourceVariable>& vVariables)
     {
@@ -274,7 +300,7 @@ private:
     SSourceVariable* AddVariable(Dwarf_Die& die, std::vector<SSourceVariable>& vVariables)
     {
         Dwarf_Die type;
-        if (!FindType(die, type))
+        if (!ReadTypeOf(die, type))
         {
             return nullptr;
         }
@@ -365,9 +391,9 @@ private:
 
     const SSourceType* ReadElement(Dwarf_Die& die, unsigned int nDepth)
     {
-        static const SSourceType s_Void = {SSourceType::Void, "void", 0, 0, nullptr, {}};
+        static const SSourceType s_Void = {SSourceType::Void, "void", 0, 0, nullptr, {}, SSourceType::PrivateSpace};
         Dwarf_Die element;
-        return FindType(die, element) ? ReadType(element, nDepth + 1) : &s_Void;
+        return ReadTypeOf(die, element) ? ReadType(element, nDepth + 1) : &s_Void;
     }
 
     void FillType(Dwarf_Die& die, SSourceType& type, unsigned int nDepth)
@@ -390,6 +416,7 @@ private:
             type.nSize = type.nSize != 0 ? type.nSize : 8;
             type.pElement = ReadElement(die, nDepth);
             type.strName = type.pElement->strName + "*";
+            type.eSpace = static_cast<SSourceType::ESpace>(NumberOf(die, DW_AT_address_class) & 3);
             break;
         case DW_TAG_array_type:
             FillArray(die, type, nDepth);
@@ -469,7 +496,7 @@ private:
                      [&](Dwarf_Die& child)
                      {
                          Dwarf_Die memberType;
-                         if (dwarf_tag(&child) == DW_TAG_member && FindType(child, memberType))
+                         if (dwarf_tag(&child) == DW_TAG_member && ReadTypeOf(child, memberType))
                          {
                              type.vMembers.push_back({NameOf(child), NumberOf(child, DW_AT_data_member_location),
                                                       ReadType(memberType, nDepth + 1)});
@@ -486,7 +513,7 @@ private:
     std::vector<std::unique_ptr<SSourceType>> m_vInnerArrays;      ///< of arrays with several dimensions
 };
 
-CDebugInfo::CDebugInfo(std::vector<char> vBinary) : m_pReader(std::make_unique<CReader>(std::move(vBinary))) {}
+CDebugInfo::CDebugInfo(std::vector<char> vBinary) : m_pReader(std::make_shared<CReader>(std::move(vBinary))) {}
 
 CDebugInfo::~CDebugInfo() = default;
 
@@ -498,6 +525,11 @@ const std::vector<SSourceFrame>& CDebugInfo::FindFrames(unsigned int nLine)
 std::vector<SSourceVariable> CDebugInfo::FindByName(const std::string& strName)
 {
     return m_pReader->FindByName(strName);
+}
+
+const SSourceType* CDebugInfo::FindType(const std::string& strName)
+{
+    return m_pReader->FindType(strName);
 }
 
 std::vector<SSourceVariable> CDebugInfo::FindVariables(unsigned int nLine)

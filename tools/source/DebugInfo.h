@@ -25,6 +25,15 @@ struct SSourceType
         Other
     };
 
+    /// Where a pointer points to, as the debug data number it.
+    enum ESpace
+    {
+        PrivateSpace,
+        GlobalSpace,
+        ConstantSpace,
+        LocalSpace
+    };
+
     struct SMember
     {
         std::string strName;
@@ -38,6 +47,7 @@ struct SSourceType
     size_t nCount = 0;                     ///< elements of a vector or an array
     const SSourceType* pElement = nullptr; ///< of those, or what a pointer points to
     std::vector<SMember> vMembers;
+    ESpace eSpace = PrivateSpace; ///< of a pointer
 };
 
 /// Some of a variable's bytes, and where they are.
@@ -94,10 +104,14 @@ public:
     const std::vector<SSourceFrame>& FindFrames(unsigned int nLine);
     /// The variables of a name in the whole program, wherever they are in scope, without their places.
     std::vector<SSourceVariable> FindByName(const std::string& strName);
+    /// The type that a typedef, a structure, a union or an enumeration of the program gives a name; null if none does.
+    const SSourceType* FindType(const std::string& strName);
+    /// Keeps the types alive that come of these.
+    std::shared_ptr<const void> KeepTypes() const { return m_pReader; }
 
 private:
     class CReader;
-    std::unique_ptr<CReader> m_pReader;
+    std::shared_ptr<CReader> m_pReader;
 };
 
 } // namespace KestrelTool

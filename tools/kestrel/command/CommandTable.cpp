@@ -167,20 +167,21 @@ const SCommand g_Commands[] = {
 
     {"print", "p inspect", "[/FORMAT] EXPRESSION", s_pszValues,
      "Show a variable of the source, a register, or an expression, for the work-item in focus.",
-     "Of a variable: its name, with members, elements by number, -> and * over pointers into global memory. A variable "
-     "that is a single number in registers may stand in expressions, for all work-items at once.\n"
-     "Formats: f float, d int, u unsigned, x hex, g pairs of components as doubles, q pairs as 64-bit ints, a pairs "
-     "as addresses in the kernel's buffers (out+0x10); without one, "
-     "each component as the float or int that it looks like.\n"
-     "Expressions have the operators of C, numbers, nan, inf, and components of registers: r3.x, x1[0].w, literals "
-     "(l0.x), constant buffers (cb1[2].y) and ids (vTidInGrp.x). An argument's name, or argN, stands for a value "
+     "Expressions are C over the variables of the source that are in scope: all operators but those that set values, "
+     "?:, casts, sizeof, &, *, ->, ., [], components of vectors (v.xy, v.s3, v.lo, v.odd), (float4)(a, b, c, d), "
+     "convert_ and as_ with a type, and built-in functions as get_global_id, min, clamp, dot and sqrt. Pointers are "
+     "followed into global, constant, local and private memory. Types and conversions are C's; a variable that has no "
+     "value at the stop says <optimized out>. Several expressions stand with commas between them.\n"
+     "Formats: f float, d int, u unsigned, x hex, t binary, c character, g pairs of components as doubles, q pairs as "
+     "64-bit ints, a pairs as addresses in the kernel's buffers (out+0x10); without one, a variable as its type says, "
+     "and each component of a register as the float or int that it looks like.\n"
+     "Components of registers are r3.x, x1[0].w, literals (l0.x), constant buffers (cb1[2].y) and ids (vTidInGrp.x); "
+     "with $ in front ($r3.x) where a variable has the name. An argument's name, or argN, stands for a value "
      "argument (scale) or with an index for an element of its buffer (out[3], in[r0.x]). A work-item's own are "
      "$item (linear), $x $y $z (without the global offset), $gx $gy $gz (group), $lx $ly $lz (in its group) "
-     "and "
-     "$active. Components are read as floats beside a float and as ints otherwise; int(), uint(), float(), and for "
-     "pairs "
-     "long(r2.xy) and double(r2.xy), say it outright. An element that isn't there is an error, but && and || don't ask "
-     "for what they don't need. Two NaNs are equal.",
+     "and $active. Components are read as floats beside a float and as ints otherwise; int(), uint(), float(), and for "
+     "pairs long(r2.xy) and double(r2.xy), say it outright. An element that isn't there is an error, but &&, || and ?: "
+     "don't ask for what they don't need. Two NaNs of registers are equal, and x == nan asks for one of a variable.",
      "break 24\nrun\nprint r3\nprint/a r2.xy\nprint r3.x * 2 + 1\nprint l0.x + vTidInGrp.x\nprint out[r0.x]\nprint "
      "count(r3.x > 30)",
      DoPrint, true, ECompletion::Register},

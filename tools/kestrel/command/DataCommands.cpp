@@ -38,14 +38,6 @@ json PrintExpression(CDebugger& debugger, const std::string& strFormat, const st
     debugger.RequireLive();
     const EFormat eFormat = ChooseFormat(debugger, strFormat);
     json answer = {{"view", "print"}, {"expression", strExpression}, {"item", debugger.GetFocus()}};
-    CSourceValues values(debugger);
-    if (const std::optional<SSourceValue> value = values.ReadPath(strExpression))
-    {
-        answer["value"] = values.Format(*value, eFormat);
-        answer["type"] = value->pType->strName;
-        answer["active"] = debugger.IsAtEntry() || debugger.GetActive().pActive[debugger.GetFocus()] != 0;
-        return answer;
-    }
     CExpression expression(strExpression, &debugger);
     if (expression.IsOperand())
     {
@@ -61,7 +53,13 @@ json PrintExpression(CDebugger& debugger, const std::string& strFormat, const st
     }
     expression.SetFloat(eFormat == EFormat::Float);
     expression.Bind(debugger);
-    answer["value"] = expression.Format(debugger.GetFocus(), eFormat == EFormat::Hex);
+    answer["value"] = FormatValue(expression.Read(debugger.GetFocus()), eFormat,
+                                  [&](uint64_t nAddress) { return debugger.NameAddress(nAddress); });
+    if (expression.IsPlace())
+    {
+        answer["type"] = expression.GetType()->strName;
+        answer["active"] = debugger.IsAtEntry() || debugger.GetActive().pActive[debugger.GetFocus()] != 0;
+    }
     return answer;
 }
 

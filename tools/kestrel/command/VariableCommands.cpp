@@ -2,6 +2,7 @@
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/debug/CommandError.h"
+#include "tools/kestrel/debug/ExpressionNode.h"
 #include "tools/kestrel/debug/SourceValues.h"
 
 #include <set>
@@ -36,27 +37,35 @@ json ListVariables(CCommandContext& context, bool bParameters)
     return {{"view", "variables"}, {"item", debugger.GetFocus()}, {"variables", list}};
 }
 
+/// The type that a text names, or that an expression has.
 json ShowType(CCommandContext& context, bool bMembers)
 {
-    CSourceValues values(context.GetDebugger());
-    const std::string strPath = context.GetText("a variable");
-    const std::optional<SSourceValue> value = values.ReadPath(strPath);
-    if (!value)
+    CDebugger& debugger = context.GetDebugger();
+    const std::string& strText = context.GetText("an expression or a type");
+    CTypeStore types;
+    const SSourceType* pType = ParseTypeName(strText, &debugger, types);
+    std::optional<CExpression> expression;
+    if (pType == nullptr)
     {
-        throw CCommandError("there is no variable \"" + strPath + "\" here");
+        expression.emplace(strText, &debugger);
+        pType = expression->GetType();
     }
-    std::string strText = value->pType->strName;
-    if (bMembers && value->pType->eKind == SSourceType::Struct)
+    if (pType == nullptr)
     {
-        strText += " {\n";
-        for (const SSourceType::SMember& member : value->pType->vMembers)
+        throw CCommandError("registers have no type");
+    }
+    std::string strType = pType->strName;
+    if (bMembers && pType->eKind == SSourceType::Struct)
+    {
+        strType += " {\n";
+        for (const SSourceType::SMember& member : pType->vMembers)
         {
-            strText += "    " + member.pType->strName + " " + member.strName + "; // at byte " +
+            strType += "    " + member.pType->strName + " " + member.strName + "; // at byte " +
                        std::to_string(member.nOffset) + "\n";
         }
-        strText += "}";
+        strType += "}";
     }
-    return {{"view", "text"}, {"text", strText}};
+    return {{"view", "text"}, {"text", strType}};
 }
 
 } // namespace

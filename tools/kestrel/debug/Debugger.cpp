@@ -19,6 +19,7 @@ SExtent MakeExtent(const SLaunchFile& file)
     for (unsigned int i = 0; i < file.nDimensions; ++i)
     {
         extent.nGlobal[i] = file.nGlobalSize[i];
+        extent.nOffset[i] = file.nGlobalOffset[i];
         extent.nLocal[i] = file.bHasLocalSize ? file.nLocalSize[i] : 1;
     }
     extent.bLocalKnown = file.bHasLocalSize;

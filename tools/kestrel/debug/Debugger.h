@@ -120,7 +120,13 @@ public:
     size_t GetFocus() const override { return m_nFocus; }
     /// A buffer, value or local argument by its name or as argN.
     std::optional<SElements> FindElements(const std::string& strName) override;
-    std::optional<SVariableWords> FindVariable(const std::string& strPath, bool bHere) override;
+    std::optional<SSourceVariable> FindVariable(const std::string& strName, bool bHere) override;
+    const SSourceType* FindType(const std::string& strName) override { return m_pDebugInfo->FindType(strName); }
+    std::shared_ptr<const void> KeepTypes() override { return m_pDebugInfo->KeepTypes(); }
+    std::vector<SMemory> ListMemory(SSourceType::ESpace eSpace) override;
+    std::vector<unsigned char> ReadMemory(SSourceType::ESpace eSpace, const SMemory& memory, size_t nGroup,
+                                          uint64_t nOffset, size_t nBytes) override;
+    std::vector<unsigned char> ReadAllPrivate(uint64_t nAddress, size_t nBytes) override;
     std::vector<unsigned char> ReadElements(const SElements& elements, size_t nGroup, uint64_t nOffset,
                                             size_t nBytes) override;
     /// \throws CCommandError for one outside the dispatch
@@ -134,7 +140,7 @@ public:
     /// \throws CCommandError if that isn't known
     uint64_t FindAddress(size_t nArgument);
     /// "out+0x10" for an address in a buffer, or near one in no buffer; else the bare number.
-    std::string NameAddress(uint64_t nAddress);
+    std::string NameAddress(uint64_t nAddress) override;
     /// The bytes of an argument's buffer from an offset on, as they are now, up to its end.
     std::vector<unsigned char> ReadBuffer(size_t nArgument, uint64_t nOffset, size_t nBytes);
     /// Bytes of a work-group's local memory, up to the end of the block or argument.
@@ -193,6 +199,7 @@ private:
         Interrupted
     };
 
+    uint64_t ReadSlot(const SKernelArgument& argument, bool bWide);
     void ReadProgram();
     void SetListing(const CListing& listing);
     bool Launch();

@@ -14,6 +14,7 @@ namespace
 
 const size_t s_nConstantBytes = 16;                ///< of an element of a constant buffer
 const size_t s_nMaxPrivateBytes = size_t(1) << 30; ///< of all work-items
+const size_t s_nDeclaredLocal = ~size_t(0);        ///< as the place of what the kernel itself declares
 
 } // namespace
 
@@ -177,13 +178,7 @@ std::vector<unsigned char> CDebugger::ReadGlobal(uint64_t nAddress, size_t nByte
 
 std::vector<unsigned char> CDebugger::ReadPrivate(size_t nItem, uint64_t nAddress, size_t nBytes)
 {
-    RequireLive();
-    const size_t nItems = m_Extent.Count();
-    if (nItems > s_nMaxPrivateBytes / std::max<size_t>(nBytes, 1))
-    {
-        throw CCommandError("private memory comes of all work-items at once; that many bytes are too much");
-    }
-    const std::vector<unsigned char> vAll = GetSession().GetPrivateMemory(nItems, nAddress, nBytes);
+    const std::vector<unsigned char> vAll = ReadAllPrivate(nAddress, nBytes);
     if (vAll.size() < (nItem + 1) * nBytes)
     {
         throw CCommandError("private memory can't be read here");
@@ -256,9 +251,98 @@ std::vector<unsigned char> CDebugger::ReadLocal(unsigned int nResource, size_t n
                                         std::min<size_t>(nBytes, nSize - nOffset));
 }
 
-std::optional<SVariableWords> CDebugger::FindVariable(const std::string& strPath, bool bHere)
+std::optional<SSourceVariable> CDebugger::FindVariable(const std::string& strName, bool bHere)
 {
-    return CSourceValues(*this).FindWords(strPath, bHere);
+    std::vector<SSourceVariable> vVariables;
+    if (!bHere)
+    {
+        vVariables = m_pDebugInfo->FindByName(strName);
+    }
+    else if (IsLive() && !IsAtEntry()) // no variable has a value at the entry
+    {
+        vVariables = CSourceValues(*this).List();
+    }
+    const auto it = std::find_if(vVariables.begin(), vVariables.end(),
+                                 [&](const SSourceVariable& variable) { return variable.strName == strName; });
+    return it != vVariables.end() ? std::optional<SSourceVariable>(*it) : std::nullopt;
+}
+
+/// What a pointer's slot in the constant buffer of arguments holds: for local memory the offset there.
+uint64_t CDebugger::ReadSlot(const SKernelArgument& argument, bool bWide)
+{
+    const unsigned int* const pWords = GetValues("cb1[" + std::to_string(argument.nConstant) + "]")[0];
+    return bWide ? uint64_t(pWords[1]) << 32 | pWords[0] : pWords[0];
+}
+
+std::vector<SMemory> CDebugger::ListMemory(SSourceType::ESpace eSpace)
+{
+    std::vector<SMemory> vMemory;
+    if (m_Target.GetState() != CTarget::AtStop)
+    {
+        return vMemory;
+    }
+    const bool bLocal = eSpace == SSourceType::LocalSpace;
+    for (size_t i = 0; i < m_vArguments.size(); ++i)
+    {
+        const SKernelArgument& argument = m_vArguments[i];
+        const bool bConstant = argument.strKind == "pointer" && argument.strMemory == "c";
+        const size_t nSize = bLocal ? GetGiven(i).nLocalBytes : GetGiven(i).vContents.size();
+        if (nSize == 0 || (bLocal ? !argument.IsLocal() : !argument.IsGlobal() && !bConstant))
+        {
+            continue;
+        }
+        try
+        {
+            vMemory.push_back({bLocal || bConstant ? ReadSlot(argument, bConstant) : FindAddress(i), nSize, i});
+        }
+        catch (const CCommandError&)
+        {
+            continue; // its place isn't known
+        }
+    }
+    if (bLocal)
+    {
+        try
+        {
+            vMemory.push_back({0, GetLocalSize(FindDeclaredLocal()), s_nDeclaredLocal});
+        }
+        catch (const CCommandError&)
+        {
+            // There is none.
+        }
+    }
+    return vMemory;
+}
+
+std::vector<unsigned char> CDebugger::ReadMemory(SSourceType::ESpace eSpace, const SMemory& memory, size_t nGroup,
+                                                 uint64_t nOffset, size_t nBytes)
+{
+    if (eSpace != SSourceType::LocalSpace)
+    {
+        return ReadBuffer(memory.nPlace, nOffset, nBytes);
+    }
+    const unsigned int nResource = memory.nPlace == s_nDeclaredLocal
+                                       ? FindDeclaredLocal()
+                                       : static_cast<unsigned int>(OVKCLDEBUG_EXT_LOCAL_ARGUMENT(memory.nPlace));
+    return ReadLocal(nResource, nGroup, nOffset, nBytes);
+}
+
+std::vector<unsigned char> CDebugger::ReadAllPrivate(uint64_t nAddress, size_t nBytes)
+{
+    RequireLive();
+    const size_t nItems = m_Extent.Count();
+    if (nItems > s_nMaxPrivateBytes / std::max<size_t>(nBytes, 1))
+    {
+        throw CCommandError("private memory comes of all work-items at once; that many bytes are too much");
+    }
+    try
+    {
+        return GetSession().GetPrivateMemory(nItems, nAddress, nBytes);
+    }
+    catch (const CSessionError& error)
+    {
+        throw CCommandError(error.what());
+    }
 }
 
 std::optional<SElements> CDebugger::FindElements(const std::string& strName)

@@ -3,6 +3,7 @@
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/Evaluator.h"
 #include "tools/kestrel/debug/Format.h"
+#include "tools/source/CNumbers.h"
 
 #include <algorithm>
 
@@ -23,13 +24,22 @@ std::string SOperand::ToString() const
     return strText;
 }
 
-CExpression::CExpression(const std::string& strText, IValueSource* pNames)
-    : m_strText(strText), m_vNodes(ParseExpression(strText, pNames)),
-      m_pEvaluator(std::make_unique<CEvaluator>(m_vNodes))
+CExpression::CExpression(const std::string& strText, IValueSource* pNames) : m_strText(strText)
 {
+    Parse(pNames);
+    m_bTypeOpen = m_vNodes.back().pType == nullptr;
+}
+
+void CExpression::Parse(IValueSource* pNames)
+{
+    m_pKept = pNames != nullptr ? pNames->KeepTypes() : nullptr;
+    m_pTypes = std::make_unique<CTypeStore>();
+    m_vNodes = ParseExpression(m_strText, pNames, *m_pTypes);
+    m_pEvaluator = std::make_unique<CEvaluator>(m_vNodes);
+    m_Registers.clear();
     for (const SExpressionNode& node : m_vNodes)
     {
-        if (node.eNode == ENode::Component && node.strVariable.empty())
+        if (node.eNode == ENode::Component)
         {
             m_Registers.insert(node.operand.strRegister);
         }
@@ -37,7 +47,6 @@ CExpression::CExpression(const std::string& strText, IValueSource* pNames)
     const SExpressionNode& root = m_vNodes.back();
     m_bOperand = root.eNode == ENode::Component && !root.bReadGiven;
     m_Operand = root.operand;
-    m_bTypeOpen = root.eValue == EValue::Open;
 }
 
 CExpression::~CExpression() = default;
@@ -51,31 +60,67 @@ bool CExpression::IsUniform() const
 
 bool CExpression::IsFloat() const
 {
-    return m_vNodes.back().eValue == EValue::Float;
+    return GetType() != nullptr && IsFloating(ScalarOf(*GetType()));
+}
+
+bool CExpression::IsPlace() const
+{
+    return m_vNodes.back().bLoad;
+}
+
+bool CExpression::IsNumber() const
+{
+    return GetType() == nullptr || IsArithmetic(*GetType()) || IsPointer(*GetType());
+}
+
+const SSourceType* CExpression::GetType() const
+{
+    return m_vNodes.back().GetType();
 }
 
 void CExpression::SetFloat(bool bFloat)
 {
-    SettleType(m_vNodes, m_vNodes.size() - 1, bFloat ? EValue::Float : EValue::Int);
+    SettleType(m_vNodes, m_vNodes.size() - 1, bFloat);
 }
 
 void CExpression::Bind(IValueSource& source)
 {
+    const bool bVariables = std::any_of(m_vNodes.begin(), m_vNodes.end(),
+                                        [](const SExpressionNode& node) { return node.eNode == ENode::Variable; });
+    if (bVariables && source.KeepTypes() != m_pKept)
+    {
+        Parse(&source); // the program is another one, or was built anew
+    }
+    SetFloat(false);
     m_pEvaluator->Bind(m_vNodes, source);
+}
+
+template <typename T>
+void CExpression::EvaluateAs(size_t nFirst, size_t nCount, T* pValues)
+{
+    const SBlock& block = m_pEvaluator->Evaluate(m_vNodes, nFirst, nCount);
+    if (!IsNumber())
+    {
+        throw CCommandError(m_strText + " is " + GetType()->strName + "; say which number of it");
+    }
+    VisitScalar(*GetType(),
+                [&](auto zero)
+                {
+                    for (size_t n = 0; n < nCount; ++n)
+                    {
+                        pValues[n] = ConvertNumber<T>(LoadAs<decltype(zero)>(&block.vBytes[n * sizeof(zero)]));
+                    }
+                });
 }
 
 void CExpression::Evaluate(size_t nFirst, size_t nCount, double* pValues)
 {
-    SLanes& lanes = m_pEvaluator->Evaluate(m_vNodes, nFirst, nCount);
-    lanes.MakeFloat(nCount);
-    std::copy(lanes.floats, lanes.floats + nCount, pValues);
+    EvaluateAs(nFirst, nCount, pValues);
 }
 
 void CExpression::Evaluate(size_t nFirst, size_t nCount, int64_t* pValues)
 {
-    SLanes& lanes = m_pEvaluator->Evaluate(m_vNodes, nFirst, nCount);
-    lanes.MakeInt(nCount);
-    std::copy(lanes.ints, lanes.ints + nCount, pValues);
+    EvaluateAs(nFirst, nCount, pValues);
 }
 
 void CExpression::RequireValue(size_t nLane) const
@@ -83,22 +128,39 @@ void CExpression::RequireValue(size_t nLane) const
     m_pEvaluator->RequireValue(m_vNodes, m_pEvaluator->GetLast(), nLane);
 }
 
+SSourceValue CExpression::Read(size_t nItem)
+{
+    const SExpressionNode& root = m_vNodes.back();
+    const SSourceType& type = *root.GetType();
+    SSourceValue value{&type, {}, std::vector<bool>(type.nSize, true)};
+    const SBlock& block = m_pEvaluator->Evaluate(m_vNodes, nItem, 1);
+    value.vBytes.assign(block.vBytes.begin(), block.vBytes.begin() + static_cast<std::ptrdiff_t>(type.nSize));
+    if (!block.bad[0] || root.eNode != ENode::Variable)
+    {
+        RequireValue(0);
+        return value;
+    }
+    // Some bytes of a variable may be known, and others not.
+    for (size_t n = 0; n < type.nSize; ++n)
+    {
+        value.vKnown[n] =
+            !root.pVariable->bMemory && ReadPieces(*root.pVariable, root.nOffset + n, nItem, &value.vBytes[n], 1);
+    }
+    return value;
+}
+
 std::string CExpression::Format(size_t nItem, bool bHex)
 {
-    const SLanes& lanes = m_pEvaluator->Evaluate(m_vNodes, nItem, 1);
-    RequireValue(0);
-    if (lanes.bFloat)
-    {
-        return FormatFloat(lanes.floats[0]);
-    }
-    return bHex ? FormatHex(static_cast<uint64_t>(lanes.ints[0])) : std::to_string(lanes.ints[0]);
+    const SSourceValue value = Read(nItem);
+    return FormatValue(value, bHex ? EFormat::Hex : EFormat::Auto, nullptr);
 }
 
 bool CExpression::IsTrue(size_t nItem)
 {
-    const SLanes& lanes = m_pEvaluator->Evaluate(m_vNodes, nItem, 1);
+    double fValue = 0;
+    Evaluate(nItem, 1, &fValue);
     RequireValue(0);
-    return lanes.IsTrue(0);
+    return fValue != 0;
 }
 
 bool CExpression::HoldsForAny(IValueSource& source)
@@ -113,13 +175,14 @@ bool CExpression::HoldsForAny(IValueSource& source)
     for (size_t nFirst = 0; nFirst < nItems; nFirst += BlockSize)
     {
         const size_t nCount = std::min(BlockSize, nItems - nFirst);
-        const SLanes& lanes = m_pEvaluator->Evaluate(m_vNodes, nFirst, nCount);
+        double values[BlockSize];
+        Evaluate(nFirst, nCount, values);
         for (size_t i = 0; i < nCount; ++i)
         {
             if (mask.pActive[nFirst + i] != 0)
             {
                 RequireValue(i);
-                bHolds = bHolds || lanes.IsTrue(i);
+                bHolds = bHolds || values[i] != 0;
             }
         }
     }

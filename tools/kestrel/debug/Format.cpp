@@ -3,6 +3,7 @@
 #include "tools/kestrel/debug/CommandError.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <sstream>
 
@@ -22,7 +23,8 @@ struct SFormatName
 const SFormatName s_Formats[] = {
     {'\0', EFormat::Auto, "auto"},    {'a', EFormat::Address, "address"},   {'f', EFormat::Float, "float"},
     {'d', EFormat::Int, "int"},       {'u', EFormat::Unsigned, "unsigned"}, {'x', EFormat::Hex, "hex"},
-    {'g', EFormat::Double, "double"}, {'q', EFormat::Long, "long"},
+    {'g', EFormat::Double, "double"}, {'q', EFormat::Long, "long"},         {'t', EFormat::Binary, "binary"},
+    {'c', EFormat::Char, "char"},
 };
 
 std::string FormatReal(double fValue, int nDigits)
@@ -65,7 +67,8 @@ EFormat ReadFormat(const std::string& strLetters)
         }
     }
     throw CCommandError("there is no format \"" + strLetters +
-                        "\"; there are f (float), d (int), u (unsigned), x (hex), g (double pairs), q (long pairs), "
+                        "\"; there are f (float), d (int), u (unsigned), x (hex), t (binary), c (character), g (double "
+                        "pairs), q (long pairs), "
                         "a (address pairs)");
 }
 
@@ -119,6 +122,38 @@ std::string FormatHex(uint64_t nValue)
     return stream.str();
 }
 
+std::string FormatBinary(uint64_t nValue)
+{
+    std::string strDigits;
+    do
+    {
+        strDigits.insert(strDigits.begin(), static_cast<char>('0' + (nValue & 1)));
+        nValue >>= 1;
+    } while (nValue != 0);
+    return strDigits;
+}
+
+std::string FormatCharacter(unsigned char nCharacter)
+{
+    static const struct
+    {
+        char cCharacter;
+        const char* pszText;
+    } s_Escapes[] = {{'\0', "\\0"}, {'\n', "\\n"}, {'\t', "\\t"}, {'\r', "\\r"}, {'\'', "\\'"}, {'\\', "\\\\"}};
+    std::string strText(1, static_cast<char>(nCharacter));
+    for (const auto& escape : s_Escapes)
+    {
+        strText = static_cast<char>(nCharacter) == escape.cCharacter ? escape.pszText : strText;
+    }
+    if (strText.size() == 1 && (nCharacter < 0x20 || nCharacter >= 0x7F))
+    {
+        char octal[8];
+        std::snprintf(octal, sizeof(octal), "\\%03o", nCharacter);
+        strText = octal;
+    }
+    return std::to_string(static_cast<int>(static_cast<signed char>(nCharacter))) + " '" + strText + "'";
+}
+
 std::string FormatWord(uint32_t nWord, EFormat eFormat)
 {
     switch (eFormat)
@@ -129,6 +164,10 @@ std::string FormatWord(uint32_t nWord, EFormat eFormat)
         return std::to_string(nWord);
     case EFormat::Hex:
         return FormatHex(nWord);
+    case EFormat::Binary:
+        return FormatBinary(nWord);
+    case EFormat::Char:
+        return FormatCharacter(static_cast<unsigned char>(nWord));
     case EFormat::Auto:
         return LooksLikeFloat(nWord) ? FormatFloat(WordToFloat(nWord)) : std::to_string(static_cast<int32_t>(nWord));
     default:

@@ -17,12 +17,14 @@ enum class EFormat
     Int,
     Unsigned,
     Hex,
-    Double, ///< pairs, low word first
-    Long,   ///< pairs, low word first
-    Address ///< pairs, low word first
+    Double,  ///< pairs, low word first
+    Long,    ///< pairs, low word first
+    Address, ///< pairs, low word first
+    Binary,
+    Char
 };
 
-/// The format of a letter ("f d u x g q a"); Auto for none.
+/// The format of a letter ("f d u x t c g q a"); Auto for none.
 /// \throws CCommandError for another one
 EFormat ReadFormat(const std::string& strLetters);
 const char* GetFormatName(EFormat eFormat);
@@ -43,6 +45,9 @@ std::string FormatDouble(double fValue);
 /// "(1, 2, 3, 4)", or the value alone if there is one.
 std::string FormatTuple(const std::vector<std::string>& vTexts);
 std::string FormatHex(uint64_t nValue);
+std::string FormatBinary(uint64_t nValue);
+/// "65 'A'"
+std::string FormatCharacter(unsigned char nCharacter);
 
 } // namespace KestrelTool
 

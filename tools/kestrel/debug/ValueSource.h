@@ -3,7 +3,9 @@
 
 #include "tools/kestrel/ElementType.h"
 #include "tools/kestrel/Session.h"
+#include "tools/source/DebugInfo.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +18,7 @@ struct SExtent
 {
     unsigned int nDimensions = 1;
     size_t nGlobal[3] = {1, 1, 1};
+    size_t nOffset[3] = {0, 0, 0};
     size_t nLocal[3] = {1, 1, 1}; ///< 1 where the launch leaves it to the platform and nobody knows it yet
     bool bLocalKnown = true;
 
@@ -44,13 +47,12 @@ struct SElements
     uint64_t GetBytes() const { return nCount * pType->nSize; }
 };
 
-/// A variable of the source that is a single number, or one such part of it.
-struct SVariableWords
+/// A stretch of memory that pointers may point into.
+struct SMemory
 {
-    std::string strRegister;               ///< empty where only its type was asked for
-    std::vector<unsigned int> vComponents; ///< one word, or the low and the high one
-    SElementType::EKind eKind = SElementType::Signed;
-    size_t nSize = 0; ///< bytes
+    uint64_t nBase = 0;
+    uint64_t nSize = 0;
+    size_t nPlace = 0; ///< for the source, to find it again
 };
 
 /// Where an expression takes the values of a stop from.
@@ -68,13 +70,30 @@ public:
 
     /// The elements of a name; nothing if it isn't one.
     virtual std::optional<SElements> FindElements(const std::string& /*strName*/) { return std::nullopt; }
-    /// A variable by its name, with members behind it; nothing for what is none, or no single number.
+    /// A variable of the source by its name; nothing if there is none.
     /// \param bHere  in scope at this stop, with its place; else wherever the program has one of that name
-    /// \throws CCommandError if it has to be here and isn't in registers
-    virtual std::optional<SVariableWords> FindVariable(const std::string& /*strPath*/, bool /*bHere*/)
+    virtual std::optional<SSourceVariable> FindVariable(const std::string& /*strName*/, bool /*bHere*/)
     {
         return std::nullopt;
     }
+    /// The type that the program gives a name; null if it gives none.
+    virtual const SSourceType* FindType(const std::string& /*strName*/) { return nullptr; }
+    /// Keeps the types that come of these alive.
+    virtual std::shared_ptr<const void> KeepTypes() { return nullptr; }
+    /// What pointers into global or local memory may point into.
+    virtual std::vector<SMemory> ListMemory(SSourceType::ESpace /*eSpace*/) { return {}; }
+    /// Bytes of one of those; all that were asked for. \param nGroup  whose, in local memory
+    /// \throws CCommandError if they can't be had
+    virtual std::vector<unsigned char> ReadMemory(SSourceType::ESpace /*eSpace*/, const SMemory& /*memory*/,
+                                                  size_t /*nGroup*/, uint64_t /*nOffset*/, size_t /*nBytes*/)
+    {
+        return {};
+    }
+    /// Bytes of the private memory of all work-items, one work-item's after the other's.
+    /// \throws CCommandError if they can't be had
+    virtual std::vector<unsigned char> ReadAllPrivate(uint64_t /*nAddress*/, size_t /*nBytes*/) { return {}; }
+    /// An address as a user knows it.
+    virtual std::string NameAddress(uint64_t nAddress) { return std::to_string(nAddress); }
     /// Bytes of them, as they are at this stop; all that were asked for.
     /// \param nGroup  whose local memory; else not looked at
     /// \throws CCommandError if they can't be had
