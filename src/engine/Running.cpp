@@ -61,7 +61,9 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne(RegPCMap& regPCM
             return m_nNextInstruction.m_nPos < m_nEndOfShader ? EWalk::Moved : EWalk::End;
         }
     }
-    if (!ILShaderUtils::IsFlowControlOp(op))
+    // Whoever calls a function comes to its head.
+    const bool bHead = op == IL_OP_FUNC && GetDebuggerIL()->HasValuesOnDemand();
+    if (bHead || !ILShaderUtils::IsFlowControlOp(op))
     {
         return WalkInstruction(regPCMap);
     }
