@@ -213,10 +213,12 @@ private:
     bool m_bOutputsComplete;                    ///< the working copies hold what the whole kernel has left
     bool m_bResultsDelivered;
     bool m_bValuesOnDemand = false;
-    BufferDesc m_OutputDesc;             ///< of the values of one register
-    std::set<std::string> m_Asked;       ///< registers asked for at the present stop
-    std::set<std::string> m_AskedBefore; ///< at the stop before
-    unsigned int m_nValueRuns = 0;       ///< made for values at the present stop
+    std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pValues; ///< of the last run for values; kept for the next
+    unsigned int m_nValuesHeight = 0;                       ///< its rows
+    BufferDesc m_OutputDesc;                                ///< of the values of one register
+    std::set<std::string> m_Asked;                          ///< registers asked for at the present stop
+    std::set<std::string> m_AskedBefore;                    ///< at the stop before
+    unsigned int m_nValueRuns = 0;                          ///< made for values at the present stop
 };
 
 } // namespace OVK_ShaderDebugger

@@ -265,6 +265,7 @@ void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
     m_vpModifiedTargetBuffers.clear();
     m_pSwitchedTargetBuffers[SD_Results].reset();
     m_pSwitchedTargetBuffers[SD_ExecMask].reset();
+    m_pValues.reset();
     m_pSpareExecMask.reset();
 }
 

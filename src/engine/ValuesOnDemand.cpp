@@ -89,6 +89,7 @@ void CShaderDebuggerIL::SetValuesOnDemand(bool bOn)
     {
         pShader->DropPatchedKernel();
     }
+    m_pValues.reset();
     if (bOn)
     {
         m_pSwitchedTargetBuffers[SD_Results].reset();
@@ -197,13 +198,21 @@ bool CShaderDebuggerIL::RunForValues(const std::vector<Register>& vRegisters)
     ++m_nValueRuns;
     BufferDesc desc = m_OutputDesc;
     desc.m_nHeight = std::max(desc.m_nHeight, 1u) * static_cast<unsigned int>(vRegisters.size());
-    const std::unique_ptr<CShaderDebuggerDeviceBuffer> pValues(GetHost()->CreateDeviceBuffer(desc));
-    if (pValues == nullptr ||
-        !GetCurrentShader()->ReadValues(vRegisters, static_cast<unsigned int>(GetPlaneSize()), *pValues))
+    // The next stop mostly looks at as many registers.
+    const bool bFits = m_pValues != nullptr && m_nValuesHeight == desc.m_nHeight &&
+                       (!GetCurrentShader()->CanMissStores() || m_pValues->Clear());
+    if (!bFits)
+    {
+        m_pValues.reset();
+        m_pValues.reset(GetHost()->CreateDeviceBuffer(desc));
+        m_nValuesHeight = desc.m_nHeight;
+    }
+    if (m_pValues == nullptr ||
+        !GetCurrentShader()->ReadValues(vRegisters, static_cast<unsigned int>(GetPlaneSize()), *m_pValues))
     {
         return false;
     }
-    std::unique_ptr<CShaderDebuggerBuffer> pRead(pValues->GetDataBuffer(nullptr));
+    std::unique_ptr<CShaderDebuggerBuffer> pRead(m_pValues->GetDataBuffer(nullptr));
     if (pRead == nullptr)
     {
         return false;

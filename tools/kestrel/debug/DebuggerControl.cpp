@@ -279,13 +279,16 @@ void CDebugger::BeginCommand(bool bSingleStep)
 {
     RequireLive();
     RequireNoInterrupt();
-    m_mapEarlier.clear();
+    // The memory of what was kept before serves again.
+    std::map<std::string, std::vector<uint32_t>> mapKept;
+    mapKept.swap(m_mapEarlier);
     if (m_Target.GetState() == CTarget::AtStop)
     {
         for (const std::string& strRegister : m_LookedAt)
         {
             const SRegisterView view = GetSession().GetRegister(strRegister);
-            std::vector<uint32_t>& vWords = m_mapEarlier[strRegister];
+            std::vector<uint32_t>& vWords = m_mapEarlier[strRegister] = std::move(mapKept[strRegister]);
+            vWords.clear();
             if (view.pWords != nullptr)
             {
                 vWords.assign(view.pWords, view.pWords + 4 * view.nItems);

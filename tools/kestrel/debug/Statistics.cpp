@@ -138,10 +138,43 @@ size_t CountMany(const std::vector<double>& vValues)
     return nCount;
 }
 
-size_t CountDistinct(const std::vector<double>& vValues)
+/// Counts different values that are all whole numbers, not far from each other: a bit for each number between.
+/// \return false if they aren't such
+bool CountWhole(const std::vector<double>& vValues, double fLow, double fHigh, size_t& nCount)
 {
-    const size_t nZero = std::find(vValues.begin(), vValues.end(), 0.0) != vValues.end() ? 1 : 0;
+    const double fMostBits = 16.0 * static_cast<double>(vValues.size());
+    if (!(fLow <= fHigh) || std::abs(fLow) > 0x1p53 || std::abs(fHigh) > 0x1p53 || fHigh - fLow >= fMostBits)
+    {
+        return false;
+    }
+    const int64_t nLow = static_cast<int64_t>(fLow);
+    std::vector<uint64_t> vBits(static_cast<size_t>(fHigh - fLow) / 64 + 1);
+    for (const double fValue : vValues)
+    {
+        const int64_t nValue = fValue >= fLow && fValue <= fHigh ? static_cast<int64_t>(fValue) : nLow - 1;
+        if (static_cast<double>(nValue) != fValue)
+        {
+            return false;
+        }
+        const uint64_t nBit = static_cast<uint64_t>(nValue - nLow);
+        vBits[nBit / 64] |= uint64_t(1) << nBit % 64;
+    }
+    nCount = 0;
+    for (const uint64_t nBits : vBits)
+    {
+        nCount += static_cast<size_t>(__builtin_popcountll(nBits));
+    }
+    return true;
+}
+
+size_t CountDistinct(const std::vector<double>& vValues, double fLow, double fHigh)
+{
     size_t nCount = 0;
+    if (CountWhole(vValues, fLow, fHigh, nCount))
+    {
+        return nCount;
+    }
+    const size_t nZero = std::find(vValues.begin(), vValues.end(), 0.0) != vValues.end() ? 1 : 0;
     return nZero + (CountFew(vValues, nCount) ? nCount : CountMany(vValues));
 }
 
@@ -187,7 +220,7 @@ SStatistics WorkOutStatistics(const std::vector<double>& vValues)
             fHigh = std::max(fHigh, fValue);
         }
     }
-    statistics.nDistinct = CountDistinct(vValues) + (statistics.nNaN != 0 ? 1 : 0);
+    statistics.nDistinct = CountDistinct(vValues, fLow, fHigh) + (statistics.nNaN != 0 ? 1 : 0);
     const size_t nNumbers = statistics.nCount - statistics.nNaN;
     const double fNone = std::numeric_limits<double>::quiet_NaN();
     statistics.fMinimum = nNumbers != 0 ? fMinimum : fNone;
