@@ -100,8 +100,11 @@ public:
     /// No lane outside of these is active.
     uint32_t GetFirstLane() const { return m_nBegin; }
     uint32_t GetEndLane() const { return m_nLast; }
-    /// The addresses of an access that is about to run, for the lanes from the first to the end.
-    void FillAddresses(const SAccess& access, uint64_t* pAddresses) const;
+    /// The addresses of an access that is about to run, of lanes nBegin to nEnd.
+    void FillAddresses(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t* pAddresses) const;
+    /// Whether each of these lanes' addresses lies as far from the one before as the next from it; the first and the
+    /// last then. All of them must be active.
+    bool IsEven(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t& nFirst, uint64_t& nLast) const;
 
 private:
     struct SFree
@@ -192,6 +195,7 @@ private:
     bool IsSame(const uint32_t* pValues) const;
     const SMemoryRange* FindMemory(uint64_t nAddress);
     uint64_t Address(const SAccess& access, uint32_t nLane) const;
+    uint64_t ScaledAddress(const SAccess& access, uint32_t nIndex) const;
     int64_t LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const;
     uint32_t AnyBits(const uint32_t* pValues) const;
     bool IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const;

@@ -13,46 +13,52 @@ namespace
 
 const uint32_t s_nLineBits = 6; ///< lines of 64 bytes
 
-/// The different lines that a wave's access touches.
-class CLineSet
+uint32_t CountActive(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {
-public:
-    CLineSet() { std::fill_n(m_Lines, s_nPlaces, s_nNone); }
+    uint32_t nActive = 0;
+    for (uint32_t n = nBegin; n < nEnd; ++n)
+        nActive += pMask[n] & 1;
+    return nActive;
+}
 
-    void Insert(uint64_t nLine)
+/// Whether lanes whose addresses lie evenly leave out no line between the first and the last.
+bool IsWithoutGap(uint64_t nFirst, uint64_t nLast, uint32_t nCount)
+{
+    return std::max(nFirst, nLast) - std::min(nFirst, nLast) <= (uint64_t{nCount} - 1) << s_nLineBits;
+}
+
+/// The lines that lanes touch whose addresses lie evenly.
+uint64_t CountEvenLines(uint64_t nFirst, uint64_t nLast, uint32_t nCount, uint32_t nBytes)
+{
+    const uint64_t nLow = std::min(nFirst, nLast);
+    const uint64_t nSpread = std::max(nFirst, nLast) - nLow;
+    if (IsWithoutGap(nFirst, nLast, nCount))
+        return ((nLow + nSpread + nBytes - 1) >> s_nLineBits) - (nLow >> s_nLineBits) + 1;
+    const uint64_t nStride = nSpread / (nCount - 1);
+    uint64_t nLines = 0;
+    uint64_t nEnd = 0; // behind the last line that is counted
+    for (uint32_t n = 0; n < nCount; ++n)
     {
-        if (nLine == m_nLast)
-            return;
-        m_nLast = nLine;
-        size_t n = (nLine * 0x9E3779B97F4A7C15u) >> 56;
-        while (m_Lines[n] != s_nNone && m_Lines[n] != nLine)
-            n = (n + 1) % s_nPlaces;
-        m_nCount += m_Lines[n] == s_nNone;
-        m_Lines[n] = nLine;
+        const uint64_t nBegin = std::max((nLow + n * nStride) >> s_nLineBits, nEnd);
+        nEnd = ((nLow + n * nStride + nBytes - 1) >> s_nLineBits) + 1;
+        nLines += nEnd - nBegin;
     }
-    uint32_t GetCount() const { return m_nCount; }
-
-private:
-    // A wave's access touches two for each work-item at most.
-    static constexpr size_t s_nPlaces = 256;
-    static constexpr uint64_t s_nNone = ~uint64_t(0); // not a line: a line's number has zeros at its top
-
-    uint64_t m_Lines[s_nPlaces];
-    uint64_t m_nLast = s_nNone;
-    uint32_t m_nCount = 0;
-};
-static_assert(s_nWaveSize * 2 < 256, "the set of lines must not fill up");
-
-/// Whether all addresses from one lane to another follow each other without a gap.
-bool IsRun(const uint64_t* pAddresses, uint32_t nBegin, uint32_t nEnd, uint32_t nBytes)
-{
-    uint64_t nOther = 0;
-    for (uint32_t n = nBegin + 1; n < nEnd; ++n)
-        nOther |= pAddresses[n] - pAddresses[n - 1] - nBytes;
-    return nOther == 0;
+    return nLines;
 }
 
 } // namespace
+
+void CLineSet::Insert(uint64_t nLine)
+{
+    if (nLine == m_nLast)
+        return;
+    m_nLast = nLine;
+    size_t n = (nLine * 0x9E3779B97F4A7C15u) >> 56;
+    while (m_Places[n].nSet == m_nSet && m_Places[n].nLine != nLine)
+        n = (n + 1) % s_nPlaces;
+    m_nCount += m_Places[n].nSet != m_nSet;
+    m_Places[n] = {nLine, m_nSet};
+}
 
 void SProfileEntry::Add(const SProfileEntry& other)
 {
@@ -179,37 +185,64 @@ void CProfileRecorder::Accessing(const CBlock& block, const SMicroOp& step, cons
         CountLines(block, access, entry);
 }
 
+/// Of some active lanes, all from one to another, into the set.
+void CProfileRecorder::InsertLines(const CBlock& block, const SAccess& access, uint32_t nBegin, uint32_t nEnd)
+{
+    const uint32_t nBytes = LaneBytes(access);
+    uint64_t nFirst = 0;
+    uint64_t nLast = 0;
+    if (block.IsEven(access, nBegin, nEnd, nFirst, nLast) && IsWithoutGap(nFirst, nLast, nEnd - nBegin))
+    {
+        const uint64_t nEndLine = (std::max(nFirst, nLast) + nBytes - 1) >> s_nLineBits;
+        for (uint64_t nLine = std::min(nFirst, nLast) >> s_nLineBits; nLine <= nEndLine; ++nLine)
+            m_Lines.Insert(nLine);
+        return;
+    }
+    uint64_t addresses[s_nWaveSize];
+    block.FillAddresses(access, nBegin, nEnd, addresses);
+    for (uint32_t n = 0; n < nEnd - nBegin; ++n)
+    {
+        m_Lines.Insert(addresses[n] >> s_nLineBits);
+        m_Lines.Insert((addresses[n] + nBytes - 1) >> s_nLineBits);
+    }
+}
+
 void CProfileRecorder::CountLines(const CBlock& block, const SAccess& access, SProfileEntry& entry)
 {
-    uint64_t addresses[s_nLanes];
-    block.FillAddresses(access, addresses);
-    const uint32_t nBytes = LaneBytes(access);
+    const bool bAll = block.GetActive() == block.GetLive();
     const uint32_t* const pMask = block.Mask();
     for (size_t w = 0; w < m_Waves.GetCount(); ++w)
     {
         const uint32_t nBegin = std::max(m_Waves.GetBegin(w), block.GetFirstLane());
         const uint32_t nEnd = std::min(m_Waves.GetEnd(w), block.GetEndLane());
-        uint32_t nActive = 0;
-        for (uint32_t n = nBegin; n < nEnd; ++n)
-            nActive += pMask[n] & 1;
+        const uint32_t nActive = bAll ? nEnd - nBegin : CountActive(pMask, nBegin, nEnd);
         if (nActive == 0)
             continue;
         ++entry.nAccesses;
-        if (nActive == nEnd - nBegin && IsRun(addresses, nBegin, nEnd, nBytes))
+        uint64_t nFirst = 0;
+        uint64_t nLast = 0;
+        if (nActive == nEnd - nBegin && block.IsEven(access, nBegin, nEnd, nFirst, nLast))
         {
-            const uint64_t nLast = (addresses[nEnd - 1] + nBytes - 1) >> s_nLineBits;
-            entry.nLines += nLast - (addresses[nBegin] >> s_nLineBits) + 1;
+            entry.nLines += CountEvenLines(nFirst, nLast, nActive, LaneBytes(access));
             continue;
         }
-        CLineSet lines;
-        for (uint32_t n = nBegin; n < nEnd; ++n)
+        // Rows of a small group lie evenly, each for itself.
+        m_Lines.Clear();
+        for (uint32_t nPiece = nBegin; nPiece < nEnd; nPiece += s_nGranule)
         {
-            if (!pMask[n])
+            const uint32_t nPieceEnd = std::min(nPiece + s_nGranule, nEnd);
+            if (bAll || CountActive(pMask, nPiece, nPieceEnd) == nPieceEnd - nPiece)
+            {
+                InsertLines(block, access, nPiece, nPieceEnd);
                 continue;
-            lines.Insert(addresses[n] >> s_nLineBits);
-            lines.Insert((addresses[n] + nBytes - 1) >> s_nLineBits);
+            }
+            for (uint32_t n = nPiece; n < nPieceEnd; ++n)
+            {
+                if (pMask[n])
+                    InsertLines(block, access, n, n + 1);
+            }
         }
-        entry.nLines += lines.GetCount();
+        entry.nLines += m_Lines.GetCount();
     }
 }
 

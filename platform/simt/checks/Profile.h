@@ -7,6 +7,7 @@
 
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/Launch.h"
+#include "platform/simt/Program.h"
 
 namespace KestrelPlatform
 {
@@ -73,6 +74,34 @@ private:
     uint32_t m_nLive = 0;
 };
 
+/// The different cache lines that a wave's access touches.
+class CLineSet
+{
+public:
+    void Clear()
+    {
+        ++m_nSet;
+        m_nLast = ~uint64_t(0); // not a line: a line's number has zeros at its top
+        m_nCount = 0;
+    }
+    void Insert(uint64_t nLine);
+    uint32_t GetCount() const { return m_nCount; }
+
+private:
+    struct SPlace
+    {
+        uint64_t nLine = 0;
+        uint64_t nSet = 0; ///< in which it was taken
+    };
+    static constexpr size_t s_nPlaces = 256;
+    static_assert(s_nPlaces > s_nWaveSize * 2, "each work-item may touch two");
+
+    SPlace m_Places[s_nPlaces];
+    uint64_t m_nSet = 0;
+    uint64_t m_nLast = 0;
+    uint32_t m_nCount = 0;
+};
+
 /// Records one thread's part of it.
 class CProfileRecorder : public IBlockRecorder
 {
@@ -99,6 +128,7 @@ private:
     SProfileEntry& Entry(uint32_t nInstruction);
     SPresence Look(const CBlock& block) const;
     void BeginPass(SProfileEntry& entry, uint32_t nActive);
+    void InsertLines(const CBlock& block, const SAccess& access, uint32_t nBegin, uint32_t nEnd);
     void CountLines(const CBlock& block, const SAccess& access, SProfileEntry& entry);
 
     CProfileTotals& m_Totals;
@@ -106,6 +136,7 @@ private:
     std::vector<SPresence> m_vBodies;
     std::vector<SLoop> m_vLoops;
     CWaveLanes m_Waves;
+    CLineSet m_Lines;
 };
 
 } // namespace KestrelPlatform

@@ -24,6 +24,7 @@ const SAccessCase s_AccessCases[] = {
     {"side by side", 200, 100, 1, false, [](uint32_t n) { return n * 4; }, "ishl r1.x, r100.x, l1.x\n"},
     {"four words each", 300, 300, 4, false, [](uint32_t n) { return n * 16; }, "ishl r1.x, r100.x, l1.y\n"},
     {"a line each", 256, 64, 1, false, [](uint32_t n) { return n * 64; }, "ishl r1.x, r100.x, l1.z\n"},
+    {"more than a line apart", 192, 192, 4, false, [](uint32_t n) { return n * 68; }, "imul r1.x, r100.x, l3.x\n"},
     {"across lines", 64, 64, 4, false, [](uint32_t n) { return n * 64 + 56; },
      "ishl r1.x, r100.x, l1.z\niadd r1.x, r1.x, l2.x\n"},
     {"all in one place", 128, 128, 1, false, [](uint32_t) { return 8u; }, "mov r1.x, l2.y\n"},
@@ -71,8 +72,8 @@ TEST(Profile, TellsBytesAndLinesOfAccesses)
                            (access.bHalf ? "iand r2.x, r100.x, l1.w\nif_logicalnz r2.x\n" : "") +
                            "uav_raw_store_id(11) mem0" + (access.nWords == 4 ? ".xyzw" : ".x") + ", r1.x, r100\n" +
                            "uav_raw_load_id(11) r3" + strMask + ", r1.x\n" + (access.bHalf ? "endif\n" : ""),
-                       std::string(IndexLiterals()) +
-                           "dcl_literal l1, 2, 4, 6, 1\ndcl_literal l2, 56, 8, 2654435761, 1023\ndcl_raw_uav_id(11)\n");
+                       std::string(IndexLiterals()) + "dcl_literal l1, 2, 4, 6, 1\ndcl_literal l2, 56, 8, 2654435761, "
+                                                      "1023\ndcl_literal l3, 68, 0, 0, 0\ndcl_raw_uav_id(11)\n");
         run.SetSize(access.nGlobal, access.nLocal);
         run.vOutput.assign(16384, 0);
         run.launch.bKeepProfile = true;

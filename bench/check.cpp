@@ -1,0 +1,85 @@
+// What looking at a run costs over the plain run of the same kernel, on the same interpreter and in the same run, taken
+// in turn.
+
+#include "bench/BenchKernels.h"
+#include "bench/BenchReport.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+
+using namespace KestrelBench;
+using namespace KestrelPlatform;
+
+namespace
+{
+
+const unsigned int s_nRuns = 9;
+
+struct SLook
+{
+    const char* pszName;
+    void (*pfSwitch)(SLaunch& launch, bool bOn);
+    double fMedian; ///< over the kernels, to reach
+    double fMost;
+};
+
+const SLook s_Looks[] = {
+    {"profile", [](SLaunch& launch, bool bOn) { launch.bKeepProfile = bOn; }, 1.5, 3},
+};
+
+unsigned int RepeatsOf(SBenchKernel& kernel)
+{
+    kernel.Run(0);
+    return static_cast<unsigned int>(
+        std::clamp(0.02 / std::max(TimeOnce([&kernel] { kernel.Run(0); }), 1e-7), 1.0, 1e3));
+}
+
+double Median(std::vector<double> vFigures)
+{
+    std::sort(vFigures.begin(), vFigures.end());
+    return vFigures[vFigures.size() / 2];
+}
+
+void Report(CReport& report, const SLook& look)
+{
+    std::vector<double> vMedians;
+    for (const auto& pKernel : MakeBenchKernels())
+    {
+        pKernel->Check();
+        const unsigned int nTimes = RepeatsOf(*pKernel);
+        const auto run = [&](bool bOn)
+        {
+            look.pfSwitch(pKernel->launch, bOn);
+            for (unsigned int n = 0; n < nTimes; ++n)
+            {
+                pKernel->Run(0);
+            }
+        };
+        const std::vector<double> vRatios = TimeRatios(
+            s_nRuns, [&] { run(true); }, [&] { run(false); });
+        vMedians.push_back(Median(vRatios));
+        report.Add(std::string(look.pszName) + " over plain, " + pKernel->strName, vRatios, look.fMost);
+    }
+    report.Add(std::string(look.pszName) + " over plain, the kernels' medians", vMedians, look.fMedian);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        CReport report("check", argc, argv);
+        for (const SLook& look : s_Looks)
+        {
+            Report(report, look);
+        }
+        return 0;
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 2;
+    }
+}
