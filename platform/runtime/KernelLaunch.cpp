@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <optional>
 
 namespace KestrelPlatform::Runtime
 {
@@ -315,6 +316,8 @@ struct SLastFault
     std::vector<SPlatformBuffer> m_vBuffers;
     std::vector<cl_ulong> m_vVisits; ///< of the last run that was counted
     std::vector<SPlatformProfile> m_vProfile;
+    std::optional<SPlatformWatch> m_watch; ///< for runs to come
+    std::vector<SPlatformAccess> m_vAccesses;
     SPlatformSizes m_sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
 };
 
@@ -375,6 +378,25 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
         last.m_vVisits.assign(result.vVisits.begin(), result.vVisits.end());
     if (result.eStatus == SLaunchResult::Complete && !result.vProfile.empty())
         last.m_vProfile.swap(result.vProfile);
+    if (result.eStatus == SLaunchResult::Complete && prepared.m_launch.watch)
+        last.m_vAccesses.swap(result.vAccesses);
+}
+
+/// What is watched, as addresses; nothing if the run hasn't got it.
+std::optional<SPlatformWatch> FindWatched(const SPreparedLaunch& prepared)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    std::optional<SPlatformWatch> watch = last.m_watch;
+    if (!watch || watch->nMemory != PLATFORM_MEMORY_GLOBAL)
+        return watch;
+    const auto it = std::find_if(prepared.m_vBuffers.begin(), prepared.m_vBuffers.end(),
+                                 [&](const SPlatformBuffer& buffer) { return buffer.nArgument == watch->nArgument; });
+    if (it == prepared.m_vBuffers.end() || watch->nAddress >= it->nSize)
+        return std::nullopt;
+    watch->nBytes = std::min(watch->nBytes, it->nSize - watch->nAddress);
+    watch->nAddress += it->nAddress;
+    return watch;
 }
 
 /// Tells the context's callback what a run did that it shouldn't have.
@@ -422,6 +444,7 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     prepared.m_launch.nSchedule = TakeSchedule();
     prepared.m_launch.pBreak = &s_bBreakRuns;
     prepared.m_launch.bKeepProfile = s_bKeepProfile;
+    prepared.m_launch.watch = FindWatched(prepared);
     prepared.m_launch.bCountVisits = s_bCountVisits;
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
     const SCompiledKernel& kernel = prepared.m_pExecutable->m_compiled;
@@ -508,6 +531,19 @@ void KeepProfile(bool bKeep)
 cl_uint GetProfile(SPlatformProfile* pRows, cl_uint nRows)
 {
     return GiveLast(&SLastFault::m_vProfile, pRows, nRows);
+}
+
+void WatchAccesses(const SPlatformWatch* pWatch)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    last.m_watch = pWatch ? std::optional<SPlatformWatch>(*pWatch) : std::nullopt;
+    last.m_vAccesses.clear();
+}
+
+cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses)
+{
+    return GiveLast(&SLastFault::m_vAccesses, pAccesses, nAccesses);
 }
 
 std::string GetSourcePlace(cl_uint nInstruction)

@@ -53,6 +53,10 @@ cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts);
 void KeepProfile(bool bKeep);
 /// The rows of the last run that kept one, up to nRows of them. \return how many there are
 cl_uint GetProfile(SPlatformProfile* pRows, cl_uint nRows);
+/// Kernel runs from now on tell of accesses to some bytes, or with null no longer.
+void WatchAccesses(const SPlatformWatch* pWatch);
+/// The accesses of the last run that has told of them, up to nAccesses. \return how many there are
+cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses);
 
 /// "file:line" for an instruction of the last kernel run, "" if the source isn't known.
 std::string GetSourcePlace(cl_uint nInstruction);

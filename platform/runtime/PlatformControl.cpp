@@ -106,8 +106,19 @@ uint32_t ReadProfile(SPlatformProfile* pRows, uint32_t nRows)
     return Runtime::GetProfile(pRows, nRows);
 }
 
+void WatchAccesses(const SPlatformWatch* pWatch)
+{
+    Runtime::WatchAccesses(pWatch);
+}
+
+uint32_t ReadAccesses(SPlatformAccess* pAccesses, uint32_t nAccesses)
+{
+    return Runtime::GetAccesses(pAccesses, nAccesses);
+}
+
 void ResetAll()
 {
+    Runtime::WatchAccesses(nullptr);
     Runtime::BreakRuns(false);
     Runtime::KeepProfile(false);
     Runtime::CountVisits(false);
@@ -143,6 +154,8 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadVisits,
         &SwitchProfile,
         &ReadProfile,
+        &WatchAccesses,
+        &ReadAccesses,
     };
     return &s_control;
 }

@@ -141,6 +141,36 @@ struct SPlatformProfile
     uint64_t nLines;    ///< aligned pieces of 64 bytes that each of these touched, summed
 };
 
+/// Bytes whose accesses are told one by one.
+struct SPlatformWatch
+{
+    uint32_t nMemory;   ///< an EPlatformMemory: global, local or private
+    uint32_t nArgument; ///< of global memory: whose buffer; of the others ~0
+    uint64_t nAddress;  ///< of global memory the offset in the buffer; else as the kernel's instructions have it
+    uint64_t nBytes;
+};
+
+enum EPlatformAccess
+{
+    PLATFORM_ACCESS_LOAD = 0,
+    PLATFORM_ACCESS_STORE,
+    PLATFORM_ACCESS_ATOMIC
+};
+
+/// An access of a work-item that touches watched bytes.
+struct SPlatformAccess
+{
+    uint32_t nInstruction;
+    uint32_t nKind; ///< an EPlatformAccess
+    uint64_t nWorkItem;
+    uint64_t nPass;    ///< how often the work-item has executed the instruction before
+    int64_t nOffset;   ///< from the first watched byte to the first one accessed
+    uint32_t nBytes;   ///< accessed
+    uint32_t words[4]; ///< loaded or stored, an element each; of an atomic its operand
+    uint8_t before[8]; ///< of global memory: the first watched bytes before the instruction
+    uint8_t after[8];  ///< and behind it, when all work-items that execute it together have
+};
+
 struct SPlatformControl
 {
     uint32_t nSize; ///< sizeof(SPlatformControl)
@@ -195,6 +225,12 @@ struct SPlatformControl
     /// The profile of the last kernel run that kept one and came to its end, by instruction; up to nRows of it.
     /// \return how many rows there are; 0 if none was kept. A run that is traced keeps none
     uint32_t (*GetProfile)(struct SPlatformProfile* pRows, uint32_t nRows);
+    /// From now on kernel runs tell of accesses to some bytes; null ends it. Such a run has one thread, and its
+    /// work-groups run one after the other.
+    void (*WatchAccesses)(const struct SPlatformWatch* pWatch);
+    /// The accesses of the last run that has told of any and came to its end, in their order; up to nAccesses of them.
+    /// \return how many are kept, 65,536 at most
+    uint32_t (*GetAccesses)(struct SPlatformAccess* pAccesses, uint32_t nAccesses);
 };
 
 #endif

@@ -370,6 +370,8 @@ void CBlock::RecordAccess(const SMicroOp& step, const SAccess& access)
 {
     m_pTrace->Accessing(*this, step, access);
     Access(step, access);
+    if (m_pTrace->SeesMemory())
+        m_Pending.Flush();
     m_pTrace->Accessed(*this, step, access);
 }
 

@@ -30,6 +30,8 @@ public:
     virtual void Accessing(const CBlock& /*block*/, const SMicroOp& /*step*/, const SAccess& /*access*/) {}
     /// They have: values loaded are there, and addresses may be overwritten.
     virtual void Accessed(const CBlock& /*block*/, const SMicroOp& /*step*/, const SAccess& /*access*/) {}
+    /// Whether it looks at memory, in which nothing may be held back then.
+    virtual bool SeesMemory() const { return false; }
     virtual void OpenLoop(uint32_t /*nStart*/, uint32_t /*nEnd*/) {}
     virtual void NextPass() {}
     virtual void CloseLoop() {}

@@ -11,6 +11,7 @@
 #include "platform/simt/Shares.h"
 #include "platform/simt/TraceRecorder.h"
 #include "platform/simt/WorkerPool.h"
+#include "platform/simt/checks/AccessRecorder.h"
 #include "platform/simt/checks/Profile.h"
 #include "platform/simt/checks/VisitCounts.h"
 
@@ -37,8 +38,9 @@ class CGroupRunner
 public:
     /// \param pVisits  what takes the counts of visits; null for none
     /// \param pProfile  what takes the profile; null for none
+    /// \param pAccesses  what takes the accesses that are watched; null for none
     CGroupRunner(SLaunchContext& context, const CProgram& program, uint32_t nThread, CVisitTotals* pVisits,
-                 CProfileTotals* pProfile)
+                 CProfileTotals* pProfile, std::vector<SPlatformAccess>* pAccesses)
         : m_Context(context), m_Pending(nThread),
           m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
     {
@@ -49,6 +51,8 @@ public:
             m_vBlocks.push_back(std::make_unique<CBlock>(context, n, pLocal, m_Pending));
             if (context.launch.pTrace)
                 m_vRecorders.push_back(std::make_unique<CTraceRecorder>(*context.launch.pTrace, program));
+            else if (pAccesses)
+                m_vRecorders.push_back(std::make_unique<CAccessRecorder>(context.launch, *pAccesses));
             else if (pProfile)
                 m_vRecorders.push_back(std::make_unique<CProfileRecorder>(*pProfile));
             else if (pVisits)
@@ -146,7 +150,7 @@ SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
         nGroups[n] = launch.nLocalSize[n] ? launch.nGlobalSize[n] / launch.nLocalSize[n] : 0;
     nGroupCount = nGroups[0] * nGroups[1] * nGroups[2];
     nGroupSize = static_cast<uint32_t>(launch.nLocalSize[0] * launch.nLocalSize[1] * launch.nLocalSize[2]);
-    if (nGroupSize != 0 && nGroupSize <= s_nLanes)
+    if (nGroupSize != 0 && nGroupSize <= s_nLanes && !launch.watch) // groups that are watched run one after the other
         nGroupsPerBlock =
             static_cast<uint32_t>(std::min<uint64_t>(s_nLanes / nGroupSize, std::max<uint64_t>(nGroupCount, 1)));
     nBlocksPerGroup = (nGroupSize + s_nLanes - 1) / s_nLanes;
@@ -233,8 +237,9 @@ SLaunchResult RunLaunch(const SLaunch& launch)
     try
     {
         const CProgram& program = *launch.pProgram;
-        const bool bProfile = launch.bKeepProfile && !launch.pTrace;
-        const bool bRecorded = launch.pTrace || (launch.bCountVisits && !bProfile);
+        const bool bWatch = launch.watch && !launch.pTrace;
+        const bool bProfile = launch.bKeepProfile && !launch.pTrace && !bWatch;
+        const bool bRecorded = launch.pTrace || (launch.bCountVisits && !bProfile && !bWatch);
         SLaunchContext context(launch, bRecorded ? program.GetTracedCode() : program.GetCode());
         CVisitTotals visits;
         CVisitTotals* const pVisits = bRecorded && launch.bCountVisits && program.IsTraceable() ? &visits : nullptr;
@@ -246,7 +251,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         std::atomic<bool> bNoMemory(false);
         const uint64_t nAllowed =
             launch.nMaxThreads ? std::min(launch.nMaxThreads, pool.GetThreads()) : pool.GetThreads();
-        const uint64_t nThreads = launch.pTrace ? 1 : std::min<uint64_t>(nAllowed, nJobs);
+        const uint64_t nThreads = launch.pTrace || bWatch ? 1 : std::min<uint64_t>(nAllowed, nJobs);
         // Neighbouring groups mostly use neighbouring memory. Where there are enough of them a thread takes 16 jobs at
         // a time, else fewer, so that little is left to wait for at the end.
         const uint64_t nPiece =
@@ -260,7 +265,8 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             const uint32_t nThread = context.nThreads++;
             try
             {
-                CGroupRunner runner(context, program, nThread, pVisits, bProfile ? &profile : nullptr);
+                CGroupRunner runner(context, program, nThread, pVisits, bProfile ? &profile : nullptr,
+                                    bWatch ? &result.vAccesses : nullptr);
                 for (auto nTurn = shares.Take(nThread); nTurn && !context.bStop; nTurn = shares.Take(nThread))
                 {
                     schedule.Pause(*nTurn);

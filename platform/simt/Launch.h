@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,7 @@ struct SLaunch
     uint64_t nSchedule = 0;                    ///< shakes the order of groups and threads; 0 leaves it as it comes
     ITraceSink* pTrace = nullptr;              ///< a traced launch runs on one thread
     bool bCountVisits = false;                 ///< SLaunchResult::vVisits; a traced launch isn't counted
+    std::optional<SPlatformWatch> watch;       ///< SLaunchResult::vAccesses, on one thread; addresses; likewise
     bool bKeepProfile = false;                 ///< SLaunchResult::vProfile, in place of visits; likewise
     const std::atomic<bool>* pBreak = nullptr; ///< true ends it; may be null
     const void* pOwner = nullptr;              ///< what threads wait for that may help (CWorkerPool::HelpWhile)
@@ -138,6 +140,7 @@ struct SLaunchResult
     /// them active. Ends with the last one that any came to. Empty for a program of which no trace can be made.
     std::vector<uint64_t> vVisits;
     std::vector<SPlatformProfile> vProfile; ///< by instruction, if it was asked for
+    std::vector<SPlatformAccess> vAccesses; ///< those that are watched, the first 65,536
 };
 
 constexpr size_t s_nFaultRecords = 64;

@@ -200,6 +200,11 @@ void COptionParser::AddCover()
     };
     add("cover", "Run launch files and show which lines ran, and which ways branches went");
     add("profile", "Run launch files and show passes of loops, bytes and cache lines by line");
+    CLI::App* pWho =
+        m_pApp->add_subcommand("who", "Run a launch file and show who wrote and read an element of a buffer");
+    pWho->add_option("LAUNCH", m_Options.strLaunch, "launch file (JSON)")->required();
+    pWho->add_option("ELEMENT", m_Options.strElement, "an argument's name and a number, as in out[5]")->required();
+    pWho->add_flag("--json", m_Options.cover.bJson, "as JSON");
 }
 
 std::optional<int> COptionParser::Read(int argc, char** argv, SOptions& options)

@@ -40,6 +40,7 @@ struct SOptions
     std::string strLaunches;
     bool bEmitC = false;
     SCoverOptions cover;
+    std::string strElement;
 };
 
 /// The commands and options of the command line.

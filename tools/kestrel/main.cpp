@@ -12,6 +12,7 @@
 #include "tools/kestrel/convert/Describe.h"
 #include "tools/kestrel/convert/ProgramBuild.h"
 #include "tools/kestrel/convert/Tokens.h"
+#include "tools/kestrel/cover/Accesses.h"
 #include "tools/kestrel/debug/Outcome.h"
 #include "tools/kestrel/program/Capture.h"
 
@@ -25,6 +26,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <new>
 #include <optional>
 #include <utility>
@@ -225,6 +227,18 @@ int Cover(const SOptions& options)
     return EXIT_GOOD;
 }
 
+int Who(const SOptions& options)
+{
+    const CLibraries libraries = OpenLibraries(options);
+    const nlohmann::json accesses = DescribeAccesses(libraries, ReadLaunchFile(options.strLaunch), options.strElement,
+                                                     std::numeric_limits<size_t>::max());
+    std::cout << (options.cover.bJson
+                      ? accesses["accesses"].dump(-1, ' ', true, nlohmann::json::error_handler_t::replace)
+                      : accesses["text"].get<std::string>())
+              << "\n";
+    return EXIT_GOOD;
+}
+
 int Manual(const SOptions& options)
 {
     return Deliver(options,
@@ -265,7 +279,7 @@ int Complete(const SOptions& options)
 const std::pair<const char*, int (*)(const SOptions&)> s_Commands[] = {
     {"run", Run},         {"step", Step}, {"debug", Debug}, {"asm", Assemble},  {"disasm", Disassemble},
     {"cc", Compile},      {"info", Info}, {"new", New},     {"manual", Manual}, {"completion", Complete},
-    {"capture", Capture}, {"exec", Exec}, {"cover", Cover}, {"profile", Cover}};
+    {"capture", Capture}, {"exec", Exec}, {"cover", Cover}, {"profile", Cover}, {"who", Who}};
 
 int RunCommandLine(int argc, char** argv)
 {

@@ -218,6 +218,11 @@ const SCommand g_Commands[] = {
     {"where", "", "[/a] CONDITION", s_pszDispatch, "List the work-items for which a condition holds.",
      "Neighbours are shown as ranges. With /a all work-items are asked, else the active.",
      "break 33\nrun\nwhere r5.x > 100", DoWhere, false, ECompletion::Register},
+    {"who", "", "BUFFER[NUMBER]", s_pszDispatch,
+     "Show which work-items write and read an element, where, in which order and with which values.",
+     "From a plain run of the launch of its own, in which work-groups run one after the other; the session stays where "
+     "it is. Between two barriers another order may be as good.",
+     "who out[5]", DoWho, false, ECompletion::Nothing},
     {"diff", "", "[/FORMAT] REGISTER", s_pszDispatch, "Compare a register with what it was at the last stop.",
      "Behind a single step this goes for any register; else for those that were looked at there.",
      "break 21\nrun\nstep\ndiff r3.x", DoDiff, false, ECompletion::Register},

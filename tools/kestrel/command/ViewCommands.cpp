@@ -1,6 +1,7 @@
 // Commands that show the whole dispatch.
 
 #include "tools/kestrel/command/Commands.h"
+#include "tools/kestrel/cover/Accesses.h"
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/Views.h"
 
@@ -51,6 +52,13 @@ json DoStats(CCommandContext& context)
     bool bAll = false;
     CExpression expression = ReadExpression(context, bAll);
     return ViewStatistics(context.GetDebugger(), expression, bAll);
+}
+
+json DoWho(CCommandContext& context)
+{
+    CDebugger& debugger = context.GetDebugger();
+    return DescribeAccesses(debugger.GetLibraries(), debugger.GetLaunch().GetFile(),
+                            context.GetText("an element, as in out[5]"), debugger.GetSettings().nLimit);
 }
 
 json DoWhere(CCommandContext& context)

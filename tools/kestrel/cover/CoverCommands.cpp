@@ -24,7 +24,7 @@ void WriteLcov(const CProfileReport& report, const std::string& strPath)
         {
             strText.append(strLine).append("\n");
         }
-        mapPaths[strName] = strPath + "." + strName;
+        mapPaths[strName] = std::string(strPath).append(".").append(strName);
         WriteFileBytes(mapPaths[strName], strText);
     }
     WriteFileBytes(strPath, MakeLcov(report, mapPaths));

@@ -67,6 +67,7 @@ public:
 
     // ---- what is debugged
     CLaunch& GetLaunch() { return m_Launch; }
+    const CLibraries& GetLibraries() const { return m_Lib; }
     const CListing& GetListing() const { return *m_pListing; }
     const CCodeMap& GetCode() const { return *m_pCode; }
     /// Of the program as it was built.
@@ -238,6 +239,7 @@ private:
     CFixedRegisters MakeFixedRegisters(unsigned int nLocalBytes);
     void TakeLocalSize();
 
+    const CLibraries& m_Lib;
     const SPlatformControl* const m_pControl; ///< null on another platform than the software one
     IEventSink& m_Sink;
     CLaunch m_Launch;
