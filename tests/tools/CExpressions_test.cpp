@@ -9,6 +9,7 @@
 #include <type_traits>
 
 // The texts are what is tested: they mix types as the language allows it.
+// NOLINTBEGIN(bugprone-signed-char-misuse)
 #pragma GCC diagnostic ignored "-Wsign-compare"
 #pragma GCC diagnostic ignored "-Wparentheses"
 #pragma GCC diagnostic ignored "-Wbool-compare"
@@ -246,7 +247,7 @@ TEST(CExpressions, AreWhatTheCompilerMakesOfThem)
     CHECK_TEXT(*(p + three) + p[three - 1]);
     CHECK_TEXT(p + 1);
     CHECK_TEXT(&p[2] - p);
-    CHECK_TEXT(p == 0 || p != &p[-1] && p + 1 > p);
+    CHECK_TEXT(!p || p != &p[-1] && p + 1 > p);
     CHECK_TEXT(pair.more.weight * pair.more.counts[1]);
     CHECK_TEXT(q->more.counts[three - 1] + (*q).kind + (&*q)->kind);
     CHECK_TEXT(*(short*)&q->more.counts[2]);
@@ -327,3 +328,4 @@ TEST(CExpressions, KnowWhatOnlyKernelsHave)
         EXPECT_EQ(strResult, entry.pszResult) << entry.pszText;
     }
 }
+// NOLINTEND(bugprone-signed-char-misuse)

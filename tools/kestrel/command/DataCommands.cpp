@@ -31,6 +31,27 @@ EFormat ChooseFormat(CDebugger& debugger, const std::string& strFormat)
     return strFormat.empty() ? debugger.GetSettings().eFormat : ReadFormat(strFormat);
 }
 
+/// "a, f(b, c)": what stands between the commas that no bracket is around.
+std::vector<std::string> SplitAtCommas(const std::string& strText)
+{
+    std::vector<std::string> vParts(1);
+    int nDepth = 0;
+    for (const char c : strText)
+    {
+        nDepth += c == '(' || c == '[' ? 1 : c == ')' || c == ']' ? -1 : 0;
+        const bool bFirst = vParts.back().empty() && std::isspace(static_cast<unsigned char>(c)) != 0;
+        if (c == ',' && nDepth == 0)
+        {
+            vParts.emplace_back();
+        }
+        else if (!bFirst)
+        {
+            vParts.back() += c;
+        }
+    }
+    return vParts;
+}
+
 } // namespace
 
 json PrintExpression(CDebugger& debugger, const std::string& strFormat, const std::string& strExpression)
@@ -65,7 +86,13 @@ json PrintExpression(CDebugger& debugger, const std::string& strFormat, const st
 
 json DoPrint(CCommandContext& context)
 {
-    return PrintExpression(context.GetDebugger(), context.GetFormat(), context.GetText("an expression"));
+    const std::vector<std::string> vExpressions = SplitAtCommas(context.GetText("an expression"));
+    json prints = json::array();
+    for (const std::string& strExpression : vExpressions)
+    {
+        prints.push_back(PrintExpression(context.GetDebugger(), context.GetFormat(), strExpression));
+    }
+    return prints.size() == 1 ? prints[0] : json{{"view", "prints"}, {"prints", prints}};
 }
 
 json DoDisplay(CCommandContext& context)

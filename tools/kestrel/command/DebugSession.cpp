@@ -91,6 +91,10 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
         eResult = isatty(STDIN_FILENO) != 0 && eResult == CInterpreter::Failed ? CInterpreter::Good : eResult;
     }
     debugger.Kill();
+    if (interpreter.GetQuitCode())
+    {
+        return *interpreter.GetQuitCode();
+    }
     if (eResult == CInterpreter::Failed)
     {
         return interpreter.GetFailureCode() != EXIT_GOOD ? interpreter.GetFailureCode() : EXIT_COMMAND_FAILED;
@@ -154,6 +158,10 @@ int RunProgramSession(const CLibraries& libraries, const SProgramCommand& comman
     else if (eResult == CInterpreter::Good)
     {
         RunOut(program);
+    }
+    if (interpreter.GetQuitCode())
+    {
+        return *interpreter.GetQuitCode();
     }
     if (eResult == CInterpreter::Failed)
     {

@@ -4,6 +4,7 @@
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/Format.h"
+#include "tools/source/CTypes.h"
 
 #include <cctype>
 #include <cstdlib>
@@ -44,7 +45,7 @@ SShape ReadShape(const std::string& strText, SShape shape)
     {
         const char c = strText[n];
         const size_t nSize = std::string("b?h?w???g").find(c);
-        if (std::strchr("dufx", c) != nullptr)
+        if (std::strchr("dufxis", c) != nullptr)
         {
             shape.cFormat = c;
         }
@@ -54,7 +55,7 @@ SShape ReadShape(const std::string& strText, SShape shape)
         }
         else
         {
-            throw CCommandError("x: behind the slash stand a count, d, u, x or f, and b, h, w or g");
+            throw CCommandError("x: behind the slash stand a count, d, u, x, f, i or s, and b, h, w or g");
         }
     }
     if (shape.nCount == 0 || shape.nCount * shape.nSize > s_nMaxBytes)
@@ -189,6 +190,89 @@ SPlace ReadLocalPlace(CDebugger& debugger, const std::string& strSpace, const st
     return place;
 }
 
+/// The place that a pointer of the source points to, or that an array is.
+std::optional<SPlace> FindPointed(CDebugger& debugger, const std::string& strText, std::optional<SShape>& shape)
+{
+    std::optional<CExpression> expression(std::in_place, strText, &debugger);
+    if (expression->GetType() != nullptr && expression->GetType()->eKind == SSourceType::Array)
+    {
+        expression.emplace("&(" + strText + ")[0]", &debugger);
+    }
+    if (expression->GetType() == nullptr || expression->GetType()->eKind != SSourceType::Pointer)
+    {
+        return std::nullopt;
+    }
+    expression->Bind(debugger);
+    int64_t nAddress = 0;
+    expression->Evaluate(debugger.GetFocus(), 1, &nAddress);
+    expression->RequireValue(0);
+    const SSourceType& element = *expression->GetType()->pElement;
+    if (IsArithmetic(element) && (!IsFloating(element) || element.nSize != 2))
+    {
+        const bool bUnsigned = element.eKind == SSourceType::Unsigned;
+        shape = SShape{1, IsFloating(element) ? 'f' : bUnsigned ? 'u' : 'd', element.nSize};
+    }
+    SPlace place;
+    place.nAddress = static_cast<uint64_t>(nAddress);
+    place.bPrivate = expression->GetType()->eSpace == SSourceType::PrivateSpace;
+    for (const SMemory& memory : debugger.ListMemory(expression->GetType()->eSpace))
+    {
+        if (place.bPrivate || place.nAddress < memory.nBase || place.nAddress - memory.nBase >= memory.nSize)
+        {
+            continue;
+        }
+        place.nAddress -= memory.nBase;
+        if (memory.nPlace < debugger.GetArguments().size())
+        {
+            place.argument = memory.nPlace;
+            return place;
+        }
+        place.bLocal = true;
+        place.nGroup = debugger.GetExtent().GroupOf(debugger.GetFocus());
+        place.nResource = debugger.FindDeclaredLocal();
+        place.strLocal = "local";
+        return place;
+    }
+    if (!place.bPrivate)
+    {
+        throw CCommandError("nothing of the kernel's lies at " + debugger.NameAddress(place.nAddress));
+    }
+    return place;
+}
+
+/// Whether a text can only mean memory, and begins with no variable of the source.
+bool IsBarePlace(CDebugger& debugger, const std::string& strText)
+{
+    const size_t nStart = std::min(strText.find_first_not_of("&*( "), strText.size());
+    size_t nEnd = nStart;
+    while (nEnd < strText.size() &&
+           (std::isalnum(static_cast<unsigned char>(strText[nEnd])) != 0 || strText[nEnd] == '_'))
+    {
+        ++nEnd;
+    }
+    const bool bCast = strText[0] == '(' || strText[0] == '*';
+    return strText.find(':') != std::string::npos ||
+           (!bCast && !debugger.FindVariable(strText.substr(nStart, nEnd - nStart), true));
+}
+
+/// "x/3i": instructions of the kernel.
+json ListInstructions(CDebugger& debugger, const std::string& strText, size_t nCount)
+{
+    const CListing& listing = debugger.GetListing();
+    unsigned int nLine = strText.empty() ? debugger.GetLine() : *ReadPlace(debugger, strText).begin();
+    json lines = json::array();
+    for (; nLine != CListing::NoLine && lines.size() < nCount; nLine = listing.GetNextInstruction(nLine))
+    {
+        json line = {{"line", nLine}, {"text", listing.GetLine(nLine)}, {"here", nLine == debugger.GetLine()}};
+        if (!listing.GetPlace(nLine).empty())
+        {
+            line["source"] = listing.GetPlace(nLine);
+        }
+        lines.push_back(line);
+    }
+    return {{"view", "lines"}, {"lines", lines}};
+}
+
 SPlace ReadMemoryPlace(CDebugger& debugger, const std::string& strText)
 {
     SPlace place;
@@ -286,14 +370,51 @@ std::string NamePlace(CDebugger& debugger, const SPlace& place, uint64_t nAddres
                                     : strName + "+" + std::to_string(nAddress);
 }
 
+/// "x/s": characters up to a zero.
+std::string ReadString(CDebugger& debugger, SPlace& place)
+{
+    const size_t nMost = 200;
+    std::string strText;
+    for (; strText.size() < nMost; ++place.nAddress)
+    {
+        const std::vector<unsigned char> vByte = ReadMemory(debugger, place, 1);
+        if (vByte.empty() || vByte[0] == 0)
+        {
+            break;
+        }
+        strText += static_cast<char>(vByte[0]);
+    }
+    ++place.nAddress;
+    return "\"" + strText + (strText.size() == nMost ? "\"..." : "\"");
+}
+
 } // namespace
 
 json DoExamine(CCommandContext& context)
 {
     CDebugger& debugger = context.GetDebugger();
     debugger.RequireLive();
-    const SPlace place = ReadMemoryPlace(debugger, context.GetText("a place in memory"));
-    const SShape shape = ReadShape(context.GetFormat(), GetShapeOf(debugger, place));
+    const SShape asked = ReadShape(context.GetFormat(), SShape());
+    if (asked.cFormat == 'i')
+    {
+        return ListInstructions(debugger, context.GetArguments(), asked.nCount);
+    }
+    std::optional<SShape> natural;
+    const std::string& strText = context.GetText("a place in memory");
+    std::optional<SPlace> pointed =
+        IsBarePlace(debugger, strText) ? std::nullopt : FindPointed(debugger, strText, natural);
+    SPlace place = pointed ? *pointed : ReadMemoryPlace(debugger, strText);
+    const SShape shape = ReadShape(context.GetFormat(), natural ? *natural : GetShapeOf(debugger, place));
+    if (shape.cFormat == 's')
+    {
+        json rows = json::array();
+        for (size_t n = 0; n < shape.nCount; ++n)
+        {
+            const std::string strPlace = NamePlace(debugger, place, place.nAddress);
+            rows.push_back({{"place", strPlace}, {"values", {ReadString(debugger, place)}}});
+        }
+        return {{"view", "examine"}, {"rows", rows}, {"short", false}};
+    }
     const std::vector<unsigned char> vBytes = ReadMemory(debugger, place, shape.nCount * shape.nSize);
     if (vBytes.size() < shape.nSize)
     {

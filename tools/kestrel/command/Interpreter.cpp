@@ -107,7 +107,69 @@ void CInterpreter::NoteFailure(int nCode)
     m_nFailureCode = m_nFailureCode == EXIT_GOOD ? nCode : m_nFailureCode;
 }
 
+bool CInterpreter::OnAskToGiveUp(const std::function<bool()>& isOver)
+{
+    return !m_Question || !GetSettings().bConfirm || m_Question(isOver);
+}
+
+/// The lines of a command of the user's, with $arg0 and so on in them as the words behind its name.
+CInterpreter::EResult CInterpreter::ExecuteUserCommand(const std::vector<std::string>& vLines,
+                                                       const std::string& strArguments)
+{
+    std::istringstream stream(strArguments);
+    std::vector<std::string> vWords;
+    for (std::string strWord; stream >> strWord;)
+    {
+        vWords.push_back(strWord);
+    }
+    EResult eResult = Good;
+    for (size_t n = 0; n < vLines.size() && eResult == Good && !IsInterrupted(); ++n)
+    {
+        std::string strLine = vLines[n];
+        for (size_t nWord = vWords.size(); nWord-- > 0;)
+        {
+            const std::string strName = "$arg" + std::to_string(nWord);
+            for (size_t nAt = strLine.find(strName); nAt != std::string::npos;
+                 nAt = strLine.find(strName, nAt + vWords[nWord].size()))
+            {
+                strLine.replace(nAt, strName.size(), vWords[nWord]);
+            }
+        }
+        eResult = strLine.empty() || strLine[0] == '#' ? Good : ExecuteCommand(strLine);
+    }
+    m_strRepeat.clear();
+    return eResult;
+}
+
+/// A line that begins with a word of the user's or of the debugger's.
 CInterpreter::EResult CInterpreter::ExecuteCommand(const std::string& strLine)
+{
+    std::string strCommand = strLine;
+    const std::string strToken = TakeToken(strCommand);
+    const size_t nEnd = std::min(strCommand.find_first_of(" \t/"), strCommand.size());
+    const std::string strWord = strCommand.substr(0, nEnd);
+    const auto itAlias = m_mapAliases.find(strWord);
+    const auto itOwn = m_mapUserCommands.find(strWord);
+    if (itAlias == m_mapAliases.end() && itOwn == m_mapUserCommands.end())
+    {
+        return ExecuteOwn(strLine);
+    }
+    if (m_nDepth >= s_nMaxDepth)
+    {
+        m_Output.OnError(strWord, strToken, strWord + ": too many commands that use each other");
+        NoteFailure(EXIT_COMMAND_FAILED);
+        return Failed;
+    }
+    ++m_nDepth;
+    const std::string strRest = strCommand.substr(nEnd);
+    const std::vector<std::string> vLines = itAlias == m_mapAliases.end() ? itOwn->second : std::vector<std::string>();
+    const EResult eResult = itAlias != m_mapAliases.end() ? ExecuteCommand(strToken + itAlias->second + strRest)
+                                                          : ExecuteUserCommand(vLines, strRest);
+    --m_nDepth;
+    return eResult;
+}
+
+CInterpreter::EResult CInterpreter::ExecuteOwn(const std::string& strLine)
 {
     SCommandLine line;
     std::string strCommand = strLine;

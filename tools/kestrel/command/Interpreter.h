@@ -6,6 +6,7 @@
 #include "tools/kestrel/debug/Debugger.h"
 
 #include <functional>
+#include <map>
 #include <optional>
 
 namespace KestrelTool
@@ -65,6 +66,13 @@ public:
     /// The program's exit code for what has failed first; EXIT_GOOD if nothing has.
     int GetFailureCode() const { return m_nFailureCode; }
     void RequestQuit() { m_bQuit = true; }
+    /// The exit code that quit gives the program; nothing if it gave none.
+    std::optional<int> GetQuitCode() const { return m_QuitCode; }
+    void SetQuitCode(int nCode) { m_QuitCode = nCode; }
+    /// Commands that the user has made of others, with their lines.
+    std::map<std::string, std::vector<std::string>>& GetUserCommands() { return m_mapUserCommands; }
+    /// Other names that the user has given commands, with what they stand for.
+    std::map<std::string, std::string>& GetAliases() { return m_mapAliases; }
     /// What an empty line after this command does instead of repeating it as it was.
     void SetRepeat(const std::string& strLine) { m_strRepeat = strLine; }
     /// The line behind those that were listed since the last stop; 0 for none.
@@ -75,12 +83,14 @@ public:
 
     void OnEvent(const nlohmann::json& event) override;
     void OnProgress(const std::string& strText) override;
-    bool OnAskToGiveUp(const std::function<bool()>& isOver) override { return !m_Question || m_Question(isOver); }
+    bool OnAskToGiveUp(const std::function<bool()>& isOver) override;
     void OnLeave() override;
     void OnProgramGoesOn() override;
 
 private:
     EResult ExecuteCommand(const std::string& strLine);
+    EResult ExecuteOwn(const std::string& strLine);
+    EResult ExecuteUserCommand(const std::vector<std::string>& vLines, const std::string& strArguments);
     bool IsInterrupted();
     EResult Perform(const SCommandLine& line);
     void ShowDisplays();
@@ -96,6 +106,9 @@ private:
     const LineReader* m_pReader = nullptr;
     std::string m_strRepeat;
     SSourceLine m_ListNext;
+    std::map<std::string, std::vector<std::string>> m_mapUserCommands;
+    std::map<std::string, std::string> m_mapAliases;
+    std::optional<int> m_QuitCode;
     int m_nFailureCode = 0;
     bool m_bStopped = false;
     bool m_bQuit = false;

@@ -276,7 +276,7 @@ std::string RenderSettings(const json& view)
     for (const json& setting : view["settings"])
     {
         strText +=
-            PadRight(Text(setting["name"]), 10) + PadRight(Text(setting["value"]), 16) + Text(setting["text"]) + "\n";
+            PadRight(Text(setting["name"]), 12) + PadRight(Text(setting["value"]), 16) + Text(setting["text"]) + "\n";
     }
     return strText;
 }
@@ -339,6 +339,28 @@ std::string RenderCommands(const json& view)
     return strText + "Names may be cut short where they stay unique; help NAME says more.\n";
 }
 
+std::string RenderThreads(const json& view)
+{
+    std::string strText = Text(view["groups"]) + " groups of " + Text(view["size"]) + "; work-item " +
+                          Text(view["item"]) + ", in focus, is in group " + Text(view["focus"]) + "\n";
+    for (const json& entry : view["list"])
+    {
+        strText += std::string(entry["focus"] ? "* " : "  ") + PadRight(Text(entry["groups"]), 12) + " " +
+                   Text(entry["active"]) + " of " + Text(view["size"]) + " active\n";
+    }
+    return strText + (view["more"] != 0 ? "and " + Text(view["more"]) + " ranges more\n" : "");
+}
+
+std::string RenderPrints(const json& view)
+{
+    std::string strText;
+    for (const json& print : view["prints"])
+    {
+        strText += RenderPrint(print);
+    }
+    return strText;
+}
+
 struct SRenderer
 {
     const char* pszView;
@@ -347,6 +369,8 @@ struct SRenderer
 
 const SRenderer s_Views[] = {
     {"print", RenderPrint},
+    {"prints", RenderPrints},
+    {"threads", RenderThreads},
     {"breakpoint", RenderBreakpoint},
     {"breakpoints", RenderBreakpoints},
     {"lines", RenderLines},

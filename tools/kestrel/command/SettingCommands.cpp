@@ -45,6 +45,15 @@ size_t ReadSize(const std::string& strText, size_t nLeast)
     return nValue;
 }
 
+bool ReadSwitch(const std::string& strText, const char* pszName)
+{
+    if (strText != "on" && strText != "off")
+    {
+        throw CCommandError(std::string(pszName) + " is on or off");
+    }
+    return strText == "on";
+}
+
 std::string ShowSize(size_t nSize)
 {
     return nSize == 0 ? "the terminal's" : std::to_string(nSize);
@@ -58,7 +67,10 @@ json DescribeSetting(const SSetting& setting, const SSettings& settings)
 } // namespace
 
 const SSetting g_Settings[] = {
-    {"format", "how values are shown: auto, float, int, unsigned, hex, double, long",
+    {"confirm", "whether questions are asked: on or off",
+     [](const SSettings& settings) { return std::string(settings.bConfirm ? "on" : "off"); },
+     [](SSettings& settings, const std::string& strValue) { settings.bConfirm = ReadSwitch(strValue, "confirm"); }},
+    {"format", "how values are shown: auto, float, int, unsigned, hex, binary, char, double, long",
      [](const SSettings& settings) { return std::string(GetFormatName(settings.eFormat)); },
      [](SSettings& settings, const std::string& strValue) { settings.eFormat = ReadFormat(strValue); }},
     {"height", "rows of a picture; 0 for what the terminal has",
@@ -69,6 +81,15 @@ const SSetting g_Settings[] = {
      [](SSettings& settings, const std::string& strValue) { settings.nLimit = ReadSize(strValue, 1); }},
     {"listsize", "lines that list shows", [](const SSettings& settings) { return std::to_string(settings.nListSize); },
      [](SSettings& settings, const std::string& strValue) { settings.nListSize = ReadSize(strValue, 1); }},
+    {"pagination", "whether output stops at full screens: off, as it never does",
+     [](const SSettings&) { return std::string("off"); },
+     [](SSettings&, const std::string& strValue)
+     {
+         if (ReadSwitch(strValue, "pagination"))
+         {
+             throw CCommandError("output never stops at full screens");
+         }
+     }},
     {"pictures", "unicode or ascii",
      [](const SSettings& settings) { return std::string(settings.bUnicode ? "unicode" : "ascii"); },
      [](SSettings& settings, const std::string& strValue)
@@ -120,7 +141,14 @@ json DoSet(CCommandContext& context)
 {
     const std::string& strText = context.GetText("a setting and its value");
     const size_t nEnd = std::min(strText.find_first_of(" \t"), strText.size());
-    const SSetting& setting = FindSetting(strText.substr(0, nEnd));
+    const std::string strName = strText.substr(0, nEnd);
+    if (strName == "var" || strName == "variable")
+    {
+        throw CCommandError(
+            "values can't be set: each stop is computed anew from the launch, so that a change would be "
+            "gone at the next one");
+    }
+    const SSetting& setting = FindSetting(strName);
     const size_t nValue = strText.find_first_not_of(" \t", nEnd);
     if (nValue == std::string::npos)
     {
@@ -173,6 +201,16 @@ json DoSource(CCommandContext& context)
 
 json DoQuit(CCommandContext& context)
 {
+    if (!context.GetArguments().empty())
+    {
+        const int nMost = 255;
+        const uint64_t nCode = ReadNumber(context.GetWord("an exit code"));
+        if (nCode > nMost)
+        {
+            throw CCommandError("an exit code is 0 to 255");
+        }
+        context.GetInterpreter().SetQuitCode(static_cast<int>(nCode));
+    }
     context.GetInterpreter().RequestQuit();
     return nullptr;
 }

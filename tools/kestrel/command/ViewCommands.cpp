@@ -63,6 +63,10 @@ json DoWho(CCommandContext& context)
 
 json DoWhere(CCommandContext& context)
 {
+    if (context.GetArguments().empty())
+    {
+        return DoBacktrace(context);
+    }
     bool bAll = false;
     CExpression expression = ReadExpression(context, bAll);
     return ViewWhere(context.GetDebugger(), expression, bAll);
@@ -74,7 +78,10 @@ json DoDiff(CCommandContext& context)
     debugger.RequireLive();
     const EFormat eFormat =
         context.GetFormat().empty() ? debugger.GetSettings().eFormat : ReadFormat(context.GetFormat());
-    return ViewDifference(debugger, ReadOperand(context.GetWord("a register")), eFormat);
+    const std::string& strText = context.GetText("a register or an expression");
+    const CExpression expression(strText, &debugger);
+    return expression.IsOperand() ? ViewDifference(debugger, expression.GetOperand(), eFormat)
+                                  : ViewDifference(debugger, strText, eFormat);
 }
 
 json DoWorkItem(CCommandContext& context)

@@ -53,6 +53,7 @@ struct SSettings
     size_t nListSize = 10;
     size_t nLimit = 20; ///< ranges and values that a list shows
     bool bUnicode = true;
+    bool bConfirm = true; ///< questions are asked
     std::vector<std::string>
         vTracked; ///< registers that are kept up to date; if empty they are read when they are looked at
 };
@@ -99,7 +100,7 @@ public:
     // ---- the state
     bool IsLive() const { return m_Target.IsLive(); }
     /// In front of the first instruction: no register has a value, and memory is as at the launch.
-    bool IsAtEntry() const { return m_Target.GetState() == CTarget::AtStart; }
+    bool IsAtEntry() const override { return m_Target.GetState() == CTarget::AtStart; }
     /// \throws CCommandError if the kernel isn't running
     void RequireLive() const;
     /// The line that is executed next.
@@ -136,6 +137,8 @@ public:
     /// A register as it was at the last stop, four words a work-item; nothing if it had no value.
     /// A register that wasn't looked at there is fetched by going back and forth if one step lies between.
     std::vector<uint32_t> GetEarlierValues(const std::string& strRegister);
+    /// The line of the last stop.
+    unsigned int GetEarlierLine() const { return m_nEarlierLine; }
 
     /// Where an argument's buffer lies for the kernel, at a stop.
     /// \throws CCommandError if that isn't known
@@ -261,6 +264,7 @@ private:
     unsigned int m_nLabel = 0; ///< of the kernel's function
 
     unsigned int m_nLine = 0;
+    unsigned int m_nEarlierLine = 0;
     size_t m_nFrame = 0;
     size_t m_nFocus = 0;
     std::vector<cl_bool> m_vAllActive;

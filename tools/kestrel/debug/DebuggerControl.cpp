@@ -296,6 +296,7 @@ void CDebugger::BeginCommand(bool bSingleStep)
         }
     }
     m_LookedAt.clear();
+    m_nEarlierLine = m_nLine;
     m_bSingleStep = bSingleStep && m_Target.GetState() == CTarget::AtStop;
     m_nFrame = 0;
     m_Hits = CBreakpoints::SHits();

@@ -113,24 +113,12 @@ std::string CDebugger::NameAddress(uint64_t nAddress)
     // Of several buffers the one that begins closest in front; behind its end the address is in none.
     std::string strName;
     uint64_t nOffset = ~uint64_t(0);
-    for (size_t i = 0; i < m_vArguments.size(); ++i)
+    for (const SMemory& memory : ListMemory(SSourceType::GlobalSpace))
     {
-        if (!m_vArguments[i].IsGlobal() || GetGiven(i).vContents.empty())
+        if (memory.nBase <= nAddress && nAddress - memory.nBase < nOffset)
         {
-            continue;
-        }
-        try
-        {
-            const uint64_t nBase = FindAddress(i);
-            if (nBase <= nAddress && nAddress - nBase < nOffset)
-            {
-                nOffset = nAddress - nBase;
-                strName = m_vArguments[i].strName;
-            }
-        }
-        catch (const CCommandError&)
-        {
-            continue; // its place isn't known
+            nOffset = nAddress - memory.nBase;
+            strName = m_vArguments[memory.nPlace].strName;
         }
     }
     // What is that far away has nothing to do with the buffer.

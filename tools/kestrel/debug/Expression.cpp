@@ -85,11 +85,12 @@ void CExpression::SetFloat(bool bFloat)
 
 void CExpression::Bind(IValueSource& source)
 {
-    const bool bVariables = std::any_of(m_vNodes.begin(), m_vNodes.end(),
-                                        [](const SExpressionNode& node) { return node.eNode == ENode::Variable; });
-    if (bVariables && source.KeepTypes() != m_pKept)
+    const bool bNames = std::any_of(m_vNodes.begin(), m_vNodes.end(),
+                                    [](const SExpressionNode& node)
+                                    { return node.eNode == ENode::Variable || node.eNode == ENode::Element; });
+    if (bNames)
     {
-        Parse(&source); // the program is another one, or was built anew
+        Parse(&source); // a name may mean something else than where the expression was made
     }
     SetFloat(false);
     m_pEvaluator->Bind(m_vNodes, source);

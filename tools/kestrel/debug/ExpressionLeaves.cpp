@@ -59,7 +59,7 @@ std::optional<CExpressionParser::Node> CExpressionParser::ParseName(const std::s
         return std::nullopt;
     }
     const std::optional<SSourceVariable> anywhere =
-        elements && bIndexed ? std::nullopt : m_pNames->FindVariable(strWord, false);
+        elements && (bIndexed || m_pNames->IsAtEntry()) ? std::nullopt : m_pNames->FindVariable(strWord, false);
     if (anywhere)
     {
         return MakeVariable(*anywhere);

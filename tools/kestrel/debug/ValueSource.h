@@ -68,6 +68,8 @@ public:
     /// The linear index of the work-item in focus.
     virtual size_t GetFocus() const = 0;
 
+    /// Before the first instruction, where no variable has a value and arguments are those of the launch.
+    virtual bool IsAtEntry() const { return false; }
     /// The elements of a name; nothing if it isn't one.
     virtual std::optional<SElements> FindElements(const std::string& /*strName*/) { return std::nullopt; }
     /// A variable of the source by its name; nothing if there is none.

@@ -1,5 +1,6 @@
 #include "tools/kestrel/debug/Views.h"
 
+#include "tools/kestrel/debug/EarlierStop.h"
 #include "tools/kestrel/debug/Statistics.h"
 
 #include <algorithm>
@@ -271,6 +272,42 @@ json ViewDifference(CDebugger& debugger, const SOperand& operand, EFormat eForma
     view["view"] = "diff";
     view["register"] = operand.ToString();
     view["fresh"] = vEarlier.empty();
+    view["items"] = extent.Count();
+    view["changes"] = std::move(changes);
+    return view;
+}
+
+json ViewDifference(CDebugger& debugger, const std::string& strExpression, EFormat eFormat)
+{
+    CEarlierStop earlier(debugger);
+    CExpression before(strExpression, &earlier);
+    before.Bind(earlier);
+    CExpression now(strExpression, &debugger);
+    now.Bind(debugger);
+    const SExtent& extent = debugger.GetExtent();
+    CRanges ranges(extent, debugger.GetSettings().nLimit);
+    json changes = json::array();
+    const auto format = [&](const SSourceValue& value)
+    { return FormatValue(value, eFormat, [&](uint64_t nAddress) { return debugger.NameAddress(nAddress); }); };
+    for (size_t i = 0; i < extent.Count(); ++i)
+    {
+        const SSourceValue old = before.Read(i);
+        earlier.RequireAll();
+        const SSourceValue value = now.Read(i);
+        if (old.vBytes == value.vBytes && old.vKnown == value.vKnown)
+        {
+            continue;
+        }
+        ranges.Add(i);
+        if (changes.size() < debugger.GetSettings().nLimit)
+        {
+            changes.push_back({{"item", i}, {"old", format(old)}, {"new", format(value)}});
+        }
+    }
+    json view = ranges.Finish();
+    view["view"] = "diff";
+    view["register"] = strExpression;
+    view["fresh"] = false;
     view["items"] = extent.Count();
     view["changes"] = std::move(changes);
     return view;

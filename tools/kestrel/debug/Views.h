@@ -19,6 +19,8 @@ nlohmann::json ViewStatistics(CDebugger& debugger, CExpression& expression, bool
 nlohmann::json ViewWhere(CDebugger& debugger, CExpression& expression, bool bAll);
 /// What has become of a register since the last stop.
 nlohmann::json ViewDifference(CDebugger& debugger, const SOperand& operand, EFormat eFormat);
+/// Of an expression over what is in registers.
+nlohmann::json ViewDifference(CDebugger& debugger, const std::string& strExpression, EFormat eFormat);
 /// Where a work-item stands.
 nlohmann::json ViewItem(CDebugger& debugger, size_t nItem);
 
