@@ -20,6 +20,12 @@ CKernelDebugState::~CKernelDebugState()
     SD_SAFE_DELETE(m_pShaderDebuggerHost);
 }
 
+bool CKernelDebugState::HasPrivateUAV() const
+{
+    const unsigned int nPrivateMemory = 8;
+    return m_bTidewater || (m_pShaderDebuggerHost != nullptr && m_pShaderDebuggerHost->HasPrivateUAV(nPrivateMemory));
+}
+
 size_t CKernelDebugState::GetNumWorkItems() const
 {
     size_t nItems = static_cast<unsigned int>(m_dispatchDimensions.x);

@@ -46,8 +46,10 @@ public:
 
     /// Work-items of the dispatch.
     size_t GetNumWorkItems() const;
+    /// Whether private memory is a UAV of the kernel's: always on newer devices, on older ones where it declares one.
+    bool HasPrivateUAV() const;
     /// Name of the register through which private memory is reached, without its index.
-    const char* GetPrivateMemoryRegister() const { return m_bTidewater ? "PrivateUAVAccess8" : "x1"; }
+    const char* GetPrivateMemoryRegister() const { return HasPrivateUAV() ? "PrivateUAVAccess8" : "x1"; }
 };
 
 /// The open sessions, and the lock that guards them and every session's debugger. Neither is ever

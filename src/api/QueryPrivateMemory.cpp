@@ -26,8 +26,8 @@ const CShaderDebuggerBuffer* GetRow(CKernelDebugState& state, ovkclDebugMemoryAd
         return nullptr;
     }
     const ovkclDebugRegisterLocator locator =
-        state.m_bTidewater ? MakeRegisterLocator(DL_REGTYPE_PRIVATE_UAV_ACCESS, 8, static_cast<unsigned int>(nRow))
-                           : MakeRegisterLocator(DL_REGTYPE_ITEMP, 1, static_cast<unsigned int>(nRow));
+        state.HasPrivateUAV() ? MakeRegisterLocator(DL_REGTYPE_PRIVATE_UAV_ACCESS, 8, static_cast<unsigned int>(nRow))
+                              : MakeRegisterLocator(DL_REGTYPE_ITEMP, 1, static_cast<unsigned int>(nRow));
     OVK_ShaderDebugger::VariableID variableID = VariableByName(debugRegisterLocatorToString(locator));
     return state.m_pShaderDebuggerHost->GetRegisterResultsBuffer(variableID);
 }

@@ -90,6 +90,8 @@ public:
     virtual bool GetEnableTrackingVariables() const = 0;
     /// Whether registers are read when a query asks for them, and not at each stop.
     virtual void SetValuesOnDemand(bool /*bOn*/) {}
+    /// Whether the kernel declares a UAV of that number as private memory.
+    virtual bool HasPrivateUAV(unsigned int /*nNumber*/) const { return false; }
 
     /// A new set of values for one work-item; the caller deletes it.
     virtual CShaderDebuggerVariables* GetVariables(ThreadID& threadID) = 0;

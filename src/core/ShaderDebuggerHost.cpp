@@ -248,6 +248,11 @@ void CShaderDebuggerHost::SetEnableTrackingVariables(bool bEnableTrackingVariabl
     FORWARD_VOID(SetEnableTrackingVariables(bEnableTrackingVariables))
 }
 
+bool CShaderDebuggerHost::HasPrivateUAV(unsigned int nNumber) const
+{
+    FORWARD_OR(false, HasPrivateUAV(nNumber));
+}
+
 void CShaderDebuggerHost::SetValuesOnDemand(bool bOn)
 {
     FORWARD_VOID(SetValuesOnDemand(bOn))

@@ -66,6 +66,7 @@ public:
     void SetEnableTrackingVariables(bool bEnableTrackingVariables) override;
     bool GetEnableTrackingVariables() const override;
     void SetValuesOnDemand(bool bOn) override;
+    bool HasPrivateUAV(unsigned int nNumber) const override;
     CShaderDebuggerVariables* GetVariables(ThreadID& threadID) override;
     CShaderDebuggerBuffer* GetRegisterResultsBuffer(VariableID& variableID) override;
     CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;

@@ -229,6 +229,12 @@ bool CShaderDebuggerIL::IsWriteAcrossSlots(const Register& reg) const
     return true;
 }
 
+bool CShaderDebuggerIL::HasPrivateUAV(unsigned int nNumber) const
+{
+    const CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    return pShader != nullptr && pShader->HasPrivateUAV(nNumber);
+}
+
 bool CShaderDebuggerIL::IsTracked(const Register& reg) const
 {
     if (m_bValuesOnDemand)

@@ -69,6 +69,7 @@ public:
     CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;
     CShaderDebuggerBuffer* GetExecutionMaskBuffer() const override;
     void SetValuesOnDemand(bool bOn) override;
+    bool HasPrivateUAV(unsigned int nNumber) const override;
     bool GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup, const unsigned char** ppBytes,
                         size_t* pnSize) override;
 

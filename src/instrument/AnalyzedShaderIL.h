@@ -95,6 +95,7 @@ public:
     bool ResolveIndexRegisterToConstant(Register* reg, InstructionNumber nInst, size_t nMaxDepth);
 
     /// Whether an instruction stores to an array of private memory.
+    bool HasPrivateUAV(unsigned int nNumber) const { return m_PrivateUAVNums.count(nNumber) != 0; }
     bool IsPrivateUAVWrite(const CShaderDebuggerInstructionIL& instruction) const;
 
     /// Reads macros from the first item inside one until the stream is behind the last of the macros that follow each
