@@ -103,9 +103,6 @@ public:
     bool CanMissStores() const { return m_bCanMissStores; }
     unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }
 
-protected:
-    void WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction) override; // PatchedMask.cpp
-
 private:
     /// Return positions, innermost first: which of its calls a function is in.
     typedef std::deque<ProgramCounter> CallPath;

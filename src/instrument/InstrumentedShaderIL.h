@@ -117,7 +117,7 @@ protected:
     void WriteDebuggerLoopLiteralDeclarations(CDest& dest, const ProgramCounter& pc);
     /// The declarations of one function. \return false for a function without any
     bool WriteDecls(CDest& dest, unsigned int nFuncLabel);
-    /// Both stores into the output buffers.
+    /// The mask of the target's pass, both stores into the output buffers, and in a function the mask's flag cleared.
     virtual void WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction);
 
     /// What the mask says of a work-item that has taken one of the jumps in m_Leaving.
@@ -221,7 +221,10 @@ private:
     bool InLoop() const { return InBlock(IL_OP_WHILE); }
     bool InSwitch() const { return InBlock(IL_OP_SWITCH); }
 
-    // Blocks (OutputsEmitter.cpp, Preamble.cpp).
+    // Blocks (OutputsEmitter.cpp, PatchedMask.cpp, Preamble.cpp).
+    void WriteMaskOfPass(CDest& dest, InstructionNumber nTarget);
+    /// Both stores into the output buffers.
+    void WriteStores(CDest& dest, InstructionNumber nTarget);
     void WriteUavOpCode(CDest& dest, ILOpCode opCode, unsigned int nId, IL_UAV_CACHE_TYPE cacheType) const;
     void WriteLiteralDeclaration(CDest& dest, unsigned int nRegister, unsigned int nValue);
     void WriteSelectorSwitch(CDest& dest);

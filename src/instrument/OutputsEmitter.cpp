@@ -216,7 +216,7 @@ void CInstrumentedShaderIL::WriteElementAddress(CDest& dest, unsigned int nAddre
     WriteSourceReg(dest, offset, EXTD_ZeroFill);
 }
 
-void CInstrumentedShaderIL::WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction)
+void CInstrumentedShaderIL::WriteStores(CDest& dest, InstructionNumber nTarget)
 {
     if (!IsCompute())
     {
@@ -225,7 +225,7 @@ void CInstrumentedShaderIL::WriteOutputs(CDest& dest, InstructionNumber nCurrent
         return;
     }
 
-    WriteThreadGroupSize(dest, FunctionOf(nCurrentInstruction));
+    WriteThreadGroupSize(dest, FunctionOf(nTarget));
     WriteElementIndex(dest);
     WriteElementAddress(dest, GetExecMaskAddressTempRegister(), GetExecMaskConstantBufferIndex());
     const RegisterMask addressMask = m_b64BitAddressSpace ? COMP_xy : COMP_x;
