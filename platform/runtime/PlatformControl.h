@@ -145,7 +145,7 @@ struct SPlatformProfile
 struct SPlatformWatch
 {
     uint32_t nMemory;   ///< an EPlatformMemory: global, local or private
-    uint32_t nArgument; ///< of global memory: whose buffer; of the others ~0
+    uint32_t nArgument; ///< of global memory: whose buffer; of local memory the block's number, or ~0 for any
     uint64_t nAddress;  ///< of global memory the offset in the buffer; else as the kernel's instructions have it
     uint64_t nBytes;
 };

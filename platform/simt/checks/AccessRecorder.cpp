@@ -59,6 +59,10 @@ void CAccessRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
     m_vTouches.clear();
     if (access.eSpace != static_cast<SAccess::ESpace>(m_Watch.nMemory))
         return;
+    // Blocks of local memory have addresses of their own.
+    const std::vector<SCode::SLocalArea>& vAreas = block.GetContext().code.vLocalAreas;
+    if (access.eSpace == SAccess::Local && m_Watch.nArgument != ~0u && vAreas[access.nArea].nId != m_Watch.nArgument)
+        return;
     uint64_t addresses[s_nLanes];
     block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), addresses);
     std::vector<uint64_t>& vPasses = m_mapPasses[step.nInstruction];

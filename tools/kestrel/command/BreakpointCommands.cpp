@@ -1,6 +1,7 @@
 // Commands about breakpoints.
 
 #include "tools/kestrel/command/Commands.h"
+#include "tools/kestrel/cover/WatchPlaces.h"
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/SourceLines.h"
 #include "tools/kestrel/program/ProgramSession.h"
@@ -127,6 +128,28 @@ SBreakpoint& SplitFirst(CCommandContext& context, const char* pszWhat, std::stri
     return context.GetInterpreter().GetBreakpoints().Find(ReadShortNumber(strText.substr(0, nEnd)));
 }
 
+/// A breakpoint on all lines that may access something, for those accesses that do.
+json AddWatch(CCommandContext& context, const char* pszCommand, bool bReads, bool bWrites)
+{
+    CDebugger& debugger = context.GetDebugger();
+    const std::string& strText = context.GetText("an element, as in out[5]");
+    SWatch watch = ReadWatch(debugger, strText);
+    watch.strText = std::string(pszCommand) + " " + strText;
+    watch.bReads = bReads;
+    watch.bWrites = bWrites;
+    FindWatchedLines(debugger, watch);
+    std::set<unsigned int> lines;
+    for (const auto& line : watch.mapLines)
+    {
+        lines.insert(line.first);
+    }
+    SBreakpoint& breakpoint = debugger.GetBreakpoints().Add(lines, false);
+    breakpoint.pWatch = std::make_shared<SWatch>(std::move(watch));
+    json answer = DescribeBreakpoint(&debugger, breakpoint);
+    answer["view"] = "breakpoint";
+    return answer;
+}
+
 json SetEnabled(CCommandContext& context, bool bEnabled)
 {
     for (const unsigned int nId : ReadIds(context))
@@ -159,6 +182,10 @@ json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint& breakpoin
     if (breakpoint.place)
     {
         description["place"] = NamePlace(*breakpoint.place);
+    }
+    if (breakpoint.pWatch)
+    {
+        description["watch"] = breakpoint.pWatch->strText;
     }
     if (breakpoint.condition)
     {
@@ -205,6 +232,21 @@ json DoBreak(CCommandContext& context)
 json DoTemporaryBreak(CCommandContext& context)
 {
     return AddBreakpoint(context, true);
+}
+
+json DoWatch(CCommandContext& context)
+{
+    return AddWatch(context, "watch", false, true);
+}
+
+json DoReadWatch(CCommandContext& context)
+{
+    return AddWatch(context, "rwatch", true, false);
+}
+
+json DoAccessWatch(CCommandContext& context)
+{
+    return AddWatch(context, "awatch", true, true);
 }
 
 json DoCondition(CCommandContext& context)

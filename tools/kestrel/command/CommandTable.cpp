@@ -87,6 +87,19 @@ const SCommand g_Commands[] = {
      "break 21 if any r3.x > 60\nbreak 33 if count(r5.x == 0) == 1\nrun\ncontinue", DoBreak, false, ECompletion::Place},
     {"tbreak", "tb", "[PLACE] [if CONDITION]", s_pszBreakpoints, "As break, for one stop only.", "",
      "tbreak 33\nrun\ninfo breakpoints", DoTemporaryBreak, false, ECompletion::Place},
+    {"watch", "", "PLACE", s_pszBreakpoints, "Stop in front of writes to an element of a buffer, or to other memory.",
+     "A plain run of its own tells which instructions of which work-items write it; the session stops where one of "
+     "them "
+     "is next, with that work-item in focus, and going back does too. At a stop a place may also be what of the source "
+     "has an address, as tile[3] or *p, or a word at localN:ADDRESS or private:ADDRESS, of the work-item in focus or "
+     "its "
+     "group. A watch is a breakpoint: condition, ignore, commands "
+     "and delete work on it; under kestrel exec it ends with its launch.",
+     "watch out[5]\nrun\nprint r5.x", DoWatch, false, ECompletion::Nothing},
+    {"rwatch", "", "PLACE", s_pszBreakpoints, "As watch, for reads.", "", "@opencl_c/game_of_life\nrwatch in[3]\nrun",
+     DoReadWatch, false, ECompletion::Nothing},
+    {"awatch", "", "PLACE", s_pszBreakpoints, "As watch, for reads and writes.", "An atomic does both.",
+     "@opencl_c/reduction\nawatch result[1]\nrun\ncontinue", DoAccessWatch, false, ECompletion::Nothing},
     {"condition", "", "ID [CONDITION]", s_pszBreakpoints, "Give a breakpoint a condition, or take it away.", "",
      "break 33\ncondition 1 all r5.x < 100\nrun", DoCondition, false, ECompletion::Register},
     {"ignore", "", "ID N", s_pszBreakpoints, "Pass over a breakpoint's next N hits.", "",

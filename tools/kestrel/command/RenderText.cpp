@@ -53,9 +53,12 @@ std::string NameReason(const json& event)
 std::string RenderStopped(const json& event)
 {
     std::string strText = RenderFaults(event);
-    for (const json& complaint : event.value("complaints", json::array()))
+    for (const char* pszTexts : {"complaints", "notes"})
     {
-        strText += Text(complaint) + "\n";
+        for (const json& text : event.value(pszTexts, json::array()))
+        {
+            strText += Text(text) + "\n";
+        }
     }
     strText += NameReason(event) + Text(event["count"]) + " of " + Text(event["items"]) + " active";
     strText += event["function"] == "" ? "\n" : " in " + RenderFunction(event) + "\n";
@@ -117,6 +120,7 @@ std::string RenderBreakpoints(const json& view)
         strText +=
             breakpoint.contains("place") ? (breakpoint["line"].is_null() ? "" : "  ") + Text(breakpoint["place"]) : "";
         strText += breakpoint.contains("source") ? "  at " + ShortenPlace(Text(breakpoint["source"])) : "";
+        strText += breakpoint.contains("watch") ? "  " + Text(breakpoint["watch"]) : "";
         strText += breakpoint.contains("condition") ? "  if " + Text(breakpoint["condition"]) : "";
         strText += breakpoint.contains("ignore") ? "  passes " + Text(breakpoint["ignore"]) : "";
         strText += breakpoint["enabled"] ? "" : "  disabled";

@@ -200,8 +200,10 @@ json DoSaveBreakpoints(CCommandContext& context)
             continue; // a line of a kernel that isn't here
         }
         const bool bLaunch = breakpoint.place && breakpoint.place->eKind == SLaunchPlace::Launch;
-        file << (bLaunch ? "catch " : breakpoint.bTemporary ? "tbreak " : "break ") << strPlace;
-        file << (breakpoint.condition ? " if " + breakpoint.condition->GetText() : "") << "\n";
+        const char* const pszCommand = bLaunch ? "catch " : breakpoint.bTemporary ? "tbreak " : "break ";
+        const bool bCondition = breakpoint.condition && !breakpoint.pWatch; // a watch's can't be said in one line
+        file << (breakpoint.pWatch ? breakpoint.pWatch->strText : pszCommand + strPlace);
+        file << (bCondition ? " if " + breakpoint.condition->GetText() : "") << "\n";
         if (!breakpoint.vCommands.empty())
         {
             file << "commands\n";

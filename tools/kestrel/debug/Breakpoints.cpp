@@ -53,6 +53,21 @@ bool CBreakpoints::HasLine(unsigned int nLine) const
                        [&](const SBreakpoint& breakpoint) { return breakpoint.lines.count(nLine) != 0; });
 }
 
+/// Whether an access that is watched comes next; notes who makes it.
+bool CBreakpoints::Touches(const SWatch& watch, unsigned int nLine, IValueSource& source, SHits& hits)
+{
+    const std::vector<size_t> vItems = source.FindTouchers(watch, nLine);
+    if (!vItems.empty())
+    {
+        static const char* const s_Verbs[] = {"read", "write", "change"};
+        hits.vNotes.push_back(watch.strText + ": work-item " + std::to_string(vItems[0]) +
+                              (vItems.size() > 1 ? " and " + std::to_string(vItems.size() - 1) + " more are" : " is") +
+                              " about to " + s_Verbs[watch.mapLines.at(nLine).nKind] + " it");
+        hits.nItem = vItems[0];
+    }
+    return !vItems.empty();
+}
+
 CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& source)
 {
     SHits hits;
@@ -64,6 +79,10 @@ CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& sourc
         }
         try
         {
+            if (breakpoint.pWatch && !Touches(*breakpoint.pWatch, nLine, source, hits))
+            {
+                continue;
+            }
             if (breakpoint.condition)
             {
                 breakpoint.condition->Bind(source);

@@ -2,8 +2,10 @@
 #define KESTREL_TOOLS_DEBUG_BREAKPOINTS_H
 
 #include "tools/kestrel/debug/Expression.h"
+#include "tools/kestrel/debug/Watch.h"
 
 #include <list>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -41,7 +43,8 @@ struct SBreakpoint
     bool bTemporary = false;
     bool bEnabled = true;
     std::optional<CExpression> condition;
-    size_t nIgnore = 0; ///< hits that are passed over
+    std::shared_ptr<const SWatch> pWatch; ///< stops only where one of these accesses is next; null for none
+    size_t nIgnore = 0;                   ///< hits that are passed over
     size_t nHits = 0;
     std::vector<std::string> vCommands; ///< what is done at a stop
 };
@@ -64,6 +67,8 @@ public:
     {
         std::vector<unsigned int> vIds;       ///< the breakpoints that stop here
         std::vector<std::string> vCommands;   ///< what they want done
+        std::vector<std::string> vNotes;      ///< what is about to happen
+        std::optional<size_t> nItem;          ///< the work-item that a watch stops for
         std::vector<std::string> vComplaints; ///< conditions that couldn't be worked out; these stop too
     };
 
@@ -71,6 +76,8 @@ public:
     SHits Arrive(unsigned int nLine, IValueSource& source);
 
 private:
+    static bool Touches(const SWatch& watch, unsigned int nLine, IValueSource& source, SHits& hits);
+
     std::list<SBreakpoint> m_Breakpoints;
     unsigned int m_nNextId = 1;
 };

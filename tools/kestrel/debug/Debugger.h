@@ -140,6 +140,11 @@ public:
     /// The line of the last stop.
     unsigned int GetEarlierLine() const { return m_nEarlierLine; }
 
+    std::vector<size_t> FindTouchers(const SWatch& watch, unsigned int nLine) override;
+    /// The argument and offset of an address in a buffer, at a stop.
+    /// \throws CCommandError if it is in none
+    SPlatformWatch FindArgumentOf(uint64_t nAddress, size_t nBytes);
+
     /// Where an argument's buffer lies for the kernel, at a stop.
     /// \throws CCommandError if that isn't known
     uint64_t FindAddress(size_t nArgument);
@@ -234,6 +239,7 @@ private:
     void MindInterrupts();
     void EndIfGivenUp();
     SRunEstimate EstimateRun(const std::set<unsigned int>& stops);
+    uint64_t FindWatchedAddress(const SWatch& watch);
     std::optional<uint64_t> FindFirstRead(size_t nArgument);
     std::optional<uint64_t> FindInRegisters(size_t nArgument);
     void ShowProgress();

@@ -159,6 +159,7 @@ CDebugger::EReason CDebugger::TakeHits()
         return EReason::Moved;
     }
     m_vCommands = hits.vCommands;
+    m_nFocus = hits.nItem.value_or(m_nFocus);
     m_Hits = std::move(hits);
     return EReason::Breakpoint;
 }

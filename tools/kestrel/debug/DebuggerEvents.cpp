@@ -213,6 +213,10 @@ void CDebugger::SendStop(EReason eReason, const std::string& strReason)
                   {"breakpoints", m_Hits.vIds},
                   {"runs", GetRuns() - m_Progress.nRunsBefore}};
     AddSource(event);
+    if (!m_Hits.vNotes.empty())
+    {
+        event["notes"] = m_Hits.vNotes;
+    }
     if (!m_Hits.vComplaints.empty())
     {
         event["complaints"] = m_Hits.vComplaints;

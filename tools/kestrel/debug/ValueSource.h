@@ -47,6 +47,8 @@ struct SElements
     uint64_t GetBytes() const { return nCount * pType->nSize; }
 };
 
+struct SWatch;
+
 /// A stretch of memory that pointers may point into.
 struct SMemory
 {
@@ -94,6 +96,8 @@ public:
     /// Bytes of the private memory of all work-items, one work-item's after the other's.
     /// \throws CCommandError if they can't be had
     virtual std::vector<unsigned char> ReadAllPrivate(uint64_t /*nAddress*/, size_t /*nBytes*/) { return {}; }
+    /// The work-items that access what is watched when a line is executed next.
+    virtual std::vector<size_t> FindTouchers(const SWatch& /*watch*/, unsigned int /*nLine*/) { return {}; }
     /// An address as a user knows it.
     virtual std::string NameAddress(uint64_t nAddress) { return std::to_string(nAddress); }
     /// Bytes of them, as they are at this stop; all that were asked for.

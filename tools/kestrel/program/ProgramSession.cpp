@@ -241,9 +241,11 @@ bool CProgramSession::DebugLaunch(const CProgramProcess::SEvent& event)
     return false;
 }
 
-/// Lets the program go on. Breakpoints that were set at a line stay, for launches of this kernel.
+/// Lets the program go on. Breakpoints that were set at a line stay, for launches of this kernel; of a watch's accesses
+/// nothing is known in another launch.
 void CProgramSession::LeaveLaunch()
 {
+    m_Breakpoints.GetAll().remove_if([](const SBreakpoint& breakpoint) { return breakpoint.pWatch != nullptr; });
     for (SBreakpoint& breakpoint : m_Breakpoints.GetAll())
     {
         if (!breakpoint.place)
