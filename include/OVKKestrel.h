@@ -400,6 +400,10 @@ extern "C"
      * that were asked for at the stop before, then those written last. What a query gives is what the registers hold at
      * the stop, for work-items that aren't active as well. Private memory is read in the same way. All registers that
      * work-items may have written have values; ovkclDebugGetActiveRegisters names them without a run.
+     *
+     * Extension: the same list with a null context, before an enqueue, begins the next launch of the calling thread so.
+     * Its first instruction is then executed by the first movement, and up to that nothing is allocated for each
+     * work-item; a failure there ends the session with FINISHED. At STARTED the client may still choose another way.
      * \return OVKCLDEBUG_ERROR_INVALID_ARGUMENT for a null list with a count,
      *         OVKCLDEBUG_ERROR_INVALID_LOCATION, with nothing changed, if a locator names no register
      */

@@ -85,6 +85,7 @@ OVK_ShaderDebugger::ThreadID GetDispatchDimensions(cl_uint work_dim, const size_
 
 cl_int EnqueueDebugged(const SEnqueueArguments& arguments, ovkclDebugCallback callback, void* user_data)
 {
+    const bool bOnDemand = TakeValuesOnDemand();
     if (callback == nullptr || arguments.global_work_size == nullptr)
     {
         return CL_INVALID_VALUE;
@@ -117,6 +118,7 @@ cl_int EnqueueDebugged(const SEnqueueArguments& arguments, ovkclDebugCallback ca
     pState->m_pShaderDebuggerHost = pHost;
     pState->m_bTidewater = pHost->IsTidewater();
     pHost->SetLoggingLevel(OVK_ShaderDebugger::GetEnvLogLevel());
+    pHost->SetValuesOnDemand(bOnDemand);
     pState->m_dispatchDimensions = GetDispatchDimensions(arguments.work_dim, arguments.global_work_size);
     if (!pHost->SetEnqueueData(arguments.work_dim, arguments.global_work_offset, arguments.global_work_size,
                                arguments.local_work_size))

@@ -2,6 +2,8 @@
 
 #include "api/ShaderDebuggerHostCL.h"
 
+#include <utility>
+
 namespace Kestrel
 {
 
@@ -12,6 +14,7 @@ namespace
 {
 
 thread_local bool s_bHeldByThisThread = false;
+thread_local bool s_bOnDemandNext = false;
 
 } // namespace
 
@@ -73,6 +76,16 @@ void CSessionLock::Retake()
 bool IsOpenSession(const CKernelDebugState* pKernelDebugState)
 {
     return g_KernelDebugStates.count(const_cast<CKernelDebugState*>(pKernelDebugState)) != 0;
+}
+
+void AskForValuesOnDemand()
+{
+    s_bOnDemandNext = true;
+}
+
+bool TakeValuesOnDemand()
+{
+    return std::exchange(s_bOnDemandNext, false);
 }
 
 } // namespace Kestrel

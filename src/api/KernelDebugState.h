@@ -81,6 +81,11 @@ private:
     bool m_bHeld;
 };
 
+/// That the next launch of the calling thread begins with values on demand.
+void AskForValuesOnDemand();
+/// Whether the calling thread has asked so for the launch that it makes now; the one after it begins as usual.
+bool TakeValuesOnDemand();
+
 /// Whether a debug context is that of an open session. Under the lock.
 bool IsOpenSession(const CKernelDebugState* pKernelDebugState);
 

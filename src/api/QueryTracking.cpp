@@ -12,6 +12,12 @@ ovkclDebugError ovkclDebugSetTrackingRegisters(ovkclDebugContext debugContext,
                                                size_t numDebugRegisterLocators)
 {
     TraceCall(__func__, debugContext, debugRegisterLocators, numDebugRegisterLocators);
+    if (debugContext == nullptr && debugRegisterLocators != nullptr && numDebugRegisterLocators == 1 &&
+        *debugRegisterLocators == OVKCLDEBUG_EXT_VALUES_ON_DEMAND)
+    {
+        AskForValuesOnDemand();
+        return TraceReturn(__func__, OVKCLDEBUG_SUCCESS);
+    }
     return RunQuery(__func__, debugContext, EAllowedAt::Started,
                     debugRegisterLocators != nullptr || numDebugRegisterLocators == 0,
                     [&](CKernelDebugState& state) -> ovkclDebugError

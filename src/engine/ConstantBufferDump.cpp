@@ -83,6 +83,17 @@ bool CShaderDebuggerIL::BindCBDumpBuffer()
     return GetHost()->SetDeviceBuffer(GetShaderType(), n, m_pCBBuffer.get());
 }
 
+/// The arguments of the dump's run. It leaves the output buffers alone: what isn't there yet isn't made for it.
+bool CShaderDebuggerIL::SwitchDumpBuffers()
+{
+    if (!m_bValuesOnDemand)
+    {
+        return SwitchTargetBuffers();
+    }
+    const unsigned int n = static_cast<unsigned int>(m_vpOriginalTargetBuffers.size());
+    return SwitchPlainBuffers() && GetHost()->SetDeviceBuffer(GetShaderType(), n + 1, m_pCBBuffer.get());
+}
+
 bool CShaderDebuggerIL::UpdateCBDumpBuffer()
 {
     CShaderDebuggerResult* pResult = FindResult(m_GlobalResults, s_szGlobalName);
@@ -120,7 +131,7 @@ bool CShaderDebuggerShaderIL::RunCBDump(IL* pDumpCBKernel, size_t nSize)
         std::function<bool()> run;
     } s_Steps[] = {
         {"Failed to switch to cb1 dump kernel.", [&] { return SwitchShaderToPatchedShader(pDumpCBKernel, nSize); }},
-        {"Failed to switch target buffer.", [&] { return GetDebuggerIL()->SwitchTargetBuffers(); }},
+        {"Failed to switch target buffer.", [&] { return GetDebuggerIL()->SwitchDumpBuffers(); }},
         {"Failed to set register selector value", [&] { return GetDebuggerIL()->SetRegisterSelectorValue(0); }},
         {"Failed to bind cbdump device buffer.", [&] { return GetDebuggerIL()->BindCBDumpBuffer(); }},
         {"Failed to execute cb1 dump kernel.", [&] { return GetHost()->ExecuteShader(); }},

@@ -75,7 +75,21 @@ bool CShaderDebuggerIL::OpenSession(const void* pShaderData, size_t nShaderSize,
     }
     m_bDeviceEntered = true;
     m_bIsDebugging = true;
-    return Execute() && GetCurrentShader()->PostStep();
+    m_bOpened = !m_bValuesOnDemand;
+    return !m_bOpened || (Execute() && GetCurrentShader()->PostStep());
+}
+
+/// Executes the first instruction, unless that has been done. With values on demand the first movement does it: what is
+/// read, and how, is settled by then, and a session that only starts takes no memory for its work-items.
+bool CShaderDebuggerIL::Open()
+{
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    if (m_bOpened || pShader == nullptr)
+    {
+        return pShader != nullptr;
+    }
+    m_bOpened = pShader->UpdateTargetInstruction(true) && Execute() && pShader->PostStep();
+    return m_bOpened;
 }
 
 void CShaderDebuggerIL::EndDebugging(bool bUpdateOriginalBuffers)
@@ -179,28 +193,28 @@ bool CShaderDebuggerIL::Step()
 {
     ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && EndMovement(pShader->Step() && Execute() && pShader->PostStep());
+    return pShader != nullptr && EndMovement(Open() && pShader->Step() && Execute() && pShader->PostStep());
 }
 
 bool CShaderDebuggerIL::Run()
 {
     ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && EndMovement(pShader->Run() && Execute() && pShader->PostStep());
+    return pShader != nullptr && EndMovement(Open() && pShader->Run() && Execute() && pShader->PostStep());
 }
 
 bool CShaderDebuggerIL::Back()
 {
     ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && pShader->Back() && Execute() && pShader->PostBack();
+    return pShader != nullptr && Open() && pShader->Back() && Execute() && pShader->PostBack();
 }
 
 bool CShaderDebuggerIL::RunBack()
 {
     ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && pShader->RunBack() && Execute() && pShader->PostBack();
+    return pShader != nullptr && Open() && pShader->RunBack() && Execute() && pShader->PostBack();
 }
 
 LineNumber CShaderDebuggerIL::GetCurrentLine() const

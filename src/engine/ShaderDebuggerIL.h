@@ -116,6 +116,7 @@ public:
     virtual bool CreateCBDumpBuffer();
     virtual bool UpdateCBDumpBuffer();
     bool BindCBDumpBuffer();
+    bool SwitchDumpBuffers();
 
     // Kernel-wide results (Results.cpp).
     virtual bool UpdateGlobalResult(CShaderDebuggerResult* pUpdateResult);
@@ -154,9 +155,11 @@ private:
     bool OpenSession(const void* pShaderData, size_t nShaderSize, ShaderLinkage* pLinkageData, ThreadID* pDimensions,
                      Mode mode);
     void CloseSession(bool bUpdateOriginalBuffers);
+    bool Open();
     bool EndMovement(bool bMoved);
 
     bool CreateOutputBuffers(BufferDesc desc);
+    bool BringOutputBuffer(int nBuffer);
     bool SaveArguments();
     bool CreateWorkingCopies();
     bool ReloadWorkingCopies();
@@ -214,12 +217,14 @@ private:
     bool m_bOutputsComplete;                    ///< the working copies hold what the whole kernel has left
     bool m_bResultsDelivered;
     bool m_bValuesOnDemand = false;
+    bool m_bOpened = false;                                 ///< the first instruction has been executed
     std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pValues; ///< of the last run for values; kept for the next
     unsigned int m_nValuesHeight = 0;                       ///< its rows
     BufferDesc m_OutputDesc;                                ///< of the values of one register
-    std::set<std::string> m_Asked;                          ///< registers asked for at the present stop
-    std::set<std::string> m_AskedBefore;                    ///< at the stop before
-    unsigned int m_nValueRuns = 0;                          ///< made for values at the present stop
+    BufferDesc m_MaskDesc;
+    std::set<std::string> m_Asked;       ///< registers asked for at the present stop
+    std::set<std::string> m_AskedBefore; ///< at the stop before
+    unsigned int m_nValueRuns = 0;       ///< made for values at the present stop
 };
 
 } // namespace OVK_ShaderDebugger

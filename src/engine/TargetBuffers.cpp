@@ -68,7 +68,8 @@ bool CShaderDebuggerIL::CreateTargetBuffers()
     return CreateOutputBuffers(desc) && SaveArguments() && CreateWorkingCopies();
 }
 
-/// One element a work-item: a register's four components, and whether the work-item was active.
+/// One element a work-item: a register's four components, and whether the work-item was active. With values on demand
+/// the first run that needs them makes them.
 bool CShaderDebuggerIL::CreateOutputBuffers(BufferDesc desc)
 {
     // All slices of the dispatch lie in one, one behind the other as before: active work-items are counted, and masks
@@ -79,17 +80,21 @@ bool CShaderDebuggerIL::CreateOutputBuffers(BufferDesc desc)
     m_OutputDesc = desc;
     m_OutputDesc.m_Format = ShaderUtils::BF_RGBA_32F;
     m_OutputDesc.m_Usage = ShaderUtils::BU_Results;
-    if (m_pSwitchedTargetBuffers[SD_Results] == nullptr)
+    m_MaskDesc = desc;
+    m_MaskDesc.m_Format = ShaderUtils::BF_R_32;
+    m_MaskDesc.m_Usage = ShaderUtils::BU_ExecMask;
+    return m_bValuesOnDemand || (BringOutputBuffer(SD_Results) && BringOutputBuffer(SD_ExecMask));
+}
+
+/// Makes an output buffer unless it is there.
+bool CShaderDebuggerIL::BringOutputBuffer(int nBuffer)
+{
+    std::unique_ptr<CShaderDebuggerDeviceBuffer>& pBuffer = m_pSwitchedTargetBuffers[nBuffer];
+    if (pBuffer == nullptr)
     {
-        m_pSwitchedTargetBuffers[SD_Results].reset(GetHost()->CreateDeviceBuffer(m_OutputDesc));
+        pBuffer.reset(GetHost()->CreateDeviceBuffer(nBuffer == SD_Results ? m_OutputDesc : m_MaskDesc));
     }
-    if (m_pSwitchedTargetBuffers[SD_ExecMask] == nullptr)
-    {
-        desc.m_Format = ShaderUtils::BF_R_32;
-        desc.m_Usage = ShaderUtils::BU_ExecMask;
-        m_pSwitchedTargetBuffers[SD_ExecMask].reset(GetHost()->CreateDeviceBuffer(desc));
-    }
-    return m_pSwitchedTargetBuffers[SD_Results] != nullptr && m_pSwitchedTargetBuffers[SD_ExecMask] != nullptr;
+    return pBuffer != nullptr;
 }
 
 bool CShaderDebuggerIL::SaveArguments()
@@ -152,16 +157,13 @@ bool CShaderDebuggerIL::CreateWorkingCopies()
 
 bool CShaderDebuggerIL::SwitchTargetBuffers()
 {
-    if (!SD_Assert(GetHost(), GetCurrentShader()) || !SD_Assert(GetHost(), m_pSwitchedTargetBuffers[SD_ExecMask]))
+    if (!SD_Assert(GetHost(), GetCurrentShader()))
     {
         return false;
     }
     const bool bValues = GetCurrentShader()->StoresValues();
-    if (bValues && m_pSwitchedTargetBuffers[SD_Results] == nullptr)
-    {
-        m_pSwitchedTargetBuffers[SD_Results].reset(GetHost()->CreateDeviceBuffer(m_OutputDesc));
-    }
-    if (bValues && !SD_Assert(GetHost(), m_pSwitchedTargetBuffers[SD_Results]))
+    if ((bValues && !SD_Assert(GetHost(), BringOutputBuffer(SD_Results))) ||
+        !SD_Assert(GetHost(), BringOutputBuffer(SD_ExecMask)))
     {
         return false;
     }

@@ -137,6 +137,46 @@ TEST(Costs, ValuesOnDemandAreOneRunForManyAndNoneForNone)
     EXPECT_THAT(vCosts, ElementsAre(1, 1, 0, 1));
 }
 
+/// The launch after the one that was asked to begin with values on demand begins as usual.
+TEST(Costs, ASessionOnDemandOpensWithItsFirstMove)
+{
+    const SLaunchFile file = MakeSmallKernel("iadd r3.x, r0.x, l0.y\n");
+    const ovkclDebugRegisterLocator onDemand = OVKCLDEBUG_EXT_VALUES_ON_DEMAND;
+    const ovkclDebugRegisterLocator other = 0;
+    const auto& setTracking = GetLibraries().ovkclDebugSetTrackingRegisters;
+    EXPECT_EQ(setTracking(nullptr, &other, 1), OVKCLDEBUG_ERROR_INVALID_CONTEXT);
+    const SPlatformControl& control = GetPlatformControl(GetLibraries());
+    uint64_t nBuffers[2] = {};
+    for (const bool bLate : {false, true})
+    {
+        CLaunch launch(GetLibraries(), file);
+        std::vector<uint64_t> vCosts;
+        CScriptedClient client(
+            [&](CSession& session)
+            {
+                nBuffers[bLate ? 1 : 0] = control.GetCounter(PLATFORM_COUNTER_MEM_OBJECTS);
+                vCosts.push_back(TakeRuns());
+                session.SetTrackedRegisters({});
+                return OVKCLDEBUG_COMMAND_STEP;
+            },
+            [&](CSession& session)
+            {
+                vCosts.push_back(TakeRuns());
+                const SRegisterView view = session.GetRegister("r0");
+                EXPECT_NE(view.pWords, nullptr) << "the first instruction wrote it, whoever has executed that";
+                return OVKCLDEBUG_COMMAND_CONTINUE;
+            });
+        if (bLate)
+        {
+            EXPECT_EQ(setTracking(nullptr, &onDemand, 1), OVKCLDEBUG_SUCCESS);
+        }
+        TakeRuns();
+        EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+        EXPECT_THAT(vCosts, bLate ? ElementsAre(1, 2) : ElementsAre(2, 1));
+    }
+    EXPECT_EQ(nBuffers[0], nBuffers[1] + 2) << "values and mask are made when they are needed";
+}
+
 TEST(Costs, ADynamicallyIndexedWriteIsOneRunAnElement)
 {
     const SLaunchFile file = MakeSmallKernel("mov x1[3].x, r0.x\n"

@@ -90,6 +90,9 @@ void CTarget::RunLaunch()
 {
     try
     {
+        // What is read at the stops is said at the start; up to there nothing is to be allocated for it.
+        const ovkclDebugRegisterLocator onDemand = OVKCLDEBUG_EXT_VALUES_ON_DEMAND;
+        m_Lib.ovkclDebugSetTrackingRegisters(nullptr, &onDemand, 1);
         const cl_int nCode = RunSession(m_Lib, m_Launch, *this);
         if (nCode != CL_SUCCESS)
         {
