@@ -2,10 +2,10 @@
 // plain C++ and in hand-written IL, on one core; and how many instructions debug data costs. Every result is compared
 // with the host's, word by word, before it is timed. Ratios are of times taken in turn.
 
+#include "KestrelPlatform.h"
 #include "bench/BenchKernels.h"
 #include "bench/BenchReport.h"
 #include "bench/BenchSources.h"
-#include "platform/runtime/PlatformControl.h"
 #include "platform/simt/LaneOps.h"
 #include "tools/kestrel/Libraries.h"
 

@@ -1,11 +1,11 @@
 // What a stop costs, against its floor: one run of the kernel as it is, one copy of its buffers and
 // one read of the output buffers. Times are milliseconds.
 
+#include "KestrelPlatform.h"
 #include "bench/BenchCalls.h"
 #include "bench/BenchCores.h"
 #include "bench/BenchMemory.h"
 #include "bench/BenchReport.h"
-#include "platform/runtime/PlatformControl.h"
 #include "tools/kestrel/Launch.h"
 
 #include <algorithm>

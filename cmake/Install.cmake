@@ -8,7 +8,8 @@ install(
   TARGETS OVKKestrel
   EXPORT OVKKestrelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
-install(FILES include/OVKKestrel.h include/OVKKestrelCodes.def DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(FILES include/OVKKestrel.h include/OVKKestrelCodes.def include/KestrelPlatform.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 install(
   TARGETS kestrel_platform_opencl kestrel_platform_opencl_c kestrel_platform_zcc kestrel_platform_qrl

@@ -1,8 +1,8 @@
 #ifndef KESTREL_PLATFORM_RUNTIME_COUNTERS_H
 #define KESTREL_PLATFORM_RUNTIME_COUNTERS_H
 
+#include "KestrelPlatform.h"
 #include "platform/runtime/Object.h"
-#include "platform/runtime/PlatformControl.h"
 
 namespace KestrelPlatform::Runtime
 {

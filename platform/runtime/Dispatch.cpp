@@ -115,7 +115,7 @@ void* FindExtensionFunction(const char* pszName)
 #undef KP_LOADER
 #undef KP_TABLE_ONLY
 #undef KP_EXTENSION
-        {s_pszControlName, nullptr, reinterpret_cast<void*>(&kestrelPlatformControl)},
+        {KESTREL_PLATFORM_CONTROL, nullptr, reinterpret_cast<void*>(&kestrelPlatformControl)},
     };
     for (const SExtensionFunction& function : s_functions)
         if (std::strcmp(function.m_pszName, pszName) == 0)

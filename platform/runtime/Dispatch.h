@@ -6,9 +6,6 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// The name under which the door to the platform's settings is found.
-constexpr const char* s_pszControlName = "kestrelPlatformControl";
-
 /// The dispatch table that every object starts with. The entries of versions above 1.2 are filled
 /// too: clCreateCommandQueueWithProperties works, the others answer CL_INVALID_OPERATION, so that a
 /// call through a loader ends in an error and not in a jump to nowhere.

@@ -1,8 +1,8 @@
 #ifndef KESTREL_PLATFORM_RUNTIME_EXTENSIONENTRIES_H
 #define KESTREL_PLATFORM_RUNTIME_EXTENSIONENTRIES_H
 
+#include "KestrelPlatform.h"
 #include "platform/runtime/OpenCL.h"
-#include "platform/runtime/PlatformControl.h"
 
 /// The entry points that no Khronos header declares. None is exported; all are reached through
 /// clGetExtensionFunctionAddress.

@@ -1,8 +1,8 @@
 #ifndef KESTREL_PLATFORM_RUNTIME_KERNELLAUNCH_H
 #define KESTREL_PLATFORM_RUNTIME_KERNELLAUNCH_H
 
+#include "KestrelPlatform.h"
 #include "platform/runtime/Kernel.h"
-#include "platform/runtime/PlatformControl.h"
 
 namespace KestrelPlatform::Runtime
 {

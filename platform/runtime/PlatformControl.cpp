@@ -1,4 +1,4 @@
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 
 #include "platform/runtime/Counters.h"
 #include "platform/runtime/ExtensionEntries.h"

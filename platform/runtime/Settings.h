@@ -1,8 +1,8 @@
 #ifndef KESTREL_PLATFORM_RUNTIME_SETTINGS_H
 #define KESTREL_PLATFORM_RUNTIME_SETTINGS_H
 
+#include "KestrelPlatform.h"
 #include "platform/runtime/OpenCL.h"
-#include "platform/runtime/PlatformControl.h"
 
 #include <memory>
 #include <string>
@@ -16,7 +16,7 @@ namespace KestrelPlatform::Runtime
 {
 
 /// The settings of the software platform. They start from the environment variable KESTREL_PLATFORM
-/// (docs/platform.md) and change through PlatformControl.h. All functions may be called on any thread.
+/// (docs/platform.md) and change through KestrelPlatform.h. All functions may be called on any thread.
 
 /// All settings as they were at load. The failures that are still to come are dropped.
 void ResetSettings();

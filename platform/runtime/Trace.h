@@ -1,7 +1,7 @@
 #ifndef KESTREL_PLATFORM_RUNTIME_TRACE_H
 #define KESTREL_PLATFORM_RUNTIME_TRACE_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "platform/simt/Launch.h"
 
 #include <memory>

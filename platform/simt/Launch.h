@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 
 namespace KestrelPlatform
 {

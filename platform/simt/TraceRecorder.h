@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "platform/simt/Block.h"
 #include "platform/simt/BlockRecorder.h"
 

@@ -1,8 +1,8 @@
 #ifndef KESTREL_TESTS_API_PLATFORMFIXTURE_H
 #define KESTREL_TESTS_API_PLATFORMFIXTURE_H
 
+#include "KestrelPlatform.h"
 #include "OVKKestrel.h"
-#include "platform/runtime/PlatformControl.h"
 #include "tests/api/PlatformTable.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #ifndef KESTREL_TESTS_E2E_LIBRARIESFIXTURE_H
 #define KESTREL_TESTS_E2E_LIBRARIESFIXTURE_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "tests/e2e/TraceModel.h"
 #include "tools/kestrel/Libraries.h"
 

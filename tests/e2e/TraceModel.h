@@ -1,7 +1,7 @@
 #ifndef KESTREL_TESTS_E2E_TRACEMODEL_H
 #define KESTREL_TESTS_E2E_TRACEMODEL_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "tests/reference/Position.h"
 #include "tools/kestrel/Libraries.h"
 

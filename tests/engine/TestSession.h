@@ -1,11 +1,11 @@
 #ifndef KESTREL_TESTS_ENGINE_TESTSESSION_H
 #define KESTREL_TESTS_ENGINE_TESTSESSION_H
 
+#include "KestrelPlatform.h"
 #include "core/ShaderDebuggerResult.h"
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 #include "platform/compiler/ElfWriter.h"
-#include "platform/runtime/PlatformControl.h"
 #include "support/FakeHost.h"
 #include "support/SimtDevice.h"
 

@@ -11,9 +11,9 @@ const SPlatformControl* FindPlatformControl(const CLibraries& libraries)
     {
         return nullptr;
     }
-    void* pFunction = libraries.cl.clGetExtensionFunctionAddressForPlatform(platform, "kestrelPlatformControl");
+    void* pFunction = libraries.cl.clGetExtensionFunctionAddressForPlatform(platform, KESTREL_PLATFORM_CONTROL);
     const SPlatformControl* pControl =
-        pFunction != nullptr ? reinterpret_cast<const SPlatformControl* (*)()>(pFunction)() : nullptr;
+        pFunction != nullptr ? reinterpret_cast<KestrelPlatformControlFunction>(pFunction)() : nullptr;
     return pControl != nullptr && pControl->nSize >= sizeof(SPlatformControl) ? pControl : nullptr;
 }
 

@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_PLATFORMDOOR_H
 #define KESTREL_TOOLS_PLATFORMDOOR_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "tools/kestrel/Libraries.h"
 
 namespace KestrelTool

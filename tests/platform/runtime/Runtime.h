@@ -1,7 +1,7 @@
 #ifndef KESTREL_TESTS_PLATFORM_RUNTIME_RUNTIME_H
 #define KESTREL_TESTS_PLATFORM_RUNTIME_RUNTIME_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 
 #include <CL/cl.h>
 #include <CL/cl_ext.h>

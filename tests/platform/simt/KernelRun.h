@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "KestrelPlatform.h"
 #include "platform/compiler/Assembler.h"
-#include "platform/runtime/PlatformControl.h"
 #include "platform/simt/Launch.h"
 
 namespace KestrelPlatformTest

@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_COVER_ACCESSES_H
 #define KESTREL_TOOLS_COVER_ACCESSES_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "tools/kestrel/Launch.h"
 #include "tools/kestrel/debug/KernelArguments.h"
 

@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_COVER_PROFILEREPORT_H
 #define KESTREL_TOOLS_COVER_PROFILEREPORT_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "tools/kestrel/Launch.h"
 #include "tools/kestrel/Listing.h"
 #include "tools/source/DebugInfo.h"

@@ -1,6 +1,6 @@
 #include "tools/kestrel/debug/Faults.h"
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "tools/kestrel/KernelText.h"
 #include "tools/kestrel/debug/Format.h"
 #include "tools/source/SourcePlaces.h"

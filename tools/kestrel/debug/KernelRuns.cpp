@@ -1,6 +1,6 @@
 #include "tools/kestrel/debug/KernelRuns.h"
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 
 #include <chrono>
 #include <mutex>

@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_DEBUG_WATCH_H
 #define KESTREL_TOOLS_DEBUG_WATCH_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "tools/kestrel/ElementType.h"
 #include "tools/kestrel/Listing.h"
 #include "tools/kestrel/debug/Expression.h"

@@ -1,7 +1,7 @@
 #ifndef KESTREL_TESTS_OPENCL_C_DWARF_TRACEDRUN_H
 #define KESTREL_TESTS_OPENCL_C_DWARF_TRACEDRUN_H
 
-#include "platform/runtime/PlatformControl.h"
+#include "KestrelPlatform.h"
 #include "tests/platform/opencl_c/dwarf/DwarfFile.h"
 #include "tests/platform/opencl_c/dwarf/ProbedKernel.h"
 

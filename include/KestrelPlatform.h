@@ -1,12 +1,15 @@
-#ifndef KESTREL_PLATFORM_RUNTIME_PLATFORMCONTROL_H
-#define KESTREL_PLATFORM_RUNTIME_PLATFORMCONTROL_H
+#ifndef KESTREL_INCLUDE_KESTRELPLATFORM_H
+#define KESTREL_INCLUDE_KESTRELPLATFORM_H
 
 #include <stdint.h>
 
-/// The door to the software platform's own settings, counters and trace, for tests and tools.
-/// Get it from the runtime with
-///   clGetExtensionFunctionAddress("kestrelPlatformControl")
-/// which gives a `const SPlatformControl* (*)(void)`. All of its functions may be called from any thread.
+/// The door to the software platform's own settings, counters and trace, for tests and tools. It compiles as C and as
+/// C++. Get the table from the runtime with
+///   KestrelPlatformControlFunction door =
+///       (KestrelPlatformControlFunction)clGetExtensionFunctionAddress(KESTREL_PLATFORM_CONTROL);
+///   const struct SPlatformControl* control = door != NULL ? door() : NULL;
+/// There is none on another platform, and an older platform's table is shorter: compare nSize. The table is the
+/// runtime's and stays. All of its functions may be called from any thread.
 
 /// One pass of one open loop.
 struct SPlatformLoopPass
@@ -27,7 +30,7 @@ struct SPlatformTraceRecord
     uint32_t nCalls;            ///< open calls
     const uint32_t* pCallSites; ///< their call instructions, outermost first
     uint32_t nLoops;
-    const SPlatformLoopPass* pLoops; ///< outermost first, over all open calls
+    const struct SPlatformLoopPass* pLoops; ///< outermost first, over all open calls
     uint32_t nItems;
     const uint32_t* pItems;  ///< every work-item of the block, active or not
     const uint32_t* pActive; ///< 1 if active once the instruction has taken effect, else 0
@@ -206,7 +209,7 @@ struct SPlatformControl
     void (*BreakRuns)(int32_t bBreak);
     /// How the last kernel run ended.
     void (*GetLastEnd)(struct SPlatformEnd* pEnd);
-    /// The sizes of the last kernel run.
+    /// The sizes of the last kernel run; before the first, those of one work-item.
     void (*GetLastSizes)(struct SPlatformSizes* pSizes);
     /// The buffers of the last kernel run, up to nBuffers of them. \return how many there were
     uint32_t (*GetLastBuffers)(struct SPlatformBuffer* pBuffers, uint32_t nBuffers);
@@ -232,5 +235,9 @@ struct SPlatformControl
     /// \return how many are kept, 65,536 at most
     uint32_t (*GetAccesses)(struct SPlatformAccess* pAccesses, uint32_t nAccesses);
 };
+
+/// The function that gives the table: its name, and its type.
+#define KESTREL_PLATFORM_CONTROL "kestrelPlatformControl"
+typedef const struct SPlatformControl* (*KestrelPlatformControlFunction)(void);
 
 #endif
