@@ -29,57 +29,23 @@ typedef boost::lock_guard<boost::mutex> CLock;
 /// What a call gives whose entry the runtime lacks.
 constexpr cl_int s_nMissingEntry = CL_INVALID_OPERATION;
 
-unsigned char* CopyBytes(const void* pValue, size_t nSize)
+std::vector<unsigned char> CopyBytes(const void* pValue, size_t nSize)
 {
-    if (pValue == nullptr || nSize == 0)
-    {
-        return nullptr;
-    }
-    auto* pCopy = new unsigned char[nSize];
-    std::memcpy(pCopy, pValue, nSize);
-    return pCopy;
+    const auto* pBytes = static_cast<const unsigned char*>(pValue);
+    return pBytes != nullptr ? std::vector<unsigned char>(pBytes, pBytes + nSize) : std::vector<unsigned char>();
 }
 
 } // namespace
 
 KernelInfo::ArgInfo::ArgInfo(const void* pValue, size_t nSize, ArgType type, unsigned int nResourceId)
-    : m_pArgValue(CopyBytes(pValue, nSize)), m_nArgSize(nSize), m_ArgType(type), m_nResourceId(nResourceId)
+    : m_vArgValue(CopyBytes(pValue, nSize)), m_nArgSize(nSize), m_ArgType(type), m_nResourceId(nResourceId)
 {
-}
-
-KernelInfo::ArgInfo::ArgInfo(const ArgInfo& other)
-    : m_nArgSize(other.m_nArgSize), m_ArgType(other.m_ArgType), m_strArgName(other.m_strArgName),
-      m_nResourceId(other.m_nResourceId)
-{
-    m_pArgValue = CopyBytes(other.m_pArgValue, other.m_nArgSize);
-}
-
-KernelInfo::ArgInfo::ArgInfo(ArgInfo&& other) noexcept
-    : m_pArgValue(std::exchange(other.m_pArgValue, nullptr)), m_nArgSize(std::exchange(other.m_nArgSize, 0)),
-      m_ArgType(other.m_ArgType), m_strArgName(std::move(other.m_strArgName)), m_nResourceId(other.m_nResourceId)
-{
-}
-
-KernelInfo::ArgInfo& KernelInfo::ArgInfo::operator=(ArgInfo other) noexcept
-{
-    std::swap(m_pArgValue, other.m_pArgValue);
-    std::swap(m_nArgSize, other.m_nArgSize);
-    std::swap(m_ArgType, other.m_ArgType);
-    std::swap(m_strArgName, other.m_strArgName);
-    std::swap(m_nResourceId, other.m_nResourceId);
-    return *this;
-}
-
-KernelInfo::ArgInfo::~ArgInfo()
-{
-    delete[] m_pArgValue;
 }
 
 void KernelInfo::ArgInfo::SetArgData(const void* pValue, size_t nSize)
 {
-    unsigned char* pCopy = CopyBytes(pValue, nSize);
-    delete[] m_pArgValue;
-    m_pArgValue = pCopy;
+    // The bytes may be those of the last value.
+    m_vArgValue = CopyBytes(pValue, nSize);
     m_nArgSize = nSize;
 }
 

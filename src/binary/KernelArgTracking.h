@@ -30,14 +30,10 @@ public:
         /// An argument that was never set, of unknown kind.
         ArgInfo() = default;
         ArgInfo(const void* pValue, size_t nSize, ArgType type, unsigned int nResourceId);
-        ArgInfo(const ArgInfo& other);
-        ArgInfo(ArgInfo&& other) noexcept;
-        ArgInfo& operator=(ArgInfo other) noexcept;
-        ~ArgInfo();
 
         /// The bytes of the last value, valid until the next SetArgData; null for local memory, for a null
         /// argument and for one that was never set.
-        const void* GetArgValue() const { return m_pArgValue; }
+        const void* GetArgValue() const { return m_vArgValue.empty() ? nullptr : m_vArgValue.data(); }
         size_t GetArgSize() const { return m_nArgSize; }
 
         /// Keeps a copy of the bytes, if there are any, and the size in any case.
@@ -51,7 +47,7 @@ public:
         void SetArgResourceId(unsigned int nResourceId) { m_nResourceId = nResourceId; }
 
     private:
-        unsigned char* m_pArgValue = nullptr;
+        std::vector<unsigned char> m_vArgValue;
         size_t m_nArgSize = 0;
         ArgType m_ArgType = ARG_UNKNOWN;
         std::string m_strArgName;
