@@ -4,7 +4,7 @@
 #include "api/KernelDebugState.h"
 #include "api/MetadataExtension.h"
 #include "api/SessionLoop.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 #include <memory>
 

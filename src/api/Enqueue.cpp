@@ -5,7 +5,7 @@
 #include "api/PlatformQueries.h"
 #include "api/ShaderDebuggerHostCL.h"
 #include "core/FileLogger.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 #include <memory>
 

@@ -3,7 +3,7 @@
 #include "api/ApiTrace.h"
 #include "api/DispatchTable.h"
 #include "api/SessionLoop.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 namespace Kestrel
 {

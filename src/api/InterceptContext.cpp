@@ -2,7 +2,7 @@
 #include "api/DispatchTable.h"
 #include "api/InterceptProperties.h"
 #include "api/PlatformQueries.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 #include <algorithm>
 #include <vector>

@@ -4,7 +4,7 @@
 #include "binary/KernelArgTracking.h"
 #include "core/CLLogger.h"
 #include "core/ShaderDebuggerBuffer.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 #include <algorithm>
 #include <cstring>

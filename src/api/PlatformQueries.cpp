@@ -3,7 +3,7 @@
 #include "OVKKestrel.h"
 #include "api/DispatchTable.h"
 #include "binary/Elf.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 #include <algorithm>
 #include <new>

@@ -4,7 +4,7 @@
 #include "api/DispatchTable.h"
 #include "api/KernelDebugState.h"
 #include "api/ShaderDebuggerHostCL.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 #include <string>
 #include <vector>

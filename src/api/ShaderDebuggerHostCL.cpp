@@ -3,7 +3,7 @@
 #include "api/DispatchTable.h"
 #include "core/CLLogger.h"
 #include "core/ShaderDebuggerVariables.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 #include <algorithm>
 #include <ctime>

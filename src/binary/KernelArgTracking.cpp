@@ -2,6 +2,7 @@
 
 #include "binary/KernelArgKinds.h"
 #include "core/CLLogger.h"
+#include "modules/CLCall.h"
 #include "modules/CLDispatchTable.h"
 
 #include <boost/thread/lock_guard.hpp>
@@ -25,9 +26,6 @@ std::map<cl_kernel, KernelInfo> g_mapKernelToInfo;
 boost::mutex g_mutexKernelToInfo;
 
 typedef boost::lock_guard<boost::mutex> CLock;
-
-/// What a call gives whose entry the runtime lacks.
-constexpr cl_int s_nMissingEntry = CL_INVALID_OPERATION;
 
 std::vector<unsigned char> CopyBytes(const void* pValue, size_t nSize)
 {
@@ -128,7 +126,7 @@ cl_uint GetReferenceCount(cl_kernel kernel)
 
 cl_int ReleaseKernel(cl_kernel kernel)
 {
-    return g_CLDispatchTable.ReleaseKernel == nullptr ? s_nMissingEntry : g_CLDispatchTable.ReleaseKernel(kernel);
+    return CallCL(g_CLDispatchTable.ReleaseKernel, kernel);
 }
 
 /// Takes all kernels of a call back when the record of one couldn't be made: those before it have one.
@@ -253,7 +251,7 @@ cl_int InterceptCreateKernelsInProgram(cl_program program, cl_uint num_kernels, 
 
 cl_int InterceptRetainKernel(cl_kernel kernel)
 {
-    return g_CLDispatchTable.RetainKernel == nullptr ? s_nMissingEntry : g_CLDispatchTable.RetainKernel(kernel);
+    return CallCL(g_CLDispatchTable.RetainKernel, kernel);
 }
 
 cl_int InterceptReleaseKernel(cl_kernel kernel)
@@ -269,11 +267,7 @@ cl_int InterceptReleaseKernel(cl_kernel kernel)
 
 cl_int InterceptSetKernelArg(cl_kernel kernel, cl_uint arg_index, size_t arg_size, const void* arg_value)
 {
-    if (g_CLDispatchTable.SetKernelArg == nullptr)
-    {
-        return s_nMissingEntry;
-    }
-    const cl_int nCode = g_CLDispatchTable.SetKernelArg(kernel, arg_index, arg_size, arg_value);
+    const cl_int nCode = CallCL(g_CLDispatchTable.SetKernelArg, kernel, arg_index, arg_size, arg_value);
     if (nCode != CL_SUCCESS)
     {
         return nCode;

@@ -1,7 +1,7 @@
 #include "device/MappedMemoryCL.h"
 
 #include "core/Log.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 #include "modules/CLDispatchTable.h"
 
 #include <algorithm>

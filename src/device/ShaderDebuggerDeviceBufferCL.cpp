@@ -1,9 +1,9 @@
 #include "device/ShaderDebuggerDeviceBufferCL.h"
 
 #include "core/Log.h"
-#include "device/CLCall.h"
 #include "device/ImageFormatCL.h"
 #include "device/MappedMemoryCL.h"
+#include "modules/CLCall.h"
 #include "modules/CLDispatchTable.h"
 
 #include <algorithm>

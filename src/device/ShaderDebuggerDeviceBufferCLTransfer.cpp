@@ -3,8 +3,8 @@
 #include "core/CopyBytes.h"
 #include "core/Log.h"
 #include "core/ShaderDebuggerBuffer.h"
-#include "device/CLCall.h"
 #include "device/MappedMemoryCL.h"
+#include "modules/CLCall.h"
 #include "modules/CLDispatchTable.h"
 
 #include <algorithm>

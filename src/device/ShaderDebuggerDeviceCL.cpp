@@ -6,7 +6,7 @@
 #include "binary/ILTranslator.h"
 #include "binary/KernelArgTracking.h"
 #include "core/Log.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 #include "modules/CLDispatchTable.h"
 
 #include <cstdlib>

@@ -3,9 +3,9 @@
 #include "binary/KernelArgTracking.h"
 #include "core/Log.h"
 #include "core/ShaderDebuggerHost.h"
-#include "device/CLCall.h"
 #include "device/ImageFormatCL.h"
 #include "device/ShaderDebuggerDeviceBufferCL.h"
+#include "modules/CLCall.h"
 #include "modules/CLDispatchTable.h"
 
 #include <cstring>

@@ -3,7 +3,7 @@
 #include "binary/ElfUtils.h"
 #include "binary/ILTranslator.h"
 #include "core/Log.h"
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 #include "modules/CLDispatchTable.h"
 
 namespace OVK_ShaderDebugger

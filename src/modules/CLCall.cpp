@@ -1,4 +1,4 @@
-#include "device/CLCall.h"
+#include "modules/CLCall.h"
 
 #include "core/Log.h"
 

@@ -1,5 +1,5 @@
-#ifndef KESTREL_DEVICE_CLCALL_H
-#define KESTREL_DEVICE_CLCALL_H
+#ifndef KESTREL_MODULES_CLCALL_H
+#define KESTREL_MODULES_CLCALL_H
 
 #include "modules/OpenCLModule.h"
 
