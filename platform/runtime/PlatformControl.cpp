@@ -106,7 +106,7 @@ uint32_t ReadProfile(SPlatformProfile* pRows, uint32_t nRows)
     return Runtime::GetProfile(pRows, nRows);
 }
 
-void WatchAccesses(const SPlatformWatch* pWatch)
+void SwitchWatch(const SPlatformWatch* pWatch)
 {
     Runtime::WatchAccesses(pWatch);
 }
@@ -154,7 +154,7 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadVisits,
         &SwitchProfile,
         &ReadProfile,
-        &WatchAccesses,
+        &SwitchWatch,
         &ReadAccesses,
     };
     return &s_control;

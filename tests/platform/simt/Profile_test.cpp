@@ -9,7 +9,7 @@ namespace KestrelPlatformTest
 namespace
 {
 
-struct SAccessCase
+struct SProfiledAccess
 {
     const char* pszName;
     uint32_t nGlobal;
@@ -20,7 +20,7 @@ struct SAccessCase
     const char* pszOffset;              ///< puts it into r1.x
 };
 
-const SAccessCase s_AccessCases[] = {
+const SProfiledAccess s_ProfiledAccesses[] = {
     {"side by side", 200, 100, 1, false, [](uint32_t n) { return n * 4; }, "ishl r1.x, r100.x, l1.x\n"},
     {"four words each", 300, 300, 4, false, [](uint32_t n) { return n * 16; }, "ishl r1.x, r100.x, l1.y\n"},
     {"a line each", 256, 64, 1, false, [](uint32_t n) { return n * 64; }, "ishl r1.x, r100.x, l1.z\n"},
@@ -41,7 +41,7 @@ struct SExpected
     uint64_t nLines = 0;
 };
 
-SExpected Model(const SAccessCase& access)
+SExpected Model(const SProfiledAccess& access)
 {
     SExpected expected;
     for (uint32_t nGroup = 0; nGroup < access.nGlobal; nGroup += access.nLocal)
@@ -64,7 +64,7 @@ SExpected Model(const SAccessCase& access)
 
 TEST(Profile, TellsBytesAndLinesOfAccesses)
 {
-    for (const SAccessCase& access : s_AccessCases)
+    for (const SProfiledAccess& access : s_ProfiledAccesses)
     {
         SCOPED_TRACE(access.pszName);
         const std::string strMask = access.nWords == 4 ? "" : ".x";

@@ -62,7 +62,7 @@ std::string Lanes(const SLineProfile& line)
 }
 
 template <class T, class F>
-std::string JoinWords(const std::vector<T>& vParts, F&& format)
+std::string ListParts(const std::vector<T>& vParts, F&& format)
 {
     std::string strText;
     for (const T& part : vParts)
@@ -79,7 +79,7 @@ std::string Zero(const std::string& strCount)
 
 std::string Branches(const SLineProfile& line)
 {
-    return JoinWords(line.vBranches,
+    return ListParts(line.vBranches,
                      [](const SBranchProfile& branch)
                      {
                          const bool bReached = branch.nGoOn + branch.nOther != 0;
@@ -95,7 +95,7 @@ double Mean(const SLoopProfile& loop)
 
 std::string Passes(const SLineProfile& line)
 {
-    return JoinWords(line.vLoops,
+    return ListParts(line.vLoops,
                      [](const SLoopProfile& loop)
                      {
                          return loop.nEntries == 0 ? std::string("-")
@@ -230,7 +230,7 @@ std::string Render(const CProfileReport& report, const std::vector<SColumn>& vCo
     return strText;
 }
 
-json DescribeLine(unsigned int nLine, const SLineProfile& line)
+json DescribeLineProfile(unsigned int nLine, const SLineProfile& line)
 {
     json object = {
         {"line", nLine},        {"runs", line.nRuns},        {"waves", line.nWaves},  {"activeLanes", line.nItems},
@@ -278,7 +278,7 @@ json DescribeProfile(const CProfileReport& report)
         json lines = json::array();
         for (const auto& [nLine, line] : file.mapLines)
         {
-            lines.push_back(DescribeLine(nLine, line));
+            lines.push_back(DescribeLineProfile(nLine, line));
         }
         json functions = json::array();
         for (const auto& [strFunction, function] : file.mapFunctions)
