@@ -5,6 +5,7 @@
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/debug/CommandError.h"
 #include "tools/kestrel/debug/Expression.h"
+#include "tools/source/CTypes.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,12 +21,21 @@ namespace
 
 constexpr size_t s_nItems = 6;
 
-/// Six work-items in groups of three, two registers, and elements of each kind.
+/// Six work-items in groups of three, two registers, elements of each kind, and variables in each place.
 class CItems : public IValueSource
 {
 public:
     CItems()
     {
+        const SSourceType& number = *FindScalarType("int");
+        m_Array = {SSourceType::Array, "int[4]", 16, 4, &number, {}, SSourceType::PrivateSpace};
+        m_Struct.eKind = SSourceType::Struct;
+        m_Struct.strName = "node";
+        m_Struct.nSize = 24;
+        m_Struct.vMembers = {{"next", 0, &m_Types.MakePointer(m_Struct, SSourceType::GlobalSpace)},
+                             {"vector", 8, m_Types.Find("uchar8")},
+                             {"real", 16, FindScalarType("half")},
+                             {"flag", 18, FindScalarType("bool")}};
         m_Extent.nGlobal[0] = s_nItems;
         m_Extent.nLocal[0] = 3;
         for (size_t i = 0; i < 4 * s_nItems; ++i)
@@ -78,7 +88,70 @@ public:
         return std::vector<unsigned char>(nBytes, static_cast<unsigned char>(nGroup + 1));
     }
 
+    /// "i" and "d" are in registers, "v" and half of "u" are constants, "a" is in private and "m" in local memory; the
+    /// others are pointers.
+    std::optional<SSourceVariable> FindVariable(const std::string& strName, bool bHere) override
+    {
+        const std::vector<unsigned char> vEight(8, 0x41);
+        const auto pointer = [&](const SSourceType& type, SSourceType::ESpace eSpace)
+        { return &m_Types.MakePointer(type, eSpace); };
+        const struct
+        {
+            const char* pszName;
+            const SSourceType* pType;
+            SValuePiece::EPlace ePlace;
+            size_t nBytes;
+            uint64_t nNumber;
+        } known[] = {{"i", FindScalarType("int"), SValuePiece::Register, 4, 1},
+                     {"d", FindScalarType("double"), SValuePiece::Constant, 8, 0},
+                     {"v", m_Types.Find("short4"), SValuePiece::Constant, 8, 0},
+                     {"u", m_Types.Find("float4"), SValuePiece::Constant, 8, 0},
+                     {"a", &m_Array, SValuePiece::Private, 16, 8},
+                     {"m", &m_Array, SValuePiece::Local, 16, 0},
+                     {"s", &m_Struct, SValuePiece::Private, 24, 24},
+                     {"p", pointer(m_Struct, SSourceType::GlobalSpace), SValuePiece::Constant, 8, 0},
+                     {"q", pointer(*FindScalarType("char"), SSourceType::LocalSpace), SValuePiece::Register, 4, 2},
+                     {"t", pointer(m_Array, SSourceType::PrivateSpace), SValuePiece::Register, 4, 0},
+                     {"gone", FindScalarType("ulong"), SValuePiece::Nowhere, 8, 0}};
+        for (const auto& variable : known)
+        {
+            if (bHere && strName == variable.pszName)
+            {
+                const SValuePiece piece{variable.ePlace, variable.nBytes, variable.nNumber, vEight};
+                return SSourceVariable{strName, variable.pType, false, 0, {piece}};
+            }
+        }
+        return std::nullopt;
+    }
+    const SSourceType* FindType(const std::string& strName) override
+    {
+        return strName == m_Struct.strName ? &m_Struct : nullptr;
+    }
+    std::vector<SMemory> ListMemory(SSourceType::ESpace eSpace) override
+    {
+        return eSpace == SSourceType::LocalSpace ? std::vector<SMemory>{{0, 16, 0}, {16, 5, 1}}
+                                                 : std::vector<SMemory>{{0x4141414141414100, 200000, 2}};
+    }
+    std::vector<unsigned char> ReadMemory(SSourceType::ESpace, const SMemory& memory, size_t nGroup, uint64_t nOffset,
+                                          size_t nBytes) override
+    {
+        Require(nOffset <= memory.nSize && nBytes <= memory.nSize - nOffset && nGroup < 2,
+                "no bytes are asked for but those of the memory");
+        return std::vector<unsigned char>(nBytes, static_cast<unsigned char>(0x41 + memory.nPlace));
+    }
+    std::vector<unsigned char> ReadAllPrivate(uint64_t nAddress, size_t nBytes) override
+    {
+        if (nAddress > 64 || nBytes > 64 - nAddress)
+        {
+            throw CCommandError("no private memory there");
+        }
+        return std::vector<unsigned char>(s_nItems * nBytes, static_cast<unsigned char>(nAddress));
+    }
+
 private:
+    CTypeStore m_Types;
+    SSourceType m_Array;
+    SSourceType m_Struct;
     SExtent m_Extent;
     unsigned int m_Words[4 * s_nItems] = {};
     const cl_bool m_Active[s_nItems] = {0, 1, 1, 0, 1, 1};
@@ -104,6 +177,13 @@ void CheckExpression(const std::string& strText)
     {
         CExpression expression(strText, &items);
         expression.Bind(items);
+        if (!expression.IsNumber())
+        {
+            for (size_t i = 0; i < s_nItems; ++i)
+            {
+                Require(!expression.Format(i, i % 2 == 0).empty(), "a value has a text", strText);
+            }
+        }
         double values[s_nItems];
         bool there[s_nItems];
         expression.Evaluate(0, s_nItems, values);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <ostream>
 
 namespace KestrelTool
@@ -135,6 +136,21 @@ int CVisibleBuffer::sync()
     const auto nVisible = static_cast<std::streamsize>(strVisible.size());
     const bool bWritten = m_Target.sputn(strVisible.data(), nVisible) == nVisible;
     return m_Target.pubsync() == 0 && bWritten ? 0 : -1;
+}
+
+void CVisibleBuffer::PutCommand(const char* pszCommand)
+{
+    m_Target.sputn(pszCommand, static_cast<std::streamsize>(std::strlen(pszCommand)));
+}
+
+void PutCommand(std::ostream& stream, const char* pszCommand)
+{
+    if (auto* const pBuffer = dynamic_cast<CVisibleBuffer*>(stream.rdbuf()))
+    {
+        pBuffer->PutCommand(pszCommand);
+        return;
+    }
+    stream << pszCommand;
 }
 
 CVisibleStream::CVisibleStream(std::ostream& stream)

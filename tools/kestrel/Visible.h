@@ -18,6 +18,9 @@ class CVisibleBuffer : public std::streambuf
 public:
     explicit CVisibleBuffer(std::streambuf& target) : m_Target(target) {}
 
+    /// Writes a command to the terminal, of the program's own.
+    void PutCommand(const char* pszCommand);
+
 protected:
     int_type overflow(int_type nChar) override;
     std::streamsize xsputn(const char* pText, std::streamsize nLength) override;
@@ -27,6 +30,9 @@ private:
     std::streambuf& m_Target;
     std::string m_strHeld; ///< the beginning of a character whose end hasn't come yet
 };
+
+/// Writes a command to the terminal where a stream goes.
+void PutCommand(std::ostream& stream, const char* pszCommand);
 
 /// All that the program prints goes through one; while it lives.
 class CVisibleStream

@@ -77,6 +77,7 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
     CDebugger debugger(libraries, ReadLaunchFile(options.strLaunch), interpreter);
     interpreter.SetDebugger(debugger);
     text.SetSettings(debugger.GetSettings());
+    debugger.GetSettings().bUnicode = !NeedsAsciiPictures();
     const CInterruptScope interrupts(&debugger, interpreter, !options.bBatch);
     if (!options.bQuiet && !options.bJson)
     {
@@ -137,6 +138,7 @@ int RunProgramSession(const CLibraries& libraries, const SProgramCommand& comman
     CProgramSession program(libraries, command, interpreter);
     interpreter.SetProgram(program);
     text.SetSettings(program.GetSettings());
+    program.GetSettings().bUnicode = !NeedsAsciiPictures();
     const bool bPrompt = !options.bBatch && (options.bJson || isatty(STDIN_FILENO) != 0);
     const CInterruptScope interrupts(nullptr, interpreter, bPrompt);
     program.SetWatcher([&](CDebugger* pDebugger) { interrupts.Watch(pDebugger); });

@@ -1,6 +1,8 @@
 #ifndef KESTREL_TOOLS_COMMAND_OUTPUT_H
 #define KESTREL_TOOLS_COMMAND_OUTPUT_H
 
+#include "tools/kestrel/command/TextStyle.h"
+
 #include <nlohmann/json.hpp>
 
 #include <iosfwd>
@@ -31,7 +33,7 @@ class CTextOutput : public IOutput
 public:
     /// \param bEcho  print each command in front of what comes of it
     CTextOutput(std::ostream& output, std::ostream& errors, bool bEcho)
-        : m_Output(output), m_Errors(errors), m_bEcho(bEcho)
+        : m_Output(output), m_Errors(errors), m_bEcho(bEcho), m_Style(CTextStyle::Of(output))
     {
     }
     /// The settings that pictures are drawn by.
@@ -46,6 +48,7 @@ private:
     std::ostream& m_Output;
     std::ostream& m_Errors;
     bool m_bEcho;
+    CTextStyle m_Style;
     const SSettings* m_pSettings = nullptr;
 };
 

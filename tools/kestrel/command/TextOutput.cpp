@@ -1,3 +1,4 @@
+#include "tools/kestrel/Visible.h"
 #include "tools/kestrel/command/Output.h"
 #include "tools/kestrel/debug/Debugger.h"
 
@@ -12,14 +13,22 @@ void CTextOutput::OnAnswer(const std::string&, const std::string&, const json& a
 {
     if (!answer.is_null())
     {
-        m_Output << RenderText(answer, m_pSettings == nullptr || m_pSettings->bUnicode) << std::flush;
+        const std::string strText = RenderText(answer, m_pSettings == nullptr || m_pSettings->bUnicode);
+        for (const SPaintedText& painted : m_Style.Paint(answer, strText))
+        {
+            const bool bColour = *painted.pszColour != '\0' && !painted.strText.empty();
+            PutCommand(m_Output, bColour ? painted.pszColour : "");
+            m_Output << painted.strText;
+            PutCommand(m_Output, bColour ? "\x1b[0m" : "");
+        }
+        m_Output << std::flush;
     }
 }
 
 void CTextOutput::OnError(const std::string&, const std::string&, const std::string& strError)
 {
     m_Output << std::flush;
-    m_Errors << strError << std::endl;
+    m_Errors << m_Style.Wrap(strError) << std::endl;
 }
 
 void CTextOutput::OnEvent(const json& event)

@@ -296,18 +296,26 @@ void CEvaluator::Perform(const std::vector<SExpressionNode>& vNodes, size_t nNod
 void CEvaluator::PushLeaf(const SExpressionNode& node, SBlock& block, size_t nFirst, size_t nCount)
 {
     std::fill(block.bad, block.bad + nCount, false);
-    const bool bConstant = node.eNode == ENode::Number || node.IsAggregate();
-    const size_t nSize = bConstant ? node.vConstant.size() : sizeof(uint64_t);
-    block.vBytes.resize(nCount * nSize);
+    if (node.eNode == ENode::Number || node.IsAggregate())
+    {
+        const size_t nSize = node.vConstant.size();
+        block.vBytes.resize(nCount * nSize);
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            std::memcpy(&block.vBytes[i * nSize], node.vConstant.data(), nSize);
+        }
+        return;
+    }
+    block.vBytes.resize(nCount * sizeof(uint64_t));
+    unsigned char* const pBytes = block.vBytes.data();
     const uint64_t nPlace =
         node.nOffset + (node.eNode == ENode::Variable && node.pVariable ? node.pVariable->nBase : 0);
     for (size_t i = 0; i < nCount; ++i)
     {
-        const uint64_t nBits = node.eNode == ENode::Component ? ReadComponent(node, nFirst + i)
-                               : node.eNode == ENode::Item    ? CoordinateOf(node, m_pSource->GetExtent(), nFirst + i)
-                                                              : nPlace;
-        std::memcpy(&block.vBytes[i * nSize], bConstant ? node.vConstant.data() : static_cast<const void*>(&nBits),
-                    nSize);
+        StoreAs<uint64_t>(pBytes + i * sizeof(uint64_t),
+                          node.eNode == ENode::Component ? ReadComponent(node, nFirst + i)
+                          : node.eNode == ENode::Item    ? CoordinateOf(node, m_pSource->GetExtent(), nFirst + i)
+                                                         : nPlace);
     }
 }
 

@@ -24,6 +24,7 @@ void CStopMemory::Bind(IValueSource& source)
     m_mapSpaces.clear();
     m_mapPieces.clear();
     m_mapPrivate.clear();
+    m_Last = SLast();
 }
 
 const unsigned char* CStopMemory::FindElement(const SElements& elements, size_t nGroup, uint64_t nOffset)
@@ -47,6 +48,14 @@ const unsigned char* CStopMemory::FindElement(const SElements& elements, size_t 
 bool CStopMemory::Read(SSourceType::ESpace eSpace, uint64_t nAddress, size_t nItem, unsigned char* pBytes,
                        size_t nBytes)
 {
+    const size_t nGroup = eSpace == SSourceType::LocalSpace ? m_pSource->GetExtent().GroupOf(nItem) : 0;
+    if (m_Last.pBytes != nullptr && m_Last.eSpace == eSpace && m_Last.nGroup == nGroup && m_Last.nAddress <= nAddress &&
+        m_Last.nBytes >= nBytes && nAddress - m_Last.nAddress <= m_Last.nBytes - nBytes)
+    {
+        const size_t nStride = eSpace == SSourceType::PrivateSpace ? m_Last.nBytes : 0;
+        std::memcpy(pBytes, m_Last.pBytes + nItem * nStride + (nAddress - m_Last.nAddress), nBytes);
+        return true;
+    }
     if (eSpace == SSourceType::PrivateSpace)
     {
         return ReadPrivate(nAddress, nItem, pBytes, nBytes);
@@ -65,7 +74,6 @@ bool CStopMemory::Read(SSourceType::ESpace eSpace, uint64_t nAddress, size_t nIt
     {
         return false;
     }
-    const size_t nGroup = eSpace == SSourceType::LocalSpace ? m_pSource->GetExtent().GroupOf(nItem) : 0;
     for (uint64_t nOffset = nAddress - it->nBase; nBytes > 0;)
     {
         const uint64_t nPiece = nOffset / s_nMemoryPiece;
@@ -82,6 +90,7 @@ bool CStopMemory::Read(SSourceType::ESpace eSpace, uint64_t nAddress, size_t nIt
             return false;
         }
         const size_t nTaken = std::min(nBytes, vPiece.size() - nInside);
+        m_Last = SLast{eSpace, nGroup, it->nBase + nStart, vPiece.size(), vPiece.data()};
         std::memcpy(pBytes, &vPiece[nInside], nTaken);
         pBytes += nTaken;
         nBytes -= nTaken;
@@ -131,6 +140,8 @@ bool CStopMemory::ReadPrivate(uint64_t nAddress, size_t nItem, unsigned char* pB
         return false;
     }
     std::memcpy(pBytes, &it->second[nStart], nBytes);
+    const bool bAll = it->second.size() >= m_nItems * it->first.second;
+    m_Last = SLast{SSourceType::PrivateSpace, 0, it->first.first, it->first.second, bAll ? it->second.data() : nullptr};
     return true;
 }
 

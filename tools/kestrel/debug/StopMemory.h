@@ -29,8 +29,19 @@ private:
     bool ReadPrivate(uint64_t nAddress, size_t nItem, unsigned char* pBytes, size_t nBytes);
     SBoundVariable::SPiece ReadPiece(const SValuePiece& piece, bool& bKnown);
 
+    /// What was read from last: the next work-item reads from there as a rule.
+    struct SLast
+    {
+        SSourceType::ESpace eSpace = SSourceType::PrivateSpace;
+        size_t nGroup = 0;
+        uint64_t nAddress = 0;
+        size_t nBytes = 0;
+        const unsigned char* pBytes = nullptr; ///< in private memory, of the first work-item
+    };
+
     IValueSource* m_pSource = nullptr;
     size_t m_nItems = 0;
+    SLast m_Last;
     std::map<std::pair<std::string, std::pair<size_t, uint64_t>>, std::vector<unsigned char>> m_mapElements;
     std::map<SSourceType::ESpace, std::vector<SMemory>> m_mapSpaces;
     /// By space, place, group and number of the piece.
