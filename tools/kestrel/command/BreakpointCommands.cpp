@@ -14,18 +14,31 @@ using nlohmann::json;
 namespace
 {
 
+/// As far as that can be: before a launch there are no names.
+void CheckCondition(CCommandContext& context, const std::string& strCondition)
+{
+    CDebugger* const pDebugger = context.GetInterpreter().FindDebugger();
+    if (pDebugger != nullptr)
+    {
+        CExpression(strCondition, pDebugger);
+    }
+    else if (strCondition.find_first_not_of(" \t") == std::string::npos)
+    {
+        throw CCommandError("a condition is an expression");
+    }
+}
+
 /// A breakpoint of a program's: it has its line in those launches that have its place.
 json AddLaunchBreakpoint(CCommandContext& context, const SLaunchPlace& place, bool bTemporary,
                          const std::optional<std::string>& strCondition)
 {
-    std::optional<CExpression> condition;
     if (strCondition)
     {
-        condition.emplace(*strCondition, context.GetInterpreter().FindDebugger());
+        CheckCondition(context, *strCondition);
     }
     CProgramSession& program = *context.GetInterpreter().GetProgram();
     SBreakpoint& breakpoint = program.AddBreakpoint(place, bTemporary);
-    breakpoint.condition = std::move(condition);
+    breakpoint.strCondition = strCondition.value_or("");
     json answer = DescribeBreakpoint(context.GetInterpreter().FindDebugger(), breakpoint);
     answer["view"] = "breakpoint";
     return answer;
@@ -81,13 +94,12 @@ json AddBreakpoint(CCommandContext& context, bool bTemporary)
     }
     const std::set<unsigned int> lines =
         strPlace.empty() ? std::set<unsigned int>{debugger.GetLine()} : ReadPlace(debugger, strPlace);
-    std::optional<CExpression> condition;
     if (nIf != std::string::npos)
     {
-        condition.emplace(strCondition, &debugger);
+        CheckCondition(context, strCondition);
     }
     SBreakpoint& breakpoint = debugger.GetBreakpoints().Add(lines, bTemporary);
-    breakpoint.condition = std::move(condition);
+    breakpoint.strCondition = strCondition;
     const std::vector<unsigned int> vRefused =
         debugger.IsLive() ? debugger.GetSession().SetBreakpoints(lines) : std::vector<unsigned int>();
     if (!vRefused.empty())
@@ -187,9 +199,9 @@ json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint& breakpoin
     {
         description["watch"] = breakpoint.pWatch->strText;
     }
-    if (breakpoint.condition)
+    if (!breakpoint.strCondition.empty())
     {
-        description["condition"] = breakpoint.condition->GetText();
+        description["condition"] = breakpoint.strCondition;
     }
     if (breakpoint.nIgnore != 0)
     {
@@ -255,10 +267,12 @@ json DoCondition(CCommandContext& context)
     SBreakpoint& breakpoint = SplitFirst(context, "a breakpoint's number, and an expression", strCondition);
     if (strCondition.empty())
     {
-        breakpoint.condition.reset();
+        breakpoint.strCondition.clear();
         return {{"view", "text"}, {"text", "breakpoint " + std::to_string(breakpoint.nId) + " has no condition now"}};
     }
-    breakpoint.condition.emplace(strCondition, context.GetInterpreter().FindDebugger());
+    CheckCondition(context, strCondition);
+    breakpoint.strCondition = strCondition;
+    breakpoint.condition.reset();
     return nullptr;
 }
 

@@ -7,6 +7,25 @@
 namespace KestrelTool
 {
 
+namespace
+{
+
+bool Holds(SBreakpoint& breakpoint, IValueSource& source)
+{
+    if (breakpoint.strCondition.empty())
+    {
+        return true;
+    }
+    if (!breakpoint.condition)
+    {
+        breakpoint.condition.emplace(breakpoint.strCondition, &source);
+    }
+    breakpoint.condition->Bind(source);
+    return breakpoint.condition->HoldsForAny(source);
+}
+
+} // namespace
+
 SBreakpoint& CBreakpoints::Add(std::set<unsigned int> lines, bool bTemporary)
 {
     m_Breakpoints.emplace_back();
@@ -83,13 +102,9 @@ CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& sourc
             {
                 continue;
             }
-            if (breakpoint.condition)
+            if (!Holds(breakpoint, source))
             {
-                breakpoint.condition->Bind(source);
-                if (!breakpoint.condition->HoldsForAny(source))
-                {
-                    continue;
-                }
+                continue;
             }
         }
         catch (const CCommandError& error)

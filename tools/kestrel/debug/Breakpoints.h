@@ -42,7 +42,8 @@ struct SBreakpoint
     std::optional<SLaunchPlace> place;
     bool bTemporary = false;
     bool bEnabled = true;
-    std::optional<CExpression> condition;
+    std::string strCondition;             ///< empty for none
+    std::optional<CExpression> condition; ///< the same for the kernel that is debugged, once it has been asked
     std::shared_ptr<const SWatch> pWatch; ///< stops only where one of these accesses is next; null for none
     size_t nIgnore = 0;                   ///< hits that are passed over
     size_t nHits = 0;

@@ -42,11 +42,7 @@ SBreakpoint& CProgramSession::AddBreakpoint(const SLaunchPlace& place, bool bTem
 void CProgramSession::Resolve(SBreakpoint& breakpoint)
 {
     breakpoint.lines = FindPlace(*breakpoint.place);
-    if (breakpoint.condition && !breakpoint.lines.empty())
-    {
-        // The names in it are this kernel's now.
-        breakpoint.condition.emplace(std::string(breakpoint.condition->GetText()), m_pDebugger.get());
-    }
+    breakpoint.condition.reset(); // the names in it are this kernel's now
 }
 
 std::set<unsigned int> CProgramSession::FindPlace(const SLaunchPlace& place)
