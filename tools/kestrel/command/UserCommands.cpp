@@ -201,7 +201,8 @@ json DoSaveBreakpoints(CCommandContext& context)
         }
         const bool bLaunch = breakpoint.place && breakpoint.place->eKind == SLaunchPlace::Launch;
         const char* const pszCommand = bLaunch ? "catch " : breakpoint.bTemporary ? "tbreak " : "break ";
-        const bool bCondition = !breakpoint.strCondition.empty() && !breakpoint.pWatch; // a watch's can't be said in one line
+        const bool bCondition =
+            !breakpoint.strCondition.empty() && !breakpoint.pWatch; // a watch's can't be said in one line
         file << (breakpoint.pWatch ? breakpoint.pWatch->strText : pszCommand + strPlace);
         file << (bCondition ? " if " + breakpoint.strCondition : "") << "\n";
         if (!breakpoint.vCommands.empty())
