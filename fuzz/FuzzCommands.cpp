@@ -145,7 +145,13 @@ public:
         {
             throw CCommandError("no private memory there");
         }
-        return std::vector<unsigned char>(s_nItems * nBytes, static_cast<unsigned char>(nAddress));
+        // A byte is the same however much is read around it.
+        std::vector<unsigned char> vBytes(s_nItems * nBytes);
+        for (size_t n = 0; n < vBytes.size(); ++n)
+        {
+            vBytes[n] = static_cast<unsigned char>(nAddress + n % nBytes);
+        }
+        return vBytes;
     }
 
 private:

@@ -376,6 +376,13 @@ void CEvaluator::FindPlaces(const SExpressionNode& node, size_t nNode, SBlock* p
                              ? static_cast<uint64_t>(nDistance / static_cast<int64_t>(node.nScale))
                              : nFirst + nSecond * node.nScale);
     }
+    if (node.eNode == ENode::Advance && node.pType->nSize < sizeof(uint64_t))
+    {
+        // A pointer into private or local memory is shorter.
+        m_vScratch.resize(nCount * node.pType->nSize);
+        ConvertNumbers(GetIntegerType(false, 8), pBlocks[0].vBytes.data(), *node.pType, m_vScratch.data(), nCount);
+        pBlocks[0].vBytes.swap(m_vScratch);
+    }
 }
 
 /// Puts values in the place of where they are.
