@@ -25,6 +25,8 @@ struct SLook
 };
 
 const SLook s_Looks[] = {
+    {"memory", [](SLaunch& launch, bool bOn) { launch.nChecks = bOn ? PLATFORM_CHECK_MEMORY : 0; }, 1.3, 2},
+    {"race", [](SLaunch& launch, bool bOn) { launch.nChecks = bOn ? PLATFORM_CHECK_RACE : 0; }, 2.5, 5},
     {"profile", [](SLaunch& launch, bool bOn) { launch.bKeepProfile = bOn; }, 1.5, 3},
 };
 

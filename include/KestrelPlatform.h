@@ -174,6 +174,48 @@ struct SPlatformAccess
     uint8_t after[8];  ///< and behind it, when all work-items that execute it together have
 };
 
+/// What kernel runs are checked for, as a set.
+enum EPlatformCheck
+{
+    PLATFORM_CHECK_MEMORY = 1,  ///< accesses outside memory, misaligned atomics, writes to what is read only
+    PLATFORM_CHECK_RACE = 2,    ///< work-items that meet at the same bytes
+    PLATFORM_CHECK_BARRIER = 4, ///< barriers that part of a work-group didn't reach, and runs that don't end
+    PLATFORM_CHECK_ALIGNMENT =
+        8 ///< other accesses that are misaligned: a compiler makes such ones of packed structures
+};
+
+enum EPlatformFinding
+{
+    PLATFORM_FINDING_OUTSIDE = 0,
+    PLATFORM_FINDING_READ_ONLY,
+    PLATFORM_FINDING_MISALIGNED,
+    PLATFORM_FINDING_RACE,
+    PLATFORM_FINDING_BARRIER,
+    PLATFORM_FINDING_HANG ///< stopped at the limit of instructions
+};
+
+/// What a check has found at one place, told of the lowest work-item.
+struct SPlatformFinding
+{
+    uint32_t nKind; ///< an EPlatformFinding
+    uint32_t nInstruction;
+    uint32_t nOther;  ///< of a race: the other access's instruction, which may be the same; else ~0
+    uint32_t nMemory; ///< an EPlatformMemory
+    int32_t bWrite;
+    int32_t bOtherWrite;
+    int32_t bUnequal; ///< of a race: not only writes of the same values
+    int32_t bGroups;  ///< of a race: between groups; else within one, between two of its barriers
+    int32_t bValues;  ///< of a race: values are there
+    uint32_t nBytes;
+    uint64_t nCount;     ///< how often
+    uint64_t nWorkItem;  ///< of a barrier: the first of its group that didn't reach it
+    uint64_t nOtherItem; ///< of a race
+    uint64_t nAddress;   ///< as of a fault's record
+    uint32_t values[2];  ///< that both write
+    uint32_t nItems;     ///< of items
+    uint64_t items[8];   ///< the lowest work-items of all, in order
+};
+
 struct SPlatformControl
 {
     uint32_t nSize; ///< sizeof(SPlatformControl)
@@ -234,6 +276,12 @@ struct SPlatformControl
     /// The accesses of the last run that has told of any and came to its end, in their order; up to nAccesses of them.
     /// \return how many are kept, 65,536 at most
     uint32_t (*GetAccesses)(struct SPlatformAccess* pAccesses, uint32_t nAccesses);
+    /// From now on kernel runs are checked, for a set of EPlatformCheck; 0 ends it. Results are the same as without. A
+    /// run that is traced, counted, watched or keeps a profile isn't checked.
+    void (*SetChecks)(uint32_t nChecks);
+    /// What has been found in the last kernel run, ordered by instruction; up to nFindings of it. It is the same
+    /// whatever the order of groups. \return how many there are, 4,096 at most
+    uint32_t (*GetFindings)(struct SPlatformFinding* pFindings, uint32_t nFindings);
 };
 
 /// The function that gives the table: its name, and its type.

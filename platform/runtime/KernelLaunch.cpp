@@ -316,6 +316,7 @@ struct SLastFault
     std::vector<SPlatformBuffer> m_vBuffers;
     std::vector<cl_ulong> m_vVisits; ///< of the last run that was counted
     std::vector<SPlatformProfile> m_vProfile;
+    std::vector<SPlatformFinding> m_vFindings;
     std::optional<SPlatformWatch> m_watch; ///< for runs to come
     std::vector<SPlatformAccess> m_vAccesses;
     SPlatformSizes m_sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
@@ -324,6 +325,7 @@ struct SLastFault
 std::atomic<bool> s_bBreakRuns{false};
 std::atomic<bool> s_bCountVisits{false};
 std::atomic<bool> s_bKeepProfile{false};
+std::atomic<cl_uint> s_nChecks{0};
 
 SLastFault& LastFault()
 {
@@ -374,6 +376,7 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
     last.m_end = MakeEnd(result);
     last.m_sizes = MakeSizes(prepared.m_launch);
     last.m_vBuffers.swap(prepared.m_vBuffers);
+    last.m_vFindings.swap(result.vFindings);
     if (result.eStatus == SLaunchResult::Complete && !result.vVisits.empty())
         last.m_vVisits.assign(result.vVisits.begin(), result.vVisits.end());
     if (result.eStatus == SLaunchResult::Complete && !result.vProfile.empty())
@@ -446,6 +449,7 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     prepared.m_launch.bKeepProfile = s_bKeepProfile;
     prepared.m_launch.watch = FindWatched(prepared);
     prepared.m_launch.bCountVisits = s_bCountVisits;
+    prepared.m_launch.nChecks = s_nChecks;
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
     const SCompiledKernel& kernel = prepared.m_pExecutable->m_compiled;
     const std::unique_ptr<CStorage> pPrinted = ListenToPrintf(kernel, prepared.m_launch);
@@ -544,6 +548,16 @@ void WatchAccesses(const SPlatformWatch* pWatch)
 cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses)
 {
     return GiveLast(&SLastFault::m_vAccesses, pAccesses, nAccesses);
+}
+
+void SetChecks(cl_uint nChecks)
+{
+    s_nChecks = nChecks;
+}
+
+cl_uint GetFindings(SPlatformFinding* pFindings, cl_uint nFindings)
+{
+    return GiveLast(&SLastFault::m_vFindings, pFindings, nFindings);
 }
 
 std::string GetSourcePlace(cl_uint nInstruction)

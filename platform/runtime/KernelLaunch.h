@@ -58,6 +58,11 @@ void WatchAccesses(const SPlatformWatch* pWatch);
 /// The accesses of the last run that has told of them, up to nAccesses. \return how many there are
 cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses);
 
+/// Kernel runs from now on are checked, for a set of EPlatformCheck.
+void SetChecks(cl_uint nChecks);
+/// What was found in the last run, up to nFindings of it. \return how many there are
+cl_uint GetFindings(SPlatformFinding* pFindings, cl_uint nFindings);
+
 /// "file:line" for an instruction of the last kernel run, "" if the source isn't known.
 std::string GetSourcePlace(cl_uint nInstruction);
 

@@ -116,8 +116,19 @@ uint32_t ReadAccesses(SPlatformAccess* pAccesses, uint32_t nAccesses)
     return Runtime::GetAccesses(pAccesses, nAccesses);
 }
 
+void SwitchChecks(uint32_t nChecks)
+{
+    Runtime::SetChecks(nChecks);
+}
+
+uint32_t ReadFindings(SPlatformFinding* pFindings, uint32_t nFindings)
+{
+    return Runtime::GetFindings(pFindings, nFindings);
+}
+
 void ResetAll()
 {
+    Runtime::SetChecks(0);
     Runtime::WatchAccesses(nullptr);
     Runtime::BreakRuns(false);
     Runtime::KeepProfile(false);
@@ -156,6 +167,8 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadProfile,
         &SwitchWatch,
         &ReadAccesses,
+        &SwitchChecks,
+        &ReadFindings,
     };
     return &s_control;
 }

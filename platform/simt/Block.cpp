@@ -306,6 +306,8 @@ void CBlock::Call(const SMicroOp& step)
 CBlock::EState CBlock::Barrier(const SMicroOp& step)
 {
     m_nBarrier = step.nInstruction;
+    if (m_pTrace)
+        m_pTrace->Barrier();
     if (m_Context.nBlocksPerGroup > 1)
     {
         GoOn(step);

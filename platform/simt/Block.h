@@ -14,6 +14,7 @@
 namespace KestrelPlatform
 {
 
+class CFindings;
 class IBlockRecorder;
 struct SImageView;
 
@@ -53,6 +54,11 @@ struct SLaunchContext
     uint64_t nBadAccesses = 0;
     SBadAccess firstBadAccess;
     uint64_t nUnreachedBarriers = 0;
+    /// Linear index of a work-item in the dispatch, without the offset.
+    /// \param nIndex  in its group, both linear
+    uint64_t FindWorkItem(uint64_t nGroup, uint32_t nIndex) const;
+
+    CFindings* pFindings = nullptr;    ///< also takes faults; null for none
     std::vector<SFaultRecord> vFaults; ///< by work-item and instruction; its room is made before the launch
 
 private:
@@ -86,6 +92,10 @@ public:
     uint32_t GetLive() const { return m_nLive; }
     /// Linear index of a lane's work-item in the dispatch, without the offset.
     uint64_t GetWorkItem(uint32_t nLane) const;
+    /// Linear index of it in its group, and that of the group.
+    uint32_t LocalIndexOfLane(uint32_t nLane) const;
+    uint64_t GetGroup(uint32_t nLane) const;
+    int64_t LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const;
     const uint32_t* Row(uint32_t nRow) const { return m_pRows[nRow].w; }
     const uint32_t* Mask() const { return m_pRows[s_nMaskRow].w; }
     /// The barrier that the block has come to last.
@@ -132,7 +142,6 @@ private:
     void RunSteady();
     void GroupOfLane(uint32_t nLane, uint64_t* pGroup) const;
     void LocalIdOfLane(uint32_t nLane, uint32_t* pId) const;
-    uint32_t LocalIndexOfLane(uint32_t nLane) const;
 
     /// What an open if, or a call with a condition, will go back to.
     struct SBranch
@@ -169,7 +178,9 @@ private:
     void Outside(const SMicroOp& step);
 
     // Memory, in BlockMemory.cpp
-    void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory);
+    /// \param nBytes  0 if the memory hasn't got bytes
+    void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory,
+                  uint32_t nBytes = 0, bool bReadOnly = false);
     void RecordAccess(const SMicroOp& step, const SAccess& access);
     void Access(const SMicroOp& step, const SAccess& access);
     void GlobalAccess(const SMicroOp& step, const SAccess& access);
@@ -196,7 +207,6 @@ private:
     const SMemoryRange* FindMemory(uint64_t nAddress);
     uint64_t Address(const SAccess& access, uint32_t nLane) const;
     uint64_t ScaledAddress(const SAccess& access, uint32_t nIndex) const;
-    int64_t LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const;
     uint32_t AnyBits(const uint32_t* pValues) const;
     bool IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const;
     void LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale);

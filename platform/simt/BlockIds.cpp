@@ -19,11 +19,14 @@ void CBlock::LocalIdOfLane(uint32_t nLane, uint32_t* pId) const
     pId[2] = static_cast<uint32_t>(nIndex / pSize[0] / pSize[1]);
 }
 
+uint64_t CBlock::GetGroup(uint32_t nLane) const
+{
+    return m_nFirstGroup + (m_Context.nGroupsPerBlock > 1 ? nLane / m_Context.nGroupSize : 0);
+}
+
 void CBlock::GroupOfLane(uint32_t nLane, uint64_t* pGroup) const
 {
-    uint64_t nGroup = m_nFirstGroup;
-    if (m_Context.nGroupsPerBlock > 1)
-        nGroup += nLane / m_Context.nGroupSize;
+    const uint64_t nGroup = GetGroup(nLane);
     pGroup[0] = nGroup % m_Context.nGroups[0];
     pGroup[1] = nGroup / m_Context.nGroups[0] % m_Context.nGroups[1];
     pGroup[2] = nGroup / m_Context.nGroups[0] / m_Context.nGroups[1];

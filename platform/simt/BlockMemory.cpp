@@ -67,9 +67,10 @@ void PrefetchBehind(const unsigned char* pData, uint32_t nBytes)
 
 } // namespace
 
-void CBlock::CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory)
+void CBlock::CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory,
+                      uint32_t nBytes, bool bReadOnly)
 {
-    m_Context.CountBadAccess({step.nInstruction, GetWorkItem(nLane), nAddress, bWrite, eMemory});
+    m_Context.CountBadAccess({step.nInstruction, GetWorkItem(nLane), nAddress, bWrite, eMemory, nBytes, bReadOnly});
 }
 
 uint64_t CBlock::Address(const SAccess& access, uint32_t nLane) const
@@ -302,6 +303,7 @@ void CBlock::GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nL
     const uint64_t nAddress = Address(access, nLane) & ~nIgnored;
     const uint32_t nElements = bAtomic ? 1 : access.nWords;
     bool bBad = false;
+    bool bReadOnly = false;
     uint64_t nBadAddress = 0;
     for (uint32_t n = 0; n < nElements; ++n)
     {
@@ -321,10 +323,11 @@ void CBlock::GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nL
         if (bInside)
             continue;
         nBadAddress = bBad ? nBadAddress : (bAtomic ? Address(access, nLane) : nElement);
+        bReadOnly = bBad ? bReadOnly : pRange && pRange->bReadOnly && !bLoad;
         bBad = true;
     }
     if (bBad)
-        CountBad(step, nLane, nBadAddress, !bLoad, SBadAccess::Global);
+        CountBad(step, nLane, nBadAddress, !bLoad, SBadAccess::Global, access.nElementBytes, bReadOnly);
 }
 
 /// Where the lowest of the lanes' elements lies, if all of them are inside one memory object; null otherwise.
@@ -537,7 +540,7 @@ void CBlock::LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLa
         const int64_t nOffset = LocalOffset(area, nAddress, access.nElementBytes);
         LocalAtomic(access, nLane, nOffset < 0 ? nullptr : pGroup + nOffset);
         if (nOffset < 0)
-            CountBad(step, nLane, nAddress, true, SBadAccess::Local);
+            CountBad(step, nLane, nAddress, true, SBadAccess::Local, access.nElementBytes);
         return;
     }
     bool bBad = false;
@@ -551,7 +554,7 @@ void CBlock::LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLa
         bBad = bBad || nOffset < 0;
     }
     if (bBad)
-        CountBad(step, nLane, nAddress, access.eOperation != SAccess::Load, SBadAccess::Local);
+        CountBad(step, nLane, nAddress, access.eOperation != SAccess::Load, SBadAccess::Local, TotalBytes(access));
 }
 
 void CBlock::LocalAccess(const SMicroOp& step, const SAccess& access)

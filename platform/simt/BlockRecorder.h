@@ -32,6 +32,8 @@ public:
     virtual void Accessed(const CBlock& /*block*/, const SMicroOp& /*step*/, const SAccess& /*access*/) {}
     /// Whether it looks at memory, in which nothing may be held back then.
     virtual bool SeesMemory() const { return false; }
+    /// The block has come to a barrier; what it executes from here on comes after what others did in front of theirs.
+    virtual void Barrier() {}
     virtual void OpenLoop(uint32_t /*nStart*/, uint32_t /*nEnd*/) {}
     virtual void NextPass() {}
     virtual void CloseLoop() {}

@@ -113,7 +113,7 @@ void CBlock::PrivateLane(const SMicroOp& step, const SAccess& access, uint32_t n
         }
     }
     if (bBad)
-        CountBad(step, nLane, nFirst, !bLoad, SBadAccess::Private);
+        CountBad(step, nLane, nFirst, !bLoad, SBadAccess::Private, TotalBytes(access));
 }
 
 void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)

@@ -12,6 +12,7 @@
 #include "platform/simt/TraceRecorder.h"
 #include "platform/simt/WorkerPool.h"
 #include "platform/simt/checks/AccessRecorder.h"
+#include "platform/simt/checks/CheckRecorder.h"
 #include "platform/simt/checks/Profile.h"
 #include "platform/simt/checks/VisitCounts.h"
 
@@ -39,12 +40,15 @@ public:
     /// \param pVisits  what takes the counts of visits; null for none
     /// \param pProfile  what takes the profile; null for none
     /// \param pAccesses  what takes the accesses that are watched; null for none
+    /// \param pChecks  what takes findings; null for none
     CGroupRunner(SLaunchContext& context, const CProgram& program, uint32_t nThread, CVisitTotals* pVisits,
-                 CProfileTotals* pProfile, std::vector<SPlatformAccess>* pAccesses)
+                 CProfileTotals* pProfile, std::vector<SPlatformAccess>* pAccesses, SCheckTotals* pChecks)
         : m_Context(context), m_Pending(nThread),
           m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
     {
         m_vDone.reserve(context.nBlocksPerGroup);
+        if (pChecks)
+            m_pChecks = std::make_unique<SThreadChecks>(*pChecks);
         unsigned char* const pLocal = reinterpret_cast<unsigned char*>(m_vLocal.data());
         for (uint32_t n = 0; n < context.nBlocksPerGroup; ++n)
         {
@@ -57,6 +61,8 @@ public:
                 m_vRecorders.push_back(std::make_unique<CProfileRecorder>(*pProfile));
             else if (pVisits)
                 m_vRecorders.push_back(std::make_unique<CVisitCounts>(*pVisits));
+            else if (pChecks)
+                m_vRecorders.push_back(std::make_unique<CCheckRecorder>(*m_pChecks, n == 0));
         }
     }
 
@@ -120,6 +126,7 @@ private:
     CPendingAdds m_Pending;
     std::vector<uint64_t> m_vLocal;
     std::vector<std::unique_ptr<CBlock>> m_vBlocks;
+    std::unique_ptr<SThreadChecks> m_pChecks;
     std::vector<std::unique_ptr<IBlockRecorder>> m_vRecorders; ///< by block, or none
     std::vector<bool> m_vDone;
 };
@@ -187,6 +194,18 @@ SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
     }
 }
 
+uint64_t SLaunchContext::FindWorkItem(uint64_t nGroup, uint32_t nIndex) const
+{
+    const uint64_t nPlace[3] = {nGroup % nGroups[0], nGroup / nGroups[0] % nGroups[1],
+                                nGroup / nGroups[0] / nGroups[1]};
+    const size_t* const pSize = launch.nLocalSize;
+    const uint64_t nId[3] = {nIndex % pSize[0], nIndex / pSize[0] % pSize[1], nIndex / pSize[0] / pSize[1]};
+    uint64_t nItem = 0;
+    for (int n = 2; n >= 0; --n)
+        nItem = nItem * launch.nGlobalSize[n] + nPlace[n] * pSize[n] + nId[n];
+    return nItem;
+}
+
 /// Keeps the access of the lowest work-item, its first, so that every run gives the same record.
 void SLaunchContext::CountBadAccess(const SBadAccess& access)
 {
@@ -194,13 +213,28 @@ void SLaunchContext::CountBadAccess(const SBadAccess& access)
     if (nBadAccesses++ == 0 || access.nWorkItem < firstBadAccess.nWorkItem)
         firstBadAccess = access;
     KeepFault({access, false});
+    if (!pFindings || !(launch.nChecks & PLATFORM_CHECK_MEMORY))
+        return;
+    const EPlatformFinding eKind = access.bReadOnly ? PLATFORM_FINDING_READ_ONLY : PLATFORM_FINDING_OUTSIDE;
+    SPlatformFinding finding = MakeFinding(eKind, access.nInstruction, access.nWorkItem);
+    finding.nMemory = access.eMemory;
+    finding.bWrite = access.bWrite;
+    finding.nAddress = access.nAddress;
+    finding.nBytes = access.nBytes;
+    pFindings->Add(finding);
 }
 
 void SLaunchContext::CountUnreachedBarrier(uint32_t nInstruction, uint64_t nWorkItem)
 {
     std::lock_guard<std::mutex> lock(faultMutex);
     ++nUnreachedBarriers;
-    KeepFault({{nInstruction, nWorkItem, 0, false, SBadAccess::Global}, true});
+    SFaultRecord fault;
+    fault.access.nInstruction = nInstruction;
+    fault.access.nWorkItem = nWorkItem;
+    fault.bBarrier = true;
+    KeepFault(fault);
+    if (pFindings && (launch.nChecks & PLATFORM_CHECK_BARRIER))
+        pFindings->Add(MakeFinding(PLATFORM_FINDING_BARRIER, nInstruction, nWorkItem));
 }
 
 void SLaunchContext::Stop(bool bByBreak, uint32_t nInstruction, uint64_t nWorkItem)
@@ -231,6 +265,22 @@ void SLaunchContext::KeepFault(const SFaultRecord& fault)
     vFaults.insert(vFaults.begin() + nPlace, fault);
 }
 
+namespace
+{
+
+/// For when the launch has ended.
+std::vector<SPlatformFinding> FinishChecks(SCheckTotals& checks)
+{
+    const SLaunchContext& context = checks.context;
+    if (checks.pGroups)
+        checks.pGroups->Report(checks.findings);
+    if (context.bStop && !context.bBroken && (context.launch.nChecks & PLATFORM_CHECK_BARRIER))
+        checks.findings.Add(MakeFinding(PLATFORM_FINDING_HANG, context.nStopInstruction, context.nStopWorkItem));
+    return checks.findings.List();
+}
+
+} // namespace
+
 SLaunchResult RunLaunch(const SLaunch& launch)
 {
     SLaunchResult result;
@@ -244,9 +294,18 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         CVisitTotals visits;
         CVisitTotals* const pVisits = bRecorded && launch.bCountVisits && program.IsTraceable() ? &visits : nullptr;
         CProfileTotals profile;
+        const bool bChecks = launch.nChecks != 0 && !bRecorded && !bWatch && !bProfile;
         if (context.nGroupCount == 0 || context.nGroupSize == 0)
             return result;
         const uint64_t nJobs = (context.nGroupCount + context.nGroupsPerBlock - 1) / context.nGroupsPerBlock;
+        std::unique_ptr<SCheckTotals> pChecks;
+        if (bChecks)
+        {
+            pChecks = std::make_unique<SCheckTotals>(context);
+            context.pFindings = &pChecks->findings;
+        }
+        const uint32_t nAccessChecks = PLATFORM_CHECK_MEMORY | PLATFORM_CHECK_RACE | PLATFORM_CHECK_ALIGNMENT;
+        SCheckTotals* const pAccessChecks = launch.nChecks & nAccessChecks ? pChecks.get() : nullptr;
         CWorkerPool& pool = CWorkerPool::Get();
         std::atomic<bool> bNoMemory(false);
         const uint64_t nAllowed =
@@ -266,7 +325,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             try
             {
                 CGroupRunner runner(context, program, nThread, pVisits, bProfile ? &profile : nullptr,
-                                    bWatch ? &result.vAccesses : nullptr);
+                                    bWatch ? &result.vAccesses : nullptr, pAccessChecks);
                 for (auto nTurn = shares.Take(nThread); nTurn && !context.bStop; nTurn = shares.Take(nThread))
                 {
                     schedule.Pause(*nTurn);
@@ -285,6 +344,8 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         result.nUnreachedBarriers = context.nUnreachedBarriers;
         result.vFaults.swap(context.vFaults);
         result.vVisits = visits.Take();
+        if (pChecks)
+            result.vFindings = FinishChecks(*pChecks);
         if (bProfile)
             result.vProfile = profile.Spread(program);
         result.nStopInstruction = context.nStopInstruction;
@@ -292,7 +353,8 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         if (context.bStop)
             result.eStatus = context.bBroken ? SLaunchResult::Broken : SLaunchResult::InstructionLimit;
         // A thread without memory leaves its groups to the others; only if there was none are they undone.
-        else if (bNoMemory && shares.IsAnyLeft())
+        // What is checked needs memory under way, so that a group may not have ended.
+        else if (bNoMemory && (bChecks || shares.IsAnyLeft()))
             result.eStatus = SLaunchResult::OutOfMemory;
     }
     catch (const std::bad_alloc&)

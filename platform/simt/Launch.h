@@ -82,14 +82,16 @@ struct SLaunch
     std::map<uint32_t, SImageBinding> mapResources; ///< images read, by resource number
     std::map<uint32_t, SImageBinding> mapUavImages; ///< images written, by UAV number
     std::map<uint32_t, SSamplerBinding> mapSamplers;
-    uint32_t nDynamicLocalBytes = 0;           ///< local memory arguments, behind what the IL declares
-    uint64_t nInstructionLimit = 0;            ///< instructions a work-group may execute; 0 means none
-    uint32_t nMaxThreads = 0;                  ///< threads that may run it; 0 for one a core
-    uint64_t nSchedule = 0;                    ///< shakes the order of groups and threads; 0 leaves it as it comes
-    ITraceSink* pTrace = nullptr;              ///< a traced launch runs on one thread
-    bool bCountVisits = false;                 ///< SLaunchResult::vVisits; a traced launch isn't counted
-    std::optional<SPlatformWatch> watch;       ///< SLaunchResult::vAccesses, on one thread; addresses; likewise
-    bool bKeepProfile = false;                 ///< SLaunchResult::vProfile, in place of visits; likewise
+    uint32_t nDynamicLocalBytes = 0;     ///< local memory arguments, behind what the IL declares
+    uint64_t nInstructionLimit = 0;      ///< instructions a work-group may execute; 0 means none
+    uint32_t nMaxThreads = 0;            ///< threads that may run it; 0 for one a core
+    uint64_t nSchedule = 0;              ///< shakes the order of groups and threads; 0 leaves it as it comes
+    ITraceSink* pTrace = nullptr;        ///< a traced launch runs on one thread
+    bool bCountVisits = false;           ///< SLaunchResult::vVisits; a traced launch isn't counted
+    std::optional<SPlatformWatch> watch; ///< SLaunchResult::vAccesses, on one thread; addresses; likewise
+    bool bKeepProfile = false;           ///< SLaunchResult::vProfile, in place of visits; likewise
+    /// Of EPlatformCheck: SLaunchResult::vFindings. A launch that is recorded otherwise isn't checked.
+    uint32_t nChecks = 0;
     const std::atomic<bool>* pBreak = nullptr; ///< true ends it; may be null
     const void* pOwner = nullptr;              ///< what threads wait for that may help (CWorkerPool::HelpWhile)
 };
@@ -110,6 +112,8 @@ struct SBadAccess
         Image      ///< the address is the x coordinate
     };
     EMemory eMemory = Global;
+    uint32_t nBytes = 0;    ///< accessed; 0 if the memory hasn't got bytes
+    bool bReadOnly = false; ///< there is memory, but it mustn't be written
 };
 
 /// A fault that is told of by itself.
@@ -139,8 +143,9 @@ struct SLaunchResult
     /// By instruction, if it was asked for: how many work-items came to it, over all passes and calls, as the trace has
     /// them active. Ends with the last one that any came to. Empty for a program of which no trace can be made.
     std::vector<uint64_t> vVisits;
-    std::vector<SPlatformProfile> vProfile; ///< by instruction, if it was asked for
-    std::vector<SPlatformAccess> vAccesses; ///< those that are watched, the first 65,536
+    std::vector<SPlatformProfile> vProfile;  ///< by instruction, if it was asked for
+    std::vector<SPlatformFinding> vFindings; ///< by instruction, if checks were asked for
+    std::vector<SPlatformAccess> vAccesses;  ///< those that are watched, the first 65,536
 };
 
 constexpr size_t s_nFaultRecords = 64;

@@ -1,0 +1,71 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_CHECKRECORDER_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_CHECKRECORDER_H
+
+#include <memory>
+#include <vector>
+
+#include "platform/simt/BlockRecorder.h"
+#include "platform/simt/checks/Findings.h"
+#include "platform/simt/checks/GroupRaces.h"
+#include "platform/simt/checks/IntervalRaces.h"
+
+namespace KestrelPlatform
+{
+
+/// What a launch is checked for, and what has been found.
+struct SCheckTotals
+{
+    explicit SCheckTotals(const SLaunchContext& context);
+
+    const SLaunchContext& context;
+    CFindings findings;
+    std::unique_ptr<CGroupRaces> pGroups; ///< null if races aren't looked for
+    std::vector<uint32_t> vInstructions;  ///< by number of the access
+};
+
+/// What the blocks of one thread share.
+struct SThreadChecks
+{
+    explicit SThreadChecks(SCheckTotals& totalsIn) : totals(totalsIn) {}
+    ~SThreadChecks() { totals.findings.AddAll(findings); }
+    SThreadChecks(const SThreadChecks&) = delete;
+    SThreadChecks& operator=(const SThreadChecks&) = delete;
+
+    SCheckTotals& totals;
+    CFindings findings;
+    CIntervalRaces races;
+};
+
+/// Checks the accesses of a block: whether they are aligned, and whether they race.
+class CCheckRecorder : public IBlockRecorder
+{
+public:
+    /// \param bFirst  the first one of its thread
+    CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(checks), m_bFirst(bFirst) {}
+
+    void Start(const CBlock& block) override;
+    void Flow(const CBlock& /*block*/, uint32_t /*nInstruction*/) override {}
+    void Written(const CBlock& /*block*/, const SCode& /*code*/, const SMicroOp& /*step*/) override {}
+    void Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access) override;
+    void Barrier() override { ++m_nInterval; }
+
+private:
+    void CheckAlignment(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    void CheckRaces(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    bool FindPlace(const CBlock& block, const SAccess& access, uint32_t nLane, SRaceAccess& race);
+    void TouchGroups();
+    void Report(const CBlock& block, const SMicroOp& step, const SAccess& access, uint32_t nLane,
+                const SRaceAccess& race);
+
+    SThreadChecks& m_Checks;
+    const bool m_bFirst;
+    uint32_t m_nInterval = 0;
+    std::vector<uint64_t> m_vAddresses; ///< of the access under way, from the block's first lane
+    std::vector<SRaceAccess> m_vGlobal; ///< its parts that touch one memory object
+    uint32_t m_nRange = 0;              ///< which
+    std::vector<SIntervalRace> m_vRaces;
+};
+
+} // namespace KestrelPlatform
+
+#endif

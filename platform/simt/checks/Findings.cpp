@@ -1,0 +1,94 @@
+#include "platform/simt/checks/Findings.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace KestrelPlatform
+{
+
+namespace
+{
+
+const size_t s_nMostPlaces = 4096;
+const uint32_t s_nNamedItems = sizeof(SPlatformFinding::items) / sizeof(SPlatformFinding::items[0]);
+
+/// Keeps the lowest ones of both.
+void MergeItems(SPlatformFinding& to, const SPlatformFinding& from)
+{
+    uint64_t items[2 * s_nNamedItems];
+    uint64_t* const pEnd = std::set_union(to.items, to.items + to.nItems, from.items, from.items + from.nItems, items);
+    to.nItems = std::min(static_cast<uint32_t>(pEnd - items), s_nNamedItems);
+    std::copy_n(items, to.nItems, to.items);
+}
+
+/// A pair is the same whichever of both came first.
+SPlatformFinding PutInOrder(SPlatformFinding finding)
+{
+    if (finding.nKind != PLATFORM_FINDING_RACE || finding.nInstruction <= finding.nOther)
+        return finding;
+    std::swap(finding.nInstruction, finding.nOther);
+    std::swap(finding.nWorkItem, finding.nOtherItem);
+    std::swap(finding.bWrite, finding.bOtherWrite);
+    std::swap(finding.values[0], finding.values[1]);
+    finding.items[0] = finding.nWorkItem;
+    return finding;
+}
+
+void Merge(SPlatformFinding& to, const SPlatformFinding& from)
+{
+    SPlatformFinding merged = to;
+    const auto order = [](const SPlatformFinding& finding)
+    { return std::tie(finding.nWorkItem, finding.nOtherItem, finding.nAddress); };
+    // Values that differ tell more than those that happen to be equal.
+    if (from.bUnequal != to.bUnequal ? from.bUnequal != 0 : order(from) < order(to))
+        merged = from;
+    std::copy_n(to.items, s_nNamedItems, merged.items);
+    merged.nItems = to.nItems;
+    MergeItems(merged, from);
+    merged.nCount = to.nCount + from.nCount;
+    to = merged;
+}
+
+} // namespace
+
+SPlatformFinding MakeFinding(EPlatformFinding eKind, uint32_t nInstruction, uint64_t nWorkItem)
+{
+    SPlatformFinding finding = {};
+    finding.nKind = eKind;
+    finding.nInstruction = nInstruction;
+    finding.nOther = ~0u;
+    finding.nCount = 1;
+    finding.nWorkItem = nWorkItem;
+    finding.nItems = 1;
+    finding.items[0] = nWorkItem;
+    return finding;
+}
+
+void CFindings::Add(const SPlatformFinding& found)
+{
+    const SPlatformFinding finding = PutInOrder(found);
+    const Key key(finding.nInstruction, finding.nKind, finding.nOther, finding.nMemory, finding.bWrite);
+    const auto [it, bNew] = m_mapByPlace.insert({key, finding});
+    if (!bNew)
+        Merge(it->second, finding);
+    else if (m_mapByPlace.size() > s_nMostPlaces)
+        m_mapByPlace.erase(std::prev(m_mapByPlace.end())); // the same ones are left whatever the order
+}
+
+void CFindings::AddAll(const CFindings& other)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    for (const auto& [key, finding] : other.m_mapByPlace)
+        Add(finding);
+}
+
+std::vector<SPlatformFinding> CFindings::List() const
+{
+    std::vector<SPlatformFinding> vFindings;
+    for (const auto& [key, finding] : m_mapByPlace)
+        vFindings.push_back(finding);
+    return vFindings;
+}
+
+} // namespace KestrelPlatform

@@ -1,0 +1,38 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_FINDINGS_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_FINDINGS_H
+
+#include <map>
+#include <mutex>
+#include <tuple>
+#include <vector>
+
+#include "platform/simt/Launch.h"
+
+namespace KestrelPlatform
+{
+
+/// A finding of one access, one pair of accesses, or one barrier.
+SPlatformFinding MakeFinding(EPlatformFinding eKind, uint32_t nInstruction, uint64_t nWorkItem);
+
+/// What checks have found, by place. All of one place are one finding, which tells of the lowest work-item, so that it
+/// is the same in whichever order they come, and however many there are.
+class CFindings
+{
+public:
+    /// Throws std::bad_alloc.
+    void Add(const SPlatformFinding& finding);
+    /// The same from any thread.
+    void AddAll(const CFindings& other);
+    /// By instruction.
+    std::vector<SPlatformFinding> List() const;
+
+private:
+    typedef std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, int32_t> Key;
+
+    std::mutex m_Mutex;
+    std::map<Key, SPlatformFinding> m_mapByPlace;
+};
+
+} // namespace KestrelPlatform
+
+#endif
