@@ -89,6 +89,7 @@ COptionParser::COptionParser() : m_pApp(std::make_unique<CLI::App>("Single-steps
     AddCompiler();
     AddPrograms();
     AddCover();
+    AddCheck();
     m_pApp->add_subcommand("completion", "Print what a shell needs to complete these commands")
         ->add_option("SHELL", m_Options.strShell, "bash, zsh or fish")
         ->required()
@@ -205,6 +206,24 @@ void COptionParser::AddCover()
     pWho->add_option("LAUNCH", m_Options.strLaunch, "launch file (JSON)")->required();
     pWho->add_option("ELEMENT", m_Options.strElement, "an argument's name and a number, as in out[5]")->required();
     pWho->add_flag("--json", m_Options.cover.bJson, "as JSON");
+}
+
+void COptionParser::AddCheck()
+{
+    SCheckOptions& check = m_Options.check;
+    CLI::App* pCommand =
+        m_pApp->add_subcommand("check", "Run launch files and say what their kernels do wrong, and at which lines");
+    pCommand->add_option("LAUNCH", check.vLaunches, "launch files (JSON)")->required();
+    pCommand
+        ->add_option("--checks", check.vChecks,
+                     "of memory, race, barrier and alignment, with commas; all but the last if missing")
+        ->delimiter(',')
+        ->check(CLI::IsMember({"memory", "race", "barrier", "alignment"}));
+    pCommand->add_option("--suppress", check.strSuppressions, "file with findings that aren't wanted");
+    pCommand->add_option("--limit", check.nLimit, "instructions after which a work-group counts as one that hangs");
+    pCommand->add_flag("--json", check.bJson, "findings as JSON");
+    pCommand->add_option("--sarif", check.strSarif, "write them as SARIF too");
+    pCommand->add_option("--junit", check.strJUnit, "write them as JUnit's XML too");
 }
 
 std::optional<int> COptionParser::Read(int argc, char** argv, SOptions& options)

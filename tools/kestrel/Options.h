@@ -1,6 +1,7 @@
 #ifndef KESTREL_TOOLS_OPTIONS_H
 #define KESTREL_TOOLS_OPTIONS_H
 
+#include "tools/kestrel/check/CheckCommand.h"
 #include "tools/kestrel/command/DebugSession.h"
 #include "tools/kestrel/cover/CoverCommands.h"
 
@@ -40,6 +41,7 @@ struct SOptions
     std::string strLaunches;
     bool bEmitC = false;
     SCoverOptions cover;
+    SCheckOptions check;
     std::string strElement;
 };
 
@@ -64,6 +66,7 @@ private:
     void AddCompiler();
     void AddPrograms();
     void AddCover();
+    void AddCheck();
     void AddScripts(CLI::App& command);
     /// A command that makes one file of another.
     CLI::App* AddConverter(const char* pszName, const char* pszInput, const char* pszText);

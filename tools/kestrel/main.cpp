@@ -239,6 +239,11 @@ int Who(const SOptions& options)
     return EXIT_GOOD;
 }
 
+int Check(const SOptions& options)
+{
+    return CheckLaunches(OpenLibraries(options), options.check, std::cout);
+}
+
 int Manual(const SOptions& options)
 {
     return Deliver(options,
@@ -279,7 +284,8 @@ int Complete(const SOptions& options)
 const std::pair<const char*, int (*)(const SOptions&)> s_Commands[] = {
     {"run", Run},         {"step", Step}, {"debug", Debug}, {"asm", Assemble},  {"disasm", Disassemble},
     {"cc", Compile},      {"info", Info}, {"new", New},     {"manual", Manual}, {"completion", Complete},
-    {"capture", Capture}, {"exec", Exec}, {"cover", Cover}, {"profile", Cover}, {"who", Who}};
+    {"capture", Capture}, {"exec", Exec}, {"cover", Cover}, {"profile", Cover}, {"check", Check},
+    {"who", Who}};
 
 int RunCommandLine(int argc, char** argv)
 {

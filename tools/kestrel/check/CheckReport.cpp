@@ -1,0 +1,209 @@
+#include "tools/kestrel/check/CheckReport.h"
+
+#include "tools/kestrel/Files.h"
+#include "tools/kestrel/KernelText.h"
+#include "tools/kestrel/PlatformDoor.h"
+#include "tools/kestrel/check/CheckWords.h"
+#include "tools/kestrel/debug/Faults.h"
+#include "tools/kestrel/debug/SourceLines.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <tuple>
+#include <utility>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+/// Checks runs while it lives.
+class CCheckSwitch
+{
+public:
+    CCheckSwitch(const SPlatformControl& control, uint32_t nChecks, uint64_t nLimit) : m_Control(control)
+    {
+        m_Control.SetChecks(nChecks);
+        m_Control.SetInstructionLimit(nLimit);
+    }
+    ~CCheckSwitch()
+    {
+        m_Control.SetChecks(0);
+        m_Control.SetInstructionLimit(0);
+    }
+    CCheckSwitch(const CCheckSwitch&) = delete;
+    CCheckSwitch& operator=(const CCheckSwitch&) = delete;
+
+private:
+    const SPlatformControl& m_Control;
+};
+
+template <class T>
+std::vector<T> TakeAll(uint32_t (*pfGet)(T*, uint32_t))
+{
+    std::vector<T> vAll(pfGet(nullptr, 0));
+    pfGet(vAll.data(), static_cast<uint32_t>(vAll.size()));
+    return vAll;
+}
+
+const char* NameCheck(uint32_t nKind)
+{
+    switch (nKind)
+    {
+    case PLATFORM_FINDING_RACE:
+        return "race";
+    case PLATFORM_FINDING_BARRIER:
+    case PLATFORM_FINDING_HANG:
+        return "barrier";
+    case PLATFORM_FINDING_MISALIGNED:
+        return "alignment";
+    default:
+        return "memory";
+    }
+}
+
+/// How much a finding says: of those of the same lines the one with the most is told.
+auto Weight(const SPlatformFinding& finding)
+{
+    return std::make_tuple(finding.bUnequal, finding.bWrite + finding.bOtherWrite, finding.bValues, ~finding.nWorkItem,
+                           ~finding.nOtherItem);
+}
+
+} // namespace
+
+bool SCheckPlace::operator<(const SCheckPlace& other) const
+{
+    return std::tie(strFile, nLine) < std::tie(other.strFile, other.nLine);
+}
+
+CCheckReport::CCheckReport(uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions)
+    : m_nChecks(nChecks), m_nLimit(nLimit), m_Suppressions(std::move(suppressions))
+{
+}
+
+void CCheckReport::Run(const CLibraries& libraries, CLaunch& launch)
+{
+    const SPlatformControl* const pControl = FindPlatformControl(libraries);
+    if (pControl == nullptr)
+    {
+        throw CPlatformError("this platform checks nothing; the software platform does");
+    }
+    {
+        const CCheckSwitch checks(*pControl, m_nChecks, m_nLimit);
+        try
+        {
+            launch.Run();
+        }
+        catch (const CPlatformError&)
+        {
+            // A run that is stopped at its limit is a finding.
+            SPlatformEnd end = {};
+            pControl->GetLastEnd(&end);
+            if (end.nEnd != PLATFORM_END_LIMIT)
+            {
+                throw;
+            }
+        }
+    }
+    ++m_nLaunches;
+    Take(TakeAll(pControl->GetFindings), TakeAll(pControl->GetLastBuffers), launch);
+}
+
+const std::vector<std::string>& CCheckReport::ReadSource(const std::string& strFile, const SLaunchFile& launch)
+{
+    const auto [it, bNew] = m_mapSources.insert({strFile, {}});
+    if (!bNew)
+    {
+        return it->second;
+    }
+    const std::string strFolder = std::filesystem::path(launch.strPath).parent_path().string();
+    for (const std::string& strPath : {strFile, (std::filesystem::path(strFolder) / strFile).string()})
+    {
+        try
+        {
+            return it->second = SplitLines(ReadFileBytes(strPath));
+        }
+        catch (const CFileError&)
+        {
+            continue; // lines are told without their text
+        }
+    }
+    return it->second;
+}
+
+void CCheckReport::Take(const std::vector<SPlatformFinding>& vRaw, const std::vector<SPlatformBuffer>& vBuffers,
+                        const CLaunch& launch)
+{
+    const std::vector<char> vBinary = launch.ReadBinary();
+    const std::string& strKernel = launch.GetFile().strKernel;
+    const std::vector<std::string> vMetadata = ReadMetadata(vBinary, strKernel);
+    const CListing listing = ReadListing(vBinary, ReadLabel(vMetadata));
+    const CCheckWords words(vBuffers, ReadArguments(vMetadata));
+    const auto find = [&](uint32_t nInstruction)
+    {
+        const unsigned int nLine = listing.GetLineOfInstruction(nInstruction);
+        const std::optional<SSourceLine> source = ReadSourceLine(listing.GetPlace(nLine));
+        if (!source)
+        {
+            return SCheckPlace{strKernel + ".il", nLine, listing.GetLine(nLine)};
+        }
+        const std::vector<std::string>& vTexts = ReadSource(source->strFile, launch.GetFile());
+        const bool bThere = source->nLine > 0 && source->nLine <= vTexts.size();
+        return SCheckPlace{std::filesystem::path(source->strFile).lexically_normal().string(), source->nLine,
+                           bThere ? vTexts[source->nLine - 1] : ""};
+    };
+    for (const SPlatformFinding& raw : vRaw)
+    {
+        SCheckFinding finding;
+        finding.strCheck = NameCheck(raw.nKind);
+        finding.strKernel = strKernel;
+        finding.place = find(raw.nInstruction);
+        finding.other = raw.nKind == PLATFORM_FINDING_RACE ? find(raw.nOther) : SCheckPlace();
+        finding.strMessage = words.Describe(raw);
+        finding.strItems = words.NameItems(raw);
+        finding.finding = raw;
+        finding.nCount = raw.nCount;
+        Add(finding);
+    }
+}
+
+/// One of each check and line, or of two lines in either order.
+void CCheckReport::Add(const SCheckFinding& finding)
+{
+    const auto isIntended = [&finding, this](const SCheckPlace& place)
+    {
+        return m_Suppressions.Holds(finding.strCheck, finding.strKernel, place.nLine) ||
+               IsIntended(place.strText, finding.strCheck);
+    };
+    const bool bRace = finding.finding.nKind == PLATFORM_FINDING_RACE;
+    if (isIntended(finding.place) || (bRace && isIntended(finding.other)))
+    {
+        ++m_nSuppressed;
+        return;
+    }
+    const auto isSame = [&finding, bRace](const SCheckFinding& known)
+    {
+        if (known.strKernel != finding.strKernel || known.finding.nKind != finding.finding.nKind)
+        {
+            return false;
+        }
+        return bRace ? std::minmax(known.place, known.other) == std::minmax(finding.place, finding.other)
+                     : known.place == finding.place && known.finding.nMemory == finding.finding.nMemory &&
+                           known.finding.bWrite == finding.finding.bWrite;
+    };
+    const auto it = std::find_if(m_vFindings.begin(), m_vFindings.end(), isSame);
+    if (it == m_vFindings.end())
+    {
+        m_vFindings.push_back(finding);
+        return;
+    }
+    const uint64_t nCount = it->nCount + finding.nCount;
+    if (Weight(it->finding) < Weight(finding.finding))
+    {
+        *it = finding;
+    }
+    it->nCount = nCount;
+}
+
+} // namespace KestrelTool

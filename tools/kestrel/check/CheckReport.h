@@ -1,0 +1,75 @@
+#ifndef KESTREL_TOOLS_CHECK_CHECKREPORT_H
+#define KESTREL_TOOLS_CHECK_CHECKREPORT_H
+
+#include "KestrelPlatform.h"
+#include "tools/kestrel/Launch.h"
+#include "tools/kestrel/check/Suppressions.h"
+#include "tools/kestrel/debug/KernelArguments.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+/// Where a finding is: a line of a source, counted from 1, or of a kernel's IL, counted from 0.
+struct SCheckPlace
+{
+    std::string strFile;
+    unsigned int nLine = 0;
+    std::string strText; ///< of the line; empty if it can't be read
+
+    bool operator<(const SCheckPlace& other) const;
+    bool operator==(const SCheckPlace& other) const { return strFile == other.strFile && nLine == other.nLine; }
+};
+
+/// Something wrong with a kernel, at one place or two.
+struct SCheckFinding
+{
+    std::string strCheck; ///< "memory", "race", "barrier" or "alignment"
+    std::string strKernel;
+    SCheckPlace place;
+    SCheckPlace other;        ///< of a race
+    std::string strMessage;   ///< what is wrong, in a line
+    std::string strItems;     ///< "work-items 3, 7, 11 and others"
+    SPlatformFinding finding; ///< its first one
+    uint64_t nCount = 0;
+};
+
+/// What launches do wrong.
+class CCheckReport
+{
+public:
+    /// \param nChecks  a set of EPlatformCheck
+    /// \param nLimit  instructions that a work-group may execute
+    CCheckReport(uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions);
+
+    /// Runs a launch and takes in what is found.
+    /// \throws CPlatformError
+    void Run(const CLibraries& libraries, CLaunch& launch);
+
+    /// By launch and place.
+    const std::vector<SCheckFinding>& GetFindings() const { return m_vFindings; }
+    size_t GetLaunches() const { return m_nLaunches; }
+    size_t GetSuppressed() const { return m_nSuppressed; }
+
+private:
+    void Take(const std::vector<SPlatformFinding>& vRaw, const std::vector<SPlatformBuffer>& vBuffers,
+              const CLaunch& launch);
+    void Add(const SCheckFinding& finding);
+    const std::vector<std::string>& ReadSource(const std::string& strFile, const SLaunchFile& launch);
+
+    const uint32_t m_nChecks;
+    const uint64_t m_nLimit;
+    const CSuppressions m_Suppressions;
+    std::map<std::string, std::vector<std::string>> m_mapSources;
+    std::vector<SCheckFinding> m_vFindings;
+    size_t m_nLaunches = 0;
+    size_t m_nSuppressed = 0;
+};
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,36 @@
+#ifndef KESTREL_TOOLS_CHECK_CHECKWORDS_H
+#define KESTREL_TOOLS_CHECK_CHECKWORDS_H
+
+#include "KestrelPlatform.h"
+#include "tools/kestrel/debug/KernelArguments.h"
+
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+/// Puts findings of a run into words.
+class CCheckWords
+{
+public:
+    /// \param vBuffers  of the run
+    CCheckWords(std::vector<SPlatformBuffer> vBuffers, std::vector<SKernelArgument> vArguments);
+
+    /// What is wrong, in a line.
+    std::string Describe(const SPlatformFinding& finding) const;
+    /// "work-items 3, 7, 11 and others"; of a race both.
+    std::string NameItems(const SPlatformFinding& finding) const;
+
+private:
+    std::string NamePlace(const SPlatformFinding& finding) const;
+    std::string NameExtent(const SPlatformFinding& finding) const;
+    const SPlatformBuffer* FindBuffer(uint64_t nAddress) const;
+
+    std::vector<SPlatformBuffer> m_vBuffers;
+    std::vector<SKernelArgument> m_vArguments;
+};
+
+} // namespace KestrelTool
+
+#endif

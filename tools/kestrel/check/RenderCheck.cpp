@@ -1,0 +1,174 @@
+#include "tools/kestrel/check/RenderCheck.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+using nlohmann::json;
+
+bool IsRace(const SCheckFinding& finding)
+{
+    return finding.finding.nKind == PLATFORM_FINDING_RACE;
+}
+
+std::string NameCheckPlace(const SCheckPlace& place)
+{
+    return place.strFile + ":" + std::to_string(place.nLine);
+}
+
+std::string RenderCheckPlace(const SCheckPlace& place)
+{
+    return place.strText.empty() ? std::string() : "  > " + std::to_string(place.nLine) + " | " + place.strText + "\n";
+}
+
+std::string NameTimes(uint64_t nCount)
+{
+    return nCount == 1 ? "once" : std::to_string(nCount) + " times";
+}
+
+json DescribePlace(const SCheckPlace& place)
+{
+    return {{"file", place.strFile}, {"line", place.nLine}, {"text", place.strText}};
+}
+
+json MakeLocation(const SCheckPlace& place)
+{
+    // Lines of IL count from 0, those of this format from 1.
+    return {{"physicalLocation",
+             {{"artifactLocation", {{"uri", place.strFile}}}, {"region", {{"startLine", std::max(place.nLine, 1u)}}}}}};
+}
+
+std::string EscapeXml(const std::string& strText)
+{
+    std::string strEscaped;
+    for (const char c : strText)
+    {
+        switch (c)
+        {
+        case '&':
+            strEscaped += "&amp;";
+            break;
+        case '<':
+            strEscaped += "&lt;";
+            break;
+        case '>':
+            strEscaped += "&gt;";
+            break;
+        case '"':
+            strEscaped += "&quot;";
+            break;
+        default:
+            strEscaped += static_cast<unsigned char>(c) < 0x20 ? ' ' : c;
+        }
+    }
+    return strEscaped;
+}
+
+} // namespace
+
+std::string RenderCheck(const CCheckReport& report)
+{
+    std::ostringstream text;
+    for (const SCheckFinding& finding : report.GetFindings())
+    {
+        text << finding.strCheck << ": " << finding.strMessage << "\n  at " << NameCheckPlace(finding.place)
+             << ", kernel " << finding.strKernel << "\n"
+             << RenderCheckPlace(finding.place);
+        if (IsRace(finding) && !(finding.place == finding.other))
+        {
+            text << "  and " << NameCheckPlace(finding.other) << "\n" << RenderCheckPlace(finding.other);
+        }
+        text << "  " << finding.strItems << "; " << NameTimes(finding.nCount) << "\n\n";
+    }
+    const size_t nFindings = report.GetFindings().size();
+    text << (nFindings == 0 ? "nothing found" : std::to_string(nFindings) + (nFindings == 1 ? " finding" : " findings"))
+         << " in " << report.GetLaunches() << (report.GetLaunches() == 1 ? " launch" : " launches");
+    if (report.GetSuppressed() > 0)
+    {
+        text << ", " << report.GetSuppressed() << " suppressed";
+    }
+    return text.str() + "\n";
+}
+
+json DescribeCheck(const CCheckReport& report)
+{
+    json findings = json::array();
+    for (const SCheckFinding& finding : report.GetFindings())
+    {
+        const SPlatformFinding& raw = finding.finding;
+        json described = {{"check", finding.strCheck},     {"kernel", finding.strKernel},
+                          {"message", finding.strMessage}, {"place", DescribePlace(finding.place)},
+                          {"count", finding.nCount},       {"address", raw.nAddress},
+                          {"bytes", raw.nBytes},           {"items", json::array()}};
+        if (IsRace(finding))
+        {
+            described["other"] = DescribePlace(finding.other);
+            described["items"] = {raw.nWorkItem, raw.nOtherItem};
+            described["equal"] = raw.bUnequal == 0;
+            described["groups"] = raw.bGroups != 0;
+        }
+        else
+        {
+            described["items"] = std::vector<uint64_t>(raw.items, raw.items + raw.nItems);
+        }
+        findings.push_back(described);
+    }
+    return {{"findings", findings}, {"launches", report.GetLaunches()}, {"suppressed", report.GetSuppressed()}};
+}
+
+json MakeSarif(const CCheckReport& report)
+{
+    json results = json::array();
+    for (const SCheckFinding& finding : report.GetFindings())
+    {
+        const bool bTwo = IsRace(finding) && !(finding.place == finding.other);
+        results.push_back({{"ruleId", finding.strCheck},
+                           {"level", "error"},
+                           {"message", {{"text", finding.strMessage + " (" + finding.strItems + ")"}}},
+                           {"locations", json::array({MakeLocation(finding.place)})},
+                           {"relatedLocations", bTwo ? json::array({MakeLocation(finding.other)}) : json::array()},
+                           {"occurrenceCount", finding.nCount}});
+    }
+    const json driver = {
+        {"name", "kestrel check"},
+        {"rules", json::array({{{"id", "memory"}}, {{"id", "race"}}, {{"id", "barrier"}}, {{"id", "alignment"}}})}};
+    return {{"version", "2.1.0"}, {"runs", json::array({{{"tool", {{"driver", driver}}}, {"results", results}}})}};
+}
+
+std::string MakeJUnit(const CCheckReport& report, const std::vector<std::string>& vChecks)
+{
+    std::ostringstream text;
+    size_t nFailed = 0;
+    std::ostringstream cases;
+    for (const std::string& strCheck : vChecks)
+    {
+        cases << "  <testcase classname=\"kestrel.check\" name=\"" << strCheck << "\">\n";
+        std::string strFailures;
+        for (const SCheckFinding& finding : report.GetFindings())
+        {
+            if (finding.strCheck == strCheck)
+            {
+                strFailures +=
+                    NameCheckPlace(finding.place) + ": " + finding.strMessage + " (" + finding.strItems + ")\n";
+            }
+        }
+        if (!strFailures.empty())
+        {
+            ++nFailed;
+            cases << "    <failure message=\"" << EscapeXml(strFailures.substr(0, strFailures.find('\n'))) << "\">"
+                  << EscapeXml(strFailures) << "</failure>\n";
+        }
+        cases << "  </testcase>\n";
+    }
+    text << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"kestrel check\" tests=\"" << vChecks.size()
+         << "\" failures=\"" << nFailed << "\">\n"
+         << cases.str() << "</testsuite>\n";
+    return text.str();
+}
+
+} // namespace KestrelTool
