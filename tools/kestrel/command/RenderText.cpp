@@ -61,7 +61,7 @@ std::string RenderStopped(const json& event)
         }
     }
     strText += NameReason(event) + Text(event["count"]) + " of " + Text(event["items"]) + " active";
-    strText += event["function"] == "" ? "\n" : " in " + RenderFunction(event) + "\n";
+    strText += event.value("function", "").empty() ? "\n" : " in " + RenderFunction(event) + "\n";
     return strText + RenderHere(event);
 }
 

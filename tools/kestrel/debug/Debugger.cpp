@@ -34,8 +34,8 @@ bool IsBinary(const SLaunchFile& file)
 } // namespace
 
 CDebugger::CDebugger(const CLibraries& libraries, const SLaunchFile& file, IEventSink& sink)
-    : m_Lib(libraries), m_pControl(FindPlatformControl(libraries)), m_Sink(sink), m_Launch(libraries, file), m_Runs(libraries),
-      m_Faults(m_pControl), m_Target(libraries, m_Launch), m_Extent(MakeExtent(file))
+    : m_Lib(libraries), m_pControl(FindPlatformControl(libraries)), m_Sink(sink), m_Launch(libraries, file),
+      m_Runs(libraries), m_Faults(m_pControl), m_Target(libraries, m_Launch), m_Extent(MakeExtent(file))
 {
     m_Target.SetWaiter([this] { ShowProgress(); });
     m_Target.SetBreaker(
