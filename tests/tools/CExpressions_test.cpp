@@ -178,26 +178,21 @@ void Check(CHostVariables& variables, const char* pszText, T result)
     }
 }
 
+// clang-format off
 #define CHECK_TEXT(expression) Check(variables, #expression, (expression))
 #define CHECK_BESIDE(x, op, y) CHECK_TEXT(x op y);
-#define CHECK_INTEGERS(x, op)                                                                                          \
-    CHECK_BESIDE(x, op, c)                                                                                             \
-    CHECK_BESIDE(x, op, uc)                                                                                            \
-    CHECK_BESIDE(x, op, s)                                                                                             \
-    CHECK_BESIDE(x, op, us) CHECK_BESIDE(x, op, i) CHECK_BESIDE(x, op, ui) CHECK_BESIDE(x, op, l)                      \
-        CHECK_BESIDE(x, op, ul)
+#define CHECK_INTEGERS(x, op) \
+    CHECK_BESIDE(x, op, c) CHECK_BESIDE(x, op, uc) CHECK_BESIDE(x, op, s) CHECK_BESIDE(x, op, us) \
+    CHECK_BESIDE(x, op, i) CHECK_BESIDE(x, op, ui) CHECK_BESIDE(x, op, l) CHECK_BESIDE(x, op, ul)
 #define CHECK_NUMBERS(x, op) CHECK_INTEGERS(x, op) CHECK_BESIDE(x, op, f) CHECK_BESIDE(x, op, d)
-#define CHECK_ALL_INTEGERS(op)                                                                                         \
-    CHECK_INTEGERS(c, op)                                                                                              \
-    CHECK_INTEGERS(uc, op)                                                                                             \
-    CHECK_INTEGERS(s, op)                                                                                              \
-    CHECK_INTEGERS(us, op) CHECK_INTEGERS(i, op) CHECK_INTEGERS(ui, op) CHECK_INTEGERS(l, op) CHECK_INTEGERS(ul, op)
-#define CHECK_ALL_NUMBERS(op)                                                                                          \
-    CHECK_NUMBERS(c, op)                                                                                               \
-    CHECK_NUMBERS(uc, op)                                                                                              \
-    CHECK_NUMBERS(s, op)                                                                                               \
-    CHECK_NUMBERS(us, op) CHECK_NUMBERS(i, op) CHECK_NUMBERS(ui, op) CHECK_NUMBERS(l, op) CHECK_NUMBERS(ul, op)        \
-        CHECK_NUMBERS(f, op) CHECK_NUMBERS(d, op)
+#define CHECK_ALL_INTEGERS(op) \
+    CHECK_INTEGERS(c, op) CHECK_INTEGERS(uc, op) CHECK_INTEGERS(s, op) CHECK_INTEGERS(us, op) \
+    CHECK_INTEGERS(i, op) CHECK_INTEGERS(ui, op) CHECK_INTEGERS(l, op) CHECK_INTEGERS(ul, op)
+#define CHECK_ALL_NUMBERS(op) \
+    CHECK_NUMBERS(c, op) CHECK_NUMBERS(uc, op) CHECK_NUMBERS(s, op) CHECK_NUMBERS(us, op) \
+    CHECK_NUMBERS(i, op) CHECK_NUMBERS(ui, op) CHECK_NUMBERS(l, op) CHECK_NUMBERS(ul, op) \
+    CHECK_NUMBERS(f, op) CHECK_NUMBERS(d, op)
+// clang-format on
 
 } // namespace
 
