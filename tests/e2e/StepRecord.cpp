@@ -16,7 +16,7 @@ using KestrelTool::SMaskView;
 namespace
 {
 
-bool StartsWith(const std::string& strText, const char* pszPrefix)
+bool HasPrefix(const std::string& strText, const char* pszPrefix)
 {
     return strText.rfind(pszPrefix, 0) == 0;
 }
@@ -24,8 +24,8 @@ bool StartsWith(const std::string& strText, const char* pszPrefix)
 /// Instructions that take work-items elsewhere than to the next instruction or into their own block, and entries.
 bool IsJump(const std::string& strMnemonic)
 {
-    return StartsWith(strMnemonic, "break") || StartsWith(strMnemonic, "continue") || StartsWith(strMnemonic, "ret") ||
-           StartsWith(strMnemonic, "call") || StartsWith(strMnemonic, "mcall") || strMnemonic == "func";
+    return HasPrefix(strMnemonic, "break") || HasPrefix(strMnemonic, "continue") || HasPrefix(strMnemonic, "ret") ||
+           HasPrefix(strMnemonic, "call") || HasPrefix(strMnemonic, "mcall") || strMnemonic == "func";
 }
 
 struct SDestination
@@ -40,7 +40,7 @@ SDestination GetDestination(const std::string& strLine)
     const size_t nStart = strLine.find(' ');
     const std::string strOperand =
         nStart != std::string::npos ? strLine.substr(nStart + 1, strLine.find(',') - nStart - 1) : std::string();
-    if (strOperand[0] == 'r' || strOperand[0] == 'x' || StartsWith(strOperand, "mem"))
+    if (strOperand[0] == 'r' || strOperand[0] == 'x' || HasPrefix(strOperand, "mem"))
     {
         const size_t nIndexEnd = strOperand.find(']');
         const size_t nPoint = strOperand.find('.', nIndexEnd != std::string::npos ? nIndexEnd : 0);
@@ -77,8 +77,8 @@ void CStepRecord::Record(const KestrelTool::CLibraries& libraries, KestrelTool::
         {
             const SStop& previous = m_vStops.back();
             stop.vProgress = previous.vProgress;
-            const bool bCall = StartsWith(m_pStructure->GetMnemonic(nInstruction), "call") ||
-                               StartsWith(m_pStructure->GetMnemonic(nInstruction), "mcall");
+            const bool bCall = HasPrefix(m_pStructure->GetMnemonic(nInstruction), "call") ||
+                               HasPrefix(m_pStructure->GetMnemonic(nInstruction), "mcall");
             const bool bEntered =
                 m_pStructure->GetFunction(nInstruction) != m_pStructure->GetFunction(previous.nInstruction);
             stop.nDepth = previous.nDepth + (bCall ? 0 : bEntered) - (bCall && previous.nDepth != 0);
@@ -120,7 +120,7 @@ void CStepRecord::FindBlocks()
     for (uint32_t n = 0; n < m_pStructure->GetInstructionCount(); ++n)
     {
         const std::string strMnemonic = m_pStructure->GetMnemonic(n);
-        if (StartsWith(strMnemonic, "if") || strMnemonic == "whileloop" || strMnemonic == "switch")
+        if (HasPrefix(strMnemonic, "if") || strMnemonic == "whileloop" || strMnemonic == "switch")
         {
             vOpen.push_back({n, 0, 0});
         }
@@ -184,7 +184,7 @@ std::optional<uint32_t> CStepRecord::GetSkipEnd(uint32_t nInstruction, const std
 {
     for (const SBlock& block : m_vBlocks)
     {
-        const bool bIf = StartsWith(m_pStructure->GetMnemonic(block.nStart), "if");
+        const bool bIf = HasPrefix(m_pStructure->GetMnemonic(block.nStart), "if");
         const bool bLoop = m_pStructure->GetLoopEnd(block.nStart) == block.nEnd;
         const bool bAtEnd = setMarked.count(block.nEnd) != 0;
         const bool bFirst = IsMarkedWithin(block.nStart, block.nMiddle, setMarked) ||
@@ -242,13 +242,13 @@ std::optional<std::set<std::string>> CStepRecord::GetWritten(uint32_t nFirst, ui
     for (uint32_t n = nFirst; n <= nLast; ++n)
     {
         const std::string strMnemonic = m_pStructure->GetMnemonic(n);
-        const bool bLeaves = !bLoop || StartsWith(strMnemonic, "ret") || StartsWith(strMnemonic, "call");
+        const bool bLeaves = !bLoop || HasPrefix(strMnemonic, "ret") || HasPrefix(strMnemonic, "call");
         if (IsJump(strMnemonic) && bLeaves)
         {
             return std::nullopt;
         }
         const std::string& strLine = m_pListing->GetLine(m_pListing->GetLineOfInstruction(n));
-        if (StartsWith(strLine, "uav_raw_store_id(8)"))
+        if (HasPrefix(strLine, "uav_raw_store_id(8)"))
         {
             return std::nullopt; // the text doesn't tell which slots of private memory are read
         }
@@ -280,7 +280,7 @@ unsigned int CStepRecord::GetArraySize(const std::string& strArray) const
     for (unsigned int nLine = 0; nLine < m_pListing->GetLineCount(); ++nLine)
     {
         const std::string& strText = m_pListing->GetLine(nLine);
-        if (StartsWith(strText, strDeclaration.c_str()))
+        if (HasPrefix(strText, strDeclaration.c_str()))
         {
             return static_cast<unsigned int>(std::strtoul(strText.c_str() + strDeclaration.size(), nullptr, 10));
         }
@@ -316,7 +316,7 @@ std::optional<CStepRecord::SExpected> CStepRecord::Continue(size_t nFrom, const 
         const uint32_t nFirst = m_vStops[n].nInstruction;
         const std::optional<uint32_t> nSkipEnd = GetSkipEnd(nFirst, setMarked);
         const std::string strMnemonic = m_pStructure->GetMnemonic(nFirst);
-        const bool bOpens = StartsWith(strMnemonic, "if") || strMnemonic == "whileloop" || strMnemonic == "switch";
+        const bool bOpens = HasPrefix(strMnemonic, "if") || strMnemonic == "whileloop" || strMnemonic == "switch";
         // What divides a block, or ends or opens one with a breakpoint in it, has to be decided.
         const bool bDecides = bOpens ? !nSkipEnd || GetSkipEnd(nFirst, {}) != nSkipEnd
                                      : IsJump(strMnemonic) || IsEndOfMarkedLoop(nFirst, setMarked) ||
