@@ -32,7 +32,7 @@ typedef uchar uchar8 __attribute__((vector_size(8)));
 char c = -7;
 uchar uc = 200;
 short s = -300;
-ushort us = 60000;
+ushort us = 46000;
 int i = -30000;
 uint ui = 4000000000u;
 long l = -1500000000;
