@@ -8,16 +8,7 @@ namespace KestrelTool
 
 bool CDebugger::HasSource() const
 {
-    const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_pCode->GetFirstStop());
-    for (unsigned int nLine = pFunction != nullptr ? pFunction->nHead : 0;
-         pFunction != nullptr && nLine <= pFunction->nEnd; ++nLine)
-    {
-        if (!m_pListing->GetPlace(nLine).empty())
-        {
-            return true;
-        }
-    }
-    return false;
+    return HasLines(*m_pListing, m_pCode->FindFunction(m_pCode->GetFirstStop()));
 }
 
 std::vector<SFrame> CDebugger::GetFrames()

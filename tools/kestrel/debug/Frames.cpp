@@ -33,6 +33,16 @@ uint64_t FindInstance(CDebugInfo& debugInfo, unsigned int nLine)
     return vFrames.empty() ? 0 : vFrames.front().nInstance;
 }
 
+std::set<unsigned int> LinesOf(const std::map<uint64_t, unsigned int>& mapFirst)
+{
+    std::set<unsigned int> lines;
+    for (const auto& first : mapFirst)
+    {
+        lines.insert(first.second);
+    }
+    return lines;
+}
+
 } // namespace
 
 std::vector<SFrame> ListFrames(const CListing& listing, const CCodeMap& code, CDebugInfo& debugInfo,
@@ -74,12 +84,7 @@ std::set<unsigned int> FindSourceLines(const CListing& listing, CDebugInfo& debu
             mapFirst.insert({FindInstance(debugInfo, nLine), nLine});
         }
     }
-    std::set<unsigned int> found;
-    for (const auto& first : mapFirst)
-    {
-        found.insert(first.second);
-    }
-    return found;
+    return LinesOf(mapFirst);
 }
 
 std::set<std::string> ListSourceFunctions(CDebugInfo& debugInfo, const CCodeMap::SFunction* pFunction)
@@ -113,12 +118,7 @@ std::set<unsigned int> FindSourceFunction(const CListing& listing, CDebugInfo& d
             }
         }
     }
-    std::set<unsigned int> found;
-    for (const auto& first : mapFirst)
-    {
-        found.insert(first.second);
-    }
-    return found;
+    return LinesOf(mapFirst);
 }
 
 } // namespace KestrelTool

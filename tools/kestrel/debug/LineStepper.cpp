@@ -12,15 +12,7 @@ namespace KestrelTool
 bool CLineStepper::HasLines() const
 {
     const SFunction* pFunction = m_Debugger.GetCode().FindFunction(m_Debugger.GetLine());
-    for (unsigned int nLine = pFunction != nullptr ? pFunction->nHead : 0;
-         pFunction != nullptr && nLine <= pFunction->nEnd; ++nLine)
-    {
-        if (!m_Debugger.GetListing().GetPlace(nLine).empty())
-        {
-            return true;
-        }
-    }
-    return false;
+    return KestrelTool::HasLines(m_Debugger.GetListing(), pFunction);
 }
 
 /// Forward the line that one stands in is left. Back its beginning is as good as that of another one.

@@ -41,6 +41,19 @@ bool IsFile(const std::string& strOne, const std::string& strOther)
     return strLong.compare(nFirst, std::string::npos, strShort) == 0 && (nFirst == 0 || strLong[nFirst - 1] == '/');
 }
 
+bool HasLines(const CListing& listing, const CCodeMap::SFunction* pFunction)
+{
+    for (unsigned int nLine = pFunction != nullptr ? pFunction->nHead : 0;
+         pFunction != nullptr && nLine <= pFunction->nEnd; ++nLine)
+    {
+        if (!listing.GetPlace(nLine).empty())
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool BeginsLine(const CListing& listing, const CCodeMap& code, unsigned int nLine)
 {
     const std::string& strPlace = listing.GetPlace(nLine);

@@ -21,6 +21,8 @@ struct SSourceLine
 std::optional<SSourceLine> ReadSourceLine(const std::string& strText);
 /// Whether two names of files mean the same one, of which either may be given without its folder.
 bool IsFile(const std::string& strOne, const std::string& strOther);
+/// Whether a function comes from lines of a source; false for a null one.
+bool HasLines(const CListing& listing, const CCodeMap::SFunction* pFunction);
 /// Whether an instruction is the first one of a line's code, or of a part of it.
 bool BeginsLine(const CListing& listing, const CCodeMap& code, unsigned int nLine);
 /// Lines of a file that a function's instructions come from; of all functions for a null one.
