@@ -2,7 +2,7 @@
 // with the source, and the memory that the compiler takes. Each first build is one of a new process.
 
 #include "bench/BenchReport.h"
-#include "tools/kestrel/Libraries.h"
+#include "tools/session/launch/Libraries.h"
 
 #include <CL/cl.h>
 

@@ -2,8 +2,8 @@
 // memory as it is, and in a loop, where the first query of a stop makes a run. Times are milliseconds.
 
 #include "bench/BenchReport.h"
-#include "tools/kestrel/Launch.h"
-#include "tools/kestrel/Session.h"
+#include "tools/session/launch/Launch.h"
+#include "tools/session/launch/Session.h"
 
 #include <chrono>
 #include <cstdio>

@@ -7,7 +7,7 @@
 #include "bench/BenchReport.h"
 #include "bench/BenchSources.h"
 #include "platform/simt/LaneOps.h"
-#include "tools/kestrel/Libraries.h"
+#include "tools/session/launch/Libraries.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -3,10 +3,10 @@
 
 #include "bench/BenchMemory.h"
 #include "bench/BenchReport.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/LineStepper.h"
-#include "tools/kestrel/debug/SourceValues.h"
-#include "tools/kestrel/debug/Views.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/LineStepper.h"
+#include "tools/session/debug/SourceValues.h"
+#include "tools/session/debug/Views.h"
 
 #include <algorithm>
 #include <cstdio>

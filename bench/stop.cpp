@@ -6,7 +6,7 @@
 #include "bench/BenchCores.h"
 #include "bench/BenchMemory.h"
 #include "bench/BenchReport.h"
-#include "tools/kestrel/Launch.h"
+#include "tools/session/launch/Launch.h"
 
 #include <algorithm>
 #include <chrono>

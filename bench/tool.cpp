@@ -2,7 +2,7 @@
 // of the stop's own kernel runs.
 
 #include "bench/BenchReport.h"
-#include "tools/kestrel/debug/Views.h"
+#include "tools/session/debug/Views.h"
 
 #include <chrono>
 #include <cstdio>

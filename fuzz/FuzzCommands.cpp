@@ -3,8 +3,8 @@
 #include "tools/kestrel/Visible.h"
 #include "tools/kestrel/command/CommandTable.h"
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/Expression.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/Expression.h"
 #include "tools/source/CTypes.h"
 
 #include <algorithm>

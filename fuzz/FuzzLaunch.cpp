@@ -1,6 +1,6 @@
 #include "fuzz/Targets.h"
 
-#include "tools/kestrel/LaunchFile.h"
+#include "tools/session/launch/LaunchFile.h"
 
 #include <filesystem>
 #include <fstream>

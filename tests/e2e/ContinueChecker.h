@@ -2,7 +2,7 @@
 #define KESTREL_TESTS_E2E_CONTINUECHECKER_H
 
 #include "tests/e2e/StepRecord.h"
-#include "tools/kestrel/Session.h"
+#include "tools/session/launch/Session.h"
 
 #include <random>
 #include <set>

@@ -2,7 +2,7 @@
 #define KESTREL_TESTS_E2E_DEBUGFUNCTIONS_H
 
 #include "tests/e2e/LibrariesFixture.h"
-#include "tools/kestrel/Session.h"
+#include "tools/session/launch/Session.h"
 
 #include <map>
 #include <string>

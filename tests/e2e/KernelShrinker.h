@@ -1,7 +1,7 @@
 #ifndef KESTREL_TESTS_E2E_KERNELSHRINKER_H
 #define KESTREL_TESTS_E2E_KERNELSHRINKER_H
 
-#include "tools/kestrel/LaunchFile.h"
+#include "tools/session/launch/LaunchFile.h"
 
 #include <functional>
 

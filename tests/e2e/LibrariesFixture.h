@@ -3,7 +3,7 @@
 
 #include "KestrelPlatform.h"
 #include "tests/e2e/TraceModel.h"
-#include "tools/kestrel/Libraries.h"
+#include "tools/session/launch/Libraries.h"
 
 namespace KestrelTest
 {

@@ -3,8 +3,8 @@
 #include "tests/e2e/LibrariesFixture.h"
 #include "tests/e2e/SmallKernel.h"
 #include "tests/support/Stride.h"
-#include "tools/kestrel/Session.h"
-#include "tools/kestrel/debug/Debugger.h"
+#include "tools/session/debug/Debugger.h"
+#include "tools/session/launch/Session.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #define KESTREL_TESTS_E2E_REFERENCECHECKER_H
 
 #include "tests/e2e/ReferenceRun.h"
-#include "tools/kestrel/Session.h"
+#include "tools/session/launch/Session.h"
 
 #include <optional>
 #include <random>

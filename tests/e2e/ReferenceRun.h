@@ -3,7 +3,7 @@
 
 #include "tests/e2e/TraceModel.h"
 #include "tests/reference/Machine.h"
-#include "tools/kestrel/LaunchFile.h"
+#include "tools/session/launch/LaunchFile.h"
 
 #include <set>
 #include <string>

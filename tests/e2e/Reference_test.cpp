@@ -3,7 +3,7 @@
 #include "tests/e2e/LibrariesFixture.h"
 #include "tests/e2e/ReferenceChecker.h"
 #include "tests/e2e/Seeds.h"
-#include "tools/kestrel/Launch.h"
+#include "tools/session/launch/Launch.h"
 
 #include <gtest/gtest.h>
 

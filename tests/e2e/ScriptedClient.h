@@ -1,7 +1,7 @@
 #ifndef KESTREL_TESTS_E2E_SCRIPTEDCLIENT_H
 #define KESTREL_TESTS_E2E_SCRIPTEDCLIENT_H
 
-#include "tools/kestrel/Session.h"
+#include "tools/session/launch/Session.h"
 
 #include <functional>
 #include <string>

@@ -3,7 +3,7 @@
 
 #include "tests/e2e/StopTracker.h"
 #include "tests/e2e/TraceModel.h"
-#include "tools/kestrel/Session.h"
+#include "tools/session/launch/Session.h"
 
 #include <map>
 #include <memory>

@@ -3,8 +3,8 @@
 
 #include "tests/e2e/ItemHistory.h"
 #include "tests/e2e/StopTracker.h"
-#include "tools/kestrel/Launch.h"
-#include "tools/kestrel/Listing.h"
+#include "tools/session/launch/Launch.h"
+#include "tools/session/launch/Listing.h"
 
 #include <memory>
 #include <optional>

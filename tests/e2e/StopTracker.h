@@ -2,7 +2,7 @@
 #define KESTREL_TESTS_E2E_STOPTRACKER_H
 
 #include "tests/e2e/TraceModel.h"
-#include "tools/kestrel/Listing.h"
+#include "tools/session/launch/Listing.h"
 
 #include <map>
 #include <optional>

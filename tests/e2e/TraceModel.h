@@ -3,7 +3,7 @@
 
 #include "KestrelPlatform.h"
 #include "tests/reference/Position.h"
-#include "tools/kestrel/Libraries.h"
+#include "tools/session/launch/Libraries.h"
 
 #include <cstdint>
 #include <map>

@@ -1,7 +1,7 @@
 // Expressions of C, each beside what the compiler of this file makes of the same text.
 
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/Expression.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/Expression.h"
 #include "tools/source/CNumbers.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/Expression.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/Expression.h"
 
 #include <gtest/gtest.h>
 

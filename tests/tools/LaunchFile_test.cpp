@@ -1,4 +1,4 @@
-#include "tools/kestrel/LaunchFile.h"
+#include "tools/session/launch/LaunchFile.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "tools/kestrel/debug/CodeMap.h"
-#include "tools/kestrel/debug/Picture.h"
-#include "tools/kestrel/debug/Statistics.h"
+#include "tools/session/debug/CodeMap.h"
+#include "tools/session/debug/Picture.h"
+#include "tools/session/debug/Statistics.h"
 
 #include <gtest/gtest.h>
 

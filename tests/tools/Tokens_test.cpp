@@ -1,5 +1,5 @@
-#include "tools/kestrel/Libraries.h"
 #include "tools/kestrel/convert/Tokens.h"
+#include "tools/session/launch/Libraries.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "tools/kestrel/Options.h"
 
 #include "tools/kestrel/ShellCompletion.h"
-#include "tools/kestrel/command/ExitCode.h"
+#include "tools/session/ExitCode.h"
 
 #include <CLI/CLI.hpp>
 

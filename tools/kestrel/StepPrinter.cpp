@@ -1,6 +1,6 @@
 #include "tools/kestrel/StepPrinter.h"
 
-#include "tools/kestrel/debug/Format.h"
+#include "tools/session/debug/Format.h"
 
 #include <iomanip>
 #include <ostream>

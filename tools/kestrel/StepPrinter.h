@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_STEPPRINTER_H
 #define KESTREL_TOOLS_STEPPRINTER_H
 
-#include "tools/kestrel/Session.h"
+#include "tools/session/launch/Session.h"
 
 #include <iosfwd>
 

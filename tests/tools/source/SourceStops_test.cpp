@@ -6,8 +6,8 @@
 #include "tests/platform/opencl_c/generated/HostBuild.h"
 #include "tests/platform/opencl_c/generated/KernelMaker.h"
 #include "tests/support/Stride.h"
-#include "tools/kestrel/debug/LineStepper.h"
-#include "tools/kestrel/debug/SourceValues.h"
+#include "tools/session/debug/LineStepper.h"
+#include "tools/session/debug/SourceValues.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "tools/kestrel/check/CheckCommand.h"
 
-#include "tools/kestrel/Files.h"
 #include "tools/kestrel/check/RenderCheck.h"
-#include "tools/kestrel/command/ExitCode.h"
+#include "tools/session/ExitCode.h"
+#include "tools/session/launch/Files.h"
 
 namespace KestrelTool
 {

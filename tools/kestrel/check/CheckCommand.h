@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_CHECK_CHECKCOMMAND_H
 #define KESTREL_TOOLS_CHECK_CHECKCOMMAND_H
 
-#include "tools/kestrel/Libraries.h"
+#include "tools/session/launch/Libraries.h"
 
 #include <cstdint>
 #include <ostream>

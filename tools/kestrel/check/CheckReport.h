@@ -2,9 +2,9 @@
 #define KESTREL_TOOLS_CHECK_CHECKREPORT_H
 
 #include "KestrelPlatform.h"
-#include "tools/kestrel/Launch.h"
 #include "tools/kestrel/check/Suppressions.h"
-#include "tools/kestrel/debug/KernelArguments.h"
+#include "tools/session/debug/KernelArguments.h"
+#include "tools/session/launch/Launch.h"
 
 #include <cstdint>
 #include <map>

@@ -1,6 +1,6 @@
 #include "tools/kestrel/check/CheckWords.h"
 
-#include "tools/kestrel/debug/Format.h"
+#include "tools/session/debug/Format.h"
 
 #include <utility>
 

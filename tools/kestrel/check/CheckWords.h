@@ -2,7 +2,7 @@
 #define KESTREL_TOOLS_CHECK_CHECKWORDS_H
 
 #include "KestrelPlatform.h"
-#include "tools/kestrel/debug/KernelArguments.h"
+#include "tools/session/debug/KernelArguments.h"
 
 #include <string>
 #include <vector>

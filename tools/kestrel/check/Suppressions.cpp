@@ -1,6 +1,6 @@
 #include "tools/kestrel/check/Suppressions.h"
 
-#include "tools/kestrel/LaunchFile.h"
+#include "tools/session/launch/LaunchFile.h"
 
 #include <sstream>
 

@@ -2,9 +2,9 @@
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/cover/WatchPlaces.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/SourceLines.h"
-#include "tools/kestrel/program/ProgramSession.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/SourceLines.h"
+#include "tools/session/program/ProgramSession.h"
 
 namespace KestrelTool
 {

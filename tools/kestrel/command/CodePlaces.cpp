@@ -1,7 +1,7 @@
 // Places in a kernel's code, as people type them.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
+#include "tools/session/debug/CommandError.h"
 #include "tools/source/SourcePlaces.h"
 
 namespace KestrelTool

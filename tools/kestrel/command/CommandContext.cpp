@@ -1,5 +1,5 @@
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
+#include "tools/session/debug/CommandError.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 #include "tools/kestrel/command/CommandTable.h"
-#include "tools/kestrel/debug/CommandError.h"
+#include "tools/session/debug/CommandError.h"
 
 #include <algorithm>
 #include <cctype>

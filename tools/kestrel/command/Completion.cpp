@@ -1,6 +1,6 @@
 #include "tools/kestrel/command/Prompt.h"
 #include "tools/kestrel/command/Settings.h"
-#include "tools/kestrel/debug/CommandError.h"
+#include "tools/session/debug/CommandError.h"
 
 #include <algorithm>
 #include <cctype>

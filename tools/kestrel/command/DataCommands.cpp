@@ -1,9 +1,9 @@
 // Commands that show values of the work-item in focus, and memory.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/SourceValues.h"
-#include "tools/kestrel/debug/Views.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/SourceValues.h"
+#include "tools/session/debug/Views.h"
 
 #include <algorithm>
 

@@ -1,10 +1,10 @@
 #include "tools/kestrel/command/DebugSession.h"
 
-#include "tools/kestrel/Files.h"
-#include "tools/kestrel/command/ExitCode.h"
 #include "tools/kestrel/command/Interpreter.h"
 #include "tools/kestrel/command/Prompt.h"
-#include "tools/kestrel/program/ProgramSession.h"
+#include "tools/session/ExitCode.h"
+#include "tools/session/launch/Files.h"
+#include "tools/session/program/ProgramSession.h"
 
 #include <unistd.h>
 

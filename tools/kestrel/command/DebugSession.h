@@ -1,8 +1,8 @@
 #ifndef KESTREL_TOOLS_COMMAND_DEBUGSESSION_H
 #define KESTREL_TOOLS_COMMAND_DEBUGSESSION_H
 
-#include "tools/kestrel/Libraries.h"
-#include "tools/kestrel/program/ProgramProcess.h"
+#include "tools/session/launch/Libraries.h"
+#include "tools/session/program/ProgramProcess.h"
 
 #include <string>
 #include <vector>

@@ -1,9 +1,9 @@
 // x: memory as the kernel has it at the stop.
 
-#include "tools/kestrel/ElementType.h"
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/Format.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/Format.h"
+#include "tools/session/launch/ElementType.h"
 #include "tools/source/CTypes.h"
 
 #include <cctype>

@@ -1,8 +1,8 @@
 // Commands about the functions that a stop is in.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/SourceValues.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/SourceValues.h"
 
 namespace KestrelTool
 {

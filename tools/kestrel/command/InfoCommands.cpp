@@ -1,7 +1,7 @@
 // info: where lines, addresses and work-groups are.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
+#include "tools/session/debug/CommandError.h"
 #include "tools/source/SourcePlaces.h"
 
 namespace KestrelTool

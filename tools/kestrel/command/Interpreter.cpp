@@ -1,10 +1,10 @@
 #include "tools/kestrel/command/Interpreter.h"
 
-#include "tools/kestrel/Files.h"
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/command/ExitCode.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/program/ProgramSession.h"
+#include "tools/session/ExitCode.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/launch/Files.h"
+#include "tools/session/program/ProgramSession.h"
 
 #include <cstdlib>
 #include <iostream>

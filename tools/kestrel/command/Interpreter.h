@@ -3,7 +3,7 @@
 
 #include "tools/kestrel/command/CommandTable.h"
 #include "tools/kestrel/command/Output.h"
-#include "tools/kestrel/debug/Debugger.h"
+#include "tools/session/debug/Debugger.h"
 
 #include <functional>
 #include <map>

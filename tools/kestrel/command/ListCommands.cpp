@@ -1,7 +1,7 @@
 // Commands that show the source and the kernel's text.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
+#include "tools/session/debug/CommandError.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <algorithm>

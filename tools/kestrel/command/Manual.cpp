@@ -1,7 +1,7 @@
 #include "tools/kestrel/command/Manual.h"
 
-#include "tools/kestrel/KernelText.h"
 #include "tools/kestrel/command/Interpreter.h"
+#include "tools/session/launch/KernelText.h"
 
 #include <algorithm>
 #include <sstream>
@@ -53,7 +53,7 @@ const char* const s_pszIntroduction =
     "| `kestrel info BINARY` | show a binary's sections, kernels, arguments, metadata and lines |\n\n"
     "`--platform system`, in front of these, takes the machine's own OpenCL in place of the software platform. Launch "
     "files are "
-    "described in `tools/kestrel/LaunchFile.h`, and by what `kestrel new` writes.\n\n"
+    "described in `tools/session/launch/LaunchFile.h`, and by what `kestrel new` writes.\n\n"
     "Exit codes: 0 good, 1 a command failed, 2 the call or the launch file is wrong, 3 the platform failed, 4 an "
     "output differs from "
     "what is expected. In a script the first command that fails ends it. `exec` and `capture` give the program's own "

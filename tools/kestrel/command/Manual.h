@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_COMMAND_MANUAL_H
 #define KESTREL_TOOLS_COMMAND_MANUAL_H
 
-#include "tools/kestrel/Libraries.h"
+#include "tools/session/launch/Libraries.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 // Commands about a program whose launches are debugged.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/program/ProgramSession.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/program/ProgramSession.h"
 
 namespace KestrelTool
 {

@@ -2,7 +2,7 @@
 #include "tools/kestrel/command/RenderPictures.h"
 #include "tools/kestrel/command/RenderProgram.h"
 #include "tools/kestrel/command/RenderSource.h"
-#include "tools/kestrel/debug/Format.h"
+#include "tools/session/debug/Format.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // Commands that launch the kernel and let it go on.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/LineStepper.h"
-#include "tools/kestrel/program/ProgramSession.h"
+#include "tools/session/debug/LineStepper.h"
+#include "tools/session/program/ProgramSession.h"
 
 namespace KestrelTool
 {

@@ -2,7 +2,7 @@
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/command/Settings.h"
-#include "tools/kestrel/debug/CommandError.h"
+#include "tools/session/debug/CommandError.h"
 
 #include <sstream>
 

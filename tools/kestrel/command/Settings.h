@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_COMMAND_SETTINGS_H
 #define KESTREL_TOOLS_COMMAND_SETTINGS_H
 
-#include "tools/kestrel/debug/Debugger.h"
+#include "tools/session/debug/Debugger.h"
 
 namespace KestrelTool
 {

@@ -1,6 +1,6 @@
 #include "tools/kestrel/Visible.h"
 #include "tools/kestrel/command/Output.h"
-#include "tools/kestrel/debug/Debugger.h"
+#include "tools/session/debug/Debugger.h"
 
 #include <ostream>
 

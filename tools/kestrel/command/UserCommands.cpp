@@ -1,9 +1,9 @@
 // What users add to the commands, and what isn't about kernels.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/SourceLines.h"
-#include "tools/kestrel/program/ProgramSession.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/SourceLines.h"
+#include "tools/session/program/ProgramSession.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <sys/wait.h>

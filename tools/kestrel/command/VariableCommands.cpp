@@ -1,9 +1,9 @@
 // Commands about variables of the source.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/ExpressionNode.h"
-#include "tools/kestrel/debug/SourceValues.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/ExpressionNode.h"
+#include "tools/session/debug/SourceValues.h"
 
 #include <set>
 

@@ -2,8 +2,8 @@
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/cover/Accesses.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/Views.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/Views.h"
 
 namespace KestrelTool
 {

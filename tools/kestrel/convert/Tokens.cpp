@@ -1,6 +1,6 @@
 #include "tools/kestrel/convert/Tokens.h"
 
-#include "tools/kestrel/Libraries.h"
+#include "tools/session/launch/Libraries.h"
 
 #include <dlfcn.h>
 

@@ -1,8 +1,8 @@
 #include "tools/kestrel/cover/Accesses.h"
 
-#include "tools/kestrel/PlatformDoor.h"
-#include "tools/kestrel/debug/CommandError.h"
-#include "tools/kestrel/debug/Faults.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/Faults.h"
+#include "tools/session/launch/PlatformDoor.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <algorithm>

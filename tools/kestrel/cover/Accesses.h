@@ -2,8 +2,8 @@
 #define KESTREL_TOOLS_COVER_ACCESSES_H
 
 #include "KestrelPlatform.h"
-#include "tools/kestrel/Launch.h"
-#include "tools/kestrel/debug/KernelArguments.h"
+#include "tools/session/debug/KernelArguments.h"
+#include "tools/session/launch/Launch.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,7 +1,7 @@
 #include "tools/kestrel/cover/CoverCommands.h"
 
-#include "tools/kestrel/Files.h"
 #include "tools/kestrel/cover/RenderProfile.h"
+#include "tools/session/launch/Files.h"
 
 namespace KestrelTool
 {

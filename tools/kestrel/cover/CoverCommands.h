@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_COVER_COVERCOMMANDS_H
 #define KESTREL_TOOLS_COVER_COVERCOMMANDS_H
 
-#include "tools/kestrel/Libraries.h"
+#include "tools/session/launch/Libraries.h"
 
 #include <ostream>
 #include <string>

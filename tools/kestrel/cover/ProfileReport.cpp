@@ -1,11 +1,11 @@
 #include "tools/kestrel/cover/ProfileReport.h"
 
-#include "tools/kestrel/Files.h"
-#include "tools/kestrel/KernelText.h"
-#include "tools/kestrel/PlatformDoor.h"
-#include "tools/kestrel/debug/Faults.h"
-#include "tools/kestrel/debug/KernelArguments.h"
-#include "tools/kestrel/debug/SourceLines.h"
+#include "tools/session/debug/Faults.h"
+#include "tools/session/debug/KernelArguments.h"
+#include "tools/session/debug/SourceLines.h"
+#include "tools/session/launch/Files.h"
+#include "tools/session/launch/KernelText.h"
+#include "tools/session/launch/PlatformDoor.h"
 
 #include <algorithm>
 #include <filesystem>

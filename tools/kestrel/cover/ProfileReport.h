@@ -2,8 +2,8 @@
 #define KESTREL_TOOLS_COVER_PROFILEREPORT_H
 
 #include "KestrelPlatform.h"
-#include "tools/kestrel/Launch.h"
-#include "tools/kestrel/Listing.h"
+#include "tools/session/launch/Launch.h"
+#include "tools/session/launch/Listing.h"
 #include "tools/source/DebugInfo.h"
 
 #include <cstdint>

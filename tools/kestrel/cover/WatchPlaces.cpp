@@ -1,7 +1,7 @@
 #include "tools/kestrel/cover/WatchPlaces.h"
 
 #include "tools/kestrel/cover/Accesses.h"
-#include "tools/kestrel/debug/CommandError.h"
+#include "tools/session/debug/CommandError.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,0 +1,71 @@
+#ifndef KESTREL_TOOLS_DEBUG_CODEMAP_H
+#define KESTREL_TOOLS_DEBUG_CODEMAP_H
+
+#include "tools/session/launch/Listing.h"
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+/// Which lines of a kernel's text make up its functions, loops and calls. Lines count from 0.
+class CCodeMap
+{
+public:
+    /// A function, or an outline macro.
+    struct SFunction
+    {
+        unsigned int nLabel = 0;
+        bool bMacro = false;
+        std::string strName;     ///< from the comment behind its head; empty if there is none
+        unsigned int nHead = 0;  ///< the line of "func" or "mdef"
+        unsigned int nEntry = 0; ///< where a call of it stops first
+        unsigned int nEnd = 0;   ///< the line of "endfunc" or "mend"
+        std::vector<unsigned int> vCallLines;
+    };
+
+    explicit CCodeMap(const CListing& listing);
+
+    const std::vector<SFunction>& GetFunctions() const { return m_vFunctions; }
+    /// The function that a line is in; null for one in none.
+    const SFunction* FindFunction(unsigned int nLine) const;
+    const SFunction* FindLabel(unsigned int nLabel) const;
+    const SFunction* FindName(const std::string& strName) const;
+    /// The first line at which a session can stop.
+    unsigned int GetFirstStop() const { return m_nFirstStop; }
+    /// The first lines inside those loops that hold one of the lines, or a call that leads to one.
+    std::set<unsigned int> FindLoopHeads(const std::set<unsigned int>& lines) const;
+    /// A line inside each block that one of the lines divides or ends. The debugger passes over a block
+    /// as a whole unless a breakpoint lies inside.
+    std::set<unsigned int> FindInsides(const std::set<unsigned int>& lines) const;
+
+    /// The innermost loop around a line. \return false if there is none
+    bool FindLoop(unsigned int nLine, unsigned int& nStart, unsigned int& nEnd) const;
+    /// How many blocks open between two lines and hold the second one.
+    size_t CountBlocks(unsigned int nFrom, unsigned int nLine) const;
+
+private:
+    /// A loop, an if or a switch.
+    struct SBlock
+    {
+        bool bLoop = false;
+        unsigned int nStart = 0;
+        unsigned int nEnd = 0;
+        unsigned int nElse = 0; ///< 0 for none
+    };
+
+    void FindFunctions(const CListing& listing);
+    void FindBlocks(const CListing& listing);
+    void NoteCall(unsigned int nLine, unsigned int nLabel, bool bMacro);
+
+    std::vector<SFunction> m_vFunctions;
+    std::vector<SBlock> m_vBlocks;
+    std::vector<unsigned int> m_vNext; ///< by line: the next instruction
+    unsigned int m_nFirstStop = 0;
+};
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,272 @@
+// What a debugging session tells of itself: events, faults, progress, and what becomes of interrupts.
+
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/Debugger.h"
+#include "tools/session/debug/Outcome.h"
+#include "tools/session/launch/PlatformDoor.h"
+
+#include <algorithm>
+
+namespace KestrelTool
+{
+
+using nlohmann::json;
+
+namespace
+{
+
+const size_t s_nShownFaults = 8;
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------- faults
+
+void CDebugger::CheckFaults(bool bPatched)
+{
+    m_bLastPatched = bPatched;
+    std::optional<SFaults> faults = m_Faults.Check(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
+    if (!faults)
+    {
+        return;
+    }
+    if (m_NewFaults)
+    {
+        faults->vShown.insert(faults->vShown.begin(), m_NewFaults->vShown.begin(), m_NewFaults->vShown.end());
+    }
+    m_NewFaults = std::move(faults);
+}
+
+/// Those that nobody has been told of yet, the first of them one by one.
+void CDebugger::AddFaults(json& event)
+{
+    if (!m_NewFaults)
+    {
+        return;
+    }
+    event["faults"] = DescribeFaults(*m_NewFaults, s_nShownFaults);
+    m_NewFaults.reset();
+}
+
+// ---------------------------------------------------------------------------------------- counts of work-items
+
+/// \param nFrom  the line that was to be executed next before a command led to the present stop
+void CDebugger::CountStop(ovkclDebugCommand command, unsigned int nFrom)
+{
+    switch (command)
+    {
+    case OVKCLDEBUG_COMMAND_STEP:
+        m_StopCounts.AddStep(m_pListing->GetInstructionNumber(nFrom), CountActive());
+        break;
+    case OVKCLDEBUG_COMMAND_EXT_STEP_BACK:
+        m_StopCounts.GoBack();
+        break;
+    case OVKCLDEBUG_COMMAND_EXT_RUN_BACK:
+        m_StopCounts.RunBack();
+        break;
+    default:
+        m_StopCounts.AddRun();
+    }
+}
+
+std::string CDebugger::CompareCounts(bool bStepped)
+{
+    if (m_pControl == nullptr || !m_StopCounts.HasAny())
+    {
+        return std::string();
+    }
+    std::vector<uint64_t> vPlain(m_pControl->GetVisits(nullptr, 0));
+    m_pControl->GetVisits(vPlain.data(), static_cast<uint32_t>(vPlain.size()));
+    m_Runs.CountPlainRuns(nullptr, 0);
+    m_pControl->CountVisits(0);
+    return m_StopCounts.Compare(vPlain, *m_pListing, bStepped);
+}
+
+// ---------------------------------------------------------------------------------------- interrupts, progress
+
+/// The platform lets go of a kernel run that an interrupt would have to wait for.
+void CDebugger::BreakRun()
+{
+    const auto now = std::chrono::steady_clock::now();
+    m_SeenInterrupt = m_SeenInterrupt ? m_SeenInterrupt : now;
+    if (!m_bGivenUp && now - *m_SeenInterrupt >= std::chrono::milliseconds(50))
+    {
+        m_bGivenUp = true;
+        m_Runs.Refuse(true);
+        m_pControl->BreakRuns(1);
+    }
+}
+
+/// Looked at now and then by the thread that waits for the kernel.
+void CDebugger::MindInterrupts()
+{
+    const unsigned int nInterrupts = m_nInterrupts;
+    if (m_pControl != nullptr)
+    {
+        if (nInterrupts != 0)
+        {
+            BreakRun();
+        }
+        return;
+    }
+    if (m_bGivenUp)
+    {
+        if (nInterrupts > m_nAnswered)
+        {
+            m_Sink.OnLeave();
+        }
+        return;
+    }
+    if (nInterrupts < 2 || nInterrupts == m_nAnswered)
+    {
+        return;
+    }
+    m_bGivenUp = m_Sink.OnAskToGiveUp([this] { return m_Target.HasPosted(); });
+    m_nAnswered = m_nInterrupts;
+    if (m_bGivenUp)
+    {
+        m_Runs.Refuse(true);
+    }
+}
+
+/// What the debugger has come to without its kernel runs is worth nothing: the session ends.
+void CDebugger::EndIfGivenUp()
+{
+    m_nAnswered = 0;
+    if (!m_bGivenUp)
+    {
+        return;
+    }
+    m_Sink.OnProgress(std::string());
+    m_Target.Drop();
+    m_Runs.Refuse(false);
+    m_bGivenUp = false;
+    if (m_pControl != nullptr)
+    {
+        m_pControl->BreakRuns(0);
+    }
+    const std::string strError =
+        m_pControl != nullptr
+            ? "interrupted: a kernel run was broken off, and the session has ended; the breakpoints are still there"
+            : "given up: the session has ended; the breakpoints are still there";
+    m_Sink.OnEvent({{"event", "error"}, {"error", strError}});
+    throw CCommandError(strError);
+}
+
+/// At most ten times a second, and not for what is done before anyone looks.
+void CDebugger::ShowProgress()
+{
+    MindInterrupts();
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_LastProgress < std::chrono::milliseconds(100))
+    {
+        return;
+    }
+    m_LastProgress = now;
+    const uint64_t nRuns = GetRuns();
+    std::string strText = "kernel run " + std::to_string(nRuns - m_Progress.nRunsBefore);
+    // An estimate that has been passed was wrong.
+    if (m_Progress.estimate.nEnd >= nRuns)
+    {
+        strText += (m_Progress.estimate.bWhole ? " of about " : " of at least ") +
+                   std::to_string(m_Progress.estimate.nEnd - m_Progress.nRunsBefore);
+    }
+    if (m_Progress.nMoves > 1)
+    {
+        strText += ", stop " + std::to_string(m_Progress.nMove) + " of " + std::to_string(m_Progress.nMoves);
+    }
+    if (m_bGivenUp && m_pControl == nullptr)
+    {
+        strText = "given up; waiting for " + strText + " to end. Ctrl-C once more leaves kestrel";
+    }
+    else if (m_nInterrupts != 0)
+    {
+        strText = "interrupt asked; waiting for " + strText;
+    }
+    m_Sink.OnProgress(strText);
+}
+
+// ---------------------------------------------------------------------------------------- events
+
+void CDebugger::SendStop(EReason eReason, const std::string& strReason)
+{
+    m_Sink.OnProgress(std::string());
+    std::string strWhy = strReason;
+    if (eReason == EReason::FirstStop)
+    {
+        strWhy = "history";
+    }
+    else if (eReason == EReason::Interrupted)
+    {
+        strWhy = "interrupt";
+    }
+    else if (eReason == EReason::Breakpoint)
+    {
+        strWhy = "breakpoint";
+    }
+    json event = {{"event", "stopped"},
+                  {"reason", strWhy},
+                  {"line", m_nLine},
+                  {"text", m_pListing->GetLine(m_nLine)},
+                  {"function", GetFrames().front().strFunction},
+                  {"count", CountActive()},
+                  {"items", m_Extent.Count()},
+                  {"breakpoints", m_Hits.vIds},
+                  {"runs", GetRuns() - m_Progress.nRunsBefore}};
+    AddSource(event);
+    if (!m_Hits.vNotes.empty())
+    {
+        event["notes"] = m_Hits.vNotes;
+    }
+    if (!m_Hits.vComplaints.empty())
+    {
+        event["complaints"] = m_Hits.vComplaints;
+    }
+    AddFaults(event);
+    m_Sink.OnEvent(event);
+}
+
+/// Where the stop is in the source, if it has one.
+void CDebugger::AddSource(json& event)
+{
+    const std::vector<SFrame> vFrames = GetFrames();
+    if (!vFrames.front().place)
+    {
+        return;
+    }
+    const SSourceLine& line = *vFrames.front().place;
+    event["source"] = m_pListing->GetPlace(m_nLine);
+    event["function"] = vFrames.front().strFunction;
+    if (const std::string* pText = m_pSourceText->FindLine(line.strFile, line.nLine))
+    {
+        event["source_text"] = *pText;
+    }
+    // In the midst of a line's code the instruction tells more than the line.
+    event["inside"] = !BeginsLine(*m_pListing, *m_pCode, m_nLine);
+}
+
+/// \param strDoubt  why the stops may have shown something else than the plain run did; empty if nothing says so
+void CDebugger::SendFinished(const std::string& strDoubt)
+{
+    m_Sink.OnProgress(std::string());
+    m_Launch.SaveOutputs();
+    json event = DescribeOutputs(m_Launch);
+    event["event"] = "finished";
+    event["faulty"] = m_Faults.HasAny();
+    const std::string strEnd =
+        m_Faults.DescribeEnd(*m_pListing, m_bLastPatched ? m_Runs.GetLastImage() : std::vector<char>());
+    m_bPlatformFailed = !strEnd.empty();
+    if (m_bPlatformFailed)
+    {
+        event["ended"] = strEnd;
+    }
+    const std::string& strReason = m_Target.GetReason().empty() ? strDoubt : m_Target.GetReason();
+    if (!strReason.empty())
+    {
+        event["reason"] = strReason;
+    }
+    AddFaults(event);
+    m_bDifference = !event["differences"].empty();
+    m_Sink.OnEvent(event);
+}
+
+} // namespace KestrelTool

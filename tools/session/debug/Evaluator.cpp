@@ -1,0 +1,575 @@
+#include "tools/session/debug/Evaluator.h"
+
+#include "tools/session/debug/Arithmetic.h"
+#include "tools/session/debug/BuiltIns.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/Format.h"
+#include "tools/source/CNumbers.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+size_t CoordinateOf(const SExpressionNode& node, const SExtent& extent, size_t nItem)
+{
+    if (node.nItem == 0)
+    {
+        return nItem;
+    }
+    const size_t position[3] = {nItem % extent.nGlobal[0], nItem / extent.nGlobal[0] % extent.nGlobal[1],
+                                nItem / (extent.nGlobal[0] * extent.nGlobal[1])};
+    const unsigned int nAxis = (node.nItem - 1) % 3;
+    switch ((node.nItem - 1) / 3)
+    {
+    case 0:
+        return position[nAxis];
+    case 1:
+        return position[nAxis] / extent.nLocal[nAxis];
+    case 2:
+        return position[nAxis] % extent.nLocal[nAxis];
+    default:
+        return node.active.pActive == nullptr || node.active.pActive[nItem] != 0;
+    }
+}
+
+/// "$gx" and its kind.
+bool NeedsLocalSize(const SExpressionNode& node)
+{
+    return node.eNode == ENode::Item && node.nItem >= 4 && node.nItem <= 9;
+}
+
+bool NeedsAddress(const SExpressionNode& node)
+{
+    return node.bDecay || node.eNode == ENode::Address;
+}
+
+/// A component or two, as 64 bits of an integer or a double.
+uint64_t ReadComponent(const SExpressionNode& node, size_t nItem)
+{
+    const unsigned int* const pWords = node.values[nItem];
+    const uint32_t nLow = pWords[node.operand.vComponents[0]];
+    double fValue = 0;
+    switch (node.eRead)
+    {
+    case ERead::Unsigned:
+        return nLow;
+    case ERead::Long:
+        return uint64_t(pWords[node.operand.vComponents[1]]) << 32 | nLow;
+    case ERead::Int:
+        return static_cast<uint64_t>(int64_t(static_cast<int32_t>(nLow)));
+    case ERead::Float:
+        fValue = WordToFloat(nLow);
+        break;
+    case ERead::Double:
+        fValue = WordsToDouble(nLow, pWords[node.operand.vComponents[1]]);
+        break;
+    }
+    uint64_t nBits;
+    std::memcpy(&nBits, &fValue, sizeof(nBits));
+    return nBits;
+}
+
+/// An integer element's bits, extended as its type says, or a double's.
+uint64_t LoadElement(const SElementType& type, const unsigned char* pElement)
+{
+    uint64_t nBits = 0;
+    if (type.eKind == SElementType::Float)
+    {
+        const double fValue = ReadElement(type, pElement);
+        std::memcpy(&nBits, &fValue, sizeof(nBits));
+        return nBits;
+    }
+    std::memcpy(&nBits, pElement, type.nSize);
+    const unsigned int nUnused = 64 - 8 * static_cast<unsigned int>(type.nSize);
+    const uint64_t nHigh = nBits << nUnused;
+    return type.eKind == SElementType::Signed ? static_cast<uint64_t>(static_cast<int64_t>(nHigh) >> nUnused)
+                                              : nHigh >> nUnused;
+}
+
+bool IsLaneTrue(const SExpressionNode& node, const SBlock& block, size_t nLane)
+{
+    const SSourceType& type = *node.GetType();
+    return IsNumberTrue(type, &block.vBytes[nLane * type.nSize]);
+}
+
+} // namespace
+
+bool ReadPieces(const SBoundVariable& variable, size_t nOffset, size_t nItem, unsigned char* pBytes, size_t nBytes)
+{
+    const auto at = [](size_t n) { return static_cast<std::ptrdiff_t>(n); };
+    if (nOffset + nBytes > variable.vKnown.size() ||
+        std::find(variable.vKnown.begin() + at(nOffset), variable.vKnown.begin() + at(nOffset + nBytes), false) !=
+            variable.vKnown.begin() + at(nOffset + nBytes))
+    {
+        return false;
+    }
+    for (const SBoundVariable::SPiece& piece : variable.vPieces)
+    {
+        const size_t nFirst = std::max(piece.nFirst, nOffset);
+        const size_t nEnd = std::min(piece.nFirst + piece.nBytes, nOffset + nBytes);
+        if (nFirst >= nEnd)
+        {
+            continue;
+        }
+        const unsigned char* const pPiece =
+            !piece.vBytes.empty() ? &piece.vBytes[piece.bForAll ? 0 : nItem * piece.nBytes]
+                                  : reinterpret_cast<const unsigned char*>(&piece.values[nItem][piece.nComponent]);
+        std::memcpy(pBytes + (nFirst - nOffset), pPiece + (nFirst - piece.nFirst), nEnd - nFirst);
+    }
+    return true;
+}
+
+CEvaluator::CEvaluator(const std::vector<SExpressionNode>& vNodes) : m_vMissing(CExpression::BlockSize)
+{
+    m_Order = MakeOrder(vNodes, vNodes.size() - 1);
+    for (const size_t nNode : m_Order)
+    {
+        const SExpressionNode& node = vNodes[nNode];
+        const bool bWorkItem = node.eNode == ENode::Call && node.pBuiltIn->eKind == SBuiltIn::WorkItem;
+        m_bUniform = m_bUniform && !bWorkItem && node.eNode != ENode::Component && node.eNode != ENode::Item &&
+                     node.eNode != ENode::Variable && node.eNode != ENode::Dereference &&
+                     !(node.eNode == ENode::Element && node.elements.bPerGroup);
+        if (node.IsAggregate())
+        {
+            m_mapAggregates[nNode] = MakeOrder(vNodes, node.vChildren[0]);
+        }
+    }
+}
+
+/// The nodes that make up one, without what aggregates in it are made of; the stack gets the room that they need.
+CEvaluator::Order CEvaluator::MakeOrder(const std::vector<SExpressionNode>& vNodes, size_t nRoot)
+{
+    // From the back, an aggregate comes in front of what it is made of.
+    Order order;
+    for (size_t nNode = nRoot + 1; nNode > vNodes[nRoot].nBegin;)
+    {
+        const SExpressionNode& node = vNodes[--nNode];
+        order.push_back(nNode);
+        nNode = node.IsAggregate() ? node.nBegin : nNode;
+    }
+    std::reverse(order.begin(), order.end());
+    size_t nDepth = 0;
+    size_t nMost = 0;
+    for (const size_t nNode : order)
+    {
+        const size_t nTaken = vNodes[nNode].IsAggregate() ? 0 : vNodes[nNode].vChildren.size();
+        nDepth += 1 - nTaken;
+        nMost = std::max(nMost, nDepth);
+    }
+    m_vStack.resize(std::max(m_vStack.size(), nMost));
+    return order;
+}
+
+void CEvaluator::Bind(std::vector<SExpressionNode>& vNodes, IValueSource& source)
+{
+    m_pSource = &source;
+    m_Memory.Bind(source);
+    for (size_t nNode = 0; nNode < vNodes.size(); ++nNode)
+    {
+        SExpressionNode& node = vNodes[nNode];
+        if (node.eNode == ENode::Variable)
+        {
+            node.pVariable = m_Memory.FindVariable(node);
+        }
+        if (NeedsAddress(node) && vNodes[node.nRoot].pVariable && !vNodes[node.nRoot].pVariable->bMemory)
+        {
+            throw CCommandError(vNodes[node.nRoot].strVariable + " is in registers here, and has no address");
+        }
+        if (node.eNode == ENode::Component)
+        {
+            node.values = source.GetValues(node.operand.strRegister);
+        }
+        const bool bNeedsSize = NeedsLocalSize(node) || (node.eNode == ENode::Call && NeedsLocalSize(*node.pBuiltIn));
+        if (bNeedsSize && !source.GetExtent().bLocalKnown)
+        {
+            throw CCommandError(
+                (node.eNode == ENode::Item ? std::string("$") + g_ItemNames[node.nItem] : node.pBuiltIn->pszName) +
+                " isn't known: the launch leaves the size of groups to the platform");
+        }
+        if (node.IsAggregate() || node.eNode == ENode::Item)
+        {
+            node.active = source.GetActive();
+        }
+        if (node.IsAggregate())
+        {
+            const int64_t nResult = Aggregate(vNodes, nNode, m_mapAggregates[nNode]);
+            node.vConstant.resize(sizeof(nResult));
+            std::memcpy(node.vConstant.data(), &nResult, sizeof(nResult));
+        }
+    }
+}
+
+int64_t CEvaluator::Aggregate(const std::vector<SExpressionNode>& vNodes, size_t nNode, const Order& order)
+{
+    const SExpressionNode& node = vNodes[nNode];
+    const SExpressionNode& condition = vNodes[node.vChildren[0]];
+    const size_t nItems = m_pSource->GetExtent().Count();
+    int64_t nTrue = 0;
+    int64_t nAsked = 0;
+    for (size_t nFirst = 0; nFirst < nItems; nFirst += CExpression::BlockSize)
+    {
+        const size_t nCount = std::min(CExpression::BlockSize, nItems - nFirst);
+        const SBlock& block = Run(vNodes, order, nFirst, nCount);
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            if (!node.bAllItems && node.active.pActive != nullptr && node.active.pActive[nFirst + i] == 0)
+            {
+                continue;
+            }
+            RequireValue(vNodes, block, i);
+            ++nAsked;
+            nTrue += IsLaneTrue(condition, block, i);
+        }
+    }
+    return node.eNode == ENode::Any ? nTrue != 0 : node.eNode == ENode::All ? nTrue == nAsked : nTrue;
+}
+
+const SBlock& CEvaluator::Evaluate(const std::vector<SExpressionNode>& vNodes, size_t nFirst, size_t nCount)
+{
+    return Run(vNodes, m_Order, nFirst, nCount);
+}
+
+const SBlock& CEvaluator::Run(const std::vector<SExpressionNode>& vNodes, const Order& order, size_t nFirst,
+                              size_t nCount)
+{
+    size_t nTop = 0;
+    for (const size_t nNode : order)
+    {
+        const SExpressionNode& node = vNodes[nNode];
+        nTop -= node.IsAggregate() ? 0 : node.vChildren.size();
+        SBlock* const pBlocks = &m_vStack[nTop++];
+        Perform(vNodes, nNode, pBlocks, nFirst, nCount);
+        if (node.bLoad)
+        {
+            Load(vNodes, nNode, *pBlocks, nFirst, nCount);
+        }
+        Finish(node, *pBlocks, nCount);
+    }
+    return m_vStack.front();
+}
+
+/// Puts what a node gives in the place of its first child.
+void CEvaluator::Perform(const std::vector<SExpressionNode>& vNodes, size_t nNode, SBlock* pBlocks, size_t nFirst,
+                         size_t nCount)
+{
+    const SExpressionNode& node = vNodes[nNode];
+    const bool bLeaf = node.vChildren.empty() || node.IsAggregate();
+    const SSourceType* const pOperand = bLeaf ? nullptr : vNodes[node.vChildren[0]].GetType();
+    switch (node.eNode)
+    {
+    case ENode::Element:
+        LoadElements(node, nNode, *pBlocks, nFirst, nCount);
+        return;
+    case ENode::Dereference:
+        return;
+    case ENode::Index:
+    case ENode::Advance:
+    case ENode::Distance:
+        FindPlaces(node, nNode, pBlocks, nCount);
+        return;
+    case ENode::Member:
+        if (node.bPlace)
+        {
+            FindPlaces(node, nNode, pBlocks, nCount);
+            return;
+        }
+        break;
+    case ENode::Call:
+        Call(node, pOperand, pBlocks, nFirst, nCount);
+        return;
+    default:
+        break;
+    }
+    if (bLeaf)
+    {
+        PushLeaf(node, *pBlocks, nFirst, nCount);
+        return;
+    }
+    Compose(vNodes, node, pBlocks, nCount);
+}
+
+void CEvaluator::PushLeaf(const SExpressionNode& node, SBlock& block, size_t nFirst, size_t nCount)
+{
+    std::fill(block.bad, block.bad + nCount, false);
+    if (node.eNode == ENode::Number || node.IsAggregate())
+    {
+        const size_t nSize = node.vConstant.size();
+        block.vBytes.resize(nCount * nSize);
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            std::memcpy(&block.vBytes[i * nSize], node.vConstant.data(), nSize);
+        }
+        return;
+    }
+    block.vBytes.resize(nCount * sizeof(uint64_t));
+    unsigned char* const pBytes = block.vBytes.data();
+    const uint64_t nPlace =
+        node.nOffset + (node.eNode == ENode::Variable && node.pVariable ? node.pVariable->nBase : 0);
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        StoreAs<uint64_t>(pBytes + i * sizeof(uint64_t),
+                          node.eNode == ENode::Component ? ReadComponent(node, nFirst + i)
+                          : node.eNode == ENode::Item    ? CoordinateOf(node, m_pSource->GetExtent(), nFirst + i)
+                                                         : nPlace);
+    }
+}
+
+void CEvaluator::Miss(SBlock& block, size_t nLane, size_t nNode, int64_t nNumber)
+{
+    m_vMissing[nLane] = block.bad[nLane] ? m_vMissing[nLane] : SMissing{nNode, nNumber};
+    block.bad[nLane] = true;
+}
+
+/// Puts elements in the place of their indices.
+void CEvaluator::LoadElements(const SExpressionNode& node, size_t nNode, SBlock& block, size_t nFirst, size_t nCount)
+{
+    const SElementType& type = *node.elements.pType;
+    const SExtent& extent = m_pSource->GetExtent();
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        const auto nIndex = LoadAs<int64_t>(&block.vBytes[i * sizeof(int64_t)]);
+        if (block.bad[i] || static_cast<uint64_t>(nIndex) >= node.elements.nCount)
+        {
+            Miss(block, i, nNode, nIndex);
+            continue;
+        }
+        const size_t nGroup = node.elements.bPerGroup ? extent.GroupOf(nFirst + i) : 0;
+        const unsigned char* const pElement =
+            m_Memory.FindElement(node.elements, nGroup, static_cast<uint64_t>(nIndex) * type.nSize);
+        StoreAs(&block.vBytes[i * sizeof(int64_t)], LoadElement(type, pElement));
+    }
+}
+
+/// Addresses and offsets, all of 64 bits, from others.
+void CEvaluator::FindPlaces(const SExpressionNode& node, size_t nNode, SBlock* pBlocks, size_t nCount)
+{
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        unsigned char* const pResult = &pBlocks[0].vBytes[i * sizeof(uint64_t)];
+        uint64_t nFirst = LoadAs<uint64_t>(pResult);
+        if (node.eNode == ENode::Member)
+        {
+            StoreAs(pResult, nFirst + node.nOffset);
+            continue;
+        }
+        uint64_t nSecond = LoadAs<uint64_t>(&pBlocks[1].vBytes[i * sizeof(uint64_t)]);
+        if (pBlocks[1].bad[i] && !pBlocks[0].bad[i])
+        {
+            pBlocks[0].bad[i] = true; // with its own reason, which stays
+        }
+        if (node.eNode == ENode::Index && nSecond >= node.nOffset)
+        {
+            Miss(pBlocks[0], i, nNode, static_cast<int64_t>(nSecond));
+            continue;
+        }
+        if (node.eNode == ENode::Advance && node.nOffset == 1)
+        {
+            std::swap(nFirst, nSecond);
+        }
+        const int64_t nDistance = static_cast<int64_t>(nFirst - nSecond);
+        StoreAs(pResult, node.eNode == ENode::Distance
+                             ? static_cast<uint64_t>(nDistance / static_cast<int64_t>(node.nScale))
+                             : nFirst + nSecond * node.nScale);
+    }
+    if (node.eNode == ENode::Advance && node.pType->nSize < sizeof(uint64_t))
+    {
+        // A pointer into private or local memory is shorter.
+        m_vScratch.resize(nCount * node.pType->nSize);
+        ConvertNumbers(GetIntegerType(false, 8), pBlocks[0].vBytes.data(), *node.pType, m_vScratch.data(), nCount);
+        pBlocks[0].vBytes.swap(m_vScratch);
+    }
+}
+
+/// Puts values in the place of where they are.
+void CEvaluator::Load(const std::vector<SExpressionNode>& vNodes, size_t nNode, SBlock& block, size_t nFirst,
+                      size_t nCount)
+{
+    const SExpressionNode& node = vNodes[nNode];
+    const SExpressionNode& root = vNodes[node.nRoot];
+    const SBoundVariable* const pVariable = root.pVariable.get();
+    const size_t nSize = node.pType->nSize;
+    if (pVariable != nullptr && pVariable->bMemory && root.eSpace == SSourceType::PrivateSpace)
+    {
+        m_Memory.Prepare(pVariable->nBase + root.nOffset, root.pType->nSize);
+    }
+    m_vScratch.resize(nCount * nSize);
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        const auto nPlace = LoadAs<uint64_t>(&block.vBytes[i * sizeof(uint64_t)]);
+        unsigned char* const pBytes = &m_vScratch[i * nSize];
+        const bool bThere =
+            !block.bad[i] && (pVariable != nullptr && !pVariable->bMemory
+                                  ? ReadPieces(*pVariable, static_cast<size_t>(nPlace), nFirst + i, pBytes, nSize)
+                                  : m_Memory.Read(root.eSpace, nPlace, nFirst + i, pBytes, nSize));
+        if (!bThere)
+        {
+            std::memset(pBytes, 0, nSize);
+            Miss(block, i, node.nRoot, static_cast<int64_t>(nPlace));
+        }
+    }
+    block.vBytes.swap(m_vScratch);
+}
+
+void CEvaluator::Call(const SExpressionNode& node, const SSourceType* pArgument, SBlock* pBlocks, size_t nFirst,
+                      size_t nCount)
+{
+    const SBuiltIn& builtIn = *node.pBuiltIn;
+    if (pArgument == nullptr)
+    {
+        std::fill(pBlocks[0].bad, pBlocks[0].bad + nCount, false);
+    }
+    m_vScratch.resize(nCount * node.pType->nSize);
+    for (size_t n = 1; n < node.vChildren.size(); ++n)
+    {
+        std::transform(pBlocks[0].bad, pBlocks[0].bad + nCount, pBlocks[n].bad, pBlocks[0].bad,
+                       [](bool a, bool b) { return a || b; });
+    }
+    for (size_t i = 0; i < nCount && builtIn.eKind == SBuiltIn::WorkItem; ++i)
+    {
+        const uint64_t nDimension =
+            pArgument != nullptr ? LoadAs<uint64_t>(&pBlocks[0].vBytes[i * sizeof(uint64_t)]) : 0;
+        const uint64_t nValue = CallWorkItem(builtIn, m_pSource->GetExtent(), nFirst + i, nDimension);
+        std::memcpy(&m_vScratch[i * node.pType->nSize], &nValue, node.pType->nSize);
+    }
+    if (builtIn.eKind != SBuiltIn::WorkItem)
+    {
+        const unsigned char* pArguments[3] = {};
+        for (size_t n = 0; n < node.vChildren.size(); ++n)
+        {
+            pArguments[n] = pBlocks[n].vBytes.data();
+        }
+        CallBuiltIn(builtIn, *pArgument, pArguments, *node.pType, m_vScratch.data(), nCount);
+    }
+    pBlocks[0].vBytes.swap(m_vScratch);
+}
+
+/// Operators and what else makes a value of values.
+void CEvaluator::Compose(const std::vector<SExpressionNode>& vNodes, const SExpressionNode& node, SBlock* pBlocks,
+                         size_t nCount)
+{
+    const SSourceType& operand = *vNodes[node.vChildren[0]].GetType();
+    const size_t nSize = node.pType->nSize;
+    const bool bLogic = node.eNode == ENode::And || node.eNode == ENode::Or;
+    m_vScratch.resize(nCount * nSize);
+    for (size_t n = 1; n < node.vChildren.size() && !bLogic && node.eNode != ENode::Choose; ++n)
+    {
+        std::transform(pBlocks[0].bad, pBlocks[0].bad + nCount, pBlocks[n].bad, pBlocks[0].bad,
+                       [](bool a, bool b) { return a || b; });
+    }
+    const unsigned char* const pFirst = pBlocks[0].vBytes.data();
+    switch (node.eNode)
+    {
+    case ENode::Convert:
+        ConvertValues(operand, pFirst, *node.pType, m_vScratch.data(), nCount);
+        break;
+    case ENode::Address:
+        ConvertNumbers(GetIntegerType(false, 8), pFirst, *node.pType, m_vScratch.data(), nCount);
+        break;
+    case ENode::Reread:
+        std::memcpy(m_vScratch.data(), pFirst, nCount * nSize);
+        break;
+    case ENode::Negate:
+    case ENode::Not:
+    case ENode::Complement:
+        ChangeNumbers(node, operand, pFirst, m_vScratch.data(), nCount);
+        break;
+    case ENode::Member:
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            std::memcpy(&m_vScratch[i * nSize], pFirst + i * operand.nSize + node.nOffset, nSize);
+        }
+        break;
+    case ENode::Swizzle:
+        std::fill(m_vScratch.begin(), m_vScratch.end(), static_cast<unsigned char>(0));
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            const size_t nElement = operand.pElement->nSize;
+            for (size_t n = 0; n < node.vParts.size(); ++n)
+            {
+                std::memcpy(&m_vScratch[i * nSize + n * nElement],
+                            pFirst + i * operand.nSize + node.vParts[n] * nElement, nElement);
+            }
+        }
+        break;
+    case ENode::Construct:
+        std::fill(m_vScratch.begin(), m_vScratch.end(), static_cast<unsigned char>(0));
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            unsigned char* pTo = &m_vScratch[i * nSize];
+            for (size_t n = 0; n < node.vChildren.size(); ++n)
+            {
+                const SSourceType& part = *vNodes[node.vChildren[n]].GetType();
+                const size_t nBytes = (IsVector(part) ? part.nCount : 1) * ScalarOf(part).nSize;
+                std::memcpy(pTo, &pBlocks[n].vBytes[i * part.nSize], nBytes);
+                pTo += nBytes;
+            }
+        }
+        break;
+    case ENode::And:
+    case ENode::Or:
+        // The right side isn't asked where the left one has settled the answer.
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            const bool bLeft = IsLaneTrue(vNodes[node.vChildren[0]], pBlocks[0], i);
+            const bool bSettled = bLeft == (node.eNode == ENode::Or);
+            const bool bTrue = bSettled ? bLeft : IsLaneTrue(vNodes[node.vChildren[1]], pBlocks[1], i);
+            pBlocks[0].bad[i] = pBlocks[0].bad[i] || (!bSettled && pBlocks[1].bad[i]);
+            StoreAs(&m_vScratch[i * nSize], int32_t(bTrue));
+        }
+        break;
+    case ENode::Choose:
+        for (size_t i = 0; i < nCount; ++i)
+        {
+            const SBlock& chosen = pBlocks[IsLaneTrue(vNodes[node.vChildren[0]], pBlocks[0], i) ? 1 : 2];
+            pBlocks[0].bad[i] = pBlocks[0].bad[i] || chosen.bad[i];
+            std::memcpy(&m_vScratch[i * nSize], &chosen.vBytes[i * nSize], nSize);
+        }
+        break;
+    default:
+        CombineNumbers(node, operand, pFirst, pBlocks[1].vBytes.data(), m_vScratch.data(), nCount);
+    }
+    pBlocks[0].vBytes.swap(m_vScratch);
+}
+
+void CEvaluator::Finish(const SExpressionNode& node, SBlock& block, size_t nCount)
+{
+    if (node.pAs == nullptr)
+    {
+        return;
+    }
+    const SSourceType& from = node.bDecay ? GetIntegerType(false, 8) : *node.pType;
+    m_vScratch.resize(nCount * node.pAs->nSize);
+    ConvertValues(from, block.vBytes.data(), *node.pAs, m_vScratch.data(), nCount);
+    block.vBytes.swap(m_vScratch);
+}
+
+void CEvaluator::RequireValue(const std::vector<SExpressionNode>& vNodes, const SBlock& block, size_t nLane) const
+{
+    if (!block.bad[nLane])
+    {
+        return;
+    }
+    const SMissing& missing = m_vMissing[nLane];
+    const SExpressionNode& node = vNodes[missing.nNode];
+    const std::string strNumber = std::to_string(missing.nNumber);
+    switch (node.eNode)
+    {
+    case ENode::Element:
+        throw CCommandError(node.elements.strName + "[" + strNumber + "] isn't there: " + node.elements.strName +
+                            " has " + std::to_string(node.elements.nCount) + " elements");
+    case ENode::Index:
+        throw CCommandError(vNodes[node.vChildren[0]].pType->strName + " has no element " + strNumber);
+    case ENode::Variable:
+        throw CCommandError(node.strVariable + " is optimized out here");
+    default:
+        throw CCommandError("there is no " + node.pType->strName + " at " +
+                            m_pSource->NameAddress(static_cast<uint64_t>(missing.nNumber)));
+    }
+}
+
+} // namespace KestrelTool

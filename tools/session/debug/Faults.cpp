@@ -1,0 +1,250 @@
+#include "tools/session/debug/Faults.h"
+
+#include "KestrelPlatform.h"
+#include "tools/session/debug/Format.h"
+#include "tools/session/launch/KernelText.h"
+#include "tools/source/SourcePlaces.h"
+
+#include <algorithm>
+#include <map>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+/// An instruction with all its components spelled out, since a printer may leave out repeated ones.
+std::string SpellOut(const std::string& strText)
+{
+    static const std::string s_strComponents = "xyzw01_";
+    std::string strSpelled;
+    size_t nLetters = 4;
+    for (size_t n = 0; n <= strText.size(); ++n)
+    {
+        const char c = n < strText.size() ? strText[n] : '\0';
+        const bool bComponent = nLetters < 4 && s_strComponents.find(c) != std::string::npos && c != '\0';
+        if (!bComponent)
+        {
+            strSpelled.append(nLetters > 0 ? 4 - nLetters : 0, strSpelled.empty() ? ' ' : strSpelled.back());
+            nLetters = c == '.' ? 0 : 4;
+        }
+        nLetters += bComponent ? 1 : 0;
+        strSpelled.append(c != '\0' ? 1 : 0, c);
+    }
+    return strSpelled;
+}
+
+/// The line of the kernel's own text that stands for an instruction of a patched copy. Patching
+/// leaves instructions as they are and puts others between them, so it is the one with the same text
+/// and as many of its like in front.
+unsigned int FindOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
+{
+    const std::string strText = SpellOut(patched.GetLine(patched.GetLineOfInstruction(nInstruction)));
+    size_t nBefore = 0;
+    for (unsigned int n = 0; n < nInstruction; ++n)
+    {
+        nBefore += SpellOut(patched.GetLine(patched.GetLineOfInstruction(n))) == strText;
+    }
+    for (unsigned int n = 0; listing.GetLineOfInstruction(n) != CListing::NoLine; ++n)
+    {
+        const unsigned int nLine = listing.GetLineOfInstruction(n);
+        if (SpellOut(listing.GetLine(nLine)) == strText && nBefore-- == 0)
+        {
+            return nLine;
+        }
+    }
+    return CListing::NoLine;
+}
+
+} // namespace
+
+void CFaults::Forget()
+{
+    m_nKnownAccesses = m_nKnownBarriers = 0;
+    m_Known.clear();
+    m_All = SFaults();
+}
+
+/// By the buffer that begins closest in front, if it is near: what is far away has nothing to do with it.
+std::string CFaults::NamePlace(const std::vector<SPlatformBuffer>& vBuffers, uint64_t nAddress) const
+{
+    std::string strName;
+    uint64_t nOffset = uint64_t(1) << 32;
+    for (const SPlatformBuffer& buffer : vBuffers)
+    {
+        // A patched copy has buffers of the debugger's behind the kernel's own.
+        const bool bOwn = buffer.nArgument < m_vArguments.size();
+        if (bOwn && buffer.nAddress <= nAddress && nAddress - buffer.nAddress < nOffset)
+        {
+            nOffset = nAddress - buffer.nAddress;
+            strName = m_vArguments[buffer.nArgument].strName + "+" + FormatHex(nOffset);
+        }
+    }
+    return strName;
+}
+
+std::string CFaults::FindSource(const CListing& listing, unsigned int nLine, uint32_t nInstruction, bool bPatched) const
+{
+    if (bPatched || nLine != CListing::NoLine)
+    {
+        return listing.GetPlace(nLine);
+    }
+    // A kernel without a text of its own: the platform still has the lines.
+    std::string strPlace(m_pControl->GetSourcePlace(nInstruction, nullptr, 0), '\0');
+    const uint32_t nNeeded =
+        m_pControl->GetSourcePlace(nInstruction, strPlace.data(), static_cast<uint32_t>(strPlace.size()));
+    return nNeeded == strPlace.size() ? strPlace.c_str() : std::string();
+}
+
+std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector<char>& vImage)
+{
+    if (m_pControl == nullptr)
+    {
+        return std::nullopt;
+    }
+    SPlatformFault found = {};
+    m_pControl->GetLastFault(&found);
+    // Each run begins at the kernel's first instruction, so what is known comes again.
+    const bool bNews = found.nBadAccesses > m_nKnownAccesses || found.nUnreachedBarriers > m_nKnownBarriers;
+    m_nKnownAccesses = std::max(m_nKnownAccesses, found.nBadAccesses);
+    m_nKnownBarriers = std::max(m_nKnownBarriers, found.nUnreachedBarriers);
+    if (!bNews)
+    {
+        return std::nullopt;
+    }
+    std::vector<SPlatformFaultRecord> vRecords(m_pControl->GetFaultRecords(nullptr, 0));
+    vRecords.resize(std::min<size_t>(
+        vRecords.size(), m_pControl->GetFaultRecords(vRecords.data(), static_cast<uint32_t>(vRecords.size()))));
+    std::vector<SPlatformBuffer> vBuffers(m_pControl->GetLastBuffers(nullptr, 0));
+    vBuffers.resize(std::min<size_t>(
+        vBuffers.size(), m_pControl->GetLastBuffers(vBuffers.data(), static_cast<uint32_t>(vBuffers.size()))));
+    SFaults faults;
+    faults.nAccesses = found.nBadAccesses;
+    faults.nBarriers = found.nUnreachedBarriers;
+    faults.bIncomplete = found.nBadAccesses + found.nUnreachedBarriers > vRecords.size();
+    const CListing patched(vImage.empty() ? std::vector<std::string>() : ReadLinesWithCall(vImage, 0));
+    std::map<uint32_t, unsigned int> mapLines;
+    for (const SPlatformFaultRecord& record : vRecords)
+    {
+        const auto entry = mapLines.emplace(record.nInstruction, CListing::NoLine);
+        if (entry.second)
+        {
+            entry.first->second = vImage.empty() ? listing.GetLineOfInstruction(record.nInstruction)
+                                                 : FindOriginal(listing, patched, record.nInstruction);
+        }
+        SFault fault;
+        fault.nLine = entry.first->second;
+        fault.nWorkItem = record.nWorkItem;
+        fault.nAddress = record.nAddress;
+        fault.bWrite = record.bWrite != 0;
+        fault.bBarrier = record.bBarrier != 0;
+        fault.nMemory = record.nMemory;
+        fault.strSource = FindSource(listing, fault.nLine, record.nInstruction, !vImage.empty());
+        if (record.nMemory == PLATFORM_MEMORY_GLOBAL && !fault.bBarrier)
+        {
+            fault.strPlace = NamePlace(vBuffers, record.nAddress);
+        }
+        if (m_Known.emplace(fault.bBarrier, fault.nLine, fault.nWorkItem, fault.nAddress).second)
+        {
+            faults.vShown.push_back(fault);
+        }
+    }
+    m_All.vShown.insert(m_All.vShown.end(), faults.vShown.begin(), faults.vShown.end());
+    m_All.nAccesses = m_nKnownAccesses;
+    m_All.nBarriers = m_nKnownBarriers;
+    m_All.bIncomplete = m_All.bIncomplete || faults.bIncomplete;
+    return faults;
+}
+
+std::string CFaults::DescribeEnd(const CListing& listing, const std::vector<char>& vImage) const
+{
+    SPlatformEnd end = {};
+    if (m_pControl != nullptr)
+    {
+        m_pControl->GetLastEnd(&end);
+    }
+    if (end.nEnd == PLATFORM_END_COMPLETE)
+    {
+        return std::string();
+    }
+    if (end.nEnd == PLATFORM_END_MEMORY)
+    {
+        return "the platform had not enough memory for the kernel";
+    }
+    std::string strEnd = end.nEnd == PLATFORM_END_LIMIT
+                             ? "the platform ended the kernel: a work-group came to its limit of instructions"
+                             : "the kernel run was broken off";
+    if (end.nWorkItem != ~uint64_t(0))
+    {
+        const unsigned int nLine =
+            vImage.empty() ? listing.GetLineOfInstruction(end.nInstruction)
+                           : FindOriginal(listing, CListing(ReadLinesWithCall(vImage, 0)), end.nInstruction);
+        const std::string strSource = FindSource(listing, nLine, end.nInstruction, !vImage.empty());
+        const std::string strPlace = strSource.empty() ? "" : " (" + ShortenPlace(strSource) + ")";
+        strEnd += "; work-item " + std::to_string(end.nWorkItem) +
+                  (nLine == CListing::NoLine
+                       ? " was in it" + strPlace
+                       : " was at line " + std::to_string(nLine) + strPlace + ": " + listing.GetLine(nLine));
+    }
+    return strEnd;
+}
+
+nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown)
+{
+    static const char* const s_Memories[] = {"global", "local", "private", "registers", "image"};
+    nlohmann::json list = nlohmann::json::array();
+    for (const SFault& fault : faults.vShown)
+    {
+        if (list.size() == nShown)
+        {
+            break;
+        }
+        nlohmann::json entry = {{"kind", fault.bBarrier ? "barrier"
+                                         : fault.bWrite ? "write"
+                                                        : "read"},
+                                {"workitem", fault.nWorkItem}};
+        if (fault.nLine != CListing::NoLine)
+        {
+            entry["line"] = fault.nLine;
+        }
+        if (!fault.strSource.empty())
+        {
+            entry["source"] = fault.strSource;
+        }
+        if (!fault.bBarrier)
+        {
+            entry["memory"] = s_Memories[std::min<size_t>(fault.nMemory, std::size(s_Memories) - 1)];
+            entry["address"] = fault.nAddress;
+            entry["place"] = fault.strPlace.empty() ? FormatHex(fault.nAddress) : fault.strPlace;
+        }
+        list.push_back(entry);
+    }
+    return {{"list", list},
+            {"more", faults.vShown.size() - list.size()},
+            {"accesses", faults.nAccesses},
+            {"barriers", faults.nBarriers},
+            {"incomplete", faults.bIncomplete}};
+}
+
+std::vector<std::string> ReadLinesWithCall(const std::vector<char>& vBinary, unsigned int nLabel)
+{
+    std::vector<std::string> vLines = ReadKernelText(vBinary);
+    for (std::string& strLine : vLines)
+    {
+        if (strLine == ";$$$$$$$$$$")
+        {
+            strLine = "call " + std::to_string(nLabel);
+        }
+    }
+    return vLines;
+}
+
+CListing ReadListing(const std::vector<char>& vBinary, unsigned int nLabel)
+{
+    std::vector<std::string> vLines = ReadLinesWithCall(vBinary, nLabel);
+    std::vector<std::string> vPlaces = ReadSourcePlaces(vBinary, vLines.size());
+    return CListing(std::move(vLines), std::move(vPlaces));
+}
+
+} // namespace KestrelTool

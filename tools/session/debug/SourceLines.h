@@ -1,0 +1,34 @@
+#ifndef KESTREL_TOOLS_DEBUG_SOURCELINES_H
+#define KESTREL_TOOLS_DEBUG_SOURCELINES_H
+
+#include "tools/session/debug/CodeMap.h"
+
+#include <optional>
+#include <set>
+#include <string>
+
+namespace KestrelTool
+{
+
+/// A line of a program's source.
+struct SSourceLine
+{
+    std::string strFile;
+    unsigned int nLine = 0;
+};
+
+/// Of a text "FILE:LINE"; nothing for any other.
+std::optional<SSourceLine> ReadSourceLine(const std::string& strText);
+/// Whether two names of files mean the same one, of which either may be given without its folder.
+bool IsFile(const std::string& strOne, const std::string& strOther);
+/// Whether a function comes from lines of a source; false for a null one.
+bool HasLines(const CListing& listing, const CCodeMap::SFunction* pFunction);
+/// Whether an instruction is the first one of a line's code, or of a part of it.
+bool BeginsLine(const CListing& listing, const CCodeMap& code, unsigned int nLine);
+/// Lines of a file that a function's instructions come from; of all functions for a null one.
+std::set<unsigned int> ListSourceLines(const CListing& listing, const CCodeMap::SFunction* pFunction,
+                                       const std::string& strFile);
+
+} // namespace KestrelTool
+
+#endif

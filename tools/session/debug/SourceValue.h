@@ -1,0 +1,28 @@
+#ifndef KESTREL_TOOLS_DEBUG_SOURCEVALUE_H
+#define KESTREL_TOOLS_DEBUG_SOURCEVALUE_H
+
+#include "tools/session/debug/Format.h"
+#include "tools/source/DebugInfo.h"
+
+#include <functional>
+
+namespace KestrelTool
+{
+
+/// A value of the source, of one work-item.
+struct SSourceValue
+{
+    const SSourceType* pType = nullptr;
+    std::vector<unsigned char> vBytes;
+    std::vector<bool> vKnown; ///< by byte: what has no place at this stop isn't
+
+    bool IsKnown() const;
+};
+
+/// \param nameAddress  the text of a pointer; hexadecimal without one
+std::string FormatValue(const SSourceValue& value, EFormat eFormat,
+                        const std::function<std::string(uint64_t)>& nameAddress);
+
+} // namespace KestrelTool
+
+#endif

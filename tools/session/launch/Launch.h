@@ -1,0 +1,95 @@
+#ifndef KESTREL_TOOLS_LAUNCH_H
+#define KESTREL_TOOLS_LAUNCH_H
+
+#include "tools/session/launch/LaunchFile.h"
+#include "tools/session/launch/Libraries.h"
+
+#include <string>
+#include <vector>
+
+namespace KestrelTool
+{
+
+/// Where an output differs from what the launch file expects.
+struct SDifference
+{
+    size_t nArgument;
+    size_t nElement;
+    std::string strGot;
+    std::string strExpected;
+};
+
+/// A launch brought to life: context, queue, program, kernel and arguments, all made through
+/// the debugger's intercept so that it can be debugged or just run, any number of times.
+class CLaunch
+{
+public:
+    /// \throws CPlatformError, with the build log where the program doesn't build
+    CLaunch(const CLibraries& libraries, const SLaunchFile& file);
+    ~CLaunch();
+    CLaunch(const CLaunch&) = delete;
+    CLaunch& operator=(const CLaunch&) = delete;
+
+    /// Writes the arguments' contents as the file describes them.
+    void ResetContents();
+    /// A plain launch, to its end.
+    void Run();
+    /// A launch under the debugger, to its end. \return the enqueue's code
+    cl_int Debug(ovkclDebugCallback callback, void* pUserData);
+
+    /// What a buffer or image argument holds now.
+    std::vector<unsigned char> ReadContents(size_t nArgument) const;
+    /// The image of the built program; empty if the runtime doesn't give it.
+    std::vector<char> ReadBinary() const;
+    /// Writes the arguments that the file wants saved.
+    /// \throws CLaunchFileError for a file that can't be written
+    void SaveOutputs() const;
+    /// The first difference of each argument from what the file expects.
+    std::vector<SDifference> Compare() const;
+
+    const SLaunchFile& GetFile() const { return m_File; }
+    const std::string& GetDeviceName() const { return m_strDeviceName; }
+    size_t GetWorkItems() const;
+    cl_command_queue GetQueue() const { return m_Queue; }
+    cl_device_id GetDevice() const { return m_Device; }
+    cl_kernel GetKernel() const { return m_Kernel; }
+    /// The memory object of a buffer or image argument.
+    cl_mem GetMemory(size_t nArgument) const { return m_vMemory[nArgument]; }
+
+private:
+    void Create();
+    void Release();
+    void CheckArgumentCount() const;
+    void RequireCount() const;
+    void CheckSizes(cl_int nCode) const;
+    void ChooseDevice();
+    void BuildProgram();
+    cl_program CreateProgram() const;
+    void CreateSharedBuffers();
+    void CreateArgument(size_t nArgument);
+    cl_mem CreateImage(const SArgument& argument);
+    cl_mem CreatePart(const SArgument& argument) const;
+    cl_sampler CreateSampler(const SArgument& argument);
+    void WriteBuffer(cl_mem buffer, const SArgument& argument);
+    std::string GetBuildLog() const;
+    void Check(cl_int nCode, const char* pszWhat) const;
+    const size_t* LocalSize() const { return m_File.bHasLocalSize ? m_File.nLocalSize : nullptr; }
+    const size_t* Offset() const { return m_File.bHasOffset ? m_File.nGlobalOffset : nullptr; }
+
+    const CLibraries& m_Lib;
+    SLaunchFile m_File;
+    std::string m_strDeviceName;
+    cl_device_id m_Device = nullptr;
+    cl_context m_Context = nullptr;
+    cl_command_queue m_Queue = nullptr;
+    cl_program m_Program = nullptr;
+    cl_kernel m_Kernel = nullptr;
+    std::vector<cl_mem> m_vMemory;       ///< by argument; null for what has none
+    std::vector<cl_mem> m_vBuffers;      ///< those that arguments are parts of
+    std::vector<cl_mem> m_vImageBuffers; ///< under images that lie in a buffer
+    std::vector<cl_sampler> m_vSamplers;
+};
+
+} // namespace KestrelTool
+
+#endif
