@@ -26,7 +26,10 @@ std::optional<CExpressionParser::Node> CExpressionParser::ParseKeyword(const std
         m_vNodes[nNode].bNaN = strWord == "nan";
         return nNode;
     }
-    if (strWord == "any" || strWord == "all" || strWord == "count")
+    // A variable may be called count; what counts has a bracket behind it.
+    const bool bVariable = strWord == "count" && !IsBracketNext() && m_pNames != nullptr &&
+                           m_pNames->FindVariable(strWord, false).has_value();
+    if (strWord == "any" || strWord == "all" || (strWord == "count" && !bVariable))
     {
         return ParseAggregate(strWord);
     }
@@ -35,6 +38,17 @@ std::optional<CExpressionParser::Node> CExpressionParser::ParseKeyword(const std
         return MakeConstant(GetIntegerType(true, 4), strWord == "true" ? 1 : 0);
     }
     return strWord == "sizeof" ? std::optional<Node>(ParseSize()) : std::nullopt;
+}
+
+/// Whether a bracket comes next, with or without "/a" before it.
+bool CExpressionParser::IsBracketNext() const
+{
+    size_t nPos = m_strText.find_first_not_of(" \t", m_nPos);
+    if (nPos != std::string::npos && m_strText.compare(nPos, 2, "/a") == 0)
+    {
+        nPos = m_strText.find_first_not_of(" \t", nPos + 2);
+    }
+    return nPos != std::string::npos && m_strText[nPos] == '(';
 }
 
 std::optional<CExpressionParser::Node> CExpressionParser::ParseName(const std::string& strWord, size_t nStart)

@@ -43,6 +43,7 @@ private:
     char Peek() const { return m_nPos < m_strText.size() ? m_strText[m_nPos] : '\0'; }
     bool Take(const char* pszText);
     std::string TakeWord();
+    bool IsBracketNext() const;
     const SOperator* TakeOperator(int nLevel);
     /// "any A && any B": the first any ends in front of an operator behind which the next one begins.
     bool IsBetweenAggregates(const SOperator& entry) const;
