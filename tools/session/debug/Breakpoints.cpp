@@ -113,6 +113,10 @@ CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& sourc
                                        error.what());
         }
         ++breakpoint.nHits;
+        if (breakpoint.isWanted && !breakpoint.isWanted(breakpoint))
+        {
+            continue;
+        }
         if (breakpoint.nIgnore != 0)
         {
             --breakpoint.nIgnore;

@@ -4,6 +4,7 @@
 #include "tools/session/debug/Expression.h"
 #include "tools/session/debug/Watch.h"
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -48,6 +49,8 @@ struct SBreakpoint
     size_t nIgnore = 0;                   ///< hits that are passed over
     size_t nHits = 0;
     std::vector<std::string> vCommands; ///< what is done at a stop
+    /// Asked at each hit, after it has been counted; what it doesn't want is passed. Without one each hit is wanted.
+    std::function<bool(const SBreakpoint&)> isWanted;
 };
 
 /// The user's breakpoints, with numbers that are never used again.

@@ -13,20 +13,6 @@ namespace
 
 const size_t s_nMaxElements = 200; ///< of an array that is shown
 
-/// A part of a value as a value of its own.
-SSourceValue PartOf(const SSourceValue& whole, size_t nOffset, const SSourceType& type)
-{
-    if (nOffset > whole.vBytes.size() || type.nSize > whole.vBytes.size() - nOffset)
-    {
-        throw CCommandError("the debug data give " + whole.pType->strName + " parts outside of itself");
-    }
-    const auto nFirst = static_cast<std::ptrdiff_t>(nOffset);
-    const auto nEnd = static_cast<std::ptrdiff_t>(nOffset + type.nSize);
-    return {&type,
-            {whole.vBytes.begin() + nFirst, whole.vBytes.begin() + nEnd},
-            {whole.vKnown.begin() + nFirst, whole.vKnown.begin() + nEnd}};
-}
-
 uint64_t BitsOf(const SSourceValue& value)
 {
     uint64_t nBits = 0;
@@ -71,6 +57,19 @@ std::string FormatInteger(const SSourceValue& value, EFormat eFormat)
 }
 
 } // namespace
+
+SSourceValue PartOf(const SSourceValue& whole, size_t nOffset, const SSourceType& type)
+{
+    if (nOffset > whole.vBytes.size() || type.nSize > whole.vBytes.size() - nOffset)
+    {
+        throw CCommandError("the debug data give " + whole.pType->strName + " parts outside of itself");
+    }
+    const auto nFirst = static_cast<std::ptrdiff_t>(nOffset);
+    const auto nEnd = static_cast<std::ptrdiff_t>(nOffset + type.nSize);
+    return {&type,
+            {whole.vBytes.begin() + nFirst, whole.vBytes.begin() + nEnd},
+            {whole.vKnown.begin() + nFirst, whole.vKnown.begin() + nEnd}};
+}
 
 bool SSourceValue::IsKnown() const
 {

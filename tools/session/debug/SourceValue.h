@@ -19,6 +19,10 @@ struct SSourceValue
     bool IsKnown() const;
 };
 
+/// A part of a value as a value of its own.
+/// \throws CCommandError if it isn't inside
+SSourceValue PartOf(const SSourceValue& whole, size_t nOffset, const SSourceType& type);
+
 /// \param nameAddress  the text of a pointer; hexadecimal without one
 std::string FormatValue(const SSourceValue& value, EFormat eFormat,
                         const std::function<std::string(uint64_t)>& nameAddress);

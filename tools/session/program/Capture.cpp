@@ -99,15 +99,17 @@ private:
 
 std::vector<std::string> ListSourceFolders(const SProgramCommand& command)
 {
-    std::vector<std::string> vFolders = {"."};
+    const std::filesystem::path start = command.strFolder.empty() ? "." : command.strFolder;
+    std::vector<std::string> vFolders = {start.string()};
     for (const std::string& strWord : command.vWords)
     {
         // The program itself, or what an interpreter is given to run.
         std::error_code error;
+        const std::filesystem::path path = command.strFolder.empty() ? std::filesystem::path(strWord) : start / strWord;
         const std::filesystem::path folder = std::filesystem::path(strWord).parent_path();
-        if (!folder.empty() && std::filesystem::is_regular_file(strWord, error))
+        if (!folder.empty() && std::filesystem::is_regular_file(path, error))
         {
-            vFolders.push_back(folder.string());
+            vFolders.push_back(path.parent_path().string());
         }
     }
     return vFolders;

@@ -81,6 +81,17 @@ private:
 CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
 {
     CEnvironment environment;
+    for (const auto& variable : command.mapVariables)
+    {
+        if (variable.second)
+        {
+            environment.Set(variable.first, *variable.second);
+        }
+        else
+        {
+            environment.Remove(variable.first);
+        }
+    }
     struct stat status = {};
     fstat(nDoor, &status);
     environment.Set(g_pszDoorVariable, std::to_string(nDoor) + ":" + std::to_string(status.st_ino));
@@ -97,15 +108,15 @@ CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
 }
 
 /// In the new process, which has nothing but this thread: whatever was set for the debugger is undone.
-[[noreturn]] void Execute(char* const* ppWords, char* const* ppEnvironment, bool bTerminal, bool bNoInput,
-                          pid_t nParent, int nReport)
+[[noreturn]] void Execute(char* const* ppWords, char* const* ppEnvironment, const SProgramCommand& command,
+                          bool bTerminal, pid_t nParent, int nReport)
 {
     if (bTerminal)
     {
         setpgid(0, 0);
     }
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (bNoInput)
+    if (command.bNoInput)
     {
         const int nNull = open("/dev/null", O_RDONLY);
         dup2(nNull, STDIN_FILENO);
@@ -120,7 +131,7 @@ CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    if (getppid() == nParent)
+    if (getppid() == nParent && (command.strFolder.empty() || chdir(command.strFolder.c_str()) == 0))
     {
         execvpe(ppWords[0], ppWords, ppEnvironment);
     }
@@ -131,7 +142,8 @@ CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
 
 } // namespace
 
-CProgramProcess::CProgramProcess(const SProgramCommand& command) : m_bTerminal(isatty(STDIN_FILENO) != 0)
+CProgramProcess::CProgramProcess(const SProgramCommand& command)
+    : m_IsUnwanted(command.isUnwanted), m_bTerminal(isatty(STDIN_FILENO) != 0)
 {
     try
     {
@@ -175,7 +187,7 @@ void CProgramProcess::Start(const SProgramCommand& command)
     m_nPid = fork();
     if (m_nPid == 0)
     {
-        Execute(vPointers.data(), vEnvironment.data(), m_bTerminal, command.bNoInput, nParent, reportOut.Get());
+        Execute(vPointers.data(), vEnvironment.data(), command, m_bTerminal, nParent, reportOut.Get());
     }
     if (m_nPid < 0)
     {
@@ -227,6 +239,11 @@ CProgramProcess::SEvent CProgramProcess::Wait()
     {
         // What the program has said comes before its end.
         const bool bAny = WaitForInput(200);
+        if (m_IsUnwanted && m_IsUnwanted())
+        {
+            Kill();
+            break;
+        }
         siginfo_t info = {};
         if (!bAny && waitid(P_PID, static_cast<id_t>(m_nPid), &info, WSTOPPED | WNOHANG) == 0 && info.si_pid == m_nPid)
         {

@@ -5,7 +5,9 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +28,10 @@ struct SProgramCommand
     std::string strLayer;            ///< the layer's library
     bool bNoInput = false;           ///< the standard input is the debugger's
     std::string strVendors;          ///< the OpenCL driver to use, by its path; empty for the machine's own
+    std::string strFolder;           ///< where it is started; empty for the debugger's own folder
+    std::map<std::string, std::optional<std::string>> mapVariables; ///< of its environment; without a value: not there
+    /// Asked now and then while the program is waited for; if so, it is ended. Null for never.
+    std::function<bool()> isUnwanted;
 };
 
 /// A program with the layer in it. All its processes that use OpenCL may be heard; the end is that of the one that was
@@ -73,6 +79,7 @@ private:
     pid_t m_nPid = -1;
     int m_nDoor = -1;
     int m_nLife = -1; ///< readable once the program has ended
+    std::function<bool()> m_IsUnwanted;
     bool m_bTerminal = false;
     bool m_bHurry = true; ///< whoever sent the last message waits for an answer
     bool m_bEnded = false;
