@@ -90,6 +90,7 @@ COptionParser::COptionParser() : m_pApp(std::make_unique<CLI::App>("Single-steps
     AddPrograms();
     AddCover();
     AddCheck();
+    AddAdapter();
     m_pApp->add_subcommand("completion", "Print what a shell needs to complete these commands")
         ->add_option("SHELL", m_Options.strShell, "bash, zsh or fish")
         ->required()
@@ -224,6 +225,16 @@ void COptionParser::AddCheck()
     pCommand->add_flag("--json", check.bJson, "findings as JSON");
     pCommand->add_option("--sarif", check.strSarif, "write them as SARIF too");
     pCommand->add_option("--junit", check.strJUnit, "write them as JUnit's XML too");
+}
+
+void COptionParser::AddAdapter()
+{
+    const unsigned int nMostPort = 65535;
+    m_pApp->add_subcommand("dap", "Speak the Debug Adapter Protocol with an editor")
+        ->add_option(
+            "--port", m_Options.nPort,
+            "on this port of the loopback address, 0 for a free one, in place of the standard input and output")
+        ->check(CLI::Range(0U, nMostPort));
 }
 
 std::optional<int> COptionParser::Read(int argc, char** argv, SOptions& options)

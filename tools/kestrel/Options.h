@@ -43,6 +43,7 @@ struct SOptions
     SCoverOptions cover;
     SCheckOptions check;
     std::string strElement;
+    std::optional<unsigned int> nPort; ///< none for the standard input and output
 };
 
 /// The commands and options of the command line.
@@ -67,6 +68,7 @@ private:
     void AddPrograms();
     void AddCover();
     void AddCheck();
+    void AddAdapter();
     void AddScripts(CLI::App& command);
     /// A command that makes one file of another.
     CLI::App* AddConverter(const char* pszName, const char* pszInput, const char* pszText);

@@ -1,9 +1,11 @@
+#include "tools/dap/Adapter.h"
 #include "tools/kestrel/LogFolder.h"
 #include "tools/kestrel/Options.h"
 #include "tools/kestrel/StepPrinter.h"
 #include "tools/kestrel/Visible.h"
 #include "tools/kestrel/command/Manual.h"
 #include "tools/kestrel/command/Output.h"
+#include "tools/kestrel/command/SessionConsole.h"
 #include "tools/kestrel/convert/Tokens.h"
 #include "tools/kestrel/cover/Accesses.h"
 #include "tools/session/ExitCode.h"
@@ -182,17 +184,33 @@ int New(const SOptions& options)
     return Deliver(options, MakeLaunchFile(ReadBinary(options), program.string(), options.strKernel));
 }
 
+std::string GetLayer()
+{
+    return GetLibraryFolder() + "/kestrel/libkestrel-layer.so";
+}
+
+/// The OpenCL driver that programs are given; empty for the machine's own.
+std::string GetVendors(const SOptions& options)
+{
+    return options.strPlatform == "software" ? GetPlatformFolder() + "/libOpenCL.so.1" : std::string();
+}
+
+int Adapt(const SOptions& options)
+{
+    const CLibraries libraries = OpenLibraries(options);
+    return RunDebugAdapter({libraries, GetLayer(), GetVendors(options), MakeSessionConsole}, options.nPort);
+}
+
 SProgramCommand MakeProgramCommand(const SOptions& options)
 {
     if (options.vProgram.empty())
     {
         throw CLaunchFileError("a program is needed, behind --: kestrel exec -- ./program");
     }
-    const bool bSoftware = options.strPlatform == "software";
     SProgramCommand command;
     command.vWords = options.vProgram;
-    command.strLayer = GetLibraryFolder() + "/kestrel/libkestrel-layer.so";
-    command.strVendors = bSoftware ? GetPlatformFolder() + "/libOpenCL.so.1" : std::string();
+    command.strLayer = GetLayer();
+    command.strVendors = GetVendors(options);
     command.bNoInput = options.debug.bJson;
     return command;
 }
@@ -285,7 +303,7 @@ const std::pair<const char*, int (*)(const SOptions&)> s_Commands[] = {
     {"run", Run},         {"step", Step}, {"debug", Debug}, {"asm", Assemble},  {"disasm", Disassemble},
     {"cc", Compile},      {"info", Info}, {"new", New},     {"manual", Manual}, {"completion", Complete},
     {"capture", Capture}, {"exec", Exec}, {"cover", Cover}, {"profile", Cover}, {"check", Check},
-    {"who", Who}};
+    {"who", Who},         {"dap", Adapt}};
 
 int RunCommandLine(int argc, char** argv)
 {

@@ -25,6 +25,8 @@ const char* const s_pszIntroduction =
     "first, in their order, `-batch` ends behind them, `--json` talks to programs, `--echo` prints each command |\n"
     "| `kestrel exec -- PROGRAM ARGS` | debug the launches of a program that uses OpenCL, as it is; options as those "
     "of `debug` |\n"
+    "| `kestrel dap` | speak the Debug Adapter Protocol with an editor, over the standard input and output or with "
+    "`--port N` on the loopback address; `docs/editors.md` |\n"
     "| `kestrel run LAUNCH` | just run it and compare its outputs |\n"
     "| `kestrel step LAUNCH` | step it to its end and print every stop |\n"
     "| `kestrel new PROGRAM` | write a launch file for a kernel, with comments; `--kernel NAME`, `-o FILE` |\n"
