@@ -41,7 +41,7 @@ private:
     int m_nDescriptor;
 };
 
-void Converse(const SAdapterSetup& setup, int nInput, int nOutput)
+void Converse(const SDebuggeeSetup& setup, int nInput, int nOutput)
 {
     CChannel channel(nInput, nOutput);
     COutputCapture capture(channel);
@@ -75,7 +75,7 @@ int Listen(unsigned int& nPort)
 
 } // namespace
 
-int RunDebugAdapter(const SAdapterSetup& setup, std::optional<unsigned int> port)
+int RunDebugAdapter(const SDebuggeeSetup& setup, std::optional<unsigned int> port)
 {
     std::signal(SIGPIPE, SIG_IGN); // a client that is gone is found out by reading
     if (!port)

@@ -3,8 +3,8 @@
 
 #include "tools/dap/Channel.h"
 #include "tools/dap/Client.h"
-#include "tools/dap/Debuggee.h"
 #include "tools/dap/Sources.h"
+#include "tools/session/program/Debuggee.h"
 
 #include <list>
 

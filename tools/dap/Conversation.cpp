@@ -3,7 +3,7 @@
 #include "tools/dap/Conversation.h"
 
 #include "tools/dap/Fields.h"
-#include "tools/dap/Formatting.h"
+#include "tools/dap/LaunchRequest.h"
 #include "tools/session/debug/CommandError.h"
 
 #include <new>
@@ -95,7 +95,7 @@ const CConversation::SCommand CConversation::s_Commands[] = {
     {"kestrel/focus", Running, Running, &CConversation::DoFocus},
 };
 
-CConversation::CConversation(const SAdapterSetup& setup, CChannel& channel, COutputCapture& capture)
+CConversation::CConversation(const SDebuggeeSetup& setup, CChannel& channel, COutputCapture& capture)
     : m_Setup(setup), m_Channel(channel), m_Capture(capture), m_Requests(channel),
       m_Breakpoints(channel, m_Sources, m_Client)
 {
@@ -367,7 +367,7 @@ json CConversation::DoInitialize(const json& arguments)
 
 json CConversation::DoLaunch(const json& arguments)
 {
-    SDebuggeeOptions options = SDebuggeeOptions::Read(arguments);
+    SDebuggeeOptions options = ReadLaunchRequest(arguments);
     options.command.isUnwanted = [this] { return m_Requests.IsEnding(); };
     m_pDebuggee = std::make_unique<CDebuggee>(m_Setup, std::move(options), *this,
                                               [this](CDebugger* pDebugger) { m_Requests.SetDebugger(pDebugger); });

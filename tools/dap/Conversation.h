@@ -4,11 +4,11 @@
 #include "tools/dap/BreakpointTable.h"
 #include "tools/dap/Channel.h"
 #include "tools/dap/Client.h"
-#include "tools/dap/Debuggee.h"
 #include "tools/dap/OutputCapture.h"
 #include "tools/dap/Requests.h"
 #include "tools/dap/Sources.h"
 #include "tools/dap/Values.h"
+#include "tools/session/program/Debuggee.h"
 
 namespace KestrelTool
 {
@@ -18,7 +18,7 @@ namespace KestrelTool
 class CConversation : public IEventSink
 {
 public:
-    CConversation(const SAdapterSetup& setup, CChannel& channel, COutputCapture& capture);
+    CConversation(const SDebuggeeSetup& setup, CChannel& channel, COutputCapture& capture);
     ~CConversation() override;
 
     /// Answers requests until the client says farewell, or is gone.
@@ -111,7 +111,7 @@ private:
     void OnEvent(const json& event) override;
     void OnProgress(const std::string& strText) override;
 
-    const SAdapterSetup& m_Setup;
+    const SDebuggeeSetup& m_Setup;
     CChannel& m_Channel;
     COutputCapture& m_Capture;
     CRequests m_Requests;

@@ -186,6 +186,10 @@ bool CProgramSession::BeginLaunch(const CProgramProcess::SEvent& event)
     if (m_pDebugger != nullptr)
     {
         m_pDebugger->Kill();
+        if (m_Watcher)
+        {
+            m_Watcher(nullptr); // what went wrong may have come after it was told
+        }
         m_pDebugger.reset();
     }
     return false;

@@ -1,22 +1,28 @@
-#ifndef KESTREL_TOOLS_DAP_DEBUGGEE_H
-#define KESTREL_TOOLS_DAP_DEBUGGEE_H
+#ifndef KESTREL_TOOLS_PROGRAM_DEBUGGEE_H
+#define KESTREL_TOOLS_PROGRAM_DEBUGGEE_H
 
-#include "tools/dap/Adapter.h"
+#include "tools/session/Console.h"
 #include "tools/session/program/ProgramSession.h"
 
 namespace KestrelTool
 {
 
-/// What a launch request asks for: a launch file, or a program.
+/// What a front end works with.
+struct SDebuggeeSetup
+{
+    const CLibraries& libraries;
+    std::string strLayer; ///< for programs under the debugger, as SProgramCommand has them
+    std::string strVendors;
+    ConsoleMaker makeConsole;
+};
+
+/// What is to be debugged: a launch file, or a program.
 struct SDebuggeeOptions
 {
     std::string strLaunch; ///< path of a launch file; empty for a program
     SProgramCommand command;
     bool bStopOnEntry = false;
     bool bNoDebug = false; ///< without stops
-
-    /// \throws CRequestError
-    static SDebuggeeOptions Read(const nlohmann::json& arguments);
 };
 
 /// What is debugged: the launch of a launch file, or one after another those of a program.
@@ -25,13 +31,13 @@ class CDebuggee
 public:
     /// \param watcher  called with the debugger that is at work, or null
     /// \throws CLaunchFileError, CPlatformError
-    CDebuggee(const SAdapterSetup& setup, SDebuggeeOptions options, IEventSink& sink,
+    CDebuggee(const SDebuggeeSetup& setup, SDebuggeeOptions options, IEventSink& sink,
               std::function<void(CDebugger*)> watcher);
     ~CDebuggee();
 
     /// The debugger of the launch that waits; null for none.
     CDebugger* Find() { return m_pProgram != nullptr ? m_pProgram->GetDebugger() : m_pLaunch.get(); }
-    /// The same, stopped somewhere. \throws CRequestError if it isn't
+    /// The same, stopped somewhere. \throws CCommandError if it isn't
     CDebugger& RequireStop();
     /// Null for a launch file.
     CProgramSession* GetProgram() { return m_pProgram.get(); }
