@@ -90,7 +90,7 @@ COptionParser::COptionParser() : m_pApp(std::make_unique<CLI::App>("Single-steps
     AddPrograms();
     AddCover();
     AddCheck();
-    AddAdapter();
+    AddFrontEnds();
     m_pApp->add_subcommand("completion", "Print what a shell needs to complete these commands")
         ->add_option("SHELL", m_Options.strShell, "bash, zsh or fish")
         ->required()
@@ -227,13 +227,18 @@ void COptionParser::AddCheck()
     pCommand->add_option("--junit", check.strJUnit, "write them as JUnit's XML too");
 }
 
-void COptionParser::AddAdapter()
+void COptionParser::AddFrontEnds()
 {
     const unsigned int nMostPort = 65535;
     m_pApp->add_subcommand("dap", "Speak the Debug Adapter Protocol with an editor")
         ->add_option(
             "--port", m_Options.nPort,
             "on this port of the loopback address, 0 for a free one, in place of the standard input and output")
+        ->check(CLI::Range(0U, nMostPort));
+    CLI::App* pView = m_pApp->add_subcommand(
+        "view", "Serve a page on the loopback address that shows a session: view LAUNCH | -- PROGRAM ARGS");
+    pView->add_option("LAUNCH", m_Options.strLaunch, "launch file (JSON)");
+    pView->add_option("--port", m_Options.nPort, "the page's port; a free one if missing")
         ->check(CLI::Range(0U, nMostPort));
 }
 

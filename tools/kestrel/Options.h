@@ -68,7 +68,7 @@ private:
     void AddPrograms();
     void AddCover();
     void AddCheck();
-    void AddAdapter();
+    void AddFrontEnds();
     void AddScripts(CLI::App& command);
     /// A command that makes one file of another.
     CLI::App* AddConverter(const char* pszName, const char* pszInput, const char* pszText);

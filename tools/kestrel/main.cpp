@@ -17,6 +17,7 @@
 #include "tools/session/launch/KernelText.h"
 #include "tools/session/launch/ProgramBuild.h"
 #include "tools/session/program/Capture.h"
+#include "tools/view/View.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -215,6 +216,25 @@ SProgramCommand MakeProgramCommand(const SOptions& options)
     return command;
 }
 
+int View(const SOptions& options)
+{
+    if (options.strLaunch.empty() == options.vProgram.empty())
+    {
+        throw CLaunchFileError("either a launch file or, behind --, a program is needed");
+    }
+    SDebuggeeOptions debuggee;
+    debuggee.strLaunch = options.strLaunch;
+    if (debuggee.strLaunch.empty())
+    {
+        debuggee.command = MakeProgramCommand(options);
+        debuggee.command.bNoInput = true;
+    }
+    debuggee.bStopOnEntry = true;
+    const CLibraries libraries = OpenLibraries(options);
+    return RunView({libraries, GetLayer(), GetVendors(options), MakeSessionConsole}, debuggee,
+                   options.nPort.value_or(0));
+}
+
 int Exec(const SOptions& options)
 {
     const SProgramCommand command = MakeProgramCommand(options);
@@ -303,7 +323,7 @@ const std::pair<const char*, int (*)(const SOptions&)> s_Commands[] = {
     {"run", Run},         {"step", Step}, {"debug", Debug}, {"asm", Assemble},  {"disasm", Disassemble},
     {"cc", Compile},      {"info", Info}, {"new", New},     {"manual", Manual}, {"completion", Complete},
     {"capture", Capture}, {"exec", Exec}, {"cover", Cover}, {"profile", Cover}, {"check", Check},
-    {"who", Who},         {"dap", Adapt}};
+    {"who", Who},         {"dap", Adapt}, {"view", View}};
 
 int RunCommandLine(int argc, char** argv)
 {

@@ -27,6 +27,8 @@ const char* const s_pszIntroduction =
     "of `debug` |\n"
     "| `kestrel dap` | speak the Debug Adapter Protocol with an editor, over the standard input and output or with "
     "`--port N` on the loopback address; `docs/editors.md` |\n"
+    "| `kestrel view LAUNCH`, `kestrel view -- PROGRAM ARGS` | serve a page on the loopback address that shows a session "
+    "over the whole dispatch, and print its address; `--port N`; `docs/view.md` |\n"
     "| `kestrel run LAUNCH` | just run it and compare its outputs |\n"
     "| `kestrel step LAUNCH` | step it to its end and print every stop |\n"
     "| `kestrel new PROGRAM` | write a launch file for a kernel, with comments; `--kernel NAME`, `-o FILE` |\n"

@@ -1,0 +1,159 @@
+// The page of `kestrel view` in a browser. Run by tests/view/run.
+'use strict';
+const assert = require('node:assert');
+const fs = require('node:fs');
+const http = require('node:http');
+const os = require('node:os');
+const path = require('node:path');
+const { spawn } = require('node:child_process');
+const { after, before, test } = require('node:test');
+const puppeteer = require('puppeteer-core');
+
+let browser;
+
+before(async () => {
+  browser = await puppeteer.launch({
+    executablePath: process.env.KESTREL_BROWSER, headless: true, args: ['--no-sandbox', '--disable-gpu'],
+  });
+});
+after(() => browser?.close());
+
+/// Serves a launch while a test has its address.
+async function withView(launch, work) {
+  const child = spawn(process.env.KESTREL, ['view', launch], { stdio: ['ignore', 'pipe', 'inherit'] });
+  const exit = new Promise(resolve => child.once('exit', (code, signal) => resolve({ code, signal })));
+  try {
+    const address = await new Promise((resolve, reject) => {
+      child.stdout.once('data', data => resolve(String(data).trim()));
+      child.once('exit', () => reject(new Error('kestrel view has ended')));
+    });
+    await work(address);
+  } finally {
+    child.kill();
+  }
+  assert.deepStrictEqual(await exit, { code: 0, signal: null });
+}
+
+/// The page, with what a browser complains about and asks others for.
+async function open(address) {
+  const page = await browser.newPage();
+  page.complaints = [];
+  page.on('console', message => ['error', 'warning'].includes(message.type()) && page.complaints.push(message.text()));
+  page.on('pageerror', error => page.complaints.push(error.message));
+  page.on('request', request => {
+    if (!request.url().startsWith(address)) {
+      page.complaints.push(`asks for ${request.url()}`);
+    }
+  });
+  await page.goto(address);
+  return page;
+}
+
+const status = (page, expected) => page.waitForFunction(
+  text => new RegExp(text).test(document.getElementById('status').textContent), { timeout: 20000 }, expected);
+const textOf = (page, selector) => page.$eval(selector, element => element.textContent);
+const collatz = path.join(process.env.KESTREL_SOURCES, 'examples/opencl_c/collatz.json');
+
+test('a session is stepped, looked at and gone back in', () => withView(collatz, async address => {
+  const page = await open(address);
+  await status(page, 'line 4: 8 of 8 active');
+  await page.click('[data-command=next]');
+  await status(page, 'line 5:');
+  await page.keyboard.press('F10');
+  await status(page, 'line 6:');
+  assert.match(await textOf(page, '.here'), /ulong n = first \+ id/);
+  await page.click('[data-command=reverse-next]');
+  await status(page, 'line 5:');
+
+  await page.evaluate(() => document.querySelectorAll('#source button')[26].click());
+  await page.waitForFunction(() => document.getElementById('output').textContent.includes('breakpoint 1'));
+  await page.click('[data-command=continue]');
+  await status(page, 'line 27: 8 of 8');
+  await page.type('#expression', 'n');
+  await page.keyboard.press('Enter');
+  await page.waitForFunction(() => document.getElementById('legend').textContent.startsWith('n: blue 12'));
+  await page.waitForFunction(() => document.getElementById('statistics').textContent.includes('distinct'));
+  await page.click('[data-command=continue]');
+  await status(page, 'line 27:');
+
+  // The third of eight cells in a row.
+  const canvas = await page.$('#dispatch');
+  const width = await canvas.evaluate(element => element.clientWidth);
+  await canvas.click({ offset: { x: width * 2.5 / 8, y: width * 0.5 / 8 } });
+  await page.waitForFunction(() => document.getElementById('focus').textContent === 'Work-item 2');
+  const rows = await page.$$eval('#variables tr', found => found.map(row => [...row.cells].map(cell => cell.textContent)));
+  assert.strictEqual(rows.find(row => row[0] === 'id')[1], '2');
+  for (const pixels of [1000, 2500]) {
+    await page.setViewport({ width: pixels, height: 1200 });
+    assert.ok(await page.evaluate(() => document.documentElement.scrollWidth <= innerWidth), `${pixels} pixels`);
+  }
+  assert.deepStrictEqual(page.complaints, []);
+  await page.close();
+}));
+
+test('a million work-items are drawn', async () => {
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-view-'));
+  fs.writeFileSync(path.join(folder, 'many.cl'),
+    'kernel void many(global int* out)\n{\n    int x = get_global_id(0);\n    out[0] = x;\n}\n');
+  fs.writeFileSync(path.join(folder, 'many.json'), JSON.stringify({
+    program: 'many.cl', kernel: 'many', global: [1024, 1024], local: [64, 4],
+    args: [{ buffer: { type: 'int', count: 1, fill: 'zero' } }],
+  }));
+  await withView(path.join(folder, 'many.json'), async address => {
+    const page = await open(address);
+    await status(page, 'line 2');
+    for (const line of [3, 4]) {
+      await page.click('[data-command=next]');
+      await status(page, `line ${line}`);
+    }
+    await page.type('#expression', 'x');
+    await page.keyboard.press('Enter');
+    await page.waitForFunction(() => document.getElementById('legend').textContent === 'x: blue 0.5 to orange 1022.5; a cell is 4 work-items');
+    // Blue on the left, orange on the right.
+    const ends = await page.$eval('#dispatch', canvas => {
+      const context = canvas.getContext('2d');
+      const at = share => [...context.getImageData(Math.floor((canvas.width - 1) * share), 20, 1, 1).data];
+      return [at(0.02), at(0.98)];
+    });
+    assert.ok(ends[0][2] > ends[0][0] && ends[1][0] > ends[1][2], JSON.stringify(ends));
+    assert.deepStrictEqual(page.complaints, []);
+    await page.close();
+  });
+  fs.rmSync(folder, { recursive: true });
+});
+
+test('strangers get nothing, and a page can do no more than it should', () => withView(collatz, async address => {
+  const url = new URL(address);
+  const ask = (file, headers = {}, body = undefined) => new Promise((resolve, reject) => {
+    const request = http.request({
+      host: url.hostname, port: url.port, path: file, headers, method: body === undefined ? 'GET' : 'POST', agent: false,
+    }, response => {
+      let text = '';
+      response.on('data', data => { text += data; });
+      response.on('end', () => resolve([response.statusCode, text]));
+    });
+    request.on('error', reject);
+    request.end(body);
+  });
+  const token = url.pathname;
+  const refused = [
+    ['/', {}],
+    ['/cells', {}],
+    [`/${'0'.repeat(token.length - 2)}/`, {}],
+    [token, { Host: 'evil.example' }],
+    [token, { Host: `localhost.evil:${url.port}` }],
+    [`${token}cells`, { Origin: 'http://evil.example' }],
+    [`${token}cells`, { Origin: 'null' }],
+  ];
+  for (const [file, headers] of refused) {
+    assert.strictEqual((await ask(file, headers))[0], 403, `${file} ${JSON.stringify(headers)}`);
+  }
+  assert.strictEqual((await ask(token))[0], 200);
+  assert.strictEqual((await ask(`${token}../etc/passwd`))[0], 404);
+  for (const command of ['shell ls', 'save breakpoints x', 'source x', 'capture', 'quit', 'next\nshell ls', 'breakx']) {
+    const [code, text] = await ask(`${token}command`, {}, command);
+    assert.deepStrictEqual([code, /a page can't do this/.test(text)], [400, true], command);
+  }
+  assert.strictEqual((await ask(`${token}command`, {}, 'x'.repeat(10000)))[0], 413);
+  assert.strictEqual((await ask(`${token}cells?expression=nothing`))[0], 400);
+}));

@@ -1,0 +1,19 @@
+#ifndef KESTREL_TOOLS_VIEW_PAGE_H
+#define KESTREL_TOOLS_VIEW_PAGE_H
+
+namespace KestrelTool
+{
+
+/// A file of the page, as tools/view/page has it.
+struct SPageFile
+{
+    const char* pszName; ///< in the page's address; empty for the page itself
+    const char* pszType;
+    const char* pszText;
+};
+
+extern const SPageFile g_PageFiles[4];
+
+} // namespace KestrelTool
+
+#endif

@@ -1,0 +1,220 @@
+#include "tools/view/View.h"
+
+#include "tools/session/ExitCode.h"
+#include "tools/session/debug/CommandError.h"
+#include "tools/view/Page.h"
+#include "tools/view/ViewSession.h"
+
+#include <httplib.h>
+
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <random>
+#include <thread>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+std::string MakeToken()
+{
+    std::random_device source;
+    std::string strToken;
+    for (size_t n = 0; n < 32; ++n)
+    {
+        strToken += "0123456789abcdef"[source() % 16];
+    }
+    return strToken;
+}
+
+std::string ToText(const nlohmann::json& object)
+{
+    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+size_t ReadSize(const httplib::Request& request, const char* pszName)
+{
+    const std::string strText = request.get_param_value(pszName);
+    const bool bNumber =
+        !strText.empty() && strText.size() <= 4 && strText.find_first_not_of("0123456789") == std::string::npos;
+    return bNumber ? std::clamp<size_t>(std::stoul(strText), 1, 2048) : 256;
+}
+
+/// A server of one session's page.
+class CServer
+{
+public:
+    CServer(CViewSession& session, unsigned int nPort);
+    ~CServer();
+
+    const std::string& GetAddress() const { return m_strAddress; }
+
+private:
+    using Handler = std::function<nlohmann::json(const httplib::Request&)>;
+
+    bool IsOurs(const httplib::Request& request) const;
+    void Route();
+    void Get(const std::string& strPath, Handler handler);
+    void Post(const std::string& strPath, Handler handler);
+    static void Answer(const Handler& handler, const httplib::Request& request, httplib::Response& response);
+    void Push(httplib::Response& response);
+
+    CViewSession& m_Session;
+    httplib::Server m_Server;
+    const std::string m_strToken = MakeToken();
+    std::string m_strHost; ///< "127.0.0.1:PORT"
+    std::string m_strAddress;
+    std::thread m_Thread;
+};
+
+CServer::CServer(CViewSession& session, unsigned int nPort) : m_Session(session)
+{
+    const char* const pszLoopback = "127.0.0.1";
+    const bool bBound = nPort == 0 || m_Server.bind_to_port(pszLoopback, static_cast<int>(nPort));
+    const int nBound = nPort == 0 ? m_Server.bind_to_any_port(pszLoopback) : static_cast<int>(nPort);
+    if (!bBound || nBound <= 0)
+    {
+        throw CPlatformError("there is no port " + std::to_string(nPort) + " to serve a page on");
+    }
+    m_strHost = std::string(pszLoopback) + ":" + std::to_string(nBound);
+    m_strAddress = "http://" + m_strHost + "/" + m_strToken + "/";
+    Route();
+    m_Thread = std::thread([this] { m_Server.listen_after_bind(); });
+}
+
+CServer::~CServer()
+{
+    m_Server.stop();
+    m_Thread.join();
+}
+
+/// A page of somebody else's can make a browser ask, but neither under our name nor without saying whose it is.
+bool CServer::IsOurs(const httplib::Request& request) const
+{
+    const std::string strOrigin = request.get_header_value("Origin");
+    return request.get_header_value("Host") == m_strHost && (strOrigin.empty() || strOrigin == "http://" + m_strHost) &&
+           request.path.compare(0, m_strToken.size() + 2, "/" + m_strToken + "/") == 0;
+}
+
+void CServer::Answer(const Handler& handler, const httplib::Request& request, httplib::Response& response)
+{
+    try
+    {
+        response.set_content(ToText(handler(request)), "application/json");
+    }
+    catch (const std::exception& error)
+    {
+        response.status = 400;
+        response.set_content(ToText({{"error", error.what()}}), "application/json");
+    }
+}
+
+void CServer::Get(const std::string& strPath, Handler handler)
+{
+    m_Server.Get("/" + m_strToken + strPath, [handler](const httplib::Request& request, httplib::Response& response)
+                 { Answer(handler, request, response); });
+}
+
+void CServer::Post(const std::string& strPath, Handler handler)
+{
+    m_Server.Post("/" + m_strToken + strPath, [handler](const httplib::Request& request, httplib::Response& response)
+                  { Answer(handler, request, response); });
+}
+
+/// Events: each state of the session as it comes.
+void CServer::Push(httplib::Response& response)
+{
+    response.set_chunked_content_provider(
+        "text/event-stream",
+        [this, nLast = uint64_t(0)](size_t, httplib::DataSink& sink) mutable
+        {
+            const nlohmann::json state = m_Session.GetState(nLast);
+            const uint64_t nState = state["number"];
+            // A comment keeps the connection, and finds out whether it is there.
+            const std::string strText = nState > nLast ? "data: " + ToText(state) + "\n\n" : ":\n\n";
+            nLast = nState;
+            return !state["ended"].get<bool>() && sink.write(strText.data(), strText.size());
+        });
+}
+
+void CServer::Route()
+{
+    m_Server.set_pre_routing_handler(
+        [this](const httplib::Request& request, httplib::Response& response)
+        {
+            response.set_header("Content-Security-Policy", "default-src 'self'; frame-ancestors 'none'");
+            response.set_header("X-Content-Type-Options", "nosniff");
+            response.set_header("Referrer-Policy", "no-referrer");
+            response.set_header("Cache-Control", "no-store");
+            if (IsOurs(request))
+            {
+                return httplib::Server::HandlerResponse::Unhandled;
+            }
+            response.status = 403;
+            response.set_content("This address isn't the page's.\n", "text/plain");
+            return httplib::Server::HandlerResponse::Handled;
+        });
+    m_Server.set_payload_max_length(4096);
+    m_Server.set_keep_alive_timeout(1); // so long the end waits for who says no more
+    for (const SPageFile& file : g_PageFiles)
+    {
+        m_Server.Get("/" + m_strToken + "/" + file.pszName,
+                     [&file](const httplib::Request&, httplib::Response& response)
+                     { response.set_content(file.pszText, file.pszType); });
+    }
+    m_Server.Get("/" + m_strToken + "/events",
+                 [this](const httplib::Request&, httplib::Response& response) { Push(response); });
+    Get("/source", [this](const httplib::Request&) { return m_Session.GetSource(); });
+    Get("/cells",
+        [this](const httplib::Request& request)
+        {
+            return m_Session.GetCells(request.get_param_value("expression"), request.has_param("all"),
+                                      ReadSize(request, "width"), ReadSize(request, "height"));
+        });
+    Get("/statistics", [this](const httplib::Request& request)
+        { return m_Session.GetStatistics(request.get_param_value("expression"), request.has_param("all")); });
+    Post("/command",
+         [this](const httplib::Request& request)
+         {
+             m_Session.Execute(request.body);
+             return nlohmann::json();
+         });
+    Post("/pause",
+         [this](const httplib::Request&)
+         {
+             m_Session.Pause();
+             return nlohmann::json();
+         });
+}
+
+} // namespace
+
+int RunView(const SDebuggeeSetup& setup, const SDebuggeeOptions& options, unsigned int nPort)
+{
+    // Signals are taken by a thread of their own, which may do what a handler may not.
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int nSignal : {SIGINT, SIGTERM})
+    {
+        sigaddset(&signals, nSignal);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    CViewSession session(setup, options);
+    std::thread(
+        [signals, &session]
+        {
+            int nSignal = 0;
+            sigwait(&signals, &nSignal);
+            session.End();
+        })
+        .detach();
+    const CServer server(session, nPort);
+    std::cout << server.GetAddress() << std::endl;
+    session.Serve();
+    return EXIT_GOOD;
+}
+
+} // namespace KestrelTool
