@@ -175,21 +175,28 @@ test('called and inlined functions are frames, and structures open', () => withC
   await client.next('terminated');
 }));
 
-test('fifty locals of a thousand work-items cost less than three runs', async () => {
+/// A launch of a kernel that a test brings along.
+async function withKernel(text, kernel, launch, work) {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-dap-'));
+  fs.writeFileSync(path.join(folder, 'kernel.cl'), text);
+  fs.writeFileSync(path.join(folder, 'launch.json'), JSON.stringify({ program: 'kernel.cl', kernel, ...launch }));
+  try {
+    await work({ launchFile: 'launch.json', cwd: folder }, { path: path.join(folder, 'kernel.cl') });
+  } finally {
+    fs.rmSync(folder, { recursive: true });
+  }
+}
+
+test('fifty locals of a thousand work-items cost less than three runs', () => {
   const numbers = [...Array(50).keys()];
-  fs.writeFileSync(path.join(folder, 'many.cl'), ['kernel void many(global int* out)', '{',
-    '    int i = get_global_id(0);', ...numbers.map(n => `    int v${n} = i * ${n} + out[i];`), '    int sum = 0;',
-    ...numbers.map(n => `    sum += v${n};`), '    out[i] = sum;', '}', ''].join('\n'));
-  fs.writeFileSync(path.join(folder, 'many.json'), JSON.stringify({
-    program: 'many.cl', kernel: 'many', global: [1024], local: [64],
-    args: [{ buffer: { type: 'int', count: 1024, fill: 'iota' } }],
-  }));
-  await withClient(async client => {
+  const text = ['kernel void many(global int* out)', '{', '    int i = get_global_id(0);',
+    ...numbers.map(n => `    int v${n} = i * ${n} + out[i];`), '    int sum = 0;',
+    ...numbers.map(n => `    sum += v${n};`), '    out[i] = sum;', '}', ''].join('\n');
+  const args = [{ buffer: { type: 'int', count: 1024, fill: 'iota' } }];
+  return withKernel(text, 'many', { global: [1024], local: [64], args }, (launch, source) => withClient(async client => {
     const countRuns = async () => Number(/(\d+) kernel runs/.exec(
       (await client.evaluateRequest({ expression: 'info dispatch', context: 'repl' })).body.result)[1]);
-    await client.begin({ launchFile: path.join(folder, 'many.json') }, { path: path.join(folder, 'many.cl') },
-      [{ line: 74 }]);
+    await client.begin(launch, source, [{ line: 74 }]);
     for (let stop = 0; stop < 3; stop++) {
       await client.next('stopped');
       const before = await countRuns();
@@ -204,9 +211,61 @@ test('fifty locals of a thousand work-items cost less than three runs', async ()
       assert.deepStrictEqual(last.map(one => [one.name, one.value]), [['[1023]', String(1023 * 8)]]);
       await client.nextRequest({ threadId: 1 });
     }
-  });
-  fs.rmSync(folder, { recursive: true });
+  }));
 });
+
+test('structures, vectors and arrays open, of the focus and of all', () => withKernel(
+  `struct pair { int first; float2 second; };
+kernel void parts(global struct pair* out)
+{
+    int i = get_global_id(0);
+    struct pair one;
+    one.first = i;
+    one.second = (float2)(i, 0.5f);
+    int list[3] = {i, i + 1, i + 2};
+    out[i] = one;
+    out[i].first = list[i % 3];
+}
+`, 'parts', { global: [4], local: [4], args: [{ buffer: { type: 'int', count: 16, fill: 'zero' } }] },
+  (launch, source) => withClient(async client => {
+    await client.begin(launch, source, [{ line: 10 }]);
+    await client.next('stopped');
+    await client.customRequest('kestrel/focus', { item: 2 });
+    const open = async variable => (await client.variablesRequest(
+      { variablesReference: variable.variablesReference })).body.variables;
+    const locals = await client.scope('Locals');
+    const one = await open(named(locals, 'one'));
+    assert.deepStrictEqual(one.map(part => part.name), ['first', 'second', 'all work-items']);
+    const second = await open(one[1]);
+    assert.deepStrictEqual(second.filter(part => part.name !== 'all work-items').map(part => part.value), ['2.0', '0.5']);
+    const y = await open(named(second, '[0]'));
+    assert.deepStrictEqual((await open(y[0])).map(item => item.value), ['0.0', '1.0', '2.0', '3.0']);
+    const list = named(locals, 'list');
+    assert.strictEqual(list.indexedVariables, 3);
+    const page = await client.variablesRequest(
+      { variablesReference: list.variablesReference, filter: 'indexed', start: 1, count: 1, format: { hex: true } });
+    assert.deepStrictEqual(page.body.variables.map(part => [part.name, part.value]), [['[1]', '0x3']]);
+    const out = named(await client.scope('Arguments'), 'out');
+    assert.strictEqual(out.indexedVariables, 4);
+    await client.stepOutRequest({ threadId: 1 });
+    await client.next('terminated');
+  })));
+
+test('faults are exceptions, if they are wanted', () => withKernel(
+  'kernel void astray(global int* out)\n{\n    out[get_global_id(0) + 100] = 1;\n    out[get_global_id(0)] = 2;\n}\n',
+  'astray', { global: [4], local: [4], args: [{ buffer: { type: 'int', count: 4, fill: 'zero' } }] },
+  (launch, source) => withClient(async client => {
+    await client.begin(launch, source, [{ line: 4 }]);
+    assert.strictEqual((await client.next('stopped')).reason, 'exception');
+    const info = (await client.exceptionInfoRequest({ threadId: 1 })).body;
+    assert.strictEqual(info.exceptionId, 'faults');
+    assert.match(info.description, /work-item 0 wrote to out\+0x190/);
+    await client.setExceptionBreakpointsRequest({ filters: [] });
+    await client.restartRequest();
+    assert.strictEqual((await client.next('stopped')).reason, 'breakpoint');
+    await client.continueRequest({ threadId: 1 });
+    assert.strictEqual((await client.next('exited')).exitCode, 5);
+  })));
 
 /// The programs read their kernels from where they are started.
 function withProgram(name, work) {
@@ -233,7 +292,10 @@ test('a program is stopped in a kernel that it builds later', { skip: !PROGRAMS 
     const outer = await client.evaluateRequest({ expression: 'columns', frameId: stack[1].id });
     assert.strictEqual(outer.body.result, '256');
     await client.setBreakpointsRequest({ source, breakpoints: [] });
-    await client.continueRequest({ threadId: client.thread });
+    await client.stepOutRequest({ threadId: client.thread });
+    await client.next('stopped');
+    assert.strictEqual((await client.top()).name, 'average');
+    await client.restartRequest();
     assert.strictEqual((await client.next('exited')).exitCode, 0);
     await client.next('terminated');
     assert.match(client.output('stdout'), /\d/);
@@ -341,28 +403,22 @@ test('two requests at once are done in turn, and a run is paused or cancelled', 
   await client.next('stopped');
 }));
 
-test('a run without end is paused, or ended with the session', async () => {
-  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-dap-'));
-  fs.writeFileSync(path.join(folder, 'endless.cl'),
-    'kernel void endless(global volatile int* out)\n{\n    while (out[0] == 0)\n    {\n    }\n}\n');
-  fs.writeFileSync(path.join(folder, 'endless.json'), JSON.stringify({
-    program: 'endless.cl', kernel: 'endless', global: [8], local: [8],
-    args: [{ buffer: { type: 'int', count: 1, fill: 'zero' } }],
+test('a run without end is paused, or ended with the session', () => withKernel(
+  'kernel void endless(global volatile int* out)\n{\n    while (out[0] == 0)\n    {\n    }\n}\n', 'endless',
+  { global: [8], local: [8], args: [{ buffer: { type: 'int', count: 1, fill: 'zero' } }] }, async launch => {
+    for (const command of ['pause', 'cancel', 'terminate', undefined]) {
+      await withClient(async client => {
+        await client.begin({ ...launch, stopOnEntry: true });
+        await client.next('stopped');
+        await client.continueRequest({ threadId: 1 });
+        const progress = await client.next('progressStart');
+        if (command !== undefined) {
+          await client.customRequest(command, { threadId: 1, progressId: progress.progressId });
+          await client.next('terminated');
+        }
+      });
+    }
   }));
-  for (const command of ['pause', 'cancel', 'terminate', undefined]) {
-    await withClient(async client => {
-      await client.begin({ launchFile: path.join(folder, 'endless.json'), stopOnEntry: true });
-      await client.next('stopped');
-      await client.continueRequest({ threadId: 1 });
-      const progress = await client.next('progressStart');
-      if (command !== undefined) {
-        await client.customRequest(command, { threadId: 1, progressId: progress.progressId });
-        await client.next('terminated');
-      }
-    });
-  }
-  fs.rmSync(folder, { recursive: true });
-});
 
 function waitForExit(child) {
   return new Promise(resolve => child.once('exit', (code, signal) => resolve({ code, signal })));
