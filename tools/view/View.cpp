@@ -103,7 +103,16 @@ void CServer::Answer(const Handler& handler, const httplib::Request& request, ht
 {
     try
     {
-        response.set_content(ToText(handler(request)), "application/json");
+        nlohmann::json answer = handler(request);
+        if (!answer.contains("shades"))
+        {
+            response.set_content(ToText(answer), "application/json");
+            return;
+        }
+        // A line of text, and the bytes behind it.
+        const std::string strShades = answer["shades"];
+        answer.erase("shades");
+        response.set_content(ToText(answer) + "\n" + strShades, "application/octet-stream");
     }
     catch (const std::exception& error)
     {

@@ -28,7 +28,9 @@ public:
     // ---- from any thread but the session's; each waits for its turn, and throws CCommandError or std::runtime_error
     /// Does a command of the prompt; only those that a page has a use for. What it prints comes with the state.
     void Execute(const std::string& strCommand);
-    /// The active work-items by cells, or an expression's values.
+    /// The active work-items by cells, or an expression's values: as ViewMask and ViewGrid have them, but with "shades"
+    /// in place of the cells, a byte each. 0 is for a cell with nothing in it, 1 for the lowest value, 255 for the
+    /// highest.
     nlohmann::json GetCells(const std::string& strExpression, bool bAll, size_t nWidth, size_t nHeight);
     nlohmann::json GetStatistics(const std::string& strExpression, bool bAll);
     /// The file that the stop is in, line by line; the kernel's IL where there is no source.

@@ -43,10 +43,10 @@ function colour(part) {
   return from.map((c, n) => Math.round(c + (to[n] - c) * share));
 }
 
-/// A pixel for each of 256 steps from the lowest to the highest.
+/// The pixels of shades: nothing, and from the lowest to the highest value.
 const shades = Uint32Array.from({ length: 256 }, (_, n) => {
-  const [red, green, blue] = colour(n / 255);
-  return (255 << 24 | blue << 16 | green << 8 | red) >>> 0;
+  const [red, green, blue] = colour(Math.max(0, n - 1) / 254);
+  return n === 0 ? 0 : (255 << 24 | blue << 16 | green << 8 | red) >>> 0;
 });
 
 function paint() {
@@ -57,14 +57,7 @@ function paint() {
   image.height = rows;
   const pixels = new ImageData(picture.columns, rows);
   const words = new Uint32Array(pixels.data.buffer);
-  const { cells, sizes } = picture;
-  const factor = high > low ? 255 / (high - low) : 0;
-  for (let n = 0; n < cells.length; n++) {
-    const value = expression ? cells[n] : cells[n] / sizes[n];
-    if (typeof value === 'number') {
-      words[n] = shades[factor === 0 ? 128 : Math.round((value - low) * factor)];
-    }
-  }
+  picture.shades.forEach((shade, n) => { words[n] = shades[shade]; });
   image.getContext('2d').putImageData(pixels, 0, 0);
   const block = picture.cell.reduce((product, n) => product * n, 1);
   element('legend').textContent = (expression ? `${picture.expression}: blue ${round(low)} to orange ${round(high)}`
@@ -145,6 +138,17 @@ function showStatistics(found) {
   element('statistics').replaceChildren(text, bars);
 }
 
+/// A picture: a line of text with what it is, and a byte for each cell.
+async function askPicture(query) {
+  const answer = await fetch(`cells?${query}`);
+  if (!answer.ok) {
+    throw new Error((await answer.json()).error);
+  }
+  const bytes = new Uint8Array(await answer.arrayBuffer());
+  const end = bytes.indexOf(10);
+  return { ...JSON.parse(new TextDecoder().decode(bytes.subarray(0, end))), shades: bytes.subarray(end + 1) };
+}
+
 async function refreshPicture() {
   const expression = element('expression').value.trim();
   const cells = view.zoom > 1 ? 1024 : 512; // that many are seen at once
@@ -153,7 +157,7 @@ async function refreshPicture() {
     query.set('all', '1');
   }
   try {
-    picture = await ask(`cells?${query}`);
+    picture = await askPicture(query);
     paint();
     draw();
     element('statistics').replaceChildren();
