@@ -307,13 +307,13 @@ TEST(Breakpoints, AtTheEndOfALoopOnlyTheLastPassIsSteppedThrough)
                                              "iadd r4.x, r4.x, l0.y\n"
                                              "endloop\n" +
                                                  s_strStore,
-                                             "dcl_literal l1, 4, 5, 20000, 8\n");
+                                             "dcl_literal l1, 4, 5, 2000, 8\n");
     const std::vector<SRunStop> vStops = RunThrough(file, {{"endloop", s_strStoreLine}, "r4", {}});
     ASSERT_EQ(vStops.size(), 2u);
     EXPECT_EQ(vStops[0].strNextLine, "endloop");
     EXPECT_THAT(vStops[0].vValues, testing::Each(-1)) << "all have left by the break";
     EXPECT_LT(vStops[0].nRuns, 30u);
-    EXPECT_THAT(vStops[1].vValues, testing::Each(20000));
+    EXPECT_THAT(vStops[1].vValues, testing::Each(2000));
 }
 
 TEST(Breakpoints, InACalledFunction)

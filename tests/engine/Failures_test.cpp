@@ -99,7 +99,7 @@ TEST(Failures, OfAnyCallOfTheDeviceShowNothingFalseAndLeaveTheBufferWholeOrAsItW
         for (const SSimtCalls::EKind eKind : {SSimtCalls::Read, SSimtCalls::Other})
         {
             bool bHit = true;
-            for (unsigned int nCall = 1; bHit && !testing::Test::HasFailure(); nCall += s_bSanitized ? 3 : 1)
+            for (unsigned int nCall = 1; bHit && !testing::Test::HasFailure(); nCall += s_bSanitized ? 7 : 1)
             {
                 SCOPED_TRACE("call " + std::to_string(nCall) + (eKind == SSimtCalls::Read ? " that reads" : ""));
                 CFailingSession session;

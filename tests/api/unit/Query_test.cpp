@@ -63,7 +63,7 @@ protected:
     {
         CSessionFixture::SetUp();
         const auto setUp = g_setUpDebugger;
-        g_setUpDebugger = [=](CScriptedDebugger& debugger)
+        g_setUpDebugger = [=, this](CScriptedDebugger& debugger)
         {
             setUp(debugger);
             debugger.AddResult("mask", s_nItems * sizeof(cl_bool)).GetData()[0] = 1;

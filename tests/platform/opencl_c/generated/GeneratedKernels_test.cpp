@@ -22,7 +22,7 @@ namespace
 const unsigned int s_nParts = 16;
 const size_t s_nKernelsInProgram = 25;
 #ifdef __SANITIZE_ADDRESS__
-const unsigned long s_nKernels = 100; // each takes many times as long
+const unsigned long s_nKernels = 64; // each takes many times as long
 #else
 const unsigned long s_nKernels = 400;
 #endif
