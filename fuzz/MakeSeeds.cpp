@@ -4,6 +4,7 @@
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/ProgramBuilder.h"
 #include "tests/binary/TestImage.h"
+#include "tests/support/Folders.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -146,7 +147,7 @@ int main(int nArguments, char** ppszArguments)
         return 2;
     }
     s_Folder = ppszArguments[1];
-    const fs::path source = KESTREL_SOURCE_DIR;
+    const fs::path source = KestrelTest::SourceFile("");
     for (const auto& entry : fs::recursive_directory_iterator(source / "examples"))
     {
         if (entry.path().extension() == ".il")

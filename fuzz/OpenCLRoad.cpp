@@ -4,6 +4,7 @@
 
 #include "platform/compiler/Assembler.h"
 #include "platform/simt/Structure.h"
+#include "tests/support/Folders.h"
 
 #include <dlfcn.h>
 
@@ -15,7 +16,8 @@ using namespace KestrelPlatform;
 const IOpenCLCompiler& OpenCLCompiler()
 {
     static const SCompilerInterface s_interface;
-    static void* const s_pLibrary = dlopen(KESTREL_PLATFORM_DIR "/libkestrel-opencl-c.so", RTLD_NOW | RTLD_LOCAL);
+    static void* const s_pLibrary =
+        dlopen(KestrelTest::PlatformFile("libkestrel-opencl-c.so").c_str(), RTLD_NOW | RTLD_LOCAL);
     Require(s_pLibrary != nullptr, "the compiler of OpenCL C is there", s_pLibrary == nullptr ? dlerror() : "");
     static const IOpenCLCompiler* const s_pCompiler =
         reinterpret_cast<GetOpenCLCompiler>(dlsym(s_pLibrary, s_pszGetOpenCLCompiler))(&s_interface);

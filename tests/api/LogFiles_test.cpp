@@ -1,3 +1,5 @@
+#include "tests/support/Folders.h"
+
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -38,8 +40,8 @@ protected:
         }
         const std::string strLevel =
             pszLevel != nullptr ? std::string("OVK_CL_DEBUG_LOG_LEVEL=") + pszLevel : "-u OVK_CL_DEBUG_LOG_LEVEL";
-        const std::string strCommand =
-            "cd '" + m_folder.string() + "' && " + strLimits + " && env " + strLevel + " " KESTREL_C_CLIENT;
+        const std::string strCommand = "cd '" + m_folder.string() + "' && " + strLimits + " && env " + strLevel + " " +
+                                       KestrelTest::BuiltFile("bin/c_client") + " " + KestrelTest::PlatformFolder();
         ASSERT_EQ(std::system(strCommand.c_str()), 0) << strCommand;
     }
 
@@ -86,7 +88,7 @@ TEST_F(LogFiles, TheTraceHasEveryCallAndEveryResult)
 {
     RunClient("6");
     const std::string strUsage = "\n" + Read("OVKKestrelUsage.log");
-    std::ifstream map(KESTREL_SOURCE_DIR "/src/api/OVKKestrel.map");
+    std::ifstream map(KestrelTest::SourceFile("src/api/OVKKestrel.map"));
     size_t nFunctions = 0;
     for (std::string strWord; map >> strWord;)
     {

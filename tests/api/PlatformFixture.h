@@ -4,6 +4,7 @@
 #include "KestrelPlatform.h"
 #include "OVKKestrel.h"
 #include "tests/api/PlatformTable.h"
+#include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
 
@@ -60,7 +61,8 @@ protected:
     static void* Runtime()
     {
         const char* pszFolder = std::getenv("KESTREL_TEST_PLATFORM");
-        static void* const s_pRuntime = OpenPlatform(pszFolder != nullptr ? pszFolder : KESTREL_PLATFORM_DIR, &Cl());
+        static const std::string s_strFolder = pszFolder != nullptr ? pszFolder : KestrelTest::PlatformFolder();
+        static void* const s_pRuntime = OpenPlatform(s_strFolder.c_str(), &Cl());
         return s_pRuntime;
     }
 
@@ -108,7 +110,7 @@ protected:
         ASSERT_EQ(nCode, CL_SUCCESS);
         m_queue = ovkclInterceptCreateCommandQueue(m_context, m_device, 0, &nCode);
         ASSERT_EQ(nCode, CL_SUCCESS);
-        std::ifstream file(KESTREL_SOURCE_DIR "/examples/vector_add/vector_add.il");
+        std::ifstream file(KestrelTest::SourceFile("examples/vector_add/vector_add.il"));
         const std::string strSource((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         const char* pszSource = strSource.c_str();
         m_program = Cl().clCreateProgramWithSource(m_context, 1, &pszSource, nullptr, &nCode);

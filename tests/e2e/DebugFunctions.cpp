@@ -1,4 +1,5 @@
 #include "tests/e2e/DebugFunctions.h"
+#include "tests/support/Folders.h"
 
 #include <dlfcn.h>
 
@@ -17,7 +18,7 @@ namespace
 SDebugFunctions Find()
 {
     GetLibraries();
-    const std::string strPath = std::string(KESTREL_BINARY_DIR) + "/lib/libOVKKestrel.so";
+    const std::string strPath = KestrelTest::BuiltFile("lib/libOVKKestrel.so");
     void* pLibrary = dlopen(strPath.c_str(), RTLD_NOW | RTLD_NOLOAD);
     if (pLibrary == nullptr)
     {

@@ -1,4 +1,5 @@
 #include "tests/e2e/ExampleList.h"
+#include "tests/support/Folders.h"
 
 #include <algorithm>
 #include <cctype>
@@ -24,7 +25,7 @@ std::vector<std::string> ListExamples()
 
 std::string GetExamplePath(const std::string& strName)
 {
-    return std::string(KESTREL_SOURCE_DIR) + "/examples/" + strName;
+    return KestrelTest::SourceFile("examples/") + strName;
 }
 
 std::string GetExampleTestName(const testing::TestParamInfo<std::string>& info)

@@ -1,5 +1,6 @@
 #include "tests/e2e/LibrariesFixture.h"
 #include "tests/e2e/SessionChecker.h"
+#include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +16,7 @@ namespace
 std::vector<std::string> ListLaunches()
 {
     std::vector<std::string> vPaths;
-    const std::filesystem::path root = std::filesystem::path(KESTREL_SOURCE_DIR) / "examples";
+    const std::filesystem::path root = std::filesystem::path(KestrelTest::SourceFile("examples"));
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root))
     {
         if (entry.path().extension() == ".json")
@@ -29,7 +30,7 @@ std::vector<std::string> ListLaunches()
 
 std::string LaunchPath(const std::string& strName)
 {
-    return std::string(KESTREL_SOURCE_DIR) + "/examples/" + strName;
+    return KestrelTest::SourceFile("examples/") + strName;
 }
 
 std::string TestName(const testing::TestParamInfo<std::string>& info)

@@ -1,5 +1,6 @@
 #include "tests/e2e/LibrariesFixture.h"
 #include "tests/e2e/ScriptedClient.h"
+#include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
 
@@ -79,8 +80,7 @@ TEST(Images, ReadelfReadsEveryStageOfAKernelBinary)
     {
         SCOPED_TRACE(pszLaunch);
         g_vSubmitted.clear();
-        CLaunch launch(GetLibraries(),
-                       ReadLaunchFile(std::string(KESTREL_SOURCE_DIR) + "/examples/" + pszLaunch + ".json"));
+        CLaunch launch(GetLibraries(), ReadLaunchFile(KestrelTest::SourceFile("examples/") + pszLaunch + ".json"));
         EXPECT_EQ(ComplaintsOf(BinaryOf(launch.GetKernel())), "") << "as the runtime gives it";
 
         CScriptedClient client(

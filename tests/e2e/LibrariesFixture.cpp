@@ -1,4 +1,5 @@
 #include "tests/e2e/LibrariesFixture.h"
+#include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +13,8 @@ namespace
 {
 
 const char* const s_pszLoaderSwitch = "KESTREL_BEHIND_LOADER";
-const std::string s_strPlatform = KESTREL_PLATFORM_DIR;
-const std::string s_strDebugger = std::string(KESTREL_BINARY_DIR) + "/lib/libOVKKestrel.so";
+const std::string s_strPlatform = KestrelTest::PlatformFolder();
+const std::string s_strDebugger = KestrelTest::BuiltFile("lib/libOVKKestrel.so");
 
 KestrelTool::CLibraries Open()
 {
@@ -22,7 +23,7 @@ KestrelTool::CLibraries Open()
         return KestrelTool::CLibraries(s_strPlatform, s_strDebugger);
     }
     setenv("OCL_ICD_VENDORS", (s_strPlatform + "/icd").c_str(), 1);
-    return KestrelTool::CLibraries(s_strPlatform, KESTREL_ICD_LOADER, s_strDebugger);
+    return KestrelTool::CLibraries(s_strPlatform, KestrelTest::LoaderFile(), s_strDebugger);
 }
 
 } // namespace

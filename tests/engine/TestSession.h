@@ -8,6 +8,7 @@
 #include "platform/compiler/ElfWriter.h"
 #include "support/FakeHost.h"
 #include "support/SimtDevice.h"
+#include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
 
@@ -144,7 +145,7 @@ public:
     /// Opens it by its path, so that the debugger finds it by its name.
     static void OpenCompilerLibrary()
     {
-        static void* const s_pCompiler = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW);
+        static void* const s_pCompiler = dlopen(KestrelTest::PlatformFile("libovkocl12cl64.so").c_str(), RTLD_NOW);
         EXPECT_NE(s_pCompiler, nullptr) << dlerror();
     }
 

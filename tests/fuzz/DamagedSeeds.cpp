@@ -3,6 +3,7 @@
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/ProgramBuilder.h"
 #include "tests/binary/TestImage.h"
+#include "tests/support/Folders.h"
 
 #include <fstream>
 #include <iterator>
@@ -18,7 +19,7 @@ constexpr size_t s_nChanges = 10;
 
 std::string ReadExample(const std::string& strName)
 {
-    std::ifstream file(std::string(KESTREL_SOURCE_DIR) + "/examples/" + strName + "/" + strName + ".il");
+    std::ifstream file(KestrelTest::SourceFile("examples/") + strName + "/" + strName + ".il");
     return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 

@@ -1,4 +1,5 @@
 #include "fuzz/Targets.h"
+#include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,8 @@ class Replay : public testing::TestWithParam<STarget>
 TEST_P(Replay, EveryFileOfTheCorpusKeepsTheProperties)
 {
     std::vector<fs::path> vFiles;
-    for (const auto& entry : fs::directory_iterator(fs::path(KESTREL_SOURCE_DIR) / "fuzz/corpus" / GetParam().pszName))
+    for (const auto& entry :
+         fs::directory_iterator(std::filesystem::path(KestrelTest::SourceFile("fuzz/corpus")) / GetParam().pszName))
     {
         vFiles.push_back(entry.path());
     }

@@ -1,6 +1,7 @@
 #include "TestKernel.h"
 
 #include "binary/ElfUtils.h"
+#include "tests/support/Folders.h"
 
 #include <dlfcn.h>
 
@@ -38,7 +39,7 @@ protected:
     static void SetUpTestSuite()
     {
         // The conversions open the compiler library by its plain name, which finds one that is already there.
-        static void* const s_pCompiler = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW);
+        static void* const s_pCompiler = dlopen(KestrelTest::PlatformFile("libovkocl12cl64.so").c_str(), RTLD_NOW);
         ASSERT_NE(s_pCompiler, nullptr) << dlerror();
     }
 

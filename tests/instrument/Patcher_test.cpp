@@ -1,4 +1,5 @@
 #include "TestKernel.h"
+#include "tests/support/Folders.h"
 
 #include <cstdlib>
 
@@ -8,7 +9,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-const std::string s_strFolder = std::string(KESTREL_SOURCE_DIR) + "/tests/instrument/";
+const std::string s_strFolder = KestrelTest::SourceFile("tests/instrument/");
 
 /// The registers that a case captures.
 enum ECapture

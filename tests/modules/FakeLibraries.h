@@ -1,12 +1,14 @@
 #ifndef KESTREL_TESTS_MODULES_FAKELIBRARIES_H
 #define KESTREL_TESTS_MODULES_FAKELIBRARIES_H
 
+#include "tests/support/Folders.h"
+
 #include <string>
 
 /// Where a stand-in for a library lies.
 inline std::string Library(const std::string& strName)
 {
-    return KESTREL_FAKE_LIBRARIES "lib" + strName + ".so";
+    return KestrelTest::BuiltFile("tests/modules/libraries/lib") + strName + ".so";
 }
 
 #endif

@@ -3,6 +3,7 @@
 
 #include "tests/platform/opencl_c/dwarf/DebugReaders.h"
 #include "tests/platform/runtime/Runtime.h"
+#include "tests/support/Folders.h"
 
 #include <array>
 #include <cstring>
@@ -275,7 +276,7 @@ private:
 /// A file of the project, whole. \param strPath relative to the project's folder
 inline std::string ReadProjectFile(const std::string& strPath)
 {
-    std::ifstream file(std::string(KESTREL_SOURCE_DIR) + "/" + strPath, std::ios::binary);
+    std::ifstream file(KestrelTest::SourceFile(strPath), std::ios::binary);
     if (!file)
     {
         throw std::runtime_error("can't read " + strPath);

@@ -1,10 +1,12 @@
 #ifndef KESTREL_TESTS_TOOLS_TOOLUNDERTEST_H
 #define KESTREL_TESTS_TOOLS_TOOLUNDERTEST_H
 
+#include "tests/support/Folders.h"
+
 #include <string>
 
-const std::string s_strKestrel = std::string(KESTREL_BINARY_DIR) + "/bin/kestrel";
-const std::string s_strExamples = std::string(KESTREL_SOURCE_DIR) + "/examples/";
+const std::string s_strKestrel = KestrelTest::BuiltFile("bin/kestrel");
+const std::string s_strExamples = KestrelTest::SourceFile("examples/");
 
 inline bool Holds(const std::string& strText, const std::string& strPart)
 {

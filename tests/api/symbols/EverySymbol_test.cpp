@@ -3,6 +3,7 @@
 #include "tests/api/PlatformFixture.h"
 #include "tests/api/Scripts.h"
 #include "tests/api/symbols/LackingLibrary.h"
+#include "tests/support/Folders.h"
 #include "tests/support/Stride.h"
 
 #include <sys/wait.h>
@@ -76,7 +77,7 @@ protected:
         {
             return false;
         }
-        std::ifstream file(KESTREL_SOURCE_DIR "/examples/vector_add/vector_add.il");
+        std::ifstream file(KestrelTest::SourceFile("examples/vector_add/vector_add.il"));
         const std::string strSource((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         const char* pszSource = strSource.c_str();
         m_program = Cl().clCreateProgramWithSource(m_context, 1, &pszSource, nullptr, &nCode);
@@ -170,7 +171,7 @@ protected:
         {
             const std::filesystem::path copy = m_folder / pszLibrary;
             std::filesystem::remove(copy);
-            const std::string strReal = std::string(KESTREL_PLATFORM_DIR) + "/" + pszLibrary;
+            const std::string strReal = KestrelTest::PlatformFile(pszLibrary);
             if (strLibrary != pszLibrary || strSymbol.empty())
             {
                 std::filesystem::create_symlink(strReal, copy);
@@ -224,7 +225,7 @@ protected:
 std::vector<std::string> ListSymbols(const char* pszLibrary, const std::vector<const char*>& vNames)
 {
     std::vector<std::string> vSymbols;
-    void* pLibrary = dlopen((std::string(KESTREL_PLATFORM_DIR) + "/" + pszLibrary).c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* pLibrary = dlopen(KestrelTest::PlatformFile(pszLibrary).c_str(), RTLD_NOW | RTLD_LOCAL);
     for (const char* pszName : vNames)
     {
         if (pLibrary != nullptr && dlsym(pLibrary, pszName) != nullptr)

@@ -1,4 +1,5 @@
 #include "tests/api/unit/SessionFixture.h"
+#include "tests/support/Folders.h"
 
 #include "core/ShaderDebuggerHost.h"
 
@@ -28,7 +29,8 @@ OVK_ShaderDebugger::IShaderDebugger::CreateShaderDebugger(Platform, CShaderDebug
 void CSessionFixture::SetUp()
 {
     // The kernel's text is assembled when its binary is prepared.
-    static void* const s_pCompiler = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW | RTLD_LOCAL);
+    static void* const s_pCompiler =
+        dlopen(KestrelTest::PlatformFile("libovkocl12cl64.so").c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(s_pCompiler, nullptr);
 
     m_fake.Reset();

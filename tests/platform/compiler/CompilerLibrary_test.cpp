@@ -5,6 +5,7 @@
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/ProgramBuilder.h"
 #include "tests/platform/compiler/Modules.h"
+#include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
 
@@ -51,7 +52,7 @@ class CompilerLibrary : public testing::Test
 protected:
     void SetUp() override
     {
-        m_pLibrary = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW);
+        m_pLibrary = dlopen(KestrelTest::PlatformFile("libovkocl12cl64.so").c_str(), RTLD_NOW);
         ASSERT_NE(m_pLibrary, nullptr) << dlerror();
 #define LOAD(name, result, parameters) name = reinterpret_cast<PFNzcc##name>(dlsym(m_pLibrary, "zcc" #name));
         ZCC_ENTRY_POINTS(LOAD)
@@ -123,7 +124,7 @@ TEST_F(CompilerLibrary, ExportsItsListAndNothingElse)
     ZCC_ENTRY_POINTS(NAME)
 #undef NAME
     EXPECT_EQ(expected.size(), 19u);
-    EXPECT_EQ(ExportsOf(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so"), expected);
+    EXPECT_EQ(ExportsOf(KestrelTest::PlatformFile("libovkocl12cl64.so")), expected);
 }
 
 TEST_F(CompilerLibrary, KnowsItsDevices)
@@ -237,7 +238,7 @@ TEST_F(CompilerLibrary, ReadsAsksChangesAndWritesAnImage)
 
 TEST(LowLevelRuntime, ExportsItsNamesAndConverts)
 {
-    const std::string strFile = KESTREL_PLATFORM_DIR "/libovkqrlrt.so";
+    const std::string strFile = KestrelTest::PlatformFile("libovkqrlrt.so");
     std::set<std::string> expected;
 #define NAME(name, type) expected.insert("qrl" #name);
     QRL_RT_ENTRY_POINTS(NAME)

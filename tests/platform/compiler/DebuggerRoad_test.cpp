@@ -4,6 +4,7 @@
 #include "binary/ElfUtils.h"
 #include "platform/compiler/ProgramBuilder.h"
 #include "tests/platform/compiler/Modules.h"
+#include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +21,7 @@ namespace
 std::vector<std::filesystem::path> ExampleModules()
 {
     std::vector<std::filesystem::path> vPaths;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(KESTREL_SOURCE_DIR "/examples"))
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(KestrelTest::SourceFile("examples")))
     {
         if (entry.path().extension() == ".il")
         {
@@ -36,7 +37,7 @@ protected:
     void SetUp() override
     {
         // Opened by its path once, the library is found by its name from then on.
-        m_pLibrary = dlopen(KESTREL_PLATFORM_DIR "/libovkocl12cl64.so", RTLD_NOW);
+        m_pLibrary = dlopen(KestrelTest::PlatformFile("libovkocl12cl64.so").c_str(), RTLD_NOW);
         ASSERT_NE(m_pLibrary, nullptr) << dlerror();
     }
 

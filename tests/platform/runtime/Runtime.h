@@ -37,6 +37,7 @@ struct SRuntimeEntries
 #define KP_TABLE_ONLY(name) Load(#name, name);
 #define KP_EXTENSION(name, extension)
 #include "platform/runtime/EntryPoints.def"
+#include "tests/support/Folders.h"
 #undef KP_EXPORTED
 #undef KP_LOADER
 #undef KP_TABLE_ONLY
@@ -55,7 +56,7 @@ private:
 
 inline const std::string& RuntimePath()
 {
-    static const std::string s_strPath = std::string(KESTREL_PLATFORM_DIR) + "/libOpenCL.so";
+    static const std::string s_strPath = KestrelTest::PlatformFile("libOpenCL.so");
     return s_strPath;
 }
 

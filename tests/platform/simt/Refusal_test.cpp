@@ -6,6 +6,7 @@
 #include "platform/simt/Structure.h"
 #include "tests/platform/simt/GeneratedKernel.h"
 #include "tests/platform/simt/KernelRun.h"
+#include "tests/support/Folders.h"
 
 namespace KestrelPlatformTest
 {
@@ -95,7 +96,7 @@ TEST(Refusals, WhatHasNoMeaningIsRefusedByName)
 
 TEST(Refusals, EveryOpCodeIsDocumented)
 {
-    std::ifstream file(std::string(KESTREL_SOURCE_DIR) + "/docs/il.md");
+    std::ifstream file(KestrelTest::SourceFile("docs/il.md"));
     std::stringstream text;
     text << file.rdbuf();
     const std::string strText = text.str();

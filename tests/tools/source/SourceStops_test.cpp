@@ -5,6 +5,7 @@
 
 #include "tests/platform/opencl_c/generated/HostBuild.h"
 #include "tests/platform/opencl_c/generated/KernelMaker.h"
+#include "tests/support/Folders.h"
 #include "tests/support/Stride.h"
 #include "tools/session/debug/LineStepper.h"
 #include "tools/session/debug/SourceValues.h"
@@ -92,7 +93,8 @@ SLaunchFile MakeLaunch(const std::string& strText, const std::string& strKernel,
 
 const CLibraries& GetLibraries()
 {
-    static const CLibraries s_Libraries(KESTREL_PLATFORM_DIR, KESTREL_BINARY_DIR "/lib/libOVKKestrel.so.1");
+    static const CLibraries s_Libraries(KestrelTest::PlatformFolder(),
+                                        KestrelTest::BuiltFile("lib/libOVKKestrel.so.1"));
     return s_Libraries;
 }
 
@@ -292,8 +294,9 @@ TEST(SourceStops, ShowWhatAHostRunFindsAtTheLine)
         host.Run(strName, MakeInput(nSeed).data(), vOut.data(), vSums.data(), NoteOnHost);
         CComparedSession session(MakeLaunch(strText, strName, nSeed % 4 < 2 ? "Quench" : "Kiln", nSeed), expected,
                                  layouts, nSeed % 2 == 0);
-        EXPECT_EQ(session.Run(), "") << "KESTREL_OPENCL_C_SEED=" << nSeed << " " << KESTREL_BINARY_DIR
-                                     << "/bin/tools_source_tests" << (nOne != 0 ? "\n" + strText : "");
+        EXPECT_EQ(session.Run(), "") << "KESTREL_OPENCL_C_SEED=" << nSeed << " "
+                                     << KestrelTest::BuiltFile("bin/tools_source_tests")
+                                     << (nOne != 0 ? "\n" + strText : "");
         nVisits += CountVisits(expected);
         nMatched += session.CountMatched();
     }

@@ -1,6 +1,7 @@
 #include "Programs.h"
 
 #include "platform/compiler/OpenCLCompiler.h"
+#include "tests/support/Folders.h"
 
 #include <dlfcn.h>
 
@@ -138,7 +139,7 @@ TEST_F(CSeveralDevicesTest, OneThatFailsFailsAloneAndSaysWhy)
 TEST(CompilerLibrary, GivesItsCompilerToItsOwnInterfaceAlone)
 {
     using namespace KestrelPlatform;
-    void* const pLibrary = dlopen(KESTREL_PLATFORM_DIR "/libkestrel-opencl-c.so", RTLD_NOW | RTLD_LOCAL);
+    void* const pLibrary = dlopen(KestrelTest::PlatformFile("libkestrel-opencl-c.so").c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(pLibrary, nullptr) << dlerror();
     const auto get = reinterpret_cast<GetOpenCLCompiler>(dlsym(pLibrary, s_pszGetOpenCLCompiler));
     ASSERT_NE(get, nullptr);

@@ -1,6 +1,7 @@
 // The system's readers of debug data take what the compiler writes, whatever the program.
 
 #include "tests/platform/opencl_c/dwarf/DebugReaders.h"
+#include "tests/support/Folders.h"
 #include "tests/support/OpenCLProgram.h"
 
 #include <filesystem>
@@ -105,7 +106,7 @@ TEST_P(DebugDataOfPrograms, HasNothingToComplainOf)
 TEST_P(DebugDataOfPrograms, HasNothingToComplainOfInExamples)
 {
     size_t nExamples = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(KESTREL_SOURCE_DIR "/examples/opencl_c"))
+    for (const auto& entry : std::filesystem::directory_iterator(KestrelTest::SourceFile("examples/opencl_c")))
     {
         if (entry.path().extension() == ".cl")
         {

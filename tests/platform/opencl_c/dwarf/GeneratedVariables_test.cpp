@@ -6,6 +6,7 @@
 #include "tests/platform/opencl_c/dwarf/TracedRun.h"
 #include "tests/platform/opencl_c/generated/HostBuild.h"
 #include "tests/platform/opencl_c/generated/KernelMaker.h"
+#include "tests/support/Folders.h"
 #include "tests/support/OpenCLProgram.h"
 
 #include <cstdlib>
@@ -205,9 +206,9 @@ TEST_P(GeneratedVariables, HaveTheValuesOfAHostRun)
         for (const char* pszDevice : {"Quench", "Kiln"})
         {
             const SComparison found = RunOnDevice(kernel, pszDevice, expected);
-            EXPECT_EQ(found.strDifference, "")
-                << pszDevice << "\nKESTREL_OPENCL_C_SEED=" << kernel.nSeed << " " << KESTREL_BINARY_DIR
-                << "/bin/opencl_c_dwarf_tests" << (vKernels.size() == 1 ? "\n" + kernel.strText : "");
+            EXPECT_EQ(found.strDifference, "") << pszDevice << "\nKESTREL_OPENCL_C_SEED=" << kernel.nSeed << " "
+                                               << KestrelTest::BuiltFile("bin/opencl_c_dwarf_tests")
+                                               << (vKernels.size() == 1 ? "\n" + kernel.strText : "");
             all.nValues += found.nValues;
             all.nPlaces += found.nPlaces;
             all.nWithoutCode += found.nWithoutCode;

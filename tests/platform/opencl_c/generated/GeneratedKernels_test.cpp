@@ -5,6 +5,7 @@
 #include "tests/platform/opencl_c/dwarf/DebugReaders.h"
 #include "tests/platform/opencl_c/generated/HostBuild.h"
 #include "tests/platform/opencl_c/generated/KernelMaker.h"
+#include "tests/support/Folders.h"
 #include "tests/support/OpenCLProgram.h"
 
 #include <algorithm>
@@ -110,8 +111,9 @@ protected:
                     const SResults got = RunOnDevice(device, program, vNames[n], vIn);
                     EXPECT_TRUE(got == vWanted[n])
                         << pszDevice << " " << pszOptions << ": " << Difference(got, vWanted[n])
-                        << "\nKESTREL_OPENCL_C_SEED=" << vSeeds[n] << " " << KESTREL_BINARY_DIR
-                        << "/bin/opencl_c_generated_tests" << (vSeeds.size() == 1 ? "\n" + vTexts[n] : "");
+                        << "\nKESTREL_OPENCL_C_SEED=" << vSeeds[n] << " "
+                        << KestrelTest::BuiltFile("bin/opencl_c_generated_tests")
+                        << (vSeeds.size() == 1 ? "\n" + vTexts[n] : "");
                 }
             }
         }

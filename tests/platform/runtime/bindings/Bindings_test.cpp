@@ -1,6 +1,8 @@
 #define CL_HPP_ENABLE_EXCEPTIONS
 #define CL_HPP_TARGET_OPENCL_VERSION 120
 #define CL_HPP_MINIMUM_OPENCL_VERSION 120
+#include "tests/support/Folders.h"
+
 #include <CL/opencl.hpp>
 
 #include <gtest/gtest.h>
@@ -19,11 +21,11 @@ namespace
 class CBindingsTest : public testing::Test
 {
 protected:
-    static void SetUpTestSuite() { setenv("OCL_ICD_VENDORS", KESTREL_PLATFORM_DIR "/icd", 1); }
+    static void SetUpTestSuite() { setenv("OCL_ICD_VENDORS", KestrelTest::PlatformFile("icd").c_str(), 1); }
 
     static std::string ReadSource(const char* pszPath)
     {
-        std::ifstream file(std::filesystem::path(KESTREL_SOURCE_DIR) / pszPath);
+        std::ifstream file(KestrelTest::SourceFile(pszPath));
         std::ostringstream text;
         text << file.rdbuf();
         return text.str();
