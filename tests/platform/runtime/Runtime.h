@@ -2,6 +2,7 @@
 #define KESTREL_TESTS_PLATFORM_RUNTIME_RUNTIME_H
 
 #include "KestrelPlatform.h"
+#include "tests/support/Folders.h"
 
 #include <CL/cl.h>
 #include <CL/cl_ext.h>
@@ -37,7 +38,6 @@ struct SRuntimeEntries
 #define KP_TABLE_ONLY(name) Load(#name, name);
 #define KP_EXTENSION(name, extension)
 #include "platform/runtime/EntryPoints.def"
-#include "tests/support/Folders.h"
 #undef KP_EXPORTED
 #undef KP_LOADER
 #undef KP_TABLE_ONLY

@@ -21,7 +21,7 @@ const SElementType* FitType(const std::string& strType, size_t nBytes)
 }
 
 /// A buffer of the program's, and the arguments that reach it.
-struct SMemory
+struct SObjectMemory
 {
     size_t nFirst = 0; ///< of the program's buffer, the first byte that was read
     std::vector<unsigned char> vContents;
@@ -37,7 +37,7 @@ public:
     {
         for (const json& memory : message.header.at("memories"))
         {
-            SMemory taken;
+            SObjectMemory taken;
             taken.nFirst = memory.at("first");
             taken.vContents = TakePart(message, memory.at("part"));
             m_vMemories.push_back(std::move(taken));
@@ -53,7 +53,7 @@ public:
                 FindMemory(m_Contents[i]).vUsers.push_back(i);
             }
         }
-        for (SMemory& memory : m_vMemories)
+        for (SObjectMemory& memory : m_vMemories)
         {
             if (!IsPlain(memory))
             {
@@ -67,7 +67,7 @@ public:
     }
 
 private:
-    SMemory& FindMemory(const json& argument)
+    SObjectMemory& FindMemory(const json& argument)
     {
         const size_t nMemory = argument.at("memory");
         const size_t nFirst = argument.at("first");
@@ -80,20 +80,20 @@ private:
         return m_vMemories[nMemory];
     }
 
-    bool IsWhole(const SMemory& memory, const json& argument) const
+    bool IsWhole(const SObjectMemory& memory, const json& argument) const
     {
         return argument.at("first") == memory.nFirst &&
                argument.at("end").get<size_t>() - memory.nFirst == memory.vContents.size();
     }
 
     /// Whether all arguments that reach it have the whole of it.
-    bool IsPlain(const SMemory& memory) const
+    bool IsPlain(const SObjectMemory& memory) const
     {
         return std::all_of(memory.vUsers.begin(), memory.vUsers.end(),
                            [&](size_t nUser) { return IsWhole(memory, m_Contents[nUser]); });
     }
 
-    void Share(SMemory& memory)
+    void Share(SObjectMemory& memory)
     {
         SArgument buffer;
         buffer.eKind = SArgument::Buffer;
@@ -145,7 +145,7 @@ private:
     SArgument TakeBuffer(size_t nArgument)
     {
         const json& given = m_Contents[nArgument];
-        SMemory& memory = FindMemory(given);
+        SObjectMemory& memory = FindMemory(given);
         SArgument argument;
         if (IsPlain(memory))
         {
@@ -210,7 +210,7 @@ private:
     const SMessage& m_Message;
     const json& m_Contents;
     SLaunchFile& m_Launch;
-    std::vector<SMemory> m_vMemories;
+    std::vector<SObjectMemory> m_vMemories;
     std::vector<size_t> m_vImages; ///< arguments by the layer's numbers of images
 };
 
