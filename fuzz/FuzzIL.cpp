@@ -1,7 +1,7 @@
 #include "fuzz/FuzzKernel.h"
 #include "fuzz/Targets.h"
 
-#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/ItemLayout.h"
 
 #include <algorithm>
 
@@ -29,8 +29,7 @@ void CompareDecoders(const std::vector<unsigned int>& vTokens)
         const char* pszReason = nullptr;
         const bool bMeasured =
             KestrelPlatform::MeasureItem(vTokens.data() + nPosition, vTokens.size() - nPosition, layout, pszReason);
-        const bool bManyResults =
-            layout.nOpcode == KestrelPlatform::OpMacroCall && layout.nInstructionModifier >> 16 > 1;
+        const bool bManyResults = layout.nOpcode == IL_OP_MACROCALL && layout.nInstructionModifier >> 16 > 1;
         if (bMeasured && (layout.nWords > nLongest || bManyResults))
         {
             return;

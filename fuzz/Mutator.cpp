@@ -2,7 +2,7 @@
 
 #include "fuzz/FuzzKernel.h"
 
-#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/ItemLayout.h"
 
 #include <algorithm>
 #include <cstring>
@@ -27,10 +27,10 @@ const struct SWrapper
     Item open;
     Item close;
 } s_Wrappers[] = {
-    {{OpIfLogicalNZ, 0x00440000, 0}, {OpEndIf}},
-    {{OpWhile}, {OpEndLoop}},
-    {{OpSwitch, 0x00440000, 0, OpCase, 1}, {s_nBreak, OpEndSwitch}},
-    {{OpIfLogicalNZ, 0x00440000, 0, OpElse}, {OpEndIf}},
+    {{IL_OP_IF_LOGICALNZ, 0x00440000, 0}, {IL_OP_ENDIF}},
+    {{IL_OP_WHILE}, {IL_OP_ENDLOOP}},
+    {{IL_OP_SWITCH, 0x00440000, 0, IL_OP_CASE, 1}, {s_nBreak, IL_OP_ENDSWITCH}},
+    {{IL_OP_IF_LOGICALNZ, 0x00440000, 0, IL_OP_ELSE}, {IL_OP_ENDIF}},
 };
 
 /// A stream as a list of items.
@@ -145,10 +145,10 @@ private:
     {
         Item& item = AnyItem();
         const SInstructionShape& shape = GetInstructionShape(item[0] & s_nOpcodeMask);
-        const uint32_t nOther = Below(OpLast);
+        const uint32_t nOther = Below(IL_OP_LAST);
         const SInstructionShape& other = GetInstructionShape(nOther);
         if (other.pName != nullptr && other.nSources == shape.nSources && other.bDestination == shape.bDestination &&
-            other.eTrailing == shape.eTrailing && other.bModifierWords == shape.bModifierWords)
+            other.eTail == shape.eTail && other.bModifierWords == shape.bModifierWords)
         {
             item[0] = (item[0] & ~s_nOpcodeMask) | nOther;
         }

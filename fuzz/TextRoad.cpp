@@ -6,7 +6,7 @@
 #include "binary/ElfUtils.h"
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/Disassembler.h"
-#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/ItemLayout.h"
 
 namespace KestrelFuzz
 {
@@ -24,7 +24,7 @@ std::vector<unsigned int> WithoutComments(const std::vector<unsigned int>& vToke
         const uint32_t nOpcode = vTokens[nPosition] & s_nOpcodeMask;
         size_t nWords = 2;
         bool bComment = false;
-        if (bHeader || bInMacro || nOpcode == OpMacroDef)
+        if (bHeader || bInMacro || nOpcode == IL_OP_MACRODEF)
         {
             SItemLayout layout;
             const char* pszReason = nullptr;
@@ -33,8 +33,8 @@ std::vector<unsigned int> WithoutComments(const std::vector<unsigned int>& vToke
                 break;
             }
             nWords = layout.nWords;
-            bComment = nOpcode == OpComment;
-            bInMacro = nOpcode == OpMacroDef || (bInMacro && nOpcode != OpMacroEnd);
+            bComment = nOpcode == IL_OP_COMMENT;
+            bInMacro = nOpcode == IL_OP_MACRODEF || (bInMacro && nOpcode != IL_OP_MACROEND);
         }
         else
         {

@@ -1,12 +1,12 @@
 #include "platform/compiler/Assembler.h"
 
 #include "platform/compiler/ControlFields.h"
-#include "platform/compiler/InstructionShape.h"
 #include "platform/compiler/LastConversion.h"
 #include "platform/compiler/LineScanner.h"
 #include "platform/compiler/MnemonicReader.h"
 #include "platform/compiler/OperandReader.h"
 #include "platform/compiler/StreamHeader.h"
+#include "platform/il/InstructionShape.h"
 
 #include <algorithm>
 #include <cstring>
@@ -185,7 +185,7 @@ void CAssembler::AppendComment(std::string_view text)
         return;
     }
     const size_t nWords = text.size() / sizeof(uint32_t) + 1;
-    m_vTokens.push_back(OpComment);
+    m_vTokens.push_back(IL_OP_COMMENT);
     m_vTokens.push_back(static_cast<uint32_t>(nWords));
     const size_t nText = m_vTokens.size();
     m_vTokens.resize(nText + nWords, 0);
@@ -243,7 +243,7 @@ bool CAssembler::AssembleGenericHeader(CLineScanner& scanner)
     {
         return false;
     }
-    if ((nLanguage & s_nOpcodeMask) == OpMacroDef)
+    if ((nLanguage & s_nOpcodeMask) == IL_OP_MACRODEF)
     {
         return scanner.Refuse(pStart, "a language word can't look like a macro");
     }
@@ -266,7 +266,7 @@ bool CAssembler::Separate(CLineScanner& scanner)
 
 bool CAssembler::AssembleInstruction(CLineScanner& scanner)
 {
-    if (!m_bHeader && !m_bMacro && scanner.Rest().substr(0, 4) != GetInstructionShape(OpMacroDef).pName)
+    if (!m_bHeader && !m_bMacro && scanner.Rest().substr(0, 4) != GetInstructionShape(IL_OP_MACRODEF).pName)
     {
         return scanner.Fail("the opening line 'il_cs_2_0'");
     }
@@ -299,7 +299,7 @@ bool CAssembler::AssembleInstruction(CLineScanner& scanner)
     {
         return false;
     }
-    m_bMacro = !m_bHeader && mnemonic.nOpcode != OpMacroEnd;
+    m_bMacro = !m_bHeader && mnemonic.nOpcode != IL_OP_MACROEND;
     if (IsInstructionOpcode(mnemonic.nOpcode))
     {
         m_Last.Mark();
@@ -359,19 +359,19 @@ bool CAssembler::AssembleOperands(CLineScanner& scanner, const SMnemonic& mnemon
 bool CAssembler::AssembleTrailing(CLineScanner& scanner, const SMnemonic& mnemonic)
 {
     size_t nWords = 0;
-    switch (GetInstructionShape(mnemonic.nOpcode).eTrailing)
+    switch (GetInstructionShape(mnemonic.nOpcode).eTail)
     {
-    case TrailingNone:
+    case ILT_NONE:
         return true;
-    case TrailingOne:
+    case ILT_ONE:
         return AssembleWords(scanner, 1);
-    case TrailingTwo:
+    case ILT_TWO:
         m_vTokens.push_back(mnemonic.nStride);
         m_vTokens.push_back(mnemonic.nLength);
         return true;
-    case TrailingFour:
+    case ILT_FOUR:
         return AssembleWords(scanner, 4);
-    case TrailingByControls:
+    case ILT_BY_CONTROLS:
         if (!AssembleWordList(scanner, nWords))
         {
             return false;
@@ -382,7 +382,7 @@ bool CAssembler::AssembleTrailing(CLineScanner& scanner, const SMnemonic& mnemon
         }
         m_vTokens[m_nItem] |= static_cast<uint32_t>(nWords) << 16;
         return true;
-    case TrailingCounted:
+    case ILT_COUNTED:
         break;
     }
     const size_t nCount = m_vTokens.size();

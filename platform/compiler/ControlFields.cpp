@@ -1,6 +1,6 @@
 #include "platform/compiler/ControlFields.h"
 
-#include "platform/compiler/InstructionShape.h"
+#include "platform/il/InstructionShape.h"
 
 namespace KestrelPlatform
 {
@@ -60,12 +60,12 @@ struct SRow
 
 constexpr SControlFields s_Operand = {nullptr, 0, true};
 
-constexpr SRow s_Rows[] = {{OpBreakC, OpBreakC, Fields(s_Relation)},
+constexpr SRow s_Rows[] = {{IL_OP_BREAKC, IL_OP_BREAKC, Fields(s_Relation)},
                            {13, 13, Fields(s_Relation)},
                            {17, 17, Fields(s_Relation)},
-                           {OpIfC, OpIfC, Fields(s_Relation)},
+                           {IL_OP_IFC, IL_OP_IFC, Fields(s_Relation)},
                            {86, 86, Fields(s_Relation)},
-                           {OpDclResource, OpDclResource, Fields(s_Resource)},
+                           {IL_DCL_RESOURCE, IL_DCL_RESOURCE, Fields(s_Resource)},
                            {134, 135, Fields(s_Load)},
                            {136, 141, Fields(s_Sample)},
                            {199, 199, Fields(s_Sample)},
@@ -109,7 +109,7 @@ constexpr SRow s_Rows[] = {{OpBreakC, OpBreakC, Fields(s_Relation)},
 
 struct SFieldTable
 {
-    SControlFields fields[OpLast] = {};
+    SControlFields fields[IL_OP_LAST] = {};
 
     constexpr SFieldTable()
     {
@@ -130,7 +130,7 @@ constexpr SControlFields s_NoFields;
 
 const SControlFields& GetControlFields(uint32_t nOpcode)
 {
-    return nOpcode < OpLast ? s_Fields.fields[nOpcode] : s_NoFields;
+    return nOpcode < IL_OP_LAST ? s_Fields.fields[nOpcode] : s_NoFields;
 }
 
 int FindFieldValue(const SControlField& field, std::string_view name)

@@ -1,7 +1,7 @@
 #include "platform/compiler/Disassembler.h"
 
 #include "platform/compiler/ControlFields.h"
-#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/ItemLayout.h"
 #include "platform/compiler/ItemWriter.h"
 #include "platform/compiler/LastConversion.h"
 #include "platform/compiler/Modifiers.h"
@@ -122,7 +122,7 @@ bool CPrinter::EndLikeLast()
 
 bool CPrinter::PrintLeadingMacros()
 {
-    while (m_nToken < m_nCount && (m_pTokens[m_nToken] & s_nOpcodeMask) == OpMacroDef)
+    while (m_nToken < m_nCount && (m_pTokens[m_nToken] & s_nOpcodeMask) == IL_OP_MACRODEF)
     {
         do
         {
@@ -130,7 +130,7 @@ bool CPrinter::PrintLeadingMacros()
             {
                 return false;
             }
-        } while (m_nLastOpcode != OpMacroEnd);
+        } while (m_nLastOpcode != IL_OP_MACROEND);
     }
     return true;
 }
@@ -175,7 +175,7 @@ bool CPrinter::PrintItem()
     {
         return Fail(pReason);
     }
-    if (layout.nOpcode == OpComment)
+    if (layout.nOpcode == IL_OP_COMMENT)
     {
         PrintComment(pItem, layout);
     }
@@ -193,7 +193,7 @@ bool CPrinter::PrintItem()
 /// Whether a comment's words are one line of text and nothing else.
 bool IsLineComment(const uint32_t* pItem, const SItemLayout& layout, std::string_view& text)
 {
-    if (pItem[0] != OpComment)
+    if (pItem[0] != IL_OP_COMMENT)
     {
         return false;
     }
@@ -254,7 +254,7 @@ void CPrinter::PrintInstruction(const uint32_t* pItem, const SItemLayout& layout
         PutSeparator();
         nOffset += m_Writer.PutOperand(pItem + nOffset, layout.bDestination && i == 0);
     }
-    if (layout.nOpcode == OpDclTypelessUav)
+    if (layout.nOpcode == IL_OP_DCL_TYPELESS_UAV)
     {
         return;
     }
@@ -269,14 +269,14 @@ void CPrinter::PrintTrailingWord(uint32_t nOpcode, uint32_t nWord)
 {
     switch (nOpcode)
     {
-    case OpDclLiteral:
+    case IL_DCL_LITERAL:
         return m_Writer.PutHex(nWord);
     // Whoever looks for a call in the text looks for its decimal label.
-    case OpCall:
-    case OpCallNZ:
-    case OpCallLogicalZ:
-    case OpCallLogicalNZ:
-    case OpFunc:
+    case IL_OP_CALL:
+    case IL_OP_CALLNZ:
+    case IL_OP_CALL_LOGICALZ:
+    case IL_OP_CALL_LOGICALNZ:
+    case IL_OP_FUNC:
         return m_Writer.PutDecimal(nWord);
     default:
         return m_Writer.PutNumber(nWord);
@@ -297,7 +297,7 @@ void CPrinter::PrintMnemonic(const uint32_t* pItem, const SItemLayout& layout)
         PrintInstructionModifier(pItem, layout, nBits);
     }
     // The counts of these say how many words are written behind them.
-    if (shape.eTrailing == TrailingByControls)
+    if (shape.eTail == ILT_BY_CONTROLS)
     {
         nBits = 0;
     }
@@ -314,7 +314,7 @@ void CPrinter::PrintMnemonic(const uint32_t* pItem, const SItemLayout& layout)
     {
         PrintDestinationModifiers(pItem, layout);
     }
-    if (layout.nOpcode == OpDclConstBuffer && layout.nPrimary != 0)
+    if (layout.nOpcode == IL_DCL_CONST_BUFFER && layout.nPrimary != 0)
     {
         m_Writer.Put("_inline");
         for (size_t i = 0; i < pItem[layout.nPrimary]; ++i)
@@ -332,7 +332,7 @@ void CPrinter::PrintInstructionModifier(const uint32_t* pItem, const SItemLayout
     m_Writer.Put(')');
     nBits &= ~(s_nControlsMask << 16);
     const uint32_t nModifier = layout.nInstructionModifier;
-    if (layout.nOpcode == OpMacroCall)
+    if (layout.nOpcode == IL_OP_MACROCALL)
     {
         m_Writer.PutSuffix("out", nModifier >> 16);
         m_Writer.PutSuffix("in", nModifier & 0xFFFF);
@@ -372,7 +372,7 @@ void CPrinter::PrintControls(const uint32_t* pItem, const SItemLayout& layout, u
             m_Writer.PutSuffix(field.name, nValue);
         }
     }
-    if (layout.nOpcode == OpDclTypelessUav)
+    if (layout.nOpcode == IL_OP_DCL_TYPELESS_UAV)
     {
         m_Writer.PutSuffix("stride", pItem[layout.nTrailing]);
         m_Writer.PutSuffix("length", pItem[layout.nTrailing + 1]);
@@ -385,7 +385,7 @@ void CPrinter::PrintControls(const uint32_t* pItem, const SItemLayout& layout, u
 
 void CPrinter::PrintModifierWords(const uint32_t* pItem, const SItemLayout& layout)
 {
-    if (layout.nPrimary != 0 && layout.nOpcode != OpDclConstBuffer)
+    if (layout.nPrimary != 0 && layout.nOpcode != IL_DCL_CONST_BUFFER)
     {
         m_Writer.PutHexSuffix("pri", pItem[layout.nPrimary]);
     }

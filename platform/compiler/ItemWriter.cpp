@@ -1,9 +1,9 @@
 #include "platform/compiler/ItemWriter.h"
 
-#include "platform/compiler/InstructionShape.h"
 #include "platform/compiler/Modifiers.h"
-#include "platform/compiler/RegisterNames.h"
 #include "platform/compiler/StreamHeader.h"
+#include "platform/il/InstructionShape.h"
+#include "platform/il/RegisterNames.h"
 
 #include <charconv>
 
@@ -61,7 +61,7 @@ constexpr SMaskTexts s_MaskTexts;
 
 bool IsTemp(uint32_t nToken)
 {
-    return ((nToken >> 16) & 0x3F) == RegisterTemp;
+    return ((nToken >> 16) & 0x3F) == IL_REGTYPE_TEMP;
 }
 
 /// The bits of an operand's token that nothing else in its text tells.

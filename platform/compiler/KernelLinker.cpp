@@ -1,7 +1,7 @@
 #include "platform/compiler/KernelLinker.h"
 
 #include "platform/compiler/FrontEnd.h"
-#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/ItemLayout.h"
 
 #include <algorithm>
 #include <cstring>
@@ -35,7 +35,8 @@ bool Refuse(SDiagnostic& diag, uint32_t nLine, const std::string& strMessage)
 
 bool IsCall(uint32_t nOpcode)
 {
-    return nOpcode == OpCall || nOpcode == OpCallNZ || nOpcode == OpCallLogicalZ || nOpcode == OpCallLogicalNZ;
+    return nOpcode == IL_OP_CALL || nOpcode == IL_OP_CALLNZ || nOpcode == IL_OP_CALL_LOGICALZ ||
+           nOpcode == IL_OP_CALL_LOGICALNZ;
 }
 
 } // namespace
@@ -77,7 +78,7 @@ bool CKernelLinker::Outline()
     bool bHeader = false;
     while (nOffset < m_vTokens.size())
     {
-        if (!bHeader && (m_vTokens[nOffset] & s_nOpcodeMask) != OpMacroDef)
+        if (!bHeader && (m_vTokens[nOffset] & s_nOpcodeMask) != IL_OP_MACRODEF)
         {
             if (m_vTokens.size() - nOffset < 2)
             {
@@ -96,14 +97,14 @@ bool CKernelLinker::Outline()
             }
             OutlineItem(m_vTokens.data() + nOffset, layout, nOffset, pFunction);
             nOffset += layout.nWords;
-        } while (!bHeader && layout.nOpcode != OpMacroEnd);
+        } while (!bHeader && layout.nOpcode != IL_OP_MACROEND);
     }
     return bHeader;
 }
 
 void CKernelLinker::OutlineItem(const uint32_t* pItem, const SItemLayout& layout, size_t nOffset, SFunction*& pFunction)
 {
-    const bool bPlaceholder = layout.nOpcode == OpComment && IsPlaceholder(pItem, layout);
+    const bool bPlaceholder = layout.nOpcode == IL_OP_COMMENT && IsPlaceholder(pItem, layout);
     m_nPlaceholders += bPlaceholder ? 1 : 0;
     if (bPlaceholder && pFunction == &m_Main && !HasPlaceholder())
     {
@@ -111,7 +112,7 @@ void CKernelLinker::OutlineItem(const uint32_t* pItem, const SItemLayout& layout
         m_nPlaceholderWords = layout.nWords;
         m_nPlaceholderInstruction = m_nInstruction;
     }
-    else if (layout.nOpcode == OpFunc)
+    else if (layout.nOpcode == IL_OP_FUNC)
     {
         pFunction = &m_Functions[pItem[layout.nTrailing]];
     }
@@ -120,11 +121,11 @@ void CKernelLinker::OutlineItem(const uint32_t* pItem, const SItemLayout& layout
         pFunction->vCalls.push_back(pItem[layout.nTrailing]);
         pFunction->vCallLines.push_back(CurrentLine());
     }
-    else if (layout.nOpcode == OpDclMaxThreadPerGroup)
+    else if (layout.nOpcode == IL_DCL_MAX_THREAD_PER_GROUP)
     {
         pFunction->nMaxGroupSize = pItem[layout.nTrailing];
     }
-    else if (layout.nOpcode == OpDclNumThreadPerGroup && layout.nTrailingWords == 3)
+    else if (layout.nOpcode == IL_OP_DCL_NUM_THREAD_PER_GROUP && layout.nTrailingWords == 3)
     {
         std::copy_n(pItem + layout.nTrailing, 3, pFunction->nRequiredGroupSize);
     }
@@ -237,7 +238,7 @@ bool CKernelLinker::Link(const SKernelMetadata& metadata, const SDeviceTarget& t
     if (HasPlaceholder())
     {
         const auto place = kernel.vTokens.begin() + static_cast<long>(m_nPlaceholder);
-        place[0] = OpCall;
+        place[0] = IL_OP_CALL;
         place[1] = metadata.nUniqueId;
         kernel.vTokens.erase(place + 2, place + static_cast<long>(m_nPlaceholderWords));
         if (m_nPlaceholderInstruction <= kernel.vLines.size())

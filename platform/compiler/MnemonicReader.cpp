@@ -1,9 +1,9 @@
 #include "platform/compiler/MnemonicReader.h"
 
 #include "platform/compiler/ControlFields.h"
-#include "platform/compiler/InstructionShape.h"
 #include "platform/compiler/Modifiers.h"
 #include "platform/compiler/StreamHeader.h"
+#include "platform/il/InstructionShape.h"
 
 #include <string>
 
@@ -55,7 +55,7 @@ bool CMnemonicReader::ReadBracketed(uint32_t& nValue, uint32_t nMaximum, std::st
 bool CMnemonicReader::ReadGenericOpcode()
 {
     const char* pStart = m_scanner.Position();
-    if (!ReadBracketed(m_mnemonic.nOpcode, OpLast - 1, "an opcode"))
+    if (!ReadBracketed(m_mnemonic.nOpcode, IL_OP_LAST - 1, "an opcode"))
     {
         return false;
     }
@@ -194,7 +194,7 @@ bool CMnemonicReader::ReadDestinationSuffix(std::string_view name, bool& bKnown)
 
 bool CMnemonicReader::ReadInstructionModifierSuffix(std::string_view name, bool& bKnown)
 {
-    const bool bCall = m_mnemonic.nOpcode == OpMacroCall;
+    const bool bCall = m_mnemonic.nOpcode == IL_OP_MACROCALL;
     uint32_t nValue = 0;
     bKnown = true;
     if (bCall && (name == "out" || name == "in"))
@@ -254,17 +254,17 @@ bool CMnemonicReader::ReadWordSuffix(const char* pStart, std::string_view name, 
         return SetWord(pStart, m_mnemonic.bSecondary, m_mnemonic.nSecondary, s_nSecondaryBit);
     }
     // The primary word of dcl_cb is the count of its table.
-    if (shape.bModifierWords && name == "pri" && m_mnemonic.nOpcode != OpDclConstBuffer)
+    if (shape.bModifierWords && name == "pri" && m_mnemonic.nOpcode != IL_DCL_CONST_BUFFER)
     {
         return SetWord(pStart, m_mnemonic.bPrimary, m_mnemonic.nPrimary, s_nPrimaryBit);
     }
-    if (m_mnemonic.nOpcode == OpDclConstBuffer && name == "inline")
+    if (m_mnemonic.nOpcode == IL_DCL_CONST_BUFFER && name == "inline")
     {
         m_mnemonic.bInline = true;
         m_mnemonic.nToken |= s_nPrimaryBit;
         return true;
     }
-    if (m_mnemonic.nOpcode == OpDclTypelessUav && (name == "stride" || name == "length"))
+    if (m_mnemonic.nOpcode == IL_OP_DCL_TYPELESS_UAV && (name == "stride" || name == "length"))
     {
         return ReadBracketed(name == "stride" ? m_mnemonic.nStride : m_mnemonic.nLength, s_nAnyWord, "a word");
     }

@@ -1,9 +1,9 @@
 #include "platform/compiler/OperandReader.h"
 
-#include "platform/compiler/InstructionShape.h"
 #include "platform/compiler/Modifiers.h"
-#include "platform/compiler/RegisterNames.h"
 #include "platform/compiler/StreamHeader.h"
+#include "platform/il/InstructionShape.h"
+#include "platform/il/RegisterNames.h"
 
 namespace KestrelPlatform
 {
@@ -112,7 +112,7 @@ bool COperandReader::ReadRegister(SOperand& operand)
     const char cNext = m_scanner.Peek();
     if (!IsOfClass(cNext, CharDigit))
     {
-        return cNext != '-' || nType != RegisterTemp || ReadNegativeNumber(operand);
+        return cNext != '-' || nType != IL_REGTYPE_TEMP || ReadNegativeNumber(operand);
     }
     uint32_t nNumber = 0;
     const bool bOk = m_scanner.TakeDigits(nNumber, 0xFFFF, "a register number");
@@ -339,7 +339,7 @@ bool COperandReader::ReadBits(ERole eRole, const char* pWhere, SOperand& operand
     {
         return false;
     }
-    const bool bTemp = ((operand.nToken >> 16) & 0x3F) == RegisterTemp;
+    const bool bTemp = ((operand.nToken >> 16) & 0x3F) == IL_REGTYPE_TEMP;
     const uint32_t nSign = bTemp ? 0 : s_nOperandNegative;
     uint32_t nAllowed = s_nOperandReservedBits | nSign;
     if (eRole == RoleIndex)

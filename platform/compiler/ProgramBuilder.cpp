@@ -3,12 +3,12 @@
 #include "platform/compiler/DeviceCode.h"
 #include "platform/compiler/ElfReader.h"
 #include "platform/compiler/FrontEnd.h"
-#include "platform/compiler/InstructionShape.h"
 #include "platform/compiler/KernelLinker.h"
 #include "platform/compiler/ModuleBuilder.h"
 #include "platform/compiler/ObjectImage.h"
 #include "platform/compiler/OpenCLBuilder.h"
 #include "platform/compiler/ProgramImage.h"
+#include "platform/il/InstructionShape.h"
 
 #include <algorithm>
 #include <functional>

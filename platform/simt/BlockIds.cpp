@@ -57,9 +57,9 @@ void CBlock::FillLocalIds()
     }
     for (const SCode::SId& id : m_Code.vIds)
     {
-        if (id.nType == REG_THREAD_ID_IN_GROUP && id.nComponent < 3)
+        if (id.nType == IL_REGTYPE_THREAD_ID_IN_GROUP && id.nComponent < 3)
             m_pRows[id.nRow] = m_nLocalIds[id.nComponent];
-        if (id.nType == REG_THREAD_ID_IN_GROUP_FLAT)
+        if (id.nType == IL_REGTYPE_THREAD_ID_IN_GROUP_FLAT)
             m_pRows[id.nRow] = m_nLocalIds[3];
     }
 }
@@ -80,16 +80,16 @@ void CBlock::FillGroupIds()
             const uint32_t c = id.nComponent;
             uint32_t nBase = 0;
             const uint32_t* pLocal = nullptr;
-            if (id.nType == REG_THREAD_GROUP_ID_FLAT)
+            if (id.nType == IL_REGTYPE_THREAD_GROUP_ID_FLAT)
                 nBase = static_cast<uint32_t>(nLinear);
-            else if (id.nType == REG_THREAD_GROUP_ID && c < 3)
+            else if (id.nType == IL_REGTYPE_THREAD_GROUP_ID && c < 3)
                 nBase = static_cast<uint32_t>(nGroup[c]);
-            else if (id.nType == REG_ABSOLUTE_THREAD_ID_FLAT)
+            else if (id.nType == IL_REGTYPE_ABSOLUTE_THREAD_ID_FLAT)
             {
                 nBase = static_cast<uint32_t>(nLinear * m_Context.nGroupSize);
                 pLocal = m_nLocalIds[3].w;
             }
-            else if (id.nType == REG_ABSOLUTE_THREAD_ID && c < 3)
+            else if (id.nType == IL_REGTYPE_ABSOLUTE_THREAD_ID && c < 3)
             {
                 nBase = static_cast<uint32_t>(nGroup[c] * launch.nLocalSize[c]);
                 pLocal = m_nLocalIds[c].w;

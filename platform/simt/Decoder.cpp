@@ -35,7 +35,7 @@ public:
             }
             if (!ReadItem())
                 return false;
-            const EOpCode eOpCode = m_Stream.vItems.back().eOpCode;
+            const ILOpCode eOpCode = m_Stream.vItems.back().eOpCode;
             if (eOpCode == IL_OP_MACRODEF)
                 m_bInMacro = true;
             if (eOpCode == IL_OP_MACROEND)
@@ -93,11 +93,11 @@ private:
         if (!Next(item.nToken))
             return false;
         const uint32_t nOpCode = item.nToken & 0xFFFF;
-        const SOpCodeShape& shape = GetOpCodeShape(nOpCode);
-        if (!shape.pszName)
+        const SInstructionShape& shape = GetInstructionShape(nOpCode);
+        if (!shape.pName)
             return Fail("opcode " + std::to_string(nOpCode) + " isn't known");
-        item.eOpCode = static_cast<EOpCode>(nOpCode);
-        m_pszName = shape.pszName;
+        item.eOpCode = static_cast<ILOpCode>(nOpCode);
+        m_pszName = shape.pName;
         if (!ReadModifiers(item, shape) || !SkipOperands(item, shape) || !ReadTrailing(item, shape))
             return false;
         if (shape.bInstruction)
@@ -106,11 +106,11 @@ private:
         return true;
     }
 
-    bool ReadModifiers(SItem& item, const SOpCodeShape& shape)
+    bool ReadModifiers(SItem& item, const SInstructionShape& shape)
     {
         if (shape.bInstructionModifier && !Next(item.nModifier))
             return false;
-        if (!shape.bStandardModifiers)
+        if (!shape.bModifierWords)
             return true;
         uint32_t nPrimary = 0;
         const bool bPrimary = (item.nToken >> 31) != 0;
@@ -129,7 +129,7 @@ private:
         return Bits(item.nToken, 30, 1) == 0 || Next(nSecondary);
     }
 
-    bool SkipOperands(SItem& item, const SOpCodeShape& shape)
+    bool SkipOperands(SItem& item, const SInstructionShape& shape)
     {
         item.bDestination = shape.bDestination;
         item.nSources = shape.nSources;
@@ -179,12 +179,34 @@ private:
         }
     }
 
-    bool ReadTrailing(SItem& item, const SOpCodeShape& shape)
+    bool TrailingWords(const SItem& item, EILTail eTail, uint32_t& nWords)
     {
-        uint32_t nWords = shape.nTrailingWords;
-        if (item.eOpCode == IL_OP_DCL_NUM_THREAD_PER_GROUP || item.eOpCode == IL_OP_DCL_TOTAL_NUM_THREAD_GROUP)
+        switch (eTail)
+        {
+        case ILT_NONE:
+            break;
+        case ILT_ONE:
+            nWords = 1;
+            break;
+        case ILT_TWO:
+            nWords = 2;
+            break;
+        case ILT_FOUR:
+            nWords = 4;
+            break;
+        case ILT_BY_CONTROLS:
             nWords = item.Controls();
-        if (item.eOpCode == IL_OP_COMMENT && !Next(nWords))
+            break;
+        case ILT_COUNTED:
+            return Next(nWords);
+        }
+        return true;
+    }
+
+    bool ReadTrailing(SItem& item, const SInstructionShape& shape)
+    {
+        uint32_t nWords = 0;
+        if (!TrailingWords(item, shape.eTail, nWords))
             return false;
         if (nWords == 0)
             return true;
@@ -228,7 +250,7 @@ public:
 private:
     static int32_t RegisterNumber(uint32_t nToken)
     {
-        const bool bSigned = Bits(nToken, 16, 6) == REG_TEMP && Bits(nToken, 27, 1);
+        const bool bSigned = Bits(nToken, 16, 6) == IL_REGTYPE_TEMP && Bits(nToken, 27, 1);
         return bSigned ? static_cast<int16_t>(nToken & 0xFFFF) : static_cast<int32_t>(nToken & 0xFFFF);
     }
 
@@ -269,7 +291,7 @@ private:
         operand.bIndexed = true;
         if (nMode == 1)
         {
-            operand.nIndexType = REG_ADDR;
+            operand.nIndexType = IL_REGTYPE_ADDR;
             operand.nIndexNumber = static_cast<int32_t>(nWord & 0xFFFF);
             operand.nIndexComponent = static_cast<uint8_t>(Bits(nWord, 17, 3) & 3);
             return;

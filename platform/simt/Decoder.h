@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/il/InstructionShape.h"
 #include "platform/simt/Launch.h"
-#include "platform/simt/OpCodes.h"
 
 namespace KestrelPlatform
 {
@@ -55,7 +55,7 @@ struct SItem
     static const uint32_t NoInstruction = 0xFFFFFFFF;
 
     uint32_t nToken = 0; ///< the opcode token
-    EOpCode eOpCode = IL_OP_UNKNOWN;
+    ILOpCode eOpCode = IL_OP_UNKNOWN;
     uint32_t nInstruction = NoInstruction; ///< index among the instructions
     uint32_t nModifier = 0;                ///< instruction modifier or primary modifier word
     bool bDestination = false;

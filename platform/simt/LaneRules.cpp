@@ -36,7 +36,7 @@ const SLaneRule& GetLaneRule(uint32_t nOp)
     return s_Rules[nOp];
 }
 
-uint32_t FindLaneOp(EOpCode eOpCode)
+uint32_t FindLaneOp(ILOpCode eOpCode)
 {
     static const std::vector<uint16_t> s_vOps = MakeOps();
     return s_vOps[eOpCode];

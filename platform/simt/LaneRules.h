@@ -1,8 +1,8 @@
 #ifndef KESTREL_PLATFORM_SIMT_LANERULES_H
 #define KESTREL_PLATFORM_SIMT_LANERULES_H
 
+#include "platform/il/InstructionShape.h"
 #include "platform/simt/LaneOps.h"
-#include "platform/simt/OpCodes.h"
 
 namespace KestrelPlatform
 {
@@ -46,7 +46,7 @@ inline bool IsPair(ELaneType eType)
 const SLaneRule& GetLaneRule(uint32_t nOp);
 
 /// The lane operation of an opcode of ClassLane.
-uint32_t FindLaneOp(EOpCode eOpCode);
+uint32_t FindLaneOp(ILOpCode eOpCode);
 
 } // namespace KestrelPlatform
 

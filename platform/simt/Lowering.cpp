@@ -35,7 +35,7 @@ bool CLowering::Fail(const std::string& strReason)
         return false;
     m_bFailed = true;
     m_Error.nInstruction = m_nInstruction;
-    m_Error.strMessage = std::string(GetOpCodeShape(m_pItem->eOpCode).pszName) + ": " + strReason;
+    m_Error.strMessage = std::string(GetInstructionShape(m_pItem->eOpCode).pName) + ": " + strReason;
     return false;
 }
 
@@ -249,7 +249,7 @@ void CLowering::EmitTrace()
             m_Trace.eKind = STraceInfo::Register;
             m_Trace.nRow = RegisterRow(destination);
         }
-        else if (destination.nType == REG_ITEMP)
+        else if (destination.nType == IL_REGTYPE_ITEMP)
         {
             m_Trace.eKind = STraceInfo::Array;
             m_Trace.bConstantIndex = !destination.bIndexed;

@@ -74,11 +74,11 @@ private:
     bool LowerFlow();
     void LowerSwitch();
     void LowerCase();
-    bool EndsBody(EOpCode eOpCode) const;
-    void LowerLeave(EOpCode eOpCode);
+    bool EndsBody(ILOpCode eOpCode) const;
+    void LowerLeave(ILOpCode eOpCode);
     bool LowerCall();
     void CloseBlock(EMicroKind eKind);
-    uint32_t ConditionRow(EOpCode eOpCode, bool& bInvert);
+    uint32_t ConditionRow(ILOpCode eOpCode, bool& bInvert);
     uint32_t RelationRow(const SOperand& a, const SOperand& b);
     SMicroOp& EmitFlow(EMicroKind eKind);
     void Pend(uint32_t nStep);

@@ -68,7 +68,7 @@ bool CLowering::LowerBody(uint32_t nBody)
     return true;
 }
 
-uint32_t CLowering::ConditionRow(EOpCode eOpCode, bool& bInvert)
+uint32_t CLowering::ConditionRow(ILOpCode eOpCode, bool& bInvert)
 {
     bInvert = eOpCode == IL_OP_IF_LOGICALZ || eOpCode == IL_OP_BREAK_LOGICALZ || eOpCode == IL_OP_CONTINUE_LOGICALZ ||
               eOpCode == IL_OP_RET_LOGICALZ || eOpCode == IL_OP_CALL_LOGICALZ;
@@ -78,16 +78,16 @@ uint32_t CLowering::ConditionRow(EOpCode eOpCode, bool& bInvert)
 }
 
 /// True for a return in front of its body's end, outside of every block: all go on there anyway.
-bool CLowering::EndsBody(EOpCode eOpCode) const
+bool CLowering::EndsBody(ILOpCode eOpCode) const
 {
     if ((eOpCode != IL_OP_RET && eOpCode != IL_OP_RET_DYN) || m_vBlocks.size() != 1)
         return false;
-    const EOpCode eNext = m_nItem + 1 < m_Stream.vItems.size() ? m_Stream.vItems[m_nItem + 1].eOpCode : IL_OP_UNKNOWN;
+    const ILOpCode eNext = m_nItem + 1 < m_Stream.vItems.size() ? m_Stream.vItems[m_nItem + 1].eOpCode : IL_OP_UNKNOWN;
     return eNext == IL_OP_ENDFUNC || eNext == IL_OP_ENDMAIN || eNext == IL_OP_MACROEND;
 }
 
 /// break, continue and ret, with or without a condition.
-void CLowering::LowerLeave(EOpCode eOpCode)
+void CLowering::LowerLeave(ILOpCode eOpCode)
 {
     uint32_t nRow = m_vReturnRows[m_nBody];
     switch (eOpCode)
@@ -205,12 +205,12 @@ bool CLowering::LowerCall()
     const uint32_t nCondition = bConditional ? ConditionRow(m_pItem->eOpCode, bInvert) : 0;
     for (uint32_t n = 0; bMacro && n < m_pItem->nSources; ++n)
     {
-        const uint32_t nRow = RegisterRow(REG_INPUT_ARG, static_cast<int32_t>(n), nBody);
+        const uint32_t nRow = RegisterRow(IL_REGTYPE_INPUT_ARG, static_cast<int32_t>(n), nBody);
         for (uint32_t i = 0; i < 4; ++i)
             EmitMove(nRow + i, Source(Operand(n), i, T::F));
         m_nScratchUsed = 0;
     }
-    const uint32_t nResult = m_pItem->bDestination ? RegisterRow(REG_OUTPUT_ARG, 0, nBody) : 0;
+    const uint32_t nResult = m_pItem->bDestination ? RegisterRow(IL_REGTYPE_OUTPUT_ARG, 0, nBody) : 0;
     for (uint32_t i = 0; nResult && i < 4; ++i)
         EmitMove(nResult + i, s_nZeroRow);
     const uint32_t nRest = bConditional ? MaskRows(1) : 0;

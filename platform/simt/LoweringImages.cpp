@@ -11,7 +11,7 @@ const uint32_t s_nTypeBuffer = 8; ///< of a resource or typed UAV declaration
 /// Shape of an image instruction: which sources stand behind the coordinates.
 struct SImageRow
 {
-    EOpCode eOpCode;
+    ILOpCode eOpCode;
     SImageAccess::EOperation eOperation;
     uint32_t nOffset;    ///< source with the texels that a gather adds, 0 for none
     uint32_t nReference; ///< source with the value to compare with, 0 for none
@@ -47,7 +47,7 @@ const SImageRow s_ImageRows[] = {
     {IL_OP_FETCH4_PO_C_LZ, SImageAccess::Gather, 1, 2},
 };
 
-const SImageRow* FindImageRow(EOpCode eOpCode)
+const SImageRow* FindImageRow(ILOpCode eOpCode)
 {
     for (const SImageRow& row : s_ImageRows)
     {

@@ -9,7 +9,7 @@ namespace
 /// Shape of a memory instruction.
 struct SMemoryRow
 {
-    EOpCode eOpCode;
+    ILOpCode eOpCode;
     SAccess::ESpace eSpace;
     SAccess::EOperation eOperation;
     uint8_t nBytes;
@@ -104,7 +104,7 @@ const SMemoryRow s_MemoryRows[] = {
 #undef KESTREL_ATOMIC
 };
 
-const SMemoryRow* FindMemoryRow(EOpCode eOpCode)
+const SMemoryRow* FindMemoryRow(ILOpCode eOpCode)
 {
     static const std::vector<const SMemoryRow*> s_vByOpCode = []
     {
@@ -117,7 +117,7 @@ const SMemoryRow* FindMemoryRow(EOpCode eOpCode)
 }
 
 /// A destination in a token names memory in stores; its mask says how many words go.
-bool StoresByMask(EOpCode eOpCode)
+bool StoresByMask(ILOpCode eOpCode)
 {
     return eOpCode == IL_OP_UAV_RAW_STORE || eOpCode == IL_OP_UAV_STRUCT_STORE || eOpCode == IL_OP_LDS_STORE_VEC;
 }
@@ -136,7 +136,7 @@ bool CLowering::SetSpace(SAccess& access)
         access.nArea = inserted.first->second;
         return true;
     }
-    const EOpCode eOpCode = m_pItem->eOpCode;
+    const ILOpCode eOpCode = m_pItem->eOpCode;
     const bool bFlat =
         eOpCode == IL_OP_FLAT_ADDR_LOAD || eOpCode == IL_OP_FLAT_ADDR_STORE || eOpCode == IL_OP_LOAD_DWORD_AT_ADDR;
     access.b64BitAddress = bFlat || ((m_pItem->nToken >> 29) & 1) != 0;
@@ -275,7 +275,7 @@ bool CLowering::EmitStore(SAccess& access, const SOperand& value, bool bMask)
     if (m_bTrace && access.eSpace == SAccess::Private)
     {
         m_Trace.eKind = STraceInfo::PrivateMemory;
-        m_Trace.nType = REG_GENERIC_MEM;
+        m_Trace.nType = IL_REGTYPE_GENERIC_MEM;
         m_Trace.nNumber = m_pItem->UavId();
         m_Trace.nComponents = (1u << access.nWords) - 1;
         m_Trace.nAddressRow = access.nAddressRows[0];

@@ -50,7 +50,7 @@ uint32_t CLowering::ConstantRow(uint32_t nValue)
 
 uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
 {
-    if (nType == REG_TEMP && nNumber >= 0)
+    if (nType == IL_REGTYPE_TEMP && nNumber >= 0)
     {
         const size_t nTemp = static_cast<uint32_t>(nNumber);
         if (nTemp >= m_vTempRows.size())
@@ -82,7 +82,7 @@ uint32_t CLowering::NewRegister()
 
 uint32_t CLowering::RegisterRow(const SOperand& operand)
 {
-    const bool bArgument = operand.nType == REG_INPUT_ARG || operand.nType == REG_OUTPUT_ARG;
+    const bool bArgument = operand.nType == IL_REGTYPE_INPUT_ARG || operand.nType == IL_REGTYPE_OUTPUT_ARG;
     return RegisterRow(operand.nType, operand.nNumber, bArgument ? m_nBody : 0);
 }
 
@@ -124,31 +124,32 @@ uint32_t CLowering::IndexRow(const SOperand& operand)
 {
     switch (operand.nIndexType)
     {
-    case REG_ADDR:
-    case REG_TEMP:
-    case REG_PERSIST:
-    case REG_GLOBAL:
-    case REG_SHARED_TEMP:
-    case REG_INPUT:
-    case REG_OUTPUT:
-    case REG_INPUT_ARG:
-    case REG_OUTPUT_ARG:
+    case IL_REGTYPE_ADDR:
+    case IL_REGTYPE_TEMP:
+    case IL_REGTYPE_PERSIST:
+    case IL_REGTYPE_GLOBAL:
+    case IL_REGTYPE_SHARED_TEMP:
+    case IL_REGTYPE_INPUT:
+    case IL_REGTYPE_OUTPUT:
+    case IL_REGTYPE_INPUT_ARG:
+    case IL_REGTYPE_OUTPUT_ARG:
     {
-        const bool bArgument = operand.nIndexType == REG_INPUT_ARG || operand.nIndexType == REG_OUTPUT_ARG;
+        const bool bArgument =
+            operand.nIndexType == IL_REGTYPE_INPUT_ARG || operand.nIndexType == IL_REGTYPE_OUTPUT_ARG;
         return RegisterRow(operand.nIndexType, operand.nIndexNumber, bArgument ? m_nBody : 0) + operand.nIndexComponent;
     }
-    case REG_LITERAL:
+    case IL_REGTYPE_LITERAL:
     {
         SOperand literal;
         literal.nNumber = operand.nIndexNumber;
         return LiteralRow(literal, operand.nIndexComponent);
     }
-    case REG_THREAD_ID_IN_GROUP:
-    case REG_THREAD_ID_IN_GROUP_FLAT:
-    case REG_ABSOLUTE_THREAD_ID:
-    case REG_ABSOLUTE_THREAD_ID_FLAT:
-    case REG_THREAD_GROUP_ID:
-    case REG_THREAD_GROUP_ID_FLAT:
+    case IL_REGTYPE_THREAD_ID_IN_GROUP:
+    case IL_REGTYPE_THREAD_ID_IN_GROUP_FLAT:
+    case IL_REGTYPE_ABSOLUTE_THREAD_ID:
+    case IL_REGTYPE_ABSOLUTE_THREAD_ID_FLAT:
+    case IL_REGTYPE_THREAD_GROUP_ID:
+    case IL_REGTYPE_THREAD_GROUP_ID_FLAT:
         return IdRow(operand.nIndexType, operand.nIndexComponent);
     default:
         Fail("register type " + std::to_string(operand.nIndexType) + " can't be an index");
@@ -188,7 +189,7 @@ void CLowering::Outside(uint32_t nIndex, bool bWrite)
 uint32_t CLowering::BufferRow(const SOperand& operand, uint32_t nComponent)
 {
     uint32_t nBuffer = 0;
-    if (operand.nType == REG_IMMED_CONST_BUFF)
+    if (operand.nType == IL_REGTYPE_IMMED_CONST_BUFF)
     {
         if (m_nInlineBuffer < 0)
             return s_nZeroRow;
@@ -248,33 +249,33 @@ uint32_t CLowering::Component(const SOperand& operand, uint32_t nComponent)
         return ConstantRow(s_nOne);
     switch (operand.nType)
     {
-    case REG_ADDR:
-    case REG_TEMP:
-    case REG_INPUT:
-    case REG_OUTPUT:
-    case REG_PERSIST:
-    case REG_GLOBAL:
-    case REG_SHARED_TEMP:
-    case REG_INPUT_ARG:
-    case REG_OUTPUT_ARG:
+    case IL_REGTYPE_ADDR:
+    case IL_REGTYPE_TEMP:
+    case IL_REGTYPE_INPUT:
+    case IL_REGTYPE_OUTPUT:
+    case IL_REGTYPE_PERSIST:
+    case IL_REGTYPE_GLOBAL:
+    case IL_REGTYPE_SHARED_TEMP:
+    case IL_REGTYPE_INPUT_ARG:
+    case IL_REGTYPE_OUTPUT_ARG:
         if (operand.bIndexed)
             break;
         return RegisterRow(operand) + nSelect;
-    case REG_ITEMP:
+    case IL_REGTYPE_ITEMP:
         return ArrayRow(operand, nSelect);
-    case REG_CONST_BUFF:
-    case REG_IMMED_CONST_BUFF:
+    case IL_REGTYPE_CONST_BUFF:
+    case IL_REGTYPE_IMMED_CONST_BUFF:
         return BufferRow(operand, nSelect);
-    case REG_LITERAL:
+    case IL_REGTYPE_LITERAL:
         if (operand.bIndexed)
             break;
         return LiteralRow(operand, nSelect);
-    case REG_THREAD_ID_IN_GROUP:
-    case REG_THREAD_ID_IN_GROUP_FLAT:
-    case REG_ABSOLUTE_THREAD_ID:
-    case REG_ABSOLUTE_THREAD_ID_FLAT:
-    case REG_THREAD_GROUP_ID:
-    case REG_THREAD_GROUP_ID_FLAT:
+    case IL_REGTYPE_THREAD_ID_IN_GROUP:
+    case IL_REGTYPE_THREAD_ID_IN_GROUP_FLAT:
+    case IL_REGTYPE_ABSOLUTE_THREAD_ID:
+    case IL_REGTYPE_ABSOLUTE_THREAD_ID_FLAT:
+    case IL_REGTYPE_THREAD_GROUP_ID:
+    case IL_REGTYPE_THREAD_GROUP_ID_FLAT:
         return IdRow(operand.nType, nSelect);
     default:
         Fail("register type " + std::to_string(operand.nType) + " can't be read");
@@ -410,15 +411,15 @@ bool CLowering::IsPlainDestination(const SOperand& operand) const
 {
     switch (operand.nType)
     {
-    case REG_ADDR:
-    case REG_TEMP:
-    case REG_INPUT:
-    case REG_OUTPUT:
-    case REG_PERSIST:
-    case REG_GLOBAL:
-    case REG_SHARED_TEMP:
-    case REG_INPUT_ARG:
-    case REG_OUTPUT_ARG:
+    case IL_REGTYPE_ADDR:
+    case IL_REGTYPE_TEMP:
+    case IL_REGTYPE_INPUT:
+    case IL_REGTYPE_OUTPUT:
+    case IL_REGTYPE_PERSIST:
+    case IL_REGTYPE_GLOBAL:
+    case IL_REGTYPE_SHARED_TEMP:
+    case IL_REGTYPE_INPUT_ARG:
+    case IL_REGTYPE_OUTPUT_ARG:
         return !operand.bIndexed;
     default:
         return false;
@@ -434,7 +435,7 @@ bool CLowering::BeginDestination(T eType, const CParts& parts)
     m_eDestinationType = eType;
     const bool bFloat = eType == T::F || eType == T::D;
     m_bInPlace = IsPlainDestination(destination) && !(bFloat && (destination.bClamp || destination.nShift));
-    if (!m_bInPlace && !IsPlainDestination(destination) && destination.nType != REG_ITEMP)
+    if (!m_bInPlace && !IsPlainDestination(destination) && destination.nType != IL_REGTYPE_ITEMP)
         return Fail("register type " + std::to_string(destination.nType) + " can't be written");
     // A pair of which one word is written is computed whole, beside its register.
     if (IsPair(eType) && (Writes(0) != Writes(1) || Writes(2) != Writes(3)))
@@ -548,7 +549,7 @@ void CLowering::FinishDestination()
         }
     }
     const bool bOutside =
-        destination.nType == REG_ITEMP && !destination.bIndexed &&
+        destination.nType == IL_REGTYPE_ITEMP && !destination.bIndexed &&
         m_mapArrays.count(static_cast<uint32_t>(destination.nNumber)) &&
         destination.nImmediate >= m_Code.vArrays[m_mapArrays[static_cast<uint32_t>(destination.nNumber)]].nElements;
     if (bOutside)

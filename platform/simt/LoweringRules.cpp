@@ -67,7 +67,7 @@ bool CLowering::ClearsAtStart()
     const bool bNothingYet = m_Code.vSteps.size() == 1 && !m_bTrace;
     const SOperand& source = Operand(0);
     const SOperand& destination = Destination();
-    if (!bNothingYet || source.nType != REG_LITERAL || source.bIndexed || source.HasFloatModifiers() ||
+    if (!bNothingYet || source.nType != IL_REGTYPE_LITERAL || source.bIndexed || source.HasFloatModifiers() ||
         !IsPlainDestination(destination) || destination.bClamp || destination.nShift != 0)
         return false;
     for (uint32_t n = 0; n < 4; ++n)

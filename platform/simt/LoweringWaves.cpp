@@ -21,7 +21,7 @@ bool CLowering::LowerWave()
 {
     const auto source = [this](uint32_t nSource, uint32_t nComponent)
     { return Source(Operand(nSource), nComponent, T::U); };
-    const EOpCode eOpCode = m_pItem->eOpCode;
+    const ILOpCode eOpCode = m_pItem->eOpCode;
     uint32_t nRows[4] = {s_nZeroRow, s_nZeroRow, s_nZeroRow, s_nZeroRow};
     if (eOpCode == IL_OP_READFIRSTLANE || eOpCode == IL_OP_READLANE)
     {

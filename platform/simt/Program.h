@@ -294,14 +294,14 @@ public:
     /// For those who have asked for the traced code: whether it records every instruction.
     bool IsTraceable() const { return m_bTraceable; }
     /// For those who have asked for the traced code.
-    EOpCode GetOpCode(uint32_t nInstruction) const { return m_vOpCodes[nInstruction]; }
+    ILOpCode GetOpCode(uint32_t nInstruction) const { return m_vOpCodes[nInstruction]; }
 
 private:
     std::vector<uint32_t> m_vTokens;
     SCode m_Code;
     mutable std::once_flag m_TraceOnce;
     mutable SCode m_TracedCode;
-    mutable std::vector<EOpCode> m_vOpCodes; ///< by instruction
+    mutable std::vector<ILOpCode> m_vOpCodes; ///< by instruction
     mutable bool m_bTraceable = false;
 };
 

@@ -203,8 +203,8 @@ private:
 bool IsSteady(const SCode::SId& id)
 {
     const bool bAlongX = id.nComponent == 0;
-    return id.nType == REG_THREAD_ID_IN_GROUP || id.nType == REG_THREAD_ID_IN_GROUP_FLAT ||
-           (id.nType == REG_THREAD_GROUP_ID && !bAlongX);
+    return id.nType == IL_REGTYPE_THREAD_ID_IN_GROUP || id.nType == IL_REGTYPE_THREAD_ID_IN_GROUP_FLAT ||
+           (id.nType == IL_REGTYPE_THREAD_GROUP_ID && !bAlongX);
 }
 
 void MoveSteadySteps(SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)

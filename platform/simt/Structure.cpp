@@ -10,53 +10,60 @@ namespace KestrelPlatform
 namespace
 {
 
-const EOpCode s_Flow[] = {IL_OP_BREAK,
-                          IL_OP_BREAKC,
-                          IL_OP_CALL,
-                          IL_OP_CALLNZ,
-                          IL_OP_CONTINUE,
-                          IL_OP_CONTINUEC,
-                          IL_OP_ELSE,
-                          IL_OP_ENDIF,
-                          IL_OP_ENDLOOP,
-                          IL_OP_FUNC,
-                          IL_OP_IFC,
-                          IL_OP_IFNZ,
-                          IL_OP_RET,
-                          IL_OP_BREAK_LOGICALZ,
-                          IL_OP_BREAK_LOGICALNZ,
-                          IL_OP_CALL_LOGICALZ,
-                          IL_OP_CALL_LOGICALNZ,
-                          IL_OP_CASE,
-                          IL_OP_CONTINUE_LOGICALZ,
-                          IL_OP_CONTINUE_LOGICALNZ,
-                          IL_OP_DEFAULT,
-                          IL_OP_ENDSWITCH,
-                          IL_OP_ENDFUNC,
-                          IL_OP_IF_LOGICALZ,
-                          IL_OP_IF_LOGICALNZ,
-                          IL_OP_WHILE,
-                          IL_OP_SWITCH,
-                          IL_OP_RET_DYN,
-                          IL_OP_RET_LOGICALZ,
-                          IL_OP_RET_LOGICALNZ,
-                          IL_OP_END,
-                          IL_OP_ENDMAIN,
-                          IL_OP_MACRODEF,
-                          IL_OP_MACROEND,
-                          IL_OP_MACROCALL};
+const ILOpCode s_Flow[] = {IL_OP_BREAK,
+                           IL_OP_BREAKC,
+                           IL_OP_CALL,
+                           IL_OP_CALLNZ,
+                           IL_OP_CONTINUE,
+                           IL_OP_CONTINUEC,
+                           IL_OP_ELSE,
+                           IL_OP_ENDIF,
+                           IL_OP_ENDLOOP,
+                           IL_OP_FUNC,
+                           IL_OP_IFC,
+                           IL_OP_IFNZ,
+                           IL_OP_RET,
+                           IL_OP_BREAK_LOGICALZ,
+                           IL_OP_BREAK_LOGICALNZ,
+                           IL_OP_CALL_LOGICALZ,
+                           IL_OP_CALL_LOGICALNZ,
+                           IL_OP_CASE,
+                           IL_OP_CONTINUE_LOGICALZ,
+                           IL_OP_CONTINUE_LOGICALNZ,
+                           IL_OP_DEFAULT,
+                           IL_OP_ENDSWITCH,
+                           IL_OP_ENDFUNC,
+                           IL_OP_IF_LOGICALZ,
+                           IL_OP_IF_LOGICALNZ,
+                           IL_OP_WHILE,
+                           IL_OP_SWITCH,
+                           IL_OP_RET_DYN,
+                           IL_OP_RET_LOGICALZ,
+                           IL_OP_RET_LOGICALNZ,
+                           IL_OP_END,
+                           IL_OP_ENDMAIN,
+                           IL_OP_MACRODEF,
+                           IL_OP_MACROEND,
+                           IL_OP_MACROCALL};
 
-const EOpCode s_Memory[] = {
+const ILOpCode s_Memory[] = {
     IL_OP_UAV_RAW_LOAD,    IL_OP_UAV_RAW_STORE, IL_OP_UAV_STRUCT_LOAD, IL_OP_UAV_STRUCT_STORE, IL_OP_UAV_ARENA_LOAD,
     IL_OP_UAV_ARENA_STORE, IL_OP_SRV_RAW_LOAD,  IL_OP_FLAT_ADDR_LOAD,  IL_OP_FLAT_ADDR_STORE,  IL_OP_LOAD_DWORD_AT_ADDR,
     IL_OP_LDS_LOAD_VEC,    IL_OP_LDS_STORE_VEC, IL_OP_LDS_LOAD_B64,    IL_OP_LDS_STORE_B64};
 
-const SOpCodeShape& Shape(uint32_t nOpCode)
+const SInstructionShape& Shape(uint32_t nOpCode)
 {
-    return GetOpCodeShape(nOpCode);
+    return GetInstructionShape(nOpCode);
 }
 
 // Atomics and narrow accesses stand in runs.
+/// Opcodes that stand in a run, the last one included.
+struct SOpCodeRange
+{
+    uint32_t nFirst;
+    uint32_t nLast;
+};
+
 const SOpCodeRange s_MemoryRuns[] = {{IL_OP_UAV_ADD, IL_OP_UAV_READ_CMP_XCHG},
                                      {IL_OP_LDS_LOAD, IL_OP_LDS_READ_CMP_XCHG},
                                      {IL_OP_UAV_UINC, IL_OP_UAV_UDEC},
@@ -68,60 +75,60 @@ const SOpCodeRange s_MemoryRuns[] = {{IL_OP_UAV_ADD, IL_OP_UAV_READ_CMP_XCHG},
                                      {IL_OP_LDS_FMIN, IL_OP_LDS_READ_FCMP_XCHG_B64},
                                      {IL_OP_LDS_WRAP_RTN_B32, IL_OP_LDS_CONDXCHG32_RTN_B64}};
 
-const EOpCode s_Image[] = {
+const ILOpCode s_Image[] = {
     IL_OP_LOAD,     IL_OP_RESINFO,      IL_OP_SAMPLE,        IL_OP_SAMPLE_B,       IL_OP_SAMPLE_G,    IL_OP_SAMPLE_L,
     IL_OP_SAMPLE_C, IL_OP_SAMPLE_C_LZ,  IL_OP_SAMPLE_C_L,    IL_OP_SAMPLE_C_G,     IL_OP_SAMPLE_C_B,  IL_OP_FETCH4,
     IL_OP_FETCH4_C, IL_OP_FETCH4_PO,    IL_OP_FETCH4_PO_C,   IL_OP_FETCH4_B,       IL_OP_FETCH4_PO_B, IL_OP_FETCH4_L,
     IL_OP_UAV_LOAD, IL_OP_FETCH4_PO_L,  IL_OP_FETCH4_C_LZ,   IL_OP_FETCH4_PO_C_LZ, IL_OP_UAV_STORE,   IL_OP_BUFINFO,
     IL_OP_GETLOD,   IL_OP_UAV_LOAD_MIP, IL_OP_UAV_STORE_MIP, IL_OP_UAV_STORE_MASK, IL_OP_SAMPLEINFO,  IL_OP_SAMPLEPOS};
 
-const EOpCode s_Special[] = {IL_OP_DP2,          IL_OP_DP3,
-                             IL_OP_DP4,          IL_OP_DP2ADD,
-                             IL_OP_CRS,          IL_OP_LEN,
-                             IL_OP_DIST,         IL_OP_NRM,
-                             IL_OP_NRM_PRECISE,  IL_OP_REFLECT,
-                             IL_OP_FACEFORWARD,  IL_OP_DST,
-                             IL_OP_LIT,          IL_OP_SINCOS,
-                             IL_OP_DXSINCOS,     IL_OP_CMOV,
-                             IL_OP_CMP,          IL_OP_SET,
-                             IL_OP_MOVA,         IL_OP_I_FIRSTBIT,
-                             IL_OP_U_BIT_INSERT, IL_OP_F_2_U4,
-                             IL_OP_SAD_4,        IL_OP_D_FREXP,
-                             IL_OP_F16_DP3,      IL_OP_F16_DP4,
-                             IL_OP_F16_LEN,      IL_OP_F16_DIST,
-                             IL_OP_F16_NRM,      IL_OP_F16_FACEFORWARD,
-                             IL_OP_FENCE,        IL_OP_BALLOT,
-                             IL_OP_MBCNT,        IL_OP_READFIRSTLANE,
-                             IL_OP_READLANE,     IL_OP_LANE_ID,
-                             IL_OP_WAVE_ID,      IL_OP_SAMPLE_RETURN_CODE,
-                             IL_OP_MQSAD_U32_U8};
+const ILOpCode s_Special[] = {IL_OP_DP2,          IL_OP_DP3,
+                              IL_OP_DP4,          IL_OP_DP2ADD,
+                              IL_OP_CRS,          IL_OP_LEN,
+                              IL_OP_DIST,         IL_OP_NRM,
+                              IL_OP_NRM_PRECISE,  IL_OP_REFLECT,
+                              IL_OP_FACEFORWARD,  IL_OP_DST,
+                              IL_OP_LIT,          IL_OP_SINCOS,
+                              IL_OP_DXSINCOS,     IL_OP_CMOV,
+                              IL_OP_CMP,          IL_OP_SET,
+                              IL_OP_MOVA,         IL_OP_I_FIRSTBIT,
+                              IL_OP_U_BIT_INSERT, IL_OP_F_2_U4,
+                              IL_OP_SAD_4,        IL_OP_D_FREXP,
+                              IL_OP_F16_DP3,      IL_OP_F16_DP4,
+                              IL_OP_F16_LEN,      IL_OP_F16_DIST,
+                              IL_OP_F16_NRM,      IL_OP_F16_FACEFORWARD,
+                              IL_OP_FENCE,        IL_OP_BALLOT,
+                              IL_OP_MBCNT,        IL_OP_READFIRSTLANE,
+                              IL_OP_READLANE,     IL_OP_LANE_ID,
+                              IL_OP_WAVE_ID,      IL_OP_SAMPLE_RETURN_CODE,
+                              IL_OP_MQSAD_U32_U8};
 
 // Accepted and without effect: they only tell a hardware compiler something.
-const EOpCode s_Ignored[] = {IL_OP_NOP, IL_OP_SLEEP, IL_OP_COMMENT, IL_OP_DCL_USER_DATA, IL_DCL_WAVESIZE};
+const ILOpCode s_Ignored[] = {IL_OP_NOP, IL_OP_SLEEP, IL_OP_COMMENT, IL_OP_DCL_USER_DATA, IL_DCL_WAVESIZE};
 
 std::vector<EOpCodeClass> MakeClasses()
 {
     std::vector<EOpCodeClass> vClasses(IL_OP_LAST, ClassUnsupported);
     for (uint32_t n = 0; n < IL_OP_LAST; ++n)
     {
-        if (Shape(n).pszName && !Shape(n).bInstruction)
+        if (Shape(n).pName && !Shape(n).bInstruction)
             vClasses[n] = ClassIgnored;
     }
 #define LANE(opcode, form, out, a, b, c, expression) vClasses[opcode] = ClassLane;
 #include "platform/simt/LaneOpsFast.def"
 #define LANE(opcode, form, out, a, b, c, expression) vClasses[opcode] = ClassLane;
 #include "platform/simt/LaneOpsSlow.def"
-    for (EOpCode eOpCode : s_Flow)
+    for (ILOpCode eOpCode : s_Flow)
         vClasses[eOpCode] = ClassFlow;
-    for (EOpCode eOpCode : s_Memory)
+    for (ILOpCode eOpCode : s_Memory)
         vClasses[eOpCode] = ClassMemory;
     for (const SOpCodeRange& range : s_MemoryRuns)
         std::fill(vClasses.begin() + range.nFirst, vClasses.begin() + range.nLast + 1, ClassMemory);
-    for (EOpCode eOpCode : s_Image)
+    for (ILOpCode eOpCode : s_Image)
         vClasses[eOpCode] = ClassImage;
-    for (EOpCode eOpCode : s_Special)
+    for (ILOpCode eOpCode : s_Special)
         vClasses[eOpCode] = ClassSpecial;
-    for (EOpCode eOpCode : s_Ignored)
+    for (ILOpCode eOpCode : s_Ignored)
         vClasses[eOpCode] = ClassIgnored;
     return vClasses;
 }
@@ -152,7 +159,7 @@ public:
 private:
     struct SBlock
     {
-        EOpCode eOpCode; ///< what opened it: an if, else, whileloop or switch
+        ILOpCode eOpCode; ///< what opened it: an if, else, whileloop or switch
         bool bDefault;
     };
     struct SOpenBody
@@ -166,7 +173,7 @@ private:
     bool Fail(const std::string& strReason)
     {
         m_Error.nInstruction = m_nInstruction;
-        m_Error.strMessage = std::string(Shape(m_pItem->eOpCode).pszName) + ": " + strReason;
+        m_Error.strMessage = std::string(Shape(m_pItem->eOpCode).pName) + ": " + strReason;
         return false;
     }
 
@@ -233,7 +240,7 @@ private:
         if (m_vOpen.empty() || Body().eKind != eKind)
             return Fail("closes nothing");
         if (!Blocks().empty())
-            return Fail(std::string("an open ") + Shape(Blocks().back().eOpCode).pszName + " isn't closed");
+            return Fail(std::string("an open ") + Shape(Blocks().back().eOpCode).pName + " isn't closed");
         m_vOpen.pop_back();
         return true;
     }
@@ -241,7 +248,7 @@ private:
     bool InLoop() const { return m_vOpen.back().nLoops != 0; }
     bool InLoopOrSwitch() const { return InLoop() || m_vOpen.back().nSwitches != 0; }
 
-    void Count(EOpCode eOpCode, int nChange)
+    void Count(ILOpCode eOpCode, int nChange)
     {
         if (eOpCode == IL_OP_WHILE)
             m_vOpen.back().nLoops += nChange;
@@ -249,7 +256,7 @@ private:
             m_vOpen.back().nSwitches += nChange;
     }
 
-    bool Close(EOpCode eFirst, EOpCode eSecond)
+    bool Close(ILOpCode eFirst, ILOpCode eSecond)
     {
         if (Blocks().empty() || (Blocks().back().eOpCode != eFirst && Blocks().back().eOpCode != eSecond))
             return Fail("closes nothing");

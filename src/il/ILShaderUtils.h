@@ -3,6 +3,10 @@
 
 #include "il/ILFormatDecode.h"
 
+#include <cstdint>
+
+enum EILTail : std::uint8_t;
+
 /// What is known of an opcode from the opcode table: its class, its text name and the shape of its instruction. All
 /// answers are one lookup by opcode in a table that the compiler builds from ILOpCodes.def. Nothing here has state.
 namespace ILShaderUtils
@@ -45,6 +49,8 @@ bool AccessesMemory(ILOpCode op);
 /// alone (IL_OP_DCL_TOTAL_NUM_THREAD_GROUP). Logs "Didn't find opcode token description" when it isn't: a stream cannot
 /// be decoded beyond such an opcode.
 bool HasDescription(ILOpCode op);
+/// The words that follow its operands. ILT_NONE for what is no opcode. Logs nothing.
+EILTail GetTail(ILOpCode op);
 /// The format code of the opcode's row, 0 when there is none. Logs nothing.
 unsigned int GetFormatCode(ILOpCode op);
 

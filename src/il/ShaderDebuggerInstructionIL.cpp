@@ -1,6 +1,7 @@
 #include "il/ShaderDebuggerInstructionIL.h"
 
 #include "core/Log.h"
+#include "il/ILOpCodeTable.h"
 #include "il/InstructionCursor.h"
 #include "il/ShaderDebuggerUtilsIL.h"
 
@@ -223,40 +224,25 @@ bool CShaderDebuggerInstructionIL::DecodeOperands(CInstructionCursor& cursor, IL
 
 bool CShaderDebuggerInstructionIL::DecodeTrailingWords(CInstructionCursor& cursor) const
 {
-    switch (m_OpCode)
+    switch (ILShaderUtils::GetTail(m_OpCode))
     {
-    case IL_OP_COMMENT:
+    case ILT_COUNTED:
     {
-        IL nCommentLength = 0;
-        return cursor.Read(nCommentLength, "stream.ReadToken(nCommentLength)") &&
-               cursor.Skip(nCommentLength, s_pszTrailingTruncated);
+        IL nCount = 0;
+        return cursor.Read(nCount, "stream.ReadToken(nCommentLength)") && cursor.Skip(nCount, s_pszTrailingTruncated);
     }
-
-    case IL_OP_DCL_NUM_THREAD_PER_GROUP:
-    case IL_OP_DCL_TOTAL_NUM_THREAD_GROUP:
+    case ILT_BY_CONTROLS:
         return cursor.Skip(IL_OpCode{cursor.GetTokens()[0]}.bits.controls, s_pszTrailingTruncated);
-
-    case IL_DCL_LITERAL:
+    case ILT_FOUR:
         return cursor.Skip(4, s_pszTrailingTruncated);
-
-    case IL_OP_DCL_TYPELESS_UAV:
+    case ILT_TWO:
         return cursor.Skip(2, s_pszTrailingTruncated);
-
-    case IL_DCL_RESOURCE:
-    case IL_OP_DCL_TYPED_UAV:
-    case IL_DCL_MAX_THREAD_PER_GROUP:
-    case IL_DCL_LDS:
-    case IL_OP_CALL:
-    case IL_OP_CALLNZ:
-    case IL_OP_CALL_LOGICALZ:
-    case IL_OP_CALL_LOGICALNZ:
-    case IL_OP_FUNC:
-    case IL_OP_CASE:
+    case ILT_ONE:
         return cursor.Skip(1, s_pszTrailingTruncated);
-
-    default:
-        return true;
+    case ILT_NONE:
+        break;
     }
+    return true;
 }
 
 bool CShaderDebuggerInstructionIL::ReserveExtendedOffsets(std::uint32_t nSrcRegCount)

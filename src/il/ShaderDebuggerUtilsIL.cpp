@@ -26,87 +26,11 @@ struct SRegisterFile
 /// All register files of the tokens, in the order of their numbers. Read in both directions; where two rows share a
 /// text, the first is the one that the text means.
 constexpr SRegisterFile s_RegisterFiles[] = {
-    {IL_REGTYPE_CONST_BOOL, "b", RT_CONST_BOOL},
-    {IL_REGTYPE_CONST_FLOAT, "c", RT_CONST_FLOAT},
-    {IL_REGTYPE_CONST_INT, "i", RT_CONST_INT},
-    {IL_REGTYPE_ADDR, "a", RT_ADDR},
-    {IL_REGTYPE_TEMP, "r", RT_Temp},
-    {IL_REGTYPE_VERTEX, "v", RT_VERTEX},
-    {IL_REGTYPE_INDEX, "vIndex", RT_INDEX},
-    {IL_REGTYPE_OBJECT_INDEX, "vObjIndex", RT_OBJECT_INDEX},
-    {IL_REGTYPE_BARYCENTRIC_COORD, "vBaryCoord", RT_BARYCENTRIC_COORD},
-    {IL_REGTYPE_PRIMITIVE_INDEX, "vPrimIndex", RT_PRIMITIVE_INDEX},
-    {IL_REGTYPE_QUAD_INDEX, "vQuadIndex", RT_QUAD_INDEX},
-    {IL_REGTYPE_VOUTPUT, "o", RT_VOUTPUT},
-    {IL_REGTYPE_PINPUT, "vPixIn", RT_PINPUT},
-    {IL_REGTYPE_SPRITE, "oSprite", RT_SPRITE},
-    {IL_REGTYPE_POS, "oPos", RT_POS},
-    {IL_REGTYPE_INTERP, "Interp", RT_INTERP},
-    {IL_REGTYPE_FOG, "Fog", RT_FOG},
-    {IL_REGTYPE_TEXCOORD, "T", RT_TEXCOORD},
-    {IL_REGTYPE_PRICOLOR, "PriColor", RT_PRICOLOR},
-    {IL_REGTYPE_SECCOLOR, "SecColor", RT_SECCOLOR},
-    {IL_REGTYPE_SPRITECOORD, "vSpriteCoord", RT_SPRITECOORD},
-    {IL_REGTYPE_FACE, "vFace", RT_FACE},
-    {IL_REGTYPE_WINCOORD, "vWinCoord", RT_WINCOORD},
-    {IL_REGTYPE_PRIMCOORD, "vPrimCoord", RT_PRIMCOORD},
-    {IL_REGTYPE_PRIMTYPE, "vPrimType", RT_PRIMTYPE},
-    {IL_REGTYPE_PCOLOR, "oC", RT_PCOLOR},
-    {IL_REGTYPE_DEPTH, "oDepth", RT_OutputDepth},
-    {IL_REGTYPE_STENCIL, "oStencil", RT_STENCIL},
-    {IL_REGTYPE_CLIP, "oClip", RT_CLIP},
-    {IL_REGTYPE_VPRIM, nullptr, RT_Unknown},
-    {IL_REGTYPE_ITEMP, "x", RT_IndexableTemp},
-    {IL_REGTYPE_CONST_BUFF, "cb", RT_CONST_BUFF},
-    {IL_REGTYPE_LITERAL, "l", RT_LITERAL},
-    {IL_REGTYPE_INPUT, "v", RT_Input},
-    {IL_REGTYPE_OUTPUT, "o", RT_Output},
-    {IL_REGTYPE_IMMED_CONST_BUFF, "icb", RT_IMMED_CONST_BUFF},
-    {IL_REGTYPE_OMASK, "oMask", RT_OutputCoverageMask},
-    {IL_REGTYPE_PERSIST, "p", RT_PERSIST},
-    {IL_REGTYPE_GLOBAL, "g", RT_GLOBAL},
-    {IL_REGTYPE_PS_OUT_FOG, "oPsFog", RT_PS_OUT_FOG},
-    {IL_REGTYPE_SHARED_TEMP, "sr", RT_SHARED_TEMP},
-    {IL_REGTYPE_THREAD_ID_IN_GROUP, "vTidInGrp", RT_ThreadIDinGroup},
-    {IL_REGTYPE_THREAD_ID_IN_GROUP_FLAT, "vTidInGrpFlat", RT_ThreadIDinGroupFlattened},
-    {IL_REGTYPE_ABSOLUTE_THREAD_ID, "vAbsTid", RT_ThreadID},
-    {IL_REGTYPE_ABSOLUTE_THREAD_ID_FLAT, "vAbsTidFlat", RT_ThreadIDFlattened},
-    {IL_REGTYPE_THREAD_GROUP_ID, "vThreadGrpId", RT_ThreadGroupID},
-    {IL_REGTYPE_THREAD_GROUP_ID_FLAT, "vThreadGrpIdFlat", RT_ThreadGroupIDFlattened},
-    {IL_REGTYPE_GENERIC_MEM, "mem", RT_GENERIC_MEM},
-    {IL_REGTYPE_INPUTCP, "vicp", RT_INPUTCP},
-    {IL_REGTYPE_PATCHCONST, "vpc", RT_PATCHCONST},
-    {IL_REGTYPE_DOMAINLOCATION, "vDomain", RT_DOMAINLOCATION},
-    {IL_REGTYPE_OUTPUTCP, "vocp", RT_OUTPUTCP},
-    {IL_REGTYPE_OCP_ID, "vOutputControlPointID", RT_OCP_ID},
-    {IL_REGTYPE_SHADER_INSTANCE_ID, "vInstanceID", RT_SHADER_INSTANCE_ID},
-    {IL_REGTYPE_THIS, "this", RT_THIS},
-    {IL_REGTYPE_EDGEFLAG, "oEdgeFlag", RT_EDGEFLAG},
-    {IL_REGTYPE_DEPTH_LE, "oDepthLE", RT_DEPTH_LE},
-    {IL_REGTYPE_DEPTH_GE, "oDepthGE", RT_DEPTH_GE},
-    {IL_REGTYPE_INPUT_COVERAGE_MASK, "vCoverageMask", RT_INPUT_COVERAGE_MASK},
-    {IL_REGTYPE_TIMER, "Tmr", RT_TIMER},
-    {IL_REGTYPE_LINE_STIPPLE, "vLineStipple", RT_LINE_STIPPLE},
-    {IL_REGTYPE_INPUT_ARG, "in", RT_INPUT_ARG},
-    {IL_REGTYPE_OUTPUT_ARG, "out", RT_OUTPUT_ARG},
+#define IL_REGISTER_TYPE(name, shown, type, written) {IL_REGTYPE_##name, shown, type},
+#include "il/ILRegisterTypes.def"
 };
 
 constexpr std::size_t s_nRegisterFiles = sizeof(s_RegisterFiles) / sizeof(s_RegisterFiles[0]);
-static_assert(s_nRegisterFiles == IL_REGTYPE_LAST, "every register file has a row");
-
-constexpr bool RowsStandAtTheirNumbers()
-{
-    for (std::size_t i = 0; i < s_nRegisterFiles; ++i)
-    {
-        if (s_RegisterFiles[i].ilType != i)
-        {
-            return false;
-        }
-    }
-
-    return true;
-}
-static_assert(RowsStandAtTheirNumbers(), "rows are found by number");
 
 constexpr std::array<ILRegType, RT_MAX + 1> InvertRegisterFiles()
 {

@@ -1,8 +1,8 @@
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/ControlFields.h"
 #include "platform/compiler/Disassembler.h"
-#include "platform/compiler/InstructionShape.h"
-#include "platform/compiler/RegisterNames.h"
+#include "platform/il/InstructionShape.h"
+#include "platform/il/RegisterNames.h"
 #include "tests/platform/compiler/StreamGenerator.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #include "il/TokenStream.h"
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/Disassembler.h"
-#include "platform/compiler/InstructionShape.h"
+#include "platform/compiler/ItemLayout.h"
 #include "tests/platform/compiler/StreamGenerator.h"
 
 #include <gtest/gtest.h>
@@ -84,7 +84,7 @@ TEST(RoundTrip, EveryOpcodeWithRandomBits)
 {
     std::vector<uint32_t> vOpcodes = CStreamGenerator::KnownOpcodes();
     EXPECT_EQ(vOpcodes.size(), 673u);
-    vOpcodes.push_back(OpDclTotalNumThreadGroup);
+    vOpcodes.push_back(IL_OP_DCL_TOTAL_NUM_THREAD_GROUP);
     for (const uint32_t nOpcode : vOpcodes)
     {
         CStreamGenerator generator(nOpcode);

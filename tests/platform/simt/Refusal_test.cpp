@@ -2,7 +2,7 @@
 #include <random>
 #include <sstream>
 
-#include "platform/simt/OpCodes.h"
+#include "platform/il/InstructionShape.h"
 #include "platform/simt/Structure.h"
 #include "tests/platform/simt/GeneratedKernel.h"
 #include "tests/platform/simt/KernelRun.h"
@@ -73,22 +73,38 @@ TEST(Refusals, NameTheInstruction)
     }
 }
 
+/// The words of a tail whose count is fixed.
+static uint32_t CountTail(EILTail eTail)
+{
+    switch (eTail)
+    {
+    case ILT_ONE:
+        return 1;
+    case ILT_TWO:
+        return 2;
+    case ILT_FOUR:
+        return 4;
+    default:
+        return 0;
+    }
+}
+
 /// Whatever the tables name runs, is ignored, or is refused by its name: no instruction does nothing by accident.
 TEST(Refusals, WhatHasNoMeaningIsRefusedByName)
 {
     uint32_t nRefused = 0;
     for (uint32_t nOpCode = 1; nOpCode < IL_OP_LAST; ++nOpCode)
     {
-        const SOpCodeShape& shape = GetOpCodeShape(nOpCode);
-        if (!shape.pszName || GetOpCodeClass(nOpCode) != ClassUnsupported)
+        const SInstructionShape& shape = GetInstructionShape(nOpCode);
+        if (!shape.pName || GetOpCodeClass(nOpCode) != ClassUnsupported)
             continue;
         std::vector<uint32_t> vTokens = {0, 0x00030200, nOpCode};
         vTokens.insert(vTokens.end(), shape.nSources + (shape.bDestination ? 1 : 0), 0x00040001);
-        vTokens.insert(vTokens.end(), shape.nTrailingWords, 0);
+        vTokens.insert(vTokens.end(), CountTail(shape.eTail), 0);
         vTokens.insert(vTokens.end(), {IL_OP_ENDMAIN, IL_OP_END});
         SDecodeError error;
-        EXPECT_EQ(DecodeProgram(vTokens.data(), vTokens.size(), error), nullptr) << shape.pszName;
-        EXPECT_EQ(error.strMessage, std::string(shape.pszName) + ": has no meaning on this device");
+        EXPECT_EQ(DecodeProgram(vTokens.data(), vTokens.size(), error), nullptr) << shape.pName;
+        EXPECT_EQ(error.strMessage, std::string(shape.pName) + ": has no meaning on this device");
         ++nRefused;
     }
     EXPECT_GT(nRefused, 100u);
@@ -178,7 +194,7 @@ TEST(Robustness, RandomWordsBehindAHeader)
         for (uint32_t i = 0; i < nInstructions; ++i)
         {
             const uint32_t nOpCode = random() % 737;
-            const SOpCodeShape& shape = GetOpCodeShape(nOpCode);
+            const SInstructionShape& shape = GetInstructionShape(nOpCode);
             vTokens.push_back(nOpCode | (random() % 2 ? 0 : (random() & 0x3FFF) << 16));
             const uint32_t nOperands = shape.nSources + (shape.bDestination ? 1 : 0);
             for (uint32_t k = 0; k < nOperands; ++k)
@@ -187,7 +203,7 @@ TEST(Robustness, RandomWordsBehindAHeader)
                 vTokens.push_back((random() % 6) | (s_nTypes[random() % 8] << 16) | (1 << 22));
                 vTokens.push_back(k == 0 && shape.bDestination ? random() & 0x1FFF : random() & 0x01F7FFFF);
             }
-            for (uint32_t k = 0; k < shape.nTrailingWords; ++k)
+            for (uint32_t k = 0; k < CountTail(shape.eTail); ++k)
                 vTokens.push_back(random() % 64);
         }
         vTokens.insert(vTokens.end(), {IL_OP_ENDMAIN, IL_OP_END});

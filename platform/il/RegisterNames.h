@@ -1,22 +1,13 @@
-#ifndef KESTREL_PLATFORM_COMPILER_REGISTERNAMES_H
-#define KESTREL_PLATFORM_COMPILER_REGISTERNAMES_H
+#ifndef KESTREL_PLATFORM_IL_REGISTERNAMES_H
+#define KESTREL_PLATFORM_IL_REGISTERNAMES_H
+
+#include "il/ILFormatDecode.h"
 
 #include <cstdint>
 #include <string_view>
 
 namespace KestrelPlatform
 {
-
-/// The register types that the compiler itself has to know; the numbers are the token format's.
-enum ERegisterType : unsigned int
-{
-    RegisterTemp = 4,
-    RegisterIndexedTemp = 30,
-    RegisterConstantBuffer = 31,
-    RegisterLiteral = 32,
-    RegisterThreadIdInGroup = 41,
-    RegisterThreadGroupIdFlat = 46
-};
 
 /// \return the text of a register type, 0 to 63; never empty, no two types share one, letters only
 std::string_view GetRegisterTypeName(unsigned int nType);
