@@ -22,6 +22,7 @@ void FuzzProgram(const uint8_t* pData, size_t nSize);     ///< the software plat
 void FuzzOpenCL(const uint8_t* pData, size_t nSize);      ///< the compiler of OpenCL C: source
 void FuzzLlvm(const uint8_t* pData, size_t nSize);        ///< the same, from a program of LLVM's intermediate code on
 void FuzzCommands(const uint8_t* pData, size_t nSize);    ///< command lines and expressions of the tool's prompt
+void FuzzFrames(const uint8_t* pData, size_t nSize);      ///< messages to the debug adapter, and launch requests
 
 struct STarget
 {
@@ -35,7 +36,7 @@ constexpr STarget s_Targets[] = {
     {"assemble", FuzzAssemble}, {"metadata", FuzzMetadata},
     {"launch", FuzzLaunch},     {"program", FuzzProgram},
     {"opencl", FuzzOpenCL},     {"commands", FuzzCommands},
-    {"llvm", FuzzLlvm},
+    {"llvm", FuzzLlvm},         {"frames", FuzzFrames},
 };
 
 /// What Require prints as the input that it happened with; empty for none.
