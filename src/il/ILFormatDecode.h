@@ -15,7 +15,10 @@ enum ILOpCode : unsigned int
 #define IL_OPCODE(name, value, classes, tail) name = value,
 #include "il/ILOpCodes.def"
 };
-static_assert(IL_OP_UNKNOWN == 0 && IL_OP_LAST == 737, "the opcode table must have all rows");
+#define IL_OPCODE(name, value, classes, tail) +1
+static_assert(IL_OP_UNKNOWN == 0 && IL_OP_LAST + 1 == 0
+#include "il/ILOpCodes.def"
+              , "the opcode table must have all rows");
 
 /// Opcodes above the range of a token. They are numbers of a text assembler and stand in no stream.
 enum ILOpCodeExt : unsigned int
