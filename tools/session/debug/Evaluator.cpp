@@ -97,6 +97,29 @@ bool IsLaneTrue(const SExpressionNode& node, const SBlock& block, size_t nLane)
     return IsNumberTrue(type, &block.vBytes[nLane * type.nSize]);
 }
 
+/// The piece of a register that has all the bytes of a place; null if there is none.
+const SBoundVariable::SPiece* FindPieceOf(const SBoundVariable& variable, size_t nOffset, size_t nBytes)
+{
+    for (const SBoundVariable::SPiece& piece : variable.vPieces)
+    {
+        if (piece.vBytes.empty() && piece.nFirst <= nOffset && nOffset - piece.nFirst < piece.nBytes)
+        {
+            return nBytes <= piece.nBytes - (nOffset - piece.nFirst) ? &piece : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+/// Copies a word of a piece for many work-items.
+void LoadWords(const SBoundVariable::SPiece& piece, size_t nFirst, size_t nCount, unsigned char* pBytes)
+{
+    const unsigned int* pWord = &piece.values[nFirst][piece.nComponent];
+    for (size_t i = 0; i < nCount; ++i, pWord += piece.values.nStride)
+    {
+        StoreAs(pBytes + i * sizeof(*pWord), *pWord);
+    }
+}
+
 } // namespace
 
 bool ReadPieces(const SBoundVariable& variable, size_t nOffset, size_t nItem, unsigned char* pBytes, size_t nBytes)
@@ -398,6 +421,10 @@ void CEvaluator::Load(const std::vector<SExpressionNode>& vNodes, size_t nNode, 
         m_Memory.Prepare(pVariable->nBase + root.nOffset, root.pType->nSize);
     }
     m_vScratch.resize(nCount * nSize);
+    if (LoadFromRegister(node, block, nFirst, nCount))
+    {
+        return;
+    }
     for (size_t i = 0; i < nCount; ++i)
     {
         const auto nPlace = LoadAs<uint64_t>(&block.vBytes[i * sizeof(uint64_t)]);
@@ -413,6 +440,26 @@ void CEvaluator::Load(const std::vector<SExpressionNode>& vNodes, size_t nNode, 
         }
     }
     block.vBytes.swap(m_vScratch);
+}
+
+/// What most expressions are about: a variable of one word, in a register that has a value for all work-items.
+bool CEvaluator::LoadFromRegister(const SExpressionNode& node, SBlock& block, size_t nFirst, size_t nCount)
+{
+    const SBoundVariable* const pVariable = node.eNode == ENode::Variable ? node.pVariable.get() : nullptr;
+    unsigned char probe[sizeof(unsigned int)];
+    if (pVariable == nullptr || pVariable->bMemory || node.pType->nSize != sizeof(probe) || nCount == 0 ||
+        !ReadPieces(*pVariable, node.nOffset, nFirst, probe, sizeof(probe)))
+    {
+        return false;
+    }
+    const SBoundVariable::SPiece* const pPiece = FindPieceOf(*pVariable, node.nOffset, sizeof(probe));
+    if (pPiece == nullptr || pPiece->nFirst != node.nOffset)
+    {
+        return false;
+    }
+    LoadWords(*pPiece, nFirst, nCount, m_vScratch.data());
+    block.vBytes.swap(m_vScratch);
+    return true;
 }
 
 void CEvaluator::Call(const SExpressionNode& node, const SSourceType* pArgument, SBlock* pBlocks, size_t nFirst,

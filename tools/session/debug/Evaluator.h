@@ -3,6 +3,8 @@
 
 #include "tools/session/debug/StopMemory.h"
 
+#include <algorithm>
+
 namespace KestrelTool
 {
 
@@ -30,6 +32,12 @@ public:
     const SBlock& Evaluate(const std::vector<SExpressionNode>& vNodes, size_t nFirst, size_t nCount);
     /// \throws CCommandError if the value of a lane of the last block asked for what isn't there
     void RequireValue(const std::vector<SExpressionNode>& vNodes, const SBlock& block, size_t nLane) const;
+    /// Whether none of the first lanes of the last block did.
+    bool HasAll(size_t nCount) const
+    {
+        const bool* const pBad = m_vStack.front().bad;
+        return std::find(pBad, pBad + nCount, true) == pBad + nCount;
+    }
     const SBlock& GetLast() const { return m_vStack.front(); }
 
 private:
@@ -50,6 +58,7 @@ private:
     void LoadElements(const SExpressionNode& node, size_t nNode, SBlock& block, size_t nFirst, size_t nCount);
     void FindPlaces(const SExpressionNode& node, size_t nNode, SBlock* pBlocks, size_t nCount);
     void Load(const std::vector<SExpressionNode>& vNodes, size_t nNode, SBlock& block, size_t nFirst, size_t nCount);
+    bool LoadFromRegister(const SExpressionNode& node, SBlock& block, size_t nFirst, size_t nCount);
     void Call(const SExpressionNode& node, const SSourceType* pArgument, SBlock* pBlocks, size_t nFirst, size_t nCount);
     void Compose(const std::vector<SExpressionNode>& vNodes, const SExpressionNode& node, SBlock* pBlocks,
                  size_t nCount);

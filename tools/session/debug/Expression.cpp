@@ -129,6 +129,11 @@ void CExpression::RequireValue(size_t nLane) const
     m_pEvaluator->RequireValue(m_vNodes, m_pEvaluator->GetLast(), nLane);
 }
 
+bool CExpression::HasAllValues(size_t nCount) const
+{
+    return m_pEvaluator->HasAll(nCount);
+}
+
 SSourceValue CExpression::Read(size_t nItem)
 {
     const SExpressionNode& root = m_vNodes.back();

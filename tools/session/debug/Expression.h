@@ -72,6 +72,8 @@ public:
     /// Of the last Evaluate.
     /// \throws CCommandError if the value asks for an element that isn't there
     void RequireValue(size_t nLane) const;
+    /// Whether none of the first values of the last Evaluate asks for what isn't there.
+    bool HasAllValues(size_t nCount) const;
     /// The value for one work-item, as text.
     std::string Format(size_t nItem, bool bHex);
     /// The value for one work-item.

@@ -182,14 +182,89 @@ void FillHistogram(const std::vector<double>& vValues, SStatistics& statistics)
 {
     const double fScale =
         statistics.fHigh > statistics.fLow ? SStatistics::Bins / (statistics.fHigh - statistics.fLow) : 0;
-    for (const double fValue : vValues)
+    // Neighbours are mostly in the same bin: with a count of its own each needn't wait for the one before.
+    const size_t nCounts = 4;
+    size_t counts[nCounts][SStatistics::Bins + 1] = {};
+    for (size_t i = 0; i < vValues.size(); ++i)
     {
-        if (std::isfinite(fValue))
+        const double fBin = std::min((vValues[i] - statistics.fLow) * fScale, double(SStatistics::Bins - 1));
+        const int nBin = std::isfinite(vValues[i]) ? static_cast<int>(fBin) : int(SStatistics::Bins);
+        ++counts[i % nCounts][nBin];
+    }
+    for (size_t nBin = 0; nBin < SStatistics::Bins; ++nBin)
+    {
+        for (const auto& own : counts)
         {
-            const size_t nBin = static_cast<size_t>((fValue - statistics.fLow) * fScale);
-            ++statistics.histogram[std::min(nBin, SStatistics::Bins - 1)];
+            statistics.histogram[nBin] += own[nBin];
         }
     }
+}
+
+/// Least, largest and sum of values, with NaNs left out; the same of those that are finite. Lanes side by side keep the
+/// processor's vectors busy; the first one has them all in the end.
+struct SLimits
+{
+    static constexpr size_t Lanes = 8;
+    typedef double Values[Lanes];
+
+    Values minimum;
+    Values maximum;
+    Values low;
+    Values high;
+    Values sum = {};
+    Values nans = {};
+
+    SLimits()
+    {
+        std::fill(minimum, minimum + Lanes, std::numeric_limits<double>::infinity());
+        std::fill(maximum, maximum + Lanes, -std::numeric_limits<double>::infinity());
+        std::copy(minimum, minimum + Lanes, low);
+        std::copy(maximum, maximum + Lanes, high);
+    }
+
+    void Add(const double* pValues, size_t nLanes)
+    {
+        for (size_t n = 0; n < nLanes; ++n)
+        {
+            const double fValue = pValues[n];
+            const double fSize = std::abs(fValue);
+            const double fNumber = fValue == fValue ? fValue : 0;
+            const double fLeast = fSize < std::numeric_limits<double>::infinity() ? fValue : low[n];
+            const double fMost = fSize < std::numeric_limits<double>::infinity() ? fValue : high[n];
+            minimum[n] = fValue < minimum[n] ? fValue : minimum[n];
+            maximum[n] = fValue > maximum[n] ? fValue : maximum[n];
+            low[n] = fLeast < low[n] ? fLeast : low[n];
+            high[n] = fMost > high[n] ? fMost : high[n];
+            sum[n] += fNumber;
+            nans[n] += fValue == fValue ? 0.0 : 1.0;
+        }
+    }
+
+    void Join()
+    {
+        for (size_t n = 1; n < Lanes; ++n)
+        {
+            minimum[0] = std::min(minimum[0], minimum[n]);
+            maximum[0] = std::max(maximum[0], maximum[n]);
+            low[0] = std::min(low[0], low[n]);
+            high[0] = std::max(high[0], high[n]);
+            sum[0] += sum[n];
+            nans[0] += nans[n];
+        }
+    }
+};
+
+SLimits FindLimits(const std::vector<double>& vValues)
+{
+    SLimits limits;
+    size_t i = 0;
+    for (; vValues.size() - i >= SLimits::Lanes; i += SLimits::Lanes)
+    {
+        limits.Add(&vValues[i], SLimits::Lanes);
+    }
+    limits.Add(vValues.data() + i, vValues.size() - i);
+    limits.Join();
+    return limits;
 }
 
 } // namespace
@@ -198,36 +273,16 @@ SStatistics WorkOutStatistics(const std::vector<double>& vValues)
 {
     SStatistics statistics;
     statistics.nCount = vValues.size();
-    const double fInfinity = std::numeric_limits<double>::infinity();
-    double fLow = fInfinity;
-    double fHigh = -fInfinity;
-    double fMinimum = fInfinity;
-    double fMaximum = -fInfinity;
-    double fSum = 0;
-    for (const double fValue : vValues)
-    {
-        if (std::isnan(fValue))
-        {
-            ++statistics.nNaN;
-            continue;
-        }
-        fSum += fValue;
-        fMinimum = std::min(fMinimum, fValue);
-        fMaximum = std::max(fMaximum, fValue);
-        if (std::isfinite(fValue))
-        {
-            fLow = std::min(fLow, fValue);
-            fHigh = std::max(fHigh, fValue);
-        }
-    }
-    statistics.nDistinct = CountDistinct(vValues, fLow, fHigh) + (statistics.nNaN != 0 ? 1 : 0);
+    const SLimits limits = FindLimits(vValues);
+    statistics.nNaN = static_cast<size_t>(limits.nans[0]);
+    statistics.nDistinct = CountDistinct(vValues, limits.low[0], limits.high[0]) + (statistics.nNaN != 0 ? 1 : 0);
     const size_t nNumbers = statistics.nCount - statistics.nNaN;
     const double fNone = std::numeric_limits<double>::quiet_NaN();
-    statistics.fMinimum = nNumbers != 0 ? fMinimum : fNone;
-    statistics.fMaximum = nNumbers != 0 ? fMaximum : fNone;
-    statistics.fMean = nNumbers != 0 ? fSum / static_cast<double>(nNumbers) : fNone;
-    statistics.fLow = fLow <= fHigh ? fLow : 0;
-    statistics.fHigh = fLow <= fHigh ? fHigh : 0;
+    statistics.fMinimum = nNumbers != 0 ? limits.minimum[0] : fNone;
+    statistics.fMaximum = nNumbers != 0 ? limits.maximum[0] : fNone;
+    statistics.fMean = nNumbers != 0 ? limits.sum[0] / static_cast<double>(nNumbers) : fNone;
+    statistics.fLow = limits.low[0] <= limits.high[0] ? limits.low[0] : 0;
+    statistics.fHigh = limits.low[0] <= limits.high[0] ? limits.high[0] : 0;
     FillHistogram(vValues, statistics);
     return statistics;
 }
