@@ -3,6 +3,7 @@
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace OVK_ShaderDebugger
@@ -43,6 +44,29 @@ bool CShaderDebuggerShaderIL::RunAsm()
     }
     // The last instruction of the kernel runs as a stop does; its last phase reports the end.
     return walk != EWalk::Failed && UpdateTargetInstruction(true);
+}
+
+bool CShaderDebuggerShaderIL::PassFirst(uint64_t nItems)
+{
+    const auto isForAll = [this](const ProgramCounter& call)
+    {
+        const ILOpCode op = OpCodeAt(call.m_nPos);
+        return op == IL_OP_CALL || op == IL_OP_MACROCALL;
+    };
+    // A platform that finds faults finds them in runs, and who goes on from flow control a run tells. All that call a
+    // function come to its head.
+    const ILOpCode op = OpCodeAt(m_nCurrentInstruction.m_nPos);
+    const bool bDecides = ILShaderUtils::IsFlowControlOp(op) && op != IL_OP_FUNC;
+    if (bDecides || ILShaderUtils::AccessesMemory(op) || op == IL_OP_FENCE ||
+        IsLastInstruction(m_nCurrentInstruction) ||
+        !std::all_of(m_CurrentCallStack.begin(), m_CurrentCallStack.end(), isForAll))
+    {
+        return false;
+    }
+    m_ExecuteList.clear();
+    NoteActiveCount(m_nCurrentInstruction, nItems);
+    PushStop();
+    return true;
 }
 
 CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne(RegPCMap& regPCMap)

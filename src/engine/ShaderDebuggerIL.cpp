@@ -7,6 +7,7 @@
 #include "core/ShaderDebuggerResult.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 
+#include <algorithm>
 #include <new>
 
 namespace OVK_ShaderDebugger
@@ -89,6 +90,19 @@ bool CShaderDebuggerIL::Open()
         return pShader != nullptr;
     }
     m_bOpened = pShader->UpdateTargetInstruction(true) && Execute() && pShader->PostStep();
+    return m_bOpened;
+}
+
+/// The same for a run to a breakpoint, which shows no stop at the first instruction.
+bool CShaderDebuggerIL::OpenToRun()
+{
+    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    const uint64_t nItems = uint64_t(std::max(m_MaskDesc.m_nWidth, 1u)) * std::max(m_MaskDesc.m_nHeight, 1u);
+    if (m_bOpened || pShader == nullptr || !pShader->PassFirst(nItems))
+    {
+        return Open();
+    }
+    m_bOpened = pShader->PostStep();
     return m_bOpened;
 }
 
@@ -200,7 +214,7 @@ bool CShaderDebuggerIL::Run()
 {
     ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && EndMovement(Open() && pShader->Run() && Execute() && pShader->PostStep());
+    return pShader != nullptr && EndMovement(OpenToRun() && pShader->Run() && Execute() && pShader->PostStep());
 }
 
 bool CShaderDebuggerIL::Back()

@@ -156,6 +156,7 @@ private:
                      Mode mode);
     void CloseSession(bool bUpdateOriginalBuffers);
     bool Open();
+    bool OpenToRun();
     bool EndMovement(bool bMoved);
 
     bool CreateOutputBuffers(BufferDesc desc);

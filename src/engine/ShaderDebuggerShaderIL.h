@@ -47,6 +47,10 @@ public:
     bool Step() override { return StepAsm(); }
     bool Back() override { return BackAsm(); }
     bool Run() override { return RunAsm(); }
+    /// Passes the first instruction without a kernel run.
+    /// \param nItems  of the dispatch: all of them execute it
+    /// \return false for one that needs a run
+    bool PassFirst(uint64_t nItems);
     bool RunBack() override { return RunBackAsm(); }
     /// Works off m_ExecuteList: one kernel run for each register of each patch point.
     /// \return false if anything failed; what didn't fail has been filed

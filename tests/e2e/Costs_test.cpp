@@ -177,6 +177,48 @@ TEST(Costs, ASessionOnDemandOpensWithItsFirstMove)
     EXPECT_EQ(nBuffers[0], nBuffers[1] + 2) << "values and mask are made when they are needed";
 }
 
+/// A first movement to a breakpoint passes the first instruction without a run, and all work-items still count there.
+TEST(Costs, AFirstRunOnDemandIsOneRun)
+{
+    const SLaunchFile file = MakeSmallKernel("iadd r3.x, r0.x, l0.y\niadd r4.x, r3.x, l0.y\n");
+    CLaunch launch(GetLibraries(), file);
+    const ovkclDebugRegisterLocator onDemand = OVKCLDEBUG_EXT_VALUES_ON_DEMAND;
+    EXPECT_EQ(GetLibraries().ovkclDebugSetTrackingRegisters(nullptr, &onDemand, 1), OVKCLDEBUG_SUCCESS);
+    std::vector<uint64_t> vCosts;
+    CScriptedClient client(
+        [&](CSession& session)
+        {
+            unsigned int nLine = 0;
+            while (session.GetListing().GetLine(nLine).find("iadd r4.x") != 0)
+            {
+                ++nLine;
+            }
+            session.SetBreakpoints({nLine});
+            TakeRuns();
+            return OVKCLDEBUG_COMMAND_CONTINUE;
+        },
+        [&](CSession& session)
+        {
+            EXPECT_EQ(session.GetMask().Count(), session.GetMask().nItems) << "at the breakpoint and at the first stop";
+            if (vCosts.size() >= 2)
+            {
+                return OVKCLDEBUG_COMMAND_CONTINUE;
+            }
+            vCosts.push_back(TakeRuns());
+            const SRegisterView view = session.GetRegister("r3");
+            EXPECT_NE(view.pWords, nullptr);
+            for (unsigned int i = 0; i < view.nItems; ++i)
+            {
+                EXPECT_EQ(view[i][0], i + 1);
+            }
+            vCosts.push_back(TakeRuns());
+            return OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
+        });
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    EXPECT_THAT(vCosts, ElementsAre(1, 1));
+    EXPECT_THAT(client.GetEvents(), ElementsAre("started", "halted", "halted", "halted", "finished"));
+}
+
 TEST(Costs, ADynamicallyIndexedWriteIsOneRunAnElement)
 {
     const SLaunchFile file = MakeSmallKernel("mov x1[3].x, r0.x\n"
