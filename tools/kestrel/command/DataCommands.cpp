@@ -97,21 +97,30 @@ json DoPrint(CCommandContext& context)
 
 json DoDisplay(CCommandContext& context)
 {
-    const CExpression expression(context.GetText("an expression"), &context.GetDebugger());
+    const std::vector<std::string> vExpressions = SplitAtCommas(context.GetText("an expression"));
+    for (const std::string& strExpression : vExpressions)
+    {
+        const CExpression valid(strExpression, &context.GetDebugger());
+    }
     ReadFormat(context.GetFormat());
-    const unsigned int nId = context.GetInterpreter().MakeDisplayId();
-    context.GetInterpreter().GetDisplays().push_back({nId, context.GetFormat(), context.GetArguments()});
-    json answer = {{"view", "display"}, {"display", nId}, {"expression", context.GetArguments()}};
-    try
+    json prints = json::array();
+    for (const std::string& strExpression : vExpressions)
     {
-        answer = PrintExpression(context.GetDebugger(), context.GetFormat(), context.GetArguments());
-        answer["display"] = nId;
+        const unsigned int nId = context.GetInterpreter().MakeDisplayId();
+        context.GetInterpreter().GetDisplays().push_back({nId, context.GetFormat(), strExpression});
+        json answer = {{"view", "display"}, {"display", nId}, {"expression", strExpression}};
+        try
+        {
+            answer = PrintExpression(context.GetDebugger(), context.GetFormat(), strExpression);
+            answer["display"] = nId;
+        }
+        catch (const CCommandError&)
+        {
+            // It will have a value at some stop.
+        }
+        prints.push_back(answer);
     }
-    catch (const CCommandError&)
-    {
-        // It will have a value at some stop.
-    }
-    return answer;
+    return prints.size() == 1 ? prints[0] : json{{"view", "prints"}, {"prints", prints}};
 }
 
 json DoUndisplay(CCommandContext& context)

@@ -345,8 +345,9 @@ std::string RenderCommands(const json& view)
 
 std::string RenderThreads(const json& view)
 {
-    std::string strText = Text(view["groups"]) + " groups of " + Text(view["size"]) + "; work-item " +
-                          Text(view["item"]) + ", in focus, is in group " + Text(view["focus"]) + "\n";
+    std::string strText = Text(view["groups"]) + (view["groups"] == 1 ? " group of " : " groups of ") +
+                          Text(view["size"]) + "; work-item " + Text(view["item"]) + ", in focus, is in group " +
+                          Text(view["focus"]) + "\n";
     for (const json& entry : view["list"])
     {
         strText += std::string(entry["focus"] ? "* " : "  ") + PadRight(Text(entry["groups"]), 12) + " " +
@@ -360,7 +361,7 @@ std::string RenderPrints(const json& view)
     std::string strText;
     for (const json& print : view["prints"])
     {
-        strText += RenderPrint(print);
+        strText += print["view"] == "print" ? RenderPrint(print) : "";
     }
     return strText;
 }

@@ -1,6 +1,7 @@
 // Commands that launch the kernel and let it go on.
 
 #include "tools/kestrel/command/Commands.h"
+#include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/LineStepper.h"
 #include "tools/session/program/ProgramSession.h"
 
@@ -8,6 +9,40 @@ namespace KestrelTool
 {
 
 using nlohmann::json;
+
+namespace
+{
+
+/// "-focus 3": how often, and whether only what the work-item in focus does counts.
+struct SSteps
+{
+    size_t nTimes = 1;
+    bool bFocus = false;
+};
+
+SSteps ReadSteps(const CCommandContext& context)
+{
+    SSteps steps;
+    std::vector<std::string> vWords = context.GetWords();
+    const std::string strFocus = "-focus";
+    if (!vWords.empty() && vWords.front().size() > 1 && strFocus.compare(0, vWords.front().size(), vWords.front()) == 0)
+    {
+        steps.bFocus = true;
+        vWords.erase(vWords.begin());
+    }
+    if (vWords.size() > 1)
+    {
+        throw CCommandError("it takes -focus and a number, or one of them");
+    }
+    steps.nTimes = vWords.empty() ? 1 : ReadNumber(vWords.front());
+    if (steps.nTimes == 0)
+    {
+        throw CCommandError("how many times? At least 1");
+    }
+    return steps;
+}
+
+} // namespace
 
 json DoRun(CCommandContext& context)
 {
@@ -54,7 +89,8 @@ json DoContinue(CCommandContext& context)
 
 json DoStep(CCommandContext& context)
 {
-    CLineStepper(context.GetDebugger()).Step(context.GetCount(1));
+    const SSteps steps = ReadSteps(context);
+    CLineStepper(context.GetDebugger()).Step(steps.nTimes, steps.bFocus);
     return nullptr;
 }
 
@@ -66,7 +102,8 @@ json DoStepInstruction(CCommandContext& context)
 
 json DoNext(CCommandContext& context)
 {
-    CLineStepper(context.GetDebugger()).Next(context.GetCount(1));
+    const SSteps steps = ReadSteps(context);
+    CLineStepper(context.GetDebugger()).Next(steps.nTimes, steps.bFocus);
     return nullptr;
 }
 

@@ -219,7 +219,8 @@ json DoSaveBreakpoints(CCommandContext& context)
     {
         throw CCommandError(strPath + " can't be written");
     }
-    return MakeText(std::to_string(nSaved) + " breakpoints in " + strPath + "; source reads them again");
+    return MakeText(std::to_string(nSaved) + (nSaved == 1 ? " breakpoint in " : " breakpoints in ") + strPath +
+                    "; source reads them again");
 }
 
 } // namespace KestrelTool

@@ -208,6 +208,56 @@ std::vector<uint32_t> CDebugger::GetEarlierValues(const std::string& strRegister
     return vWords;
 }
 
+std::vector<unsigned char> CDebugger::Fetch(const SMemoryRead& read)
+{
+    switch (read.eKind)
+    {
+    case SMemoryRead::Buffer:
+        return FetchBuffer(read.nPlace, read.nOffset, read.nBytes);
+    case SMemoryRead::Local:
+        return FetchLocal(static_cast<unsigned int>(read.nPlace), read.nGroup, read.nOffset, read.nBytes);
+    default:
+        return FetchPrivate(read.nOffset, read.nBytes);
+    }
+}
+
+std::vector<unsigned char> CDebugger::ReadAndLog(const SMemoryRead& read)
+{
+    std::vector<unsigned char> vBytes = Fetch(read);
+    m_MemoryLog.Note(read, vBytes);
+    return vBytes;
+}
+
+std::vector<unsigned char> CDebugger::GetEarlierMemory(const SMemoryRead& read)
+{
+    if (const std::vector<unsigned char>* pBytes = m_MemoryLog.FindEarlier(read))
+    {
+        return *pBytes;
+    }
+    if (!m_bSingleStep)
+    {
+        throw CCommandError("what memory held at the last stop isn't known: nobody looked at all of it there");
+    }
+    std::string strError;
+    std::vector<unsigned char> vBytes;
+    Move(OVKCLDEBUG_COMMAND_EXT_STEP_BACK, {});
+    try
+    {
+        vBytes = Fetch(read);
+    }
+    catch (const CCommandError& error)
+    {
+        strError = error.what();
+    }
+    Move(OVKCLDEBUG_COMMAND_STEP, {});
+    if (!strError.empty())
+    {
+        throw CCommandError(strError);
+    }
+    m_MemoryLog.NoteEarlier(read, vBytes);
+    return vBytes;
+}
+
 std::vector<std::string> CDebugger::TakeCommands()
 {
     std::vector<std::string> vCommands;

@@ -9,6 +9,7 @@
 #include "tools/session/debug/Frames.h"
 #include "tools/session/debug/KernelArguments.h"
 #include "tools/session/debug/KernelRuns.h"
+#include "tools/session/debug/MemoryLog.h"
 #include "tools/session/debug/RunEstimate.h"
 #include "tools/session/debug/SourceText.h"
 #include "tools/session/debug/StopCounts.h"
@@ -105,6 +106,8 @@ public:
     void RequireLive() const;
     /// The line that is executed next.
     unsigned int GetLine() const { return m_nLine; }
+    /// Counts movements, each of which ends the lives of what was read.
+    uint64_t GetMoves() const { return m_nMoves; }
     uint64_t GetRuns() const { return m_Runs.GetCount(); }
     double GetRunSeconds() const { return m_Runs.GetSeconds(); }
     /// Whether the last finished run left another output than the launch file expects.
@@ -137,6 +140,9 @@ public:
     /// A register as it was at the last stop, four words a work-item; nothing if it had no value.
     /// A register that wasn't looked at there is fetched by going back and forth if one step lies between.
     std::vector<uint32_t> GetEarlierValues(const std::string& strRegister);
+    /// Bytes of memory as they were at the last stop, in the same way.
+    /// \throws CCommandError if that isn't known, or nothing lies there
+    std::vector<unsigned char> GetEarlierMemory(const SMemoryRead& read);
     /// The line of the last stop.
     unsigned int GetEarlierLine() const { return m_nEarlierLine; }
 
@@ -160,6 +166,8 @@ public:
     /// Bytes of a work-item's private memory.
     /// \throws CCommandError if the debugger can't hand over so many of all work-items, as it has to
     std::vector<unsigned char> ReadPrivate(size_t nItem, uint64_t nAddress, size_t nBytes);
+    /// The resource that a stretch of local memory, as ListMemory has it, is in.
+    unsigned int FindLocalResource(const SMemory& memory);
     /// The block of local memory that the kernel itself declares.
     unsigned int FindDeclaredLocal();
     /// What the launch file gives for an argument, that of the earlier one for the same once more.
@@ -169,16 +177,18 @@ public:
     void Run();
     void Start();
     void Continue(size_t nTimes);
-    void Step(size_t nTimes);
-    void Next(size_t nTimes);
+    /// \param bFocus  not counting stops that the work-item in focus has no part in
+    void Step(size_t nTimes, bool bFocus = false);
+    void Next(size_t nTimes, bool bFocus = false);
     void Finish();
     /// To a line behind the present one, or to the function's end.
     void Until();
     /// To one of some lines, or to the function's end.
     void Advance(std::set<unsigned int> lines);
     /// To one of the lines that are worked out anew at each stop on the way, or to behind the function's call.
+    /// \param bFocus  not counting stops that the work-item in focus has no part in
     void RunToAny(size_t nTimes, const char* pszReason, bool bBack,
-                  const std::function<std::set<unsigned int>()>& findLines);
+                  const std::function<std::set<unsigned int>()>& findLines, bool bFocus = false);
     void StepBack(size_t nTimes);
     void NextBack(size_t nTimes);
     void ContinueBack(size_t nTimes);
@@ -221,6 +231,14 @@ private:
     EReason NextOnce();
     EReason BackOnce();
     EReason BackOverCall();
+    template <typename MoveOnce>
+    EReason MoveFocus(MoveOnce moveOnce);
+    bool IsFocusActive();
+    std::vector<unsigned char> Fetch(const SMemoryRead& read);
+    std::vector<unsigned char> FetchBuffer(size_t nArgument, uint64_t nOffset, size_t nBytes);
+    std::vector<unsigned char> FetchLocal(unsigned int nResource, size_t nGroup, uint64_t nOffset, size_t nBytes);
+    std::vector<unsigned char> FetchPrivate(uint64_t nAddress, size_t nBytes);
+    std::vector<unsigned char> ReadAndLog(const SMemoryRead& read);
     EReason RunOverCall(const CCodeMap::SFunction& callee, const CCodeMap::SFunction* pCaller);
     template <typename MoveOnce>
     void Repeat(size_t nTimes, const char* pszReason, MoveOnce moveOnce);
@@ -271,6 +289,7 @@ private:
 
     unsigned int m_nLine = 0;
     unsigned int m_nEarlierLine = 0;
+    uint64_t m_nMoves = 0;
     size_t m_nFrame = 0;
     size_t m_nFocus = 0;
     std::vector<cl_bool> m_vAllActive;
@@ -282,6 +301,7 @@ private:
 
     std::set<std::string> m_LookedAt;
     std::map<std::string, std::vector<uint32_t>> m_mapEarlier;
+    CMemoryLog m_MemoryLog;
     bool m_bSingleStep = false; ///< a step back leads to the last stop
 
     /// What the progress line is made of.

@@ -17,6 +17,7 @@ bool CDebugger::Launch()
     m_mapAddresses.clear();
     m_mapEarlier.clear();
     m_LookedAt.clear();
+    m_MemoryLog.Forget();
     m_NewFaults.reset();
     m_Faults.Forget();
     m_StopCounts.Forget();
@@ -97,6 +98,7 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     const bool bRuns = command == OVKCLDEBUG_COMMAND_CONTINUE || command == OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
     std::set<unsigned int> stops;
     m_Unseen.clear();
+    ++m_nMoves;
     if (bRuns)
     {
         stops = m_pBreakpoints->GetEnabledLines();
@@ -297,6 +299,7 @@ void CDebugger::BeginCommand(bool bSingleStep)
         }
     }
     m_LookedAt.clear();
+    m_MemoryLog.GoOn();
     m_nEarlierLine = m_nLine;
     m_bSingleStep = bSingleStep && m_Target.GetState() == CTarget::AtStop;
     m_nFrame = 0;
@@ -381,16 +384,35 @@ void CDebugger::Continue(size_t nTimes)
     GoOn(nTimes, OVKCLDEBUG_COMMAND_CONTINUE);
 }
 
-void CDebugger::Step(size_t nTimes)
+bool CDebugger::IsFocusActive()
 {
-    BeginCommand(nTimes == 1);
-    Repeat(nTimes, "step", [this] { return StepOnce(); });
+    return GetActive().pActive[m_nFocus] != 0;
 }
 
-void CDebugger::Next(size_t nTimes)
+/// Moves on until the work-item in focus has taken part.
+template <typename MoveOnce>
+CDebugger::EReason CDebugger::MoveFocus(MoveOnce moveOnce)
+{
+    EReason eReason = moveOnce();
+    while (eReason == EReason::Moved && !IsFocusActive())
+    {
+        eReason = IsInterrupted() ? EReason::Interrupted : moveOnce();
+    }
+    return eReason;
+}
+
+void CDebugger::Step(size_t nTimes, bool bFocus)
+{
+    BeginCommand(nTimes == 1 && !bFocus);
+    const auto step = [this] { return StepOnce(); };
+    Repeat(nTimes, "step", [&] { return bFocus ? MoveFocus(step) : StepOnce(); });
+}
+
+void CDebugger::Next(size_t nTimes, bool bFocus)
 {
     BeginCommand(false);
-    Repeat(nTimes, "next", [this] { return NextOnce(); });
+    const auto next = [this] { return NextOnce(); };
+    Repeat(nTimes, "next", [&] { return bFocus ? MoveFocus(next) : NextOnce(); });
 }
 
 void CDebugger::Finish()
@@ -435,7 +457,7 @@ void CDebugger::Advance(std::set<unsigned int> lines)
 }
 
 void CDebugger::RunToAny(size_t nTimes, const char* pszReason, bool bBack,
-                         const std::function<std::set<unsigned int>()>& findLines)
+                         const std::function<std::set<unsigned int>()>& findLines, bool bFocus)
 {
     BeginCommand(false);
     Repeat(nTimes, pszReason,
@@ -447,7 +469,8 @@ void CDebugger::RunToAny(size_t nTimes, const char* pszReason, bool bBack,
                do // a line that nobody takes part in is passed
                {
                    eReason = bBack ? RunTo(OVKCLDEBUG_COMMAND_EXT_RUN_BACK, lines) : RunToLines(lines, pFunction);
-               } while (eReason == EReason::Reached && CountActive() == 0 && !IsInterrupted());
+               } while (eReason == EReason::Reached && (CountActive() == 0 || (bFocus && !IsFocusActive())) &&
+                        !IsInterrupted());
                return eReason == EReason::Reached ? EReason::Moved : eReason;
            });
 }

@@ -128,6 +128,11 @@ std::string CDebugger::NameAddress(uint64_t nAddress)
 
 std::vector<unsigned char> CDebugger::ReadBuffer(size_t nArgument, uint64_t nOffset, size_t nBytes)
 {
+    return ReadAndLog({SMemoryRead::Buffer, nArgument, 0, nOffset, nBytes});
+}
+
+std::vector<unsigned char> CDebugger::FetchBuffer(size_t nArgument, uint64_t nOffset, size_t nBytes)
+{
     RequireLive();
     const SArgument& given = GetGiven(nArgument);
     if (given.vContents.empty())
@@ -216,6 +221,11 @@ size_t CDebugger::GetLocalSize(unsigned int nResource)
 }
 
 std::vector<unsigned char> CDebugger::ReadLocal(unsigned int nResource, size_t nGroup, uint64_t nOffset, size_t nBytes)
+{
+    return ReadAndLog({SMemoryRead::Local, nResource, nGroup, nOffset, nBytes});
+}
+
+std::vector<unsigned char> CDebugger::FetchLocal(unsigned int nResource, size_t nGroup, uint64_t nOffset, size_t nBytes)
 {
     RequireLive();
     if (m_Target.GetState() != CTarget::AtStop)
@@ -309,13 +319,21 @@ std::vector<unsigned char> CDebugger::ReadMemory(SSourceType::ESpace eSpace, con
     {
         return ReadBuffer(memory.nPlace, nOffset, nBytes);
     }
-    const unsigned int nResource = memory.nPlace == s_nDeclaredLocal
-                                       ? FindDeclaredLocal()
-                                       : static_cast<unsigned int>(OVKCLDEBUG_EXT_LOCAL_ARGUMENT(memory.nPlace));
-    return ReadLocal(nResource, nGroup, nOffset, nBytes);
+    return ReadLocal(FindLocalResource(memory), nGroup, nOffset, nBytes);
+}
+
+unsigned int CDebugger::FindLocalResource(const SMemory& memory)
+{
+    return memory.nPlace == s_nDeclaredLocal ? FindDeclaredLocal()
+                                             : static_cast<unsigned int>(OVKCLDEBUG_EXT_LOCAL_ARGUMENT(memory.nPlace));
 }
 
 std::vector<unsigned char> CDebugger::ReadAllPrivate(uint64_t nAddress, size_t nBytes)
+{
+    return ReadAndLog({SMemoryRead::Private, 0, 0, nAddress, nBytes});
+}
+
+std::vector<unsigned char> CDebugger::FetchPrivate(uint64_t nAddress, size_t nBytes)
 {
     RequireLive();
     const size_t nItems = m_Extent.Count();

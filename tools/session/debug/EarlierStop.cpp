@@ -7,13 +7,6 @@
 namespace KestrelTool
 {
 
-namespace
-{
-
-const char* const s_pszMemory = "what memory held at the last stop isn't kept; diff compares what is in registers";
-
-} // namespace
-
 /// Who asks may take what isn't there for a variable without a value, so that the first reason is kept.
 void CEarlierStop::Refuse(const std::string& strWhy)
 {
@@ -32,35 +25,41 @@ void CEarlierStop::RequireAll() const
 SRegisterView CEarlierStop::GetValues(const std::string& strRegister)
 {
     const auto [it, bNew] = m_mapValues.insert({strRegister, {}});
-    if (bNew)
+    std::vector<uint32_t>& vWords = it->second;
+    const bool bConstant = strRegister.rfind("cb", 0) == 0 || strRegister[0] == 'l';
+    SRegisterView view;
+    if (bNew && bConstant)
     {
-        const bool bConstant = strRegister.rfind("cb", 0) == 0 || strRegister[0] == 'l';
-        if (bConstant)
-        {
-            return m_Debugger.GetValues(strRegister);
-        }
+        // A copy: what the debugger has goes when it moves.
+        view = m_Debugger.GetValues(strRegister);
+        vWords.assign(view[0], view[0] + 4);
+    }
+    else if (bNew)
+    {
         try
         {
-            it->second = m_Debugger.GetEarlierValues(strRegister);
+            vWords = m_Debugger.GetEarlierValues(strRegister);
         }
         catch (const CCommandError& error)
         {
             Refuse(error.what());
         }
     }
-    SRegisterView view;
-    view.pWords = it->second.empty() ? nullptr : it->second.data();
-    view.nItems = it->second.size() / 4;
-    if (view.pWords == nullptr)
+    if (vWords.empty())
     {
         throw CCommandError(strRegister + " had no value at the last stop");
     }
+    view.pWords = vWords.data();
+    view.nItems = bConstant ? GetExtent().Count() : vWords.size() / 4;
+    view.nStride = bConstant ? 0 : 4;
     return view;
 }
 
 SMaskView CEarlierStop::GetActive()
 {
-    return m_Debugger.GetActive();
+    const SMaskView mask = m_Debugger.GetActive();
+    m_vActive.assign(mask.pActive, mask.pActive + mask.nItems);
+    return {m_vActive.data(), m_vActive.size()};
 }
 
 std::optional<SElements> CEarlierStop::FindElements(const std::string& strName)
@@ -68,9 +67,24 @@ std::optional<SElements> CEarlierStop::FindElements(const std::string& strName)
     return m_Debugger.FindElements(strName);
 }
 
-std::vector<unsigned char> CEarlierStop::ReadElements(const SElements&, size_t, uint64_t, size_t)
+/// \param read  as the debugger asks for it at a stop
+std::vector<unsigned char> CEarlierStop::Read(const SMemoryRead& read)
 {
-    Refuse(s_pszMemory);
+    try
+    {
+        return m_Debugger.GetEarlierMemory(read);
+    }
+    catch (const CCommandError& error)
+    {
+        Refuse(error.what());
+    }
+}
+
+std::vector<unsigned char> CEarlierStop::ReadElements(const SElements& elements, size_t nGroup, uint64_t nOffset,
+                                                      size_t nBytes)
+{
+    return Read({elements.bPerGroup ? SMemoryRead::Local : SMemoryRead::Buffer, elements.nPlace,
+                 elements.bPerGroup ? nGroup : 0, nOffset, nBytes});
 }
 
 std::optional<SSourceVariable> CEarlierStop::FindVariable(const std::string& strName, bool bHere)
@@ -89,14 +103,23 @@ std::optional<SSourceVariable> CEarlierStop::FindVariable(const std::string& str
     throw CCommandError("there was no " + strName + " at the last stop");
 }
 
-std::vector<SMemory> CEarlierStop::ListMemory(SSourceType::ESpace)
+/// Nothing moves while a kernel runs.
+std::vector<SMemory> CEarlierStop::ListMemory(SSourceType::ESpace eSpace)
 {
-    Refuse(s_pszMemory);
+    return m_Debugger.ListMemory(eSpace);
 }
 
-std::vector<unsigned char> CEarlierStop::ReadAllPrivate(uint64_t, size_t)
+std::vector<unsigned char> CEarlierStop::ReadMemory(SSourceType::ESpace eSpace, const SMemory& memory, size_t nGroup,
+                                                    uint64_t nOffset, size_t nBytes)
 {
-    Refuse(s_pszMemory);
+    const bool bLocal = eSpace == SSourceType::LocalSpace;
+    return Read({bLocal ? SMemoryRead::Local : SMemoryRead::Buffer,
+                 bLocal ? m_Debugger.FindLocalResource(memory) : memory.nPlace, bLocal ? nGroup : 0, nOffset, nBytes});
+}
+
+std::vector<unsigned char> CEarlierStop::ReadAllPrivate(uint64_t nAddress, size_t nBytes)
+{
+    return Read({SMemoryRead::Private, 0, 0, nAddress, nBytes});
 }
 
 } // namespace KestrelTool

@@ -8,8 +8,8 @@
 namespace KestrelTool
 {
 
-/// The last stop's values, as far as they are known: registers that were looked at there, or any before a single step.
-/// Memory is as it is now, and so isn't handed out.
+/// The last stop's values, as far as they are known: registers and memory that were looked at there, or any before a
+/// single step.
 class CEarlierStop : public IValueSource
 {
 public:
@@ -26,6 +26,8 @@ public:
     const SSourceType* FindType(const std::string& strName) override { return m_Debugger.FindType(strName); }
     std::shared_ptr<const void> KeepTypes() override { return m_Debugger.KeepTypes(); }
     std::vector<SMemory> ListMemory(SSourceType::ESpace eSpace) override;
+    std::vector<unsigned char> ReadMemory(SSourceType::ESpace eSpace, const SMemory& memory, size_t nGroup,
+                                          uint64_t nOffset, size_t nBytes) override;
     std::vector<unsigned char> ReadAllPrivate(uint64_t nAddress, size_t nBytes) override;
 
     /// \throws CCommandError if anything was asked for that isn't known any more
@@ -33,9 +35,11 @@ public:
 
 private:
     [[noreturn]] void Refuse(const std::string& strWhy);
+    std::vector<unsigned char> Read(const SMemoryRead& read);
 
     CDebugger& m_Debugger;
     std::string m_strRefused;
+    std::vector<cl_bool> m_vActive;
     std::map<std::string, std::vector<uint32_t>> m_mapValues;
 };
 

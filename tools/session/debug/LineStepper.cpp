@@ -1,5 +1,6 @@
 #include "tools/session/debug/LineStepper.h"
 
+#include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/SourceLines.h"
 
 #include <algorithm>
@@ -51,24 +52,26 @@ std::set<unsigned int> CLineStepper::FindStops(bool bInto, bool bBack)
     return stops;
 }
 
-void CLineStepper::Step(size_t nTimes)
+void CLineStepper::Step(size_t nTimes, bool bFocus)
 {
     if (!HasLines())
     {
-        m_Debugger.Step(nTimes);
+        m_Debugger.Step(nTimes, bFocus);
         return;
     }
-    m_Debugger.RunToAny(nTimes, "step", false, [this] { return FindStops(true, false); });
+    m_Debugger.RunToAny(
+        nTimes, "step", false, [this] { return FindStops(true, false); }, bFocus);
 }
 
-void CLineStepper::Next(size_t nTimes)
+void CLineStepper::Next(size_t nTimes, bool bFocus)
 {
     if (!HasLines())
     {
-        m_Debugger.Next(nTimes);
+        m_Debugger.Next(nTimes, bFocus);
         return;
     }
-    m_Debugger.RunToAny(nTimes, "next", false, [this] { return FindStops(false, false); });
+    m_Debugger.RunToAny(
+        nTimes, "next", false, [this] { return FindStops(false, false); }, bFocus);
 }
 
 void CLineStepper::Until()
@@ -100,6 +103,13 @@ void CLineStepper::Finish()
     const unsigned int nFrom = m_Debugger.GetLine();
     const size_t nDepth = CountFrames(nFrom);
     const SFunction* pFunction = m_Debugger.GetCode().FindFunction(nFrom);
+    const CListing& listing = m_Debugger.GetListing();
+    if (nDepth == 1 && HasLines() && pFunction != nullptr &&
+        std::all_of(pFunction->vCallLines.begin(), pFunction->vCallLines.end(),
+                    [&](unsigned int nCall) { return listing.GetPlace(nCall).empty(); }))
+    {
+        throw CCommandError("finish has no meaning here: nothing has called this function but the launch");
+    }
     if (pFunction == nullptr || nDepth < 2)
     {
         m_Debugger.Finish();

@@ -14,9 +14,10 @@ public:
     explicit CLineStepper(CDebugger& debugger) : m_Debugger(debugger) {}
 
     /// To the next line, into functions.
-    void Step(size_t nTimes);
+    /// \param bFocus  to the next one that the work-item in focus comes to
+    void Step(size_t nTimes, bool bFocus = false);
     /// To the next line of the same function, or of the caller's.
-    void Next(size_t nTimes);
+    void Next(size_t nTimes, bool bFocus = false);
     /// To a later line of the same function, or of the caller's: not back to a loop's beginning.
     void Until();
     /// To behind the function's call, inlined or not.

@@ -78,6 +78,34 @@ struct SCellSum
     bool bNaN = false;
 };
 
+/// The values of the work-items that are looked at.
+std::vector<double> CollectValues(CExpression& expression, const SMaskView& mask, bool bAll, size_t nItems)
+{
+    const size_t nActive = bAll ? nItems : mask.Count();
+    std::vector<double> vValues;
+    vValues.reserve(nActive);
+    double values[CExpression::BlockSize];
+    for (size_t nFirst = 0; nFirst < nItems; nFirst += CExpression::BlockSize)
+    {
+        const size_t nCount = std::min(CExpression::BlockSize, nItems - nFirst);
+        expression.Evaluate(nFirst, nCount, values);
+        const bool bThere = expression.HasAllValues(nCount);
+        size_t nTaken = 0;
+        for (size_t i = 0; i < nCount && !(bThere && nActive == nItems); ++i)
+        {
+            const bool bAsked = bAll || mask.pActive[nFirst + i] != 0;
+            if (bAsked && !bThere)
+            {
+                expression.RequireValue(i);
+            }
+            values[nTaken] = values[i];
+            nTaken += bAsked ? 1 : 0;
+        }
+        vValues.insert(vValues.end(), values, values + (bThere && nActive == nItems ? nCount : nTaken));
+    }
+    return vValues;
+}
+
 /// Calls visit(item, value) for the work-items that are looked at.
 template <typename Visitor>
 void ForEachValue(CExpression& expression, const SMaskView& mask, bool bAll, size_t nStart, size_t nEnd,
@@ -88,11 +116,15 @@ void ForEachValue(CExpression& expression, const SMaskView& mask, bool bAll, siz
     {
         const size_t nCount = std::min(CExpression::BlockSize, nEnd - nFirst);
         expression.Evaluate(nFirst, nCount, values);
+        const bool bThere = expression.HasAllValues(nCount);
         for (size_t i = 0; i < nCount; ++i)
         {
             if (bAll || mask.pActive[nFirst + i] != 0)
             {
-                expression.RequireValue(i);
+                if (!bThere)
+                {
+                    expression.RequireValue(i);
+                }
                 visit(nFirst + i, values[i]);
             }
         }
@@ -202,10 +234,7 @@ json ViewStatistics(CDebugger& debugger, CExpression& expression, bool bAll)
     expression.Bind(debugger);
     const SMaskView mask = debugger.GetActive();
     const size_t nItems = debugger.GetExtent().Count();
-    std::vector<double> vValues;
-    vValues.reserve(bAll ? nItems : mask.Count());
-    ForEachValue(expression, mask, bAll, 0, nItems, [&](size_t, double fValue) { vValues.push_back(fValue); });
-    const SStatistics statistics = WorkOutStatistics(vValues);
+    const SStatistics statistics = WorkOutStatistics(CollectValues(expression, mask, bAll, nItems));
     return {{"view", "stats"},
             {"expression", expression.GetText()},
             {"float", expression.IsFloat()},
@@ -284,6 +313,7 @@ json ViewDifference(CDebugger& debugger, const std::string& strExpression, EForm
     before.Bind(earlier);
     CExpression now(strExpression, &debugger);
     now.Bind(debugger);
+    uint64_t nMoves = debugger.GetMoves();
     const SExtent& extent = debugger.GetExtent();
     CRanges ranges(extent, debugger.GetSettings().nLimit);
     json changes = json::array();
@@ -293,6 +323,11 @@ json ViewDifference(CDebugger& debugger, const std::string& strExpression, EForm
     {
         const SSourceValue old = before.Read(i);
         earlier.RequireAll();
+        if (nMoves != debugger.GetMoves()) // to the earlier stop and back again, for its memory
+        {
+            now.Bind(debugger);
+            nMoves = debugger.GetMoves();
+        }
         const SSourceValue value = now.Read(i);
         if (old.vBytes == value.vBytes && old.vKnown == value.vKnown)
         {
