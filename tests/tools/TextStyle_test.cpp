@@ -25,6 +25,14 @@ std::string Show(CTextStyle& style, const nlohmann::json& answer, const std::str
 
 } // namespace
 
+TEST(CommandTable, GivesEachCommandAnExample)
+{
+    for (size_t n = 0; n < g_nCommands; ++n)
+    {
+        EXPECT_STRNE(g_Commands[n].pszExample, "") << g_Commands[n].pszName;
+    }
+}
+
 TEST(TextStyle, BreaksLinesBetweenWordsAlone)
 {
     for (size_t n = 0; n < g_nCommands; ++n)

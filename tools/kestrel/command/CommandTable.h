@@ -32,7 +32,8 @@ struct SCommand
     const char* pszGroup;
     const char* pszSummary; ///< one line
     const char* pszText;    ///< more, or empty
-    const char* pszExample; ///< lines; "@NAME" at the front takes that example's launch
+    /// Lines; "@NAME" at the front takes that example's launch. "$ NAME" is a recorded session of a program.
+    const char* pszExample;
     nlohmann::json (*pFunction)(CCommandContext&);
     bool bRepeats; ///< an empty line does it again
     ECompletion eCompletion;

@@ -3,8 +3,13 @@
 #include "tools/kestrel/command/Interpreter.h"
 #include "tools/session/launch/KernelText.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 namespace KestrelTool
 {
@@ -18,7 +23,8 @@ const char* const s_pszIntroduction =
     "# `kestrel`\n\n"
     "The command-line debugger. This page is made from the table of commands by `kestrel manual EXAMPLES`; each "
     "example was run to "
-    "make it, on `examples/nested_if/nested_if.json` where nothing else is said. `help` gives the same text.\n\n"
+    "make it, on `examples/nested_if/nested_if.json` where nothing else is said, in an empty folder; those with "
+    "programs are recorded in `examples/programs/sessions`. `help` gives the same text.\n\n"
     "| Call | What it does |\n|---|---|\n"
     "| `kestrel debug LAUNCH` | debug a launch file at a prompt; `-q` without a greeting, `-x FILE` and `-ex COMMAND` "
     "do commands "
@@ -96,6 +102,8 @@ const char* const s_pszIntroduction =
     "a "
     "single kernel run doesn't end.\n";
 
+const char* const s_pszProgramMark = "$ "; ///< in front of the name of a session of a program
+
 /// The launch of an example, and its commands.
 struct SExample
 {
@@ -115,6 +123,67 @@ SExample ReadExample(const SCommand& command)
     return example;
 }
 
+/// A working folder of its own. Where it is differs from run to run, so that texts say s_pszFolder in its place.
+class CScratchFolder
+{
+public:
+    CScratchFolder() : m_Before(std::filesystem::current_path())
+    {
+        std::string strName = (std::filesystem::temp_directory_path() / "kestrel-XXXXXX").string();
+        if (mkdtemp(strName.data()) == nullptr)
+        {
+            throw std::runtime_error("there is no folder for the examples to work in");
+        }
+        m_Folder = std::filesystem::canonical(strName);
+        std::filesystem::current_path(m_Folder);
+    }
+    ~CScratchFolder()
+    {
+        std::error_code error;
+        std::filesystem::current_path(m_Before, error);
+        std::filesystem::remove_all(m_Folder, error);
+    }
+    CScratchFolder(const CScratchFolder&) = delete;
+    CScratchFolder& operator=(const CScratchFolder&) = delete;
+
+    /// Also makes paths relative to where the tool was started.
+    std::string Hide(std::string strText) const
+    {
+        Replace(strText, m_Folder.string(), s_pszFolder);
+        Replace(strText, m_Before.string() + "/", "./");
+        return strText;
+    }
+
+private:
+    static constexpr const char* s_pszFolder = "/tmp/work";
+
+    static void Replace(std::string& strText, const std::string& strWhat, const std::string& strBy)
+    {
+        for (size_t nAt = strText.find(strWhat); nAt != std::string::npos; nAt = strText.find(strWhat, nAt))
+        {
+            strText.replace(nAt, strWhat.size(), strBy);
+            nAt += strBy.size();
+        }
+    }
+
+    std::filesystem::path m_Before;
+    std::filesystem::path m_Folder;
+};
+
+/// What was recorded of a session of a program. A test of `kestrel exec` holds it against what comes now.
+std::string ReadProgramSession(const std::string& strExamples, const std::string& strName)
+{
+    const std::string strPath = strExamples + "/programs/sessions/" + strName + ".txt";
+    std::ifstream file(strPath);
+    std::ostringstream text;
+    if (!(text << file.rdbuf()))
+    {
+        throw std::runtime_error(strPath + " can't be read");
+    }
+    const std::string strText = text.str();
+    return strText.substr(0, strText.rfind("exit ")); // the last line, for the test alone
+}
+
 std::string RunExample(const CLibraries& libraries, const std::string& strExamples, const SExample& example)
 {
     std::ostringstream output;
@@ -122,9 +191,10 @@ std::string RunExample(const CLibraries& libraries, const std::string& strExampl
     CInterpreter interpreter(text);
     // Those with a folder of their own are in it.
     const bool bFolder = example.strLaunch.find('/') == std::string::npos;
-    const std::string strPath =
-        strExamples + "/" + (bFolder ? example.strLaunch + "/" : "") + example.strLaunch + ".json";
+    const std::string strPath = std::filesystem::absolute(strExamples).string() + "/" +
+                                (bFolder ? example.strLaunch + "/" : "") + example.strLaunch + ".json";
     CDebugger debugger(libraries, ReadLaunchFile(strPath), interpreter);
+    const CScratchFolder folder;
     interpreter.SetDebugger(debugger);
     debugger.GetSettings().nWidth = 70;
     debugger.GetSettings().nHeight = 20;
@@ -134,7 +204,20 @@ std::string RunExample(const CLibraries& libraries, const std::string& strExampl
         [&]() -> std::optional<std::string>
         { return nNext < example.vLines.size() ? std::optional<std::string>(example.vLines[nNext++]) : std::nullopt; },
         false);
-    return output.str();
+    return folder.Hide(output.str());
+}
+
+std::string MakeExample(const CLibraries& libraries, const std::string& strExamples, const SCommand& command)
+{
+    const std::string strText = command.pszExample;
+    const std::string strMark = s_pszProgramMark;
+    if (strText.compare(0, strMark.size(), strMark) == 0)
+    {
+        return "\n```\n" + ReadProgramSession(strExamples, strText.substr(strMark.size())) + "```\n";
+    }
+    const SExample example = ReadExample(command);
+    return (example.strLaunch != s_pszDefaultLaunch ? "\nWith `" + example.strLaunch + "`:\n" : "") + "\n```\n" +
+           RunExample(libraries, strExamples, example) + "```\n";
 }
 
 std::vector<std::string> ListGroups()
@@ -199,13 +282,7 @@ std::string MakeManual(const CLibraries& libraries, const std::string& strExampl
             {
                 manual << "\nShort: `" << command.pszAliases << "`\n";
             }
-            const SExample example = ReadExample(command);
-            if (!example.vLines.empty())
-            {
-                manual << (example.strLaunch != s_pszDefaultLaunch ? "\nWith `" + example.strLaunch + "`:\n" : "")
-                       << "\n```\n"
-                       << RunExample(libraries, strExamples, example) << "```\n";
-            }
+            manual << MakeExample(libraries, strExamples, command);
         }
     }
     return manual.str();
