@@ -282,6 +282,16 @@ TEST_F(Attack, WhatThePlatformCantDoHasACodeOfItsOwn)
     EXPECT_EQ(Run({"debug", strEndless, "-batch", "-ex", "break 20", "-ex", "run"}, set("limit=0")).nCode, 0);
 }
 
+TEST_F(Attack, AMachineWithoutADriverSaysWhatToInstall)
+{
+    const SOutcome outcome = Run({"--platform", "system", "debug", s_strLaunch, "-batch"},
+                                 [&] { setenv("OCL_ICD_VENDORS", Path("folder").c_str(), 1); });
+    EXPECT_EQ(outcome.nCode, 3);
+    EXPECT_NE(outcome.strText.find("finds no driver in /etc/OpenCL/vendors: install that of the device"),
+              std::string::npos)
+        << outcome.strText;
+}
+
 TEST_F(Attack, ALaunchThatNeedsMoreMemoryThanThereIsIsToldSo)
 {
     const std::string strLaunch = WriteLaunch(

@@ -12,6 +12,11 @@ namespace KestrelTool
 namespace
 {
 
+/// What the machine's loader says where no driver is installed, as its extension of the ICD defines it.
+const cl_int s_nNoPlatform = -1001;
+const char* const s_pszWhatToInstall =
+    ": install that of the device, with its file in /etc/OpenCL/vendors, or leave out --platform system";
+
 /// The whole of an image, as the calls that read and write images take it.
 struct SImageRegion
 {
@@ -144,7 +149,13 @@ void CLaunch::CheckSizes(cl_int nCode) const
 void CLaunch::ChooseDevice()
 {
     cl_uint nPlatforms = 0;
-    Check(m_Lib.cl.clGetPlatformIDs(0, nullptr, &nPlatforms), "clGetPlatformIDs");
+    const cl_int nCode = m_Lib.cl.clGetPlatformIDs(0, nullptr, &nPlatforms);
+    if (nCode == s_nNoPlatform || (nCode == CL_SUCCESS && nPlatforms == 0))
+    {
+        throw CPlatformError(std::string("this machine's OpenCL loader finds no driver in /etc/OpenCL/vendors") +
+                             s_pszWhatToInstall);
+    }
+    Check(nCode, "clGetPlatformIDs");
     std::vector<cl_platform_id> vPlatforms(nPlatforms);
     Check(m_Lib.cl.clGetPlatformIDs(nPlatforms, vPlatforms.data(), nullptr), "clGetPlatformIDs");
 
@@ -172,7 +183,7 @@ void CLaunch::ChooseDevice()
     }
     if (m_File.strDevice.empty())
     {
-        throw CPlatformError("the OpenCL runtime has no GPU");
+        throw CPlatformError(std::string("no OpenCL driver here has a GPU") + s_pszWhatToInstall);
     }
     throw CLaunchFileError(m_File.strPath + ": device names none of the runtime's: \"" + m_File.strDevice + "\"");
 }
