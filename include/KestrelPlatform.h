@@ -117,6 +117,26 @@ struct SPlatformEnd
     uint64_t nWorkItem;    ///< the first one that was active there; ~0 if the run was never under way
 };
 
+/// Where work-items were when a kernel run was stopped under way.
+enum EPlatformWhere
+{
+    PLATFORM_WHERE_AT = 0,   ///< at an instruction: the end of a loop or the head of a function
+    PLATFORM_WHERE_BARRIER,  ///< at one, waiting for others of their work-group
+    PLATFORM_WHERE_BESIDE,   ///< waiting until others go on with whom they execute, or at the end before them
+    PLATFORM_WHERE_ENDED,    ///< with their whole work-group
+    PLATFORM_WHERE_NOT_BEGUN ///< in work-groups that hadn't begun
+};
+
+struct SPlatformPlace
+{
+    uint32_t nWhere;       ///< an EPlatformWhere
+    uint32_t nInstruction; ///< of the first two; else ~0
+    uint64_t nItems;
+    uint64_t nWorkItem; ///< the lowest of them; ~0 if that isn't known
+    uint64_t nLeast;    ///< of the end of a loop: its passes since it was entered last, the fewest and the most
+    uint64_t nMost;
+};
+
 /// The sizes of a kernel run; 1 for dimensions that it hasn't got.
 struct SPlatformSizes
 {
@@ -282,6 +302,9 @@ struct SPlatformControl
     /// What has been found in the last kernel run, ordered by instruction; up to nFindings of it. It is the same
     /// whatever the order of groups. \return how many there are, 4,096 at most
     uint32_t (*GetFindings)(struct SPlatformFinding* pFindings, uint32_t nFindings);
+    /// Where the work-items of the last kernel run were, if it was stopped under way, by BreakRuns or at the limit of
+    /// instructions; up to nPlaces places. Together they have all work-items. \return how many there are
+    uint32_t (*GetPlaces)(struct SPlatformPlace* pPlaces, uint32_t nPlaces);
 };
 
 /// The function that gives the table: its name, and its type.

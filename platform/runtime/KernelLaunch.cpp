@@ -317,6 +317,7 @@ struct SLastFault
     std::vector<cl_ulong> m_vVisits; ///< of the last run that was counted
     std::vector<SPlatformProfile> m_vProfile;
     std::vector<SPlatformFinding> m_vFindings;
+    std::vector<SPlatformPlace> m_vPlaces;
     std::optional<SPlatformWatch> m_watch; ///< for runs to come
     std::vector<SPlatformAccess> m_vAccesses;
     SPlatformSizes m_sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
@@ -377,6 +378,7 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
     last.m_sizes = MakeSizes(prepared.m_launch);
     last.m_vBuffers.swap(prepared.m_vBuffers);
     last.m_vFindings.swap(result.vFindings);
+    last.m_vPlaces.swap(result.vPlaces);
     if (result.eStatus == SLaunchResult::Complete && !result.vVisits.empty())
         last.m_vVisits.assign(result.vVisits.begin(), result.vVisits.end());
     if (result.eStatus == SLaunchResult::Complete && !result.vProfile.empty())
@@ -505,6 +507,11 @@ cl_uint GiveLast(std::vector<T> SLastFault::*pvKept, T* pTo, cl_uint nCount)
 }
 
 } // namespace
+
+cl_uint GetPlaces(SPlatformPlace* pPlaces, cl_uint nPlaces)
+{
+    return GiveLast(&SLastFault::m_vPlaces, pPlaces, nPlaces);
+}
 
 cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers)
 {

@@ -40,6 +40,8 @@ cl_uint GetFaultRecords(SPlatformFaultRecord* pRecords, cl_uint nRecords);
 void BreakRuns(bool bBreak);
 /// How the last kernel run ended.
 SPlatformEnd GetLastEnd();
+/// Where its work-items were if it was stopped under way, up to nPlaces places. \return how many there are
+cl_uint GetPlaces(SPlatformPlace* pPlaces, cl_uint nPlaces);
 /// The sizes of the last kernel run.
 SPlatformSizes GetLastSizes();
 /// Its buffers, up to nBuffers of them. \return how many there were

@@ -126,6 +126,11 @@ uint32_t ReadFindings(SPlatformFinding* pFindings, uint32_t nFindings)
     return Runtime::GetFindings(pFindings, nFindings);
 }
 
+uint32_t ReadPlaces(SPlatformPlace* pPlaces, uint32_t nPlaces)
+{
+    return Runtime::GetPlaces(pPlaces, nPlaces);
+}
+
 void ResetAll()
 {
     Runtime::SetChecks(0);
@@ -169,6 +174,7 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadAccesses,
         &SwitchChecks,
         &ReadFindings,
+        &ReadPlaces,
     };
     return &s_control;
 }

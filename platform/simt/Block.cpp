@@ -114,7 +114,28 @@ bool CBlock::Limit(const SMicroOp& step)
             ++nLane;
         m_Context.Stop(bBreak, step.nInstruction, GetWorkItem(nLane));
     }
-    return m_Context.bStop.load(std::memory_order_relaxed);
+    const bool bStop = m_Context.bStop.load(std::memory_order_relaxed);
+    m_pStoppedAt = bStop ? &step : nullptr;
+    return bStop;
+}
+
+void CBlock::TellPlaces(EState eState) const
+{
+    const SMicroOp* const pAt = eState == Stopped ? m_pStoppedAt : nullptr;
+    const bool bBegun = eState == AtBarrier || (pAt && (pAt->eKind != MICRO_ENTER || pAt->nAux != 0));
+    if (!bBegun)
+        return m_Context.AddPlace({eState == Done ? PLATFORM_WHERE_ENDED : PLATFORM_WHERE_NOT_BEGUN,
+                                   SItem::NoInstruction, m_nLive, GetWorkItem(0), 0, 0});
+    uint32_t nLane = 0;
+    while (nLane + 1 < m_nLive && !IsActive(nLane))
+        ++nLane;
+    const uint64_t nPasses = pAt && pAt->eKind == MICRO_END_LOOP ? m_vBranches[pAt->rows.d[0]].nPasses : 0;
+    if (m_nActive != 0)
+        m_Context.AddPlace({pAt ? PLATFORM_WHERE_AT : PLATFORM_WHERE_BARRIER, pAt ? pAt->nInstruction : m_nBarrier,
+                            m_nActive, GetWorkItem(nLane), nPasses, nPasses});
+    if (m_nActive != m_nLive)
+        m_Context.AddPlace(
+            {PLATFORM_WHERE_BESIDE, SItem::NoInstruction, m_nLive - m_nActive, GetFirstMissing(false), 0, 0});
 }
 
 void CBlock::OpenBranch(const SMicroOp& step, uint32_t bInvert)
@@ -204,6 +225,7 @@ void CBlock::RunUniform(const SMicroOp& step) const
 
 void CBlock::Loop(const SMicroOp& step)
 {
+    m_vBranches[step.rows.d[0]].nPasses = 0;
     ClearRow(step.rows.d[0]);
     if (step.nFlags)
         ClearRow(step.rows.d[1]);
@@ -215,6 +237,7 @@ void CBlock::Loop(const SMicroOp& step)
 void CBlock::EndLoop(const SMicroOp& step)
 {
     m_Pending.Pass();
+    ++m_vBranches[step.rows.d[0]].nPasses;
     uint32_t* const pMask = Row(s_nMaskRow);
     if (step.nFlags)
     {

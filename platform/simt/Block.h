@@ -58,8 +58,13 @@ struct SLaunchContext
     /// \param nIndex  in its group, both linear
     uint64_t FindWorkItem(uint64_t nGroup, uint32_t nIndex) const;
 
-    CFindings* pFindings = nullptr;    ///< also takes faults; null for none
-    std::vector<SFaultRecord> vFaults; ///< by work-item and instruction; its room is made before the launch
+    /// Tells where work-items are that a stop has met. nWorkItem and passes are those of one block.
+    void AddPlace(const SPlatformPlace& told);
+
+    std::atomic<uint64_t> nEnded{0};     ///< work-items of jobs that have run to their end
+    std::vector<SPlatformPlace> vPlaces; ///< under faultMutex; its room is made before the launch
+    CFindings* pFindings = nullptr;      ///< also takes faults; null for none
+    std::vector<SFaultRecord> vFaults;   ///< by work-item and instruction; its room is made before the launch
 
 private:
     void KeepFault(const SFaultRecord& fault);
@@ -87,6 +92,9 @@ public:
     void Start(uint64_t nFirstGroup, IBlockRecorder* pTrace);
     /// Runs to the end, to a barrier that other blocks must reach too, or to the limit.
     EState Run();
+
+    /// Where its work-items are, of which Run has last given a state; Running if it hasn't been called.
+    void TellPlaces(EState eState) const;
 
     uint32_t GetActive() const { return m_nActive; }
     uint32_t GetLive() const { return m_nLive; }
@@ -146,10 +154,11 @@ private:
     /// What an open if, or a call with a condition, will go back to.
     struct SBranch
     {
-        SLaneSpan span;      ///< before it
-        uint32_t nRest = 0;  ///< lanes in its row
-        bool bTaken = false; ///< all of an if that takes all or none went into its first part
-        bool bOther = false; ///< its other part has begun, or been passed
+        SLaneSpan span;       ///< before it
+        uint32_t nRest = 0;   ///< lanes in its row
+        bool bTaken = false;  ///< all of an if that takes all or none went into its first part
+        bool bOther = false;  ///< its other part has begun, or been passed
+        uint64_t nPasses = 0; ///< of a loop, in place of all these, since it was entered last
     };
 
     void ClearRow(uint32_t nRow) { m_Lanes.pfFill(Row(nRow), 0, 0, s_nLanes); }
@@ -253,6 +262,7 @@ private:
     uint32_t m_nLast = 0; ///< m_nEnd, or the end of the lanes in use if that comes first
     uint32_t m_nStep = 0;
     uint64_t m_nExecuted = 0;
+    const SMicroOp* m_pStoppedAt = nullptr;
     std::vector<uint32_t> m_vReturns;    ///< by body: step behind its call
     std::vector<SBranch> m_vBranches;    ///< by the row that keeps the lanes of the other part
     std::vector<uint32_t> m_vLocalShift; ///< by lane: where its group's local memory begins

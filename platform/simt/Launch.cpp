@@ -22,6 +22,10 @@ namespace KestrelPlatform
 namespace
 {
 
+/// Instructions at which work-items are told of; those at others count as beside them.
+constexpr size_t s_nMostPlaces = 256;
+constexpr size_t s_nOtherPlaces = 3;
+
 /// Rounding to nearest and IEEE denormals, whatever the calling thread has set.
 class CFloatDefaults
 {
@@ -46,7 +50,7 @@ public:
         : m_Context(context), m_Pending(nThread),
           m_vLocal((static_cast<size_t>(context.nLocalBytes) * context.nGroupsPerBlock + 7) / 8 + 1)
     {
-        m_vDone.reserve(context.nBlocksPerGroup);
+        m_vStates.reserve(context.nBlocksPerGroup);
         if (pChecks)
             m_pChecks = std::make_unique<SThreadChecks>(*pChecks);
         unsigned char* const pLocal = reinterpret_cast<unsigned char*>(m_vLocal.data());
@@ -72,6 +76,8 @@ public:
         for (uint64_t n = nFirst; n < nEnd && !m_Context.bStop.load(std::memory_order_relaxed); ++n)
             Run(n * m_Context.nGroupsPerBlock);
         m_Pending.Flush();
+        m_Context.nEnded += m_nEnded;
+        m_nEnded = 0;
     }
 
 private:
@@ -80,18 +86,26 @@ private:
         std::fill(m_vLocal.begin(), m_vLocal.end(), 0);
         for (size_t n = 0; n < m_vBlocks.size(); ++n)
             m_vBlocks[n]->Start(nFirstGroup, m_vRecorders.empty() ? nullptr : m_vRecorders[n].get());
+        m_vStates.assign(m_vBlocks.size(), CBlock::Running);
         if (m_vBlocks.size() == 1)
-            m_vBlocks[0]->Run();
+            m_vStates[0] = m_vBlocks[0]->Run();
         else
             RunInSteps();
+        if (std::find(m_vStates.begin(), m_vStates.end(), CBlock::Stopped) == m_vStates.end())
+        {
+            for (const std::unique_ptr<CBlock>& pBlock : m_vBlocks)
+                m_nEnded += pBlock->GetLive();
+            return;
+        }
+        for (size_t n = 0; n < m_vBlocks.size(); ++n)
+            m_vBlocks[n]->TellPlaces(m_vStates[n]);
     }
 
     /// The blocks of one group, each to its next barrier, until all are done. Blocks that wait at
     /// different barriers go on together: what is missing at one is counted.
     void RunInSteps()
     {
-        std::vector<bool>& vDone = m_vDone;
-        vDone.assign(m_vBlocks.size(), false);
+        const auto isDone = [this](size_t n) { return m_vStates[n] == CBlock::Done; };
         for (;;)
         {
             uint32_t nHere = 0;
@@ -100,20 +114,19 @@ private:
             uint64_t nMissing = ~uint64_t(0);
             for (size_t n = 0; n < m_vBlocks.size(); ++n)
             {
-                if (vDone[n])
+                if (isDone(n))
                 {
                     nMissing = std::min(nMissing, m_vBlocks[n]->GetFirstMissing(true));
                     continue;
                 }
-                const CBlock::EState eState = m_vBlocks[n]->Run();
-                if (eState == CBlock::Stopped)
+                m_vStates[n] = m_vBlocks[n]->Run();
+                if (m_vStates[n] == CBlock::Stopped)
                     return;
-                vDone[n] = eState == CBlock::Done;
-                nBarrier = vDone[n] || bWaiting ? nBarrier : m_vBlocks[n]->GetBarrier();
-                bWaiting = bWaiting || !vDone[n];
-                nHere += vDone[n] ? 0 : m_vBlocks[n]->GetActive();
-                if (vDone[n] || m_vBlocks[n]->GetActive() != m_vBlocks[n]->GetLive())
-                    nMissing = std::min(nMissing, m_vBlocks[n]->GetFirstMissing(vDone[n]));
+                nBarrier = isDone(n) || bWaiting ? nBarrier : m_vBlocks[n]->GetBarrier();
+                bWaiting = bWaiting || !isDone(n);
+                nHere += isDone(n) ? 0 : m_vBlocks[n]->GetActive();
+                if (isDone(n) || m_vBlocks[n]->GetActive() != m_vBlocks[n]->GetLive())
+                    nMissing = std::min(nMissing, m_vBlocks[n]->GetFirstMissing(isDone(n)));
             }
             if (!bWaiting)
                 return;
@@ -128,7 +141,8 @@ private:
     std::vector<std::unique_ptr<CBlock>> m_vBlocks;
     std::unique_ptr<SThreadChecks> m_pChecks;
     std::vector<std::unique_ptr<IBlockRecorder>> m_vRecorders; ///< by block, or none
-    std::vector<bool> m_vDone;
+    std::vector<CBlock::EState> m_vStates;                     ///< of blocks; Running before they have run
+    uint64_t m_nEnded = 0;                                     ///< work-items of a piece's jobs
 };
 
 std::vector<uint32_t> BufferZero(const SLaunch& launch, const uint64_t* pGroups)
@@ -153,6 +167,7 @@ SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
     : launch(launchIn), code(codeIn), lanes(GetLaneTable())
 {
     vFaults.reserve(s_nFaultRecords);
+    vPlaces.reserve(s_nMostPlaces + s_nOtherPlaces);
     for (uint32_t n = 0; n < 3; ++n)
         nGroups[n] = launch.nLocalSize[n] ? launch.nGlobalSize[n] / launch.nLocalSize[n] : 0;
     nGroupCount = nGroups[0] * nGroups[1] * nGroups[2];
@@ -248,6 +263,26 @@ void SLaunchContext::Stop(bool bByBreak, uint32_t nInstruction, uint64_t nWorkIt
     bStop = true;
 }
 
+void SLaunchContext::AddPlace(const SPlatformPlace& told)
+{
+    std::lock_guard<std::mutex> lock(faultMutex);
+    SPlatformPlace place = told;
+    if (vPlaces.size() >= s_nMostPlaces && place.nInstruction != SItem::NoInstruction)
+        place = {PLATFORM_WHERE_BESIDE, SItem::NoInstruction, place.nItems, place.nWorkItem, 0, 0};
+    const auto it = std::find_if(vPlaces.begin(), vPlaces.end(),
+                                 [&](const SPlatformPlace& other)
+                                 { return other.nWhere == place.nWhere && other.nInstruction == place.nInstruction; });
+    if (it == vPlaces.end())
+    {
+        vPlaces.push_back(place);
+        return;
+    }
+    it->nItems += place.nItems;
+    it->nWorkItem = std::min(it->nWorkItem, place.nWorkItem);
+    it->nLeast = std::min(it->nLeast, place.nLeast);
+    it->nMost = std::max(it->nMost, place.nMost);
+}
+
 /// Keeps the lowest, so that every run gives the same ones.
 void SLaunchContext::KeepFault(const SFaultRecord& fault)
 {
@@ -277,6 +312,25 @@ std::vector<SPlatformFinding> FinishChecks(SCheckTotals& checks)
     if (context.bStop && !context.bBroken && (context.launch.nChecks & PLATFORM_CHECK_BARRIER))
         checks.findings.Add(MakeFinding(PLATFORM_FINDING_HANG, context.nStopInstruction, context.nStopWorkItem));
     return checks.findings.List();
+}
+
+/// Where the work-items of a launch that was stopped are: to those that blocks have told of come the rest.
+std::vector<SPlatformPlace> FinishPlaces(SLaunchContext& context)
+{
+    const auto add = [&](EPlatformWhere eWhere, uint64_t nItems)
+    {
+        if (nItems != 0)
+            context.AddPlace({eWhere, SItem::NoInstruction, nItems, ~uint64_t(0), 0, 0});
+    };
+    add(PLATFORM_WHERE_ENDED, context.nEnded);
+    uint64_t nTold = 0;
+    for (const SPlatformPlace& place : context.vPlaces)
+        nTold += place.nItems;
+    add(PLATFORM_WHERE_NOT_BEGUN, context.nGroupCount * context.nGroupSize - nTold);
+    std::sort(context.vPlaces.begin(), context.vPlaces.end(),
+              [](const SPlatformPlace& left, const SPlatformPlace& right)
+              { return std::tie(left.nWhere, left.nInstruction) < std::tie(right.nWhere, right.nInstruction); });
+    return std::move(context.vPlaces);
 }
 
 } // namespace
@@ -351,7 +405,10 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         result.nStopInstruction = context.nStopInstruction;
         result.nStopWorkItem = context.nStopWorkItem;
         if (context.bStop)
+        {
             result.eStatus = context.bBroken ? SLaunchResult::Broken : SLaunchResult::InstructionLimit;
+            result.vPlaces = FinishPlaces(context);
+        }
         // A thread without memory leaves its groups to the others; only if there was none are they undone.
         // What is checked needs memory under way, so that a group may not have ended.
         else if (bNoMemory && (bChecks || shares.IsAnyLeft()))

@@ -135,6 +135,7 @@ struct SLaunchResult
     EStatus eStatus = Complete;
     uint32_t nStopInstruction = 0;         ///< of a stopped run: where a block of it was
     uint64_t nStopWorkItem = ~uint64_t(0); ///< the first that was active there
+    std::vector<SPlatformPlace> vPlaces;   ///< likewise: where all work-items were
     uint64_t nBadAccesses = 0;
     SBadAccess firstBadAccess;
     uint64_t nUnreachedBarriers = 0; ///< barriers that part of a work-group didn't reach

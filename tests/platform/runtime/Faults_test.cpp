@@ -192,6 +192,16 @@ TEST_F(CFaultsTest, RunsAreBrokenOffAndSayWhereTheyWere)
         cl.clGetEventInfo(running, CL_EVENT_COMMAND_EXECUTION_STATUS, sizeof(nStatus), &nStatus, nullptr);
     Control().BreakRuns(1);
     EXPECT_EQ(waitFor(running), CL_OUT_OF_RESOURCES);
+    std::vector<SPlatformPlace> vPlaces(Control().GetPlaces(nullptr, 0));
+    Control().GetPlaces(vPlaces.data(), static_cast<uint32_t>(vPlaces.size()));
+    uint64_t nItems = 0;
+    for (const SPlatformPlace& place : vPlaces)
+    {
+        nItems += place.nItems;
+        EXPECT_TRUE(place.nWhere == PLATFORM_WHERE_AT || place.nWhere == PLATFORM_WHERE_NOT_BEGUN) << place.nWhere;
+        EXPECT_EQ(place.nWhere == PLATFORM_WHERE_AT, place.nMost != 0);
+    }
+    EXPECT_EQ(nItems, nGlobal);
     Control().GetLastEnd(&end);
     EXPECT_EQ(end.nEnd, static_cast<uint32_t>(PLATFORM_END_BROKEN));
     EXPECT_LT(end.nWorkItem, nGlobal);
