@@ -246,6 +246,16 @@ extern "C"
  *  command intercept. */
 #define OVKCLDEBUG_ENQUEUE_NO_INTERCEPT (-5004)
 
+/**
+ * Extension: what the functions of the client's own dispatch table (ovkclDebugSetDispatchTable) give in place of a code
+ * of OpenCL's where the client wants no more of a kernel run: clEnqueueNDRangeKernel doesn't make it, or clFinish or
+ * clWaitForEvents comes back from one that was broken off. The movement is given up, and the session halts where it
+ * began, be it in front of the first instruction; a way back halts at the earliest stop that it had come to. The
+ * client's buffers hold what they held before. Registers that the movement had already read are read again when they
+ * are asked for.
+ */
+#define OVKCLDEBUG_EXT_RUN_BROKEN_OFF (-5100)
+
     /* ------------------------------------------------------------------------- the OpenCL runtime in use */
 
     /**

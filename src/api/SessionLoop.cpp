@@ -1,5 +1,6 @@
 #include "api/SessionLoop.h"
 
+#include "OVKKestrel.h"
 #include "api/ApiTrace.h"
 #include "api/DispatchTable.h"
 #include "api/KernelDebugState.h"
@@ -116,23 +117,18 @@ bool EndDebugRun(CShaderDebuggerHostCL& host, bool bDeliver) noexcept
     }
 }
 
-/// Drops the debug run and runs the client's kernel from its start.
-void FinishUnpatched(CKernelDebugState& state, cl_command_queue command_queue, cl_kernel kernel, cl_uint work_dim,
-                     const size_t* global_work_offset, const size_t* global_work_size,
-                     const size_t* local_work_size) noexcept
+/// Runs the client's kernel from its start. \return what to say if it didn't come to its end; null if it did
+const char* RunUnpatched(CKernelDebugState& state, const SLaunch& launch) noexcept
 {
-    CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
-    EndDebugRun(host, false);
-
     const size_t* pLocalSize =
-        OVK_ShaderDebugger::GetWorkGroupSize(work_dim, local_work_size) != 0 ? local_work_size : nullptr;
+        OVK_ShaderDebugger::GetWorkGroupSize(launch.nWorkDim, launch.pLocalSize) != 0 ? launch.pLocalSize : nullptr;
     cl_event event = nullptr;
-    state.m_nUnpatchedCode = CallCL(g_CLDispatchTable.EnqueueNDRangeKernel, command_queue, kernel, work_dim,
-                                    global_work_offset, global_work_size, pLocalSize, cl_uint(0), nullptr, &event);
+    state.m_nUnpatchedCode =
+        CallCL(g_CLDispatchTable.EnqueueNDRangeKernel, launch.queue, launch.kernel, launch.nWorkDim,
+               launch.pGlobalOffset, launch.pGlobalSize, pLocalSize, cl_uint(0), nullptr, &event);
     if (state.m_nUnpatchedCode != CL_SUCCESS)
     {
-        SetLastError(host, "The kernel could not be enqueued.");
-        return;
+        return "The kernel could not be enqueued.";
     }
     state.m_bUnpatchedLaunched = true;
     state.m_nUnpatchedCode = CallCL(g_CLDispatchTable.WaitForEvents, cl_uint(1), &event);
@@ -140,10 +136,45 @@ void FinishUnpatched(CKernelDebugState& state, cl_command_queue command_queue, c
     CLD_Assert(nReleaseCode == CL_SUCCESS);
     if (state.m_nUnpatchedCode != CL_SUCCESS)
     {
-        SetLastError(host, "The kernel did not run to its end.");
-        return;
+        return "The kernel did not run to its end.";
     }
     state.m_bFastContinue = true;
+    return nullptr;
+}
+
+/// Drops the debug run and runs the client's kernel from its start.
+void FinishUnpatched(CKernelDebugState& state, const SLaunch& launch) noexcept
+{
+    EndDebugRun(*state.m_pShaderDebuggerHost, false);
+    if (const char* pszReason = RunUnpatched(state, launch))
+    {
+        SetLastError(*state.m_pShaderDebuggerHost, pszReason);
+    }
+}
+
+/// The same for a client that goes on without a breakpoint. It may want no more of the run: the session goes on then,
+/// with memory as it was. \return whether it does
+bool FinishOrReturn(CKernelDebugState& state, const SLaunch& launch)
+{
+    CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
+    const char* pszReason = RunUnpatched(state, launch);
+    if (state.m_nUnpatchedCode == OVKCLDEBUG_EXT_RUN_BROKEN_OFF)
+    {
+        // A queue may keep the failure for whoever waits for it next, and that is to be no later run.
+        CallCL(g_CLDispatchTable.Finish, launch.queue);
+    }
+    if (state.m_nUnpatchedCode == OVKCLDEBUG_EXT_RUN_BROKEN_OFF && host.RestoreArguments())
+    {
+        state.m_bUnpatchedLaunched = false;
+        state.m_nUnpatchedCode = CL_SUCCESS;
+        return true;
+    }
+    EndDebugRun(host, false);
+    if (pszReason != nullptr)
+    {
+        SetLastError(host, pszReason);
+    }
+    return false;
 }
 
 /// Does what the client answered. \return true if the debugger has stopped again
@@ -153,8 +184,8 @@ bool Obey(unsigned int nCommand, CKernelDebugState& state, const SLaunch& launch
     switch (nCommand)
     {
     case OVKCLDEBUG_COMMAND_CONTINUE:
-        return DoContinue(&state, launch.queue, launch.kernel, launch.nWorkDim, launch.pGlobalOffset,
-                          launch.pGlobalSize, launch.pLocalSize);
+        state.m_bFastContinue = false;
+        return host.GetBreakPointsAsLineNumbers(nullptr) != 0 ? host.Run() : FinishOrReturn(state, launch);
     case OVKCLDEBUG_COMMAND_STEP:
         return host.Step();
     case OVKCLDEBUG_COMMAND_EXT_STEP_BACK:
@@ -166,8 +197,7 @@ bool Obey(unsigned int nCommand, CKernelDebugState& state, const SLaunch& launch
         return true;
     default:
         OVK_ShaderDebugger::CLD_Report("DoDebugging", "CLD_Break", "\"Unrecognized debug command\"");
-        FinishUnpatched(state, launch.queue, launch.kernel, launch.nWorkDim, launch.pGlobalOffset, launch.pGlobalSize,
-                        launch.pLocalSize);
+        FinishUnpatched(state, launch);
         return false;
     }
 }
@@ -214,24 +244,6 @@ bool StartSession(CSessionLock& lock, CKernelDebugState& state)
 
 } // namespace
 
-bool DoContinue(CKernelDebugState* pKernelDebugState, cl_command_queue command_queue, cl_kernel kernel,
-                cl_uint work_dim, const size_t* global_work_offset, const size_t* global_work_size,
-                const size_t* local_work_size)
-{
-    if (pKernelDebugState == nullptr || pKernelDebugState->m_pShaderDebuggerHost == nullptr)
-    {
-        return false;
-    }
-    pKernelDebugState->m_bFastContinue = false;
-    if (pKernelDebugState->m_pShaderDebuggerHost->GetBreakPointsAsLineNumbers(nullptr) != 0)
-    {
-        return pKernelDebugState->m_pShaderDebuggerHost->Run();
-    }
-    FinishUnpatched(*pKernelDebugState, command_queue, kernel, work_dim, global_work_offset, global_work_size,
-                    local_work_size);
-    return false;
-}
-
 bool DoDebugging(CKernelDebugState* pKernelDebugState)
 {
     CSessionLock lock;
@@ -273,8 +285,7 @@ bool DoDebugging(CKernelDebugState* pKernelDebugState)
     if (!state.m_bFastContinue && !(bUsable && EndDebugRun(host, true)))
     {
         CLD_Log("Error: The results could not be handed over, and the kernel runs again.\n");
-        FinishUnpatched(state, launch.queue, launch.kernel, launch.nWorkDim, launch.pGlobalOffset, launch.pGlobalSize,
-                        launch.pLocalSize);
+        FinishUnpatched(state, launch);
     }
     return true;
 }

@@ -1,10 +1,6 @@
 #ifndef KESTREL_API_SESSIONLOOP_H
 #define KESTREL_API_SESSIONLOOP_H
 
-#include <CL/cl.h>
-
-#include <cstddef>
-
 namespace Kestrel
 {
 
@@ -15,12 +11,6 @@ class CKernelDebugState;
 /// of each call of the client's callback.
 /// \return true if the session ended with the finished event. The state stays the caller's, open or not
 bool DoDebugging(CKernelDebugState* pKernelDebugState);
-
-/// One continue, under the lock: to the next breakpoint, or without any to the end, on the client's own kernel.
-/// \return true if the debugger has stopped again
-bool DoContinue(CKernelDebugState* pKernelDebugState, cl_command_queue command_queue, cl_kernel kernel,
-                cl_uint work_dim, const size_t* global_work_offset, const size_t* global_work_size,
-                const size_t* local_work_size);
 
 } // namespace Kestrel
 

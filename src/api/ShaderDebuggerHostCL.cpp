@@ -1,5 +1,7 @@
 #include "api/ShaderDebuggerHostCL.h"
 
+#include "OVKKestrel.h"
+
 #include "api/DispatchTable.h"
 #include "core/CLLogger.h"
 #include "core/ShaderDebuggerVariables.h"
@@ -226,9 +228,14 @@ bool CShaderDebuggerHostCL::ExecuteShader()
         return CLD_Break("Error: Local group size is too large.");
     }
     const size_t* pLocalSize = nTargetWorkGroupSize != 0 ? m_nLocalSize : nullptr;
-    return CallCL(g_CLDispatchTable.EnqueueNDRangeKernel, m_Queue, kernel, m_nNumDim, m_nGlobalOffset, m_nGlobalSize,
-                  pLocalSize, cl_uint(0), nullptr, nullptr) == CL_SUCCESS &&
-           CallCL(g_CLDispatchTable.Finish, m_Queue) == CL_SUCCESS;
+    cl_int nCode = CallCL(g_CLDispatchTable.EnqueueNDRangeKernel, m_Queue, kernel, m_nNumDim, m_nGlobalOffset,
+                          m_nGlobalSize, pLocalSize, cl_uint(0), nullptr, nullptr);
+    if (nCode == CL_SUCCESS)
+    {
+        nCode = CallCL(g_CLDispatchTable.Finish, m_Queue);
+    }
+    SetBrokenOff(IsBrokenOff() || nCode == OVKCLDEBUG_EXT_RUN_BROKEN_OFF);
+    return nCode == CL_SUCCESS;
 }
 
 void CShaderDebuggerHostCL::LogMessage(LogType, const std::string& strMessage)

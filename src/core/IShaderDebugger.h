@@ -36,6 +36,8 @@ public:
     virtual void EndDebugging(bool bUpdateOriginalBuffers) = 0;
     /// Whether the last end that was to hand over the results did so. If not, the buffers are as they were.
     virtual bool HasDeliveredResults() const { return true; }
+    /// Gives the buffers of the real kernel what they held at the start of the run, which goes on.
+    virtual bool RestoreArguments() { return false; }
     virtual bool IsDebugging() const = 0;
     /// A profiling run: always false.
     virtual bool Profile(const void* pShaderData, size_t nShaderSize, ProfileResults& rResults,

@@ -54,6 +54,11 @@ bool CShaderDebuggerHost::HasDeliveredResults() const
     FORWARD_OR(true, HasDeliveredResults());
 }
 
+bool CShaderDebuggerHost::RestoreArguments()
+{
+    FORWARD(RestoreArguments());
+}
+
 bool CShaderDebuggerHost::IsDebugging() const
 {
     FORWARD(IsDebugging());

@@ -25,6 +25,7 @@ public:
                         Mode mode) override;
     void EndDebugging(bool bUpdateOriginalBuffers) override;
     bool HasDeliveredResults() const override;
+    bool RestoreArguments() override;
     bool IsDebugging() const override;
     bool Profile(const void* pShaderData, size_t nShaderSize, ProfileResults& rResults, ShaderLinkage* pLinkageData,
                  ThreadID* pDimensions, Mode mode) override;
@@ -107,6 +108,10 @@ public:
     virtual void GetDeviceName(std::string& strDeviceName);
     virtual CShaderDebuggerDevice* GetDevice() const { return m_pDevice; }
 
+    /// Whether a run has been broken off, by whoever is in front of the runtime, since this was last taken back.
+    bool IsBrokenOff() const { return m_bBrokenOff; }
+    void SetBrokenOff(bool bBrokenOff) { m_bBrokenOff = bBrokenOff; }
+
     IShaderDebugger* GetDebugger() const { return m_pDebugger; }
     /// Takes over the debugger. There must be none yet, and the argument must not be null.
     void RegisterDebugger(IShaderDebugger* pDebugger);
@@ -114,6 +119,9 @@ public:
 protected:
     IShaderDebugger* m_pDebugger;
     CShaderDebuggerDevice* m_pDevice;
+
+private:
+    bool m_bBrokenOff = false;
 };
 
 } // namespace OVK_ShaderDebugger

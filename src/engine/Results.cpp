@@ -114,11 +114,18 @@ std::unique_ptr<CShaderDebuggerBuffer> CShaderDebuggerIL::ReadExecMask()
 void CShaderDebuggerIL::FileExecMask(CShaderDebuggerResult& result,
                                      std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive)
 {
+    m_bMaskStale = false;
     if (bAllActive && result.HasFullExecMask())
     {
         m_pSpareExecMask = std::move(pExecMaskBuffer);
         return;
     }
+    // With values on demand one result has the masks of all stops.
+    if (m_bValuesOnDemand && !m_bMaskFiled && result.GetExecMask() != nullptr)
+    {
+        m_KeptMask.Keep(*result.GetExecMask(), result.HasFullExecMask());
+    }
+    m_bMaskFiled = true;
     m_pSpareExecMask.reset(result.ExchangeExecMask(pExecMaskBuffer.release(), bAllActive));
 }
 
@@ -179,6 +186,12 @@ void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebug
     m_pLastTouchedResult = pResult;
     pResult->SetProgramCounter(pc, RegisterMask(0));
     FileExecMask(*pResult, std::move(pExecMaskBuffer), bAllActive);
+}
+
+void CShaderDebuggerIL::FileStopMask(const ProgramCounter& pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMask)
+{
+    const bool bAllActive = pExecMask->GetActiveItemCount(0) == pExecMask->GetItemCount();
+    FileMask(pc, std::move(pExecMask), bAllActive);
 }
 
 /// \param pValues  null if the register's own buffer has them

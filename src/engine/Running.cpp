@@ -1,4 +1,5 @@
 #include "core/Log.h"
+#include "core/ShaderDebuggerHost.h"
 #include "engine/OpCodeRoles.h"
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
@@ -34,8 +35,13 @@ bool CShaderDebuggerShaderIL::RunAsm()
         {
             walk = EWalk::End;
         }
+        walk = GetHost()->IsBrokenOff() ? EWalk::Failed : walk;
     }
-    DropResults(regPCMap);
+    // A movement that is given up leaves what it hasn't read as it was.
+    if (!GetHost()->IsBrokenOff())
+    {
+        DropResults(regPCMap);
+    }
     if (bArrived && m_MaskAt && *m_MaskAt == Here())
     {
         m_ExecuteList.clear();

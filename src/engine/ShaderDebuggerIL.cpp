@@ -196,39 +196,77 @@ bool CShaderDebuggerIL::Draw()
 
 bool CShaderDebuggerIL::EndMovement(bool bMoved)
 {
-    if (!bMoved && m_bIsDebugging)
+    if (!bMoved && m_bIsDebugging && GetCurrentShader() != nullptr)
     {
         m_bOutputsComplete = GetCurrentShader()->CompleteKernel();
     }
     return bMoved;
 }
 
-bool CShaderDebuggerIL::Step()
+/// One movement, with the first instruction in front of it if that hasn't been executed. If a run of it was broken off,
+/// the session is where it began.
+template <typename Action>
+bool CShaderDebuggerIL::Move(bool (CShaderDebuggerIL::*open)(), Action move)
 {
     ForgetValues();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && EndMovement(Open() && pShader->Step() && Execute() && pShader->PostStep());
+    if (pShader == nullptr)
+    {
+        return false;
+    }
+    GetHost()->SetBrokenOff(false);
+    bool bMoved = (this->*open)() && pShader->BeginMovement();
+    m_KeptMask.Forget();
+    m_bMaskFiled = false;
+    bMoved = bMoved && move(*pShader);
+    if (!GetHost()->IsBrokenOff())
+    {
+        return bMoved;
+    }
+    bool bSameStop = false;
+    if (m_bOpened && pShader->ReturnToStop(bSameStop))
+    {
+        m_bMaskStale = m_bMaskStale || (m_bMaskFiled && !(bSameStop && RestoreMask()));
+    }
+    return true;
+}
+
+/// Files the mask again that the present stop had before a movement that was given up.
+bool CShaderDebuggerIL::RestoreMask()
+{
+    CShaderDebuggerResult* pResult = FindResult(m_Results, s_szNoDestination);
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMask(pResult != nullptr ? pResult->ExchangeExecMask(nullptr, false)
+                                                                        : nullptr);
+    if (pExecMask == nullptr || !m_KeptMask.Restore(*pExecMask))
+    {
+        return false;
+    }
+    FileStopMask(GetCurrentInstruction(), std::move(pExecMask));
+    return true;
+}
+
+bool CShaderDebuggerIL::Step()
+{
+    return EndMovement(Move(&CShaderDebuggerIL::Open, [this](CShaderDebuggerShaderIL& shader)
+                            { return shader.Step() && Execute() && shader.PostStep(); }));
 }
 
 bool CShaderDebuggerIL::Run()
 {
-    ForgetValues();
-    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && EndMovement(OpenToRun() && pShader->Run() && Execute() && pShader->PostStep());
+    return EndMovement(Move(&CShaderDebuggerIL::OpenToRun, [this](CShaderDebuggerShaderIL& shader)
+                            { return shader.Run() && Execute() && shader.PostStep(); }));
 }
 
 bool CShaderDebuggerIL::Back()
 {
-    ForgetValues();
-    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && Open() && pShader->Back() && Execute() && pShader->PostBack();
+    return Move(&CShaderDebuggerIL::Open,
+                [this](CShaderDebuggerShaderIL& shader) { return shader.Back() && Execute() && shader.PostBack(); });
 }
 
 bool CShaderDebuggerIL::RunBack()
 {
-    ForgetValues();
-    CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    return pShader != nullptr && Open() && pShader->RunBack() && Execute() && pShader->PostBack();
+    return Move(&CShaderDebuggerIL::Open,
+                [this](CShaderDebuggerShaderIL& shader) { return shader.RunBack() && Execute() && shader.PostBack(); });
 }
 
 LineNumber CShaderDebuggerIL::GetCurrentLine() const

@@ -2,6 +2,7 @@
 #define KESTREL_ENGINE_SHADERDEBUGGERIL_H
 
 #include "core/ShaderDebuggerBase.h"
+#include "engine/KeptMask.h"
 
 #include <map>
 #include <memory>
@@ -32,6 +33,7 @@ public:
                         Mode mode) override;
     void EndDebugging(bool bUpdateOriginalBuffers) override;
     bool HasDeliveredResults() const override { return m_bResultsDelivered; }
+    bool RestoreArguments() override;
     bool GetShaderText(std::string& strShader, Mode textType) override;
     bool GetShaderText(const void* pShaderData, size_t nShaderSize, std::string& strShader, Mode textType) override;
     bool GetShaderKeyWords(KeyWordsList& keyWords, Mode textType) override;
@@ -135,6 +137,8 @@ public:
     /// Whether registers are read when they are asked for (ValuesOnDemand.cpp). No run is wanted for one then.
     bool HasValuesOnDemand() const { return m_bValuesOnDemand; }
     const CShaderDebuggerBuffer* BringExecMask(const ProgramCounter& pc);
+    /// Files the mask of the present stop, read again.
+    void FileStopMask(const ProgramCounter& pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMask);
     /// Re-aims the last touched result after a step back. \return false, with none touched, if nothing is found
     bool FindLastResult(const ProgramCounter& pc);
 
@@ -157,7 +161,10 @@ private:
     void CloseSession(bool bUpdateOriginalBuffers);
     bool Open();
     bool OpenToRun();
+    template <typename Action>
+    bool Move(bool (CShaderDebuggerIL::*open)(), Action move);
     bool EndMovement(bool bMoved);
+    bool RestoreMask();
 
     bool CreateOutputBuffers(BufferDesc desc);
     bool BringOutputBuffer(int nBuffer);
@@ -222,6 +229,9 @@ private:
     std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pValues; ///< of the last run for values; kept for the next
     unsigned int m_nValuesHeight = 0;                       ///< its rows
     BufferDesc m_OutputDesc;                                ///< of the values of one register
+    bool m_bMaskFiled = false;                              ///< by the last movement
+    bool m_bMaskStale = false;                              ///< it is that of a movement that was given up
+    CKeptMask m_KeptMask;                                   ///< the one that it has overwritten
     BufferDesc m_MaskDesc;
     std::set<std::string> m_Asked;       ///< registers asked for at the present stop
     std::set<std::string> m_AskedBefore; ///< at the stop before

@@ -102,6 +102,17 @@ public:
     /// The next patched kernel is made anew.
     void DropPatchedKernel() { RestoreShader(true); }
     std::vector<Register> FindWritten() const;
+    /// In front of a movement. \return false if what an earlier one has overwritten can't be read again
+    bool BeginMovement();
+    /// After a movement of which a run was broken off: to the stop where it began, or on a way back to the earliest one
+    /// that it had come to. No run is made for it.
+    /// \param[out] bSameStop  whether it is where it began
+    /// \return false if there is no stop
+    bool ReturnToStop(bool& bSameStop);
+    /// Reads the registers again that a movement had read before it was given up.
+    bool RestoreOverwritten();
+    /// Reads the mask of the present stop again.
+    bool ReadStopMask();
     bool ReadValues(const std::vector<Register>& vRegisters, unsigned int nPlane, CShaderDebuggerDeviceBuffer& values);
     /// Whether a work-item can leave a kernel, or not come to a function, without a store to the output buffers.
     bool CanMissStores() const { return m_bCanMissStores; }
@@ -161,6 +172,12 @@ private:
 
     class CCallStackScope;
 
+    enum class EValues
+    {
+        Now,
+        Later
+    };
+
     enum class EWalk
     {
         Moved,
@@ -217,7 +234,7 @@ private:
     void NoteWritten(const Register& reg);
     void NoteFiled(const ProgramCounter& pc, const Register& reg);
     void KeepFiling(const ProgramCounter& pc, const Register& reg);
-    bool GoBackTo(size_t nStop);
+    bool GoBackTo(size_t nStop, EValues eValues = EValues::Now);
     void RestoreResult(const Register& reg, bool bOneWrite);
     std::vector<SFiling> FindSources(const Register& reg) const;
     SFiling ReadingHere(const Register& reg) const;
@@ -331,11 +348,14 @@ private:
     bool m_bMemoryOnDevice = false;                                   ///< the device holds it, built
     std::map<unsigned int, std::vector<unsigned char>> m_LocalMemory; ///< by group; empty for one that isn't there
     std::optional<std::vector<SLocalBlock>> m_LocalBlocks;            ///< found when first asked for
-    std::deque<SStop> m_Stops;      ///< one for each entry of m_ExecutedStepHistory, newest at the back
-    SStop m_Pending;                ///< what the next stop takes over: registers written and filed since the last
-    CLaneLedger m_Ledger;           ///< belongs to m_nNextInstruction: where the work-items are in front of it
-    CLaneLedger m_CurrentLedger;    ///< the same of m_nCurrentInstruction
-    SSwitchEntries m_SwitchEntries; ///< of the last switch that was executed
+    std::deque<SStop> m_Stops;            ///< one for each entry of m_ExecutedStepHistory, newest at the back
+    SStop m_Pending;                      ///< what the next stop takes over: registers written and filed since the last
+    CLaneLedger m_Ledger;                 ///< belongs to m_nNextInstruction: where the work-items are in front of it
+    CLaneLedger m_CurrentLedger;          ///< the same of m_nCurrentInstruction
+    SSwitchEntries m_SwitchEntries;       ///< of the last switch that was executed
+    size_t m_nMovementStops = 0;          ///< stops when the last movement began
+    size_t m_nKeptStops = 0;              ///< those of them that it hasn't gone back from
+    std::vector<Register> m_vOverwritten; ///< those whose results aren't of the present stop
     std::set<InstructionNumber> m_Skipped; ///< jumps out of what a run has passed over and not read yet
 };
 

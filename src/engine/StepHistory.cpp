@@ -1,4 +1,5 @@
 #include "core/ShaderDebuggerBuffer.h"
+#include "core/ShaderDebuggerHost.h"
 #include "core/ShaderDebuggerResult.h"
 #include "engine/BufferWords.h"
 #include "engine/OpCodeRoles.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace OVK_ShaderDebugger
 {
@@ -177,8 +179,10 @@ void CShaderDebuggerShaderIL::ShowPresent()
 
 /// Makes an earlier stop the present one. The next instruction is the one that it was then, and every register that may
 /// have changed since is read again at the positions that wrote it.
-bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
+/// \param eValues  whether the registers are read at once, or those that were overwritten when they are asked for
+bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop, EValues eValues)
 {
+    m_nKeptStops = std::min(m_nKeptStops, nStop + 1);
     m_nNextInstruction = m_Stops[nStop].next;
     m_CallStack = m_Stops[nStop].nextCallStack;
     m_Ledger = m_Stops[nStop].nextLedger;
@@ -209,6 +213,15 @@ bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop)
         }
     }
     std::vector<Register> vDone;
+    if (eValues == EValues::Later)
+    {
+        // What no run has read since is still as it was.
+        for (const auto& filed : vFiled)
+        {
+            m_vOverwritten.push_back(filed.reg);
+        }
+        return true;
+    }
     for (const Register& reg : vChanged)
     {
         if (!Contains(vDone, reg))
@@ -294,6 +307,11 @@ void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
         if (!Capture(vSources[n], pValues, pExecMask) ||
             !restorer.Take(*pValues, *pExecMask, vSources[n].reg, n + 1 == vSources.size()))
         {
+            if (GetHost()->IsBrokenOff())
+            {
+                m_vOverwritten.push_back(reg);
+                return;
+            }
             // No value is better than a wrong one.
             GetDebuggerIL()->DeleteResult(reg);
             return;
@@ -305,6 +323,65 @@ void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
         }
     }
     AimResult(reg);
+}
+
+bool CShaderDebuggerShaderIL::BeginMovement()
+{
+    const bool bRestored = RestoreOverwritten();
+    m_nMovementStops = m_nKeptStops = m_Stops.size();
+    return bRestored;
+}
+
+/// The history is the record: what the movement has added to it goes, and the position is that of the newest stop left.
+bool CShaderDebuggerShaderIL::ReturnToStop(bool& bSameStop)
+{
+    bSameStop = m_nKeptStops == m_nMovementStops;
+    if (m_Stops.empty())
+    {
+        return false;
+    }
+    RestoreShader(true);
+    m_CopiesAt.reset();
+    m_bMemoryOnDevice = false;
+    m_bComplete = false;
+    m_bLastRunAtCurrent = false;
+    m_MaskAt.reset();
+    m_Leaving.clear();
+    m_Skipped.clear();
+    GoBackTo(std::min(m_Stops.size(), std::max<size_t>(m_nKeptStops, 1)) - 1, EValues::Later);
+    m_ExecuteList.clear();
+    return true;
+}
+
+bool CShaderDebuggerShaderIL::RestoreOverwritten()
+{
+    if (m_vOverwritten.empty())
+    {
+        return true;
+    }
+    GetHost()->SetBrokenOff(false);
+    std::vector<Register> vDone;
+    for (const Register& reg : std::exchange(m_vOverwritten, {}))
+    {
+        if (!Contains(vDone, reg))
+        {
+            vDone.push_back(reg);
+            RestoreResult(reg, false);
+        }
+    }
+    return m_vOverwritten.empty();
+}
+
+bool CShaderDebuggerShaderIL::ReadStopMask()
+{
+    std::unique_ptr<CShaderDebuggerBuffer> pValues;
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMask;
+    if (m_Stops.empty() || !Capture({m_Stops.back().pc, m_Stops.back().callStack, g_Reg_NULL, {}}, pValues, pExecMask))
+    {
+        return false;
+    }
+    GetDebuggerIL()->FileStopMask(m_Stops.back().pc, std::move(pExecMask));
+    return true;
 }
 
 /// Makes a result's newest position the one where it was read last. A result that was read nowhere goes.

@@ -271,6 +271,18 @@ void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
     m_pSpareExecMask.reset();
 }
 
+bool CShaderDebuggerIL::RestoreArguments()
+{
+    bool bRestored = m_bIsDebugging;
+    for (size_t i = 0; i < m_vpOriginalTargetBuffers.size(); ++i)
+    {
+        const std::unique_ptr<CShaderDebuggerBuffer>& pSaved = m_vpOriginalTargetBuffersData[i];
+        bRestored = bRestored && (pSaved == nullptr ||
+                                  m_vpOriginalTargetBuffers[i]->UpdateData(pSaved->GetData(), pSaved->GetSize()));
+    }
+    return bRestored;
+}
+
 /// What the client's memory is to get from the last run, by the argument through which it goes there. Of arguments that
 /// name one object each contributes what it changed.
 bool CShaderDebuggerIL::ReadOutputs(Contents& outputs)

@@ -64,6 +64,7 @@ CShaderDebuggerVariables* CShaderDebuggerIL::GetVariables(ThreadID& threadID)
     CShaderDebuggerVariables* pVariables = new (std::nothrow) CShaderDebuggerVariables;
     if (pVariables != nullptr && GetCurrentShader() != nullptr)
     {
+        GetCurrentShader()->RestoreOverwritten();
         GetASMVariables(pVariables, threadID);
     }
     return pVariables;
@@ -153,6 +154,10 @@ CShaderDebuggerBuffer* CShaderDebuggerIL::GetRegisterResultsBuffer(VariableID& v
         {
             return BringValues(variableID.strName);
         }
+        if (GetCurrentShader() != nullptr)
+        {
+            GetCurrentShader()->RestoreOverwritten();
+        }
         // What isn't tracked may have been read once, and isn't kept up to date.
         pResult = IsTracked(variableID.strName) ? FindResult(m_Results, variableID.strName) : nullptr;
     }
@@ -187,6 +192,10 @@ bool CShaderDebuggerIL::GetLocalMemory(bool bArgument, unsigned int nNumber, uns
 
 CShaderDebuggerBuffer* CShaderDebuggerIL::GetExecutionMaskBuffer() const
 {
+    if (m_bMaskStale && !(GetCurrentShader() != nullptr && GetCurrentShader()->ReadStopMask()))
+    {
+        return nullptr;
+    }
     return m_pLastTouchedResult != nullptr ? m_pLastTouchedResult->GetExecMask() : nullptr;
 }
 

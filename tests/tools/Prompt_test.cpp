@@ -312,32 +312,39 @@ end
     const std::string m_strFolder;
 };
 
-TEST_F(ThreadsEndless, RunsAreBrokenOffByAnInterrupt)
+TEST_F(ThreadsEndless, RunsAreBrokenOffAndTheSessionIsBackWhereItWas)
 {
     CTerminal terminal(m_strFolder + "/spin.json", "");
     terminal.ReadTo(s_strPrompt);
-    // Some kernel runs on the way to the one that doesn't end are short: after those an interrupt is a stop.
-    std::string strInterrupted;
-    for (const char* pszCommand = "run\n"; !Holds(strInterrupted, "broken off"); pszCommand = "continue\n")
+    const auto interrupt = [&](const char* pszCommand)
     {
-        terminal.Type(pszCommand);
+        terminal.Type(std::string(pszCommand) + "\n");
         terminal.ReadTo("kernel run ");
         terminal.Type("\x03");
-        strInterrupted = terminal.ReadTo(s_strPrompt);
-        ASSERT_TRUE(Holds(strInterrupted, "interrupted")) << strInterrupted;
+        return terminal.ReadTo(s_strPrompt);
+    };
+    // Nothing has been executed yet: back in front of all.
+    const std::string strAtStart = interrupt("run");
+    for (const char* pszText : {"1 work-item at line 15, pass ", "interrupted, 1 of 1 active", "=>   10",
+                                "a kernel run was broken off, and the session is back where it was"})
+    {
+        EXPECT_TRUE(Holds(strAtStart, pszText)) << pszText << " isn't in " << strAtStart;
     }
-    EXPECT_TRUE(Holds(strInterrupted, "interrupted: a kernel run was broken off"));
-    EXPECT_TRUE(Holds(terminal.Do("step"), "the kernel isn't running"));
-    // Kernels run again, and are interrupted again, wherever they are.
-    terminal.Do("break 12");
-    EXPECT_TRUE(Holds(terminal.Do("run"), "=>   12"));
+    EXPECT_TRUE(Holds(terminal.Do("step"), "=>   11"));
+    terminal.Do("step");
+    EXPECT_TRUE(Holds(interrupt("continue"), "=>   12"));
+    EXPECT_TRUE(Holds(terminal.Do("print r4.x"), "r4.x = 0"));
+    EXPECT_TRUE(Holds(terminal.Do("reverse-step"), "=>   11"));
+    terminal.Do("step 4");
+    // On the way to a breakpoint that nobody comes to, past heads of the loop without end.
+    terminal.Do("break 17");
+    EXPECT_TRUE(Holds(interrupt("continue"), "interrupted"));
     terminal.Do("delete");
-    terminal.Type("continue\n");
-    terminal.ReadTo("kernel run ");
-    terminal.Type("\x03");
-    EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted"));
-    terminal.Do("break 12");
-    EXPECT_TRUE(Holds(terminal.Do("run"), "=>   12"));
+    // Without anybody at the keyboard.
+    terminal.Do("set max-seconds 1");
+    const std::string strTooLong = terminal.Do("continue");
+    EXPECT_TRUE(Holds(strTooLong, "took longer than max-seconds (1)")) << strTooLong;
+    EXPECT_TRUE(Holds(terminal.Do("step"), "=>")) << "and the session goes on";
     terminal.Type("quit\n");
     EXPECT_EQ(terminal.WaitForEnd(), 0) << "at a stop of a kernel that doesn't end";
 }

@@ -97,7 +97,7 @@ void WriteRaw(const std::string& strText)
 /// The terminal is in its usual mode while a command is at work. What is typed ahead counts as the answer.
 bool AskToGiveUp(const std::function<bool()>& isOver)
 {
-    WriteRaw("\r\033[KGive up waiting? The session ends, the breakpoints stay. (y or n) ");
+    WriteRaw("\r\033[KGive up waiting? The session goes back to where the command began. (y or n) ");
     std::string strAnswer;
     while (!isOver())
     {

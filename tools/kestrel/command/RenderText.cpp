@@ -1,4 +1,5 @@
 #include "tools/kestrel/command/Output.h"
+#include "tools/kestrel/command/RenderBrokenOff.h"
 #include "tools/kestrel/command/RenderPictures.h"
 #include "tools/kestrel/command/RenderProgram.h"
 #include "tools/kestrel/command/RenderSource.h"
@@ -406,6 +407,7 @@ const SRenderer s_Events[] = {
     {"started", RenderStarted},
     {"stopped", RenderStopped},
     {"finished", RenderFinished},
+    {"broken off", RenderBrokenOff},
     {"display", RenderPrint},
     {"launch", RenderLaunch},
     {"passed", RenderPassed},

@@ -81,6 +81,9 @@ const SSetting g_Settings[] = {
      [](SSettings& settings, const std::string& strValue) { settings.nLimit = ReadSize(strValue, 1); }},
     {"listsize", "lines that list shows", [](const SSettings& settings) { return std::to_string(settings.nListSize); },
      [](SSettings& settings, const std::string& strValue) { settings.nListSize = ReadSize(strValue, 1); }},
+    {"max-seconds", "seconds after which a kernel run is broken off, where the platform can; 0 for never",
+     [](const SSettings& settings) { return std::to_string(settings.nMaxSeconds); },
+     [](SSettings& settings, const std::string& strValue) { settings.nMaxSeconds = ReadSize(strValue, 0); }},
     {"pagination", "whether output stops at full screens: off, as it never does",
      [](const SSettings&) { return std::string("off"); },
      [](SSettings&, const std::string& strValue)

@@ -52,7 +52,8 @@ struct SSettings
     size_t nWidth = 0;  ///< columns of a picture; 0 for the terminal's
     size_t nHeight = 0; ///< rows of a picture; 0 for the terminal's
     size_t nListSize = 10;
-    size_t nLimit = 20; ///< ranges and values that a list shows
+    size_t nLimit = 20;     ///< ranges and values that a list shows
+    size_t nMaxSeconds = 0; ///< that a kernel run may take; 0 for any
     bool bUnicode = true;
     bool bConfirm = true; ///< questions are asked
     std::vector<std::string>
@@ -196,8 +197,8 @@ public:
     void Kill();
 
     /// From a signal handler or another thread. What goes on stops at the next place where it can; a kernel run that
-    /// keeps it from that for longer than a twentieth of a second is broken off, and the session ends. Nothing goes on
-    /// from then until ClearInterrupts.
+    /// keeps it from that for longer than a twentieth of a second is broken off, and the session goes back to the stop
+    /// where the movement began. Nothing goes on from then until ClearInterrupts.
     void Interrupt() { ++m_nInterrupts; }
     bool IsInterrupted() const { return m_nInterrupts != 0; }
     /// A new line of the user's is read.
@@ -255,7 +256,8 @@ private:
     std::string ExplainRefusal() const;
     void RequireMemory() const;
     void MindInterrupts();
-    void EndIfGivenUp();
+    void EndIfGivenUp(CTarget::EState eFrom, bool bPatched);
+    std::string ExplainBreak(bool bStays) const;
     SRunEstimate EstimateRun(const std::set<unsigned int>& stops);
     uint64_t FindWatchedAddress(const SWatch& watch);
     std::optional<uint64_t> FindFirstRead(size_t nArgument);
@@ -316,6 +318,7 @@ private:
     std::atomic<unsigned int> m_nInterrupts{0};
     unsigned int m_nAnswered = 0; ///< interrupts at the last question whether to give up
     bool m_bGivenUp = false;
+    bool m_bTooLong = false;                                              ///< not because of an interrupt
     std::optional<std::chrono::steady_clock::time_point> m_SeenInterrupt; ///< during the present wait
     bool m_bLastPatched = false;                                          ///< the last kernel run was a patched copy's
     bool m_bPlatformFailed = false;                                       ///< it ended the last launch's kernel

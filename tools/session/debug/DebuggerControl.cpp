@@ -28,7 +28,7 @@ bool CDebugger::Launch()
     m_Progress.nRunsBefore = GetRuns();
     m_Runs.WatchFirstRuns();
     const CTarget::EState eState = m_Target.Launch();
-    EndIfGivenUp();
+    EndIfGivenUp(CTarget::Idle, true);
     if (eState != CTarget::AtStart)
     {
         m_Sink.OnEvent({{"event", "error"}, {"error", m_Target.GetReason()}});
@@ -123,11 +123,13 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     {
         m_Runs.CountPlainRuns(m_pControl, static_cast<cl_uint>(m_Launch.GetFile().vArguments.size()));
     }
+    const bool bPatched = command != OVKCLDEBUG_COMMAND_CONTINUE || !stops.empty();
+    const CTarget::EState eFrom = m_Target.GetState();
     const CTarget::EState eState = m_Target.Resume(command);
-    EndIfGivenUp();
+    EndIfGivenUp(eFrom, bPatched);
     if (eState != CTarget::AtStop)
     {
-        CheckFaults(!(command == OVKCLDEBUG_COMMAND_CONTINUE && stops.empty()));
+        CheckFaults(bPatched);
         SendFinished(CompareCounts(command == OVKCLDEBUG_COMMAND_STEP));
         return false;
     }

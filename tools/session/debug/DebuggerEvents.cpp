@@ -83,14 +83,21 @@ std::string CDebugger::CompareCounts(bool bStepped)
 
 // ---------------------------------------------------------------------------------------- interrupts, progress
 
-/// The platform lets go of a kernel run that an interrupt would have to wait for.
+/// The platform lets go of a kernel run that an interrupt would have to wait for, or that takes too long.
 void CDebugger::BreakRun()
 {
     const auto now = std::chrono::steady_clock::now();
-    m_SeenInterrupt = m_SeenInterrupt ? m_SeenInterrupt : now;
-    if (!m_bGivenUp && now - *m_SeenInterrupt >= std::chrono::milliseconds(50))
+    if (m_nInterrupts != 0)
+    {
+        m_SeenInterrupt = m_SeenInterrupt ? m_SeenInterrupt : now;
+    }
+    const bool bInterrupt = m_SeenInterrupt && now - *m_SeenInterrupt >= std::chrono::milliseconds(50);
+    const size_t nMax = m_pSettings->nMaxSeconds;
+    const bool bTooLong = nMax != 0 && m_Runs.GetRunningSeconds() >= static_cast<double>(nMax);
+    if (!m_bGivenUp && (bInterrupt || bTooLong))
     {
         m_bGivenUp = true;
+        m_bTooLong = !bInterrupt;
         m_Runs.Refuse(true);
         m_pControl->BreakRuns(1);
     }
@@ -102,10 +109,7 @@ void CDebugger::MindInterrupts()
     const unsigned int nInterrupts = m_nInterrupts;
     if (m_pControl != nullptr)
     {
-        if (nInterrupts != 0)
-        {
-            BreakRun();
-        }
+        BreakRun();
         return;
     }
     if (m_bGivenUp)
@@ -128,8 +132,10 @@ void CDebugger::MindInterrupts()
     }
 }
 
-/// What the debugger has come to without its kernel runs is worth nothing: the session ends.
-void CDebugger::EndIfGivenUp()
+/// The debugger has gone back to where the movement began. Where there was no session yet it ends.
+/// \param eFrom  where the movement began; Idle for a launch
+/// \param bPatched  whether the run that was broken off was one of a patched copy
+void CDebugger::EndIfGivenUp(CTarget::EState eFrom, bool bPatched)
 {
     m_nAnswered = 0;
     if (!m_bGivenUp)
@@ -137,19 +143,45 @@ void CDebugger::EndIfGivenUp()
         return;
     }
     m_Sink.OnProgress(std::string());
-    m_Target.Drop();
+    const bool bStays = m_Target.GetState() == CTarget::AtStop;
+    if (!bStays)
+    {
+        m_Target.Drop();
+    }
+    const json places = m_Faults.DescribePlaces(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
     m_Runs.Refuse(false);
     m_bGivenUp = false;
     if (m_pControl != nullptr)
     {
         m_pControl->BreakRuns(0);
     }
-    const std::string strError =
-        m_pControl != nullptr
-            ? "interrupted: a kernel run was broken off, and the session has ended; the breakpoints are still there"
-            : "given up: the session has ended; the breakpoints are still there";
-    m_Sink.OnEvent({{"event", "error"}, {"error", strError}});
+    m_Sink.OnEvent({{"event", "broken off"}, {"places", places}});
+    const std::string strError = ExplainBreak(bStays);
+    if (bStays)
+    {
+        eFrom == CTarget::AtStart ? m_Target.StandAtStart() : void();
+        m_nLine = eFrom == CTarget::AtStart ? m_pCode->GetFirstStop() : GetSession().GetNextLine();
+        m_StopCounts.RunBack();
+        SendStop(EReason::Interrupted, std::string());
+    }
+    else
+    {
+        m_Sink.OnEvent({{"event", "error"}, {"error", strError}});
+    }
     throw CCommandError(strError);
+}
+
+std::string CDebugger::ExplainBreak(bool bStays) const
+{
+    const std::string strEnd = bStays ? ", and the session is back where it was"
+                                      : ", and the session has ended; the breakpoints are still there";
+    if (m_pControl == nullptr)
+    {
+        return "given up" + strEnd;
+    }
+    return m_bTooLong ? "a kernel run took longer than max-seconds (" + std::to_string(m_pSettings->nMaxSeconds) +
+                            ") and was broken off" + strEnd
+                      : "interrupted: a kernel run was broken off" + strEnd;
 }
 
 /// At most ten times a second, and not for what is done before anyone looks.

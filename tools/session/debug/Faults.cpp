@@ -190,6 +190,51 @@ std::string CFaults::DescribeEnd(const CListing& listing, const std::vector<char
     return strEnd;
 }
 
+nlohmann::json CFaults::DescribePlaces(const CListing& listing, const std::vector<char>& vImage) const
+{
+    static const char* const s_Where[] = {"at", "barrier", "beside", "ended", "not begun"};
+    nlohmann::json list = nlohmann::json::array();
+    if (m_pControl == nullptr)
+    {
+        return list;
+    }
+    std::vector<SPlatformPlace> vPlaces(m_pControl->GetPlaces(nullptr, 0));
+    vPlaces.resize(
+        std::min<size_t>(vPlaces.size(), m_pControl->GetPlaces(vPlaces.data(), static_cast<uint32_t>(vPlaces.size()))));
+    const CListing patched(vImage.empty() || vPlaces.empty() ? std::vector<std::string>()
+                                                             : ReadLinesWithCall(vImage, 0));
+    for (const SPlatformPlace& place : vPlaces)
+    {
+        nlohmann::json entry = {{"where", s_Where[std::min<size_t>(place.nWhere, std::size(s_Where) - 1)]},
+                                {"items", place.nItems}};
+        if (place.nWorkItem != ~uint64_t(0))
+        {
+            entry["first"] = place.nWorkItem;
+        }
+        if (place.nMost != 0)
+        {
+            entry["passes"] = {place.nLeast, place.nMost};
+        }
+        if (place.nInstruction != ~uint32_t(0))
+        {
+            const unsigned int nLine = vImage.empty() ? listing.GetLineOfInstruction(place.nInstruction)
+                                                      : FindOriginal(listing, patched, place.nInstruction);
+            const std::string strSource = FindSource(listing, nLine, place.nInstruction, !vImage.empty());
+            if (!strSource.empty())
+            {
+                entry["source"] = strSource;
+            }
+            if (nLine != CListing::NoLine)
+            {
+                entry["line"] = nLine;
+                entry["text"] = listing.GetLine(nLine);
+            }
+        }
+        list.push_back(entry);
+    }
+    return list;
+}
+
 nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown)
 {
     static const char* const s_Memories[] = {"global", "local", "private", "registers", "image"};

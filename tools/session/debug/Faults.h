@@ -56,6 +56,10 @@ public:
     /// Why the platform has ended the last kernel run under way, and where it was; empty if it hasn't.
     /// \param vImage  as above
     std::string DescribeEnd(const CListing& listing, const std::vector<char>& vImage) const;
+    /// Where the work-items were when the last kernel run was stopped under way, as an event has it; an empty list if
+    /// it wasn't, or if nobody can tell.
+    /// \param vImage  as above
+    nlohmann::json DescribePlaces(const CListing& listing, const std::vector<char>& vImage) const;
     /// All that have been found since Forget.
     const SFaults& GetAll() const { return m_All; }
     bool HasAny() const { return m_nKnownAccesses + m_nKnownBarriers != 0; }

@@ -63,6 +63,14 @@ void NoteEnd()
     }
 }
 
+/// \param nCode  of the wait for a run
+cl_int TellEnd(cl_int nCode)
+{
+    NoteEnd();
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    return nCode != CL_SUCCESS && Shared().bRefusing ? OVKCLDEBUG_EXT_RUN_BROKEN_OFF : nCode;
+}
+
 void ChooseWhetherToCount(cl_kernel kernel)
 {
     const std::lock_guard<std::mutex> lock(Shared().mutex);
@@ -80,7 +88,7 @@ cl_int CL_API_CALL EnqueueKernel(cl_command_queue queue, cl_kernel kernel, cl_ui
 {
     if (NoteStart())
     {
-        return CL_OUT_OF_RESOURCES;
+        return OVKCLDEBUG_EXT_RUN_BROKEN_OFF;
     }
     ChooseWhetherToCount(kernel);
     return Shared().pTable->clEnqueueNDRangeKernel(queue, kernel, nDimensions, pOffset, pGlobal, pLocal, nWaits, pWaits,
@@ -89,16 +97,12 @@ cl_int CL_API_CALL EnqueueKernel(cl_command_queue queue, cl_kernel kernel, cl_ui
 
 cl_int CL_API_CALL WaitForEvents(cl_uint nEvents, const cl_event* pEvents)
 {
-    const cl_int nCode = Shared().pTable->clWaitForEvents(nEvents, pEvents);
-    NoteEnd();
-    return nCode;
+    return TellEnd(Shared().pTable->clWaitForEvents(nEvents, pEvents));
 }
 
 cl_int CL_API_CALL Finish(cl_command_queue queue)
 {
-    const cl_int nCode = Shared().pTable->clFinish(queue);
-    NoteEnd();
-    return nCode;
+    return TellEnd(Shared().pTable->clFinish(queue));
 }
 
 void* CL_API_CALL MapBuffer(cl_command_queue queue, cl_mem buffer, cl_bool bBlocking, cl_map_flags flags,
@@ -174,6 +178,12 @@ double CKernelRuns::GetSeconds() const
 {
     const std::lock_guard<std::mutex> lock(Shared().mutex);
     return Shared().fSeconds;
+}
+
+double CKernelRuns::GetRunningSeconds() const
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    return Shared().bRunning ? std::chrono::duration<double>(Clock::now() - Shared().start).count() : 0;
 }
 
 std::vector<char> CKernelRuns::GetLastImage() const

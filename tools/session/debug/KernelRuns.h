@@ -27,6 +27,8 @@ public:
     uint64_t GetCount() const;
     /// Seconds from enqueue to end that the runs have taken, as the runtime's waits show them.
     double GetSeconds() const;
+    /// How long the present run has been under way; 0 without one.
+    double GetRunningSeconds() const;
     /// The image of the last program made from a binary.
     std::vector<char> GetLastImage() const;
 

@@ -42,6 +42,9 @@ public:
     /// nothing when idle.
     void Drop();
 
+    /// At a stop: it is the start after all, where nothing has been executed.
+    void StandAtStart() { m_eState = AtStart; }
+
     bool IsLive() const { return m_eState != Idle; }
     EState GetState() const { return m_eState; }
     /// While an event is waited for: whether it has come.

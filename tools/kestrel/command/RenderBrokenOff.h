@@ -1,0 +1,16 @@
+#ifndef KESTREL_TOOLS_COMMAND_RENDERBROKENOFF_H
+#define KESTREL_TOOLS_COMMAND_RENDERBROKENOFF_H
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+namespace KestrelTool
+{
+
+/// Where the work-items were when a kernel run was broken off, a line for each place; empty if nobody can tell.
+std::string RenderBrokenOff(const nlohmann::json& event);
+
+} // namespace KestrelTool
+
+#endif
