@@ -1,6 +1,7 @@
 #ifndef KESTREL_CORE_SHADERDEBUGGERSHADER_H
 #define KESTREL_CORE_SHADERDEBUGGERSHADER_H
 
+#include "core/CallPath.h"
 #include "core/IShaderDebugger.h"
 
 #include <deque>
@@ -71,7 +72,7 @@ protected:
     ProgramCounter m_nCurrentLine;
     ProgramCounter m_nNextInstruction; ///< what the next step takes
     ProgramCounter m_nNextLine;
-    std::deque<ProgramCounter> m_CallStack;           ///< return positions, innermost at the front
+    CCallPath m_CallStack;                            ///< which calls the next instruction is in
     std::stack<ProgramCounter> m_ExecutedStepHistory; ///< positions stopped at, newest on top
     void* m_pShaderData;                              ///< owned, from malloc; null when the size is 0 or memory ran out
     size_t m_nShaderDataSize;

@@ -11,7 +11,7 @@ namespace OVK_ShaderDebugger
 class CShaderDebuggerShaderIL::CCallStackScope
 {
 public:
-    CCallStackScope(CShaderDebuggerShaderIL& shader, const CallPath& path, const std::set<InstructionNumber>& leaving)
+    CCallStackScope(CShaderDebuggerShaderIL& shader, const CCallPath& path, const std::set<InstructionNumber>& leaving)
         : m_Shader(shader), m_Path(path), m_Leaving(leaving)
     {
         Swap();
@@ -28,7 +28,7 @@ private:
     }
 
     CShaderDebuggerShaderIL& m_Shader;
-    CallPath m_Path;
+    CCallPath m_Path;
     std::set<InstructionNumber> m_Leaving;
 };
 

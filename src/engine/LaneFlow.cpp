@@ -234,7 +234,7 @@ void CShaderDebuggerShaderIL::HideLeavers(CShaderDebuggerBuffer& execMask)
 }
 
 /// The recorded count, or else that of a run of its own.
-std::optional<uint64_t> CShaderDebuggerShaderIL::GetCount(const ProgramCounter& pc, const CallPath& path)
+std::optional<uint64_t> CShaderDebuggerShaderIL::GetCount(const ProgramCounter& pc, const CCallPath& path)
 {
     std::map<ProgramCounter, uint64_t>& counts = m_ExecMaskHistory[path];
     const auto it = counts.find(pc);

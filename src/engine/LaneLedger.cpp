@@ -1,13 +1,36 @@
 #include "engine/LaneLedger.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace OVK_ShaderDebugger
 {
 
+struct CLaneLedger::SOuter
+{
+    SCall call;
+    std::shared_ptr<SOuter> pOuter;
+};
+
+CLaneLedger& CLaneLedger::operator=(CLaneLedger other) noexcept
+{
+    m_Call = std::move(other.m_Call);
+    m_pOuter.swap(other.m_pOuter);
+    return *this;
+}
+
+/// Call by call: one that takes the next one along would need a stack as deep as they are.
+CLaneLedger::~CLaneLedger()
+{
+    while (m_pOuter != nullptr && m_pOuter.use_count() == 1)
+    {
+        m_pOuter = std::exchange(m_pOuter->pOuter, nullptr);
+    }
+}
+
 void CLaneLedger::SetActive(uint64_t nActive)
 {
-    SCall& call = m_vCalls.back();
+    SCall& call = m_Call;
     if (call.nBeforeDoubt.has_value())
     {
         // Whoever is missing has gone to one of the doubtful places.
@@ -28,7 +51,7 @@ void CLaneLedger::SetActive(uint64_t nActive)
 
 void CLaneLedger::Replace(const SLaneCount& active)
 {
-    SCall& call = m_vCalls.back();
+    SCall& call = m_Call;
     Forget(call);
     call.active = active;
 }
@@ -51,14 +74,16 @@ void CLaneLedger::EnterCall()
 {
     SCall call;
     call.active = GetActive();
-    m_vCalls.push_back(std::move(call));
+    m_pOuter = std::make_shared<SOuter>(SOuter{std::exchange(m_Call, std::move(call)), std::move(m_pOuter)});
 }
 
 void CLaneLedger::LeaveCall()
 {
-    if (m_vCalls.size() > 1)
+    if (m_pOuter != nullptr)
     {
-        m_vCalls.pop_back();
+        m_Call = m_pOuter->call;
+        std::shared_ptr<SOuter> pOuter = m_pOuter->pOuter;
+        m_pOuter = std::move(pOuter);
     }
 }
 
@@ -71,12 +96,12 @@ void CLaneLedger::Open(InstructionNumber nBlock, bool bLoop)
     SBlock block;
     block.nStart = nBlock;
     block.bLoop = bLoop;
-    m_vCalls.back().vBlocks.push_back(std::move(block));
+    m_Call.vBlocks.push_back(std::move(block));
 }
 
 void CLaneLedger::Close(InstructionNumber nBlock)
 {
-    std::vector<SBlock>& vBlocks = m_vCalls.back().vBlocks;
+    std::vector<SBlock>& vBlocks = m_Call.vBlocks;
     const auto it =
         std::find_if(vBlocks.begin(), vBlocks.end(), [&](const SBlock& block) { return block.nStart >= nBlock; });
     vBlocks.erase(it, vBlocks.end());
@@ -84,13 +109,13 @@ void CLaneLedger::Close(InstructionNumber nBlock)
 
 bool CLaneLedger::IsOpen(InstructionNumber nBlock) const
 {
-    const std::vector<SBlock>& vBlocks = m_vCalls.back().vBlocks;
+    const std::vector<SBlock>& vBlocks = m_Call.vBlocks;
     return std::any_of(vBlocks.begin(), vBlocks.end(), [&](const SBlock& block) { return block.nStart == nBlock; });
 }
 
 CLaneLedger::SBlock* CLaneLedger::Find(InstructionNumber nBlock)
 {
-    for (SBlock& block : m_vCalls.back().vBlocks)
+    for (SBlock& block : m_Call.vBlocks)
     {
         if (block.nStart == nBlock)
         {
@@ -144,7 +169,7 @@ SLaneCount CLaneLedger::Take(InstructionNumber nBlock, InstructionNumber nInst)
 void CLaneLedger::Gather(InstructionNumber nBlock)
 {
     SLaneCount active = GetActive();
-    for (const SBlock& block : m_vCalls.back().vBlocks)
+    for (const SBlock& block : m_Call.vBlocks)
     {
         for (const SWaiting& waiting : block.vWaiting)
         {
@@ -165,7 +190,7 @@ void CLaneLedger::MayLeave(const std::vector<SPlace>& vPlaces)
     {
         return;
     }
-    SCall& call = m_vCalls.back();
+    SCall& call = m_Call;
     if (!call.active.bMore)
     {
         call.nBeforeDoubt = call.active.nSure;
@@ -190,7 +215,7 @@ void CLaneLedger::MayLeave(const std::vector<SPlace>& vPlaces)
 
 std::optional<CLaneLedger::SPlace> CLaneLedger::FindNext(InstructionNumber nPos) const
 {
-    const std::vector<SBlock>& vBlocks = m_vCalls.back().vBlocks;
+    const std::vector<SBlock>& vBlocks = m_Call.vBlocks;
     for (auto itBlock = vBlocks.rbegin(); itBlock != vBlocks.rend(); ++itBlock)
     {
         for (const SWaiting& waiting : itBlock->vWaiting)

@@ -4,6 +4,7 @@
 #include "core/ShaderDebuggerCommon.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -45,9 +46,13 @@ public:
     };
 
     /// In front of a kernel all are active, however many they are.
-    CLaneLedger() : m_vCalls{SCall{}} {}
+    CLaneLedger() = default;
+    CLaneLedger(const CLaneLedger& other) = default;
+    CLaneLedger(CLaneLedger&& other) noexcept = default;
+    CLaneLedger& operator=(CLaneLedger other) noexcept;
+    ~CLaneLedger();
 
-    const SLaneCount& GetActive() const { return m_vCalls.back().active; }
+    const SLaneCount& GetActive() const { return m_Call.active; }
     /// A kernel run has told how many are still active; this may settle where others have gone.
     void SetActive(uint64_t nActive);
     /// Others are active than before.
@@ -104,7 +109,12 @@ private:
     SBlock* Find(InstructionNumber nBlock);
     static SWaiting& At(SBlock& block, InstructionNumber nInst);
 
-    std::vector<SCall> m_vCalls; ///< the present one at the back
+    /// A call from which the present one has been made, as it will be found again: what lies further out is shared
+    /// between the ledgers of all stops.
+    struct SOuter;
+
+    SCall m_Call; ///< the present one
+    std::shared_ptr<SOuter> m_pOuter;
 };
 
 } // namespace OVK_ShaderDebugger

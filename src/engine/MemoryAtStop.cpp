@@ -83,7 +83,7 @@ bool CShaderDebuggerShaderIL::IsCutExactly(const SPlace& place) const
         return true;
     }
     // The main body isn't cut.
-    for (InstructionNumber n = place.path.back().m_nPos + 1; OpCodeAt(n) != IL_OP_ENDMAIN; ++n)
+    for (InstructionNumber n = place.path.FromOutside(0).m_nPos + 1; OpCodeAt(n) != IL_OP_ENDMAIN; ++n)
     {
         if (n >= m_nEndOfShader || MayWrite(n) || FindCallee(n))
         {

@@ -28,20 +28,35 @@ const uint32_t s_nFreeCounter = 0xFFFFFFFE;
 /// Whether a position is executed earlier than another. A call comes behind all that is executed in it.
 bool CShaderDebuggerShaderIL::IsBefore(const SPosition& lhs, const SPosition& rhs)
 {
-    const auto at = [](const SPosition& position, size_t n) -> const ProgramCounter&
+    const size_t nLeft = lhs.callStack.size();
+    const size_t nRight = rhs.callStack.size();
+    const ProgramCounter* pLeft = &lhs.pc;
+    const ProgramCounter* pRight = &rhs.pc;
+    auto itLeft = lhs.callStack.begin();
+    auto itRight = rhs.callStack.begin();
+    for (size_t n = nLeft; n > nRight; --n)
     {
-        const size_t nCalls = position.callStack.size();
-        return n < nCalls ? position.callStack[nCalls - 1 - n] : position.pc;
-    };
-    const size_t nCommon = std::min(lhs.callStack.size(), rhs.callStack.size()) + 1;
-    for (size_t n = 0; n < nCommon; ++n)
-    {
-        if (at(lhs, n) < at(rhs, n) || at(rhs, n) < at(lhs, n))
-        {
-            return at(lhs, n) < at(rhs, n);
-        }
+        pLeft = &*itLeft++;
     }
-    return lhs.callStack.size() > rhs.callStack.size();
+    for (size_t n = nRight; n > nLeft; --n)
+    {
+        pRight = &*itRight++;
+    }
+    // From the inside out, up to what both share: the outermost difference decides.
+    bool bBefore = nLeft > nRight;
+    while (true)
+    {
+        if (*pLeft < *pRight || *pRight < *pLeft)
+        {
+            bBefore = *pLeft < *pRight;
+        }
+        if (itLeft == itRight)
+        {
+            return bBefore;
+        }
+        pLeft = &*itLeft++;
+        pRight = &*itRight++;
+    }
 }
 
 /// Steps until the position goes on at a place, or behind it if nobody comes to it. What the present stop is still to
@@ -97,7 +112,7 @@ bool CShaderDebuggerShaderIL::LeapTo(const SPosition& target, bool& bGood)
         // The target lies in the loop, or in a call from there.
         const size_t nCalls = m_CallStack.size();
         const size_t nTargetCalls = target.callStack.size();
-        const ProgramCounter& inLoop = nTargetCalls > nCalls ? target.callStack[nTargetCalls - 1 - nCalls] : target.pc;
+        const ProgramCounter& inLoop = nTargetCalls > nCalls ? target.callStack.FromOutside(nCalls) : target.pc;
         LoopState state;
         nPass = inLoop.GetLoopState(pLoop->GetStart(), state) ? state.nLoopIteration : 0;
         nPass -= nPass != 0 && inLoop.m_nPos == pLoop->GetStart() && nTargetCalls == nCalls ? 1 : 0;
@@ -143,7 +158,7 @@ bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& e
                 m_Leaving.insert(n);
             }
         }
-        const CallPath current = std::exchange(m_CurrentCallStack, m_CallStack);
+        const CCallPath current = std::exchange(m_CurrentCallStack, m_CallStack);
         PatchPoint atEnd(end);
         atEnd.m_registers.assign(vRegisters.begin(), vRegisters.end());
         m_ExecuteList.assign(1, atEnd);
@@ -295,7 +310,7 @@ std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindP
     ProgramCounter around = from.pc;
     std::optional<unsigned int> nBeforePass;
     const size_t nCalls = from.callStack.size();
-    const ProgramCounter inFunction = to.callStack.size() > nCalls    ? to.callStack[to.callStack.size() - 1 - nCalls]
+    const ProgramCounter inFunction = to.callStack.size() > nCalls    ? to.callStack.FromOutside(nCalls)
                                       : to.callStack.size() == nCalls ? to.pc
                                                                       : ProgramCounter();
     const std::vector<LoopState>& vLoops = inFunction.m_LoopStack;

@@ -97,6 +97,10 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne(RegPCMap& regPCM
     {
         return WalkInstruction(regPCMap);
     }
+    if (GetDebuggerIL()->HasValuesOnDemand() && LeadsAllOneWay(nPos))
+    {
+        return WalkWithAll();
+    }
     const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(pBlock);
     if (bSkips && pLoop != nullptr && nPos == pLoop->GetStart() &&
         GetDebugger()->HasBreakPointAtInstructionNumber(pLoop->GetEnd()))
@@ -149,6 +153,25 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkInstruction(RegPCMap
     }
     NoteNext();
     return EWalk::Moved;
+}
+
+/// Whether an instruction leads all of a known number of work-items the same way: a return to a caller in front of its
+/// function's end, in no block, or a call from which they are back.
+bool CShaderDebuggerShaderIL::LeadsAllOneWay(InstructionNumber nInst) const
+{
+    const SLaneCount& active = m_Ledger.GetActive();
+    const bool bReturn = IsReturn(OpCodeAt(nInst)) && OpCodeAt(nInst + 1) == IL_OP_ENDFUNC &&
+                         ConstructOf(nInst) == nullptr && !m_CallStack.empty();
+    return (bReturn || OpCodeAt(nInst) == IL_OP_CALL) && active.IsSomebody() && !active.bMore;
+}
+
+/// Nothing has to be decided, and nothing runs.
+CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkWithAll()
+{
+    MoveToNext();
+    m_ExecMaskHistory[m_CallStack].insert({m_nCurrentInstruction, m_Ledger.GetActive().nSure});
+    PushStop();
+    return PostStepAsm() ? EWalk::Moved : EWalk::End;
 }
 
 /// Flow control that has to be decided: a step of its own.

@@ -76,7 +76,7 @@ public:
     virtual bool UpdateTargetInstruction(bool bClearExecuteList);
 
     /// The calls that the current instruction is in: their instructions' positions, the innermost first.
-    const std::deque<ProgramCounter>& GetCallPath() const { return m_CurrentCallStack; }
+    const CCallPath& GetCallPath() const { return m_CurrentCallStack; }
     /// Whether the last run has also read where work-items leave a skipped stretch, and marked those in the mask.
     bool ReadsLeavers() const { return !m_Leaving.empty(); }
     /// Takes those out of a mask.
@@ -119,13 +119,11 @@ public:
     unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }
 
 private:
-    /// Return positions, innermost first: which of its calls a function is in.
-    typedef std::deque<ProgramCounter> CallPath;
     /// A register that a run has updated, and where.
     struct SFiling
     {
         ProgramCounter pc;
-        CallPath callStack;
+        CCallPath callStack;
         Register reg;
         std::set<InstructionNumber> leaving; ///< the jumps at which it was read, too
     };
@@ -134,16 +132,16 @@ private:
     struct SPosition
     {
         ProgramCounter pc;
-        CallPath callStack;
+        CCallPath callStack;
     };
 
     /// What has to be remembered of a stop to come back to it.
     struct SStop
     {
         ProgramCounter pc;
-        CallPath callStack;
+        CCallPath callStack;
         ProgramCounter next; ///< where the position was to go on, with the call path there
-        CallPath nextCallStack;
+        CCallPath nextCallStack;
         CLaneLedger ledger; ///< where the work-items were in front of the stop, and behind it
         CLaneLedger nextLedger;
         ProgramCounter lastGlobalStore;
@@ -157,7 +155,7 @@ private:
     struct SSwitchEntries
     {
         ProgramCounter pc = g_PC_NULL;
-        CallPath callStack;
+        CCallPath callStack;
         std::map<InstructionNumber, uint64_t> mapEntries;
     };
 
@@ -165,7 +163,7 @@ private:
     struct SPlace
     {
         ProgramCounter pc;
-        CallPath path;
+        CCallPath path;
 
         bool operator==(const SPlace& other) const { return pc == other.pc && path == other.path; }
     };
@@ -222,7 +220,7 @@ private:
     ProgramCounter PositionOf(const CLaneLedger::SPlace& place) const;
     bool IsInnermostLoop(const CIL_Loop& loop) const;
     /// The recorded count, or else that of a run of its own.
-    std::optional<uint64_t> GetCount(const ProgramCounter& pc, const CallPath& path);
+    std::optional<uint64_t> GetCount(const ProgramCounter& pc, const CCallPath& path);
 
     // Stops and the way back (StepHistory.cpp, ResultRestorer.cpp).
     bool BackAsm();
@@ -263,6 +261,8 @@ private:
     EWalk WalkOne(RegPCMap& regPCMap);
     EWalk WalkInstruction(RegPCMap& regPCMap);
     EWalk WalkFlowControl(RegPCMap& regPCMap);
+    bool LeadsAllOneWay(InstructionNumber nInst) const;
+    EWalk WalkWithAll();
     EWalk WalkThroughLoop(RegPCMap& regPCMap, const CIL_Loop& loop);
     EWalk SkipBlock(RegPCMap& regPCMap, const CIL_FCConstruct* pFlowControl);
     void AddWrittenBy(const std::set<InstructionNumber>& instructions, std::vector<Register>& vRegisters);
@@ -326,9 +326,9 @@ private:
     /// m_CallStack belongs to m_nNextInstruction, this to m_nCurrentInstruction: the last phase of a movement can then
     /// be repeated, and each time enters or leaves the same function. During kernel runs m_CallStack is the one of
     /// the run's position.
-    CallPath m_CurrentCallStack;
-    std::map<CallPath, std::map<ProgramCounter, uint64_t>> m_ExecMaskHistory; ///< active work-items, for each call
-    std::deque<PatchPoint> m_ExecuteList;                                     ///< the plan of the next Execute
+    CCallPath m_CurrentCallStack;
+    std::map<CCallPath, std::map<ProgramCounter, uint64_t>> m_ExecMaskHistory; ///< active work-items, for each call
+    std::deque<PatchPoint> m_ExecuteList;                                      ///< the plan of the next Execute
     ProgramCounter m_lastGlobalStore; ///< the last store to global memory that the position reached
     bool m_bReadInputRegisters;       ///< the next Execute reads the input registers
     bool m_bHasBeenExecuted;          ///< a run has succeeded since the session began
@@ -339,7 +339,7 @@ private:
     bool m_bComplete;           ///< the last run was one of the kernel as it is
     ProgramCounter m_PatchedPC; ///< target of m_pPatchedShader, with the next three; g_PC_NULL for none
     std::vector<Register> m_PatchedRegs;
-    CallPath m_PatchedCallStack;
+    CCallPath m_PatchedCallStack;
     std::set<InstructionNumber> m_PatchedLeaving;
     std::optional<SPlace> m_MaskAt;                                   ///< where the last run was one for the mask alone
     std::optional<SPlace> m_CopiesAt;                                 ///< the stop whose memory the working copies hold

@@ -255,7 +255,7 @@ bool CShaderDebuggerShaderIL::EnterFunction()
 /// Who doesn't waits at the call, where all are back together.
 bool CShaderDebuggerShaderIL::EnterOnCondition()
 {
-    CallPath path = m_CallStack;
+    CCallPath path = m_CallStack;
     path.push_front(m_nNextInstruction);
     const std::optional<InstructionNumber> nCallee = FindCallee(m_nNextInstruction.m_nPos);
     const std::optional<uint64_t> nEntering =

@@ -72,7 +72,9 @@ std::vector<CInstrumentedShaderIL::SCut> CInstrumentedShaderIL::FindCuts(const P
     unsigned int nFunction = m_FunctionInstruction.empty() ? 0 : m_FunctionInstruction.rbegin()->first;
     unsigned int nMacro = 0;
 
-    for (auto it = m_CallStack.rbegin(); it != m_CallStack.rend(); ++it)
+    const std::vector<ProgramCounter> vInnermostFirst(m_CallStack.begin(), m_CallStack.end());
+
+    for (auto it = vInnermostFirst.rbegin(); it != vInnermostFirst.rend(); ++it)
     {
         if (IsInMain(it->m_nPos) && !IsRepeatedCall(it->m_nPos))
         {
@@ -231,25 +233,32 @@ bool CInstrumentedShaderIL::WriteCopy(const SPass& pass, const SCut& cut, unsign
     return bPatched && SD_Assert(GetHost(), copy.bDone);
 }
 
-/// Moves a stream behind the item that begins a macro, or else the function of a func instruction.
+/// Moves a stream behind the item that begins a macro, or else the function of a func instruction. The first search notes
+/// where all of them begin: a target in many calls has a copy of each function on the way.
 bool CInstrumentedShaderIL::FindBody(CSource& src, const SOutlineMacro* pMacro,
                                      const CShaderDebuggerInstructionIL& func, SItem& item)
 {
-    SkipHeader(src);
-
-    while (ReadItem(src, item))
+    if (m_BodyStarts.empty())
     {
-        const bool bFound = pMacro != nullptr ? item.GetOpCode() == IL_OP_MACRODEF &&
-                                                    IL_OpCode{item.pTokens[0]}.bits.controls == pMacro->nLabel
-                                              : item.GetOpCode() == IL_OP_FUNC && item.pTokens[1] == func.GetToken(1);
+        CSource all(m_pDebugger, src.GetStream(), src.GetTokenCount());
+        SkipHeader(all);
 
-        if (bFound)
+        for (size_t nStart = all.GetTokensRead(); ReadItem(all, item); nStart = all.GetTokensRead())
         {
-            return true;
+            if (item.GetOpCode() == IL_OP_MACRODEF)
+            {
+                m_BodyStarts.insert({{true, IL_OpCode{item.pTokens[0]}.bits.controls}, nStart});
+            }
+            else if (item.GetOpCode() == IL_OP_FUNC)
+            {
+                m_BodyStarts.insert({{false, item.pTokens[1]}, nStart});
+            }
         }
     }
 
-    return false;
+    const auto it = m_BodyStarts.find(pMacro != nullptr ? std::make_pair(true, pMacro->nLabel)
+                                                        : std::make_pair(false, func.GetToken(1)));
+    return it != m_BodyStarts.end() && src.SkipTokens(it->second - src.GetTokensRead()) && ReadItem(src, item);
 }
 
 /// Declares again what else would read otherwise in a copy, which stands behind all other text: the literals that are

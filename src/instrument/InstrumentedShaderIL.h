@@ -255,6 +255,8 @@ private:
     std::string m_strPatchedMetadata;
     /// How many instructions call each function or macro, by its first instruction. Counted when first asked for.
     mutable std::map<InstructionNumber, unsigned int> m_CallsOf;
+    /// Where macros (true) and functions begin in the tokens, by label; found when they are first wanted.
+    std::map<std::pair<bool, unsigned int>, size_t> m_BodyStarts;
 };
 
 } // namespace OVK_ShaderDebugger

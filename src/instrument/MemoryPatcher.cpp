@@ -141,9 +141,14 @@ bool CInstrumentedShaderIL::PatchMemory(CSource& src, CDest& dest, const Program
         return false;
     }
 
-    if (!m_CallStack.empty() && IsInMain(m_CallStack.back().m_nPos) && !IsRepeatedCall(m_CallStack.back().m_nPos))
+    if (!m_CallStack.empty())
     {
-        memory.nMainCut = m_CallStack.back().m_nPos;
+        const InstructionNumber nOutermost = m_CallStack.FromOutside(0).m_nPos;
+
+        if (IsInMain(nOutermost) && !IsRepeatedCall(nOutermost))
+        {
+            memory.nMainCut = nOutermost;
+        }
     }
 
     return PatchAll(src, dest, target, {}, &memory);

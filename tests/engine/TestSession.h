@@ -188,7 +188,8 @@ public:
     SPlace Place()
     {
         SPlace place;
-        const auto& path = Shader().GetCallPath();
+        const auto& innermostFirst = Shader().GetCallPath();
+        const std::vector<ProgramCounter> path(innermostFirst.begin(), innermostFirst.end());
         for (auto it = path.rbegin(); it != path.rend(); ++it)
         {
             place.vCalls.push_back(it->m_nPos);

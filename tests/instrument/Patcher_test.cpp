@@ -77,9 +77,9 @@ TEST_P(GoldenPatch, IsAsWritten)
     CTestKernel kernel(ReadFile(s_strFolder + "kernels/" + golden.pszKernel + ".il"), golden.setup);
     ASSERT_TRUE(kernel.IsAnalyzed());
 
-    for (const SCall& call : golden.vCalls)
+    for (auto it = golden.vCalls.rbegin(); it != golden.vCalls.rend(); ++it)
     {
-        kernel.Shader().m_CallStack.push_back(kernel.At(kernel.Find(call.pszLine, call.nOccurrence), call.vPasses));
+        kernel.Shader().m_CallStack.push_front(kernel.At(kernel.Find(it->pszLine, it->nOccurrence), it->vPasses));
     }
 
     ProgramCounter target = g_PC_NULL;

@@ -401,6 +401,39 @@ TEST_F(Attack, LongChainsOverflowNothing)
     }
 }
 
+/// What a call costs must not depend on how many are open, nor a run on how many it returns from.
+TEST_F(Attack, NestedCallsTakeNoRunsOfTheirOwn)
+{
+    std::vector<unsigned long> vRuns;
+    for (const int nDepth : {10, 2000})
+    {
+        std::string strSource = ReadText(s_strSource);
+        std::string strFunctions;
+        for (int n = 0; n < nDepth; ++n)
+        {
+            const std::string strCall = n + 1 < nDepth ? "call " + std::to_string(2001 + n) + "\n" : "";
+            strFunctions +=
+                "func " + std::to_string(2000 + n) + "\niadd r9.x, r9.x, l0.y\n" + strCall + "ret\nendfunc\n";
+        }
+        const size_t nCall = strSource.rfind("ret\nendfunc");
+        strSource.replace(nCall, 0, "call 2000\nmov r9.y, r9.x\n");
+        strSource.replace(strSource.rfind("end\n"), 0, strFunctions);
+        std::ofstream(m_Folder / "k.il") << strSource;
+        const std::string strLaunch =
+            WriteLaunch(R"({"program": "k.il", "kernel": "nested_if", "global": [16], "local": [8],
+                            "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})");
+        const SOutcome outcome = Run({"debug", strLaunch, "-batch", "--json", "-ex", "break 35", "-ex", "run", "-ex",
+                                      "print r9.y", "-ex", "kill"});
+        EXPECT_EQ(outcome.nCode, 0) << outcome.strText;
+        const size_t nRuns = outcome.strText.find("\"runs\":");
+        ASSERT_NE(nRuns, std::string::npos) << outcome.strText;
+        vRuns.push_back(std::stoul(outcome.strText.substr(nRuns + 7)));
+        EXPECT_NE(outcome.strText.find("\"value\":\"" + std::to_string(nDepth) + "\""), std::string::npos)
+            << outcome.strText;
+    }
+    EXPECT_EQ(vRuns.front(), vRuns.back());
+}
+
 TEST_F(Attack, RefusalsSayWhichLimitWasMet)
 {
     std::string strSource = ReadText(s_strSource);
