@@ -281,7 +281,7 @@ std::string RenderSettings(const json& view)
     for (const json& setting : view["settings"])
     {
         strText +=
-            PadRight(Text(setting["name"]), 12) + PadRight(Text(setting["value"]), 16) + Text(setting["text"]) + "\n";
+            PadRight(Text(setting["name"]), 13) + PadRight(Text(setting["value"]), 16) + Text(setting["text"]) + "\n";
     }
     return strText;
 }
