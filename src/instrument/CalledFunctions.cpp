@@ -233,8 +233,8 @@ bool CInstrumentedShaderIL::WriteCopy(const SPass& pass, const SCut& cut, unsign
     return bPatched && SD_Assert(GetHost(), copy.bDone);
 }
 
-/// Moves a stream behind the item that begins a macro, or else the function of a func instruction. The first search notes
-/// where all of them begin: a target in many calls has a copy of each function on the way.
+/// Moves a stream behind the item that begins a macro, or else the function of a func instruction. The first search
+/// notes where all of them begin: a target in many calls has a copy of each function on the way.
 bool CInstrumentedShaderIL::FindBody(CSource& src, const SOutlineMacro* pMacro,
                                      const CShaderDebuggerInstructionIL& func, SItem& item)
 {

@@ -423,7 +423,7 @@ TEST_F(Attack, NestedCallsTakeNoRunsOfTheirOwn)
             WriteLaunch(R"({"program": "k.il", "kernel": "nested_if", "global": [16], "local": [8],
                             "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})");
         const SOutcome outcome = Run({"debug", strLaunch, "-batch", "--json", "-ex", "break 35", "-ex", "run", "-ex",
-                                      "print r9.y", "-ex", "kill"});
+                                      "print r9.x", "-ex", "kill"});
         EXPECT_EQ(outcome.nCode, 0) << outcome.strText;
         const size_t nRuns = outcome.strText.find("\"runs\":");
         ASSERT_NE(nRuns, std::string::npos) << outcome.strText;
