@@ -27,6 +27,9 @@ struct SLook
 const SLook s_Looks[] = {
     {"memory", [](SLaunch& launch, bool bOn) { launch.nChecks = bOn ? PLATFORM_CHECK_MEMORY : 0; }, 1.3, 2},
     {"race", [](SLaunch& launch, bool bOn) { launch.nChecks = bOn ? PLATFORM_CHECK_RACE : 0; }, 2.5, 5},
+    {"init", [](SLaunch& launch, bool bOn) { launch.nChecks = bOn ? PLATFORM_CHECK_INIT : 0; }, 3, 5},
+    {"nan", [](SLaunch& launch, bool bOn) { launch.nChecks = bOn ? PLATFORM_CHECK_NAN : 0; }, 1.5, 2.5},
+    {"all", [](SLaunch& launch, bool bOn) { launch.nChecks = bOn ? ~0u : 0; }, 6, 10},
     {"profile", [](SLaunch& launch, bool bOn) { launch.bKeepProfile = bOn; }, 1.5, 3},
 };
 
@@ -43,12 +46,25 @@ double Median(std::vector<double> vFigures)
     return vFigures[vFigures.size() / 2];
 }
 
+/// Memory is looked up as if part of it weren't written; all of it is.
+std::vector<std::vector<unsigned char>> MakeShadows(SLaunch& launch)
+{
+    std::vector<std::vector<unsigned char>> vShadows;
+    for (SMemoryRange& range : launch.vMemory)
+    {
+        vShadows.emplace_back(range.nSize, 0);
+        range.pShadow = vShadows.back().data();
+    }
+    return vShadows;
+}
+
 void Report(CReport& report, const SLook& look)
 {
     std::vector<double> vMedians;
     for (const auto& pKernel : MakeBenchKernels())
     {
         pKernel->Check();
+        const std::vector<std::vector<unsigned char>> vShadows = MakeShadows(pKernel->launch);
         const unsigned int nTimes = RepeatsOf(*pKernel);
         const auto run = [&](bool bOn)
         {

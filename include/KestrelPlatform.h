@@ -201,7 +201,11 @@ enum EPlatformCheck
     PLATFORM_CHECK_RACE = 2,    ///< work-items that meet at the same bytes
     PLATFORM_CHECK_BARRIER = 4, ///< barriers that part of a work-group didn't reach, and runs that don't end
     PLATFORM_CHECK_ALIGNMENT =
-        8 ///< other accesses that are misaligned: a compiler makes such ones of packed structures
+        8, ///< other accesses that are misaligned: a compiler makes such ones of packed structures
+    /// Values that come from bytes nobody wrote, where a branch, an address or an output depends on them. Buffers that
+    /// are made without contents while it is set count as such bytes.
+    PLATFORM_CHECK_INIT = 16,
+    PLATFORM_CHECK_NAN = 32 ///< what makes NaN or infinity of other numbers, and integers that have no right result
 };
 
 enum EPlatformFinding
@@ -211,7 +215,33 @@ enum EPlatformFinding
     PLATFORM_FINDING_MISALIGNED,
     PLATFORM_FINDING_RACE,
     PLATFORM_FINDING_BARRIER,
-    PLATFORM_FINDING_HANG ///< stopped at the limit of instructions
+    PLATFORM_FINDING_HANG, ///< stopped at the limit of instructions
+    PLATFORM_FINDING_INIT,
+    PLATFORM_FINDING_NAN
+};
+
+/// What is wrong at the place of a finding of PLATFORM_CHECK_INIT or PLATFORM_CHECK_NAN.
+enum EPlatformFault
+{
+    PLATFORM_FAULT_BRANCH = 0, ///< depends on bytes that nobody wrote; so do the next four
+    PLATFORM_FAULT_ADDRESS,
+    PLATFORM_FAULT_OUTPUT,
+    PLATFORM_FAULT_ATOMIC, ///< works on them
+    PLATFORM_FAULT_NAN,    ///< is made of numbers
+    PLATFORM_FAULT_INFINITY,
+    PLATFORM_FAULT_DIVISION, ///< of integers by 0
+    PLATFORM_FAULT_SHIFT,    ///< by the width or more
+    PLATFORM_FAULT_RANGE     ///< a conversion of a number that the integer can't hold
+};
+
+/// Whose bytes nobody wrote.
+enum EPlatformOrigin
+{
+    PLATFORM_ORIGIN_REGISTER = 1,
+    PLATFORM_ORIGIN_ARRAY,
+    PLATFORM_ORIGIN_PRIVATE,
+    PLATFORM_ORIGIN_LOCAL,
+    PLATFORM_ORIGIN_BUFFER
 };
 
 /// What a check has found at one place, told of the lowest work-item.
@@ -219,7 +249,9 @@ struct SPlatformFinding
 {
     uint32_t nKind; ///< an EPlatformFinding
     uint32_t nInstruction;
-    uint32_t nOther;  ///< of a race: the other access's instruction, which may be the same; else ~0
+    /// Of a race: the other access's instruction, which may be the same. Of PLATFORM_FINDING_INIT: the one that read
+    /// the bytes. Else ~0.
+    uint32_t nOther;
     uint32_t nMemory; ///< an EPlatformMemory
     int32_t bWrite;
     int32_t bOtherWrite;
@@ -227,13 +259,21 @@ struct SPlatformFinding
     int32_t bGroups;  ///< of a race: between groups; else within one, between two of its barriers
     int32_t bValues;  ///< of a race: values are there
     uint32_t nBytes;
-    uint64_t nCount;     ///< how often
-    uint64_t nWorkItem;  ///< of a barrier: the first of its group that didn't reach it
-    uint64_t nOtherItem; ///< of a race
-    uint64_t nAddress;   ///< as of a fault's record
-    uint32_t values[2];  ///< that both write
-    uint32_t nItems;     ///< of items
-    uint64_t items[8];   ///< the lowest work-items of all, in order
+    uint64_t nCount;         ///< how often
+    uint64_t nWorkItem;      ///< of a barrier: the first of its group that didn't reach it
+    uint64_t nOtherItem;     ///< of a race
+    uint64_t nAddress;       ///< as of a fault's record
+    uint32_t values[2];      ///< that both write
+    uint32_t nItems;         ///< of items
+    uint64_t items[8];       ///< the lowest work-items of all, in order
+    uint32_t nFault;         ///< an EPlatformFault
+    uint32_t nOrigin;        ///< an EPlatformOrigin, of PLATFORM_FINDING_INIT
+    uint64_t nOriginAddress; ///< of a buffer whose bytes they are
+    uint64_t nOriginBytes;   ///< its size
+    uint32_t nChain;         ///< of chain
+    uint32_t chain[8];       ///< of PLATFORM_FINDING_NAN: the instructions that pass it on, in order
+    uint32_t nOutputs;       ///< of outputs
+    uint64_t outputs[4];     ///< addresses that it reaches, one of each instruction that stores it
 };
 
 struct SPlatformControl

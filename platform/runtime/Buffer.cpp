@@ -1,6 +1,8 @@
 #include "platform/runtime/Buffer.h"
 
+#include "KestrelPlatform.h"
 #include "platform/runtime/ApiCall.h"
+#include "platform/runtime/KernelLaunch.h"
 
 #include <cstring>
 
@@ -27,6 +29,8 @@ cl_int CreateBuffer(cl_context hContext, cl_mem_flags nFlags, size_t nSize, void
         return CL_MEM_OBJECT_ALLOCATION_FAILURE;
     if ((nFlags & CL_MEM_COPY_HOST_PTR) != 0)
         std::memcpy(pStorage->GetData(), pHostPtr, nSize);
+    if (!pHostPtr && (GetChecks() & PLATFORM_CHECK_INIT) != 0)
+        pStorage->KeepShadow();
     hBuffer = GiveToClient(MakeObject<CBuffer>(std::move(pContext), nFlags, nSize, pHostPtr, std::move(pStorage)));
     return CL_SUCCESS;
 }

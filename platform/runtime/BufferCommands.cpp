@@ -53,6 +53,7 @@ cl_int WriteBuffer(CEnqueue& enqueue, cl_mem hBuffer, bool bBlocking, size_t nOf
                           [pMem, nOffset, nBytes, pSource]
                           {
                               CopyBytes(pMem->GetData() + nOffset, pSource, nBytes);
+                              pMem->MarkWritten(nOffset, nBytes);
                               Count(PLATFORM_COUNTER_BYTES_WRITTEN, nBytes);
                               return CL_SUCCESS;
                           });
@@ -76,6 +77,7 @@ cl_int CopyBuffer(CEnqueue& enqueue, cl_mem hSource, cl_mem hTarget, size_t nSou
                           {
                               // Two objects may use the same memory of the client's.
                               std::memmove(pTargetMem->GetData() + nTarget, pSourceMem->GetData() + nSource, nBytes);
+                              pTargetMem->MarkCopied(nTarget, *pSourceMem, nSource, nBytes);
                               Count(PLATFORM_COUNTER_BYTES_COPIED, nBytes);
                               return CL_SUCCESS;
                           });
@@ -102,6 +104,7 @@ cl_int FillBuffer(CEnqueue& enqueue, cl_mem hBuffer, const void* pPattern, size_
                           [pMem, vPattern, nOffset, nBytes]
                           {
                               FillPattern(pMem->GetData() + nOffset, nBytes, vPattern.data(), vPattern.size());
+                              pMem->MarkWritten(nOffset, nBytes);
                               Count(PLATFORM_COUNTER_BYTES_COPIED, nBytes);
                               return CL_SUCCESS;
                           });

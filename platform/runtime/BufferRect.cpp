@@ -122,6 +122,8 @@ cl_int WriteRect(CEnqueue& enqueue, const SHostTransfer& transfer, const void* p
                               CopyBox(pMem->GetData() + bufferRect.m_nFirst, bufferRect.m_pitches,
                                       static_cast<const unsigned char*>(pHost) + hostRect.m_nFirst, hostRect.m_pitches,
                                       box);
+                              // The gaps between its rows count as written, too: nothing is told that isn't sure.
+                              pMem->MarkWritten(bufferRect.m_nFirst, bufferRect.m_nEnd - bufferRect.m_nFirst);
                               Count(PLATFORM_COUNTER_BYTES_WRITTEN, box.GetBytes());
                               return CL_SUCCESS;
                           });
@@ -191,6 +193,7 @@ cl_int CopyRect(CEnqueue& enqueue, const SCopy& copy)
                           {
                               CopyBox(pTargetMem->GetData() + target.m_nFirst, target.m_pitches,
                                       pSourceMem->GetData() + source.m_nFirst, source.m_pitches, box);
+                              pTargetMem->MarkWritten(target.m_nFirst, target.m_nEnd - target.m_nFirst);
                               Count(PLATFORM_COUNTER_BYTES_COPIED, box.GetBytes());
                               return CL_SUCCESS;
                           });

@@ -157,6 +157,7 @@ cl_int CopyImageToBuffer(CEnqueue& enqueue, cl_mem hImage, cl_mem hBuffer, const
     return enqueue.Submit(CL_COMMAND_COPY_IMAGE_TO_BUFFER, false,
                           [region, pMem, nOffset]
                           {
+                              pMem->MarkWritten(nOffset, region.m_box.GetBytes());
                               return CopyOnDevice(region.m_box, pMem->GetData() + nOffset, TightPitches(region.m_box),
                                                   region.GetData(), region.m_pitches);
                           });

@@ -109,6 +109,7 @@ cl_int CreateOnBuffer(const CContext& context, const SImageShape& shape, cl_mem 
         return nError;
     if (shape.GetBytes() > pBuffer->GetSize())
         return CL_INVALID_IMAGE_SIZE;
+    pBuffer->MarkWritten(0, pBuffer->GetSize()); // who writes texels isn't followed
     hImage = GiveToClient(MakeObject<CImage>(std::move(pBuffer), shape, nFlags));
     return CL_SUCCESS;
 }

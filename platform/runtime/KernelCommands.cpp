@@ -57,6 +57,8 @@ cl_int ReplaceMems(const CContext& context, const SNativeCall& call, std::vector
             reinterpret_cast<uintptr_t>(call.m_ppPlaces[i]) - reinterpret_cast<uintptr_t>(call.m_pArguments);
         if (nPlace > vArguments.size() || vArguments.size() - nPlace < sizeof(void*))
             return CL_INVALID_VALUE;
+        if (vMems.back())
+            vMems.back()->MarkWritten(0, vMems.back()->GetSize());
         void* pData = vMems.back() ? vMems.back()->GetData() : nullptr;
         std::memcpy(vArguments.data() + nPlace, &pData, sizeof(pData));
     }

@@ -197,6 +197,8 @@ private:
         range.nSize = pMem->GetSize();
         range.pData = pMem->GetData();
         range.bReadOnly = (pMem->GetFlags() & CL_MEM_READ_ONLY) != 0;
+        if (unsigned char* const pShadow = pMem->GetStorage()->GetShadow())
+            range.pShadow = pShadow + pMem->GetOffset();
         m_prepared.m_launch.vMemory.push_back(range);
         m_prepared.m_vBuffers.push_back({nArgument, range.nAddress, range.nSize});
         PutAddress(argument, range.nAddress);
@@ -357,8 +359,23 @@ SPlatformEnd MakeEnd(const SLaunchResult& result)
     return {s_ends[result.eStatus], result.nStopInstruction, result.nStopWorkItem};
 }
 
+/// Origins that are numbers of buffers become what they stand for.
+void NameOrigins(const SCompiledKernel& kernel, std::vector<SPlatformFinding>& vFindings)
+{
+    for (SPlatformFinding& finding : vFindings)
+    {
+        if (finding.nKind != PLATFORM_FINDING_INIT || finding.nOrigin < PLATFORM_ORIGIN_BUFFER)
+            continue;
+        const SOriginBuffer buffer = FindOrigin(finding.nOrigin, kernel.b64BitAddresses);
+        finding.nOrigin = PLATFORM_ORIGIN_BUFFER;
+        finding.nOriginAddress = buffer.m_nAddress;
+        finding.nOriginBytes = buffer.m_nSize;
+    }
+}
+
 void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
 {
+    NameOrigins(prepared.m_pExecutable->m_compiled, result.vFindings);
     SPlatformFault fault{};
     fault.nBadAccesses = result.nBadAccesses;
     fault.nInstruction = result.firstBadAccess.nInstruction;
@@ -560,6 +577,11 @@ cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses)
 void SetChecks(cl_uint nChecks)
 {
     s_nChecks = nChecks;
+}
+
+cl_uint GetChecks()
+{
+    return s_nChecks;
 }
 
 cl_uint GetFindings(SPlatformFinding* pFindings, cl_uint nFindings)

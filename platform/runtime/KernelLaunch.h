@@ -62,6 +62,7 @@ cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses);
 
 /// Kernel runs from now on are checked, for a set of EPlatformCheck.
 void SetChecks(cl_uint nChecks);
+cl_uint GetChecks();
 /// What was found in the last run, up to nFindings of it. \return how many there are
 cl_uint GetFindings(SPlatformFinding* pFindings, cl_uint nFindings);
 

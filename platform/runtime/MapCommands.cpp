@@ -30,10 +30,12 @@ cl_int SubmitMap(CEnqueue& enqueue, cl_command_type eType, bool bBlocking, const
 {
     // Whoever waits for the command may look for the mapping, so it is recorded first.
     pMem->AddMapping(pMapped, nFlags, nBytes);
-    const auto run = [nFlags, nBytes]
+    const auto run = [pMem, pMapped, nFlags, nBytes]
     {
         if ((nFlags & CL_MAP_WRITE_INVALIDATE_REGION) == 0)
             Count(PLATFORM_COUNTER_BYTES_READ, nBytes);
+        if ((nFlags & ~cl_map_flags{CL_MAP_READ}) != 0)
+            pMem->MarkWritten(static_cast<size_t>(pMapped - pMem->GetData()), nBytes);
         return CL_SUCCESS;
     };
     const auto undo = [pKept = pMem, pMapped]

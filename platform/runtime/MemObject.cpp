@@ -4,8 +4,11 @@
 #include "platform/runtime/Buffer.h"
 #include "platform/runtime/Counters.h"
 #include "platform/runtime/Image.h"
+#include "platform/simt/checks/ShadowRules.h"
 
+#include <array>
 #include <cstdlib>
+#include <cstring>
 
 namespace KestrelPlatform::Runtime
 {
@@ -22,6 +25,25 @@ bool HasSeveral(cl_mem_flags nFlags)
     return (nFlags & (nFlags - 1)) != 0;
 }
 
+/// Whose bytes nobody has written, by number. Numbers come round: what is older than so many others has lost its name.
+struct SOrigins
+{
+    struct SNamed
+    {
+        SOriginBuffer m_low;
+        SOriginBuffer m_high;
+    };
+    std::mutex m_mutex;
+    cl_uint m_nNext = 0;
+    std::array<SNamed, s_nLastBuffer - s_nFirstBuffer + 1> m_named;
+};
+
+SOrigins& Origins()
+{
+    static auto& s_origins = *new SOrigins;
+    return s_origins;
+}
+
 } // namespace
 
 std::shared_ptr<CStorage> CStorage::Create(const CContext& context, size_t nSize, void* pClient)
@@ -33,7 +55,7 @@ std::shared_ptr<CStorage> CStorage::Create(const CContext& context, size_t nSize
 }
 
 CStorage::CStorage(size_t nSize, void* pClient)
-    : m_pData(static_cast<unsigned char*>(pClient)), m_low(CAddressSpace::Low(), nSize),
+    : m_pData(static_cast<unsigned char*>(pClient)), m_nSize(nSize), m_low(CAddressSpace::Low(), nSize),
       m_high(CAddressSpace::High(), nSize)
 {
     if (pClient || nSize > SIZE_MAX - s_nBaseAlignment)
@@ -44,6 +66,26 @@ CStorage::CStorage(size_t nSize, void* pClient)
     if (m_pOwned)
         m_pData =
             reinterpret_cast<unsigned char*>((nAddress + s_nBaseAlignment - 1) / s_nBaseAlignment * s_nBaseAlignment);
+}
+
+void CStorage::KeepShadow()
+{
+    m_pShadow = std::make_unique<unsigned char[]>(m_nSize);
+    SOrigins& origins = Origins();
+    std::lock_guard<std::mutex> lock(origins.m_mutex);
+    const cl_uint nPlace = origins.m_nNext++ % origins.m_named.size();
+    origins.m_named[nPlace] = {{GetAddress(false), m_nSize}, {GetAddress(true), m_nSize}};
+    std::memset(m_pShadow.get(), static_cast<int>(s_nFirstBuffer + nPlace), m_nSize);
+}
+
+SOriginBuffer FindOrigin(cl_uint nOrigin, bool b64Bit)
+{
+    if (nOrigin < s_nFirstBuffer || nOrigin > s_nLastBuffer)
+        return {};
+    SOrigins& origins = Origins();
+    std::lock_guard<std::mutex> lock(origins.m_mutex);
+    const SOrigins::SNamed& named = origins.m_named[nOrigin - s_nFirstBuffer];
+    return b64Bit ? named.m_high : named.m_low;
 }
 
 CStorage::~CStorage()
@@ -82,6 +124,22 @@ CBuffer* CMemObject::AsBuffer()
 CImage* CMemObject::AsImage()
 {
     return m_eType == CL_MEM_OBJECT_BUFFER ? nullptr : static_cast<CImage*>(this);
+}
+
+void CMemObject::MarkWritten(size_t nOffset, size_t nBytes) const
+{
+    if (unsigned char* const pShadow = m_pStorage->GetShadow())
+        std::memset(pShadow + m_nOffset + nOffset, 0, nBytes);
+}
+
+void CMemObject::MarkCopied(size_t nOffset, const CMemObject& source, size_t nSource, size_t nBytes) const
+{
+    const unsigned char* const pSource = source.m_pStorage->GetShadow();
+    unsigned char* const pShadow = m_pStorage->GetShadow();
+    if (pSource && pShadow)
+        std::memmove(pShadow + m_nOffset + nOffset, pSource + source.m_nOffset + nSource, nBytes);
+    else
+        MarkWritten(nOffset, nBytes);
 }
 
 cl_int CMemObject::GetInfo(cl_mem_info eInfo, const SInfoQuery& query)

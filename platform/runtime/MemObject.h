@@ -26,12 +26,18 @@ public:
     ~CStorage();
 
     unsigned char* GetData() const { return m_pData; }
+    /// From here on it is known which bytes nobody has written: all until they are. Throws std::bad_alloc.
+    void KeepShadow();
+    /// A byte for each; null if they all count as written.
+    unsigned char* GetShadow() const { return m_pShadow.get(); }
     /// In the address space of kernels with 64-bit or 32-bit pointers; 0 if there was no room there.
     cl_ulong GetAddress(bool b64Bit) const { return b64Bit ? m_high.GetAddress() : m_low.GetAddress(); }
 
 private:
     void* m_pOwned = nullptr;
     unsigned char* m_pData = nullptr;
+    const size_t m_nSize;
+    std::unique_ptr<unsigned char[]> m_pShadow;
     CAddressRange m_low;
     CAddressRange m_high;
 };
@@ -56,6 +62,10 @@ public:
     /// The first byte, in host memory.
     unsigned char* GetData() const { return m_pStorage->GetData() + m_nOffset; }
     const std::shared_ptr<CStorage>& GetStorage() const { return m_pStorage; }
+    /// Bytes of the object that somebody other than a kernel has written.
+    void MarkWritten(size_t nOffset, size_t nBytes) const;
+    /// Bytes that were copied from another object are written as far as they were there.
+    void MarkCopied(size_t nOffset, const CMemObject& source, size_t nSource, size_t nBytes) const;
     /// Bytes from the start of the storage.
     size_t GetOffset() const { return m_nOffset; }
     bool CanHostRead() const { return (m_nFlags & (CL_MEM_HOST_WRITE_ONLY | CL_MEM_HOST_NO_ACCESS)) == 0; }
@@ -105,6 +115,14 @@ private:
     std::vector<SMapping> m_vMappings;
     std::vector<SDestructorCallback> m_vDestructorCallbacks;
 };
+
+/// The address and size of the buffer that a number of an origin stands for, as kernels have it; 0 if there is none.
+struct SOriginBuffer
+{
+    cl_ulong m_nAddress = 0;
+    cl_ulong m_nSize = 0;
+};
+SOriginBuffer FindOrigin(cl_uint nOrigin, bool b64Bit);
 
 /// Checks the flags of a new object. \return CL_INVALID_VALUE
 cl_int CheckMemFlags(cl_mem_flags nFlags);

@@ -52,6 +52,7 @@ void CBlock::Start(uint64_t nFirstGroup, IBlockRecorder* pTrace)
 {
     m_nFirstGroup = nFirstGroup;
     m_pTrace = pTrace;
+    m_bSeen = pTrace && pTrace->SeesSteps();
     const uint64_t nGroupsLeft = m_Context.nGroupCount - nFirstGroup;
     if (m_Context.nGroupsPerBlock > 1)
         m_nLive =
@@ -391,6 +392,23 @@ uint32_t CBlock::RunLanes(uint32_t nStep) const
     return static_cast<uint32_t>(pStep - pSteps);
 }
 
+/// The same for a recorder that is told of each.
+uint32_t CBlock::RunSeenLanes(uint32_t nStep) const
+{
+    for (;; ++nStep)
+    {
+        const SMicroOp& step = m_Code.vSteps[nStep];
+        if (step.eKind != MICRO_LANE_FAST && step.eKind != MICRO_LANE_UNIFORM)
+            return nStep;
+        m_pTrace->Stepping(*this, step);
+        if (step.eKind == MICRO_LANE_FAST)
+            m_Lanes.pFast[step.nOp](m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
+        else
+            RunUniform(step);
+        m_pTrace->Stepped(*this, step);
+    }
+}
+
 void CBlock::RecordAccess(const SMicroOp& step, const SAccess& access)
 {
     m_pTrace->Accessing(*this, step, access);
@@ -407,14 +425,18 @@ CBlock::EState CBlock::Run()
     for (;;)
     {
         const SMicroOp& step = pSteps[m_nStep];
+        if (m_bSeen && step.eKind != MICRO_ACCESS && step.eKind != MICRO_LANE_FAST && step.eKind != MICRO_LANE_UNIFORM)
+            m_pTrace->Stepping(*this, step);
         switch (step.eKind)
         {
         case MICRO_LANE_FAST:
         case MICRO_LANE_UNIFORM:
-            m_nStep = RunLanes(m_nStep);
+            m_nStep = m_bSeen ? RunSeenLanes(m_nStep) : RunLanes(m_nStep);
             break;
         case MICRO_LANE_SLOW:
             GetSlowLaneOp(step.nOp)(m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
+            if (m_bSeen)
+                m_pTrace->Stepped(*this, step);
             ++m_nStep;
             break;
         case MICRO_ENTER:

@@ -168,6 +168,7 @@ private:
     void GoOn(const SMicroOp& step);
     bool Limit(const SMicroOp& step);
     uint32_t RunLanes(uint32_t nStep) const;
+    uint32_t RunSeenLanes(uint32_t nStep) const;
     void OpenBranch(const SMicroOp& step, uint32_t bInvert);
     void OtherBranch(const SMicroOp& step);
     void CloseBranch(const SMicroOp& step);
@@ -272,6 +273,7 @@ private:
     SLaneRow m_Shifted;                  ///< local addresses of lanes of several groups
     size_t m_nLastRange = 0;
     IBlockRecorder* m_pTrace = nullptr;
+    bool m_bSeen = false; ///< it is told of each step
 };
 
 } // namespace KestrelPlatform

@@ -30,6 +30,12 @@ public:
     virtual void Accessing(const CBlock& /*block*/, const SMicroOp& /*step*/, const SAccess& /*access*/) {}
     /// They have: values loaded are there, and addresses may be overwritten.
     virtual void Accessed(const CBlock& /*block*/, const SMicroOp& /*step*/, const SAccess& /*access*/) {}
+    /// Whether it is told of each step of the plain form.
+    virtual bool SeesSteps() const { return false; }
+    /// The active work-items are about to execute a step that isn't an access: what it reads is there.
+    virtual void Stepping(const CBlock& /*block*/, const SMicroOp& /*step*/) {}
+    /// They have executed a lane operation.
+    virtual void Stepped(const CBlock& /*block*/, const SMicroOp& /*step*/) {}
     /// Whether it looks at memory, in which nothing may be held back then.
     virtual bool SeesMemory() const { return false; }
     /// The block has come to a barrier; what it executes from here on comes after what others did in front of theirs.

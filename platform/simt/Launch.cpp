@@ -358,7 +358,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             pChecks = std::make_unique<SCheckTotals>(context);
             context.pFindings = &pChecks->findings;
         }
-        const uint32_t nAccessChecks = PLATFORM_CHECK_MEMORY | PLATFORM_CHECK_RACE | PLATFORM_CHECK_ALIGNMENT;
+        const uint32_t nAccessChecks = ~uint32_t(PLATFORM_CHECK_BARRIER);
         SCheckTotals* const pAccessChecks = launch.nChecks & nAccessChecks ? pChecks.get() : nullptr;
         CWorkerPool& pool = CWorkerPool::Get();
         std::atomic<bool> bNoMemory(false);

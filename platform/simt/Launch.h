@@ -36,6 +36,8 @@ struct SMemoryRange
     uint64_t nSize = 0;    ///< bytes
     unsigned char* pData = nullptr;
     bool bReadOnly = false;
+    /// A byte for each: 0, or the origin of one that nobody wrote; null if all are written.
+    unsigned char* pShadow = nullptr;
 };
 
 /// An image as a kernel sees it. Texels are stored tightly: row pitch and slice pitch in bytes.

@@ -216,10 +216,11 @@ void COptionParser::AddCheck()
         m_pApp->add_subcommand("check", "Run launch files and say what their kernels do wrong, and at which lines");
     pCommand->add_option("LAUNCH", check.vLaunches, "launch files (JSON)")->required();
     pCommand
-        ->add_option("--checks", check.vChecks,
-                     "of memory, race, barrier and alignment, with commas; all but the last if missing")
+        ->add_option(
+            "--checks", check.vChecks,
+            "of memory, race, init, nan, barrier and alignment, with commas; memory,race,init,barrier if missing")
         ->delimiter(',')
-        ->check(CLI::IsMember({"memory", "race", "barrier", "alignment"}));
+        ->check(CLI::IsMember({"memory", "race", "init", "nan", "barrier", "alignment"}));
     pCommand->add_option("--suppress", check.strSuppressions, "file with findings that aren't wanted");
     pCommand->add_option("--limit", check.nLimit, "instructions after which a work-group counts as one that hangs");
     pCommand->add_flag("--json", check.bJson, "findings as JSON");

@@ -41,8 +41,40 @@ SCheckTotals::SCheckTotals(const SLaunchContext& contextIn) : context(contextIn)
     }
 }
 
-void CCheckRecorder::Start(const CBlock& /*block*/)
+CCheckRecorder::CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(checks), m_bFirst(bFirst)
 {
+    if (checks.totals.context.launch.nChecks & PLATFORM_CHECK_INIT)
+        m_pInit = std::make_unique<CInitRecorder>(checks.totals.context, checks.findings, checks.vLocalShadow, bFirst);
+    if (checks.totals.context.launch.nChecks & PLATFORM_CHECK_NAN)
+        m_pNumbers = std::make_unique<CNumberRecorder>(checks.totals.context, checks.findings);
+}
+
+void CCheckRecorder::Stepping(const CBlock& block, const SMicroOp& step)
+{
+    if (m_pInit)
+        m_pInit->Stepping(block, step);
+    if (m_pNumbers)
+        m_pNumbers->Stepping(block, step);
+}
+
+void CCheckRecorder::Stepped(const CBlock& block, const SMicroOp& step)
+{
+    if (m_pNumbers)
+        m_pNumbers->Stepped(block, step);
+}
+
+void CCheckRecorder::Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access)
+{
+    if (m_pNumbers)
+        m_pNumbers->Accessed(block, step, access);
+}
+
+void CCheckRecorder::Start(const CBlock& block)
+{
+    if (m_pInit)
+        m_pInit->Start(block);
+    if (m_pNumbers)
+        m_pNumbers->Start();
     m_nInterval = 0;
     if (m_bFirst)
         m_Checks.races.Begin();
@@ -50,7 +82,12 @@ void CCheckRecorder::Start(const CBlock& /*block*/)
 
 void CCheckRecorder::Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
-    if (access.eSpace == SAccess::Private)
+    const uint32_t nAddressChecks = PLATFORM_CHECK_MEMORY | PLATFORM_CHECK_ALIGNMENT | PLATFORM_CHECK_RACE;
+    if (m_pInit)
+        m_pInit->Accessing(block, step, access);
+    if (m_pNumbers)
+        m_pNumbers->Accessing(block, step, access);
+    if (access.eSpace == SAccess::Private || !(m_Checks.totals.context.launch.nChecks & nAddressChecks))
         return;
     m_vAddresses.resize(s_nLanes);
     block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());

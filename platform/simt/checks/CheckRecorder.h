@@ -7,7 +7,9 @@
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/checks/Findings.h"
 #include "platform/simt/checks/GroupRaces.h"
+#include "platform/simt/checks/InitRecorder.h"
 #include "platform/simt/checks/IntervalRaces.h"
+#include "platform/simt/checks/NumberRecorder.h"
 
 namespace KestrelPlatform
 {
@@ -34,19 +36,25 @@ struct SThreadChecks
     SCheckTotals& totals;
     CFindings findings;
     CIntervalRaces races;
+    std::vector<unsigned char> vLocalShadow;
 };
 
-/// Checks the accesses of a block: whether they are aligned, and whether they race.
+/// Checks what a block does: whether its accesses are aligned, whether they race, and whether it depends on what nobody
+/// has written.
 class CCheckRecorder : public IBlockRecorder
 {
 public:
     /// \param bFirst  the first one of its thread
-    CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(checks), m_bFirst(bFirst) {}
+    CCheckRecorder(SThreadChecks& checks, bool bFirst);
 
     void Start(const CBlock& block) override;
     void Flow(const CBlock& /*block*/, uint32_t /*nInstruction*/) override {}
     void Written(const CBlock& /*block*/, const SCode& /*code*/, const SMicroOp& /*step*/) override {}
     void Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access) override;
+    void Stepping(const CBlock& block, const SMicroOp& step) override;
+    void Stepped(const CBlock& block, const SMicroOp& step) override;
+    void Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access) override;
+    bool SeesSteps() const override { return m_pInit || m_pNumbers; }
     void Barrier() override { ++m_nInterval; }
 
 private:
@@ -59,6 +67,8 @@ private:
 
     SThreadChecks& m_Checks;
     const bool m_bFirst;
+    std::unique_ptr<CInitRecorder> m_pInit; ///< null if it isn't looked for
+    std::unique_ptr<CNumberRecorder> m_pNumbers;
     uint32_t m_nInterval = 0;
     std::vector<uint64_t> m_vAddresses; ///< of the access under way, from the block's first lane
     std::vector<SRaceAccess> m_vGlobal; ///< its parts that touch one memory object

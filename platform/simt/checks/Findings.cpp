@@ -11,15 +11,15 @@ namespace
 {
 
 const size_t s_nMostPlaces = 4096;
-const uint32_t s_nNamedItems = sizeof(SPlatformFinding::items) / sizeof(SPlatformFinding::items[0]);
 
 /// Keeps the lowest ones of both.
-void MergeItems(SPlatformFinding& to, const SPlatformFinding& from)
+template <class T, size_t nMost>
+void MergeLists(T (&to)[nMost], uint32_t& nTo, const T (&from)[nMost], uint32_t nFrom)
 {
-    uint64_t items[2 * s_nNamedItems];
-    uint64_t* const pEnd = std::set_union(to.items, to.items + to.nItems, from.items, from.items + from.nItems, items);
-    to.nItems = std::min(static_cast<uint32_t>(pEnd - items), s_nNamedItems);
-    std::copy_n(items, to.nItems, to.items);
+    T all[2 * nMost];
+    T* const pEnd = std::set_union(to, to + nTo, from, from + nFrom, all);
+    nTo = static_cast<uint32_t>(std::min<size_t>(static_cast<size_t>(pEnd - all), nMost));
+    std::copy_n(all, nTo, to);
 }
 
 /// A pair is the same whichever of both came first.
@@ -43,10 +43,16 @@ void Merge(SPlatformFinding& to, const SPlatformFinding& from)
     // Values that differ tell more than those that happen to be equal.
     if (from.bUnequal != to.bUnequal ? from.bUnequal != 0 : order(from) < order(to))
         merged = from;
-    std::copy_n(to.items, s_nNamedItems, merged.items);
-    merged.nItems = to.nItems;
-    MergeItems(merged, from);
     merged.nCount = to.nCount + from.nCount;
+    MergeLists(to.items, to.nItems, from.items, from.nItems);
+    MergeLists(to.chain, to.nChain, from.chain, from.nChain);
+    MergeLists(to.outputs, to.nOutputs, from.outputs, from.nOutputs);
+    std::copy(std::begin(to.items), std::end(to.items), merged.items);
+    std::copy(std::begin(to.chain), std::end(to.chain), merged.chain);
+    std::copy(std::begin(to.outputs), std::end(to.outputs), merged.outputs);
+    merged.nItems = to.nItems;
+    merged.nChain = to.nChain;
+    merged.nOutputs = to.nOutputs;
     to = merged;
 }
 
@@ -68,7 +74,7 @@ SPlatformFinding MakeFinding(EPlatformFinding eKind, uint32_t nInstruction, uint
 void CFindings::Add(const SPlatformFinding& found)
 {
     const SPlatformFinding finding = PutInOrder(found);
-    const Key key(finding.nInstruction, finding.nKind, finding.nOther, finding.nMemory, finding.bWrite);
+    const Key key(finding.nInstruction, finding.nKind, finding.nOther, finding.nMemory, finding.bWrite, finding.nFault);
     const auto [it, bNew] = m_mapByPlace.insert({key, finding});
     if (!bNew)
         Merge(it->second, finding);

@@ -27,7 +27,7 @@ public:
     std::vector<SPlatformFinding> List() const;
 
 private:
-    typedef std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, int32_t> Key;
+    typedef std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, int32_t, uint32_t> Key;
 
     std::mutex m_Mutex;
     std::map<Key, SPlatformFinding> m_mapByPlace;

@@ -7,6 +7,8 @@ __kernel void local_overrun(__global int* out, __local int* tile)
     tile[lid] = lid;
 #else
     tile[lid + 1] = lid; // fault: memory
+    if (lid == 0)
+        tile[0] = 0;
 #endif
     barrier(CLK_LOCAL_MEM_FENCE);
     out[get_global_id(0)] = tile[lid];

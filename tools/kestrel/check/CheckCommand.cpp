@@ -18,10 +18,9 @@ struct SCheckName
 };
 
 const SCheckName s_CheckNames[] = {
-    {"memory", PLATFORM_CHECK_MEMORY, true},
-    {"race", PLATFORM_CHECK_RACE, true},
-    {"barrier", PLATFORM_CHECK_BARRIER, true},
-    {"alignment", PLATFORM_CHECK_ALIGNMENT, false},
+    {"memory", PLATFORM_CHECK_MEMORY, true},   {"race", PLATFORM_CHECK_RACE, true},
+    {"init", PLATFORM_CHECK_INIT, true},       {"nan", PLATFORM_CHECK_NAN, false},
+    {"barrier", PLATFORM_CHECK_BARRIER, true}, {"alignment", PLATFORM_CHECK_ALIGNMENT, false},
 };
 
 } // namespace
@@ -48,11 +47,11 @@ int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std
     {
         suppressions.Read(ReadFileBytes(options.strSuppressions), options.strSuppressions);
     }
-    CCheckReport report(nChecks, options.nLimit, suppressions);
+    CCheckReport report(libraries, nChecks, options.nLimit, suppressions);
     for (const std::string& strLaunch : options.vLaunches)
     {
         CLaunch launch(libraries, ReadLaunchFile(strLaunch));
-        report.Run(libraries, launch);
+        report.Run(launch);
     }
     const auto dump = [](const nlohmann::json& value)
     { return value.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + "\n"; };

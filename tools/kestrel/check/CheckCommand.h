@@ -14,7 +14,7 @@ namespace KestrelTool
 struct SCheckOptions
 {
     std::vector<std::string> vLaunches;
-    std::vector<std::string> vChecks; ///< "memory", "race", "barrier", "alignment"; none for all but the last
+    std::vector<std::string> vChecks; ///< by name; none for those that are made by default
     std::string strSuppressions;      ///< file; empty for none
     std::string strSarif;             ///< files to write; empty for none
     std::string strJUnit;

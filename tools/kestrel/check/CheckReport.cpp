@@ -18,26 +18,15 @@ namespace KestrelTool
 namespace
 {
 
-/// Checks runs while it lives.
-class CCheckSwitch
+const SPlatformControl& RequireControl(const CLibraries& libraries)
 {
-public:
-    CCheckSwitch(const SPlatformControl& control, uint32_t nChecks, uint64_t nLimit) : m_Control(control)
+    const SPlatformControl* const pControl = FindPlatformControl(libraries);
+    if (pControl == nullptr)
     {
-        m_Control.SetChecks(nChecks);
-        m_Control.SetInstructionLimit(nLimit);
+        throw CPlatformError("this platform checks nothing; the software platform does");
     }
-    ~CCheckSwitch()
-    {
-        m_Control.SetChecks(0);
-        m_Control.SetInstructionLimit(0);
-    }
-    CCheckSwitch(const CCheckSwitch&) = delete;
-    CCheckSwitch& operator=(const CCheckSwitch&) = delete;
-
-private:
-    const SPlatformControl& m_Control;
-};
+    return *pControl;
+}
 
 template <class T>
 std::vector<T> TakeAll(uint32_t (*pfGet)(T*, uint32_t))
@@ -58,6 +47,10 @@ const char* NameCheck(uint32_t nKind)
         return "barrier";
     case PLATFORM_FINDING_MISALIGNED:
         return "alignment";
+    case PLATFORM_FINDING_INIT:
+        return "init";
+    case PLATFORM_FINDING_NAN:
+        return "nan";
     default:
         return "memory";
     }
@@ -77,37 +70,37 @@ bool SCheckPlace::operator<(const SCheckPlace& other) const
     return std::tie(strFile, nLine) < std::tie(other.strFile, other.nLine);
 }
 
-CCheckReport::CCheckReport(uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions)
-    : m_nChecks(nChecks), m_nLimit(nLimit), m_Suppressions(std::move(suppressions))
+CCheckReport::CCheckReport(const CLibraries& libraries, uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions)
+    : m_Control(RequireControl(libraries)), m_Suppressions(std::move(suppressions))
 {
+    m_Control.SetChecks(nChecks);
+    m_Control.SetInstructionLimit(nLimit);
 }
 
-void CCheckReport::Run(const CLibraries& libraries, CLaunch& launch)
+CCheckReport::~CCheckReport()
 {
-    const SPlatformControl* const pControl = FindPlatformControl(libraries);
-    if (pControl == nullptr)
+    m_Control.SetChecks(0);
+    m_Control.SetInstructionLimit(0);
+}
+
+void CCheckReport::Run(CLaunch& launch)
+{
+    try
     {
-        throw CPlatformError("this platform checks nothing; the software platform does");
+        launch.Run();
     }
+    catch (const CPlatformError&)
     {
-        const CCheckSwitch checks(*pControl, m_nChecks, m_nLimit);
-        try
+        // A run that is stopped at its limit is a finding.
+        SPlatformEnd end = {};
+        m_Control.GetLastEnd(&end);
+        if (end.nEnd != PLATFORM_END_LIMIT)
         {
-            launch.Run();
-        }
-        catch (const CPlatformError&)
-        {
-            // A run that is stopped at its limit is a finding.
-            SPlatformEnd end = {};
-            pControl->GetLastEnd(&end);
-            if (end.nEnd != PLATFORM_END_LIMIT)
-            {
-                throw;
-            }
+            throw;
         }
     }
     ++m_nLaunches;
-    Take(TakeAll(pControl->GetFindings), TakeAll(pControl->GetLastBuffers), launch);
+    Take(TakeAll(m_Control.GetFindings), TakeAll(m_Control.GetLastBuffers), launch);
 }
 
 const std::vector<std::string>& CCheckReport::ReadSource(const std::string& strFile, const SLaunchFile& launch)
@@ -159,7 +152,16 @@ void CCheckReport::Take(const std::vector<SPlatformFinding>& vRaw, const std::ve
         finding.strCheck = NameCheck(raw.nKind);
         finding.strKernel = strKernel;
         finding.place = find(raw.nInstruction);
-        finding.other = raw.nKind == PLATFORM_FINDING_RACE ? find(raw.nOther) : SCheckPlace();
+        finding.other = raw.nOther != ~0u ? find(raw.nOther) : SCheckPlace();
+        for (uint32_t n = 0; n < raw.nChain; ++n)
+        {
+            const SCheckPlace place = find(raw.chain[n]);
+            if (!(place == finding.place) &&
+                std::find(finding.vChain.begin(), finding.vChain.end(), place) == finding.vChain.end())
+            {
+                finding.vChain.push_back(place);
+            }
+        }
         finding.strMessage = words.Describe(raw);
         finding.strItems = words.NameItems(raw);
         finding.finding = raw;
@@ -189,7 +191,8 @@ void CCheckReport::Add(const SCheckFinding& finding)
             return false;
         }
         return bRace ? std::minmax(known.place, known.other) == std::minmax(finding.place, finding.other)
-                     : known.place == finding.place && known.finding.nMemory == finding.finding.nMemory &&
+                     : known.place == finding.place && known.finding.nFault == finding.finding.nFault &&
+                           known.finding.nMemory == finding.finding.nMemory &&
                            known.finding.bWrite == finding.finding.bWrite;
     };
     const auto it = std::find_if(m_vFindings.begin(), m_vFindings.end(), isSame);

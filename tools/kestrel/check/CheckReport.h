@@ -28,13 +28,14 @@ struct SCheckPlace
 /// Something wrong with a kernel, at one place or two.
 struct SCheckFinding
 {
-    std::string strCheck; ///< "memory", "race", "barrier" or "alignment"
+    std::string strCheck; ///< "memory", "race", "init", "nan", "barrier" or "alignment"
     std::string strKernel;
     SCheckPlace place;
-    SCheckPlace other;        ///< of a race
-    std::string strMessage;   ///< what is wrong, in a line
-    std::string strItems;     ///< "work-items 3, 7, 11 and others"
-    SPlatformFinding finding; ///< its first one
+    SCheckPlace other;               ///< of a race; of "init", what read the bytes, if it is another place
+    std::vector<SCheckPlace> vChain; ///< of "nan": what passes it on, in order
+    std::string strMessage;          ///< what is wrong, in a line
+    std::string strItems;            ///< "work-items 3, 7, 11 and others"
+    SPlatformFinding finding;        ///< its first one
     uint64_t nCount = 0;
 };
 
@@ -44,11 +45,17 @@ class CCheckReport
 public:
     /// \param nChecks  a set of EPlatformCheck
     /// \param nLimit  instructions that a work-group may execute
-    CCheckReport(uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions);
+    /// Checks kernel runs from here on, as long as it lives. Buffers whose bytes are to be followed are made meanwhile.
+    /// \throws CPlatformError
+    CCheckReport(const CLibraries& libraries, uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions);
 
     /// Runs a launch and takes in what is found.
     /// \throws CPlatformError
-    void Run(const CLibraries& libraries, CLaunch& launch);
+    void Run(CLaunch& launch);
+
+    ~CCheckReport();
+    CCheckReport(const CCheckReport&) = delete;
+    CCheckReport& operator=(const CCheckReport&) = delete;
 
     /// By launch and place.
     const std::vector<SCheckFinding>& GetFindings() const { return m_vFindings; }
@@ -61,8 +68,7 @@ private:
     void Add(const SCheckFinding& finding);
     const std::vector<std::string>& ReadSource(const std::string& strFile, const SLaunchFile& launch);
 
-    const uint32_t m_nChecks;
-    const uint64_t m_nLimit;
+    const SPlatformControl& m_Control;
     const CSuppressions m_Suppressions;
     std::map<std::string, std::vector<std::string>> m_mapSources;
     std::vector<SCheckFinding> m_vFindings;

@@ -2,6 +2,7 @@
 
 #include "tools/session/debug/Format.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace KestrelTool
@@ -13,7 +14,7 @@ namespace
 const char* const s_pszMemories[] = {"global memory", "local memory", "private memory", "an array of registers",
                                      "an image"};
 
-std::string NameSize(uint32_t nBytes)
+std::string NameSize(uint64_t nBytes)
 {
     return nBytes == 1 ? "1 byte" : std::to_string(nBytes) + " bytes";
 }
@@ -90,15 +91,77 @@ std::string CCheckWords::NamePlace(const SPlatformFinding& finding) const
     {
         return FormatHex(finding.nAddress) + " of " + NameMemory(finding.nMemory);
     }
-    const SPlatformBuffer* const pBuffer = FindBuffer(finding.nAddress);
+    return NameAddress(finding.nAddress);
+}
+
+/// Of global memory.
+std::string CCheckWords::NameAddress(uint64_t nAddress) const
+{
+    const SPlatformBuffer* const pBuffer = FindBuffer(nAddress);
     if (pBuffer == nullptr)
     {
-        return finding.nAddress < 65536 ? "a null pointer's " + FormatHex(finding.nAddress)
-                                        : "address " + FormatHex(finding.nAddress);
+        return nAddress < 65536 ? "a null pointer's " + FormatHex(nAddress) : "address " + FormatHex(nAddress);
     }
     const std::string& strName = m_vArguments[pBuffer->nArgument].strName;
-    return finding.nAddress < pBuffer->nAddress ? strName + "-" + FormatHex(pBuffer->nAddress - finding.nAddress)
-                                                : strName + "+" + FormatHex(finding.nAddress - pBuffer->nAddress);
+    return nAddress < pBuffer->nAddress ? strName + "-" + FormatHex(pBuffer->nAddress - nAddress)
+                                        : strName + "+" + FormatHex(nAddress - pBuffer->nAddress);
+}
+
+std::string CCheckWords::NameOrigin(const SPlatformFinding& finding) const
+{
+    switch (finding.nOrigin)
+    {
+    case PLATFORM_ORIGIN_REGISTER:
+        return "a variable";
+    case PLATFORM_ORIGIN_ARRAY:
+    case PLATFORM_ORIGIN_PRIVATE:
+        return "private memory";
+    case PLATFORM_ORIGIN_LOCAL:
+        return "local memory";
+    default:
+        break;
+    }
+    for (const SPlatformBuffer& buffer : m_vBuffers)
+    {
+        const bool bHolds =
+            finding.nOriginAddress >= buffer.nAddress && finding.nOriginAddress - buffer.nAddress < buffer.nSize;
+        if (bHolds && buffer.nArgument < m_vArguments.size())
+        {
+            return m_vArguments[buffer.nArgument].strName;
+        }
+    }
+    return finding.nOriginBytes == 0 ? "a buffer" : "a buffer of " + NameSize(finding.nOriginBytes);
+}
+
+std::string CCheckWords::DescribeInit(const SPlatformFinding& finding) const
+{
+    const std::string strOrigin = NameOrigin(finding) + " that nobody wrote";
+    switch (finding.nFault)
+    {
+    case PLATFORM_FAULT_BRANCH:
+        return "a branch depends on bytes of " + strOrigin;
+    case PLATFORM_FAULT_ADDRESS:
+        return "an address depends on bytes of " + strOrigin;
+    case PLATFORM_FAULT_ATOMIC:
+        return "an atomic works on bytes of " + strOrigin;
+    default:
+        return "a result" + (finding.nAddress == 0 ? "" : " at " + NameAddress(finding.nAddress)) +
+               " depends on bytes of " + strOrigin;
+    }
+}
+
+std::string CCheckWords::DescribeNumber(const SPlatformFinding& finding) const
+{
+    static const char* const s_pszFaults[] = {
+        "NaN is made of numbers", "infinity is made of finite numbers", "an integer is divided by 0",
+        "a shift by the width of its operand, or more", "a number is converted that the integer can't hold"};
+    std::string strText = s_pszFaults[std::clamp<uint32_t>(finding.nFault, PLATFORM_FAULT_NAN, PLATFORM_FAULT_RANGE) -
+                                      PLATFORM_FAULT_NAN];
+    for (uint32_t n = 0; n < finding.nOutputs && n < std::size(finding.outputs); ++n)
+    {
+        strText += (n == 0 ? "; it reaches " : ", ") + NameAddress(finding.outputs[n]);
+    }
+    return strText;
 }
 
 std::string CCheckWords::NameExtent(const SPlatformFinding& finding) const
@@ -120,6 +183,10 @@ std::string CCheckWords::Describe(const SPlatformFinding& finding) const
         return "misaligned " + NameAccess(finding) + " at " + NamePlace(finding);
     case PLATFORM_FINDING_RACE:
         return DescribeRace(finding, NamePlace(finding));
+    case PLATFORM_FINDING_INIT:
+        return DescribeInit(finding);
+    case PLATFORM_FINDING_NAN:
+        return DescribeNumber(finding);
     case PLATFORM_FINDING_BARRIER:
         return "a barrier that only part of a work-group reaches";
     default:

@@ -23,6 +23,10 @@ public:
     std::string NameItems(const SPlatformFinding& finding) const;
 
 private:
+    std::string NameAddress(uint64_t nAddress) const;
+    std::string NameOrigin(const SPlatformFinding& finding) const;
+    std::string DescribeInit(const SPlatformFinding& finding) const;
+    std::string DescribeNumber(const SPlatformFinding& finding) const;
     std::string NamePlace(const SPlatformFinding& finding) const;
     std::string NameExtent(const SPlatformFinding& finding) const;
     const SPlatformBuffer* FindBuffer(uint64_t nAddress) const;

@@ -16,6 +16,13 @@ bool IsRace(const SCheckFinding& finding)
     return finding.finding.nKind == PLATFORM_FINDING_RACE;
 }
 
+/// Whether the bytes were read somewhere else.
+bool IsRead(const SCheckFinding& finding)
+{
+    return finding.finding.nKind == PLATFORM_FINDING_INIT && !finding.other.strFile.empty() &&
+           !(finding.place == finding.other);
+}
+
 std::string NameCheckPlace(const SCheckPlace& place)
 {
     return place.strFile + ":" + std::to_string(place.nLine);
@@ -83,6 +90,14 @@ std::string RenderCheck(const CCheckReport& report)
         {
             text << "  and " << NameCheckPlace(finding.other) << "\n" << RenderCheckPlace(finding.other);
         }
+        if (IsRead(finding))
+        {
+            text << "  read at " << NameCheckPlace(finding.other) << "\n" << RenderCheckPlace(finding.other);
+        }
+        for (const SCheckPlace& place : finding.vChain)
+        {
+            text << "  then at " << NameCheckPlace(place) << "\n" << RenderCheckPlace(place);
+        }
         text << "  " << finding.strItems << "; " << NameTimes(finding.nCount) << "\n\n";
     }
     const size_t nFindings = report.GetFindings().size();
@@ -116,6 +131,14 @@ json DescribeCheck(const CCheckReport& report)
         {
             described["items"] = std::vector<uint64_t>(raw.items, raw.items + raw.nItems);
         }
+        if (IsRead(finding))
+        {
+            described["read"] = DescribePlace(finding.other);
+        }
+        for (const SCheckPlace& place : finding.vChain)
+        {
+            described["chain"].push_back(DescribePlace(place));
+        }
         findings.push_back(described);
     }
     return {{"findings", findings}, {"launches", report.GetLaunches()}, {"suppressed", report.GetSuppressed()}};
@@ -134,9 +157,13 @@ json MakeSarif(const CCheckReport& report)
                            {"relatedLocations", bTwo ? json::array({MakeLocation(finding.other)}) : json::array()},
                            {"occurrenceCount", finding.nCount}});
     }
-    const json driver = {
-        {"name", "kestrel check"},
-        {"rules", json::array({{{"id", "memory"}}, {{"id", "race"}}, {{"id", "barrier"}}, {{"id", "alignment"}}})}};
+    const json driver = {{"name", "kestrel check"},
+                         {"rules", json::array({{{"id", "memory"}},
+                                                {{"id", "race"}},
+                                                {{"id", "init"}},
+                                                {{"id", "nan"}},
+                                                {{"id", "barrier"}},
+                                                {{"id", "alignment"}}})}};
     return {{"version", "2.1.0"}, {"runs", json::array({{{"tool", {{"driver", driver}}}, {"results", results}}})}};
 }
 

@@ -50,7 +50,7 @@ Pattern ReadPattern(const CJsonField& field, const SElementType& type)
     if (field.IsString())
     {
         const std::string strName = field.AsString();
-        if (strName == "zero")
+        if (strName == "zero" || strName == "none")
         {
             return [](size_t) { return 0.0; };
         }
@@ -58,7 +58,7 @@ Pattern ReadPattern(const CJsonField& field, const SElementType& type)
         {
             return [](size_t nIndex) { return static_cast<double>(nIndex); };
         }
-        field.Fail("must be \"zero\", \"iota\", {\"constant\": C} or {\"random\": SEED}");
+        field.Fail("must be \"zero\", \"none\", \"iota\", {\"constant\": C} or {\"random\": SEED}");
     }
     field.AllowOnly({"constant", "random"});
     if (field.Has("constant"))

@@ -73,7 +73,7 @@ void CLaunch::Create()
     {
         CreateArgument(i);
     }
-    ResetContents();
+    WriteContents(true);
 }
 
 void CLaunch::Release()
@@ -346,14 +346,23 @@ void CLaunch::WriteBuffer(cl_mem buffer, const SArgument& argument)
 
 void CLaunch::ResetContents()
 {
+    WriteContents(false);
+}
+
+/// \param bNew  nothing is in the buffers yet: those without contents stay so
+void CLaunch::WriteContents(bool bNew)
+{
     for (size_t i = 0; i < m_File.vBuffers.size(); ++i)
     {
-        WriteBuffer(m_vBuffers[i], m_File.vBuffers[i]);
+        if (!bNew || !m_File.vBuffers[i].bUnwritten)
+        {
+            WriteBuffer(m_vBuffers[i], m_File.vBuffers[i]);
+        }
     }
     for (size_t i = 0; i < m_File.vArguments.size(); ++i)
     {
         const SArgument& argument = m_File.vArguments[i];
-        if (argument.eKind == SArgument::Buffer)
+        if (argument.eKind == SArgument::Buffer && !(bNew && argument.bUnwritten))
         {
             WriteBuffer(m_vMemory[i], argument);
         }

@@ -70,6 +70,7 @@ private:
     cl_mem CreateImage(const SArgument& argument);
     cl_mem CreatePart(const SArgument& argument) const;
     cl_sampler CreateSampler(const SArgument& argument);
+    void WriteContents(bool bNew);
     void WriteBuffer(cl_mem buffer, const SArgument& argument);
     std::string GetBuildLog() const;
     void Check(cl_int nCode, const char* pszWhat) const;

@@ -100,6 +100,7 @@ SArgument ReadBuffer(const CJsonField& field)
     argument.eKind = SArgument::Buffer;
     argument.pType = &ReadElementType(field.At("type"));
     argument.vContents = ReadContents(field, *argument.pType, std::nullopt);
+    argument.bUnwritten = field.Has("fill") && field.At("fill").IsString() && field.At("fill").AsString() == "none";
     argument.vExpected = ReadExpectation(field, *argument.pType, argument.vContents.size());
     argument.strSave = ReadSavePath(field);
     return argument;

@@ -38,6 +38,7 @@ struct SArgument
     EKind eKind = NullBuffer;
     const SElementType* pType = nullptr;                 ///< of a buffer's elements, a value or an image's channels
     std::vector<unsigned char> vContents;                ///< of a buffer, a value or an image, before the launch
+    bool bUnwritten = false;                             ///< a buffer that is made without contents
     std::optional<std::vector<unsigned char>> vExpected; ///< what the launch must leave in a buffer or image
     std::string strSave;                                 ///< file for what the launch has left; empty for none
     size_t nSame = 0;                                    ///< index of the earlier argument, or of the shared buffer
@@ -81,8 +82,8 @@ const char* NameFilter(uint32_t nFilter);
 ///   buffers  buffers of which arguments are parts, so that these may overlap: a list of what stands behind "buffer"
 ///   args     one object an argument, in order: {"buffer": ...}, {"same": INDEX}, {"value": ...}, {"sub": ...},
 ///            {"local": BYTES}, {"image": ...}, {"sampler": ...}, {"null": "buffer"} or {"null": "image"}
-/// A buffer has type, and count with fill ("zero", "iota", {"constant": C}, {"random": SEED}), or
-/// values, or file (raw bytes); expect says what the launch must leave there (a list of values, or
+/// A buffer has type, and count with fill ("zero", "none" for no contents, "iota", {"constant": C}, {"random": SEED}),
+/// or values, or file (raw bytes); expect says what the launch must leave there (a list of values, or
 /// {"file": PATH}); save names a file that is written with it. A value has type and values. An image has order ("R",
 /// "RG", "RGBA"), channel (a "uint8", "int16", "float" and the like), width, height, depth, and contents as a buffer
 /// has; shape ("1d", "1d_buffer", "1d_array", "2d_array") for one that is neither 2D nor 3D, and array with the number

@@ -1,0 +1,65 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_INITRECORDER_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_INITRECORDER_H
+
+#include <vector>
+
+#include "platform/simt/BlockRecorder.h"
+#include "platform/simt/Launch.h"
+#include "platform/simt/checks/RowShadow.h"
+#include "platform/simt/checks/ShadowRules.h"
+
+namespace KestrelPlatform
+{
+
+class CFindings;
+struct SLaunchContext;
+
+/// Follows what nobody has written through a block's registers and memory, and tells of it where a branch, an address
+/// or an output depends on it. A value that is only copied from a buffer to a buffer isn't told of, and neither are the
+/// gaps of a structure that is copied as a whole.
+class CInitRecorder
+{
+public:
+    /// \param vLocal  the shadow of local memory, which the blocks of a group share
+    /// \param bFirst  the first block of its thread
+    CInitRecorder(const SLaunchContext& context, CFindings& findings, std::vector<unsigned char>& vLocal, bool bFirst);
+
+    void Start(const CBlock& block);
+    void Stepping(const CBlock& block, const SMicroOp& step);
+    void Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access);
+
+private:
+    /// \return one of the rows that holds something unwritten, or 0
+    uint32_t FindDirty(const uint16_t* pRows, uint32_t nCount) const;
+    void Compute(const CBlock& block, const SMicroOp& step, bool bUniform);
+    void ComputeLane(const CBlock& block, const SMicroOp& step, EShadowRule eRule, uint32_t nLane, uint32_t nTo);
+    void ComputeWave(const CBlock& block, const SMicroOp& step);
+    void LoadIndexed(const CBlock& block, const SMicroOp& step);
+    void StoreIndexed(const CBlock& block, const SMicroOp& step);
+    void MovePrivate(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    void LoadShadow(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    void StoreShadow(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    uint32_t StoredShadow(const SAccess& access, uint32_t nWord, uint32_t nLane) const;
+    void TouchAtomic(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    unsigned char* Find(const CBlock& block, const SAccess& access, uint32_t nLane, uint32_t nBytes);
+    bool HasShadow(const SAccess& access) const;
+    /// Tells of what the active work-items have in a row, which counts as written from here on.
+    void Demand(const CBlock& block, const SMicroOp& step, uint32_t nRow, uint32_t nFault, bool bUniform = false);
+    void Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault, uint32_t nShadow,
+              uint32_t nFrom, uint64_t nAddress = 0);
+
+    const SLaunchContext& m_Context;
+    CFindings& m_Findings;
+    std::vector<unsigned char>& m_vLocal;
+    const bool m_bFirst;
+    bool m_bGlobal = false; ///< some memory has a shadow
+    CRowShadow m_Rows;
+    std::vector<unsigned char> m_vOrigins; ///< of the rows to clear, EPlatformOrigin
+    std::vector<unsigned char> m_vAreas;   ///< of local memory at the start of a group
+    std::vector<uint64_t> m_vAddresses;    ///< of the access under way, from the block's first lane
+    size_t m_nRange = 0;                   ///< the last one found
+};
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,294 @@
+#include "platform/simt/checks/NumberRecorder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "platform/simt/Block.h"
+#include "platform/simt/FloatBits.h"
+#include "platform/simt/checks/Findings.h"
+#include "platform/simt/checks/ShadowRules.h"
+
+namespace KestrelPlatform
+{
+
+namespace
+{
+
+/// The bits of an exponent that only NaN and infinity have all of; 0 for what is no number of this kind. Those of a
+/// double are in its second word.
+uint32_t ExponentOf(ELaneType eType)
+{
+    switch (eType)
+    {
+    case ELaneType::F:
+        return 0x7F800000;
+    case ELaneType::D:
+        return 0x7FF00000;
+    case ELaneType::H:
+        return 0x7C00;
+    default:
+        return 0;
+    }
+}
+
+enum ENumber
+{
+    Finite,
+    Infinite,
+    NotANumber
+};
+
+ENumber LookAt(ELaneType eType, uint32_t nLow, uint32_t nHigh)
+{
+    const uint32_t nExponent = ExponentOf(eType);
+    const uint32_t nWord = eType == ELaneType::D ? nHigh : nLow;
+    if (nExponent == 0 || (nWord & nExponent) != nExponent)
+        return Finite;
+    const uint32_t nFraction = (nExponent & (0u - nExponent)) - 1;
+    return (nWord & nFraction) != 0 || (eType == ELaneType::D && nLow != 0) ? NotANumber : Infinite;
+}
+
+double NumberOf(ELaneType eType, uint32_t nLow, uint32_t nHigh)
+{
+    if (eType != ELaneType::D)
+        return static_cast<double>(AsFloat(nLow));
+    const uint64_t nBits = nLow | static_cast<uint64_t>(nHigh) << 32;
+    double fValue = 0;
+    std::memcpy(&fValue, &nBits, sizeof fValue);
+    return fValue;
+}
+
+/// What an integer operation is looked at for, and the width of its operand.
+struct SIntegerRule
+{
+    uint32_t nFault = 0;
+    uint32_t nWidth = 32;
+    double fLow = 0; ///< of a conversion: what lies between these, cut off, fits
+    double fHigh = 0;
+};
+
+SIntegerRule FindIntegerRule(uint32_t nOp)
+{
+    switch (nOp)
+    {
+    case LANE_IL_OP_I_DIV:
+    case LANE_IL_OP_I_MOD:
+    case LANE_IL_OP_U_DIV:
+    case LANE_IL_OP_U_MOD:
+        return {PLATFORM_FAULT_DIVISION};
+    case LANE_IL_OP_I64_DIV:
+    case LANE_IL_OP_I64_MOD:
+    case LANE_IL_OP_U64_DIV:
+    case LANE_IL_OP_U64_MOD:
+        return {PLATFORM_FAULT_DIVISION, 64};
+    case LANE_IL_OP_I_SHL:
+    case LANE_IL_OP_I_SHR:
+    case LANE_IL_OP_U_SHR:
+        return {PLATFORM_FAULT_SHIFT};
+    case LANE_IL_OP_I64_SHL:
+    case LANE_IL_OP_I64_SHR:
+    case LANE_IL_OP_U64_SHR:
+        return {PLATFORM_FAULT_SHIFT, 64};
+    case LANE_IL_OP_FTOI:
+    case LANE_IL_OP_DTOI:
+        return {PLATFORM_FAULT_RANGE, 32, -2147483649.0, 2147483648.0};
+    case LANE_IL_OP_FTOU:
+    case LANE_IL_OP_DTOU:
+        return {PLATFORM_FAULT_RANGE, 32, -1.0, 4294967296.0};
+    default:
+        return {};
+    }
+}
+
+} // namespace
+
+CNumberRecorder::CNumberRecorder(const SLaunchContext& context, CFindings& findings)
+    : m_Context(context), m_Findings(findings), m_vMade(context.code.nRows)
+{
+}
+
+void CNumberRecorder::Start()
+{
+    m_Local = SMade();
+}
+
+void CNumberRecorder::Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault)
+{
+    SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_NAN, step.nInstruction, block.GetWorkItem(nLane));
+    finding.nFault = nFault;
+    m_Findings.Add(finding);
+}
+
+/// Something more is known of what was made there.
+void CNumberRecorder::PassOn(const SMade& made, uint32_t nInstruction, uint64_t nOutput)
+{
+    if (!made.IsKnown() || !m_setPassed.insert({made.nInstruction, nInstruction, nOutput}).second)
+        return;
+    SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_NAN, made.nInstruction, ~uint64_t(0));
+    finding.nFault = made.nFault;
+    finding.nCount = 0;
+    finding.nItems = 0;
+    finding.nChain = made.nInstruction != nInstruction ? 1 : 0;
+    finding.chain[0] = nInstruction;
+    finding.nOutputs = nOutput != 0 ? 1 : 0;
+    finding.outputs[0] = nOutput;
+    m_Findings.Add(finding);
+}
+
+void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step)
+{
+    const SIntegerRule rule = FindIntegerRule(step.nOp);
+    if (rule.nFault == 0)
+        return;
+    const ELaneType eType = GetLaneRule(step.nOp).eIn[0];
+    const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
+    for (uint32_t i = block.GetFirstLane(); i < block.GetEndLane(); ++i)
+    {
+        const uint32_t n = bUniform ? 0 : i;
+        if (!block.IsActive(i))
+            continue;
+        const auto word = [&](uint32_t nSource) { return block.Row(step.rows.s[nSource])[n]; };
+        bool bWrong = false;
+        if (rule.nFault == PLATFORM_FAULT_DIVISION)
+            bWrong = (word(2) | (rule.nWidth == 64 ? word(3) : 0)) == 0;
+        else if (rule.nFault == PLATFORM_FAULT_SHIFT)
+            bWrong = word(2) >= rule.nWidth;
+        else if (LookAt(eType, word(0), word(1)) == Finite)
+        {
+            const double fValue = NumberOf(eType, word(0), word(1));
+            bWrong = fValue <= rule.fLow || fValue >= rule.fHigh;
+        }
+        if (bWrong)
+            Tell(block, step, i, rule.nFault);
+    }
+}
+
+void CNumberRecorder::Stepping(const CBlock& block, const SMicroOp& step)
+{
+    m_vKeptRows.clear();
+    m_vKept.clear();
+    if (step.eKind > MICRO_LANE_UNIFORM)
+        return;
+    CheckIntegers(block, step);
+    if (ExponentOf(GetLaneRule(step.nOp).eOut) == 0)
+        return;
+    for (const uint16_t nRow : step.rows.s)
+    {
+        if (nRow <= s_nZeroRow || (nRow != step.rows.d[0] && nRow != step.rows.d[1]))
+            continue;
+        m_vKeptRows.push_back(nRow);
+        m_vKept.emplace_back();
+        std::memcpy(m_vKept.back().w, block.Row(nRow), sizeof(SLaneRow));
+    }
+}
+
+const uint32_t* CNumberRecorder::Source(const CBlock& block, const SMicroOp& step, uint32_t nRow) const
+{
+    const uint16_t nSource = step.rows.s[nRow];
+    const auto it = std::find(m_vKeptRows.begin(), m_vKeptRows.end(), nSource);
+    return it == m_vKeptRows.end() ? block.Row(nSource) : m_vKept[static_cast<size_t>(it - m_vKeptRows.begin())].w;
+}
+
+void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
+{
+    const SLaneRule& rule = GetLaneRule(step.nOp);
+    const uint32_t nExponent = ExponentOf(rule.eOut);
+    if (nExponent == 0)
+        return;
+    const uint32_t* const pResult = block.Row(step.rows.d[rule.eOut == ELaneType::D ? 1 : 0]);
+    const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
+    const uint32_t nBegin = bUniform ? 0 : block.GetFirstLane();
+    const uint32_t nEnd = bUniform ? 1 : block.GetEndLane();
+    uint32_t nAny = 0;
+    for (uint32_t n = nBegin; n < nEnd; ++n)
+        nAny |= (pResult[n] & nExponent) == nExponent ? 1 : 0;
+    if (nAny == 0)
+        return;
+    for (uint32_t n = nBegin; n < nEnd; ++n)
+    {
+        uint32_t nItemLane = n;
+        while (bUniform && nItemLane + 1 < block.GetEndLane() && !block.IsActive(nItemLane))
+            ++nItemLane;
+        if ((pResult[n] & nExponent) == nExponent && (bUniform || block.IsActive(n)))
+            LookAtLane(block, step, rule, n, nItemLane);
+    }
+}
+
+void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, const SLaneRule& rule, uint32_t nLane,
+                                 uint32_t nItemLane)
+{
+    const ENumber eResult = LookAt(rule.eOut, block.Row(step.rows.d[0])[nLane], block.Row(step.rows.d[1])[nLane]);
+    ENumber eWorst = Finite;
+    SMade made;
+    for (uint32_t i = 0; i < 3; ++i)
+    {
+        const ENumber eSource =
+            LookAt(rule.eIn[i], Source(block, step, 2 * i)[nLane], Source(block, step, 2 * i + 1)[nLane]);
+        eWorst = std::max(eWorst, eSource);
+        if (eSource != Finite && !made.IsKnown())
+            made = m_vMade[step.rows.s[2 * i]];
+    }
+    const bool bNew = eWorst == Finite || (eResult == NotANumber && eWorst == Infinite && !made.IsKnown());
+    // A copy makes nothing, and what an integer's operation is given may look like anything.
+    if (bNew && FindShadowRule(step.nOp) == SHADOW_ANY)
+    {
+        made = {step.nInstruction, eResult == NotANumber ? PLATFORM_FAULT_NAN : PLATFORM_FAULT_INFINITY};
+        Tell(block, step, nItemLane, made.nFault);
+    }
+    else
+        PassOn(made, step.nInstruction, 0);
+    m_vMade[step.rows.d[0]] = made;
+}
+
+void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access)
+{
+    if (access.eOperation == SAccess::Load)
+        return;
+    const uint32_t* const pRows = access.eOperation == SAccess::Atomic ? access.nValueRows : access.nRows;
+    for (uint32_t w = 0; w < access.nWords; ++w)
+    {
+        const SMade& made = m_vMade[pRows[w]];
+        for (uint32_t n = block.GetFirstLane(); made.IsKnown() && n < block.GetEndLane(); ++n)
+        {
+            const uint32_t nWord = block.Row(pRows[w])[n];
+            // The high word of a double that isn't finite looks like a number that isn't, too.
+            const uint32_t nHigh = w + 1 < access.nWords ? block.Row(pRows[w + 1])[n] : 0;
+            const bool bNumber =
+                LookAt(ELaneType::F, nWord, 0) != Finite || LookAt(ELaneType::D, nWord, nHigh) != Finite;
+            if (!block.IsActive(n) || !bNumber)
+                continue;
+            if (access.eSpace == SAccess::Local)
+                m_Local = made;
+            uint64_t nAddress = 0;
+            if (access.eSpace == SAccess::Global)
+                block.FillAddresses(access, n, n + 1, &nAddress);
+            const std::vector<SMemoryRange>& vMemory = m_Context.launch.vMemory;
+            const auto it =
+                std::upper_bound(vMemory.begin(), vMemory.end(), nAddress,
+                                 [](uint64_t nWhat, const SMemoryRange& range) { return nWhat < range.nAddress; });
+            PassOn(made, step.nInstruction, nAddress != 0 && it != vMemory.begin() ? (it - 1)->nAddress : 0);
+            break;
+        }
+    }
+}
+
+/// Only of local memory it is known who has put it there.
+void CNumberRecorder::Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access)
+{
+    if (access.eOperation != SAccess::Load)
+        return;
+    for (uint32_t w = 0; w < access.nWords; ++w)
+    {
+        m_vMade[access.nRows[w]] = access.eSpace == SAccess::Local ? m_Local : SMade();
+        for (uint32_t n = block.GetFirstLane(); m_vMade[access.nRows[w]].IsKnown() && n < block.GetEndLane(); ++n)
+        {
+            if (!block.IsActive(n) || LookAt(ELaneType::F, block.Row(access.nRows[w])[n], 0) == Finite)
+                continue;
+            PassOn(m_Local, step.nInstruction, 0);
+            break;
+        }
+    }
+}
+
+} // namespace KestrelPlatform

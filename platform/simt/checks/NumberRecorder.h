@@ -1,0 +1,59 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_NUMBERRECORDER_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_NUMBERRECORDER_H
+
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "platform/simt/BlockRecorder.h"
+#include "platform/simt/LaneRules.h"
+#include "platform/simt/Launch.h"
+
+namespace KestrelPlatform
+{
+
+class CFindings;
+struct SLaunchContext;
+
+/// Finds the instructions that make NaN or infinity of other numbers, and follows these to the buffers that they reach;
+/// and integer operations that have no right result.
+class CNumberRecorder
+{
+public:
+    CNumberRecorder(const SLaunchContext& context, CFindings& findings);
+
+    void Start();
+    void Stepping(const CBlock& block, const SMicroOp& step);
+    void Stepped(const CBlock& block, const SMicroOp& step);
+    void Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    void Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access);
+
+private:
+    /// Where what a row holds has been made: the instruction, and how (an EPlatformFault).
+    struct SMade
+    {
+        uint32_t nInstruction = ~0u;
+        uint32_t nFault = 0;
+
+        bool IsKnown() const { return nInstruction != ~0u; }
+    };
+
+    const uint32_t* Source(const CBlock& block, const SMicroOp& step, uint32_t nRow) const;
+    void CheckIntegers(const CBlock& block, const SMicroOp& step);
+    void LookAtLane(const CBlock& block, const SMicroOp& step, const SLaneRule& rule, uint32_t nLane,
+                    uint32_t nItemLane);
+    void PassOn(const SMade& made, uint32_t nInstruction, uint64_t nOutput);
+    void Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault);
+
+    const SLaunchContext& m_Context;
+    CFindings& m_Findings;
+    std::vector<SMade> m_vMade;    ///< by row
+    SMade m_Local;                 ///< what was stored into local memory last
+    std::vector<SLaneRow> m_vKept; ///< the operands that the step under way overwrites
+    std::vector<uint32_t> m_vKeptRows;
+    std::set<std::tuple<uint32_t, uint32_t, uint64_t>> m_setPassed; ///< made where, passed on where, into which memory
+};
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,50 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_ROWSHADOW_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_ROWSHADOW_H
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "platform/simt/LaneOps.h"
+
+namespace KestrelPlatform
+{
+
+class CBlock;
+
+/// The shadows of a block's rows. Most rows hold nothing unwritten: these are known as such, and theirs are 0.
+class CRowShadow
+{
+public:
+    /// Throws std::bad_alloc.
+    explicit CRowShadow(uint32_t nRows);
+
+    bool IsAny() const { return m_nDirty != 0; }
+    bool IsDirty(uint32_t nRow) const { return m_vDirty[nRow] != 0; }
+    const uint32_t* Row(uint32_t nRow) const { return m_pRows[nRow].w; }
+    /// For a row that is going to be told of by Settle.
+    uint32_t* Change(uint32_t nRow);
+    /// Finds out whether anything of a row is unwritten, and keeps the instruction that read it.
+    void Settle(uint32_t nRow, uint32_t nFrom);
+    uint32_t GetFrom(uint32_t nRow) const { return m_vFrom[nRow]; }
+    void Fill(uint32_t nRow, uint32_t nShadow, uint32_t nFrom);
+    /// The active work-items have written it.
+    void Clear(const CBlock& block, uint32_t nRow);
+    void Clear(uint32_t nRow);
+
+private:
+    struct SFree
+    {
+        void operator()(void* p) const { std::free(p); }
+    };
+
+    std::unique_ptr<SLaneRow, SFree> m_pOwner;
+    SLaneRow* m_pRows;
+    std::vector<unsigned char> m_vDirty;
+    std::vector<uint32_t> m_vFrom;
+    uint32_t m_nDirty = 0;
+};
+
+} // namespace KestrelPlatform
+
+#endif
