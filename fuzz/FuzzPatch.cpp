@@ -97,6 +97,7 @@ private:
     /// The first way down from the main body to the position's function or macro.
     void EnterCalls(InstructionNumber n)
     {
+        std::vector<ProgramCounter> vCalls; // the innermost first
         for (size_t nDepth = 0; !m_Shader.IsInMain(n) && nDepth < 8; ++nDepth)
         {
             const InstructionNumber nStart = m_Shader.StartOfBody(n);
@@ -107,11 +108,13 @@ private:
             }
             if (nCall == m_Shader.m_nInstructionCount)
             {
-                return;
+                break;
             }
-            m_Shader.m_CallStack.push_back(At(m_Shader, nCall, 2));
+            vCalls.push_back(At(m_Shader, nCall, 2));
             n = nCall;
         }
+        std::for_each(vCalls.rbegin(), vCalls.rend(),
+                      [this](const ProgramCounter& call) { m_Shader.m_CallStack.push_front(call); });
     }
 
     void PatchAndCheck(const ProgramCounter& target, const std::vector<Register>& vRegs)
