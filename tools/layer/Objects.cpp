@@ -166,6 +166,8 @@ void CObjects::ForgetProgram(cl_program program)
 /// Tells the debugger of a program that it hasn't been told of. \return its number
 uint32_t CObjects::Announce(cl_program program)
 {
+    // No other thread may tell of the program's kernels before the program itself is told of.
+    const std::lock_guard<std::mutex> announcing(m_AnnounceLock);
     uint32_t nId = 0;
     {
         const std::lock_guard<std::mutex> lock(m_Lock);

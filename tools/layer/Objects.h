@@ -88,6 +88,7 @@ private:
     uint32_t Announce(cl_program program);
 
     std::mutex m_Lock;
+    std::mutex m_AnnounceLock; ///< taken before the other; only one program is told of at a time
     std::unordered_map<cl_mem, size_t> m_mapMemory;
     std::set<cl_sampler> m_Samplers;
     std::set<cl_event> m_UserEvents;
