@@ -270,9 +270,7 @@ test('faults are exceptions, if they are wanted', () => withKernel(
 /// The programs read their kernels from where they are started.
 function withProgram(name, work) {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-dap-'));
-  for (const file of fs.readdirSync(example('programs'))) {
-    fs.copyFileSync(path.join(example('programs'), file), path.join(folder, file));
-  }
+  fs.cpSync(example('programs'), folder, { recursive: true });
   const launch = { program: path.join(PROGRAMS, name), args: [], env: { SOME_WORD: 'here' }, cwd: folder };
   return work(launch, fs.realpathSync(folder)).finally(() => fs.rmSync(folder, { recursive: true }));
 }
