@@ -182,7 +182,7 @@ TEST_F(Prompt, CompletesCommandsRegistersAndPlaces)
     terminal.ReadTo(s_strPrompt);
     terminal.Type("set lis\t3\n");
     terminal.ReadTo(s_strPrompt);
-    EXPECT_TRUE(Holds(terminal.Do("show listsize"), "listsize    3"));
+    EXPECT_TRUE(Holds(terminal.Do("show listsize"), "listsize     3"));
     // Several choices are listed, and the line stays.
     terminal.Type("reverse-\t");
     const std::string strChoices = terminal.ReadTo("reverse-continue");
