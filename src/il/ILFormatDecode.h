@@ -16,9 +16,10 @@ enum ILOpCode : unsigned int
 #include "il/ILOpCodes.def"
 };
 #define IL_OPCODE(name, value, classes, tail) +1
-static_assert(IL_OP_UNKNOWN == 0 && IL_OP_LAST + 1 == 0
+constexpr unsigned int g_nILOpCodeRows = 0
 #include "il/ILOpCodes.def"
-              , "the opcode table must have all rows");
+    ;
+static_assert(IL_OP_UNKNOWN == 0 && g_nILOpCodeRows == IL_OP_LAST + 1, "the opcode table must have all rows");
 
 /// Opcodes above the range of a token. They are numbers of a text assembler and stand in no stream.
 enum ILOpCodeExt : unsigned int
