@@ -18,7 +18,7 @@ std::string Show(const json& value)
 }
 
 /// "192 work-items at line 14 (spin.cl:7), pass 2 to 5 of its loop: endloop"
-std::string RenderWhere(const json& place)
+std::string RenderBrokenPlace(const json& place)
 {
     static const std::map<std::string, const char*> s_Others = {{"beside", " beside them, waiting or at the end"},
                                                                 {"ended", " in work-groups that had ended"},
@@ -48,7 +48,7 @@ std::string RenderBrokenOff(const json& event)
     std::string strText = event["places"].empty() ? "" : "when the kernel run was broken off there were\n";
     for (const json& place : event["places"])
     {
-        strText += RenderWhere(place);
+        strText += RenderBrokenPlace(place);
     }
     return strText;
 }
