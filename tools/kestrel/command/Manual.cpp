@@ -156,7 +156,7 @@ public:
     }
 
 private:
-    static constexpr const char* s_pszFolder = "/tmp/work";
+    static constexpr const char* s_pszFolder = "/home/user/kernels";
 
     static void Replace(std::string& strText, const std::string& strWhat, const std::string& strBy)
     {
