@@ -77,7 +77,7 @@ std::string MathKernel(const SMathFunction& function, const std::string& strType
            (nSize == 1 ? "r[i] = " + strCall : "vstore" + strSize + "(" + strCall + ", i, r)") + "; }\n";
 }
 
-/// Runs a function on a device and compares with MPFR; every size of vectors must give the scalars' bits.
+/// Runs a function on a device and compares with MPFR; every size of vectors must give the bits of the first.
 /// \return the largest error in ulp
 template <class F>
 double TryFunction(const STestDevice& testDevice, COpenCLDevice& device, const SMathFunction& function)
@@ -105,15 +105,15 @@ double TryFunction(const STestDevice& testDevice, COpenCLDevice& device, const S
     const CDeviceBuffer x = device.Buffer(std::vector<F>(vX.begin(), vX.end()));
     const CDeviceBuffer y = device.Buffer(std::vector<F>(vY.begin(), vY.end()));
     const CDeviceBuffer n = device.Buffer(vN);
-    std::vector<F> vScalars;
+    std::vector<F> vFirst;
     for (const unsigned nSize : testDevice.vSizes)
     {
         const CDeviceBuffer result = device.Buffer(std::vector<F>(vX.size(), F(77)));
         const std::string strKernel = TypeName<F>() + (nSize == 1 ? "" : std::to_string(nSize)) + "_";
         program.Run(strKernel, {{vX.size() / nSize}, {}, {}}, x, y, n, result);
         const std::vector<F> vResult = device.Read<F>(result);
-        vScalars = nSize == 1 ? vResult : vScalars;
-        const auto wrong = std::mismatch(vResult.begin(), vResult.end(), vScalars.begin(), IsSameNumber<F>).first;
+        vFirst = vFirst.empty() ? vResult : vFirst;
+        const auto wrong = std::mismatch(vResult.begin(), vResult.end(), vFirst.begin(), IsSameNumber<F>).first;
         EXPECT_EQ(wrong, vResult.end()) << function.pszName << " of vectors of " << nSize << ", element "
                                         << wrong - vResult.begin();
     }
@@ -124,11 +124,11 @@ double TryFunction(const STestDevice& testDevice, COpenCLDevice& device, const S
     for (size_t i = 0; i < vX.size(); ++i)
     {
         Reference(function, vX[i], vY[i], reference);
-        dWorst = std::max(dWorst, ErrorInUlp(function, vScalars[i], reference, bDouble));
-        if (!IsAllowed(function, vScalars[i], reference, bDouble) && nWrong++ < 3)
+        dWorst = std::max(dWorst, ErrorInUlp(function, vFirst[i], reference, bDouble));
+        if (!IsAllowed(function, vFirst[i], reference, bDouble) && nWrong++ < 3)
         {
             ADD_FAILURE() << function.pszName << " of " << TypeName<F>() << std::hexfloat << " " << vX[i] << " "
-                          << vY[i] << ": " << vScalars[i] << " instead of " << mpfr_get_d(reference, MPFR_RNDN);
+                          << vY[i] << ": " << vFirst[i] << " instead of " << mpfr_get_d(reference, MPFR_RNDN);
         }
     }
     mpfr_clear(reference);
