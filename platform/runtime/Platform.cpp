@@ -27,7 +27,7 @@ cl_int GetPlatformIds(cl_uint nEntries, cl_platform_id* phPlatforms, cl_uint* pn
         return CL_INVALID_VALUE;
     if (const std::string strNonsense = GetNonsense(); !strNonsense.empty())
     {
-        std::fprintf(stderr, "KESTREL_PLATFORM: \"%s\" is no setting of the software platform\n", strNonsense.c_str());
+        std::fprintf(stderr, "KESTREL_PLATFORM: %s\n", strNonsense.c_str());
         return CL_PLATFORM_NOT_FOUND_KHR;
     }
     if (phPlatforms)

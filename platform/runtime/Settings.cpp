@@ -46,7 +46,7 @@ struct SValues
     cl_ulong m_nSchedule = 0; ///< the next kernel run's; 0: none is shaken
     std::vector<SFailure> m_vFailures;
     std::shared_ptr<ITraceSink> m_pTrace;
-    std::string m_strNonsense; ///< a setting of the environment that isn't understood
+    std::string m_strNonsense; ///< what is wrong with the settings of the environment; empty if nothing is
 };
 
 bool IsSwitchable(const std::string& strName)
@@ -84,7 +84,7 @@ bool IsEntryPoint(const std::string& strName)
     return strName.empty() || s_names.count(strName) != 0;
 }
 
-/// "ENTRYPOINT:CALL:CODE", with ":forever" behind it if wanted; an empty name means any.
+/// "ENTRYPOINT:CALL:CODE", with ":forever" after it if wanted; an empty name means any.
 bool ParseFailure(const std::string& strText, SFailure& failure)
 {
     std::istringstream stream(strText);
@@ -158,18 +158,46 @@ bool ApplySetting(SValues& values, const std::string& strName, const std::string
     return false;
 }
 
+/// The text between commas: one entry more than there are commas, some of which may be empty.
+std::vector<std::string> SplitAtCommas(const std::string& strText)
+{
+    std::vector<std::string> vParts(1);
+    for (const char c : strText)
+    {
+        if (c == ',')
+            vParts.emplace_back();
+        else
+            vParts.back() += c;
+    }
+    return vParts;
+}
+
+/// What may be set once: an extension, the same failure, or else anything of a name.
+std::string GetSubject(const std::string& strSetting)
+{
+    const size_t nEquals = std::min(strSetting.find('='), strSetting.size());
+    const std::string strName = strSetting.substr(0, nEquals);
+    if (strName == "no" || strName == "with")
+        return "extension" + strSetting.substr(nEquals);
+    return strName == "fail" ? strSetting : strName;
+}
+
 /// A setting that isn't understood would test nothing: the platform says so, and has no devices to offer.
 SValues ReadEnvironment()
 {
     SValues values;
     const char* pszSettings = std::getenv("KESTREL_PLATFORM");
-    std::istringstream stream(pszSettings ? pszSettings : "");
-    for (std::string strSetting; std::getline(stream, strSetting, ',');)
+    if (!pszSettings || *pszSettings == '\0')
+        return values;
+    std::set<std::string> setSubjects;
+    for (const std::string& strSetting : SplitAtCommas(pszSettings))
     {
         const size_t nEquals = std::min(strSetting.find('='), strSetting.size());
         const std::string strValue = nEquals < strSetting.size() ? strSetting.substr(nEquals + 1) : std::string();
-        if (!strSetting.empty() && !ApplySetting(values, strSetting.substr(0, nEquals), strValue))
-            values.m_strNonsense = strSetting;
+        if (!ApplySetting(values, strSetting.substr(0, nEquals), strValue))
+            values.m_strNonsense = "\"" + strSetting + "\" is no setting of the software platform";
+        else if (!setSubjects.insert(GetSubject(strSetting)).second)
+            values.m_strNonsense = "\"" + strSetting + "\" sets again what is set before it";
     }
     return values;
 }

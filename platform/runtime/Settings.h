@@ -21,7 +21,7 @@ namespace KestrelPlatform::Runtime
 /// All settings as they were at load. The failures that are still to come are dropped.
 void ResetSettings();
 
-/// What of the environment variable isn't understood; empty if all is. The platform offers nothing then.
+/// What is wrong with the environment variable; empty if nothing is. The platform offers nothing then.
 std::string GetNonsense();
 
 cl_uint GetBuildNumber();

@@ -250,11 +250,14 @@ TEST_F(Attack, LaunchFilesThatCantBeMeantAreRefusedTheSameByEveryCall)
 TEST_F(Attack, WhatThePlatformCantDoHasACodeOfItsOwn)
 {
     const auto set = [](const char* pszSettings) { return [=] { setenv("KESTREL_PLATFORM", pszSettings, 1); }; };
-    for (const char* pszNonsense : {"lmit=3", "limit=x", "fail=clNoSuchCall:1:-5", "fail=clFinish:0:-5", "no=thing"})
+    for (const char* pszNonsense : {"lmit=3", "limit=x", "fail=clNoSuchCall:1:-5", "fail=clFinish:0:-5", "no=thing",
+                                    ",", "limit=3,", "limit=3,limit=4"})
     {
         const SOutcome outcome = Run({"run", s_strLaunch}, set(pszNonsense));
         EXPECT_EQ(outcome.nCode, 3) << pszNonsense;
-        EXPECT_TRUE(Holds(outcome.strText, pszNonsense)) << outcome.strText;
+        const std::string strSettings = pszNonsense;
+        const std::string strNamed = "KESTREL_PLATFORM: \"" + strSettings.substr(strSettings.rfind(',') + 1) + "\"";
+        EXPECT_TRUE(Holds(outcome.strText, strNamed)) << pszNonsense << ": " << outcome.strText;
     }
     const Words calls[] = {{"run", s_strLaunch}, {"debug", s_strLaunch, "-batch", "-ex", "run"}};
     for (const Words& words : calls)

@@ -131,10 +131,28 @@ TEST_F(CPlatformTest, StartsFromTheEnvironment)
 
 TEST_F(CPlatformTest, OffersNothingWhereASettingIsntUnderstood)
 {
-    for (const char* pszSettings :
-         {"nonsense", "x=y", "limit=", "limit=1x", "limit=18446744073709551616", "build=-1", "vectors=100",
-          "fail=clFinish", "fail=clFinish:1:5", "fail=clFinish:0:-5", "fail=clNone:1:-5", "fail=clFinish:1:-5:often",
-          "no=cl_khr_icd", "build=1400,limt=3"})
+    for (const char* pszSettings : {"nonsense",
+                                    "x=y",
+                                    "limit=",
+                                    "limit=1x",
+                                    "limit=18446744073709551616",
+                                    "build=-1",
+                                    "vectors=100",
+                                    "fail=clFinish",
+                                    "fail=clFinish:1:5",
+                                    "fail=clFinish:0:-5",
+                                    "fail=clNone:1:-5",
+                                    "fail=clFinish:1:-5:often",
+                                    "no=cl_khr_icd",
+                                    "build=1400,limt=3",
+                                    ",",
+                                    "limit=3,",
+                                    ",limit=3",
+                                    "limit=3,,build=1400",
+                                    "limit=3,limit=3",
+                                    "limit=3,build=1400,limit=4",
+                                    "no=cl_ovk_event_callback,with=cl_ovk_event_callback",
+                                    "fail=clFinish:1:-5,fail=clFinish:1:-5"})
     {
         setenv("KESTREL_PLATFORM", pszSettings, 1);
         Control().Reset();
@@ -142,7 +160,9 @@ TEST_F(CPlatformTest, OffersNothingWhereASettingIsntUnderstood)
         cl_uint nPlatforms = 7;
         EXPECT_EQ(cl.clGetPlatformIDs(0, nullptr, &nPlatforms), CL_PLATFORM_NOT_FOUND_KHR) << pszSettings;
     }
-    for (const char* pszSettings : {"", "limit=0x10", "fail=clFinish:1:-5:forever", "fail=:2:-6,schedule=7"})
+    for (const char* pszSettings :
+         {"", "limit=0x10", "fail=clFinish:1:-5:forever", "fail=:2:-6,schedule=7",
+          "no=cl_ovk_event_callback,no=cl_ovk_object_metadata", "fail=clFinish:1:-5,fail=clFinish:2:-5"})
     {
         setenv("KESTREL_PLATFORM", pszSettings, 1);
         Control().Reset();
