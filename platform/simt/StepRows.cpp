@@ -18,7 +18,7 @@ void Drop(const SCode& code, size_t nStep, std::vector<uint32_t>& vReads, std::v
 
 /// Marks what is written again, for the same work-items, before anything reads it: a kernel that sets its registers to
 /// 0 at the start. Goes from the end through pieces of straight code, and on from a call's body to what stands before
-/// the call; bodies stand behind their callers.
+/// the call; bodies stand after their callers.
 class COverwritten
 {
 public:
@@ -44,13 +44,17 @@ public:
 
 private:
     static constexpr uint32_t s_nPinned = ~0u;
+    /// A call's body passes its rows on to that of its caller, so that a long chain of calls would keep ever more.
+    static constexpr size_t s_nMostAtEntry = 1024;
 
     bool Holds(uint32_t nRow) const { return m_vMarks[nRow] == m_nPiece; }
 
     void Set(uint32_t nRow)
     {
-        if (m_vMarks[nRow] != s_nPinned)
-            m_vMarks[nRow] = m_nPiece;
+        if (m_vMarks[nRow] == s_nPinned || Holds(nRow))
+            return;
+        m_vMarks[nRow] = m_nPiece;
+        m_vSet.push_back(nRow);
     }
 
     void Note(const SMicroOp& step)
@@ -67,13 +71,14 @@ private:
         if (step.eKind == MICRO_ENTER)
         {
             std::vector<uint32_t>& vRows = m_vAtEntry[step.nAux];
-            for (uint32_t n = 0; n < m_vMarks.size(); ++n)
+            for (const uint32_t nRow : m_vSet)
             {
-                if (Holds(n))
-                    vRows.push_back(n);
+                if (Holds(nRow) && vRows.size() < s_nMostAtEntry)
+                    vRows.push_back(nRow);
             }
         }
         ++m_nPiece;
+        m_vSet.clear();
         if (step.eKind == MICRO_CALL && !(step.nFlags & s_nFlagConditional))
         {
             for (const uint32_t nRow : m_vAtEntry[step.nAux])
@@ -84,6 +89,7 @@ private:
     const SCode& m_Code;
     uint32_t m_nPiece = 1;
     std::vector<uint32_t> m_vMarks; ///< by row: the piece in which it is written before it is read
+    std::vector<uint32_t> m_vSet;   ///< rows that this piece has written; some are read since
     std::vector<std::vector<uint32_t>> m_vAtEntry;
 };
 

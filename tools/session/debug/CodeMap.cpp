@@ -43,19 +43,33 @@ CCodeMap::CCodeMap(const CListing& listing)
 {
     FindFunctions(listing);
     FindBlocks(listing);
+    std::map<std::pair<unsigned int, bool>, size_t> mapFunctions;
+    for (size_t n = 0; n < m_vFunctions.size(); ++n)
+    {
+        mapFunctions.emplace(std::make_pair(m_vFunctions[n].nLabel, m_vFunctions[n].bMacro), n);
+    }
+    const auto noteCall = [&](unsigned int nLine, unsigned int nLabel, bool bMacro)
+    {
+        const auto it = mapFunctions.find({nLabel, bMacro});
+        if (it != mapFunctions.end())
+        {
+            m_vFunctions[it->second].vCallLines.push_back(nLine);
+            m_mapCallees.emplace(nLine, it->second);
+        }
+    };
     for (unsigned int nLine = 0; nLine < listing.GetLineCount(); ++nLine)
     {
         const std::string& strLine = listing.GetLine(nLine);
         m_vNext.push_back(listing.GetNextInstruction(nLine));
         if (IsHead(strLine, "call"))
         {
-            // A conditional call has its label behind a comma.
+            // A conditional call has its label after a comma.
             const size_t nComma = strLine.find(',');
-            NoteCall(nLine, ReadLabel(nComma == std::string::npos ? strLine : strLine.substr(nComma)), false);
+            noteCall(nLine, ReadLabel(nComma == std::string::npos ? strLine : strLine.substr(nComma)), false);
         }
         else if (IsHead(strLine, "mcall("))
         {
-            NoteCall(nLine, ReadLabel(strLine), true);
+            noteCall(nLine, ReadLabel(strLine), true);
         }
     }
     m_nFirstStop = listing.GetFirstStop();
@@ -114,23 +128,18 @@ void CCodeMap::FindBlocks(const CListing& listing)
     }
 }
 
-void CCodeMap::NoteCall(unsigned int nLine, unsigned int nLabel, bool bMacro)
-{
-    for (SFunction& function : m_vFunctions)
-    {
-        if (function.nLabel == nLabel && function.bMacro == bMacro)
-        {
-            function.vCallLines.push_back(nLine);
-        }
-    }
-}
-
 const CCodeMap::SFunction* CCodeMap::FindFunction(unsigned int nLine) const
 {
-    const auto it =
-        std::find_if(m_vFunctions.begin(), m_vFunctions.end(),
-                     [&](const SFunction& function) { return nLine >= function.nHead && nLine <= function.nEnd; });
-    return it != m_vFunctions.end() ? &*it : nullptr;
+    const auto itNext =
+        std::upper_bound(m_vFunctions.begin(), m_vFunctions.end(), nLine,
+                         [](unsigned int nValue, const SFunction& function) { return nValue < function.nHead; });
+    return itNext != m_vFunctions.begin() && nLine <= std::prev(itNext)->nEnd ? &*std::prev(itNext) : nullptr;
+}
+
+const CCodeMap::SFunction* CCodeMap::FindCallee(unsigned int nLine) const
+{
+    const auto it = m_mapCallees.find(nLine);
+    return it != m_mapCallees.end() ? &m_vFunctions[it->second] : nullptr;
 }
 
 const CCodeMap::SFunction* CCodeMap::FindLabel(unsigned int nLabel) const
@@ -150,23 +159,25 @@ const CCodeMap::SFunction* CCodeMap::FindName(const std::string& strName) const
 std::set<unsigned int> CCodeMap::FindLoopHeads(const std::set<unsigned int>& lines) const
 {
     // What holds a line: the line, and the calls of the function that it is in, and so on.
-    std::vector<unsigned int> vHeld(lines.begin(), lines.end());
-    for (size_t i = 0; i < vHeld.size(); ++i)
+    std::set<unsigned int> held = lines;
+    std::vector<unsigned int> vLeft(lines.begin(), lines.end());
+    while (!vLeft.empty())
     {
-        const SFunction* pFunction = FindFunction(vHeld[i]);
+        const SFunction* const pFunction = FindFunction(vLeft.back());
+        vLeft.pop_back();
         for (const unsigned int nCall : pFunction != nullptr ? pFunction->vCallLines : std::vector<unsigned int>())
         {
-            if (std::find(vHeld.begin(), vHeld.end(), nCall) == vHeld.end())
+            if (held.insert(nCall).second)
             {
-                vHeld.push_back(nCall);
+                vLeft.push_back(nCall);
             }
         }
     }
     std::set<unsigned int> heads;
     for (const SBlock& loop : m_vBlocks)
     {
-        const bool bHolds = std::any_of(vHeld.begin(), vHeld.end(),
-                                        [&](unsigned int nLine) { return nLine >= loop.nStart && nLine <= loop.nEnd; });
+        const auto itHeld = held.lower_bound(loop.nStart);
+        const bool bHolds = itHeld != held.end() && *itHeld <= loop.nEnd;
         if (loop.bLoop && bHolds && m_vNext[loop.nStart] < loop.nEnd)
         {
             heads.insert(m_vNext[loop.nStart]);

@@ -3,6 +3,7 @@
 
 #include "tools/session/launch/Listing.h"
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -32,6 +33,8 @@ public:
     /// The function that a line is in; null for one in none.
     const SFunction* FindFunction(unsigned int nLine) const;
     const SFunction* FindLabel(unsigned int nLabel) const;
+    /// The function that a line calls; null if it calls none.
+    const SFunction* FindCallee(unsigned int nLine) const;
     const SFunction* FindName(const std::string& strName) const;
     /// The first line at which a session can stop.
     unsigned int GetFirstStop() const { return m_nFirstStop; }
@@ -58,9 +61,9 @@ private:
 
     void FindFunctions(const CListing& listing);
     void FindBlocks(const CListing& listing);
-    void NoteCall(unsigned int nLine, unsigned int nLabel, bool bMacro);
 
-    std::vector<SFunction> m_vFunctions;
+    std::vector<SFunction> m_vFunctions;         ///< by their heads
+    std::map<unsigned int, size_t> m_mapCallees; ///< by the line of a call: its function
     std::vector<SBlock> m_vBlocks;
     std::vector<unsigned int> m_vNext; ///< by line: the next instruction
     unsigned int m_nFirstStop = 0;

@@ -17,19 +17,21 @@ public:
     {
     }
 
-    /// \param nEnd  behind the last line
+    /// \param nEnd  after the last line
     void Add(unsigned int nFirst, unsigned int nEnd)
     {
-        for (unsigned int nLine = nFirst; nLine < nEnd; ++nLine)
+        std::vector<std::pair<unsigned int, unsigned int>> vLeft = {{nFirst, nEnd}};
+        while (!vLeft.empty())
         {
-            AddLine(nLine);
-            for (const CCodeMap::SFunction& function : m_Code.GetFunctions())
+            const auto [nLeft, nLeftEnd] = vLeft.back();
+            vLeft.pop_back();
+            for (unsigned int nLine = nLeft; nLine < nLeftEnd; ++nLine)
             {
-                const bool bCalled = std::find(function.vCallLines.begin(), function.vCallLines.end(), nLine) !=
-                                     function.vCallLines.end();
-                if (bCalled && m_Called.insert(function.nHead).second)
+                AddLine(nLine);
+                const CCodeMap::SFunction* const pCallee = m_Code.FindCallee(nLine);
+                if (pCallee != nullptr && m_Called.insert(pCallee->nHead).second)
                 {
-                    Add(function.nHead, function.nEnd);
+                    vLeft.emplace_back(pCallee->nHead, pCallee->nEnd);
                 }
             }
         }
