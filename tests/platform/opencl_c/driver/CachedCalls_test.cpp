@@ -87,6 +87,7 @@ protected:
             }
             // Where this process runs a part of the tests, the child's one test mustn't count as another part's.
             unsetenv("GTEST_TOTAL_SHARDS");
+            unsetenv("GTEST_SHARD_INDEX");
             execl("/proc/self/exe", "parts", "--gtest_also_run_disabled_tests",
                   "--gtest_filter=CachedCalls.DISABLED_MakeAProgramOfParts", nullptr);
             _exit(127);
