@@ -1,4 +1,5 @@
 #include "fuzz/Targets.h"
+#include "tests/support/AttackCount.h"
 #include "tests/support/Folders.h"
 
 #include <gtest/gtest.h>
@@ -36,6 +37,7 @@ TEST_P(Replay, EveryFileOfTheCorpusKeepsTheProperties)
         std::ifstream file(path, std::ios::binary);
         const std::vector<char> vBytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         SetInputName(path.string());
+        KestrelTest::CountAttack(std::string("files of the fuzz target ") + GetParam().pszName);
         GetParam().pfnRun(reinterpret_cast<const uint8_t*>(vBytes.data()), vBytes.size());
     }
     SetInputName("");

@@ -1,118 +1,11 @@
 // What an attacker, a full disk or a poor machine does to the command line, each program run in a process of its own.
 
-#include "tests/tools/ToolUnderTest.h"
-
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "tests/tools/Attack.h"
 
 #include <algorithm>
-#include <csignal>
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <sstream>
 
 namespace
 {
-
-namespace fs = std::filesystem;
-
-const std::string s_strLaunch = s_strExamples + "nested_if/nested_if.json";
-const std::string s_strSource = s_strExamples + "nested_if/nested_if.il";
-
-struct SOutcome
-{
-    int nCode = -1;      ///< the exit code; 1000 and the number for a signal
-    std::string strText; ///< both streams
-};
-
-typedef std::vector<std::string> Words;
-
-std::string ReadText(const fs::path& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
-class Attack : public testing::Test
-{
-protected:
-    Attack() : m_Folder(fs::temp_directory_path() / ("kestrel_attack_" + std::to_string(getpid())))
-    {
-        fs::remove_all(m_Folder);
-        fs::create_directories(m_Folder / "folder");
-        mkfifo((m_Folder / "pipe").c_str(), 0600);
-        std::ofstream(m_Folder / "k.il") << ReadText(s_strSource);
-    }
-    ~Attack() override { fs::remove_all(m_Folder); }
-
-    std::string Path(const std::string& strName) const { return (m_Folder / strName).string(); }
-
-    /// A launch file of the nested ifs with fields of the test's own.
-    std::string WriteLaunch(const std::string& strText) const
-    {
-        std::ofstream(m_Folder / "launch.json") << strText;
-        return Path("launch.json");
-    }
-
-    /// Runs the program; an alarm ends what hangs.
-    /// \param prepare  called in the child in front of it, when its streams stand
-    SOutcome Run(const Words& words, const std::function<void()>& prepare = {}, const std::string& strInput = "") const
-    {
-        std::ofstream(m_Folder / "input") << strInput;
-        const pid_t nChild = fork();
-        if (nChild == 0)
-        {
-            const int nInput = open(Path("input").c_str(), O_RDONLY);
-            const int nOutput = open(Path("output").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
-            dup2(nInput, 0);
-            dup2(nOutput, 1);
-            dup2(nOutput, 2);
-            close(nInput);
-            close(nOutput);
-            setenv("KESTREL_HISTORY", "", 1);
-            alarm(100);
-            if (prepare)
-            {
-                prepare();
-            }
-            std::vector<char*> vWords = {const_cast<char*>("kestrel")};
-            for (const std::string& strWord : words)
-            {
-                vWords.push_back(const_cast<char*>(strWord.c_str()));
-            }
-            vWords.push_back(nullptr);
-            execv(s_strKestrel.c_str(), vWords.data());
-            _exit(127);
-        }
-        int nStatus = 0;
-        waitpid(nChild, &nStatus, 0);
-        return {WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 1000 + WTERMSIG(nStatus), ReadText(m_Folder / "output")};
-    }
-
-    const fs::path m_Folder;
-};
-
-void PutInPlace(const char* pszPath, int nFlags, int nFile)
-{
-    const int nOpen = open(pszPath, nFlags);
-    dup2(nOpen, nFile);
-    close(nOpen);
-}
-
-void LimitResource(int nResource, rlim_t nLimit)
-{
-    const struct rlimit limit = {nLimit, nLimit};
-    setrlimit(static_cast<__rlimit_resource>(nResource), &limit);
-}
 
 /// C0 controls but line end and tab, and DEL.
 bool HasControls(const std::string& strText)
@@ -135,7 +28,9 @@ TEST_F(Attack, OutputThatDoesntArriveIsNoSuccess)
                            {"manual"}};
     for (const Words& words : calls)
     {
+        CountAs("");
         EXPECT_EQ(Run(words).nCode, 0) << words[0];
+        CountAs("output to a full disk or a closed descriptor");
         const SOutcome full = Run(words, [] { PutInPlace("/dev/full", O_WRONLY, 1); });
         EXPECT_EQ(full.nCode, 1) << words[0] << " to a full disk";
         EXPECT_TRUE(Holds(full.strText, "can't be written")) << words[0] << ": " << full.strText;
@@ -150,6 +45,7 @@ TEST_F(Attack, OutputThatDoesntArriveIsNoSuccess)
 
 TEST_F(Attack, ClosedDescriptorsGetNothingThatIsMeantForOthers)
 {
+    CountAs("standard descriptors closed");
     for (int nClosed = 1; nClosed < 8; ++nClosed)
     {
         const auto closeSome = [nClosed]
@@ -170,6 +66,7 @@ TEST_F(Attack, ClosedDescriptorsGetNothingThatIsMeantForOthers)
 
 TEST_F(Attack, FoldersPipesAndDevicesAreRefusedWhereverFilesAreRead)
 {
+    CountAs("folders, pipes, devices and missing files as inputs");
     const struct
     {
         std::string strPath;
@@ -215,6 +112,7 @@ TEST_F(Attack, FoldersPipesAndDevicesAreRefusedWhereverFilesAreRead)
 
 TEST_F(Attack, LaunchFilesThatCantBeMeantAreRefusedTheSameByEveryCall)
 {
+    CountAs("launch files that can't be meant");
     const std::string strFront = R"({"program": "k.il", "kernel": "nested_if", )";
     const std::string strArgs = R"("args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})";
     std::ofstream(m_Folder / "bytes") << "abcdefghijk";
@@ -249,6 +147,7 @@ TEST_F(Attack, LaunchFilesThatCantBeMeantAreRefusedTheSameByEveryCall)
 
 TEST_F(Attack, WhatThePlatformCantDoHasACodeOfItsOwn)
 {
+    CountAs("settings and failures of the platform, kernels without end");
     const auto set = [](const char* pszSettings) { return [=] { setenv("KESTREL_PLATFORM", pszSettings, 1); }; };
     for (const char* pszNonsense : {"lmit=3", "limit=x", "fail=clNoSuchCall:1:-5", "fail=clFinish:0:-5", "no=thing",
                                     ",", "limit=3,", "limit=3,limit=4"})
@@ -287,6 +186,7 @@ TEST_F(Attack, WhatThePlatformCantDoHasACodeOfItsOwn)
 
 TEST_F(Attack, AMachineWithoutADriverSaysWhatToInstall)
 {
+    CountAs("no driver");
     const SOutcome outcome = Run({"--platform", "system", "debug", s_strLaunch, "-batch"},
                                  [&]
                                  {
@@ -302,6 +202,7 @@ TEST_F(Attack, AMachineWithoutADriverSaysWhatToInstall)
 
 TEST_F(Attack, ALaunchThatNeedsMoreMemoryThanThereIsIsToldSo)
 {
+    CountAs("sizes at and beyond the edge of their types");
     const std::string strLaunch = WriteLaunch(
         R"({"program": "k.il", "kernel": "nested_if", "global": [4294967295, 4096],
             "args": [{"buffer": {"type": "int", "count": 16, "fill": "zero"}}]})");
@@ -312,6 +213,7 @@ TEST_F(Attack, ALaunchThatNeedsMoreMemoryThanThereIsIsToldSo)
 
 TEST_F(Attack, ASourceIsntOverwritten)
 {
+    CountAs("output over its own source");
     const std::string strCopy = Path("k.il");
     fs::create_hard_link(strCopy, Path("other.il"));
     for (const char* pszCall : {"asm", "disasm", "new"})
@@ -324,6 +226,7 @@ TEST_F(Attack, ASourceIsntOverwritten)
 
 TEST_F(Attack, LocalMemoryBeyondTheDevicesIsntBuilt)
 {
+    CountAs("sizes at and beyond the edge of their types");
     for (const char* pszSize : {"32784", "65536", "4294967280"})
     {
         std::string strSource = ReadText(s_strSource);
@@ -340,6 +243,7 @@ TEST_F(Attack, LocalMemoryBeyondTheDevicesIsntBuilt)
 
 TEST_F(Attack, NumbersBeyondTheirTypesAreRefusedAndNotWrapped)
 {
+    CountAs("sizes at and beyond the edge of their types");
     const char* const commands[] = {"print r65536",
                                     "print r65539.x",
                                     "print x0[4294967296].x",
@@ -364,6 +268,7 @@ TEST_F(Attack, NumbersBeyondTheirTypesAreRefusedAndNotWrapped)
 
 TEST_F(Attack, LongChainsOverflowNothing)
 {
+    CountAs("chains of terms, calls and blocks");
     std::string strSum = "1";
     for (int n = 0; n < 20000; ++n)
     {
@@ -412,6 +317,7 @@ TEST_F(Attack, LongChainsOverflowNothing)
 /// What a call costs must not depend on how many are open, nor a run on how many it returns from.
 TEST_F(Attack, NestedCallsTakeNoRunsOfTheirOwn)
 {
+    CountAs("chains of terms, calls and blocks");
     std::vector<unsigned long> vRuns;
     for (const int nDepth : {10, 2000})
     {
@@ -444,6 +350,7 @@ TEST_F(Attack, NestedCallsTakeNoRunsOfTheirOwn)
 
 TEST_F(Attack, RefusalsSayWhichLimitWasMet)
 {
+    CountAs("chains of terms, calls and blocks");
     std::string strSource = ReadText(s_strSource);
     std::string strBlocks;
     for (const char* pszLine : {"if_logicalnz r0.x\n", "endif\n"})
@@ -466,6 +373,7 @@ TEST_F(Attack, RefusalsSayWhichLimitWasMet)
 
 TEST_F(Attack, NothingFromOutsideCommandsTheTerminal)
 {
+    CountAs("hostile text");
     // Each control character, C1 controls as UTF-8 and as single bytes, and broken UTF-8.
     std::string strNasty;
     for (int c = 1; c < 0x20; ++c)
@@ -526,45 +434,5 @@ TEST_F(Attack, NothingFromOutsideCommandsTheTerminal)
         EXPECT_FALSE(Holds(outcome.strText, "\xE2\x80\xAE")) << words[0] << " " << words.back();
         EXPECT_FALSE(Holds(outcome.strText, "\xFF")) << words[0] << " " << words.back();
         EXPECT_LT(outcome.nCode, 1000) << words[0] << " " << words.back();
-    }
-}
-
-TEST_F(Attack, LimitsOfTheSystemEndNothingWithASignal)
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the sanitizers need more than the limits leave";
-#endif
-    struct SLimit
-    {
-        int nResource;
-        const char* pszName;
-        std::vector<rlim_t> vValues;
-    };
-    const rlim_t nMiB = rlim_t(1) << 20;
-    const SLimit limits[] = {
-        {RLIMIT_NOFILE, "files", {3, 4, 5, 6, 8, 12}},
-        {RLIMIT_FSIZE, "size of files", {0, 1, 100, 4096}},
-        {RLIMIT_STACK, "stack", {64 << 10, 256 << 10, nMiB}},
-        {RLIMIT_AS, "memory", {8 * nMiB, 32 * nMiB, 64 * nMiB, 128 * nMiB, 256 * nMiB, 512 * nMiB}},
-    };
-    const Words calls[] = {{"run", s_strLaunch},
-                           {"debug", s_strLaunch, "-batch", "-ex", "break 21", "-ex", "run", "-ex", "continue"},
-                           {"asm", s_strSource, "-o", Path("limited.bin")}};
-    for (const SLimit& limit : limits)
-    {
-        for (const rlim_t nValue : limit.vValues)
-        {
-            const bool bLoads = Run({"--version"}, [&] { LimitResource(limit.nResource, nValue); }).nCode == 0;
-            for (const Words& words : calls)
-            {
-                const SOutcome outcome = Run(words, [&] { LimitResource(limit.nResource, nValue); });
-                // What the system itself can't load for want of them ends otherwise, whatever it was asked for.
-                EXPECT_TRUE(outcome.nCode < 1000 || !bLoads) << limit.pszName << " " << nValue << " " << words[0]
-                                                             << ": " << outcome.nCode << " " << outcome.strText;
-                EXPECT_TRUE(outcome.nCode != 0 || words[0] == "asm" || Holds(outcome.strText, "outputs are right") ||
-                            limit.nResource == RLIMIT_FSIZE)
-                    << limit.pszName << " " << nValue << " " << words[0] << ": " << outcome.strText;
-            }
-        }
     }
 }

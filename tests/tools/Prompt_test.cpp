@@ -1,5 +1,6 @@
 // The interactive prompt, driven through a pseudo-terminal as a person would drive it.
 
+#include "tests/support/AttackCount.h"
 #include "tests/tools/ToolUnderTest.h"
 
 #include <gtest/gtest.h>
@@ -68,7 +69,7 @@ public:
             ADD_FAILURE() << "\"" << strText << "\" doesn't come; there is: " << m_strUnread;
             return m_strUnread;
         }
-        const std::string strRead = m_strUnread.substr(0, nFound + strText.size());
+        std::string strRead = m_strUnread.substr(0, nFound + strText.size());
         m_strUnread.erase(0, nFound + strText.size());
         return strRead;
     }
@@ -97,6 +98,13 @@ public:
             }
         }
         return -1;
+    }
+
+    /// As the key does.
+    void Interrupt()
+    {
+        KestrelTest::CountAttack("interrupts of what goes on for long");
+        Type("\x03");
     }
 
     /// Sends a signal to the program.
@@ -234,7 +242,7 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
         terminal.Do("break 19 if any r3.x == -1");
         terminal.Type("run\n");
         terminal.ReadTo("kernel run ");
-        terminal.Type("\x03");
+        terminal.Interrupt();
         // On a slow machine the kernel run under way takes too long, and is broken off.
         const std::string strInterrupted = terminal.ReadTo(s_strPrompt);
         EXPECT_TRUE(Holds(strInterrupted, "interrupted"));
@@ -249,7 +257,7 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
         terminal.Do("delete");
         terminal.Type("step 100000\n");
         EXPECT_TRUE(Holds(terminal.ReadTo(" of 100000"), "stop "));
-        terminal.Type("\x03");
+        terminal.Interrupt();
         EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted"));
         // At the prompt it only clears the line.
         terminal.Type("nonsense \x03show limit\n");
@@ -322,7 +330,7 @@ TEST_F(ThreadsEndless, RunsAreBrokenOffAndTheSessionIsBackWhereItWas)
         terminal.Type(std::string(pszCommand) + "\n");
         terminal.ReadTo(pszBefore);
         terminal.ReadTo("kernel run ");
-        terminal.Type("\x03");
+        terminal.Interrupt();
         return terminal.ReadTo(s_strPrompt);
     };
     // Nothing has been executed yet: back in front of all.
@@ -362,7 +370,7 @@ TEST_F(ThreadsEndless, AnInterruptEndsCommandListsAndCounts)
     {
         terminal.Type(std::string(pszCommand) + "\n");
         terminal.ReadTo("=>   11");
-        terminal.Type("\x03");
+        terminal.Interrupt();
         terminal.ReadTo("interrupted");
         terminal.ReadTo(s_strPrompt);
         EXPECT_TRUE(Holds(terminal.Do("info breakpoints"), "  11 ")) << "the prompt is back";
@@ -372,7 +380,7 @@ TEST_F(ThreadsEndless, AnInterruptEndsCommandListsAndCounts)
     terminal.Do("run");
     terminal.Type("continue 1000000\n");
     terminal.ReadTo(" of 1000000");
-    terminal.Type("\x03");
+    terminal.Interrupt();
     terminal.ReadTo(s_strPrompt);
     EXPECT_TRUE(Holds(terminal.Do("info breakpoints"), "  14 ")) << "the prompt is back";
     terminal.Type("quit\n");
@@ -397,6 +405,7 @@ TEST_F(ThreadsPrompt, SignalsAtAnyMomentEndNothingElse)
             terminal.Type("break 21\nrun\nstep 5\nreverse-step\ncontinue\nrun\ninfo registers\ncontinue\n");
             usleep(static_cast<useconds_t>(nMoment * nMoment * 300));
             terminal.Signal(test.nSignal);
+            KestrelTest::CountAttack("signals at moments of a session");
             const int nCode = terminal.EndWithFileMark();
             const bool bBySignal = test.bEnds && terminal.GetEndingSignal() == test.nSignal;
             EXPECT_TRUE((nCode >= 0 && nCode <= 5) || bBySignal)
