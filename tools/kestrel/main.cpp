@@ -32,6 +32,7 @@
 #include <limits>
 #include <new>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 using namespace KestrelTool;
@@ -357,6 +358,13 @@ int RunCommandLine(int argc, char** argv)
     {
         std::cerr << "kestrel: there isn't enough memory\n";
         return EXIT_PLATFORM_FAILED;
+    }
+    catch (const std::system_error& error)
+    {
+        // What starting a thread fails with.
+        const bool bThread = error.code() == std::errc::resource_unavailable_try_again;
+        std::cerr << "kestrel: " << (bThread ? "a thread can't be started: " : "") << error.what() << "\n";
+        return bThread ? EXIT_PLATFORM_FAILED : EXIT_COMMAND_FAILED;
     }
     catch (const std::exception& error)
     {
