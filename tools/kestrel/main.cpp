@@ -311,7 +311,13 @@ int CheckOutput(int nCode)
     {
         return nCode;
     }
-    std::cerr << "kestrel: the output can't be written: " << (errno != 0 ? std::strerror(errno) : "an error") << "\n";
+    // What failed before has left no reason; to write once more gives it.
+    if (errno == 0)
+    {
+        [[maybe_unused]] const ssize_t nWritten = write(STDOUT_FILENO, "\n", 1);
+    }
+    std::cerr << "kestrel: the output can't be written" << (errno != 0 ? ": " : "")
+              << (errno != 0 ? std::strerror(errno) : "") << "\n";
     return nCode == EXIT_GOOD ? EXIT_COMMAND_FAILED : nCode;
 }
 

@@ -57,11 +57,11 @@ int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std
     { return value.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + "\n"; };
     if (!options.strSarif.empty())
     {
-        WriteFileBytes(options.strSarif, dump(MakeSarif(report)));
+        WriteReport(options.strSarif, dump(MakeSarif(report)));
     }
     if (!options.strJUnit.empty())
     {
-        WriteFileBytes(options.strJUnit, MakeJUnit(report, vChecks));
+        WriteReport(options.strJUnit, MakeJUnit(report, vChecks));
     }
     output << (options.bJson ? dump(DescribeCheck(report)) : RenderCheck(report));
     return report.GetFindings().empty() ? EXIT_GOOD : EXIT_FAULT;

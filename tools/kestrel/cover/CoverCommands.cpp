@@ -25,9 +25,9 @@ void WriteLcov(const CProfileReport& report, const std::string& strPath)
             strText.append(strLine).append("\n");
         }
         mapPaths[strName] = std::string(strPath).append(".").append(strName);
-        WriteFileBytes(mapPaths[strName], strText);
+        WriteReport(mapPaths[strName], strText);
     }
-    WriteFileBytes(strPath, MakeLcov(report, mapPaths));
+    WriteReport(strPath, MakeLcov(report, mapPaths));
 }
 
 } // namespace

@@ -7,8 +7,11 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <mutex>
 #include <new>
+#include <set>
 #include <string_view>
+#include <utility>
 
 namespace KestrelTool
 {
@@ -93,6 +96,28 @@ void ReadToEnd(int nFile, const std::string& strPath, size_t nExpected, std::str
     strBytes.resize(nRead);
 }
 
+/// Which files have been read, by device and number: one can have several names.
+class CFilesRead
+{
+public:
+    void Add(const struct stat& status)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Files.emplace(status.st_dev, status.st_ino);
+    }
+    bool Has(const struct stat& status)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        return m_Files.count({status.st_dev, status.st_ino}) != 0;
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::set<std::pair<dev_t, ino_t>> m_Files;
+};
+
+CFilesRead s_FilesRead;
+
 } // namespace
 
 std::string ReadFileBytes(const std::string& strPath)
@@ -116,6 +141,7 @@ std::string ReadFileBytes(const std::string& strPath)
     {
         Fail(strPath, "can't be read", "it is larger than 4 GiB");
     }
+    s_FilesRead.Add(status);
     std::string strBytes;
     try
     {
@@ -158,6 +184,16 @@ void WriteFileBytes(const std::string& strPath, const std::string& strBytes)
     {
         Fail(strPath, "can't be written", std::strerror(errno));
     }
+}
+
+void WriteReport(const std::string& strPath, const std::string& strBytes)
+{
+    struct stat status = {};
+    if (stat(strPath.c_str(), &status) == 0 && s_FilesRead.Has(status))
+    {
+        Fail(strPath, "isn't written", "it is what is read, and would be overwritten");
+    }
+    WriteFileBytes(strPath, strBytes);
 }
 
 bool IsSameFile(const std::string& strOne, const std::string& strOther)

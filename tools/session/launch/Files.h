@@ -27,6 +27,10 @@ std::string ReadProgramText(const std::string& strPath);
 /// \throws CFileError if any of them can't be written
 void WriteFileBytes(const std::string& strPath, const std::string& strBytes);
 
+/// The same for what a user wants of a result, who may have named by mistake what it is made of.
+/// \throws CFileError, also if ReadFileBytes has read that file
+void WriteReport(const std::string& strPath, const std::string& strBytes);
+
 /// Whether two paths lead to the same file, which is there.
 bool IsSameFile(const std::string& strOne, const std::string& strOther);
 
