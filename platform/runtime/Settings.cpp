@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -172,6 +173,20 @@ std::vector<std::string> SplitAtCommas(const std::string& strText)
     return vParts;
 }
 
+/// A setting as a complaint shows it: control characters and what isn't ASCII would command the terminal.
+std::string Show(const std::string& strSetting)
+{
+    std::string strShown = "\"";
+    for (const char c : strSetting)
+    {
+        char szCode[8] = {c, '\0'};
+        if (c < 0x20 || c > 0x7E)
+            std::snprintf(szCode, sizeof(szCode), "\\x%02x", static_cast<unsigned char>(c));
+        strShown += szCode;
+    }
+    return strShown + "\"";
+}
+
 /// What may be set once: an extension, the same failure, or else anything of a name.
 std::string GetSubject(const std::string& strSetting)
 {
@@ -195,9 +210,9 @@ SValues ReadEnvironment()
         const size_t nEquals = std::min(strSetting.find('='), strSetting.size());
         const std::string strValue = nEquals < strSetting.size() ? strSetting.substr(nEquals + 1) : std::string();
         if (!ApplySetting(values, strSetting.substr(0, nEquals), strValue))
-            values.m_strNonsense = "\"" + strSetting + "\" is no setting of the software platform";
+            values.m_strNonsense = Show(strSetting) + " is no setting of the software platform";
         else if (!setSubjects.insert(GetSubject(strSetting)).second)
-            values.m_strNonsense = "\"" + strSetting + "\" sets again what is set before it";
+            values.m_strNonsense = Show(strSetting) + " sets again what is set before it";
     }
     return values;
 }

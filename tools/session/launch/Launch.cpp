@@ -1,5 +1,6 @@
 #include "tools/session/launch/Launch.h"
 
+#include "KestrelPlatform.h"
 #include "tools/session/launch/Codes.h"
 #include "tools/session/launch/Files.h"
 
@@ -150,6 +151,11 @@ void CLaunch::ChooseDevice()
 {
     cl_uint nPlatforms = 0;
     const cl_int nCode = m_Lib.cl.clGetPlatformIDs(0, nullptr, &nPlatforms);
+    if (nCode == s_nNoPlatform && m_Lib.cl.clGetExtensionFunctionAddress != nullptr &&
+        m_Lib.cl.clGetExtensionFunctionAddress(KESTREL_PLATFORM_CONTROL) != nullptr)
+    {
+        throw CPlatformError("the software platform doesn't take what KESTREL_PLATFORM says");
+    }
     if (nCode == s_nNoPlatform || (nCode == CL_SUCCESS && nPlatforms == 0))
     {
         throw CPlatformError(std::string("this machine's OpenCL loader finds no driver in /etc/OpenCL/vendors") +
