@@ -2,14 +2,11 @@
 
 #include "api/ApiTrace.h"
 #include "api/MetadataExtension.h"
-#include "modules/CLDispatchTable.h"
 
 #include <sstream>
 
 namespace Kestrel
 {
-
-OpenCLModule g_CLDispatchTable(OpenCLModule::s_DefaultModuleName);
 
 void* FindExtensionFunction(cl_platform_id platform, const char* szName)
 {

@@ -1,14 +1,10 @@
 #ifndef KESTREL_API_DISPATCHTABLE_H
 #define KESTREL_API_DISPATCHTABLE_H
 
-#include "modules/OpenCLModule.h"
+#include "modules/CLDispatchTable.h"
 
 namespace Kestrel
 {
-
-/// The table through which the front end makes every OpenCL call. Filled while the library loads, replaced
-/// by ovkclDebugSetDispatchTable, read without a lock.
-extern OpenCLModule g_CLDispatchTable;
 
 /// A vendor's function by its name, through the call that the runtime's version has for that; null if
 /// there is none.

@@ -3,8 +3,8 @@
 #include "api/EnqueuePaths.h"
 #include "api/InterceptProperties.h"
 #include "api/PlatformQueries.h"
-#include "api/ShaderDebuggerHostCL.h"
 #include "core/FileLogger.h"
+#include "device/ShaderDebuggerHostCL.h"
 #include "modules/CLCall.h"
 
 #include <memory>

@@ -1,6 +1,6 @@
 #include "api/ApiTrace.h"
 #include "api/KernelDebugState.h"
-#include "api/ShaderDebuggerHostCL.h"
+#include "device/ShaderDebuggerHostCL.h"
 
 #include <cstring>
 

@@ -3,7 +3,7 @@
 
 #include "api/ApiTrace.h"
 #include "api/KernelDebugState.h"
-#include "api/ShaderDebuggerHostCL.h"
+#include "device/ShaderDebuggerHostCL.h"
 
 namespace Kestrel
 {

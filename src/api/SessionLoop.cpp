@@ -4,7 +4,7 @@
 #include "api/ApiTrace.h"
 #include "api/DispatchTable.h"
 #include "api/KernelDebugState.h"
-#include "api/ShaderDebuggerHostCL.h"
+#include "device/ShaderDebuggerHostCL.h"
 #include "modules/CLCall.h"
 
 #include <string>

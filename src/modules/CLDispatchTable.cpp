@@ -1,9 +1,16 @@
 #include "modules/CLDispatchTable.h"
 
+// All tables in one file, so that their order is fixed. Nothing that runs before main reads them.
+namespace Kestrel
+{
+
+OpenCLModule g_CLDispatchTable(OpenCLModule::s_DefaultModuleName);
+
+} // namespace Kestrel
+
 namespace OVK_ShaderDebugger
 {
 
-// In one file, so that their order is fixed. Nothing that runs before main reads them.
 OpenCLModule g_CLDispatchTable(OpenCLModule::s_DefaultModuleName);
 QRLRTModule g_QRLRTDispatchTable(QRLRTModule::s_DefaultModuleName);
 QRLCLModule g_QRLCLDispatchTable(QRLCLModule::s_DefaultModuleName);

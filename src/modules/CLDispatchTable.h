@@ -4,6 +4,15 @@
 #include "modules/OpenCLModule.h"
 #include "modules/QRLModules.h"
 
+namespace Kestrel
+{
+
+/// The table through which the front end makes every OpenCL call. Filled while the library loads, replaced
+/// by ovkclDebugSetDispatchTable, read without a lock.
+extern OpenCLModule g_CLDispatchTable;
+
+} // namespace Kestrel
+
 namespace OVK_ShaderDebugger
 {
 

@@ -1,11 +1,11 @@
-#include "api/ShaderDebuggerHostCL.h"
+#include "device/ShaderDebuggerHostCL.h"
 
 #include "OVKKestrel.h"
 
-#include "api/DispatchTable.h"
 #include "core/CLLogger.h"
 #include "core/ShaderDebuggerVariables.h"
 #include "modules/CLCall.h"
+#include "modules/CLDispatchTable.h"
 
 #include <algorithm>
 #include <ctime>
@@ -14,8 +14,6 @@
 
 namespace OVK_ShaderDebugger
 {
-
-using Kestrel::g_CLDispatchTable;
 
 namespace
 {
@@ -99,10 +97,10 @@ CShaderDebuggerHostCL::CShaderDebuggerHostCL(cl_kernel kernel, cl_command_queue 
 bool CShaderDebuggerHostCL::OpenQueue(cl_command_queue queue)
 {
     cl_context context = nullptr;
-    cl_int err = QueryCL(g_CLDispatchTable.GetKernelInfo, m_Kernel, CL_KERNEL_CONTEXT, context);
+    cl_int err = QueryCL(Kestrel::g_CLDispatchTable.GetKernelInfo, m_Kernel, CL_KERNEL_CONTEXT, context);
     if (err == CL_SUCCESS)
     {
-        err = CallCL(g_CLDispatchTable.RetainContext, context);
+        err = CallCL(Kestrel::g_CLDispatchTable.RetainContext, context);
     }
     if (!CLD_Assert(err == CL_SUCCESS))
     {
@@ -111,16 +109,16 @@ bool CShaderDebuggerHostCL::OpenQueue(cl_command_queue queue)
     m_Context = context;
 
     cl_device_type type = 0;
-    err = QueryCL(g_CLDispatchTable.GetCommandQueueInfo, queue, CL_QUEUE_DEVICE, m_Device);
+    err = QueryCL(Kestrel::g_CLDispatchTable.GetCommandQueueInfo, queue, CL_QUEUE_DEVICE, m_Device);
     if (err == CL_SUCCESS)
     {
-        err = QueryCL(g_CLDispatchTable.GetDeviceInfo, m_Device, CL_DEVICE_TYPE, type);
+        err = QueryCL(Kestrel::g_CLDispatchTable.GetDeviceInfo, m_Device, CL_DEVICE_TYPE, type);
     }
     if (err == CL_SUCCESS && type == CL_DEVICE_TYPE_GPU)
     {
         // Without the intercept bit, so that the debugger's own launches don't come back to it.
-        m_Queue =
-            CreateCL(err, g_CLDispatchTable.CreateCommandQueue, m_Context, m_Device, cl_command_queue_properties(0));
+        m_Queue = CreateCL(err, Kestrel::g_CLDispatchTable.CreateCommandQueue, m_Context, m_Device,
+                           cl_command_queue_properties(0));
     }
     return CLD_Assert(err == CL_SUCCESS);
 }
@@ -128,11 +126,11 @@ bool CShaderDebuggerHostCL::OpenQueue(cl_command_queue queue)
 bool CShaderDebuggerHostCL::ReleaseHandles() noexcept
 {
     bool bReleased = true;
-    if (m_Queue != nullptr && CallCL(g_CLDispatchTable.ReleaseCommandQueue, m_Queue) != CL_SUCCESS)
+    if (m_Queue != nullptr && CallCL(Kestrel::g_CLDispatchTable.ReleaseCommandQueue, m_Queue) != CL_SUCCESS)
     {
         bReleased = CLD_Break("Error: clReleaseCommandQueue() failed.");
     }
-    if (m_Context != nullptr && CallCL(g_CLDispatchTable.ReleaseContext, m_Context) != CL_SUCCESS)
+    if (m_Context != nullptr && CallCL(Kestrel::g_CLDispatchTable.ReleaseContext, m_Context) != CL_SUCCESS)
     {
         bReleased = CLD_Break("Error: clReleaseContext() failed.");
     }
@@ -217,7 +215,7 @@ bool CShaderDebuggerHostCL::ExecuteShader()
 {
     const cl_kernel kernel = static_cast<cl_kernel>(GetDevice()->GetShader(ShaderUtils::ST_Compute));
     size_t nWorkGroupSize = 0;
-    if (CallCL(g_CLDispatchTable.GetKernelWorkGroupInfo, kernel, m_Device, CL_KERNEL_WORK_GROUP_SIZE,
+    if (CallCL(Kestrel::g_CLDispatchTable.GetKernelWorkGroupInfo, kernel, m_Device, CL_KERNEL_WORK_GROUP_SIZE,
                sizeof(nWorkGroupSize), &nWorkGroupSize, nullptr) != CL_SUCCESS)
     {
         return CLD_Break("Error: clGetKernelWorkGroupInfo() failed.");
@@ -228,11 +226,11 @@ bool CShaderDebuggerHostCL::ExecuteShader()
         return CLD_Break("Error: Local group size is too large.");
     }
     const size_t* pLocalSize = nTargetWorkGroupSize != 0 ? m_nLocalSize : nullptr;
-    cl_int nCode = CallCL(g_CLDispatchTable.EnqueueNDRangeKernel, m_Queue, kernel, m_nNumDim, m_nGlobalOffset,
+    cl_int nCode = CallCL(Kestrel::g_CLDispatchTable.EnqueueNDRangeKernel, m_Queue, kernel, m_nNumDim, m_nGlobalOffset,
                           m_nGlobalSize, pLocalSize, cl_uint(0), nullptr, nullptr);
     if (nCode == CL_SUCCESS)
     {
-        nCode = CallCL(g_CLDispatchTable.Finish, m_Queue);
+        nCode = CallCL(Kestrel::g_CLDispatchTable.Finish, m_Queue);
     }
     SetBrokenOff(IsBrokenOff() || nCode == OVKCLDEBUG_EXT_RUN_BROKEN_OFF);
     return nCode == CL_SUCCESS;
@@ -268,7 +266,7 @@ const std::vector<char>& CShaderDebuggerHostCL::GetShaderData() const
 bool CShaderDebuggerHostCL::IsTidewater()
 {
     std::string strName;
-    QueryTextCL(g_CLDispatchTable.GetDeviceInfo, m_Device, CL_DEVICE_NAME, strName);
+    QueryTextCL(Kestrel::g_CLDispatchTable.GetDeviceInfo, m_Device, CL_DEVICE_NAME, strName);
     return std::find(std::begin(s_OlderDevices), std::end(s_OlderDevices), strName) == std::end(s_OlderDevices);
 }
 

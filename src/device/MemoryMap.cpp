@@ -1,18 +1,16 @@
-#include "api/ShaderDebuggerHostCL.h"
+#include "device/ShaderDebuggerHostCL.h"
 
-#include "api/DispatchTable.h"
 #include "binary/KernelArgTracking.h"
 #include "core/CLLogger.h"
 #include "core/ShaderDebuggerBuffer.h"
 #include "modules/CLCall.h"
+#include "modules/CLDispatchTable.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace OVK_ShaderDebugger
 {
-
-using Kestrel::g_CLDispatchTable;
 
 namespace
 {
@@ -32,7 +30,7 @@ bool GetArgumentMemorySize(cl_kernel kernel, unsigned int nArgument, memoryAddre
         std::memcpy(&mem, pValue, sizeof(mem));
     }
     size_t nSize = 0;
-    if (mem != nullptr && QueryCL(g_CLDispatchTable.GetMemObjectInfo, mem, CL_MEM_SIZE, nSize) != CL_SUCCESS)
+    if (mem != nullptr && QueryCL(Kestrel::g_CLDispatchTable.GetMemObjectInfo, mem, CL_MEM_SIZE, nSize) != CL_SUCCESS)
     {
         return false;
     }
@@ -54,7 +52,7 @@ bool CShaderDebuggerHostCL::InitKernelArgInfo(cl_kernel kernel)
 {
     m_vKernelArgInfo.clear();
     cl_uint nArguments = 0;
-    if (QueryCL(g_CLDispatchTable.GetKernelInfo, kernel, CL_KERNEL_NUM_ARGS, nArguments) != CL_SUCCESS)
+    if (QueryCL(Kestrel::g_CLDispatchTable.GetKernelInfo, kernel, CL_KERNEL_NUM_ARGS, nArguments) != CL_SUCCESS)
     {
         return false;
     }
