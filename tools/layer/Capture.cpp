@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 namespace KestrelLayer
@@ -402,29 +403,32 @@ void AddBinary(cl_kernel kernel, cl_device_id device, json& header, std::vector<
 
 } // namespace
 
-json SummariseArguments(const SKernel& kernel)
+void AppendArguments(const SKernel& kernel, std::string& strText)
 {
-    json list = json::array();
+    strText += '[';
     for (size_t i = 0; i < kernel.vArguments.size(); ++i)
     {
         const SSetArgument& argument = kernel.vArguments[i];
-        const char* const pszKind = NameKind(kernel.vParameters[i], argument, CObjects::Get().FindHandle(argument));
-        json summary = {pszKind};
-        if (pszKind == std::string("value"))
+        const std::string_view kind =
+            NameKind((*kernel.pParameters)[i], argument, CObjects::Get().FindHandle(argument));
+        strText += i == 0 ? "[\"" : ",[\"";
+        strText.append(kind).append("\"");
+        if (kind == "value")
         {
-            summary.push_back(argument.vValue);
+            strText += ',';
+            AppendNumbers(argument.vValue.data(), argument.vValue.size(), strText);
         }
-        else if (pszKind == std::string("memory"))
+        else if (kind == "memory")
         {
-            summary.push_back(CObjects::Get().GetMemorySize(TakeHandle<cl_mem>(argument)));
+            strText.append(",").append(std::to_string(CObjects::Get().GetMemorySize(TakeHandle<cl_mem>(argument))));
         }
-        else if (pszKind == std::string("local"))
+        else if (kind == "local")
         {
-            summary.push_back(argument.nSize);
+            strText.append(",").append(std::to_string(argument.nSize));
         }
-        list.push_back(std::move(summary));
+        strText += ']';
     }
-    return list;
+    strText += ']';
 }
 
 void CaptureContents(cl_kernel kernelObject, const SKernel& kernel, const SLaunchCall& call, json& header,
@@ -442,7 +446,7 @@ void CaptureContents(cl_kernel kernelObject, const SKernel& kernel, const SLaunc
         json contents = json::array();
         for (size_t i = 0; i < kernel.vArguments.size(); ++i)
         {
-            contents.push_back(capture.Add(kernel.vParameters[i], kernel.vArguments[i]));
+            contents.push_back(capture.Add((*kernel.pParameters)[i], kernel.vArguments[i]));
         }
         header["contents"] = contents;
         header["memories"] = capture.ReadBuffers();

@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <string>
+
 namespace KestrelLayer
 {
 
@@ -20,8 +22,20 @@ struct SLaunchCall
     const cl_event* pEvents;
 };
 
-/// Arguments in short, as info launches shows them: [kind, what there is to know].
-nlohmann::json SummariseArguments(const SKernel& kernel);
+/// Appends numbers as a JSON array.
+template <typename Number>
+void AppendNumbers(const Number* pNumbers, size_t nCount, std::string& strText)
+{
+    strText += '[';
+    for (size_t i = 0; i < nCount; ++i)
+    {
+        strText.append(i == 0 ? "" : ",").append(std::to_string(pNumbers[i]));
+    }
+    strText += ']';
+}
+
+/// Appends arguments in short, as info launches shows them, as a JSON array of [kind, what there is to know].
+void AppendArguments(const SKernel& kernel, std::string& strText);
 
 /// Waits for all that the launch waits for, and reads what its arguments hold, and the program's binary.
 /// \param header  gets device, arguments and memories, or error with the reason why that can't be

@@ -105,9 +105,23 @@ bool CConnection::Send(const nlohmann::json& header, const std::vector<unsigned 
     return IsOurs() && SendMessage(m_nSocket, header, vBlob);
 }
 
+bool CConnection::SendText(std::string_view strHeader)
+{
+    const std::lock_guard<std::mutex> lock(m_SendLock);
+    return IsOurs() && KestrelTool::SendText(m_nSocket, strHeader);
+}
+
 void CConnection::Tell(const nlohmann::json& header)
 {
     if (m_bOn && !Send(header, {}))
+    {
+        Lose();
+    }
+}
+
+void CConnection::TellText(std::string_view strHeader)
+{
+    if (m_bOn && !SendText(strHeader))
     {
         Lose();
     }

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <string_view>
 
 namespace KestrelLayer
 {
@@ -25,6 +26,8 @@ public:
 
     /// Tells the debugger something that needs no answer.
     void Tell(const nlohmann::json& header);
+    /// The same with JSON text.
+    void TellText(std::string_view strHeader);
     /// Asks the debugger, waits as long as the answer takes, and keeps the rules that it brings. One thread at a time.
     void Ask(const nlohmann::json& header, const std::vector<unsigned char>& vBlob = {});
     /// Whether the rules want a launch.
@@ -35,6 +38,7 @@ private:
     bool Open();
     bool IsOurs() const;
     bool Send(const nlohmann::json& header, const std::vector<unsigned char>& vBlob);
+    bool SendText(std::string_view strHeader);
     void SetRules(std::vector<KestrelTool::SLaunchRule> vRules);
     void Lose();
 

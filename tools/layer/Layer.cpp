@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace KestrelLayer
@@ -304,24 +305,29 @@ private:
     std::unordered_map<std::string, uint64_t> m_mapTurns;
 };
 
-json ListSizes(const size_t* pSizes, cl_uint nDimensions)
-{
-    return pSizes != nullptr ? json(std::vector<size_t>(pSizes, pSizes + nDimensions)) : json();
-}
-
-json DescribeLaunch(const SKernel& kernel, const CLaunchCount::SCount& count, const SLaunchCall& call)
+/// JSON text by hand: most launches are never looked at, and each is told of.
+std::string DescribeLaunch(const SKernel& kernel, const CLaunchCount::SCount& count, const SLaunchCall& call)
 {
     static const auto s_Begin = std::chrono::steady_clock::now();
     const auto passed = std::chrono::steady_clock::now() - s_Begin;
-    return {{"what", "launch"},
-            {"number", count.nNumber},
-            {"turn", count.nTurn},
-            {"kernel", kernel.nId},
-            {"microseconds", std::chrono::duration_cast<std::chrono::microseconds>(passed).count()},
-            {"global", ListSizes(call.pGlobal, call.nDimensions)},
-            {"local", ListSizes(call.pLocal, call.nDimensions)},
-            {"offset", ListSizes(call.pOffset, call.nDimensions)},
-            {"arguments", SummariseArguments(kernel)}};
+    std::string strText = "{\"what\":\"launch\"";
+    const auto append = [&](const char* pszName, uint64_t nValue)
+    { strText.append(",\"").append(pszName).append("\":").append(std::to_string(nValue)); };
+    append("number", count.nNumber);
+    append("turn", count.nTurn);
+    append("kernel", kernel.nId);
+    append("microseconds",
+           static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(passed).count()));
+    const std::pair<const char*, const size_t*> sizes[] = {
+        {"global", call.pGlobal}, {"local", call.pLocal}, {"offset", call.pOffset}};
+    for (const auto& [pszName, pSizes] : sizes)
+    {
+        strText.append(",\"").append(pszName).append("\":");
+        pSizes != nullptr ? AppendNumbers(pSizes, call.nDimensions, strText) : void(strText += "null");
+    }
+    strText += ",\"arguments\":";
+    AppendArguments(kernel, strText);
+    return strText += '}';
 }
 
 /// Tells of a launch, and waits with it for the debugger if that wants it.
@@ -334,13 +340,14 @@ void NoteLaunch(cl_kernel object, const SLaunchCall& call)
         return; // the runtime will say what is wrong with it
     }
     const CLaunchCount::SCount count = CLaunchCount::Get().Next(pKernel->strName);
-    json header = DescribeLaunch(*pKernel, count, call);
+    const std::string strLaunch = DescribeLaunch(*pKernel, count, call);
     CConnection& connection = CConnection::Get();
     if (!connection.Wants(pKernel->strName, pKernel->nProgram, count.nNumber, count.nTurn))
     {
-        connection.Tell(header);
+        connection.TellText(strLaunch);
         return;
     }
+    json header = json::parse(strLaunch);
     std::vector<unsigned char> vBlob;
     header["what"] = "stop";
     CaptureContents(object, *pKernel, call, header, vBlob);

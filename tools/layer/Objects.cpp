@@ -54,7 +54,7 @@ cl_device_id AskFirstDevice(cl_program program)
 nlohmann::json DescribeKernel(const SKernel& kernel)
 {
     nlohmann::json arguments = nlohmann::json::array();
-    for (const SParameter& parameter : kernel.vParameters)
+    for (const SParameter& parameter : *kernel.pParameters)
     {
         arguments.push_back({{"name", parameter.strName}, {"type", parameter.strType}});
     }
@@ -206,8 +206,8 @@ void CObjects::AddKernel(cl_kernel kernel)
     pKernel->strName =
         AskText([&](size_t nSize, void* pValue, size_t* pSize)
                 { return g_pTarget->clGetKernelInfo(kernel, CL_KERNEL_FUNCTION_NAME, nSize, pValue, pSize); });
-    pKernel->vParameters = ReadParameters(kernel);
-    pKernel->vArguments.resize(pKernel->vParameters.size());
+    pKernel->pParameters = std::make_shared<const std::vector<SParameter>>(ReadParameters(kernel));
+    pKernel->vArguments.resize(pKernel->pParameters->size());
     {
         const std::lock_guard<std::mutex> lock(m_Lock);
         pKernel->nId = ++m_nKernels;

@@ -42,7 +42,7 @@ struct SKernel
     uint32_t nId = 0;
     uint32_t nProgram = 0;
     std::string strName;
-    std::vector<SParameter> vParameters;
+    std::shared_ptr<const std::vector<SParameter>> pParameters; ///< shared by all copies
     std::vector<SSetArgument> vArguments;
 };
 

@@ -85,7 +85,11 @@ bool ReceiveGrowing(int nSocket, uint64_t nBytes, std::vector<unsigned char>& vB
 
 bool SendMessage(int nSocket, const nlohmann::json& header, const std::vector<unsigned char>& vBlob)
 {
-    const std::string strHeader = header.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return SendText(nSocket, header.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), vBlob);
+}
+
+bool SendText(int nSocket, std::string_view strHeader, const std::vector<unsigned char>& vBlob)
+{
     SFrame frame = {s_nMagic, static_cast<uint32_t>(strHeader.size()), vBlob.size()};
     if (strHeader.size() > s_nMaxHeader)
     {

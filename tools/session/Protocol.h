@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <vector>
 
 // How the layer inside a program and the debugger talk.
@@ -46,6 +47,8 @@ struct SMessage
 
 /// Sends a message whole. \return false if nobody reads any more
 bool SendMessage(int nSocket, const nlohmann::json& header, const std::vector<unsigned char>& vBlob = {});
+/// The same with a header that is JSON text already.
+bool SendText(int nSocket, std::string_view strHeader, const std::vector<unsigned char>& vBlob = {});
 /// Waits for a message. What a message says of its sizes is believed only as far as bytes have come.
 /// \return nothing if the other side is gone
 /// \throws CProtocolError

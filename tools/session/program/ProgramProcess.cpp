@@ -210,9 +210,9 @@ void CProgramProcess::Start(const SProgramCommand& command)
     }
 }
 
-void CProgramProcess::GiveTerminal(bool bToProgram) const
+void CProgramProcess::GiveTerminal(bool bToProgram)
 {
-    if (!m_bTerminal)
+    if (!m_bTerminal || std::exchange(m_bProgramHasTerminal, bToProgram) == bToProgram)
     {
         return;
     }
@@ -251,8 +251,12 @@ CProgramProcess::SEvent CProgramProcess::Wait()
         }
         if (TakeMessage(event))
         {
+            // What is only told of is taken note of while the program runs on.
             m_bHurry = NeedsAnswer(event.message);
-            GiveTerminal(false);
+            if (m_bHurry)
+            {
+                GiveTerminal(false);
+            }
             return event;
         }
         pollfd life = {m_nLife, POLLIN, 0};

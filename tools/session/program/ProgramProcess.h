@@ -74,13 +74,14 @@ private:
     void TakeConnections();
     void Drop(int nProcess);
     void Reap();
-    void GiveTerminal(bool bToProgram) const;
+    void GiveTerminal(bool bToProgram);
 
     pid_t m_nPid = -1;
     int m_nDoor = -1;
     int m_nLife = -1; ///< readable once the program has ended
     std::function<bool()> m_IsUnwanted;
     bool m_bTerminal = false;
+    bool m_bProgramHasTerminal = false;
     bool m_bHurry = true; ///< whoever sent the last message waits for an answer
     bool m_bEnded = false;
     int m_nStatus = 0;
