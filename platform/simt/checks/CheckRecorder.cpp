@@ -30,7 +30,7 @@ void CopyStored(const CBlock& block, const SAccess& access, uint32_t nLane, unsi
 
 } // namespace
 
-SCheckTotals::SCheckTotals(const SLaunchContext& contextIn) : context(contextIn)
+SCheckTotals::SCheckTotals(const SLaunchContext& contextIn) : context(contextIn), written(contextIn.launch.vMemory)
 {
     const bool bRaces = (context.launch.nChecks & PLATFORM_CHECK_RACE) != 0;
     if (bRaces && context.nGroupSize < s_nMostRaceNumbers && context.code.vAccesses.size() < s_nMostRaceNumbers &&
@@ -44,7 +44,8 @@ SCheckTotals::SCheckTotals(const SLaunchContext& contextIn) : context(contextIn)
 CCheckRecorder::CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(checks), m_bFirst(bFirst)
 {
     if (checks.totals.context.launch.nChecks & PLATFORM_CHECK_INIT)
-        m_pInit = std::make_unique<CInitRecorder>(checks.totals.context, checks.findings, checks.vLocalShadow, bFirst);
+        m_pInit = std::make_unique<CInitRecorder>(checks.totals.context, checks.findings, checks.totals.written,
+                                                  checks.vLocalShadow, bFirst);
     if (checks.totals.context.launch.nChecks & PLATFORM_CHECK_NAN)
         m_pNumbers = std::make_unique<CNumberRecorder>(checks.totals.context, checks.findings);
 }
@@ -89,10 +90,13 @@ void CCheckRecorder::Accessing(const CBlock& block, const SMicroOp& step, const 
         m_pNumbers->Accessing(block, step, access);
     if (access.eSpace == SAccess::Private || !(m_Checks.totals.context.launch.nChecks & nAddressChecks))
         return;
+    const uint32_t nCheck = access.eOperation == SAccess::Atomic ? PLATFORM_CHECK_MEMORY : PLATFORM_CHECK_ALIGNMENT;
+    const bool bAlignment = (m_Checks.totals.context.launch.nChecks & nCheck) != 0;
+    if (!bAlignment && !m_Checks.totals.pGroups)
+        return;
     m_vAddresses.resize(s_nLanes);
     block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
-    const uint32_t nCheck = access.eOperation == SAccess::Atomic ? PLATFORM_CHECK_MEMORY : PLATFORM_CHECK_ALIGNMENT;
-    if (m_Checks.totals.context.launch.nChecks & nCheck)
+    if (bAlignment)
         CheckAlignment(block, step, access);
     if (m_Checks.totals.pGroups)
         CheckRaces(block, step, access);

@@ -10,6 +10,7 @@
 #include "platform/simt/checks/InitRecorder.h"
 #include "platform/simt/checks/IntervalRaces.h"
 #include "platform/simt/checks/NumberRecorder.h"
+#include "platform/simt/checks/WrittenPages.h"
 
 namespace KestrelPlatform
 {
@@ -22,7 +23,8 @@ struct SCheckTotals
     const SLaunchContext& context;
     CFindings findings;
     std::unique_ptr<CGroupRaces> pGroups; ///< null if races aren't looked for
-    std::vector<uint32_t> vInstructions;  ///< by number of the access
+    CWrittenPages written;
+    std::vector<uint32_t> vInstructions; ///< by number of the access
 };
 
 /// What the blocks of one thread share.

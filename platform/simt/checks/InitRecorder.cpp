@@ -7,6 +7,7 @@
 #include "platform/simt/Elements.h"
 #include "platform/simt/RowVisits.h"
 #include "platform/simt/checks/Findings.h"
+#include "platform/simt/checks/WrittenPages.h"
 
 namespace KestrelPlatform
 {
@@ -50,10 +51,10 @@ bool IsGap(uint32_t nShadow, uint32_t nBytes)
 
 } // namespace
 
-CInitRecorder::CInitRecorder(const SLaunchContext& context, CFindings& findings, std::vector<unsigned char>& vLocal,
-                             bool bFirst)
-    : m_Context(context), m_Findings(findings), m_vLocal(vLocal), m_bFirst(bFirst), m_Rows(context.code.nRows),
-      m_vOrigins(FindOrigins(context.code)), m_vAddresses(s_nLanes)
+CInitRecorder::CInitRecorder(const SLaunchContext& context, CFindings& findings, CWrittenPages& written,
+                             std::vector<unsigned char>& vLocal, bool bFirst)
+    : m_Context(context), m_Findings(findings), m_Written(written), m_vLocal(vLocal), m_bFirst(bFirst),
+      m_Rows(context.code.nRows), m_vOrigins(FindOrigins(context.code)), m_vAddresses(s_nLanes)
 {
     for (const SMemoryRange& range : context.launch.vMemory)
         m_bGlobal = m_bGlobal || range.pShadow;
@@ -268,54 +269,6 @@ void CInitRecorder::ComputeWave(const CBlock& block, const SMicroOp& step)
     }
 }
 
-void CInitRecorder::LoadIndexed(const CBlock& block, const SMicroOp& step)
-{
-    const SIndexed& indexed = m_Context.code.vIndexed[step.nAux];
-    const uint32_t nTo = step.rows.d[0];
-    Demand(block, step, indexed.nIndexRow, PLATFORM_FAULT_ADDRESS);
-    if (indexed.bConstant)
-    {
-        m_Rows.Clear(block, nTo);
-        return;
-    }
-    const SCode::SArray& array = m_Context.code.vArrays[indexed.nArray];
-    uint32_t nFrom = step.nInstruction;
-    uint32_t* const pTo = m_Rows.Change(nTo);
-    for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
-    {
-        if (!block.IsActive(n))
-            continue;
-        const uint32_t nIndex = block.Row(indexed.nIndexRow)[n] + indexed.nImmediate;
-        const uint32_t nRow = nIndex < array.nElements ? array.Row(nIndex, indexed.nComponent) : s_nZeroRow;
-        pTo[n] = nIndex < array.nElements ? m_Rows.Row(nRow)[n] : 0;
-        nFrom = pTo[n] != 0 && m_Rows.GetFrom(nRow) != ~0u ? m_Rows.GetFrom(nRow) : nFrom;
-    }
-    m_Rows.Settle(nTo, nFrom);
-}
-
-void CInitRecorder::StoreIndexed(const CBlock& block, const SMicroOp& step)
-{
-    const SIndexed& indexed = m_Context.code.vIndexed[step.nAux];
-    const SCode::SArray& array = m_Context.code.vArrays[indexed.nArray];
-    Demand(block, step, indexed.nIndexRow, PLATFORM_FAULT_ADDRESS);
-    for (uint32_t c = 0; c < 4; ++c)
-    {
-        const uint32_t nSource = step.rows.s[c];
-        for (uint32_t n = block.GetFirstLane(); (step.rows.d[0] & (1u << c)) && n < block.GetEndLane(); ++n)
-        {
-            const uint32_t nIndex = block.Row(indexed.nIndexRow)[n] + indexed.nImmediate;
-            if (!block.IsActive(n) || nIndex >= array.nElements)
-                continue;
-            const uint32_t nShadow = nSource > s_nZeroRow ? m_Rows.Row(nSource)[n] : 0;
-            const uint32_t nRow = array.Row(nIndex, c);
-            if (nShadow == m_Rows.Row(nRow)[n])
-                continue;
-            m_Rows.Change(nRow)[n] = nShadow;
-            m_Rows.Settle(nRow, nShadow ? m_Rows.GetFrom(nSource) : m_Rows.GetFrom(nRow));
-        }
-    }
-}
-
 void CInitRecorder::Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const auto address = [&](uint32_t nRow) { Demand(block, step, nRow, PLATFORM_FAULT_ADDRESS, access.bUniform); };
@@ -352,24 +305,80 @@ unsigned char* CInitRecorder::Find(const CBlock& block, const SAccess& access, u
         const size_t nSlot = m_Context.nGroupsPerBlock > 1 ? nLane / m_Context.nGroupSize : 0;
         return nOffset < 0 ? nullptr : &m_vLocal[nSlot * m_Context.nLocalBytes + static_cast<size_t>(nOffset)];
     }
+    if (!HoldRange(nAddress, nBytes))
+        return nullptr;
+    const SMemoryRange& range = m_Context.launch.vMemory[m_nRange];
+    return range.pShadow ? range.pShadow + (nAddress - range.nAddress) : nullptr;
+}
+
+/// Makes the memory object that holds all of these bytes the last one found. \return false if none does
+bool CInitRecorder::HoldRange(uint64_t nAddress, uint64_t nBytes)
+{
     const std::vector<SMemoryRange>& vMemory = m_Context.launch.vMemory;
     const auto holds = [&](const SMemoryRange& range)
     { return nAddress - range.nAddress < range.nSize && range.nSize - (nAddress - range.nAddress) >= nBytes; };
-    if (m_nRange >= vMemory.size() || !holds(vMemory[m_nRange]))
+    if (m_nRange < vMemory.size() && holds(vMemory[m_nRange]))
+        return true;
+    const auto it = std::upper_bound(vMemory.begin(), vMemory.end(), nAddress,
+                                     [](uint64_t n, const SMemoryRange& range) { return n < range.nAddress; });
+    if (it == vMemory.begin() || !holds(*(it - 1)))
+        return false;
+    m_nRange = static_cast<size_t>(it - 1 - vMemory.begin());
+    return true;
+}
+
+/// Whether nothing unwritten lies where the active work-items access memory, nor between. False if that isn't known.
+bool CInitRecorder::IsWritten(const CBlock& block, const SAccess& access, uint32_t nBytes)
+{
+    m_Span = FindSpan(block, access, nBytes, m_vAddresses);
+    if (m_Span.nEnd <= m_Span.nLow)
+        return false;
+    if (access.eSpace == SAccess::Global)
     {
-        const auto it = std::upper_bound(vMemory.begin(), vMemory.end(), nAddress,
-                                         [](uint64_t n, const SMemoryRange& range) { return n < range.nAddress; });
-        if (it == vMemory.begin() || !holds(*(it - 1)))
-            return nullptr;
-        m_nRange = static_cast<size_t>(it - 1 - vMemory.begin());
+        if (!HoldRange(m_Span.nLow, m_Span.nEnd - m_Span.nLow))
+            return false;
+        const uint64_t nStart = m_Context.launch.vMemory[m_nRange].nAddress;
+        return m_Written.Are(m_nRange, m_Span.nLow - nStart, m_Span.nEnd - nStart);
     }
-    unsigned char* const pShadow = vMemory[m_nRange].pShadow;
-    return pShadow ? pShadow + (nAddress - vMemory[m_nRange].nAddress) : nullptr;
+    const int64_t nOffset = block.LocalOffset(m_Context.code.vLocalAreas[access.nArea], m_Span.nLow,
+                                              static_cast<uint32_t>(m_Span.nEnd - m_Span.nLow));
+    if (nOffset < 0 || m_Span.nEnd - m_Span.nLow > m_Context.nLocalBytes)
+        return false;
+    const bool bSlots = m_Context.nGroupsPerBlock > 1;
+    const size_t nFirstSlot = bSlots ? block.GetFirstLane() / m_Context.nGroupSize : 0;
+    const size_t nLastSlot = bSlots ? (block.GetEndLane() - 1) / m_Context.nGroupSize : 0;
+    for (size_t nSlot = nFirstSlot; nSlot <= nLastSlot; ++nSlot)
+    {
+        const unsigned char* const pShadow = &m_vLocal[nSlot * m_Context.nLocalBytes + static_cast<size_t>(nOffset)];
+        if (!IsZero(pShadow, m_Span.nEnd - m_Span.nLow))
+            return false;
+    }
+    return true;
+}
+
+/// A store of what is written, to bytes without a gap that IsWritten has looked at. \return false if it isn't one
+bool CInitRecorder::StoreWritten(const CBlock& block, const SAccess& access)
+{
+    const int64_t nBytes = TotalBytes(access);
+    const uint64_t nAll = m_Span.nEnd - m_Span.nLow;
+    const bool bLocal = access.eSpace == SAccess::Local;
+    if (!m_Span.bEven || (m_Span.nStep != nBytes && m_Span.nStep != -nBytes) ||
+        (bLocal && (m_Context.nGroupsPerBlock > 1 || nAll > m_Context.nLocalBytes)))
+        return false;
+    const int64_t nOffset =
+        bLocal ? block.LocalOffset(m_Context.code.vLocalAreas[access.nArea], m_Span.nLow, static_cast<uint32_t>(nAll))
+               : 0;
+    if (nOffset < 0 || (!bLocal && !HoldRange(m_Span.nLow, nAll)))
+        return false;
+    const SMemoryRange* const pRange = bLocal ? nullptr : &m_Context.launch.vMemory[m_nRange];
+    std::memset(bLocal ? &m_vLocal[static_cast<size_t>(nOffset)] : pRange->pShadow + (m_Span.nLow - pRange->nAddress),
+                0, nAll);
+    return true;
 }
 
 void CInitRecorder::LoadShadow(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
-    const bool bThere = HasShadow(access);
+    const bool bThere = HasShadow(access) && !IsWritten(block, access, TotalBytes(access));
     if (bThere)
         block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
     SLaneRow words[4];
@@ -410,18 +419,12 @@ void CInitRecorder::LoadShadow(const CBlock& block, const SMicroOp& step, const 
     }
 }
 
-uint32_t CInitRecorder::StoredShadow(const SAccess& access, uint32_t nWord, uint32_t nLane) const
-{
-    const uint32_t nRow = access.nRows[nWord];
-    return nRow > s_nZeroRow ? m_Rows.Row(nRow)[nLane] : 0;
-}
-
 void CInitRecorder::StoreShadow(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     bool bDirty = false;
     for (uint32_t w = 0; w < access.nWords; ++w)
         bDirty = bDirty || (access.nRows[w] > s_nZeroRow && m_Rows.IsDirty(access.nRows[w]));
-    if (!bDirty && !HasShadow(access))
+    if (!bDirty && (!HasShadow(access) || IsWritten(block, access, TotalBytes(access)) || StoreWritten(block, access)))
         return;
     const uint32_t nFirst = block.GetFirstLane();
     block.FillAddresses(access, nFirst, block.GetEndLane(), m_vAddresses.data());
@@ -451,6 +454,11 @@ void CInitRecorder::StoreShadow(const CBlock& block, const SMicroOp& step, const
                      m_vAddresses[n - nFirst] + w * access.nElementBytes);
                 nShadow = 0;
             }
+            if (pShadow && nShadow != 0 && access.eSpace == SAccess::Global)
+            {
+                const uint64_t nPlace = m_vAddresses[n - nFirst] - m_Context.launch.vMemory[m_nRange].nAddress;
+                m_Written.Spoil(m_nRange, nPlace, nPlace + TotalBytes(access));
+            }
             if (pShadow)
                 std::memcpy(pShadow + w * access.nElementBytes, &nShadow, access.nElementBytes);
         }
@@ -462,7 +470,7 @@ void CInitRecorder::TouchAtomic(const CBlock& block, const SMicroOp& step, const
 {
     for (const uint32_t nRow : access.nValueRows)
         Demand(block, step, nRow, PLATFORM_FAULT_OUTPUT);
-    if (HasShadow(access))
+    if (HasShadow(access) && !IsWritten(block, access, access.nElementBytes))
     {
         block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
         for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
@@ -480,46 +488,6 @@ void CInitRecorder::TouchAtomic(const CBlock& block, const SMicroOp& step, const
     }
     for (uint32_t w = 0; access.bReturns && w < access.nElementBytes / 4u; ++w)
         m_Rows.Clear(block, access.nRows[w]);
-}
-
-/// Rows hold private memory, by word.
-void CInitRecorder::MovePrivate(const CBlock& block, const SMicroOp& step, const SAccess& access)
-{
-    const SCode::SPrivate& area = m_Context.code.vPrivate[access.nArea];
-    const bool bLoad = access.eOperation == SAccess::Load;
-    bool bDirty = m_Rows.IsAny();
-    if (!bDirty)
-        return;
-    for (uint32_t w = 0; w < access.nWords; ++w)
-    {
-        uint32_t nFrom = step.nInstruction;
-        for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
-        {
-            const uint64_t nAddress = block.Row(access.nAddressRows[0])[n] + uint64_t(w) * access.nElementBytes;
-            if (!block.IsActive(n) || nAddress + access.nElementBytes > area.nBytes)
-                continue;
-            uint32_t nLoaded = 0;
-            for (uint32_t b = 0; b < access.nElementBytes; ++b)
-            {
-                const uint32_t nRow = area.nRow + static_cast<uint32_t>((nAddress + b) / 4);
-                const uint32_t nShift = static_cast<uint32_t>((nAddress + b) % 4) * 8;
-                const uint32_t nHere = m_Rows.Row(nRow)[n] >> nShift & 0xFF;
-                const uint32_t nValue = StoredShadow(access, w, n) >> (8 * b) & 0xFF;
-                nLoaded |= nHere << (8 * b);
-                if (bLoad && nHere != 0 && m_Rows.GetFrom(nRow) != ~0u)
-                    nFrom = m_Rows.GetFrom(nRow);
-                if (bLoad || nHere == nValue)
-                    continue;
-                uint32_t* const pRow = m_Rows.Change(nRow);
-                pRow[n] = (pRow[n] & ~(0xFFu << nShift)) | nValue << nShift;
-                m_Rows.Settle(nRow, nValue ? m_Rows.GetFrom(access.nRows[w]) : m_Rows.GetFrom(nRow));
-            }
-            if (bLoad && nLoaded != m_Rows.Row(access.nRows[w])[n])
-                m_Rows.Change(access.nRows[w])[n] = nLoaded;
-        }
-        if (bLoad && m_Rows.IsDirty(access.nRows[w]))
-            m_Rows.Settle(access.nRows[w], nFrom);
-    }
 }
 
 } // namespace KestrelPlatform

@@ -5,6 +5,7 @@
 
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/Launch.h"
+#include "platform/simt/checks/AccessSpan.h"
 #include "platform/simt/checks/RowShadow.h"
 #include "platform/simt/checks/ShadowRules.h"
 
@@ -12,6 +13,8 @@ namespace KestrelPlatform
 {
 
 class CFindings;
+class CWrittenPages;
+struct SIndexed;
 struct SLaunchContext;
 
 /// Follows what nobody has written through a block's registers and memory, and tells of it where a branch, an address
@@ -22,7 +25,8 @@ class CInitRecorder
 public:
     /// \param vLocal  the shadow of local memory, which the blocks of a group share
     /// \param bFirst  the first block of its thread
-    CInitRecorder(const SLaunchContext& context, CFindings& findings, std::vector<unsigned char>& vLocal, bool bFirst);
+    CInitRecorder(const SLaunchContext& context, CFindings& findings, CWrittenPages& written,
+                  std::vector<unsigned char>& vLocal, bool bFirst);
 
     void Start(const CBlock& block);
     void Stepping(const CBlock& block, const SMicroOp& step);
@@ -43,6 +47,12 @@ private:
     void TouchAtomic(const CBlock& block, const SMicroOp& step, const SAccess& access);
     unsigned char* Find(const CBlock& block, const SAccess& access, uint32_t nLane, uint32_t nBytes);
     bool HasShadow(const SAccess& access) const;
+    bool HoldRange(uint64_t nAddress, uint64_t nBytes);
+    bool IsWritten(const CBlock& block, const SAccess& access, uint32_t nBytes);
+    bool StoreWritten(const CBlock& block, const SAccess& access);
+    bool ArePrivateClean(const CBlock& block, const SAccess& access) const;
+    bool MovePrivateRows(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    bool AreElementsClean(const CBlock& block, const SIndexed& indexed, uint32_t nComponent) const;
     /// Tells of what the active work-items have in a row, which counts as written from here on.
     void Demand(const CBlock& block, const SMicroOp& step, uint32_t nRow, uint32_t nFault, bool bUniform = false);
     void Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault, uint32_t nShadow,
@@ -50,6 +60,7 @@ private:
 
     const SLaunchContext& m_Context;
     CFindings& m_Findings;
+    CWrittenPages& m_Written;
     std::vector<unsigned char>& m_vLocal;
     const bool m_bFirst;
     bool m_bGlobal = false; ///< some memory has a shadow
@@ -58,6 +69,7 @@ private:
     std::vector<unsigned char> m_vAreas;   ///< of local memory at the start of a group
     std::vector<uint64_t> m_vAddresses;    ///< of the access under way, from the block's first lane
     size_t m_nRange = 0;                   ///< the last one found
+    SAccessSpan m_Span;                    ///< of the access that IsWritten has last looked at
 };
 
 } // namespace KestrelPlatform

@@ -49,6 +49,8 @@ void CRowShadow::Clear(const CBlock& block, uint32_t nRow)
 {
     if (!m_vDirty[nRow])
         return;
+    if (block.GetActive() == block.GetLive())
+        return Clear(nRow);
     uint32_t* const pRow = Change(nRow);
     for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
         pRow[n] = block.IsActive(n) ? 0 : pRow[n];

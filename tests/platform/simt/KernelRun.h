@@ -118,6 +118,8 @@ public:
                 launch.vMemory.push_back(range);
         };
         add(s_nOutput, vOutput, false);
+        if (!vOutputShadow.empty())
+            launch.vMemory.front().pShadow = vOutputShadow.data();
         add(s_nInput, vInput, true);
         launch.vConstantBuffer1.resize(32, 0);
         launch.vConstantBuffer1[0] = s_nOutput;
@@ -128,6 +130,7 @@ public:
     KestrelPlatform::SLaunch launch;
     std::vector<uint32_t> vOutput;
     std::vector<uint32_t> vInput;
+    std::vector<unsigned char> vOutputShadow; ///< of the output's bytes; empty if all are written
 };
 
 inline uint32_t Bits(float f)

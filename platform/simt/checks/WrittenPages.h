@@ -1,0 +1,44 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_WRITTENPAGES_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_WRITTENPAGES_H
+
+#include <atomic>
+#include <vector>
+
+#include "platform/simt/Launch.h"
+
+namespace KestrelPlatform
+{
+
+/// True if all of some bytes are 0.
+bool IsZero(const unsigned char* pBytes, size_t nBytes);
+
+/// Which pages of a launch's memory are known to be written as a whole, so that most accesses needn't look at each
+/// byte's shadow. Any thread.
+class CWrittenPages
+{
+public:
+    explicit CWrittenPages(const std::vector<SMemoryRange>& vMemory);
+
+    /// Whether all bytes from nBegin to nEnd of a memory object are written; false also if they are too many to find
+    /// out.
+    bool Are(size_t nRange, uint64_t nBegin, uint64_t nEnd);
+    /// Something unwritten is about to be stored between these two.
+    void Spoil(size_t nRange, uint64_t nBegin, uint64_t nEnd);
+
+private:
+    enum EPage : unsigned char
+    {
+        Unknown,
+        Written,
+        Mixed
+    };
+
+    bool IsPageWritten(const SMemoryRange& range, std::atomic<unsigned char>& page, uint64_t nPage) const;
+
+    const std::vector<SMemoryRange>& m_vMemory;
+    std::vector<std::vector<std::atomic<unsigned char>>> m_vPages; ///< by memory object
+};
+
+} // namespace KestrelPlatform
+
+#endif
