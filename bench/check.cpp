@@ -1,11 +1,12 @@
 // What looking at a run costs over the plain run of the same kernel, on the same interpreter and in the same run, taken
-// in turn.
+// in turn. KESTREL_BENCH_LOOK chooses one of them.
 
 #include "bench/BenchKernels.h"
 #include "bench/BenchReport.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 
 using namespace KestrelBench;
@@ -89,9 +90,13 @@ int main(int argc, char** argv)
     try
     {
         CReport report("check", argc, argv);
+        const char* const pszWanted = std::getenv("KESTREL_BENCH_LOOK");
         for (const SLook& look : s_Looks)
         {
-            Report(report, look);
+            if (!pszWanted || std::string(pszWanted) == look.pszName)
+            {
+                Report(report, look);
+            }
         }
         return 0;
     }
