@@ -78,7 +78,10 @@ void CCheckRecorder::Start(const CBlock& block)
         m_pNumbers->Start();
     m_nInterval = 0;
     if (m_bFirst)
+    {
         m_Checks.races.Begin();
+        m_Checks.rows.Begin();
+    }
 }
 
 void CCheckRecorder::Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access)
@@ -92,13 +95,10 @@ void CCheckRecorder::Accessing(const CBlock& block, const SMicroOp& step, const 
         return;
     const uint32_t nCheck = access.eOperation == SAccess::Atomic ? PLATFORM_CHECK_MEMORY : PLATFORM_CHECK_ALIGNMENT;
     const bool bAlignment = (m_Checks.totals.context.launch.nChecks & nCheck) != 0;
-    if (!bAlignment && !m_Checks.totals.pGroups)
-        return;
     m_vAddresses.resize(s_nLanes);
-    block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
     if (bAlignment)
         CheckAlignment(block, step, access);
-    if (m_Checks.totals.pGroups)
+    if (m_Checks.totals.pGroups && !CheckRow(block, step, access))
         CheckRaces(block, step, access);
 }
 
@@ -106,6 +106,7 @@ void CCheckRecorder::CheckAlignment(const CBlock& block, const SMicroOp& step, c
 {
     const uint64_t nLow = access.nElementBytes - 1u;
     const uint32_t nFirst = block.GetFirstLane();
+    block.FillAddresses(access, nFirst, block.GetEndLane(), m_vAddresses.data());
     uint64_t nAny = 0;
     for (uint32_t n = nFirst; n < block.GetEndLane(); ++n)
         nAny |= m_vAddresses[n - nFirst];
@@ -161,9 +162,172 @@ void CCheckRecorder::TouchGroups()
     m_vGlobal.clear();
 }
 
+/// Whether bytes lie in the memory object that was found last, which can't be written.
+bool CCheckRecorder::IsReadOnly(const SAccess& access, uint64_t nAddress, uint64_t nBytes) const
+{
+    const std::vector<SMemoryRange>& vMemory = m_Checks.totals.context.launch.vMemory;
+    if (access.eSpace != SAccess::Global || m_nRange >= vMemory.size())
+        return false;
+    const SMemoryRange& range = vMemory[m_nRange];
+    return range.bReadOnly && nAddress - range.nAddress < range.nSize &&
+           range.nSize - (nAddress - range.nAddress) >= nBytes;
+}
+
+/// All lanes are active, and lie evenly within one memory object. \return false if not
+bool CCheckRecorder::PlaceEven(const CBlock& block, const SAccess& access, SRaceRow& row)
+{
+    uint64_t nFirst = 0;
+    uint64_t nLast = 0;
+    if (block.GetActive() != row.nCount ||
+        !block.IsEven(access, block.GetFirstLane(), block.GetEndLane(), nFirst, nLast))
+        return false;
+    row.nStep = row.nCount > 1 ? static_cast<int64_t>(nLast - nFirst) / int64_t{row.nCount - 1} : 0;
+    const uint64_t nLow = std::min(nFirst, nLast);
+    const uint64_t nBytes = std::max(nFirst, nLast) - nLow + row.nBytes;
+    if (row.eKind == RACE_WRITE && row.nCount > 1 && row.nStep < row.nBytes && -row.nStep < row.nBytes)
+        return false;
+    SRaceAccess whole;
+    m_vAddresses[0] = nLow;
+    whole.nBytes = static_cast<uint32_t>(nBytes);
+    if (nBytes > 0x7FFFFFFF)
+        return false;
+    if (!FindPlace(block, access, block.GetFirstLane(), whole))
+        return IsReadOnly(access, nLow, nBytes);
+    row.nLow = whole.nAddress;
+    row.nEnd = whole.nAddress + nBytes;
+    row.nFirst = whole.nAddress + (nFirst - nLow);
+    return ((row.nFirst | static_cast<uint64_t>(row.nStep)) & 3) == 0;
+}
+
+/// Accesses within one memory object, of which writes go up without meeting. Leaves their places in m_vAddresses.
+bool CCheckRecorder::PlaceUneven(const CBlock& block, const SAccess& access, SRaceRow& row)
+{
+    const uint32_t nBegin = block.GetFirstLane();
+    block.FillAddresses(access, nBegin, block.GetEndLane(), m_vAddresses.data());
+    SRaceAccess race;
+    race.nBytes = row.nBytes;
+    row.bEven = false;
+    row.nLow = ~uint64_t(0);
+    row.nEnd = 0;
+    uint32_t nRange = ~0u;
+    for (uint32_t n = nBegin; n < block.GetEndLane(); ++n)
+    {
+        if (!block.IsActive(n))
+        {
+            m_vAddresses[n - nBegin] = CIntervalRows::s_nInactive;
+            continue;
+        }
+        const uint64_t nAddress = m_vAddresses[n - nBegin];
+        const bool bPlace = FindPlace(block, access, n, race);
+        if (!bPlace && IsReadOnly(access, nAddress, row.nBytes))
+        {
+            m_vAddresses[n - nBegin] = CIntervalRows::s_nInactive;
+            continue;
+        }
+        if (!bPlace || race.nAddress % 4 != 0 || (row.eKind == RACE_WRITE && race.nAddress < row.nEnd) ||
+            (access.eSpace == SAccess::Global && nRange != ~0u && nRange != m_nRange))
+            return false;
+        nRange = m_nRange;
+        m_vAddresses[n - nBegin] = race.nAddress;
+        row.nLow = std::min(row.nLow, race.nAddress);
+        row.nEnd = std::max(row.nEnd, race.nAddress + row.nBytes);
+    }
+    return true;
+}
+
+/// The same accesses as a row. \return false if they have to be looked at word by word
+bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const SAccess& access)
+{
+    const SLaunchContext& context = m_Checks.totals.context;
+    SRaceRow row;
+    row.nBytes = LaneBytes(access);
+    row.eKind = RaceKindOf(access);
+    row.nNumber = static_cast<uint16_t>(step.nAux);
+    row.nCount = block.GetEndLane() - block.GetFirstLane();
+    if (context.nGroupsPerBlock > 1 || row.nBytes % 4 != 0)
+        return false;
+    if (!PlaceEven(block, access, row) && !PlaceUneven(block, access, row))
+        return false;
+    if (row.nLow >= row.nEnd) // what can't be written can't race
+        return true;
+    row.nSpace = access.eSpace == SAccess::Global ? (m_nRange + 1) * s_nLocalSpace : 0;
+    row.nItem = static_cast<uint16_t>(block.LocalIndexOfLane(block.GetFirstLane()));
+    m_vStored.resize(s_nLanes * 16);
+    for (uint32_t n = 0; row.eKind == RACE_WRITE && n < row.nCount; ++n)
+        CopyStored(block, access, block.GetFirstLane() + n, &m_vStored[n * row.nBytes]);
+    if (!m_Checks.rows.Add(row, m_nInterval, m_vStored.data(), m_vAddresses.data()))
+        return false;
+    if (access.eSpace == SAccess::Global && context.nGroupCount > 1)
+        TouchGroupsRow(block, row, m_vStored.data());
+    return true;
+}
+
+/// A part of an uneven row that leaves no gaps. What an earlier part of it has touched is left to that one.
+/// \return how many work-items it has; 0 if there is none at a lane
+uint32_t CCheckRecorder::TouchGroupsPiece(const SRaceRow& row, uint32_t nLane, uint64_t nGroup,
+                                          const unsigned char* pValues)
+{
+    const uint32_t nEnd = std::min(nLane + s_nGranule, row.nCount);
+    const uint64_t nFirst = m_vAddresses[nLane];
+    if (nLane % s_nGranule != 0 || nEnd - nLane < 2 || nFirst == CIntervalRows::s_nInactive)
+        return 0;
+    for (uint32_t n = nLane + 1; n < nEnd; ++n)
+    {
+        if (m_vAddresses[n] != nFirst + uint64_t{row.nBytes} * (n - nLane))
+            return 0;
+    }
+    if (std::find(m_vPieces.begin(), m_vPieces.end(), nFirst) == m_vPieces.end())
+    {
+        SRaceRow piece = row;
+        piece.nFirst = piece.nLow = nFirst;
+        piece.nCount = nEnd - nLane;
+        piece.nEnd = nFirst + uint64_t{row.nBytes} * piece.nCount;
+        piece.nItem = static_cast<uint16_t>(row.nItem + nLane);
+        m_Checks.totals.pGroups->TouchRow(m_nRange, piece, nGroup, pValues + size_t{nLane} * row.nBytes);
+        m_vPieces.push_back(nFirst);
+    }
+    return nEnd - nLane;
+}
+
+void CCheckRecorder::TouchGroupsRow(const CBlock& block, const SRaceRow& row, const unsigned char* pValues)
+{
+    CGroupRaces& groups = *m_Checks.totals.pGroups;
+    const uint64_t nGroup = block.GetGroup(block.GetFirstLane());
+    if (row.bEven && row.nStep == static_cast<int64_t>(row.nBytes))
+        return groups.TouchRow(m_nRange, row, nGroup, pValues);
+    SRaceAccess race;
+    race.nBytes = row.nBytes;
+    race.eKind = row.eKind;
+    race.nNumber = row.nNumber;
+    race.nGroup = nGroup;
+    // Of those that touch the same words the first one is the lowest.
+    const uint32_t nCount = row.bEven && row.nStep == 0 ? 1 : row.nCount;
+    m_vPieces.clear();
+    for (uint32_t n = 0; n < nCount; ++n)
+    {
+        const uint32_t nPiece = row.bEven ? 0 : TouchGroupsPiece(row, n, nGroup, pValues);
+        if (nPiece != 0)
+        {
+            n += nPiece - 1;
+            continue;
+        }
+        race.nAddress = row.bEven ? row.nFirst + static_cast<uint64_t>(row.nStep * n) : m_vAddresses[n];
+        if (!row.bEven && n > 0 && race.nAddress == m_vAddresses[n - 1])
+            continue;
+        race.nItem = static_cast<uint16_t>(row.nItem + n);
+        if (row.eKind == RACE_WRITE)
+            std::memcpy(race.bytes, pValues + n * row.nBytes, row.nBytes);
+        if (race.nAddress != CIntervalRows::s_nInactive)
+            m_vGlobal.push_back(race);
+    }
+    TouchGroups();
+}
+
 void CCheckRecorder::CheckRaces(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const SLaunchContext& context = m_Checks.totals.context;
+    m_Checks.rows.GoToWords(m_Checks.races, m_nInterval);
+    block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
     SRaceAccess race;
     race.nBytes = LaneBytes(access);
     race.eKind = RaceKindOf(access);

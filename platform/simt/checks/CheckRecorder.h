@@ -8,7 +8,7 @@
 #include "platform/simt/checks/Findings.h"
 #include "platform/simt/checks/GroupRaces.h"
 #include "platform/simt/checks/InitRecorder.h"
-#include "platform/simt/checks/IntervalRaces.h"
+#include "platform/simt/checks/IntervalRows.h"
 #include "platform/simt/checks/NumberRecorder.h"
 #include "platform/simt/checks/WrittenPages.h"
 
@@ -38,6 +38,7 @@ struct SThreadChecks
     SCheckTotals& totals;
     CFindings findings;
     CIntervalRaces races;
+    CIntervalRows rows;
     std::vector<unsigned char> vLocalShadow;
 };
 
@@ -62,6 +63,12 @@ public:
 private:
     void CheckAlignment(const CBlock& block, const SMicroOp& step, const SAccess& access);
     void CheckRaces(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    bool CheckRow(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    bool PlaceEven(const CBlock& block, const SAccess& access, SRaceRow& row);
+    bool PlaceUneven(const CBlock& block, const SAccess& access, SRaceRow& row);
+    bool IsReadOnly(const SAccess& access, uint64_t nAddress, uint64_t nBytes) const;
+    uint32_t TouchGroupsPiece(const SRaceRow& row, uint32_t nLane, uint64_t nGroup, const unsigned char* pValues);
+    void TouchGroupsRow(const CBlock& block, const SRaceRow& row, const unsigned char* pValues);
     bool FindPlace(const CBlock& block, const SAccess& access, uint32_t nLane, SRaceAccess& race);
     void TouchGroups();
     void Report(const CBlock& block, const SMicroOp& step, const SAccess& access, uint32_t nLane,
@@ -76,6 +83,8 @@ private:
     std::vector<SRaceAccess> m_vGlobal; ///< its parts that touch one memory object
     uint32_t m_nRange = 0;              ///< which
     std::vector<SIntervalRace> m_vRaces;
+    std::vector<uint64_t> m_vPieces;      ///< where those of an uneven row begin
+    std::vector<unsigned char> m_vStored; ///< by the access under way, one work-item after the other
 };
 
 } // namespace KestrelPlatform

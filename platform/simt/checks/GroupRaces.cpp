@@ -13,6 +13,7 @@ namespace
 {
 
 const uint64_t s_nPageBytes = 4096;
+const size_t s_nMostParts = 32;
 const uint64_t s_nNobody = ~uint64_t(0);
 
 uint64_t MakeEntry(const SRaceAccess& access)
@@ -84,7 +85,7 @@ void CGroupRaces::Split(SPage& page) const
     for (const SValue& value : page.vValues)
     {
         for (uint32_t n = 0; n < 4; ++n)
-            vBytes.push_back({value.nFirst >> (8 * n) & 0xFF, value.bDiffer});
+            vBytes.push_back({value.nFirst >> (8 * n) & 0xFF, value.bDiffer, value.bWritten});
     }
     page.vValues.swap(vBytes);
     page.nUnit = 1;
@@ -101,20 +102,91 @@ void CGroupRaces::TouchPage(SPage& page, const SRaceAccess& access) const
     if (vKind.empty())
         vKind.resize(s_nPageBytes / page.nUnit);
     const uint64_t nEntry = MakeEntry(access);
+    if (access.eKind == RACE_WRITE)
+        NoteValues(page, nBegin, nEnd, access.bytes);
+    for (uint64_t n = nBegin; n < nEnd; n += page.nUnit)
+        vKind[n / page.nUnit].Add(nEntry);
+}
+
+void CGroupRaces::NoteValues(SPage& page, uint64_t nBegin, uint64_t nEnd, const unsigned char* pBytes)
+{
+    if (page.vValues.empty())
+        page.vValues.resize(s_nPageBytes / page.nUnit);
     for (uint64_t n = nBegin; n < nEnd; n += page.nUnit)
     {
-        STwo& two = vKind[n / page.nUnit];
-        if (access.eKind == RACE_WRITE)
+        SValue& value = page.vValues[n / page.nUnit];
+        uint32_t nValue = 0;
+        std::memcpy(&nValue, pBytes + (n - nBegin), page.nUnit);
+        value.bDiffer = value.bDiffer || (value.bWritten && value.nFirst != nValue);
+        value.nFirst = value.bWritten ? value.nFirst : nValue;
+        value.bWritten = true;
+    }
+}
+
+/// Of rows that differ in their group alone those of the two lowest groups count. \return false if there is none yet
+bool CGroupRaces::Merge(SPage& page, const SPart& part)
+{
+    for (SPart& other : page.vParts)
+    {
+        if (other.nBegin != part.nBegin || other.nEnd != part.nEnd || other.nFirst != part.nFirst ||
+            other.nBytes != part.nBytes || other.eKind != part.eKind || other.nItem != part.nItem ||
+            other.nNumber != part.nNumber)
+            continue;
+        if (part.nGroup < other.nGroup)
         {
-            if (page.vValues.empty())
-                page.vValues.resize(s_nPageBytes / page.nUnit);
-            SValue& value = page.vValues[n / page.nUnit];
-            uint32_t nValue = 0;
-            std::memcpy(&nValue, access.bytes + (n - nBegin), page.nUnit);
-            value.bDiffer = value.bDiffer || (two.nFirst != s_nNobody && value.nFirst != nValue);
-            value.nFirst = two.nFirst == s_nNobody ? nValue : value.nFirst;
+            other.nOther = other.nGroup;
+            other.nGroup = part.nGroup;
         }
-        two.Add(nEntry);
+        else if (part.nGroup > other.nGroup)
+            other.nOther = std::min(other.nOther, part.nGroup);
+        return true;
+    }
+    return false;
+}
+
+/// Takes a part over to the words of its kind.
+void CGroupRaces::Spread(SPage& page, const SPart& part)
+{
+    std::vector<STwo>& vKind = page.vKinds[part.eKind];
+    if (vKind.empty())
+        vKind.resize(s_nPageBytes / page.nUnit);
+    SRaceAccess access;
+    access.nNumber = part.nNumber;
+    for (uint64_t n = part.nBegin; n < part.nEnd; n += page.nUnit)
+    {
+        access.nItem = static_cast<uint16_t>(part.nItem + (static_cast<int64_t>(n) - part.nFirst) / part.nBytes);
+        access.nGroup = part.nGroup;
+        vKind[n / page.nUnit].Add(MakeEntry(access));
+        access.nGroup = part.nOther;
+        if (part.nOther != s_nNobody)
+            vKind[n / page.nUnit].Add(MakeEntry(access));
+    }
+}
+
+void CGroupRaces::TouchRow(uint32_t nRange, const SRaceRow& row, uint64_t nGroup, const unsigned char* pValues)
+{
+    for (uint64_t nPage = row.nLow / s_nPageBytes; nPage * s_nPageBytes < row.nEnd; ++nPage)
+    {
+        const uint64_t nStart = nPage * s_nPageBytes;
+        SPart part;
+        part.nBegin = static_cast<uint32_t>(std::max(row.nLow, nStart) - nStart);
+        part.nEnd = static_cast<uint32_t>(std::min(row.nEnd - nStart, s_nPageBytes));
+        part.nFirst = static_cast<int64_t>(row.nFirst - nStart);
+        part.nBytes = row.nBytes;
+        part.eKind = row.eKind;
+        part.nItem = row.nItem;
+        part.nNumber = row.nNumber;
+        part.nGroup = nGroup;
+        const std::lock_guard<std::mutex> lock(m_Mutexes[nPage % m_Mutexes.size()]);
+        SPage& page = Page(nRange, nPage);
+        if (row.eKind == RACE_WRITE)
+            NoteValues(page, part.nBegin, part.nEnd, pValues + (nStart + part.nBegin - row.nLow));
+        if (Merge(page, part))
+            continue;
+        if (page.vParts.size() < s_nMostParts)
+            page.vParts.push_back(part);
+        else
+            Spread(page, part);
     }
 }
 
@@ -182,15 +254,40 @@ void CGroupRaces::ReportUnit(const SPage& page, size_t nUnit, uint64_t nAddress,
         ReportPair(writes.nFirst, writes.nOther, like, findings);
 }
 
-void CGroupRaces::Report(CFindings& findings) const
+/// Whether groups may have met in a page with a write or an atomic among them.
+bool CGroupRaces::MayRace(const SPage& page)
+{
+    const auto isChange = [](const SPart& part) { return part.eKind != RACE_READ; };
+    const bool bWords = !page.vKinds[RACE_WRITE].empty() || !page.vKinds[RACE_ATOMIC].empty();
+    if (bWords || !page.vKinds[RACE_READ].empty())
+        return bWords || std::any_of(page.vParts.begin(), page.vParts.end(), isChange);
+    for (const SPart& one : page.vParts)
+    {
+        if (one.eKind == RACE_WRITE && one.nOther != s_nNobody)
+            return true;
+        for (const SPart& other : page.vParts)
+        {
+            const bool bOneGroup = one.nGroup == other.nGroup && one.nOther == s_nNobody && other.nOther == s_nNobody;
+            if (isChange(one) && &one != &other && !bOneGroup && one.nBegin < other.nEnd && other.nBegin < one.nEnd)
+                return true;
+        }
+    }
+    return false;
+}
+
+void CGroupRaces::Report(CFindings& findings)
 {
     for (size_t nRange = 0; nRange < m_vPages.size(); ++nRange)
     {
         for (size_t nPage = 0; nPage < m_vPages[nRange].size(); ++nPage)
         {
-            const SPage* const pPage = m_vPages[nRange][nPage].get();
+            SPage* const pPage = m_vPages[nRange][nPage].get();
+            if (!pPage || !MayRace(*pPage))
+                continue;
+            for (size_t n = 0; n < pPage->vParts.size(); ++n)
+                Spread(*pPage, pPage->vParts[n]);
             const uint64_t nAddress = m_Context.launch.vMemory[nRange].nAddress + nPage * s_nPageBytes;
-            for (size_t n = 0; pPage && n < s_nPageBytes / pPage->nUnit; ++n)
+            for (size_t n = 0; n < s_nPageBytes / pPage->nUnit; ++n)
                 ReportUnit(*pPage, n, nAddress + n * pPage->nUnit, findings);
         }
     }

@@ -1,0 +1,143 @@
+#include "platform/simt/checks/IntervalRows.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace KestrelPlatform
+{
+
+namespace
+{
+
+const size_t s_nMostRows = 4096;
+const size_t s_nMostData = size_t(4) << 20;
+/// How far back the same row is looked for: loops repeat theirs soon.
+const size_t s_nLookBack = 8;
+
+/// Whether the work-items of both rows touch words of their own alone, the same ones.
+bool AreOwn(const SRaceRow& one, const SRaceRow& other)
+{
+    const int64_t nBytes = std::max(one.nBytes, other.nBytes);
+    const auto origin = [](const SRaceRow& row) { return row.nFirst - static_cast<uint64_t>(row.nItem * row.nStep); };
+    return one.bEven && other.bEven && one.nStep == other.nStep && (one.nStep >= nBytes || one.nStep <= -nBytes) &&
+           origin(one) == origin(other);
+}
+
+} // namespace
+
+void CIntervalRows::Begin()
+{
+    StartInterval(0);
+}
+
+void CIntervalRows::StartInterval(uint32_t nInterval)
+{
+    for (std::vector<SKept>& vKept : m_vKept)
+        vKept.clear();
+    m_vData.clear();
+    m_nInterval = nInterval;
+    m_bWords = false;
+}
+
+bool CIntervalRows::MayRace(const SRaceRow& row, ERaceKind eKind, const uint64_t* pAddresses) const
+{
+    // Where a write is one of two uneven rows, its work-items' words are their own.
+    const auto areSame = [&](const SKept& kept)
+    {
+        return !row.bEven && !kept.row.bEven && (row.eKind == RACE_WRITE || eKind == RACE_WRITE) &&
+               kept.row.nItem == row.nItem && kept.row.nCount == row.nCount && kept.row.nBytes == row.nBytes &&
+               std::memcmp(m_vData.data() + kept.nData, pAddresses, sizeof(uint64_t) * row.nCount) == 0;
+    };
+    return std::any_of(m_vKept[eKind].begin(), m_vKept[eKind].end(),
+                       [&](const SKept& kept)
+                       {
+                           return kept.row.nSpace == row.nSpace && kept.row.nLow < row.nEnd &&
+                                  row.nLow < kept.row.nEnd && !AreOwn(kept.row, row) && !areSame(kept);
+                       });
+}
+
+CIntervalRows::SKept* CIntervalRows::FindSame(const SRaceRow& row)
+{
+    std::vector<SKept>& vKept = m_vKept[row.eKind];
+    for (size_t n = vKept.size(); row.bEven && n > 0 && vKept.size() - n < s_nLookBack; --n)
+    {
+        const SRaceRow& other = vKept[n - 1].row;
+        if (other.nFirst == row.nFirst && other.nStep == row.nStep && other.nBytes == row.nBytes &&
+            other.nCount == row.nCount && other.nSpace == row.nSpace && other.bEven && other.nItem == row.nItem &&
+            other.nNumber == row.nNumber)
+            return &vKept[n - 1];
+    }
+    return nullptr;
+}
+
+bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned char* pValues,
+                        const uint64_t* pAddresses)
+{
+    if (nInterval != m_nInterval)
+        StartInterval(nInterval);
+    if (m_bWords)
+        return false;
+    const size_t nValues = row.eKind == RACE_WRITE ? size_t{row.nBytes} * row.nCount : 0;
+    if (SKept* const pSame = FindSame(row))
+    {
+        // Of writes the last one counts.
+        std::memcpy(m_vData.data() + pSame->nData, pValues, nValues);
+        std::rotate(pSame, pSame + 1, m_vKept[row.eKind].data() + m_vKept[row.eKind].size());
+        return true;
+    }
+    const size_t nAddresses = row.bEven ? 0 : sizeof(uint64_t) * row.nCount;
+    const size_t nData = nAddresses + nValues;
+    if (m_vKept[row.eKind].size() >= s_nMostRows || m_vData.size() + nData > s_nMostData ||
+        (row.eKind != RACE_READ && MayRace(row, RACE_READ, pAddresses)) || MayRace(row, RACE_WRITE, pAddresses) ||
+        (row.eKind != RACE_ATOMIC && MayRace(row, RACE_ATOMIC, pAddresses)))
+        return false;
+    m_vKept[row.eKind].push_back({row, m_vData.size()});
+    if (nData != 0)
+    {
+        m_vData.resize(m_vData.size() + nData);
+        unsigned char* const pData = m_vData.data() + m_vData.size() - nData;
+        std::memcpy(pData, pAddresses, nAddresses);
+        std::memcpy(pData + nAddresses, pValues, nValues);
+    }
+    return true;
+}
+
+void CIntervalRows::Replay(const SKept& kept, CIntervalRaces& words, uint32_t nInterval) const
+{
+    const SRaceRow& row = kept.row;
+    SRaceAccess access;
+    access.nBytes = row.nBytes;
+    access.eKind = row.eKind;
+    access.nNumber = row.nNumber;
+    std::vector<SIntervalRace> vNone;
+    for (uint32_t n = 0; n < row.nCount; ++n)
+    {
+        access.nItem = static_cast<uint16_t>(row.nItem + n);
+        access.nAddress = row.nFirst + static_cast<uint64_t>(row.nStep * n);
+        const unsigned char* const pData = m_vData.data() + kept.nData;
+        if (!row.bEven)
+            std::memcpy(&access.nAddress, pData + n * sizeof(uint64_t), sizeof(uint64_t));
+        if (row.eKind == RACE_WRITE)
+            std::memcpy(access.bytes, pData + (row.bEven ? 0 : sizeof(uint64_t) * row.nCount) + n * row.nBytes,
+                        row.nBytes);
+        if (access.nAddress != s_nInactive)
+            words.Touch(access, row.nSpace, nInterval, vNone);
+    }
+}
+
+void CIntervalRows::GoToWords(CIntervalRaces& words, uint32_t nInterval)
+{
+    if (nInterval != m_nInterval)
+        StartInterval(nInterval);
+    if (m_bWords)
+        return;
+    for (const std::vector<SKept>& vKept : m_vKept)
+    {
+        for (const SKept& kept : vKept)
+            Replay(kept, words, nInterval);
+    }
+    StartInterval(nInterval);
+    m_bWords = true;
+}
+
+} // namespace KestrelPlatform

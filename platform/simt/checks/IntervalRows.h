@@ -1,0 +1,66 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_INTERVALROWS_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_INTERVALROWS_H
+
+#include <cstddef>
+#include <vector>
+
+#include "platform/simt/checks/IntervalRaces.h"
+
+namespace KestrelPlatform
+{
+
+/// One access of consecutive work-items of a group, by whole words.
+struct SRaceRow
+{
+    uint64_t nFirst = 0; ///< the first one's address, then
+    int64_t nStep = 0;   ///< from each to the next
+    uint64_t nLow = 0;   ///< the first byte of all
+    uint64_t nEnd = 0;   ///< after the last one
+    uint32_t nBytes = 0; ///< of each
+    uint32_t nCount = 0;
+    uint32_t nSpace = 0; ///< as CIntervalRaces has it
+    ERaceKind eKind = RACE_READ;
+    bool bEven = true;    ///< else the addresses are those that come with it
+    uint16_t nItem = 0;   ///< the first one in the group
+    uint16_t nNumber = 0; ///< of the access in the program
+};
+
+/// Accesses of a group since its last barrier that can't race, kept row by row: where each work-item touches its own
+/// words, where all only read, and where others are elsewhere. The first one of which that isn't known has all of them
+/// taken over by CIntervalRaces, which looks at each word.
+class CIntervalRows
+{
+public:
+    static constexpr uint64_t s_nInactive = ~uint64_t(0);
+
+    /// The groups of a block, or the blocks of a group, begin.
+    void Begin();
+    /// \param pValues  that a write stores, one work-item after the other
+    /// \param pAddresses  of a row that isn't even, s_nInactive for who isn't active; those of a
+    /// write must not meet each other
+    /// \return false if it has to be looked at word by word
+    bool Add(const SRaceRow& row, uint32_t nInterval, const unsigned char* pValues, const uint64_t* pAddresses);
+    /// What comes next in the interval is looked at word by word.
+    void GoToWords(CIntervalRaces& words, uint32_t nInterval);
+
+private:
+    struct SKept
+    {
+        SRaceRow row;
+        size_t nData = 0; ///< where its values or addresses begin
+    };
+
+    void StartInterval(uint32_t nInterval);
+    bool MayRace(const SRaceRow& row, ERaceKind eKind, const uint64_t* pAddresses) const;
+    SKept* FindSame(const SRaceRow& row);
+    void Replay(const SKept& kept, CIntervalRaces& words, uint32_t nInterval) const;
+
+    std::vector<SKept> m_vKept[3]; ///< by kind, in the order in which they came
+    std::vector<unsigned char> m_vData;
+    uint32_t m_nInterval = 0;
+    bool m_bWords = false; ///< the interval is looked at word by word
+};
+
+} // namespace KestrelPlatform
+
+#endif

@@ -1,0 +1,172 @@
+#include <algorithm>
+#include <random>
+#include <tuple>
+
+#include "platform/simt/Block.h"
+#include "platform/simt/checks/Findings.h"
+#include "platform/simt/checks/GroupRaces.h"
+#include "platform/simt/checks/IntervalRows.h"
+#include "tests/platform/simt/KernelRun.h"
+
+/// Accesses row by row must give the races that the same accesses give work-item by work-item.
+namespace KestrelPlatformTest
+{
+namespace
+{
+
+using namespace KestrelPlatform;
+
+/// A row of a few forms, among few words so that rows meet.
+struct SRandomRow
+{
+    SRaceRow row;
+    std::vector<uint64_t> vAddresses; ///< by work-item; those of an uneven row go up
+    std::vector<unsigned char> vValues;
+};
+
+SRandomRow MakeRow(std::mt19937& random)
+{
+    SRandomRow made;
+    SRaceRow& row = made.row;
+    row.eKind = static_cast<ERaceKind>(random() % 3);
+    row.nBytes = 4u << random() % 2;
+    row.nCount = 1 + random() % 32;
+    row.nItem = static_cast<uint16_t>(random() % 3 * 32);
+    row.nNumber = static_cast<uint16_t>(random() % 4);
+    row.bEven = random() % 3 != 0;
+    const int64_t steps[] = {row.nBytes, row.nBytes, -int64_t{row.nBytes}, 16, 0};
+    row.nStep = row.eKind == RACE_WRITE ? steps[random() % 4] : steps[random() % 5];
+    row.nFirst = 1024 + random() % 8 * 128 + (random() % 2 ? row.nItem * 8 : 0);
+    row.nLow = ~uint64_t(0);
+    for (uint32_t n = 0; n < row.nCount; ++n)
+    {
+        const uint64_t nUneven = (n == 0 ? row.nFirst : made.vAddresses.back()) + row.nBytes * (1 + random() % 2);
+        made.vAddresses.push_back(row.bEven ? row.nFirst + static_cast<uint64_t>(row.nStep * n) : nUneven);
+        row.nLow = std::min(row.nLow, made.vAddresses.back());
+        row.nEnd = std::max(row.nEnd, made.vAddresses.back() + row.nBytes);
+        const unsigned char value[8] = {static_cast<unsigned char>(random() % 2)};
+        made.vValues.insert(made.vValues.end(), value, value + row.nBytes);
+    }
+    return made;
+}
+
+SRaceAccess AccessOf(const SRandomRow& made, uint32_t nLane, uint64_t nGroup)
+{
+    SRaceAccess access;
+    access.nAddress = made.vAddresses[nLane];
+    access.nBytes = made.row.nBytes;
+    access.eKind = made.row.eKind;
+    access.nItem = static_cast<uint16_t>(made.row.nItem + nLane);
+    access.nNumber = made.row.nNumber;
+    access.nGroup = nGroup;
+    std::memcpy(access.bytes, &made.vValues[size_t{nLane} * made.row.nBytes], made.row.nBytes);
+    return access;
+}
+
+void TouchWords(CIntervalRaces& words, const SRandomRow& made, uint32_t nInterval, std::vector<SIntervalRace>& vRaces)
+{
+    for (uint32_t n = 0; n < made.row.nCount; ++n)
+        words.Touch(AccessOf(made, n, 0), made.row.nSpace, nInterval, vRaces);
+}
+
+TEST(RaceRows, WithinAGroupGiveWhatWorkItemsGive)
+{
+    size_t nKept = 0;
+    size_t nAll = 0;
+    for (uint32_t nSeed = 0; nSeed < 100; ++nSeed)
+    {
+        std::mt19937 random(nSeed);
+        CIntervalRaces plain;
+        CIntervalRaces words;
+        CIntervalRows rows;
+        plain.Begin();
+        words.Begin();
+        rows.Begin();
+        uint32_t nInterval = 0;
+        for (uint32_t n = 0; n < 40; ++n)
+        {
+            nInterval += random() % 6 == 0;
+            const SRandomRow made = MakeRow(random);
+            std::vector<SIntervalRace> vExpected;
+            std::vector<SIntervalRace> vRaces;
+            TouchWords(plain, made, nInterval, vExpected);
+            const bool bKept = rows.Add(made.row, nInterval, made.vValues.data(), made.vAddresses.data());
+            if (!bKept)
+            {
+                rows.GoToWords(words, nInterval);
+                TouchWords(words, made, nInterval, vRaces);
+            }
+            nKept += bKept;
+            ++nAll;
+            const auto describe = [](const std::vector<SIntervalRace>& vAny)
+            {
+                std::vector<std::tuple<uint32_t, uint32_t, uint32_t, bool, uint32_t, uint32_t, uint32_t>> vAll;
+                for (const SIntervalRace& race : vAny)
+                    vAll.emplace_back(race.nItem, race.nNumber, race.eKind, race.bUnequal, race.nOffset, race.nOldValue,
+                                      race.nValue);
+                return vAll;
+            };
+            ASSERT_EQ(describe(vRaces), describe(vExpected)) << nSeed << ", row " << n;
+        }
+    }
+    EXPECT_GT(nKept, nAll / 4);
+    EXPECT_LT(nKept, nAll);
+}
+
+TEST(RaceRows, BetweenGroupsGiveWhatWorkItemsGive)
+{
+    CKernelRun kernel("mov r0.x, vAbsTidFlat.x\n");
+    std::vector<unsigned char> vMemory(16384);
+    kernel.launch.vMemory = {{0x1000, vMemory.size(), vMemory.data(), false, nullptr}};
+    kernel.SetSize(128 * 6, 128);
+    SCode code;
+    code.vAccesses.resize(4);
+    const SLaunchContext context(kernel.launch, code);
+    size_t nFound = 0;
+    for (uint32_t nSeed = 0; nSeed < 60; ++nSeed)
+    {
+        std::mt19937 random(nSeed);
+        CGroupRaces plain(context);
+        CGroupRaces rows(context);
+        // More rows than a page keeps apart, and some bytes by themselves.
+        for (uint32_t n = 0; n < 2 + 3 * nSeed; ++n)
+        {
+            SRandomRow made = MakeRow(random);
+            const uint64_t nGroup = random() % 6;
+            const uint64_t nMoved = random() % 3 * 2048;
+            for (uint64_t& nAddress : made.vAddresses)
+                nAddress += nMoved;
+            made.row.nFirst += nMoved;
+            made.row.nLow += nMoved;
+            made.row.nEnd += nMoved;
+            const bool bRow = made.row.bEven && made.row.nStep == int64_t{made.row.nBytes};
+            if (bRow)
+                rows.TouchRow(0, made.row, nGroup, made.vValues.data());
+            for (uint32_t i = 0; i < made.row.nCount; ++i)
+            {
+                SRaceAccess access = AccessOf(made, i, nGroup);
+                access.nBytes = bRow || nSeed % 4 != 0 ? access.nBytes : 1;
+                plain.Touch(0, &access, 1);
+                if (!bRow)
+                    rows.Touch(0, &access, 1);
+            }
+        }
+        const auto report = [&](CGroupRaces& races)
+        {
+            CFindings findings;
+            races.Report(findings);
+            std::vector<std::tuple<uint64_t, uint64_t, uint64_t, uint64_t, int32_t>> vAll;
+            for (const SPlatformFinding& finding : findings.List())
+                vAll.emplace_back(finding.nWorkItem, finding.nOtherItem, finding.nAddress, finding.nCount,
+                                  finding.bUnequal);
+            return vAll;
+        };
+        const auto vExpected = report(plain);
+        nFound += vExpected.size();
+        ASSERT_EQ(report(rows), vExpected) << nSeed;
+    }
+    EXPECT_GT(nFound, 100u);
+}
+
+} // namespace
+} // namespace KestrelPlatformTest
