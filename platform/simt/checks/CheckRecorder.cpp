@@ -210,6 +210,8 @@ bool CCheckRecorder::PlaceUneven(const CBlock& block, const SAccess& access, SRa
     row.nLow = ~uint64_t(0);
     row.nEnd = 0;
     uint32_t nRange = ~0u;
+    uint64_t nStart = 0;
+    uint64_t nPlaces = 0; // from there on, at which an access is inside
     for (uint32_t n = nBegin; n < block.GetEndLane(); ++n)
     {
         if (!block.IsActive(n))
@@ -218,20 +220,27 @@ bool CCheckRecorder::PlaceUneven(const CBlock& block, const SAccess& access, SRa
             continue;
         }
         const uint64_t nAddress = m_vAddresses[n - nBegin];
-        const bool bPlace = FindPlace(block, access, n, race);
+        race.nAddress = nAddress - nStart;
+        const bool bPlace = race.nAddress < nPlaces || FindPlace(block, access, n, race);
         if (!bPlace && IsReadOnly(access, nAddress, row.nBytes))
         {
             m_vAddresses[n - nBegin] = CIntervalRows::s_nInactive;
             continue;
         }
         if (!bPlace || race.nAddress % 4 != 0 || (row.eKind == RACE_WRITE && race.nAddress < row.nEnd) ||
-            (access.eSpace == SAccess::Global && nRange != ~0u && nRange != m_nRange))
+            (access.eSpace == SAccess::Global && nRange != ~0u && race.nAddress != nAddress - nStart))
             return false;
-        nRange = m_nRange;
+        nRange = nRange != ~0u ? nRange : m_nRange;
+        if (access.eSpace == SAccess::Global && nPlaces == 0)
+        {
+            nStart = m_Checks.totals.context.launch.vMemory[nRange].nAddress;
+            nPlaces = m_Checks.totals.context.launch.vMemory[nRange].nSize - row.nBytes + 1;
+        }
         m_vAddresses[n - nBegin] = race.nAddress;
         row.nLow = std::min(row.nLow, race.nAddress);
         row.nEnd = std::max(row.nEnd, race.nAddress + row.nBytes);
     }
+    m_nRange = nRange != ~0u ? nRange : m_nRange; // what is read only may have been found last
     return true;
 }
 

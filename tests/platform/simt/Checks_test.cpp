@@ -13,9 +13,10 @@ typedef std::tuple<uint32_t, uint32_t, uint64_t, uint64_t, uint64_t, int32_t, ui
 std::vector<Found> FindAll(const std::string& strText, uint32_t nGlobal, uint32_t nLocal, uint32_t nThreads,
                            uint64_t nSchedule)
 {
-    CKernelRun run(std::string(IndexLines()) + "ishl r1.x, r100.x, l1.x\niadd r1.x, r1.x, cb1[0].x\n" + strText,
-                   std::string(IndexLiterals()) +
-                       "dcl_literal l1, 2, 4, 1, 0\ndcl_lds_id(1) 4096\ndcl_raw_uav_id(11)\n");
+    CKernelRun run(
+        std::string(IndexLines()) + "ishl r1.x, r100.x, l1.x\niadd r1.x, r1.x, cb1[0].x\n" + strText,
+        std::string(IndexLiterals()) +
+            "dcl_literal l1, 2, 4, 1, 0\ndcl_literal l2, 511, 0, 0, 0\ndcl_lds_id(1) 4096\ndcl_raw_uav_id(11)\n");
     run.SetSize(nGlobal, nLocal);
     run.vOutput.assign(1024, 0);
     run.launch.nChecks = PLATFORM_CHECK_MEMORY | PLATFORM_CHECK_RACE | PLATFORM_CHECK_BARRIER;
@@ -63,6 +64,18 @@ const SCheckCase s_CheckCases[] = {
     {"an atomic for all", "uav_add_id(11) cb1[0].x, l1.z\n", 960, 64, {}},
     {"local memory of their own", "mov r3.x, l1.w\nlds_store_id(1) r3.x, r100.x\n", 64, 1, {}},
     {"a word of local memory", "lds_store_id(1) l1.w, r100.x\n", 960, 480, {PLATFORM_FINDING_RACE}},
+    {"own words, downwards and with gaps",
+     "inegate r2.x, r100.x\niadd r2.x, r2.x, l2.x\nishl r2.x, r2.x, l1.z\nishl r2.x, r2.x, l1.x\n"
+     "iadd r2.x, r2.x, cb1[0].x\nuav_raw_store_id(11) mem0.x, r2.x, r100.x\nuav_raw_load_id(11) r3.x, r2.x\n",
+     512,
+     256,
+     {}},
+    {"some on the words of the others, in one group",
+     "iand r2.x, r100.x, l1.z\nif_logicalnz r2.x\nuav_raw_store_id(11) mem0.x, r1.x, r100.x\nelse\n"
+     "iadd r1.x, r1.x, l1.y\nuav_raw_load_id(11) r2.x, r1.x\nendif\n",
+     256,
+     256,
+     {PLATFORM_FINDING_RACE}},
     {"far outside",
      "iadd r1.x, r1.x, l0.w\nimul r1.x, r1.x, r1.x\nuav_raw_store_id(11) mem0.x, r1.x, r100.x\n",
      640,
