@@ -1,6 +1,7 @@
 #include <cstdlib>
 
 #include "platform/simt/LaneOps.h"
+#include "platform/simt/checks/ShadowRules.h"
 #include "tests/platform/simt/GeneratedKernel.h"
 #include "tests/platform/simt/KernelRun.h"
 
@@ -47,6 +48,8 @@ void CheckSeed(uint32_t nSeed)
         const KestrelPlatform::SLaunchResult result = run.Run();
         EXPECT_EQ(result.eStatus, KestrelPlatform::SLaunchResult::Complete);
         EXPECT_EQ(result.vVisits.empty(), !run.launch.bCountVisits);
+        for (const SPlatformFinding& finding : result.vFindings)
+            EXPECT_NE(finding.nKind, static_cast<uint32_t>(PLATFORM_FINDING_RACE)) << "KESTREL_SIMT_SEED=" << nSeed;
         vVisits = result.vVisits;
         vOutputs.push_back(run.vOutput);
     };
@@ -56,6 +59,11 @@ void CheckSeed(uint32_t nSeed)
         if (KestrelPlatform::ChooseInstructionSet(eSet))
             execute();
     }
+    // A run that is checked gives the same, and work-items that keep to themselves don't race.
+    run.launch.nChecks = ~0u;
+    run.vOutputShadow.assign(pSize[0] * 32 * 4, KestrelPlatform::s_nFirstBuffer);
+    execute();
+    run.launch.nChecks = 0;
     run.launch.bCountVisits = true;
     execute();
     const std::vector<uint64_t> vCounted = vVisits;
