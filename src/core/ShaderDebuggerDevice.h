@@ -4,6 +4,7 @@
 #include "core/ShaderDebuggerCommon.h"
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 namespace OVK_ShaderDebugger
@@ -74,6 +75,9 @@ public:
     /// Copies the contents to the host: into the given buffer, or into a new one that the caller
     /// owns. Null on failure.
     virtual CShaderDebuggerBuffer* GetDataBuffer(CShaderDebuggerBuffer* pDataBuffer) = 0;
+    /// Shows a function the contents of a buffer that Create made, where they are mapped: without a copy of them.
+    /// \return false, without a call, if they can't be
+    virtual bool Visit(const std::function<void(const unsigned char* pBytes, size_t nSize)>& visit) = 0;
     /// What is handed over as the argument's value; null for local memory.
     virtual const void* GetDeviceBuffer() const = 0;
     virtual bool Clear() = 0;

@@ -3,6 +3,7 @@
 
 #include "core/ShaderDebuggerDevice.h"
 
+#include <functional>
 #include <vector>
 
 #include <CL/cl.h>
@@ -42,6 +43,7 @@ public:
 
     bool Create(const BufferDesc& bufferDesc) override;
     CShaderDebuggerBuffer* GetDataBuffer(CShaderDebuggerBuffer* pDataBuffer) override;
+    bool Visit(const std::function<void(const unsigned char* pBytes, size_t nSize)>& visit) override;
     const void* GetDeviceBuffer() const override;
     bool Clear() override;
     bool DumpBuffer(const std::string& strFilePath) const override;

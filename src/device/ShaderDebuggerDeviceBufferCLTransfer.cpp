@@ -154,6 +154,22 @@ bool CShaderDebuggerDeviceBufferCL::ReadMemory(cl_mem mem, CShaderDebuggerBuffer
     return mapping.Unmap();
 }
 
+bool CShaderDebuggerDeviceBufferCL::Visit(const std::function<void(const unsigned char* pBytes, size_t nSize)>& visit)
+{
+    const cl_mem mem = m_Desc.m_Type == BT_Buffer ? GetHandle() : nullptr;
+    if (!SD_AssertText(m_pHost, mem != nullptr && m_Queue != nullptr, "Visit of what is no buffer"))
+    {
+        return false;
+    }
+    CMappedMemoryCL mapping(m_pHost, m_Queue, mem, CL_MAP_READ, m_Desc);
+    if (mapping.GetData() == nullptr)
+    {
+        return false;
+    }
+    visit(mapping.GetData(), m_Desc.m_nSize);
+    return mapping.Unmap();
+}
+
 bool CShaderDebuggerDeviceBufferCL::UpdateData(void* pData, size_t bufferSize)
 {
     const unsigned char* pBytes = static_cast<const unsigned char*>(pData);

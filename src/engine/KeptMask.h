@@ -1,6 +1,7 @@
 #ifndef KESTREL_ENGINE_KEPTMASK_H
 #define KESTREL_ENGINE_KEPTMASK_H
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -9,24 +10,32 @@ namespace OVK_ShaderDebugger
 
 class CShaderDebuggerBuffer;
 
-/// The mask of a stop, a bit a work-item, for as long as runs overwrite it that may be given up. Internal to this
-/// folder.
+/// The mask of a stop, a bit a work-item, and none if all are active. Internal to this folder.
 class CKeptMask
 {
 public:
     bool IsKept() const { return m_bKept; }
-    void Forget() { m_bKept = false; }
-    /// \param bFull  all work-items are active in it
-    void Keep(const CShaderDebuggerBuffer& execMask, bool bFull);
-    /// Writes the mask into a buffer of the same size. \return false if none is kept, or for another number of items
+    void Forget() { *this = CKeptMask(); }
+    /// Takes the mask from memory: elements of one byte or one word, of which an active work-item's isn't 0. Without
+    /// memory for it nothing is kept.
+    /// \param pHidden  null, or the value of work-items that don't count
+    void KeepBytes(const unsigned char* pBytes, size_t nItems, const unsigned char* pHidden);
+    void KeepWords(const unsigned char* pWords, size_t nItems, const unsigned char* pHidden);
+    /// Writes the mask into a buffer of words, as many as it has items. \return false if none is kept, or for another
+    /// number of items
     bool Restore(CShaderDebuggerBuffer& execMask) const;
-    bool IsFull() const { return m_bFull; }
+    size_t GetItemCount() const { return m_nItems; }
+    size_t GetActiveCount() const { return m_nActive; }
+    bool IsFull() const { return m_nActive == m_nItems; }
 
 private:
+    template <typename Gather>
+    void Keep(size_t nItems, Gather gather);
+
     bool m_bKept = false;
-    bool m_bFull = false;
-    uint32_t m_nActiveWord = 1;    ///< what the mask holds for an active work-item
-    std::vector<uint64_t> m_vBits; ///< none if all are active
+    size_t m_nItems = 0;
+    size_t m_nActive = 0;
+    std::vector<uint8_t> m_vBits; ///< none if all are active
 };
 
 } // namespace OVK_ShaderDebugger

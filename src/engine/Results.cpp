@@ -31,7 +31,13 @@ bool CShaderDebuggerIL::RetrieveResultBuffer(CShaderDebuggerBuffer*& pResultBuff
 bool CShaderDebuggerIL::RetrieveExecMaskBuffer(CShaderDebuggerBuffer*& pExecMaskBuffer)
 {
     pExecMaskBuffer = nullptr;
-    if (m_pSwitchedTargetBuffers[SD_ExecMask] != nullptr)
+    if (m_pSwitchedTargetBuffers[SD_ExecMask] != nullptr && m_bByteMask)
+    {
+        std::unique_ptr<CShaderDebuggerBuffer> pWords(new (std::nothrow) CShaderDebuggerBuffer(GetHost()));
+        pExecMaskBuffer = pWords != nullptr && ReadByteMask(*pWords) ? pWords.release() : nullptr;
+        SD_Assert(GetHost(), pExecMaskBuffer);
+    }
+    else if (m_pSwitchedTargetBuffers[SD_ExecMask] != nullptr)
     {
         pExecMaskBuffer = m_pSwitchedTargetBuffers[SD_ExecMask]->GetDataBuffer(nullptr);
         SD_Assert(GetHost(), pExecMaskBuffer);
@@ -51,6 +57,11 @@ void CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg)
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
     if (!SD_AssertText(GetHost(), pShader != nullptr, "pShader != NULL"))
     {
+        return;
+    }
+    if (m_bValuesOnDemand)
+    {
+        UpdateMask(pc, reg);
         return;
     }
     std::unique_ptr<CShaderDebuggerBuffer> pExecMask = ReadExecMask();
@@ -99,7 +110,7 @@ void CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg)
 /// The mask of the last run, in the memory of an older one if there is any. Null if it can't be read.
 std::unique_ptr<CShaderDebuggerBuffer> CShaderDebuggerIL::ReadExecMask()
 {
-    if (m_pSpareExecMask == nullptr || m_pSwitchedTargetBuffers[SD_ExecMask] == nullptr)
+    if (m_pSpareExecMask == nullptr || m_bByteMask || m_pSwitchedTargetBuffers[SD_ExecMask] == nullptr)
     {
         CShaderDebuggerBuffer* pRead = nullptr;
         RetrieveExecMaskBuffer(pRead);
@@ -120,12 +131,8 @@ void CShaderDebuggerIL::FileExecMask(CShaderDebuggerResult& result,
         m_pSpareExecMask = std::move(pExecMaskBuffer);
         return;
     }
-    // With values on demand one result has the masks of all stops.
-    if (m_bValuesOnDemand && !m_bMaskFiled && result.GetExecMask() != nullptr)
-    {
-        m_KeptMask.Keep(*result.GetExecMask(), result.HasFullExecMask());
-    }
     m_bMaskFiled = true;
+    m_StopMask.Forget();
     m_pSpareExecMask.reset(result.ExchangeExecMask(pExecMaskBuffer.release(), bAllActive));
 }
 
@@ -190,6 +197,14 @@ void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebug
 
 void CShaderDebuggerIL::FileStopMask(const ProgramCounter& pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMask)
 {
+    if (m_bValuesOnDemand)
+    {
+        CKeptMask mask;
+        mask.KeepWords(pExecMask->GetData(), pExecMask->GetItemCount(), nullptr);
+        pExecMask.reset();
+        FileBits(pc, std::move(mask));
+        return;
+    }
     const bool bAllActive = pExecMask->GetActiveItemCount(0) == pExecMask->GetItemCount();
     FileMask(pc, std::move(pExecMask), bAllActive);
 }

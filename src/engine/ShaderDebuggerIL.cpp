@@ -209,6 +209,7 @@ template <typename Action>
 bool CShaderDebuggerIL::Move(bool (CShaderDebuggerIL::*open)(), Action move)
 {
     ForgetValues();
+    HideMask();
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
     if (pShader == nullptr)
     {
@@ -228,20 +229,6 @@ bool CShaderDebuggerIL::Move(bool (CShaderDebuggerIL::*open)(), Action move)
     {
         m_bMaskStale = m_bMaskStale || (m_bMaskFiled && !(bSameStop && RestoreMask()));
     }
-    return true;
-}
-
-/// Files the mask again that the present stop had before a movement that was given up.
-bool CShaderDebuggerIL::RestoreMask()
-{
-    CShaderDebuggerResult* pResult = FindResult(m_Results, s_szNoDestination);
-    std::unique_ptr<CShaderDebuggerBuffer> pExecMask(pResult != nullptr ? pResult->ExchangeExecMask(nullptr, false)
-                                                                        : nullptr);
-    if (pExecMask == nullptr || !m_KeptMask.Restore(*pExecMask))
-    {
-        return false;
-    }
-    FileStopMask(GetCurrentInstruction(), std::move(pExecMask));
     return true;
 }
 

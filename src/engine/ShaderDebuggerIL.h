@@ -136,7 +136,10 @@ public:
     void DeleteResult(const Register& reg);
     /// Whether registers are read when they are asked for (ValuesOnDemand.cpp). No run is wanted for one then.
     bool HasValuesOnDemand() const { return m_bValuesOnDemand; }
-    const CShaderDebuggerBuffer* BringExecMask(const ProgramCounter& pc);
+    /// Whether the mask's buffer has a byte for each work-item: in sessions that begin with values on demand.
+    bool HasByteMask() const { return m_bByteMask; }
+    /// Files the mask of the last run unless the stop has one. \return whether it has one now
+    bool BringExecMask(const ProgramCounter& pc);
     /// Files the mask of the present stop, read again.
     void FileStopMask(const ProgramCounter& pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMask);
     /// Re-aims the last touched result after a step back. \return false, with none touched, if nothing is found
@@ -165,6 +168,13 @@ private:
     bool Move(bool (CShaderDebuggerIL::*open)(), Action move);
     bool EndMovement(bool bMoved);
     bool RestoreMask();
+    CKeptMask ReadMask(bool bHideLeavers);
+    void FileBits(const ProgramCounter& pc, CKeptMask mask);
+    void UpdateMask(const ProgramCounter& pc, const Register& reg);
+    bool HasMask() const;
+    CShaderDebuggerBuffer* ShowMask(CShaderDebuggerResult& result) const;
+    void HideMask();
+    bool ReadByteMask(CShaderDebuggerBuffer& execMask);
 
     bool CreateOutputBuffers(BufferDesc desc);
     bool BringOutputBuffer(int nBuffer);
@@ -231,7 +241,9 @@ private:
     BufferDesc m_OutputDesc;                                ///< of the values of one register
     bool m_bMaskFiled = false;                              ///< by the last movement
     bool m_bMaskStale = false;                              ///< it is that of a movement that was given up
-    CKeptMask m_KeptMask;                                   ///< the one that it has overwritten
+    bool m_bByteMask = false;
+    CKeptMask m_StopMask;                                   ///< with values on demand, the last one that was filed
+    CKeptMask m_KeptMask;                                   ///< the one that the last movement has overwritten
     BufferDesc m_MaskDesc;
     std::set<std::string> m_Asked;       ///< registers asked for at the present stop
     std::set<std::string> m_AskedBefore; ///< at the stop before

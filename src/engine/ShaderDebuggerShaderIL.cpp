@@ -51,6 +51,7 @@ bool CShaderDebuggerShaderIL::StartDebugging(Mode mode)
     {
         return false;
     }
+    m_bByteMask = GetDebuggerIL()->HasByteMask();
     const bool didDumpCB = DumpKernelABIConstantBuffer();
     if (!SD_Assert(GetHost(), didDumpCB))
     {

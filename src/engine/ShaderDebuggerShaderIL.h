@@ -79,6 +79,7 @@ public:
     const CCallPath& GetCallPath() const { return m_CurrentCallStack; }
     /// Whether the last run has also read where work-items leave a skipped stretch, and marked those in the mask.
     bool ReadsLeavers() const { return !m_Leaving.empty(); }
+    static constexpr unsigned char GetLeaverFlag() { return s_nLeaverFlag; }
     /// Takes those out of a mask.
     static void HideLeavers(CShaderDebuggerBuffer& execMask);
     /// The opcode of an instruction; IL_OP_UNKNOWN behind the end.

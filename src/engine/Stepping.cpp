@@ -46,8 +46,7 @@ std::optional<uint64_t> CShaderDebuggerShaderIL::CountForFastStep()
     if (GetDebuggerIL()->HasValuesOnDemand())
     {
         // It has been counted where it was read, and it is the mask that the stop shows.
-        return GetDebuggerIL()->BringExecMask(m_nCurrentInstruction) != nullptr ? std::optional(m_nLastActive)
-                                                                                : std::nullopt;
+        return GetDebuggerIL()->BringExecMask(m_nCurrentInstruction) ? std::optional(m_nLastActive) : std::nullopt;
     }
     CShaderDebuggerBuffer* pExecMask = nullptr;
     const bool bRead = GetDebuggerIL()->RetrieveExecMaskBuffer(pExecMask);

@@ -83,6 +83,7 @@ bool CShaderDebuggerIL::CreateOutputBuffers(BufferDesc desc)
     m_MaskDesc = desc;
     m_MaskDesc.m_Format = ShaderUtils::BF_R_32;
     m_MaskDesc.m_Usage = ShaderUtils::BU_ExecMask;
+    m_bByteMask = m_bValuesOnDemand;
     return m_bValuesOnDemand || (BringOutputBuffer(SD_Results) && BringOutputBuffer(SD_ExecMask));
 }
 
@@ -92,7 +93,9 @@ bool CShaderDebuggerIL::BringOutputBuffer(int nBuffer)
     std::unique_ptr<CShaderDebuggerDeviceBuffer>& pBuffer = m_pSwitchedTargetBuffers[nBuffer];
     if (pBuffer == nullptr)
     {
-        pBuffer.reset(GetHost()->CreateDeviceBuffer(nBuffer == SD_Results ? m_OutputDesc : m_MaskDesc));
+        BufferDesc desc = nBuffer == SD_Results ? m_OutputDesc : m_MaskDesc;
+        desc.m_Format = nBuffer == SD_ExecMask && m_bByteMask ? ShaderUtils::BF_R_8 : desc.m_Format;
+        pBuffer.reset(GetHost()->CreateDeviceBuffer(desc));
     }
     return pBuffer != nullptr;
 }
@@ -269,6 +272,8 @@ void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
     m_pSwitchedTargetBuffers[SD_ExecMask].reset();
     m_pValues.reset();
     m_pSpareExecMask.reset();
+    m_StopMask.Forget();
+    m_KeptMask.Forget();
 }
 
 bool CShaderDebuggerIL::RestoreArguments()

@@ -118,21 +118,6 @@ void CShaderDebuggerIL::ForgetValues()
     }
 }
 
-/// The mask of the last run, read once. Null if it can't be.
-const CShaderDebuggerBuffer* CShaderDebuggerIL::BringExecMask(const ProgramCounter& pc)
-{
-    if (GetExecutionMaskBuffer() == nullptr)
-    {
-        std::unique_ptr<CShaderDebuggerBuffer> pExecMask = ReadExecMask();
-        if (pExecMask != nullptr)
-        {
-            const bool bAll = pExecMask->GetActiveItemCount(0) == pExecMask->GetItemCount();
-            FileMask(pc, std::move(pExecMask), bAll);
-        }
-    }
-    return GetExecutionMaskBuffer();
-}
-
 /// The values of a register at the present stop, from a run if nothing has read them there yet. Null for a register
 /// that no work-item can have written, and if they can't be read.
 CShaderDebuggerBuffer* CShaderDebuggerIL::BringValues(const std::string& strName)

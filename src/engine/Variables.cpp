@@ -114,6 +114,7 @@ bool CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
     {
         return true;
     }
+    GetExecutionMaskBuffer(); // which makes the one that is kept as bits
     for (const auto& entry : m_Results)
     {
         const CShaderDebuggerBuffer* pExecMask = entry.second->GetExecMask();
@@ -192,11 +193,7 @@ bool CShaderDebuggerIL::GetLocalMemory(bool bArgument, unsigned int nNumber, uns
 
 CShaderDebuggerBuffer* CShaderDebuggerIL::GetExecutionMaskBuffer() const
 {
-    if (m_bMaskStale && !(GetCurrentShader() != nullptr && GetCurrentShader()->ReadStopMask()))
-    {
-        return nullptr;
-    }
-    return m_pLastTouchedResult != nullptr ? m_pLastTouchedResult->GetExecMask() : nullptr;
+    return HasMask() ? ShowMask(*m_pLastTouchedResult) : nullptr;
 }
 
 } // namespace OVK_ShaderDebugger

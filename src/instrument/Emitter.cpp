@@ -177,7 +177,14 @@ void CInstrumentedShaderIL::UavRawStore(CDest& dest, unsigned int nId, const Reg
                                         const Register& offsetReg, const Register& srcReg,
                                         IL_UAV_CACHE_TYPE writeType) const
 {
-    WriteUavOpCode(dest, IL_OP_UAV_RAW_STORE, nId, writeType);
+    UavStore(dest, IL_OP_UAV_RAW_STORE, nId, destReg, offsetReg, srcReg, writeType);
+}
+
+void CInstrumentedShaderIL::UavStore(CDest& dest, ILOpCode opCode, unsigned int nId, const Register& destReg,
+                                     const Register& offsetReg, const Register& srcReg,
+                                     IL_UAV_CACHE_TYPE writeType) const
+{
+    WriteUavOpCode(dest, opCode, nId, writeType);
     WriteDestReg(dest, destReg);
     WriteSourceReg(dest, offsetReg);
     WriteSourceReg(dest, srcReg);

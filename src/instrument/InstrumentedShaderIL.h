@@ -102,6 +102,9 @@ protected:
                     IL_UAV_CACHE_TYPE readType) const;
     void UavRawStore(CDest& dest, unsigned int nId, const Register& destReg, const Register& offsetReg,
                      const Register& srcReg, IL_UAV_CACHE_TYPE writeType) const;
+    /// The same with a store of another width.
+    void UavStore(CDest& dest, ILOpCode opCode, unsigned int nId, const Register& destReg, const Register& offsetReg,
+                  const Register& srcReg, IL_UAV_CACHE_TYPE writeType) const;
 
     // Writers of blocks.
     /// The capture: each register of the list, one of them chosen by the selector, into the output temp.
@@ -131,6 +134,8 @@ protected:
     std::set<InstructionNumber> m_Leaving;
     /// The next patched kernel stores the mask alone. Written by the engine.
     bool m_bMaskOnly = false;
+    /// The mask's buffer has a byte for each work-item, not a word. The same for all patched kernels of a session.
+    bool m_bByteMask = false;
 
 private:
     /// The UAV through which the older devices reach memory of all widths. The preamble declares it.
@@ -233,6 +238,7 @@ private:
     void WriteThreadGroupSize(CDest& dest, unsigned int nFunction);
     void WriteElementIndex(CDest& dest);
     void WriteElementAddress(CDest& dest, unsigned int nAddressTemp, unsigned int nConstantBufferIndex);
+    void WriteOffsetTimesFour(CDest& dest);
     void WriteOutputDeclarations(CDest& dest);
     void WriteBufferDeclarations(CDest& dest);
     void WriteSamplerStubs(CDest& dest);

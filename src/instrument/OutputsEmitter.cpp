@@ -192,17 +192,21 @@ void CInstrumentedShaderIL::WriteElementIndex(CDest& dest)
     WriteSourceReg(dest, Temp(nGID, COMP_x));
 }
 
-/// Four times the offset in w of the coordinate temp, and the base address from the argument buffer plus that offset
-/// in an address temp.
-void CInstrumentedShaderIL::WriteElementAddress(CDest& dest, unsigned int nAddressTemp,
-                                                unsigned int nConstantBufferIndex)
+/// The offset in w of the coordinate temp, from elements of a size to those of four times that size.
+void CInstrumentedShaderIL::WriteOffsetTimesFour(CDest& dest)
 {
     const Register offset = Temp(GetGIDTempRegister(), COMP_w);
     WriteInstruction(dest, IL_OP_I_SHL);
     WriteDestReg(dest, offset);
     WriteSourceReg(dest, offset);
     WriteSourceReg(dest, Literal(GetLiteralRegister2(), COMP_x));
+}
 
+/// The base address from the argument buffer plus the offset in w of the coordinate temp, in an address temp.
+void CInstrumentedShaderIL::WriteElementAddress(CDest& dest, unsigned int nAddressTemp,
+                                                unsigned int nConstantBufferIndex)
+{
+    const Register offset = Temp(GetGIDTempRegister(), COMP_w);
     if (!m_b64BitAddressSpace)
     {
         IAddDestSrcSrc(dest, Temp(nAddressTemp, COMP_x), Constant(s_nArgumentBuffer, nConstantBufferIndex, COMP_x),
@@ -227,19 +231,32 @@ void CInstrumentedShaderIL::WriteStores(CDest& dest, InstructionNumber nTarget)
 
     WriteThreadGroupSize(dest, FunctionOf(nTarget));
     WriteElementIndex(dest);
+
+    if (!m_bByteMask)
+    {
+        WriteOffsetTimesFour(dest);
+    }
+
     WriteElementAddress(dest, GetExecMaskAddressTempRegister(), GetExecMaskConstantBufferIndex());
     const RegisterMask addressMask = m_b64BitAddressSpace ? COMP_xy : COMP_x;
 
     if (!m_bMaskOnly)
     {
+        WriteOffsetTimesFour(dest);
+
+        if (m_bByteMask)
+        {
+            WriteOffsetTimesFour(dest);
+        }
+
         WriteElementAddress(dest, GetOutputAddressTempRegister(), GetOutputConstantBufferIndex());
         UavRawStore(dest, GetResultsUAVNum(), Register(RT_GENERIC_MEM, 0, COMP_All),
                     Temp(GetOutputAddressTempRegister(), addressMask), Temp(GetOutputTempRegister()), IL_UAV_SC_DECIDE);
     }
 
-    UavRawStore(dest, GetExecMaskUAVNum(), Register(RT_GENERIC_MEM, 0, COMP_x),
-                Temp(GetExecMaskAddressTempRegister(), addressMask), Temp(GetExecMaskTempRegister(), COMP_x),
-                IL_UAV_SC_DECIDE);
+    UavStore(dest, m_bByteMask ? IL_OP_UAV_BYTE_STORE : IL_OP_UAV_RAW_STORE, GetExecMaskUAVNum(),
+             Register(RT_GENERIC_MEM, 0, COMP_x), Temp(GetExecMaskAddressTempRegister(), addressMask),
+             Temp(GetExecMaskTempRegister(), COMP_x), IL_UAV_SC_DECIDE);
 }
 
 } // namespace OVK_ShaderDebugger

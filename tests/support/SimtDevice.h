@@ -67,6 +67,16 @@ public:
         return pDataBuffer;
     }
 
+    bool Visit(const std::function<void(const unsigned char* pBytes, size_t nSize)>& visit) override
+    {
+        if (m_pCalls->Hits(SSimtCalls::Read))
+        {
+            return false;
+        }
+        visit(m_pBytes->data(), m_pBytes->size());
+        return true;
+    }
+
     const void* GetDeviceBuffer() const override { return &m_pObject; }
     bool Clear() override
     {
