@@ -394,6 +394,9 @@ extern "C"
      * At HALTED: which work-items took part in the last executed step.
      * \param executionMask  receives a pointer to one cl_bool a work-item, non-zero for an active one
      * \param numElements    receives their number
+     *
+     * Extension: with values on demand (see ovkclDebugSetTrackingRegisters) executionMask may be null. Then numElements
+     * receives how many work-items are active, and nothing is allocated for each of them.
      * \return OVKCLDEBUG_ERROR_INVALID_STATE if this stop has no mask
      */
     OVKCL_API ovkclDebugError ovkclDebugGetExecutionMask(ovkclDebugContext debugContext, const cl_bool** executionMask,

@@ -15,15 +15,29 @@ namespace
 
 const size_t s_nElementSize = 16; // four 32-bit components
 
+/// The mask's work-items alone, for a client that has asked for values on demand.
+ovkclDebugError CountActive(const CKernelDebugState& state, size_t& nActive)
+{
+    if (!state.m_pShaderDebuggerHost->HasValuesOnDemand())
+    {
+        return OVKCLDEBUG_ERROR_INVALID_ARGUMENT;
+    }
+    return state.m_pShaderDebuggerHost->CountActive(nActive) ? OVKCLDEBUG_SUCCESS : OVKCLDEBUG_ERROR_INVALID_STATE;
+}
+
 } // namespace
 
 ovkclDebugError ovkclDebugGetExecutionMask(ovkclDebugContext debugContext, const cl_bool** executionMask,
                                            size_t* numElements)
 {
     TraceCall(__func__, debugContext, executionMask, numElements);
-    return RunQuery(__func__, debugContext, EAllowedAt::Halted, executionMask != nullptr && numElements != nullptr,
+    return RunQuery(__func__, debugContext, EAllowedAt::Halted, numElements != nullptr,
                     [&](CKernelDebugState& state) -> ovkclDebugError
                     {
+                        if (executionMask == nullptr)
+                        {
+                            return CountActive(state, *numElements);
+                        }
                         const CShaderDebuggerBuffer* pMask = state.m_pShaderDebuggerHost->GetExecutionMaskBuffer();
                         if (pMask == nullptr)
                         {

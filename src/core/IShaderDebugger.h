@@ -92,6 +92,7 @@ public:
     virtual bool GetEnableTrackingVariables() const = 0;
     /// Whether registers are read when a query asks for them, and not at each stop.
     virtual void SetValuesOnDemand(bool /*bOn*/) {}
+    virtual bool HasValuesOnDemand() const { return false; }
     /// Whether the kernel declares a UAV of that number as private memory.
     virtual bool HasPrivateUAV(unsigned int /*nNumber*/) const { return false; }
 
@@ -103,6 +104,8 @@ public:
     virtual CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) = 0;
     /// The mask of the last touched result; owned by the engine.
     virtual CShaderDebuggerBuffer* GetExecutionMaskBuffer() const = 0;
+    /// How many work-items that mask has. \return false if there is no mask
+    virtual bool CountActive(size_t& nActive) const = 0;
     /// A block of a work-group's local memory at the present stop: what the kernel declares under a number, or the
     /// memory of an argument, by its index. The bytes are the engine's, valid until the next command.
     /// \param ppBytes receives null for a group that isn't there; may be null, and then no run is made

@@ -263,6 +263,11 @@ void CShaderDebuggerHost::SetValuesOnDemand(bool bOn)
     FORWARD_VOID(SetValuesOnDemand(bOn))
 }
 
+bool CShaderDebuggerHost::HasValuesOnDemand() const
+{
+    FORWARD(HasValuesOnDemand());
+}
+
 bool CShaderDebuggerHost::GetEnableTrackingVariables() const
 {
     FORWARD(GetEnableTrackingVariables());
@@ -286,6 +291,11 @@ CShaderDebuggerBuffer* CShaderDebuggerHost::GetGlobalResultsBuffer(const Variabl
 CShaderDebuggerBuffer* CShaderDebuggerHost::GetExecutionMaskBuffer() const
 {
     FORWARD_OR(nullptr, GetExecutionMaskBuffer());
+}
+
+bool CShaderDebuggerHost::CountActive(size_t& nActive) const
+{
+    FORWARD(CountActive(nActive));
 }
 
 bool CShaderDebuggerHost::GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup,

@@ -67,11 +67,13 @@ public:
     void SetEnableTrackingVariables(bool bEnableTrackingVariables) override;
     bool GetEnableTrackingVariables() const override;
     void SetValuesOnDemand(bool bOn) override;
+    bool HasValuesOnDemand() const override;
     bool HasPrivateUAV(unsigned int nNumber) const override;
     CShaderDebuggerVariables* GetVariables(ThreadID& threadID) override;
     CShaderDebuggerBuffer* GetRegisterResultsBuffer(VariableID& variableID) override;
     CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;
     CShaderDebuggerBuffer* GetExecutionMaskBuffer() const override;
+    bool CountActive(size_t& nActive) const override;
     bool GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup, const unsigned char** ppBytes,
                         size_t* pnSize) override;
     unsigned int GetBufferWidth() const override;

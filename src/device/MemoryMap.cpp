@@ -105,12 +105,6 @@ bool CShaderDebuggerHostCL::InitArgument(cl_kernel kernel, unsigned int nArgumen
         return false;
     }
     std::memcpy(&info.baseAddress, constants.GetSubResource(0) + vSlots[nArgument].m_nOffset, nAddressSize);
-
-    info.pBuffer = GetArgumentBuffer(nArgument);
-    if (info.pBuffer == nullptr && m_LogFile.is_open())
-    {
-        m_LogFile << "Failed to retrieve Global buffer.\n";
-    }
     return true;
 }
 
@@ -146,6 +140,10 @@ bool CShaderDebuggerHostCL::GetGlobalMemory(unsigned int uav, memoryAddress addr
             const CShaderDebuggerBuffer* pBuffer = GetArgumentBuffer(i);
             if (pBuffer == nullptr || pBuffer->GetData() == nullptr || pBuffer->GetSize() != info.size)
             {
+                if (m_LogFile.is_open())
+                {
+                    m_LogFile << "Failed to retrieve Global buffer.\n";
+                }
                 return false;
             }
             const memoryAddress offset = address - info.baseAddress;

@@ -30,7 +30,6 @@ struct KernelArgInfo
     memoryResource uavNum;          ///< the UAV through which the kernel reaches the buffer
     memoryAddress baseAddress;      ///< as the kernel sees it
     memoryAddress size;             ///< bytes; 0 for what isn't global memory and for a null buffer
-    CShaderDebuggerBuffer* pBuffer; ///< the engine's copy, not owned; may be null
 };
 
 /// Work-items of a group; 0 if no local size was given.

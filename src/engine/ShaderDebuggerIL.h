@@ -70,6 +70,7 @@ public:
     CShaderDebuggerBuffer* GetRegisterResultsBuffer(VariableID& variableID) override;
     CShaderDebuggerBuffer* GetGlobalResultsBuffer(const VariableID& variableID) override;
     CShaderDebuggerBuffer* GetExecutionMaskBuffer() const override;
+    bool CountActive(size_t& nActive) const override;
     void SetValuesOnDemand(bool bOn) override;
     bool HasPrivateUAV(unsigned int nNumber) const override;
     bool GetLocalMemory(bool bArgument, unsigned int nNumber, unsigned int nGroup, const unsigned char** ppBytes,
@@ -135,7 +136,7 @@ public:
     /// Removes a register's result, and no query finds it any more.
     void DeleteResult(const Register& reg);
     /// Whether registers are read when they are asked for (ValuesOnDemand.cpp). No run is wanted for one then.
-    bool HasValuesOnDemand() const { return m_bValuesOnDemand; }
+    bool HasValuesOnDemand() const override { return m_bValuesOnDemand; }
     /// Whether the mask's buffer has a byte for each work-item: in sessions that begin with values on demand.
     bool HasByteMask() const { return m_bByteMask; }
     /// Files the mask of the last run unless the stop has one. \return whether it has one now

@@ -123,6 +123,17 @@ bool CShaderDebuggerIL::HasMask() const
            (m_pLastTouchedResult->GetExecMask() != nullptr || m_StopMask.IsKept());
 }
 
+bool CShaderDebuggerIL::CountActive(size_t& nActive) const
+{
+    if (!HasMask())
+    {
+        return false;
+    }
+    const CShaderDebuggerBuffer* pShown = m_pLastTouchedResult->GetExecMask();
+    nActive = pShown != nullptr ? pShown->GetActiveItemCount(0) : m_StopMask.GetActiveCount();
+    return true;
+}
+
 /// The mask in the client's form. Null when memory runs out.
 CShaderDebuggerBuffer* CShaderDebuggerIL::ShowMask(CShaderDebuggerResult& result) const
 {

@@ -104,7 +104,18 @@ void CDebugger::SetListing(const CListing& listing)
 
 size_t CDebugger::CountActive()
 {
-    return IsAtEntry() ? m_Extent.Count() : GetActive().Count();
+    if (IsAtEntry() || m_Target.GetState() != CTarget::AtStop)
+    {
+        return m_Extent.Count();
+    }
+    try
+    {
+        return GetSession().CountActive();
+    }
+    catch (const CSessionError&)
+    {
+        return m_Extent.Count(); // as for GetActive
+    }
 }
 
 void CDebugger::RequireMemory() const

@@ -57,6 +57,18 @@ SMaskView CSession::GetMask() const
     return mask;
 }
 
+size_t CSession::CountActive() const
+{
+    size_t nActive = 0;
+    const ovkclDebugError eCode = m_Lib.ovkclDebugGetExecutionMask(m_Context, nullptr, &nActive);
+    if (eCode == OVKCLDEBUG_ERROR_INVALID_ARGUMENT) // no values on demand
+    {
+        return GetMask().Count();
+    }
+    Check(eCode, "ovkclDebugGetExecutionMask");
+    return nActive;
+}
+
 bool CSession::IsRegister(const std::string& strName) const
 {
     ovkclDebugRegisterLocator locator = 0;

@@ -53,6 +53,8 @@ public:
     /// it isn't known.
     unsigned int GetExecutedLine() const { return m_nExecutedLine; }
     SMaskView GetMask() const;
+    /// The number of work-items in it, without the mask where the session has no need of it.
+    size_t CountActive() const;
     /// Whether a text is the name of a register, be it with a value or not.
     bool IsRegister(const std::string& strName) const;
     /// No words for a register without a value.
