@@ -244,19 +244,30 @@ void AddContinue(CReport& report, const CLibraries& libraries)
     report.Add("and of reading all of them", vLocals, 1.5);
 }
 
-/// What a session keeps of each work-item, beside the copies of the buffers that its runs work on.
-void AddMemory(CReport& report, const CLibraries& libraries)
+/// The peak of a session's memory up to its first line, in bytes a work-item, with a buffer of so many bytes for each.
+double MeasureMemory(const CLibraries& libraries, size_t nBytes)
 {
     const size_t nItems = size_t(1) << 24;
     CSilence silence;
-    CDebugger debugger(libraries, MakeLaunch(s_pszKernel, "walk", nItems), silence);
-    const size_t nCopies = nItems * sizeof(int);
+    SLaunchFile file = MakeLaunch(s_pszKernel, "walk", nItems);
+    file.vArguments.front().vContents.assign(nItems * nBytes, 0);
+    CDebugger debugger(libraries, file, silence);
     const double fBefore = StartMemoryPeak();
     debugger.Start();
-    CLineStepper(debugger).Next(1);
-    const double fBytes = (MemoryPeak() - fBefore) * 1024 - static_cast<double>(nCopies);
-    report.Add("bytes a work-item beside one copy of its buffer", {fBytes / static_cast<double>(nItems)}, 2);
+    CLineStepper(debugger).Next(2);
+    const double fPeak = MemoryPeak() - fBefore;
     debugger.Kill();
+    return fPeak * 1024 / static_cast<double>(nItems);
+}
+
+/// What a session keeps of each work-item, beside the copies of the buffers: those grow with the buffer.
+void AddMemory(CReport& report, const CLibraries& libraries)
+{
+    const double fSmall = MeasureMemory(libraries, 4);
+    const double fLarge = MeasureMemory(libraries, 8);
+    const double fCopies = (fLarge - fSmall) / 4;
+    report.Add("bytes a work-item beside the copies of its buffer", {fSmall - fCopies * 4}, 2);
+    report.Add("copies of a buffer", {fCopies}, 0);
 }
 
 } // namespace
