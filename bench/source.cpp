@@ -279,10 +279,11 @@ int main(int argc, char** argv)
         CReport report("source", argc, argv);
         const std::string strLib = GetLibraryFolder();
         const CLibraries libraries(strLib + "/kestrel-platform", strLib + "/libOVKKestrel.so.1");
+        // What others leave in the heap would be used again.
+        AddMemory(report, libraries);
         AddSmall(report, libraries);
         AddLarge(report, libraries);
         AddContinue(report, libraries);
-        AddMemory(report, libraries);
     }
     catch (const std::exception& error)
     {
