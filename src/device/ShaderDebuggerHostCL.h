@@ -27,9 +27,9 @@ struct memoryRegion
 /// One argument of the kernel, as far as global memory goes.
 struct KernelArgInfo
 {
-    memoryResource uavNum;          ///< the UAV through which the kernel reaches the buffer
-    memoryAddress baseAddress;      ///< as the kernel sees it
-    memoryAddress size;             ///< bytes; 0 for what isn't global memory and for a null buffer
+    memoryResource uavNum;     ///< the UAV through which the kernel reaches the buffer
+    memoryAddress baseAddress; ///< as the kernel sees it
+    memoryAddress size;        ///< bytes; 0 for what isn't global memory and for a null buffer
 };
 
 /// Work-items of a group; 0 if no local size was given.

@@ -243,8 +243,8 @@ private:
     bool m_bMaskFiled = false;                              ///< by the last movement
     bool m_bMaskStale = false;                              ///< it is that of a movement that was given up
     bool m_bByteMask = false;
-    CKeptMask m_StopMask;                                   ///< with values on demand, the last one that was filed
-    CKeptMask m_KeptMask;                                   ///< the one that the last movement has overwritten
+    CKeptMask m_StopMask; ///< with values on demand, the last one that was filed
+    CKeptMask m_KeptMask; ///< the one that the last movement has overwritten
     BufferDesc m_MaskDesc;
     std::set<std::string> m_Asked;       ///< registers asked for at the present stop
     std::set<std::string> m_AskedBefore; ///< at the stop before

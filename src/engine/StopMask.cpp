@@ -119,8 +119,7 @@ bool CShaderDebuggerIL::HasMask() const
     {
         return false;
     }
-    return m_pLastTouchedResult != nullptr &&
-           (m_pLastTouchedResult->GetExecMask() != nullptr || m_StopMask.IsKept());
+    return m_pLastTouchedResult != nullptr && (m_pLastTouchedResult->GetExecMask() != nullptr || m_StopMask.IsKept());
 }
 
 bool CShaderDebuggerIL::CountActive(size_t& nActive) const
