@@ -337,8 +337,13 @@ void CReferenceChecker::Check(CSession& session)
 
 void CReferenceChecker::CheckMask(const CSession& session, const SMoment& moment)
 {
+    const size_t nCounted = session.CountActive(); // before there is a mask to count
     const SMaskView view = session.GetMask();
     const Mask got(view.pActive, view.pActive + view.nItems);
+    if (nCounted != view.Count())
+    {
+        Report(std::to_string(nCounted) + " work-items are counted, and the mask has " + std::to_string(view.Count()));
+    }
     if (got != moment.vAfter)
     {
         Report("the mask is " + ToText(got) + ", not " + ToText(moment.vAfter));

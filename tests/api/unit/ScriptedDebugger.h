@@ -79,6 +79,8 @@ public:
         return found != results.end() ? found->second.get() : nullptr;
     }
 
+    bool CountActive(size_t& /*nActive*/) const override { return false; }
+
     // What a session of one shader answers is of no interest here.
     using CShaderDebuggerBase::GetShaderInfo;
     using CShaderDebuggerBase::GetShaderText;
