@@ -10,7 +10,7 @@ namespace
 {
 
 constexpr uint32_t s_nWords = 4096; ///< of the output, which takes four pages
-constexpr uint32_t s_nItems = 512;
+constexpr uint32_t s_nInitItems = 512;
 
 struct SInitCase
 {
@@ -70,7 +70,7 @@ TEST(InitChecks, TellWhoDependsOnWhatNobodyWrote)
                        std::string(IndexLiterals()) +
                            "dcl_literal l1, 2, 4, 1, 8192\ndcl_literal l3, 252, 1, 3, 4\ndcl_lds_id(1) 4096\n"
                            "dcl_indexed_temp_array x1[2]\ndcl_raw_uav_id(11)\n");
-        run.SetSize(s_nItems, check.nLocal);
+        run.SetSize(s_nInitItems, check.nLocal);
         run.vOutput.assign(s_nWords, 0);
         run.vOutputShadow.assign(s_nWords * 4, 0);
         std::fill(run.vOutputShadow.begin() + check.nFrom * 4, run.vOutputShadow.begin() + check.nTo * 4,

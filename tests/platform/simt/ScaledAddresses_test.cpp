@@ -5,7 +5,7 @@ namespace KestrelPlatformTest
 namespace
 {
 
-const uint32_t s_nItems = 300;
+const uint32_t s_nScaledItems = 300;
 const uint32_t s_nWords = 400;
 /// A sum carries into the upper word in the middle of the memory.
 const uint64_t s_nBase = 0x5FFFFFF00ull;
@@ -23,7 +23,7 @@ const SIndices s_IndexKinds[] = {
     {"one for all", [](uint32_t) { return 3u; }},
     {"rows of sixteen", [](uint32_t n) { return n / 16 * 20 + n % 16; }},
     {"scattered", [](uint32_t n) { return n * 37 % 101; }},
-    {"backwards", [](uint32_t n) { return s_nItems - n; }},
+    {"backwards", [](uint32_t n) { return s_nScaledItems - n; }},
     {"past the end", [](uint32_t n) { return n + 260; }},
     {"one of them outside", [](uint32_t n) { return n == 77 ? 0x40000000u : n; }},
     {"negative", [](uint32_t n) { return n - 5; }},
@@ -128,7 +128,7 @@ CKernelRun MakeRun(const SCase& testCase)
             (testCase.bMasked ? "if_logicalz r2.w\n" + strLines + "endif\n" : strLines) +
             "iadd r2.z, r2.y, cb1[1].x\nuav_raw_store_id(11) mem0.x, r2.z, r3.x\n",
         "dcl_literal l0, 0, 1, 2, 3\ndcl_literal l1, " + std::to_string(testCase.operation.nScale) + ", 0, 0, 0\n");
-    run.SetSize(s_nItems, s_nItems);
+    run.SetSize(s_nScaledItems, s_nScaledItems);
     return run;
 }
 
@@ -138,14 +138,14 @@ void Check(const SCase& testCase)
     SCOPED_TRACE(std::string(operation.pszName) + ", " + testCase.indices.pszName +
                  (testCase.bSigned ? ", signed" : ", unsigned") + (testCase.bMasked ? ", some" : ", all"));
     CKernelRun run = MakeRun(testCase);
-    std::vector<uint32_t> vIndices(s_nItems), vResults(s_nItems, 0xAAAAAAAA), vMemory(s_nWords);
+    std::vector<uint32_t> vIndices(s_nScaledItems), vResults(s_nScaledItems, 0xAAAAAAAA), vMemory(s_nWords);
     for (uint32_t n = 0; n < s_nWords; ++n)
     {
         vMemory[n] = n * 0x01030507u;
     }
-    std::vector<uint32_t> vWanted(s_nItems, 0), vWantedMemory = vMemory;
+    std::vector<uint32_t> vWanted(s_nScaledItems, 0), vWantedMemory = vMemory;
     std::vector<std::pair<uint64_t, uint64_t>> vBad;
-    for (uint32_t n = 0; n < s_nItems; ++n)
+    for (uint32_t n = 0; n < s_nScaledItems; ++n)
     {
         vIndices[n] = testCase.indices.pfIndex(n);
         const int64_t nIndex = testCase.bSigned ? static_cast<int32_t>(vIndices[n]) : static_cast<int64_t>(vIndices[n]);

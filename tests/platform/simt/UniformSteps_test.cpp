@@ -5,7 +5,7 @@ namespace KestrelPlatformTest
 namespace
 {
 
-const uint32_t s_nItems = 1200;
+const uint32_t s_nUniformItems = 1200;
 const uint32_t s_nCount = 9;
 
 /// A kernel's lines leave their result in r0.x. l1.x to l1.w are 0 to 3, l2.x to l2.w are 4, 7, 16 and 100; r1.x is the
@@ -165,7 +165,7 @@ CKernelRun MakeRun(const std::string& strLines)
         std::string(IndexLines()) + "mov r1.x, r100.x\nand r1.y, r1.x, l2.y\nmov r0, l1.x\n" +
             (nCut == std::string::npos ? strLines + strEnd : strLines.substr(0, nCut) + strEnd + strLines.substr(nCut)),
         std::string(IndexLiterals()) + "dcl_literal l1, 0, 1, 2, 3\ndcl_literal l2, 4, 7, 16, 100\n");
-    run.vOutput.assign(s_nItems * 4, 0);
+    run.vOutput.assign(s_nUniformItems * 4, 0);
     for (uint32_t n = 0; n < 32; ++n)
         run.vInput.push_back(1000 + n);
     run.launch.vConstantBuffer1.assign(32, 0);
