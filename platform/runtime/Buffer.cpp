@@ -2,7 +2,7 @@
 
 #include "KestrelPlatform.h"
 #include "platform/runtime/ApiCall.h"
-#include "platform/runtime/KernelLaunch.h"
+#include "platform/runtime/KernelRun.h"
 
 #include <cstring>
 

@@ -1,5 +1,5 @@
 #include "platform/runtime/Enqueue.h"
-#include "platform/runtime/KernelLaunch.h"
+#include "platform/runtime/KernelRun.h"
 
 #include <cstring>
 

@@ -29,46 +29,6 @@ struct SPreparedLaunch
 /// Checks a launch as OpenCL 1.2 has it for clEnqueueNDRangeKernel, and takes the arguments over.
 cl_int PrepareLaunch(const CKernel& kernel, const CDevice& device, const SIndexSpace& space, SPreparedLaunch& prepared);
 
-/// Runs a launch. \return CL_SUCCESS, or the code that its event ends with
-cl_int RunPrepared(SPreparedLaunch& prepared);
-
-/// What the last kernel run did that it shouldn't have.
-SPlatformFault GetLastFault();
-/// Its faults one by one, up to nRecords of them. \return how many are kept
-cl_uint GetFaultRecords(SPlatformFaultRecord* pRecords, cl_uint nRecords);
-/// Ends kernel runs under way and those to come, or lets them run again.
-void BreakRuns(bool bBreak);
-/// How the last kernel run ended.
-SPlatformEnd GetLastEnd();
-/// Where its work-items were if it was stopped under way, up to nPlaces places. \return how many there are
-cl_uint GetPlaces(SPlatformPlace* pPlaces, cl_uint nPlaces);
-/// The sizes of the last kernel run.
-SPlatformSizes GetLastSizes();
-/// Its buffers, up to nBuffers of them. \return how many there were
-cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers);
-
-/// Kernel runs from now on count how many work-items come to each instruction, or no longer.
-void CountVisits(bool bCount);
-/// The counts of the last run that was counted, up to nCounts of them. \return how many there are
-cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts);
-/// Kernel runs from now on keep a profile, or no longer.
-void KeepProfile(bool bKeep);
-/// The rows of the last run that kept one, up to nRows of them. \return how many there are
-cl_uint GetProfile(SPlatformProfile* pRows, cl_uint nRows);
-/// Kernel runs from now on tell of accesses to some bytes, or with null no longer.
-void WatchAccesses(const SPlatformWatch* pWatch);
-/// The accesses of the last run that has told of them, up to nAccesses. \return how many there are
-cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses);
-
-/// Kernel runs from now on are checked, for a set of EPlatformCheck.
-void SetChecks(cl_uint nChecks);
-cl_uint GetChecks();
-/// What was found in the last run, up to nFindings of it. \return how many there are
-cl_uint GetFindings(SPlatformFinding* pFindings, cl_uint nFindings);
-
-/// "file:line" for an instruction of the last kernel run, "" if the source isn't known.
-std::string GetSourcePlace(cl_uint nInstruction);
-
 } // namespace KestrelPlatform::Runtime
 
 #endif

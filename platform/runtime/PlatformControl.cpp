@@ -2,7 +2,7 @@
 
 #include "platform/runtime/Counters.h"
 #include "platform/runtime/ExtensionEntries.h"
-#include "platform/runtime/KernelLaunch.h"
+#include "platform/runtime/KernelRun.h"
 #include "platform/runtime/Settings.h"
 
 namespace
