@@ -192,12 +192,11 @@ protected:
                 std::filesystem::create_symlink(m_folder / pszLibrary, found / pszLibrary);
             }
         }
-        // Where this process runs a part of the tests, the child's one test mustn't count as another part's.
-        const std::string strCommand =
-            "unset GTEST_TOTAL_SHARDS GTEST_SHARD_INDEX; cd '" + m_folder.string() + "' && LD_LIBRARY_PATH='" +
-            found.string() + "' KESTREL_TEST_PLATFORM='" + m_folder.string() + "' KESTREL_TEST_LIBRARY='" + strLibrary +
-            "' KESTREL_TEST_SYMBOL='" + strSymbol + "' '" + std::filesystem::read_symlink("/proc/self/exe").string() +
-            "' --gtest_filter='Lacking.*' > output 2>&1";
+        const std::string strCommand = "cd '" + m_folder.string() + "' && LD_LIBRARY_PATH='" + found.string() +
+                                       "' KESTREL_TEST_PLATFORM='" + m_folder.string() + "' KESTREL_TEST_LIBRARY='" +
+                                       strLibrary + "' KESTREL_TEST_SYMBOL='" + strSymbol + "' '" +
+                                       std::filesystem::read_symlink("/proc/self/exe").string() +
+                                       "' --gtest_filter='Lacking.*' > output 2>&1";
         const int nStatus = std::system(strCommand.c_str());
         ++m_nFaults;
         std::ifstream output(m_folder / "output");

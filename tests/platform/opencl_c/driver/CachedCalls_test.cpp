@@ -45,8 +45,8 @@ CProgramHandle Link(COpenCLDevice& device, std::vector<cl_program> vInputs, cons
     return program;
 }
 
-/// A source at "-g", compiled, put into a library, linked and run. Run by the tests below.
-TEST(CachedCalls, DISABLED_MakeAProgramOfParts)
+/// A source at "-g", compiled, put into a library, linked and run.
+void MakeAProgramOfParts()
 {
     COpenCLDevice device("Quench");
     const CProgramHandle main =
@@ -67,6 +67,19 @@ TEST(CachedCalls, DISABLED_MakeAProgramOfParts)
     EXPECT_EQ(IsCompilerLoaded(), std::getenv("KESTREL_TEST_LOADS") != nullptr);
 }
 
+class CPartsTest : public testing::Test
+{
+    void TestBody() override { MakeAProgramOfParts(); }
+};
+
+/// Only the processes that the tests below start have this test.
+const char* const s_pszInChild = "KESTREL_TEST_PARTS";
+const testing::TestInfo* const s_pParts =
+    std::getenv(s_pszInChild) != nullptr
+        ? testing::RegisterTest("Parts", "BecomeAProgram", nullptr, nullptr, __FILE__, __LINE__,
+                                []() -> testing::Test* { return new CPartsTest; })
+        : nullptr;
+
 class CCachedCallsTest : public testing::Test
 {
 protected:
@@ -85,11 +98,8 @@ protected:
             {
                 setenv(strName.c_str(), strValue.c_str(), 1);
             }
-            // Where this process runs a part of the tests, the child's one test mustn't count as another part's.
-            unsetenv("GTEST_TOTAL_SHARDS");
-            unsetenv("GTEST_SHARD_INDEX");
-            execl("/proc/self/exe", "parts", "--gtest_also_run_disabled_tests",
-                  "--gtest_filter=CachedCalls.DISABLED_MakeAProgramOfParts", nullptr);
+            setenv(s_pszInChild, "1", 1);
+            execl("/proc/self/exe", "parts", "--gtest_filter=Parts.*", nullptr);
             _exit(127);
         }
         int nStatus = -1;
