@@ -99,29 +99,15 @@ void CConnection::Lose()
     }
 }
 
-bool CConnection::Send(const nlohmann::json& header, const std::vector<unsigned char>& vBlob)
+bool CConnection::Send(std::string_view strHeader, const std::vector<unsigned char>& vBlob)
 {
     const std::lock_guard<std::mutex> lock(m_SendLock);
-    return IsOurs() && SendMessage(m_nSocket, header, vBlob);
+    return IsOurs() && SendText(m_nSocket, strHeader, vBlob);
 }
 
-bool CConnection::SendText(std::string_view strHeader)
+void CConnection::Tell(std::string_view strHeader)
 {
-    const std::lock_guard<std::mutex> lock(m_SendLock);
-    return IsOurs() && KestrelTool::SendText(m_nSocket, strHeader);
-}
-
-void CConnection::Tell(const nlohmann::json& header)
-{
-    if (m_bOn && !Send(header, {}))
-    {
-        Lose();
-    }
-}
-
-void CConnection::TellText(std::string_view strHeader)
-{
-    if (m_bOn && !SendText(strHeader))
+    if (m_bOn && !Send(strHeader, {}))
     {
         Lose();
     }
@@ -136,7 +122,8 @@ void CConnection::Ask(const nlohmann::json& header, const std::vector<unsigned c
     }
     try
     {
-        const std::optional<SMessage> answer = Send(header, vBlob) ? ReceiveMessage(m_nSocket) : std::nullopt;
+        const std::optional<SMessage> answer =
+            Send(WriteHeader(header), vBlob) ? ReceiveMessage(m_nSocket) : std::nullopt;
         if (!answer)
         {
             Lose();

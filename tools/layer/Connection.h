@@ -25,9 +25,8 @@ public:
     bool IsOn() const { return m_bOn; }
 
     /// Tells the debugger something that needs no answer.
-    void Tell(const nlohmann::json& header);
-    /// The same with JSON text.
-    void TellText(std::string_view strHeader);
+    /// \param strHeader  JSON text
+    void Tell(std::string_view strHeader);
     /// Asks the debugger, waits as long as the answer takes, and keeps the rules that it brings. One thread at a time.
     void Ask(const nlohmann::json& header, const std::vector<unsigned char>& vBlob = {});
     /// Whether the rules want a launch.
@@ -37,8 +36,7 @@ private:
     CConnection();
     bool Open();
     bool IsOurs() const;
-    bool Send(const nlohmann::json& header, const std::vector<unsigned char>& vBlob);
-    bool SendText(std::string_view strHeader);
+    bool Send(std::string_view strHeader, const std::vector<unsigned char>& vBlob);
     void SetRules(std::vector<KestrelTool::SLaunchRule> vRules);
     void Lose();
 

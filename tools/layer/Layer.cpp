@@ -344,7 +344,7 @@ void NoteLaunch(cl_kernel object, const SLaunchCall& call)
     CConnection& connection = CConnection::Get();
     if (!connection.Wants(pKernel->strName, pKernel->nProgram, count.nNumber, count.nTurn))
     {
-        connection.TellText(strLaunch);
+        connection.Tell(strLaunch);
         return;
     }
     json header = json::parse(strLaunch);

@@ -213,7 +213,7 @@ void CObjects::AddKernel(cl_kernel kernel)
         pKernel->nId = ++m_nKernels;
         m_mapKernels[kernel] = pKernel;
     }
-    CConnection::Get().Tell(DescribeKernel(*pKernel));
+    CConnection::Get().Tell(KestrelTool::WriteHeader(DescribeKernel(*pKernel)));
 }
 
 void CObjects::CopyKernel(cl_kernel from, cl_kernel to)

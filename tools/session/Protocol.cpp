@@ -83,9 +83,14 @@ bool ReceiveGrowing(int nSocket, uint64_t nBytes, std::vector<unsigned char>& vB
 
 } // namespace
 
+std::string WriteHeader(const nlohmann::json& header)
+{
+    return header.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 bool SendMessage(int nSocket, const nlohmann::json& header, const std::vector<unsigned char>& vBlob)
 {
-    return SendText(nSocket, header.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), vBlob);
+    return SendText(nSocket, WriteHeader(header), vBlob);
 }
 
 bool SendText(int nSocket, std::string_view strHeader, const std::vector<unsigned char>& vBlob)

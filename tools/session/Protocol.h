@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -45,6 +46,8 @@ struct SMessage
     std::vector<unsigned char> vBlob;
 };
 
+/// A message's header as JSON text. What isn't UTF-8 in it is replaced.
+std::string WriteHeader(const nlohmann::json& header);
 /// Sends a message whole. \return false if nobody reads any more
 bool SendMessage(int nSocket, const nlohmann::json& header, const std::vector<unsigned char>& vBlob = {});
 /// The same with a header that is JSON text already.
