@@ -76,7 +76,7 @@ public:
     /// owns. Null on failure.
     virtual CShaderDebuggerBuffer* GetDataBuffer(CShaderDebuggerBuffer* pDataBuffer) = 0;
     /// Shows a function the contents of a buffer that Create made, where they are mapped: without a copy of them.
-    /// \return false, without a call, if they can't be
+    /// \return false if they can't be, with no call, or can't be given back after it
     virtual bool Visit(const std::function<void(const unsigned char* pBytes, size_t nSize)>& visit) = 0;
     /// What is handed over as the argument's value; null for local memory.
     virtual const void* GetDeviceBuffer() const = 0;

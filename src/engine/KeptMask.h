@@ -24,9 +24,7 @@ public:
     /// Writes the mask into a buffer of words, as many as it has items. \return false if none is kept, or for another
     /// number of items
     bool Restore(CShaderDebuggerBuffer& execMask) const;
-    size_t GetItemCount() const { return m_nItems; }
     size_t GetActiveCount() const { return m_nActive; }
-    bool IsFull() const { return m_nActive == m_nItems; }
 
 private:
     template <typename Gather>
