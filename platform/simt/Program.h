@@ -269,7 +269,8 @@ struct SCode
     std::vector<uint32_t> vResources; ///< numbers of the images read
     std::vector<uint32_t> vUavs;      ///< numbers of the UAVs used as images
     std::vector<uint32_t> vSamplers;
-    std::vector<uint32_t> vClearRows; ///< rows that must be 0 when a group starts
+    std::vector<uint32_t> vClearRows;     ///< rows that must be 0 when a group starts
+    std::vector<uint32_t> vUnwrittenRows; ///< rows that are read and never written, and so are always 0
     uint32_t nRows = 2;
     uint32_t nLocalBytes = 0; ///< declared
     bool bBarriers = false;

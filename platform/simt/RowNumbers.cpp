@@ -50,6 +50,7 @@ void ForEachRow(SCode& code, F&& visit)
     for (SIndexed& indexed : code.vIndexed)
         visit(indexed.nIndexRow);
     std::for_each(code.vClearRows.begin(), code.vClearRows.end(), visit);
+    std::for_each(code.vUnwrittenRows.begin(), code.vUnwrittenRows.end(), visit);
 }
 
 class CRowNumbers

@@ -178,6 +178,8 @@ void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
     for (const uint32_t nRow : code.vClearRows)
     {
         const bool bAsked = vReads[nRow] != 0 && vWritten[nRow];
+        if (vReads[nRow] != 0 && !vWritten[nRow])
+            code.vUnwrittenRows.push_back(nRow);
         vUse[nRow] = bAsked ? Unseen : NotAsked;
         nLeft += bAsked ? 1 : 0;
     }

@@ -64,8 +64,11 @@ void CInitRecorder::Start(const CBlock& /*block*/)
 {
     if (m_bFirst)
         m_vLocal.assign(static_cast<size_t>(m_Context.nLocalBytes) * m_Context.nGroupsPerBlock, PLATFORM_ORIGIN_LOCAL);
-    for (const uint32_t nRow : m_Context.code.vClearRows)
-        m_Rows.Fill(nRow, m_vOrigins[nRow] * 0x01010101u, ~0u);
+    for (const std::vector<uint32_t>* pRows : {&m_Context.code.vClearRows, &m_Context.code.vUnwrittenRows})
+    {
+        for (const uint32_t nRow : *pRows)
+            m_Rows.Fill(nRow, m_vOrigins[nRow] * 0x01010101u, ~0u);
+    }
 }
 
 uint32_t CInitRecorder::FindDirty(const uint16_t* pRows, uint32_t nCount) const
@@ -479,9 +482,10 @@ void CInitRecorder::TouchAtomic(const CBlock& block, const SMicroOp& step, const
             uint32_t nShadow = 0;
             if (pShadow)
                 std::memcpy(&nShadow, pShadow, 4);
-            if (nShadow != 0 && access.eAtomic == ATOMIC_XCHG)
+            // What another group does in front of it isn't known: bytes of a buffer stay as they are.
+            if (nShadow != 0 && (access.eAtomic == ATOMIC_XCHG || access.eSpace == SAccess::Local))
                 std::memset(pShadow, 0, access.nElementBytes);
-            else if (nShadow != 0)
+            if (nShadow != 0 && access.eAtomic != ATOMIC_XCHG)
                 Tell(block, step, n, PLATFORM_FAULT_ATOMIC, nShadow, step.nInstruction,
                      m_vAddresses[n - block.GetFirstLane()]);
         }
