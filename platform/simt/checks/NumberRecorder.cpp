@@ -96,6 +96,10 @@ SIntegerRule FindIntegerRule(uint32_t nOp)
     case LANE_IL_OP_FTOU:
     case LANE_IL_OP_DTOU:
         return {PLATFORM_FAULT_RANGE, 32, -1.0, 4294967296.0};
+    case LANE_IL_OP_DTOI64: // the next number below the lowest that fits
+        return {PLATFORM_FAULT_RANGE, 64, -9223372036854777856.0, 9223372036854775808.0};
+    case LANE_IL_OP_DTOU64:
+        return {PLATFORM_FAULT_RANGE, 64, -1.0, 18446744073709551616.0};
     default:
         return {};
     }
