@@ -250,7 +250,7 @@ struct SPlatformFinding
     uint32_t nKind; ///< an EPlatformFinding
     uint32_t nInstruction;
     /// Of a race: the other access's instruction, which may be the same. Of PLATFORM_FINDING_INIT: the one that read
-    /// the bytes. Else ~0.
+    /// the bytes. Of a barrier: the one that all others have come to, if there is one. Else ~0.
     uint32_t nOther;
     uint32_t nMemory; ///< an EPlatformMemory
     int32_t bWrite;

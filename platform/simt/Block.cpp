@@ -331,7 +331,7 @@ CBlock::EState CBlock::Barrier(const SMicroOp& step)
 {
     m_nBarrier = step.nInstruction;
     if (m_pTrace)
-        m_pTrace->Barrier();
+        m_pTrace->Barrier(*this, step);
     if (m_Context.nBlocksPerGroup > 1)
     {
         GoOn(step);

@@ -20,6 +20,8 @@ public:
 
     /// The block has new groups and hasn't run yet.
     virtual void Start(const CBlock& /*block*/) {}
+    /// The groups that it has had last have ended, or were stopped.
+    virtual void Finish() {}
     /// Flow control. The block's mask is that of the work-items that the instruction counts for.
     virtual void Flow(const CBlock& block, uint32_t nInstruction) = 0;
     /// Any other instruction has taken effect.
@@ -39,7 +41,7 @@ public:
     /// Whether it looks at memory, in which nothing may be held back then.
     virtual bool SeesMemory() const { return false; }
     /// The block has come to a barrier; what it executes from here on comes after what others did in front of theirs.
-    virtual void Barrier() {}
+    virtual void Barrier(const CBlock& /*block*/, const SMicroOp& /*step*/) {}
     virtual void OpenLoop(uint32_t /*nStart*/, uint32_t /*nEnd*/) {}
     virtual void NextPass() {}
     virtual void CloseLoop() {}

@@ -75,6 +75,8 @@ public:
     {
         for (uint64_t n = nFirst; n < nEnd && !m_Context.bStop.load(std::memory_order_relaxed); ++n)
             Run(n * m_Context.nGroupsPerBlock);
+        for (const std::unique_ptr<IBlockRecorder>& pRecorder : m_vRecorders)
+            pRecorder->Finish();
         m_Pending.Flush();
         m_Context.nEnded += m_nEnded;
         m_nEnded = 0;
@@ -102,7 +104,7 @@ private:
     }
 
     /// The blocks of one group, each to its next barrier, until all are done. Blocks that wait at
-    /// different barriers go on together: what is missing at one is counted.
+    /// different barriers go on together: what is missing at the first one is counted.
     void RunInSteps()
     {
         const auto isDone = [this](size_t n) { return m_vStates[n] == CBlock::Done; };
@@ -111,6 +113,7 @@ private:
             uint32_t nHere = 0;
             bool bWaiting = false;
             uint32_t nBarrier = 0;
+            uint32_t nOther = ~0u; ///< a barrier that others wait at
             uint64_t nMissing = ~uint64_t(0);
             for (size_t n = 0; n < m_vBlocks.size(); ++n)
             {
@@ -125,14 +128,28 @@ private:
                 nBarrier = isDone(n) || bWaiting ? nBarrier : m_vBlocks[n]->GetBarrier();
                 bWaiting = bWaiting || !isDone(n);
                 nHere += isDone(n) ? 0 : m_vBlocks[n]->GetActive();
-                if (isDone(n) || m_vBlocks[n]->GetActive() != m_vBlocks[n]->GetLive())
-                    nMissing = std::min(nMissing, m_vBlocks[n]->GetFirstMissing(isDone(n)));
+                const bool bElsewhere = !isDone(n) && m_vBlocks[n]->GetBarrier() != nBarrier;
+                nOther = bElsewhere && nOther == ~0u ? m_vBlocks[n]->GetBarrier() : nOther;
+                if (isDone(n) || bElsewhere || m_vBlocks[n]->GetActive() != m_vBlocks[n]->GetLive())
+                    nMissing = std::min(nMissing, m_vBlocks[n]->GetFirstMissing(isDone(n) || bElsewhere));
             }
             if (!bWaiting)
                 return;
-            if (nHere != m_Context.nGroupSize)
+            if (nHere != m_Context.nGroupSize || nOther != ~0u)
+            {
                 m_Context.CountUnreachedBarrier(nBarrier, nMissing);
+                TellBarrier(nBarrier, nHere == m_Context.nGroupSize ? nOther : ~0u, nMissing);
+            }
         }
+    }
+
+    void TellBarrier(uint32_t nInstruction, uint32_t nOther, uint64_t nWorkItem)
+    {
+        if (!m_pChecks || !(m_Context.launch.nChecks & PLATFORM_CHECK_BARRIER))
+            return;
+        SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_BARRIER, nInstruction, nWorkItem);
+        finding.nOther = nOther;
+        m_pChecks->findings.Add(finding);
     }
 
     SLaunchContext& m_Context;
@@ -248,8 +265,6 @@ void SLaunchContext::CountUnreachedBarrier(uint32_t nInstruction, uint64_t nWork
     fault.access.nWorkItem = nWorkItem;
     fault.bBarrier = true;
     KeepFault(fault);
-    if (pFindings && (launch.nChecks & PLATFORM_CHECK_BARRIER))
-        pFindings->Add(MakeFinding(PLATFORM_FINDING_BARRIER, nInstruction, nWorkItem));
 }
 
 void SLaunchContext::Stop(bool bByBreak, uint32_t nInstruction, uint64_t nWorkItem)

@@ -48,6 +48,22 @@ CCheckRecorder::CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(ch
                                                   checks.vLocalShadow, bFirst);
     if (checks.totals.context.launch.nChecks & PLATFORM_CHECK_NAN)
         m_pNumbers = std::make_unique<CNumberRecorder>(checks.totals.context, checks.findings);
+    // Of larger groups the one that runs their blocks knows.
+    if (checks.totals.context.nBlocksPerGroup == 1 && (checks.totals.context.launch.nChecks & PLATFORM_CHECK_BARRIER))
+        m_pBarriers = std::make_unique<CPartBarriers>(checks.totals.context, checks.findings);
+}
+
+void CCheckRecorder::Barrier(const CBlock& block, const SMicroOp& step)
+{
+    ++m_nInterval;
+    if (m_pBarriers)
+        m_pBarriers->Reach(block, step);
+}
+
+void CCheckRecorder::Finish()
+{
+    if (m_pBarriers)
+        m_pBarriers->Finish();
 }
 
 void CCheckRecorder::Stepping(const CBlock& block, const SMicroOp& step)
@@ -77,6 +93,7 @@ void CCheckRecorder::Start(const CBlock& block)
     if (m_pNumbers)
         m_pNumbers->Start();
     m_nInterval = 0;
+    Finish();
     if (m_bFirst)
     {
         m_Checks.races.Begin();

@@ -10,6 +10,7 @@
 #include "platform/simt/checks/InitRecorder.h"
 #include "platform/simt/checks/IntervalRows.h"
 #include "platform/simt/checks/NumberRecorder.h"
+#include "platform/simt/checks/PartBarriers.h"
 #include "platform/simt/checks/WrittenPages.h"
 
 namespace KestrelPlatform
@@ -42,8 +43,8 @@ struct SThreadChecks
     std::vector<unsigned char> vLocalShadow;
 };
 
-/// Checks what a block does: whether its accesses are aligned, whether they race, and whether it depends on what nobody
-/// has written.
+/// Checks what a block does: whether its accesses are aligned, whether they race, whether it depends on what nobody has
+/// written, and whether all of a group come to its barriers.
 class CCheckRecorder : public IBlockRecorder
 {
 public:
@@ -58,7 +59,9 @@ public:
     void Stepped(const CBlock& block, const SMicroOp& step) override;
     void Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access) override;
     bool SeesSteps() const override { return m_pInit || m_pNumbers; }
-    void Barrier() override { ++m_nInterval; }
+    void Barrier(const CBlock& block, const SMicroOp& step) override;
+    /// The last groups of the thread have ended.
+    void Finish() override;
 
 private:
     void CheckAlignment(const CBlock& block, const SMicroOp& step, const SAccess& access);
@@ -78,6 +81,7 @@ private:
     const bool m_bFirst;
     std::unique_ptr<CInitRecorder> m_pInit; ///< null if it isn't looked for
     std::unique_ptr<CNumberRecorder> m_pNumbers;
+    std::unique_ptr<CPartBarriers> m_pBarriers;
     uint32_t m_nInterval = 0;
     std::vector<uint64_t> m_vAddresses; ///< of the access under way, from the block's first lane
     std::vector<SRaceAccess> m_vGlobal; ///< its parts that touch one memory object

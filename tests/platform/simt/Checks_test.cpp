@@ -16,7 +16,7 @@ std::vector<Found> FindAll(const std::string& strText, uint32_t nGlobal, uint32_
     CKernelRun run(
         std::string(IndexLines()) + "ishl r1.x, r100.x, l1.x\niadd r1.x, r1.x, cb1[0].x\n" + strText,
         std::string(IndexLiterals()) +
-            "dcl_literal l1, 2, 4, 1, 0\ndcl_literal l2, 511, 0, 0, 0\ndcl_lds_id(1) 4096\ndcl_raw_uav_id(11)\n");
+            "dcl_literal l1, 2, 4, 1, 0\ndcl_literal l2, 511, 512, 60, 0\ndcl_lds_id(1) 4096\ndcl_raw_uav_id(11)\n");
     run.SetSize(nGlobal, nLocal);
     run.vOutput.assign(1024, 0);
     run.launch.nChecks = PLATFORM_CHECK_MEMORY | PLATFORM_CHECK_RACE | PLATFORM_CHECK_BARRIER;
@@ -76,6 +76,18 @@ const SCheckCase s_CheckCases[] = {
      256,
      256,
      {PLATFORM_FINDING_RACE}},
+    {"two barriers, each with whole blocks of a group",
+     "ult r2.x, r100.x, l2.y\nif_logicalnz r2.x\nfence_threads\nelse\nfence_threads_memory\nendif\n",
+     900,
+     900,
+     {PLATFORM_FINDING_BARRIER}},
+    {"a barrier for some, and one for some of the others",
+     "ult r2.x, r100.x, l1.y\nif_logicalnz r2.x\nfence_threads\nendif\n"
+     "ult r2.x, l1.x, r100.x\nif_logicalnz r2.x\nult r2.x, r100.x, l2.z\nif_logicalnz r2.x\n"
+     "fence_threads_memory\nendif\nendif\n",
+     64,
+     64,
+     {PLATFORM_FINDING_BARRIER, PLATFORM_FINDING_BARRIER}},
     {"far outside",
      "iadd r1.x, r1.x, l0.w\nimul r1.x, r1.x, r1.x\nuav_raw_store_id(11) mem0.x, r1.x, r100.x\n",
      640,

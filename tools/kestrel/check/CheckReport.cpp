@@ -70,6 +70,12 @@ bool SCheckPlace::operator<(const SCheckPlace& other) const
     return std::tie(strFile, nLine) < std::tie(other.strFile, other.nLine);
 }
 
+bool SCheckFinding::IsPair() const
+{
+    return finding.nKind == PLATFORM_FINDING_RACE ||
+           (finding.nKind == PLATFORM_FINDING_BARRIER && !other.strFile.empty());
+}
+
 CCheckReport::CCheckReport(const CLibraries& libraries, uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions)
     : m_Control(RequireControl(libraries)), m_Suppressions(std::move(suppressions))
 {
@@ -178,19 +184,20 @@ void CCheckReport::Add(const SCheckFinding& finding)
         return m_Suppressions.Holds(finding.strCheck, finding.strKernel, place.nLine) ||
                IsIntended(place.strText, finding.strCheck);
     };
-    const bool bRace = finding.finding.nKind == PLATFORM_FINDING_RACE;
-    if (isIntended(finding.place) || (bRace && isIntended(finding.other)))
+    const bool bPair = finding.IsPair();
+    if (isIntended(finding.place) || (bPair && isIntended(finding.other)))
     {
         ++m_nSuppressed;
         return;
     }
-    const auto isSame = [&finding, bRace](const SCheckFinding& known)
+    const auto isSame = [&finding, bPair](const SCheckFinding& known)
     {
-        if (known.strKernel != finding.strKernel || known.finding.nKind != finding.finding.nKind)
+        if (known.strKernel != finding.strKernel || known.finding.nKind != finding.finding.nKind ||
+            known.IsPair() != bPair)
         {
             return false;
         }
-        return bRace ? std::minmax(known.place, known.other) == std::minmax(finding.place, finding.other)
+        return bPair ? std::minmax(known.place, known.other) == std::minmax(finding.place, finding.other)
                      : known.place == finding.place && known.finding.nFault == finding.finding.nFault &&
                            known.finding.nMemory == finding.finding.nMemory &&
                            known.finding.bWrite == finding.finding.bWrite;

@@ -31,12 +31,15 @@ struct SCheckFinding
     std::string strCheck; ///< "memory", "race", "init", "nan", "barrier" or "alignment"
     std::string strKernel;
     SCheckPlace place;
-    SCheckPlace other;               ///< of a race; of "init", what read the bytes, if it is another place
+    SCheckPlace other;               ///< of a race or two barriers; of "init", what read the bytes, if elsewhere
     std::vector<SCheckPlace> vChain; ///< of "nan": what passes it on, in order
     std::string strMessage;          ///< what is wrong, in a line
     std::string strItems;            ///< "work-items 3, 7, 11 and others"
     SPlatformFinding finding;        ///< its first one
     uint64_t nCount = 0;
+
+    /// Whether two places do it together, of which the second one may be the first.
+    bool IsPair() const;
 };
 
 /// What launches do wrong.

@@ -188,7 +188,8 @@ std::string CCheckWords::Describe(const SPlatformFinding& finding) const
     case PLATFORM_FINDING_NAN:
         return DescribeNumber(finding);
     case PLATFORM_FINDING_BARRIER:
-        return "a barrier that only part of a work-group reaches";
+        return finding.nOther == ~0u ? "a barrier that only part of a work-group reaches"
+                                     : "a barrier that part of a work-group reaches, and another that the rest does";
     default:
         return "the kernel doesn't end: it was stopped here at the limit of instructions";
     }

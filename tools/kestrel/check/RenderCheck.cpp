@@ -86,7 +86,7 @@ std::string RenderCheck(const CCheckReport& report)
         text << finding.strCheck << ": " << finding.strMessage << "\n  at " << NameCheckPlace(finding.place)
              << ", kernel " << finding.strKernel << "\n"
              << RenderCheckPlace(finding.place);
-        if (IsRace(finding) && !(finding.place == finding.other))
+        if (finding.IsPair() && !(finding.place == finding.other))
         {
             text << "  and " << NameCheckPlace(finding.other) << "\n" << RenderCheckPlace(finding.other);
         }
@@ -122,7 +122,6 @@ json DescribeCheck(const CCheckReport& report)
                           {"bytes", raw.nBytes},           {"items", json::array()}};
         if (IsRace(finding))
         {
-            described["other"] = DescribePlace(finding.other);
             described["items"] = {raw.nWorkItem, raw.nOtherItem};
             described["equal"] = raw.bUnequal == 0;
             described["groups"] = raw.bGroups != 0;
@@ -130,6 +129,10 @@ json DescribeCheck(const CCheckReport& report)
         else
         {
             described["items"] = std::vector<uint64_t>(raw.items, raw.items + raw.nItems);
+        }
+        if (finding.IsPair())
+        {
+            described["other"] = DescribePlace(finding.other);
         }
         if (IsRead(finding))
         {
@@ -149,7 +152,7 @@ json MakeSarif(const CCheckReport& report)
     json results = json::array();
     for (const SCheckFinding& finding : report.GetFindings())
     {
-        const bool bTwo = IsRace(finding) && !(finding.place == finding.other);
+        const bool bTwo = finding.IsPair() && !(finding.place == finding.other);
         results.push_back({{"ruleId", finding.strCheck},
                            {"level", "error"},
                            {"message", {{"text", finding.strMessage + " (" + finding.strItems + ")"}}},
