@@ -220,6 +220,7 @@ void COptionParser::AddCheck()
             "--checks", check.vChecks,
             "of memory, race, init, nan, barrier and alignment, with commas; memory,race,init,barrier if missing")
         ->delimiter(',')
+        ->allow_extra_args(false) // what stands behind it is a launch file
         ->check(CLI::IsMember({"memory", "race", "init", "nan", "barrier", "alignment"}));
     pCommand->add_option("--suppress", check.strSuppressions, "file with findings that aren't wanted");
     pCommand->add_option("--limit", check.nLimit, "instructions after which a work-group counts as one that hangs");
