@@ -271,6 +271,8 @@ TEST(CExpressions, KnowWhatOnlyKernelsHave)
         {"bytes.hi.odd", "(6, 255)"},
         {"bytes.s7 + bytes.even.y", "258"},
         {"(float4)(1, v.yz, 2)", "(1.0, -2.25, 3.0, 2.0)"},
+        {"(float4)(1, v.yz, 2).zx", "(3.0, 1.0)"},
+        {"-(float4)(1, v.yz, 2).y", "2.25"},
         {"(int4)(three)", "(3, 3, 3, 3)"},
         {"convert_int4(v * 2)", "(3, -4, 6, 2000000000)"},
         {"as_uint(1.0f)", "1065353216"},

@@ -182,12 +182,11 @@ CExpressionParser::Node CExpressionParser::ParseUnary()
     {
         return ParseCast(*pType, nAt);
     }
-    return ParsePostfix();
+    return ParseSuffixes(ParsePrimary());
 }
 
-CExpressionParser::Node CExpressionParser::ParsePostfix()
+CExpressionParser::Node CExpressionParser::ParseSuffixes(Node nNode)
 {
-    Node nNode = ParsePrimary();
     for (;;)
     {
         SkipBlanks();

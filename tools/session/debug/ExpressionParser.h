@@ -75,7 +75,7 @@ private:
     };
 
     Node ParseUnary();
-    Node ParsePostfix();
+    Node ParseSuffixes(Node nNode);
     Node ParsePrimary();
     std::optional<Node> ParseKeyword(const std::string& strWord);
     /// A variable of the source goes before a register and an argument of the same name. A pointer argument that has no

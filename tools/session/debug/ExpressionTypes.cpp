@@ -128,7 +128,7 @@ CExpressionParser::Node CExpressionParser::ParseCast(const SSourceType& type, si
     {
         const std::vector<Node> vParts = ParseArguments();
         m_nBlame = nAt;
-        return MakeVector(type, vParts);
+        return ParseSuffixes(MakeVector(type, vParts)); // unlike a cast, a vector literal takes them itself
     }
     const Node nChild = ParseUnary();
     m_nBlame = nAt;
