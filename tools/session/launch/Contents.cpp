@@ -80,12 +80,6 @@ Pattern ReadPattern(const CJsonField& field, const SElementType& type)
     };
 }
 
-std::vector<unsigned char> FromFile(const CJsonField& field)
-{
-    const std::string strBytes = ReadWholeFile(field);
-    return std::vector<unsigned char>(strBytes.begin(), strBytes.end());
-}
-
 } // namespace
 
 const SElementType& ReadElementType(const CJsonField& field)
@@ -136,7 +130,7 @@ std::vector<unsigned char> ReadContents(const CJsonField& field, const SElementT
     // A count beside values or a file is what they must have.
     const bool bCounted = !nElements && field.Has("count");
     nElements = bCounted ? field.At("count").AsCount() : nElements;
-    vBytes = field.Has("values") ? ReadValues(field.At("values"), type) : FromFile(field.At("file"));
+    vBytes = field.Has("values") ? ReadValues(field.At("values"), type) : ReadWholeFile(field.At("file"));
     if (vBytes.size() % type.nSize != 0)
     {
         field.Fail("describes " + std::to_string(vBytes.size()) + " bytes, which are no whole number of elements");
@@ -162,7 +156,7 @@ std::optional<std::vector<unsigned char>> ReadExpectation(const CJsonField& fiel
     {
         expect.AllowOnly({"file"});
     }
-    std::vector<unsigned char> vBytes = expect.IsObject() ? FromFile(expect.At("file")) : ReadValues(expect, type);
+    std::vector<unsigned char> vBytes = expect.IsObject() ? ReadWholeFile(expect.At("file")) : ReadValues(expect, type);
     if (vBytes.size() != nBytes)
     {
         expect.Fail("describes " + std::to_string(vBytes.size()) + " bytes, but the argument has " +

@@ -63,18 +63,19 @@ const char* NameKind(mode_t nMode)
                                               : "it is no file";
 }
 
-void ReadToEnd(int nFile, const std::string& strPath, size_t nExpected, std::string& strBytes)
+template <typename Bytes>
+void ReadToEnd(int nFile, const std::string& strPath, size_t nExpected, Bytes& bytes)
 {
     // What has no size of its own, as files that the system makes up, is read piece by piece.
     size_t nRead = 0;
-    strBytes.resize(nExpected + 1);
+    bytes.resize(nExpected + 1);
     while (true)
     {
-        if (nRead == strBytes.size())
+        if (nRead == bytes.size())
         {
-            strBytes.resize(nRead + std::max(nRead / 2, s_nPiece));
+            bytes.resize(nRead + std::max(nRead / 2, s_nPiece));
         }
-        const ssize_t nNow = read(nFile, &strBytes[nRead], strBytes.size() - nRead);
+        const ssize_t nNow = read(nFile, &bytes[nRead], bytes.size() - nRead);
         if (nNow < 0 && errno == EINTR)
         {
             continue;
@@ -93,7 +94,7 @@ void ReadToEnd(int nFile, const std::string& strPath, size_t nExpected, std::str
             break;
         }
     }
-    strBytes.resize(nRead);
+    bytes.resize(nRead);
 }
 
 /// Which files have been read, by device and number: one can have several names.
@@ -118,9 +119,8 @@ private:
 
 CFilesRead s_FilesRead;
 
-} // namespace
-
-std::string ReadFileBytes(const std::string& strPath)
+template <typename Bytes>
+Bytes ReadFile(const std::string& strPath)
 {
     // A pipe without a writer must not be waited for.
     const CDescriptor file(strPath, O_RDONLY | O_NONBLOCK | O_NOCTTY);
@@ -142,16 +142,28 @@ std::string ReadFileBytes(const std::string& strPath)
         Fail(strPath, "can't be read", "it is larger than 4 GiB");
     }
     s_FilesRead.Add(status);
-    std::string strBytes;
+    Bytes bytes;
     try
     {
-        ReadToEnd(file.Get(), strPath, static_cast<size_t>(status.st_size), strBytes);
+        ReadToEnd(file.Get(), strPath, static_cast<size_t>(status.st_size), bytes);
     }
     catch (const std::bad_alloc&)
     {
         Fail(strPath, "can't be read", "there isn't enough memory for it");
     }
-    return strBytes;
+    return bytes;
+}
+
+} // namespace
+
+std::string ReadFileBytes(const std::string& strPath)
+{
+    return ReadFile<std::string>(strPath);
+}
+
+std::vector<unsigned char> ReadFileContents(const std::string& strPath)
+{
+    return ReadFile<std::vector<unsigned char>>(strPath);
 }
 
 std::string ReadProgramText(const std::string& strPath)
@@ -164,16 +176,16 @@ std::string ReadProgramText(const std::string& strPath)
     return (bOpenCL && bNameFits ? "#line 1 \"" + strPath + "\"\n" : "") + strText;
 }
 
-void WriteFileBytes(const std::string& strPath, const std::string& strBytes)
+void WriteFileBytes(const std::string& strPath, std::string_view bytes)
 {
     CDescriptor file(strPath, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY);
     if (file.Get() < 0)
     {
         Fail(strPath, "can't be written", std::strerror(errno));
     }
-    for (size_t nWritten = 0; nWritten < strBytes.size();)
+    for (size_t nWritten = 0; nWritten < bytes.size();)
     {
-        const ssize_t nNow = write(file.Get(), &strBytes[nWritten], strBytes.size() - nWritten);
+        const ssize_t nNow = write(file.Get(), bytes.data() + nWritten, bytes.size() - nWritten);
         if (nNow < 0 && errno != EINTR)
         {
             Fail(strPath, "can't be written", std::strerror(errno));
@@ -186,14 +198,14 @@ void WriteFileBytes(const std::string& strPath, const std::string& strBytes)
     }
 }
 
-void WriteReport(const std::string& strPath, const std::string& strBytes)
+void WriteReport(const std::string& strPath, std::string_view bytes)
 {
     struct stat status = {};
     if (stat(strPath.c_str(), &status) == 0 && s_FilesRead.Has(status))
     {
         Fail(strPath, "isn't written", "it is what is read, and would be overwritten");
     }
-    WriteFileBytes(strPath, strBytes);
+    WriteFileBytes(strPath, bytes);
 }
 
 bool IsSameFile(const std::string& strOne, const std::string& strOther)

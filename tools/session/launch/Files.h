@@ -4,6 +4,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace KestrelTool
 {
@@ -19,17 +21,19 @@ public:
 /// is what is larger than 4 GiB.
 /// \throws CFileError
 std::string ReadFileBytes(const std::string& strPath);
+/// The same for what isn't text.
+std::vector<unsigned char> ReadFileContents(const std::string& strPath);
 
 /// The text of a program's file for a build: OpenCL C gets the name of the file, which the compiler then tells.
 std::string ReadProgramText(const std::string& strPath);
 
 /// Makes a file of bytes.
 /// \throws CFileError if any of them can't be written
-void WriteFileBytes(const std::string& strPath, const std::string& strBytes);
+void WriteFileBytes(const std::string& strPath, std::string_view bytes);
 
 /// The same for what a user wants of a result, who may have named by mistake what it is made of.
-/// \throws CFileError, also if ReadFileBytes has read that file
-void WriteReport(const std::string& strPath, const std::string& strBytes);
+/// \throws CFileError, also if that file has been read
+void WriteReport(const std::string& strPath, std::string_view bytes);
 
 /// Whether two paths lead to the same file, which is there.
 bool IsSameFile(const std::string& strOne, const std::string& strOther);

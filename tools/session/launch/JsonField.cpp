@@ -170,11 +170,11 @@ std::string ResolvePath(const CJsonField& field)
     return (std::filesystem::path(field.GetFile()).parent_path() / std::filesystem::path(field.AsString())).string();
 }
 
-std::string ReadWholeFile(const CJsonField& field)
+std::vector<unsigned char> ReadWholeFile(const CJsonField& field)
 {
     try
     {
-        return ReadFileBytes(ResolvePath(field));
+        return ReadFileContents(ResolvePath(field));
     }
     catch (const CFileError& error)
     {

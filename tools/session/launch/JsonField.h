@@ -67,7 +67,7 @@ std::string ReadLaunchText(const std::string& strPath);
 /// The path that the field names, relative to the launch file.
 std::string ResolvePath(const CJsonField& field);
 /// The bytes of the file that the field names, relative to the launch file.
-std::string ReadWholeFile(const CJsonField& field);
+std::vector<unsigned char> ReadWholeFile(const CJsonField& field);
 /// The text of the program that a path names.
 std::string ReadProgram(const CJsonField& field);
 

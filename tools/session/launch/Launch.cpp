@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace KestrelTool
 {
@@ -33,7 +34,7 @@ struct SImageRegion
 
 } // namespace
 
-CLaunch::CLaunch(const CLibraries& libraries, const SLaunchFile& file) : m_Lib(libraries), m_File(file)
+CLaunch::CLaunch(const CLibraries& libraries, SLaunchFile file) : m_Lib(libraries), m_File(std::move(file))
 {
     try
     {
@@ -454,7 +455,7 @@ void CLaunch::SaveOutputs() const
         const std::vector<unsigned char> vBytes = ReadContents(i);
         try
         {
-            WriteFileBytes(strPath, std::string(vBytes.begin(), vBytes.end()));
+            WriteFileBytes(strPath, {reinterpret_cast<const char*>(vBytes.data()), vBytes.size()});
         }
         catch (const CFileError& error)
         {

@@ -25,7 +25,7 @@ class CLaunch
 {
 public:
     /// \throws CPlatformError, with the build log where the program doesn't build
-    CLaunch(const CLibraries& libraries, const SLaunchFile& file);
+    CLaunch(const CLibraries& libraries, SLaunchFile file);
     ~CLaunch();
     CLaunch(const CLaunch&) = delete;
     CLaunch& operator=(const CLaunch&) = delete;

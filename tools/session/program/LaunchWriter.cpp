@@ -102,7 +102,8 @@ private:
             return;
         }
         const std::string strFile = NameContentsFile(m_Path.stem().string(), strName);
-        WriteFileBytes((m_Path.parent_path() / strFile).string(), std::string(vBytes.begin(), vBytes.end()));
+        WriteFileBytes((m_Path.parent_path() / strFile).string(),
+                       {reinterpret_cast<const char*>(vBytes.data()), vBytes.size()});
         description["file"] = strFile;
     }
 

@@ -4,6 +4,7 @@
 #include "tools/session/program/Capture.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace KestrelTool
 {
@@ -223,7 +224,7 @@ bool CProgramSession::DebugLaunch(const CProgramProcess::SEvent& event)
     SLaunchFile file = m_Record.MakeLaunch(event.nProcess, event.message);
     const SKnownProgram& program = m_Record.GetPrograms()[m_Launch.nProgram - 1];
     file.strSource = program.strSource.empty() ? file.strSource : NameSource(program);
-    m_pDebugger = std::make_unique<CDebugger>(m_Lib, file, *this);
+    m_pDebugger = std::make_unique<CDebugger>(m_Lib, std::move(file), *this);
     m_pDebugger->Share(m_Settings, m_Breakpoints);
     for (SBreakpoint& breakpoint : m_Breakpoints.GetAll())
     {
