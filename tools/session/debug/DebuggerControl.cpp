@@ -1,5 +1,6 @@
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Debugger.h"
+#include "tools/session/debug/RuntimeFailures.h"
 #include "tools/session/launch/Codes.h"
 
 #include <algorithm>
@@ -27,6 +28,7 @@ bool CDebugger::Launch()
     m_Progress = SProgress();
     m_Progress.nRunsBefore = GetRuns();
     m_Runs.WatchFirstRuns();
+    ForgetFailures();
     const CTarget::EState eState = m_Target.Launch();
     EndIfGivenUp(CTarget::Idle, true);
     if (eState != CTarget::AtStart)
@@ -35,6 +37,12 @@ bool CDebugger::Launch()
         if (IsPlatformFailure(m_Target.GetCode()))
         {
             throw CPlatformError("the launch failed: " + m_Target.GetReason());
+        }
+        const SRuntimeFailure failure = GetLastFailure();
+        if (IsPlatformFailure(failure.nCode))
+        {
+            throw CPlatformError("the launch can't be debugged: " + m_Target.GetReason() + " " + failure.pszCall +
+                                 ": " + NameCode(failure.nCode));
         }
         throw CCommandError("the launch can't be debugged: " + m_Target.GetReason() + ExplainRefusal());
     }

@@ -1,5 +1,7 @@
 #include "tools/session/debug/KernelRuns.h"
 
+#include "tools/session/debug/RuntimeFailures.h"
+
 #include "KestrelPlatform.h"
 
 #include <chrono>
@@ -143,9 +145,9 @@ void Replace(Function& entry, Function replacement)
 
 } // namespace
 
-CKernelRuns::CKernelRuns(const CLibraries& libraries) : m_Lib(libraries)
+CKernelRuns::CKernelRuns(const CLibraries& libraries) : m_Lib(libraries), m_Noting(NoteFailures(libraries.cl))
 {
-    Shared().pTable = &libraries.cl;
+    Shared().pTable = &m_Noting;
     Shared().nRuns = 0;
     Shared().fSeconds = 0;
     Shared().vImage.clear();
@@ -153,7 +155,7 @@ CKernelRuns::CKernelRuns(const CLibraries& libraries) : m_Lib(libraries)
     Shared().bRefusing = false;
     Shared().nWatched = 0;
     Shared().pControl = nullptr;
-    cl_icd_dispatch_table table = libraries.cl;
+    cl_icd_dispatch_table table = m_Noting;
     Replace(table.clEnqueueNDRangeKernel, &EnqueueKernel);
     Replace(table.clWaitForEvents, &WaitForEvents);
     Replace(table.clFinish, &Finish);

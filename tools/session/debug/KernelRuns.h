@@ -47,6 +47,7 @@ private:
     const CLibraries& m_Lib;
 };
 
+    const cl_icd_dispatch_table m_Noting; ///< what the counting calls go on to
 } // namespace KestrelTool
 
 #endif
