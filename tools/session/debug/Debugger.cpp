@@ -5,6 +5,7 @@
 #include "tools/session/launch/PlatformDoor.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace KestrelTool
 {
@@ -33,9 +34,9 @@ bool IsBinary(const SLaunchFile& file)
 
 } // namespace
 
-CDebugger::CDebugger(const CLibraries& libraries, const SLaunchFile& file, IEventSink& sink)
-    : m_Lib(libraries), m_pControl(FindPlatformControl(libraries)), m_Sink(sink), m_Launch(libraries, file),
-      m_Runs(libraries), m_Faults(m_pControl), m_Target(libraries, m_Launch), m_Extent(MakeExtent(file))
+CDebugger::CDebugger(const CLibraries& libraries, SLaunchFile file, IEventSink& sink)
+    : m_Lib(libraries), m_pControl(FindPlatformControl(libraries)), m_Sink(sink), m_Launch(libraries, std::move(file)),
+      m_Runs(libraries), m_Faults(m_pControl), m_Target(libraries, m_Launch), m_Extent(MakeExtent(m_Launch.GetFile()))
 {
     m_Target.SetWaiter([this] { ShowProgress(); });
     m_Target.SetBreaker(
