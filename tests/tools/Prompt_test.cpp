@@ -276,7 +276,21 @@ protected:
     ThreadsEndless() : m_strFolder(testing::TempDir() + "kestrel_endless_" + std::to_string(getpid()))
     {
         std::filesystem::create_directories(m_strFolder);
-        std::ofstream(m_strFolder + "/spin.il") << R"(;ARGSTART:__OpenCL_spin_kernel
+        WriteKernel("spin", "0", "");
+        // Long enough to be interrupted.
+        WriteKernel("long", "50000000", "ige r4.z, r1.x, l0.w\nbreak_logicalnz r4.z\n");
+        setenv("KESTREL_PLATFORM", "limit=0", 1);
+    }
+    ~ThreadsEndless() override
+    {
+        unsetenv("KESTREL_PLATFORM");
+        std::filesystem::remove_all(m_strFolder);
+    }
+
+    /// \param strInLoop  instructions
+    void WriteKernel(const std::string& strName, const std::string& strLiteral, const std::string& strInLoop)
+    {
+        std::ofstream(m_strFolder + "/" + strName + ".il") << R"(;ARGSTART:__OpenCL_spin_kernel
 ;version:3:1:104
 ;device:quench
 ;uniqueid:1024
@@ -287,7 +301,7 @@ protected:
 il_cs_2_0
 dcl_cb cb0[10]
 dcl_cb cb1[1]
-dcl_literal l0, 2, 1, 0, 0
+dcl_literal l0, 2, 1, 0, )" << strLiteral << R"(
 ;$$$$$$$$$$
 endmain
 func 1024
@@ -298,7 +312,7 @@ mov r1.x, l0.z
 mov r4.x, l0.z
 mov r4.y, l0.y
 whileloop
-iadd r1.x, r1.x, l0.y
+)" << strInLoop << R"(iadd r1.x, r1.x, l0.y
 endloop
 iadd r3.x, r1.x, l0.y
 uav_raw_store_id(10)_addr64 mem0.x, cb1[0].xy, r3.x
@@ -306,15 +320,9 @@ ret
 endfunc
 end
 )";
-        std::ofstream(m_strFolder + "/spin.json")
-            << R"({"program": "spin.il", "kernel": "spin", "global": [1], "local": [1],
+        std::ofstream(m_strFolder + "/" + strName + ".json")
+            << R"({"program": ")" << strName << R"(.il", "kernel": "spin", "global": [1], "local": [1],
                    "args": [{"buffer": {"type": "int", "count": 1, "fill": "zero"}}]})";
-        setenv("KESTREL_PLATFORM", "limit=0", 1);
-    }
-    ~ThreadsEndless() override
-    {
-        unsetenv("KESTREL_PLATFORM");
-        std::filesystem::remove_all(m_strFolder);
     }
 
     const std::string m_strFolder;
@@ -357,6 +365,23 @@ TEST_F(ThreadsEndless, RunsAreBrokenOffAndTheSessionIsBackWhereItWas)
     EXPECT_TRUE(Holds(terminal.Do("step"), "=>")) << "and the session goes on";
     terminal.Type("quit\n");
     EXPECT_EQ(terminal.WaitForEnd(), 0) << "at a stop of a kernel that doesn't end";
+}
+
+TEST_F(ThreadsEndless, WhatIsAskedAtAStopIsBrokenOffToo)
+{
+    CTerminal terminal(m_strFolder + "/long.json", "");
+    terminal.ReadTo(s_strPrompt);
+    terminal.Do("break 19");
+    EXPECT_TRUE(Holds(terminal.Do("run"), "breakpoint 1, 1 of 1 active"));
+    terminal.Type("print r1.x\n");
+    terminal.ReadTo("kernel run ");
+    terminal.Interrupt();
+    const std::string strBroken = terminal.ReadTo(s_strPrompt);
+    EXPECT_TRUE(Holds(strBroken, "1 work-item at line ")) << strBroken;
+    EXPECT_TRUE(Holds(strBroken, "a kernel run was broken off, and the session is back where it was")) << strBroken;
+    EXPECT_TRUE(Holds(terminal.Do("print r1.x"), "r1.x = 50000000")) << "it can be asked for again";
+    terminal.Type("quit\n");
+    EXPECT_EQ(terminal.WaitForEnd(), 0);
 }
 
 TEST_F(ThreadsEndless, AnInterruptEndsCommandListsAndCounts)

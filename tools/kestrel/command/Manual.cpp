@@ -95,13 +95,13 @@ const char* const s_pszIntroduction =
     "`line`, `count` of active "
     "work-items, `breakpoints`, `faults`), `finished` (with `outputs` and `differences`), `display`, `error`.\n\n"
     "History is kept in `~/.kestrel_history`, or in the file that `KESTREL_HISTORY` names; the library's logs in "
-    "`~/.local/state/kestrel`, or in the folder that `OVK_CL_DEBUG_LOG_FOLDER` names. An interrupt (Ctrl-C) stops "
-    "what runs at the next "
-    "place where it can: between the steps of a command that makes many, at the head of a loop's pass; the progress "
-    "line "
-    "says which kernel run it waits for. A second one asks whether to give the session up; a third leaves `kestrel` if "
-    "a "
-    "single kernel run doesn't end.\n";
+    "`~/.local/state/kestrel`, or in the folder that `OVK_CL_DEBUG_LOG_FOLDER` names. An interrupt (Ctrl-C) ends "
+    "the command, its count and the commands of a breakpoint. On the software platform it breaks a kernel run off, "
+    "also one that reads a value which was asked for, and says where the work-items were; the session is then where "
+    "the command began. On another platform it takes effect at the next place where it can, between the steps of a "
+    "command that makes many or at the head of a loop's pass; the progress line says which kernel run it waits for. A "
+    "second one asks there whether to give the session up; a third leaves `kestrel` if a single kernel run doesn't "
+    "end.\n";
 
 const char* const s_pszProgramMark = "$ "; ///< in front of the name of a session of a program
 

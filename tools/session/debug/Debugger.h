@@ -65,7 +65,7 @@ struct SSettings
 class CDebugger : public IValueSource
 {
 public:
-    CDebugger(const CLibraries& libraries, const SLaunchFile& file, IEventSink& sink);
+    CDebugger(const CLibraries& libraries, SLaunchFile file, IEventSink& sink);
     ~CDebugger() override;
 
     // ---- what is debugged
@@ -258,6 +258,8 @@ private:
     void MindInterrupts();
     void EndIfGivenUp(CTarget::EState eFrom, bool bPatched);
     std::string ExplainBreak(bool bStays) const;
+    void Ask(const std::function<void()>& query);
+    void TellBreak(bool bPatched);
     SRunEstimate EstimateRun(const std::set<unsigned int>& stops);
     uint64_t FindWatchedAddress(const SWatch& watch);
     std::optional<uint64_t> FindFirstRead(size_t nArgument);

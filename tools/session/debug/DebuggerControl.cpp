@@ -46,6 +46,7 @@ bool CDebugger::Launch()
         }
         throw CCommandError("the launch can't be debugged: " + m_Target.GetReason() + ExplainRefusal());
     }
+    GetSession().SetAsker([this](const std::function<void()>& query) { Ask(query); });
     TakeLocalSize();
     const CListing& listing = GetSession().GetListing();
     if (listing.GetLineCount() != m_pListing->GetLineCount())

@@ -16,6 +16,10 @@ namespace
 {
 
 const size_t s_nShownFaults = 8;
+/// How long an interrupt waits for a kernel run to end by itself.
+const std::chrono::milliseconds s_Patience(30);
+/// What takes less, in seconds, is over before anybody interrupts it.
+const double s_fShortRun = 0.02;
 
 } // namespace
 
@@ -91,7 +95,7 @@ void CDebugger::BreakRun()
     {
         m_SeenInterrupt = m_SeenInterrupt ? m_SeenInterrupt : now;
     }
-    const bool bInterrupt = m_SeenInterrupt && now - *m_SeenInterrupt >= std::chrono::milliseconds(50);
+    const bool bInterrupt = m_SeenInterrupt && now - *m_SeenInterrupt >= s_Patience;
     const size_t nMax = m_pSettings->nMaxSeconds;
     const bool bTooLong = nMax != 0 && m_Runs.GetRunningSeconds() >= static_cast<double>(nMax);
     if (!m_bGivenUp && (bInterrupt || bTooLong))
@@ -132,6 +136,39 @@ void CDebugger::MindInterrupts()
     }
 }
 
+/// Makes a query that may take kernel runs. Where these are long it is left to the session's thread, so that this one
+/// can mind interrupts.
+void CDebugger::Ask(const std::function<void()>& query)
+{
+    if (m_Runs.GetLongestSeconds() < s_fShortRun)
+    {
+        query();
+        return;
+    }
+    m_SeenInterrupt.reset();
+    m_Target.Do(query);
+    m_nAnswered = 0;
+    if (m_bGivenUp)
+    {
+        m_Sink.OnProgress(std::string());
+        TellBreak(true);
+        throw CCommandError(ExplainBreak(true));
+    }
+}
+
+/// Tells where everybody was, and lets kernels run again.
+void CDebugger::TellBreak(bool bPatched)
+{
+    const json places = m_Faults.DescribePlaces(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
+    m_Runs.Refuse(false);
+    m_bGivenUp = false;
+    if (m_pControl != nullptr)
+    {
+        m_pControl->BreakRuns(0);
+    }
+    m_Sink.OnEvent({{"event", "broken off"}, {"places", places}});
+}
+
 /// The debugger has gone back to where the movement began. Where there was no session yet it ends.
 /// \param eFrom  where the movement began; Idle for a launch
 /// \param bPatched  whether the run that was broken off was one of a patched copy
@@ -148,14 +185,7 @@ void CDebugger::EndIfGivenUp(CTarget::EState eFrom, bool bPatched)
     {
         m_Target.Drop();
     }
-    const json places = m_Faults.DescribePlaces(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
-    m_Runs.Refuse(false);
-    m_bGivenUp = false;
-    if (m_pControl != nullptr)
-    {
-        m_pControl->BreakRuns(0);
-    }
-    m_Sink.OnEvent({{"event", "broken off"}, {"places", places}});
+    TellBreak(bPatched);
     const std::string strError = ExplainBreak(bStays);
     if (bStays)
     {

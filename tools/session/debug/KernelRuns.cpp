@@ -4,6 +4,7 @@
 
 #include "KestrelPlatform.h"
 
+#include <algorithm>
 #include <chrono>
 #include <mutex>
 
@@ -22,6 +23,7 @@ struct SShared
     const cl_icd_dispatch_table* pTable = nullptr;
     uint64_t nRuns = 0;
     double fSeconds = 0;
+    double fLongest = 0;
     bool bRunning = false;
     Clock::time_point start;
     std::vector<char> vImage;
@@ -60,7 +62,9 @@ void NoteEnd()
     const std::lock_guard<std::mutex> lock(Shared().mutex);
     if (Shared().bRunning)
     {
-        Shared().fSeconds += std::chrono::duration<double>(Clock::now() - Shared().start).count();
+        const double fSeconds = std::chrono::duration<double>(Clock::now() - Shared().start).count();
+        Shared().fSeconds += fSeconds;
+        Shared().fLongest = std::max(Shared().fLongest, fSeconds);
         Shared().bRunning = false;
     }
 }
@@ -150,6 +154,7 @@ CKernelRuns::CKernelRuns(const CLibraries& libraries) : m_Lib(libraries), m_Noti
     Shared().pTable = &m_Noting;
     Shared().nRuns = 0;
     Shared().fSeconds = 0;
+    Shared().fLongest = 0;
     Shared().vImage.clear();
     Shared().vReads.clear();
     Shared().bRefusing = false;
@@ -180,6 +185,12 @@ double CKernelRuns::GetSeconds() const
 {
     const std::lock_guard<std::mutex> lock(Shared().mutex);
     return Shared().fSeconds;
+}
+
+double CKernelRuns::GetLongestSeconds() const
+{
+    const std::lock_guard<std::mutex> lock(Shared().mutex);
+    return Shared().fLongest;
 }
 
 double CKernelRuns::GetRunningSeconds() const

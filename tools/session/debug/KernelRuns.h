@@ -27,6 +27,8 @@ public:
     uint64_t GetCount() const;
     /// Seconds from enqueue to end that the runs have taken, as the runtime's waits show them.
     double GetSeconds() const;
+    /// Seconds of the longest one.
+    double GetLongestSeconds() const;
     /// How long the present run has been under way; 0 without one.
     double GetRunningSeconds() const;
     /// The image of the last program made from a binary.
@@ -45,9 +47,9 @@ public:
 
 private:
     const CLibraries& m_Lib;
+    const cl_icd_dispatch_table m_Noting; ///< what the counting calls go on to
 };
 
-    const cl_icd_dispatch_table m_Noting; ///< what the counting calls go on to
 } // namespace KestrelTool
 
 #endif

@@ -82,7 +82,18 @@ ovkclDebugCommand CTarget::Halt(CSession& session, EState eState)
     m_ePosted = eState;
     m_bAnswered = false;
     m_Changed.notify_all();
-    m_Changed.wait(lock, [this] { return m_bAnswered; });
+    while (!m_bAnswered)
+    {
+        m_Changed.wait(lock, [this] { return m_bAnswered || m_pQuery != nullptr; });
+        if (m_pQuery != nullptr)
+        {
+            lock.unlock();
+            (*m_pQuery)();
+            lock.lock();
+            m_pQuery = nullptr;
+            m_Changed.notify_all();
+        }
+    }
     return m_Answer;
 }
 
@@ -110,10 +121,17 @@ void CTarget::RunLaunch()
     m_Changed.notify_all();
 }
 
-CTarget::EState CTarget::Wait()
+void CTarget::Do(const std::function<void()>& query)
 {
     std::unique_lock<std::mutex> lock(m_Mutex);
-    while (!m_Changed.wait_for(lock, std::chrono::milliseconds(20), [this] { return m_ePosted != Idle; }))
+    m_pQuery = &query;
+    m_Changed.notify_all();
+    WaitUntil(lock, [this] { return m_pQuery == nullptr; });
+}
+
+void CTarget::WaitUntil(std::unique_lock<std::mutex>& lock, const std::function<bool()>& isDone)
+{
+    while (!m_Changed.wait_for(lock, std::chrono::milliseconds(10), isDone))
     {
         if (m_Waiter)
         {
@@ -122,6 +140,12 @@ CTarget::EState CTarget::Wait()
             lock.lock();
         }
     }
+}
+
+CTarget::EState CTarget::Wait()
+{
+    std::unique_lock<std::mutex> lock(m_Mutex);
+    WaitUntil(lock, [this] { return m_ePosted != Idle; });
     if (m_ePosted != Finished)
     {
         m_eState = m_ePosted;

@@ -38,6 +38,8 @@ public:
     /// Answers the stop, and waits for the next event.
     /// \throws what the session's thread has thrown
     EState Resume(ovkclDebugCommand command);
+    /// At a stop and at the start: the session's thread does it, and the waiter is called meanwhile. It mustn't throw.
+    void Do(const std::function<void()>& query);
     /// Drops the session. Where kernel runs can be broken off they are, else the kernel runs out undebugged. Does
     /// nothing when idle.
     void Drop();
@@ -47,11 +49,11 @@ public:
 
     bool IsLive() const { return m_eState != Idle; }
     EState GetState() const { return m_eState; }
-    /// While an event is waited for: whether it has come.
+    /// While an event or a query's end is waited for: whether it has come.
     bool HasPosted()
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        return m_ePosted != Idle;
+        return m_ePosted != Idle && m_pQuery == nullptr;
     }
     /// At a stop and at the start.
     CSession& GetSession() { return *m_pSession; }
@@ -74,6 +76,7 @@ private:
     ovkclDebugCommand Halt(CSession& session, EState eState);
     void RunLaunch();
     EState Wait();
+    void WaitUntil(std::unique_lock<std::mutex>& lock, const std::function<bool()>& isDone);
     EState CollectEnd();
 
     const CLibraries& m_Lib;
@@ -94,6 +97,7 @@ private:
     EState m_ePosted = Idle;
     bool m_bAnswered = false;
     ovkclDebugCommand m_Answer = OVKCLDEBUG_COMMAND_CONTINUE;
+    const std::function<void()>* m_pQuery = nullptr; ///< what the session's thread has to do before it goes on to wait
 };
 
 } // namespace KestrelTool

@@ -43,6 +43,17 @@ const CListing& CSession::GetListing()
     return *m_pListing;
 }
 
+ovkclDebugError CSession::Ask(const std::function<ovkclDebugError()>& query) const
+{
+    if (!m_Asker)
+    {
+        return query();
+    }
+    ovkclDebugError nCode = OVKCLDEBUG_SUCCESS;
+    m_Asker([&] { nCode = query(); });
+    return nCode;
+}
+
 unsigned int CSession::GetNextLine() const
 {
     ovkclDebugPC nLine = 0;
@@ -86,7 +97,7 @@ SRegisterView CSession::GetRegister(const std::string& strName) const
     const void* pValues = nullptr;
     size_t nStride = 0;
     const ovkclDebugError nCode =
-        m_Lib.ovkclDebugGetRegisterValues(m_Context, locator, &pValues, &nStride, &view.nItems);
+        Ask([&] { return m_Lib.ovkclDebugGetRegisterValues(m_Context, locator, &pValues, &nStride, &view.nItems); });
     if (nCode == OVKCLDEBUG_ERROR_INVALID_LOCATION)
     {
         return SRegisterView();
@@ -131,8 +142,10 @@ std::vector<unsigned char> CSession::GetPrivateMemory(size_t nItems, uint64_t nA
 {
     std::vector<unsigned char> vBytes(nItems * nBytes);
     size_t nWritten = 0;
-    Check(m_Lib.ovkclDebugGetPrivateMemoryValues(m_Context, nAddress, nBytes, vBytes.data(), &nWritten),
-          "ovkclDebugGetPrivateMemoryValues");
+    Check(
+        Ask([&]
+            { return m_Lib.ovkclDebugGetPrivateMemoryValues(m_Context, nAddress, nBytes, vBytes.data(), &nWritten); }),
+        "ovkclDebugGetPrivateMemoryValues");
     return vBytes;
 }
 
@@ -140,8 +153,11 @@ std::vector<unsigned char> CSession::GetGlobalMemory(unsigned int nResource, uin
 {
     std::vector<unsigned char> vBytes(nBytes);
     size_t nWritten = 0;
-    const ovkclDebugError nCode =
-        m_Lib.ovkclDebugGetGlobalMemoryValues(m_Context, nResource, nAddress, nBytes, vBytes.data(), &nWritten);
+    const ovkclDebugError nCode = Ask(
+        [&] {
+            return m_Lib.ovkclDebugGetGlobalMemoryValues(m_Context, nResource, nAddress, nBytes, vBytes.data(),
+                                                         &nWritten);
+        });
     if (nCode == OVKCLDEBUG_ERROR_INVALID_LOCATION)
     {
         return {};
@@ -155,7 +171,7 @@ size_t CSession::GetBufferSize(unsigned int nResource, uint64_t nAddress) const
 {
     size_t nSize = 0;
     const ovkclDebugError nCode =
-        m_Lib.ovkclDebugGetGlobalMemoryValues(m_Context, nResource, nAddress, 0, nullptr, &nSize);
+        Ask([&] { return m_Lib.ovkclDebugGetGlobalMemoryValues(m_Context, nResource, nAddress, 0, nullptr, &nSize); });
     return nCode == OVKCLDEBUG_SUCCESS ? nSize : 0;
 }
 

@@ -4,6 +4,7 @@
 #include "tools/session/launch/Launch.h"
 #include "tools/session/launch/Listing.h"
 
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -76,15 +77,22 @@ public:
     /// At the start: reads registers when they are looked at, and none before.
     void ReadValuesOnDemand();
 
+    /// What makes the calls that may take kernel runs, for a client that wants to do something meanwhile; it may throw
+    /// instead of coming back. Without one they are made by whoever asks.
+    void SetAsker(std::function<void(const std::function<void()>&)> asker) { m_Asker = std::move(asker); }
+
     ovkclDebugContext GetContext() const { return m_Context; }
 
 private:
     friend class CSessionDriver;
 
+    ovkclDebugError Ask(const std::function<ovkclDebugError()>& query) const;
+
     void NoteStop();
 
     const CLibraries& m_Lib;
     ovkclDebugContext m_Context;
+    std::function<void(const std::function<void()>&)> m_Asker;
     std::unique_ptr<CListing> m_pListing;
     unsigned int m_nExecutedLine = CListing::NoLine;
     unsigned int m_nUpcomingLine = CListing::NoLine;
