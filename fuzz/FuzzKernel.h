@@ -38,7 +38,6 @@ public:
     using CAnalyzedShaderIL::m_UAVNums;
     using CAnalyzedShaderIL::m_vTokens;
     using CAnalyzedShaderIL::StartOfBody;
-    using CInstrumentedShaderIL::m_nPatchedShaderSize;
 };
 
 /// The bytes of an input as a kernel. The whole words are the token stream. How many bytes are left over says what the

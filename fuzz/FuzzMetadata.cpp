@@ -93,7 +93,7 @@ void Patch(const std::string& strMetadata)
         return;
     }
     std::string strPatched;
-    const std::vector<char> vImage(pImage, pImage + kernel.Shader().m_nPatchedShaderSize);
+    const std::vector<char> vImage(pImage, pImage + kernel.Shader().GetPatchedShaderSize());
     Require(OVK_ElfUtils::ExtractMetadataFromElf(vImage, "k", &strPatched), "a patched image has its metadata");
 
     KestrelPlatform::SKernelMetadata before;

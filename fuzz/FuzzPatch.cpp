@@ -214,7 +214,7 @@ private:
     {
         const auto* pImage = reinterpret_cast<const char*>(m_Shader.CreatePatchedShader(target, vRegs));
         Require(pImage != nullptr, "tokens that were patched go into the kernel binary", strPlace);
-        const std::vector<char> vImage(pImage, pImage + m_Shader.m_nPatchedShaderSize);
+        const std::vector<char> vImage(pImage, pImage + m_Shader.GetPatchedShaderSize());
         std::vector<char> vText;
         Require(OVK_ElfUtils::GetDataFromSection(".debugil", vImage, &vText), "a patched image has its text", strPlace);
         std::vector<unsigned int> vTokens;

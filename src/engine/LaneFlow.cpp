@@ -1,17 +1,21 @@
+#include "engine/LaneFlow.h"
+
 #include "engine/BufferWords.h"
 #include "engine/OpCodeRoles.h"
-#include "engine/ShaderDebuggerIL.h"
-#include "engine/ShaderDebuggerShaderIL.h"
+#include "instrument/AnalyzedShaderIL.h"
+
+#include <algorithm>
+#include <optional>
+#include <vector>
 
 namespace OVK_ShaderDebugger
 {
 
-/// Keeps the ledger's books of the current instruction, behind which nActive are active.
-void CShaderDebuggerShaderIL::TakeEffect(uint64_t nActive)
+bool CLaneFlow::TakeEffect(const SPosition& at, uint64_t nActive)
 {
-    const InstructionNumber nPos = m_nCurrentInstruction.m_nPos;
-    const ILOpCode op = OpCodeAt(nPos);
-    const CIL_FCConstruct* pConstruct = ConstructOf(nPos);
+    const InstructionNumber nPos = at.pc.m_nPos;
+    const ILOpCode op = m_Course.GetKernel().OpCodeAt(nPos);
+    const CIL_FCConstruct* pConstruct = m_Course.GetKernel().ConstructOf(nPos);
     const CIL_IfElseEndif* pIf = CIL_FCConstruct::AsIfElseEndif(pConstruct);
     const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(pConstruct);
     const CIL_Switch* pSwitch = CIL_FCConstruct::AsSwitch(pConstruct);
@@ -20,9 +24,9 @@ void CShaderDebuggerShaderIL::TakeEffect(uint64_t nActive)
     if (!bFlow && nActive == 0 && before.IsSomebody())
     {
         // Nobody leaves at such an instruction: the mask wasn't read.
-        return;
+        return true;
     }
-    m_bRunsDiffer = m_bRunsDiffer || (!bFlow && !before.bMore && nActive != before.nSure);
+    const bool bAsExpected = bFlow || before.bMore || nActive == before.nSure;
     // Who isn't active behind the end of a block has left it; behind others somebody may have gone where they lead.
     const bool bAllWhoStay = !bFlow || op == IL_OP_ENDIF || op == IL_OP_ENDLOOP || op == IL_OP_ENDSWITCH;
     bAllWhoStay ? m_Ledger.SetActive(nActive) : m_Ledger.Replace({nActive, false});
@@ -43,7 +47,7 @@ void CShaderDebuggerShaderIL::TakeEffect(uint64_t nActive)
     }
     else if (op == IL_OP_SWITCH && pSwitch != nullptr)
     {
-        EnterSwitch(*pSwitch, nActive);
+        EnterSwitch(*pSwitch, at, nActive);
     }
     else if (IsCase(op) && pSwitch != nullptr)
     {
@@ -63,7 +67,7 @@ void CShaderDebuggerShaderIL::TakeEffect(uint64_t nActive)
     }
     else if (IsBreak(op) || IsContinue(op))
     {
-        const std::optional<CLaneLedger::SPlace> target = FindTarget(nPos);
+        const std::optional<CKernelCourse::STarget> target = m_Course.FindTarget(nPos);
         if (target.has_value())
         {
             m_Ledger.Wait(target->nBlock, target->nInst, before - nActive);
@@ -73,14 +77,15 @@ void CShaderDebuggerShaderIL::TakeEffect(uint64_t nActive)
     {
         m_Ledger.Replace({});
     }
+    return bAsExpected;
 }
 
 /// Everybody who came to a switch waits at one of its labels, or at its end if no label is meant.
-void CShaderDebuggerShaderIL::EnterSwitch(const CIL_Switch& block, uint64_t nActive)
+void CLaneFlow::EnterSwitch(const CIL_Switch& block, const SPosition& at, uint64_t nActive)
 {
     m_Ledger.Open(block.GetStart(), false);
     m_Ledger.Replace({});
-    if (m_SwitchEntries.pc == m_nCurrentInstruction && m_SwitchEntries.callStack == m_CurrentCallStack)
+    if (m_SwitchEntries.at == at)
     {
         for (const auto& entry : m_SwitchEntries.mapEntries)
         {
@@ -99,63 +104,104 @@ void CShaderDebuggerShaderIL::EnterSwitch(const CIL_Switch& block, uint64_t nAct
     }
 }
 
-/// Where a break or continue leads: an instruction of the loop or switch that it leaves. A return leads to no such
-/// place.
-std::optional<CLaneLedger::SPlace> CShaderDebuggerShaderIL::FindTarget(InstructionNumber nJump) const
+std::set<InstructionNumber> CLaneFlow::PassOver(InstructionNumber nFirst, InstructionNumber nLast)
 {
-    const ILOpCode op = OpCodeAt(nJump);
-    const bool bContinue = IsContinue(op);
-    CLaneLedger::SPlace place;
-    const CIL_FCConstruct* p = bContinue || IsBreak(op) ? ConstructOf(nJump) : nullptr;
-    for (; p != nullptr; p = p->GetParent())
+    if (const CIL_FCConstruct* pConstruct = m_Course.GetKernel().ConstructOf(nFirst))
     {
-        if (const CIL_Loop* pLoop = p->AsLoop())
+        PassOverPart(*pConstruct, nFirst, nLast);
+    }
+    std::set<InstructionNumber> jumps;
+    std::vector<CLaneLedger::SPlace> vPlaces;
+    for (InstructionNumber n = nFirst; n <= nLast; ++n)
+    {
+        if (!IsJump(m_Course.GetKernel().OpCodeAt(n)))
         {
-            place.nBlock = pLoop->GetStart();
-            place.nInst = bContinue ? pLoop->GetStart() : pLoop->GetEnd();
-            place.bLoop = true;
-            return place;
+            continue;
         }
-        const CIL_Switch* pSwitch = p->AsSwitch();
-        if (pSwitch != nullptr && !bContinue)
+        const CKernelCourse::STarget target = m_Course.FindTarget(n).value_or(CKernelCourse::STarget());
+        if (target.nInst < nFirst || target.nInst > nLast)
         {
-            place.nBlock = pSwitch->GetStart();
-            place.nInst = pSwitch->GetEnd();
-            return place;
+            jumps.insert(n);
+            vPlaces.push_back({target.nBlock, target.nInst, target.bLoop, {}});
         }
     }
-    return std::nullopt;
+    m_Ledger.MayLeave(vPlaces);
+    return jumps;
 }
 
-/// From the current instruction, behind which nobody is active, sets the next instruction to the place where others
-/// take part again: further on in the function, or at the call that it came from.
-/// \return false at the end of the kernel
-bool CShaderDebuggerShaderIL::Resume()
+/// Keeps the books of a block, or of one part of an if.
+void CLaneFlow::PassOverPart(const CIL_FCConstruct& construct, InstructionNumber nFirst, InstructionNumber nLast)
 {
-    m_Ledger.Replace({});
-    while (const std::optional<CLaneLedger::SPlace> place = m_Ledger.FindNext(m_nCurrentInstruction.m_nPos))
+    const CIL_IfElseEndif* pIf = construct.AsIfElseEndif();
+    const CIL_Loop* pLoop = construct.AsLoop();
+    const CIL_Switch* pSwitch = construct.AsSwitch();
+    const InstructionNumber nStart = pIf != nullptr     ? pIf->GetIf()
+                                     : pLoop != nullptr ? pLoop->GetStart()
+                                                        : pSwitch->GetStart();
+    if (pIf != nullptr && nFirst == pIf->GetIf() && nLast != pIf->GetEndIf())
     {
-        const ProgramCounter pc = PositionOf(*place);
-        if (place->count.IsSomebody() || GetCount(pc, m_CurrentCallStack).value_or(1) != 0)
-        {
-            m_Ledger.Close(place->nBlock + 1);
-            m_nNextInstruction = pc;
-            return true;
-        }
-        m_Ledger.Take(place->nBlock, place->nInst);
+        // How many take which part is told at the else.
+        m_Ledger.Open(nStart, false);
+        m_Ledger.Wait(nStart, pIf->GetElse(), {0, true});
+        m_Ledger.Replace({0, true});
     }
-    if (ReturnToCaller())
+    else if (pIf != nullptr && nLast != pIf->GetEndIf())
     {
-        return true;
+        const SLaneCount inElse = m_Ledger.Take(nStart, nFirst);
+        m_Ledger.Wait(nStart, pIf->GetEndIf(), m_Ledger.GetActive());
+        m_Ledger.Replace(inElse);
     }
-    m_nNextInstruction.m_nPos = m_nEndOfShader;
-    return false;
+    else
+    {
+        m_Ledger.Gather(nStart);
+    }
 }
 
-/// A place as a position: a loop's head is that of the next pass, its end lies in none.
-ProgramCounter CShaderDebuggerShaderIL::PositionOf(const CLaneLedger::SPlace& place) const
+void CLaneFlow::LeapInto(const CIL_Loop& loop)
 {
-    ProgramCounter pc = m_nCurrentInstruction;
+    m_Ledger.Open(loop.GetStart(), true);
+    m_Ledger.Wait(loop.GetStart(), loop.GetEnd(), {0, true});
+}
+
+void CLaneFlow::NoteSwitchEntries(const SPosition& at, const CShaderDebuggerBuffer& selectors,
+                                  const CShaderDebuggerBuffer& execMask)
+{
+    ForgetSwitchEntries();
+    const CAnalyzedShaderIL& kernel = m_Course.GetKernel();
+    const CIL_Switch* pSwitch = CIL_FCConstruct::AsSwitch(kernel.ConstructOf(at.pc.m_nPos));
+    if (pSwitch == nullptr)
+    {
+        return;
+    }
+    std::map<unsigned int, InstructionNumber> mapLabels;
+    InstructionNumber nOther = pSwitch->GetEnd();
+    for (InstructionNumber n = pSwitch->GetNextCase(pSwitch->GetStart()); n != pSwitch->GetEnd();
+         n = pSwitch->GetNextCase(n))
+    {
+        if (kernel.OpCodeAt(n) == IL_OP_DEFAULT)
+        {
+            nOther = n;
+        }
+        else
+        {
+            mapLabels.emplace(kernel.InstructionAt(n).GetToken(1), n);
+        }
+    }
+    const size_t nItems = std::min(selectors.GetItemCount(), execMask.GetItemCount());
+    for (size_t i = 0; i < nItems; ++i)
+    {
+        if (WordAt(execMask, i) != 0)
+        {
+            const auto it = mapLabels.find(WordAt(selectors, 4 * i));
+            ++m_SwitchEntries.mapEntries[it != mapLabels.end() ? it->second : nOther];
+        }
+    }
+    m_SwitchEntries.at = at;
+}
+
+ProgramCounter CLaneFlow::PositionOf(const CLaneLedger::SPlace& place, const ProgramCounter& from)
+{
+    ProgramCounter pc = from;
     while (!pc.m_LoopStack.empty() && pc.m_LoopStack.back().nLoopStart > place.nBlock)
     {
         pc.m_LoopStack.pop_back();
@@ -173,82 +219,6 @@ ProgramCounter CShaderDebuggerShaderIL::PositionOf(const CLaneLedger::SPlace& pl
     }
     pc.m_nPos = place.nInst;
     return pc;
-}
-
-bool CShaderDebuggerShaderIL::IsInnermostLoop(const CIL_Loop& loop) const
-{
-    const std::vector<LoopState>& stack = m_nNextInstruction.m_LoopStack;
-    return !stack.empty() && stack.back().nLoopStart == loop.GetStart();
-}
-
-/// Counts how many of those who came to a switch go to which of its labels; the selectors are in the results.
-void CShaderDebuggerShaderIL::NoteSwitchEntries(const ProgramCounter& pc)
-{
-    const CIL_Switch* pSwitch = CIL_FCConstruct::AsSwitch(ConstructOf(pc.m_nPos));
-    CShaderDebuggerBuffer* pResultBuffer = nullptr;
-    CShaderDebuggerBuffer* pExecMaskBuffer = nullptr;
-    const bool bRead = GetDebuggerIL()->RetrieveResultsBuffers(pResultBuffer, pExecMaskBuffer);
-    const std::unique_ptr<CShaderDebuggerBuffer> pSelectors(pResultBuffer);
-    const std::unique_ptr<CShaderDebuggerBuffer> pExecMask(pExecMaskBuffer);
-    m_SwitchEntries = SSwitchEntries();
-    if (!bRead || pSwitch == nullptr)
-    {
-        return;
-    }
-    std::map<unsigned int, InstructionNumber> mapLabels;
-    InstructionNumber nOther = pSwitch->GetEnd();
-    for (InstructionNumber n = pSwitch->GetNextCase(pSwitch->GetStart()); n != pSwitch->GetEnd();
-         n = pSwitch->GetNextCase(n))
-    {
-        if (OpCodeAt(n) == IL_OP_DEFAULT)
-        {
-            nOther = n;
-        }
-        else
-        {
-            mapLabels.emplace(m_Instructions[n].GetToken(1), n);
-        }
-    }
-    const size_t nItems = std::min(pSelectors->GetItemCount(), pExecMask->GetItemCount());
-    for (size_t i = 0; i < nItems; ++i)
-    {
-        if (WordAt(*pExecMask, i) != 0)
-        {
-            const auto it = mapLabels.find(WordAt(*pSelectors, 4 * i));
-            ++m_SwitchEntries.mapEntries[it != mapLabels.end() ? it->second : nOther];
-        }
-    }
-    m_SwitchEntries.pc = pc;
-    m_SwitchEntries.callStack = m_CallStack;
-}
-
-void CShaderDebuggerShaderIL::HideLeavers(CShaderDebuggerBuffer& execMask)
-{
-    for (size_t n = 0; n < execMask.GetItemCount(); ++n)
-    {
-        if (WordAt(execMask, n) == s_nLeaverFlag)
-        {
-            std::memset(execMask.GetData() + n * sizeof(uint32_t), 0, sizeof(uint32_t));
-        }
-    }
-}
-
-/// The recorded count, or else that of a run of its own.
-std::optional<uint64_t> CShaderDebuggerShaderIL::GetCount(const ProgramCounter& pc, const CCallPath& path)
-{
-    std::map<ProgramCounter, uint64_t>& counts = m_ExecMaskHistory[path];
-    const auto it = counts.find(pc);
-    if (it != counts.end())
-    {
-        return it->second;
-    }
-    std::unique_ptr<CShaderDebuggerBuffer> pResult;
-    std::unique_ptr<CShaderDebuggerBuffer> pExecMask;
-    if (!Capture({pc, path, g_Reg_NULL, {}}, pResult, pExecMask))
-    {
-        return std::nullopt;
-    }
-    return counts[pc] = pExecMask->GetActiveItemCount(0);
 }
 
 } // namespace OVK_ShaderDebugger

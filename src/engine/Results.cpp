@@ -4,6 +4,7 @@
 #include "core/ShaderDebuggerHost.h"
 #include "core/ShaderDebuggerResult.h"
 #include "engine/PrivateAccess.h"
+#include "engine/ResultRegister.h"
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 #include "il/ShaderDebuggerUtilsIL.h"
@@ -19,29 +20,13 @@ const char CShaderDebuggerIL::s_szNoDestination[] = "NoDestinationRegister";
 
 bool CShaderDebuggerIL::RetrieveResultBuffer(CShaderDebuggerBuffer*& pResultBuffer)
 {
-    pResultBuffer = nullptr;
-    if (m_pSwitchedTargetBuffers[SD_Results] != nullptr)
-    {
-        pResultBuffer = m_pSwitchedTargetBuffers[SD_Results]->GetDataBuffer(nullptr);
-        SD_Assert(GetHost(), pResultBuffer);
-    }
+    pResultBuffer = m_TargetBuffers.ReadValues().release();
     return pResultBuffer != nullptr;
 }
 
 bool CShaderDebuggerIL::RetrieveExecMaskBuffer(CShaderDebuggerBuffer*& pExecMaskBuffer)
 {
-    pExecMaskBuffer = nullptr;
-    if (m_pSwitchedTargetBuffers[SD_ExecMask] != nullptr && m_bByteMask)
-    {
-        std::unique_ptr<CShaderDebuggerBuffer> pWords(new (std::nothrow) CShaderDebuggerBuffer(GetHost()));
-        pExecMaskBuffer = pWords != nullptr && ReadByteMask(*pWords) ? pWords.release() : nullptr;
-        SD_Assert(GetHost(), pExecMaskBuffer);
-    }
-    else if (m_pSwitchedTargetBuffers[SD_ExecMask] != nullptr)
-    {
-        pExecMaskBuffer = m_pSwitchedTargetBuffers[SD_ExecMask]->GetDataBuffer(nullptr);
-        SD_Assert(GetHost(), pExecMaskBuffer);
-    }
+    pExecMaskBuffer = m_TargetBuffers.ReadMask().release();
     return pExecMaskBuffer != nullptr;
 }
 
@@ -110,13 +95,12 @@ void CShaderDebuggerIL::UpdateResults(ProgramCounter pc, Register reg)
 /// The mask of the last run, in the memory of an older one if there is any. Null if it can't be read.
 std::unique_ptr<CShaderDebuggerBuffer> CShaderDebuggerIL::ReadExecMask()
 {
-    if (m_pSpareExecMask == nullptr || m_bByteMask || m_pSwitchedTargetBuffers[SD_ExecMask] == nullptr)
+    CShaderDebuggerDeviceBuffer* const pMask = m_TargetBuffers.GetMask();
+    if (m_pSpareExecMask == nullptr || m_TargetBuffers.HasByteMask() || pMask == nullptr)
     {
-        CShaderDebuggerBuffer* pRead = nullptr;
-        RetrieveExecMaskBuffer(pRead);
-        return std::unique_ptr<CShaderDebuggerBuffer>(pRead);
+        return m_TargetBuffers.ReadMask();
     }
-    const CShaderDebuggerBuffer* pRead = m_pSwitchedTargetBuffers[SD_ExecMask]->GetDataBuffer(m_pSpareExecMask.get());
+    const CShaderDebuggerBuffer* pRead = pMask->GetDataBuffer(m_pSpareExecMask.get());
     return SD_Assert(GetHost(), pRead) ? std::move(m_pSpareExecMask) : nullptr;
 }
 
@@ -171,15 +155,13 @@ bool CShaderDebuggerIL::ReadValues(const Register& reg, bool bAllActive,
 {
     const CShaderDebuggerResult* pResult = FindResult(GetResultRegister(reg));
     const bool bReplaced = bAllActive && reg.reg.type != RT_PrivateUAVAccess;
-    if (bReplaced && pResult != nullptr && pResult->GetResult() != nullptr &&
-        m_pSwitchedTargetBuffers[SD_Results] != nullptr)
+    CShaderDebuggerDeviceBuffer* const pOnDevice = m_TargetBuffers.GetValues();
+    if (bReplaced && pResult != nullptr && pResult->GetResult() != nullptr && pOnDevice != nullptr)
     {
-        return m_pSwitchedTargetBuffers[SD_Results]->GetDataBuffer(pResult->GetResult()) != nullptr;
+        return pOnDevice->GetDataBuffer(pResult->GetResult()) != nullptr;
     }
-    CShaderDebuggerBuffer* pResultBuffer = nullptr;
-    RetrieveResultBuffer(pResultBuffer);
-    pValues.reset(pResultBuffer);
-    return pResultBuffer != nullptr;
+    pValues = m_TargetBuffers.ReadValues();
+    return pValues != nullptr;
 }
 
 void CShaderDebuggerIL::FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer,
@@ -239,11 +221,7 @@ void CShaderDebuggerIL::UpdateResultDataType(CShaderDebuggerResult& result)
 
 Register CShaderDebuggerIL::GetResultRegister(const Register& reg)
 {
-    if (reg.reg.type != RT_PrivateUAVAccess)
-    {
-        return reg;
-    }
-    return Register(reg.reg.type, reg.reg.number, reg.mask, reg.reg.index >> 4);
+    return ResultRegisterOf(reg);
 }
 
 bool CShaderDebuggerIL::IsWriteAcrossSlots(const Register& reg) const
@@ -338,6 +316,28 @@ bool CShaderDebuggerIL::FindLastResult(const ProgramCounter& pc)
     return m_pLastTouchedResult != nullptr;
 }
 
+/// A result for each argument of memory.
+bool CShaderDebuggerIL::CreateGlobalResults()
+{
+    SD_Assert(GetHost(), m_GlobalResults.empty());
+    m_GlobalResults.clear();
+    m_GlobalResultDirtyFlags.assign(m_TargetBuffers.CountArguments(), false);
+    for (size_t i = 0; i < m_TargetBuffers.CountArguments(); ++i)
+    {
+        if (m_TargetBuffers.GetWorkingCopy(i) == nullptr)
+        {
+            continue;
+        }
+        CShaderDebuggerResult* pResult = GetResult(m_GlobalResults, GetGlobalResultName(i));
+        if (pResult == nullptr)
+        {
+            return false;
+        }
+        pResult->UpdateDataType(ShaderUtils::DT_UInt32, COMP_All);
+    }
+    return true;
+}
+
 std::string CShaderDebuggerIL::GetGlobalResultName(size_t idx)
 {
     return "m" + std::to_string(idx);
@@ -351,9 +351,9 @@ void CShaderDebuggerIL::SetGlobalResultDirtyFlag(const ProgramCounter& pc)
 
 bool CShaderDebuggerIL::UpdateGlobalResult(CShaderDebuggerResult* pUpdateResult)
 {
-    for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
+    for (size_t i = 0; i < m_TargetBuffers.CountArguments(); ++i)
     {
-        if (m_vpModifiedTargetBuffers[i] != nullptr &&
+        if (m_TargetBuffers.GetWorkingCopy(i) != nullptr &&
             FindResult(m_GlobalResults, GetGlobalResultName(i)) == pUpdateResult)
         {
             return LoadGlobalResult(i, *pUpdateResult);
@@ -367,7 +367,7 @@ bool CShaderDebuggerIL::UpdateGlobalResult(CShaderDebuggerResult* pUpdateResult)
 bool CShaderDebuggerIL::LoadGlobalResult(size_t i, CShaderDebuggerResult& result)
 {
     CShaderDebuggerBuffer* pBuf = result.GetResult();
-    const CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[i];
+    const CShaderDebuggerBuffer& saved = *m_TargetBuffers.GetSaved(i);
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
     if (!SD_Assert(GetHost(), pShader))
     {
@@ -377,7 +377,7 @@ bool CShaderDebuggerIL::LoadGlobalResult(size_t i, CShaderDebuggerResult& result
     {
         m_GlobalResultDirtyFlags[i] = true;
         CShaderDebuggerBuffer* pRead =
-            pShader->BringMemory() ? m_vpModifiedTargetBuffers[i]->GetDataBuffer(pBuf) : nullptr;
+            pShader->BringMemory() ? m_TargetBuffers.GetWorkingCopy(i)->GetDataBuffer(pBuf) : nullptr;
         if (pBuf == nullptr && pRead != nullptr)
         {
             result.UpdateResult(pRead, nullptr, 0, 0, 0);
@@ -399,10 +399,10 @@ bool CShaderDebuggerIL::LoadGlobalResult(size_t i, CShaderDebuggerResult& result
 
 bool CShaderDebuggerIL::IsOfArgument(const CShaderDebuggerResult* pResult) const
 {
-    for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
+    for (size_t i = 0; i < m_TargetBuffers.CountArguments(); ++i)
     {
         const auto it = m_GlobalResults.find(GetGlobalResultName(i));
-        if (m_vpModifiedTargetBuffers[i] != nullptr && it != m_GlobalResults.end() && it->second.get() == pResult)
+        if (m_TargetBuffers.GetWorkingCopy(i) != nullptr && it != m_GlobalResults.end() && it->second.get() == pResult)
         {
             return true;
         }

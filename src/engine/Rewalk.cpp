@@ -25,40 +25,6 @@ const uint32_t s_nFreeCounter = 0xFFFFFFFE;
 
 } // namespace
 
-/// Whether a position is executed earlier than another. A call comes behind all that is executed in it.
-bool CShaderDebuggerShaderIL::IsBefore(const SPosition& lhs, const SPosition& rhs)
-{
-    const size_t nLeft = lhs.callStack.size();
-    const size_t nRight = rhs.callStack.size();
-    const ProgramCounter* pLeft = &lhs.pc;
-    const ProgramCounter* pRight = &rhs.pc;
-    auto itLeft = lhs.callStack.begin();
-    auto itRight = rhs.callStack.begin();
-    for (size_t n = nLeft; n > nRight; --n)
-    {
-        pLeft = &*itLeft++;
-    }
-    for (size_t n = nRight; n > nLeft; --n)
-    {
-        pRight = &*itRight++;
-    }
-    // From the inside out, up to what both share: the outermost difference decides.
-    bool bBefore = nLeft > nRight;
-    while (true)
-    {
-        if (*pLeft < *pRight || *pRight < *pLeft)
-        {
-            bBefore = *pLeft < *pRight;
-        }
-        if (itLeft == itRight)
-        {
-            return bBefore;
-        }
-        pLeft = &*itLeft++;
-        pRight = &*itRight++;
-    }
-}
-
 /// Steps until the position goes on at a place, or behind it if nobody comes to it. What the present stop is still to
 /// execute stays so if that takes no step.
 bool CShaderDebuggerShaderIL::StepTo(const SPosition& target)
@@ -71,7 +37,7 @@ bool CShaderDebuggerShaderIL::StepTo(const SPosition& target)
 bool CShaderDebuggerShaderIL::StepOnTo(const SPosition& target)
 {
     bool bMoved = true;
-    while (bMoved && IsBefore({m_nNextInstruction, m_CallStack}, target))
+    while (bMoved && IsBefore(Next(), target))
     {
         if (OpCodeAt(m_nNextInstruction.m_nPos) == IL_OP_WHILE && LeapTo(target, bMoved))
         {
@@ -81,7 +47,7 @@ bool CShaderDebuggerShaderIL::StepOnTo(const SPosition& target)
         m_ExecuteList.clear();
         if (bMoved)
         {
-            m_Stops.back().bShown = true;
+            m_History.Show();
             bMoved = PostStepAsm();
         }
     }
@@ -98,13 +64,13 @@ bool CShaderDebuggerShaderIL::LeapTo(const SPosition& target, bool& bGood)
     {
         return false;
     }
-    SPosition end = {m_nNextInstruction, m_CallStack};
+    SPosition end = Next();
     end.pc.m_LoopStack.pop_back();
     end.pc.m_nPos = pLoop->GetEnd();
     unsigned int nPass = 0;
     if (!IsBefore(target, end))
     {
-        const std::optional<ProgramCounter> last = FindLastVisit({m_nNextInstruction, m_CallStack}, end.pc, {});
+        const std::optional<ProgramCounter> last = FindLastVisit(Next(), end.pc, {});
         nPass = last.has_value() ? last->m_LoopStack.back().nLoopIteration : 0;
     }
     else
@@ -129,54 +95,27 @@ bool CShaderDebuggerShaderIL::LeapTo(const SPosition& target, bool& bGood)
 bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& end, unsigned int nPass)
 {
     std::vector<Register> vRegisters = loop.GetRegisters();
-    const std::set<InstructionNumber> called = FindCalled(loop.GetStart(), loop.GetEnd());
-    AddWrittenBy(called, vRegisters);
-    for (InstructionNumber n = loop.GetStart(); n < loop.GetEnd(); ++n)
-    {
-        AddNew(RegistersPassedBy(n), vRegisters);
-    }
-    const auto isUntracked = [this](const Register& reg)
-    { return !GetDebuggerIL()->HasValuesOnDemand() && !GetDebuggerIL()->IsTracked(reg); };
+    m_Course.AddWrittenByCalls(loop.GetStart(), loop.GetEnd(), vRegisters);
+    const bool bOnDemand = GetDebuggerIL()->HasValuesOnDemand();
+    const auto isUntracked = [&](const Register& reg) { return !bOnDemand && !GetDebuggerIL()->IsTracked(reg); };
     vRegisters.erase(std::remove_if(vRegisters.begin(), vRegisters.end(), isUntracked), vRegisters.end());
     for (const Register& reg : vRegisters)
     {
         NoteWritten(reg);
     }
-    if (GetDebuggerIL()->HasValuesOnDemand())
+    if (bOnDemand)
     {
         vRegisters.clear(); // they are read when they are asked for
     }
-    m_Pending.bGap = true;
-    bool bRead = true;
-    if (!vRegisters.empty())
-    {
-        // Those who leave the loop before have there what they left it with.
-        for (InstructionNumber n = loop.GetStart(); n < loop.GetEnd(); ++n)
-        {
-            if (IsReturn(OpCodeAt(n)) || IsConditionalReturn(OpCodeAt(n)))
-            {
-                m_Leaving.insert(n);
-            }
-        }
-        const CCallPath current = std::exchange(m_CurrentCallStack, m_CallStack);
-        PatchPoint atEnd(end);
-        atEnd.m_registers.assign(vRegisters.begin(), vRegisters.end());
-        m_ExecuteList.assign(1, atEnd);
-        bRead = Execute(false);
-        m_Leaving.clear();
-        m_CurrentCallStack = current;
-    }
+    m_History.NoteGap();
+    bool bRead = vRegisters.empty() || ReadAtEnd(loop, end, vRegisters);
     m_nNextInstruction.m_LoopStack.back().nLoopIteration = nPass;
-    m_Ledger.Open(loop.GetStart(), true);
-    m_Ledger.Wait(loop.GetStart(), loop.GetEnd(), {0, true});
+    m_Lanes.LeapInto(loop);
     MoveToNext();
-    bool bStores =
-        std::any_of(called.begin(), called.end(), [&](InstructionNumber n) { return WritesGlobalMemory(n); });
-    for (InstructionNumber n = loop.GetStart(); n < loop.GetEnd(); ++n)
+    if (m_Course.Stores(loop.GetStart(), loop.GetEnd()))
     {
-        bStores = bStores || WritesGlobalMemory(n);
+        m_lastGlobalStore = m_nCurrentInstruction;
     }
-    m_lastGlobalStore = bStores ? m_nCurrentInstruction : m_lastGlobalStore;
     PatchPoint atHead(m_nCurrentInstruction);
     atHead.m_registers.assign(vRegisters.begin(), vRegisters.end());
     if (vRegisters.empty())
@@ -186,8 +125,29 @@ bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& e
     m_ExecuteList.assign(1, atHead);
     bRead = Execute(true) && bRead;
     m_ExecuteList.clear();
-    m_Stops.back().bShown = true;
+    m_History.Show();
     return bRead && PostStepAsm();
+}
+
+/// Reads registers at a loop's end: those who leave the loop before a later pass have there what they left it with.
+bool CShaderDebuggerShaderIL::ReadAtEnd(const CIL_Loop& loop, const ProgramCounter& end,
+                                        const std::vector<Register>& vRegisters)
+{
+    for (InstructionNumber n = loop.GetStart(); n < loop.GetEnd(); ++n)
+    {
+        if (IsReturn(OpCodeAt(n)) || IsConditionalReturn(OpCodeAt(n)))
+        {
+            m_Leaving.insert(n);
+        }
+    }
+    const CCallPath current = std::exchange(m_CurrentCallStack, m_CallStack);
+    PatchPoint atEnd(end);
+    atEnd.m_registers.assign(vRegisters.begin(), vRegisters.end());
+    m_ExecuteList.assign(1, atEnd);
+    const bool bRead = Execute(false);
+    m_Leaving.clear();
+    m_CurrentCallStack = current;
+    return bRead;
 }
 
 /// Where an instruction of a function is executed last, as far as the loops go that lie around it and not around a
@@ -298,10 +258,12 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::ReadLastVisit(const SPosi
 
 /// The last place in front of a stop, in what a run passed over there, at which a breakpoint is, or else a call of a
 /// function that holds one.
-std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindPassedBreakpoint(size_t nStop)
+std::optional<SPosition> CShaderDebuggerShaderIL::FindPassedBreakpoint(size_t nStop)
 {
-    const SPosition from = {m_Stops[nStop - 1].next, m_Stops[nStop - 1].nextCallStack};
-    const SPosition to = {m_Stops[nStop].pc, m_Stops[nStop].callStack};
+    const SStanding& before = m_History.At(nStop - 1).at;
+    const SStanding& after = m_History.At(nStop).at;
+    const SPosition from = {before.next, before.nextCallStack};
+    const SPosition to = {after.pc, after.callStack};
     if (GetDebugger()->HasBreakPointAtInstructionNumber(to.pc.m_nPos))
     {
         return to;
@@ -328,7 +290,7 @@ std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindP
     around.m_LoopStack.resize(nCommon);
 
     std::optional<SPosition> last;
-    for (const InstructionNumber n : FindBreakpointsIn(StartOfBody(from.pc.m_nPos)))
+    for (const InstructionNumber n : m_Walk.FindBreakpointsIn(StartOfBody(from.pc.m_nPos)))
     {
         const std::optional<ProgramCounter> visit =
             FindLastVisit({ProgramCounter(n), from.callStack}, around, nBeforePass);
@@ -340,23 +302,6 @@ std::optional<CShaderDebuggerShaderIL::SPosition> CShaderDebuggerShaderIL::FindP
         }
     }
     return last;
-}
-
-/// The instructions of a function or macro with a breakpoint, and its calls of functions that hold one.
-std::set<InstructionNumber> CShaderDebuggerShaderIL::FindBreakpointsIn(InstructionNumber nBody) const
-{
-    std::set<InstructionNumber> found;
-    for (InstructionNumber n = nBody; n < EndOfBody(nBody); ++n)
-    {
-        const std::set<InstructionNumber> called = FindCalled(n, n + 1);
-        if (GetDebugger()->HasBreakPointAtInstructionNumber(n) ||
-            std::any_of(called.begin(), called.end(),
-                        [this](InstructionNumber c) { return GetDebugger()->HasBreakPointAtInstructionNumber(c); }))
-        {
-            found.insert(n);
-        }
-    }
-    return found;
 }
 
 } // namespace OVK_ShaderDebugger

@@ -20,16 +20,15 @@ bool CShaderDebuggerShaderIL::RunAsm()
     {
         return false;
     }
-    RegPCMap regPCMap;
-    m_Skipped.clear();
+    m_Walk.Forget();
     EWalk walk = EWalk::Moved;
     bool bArrived = false;
     while (walk == EWalk::Moved && !bArrived)
     {
-        walk = WalkOne(regPCMap);
+        walk = WalkOne();
         if (walk == EWalk::Moved && IsAtBreakpoint())
         {
-            bArrived = Arrive(regPCMap);
+            bArrived = Arrive();
         }
         if (walk == EWalk::Moved && m_nNextInstruction.m_nPos >= m_nEndOfShader)
         {
@@ -40,9 +39,9 @@ bool CShaderDebuggerShaderIL::RunAsm()
     // A movement that is given up leaves what it hasn't read as it was.
     if (!GetHost()->IsBrokenOff())
     {
-        DropResults(regPCMap);
+        DropResults(m_Walk.GetUnread());
     }
-    if (bArrived && m_MaskAt && *m_MaskAt == Here())
+    if (bArrived && m_Runs.HasMaskOf(Here()))
     {
         m_ExecuteList.clear();
         PushStop();
@@ -75,16 +74,17 @@ bool CShaderDebuggerShaderIL::PassFirst(uint64_t nItems)
     return true;
 }
 
-CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne(RegPCMap& regPCMap)
+CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne()
 {
     const InstructionNumber nPos = m_nNextInstruction.m_nPos;
     const ILOpCode op = OpCodeAt(nPos);
     const CIL_FCConstruct* pBlock = ConstructOf(nPos);
-    const bool bSkips = ILShaderUtils::IsFlowControlBlockOp(op) && !HasBreakpointInFlowControlBlock(pBlock, nPos);
-    if (m_Ledger.GetActive().IsOpen() && !bSkips && op != IL_OP_ELSE)
+    const bool bSkips =
+        ILShaderUtils::IsFlowControlBlockOp(op) && !m_Walk.HasBreakpointInFlowControlBlock(pBlock, nPos);
+    if (m_Lanes.Ledger().GetActive().IsOpen() && !bSkips && op != IL_OP_ELSE)
     {
         const ProgramCounter next = m_nNextInstruction;
-        ReadSkipped(regPCMap, true);
+        ReadSkipped(true);
         // Reading may have told that nobody comes here.
         if (m_nNextInstruction != next)
         {
@@ -95,7 +95,7 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne(RegPCMap& regPCM
     const bool bHead = op == IL_OP_FUNC && GetDebuggerIL()->HasValuesOnDemand();
     if (bHead || !ILShaderUtils::IsFlowControlOp(op))
     {
-        return WalkInstruction(regPCMap);
+        return WalkInstruction();
     }
     if (GetDebuggerIL()->HasValuesOnDemand() && LeadsAllOneWay(nPos))
     {
@@ -105,20 +105,20 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne(RegPCMap& regPCM
     if (bSkips && pLoop != nullptr && nPos == pLoop->GetStart() &&
         GetDebugger()->HasBreakPointAtInstructionNumber(pLoop->GetEnd()))
     {
-        return WalkThroughLoop(regPCMap, *pLoop);
+        return WalkThroughLoop(*pLoop);
     }
-    return bSkips ? SkipBlock(regPCMap, pBlock) : WalkFlowControl(regPCMap);
+    return bSkips ? SkipBlock() : WalkFlowControl();
 }
 
 /// Through a loop with a breakpoint at its end only: whoever leaves it last tells what a stop there shows. So the last
 /// pass is stepped through.
-CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkThroughLoop(RegPCMap& regPCMap, const CIL_Loop& loop)
+CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkThroughLoop(const CIL_Loop& loop)
 {
     const ProgramCounter next = m_nNextInstruction;
-    ReadSkipped(regPCMap, true);
+    ReadSkipped(true);
     if (m_nNextInstruction == next)
     {
-        SPosition end = {m_nNextInstruction, m_CallStack};
+        SPosition end = Next();
         end.pc.m_LoopStack.pop_back();
         end.pc.m_nPos = loop.GetEnd();
         if (!StepOnTo(end) && m_nNextInstruction.m_nPos < m_nEndOfShader)
@@ -130,21 +130,21 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkThroughLoop(RegPCMap
 }
 
 /// An instruction that leaves the mask alone: nothing runs, and as many are active behind it as in front of it.
-CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkInstruction(RegPCMap& regPCMap)
+CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkInstruction()
 {
     MoveToNext();
-    if (WritesGlobalMemory(m_nCurrentInstruction.m_nPos))
+    if (m_Course.WritesGlobalMemory(m_nCurrentInstruction.m_nPos))
     {
         m_lastGlobalStore = m_nCurrentInstruction;
     }
     const Register reg = GetCurrentRegister();
     if (reg != g_Reg_NULL)
     {
-        regPCMap[reg] = m_nCurrentInstruction;
+        m_Walk.NoteWritten(reg, m_nCurrentInstruction);
     }
     for (const Register& passed : RegistersPassedBy(m_nCurrentInstruction.m_nPos))
     {
-        regPCMap[passed] = m_nCurrentInstruction;
+        m_Walk.NoteWritten(passed, m_nCurrentInstruction);
     }
     PushStop();
     if (!UpdateNextInst())
@@ -155,11 +155,51 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkInstruction(RegPCMap
     return EWalk::Moved;
 }
 
+/// Passes over a block without a breakpoint: the patched kernel of a later position runs through it anyway.
+CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::SkipBlock()
+{
+    const std::optional<CBlockWalk::SSkip> skip = m_Walk.DescribeSkip(m_nNextInstruction.m_nPos);
+    if (!skip)
+    {
+        return EWalk::Failed;
+    }
+    if (skip->bReadBefore)
+    {
+        const ProgramCounter next = m_nNextInstruction;
+        ReadSkipped(false);
+        // Reading may have told that nobody comes to the block.
+        if (m_nNextInstruction != next)
+        {
+            return EWalk::Moved;
+        }
+    }
+    const CIL_Loop* pLoop = CIL_FCConstruct::AsLoop(ConstructOf(skip->nFirst));
+    if (skip->bLeavesLoop && IsInnermostLoop(*pLoop))
+    {
+        m_nNextInstruction.m_LoopStack.pop_back();
+    }
+    m_nNextInstruction.m_nPos = skip->nLast;
+    m_Walk.NoteJumps(m_Lanes.PassOver(skip->nFirst, skip->nLast));
+    m_History.NoteGap();
+    MoveToNext();
+    const bool bMoved = UpdateNextInst();
+    for (const Register& reg : skip->vRegisters)
+    {
+        m_Walk.NoteWritten(reg, m_nNextInstruction);
+        NoteWritten(reg);
+    }
+    if (m_Course.Stores(skip->nFirst, skip->nLast + 1))
+    {
+        m_lastGlobalStore = m_nCurrentInstruction;
+    }
+    return bMoved ? EWalk::Moved : EWalk::End;
+}
+
 /// Whether an instruction leads all of a known number of work-items the same way: a return to a caller in front of its
 /// function's end, in no block, or a call from which they are back.
 bool CShaderDebuggerShaderIL::LeadsAllOneWay(InstructionNumber nInst) const
 {
-    const SLaneCount& active = m_Ledger.GetActive();
+    const SLaneCount& active = m_Lanes.Ledger().GetActive();
     const bool bReturn = IsReturn(OpCodeAt(nInst)) && OpCodeAt(nInst + 1) == IL_OP_ENDFUNC &&
                          ConstructOf(nInst) == nullptr && !m_CallStack.empty();
     return (bReturn || OpCodeAt(nInst) == IL_OP_CALL) && active.IsSomebody() && !active.bMore;
@@ -169,33 +209,32 @@ bool CShaderDebuggerShaderIL::LeadsAllOneWay(InstructionNumber nInst) const
 CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkWithAll()
 {
     MoveToNext();
-    m_ExecMaskHistory[m_CallStack].insert({m_nCurrentInstruction, m_Ledger.GetActive().nSure});
+    m_ExecMaskHistory[m_CallStack].insert({m_nCurrentInstruction, m_Lanes.Ledger().GetActive().nSure});
     PushStop();
     return PostStepAsm() ? EWalk::Moved : EWalk::End;
 }
 
 /// Flow control that has to be decided: a step of its own.
-CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkFlowControl(RegPCMap& regPCMap)
+CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkFlowControl()
 {
-    ReadSkipped(regPCMap, false);
+    ReadSkipped(false);
     return Step() && GetDebugger()->Execute() && PostStepAsm() ? EWalk::Moved : EWalk::Failed;
 }
 
 /// Reads what has been skipped at the current instruction, and at the jumps that have led some out of it: they wait
 /// elsewhere with what they have written.
-void CShaderDebuggerShaderIL::ReadSkipped(RegPCMap& regPCMap, bool bGetExecMask)
+void CShaderDebuggerShaderIL::ReadSkipped(bool bGetExecMask)
 {
     if (!GetDebuggerIL()->HasValuesOnDemand())
     {
-        m_Leaving = m_Skipped;
+        m_Leaving = m_Walk.GetJumps();
     }
-    const bool bRead = RetrieveRegisters(regPCMap, bGetExecMask);
+    const bool bRead = RetrieveRegisters(m_Walk.GetUnread(), bGetExecMask);
     m_Leaving.clear();
     // What can't be read is tried again further on.
     if (bRead)
     {
-        m_Skipped.clear();
-        regPCMap.clear();
+        m_Walk.Forget();
     }
 }
 
@@ -206,17 +245,17 @@ bool CShaderDebuggerShaderIL::IsAtBreakpoint() const
 
 /// Whether a breakpoint in front of the position is a stop: not if nobody comes there, which only the run in front of
 /// it tells. If it isn't, that run has moved the position on to where somebody is.
-bool CShaderDebuggerShaderIL::Arrive(RegPCMap& regPCMap)
+bool CShaderDebuggerShaderIL::Arrive()
 {
-    ReadSkipped(regPCMap, true);
-    if (!IsAtBreakpoint() || m_Stops.empty() || m_Stops.back().pc == m_nCurrentInstruction ||
+    ReadSkipped(true);
+    if (!IsAtBreakpoint() || m_History.IsEmpty() || m_History.IsNewest(m_nCurrentInstruction) ||
         m_ExecMaskHistory[m_CurrentCallStack][m_nCurrentInstruction] != 0)
     {
         return IsAtBreakpoint();
     }
     // Nobody has executed what was passed over last. Who comes to the breakpoint has been somewhere in front of it.
-    const SPosition here = {m_nNextInstruction, m_CallStack};
-    return GoBackTo(m_Stops.size() - 1) && StepTo(here) && IsAtBreakpoint();
+    const SPosition here = Next();
+    return GoBackTo(m_History.Count() - 1) && StepTo(here) && IsAtBreakpoint();
 }
 
 } // namespace OVK_ShaderDebugger

@@ -1,5 +1,6 @@
 #include "engine/ShaderDebuggerIL.h"
 
+#include "core/ErrorStrings.h"
 #include "core/Log.h"
 #include "core/ShaderDebuggerBuffer.h"
 #include "core/ShaderDebuggerDevice.h"
@@ -13,9 +14,17 @@
 namespace OVK_ShaderDebugger
 {
 
+namespace
+{
+
+/// The kernel-wide result that holds constant buffer 1.
+const char s_szArgumentDump[] = "cb1";
+
+} // namespace
+
 CShaderDebuggerIL::CShaderDebuggerIL(CShaderDebuggerHost* pHost)
-    : CShaderDebuggerBase(pHost), m_pLastTouchedResult(nullptr), m_bDeviceEntered(false), m_bOutputsComplete(true),
-      m_bResultsDelivered(true)
+    : CShaderDebuggerBase(pHost), m_TargetBuffers(pHost), m_pLastTouchedResult(nullptr), m_bDeviceEntered(false),
+      m_bOutputsComplete(true), m_bResultsDelivered(true)
 {
 }
 
@@ -80,6 +89,89 @@ bool CShaderDebuggerIL::OpenSession(const void* pShaderData, size_t nShaderSize,
     return !m_bOpened || (Execute() && GetCurrentShader()->PostStep());
 }
 
+bool CShaderDebuggerIL::CreateTargetBuffers()
+{
+    BufferDesc desc;
+    if (!GetHost()->GetDeviceBufferDesc(ShaderUtils::ST_Compute, -1, desc))
+    {
+        SD_Log(GetHost(), logERROR, "ShaderDebugger can not get render target description.\n");
+        return false;
+    }
+    m_dwWidth = desc.m_nWidth;
+    m_dwHeight = desc.m_nHeight;
+    m_dwDepth = desc.m_nDepth;
+    m_dwArraySize = desc.m_nArraySize;
+    m_BufferType = desc.m_Type;
+    return m_TargetBuffers.Create(desc, m_bValuesOnDemand) && CreateGlobalResults();
+}
+
+void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
+{
+    if (bUpdateOriginalBuffers)
+    {
+        m_bResultsDelivered = m_bOutputsComplete && m_TargetBuffers.WriteBack();
+    }
+    m_TargetBuffers.Clear();
+    m_pValues.reset();
+    m_pSpareExecMask.reset();
+    m_StopMask.Forget();
+    m_KeptMask.Forget();
+}
+
+bool CShaderDebuggerIL::RestoreArguments()
+{
+    return m_bIsDebugging && m_TargetBuffers.RestoreArguments();
+}
+
+bool CShaderDebuggerIL::CreateCBDumpBuffer()
+{
+    const CShaderDebuggerShaderIL* pShader = GetCurrentShader();
+    if (!SD_AssertText(GetHost(), pShader != nullptr, "pShader != NULL"))
+    {
+        return false;
+    }
+    CShaderDebuggerResult* pResult =
+        m_ArgumentDump.CreateBuffer(*pShader) ? GetResult(m_GlobalResults, s_szArgumentDump) : nullptr;
+    if (pResult == nullptr)
+    {
+        SD_Log(GetHost(), logERROR, "%s", ES_CanNotDebug_OutOfMemory);
+        SetLastError(ES_CanNotDebug_OutOfMemory);
+        return false;
+    }
+    pResult->UpdateDataType(ShaderUtils::DT_UInt32, COMP_All);
+    return true;
+}
+
+bool CShaderDebuggerIL::DumpArguments(CShaderDebuggerShaderIL& shader)
+{
+    if (!m_ArgumentDump.Run(shader, m_TargetBuffers, !m_bValuesOnDemand))
+    {
+        return false;
+    }
+    if (!UpdateCBDumpBuffer())
+    {
+        SD_Log(GetHost(), logERROR, "Failed to update CBDump buffer.");
+        return false;
+    }
+    return true;
+}
+
+bool CShaderDebuggerIL::UpdateCBDumpBuffer()
+{
+    CShaderDebuggerResult* pResult = FindResult(m_GlobalResults, s_szArgumentDump);
+    if (pResult == nullptr)
+    {
+        return false;
+    }
+    std::unique_ptr<CShaderDebuggerBuffer> pBuf = m_ArgumentDump.Read();
+    if (!SD_Assert(GetHost(), pBuf))
+    {
+        return false;
+    }
+    pResult->UpdateResult(pBuf.release(), nullptr, 0, 0, 0);
+    return true;
+}
+
 /// Executes the first instruction, unless that has been done. With values on demand the first movement does it: what is
 /// read, and how, is settled by then, and a session that only starts takes no memory for its work-items.
 bool CShaderDebuggerIL::Open()
@@ -97,7 +189,8 @@ bool CShaderDebuggerIL::Open()
 bool CShaderDebuggerIL::OpenToRun()
 {
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
-    const uint64_t nItems = uint64_t(std::max(m_MaskDesc.m_nWidth, 1u)) * std::max(m_MaskDesc.m_nHeight, 1u);
+    const BufferDesc& mask = m_TargetBuffers.GetMaskDesc();
+    const uint64_t nItems = uint64_t(std::max(mask.m_nWidth, 1u)) * std::max(mask.m_nHeight, 1u);
     if (m_bOpened || pShader == nullptr || !pShader->PassFirst(nItems))
     {
         return Open();
@@ -123,7 +216,7 @@ void CShaderDebuggerIL::CloseSession(bool bUpdateOriginalBuffers)
     }
     SetCurrentShader(nullptr);
     DeleteTargetBuffers(bUpdateOriginalBuffers);
-    m_pCBBuffer.reset();
+    m_ArgumentDump.Clear();
     m_pLastTouchedResult = nullptr;
     m_Results.clear();
     m_GlobalResults.clear();

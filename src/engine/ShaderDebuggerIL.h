@@ -2,7 +2,9 @@
 #define KESTREL_ENGINE_SHADERDEBUGGERIL_H
 
 #include "core/ShaderDebuggerBase.h"
+#include "engine/ArgumentDump.h"
 #include "engine/KeptMask.h"
+#include "engine/TargetBuffers.h"
 
 #include <map>
 #include <memory>
@@ -11,7 +13,6 @@
 namespace OVK_ShaderDebugger
 {
 
-class CShaderDebuggerDeviceBuffer;
 class CShaderDebuggerResult;
 class CShaderDebuggerShaderIL;
 
@@ -81,25 +82,11 @@ public:
     /// Runs what the kernel's plan asks for. \param bUpdateHistory whether the positions count as stops
     virtual bool DoExecute(bool bUpdateHistory);
 
-    // The buffers that runs work on (TargetBuffers.cpp).
+    // The buffers that runs work on.
     virtual bool CreateTargetBuffers();
     /// \param bUpdateOriginalBuffers whether the client's memory takes what the runs left in the working copies
     virtual void DeleteTargetBuffers(bool bUpdateOriginalBuffers);
-    /// Reloads the working copies and binds all arguments of a run.
-    virtual bool SwitchTargetBuffers();
-    /// The same for a run that is made for memory: what the stop left in the output buffers stays.
-    /// \param pLocal bound in place of the results, for local memory; null for none
-    bool SwitchMemoryBuffers(CShaderDebuggerDeviceBuffer* pLocal);
-    /// The same for a run of the kernel as it is, which has no other arguments than its own (Completion.cpp).
-    bool SwitchPlainBuffers();
-    std::vector<size_t> HashWorkingCopies();
-    /// The bytes of local memory that an argument has; 0 for arguments of another kind.
-    unsigned int GetLocalArgumentSize(size_t nArgument) const;
-    /// Arguments of the client's kernel.
-    size_t CountArguments() const { return m_vpOriginalTargetBuffers.size(); }
-    virtual bool RestoreTargetBuffers();
-    /// Binds the selector: which register of the patched kernel's list the next run copies.
-    virtual bool SetRegisterSelectorValue(unsigned int nRegSelector);
+    CTargetBuffers& GetTargetBuffers() { return m_TargetBuffers; }
 
     // Filing of what runs left (Results.cpp).
     virtual void UpdateResults(ProgramCounter pc, Register reg);
@@ -115,11 +102,11 @@ public:
     virtual CShaderDebuggerResult* FindResult(ResultMap& results, const std::string& strName);
     virtual CShaderDebuggerResult* FindResult(Register reg);
 
-    // The argument constant buffer (ConstantBufferDump.cpp).
+    // The argument constant buffer.
     virtual bool CreateCBDumpBuffer();
     virtual bool UpdateCBDumpBuffer();
-    bool BindCBDumpBuffer();
-    bool SwitchDumpBuffers();
+    /// Reads it, by a run of its own. \return false, with the reason logged
+    bool DumpArguments(CShaderDebuggerShaderIL& shader);
 
     // Kernel-wide results (Results.cpp).
     virtual bool UpdateGlobalResult(CShaderDebuggerResult* pUpdateResult);
@@ -137,8 +124,6 @@ public:
     void DeleteResult(const Register& reg);
     /// Whether registers are read when they are asked for (ValuesOnDemand.cpp). No run is wanted for one then.
     bool HasValuesOnDemand() const override { return m_bValuesOnDemand; }
-    /// Whether the mask's buffer has a byte for each work-item: in sessions that begin with values on demand.
-    bool HasByteMask() const { return m_bByteMask; }
     /// Files the mask of the last run unless the stop has one. \return whether it has one now
     bool BringExecMask(const ProgramCounter& pc);
     /// Files the mask of the present stop, read again.
@@ -149,14 +134,6 @@ public:
     CShaderDebuggerShaderIL* GetCurrentShader() const;
 
 private:
-    enum
-    {
-        SD_Results = 0,
-        SD_ExecMask = 1
-    };
-
-    typedef std::vector<std::unique_ptr<CShaderDebuggerDeviceBuffer>> DeviceBuffers;
-
     /// The result that carries the mask of runs at instructions without a register. Never shown as a variable.
     static const char s_szNoDestination[];
 
@@ -175,19 +152,6 @@ private:
     bool HasMask() const;
     CShaderDebuggerBuffer* ShowMask(CShaderDebuggerResult& result) const;
     void HideMask();
-    bool ReadByteMask(CShaderDebuggerBuffer& execMask);
-
-    bool CreateOutputBuffers(BufferDesc desc);
-    bool BringOutputBuffer(int nBuffer);
-    bool SaveArguments();
-    bool CreateWorkingCopies();
-    bool ReloadWorkingCopies();
-    bool BindOwnArguments();
-    bool BindArguments(CShaderDebuggerDeviceBuffer& results);
-    CShaderDebuggerDeviceBuffer& GetResultsArgument() const;
-    typedef std::map<size_t, std::unique_ptr<CShaderDebuggerBuffer>> Contents;
-    bool WriteBack();
-    bool ReadOutputs(Contents& outputs);
 
     enum EFiling
     {
@@ -204,8 +168,9 @@ private:
     void FileMask(ProgramCounter pc, std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive);
     bool FileValues(ProgramCounter pc, const Register& reg, std::unique_ptr<CShaderDebuggerBuffer> pValues,
                     CShaderDebuggerBuffer* pRead);
-    void UpdateResultDataType(CShaderDebuggerResult& result);
+    static void UpdateResultDataType(CShaderDebuggerResult& result);
     bool IsWriteAcrossSlots(const Register& reg) const;
+    bool CreateGlobalResults();
     bool LoadGlobalResult(size_t i, CShaderDebuggerResult& result);
     bool IsOfArgument(const CShaderDebuggerResult* pResult) const;
     void ForgetValues();
@@ -218,37 +183,29 @@ private:
     bool GetASMVariables(CShaderDebuggerVariables* pVariables, ThreadID& threadID);
     bool SetThreadIDUsingResult(ThreadID& threadID);
 
-    DeviceBuffers m_vpOriginalTargetBuffers; ///< the kernel's own arguments, by index
-    /// The contents of the memory arguments at the start of the session, from which every run starts. Null for values
-    /// and local memory, as in the next.
-    std::vector<std::unique_ptr<CShaderDebuggerBuffer>> m_vpOriginalTargetBuffersData;
-    DeviceBuffers m_vpModifiedTargetBuffers; ///< the working copies on which runs happen
-    std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pSwitchedTargetBuffers[2]; ///< the added output buffers
+    CTargetBuffers m_TargetBuffers;
+    CArgumentDump m_ArgumentDump;
     /// The memory of a mask that no result holds any more, for the next run's.
     std::unique_ptr<CShaderDebuggerBuffer> m_pSpareExecMask;
     ResultMap m_Results;                         ///< by register name
     ResultMap m_GlobalResults;                   ///< by name
     CShaderDebuggerResult* m_pLastTouchedResult; ///< the result that the last run wrote; in m_Results
-    std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pCBBuffer;
-    std::vector<bool> m_GlobalResultDirtyFlags; ///< by argument index: the result isn't the saved contents
-    ProgramCounter m_LastUpdatedGlobalResultPC; ///< the store for which the flags were last set
-    bool m_bDeviceEntered;                      ///< the host is in debugging mode
-    bool m_bOutputsComplete;                    ///< the working copies hold what the whole kernel has left
+    std::vector<bool> m_GlobalResultDirtyFlags;  ///< by argument index: the result isn't the saved contents
+    ProgramCounter m_LastUpdatedGlobalResultPC;  ///< the store for which the flags were last set
+    bool m_bDeviceEntered;                       ///< the host is in debugging mode
+    bool m_bOutputsComplete;                     ///< the working copies hold what the whole kernel has left
     bool m_bResultsDelivered;
     bool m_bValuesOnDemand = false;
     bool m_bOpened = false;                                 ///< the first instruction has been executed
     std::unique_ptr<CShaderDebuggerDeviceBuffer> m_pValues; ///< of the last run for values; kept for the next
     unsigned int m_nValuesHeight = 0;                       ///< its rows
-    BufferDesc m_OutputDesc;                                ///< of the values of one register
     bool m_bMaskFiled = false;                              ///< by the last movement
     bool m_bMaskStale = false;                              ///< it is that of a movement that was given up
-    bool m_bByteMask = false;
-    CKeptMask m_StopMask; ///< with values on demand, the last one that was filed
-    CKeptMask m_KeptMask; ///< the one that the last movement has overwritten
-    BufferDesc m_MaskDesc;
-    std::set<std::string> m_Asked;       ///< registers asked for at the present stop
-    std::set<std::string> m_AskedBefore; ///< at the stop before
-    unsigned int m_nValueRuns = 0;       ///< made for values at the present stop
+    CKeptMask m_StopMask;                                   ///< with values on demand, the last one that was filed
+    CKeptMask m_KeptMask;                                   ///< the one that the last movement has overwritten
+    std::set<std::string> m_Asked;                          ///< registers asked for at the present stop
+    std::set<std::string> m_AskedBefore;                    ///< at the stop before
+    unsigned int m_nValueRuns = 0;                          ///< made for values at the present stop
 };
 
 } // namespace OVK_ShaderDebugger

@@ -24,18 +24,16 @@ unsigned int Find(const Map& map, unsigned int nKey)
 
 CShaderDebuggerShaderIL::CShaderDebuggerShaderIL(CShaderDebuggerIL* pDebugger, const void* pShaderData,
                                                  size_t nShaderSize)
-    : CInstrumentedShaderIL(pDebugger, pShaderData, nShaderSize), m_bReadInputRegisters(false),
-      m_bHasBeenExecuted(false), m_bLastRunAtCurrent(false), m_bCanMissStores(false), m_bRunsDiffer(false),
-      m_bComplete(false), m_PatchedPC(g_PC_NULL)
+    : CInstrumentedShaderIL(pDebugger, pShaderData, nShaderSize), m_Course(*this), m_Lanes(m_Course),
+      m_Walk(m_Course, *pDebugger), m_Runs(*this, m_Course, pDebugger->GetTargetBuffers()),
+      m_Memory(*this, m_Course, m_Runs, pDebugger->GetTargetBuffers())
 {
     GetHost()->GetDeviceName(m_DeviceName);
     const bool bRet = AnalyzeShader();
     if (!SD_Assert(GetHost(), bRet))
     {
         m_ShaderInfo.debugModes &= ~static_cast<unsigned int>(DM_Source);
-        return;
     }
-    FindMissedStores();
 }
 
 CShaderDebuggerShaderIL::~CShaderDebuggerShaderIL() = default;
@@ -51,8 +49,8 @@ bool CShaderDebuggerShaderIL::StartDebugging(Mode mode)
     {
         return false;
     }
-    m_bByteMask = GetDebuggerIL()->HasByteMask();
-    const bool didDumpCB = DumpKernelABIConstantBuffer();
+    SetByteMask(GetDebuggerIL()->GetTargetBuffers().HasByteMask());
+    const bool didDumpCB = GetDebuggerIL()->DumpArguments(*this);
     if (!SD_Assert(GetHost(), didDumpCB))
     {
         return false;
@@ -70,7 +68,7 @@ bool CShaderDebuggerShaderIL::StartDebugging(Mode mode)
 void CShaderDebuggerShaderIL::EndDebugging()
 {
     CInstrumentedShaderIL::EndDebugging();
-    m_bHasBeenExecuted = false;
+    m_Runs.SetPresentMask(false);
 }
 
 bool CShaderDebuggerShaderIL::GetShaderText(std::string& strShader, Mode textType)
@@ -133,8 +131,7 @@ LineNumber CShaderDebuggerShaderIL::GetNearestLine(LineNumber nLineNumber, LineN
 
 Register CShaderDebuggerShaderIL::GetDestRegister(ProgramCounter nTargetInstruction)
 {
-    const auto it = m_RegisterOutput.find(nTargetInstruction.m_nPos);
-    return it != m_RegisterOutput.end() ? it->second : g_Reg_NULL;
+    return WrittenBy(nTargetInstruction.m_nPos);
 }
 
 Register CShaderDebuggerShaderIL::GetCurrentRegister()
@@ -150,11 +147,6 @@ Register CShaderDebuggerShaderIL::GetSrcRegister(InstructionNumber nInstruction,
 Register CShaderDebuggerShaderIL::GetSrcRegister(ProgramCounter nInstruction, unsigned int nSrcReg)
 {
     return GetSrcRegister(nInstruction.m_nPos, nSrcReg);
-}
-
-ILOpCode CShaderDebuggerShaderIL::OpCodeAt(InstructionNumber nInst) const
-{
-    return nInst < m_Instructions.size() ? m_Instructions[nInst].GetOpCode() : IL_OP_UNKNOWN;
 }
 
 } // namespace OVK_ShaderDebugger

@@ -13,7 +13,7 @@ void CShaderDebuggerShaderIL::MoveToNext()
 {
     m_nCurrentInstruction = m_nNextInstruction;
     m_CurrentCallStack = m_CallStack;
-    m_CurrentLedger = m_Ledger;
+    m_CurrentLedger = m_Lanes.Ledger();
 }
 
 bool CShaderDebuggerShaderIL::StepAsm()
@@ -22,20 +22,20 @@ bool CShaderDebuggerShaderIL::StepAsm()
     {
         return false;
     }
-    const bool bCopiesAtStop = m_CopiesAt && *m_CopiesAt == Here();
+    const bool bCopiesAtStop = m_Runs.HasCopiesOf(Here());
     MoveToNext();
 
     const std::optional<uint64_t> nActive = IsFastStep() ? CountForFastStep() : std::nullopt;
-    if (!nActive || !(m_Ledger.GetActive() == SLaneCount{*nActive, false}))
+    if (!nActive || !(m_Lanes.Ledger().GetActive() == SLaneCount{*nActive, false}))
     {
         return UpdateTargetInstruction(true);
     }
     m_ExecuteList.clear();
     NoteActiveCount(m_nCurrentInstruction, *nActive);
     PushStop();
-    if (bCopiesAtStop && !MayWrite(m_nCurrentInstruction.m_nPos))
+    if (bCopiesAtStop && !m_Course.MayWrite(m_nCurrentInstruction.m_nPos))
     {
-        m_CopiesAt = Here();
+        m_Runs.KeepCopiesFor(Here());
     }
     return true;
 }
@@ -59,7 +59,7 @@ std::optional<uint64_t> CShaderDebuggerShaderIL::CountForFastStep()
 bool CShaderDebuggerShaderIL::IsFastStep()
 {
     const CShaderDebuggerInstructionIL& instruction = m_Instructions[m_nCurrentInstruction.m_nPos];
-    if (!m_bHasBeenExecuted || !m_bLastRunAtCurrent || instruction.IsFlowControlOp())
+    if (!m_Runs.HasPresentMask() || instruction.IsFlowControlOp())
     {
         return false;
     }
@@ -130,10 +130,7 @@ void CShaderDebuggerShaderIL::NoteActiveCount(const ProgramCounter& pc, uint64_t
 
 bool CShaderDebuggerShaderIL::PostStep()
 {
-    if (!m_Stops.empty())
-    {
-        m_Stops.back().bShown = true;
-    }
+    m_History.Show();
     return PostStepAsm();
 }
 
@@ -145,7 +142,7 @@ bool CShaderDebuggerShaderIL::PostStepAsm()
     }
     m_nNextInstruction = m_nCurrentInstruction;
     m_CallStack = m_CurrentCallStack;
-    m_Ledger = m_CurrentLedger;
+    m_Lanes.Ledger() = m_CurrentLedger;
     if (!AdvanceFromCurrent())
     {
         return false;
@@ -161,9 +158,34 @@ bool CShaderDebuggerShaderIL::AdvanceFromCurrent()
     const auto it = counts.find(m_nCurrentInstruction);
     if (it != counts.end())
     {
-        TakeEffect(it->second);
+        m_bRunsDiffer = !m_Lanes.TakeEffect(Here(), it->second) || m_bRunsDiffer;
     }
-    return m_Ledger.GetActive().IsNobody() ? Resume() : UpdateNextInst();
+    return m_Lanes.Ledger().GetActive().IsNobody() ? Resume() : UpdateNextInst();
+}
+
+/// From the current instruction, behind which nobody is active, sets the next instruction to the place where others
+/// take part again: further on in the function, or at the call that it came from.
+/// \return false at the end of the kernel
+bool CShaderDebuggerShaderIL::Resume()
+{
+    m_Lanes.Ledger().Replace({});
+    while (const std::optional<CLaneLedger::SPlace> place = m_Lanes.Ledger().FindNext(m_nCurrentInstruction.m_nPos))
+    {
+        const ProgramCounter pc = CLaneFlow::PositionOf(*place, m_nCurrentInstruction);
+        if (place->count.IsSomebody() || GetCount(pc, m_CurrentCallStack).value_or(1) != 0)
+        {
+            m_Lanes.Ledger().Close(place->nBlock + 1);
+            m_nNextInstruction = pc;
+            return true;
+        }
+        m_Lanes.Ledger().Take(place->nBlock, place->nInst);
+    }
+    if (ReturnToCaller())
+    {
+        return true;
+    }
+    m_nNextInstruction.m_nPos = m_nEndOfShader;
+    return false;
 }
 
 bool CShaderDebuggerShaderIL::UpdateNextInst()
@@ -227,7 +249,7 @@ bool CShaderDebuggerShaderIL::EnterInstruction()
     case IL_OP_MACROEND:
         return ReturnToCaller();
     default:
-        if (WritesGlobalMemory(nPos))
+        if (m_Course.WritesGlobalMemory(nPos))
         {
             m_lastGlobalStore = m_nNextInstruction;
         }
@@ -245,7 +267,7 @@ bool CShaderDebuggerShaderIL::EnterFunction()
         return RefuseOp("The called function can't be entered");
     }
     m_CallStack.push_front(m_nNextInstruction);
-    m_Ledger.EnterCall();
+    m_Lanes.Ledger().EnterCall();
     m_nNextInstruction = ProgramCounter(*nCallee);
     return EnterInstruction();
 }
@@ -267,7 +289,7 @@ bool CShaderDebuggerShaderIL::EnterOnCondition()
     {
         return false;
     }
-    m_Ledger.Replace(nEntering ? SLaneCount{*nEntering, false} : SLaneCount{0, true});
+    m_Lanes.Ledger().Replace(nEntering ? SLaneCount{*nEntering, false} : SLaneCount{0, true});
     return true;
 }
 
@@ -277,7 +299,7 @@ bool CShaderDebuggerShaderIL::ReturnToCaller()
     {
         return false;
     }
-    m_Ledger.LeaveCall();
+    m_Lanes.Ledger().LeaveCall();
     m_nNextInstruction = m_CallStack.front();
     m_CallStack.pop_front();
     return true;
@@ -294,25 +316,34 @@ bool CShaderDebuggerShaderIL::RefuseOp(const char* pszText)
     return false;
 }
 
-/// A store, or an atomic, which stores as well.
-bool CShaderDebuggerShaderIL::WritesGlobalMemory(InstructionNumber nInst) const
+bool CShaderDebuggerShaderIL::IsInnermostLoop(const CIL_Loop& loop) const
 {
-    return ILShaderUtils::WritesGlobalMemory(OpCodeAt(nInst));
+    const std::vector<LoopState>& stack = m_nNextInstruction.m_LoopStack;
+    return !stack.empty() && stack.back().nLoopStart == loop.GetStart();
 }
 
-/// A work-item stores to the output buffers where the target's function ends. It misses that if it returns before, or
-/// if the function is called inside a block that it doesn't enter.
-void CShaderDebuggerShaderIL::FindMissedStores()
+/// The end of the main body follows, so that there is no stop behind it.
+bool CShaderDebuggerShaderIL::IsLastInstruction(const ProgramCounter& pc) const
 {
-    InstructionNumber n = 0;
-    for (const CShaderDebuggerInstructionIL& instruction : m_Instructions)
+    return m_CallStack.empty() && OpCodeAt(pc.m_nPos) != IL_OP_UNKNOWN && OpCodeAt(pc.m_nPos + 1) == IL_OP_ENDMAIN;
+}
+
+/// The recorded count, or else that of a run of its own.
+std::optional<uint64_t> CShaderDebuggerShaderIL::GetCount(const ProgramCounter& pc, const CCallPath& path)
+{
+    std::map<ProgramCounter, uint64_t>& counts = m_ExecMaskHistory[path];
+    const auto it = counts.find(pc);
+    if (it != counts.end())
     {
-        const ILOpCode op = instruction.GetOpCode();
-        const bool bInBlock = ConstructOf(n++) != nullptr;
-        const bool bLeaves = IsReturn(op) || op == IL_OP_CALL || op == IL_OP_MACROCALL;
-        m_bCanMissStores =
-            m_bCanMissStores || (bLeaves && bInBlock) || IsConditionalReturn(op) || IsConditionalCall(op);
+        return it->second;
     }
+    std::unique_ptr<CShaderDebuggerBuffer> pResult;
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMask;
+    if (!Capture({pc, path, g_Reg_NULL, {}}, pResult, pExecMask))
+    {
+        return std::nullopt;
+    }
+    return counts[pc] = pExecMask->GetActiveItemCount(0);
 }
 
 } // namespace OVK_ShaderDebugger

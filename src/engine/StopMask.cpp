@@ -19,11 +19,11 @@ namespace OVK_ShaderDebugger
 CKeptMask CShaderDebuggerIL::ReadMask(bool bHideLeavers)
 {
     CKeptMask mask;
-    const unsigned char nLeaver = CShaderDebuggerShaderIL::GetLeaverFlag();
+    const unsigned char nLeaver = CShaderDebuggerShaderIL::s_nLeaverFlag;
     const unsigned char* pHidden = bHideLeavers ? &nLeaver : nullptr;
     const auto keep = [&](const unsigned char* pBytes, size_t nSize)
     {
-        if (m_bByteMask)
+        if (m_TargetBuffers.HasByteMask())
         {
             mask.KeepBytes(pBytes, nSize, pHidden);
         }
@@ -32,27 +32,12 @@ CKeptMask CShaderDebuggerIL::ReadMask(bool bHideLeavers)
             mask.KeepWords(pBytes, nSize / sizeof(uint32_t), pHidden);
         }
     };
-    const std::unique_ptr<CShaderDebuggerDeviceBuffer>& pDevice = m_pSwitchedTargetBuffers[SD_ExecMask];
+    CShaderDebuggerDeviceBuffer* const pDevice = m_TargetBuffers.GetMask();
     if (pDevice != nullptr && !SD_Assert(GetHost(), pDevice->Visit(keep)))
     {
         mask.Forget();
     }
     return mask;
-}
-
-/// Reads the mask of the last run into a new buffer, a word a work-item.
-bool CShaderDebuggerIL::ReadByteMask(CShaderDebuggerBuffer& execMask)
-{
-    if (!execMask.Create(m_MaskDesc, nullptr))
-    {
-        return false;
-    }
-    return m_pSwitchedTargetBuffers[SD_ExecMask]->Visit(
-        [&](const unsigned char* pBytes, size_t nSize)
-        {
-            uint32_t* const pWords = reinterpret_cast<uint32_t*>(execMask.GetData());
-            std::copy_n(pBytes, std::min(nSize, execMask.GetItemCount()), pWords);
-        });
 }
 
 void CShaderDebuggerIL::UpdateMask(const ProgramCounter& pc, const Register& reg)
@@ -139,7 +124,7 @@ CShaderDebuggerBuffer* CShaderDebuggerIL::ShowMask(CShaderDebuggerResult& result
     if (result.GetExecMask() == nullptr)
     {
         std::unique_ptr<CShaderDebuggerBuffer> pShown(new (std::nothrow) CShaderDebuggerBuffer(m_pHost));
-        if (pShown != nullptr && pShown->Create(m_MaskDesc, nullptr) && m_StopMask.Restore(*pShown))
+        if (pShown != nullptr && pShown->Create(m_TargetBuffers.GetMaskDesc(), nullptr) && m_StopMask.Restore(*pShown))
         {
             result.UpdateExecMask(pShown.release());
         }

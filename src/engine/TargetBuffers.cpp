@@ -1,13 +1,16 @@
+#include "engine/TargetBuffers.h"
+
 #include "core/Log.h"
 #include "core/ShaderDebuggerBuffer.h"
 #include "core/ShaderDebuggerDevice.h"
 #include "core/ShaderDebuggerHost.h"
-#include "core/ShaderDebuggerResult.h"
-#include "engine/ShaderDebuggerIL.h"
-#include "engine/ShaderDebuggerShaderIL.h"
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <new>
+#include <string_view>
+#include <utility>
 
 namespace OVK_ShaderDebugger
 {
@@ -52,166 +55,171 @@ void Overlay(CShaderDebuggerBuffer& merged, const CShaderDebuggerBuffer& before,
 
 } // namespace
 
-bool CShaderDebuggerIL::CreateTargetBuffers()
+CTargetBuffers::CTargetBuffers(CShaderDebuggerHost* pHost) : m_pHost(pHost) {}
+
+CTargetBuffers::~CTargetBuffers() = default;
+
+bool CTargetBuffers::Create(const BufferDesc& dispatch, bool bOnDemand)
 {
-    BufferDesc desc;
-    if (!GetHost()->GetDeviceBufferDesc(ShaderUtils::ST_Compute, -1, desc))
-    {
-        SD_Log(GetHost(), logERROR, "ShaderDebugger can not get render target description.\n");
-        return false;
-    }
-    m_dwWidth = desc.m_nWidth;
-    m_dwHeight = desc.m_nHeight;
-    m_dwDepth = desc.m_nDepth;
-    m_dwArraySize = desc.m_nArraySize;
-    m_BufferType = desc.m_Type;
-    return CreateOutputBuffers(desc) && SaveArguments() && CreateWorkingCopies();
+    m_bByteMask = bOnDemand;
+    DescribeOutputs(dispatch);
+    return (bOnDemand || (BringValues() && BringMask())) && SaveArguments() && CreateWorkingCopies();
 }
 
-/// One element a work-item: a register's four components, and whether the work-item was active. With values on demand
-/// the first run that needs them makes them.
-bool CShaderDebuggerIL::CreateOutputBuffers(BufferDesc desc)
+void CTargetBuffers::Clear()
+{
+    m_vpArguments.clear();
+    m_vpSaved.clear();
+    m_vpWorkingCopies.clear();
+    m_pValues.reset();
+    m_pMask.reset();
+}
+
+void CTargetBuffers::DescribeOutputs(BufferDesc desc)
 {
     // All slices of the dispatch lie in one, one behind the other as before: active work-items are counted, and masks
     // applied, by the first slice of a buffer alone.
     desc.m_nHeight *= std::max(desc.m_nDepth, 1u);
     desc.m_nDepth = 1;
     desc.m_nPitch = 0;
-    m_OutputDesc = desc;
-    m_OutputDesc.m_Format = ShaderUtils::BF_RGBA_32F;
-    m_OutputDesc.m_Usage = ShaderUtils::BU_Results;
+    m_ValuesDesc = desc;
+    m_ValuesDesc.m_Format = ShaderUtils::BF_RGBA_32F;
+    m_ValuesDesc.m_Usage = ShaderUtils::BU_Results;
     m_MaskDesc = desc;
     m_MaskDesc.m_Format = ShaderUtils::BF_R_32;
     m_MaskDesc.m_Usage = ShaderUtils::BU_ExecMask;
-    m_bByteMask = m_bValuesOnDemand;
-    return m_bValuesOnDemand || (BringOutputBuffer(SD_Results) && BringOutputBuffer(SD_ExecMask));
 }
 
-/// Makes an output buffer unless it is there.
-bool CShaderDebuggerIL::BringOutputBuffer(int nBuffer)
+/// Makes the buffer unless it is there; so does the next.
+bool CTargetBuffers::BringValues()
 {
-    std::unique_ptr<CShaderDebuggerDeviceBuffer>& pBuffer = m_pSwitchedTargetBuffers[nBuffer];
-    if (pBuffer == nullptr)
+    if (m_pValues == nullptr)
     {
-        BufferDesc desc = nBuffer == SD_Results ? m_OutputDesc : m_MaskDesc;
-        desc.m_Format = nBuffer == SD_ExecMask && m_bByteMask ? ShaderUtils::BF_R_8 : desc.m_Format;
-        pBuffer.reset(GetHost()->CreateDeviceBuffer(desc));
+        m_pValues.reset(m_pHost->CreateDeviceBuffer(m_ValuesDesc));
     }
-    return pBuffer != nullptr;
+    return m_pValues != nullptr;
 }
 
-bool CShaderDebuggerIL::SaveArguments()
+bool CTargetBuffers::BringMask()
 {
-    const unsigned int numBuffers = GetHost()->GetNumDeviceBuffers(GetShaderType());
-    SD_Assert(GetHost(), m_vpOriginalTargetBuffers.empty());
-    SD_Assert(GetHost(), m_vpOriginalTargetBuffersData.empty());
-    m_vpOriginalTargetBuffers.clear();
-    m_vpOriginalTargetBuffersData.clear();
-    m_vpOriginalTargetBuffers.resize(numBuffers);
-    m_vpOriginalTargetBuffersData.resize(numBuffers);
+    if (m_pMask == nullptr)
+    {
+        BufferDesc desc = m_MaskDesc;
+        desc.m_Format = m_bByteMask ? ShaderUtils::BF_R_8 : desc.m_Format;
+        m_pMask.reset(m_pHost->CreateDeviceBuffer(desc));
+    }
+    return m_pMask != nullptr;
+}
+
+void CTargetBuffers::DropValues()
+{
+    m_pValues.reset();
+}
+
+bool CTargetBuffers::SaveArguments()
+{
+    const unsigned int numBuffers = m_pHost->GetNumDeviceBuffers(ShaderUtils::ST_Compute);
+    SD_Assert(m_pHost, m_vpArguments.empty());
+    SD_Assert(m_pHost, m_vpSaved.empty());
+    m_vpArguments.clear();
+    m_vpSaved.clear();
+    m_vpArguments.resize(numBuffers);
+    m_vpSaved.resize(numBuffers);
     for (unsigned int i = 0; i < numBuffers; ++i)
     {
-        CShaderDebuggerDeviceBuffer* pOriginalBuffer = GetHost()->GetDeviceBuffer(GetShaderType(), i);
-        if (!SD_AssertText(GetHost(), pOriginalBuffer != nullptr, "pOriginalBuffer != NULL"))
+        CShaderDebuggerDeviceBuffer* pOriginalBuffer = m_pHost->GetDeviceBuffer(ShaderUtils::ST_Compute, i);
+        if (!SD_AssertText(m_pHost, pOriginalBuffer != nullptr, "pOriginalBuffer != NULL"))
         {
             return false;
         }
-        m_vpOriginalTargetBuffers[i].reset(pOriginalBuffer);
+        m_vpArguments[i].reset(pOriginalBuffer);
         if (IsMemory(*pOriginalBuffer))
         {
-            m_vpOriginalTargetBuffersData[i].reset(pOriginalBuffer->GetDataBuffer(nullptr));
+            m_vpSaved[i].reset(pOriginalBuffer->GetDataBuffer(nullptr));
         }
     }
     return true;
 }
 
-bool CShaderDebuggerIL::CreateWorkingCopies()
+bool CTargetBuffers::CreateWorkingCopies()
 {
-    const size_t numBuffers = m_vpOriginalTargetBuffers.size();
-    SD_Assert(GetHost(), m_vpModifiedTargetBuffers.empty());
-    SD_Assert(GetHost(), m_GlobalResults.empty());
-    m_vpModifiedTargetBuffers.clear();
-    m_GlobalResults.clear();
-    m_vpModifiedTargetBuffers.resize(numBuffers);
-    m_GlobalResultDirtyFlags.assign(numBuffers, false);
+    const size_t numBuffers = m_vpArguments.size();
+    SD_Assert(m_pHost, m_vpWorkingCopies.empty());
+    m_vpWorkingCopies.clear();
+    m_vpWorkingCopies.resize(numBuffers);
     for (size_t i = 0; i < numBuffers; ++i)
     {
-        if (!IsMemory(*m_vpOriginalTargetBuffers[i]))
+        if (!IsMemory(*m_vpArguments[i]))
         {
             continue;
         }
         // Without a working copy the runs would work on the client's own memory.
         BufferDesc desc;
-        if (!GetHost()->GetDeviceBufferDesc(ShaderUtils::ST_Compute, static_cast<int>(i), desc))
+        if (!m_pHost->GetDeviceBufferDesc(ShaderUtils::ST_Compute, static_cast<int>(i), desc))
         {
             return false;
         }
-        m_vpModifiedTargetBuffers[i].reset(GetHost()->CreateDeviceBuffer(desc));
-        CShaderDebuggerResult* pResult = GetResult(m_GlobalResults, GetGlobalResultName(i));
-        if (m_vpOriginalTargetBuffersData[i] == nullptr || m_vpModifiedTargetBuffers[i] == nullptr ||
-            pResult == nullptr)
+        m_vpWorkingCopies[i].reset(m_pHost->CreateDeviceBuffer(desc));
+        if (m_vpSaved[i] == nullptr || m_vpWorkingCopies[i] == nullptr)
         {
             return false;
         }
-        pResult->UpdateDataType(ShaderUtils::DT_UInt32, COMP_All);
     }
     return true;
 }
 
-bool CShaderDebuggerIL::SwitchTargetBuffers()
+bool CTargetBuffers::Switch(bool bValues, bool bMissStores)
 {
-    if (!SD_Assert(GetHost(), GetCurrentShader()))
-    {
-        return false;
-    }
-    const bool bValues = GetCurrentShader()->StoresValues();
-    if ((bValues && !SD_Assert(GetHost(), BringOutputBuffer(SD_Results))) ||
-        !SD_Assert(GetHost(), BringOutputBuffer(SD_ExecMask)))
+    if ((bValues && !SD_Assert(m_pHost, BringValues())) || !SD_Assert(m_pHost, BringMask()))
     {
         return false;
     }
     // Who comes to the stores writes both elements. Where that isn't everybody, what an earlier run wrote must not
     // pass for what this one did.
-    if (GetCurrentShader()->CanMissStores() && ((bValues && !m_pSwitchedTargetBuffers[SD_Results]->Clear()) ||
-                                                !m_pSwitchedTargetBuffers[SD_ExecMask]->Clear()))
+    if (bMissStores && ((bValues && !m_pValues->Clear()) || !m_pMask->Clear()))
     {
         return false;
     }
     return ReloadWorkingCopies() && BindArguments(GetResultsArgument());
 }
 
-bool CShaderDebuggerIL::SwitchMemoryBuffers(CShaderDebuggerDeviceBuffer* pLocal)
+bool CTargetBuffers::SwitchForMemory(CShaderDebuggerDeviceBuffer* pLocal)
 {
-    return ReloadWorkingCopies() && BindArguments(pLocal != nullptr ? *pLocal : GetResultsArgument());
+    return SD_Assert(m_pHost, BringMask()) && ReloadWorkingCopies() &&
+           BindArguments(pLocal != nullptr ? *pLocal : GetResultsArgument());
+}
+
+bool CTargetBuffers::SwitchPlain()
+{
+    return ReloadWorkingCopies() && BindOwnArguments();
 }
 
 /// What stands for the results. Where there are none it is a buffer that the kernel doesn't store to in this place.
-CShaderDebuggerDeviceBuffer& CShaderDebuggerIL::GetResultsArgument() const
+CShaderDebuggerDeviceBuffer& CTargetBuffers::GetResultsArgument() const
 {
-    const bool bResults = m_pSwitchedTargetBuffers[SD_Results] != nullptr;
-    return *m_pSwitchedTargetBuffers[bResults ? SD_Results : SD_ExecMask];
+    return m_pValues != nullptr ? *m_pValues : *m_pMask;
 }
 
-unsigned int CShaderDebuggerIL::GetLocalArgumentSize(size_t nArgument) const
+unsigned int CTargetBuffers::GetLocalArgumentSize(size_t nArgument) const
 {
     BufferDesc desc;
-    if (nArgument < m_vpOriginalTargetBuffers.size() && m_vpOriginalTargetBuffers[nArgument] != nullptr)
+    if (nArgument < m_vpArguments.size() && m_vpArguments[nArgument] != nullptr)
     {
-        m_vpOriginalTargetBuffers[nArgument]->GetDeviceBufferDesc(&desc);
+        m_vpArguments[nArgument]->GetDeviceBufferDesc(&desc);
     }
     return desc.m_Type == ShaderUtils::BT_LocalBuffer ? static_cast<unsigned int>(desc.m_nSize) : 0;
 }
 
-bool CShaderDebuggerIL::ReloadWorkingCopies()
+bool CTargetBuffers::ReloadWorkingCopies()
 {
-    for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
+    for (size_t i = 0; i < m_vpWorkingCopies.size(); ++i)
     {
-        if (m_vpModifiedTargetBuffers[i] == nullptr)
+        if (m_vpWorkingCopies[i] == nullptr)
         {
             continue;
         }
-        CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[i];
-        if (!m_vpModifiedTargetBuffers[i]->UpdateData(saved.GetData(), saved.GetSize()))
+        CShaderDebuggerBuffer& saved = *m_vpSaved[i];
+        if (!m_vpWorkingCopies[i]->UpdateData(saved.GetData(), saved.GetSize()))
         {
             return false;
         }
@@ -219,97 +227,142 @@ bool CShaderDebuggerIL::ReloadWorkingCopies()
     return true;
 }
 
-bool CShaderDebuggerIL::BindOwnArguments()
+bool CTargetBuffers::BindOwnArguments()
 {
     bool bBound = true;
-    for (unsigned int i = 0; i < m_vpOriginalTargetBuffers.size(); ++i)
+    for (unsigned int i = 0; i < m_vpArguments.size(); ++i)
     {
-        CShaderDebuggerDeviceBuffer* pWorkingCopy = m_vpModifiedTargetBuffers[i].get();
-        bBound = GetHost()->SetDeviceBuffer(
-                     GetShaderType(), i, pWorkingCopy != nullptr ? pWorkingCopy : m_vpOriginalTargetBuffers[i].get()) &&
+        CShaderDebuggerDeviceBuffer* pWorkingCopy = m_vpWorkingCopies[i].get();
+        bBound = m_pHost->SetDeviceBuffer(ShaderUtils::ST_Compute, i,
+                                          pWorkingCopy != nullptr ? pWorkingCopy : m_vpArguments[i].get()) &&
                  bBound;
     }
     return bBound;
 }
 
-bool CShaderDebuggerIL::BindArguments(CShaderDebuggerDeviceBuffer& results)
+bool CTargetBuffers::BindArguments(CShaderDebuggerDeviceBuffer& results)
 {
-    const unsigned int n = static_cast<unsigned int>(m_vpOriginalTargetBuffers.size());
-    return BindOwnArguments() && GetHost()->SetDeviceBuffer(GetShaderType(), n, &results) &&
-           GetHost()->SetDeviceBuffer(GetShaderType(), n + 1, m_pSwitchedTargetBuffers[SD_ExecMask].get());
+    return BindOwnArguments() && BindInPlaceOfResults(&results) && BindInPlaceOfMask(m_pMask.get());
 }
 
-/// What a run changed is undone in front of the next one.
-bool CShaderDebuggerIL::RestoreTargetBuffers()
+bool CTargetBuffers::BindInPlaceOfResults(CShaderDebuggerDeviceBuffer* pBuffer)
 {
-    return true;
+    return Bind(m_vpArguments.size(), pBuffer);
 }
 
-bool CShaderDebuggerIL::SetRegisterSelectorValue(unsigned int nRegSelector)
+bool CTargetBuffers::BindInPlaceOfMask(CShaderDebuggerDeviceBuffer* pBuffer)
+{
+    return Bind(m_vpArguments.size() + 1, pBuffer);
+}
+
+bool CTargetBuffers::Bind(size_t nArgument, CShaderDebuggerDeviceBuffer* pBuffer)
+{
+    return m_pHost->SetDeviceBuffer(ShaderUtils::ST_Compute, static_cast<unsigned int>(nArgument), pBuffer);
+}
+
+bool CTargetBuffers::SetSelector(unsigned int nSelector)
 {
     BufferDesc desc;
     desc.m_Type = ShaderUtils::BT_Value;
-    desc.m_ShaderType = GetShaderType();
-    desc.m_nSize = sizeof(nRegSelector);
+    desc.m_ShaderType = ShaderUtils::ST_Compute;
+    desc.m_nSize = sizeof(nSelector);
     desc.m_nArraySize = 1;
-    const std::unique_ptr<CShaderDebuggerDeviceBuffer> pValueBuffer(GetHost()->CreateDeviceBuffer(desc));
-    const unsigned int nIndex = static_cast<unsigned int>(m_vpOriginalTargetBuffers.size()) + 2;
+    const std::unique_ptr<CShaderDebuggerDeviceBuffer> pValueBuffer(m_pHost->CreateDeviceBuffer(desc));
     // The device takes the value when it is set; the object isn't needed any more.
-    return SD_Assert(GetHost(), pValueBuffer) && pValueBuffer->UpdateData(&nRegSelector, sizeof(nRegSelector)) &&
-           GetHost()->SetDeviceBuffer(GetShaderType(), nIndex, pValueBuffer.get());
+    return SD_Assert(m_pHost, pValueBuffer) && pValueBuffer->UpdateData(&nSelector, sizeof(nSelector)) &&
+           Bind(m_vpArguments.size() + 2, pValueBuffer.get());
 }
 
-void CShaderDebuggerIL::DeleteTargetBuffers(bool bUpdateOriginalBuffers)
+std::unique_ptr<CShaderDebuggerBuffer> CTargetBuffers::ReadValues() const
 {
-    if (bUpdateOriginalBuffers)
+    if (m_pValues == nullptr)
     {
-        m_bResultsDelivered = m_bOutputsComplete && WriteBack();
+        return nullptr;
     }
-    m_vpOriginalTargetBuffers.clear();
-    m_vpOriginalTargetBuffersData.clear();
-    m_vpModifiedTargetBuffers.clear();
-    m_pSwitchedTargetBuffers[SD_Results].reset();
-    m_pSwitchedTargetBuffers[SD_ExecMask].reset();
-    m_pValues.reset();
-    m_pSpareExecMask.reset();
-    m_StopMask.Forget();
-    m_KeptMask.Forget();
+    std::unique_ptr<CShaderDebuggerBuffer> pResultBuffer(m_pValues->GetDataBuffer(nullptr));
+    SD_Assert(m_pHost, pResultBuffer);
+    return pResultBuffer;
 }
 
-bool CShaderDebuggerIL::RestoreArguments()
+std::unique_ptr<CShaderDebuggerBuffer> CTargetBuffers::ReadMask() const
 {
-    bool bRestored = m_bIsDebugging;
-    for (size_t i = 0; i < m_vpOriginalTargetBuffers.size(); ++i)
+    if (m_pMask == nullptr)
     {
-        const std::unique_ptr<CShaderDebuggerBuffer>& pSaved = m_vpOriginalTargetBuffersData[i];
-        bRestored = bRestored && (pSaved == nullptr ||
-                                  m_vpOriginalTargetBuffers[i]->UpdateData(pSaved->GetData(), pSaved->GetSize()));
+        return nullptr;
+    }
+    std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer(m_bByteMask ? ReadByteMask()
+                                                                       : m_pMask->GetDataBuffer(nullptr));
+    SD_Assert(m_pHost, pExecMaskBuffer);
+    return pExecMaskBuffer;
+}
+
+/// A new buffer with a word for each byte; null when memory runs out, and if the bytes can't be read.
+CShaderDebuggerBuffer* CTargetBuffers::ReadByteMask() const
+{
+    std::unique_ptr<CShaderDebuggerBuffer> pWords(new (std::nothrow) CShaderDebuggerBuffer(m_pHost));
+    if (pWords == nullptr || !pWords->Create(m_MaskDesc, nullptr))
+    {
+        return nullptr;
+    }
+    const auto widen = [&](const unsigned char* pBytes, size_t nSize)
+    { std::copy_n(pBytes, std::min(nSize, pWords->GetItemCount()), reinterpret_cast<uint32_t*>(pWords->GetData())); };
+    return m_pMask->Visit(widen) ? pWords.release() : nullptr;
+}
+
+std::vector<size_t> CTargetBuffers::HashWorkingCopies() const
+{
+    std::vector<size_t> vHashes;
+    for (const auto& pCopy : m_vpWorkingCopies)
+    {
+        if (pCopy == nullptr)
+        {
+            continue;
+        }
+        const std::unique_ptr<CShaderDebuggerBuffer> pBytes(pCopy->GetDataBuffer(nullptr));
+        if (pBytes == nullptr)
+        {
+            return {};
+        }
+        const std::string_view bytes(reinterpret_cast<const char*>(pBytes->GetData()), pBytes->GetSize());
+        vHashes.push_back(std::hash<std::string_view>()(bytes));
+    }
+    return vHashes;
+}
+
+bool CTargetBuffers::RestoreArguments()
+{
+    bool bRestored = true;
+    for (size_t i = 0; i < m_vpArguments.size(); ++i)
+    {
+        const std::unique_ptr<CShaderDebuggerBuffer>& pSaved = m_vpSaved[i];
+        bRestored =
+            bRestored && (pSaved == nullptr || m_vpArguments[i]->UpdateData(pSaved->GetData(), pSaved->GetSize()));
     }
     return bRestored;
 }
 
 /// What the client's memory is to get from the last run, by the argument through which it goes there. Of arguments that
 /// name one object each contributes what it changed.
-bool CShaderDebuggerIL::ReadOutputs(Contents& outputs)
+bool CTargetBuffers::ReadOutputs(Contents& outputs) const
 {
     std::map<void*, size_t> firstOf;
-    for (size_t i = 0; i < m_vpModifiedTargetBuffers.size(); ++i)
+    for (size_t i = 0; i < m_vpWorkingCopies.size(); ++i)
     {
-        if (m_vpModifiedTargetBuffers[i] == nullptr)
+        if (m_vpWorkingCopies[i] == nullptr)
         {
             continue;
         }
-        std::unique_ptr<CShaderDebuggerBuffer> pNow(m_vpModifiedTargetBuffers[i]->GetDataBuffer(nullptr));
+        std::unique_ptr<CShaderDebuggerBuffer> pNow(m_vpWorkingCopies[i]->GetDataBuffer(nullptr));
         if (pNow == nullptr)
         {
             return false;
         }
-        const CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[i];
+        const CShaderDebuggerBuffer& saved = *m_vpSaved[i];
         if (HaveSameContents(*pNow, saved))
         {
             continue;
         }
-        const size_t nFirst = firstOf.emplace(GetMemoryObject(*m_vpOriginalTargetBuffers[i]), i).first->second;
+        const size_t nFirst = firstOf.emplace(GetMemoryObject(*m_vpArguments[i]), i).first->second;
         if (nFirst == i)
         {
             outputs[i] = std::move(pNow);
@@ -322,27 +375,25 @@ bool CShaderDebuggerIL::ReadOutputs(Contents& outputs)
     return true;
 }
 
-/// Gives the client's memory what the last run left in the working copies: all of it or nothing, so that the launch can
-/// still be made.
-bool CShaderDebuggerIL::WriteBack()
+bool CTargetBuffers::WriteBack()
 {
     Contents outputs;
     if (!ReadOutputs(outputs))
     {
-        SD_Log(GetHost(), logERROR, "Failed to read the outputs");
+        SD_Log(m_pHost, logERROR, "Failed to read the outputs");
         return false;
     }
     for (auto it = outputs.begin(); it != outputs.end(); ++it)
     {
-        if (m_vpOriginalTargetBuffers[it->first]->UpdateData(it->second->GetData(), it->second->GetSize()))
+        if (m_vpArguments[it->first]->UpdateData(it->second->GetData(), it->second->GetSize()))
         {
             continue;
         }
-        SD_Log(GetHost(), logERROR, "Failed to write the outputs back");
+        SD_Log(m_pHost, logERROR, "Failed to write the outputs back");
         for (auto itWritten = outputs.begin(); itWritten != it; ++itWritten)
         {
-            CShaderDebuggerBuffer& saved = *m_vpOriginalTargetBuffersData[itWritten->first];
-            m_vpOriginalTargetBuffers[itWritten->first]->UpdateData(saved.GetData(), saved.GetSize());
+            CShaderDebuggerBuffer& saved = *m_vpSaved[itWritten->first];
+            m_vpArguments[itWritten->first]->UpdateData(saved.GetData(), saved.GetSize());
         }
         return false;
     }

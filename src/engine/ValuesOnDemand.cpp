@@ -3,8 +3,6 @@
 #include "core/ShaderDebuggerDevice.h"
 #include "core/ShaderDebuggerHost.h"
 #include "core/ShaderDebuggerResult.h"
-#include "engine/CallStackScope.h"
-#include "engine/PrivateAccess.h"
 #include "engine/ShaderDebuggerIL.h"
 #include "engine/ShaderDebuggerShaderIL.h"
 #include "il/ShaderDebuggerUtilsIL.h"
@@ -31,51 +29,6 @@ constexpr size_t s_nMostRegisters = 1024;
 
 } // namespace
 
-/// The registers that work-items may have written up to the present stop, whole, the latest first.
-std::vector<Register> CShaderDebuggerShaderIL::FindWritten() const
-{
-    std::vector<Register> vWritten;
-    std::set<RegisterID> found;
-    for (auto itStop = m_Stops.rbegin(); itStop != m_Stops.rend(); ++itStop)
-    {
-        for (auto it = itStop->vWritten.rbegin(); it != itStop->vWritten.rend(); ++it)
-        {
-            if (IsCaptured(*it) && found.insert(CShaderDebuggerIL::GetResultRegister(*it).reg).second)
-            {
-                vWritten.push_back(WholeRegister(*it));
-            }
-        }
-    }
-    return vWritten;
-}
-
-/// One run for the values of some registers at the present stop. It leaves memory as it is there, too.
-/// \param nPlane  bytes of one register's values
-bool CShaderDebuggerShaderIL::ReadValues(const std::vector<Register>& vRegisters, unsigned int nPlane,
-                                         CShaderDebuggerDeviceBuffer& values)
-{
-    std::vector<char> vImage;
-    {
-        const CCallStackScope scope(*this, m_CurrentCallStack, {});
-        if (!CreateValueShader(m_nCurrentInstruction, vRegisters, nPlane, vImage))
-        {
-            return false;
-        }
-    }
-    m_CopiesAt.reset();
-    m_bComplete = false;
-    m_bMemoryOnDevice = false;
-    if (!GetHost()->SetShader(GetShaderType(), vImage.data(), vImage.size()) ||
-        !GetDebuggerIL()->SwitchMemoryBuffers(&values) || !GetDebuggerIL()->SetRegisterSelectorValue(0) ||
-        !GetHost()->ExecuteShader())
-    {
-        SD_Log(GetHost(), logERROR, "Failed to run the kernel for values");
-        return false;
-    }
-    m_CopiesAt = Here();
-    return true;
-}
-
 void CShaderDebuggerIL::SetValuesOnDemand(bool bOn)
 {
     if (m_bValuesOnDemand == bOn)
@@ -92,7 +45,7 @@ void CShaderDebuggerIL::SetValuesOnDemand(bool bOn)
     m_pValues.reset();
     if (bOn)
     {
-        m_pSwitchedTargetBuffers[SD_Results].reset();
+        m_TargetBuffers.DropValues();
     }
 }
 
@@ -175,13 +128,14 @@ std::vector<Register> CShaderDebuggerIL::ChooseRegisters(const std::string& strN
 
 size_t CShaderDebuggerIL::GetPlaneSize() const
 {
-    return size_t{4} * sizeof(uint32_t) * std::max(m_OutputDesc.m_nWidth, 1u) * std::max(m_OutputDesc.m_nHeight, 1u);
+    const BufferDesc& one = m_TargetBuffers.GetValuesDesc();
+    return size_t{4} * sizeof(uint32_t) * std::max(one.m_nWidth, 1u) * std::max(one.m_nHeight, 1u);
 }
 
 bool CShaderDebuggerIL::RunForValues(const std::vector<Register>& vRegisters)
 {
     ++m_nValueRuns;
-    BufferDesc desc = m_OutputDesc;
+    BufferDesc desc = m_TargetBuffers.GetValuesDesc();
     desc.m_nHeight = std::max(desc.m_nHeight, 1u) * static_cast<unsigned int>(vRegisters.size());
     // The next stop mostly looks at as many registers.
     const bool bFits = m_pValues != nullptr && m_nValuesHeight == desc.m_nHeight &&
@@ -233,7 +187,7 @@ std::unique_ptr<CShaderDebuggerBuffer> CShaderDebuggerIL::CutPlane(const CShader
 {
     std::unique_ptr<CShaderDebuggerBuffer> pOne(new (std::nothrow) CShaderDebuggerBuffer(m_pHost));
     BufferDesc desc = read.GetDesc();
-    desc.m_nHeight = std::max(m_OutputDesc.m_nHeight, 1u);
+    desc.m_nHeight = std::max(m_TargetBuffers.GetValuesDesc().m_nHeight, 1u);
     desc.m_nSize = GetPlaneSize();
     if (pOne == nullptr || !pOne->Create(desc, nullptr) || (n + 1) * pOne->GetSize() > read.GetSize())
     {

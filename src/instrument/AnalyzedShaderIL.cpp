@@ -383,6 +383,12 @@ std::string CAnalyzedShaderIL::KernelName() const
     return pHost != nullptr ? pHost->GetShaderFunctionName(GetShaderType()) : std::string();
 }
 
+Register CAnalyzedShaderIL::WrittenBy(InstructionNumber nInst) const
+{
+    const auto it = m_RegisterOutput.find(nInst);
+    return it != m_RegisterOutput.end() ? it->second : g_Reg_NULL;
+}
+
 unsigned int CAnalyzedShaderIL::FunctionOf(InstructionNumber nInst) const
 {
     const auto it = m_FunctionScope.find(nInst);

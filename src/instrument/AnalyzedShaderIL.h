@@ -98,6 +98,40 @@ public:
     bool HasPrivateUAV(unsigned int nNumber) const { return m_PrivateUAVNums.count(nNumber) != 0; }
     bool IsPrivateUAVWrite(const CShaderDebuggerInstructionIL& instruction) const;
 
+    // Facts about instructions, by their numbers.
+    InstructionNumber CountInstructions() const { return static_cast<InstructionNumber>(m_Instructions.size()); }
+    /// The last instruction, the end.
+    InstructionNumber GetEndOfShader() const { return m_nEndOfShader; }
+    /// There must be one of the number.
+    const CShaderDebuggerInstructionIL& InstructionAt(InstructionNumber nInst) const { return m_Instructions[nInst]; }
+    /// IL_OP_UNKNOWN after the end.
+    ILOpCode OpCodeAt(InstructionNumber nInst) const
+    {
+        return nInst < m_Instructions.size() ? m_Instructions[nInst].GetOpCode() : IL_OP_UNKNOWN;
+    }
+    /// The register that an instruction writes; g_Reg_NULL if there is none.
+    Register WrittenBy(InstructionNumber nInst) const;
+    /// What the call of a macro that isn't entered writes besides its destination; nothing for other instructions.
+    const std::vector<Register>& RegistersPassedBy(InstructionNumber nInst) const;
+    /// The label of the function around an instruction; 0 for the main body.
+    unsigned int FunctionOf(InstructionNumber nInst) const;
+    /// The innermost block around an instruction, which may open, divide or close it; null for none.
+    CIL_FCConstruct* ConstructOf(InstructionNumber nInst) const;
+    /// The outline macro that an instruction stands in; null for none.
+    const SOutlineMacro* MacroAround(InstructionNumber nInst) const;
+    /// The first instruction of the function or outline macro around an instruction; that of the main body is 0.
+    InstructionNumber StartOfBody(InstructionNumber nInst) const;
+    /// The instruction with which the body around an instruction ends; of an outline macro the first one behind it.
+    InstructionNumber EndOfBody(InstructionNumber nInst) const;
+    /// The first instruction of the function or outline macro that an instruction calls, on a condition or without.
+    std::optional<InstructionNumber> FindCallee(InstructionNumber nInst) const;
+    /// What each function declares, by its label.
+    const std::map<unsigned int, Declarations>& GetDeclarations() const { return m_DeclsFuncScopeMap; }
+    /// The first instruction of a function, by its label; nothing for the main body.
+    std::optional<InstructionNumber> FindFunction(unsigned int nLabel) const;
+    /// The metadata text of the kernel; empty without an ELF image.
+    const std::string& GetMetadata() const { return m_strMetadata; }
+
     /// Reads macros from the first item inside one until the stream is behind the last of the macros that follow each
     /// other directly. nNumMacroLines becomes the number of items read. Always true.
     bool SkipMacros(CInputTokenStream<unsigned int>& src, LineNumber& nNumMacroLines);
@@ -153,21 +187,9 @@ protected:
     void SkipHeader(CInputTokenStream<unsigned int>& src) const;
 
     bool IsCompute() const { return GetShaderType() == ShaderUtils::ST_Compute; }
-    unsigned int FunctionOf(InstructionNumber nInst) const;
-    CIL_FCConstruct* ConstructOf(InstructionNumber nInst) const;
 
-    /// The outline macro that an instruction stands in; null for none.
-    const SOutlineMacro* MacroAround(InstructionNumber nInst) const;
     /// Whether an instruction stands in the main body, in no function and no macro.
     bool IsInMain(InstructionNumber nInst) const;
-    /// The first instruction of the function or outline macro around an instruction; that of the main body is 0.
-    InstructionNumber StartOfBody(InstructionNumber nInst) const;
-    /// The instruction with which the body around an instruction ends; of an outline macro the first one behind it.
-    InstructionNumber EndOfBody(InstructionNumber nInst) const;
-    /// The first instruction of the function or outline macro that an instruction calls, on a condition or without.
-    std::optional<InstructionNumber> FindCallee(InstructionNumber nInst) const;
-    /// What the call of a macro that isn't entered writes besides its destination; nothing for other instructions.
-    const std::vector<Register>& RegistersPassedBy(InstructionNumber nInst) const;
 
     /// Whether a macro is an outline of this kernel: bit 16 of its modifier word, and the comment that comes next.
     bool IsOutlineMacro(IL instMod, const CInputTokenStream<unsigned int>& src) const;

@@ -15,6 +15,13 @@ CInstrumentedShaderIL::~CInstrumentedShaderIL()
     std::free(m_pPatchedShader);
 }
 
+void CInstrumentedShaderIL::DropPatchedShader()
+{
+    std::free(m_pPatchedShader);
+    m_pPatchedShader = nullptr;
+    m_nPatchedShaderSize = 0;
+}
+
 bool CInstrumentedShaderIL::IsPatchedOutputRegister(const Register& reg) const
 {
     return reg.reg.type == RT_Output &&

@@ -62,9 +62,37 @@ public:
     /// can't be made
     bool CreatePlainShader(std::vector<char>& vImage);
 
+    /// A kernel with the arguments of this one that stores constant buffer 1, in which the arguments stand, to the
+    /// results buffer, element by element. \return false, with the reason logged
+    bool CreateArgumentDump(std::vector<char>& vImage);
+    /// The elements of constant buffer 1.
+    unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }
+
     /// Appends the two output buffers and the register selector to the arguments.
     /// \param pstrPatchedMetadata receives the text, if given
     bool PatchMetadata(CCLMetadata& metadata, std::string* pstrPatchedMetadata);
+
+    /// The last patched kernel, null for none, and its bytes.
+    const IL* GetPatchedShader() const { return m_pPatchedShader; }
+    size_t GetPatchedShaderSize() const { return m_nPatchedShaderSize; }
+    /// Gives up the last patched kernel.
+    void DropPatchedShader();
+
+    // What the next patched kernels are made for, besides their target.
+    /// Which call of its function the target is in.
+    const CCallPath& GetTargetCalls() const { return m_CallStack; }
+    /// Jumps of the target's function in front of which the capture is made as well, of those who take them.
+    const std::set<InstructionNumber>& GetLeaving() const { return m_Leaving; }
+    /// Whether they store the mask alone.
+    bool IsMaskOnly() const { return m_bMaskOnly; }
+    void SetMaskOnly(bool bMaskOnly) { m_bMaskOnly = bMaskOnly; }
+    /// Whether the mask's buffer has a byte for each work-item, not a word: the same for all of a session.
+    bool HasByteMask() const { return m_bByteMask; }
+    void SetByteMask(bool bByteMask) { m_bByteMask = bByteMask; }
+    class CTargetScope;
+
+    /// What the mask says of a work-item that has taken one of the jumps in GetLeaving().
+    static constexpr unsigned char s_nLeaverFlag = 2;
 
     /// Whether a register belongs to the debugger's outputs of a kernel that isn't a compute kernel.
     bool IsPatchedOutputRegister(const Register& reg) const;
@@ -122,20 +150,6 @@ protected:
     bool WriteDecls(CDest& dest, unsigned int nFuncLabel);
     /// The mask of the target's pass, both stores into the output buffers, and in a function the mask's flag cleared.
     virtual void WriteOutputs(CDest& dest, InstructionNumber nCurrentInstruction);
-
-    /// What the mask says of a work-item that has taken one of the jumps in m_Leaving.
-    static constexpr unsigned int s_nLeaverFlag = 2;
-
-    // Protected because the engine keeps one patched kernel for the next stop and gives it up.
-    IL* m_pPatchedShader; ///< owned, from malloc
-    size_t m_nPatchedShaderSize;
-    /// Jumps of the target's function in front of which the capture is made as well, of those who take them. Written
-    /// by the engine for a run.
-    std::set<InstructionNumber> m_Leaving;
-    /// The next patched kernel stores the mask alone. Written by the engine.
-    bool m_bMaskOnly = false;
-    /// The mask's buffer has a byte for each work-item, not a word. The same for all patched kernels of a session.
-    bool m_bByteMask = false;
 
 private:
     /// The UAV through which the older devices reach memory of all widths. The preamble declares it.
@@ -255,6 +269,20 @@ private:
     bool PatchMetadataAppendOutputBuffers(CCLMetadata& metadata);
     bool PatchMetadataAppendValue(CCLMetadata& metadata);
 
+    // The argument dump (DumpKernel.cpp).
+    void WriteArgumentDump(CSource& src, CDest& dest, const std::string& strKernelName, unsigned int nUniqueID,
+                           unsigned int nFuncLabel);
+    void WriteArgumentStores(CDest& dest);
+    bool InsertArgumentDump(const CDest& tokens, const std::string& strKernelName, CCLMetadata& metadata,
+                            std::vector<char>& vImage);
+    bool RefuseForMemory();
+    void LogArgumentDump(const CDest& tokens) const;
+
+    IL* m_pPatchedShader; ///< owned, from malloc
+    size_t m_nPatchedShaderSize;
+    std::set<InstructionNumber> m_Leaving;
+    bool m_bMaskOnly = false;
+    bool m_bByteMask = false;
     std::deque<InstructionNumber> m_FlowControlStack;         ///< blocks open in the pass, the innermost at the back
     std::map<InstructionNumber, unsigned int> m_CopyLiterals; ///< the passes of loops in copies, by the loop's start
     std::vector<char> m_vPreparedElf; ///< the kernel binary with all that is the same for every target patched in

@@ -23,6 +23,12 @@ bool CAnalyzedShaderIL::IsInMain(InstructionNumber nInst) const
     return FunctionOf(nInst) == 0 && MacroAround(nInst) == nullptr;
 }
 
+std::optional<InstructionNumber> CAnalyzedShaderIL::FindFunction(unsigned int nLabel) const
+{
+    const auto it = m_FunctionInstruction.find(nLabel);
+    return it != m_FunctionInstruction.end() ? std::optional<InstructionNumber>(it->second) : std::nullopt;
+}
+
 InstructionNumber CAnalyzedShaderIL::StartOfBody(InstructionNumber nInst) const
 {
     if (const SOutlineMacro* pMacro = MacroAround(nInst))

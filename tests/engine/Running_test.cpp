@@ -56,7 +56,7 @@ class RunKernel : public testing::TestWithParam<SKernelCase>
 InstructionNumber LastStore(CTestSession& session)
 {
     InstructionNumber n = CTestSession::s_nBody;
-    while (session.Shader().OpCodeOf(n + 1) != IL_OP_RET)
+    while (session.Shader().OpCodeAt(n + 1) != IL_OP_RET)
     {
         ++n;
     }
@@ -70,7 +70,7 @@ TEST_P(RunKernel, StopsInFrontOfEachLineWithTheValuesOfThePlainRun)
         CTestSession session(GetParam().strBody, GetParam().strFunctions);
         const CTrace trace = session.Trace();
         ASSERT_TRUE(session.Start());
-        const uint32_t nOpCode = session.Shader().OpCodeOf(nLine);
+        const uint32_t nOpCode = session.Shader().OpCodeAt(nLine);
         if (nOpCode == IL_OP_END)
         {
             break;
@@ -135,7 +135,7 @@ TEST_P(RunKernel, GoesBackToTheStopBeforeAndOverLinesThatItPassed)
         CTestSession session(GetParam().strBody, GetParam().strFunctions);
         const CTrace trace = session.Trace();
         ASSERT_TRUE(session.Start());
-        if (session.Shader().OpCodeOf(nLine) == IL_OP_END)
+        if (session.Shader().OpCodeAt(nLine) == IL_OP_END)
         {
             break;
         }

@@ -55,10 +55,10 @@ TEST_P(SteppedKernel, ShowsWhatThePlainRunDoes)
         // The start dumps the arguments as well. Where the position goes on is known without a run,
         // and behind a macro's last instruction the mask is.
         const bool bSlots = session.Shader().GetCurrentRegister().reg.type == RT_PrivateUAVAccess;
-        const bool bMacro = session.Shader().OpCodeOf(session.Place().nInstruction) == IL_OP_MACROCALL &&
+        const bool bMacro = session.Shader().OpCodeAt(session.Place().nInstruction) == IL_OP_MACROCALL &&
                             session.Shader().GetCurrentRegister() == g_Reg_NULL;
         // Who makes a call on a condition is asked at the start of the function.
-        const ILOpCode next = session.Shader().OpCodeOf(session.Place().nInstruction + 1);
+        const ILOpCode next = session.Shader().OpCodeAt(session.Place().nInstruction + 1);
         const bool bAsks = next == IL_OP_CALL_LOGICALZ || next == IL_OP_CALL_LOGICALNZ;
         EXPECT_EQ(session.TakeRuns(), (nStops == 0 ? 2u
                                        : bSlots    ? 3u

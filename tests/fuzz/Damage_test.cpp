@@ -119,7 +119,7 @@ bool TryDebugger(std::vector<char> vImage, const std::string& strKernel)
     {
         return false;
     }
-    std::vector<char> vPatched(pPatched, pPatched + shader.m_nPatchedShaderSize);
+    std::vector<char> vPatched(pPatched, pPatched + shader.GetPatchedShaderSize());
     if (shader.m_bIsElf)
     {
         KestrelFuzz::CheckWritten("patch", vPatched);

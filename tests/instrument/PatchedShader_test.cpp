@@ -54,7 +54,7 @@ TEST_F(PatchedImage, HoldsThePatchedTextAndMetadata)
     const IL* pImage = shader.CreatePatchedShader(ProgramCounter(3), {Register(RT_Temp, 0, COMP_All)});
     ASSERT_NE(pImage, nullptr);
     const char* pBytes = reinterpret_cast<const char*>(pImage);
-    const std::vector<char> vImage(pBytes, pBytes + shader.PatchedSize());
+    const std::vector<char> vImage(pBytes, pBytes + shader.GetPatchedShaderSize());
 
     std::vector<char> vText;
     EXPECT_FALSE(OVK_ElfUtils::GetDataFromSection(".debugilbin", vImage, nullptr));
@@ -81,21 +81,21 @@ TEST_F(PatchedImage, StaysWhenTheNextOneFails)
     ASSERT_TRUE(shader.AnalyzeShader());
     const std::vector<Register> vRegs = {Register(RT_Temp, 0, COMP_All)};
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(3), vRegs), nullptr);
-    const IL* pFirst = shader.Patched();
-    const size_t nSize = shader.PatchedSize();
+    const IL* pFirst = shader.GetPatchedShader();
+    const size_t nSize = shader.GetPatchedShaderSize();
     const std::vector<char> vFirst(reinterpret_cast<const char*>(pFirst),
                                    reinterpret_cast<const char*>(pFirst) + nSize);
 
     EXPECT_EQ(shader.CreatePatchedShader(ProgramCounter(shader.m_nEndOfShader), vRegs), nullptr);
     EXPECT_EQ(m_Host.CountLog(logERROR, "Failed to patch IL"), 1u);
-    EXPECT_EQ(shader.Patched(), pFirst);
-    EXPECT_EQ(shader.PatchedSize(), nSize);
+    EXPECT_EQ(shader.GetPatchedShader(), pFirst);
+    EXPECT_EQ(shader.GetPatchedShaderSize(), nSize);
 
     // The same target gives the same image, whatever was patched in between.
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(4), vRegs), nullptr);
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(3), vRegs), nullptr);
-    const char* pBytes = reinterpret_cast<const char*>(shader.Patched());
-    EXPECT_EQ(std::vector<char>(pBytes, pBytes + shader.PatchedSize()), vFirst);
+    const char* pBytes = reinterpret_cast<const char*>(shader.GetPatchedShader());
+    EXPECT_EQ(std::vector<char>(pBytes, pBytes + shader.GetPatchedShaderSize()), vFirst);
 }
 
 TEST_F(PatchedImage, OfAKernelThatWasRefusedIsNone)
@@ -118,7 +118,7 @@ TEST_F(PatchedImage, OfPlainTokensIsPlainTokens)
     EXPECT_TRUE(shader.IsPatchedOutputRegister(Register(RT_Output, 1, COMP_All)));
     EXPECT_FALSE(shader.IsPatchedOutputRegister(Register(RT_Output, 2, COMP_All)));
     EXPECT_FALSE(shader.IsPatchedOutputRegister(Register(RT_Temp, 0, COMP_All)));
-    EXPECT_EQ(Disassemble(shader.Patched(), shader.PatchedSize() / sizeof(unsigned int)),
+    EXPECT_EQ(Disassemble(shader.GetPatchedShader(), shader.GetPatchedShaderSize() / sizeof(unsigned int)),
               "il_ps_2_0\ndcl_input v2.xy\ndcl_output o0\ndcl_output o1\n"
               "dcl_literal l0, 0x0, 0x0, 0x0, 0x0\ndcl_literal l1, 0x1, 0x1, 0x1, 0x1\n"
               "dcl_literal l2, 0x2, 0x2, 0x2, 0x2\n"
@@ -138,7 +138,8 @@ TEST_F(PatchedImage, OfAnotherKindKeepsWhatTheDebuggerDoesNotReplaceThere)
     CTestShader shader(nullptr, vTokens.data(), vTokens.size() * sizeof(unsigned int)); // and nobody to tell
     ASSERT_TRUE(shader.AnalyzeShader());
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(0), {Register(RT_Temp, 1, COMP_x)}), nullptr);
-    const std::string strPatched = Disassemble(shader.Patched(), shader.PatchedSize() / sizeof(unsigned int));
+    const std::string strPatched =
+        Disassemble(shader.GetPatchedShader(), shader.GetPatchedShaderSize() / sizeof(unsigned int));
     EXPECT_NE(strPatched.find(strDeclarations), std::string::npos) << strPatched;
     EXPECT_NE(strPatched.find("ret_dyn\n" + strBehind), std::string::npos) << strPatched;
 

@@ -133,8 +133,6 @@ public:
     using CInstrumentedShaderIL::WriteSourceReg;
 
     const ShaderInfo& Info() const { return m_ShaderInfo; }
-    const IL* Patched() const { return m_pPatchedShader; }
-    size_t PatchedSize() const { return m_nPatchedShaderSize; }
 };
 
 /// A kernel made of IL text, analysed, with its host.
