@@ -62,6 +62,7 @@ public:
     }
 
     std::string Make();
+    SPlantedKernel MakePlanted(EPlanted ePlanted);
 
 private:
     /// A number from 0 to n - 1.
@@ -130,7 +131,12 @@ private:
     void Statement(unsigned int nDepth);
     void Body(unsigned int nDepth, unsigned int nCount);
     void Scope(unsigned int nDepth, unsigned int nCount);
-    void Exchange();
+    void Exchange(bool bFirst);
+    void Plant();
+    void NotePlace(unsigned int& nLine) const
+    {
+        nLine = static_cast<unsigned int>(std::count(m_strText.begin(), m_strText.end(), '\n'));
+    }
     void MakeHelper();
     void MakeTypes();
     void MakeKernelBody();
@@ -150,6 +156,10 @@ private:
     bool m_bInHelper = false;
     bool m_bHasLabel = false;
     int m_nBudget = 0;
+    SPlantedKernel m_Planted;
+    unsigned int m_nPlantIn = 0; ///< statements from now on; 0 if nothing is to be planted any more
+    bool m_bBarrier = false;     ///< one is to be dropped
+    bool m_bOpen = false;        ///< that one was the last
 };
 
 std::string CMaker::Constant(const STypeOfC& type)
@@ -628,6 +638,10 @@ void CMaker::Jump()
 void CMaker::Statement(unsigned int nDepth)
 {
     --m_nBudget;
+    if (!m_bInHelper && m_nPlantIn > 0 && --m_nPlantIn == 0)
+    {
+        Plant();
+    }
     const unsigned int nKind = Pick(nDepth == 0 || m_nBudget < 0 ? 10 : 20);
     ProbeAll();
     switch (nKind)
@@ -685,17 +699,66 @@ void CMaker::Body(unsigned int nDepth, unsigned int nCount)
 }
 
 /// Words go from work-item to work-item through local memory, at a place that all of a group come to.
-void CMaker::Exchange()
+/// \param bFirst  another one follows
+void CMaker::Exchange(bool bFirst)
 {
     const std::string strName = NewName("v");
+    const char* const pszBarrier = "barrier(CLK_LOCAL_MEM_FENCE);";
+    const char* const pszDropped = "PLANTED(, barrier(CLK_LOCAL_MEM_FENCE));";
+    const bool bBefore = m_bBarrier && (!bFirst || Chance(50));
+    const bool bAfter = m_bBarrier && !bBefore;
     ProbeAll();
+    if (bBefore || m_bOpen)
+    {
+        NotePlace(m_Planted.nOther);
+    }
     Line("tile[lid] = " + Expression(s_uint, 2) + ";");
-    Line("barrier(CLK_LOCAL_MEM_FENCE);");
-    Line("uint " + strName + " = tile[((uint)lid + " + std::to_string(1 + Pick(7)) + "u) & " +
+    Line(bBefore ? pszDropped : pszBarrier);
+    const unsigned int nNext = 1 + Pick(g_nGroupSize - 1);
+    if (m_bBarrier)
+    {
+        NotePlace(m_Planted.nLine);
+        m_Planted.nNext = nNext;
+    }
+    Line("uint " + strName + " = tile[((uint)lid + " + std::to_string(nNext) + "u) & " +
          std::to_string(g_nGroupSize - 1) + "u];");
-    Line("barrier(CLK_LOCAL_MEM_FENCE);");
+    Line(bAfter ? pszDropped : pszBarrier);
+    m_bOpen = bAfter;
+    m_bBarrier = false;
     m_vVariables.push_back({strName, &s_uint, true});
     Probe(strName, LayoutOf(s_uint));
+}
+
+/// Neither form changes what the program does elsewhere, so that the work-items that come here are known.
+void CMaker::Plant()
+{
+    const std::string strName = NewName("p");
+    switch (m_Planted.ePlanted)
+    {
+    case PLANTED_INDEX:
+        NotePlace(m_Planted.nLine);
+        Line("P(gid) out[6] = (uint)in[gid + PLANTED(" + std::to_string(g_nInputs - g_nItems / 2) + ", 0)];");
+        break;
+    case PLANTED_SHARED:
+        NotePlace(m_Planted.nLine);
+        Line("P(gid) sums[" + std::to_string(g_nSums + 4) + " + PLANTED(gid / 2, gid)] = hash;");
+        break;
+    case PLANTED_ATOMIC:
+    {
+        const std::string strWord = "sums[" + std::to_string(g_nSums) + " + (lid & 3)]";
+        NotePlace(m_Planted.nLine);
+        Line("P(gid) PLANTED(" + strWord + " += b, atomic_add(&" + strWord + ", b));");
+        break;
+    }
+    default:
+        Line("uint " + strName + " PLANTED(, = 3u);");
+        Line("if (lid & 1)");
+        Line("    " + strName + " = b;");
+        NotePlace(m_Planted.nLine);
+        Line(Chance(50) ? "P(gid) out[7] = " + strName + ";" : "P(gid) if (" + strName + " == 5u) out[7] = 1u;");
+        break;
+    }
+    m_Planted.nOther = m_Planted.nLine;
 }
 
 void CMaker::MakeTypes()
@@ -770,10 +833,11 @@ void CMaker::MakeKernelBody()
     Probe("f", "f");
     Probe("v", LayoutOf(s_uint) + LayoutOf(s_uint));
     m_nBudget = 22;
-    for (unsigned int nExchanges = Pick(3); nExchanges > 0; --nExchanges)
+    m_bBarrier = m_Planted.ePlanted == PLANTED_BARRIER;
+    for (unsigned int nExchanges = m_bBarrier ? 1 + Pick(2) : Pick(3); nExchanges > 0; --nExchanges)
     {
         Declare();
-        Exchange();
+        Exchange(nExchanges > 1);
     }
     m_bHasLabel = Chance(30);
     if (m_bHasLabel)
@@ -788,6 +852,10 @@ void CMaker::MakeKernelBody()
     else
     {
         Body(4, 5 + Pick(8));
+    }
+    if (std::exchange(m_nPlantIn, 0) != 0)
+    {
+        Plant();
     }
     ProbeAll();
     Line("out[0] = hash;");
@@ -823,7 +891,20 @@ std::string CMaker::Make()
     return m_strText;
 }
 
+SPlantedKernel CMaker::MakePlanted(EPlanted ePlanted)
+{
+    m_Planted.ePlanted = ePlanted;
+    m_nPlantIn = ePlanted == PLANTED_NOTHING || ePlanted == PLANTED_BARRIER ? 0 : 1 + Pick(6);
+    m_Planted.strText = Make();
+    return m_Planted;
+}
+
 } // namespace
+
+SPlantedKernel MakePlantedKernel(uint64_t nSeed, const std::string& strName, EPlanted ePlanted)
+{
+    return CMaker(nSeed, strName, nullptr).MakePlanted(ePlanted);
+}
 
 std::string MakeKernel(uint64_t nSeed, const std::string& strName)
 {

@@ -34,6 +34,30 @@ using CLayouts = std::map<std::string, std::string>;
 /// Names that several functions have mean variables of one type.
 std::string MakeProbedKernel(uint64_t nSeed, const std::string& strName, CLayouts& layouts);
 
+/// Faults that a kernel may have.
+enum EPlanted
+{
+    PLANTED_NOTHING,
+    PLANTED_INDEX,  ///< reads past the end of `in`
+    PLANTED_SHARED, ///< writes a word of `sums` that another work-item writes too
+    PLANTED_BARRIER,
+    PLANTED_ATOMIC,
+    PLANTED_START ///< a variable without its initial value
+};
+const size_t g_nPlantedSums = g_nSums + 4 + g_nItems; ///< words of `sums` then
+
+/// A kernel of the same kind with one place of which there are two forms, PLANTED(wrong, right), and what is known of
+/// the wrong one. P(gid) stands in front of what the work-items that have the fault execute.
+struct SPlantedKernel
+{
+    std::string strText;
+    EPlanted ePlanted = PLANTED_NOTHING;
+    unsigned int nLine = 0;  ///< where it shows, counted from the text's first, which is 0
+    unsigned int nOther = 0; ///< of a barrier: the other place; else the same
+    unsigned int nNext = 0;  ///< of a barrier: how many work-items further on in its group the one is that each reads
+};
+SPlantedKernel MakePlantedKernel(uint64_t nSeed, const std::string& strName, EPlanted ePlanted);
+
 /// The bytes with what nobody promises made the same: bytes between members, and which NaN it is.
 std::string SettleBytes(std::string strBytes, const std::string& strLayout);
 
