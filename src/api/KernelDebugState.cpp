@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include <boost/thread/mutex.hpp>
+
 namespace Kestrel
 {
 

@@ -8,7 +8,10 @@
 #include <memory>
 #include <set>
 
-#include <boost/thread/mutex.hpp>
+namespace boost
+{
+class mutex;
+}
 
 namespace OVK_ShaderDebugger
 {

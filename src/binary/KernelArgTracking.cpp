@@ -27,7 +27,7 @@ boost::mutex g_mutexKernelToInfo;
 
 typedef boost::lock_guard<boost::mutex> CLock;
 
-std::vector<unsigned char> CopyBytes(const void* pValue, size_t nSize)
+std::vector<unsigned char> BytesOf(const void* pValue, size_t nSize)
 {
     const auto* pBytes = static_cast<const unsigned char*>(pValue);
     return pBytes != nullptr ? std::vector<unsigned char>(pBytes, pBytes + nSize) : std::vector<unsigned char>();
@@ -36,14 +36,14 @@ std::vector<unsigned char> CopyBytes(const void* pValue, size_t nSize)
 } // namespace
 
 KernelInfo::ArgInfo::ArgInfo(const void* pValue, size_t nSize, ArgType type, unsigned int nResourceId)
-    : m_vArgValue(CopyBytes(pValue, nSize)), m_nArgSize(nSize), m_ArgType(type), m_nResourceId(nResourceId)
+    : m_vArgValue(BytesOf(pValue, nSize)), m_nArgSize(nSize), m_ArgType(type), m_nResourceId(nResourceId)
 {
 }
 
 void KernelInfo::ArgInfo::SetArgData(const void* pValue, size_t nSize)
 {
     // The bytes may be those of the last value.
-    m_vArgValue = CopyBytes(pValue, nSize);
+    m_vArgValue = BytesOf(pValue, nSize);
     m_nArgSize = nSize;
 }
 

@@ -5,6 +5,7 @@
 
 #include <sstream>
 #include <string>
+#include <string_view>
 
 namespace OVK_ShaderDebugger
 {
@@ -15,10 +16,9 @@ class CLogger : public CFileLogger
 public:
     CLogger();
 
-    template <typename T>
-    CLogger& operator<<(const T& val)
+    CLogger& operator<<(std::string_view text)
     {
-        Write(val);
+        Write(text);
         return *this;
     }
 };

@@ -3,11 +3,9 @@
 
 #include "core/ShaderDebuggerCommon.h"
 
-#include <fstream>
+#include <memory>
 #include <string>
-
-#include <boost/thread/lock_guard.hpp>
-#include <boost/thread/mutex.hpp>
+#include <string_view>
 
 namespace OVK_ShaderDebugger
 {
@@ -27,28 +25,23 @@ class CFileLogger
 {
 public:
     explicit CFileLogger(const char* pszFileName);
+    ~CFileLogger();
+    CFileLogger(const CFileLogger&) = delete;
+    CFileLogger& operator=(const CFileLogger&) = delete;
 
     /// From logTRACE on: the trace is written.
     bool IsLogging() const { return m_nLogLevel > 5; }
     /// At logASSERT exactly: assertion lines are written.
     bool IsAssertLogging() const { return m_nLogLevel == logASSERT; }
 
-    template <typename T>
-    void Write(const T& val)
-    {
-        if (!IsLogging() && !IsAssertLogging())
-        {
-            return;
-        }
-        const boost::lock_guard<boost::mutex> lock(m_mutex);
-        m_ofs << val;
-        m_ofs.flush();
-    }
+    /// Nothing is written at other levels.
+    void Write(std::string_view text);
 
 private:
+    struct SFile;
+
     const int m_nLogLevel;
-    std::ofstream m_ofs;
-    boost::mutex m_mutex;
+    std::unique_ptr<SFile> m_pFile;
 };
 
 } // namespace OVK_ShaderDebugger
