@@ -4,6 +4,8 @@
 #include "bench/BenchReport.h"
 #include "tools/session/debug/Views.h"
 
+#include <nlohmann/json.hpp>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>

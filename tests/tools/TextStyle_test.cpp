@@ -2,6 +2,7 @@
 #include "tools/kestrel/command/TextStyle.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <sstream>

@@ -5,6 +5,8 @@
 #include "tools/dap/Formatting.h"
 #include "tools/session/debug/CommandError.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace KestrelTool

@@ -1,5 +1,7 @@
 #include "tools/dap/Channel.h"
 
+#include <nlohmann/json.hpp>
+
 #include <unistd.h>
 
 #include <cerrno>

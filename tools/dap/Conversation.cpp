@@ -6,6 +6,8 @@
 #include "tools/dap/LaunchRequest.h"
 #include "tools/session/debug/CommandError.h"
 
+#include <nlohmann/json.hpp>
+
 #include <new>
 
 namespace KestrelTool

@@ -1,5 +1,7 @@
 #include "tools/dap/Fields.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

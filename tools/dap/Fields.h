@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_DAP_FIELDS_H
 #define KESTREL_TOOLS_DAP_FIELDS_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <optional>

@@ -2,6 +2,8 @@
 
 #include "tools/dap/Fields.h"
 
+#include <nlohmann/json.hpp>
+
 #include <filesystem>
 
 namespace KestrelTool

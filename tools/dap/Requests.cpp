@@ -2,6 +2,8 @@
 
 #include "tools/session/debug/Debugger.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace KestrelTool

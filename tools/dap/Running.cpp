@@ -7,6 +7,8 @@
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/LineStepper.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

@@ -7,6 +7,8 @@
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Views.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace KestrelTool

@@ -4,6 +4,8 @@
 #include "tools/dap/Formatting.h"
 #include "tools/session/launch/Files.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <filesystem>
 #include <sstream>

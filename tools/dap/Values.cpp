@@ -6,6 +6,8 @@
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/SourceValues.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>

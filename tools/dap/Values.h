@@ -4,7 +4,7 @@
 #include "tools/session/debug/Debugger.h"
 #include "tools/session/debug/SourceValue.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace KestrelTool
 {

@@ -19,6 +19,8 @@
 #include "tools/session/program/Capture.h"
 #include "tools/view/View.h"
 
+#include <nlohmann/json.hpp>
+
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -2,6 +2,8 @@
 
 #include "tools/layer/Queries.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>

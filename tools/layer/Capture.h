@@ -3,7 +3,7 @@
 
 #include "tools/layer/Objects.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <string>
 

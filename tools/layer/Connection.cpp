@@ -1,5 +1,7 @@
 #include "tools/layer/Connection.h"
 
+#include <nlohmann/json.hpp>
+
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>

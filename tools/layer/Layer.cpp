@@ -5,6 +5,7 @@
 #include "tools/layer/Queries.h"
 
 #include <CL/cl_layer.h>
+#include <nlohmann/json.hpp>
 
 #include <atomic>
 #include <chrono>

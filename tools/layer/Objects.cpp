@@ -3,6 +3,8 @@
 #include "tools/layer/Connection.h"
 #include "tools/layer/Queries.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstring>
 
 namespace KestrelLayer

@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_SESSION_CONSOLE_H
 #define KESTREL_TOOLS_SESSION_CONSOLE_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <functional>
 #include <memory>

@@ -1,5 +1,7 @@
 #include "tools/session/Protocol.h"
 
+#include <nlohmann/json.hpp>
+
 #include <sys/socket.h>
 #include <unistd.h>
 

@@ -6,6 +6,7 @@
 #include "tools/view/ViewSession.h"
 
 #include <httplib.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <csignal>

@@ -4,6 +4,8 @@
 #include "tools/session/debug/SourceValues.h"
 #include "tools/session/debug/Views.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <sstream>

@@ -11,6 +11,7 @@
 #include "tools/session/debug/SourceValues.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstring>
 #include <filesystem>

@@ -4,6 +4,8 @@
 #include "tools/session/ExitCode.h"
 #include "tools/session/launch/Files.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

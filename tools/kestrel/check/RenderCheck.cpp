@@ -1,5 +1,7 @@
 #include "tools/kestrel/check/RenderCheck.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <sstream>
 

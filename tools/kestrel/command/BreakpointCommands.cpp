@@ -6,6 +6,8 @@
 #include "tools/session/debug/SourceLines.h"
 #include "tools/session/program/ProgramSession.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

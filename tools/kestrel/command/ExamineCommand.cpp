@@ -6,6 +6,8 @@
 #include "tools/session/launch/ElementType.h"
 #include "tools/source/CTypes.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cctype>
 #include <cstdlib>
 #include <cstring>

@@ -4,6 +4,8 @@
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/SourceValues.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

@@ -4,6 +4,8 @@
 #include "tools/session/debug/CommandError.h"
 #include "tools/source/SourcePlaces.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

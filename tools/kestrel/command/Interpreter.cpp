@@ -6,6 +6,8 @@
 #include "tools/session/launch/Files.h"
 #include "tools/session/program/ProgramSession.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdlib>
 #include <iostream>
 #include <new>

@@ -1,5 +1,7 @@
 #include "tools/kestrel/command/Output.h"
 
+#include <nlohmann/json.hpp>
+
 #include <ostream>
 
 namespace KestrelTool

@@ -3,7 +3,7 @@
 
 #include "tools/kestrel/command/TextStyle.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <iosfwd>
 #include <string>

@@ -2,6 +2,8 @@
 
 #include "tools/source/SourcePlaces.h"
 
+#include <nlohmann/json.hpp>
+
 #include <map>
 
 namespace KestrelTool

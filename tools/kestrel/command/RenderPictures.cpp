@@ -2,6 +2,8 @@
 
 #include "tools/session/debug/Format.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <functional>

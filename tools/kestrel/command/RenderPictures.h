@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_COMMAND_RENDERPICTURES_H
 #define KESTREL_TOOLS_COMMAND_RENDERPICTURES_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <string>
 

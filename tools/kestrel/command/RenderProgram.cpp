@@ -2,6 +2,8 @@
 
 #include "tools/kestrel/command/RenderPictures.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdio>
 
 namespace KestrelTool

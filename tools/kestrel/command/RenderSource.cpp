@@ -3,6 +3,8 @@
 #include "tools/kestrel/command/RenderPictures.h"
 #include "tools/source/SourcePlaces.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

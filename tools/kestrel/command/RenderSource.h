@@ -1,7 +1,7 @@
 #ifndef KESTREL_TOOLS_COMMAND_RENDERSOURCE_H
 #define KESTREL_TOOLS_COMMAND_RENDERSOURCE_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <string>
 

@@ -6,6 +6,8 @@
 #include "tools/session/debug/Format.h"
 #include "tools/source/SourcePlaces.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <sstream>
 

@@ -5,6 +5,8 @@
 #include "tools/session/debug/LineStepper.h"
 #include "tools/session/program/ProgramSession.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

@@ -5,6 +5,8 @@
 #include "tools/kestrel/command/Prompt.h"
 #include "tools/session/program/ProgramSession.h"
 
+#include <nlohmann/json.hpp>
+
 #include <sstream>
 #include <utility>
 

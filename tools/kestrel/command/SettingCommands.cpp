@@ -4,6 +4,8 @@
 #include "tools/kestrel/command/Settings.h"
 #include "tools/session/debug/CommandError.h"
 
+#include <nlohmann/json.hpp>
+
 #include <sstream>
 
 namespace KestrelTool

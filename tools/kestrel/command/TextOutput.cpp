@@ -2,6 +2,8 @@
 #include "tools/kestrel/command/Output.h"
 #include "tools/session/debug/Debugger.h"
 
+#include <nlohmann/json.hpp>
+
 #include <ostream>
 
 namespace KestrelTool

@@ -1,5 +1,7 @@
 #include "tools/kestrel/command/TextStyle.h"
 
+#include <nlohmann/json.hpp>
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 

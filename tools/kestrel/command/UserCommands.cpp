@@ -6,6 +6,8 @@
 #include "tools/session/program/ProgramSession.h"
 #include "tools/source/SourcePlaces.h"
 
+#include <nlohmann/json.hpp>
+
 #include <sys/wait.h>
 
 #include <algorithm>

@@ -5,6 +5,8 @@
 #include "tools/session/debug/ExpressionNode.h"
 #include "tools/session/debug/SourceValues.h"
 
+#include <nlohmann/json.hpp>
+
 #include <set>
 
 namespace KestrelTool

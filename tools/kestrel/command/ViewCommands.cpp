@@ -5,6 +5,8 @@
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Views.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

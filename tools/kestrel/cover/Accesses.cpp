@@ -5,6 +5,8 @@
 #include "tools/session/launch/PlatformDoor.h"
 #include "tools/source/SourcePlaces.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>

@@ -5,7 +5,7 @@
 #include "tools/session/debug/KernelArguments.h"
 #include "tools/session/launch/Launch.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <string>
 #include <vector>

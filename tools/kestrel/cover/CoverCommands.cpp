@@ -3,6 +3,8 @@
 #include "tools/kestrel/cover/RenderProfile.h"
 #include "tools/session/launch/Files.h"
 
+#include <nlohmann/json.hpp>
+
 namespace KestrelTool
 {
 

@@ -1,5 +1,7 @@
 #include "tools/kestrel/cover/RenderProfile.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>

@@ -16,7 +16,7 @@
 #include "tools/session/debug/Target.h"
 #include "tools/source/DebugInfo.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <atomic>
 #include <chrono>

@@ -3,6 +3,8 @@
 #include "tools/session/debug/RuntimeFailures.h"
 #include "tools/session/launch/Codes.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace KestrelTool

@@ -5,6 +5,8 @@
 #include "tools/session/debug/Outcome.h"
 #include "tools/session/launch/PlatformDoor.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace KestrelTool

@@ -5,6 +5,8 @@
 #include "tools/session/launch/KernelText.h"
 #include "tools/source/SourcePlaces.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <map>
 

@@ -4,7 +4,7 @@
 #include "tools/session/debug/KernelArguments.h"
 #include "tools/session/launch/Listing.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <optional>

@@ -3,6 +3,8 @@
 #include "tools/session/debug/Faults.h"
 #include "tools/session/launch/PlatformDoor.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace KestrelTool

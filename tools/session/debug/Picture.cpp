@@ -1,5 +1,7 @@
 #include "tools/session/debug/Picture.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace KestrelTool

@@ -3,7 +3,7 @@
 
 #include "tools/session/debug/Expression.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace KestrelTool
 {

@@ -3,6 +3,8 @@
 #include "tools/session/debug/EarlierStop.h"
 #include "tools/session/debug/Statistics.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>

@@ -3,6 +3,8 @@
 #include "tools/session/launch/Files.h"
 #include "tools/session/launch/LaunchFile.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>

@@ -2,6 +2,8 @@
 
 #include "tools/session/program/ProgramRecord.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <optional>
 

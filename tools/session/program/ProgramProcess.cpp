@@ -1,5 +1,7 @@
 #include "tools/session/program/ProgramProcess.h"
 
+#include <nlohmann/json.hpp>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>

@@ -6,6 +6,8 @@
 #include "tools/session/launch/KernelText.h"
 #include "tools/session/program/CapturedArguments.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <filesystem>
 #include <sstream>

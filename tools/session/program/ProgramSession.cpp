@@ -3,6 +3,8 @@
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/program/Capture.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <utility>
 
