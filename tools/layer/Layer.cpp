@@ -1,6 +1,7 @@
 // What the loader of OpenCL drivers calls, and the functions that the layer puts in front of those below it.
 
 #include "tools/layer/Capture.h"
+#include "tools/layer/Complaints.h"
 #include "tools/layer/Connection.h"
 #include "tools/layer/Queries.h"
 
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -52,20 +54,36 @@ cl_mem NoteMemory(cl_mem memory)
     return memory;
 }
 
+/// A buffer of which nobody has written anything yet, if the host gives it no contents.
+cl_mem NoteBuffer(cl_mem buffer, const void* pHost)
+{
+    NoteMemory(buffer);
+    if (buffer != nullptr && pHost == nullptr)
+    {
+        Quietly([&] { CObjects::Get().NoteNoContents(buffer); });
+    }
+    return buffer;
+}
+
 cl_mem CL_API_CALL CreateBuffer(cl_context context, cl_mem_flags nFlags, size_t nSize, void* pHost, cl_int* pCode)
 {
-    return NoteMemory(g_pTarget->clCreateBuffer(context, nFlags, nSize, pHost, pCode));
+    return NoteBuffer(g_pTarget->clCreateBuffer(context, nFlags, nSize, pHost, pCode), pHost);
 }
 
 cl_mem CL_API_CALL CreateSubBuffer(cl_mem buffer, cl_mem_flags nFlags, cl_buffer_create_type nType, const void* pInfo,
                                    cl_int* pCode)
 {
+    Quietly([&] { CObjects::Get().NoteContents(buffer); }); // what is written to a part of it isn't followed
     return NoteMemory(g_pTarget->clCreateSubBuffer(buffer, nFlags, nType, pInfo, pCode));
 }
 
 cl_mem CL_API_CALL CreateImage(cl_context context, cl_mem_flags nFlags, const cl_image_format* pFormat,
                                const cl_image_desc* pDesc, void* pHost, cl_int* pCode)
 {
+    if (pDesc != nullptr && pDesc->buffer != nullptr)
+    {
+        Quietly([&] { CObjects::Get().NoteContents(pDesc->buffer); });
+    }
     return NoteMemory(g_pTarget->clCreateImage(context, nFlags, pFormat, pDesc, pHost, pCode));
 }
 
@@ -96,8 +114,9 @@ Function Cast(Entry pEntry)
 cl_mem CL_API_CALL CreateBufferWithProperties(cl_context context, const cl_ulong* pProperties, cl_mem_flags nFlags,
                                               size_t nSize, void* pHost, cl_int* pCode)
 {
-    return NoteMemory(Cast<CreateBufferFunction>(g_pTarget->clCreateBufferWithProperties)(context, pProperties, nFlags,
-                                                                                          nSize, pHost, pCode));
+    return NoteBuffer(Cast<CreateBufferFunction>(g_pTarget->clCreateBufferWithProperties)(context, pProperties, nFlags,
+                                                                                          nSize, pHost, pCode),
+                      pHost);
 }
 
 cl_mem CL_API_CALL CreateImageWithProperties(cl_context context, const cl_ulong* pProperties, cl_mem_flags nFlags,
@@ -276,6 +295,81 @@ cl_int CL_API_CALL SetUserEventStatus(cl_event event, cl_int nStatus)
     return g_pTarget->clSetUserEventStatus(event, nStatus);
 }
 
+cl_int CL_API_CALL SetEventCallback(cl_event event, cl_int nStatus,
+                                    void(CL_CALLBACK* pfnNotify)(cl_event, cl_int, void*), void* pUserData)
+{
+    if (pfnNotify == nullptr || !CConnection::Get().IsOn())
+    {
+        return g_pTarget->clSetEventCallback(event, nStatus, pfnNotify, pUserData);
+    }
+    auto* const pCallback = new (std::nothrow) SEventCallback{pfnNotify, pUserData};
+    const cl_int nCode = pCallback != nullptr ? g_pTarget->clSetEventCallback(event, nStatus, CallBack, pCallback)
+                                              : CL_OUT_OF_HOST_MEMORY;
+    if (nCode != CL_SUCCESS)
+    {
+        delete pCallback;
+    }
+    return nCode;
+}
+
+/// The function of an entry that does something beside it, in front.
+template <auto pEntry, auto before, typename Function>
+struct SBeside;
+
+template <auto pEntry, auto before, typename Result, typename... Parameters>
+struct SBeside<pEntry, before, Result(CL_API_CALL*)(Parameters...)>
+{
+    static Result CL_API_CALL Call(Parameters... parameters)
+    {
+        Quietly([&] { before(parameters...); });
+        return (g_pTarget->*pEntry)(parameters...);
+    }
+};
+
+#define KESTREL_BESIDE(name, before)                                                                                   \
+    const auto name = &SBeside<&cl_icd_dispatch::cl##name, before, decltype(cl_icd_dispatch::cl##name)>::Call
+
+KESTREL_BESIDE(Finish, [](auto...) { NoteWait("clFinish"); });
+KESTREL_BESIDE(WaitForEvents, [](auto...) { NoteWait("clWaitForEvents"); });
+
+// ---------------------------------------------------------------------------------------- what the host writes
+
+/// A transfer: it may wait, and what it writes to has contents from then on.
+void NoteTransfer(cl_mem written, cl_bool bWaits, const char* pszCall)
+{
+    if (written != nullptr)
+    {
+        CObjects::Get().NoteContents(written);
+    }
+    if (bWaits != CL_FALSE)
+    {
+        NoteWait(pszCall);
+    }
+}
+
+KESTREL_BESIDE(EnqueueReadBuffer, [](cl_command_queue, cl_mem, cl_bool bWaits, auto...)
+               { NoteTransfer(nullptr, bWaits, "clEnqueueReadBuffer"); });
+KESTREL_BESIDE(EnqueueReadBufferRect, [](cl_command_queue, cl_mem, cl_bool bWaits, auto...)
+               { NoteTransfer(nullptr, bWaits, "clEnqueueReadBufferRect"); });
+KESTREL_BESIDE(EnqueueReadImage, [](cl_command_queue, cl_mem, cl_bool bWaits, auto...)
+               { NoteTransfer(nullptr, bWaits, "clEnqueueReadImage"); });
+KESTREL_BESIDE(EnqueueWriteBuffer, [](cl_command_queue, cl_mem buffer, cl_bool bWaits, auto...)
+               { NoteTransfer(buffer, bWaits, "clEnqueueWriteBuffer"); });
+KESTREL_BESIDE(EnqueueWriteBufferRect, [](cl_command_queue, cl_mem buffer, cl_bool bWaits, auto...)
+               { NoteTransfer(buffer, bWaits, "clEnqueueWriteBufferRect"); });
+KESTREL_BESIDE(EnqueueWriteImage, [](cl_command_queue, cl_mem image, cl_bool bWaits, auto...)
+               { NoteTransfer(image, bWaits, "clEnqueueWriteImage"); });
+KESTREL_BESIDE(EnqueueMapBuffer, [](cl_command_queue, cl_mem buffer, cl_bool bWaits, auto...)
+               { NoteTransfer(buffer, bWaits, "clEnqueueMapBuffer"); });
+KESTREL_BESIDE(EnqueueMapImage, [](cl_command_queue, cl_mem image, cl_bool bWaits, auto...)
+               { NoteTransfer(image, bWaits, "clEnqueueMapImage"); });
+KESTREL_BESIDE(EnqueueFillBuffer, [](cl_command_queue, cl_mem buffer, auto...) { NoteTransfer(buffer, CL_FALSE, ""); });
+KESTREL_BESIDE(EnqueueCopyBuffer, [](cl_command_queue, cl_mem, cl_mem to, auto...) { NoteTransfer(to, CL_FALSE, ""); });
+KESTREL_BESIDE(EnqueueCopyBufferRect,
+               [](cl_command_queue, cl_mem, cl_mem to, auto...) { NoteTransfer(to, CL_FALSE, ""); });
+KESTREL_BESIDE(EnqueueCopyImageToBuffer,
+               [](cl_command_queue, cl_mem, cl_mem to, auto...) { NoteTransfer(to, CL_FALSE, ""); });
+
 // ---------------------------------------------------------------------------------------- launches
 
 /// Counts the process's launches, and those of each kernel by its name.
@@ -332,44 +426,78 @@ std::string DescribeLaunch(const SKernel& kernel, const CLaunchCount::SCount& co
 }
 
 /// Tells of a launch, and waits with it for the debugger if that wants it.
-void NoteLaunch(cl_kernel object, const SLaunchCall& call)
+/// \return its number; 0 if it hasn't got one
+uint64_t NoteLaunch(cl_kernel object, const SLaunchCall& call)
 {
     const bool bSizes = call.pGlobal != nullptr && call.nDimensions >= 1 && call.nDimensions <= 3;
     const std::shared_ptr<const SKernel> pKernel = bSizes ? CObjects::Get().FindKernel(object) : nullptr;
     if (pKernel == nullptr)
     {
-        return; // the runtime will say what is wrong with it
+        return 0; // the runtime will say what is wrong with it
     }
     const CLaunchCount::SCount count = CLaunchCount::Get().Next(pKernel->strName);
     const std::string strLaunch = DescribeLaunch(*pKernel, count, call);
     CConnection& connection = CConnection::Get();
-    if (!connection.Wants(pKernel->strName, pKernel->nProgram, count.nNumber, count.nTurn))
+    if (connection.Wants(pKernel->strName, pKernel->nProgram, count.nNumber, count.nTurn))
+    {
+        json header = json::parse(strLaunch);
+        std::vector<unsigned char> vBlob;
+        header["what"] = "stop";
+        CaptureContents(object, *pKernel, call, header, vBlob);
+        connection.Ask(header, vBlob);
+    }
+    else
     {
         connection.Tell(strLaunch);
-        return;
     }
-    json header = json::parse(strLaunch);
-    std::vector<unsigned char> vBlob;
-    header["what"] = "stop";
-    CaptureContents(object, *pKernel, call, header, vBlob);
-    connection.Ask(header, vBlob);
+    return count.nNumber;
+}
+
+/// Launches a kernel as the program does, beside what there is to tell of it.
+template <typename Enqueue>
+cl_int Launch(cl_kernel object, const SLaunchCall& call, Enqueue enqueue)
+{
+    uint64_t nNumber = 0;
+    Quietly([&] { nNumber = NoteLaunch(object, call); });
+    const cl_int nCode = enqueue();
+    if (nNumber == 0)
+    {
+        return nCode;
+    }
+    Quietly(
+        [&]
+        {
+            const std::shared_ptr<const SKernel> pKernel = CObjects::Get().FindKernel(object);
+            if (pKernel != nullptr && nCode == CL_SUCCESS)
+            {
+                CObjects::Get().NoteLaunched(*pKernel);
+            }
+            else if (pKernel != nullptr)
+            {
+                TellRefusedLaunch(*pKernel, nNumber, nCode);
+            }
+        });
+    return nCode;
 }
 
 cl_int CL_API_CALL EnqueueNDRangeKernel(cl_command_queue queue, cl_kernel kernel, cl_uint nDimensions,
                                         const size_t* pOffset, const size_t* pGlobal, const size_t* pLocal,
                                         cl_uint nEvents, const cl_event* pEvents, cl_event* pEvent)
 {
-    Quietly([&] { NoteLaunch(kernel, {queue, nDimensions, pOffset, pGlobal, pLocal, nEvents, pEvents}); });
-    return g_pTarget->clEnqueueNDRangeKernel(queue, kernel, nDimensions, pOffset, pGlobal, pLocal, nEvents, pEvents,
-                                             pEvent);
+    return Launch(kernel, {queue, nDimensions, pOffset, pGlobal, pLocal, nEvents, pEvents},
+                  [&]
+                  {
+                      return g_pTarget->clEnqueueNDRangeKernel(queue, kernel, nDimensions, pOffset, pGlobal, pLocal,
+                                                               nEvents, pEvents, pEvent);
+                  });
 }
 
 cl_int CL_API_CALL EnqueueTask(cl_command_queue queue, cl_kernel kernel, cl_uint nEvents, const cl_event* pEvents,
                                cl_event* pEvent)
 {
     const size_t nOne = 1;
-    Quietly([&] { NoteLaunch(kernel, {queue, 1, nullptr, &nOne, &nOne, nEvents, pEvents}); });
-    return g_pTarget->clEnqueueTask(queue, kernel, nEvents, pEvents, pEvent);
+    return Launch(kernel, {queue, 1, nullptr, &nOne, &nOne, nEvents, pEvents},
+                  [&] { return g_pTarget->clEnqueueTask(queue, kernel, nEvents, pEvents, pEvent); });
 }
 
 // ---------------------------------------------------------------------------------------- the table
@@ -382,7 +510,7 @@ struct SReplaced
 
 #define KESTREL_REPLACED(name)                                                                                         \
     {                                                                                                                  \
-        offsetof(cl_icd_dispatch, cl##name) / sizeof(void*), reinterpret_cast<void*>(&name)                            \
+        offsetof(cl_icd_dispatch, cl##name) / sizeof(void*), reinterpret_cast<void*>(+name)                            \
     }
 
 const SReplaced s_Replaced[] = {
@@ -408,6 +536,21 @@ const SReplaced s_Replaced[] = {
     KESTREL_REPLACED(SetKernelArgSVMPointer),
     KESTREL_REPLACED(CreateUserEvent),
     KESTREL_REPLACED(SetUserEventStatus),
+    KESTREL_REPLACED(SetEventCallback),
+    KESTREL_REPLACED(Finish),
+    KESTREL_REPLACED(WaitForEvents),
+    KESTREL_REPLACED(EnqueueReadBuffer),
+    KESTREL_REPLACED(EnqueueReadBufferRect),
+    KESTREL_REPLACED(EnqueueReadImage),
+    KESTREL_REPLACED(EnqueueWriteBuffer),
+    KESTREL_REPLACED(EnqueueWriteBufferRect),
+    KESTREL_REPLACED(EnqueueWriteImage),
+    KESTREL_REPLACED(EnqueueMapBuffer),
+    KESTREL_REPLACED(EnqueueMapImage),
+    KESTREL_REPLACED(EnqueueFillBuffer),
+    KESTREL_REPLACED(EnqueueCopyBuffer),
+    KESTREL_REPLACED(EnqueueCopyBufferRect),
+    KESTREL_REPLACED(EnqueueCopyImageToBuffer),
     KESTREL_REPLACED(EnqueueNDRangeKernel),
     KESTREL_REPLACED(EnqueueTask),
 };

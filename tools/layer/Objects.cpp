@@ -94,6 +94,7 @@ void CObjects::AddMemory(cl_mem memory)
             CObjects& objects = *static_cast<CObjects*>(pObjects);
             const std::lock_guard<std::mutex> lock(objects.m_Lock);
             objects.m_mapMemory.erase(gone);
+            objects.m_Unwritten.erase(gone);
         },
         this);
 }
@@ -131,6 +132,38 @@ size_t CObjects::GetMemorySize(cl_mem memory)
     const std::lock_guard<std::mutex> lock(m_Lock);
     const auto it = m_mapMemory.find(memory);
     return it != m_mapMemory.end() ? it->second : 0;
+}
+
+void CObjects::NoteNoContents(cl_mem buffer)
+{
+    const std::lock_guard<std::mutex> lock(m_Lock);
+    m_Unwritten.insert(buffer);
+}
+
+void CObjects::NoteContents(cl_mem memory)
+{
+    const std::lock_guard<std::mutex> lock(m_Lock);
+    m_Unwritten.erase(memory);
+}
+
+void CObjects::NoteLaunched(const SKernel& kernel)
+{
+    const std::lock_guard<std::mutex> lock(m_Lock);
+    for (const SSetArgument& argument : kernel.vArguments)
+    {
+        cl_mem memory = nullptr;
+        if (!m_Unwritten.empty() && argument.vValue.size() == sizeof(memory))
+        {
+            std::memcpy(&memory, argument.vValue.data(), sizeof(memory));
+            m_Unwritten.erase(memory);
+        }
+    }
+}
+
+bool CObjects::HasContents(cl_mem memory)
+{
+    const std::lock_guard<std::mutex> lock(m_Lock);
+    return m_Unwritten.count(memory) == 0;
 }
 
 void CObjects::AddUserEvent(cl_event event)
@@ -189,13 +222,18 @@ uint32_t CObjects::Announce(cl_program program)
         { return g_pTarget->clGetProgramInfo(program, nInfo, nSize, pValue, pSize); };
     };
     const std::string strSource = AskText(askProgram(CL_PROGRAM_SOURCE));
-    const std::string strOptions = AskText(
-        [&](size_t nSize, void* pValue, size_t* pSize)
-        { return g_pTarget->clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_OPTIONS, nSize, pValue, pSize); });
+    const auto askBuild = [&](cl_program_build_info nInfo)
+    {
+        return [=](size_t nSize, void* pValue, size_t* pSize)
+        { return g_pTarget->clGetProgramBuildInfo(program, device, nInfo, nSize, pValue, pSize); };
+    };
+    const std::string strOptions = AskText(askBuild(CL_PROGRAM_BUILD_OPTIONS));
+    const std::string strLog = AskText(askBuild(CL_PROGRAM_BUILD_LOG));
     CConnection::Get().Ask({{"what", "program"},
                             {"program", nId},
                             {"built", strSource.empty() ? "binary" : "source"},
                             {"options", strOptions},
+                            {"log", strLog},
                             {"kernels", AskText(askProgram(CL_PROGRAM_KERNEL_NAMES))}},
                            std::vector<unsigned char>(strSource.begin(), strSource.end()));
     return nId;

@@ -66,6 +66,12 @@ public:
     /// What 8 bytes are the handle of, among what lives.
     EHandle FindHandle(const SSetArgument& argument);
     size_t GetMemorySize(cl_mem memory);
+    /// Nobody has written a buffer yet, until NoteContents says so.
+    void NoteNoContents(cl_mem buffer);
+    void NoteContents(cl_mem memory);
+    bool HasContents(cl_mem memory);
+    /// A kernel may have written all that it has been given.
+    void NoteLaunched(const SKernel& kernel);
 
     /// A program that is new, or has been built anew, is told of at its next kernel.
     void AddProgram(cl_program program);
@@ -90,6 +96,7 @@ private:
     std::mutex m_Lock;
     std::mutex m_AnnounceLock; ///< taken before the other; only one program is told of at a time
     std::unordered_map<cl_mem, size_t> m_mapMemory;
+    std::set<cl_mem> m_Unwritten; ///< buffers without contents
     std::set<cl_sampler> m_Samplers;
     std::set<cl_event> m_UserEvents;
     struct SProgram

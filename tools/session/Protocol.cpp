@@ -136,7 +136,9 @@ std::optional<SMessage> ReceiveMessage(int nSocket)
 bool NeedsAnswer(const SMessage& message)
 {
     const auto it = message.header.find("what");
-    return it == message.header.end() || (*it != "kernel" && *it != "launch");
+    const auto isTold = [&](const char* pszWhat) { return *it == pszWhat; };
+    const auto told = {"kernel", "launch", "refused", "waits", "left"};
+    return it == message.header.end() || std::none_of(told.begin(), told.end(), isTold);
 }
 
 bool SendDescriptor(int nSocket, int nDescriptor)

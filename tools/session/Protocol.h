@@ -18,12 +18,15 @@
 //
 // From the layer ("what"), each with what the debugger answers:
 //   hello    pid                                               -> rules
-//   program  program (its number), options, kernels, devices, built ("source" or "binary"); the text is the blob ->
-//   rules kernel   kernel (its number), program, name, arguments: [{name, type}] launch   a launch that has gone by:
-//   number, turn, kernel, microseconds, dimensions, global, local, offset,
-//            arguments, code
+//   program  program (its number), options, log, kernels, built ("source" or "binary"); the text is the blob -> rules
+//   kernel   kernel (its number), program, name, arguments: [{name, type}]
+//   launch   a launch that has gone by: number, turn, kernel, microseconds, global, local, offset, arguments
 //   stop     a launch that is wanted and waits: as launch, with device, memories, and contents in the blob -> rules;
 //            or error in place of contents, with the reason
+//   refused  a launch that the runtime refuses: number, name (the kernel's), code, arguments: [{number, name, fault}]
+//            of those that are the reason: "unset", or "gone" for an object that is released
+//   waits    call: a function that waits, called in a callback
+//   left     at the end, objects: {"kernel": 2}, that nobody has released
 // The debugger's answer is {"rules": [{kernel, program, first, last, turns}]}: which launches it wants. A rule without
 // a kernel or program means any; first and last count the process's launches, or with turns those of the kernel.
 
@@ -62,7 +65,7 @@ bool SendDescriptor(int nSocket, int nDescriptor);
 /// Takes a descriptor, closed in programs that are executed; -1 if there is none.
 int ReceiveDescriptor(int nSocket);
 
-/// Whether the layer waits for an answer to a message: nobody waits for one about a kernel or a launch that goes by.
+/// Whether the layer waits for an answer to a message: of much it only tells.
 bool NeedsAnswer(const SMessage& message);
 
 /// A part of a message's blob, as its header names it: [first byte, count].

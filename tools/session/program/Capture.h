@@ -24,9 +24,6 @@ struct SCaptureOptions
 /// \throws CProgramError, CFileError
 int CaptureLaunches(const SCaptureOptions& options, std::ostream& messages);
 
-/// Folders in which a program's files of OpenCL C may lie: where it is started, and where it lies itself.
-std::vector<std::string> ListSourceFolders(const SProgramCommand& command);
-
 } // namespace KestrelTool
 
 #endif

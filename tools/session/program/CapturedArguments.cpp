@@ -25,7 +25,8 @@ const SElementType* FitType(const std::string& strType, size_t nBytes)
 /// A buffer of the program's, and the arguments that reach it.
 struct SObjectMemory
 {
-    size_t nFirst = 0; ///< of the program's buffer, the first byte that was read
+    size_t nFirst = 0;    ///< of the program's buffer, the first byte that was read
+    bool bWritten = true; ///< by anybody yet, of the program's buffer
     std::vector<unsigned char> vContents;
     std::vector<size_t> vUsers;
     size_t nShared = 0; ///< index among the launch's shared buffers, once it is one
@@ -41,6 +42,7 @@ public:
         {
             SObjectMemory taken;
             taken.nFirst = memory.at("first");
+            taken.bWritten = memory.value("written", true);
             taken.vContents = TakePart(message, memory.at("part"));
             m_vMemories.push_back(std::move(taken));
         }
@@ -154,6 +156,7 @@ private:
             argument.nSame = memory.vUsers.front();
             argument.eKind = argument.nSame == nArgument ? SArgument::Buffer : SArgument::Same;
             argument.pType = FitType(given.at("type"), memory.vContents.size());
+            argument.bUnwritten = argument.eKind == SArgument::Buffer && !memory.bWritten;
             argument.vContents =
                 argument.eKind == SArgument::Buffer ? std::move(memory.vContents) : std::vector<unsigned char>();
             return argument;

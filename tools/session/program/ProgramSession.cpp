@@ -1,7 +1,7 @@
 #include "tools/session/program/ProgramSession.h"
 
 #include "tools/session/debug/CommandError.h"
-#include "tools/session/program/Capture.h"
+#include "tools/session/program/ProgramFollower.h"
 
 #include <nlohmann/json.hpp>
 
