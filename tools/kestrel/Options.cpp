@@ -213,15 +213,17 @@ void COptionParser::AddCheck()
 {
     SCheckOptions& check = m_Options.check;
     CLI::App* pCommand =
-        m_pApp->add_subcommand("check", "Run launch files and say what their kernels do wrong, and at which lines");
-    pCommand->add_option("LAUNCH", check.vLaunches, "launch files (JSON)")->required();
+        m_pApp->add_subcommand("check", "Run launches and say what their kernels do wrong, and at which lines: check "
+                                        "LAUNCH... | -- PROGRAM ARGS");
+    pCommand->add_option("LAUNCH", check.vLaunches, "launch files (JSON)");
     pCommand
         ->add_option(
             "--checks", check.vChecks,
-            "of memory, race, init, nan, barrier and alignment, with commas; memory,race,init,barrier if missing")
+            "of memory, race, init, nan, barrier, alignment and, of a program, api, with commas; all but nan and "
+            "alignment if missing")
         ->delimiter(',')
         ->allow_extra_args(false) // what stands behind it is a launch file
-        ->check(CLI::IsMember({"memory", "race", "init", "nan", "barrier", "alignment"}));
+        ->check(CLI::IsMember({"memory", "race", "init", "nan", "barrier", "alignment", "api"}));
     pCommand->add_option("--suppress", check.strSuppressions, "file with findings that aren't wanted");
     pCommand->add_option("--limit", check.nLimit, "instructions after which a work-group counts as one that hangs");
     pCommand->add_flag("--json", check.bJson, "findings as JSON");

@@ -282,7 +282,16 @@ int Who(const SOptions& options)
 
 int Check(const SOptions& options)
 {
-    return CheckLaunches(OpenLibraries(options), options.check, std::cout);
+    if (options.check.vLaunches.empty() == options.vProgram.empty())
+    {
+        throw CLaunchFileError("either launch files or, behind --, a program are needed");
+    }
+    SCheckOptions check = options.check;
+    if (!options.vProgram.empty())
+    {
+        check.program = MakeProgramCommand(options);
+    }
+    return CheckLaunches(OpenLibraries(options), check, std::cout, std::cerr);
 }
 
 int Manual(const SOptions& options)

@@ -1,16 +1,22 @@
 #include "tools/kestrel/check/CheckCommand.h"
 
+#include "tools/kestrel/check/CheckProgram.h"
 #include "tools/kestrel/check/RenderCheck.h"
 #include "tools/session/ExitCode.h"
 #include "tools/session/launch/Files.h"
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace KestrelTool
 {
 
 namespace
 {
+
+/// A program's own use of OpenCL, which isn't the platform's to check.
+const uint32_t s_nCheckProgram = 0;
 
 struct SCheckName
 {
@@ -20,41 +26,45 @@ struct SCheckName
 };
 
 const SCheckName s_CheckNames[] = {
-    {"memory", PLATFORM_CHECK_MEMORY, true},   {"race", PLATFORM_CHECK_RACE, true},
-    {"init", PLATFORM_CHECK_INIT, true},       {"nan", PLATFORM_CHECK_NAN, false},
-    {"barrier", PLATFORM_CHECK_BARRIER, true}, {"alignment", PLATFORM_CHECK_ALIGNMENT, false},
+    {"memory", PLATFORM_CHECK_MEMORY, true},
+    {"race", PLATFORM_CHECK_RACE, true},
+    {"init", PLATFORM_CHECK_INIT, true},
+    {"nan", PLATFORM_CHECK_NAN, false},
+    {"barrier", PLATFORM_CHECK_BARRIER, true},
+    {"alignment", PLATFORM_CHECK_ALIGNMENT, false},
+    {"api", s_nCheckProgram, true},
 };
 
-} // namespace
-
-int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std::ostream& output)
+/// Those that are asked for, by name, or that are made by default.
+std::vector<SCheckName> ChooseChecks(const SCheckOptions& options)
 {
-    uint32_t nChecks = 0;
-    std::vector<std::string> vChecks;
+    std::vector<SCheckName> vChosen;
     for (const SCheckName& check : s_CheckNames)
     {
-        bool bWanted = options.vChecks.empty() && check.bDefault;
-        for (const std::string& strCheck : options.vChecks)
+        const bool bNamed =
+            std::find(options.vChecks.begin(), options.vChecks.end(), check.pszName) != options.vChecks.end();
+        const bool bOfPrograms = check.nCheck == s_nCheckProgram;
+        if ((bNamed || (options.vChecks.empty() && check.bDefault)) && (!bOfPrograms || options.program))
         {
-            bWanted = bWanted || strCheck == check.pszName;
-        }
-        if (bWanted)
-        {
-            nChecks |= check.nCheck;
-            vChecks.emplace_back(check.pszName);
+            vChosen.push_back(check);
         }
     }
+    return vChosen;
+}
+
+CSuppressions ReadSuppressions(const SCheckOptions& options)
+{
     CSuppressions suppressions;
     if (!options.strSuppressions.empty())
     {
         suppressions.Read(ReadFileBytes(options.strSuppressions), options.strSuppressions);
     }
-    CCheckReport report(libraries, nChecks, options.nLimit, suppressions);
-    for (const std::string& strLaunch : options.vLaunches)
-    {
-        CLaunch launch(libraries, ReadLaunchFile(strLaunch));
-        report.Run(launch);
-    }
+    return suppressions;
+}
+
+void Deliver(const SCheckOptions& options, const CCheckReport& report, const std::vector<std::string>& vChecks,
+             std::ostream& output)
+{
     const auto dump = [](const nlohmann::json& value)
     { return value.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + "\n"; };
     if (!options.strSarif.empty())
@@ -66,7 +76,35 @@ int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std
         WriteReport(options.strJUnit, MakeJUnit(report, vChecks));
     }
     output << (options.bJson ? dump(DescribeCheck(report)) : RenderCheck(report));
-    return report.GetFindings().empty() ? EXIT_GOOD : EXIT_FAULT;
+}
+
+} // namespace
+
+int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std::ostream& output,
+                  std::ostream& messages)
+{
+    uint32_t nChecks = 0;
+    bool bApi = false;
+    std::vector<std::string> vNames;
+    for (const SCheckName& check : ChooseChecks(options))
+    {
+        nChecks |= check.nCheck;
+        bApi = bApi || check.nCheck == s_nCheckProgram;
+        vNames.emplace_back(check.pszName);
+    }
+    CCheckReport report(libraries, nChecks, options.nLimit, ReadSuppressions(options));
+    int nCode = EXIT_GOOD;
+    for (const std::string& strLaunch : options.vLaunches)
+    {
+        report.Run(libraries, ReadLaunchFile(strLaunch));
+    }
+    if (options.program)
+    {
+        nCode = CheckProgram(libraries, *options.program, bApi, report, messages);
+    }
+    Deliver(options, report, vNames, output);
+    // This code tells of findings, and of nothing else.
+    return !report.GetFindings().empty() ? EXIT_FAULT : nCode == EXIT_FAULT ? EXIT_COMMAND_FAILED : nCode;
 }
 
 } // namespace KestrelTool

@@ -2,8 +2,10 @@
 #define KESTREL_TOOLS_CHECK_CHECKCOMMAND_H
 
 #include "tools/session/launch/Libraries.h"
+#include "tools/session/program/ProgramProcess.h"
 
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -14,18 +16,21 @@ namespace KestrelTool
 struct SCheckOptions
 {
     std::vector<std::string> vLaunches;
-    std::vector<std::string> vChecks; ///< by name; none for those that are made by default
-    std::string strSuppressions;      ///< file; empty for none
-    std::string strSarif;             ///< files to write; empty for none
+    std::optional<SProgramCommand> program; ///< in place of launch files
+    std::vector<std::string> vChecks;       ///< by name; none for those that are made by default
+    std::string strSuppressions;            ///< file; empty for none
+    std::string strSarif;                   ///< files to write; empty for none
     std::string strJUnit;
     bool bJson = false;
     uint64_t nLimit = 1000000000; ///< instructions that a work-group may execute
 };
 
-/// Runs launch files, checks what they do, and prints what is wrong.
-/// \return the program's exit code
-/// \throws CLaunchFileError, CPlatformError, CFileError
-int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std::ostream& output);
+/// Runs launch files, or the launches of a program, checks what they do, and prints what is wrong.
+/// \param messages  gets what couldn't be checked
+/// \return the tool's exit code
+/// \throws CLaunchFileError, CPlatformError, CFileError, CProgramError
+int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std::ostream& output,
+                  std::ostream& messages);
 
 } // namespace KestrelTool
 

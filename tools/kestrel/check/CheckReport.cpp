@@ -89,7 +89,15 @@ CCheckReport::~CCheckReport()
     m_Control.SetInstructionLimit(0);
 }
 
-void CCheckReport::Run(CLaunch& launch)
+void CCheckReport::Run(const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch)
+{
+    CLaunch launch(libraries, file);
+    RunToEnd(launch);
+    ++m_nLaunches;
+    Take(TakeAll(m_Control.GetFindings), TakeAll(m_Control.GetLastBuffers), launch, nLaunch);
+}
+
+void CCheckReport::RunToEnd(CLaunch& launch) const
 {
     try
     {
@@ -105,8 +113,14 @@ void CCheckReport::Run(CLaunch& launch)
             throw;
         }
     }
-    ++m_nLaunches;
-    Take(TakeAll(m_Control.GetFindings), TakeAll(m_Control.GetLastBuffers), launch);
+}
+
+void CCheckReport::Complain(SCheckFinding finding)
+{
+    finding.strCheck = "api";
+    finding.finding.nOther = ~0u;
+    finding.nCount = 1;
+    Add(finding);
 }
 
 const std::vector<std::string>& CCheckReport::ReadSource(const std::string& strFile, const SLaunchFile& launch)
@@ -125,14 +139,20 @@ const std::vector<std::string>& CCheckReport::ReadSource(const std::string& strF
         }
         catch (const CFileError&)
         {
-            continue; // lines are told without their text
+            continue; // lines are told without their text, unless it is the program's own
         }
+    }
+    // The text of a program that isn't in a file begins with its name.
+    const std::string strHead = "#line 1 \"" + strFile + "\"\n";
+    if (launch.strSource.compare(0, strHead.size(), strHead) == 0)
+    {
+        it->second = SplitLines(launch.strSource.substr(strHead.size()));
     }
     return it->second;
 }
 
 void CCheckReport::Take(const std::vector<SPlatformFinding>& vRaw, const std::vector<SPlatformBuffer>& vBuffers,
-                        const CLaunch& launch)
+                        const CLaunch& launch, uint64_t nLaunch)
 {
     const std::vector<char> vBinary = launch.ReadBinary();
     const std::string& strKernel = launch.GetFile().strKernel;
@@ -157,6 +177,7 @@ void CCheckReport::Take(const std::vector<SPlatformFinding>& vRaw, const std::ve
         SCheckFinding finding;
         finding.strCheck = NameCheck(raw.nKind);
         finding.strKernel = strKernel;
+        finding.nLaunch = nLaunch;
         finding.place = find(raw.nInstruction);
         finding.other = raw.nOther != ~0u ? find(raw.nOther) : SCheckPlace();
         for (uint32_t n = 0; n < raw.nChain; ++n)
@@ -192,10 +213,14 @@ void CCheckReport::Add(const SCheckFinding& finding)
     }
     const auto isSame = [&finding, bPair](const SCheckFinding& known)
     {
-        if (known.strKernel != finding.strKernel || known.finding.nKind != finding.finding.nKind ||
-            known.IsPair() != bPair)
+        if (known.strCheck != finding.strCheck || known.strKernel != finding.strKernel ||
+            known.finding.nKind != finding.finding.nKind || known.IsPair() != bPair)
         {
             return false;
+        }
+        if (known.strCheck == "api")
+        {
+            return known.strMessage == finding.strMessage && known.place == finding.place;
         }
         return bPair ? std::minmax(known.place, known.other) == std::minmax(finding.place, finding.other)
                      : known.place == finding.place && known.finding.nFault == finding.finding.nFault &&
@@ -209,7 +234,8 @@ void CCheckReport::Add(const SCheckFinding& finding)
         return;
     }
     const uint64_t nCount = it->nCount + finding.nCount;
-    if (Weight(it->finding) < Weight(finding.finding))
+    // Of several launches the first is told.
+    if (it->nLaunch == finding.nLaunch && Weight(it->finding) < Weight(finding.finding))
     {
         *it = finding;
     }

@@ -28,14 +28,15 @@ struct SCheckPlace
 /// Something wrong with a kernel, at one place or two.
 struct SCheckFinding
 {
-    std::string strCheck; ///< "memory", "race", "init", "nan", "barrier" or "alignment"
-    std::string strKernel;
-    SCheckPlace place;
+    std::string strCheck;            ///< "memory", "race", "init", "nan", "barrier", "alignment" or "api"
+    std::string strKernel;           ///< empty for what no kernel does
+    uint64_t nLaunch = 0;            ///< of a program's the first that does it, from 1; else 0
+    SCheckPlace place;               ///< without a file for what has none
     SCheckPlace other;               ///< of a race or two barriers; of "init", what read the bytes, if elsewhere
     std::vector<SCheckPlace> vChain; ///< of "nan": what passes it on, in order
     std::string strMessage;          ///< what is wrong, in a line
-    std::string strItems;            ///< "work-items 3, 7, 11 and others"
-    SPlatformFinding finding;        ///< its first one
+    std::string strItems;            ///< "work-items 3, 7, 11 and others"; empty if it isn't theirs
+    SPlatformFinding finding = {};   ///< its first one
     uint64_t nCount = 0;
 
     /// Whether two places do it together, of which the second one may be the first.
@@ -52,9 +53,12 @@ public:
     /// \throws CPlatformError
     CCheckReport(const CLibraries& libraries, uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions);
 
-    /// Runs a launch and takes in what is found.
+    /// Makes a launch, runs it and takes in what is found.
+    /// \param nLaunch  counts a program's launches; 0 for one of a file
     /// \throws CPlatformError
-    void Run(CLaunch& launch);
+    void Run(const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch = 0);
+    /// Takes in what a program does wrong itself: all but "finding" of it is told.
+    void Complain(SCheckFinding finding);
 
     ~CCheckReport();
     CCheckReport(const CCheckReport&) = delete;
@@ -66,8 +70,9 @@ public:
     size_t GetSuppressed() const { return m_nSuppressed; }
 
 private:
+    void RunToEnd(CLaunch& launch) const;
     void Take(const std::vector<SPlatformFinding>& vRaw, const std::vector<SPlatformBuffer>& vBuffers,
-              const CLaunch& launch);
+              const CLaunch& launch, uint64_t nLaunch);
     void Add(const SCheckFinding& finding);
     const std::vector<std::string>& ReadSource(const std::string& strFile, const SLaunchFile& launch);
 

@@ -35,9 +35,34 @@ std::string RenderCheckPlace(const SCheckPlace& place)
     return place.strText.empty() ? std::string() : "  > " + std::to_string(place.nLine) + " | " + place.strText + "\n";
 }
 
+/// Place, launch and kernel, as far as there are any.
+std::string RenderWhere(const SCheckFinding& finding)
+{
+    std::string strText;
+    const auto add = [&strText](const std::string& strPart) { strText += (strText.empty() ? "  " : ", ") + strPart; };
+    if (!finding.place.strFile.empty())
+    {
+        add("at " + NameCheckPlace(finding.place));
+    }
+    if (finding.nLaunch != 0)
+    {
+        add("launch " + std::to_string(finding.nLaunch));
+    }
+    if (!finding.strKernel.empty())
+    {
+        add("kernel " + finding.strKernel);
+    }
+    return (strText.empty() ? "" : strText + "\n") + RenderCheckPlace(finding.place);
+}
+
 std::string NameTimes(uint64_t nCount)
 {
     return nCount == 1 ? "once" : std::to_string(nCount) + " times";
+}
+
+std::string NameInLine(const SCheckFinding& finding)
+{
+    return finding.strMessage + (finding.strItems.empty() ? "" : " (" + finding.strItems + ")");
 }
 
 json DescribePlace(const SCheckPlace& place)
@@ -85,9 +110,7 @@ std::string RenderCheck(const CCheckReport& report)
     std::ostringstream text;
     for (const SCheckFinding& finding : report.GetFindings())
     {
-        text << finding.strCheck << ": " << finding.strMessage << "\n  at " << NameCheckPlace(finding.place)
-             << ", kernel " << finding.strKernel << "\n"
-             << RenderCheckPlace(finding.place);
+        text << finding.strCheck << ": " << finding.strMessage << "\n" << RenderWhere(finding);
         if (finding.IsPair() && !(finding.place == finding.other))
         {
             text << "  and " << NameCheckPlace(finding.other) << "\n" << RenderCheckPlace(finding.other);
@@ -100,7 +123,8 @@ std::string RenderCheck(const CCheckReport& report)
         {
             text << "  then at " << NameCheckPlace(place) << "\n" << RenderCheckPlace(place);
         }
-        text << "  " << finding.strItems << "; " << NameTimes(finding.nCount) << "\n\n";
+        text << "  " << finding.strItems << (finding.strItems.empty() ? "" : "; ") << NameTimes(finding.nCount)
+             << "\n\n";
     }
     const size_t nFindings = report.GetFindings().size();
     text << (nFindings == 0 ? "nothing found" : std::to_string(nFindings) + (nFindings == 1 ? " finding" : " findings"))
@@ -122,6 +146,10 @@ json DescribeCheck(const CCheckReport& report)
                           {"message", finding.strMessage}, {"place", DescribePlace(finding.place)},
                           {"count", finding.nCount},       {"address", raw.nAddress},
                           {"bytes", raw.nBytes},           {"items", json::array()}};
+        if (finding.nLaunch != 0)
+        {
+            described["launch"] = finding.nLaunch;
+        }
         if (IsRace(finding))
         {
             described["items"] = {raw.nWorkItem, raw.nOtherItem};
@@ -155,12 +183,13 @@ json MakeSarif(const CCheckReport& report)
     for (const SCheckFinding& finding : report.GetFindings())
     {
         const bool bTwo = finding.IsPair() && !(finding.place == finding.other);
-        results.push_back({{"ruleId", finding.strCheck},
-                           {"level", "error"},
-                           {"message", {{"text", finding.strMessage + " (" + finding.strItems + ")"}}},
-                           {"locations", json::array({MakeLocation(finding.place)})},
-                           {"relatedLocations", bTwo ? json::array({MakeLocation(finding.other)}) : json::array()},
-                           {"occurrenceCount", finding.nCount}});
+        results.push_back(
+            {{"ruleId", finding.strCheck},
+             {"level", "error"},
+             {"message", {{"text", NameInLine(finding)}}},
+             {"locations", finding.place.strFile.empty() ? json::array() : json::array({MakeLocation(finding.place)})},
+             {"relatedLocations", bTwo ? json::array({MakeLocation(finding.other)}) : json::array()},
+             {"occurrenceCount", finding.nCount}});
     }
     const json driver = {{"name", "kestrel check"},
                          {"rules", json::array({{{"id", "memory"}},
@@ -168,7 +197,8 @@ json MakeSarif(const CCheckReport& report)
                                                 {{"id", "init"}},
                                                 {{"id", "nan"}},
                                                 {{"id", "barrier"}},
-                                                {{"id", "alignment"}}})}};
+                                                {{"id", "alignment"}},
+                                                {{"id", "api"}}})}};
     return {{"version", "2.1.0"}, {"runs", json::array({{{"tool", {{"driver", driver}}}, {"results", results}}})}};
 }
 
@@ -185,8 +215,8 @@ std::string MakeJUnit(const CCheckReport& report, const std::vector<std::string>
         {
             if (finding.strCheck == strCheck)
             {
-                strFailures +=
-                    NameCheckPlace(finding.place) + ": " + finding.strMessage + " (" + finding.strItems + ")\n";
+                strFailures += (finding.place.strFile.empty() ? "" : NameCheckPlace(finding.place) + ": ") +
+                               NameInLine(finding) + "\n";
             }
         }
         if (!strFailures.empty())

@@ -1,0 +1,182 @@
+#include "tools/kestrel/check/CheckProgram.h"
+
+#include "tools/session/ExitCode.h"
+#include "tools/session/launch/Codes.h"
+#include "tools/session/launch/KernelText.h"
+#include "tools/session/program/ProgramFollower.h"
+
+#include <algorithm>
+#include <regex>
+#include <utility>
+
+namespace KestrelTool
+{
+
+namespace
+{
+
+using nlohmann::json;
+
+/// What a compiler that is handed a text calls it.
+const char* const s_pszUnnamed = "kernel.cl";
+
+class CProgramCheck : public CProgramFollower
+{
+public:
+    CProgramCheck(const CLibraries& libraries, const SProgramCommand& command, bool bApi, CCheckReport& report,
+                  std::ostream& messages)
+        : CProgramFollower(command, SLaunchRule()), m_Lib(libraries), m_bApi(bApi), m_Report(report),
+          m_Messages(messages)
+    {
+    }
+
+    int Run()
+    {
+        Follow();
+        if (!m_Process.WasHeard())
+        {
+            Refuse(0, "the program hasn't used OpenCL by way of the loader");
+        }
+        for (const auto& [nLaunch, strReason] : m_vRefused)
+        {
+            m_Messages << "kestrel: not checked: " << strReason << "\n";
+        }
+        return !m_vRefused.empty() ? static_cast<int>(EXIT_COMMAND_FAILED) : m_Process.GetExitCode();
+    }
+
+private:
+    void Take(const SLaunchFile& file, const SKnownLaunch& launch, const SKnownProgram& program) override
+    {
+        SLaunchFile named = file;
+        named.strSource = program.strSource.empty() ? file.strSource : NameSource(program);
+        try
+        {
+            m_Report.Run(m_Lib, named, launch.nNumber);
+        }
+        catch (const CPlatformError& error)
+        {
+            Refuse(launch.nNumber,
+                   "launch " + std::to_string(launch.nNumber) + " of " + launch.strKernel + ": " + error.what());
+        }
+    }
+
+    void Refuse(uint64_t nLaunch, const std::string& strReason) override
+    {
+        m_vRefused.emplace_back(nLaunch, strReason);
+    }
+
+    void Hear(int /*nProcess*/, const SMessage& message) override
+    {
+        const json& header = message.header;
+        const std::string strWhat = header.value("what", "");
+        try
+        {
+            if (strWhat == "program")
+            {
+                TakeLog(header.value("log", ""), m_Record.GetPrograms().back());
+            }
+            else if (strWhat == "refused")
+            {
+                TakeRefused(header);
+            }
+            else if (strWhat == "waits")
+            {
+                Complain(header.at("call").get<std::string>() + " waits in a callback, in which nothing may wait");
+            }
+            else if (strWhat == "left")
+            {
+                TakeLeft(header.at("objects"));
+            }
+        }
+        catch (const json::exception& error)
+        {
+            throw CProtocolError(std::string("a message lacks what it should have: ") + error.what());
+        }
+    }
+
+    void Complain(const SCheckFinding& finding)
+    {
+        if (m_bApi)
+        {
+            m_Report.Complain(finding);
+        }
+    }
+
+    void Complain(const std::string& strMessage)
+    {
+        SCheckFinding finding;
+        finding.strMessage = strMessage;
+        Complain(finding);
+    }
+
+    void TakeLog(const std::string& strLog, const SKnownProgram& program)
+    {
+        static const std::regex s_Warning("(.*):([0-9]+):[0-9]+: warning: (.*)");
+        const std::vector<std::string> vLines = SplitLines(program.strSource);
+        for (const std::string& strLine : SplitLines(strLog))
+        {
+            std::smatch match;
+            if (!std::regex_match(strLine, match, s_Warning))
+            {
+                continue;
+            }
+            SCheckFinding finding;
+            finding.strMessage = "the compiler warns: " + match[3].str();
+            const bool bOwn = match[1] == s_pszUnnamed;
+            finding.place.strFile = bOwn ? program.strFile : match[1].str();
+            finding.place.nLine = static_cast<unsigned int>(std::stoul(match[2]));
+            const bool bThere = bOwn && finding.place.nLine > 0 && finding.place.nLine <= vLines.size();
+            finding.place.strText = bThere ? vLines[finding.place.nLine - 1] : "";
+            Complain(finding);
+        }
+    }
+
+    void TakeRefused(const json& header)
+    {
+        SCheckFinding finding;
+        finding.strKernel = header.at("name");
+        finding.nLaunch = header.at("number");
+        finding.strMessage = "the launch fails with " + NameCode(header.at("code").get<cl_int>());
+        for (const json& argument : header.at("arguments"))
+        {
+            const std::string strName = argument.at("name");
+            finding.strMessage += ": argument " + std::to_string(argument.at("number").get<size_t>()) +
+                                  (strName.empty() ? "" : ", " + strName + ",") +
+                                  (argument.at("fault") == "unset" ? " isn't set" : " is an object that is released");
+        }
+        Complain(finding);
+        // The runtime doesn't run it either.
+        m_vRefused.erase(std::remove_if(m_vRefused.begin(), m_vRefused.end(),
+                                        [&](const auto& refused) { return refused.first == finding.nLaunch; }),
+                         m_vRefused.end());
+    }
+
+    void TakeLeft(const json& objects)
+    {
+        std::string strObjects;
+        for (const auto& [strName, count] : objects.items())
+        {
+            const uint64_t nCount = count.get<uint64_t>();
+            const std::string strKind = strName == "memory" ? "memory object" : strName;
+            strObjects +=
+                (strObjects.empty() ? "" : ", ") + std::to_string(nCount) + " " + strKind + (nCount == 1 ? "" : "s");
+        }
+        Complain("objects are left at the end: " + strObjects);
+    }
+
+    const CLibraries& m_Lib;
+    const bool m_bApi;
+    CCheckReport& m_Report;
+    std::ostream& m_Messages;
+    std::vector<std::pair<uint64_t, std::string>> m_vRefused; ///< launches that weren't checked, and why
+};
+
+} // namespace
+
+int CheckProgram(const CLibraries& libraries, const SProgramCommand& command, bool bApi, CCheckReport& report,
+                 std::ostream& messages)
+{
+    return CProgramCheck(libraries, command, bApi, report, messages).Run();
+}
+
+} // namespace KestrelTool

@@ -1,0 +1,22 @@
+#ifndef KESTREL_TOOLS_CHECK_CHECKPROGRAM_H
+#define KESTREL_TOOLS_CHECK_CHECKPROGRAM_H
+
+#include "tools/kestrel/check/CheckReport.h"
+#include "tools/session/program/ProgramProcess.h"
+
+#include <ostream>
+
+namespace KestrelTool
+{
+
+/// Runs a program to its end, and each of its launches once more under the report's checks.
+/// \param bApi  its own use of OpenCL is looked at too
+/// \param messages  gets what couldn't be checked, and why
+/// \return the program's exit code, or an EExitCode if something couldn't be checked
+/// \throws CProgramError
+int CheckProgram(const CLibraries& libraries, const SProgramCommand& command, bool bApi, CCheckReport& report,
+                 std::ostream& messages);
+
+} // namespace KestrelTool
+
+#endif
