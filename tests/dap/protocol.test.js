@@ -100,7 +100,29 @@ test('points of all kinds stop, count and log', () => withClient(async client =>
   assert.strictEqual((await client.next('stopped')).reason, 'function breakpoint');
   assert.strictEqual(await client.refusal('setExceptionBreakpoints', { filters: ['nothing'] }),
     'there is no exception filter nothing');
-  await client.setExceptionBreakpointsRequest({ filters: ['faults'] });
+  const filters = await client.setExceptionBreakpointsRequest({ filters: ['race', 'faults'] });
+  assert.deepStrictEqual(filters.body.breakpoints.map(one => one.verified), [false, true]);
+  await client.terminateRequest();
+  await client.next('terminated');
+}));
+
+test('filters of exceptions stop in front of what a kernel does wrong', () => withClient(async client => {
+  const source = { path: example('../docs/tutorial/means.cl') };
+  await client.begin({ launchFile: source.path.replace('.cl', '.json') }, source, [{ line: 5 }]);
+  await client.next('stopped');
+  await client.setBreakpointsRequest({ source, breakpoints: [] });
+  const set = await client.setExceptionBreakpointsRequest({ filters: ['nan', 'race', 'barrier'] });
+  assert.deepStrictEqual(set.body.breakpoints.map(one => one.verified), [true, true, false]);
+  for (const [line, item] of [[14, 1], [14, 1]]) {
+    await client.continueRequest({ threadId: 1 });
+    assert.strictEqual((await client.next('stopped')).reason, 'exception');
+    assert.strictEqual((await client.top()).line, line);
+    assert.strictEqual((await client.threadsRequest()).body.threads[0].name, `means, work-item ${item}`);
+  }
+  await client.setExceptionBreakpointsRequest({ filters: ['nan'] });
+  await client.continueRequest({ threadId: 1 });
+  assert.strictEqual((await client.next('stopped')).reason, 'exception');
+  assert.strictEqual((await client.top()).line, 22);
   await client.terminateRequest();
   await client.next('terminated');
 }));

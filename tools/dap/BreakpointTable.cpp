@@ -111,6 +111,11 @@ json CBreakpointTable::SetData(const std::vector<json>& vWanted)
     return Replace(Data, nullptr, vWanted);
 }
 
+json CBreakpointTable::SetFaults(const std::vector<json>& vWanted)
+{
+    return Replace(Fault, nullptr, vWanted);
+}
+
 /// One that is wanted as before stays, with its hits.
 json CBreakpointTable::Replace(EKind eKind, const json& source, const std::vector<json>& vWanted)
 {
@@ -201,6 +206,8 @@ SBreakpoint& CBreakpointTable::Add(const SEntry& entry)
         return AddByCommand("break", RequireWord(ReadText(entry.wanted, "name")));
     case Data:
         return AddByCommand(NameWatchCommand(entry.wanted), RequireOneLine(ReadText(entry.wanted, "dataId")));
+    case Fault:
+        return AddByCommand("stop on", RequireWord(ReadText(entry.wanted, "filter")));
     case Instruction:
         return AddInstruction(entry);
     default:
@@ -414,7 +421,7 @@ std::vector<int> CBreakpointTable::FindIds(const std::vector<unsigned int>& vIds
 const char* CBreakpointTable::NameReason(const std::vector<unsigned int>& vIds) const
 {
     static const char* const s_Reasons[] = {"breakpoint", "function breakpoint", "instruction breakpoint",
-                                            "data breakpoint"};
+                                            "data breakpoint", "exception"};
     const SEntry* const pEntry = vIds.empty() ? nullptr : FindEntry(vIds.front());
     return s_Reasons[pEntry != nullptr ? pEntry->eKind : Line];
 }

@@ -7,9 +7,19 @@
 #include "tools/session/program/Debuggee.h"
 
 #include <list>
+#include <utility>
 
 namespace KestrelTool
 {
+
+/// Checks of which a client may have stops in front of what they find, and what they are called.
+const std::pair<const char*, const char*> g_FaultFilters[] = {
+    {"memory", "Accesses outside memory"},
+    {"race", "Races"},
+    {"init", "Uses of what nobody wrote"},
+    {"nan", "NaN, infinity and wrong integers"},
+    {"barrier", "Barriers that part of a work-group misses"},
+};
 
 /// The breakpoints that a client wants, whether there is something debugged to set them in or not yet.
 class CBreakpointTable
@@ -25,6 +35,8 @@ public:
     nlohmann::json SetFunctions(const std::vector<nlohmann::json>& vWanted);
     nlohmann::json SetInstructions(const std::vector<nlohmann::json>& vWanted);
     nlohmann::json SetData(const std::vector<nlohmann::json>& vWanted);
+    /// \param vWanted  [{"filter": CHECK}]
+    nlohmann::json SetFaults(const std::vector<nlohmann::json>& vWanted);
 
     /// Sets all that have been wanted so far. Null for the end.
     void SetDebuggee(CDebuggee* pDebuggee);
@@ -41,7 +53,8 @@ private:
         Line,
         Function,
         Instruction,
-        Data
+        Data,
+        Fault
     };
 
     struct SEntry

@@ -54,6 +54,14 @@ json MakeCapabilities()
          {"label", "Faults"},
          {"description", "Accesses outside memory and missed barriers, as the platform records them"},
          {"default", true}}};
+    for (const auto& [pszFilter, pszLabel] : g_FaultFilters)
+    {
+        capabilities["exceptionBreakpointFilters"].push_back(
+            {{"filter", pszFilter},
+             {"label", pszLabel},
+             {"description", "Stops in front of it; a run of its own finds where that is"},
+             {"default", false}});
+    }
     capabilities["completionTriggerCharacters"] = {" ", "$"};
     return capabilities;
 }

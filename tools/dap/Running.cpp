@@ -9,6 +9,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace KestrelTool
 {
 
@@ -107,16 +109,31 @@ json CConversation::DoSetDataBreakpoints(const json& arguments)
 json CConversation::DoSetExceptionBreakpoints(const json& arguments)
 {
     const std::vector<std::string> vFilters = ReadTexts(arguments, "filters");
-    m_bFaultsStop = false;
+    bool bFaults = false;
+    std::vector<json> vWanted;
     for (const std::string& strFilter : vFilters)
     {
-        if (strFilter != "faults")
+        const auto isNamed = [&](const auto& filter) { return strFilter == filter.first; };
+        bFaults = bFaults || strFilter == "faults";
+        if (std::any_of(std::begin(g_FaultFilters), std::end(g_FaultFilters), isNamed))
+        {
+            vWanted.push_back({{"filter", strFilter}});
+        }
+        else if (strFilter != "faults")
         {
             throw CRequestError("there is no exception filter " + strFilter);
         }
-        m_bFaultsStop = true;
     }
-    return nullptr;
+    m_bFaultsStop = bFaults;
+    json answer = m_Breakpoints.SetFaults(vWanted);
+    // An answer has one for each filter, in their order; that of the faults is always there.
+    const auto itFaults = std::find(vFilters.begin(), vFilters.end(), "faults");
+    if (itFaults != vFilters.end())
+    {
+        json& list = answer["breakpoints"];
+        list.insert(list.begin() + (itFaults - vFilters.begin()), json{{"verified", true}});
+    }
+    return answer;
 }
 
 /// Before the launch nothing is known of where there is code.

@@ -15,35 +15,15 @@ namespace KestrelTool
 namespace
 {
 
-/// A program's own use of OpenCL, which isn't the platform's to check.
-const uint32_t s_nCheckProgram = 0;
-
-struct SCheckName
-{
-    const char* pszName;
-    uint32_t nCheck;
-    bool bDefault;
-};
-
-const SCheckName s_CheckNames[] = {
-    {"memory", PLATFORM_CHECK_MEMORY, true},
-    {"race", PLATFORM_CHECK_RACE, true},
-    {"init", PLATFORM_CHECK_INIT, true},
-    {"nan", PLATFORM_CHECK_NAN, false},
-    {"barrier", PLATFORM_CHECK_BARRIER, true},
-    {"alignment", PLATFORM_CHECK_ALIGNMENT, false},
-    {"api", s_nCheckProgram, true},
-};
-
 /// Those that are asked for, by name, or that are made by default.
 std::vector<SCheckName> ChooseChecks(const SCheckOptions& options)
 {
     std::vector<SCheckName> vChosen;
-    for (const SCheckName& check : s_CheckNames)
+    for (const SCheckName& check : ListChecks())
     {
         const bool bNamed =
             std::find(options.vChecks.begin(), options.vChecks.end(), check.pszName) != options.vChecks.end();
-        const bool bOfPrograms = check.nCheck == s_nCheckProgram;
+        const bool bOfPrograms = check.nCheck == g_nCheckProgram;
         if ((bNamed || (options.vChecks.empty() && check.bDefault)) && (!bOfPrograms || options.program))
         {
             vChosen.push_back(check);
@@ -89,7 +69,7 @@ int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std
     for (const SCheckName& check : ChooseChecks(options))
     {
         nChecks |= check.nCheck;
-        bApi = bApi || check.nCheck == s_nCheckProgram;
+        bApi = bApi || check.nCheck == g_nCheckProgram;
         vNames.emplace_back(check.pszName);
     }
     CCheckReport report(libraries, nChecks, options.nLimit, ReadSuppressions(options));

@@ -1,6 +1,7 @@
 #ifndef KESTREL_TOOLS_CHECK_CHECKCOMMAND_H
 #define KESTREL_TOOLS_CHECK_CHECKCOMMAND_H
 
+#include "tools/kestrel/check/CheckedRuns.h"
 #include "tools/session/launch/Libraries.h"
 #include "tools/session/program/ProgramProcess.h"
 
@@ -22,7 +23,7 @@ struct SCheckOptions
     std::string strSarif;                   ///< files to write; empty for none
     std::string strJUnit;
     bool bJson = false;
-    uint64_t nLimit = 1000000000; ///< instructions that a work-group may execute
+    uint64_t nLimit = g_nUsualLimit; ///< instructions that a work-group may execute
 };
 
 /// Runs launch files, or the launches of a program, checks what they do, and prints what is wrong.

@@ -5,7 +5,6 @@
 #include "tools/session/debug/SourceLines.h"
 #include "tools/session/launch/Files.h"
 #include "tools/session/launch/KernelText.h"
-#include "tools/session/launch/PlatformDoor.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -17,44 +16,6 @@ namespace KestrelTool
 
 namespace
 {
-
-const SPlatformControl& RequireControl(const CLibraries& libraries)
-{
-    const SPlatformControl* const pControl = FindPlatformControl(libraries);
-    if (pControl == nullptr)
-    {
-        throw CPlatformError("this platform checks nothing; the software platform does");
-    }
-    return *pControl;
-}
-
-template <class T>
-std::vector<T> TakeAll(uint32_t (*pfGet)(T*, uint32_t))
-{
-    std::vector<T> vAll(pfGet(nullptr, 0));
-    pfGet(vAll.data(), static_cast<uint32_t>(vAll.size()));
-    return vAll;
-}
-
-const char* NameCheck(uint32_t nKind)
-{
-    switch (nKind)
-    {
-    case PLATFORM_FINDING_RACE:
-        return "race";
-    case PLATFORM_FINDING_BARRIER:
-    case PLATFORM_FINDING_HANG:
-        return "barrier";
-    case PLATFORM_FINDING_MISALIGNED:
-        return "alignment";
-    case PLATFORM_FINDING_INIT:
-        return "init";
-    case PLATFORM_FINDING_NAN:
-        return "nan";
-    default:
-        return "memory";
-    }
-}
 
 /// How much a finding says: of those of the same lines the one with the most is told.
 auto Weight(const SPlatformFinding& finding)
@@ -77,42 +38,15 @@ bool SCheckFinding::IsPair() const
 }
 
 CCheckReport::CCheckReport(const CLibraries& libraries, uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions)
-    : m_Control(RequireControl(libraries)), m_Suppressions(std::move(suppressions))
+    : m_Runs(libraries, nChecks, nLimit), m_Suppressions(std::move(suppressions))
 {
-    m_Control.SetChecks(nChecks);
-    m_Control.SetInstructionLimit(nLimit);
-}
-
-CCheckReport::~CCheckReport()
-{
-    m_Control.SetChecks(0);
-    m_Control.SetInstructionLimit(0);
 }
 
 void CCheckReport::Run(const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch)
 {
     CLaunch launch(libraries, file);
-    RunToEnd(launch);
+    Take(m_Runs.Run(launch), launch, nLaunch);
     ++m_nLaunches;
-    Take(TakeAll(m_Control.GetFindings), TakeAll(m_Control.GetLastBuffers), launch, nLaunch);
-}
-
-void CCheckReport::RunToEnd(CLaunch& launch) const
-{
-    try
-    {
-        launch.Run();
-    }
-    catch (const CPlatformError&)
-    {
-        // A run that is stopped at its limit is a finding.
-        SPlatformEnd end = {};
-        m_Control.GetLastEnd(&end);
-        if (end.nEnd != PLATFORM_END_LIMIT)
-        {
-            throw;
-        }
-    }
 }
 
 void CCheckReport::Complain(SCheckFinding finding)
@@ -151,14 +85,13 @@ const std::vector<std::string>& CCheckReport::ReadSource(const std::string& strF
     return it->second;
 }
 
-void CCheckReport::Take(const std::vector<SPlatformFinding>& vRaw, const std::vector<SPlatformBuffer>& vBuffers,
-                        const CLaunch& launch, uint64_t nLaunch)
+void CCheckReport::Take(const SCheckedRun& run, const CLaunch& launch, uint64_t nLaunch)
 {
     const std::vector<char> vBinary = launch.ReadBinary();
     const std::string& strKernel = launch.GetFile().strKernel;
     const std::vector<std::string> vMetadata = ReadMetadata(vBinary, strKernel);
     const CListing listing = ReadListing(vBinary, ReadLabel(vMetadata));
-    const CCheckWords words(vBuffers, ReadArguments(vMetadata));
+    const CCheckWords words(run.vBuffers, ReadArguments(vMetadata));
     const auto find = [&](uint32_t nInstruction)
     {
         const unsigned int nLine = listing.GetLineOfInstruction(nInstruction);
@@ -172,7 +105,7 @@ void CCheckReport::Take(const std::vector<SPlatformFinding>& vRaw, const std::ve
         return SCheckPlace{std::filesystem::path(source->strFile).lexically_normal().string(), source->nLine,
                            bThere ? vTexts[source->nLine - 1] : ""};
     };
-    for (const SPlatformFinding& raw : vRaw)
+    for (const SPlatformFinding& raw : run.vFindings)
     {
         SCheckFinding finding;
         finding.strCheck = NameCheck(raw.nKind);

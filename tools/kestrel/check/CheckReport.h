@@ -2,6 +2,7 @@
 #define KESTREL_TOOLS_CHECK_CHECKREPORT_H
 
 #include "KestrelPlatform.h"
+#include "tools/kestrel/check/CheckedRuns.h"
 #include "tools/kestrel/check/Suppressions.h"
 #include "tools/session/debug/KernelArguments.h"
 #include "tools/session/launch/Launch.h"
@@ -60,23 +61,17 @@ public:
     /// Takes in what a program does wrong itself: all but "finding" of it is told.
     void Complain(SCheckFinding finding);
 
-    ~CCheckReport();
-    CCheckReport(const CCheckReport&) = delete;
-    CCheckReport& operator=(const CCheckReport&) = delete;
-
     /// By launch and place.
     const std::vector<SCheckFinding>& GetFindings() const { return m_vFindings; }
     size_t GetLaunches() const { return m_nLaunches; }
     size_t GetSuppressed() const { return m_nSuppressed; }
 
 private:
-    void RunToEnd(CLaunch& launch) const;
-    void Take(const std::vector<SPlatformFinding>& vRaw, const std::vector<SPlatformBuffer>& vBuffers,
-              const CLaunch& launch, uint64_t nLaunch);
+    void Take(const SCheckedRun& run, const CLaunch& launch, uint64_t nLaunch);
     void Add(const SCheckFinding& finding);
     const std::vector<std::string>& ReadSource(const std::string& strFile, const SLaunchFile& launch);
 
-    const SPlatformControl& m_Control;
+    const CCheckedRuns m_Runs;
     const CSuppressions m_Suppressions;
     std::map<std::string, std::vector<std::string>> m_mapSources;
     std::vector<SCheckFinding> m_vFindings;

@@ -22,6 +22,9 @@ public:
     /// "work-items 3, 7, 11 and others"; of a race both.
     std::string NameItems(const SPlatformFinding& finding) const;
 
+    /// The buffer that an address is in, or the one that it is the least behind, or in front of; null if none is near.
+    const SPlatformBuffer* FindBuffer(uint64_t nAddress) const;
+
 private:
     std::string NameAddress(uint64_t nAddress) const;
     std::string NameOrigin(const SPlatformFinding& finding) const;
@@ -29,7 +32,6 @@ private:
     std::string DescribeNumber(const SPlatformFinding& finding) const;
     std::string NamePlace(const SPlatformFinding& finding) const;
     std::string NameExtent(const SPlatformFinding& finding) const;
-    const SPlatformBuffer* FindBuffer(uint64_t nAddress) const;
 
     std::vector<SPlatformBuffer> m_vBuffers;
     std::vector<SKernelArgument> m_vArguments;

@@ -1,5 +1,6 @@
 // Commands about breakpoints.
 
+#include "tools/kestrel/check/FaultPlaces.h"
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/cover/WatchPlaces.h"
 #include "tools/session/debug/CommandError.h"
@@ -164,6 +165,24 @@ json AddWatch(CCommandContext& context, const char* pszCommand, bool bReads, boo
     return answer;
 }
 
+/// A breakpoint on all lines that do something wrong, where they do.
+json AddFaultStop(CCommandContext& context)
+{
+    CDebugger& debugger = context.GetDebugger();
+    SFaultStop stop =
+        FindFaultPlaces(debugger, context.GetText("a check: memory, race, init, nan, barrier or alignment"));
+    std::set<unsigned int> lines;
+    for (const auto& place : stop.mapPlaces)
+    {
+        lines.insert(place.first);
+    }
+    SBreakpoint& breakpoint = debugger.GetBreakpoints().Add(lines, false);
+    breakpoint.pFault = std::make_shared<SFaultStop>(std::move(stop));
+    json answer = DescribeBreakpoint(&debugger, breakpoint);
+    answer["view"] = "breakpoint";
+    return answer;
+}
+
 json SetEnabled(CCommandContext& context, bool bEnabled)
 {
     for (const unsigned int nId : ReadIds(context))
@@ -200,6 +219,10 @@ json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint& breakpoin
     if (breakpoint.pWatch)
     {
         description["watch"] = breakpoint.pWatch->strText;
+    }
+    if (breakpoint.pFault)
+    {
+        description["watch"] = breakpoint.pFault->strText;
     }
     if (!breakpoint.strCondition.empty())
     {
@@ -251,6 +274,11 @@ json DoTemporaryBreak(CCommandContext& context)
 json DoWatch(CCommandContext& context)
 {
     return AddWatch(context, "watch", false, true);
+}
+
+json DoStopOn(CCommandContext& context)
+{
+    return AddFaultStop(context);
 }
 
 json DoReadWatch(CCommandContext& context)

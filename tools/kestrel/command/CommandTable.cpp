@@ -101,6 +101,14 @@ const SCommand g_Commands[] = {
      DoReadWatch, false, ECompletion::Nothing},
     {"awatch", "", "PLACE", s_pszBreakpoints, "As watch, for reads and writes.", "An atomic does both.",
      "@opencl_c/reduction\nawatch result[1]\nrun\ncontinue", DoAccessWatch, false, ECompletion::Nothing},
+    {"stop on", "", "CHECK", s_pszBreakpoints, "Stop in front of what the kernel does wrong.",
+     "CHECK is memory, race, init, nan, barrier or alignment, as kestrel check has them. A run of its own finds which "
+     "instructions of which work-items do it; the session stops where one of them is next, with that work-item in "
+     "focus, "
+     "and going back does too. In a loop that is where the access goes to the same place; of init and nan it is the "
+     "first "
+     "time that one of the work-items comes there. It is a breakpoint as watch is.",
+     "@opencl_c/crc32\nstop on alignment\nrun\nreverse-continue", DoStopOn, false, ECompletion::Nothing},
     {"condition", "", "ID [CONDITION]", s_pszBreakpoints, "Give a breakpoint a condition, or take it away.", "",
      "break 33\ncondition 1 all r5.x < 100\nrun", DoCondition, false, ECompletion::Register},
     {"ignore", "", "ID N", s_pszBreakpoints, "Pass over a breakpoint's next N hits.", "",

@@ -203,9 +203,12 @@ json DoSaveBreakpoints(CCommandContext& context)
         }
         const bool bLaunch = breakpoint.place && breakpoint.place->eKind == SLaunchPlace::Launch;
         const char* const pszCommand = bLaunch ? "catch " : breakpoint.bTemporary ? "tbreak " : "break ";
-        const bool bCondition =
-            !breakpoint.strCondition.empty() && !breakpoint.pWatch; // a watch's can't be said in one line
-        file << (breakpoint.pWatch ? breakpoint.pWatch->strText : pszCommand + strPlace);
+        const std::string strWatch = breakpoint.pWatch   ? breakpoint.pWatch->strText
+                                     : breakpoint.pFault ? breakpoint.pFault->strText
+                                                         : std::string();
+        // A watch's can't be said in one line.
+        const bool bCondition = !breakpoint.strCondition.empty() && strWatch.empty();
+        file << (strWatch.empty() ? pszCommand + strPlace : strWatch);
         file << (bCondition ? " if " + breakpoint.strCondition : "") << "\n";
         if (!breakpoint.vCommands.empty())
         {

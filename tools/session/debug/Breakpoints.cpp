@@ -87,6 +87,23 @@ bool CBreakpoints::Touches(const SWatch& watch, unsigned int nLine, IValueSource
     return !vItems.empty();
 }
 
+/// Whether something wrong comes next; notes what and who.
+bool CBreakpoints::Fails(const SFaultStop& fault, unsigned int nLine, IValueSource& source, SHits& hits)
+{
+    const auto [itBegin, itEnd] = fault.mapPlaces.equal_range(nLine);
+    for (auto it = itBegin; it != itEnd; ++it)
+    {
+        const std::vector<size_t> vItems = source.FindFaulty(it->second, nLine);
+        if (!vItems.empty())
+        {
+            hits.vNotes.push_back(fault.strText + ": " + it->second.strMessage);
+            hits.nItem = vItems[0];
+            return true;
+        }
+    }
+    return false;
+}
+
 CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& source)
 {
     SHits hits;
@@ -99,6 +116,10 @@ CBreakpoints::SHits CBreakpoints::Arrive(unsigned int nLine, IValueSource& sourc
         try
         {
             if (breakpoint.pWatch && !Touches(*breakpoint.pWatch, nLine, source, hits))
+            {
+                continue;
+            }
+            if (breakpoint.pFault && !Fails(*breakpoint.pFault, nLine, source, hits))
             {
                 continue;
             }

@@ -2,6 +2,7 @@
 #define KESTREL_TOOLS_DEBUG_BREAKPOINTS_H
 
 #include "tools/session/debug/Expression.h"
+#include "tools/session/debug/FaultStop.h"
 #include "tools/session/debug/Watch.h"
 
 #include <functional>
@@ -43,10 +44,11 @@ struct SBreakpoint
     std::optional<SLaunchPlace> place;
     bool bTemporary = false;
     bool bEnabled = true;
-    std::string strCondition;             ///< empty for none
-    std::optional<CExpression> condition; ///< the same for the kernel that is debugged, once it has been asked
-    std::shared_ptr<const SWatch> pWatch; ///< stops only where one of these accesses is next; null for none
-    size_t nIgnore = 0;                   ///< hits that are passed over
+    std::string strCondition;                 ///< empty for none
+    std::optional<CExpression> condition;     ///< the same for the kernel that is debugged, once it has been asked
+    std::shared_ptr<const SWatch> pWatch;     ///< stops only where one of these accesses is next; null for none
+    std::shared_ptr<const SFaultStop> pFault; ///< the same for what the kernel does wrong
+    size_t nIgnore = 0;                       ///< hits that are passed over
     size_t nHits = 0;
     std::vector<std::string> vCommands; ///< what is done at a stop
     /// Asked at each hit, after it has been counted; what it doesn't want is passed. Without one each hit is wanted.
@@ -80,6 +82,7 @@ public:
     SHits Arrive(unsigned int nLine, IValueSource& source);
 
 private:
+    static bool Fails(const SFaultStop& fault, unsigned int nLine, IValueSource& source, SHits& hits);
     static bool Touches(const SWatch& watch, unsigned int nLine, IValueSource& source, SHits& hits);
 
     std::list<SBreakpoint> m_Breakpoints;

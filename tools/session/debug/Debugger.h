@@ -147,6 +147,7 @@ public:
     /// The line of the last stop.
     unsigned int GetEarlierLine() const { return m_nEarlierLine; }
 
+    std::vector<size_t> FindFaulty(const SFaultPlace& place, unsigned int nLine) override;
     std::vector<size_t> FindTouchers(const SWatch& watch, unsigned int nLine) override;
     /// The argument and offset of an address in a buffer, at a stop.
     /// \throws CCommandError if it is in none
@@ -261,6 +262,8 @@ private:
     void Ask(const std::function<void()>& query);
     void TellBreak(bool bPatched);
     SRunEstimate EstimateRun(const std::set<unsigned int>& stops);
+    std::vector<std::optional<uint64_t>> ReadAddresses(unsigned int nLine, const std::set<size_t>& items);
+    std::vector<size_t> FindPart(size_t nMissing);
     uint64_t FindWatchedAddress(const SWatch& watch);
     std::optional<uint64_t> FindFirstRead(size_t nArgument);
     std::optional<uint64_t> FindInRegisters(size_t nArgument);

@@ -47,6 +47,7 @@ struct SElements
     uint64_t GetBytes() const { return nCount * pType->nSize; }
 };
 
+struct SFaultPlace;
 struct SWatch;
 
 /// A stretch of memory that pointers may point into.
@@ -96,6 +97,8 @@ public:
     /// Bytes of the private memory of all work-items, one work-item's after the other's.
     /// \throws CCommandError if they can't be had
     virtual std::vector<unsigned char> ReadAllPrivate(uint64_t /*nAddress*/, size_t /*nBytes*/) { return {}; }
+    /// The work-items that do something wrong when a line is executed next.
+    virtual std::vector<size_t> FindFaulty(const SFaultPlace& /*place*/, unsigned int /*nLine*/) { return {}; }
     /// The work-items that access what is watched when a line is executed next.
     virtual std::vector<size_t> FindTouchers(const SWatch& /*watch*/, unsigned int /*nLine*/) { return {}; }
     /// An address as a user knows it.
