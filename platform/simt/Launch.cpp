@@ -373,8 +373,6 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             pChecks = std::make_unique<SCheckTotals>(context);
             context.pFindings = &pChecks->findings;
         }
-        const uint32_t nAccessChecks = ~uint32_t(PLATFORM_CHECK_BARRIER);
-        SCheckTotals* const pAccessChecks = launch.nChecks & nAccessChecks ? pChecks.get() : nullptr;
         CWorkerPool& pool = CWorkerPool::Get();
         std::atomic<bool> bNoMemory(false);
         const uint64_t nAllowed =
@@ -394,7 +392,7 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             try
             {
                 CGroupRunner runner(context, program, nThread, pVisits, bProfile ? &profile : nullptr,
-                                    bWatch ? &result.vAccesses : nullptr, pAccessChecks);
+                                    bWatch ? &result.vAccesses : nullptr, pChecks.get());
                 for (auto nTurn = shares.Take(nThread); nTurn && !context.bStop; nTurn = shares.Take(nThread))
                 {
                     schedule.Pause(*nTurn);
