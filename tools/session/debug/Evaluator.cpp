@@ -201,10 +201,13 @@ const SBlock& CEvaluator::Run(const std::vector<SExpressionNode>& vNodes, const 
         const SExpressionNode& node = vNodes[nNode];
         nTop -= node.IsAggregate() ? 0 : node.vChildren.size();
         SBlock* const pBlocks = &m_vStack[nTop++];
-        Perform(vNodes, nNode, pBlocks, nFirst, nCount);
-        if (node.bLoad)
+        if (!node.bLoad || !LoadFromRegister(node, *pBlocks, nFirst, nCount))
         {
-            Load(vNodes, nNode, *pBlocks, nFirst, nCount);
+            Perform(vNodes, nNode, pBlocks, nFirst, nCount);
+            if (node.bLoad)
+            {
+                Load(vNodes, nNode, *pBlocks, nFirst, nCount);
+            }
         }
         Finish(node, *pBlocks, nCount);
     }

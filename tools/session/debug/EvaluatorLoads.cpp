@@ -153,10 +153,6 @@ void CEvaluator::Load(const std::vector<SExpressionNode>& vNodes, size_t nNode, 
         m_Memory.Prepare(pVariable->nBase + root.nOffset, root.pType->nSize);
     }
     m_vScratch.resize(nCount * nSize);
-    if (LoadFromRegister(node, block, nFirst, nCount))
-    {
-        return;
-    }
     for (size_t i = 0; i < nCount; ++i)
     {
         const auto nPlace = LoadAs<uint64_t>(&block.vBytes[i * sizeof(uint64_t)]);
@@ -174,7 +170,8 @@ void CEvaluator::Load(const std::vector<SExpressionNode>& vNodes, size_t nNode, 
     block.vBytes.swap(m_vScratch);
 }
 
-/// What most expressions are about: a variable of one word, in a register that has a value for all work-items.
+/// What most expressions are about: a variable of one word, in a register that has a value for all work-items. Its
+/// place needn't be worked out first.
 bool CEvaluator::LoadFromRegister(const SExpressionNode& node, SBlock& block, size_t nFirst, size_t nCount)
 {
     const SBoundVariable* const pVariable = node.eNode == ENode::Variable ? node.pVariable.get() : nullptr;
@@ -189,8 +186,9 @@ bool CEvaluator::LoadFromRegister(const SExpressionNode& node, SBlock& block, si
     {
         return false;
     }
-    LoadWords(*pPiece, nFirst, nCount, m_vScratch.data());
-    block.vBytes.swap(m_vScratch);
+    std::fill(block.bad, block.bad + nCount, false);
+    block.vBytes.resize(nCount * sizeof(probe));
+    LoadWords(*pPiece, nFirst, nCount, block.vBytes.data());
     return true;
 }
 

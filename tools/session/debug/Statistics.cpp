@@ -3,14 +3,67 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <numeric>
+#include <thread>
 
 namespace KestrelTool
 {
 
 namespace
 {
+
+/// Values that one thread looks at.
+struct SPart
+{
+    const double* pValues;
+    size_t nCount;
+};
+
+/// Calls work(number, part), which mustn't throw, for each part, in threads of their own where there are many values
+/// and several processors. Where no thread can be had the calls are made one after the other.
+template <typename Work>
+void ForEachPart(const std::vector<SPart>& vParts, const Work& work)
+{
+    std::vector<std::thread> vThreads;
+    size_t nPart = 1;
+    try
+    {
+        for (; nPart < vParts.size(); ++nPart)
+        {
+            vThreads.emplace_back([&work, &vParts, nPart] { work(nPart, vParts[nPart]); });
+        }
+    }
+    catch (const std::exception&)
+    {
+        // What has no thread is done here.
+    }
+    for (size_t nHere = nPart; nHere < vParts.size(); ++nHere)
+    {
+        work(nHere, vParts[nHere]);
+    }
+    work(0, vParts.front());
+    for (std::thread& thread : vThreads)
+    {
+        thread.join();
+    }
+}
+
+std::vector<SPart> Divide(const std::vector<double>& vValues)
+{
+    const size_t nLeast = size_t(1) << 17; // below, starting a thread takes as long as the work
+    const size_t nMost = 8;
+    const size_t nWanted = std::min({vValues.size() / nLeast, size_t(std::thread::hardware_concurrency()), nMost});
+    const size_t nParts = std::max<size_t>(nWanted, 1);
+    std::vector<SPart> vParts;
+    for (size_t n = 0; n < nParts; ++n)
+    {
+        const size_t nFirst = vValues.size() * n / nParts;
+        vParts.push_back({vValues.data() + nFirst, vValues.size() * (n + 1) / nParts - nFirst});
+    }
+    return vParts;
+}
 
 uint64_t Mix(uint64_t nBits)
 {
@@ -138,6 +191,25 @@ size_t CountMany(const std::vector<double>& vValues)
     return nCount;
 }
 
+/// Sets a bit for each number.
+/// \return false if one isn't whole, or not between the limits
+bool MarkWhole(const SPart& part, double fLow, double fHigh, std::vector<uint64_t>& vBits)
+{
+    const int64_t nLow = static_cast<int64_t>(fLow);
+    for (size_t i = 0; i < part.nCount; ++i)
+    {
+        const double fValue = part.pValues[i];
+        const int64_t nValue = fValue >= fLow && fValue <= fHigh ? static_cast<int64_t>(fValue) : nLow - 1;
+        if (static_cast<double>(nValue) != fValue)
+        {
+            return false;
+        }
+        const uint64_t nBit = static_cast<uint64_t>(nValue - nLow);
+        vBits[nBit / 64] |= uint64_t(1) << nBit % 64;
+    }
+    return true;
+}
+
 /// Counts different values that are all whole numbers, not far from each other: a bit for each number between.
 /// \return false if they aren't such
 bool CountWhole(const std::vector<double>& vValues, double fLow, double fHigh, size_t& nCount)
@@ -147,22 +219,25 @@ bool CountWhole(const std::vector<double>& vValues, double fLow, double fHigh, s
     {
         return false;
     }
-    const int64_t nLow = static_cast<int64_t>(fLow);
-    std::vector<uint64_t> vBits(static_cast<size_t>(fHigh - fLow) / 64 + 1);
-    for (const double fValue : vValues)
+    const std::vector<SPart> vParts = Divide(vValues);
+    const size_t nWords = static_cast<size_t>(fHigh - fLow) / 64 + 1;
+    std::vector<std::vector<uint64_t>> vBits(vParts.size(), std::vector<uint64_t>(nWords));
+    std::vector<char> vWhole(vParts.size());
+    ForEachPart(vParts, [&](size_t nPart, const SPart& part)
+                { vWhole[nPart] = MarkWhole(part, fLow, fHigh, vBits[nPart]) ? 1 : 0; });
+    if (std::find(vWhole.begin(), vWhole.end(), 0) != vWhole.end())
     {
-        const int64_t nValue = fValue >= fLow && fValue <= fHigh ? static_cast<int64_t>(fValue) : nLow - 1;
-        if (static_cast<double>(nValue) != fValue)
-        {
-            return false;
-        }
-        const uint64_t nBit = static_cast<uint64_t>(nValue - nLow);
-        vBits[nBit / 64] |= uint64_t(1) << nBit % 64;
+        return false;
     }
     nCount = 0;
-    for (const uint64_t nBits : vBits)
+    for (size_t nWord = 0; nWord < nWords; ++nWord)
     {
-        nCount += static_cast<size_t>(__builtin_popcountll(nBits));
+        uint64_t nAny = 0;
+        for (const std::vector<uint64_t>& vOwn : vBits)
+        {
+            nAny |= vOwn[nWord];
+        }
+        nCount += static_cast<size_t>(__builtin_popcountll(nAny));
     }
     return true;
 }
@@ -178,24 +253,39 @@ size_t CountDistinct(const std::vector<double>& vValues, double fLow, double fHi
     return nZero + (CountFew(vValues, nCount) ? nCount : CountMany(vValues));
 }
 
+/// Neighbours are mostly in the same bin: with a count of its own each needn't wait for the one before.
+struct SBinCounts
+{
+    static constexpr size_t Lanes = 4;
+
+    size_t counts[Lanes][SStatistics::Bins + 1] = {};
+
+    void Add(const SPart& part, double fLow, double fScale)
+    {
+        for (size_t i = 0; i < part.nCount; ++i)
+        {
+            const double fValue = part.pValues[i];
+            const double fBin = std::min((fValue - fLow) * fScale, double(SStatistics::Bins - 1));
+            ++counts[i % Lanes][std::isfinite(fValue) ? static_cast<int>(fBin) : int(SStatistics::Bins)];
+        }
+    }
+};
+
 void FillHistogram(const std::vector<double>& vValues, SStatistics& statistics)
 {
     const double fScale =
         statistics.fHigh > statistics.fLow ? SStatistics::Bins / (statistics.fHigh - statistics.fLow) : 0;
-    // Neighbours are mostly in the same bin: with a count of its own each needn't wait for the one before.
-    const size_t nCounts = 4;
-    size_t counts[nCounts][SStatistics::Bins + 1] = {};
-    for (size_t i = 0; i < vValues.size(); ++i)
-    {
-        const double fBin = std::min((vValues[i] - statistics.fLow) * fScale, double(SStatistics::Bins - 1));
-        const int nBin = std::isfinite(vValues[i]) ? static_cast<int>(fBin) : int(SStatistics::Bins);
-        ++counts[i % nCounts][nBin];
-    }
+    const std::vector<SPart> vParts = Divide(vValues);
+    std::vector<SBinCounts> vCounts(vParts.size());
+    ForEachPart(vParts, [&](size_t nPart, const SPart& part) { vCounts[nPart].Add(part, statistics.fLow, fScale); });
     for (size_t nBin = 0; nBin < SStatistics::Bins; ++nBin)
     {
-        for (const auto& own : counts)
+        for (const SBinCounts& part : vCounts)
         {
-            statistics.histogram[nBin] += own[nBin];
+            for (const auto& own : part.counts)
+            {
+                statistics.histogram[nBin] += own[nBin];
+            }
         }
     }
 }
@@ -240,6 +330,29 @@ struct SLimits
         }
     }
 
+    void Add(const SPart& part)
+    {
+        size_t i = 0;
+        for (; part.nCount - i >= Lanes; i += Lanes)
+        {
+            Add(part.pValues + i, Lanes);
+        }
+        Add(part.pValues + i, part.nCount - i);
+    }
+
+    void Add(const SLimits& other)
+    {
+        for (size_t n = 0; n < Lanes; ++n)
+        {
+            minimum[n] = std::min(minimum[n], other.minimum[n]);
+            maximum[n] = std::max(maximum[n], other.maximum[n]);
+            low[n] = std::min(low[n], other.low[n]);
+            high[n] = std::max(high[n], other.high[n]);
+            sum[n] += other.sum[n];
+            nans[n] += other.nans[n];
+        }
+    }
+
     void Join()
     {
         for (size_t n = 1; n < Lanes; ++n)
@@ -256,13 +369,14 @@ struct SLimits
 
 SLimits FindLimits(const std::vector<double>& vValues)
 {
+    const std::vector<SPart> vParts = Divide(vValues);
+    std::vector<SLimits> vLimits(vParts.size());
+    ForEachPart(vParts, [&](size_t nPart, const SPart& part) { vLimits[nPart].Add(part); });
     SLimits limits;
-    size_t i = 0;
-    for (; vValues.size() - i >= SLimits::Lanes; i += SLimits::Lanes)
+    for (const SLimits& own : vLimits)
     {
-        limits.Add(&vValues[i], SLimits::Lanes);
+        limits.Add(own);
     }
-    limits.Add(vValues.data() + i, vValues.size() - i);
     limits.Join();
     return limits;
 }

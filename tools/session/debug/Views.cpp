@@ -80,10 +80,23 @@ struct SCellSum
     bool bNaN = false;
 };
 
-/// The values of the work-items that are looked at.
-std::vector<double> CollectValues(CExpression& expression, const SMaskView& mask, bool bAll, size_t nItems)
+/// The work-items that are looked at, without a mask where these are all.
+struct SLookedAt
 {
-    const size_t nActive = bAll ? nItems : mask.Count();
+    SLookedAt(CDebugger& debugger, bool bEverything)
+        : bAll(bEverything || debugger.CountActive() == debugger.GetExtent().Count()),
+          mask(bAll ? SMaskView() : debugger.GetActive())
+    {
+    }
+
+    bool bAll;
+    SMaskView mask;
+};
+
+/// The values of the work-items that are looked at.
+std::vector<double> CollectValues(CExpression& expression, const SLookedAt& looked, size_t nItems)
+{
+    const size_t nActive = looked.bAll ? nItems : looked.mask.Count();
     std::vector<double> vValues;
     vValues.reserve(nActive);
     double values[CExpression::BlockSize];
@@ -95,7 +108,7 @@ std::vector<double> CollectValues(CExpression& expression, const SMaskView& mask
         size_t nTaken = 0;
         for (size_t i = 0; i < nCount && !(bThere && nActive == nItems); ++i)
         {
-            const bool bAsked = bAll || mask.pActive[nFirst + i] != 0;
+            const bool bAsked = looked.bAll || looked.mask.pActive[nFirst + i] != 0;
             if (bAsked && !bThere)
             {
                 expression.RequireValue(i);
@@ -110,8 +123,7 @@ std::vector<double> CollectValues(CExpression& expression, const SMaskView& mask
 
 /// Calls visit(item, value) for the work-items that are looked at.
 template <typename Visitor>
-void ForEachValue(CExpression& expression, const SMaskView& mask, bool bAll, size_t nStart, size_t nEnd,
-                  const Visitor& visit)
+void ForEachValue(CExpression& expression, const SLookedAt& looked, size_t nStart, size_t nEnd, const Visitor& visit)
 {
     double values[CExpression::BlockSize];
     for (size_t nFirst = nStart; nFirst < nEnd; nFirst += CExpression::BlockSize)
@@ -121,7 +133,7 @@ void ForEachValue(CExpression& expression, const SMaskView& mask, bool bAll, siz
         const bool bThere = expression.HasAllValues(nCount);
         for (size_t i = 0; i < nCount; ++i)
         {
-            if (bAll || mask.pActive[nFirst + i] != 0)
+            if (looked.bAll || looked.mask.pActive[nFirst + i] != 0)
             {
                 if (!bThere)
                 {
@@ -193,14 +205,14 @@ json ViewGrid(CDebugger& debugger, CExpression& expression, bool bAll, size_t nW
 {
     const SExtent& extent = debugger.GetExtent();
     const SLayout layout = MakeLayout(extent, nWidth, nHeight);
-    const SMaskView mask = debugger.GetActive();
+    const SLookedAt looked(debugger, bAll);
     expression.Bind(debugger);
     std::vector<SCellSum> vSums(layout.Count());
     ForEachRun(extent, layout,
                [&](size_t nCell, size_t nFirst, size_t nCount)
                {
                    SCellSum sum = vSums[nCell];
-                   ForEachValue(expression, mask, bAll, nFirst, nFirst + nCount,
+                   ForEachValue(expression, looked, nFirst, nFirst + nCount,
                                 [&](size_t, double fValue)
                                 {
                                     sum.bNaN = sum.bNaN || std::isnan(fValue);
@@ -234,9 +246,8 @@ json ViewGrid(CDebugger& debugger, CExpression& expression, bool bAll, size_t nW
 json ViewStatistics(CDebugger& debugger, CExpression& expression, bool bAll)
 {
     expression.Bind(debugger);
-    const SMaskView mask = debugger.GetActive();
     const size_t nItems = debugger.GetExtent().Count();
-    const SStatistics statistics = WorkOutStatistics(CollectValues(expression, mask, bAll, nItems));
+    const SStatistics statistics = WorkOutStatistics(CollectValues(expression, SLookedAt(debugger, bAll), nItems));
     return {{"view", "stats"},
             {"expression", expression.GetText()},
             {"float", expression.IsFloat()},
@@ -256,7 +267,7 @@ json ViewWhere(CDebugger& debugger, CExpression& expression, bool bAll)
     expression.Bind(debugger);
     const SExtent& extent = debugger.GetExtent();
     CRanges ranges(extent, debugger.GetSettings().nLimit);
-    ForEachValue(expression, debugger.GetActive(), bAll, 0, extent.Count(),
+    ForEachValue(expression, SLookedAt(debugger, bAll), 0, extent.Count(),
                  [&](size_t nItem, double fValue)
                  {
                      if (fValue != 0)
