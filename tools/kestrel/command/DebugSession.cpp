@@ -83,7 +83,7 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
     const CInterruptScope interrupts(&debugger, interpreter, !options.bBatch);
     if (!options.bQuiet && !options.bJson)
     {
-        std::cout << MakeBanner(debugger);
+        std::cout << CTextStyle::Of(std::cout).Wrap(MakeBanner(debugger));
     }
 
     CInterpreter::EResult eResult = RunScripts(interpreter, options.vScripts);
@@ -146,7 +146,9 @@ int RunProgramSession(const CLibraries& libraries, const SProgramCommand& comman
     program.SetWatcher([&](CDebugger* pDebugger) { interrupts.Watch(pDebugger); });
     if (bPrompt && !options.bQuiet && !options.bJson)
     {
-        std::cout << "Program " << command.vWords.front() << ". run starts it, help lists the commands.\n";
+        const std::string strBanner =
+            "Program " + command.vWords.front() + ". run starts it, help lists the commands.\n";
+        std::cout << CTextStyle::Of(std::cout).Wrap(strBanner);
     }
 
     CInterpreter::EResult eResult = RunScripts(interpreter, options.vScripts);
