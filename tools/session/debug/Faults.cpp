@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
+#include <utility>
 
 namespace KestrelTool
 {
@@ -37,26 +39,90 @@ std::string SpellOut(const std::string& strText)
     return strSpelled;
 }
 
-/// The line of the kernel's own text that stands for an instruction of a patched copy. Patching
-/// leaves instructions as they are and puts others between them, so it is the one with the same text
-/// and as many of its like in front.
-unsigned int FindOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
+bool BeginsFunction(const CListing& listing, unsigned int nInstruction)
 {
-    const std::string strText = SpellOut(patched.GetLine(patched.GetLineOfInstruction(nInstruction)));
-    size_t nBefore = 0;
-    for (unsigned int n = 0; n < nInstruction; ++n)
-    {
-        nBefore += SpellOut(patched.GetLine(patched.GetLineOfInstruction(n))) == strText;
-    }
+    return listing.GetMnemonic(listing.GetLineOfInstruction(nInstruction)) == "func";
+}
+
+/// "func 1026 ;walk", or the name in a line of its own below: the number, and the name or nothing.
+std::pair<std::string, std::string> ReadFunctionHead(const CListing& listing, unsigned int nInstruction)
+{
+    const unsigned int nLine = listing.GetLineOfInstruction(nInstruction);
+    const std::string& strHead = listing.GetLine(nLine);
+    const std::string& strBelow = listing.GetLine(nLine + 1);
+    const size_t nComment = strHead.find(';');
+    const std::string strName = nComment != std::string::npos             ? strHead.substr(nComment)
+                                : !strBelow.empty() && strBelow[0] == ';' ? strBelow
+                                                                          : std::string();
+    const size_t nNumber = strHead.find_first_of("0123456789");
+    const size_t nEnd = strHead.find_first_not_of("0123456789", std::min(nNumber, strHead.size()));
+    return {nNumber != std::string::npos ? strHead.substr(nNumber, nEnd - nNumber) : std::string(), strName};
+}
+
+/// The instruction that begins the kernel's own function of which the patched copy has one, by number, or by name since
+/// the debugger gives the copy of a function a number of its own.
+std::optional<unsigned int> FindFunctionLike(const CListing& listing, const std::pair<std::string, std::string>& head)
+{
+    std::optional<unsigned int> byName;
     for (unsigned int n = 0; listing.GetLineOfInstruction(n) != CListing::NoLine; ++n)
     {
-        const unsigned int nLine = listing.GetLineOfInstruction(n);
-        if (SpellOut(listing.GetLine(nLine)) == strText && nBefore-- == 0)
+        if (!BeginsFunction(listing, n))
         {
-            return nLine;
+            continue;
+        }
+        const std::pair<std::string, std::string> own = ReadFunctionHead(listing, n);
+        if (own.first == head.first)
+        {
+            return n;
+        }
+        byName = !byName && !own.second.empty() && own.second == head.second ? n : byName;
+    }
+    return byName;
+}
+
+/// The line of the kernel's own text that stands for an instruction of a patched copy. Patching leaves instructions as
+/// they are and puts others between them, so it is the one of the same function with the same text and as many of its
+/// like in front.
+unsigned int FindOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
+{
+    const auto spell = [](const CListing& text, unsigned int n)
+    { return SpellOut(text.GetLine(text.GetLineOfInstruction(n))); };
+    const std::string strText = spell(patched, nInstruction);
+    size_t nBefore = 0;
+    unsigned int nHead = nInstruction;
+    for (; nHead != 0 && !BeginsFunction(patched, nHead); --nHead)
+    {
+        nBefore += spell(patched, nHead - 1) == strText ? 1 : 0;
+    }
+    const bool bMain = !BeginsFunction(patched, nHead);
+    const std::optional<unsigned int> first = bMain ? 0u : FindFunctionLike(listing, ReadFunctionHead(patched, nHead));
+    for (unsigned int n = first.value_or(0); first && listing.GetLineOfInstruction(n) != CListing::NoLine; ++n)
+    {
+        if (n != *first && BeginsFunction(listing, n))
+        {
+            break;
+        }
+        if (spell(listing, n) == strText && nBefore-- == 0)
+        {
+            return listing.GetLineOfInstruction(n);
         }
     }
     return CListing::NoLine;
+}
+
+/// The same for where a run was broken off, which may be among what the debugger has put in: the next own instruction.
+unsigned int FindNextOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
+{
+    unsigned int nLine = FindOriginal(listing, patched, nInstruction);
+    for (unsigned int n = nInstruction + 1; nLine == CListing::NoLine; ++n)
+    {
+        if (patched.GetLineOfInstruction(n) == CListing::NoLine || BeginsFunction(patched, n))
+        {
+            break;
+        }
+        nLine = FindOriginal(listing, patched, n);
+    }
+    return nLine;
 }
 
 } // namespace
@@ -220,7 +286,7 @@ nlohmann::json CFaults::DescribePlaces(const CListing& listing, const std::vecto
         if (place.nInstruction != ~uint32_t(0))
         {
             const unsigned int nLine = vImage.empty() ? listing.GetLineOfInstruction(place.nInstruction)
-                                                      : FindOriginal(listing, patched, place.nInstruction);
+                                                      : FindNextOriginal(listing, patched, place.nInstruction);
             const std::string strSource = FindSource(listing, nLine, place.nInstruction, !vImage.empty());
             if (!strSource.empty())
             {

@@ -175,6 +175,10 @@ bool CProgramSession::BeginLaunch(const CProgramProcess::SEvent& event)
     }
     catch (const std::runtime_error& error)
     {
+        if (m_pDebugger != nullptr && m_pDebugger->IsLive())
+        {
+            throw; // its run was broken off, and it stands where it began
+        }
         strReason = error.what();
         if (m_Record.GetPrograms()[m_Launch.nProgram - 1].strSource.empty())
         {
