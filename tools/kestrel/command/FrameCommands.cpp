@@ -18,7 +18,7 @@ json ListArguments(CDebugger& debugger, const SFrame& frame)
 {
     CSourceValues values(debugger);
     json list = json::array();
-    for (const SSourceVariable& variable : debugger.GetDebugInfo().FindVariables(frame.nLine))
+    for (const SSourceVariable& variable : debugger.FindVariables(frame.nLine))
     {
         if (variable.bParameter && variable.nFrame == frame.nDepth)
         {

@@ -75,6 +75,9 @@ public:
     const CCodeMap& GetCode() const { return *m_pCode; }
     /// Of the program as it was built.
     CDebugInfo& GetDebugInfo() { return *m_pDebugInfo; }
+    /// The variables of the source in scope in front of a line's instruction. At a function's head, which does nothing
+    /// itself, they are where its first instruction finds them.
+    std::vector<SSourceVariable> FindVariables(unsigned int nLine);
     const std::vector<SKernelArgument>& GetArguments() const { return m_vArguments; }
     const SExtent& GetExtent() const override { return m_Extent; }
     SSettings& GetSettings() { return *m_pSettings; }
@@ -266,6 +269,7 @@ private:
     std::vector<size_t> FindPart(size_t nMissing);
     uint64_t FindWatchedAddress(const SWatch& watch);
     std::optional<uint64_t> FindFirstRead(size_t nArgument);
+    std::optional<uint64_t> FindAtStart(size_t nArgument) const;
     std::optional<uint64_t> FindInRegisters(size_t nArgument);
     void ShowProgress();
     std::optional<SElements> FindLocalBlock(const std::string& strName);

@@ -4,6 +4,7 @@
 #include "tools/session/debug/SourceValues.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 namespace KestrelTool
@@ -15,6 +16,21 @@ namespace
 const size_t s_nConstantBytes = 16;                ///< of an element of a constant buffer
 const size_t s_nMaxPrivateBytes = size_t(1) << 30; ///< of all work-items
 const size_t s_nDeclaredLocal = ~size_t(0);        ///< as the place of what the kernel itself declares
+
+/// The elements of the constant buffer of arguments, as the kernel declares it.
+size_t CountConstants(const CListing& listing)
+{
+    const std::string strDeclaration = "dcl_cb cb1[";
+    for (unsigned int nLine = 0; nLine < listing.GetLineCount(); ++nLine)
+    {
+        const std::string& strLine = listing.GetLine(nLine);
+        if (strLine.compare(0, strDeclaration.size(), strDeclaration) == 0)
+        {
+            return std::strtoul(strLine.c_str() + strDeclaration.size(), nullptr, 10);
+        }
+    }
+    return 0;
+}
 
 } // namespace
 
@@ -49,6 +65,36 @@ std::optional<uint64_t> CDebugger::FindFirstRead(size_t nArgument)
         if (bFits)
         {
             return nAddress;
+        }
+    }
+    return std::nullopt;
+}
+
+/// In front of the first instruction the debugger can't be asked for memory yet. So the constant buffer of arguments is
+/// told from what else was read by its size, and by what would be addresses in it.
+std::optional<uint64_t> CDebugger::FindAtStart(size_t nArgument) const
+{
+    const uint64_t nMostAddress = uint64_t(1) << 48;
+    const auto readAddress = [this](const std::vector<unsigned char>& vBytes, size_t n)
+    {
+        uint64_t nAddress = 0;
+        std::memcpy(&nAddress, &vBytes[m_vArguments[n].nConstant * s_nConstantBytes], sizeof(nAddress));
+        return nAddress;
+    };
+    const size_t nSize = CountConstants(*m_pListing) * s_nConstantBytes;
+    for (const std::vector<unsigned char>& vBytes : m_Runs.GetFirstReads())
+    {
+        bool bFits = vBytes.size() == nSize && nSize != 0;
+        for (size_t n = 0; bFits && n < m_vArguments.size(); ++n)
+        {
+            const bool bPlace = (m_vArguments[n].nConstant + size_t(1)) * s_nConstantBytes <= nSize;
+            const uint64_t nAddress = bPlace && m_vArguments[n].IsGlobal() ? readAddress(vBytes, n) : 0;
+            const bool bBuffer = m_vArguments[n].IsGlobal() && !GetGiven(n).vContents.empty();
+            bFits = bPlace && (nAddress != 0) == bBuffer && nAddress < nMostAddress;
+        }
+        if (bFits)
+        {
+            return readAddress(vBytes, nArgument);
         }
     }
     return std::nullopt;
@@ -93,6 +139,10 @@ uint64_t CDebugger::FindAddress(size_t nArgument)
         return it->second;
     }
     std::optional<uint64_t> address;
+    if (m_Target.GetState() == CTarget::AtStart)
+    {
+        address = FindAtStart(nArgument);
+    }
     if (m_Target.GetState() == CTarget::AtStop)
     {
         address = FindFirstRead(nArgument);
@@ -256,7 +306,7 @@ std::optional<SSourceVariable> CDebugger::FindVariable(const std::string& strNam
     {
         vVariables = m_pDebugInfo->FindByName(strName);
     }
-    else if (IsLive() && !IsAtEntry()) // no variable has a value at the entry
+    else if (IsLive())
     {
         vVariables = CSourceValues(*this).List();
     }
@@ -275,11 +325,11 @@ uint64_t CDebugger::ReadSlot(const SKernelArgument& argument, bool bWide)
 std::vector<SMemory> CDebugger::ListMemory(SSourceType::ESpace eSpace)
 {
     std::vector<SMemory> vMemory;
-    if (m_Target.GetState() != CTarget::AtStop)
+    const bool bLocal = eSpace == SSourceType::LocalSpace;
+    if (!IsLive() || (bLocal && m_Target.GetState() != CTarget::AtStop))
     {
         return vMemory;
     }
-    const bool bLocal = eSpace == SSourceType::LocalSpace;
     for (size_t i = 0; i < m_vArguments.size(); ++i)
     {
         const SKernelArgument& argument = m_vArguments[i];

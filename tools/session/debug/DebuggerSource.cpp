@@ -16,6 +16,13 @@ std::vector<SFrame> CDebugger::GetFrames()
     return ListFrames(*m_pListing, *m_pCode, *m_pDebugInfo, m_nLabel, IsLive() ? m_nLine : m_pCode->GetFirstStop());
 }
 
+std::vector<SSourceVariable> CDebugger::FindVariables(unsigned int nLine)
+{
+    const bool bHead = m_pListing->GetMnemonic(nLine) == "func";
+    const unsigned int nNext = bHead ? m_pListing->GetNextInstruction(nLine) : nLine;
+    return m_pDebugInfo->FindVariables(nNext != CListing::NoLine ? nNext : nLine);
+}
+
 void CDebugger::SelectFrame(size_t nFrame)
 {
     RequireLive();

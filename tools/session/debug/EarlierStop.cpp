@@ -93,7 +93,7 @@ std::optional<SSourceVariable> CEarlierStop::FindVariable(const std::string& str
     {
         return std::nullopt;
     }
-    for (const SSourceVariable& variable : m_Debugger.GetDebugInfo().FindVariables(m_Debugger.GetEarlierLine()))
+    for (const SSourceVariable& variable : m_Debugger.FindVariables(m_Debugger.GetEarlierLine()))
     {
         if (variable.strName == strName)
         {

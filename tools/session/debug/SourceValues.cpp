@@ -34,7 +34,7 @@ std::vector<SSourceVariable> CSourceValues::List()
     m_Debugger.RequireLive();
     const std::vector<SFrame> vFrames = m_Debugger.GetFrames();
     const SFrame& frame = vFrames[std::min(m_Debugger.GetFrame(), vFrames.size() - 1)];
-    std::vector<SSourceVariable> vVariables = m_Debugger.GetDebugInfo().FindVariables(frame.nLine);
+    std::vector<SSourceVariable> vVariables = m_Debugger.FindVariables(frame.nLine);
     vVariables.erase(std::remove_if(vVariables.begin(), vVariables.end(),
                                     [&](const SSourceVariable& variable) {
                                         return variable.nFrame != frame.nDepth &&
