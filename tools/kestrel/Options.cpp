@@ -215,7 +215,9 @@ void COptionParser::AddCheck()
     CLI::App* pCommand =
         m_pApp->add_subcommand("check", "Run launches and say what their kernels do wrong, and at which lines: check "
                                         "LAUNCH... | -- PROGRAM ARGS");
-    pCommand->add_option("LAUNCH", check.vLaunches, "launch files (JSON)");
+    pCommand->add_option("LAUNCH", check.vLaunches, "launch files (JSON), and folders of them");
+    pCommand->add_option("--shard", check.strShard, "I/N: only the I-th of N parts of them");
+    pCommand->add_flag("--merge", check.bMerge, "they are reports of --json; join them");
     pCommand
         ->add_option(
             "--checks", check.vChecks,

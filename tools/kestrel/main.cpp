@@ -282,6 +282,10 @@ int Who(const SOptions& options)
 
 int Check(const SOptions& options)
 {
+    if (options.check.bMerge && options.vProgram.empty() && !options.check.vLaunches.empty())
+    {
+        return MergeReports(options.check, std::cout);
+    }
     if (options.check.vLaunches.empty() == options.vProgram.empty())
     {
         throw CLaunchFileError("either launch files or, behind --, a program are needed");

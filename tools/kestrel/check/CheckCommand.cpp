@@ -2,12 +2,16 @@
 
 #include "tools/kestrel/check/CheckProgram.h"
 #include "tools/kestrel/check/RenderCheck.h"
+#include "tools/kestrel/check/ReportFile.h"
 #include "tools/session/ExitCode.h"
 #include "tools/session/launch/Files.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
+#include <regex>
+#include <utility>
 
 namespace KestrelTool
 {
@@ -30,6 +34,57 @@ std::vector<SCheckName> ChooseChecks(const SCheckOptions& options)
         }
     }
     return vChosen;
+}
+
+/// "2/8" as which part of how many.
+/// \throws CLaunchFileError
+std::pair<size_t, size_t> ReadShard(const std::string& strShard)
+{
+    static const std::regex s_Form("([0-9]{1,6})/([0-9]{1,6})");
+    std::smatch match;
+    if (!strShard.empty() && std::regex_match(strShard, match, s_Form))
+    {
+        const std::pair<size_t, size_t> shard(std::stoul(match[1]), std::stoul(match[2]));
+        if (shard.first >= 1 && shard.first <= shard.second)
+        {
+            return shard;
+        }
+    }
+    throw CLaunchFileError("--shard takes a number from 1, a slash and how many parts there are, as in 2/8");
+}
+
+/// Launch files, those of folders by name; of all of them the part that is to be taken.
+std::vector<std::string> ListLaunches(const SCheckOptions& options)
+{
+    std::vector<std::string> vAll;
+    for (const std::string& strName : options.vLaunches)
+    {
+        if (!std::filesystem::is_directory(strName))
+        {
+            vAll.push_back(strName);
+            continue;
+        }
+        const size_t nBefore = vAll.size();
+        for (const auto& entry : std::filesystem::directory_iterator(strName))
+        {
+            if (entry.path().extension() == ".json")
+            {
+                vAll.push_back(entry.path().string());
+            }
+        }
+        std::sort(vAll.begin() + static_cast<std::ptrdiff_t>(nBefore), vAll.end());
+    }
+    if (options.strShard.empty())
+    {
+        return vAll;
+    }
+    const auto [nPart, nParts] = ReadShard(options.strShard);
+    std::vector<std::string> vPart;
+    for (size_t n = nPart - 1; n < vAll.size(); n += nParts)
+    {
+        vPart.push_back(vAll[n]);
+    }
+    return vPart;
 }
 
 CSuppressions ReadSuppressions(const SCheckOptions& options)
@@ -72,19 +127,36 @@ int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std
         bApi = bApi || check.nCheck == g_nCheckProgram;
         vNames.emplace_back(check.pszName);
     }
-    CCheckReport report(libraries, nChecks, options.nLimit, ReadSuppressions(options));
+    CCheckReport report(ReadSuppressions(options));
+    const CCheckedRuns runs(libraries, nChecks, options.nLimit);
     int nCode = EXIT_GOOD;
-    for (const std::string& strLaunch : options.vLaunches)
+    for (const std::string& strLaunch : ListLaunches(options))
     {
-        report.Run(libraries, ReadLaunchFile(strLaunch));
+        report.Run(runs, libraries, ReadLaunchFile(strLaunch));
     }
     if (options.program)
     {
-        nCode = CheckProgram(libraries, *options.program, bApi, report, messages);
+        nCode = CheckProgram(runs, libraries, *options.program, bApi, report, messages);
     }
     Deliver(options, report, vNames, output);
     // This code tells of findings, and of nothing else.
     return !report.GetFindings().empty() ? EXIT_FAULT : nCode == EXIT_FAULT ? EXIT_COMMAND_FAILED : nCode;
+}
+
+int MergeReports(const SCheckOptions& options, std::ostream& output)
+{
+    CCheckReport report(ReadSuppressions(options));
+    for (const std::string& strReport : options.vLaunches)
+    {
+        JoinReport(strReport, report);
+    }
+    std::vector<std::string> vNames;
+    for (const SCheckName& check : ChooseChecks(options))
+    {
+        vNames.emplace_back(check.pszName);
+    }
+    Deliver(options, report, vNames, output);
+    return report.GetFindings().empty() ? EXIT_GOOD : EXIT_FAULT;
 }
 
 } // namespace KestrelTool

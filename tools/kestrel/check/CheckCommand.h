@@ -16,7 +16,9 @@ namespace KestrelTool
 
 struct SCheckOptions
 {
-    std::vector<std::string> vLaunches;
+    std::vector<std::string> vLaunches;     ///< files, and folders of them
+    bool bMerge = false;                    ///< they are reports, which are joined
+    std::string strShard;                   ///< "2/8" for a part of the launches; empty for all
     std::optional<SProgramCommand> program; ///< in place of launch files
     std::vector<std::string> vChecks;       ///< by name; none for those that are made by default
     std::string strSuppressions;            ///< file; empty for none
@@ -32,6 +34,11 @@ struct SCheckOptions
 /// \throws CLaunchFileError, CPlatformError, CFileError, CProgramError
 int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std::ostream& output,
                   std::ostream& messages);
+
+/// Joins reports that were printed as JSON, and prints all that is in them.
+/// \return the tool's exit code
+/// \throws CLaunchFileError, CFileError
+int MergeReports(const SCheckOptions& options, std::ostream& output);
 
 } // namespace KestrelTool
 

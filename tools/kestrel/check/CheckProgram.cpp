@@ -23,9 +23,9 @@ const char* const s_pszUnnamed = "kernel.cl";
 class CProgramCheck : public CProgramFollower
 {
 public:
-    CProgramCheck(const CLibraries& libraries, const SProgramCommand& command, bool bApi, CCheckReport& report,
-                  std::ostream& messages)
-        : CProgramFollower(command, SLaunchRule()), m_Lib(libraries), m_bApi(bApi), m_Report(report),
+    CProgramCheck(const CCheckedRuns& runs, const CLibraries& libraries, const SProgramCommand& command, bool bApi,
+                  CCheckReport& report, std::ostream& messages)
+        : CProgramFollower(command, SLaunchRule()), m_Runs(runs), m_Lib(libraries), m_bApi(bApi), m_Report(report),
           m_Messages(messages)
     {
     }
@@ -51,7 +51,7 @@ private:
         named.strSource = program.strSource.empty() ? file.strSource : NameSource(program);
         try
         {
-            m_Report.Run(m_Lib, named, launch.nNumber);
+            m_Report.Run(m_Runs, m_Lib, named, launch.nNumber);
         }
         catch (const CPlatformError& error)
         {
@@ -164,6 +164,7 @@ private:
         Complain("objects are left at the end: " + strObjects);
     }
 
+    const CCheckedRuns& m_Runs;
     const CLibraries& m_Lib;
     const bool m_bApi;
     CCheckReport& m_Report;
@@ -173,10 +174,10 @@ private:
 
 } // namespace
 
-int CheckProgram(const CLibraries& libraries, const SProgramCommand& command, bool bApi, CCheckReport& report,
-                 std::ostream& messages)
+int CheckProgram(const CCheckedRuns& runs, const CLibraries& libraries, const SProgramCommand& command, bool bApi,
+                 CCheckReport& report, std::ostream& messages)
 {
-    return CProgramCheck(libraries, command, bApi, report, messages).Run();
+    return CProgramCheck(runs, libraries, command, bApi, report, messages).Run();
 }
 
 } // namespace KestrelTool

@@ -9,13 +9,13 @@
 namespace KestrelTool
 {
 
-/// Runs a program to its end, and each of its launches once more under the report's checks.
+/// Runs a program to its end, and each of its launches once more under checks.
 /// \param bApi  its own use of OpenCL is looked at too
 /// \param messages  gets what couldn't be checked, and why
 /// \return the program's exit code, or an EExitCode if something couldn't be checked
 /// \throws CProgramError
-int CheckProgram(const CLibraries& libraries, const SProgramCommand& command, bool bApi, CCheckReport& report,
-                 std::ostream& messages);
+int CheckProgram(const CCheckedRuns& runs, const CLibraries& libraries, const SProgramCommand& command, bool bApi,
+                 CCheckReport& report, std::ostream& messages);
 
 } // namespace KestrelTool
 

@@ -37,16 +37,21 @@ bool SCheckFinding::IsPair() const
            (finding.nKind == PLATFORM_FINDING_BARRIER && !other.strFile.empty());
 }
 
-CCheckReport::CCheckReport(const CLibraries& libraries, uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions)
-    : m_Runs(libraries, nChecks, nLimit), m_Suppressions(std::move(suppressions))
-{
-}
-
-void CCheckReport::Run(const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch)
+void CCheckReport::Run(const CCheckedRuns& runs, const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch)
 {
     CLaunch launch(libraries, file);
-    Take(m_Runs.Run(launch), launch, nLaunch);
+    Take(runs.Run(launch), launch, nLaunch);
     ++m_nLaunches;
+}
+
+void CCheckReport::Join(const std::vector<SCheckFinding>& vFindings, size_t nLaunches, size_t nSuppressed)
+{
+    m_nLaunches += nLaunches;
+    m_nSuppressed += nSuppressed;
+    for (const SCheckFinding& finding : vFindings)
+    {
+        Add(finding);
+    }
 }
 
 void CCheckReport::Complain(SCheckFinding finding)
@@ -111,6 +116,7 @@ void CCheckReport::Take(const SCheckedRun& run, const CLaunch& launch, uint64_t 
         finding.strCheck = NameCheck(raw.nKind);
         finding.strKernel = strKernel;
         finding.nLaunch = nLaunch;
+        finding.strLaunch = nLaunch == 0 ? launch.GetFile().strPath : "";
         finding.place = find(raw.nInstruction);
         finding.other = raw.nOther != ~0u ? find(raw.nOther) : SCheckPlace();
         for (uint32_t n = 0; n < raw.nChain; ++n)
@@ -167,8 +173,10 @@ void CCheckReport::Add(const SCheckFinding& finding)
         return;
     }
     const uint64_t nCount = it->nCount + finding.nCount;
-    // Of several launches the first is told.
-    if (it->nLaunch == finding.nLaunch && Weight(it->finding) < Weight(finding.finding))
+    // Of a program's launches the first is told, of files whichever says the most, in any order of them.
+    const auto weight = [](const SCheckFinding& one)
+    { return std::make_tuple(~one.nLaunch, Weight(one.finding)); };
+    if (weight(*it) < weight(finding) || (weight(*it) == weight(finding) && finding.strLaunch < it->strLaunch))
     {
         *it = finding;
     }

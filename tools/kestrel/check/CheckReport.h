@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KestrelTool
@@ -31,6 +32,7 @@ struct SCheckFinding
 {
     std::string strCheck;            ///< "memory", "race", "init", "nan", "barrier", "alignment" or "api"
     std::string strKernel;           ///< empty for what no kernel does
+    std::string strLaunch;           ///< the launch file, of several the first by name; empty for a program's
     uint64_t nLaunch = 0;            ///< of a program's the first that does it, from 1; else 0
     SCheckPlace place;               ///< without a file for what has none
     SCheckPlace other;               ///< of a race or two barriers; of "init", what read the bytes, if elsewhere
@@ -48,18 +50,16 @@ struct SCheckFinding
 class CCheckReport
 {
 public:
-    /// \param nChecks  a set of EPlatformCheck
-    /// \param nLimit  instructions that a work-group may execute
-    /// Checks kernel runs from here on, as long as it lives. Buffers whose bytes are to be followed are made meanwhile.
-    /// \throws CPlatformError
-    CCheckReport(const CLibraries& libraries, uint32_t nChecks, uint64_t nLimit, CSuppressions suppressions);
+    explicit CCheckReport(CSuppressions suppressions) : m_Suppressions(std::move(suppressions)) {}
 
     /// Makes a launch, runs it and takes in what is found.
     /// \param nLaunch  counts a program's launches; 0 for one of a file
     /// \throws CPlatformError
-    void Run(const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch = 0);
+    void Run(const CCheckedRuns& runs, const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch = 0);
     /// Takes in what a program does wrong itself: all but "finding" of it is told.
     void Complain(SCheckFinding finding);
+    /// Takes in what another report has found.
+    void Join(const std::vector<SCheckFinding>& vFindings, size_t nLaunches, size_t nSuppressed);
 
     /// By launch and place.
     const std::vector<SCheckFinding>& GetFindings() const { return m_vFindings; }
@@ -71,7 +71,6 @@ private:
     void Add(const SCheckFinding& finding);
     const std::vector<std::string>& ReadSource(const std::string& strFile, const SLaunchFile& launch);
 
-    const CCheckedRuns m_Runs;
     const CSuppressions m_Suppressions;
     std::map<std::string, std::vector<std::string>> m_mapSources;
     std::vector<SCheckFinding> m_vFindings;

@@ -36,7 +36,8 @@ std::string RenderCheckPlace(const SCheckPlace& place)
 }
 
 /// Place, launch and kernel, as far as there are any.
-std::string RenderWhere(const SCheckFinding& finding)
+/// \param bSeveral  there was more than one launch
+std::string RenderWhere(const SCheckFinding& finding, bool bSeveral)
 {
     std::string strText;
     const auto add = [&strText](const std::string& strPart) { strText += (strText.empty() ? "  " : ", ") + strPart; };
@@ -44,9 +45,9 @@ std::string RenderWhere(const SCheckFinding& finding)
     {
         add("at " + NameCheckPlace(finding.place));
     }
-    if (finding.nLaunch != 0)
+    if (finding.nLaunch != 0 || (bSeveral && !finding.strLaunch.empty()))
     {
-        add("launch " + std::to_string(finding.nLaunch));
+        add("launch " + (finding.nLaunch != 0 ? std::to_string(finding.nLaunch) : finding.strLaunch));
     }
     if (!finding.strKernel.empty())
     {
@@ -68,6 +69,20 @@ std::string NameInLine(const SCheckFinding& finding)
 json DescribePlace(const SCheckPlace& place)
 {
     return {{"file", place.strFile}, {"line", place.nLine}, {"text", place.strText}};
+}
+
+/// What tells findings of a place apart, for those who join reports.
+json DescribeDetail(const SPlatformFinding& raw)
+{
+    return {{"kind", raw.nKind},
+            {"fault", raw.nFault},
+            {"memory", raw.nMemory},
+            {"write", raw.bWrite},
+            {"other_write", raw.bOtherWrite},
+            {"unequal", raw.bUnequal},
+            {"values", raw.bValues},
+            {"item", raw.nWorkItem},
+            {"other_item", raw.nOtherItem}};
 }
 
 json MakeLocation(const SCheckPlace& place)
@@ -110,7 +125,8 @@ std::string RenderCheck(const CCheckReport& report)
     std::ostringstream text;
     for (const SCheckFinding& finding : report.GetFindings())
     {
-        text << finding.strCheck << ": " << finding.strMessage << "\n" << RenderWhere(finding);
+        text << finding.strCheck << ": " << finding.strMessage << "\n"
+             << RenderWhere(finding, report.GetLaunches() > 1);
         if (finding.IsPair() && !(finding.place == finding.other))
         {
             text << "  and " << NameCheckPlace(finding.other) << "\n" << RenderCheckPlace(finding.other);
@@ -145,10 +161,15 @@ json DescribeCheck(const CCheckReport& report)
         json described = {{"check", finding.strCheck},     {"kernel", finding.strKernel},
                           {"message", finding.strMessage}, {"place", DescribePlace(finding.place)},
                           {"count", finding.nCount},       {"address", raw.nAddress},
-                          {"bytes", raw.nBytes},           {"items", json::array()}};
+                          {"bytes", raw.nBytes},           {"items", json::array()},
+                          {"who", finding.strItems},       {"detail", DescribeDetail(raw)}};
         if (finding.nLaunch != 0)
         {
             described["launch"] = finding.nLaunch;
+        }
+        else if (!finding.strLaunch.empty())
+        {
+            described["file"] = finding.strLaunch;
         }
         if (IsRace(finding))
         {

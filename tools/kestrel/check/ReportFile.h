@@ -1,0 +1,15 @@
+#ifndef KESTREL_TOOLS_CHECK_REPORTFILE_H
+#define KESTREL_TOOLS_CHECK_REPORTFILE_H
+
+#include "tools/kestrel/check/CheckReport.h"
+
+namespace KestrelTool
+{
+
+/// Adds a report that was printed as JSON to another.
+/// \throws CLaunchFileError for a file that isn't one, CFileError
+void JoinReport(const std::string& strPath, CCheckReport& report);
+
+} // namespace KestrelTool
+
+#endif
