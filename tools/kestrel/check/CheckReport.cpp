@@ -174,8 +174,7 @@ void CCheckReport::Add(const SCheckFinding& finding)
     }
     const uint64_t nCount = it->nCount + finding.nCount;
     // Of a program's launches the first is told, of files whichever says the most, in any order of them.
-    const auto weight = [](const SCheckFinding& one)
-    { return std::make_tuple(~one.nLaunch, Weight(one.finding)); };
+    const auto weight = [](const SCheckFinding& one) { return std::make_tuple(~one.nLaunch, Weight(one.finding)); };
     if (weight(*it) < weight(finding) || (weight(*it) == weight(finding) && finding.strLaunch < it->strLaunch))
     {
         *it = finding;
