@@ -1,8 +1,11 @@
 #include "platform/simt/checks/NumberRecorder.h"
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 
 #include "platform/simt/Block.h"
 #include "platform/simt/FloatBits.h"
@@ -105,16 +108,101 @@ SIntegerRule FindIntegerRule(uint32_t nOp)
     }
 }
 
+bool IsCopy(uint32_t nOp)
+{
+    return FindShadowRule(nOp) != SHADOW_ANY;
+}
+
+/// What the processor notes when it makes NaN or infinity of other numbers.
+const uint32_t s_nMakingFlags = _MM_EXCEPT_INVALID | _MM_EXCEPT_DIV_ZERO | _MM_EXCEPT_OVERFLOW;
+
+/// Whether the processor has noted something since it was asked last.
+bool TakeFlags()
+{
+    const uint32_t nState = _mm_getcsr();
+    if ((nState & s_nMakingFlags) == 0)
+        return false;
+    _mm_setcsr(nState & ~s_nMakingFlags);
+    return true;
+}
+
+/// All that is to be known of a lane operation.
+struct SNumberRule
+{
+    uint32_t nExponent = 0; ///< of the result; 0 for what is no number
+    bool bNoted = false;    ///< plain arithmetic: the processor notes it where NaN or infinity are made
+    SIntegerRule integers;
+};
+
+std::vector<SNumberRule> MakeRules()
+{
+    std::vector<SNumberRule> vRules(LANE_COUNT);
+    for (uint32_t nOp = 0; nOp < LANE_COUNT; ++nOp)
+    {
+        const ELaneType eOut = GetLaneRule(nOp).eOut;
+        vRules[nOp].nExponent = ExponentOf(eOut);
+        vRules[nOp].bNoted = nOp < LANE_FIRST_SLOW && (eOut == ELaneType::F || eOut == ELaneType::D);
+        vRules[nOp].integers = FindIntegerRule(nOp);
+    }
+    return vRules;
+}
+
+const SNumberRule& FindRule(uint32_t nOp)
+{
+    static const std::vector<SNumberRule> s_vRules = MakeRules();
+    return s_vRules[nOp];
+}
+
+/// Whether none of a row's words is wrong, at a glance: masks and neighbours aren't looked at.
+bool AreAllRight(const SIntegerRule& rule, ELaneType eType, const uint32_t* pFirst, const uint32_t* pSecond,
+                 uint32_t nBegin, uint32_t nEnd)
+{
+    uint32_t nWrong = 0;
+    if (rule.nFault == PLATFORM_FAULT_DIVISION)
+    {
+        for (uint32_t n = nBegin; n < nEnd; ++n)
+            nWrong |= pSecond[n] == 0 ? 1 : 0;
+    }
+    else if (rule.nFault == PLATFORM_FAULT_SHIFT)
+    {
+        for (uint32_t n = nBegin; n < nEnd; ++n)
+            nWrong |= pSecond[n] >= rule.nWidth ? 1 : 0;
+    }
+    else if (eType == ELaneType::F)
+    {
+        // Limits that floats have: none lies between these and those of the rule.
+        const float fLow = static_cast<float>(rule.fLow);
+        const float fHigh = static_cast<float>(rule.fHigh);
+        for (uint32_t n = nBegin; n < nEnd; ++n)
+            nWrong |= AsFloat(pFirst[n]) > fLow && AsFloat(pFirst[n]) < fHigh ? 0 : 1;
+    }
+    else
+        return false;
+    return nWrong == 0;
+}
+
 } // namespace
 
 CNumberRecorder::CNumberRecorder(const SLaunchContext& context, CFindings& findings)
-    : m_Context(context), m_Findings(findings), m_vMade(context.code.nRows)
+    : m_Context(context), m_Findings(findings), m_vMade(context.code.nRows), m_vLiterals(context.code.nRows)
 {
+    for (const SCode::SConstant& constant : context.code.vConstants)
+        m_vLiterals[constant.nRow] = constant.nBuffer < 0;
 }
 
 void CNumberRecorder::Start()
 {
     m_Local = SMade();
+    if (m_nKnown != 0)
+        std::fill(m_vMade.begin(), m_vMade.end(), SMade());
+    m_nKnown = 0;
+    TakeFlags();
+}
+
+void CNumberRecorder::SetMade(uint32_t nRow, const SMade& made)
+{
+    m_nKnown += (made.IsKnown() ? 1u : 0u) - (m_vMade[nRow].IsKnown() ? 1u : 0u);
+    m_vMade[nRow] = made;
 }
 
 void CNumberRecorder::Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault)
@@ -142,11 +230,17 @@ void CNumberRecorder::PassOn(const SMade& made, uint32_t nInstruction, uint64_t 
 
 void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step)
 {
-    const SIntegerRule rule = FindIntegerRule(step.nOp);
+    const SIntegerRule& rule = FindRule(step.nOp).integers;
     if (rule.nFault == 0)
         return;
     const ELaneType eType = GetLaneRule(step.nOp).eIn[0];
     const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
+    const uint32_t nBegin = bUniform ? 0 : block.GetFirstLane();
+    // A literal is the same in all lanes.
+    const bool bOne = bUniform || m_vLiterals[step.rows.s[rule.nFault == PLATFORM_FAULT_RANGE ? 0 : 2]];
+    if (AreAllRight(rule, eType, block.Row(step.rows.s[0]), block.Row(step.rows.s[2]), nBegin,
+                    bOne ? nBegin + 1 : block.GetEndLane()))
+        return;
     for (uint32_t i = block.GetFirstLane(); i < block.GetEndLane(); ++i)
     {
         const uint32_t n = bUniform ? 0 : i;
@@ -168,38 +262,50 @@ void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step)
     }
 }
 
+/// Keeps operands that the step overwrites.
 void CNumberRecorder::Stepping(const CBlock& block, const SMicroOp& step)
 {
-    m_vKeptRows.clear();
-    m_vKept.clear();
+    m_nKept = 0;
     if (step.eKind > MICRO_LANE_UNIFORM)
         return;
     CheckIntegers(block, step);
-    if (ExponentOf(GetLaneRule(step.nOp).eOut) == 0)
+    if (FindRule(step.nOp).nExponent == 0)
         return;
-    for (const uint16_t nRow : step.rows.s)
+    for (const uint16_t nResult : step.rows.d)
     {
-        if (nRow <= s_nZeroRow || (nRow != step.rows.d[0] && nRow != step.rows.d[1]))
+        const auto itEnd = step.rows.s + std::size(step.rows.s);
+        if (nResult <= s_nZeroRow || std::find(step.rows.s, itEnd, nResult) == itEnd)
             continue;
-        m_vKeptRows.push_back(nRow);
-        m_vKept.emplace_back();
-        std::memcpy(m_vKept.back().w, block.Row(nRow), sizeof(SLaneRow));
+        const uint32_t nBegin = step.eKind == MICRO_LANE_UNIFORM ? 0 : block.GetFirstLane();
+        const uint32_t nEnd = step.eKind == MICRO_LANE_UNIFORM ? 1 : block.GetEndLane();
+        std::memcpy(m_Kept[m_nKept].w + nBegin, block.Row(nResult) + nBegin, (nEnd - nBegin) * sizeof(uint32_t));
+        m_KeptRows[m_nKept++] = nResult;
     }
 }
 
 const uint32_t* CNumberRecorder::Source(const CBlock& block, const SMicroOp& step, uint32_t nRow) const
 {
     const uint16_t nSource = step.rows.s[nRow];
-    const auto it = std::find(m_vKeptRows.begin(), m_vKeptRows.end(), nSource);
-    return it == m_vKeptRows.end() ? block.Row(nSource) : m_vKept[static_cast<size_t>(it - m_vKeptRows.begin())].w;
+    const auto itEnd = m_KeptRows + m_nKept;
+    const auto it = std::find(m_KeptRows, itEnd, nSource);
+    return it == itEnd ? block.Row(nSource) : m_Kept[it - m_KeptRows].w;
+}
+
+/// Whether something is known of what the step read, or of what it has overwritten.
+bool CNumberRecorder::TouchesKnown(const SMicroOp& step) const
+{
+    const auto isKnown = [this](uint16_t nRow) { return m_vMade[nRow].IsKnown(); };
+    return m_nKnown != 0 && (std::any_of(std::begin(step.rows.s), std::end(step.rows.s), isKnown) ||
+                             isKnown(step.rows.d[0]) || isKnown(step.rows.d[1]));
 }
 
 void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
 {
-    const SLaneRule& rule = GetLaneRule(step.nOp);
-    const uint32_t nExponent = ExponentOf(rule.eOut);
-    if (nExponent == 0)
+    const SNumberRule& number = FindRule(step.nOp);
+    const uint32_t nExponent = number.nExponent;
+    if (nExponent == 0 || (number.bNoted && !TakeFlags() && !TouchesKnown(step)))
         return;
+    const SLaneRule& rule = GetLaneRule(step.nOp);
     const uint32_t* const pResult = block.Row(step.rows.d[rule.eOut == ELaneType::D ? 1 : 0]);
     const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
     const uint32_t nBegin = bUniform ? 0 : block.GetFirstLane();
@@ -235,14 +341,14 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
     }
     const bool bNew = eWorst == Finite || (eResult == NotANumber && eWorst == Infinite && !made.IsKnown());
     // A copy makes nothing, and what an integer's operation is given may look like anything.
-    if (bNew && FindShadowRule(step.nOp) == SHADOW_ANY)
+    if (bNew && !IsCopy(step.nOp))
     {
         made = {step.nInstruction, eResult == NotANumber ? PLATFORM_FAULT_NAN : PLATFORM_FAULT_INFINITY};
         Tell(block, step, nItemLane, made.nFault);
     }
     else
         PassOn(made, step.nInstruction, 0);
-    m_vMade[step.rows.d[0]] = made;
+    SetMade(step.rows.d[0], made);
 }
 
 void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access)
@@ -250,7 +356,7 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
     if (access.eOperation == SAccess::Load)
         return;
     const uint32_t* const pRows = access.eOperation == SAccess::Atomic ? access.nValueRows : access.nRows;
-    for (uint32_t w = 0; w < access.nWords; ++w)
+    for (uint32_t w = 0; m_nKnown != 0 && w < access.nWords; ++w)
     {
         const SMade& made = m_vMade[pRows[w]];
         for (uint32_t n = block.GetFirstLane(); made.IsKnown() && n < block.GetEndLane(); ++n)
@@ -280,11 +386,11 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
 /// Only of local memory it is known who has put it there.
 void CNumberRecorder::Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
-    if (access.eOperation != SAccess::Load)
+    if (access.eOperation != SAccess::Load || (m_nKnown == 0 && !m_Local.IsKnown()))
         return;
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
-        m_vMade[access.nRows[w]] = access.eSpace == SAccess::Local ? m_Local : SMade();
+        SetMade(access.nRows[w], access.eSpace == SAccess::Local ? m_Local : SMade());
         for (uint32_t n = block.GetFirstLane(); m_vMade[access.nRows[w]].IsKnown() && n < block.GetEndLane(); ++n)
         {
             if (!block.IsActive(n) || LookAt(ELaneType::F, block.Row(access.nRows[w])[n], 0) == Finite)

@@ -38,6 +38,8 @@ private:
         bool IsKnown() const { return nInstruction != ~0u; }
     };
 
+    void SetMade(uint32_t nRow, const SMade& made);
+    bool TouchesKnown(const SMicroOp& step) const;
     const uint32_t* Source(const CBlock& block, const SMicroOp& step, uint32_t nRow) const;
     void CheckIntegers(const CBlock& block, const SMicroOp& step);
     void LookAtLane(const CBlock& block, const SMicroOp& step, const SLaneRule& rule, uint32_t nLane,
@@ -48,9 +50,12 @@ private:
     const SLaunchContext& m_Context;
     CFindings& m_Findings;
     std::vector<SMade> m_vMade;    ///< by row
+    uint32_t m_nKnown = 0;         ///< rows of which something is known
+    std::vector<char> m_vLiterals; ///< by row: whether it holds a literal
     SMade m_Local;                 ///< what was stored into local memory last
-    std::vector<SLaneRow> m_vKept; ///< the operands that the step under way overwrites
-    std::vector<uint32_t> m_vKeptRows;
+    SLaneRow m_Kept[2];            ///< the operands that the step under way overwrites
+    uint32_t m_KeptRows[2] = {0, 0};
+    uint32_t m_nKept = 0;
     std::set<std::tuple<uint32_t, uint32_t, uint64_t>> m_setPassed; ///< made where, passed on where, into which memory
 };
 
