@@ -276,6 +276,13 @@ struct SPlatformFinding
     uint64_t outputs[4];     ///< addresses that it reaches, one of each instruction that stores it
 };
 
+/// What the checks of a kernel run have left out.
+struct SPlatformCheckLimits
+{
+    uint32_t nSkipped; ///< of EPlatformCheck: race, for a kernel of 65,535 accesses or more
+    int32_t bMore;     ///< something was found at more places than are kept
+};
+
 struct SPlatformControl
 {
     uint32_t nSize; ///< sizeof(SPlatformControl)
@@ -345,6 +352,8 @@ struct SPlatformControl
     /// Where the work-items of the last kernel run were, if it was stopped under way, by BreakRuns or at the limit of
     /// instructions; up to nPlaces places. Together they have all work-items. \return how many there are
     uint32_t (*GetPlaces)(struct SPlatformPlace* pPlaces, uint32_t nPlaces);
+    /// Of the last kernel run.
+    void (*GetCheckLimits)(struct SPlatformCheckLimits* pLimits);
 };
 
 /// The function that gives the table: its name, and its type.

@@ -53,6 +53,7 @@ struct SLastFault
     std::vector<cl_ulong> m_vVisits; ///< of the last run that was counted
     std::vector<SPlatformProfile> m_vProfile;
     std::vector<SPlatformFinding> m_vFindings;
+    SPlatformCheckLimits m_checkLimits{0, 0};
     std::vector<SPlatformPlace> m_vPlaces;
     std::optional<SPlatformWatch> m_watch; ///< for runs to come
     std::vector<SPlatformAccess> m_vAccesses;
@@ -129,6 +130,7 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
     last.m_sizes = MakeSizes(prepared.m_launch);
     last.m_vBuffers.swap(prepared.m_vBuffers);
     last.m_vFindings.swap(result.vFindings);
+    last.m_checkLimits = result.checkLimits;
     last.m_vPlaces.swap(result.vPlaces);
     if (result.eStatus == SLaunchResult::Complete && !result.vVisits.empty())
         last.m_vVisits.assign(result.vVisits.begin(), result.vVisits.end());
@@ -248,6 +250,13 @@ cl_uint GiveLast(std::vector<T> SLastFault::*pvKept, T* pTo, cl_uint nCount)
 cl_uint GetPlaces(SPlatformPlace* pPlaces, cl_uint nPlaces)
 {
     return GiveLast(&SLastFault::m_vPlaces, pPlaces, nPlaces);
+}
+
+SPlatformCheckLimits GetCheckLimits()
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_mutex);
+    return last.m_checkLimits;
 }
 
 cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers)

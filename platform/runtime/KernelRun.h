@@ -20,6 +20,7 @@ void BreakRuns(bool bBreak);
 SPlatformEnd GetLastEnd();
 /// Where its work-items were if it was stopped under way, up to nPlaces places. \return how many there are
 cl_uint GetPlaces(SPlatformPlace* pPlaces, cl_uint nPlaces);
+SPlatformCheckLimits GetCheckLimits();
 /// The sizes of the last kernel run.
 SPlatformSizes GetLastSizes();
 /// Its buffers, up to nBuffers of them. \return how many there were

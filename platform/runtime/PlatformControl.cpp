@@ -131,6 +131,12 @@ uint32_t ReadPlaces(SPlatformPlace* pPlaces, uint32_t nPlaces)
     return Runtime::GetPlaces(pPlaces, nPlaces);
 }
 
+void ReadCheckLimits(SPlatformCheckLimits* pLimits)
+{
+    if (pLimits)
+        *pLimits = Runtime::GetCheckLimits();
+}
+
 void ResetAll()
 {
     Runtime::SetChecks(0);
@@ -175,6 +181,7 @@ const SPlatformControl* kestrelPlatformControl()
         &SwitchChecks,
         &ReadFindings,
         &ReadPlaces,
+        &ReadCheckLimits,
     };
     return &s_control;
 }

@@ -412,7 +412,10 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         result.vFaults.swap(context.vFaults);
         result.vVisits = visits.Take();
         if (pChecks)
+        {
             result.vFindings = FinishChecks(*pChecks);
+            result.checkLimits = pChecks->FindLimits();
+        }
         if (bProfile)
             result.vProfile = profile.Spread(program);
         result.nStopInstruction = context.nStopInstruction;

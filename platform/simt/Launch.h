@@ -148,7 +148,8 @@ struct SLaunchResult
     std::vector<uint64_t> vVisits;
     std::vector<SPlatformProfile> vProfile;  ///< by instruction, if it was asked for
     std::vector<SPlatformFinding> vFindings; ///< by instruction, if checks were asked for
-    std::vector<SPlatformAccess> vAccesses;  ///< those that are watched, the first 65,536
+    SPlatformCheckLimits checkLimits{0, 0};
+    std::vector<SPlatformAccess> vAccesses; ///< those that are watched, the first 65,536
 };
 
 constexpr size_t s_nFaultRecords = 64;

@@ -41,6 +41,12 @@ SCheckTotals::SCheckTotals(const SLaunchContext& contextIn) : context(contextIn)
     }
 }
 
+SPlatformCheckLimits SCheckTotals::FindLimits() const
+{
+    const bool bSkipped = (context.launch.nChecks & PLATFORM_CHECK_RACE) != 0 && !pGroups;
+    return {bSkipped ? static_cast<uint32_t>(PLATFORM_CHECK_RACE) : 0, findings.IsCut() ? 1 : 0};
+}
+
 CCheckRecorder::CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(checks), m_bFirst(bFirst)
 {
     if (checks.totals.context.launch.nChecks & PLATFORM_CHECK_INIT)

@@ -20,6 +20,7 @@ namespace KestrelPlatform
 struct SCheckTotals
 {
     explicit SCheckTotals(const SLaunchContext& context);
+    SPlatformCheckLimits FindLimits() const;
 
     const SLaunchContext& context;
     CFindings findings;

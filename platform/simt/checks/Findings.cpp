@@ -79,7 +79,10 @@ void CFindings::Add(const SPlatformFinding& found)
     if (!bNew)
         Merge(it->second, finding);
     else if (m_mapByPlace.size() > s_nMostPlaces)
+    {
         m_mapByPlace.erase(std::prev(m_mapByPlace.end())); // the same ones are left whatever the order
+        m_bCut = true;
+    }
 }
 
 void CFindings::AddAll(const CFindings& other)
@@ -87,6 +90,7 @@ void CFindings::AddAll(const CFindings& other)
     const std::lock_guard<std::mutex> lock(m_Mutex);
     for (const auto& [key, finding] : other.m_mapByPlace)
         Add(finding);
+    m_bCut = m_bCut || other.m_bCut;
 }
 
 std::vector<SPlatformFinding> CFindings::List() const

@@ -25,12 +25,15 @@ public:
     void AddAll(const CFindings& other);
     /// By instruction.
     std::vector<SPlatformFinding> List() const;
+    /// Whether there were more places than are kept.
+    bool IsCut() const { return m_bCut; }
 
 private:
     typedef std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, int32_t, uint32_t> Key;
 
     std::mutex m_Mutex;
     std::map<Key, SPlatformFinding> m_mapByPlace;
+    bool m_bCut = false;
 };
 
 } // namespace KestrelPlatform

@@ -110,5 +110,24 @@ TEST(Checks, FindTheSameInEveryOrder)
     }
 }
 
+TEST(Checks, SayWhereTheyDontLookForRaces)
+{
+    for (const uint32_t nAccesses : {65534u, 65535u})
+    {
+        std::string strText = std::string(IndexLines());
+        for (uint32_t n = 0; n < nAccesses; ++n)
+            strText += "uav_raw_store_id(11) mem0.x, cb1[0].x, r100.x\n";
+        CKernelRun run(strText, std::string(IndexLiterals()) + "dcl_raw_uav_id(11)\n");
+        run.SetSize(4, 2);
+        run.vOutput.assign(4, 0);
+        run.launch.nChecks = PLATFORM_CHECK_RACE;
+        const KestrelPlatform::SLaunchResult result = run.Run();
+        const bool bLooked = nAccesses < 65535;
+        EXPECT_EQ(result.checkLimits.nSkipped, bLooked ? 0u : uint32_t{PLATFORM_CHECK_RACE});
+        EXPECT_EQ(result.checkLimits.bMore, bLooked ? 1 : 0);
+        EXPECT_EQ(result.vFindings.size(), bLooked ? 4096u : 0u);
+    }
+}
+
 } // namespace
 } // namespace KestrelPlatformTest

@@ -40,12 +40,24 @@ bool SCheckFinding::IsPair() const
 void CCheckReport::Run(const CCheckedRuns& runs, const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch)
 {
     CLaunch launch(libraries, file);
-    Take(runs.Run(launch), launch, nLaunch);
+    const SCheckedRun run = runs.Run(launch);
+    const std::string strLaunch = nLaunch != 0 ? "launch " + std::to_string(nLaunch) : file.strPath;
+    if (run.limits.nSkipped & PLATFORM_CHECK_RACE)
+    {
+        m_Notes.insert(strLaunch + ": the kernel has too many accesses to look for races");
+    }
+    if (run.limits.bMore != 0)
+    {
+        m_Notes.insert(strLaunch + ": more is wrong, at other places than those that are told");
+    }
+    Take(run, launch, nLaunch);
     ++m_nLaunches;
 }
 
-void CCheckReport::Join(const std::vector<SCheckFinding>& vFindings, size_t nLaunches, size_t nSuppressed)
+void CCheckReport::Join(const std::vector<SCheckFinding>& vFindings, size_t nLaunches, size_t nSuppressed,
+                        const std::set<std::string>& notes)
 {
+    m_Notes.insert(notes.begin(), notes.end());
     m_nLaunches += nLaunches;
     m_nSuppressed += nSuppressed;
     for (const SCheckFinding& finding : vFindings)

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -59,12 +60,15 @@ public:
     /// Takes in what a program does wrong itself: all but "finding" of it is told.
     void Complain(SCheckFinding finding);
     /// Takes in what another report has found.
-    void Join(const std::vector<SCheckFinding>& vFindings, size_t nLaunches, size_t nSuppressed);
+    void Join(const std::vector<SCheckFinding>& vFindings, size_t nLaunches, size_t nSuppressed,
+              const std::set<std::string>& notes);
 
     /// By launch and place.
     const std::vector<SCheckFinding>& GetFindings() const { return m_vFindings; }
     size_t GetLaunches() const { return m_nLaunches; }
     size_t GetSuppressed() const { return m_nSuppressed; }
+    /// What wasn't looked for, or isn't told, by launch.
+    const std::set<std::string>& GetNotes() const { return m_Notes; }
 
 private:
     void Take(const SCheckedRun& run, const CLaunch& launch, uint64_t nLaunch);
@@ -74,6 +78,7 @@ private:
     const CSuppressions m_Suppressions;
     std::map<std::string, std::vector<std::string>> m_mapSources;
     std::vector<SCheckFinding> m_vFindings;
+    std::set<std::string> m_Notes;
     size_t m_nLaunches = 0;
     size_t m_nSuppressed = 0;
 };

@@ -57,7 +57,9 @@ SCheckedRun CCheckedRuns::Run(CLaunch& launch) const
             throw;
         }
     }
-    return {TakeAll(m_Control.GetFindings), TakeAll(m_Control.GetLastBuffers)};
+    SCheckedRun run = {TakeAll(m_Control.GetFindings), TakeAll(m_Control.GetLastBuffers)};
+    m_Control.GetCheckLimits(&run.limits);
+    return run;
 }
 
 const char* NameCheck(uint32_t nKind)

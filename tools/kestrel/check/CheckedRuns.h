@@ -15,6 +15,7 @@ struct SCheckedRun
 {
     std::vector<SPlatformFinding> vFindings;
     std::vector<SPlatformBuffer> vBuffers;
+    SPlatformCheckLimits limits = {};
 };
 
 /// Checks kernel runs as long as it lives. Buffers whose bytes are to be followed are made meanwhile.

@@ -142,6 +142,10 @@ std::string RenderCheck(const CCheckReport& report)
         text << "  " << finding.strItems << (finding.strItems.empty() ? "" : "; ") << NameTimes(finding.nCount)
              << "\n\n";
     }
+    for (const std::string& strNote : report.GetNotes())
+    {
+        text << "note: " << strNote << "\n";
+    }
     const size_t nFindings = report.GetFindings().size();
     text << (nFindings == 0 ? "nothing found" : std::to_string(nFindings) + (nFindings == 1 ? " finding" : " findings"))
          << " in " << report.GetLaunches() << (report.GetLaunches() == 1 ? " launch" : " launches");
@@ -195,7 +199,10 @@ json DescribeCheck(const CCheckReport& report)
         }
         findings.push_back(described);
     }
-    return {{"findings", findings}, {"launches", report.GetLaunches()}, {"suppressed", report.GetSuppressed()}};
+    return {{"findings", findings},
+            {"launches", report.GetLaunches()},
+            {"suppressed", report.GetSuppressed()},
+            {"notes", report.GetNotes()}};
 }
 
 json MakeSarif(const CCheckReport& report)

@@ -81,7 +81,8 @@ void JoinReport(const std::string& strPath, CCheckReport& report)
         {
             vFindings.push_back(ReadFinding(described));
         }
-        report.Join(vFindings, read.at("launches"), read.at("suppressed"));
+        report.Join(vFindings, read.at("launches"), read.at("suppressed"),
+                    read.at("notes").get<std::set<std::string>>());
     }
     catch (const json::exception& error)
     {
