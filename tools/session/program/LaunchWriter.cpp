@@ -88,6 +88,12 @@ private:
     ordered_json DescribeContents(const SArgument& argument, const std::string& strName)
     {
         ordered_json description = {{"type", argument.pType->pszName}};
+        if (argument.bUnwritten)
+        {
+            description["count"] = argument.vContents.size() / argument.pType->nSize;
+            description["fill"] = "none";
+            return description;
+        }
         AddContents(argument, strName, description);
         return description;
     }

@@ -236,8 +236,9 @@ private:
     void WriteBuffer(const SArgument& argument, const std::string& strName)
     {
         const size_t nBytes = argument.vContents.size();
-        m_Main << "    cl_mem " << strName << " = clCreateBuffer(context, CL_MEM_READ_WRITE | CL_MEM_COPY_HOST_PTR, "
-               << nBytes << ", " << PlaceContents(argument, strName)
+        const char* const pszFlags = argument.bUnwritten ? "" : " | CL_MEM_COPY_HOST_PTR";
+        m_Main << "    cl_mem " << strName << " = clCreateBuffer(context, CL_MEM_READ_WRITE" << pszFlags << ", "
+               << nBytes << ", " << (argument.bUnwritten ? "NULL" : PlaceContents(argument, strName))
                << ", &nCode);\n    Check(nCode, \"clCreateBuffer\");\n";
         m_Outputs << "    {\n        void* pBytes = malloc(" << nBytes
                   << ");\n        Check(clEnqueueReadBuffer(queue, " << strName << ", CL_TRUE, 0, " << nBytes
