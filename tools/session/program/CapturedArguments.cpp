@@ -27,7 +27,8 @@ struct SObjectMemory
 {
     size_t nFirst = 0;    ///< of the program's buffer, the first byte that was read
     bool bWritten = true; ///< by anybody yet, of the program's buffer
-    std::vector<unsigned char> vContents;
+    size_t nBytes = 0;
+    std::vector<unsigned char> vContents; ///< empty once the argument that has the whole of it has taken them
     std::vector<size_t> vUsers;
     size_t nShared = 0; ///< index among the launch's shared buffers, once it is one
 };
@@ -44,6 +45,7 @@ public:
             taken.nFirst = memory.at("first");
             taken.bWritten = memory.value("written", true);
             taken.vContents = TakePart(message, memory.at("part"));
+            taken.nBytes = taken.vContents.size();
             m_vMemories.push_back(std::move(taken));
         }
     }
@@ -77,7 +79,7 @@ private:
         const size_t nFirst = argument.at("first");
         const size_t nEnd = argument.at("end");
         if (nMemory >= m_vMemories.size() || nFirst < m_vMemories[nMemory].nFirst || nEnd < nFirst ||
-            nEnd - m_vMemories[nMemory].nFirst > m_vMemories[nMemory].vContents.size())
+            nEnd - m_vMemories[nMemory].nFirst > m_vMemories[nMemory].nBytes)
         {
             throw CProtocolError("an argument lies in no buffer");
         }
@@ -87,7 +89,7 @@ private:
     bool IsWhole(const SObjectMemory& memory, const json& argument) const
     {
         return argument.at("first") == memory.nFirst &&
-               argument.at("end").get<size_t>() - memory.nFirst == memory.vContents.size();
+               argument.at("end").get<size_t>() - memory.nFirst == memory.nBytes;
     }
 
     /// Whether all arguments that reach it have the whole of it.
@@ -155,7 +157,7 @@ private:
         {
             argument.nSame = memory.vUsers.front();
             argument.eKind = argument.nSame == nArgument ? SArgument::Buffer : SArgument::Same;
-            argument.pType = FitType(given.at("type"), memory.vContents.size());
+            argument.pType = FitType(given.at("type"), memory.nBytes);
             argument.bUnwritten = argument.eKind == SArgument::Buffer && !memory.bWritten;
             argument.vContents =
                 argument.eKind == SArgument::Buffer ? std::move(memory.vContents) : std::vector<unsigned char>();
