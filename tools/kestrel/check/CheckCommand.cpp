@@ -9,8 +9,9 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
-#include <regex>
+#include <system_error>
 #include <utility>
 
 namespace KestrelTool
@@ -40,14 +41,16 @@ std::vector<SCheckName> ChooseChecks(const SCheckOptions& options)
 /// \throws CLaunchFileError
 std::pair<size_t, size_t> ReadShard(const std::string& strShard)
 {
-    static const std::regex s_Form("([0-9]{1,6})/([0-9]{1,6})");
-    std::smatch match;
-    if (!strShard.empty() && std::regex_match(strShard, match, s_Form))
+    size_t nPart = 0;
+    size_t nParts = 0;
+    const char* const pEnd = strShard.data() + strShard.size();
+    const auto part = std::from_chars(strShard.data(), pEnd, nPart);
+    if (part.ec == std::errc() && part.ptr != pEnd && *part.ptr == '/')
     {
-        const std::pair<size_t, size_t> shard(std::stoul(match[1]), std::stoul(match[2]));
-        if (shard.first >= 1 && shard.first <= shard.second)
+        const auto parts = std::from_chars(part.ptr + 1, pEnd, nParts);
+        if (parts.ec == std::errc() && parts.ptr == pEnd && nPart >= 1 && nPart <= nParts)
         {
-            return shard;
+            return {nPart, nParts};
         }
     }
     throw CLaunchFileError("--shard takes a number from 1, a slash and how many parts there are, as in 2/8");

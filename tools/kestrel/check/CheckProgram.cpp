@@ -5,8 +5,11 @@
 #include "tools/session/launch/KernelText.h"
 #include "tools/session/program/ProgramFollower.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
-#include <regex>
+#include <charconv>
+#include <system_error>
 #include <utility>
 
 namespace KestrelTool
@@ -19,6 +22,24 @@ using nlohmann::json;
 
 /// What a compiler that is handed a text calls it.
 const char* const s_pszUnnamed = "kernel.cl";
+
+/// "kernel.cl:3:31: warning: excess elements". \return false for a line of another form
+bool ReadWarning(const std::string& strLine, SCheckFinding& finding)
+{
+    static const std::string s_strMark = ": warning: ";
+    const size_t nMark = strLine.find(s_strMark);
+    const size_t nColumn = nMark == std::string::npos || nMark == 0 ? nMark : strLine.rfind(':', nMark - 1);
+    const size_t nLine = nColumn == std::string::npos || nColumn == 0 ? nColumn : strLine.rfind(':', nColumn - 1);
+    if (nLine == std::string::npos || nLine == 0)
+    {
+        return false;
+    }
+    finding.place.strFile = strLine.substr(0, nLine);
+    finding.strMessage = "the compiler warns: " + strLine.substr(nMark + s_strMark.size());
+    const char* const pEnd = strLine.data() + nColumn;
+    const auto number = std::from_chars(strLine.data() + nLine + 1, pEnd, finding.place.nLine);
+    return number.ec == std::errc() && number.ptr == pEnd;
+}
 
 class CProgramCheck : public CProgramFollower
 {
@@ -111,22 +132,18 @@ private:
 
     void TakeLog(const std::string& strLog, const SKnownProgram& program)
     {
-        static const std::regex s_Warning("(.*):([0-9]+):[0-9]+: warning: (.*)");
         const std::vector<std::string> vLines = SplitLines(program.strSource);
         for (const std::string& strLine : SplitLines(strLog))
         {
-            std::smatch match;
-            if (!std::regex_match(strLine, match, s_Warning))
+            SCheckFinding finding;
+            if (!ReadWarning(strLine, finding))
             {
                 continue;
             }
-            SCheckFinding finding;
-            finding.strMessage = "the compiler warns: " + match[3].str();
-            const bool bOwn = match[1] == s_pszUnnamed;
-            finding.place.strFile = bOwn ? program.strFile : match[1].str();
-            finding.place.nLine = static_cast<unsigned int>(std::stoul(match[2]));
-            const bool bThere = bOwn && finding.place.nLine > 0 && finding.place.nLine <= vLines.size();
-            finding.place.strText = bThere ? vLines[finding.place.nLine - 1] : "";
+            SCheckPlace& place = finding.place;
+            const bool bOwn = place.strFile == s_pszUnnamed;
+            place.strFile = bOwn ? program.strFile : place.strFile;
+            place.strText = bOwn && place.nLine > 0 && place.nLine <= vLines.size() ? vLines[place.nLine - 1] : "";
             Complain(finding);
         }
     }
