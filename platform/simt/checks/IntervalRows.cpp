@@ -81,7 +81,8 @@ bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned 
     if (SKept* const pSame = FindSame(row))
     {
         // Of writes the last one counts.
-        std::memcpy(m_vData.data() + pSame->nData, pValues, nValues);
+        if (nValues != 0)
+            std::memcpy(m_vData.data() + pSame->nData, pValues, nValues);
         std::rotate(pSame, pSame + 1, m_vKept[row.eKind].data() + m_vKept[row.eKind].size());
         return true;
     }
