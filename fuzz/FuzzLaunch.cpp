@@ -84,9 +84,9 @@ void FuzzLaunch(const uint8_t* pData, size_t nSize)
         return;
     }
     Require(launch.nDimensions >= 1 && launch.nDimensions <= 3, "a launch has one to three dimensions");
-    for (const size_t nSize : launch.nGlobalSize)
+    for (const size_t nGlobal : launch.nGlobalSize)
     {
-        Require(nSize != 0, "no size of a launch is 0");
+        Require(nGlobal != 0, "no size of a launch is 0");
     }
     for (size_t i = 0; i < launch.vArguments.size(); ++i)
     {

@@ -17,7 +17,7 @@ void Assign(CElfSymbolTable::TableEntry& entry, const std::string& name, unsigne
             unsigned char other, CElfSection* section, Elf64_Addr value, Elf64_Xword size)
 {
     const bool bKeepsReserved = section == nullptr && IsReservedIndex(entry.symEntry.st_shndx);
-    entry.symEntry.st_info = ELF64_ST_INFO(bind, type);
+    entry.symEntry.st_info = static_cast<unsigned char>(ELF64_ST_INFO(bind, type));
     entry.symEntry.st_other = other;
     entry.symEntry.st_shndx = bKeepsReserved ? entry.symEntry.st_shndx : static_cast<Elf64_Section>(SHN_UNDEF);
     entry.symEntry.st_value = value;

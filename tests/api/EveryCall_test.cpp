@@ -119,4 +119,4 @@ TEST_P(EveryCall, CanFailOnceAndForEver)
 }
 
 INSTANTIATE_TEST_SUITE_P(Sessions, EveryCall, testing::ValuesIn(GetScripts()),
-                         [](const testing::TestParamInfo<SScript>& info) { return std::string(info.param.pszName); });
+                         [](const testing::TestParamInfo<SScript>& test) { return std::string(test.param.pszName); });

@@ -74,8 +74,8 @@ class FailingCalls : public CPlatformFixture, public testing::WithParamInterface
 };
 
 INSTANTIATE_TEST_SUITE_P(Paths, FailingCalls, testing::Bool(),
-                         [](const testing::TestParamInfo<bool>& info)
-                         { return info.param ? "Intercept" : "Fallback"; });
+                         [](const testing::TestParamInfo<bool>& test)
+                         { return test.param ? "Intercept" : "Fallback"; });
 
 TEST_P(FailingCalls, TheSessionEndsAndNothingLeaks)
 {

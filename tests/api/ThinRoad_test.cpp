@@ -15,8 +15,8 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Paths, ThinRoad, testing::Bool(),
-                         [](const testing::TestParamInfo<bool>& info)
-                         { return info.param ? "Intercept" : "Fallback"; });
+                         [](const testing::TestParamInfo<bool>& test)
+                         { return test.param ? "Intercept" : "Fallback"; });
 
 TEST_P(ThinRoad, SteppingToTheEndGivesTheOutputsOfAPlainLaunch)
 {

@@ -193,7 +193,7 @@ TEST_P(CLMetadataParse, GivesItsResult)
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, CLMetadataParse, testing::ValuesIn(s_ParseCases),
-                         [](const testing::TestParamInfo<SParseCase>& info) { return info.param.szName; });
+                         [](const testing::TestParamInfo<SParseCase>& test) { return test.param.szName; });
 
 TEST(CLMetadata, LinesInFrontOfTheVersionAreDropped)
 {
@@ -243,7 +243,7 @@ TEST_P(CLMetadataPlace, IsBehindTheLastArgument)
 }
 
 INSTANTIATE_TEST_SUITE_P(Blocks, CLMetadataPlace, testing::ValuesIn(s_PlaceCases),
-                         [](const testing::TestParamInfo<SPlaceCase>& info) { return info.param.szName; });
+                         [](const testing::TestParamInfo<SPlaceCase>& test) { return test.param.szName; });
 
 TEST(CLMetadata, LabelsJoinTheFunctionLine)
 {

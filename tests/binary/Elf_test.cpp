@@ -185,7 +185,7 @@ TEST_P(ElfClass, AnyCorruptedByteIsRefusedOrHarmless)
 }
 
 INSTANTIATE_TEST_SUITE_P(Classes, ElfClass, testing::Bool(),
-                         [](const testing::TestParamInfo<bool>& info) { return info.param ? "Elf64" : "Elf32"; });
+                         [](const testing::TestParamInfo<bool>& test) { return test.param ? "Elf64" : "Elf32"; });
 
 struct SRefusal
 {
@@ -283,7 +283,7 @@ TEST_P(ElfRefusal, IsNotGood)
 }
 
 INSTANTIATE_TEST_SUITE_P(Images, ElfRefusal, testing::ValuesIn(s_Refusals),
-                         [](const testing::TestParamInfo<SRefusal>& info) { return info.param.szName; });
+                         [](const testing::TestParamInfo<SRefusal>& test) { return test.param.szName; });
 
 TEST(Elf, ASectionWithoutBytesIsReadEmpty)
 {
@@ -392,7 +392,7 @@ TEST_P(ElfUnwritable, IsRefusedAndGivesNothing)
 }
 
 INSTANTIATE_TEST_SUITE_P(Changes, ElfUnwritable, testing::ValuesIn(s_Unwritables),
-                         [](const testing::TestParamInfo<SUnwritable>& info) { return info.param.szName; });
+                         [](const testing::TestParamInfo<SUnwritable>& test) { return test.param.szName; });
 
 /// A stream of its text that claims another size.
 class CClaimingBuffer : public std::stringbuf

@@ -256,7 +256,7 @@ TEST_P(PlantedFaults, AreWhatTheGeneratorKnows)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, PlantedFaults, testing::ValuesIn(s_PlantedCases),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 } // namespace
 } // namespace KestrelTest

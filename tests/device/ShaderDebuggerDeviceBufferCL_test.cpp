@@ -233,7 +233,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SImageCase{"TwoD", Image(BT_Texture_2D, 5, 4, 1, 1, 32), CL_MEM_OBJECT_IMAGE2D},
                     SImageCase{"TwoDArray", Image(BT_Texture_2D, 5, 4, 1, 3, 32), CL_MEM_OBJECT_IMAGE2D_ARRAY},
                     SImageCase{"ThreeD", Image(BT_Texture_3D, 5, 4, 3, 1, 32), CL_MEM_OBJECT_IMAGE3D}),
-    [](const testing::TestParamInfo<SImageCase>& info) { return info.param.szName; });
+    [](const testing::TestParamInfo<SImageCase>& test) { return test.param.szName; });
 
 TEST_F(DeviceBuffer, ImagesOfAnotherVersionAreMadeByTheOlderCalls)
 {

@@ -280,7 +280,7 @@ INSTANTIATE_TEST_SUITE_P(
     Generations, GlobalMemory,
     testing::Values(SGeneration{"Quench", "call_chain/call_chain.json", "r2", 2, 10, {}, {0, 8, 9, 11, 12}},
                     SGeneration{"Kiln", "older_loop/older_loop.json", "r2", 1, 11, {0, 8}, {1, 9, 10, 12}}),
-    [](const testing::TestParamInfo<SGeneration>& info) { return std::string(info.param.pszName); });
+    [](const testing::TestParamInfo<SGeneration>& test) { return std::string(test.param.pszName); });
 
 // The kernel of a stop in a function doesn't go on behind the call with what the function has left.
 TEST(Memory, GlobalMemoryInAFunctionHasNothingOfWhatComesBehindTheCall)

@@ -270,4 +270,4 @@ INSTANTIATE_TEST_SUITE_P(Families, Reference,
                                          SFamily{"Macros", Features("M")}, SFamily{"Most", Features("RJGLP")},
                                          SFamily{"MostOlder", Features("RJGLO")}, SFamily{"All", Features("IJGLPMC")},
                                          SFamily{"AllOlder", Features("IJGLMCO")}, SFamily{"Older", Features("O")}),
-                         [](const testing::TestParamInfo<SFamily>& info) { return info.param.pszName; });
+                         [](const testing::TestParamInfo<SFamily>& test) { return test.param.pszName; });

@@ -400,6 +400,6 @@ TEST_P(TrueStops, AreTheSameByARunAsBySteps)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, TrueStops, testing::ValuesIn(s_StopCases),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 } // namespace

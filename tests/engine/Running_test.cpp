@@ -287,7 +287,7 @@ TEST(Running, GoesBackIntoABlockThatItPassedOver)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, RunKernel, testing::ValuesIn(s_Kernels),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 } // namespace
 

@@ -126,7 +126,7 @@ TEST_P(SteppedKernel, GoesBackToWhatItShowed)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, SteppedKernel, testing::ValuesIn(s_Kernels),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 struct SStopCase
 {

@@ -202,7 +202,7 @@ public:
 
     std::vector<uint32_t> Mask() { return Words(Debugger().GetExecutionMaskBuffer()); }
 
-    unsigned int Active()
+    size_t Active()
     {
         const std::vector<uint32_t> vMask = Mask();
         return std::count_if(vMask.begin(), vMask.end(), [](uint32_t n) { return n != 0; });

@@ -229,7 +229,7 @@ TEST_P(Damage, ReadelfHasNoNewComplaintOfWhatIsWritten)
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, Damage, testing::Values(0, 1, 2),
-                         [](const testing::TestParamInfo<size_t>& info)
-                         { return DamagedSeeds::All()[info.param].strName; });
+                         [](const testing::TestParamInfo<size_t>& test)
+                         { return DamagedSeeds::All()[test.param].strName; });
 
 } // namespace

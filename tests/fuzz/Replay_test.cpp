@@ -44,6 +44,6 @@ TEST_P(Replay, EveryFileOfTheCorpusKeepsTheProperties)
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, Replay, testing::ValuesIn(s_Targets),
-                         [](const testing::TestParamInfo<STarget>& info) { return info.param.pszName; });
+                         [](const testing::TestParamInfo<STarget>& test) { return test.param.pszName; });
 
 } // namespace

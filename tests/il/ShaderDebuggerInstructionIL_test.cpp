@@ -213,7 +213,7 @@ TEST(ShaderDebuggerInstructionIL, CutsRandomStreamsIntoTheirOwnWords)
 
         for (IL& word : words)
         {
-            word = random();
+            word = static_cast<IL>(random());
             word = random() % 2 != 0 ? word % IL_OP_LAST : word & 0x8FFF0007u; // opcodes and plain operands
         }
 

@@ -88,7 +88,7 @@ const SRegisterCase s_RegisterCases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Kernels, RegisterAllocation, testing::ValuesIn(s_RegisterCases),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 TEST(Analysis, GivesEachLoopDepthAComponent)
 {
@@ -169,7 +169,7 @@ const SUavCase s_UavCases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Kernels, UavAllocation, testing::ValuesIn(s_UavCases),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 /// What a refused kernel says. Every refusal leaves a message for the client; some leave it in ShaderInfo too.
 struct SRefusal
@@ -273,7 +273,7 @@ const SRefusal s_Refusals[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Kernels, Refusal, testing::ValuesIn(s_Refusals),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 TEST(Analysis, RefusesTooManyRegisters)
 {
@@ -560,7 +560,7 @@ const SMetadataCase s_MetadataCases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Kernels, MetadataFacts, testing::ValuesIn(s_MetadataCases),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 } // namespace
 

@@ -89,7 +89,7 @@ const SIndexCase s_Cases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Bodies, IndexResolution, testing::ValuesIn(s_Cases),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 TEST(IndexResolver, LooksOnlySoFarBack)
 {

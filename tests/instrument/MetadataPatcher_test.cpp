@@ -78,7 +78,7 @@ const SMetadataPatch s_Patches[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Metadata, MetadataPatch, testing::ValuesIn(s_Patches),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 TEST(MetadataPatcher, NamesTheRawUavThatTheKernelDeclares)
 {

@@ -189,7 +189,7 @@ const SGolden s_Goldens[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Kernels, GoldenPatch, testing::ValuesIn(s_Goldens),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 /// Every kernel of the golden tests, with its setup.
 const std::pair<const char*, SKernelSetup> s_Kernels[] = {

@@ -152,7 +152,10 @@ public:
                                                : new CSimtBuffer(m_pHost, desc, std::make_shared<Bytes>(nSize), pCalls);
     }
 
-    unsigned int GetNumDeviceBuffers(ShaderType) const override { return m_vArguments.size(); }
+    unsigned int GetNumDeviceBuffers(ShaderType) const override
+    {
+        return static_cast<unsigned int>(m_vArguments.size());
+    }
 
     CShaderDebuggerDeviceBuffer* GetDeviceBuffer(ShaderType, std::string) override { return nullptr; }
     CShaderDebuggerDeviceBuffer* GetDeviceBuffer(ShaderType shaderType, unsigned int nIndex) override

@@ -182,4 +182,4 @@ TEST_P(EveryAllocation, CanFailOnceAndForEver)
 }
 
 INSTANTIATE_TEST_SUITE_P(Sessions, EveryAllocation, testing::ValuesIn(GetScripts()),
-                         [](const testing::TestParamInfo<SScript>& info) { return std::string(info.param.pszName); });
+                         [](const testing::TestParamInfo<SScript>& test) { return std::string(test.param.pszName); });

@@ -47,8 +47,8 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Paths, SessionLoop, testing::Bool(),
-                         [](const testing::TestParamInfo<bool>& info)
-                         { return info.param ? "Intercept" : "Fallback"; });
+                         [](const testing::TestParamInfo<bool>& test)
+                         { return test.param ? "Intercept" : "Fallback"; });
 
 TEST_P(SessionLoop, AnswersMoveTheSession)
 {

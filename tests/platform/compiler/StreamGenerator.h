@@ -42,7 +42,7 @@ public:
         case 1:
             return 1u << Below(32);
         case 2:
-            return m_random() & m_random();
+            return static_cast<uint32_t>(m_random() & m_random());
         default:
             return static_cast<uint32_t>(m_random());
         }

@@ -92,7 +92,7 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Types, CImagesTest, testing::ValuesIn(s_images),
-                         [](const auto& info) { return "Image" + std::to_string(info.index); });
+                         [](const auto& test) { return "Image" + std::to_string(test.index); });
 
 TEST_P(CImagesTest, TellsItsSizes)
 {

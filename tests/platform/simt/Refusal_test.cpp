@@ -195,7 +195,7 @@ TEST(Robustness, RandomWordsBehindAHeader)
         {
             const uint32_t nOpCode = random() % 737;
             const SInstructionShape& shape = GetInstructionShape(nOpCode);
-            vTokens.push_back(nOpCode | (random() % 2 ? 0 : (random() & 0x3FFF) << 16));
+            vTokens.push_back(static_cast<uint32_t>(nOpCode | (random() % 2 ? 0 : (random() & 0x3FFF) << 16)));
             const uint32_t nOperands = shape.nSources + (shape.bDestination ? 1 : 0);
             for (uint32_t k = 0; k < nOperands; ++k)
             {

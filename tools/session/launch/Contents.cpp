@@ -75,7 +75,7 @@ Pattern ReadPattern(const CJsonField& field, const SElementType& type)
     const bool bFloat = type.eKind == SElementType::Float;
     return [engine, bFloat](size_t) mutable
     {
-        const uint32_t nBits = engine();
+        const auto nBits = static_cast<uint32_t>(engine());
         return bFloat ? nBits / 4294967296.0 : static_cast<double>(nBits & 0x7F);
     };
 }

@@ -131,11 +131,12 @@ SnapShot CTracedRun::Look(const SItemState& state, uint32_t nLine, int nSource)
 {
     SnapShot visit;
     const auto& vVariables = Variables(nLine);
-    for (const auto& [strName, nSize] : m_mapNames[nSource])
+    for (const auto& entry : m_mapNames[nSource])
     {
+        const std::string& strName = entry.first;
         const auto it = std::find_if(vVariables.begin(), vVariables.end(),
                                      [&](const SDwarfVariable& variable) { return variable.strName == strName; });
-        visit[strName] = it == vVariables.end() ? "isn't in scope" : Read(state, it->vLocation, nSize);
+        visit[strName] = it == vVariables.end() ? "isn't in scope" : Read(state, it->vLocation, entry.second);
     }
     return visit;
 }

@@ -268,5 +268,5 @@ TEST_P(Variables, HaveTheValuesOfAHostRun)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, Variables, testing::ValuesIn(All()),
-                         [](const auto& info)
-                         { return std::string(info.param.pszDevice) + info.param.pKernel->pszName; });
+                         [](const auto& test)
+                         { return std::string(test.param.pszDevice) + test.param.pKernel->pszName; });

@@ -155,7 +155,7 @@ TEST_P(CMathFunctions, AreAsAccurateAsTheyMustBe)
 }
 
 INSTANTIATE_TEST_SUITE_P(OfDevices, CMathFunctions, testing::ValuesIn(g_TestDevices),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 template <class F>
 class TParts : public testing::Test

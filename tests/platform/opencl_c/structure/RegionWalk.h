@@ -32,7 +32,7 @@ public:
     /// The value of the block's condition; 64 bits of it for a switch.
     uint64_t Take(const llvm::BasicBlock& block)
     {
-        const unsigned int nRandom = m_Random();
+        const auto nRandom = static_cast<unsigned int>(m_Random());
         const auto* pSwitch = llvm::dyn_cast<llvm::SwitchInst>(block.getTerminator());
         if (!pSwitch)
         {

@@ -148,7 +148,7 @@ TEST_P(RandomGraphs, WalkTheSamePaths)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, RandomGraphs, testing::ValuesIn(s_GraphKinds),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 namespace
 {
@@ -251,7 +251,7 @@ TEST_P(Shapes, ComeOutAsWritten)
 }
 
 INSTANTIATE_TEST_SUITE_P(Graphs, Shapes, testing::ValuesIn(s_Shapes),
-                         [](const auto& info) { return std::string(info.param.pszName); });
+                         [](const auto& test) { return std::string(test.param.pszName); });
 
 TEST(WideSwitches, LeadWhereTheyLed)
 {
