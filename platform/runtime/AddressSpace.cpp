@@ -25,11 +25,15 @@ cl_ulong CAddressSpace::Allocate(cl_ulong nSize)
     {
         const auto [nBegin, nEnd] = *it;
         if (nEnd - nBegin < nNeeded)
+        {
             continue;
+        }
         m_mapUsed.emplace(nBegin, nBegin + nNeeded);
         m_mapFree.erase(it);
         if (nBegin + nNeeded < nEnd)
+        {
             m_mapFree.emplace(nBegin + nNeeded, nEnd);
+        }
         return nBegin;
     }
     return 0;
@@ -49,9 +53,13 @@ void CAddressSpace::Free(cl_ulong nAddress)
         itNext = m_mapFree.erase(itNext);
     }
     if (itNext != m_mapFree.begin() && std::prev(itNext)->second == nAddress)
+    {
         std::prev(itNext)->second = nEnd;
+    }
     else
+    {
         m_mapFree.emplace(nAddress, nEnd);
+    }
 }
 
 CAddressSpace& CAddressSpace::Low()

@@ -42,7 +42,9 @@ public:
     ~CAddressRange()
     {
         if (m_nAddress != 0)
+        {
             m_space.Free(m_nAddress);
+        }
     }
 
     /// 0 if there was no room.

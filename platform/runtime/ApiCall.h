@@ -36,7 +36,9 @@ H ApiCreate(const char* pszEntryPoint, cl_int* pnError, F&& body)
     H result = nullptr;
     const cl_int nError = ApiCall(pszEntryPoint, [&]() -> cl_int { return body(result); });
     if (pnError)
+    {
         *pnError = nError;
+    }
     return nError == CL_SUCCESS ? result : nullptr;
 }
 

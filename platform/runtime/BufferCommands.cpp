@@ -24,11 +24,17 @@ cl_int ReadBuffer(CEnqueue& enqueue, cl_mem hBuffer, bool bBlocking, size_t nOff
     CRef<CMemObject> pMem;
     CBuffer* pBuffer = nullptr;
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), hBuffer, pMem, pBuffer))
+    {
         return nError;
+    }
     if (!pTarget || !pBuffer->HasRange(nOffset, nBytes))
+    {
         return CL_INVALID_VALUE;
+    }
     if (!pMem->CanHostRead())
+    {
         return CL_INVALID_OPERATION;
+    }
     return enqueue.Submit(CL_COMMAND_READ_BUFFER, bBlocking,
                           [pMem, nOffset, nBytes, pTarget]
                           {
@@ -44,11 +50,17 @@ cl_int WriteBuffer(CEnqueue& enqueue, cl_mem hBuffer, bool bBlocking, size_t nOf
     CRef<CMemObject> pMem;
     CBuffer* pBuffer = nullptr;
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), hBuffer, pMem, pBuffer))
+    {
         return nError;
+    }
     if (!pSource || !pBuffer->HasRange(nOffset, nBytes))
+    {
         return CL_INVALID_VALUE;
+    }
     if (!pMem->CanHostWrite())
+    {
         return CL_INVALID_OPERATION;
+    }
     return enqueue.Submit(CL_COMMAND_WRITE_BUFFER, bBlocking,
                           [pMem, nOffset, nBytes, pSource]
                           {
@@ -65,13 +77,21 @@ cl_int CopyBuffer(CEnqueue& enqueue, cl_mem hSource, cl_mem hTarget, size_t nSou
     CBuffer* pSource = nullptr;
     CBuffer* pTarget = nullptr;
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), hSource, pSourceMem, pSource))
+    {
         return nError;
+    }
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), hTarget, pTargetMem, pTarget))
+    {
         return nError;
+    }
     if (!pSource->HasRange(nSource, nBytes) || !pTarget->HasRange(nTarget, nBytes))
+    {
         return CL_INVALID_VALUE;
+    }
     if (Overlap(*pSource, nSource, *pTarget, nTarget, nBytes))
+    {
         return CL_MEM_COPY_OVERLAP;
+    }
     return enqueue.Submit(CL_COMMAND_COPY_BUFFER, false,
                           [pSourceMem, pTargetMem, nSource, nTarget, nBytes]
                           {
@@ -94,10 +114,14 @@ cl_int FillBuffer(CEnqueue& enqueue, cl_mem hBuffer, const void* pPattern, size_
     CRef<CMemObject> pMem;
     CBuffer* pBuffer = nullptr;
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), hBuffer, pMem, pBuffer))
+    {
         return nError;
+    }
     if (!pPattern || !IsPatternSize(nPattern) || !pBuffer->HasRange(nOffset, nBytes) || nOffset % nPattern != 0 ||
         nBytes % nPattern != 0)
+    {
         return CL_INVALID_VALUE;
+    }
     const auto* pBytes = static_cast<const unsigned char*>(pPattern);
     const std::vector<unsigned char> vPattern(pBytes, pBytes + nPattern);
     return enqueue.Submit(CL_COMMAND_FILL_BUFFER, false,

@@ -27,14 +27,20 @@ bool IsRegion(const size_t* pRegion)
 cl_int MakeRect(const size_t* pOrigin, const size_t* pRegion, size_t nRowPitch, size_t nSlicePitch, SRect& rect)
 {
     if (!pOrigin)
+    {
         return CL_INVALID_VALUE;
+    }
     nRowPitch = nRowPitch != 0 ? nRowPitch : pRegion[0];
     size_t nTightSlice = 0;
     if (nRowPitch < pRegion[0] || !MultiplyAdd(pRegion[1], nRowPitch, 0, nTightSlice))
+    {
         return CL_INVALID_VALUE;
+    }
     nSlicePitch = nSlicePitch != 0 ? nSlicePitch : nTightSlice;
     if (nSlicePitch < nTightSlice || nSlicePitch % nRowPitch != 0)
+    {
         return CL_INVALID_VALUE;
+    }
 
     size_t nRow = 0, nLastRow = 0, nLast = 0;
     const bool bFits = MultiplyAdd(pOrigin[1], nRowPitch, pOrigin[0], nRow) &&
@@ -76,15 +82,23 @@ cl_int PrepareTransfer(const CContext& context, const SHostTransfer& transfer, c
 {
     CBuffer* pBuffer = nullptr;
     if (const cl_int nError = FindBuffer(context, transfer.m_hBuffer, pMem, pBuffer))
+    {
         return nError;
+    }
     if (!pHost || !IsRegion(transfer.m_pRegion))
+    {
         return CL_INVALID_VALUE;
+    }
     if (const cl_int nError = MakeRect(transfer.m_pBufferOrigin, transfer.m_pRegion, transfer.m_nBufferRowPitch,
                                        transfer.m_nBufferSlicePitch, bufferRect))
+    {
         return nError;
+    }
     if (const cl_int nError = MakeRect(transfer.m_pHostOrigin, transfer.m_pRegion, transfer.m_nHostRowPitch,
                                        transfer.m_nHostSlicePitch, hostRect))
+    {
         return nError;
+    }
     return Inside(*pBuffer, bufferRect) ? CL_SUCCESS : CL_INVALID_VALUE;
 }
 
@@ -93,9 +107,13 @@ cl_int ReadRect(CEnqueue& enqueue, const SHostTransfer& transfer, void* pHost)
     CRef<CMemObject> pMem;
     SRect bufferRect{}, hostRect{};
     if (const cl_int nError = PrepareTransfer(enqueue.GetContext(), transfer, pHost, pMem, bufferRect, hostRect))
+    {
         return nError;
+    }
     if (!pMem->CanHostRead())
+    {
         return CL_INVALID_OPERATION;
+    }
     const SBox box = BoxOf(transfer.m_pRegion);
     return enqueue.Submit(CL_COMMAND_READ_BUFFER_RECT, transfer.m_bBlocking,
                           [=]
@@ -112,9 +130,13 @@ cl_int WriteRect(CEnqueue& enqueue, const SHostTransfer& transfer, const void* p
     CRef<CMemObject> pMem;
     SRect bufferRect{}, hostRect{};
     if (const cl_int nError = PrepareTransfer(enqueue.GetContext(), transfer, pHost, pMem, bufferRect, hostRect))
+    {
         return nError;
+    }
     if (!pMem->CanHostWrite())
+    {
         return CL_INVALID_OPERATION;
+    }
     const SBox box = BoxOf(transfer.m_pRegion);
     return enqueue.Submit(CL_COMMAND_WRITE_BUFFER_RECT, transfer.m_bBlocking,
                           [=]
@@ -165,27 +187,37 @@ cl_int CopyRect(CEnqueue& enqueue, const SCopy& copy)
     CBuffer* pSource = nullptr;
     CBuffer* pTarget = nullptr;
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), copy.m_hSource, pSourceMem, pSource))
+    {
         return nError;
+    }
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), copy.m_hTarget, pTargetMem, pTarget))
+    {
         return nError;
+    }
     SRect source{}, target{};
     if (!IsRegion(copy.m_pRegion) ||
         MakeRect(copy.m_pSourceOrigin, copy.m_pRegion, copy.m_source.m_nRow, copy.m_source.m_nSlice, source) ||
         MakeRect(copy.m_pTargetOrigin, copy.m_pRegion, copy.m_target.m_nRow, copy.m_target.m_nSlice, target) ||
         !Inside(*pSource, source) || !Inside(*pTarget, target))
+    {
         return CL_INVALID_VALUE;
+    }
 
     const bool bSamePitches =
         source.m_pitches.m_nRow == target.m_pitches.m_nRow && source.m_pitches.m_nSlice == target.m_pitches.m_nSlice;
     if (pSource == pTarget && !bSamePitches)
+    {
         return CL_INVALID_VALUE;
+    }
     const size_t nSource = pSource->GetOffset() + source.m_nFirst;
     const size_t nTarget = pTarget->GetOffset() + target.m_nFirst;
     const bool bMeet =
         bSamePitches ? BoxesMeet(source.m_pitches, nSource, nTarget, copy.m_pRegion)
                      : RangesMeet(nSource, source.m_nEnd - source.m_nFirst, nTarget, target.m_nEnd - target.m_nFirst);
     if (pSource->GetStorage() == pTarget->GetStorage() && bMeet)
+    {
         return CL_MEM_COPY_OVERLAP;
+    }
 
     const SBox box = BoxOf(copy.m_pRegion);
     return enqueue.Submit(CL_COMMAND_COPY_BUFFER_RECT, false,

@@ -67,7 +67,9 @@ void Serve(unsigned int nThread)
 void EnsureServed(SState& state)
 {
     if (state.m_nServing != 0)
+    {
         return;
+    }
     const unsigned int nThread = state.m_nStarted + 1;
     std::thread(Serve, nThread).detach();
     state.m_nStarted = nThread;
@@ -88,14 +90,20 @@ void CCallbackThread::Post(std::function<void()> callback)
 void CCallbackThread::BeforeWait()
 {
     if (t_nCallbackThread == 0)
+    {
         return;
+    }
     SState& state = State();
     std::lock_guard<std::mutex> lock(state.m_mutex);
     if (state.m_nServing != t_nCallbackThread)
+    {
         return;
+    }
     state.m_nServing = 0;
     if (!state.m_posted.empty())
+    {
         EnsureServed(state);
+    }
 }
 
 } // namespace KestrelPlatform::Runtime

@@ -45,7 +45,9 @@ cl_int WaitForAll(const std::vector<CRef<CEvent>>& vEvents)
 {
     bool bFailed = false;
     for (const CRef<CEvent>& pEvent : vEvents)
+    {
         bFailed |= pEvent->Wait() < 0;
+    }
     return bFailed ? CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST : CL_SUCCESS;
 }
 
@@ -61,12 +63,18 @@ cl_int CreateQueue(cl_context hContext, cl_device_id hDevice, cl_command_queue_p
 {
     CRef<CContext> pContext = Lookup<CContext>(hContext);
     if (!pContext)
+    {
         return CL_INVALID_CONTEXT;
+    }
     CRef<CDevice> pDevice = Lookup<CDevice>(hDevice);
     if (!pDevice || !pContext->HasDevice(*pDevice))
+    {
         return CL_INVALID_DEVICE;
+    }
     if (const cl_int nError = CheckProperties(nProperties))
+    {
         return nError;
+    }
     hQueue = GiveToClient(MakeObject<CCommandQueue>(std::move(pContext), std::move(pDevice), nProperties));
     return CL_SUCCESS;
 }
@@ -102,7 +110,9 @@ void CCommandQueue::Expect()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_bThread)
+    {
         StartThread();
+    }
     ++m_nExpected;
 }
 
@@ -125,39 +135,57 @@ void CCommandQueue::Push(std::unique_ptr<SCommand> pCommand, bool bWaits) noexce
     std::unique_lock<std::mutex> lock(m_mutex);
     SCommand* pNew = pCommand.get();
     if (m_pLast)
+    {
         m_pLast->m_pNext = std::move(pCommand);
+    }
     else
+    {
         m_pFirst = std::move(pCommand);
+    }
     m_pLast = pNew;
     --m_nExpected;
     ++m_nHandedOver;
     if (pNew->m_bInstant && m_pFirst.get() == pNew && !m_bRunning && CanRunOnAnyThread())
+    {
         RunFirst(lock);
+    }
     else if (!bWaits || !CanRunOnAnyThread())
+    {
         m_wake.notify_one();
+    }
 }
 
 void CCommandQueue::Flush()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     for (SCommand* pCommand = m_pFirst.get(); pCommand; pCommand = pCommand->m_pNext.get())
+    {
         pCommand->m_pEvent->SetStatus(CL_SUBMITTED);
+    }
 }
 
 cl_int CCommandQueue::Finish()
 {
     if (IsOwnThread())
+    {
         return CL_INVALID_OPERATION;
+    }
     std::unique_lock<std::mutex> lock(m_mutex);
     const cl_ulong nLast = m_nHandedOver;
     if (m_nEnded < nLast)
+    {
         CCallbackThread::BeforeWait();
+    }
     while (m_nEnded < nLast)
     {
         if (CanRunOnAnyThread() && !m_bRunning)
+        {
             RunFirst(lock);
+        }
         else if (!HelpRunning(lock) && m_nEnded < nLast)
+        {
             m_ended.wait(lock);
+        }
     }
     return std::exchange(m_bCommandFailed, false) ? CL_OUT_OF_RESOURCES : CL_SUCCESS;
 }
@@ -169,9 +197,13 @@ void CCommandQueue::RunUntilEnded(const CEvent& event)
     {
         CCallbackThread::BeforeWait();
         if (CanRunOnAnyThread() && !m_bRunning && m_pFirst)
+        {
             RunFirst(lock);
+        }
         else if (!HelpRunning(lock))
+        {
             return;
+        }
     }
 }
 
@@ -180,7 +212,9 @@ void CCommandQueue::RunUntilEnded(const CEvent& event)
 bool CCommandQueue::HelpRunning(std::unique_lock<std::mutex>& lock)
 {
     if (!m_bRunning)
+    {
         return false;
+    }
     lock.unlock();
     const bool bHelped = CWorkerPool::Get().HelpWhile(m_bRunning, this);
     lock.lock();
@@ -196,7 +230,9 @@ bool CCommandQueue::IsOwnThread() const
 {
     const SOwnQueue* pOwn = t_pOwnQueues;
     while (pOwn && &pOwn->queue != this)
+    {
         pOwn = pOwn->pOuter;
+    }
     return pOwn != nullptr;
 }
 
@@ -205,7 +241,9 @@ void CCommandQueue::OnLastClientRelease()
     std::lock_guard<std::mutex> lock(m_mutex);
     m_bClosing = true;
     if (m_bThread)
+    {
         m_closing.emplace();
+    }
     m_wake.notify_one();
 }
 
@@ -215,7 +253,9 @@ std::unique_ptr<SCommand> CCommandQueue::TakeFirst()
     std::unique_ptr<SCommand> pCommand = std::move(m_pFirst);
     m_pFirst = std::move(pCommand->m_pNext);
     if (!m_pFirst)
+    {
         m_pLast = nullptr;
+    }
     return pCommand;
 }
 
@@ -230,7 +270,9 @@ void CCommandQueue::RunFirst(std::unique_lock<std::mutex>& lock)
     const cl_int nWaited = WaitForAll(pCommand->m_vWaitList);
     const cl_int nResult = nWaited != CL_SUCCESS ? nWaited : Execute(*pCommand);
     if (nResult < 0 && pCommand->m_undo)
+    {
         pCommand->m_undo();
+    }
     // Whoever the end of the event wakes finds everything released that the command held.
     pCommand->m_run = nullptr;
     pCommand->m_undo = nullptr;
@@ -244,10 +286,14 @@ void CCommandQueue::RunFirst(std::unique_lock<std::mutex>& lock)
     ++m_nEnded;
     m_ended.notify_all();
     if (m_bClosing && !m_pFirst && m_nExpected == 0)
+    {
         m_closing = std::move(ending);
+    }
     // The queue's thread takes over what is left.
     if (m_pFirst || m_bClosing)
+    {
         m_wake.notify_one();
+    }
 }
 
 std::optional<CActivity> CCommandQueue::Work()
@@ -259,10 +305,14 @@ std::optional<CActivity> CCommandQueue::Work()
         while (!isDue())
         {
             if (!HelpRunning(lock) && !isDue())
+            {
                 m_wake.wait(lock);
+            }
         }
         if (!m_pFirst)
+        {
             break;
+        }
         RunFirst(lock);
     }
     m_bThread = false;
@@ -278,7 +328,9 @@ cl_int CCommandQueue::Execute(SCommand& command)
     const bool bDealtWith = pHook && pHook(HandleOf(command.m_pEvent), &nResult) == 1;
     event.SetStatus(CL_RUNNING);
     if (bDealtWith)
+    {
         return nResult;
+    }
     try
     {
         return command.m_run();
@@ -317,7 +369,9 @@ cl_command_queue CL_API_CALL clCreateCommandQueueWithProperties(cl_context conte
                                                 pPair += 2)
                                            {
                                                if (pPair[0] != CL_QUEUE_PROPERTIES)
+                                               {
                                                    return CL_INVALID_VALUE;
+                                               }
                                                nProperties = pPair[1];
                                            }
                                            return CreateQueue(context, device, nProperties, hQueue);
@@ -342,7 +396,9 @@ cl_int CL_API_CALL clGetCommandQueueInfo(cl_command_queue command_queue, cl_comm
                    {
                        const CRef<CCommandQueue> pQueue = Lookup<CCommandQueue>(command_queue);
                        if (!pQueue)
+                       {
                            return CL_INVALID_COMMAND_QUEUE;
+                       }
                        return pQueue->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
                    });
 }
@@ -365,7 +421,9 @@ cl_int CL_API_CALL clFlush(cl_command_queue command_queue)
                    {
                        const CRef<CCommandQueue> pQueue = Lookup<CCommandQueue>(command_queue);
                        if (!pQueue)
+                       {
                            return CL_INVALID_COMMAND_QUEUE;
+                       }
                        pQueue->Flush();
                        return CL_SUCCESS;
                    });

@@ -29,7 +29,9 @@ cl_int ReadProperty(cl_context_properties nName, cl_context_properties nValue, S
         return nValue == CL_TRUE || nValue == CL_FALSE ? CL_SUCCESS : CL_INVALID_PROPERTY;
     case s_nContextInterceptHook:
         if (!IsExtensionEnabled("cl_ovk_event_callback"))
+        {
             return CL_INVALID_PROPERTY;
+        }
         properties.m_pInterceptHook = reinterpret_cast<InterceptHook>(nValue);
         return CL_SUCCESS;
     default:
@@ -40,14 +42,22 @@ cl_int ReadProperty(cl_context_properties nName, cl_context_properties nValue, S
 cl_int ReadProperties(const cl_context_properties* pList, SContextProperties& properties)
 {
     if (!pList)
+    {
         return CL_SUCCESS;
+    }
     for (; *pList != 0; pList += 2)
     {
         for (size_t i = 0; i < properties.m_vList.size(); i += 2)
+        {
             if (properties.m_vList[i] == pList[0])
+            {
                 return CL_INVALID_PROPERTY;
+            }
+        }
         if (const cl_int nError = ReadProperty(pList[0], pList[1], properties))
+        {
             return nError;
+        }
         properties.m_vList.insert(properties.m_vList.end(), pList, pList + 2);
     }
     properties.m_vList.push_back(0);
@@ -58,9 +68,13 @@ std::vector<CRef<CDevice>> WithoutDoubles(const std::vector<CRef<CDevice>>& vDev
 {
     std::vector<CRef<CDevice>> vUnique;
     for (const CRef<CDevice>& pDevice : vDevices)
+    {
         if (std::none_of(vUnique.begin(), vUnique.end(),
                          [&](const CRef<CDevice>& pOther) { return pOther.Get() == pDevice.Get(); }))
+        {
             vUnique.push_back(pDevice);
+        }
+    }
     return vUnique;
 }
 
@@ -68,10 +82,14 @@ cl_int CreateContext(const cl_context_properties* pList, const std::vector<CRef<
                      ContextNotify pNotify, void* pUser, cl_context& hContext)
 {
     if (!pNotify && pUser)
+    {
         return CL_INVALID_VALUE;
+    }
     SContextProperties properties;
     if (const cl_int nError = ReadProperties(pList, properties))
+    {
         return nError;
+    }
     hContext = GiveToClient(MakeObject<CContext>(WithoutDoubles(vDevices), std::move(properties.m_vList),
                                                  properties.m_pInterceptHook, pNotify, pUser));
     return CL_SUCCESS;
@@ -102,7 +120,9 @@ cl_ulong CContext::GetMaxAllocation() const
 {
     cl_ulong nMax = 0;
     for (const CRef<CDevice>& pDevice : m_vDevices)
+    {
         nMax = std::max(nMax, pDevice->GetTraits().m_nMaxAllocation);
+    }
     return nMax;
 }
 
@@ -126,7 +146,9 @@ cl_int CContext::GetInfo(cl_context_info eInfo, const SInfoQuery& query) const
 void CContext::Report(const std::string& strText)
 {
     if (!m_pNotify)
+    {
         return;
+    }
     CCallbackThread::Post([pSelf = CRef<CContext>(this), strText]
                           { pSelf->m_pNotify(strText.c_str(), nullptr, 0, pSelf->m_pNotifyUser); });
 }
@@ -144,7 +166,9 @@ cl_context CL_API_CALL clCreateContext(const cl_context_properties* properties, 
                                  {
                                      std::vector<CRef<CDevice>> vDevices;
                                      if (const cl_int nError = ReadDeviceList(num_devices, devices, vDevices))
+                                     {
                                          return nError;
+                                     }
                                      return CreateContext(properties, vDevices, pfn_notify, user_data, hContext);
                                  });
 }
@@ -157,7 +181,9 @@ cl_context CL_API_CALL clCreateContextFromType(const cl_context_properties* prop
                                  {
                                      std::vector<CRef<CDevice>> vDevices;
                                      if (const cl_int nError = FindDevicesOfType(device_type, vDevices))
+                                     {
                                          return nError;
+                                     }
                                      return CreateContext(properties, vDevices, pfn_notify, user_data, hContext);
                                  });
 }
@@ -180,7 +206,9 @@ cl_int CL_API_CALL clGetContextInfo(cl_context context, cl_context_info param_na
                    {
                        const CRef<CContext> pContext = Lookup<CContext>(context);
                        if (!pContext)
+                       {
                            return CL_INVALID_CONTEXT;
+                       }
                        return pContext->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
                    });
 }

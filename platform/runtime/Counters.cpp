@@ -41,7 +41,9 @@ void CountObject(EObjectKind eKind, int nChange)
 {
     const EPlatformCounter eCounter = s_objectCounters[static_cast<size_t>(eKind)];
     if (eCounter != PLATFORM_COUNTER_LAST)
+    {
         Count(eCounter, static_cast<cl_ulong>(static_cast<cl_long>(nChange)));
+    }
 }
 
 void Count(EPlatformCounter eCounter, cl_ulong nChange)
@@ -52,16 +54,22 @@ void Count(EPlatformCounter eCounter, cl_ulong nChange)
 cl_ulong GetCounterValue(EPlatformCounter eCounter)
 {
     if (static_cast<unsigned int>(eCounter) >= PLATFORM_COUNTER_LAST)
+    {
         return 0;
+    }
     if (eCounter >= PLATFORM_COUNTER_CONTEXTS)
+    {
         CActivity::WaitUntilQuiet();
+    }
     return Counters().m_values[eCounter].load();
 }
 
 void ClearRunningCounters()
 {
     for (int i = 0; i < PLATFORM_COUNTER_CONTEXTS; ++i)
+    {
         Counters().m_values[i].store(0);
+    }
 }
 
 CActivity::CActivity()
@@ -82,7 +90,9 @@ CActivity& CActivity::operator=(CActivity&& other) noexcept
 CActivity::~CActivity()
 {
     if (!m_bHeld)
+    {
         return;
+    }
     SCounters& counters = Counters();
     std::lock_guard<std::mutex> lock(counters.m_mutex);
     --counters.m_nActivities;

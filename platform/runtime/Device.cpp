@@ -32,12 +32,16 @@ SDeviceTarget CDevice::GetTarget() const
 cl_int ReadDeviceList(cl_uint nDevices, const cl_device_id* phDevices, std::vector<CRef<CDevice>>& vDevices)
 {
     if (nDevices == 0 || !phDevices)
+    {
         return CL_INVALID_VALUE;
+    }
     for (cl_uint i = 0; i < nDevices; ++i)
     {
         CRef<CDevice> pDevice = Lookup<CDevice>(phDevices[i]);
         if (!pDevice)
+        {
             return CL_INVALID_DEVICE;
+        }
         vDevices.push_back(std::move(pDevice));
     }
     return CL_SUCCESS;
@@ -46,13 +50,17 @@ cl_int ReadDeviceList(cl_uint nDevices, const cl_device_id* phDevices, std::vect
 cl_int FindDevicesOfType(cl_device_type nType, std::vector<CRef<CDevice>>& vDevices)
 {
     if (!IsDeviceType(nType))
+    {
         return CL_INVALID_DEVICE_TYPE;
+    }
     const std::vector<CRef<CDevice>>& vAll = CPlatform::Get().GetDevices();
     for (const CRef<CDevice>& pDevice : vAll)
     {
         const cl_device_type nDefault = pDevice.Get() == vAll.front().Get() ? CL_DEVICE_TYPE_DEFAULT : 0;
         if ((nType & (pDevice->GetTraits().m_nType | nDefault)) != 0)
+        {
             vDevices.push_back(pDevice);
+        }
     }
     return vDevices.empty() ? CL_DEVICE_NOT_FOUND : CL_SUCCESS;
 }
@@ -61,7 +69,9 @@ std::vector<cl_device_id> HandlesOf(const std::vector<CRef<CDevice>>& vDevices)
 {
     std::vector<cl_device_id> vhDevices;
     for (const CRef<CDevice>& pDevice : vDevices)
+    {
         vhDevices.push_back(HandleOf(pDevice));
+    }
     return vhDevices;
 }
 
@@ -76,16 +86,26 @@ cl_int CL_API_CALL clGetDeviceIDs(cl_platform_id platform, cl_device_type device
                    [&]() -> cl_int
                    {
                        if (!IsPlatform(platform))
+                       {
                            return CL_INVALID_PLATFORM;
+                       }
                        if ((devices && num_entries == 0) || (!devices && !num_devices))
+                       {
                            return CL_INVALID_VALUE;
+                       }
                        std::vector<CRef<CDevice>> vDevices;
                        if (const cl_int nError = FindDevicesOfType(device_type, vDevices))
+                       {
                            return nError;
+                       }
                        for (size_t i = 0; devices && i < vDevices.size() && i < num_entries; ++i)
+                       {
                            devices[i] = HandleOf(vDevices[i]);
+                       }
                        if (num_devices)
+                       {
                            *num_devices = static_cast<cl_uint>(vDevices.size());
+                       }
                        return CL_SUCCESS;
                    });
 }
@@ -98,7 +118,9 @@ cl_int CL_API_CALL clGetDeviceInfo(cl_device_id device, cl_device_info param_nam
                    {
                        const CRef<CDevice> pDevice = Lookup<CDevice>(device);
                        if (!pDevice)
+                       {
                            return CL_INVALID_DEVICE;
+                       }
                        return pDevice->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
                    });
 }

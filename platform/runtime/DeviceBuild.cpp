@@ -91,7 +91,9 @@ SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SD
                                       before.m_pDevice, options);
     // A program that was made of an image keeps it, so that it can be built again.
     if (after.m_eStatus != CL_BUILD_SUCCESS && !source)
+    {
         after.m_pImage = before.m_pImage;
+    }
     return after;
 }
 
@@ -112,7 +114,9 @@ cl_int ReadOptions(const char* pszOptions, OptionReader pRead, cl_int nInvalid, 
 void PostNotify(const CRef<CProgramObject>& pProgram, ProgramNotify pNotify, void* pUser)
 {
     if (pNotify)
+    {
         CCallbackThread::Post([pProgram, pNotify, pUser] { pNotify(HandleOf(pProgram), pUser); });
+    }
 }
 
 } // namespace KestrelPlatform::Runtime

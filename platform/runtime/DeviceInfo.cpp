@@ -24,7 +24,9 @@ std::string JoinLanguageExtensions()
 {
     std::string strList;
     for (const std::string_view name : s_LanguageExtensions)
+    {
         strList += std::string(name) + " ";
+    }
     return strList;
 }
 
@@ -94,11 +96,19 @@ constexpr SSizeConstant s_sizeConstants[] = {
 cl_int CDevice::GetInfo(cl_device_info eInfo, const SInfoQuery& query) const
 {
     for (const SConstant& constant : s_constants)
+    {
         if (constant.m_eInfo == eInfo)
+        {
             return query.Value(constant.m_nValue);
+        }
+    }
     for (const SSizeConstant& constant : s_sizeConstants)
+    {
         if (constant.m_eInfo == eInfo)
+        {
             return query.Value(constant.m_nValue);
+        }
+    }
 
     const std::string strBuild = "(" + std::to_string(GetBuildNumber()) + ".0)";
     switch (eInfo)

@@ -14,7 +14,9 @@ namespace
 void StoreInvalidOperation(cl_int* pnError)
 {
     if (pnError)
+    {
         *pnError = CL_INVALID_OPERATION;
+    }
 }
 
 template <class T>
@@ -52,7 +54,9 @@ template <class T>
 void FillUnsupported(T& pEntry)
 {
     if (!pEntry)
+    {
         pEntry = &SUnsupported<T>::Call;
+    }
 }
 
 void FillVersion20(cl_icd_dispatch& table)
@@ -118,9 +122,13 @@ void* FindExtensionFunction(const char* pszName)
         {KESTREL_PLATFORM_CONTROL, nullptr, reinterpret_cast<void*>(&kestrelPlatformControl)},
     };
     for (const SExtensionFunction& function : s_functions)
+    {
         if (std::strcmp(function.m_pszName, pszName) == 0)
+        {
             return !function.m_pszExtension || IsExtensionEnabled(function.m_pszExtension) ? function.m_pFunction
                                                                                            : nullptr;
+        }
+    }
     return nullptr;
 }
 

@@ -16,7 +16,9 @@ public:
     ~CUndo()
     {
         if (m_undo)
+        {
             m_undo();
+        }
     }
     std::function<void()> Take() { return std::exchange(m_undo, nullptr); }
 
@@ -46,7 +48,9 @@ bool IsInstant(cl_command_type eType)
 CEnqueue::~CEnqueue()
 {
     if (m_pCommand)
+    {
         m_pQueue->Push(std::move(m_pCommand));
+    }
 }
 
 cl_int CEnqueue::Open()
@@ -60,9 +64,13 @@ cl_int CEnqueue::MakeCommand(cl_command_type eType, bool bBlocking, std::unique_
     pCommand = std::make_unique<SCommand>();
     if (const cl_int nError =
             ReadWaitList(GetContext(), m_arguments.m_nWaits, m_arguments.m_phWaits, pCommand->m_vWaitList))
+    {
         return nError;
+    }
     if (bBlocking && m_pQueue->IsOwnThread())
+    {
         return CL_INVALID_OPERATION;
+    }
     pCommand->m_pEvent = MakeObject<CEvent>(CRef<CContext>(&GetContext()), m_pQueue, eType);
     m_pQueue->Expect();
     return CL_SUCCESS;
@@ -73,14 +81,20 @@ cl_int CEnqueue::Submit(cl_command_type eType, bool bBlocking, std::function<cl_
     CUndo undoing(std::move(undo));
     std::unique_ptr<SCommand> pCommand;
     if (const cl_int nError = MakeCommand(eType, bBlocking, pCommand))
+    {
         return nError;
+    }
     pCommand->m_run = std::move(run);
     pCommand->m_undo = undoing.Take();
     pCommand->m_bInstant = IsInstant(eType) && pCommand->m_vWaitList.empty();
     if (bBlocking)
+    {
         return SubmitBlocking(std::move(pCommand));
+    }
     if (m_arguments.m_phEvent)
+    {
         *m_arguments.m_phEvent = GiveToClient(pCommand->m_pEvent);
+    }
     m_pCommand = std::move(pCommand);
     return CL_SUCCESS;
 }
@@ -91,9 +105,13 @@ cl_int CEnqueue::SubmitBlocking(std::unique_ptr<SCommand> pCommand)
     m_pQueue->Push(std::move(pCommand), true);
     const cl_int nStatus = pEvent->WaitAndRun();
     if (nStatus < 0)
+    {
         return nStatus;
+    }
     if (m_arguments.m_phEvent)
+    {
         *m_arguments.m_phEvent = GiveToClient(pEvent);
+    }
     return CL_SUCCESS;
 }
 

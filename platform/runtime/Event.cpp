@@ -37,22 +37,34 @@ bool CEvent::SetStatus(cl_int nStatus)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_nStatus <= CL_COMPLETE || nStatus >= m_nStatus)
+    {
         return false;
+    }
     const cl_ulong nNow = Now();
     for (cl_int n = std::max(nStatus, CL_COMPLETE); n < m_nStatus; ++n)
+    {
         m_nTimes[n] = nNow;
+    }
     m_nStatus = nStatus;
 
     std::vector<SCallback> vLater;
     for (const SCallback& callback : m_vCallbacks)
+    {
         if (nStatus <= callback.m_nStatus)
+        {
             Post(callback, nStatus < 0 ? nStatus : callback.m_nStatus);
+        }
         else
+        {
             vLater.push_back(callback);
+        }
+    }
     m_vCallbacks.swap(vLater);
 
     if (nStatus <= CL_COMPLETE)
+    {
         m_ended.notify_all();
+    }
     return true;
 }
 
@@ -60,7 +72,9 @@ cl_int CEvent::Wait()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_nStatus > CL_COMPLETE)
+    {
         CCallbackThread::BeforeWait();
+    }
     m_ended.wait(lock, [this] { return m_nStatus <= CL_COMPLETE; });
     return m_nStatus;
 }
@@ -68,7 +82,9 @@ cl_int CEvent::Wait()
 cl_int CEvent::WaitAndRun()
 {
     if (m_pQueue)
+    {
         m_pQueue->RunUntilEnded(*this);
+    }
     return Wait();
 }
 
@@ -77,9 +93,13 @@ void CEvent::AddCallback(cl_int nStatus, EventNotify pNotify, void* pUser)
     const SCallback callback{nStatus, pNotify, pUser};
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_nStatus > nStatus)
+    {
         m_vCallbacks.push_back(callback);
+    }
     else
+    {
         Post(callback, m_nStatus < 0 ? m_nStatus : nStatus);
+    }
 }
 
 void CEvent::Post(const SCallback& callback, cl_int nStatus)
@@ -91,7 +111,9 @@ void CEvent::Post(const SCallback& callback, cl_int nStatus)
 void CEvent::OnLastClientRelease()
 {
     if (!m_pQueue)
+    {
         SetStatus(CL_INVALID_EVENT);
+    }
 }
 
 cl_int CEvent::GetInfo(cl_event_info eInfo, const SInfoQuery& query)
@@ -117,7 +139,9 @@ cl_int CEvent::GetProfilingInfo(cl_profiling_info eInfo, const SInfoQuery& query
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_pQueue || (m_pQueue->GetProperties() & CL_QUEUE_PROFILING_ENABLE) == 0 || m_nStatus != CL_COMPLETE)
+    {
         return CL_PROFILING_INFO_NOT_AVAILABLE;
+    }
     switch (eInfo)
     {
     case CL_PROFILING_COMMAND_QUEUED:
@@ -137,14 +161,20 @@ cl_int ReadWaitList(const CContext& context, cl_uint nEvents, const cl_event* ph
                     std::vector<CRef<CEvent>>& vEvents)
 {
     if ((nEvents == 0) != (phEvents == nullptr))
+    {
         return CL_INVALID_EVENT_WAIT_LIST;
+    }
     for (cl_uint i = 0; i < nEvents; ++i)
     {
         CRef<CEvent> pEvent = Lookup<CEvent>(phEvents[i]);
         if (!pEvent)
+        {
             return CL_INVALID_EVENT_WAIT_LIST;
+        }
         if (&pEvent->GetContext() != &context)
+        {
             return CL_INVALID_CONTEXT;
+        }
         vEvents.push_back(std::move(pEvent));
     }
     return CL_SUCCESS;
@@ -160,21 +190,31 @@ cl_int CL_API_CALL clWaitForEvents(cl_uint num_events, const cl_event* event_lis
                    [&]() -> cl_int
                    {
                        if (num_events == 0 || !event_list)
+                       {
                            return CL_INVALID_VALUE;
+                       }
                        std::vector<CRef<CEvent>> vEvents;
                        for (cl_uint i = 0; i < num_events; ++i)
                        {
                            vEvents.push_back(Lookup<CEvent>(event_list[i]));
                            if (!vEvents.back())
+                           {
                                return CL_INVALID_EVENT;
+                           }
                            if (&vEvents.back()->GetContext() != &vEvents.front()->GetContext())
+                           {
                                return CL_INVALID_CONTEXT;
+                           }
                            if (vEvents.back()->IsOnOwnThread())
+                           {
                                return CL_INVALID_OPERATION;
+                           }
                        }
                        bool bFailed = false;
                        for (const CRef<CEvent>& pEvent : vEvents)
+                       {
                            bFailed |= pEvent->WaitAndRun() < 0;
+                       }
                        return bFailed ? CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST : CL_SUCCESS;
                    });
 }
@@ -186,7 +226,9 @@ cl_event CL_API_CALL clCreateUserEvent(cl_context context, cl_int* errcode_ret)
                                {
                                    CRef<CContext> pContext = Lookup<CContext>(context);
                                    if (!pContext)
+                                   {
                                        return CL_INVALID_CONTEXT;
+                                   }
                                    hEvent = GiveToClient(
                                        MakeObject<CEvent>(std::move(pContext), CRef<CCommandQueue>(), CL_COMMAND_USER));
                                    return CL_SUCCESS;
@@ -200,9 +242,13 @@ cl_int CL_API_CALL clSetUserEventStatus(cl_event event, cl_int execution_status)
                    {
                        const CRef<CEvent> pEvent = Lookup<CEvent>(event);
                        if (!pEvent || pEvent->GetCommandType() != CL_COMMAND_USER)
+                       {
                            return CL_INVALID_EVENT;
+                       }
                        if (execution_status > CL_COMPLETE)
+                       {
                            return CL_INVALID_VALUE;
+                       }
                        return pEvent->SetStatus(execution_status) ? CL_SUCCESS : CL_INVALID_OPERATION;
                    });
 }
@@ -215,10 +261,14 @@ cl_int CL_API_CALL clSetEventCallback(cl_event event, cl_int command_exec_callba
                    {
                        const CRef<CEvent> pEvent = Lookup<CEvent>(event);
                        if (!pEvent)
+                       {
                            return CL_INVALID_EVENT;
+                       }
                        if (!pfn_notify || command_exec_callback_type < CL_COMPLETE ||
                            command_exec_callback_type > CL_SUBMITTED)
+                       {
                            return CL_INVALID_VALUE;
+                       }
                        pEvent->AddCallback(command_exec_callback_type, pfn_notify, user_data);
                        return CL_SUCCESS;
                    });
@@ -232,7 +282,9 @@ cl_int CL_API_CALL clGetEventInfo(cl_event event, cl_event_info param_name, size
                    {
                        const CRef<CEvent> pEvent = Lookup<CEvent>(event);
                        if (!pEvent)
+                       {
                            return CL_INVALID_EVENT;
+                       }
                        return pEvent->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
                    });
 }
@@ -246,7 +298,9 @@ cl_int CL_API_CALL clGetEventProfilingInfo(cl_event event, cl_profiling_info par
         {
             const CRef<CEvent> pEvent = Lookup<CEvent>(event);
             if (!pEvent)
+            {
                 return CL_INVALID_EVENT;
+            }
             return pEvent->GetProfilingInfo(param_name, {param_value_size, param_value, param_value_size_ret});
         });
 }

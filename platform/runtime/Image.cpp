@@ -6,16 +6,22 @@ namespace KestrelPlatform::Runtime
 size_t SImageShape::GetExtent(size_t nCoordinate) const
 {
     if (nCoordinate == 0)
+    {
         return m_nWidth;
+    }
     if (nCoordinate == 1)
+    {
         return m_eType == CL_MEM_OBJECT_IMAGE1D_ARRAY ? m_nArraySize : m_nHeight;
+    }
     return m_eType == CL_MEM_OBJECT_IMAGE2D_ARRAY ? m_nArraySize : m_nDepth;
 }
 
 SPitches SImageShape::GetCoordinatePitches(const SPitches& pitches) const
 {
     if (m_eType == CL_MEM_OBJECT_IMAGE1D_ARRAY)
+    {
         return {pitches.m_nSlice, pitches.m_nSlice};
+    }
     return pitches;
 }
 
@@ -28,12 +34,16 @@ size_t SImageShape::GetBytes() const
 bool SImageShape::HasRegion(const size_t* pOrigin, const size_t* pRegion) const
 {
     if (!pOrigin || !pRegion)
+    {
         return false;
+    }
     for (size_t i = 0; i < 3; ++i)
     {
         const size_t nExtent = GetExtent(i);
         if (pRegion[i] == 0 || pOrigin[i] > nExtent || pRegion[i] > nExtent - pOrigin[i])
+        {
             return false;
+        }
     }
     return true;
 }
@@ -50,14 +60,20 @@ cl_int SImageShape::GetHostPitches(const size_t* pRegion, size_t nRowPitch, size
     nRowPitch = nRowPitch != 0 ? nRowPitch : nTightRow;
     const bool bSlices = IsArray() || m_eType == CL_MEM_OBJECT_IMAGE3D;
     if (nRowPitch < nTightRow || (!bSlices && nSlicePitch != 0))
+    {
         return CL_INVALID_VALUE;
+    }
     const size_t nRows = m_eType == CL_MEM_OBJECT_IMAGE1D_ARRAY ? 1 : pRegion[1];
     size_t nTightSlice = 0;
     if (!MultiplyAdd(nRowPitch, nRows, 0, nTightSlice))
+    {
         return CL_INVALID_VALUE;
+    }
     nSlicePitch = nSlicePitch != 0 ? nSlicePitch : nTightSlice;
     if (nSlicePitch < nTightSlice)
+    {
         return CL_INVALID_VALUE;
+    }
     pitches = GetCoordinatePitches({nRowPitch, nSlicePitch});
     return CL_SUCCESS;
 }
@@ -115,7 +131,9 @@ cl_int FindImage(const CContext& context, cl_mem hImage, CRef<CMemObject>& pMem,
     pMem = Lookup<CMemObject>(hImage);
     pImage = pMem ? pMem->AsImage() : nullptr;
     if (!pImage)
+    {
         return CL_INVALID_MEM_OBJECT;
+    }
     return &pMem->GetContext() == &context ? CL_SUCCESS : CL_INVALID_CONTEXT;
 }
 

@@ -28,10 +28,14 @@ cl_int MakeRegion(const CContext& context, cl_mem hImage, const size_t* pOrigin,
                   SImageRegion& region)
 {
     if (const cl_int nError = FindImage(context, hImage, region.m_pMem, region.m_pImage))
+    {
         return nError;
+    }
     const SImageShape& shape = region.m_pImage->GetShape();
     if (!shape.HasRegion(pOrigin, pRegion))
+    {
         return CL_INVALID_VALUE;
+    }
     region.m_nOffset = shape.GetOffset(pOrigin);
     region.m_pitches = shape.GetCoordinatePitches(shape.m_pitches);
     region.m_box = shape.GetBox(pRegion);
@@ -53,9 +57,13 @@ cl_int PrepareTransfer(const CContext& context, const SHostTransfer& transfer, c
                        SPitches& host)
 {
     if (const cl_int nError = MakeRegion(context, transfer.m_hImage, transfer.m_pOrigin, transfer.m_pRegion, region))
+    {
         return nError;
+    }
     if (!pHost)
+    {
         return CL_INVALID_VALUE;
+    }
     return region.m_pImage->GetShape().GetHostPitches(transfer.m_pRegion, transfer.m_nRowPitch, transfer.m_nSlicePitch,
                                                       host);
 }
@@ -65,9 +73,13 @@ cl_int ReadImage(CEnqueue& enqueue, const SHostTransfer& transfer, void* pHost)
     SImageRegion region;
     SPitches host{};
     if (const cl_int nError = PrepareTransfer(enqueue.GetContext(), transfer, pHost, region, host))
+    {
         return nError;
+    }
     if (!region.m_pMem->CanHostRead())
+    {
         return CL_INVALID_OPERATION;
+    }
     return enqueue.Submit(CL_COMMAND_READ_IMAGE, transfer.m_bBlocking,
                           [region, pHost, host]
                           {
@@ -83,9 +95,13 @@ cl_int WriteImage(CEnqueue& enqueue, const SHostTransfer& transfer, const void* 
     SImageRegion region;
     SPitches host{};
     if (const cl_int nError = PrepareTransfer(enqueue.GetContext(), transfer, pHost, region, host))
+    {
         return nError;
+    }
     if (!region.m_pMem->CanHostWrite())
+    {
         return CL_INVALID_OPERATION;
+    }
     return enqueue.Submit(CL_COMMAND_WRITE_IMAGE, transfer.m_bBlocking,
                           [region, pHost, host]
                           {
@@ -104,8 +120,12 @@ bool SameFormat(const cl_image_format& a, const cl_image_format& b)
 bool RegionsMeet(const size_t* pOriginA, const size_t* pOriginB, const size_t* pRegion)
 {
     for (size_t i = 0; i < 3; ++i)
+    {
         if (pOriginA[i] >= pOriginB[i] + pRegion[i] || pOriginB[i] >= pOriginA[i] + pRegion[i])
+        {
             return false;
+        }
+    }
     return true;
 }
 
@@ -123,13 +143,21 @@ cl_int CopyImage(CEnqueue& enqueue, cl_mem hSource, cl_mem hTarget, const size_t
 {
     SImageRegion source, target;
     if (const cl_int nError = MakeRegion(enqueue.GetContext(), hSource, pSourceOrigin, pRegion, source))
+    {
         return nError;
+    }
     if (const cl_int nError = MakeRegion(enqueue.GetContext(), hTarget, pTargetOrigin, pRegion, target))
+    {
         return nError;
+    }
     if (!SameFormat(source.m_pImage->GetShape().m_format, target.m_pImage->GetShape().m_format))
+    {
         return CL_IMAGE_FORMAT_MISMATCH;
+    }
     if (source.m_pImage == target.m_pImage && RegionsMeet(pSourceOrigin, pTargetOrigin, pRegion))
+    {
         return CL_MEM_COPY_OVERLAP;
+    }
     return enqueue.Submit(
         CL_COMMAND_COPY_IMAGE, false,
         [source, target]
@@ -149,11 +177,17 @@ cl_int CopyImageToBuffer(CEnqueue& enqueue, cl_mem hImage, cl_mem hBuffer, const
     CRef<CMemObject> pMem;
     CBuffer* pBuffer = nullptr;
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), hBuffer, pMem, pBuffer))
+    {
         return nError;
+    }
     if (const cl_int nError = MakeRegion(enqueue.GetContext(), hImage, pOrigin, pRegion, region))
+    {
         return nError;
+    }
     if (!pBuffer->HasRange(nOffset, region.m_box.GetBytes()))
+    {
         return CL_INVALID_VALUE;
+    }
     return enqueue.Submit(CL_COMMAND_COPY_IMAGE_TO_BUFFER, false,
                           [region, pMem, nOffset]
                           {
@@ -170,11 +204,17 @@ cl_int CopyBufferToImage(CEnqueue& enqueue, cl_mem hBuffer, cl_mem hImage, size_
     CRef<CMemObject> pMem;
     CBuffer* pBuffer = nullptr;
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), hBuffer, pMem, pBuffer))
+    {
         return nError;
+    }
     if (const cl_int nError = MakeRegion(enqueue.GetContext(), hImage, pOrigin, pRegion, region))
+    {
         return nError;
+    }
     if (!pBuffer->HasRange(nOffset, region.m_box.GetBytes()))
+    {
         return CL_INVALID_VALUE;
+    }
     return enqueue.Submit(CL_COMMAND_COPY_BUFFER_TO_IMAGE, false,
                           [region, pMem, nOffset]
                           {
@@ -187,18 +227,26 @@ cl_int FillImage(CEnqueue& enqueue, cl_mem hImage, const void* pColor, const siz
 {
     SImageRegion region;
     if (const cl_int nError = MakeRegion(enqueue.GetContext(), hImage, pOrigin, pRegion, region))
+    {
         return nError;
+    }
     if (!pColor)
+    {
         return CL_INVALID_VALUE;
+    }
     const std::vector<unsigned char> vTexel = EncodeColor(region.m_pImage->GetShape().m_format, pColor);
     return enqueue.Submit(CL_COMMAND_FILL_IMAGE, false,
                           [region, vTexel]
                           {
                               for (size_t nSlice = 0; nSlice < region.m_box.m_nSlices; ++nSlice)
+                              {
                                   for (size_t nRow = 0; nRow < region.m_box.m_nRows; ++nRow)
+                                  {
                                       FillPattern(region.GetData() + nSlice * region.m_pitches.m_nSlice +
                                                       nRow * region.m_pitches.m_nRow,
                                                   region.m_box.m_nRowBytes, vTexel.data(), vTexel.size());
+                                  }
+                              }
                               Count(PLATFORM_COUNTER_BYTES_COPIED, region.m_box.GetBytes());
                               return CL_SUCCESS;
                           });

@@ -31,8 +31,12 @@ constexpr SImageType s_imageTypes[] = {
 const SImageType* FindImageType(cl_mem_object_type eType)
 {
     for (const SImageType& type : s_imageTypes)
+    {
         if (type.m_eType == eType)
+        {
             return &type;
+        }
+    }
     return nullptr;
 }
 
@@ -40,9 +44,13 @@ const SImageType* FindImageType(cl_mem_object_type eType)
 cl_int TakeDimension(size_t nValue, size_t nMax, size_t& nDimension)
 {
     if (nMax == 0)
+    {
         return CL_SUCCESS;
+    }
     if (nValue == 0)
+    {
         return CL_INVALID_IMAGE_DESCRIPTOR;
+    }
     nDimension = nValue;
     return nValue <= nMax ? CL_SUCCESS : CL_INVALID_IMAGE_SIZE;
 }
@@ -50,13 +58,17 @@ cl_int TakeDimension(size_t nValue, size_t nMax, size_t& nDimension)
 cl_int TakePitches(const cl_image_desc& desc, bool bHostPtr, SImageShape& shape)
 {
     if (!bHostPtr && (desc.image_row_pitch != 0 || desc.image_slice_pitch != 0))
+    {
         return CL_INVALID_IMAGE_DESCRIPTOR;
+    }
     const size_t nTightRow = shape.m_nWidth * shape.m_nTexel;
     shape.m_pitches.m_nRow = desc.image_row_pitch != 0 ? desc.image_row_pitch : nTightRow;
     size_t nTightSlice = 0;
     if (shape.m_pitches.m_nRow < nTightRow || shape.m_pitches.m_nRow % shape.m_nTexel != 0 ||
         !MultiplyAdd(shape.m_pitches.m_nRow, shape.m_nHeight, 0, nTightSlice))
+    {
         return CL_INVALID_IMAGE_DESCRIPTOR;
+    }
     const bool bSlices = shape.IsArray() || shape.m_eType == CL_MEM_OBJECT_IMAGE3D;
     const size_t nSlice = bSlices ? desc.image_slice_pitch : 0;
     shape.m_pitches.m_nSlice = nSlice != 0 ? nSlice : nTightSlice;
@@ -69,24 +81,38 @@ cl_int TakePitches(const cl_image_desc& desc, bool bHostPtr, SImageShape& shape)
 cl_int MakeShape(const cl_image_format* pFormat, const cl_image_desc* pDesc, bool bHostPtr, SImageShape& shape)
 {
     if (!pFormat)
+    {
         return CL_INVALID_IMAGE_FORMAT_DESCRIPTOR;
+    }
     if (const cl_int nError = CheckImageFormat(*pFormat))
+    {
         return nError;
+    }
     const SImageType* pType = pDesc ? FindImageType(pDesc->image_type) : nullptr;
     if (!pType || pDesc->num_mip_levels != 0 || pDesc->num_samples != 0 ||
         (pDesc->buffer != nullptr) != (pDesc->image_type == CL_MEM_OBJECT_IMAGE1D_BUFFER))
+    {
         return CL_INVALID_IMAGE_DESCRIPTOR;
+    }
     shape.m_eType = pDesc->image_type;
     shape.m_format = *pFormat;
     shape.m_nTexel = GetTexelSize(*pFormat);
     if (const cl_int nError = TakeDimension(pDesc->image_width, pType->m_nMaxWidth, shape.m_nWidth))
+    {
         return nError;
+    }
     if (const cl_int nError = TakeDimension(pDesc->image_height, pType->m_nMaxHeight, shape.m_nHeight))
+    {
         return nError;
+    }
     if (const cl_int nError = TakeDimension(pDesc->image_depth, pType->m_nMaxDepth, shape.m_nDepth))
+    {
         return nError;
+    }
     if (const cl_int nError = TakeDimension(pDesc->image_array_size, pType->m_nMaxArraySize, shape.m_nArraySize))
+    {
         return nError;
+    }
     return TakePitches(*pDesc, bHostPtr, shape);
 }
 
@@ -104,11 +130,17 @@ cl_int CreateOnBuffer(const CContext& context, const SImageShape& shape, cl_mem 
 {
     CRef<CMemObject> pBuffer = Lookup<CMemObject>(hBuffer);
     if (!pBuffer || !pBuffer->AsBuffer() || &pBuffer->GetContext() != &context)
+    {
         return CL_INVALID_IMAGE_DESCRIPTOR;
+    }
     if (const cl_int nError = InheritMemFlags(pBuffer->GetFlags(), nFlags))
+    {
         return nError;
+    }
     if (shape.GetBytes() > pBuffer->GetSize())
+    {
         return CL_INVALID_IMAGE_SIZE;
+    }
     pBuffer->MarkWritten(0, pBuffer->GetSize()); // who writes texels isn't followed
     hImage = GiveToClient(MakeObject<CImage>(std::move(pBuffer), shape, nFlags));
     return CL_SUCCESS;
@@ -119,30 +151,48 @@ cl_int CreateImage(cl_context hContext, cl_mem_flags nFlags, const cl_image_form
 {
     CRef<CContext> pContext = Lookup<CContext>(hContext);
     if (!pContext)
+    {
         return CL_INVALID_CONTEXT;
+    }
     if (const cl_int nError = CheckMemFlags(nFlags))
+    {
         return nError;
+    }
     SImageShape shape;
     if (const cl_int nError = MakeShape(pFormat, pDesc, pHostPtr != nullptr, shape))
+    {
         return nError;
+    }
     if (const cl_int nError = CheckHostPtr(nFlags, pHostPtr))
+    {
         return nError;
+    }
     if (shape.m_eType == CL_MEM_OBJECT_IMAGE1D_BUFFER)
+    {
         return CreateOnBuffer(*pContext, shape, pDesc->buffer, nFlags, hImage);
+    }
 
     // Only the client's own memory keeps the client's pitches.
     const SPitches host = shape.m_pitches;
     const bool bUse = (nFlags & CL_MEM_USE_HOST_PTR) != 0;
     if (!bUse)
+    {
         shape.m_pitches = {shape.m_nWidth * shape.m_nTexel, shape.m_nWidth * shape.m_nTexel * shape.m_nHeight};
+    }
     if (shape.GetBytes() > pContext->GetMaxAllocation())
+    {
         return CL_INVALID_IMAGE_SIZE;
+    }
     std::shared_ptr<CStorage> pStorage = CStorage::Create(*pContext, shape.GetBytes(), bUse ? pHostPtr : nullptr);
     if (!pStorage)
+    {
         return CL_MEM_OBJECT_ALLOCATION_FAILURE;
+    }
     const CRef<CImage> pImage = MakeObject<CImage>(std::move(pContext), shape, nFlags, pHostPtr, std::move(pStorage));
     if ((nFlags & CL_MEM_COPY_HOST_PTR) != 0)
+    {
         CopyFromHost(*pImage, pHostPtr, host);
+    }
     hImage = static_cast<cl_mem>(GiveToClient(pImage));
     return CL_SUCCESS;
 }
@@ -211,15 +261,23 @@ cl_int CL_API_CALL clGetSupportedImageFormats(cl_context context, cl_mem_flags f
                    [&]() -> cl_int
                    {
                        if (!Lookup<CContext>(context))
+                       {
                            return CL_INVALID_CONTEXT;
+                       }
                        if (CheckMemFlags(flags) != CL_SUCCESS || !FindImageType(image_type) ||
                            (image_formats && num_entries == 0))
+                       {
                            return CL_INVALID_VALUE;
+                       }
                        const std::vector<cl_image_format>& vFormats = GetImageFormats();
                        for (size_t i = 0; image_formats && i < vFormats.size() && i < num_entries; ++i)
+                       {
                            image_formats[i] = vFormats[i];
+                       }
                        if (num_image_formats)
+                       {
                            *num_image_formats = static_cast<cl_uint>(vFormats.size());
+                       }
                        return CL_SUCCESS;
                    });
 }
@@ -233,7 +291,9 @@ cl_int CL_API_CALL clGetImageInfo(cl_mem image, cl_image_info param_name, size_t
         {
             const CRef<CMemObject> pMem = Lookup<CMemObject>(image);
             if (!pMem || !pMem->AsImage())
+            {
                 return CL_INVALID_MEM_OBJECT;
+            }
             return pMem->AsImage()->GetImageInfo(param_name, {param_value_size, param_value, param_value_size_ret});
         });
 }

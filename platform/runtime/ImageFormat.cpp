@@ -119,7 +119,9 @@ size_t ColorIndex(char chChannel)
 int64_t RoundTo(double dValue, int64_t nMin, int64_t nMax)
 {
     if (std::isnan(dValue))
+    {
         return 0;
+    }
     const double dClamped = std::min(std::max(dValue, static_cast<double>(nMin)), static_cast<double>(nMax));
     return static_cast<int64_t>(std::nearbyint(dClamped));
 }
@@ -130,12 +132,18 @@ uint16_t ToHalf(float fValue)
     std::memcpy(&nBits, &fValue, sizeof(nBits));
     const auto nSign = static_cast<uint16_t>((nBits >> 16) & 0x8000u);
     if (std::isnan(fValue))
+    {
         return nSign | 0x7E00u;
+    }
     const float fAbsolute = std::fabs(fValue);
     if (fAbsolute >= 65520.0f)
+    {
         return nSign | 0x7C00u;
-    if (fAbsolute < 6.103515625e-5f) // below the least normal half: count in units of 2^-24
+    }
+    if (fAbsolute < 6.103515625e-5f)
+    { // below the least normal half: count in units of 2^-24
         return nSign | static_cast<uint16_t>(std::nearbyint(std::ldexp(fAbsolute, 24)));
+    }
     int nExponent = 0;
     const float fFraction = std::frexp(fAbsolute, &nExponent); // in [0.5, 1)
     const auto nMantissa = static_cast<uint32_t>(std::nearbyint(std::ldexp(fFraction, 11)));
@@ -159,7 +167,9 @@ int64_t ReadIntegerChannel(const SChannelType& type, const void* pColor, size_t 
 uint32_t EncodeChannel(const SChannelType& type, const void* pColor, size_t nIndex)
 {
     if (type.m_eClass == EClass::Signed || type.m_eClass == EClass::Unsigned)
+    {
         return static_cast<uint32_t>(ReadIntegerChannel(type, pColor, nIndex));
+    }
     const float fValue = static_cast<const cl_float*>(pColor)[nIndex];
     if (type.m_eClass == EClass::Normal)
     {
@@ -168,7 +178,9 @@ uint32_t EncodeChannel(const SChannelType& type, const void* pColor, size_t nInd
             RoundTo(static_cast<double>(fValue) * static_cast<double>(nMax), type.m_bSigned ? -nMax - 1 : 0, nMax));
     }
     if (type.m_nBytes == 2)
+    {
         return ToHalf(fValue);
+    }
     uint32_t nBits = 0;
     std::memcpy(&nBits, &fValue, sizeof(nBits));
     return nBits;
@@ -194,7 +206,9 @@ cl_int CheckImageFormat(const cl_image_format& format)
     const SChannelType* pType = FindType(format.image_channel_data_type);
     const SChannelOrder* pOrder = FindOrder(format.image_channel_order);
     if (!pType || !pOrder)
+    {
         return CL_INVALID_IMAGE_FORMAT_DESCRIPTOR;
+    }
     return GoTogether(*pOrder, *pType) ? CL_SUCCESS : CL_INVALID_IMAGE_FORMAT_DESCRIPTOR;
 }
 
@@ -212,9 +226,15 @@ const std::vector<cl_image_format>& GetImageFormats()
     {
         auto* pFormats = new std::vector<cl_image_format>;
         for (const SChannelOrder& order : s_orders)
+        {
             for (const SChannelType& type : s_types)
+            {
                 if (GoTogether(order, type))
+                {
                     pFormats->push_back({order.m_eOrder, type.m_eType});
+                }
+            }
+        }
         return pFormats;
     }();
     return s_vFormats;
@@ -235,7 +255,9 @@ std::vector<unsigned char> EncodeColor(const cl_image_format& format, const void
     {
         const size_t nIndex = ColorIndex(pszChannels[i]);
         if (nIndex == 4)
+        {
             continue;
+        }
         const uint32_t nBits = EncodeChannel(type, pColor, nIndex);
         std::memcpy(vTexel.data() + i * type.m_nBytes, &nBits, type.m_nBytes);
     }

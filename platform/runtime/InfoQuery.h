@@ -22,11 +22,17 @@ struct SInfoQuery
     cl_int Bytes(const void* pBytes, size_t nBytes) const
     {
         if (m_pValue && m_nSize < nBytes)
+        {
             return CL_INVALID_VALUE;
+        }
         if (m_pValue && nBytes != 0)
+        {
             std::memcpy(m_pValue, pBytes, nBytes);
+        }
         if (m_pnSizeRet)
+        {
             *m_pnSizeRet = nBytes;
+        }
         return CL_SUCCESS;
     }
 

@@ -23,10 +23,16 @@ bool SameArguments(const SCompiledKernel& a, const SCompiledKernel& b)
 std::shared_ptr<const SExecutableKernel> FindByName(const SDeviceProgram& part, const std::string& strName)
 {
     if (part.m_eStatus != CL_BUILD_SUCCESS || part.m_eBinaryType != CL_PROGRAM_BINARY_TYPE_EXECUTABLE)
+    {
         return nullptr;
+    }
     for (const auto& pKernel : part.m_vKernels)
+    {
         if (pKernel->m_compiled.strName == strName)
+        {
             return pKernel;
+        }
+    }
     return nullptr;
 }
 
@@ -49,9 +55,13 @@ cl_int CollectExecutables(const std::vector<SDeviceProgram>& vParts, const std::
     {
         std::shared_ptr<const SExecutableKernel> pKernel = FindByName(part, strName);
         if (!pKernel)
+        {
             continue;
+        }
         if (!executables.empty() && !SameArguments(executables.begin()->second->m_compiled, pKernel->m_compiled))
+        {
             return CL_INVALID_KERNEL_DEFINITION;
+        }
         executables.emplace(part.m_pDevice.Get(), std::move(pKernel));
     }
     return executables.empty() ? CL_INVALID_KERNEL_NAME : CL_SUCCESS;
@@ -61,15 +71,23 @@ cl_int CreateKernel(cl_program hProgram, const char* pszName, cl_kernel& hKernel
 {
     CRef<CProgramObject> pProgram = Lookup<CProgramObject>(hProgram);
     if (!pProgram)
+    {
         return CL_INVALID_PROGRAM;
+    }
     const std::vector<SDeviceProgram> vParts = pProgram->GetDevicePrograms();
     if (!HasExecutable(vParts))
+    {
         return CL_INVALID_PROGRAM_EXECUTABLE;
+    }
     if (!pszName)
+    {
         return CL_INVALID_VALUE;
+    }
     CKernel::Executables executables;
     if (const cl_int nError = CollectExecutables(vParts, pszName, executables))
+    {
         return nError;
+    }
     hKernel = GiveToClient(MakeObject<CKernel>(std::move(pProgram), std::move(executables)));
     return CL_SUCCESS;
 }
@@ -79,9 +97,15 @@ std::vector<std::string> CollectNames(const std::vector<SDeviceProgram>& vParts)
 {
     std::vector<std::string> vNames;
     for (const SDeviceProgram& part : vParts)
+    {
         for (const auto& pKernel : part.m_vKernels)
+        {
             if (std::find(vNames.begin(), vNames.end(), pKernel->m_compiled.strName) == vNames.end())
+            {
                 vNames.push_back(pKernel->m_compiled.strName);
+            }
+        }
+    }
     return vNames;
 }
 
@@ -89,33 +113,49 @@ cl_int CreateKernels(cl_program hProgram, cl_uint nKernels, cl_kernel* phKernels
 {
     const CRef<CProgramObject> pProgram = Lookup<CProgramObject>(hProgram);
     if (!pProgram)
+    {
         return CL_INVALID_PROGRAM;
+    }
     const std::vector<SDeviceProgram> vParts = pProgram->GetDevicePrograms();
     if (!HasExecutable(vParts))
+    {
         return CL_INVALID_PROGRAM_EXECUTABLE;
+    }
     const std::vector<std::string> vNames = CollectNames(vParts);
     if (phKernels && nKernels < vNames.size())
+    {
         return CL_INVALID_VALUE;
+    }
     std::vector<CRef<CKernel>> vKernels;
     for (const std::string& strName : vNames)
     {
         CKernel::Executables executables;
         if (CollectExecutables(vParts, strName, executables) == CL_SUCCESS && phKernels)
+        {
             vKernels.push_back(MakeObject<CKernel>(pProgram, std::move(executables)));
+        }
     }
     for (size_t i = 0; i < vKernels.size(); ++i)
+    {
         phKernels[i] = GiveToClient(vKernels[i]);
+    }
     if (pnKernels)
+    {
         *pnKernels = static_cast<cl_uint>(phKernels ? vKernels.size() : vNames.size());
+    }
     return CL_SUCCESS;
 }
 
 cl_int ReadValue(const SKernelArgument& argument, size_t nSize, const void* pValue, SArgumentValue& value)
 {
     if (!pValue)
+    {
         return CL_INVALID_ARG_VALUE;
+    }
     if (nSize != argument.nSize)
+    {
         return CL_INVALID_ARG_SIZE;
+    }
     const auto* pBytes = static_cast<const unsigned char*>(pValue);
     value.m_vBytes.assign(pBytes, pBytes + nSize);
     return CL_SUCCESS;
@@ -124,9 +164,13 @@ cl_int ReadValue(const SKernelArgument& argument, size_t nSize, const void* pVal
 cl_int ReadLocal(size_t nSize, const void* pValue, SArgumentValue& value)
 {
     if (pValue)
+    {
         return CL_INVALID_ARG_VALUE;
+    }
     if (nSize == 0)
+    {
         return CL_INVALID_ARG_SIZE;
+    }
     value.m_nLocalBytes = nSize;
     return CL_SUCCESS;
 }
@@ -134,14 +178,20 @@ cl_int ReadLocal(size_t nSize, const void* pValue, SArgumentValue& value)
 cl_int ReadSampler(const CContext& context, size_t nSize, const void* pValue, SArgumentValue& value)
 {
     if (!pValue)
+    {
         return CL_INVALID_ARG_VALUE;
+    }
     if (nSize != sizeof(cl_sampler))
+    {
         return CL_INVALID_ARG_SIZE;
+    }
     cl_sampler hSampler = nullptr;
     std::memcpy(&hSampler, pValue, sizeof(hSampler));
     const CRef<CSampler> pSampler = Lookup<CSampler>(hSampler);
     if (!pSampler || &pSampler->GetContext() != &context)
+    {
         return CL_INVALID_SAMPLER;
+    }
     value.m_sampler = pSampler->GetBinding();
     return CL_SUCCESS;
 }
@@ -150,7 +200,9 @@ cl_int ReadSampler(const CContext& context, size_t nSize, const void* pValue, SA
 bool FitsAccess(const SKernelArgument& argument, const CMemObject& mem)
 {
     if (argument.eKind != SKernelArgument::Image)
+    {
         return true;
+    }
     const cl_mem_flags nRefused = argument.eAccess == SKernelArgument::ReadOnly    ? CL_MEM_WRITE_ONLY
                                   : argument.eAccess == SKernelArgument::WriteOnly ? CL_MEM_READ_ONLY
                                                                                    : 0;
@@ -163,15 +215,23 @@ cl_int ReadMem(const CContext& context, const SKernelArgument& argument, size_t 
 {
     const bool bImage = argument.eKind == SKernelArgument::Image;
     if (nSize != sizeof(cl_mem))
+    {
         return CL_INVALID_ARG_SIZE;
+    }
     if (!pValue)
+    {
         return bImage ? CL_INVALID_ARG_VALUE : CL_SUCCESS;
+    }
     std::memcpy(&value.m_hMem, pValue, sizeof(value.m_hMem));
     if (!value.m_hMem)
+    {
         return CL_SUCCESS;
+    }
     const CRef<CMemObject> pMem = Lookup<CMemObject>(value.m_hMem);
     if (!pMem || &pMem->GetContext() != &context || (pMem->AsImage() != nullptr) != bImage)
+    {
         return CL_INVALID_MEM_OBJECT;
+    }
     value.m_nMemId = pMem->GetId();
     return FitsAccess(argument, *pMem) ? CL_SUCCESS : CL_INVALID_ARG_VALUE;
 }
@@ -204,7 +264,9 @@ const std::vector<SKernelArgument>& CKernel::GetArguments() const
 cl_int CKernel::SetArgument(cl_uint nIndex, size_t nSize, const void* pValue)
 {
     if (nIndex >= GetArguments().size())
+    {
         return CL_INVALID_ARG_INDEX;
+    }
     const SKernelArgument& argument = GetArguments()[nIndex];
     SArgumentValue value;
     value.m_bSet = true;
@@ -228,7 +290,9 @@ cl_int CKernel::SetArgument(cl_uint nIndex, size_t nSize, const void* pValue)
         break;
     }
     if (nError != CL_SUCCESS)
+    {
         return nError;
+    }
     std::lock_guard<std::mutex> lock(m_mutex);
     m_vValues[nIndex] = std::move(value);
     return CL_SUCCESS;

@@ -13,12 +13,18 @@ cl_int EnqueueKernel(CEnqueue& enqueue, cl_kernel hKernel, const SIndexSpace& sp
 {
     const CRef<CKernel> pKernel = Lookup<CKernel>(hKernel);
     if (!pKernel)
+    {
         return CL_INVALID_KERNEL;
+    }
     if (&pKernel->GetContext() != &enqueue.GetContext())
+    {
         return CL_INVALID_CONTEXT;
+    }
     auto pPrepared = std::make_shared<SPreparedLaunch>();
     if (const cl_int nError = PrepareLaunch(*pKernel, enqueue.GetQueue().GetDevice(), space, *pPrepared))
+    {
         return nError;
+    }
     pPrepared->m_launch.pOwner = &enqueue.GetQueue();
     return enqueue.Submit(eType, false, [pPrepared] { return RunPrepared(*pPrepared); });
 }
@@ -52,13 +58,19 @@ cl_int ReplaceMems(const CContext& context, const SNativeCall& call, std::vector
     {
         vMems.push_back(Lookup<CMemObject>(call.m_phMems[i]));
         if (call.m_phMems[i] && (!vMems.back() || &vMems.back()->GetContext() != &context))
+        {
             return CL_INVALID_MEM_OBJECT;
+        }
         const size_t nPlace =
             reinterpret_cast<uintptr_t>(call.m_ppPlaces[i]) - reinterpret_cast<uintptr_t>(call.m_pArguments);
         if (nPlace > vArguments.size() || vArguments.size() - nPlace < sizeof(void*))
+        {
             return CL_INVALID_VALUE;
+        }
         if (vMems.back())
+        {
             vMems.back()->MarkWritten(0, vMems.back()->GetSize());
+        }
         void* pData = vMems.back() ? vMems.back()->GetData() : nullptr;
         std::memcpy(vArguments.data() + nPlace, &pData, sizeof(pData));
     }
@@ -68,14 +80,20 @@ cl_int ReplaceMems(const CContext& context, const SNativeCall& call, std::vector
 cl_int EnqueueNative(CEnqueue& enqueue, const SNativeCall& call)
 {
     if (!IsWellFormed(call))
+    {
         return CL_INVALID_VALUE;
+    }
     if (!enqueue.GetQueue().GetDevice().GetTraits().m_bNativeKernels)
+    {
         return CL_INVALID_OPERATION;
+    }
     const auto* pBytes = static_cast<const unsigned char*>(call.m_pArguments);
     std::vector<unsigned char> vArguments(pBytes, pBytes + call.m_nArguments);
     std::vector<CRef<CMemObject>> vMems;
     if (const cl_int nError = ReplaceMems(enqueue.GetContext(), call, vArguments, vMems))
+    {
         return nError;
+    }
     return enqueue.Submit(CL_COMMAND_NATIVE_KERNEL, false,
                           [pFunction = call.m_pFunction, vArguments, vMems]() mutable
                           {

@@ -32,7 +32,9 @@ cl_kernel_arg_address_qualifier GetAddressQualifier(const SKernelArgument& argum
 cl_kernel_arg_access_qualifier GetAccessQualifier(const SKernelArgument& argument)
 {
     if (argument.eKind != SKernelArgument::Image)
+    {
         return CL_KERNEL_ARG_ACCESS_NONE;
+    }
     switch (argument.eAccess)
     {
     case SKernelArgument::ReadOnly:
@@ -49,11 +51,17 @@ cl_kernel_arg_type_qualifier GetTypeQualifier(const SKernelArgument& argument)
 {
     cl_kernel_arg_type_qualifier nQualifier = CL_KERNEL_ARG_TYPE_NONE;
     if (argument.bSourceConst || (argument.eKind == SKernelArgument::ConstantPointer && argument.strSourceType.empty()))
+    {
         nQualifier |= CL_KERNEL_ARG_TYPE_CONST;
+    }
     if (argument.bRestrict)
+    {
         nQualifier |= CL_KERNEL_ARG_TYPE_RESTRICT;
+    }
     if (argument.bVolatile)
+    {
         nQualifier |= CL_KERNEL_ARG_TYPE_VOLATILE;
+    }
     return nQualifier;
 }
 
@@ -66,7 +74,9 @@ bool IsPointer(const SKernelArgument& argument)
 std::string GetAttributes(const SCompiledKernel& kernel)
 {
     if (!kernel.strAttributes.empty() || kernel.nRequiredGroupSize[0] == 0)
+    {
         return kernel.strAttributes;
+    }
     return "reqd_work_group_size(" + std::to_string(kernel.nRequiredGroupSize[0]) + "," +
            std::to_string(kernel.nRequiredGroupSize[1]) + "," + std::to_string(kernel.nRequiredGroupSize[2]) + ")";
 }
@@ -98,7 +108,9 @@ cl_int CKernel::GetInfo(cl_kernel_info eInfo, const SInfoQuery& query)
 cl_int CKernel::GetArgumentInfo(cl_uint nIndex, cl_kernel_arg_info eInfo, const SInfoQuery& query) const
 {
     if (nIndex >= GetArguments().size())
+    {
         return CL_INVALID_ARG_INDEX;
+    }
     const SKernelArgument& argument = GetArguments()[nIndex];
     switch (eInfo)
     {
@@ -121,10 +133,14 @@ cl_int CKernel::GetArgumentInfo(cl_uint nIndex, cl_kernel_arg_info eInfo, const 
 cl_int CKernel::GetWorkGroupInfo(const CDevice* pDevice, cl_kernel_work_group_info eInfo, const SInfoQuery& query) const
 {
     if (!pDevice && m_executables.size() != 1)
+    {
         return CL_INVALID_DEVICE;
+    }
     const auto pExecutable = pDevice ? GetExecutable(*pDevice) : m_executables.begin()->second;
     if (!pExecutable)
+    {
         return CL_INVALID_DEVICE;
+    }
     const SCompiledKernel& compiled = pExecutable->m_compiled;
     switch (eInfo)
     {
@@ -137,7 +153,9 @@ cl_int CKernel::GetWorkGroupInfo(const CDevice* pDevice, cl_kernel_work_group_in
     {
         cl_ulong nBytes = compiled.nStaticLocalBytes;
         for (const SArgumentValue& value : GetArgumentValues())
+        {
             nBytes += value.m_nLocalBytes;
+        }
         return query.Value(nBytes);
     }
     case CL_KERNEL_PREFERRED_WORK_GROUP_SIZE_MULTIPLE:
@@ -162,7 +180,9 @@ cl_int CL_API_CALL clGetKernelInfo(cl_kernel kernel, cl_kernel_info param_name, 
                    {
                        const CRef<CKernel> pKernel = Lookup<CKernel>(kernel);
                        if (!pKernel)
+                       {
                            return CL_INVALID_KERNEL;
+                       }
                        return pKernel->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
                    });
 }
@@ -175,7 +195,9 @@ cl_int CL_API_CALL clGetKernelArgInfo(cl_kernel kernel, cl_uint arg_indx, cl_ker
                    {
                        const CRef<CKernel> pKernel = Lookup<CKernel>(kernel);
                        if (!pKernel)
+                       {
                            return CL_INVALID_KERNEL;
+                       }
                        return pKernel->GetArgumentInfo(arg_indx, param_name,
                                                        {param_value_size, param_value, param_value_size_ret});
                    });
@@ -189,10 +211,14 @@ cl_int CL_API_CALL clGetKernelWorkGroupInfo(cl_kernel kernel, cl_device_id devic
                    {
                        const CRef<CKernel> pKernel = Lookup<CKernel>(kernel);
                        if (!pKernel)
+                       {
                            return CL_INVALID_KERNEL;
+                       }
                        const CRef<CDevice> pDevice = Lookup<CDevice>(device);
                        if (device && !pDevice)
+                       {
                            return CL_INVALID_DEVICE;
+                       }
                        return pKernel->GetWorkGroupInfo(pDevice.Get(), param_name,
                                                         {param_value_size, param_value, param_value_size_ret});
                    });

@@ -24,8 +24,12 @@ size_t AlignLocal(size_t nBytes)
 size_t LargestDivisor(size_t nSize, size_t nLimit)
 {
     for (size_t n = std::min(nSize, nLimit); n > 1; --n)
+    {
         if (nSize % n == 0)
+        {
             return n;
+        }
+    }
     return 1;
 }
 
@@ -34,9 +38,13 @@ cl_int TakeGlobalSize(const SIndexSpace& space, SLaunch& launch)
     // A kernel sees sizes and offsets as 32-bit numbers.
     constexpr size_t nMax = UINT32_MAX;
     if (space.m_nDimensions < 1 || space.m_nDimensions > s_nMaxWorkDimensions)
+    {
         return CL_INVALID_WORK_DIMENSION;
+    }
     if (!space.m_pGlobalSize)
+    {
         return CL_INVALID_GLOBAL_WORK_SIZE;
+    }
     launch.nDimensions = space.m_nDimensions;
     size_t nItems = 1;
     for (cl_uint i = 0; i < space.m_nDimensions; ++i)
@@ -44,12 +52,18 @@ cl_int TakeGlobalSize(const SIndexSpace& space, SLaunch& launch)
         launch.nGlobalSize[i] = space.m_pGlobalSize[i];
         launch.nGlobalOffset[i] = space.m_pGlobalOffset ? space.m_pGlobalOffset[i] : 0;
         if (launch.nGlobalSize[i] == 0 || launch.nGlobalSize[i] > nMax)
+        {
             return CL_INVALID_GLOBAL_WORK_SIZE;
+        }
         if (launch.nGlobalOffset[i] > nMax - launch.nGlobalSize[i])
+        {
             return CL_INVALID_GLOBAL_OFFSET;
+        }
         // Work-items are counted in 64 bits.
         if (__builtin_mul_overflow(nItems, launch.nGlobalSize[i], &nItems))
+        {
             return CL_INVALID_GLOBAL_WORK_SIZE;
+        }
     }
     return CL_SUCCESS;
 }
@@ -69,22 +83,32 @@ cl_int TakeLocalSize(const SIndexSpace& space, const SCompiledKernel& kernel, SL
     if (!space.m_pLocalSize)
     {
         if (bRequired)
+        {
             return CL_INVALID_WORK_GROUP_SIZE;
+        }
         ChooseLocalSize(kernel.nMaxGroupSize, launch);
         return CL_SUCCESS;
     }
     for (cl_uint i = 0; i < space.m_nDimensions; ++i)
+    {
         launch.nLocalSize[i] = space.m_pLocalSize[i];
+    }
     size_t nItems = 1;
     for (size_t i = 0; i < s_nMaxWorkDimensions; ++i)
     {
         if (launch.nLocalSize[i] == 0)
+        {
             return CL_INVALID_WORK_GROUP_SIZE;
+        }
         if (launch.nLocalSize[i] > s_nMaxWorkGroupSize)
+        {
             return CL_INVALID_WORK_ITEM_SIZE;
+        }
         const bool bAsRequired = !bRequired || launch.nLocalSize[i] == std::max(1u, kernel.nRequiredGroupSize[i]);
         if (launch.nGlobalSize[i] % launch.nLocalSize[i] != 0 || !bAsRequired)
+        {
             return CL_INVALID_WORK_GROUP_SIZE;
+        }
         nItems *= launch.nLocalSize[i];
     }
     return nItems <= kernel.nMaxGroupSize ? CL_SUCCESS : CL_INVALID_WORK_GROUP_SIZE;
@@ -99,14 +123,18 @@ public:
     {
         GetWords(1, size_t{kernel.nConstantBuffer1Elements} * s_nElementBytes);
         if (!kernel.vConstants.empty())
+        {
             prepared.m_launch.mapConstantBuffers[s_nConstantsBuffer] = kernel.vConstants;
+        }
     }
 
     /// \param nArgument  its number
     cl_int Bind(cl_uint nArgument, const SKernelArgument& argument, const SArgumentValue& value)
     {
         if (!value.m_bSet)
+        {
             return CL_INVALID_KERNEL_ARGS;
+        }
         switch (argument.eKind)
         {
         case SKernelArgument::Value:
@@ -132,7 +160,9 @@ public:
     cl_int Finish()
     {
         if (m_nLocalEnd > s_nLocalMemorySize)
+        {
             return CL_OUT_OF_RESOURCES;
+        }
         m_prepared.m_launch.nDynamicLocalBytes = static_cast<uint32_t>(m_nLocalEnd - m_kernel.nStaticLocalBytes);
         MergeRanges();
         return CL_SUCCESS;
@@ -146,7 +176,9 @@ private:
                                                              : m_prepared.m_launch.mapConstantBuffers[nConstantBuffer];
         const size_t nWords = (nBytes + s_nElementBytes - 1) / s_nElementBytes * s_nElementWords;
         if (vWords.size() < nWords)
+        {
             vWords.resize(nWords, 0);
+        }
         return vWords;
     }
 
@@ -168,7 +200,9 @@ private:
     {
         CRef<CMemObject> pMem = value.m_hMem ? Lookup<CMemObject>(value.m_hMem) : CRef<CMemObject>();
         if (!pMem || pMem->GetId() != value.m_nMemId)
+        {
             return {};
+        }
         m_prepared.m_vMems.push_back(pMem);
         return pMem;
     }
@@ -183,14 +217,18 @@ private:
         }
         const cl_ulong nBase = pMem->GetStorage()->GetAddress(m_kernel.b64BitAddresses);
         if (nBase == 0)
+        {
             return CL_MEM_OBJECT_ALLOCATION_FAILURE;
+        }
         SMemoryRange range;
         range.nAddress = nBase + pMem->GetOffset();
         range.nSize = pMem->GetSize();
         range.pData = pMem->GetData();
         range.bReadOnly = (pMem->GetFlags() & CL_MEM_READ_ONLY) != 0;
         if (unsigned char* const pShadow = pMem->GetStorage()->GetShadow())
+        {
             range.pShadow = pShadow + pMem->GetOffset();
+        }
         m_prepared.m_launch.vMemory.push_back(range);
         m_prepared.m_vBuffers.push_back({nArgument, range.nAddress, range.nSize});
         PutAddress(argument, range.nAddress);
@@ -201,12 +239,18 @@ private:
     {
         const CRef<CMemObject> pMem = FindMem(value);
         if (!pMem && value.m_hMem)
+        {
             return CL_INVALID_KERNEL_ARGS;
+        }
         const SImageBinding binding = pMem ? pMem->AsImage()->GetBinding() : SImageBinding{};
         if (argument.eAccess == SKernelArgument::ReadOnly)
+        {
             m_prepared.m_launch.mapResources[argument.nResource] = binding;
+        }
         else
+        {
             m_prepared.m_launch.mapUavImages[argument.nResource] = binding;
+        }
         PutImage(argument, pMem ? binding : SImageBinding{nullptr, 0, 0, 0, 0, 0, 0, 0, 0, 0});
         return CL_SUCCESS;
     }
@@ -271,10 +315,16 @@ cl_int BindArguments(const CKernel& kernel, SPreparedLaunch& prepared)
     const std::vector<SArgumentValue> vValues = kernel.GetArgumentValues();
     CArgumentBinder binder(compiled, prepared);
     for (size_t i = 0; i < vValues.size(); ++i)
+    {
         if (const cl_int nError = binder.Bind(static_cast<cl_uint>(i), compiled.vArguments[i], vValues[i]))
+        {
             return nError;
+        }
+    }
     for (const SKernelSampler& sampler : compiled.vSamplers)
+    {
         prepared.m_launch.mapSamplers[sampler.nSampler] = DecodeSampler(sampler.nValue);
+    }
     return binder.Finish();
 }
 
@@ -285,12 +335,18 @@ cl_int PrepareLaunch(const CKernel& kernel, const CDevice& device, const SIndexS
     prepared.m_pContext = CRef<CContext>(&kernel.GetContext());
     prepared.m_pExecutable = kernel.GetExecutable(device);
     if (!prepared.m_pExecutable)
+    {
         return CL_INVALID_PROGRAM_EXECUTABLE;
+    }
     prepared.m_launch.pProgram = prepared.m_pExecutable->m_pDecoded;
     if (const cl_int nError = TakeGlobalSize(space, prepared.m_launch))
+    {
         return nError;
+    }
     if (const cl_int nError = TakeLocalSize(space, prepared.m_pExecutable->m_compiled, prepared.m_launch))
+    {
         return nError;
+    }
     return BindArguments(kernel, prepared);
 }
 

@@ -25,13 +25,17 @@ std::string FindSourcePlace(const SExecutableKernel& kernel, uint32_t nInstructi
 {
     const std::vector<uint32_t>& vLines = kernel.m_compiled.vLines;
     if (!kernel.m_pImage || nInstruction >= vLines.size() || vLines[nInstruction] == 0)
+    {
         return {};
+    }
     const std::vector<char>& vImage = kernel.m_pImage->GetBytes();
     KestrelPlatform::CElfReader elf;
     std::string strFault;
     std::string_view section;
     if (!elf.Read(vImage.data(), vImage.size(), strFault) || !elf.FindSection(KestrelPlatform::s_LineSection, section))
+    {
         return {};
+    }
     return KestrelPlatform::CSourceLines(section).Find(vLines[nInstruction] - 1);
 }
 
@@ -100,7 +104,9 @@ void NameOrigins(const SCompiledKernel& kernel, std::vector<SPlatformFinding>& v
     for (SPlatformFinding& finding : vFindings)
     {
         if (finding.nKind != PLATFORM_FINDING_INIT || finding.nOrigin < PLATFORM_ORIGIN_BUFFER)
+        {
             continue;
+        }
         const SOriginBuffer buffer = FindOrigin(finding.nOrigin, kernel.b64BitAddresses);
         finding.nOrigin = PLATFORM_ORIGIN_BUFFER;
         finding.nOriginAddress = buffer.m_nAddress;
@@ -120,7 +126,9 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
     fault.nUnreachedBarriers = result.nUnreachedBarriers;
     std::vector<SPlatformFaultRecord> vRecords;
     for (const SFaultRecord& record : result.vFaults)
+    {
         vRecords.push_back(MakeRecord(record));
+    }
     SLastFault& last = LastFault();
     std::lock_guard<std::mutex> lock(last.m_mutex);
     last.m_pExecutable = prepared.m_pExecutable;
@@ -133,11 +141,17 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
     last.m_checkLimits = result.checkLimits;
     last.m_vPlaces.swap(result.vPlaces);
     if (result.eStatus == SLaunchResult::Complete && !result.vVisits.empty())
+    {
         last.m_vVisits.assign(result.vVisits.begin(), result.vVisits.end());
+    }
     if (result.eStatus == SLaunchResult::Complete && !result.vProfile.empty())
+    {
         last.m_vProfile.swap(result.vProfile);
+    }
     if (result.eStatus == SLaunchResult::Complete && prepared.m_launch.watch)
+    {
         last.m_vAccesses.swap(result.vAccesses);
+    }
 }
 
 /// What is watched, as addresses; nothing if the run hasn't got it.
@@ -147,11 +161,15 @@ std::optional<SPlatformWatch> FindWatched(const SPreparedLaunch& prepared)
     std::lock_guard<std::mutex> lock(last.m_mutex);
     std::optional<SPlatformWatch> watch = last.m_watch;
     if (!watch || watch->nMemory != PLATFORM_MEMORY_GLOBAL)
+    {
         return watch;
+    }
     const auto it = std::find_if(prepared.m_vBuffers.begin(), prepared.m_vBuffers.end(),
                                  [&](const SPlatformBuffer& buffer) { return buffer.nArgument == watch->nArgument; });
     if (it == prepared.m_vBuffers.end() || watch->nAddress >= it->nSize)
+    {
         return std::nullopt;
+    }
     watch->nBytes = std::min(watch->nBytes, it->nSize - watch->nAddress);
     watch->nAddress += it->nAddress;
     return watch;
@@ -162,20 +180,26 @@ void ReportFault(const SPreparedLaunch& prepared, const SLaunchResult& result)
 {
     const std::string strKernel = "kernel " + prepared.m_pExecutable->m_compiled.strName + ": ";
     if (result.nBadAccesses != 0)
+    {
         prepared.m_pContext->Report(strKernel + std::to_string(result.nBadAccesses) +
                                     " accesses outside memory, the first a " +
                                     (result.firstBadAccess.bWrite ? "write" : "read") + " at address " +
                                     std::to_string(result.firstBadAccess.nAddress) + " by work-item " +
                                     std::to_string(result.firstBadAccess.nWorkItem) + " at " +
                                     NameInstruction(*prepared.m_pExecutable, result.firstBadAccess.nInstruction));
+    }
     if (result.nUnreachedBarriers != 0)
+    {
         prepared.m_pContext->Report(strKernel + std::to_string(result.nUnreachedBarriers) +
                                     " barriers that part of a work-group didn't reach");
+    }
     if (result.eStatus == SLaunchResult::InstructionLimit)
+    {
         prepared.m_pContext->Report(
             strKernel + "stopped at the limit of " + std::to_string(prepared.m_launch.nInstructionLimit) +
             " instructions for a work-group, work-item " + std::to_string(result.nStopWorkItem) + " at " +
             NameInstruction(*prepared.m_pExecutable, result.nStopInstruction));
+    }
 }
 
 } // namespace
@@ -196,7 +220,9 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     const std::unique_ptr<CStorage> pPrinted = ListenToPrintf(kernel, prepared.m_launch);
     SLaunchResult result = RunLaunch(prepared.m_launch);
     if (pPrinted)
+    {
         PrintRecords(kernel.vFormats, *pPrinted);
+    }
     KeepFault(prepared, result);
     ReportFault(prepared, result);
     switch (result.eStatus)

@@ -16,11 +16,17 @@ cl_int CheckMapFlags(const CMemObject& mem, cl_map_flags nFlags)
     constexpr cl_map_flags nKnown = CL_MAP_READ | CL_MAP_WRITE | CL_MAP_WRITE_INVALIDATE_REGION;
     const bool bInvalidate = (nFlags & CL_MAP_WRITE_INVALIDATE_REGION) != 0;
     if ((nFlags & ~nKnown) != 0 || (bInvalidate && (nFlags & (CL_MAP_READ | CL_MAP_WRITE)) != 0))
+    {
         return CL_INVALID_VALUE;
+    }
     if ((nFlags & CL_MAP_READ) != 0 && !mem.CanHostRead())
+    {
         return CL_INVALID_OPERATION;
+    }
     if ((nFlags & (CL_MAP_WRITE | CL_MAP_WRITE_INVALIDATE_REGION)) != 0 && !mem.CanHostWrite())
+    {
         return CL_INVALID_OPERATION;
+    }
     return CL_SUCCESS;
 }
 
@@ -33,9 +39,13 @@ cl_int SubmitMap(CEnqueue& enqueue, cl_command_type eType, bool bBlocking, const
     const auto run = [pMem, pMapped, nFlags, nBytes]
     {
         if ((nFlags & CL_MAP_WRITE_INVALIDATE_REGION) == 0)
+        {
             Count(PLATFORM_COUNTER_BYTES_READ, nBytes);
+        }
         if ((nFlags & ~cl_map_flags{CL_MAP_READ}) != 0)
+        {
             pMem->MarkWritten(static_cast<size_t>(pMapped - pMem->GetData()), nBytes);
+        }
         return CL_SUCCESS;
     };
     const auto undo = [pKept = pMem, pMapped]
@@ -52,11 +62,17 @@ cl_int MapBuffer(CEnqueue& enqueue, cl_mem hBuffer, bool bBlocking, cl_map_flags
     CRef<CMemObject> pMem;
     CBuffer* pBuffer = nullptr;
     if (const cl_int nError = FindBuffer(enqueue.GetContext(), hBuffer, pMem, pBuffer))
+    {
         return nError;
+    }
     if (!pBuffer->HasRange(nOffset, nBytes))
+    {
         return CL_INVALID_VALUE;
+    }
     if (const cl_int nError = CheckMapFlags(*pMem, nFlags))
+    {
         return nError;
+    }
     pMapped = pMem->GetData() + nOffset;
     return SubmitMap(enqueue, CL_COMMAND_MAP_BUFFER, bBlocking, pMem, pMem->GetData() + nOffset, nFlags, nBytes);
 }
@@ -78,20 +94,30 @@ cl_int MapImage(CEnqueue& enqueue, const SImageMap& map, void*& pMapped)
     CRef<CMemObject> pMem;
     CImage* pImage = nullptr;
     if (const cl_int nError = FindImage(enqueue.GetContext(), map.m_hImage, pMem, pImage))
+    {
         return nError;
+    }
     const SImageShape& shape = pImage->GetShape();
     const bool bSlices = shape.IsArray() || shape.m_eType == CL_MEM_OBJECT_IMAGE3D;
     if (!shape.HasRegion(map.m_pOrigin, map.m_pRegion) || !map.m_pnRowPitch || (bSlices && !map.m_pnSlicePitch))
+    {
         return CL_INVALID_VALUE;
+    }
     if (const cl_int nError = CheckMapFlags(*pMem, map.m_nFlags))
+    {
         return nError;
+    }
     unsigned char* pFirst = pMem->GetData() + shape.GetOffset(map.m_pOrigin);
     if (const cl_int nError = SubmitMap(enqueue, CL_COMMAND_MAP_IMAGE, map.m_bBlocking, pMem, pFirst, map.m_nFlags,
                                         shape.GetBox(map.m_pRegion).GetBytes()))
+    {
         return nError;
+    }
     *map.m_pnRowPitch = shape.m_pitches.m_nRow;
     if (map.m_pnSlicePitch)
+    {
         *map.m_pnSlicePitch = bSlices ? shape.m_pitches.m_nSlice : 0;
+    }
     pMapped = pFirst;
     return CL_SUCCESS;
 }
@@ -100,16 +126,24 @@ cl_int Unmap(CEnqueue& enqueue, cl_mem hMem, void* pMapped)
 {
     const CRef<CMemObject> pMem = Lookup<CMemObject>(hMem);
     if (!pMem)
+    {
         return CL_INVALID_MEM_OBJECT;
+    }
     if (&pMem->GetContext() != &enqueue.GetContext())
+    {
         return CL_INVALID_CONTEXT;
+    }
     CMemObject::SMapping mapping{};
     if (!pMem->RemoveMapping(pMapped, mapping))
+    {
         return CL_INVALID_VALUE;
+    }
     const auto run = [pMem, mapping]
     {
         if ((mapping.m_nFlags & (CL_MAP_WRITE | CL_MAP_WRITE_INVALIDATE_REGION)) != 0)
+        {
             Count(PLATFORM_COUNTER_BYTES_WRITTEN, mapping.m_nBytes);
+        }
         return CL_SUCCESS;
     };
     const auto undo = [pMem, mapping] { pMem->AddMapping(mapping.m_pMapped, mapping.m_nFlags, mapping.m_nBytes); };
@@ -120,15 +154,21 @@ cl_int Migrate(CEnqueue& enqueue, cl_uint nMems, const cl_mem* phMems, cl_mem_mi
 {
     constexpr cl_mem_migration_flags nKnown = CL_MIGRATE_MEM_OBJECT_HOST | CL_MIGRATE_MEM_OBJECT_CONTENT_UNDEFINED;
     if (nMems == 0 || !phMems || (nFlags & ~nKnown) != 0)
+    {
         return CL_INVALID_VALUE;
+    }
     std::vector<CRef<CMemObject>> vMems;
     for (cl_uint i = 0; i < nMems; ++i)
     {
         vMems.push_back(Lookup<CMemObject>(phMems[i]));
         if (!vMems.back())
+        {
             return CL_INVALID_MEM_OBJECT;
+        }
         if (&vMems.back()->GetContext() != &enqueue.GetContext())
+        {
             return CL_INVALID_CONTEXT;
+        }
     }
     // All devices and the host share the memory.
     return enqueue.Submit(CL_COMMAND_MIGRATE_MEM_OBJECTS, false, [vMems] { return CL_SUCCESS; });

@@ -59,13 +59,17 @@ CStorage::CStorage(size_t nSize, void* pClient)
       m_high(CAddressSpace::High(), nSize)
 {
     if (pClient || nSize > SIZE_MAX - s_nBaseAlignment)
+    {
         return;
+    }
     // calloc gives large blocks as pages that take no memory until they are written.
     m_pOwned = std::calloc(nSize + s_nBaseAlignment, 1);
     const uintptr_t nAddress = reinterpret_cast<uintptr_t>(m_pOwned);
     if (m_pOwned)
+    {
         m_pData =
             reinterpret_cast<unsigned char*>((nAddress + s_nBaseAlignment - 1) / s_nBaseAlignment * s_nBaseAlignment);
+    }
 }
 
 void CStorage::KeepShadow()
@@ -81,7 +85,9 @@ void CStorage::KeepShadow()
 SOriginBuffer FindOrigin(cl_uint nOrigin, bool b64Bit)
 {
     if (nOrigin < s_nFirstBuffer || nOrigin > s_nLastBuffer)
+    {
         return {};
+    }
     SOrigins& origins = Origins();
     std::lock_guard<std::mutex> lock(origins.m_mutex);
     const SOrigins::SNamed& named = origins.m_named[nOrigin - s_nFirstBuffer];
@@ -113,7 +119,9 @@ CMemObject::~CMemObject()
 {
     Count(PLATFORM_COUNTER_MAPPINGS, cl_ulong{0} - m_vMappings.size());
     for (auto it = m_vDestructorCallbacks.rbegin(); it != m_vDestructorCallbacks.rend(); ++it)
+    {
         it->m_pNotify(static_cast<cl_mem>(GetHandle()), it->m_pUser);
+    }
 }
 
 CBuffer* CMemObject::AsBuffer()
@@ -129,7 +137,9 @@ CImage* CMemObject::AsImage()
 void CMemObject::MarkWritten(size_t nOffset, size_t nBytes) const
 {
     if (unsigned char* const pShadow = m_pStorage->GetShadow())
+    {
         std::memset(pShadow + m_nOffset + nOffset, 0, nBytes);
+    }
 }
 
 void CMemObject::MarkCopied(size_t nOffset, const CMemObject& source, size_t nSource, size_t nBytes) const
@@ -137,9 +147,13 @@ void CMemObject::MarkCopied(size_t nOffset, const CMemObject& source, size_t nSo
     const unsigned char* const pSource = source.m_pStorage->GetShadow();
     unsigned char* const pShadow = m_pStorage->GetShadow();
     if (pSource && pShadow)
+    {
         std::memmove(pShadow + m_nOffset + nOffset, pSource + source.m_nOffset + nSource, nBytes);
+    }
     else
+    {
         MarkWritten(nOffset, nBytes);
+    }
 }
 
 cl_int CMemObject::GetInfo(cl_mem_info eInfo, const SInfoQuery& query)
@@ -185,7 +199,9 @@ bool CMemObject::RemoveMapping(const void* pMapped, SMapping& mapping)
     for (auto it = m_vMappings.begin(); it != m_vMappings.end(); ++it)
     {
         if (it->m_pMapped != pMapped)
+        {
             continue;
+        }
         mapping = *it;
         m_vMappings.erase(it);
         Count(PLATFORM_COUNTER_MAPPINGS, cl_ulong{0} - 1);
@@ -217,7 +233,9 @@ cl_int CheckHostPtr(cl_mem_flags nFlags, const void* pHostPtr)
 cl_int InheritMemFlags(cl_mem_flags nParent, cl_mem_flags& nFlags)
 {
     if (CheckMemFlags(nFlags) != CL_SUCCESS || (nFlags & s_nHostPtrFlags) != 0)
+    {
         return CL_INVALID_VALUE;
+    }
     /// What a part may not ask for when its parent has the flag.
     static constexpr cl_mem_flags s_conflicts[][2] = {
         {CL_MEM_WRITE_ONLY, CL_MEM_READ_WRITE | CL_MEM_READ_ONLY},
@@ -227,12 +245,20 @@ cl_int InheritMemFlags(cl_mem_flags nParent, cl_mem_flags& nFlags)
         {CL_MEM_HOST_NO_ACCESS, CL_MEM_HOST_READ_ONLY | CL_MEM_HOST_WRITE_ONLY},
     };
     for (const auto& [nHas, nRefused] : s_conflicts)
+    {
         if ((nParent & nHas) != 0 && (nFlags & nRefused) != 0)
+        {
             return CL_INVALID_VALUE;
+        }
+    }
     if ((nFlags & s_nAccessFlags) == 0)
+    {
         nFlags |= nParent & s_nAccessFlags;
+    }
     if ((nFlags & s_nHostAccessFlags) == 0)
+    {
         nFlags |= nParent & s_nHostAccessFlags;
+    }
     nFlags |= nParent & s_nHostPtrFlags;
     return CL_SUCCESS;
 }
@@ -259,7 +285,9 @@ cl_int CL_API_CALL clGetMemObjectInfo(cl_mem memobj, cl_mem_info param_name, siz
                    {
                        const CRef<CMemObject> pMem = Lookup<CMemObject>(memobj);
                        if (!pMem)
+                       {
                            return CL_INVALID_MEM_OBJECT;
+                       }
                        return pMem->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
                    });
 }
@@ -271,9 +299,13 @@ cl_int CL_API_CALL clSetMemObjectDestructorCallback(cl_mem memobj, MemNotify pfn
                    {
                        const CRef<CMemObject> pMem = Lookup<CMemObject>(memobj);
                        if (!pMem)
+                       {
                            return CL_INVALID_MEM_OBJECT;
+                       }
                        if (!pfn_notify)
+                       {
                            return CL_INVALID_VALUE;
+                       }
                        pMem->AddDestructorCallback(pfn_notify, user_data);
                        return CL_SUCCESS;
                    });

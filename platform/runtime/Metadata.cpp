@@ -41,7 +41,9 @@ size_t CreateKey(const char* pszEntryPoint, cl_platform_id hPlatform, MetadataDe
                                   [&]() -> cl_int
                                   {
                                       if (!IsPlatform(hPlatform))
+                                      {
                                           return CL_INVALID_PLATFORM;
+                                      }
                                       SKeys& keys = Keys();
                                       std::lock_guard<std::mutex> lock(keys.m_mutex);
                                       keys.m_vDestructors.push_back(pDestructor);
@@ -49,7 +51,9 @@ size_t CreateKey(const char* pszEntryPoint, cl_platform_id hPlatform, MetadataDe
                                       return CL_SUCCESS;
                                   });
     if (pnError)
+    {
         *pnError = nError;
+    }
     return nKey;
 }
 
@@ -60,7 +64,9 @@ cl_int GetValue(const char* pszEntryPoint, void* pObject, size_t nKey, void** pp
                    {
                        const CRef<CObject> pTarget = CRegistry::Find(pObject);
                        if (!pTarget || !IsKey(nKey) || !ppValue)
+                       {
                            return CL_INVALID_VALUE;
+                       }
                        *ppValue = pTarget->GetMetadata(nKey);
                        return CL_SUCCESS;
                    });
@@ -73,7 +79,9 @@ cl_int SetValue(const char* pszEntryPoint, void* pObject, size_t nKey, void* pVa
                    {
                        const CRef<CObject> pTarget = CRegistry::Find(pObject);
                        if (!pTarget || !IsKey(nKey))
+                       {
                            return CL_INVALID_VALUE;
+                       }
                        pTarget->SetMetadata(nKey, pValue);
                        return CL_SUCCESS;
                    });
@@ -90,7 +98,9 @@ void DestroyMetadataValue(size_t nKey, void* pValue)
         pDestructor = keys.m_vDestructors[nKey - 1];
     }
     if (pDestructor && pValue)
+    {
         pDestructor(pValue);
+    }
 }
 
 } // namespace KestrelPlatform::Runtime

@@ -43,14 +43,18 @@ CObject::CObject(EObjectKind eKind) : m_icd{&GetDispatchTable()}, m_eKind(eKind)
 CObject::~CObject()
 {
     for (const auto& [nKey, pValue] : m_mapMetadata)
+    {
         DestroyMetadataValue(nKey, pValue);
+    }
     CountObject(m_eKind, -1);
 }
 
 void CObject::DropReference()
 {
     if (m_nReferences.fetch_sub(1, std::memory_order_acq_rel) != 1)
+    {
         return;
+    }
     CRegistry::Remove(*this);
     delete this;
 }
@@ -59,8 +63,12 @@ bool CObject::AddReferenceIfAlive()
 {
     cl_uint nReferences = m_nReferences.load();
     while (nReferences != 0)
+    {
         if (m_nReferences.compare_exchange_weak(nReferences, nReferences + 1))
+        {
             return true;
+        }
+    }
     return false;
 }
 
@@ -76,10 +84,14 @@ bool CObject::ReleaseByClient()
     do
     {
         if (nReferences == 0)
+        {
             return false;
+        }
     } while (!m_nClientReferences.compare_exchange_weak(nReferences, nReferences - 1));
     if (nReferences == 1)
+    {
         OnLastClientRelease();
+    }
     DropReference();
     return true;
 }
@@ -92,7 +104,9 @@ void CObject::SetMetadata(size_t nKey, void* pValue)
         pOld = std::exchange(m_mapMetadata[nKey], pValue);
     }
     if (pOld && pOld != pValue)
+    {
         DestroyMetadataValue(nKey, pOld);
+    }
 }
 
 void* CObject::GetMetadata(size_t nKey)
@@ -122,7 +136,9 @@ CRef<CObject> CRegistry::Find(const void* pHandle)
     std::lock_guard<std::mutex> lock(shard.m_mutex);
     const auto it = shard.m_mapObjects.find(pHandle);
     if (it == shard.m_mapObjects.end() || !it->second->AddReferenceIfAlive())
+    {
         return {};
+    }
     return CRef<CObject>::Adopt(it->second);
 }
 

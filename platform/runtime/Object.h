@@ -96,7 +96,9 @@ public:
     explicit CRef(T* pObject) : m_pObject(pObject)
     {
         if (m_pObject)
+        {
             m_pObject->AddReference();
+        }
     }
     CRef(const CRef& other) : CRef(other.m_pObject) {}
     CRef(CRef&& other) noexcept : m_pObject(std::exchange(other.m_pObject, nullptr)) {}
@@ -108,7 +110,9 @@ public:
     ~CRef()
     {
         if (m_pObject)
+        {
             m_pObject->DropReference();
+        }
     }
 
     T* Get() const { return m_pObject; }
@@ -137,7 +141,9 @@ CRef<T> Lookup(typename T::Handle hObject)
 {
     CRef<CObject> pObject = CRegistry::Find(hObject);
     if (!pObject || pObject->GetKind() != T::s_eKind)
+    {
         return {};
+    }
     return CRef<T>::Adopt(static_cast<T*>(pObject.Detach()));
 }
 
@@ -171,7 +177,9 @@ cl_int RetainHandle(typename T::Handle hObject, cl_int nInvalid)
 {
     const CRef<T> pObject = Lookup<T>(hObject);
     if (!pObject)
+    {
         return nInvalid;
+    }
     pObject->RetainByClient();
     return CL_SUCCESS;
 }

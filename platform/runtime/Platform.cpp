@@ -24,16 +24,22 @@ constexpr SDeviceTraits s_deviceTraits[] = {
 cl_int GetPlatformIds(cl_uint nEntries, cl_platform_id* phPlatforms, cl_uint* pnPlatforms)
 {
     if ((phPlatforms && nEntries == 0) || (!phPlatforms && !pnPlatforms))
+    {
         return CL_INVALID_VALUE;
+    }
     if (const std::string strNonsense = GetNonsense(); !strNonsense.empty())
     {
         std::fprintf(stderr, "KESTREL_PLATFORM: %s\n", strNonsense.c_str());
         return CL_PLATFORM_NOT_FOUND_KHR;
     }
     if (phPlatforms)
+    {
         phPlatforms[0] = CPlatform::Get().GetId();
+    }
     if (pnPlatforms)
+    {
         *pnPlatforms = 1;
+    }
     return CL_SUCCESS;
 }
 
@@ -43,7 +49,9 @@ void* GetExtensionFunction(const char* pszEntryPoint, cl_platform_id hPlatform, 
                             [&](void*& pFunction) -> cl_int
                             {
                                 if (!IsPlatform(hPlatform) || !pszName)
+                                {
                                     return CL_INVALID_VALUE;
+                                }
                                 pFunction = FindExtensionFunction(pszName);
                                 return CL_SUCCESS;
                             });
@@ -54,7 +62,9 @@ void* GetExtensionFunction(const char* pszEntryPoint, cl_platform_id hPlatform, 
 CPlatform::CPlatform() : CObject(s_eKind)
 {
     for (const SDeviceTraits& traits : s_deviceTraits)
+    {
         m_vDevices.push_back(MakeObject<CDevice>(traits));
+    }
 }
 
 CPlatform& CPlatform::Get()
@@ -94,7 +104,9 @@ cl_int CL_API_CALL clGetPlatformInfo(cl_platform_id platform, cl_platform_info p
                    [&]() -> cl_int
                    {
                        if (!IsPlatform(platform))
+                       {
                            return CL_INVALID_PLATFORM;
+                       }
                        const SInfoQuery query{param_value_size, param_value, param_value_size_ret};
                        switch (param_name)
                        {

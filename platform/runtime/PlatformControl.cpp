@@ -43,7 +43,9 @@ void LimitInstructions(uint64_t nInstructions)
 void ReadLastFault(SPlatformFault* pFault)
 {
     if (pFault)
+    {
         *pFault = Runtime::GetLastFault();
+    }
 }
 
 uint32_t ReadFaultRecords(SPlatformFaultRecord* pRecords, uint32_t nRecords)
@@ -64,13 +66,17 @@ void SwitchBreak(int32_t bBreak)
 void ReadLastEnd(SPlatformEnd* pEnd)
 {
     if (pEnd)
+    {
         *pEnd = Runtime::GetLastEnd();
+    }
 }
 
 void ReadLastSizes(SPlatformSizes* pSizes)
 {
     if (pSizes)
+    {
         *pSizes = Runtime::GetLastSizes();
+    }
 }
 
 uint32_t ReadLastBuffers(SPlatformBuffer* pBuffers, uint32_t nBuffers)
@@ -82,7 +88,9 @@ uint32_t ReadSourcePlace(uint32_t nInstruction, char* pszPlace, uint32_t nBytes)
 {
     const std::string strPlace = Runtime::GetSourcePlace(nInstruction);
     if (pszPlace && nBytes > 0)
+    {
         pszPlace[strPlace.copy(pszPlace, nBytes - 1)] = '\0';
+    }
     return static_cast<uint32_t>(strPlace.size() + 1);
 }
 

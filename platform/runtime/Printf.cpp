@@ -325,11 +325,15 @@ std::vector<SRecordPlace> FindRecords(const std::vector<uint32_t>& vWords)
 std::unique_ptr<CStorage> ListenToPrintf(const SCompiledKernel& kernel, SLaunch& launch)
 {
     if (kernel.vFormats.empty())
+    {
         return nullptr;
+    }
     auto pStorage = std::make_unique<CStorage>(s_nPrintfBufferSize, nullptr);
     const cl_ulong nAddress = pStorage->GetAddress(kernel.b64BitAddresses);
     if (!pStorage->GetData() || nAddress == 0)
+    {
         return nullptr;
+    }
     SMemoryRange range;
     range.nAddress = nAddress;
     range.nSize = s_nPrintfBufferSize;

@@ -17,14 +17,20 @@ cl_int CreateFromSource(cl_context hContext, cl_uint nStrings, const char** ppsz
 {
     CRef<CContext> pContext = Lookup<CContext>(hContext);
     if (!pContext)
+    {
         return CL_INVALID_CONTEXT;
+    }
     if (nStrings == 0 || !ppszStrings)
+    {
         return CL_INVALID_VALUE;
+    }
     std::string strSource;
     for (cl_uint i = 0; i < nStrings; ++i)
     {
         if (!ppszStrings[i])
+        {
             return CL_INVALID_VALUE;
+        }
         const size_t nLength = pnLengths ? pnLengths[i] : 0;
         strSource.append(ppszStrings[i], nLength != 0 ? nLength : std::strlen(ppszStrings[i]));
     }
@@ -50,7 +56,9 @@ bool LooksLikeImage(const unsigned char* pImage, size_t nSize)
 cl_int CheckImage(const unsigned char* pImage, size_t nSize)
 {
     if (!pImage || nSize == 0)
+    {
         return CL_INVALID_VALUE;
+    }
     return LooksLikeImage(pImage, nSize) ? CL_SUCCESS : CL_INVALID_BINARY;
 }
 
@@ -59,10 +67,16 @@ cl_int ReadProgramDevices(const CContext& context, cl_uint nDevices, const cl_de
                           std::vector<CRef<CDevice>>& vDevices)
 {
     if (const cl_int nError = ReadDeviceList(nDevices, phDevices, vDevices))
+    {
         return nError;
+    }
     for (const CRef<CDevice>& pDevice : vDevices)
+    {
         if (!context.HasDevice(*pDevice))
+        {
             return CL_INVALID_DEVICE;
+        }
+    }
     return CL_SUCCESS;
 }
 
@@ -71,12 +85,18 @@ cl_int CreateFromBinary(cl_context hContext, cl_uint nDevices, const cl_device_i
 {
     CRef<CContext> pContext = Lookup<CContext>(hContext);
     if (!pContext)
+    {
         return CL_INVALID_CONTEXT;
+    }
     std::vector<CRef<CDevice>> vDevices;
     if (const cl_int nError = ReadProgramDevices(*pContext, nDevices, phDevices, vDevices))
+    {
         return nError;
+    }
     if (!pnLengths || !ppImages)
+    {
         return CL_INVALID_VALUE;
+    }
 
     cl_int nResult = CL_SUCCESS;
     std::vector<SDeviceProgram> vPrograms;
@@ -84,7 +104,9 @@ cl_int CreateFromBinary(cl_context hContext, cl_uint nDevices, const cl_device_i
     {
         const cl_int nStatus = CheckImage(ppImages[i], pnLengths[i]);
         if (pnStatus)
+        {
             pnStatus[i] = nStatus;
+        }
         if (nStatus != CL_SUCCESS)
         {
             nResult = nStatus;
@@ -97,7 +119,9 @@ cl_int CreateFromBinary(cl_context hContext, cl_uint nDevices, const cl_device_i
         vPrograms.push_back(std::move(program));
     }
     if (nResult != CL_SUCCESS)
+    {
         return nResult;
+    }
     hProgram = GiveToClient(MakeObject<CProgramObject>(std::move(pContext), std::nullopt, std::move(vPrograms)));
     return CL_SUCCESS;
 }
@@ -106,16 +130,22 @@ cl_int GetBinaries(const std::vector<SDeviceProgram>& vPrograms, const SInfoQuer
 {
     const size_t nSize = vPrograms.size() * sizeof(unsigned char*);
     if (query.m_pValue && query.m_nSize < nSize)
+    {
         return CL_INVALID_VALUE;
+    }
     auto* ppImages = static_cast<unsigned char**>(query.m_pValue);
     for (size_t i = 0; ppImages && i < vPrograms.size(); ++i)
+    {
         if (ppImages[i] && vPrograms[i].m_pImage)
         {
             const std::vector<char>& vImage = vPrograms[i].m_pImage->GetBytes();
             std::memcpy(ppImages[i], vImage.data(), vImage.size());
         }
+    }
     if (query.m_pnSizeRet)
+    {
         *query.m_pnSizeRet = nSize;
+    }
     return CL_SUCCESS;
 }
 
@@ -123,8 +153,12 @@ cl_int GetBinaries(const std::vector<SDeviceProgram>& vPrograms, const SInfoQuer
 const ExecutableKernels* FindExecutable(const std::vector<SDeviceProgram>& vPrograms)
 {
     for (const SDeviceProgram& program : vPrograms)
+    {
         if (program.m_eStatus == CL_BUILD_SUCCESS && program.m_eBinaryType == CL_PROGRAM_BINARY_TYPE_EXECUTABLE)
+        {
             return &program.m_vKernels;
+        }
+    }
     return nullptr;
 }
 
@@ -132,7 +166,9 @@ std::string JoinNames(const ExecutableKernels& vKernels)
 {
     std::string strNames;
     for (const auto& pKernel : vKernels)
+    {
         strNames += (strNames.empty() ? "" : ";") + pKernel->m_compiled.strName;
+    }
     return strNames;
 }
 
@@ -165,7 +201,9 @@ bool CProgramObject::FindDeviceProgram(const CDevice& device, SDeviceProgram& pr
         std::find_if(m_vDevices.begin(), m_vDevices.end(),
                      [&device](const SDeviceProgram& candidate) { return candidate.m_pDevice.Get() == &device; });
     if (it == m_vDevices.end())
+    {
         return false;
+    }
     program = *it;
     return true;
 }
@@ -173,8 +211,12 @@ bool CProgramObject::FindDeviceProgram(const CDevice& device, SDeviceProgram& pr
 SDeviceProgram* CProgramObject::Find(const CDevice& device)
 {
     for (SDeviceProgram& program : m_vDevices)
+    {
         if (program.m_pDevice.Get() == &device)
+        {
             return &program;
+        }
+    }
     return nullptr;
 }
 
@@ -186,14 +228,22 @@ cl_int CProgramObject::BeginBuild(const std::vector<CRef<CDevice>>& vDevices)
     {
         vPrograms.push_back(Find(*pDevice));
         if (!vPrograms.back())
+        {
             return CL_INVALID_DEVICE;
+        }
         if (vPrograms.back()->m_eStatus == CL_BUILD_IN_PROGRESS)
+        {
             return CL_INVALID_OPERATION;
+        }
     }
     if (m_nKernels != 0)
+    {
         return CL_INVALID_OPERATION;
+    }
     for (SDeviceProgram* pProgram : vPrograms)
+    {
         pProgram->m_eStatus = CL_BUILD_IN_PROGRESS;
+    }
     return CL_SUCCESS;
 }
 
@@ -224,7 +274,9 @@ cl_int CProgramObject::GetInfo(cl_program_info eInfo, const SInfoQuery& query)
     {
         std::vector<cl_device_id> vhDevices;
         for (const SDeviceProgram& program : vPrograms)
+        {
             vhDevices.push_back(HandleOf(program.m_pDevice));
+        }
         return query.Array(vhDevices);
     }
     case CL_PROGRAM_SOURCE:
@@ -233,7 +285,9 @@ cl_int CProgramObject::GetInfo(cl_program_info eInfo, const SInfoQuery& query)
     {
         std::vector<size_t> vSizes;
         for (const SDeviceProgram& program : vPrograms)
+        {
             vSizes.push_back(program.m_pImage ? program.m_pImage->GetBytes().size() : 0);
+        }
         return query.Array(vSizes);
     }
     case CL_PROGRAM_BINARIES:
@@ -243,7 +297,9 @@ cl_int CProgramObject::GetInfo(cl_program_info eInfo, const SInfoQuery& query)
     {
         const ExecutableKernels* pKernels = FindExecutable(vPrograms);
         if (!pKernels)
+        {
             return CL_INVALID_PROGRAM_EXECUTABLE;
+        }
         return eInfo == CL_PROGRAM_NUM_KERNELS ? query.Value<size_t>(pKernels->size())
                                                : query.String(JoinNames(*pKernels));
     }
@@ -256,7 +312,9 @@ cl_int CProgramObject::GetBuildInfo(const CDevice& device, cl_program_build_info
 {
     SDeviceProgram program;
     if (!FindDeviceProgram(device, program))
+    {
         return CL_INVALID_DEVICE;
+    }
     switch (eInfo)
     {
     case CL_PROGRAM_BUILD_STATUS:
@@ -304,11 +362,15 @@ cl_program CL_API_CALL clCreateProgramWithBuiltInKernels(cl_context context, cl_
                                  {
                                      const CRef<CContext> pContext = Lookup<CContext>(context);
                                      if (!pContext)
+                                     {
                                          return CL_INVALID_CONTEXT;
+                                     }
                                      std::vector<CRef<CDevice>> vDevices;
                                      if (const cl_int nError =
                                              ReadProgramDevices(*pContext, num_devices, device_list, vDevices))
+                                     {
                                          return nError;
+                                     }
                                      // No device has a built-in kernel, so any name is a wrong one.
                                      return CL_INVALID_VALUE;
                                  });
@@ -332,7 +394,9 @@ cl_int CL_API_CALL clGetProgramInfo(cl_program program, cl_program_info param_na
                    {
                        const CRef<CProgramObject> pProgram = Lookup<CProgramObject>(program);
                        if (!pProgram)
+                       {
                            return CL_INVALID_PROGRAM;
+                       }
                        return pProgram->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
                    });
 }
@@ -346,10 +410,14 @@ cl_int CL_API_CALL clGetProgramBuildInfo(cl_program program, cl_device_id device
         {
             const CRef<CProgramObject> pProgram = Lookup<CProgramObject>(program);
             if (!pProgram)
+            {
                 return CL_INVALID_PROGRAM;
+            }
             const CRef<CDevice> pDevice = Lookup<CDevice>(device);
             if (!pDevice)
+            {
                 return CL_INVALID_DEVICE;
+            }
             return pProgram->GetBuildInfo(*pDevice, param_name, {param_value_size, param_value, param_value_size_ret});
         });
 }

@@ -20,11 +20,17 @@ cl_int ReadBuildDevices(const CProgramObject& program, cl_uint nDevices, const c
                         std::vector<CRef<CDevice>>& vDevices)
 {
     if ((nDevices == 0) != (phDevices == nullptr))
+    {
         return CL_INVALID_VALUE;
+    }
     if (phDevices)
+    {
         return ReadDeviceList(nDevices, phDevices, vDevices);
+    }
     for (const SDeviceProgram& part : program.GetDevicePrograms())
+    {
         vDevices.push_back(part.m_pDevice);
+    }
     return CL_SUCCESS;
 }
 
@@ -85,11 +91,17 @@ cl_int Work(const SBuildCall& call, const DeviceWork& work, cl_int nFailure)
 {
     std::vector<CRef<CDevice>> vDevices;
     if (const cl_int nError = ReadBuildDevices(*call.m_pProgram, call.m_nDevices, call.m_phDevices, vDevices))
+    {
         return nError;
+    }
     if (!call.m_pProgram->GetSource() && !HasImages(*call.m_pProgram, vDevices))
+    {
         return CL_INVALID_BINARY;
+    }
     if (const cl_int nError = call.m_pProgram->BeginBuild(vDevices))
+    {
         return nError;
+    }
     Count(PLATFORM_COUNTER_BUILDS, 1);
     const bool bOk = WorkForAll(*call.m_pProgram, vDevices, work);
     PostNotify(call.m_pProgram, call.m_pNotify, call.m_pUser);
@@ -99,12 +111,18 @@ cl_int Work(const SBuildCall& call, const DeviceWork& work, cl_int nFailure)
 cl_int Build(const SBuildCall& call, const char* pszOptions)
 {
     if (!call.m_pProgram)
+    {
         return CL_INVALID_PROGRAM;
+    }
     if (!call.m_pNotify && call.m_pUser)
+    {
         return CL_INVALID_VALUE;
+    }
     SBuildOptions options;
     if (const cl_int nError = ReadOptions(pszOptions, ParseBuildOptions, CL_INVALID_BUILD_OPTIONS, options))
+    {
         return nError;
+    }
     return Work(
         call,
         [&](const SDeviceProgram& before) { return BuildForDevice(call.m_pProgram->GetSource(), before, options); },
@@ -116,14 +134,20 @@ cl_int ReadHeaders(cl_uint nHeaders, const cl_program* phHeaders, const char** p
                    std::vector<SSourceHeader>& vHeaders)
 {
     if ((nHeaders == 0) != (phHeaders == nullptr) || (nHeaders == 0) != (ppszNames == nullptr))
+    {
         return CL_INVALID_VALUE;
+    }
     for (cl_uint i = 0; i < nHeaders; ++i)
     {
         const CRef<CProgramObject> pHeader = Lookup<CProgramObject>(phHeaders[i]);
         if (!pHeader || !ppszNames[i])
+        {
             return CL_INVALID_VALUE;
+        }
         if (!pHeader->GetSource())
+        {
             return CL_INVALID_OPERATION;
+        }
         vHeaders.push_back({ppszNames[i], *pHeader->GetSource()});
     }
     return CL_SUCCESS;
@@ -132,14 +156,22 @@ cl_int ReadHeaders(cl_uint nHeaders, const cl_program* phHeaders, const char** p
 cl_int Compile(const SBuildCall& call, const char* pszOptions, const std::vector<SSourceHeader>& vHeaders)
 {
     if (!call.m_pProgram)
+    {
         return CL_INVALID_PROGRAM;
+    }
     if (!call.m_pProgram->GetSource())
+    {
         return CL_INVALID_OPERATION;
+    }
     if (!call.m_pNotify && call.m_pUser)
+    {
         return CL_INVALID_VALUE;
+    }
     SBuildOptions options;
     if (const cl_int nError = ReadOptions(pszOptions, ParseBuildOptions, CL_INVALID_COMPILER_OPTIONS, options))
+    {
         return nError;
+    }
     return Work(
         call,
         [&](const SDeviceProgram& before)
@@ -175,7 +207,9 @@ cl_int CL_API_CALL clCompileProgram(cl_program program, cl_uint num_devices, con
         {
             std::vector<KestrelPlatform::SSourceHeader> vHeaders;
             if (const cl_int nError = ReadHeaders(num_input_headers, input_headers, header_include_names, vHeaders))
+            {
                 return nError;
+            }
             return Compile({Lookup<CProgramObject>(program), num_devices, device_list, pfn_notify, user_data}, options,
                            vHeaders);
         });

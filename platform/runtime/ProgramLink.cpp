@@ -28,7 +28,9 @@ cl_int FindObjects(const std::vector<CRef<CProgramObject>>& vInputs, const CRef<
     {
         SDeviceProgram part;
         if (pInput->FindDeviceProgram(*pDevice, part) && IsLinkable(part))
+        {
             vObjects.push_back(std::move(part));
+        }
     }
     return vObjects.empty() || vObjects.size() == vInputs.size() ? CL_SUCCESS : CL_INVALID_OPERATION;
 }
@@ -42,7 +44,9 @@ SDeviceProgram LinkForDevice(const std::vector<SDeviceProgram>& vObjects, const 
     {
         std::vector<const std::vector<char>*> vImages;
         for (const SDeviceProgram& part : vObjects)
+        {
             vImages.push_back(&part.m_pImage->GetBytes());
+        }
         return TakeResult(LinkImages(vImages, options, pDevice->GetTarget()), pDevice, options);
     }
     if (vObjects.size() > 1)
@@ -73,12 +77,16 @@ struct SLinkCall
 cl_int ReadLinkInputs(const SLinkCall& call, const CContext& context, std::vector<CRef<CProgramObject>>& vInputs)
 {
     if (call.m_nInputs == 0 || !call.m_phInputs)
+    {
         return CL_INVALID_VALUE;
+    }
     for (cl_uint i = 0; i < call.m_nInputs; ++i)
     {
         vInputs.push_back(Lookup<CProgramObject>(call.m_phInputs[i]));
         if (!vInputs.back() || &vInputs.back()->GetContext() != &context)
+        {
             return CL_INVALID_PROGRAM;
+        }
     }
     return CL_SUCCESS;
 }
@@ -86,14 +94,18 @@ cl_int ReadLinkInputs(const SLinkCall& call, const CContext& context, std::vecto
 cl_int ReadLinkDevices(const SLinkCall& call, const CContext& context, std::vector<CRef<CDevice>>& vDevices)
 {
     if ((call.m_nDevices == 0) != (call.m_phDevices == nullptr))
+    {
         return CL_INVALID_VALUE;
+    }
     if (!call.m_phDevices)
     {
         vDevices = context.GetDevices();
         return CL_SUCCESS;
     }
     if (const cl_int nError = ReadDeviceList(call.m_nDevices, call.m_phDevices, vDevices))
+    {
         return nError;
+    }
     const bool bAll = std::all_of(vDevices.begin(), vDevices.end(),
                                   [&context](const CRef<CDevice>& pDevice) { return context.HasDevice(*pDevice); });
     return bAll ? CL_SUCCESS : CL_INVALID_DEVICE;
@@ -103,30 +115,46 @@ cl_int Link(const SLinkCall& call, cl_program& hProgram)
 {
     CRef<CContext> pContext = Lookup<CContext>(call.m_hContext);
     if (!pContext)
+    {
         return CL_INVALID_CONTEXT;
+    }
     if (!call.m_pNotify && call.m_pUser)
+    {
         return CL_INVALID_VALUE;
+    }
     std::vector<CRef<CProgramObject>> vInputs;
     if (const cl_int nError = ReadLinkInputs(call, *pContext, vInputs))
+    {
         return nError;
+    }
     std::vector<CRef<CDevice>> vDevices;
     if (const cl_int nError = ReadLinkDevices(call, *pContext, vDevices))
+    {
         return nError;
+    }
 
     SBuildOptions options;
     if (const cl_int nError = ReadOptions(call.m_pszOptions, ParseLinkOptions, CL_INVALID_LINKER_OPTIONS, options))
+    {
         return nError;
+    }
     std::vector<SDeviceProgram> vParts;
     for (const CRef<CDevice>& pDevice : vDevices)
     {
         std::vector<SDeviceProgram> vObjects;
         if (const cl_int nError = FindObjects(vInputs, pDevice, vObjects))
+        {
             return nError;
+        }
         if (!vObjects.empty())
+        {
             vParts.push_back(LinkForDevice(vObjects, options));
+        }
     }
     if (vParts.empty())
+    {
         return CL_INVALID_OPERATION;
+    }
     Count(PLATFORM_COUNTER_BUILDS, 1);
     const bool bOk = std::all_of(vParts.begin(), vParts.end(),
                                  [](const SDeviceProgram& part) { return part.m_eStatus == CL_BUILD_SUCCESS; });
@@ -158,6 +186,8 @@ cl_program CL_API_CALL clLinkProgram(cl_context context, cl_uint num_devices, co
                                                   hProgram);
                                   });
     if (errcode_ret)
+    {
         *errcode_ret = nError;
+    }
     return hProgram;
 }

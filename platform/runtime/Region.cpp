@@ -10,15 +10,21 @@ void CopyBox(unsigned char* pTarget, const SPitches& target, const unsigned char
              const SBox& box)
 {
     for (size_t nSlice = 0; nSlice < box.m_nSlices; ++nSlice)
+    {
         for (size_t nRow = 0; nRow < box.m_nRows; ++nRow)
+        {
             std::memmove(pTarget + nSlice * target.m_nSlice + nRow * target.m_nRow,
                          pSource + nSlice * source.m_nSlice + nRow * source.m_nRow, box.m_nRowBytes);
+        }
+    }
 }
 
 void FillPattern(unsigned char* pTarget, size_t nBytes, const void* pPattern, size_t nPattern)
 {
     if (nBytes == 0)
+    {
         return;
+    }
     std::memcpy(pTarget, pPattern, nPattern);
     // What is filled doubles with each pass.
     for (size_t nFilled = nPattern; nFilled < nBytes;)

@@ -13,11 +13,15 @@ cl_int CreateSampler(cl_context hContext, cl_bool bNormalized, cl_addressing_mod
 {
     CRef<CContext> pContext = Lookup<CContext>(hContext);
     if (!pContext)
+    {
         return CL_INVALID_CONTEXT;
+    }
     const bool bNeedsNormalized = eAddressing == CL_ADDRESS_REPEAT || eAddressing == CL_ADDRESS_MIRRORED_REPEAT;
     if (bNormalized > CL_TRUE || eAddressing < CL_ADDRESS_NONE || eAddressing > CL_ADDRESS_MIRRORED_REPEAT ||
         (bNeedsNormalized && !bNormalized) || (eFilter != CL_FILTER_NEAREST && eFilter != CL_FILTER_LINEAR))
+    {
         return CL_INVALID_VALUE;
+    }
     hSampler = GiveToClient(
         MakeObject<CSampler>(std::move(pContext), SSamplerBinding{bNormalized != CL_FALSE, eAddressing, eFilter}));
     return CL_SUCCESS;
@@ -76,7 +80,9 @@ cl_int CL_API_CALL clGetSamplerInfo(cl_sampler sampler, cl_sampler_info param_na
                    {
                        const CRef<CSampler> pSampler = Lookup<CSampler>(sampler);
                        if (!pSampler)
+                       {
                            return CL_INVALID_SAMPLER;
+                       }
                        return pSampler->GetInfo(param_name, {param_value_size, param_value, param_value_size_ret});
                    });
 }

@@ -53,8 +53,12 @@ struct SValues
 bool IsSwitchable(const std::string& strName)
 {
     for (const char* pszExtension : s_switchableExtensions)
+    {
         if (strName == pszExtension)
+        {
             return true;
+        }
+    }
     return false;
 }
 
@@ -113,8 +117,12 @@ bool ChooseVectors(const std::string& strBits)
     static const SWidth s_widths[] = {
         {"128", EInstructionSet::Baseline}, {"256", EInstructionSet::Avx2}, {"512", EInstructionSet::Avx512}};
     for (const SWidth& width : s_widths)
+    {
         if (strBits == width.pszBits)
+        {
             return ChooseInstructionSet(width.eSet);
+        }
+    }
     return false;
 }
 
@@ -130,9 +138,13 @@ bool ApplySetting(SValues& values, const std::string& strName, const std::string
     if ((strName == "no" || strName == "with") && IsSwitchable(strValue))
     {
         if (strName == "no")
+        {
             values.m_setExtensions.erase(strValue);
+        }
         else
+        {
             values.m_setExtensions.insert(strValue);
+        }
         return true;
     }
     if (strName == "refuse" && !strValue.empty())
@@ -141,11 +153,17 @@ bool ApplySetting(SValues& values, const std::string& strName, const std::string
         return true;
     }
     if (strName == "limit")
+    {
         return ReadNumber(strValue, CL_ULONG_MAX, values.m_nInstructionLimit);
+    }
     if (strName == "vectors")
+    {
         return ChooseVectors(strValue);
+    }
     if (strName == "schedule")
+    {
         return ReadNumber(strValue, CL_ULONG_MAX, values.m_nSchedule);
+    }
     if (strName == "fail")
     {
         values.m_vFailures.emplace_back();
@@ -166,9 +184,13 @@ std::vector<std::string> SplitAtCommas(const std::string& strText)
     for (const char c : strText)
     {
         if (c == ',')
+        {
             vParts.emplace_back();
+        }
         else
+        {
             vParts.back() += c;
+        }
     }
     return vParts;
 }
@@ -181,7 +203,9 @@ std::string Show(const std::string& strSetting)
     {
         char szCode[8] = {c, '\0'};
         if (c < 0x20 || c > 0x7E)
+        {
             std::snprintf(szCode, sizeof(szCode), "\\x%02x", static_cast<unsigned char>(c));
+        }
         strShown += szCode;
     }
     return strShown + "\"";
@@ -193,7 +217,9 @@ std::string GetSubject(const std::string& strSetting)
     const size_t nEquals = std::min(strSetting.find('='), strSetting.size());
     const std::string strName = strSetting.substr(0, nEquals);
     if (strName == "no" || strName == "with")
+    {
         return "extension" + strSetting.substr(nEquals);
+    }
     return strName == "fail" ? strSetting : strName;
 }
 
@@ -203,16 +229,22 @@ SValues ReadEnvironment()
     SValues values;
     const char* pszSettings = std::getenv("KESTREL_PLATFORM");
     if (!pszSettings || *pszSettings == '\0')
+    {
         return values;
+    }
     std::set<std::string> setSubjects;
     for (const std::string& strSetting : SplitAtCommas(pszSettings))
     {
         const size_t nEquals = std::min(strSetting.find('='), strSetting.size());
         const std::string strValue = nEquals < strSetting.size() ? strSetting.substr(nEquals + 1) : std::string();
         if (!ApplySetting(values, strSetting.substr(0, nEquals), strValue))
+        {
             values.m_strNonsense = Show(strSetting) + " is no setting of the software platform";
+        }
         else if (!setSubjects.insert(GetSubject(strSetting)).second)
+        {
             values.m_strNonsense = Show(strSetting) + " sets again what is set before it";
+        }
     }
     return values;
 }
@@ -269,14 +301,20 @@ bool IsExtensionEnabled(const std::string& strName)
 void SetExtensionEnabled(const char* pszName, bool bEnabled)
 {
     if (!pszName || !IsSwitchable(pszName))
+    {
         return;
+    }
     WithValues(
         [&](SValues& values)
         {
             if (bEnabled)
+            {
                 values.m_setExtensions.insert(pszName);
+            }
             else
+            {
                 values.m_setExtensions.erase(pszName);
+            }
         });
 }
 
@@ -287,8 +325,12 @@ std::string GetEnabledExtensions()
         {
             std::string strExtensions;
             for (const char* pszExtension : s_switchableExtensions)
+            {
                 if (values.m_setExtensions.count(pszExtension) != 0)
+                {
                     strExtensions += std::string(pszExtension) + " ";
+                }
+            }
             return strExtensions;
         });
 }
@@ -372,22 +414,30 @@ cl_int CountCall(const char* pszEntryPoint)
     SSettings& settings = Settings();
     settings.m_nCalls.fetch_add(1);
     if (!settings.m_bFailuresOrdered.load())
+    {
         return CL_SUCCESS;
+    }
     cl_int nCode = CL_SUCCESS;
     std::lock_guard<std::mutex> lock(settings.m_mutex);
     for (SFailure& failure : settings.m_values.m_vFailures)
     {
         if (!failure.m_strEntryPoint.empty() && failure.m_strEntryPoint != pszEntryPoint)
+        {
             continue;
+        }
         if (failure.m_nCallsLeft > 1)
         {
             --failure.m_nCallsLeft;
             continue;
         }
         if (failure.m_nCallsLeft == 1)
+        {
             nCode = failure.m_nCode;
+        }
         if (!failure.m_bForever)
+        {
             failure.m_nCallsLeft = 0;
+        }
     }
     return nCode;
 }

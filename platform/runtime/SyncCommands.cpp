@@ -52,7 +52,9 @@ cl_int CL_API_CALL clEnqueueWaitForEvents(cl_command_queue command_queue, cl_uin
                       [&](CEnqueue& enqueue)
                       {
                           if (num_events == 0 || !event_list)
+                          {
                               return CL_INVALID_VALUE;
+                          }
                           const cl_int nError = SubmitSync(enqueue, CL_COMMAND_BARRIER);
                           return nError == CL_INVALID_EVENT_WAIT_LIST ? CL_INVALID_EVENT : nError;
                       });

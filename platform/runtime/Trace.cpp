@@ -38,7 +38,9 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         WritePosition(record);
         if (record.nRegisterType != 0xFFFFFFFFu && record.pValues)
+        {
             WriteValues(record);
+        }
         std::fflush(m_pFile);
     }
 
@@ -47,17 +49,25 @@ private:
     {
         std::fprintf(m_pFile, "instruction %u opcode %u", record.nInstruction, record.nOpCode);
         for (uint32_t i = 0; i < record.nCalls; ++i)
+        {
             std::fprintf(m_pFile, " call %u", record.pCallSites[i]);
+        }
         for (uint32_t i = 0; i < record.nLoops; ++i)
+        {
             std::fprintf(m_pFile, " loop %u-%u pass %u", record.pLoops[i].nStart, record.pLoops[i].nEnd,
                          record.pLoops[i].nIteration);
+        }
         uint32_t nActive = 0;
         for (uint32_t i = 0; i < record.nItems; ++i)
+        {
             nActive += record.pActive[i];
+        }
         std::fprintf(m_pFile, " active %u of %u", nActive, record.nItems);
         if (record.nRegisterType != 0xFFFFFFFFu)
+        {
             std::fprintf(m_pFile, " writes register type %u number %u components 0x%x", record.nRegisterType,
                          record.nRegisterNumber, record.nComponents);
+        }
         std::fputc('\n', m_pFile);
     }
 
@@ -66,11 +76,15 @@ private:
         for (uint32_t i = 0; i < record.nItems; ++i)
         {
             if (!record.pActive[i])
+            {
                 continue;
+            }
             const uint32_t* pWords = record.pValues + size_t{4} * i;
             std::fprintf(m_pFile, "  item %u", record.pItems[i]);
             if (record.pIndices)
+            {
                 std::fprintf(m_pFile, " index %u", record.pIndices[i]);
+            }
             std::fprintf(m_pFile, ": %08x %08x %08x %08x\n", pWords[0], pWords[1], pWords[2], pWords[3]);
         }
     }

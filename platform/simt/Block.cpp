@@ -22,14 +22,18 @@ CBlock::CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal, C
     const size_t nBytes = static_cast<size_t>(m_Code.nRows) * sizeof(SLaneRow);
     m_pMemory.reset(std::aligned_alloc(alignof(SLaneRow), nBytes));
     if (!m_pMemory)
+    {
         throw std::bad_alloc();
+    }
     m_pRows = static_cast<SLaneRow*>(m_pMemory.get());
     std::memset(m_pRows, 0, nBytes);
     m_vReturns.assign(m_Code.vBodyEntries.size(), 0);
     m_vBranches.assign(m_Code.nRows, SBranch());
     m_vLocalShift.assign(s_nLanes, 0);
     for (uint32_t n = 0; n < s_nLanes && context.nGroupsPerBlock > 1; ++n)
+    {
         m_vLocalShift[n] = std::min(n / context.nGroupSize, context.nGroupsPerBlock - 1) * context.nLocalBytes;
+    }
     FillConstants();
     FillLocalIds();
 }
@@ -55,30 +59,42 @@ void CBlock::Start(uint64_t nFirstGroup, IBlockRecorder* pTrace)
     m_bSeen = pTrace && pTrace->SeesSteps();
     const uint64_t nGroupsLeft = m_Context.nGroupCount - nFirstGroup;
     if (m_Context.nGroupsPerBlock > 1)
+    {
         m_nLive =
             static_cast<uint32_t>(std::min<uint64_t>(nGroupsLeft, m_Context.nGroupsPerBlock)) * m_Context.nGroupSize;
+    }
     else
+    {
         m_nLive = std::min(m_Context.nGroupSize - m_nPart * s_nLanes, s_nLanes);
+    }
     m_nLiveEnd = (m_nLive + s_nGranule - 1) & ~(s_nGranule - 1);
     uint32_t* const pMask = Row(s_nMaskRow);
     m_Lanes.pfFill(pMask, 0xFFFFFFFFu, 0, m_nLive);
     m_Lanes.pfFill(pMask, 0, m_nLive, s_nLanes);
     for (const uint32_t nRow : m_Code.vClearRows)
+    {
         ClearRow(nRow);
+    }
     FillGroupIds();
     if (!m_bSteady)
+    {
         RunSteady();
+    }
     m_nExecuted = 0;
     m_nStep = m_Code.vBodyEntries[0];
     SetMask({m_nLive, 0, m_nLiveEnd});
     if (m_pTrace)
+    {
         m_pTrace->Start(*this);
+    }
 }
 
 void CBlock::RunSteady()
 {
     for (const SMicroOp& step : m_Code.vSteadySteps)
+    {
         m_Lanes.pFast[step.nOp](m_pRows, step.rows, nullptr, 0, s_nLanes);
+    }
     m_bSteady = true;
 }
 
@@ -112,7 +128,9 @@ bool CBlock::Limit(const SMicroOp& step)
     {
         uint32_t nLane = 0;
         while (nLane + 1 < m_nLive && !IsActive(nLane))
+        {
             ++nLane;
+        }
         m_Context.Stop(bBreak, step.nInstruction, GetWorkItem(nLane));
     }
     const bool bStop = m_Context.bStop.load(std::memory_order_relaxed);
@@ -125,18 +143,26 @@ void CBlock::TellPlaces(EState eState) const
     const SMicroOp* const pAt = eState == Stopped ? m_pStoppedAt : nullptr;
     const bool bBegun = eState == AtBarrier || (pAt && (pAt->eKind != MICRO_ENTER || pAt->nAux != 0));
     if (!bBegun)
+    {
         return m_Context.AddPlace({eState == Done ? PLATFORM_WHERE_ENDED : PLATFORM_WHERE_NOT_BEGUN,
                                    SItem::NoInstruction, m_nLive, GetWorkItem(0), 0, 0});
+    }
     uint32_t nLane = 0;
     while (nLane + 1 < m_nLive && !IsActive(nLane))
+    {
         ++nLane;
+    }
     const uint64_t nPasses = pAt && pAt->eKind == MICRO_END_LOOP ? m_vBranches[pAt->rows.d[0]].nPasses : 0;
     if (m_nActive != 0)
+    {
         m_Context.AddPlace({pAt ? PLATFORM_WHERE_AT : PLATFORM_WHERE_BARRIER, pAt ? pAt->nInstruction : m_nBarrier,
                             m_nActive, GetWorkItem(nLane), nPasses, nPasses});
+    }
     if (m_nActive != m_nLive)
+    {
         m_Context.AddPlace(
             {PLATFORM_WHERE_BESIDE, SItem::NoInstruction, m_nLive - m_nActive, GetFirstMissing(false), 0, 0});
+    }
 }
 
 void CBlock::OpenBranch(const SMicroOp& step, uint32_t bInvert)
@@ -159,7 +185,9 @@ void CBlock::CloseBranch(const SMicroOp& step)
 {
     const SBranch& branch = m_vBranches[step.rows.d[0]];
     if (branch.nRest == 0)
+    {
         return;
+    }
     uint32_t* const pMask = Row(s_nMaskRow);
     m_Lanes.pfMerge(branch.span, pMask, Row(step.rows.d[0]));
     const bool bAll = m_nActive + branch.nRest == branch.span.nActive;
@@ -188,7 +216,9 @@ void CBlock::OtherWhole(const SMicroOp& step)
 {
     SBranch& branch = m_vBranches[step.rows.d[0]];
     if (!branch.bTaken)
+    {
         SetMask(branch.span);
+    }
     else
     {
         branch.span = Span();
@@ -202,7 +232,9 @@ void CBlock::CloseWhole(const SMicroOp& step)
     SBranch& branch = m_vBranches[step.rows.d[0]];
     // Nothing has run since where the span was taken.
     if (branch.bTaken == branch.bOther)
+    {
         SetMask(branch.span);
+    }
 }
 
 void CBlock::LeaveAll(const SMicroOp& step)
@@ -220,7 +252,9 @@ void CBlock::RunUniform(const SMicroOp& step) const
     for (const uint16_t nRow : step.rows.d)
     {
         if ((step.nFlags & s_nFlagSpread) && nRow != s_nMaskRow)
+        {
             m_Lanes.pfFill(m_pRows[nRow].w, m_pRows[nRow].w[0], 0, s_nLanes);
+        }
     }
 }
 
@@ -229,9 +263,13 @@ void CBlock::Loop(const SMicroOp& step)
     m_vBranches[step.rows.d[0]].nPasses = 0;
     ClearRow(step.rows.d[0]);
     if (step.nFlags)
+    {
         ClearRow(step.rows.d[1]);
+    }
     if (m_pTrace)
+    {
         m_pTrace->Flow(*this, step.nInstruction);
+    }
     GoOn(step);
 }
 
@@ -262,7 +300,9 @@ void CBlock::EndLoop(const SMicroOp& step)
     {
         m_pTrace->CloseLoop();
         if (m_nActive != 0)
+        {
             m_pTrace->Flow(*this, step.nInstruction);
+        }
     }
     GoOn(step);
 }
@@ -270,7 +310,9 @@ void CBlock::EndLoop(const SMicroOp& step)
 void CBlock::Switch(const SMicroOp& step)
 {
     if (m_pTrace)
+    {
         m_pTrace->Flow(*this, step.nInstruction);
+    }
     std::memcpy(Row(step.rows.s[1]), Row(step.rows.s[0]), sizeof(SLaneRow));
     std::memcpy(Row(step.rows.d[1]), Row(s_nMaskRow), sizeof(SLaneRow));
     ClearRow(step.rows.d[0]);
@@ -291,7 +333,9 @@ void CBlock::Default(const SMicroOp& step)
     {
         uint32_t nTaken = pPending[n];
         for (uint32_t i = 0; i < nLater && nTaken; ++i)
+        {
             nTaken = pSelector[n] == pLater[i] ? 0 : nTaken;
+        }
         pPending[n] &= ~nTaken;
         pMask[n] |= nTaken;
     }
@@ -301,18 +345,26 @@ void CBlock::Default(const SMicroOp& step)
 void CBlock::EndBody(const SMicroOp& step)
 {
     if (m_pTrace && step.nInstruction != SItem::NoInstruction && m_nActive != 0)
+    {
         m_pTrace->Flow(*this, step.nInstruction);
+    }
     if (step.rows.d[0])
+    {
         SetMask(m_Lanes.pfJoin(Span(), Row(s_nMaskRow), Row(step.rows.d[0])));
+    }
     if (m_pTrace && step.nAux != 0)
+    {
         m_pTrace->CloseCall();
+    }
     m_nStep = m_vReturns[step.nAux];
 }
 
 void CBlock::Call(const SMicroOp& step)
 {
     if (step.nFlags & s_nFlagConditional)
+    {
         OpenBranch(step, step.nFlags & s_nFlagInvert);
+    }
     m_nExecuted += step.nFollow;
     if (m_nActive == 0)
     {
@@ -322,7 +374,9 @@ void CBlock::Call(const SMicroOp& step)
     m_vReturns[step.nAux] = m_nStep + 1;
     m_nStep = m_Code.vBodyEntries[step.nAux];
     if (m_pTrace)
+    {
         m_pTrace->OpenCall(step.nInstruction);
+    }
 }
 
 /// A group within this block needs no waiting: its work-items are all here. Those that aren't
@@ -331,7 +385,9 @@ CBlock::EState CBlock::Barrier(const SMicroOp& step)
 {
     m_nBarrier = step.nInstruction;
     if (m_pTrace)
+    {
         m_pTrace->Barrier(*this, step);
+    }
     if (m_Context.nBlocksPerGroup > 1)
     {
         GoOn(step);
@@ -347,7 +403,9 @@ CBlock::EState CBlock::Barrier(const SMicroOp& step)
             nMissing = IsActive(n) ? nMissing : n;
         }
         if (nHere != 0 && nHere != m_Context.nGroupSize)
+        {
             m_Context.CountUnreachedBarrier(step.nInstruction, GetWorkItem(nMissing));
+        }
     }
     GoOn(step);
     return Running;
@@ -357,7 +415,9 @@ uint64_t CBlock::GetFirstMissing(bool bDone) const
 {
     uint32_t nLane = 0;
     while (!bDone && nLane + 1 < m_nLive && IsActive(nLane))
+    {
         ++nLane;
+    }
     return GetWorkItem(nLane);
 }
 
@@ -366,7 +426,9 @@ void CBlock::Outside(const SMicroOp& step)
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (IsActive(n))
+        {
             CountBad(step, n, step.nAux, step.nFlags != 0, SBadAccess::Registers);
+        }
     }
 }
 
@@ -383,11 +445,17 @@ uint32_t CBlock::RunLanes(uint32_t nStep) const
     for (;; ++pStep)
     {
         if (pStep->eKind == MICRO_LANE_FAST)
+        {
             pFast[pStep->nOp](pRows, pStep->rows, pMask, nBegin, nEnd);
+        }
         else if (pStep->eKind == MICRO_LANE_UNIFORM)
+        {
             RunUniform(*pStep);
+        }
         else
+        {
             break;
+        }
     }
     return static_cast<uint32_t>(pStep - pSteps);
 }
@@ -399,12 +467,18 @@ uint32_t CBlock::RunSeenLanes(uint32_t nStep) const
     {
         const SMicroOp& step = m_Code.vSteps[nStep];
         if (step.eKind != MICRO_LANE_FAST && step.eKind != MICRO_LANE_UNIFORM)
+        {
             return nStep;
+        }
         m_pTrace->Stepping(*this, step);
         if (step.eKind == MICRO_LANE_FAST)
+        {
             m_Lanes.pFast[step.nOp](m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
+        }
         else
+        {
             RunUniform(step);
+        }
         m_pTrace->Stepped(*this, step);
     }
 }
@@ -414,7 +488,9 @@ void CBlock::RecordAccess(const SMicroOp& step, const SAccess& access)
     m_pTrace->Accessing(*this, step, access);
     Access(step, access);
     if (m_pTrace->SeesMemory())
+    {
         m_Pending.Flush();
+    }
     m_pTrace->Accessed(*this, step, access);
 }
 
@@ -426,7 +502,9 @@ CBlock::EState CBlock::Run()
     {
         const SMicroOp& step = pSteps[m_nStep];
         if (m_bSeen && step.eKind != MICRO_ACCESS && step.eKind != MICRO_LANE_FAST && step.eKind != MICRO_LANE_UNIFORM)
+        {
             m_pTrace->Stepping(*this, step);
+        }
         switch (step.eKind)
         {
         case MICRO_LANE_FAST:
@@ -436,76 +514,118 @@ CBlock::EState CBlock::Run()
         case MICRO_LANE_SLOW:
             GetSlowLaneOp(step.nOp)(m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
             if (m_bSeen)
+            {
                 m_pTrace->Stepped(*this, step);
+            }
             ++m_nStep;
             break;
         case MICRO_ENTER:
             if (step.rows.d[0])
+            {
                 ClearRow(step.rows.d[0]);
+            }
             if (m_pTrace)
+            {
                 m_pTrace->Entered(*this, step.nAux);
+            }
             if (m_pTrace && step.nInstruction != SItem::NoInstruction)
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             GoOn(step);
             if (Limit(step))
+            {
                 return Stopped;
+            }
             break;
         case MICRO_IF:
             if (step.nFlags & s_nFlagUniform)
+            {
                 OpenWhole(step);
+            }
             else
+            {
                 OpenBranch(step, step.nFlags);
+            }
             if (m_pTrace)
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             GoOn(step);
             break;
         case MICRO_ELSE:
         {
             const uint32_t nBefore = m_nActive;
             if (step.nFlags & s_nFlagUniform)
+            {
                 OtherWhole(step);
+            }
             else
+            {
                 OtherBranch(step);
+            }
             if (m_pTrace && (nBefore | m_nActive))
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             GoOn(step);
             break;
         }
         case MICRO_END_IF:
             if (step.nFlags & s_nFlagUniform)
+            {
                 CloseWhole(step);
+            }
             else
+            {
                 CloseBranch(step);
+            }
             if (m_pTrace && m_nActive)
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             GoOn(step);
             break;
         case MICRO_LOOP:
             if (m_pTrace)
+            {
                 m_pTrace->OpenLoop(step.nInstruction, pSteps[step.nTarget].nInstruction);
+            }
             Loop(step);
             break;
         case MICRO_LEAVE:
             if (m_pTrace && step.nFlags)
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             LeaveAll(step);
             if (m_pTrace && !step.nFlags)
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             GoOn(step);
             break;
         case MICRO_LEAVE_IF:
             if (!(step.nFlags & s_nFlagUniform))
+            {
                 SetMask(m_Lanes.pfLeave(Span(), pMask, Row(step.rows.d[0]), Row(step.rows.s[0]), step.nFlags));
+            }
             else if (HoldsForAll(step))
+            {
                 LeaveAll(step);
+            }
             if (m_pTrace)
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             GoOn(step);
             break;
         case MICRO_END_LOOP:
             EndLoop(step);
             if (Limit(step))
+            {
                 return Stopped;
+            }
             break;
         case MICRO_SWITCH:
             Switch(step);
@@ -513,18 +633,26 @@ CBlock::EState CBlock::Run()
         case MICRO_CASE:
         case MICRO_DEFAULT:
             if (step.eKind == MICRO_CASE)
+            {
                 SetMask(m_Lanes.pfCase(pMask, Row(step.rows.d[1]), Row(step.rows.s[1]), step.nAux));
+            }
             else
+            {
                 Default(step);
+            }
             if (m_pTrace)
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             GoOn(step);
             break;
         case MICRO_END_SWITCH:
             SetMask(m_Lanes.pfJoin(Span(), pMask, Row(step.rows.d[0])));
             SetMask(m_Lanes.pfJoin(Span(), pMask, Row(step.rows.d[1])));
             if (m_pTrace && m_nActive)
+            {
                 m_pTrace->Flow(*this, step.nInstruction);
+            }
             GoOn(step);
             break;
         case MICRO_CALL:
@@ -544,7 +672,9 @@ CBlock::EState CBlock::Run()
             break;
         case MICRO_BARRIER:
             if (Barrier(step) == AtBarrier)
+            {
                 return AtBarrier;
+            }
             break;
         case MICRO_FENCE:
             m_Pending.Flush();
@@ -552,9 +682,13 @@ CBlock::EState CBlock::Run()
             break;
         case MICRO_ACCESS:
             if (m_pTrace)
+            {
                 RecordAccess(step, m_Code.vAccesses[step.nAux]);
+            }
             else
+            {
                 Access(step, m_Code.vAccesses[step.nAux]);
+            }
             ++m_nStep;
             break;
         case MICRO_IMAGE:

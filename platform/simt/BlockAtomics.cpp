@@ -85,9 +85,13 @@ T Apply(EAtomic eAtomic, T nOld, T a, T b)
     const uint64_t nNew = a;
     uint64_t nResult = nOld;
     if (nNew & 0x80000000ull)
+    {
         nResult = (nResult & 0xFFFFFFFF00000000ull) | (nNew & 0x7FFFFFFFull);
+    }
     if (nNew & 0x8000000000000000ull)
+    {
         nResult = (nResult & 0xFFFFFFFFull) | (nNew & 0x7FFFFFFF00000000ull);
+    }
     return static_cast<T>(nResult);
 }
 
@@ -96,7 +100,9 @@ T UpdateShared(EAtomic eAtomic, unsigned char* pData, T a, T b)
 {
     T* const p = reinterpret_cast<T*>(pData);
     if (eAtomic == ATOMIC_ADD)
+    {
         return __atomic_fetch_add(p, a, __ATOMIC_RELAXED);
+    }
     T nOld = __atomic_load_n(p, __ATOMIC_RELAXED);
     while (!__atomic_compare_exchange_n(p, &nOld, Apply(eAtomic, nOld, a, b), true, __ATOMIC_RELAXED, __ATOMIC_RELAXED))
     {
@@ -120,7 +126,9 @@ void AddSequence(const uint32_t* pValues, unsigned char* pData, uint32_t nCount)
     typedef uint32_t Word __attribute__((aligned(1), may_alias));
     Word* const __restrict pWords = reinterpret_cast<Word*>(pData);
     for (uint32_t n = 0; n < nCount; ++n)
+    {
         pWords[n] += pValues[n];
+    }
 }
 
 } // namespace
@@ -132,7 +140,9 @@ void CBlock::GlobalAtomic(const SAccess& access, uint32_t nLane, unsigned char* 
     const uint32_t b = Row(access.nValueRows[2])[nLane];
     const uint32_t nOld = pData ? UpdateShared<uint32_t>(access.eAtomic, pData, a, b) : 0;
     if (access.bReturns)
+    {
         Row(access.nRows[0])[nLane] = nOld;
+    }
 }
 
 /// Local memory belongs to one thread at a time.
@@ -142,7 +152,9 @@ void CBlock::LocalAtomic(const SAccess& access, uint32_t nLane, unsigned char* p
     const uint32_t b = Row(access.nValueRows[2])[nLane];
     uint64_t nOld = 0;
     if (access.nElementBytes == 4)
+    {
         nOld = pData ? UpdateOwn<uint32_t>(access.eAtomic, pData, a, b) : 0;
+    }
     else
     {
         const uint64_t a64 = a | (static_cast<uint64_t>(Row(access.nValueRows[1])[nLane]) << 32);
@@ -150,10 +162,14 @@ void CBlock::LocalAtomic(const SAccess& access, uint32_t nLane, unsigned char* p
         nOld = pData ? UpdateOwn<uint64_t>(access.eAtomic, pData, a64, b64) : 0;
     }
     if (!access.bReturns)
+    {
         return;
+    }
     Row(access.nRows[0])[nLane] = static_cast<uint32_t>(nOld);
     if (access.nElementBytes == 8)
+    {
         Row(access.nRows[1])[nLane] = static_cast<uint32_t>(nOld >> 32);
+    }
 }
 
 /// All active lanes' 32-bit elements, in the order of the lanes; all are aligned and inside memory.
@@ -165,23 +181,33 @@ void CBlock::AtomicWords(const SAccess& access, unsigned char* pBase, const SOff
     if (access.eAtomic == ATOMIC_ADD && !access.bReturns)
     {
         if (bShared)
+        {
             AddShared(a, pBase, offsets);
+        }
         else
+        {
             AddOwn(a, pBase, offsets);
+        }
         return;
     }
     if (bShared)
+    {
         m_Pending.Flush();
+    }
     uint32_t* const pOld = access.bReturns ? Row(access.nRows[0]) : nullptr;
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (!IsActive(n))
+        {
             continue;
+        }
         unsigned char* const pData = pBase + (offsets.pAddresses[n] - offsets.nLow);
         const uint32_t nOld = bShared ? UpdateShared<uint32_t>(access.eAtomic, pData, a[n], b[n])
                                       : UpdateOwn<uint32_t>(access.eAtomic, pData, a[n], b[n]);
         if (pOld)
+        {
             pOld[n] = nOld;
+        }
     }
 }
 
@@ -198,7 +224,9 @@ void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOff
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if ((pValues[n] & pMask[n]) == 0)
+        {
             continue;
+        }
         unsigned char* const pData = pBase + (offsets.pAddresses[n] - offsets.nLow);
         __atomic_fetch_add(reinterpret_cast<uint32_t*>(pData), pValues[n], __ATOMIC_RELAXED);
     }

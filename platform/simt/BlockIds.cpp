@@ -41,7 +41,9 @@ uint64_t CBlock::GetWorkItem(uint32_t nLane) const
     GroupOfLane(nLane, nGroup);
     uint64_t nItem = 0;
     for (int n = 2; n >= 0; --n)
+    {
         nItem = nItem * launch.nGlobalSize[n] + nGroup[n] * launch.nLocalSize[n] + nId[n];
+    }
     return nItem;
 }
 
@@ -52,15 +54,21 @@ void CBlock::FillLocalIds()
         uint32_t nId[3];
         LocalIdOfLane(n, nId);
         for (uint32_t i = 0; i < 3; ++i)
+        {
             m_nLocalIds[i].w[n] = nId[i];
+        }
         m_nLocalIds[3].w[n] = LocalIndexOfLane(n);
     }
     for (const SCode::SId& id : m_Code.vIds)
     {
         if (id.nType == IL_REGTYPE_THREAD_ID_IN_GROUP && id.nComponent < 3)
+        {
             m_pRows[id.nRow] = m_nLocalIds[id.nComponent];
+        }
         if (id.nType == IL_REGTYPE_THREAD_ID_IN_GROUP_FLAT)
+        {
             m_pRows[id.nRow] = m_nLocalIds[3];
+        }
     }
 }
 
@@ -81,9 +89,13 @@ void CBlock::FillGroupIds()
             uint32_t nBase = 0;
             const uint32_t* pLocal = nullptr;
             if (id.nType == IL_REGTYPE_THREAD_GROUP_ID_FLAT)
+            {
                 nBase = static_cast<uint32_t>(nLinear);
+            }
             else if (id.nType == IL_REGTYPE_THREAD_GROUP_ID && c < 3)
+            {
                 nBase = static_cast<uint32_t>(nGroup[c]);
+            }
             else if (id.nType == IL_REGTYPE_ABSOLUTE_THREAD_ID_FLAT)
             {
                 nBase = static_cast<uint32_t>(nLinear * m_Context.nGroupSize);
@@ -95,7 +107,9 @@ void CBlock::FillGroupIds()
                 pLocal = m_nLocalIds[c].w;
             }
             else
+            {
                 continue;
+            }
             uint32_t* const pRow = Row(id.nRow);
             if (!pLocal && pRow[nFirst] != nBase)
             {
@@ -103,7 +117,9 @@ void CBlock::FillGroupIds()
                 m_bSteady = m_bSteady && !IsSteady(id);
             }
             if (pLocal)
+            {
                 m_Lanes.pfScale(pRow, pLocal, 0u - nBase, 1, nFirst, nFirst + nSlot);
+            }
         }
     }
 }

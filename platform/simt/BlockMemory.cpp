@@ -49,11 +49,17 @@ void MoveNarrowSequence(const SAccess& access, uint32_t* pLanes, unsigned char* 
 {
     const bool bByte = access.nElementBytes == 1;
     if (access.eOperation == SAccess::Store)
+    {
         (bByte ? StoreElements<uint8_t> : StoreElements<uint16_t>)(pLanes, pData, nCount);
+    }
     else if (access.bSigned)
+    {
         (bByte ? LoadElements<int8_t> : LoadElements<int16_t>)(pLanes, pData, nCount);
+    }
     else
+    {
         (bByte ? LoadElements<uint8_t> : LoadElements<uint16_t>)(pLanes, pData, nCount);
+    }
 }
 
 /// Asks for what lies behind a piece of memory: the next group of a thread goes on there, but so long after this one
@@ -62,7 +68,9 @@ void PrefetchBehind(const unsigned char* pData, uint32_t nBytes)
 {
     const uintptr_t nNext = reinterpret_cast<uintptr_t>(pData) + nBytes;
     for (uint32_t n = 0; n < nBytes; n += 64)
+    {
         __builtin_prefetch(reinterpret_cast<const void*>(nNext + n));
+    }
 }
 
 } // namespace
@@ -102,9 +110,13 @@ void CBlock::FillAddresses(const SAccess& access, uint32_t nBegin, uint32_t nEnd
     for (uint32_t n = nBegin; n < nEnd; ++n)
     {
         if (access.bScaled)
+        {
             pAddresses[n - nBegin] = ScaledAddress(access, Row(access.nIndexRow)[n]);
+        }
         else
+        {
             pAddresses[n - nBegin] = Address(access, access.bUniform ? 0 : n);
+        }
     }
 }
 
@@ -122,10 +134,14 @@ bool CBlock::IsEven(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint6
     const int64_t nAll = int64_t{static_cast<int32_t>(nStride)} * (nEnd - nBegin - 1);
     if (IndexOf(pRow[nEnd - 1], bSigned) - IndexOf(pRow[nBegin], bSigned) != nAll ||
         !m_Lanes.pfIsSequence(pRow, nBegin, nEnd, nStride))
+    {
         return false;
+    }
     const bool bHigh = !access.bScaled && access.b64BitAddress;
     if (bHigh && !m_Lanes.pfIsSequence(Row(access.nAddressRows[1]), nBegin, nEnd, 0))
+    {
         return false;
+    }
     nFirst = access.bScaled ? ScaledAddress(access, pRow[nBegin]) : Address(access, nBegin);
     nLast = access.bScaled ? ScaledAddress(access, pRow[nEnd - 1]) : Address(access, nEnd - 1);
     return true;
@@ -138,11 +154,15 @@ const SMemoryRange* CBlock::FindMemory(uint64_t nAddress)
     const auto holds = [nAddress](const SMemoryRange& range)
     { return nAddress >= range.nAddress && nAddress - range.nAddress < range.nSize; };
     if (m_nLastRange < vMemory.size() && holds(vMemory[m_nLastRange]))
+    {
         return &vMemory[m_nLastRange];
+    }
     auto it = std::upper_bound(vMemory.begin(), vMemory.end(), nAddress,
                                [](uint64_t n, const SMemoryRange& range) { return n < range.nAddress; });
     if (it == vMemory.begin() || !holds(*--it))
+    {
         return nullptr;
+    }
     m_nLastRange = static_cast<size_t>(it - vMemory.begin());
     return &*it;
 }
@@ -153,9 +173,13 @@ void CBlock::Access(const SMicroOp& step, const SAccess& access)
     {
     case SAccess::Global:
         if (!access.bUniform)
+        {
             GlobalAccess(step, access);
+        }
         else if (!UniformLoad(access))
+        {
             UniformAccess(step, access);
+        }
         break;
     case SAccess::Local:
         LocalAccess(step, access);
@@ -171,7 +195,9 @@ bool CBlock::IsSame(const uint32_t* pValues) const
     uint32_t nLow = 0;
     uint32_t nHigh = 0;
     if (!m_pMask)
+    {
         return m_Lanes.pfIsSequence(pValues, m_nBegin, m_nLast, 0);
+    }
     m_Lanes.pfRange(pValues, m_pMask, m_nBegin, m_nLast, nLow, nHigh);
     return nLow == nHigh;
 }
@@ -192,7 +218,9 @@ CBlock::SOffsets CBlock::Offsets(const uint32_t* pAddresses, uint32_t nStride) c
         offsets.bSequence =
             offsets.nLow < offsets.nHigh && m_Lanes.pfIsSequence(pAddresses, m_nBegin, m_nLast, nStride);
         if (offsets.bSequence || (offsets.nLow == offsets.nHigh && IsSame(pAddresses)))
+        {
             return offsets;
+        }
     }
     m_Lanes.pfRange(pAddresses, m_pMask, m_nBegin, m_nLast, offsets.nLow, offsets.nHigh);
     return offsets;
@@ -213,19 +241,27 @@ void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
     {
         uint32_t* rows[4] = {};
         for (uint32_t w = 0; w < access.nWords; ++w)
+        {
             rows[w] = Row(access.nRows[w]);
+        }
         if (bLoad)
+        {
             m_Lanes.pfSeparate(rows, access.nWords, pMemory, m_nBegin, m_nLast);
+        }
         else if (bGlobal)
         {
             StoreTogether(rows, access.nWords, pMemory, nBytes);
             return;
         }
         else
+        {
             m_Lanes.pfInterleave(rows, access.nWords, pMemory, m_nBegin, m_nLast);
+        }
     }
     if (bGlobal)
+    {
         PrefetchBehind(pMemory, nBytes);
+    }
 }
 
 /// Puts the words of several rows into global memory in one copy. Of a copy as large as that many processors know that
@@ -252,11 +288,17 @@ void CBlock::MoveWords(const SAccess& access, unsigned char* pBase, const SOffse
         uint32_t* const pRow = Row(access.nRows[w]);
         unsigned char* const pWord = pBase + w * 4;
         if (bLoad && !m_pMask && offsets.nLow == offsets.nHigh)
+        {
             m_Lanes.pfFill(pRow, Load32(pWord), m_nBegin, m_nLast);
+        }
         else if (bLoad)
+        {
             m_Lanes.pfGather(pRow, pWord, offsets.pAddresses, offsets.nLow, offsets.nScale, m_pMask, m_nBegin, m_nLast);
+        }
         else
+        {
             m_Lanes.pfScatter(pRow, pWord, offsets.pAddresses, offsets.nLow, m_pMask, m_nBegin, m_nLast);
+        }
     }
 }
 
@@ -270,7 +312,9 @@ void CBlock::MoveNarrow(const SAccess& access, unsigned char* pBase, const SOffs
     for (uint32_t i = m_nBegin; i < m_nLast; ++i)
     {
         if (IsActive(i))
+        {
             MoveLane(access, i, 0, pBase + (offsets.pAddresses[i] - offsets.nLow));
+        }
     }
 }
 
@@ -282,15 +326,23 @@ void CBlock::MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, 
     if (access.nElementBytes == 4)
     {
         if (bLoad)
+        {
             nValue = Load32(pData);
+        }
         else
+        {
             Store32(pData, nValue);
+        }
         return;
     }
     if (bLoad)
+    {
         nValue = LoadNarrow(pData, access.nElementBytes, access.bSigned);
+    }
     else
+    {
         std::memcpy(pData, &nValue, access.nElementBytes);
+    }
 }
 
 /// Lane by lane, for an access that isn't wholly inside one memory object.
@@ -309,25 +361,37 @@ void CBlock::GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nL
     {
         uint64_t nElement = nAddress + n * access.nElementBytes;
         if (!access.b64BitAddress)
+        {
             nElement &= 0xFFFFFFFFu;
+        }
         const SMemoryRange* const pRange = FindMemory(nElement);
         const bool bInside = pRange && pRange->nSize - (nElement - pRange->nAddress) >= access.nElementBytes &&
                              (bLoad || !pRange->bReadOnly);
         unsigned char* const pData = bInside ? pRange->pData + (nElement - pRange->nAddress) : nullptr;
         if (bAtomic)
+        {
             GlobalAtomic(access, nLane, pData);
+        }
         else if (bInside)
+        {
             MoveLane(access, nLane, n, pData);
+        }
         else if (bLoad)
+        {
             Row(access.nRows[n])[nLane] = 0;
+        }
         if (bInside)
+        {
             continue;
+        }
         nBadAddress = bBad ? nBadAddress : (bAtomic ? Address(access, nLane) : nElement);
         bReadOnly = bBad ? bReadOnly : pRange && pRange->bReadOnly && !bLoad;
         bBad = true;
     }
     if (bBad)
+    {
         CountBad(step, nLane, nBadAddress, !bLoad, SBadAccess::Global, access.nElementBytes, bReadOnly);
+    }
 }
 
 /// Where the lowest of the lanes' elements lies, if all of them are inside one memory object; null otherwise.
@@ -339,10 +403,14 @@ unsigned char* CBlock::GlobalMemory(const SAccess& access, SOffsets& offsets)
     {
         const uint32_t* const pHigh = Row(access.nAddressRows[1]);
         if (!IsSame(pHigh))
+        {
             return nullptr;
+        }
         uint32_t nLane = m_nBegin;
         while (!IsActive(nLane))
+        {
             ++nLane;
+        }
         nBase = static_cast<uint64_t>(pHigh[nLane]) << 32;
     }
     return MemoryOf(access, nBase + offsets.nLow, offsets.nHigh - offsets.nLow);
@@ -354,7 +422,9 @@ unsigned char* CBlock::MemoryOf(const SAccess& access, uint64_t nLow, uint64_t n
     const SMemoryRange* const pRange = FindMemory(nLow);
     const uint64_t nTotal = LaneBytes(access);
     if (!pRange || (access.eOperation != SAccess::Load && pRange->bReadOnly))
+    {
         return nullptr;
+    }
     const uint64_t nBehind = pRange->nSize - (nLow - pRange->nAddress);
     return nBehind >= nTotal && nSpread <= nBehind - nTotal ? pRange->pData + (nLow - pRange->nAddress) : nullptr;
 }
@@ -374,13 +444,17 @@ unsigned char* CBlock::ScaledMemory(const SAccess& access, SOffsets& offsets)
     offsets = m_Index;
     // What is below 0, or no multiple of an atomic's size, goes the way of whole addresses.
     if ((access.bIndexSigned && (offsets.nHigh | nScale) > 0x7FFFFFFFu) || (bAtomic && nScale % nTotal != 0))
+    {
         return nullptr;
+    }
     const uint64_t nBase = Row(access.nBaseRows[0])[0] | static_cast<uint64_t>(Row(access.nBaseRows[1])[0]) << 32;
     const uint64_t nLow = nBase + static_cast<uint64_t>(offsets.nLow) * nScale;
     const uint64_t nSpread = static_cast<uint64_t>(offsets.nHigh - offsets.nLow) * nScale;
     unsigned char* const pBase = MemoryOf(access, nLow, nSpread);
     if (!pBase || nSpread > 0xFFFFFFFFu || (bAtomic && nLow % nTotal != 0))
+    {
         return nullptr;
+    }
     const bool bWords = access.nElementBytes == 4 && !bAtomic;
     offsets.bSequence = offsets.bSequence && nScale == nTotal;
     const bool bLoad = access.eOperation == SAccess::Load && !m_pMask;
@@ -436,18 +510,26 @@ void CBlock::GlobalAccess(const SMicroOp& step, const SAccess& access)
             return;
         }
         if (m_Pending.Meets(pBase, static_cast<uint64_t>(offsets.nHigh - offsets.nLow) + TotalBytes(access)))
+        {
             m_Pending.Flush();
+        }
         if (access.nElementBytes == 4)
+        {
             MoveWords(access, pBase, offsets);
+        }
         else
+        {
             MoveNarrow(access, pBase, offsets);
+        }
         return;
     }
     m_Pending.Flush();
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (IsActive(n))
+        {
             GlobalLane(step, access, n);
+        }
     }
 }
 
@@ -457,22 +539,32 @@ bool CBlock::UniformLoad(const SAccess& access)
     const uint64_t nHigh = access.b64BitAddress ? Row(access.nAddressRows[1])[0] : 0;
     const unsigned char* const pData = MemoryOf(access, nHigh << 32 | Row(access.nAddressRows[0])[0], 0);
     if (!pData)
+    {
         return false;
+    }
     if (m_Pending.Meets(pData, TotalBytes(access)))
+    {
         m_Pending.Flush();
+    }
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
         uint32_t* const pRow = Row(access.nRows[w]);
         const uint32_t nValue =
             access.nElementBytes == 4 ? Load32(pData + w * 4) : LoadNarrow(pData, access.nElementBytes, access.bSigned);
         if (access.nUniformWords & (1u << w))
+        {
             m_Lanes.pfFill(pRow, nValue, 0, s_nLanes);
+        }
         else if (!m_pMask)
+        {
             m_Lanes.pfFill(pRow, nValue, m_nBegin, m_nLast);
+        }
         else
         {
             for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+            {
                 pRow[n] = (nValue & m_pMask[n]) | (pRow[n] & ~m_pMask[n]);
+            }
         }
     }
     return true;
@@ -484,16 +576,22 @@ void CBlock::UniformAccess(const SMicroOp& step, const SAccess& access)
     for (const uint32_t nRow : access.nAddressRows)
     {
         if (nRow != s_nMaskRow)
+        {
             m_Lanes.pfFill(Row(nRow), Row(nRow)[0], 0, s_nLanes);
+        }
     }
     GlobalAccess(step, access);
     uint32_t nFirst = m_nBegin;
     while (!IsActive(nFirst))
+    {
         ++nFirst;
+    }
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
         if (access.nUniformWords & (1u << w))
+        {
             m_Lanes.pfFill(Row(access.nRows[w]), Row(access.nRows[w])[nFirst], 0, s_nLanes);
+        }
     }
 }
 
@@ -502,9 +600,13 @@ void CBlock::UniformAccess(const SMicroOp& step, const SAccess& access)
 int64_t CBlock::LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const
 {
     if (nAddress + nBytes <= area.nBytes)
+    {
         return static_cast<int64_t>(area.nOffset + nAddress);
+    }
     if (nAddress >= m_Context.nDynamicStart && nAddress + nBytes <= m_Context.nLocalBytes)
+    {
         return static_cast<int64_t>(nAddress);
+    }
     return -1;
 }
 
@@ -518,12 +620,18 @@ unsigned char* CBlock::LocalMemory(const SAccess& access, SOffsets& offsets)
     const int64_t nFirst = LocalOffset(area, offsets.nLow, nTotal);
     const int64_t nLast = LocalOffset(area, offsets.nHigh, nTotal);
     if (nFirst < 0 || nLast < 0 || nLast - nFirst != static_cast<int64_t>(offsets.nHigh) - offsets.nLow)
+    {
         return nullptr;
+    }
     unsigned char* const pBase = m_pLocal + nFirst;
     if (m_Context.nGroupsPerBlock == 1)
+    {
         return pBase;
+    }
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
+    {
         m_Shifted.w[n] = pAddresses[n] + m_vLocalShift[n];
+    }
     const uint32_t nLow = offsets.nLow;
     offsets = Offsets(m_Shifted.w, nTotal);
     return pBase + (offsets.nLow - nLow);
@@ -540,7 +648,9 @@ void CBlock::LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLa
         const int64_t nOffset = LocalOffset(area, nAddress, access.nElementBytes);
         LocalAtomic(access, nLane, nOffset < 0 ? nullptr : pGroup + nOffset);
         if (nOffset < 0)
+        {
             CountBad(step, nLane, nAddress, true, SBadAccess::Local, access.nElementBytes);
+        }
         return;
     }
     bool bBad = false;
@@ -548,13 +658,19 @@ void CBlock::LocalLane(const SMicroOp& step, const SAccess& access, uint32_t nLa
     {
         const int64_t nOffset = LocalOffset(area, nAddress + i * access.nElementBytes, access.nElementBytes);
         if (nOffset >= 0)
+        {
             MoveLane(access, nLane, i, pGroup + nOffset);
+        }
         else if (access.eOperation == SAccess::Load)
+        {
             Row(access.nRows[i])[nLane] = 0;
+        }
         bBad = bBad || nOffset < 0;
     }
     if (bBad)
+    {
         CountBad(step, nLane, nAddress, access.eOperation != SAccess::Load, SBadAccess::Local, TotalBytes(access));
+    }
 }
 
 void CBlock::LocalAccess(const SMicroOp& step, const SAccess& access)
@@ -567,17 +683,25 @@ void CBlock::LocalAccess(const SMicroOp& step, const SAccess& access)
     if (pBase && bAligned)
     {
         if (bAtomic)
+        {
             AtomicWords(access, pBase, offsets);
+        }
         else if (bWords)
+        {
             MoveWords(access, pBase, offsets);
+        }
         else
+        {
             MoveNarrow(access, pBase, offsets);
+        }
         return;
     }
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (IsActive(n))
+        {
             LocalLane(step, access, n);
+        }
     }
 }
 

@@ -11,7 +11,9 @@ namespace KestrelPlatform
 bool CBlock::IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const
 {
     if (static_cast<uint64_t>(AnyBits(pValues)) + nBehind < nEnd)
+    {
         return true;
+    }
     uint32_t nLow = 0;
     uint32_t nHigh = 0;
     m_Lanes.pfRange(pValues, m_pMask, m_nBegin, m_nLast, nLow, nHigh);
@@ -25,7 +27,9 @@ uint32_t CBlock::PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uin
     {
         const uint64_t nByte = nAddress + n;
         if (nByte < area.nBytes)
+        {
             nWord |= ((Row(area.nRow + static_cast<uint32_t>(nByte / 4))[nLane] >> (nByte % 4 * 8)) & 0xFF) << (n * 8);
+        }
     }
     return nWord;
 }
@@ -68,16 +72,22 @@ void CBlock::PrivateAccess(const SMicroOp& step, const SAccess& access)
         for (uint32_t w = 0; w < access.nWords; ++w)
         {
             if (access.eOperation == SAccess::Load)
+            {
                 LoadRow(access.nRows[w], area.nRow + w, pAddress, s_nLanes / 4);
+            }
             else
+            {
                 StoreRow(access.nRows[w], area.nRow + w, pAddress, s_nLanes / 4);
+            }
         }
         return;
     }
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (IsActive(n))
+        {
             PrivateLane(step, access, n);
+        }
     }
 }
 
@@ -113,7 +123,9 @@ void CBlock::PrivateLane(const SMicroOp& step, const SAccess& access, uint32_t n
         }
     }
     if (bBad)
+    {
         CountBad(step, nLane, nFirst, !bLoad, SBadAccess::Private, TotalBytes(access));
+    }
 }
 
 void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
@@ -131,7 +143,9 @@ void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
     for (uint32_t n = m_nBegin; n < m_nLast; ++n)
     {
         if (!IsActive(n))
+        {
             continue;
+        }
         const uint32_t nIndex = pIndex[n] + indexed.nImmediate;
         if (nIndex >= nElements)
         {
@@ -141,9 +155,13 @@ void CBlock::IndexLoad(const SMicroOp& step, const SIndexed& indexed)
         }
         const uint32_t nWord = nIndex * 4 + indexed.nComponent;
         if (pWords)
+        {
             pResult[n] = nWord < pWords->size() ? (*pWords)[nWord] : 0;
+        }
         else
+        {
             pResult[n] = Row(array.Row(nIndex, indexed.nComponent))[n];
+        }
     }
 }
 
@@ -155,12 +173,16 @@ void CBlock::IndexStore(const SMicroOp& step, const SIndexed& indexed)
     for (uint32_t c = 0; bInside && c < 4; ++c)
     {
         if (step.rows.d[0] & (1u << c))
+        {
             StoreRow(step.rows.s[c], array.Row(indexed.nImmediate, c), pIndex, s_nLanes);
+        }
     }
     for (uint32_t n = m_nBegin; !bInside && n < m_nLast; ++n)
     {
         if (!IsActive(n))
+        {
             continue;
+        }
         const uint32_t nIndex = pIndex[n] + indexed.nImmediate;
         if (nIndex >= array.nElements)
         {
@@ -170,7 +192,9 @@ void CBlock::IndexStore(const SMicroOp& step, const SIndexed& indexed)
         for (uint32_t c = 0; c < 4; ++c)
         {
             if (step.rows.d[0] & (1u << c))
+            {
                 Row(array.Row(nIndex, c))[n] = Row(step.rows.s[c])[n];
+            }
         }
     }
 }

@@ -26,7 +26,9 @@ uint64_t CBlock::WaveBits(uint32_t nRow, uint32_t nFirst, uint32_t nEnd) const
     for (uint32_t n = nFirst; n < nEnd; ++n)
     {
         if (IsActive(n) && Row(nRow)[n] != 0)
+        {
             nBits |= 1ull << (n - nFirst);
+        }
     }
     return nBits;
 }
@@ -39,12 +41,16 @@ void CBlock::WaveLanes(const SMicroOp& step, uint32_t nFirst, uint32_t nEnd, uin
     const uint64_t nBits = eOperation == WAVE_BALLOT ? WaveBits(step.rows.s[0], nFirst, nEnd) : 0;
     uint32_t nActive = nFirst;
     while (nActive < nEnd && !IsActive(nActive))
+    {
         ++nActive;
+    }
     const uint32_t nOfFirst = nActive < nEnd ? a[nActive] : 0;
     for (uint32_t n = nActive; n < nEnd; ++n)
     {
         if (!IsActive(n))
+        {
             continue;
+        }
         const uint32_t nLane = n - nFirst;
         uint64_t nResult = 0;
         switch (eOperation)
@@ -73,7 +79,9 @@ void CBlock::WaveLanes(const SMicroOp& step, uint32_t nFirst, uint32_t nEnd, uin
         }
         Row(step.rows.d[0])[n] = static_cast<uint32_t>(nResult);
         if (eOperation == WAVE_BALLOT)
+        {
             Row(step.rows.d[1])[n] = static_cast<uint32_t>(nResult >> 32);
+        }
     }
 }
 

@@ -29,19 +29,29 @@ public:
             if (!bHeader && !bMacro)
             {
                 if (!ReadHeader())
+                {
                     return false;
+                }
                 bHeader = true;
                 continue;
             }
             if (!ReadItem())
+            {
                 return false;
+            }
             const ILOpCode eOpCode = m_Stream.vItems.back().eOpCode;
             if (eOpCode == IL_OP_MACRODEF)
+            {
                 m_bInMacro = true;
+            }
             if (eOpCode == IL_OP_MACROEND)
+            {
                 m_bInMacro = false;
+            }
             if (eOpCode == IL_OP_END)
+            {
                 return true;
+            }
         }
         return Fail(bHeader ? "the stream has no end" : "the stream has no language token");
     }
@@ -57,7 +67,9 @@ private:
     bool Next(uint32_t& nWord)
     {
         if (m_nPos >= m_Stream.nTokens)
+        {
             return Fail(std::string(m_pszName) + ": the stream is cut short");
+        }
         nWord = m_Stream.pTokens[m_nPos++];
         return true;
     }
@@ -65,7 +77,9 @@ private:
     bool Skip(size_t nWords)
     {
         if (nWords > m_Stream.nTokens - m_nPos)
+        {
             return Fail(std::string(m_pszName) + ": the stream is cut short");
+        }
         m_nPos += nWords;
         return true;
     }
@@ -76,13 +90,21 @@ private:
         uint32_t nLanguage = 0;
         uint32_t nVersion = 0;
         if (!Next(nLanguage) || !Next(nVersion))
+        {
             return false;
+        }
         if (nLanguage >> 8)
+        {
             return Fail("the language token has reserved bits set");
+        }
         if ((nVersion & 0xFFFF) == 0)
+        {
             return Fail("the version is 0");
+        }
         if (Bits(nVersion, 16, 8) != s_nShaderCompute)
+        {
             return Fail("the stream isn't a compute kernel");
+        }
         return true;
     }
 
@@ -91,17 +113,25 @@ private:
         SItem item;
         m_pszName = "opcode";
         if (!Next(item.nToken))
+        {
             return false;
+        }
         const uint32_t nOpCode = item.nToken & 0xFFFF;
         const SInstructionShape& shape = GetInstructionShape(nOpCode);
         if (!shape.pName)
+        {
             return Fail("opcode " + std::to_string(nOpCode) + " isn't known");
+        }
         item.eOpCode = static_cast<ILOpCode>(nOpCode);
         m_pszName = shape.pName;
         if (!ReadModifiers(item, shape) || !SkipOperands(item, shape) || !ReadTrailing(item, shape))
+        {
             return false;
+        }
         if (shape.bInstruction)
+        {
             item.nInstruction = m_Stream.nInstructions++;
+        }
         m_Stream.vItems.push_back(item);
         return true;
     }
@@ -109,22 +139,32 @@ private:
     bool ReadModifiers(SItem& item, const SInstructionShape& shape)
     {
         if (shape.bInstructionModifier && !Next(item.nModifier))
+        {
             return false;
+        }
         if (!shape.bModifierWords)
+        {
             return true;
+        }
         uint32_t nPrimary = 0;
         const bool bPrimary = (item.nToken >> 31) != 0;
         if (bPrimary && !Next(nPrimary))
+        {
             return false;
+        }
         if (bPrimary && item.eOpCode == IL_DCL_CONST_BUFFER)
         {
             item.nFirstWord = static_cast<uint32_t>(m_nPos);
             item.nWords = nPrimary;
             if (!Skip(nPrimary))
+            {
                 return false;
+            }
         }
         if (!shape.bInstructionModifier)
+        {
             item.nModifier = nPrimary;
+        }
         uint32_t nSecondary = 0;
         return Bits(item.nToken, 30, 1) == 0 || Next(nSecondary);
     }
@@ -136,18 +176,24 @@ private:
         if (item.eOpCode == IL_OP_MACROCALL)
         {
             if ((item.nModifier >> 16) > 1)
+            {
                 return Fail("mcall: more than one destination");
+            }
             item.bDestination = (item.nModifier >> 16) == 1;
             item.nSources = item.nModifier & 0xFFFF;
         }
         if (item.eOpCode == IL_DCL_CONST_BUFFER && (item.nToken >> 31))
+        {
             item.nSources = 0;
+        }
         item.nFirstOperand = static_cast<uint32_t>(m_nPos);
         const uint32_t nOperands = item.nSources + (item.bDestination ? 1 : 0);
         for (uint32_t n = 0; n < nOperands; ++n)
         {
             if (!SkipOperand())
+            {
                 return false;
+            }
         }
         return true;
     }
@@ -172,7 +218,9 @@ private:
             return Skip(1);
         case 2:
             if (nDimension)
+            {
                 return Fail(std::string(m_pszName) + ": an operand with an index register has a second dimension");
+            }
             return Next(nRegister) && Skip(Bits(nRegister, 22, 1));
         default:
             return true;
@@ -207,9 +255,13 @@ private:
     {
         uint32_t nWords = 0;
         if (!TrailingWords(item, shape.eTail, nWords))
+        {
             return false;
+        }
         if (nWords == 0)
+        {
             return true;
+        }
         item.nFirstWord = static_cast<uint32_t>(m_nPos);
         item.nWords = nWords;
         return Skip(nWords);
@@ -236,14 +288,20 @@ public:
         if (Bits(nToken, 22, 1))
         {
             if (bDestination)
+            {
                 DestinationModifiers(operand, *m_pNext++);
+            }
             else
+            {
                 SourceModifiers(operand, *m_pNext++);
+            }
         }
         ReadAddressing(operand, nToken);
         operand.bImmediate = Bits(nToken, 26, 1) != 0;
         if (operand.bImmediate)
+        {
             operand.nImmediate = *m_pNext++;
+        }
         m_pNext += nToken >> 31;
     }
 
@@ -261,7 +319,9 @@ private:
             const uint32_t nSelect = Bits(nWord, n * 4, 3);
             operand.select[n] = static_cast<uint8_t>(nSelect);
             if (nSelect > SOperand::SelectOne)
+            {
                 operand.select[n] = SOperand::SelectZero;
+            }
             operand.bNegate[n] = Bits(nWord, n * 4 + 3, 1) != 0;
         }
         operand.bInvert = Bits(nWord, 16, 1) != 0;
@@ -275,7 +335,9 @@ private:
     static void DestinationModifiers(SOperand& operand, uint32_t nWord)
     {
         for (uint32_t n = 0; n < 4; ++n)
+        {
             operand.write[n] = static_cast<uint8_t>(Bits(nWord, n * 2, 2));
+        }
         operand.bClamp = Bits(nWord, 8, 1) != 0;
         operand.nShift = static_cast<uint8_t>(Bits(nWord, 9, 4));
     }
@@ -284,9 +346,13 @@ private:
     {
         const uint32_t nMode = Bits(nToken, 23, 2);
         if (nMode == 0)
+        {
             m_pNext += Bits(nToken, 25, 1);
+        }
         if (nMode != 1 && nMode != 2)
+        {
             return;
+        }
         const uint32_t nWord = *m_pNext++;
         operand.bIndexed = true;
         if (nMode == 1)
@@ -299,7 +365,9 @@ private:
         operand.nIndexType = Bits(nWord, 16, 6);
         operand.nIndexNumber = RegisterNumber(nWord);
         if (Bits(nWord, 22, 1))
+        {
             operand.nIndexComponent = static_cast<uint8_t>(Bits(*m_pNext++, 0, 3) & 3);
+        }
     }
 
     const uint32_t* m_pNext;

@@ -12,7 +12,9 @@ namespace KestrelPlatform
 inline uint32_t LoadNarrow(const unsigned char* p, uint32_t nBytes, bool bSigned)
 {
     if (nBytes == 1)
+    {
         return bSigned ? static_cast<uint32_t>(static_cast<int8_t>(*p)) : *p;
+    }
     uint16_t n = 0;
     std::memcpy(&n, p, sizeof n);
     return bSigned ? static_cast<uint32_t>(static_cast<int16_t>(n)) : n;

@@ -35,7 +35,9 @@ public:
             Forward(step);
             ForEachWritten(m_Code, step, [this](uint32_t nRow) { Overwrite(nRow); });
             if (IsCopy(step))
+            {
                 Note(step.rows.d[0], step.rows.s[0]);
+            }
         }
     }
 
@@ -55,7 +57,9 @@ private:
     {
         const SRow& row = m_vRows[nRow];
         if (row.nPiece == m_nPiece && m_vRows[row.nOrigin].nWrites == row.nOriginWrites)
+        {
             nRow = static_cast<TRow>(row.nOrigin);
+        }
     }
 
     /// Not the addresses of loads and atomics, which work on several rows in turn: what they write may be the origin.
@@ -64,14 +68,22 @@ private:
         if (IsLaneOperation(step))
         {
             for (uint16_t& nRow : step.rows.s)
+            {
                 Replace(nRow);
+            }
         }
         if (step.eKind != MICRO_ACCESS || m_Code.vAccesses[step.nAux].eOperation != SAccess::Store)
+        {
             return;
+        }
         for (uint32_t& nRow : m_Code.vAccesses[step.nAux].nAddressRows)
+        {
             Replace(nRow);
+        }
         for (uint32_t& nRow : m_Code.vAccesses[step.nAux].nRows)
+        {
             Replace(nRow);
+        }
     }
 
     void Overwrite(uint32_t nRow)
@@ -83,7 +95,9 @@ private:
     void Note(uint32_t nTo, uint32_t nFrom)
     {
         if (nTo == nFrom || m_vRows[nTo].bPinned || m_vRows[nFrom].bPinned)
+        {
             return;
+        }
         m_vRows[nTo].nPiece = m_nPiece;
         m_vRows[nTo].nOrigin = nFrom;
         m_vRows[nTo].nOriginWrites = m_vRows[nFrom].nWrites;

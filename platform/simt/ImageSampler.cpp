@@ -17,7 +17,9 @@ namespace
 int32_t ToPlace(float f)
 {
     if (f != f)
+    {
         return 0;
+    }
     return static_cast<int32_t>(std::floor(std::min(std::max(f, -1.0e9f), 1.0e9f)));
 }
 
@@ -36,20 +38,30 @@ SNeighbours Resolve(float fCoordinate, int32_t nSize, bool bNormalized, uint32_t
     const bool bRepeat = bNormalized && nAddressing == CL_ADDRESS_REPEAT;
     const bool bMirror = bNormalized && nAddressing == CL_ADDRESS_MIRRORED_REPEAT;
     if (bRepeat)
+    {
         u = (fCoordinate - std::floor(fCoordinate)) * fSize;
+    }
     if (bMirror)
+    {
         u = std::fabs(fCoordinate - 2.0f * std::rint(0.5f * fCoordinate)) * fSize;
+    }
     SNeighbours result;
     const int32_t nLast = nSize - 1;
     if (!bLinear)
     {
         result.nFirst = ToPlace(u);
         if (bRepeat && result.nFirst > nLast)
+        {
             result.nFirst -= nSize;
+        }
         if (bMirror)
+        {
             result.nFirst = std::min(result.nFirst, nLast);
+        }
         if (nAddressing != CL_ADDRESS_CLAMP && !bRepeat && !bMirror)
+        {
             result.nFirst = std::min(std::max(result.nFirst, 0), nLast);
+        }
         result.nSecond = result.nFirst;
         return result;
     }
@@ -96,7 +108,9 @@ struct SPlaces
     void Corner(uint32_t nCorner, int32_t* pPlace) const
     {
         for (uint32_t n = 0; n < 3; ++n)
+        {
             pPlace[n] = ((nCorner >> n) & 1) ? axes[n].nSecond : axes[n].nFirst;
+        }
     }
 
     SNeighbours axes[3];
@@ -107,10 +121,14 @@ STexel Take(const SImageView& view, const SSampling& sampling, const int32_t* pP
 {
     STexel texel = view.Read(pPlace);
     if (!sampling.bCompare)
+    {
         return texel;
+    }
     const uint32_t nResult = AsWord(sampling.fReference <= AsFloat(texel.w[0]) ? 1.0f : 0.0f);
     for (uint32_t& nComponent : texel.w)
+    {
         nComponent = nResult;
+    }
     return texel;
 }
 
@@ -145,11 +163,17 @@ SImageView::SImageView(const SImageBinding& binding) : image(binding)
         break;
     }
     if (nDimensions > 1)
+    {
         nSize[1] = static_cast<int32_t>(image.nHeight);
+    }
     if (nDimensions > 2)
+    {
         nSize[2] = static_cast<int32_t>(image.nDepth);
+    }
     if (nLayerCoordinate)
+    {
         nSize[nLayerCoordinate] = static_cast<int32_t>(image.nArraySize);
+    }
 }
 
 bool SImageView::IsThere() const
@@ -167,7 +191,9 @@ bool SImageView::Inside(const int32_t* pPlace) const
     for (uint32_t n = 0; n < Coordinates(); ++n)
     {
         if (pPlace[n] < 0 || pPlace[n] >= nSize[n])
+        {
             return false;
+        }
     }
     return true;
 }
@@ -176,14 +202,18 @@ unsigned char* SImageView::At(const int32_t* pPlace) const
 {
     unsigned char* p = image.pData;
     for (uint32_t n = 0; n < Coordinates(); ++n)
+    {
         p += static_cast<size_t>(pPlace[n]) * nPitch[n];
+    }
     return p;
 }
 
 STexel SImageView::Read(const int32_t* pPlace) const
 {
     if (!Inside(pPlace))
+    {
         return BorderTexel(image.nChannelOrder, image.nChannelType);
+    }
     return ReadTexel(At(pPlace), image.nChannelOrder, image.nChannelType);
 }
 
@@ -194,21 +224,29 @@ STexel SampleImage(const SImageView& view, const SSampling& sampling, const floa
     int32_t place[3];
     places.Corner(0, place);
     if (!bLinear)
+    {
         return Take(view, sampling, place);
+    }
     float fSum[4] = {0, 0, 0, 0};
     for (uint32_t nCorner = 0; nCorner < (1u << view.nDimensions); ++nCorner)
     {
         float fWeight = 1.0f;
         for (uint32_t n = 0; n < view.nDimensions; ++n)
+        {
             fWeight *= ((nCorner >> n) & 1) ? places.axes[n].fWeight : 1.0f - places.axes[n].fWeight;
+        }
         places.Corner(nCorner, place);
         const STexel texel = Take(view, sampling, place);
         for (uint32_t c = 0; c < 4; ++c)
+        {
             fSum[c] += fWeight * AsFloat(texel.w[c]);
+        }
     }
     STexel result;
     for (uint32_t c = 0; c < 4; ++c)
+    {
         result.w[c] = AsWord(fSum[c]);
+    }
     return result;
 }
 

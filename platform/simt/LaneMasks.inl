@@ -36,7 +36,9 @@ struct SGranules
     {
         SLaneSpan span;
         if (nGranules == 0)
+        {
             return span;
+        }
         span.nActive = nCount / nPerLane;
         span.nBegin = static_cast<uint32_t>(__builtin_ctz(nGranules)) * s_nGranule;
         span.nEnd = (32 - static_cast<uint32_t>(__builtin_clz(nGranules))) * s_nGranule;
@@ -49,7 +51,9 @@ SLaneSpan Span(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {
     SGranules granules;
     for (uint32_t i = nBegin; i < nEnd; i += s_nGranule)
+    {
         granules.Add(pMask, i);
+    }
     return granules.Span();
 }
 
@@ -80,9 +84,13 @@ SLaneSpan Leave(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOut, const ui
     const uint32_t nEnd = span.nEnd;
     uint32_t nAny = 0;
     for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
         nAny |= pMask[i] & (Mask(pCondition[i] != 0) ^ nFlip);
+    }
     if (nAny == 0)
+    {
         return span;
+    }
 #pragma GCC ivdep
     for (uint32_t i = nBegin; i < nEnd; ++i)
     {
@@ -98,12 +106,18 @@ SLaneSpan Join(const SLaneSpan& span, uint32_t* pMask, const uint32_t* pOther)
 {
     uint32_t nAny = 0;
     for (uint32_t i = 0; i < s_nLanes; ++i)
+    {
         nAny |= pOther[i];
+    }
     if (nAny == 0)
+    {
         return span;
+    }
 #pragma GCC ivdep
     for (uint32_t i = 0; i < s_nLanes; ++i)
+    {
         pMask[i] |= pOther[i];
+    }
     return Span(pMask, 0, s_nLanes);
 }
 
@@ -112,7 +126,9 @@ void Merge(const SLaneSpan& span, uint32_t* pMask, const uint32_t* pOther)
     const uint32_t nEnd = span.nEnd;
 #pragma GCC ivdep
     for (uint32_t i = span.nBegin; i < nEnd; ++i)
+    {
         pMask[i] |= pOther[i];
+    }
 }
 
 SLaneSpan Swap(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOther)

@@ -54,11 +54,15 @@ uint32_t AnyBits(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin
     if (!pMask)
     {
         for (uint32_t i = nBegin; i < nEnd; ++i)
+        {
             nBits |= pValues[i];
+        }
         return nBits;
     }
     for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
         nBits |= pValues[i] & pMask[i];
+    }
     return nBits;
 }
 
@@ -67,23 +71,31 @@ bool IsSequence(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_
 {
     const uint32_t nZero = pValues[nBegin] - nBegin * nStride;
     if (pValues[nEnd - 1] != nZero + (nEnd - 1) * nStride)
+    {
         return false;
+    }
     uint32_t nDifference = 0;
     for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
         nDifference |= pValues[i] ^ (nZero + i * nStride);
+    }
     return nDifference == 0;
 }
 
 void Fill(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd)
 {
     for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
         pRow[i] = nValue;
+    }
 }
 
 void Scale(uint32_t* pRow, const uint32_t* pValues, uint32_t nBase, uint32_t nScale, uint32_t nBegin, uint32_t nEnd)
 {
     for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
         pRow[i] = (pValues[i] - nBase) * nScale;
+    }
 }
 
 uint32_t WordAt(const unsigned char* p)
@@ -115,7 +127,9 @@ bool IsGranuleSequence(const uint32_t* pValues, uint32_t nStride)
 {
     Words difference = {};
     for (uint32_t k = 0; k < s_nGranule; k += s_nVectorWords)
+    {
         difference |= *WordsAt(pValues + k) ^ (*WordsAt(s_nLaneNumbers + k) * nStride + pValues[0]);
+    }
     return IsZero(difference);
 }
 
@@ -142,11 +156,15 @@ void GatherGranule(uint32_t* pRow, const unsigned char* pBase, const uint32_t* p
     {
         const Words all = Words{} + WordAt(pFirst);
         for (uint32_t k = 0; k < s_nGranule; k += s_nVectorWords)
+        {
             *WordsAt(pRow + k) = all;
+        }
         return;
     }
     for (uint32_t k = 0; k < s_nGranule; ++k)
+    {
         pRow[k] = WordAt(pBase + offsetOf(k));
+    }
 }
 
 void Gather(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase, uint32_t nScale,
@@ -156,13 +174,19 @@ void Gather(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets
     if (pMask)
     {
         for (; i < nEnd; ++i)
+        {
             pRow[i] = Blend(WordAt(pBase + ((pOffsets[i] - nBase) & pMask[i])), pRow[i], pMask[i]);
+        }
         return;
     }
     for (; i + s_nGranule <= nEnd; i += s_nGranule)
+    {
         GatherGranule(pRow + i, pBase, pOffsets + i, nBase, nScale);
+    }
     for (; i < nEnd; ++i)
+    {
         pRow[i] = WordAt(pBase + static_cast<size_t>(pOffsets[i] - nBase) * nScale);
+    }
 }
 
 void Scatter(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
@@ -171,7 +195,9 @@ void Scatter(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffset
     for (uint32_t i = nBegin; i < nEnd; ++i)
     {
         if (!pMask || pMask[i])
+        {
             __builtin_memcpy(pBase + (pOffsets[i] - nBase), pRow + i, 4);
+        }
     }
 }
 
@@ -193,20 +219,30 @@ void InterleaveRows(const uint32_t* const* ppRows, unsigned char* pTo, uint32_t 
         pWords[i * nRows] = p0[i];
         pWords[i * nRows + 1] = p1[i];
         if (nRows > 3)
+        {
             pWords[i * nRows + 2] = p2[i];
+        }
         if (nRows > 2)
+        {
             pWords[i * nRows + nRows - 1] = p3[i];
+        }
     }
 }
 
 void Interleave(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pTo, uint32_t nBegin, uint32_t nEnd)
 {
     if (nRows == 2)
+    {
         InterleaveRows<2>(ppRows, pTo, nBegin, nEnd);
+    }
     else if (nRows == 3)
+    {
         InterleaveRows<3>(ppRows, pTo, nBegin, nEnd);
+    }
     else
+    {
         InterleaveRows<4>(ppRows, pTo, nBegin, nEnd);
+    }
 }
 
 template <size_t nRows>
@@ -217,18 +253,26 @@ void SeparateRows(uint32_t* const* ppRows, const unsigned char* pFrom, uint32_t 
     {
         uint32_t* const __restrict pRow = ppRows[k];
         for (size_t i = nBegin; i < nEnd; ++i)
+        {
             pRow[i] = pWords[(i - nBegin) * nRows + k];
+        }
     }
 }
 
 void Separate(uint32_t* const* ppRows, uint32_t nRows, const unsigned char* pFrom, uint32_t nBegin, uint32_t nEnd)
 {
     if (nRows == 2)
+    {
         SeparateRows<2>(ppRows, pFrom, nBegin, nEnd);
+    }
     else if (nRows == 3)
+    {
         SeparateRows<3>(ppRows, pFrom, nBegin, nEnd);
+    }
     else
+    {
         SeparateRows<4>(ppRows, pFrom, nBegin, nEnd);
+    }
 }
 
 void LoadRows(uint32_t* pRow, const uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale, const uint32_t* pMask,
@@ -237,11 +281,15 @@ void LoadRows(uint32_t* pRow, const uint32_t* pFirst, const uint32_t* pIndices, 
     if (!pMask)
     {
         for (uint32_t i = nBegin; i < nEnd; ++i)
+        {
             pRow[i] = pFirst[pIndices[i] * nScale + i];
+        }
         return;
     }
     for (uint32_t i = nBegin; i < nEnd; ++i)
+    {
         pRow[i] = Blend(pFirst[(pIndices[i] & pMask[i]) * nScale + i], pRow[i], pMask[i]);
+    }
 }
 
 void StoreRows(const uint32_t* pRow, uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale, const uint32_t* pMask,
@@ -250,6 +298,8 @@ void StoreRows(const uint32_t* pRow, uint32_t* pFirst, const uint32_t* pIndices,
     for (uint32_t i = nBegin; i < nEnd; ++i)
     {
         if (!pMask || pMask[i])
+        {
             pFirst[pIndices[i] * nScale + i] = pRow[i];
+        }
     }
 }

@@ -26,7 +26,9 @@ bool HasAvx512()
 const SLaneTable* Best()
 {
     if (HasAvx512())
+    {
         return &g_LaneTableAvx512;
+    }
     return HasAvx2() ? &g_LaneTableAvx2 : &g_LaneTableBaseline;
 }
 
@@ -46,9 +48,13 @@ const SLaneTable& GetLaneTable()
 bool ChooseInstructionSet(EInstructionSet eSet)
 {
     if (eSet == EInstructionSet::Avx512 && !HasAvx512())
+    {
         return false;
+    }
     if (eSet == EInstructionSet::Avx2 && !HasAvx2())
+    {
         return false;
+    }
     const SLaneTable* const pTables[] = {&g_LaneTableBaseline, &g_LaneTableAvx2, &g_LaneTableAvx512};
     Chosen().store(pTables[static_cast<int>(eSet)], std::memory_order_relaxed);
     return true;

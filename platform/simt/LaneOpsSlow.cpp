@@ -52,39 +52,53 @@ float RoundToHalf(float f)
 float ToRange(float a, float fLow, float fHigh)
 {
     if (a != a)
+    {
         return 0.0f;
+    }
     return a < fLow ? fLow : (a > fHigh ? fHigh : a);
 }
 
 int32_t ToInt(double a)
 {
     if (a != a)
+    {
         return 0;
+    }
     if (a <= -2147483648.0)
+    {
         return static_cast<int32_t>(0x80000000u);
+    }
     return a >= 2147483647.0 ? 0x7FFFFFFF : static_cast<int32_t>(a);
 }
 
 uint32_t ToUint(double a)
 {
     if (!(a > 0.0))
+    {
         return 0;
+    }
     return a >= 4294967295.0 ? 0xFFFFFFFFu : static_cast<uint32_t>(a);
 }
 
 int64_t ToInt64(double a)
 {
     if (a != a)
+    {
         return 0;
+    }
     if (a <= -9223372036854775808.0)
+    {
         return static_cast<int64_t>(0x8000000000000000ull);
+    }
     return a >= 9223372036854775808.0 ? 0x7FFFFFFFFFFFFFFFll : static_cast<int64_t>(a);
 }
 
 uint64_t ToUint64(double a)
 {
     if (!(a > 0.0))
+    {
         return 0;
+    }
     return a >= 18446744073709551616.0 ? ~0ull : static_cast<uint64_t>(a);
 }
 
@@ -92,7 +106,9 @@ template <class T>
 int32_t FrexpExponent(T a)
 {
     if (a == 0 || !std::isfinite(a))
+    {
         return 0;
+    }
     int nExponent = 0;
     std::frexp(a, &nExponent);
     return nExponent;
@@ -110,14 +126,22 @@ T FrexpMantissa(T a)
 uint32_t ClassBit(bool bNegative, bool bNaN, bool bQuiet, bool bInfinite, bool bZero, bool bDenormal)
 {
     if (bNaN)
+    {
         return bQuiet ? 2 : 1;
+    }
     uint32_t nKind = 3;
     if (bInfinite)
+    {
         nKind = 2;
+    }
     else if (bZero)
+    {
         nKind = 5;
+    }
     else if (bDenormal)
+    {
         nKind = 4;
+    }
     return 1u << (bNegative ? nKind : 11 - nKind);
 }
 
@@ -171,9 +195,13 @@ uint32_t ExtractBitsSigned(uint32_t a, uint32_t b, uint32_t c)
     const uint32_t nWidth = a & 31;
     const uint32_t nOffset = b & 31;
     if (nWidth == 0)
+    {
         return 0;
+    }
     if (nWidth + nOffset >= 32)
+    {
         return static_cast<uint32_t>(static_cast<int32_t>(c) >> nOffset);
+    }
     const int32_t nTop = static_cast<int32_t>(c << (32 - nWidth - nOffset));
     return static_cast<uint32_t>(nTop >> (32 - nWidth));
 }
@@ -187,7 +215,9 @@ uint32_t SumOfByteDifferences(uint32_t a, uint32_t b)
 {
     uint32_t nSum = 0;
     for (uint32_t n = 0; n < 32; n += 8)
+    {
         nSum += Distance((a >> n) & 0xFF, (b >> n) & 0xFF);
+    }
     return nSum;
 }
 
@@ -196,7 +226,9 @@ uint32_t MaskedSumOfByteDifferences(uint32_t a, uint32_t b)
 {
     uint32_t nSum = 0;
     for (uint32_t n = 0; n < 32; n += 8)
+    {
         nSum += ((b >> n) & 0xFF) ? Distance((a >> n) & 0xFF, (b >> n) & 0xFF) : 0;
+    }
     return nSum;
 }
 
@@ -217,7 +249,9 @@ uint32_t LerpBytes(uint32_t a, uint32_t b, uint32_t c)
 {
     uint32_t nResult = 0;
     for (uint32_t n = 0; n < 32; n += 8)
+    {
         nResult |= ((((a >> n) & 0xFF) + ((b >> n) & 0xFF) + ((c >> n) & 1)) >> 1) << n;
+    }
     return nResult;
 }
 
@@ -251,9 +285,13 @@ float CubeId(float x, float y, float z)
 {
     const float ax = std::fabs(x), ay = std::fabs(y), az = std::fabs(z);
     if (az >= ax && az >= ay)
+    {
         return z < 0 ? 5.0f : 4.0f;
+    }
     if (ay >= ax)
+    {
         return y < 0 ? 3.0f : 2.0f;
+    }
     return x < 0 ? 1.0f : 0.0f;
 }
 
@@ -267,9 +305,13 @@ float CubeS(float x, float y, float z)
 {
     const float fId = CubeId(x, y, z);
     if (fId >= 4)
+    {
         return z < 0 ? -x : x;
+    }
     if (fId >= 2)
+    {
         return x;
+    }
     return x < 0 ? z : -z;
 }
 
@@ -277,7 +319,9 @@ float CubeT(float x, float y, float z)
 {
     const float fId = CubeId(x, y, z);
     if (fId == 2 || fId == 3)
+    {
         return y < 0 ? -z : z;
+    }
     return -y;
 }
 

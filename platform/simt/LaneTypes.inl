@@ -193,12 +193,16 @@ void RunRule(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint
         {
 #pragma GCC ivdep
             for (uint32_t i = nBegin; i < nBegin + nCount; ++i)
+            {
                 d0[i] = Out::Put(KESTREL_LANE(i));
+            }
             return;
         }
 #pragma GCC ivdep
         for (uint32_t i = nBegin; i < nBegin + nCount; ++i)
+        {
             d0[i] = Blend(Out::Put(KESTREL_LANE(i)), d0[i], pMask[i]);
+        }
     }
     else
     {

@@ -32,7 +32,9 @@ CLowering::CLowering(const SDecodedStream& stream, const SStructure& structure, 
 bool CLowering::Fail(const std::string& strReason)
 {
     if (m_bFailed)
+    {
         return false;
+    }
     m_bFailed = true;
     m_Error.nInstruction = m_nInstruction;
     m_Error.strMessage = std::string(GetInstructionShape(m_pItem->eOpCode).pName) + ": " + strReason;
@@ -43,7 +45,9 @@ bool CLowering::Run()
 {
     CollectDeclarations();
     if (m_bFailed)
+    {
         return false;
+    }
     m_Code.vSteps.reserve(m_Stream.vItems.size() * 2);
     m_Code.vClearRows.reserve(s_nUsualRows);
     m_Code.vConstants.reserve(s_nUsualRows);
@@ -53,7 +57,9 @@ bool CLowering::Run()
     for (uint32_t n = 0; n < m_Structure.vBodies.size(); ++n)
     {
         if (m_Structure.vBodies[n].bReachable && !LowerBody(n))
+        {
             return false;
+        }
     }
     if (!m_bTrace)
     {
@@ -75,15 +81,23 @@ void CLowering::DeclareUav(const SItem& item)
 {
     const uint32_t nUav = item.UavId();
     if (item.eOpCode == IL_OP_DCL_TYPELESS_UAV)
+    {
         m_mapStrides[nUav] = m_Stream.Word(item, 0);
+    }
     else
+    {
         DeclareTypedUav(item);
+    }
     if (((item.nToken >> 26) & 3) != s_nAccessPrivate)
+    {
         return;
+    }
     uint32_t& nBytes = m_mapPrivateSizes[nUav];
     nBytes = std::max(nBytes, item.eOpCode == IL_OP_DCL_TYPELESS_UAV ? m_Stream.Word(item, 1) : 0);
     if (nBytes > s_nMaxRows * 4)
+    {
         Fail("private memory of " + std::to_string(nBytes) + " bytes is too large");
+    }
 }
 
 /// Gives private memory and arrays their rows: a word of a work-item is one row.
@@ -91,9 +105,13 @@ void CLowering::PlacePrivate()
 {
     uint64_t nRows = m_Code.nRows;
     for (const auto& area : m_mapPrivateSizes)
+    {
         nRows += (area.second + 15ull) / 16 * 4;
+    }
     for (const auto& array : m_mapArraySizes)
+    {
         nRows += array.second * 4ull;
+    }
     if (nRows > s_nMaxRows)
     {
         Fail("private memory and arrays of " + std::to_string(nRows * 4) + " bytes a work-item are too large");
@@ -111,7 +129,9 @@ void CLowering::PlacePrivate()
         m_Code.vArrays.push_back({NewRows(array.second * 4), array.second});
     }
     for (uint32_t n = 2; n < m_Code.nRows; ++n)
+    {
         m_Code.vClearRows.push_back(n);
+    }
 }
 
 void CLowering::DeclareBuffer(const SItem& item)
@@ -121,7 +141,9 @@ void CLowering::DeclareBuffer(const SItem& item)
         m_nInlineBuffer = static_cast<int32_t>(m_Code.vBuffers.size());
         SCode::SBuffer buffer = {0, (item.nWords + 3) / 4, {}, true};
         for (uint32_t n = 0; n < item.nWords; ++n)
+        {
             buffer.vWords.push_back(m_Stream.Word(item, n));
+        }
         m_Code.vBuffers.push_back(buffer);
         return;
     }
@@ -129,7 +151,9 @@ void CLowering::DeclareBuffer(const SItem& item)
     const auto inserted =
         m_mapBuffers.emplace(static_cast<uint32_t>(operand.nNumber), static_cast<uint32_t>(m_Code.vBuffers.size()));
     if (inserted.second)
+    {
         m_Code.vBuffers.push_back({static_cast<uint32_t>(operand.nNumber), 0, {}, false});
+    }
     // Words are numbered in 32 bits; no launch fills more.
     uint32_t& nElements = m_Code.vBuffers[inserted.first->second].nElements;
     nElements = std::max(nElements, std::min(operand.nImmediate, 0x10000u));
@@ -147,7 +171,9 @@ void CLowering::DeclareLocal()
     }
     m_Code.nLocalBytes = static_cast<uint32_t>(nOffset);
     if (nOffset > s_nMaxLocalBytes)
+    {
         Fail("local memory of " + std::to_string(nOffset) + " bytes is too large");
+    }
 }
 
 void CLowering::Declare(const SItem& item)
@@ -163,7 +189,9 @@ void CLowering::Declare(const SItem& item)
         uint32_t& nElements = m_mapArraySizes[static_cast<uint32_t>(operand.nNumber)];
         nElements = std::max(nElements, operand.nImmediate);
         if (nElements > s_nMaxRows / 4)
+        {
             Fail("an array of " + std::to_string(nElements) + " elements is too large");
+        }
         break;
     }
     case IL_OP_DCL_TYPELESS_UAV:
@@ -178,7 +206,9 @@ void CLowering::Declare(const SItem& item)
         uint32_t& nSize = m_mapLocalSizes[item.Controls()];
         nSize = std::max(nSize, m_Stream.Word(item, 0));
         if (nSize > s_nMaxLocalBytes)
+        {
             Fail("local memory of " + std::to_string(nSize) + " bytes is too large");
+        }
         break;
     }
     default:
@@ -190,13 +220,19 @@ void CLowering::DeclareLiteral(uint32_t nItem)
 {
     // Only a register of another type can have a negative number, and nobody finds that as a literal.
     if (Operand(0).nNumber < 0)
+    {
         return;
+    }
     SLiteral literal = {nItem, {}, {}};
     for (uint32_t n = 0; n < 4; ++n)
+    {
         literal.nValues[n] = m_Stream.Word(*m_pItem, n);
+    }
     const size_t nNumber = static_cast<uint32_t>(Operand(0).nNumber);
     if (nNumber >= m_vLiterals.size())
+    {
         m_vLiterals.resize(nNumber + 1);
+    }
     m_vLiterals[nNumber].push_back(literal);
 }
 
@@ -208,7 +244,9 @@ void CLowering::CollectDeclarations()
     for (const SBody& body : m_Structure.vBodies)
     {
         for (uint32_t nItem : body.vItems)
+        {
             vSkip[nItem] = body.bReachable ? 0 : 1;
+        }
     }
     for (uint32_t n = 0; n < m_Stream.vItems.size() && !m_bFailed; ++n)
     {
@@ -221,12 +259,18 @@ void CLowering::CollectDeclarations()
         }
         ReadOperands(m_Stream, item, m_vOperands);
         if (item.eOpCode == IL_DCL_LITERAL)
+        {
             DeclareLiteral(n);
+        }
         else if (!vSkip[n])
+        {
             Declare(item);
+        }
     }
     if (m_bFailed)
+    {
         return;
+    }
     PlacePrivate();
     DeclareLocal();
     m_nInstruction = 0;
@@ -236,14 +280,18 @@ void CLowering::CollectDeclarations()
 void CLowering::EmitTrace()
 {
     if (!m_bTrace || m_pItem->nInstruction == SItem::NoInstruction)
+    {
         return;
+    }
     if (m_pItem->bDestination && m_Trace.eKind == STraceInfo::Nothing)
     {
         const SOperand& destination = Destination();
         m_Trace.nType = destination.nType;
         m_Trace.nNumber = static_cast<uint32_t>(destination.nNumber);
         for (uint32_t n = 0; n < 4; ++n)
+        {
             m_Trace.nComponents |= destination.write[n] != SOperand::WriteNot ? 1u << n : 0;
+        }
         if (IsPlainDestination(destination))
         {
             m_Trace.eKind = STraceInfo::Register;
@@ -261,7 +309,9 @@ void CLowering::EmitTrace()
             m_Code.vIndexed.push_back(indexed);
         }
         else
+        {
             m_Trace.eKind = STraceInfo::Memory;
+        }
     }
     AddTrace();
 }
@@ -281,7 +331,9 @@ bool CLowering::LowerItem(uint32_t nIndex)
     m_nItem = m_Structure.vBodies[m_nBody].vItems[nIndex];
     m_pItem = &m_Stream.vItems[m_nItem];
     if (m_pItem->nInstruction == SItem::NoInstruction)
+    {
         return true;
+    }
     m_nInstruction = m_pItem->nInstruction;
     ReadOperands(m_Stream, *m_pItem, m_vOperands);
     m_nScratchUsed = 0;
@@ -314,7 +366,9 @@ bool CLowering::LowerItem(uint32_t nIndex)
         break;
     }
     if (bOk && m_Code.nRows > s_nMaxRows)
+    {
         return Fail("the kernel needs more registers than this device has");
+    }
     return bOk && !m_bFailed;
 }
 

@@ -25,7 +25,9 @@ void CLowering::Pend(uint32_t nStep)
 void CLowering::ResolvePending()
 {
     for (uint32_t nStep : m_vBlocks.back().vPending)
+    {
         m_Code.vSteps[nStep].nTarget = static_cast<uint32_t>(m_Code.vSteps.size());
+    }
     m_vBlocks.back().vPending.clear();
 }
 
@@ -38,7 +40,9 @@ bool CLowering::LowerBody(uint32_t nBody)
     m_vLoops.clear();
     m_vBreakables.clear();
     if (body.bReturns)
+    {
         m_vReturnRows[nBody] = MaskRows(1);
+    }
     m_bReturns = false;
     m_nLastFlow = static_cast<uint32_t>(m_Code.vSteps.size());
     m_nSinceFlow = 0;
@@ -53,12 +57,16 @@ bool CLowering::LowerBody(uint32_t nBody)
     for (uint32_t n = 0; n < body.vItems.size(); ++n)
     {
         if (!LowerItem(n))
+        {
             return false;
+        }
     }
     ResolvePending();
     // A return in front of the end takes nobody anywhere.
     if (!m_bReturns)
+    {
         m_Code.vSteps[m_Code.vBodyEntries[nBody]].rows.d[0] = m_vReturnRows[nBody] = 0;
+    }
     SMicroOp& end = EmitFlow(MICRO_END_BODY);
     end.nAux = nBody;
     end.rows.d[0] = m_vReturnRows[nBody];
@@ -73,7 +81,9 @@ uint32_t CLowering::ConditionRow(ILOpCode eOpCode, bool& bInvert)
     bInvert = eOpCode == IL_OP_IF_LOGICALZ || eOpCode == IL_OP_BREAK_LOGICALZ || eOpCode == IL_OP_CONTINUE_LOGICALZ ||
               eOpCode == IL_OP_RET_LOGICALZ || eOpCode == IL_OP_CALL_LOGICALZ;
     if (m_pItem->nSources == 2)
+    {
         return RelationRow(Operand(0), Operand(1));
+    }
     return Source(Operand(0), 0, T::U);
 }
 
@@ -81,7 +91,9 @@ uint32_t CLowering::ConditionRow(ILOpCode eOpCode, bool& bInvert)
 bool CLowering::EndsBody(ILOpCode eOpCode) const
 {
     if ((eOpCode != IL_OP_RET && eOpCode != IL_OP_RET_DYN) || m_vBlocks.size() != 1)
+    {
         return false;
+    }
     const ILOpCode eNext = m_nItem + 1 < m_Stream.vItems.size() ? m_Stream.vItems[m_nItem + 1].eOpCode : IL_OP_UNKNOWN;
     return eNext == IL_OP_ENDFUNC || eNext == IL_OP_ENDMAIN || eNext == IL_OP_MACROEND;
 }
@@ -114,7 +126,9 @@ void CLowering::LowerLeave(ILOpCode eOpCode)
     bool bInvert = false;
     const bool bConditional = m_pItem->nSources != 0;
     if (!bConditional && !m_bTrace && EndsBody(eOpCode))
+    {
         return;
+    }
     m_bReturns = m_bReturns || nRow == m_vReturnRows[m_nBody];
     const uint32_t nCondition = bConditional ? ConditionRow(eOpCode, bInvert) : 0;
     SMicroOp& step = EmitFlow(bConditional ? MICRO_LEAVE_IF : MICRO_LEAVE);
@@ -122,7 +136,9 @@ void CLowering::LowerLeave(ILOpCode eOpCode)
     step.rows.s[0] = nCondition;
     step.nFlags = bInvert ? s_nFlagInvert : 0;
     if (!bConditional && (eOpCode == IL_OP_RET || eOpCode == IL_OP_RET_DYN))
+    {
         step.nFlags = s_nFlagConditional; // traced with those who leave: nobody stays
+    }
     Pend(m_nLastFlow);
 }
 
@@ -153,9 +169,13 @@ void CLowering::CloseBlock(EMicroKind eKind)
         m_nMaskRowsUsed -= 3;
     }
     if (eKind == MICRO_END_IF)
+    {
         m_nMaskRowsUsed -= 1;
+    }
     else
+    {
         m_vBreakables.pop_back();
+    }
     m_vBlocks.pop_back();
     Pend(m_nLastFlow);
 }
@@ -185,12 +205,16 @@ void CLowering::LowerCase()
     step.rows.d[1] = block.nRows[1];
     step.rows.s[1] = block.nRows[2];
     if (bDefault)
+    {
         block.nDefault = m_nLastFlow;
+    }
     else
     {
         step.nAux = m_Stream.Word(*m_pItem, 0);
         if (block.nDefault)
+        {
             block.vLaterCases.push_back(step.nAux);
+        }
     }
     Pend(m_nLastFlow);
 }
@@ -207,12 +231,16 @@ bool CLowering::LowerCall()
     {
         const uint32_t nRow = RegisterRow(IL_REGTYPE_INPUT_ARG, static_cast<int32_t>(n), nBody);
         for (uint32_t i = 0; i < 4; ++i)
+        {
             EmitMove(nRow + i, Source(Operand(n), i, T::F));
+        }
         m_nScratchUsed = 0;
     }
     const uint32_t nResult = m_pItem->bDestination ? RegisterRow(IL_REGTYPE_OUTPUT_ARG, 0, nBody) : 0;
     for (uint32_t i = 0; nResult && i < 4; ++i)
+    {
         EmitMove(nResult + i, s_nZeroRow);
+    }
     const uint32_t nRest = bConditional ? MaskRows(1) : 0;
     SMicroOp& call = EmitFlow(MICRO_CALL);
     call.nAux = nBody;
@@ -229,7 +257,9 @@ bool CLowering::LowerCall()
     {
         const uint32_t nRows[] = {nResult, nResult + 1, nResult + 2, nResult + 3};
         if (!WriteRows(T::F, nRows))
+        {
             return false;
+        }
     }
     EmitTrace();
     return !m_bFailed;

@@ -52,7 +52,9 @@ const SImageRow* FindImageRow(ILOpCode eOpCode)
     for (const SImageRow& row : s_ImageRows)
     {
         if (row.eOpCode == eOpCode)
+        {
             return &row;
+        }
     }
     return nullptr;
 }
@@ -71,7 +73,9 @@ uint32_t Bind(std::pmr::map<uint32_t, uint32_t>& map, std::vector<uint32_t>& vNu
 {
     const auto inserted = map.emplace(nNumber, static_cast<uint32_t>(vNumbers.size()));
     if (inserted.second)
+    {
         vNumbers.push_back(nNumber);
+    }
     return inserted.first->second;
 }
 
@@ -104,7 +108,9 @@ void CLowering::BindImage(SImageAccess& image)
     image.bUnnormalized = it != m_mapUnnormalized.end() && it->second;
     image.nSampler = (m_pItem->nToken >> 24) & 0xF;
     if (IsSampled(image.eOperation))
+    {
         image.nSamplerSlot = Bind(m_mapSamplers, m_Code.vSamplers, image.nSampler);
+    }
 }
 
 /// What the launch does instead if it binds no image to a UAV that is declared as a typed buffer: the address is flat,
@@ -113,7 +119,9 @@ void CLowering::AddFlatAccesses(SImageAccess& image)
 {
     const auto it = m_mapTypedBuffers.find(image.nResource);
     if (!IsUav(image.eOperation) || it == m_mapTypedBuffers.end() || !it->second)
+    {
         return;
+    }
     SAccess access;
     access.eOperation = image.eOperation == SImageAccess::UavStore ? SAccess::Store : SAccess::Load;
     access.b64BitAddress = ((m_pItem->nToken >> 29) & 1) != 0;
@@ -122,7 +130,9 @@ void CLowering::AddFlatAccesses(SImageAccess& image)
     for (uint32_t n = 0; n < 4; ++n)
     {
         if ((image.nMask & (1u << n)) == 0)
+        {
             continue;
+        }
         // Each component is a word of its own: those that the mask leaves out lie between them.
         SLaneRows rows;
         rows.d[0] = Scratch();
@@ -157,32 +167,48 @@ bool CLowering::LowerImage()
 {
     const SImageRow* const pRow = FindImageRow(m_pItem->eOpCode);
     if (!pRow)
+    {
         return LowerFixedAnswer();
+    }
     SImageAccess image;
     image.eOperation = pRow->eOperation;
     BindImage(image);
     const T eCoordinates = IsSampled(image.eOperation) ? T::F : T::U;
     for (uint32_t n = 0; n < 4 && m_pItem->nSources > 0; ++n)
+    {
         image.nCoordinates[n] = Source(Operand(0), n, eCoordinates);
+    }
     for (uint32_t n = 0; n < 2 && pRow->nOffset; ++n)
+    {
         image.nOffsets[n] = Source(Operand(pRow->nOffset), n, T::U);
+    }
     image.bCompare = pRow->nReference != 0;
     if (image.bCompare)
+    {
         image.nReference = Source(Operand(pRow->nReference), 0, T::F);
+    }
     if (image.eOperation == SImageAccess::Gather)
+    {
         image.nComponent = m_pItem->nModifier & 3;
+    }
     if (image.eOperation == SImageAccess::UavStore)
     {
         if (m_pItem->eOpCode == IL_OP_UAV_STORE_MASK)
+        {
             image.nMask = (Writes(0) ? 1u : 0) | (Writes(1) ? 2u : 0) | (Writes(2) ? 4u : 0) | (Writes(3) ? 8u : 0);
+        }
         for (uint32_t n = 0; n < 4; ++n)
+        {
             image.nRows[n] = Source(Operand(m_pItem->nSources - 1), n, T::U);
+        }
         EmitImage(image);
         return !m_bFailed;
     }
     // The result goes through scratch rows: its components may replace the coordinates.
     for (uint32_t& nRow : image.nRows)
+    {
         nRow = Scratch();
+    }
     EmitImage(image);
     return WriteRows(T::U, image.nRows);
 }

@@ -110,7 +110,9 @@ const SMemoryRow* FindMemoryRow(ILOpCode eOpCode)
     {
         std::vector<const SMemoryRow*> vRows(IL_OP_LAST, nullptr);
         for (const SMemoryRow& row : s_MemoryRows)
+        {
             vRows[row.eOpCode] = &row;
+        }
         return vRows;
     }();
     return s_vByOpCode[eOpCode];
@@ -132,7 +134,9 @@ bool CLowering::SetSpace(SAccess& access)
         const uint32_t nId = m_pItem->Controls();
         const auto inserted = m_mapLocalAreas.emplace(nId, static_cast<uint32_t>(m_Code.vLocalAreas.size()));
         if (inserted.second)
+        {
             m_Code.vLocalAreas.push_back({nId, m_Code.nLocalBytes, 0});
+        }
         access.nArea = inserted.first->second;
         return true;
     }
@@ -142,12 +146,16 @@ bool CLowering::SetSpace(SAccess& access)
     access.b64BitAddress = bFlat || ((m_pItem->nToken >> 29) & 1) != 0;
     const auto it = m_mapPrivate.find(m_pItem->UavId());
     if (bFlat || eOpCode == IL_OP_SRV_RAW_LOAD || it == m_mapPrivate.end())
+    {
         return true;
+    }
     access.eSpace = SAccess::Private;
     access.b64BitAddress = false;
     access.nArea = it->second;
     if (access.eOperation == SAccess::Atomic)
+    {
         return Fail("atomics on private memory have no meaning on this device");
+    }
     return true;
 }
 
@@ -182,7 +190,9 @@ bool CLowering::SetStructAddress(SAccess& access)
 {
     const auto it = m_mapStrides.find(m_pItem->UavId());
     if (it == m_mapStrides.end())
+    {
         return Fail("UAV " + std::to_string(m_pItem->UavId()) + " has no stride");
+    }
     access.b64BitAddress = false;
     const SOperand& operand = Operand(0);
     access.nAddressRows[0] =
@@ -194,10 +204,14 @@ bool CLowering::SetStructAddress(SAccess& access)
 bool CLowering::IsFixedPlace(const SAccess& access) const
 {
     if (access.eSpace != SAccess::Private || access.nElementBytes != 4)
+    {
         return false;
+    }
     const auto it = m_mapRowValues.find(access.nAddressRows[0]);
     if (it == m_mapRowValues.end() && access.nAddressRows[0] != s_nZeroRow)
+    {
         return false;
+    }
     const uint64_t nAddress = it == m_mapRowValues.end() ? 0 : it->second;
     return nAddress % 4 == 0 && nAddress + access.nWords * 4 <= m_Code.vPrivate[access.nArea].nBytes;
 }
@@ -211,9 +225,13 @@ bool CLowering::EmitAccess(const SAccess& access)
         for (uint32_t n = 0; n < access.nWords; ++n)
         {
             if (access.eOperation == SAccess::Load)
+            {
                 EmitMove(access.nRows[n], nFirst + n);
+            }
             else
+            {
                 EmitMove(nFirst + n, access.nRows[n]);
+            }
         }
         return !m_bFailed;
     }
@@ -229,13 +247,17 @@ bool CLowering::EmitAccess(const SAccess& access)
 bool CLowering::EmitLoad(SAccess& access)
 {
     if (!BeginDestination(T::U, {}))
+    {
         return false;
+    }
     access.nWords = 0;
     bool bOverlaps = false;
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (!Writes(n))
+        {
             continue;
+        }
         access.nRows[access.nWords++] = Target(n);
         bOverlaps = bOverlaps || Target(n) == access.nAddressRows[0] || Target(n) == access.nAddressRows[1];
     }
@@ -245,19 +267,27 @@ bool CLowering::EmitLoad(SAccess& access)
         const uint8_t nWritten = access.nWords;
         access.nWords = nWritten ? 1 : 0;
         if (nWritten && !EmitAccess(access))
+        {
             return false;
+        }
         for (uint32_t n = 1; n < nWritten; ++n)
+        {
             EmitMove(access.nRows[n], access.nRows[0]);
+        }
         FinishDestination();
         return !m_bFailed;
     }
     if (bOverlaps && access.nWords > 1)
     {
         for (uint32_t& nRow : access.nAddressRows)
+        {
             nRow = nRow == s_nZeroRow ? nRow : Unary(LANE_Mov, nRow);
+        }
     }
     if (access.nWords && !EmitAccess(access))
+    {
         return false;
+    }
     FinishDestination();
     return !m_bFailed;
 }
@@ -268,10 +298,14 @@ bool CLowering::EmitStore(SAccess& access, const SOperand& value, bool bMask)
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (bMask ? Writes(n) : n == 0)
+        {
             access.nRows[access.nWords++] = Source(value, n, T::U);
+        }
     }
     if (m_pItem->eOpCode == IL_OP_LDS_STORE_B64)
+    {
         access.nRows[access.nWords++] = Source(value, 1, T::U);
+    }
     if (m_bTrace && access.eSpace == SAccess::Private)
     {
         m_Trace.eKind = STraceInfo::PrivateMemory;
@@ -293,7 +327,9 @@ bool CLowering::LowerAtomic()
     access.eAtomic = row.eAtomic;
     access.nElementBytes = row.nBytes;
     if (!SetSpace(access))
+    {
         return false;
+    }
     SetAddress(access, Operand(0));
     for (uint32_t n = 1; n < m_pItem->nSources && n < 3; ++n)
     {
@@ -303,12 +339,16 @@ bool CLowering::LowerAtomic()
     }
     access.bReturns = m_pItem->bDestination;
     if (!access.bReturns)
+    {
         return EmitAccess(access);
+    }
     // Every 32-bit component takes the old value; of 64 bits the words stand in x and y, z and w.
     access.nRows[0] = Scratch();
     access.nRows[1] = row.nBytes == 8 ? Scratch() : access.nRows[0];
     if (!EmitAccess(access))
+    {
         return false;
+    }
     const uint32_t nRows[] = {access.nRows[0], access.nRows[1], access.nRows[0], access.nRows[1]};
     return WriteRows(T::U, nRows);
 }
@@ -317,23 +357,31 @@ bool CLowering::LowerAccess()
 {
     const SMemoryRow* pRow = FindMemoryRow(m_pItem->eOpCode);
     if (!pRow)
+    {
         return Fail("has no meaning on this device");
+    }
     if (pRow->eOperation == SAccess::Atomic)
+    {
         return LowerAtomic();
+    }
     SAccess access;
     access.eSpace = pRow->eSpace;
     access.eOperation = pRow->eOperation;
     access.nElementBytes = pRow->nBytes;
     access.bSigned = pRow->bSigned;
     if (!SetSpace(access))
+    {
         return false;
+    }
     uint32_t nValue = 1;
     switch (m_pItem->eOpCode)
     {
     case IL_OP_UAV_STRUCT_LOAD:
     case IL_OP_UAV_STRUCT_STORE:
         if (!SetStructAddress(access))
+        {
             return false;
+        }
         break;
     case IL_OP_LDS_LOAD_VEC:
     case IL_OP_LDS_STORE_VEC:
@@ -346,7 +394,9 @@ bool CLowering::LowerAccess()
         break;
     }
     if (access.eOperation == SAccess::Load)
+    {
         return EmitLoad(access);
+    }
     return EmitStore(access, Operand(nValue), StoresByMask(m_pItem->eOpCode));
 }
 

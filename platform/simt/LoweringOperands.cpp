@@ -21,7 +21,9 @@ uint32_t CLowering::NewRows(uint32_t nCount)
 uint32_t CLowering::MaskRows(uint32_t nCount)
 {
     while (m_vMaskRows.size() < m_nMaskRowsUsed + nCount)
+    {
         m_vMaskRows.push_back(NewRows(1));
+    }
     const uint32_t nRow = m_vMaskRows[m_nMaskRowsUsed];
     m_nMaskRowsUsed += nCount;
     return nRow;
@@ -30,17 +32,23 @@ uint32_t CLowering::MaskRows(uint32_t nCount)
 uint32_t CLowering::Scratch()
 {
     if (m_nScratchUsed == m_vScratch.size())
+    {
         m_vScratch.push_back(NewRows(1));
+    }
     return m_vScratch[m_nScratchUsed++];
 }
 
 uint32_t CLowering::ConstantRow(uint32_t nValue)
 {
     if (nValue == 0)
+    {
         return s_nZeroRow;
+    }
     const auto it = m_mapConstants.find(nValue);
     if (it != m_mapConstants.end())
+    {
         return it->second;
+    }
     const uint32_t nRow = NewRows(1);
     m_mapConstants.emplace(nValue, nRow);
     m_Code.vConstants.push_back({nRow, -1, nValue});
@@ -54,9 +62,13 @@ uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
     {
         const size_t nTemp = static_cast<uint32_t>(nNumber);
         if (nTemp >= m_vTempRows.size())
+        {
             m_vTempRows.resize(nTemp + 1, 0);
+        }
         if (m_vTempRows[nTemp] == 0)
+        {
             m_vTempRows[nTemp] = NewRegister();
+        }
         return m_vTempRows[nTemp];
     }
     const uint64_t nKey =
@@ -65,7 +77,9 @@ uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
     // Looked up before anything is made: nearly always it is there.
     const auto it = m_mapRegisters.find(nKey | nSign);
     if (it != m_mapRegisters.end())
+    {
         return it->second;
+    }
     const uint32_t nRow = NewRegister();
     m_mapRegisters.emplace(nKey | nSign, nRow);
     return nRow;
@@ -76,7 +90,9 @@ uint32_t CLowering::NewRegister()
 {
     const uint32_t nRow = NewRows(4);
     for (uint32_t n = 0; n < 4; ++n)
+    {
         m_Code.vClearRows.push_back(nRow + n);
+    }
     return nRow;
 }
 
@@ -102,7 +118,9 @@ uint32_t CLowering::LiteralRow(const SOperand& operand, uint32_t nComponent)
 {
     const size_t nNumber = static_cast<uint32_t>(operand.nNumber);
     if (nNumber >= m_vLiterals.size() || m_vLiterals[nNumber].empty())
+    {
         return s_nZeroRow;
+    }
     std::pmr::vector<SLiteral>& vLiterals = m_vLiterals[nNumber];
     size_t nLow = 0;
     size_t nHigh = vLiterals.size();
@@ -110,13 +128,19 @@ uint32_t CLowering::LiteralRow(const SOperand& operand, uint32_t nComponent)
     {
         const size_t nMiddle = (nLow + nHigh) / 2;
         if (vLiterals[nMiddle].nItem < m_nItem)
+        {
             nLow = nMiddle + 1;
+        }
         else
+        {
             nHigh = nMiddle;
+        }
     }
     SLiteral& literal = vLiterals[nLow ? nLow - 1 : 0];
     if (literal.nRows[nComponent] == 0)
+    {
         literal.nRows[nComponent] = ConstantRow(literal.nValues[nComponent]);
+    }
     return literal.nRows[nComponent];
 }
 
@@ -192,7 +216,9 @@ uint32_t CLowering::BufferRow(const SOperand& operand, uint32_t nComponent)
     if (operand.nType == IL_REGTYPE_IMMED_CONST_BUFF)
     {
         if (m_nInlineBuffer < 0)
+        {
             return s_nZeroRow;
+        }
         nBuffer = static_cast<uint32_t>(m_nInlineBuffer);
     }
     else
@@ -200,11 +226,15 @@ uint32_t CLowering::BufferRow(const SOperand& operand, uint32_t nComponent)
         const auto inserted = m_mapBuffers.try_emplace(static_cast<uint32_t>(operand.nNumber),
                                                        static_cast<uint32_t>(m_Code.vBuffers.size()));
         if (inserted.second)
+        {
             m_Code.vBuffers.push_back({static_cast<uint32_t>(operand.nNumber), 0, {}, false});
+        }
         nBuffer = inserted.first->second;
     }
     if (operand.bIndexed)
+    {
         return IndexedLoad(operand, true, nBuffer, nComponent);
+    }
     if (operand.nImmediate >= m_Code.vBuffers[nBuffer].nElements)
     {
         Outside(operand.nImmediate, false);
@@ -229,7 +259,9 @@ uint32_t CLowering::ArrayRow(const SOperand& operand, uint32_t nComponent)
         return s_nZeroRow;
     }
     if (operand.bIndexed)
+    {
         return IndexedLoad(operand, false, it->second, nComponent);
+    }
     const SCode::SArray& array = m_Code.vArrays[it->second];
     if (operand.nImmediate >= array.nElements)
     {
@@ -244,9 +276,13 @@ uint32_t CLowering::Component(const SOperand& operand, uint32_t nComponent)
 {
     const uint32_t nSelect = operand.select[nComponent];
     if (nSelect == SOperand::SelectZero)
+    {
         return s_nZeroRow;
+    }
     if (nSelect == SOperand::SelectOne)
+    {
         return ConstantRow(s_nOne);
+    }
     switch (operand.nType)
     {
     case IL_REGTYPE_ADDR:
@@ -259,7 +295,9 @@ uint32_t CLowering::Component(const SOperand& operand, uint32_t nComponent)
     case IL_REGTYPE_INPUT_ARG:
     case IL_REGTYPE_OUTPUT_ARG:
         if (operand.bIndexed)
+        {
             break;
+        }
         return RegisterRow(operand) + nSelect;
     case IL_REGTYPE_ITEMP:
         return ArrayRow(operand, nSelect);
@@ -268,7 +306,9 @@ uint32_t CLowering::Component(const SOperand& operand, uint32_t nComponent)
         return BufferRow(operand, nSelect);
     case IL_REGTYPE_LITERAL:
         if (operand.bIndexed)
+        {
             break;
+        }
         return LiteralRow(operand, nSelect);
     case IL_REGTYPE_THREAD_ID_IN_GROUP:
     case IL_REGTYPE_THREAD_ID_IN_GROUP_FLAT:
@@ -337,15 +377,25 @@ uint32_t CLowering::Ternary(ELaneOp eOp, uint32_t nA, uint32_t nB, uint32_t nC)
 uint32_t CLowering::ModifiedFloat(const SOperand& operand, uint32_t nComponent, uint32_t nRow)
 {
     if (operand.bInvert)
+    {
         nRow = Unary(LANE_Invert, nRow);
+    }
     if (operand.bBias)
+    {
         nRow = Unary(LANE_Bias, nRow);
+    }
     if (operand.bTimes2)
+    {
         nRow = Binary(LANE_Multiply, nRow, ConstantRow(0x40000000));
+    }
     if (operand.bSign)
+    {
         nRow = Unary(LANE_Sign, nRow);
+    }
     if (operand.bClamp)
+    {
         nRow = Unary(LANE_Saturate, nRow);
+    }
     const bool bNegate = operand.bNegate[nComponent];
     const auto itValue = m_mapRowValues.find(nRow);
     if (itValue != m_mapRowValues.end())
@@ -354,7 +404,9 @@ uint32_t CLowering::ModifiedFloat(const SOperand& operand, uint32_t nComponent, 
         return ConstantRow(bNegate ? nMagnitude ^ 0x80000000 : nMagnitude);
     }
     if (operand.bAbs)
+    {
         nRow = Unary(LANE_Abs, nRow);
+    }
     return bNegate ? Unary(LANE_Negate, nRow) : nRow;
 }
 
@@ -364,13 +416,19 @@ uint32_t CLowering::Source(const SOperand& operand, uint32_t nComponent, T eType
     const uint32_t nRow = Component(operand, nComponent);
     const bool bNegate = operand.bNegate[nComponent];
     if (!bNegate && !operand.HasFloatModifiers())
+    {
         return nRow;
+    }
     if (eType == T::F)
+    {
         return ModifiedFloat(operand, nComponent, nRow);
+    }
     const bool bHalf = eType == T::H;
     uint32_t nResult = operand.bAbs ? Unary(bHalf ? LANE_HalfAbs : LANE_IAbs, nRow) : nRow;
     if (bNegate)
+    {
         nResult = Unary(bHalf ? LANE_HalfNegate : LANE_INegate, nResult);
+    }
     return nResult;
 }
 
@@ -380,7 +438,9 @@ void CLowering::SourcePair(const SOperand& operand, uint32_t nPair, T eType, uin
     pRows[1] = static_cast<uint16_t>(Component(operand, nPair * 2 + 1));
     const bool bNegate = operand.bNegate[nPair * 2] || operand.bNegate[nPair * 2 + 1];
     if (!bNegate && !operand.bAbs)
+    {
         return;
+    }
     if (eType == T::D)
     {
         pRows[1] = operand.bAbs ? Unary(LANE_Abs, pRows[1]) : pRows[1];
@@ -390,7 +450,9 @@ void CLowering::SourcePair(const SOperand& operand, uint32_t nPair, T eType, uin
     for (const ELaneOp eOp : {LANE_LAbs, LANE_LNegate})
     {
         if (!(eOp == LANE_LAbs ? operand.bAbs : bNegate))
+        {
             continue;
+        }
         SLaneRows rows;
         rows.d[0] = Scratch();
         rows.d[1] = Scratch();
@@ -436,10 +498,14 @@ bool CLowering::BeginDestination(T eType, const CParts& parts)
     const bool bFloat = eType == T::F || eType == T::D;
     m_bInPlace = IsPlainDestination(destination) && !(bFloat && (destination.bClamp || destination.nShift));
     if (!m_bInPlace && !IsPlainDestination(destination) && destination.nType != IL_REGTYPE_ITEMP)
+    {
         return Fail("register type " + std::to_string(destination.nType) + " can't be written");
+    }
     // A pair of which one word is written is computed whole, beside its register.
     if (IsPair(eType) && (Writes(0) != Writes(1) || Writes(2) != Writes(3)))
+    {
         m_bInPlace = false;
+    }
     const uint32_t nBase = m_bInPlace ? RegisterRow(destination) : 0;
     for (size_t i = 0; m_bInPlace && i + 1 < parts.size(); ++i)
     {
@@ -455,7 +521,9 @@ bool CLowering::BeginDestination(T eType, const CParts& parts)
         }
     }
     for (uint32_t n = 0; n < 4; ++n)
+    {
         m_nTargets[n] = m_bInPlace ? nBase + n : (Writes(n) || IsPair(eType) ? Scratch() : 0);
+    }
     return !m_bFailed;
 }
 
@@ -478,7 +546,9 @@ void CLowering::Scale(uint32_t nRow, uint32_t nHighRow)
     }
     rows.s[2] = rows.s[3] = 0;
     if (destination.bClamp)
+    {
         EmitLane(bDouble ? LANE_DSaturate : LANE_Saturate, rows);
+    }
 }
 
 void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
@@ -499,7 +569,9 @@ void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
     if (!destination.bIndexed)
     {
         if (destination.nImmediate < array.nElements)
+        {
             EmitMove(array.Row(destination.nImmediate, nComponent), nRow);
+        }
         return;
     }
     SMicroOp& last = m_Code.vSteps.back();
@@ -535,17 +607,23 @@ void CLowering::FinishDestination()
         for (uint32_t n = 0; n < 4 && bDouble; n += 2)
         {
             if (Writes(n) || Writes(n + 1))
+            {
                 Scale(m_nTargets[n], m_nTargets[n + 1]);
+            }
         }
         for (uint32_t n = 0; n < 4 && m_eDestinationType == T::F; ++n)
         {
             if (Writes(n))
+            {
                 Scale(m_nTargets[n], 0);
+            }
         }
         for (uint32_t n = 0; n < 4; ++n)
         {
             if (Writes(n))
+            {
                 StoreComponent(n, m_nTargets[n]);
+            }
         }
     }
     const bool bOutside =
@@ -560,9 +638,13 @@ void CLowering::FinishDestination()
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (destination.write[n] == SOperand::WriteZero)
+        {
             StoreComponent(n, s_nZeroRow);
+        }
         if (destination.write[n] == SOperand::WriteOne)
+        {
             StoreComponent(n, ConstantRow(s_nOne));
+        }
     }
 }
 

@@ -22,7 +22,9 @@ void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, CParts& parts)
     for (uint32_t n = 0; n < 4; n += nStep)
     {
         if (!Writes(n) && !(bOutPair && Writes(n + 1)))
+        {
             continue;
+        }
         SPart part;
         part.nOp = nOp;
         part.rows.d[0] = n;
@@ -32,24 +34,36 @@ void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, CParts& parts)
             const SOperand& operand = Operand(i);
             const T eType = rule.eIn[i];
             if (eType == T::N)
+            {
                 continue;
+            }
             if (IsPair(eType))
+            {
                 SourcePair(operand, bOutPair ? n / 2 : n & 1, eType, &part.rows.s[i * 2]);
+            }
             else if (rule.eForm == ELaneForm::TOPAIR)
+            {
                 part.rows.s[i * 2] = Source(operand, n / 2, eType);
+            }
             else
+            {
                 part.rows.s[i * 2] = Source(operand, rule.eForm == ELaneForm::SCALAR ? 3 : n, eType);
+            }
         }
         parts.push_back(part);
         if (rule.eForm == ELaneForm::SCALAR)
+        {
             return;
+        }
     }
 }
 
 bool CLowering::WriteParts(T eType, CParts& parts)
 {
     if (!BeginDestination(eType, parts))
+    {
         return false;
+    }
     for (SPart& part : parts)
     {
         part.rows.d[0] = Target(part.rows.d[0]);
@@ -69,12 +83,16 @@ bool CLowering::ClearsAtStart()
     const SOperand& destination = Destination();
     if (!bNothingYet || source.nType != IL_REGTYPE_LITERAL || source.bIndexed || source.HasFloatModifiers() ||
         !IsPlainDestination(destination) || destination.bClamp || destination.nShift != 0)
+    {
         return false;
+    }
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (destination.write[n] == SOperand::WriteOne ||
             (Writes(n) && (source.bNegate[n] || Component(source, n) != s_nZeroRow)))
+        {
             return false;
+        }
     }
     return true;
 }
@@ -86,7 +104,9 @@ bool CLowering::WriteRows(T eType, const uint32_t* pRows)
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (!Writes(n))
+        {
             continue;
+        }
         SPart part;
         part.nOp = LANE_Mov;
         part.rows.d[0] = n;
@@ -106,20 +126,28 @@ bool CLowering::WriteAll(T eType, uint32_t nRow)
 bool CLowering::LowerRule(uint32_t nOp)
 {
     if (nOp == LANE_IL_OP_MOV && ClearsAtStart())
+    {
         return true;
+    }
     const SLaneRule& rule = GetLaneRule(nOp);
     CParts parts;
     AddParts(nOp, rule, parts);
     if (rule.eForm != ELaneForm::SCALAR || parts.empty())
+    {
         return WriteParts(rule.eOut, parts);
+    }
     SLaneRows rows = parts[0].rows;
     rows.d[0] = Scratch();
     rows.d[1] = 0;
     uint32_t nWritten = 0;
     for (uint32_t n = 0; n < 4; ++n)
+    {
         nWritten += Writes(n) ? 1 : 0;
+    }
     if (nWritten == 1)
+    {
         return WriteParts(rule.eOut, parts);
+    }
     EmitLane(nOp, rows);
     return WriteAll(rule.eOut, rows.d[0]);
 }
@@ -184,7 +212,9 @@ bool CLowering::LowerNormalize(bool bHalf)
     const uint32_t nFactor = Unary(bHalf ? LANE_HalfReciprocalRoot : LANE_ReciprocalRoot, Dot(a, a, 3, bHalf));
     uint32_t nRows[4];
     for (uint32_t n = 0; n < 4; ++n)
+    {
         nRows[n] = Binary(bHalf ? LANE_HalfMultiply : LANE_Multiply, Source(a, n, eType), nFactor);
+    }
     return WriteRows(eType, nRows);
 }
 
@@ -222,12 +252,16 @@ bool CLowering::LowerCompareSelect()
     const SOperand& destination = Destination();
     const uint32_t nRelation = m_pItem->Controls() & 7;
     if (m_pItem->eOpCode != IL_OP_CMOV && nRelation > 5)
+    {
         return Fail("relation " + std::to_string(nRelation) + " isn't known");
+    }
     uint32_t nRows[4] = {0, 0, 0, 0};
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (!Writes(n))
+        {
             continue;
+        }
         const uint32_t nFirst = Source(a, n, T::F);
         if (m_pItem->eOpCode == IL_OP_SET)
         {
@@ -258,10 +292,14 @@ bool CLowering::LowerBitInsert()
     for (uint32_t n = 0; n < 4; ++n)
     {
         if (!Writes(n))
+        {
             continue;
+        }
         uint32_t nSources[4];
         for (uint32_t i = 0; i < 4; ++i)
+        {
             nSources[i] = Source(Operand(i), n, T::U);
+        }
         const uint32_t nMask = Binary(LANE_IL_OP_BFM, nSources[0], nSources[1]);
         nRows[n] = Ternary(LANE_Insert, Binary(LANE_ShiftLeft, nSources[2], nSources[1]), nMask, nSources[3]);
     }
@@ -370,14 +408,18 @@ bool CLowering::LowerSpecial()
     {
         uint32_t nPacked = s_nZeroRow;
         for (uint32_t n = 0; n < 4; ++n)
+        {
             nPacked = Ternary(LANE_IL_OP_PACK_X_U8_F32, Source(Operand(0), n, T::F), ConstantRow(n), nPacked);
+        }
         return WriteAll(T::U, nPacked);
     }
     case IL_OP_SAD_4:
     {
         uint32_t nSum = Source(Operand(2), 0, T::U);
         for (uint32_t n = 0; n < 4; ++n)
+        {
             nSum = Ternary(LANE_IL_OP_SAD, Source(Operand(0), n, T::U), Source(Operand(1), n, T::U), nSum);
+        }
         return WriteAll(T::U, nSum);
     }
     case IL_OP_D_FREXP:
@@ -396,7 +438,9 @@ bool CLowering::LowerSpecial()
     }
     case IL_OP_FENCE:
         if (m_pItem->Controls() & s_nFenceMemory)
+        {
             EmitStep(MICRO_FENCE);
+        }
         if (m_pItem->Controls() & 1)
         {
             EmitFlow(MICRO_BARRIER);

@@ -28,12 +28,18 @@ bool CLowering::LowerWave()
         for (uint32_t n = 0; n < 4; ++n)
         {
             if (!Writes(n))
+            {
                 continue;
+            }
             nRows[n] = Scratch();
             if (eOpCode == IL_OP_READLANE)
+            {
                 EmitWave(WAVE_READ, nRows[n], s_nZeroRow, source(0, n), source(1, 0));
+            }
             else
+            {
                 EmitWave(WAVE_FIRST, nRows[n], s_nZeroRow, source(0, n), s_nZeroRow);
+            }
         }
         return WriteRows(T::U, nRows);
     }

@@ -8,11 +8,15 @@ namespace KestrelPlatform
 unsigned char* CPendingAdds::Hold(unsigned char* pLow, unsigned char* pHigh)
 {
     if (m_pFirst && (pLow < m_pFirst || pHigh >= m_pFirst + sizeof m_nSums))
+    {
         Add();
+    }
     if (!m_pFirst)
     {
         if (static_cast<uint64_t>(pHigh - pLow) >= sizeof m_nSums)
+        {
             return nullptr;
+        }
         m_pFirst = pLow;
         m_pEnd = pLow;
     }
@@ -30,7 +34,9 @@ void CPendingAdds::Add()
     {
         const uint32_t n = nStart + i < nCount ? nStart + i : nStart + i - nCount;
         if (m_nSums[n] == 0)
+        {
             continue;
+        }
         __atomic_fetch_add(pWords + n, m_nSums[n], __ATOMIC_RELAXED);
         m_nSums[n] = 0;
     }

@@ -30,7 +30,9 @@ public:
     void Flush()
     {
         if (m_pFirst)
+        {
             Add();
+        }
     }
 
     /// To be called in each pass of a loop: nothing is held for longer than some thousand of them, since what is held
@@ -38,7 +40,9 @@ public:
     void Pass()
     {
         if (m_pFirst && ++m_nPasses % 4096 == 0)
+        {
             Add();
+        }
     }
 
 private:

@@ -44,7 +44,9 @@ const SCode& CProgram::GetTracedCode() const
                        for (const SItem& item : scratch.stream.vItems)
                        {
                            if (item.nInstruction != SItem::NoInstruction)
+                           {
                                m_vOpCodes.push_back(item.eOpCode);
+                           }
                        }
                    });
     return m_bTraceable ? m_TracedCode : m_Code;
@@ -61,7 +63,9 @@ std::shared_ptr<const CProgram> DecodeProgram(const uint32_t* pTokens, size_t nC
         SCode code;
         code.vSteps = std::move(scratch.vSteps);
         if (!Lower(pTokens, nCount, false, scratch, code, error))
+        {
             return nullptr;
+        }
         // The program takes as much as its steps need; of a long one they aren't worth another copy.
         if (&scratch == &s_Scratch)
         {

@@ -23,7 +23,9 @@ void ForEachRow(SCode& code, F&& visit)
     {
         // There it is a set of components.
         if (step.eKind != MICRO_INDEX_STORE)
+        {
             ForAll(step.rows.d, visit);
+        }
         ForAll(step.rows.s, visit);
     }
     for (SMicroOp& step : code.vSteadySteps)
@@ -48,7 +50,9 @@ void ForEachRow(SCode& code, F&& visit)
         visit(image.nReference);
     }
     for (SIndexed& indexed : code.vIndexed)
+    {
         visit(indexed.nIndexRow);
+    }
     std::for_each(code.vClearRows.begin(), code.vClearRows.end(), visit);
     std::for_each(code.vUnwrittenRows.begin(), code.vUnwrittenRows.end(), visit);
 }
@@ -63,7 +67,9 @@ public:
         MarkUsed();
         uint32_t nRows = 0;
         for (uint32_t n = 0; n < m_Code.nRows; ++n)
+        {
             m_vNumbers[n] = m_vNumbers[n] == 0 ? s_nUnused : nRows++;
+        }
         // There begins an array of no elements.
         m_vNumbers.back() = nRows;
         DropUnused(m_Code.vConstants);
@@ -87,9 +93,13 @@ private:
         ForEachRow(m_Code, [this](const auto& nRow) { m_vNumbers[nRow] = 1; });
         // Those of an array stay together, as many as there are.
         for (const SCode::SArray& array : m_Code.vArrays)
+        {
             Mark(array.nRow, array.nElements * 4);
+        }
         for (const SCode::SPrivate& area : m_Code.vPrivate)
+        {
             Mark(area.nRow, (area.nBytes + 3) / 4);
+        }
     }
 
     template <class T>
@@ -105,13 +115,21 @@ private:
         { nRow = static_cast<std::remove_reference_t<decltype(nRow)>>(m_vNumbers[nRow]); };
         ForEachRow(m_Code, renumber);
         for (SCode::SConstant& constant : m_Code.vConstants)
+        {
             renumber(constant.nRow);
+        }
         for (SCode::SId& id : m_Code.vIds)
+        {
             renumber(id.nRow);
+        }
         for (SCode::SArray& array : m_Code.vArrays)
+        {
             renumber(array.nRow);
+        }
         for (SCode::SPrivate& area : m_Code.vPrivate)
+        {
             renumber(area.nRow);
+        }
     }
 
     SCode& m_Code;

@@ -27,7 +27,9 @@ void ForEachStepOfPieces(const SCode& code, const std::vector<char>& vDropped, u
     {
         nPiece += IsStraight(code.vSteps[n]) ? 0 : 1;
         if (!vDropped[n])
+        {
             visit(n);
+        }
     }
 }
 
@@ -38,7 +40,9 @@ void ForEach(const TRow* pRows, size_t nCount, F&& visit)
     for (size_t n = 0; n < nCount; ++n)
     {
         if (pRows[n] > s_nZeroRow)
+        {
             visit(pRows[n]);
+        }
     }
 }
 
@@ -52,10 +56,14 @@ void ForEachRead(const SAccess& access, F&& visit)
         ForEach(access.nBaseRows, 2, visit);
     }
     else
+    {
         ForEach(access.nAddressRows, 2, visit);
+    }
     ForEach(access.nValueRows, 4, visit);
     if (access.eOperation == SAccess::Store)
+    {
         ForEach(access.nRows, 4, visit);
+    }
 }
 
 /// Calls visit with the rows that a step reads. What has none stands for itself as row 0 or 1.
@@ -80,9 +88,13 @@ void ForEachRead(const SCode& code, const SMicroOp& step, F&& visit)
         ForEach(image.nOffsets, 2, visit);
         visit(image.nReference);
         if (image.eOperation == SImageAccess::UavStore)
+        {
             ForEach(image.nRows, 4, visit);
+        }
         for (uint32_t n = 0; n < image.nFlatAccesses; ++n)
+        {
             ForEachRead(code.vAccesses[image.nFirstFlatAccess + n], visit);
+        }
         break;
     }
     case MICRO_INDEX_STORE:
@@ -114,11 +126,15 @@ void ForEachWritten(const SCode& code, const SMicroOp& step, F&& visit)
         break;
     case MICRO_ACCESS:
         if (code.vAccesses[step.nAux].eOperation != SAccess::Store)
+        {
             ForEach(code.vAccesses[step.nAux].nRows, 4, visit);
+        }
         break;
     case MICRO_IMAGE:
         if (code.vImages[step.nAux].eOperation != SImageAccess::UavStore)
+        {
             ForEach(code.vImages[step.nAux].nRows, 4, visit);
+        }
         break;
     case MICRO_INDEX_LOAD:
         visit(step.rows.d[0]);
@@ -135,17 +151,23 @@ void ForEachPinned(const SCode& code, F&& visit)
     const auto pin = [&visit](uint32_t nFirst, uint32_t nCount)
     {
         for (uint32_t n = nFirst; n < nFirst + nCount; ++n)
+        {
             visit(n);
+        }
     };
     for (const SIndexed& indexed : code.vIndexed)
     {
         if (!indexed.bConstant)
+        {
             pin(code.vArrays[indexed.nArray].nRow, code.vArrays[indexed.nArray].nElements * 4);
+        }
     }
     for (const SAccess& access : code.vAccesses)
     {
         if (access.eSpace == SAccess::Private)
+        {
             pin(code.vPrivate[access.nArea].nRow, code.vPrivate[access.nArea].nBytes / 4);
+        }
     }
     pin(s_nMaskRow, 1);
 }

@@ -23,26 +23,36 @@ public:
     {
         ForEachPinned(code, [this](uint32_t nRow) { m_vRows[nRow].bLeaves = true; });
         for (const SCode::SConstant& constant : code.vConstants)
+        {
             m_vRows[constant.nRow].bUniform = true;
+        }
         m_vRows[s_nZeroRow].bUniform = true;
         for (uint32_t n = nFirstUniform; n < code.nRows; ++n)
+        {
             m_vRows[n].bUniform = true;
+        }
     }
 
     void Run()
     {
         if (!IsAnySum() || m_Code.nRows + 2 > s_nMaxRows)
+        {
             return;
+        }
         ForEachStep([this](size_t nStep) { Look(nStep); });
         ForEachStep([this](size_t nStep) { Follow(nStep); });
         for (size_t n = 0; n < m_vSums.size(); ++n)
+        {
             EndOf(n);
+        }
         const SUse* pLast = nullptr;
         for (const SUse& use : m_vUses)
         {
             const SSum& sum = m_vSums[use.nSum];
             if (sum.bKept)
+            {
                 continue;
+            }
             SAccess& access = m_Code.vAccesses[use.nAccess];
             Scale(access, m_Code.vSteps[sum.nStep]);
             access.bSameIndex = pLast && IsSameIndex(*pLast, use);
@@ -51,7 +61,9 @@ public:
         for (const SSum& sum : m_vSums)
         {
             if (!sum.bKept)
+            {
                 Drop(sum.nStep);
+            }
         }
     }
 
@@ -108,12 +120,18 @@ private:
         const SMicroOp& step = m_Code.vSteps[nStep];
         const SSum* const pSum = IsOfSum(step) ? SumIn(m_Code.vAccesses[step.nAux].nAddressRows[0]) : nullptr;
         if (pSum)
+        {
             m_vUses.push_back({static_cast<size_t>(pSum - m_vSums.data()), step.nAux, m_nPiece});
+        }
         else
+        {
             ForEachRead(m_Code, step, [this](uint32_t nRow) { Keep(SumIn(nRow)); });
+        }
         const bool bSum = IsSum(step);
         if (bSum)
+        {
             m_vSums.push_back({nStep, {}, false, {}});
+        }
         ForEachWritten(m_Code, step,
                        [this, bSum](uint32_t nRow)
                        {
@@ -126,7 +144,9 @@ private:
         if (bSum)
         {
             for (int n = 0; n < 4; ++n)
+            {
                 m_vSums.back().nWrites[n] = m_vRows[step.rows.s[s_nSumSources[n]]].nWrites;
+            }
         }
     }
 
@@ -134,13 +154,17 @@ private:
     {
         SSum* const pSum = SumIn(nRow);
         for (int n = 0; pSum && n < 2; ++n)
+        {
             pSum->bEnded[n] = pSum->bEnded[n] || m_Code.vSteps[pSum->nStep].rows.d[n] == nRow;
+        }
     }
 
     static void Keep(SSum* pSum)
     {
         if (pSum)
+        {
             pSum->bKept = true;
+        }
     }
 
     bool IsAnySum() const
@@ -161,21 +185,31 @@ private:
     bool IsOfSum(const SMicroOp& step)
     {
         if (step.eKind != MICRO_ACCESS)
+        {
             return false;
+        }
         const SAccess& access = m_Code.vAccesses[step.nAux];
         if (access.eSpace != SAccess::Global || !access.b64BitAddress)
+        {
             return false;
+        }
         const SSum* const pSum = SumIn(access.nAddressRows[0]);
         if (!pSum || SumIn(access.nAddressRows[1]) != pSum)
+        {
             return false;
+        }
         const SLaneRows& rows = m_Code.vSteps[pSum->nStep].rows;
         bool bElsewhere = rows.d[0] != access.nAddressRows[0] || rows.d[1] != access.nAddressRows[1];
         const auto compare = [&](uint32_t nRow) { bElsewhere = bElsewhere || SumIn(nRow) != nullptr; };
         ForEach(access.nValueRows, 4, compare);
         if (access.eOperation == SAccess::Store)
+        {
             ForEach(access.nRows, 4, compare);
+        }
         for (int n = 0; n < 4; ++n)
+        {
             bElsewhere = bElsewhere || m_vRows[rows.s[s_nSumSources[n]]].nWrites != pSum->nWrites[n];
+        }
         return !bElsewhere;
     }
 
@@ -191,7 +225,9 @@ private:
     {
         SSum& sum = m_vSums[nSum];
         for (int n = 0; n < 2; ++n)
+        {
             sum.bKept = sum.bKept || (!sum.bEnded[n] && m_vRows[m_Code.vSteps[sum.nStep].rows.d[n]].bLeaves);
+        }
     }
 
     void Scale(SAccess& access, const SMicroOp& sum)

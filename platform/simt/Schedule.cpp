@@ -26,22 +26,32 @@ const uint64_t s_nMostShuffled = uint64_t(1) << 31;
 CSchedule::CSchedule(uint64_t nSeed, uint64_t nPieces) : m_nSeed(nSeed), m_nPieces(std::max<uint64_t>(nPieces, 1))
 {
     if (nSeed == 0 || m_nPieces > s_nMostShuffled)
+    {
         return;
+    }
     m_nStart = Mix(nSeed) % m_nPieces;
     m_nStride = std::max<uint64_t>(Mix(nSeed + 1) % m_nPieces, 1);
     while (std::gcd(m_nStride, m_nPieces) != 1)
+    {
         m_nStride = m_nStride % m_nPieces + 1;
+    }
 }
 
 void CSchedule::Pause(uint64_t nTurn) const
 {
     if (m_nSeed == 0)
+    {
         return;
+    }
     const uint64_t nDice = Mix(m_nSeed + (nTurn + 1) * 0x9E3779B97F4A7C15u);
     if (nDice % 4 == 0)
+    {
         std::this_thread::sleep_for(std::chrono::microseconds(nDice / 4 % 50));
+    }
     else if (nDice % 4 == 1)
+    {
         std::this_thread::yield();
+    }
 }
 
 } // namespace KestrelPlatform

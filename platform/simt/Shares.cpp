@@ -32,7 +32,9 @@ std::optional<uint64_t> TakeOne(std::atomic<uint64_t>& share, uint64_t nChange)
     while (First(nPieces) != End(nPieces))
     {
         if (share.compare_exchange_weak(nPieces, nPieces + nChange))
+        {
             return nPieces;
+        }
     }
     return std::nullopt;
 }
@@ -42,18 +44,24 @@ std::optional<uint64_t> TakeOne(std::atomic<uint64_t>& share, uint64_t nChange)
 CShares::CShares(uint32_t nPieces, uint32_t nThreads) : m_vShares(nThreads)
 {
     for (uint64_t n = 0; n < nThreads; ++n)
+    {
         m_vShares[n].nPieces =
             Pack(static_cast<uint32_t>(nPieces * n / nThreads), static_cast<uint32_t>(nPieces * (n + 1) / nThreads));
+    }
 }
 
 std::optional<uint32_t> CShares::Take(uint32_t nShare)
 {
     if (const auto nOwn = TakeOne(m_vShares[nShare].nPieces, s_nTakeFirst))
+    {
         return First(*nOwn);
+    }
     for (size_t n = 1; n < m_vShares.size(); ++n)
     {
         if (const auto nOther = TakeOne(m_vShares[(nShare + n) % m_vShares.size()].nPieces, s_nTakeLast))
+        {
             return End(*nOther) - 1;
+        }
     }
     return std::nullopt;
 }
@@ -64,7 +72,9 @@ bool CShares::IsAnyLeft() const
     {
         const uint64_t nPieces = share.nPieces;
         if (First(nPieces) != End(nPieces))
+        {
             return true;
+        }
     }
     return false;
 }

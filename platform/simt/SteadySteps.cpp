@@ -31,9 +31,13 @@ public:
         // What stands for no row.
         m_vRows[s_nMaskRow].bSteady = m_vRows[s_nZeroRow].bSteady = true;
         for (const SCode::SConstant& constant : code.vConstants)
+        {
             m_vRows[constant.nRow].bSteady = true;
+        }
         for (const SCode::SId& id : code.vIds)
+        {
             m_vRows[id.nRow].bSteady = IsSteady(id);
+        }
     }
 
     void Run()
@@ -77,7 +81,9 @@ private:
                        {
                            SRow& row = m_vRows[nRow];
                            if (row.nPiece == m_nPiece && nRow != s_nMaskRow)
+                           {
                                ++m_vOverwritten[row.nLastStep];
+                           }
                            row.nPiece = m_nPiece;
                            row.nLastStep = static_cast<uint32_t>(nStep);
                        });
@@ -87,11 +93,15 @@ private:
     {
         SMicroOp& step = m_Code.vSteps[nStep];
         if (CanReadElsewhere(step))
+        {
             ReadNames(step);
+        }
         if (CanMove(nStep))
         {
             for (uint16_t& nRow : step.rows.d)
+            {
                 nRow = nRow == s_nMaskRow ? nRow : Name(nRow);
+            }
             m_Code.vSteadySteps.push_back(step);
             m_vDropped[nStep] = 1;
             return;
@@ -114,24 +124,32 @@ private:
             ReadNames(access.nBaseRows);
         }
         else
+        {
             ReadNames(access.nAddressRows);
+        }
         ReadNames(access.nValueRows);
         if (access.eOperation == SAccess::Store)
+        {
             ReadNames(access.nRows);
+        }
     }
 
     template <class TRow, size_t nCount>
     void ReadNames(TRow (&rows)[nCount])
     {
         for (TRow& nRow : rows)
+        {
             ReadName(nRow);
+        }
     }
 
     template <class TRow>
     void ReadName(TRow& nRow)
     {
         if (m_vRows[nRow].nNamePiece != m_nPiece)
+        {
             return;
+        }
         --m_vReads[nRow];
         nRow = static_cast<TRow>(m_vRows[nRow].nName);
         ++m_vReads[nRow];
@@ -143,20 +161,28 @@ private:
         const bool bFast =
             step.eKind == MICRO_LANE_FAST || (step.eKind == MICRO_LANE_UNIFORM && step.nOp < LANE_FIRST_SLOW);
         if (!bFast || m_Code.nRows + 2 > m_nRowLimit)
+        {
             return false;
+        }
         for (const uint16_t nRow : step.rows.s)
         {
             if (!m_vRows[nRow].bSteady)
+            {
                 return false;
+            }
         }
         uint32_t nResults = 0;
         bool bLeaves = false;
         for (const uint16_t nRow : step.rows.d)
         {
             if (nRow == s_nMaskRow)
+            {
                 continue;
+            }
             if (m_vRows[nRow].bKept)
+            {
                 return false;
+            }
             bLeaves = bLeaves || m_vRows[nRow].bLeaves;
             ++nResults;
         }
@@ -183,7 +209,9 @@ private:
         {
             const SLaneRows& rows = vSteps[n].rows;
             if (m_vReads[rows.d[0]] != 0 || (rows.d[1] != s_nMaskRow && m_vReads[rows.d[1]] != 0))
+            {
                 continue;
+            }
             ForEach(rows.s, 6, [this](uint32_t nRow) { --m_vReads[nRow]; });
             vSteps.erase(vSteps.begin() + static_cast<ptrdiff_t>(n));
         }

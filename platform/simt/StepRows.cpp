@@ -34,11 +34,17 @@ public:
         {
             const SMicroOp& step = m_Code.vSteps[n];
             if (!IsStraight(step))
+            {
                 Border(step);
+            }
             else if (IsLaneOperation(step) && Holds(step.rows.d[0]) && (step.rows.d[1] == 0 || Holds(step.rows.d[1])))
+            {
                 Drop(m_Code, n, vReads, vDropped);
+            }
             else
+            {
                 Note(step);
+            }
         }
     }
 
@@ -52,7 +58,9 @@ private:
     void Set(uint32_t nRow)
     {
         if (m_vMarks[nRow] == s_nPinned || Holds(nRow))
+        {
             return;
+        }
         m_vMarks[nRow] = m_nPiece;
         m_vSet.push_back(nRow);
     }
@@ -61,7 +69,9 @@ private:
     {
         const bool bLoad = step.eKind == MICRO_ACCESS && m_Code.vAccesses[step.nAux].eOperation == SAccess::Load;
         if (IsLaneOperation(step) || bLoad)
+        {
             ForEachWritten(m_Code, step, [this](uint32_t nRow) { Set(nRow); });
+        }
         ForEachRead(m_Code, step,
                     [this](uint32_t nRow) { m_vMarks[nRow] = m_vMarks[nRow] == s_nPinned ? s_nPinned : 0; });
     }
@@ -74,7 +84,9 @@ private:
             for (const uint32_t nRow : m_vSet)
             {
                 if (Holds(nRow) && vRows.size() < s_nMostAtEntry)
+                {
                     vRows.push_back(nRow);
+                }
             }
         }
         ++m_nPiece;
@@ -82,7 +94,9 @@ private:
         if (step.eKind == MICRO_CALL && !(step.nFlags & s_nFlagConditional))
         {
             for (const uint32_t nRow : m_vAtEntry[step.nAux])
+            {
                 Set(nRow);
+            }
         }
     }
 
@@ -102,7 +116,9 @@ void MarkUnread(const SCode& code, std::vector<uint32_t>& vReads, std::vector<ch
         // An operation of one result has row 0 for the second.
         const bool bSecondRead = step.rows.d[1] != 0 && vReads[step.rows.d[1]] != 0;
         if (IsLaneOperation(step) && !vDropped[n] && vReads[step.rows.d[0]] == 0 && !bSecondRead)
+        {
             Drop(code, n, vReads, vDropped);
+        }
     }
 }
 
@@ -117,7 +133,9 @@ std::vector<char> FindWritten(const SCode& code)
 {
     std::vector<char> vWritten(code.nRows, 0);
     for (const SMicroOp& step : code.vSteps)
+    {
         ForEachWritten(code, step, [&vWritten](uint32_t nRow) { vWritten[nRow] = 1; });
+    }
     ForEachPinned(code, [&vWritten](uint32_t nRow) { vWritten[nRow] = 1; });
     return vWritten;
 }
@@ -128,7 +146,9 @@ std::vector<uint32_t> CountReads(const SCode& code)
 {
     std::vector<uint32_t> vReads(code.nRows, 0);
     for (const SMicroOp& step : code.vSteps)
+    {
         ForEachRead(code, step, [&vReads](uint32_t nRow) { ++vReads[nRow]; });
+    }
     ForEachPinned(code, [&vReads](uint32_t nRow) { ++vReads[nRow]; });
     return vReads;
 }
@@ -149,7 +169,9 @@ void RemoveSteps(SCode& code, const std::vector<char>& vMarks)
     {
         vPlaces[n] = nKept;
         if (!vMarks[n])
+        {
             code.vSteps[nKept++] = code.vSteps[n];
+        }
     }
     vPlaces[code.vSteps.size()] = nKept;
     code.vSteps.resize(nKept);
@@ -157,10 +179,14 @@ void RemoveSteps(SCode& code, const std::vector<char>& vMarks)
     {
         step.nTarget = vPlaces[step.nTarget];
         if (step.eKind == MICRO_END_LOOP)
+        {
             step.nAux = vPlaces[step.nAux];
+        }
     }
     for (uint32_t& nEntry : code.vBodyEntries)
+    {
         nEntry = vPlaces[nEntry];
+    }
 }
 
 void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
@@ -179,7 +205,9 @@ void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
     {
         const bool bAsked = vReads[nRow] != 0 && vWritten[nRow];
         if (vReads[nRow] != 0 && !vWritten[nRow])
+        {
             code.vUnwrittenRows.push_back(nRow);
+        }
         vUse[nRow] = bAsked ? Unseen : NotAsked;
         nLeft += bAsked ? 1 : 0;
     }
@@ -202,7 +230,9 @@ void KeepRowsToClear(SCode& code, const std::vector<uint32_t>& vReads)
             continue;
         }
         if (!IsStraight(step) && step.eKind != MICRO_ENTER && step.eKind != MICRO_BARRIER)
+        {
             break;
+        }
         const auto mark = [&vUse, &nLeft](EUse eUse)
         {
             return [&vUse, &nLeft, eUse](uint32_t nRow)

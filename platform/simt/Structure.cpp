@@ -112,24 +112,38 @@ std::vector<EOpCodeClass> MakeClasses()
     for (uint32_t n = 0; n < IL_OP_LAST; ++n)
     {
         if (Shape(n).pName && !Shape(n).bInstruction)
+        {
             vClasses[n] = ClassIgnored;
+        }
     }
 #define LANE(opcode, form, out, a, b, c, expression) vClasses[opcode] = ClassLane;
 #include "platform/simt/LaneOpsFast.def"
 #define LANE(opcode, form, out, a, b, c, expression) vClasses[opcode] = ClassLane;
 #include "platform/simt/LaneOpsSlow.def"
     for (ILOpCode eOpCode : s_Flow)
+    {
         vClasses[eOpCode] = ClassFlow;
+    }
     for (ILOpCode eOpCode : s_Memory)
+    {
         vClasses[eOpCode] = ClassMemory;
+    }
     for (const SOpCodeRange& range : s_MemoryRuns)
+    {
         std::fill(vClasses.begin() + range.nFirst, vClasses.begin() + range.nLast + 1, ClassMemory);
+    }
     for (ILOpCode eOpCode : s_Image)
+    {
         vClasses[eOpCode] = ClassImage;
+    }
     for (ILOpCode eOpCode : s_Special)
+    {
         vClasses[eOpCode] = ClassSpecial;
+    }
     for (ILOpCode eOpCode : s_Ignored)
+    {
         vClasses[eOpCode] = ClassIgnored;
+    }
     return vClasses;
 }
 
@@ -151,7 +165,9 @@ public:
             m_pItem = &m_Stream.vItems[n];
             m_nInstruction = m_pItem->nInstruction == SItem::NoInstruction ? m_nInstruction : m_pItem->nInstruction;
             if (!Take(n))
+            {
                 return false;
+            }
         }
         return LinkCalls() && OrderBodies();
     }
@@ -190,22 +206,32 @@ private:
             return CloseBody(SBody::Macro);
         case IL_OP_FUNC:
             if (!m_vOpen.empty())
+            {
                 return Fail("stands inside a body");
+            }
             if (!OpenBody(SBody::Function, m_Stream.Word(*m_pItem, 0), m_Structure.mapFunctions))
+            {
                 return false;
+            }
             Body().vItems.push_back(nItem);
             return true;
         case IL_OP_ENDFUNC:
             if (!m_vOpen.empty())
+            {
                 Body().vItems.push_back(nItem);
+            }
             return CloseBody(SBody::Function);
         case IL_OP_ENDMAIN:
             if (!m_vOpen.empty())
+            {
                 Body().vItems.push_back(nItem);
+            }
             return CloseBody(SBody::Main);
         case IL_OP_END:
             if (m_vOpen.size() > 1 || (!m_vOpen.empty() && Body().eKind != SBody::Main))
+            {
                 return Fail("a function or macro isn't closed");
+            }
             return m_vOpen.empty() || CloseBody(SBody::Main);
         default:
             return TakeInstruction(nItem);
@@ -216,9 +242,13 @@ private:
     {
         const EOpCodeClass eClass = GetOpCodeClass(m_pItem->eOpCode);
         if (eClass == ClassUnsupported)
+        {
             return Fail("has no meaning on this device");
+        }
         if (m_vOpen.empty())
+        {
             return eClass == ClassIgnored || Fail("stands outside every body");
+        }
         Body().vItems.push_back(nItem);
         return eClass != ClassFlow || CheckBlocks();
     }
@@ -226,7 +256,9 @@ private:
     bool OpenBody(SBody::EKind eKind, uint32_t nLabel, std::map<uint32_t, uint32_t>& map)
     {
         if (!map.emplace(nLabel, static_cast<uint32_t>(m_Structure.vBodies.size())).second)
+        {
             return Fail("label " + std::to_string(nLabel) + " stands twice");
+        }
         m_vOpen.emplace_back();
         m_vOpen.back().nBody = static_cast<uint32_t>(m_Structure.vBodies.size());
         m_Structure.vBodies.emplace_back();
@@ -238,9 +270,13 @@ private:
     bool CloseBody(SBody::EKind eKind)
     {
         if (m_vOpen.empty() || Body().eKind != eKind)
+        {
             return Fail("closes nothing");
+        }
         if (!Blocks().empty())
+        {
             return Fail(std::string("an open ") + Shape(Blocks().back().eOpCode).pName + " isn't closed");
+        }
         m_vOpen.pop_back();
         return true;
     }
@@ -251,15 +287,21 @@ private:
     void Count(ILOpCode eOpCode, int nChange)
     {
         if (eOpCode == IL_OP_WHILE)
+        {
             m_vOpen.back().nLoops += nChange;
+        }
         if (eOpCode == IL_OP_SWITCH)
+        {
             m_vOpen.back().nSwitches += nChange;
+        }
     }
 
     bool Close(ILOpCode eFirst, ILOpCode eSecond)
     {
         if (Blocks().empty() || (Blocks().back().eOpCode != eFirst && Blocks().back().eOpCode != eSecond))
+        {
             return Fail("closes nothing");
+        }
         Count(Blocks().back().eOpCode, -1);
         Blocks().pop_back();
         return true;
@@ -282,7 +324,9 @@ private:
             return true;
         case IL_OP_ELSE:
             if (!Close(IL_OP_IFC, IL_OP_IFC))
+            {
                 return false;
+            }
             Blocks().push_back({IL_OP_ELSE, false});
             return true;
         case IL_OP_ENDIF:
@@ -319,11 +363,17 @@ private:
     bool CheckCase()
     {
         if (Blocks().empty() || Blocks().back().eOpCode != IL_OP_SWITCH)
+        {
             return Fail("stands in no switch");
+        }
         if (m_pItem->eOpCode != IL_OP_DEFAULT)
+        {
             return true;
+        }
         if (Blocks().back().bDefault)
+        {
             return Fail("the switch has one already");
+        }
         Blocks().back().bDefault = true;
         return true;
     }
@@ -339,7 +389,9 @@ private:
             const std::map<uint32_t, uint32_t>& map = bMacro ? m_Structure.mapMacros : m_Structure.mapFunctions;
             const auto it = map.find(nLabel);
             if (it == map.end())
+            {
                 return Fail("there is no " + std::string(bMacro ? "macro " : "function ") + std::to_string(nLabel));
+            }
             call.nTarget = it->second;
             m_Structure.vBodies[call.nBody].vCallees.push_back(it->second);
         }
@@ -356,7 +408,9 @@ private:
         for (const SCall& call : m_vCalls)
         {
             if (call.nBody != nBody || call.nTarget != nTarget)
+            {
                 continue;
+            }
             m_pItem = call.pItem;
             m_nInstruction = call.nInstruction;
         }
@@ -379,7 +433,9 @@ private:
         for (uint32_t nRoot = 0; nRoot < vBodies.size(); ++nRoot)
         {
             if (vMarks[nRoot] != New)
+            {
                 continue;
+            }
             vStack.push_back({nRoot, 0});
             vMarks[nRoot] = Open;
             while (!vStack.empty())
@@ -394,7 +450,9 @@ private:
                 }
                 const uint32_t nNext = vBodies[nBody].vCallees[vStack.back().second++];
                 if (vMarks[nNext] == Open)
+                {
                     return FailCall(nBody, nNext);
+                }
                 if (vMarks[nNext] == New)
                 {
                     vMarks[nNext] = Open;

@@ -48,7 +48,9 @@ const SOrder* FindOrder(uint32_t nOrder)
     for (const SOrder& order : s_Orders)
     {
         if (order.nOrder == nOrder)
+        {
             return &order;
+        }
     }
     return nullptr;
 }
@@ -97,7 +99,9 @@ const SPacked* FindPacked(uint32_t nType)
     for (const SPacked& packed : s_Packed)
     {
         if (packed.nType == nType)
+        {
             return &packed;
+        }
     }
     return nullptr;
 }
@@ -147,7 +151,9 @@ uint32_t ReadChannel(const unsigned char* p, uint32_t nType)
 float ClampTo(float f, float fLow, float fHigh)
 {
     if (f != f)
+    {
         return 0.0f;
+    }
     return f < fLow ? fLow : (f > fHigh ? fHigh : f);
 }
 
@@ -201,7 +207,9 @@ size_t TexelBytes(uint32_t nChannelOrder, uint32_t nChannelType)
 {
     const SOrder* const pOrder = FindOrder(nChannelOrder);
     if (!pOrder)
+    {
         return 0;
+    }
     const SPacked* const pPacked = FindPacked(nChannelType);
     return pPacked ? pPacked->nBytes : pOrder->nChannels * ChannelBytes(nChannelType);
 }
@@ -227,7 +235,9 @@ STexel ReadTexel(const unsigned char* pData, uint32_t nChannelOrder, uint32_t nC
     STexel texel;
     const SOrder* const pOrder = FindOrder(nChannelOrder);
     if (!pOrder)
+    {
         return texel;
+    }
     const uint32_t nOne = IsIntegerChannel(nChannelType) ? 1 : AsWord(1.0f);
     uint32_t nChannels[6] = {0, 0, 0, 0, 0, nOne};
     const SPacked* const pPacked = FindPacked(nChannelType);
@@ -240,11 +250,15 @@ STexel ReadTexel(const unsigned char* pData, uint32_t nChannelOrder, uint32_t nC
         }
         const uint32_t nWord = pPacked->nBytes == 2 ? Get<uint16_t>(pData) : Get<uint32_t>(pData);
         if (n < 3)
+        {
             nChannels[n] = AsWord(static_cast<float>((nWord >> pPacked->nShift[n]) & pPacked->nMax[n]) /
                                   static_cast<float>(pPacked->nMax[n]));
+        }
     }
     for (uint32_t n = 0; n < 4; ++n)
+    {
         texel.w[n] = nChannels[pOrder->read[n]];
+    }
     return texel;
 }
 
@@ -252,7 +266,9 @@ void WriteTexel(unsigned char* pData, uint32_t nChannelOrder, uint32_t nChannelT
 {
     const SOrder* const pOrder = FindOrder(nChannelOrder);
     if (!pOrder)
+    {
         return;
+    }
     if (const SPacked* const pPacked = FindPacked(nChannelType))
     {
         uint32_t nWord = 0;
@@ -266,8 +282,10 @@ void WriteTexel(unsigned char* pData, uint32_t nChannelOrder, uint32_t nChannelT
         return;
     }
     for (uint32_t n = 0; n < pOrder->nChannels; ++n)
+    {
         WriteChannel(pData + n * ChannelBytes(nChannelType), nChannelType,
                      texel.w[static_cast<size_t>(pOrder->stored[n])]);
+    }
 }
 
 STexel BorderTexel(uint32_t nChannelOrder, uint32_t nChannelType)
@@ -275,7 +293,9 @@ STexel BorderTexel(uint32_t nChannelOrder, uint32_t nChannelType)
     STexel texel;
     const SOrder* const pOrder = FindOrder(nChannelOrder);
     if (pOrder && pOrder->bBorderAlpha)
+    {
         texel.w[3] = IsIntegerChannel(nChannelType) ? 1 : AsWord(1.0f);
+    }
     return texel;
 }
 

@@ -10,7 +10,9 @@ void CTraceRecorder::Start(const CBlock& block)
     const uint32_t nItems = block.GetLive();
     m_vItems.resize(nItems);
     for (uint32_t n = 0; n < nItems; ++n)
+    {
         m_vItems[n] = static_cast<uint32_t>(block.GetWorkItem(n));
+    }
     m_vActive.assign(nItems, 0);
     m_vIndices.assign(nItems, 0);
     m_vValues.assign(nItems * 4, 0);
@@ -19,7 +21,9 @@ void CTraceRecorder::Start(const CBlock& block)
 void CTraceRecorder::SetActive(const CBlock& block, const uint32_t* pMask)
 {
     for (uint32_t n = 0; n < block.GetLive(); ++n)
+    {
         m_vActive[n] = pMask[n] & 1;
+    }
 }
 
 void CTraceRecorder::Emit(uint32_t nInstruction)
@@ -63,17 +67,23 @@ void CTraceRecorder::Written(const CBlock& block, const SCode& code, const SMicr
 void CTraceRecorder::FillValues(const CBlock& block, const SCode& code, const STraceInfo& info)
 {
     if (info.eKind == STraceInfo::Nothing || info.eKind == STraceInfo::Memory)
+    {
         return;
+    }
     m_Record.pValues = m_vValues.data();
     if (info.eKind != STraceInfo::Register)
+    {
         m_Record.pIndices = m_vIndices.data();
+    }
     for (uint32_t n = 0; n < block.GetLive(); ++n)
     {
         uint32_t* pValues = &m_vValues[n * 4];
         if (info.eKind == STraceInfo::Register)
         {
             for (uint32_t i = 0; i < 4; ++i)
+            {
                 pValues[i] = block.Row(info.nRow + i)[n];
+            }
         }
         else if (info.eKind == STraceInfo::Array)
         {
@@ -82,14 +92,18 @@ void CTraceRecorder::FillValues(const CBlock& block, const SCode& code, const ST
             const uint32_t nIndex = block.Row(indexed.nIndexRow)[n] + indexed.nImmediate;
             m_vIndices[n] = nIndex;
             for (uint32_t i = 0; i < 4; ++i)
+            {
                 pValues[i] = nIndex < array.nElements ? block.Row(array.Row(nIndex, i))[n] : 0;
+            }
         }
         else
         {
             const SCode::SPrivate& area = code.vPrivate[info.nArea];
             m_vIndices[n] = block.Row(info.nAddressRow)[n];
             for (uint32_t i = 0; i < 4; ++i)
+            {
                 pValues[i] = block.PrivateWord(area, static_cast<uint64_t>(m_vIndices[n]) + i * 4, n);
+            }
         }
     }
 }

@@ -33,16 +33,22 @@ public:
         for (const auto& meeting : m_Graph.vMeetings)
         {
             if (m_Graph.vValues[meeting.first].bUsed)
+            {
                 m_vWebs[Web(meeting.first)] = Web(meeting.second);
+            }
         }
         m_vVaries[SValueGraph::s_nUnknown] = 1;
         for (uint32_t n = 0; n < m_Graph.vValues.size(); ++n)
         {
             if (m_Graph.vValues[n].bGiven)
+            {
                 Vary(n);
+            }
         }
         if (!FindVarying() || !GiveRows())
+        {
             return;
+        }
         FindSpread();
         Rewrite();
     }
@@ -100,7 +106,9 @@ private:
         for (uint32_t n = 0; n < m_Graph.vValues.size(); ++n)
         {
             if (m_Graph.vValues[n].nStep == SValue::s_nNoStep)
+            {
                 continue;
+            }
             SStep& step = at(m_Graph.vValues[n].nStep);
             step.nValues[step.nWritten++] = n;
         }
@@ -111,7 +119,9 @@ private:
         for (size_t n = step.nFirstRead; n < step.nFirstRead + step.nReads; ++n)
         {
             if (Varies(m_Graph.vReads[n].nValue))
+            {
                 return true;
+            }
         }
         return false;
     }
@@ -128,11 +138,15 @@ private:
     {
         const SMicroOp& op = m_Code.vSteps[step.nStep];
         if (!IsLaneOperation(op))
+        {
             return !IsUniformLoad(step);
+        }
         bool bVaries = ReadsVarying(step);
         // Both words of a result, or none.
         for (uint32_t n = 0; n < step.nWritten; ++n)
+        {
             bVaries = bVaries || Varies(step.nValues[n]);
+        }
         // A word beside, which isn't followed.
         const uint32_t nResults = op.rows.d[1] != s_nMaskRow ? 2 : 1;
         return bVaries || step.nWritten != nResults;
@@ -147,17 +161,25 @@ private:
             for (const SStep& step : m_vSteps)
             {
                 if (step.nWritten == 0 || !GivesVarying(step))
+                {
                     continue;
+                }
                 for (uint32_t n = 0; n < step.nWritten; ++n)
+                {
                     bNew = Vary(step.nValues[n]) || bNew;
+                }
             }
             for (const auto& condition : m_Graph.vConditions)
             {
                 if (m_Graph.vValues[condition.first].bUsed && Varies(condition.second))
+                {
                     bNew = Vary(condition.first) || bNew;
+                }
             }
             if (!bNew)
+            {
                 return true;
+            }
         }
         return false;
     }
@@ -170,12 +192,16 @@ private:
         for (uint32_t n = 0; n < m_Graph.vValues.size(); ++n)
         {
             if (m_Graph.vValues[n].nStep == SValue::s_nNoStep || !IsUniform(n))
+            {
                 continue;
+            }
             uint32_t& nRow = m_vRows[Web(n)];
             nRow = nRow == 0 ? nRows++ : nRow;
         }
         if (nRows == m_Code.nRows || nRows - m_Code.nRows > s_nMostRows || nRows > s_nMaxRows)
+        {
             return false;
+        }
         m_Code.nRows = nRows;
         return true;
     }
@@ -192,9 +218,13 @@ private:
         {
             const EMicroKind eKind = m_Code.vSteps[step.nStep].eKind;
             if (eKind == MICRO_IF || eKind == MICRO_LEAVE_IF || RunsOnce(step) || IsUniformLoad(step))
+            {
                 continue;
+            }
             for (size_t n = step.nFirstRead; n < step.nFirstRead + step.nReads; ++n)
+            {
                 m_vSpread[Web(m_Graph.vReads[n].nValue)] = 1;
+            }
         }
     }
 
@@ -205,11 +235,17 @@ private:
         {
             SMicroOp& op = m_Code.vSteps[step.nStep];
             if (op.eKind == MICRO_ACCESS)
+            {
                 RewriteAccess(step, m_Code.vAccesses[op.nAux]);
+            }
             else if (op.eKind == MICRO_IMAGE)
+            {
                 RewriteImage(step, m_Code.vImages[op.nAux]);
+            }
             else
+            {
                 RewriteStep(step, op);
+            }
             if ((op.eKind == MICRO_IF || op.eKind == MICRO_LEAVE_IF) && !ReadsVarying(step))
             {
                 op.nFlags |= s_nFlagUniform;
@@ -219,7 +255,9 @@ private:
         for (const auto& part : m_Graph.vParts)
         {
             if (vAllOrNone[part.first])
+            {
                 m_Code.vSteps[part.second].nFlags |= s_nFlagUniform;
+            }
         }
     }
 
@@ -231,7 +269,9 @@ private:
         {
             const SValueRead& read = m_Graph.vReads[n];
             if (read.nRow != nRow || !IsUniform(read.nValue))
+            {
                 continue;
+            }
             nRow = static_cast<TRow>(m_vRows[Web(read.nValue)]);
             return;
         }
@@ -241,20 +281,30 @@ private:
     void Reread(const SStep& step, TRow (&rows)[nCount])
     {
         for (TRow& nRow : rows)
+        {
             Reread(step, nRow);
+        }
     }
 
     void RewriteStep(const SStep& step, SMicroOp& op)
     {
         // Of a switch the second source is a row of its own.
         if (op.eKind == MICRO_SWITCH)
+        {
             Reread(step, op.rows.s[0]);
+        }
         else
+        {
             Reread(step, op.rows.s);
+        }
         if (op.eKind == MICRO_INDEX_LOAD || op.eKind == MICRO_INDEX_STORE)
+        {
             Reread(step, m_Code.vIndexed[op.nAux].nIndexRow);
+        }
         if (!RunsOnce(step))
+        {
             return;
+        }
         for (uint32_t n = 0; n < step.nWritten; ++n)
         {
             uint16_t* const pRow = std::find(op.rows.d, op.rows.d + 2, m_Graph.vValues[step.nValues[n]].nRow);
@@ -270,11 +320,15 @@ private:
         Reread(step, access.nAddressRows);
         Reread(step, access.nValueRows);
         if (access.eOperation == SAccess::Store)
+        {
             Reread(step, access.nRows);
+        }
         for (uint32_t n = 0; n < step.nWritten && access.bUniform; ++n)
         {
             if (!IsUniform(step.nValues[n]))
+            {
                 continue;
+            }
             uint32_t* const pRow = std::find(access.nRows, access.nRows + 4, m_Graph.vValues[step.nValues[n]].nRow);
             *pRow = m_vRows[Web(step.nValues[n])];
             access.nUniformWords |= static_cast<uint8_t>(1u << (pRow - access.nRows));
@@ -287,14 +341,18 @@ private:
         Reread(step, image.nOffsets);
         Reread(step, image.nReference);
         if (image.eOperation == SImageAccess::UavStore)
+        {
             Reread(step, image.nRows);
+        }
         for (uint32_t n = 0; n < image.nFlatAccesses; ++n)
         {
             SAccess& access = m_Code.vAccesses[image.nFirstFlatAccess + n];
             Reread(step, access.nAddressRows);
             Reread(step, access.nValueRows);
             if (access.eOperation == SAccess::Store)
+            {
                 Reread(step, access.nRows);
+            }
         }
     }
 
@@ -316,7 +374,9 @@ void FindUniformSteps(SCode& code)
                                     [](const SMicroOp& step) { return step.eKind == MICRO_LOOP; });
     SValueGraph graph;
     if (bLoops && FollowValues(code, graph))
+    {
         CUniformSteps(code, graph).Run();
+    }
 }
 
 } // namespace KestrelPlatform

@@ -27,7 +27,9 @@ bool FindOrder(const SCode& code, std::vector<uint32_t>& vOrder)
         if (step.eKind == MICRO_CALL)
         {
             if ((step.nFlags & s_nFlagConditional) || vCalled[step.nAux])
+            {
                 return false;
+            }
             vCalled[step.nAux] = 1;
             vReturns.push_back(nStep);
             nStep = code.vBodyEntries[step.nAux];
@@ -35,7 +37,9 @@ bool FindOrder(const SCode& code, std::vector<uint32_t>& vOrder)
         else if (step.eKind == MICRO_END_BODY)
         {
             if (vReturns.empty())
+            {
                 return true;
+            }
             nStep = vReturns.back();
             vReturns.pop_back();
         }
@@ -52,19 +56,25 @@ public:
     bool Run()
     {
         if (!FindOrder(m_Code, m_vOrder))
+        {
             return false;
+        }
         m_Graph.vValues.resize(2);
         FindSlots();
         m_vPlaces.assign(m_Code.vSteps.size(), 0);
         for (uint32_t n = 0; n < m_vOrder.size(); ++n)
+        {
             m_vPlaces[m_vOrder[n]] = n;
+        }
         m_vOpen.emplace_back();
         m_vOpen.back().eKind = MICRO_CALL;
         for (const uint32_t nStep : m_vOrder)
         {
             Follow(nStep);
             if (m_nWork > s_nMostWork)
+            {
                 return false;
+            }
         }
         MarkUsed();
         return true;
@@ -105,7 +115,9 @@ private:
                            [&](uint32_t nRow)
                            {
                                if (nRow == s_nMaskRow || vPinned[nRow] || m_vSlots[nRow] != 0)
+                               {
                                    return;
+                               }
                                SValue given;
                                given.nRow = nRow;
                                given.bGiven = true;
@@ -117,13 +129,17 @@ private:
         m_vConstants.assign(m_Code.nRows, 0);
         m_vConstants[s_nZeroRow] = 1;
         for (const SCode::SConstant& constant : m_Code.vConstants)
+        {
             m_vConstants[constant.nRow] = 1;
+        }
     }
 
     uint32_t ValueOf(uint32_t nRow) const
     {
         if (m_vSlots[nRow] != 0)
+        {
             return m_vState[m_vSlots[nRow] - 1];
+        }
         return m_vConstants[nRow] ? SValueGraph::s_nConstant : SValueGraph::s_nUnknown;
     }
 
@@ -146,7 +162,9 @@ private:
                            [&](uint32_t nRow)
                            {
                                if (m_vSlots[nRow] != 0)
+                               {
                                    m_vState[m_vSlots[nRow] - 1] = NewValue(nRow, nStep);
+                               }
                            });
             return;
         }
@@ -232,9 +250,13 @@ private:
         m_Graph.vParts.emplace_back(open.nStep, nStep);
         std::vector<CState> vWays;
         if (open.bElse && open.bOther)
+        {
             vWays.push_back(std::move(open.vOther));
+        }
         if (!open.bElse && open.bStart)
+        {
             vWays.push_back(std::move(open.vStart));
+        }
         const std::vector<uint32_t> vConditions = {open.nCondition};
         m_vOpen.pop_back();
         Meet(vWays, vConditions);
@@ -244,19 +266,27 @@ private:
     void Meet(std::vector<CState>& vWays, const std::vector<uint32_t>& vConditions)
     {
         if (m_bHere)
+        {
             vWays.push_back(std::move(m_vState));
+        }
         else if (vWays.empty())
+        {
             return;
+        }
         m_bHere = true;
         m_vState = vWays.back();
         if (!Spend(m_vState.size() * (vWays.size() + vConditions.size())))
+        {
             return;
+        }
         for (size_t nSlot = 0; nSlot < m_vState.size(); ++nSlot)
         {
             const bool bSame = std::all_of(vWays.begin(), vWays.end(),
                                            [&](const CState& way) { return way[nSlot] == m_vState[nSlot]; });
             if (!bSame)
+            {
                 m_vState[nSlot] = Meeting(nSlot, vWays, nSlot, vConditions);
+            }
         }
     }
 
@@ -266,9 +296,13 @@ private:
     {
         const uint32_t nMeeting = NewValue(m_Graph.vValues[m_vState[nSlot]].nRow, SValue::s_nNoStep);
         for (const CState& way : vWays)
+        {
             m_Graph.vMeetings.emplace_back(nMeeting, way[nPlace]);
+        }
         for (const uint32_t nCondition : vConditions)
+        {
             m_Graph.vConditions.emplace_back(nMeeting, nCondition);
+        }
         return nMeeting;
     }
 
@@ -279,7 +313,9 @@ private:
         open.nOutRow = step.rows.d[0];
         open.nContinueRow = step.rows.d[1];
         if (!Spend(m_vState.size() + m_vPlaces[step.nTarget] - m_vPlaces[nStep]))
+        {
             return;
+        }
         std::vector<char> vSeen(m_vState.size(), 0);
         for (uint32_t n = m_vPlaces[nStep]; n < m_vPlaces[step.nTarget]; ++n)
         {
@@ -288,7 +324,9 @@ private:
                            {
                                const uint32_t nSlot = m_vSlots[nRow];
                                if (nSlot == 0 || vSeen[nSlot - 1])
+                               {
                                    return;
+                               }
                                vSeen[nSlot - 1] = 1;
                                open.vSlots.push_back(nSlot - 1);
                            });
@@ -307,7 +345,9 @@ private:
     {
         CState vValues;
         for (const uint32_t nSlot : vSlots)
+        {
             vValues.push_back(m_vState[nSlot]);
+        }
         return vValues;
     }
 
@@ -317,7 +357,9 @@ private:
     {
         std::vector<uint32_t> vWho;
         if (step.eKind == MICRO_LEAVE_IF)
+        {
             vWho.push_back(ValueOf(step.rows.s[0]));
+        }
         size_t nOpen = m_vOpen.size() - 1;
         const auto isIt = [&step](const SOpen& open)
         {
@@ -325,7 +367,9 @@ private:
                    (open.eKind == MICRO_LOOP && open.nContinueRow == step.rows.d[0]) || open.eKind == MICRO_CALL;
         };
         for (; !isIt(m_vOpen[nOpen]); --nOpen)
+        {
             vWho.push_back(m_vOpen[nOpen].eKind == MICRO_LOOP ? SValueGraph::s_nUnknown : m_vOpen[nOpen].nCondition);
+        }
         SOpen& open = m_vOpen[nOpen];
         Spend(m_vState.size() + vWho.size() + open.vWhoContinue.size() + open.vWhoLeave.size());
         const bool bContinue = open.eKind == MICRO_LOOP && step.rows.d[0] == open.nContinueRow;
@@ -347,20 +391,30 @@ private:
         SOpen open = std::move(m_vOpen.back());
         m_vOpen.pop_back();
         if (m_bHere)
+        {
             open.vContinues.push_back(OfSlots(open.vSlots));
+        }
         if (!Spend(open.vSlots.size() *
                    (open.vContinues.size() + open.vExits.size() + open.vWhoContinue.size() + open.vWhoLeave.size())))
+        {
             return;
+        }
         for (size_t n = 0; n < open.vSlots.size(); ++n)
         {
             for (const CState& way : open.vContinues)
+            {
                 m_Graph.vMeetings.emplace_back(open.vHeads[n], way[n]);
+            }
             for (const uint32_t nCondition : open.vWhoContinue)
+            {
                 m_Graph.vConditions.emplace_back(open.vHeads[n], nCondition);
+            }
         }
         m_bHere = !open.vExits.empty();
         for (size_t n = 0; n < open.vSlots.size() && m_bHere; ++n)
+        {
             m_vState[open.vSlots[n]] = Meeting(open.vSlots[n], open.vExits, n, open.vWhoLeave);
+        }
     }
 
     void Case()
@@ -396,24 +450,34 @@ private:
         std::stable_sort(m_Graph.vMeetings.begin(), m_Graph.vMeetings.end(),
                          [](const auto& left, const auto& right) { return left.first < right.first; });
         for (const auto& meeting : m_Graph.vMeetings)
+        {
             ++vFirst[meeting.first + 1];
+        }
         for (size_t n = 1; n < vFirst.size(); ++n)
+        {
             vFirst[n] += vFirst[n - 1];
+        }
         std::vector<uint32_t> vNew;
         const auto use = [&](uint32_t nValue)
         {
             if (!vValues[nValue].bUsed)
+            {
                 vNew.push_back(nValue);
+            }
             vValues[nValue].bUsed = true;
         };
         for (const SValueRead& read : m_Graph.vReads)
+        {
             use(read.nValue);
+        }
         while (!vNew.empty())
         {
             const uint32_t nValue = vNew.back();
             vNew.pop_back();
             for (uint32_t n = vFirst[nValue]; n < vFirst[nValue + 1]; ++n)
+            {
                 use(m_Graph.vMeetings[n].second);
+            }
         }
     }
 

@@ -21,7 +21,9 @@ void AwaitBriefly(const Condition& holds)
 {
     const auto end = std::chrono::steady_clock::now() + s_Patience;
     while (!holds() && std::chrono::steady_clock::now() < end)
+    {
         _mm_pause();
+    }
 }
 
 /// Moves the calling thread to another core than one, if it may run on others.
@@ -29,11 +31,15 @@ void LeaveCore(int nCore)
 {
     cpu_set_t allowed;
     if (nCore < 0 || nCore >= CPU_SETSIZE || sched_getaffinity(0, sizeof allowed, &allowed) != 0)
+    {
         return;
+    }
     cpu_set_t others = allowed;
     CPU_CLR(nCore, &others);
     if (CPU_COUNT(&others) == 0 || sched_setaffinity(0, sizeof others, &others) != 0)
+    {
         return;
+    }
     sched_setaffinity(0, sizeof allowed, &allowed);
 }
 
@@ -54,7 +60,9 @@ void CWorkerPool::StartThreads()
     try
     {
         while (m_vThreads.size() + 1 < m_nThreads)
+        {
             m_vThreads.emplace_back(&CWorkerPool::Work, this);
+        }
     }
     catch (const std::system_error&)
     {
@@ -106,7 +114,9 @@ void CWorkerPool::Run(uint32_t nHelpers, const std::function<void()>& task, cons
         bWake = job.nWanted > 0;
     }
     if (bWake)
+    {
         m_Wake.notify_all();
+    }
     task();
     {
         std::lock_guard<std::mutex> lock(m_Mutex);
@@ -158,7 +168,9 @@ void CWorkerPool::Help(SJob& job, std::unique_lock<std::mutex>& lock)
     (*job.pTask)();
     lock.lock();
     if (--job.nInside == 0)
+    {
         m_Left.notify_all();
+    }
 }
 
 /// With the lock held, which may be given up meanwhile: a helper that was woken on the core of the thread that runs
@@ -167,7 +179,9 @@ void CWorkerPool::KeepApart(std::unique_lock<std::mutex>& lock)
 {
     const int nCore = m_nRunCore;
     if (sched_getcpu() != nCore)
+    {
         return;
+    }
     lock.unlock();
     LeaveCore(nCore);
     lock.lock();

@@ -47,7 +47,9 @@ SAccessSpan FindSpan(const CBlock& block, const SAccess& access, uint32_t nBytes
         for (uint32_t n = nPiece; n < nPieceEnd; ++n)
         {
             if (block.IsActive(n))
+            {
                 AddEven(span, vAddresses[n - nPiece], vAddresses[n - nPiece], nBytes);
+            }
         }
     }
     return span;

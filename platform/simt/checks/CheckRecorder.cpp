@@ -18,14 +18,18 @@ const uint32_t s_nLocalSpace = 1024;
 ERaceKind RaceKindOf(const SAccess& access)
 {
     if (access.eOperation == SAccess::Atomic)
+    {
         return RACE_ATOMIC;
+    }
     return access.eOperation == SAccess::Load ? RACE_READ : RACE_WRITE;
 }
 
 void CopyStored(const CBlock& block, const SAccess& access, uint32_t nLane, unsigned char* pBytes)
 {
     for (uint32_t n = 0; n < access.nWords; ++n)
+    {
         std::memcpy(pBytes + n * access.nElementBytes, &block.Row(access.nRows[n])[nLane], access.nElementBytes);
+    }
 }
 
 } // namespace
@@ -50,54 +54,76 @@ SPlatformCheckLimits SCheckTotals::FindLimits() const
 CCheckRecorder::CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(checks), m_bFirst(bFirst)
 {
     if (checks.totals.context.launch.nChecks & PLATFORM_CHECK_INIT)
+    {
         m_pInit = std::make_unique<CInitRecorder>(checks.totals.context, checks.findings, checks.totals.written,
                                                   checks.vLocalShadow, bFirst);
+    }
     if (checks.totals.context.launch.nChecks & PLATFORM_CHECK_NAN)
+    {
         m_pNumbers = std::make_unique<CNumberRecorder>(checks.totals.context, checks.findings);
+    }
     // Of larger groups the one that runs their blocks knows.
     if (checks.totals.context.nBlocksPerGroup == 1 && (checks.totals.context.launch.nChecks & PLATFORM_CHECK_BARRIER))
+    {
         m_pBarriers = std::make_unique<CPartBarriers>(checks.totals.context, checks.findings);
+    }
 }
 
 void CCheckRecorder::Barrier(const CBlock& block, const SMicroOp& step)
 {
     ++m_nInterval;
     if (m_pBarriers)
+    {
         m_pBarriers->Reach(block, step);
+    }
 }
 
 void CCheckRecorder::Finish()
 {
     if (m_pBarriers)
+    {
         m_pBarriers->Finish();
+    }
 }
 
 void CCheckRecorder::Stepping(const CBlock& block, const SMicroOp& step)
 {
     if (m_pInit)
+    {
         m_pInit->Stepping(block, step);
+    }
     if (m_pNumbers)
+    {
         m_pNumbers->Stepping(block, step);
+    }
 }
 
 void CCheckRecorder::Stepped(const CBlock& block, const SMicroOp& step)
 {
     if (m_pNumbers)
+    {
         m_pNumbers->Stepped(block, step);
+    }
 }
 
 void CCheckRecorder::Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     if (m_pNumbers)
+    {
         m_pNumbers->Accessed(block, step, access);
+    }
 }
 
 void CCheckRecorder::Start(const CBlock& block)
 {
     if (m_pInit)
+    {
         m_pInit->Start(block);
+    }
     if (m_pNumbers)
+    {
         m_pNumbers->Start();
+    }
     m_nInterval = 0;
     Finish();
     if (m_bFirst)
@@ -111,18 +137,28 @@ void CCheckRecorder::Accessing(const CBlock& block, const SMicroOp& step, const 
 {
     const uint32_t nAddressChecks = PLATFORM_CHECK_MEMORY | PLATFORM_CHECK_ALIGNMENT | PLATFORM_CHECK_RACE;
     if (m_pInit)
+    {
         m_pInit->Accessing(block, step, access);
+    }
     if (m_pNumbers)
+    {
         m_pNumbers->Accessing(block, step, access);
+    }
     if (access.eSpace == SAccess::Private || !(m_Checks.totals.context.launch.nChecks & nAddressChecks))
+    {
         return;
+    }
     const uint32_t nCheck = access.eOperation == SAccess::Atomic ? PLATFORM_CHECK_MEMORY : PLATFORM_CHECK_ALIGNMENT;
     const bool bAlignment = (m_Checks.totals.context.launch.nChecks & nCheck) != 0;
     m_vAddresses.resize(s_nLanes);
     if (bAlignment)
+    {
         CheckAlignment(block, step, access);
+    }
     if (m_Checks.totals.pGroups && !CheckRow(block, step, access))
+    {
         CheckRaces(block, step, access);
+    }
 }
 
 void CCheckRecorder::CheckAlignment(const CBlock& block, const SMicroOp& step, const SAccess& access)
@@ -132,13 +168,19 @@ void CCheckRecorder::CheckAlignment(const CBlock& block, const SMicroOp& step, c
     block.FillAddresses(access, nFirst, block.GetEndLane(), m_vAddresses.data());
     uint64_t nAny = 0;
     for (uint32_t n = nFirst; n < block.GetEndLane(); ++n)
+    {
         nAny |= m_vAddresses[n - nFirst];
+    }
     if ((nAny & nLow) == 0)
+    {
         return;
+    }
     for (uint32_t n = nFirst; n < block.GetEndLane(); ++n)
     {
         if (!block.IsActive(n) || (m_vAddresses[n - nFirst] & nLow) == 0)
+        {
             continue;
+        }
         SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_MISALIGNED, step.nInstruction, block.GetWorkItem(n));
         finding.nMemory = access.eSpace;
         finding.bWrite = access.eOperation != SAccess::Load;
@@ -168,11 +210,15 @@ bool CCheckRecorder::FindPlace(const CBlock& block, const SAccess& access, uint3
         const auto it = std::upper_bound(vMemory.begin(), vMemory.end(), nAddress,
                                          [](uint64_t n, const SMemoryRange& range) { return n < range.nAddress; });
         if (it == vMemory.begin() || !holds(*(it - 1)))
+        {
             return false;
+        }
         nRange = static_cast<uint32_t>(it - 1 - vMemory.begin());
     }
     if (nRange != m_nRange)
+    {
         TouchGroups();
+    }
     m_nRange = nRange;
     race.nAddress = nAddress - vMemory[nRange].nAddress;
     return !vMemory[nRange].bReadOnly;
@@ -181,7 +227,9 @@ bool CCheckRecorder::FindPlace(const CBlock& block, const SAccess& access, uint3
 void CCheckRecorder::TouchGroups()
 {
     if (!m_vGlobal.empty())
+    {
         m_Checks.totals.pGroups->Touch(m_nRange, m_vGlobal.data(), static_cast<uint32_t>(m_vGlobal.size()));
+    }
     m_vGlobal.clear();
 }
 
@@ -190,7 +238,9 @@ bool CCheckRecorder::IsReadOnly(const SAccess& access, uint64_t nAddress, uint64
 {
     const std::vector<SMemoryRange>& vMemory = m_Checks.totals.context.launch.vMemory;
     if (access.eSpace != SAccess::Global || m_nRange >= vMemory.size())
+    {
         return false;
+    }
     const SMemoryRange& range = vMemory[m_nRange];
     return range.bReadOnly && nAddress - range.nAddress < range.nSize &&
            range.nSize - (nAddress - range.nAddress) >= nBytes;
@@ -203,19 +253,27 @@ bool CCheckRecorder::PlaceEven(const CBlock& block, const SAccess& access, SRace
     uint64_t nLast = 0;
     if (block.GetActive() != row.nCount ||
         !block.IsEven(access, block.GetFirstLane(), block.GetEndLane(), nFirst, nLast))
+    {
         return false;
+    }
     row.nStep = row.nCount > 1 ? static_cast<int64_t>(nLast - nFirst) / int64_t{row.nCount - 1} : 0;
     const uint64_t nLow = std::min(nFirst, nLast);
     const uint64_t nBytes = std::max(nFirst, nLast) - nLow + row.nBytes;
     if (row.eKind == RACE_WRITE && row.nCount > 1 && row.nStep < row.nBytes && -row.nStep < row.nBytes)
+    {
         return false;
+    }
     SRaceAccess whole;
     m_vAddresses[0] = nLow;
     whole.nBytes = static_cast<uint32_t>(nBytes);
     if (nBytes > 0x7FFFFFFF)
+    {
         return false;
+    }
     if (!FindPlace(block, access, block.GetFirstLane(), whole))
+    {
         return IsReadOnly(access, nLow, nBytes);
+    }
     row.nLow = whole.nAddress;
     row.nEnd = whole.nAddress + nBytes;
     row.nFirst = whole.nAddress + (nFirst - nLow);
@@ -252,7 +310,9 @@ bool CCheckRecorder::PlaceUneven(const CBlock& block, const SAccess& access, SRa
         }
         if (!bPlace || race.nAddress % 4 != 0 || (row.eKind == RACE_WRITE && race.nAddress < row.nEnd) ||
             (access.eSpace == SAccess::Global && nRange != ~0u && race.nAddress != nAddress - nStart))
+        {
             return false;
+        }
         nRange = nRange != ~0u ? nRange : m_nRange;
         if (access.eSpace == SAccess::Global && nPlaces == 0)
         {
@@ -277,20 +337,32 @@ bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const S
     row.nNumber = static_cast<uint16_t>(step.nAux);
     row.nCount = block.GetEndLane() - block.GetFirstLane();
     if (context.nGroupsPerBlock > 1 || row.nBytes % 4 != 0)
+    {
         return false;
+    }
     if (!PlaceEven(block, access, row) && !PlaceUneven(block, access, row))
+    {
         return false;
-    if (row.nLow >= row.nEnd) // what can't be written can't race
+    }
+    if (row.nLow >= row.nEnd)
+    { // what can't be written can't race
         return true;
+    }
     row.nSpace = access.eSpace == SAccess::Global ? (m_nRange + 1) * s_nLocalSpace : 0;
     row.nItem = static_cast<uint16_t>(block.LocalIndexOfLane(block.GetFirstLane()));
     m_vStored.resize(s_nLanes * 16);
     for (uint32_t n = 0; row.eKind == RACE_WRITE && n < row.nCount; ++n)
+    {
         CopyStored(block, access, block.GetFirstLane() + n, &m_vStored[n * row.nBytes]);
+    }
     if (!m_Checks.rows.Add(row, m_nInterval, m_vStored.data(), m_vAddresses.data()))
+    {
         return false;
+    }
     if (access.eSpace == SAccess::Global && context.nGroupCount > 1)
+    {
         TouchGroupsRow(block, row, m_vStored.data());
+    }
     return true;
 }
 
@@ -302,11 +374,15 @@ uint32_t CCheckRecorder::TouchGroupsPiece(const SRaceRow& row, uint32_t nLane, u
     const uint32_t nEnd = std::min(nLane + s_nGranule, row.nCount);
     const uint64_t nFirst = m_vAddresses[nLane];
     if (nLane % s_nGranule != 0 || nEnd - nLane < 2 || nFirst == CIntervalRows::s_nInactive)
+    {
         return 0;
+    }
     for (uint32_t n = nLane + 1; n < nEnd; ++n)
     {
         if (m_vAddresses[n] != nFirst + uint64_t{row.nBytes} * (n - nLane))
+        {
             return 0;
+        }
     }
     if (std::find(m_vPieces.begin(), m_vPieces.end(), nFirst) == m_vPieces.end())
     {
@@ -326,7 +402,9 @@ void CCheckRecorder::TouchGroupsRow(const CBlock& block, const SRaceRow& row, co
     CGroupRaces& groups = *m_Checks.totals.pGroups;
     const uint64_t nGroup = block.GetGroup(block.GetFirstLane());
     if (row.bEven && row.nStep == static_cast<int64_t>(row.nBytes))
+    {
         return groups.TouchRow(m_nRange, row, nGroup, pValues);
+    }
     SRaceAccess race;
     race.nBytes = row.nBytes;
     race.eKind = row.eKind;
@@ -345,12 +423,18 @@ void CCheckRecorder::TouchGroupsRow(const CBlock& block, const SRaceRow& row, co
         }
         race.nAddress = row.bEven ? row.nFirst + static_cast<uint64_t>(row.nStep * n) : m_vAddresses[n];
         if (!row.bEven && n > 0 && race.nAddress == m_vAddresses[n - 1])
+        {
             continue;
+        }
         race.nItem = static_cast<uint16_t>(row.nItem + n);
         if (row.eKind == RACE_WRITE)
+        {
             std::memcpy(race.bytes, pValues + n * row.nBytes, row.nBytes);
+        }
         if (race.nAddress != CIntervalRows::s_nInactive)
+        {
             m_vGlobal.push_back(race);
+        }
     }
     TouchGroups();
 }
@@ -367,20 +451,28 @@ void CCheckRecorder::CheckRaces(const CBlock& block, const SMicroOp& step, const
     for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
     {
         if (!block.IsActive(n) || !FindPlace(block, access, n, race))
+        {
             continue;
+        }
         const bool bGlobal = access.eSpace == SAccess::Global;
         race.nItem = static_cast<uint16_t>(block.LocalIndexOfLane(n));
         race.nGroup = block.GetGroup(n);
         if (race.eKind == RACE_WRITE)
+        {
             CopyStored(block, access, n, race.bytes);
+        }
         // Memory objects and the groups of a block have their own addresses.
         const uint32_t nSlot = context.nGroupsPerBlock > 1 ? n / context.nGroupSize : 0;
         const uint32_t nSpace = nSlot + (bGlobal ? (m_nRange + 1) * s_nLocalSpace : 0);
         m_Checks.races.Touch(race, nSpace, m_nInterval, m_vRaces);
         if (!m_vRaces.empty())
+        {
             Report(block, step, access, n, race);
+        }
         if (bGlobal && context.nGroupCount > 1)
+        {
             m_vGlobal.push_back(race);
+        }
     }
     TouchGroups();
 }

@@ -25,7 +25,9 @@ bool CInitRecorder::AreElementsClean(const CBlock& block, const SIndexed& indexe
     for (uint64_t n = nFirst; n < std::min<uint64_t>(nEnd, array.nElements); ++n)
     {
         if (m_Rows.IsDirty(array.Row(static_cast<uint32_t>(n), nComponent)))
+        {
             return false;
+        }
     }
     return true;
 }
@@ -51,7 +53,9 @@ void CInitRecorder::LoadIndexed(const CBlock& block, const SMicroOp& step)
     for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
     {
         if (!block.IsActive(n))
+        {
             continue;
+        }
         const uint32_t nIndex = block.Row(indexed.nIndexRow)[n] + indexed.nImmediate;
         const uint32_t nRow = nIndex < array.nElements ? array.Row(nIndex, indexed.nComponent) : s_nZeroRow;
         pTo[n] = nIndex < array.nElements ? m_Rows.Row(nRow)[n] : 0;
@@ -69,16 +73,22 @@ void CInitRecorder::StoreIndexed(const CBlock& block, const SMicroOp& step)
     {
         const uint32_t nSource = step.rows.s[c];
         if ((nSource <= s_nZeroRow || !m_Rows.IsDirty(nSource)) && AreElementsClean(block, indexed, c))
+        {
             continue;
+        }
         for (uint32_t n = block.GetFirstLane(); (step.rows.d[0] & (1u << c)) && n < block.GetEndLane(); ++n)
         {
             const uint32_t nIndex = block.Row(indexed.nIndexRow)[n] + indexed.nImmediate;
             if (!block.IsActive(n) || nIndex >= array.nElements)
+            {
                 continue;
+            }
             const uint32_t nShadow = nSource > s_nZeroRow ? m_Rows.Row(nSource)[n] : 0;
             const uint32_t nRow = array.Row(nIndex, c);
             if (nShadow == m_Rows.Row(nRow)[n])
+            {
                 continue;
+            }
             m_Rows.Change(nRow)[n] = nShadow;
             m_Rows.Settle(nRow, nShadow ? m_Rows.GetFrom(nSource) : m_Rows.GetFrom(nRow));
         }
@@ -97,7 +107,9 @@ bool CInitRecorder::ArePrivateClean(const CBlock& block, const SAccess& access) 
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
         if (access.nRows[w] > s_nZeroRow && m_Rows.IsDirty(access.nRows[w]))
+        {
             return false;
+        }
     }
     const SCode::SPrivate& area = m_Context.code.vPrivate[access.nArea];
     uint32_t nLow = 0;
@@ -108,7 +120,9 @@ bool CInitRecorder::ArePrivateClean(const CBlock& block, const SAccess& access) 
     for (uint64_t nWord = nLow / 4; nWord * 4 < nEnd; ++nWord)
     {
         if (m_Rows.IsDirty(area.nRow + static_cast<uint32_t>(nWord)))
+        {
             return false;
+        }
     }
     return true;
 }
@@ -122,7 +136,9 @@ bool CInitRecorder::MovePrivateRows(const CBlock& block, const SMicroOp& step, c
     if (block.GetActive() != block.GetLive() || access.nElementBytes != 4 || nAddress % 4 != 0 ||
         nAddress + TotalBytes(access) > area.nBytes ||
         !m_Context.lanes.pfIsSequence(pAddresses, 0, block.GetEndLane(), 0))
+    {
         return false;
+    }
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
         const uint32_t nPrivate = area.nRow + static_cast<uint32_t>(nAddress / 4) + w;
@@ -130,7 +146,9 @@ bool CInitRecorder::MovePrivateRows(const CBlock& block, const SMicroOp& step, c
         const uint32_t nFromRow = bLoad ? nPrivate : access.nRows[w];
         const uint32_t nTo = bLoad ? access.nRows[w] : nPrivate;
         if (nTo <= s_nZeroRow)
+        {
             continue;
+        }
         if (nFromRow <= s_nZeroRow || !m_Rows.IsDirty(nFromRow))
         {
             m_Rows.Clear(nTo);
@@ -149,7 +167,9 @@ void CInitRecorder::MovePrivate(const CBlock& block, const SMicroOp& step, const
     const SCode::SPrivate& area = m_Context.code.vPrivate[access.nArea];
     const bool bLoad = access.eOperation == SAccess::Load;
     if (!m_Rows.IsAny() || ArePrivateClean(block, access) || MovePrivateRows(block, step, access))
+    {
         return;
+    }
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
         uint32_t nFrom = step.nInstruction;
@@ -157,7 +177,9 @@ void CInitRecorder::MovePrivate(const CBlock& block, const SMicroOp& step, const
         {
             const uint64_t nAddress = block.Row(access.nAddressRows[0])[n] + uint64_t(w) * access.nElementBytes;
             if (!block.IsActive(n) || nAddress + access.nElementBytes > area.nBytes)
+            {
                 continue;
+            }
             uint32_t nLoaded = 0;
             for (uint32_t b = 0; b < access.nElementBytes; ++b)
             {
@@ -167,18 +189,26 @@ void CInitRecorder::MovePrivate(const CBlock& block, const SMicroOp& step, const
                 const uint32_t nValue = StoredShadow(access, w, n) >> (8 * b) & 0xFF;
                 nLoaded |= nHere << (8 * b);
                 if (bLoad && nHere != 0 && m_Rows.GetFrom(nRow) != ~0u)
+                {
                     nFrom = m_Rows.GetFrom(nRow);
+                }
                 if (bLoad || nHere == nValue)
+                {
                     continue;
+                }
                 uint32_t* const pRow = m_Rows.Change(nRow);
                 pRow[n] = (pRow[n] & ~(0xFFu << nShift)) | nValue << nShift;
                 m_Rows.Settle(nRow, nValue ? m_Rows.GetFrom(access.nRows[w]) : m_Rows.GetFrom(nRow));
             }
             if (bLoad && nLoaded != m_Rows.Row(access.nRows[w])[n])
+            {
                 m_Rows.Change(access.nRows[w])[n] = nLoaded;
+            }
         }
         if (bLoad && m_Rows.IsDirty(access.nRows[w]))
+        {
             m_Rows.Settle(access.nRows[w], nFrom);
+        }
     }
 }
 

@@ -19,9 +19,13 @@ std::vector<unsigned char> FindOrigins(const SCode& code)
 {
     std::vector<unsigned char> vOrigins(code.nRows, PLATFORM_ORIGIN_REGISTER);
     for (const SCode::SArray& array : code.vArrays)
+    {
         std::fill_n(vOrigins.begin() + array.nRow, array.nElements * 4, PLATFORM_ORIGIN_ARRAY);
+    }
     for (const SCode::SPrivate& area : code.vPrivate)
+    {
         std::fill_n(vOrigins.begin() + area.nRow, area.nBytes / 4, PLATFORM_ORIGIN_PRIVATE);
+    }
     return vOrigins;
 }
 
@@ -31,7 +35,9 @@ bool IsBufferCopy(uint32_t nShadow)
     {
         const uint32_t nByte = nShadow & 0xFF;
         if (nByte != 0 && (nByte < s_nFirstBuffer || (nByte & s_nWorkedOut) != 0))
+        {
             return false;
+        }
     }
     return true;
 }
@@ -44,7 +50,9 @@ bool IsGap(uint32_t nShadow, uint32_t nBytes)
     {
         bPart = bPart || (nShadow & 0xFF) == 0;
         if ((nShadow & s_nWorkedOut) != 0)
+        {
             return false;
+        }
     }
     return bPart;
 }
@@ -57,17 +65,23 @@ CInitRecorder::CInitRecorder(const SLaunchContext& context, CFindings& findings,
       m_Rows(context.code.nRows), m_vOrigins(FindOrigins(context.code)), m_vAddresses(s_nLanes)
 {
     for (const SMemoryRange& range : context.launch.vMemory)
+    {
         m_bGlobal = m_bGlobal || range.pShadow;
+    }
 }
 
 void CInitRecorder::Start(const CBlock& /*block*/)
 {
     if (m_bFirst)
+    {
         m_vLocal.assign(static_cast<size_t>(m_Context.nLocalBytes) * m_Context.nGroupsPerBlock, PLATFORM_ORIGIN_LOCAL);
+    }
     for (const std::vector<uint32_t>* pRows : {&m_Context.code.vClearRows, &m_Context.code.vUnwrittenRows})
     {
         for (const uint32_t nRow : *pRows)
+        {
             m_Rows.Fill(nRow, m_vOrigins[nRow] * 0x01010101u, ~0u);
+        }
     }
 }
 
@@ -76,7 +90,9 @@ uint32_t CInitRecorder::FindDirty(const uint16_t* pRows, uint32_t nCount) const
     for (uint32_t n = 0; n < nCount; ++n)
     {
         if (pRows[n] > s_nZeroRow && m_Rows.IsDirty(pRows[n]))
+        {
             return pRows[n];
+        }
     }
     return 0;
 }
@@ -95,27 +111,37 @@ void CInitRecorder::Tell(const CBlock& block, const SMicroOp& step, uint32_t nLa
 void CInitRecorder::Demand(const CBlock& block, const SMicroOp& step, uint32_t nRow, uint32_t nFault, bool bUniform)
 {
     if (nRow <= s_nZeroRow || !m_Rows.IsDirty(nRow))
+    {
         return;
+    }
     const uint32_t nFrom = m_Rows.GetFrom(nRow);
     uint32_t* const pShadow = m_Rows.Change(nRow);
     for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
     {
         const uint32_t nShadow = pShadow[bUniform ? 0 : n];
         if (nShadow == 0 || !block.IsActive(n))
+        {
             continue;
+        }
         Tell(block, step, n, nFault, nShadow, nFrom == ~0u ? step.nInstruction : nFrom);
         pShadow[n] = bUniform ? pShadow[n] : 0;
     }
     if (bUniform)
+    {
         m_Rows.Clear(nRow);
+    }
     else
+    {
         m_Rows.Settle(nRow, nFrom);
+    }
 }
 
 void CInitRecorder::Stepping(const CBlock& block, const SMicroOp& step)
 {
     if (!m_Rows.IsAny())
+    {
         return;
+    }
     switch (step.eKind)
     {
     case MICRO_LANE_FAST:
@@ -134,7 +160,9 @@ void CInitRecorder::Stepping(const CBlock& block, const SMicroOp& step)
         break;
     case MICRO_CALL:
         if (step.nFlags & s_nFlagConditional)
+        {
             Demand(block, step, step.rows.s[0], PLATFORM_FAULT_BRANCH);
+        }
         break;
     case MICRO_SWITCH:
         Demand(block, step, step.rows.s[0], PLATFORM_FAULT_BRANCH);
@@ -149,13 +177,19 @@ void CInitRecorder::Stepping(const CBlock& block, const SMicroOp& step)
     {
         const SImageAccess& image = m_Context.code.vImages[step.nAux];
         for (const uint32_t nRow : image.nCoordinates)
+        {
             Demand(block, step, nRow, PLATFORM_FAULT_ADDRESS);
+        }
         for (const uint32_t nRow : image.nRows)
         {
             if (image.eOperation == SImageAccess::UavStore)
+            {
                 Demand(block, step, nRow, PLATFORM_FAULT_OUTPUT);
+            }
             else
+            {
                 m_Rows.Clear(block, nRow);
+            }
         }
         break;
     }
@@ -172,9 +206,13 @@ void CInitRecorder::Compute(const CBlock& block, const SMicroOp& step, bool bUni
         for (const uint16_t nRow : step.rows.d)
         {
             if (nRow > s_nZeroRow && bUniform)
+            {
                 m_Rows.Clear(nRow);
+            }
             else if (nRow > s_nZeroRow)
+            {
                 m_Rows.Clear(block, nRow);
+            }
         }
         return;
     }
@@ -184,18 +222,24 @@ void CInitRecorder::Compute(const CBlock& block, const SMicroOp& step, bool bUni
     for (const uint16_t nRow : step.rows.d)
     {
         if (nRow > s_nZeroRow)
+        {
             m_Rows.Change(nRow);
+        }
     }
     // What holds for all work-items is in the first one's place; going down, it is written the last.
     for (uint32_t n = nEnd; n-- > (bUniform ? 0 : block.GetFirstLane());)
     {
         if (bUniform || block.IsActive(n))
+        {
             ComputeLane(block, step, eRule, bUniform ? 0 : n, n);
+        }
     }
     for (const uint16_t nRow : step.rows.d)
     {
         if (nRow > s_nZeroRow)
+        {
             m_Rows.Settle(nRow, nFrom);
+        }
     }
 }
 
@@ -213,7 +257,9 @@ void CInitRecorder::ComputeLane(const CBlock& block, const SMicroOp& step, EShad
     else if (eRule == SHADOW_ANY)
     {
         for (uint32_t n = 0; n < 6 && results[0] == 0; ++n)
+        {
             results[0] = SpreadShadow(shadow(rows.s[n]));
+        }
         results[1] = results[0];
     }
     else
@@ -222,12 +268,16 @@ void CInitRecorder::ComputeLane(const CBlock& block, const SMicroOp& step, EShad
         const uint32_t values[3] = {block.Row(rows.s[0])[nLane], block.Row(rows.s[2])[nLane],
                                     block.Row(rows.s[4])[nLane]};
         if ((shadows[0] | shadows[1] | shadows[2]) != 0)
+        {
             results[0] = WorkOutShadow(eRule, values, shadows);
+        }
     }
     for (uint32_t n = 0; n < 2; ++n)
     {
         if (rows.d[n] > s_nZeroRow)
+        {
             m_Rows.Change(rows.d[n])[nTo] = results[n];
+        }
     }
 }
 
@@ -236,7 +286,9 @@ void CInitRecorder::ComputeWave(const CBlock& block, const SMicroOp& step)
 {
     const uint32_t nSource = step.rows.s[0];
     if (step.nOp == WAVE_READ && step.rows.s[1] > s_nZeroRow)
+    {
         Demand(block, step, step.rows.s[1], PLATFORM_FAULT_ADDRESS);
+    }
     const bool bDirty = nSource > s_nZeroRow && m_Rows.IsDirty(nSource);
     SLaneRow result = {};
     const uint32_t nGroup = m_Context.nGroupsPerBlock > 1 ? m_Context.nGroupSize : block.GetLive();
@@ -264,10 +316,14 @@ void CInitRecorder::ComputeWave(const CBlock& block, const SMicroOp& step)
     for (const uint16_t nRow : step.rows.d)
     {
         if (nRow <= s_nZeroRow || (!bDirty && !m_Rows.IsDirty(nRow)))
+        {
             continue;
+        }
         uint32_t* const pRow = m_Rows.Change(nRow);
         for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
+        {
             pRow[n] = block.IsActive(n) ? result.w[n] : pRow[n];
+        }
         m_Rows.Settle(nRow, nFrom);
     }
 }
@@ -282,15 +338,25 @@ void CInitRecorder::Accessing(const CBlock& block, const SMicroOp& step, const S
         Demand(block, step, access.nScaleRow, PLATFORM_FAULT_ADDRESS, true);
     }
     else
+    {
         std::for_each(access.nAddressRows, access.nAddressRows + 2, address);
+    }
     if (access.eSpace == SAccess::Private)
+    {
         MovePrivate(block, step, access);
+    }
     else if (access.eOperation == SAccess::Atomic)
+    {
         TouchAtomic(block, step, access);
+    }
     else if (access.eOperation == SAccess::Store)
+    {
         StoreShadow(block, step, access);
+    }
     else
+    {
         LoadShadow(block, step, access);
+    }
 }
 
 bool CInitRecorder::HasShadow(const SAccess& access) const
@@ -309,7 +375,9 @@ unsigned char* CInitRecorder::Find(const CBlock& block, const SAccess& access, u
         return nOffset < 0 ? nullptr : &m_vLocal[nSlot * m_Context.nLocalBytes + static_cast<size_t>(nOffset)];
     }
     if (!HoldRange(nAddress, nBytes))
+    {
         return nullptr;
+    }
     const SMemoryRange& range = m_Context.launch.vMemory[m_nRange];
     return range.pShadow ? range.pShadow + (nAddress - range.nAddress) : nullptr;
 }
@@ -321,11 +389,15 @@ bool CInitRecorder::HoldRange(uint64_t nAddress, uint64_t nBytes)
     const auto holds = [&](const SMemoryRange& range)
     { return nAddress - range.nAddress < range.nSize && range.nSize - (nAddress - range.nAddress) >= nBytes; };
     if (m_nRange < vMemory.size() && holds(vMemory[m_nRange]))
+    {
         return true;
+    }
     const auto it = std::upper_bound(vMemory.begin(), vMemory.end(), nAddress,
                                      [](uint64_t n, const SMemoryRange& range) { return n < range.nAddress; });
     if (it == vMemory.begin() || !holds(*(it - 1)))
+    {
         return false;
+    }
     m_nRange = static_cast<size_t>(it - 1 - vMemory.begin());
     return true;
 }
@@ -335,18 +407,24 @@ bool CInitRecorder::IsWritten(const CBlock& block, const SAccess& access, uint32
 {
     m_Span = FindSpan(block, access, nBytes, m_vAddresses);
     if (m_Span.nEnd <= m_Span.nLow)
+    {
         return false;
+    }
     if (access.eSpace == SAccess::Global)
     {
         if (!HoldRange(m_Span.nLow, m_Span.nEnd - m_Span.nLow))
+        {
             return false;
+        }
         const uint64_t nStart = m_Context.launch.vMemory[m_nRange].nAddress;
         return m_Written.Are(m_nRange, m_Span.nLow - nStart, m_Span.nEnd - nStart);
     }
     const int64_t nOffset = block.LocalOffset(m_Context.code.vLocalAreas[access.nArea], m_Span.nLow,
                                               static_cast<uint32_t>(m_Span.nEnd - m_Span.nLow));
     if (nOffset < 0 || m_Span.nEnd - m_Span.nLow > m_Context.nLocalBytes)
+    {
         return false;
+    }
     const bool bSlots = m_Context.nGroupsPerBlock > 1;
     const size_t nFirstSlot = bSlots ? block.GetFirstLane() / m_Context.nGroupSize : 0;
     const size_t nLastSlot = bSlots ? (block.GetEndLane() - 1) / m_Context.nGroupSize : 0;
@@ -354,7 +432,9 @@ bool CInitRecorder::IsWritten(const CBlock& block, const SAccess& access, uint32
     {
         const unsigned char* const pShadow = &m_vLocal[nSlot * m_Context.nLocalBytes + static_cast<size_t>(nOffset)];
         if (!IsZero(pShadow, m_Span.nEnd - m_Span.nLow))
+        {
             return false;
+        }
     }
     return true;
 }
@@ -367,12 +447,16 @@ bool CInitRecorder::StoreWritten(const CBlock& block, const SAccess& access)
     const bool bLocal = access.eSpace == SAccess::Local;
     if (!m_Span.bEven || (m_Span.nStep != nBytes && m_Span.nStep != -nBytes) ||
         (bLocal && (m_Context.nGroupsPerBlock > 1 || nAll > m_Context.nLocalBytes)))
+    {
         return false;
+    }
     const int64_t nOffset =
         bLocal ? block.LocalOffset(m_Context.code.vLocalAreas[access.nArea], m_Span.nLow, static_cast<uint32_t>(nAll))
                : 0;
     if (nOffset < 0 || (!bLocal && !HoldRange(m_Span.nLow, nAll)))
+    {
         return false;
+    }
     const SMemoryRange* const pRange = bLocal ? nullptr : &m_Context.launch.vMemory[m_nRange];
     std::memset(bLocal ? &m_vLocal[static_cast<size_t>(nOffset)] : pRange->pShadow + (m_Span.nLow - pRange->nAddress),
                 0, nAll);
@@ -383,7 +467,9 @@ void CInitRecorder::LoadShadow(const CBlock& block, const SMicroOp& step, const 
 {
     const bool bThere = HasShadow(access) && !IsWritten(block, access, TotalBytes(access));
     if (bThere)
+    {
         block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
+    }
     SLaneRow words[4];
     uint32_t any[4] = {};
     for (uint32_t n = block.GetFirstLane(); bThere && n < block.GetEndLane(); ++n)
@@ -393,10 +479,14 @@ void CInitRecorder::LoadShadow(const CBlock& block, const SMicroOp& step, const 
         {
             uint32_t nShadow = 0;
             if (pShadow)
+            {
                 std::memcpy(&nShadow, pShadow + w * access.nElementBytes, access.nElementBytes);
+            }
             const uint32_t nTop = nShadow >> (8 * access.nElementBytes - 8) & 0xFF;
             for (uint32_t i = access.nElementBytes; access.bSigned && i < 4; ++i)
+            {
                 nShadow |= nTop << (8 * i);
+            }
             words[w].w[n] = nShadow;
             any[w] |= nShadow;
         }
@@ -405,18 +495,26 @@ void CInitRecorder::LoadShadow(const CBlock& block, const SMicroOp& step, const 
     {
         const uint32_t nRow = access.nRows[w];
         if (nRow <= s_nZeroRow || (any[w] == 0 && !m_Rows.IsDirty(nRow)))
+        {
             continue;
+        }
         const bool bAll = access.bUniform && (access.nUniformWords & (1u << w));
         uint32_t nActive = block.GetFirstLane();
         while (nActive + 1 < block.GetEndLane() && !block.IsActive(nActive))
+        {
             ++nActive;
+        }
         uint32_t* const pRow = m_Rows.Change(nRow);
         for (uint32_t n = 0; n < s_nLanes; ++n)
         {
             if (bAll)
+            {
                 pRow[n] = bThere ? words[w].w[nActive] : 0;
+            }
             else if (n >= block.GetFirstLane() && n < block.GetEndLane() && block.IsActive(n))
+            {
                 pRow[n] = bThere ? words[w].w[n] : 0;
+            }
         }
         m_Rows.Settle(nRow, step.nInstruction);
     }
@@ -426,20 +524,28 @@ void CInitRecorder::StoreShadow(const CBlock& block, const SMicroOp& step, const
 {
     bool bDirty = false;
     for (uint32_t w = 0; w < access.nWords; ++w)
+    {
         bDirty = bDirty || (access.nRows[w] > s_nZeroRow && m_Rows.IsDirty(access.nRows[w]));
+    }
     if (!bDirty && (!HasShadow(access) || IsWritten(block, access, TotalBytes(access)) || StoreWritten(block, access)))
+    {
         return;
+    }
     const uint32_t nFirst = block.GetFirstLane();
     block.FillAddresses(access, nFirst, block.GetEndLane(), m_vAddresses.data());
     for (uint32_t n = nFirst; n < block.GetEndLane(); ++n)
     {
         if (!block.IsActive(n))
+        {
             continue;
+        }
         unsigned char* const pShadow = Find(block, access, n, TotalBytes(access));
         if (!bDirty)
         {
             if (pShadow)
+            {
                 std::memset(pShadow, 0, TotalBytes(access));
+            }
             continue;
         }
         for (uint32_t w = 0; w < access.nWords; ++w)
@@ -463,7 +569,9 @@ void CInitRecorder::StoreShadow(const CBlock& block, const SMicroOp& step, const
                 m_Written.Spoil(m_nRange, nPlace, nPlace + TotalBytes(access));
             }
             if (pShadow)
+            {
                 std::memcpy(pShadow + w * access.nElementBytes, &nShadow, access.nElementBytes);
+            }
         }
     }
 }
@@ -472,7 +580,9 @@ void CInitRecorder::StoreShadow(const CBlock& block, const SMicroOp& step, const
 void CInitRecorder::TouchAtomic(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     for (const uint32_t nRow : access.nValueRows)
+    {
         Demand(block, step, nRow, PLATFORM_FAULT_OUTPUT);
+    }
     if (HasShadow(access) && !IsWritten(block, access, access.nElementBytes))
     {
         block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
@@ -481,17 +591,25 @@ void CInitRecorder::TouchAtomic(const CBlock& block, const SMicroOp& step, const
             unsigned char* const pShadow = block.IsActive(n) ? Find(block, access, n, access.nElementBytes) : nullptr;
             uint32_t nShadow = 0;
             if (pShadow)
+            {
                 std::memcpy(&nShadow, pShadow, 4);
+            }
             // What another group does in front of it isn't known: bytes of a buffer stay as they are.
             if (nShadow != 0 && (access.eAtomic == ATOMIC_XCHG || access.eSpace == SAccess::Local))
+            {
                 std::memset(pShadow, 0, access.nElementBytes);
+            }
             if (nShadow != 0 && access.eAtomic != ATOMIC_XCHG)
+            {
                 Tell(block, step, n, PLATFORM_FAULT_ATOMIC, nShadow, step.nInstruction,
                      m_vAddresses[n - block.GetFirstLane()]);
+            }
         }
     }
     for (uint32_t w = 0; access.bReturns && w < access.nElementBytes / 4u; ++w)
+    {
         m_Rows.Clear(block, access.nRows[w]);
+    }
 }
 
 } // namespace KestrelPlatform

@@ -9,9 +9,13 @@ namespace KestrelPlatform
 void CIntervalRaces::SWhoTwo::Add(const SWho& who)
 {
     if (!first.IsThere())
+    {
         first = who;
+    }
     else if (!other.IsThere() && first.nItem != who.nItem)
+    {
         other = who;
+    }
 }
 
 void CIntervalRaces::Begin()
@@ -20,7 +24,9 @@ void CIntervalRaces::Begin()
     m_Words.nUsed = 0;
     m_Bytes.nUsed = 0;
     if (m_nBase < 0x80000000u)
+    {
         return;
+    }
     *this = CIntervalRaces();
 }
 
@@ -33,7 +39,9 @@ CIntervalRaces::SCell& CIntervalRaces::Place(STable& table, uint64_t nUnit, uint
     {
         SCell& cell = table.vCells[n];
         if (cell.nStamp < m_nBase || (cell.nUnit == nUnit && cell.nSpace == nSpace))
+        {
             return cell;
+        }
     }
 }
 
@@ -44,7 +52,9 @@ void CIntervalRaces::Grow(STable& table) const
     for (const SCell& cell : table.vCells)
     {
         if (cell.nStamp >= m_nBase)
+        {
             Place(larger, cell.nUnit, cell.nSpace) = cell;
+        }
     }
     std::swap(table, larger);
 }
@@ -53,7 +63,9 @@ CIntervalRaces::SCell& CIntervalRaces::Cell(STable& table, uint64_t nUnit, uint3
 {
     SCell* pCell = &Place(table, nUnit, nSpace);
     if (pCell->nStamp == nStamp)
+    {
         return *pCell;
+    }
     const bool bNew = pCell->nStamp < m_nBase;
     if (bNew && table.nUsed * 2 > table.vCells.size())
     {
@@ -72,7 +84,9 @@ void CIntervalRaces::Split(uint64_t nWord, uint32_t nSpace, uint32_t nStamp)
 {
     SCell& word = Cell(m_Words, nWord, nSpace, nStamp);
     if (word.bSplit)
+    {
         return;
+    }
     for (uint32_t n = 0; n < 4; ++n)
     {
         SCell& byte = Cell(m_Bytes, nWord * 4 + n, nSpace, nStamp);
@@ -90,7 +104,9 @@ void CIntervalRaces::TouchCell(SCell& cell, const SRaceAccess& access, SInterval
     const auto meet = [&](const SWho& who, ERaceKind eKind)
     {
         if (!who.IsThere() || who.nItem == access.nItem)
+        {
             return;
+        }
         race.nItem = who.nItem;
         race.nNumber = who.nNumber;
         race.eKind = eKind;
@@ -101,9 +117,13 @@ void CIntervalRaces::TouchCell(SCell& cell, const SRaceAccess& access, SInterval
     race.nOldValue = cell.nValue;
     meet(cell.writer, RACE_WRITE);
     if (access.eKind != RACE_READ)
+    {
         meet(cell.readers.Except(access.nItem), RACE_READ);
+    }
     if (access.eKind != RACE_ATOMIC)
+    {
         meet(cell.atomics.Except(access.nItem), RACE_ATOMIC);
+    }
     const SWho who{access.nItem, access.nNumber};
     if (access.eKind == RACE_WRITE)
     {
@@ -111,7 +131,9 @@ void CIntervalRaces::TouchCell(SCell& cell, const SRaceAccess& access, SInterval
         cell.nValue = race.nValue;
     }
     else
+    {
         (access.eKind == RACE_READ ? cell.readers : cell.atomics).Add(who);
+    }
 }
 
 void CIntervalRaces::Touch(const SRaceAccess& access, uint32_t nSpace, uint32_t nInterval,
@@ -136,7 +158,9 @@ void CIntervalRaces::Touch(const SRaceAccess& access, uint32_t nSpace, uint32_t 
         Split(nWord, nSpace, nStamp);
         race.nBytes = 1;
         for (uint64_t n = nFirst; n < nLast; ++n, ++race.nOffset)
+        {
             TouchCell(Cell(m_Bytes, n, nSpace, nStamp), access, race, vRaces);
+        }
     }
 }
 

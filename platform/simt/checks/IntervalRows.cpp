@@ -33,7 +33,9 @@ void CIntervalRows::Begin()
 void CIntervalRows::StartInterval(uint32_t nInterval)
 {
     for (std::vector<SKept>& vKept : m_vKept)
+    {
         vKept.clear();
+    }
     m_vData.clear();
     m_nInterval = nInterval;
     m_bWords = false;
@@ -65,7 +67,9 @@ CIntervalRows::SKept* CIntervalRows::FindSame(const SRaceRow& row)
         if (other.nFirst == row.nFirst && other.nStep == row.nStep && other.nBytes == row.nBytes &&
             other.nCount == row.nCount && other.nSpace == row.nSpace && other.bEven && other.nItem == row.nItem &&
             other.nNumber == row.nNumber)
+        {
             return &vKept[n - 1];
+        }
     }
     return nullptr;
 }
@@ -74,9 +78,13 @@ bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned 
                         const uint64_t* pAddresses)
 {
     if (nInterval != m_nInterval)
+    {
         StartInterval(nInterval);
+    }
     if (m_bWords)
+    {
         return false;
+    }
     const size_t nValues = row.eKind == RACE_WRITE ? size_t{row.nBytes} * row.nCount : 0;
     if (SKept* const pSame = FindSame(row))
     {
@@ -91,7 +99,9 @@ bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned 
     if (m_vKept[row.eKind].size() >= s_nMostRows || m_vData.size() + nData > s_nMostData ||
         (row.eKind != RACE_READ && MayRace(row, RACE_READ, pAddresses)) || MayRace(row, RACE_WRITE, pAddresses) ||
         (row.eKind != RACE_ATOMIC && MayRace(row, RACE_ATOMIC, pAddresses)))
+    {
         return false;
+    }
     m_vKept[row.eKind].push_back({row, m_vData.size()});
     if (nData != 0)
     {
@@ -117,25 +127,37 @@ void CIntervalRows::Replay(const SKept& kept, CIntervalRaces& words, uint32_t nI
         access.nAddress = row.nFirst + static_cast<uint64_t>(row.nStep * n);
         const unsigned char* const pData = m_vData.data() + kept.nData;
         if (!row.bEven)
+        {
             std::memcpy(&access.nAddress, pData + n * sizeof(uint64_t), sizeof(uint64_t));
+        }
         if (row.eKind == RACE_WRITE)
+        {
             std::memcpy(access.bytes, pData + (row.bEven ? 0 : sizeof(uint64_t) * row.nCount) + n * row.nBytes,
                         row.nBytes);
+        }
         if (access.nAddress != s_nInactive)
+        {
             words.Touch(access, row.nSpace, nInterval, vNone);
+        }
     }
 }
 
 void CIntervalRows::GoToWords(CIntervalRaces& words, uint32_t nInterval)
 {
     if (nInterval != m_nInterval)
+    {
         StartInterval(nInterval);
+    }
     if (m_bWords)
+    {
         return;
+    }
     for (const std::vector<SKept>& vKept : m_vKept)
     {
         for (const SKept& kept : vKept)
+        {
             Replay(kept, words, nInterval);
+        }
     }
     StartInterval(nInterval);
     m_bWords = true;

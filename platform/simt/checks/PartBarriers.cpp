@@ -14,7 +14,9 @@ CPartBarriers::CPartBarriers(const SLaunchContext& context, CFindings& findings)
 void CPartBarriers::Tell(SPart& part, uint32_t nOther)
 {
     if (part.nInstruction == ~0u)
+    {
         return;
+    }
     SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_BARRIER, part.nInstruction, part.nMissing);
     finding.nOther = nOther;
     m_Findings.Add(finding);
@@ -36,7 +38,9 @@ CPartBarriers::SPart CPartBarriers::Look(const CBlock& block, const SMicroOp& st
 void CPartBarriers::Reach(const CBlock& block, const SMicroOp& step)
 {
     if (block.GetActive() == block.GetLive())
+    {
         return Finish();
+    }
     for (uint32_t n = 0; n * m_Context.nGroupSize < block.GetLive(); ++n)
     {
         SPart part = Look(block, step, n * m_Context.nGroupSize);
@@ -44,10 +48,14 @@ void CPartBarriers::Reach(const CBlock& block, const SMicroOp& step)
         const bool bRest = open.nInstruction != ~0u && (open.here & part.here).none() &&
                            open.here.count() + part.here.count() == m_Context.nGroupSize;
         if (part.here.none())
+        {
             continue;
+        }
         Tell(open, bRest ? part.nInstruction : ~0u);
         if (!bRest && part.here.count() != m_Context.nGroupSize)
+        {
             open = part;
+        }
     }
     m_bAny = true;
 }
@@ -55,9 +63,13 @@ void CPartBarriers::Reach(const CBlock& block, const SMicroOp& step)
 void CPartBarriers::Finish()
 {
     if (!m_bAny)
+    {
         return;
+    }
     for (SPart& part : m_vOpen)
+    {
         Tell(part, ~0u);
+    }
     m_bAny = false;
 }
 

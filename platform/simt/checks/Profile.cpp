@@ -17,7 +17,9 @@ uint32_t CountActive(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {
     uint32_t nActive = 0;
     for (uint32_t n = nBegin; n < nEnd; ++n)
+    {
         nActive += pMask[n] & 1;
+    }
     return nActive;
 }
 
@@ -33,7 +35,9 @@ uint64_t CountEvenLines(uint64_t nFirst, uint64_t nLast, uint32_t nCount, uint32
     const uint64_t nLow = std::min(nFirst, nLast);
     const uint64_t nSpread = std::max(nFirst, nLast) - nLow;
     if (IsWithoutGap(nFirst, nLast, nCount))
+    {
         return ((nLow + nSpread + nBytes - 1) >> s_nLineBits) - (nLow >> s_nLineBits) + 1;
+    }
     const uint64_t nStride = nSpread / (nCount - 1);
     uint64_t nLines = 0;
     uint64_t nEnd = 0; // behind the last line that is counted
@@ -51,11 +55,15 @@ uint64_t CountEvenLines(uint64_t nFirst, uint64_t nLast, uint32_t nCount, uint32
 void CLineSet::Insert(uint64_t nLine)
 {
     if (nLine == m_nLast)
+    {
         return;
+    }
     m_nLast = nLine;
     size_t n = (nLine * 0x9E3779B97F4A7C15u) >> 56;
     while (m_Places[n].nSet == m_nSet && m_Places[n].nLine != nLine)
+    {
         n = (n + 1) % s_nPlaces;
+    }
     m_nCount += m_Places[n].nSet != m_nSet;
     m_Places[n] = {nLine, m_nSet};
 }
@@ -81,15 +89,21 @@ void CProfileTotals::Add(const std::vector<SProfileEntry>& vEntries, const std::
     m_vEntries.resize(std::max(m_vEntries.size(), vEntries.size()));
     m_vBodies.resize(std::max(m_vBodies.size(), vBodies.size()));
     for (size_t n = 0; n < vEntries.size(); ++n)
+    {
         m_vEntries[n].Add(vEntries[n]);
+    }
     for (size_t n = 0; n < vBodies.size(); ++n)
+    {
         m_vBodies[n].Add(vBodies[n]);
+    }
 }
 
 void CWaveLanes::Start(const CBlock& block)
 {
     if (block.GetLive() == m_nLive)
+    {
         return;
+    }
     m_nLive = block.GetLive();
     m_vEnds.clear();
     // A block that holds part of a group begins at a multiple of the size of waves.
@@ -98,21 +112,27 @@ void CWaveLanes::Start(const CBlock& block)
     {
         const uint32_t nEnd = std::min(nFirst + nGroup, m_nLive);
         for (uint32_t n = nFirst; n < nEnd; n += s_nWaveSize)
+        {
             m_vEnds.push_back(std::min(n + s_nWaveSize, nEnd));
+        }
     }
 }
 
 SProfileEntry& CProfileRecorder::Entry(uint32_t nInstruction)
 {
     if (nInstruction >= m_vEntries.size())
+    {
         m_vEntries.resize(nInstruction + size_t{1});
+    }
     return m_vEntries[nInstruction];
 }
 
 SPresence CProfileRecorder::Look(const CBlock& block) const
 {
     if (block.GetActive() == block.GetLive())
+    {
         return {block.GetLive(), m_Waves.GetCount(), block.GetLive()};
+    }
     SPresence presence;
     presence.nItems = block.GetActive();
     const uint32_t* const pMask = block.Mask();
@@ -120,7 +140,9 @@ SPresence CProfileRecorder::Look(const CBlock& block) const
     {
         uint32_t nAny = 0;
         for (uint32_t n = m_Waves.GetBegin(w); n < m_Waves.GetEnd(w); ++n)
+        {
             nAny |= pMask[n];
+        }
         presence.nWaves += nAny & 1;
         presence.nLanes += nAny ? m_Waves.GetEnd(w) - m_Waves.GetBegin(w) : 0;
     }
@@ -138,7 +160,9 @@ void CProfileRecorder::Flow(const CBlock& block, uint32_t nInstruction)
     SProfileEntry& entry = Entry(nInstruction);
     entry.after.Add(Look(block));
     if (!m_vLoops.empty() && m_vLoops.back().nStart == nInstruction)
+    {
         BeginPass(entry, block.GetActive());
+    }
 }
 
 void CProfileRecorder::Entered(const CBlock& block, uint32_t nBody)
@@ -157,9 +181,13 @@ void CProfileRecorder::BeginPass(SProfileEntry& entry, uint32_t nActive)
 {
     SLoop& loop = m_vLoops.back();
     if (loop.nPasses == 0)
+    {
         entry.nEntries += nActive;
+    }
     else if (nActive < loop.nActive)
+    {
         entry.nLeast = std::min(entry.nLeast, loop.nPasses);
+    }
     loop.nActive = nActive;
     ++loop.nPasses;
 }
@@ -169,7 +197,9 @@ void CProfileRecorder::CloseLoop()
     const SLoop loop = m_vLoops.back();
     m_vLoops.pop_back();
     if (loop.nActive == 0)
+    {
         return;
+    }
     SProfileEntry& entry = Entry(loop.nStart);
     entry.nLeast = std::min(entry.nLeast, loop.nPasses);
     entry.nMost = std::max(entry.nMost, loop.nPasses);
@@ -182,7 +212,9 @@ void CProfileRecorder::Accessing(const CBlock& block, const SMicroOp& step, cons
     entry.nLoaded[access.eSpace] += access.eOperation != SAccess::Store ? nBytes : 0;
     entry.nStored[access.eSpace] += access.eOperation != SAccess::Load ? nBytes : 0;
     if (access.eSpace == SAccess::Global)
+    {
         CountLines(block, access, entry);
+    }
 }
 
 /// Of some active lanes, all from one to another, into the set.
@@ -195,7 +227,9 @@ void CProfileRecorder::InsertLines(const CBlock& block, const SAccess& access, u
     {
         const uint64_t nEndLine = (std::max(nFirst, nLast) + nBytes - 1) >> s_nLineBits;
         for (uint64_t nLine = std::min(nFirst, nLast) >> s_nLineBits; nLine <= nEndLine; ++nLine)
+        {
             m_Lines.Insert(nLine);
+        }
         return;
     }
     uint64_t addresses[s_nWaveSize];
@@ -217,7 +251,9 @@ void CProfileRecorder::CountLines(const CBlock& block, const SAccess& access, SP
         const uint32_t nEnd = std::min(m_Waves.GetEnd(w), block.GetEndLane());
         const uint32_t nActive = bAll ? nEnd - nBegin : CountActive(pMask, nBegin, nEnd);
         if (nActive == 0)
+        {
             continue;
+        }
         ++entry.nAccesses;
         uint64_t nFirst = 0;
         uint64_t nLast = 0;
@@ -239,7 +275,9 @@ void CProfileRecorder::CountLines(const CBlock& block, const SAccess& access, SP
             for (uint32_t n = nPiece; n < nPieceEnd; ++n)
             {
                 if (pMask[n])
+                {
                     InsertLines(block, access, n, n + 1);
+                }
             }
         }
         entry.nLines += m_Lines.GetCount();

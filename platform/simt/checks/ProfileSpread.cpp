@@ -49,7 +49,9 @@ EStep StepOf(const SItem& item)
         break;
     }
     if (GetOpCodeClass(item.eOpCode) != ClassFlow)
+    {
         return Stays;
+    }
     return item.nSources != 0 ? Branches : Leaves;
 }
 
@@ -61,7 +63,9 @@ void SpreadBody(const SDecodedStream& stream, const SBody& body, SPresence here,
     {
         const SItem& item = stream.vItems[nItem];
         if (item.nInstruction == SItem::NoInstruction)
+        {
             continue;
+        }
         const SProfileEntry entry = item.nInstruction < vEntries.size() ? vEntries[item.nInstruction] : SProfileEntry();
         const EStep eStep = StepOf(item);
         here = eStep == Joins ? entry.after : here;
@@ -95,10 +99,14 @@ std::vector<SPlatformProfile> CProfileTotals::Spread(const CProgram& program) co
     SDecodeError error;
     const std::vector<uint32_t>& vTokens = program.GetTokens();
     if (!DecodeStream(vTokens.data(), vTokens.size(), stream, error) || !BuildStructure(stream, structure, error))
+    {
         return {};
+    }
     std::vector<SPlatformProfile> vRows(stream.nInstructions, SPlatformProfile{});
     for (size_t n = 0; n < structure.vBodies.size(); ++n)
+    {
         SpreadBody(stream, structure.vBodies[n], n < m_vBodies.size() ? m_vBodies[n] : SPresence(), m_vEntries, vRows);
+    }
     return vRows;
 }
 

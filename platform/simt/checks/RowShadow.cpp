@@ -15,7 +15,9 @@ CRowShadow::CRowShadow(uint32_t nRows)
       m_vFrom(nRows, ~0u)
 {
     if (!m_pOwner)
+    {
         throw std::bad_alloc();
+    }
     const uintptr_t nAddress = reinterpret_cast<uintptr_t>(m_pOwner.get());
     m_pRows = reinterpret_cast<SLaneRow*>((nAddress + alignof(SLaneRow) - 1) / alignof(SLaneRow) * alignof(SLaneRow));
 }
@@ -31,10 +33,14 @@ void CRowShadow::Settle(uint32_t nRow, uint32_t nFrom)
 {
     uint32_t nAny = 0;
     for (const uint32_t nShadow : m_pRows[nRow].w)
+    {
         nAny |= nShadow;
+    }
     m_vFrom[nRow] = nFrom;
     if (nAny != 0 || !m_vDirty[nRow])
+    {
         return;
+    }
     m_vDirty[nRow] = 0;
     --m_nDirty;
 }
@@ -48,19 +54,27 @@ void CRowShadow::Fill(uint32_t nRow, uint32_t nShadow, uint32_t nFrom)
 void CRowShadow::Clear(const CBlock& block, uint32_t nRow)
 {
     if (!m_vDirty[nRow])
+    {
         return;
+    }
     if (block.GetActive() == block.GetLive())
+    {
         return Clear(nRow);
+    }
     uint32_t* const pRow = Change(nRow);
     for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
+    {
         pRow[n] = block.IsActive(n) ? 0 : pRow[n];
+    }
     Settle(nRow, m_vFrom[nRow]);
 }
 
 void CRowShadow::Clear(uint32_t nRow)
 {
     if (!m_vDirty[nRow])
+    {
         return;
+    }
     std::memset(m_pRows[nRow].w, 0, sizeof(SLaneRow));
     m_vDirty[nRow] = 0;
     --m_nDirty;

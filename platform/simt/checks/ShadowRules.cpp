@@ -23,7 +23,9 @@ uint32_t MaskShadow(const uint32_t* pValues, const uint32_t* pShadows, uint32_t 
         const uint32_t b = ByteOf(pShadows[1], n);
         if ((a | b) == 0 || (a == 0 && ByteOf(pValues[0], n) == nDecides) ||
             (b == 0 && ByteOf(pValues[1], n) == nDecides))
+        {
             continue;
+        }
         const uint32_t nOther = ByteOf(a == 0 ? pValues[0] : pValues[1], n);
         const bool bCopy = (a == 0 || b == 0) && nOther == (nDecides ^ 0xFF);
         nResult |= ((a ? a : b) | (bCopy ? 0 : s_nWorkedOut)) << (8 * n);
@@ -38,7 +40,9 @@ uint32_t ShiftShadow(uint32_t nShadow, uint32_t nBits, bool bLeft)
     };
     const uint32_t nHere = shift(nBits / 8);
     if (nBits % 8 == 0)
+    {
         return nHere;
+    }
     const uint32_t nNext = shift(nBits / 8 + 1);
     uint32_t nResult = 0;
     for (uint32_t n = 0; n < 4; ++n)
@@ -52,12 +56,16 @@ uint32_t ShiftShadow(uint32_t nShadow, uint32_t nBits, bool bLeft)
 uint32_t ExtractShadow(const uint32_t* pValues, const uint32_t* pShadows)
 {
     if ((pShadows[0] | pShadows[1]) != 0)
+    {
         return SpreadShadow(pShadows[0] ? pShadows[0] : pShadows[1]);
+    }
     const uint32_t nWidth = pValues[0] & 31;
     const uint32_t nOffset = pValues[1] & 31;
     uint32_t nResult = 0;
     for (uint32_t n = nOffset / 8; nWidth != 0 && n < 4 && n * 8 < nOffset + nWidth; ++n)
+    {
         nResult |= pShadows[2] & (0xFFu << (8 * n));
+    }
     return SpreadShadow(nResult);
 }
 
@@ -102,7 +110,9 @@ uint32_t WorkOutShadow(EShadowRule eRule, const uint32_t* pValues, const uint32_
     {
     case SHADOW_SELECT:
         if (pShadows[0] != 0)
+        {
             return SpreadShadow(pShadows[0]);
+        }
         return pValues[0] ? pShadows[1] : pShadows[2];
     case SHADOW_AND:
         return MaskShadow(pValues, pShadows, 0);

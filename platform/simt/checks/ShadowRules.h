@@ -33,9 +33,13 @@ EShadowRule FindShadowRule(uint32_t nOp);
 inline uint32_t SpreadShadow(uint32_t nShadow)
 {
     if (nShadow == 0)
+    {
         return 0;
+    }
     while ((nShadow & 0xFF) == 0)
+    {
         nShadow >>= 8;
+    }
     return ((nShadow & 0x7F) | s_nWorkedOut) * 0x01010101u;
 }
 

@@ -29,7 +29,9 @@ __attribute__((no_sanitize("thread"))) bool IsZero(const unsigned char* pBytes, 
         }
     }
     for (size_t n = 0; n < nBytes; ++n)
+    {
         nAny |= pBytes[n];
+    }
     return nAny == 0;
 }
 
@@ -37,7 +39,9 @@ CWrittenPages::CWrittenPages(const std::vector<SMemoryRange>& vMemory) : m_vMemo
 {
     m_vPages.reserve(vMemory.size());
     for (const SMemoryRange& range : vMemory)
+    {
         m_vPages.emplace_back(range.pShadow ? (range.nSize + s_nWrittenPageBytes - 1) / s_nWrittenPageBytes : 0);
+    }
 }
 
 /// Another thread may spoil the page meanwhile: then it isn't marked.
@@ -45,7 +49,9 @@ bool CWrittenPages::IsPageWritten(const SMemoryRange& range, std::atomic<unsigne
 {
     unsigned char nState = page.load(std::memory_order_relaxed);
     if (nState != Unknown)
+    {
         return nState == Written;
+    }
     const uint64_t nBegin = nPage * s_nWrittenPageBytes;
     const bool bWritten = IsZero(range.pShadow + nBegin, std::min(s_nWrittenPageBytes, range.nSize - nBegin));
     page.compare_exchange_strong(nState, bWritten ? Written : Mixed);
@@ -58,14 +64,20 @@ bool CWrittenPages::Are(size_t nRange, uint64_t nBegin, uint64_t nEnd)
     const uint64_t nFirst = nBegin / s_nWrittenPageBytes;
     const uint64_t nLast = (nEnd - 1) / s_nWrittenPageBytes;
     if (!range.pShadow || nLast - nFirst >= s_nMostPages)
+    {
         return !range.pShadow;
+    }
     for (uint64_t nPage = nFirst; nPage <= nLast; ++nPage)
     {
         if (IsPageWritten(range, m_vPages[nRange][nPage], nPage))
+        {
             continue;
+        }
         const uint64_t nFrom = std::max(nBegin, nPage * s_nWrittenPageBytes);
         if (!IsZero(range.pShadow + nFrom, std::min(nEnd, (nPage + 1) * s_nWrittenPageBytes) - nFrom))
+        {
             return false;
+        }
     }
     return true;
 }
@@ -73,7 +85,9 @@ bool CWrittenPages::Are(size_t nRange, uint64_t nBegin, uint64_t nEnd)
 void CWrittenPages::Spoil(size_t nRange, uint64_t nBegin, uint64_t nEnd)
 {
     for (uint64_t nPage = nBegin / s_nWrittenPageBytes; nPage * s_nWrittenPageBytes < nEnd; ++nPage)
+    {
         m_vPages[nRange][nPage] = Mixed;
+    }
 }
 
 } // namespace KestrelPlatform
