@@ -41,8 +41,8 @@ void CBlock::LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices,
     if (!m_pMask && IsSame(pIndices))
     {
         SLaneRows rows;
-        rows.d[0] = nTo;
-        rows.s[0] = nFirstRow + pIndices[m_nBegin] * nScale / s_nLanes;
+        rows.d[0] = ToRow(nTo);
+        rows.s[0] = ToRow(nFirstRow + pIndices[m_nBegin] * nScale / s_nLanes);
         m_Lanes.pFast[LANE_Mov](m_pRows, rows, nullptr, m_nBegin, m_nEnd);
         return;
     }
@@ -54,8 +54,8 @@ void CBlock::StoreRow(uint32_t nFrom, uint32_t nFirstRow, const uint32_t* pIndic
     if (!m_pMask && IsSame(pIndices))
     {
         SLaneRows rows;
-        rows.d[0] = nFirstRow + pIndices[m_nBegin] * nScale / s_nLanes;
-        rows.s[0] = nFrom;
+        rows.d[0] = ToRow(nFirstRow + pIndices[m_nBegin] * nScale / s_nLanes);
+        rows.s[0] = ToRow(nFrom);
         m_Lanes.pFast[LANE_Mov](m_pRows, rows, nullptr, m_nBegin, m_nEnd);
         return;
     }

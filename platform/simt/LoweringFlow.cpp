@@ -50,7 +50,7 @@ bool CLowering::LowerBody(uint32_t nBody)
     SMicroOp enter;
     enter.eKind = MICRO_ENTER;
     enter.nAux = nBody;
-    enter.rows.d[0] = m_vReturnRows[nBody];
+    enter.rows.d[0] = ToRow(m_vReturnRows[nBody]);
     enter.nInstruction = SItem::NoInstruction;
     m_Code.vSteps.push_back(enter);
     m_vBlocks.push_back({{m_vReturnRows[nBody], 0, 0}, 0, 0, {}, {}});
@@ -69,7 +69,7 @@ bool CLowering::LowerBody(uint32_t nBody)
     }
     SMicroOp& end = EmitFlow(MICRO_END_BODY);
     end.nAux = nBody;
-    end.rows.d[0] = m_vReturnRows[nBody];
+    end.rows.d[0] = ToRow(m_vReturnRows[nBody]);
     const bool bItem = !body.vItems.empty() && (m_pItem->eOpCode == IL_OP_ENDFUNC || m_pItem->eOpCode == IL_OP_ENDMAIN);
     end.nInstruction = bItem ? m_nInstruction : SItem::NoInstruction;
     m_vBlocks.pop_back();
@@ -132,8 +132,8 @@ void CLowering::LowerLeave(ILOpCode eOpCode)
     m_bReturns = m_bReturns || nRow == m_vReturnRows[m_nBody];
     const uint32_t nCondition = bConditional ? ConditionRow(eOpCode, bInvert) : 0;
     SMicroOp& step = EmitFlow(bConditional ? MICRO_LEAVE_IF : MICRO_LEAVE);
-    step.rows.d[0] = nRow;
-    step.rows.s[0] = nCondition;
+    step.rows.d[0] = ToRow(nRow);
+    step.rows.s[0] = ToRow(nCondition);
     step.nFlags = bInvert ? s_nFlagInvert : 0;
     if (!bConditional && (eOpCode == IL_OP_RET || eOpCode == IL_OP_RET_DYN))
     {
@@ -147,8 +147,8 @@ void CLowering::CloseBlock(EMicroKind eKind)
     const SOpenBlock block = m_vBlocks.back();
     ResolvePending();
     SMicroOp& step = EmitFlow(eKind);
-    step.rows.d[0] = block.nRows[0];
-    step.rows.d[1] = block.nRows[1];
+    step.rows.d[0] = ToRow(block.nRows[0]);
+    step.rows.d[1] = ToRow(block.nRows[1]);
     step.nAux = block.nStep;
     if (eKind == MICRO_END_LOOP)
     {
@@ -187,10 +187,10 @@ void CLowering::LowerSwitch()
     const uint32_t nPending = MaskRows(1);
     const uint32_t nKept = MaskRows(1);
     SMicroOp& step = EmitFlow(MICRO_SWITCH);
-    step.rows.d[0] = nRow;
-    step.rows.d[1] = nPending;
-    step.rows.s[0] = nSelector;
-    step.rows.s[1] = nKept;
+    step.rows.d[0] = ToRow(nRow);
+    step.rows.d[1] = ToRow(nPending);
+    step.rows.s[0] = ToRow(nSelector);
+    step.rows.s[1] = ToRow(nKept);
     m_vBreakables.push_back(m_vBlocks.size());
     m_vBlocks.push_back({{nRow, nPending, nKept}, m_nLastFlow, 0, {}, {}});
     Pend(m_nLastFlow);
@@ -202,8 +202,8 @@ void CLowering::LowerCase()
     SOpenBlock& block = m_vBlocks.back();
     const bool bDefault = m_pItem->eOpCode == IL_OP_DEFAULT;
     SMicroOp& step = EmitFlow(bDefault ? MICRO_DEFAULT : MICRO_CASE);
-    step.rows.d[1] = block.nRows[1];
-    step.rows.s[1] = block.nRows[2];
+    step.rows.d[1] = ToRow(block.nRows[1]);
+    step.rows.s[1] = ToRow(block.nRows[2]);
     if (bDefault)
     {
         block.nDefault = m_nLastFlow;
@@ -244,13 +244,13 @@ bool CLowering::LowerCall()
     const uint32_t nRest = bConditional ? MaskRows(1) : 0;
     SMicroOp& call = EmitFlow(MICRO_CALL);
     call.nAux = nBody;
-    call.rows.d[0] = nRest;
-    call.rows.s[0] = nCondition;
+    call.rows.d[0] = ToRow(nRest);
+    call.rows.s[0] = ToRow(nCondition);
     call.nFlags = static_cast<uint16_t>((bInvert ? s_nFlagInvert : 0) | (bConditional ? s_nFlagConditional : 0));
     if (bConditional)
     {
         m_Code.vSteps[m_nLastFlow].nTarget = m_nLastFlow + 1;
-        EmitFlow(MICRO_AFTER_CALL).rows.d[0] = nRest;
+        EmitFlow(MICRO_AFTER_CALL).rows.d[0] = ToRow(nRest);
         m_nMaskRowsUsed -= 1;
     }
     if (nResult)
@@ -278,8 +278,8 @@ bool CLowering::LowerFlow()
         const uint32_t nCondition = ConditionRow(m_pItem->eOpCode, bInvert);
         const uint32_t nRow = MaskRows(1);
         SMicroOp& step = EmitFlow(MICRO_IF);
-        step.rows.d[0] = nRow;
-        step.rows.s[0] = nCondition;
+        step.rows.d[0] = ToRow(nRow);
+        step.rows.s[0] = ToRow(nCondition);
         step.nFlags = bInvert ? s_nFlagInvert : 0;
         m_vBlocks.push_back({{nRow, 0, 0}, m_nLastFlow, 0, {}, {}});
         Pend(m_nLastFlow);
@@ -287,7 +287,7 @@ bool CLowering::LowerFlow()
     }
     case IL_OP_ELSE:
         ResolvePending();
-        EmitFlow(MICRO_ELSE).rows.d[0] = m_vBlocks.back().nRows[0];
+        EmitFlow(MICRO_ELSE).rows.d[0] = ToRow(m_vBlocks.back().nRows[0]);
         Pend(m_nLastFlow);
         return true;
     case IL_OP_ENDIF:
@@ -298,8 +298,8 @@ bool CLowering::LowerFlow()
         const uint32_t nRow = MaskRows(1);
         const uint32_t nContinued = MaskRows(1);
         SMicroOp& step = EmitFlow(MICRO_LOOP);
-        step.rows.d[0] = nRow;
-        step.rows.d[1] = nContinued;
+        step.rows.d[0] = ToRow(nRow);
+        step.rows.d[1] = ToRow(nContinued);
         m_vLoops.push_back(m_vBlocks.size());
         m_vBreakables.push_back(m_vBlocks.size());
         m_vBlocks.push_back({{nRow, nContinued, 0}, m_nLastFlow, 0, {}, {}});

@@ -135,11 +135,11 @@ void CLowering::AddFlatAccesses(SImageAccess& image)
         }
         // Each component is a word of its own: those that the mask leaves out lie between them.
         SLaneRows rows;
-        rows.d[0] = Scratch();
-        rows.d[1] = Scratch();
-        rows.s[0] = nAddress[0];
-        rows.s[1] = nAddress[1];
-        rows.s[2] = ConstantRow(n * 4);
+        rows.d[0] = ToRow(Scratch());
+        rows.d[1] = ToRow(Scratch());
+        rows.s[0] = ToRow(nAddress[0]);
+        rows.s[1] = ToRow(nAddress[1]);
+        rows.s[2] = ToRow(ConstantRow(n * 4));
         rows.s[3] = s_nZeroRow;
         EmitLane(LANE_IL_OP_I64_ADD, rows);
         access.nAddressRows[0] = rows.d[0];

@@ -174,11 +174,11 @@ void CLowering::SetSum(SAccess& access, const SOperand& operand, const SOperand&
         return;
     }
     SLaneRows rows;
-    rows.d[0] = Scratch();
-    rows.d[1] = Scratch();
-    rows.s[0] = Source(operand, 0, T::U);
-    rows.s[1] = Source(operand, 1, T::U);
-    rows.s[2] = Source(offset, 0, T::U);
+    rows.d[0] = ToRow(Scratch());
+    rows.d[1] = ToRow(Scratch());
+    rows.s[0] = ToRow(Source(operand, 0, T::U));
+    rows.s[1] = ToRow(Source(operand, 1, T::U));
+    rows.s[2] = ToRow(Source(offset, 0, T::U));
     rows.s[3] = s_nZeroRow;
     EmitLane(LANE_IL_OP_I64_ADD, rows);
     access.nAddressRows[0] = rows.d[0];

@@ -193,8 +193,8 @@ uint32_t CLowering::IndexedLoad(const SOperand& operand, bool bConstant, uint32_
     step.eKind = MICRO_INDEX_LOAD;
     step.nInstruction = m_nInstruction;
     step.nAux = static_cast<uint32_t>(m_Code.vIndexed.size());
-    step.rows.d[0] = Scratch();
-    step.rows.s[0] = indexed.nIndexRow;
+    step.rows.d[0] = ToRow(Scratch());
+    step.rows.s[0] = ToRow(indexed.nIndexRow);
     m_Code.vIndexed.push_back(indexed);
     m_Code.vSteps.push_back(step);
     return step.rows.d[0];
@@ -348,8 +348,8 @@ void CLowering::EmitLane(uint32_t nOp, const SLaneRows& rows)
 void CLowering::EmitMove(uint32_t nTo, uint32_t nFrom)
 {
     SLaneRows rows;
-    rows.d[0] = nTo;
-    rows.s[0] = nFrom;
+    rows.d[0] = ToRow(nTo);
+    rows.s[0] = ToRow(nFrom);
     EmitLane(LANE_Mov, rows);
 }
 
@@ -366,10 +366,10 @@ uint32_t CLowering::Binary(ELaneOp eOp, uint32_t nA, uint32_t nB)
 uint32_t CLowering::Ternary(ELaneOp eOp, uint32_t nA, uint32_t nB, uint32_t nC)
 {
     SLaneRows rows;
-    rows.d[0] = Scratch();
-    rows.s[0] = nA;
-    rows.s[2] = nB;
-    rows.s[4] = nC;
+    rows.d[0] = ToRow(Scratch());
+    rows.s[0] = ToRow(nA);
+    rows.s[2] = ToRow(nB);
+    rows.s[4] = ToRow(nC);
     EmitLane(eOp, rows);
     return rows.d[0];
 }
@@ -443,8 +443,8 @@ void CLowering::SourcePair(const SOperand& operand, uint32_t nPair, T eType, uin
     }
     if (eType == T::D)
     {
-        pRows[1] = operand.bAbs ? Unary(LANE_Abs, pRows[1]) : pRows[1];
-        pRows[1] = bNegate ? Unary(LANE_Negate, pRows[1]) : pRows[1];
+        pRows[1] = ToRow(operand.bAbs ? Unary(LANE_Abs, pRows[1]) : pRows[1]);
+        pRows[1] = ToRow(bNegate ? Unary(LANE_Negate, pRows[1]) : pRows[1]);
         return;
     }
     for (const ELaneOp eOp : {LANE_LAbs, LANE_LNegate})
@@ -454,8 +454,8 @@ void CLowering::SourcePair(const SOperand& operand, uint32_t nPair, T eType, uin
             continue;
         }
         SLaneRows rows;
-        rows.d[0] = Scratch();
-        rows.d[1] = Scratch();
+        rows.d[0] = ToRow(Scratch());
+        rows.d[1] = ToRow(Scratch());
         rows.s[0] = pRows[0];
         rows.s[1] = pRows[1];
         EmitLane(eOp, rows);
@@ -536,12 +536,12 @@ void CLowering::Scale(uint32_t nRow, uint32_t nHighRow)
     const SOperand& destination = Destination();
     const bool bDouble = m_eDestinationType == T::D;
     SLaneRows rows;
-    rows.d[0] = rows.s[0] = nRow;
-    rows.d[1] = rows.s[1] = nHighRow;
+    rows.d[0] = rows.s[0] = ToRow(nRow);
+    rows.d[1] = rows.s[1] = ToRow(nHighRow);
     if (destination.nShift >= 1 && destination.nShift <= 6)
     {
-        rows.s[2] = bDouble ? s_nZeroRow : ConstantRow(s_nFactors[destination.nShift]);
-        rows.s[3] = bDouble ? ConstantRow(s_nHighFactors[destination.nShift]) : 0;
+        rows.s[2] = ToRow(bDouble ? s_nZeroRow : ConstantRow(s_nFactors[destination.nShift]));
+        rows.s[3] = ToRow(bDouble ? ConstantRow(s_nHighFactors[destination.nShift]) : 0);
         EmitLane(bDouble ? LANE_DMultiply : LANE_Multiply, rows);
     }
     rows.s[2] = rows.s[3] = 0;
@@ -577,7 +577,7 @@ void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
     SMicroOp& last = m_Code.vSteps.back();
     if (last.eKind == MICRO_INDEX_STORE && last.nInstruction == m_nInstruction)
     {
-        last.rows.s[nComponent] = nRow;
+        last.rows.s[nComponent] = ToRow(nRow);
         last.rows.d[0] |= 1u << nComponent;
         return;
     }
@@ -589,9 +589,9 @@ void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
     step.eKind = MICRO_INDEX_STORE;
     step.nInstruction = m_nInstruction;
     step.nAux = static_cast<uint32_t>(m_Code.vIndexed.size());
-    step.rows.s[nComponent] = nRow;
-    step.rows.s[4] = indexed.nIndexRow;
-    step.rows.d[0] = 1u << nComponent;
+    step.rows.s[nComponent] = ToRow(nRow);
+    step.rows.s[4] = ToRow(indexed.nIndexRow);
+    step.rows.d[0] = static_cast<uint16_t>(1u << nComponent);
     m_Code.vIndexed.push_back(indexed);
     m_Code.vSteps.push_back(step);
 }

@@ -27,8 +27,8 @@ void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, CParts& parts)
         }
         SPart part;
         part.nOp = nOp;
-        part.rows.d[0] = n;
-        part.rows.d[1] = bOutPair ? n + 1 : 4;
+        part.rows.d[0] = static_cast<uint16_t>(n);
+        part.rows.d[1] = static_cast<uint16_t>(bOutPair ? n + 1 : 4);
         for (uint32_t i = 0; i < m_pItem->nSources && i < 3; ++i)
         {
             const SOperand& operand = Operand(i);
@@ -43,11 +43,11 @@ void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, CParts& parts)
             }
             else if (rule.eForm == ELaneForm::TOPAIR)
             {
-                part.rows.s[i * 2] = Source(operand, n / 2, eType);
+                part.rows.s[i * 2] = ToRow(Source(operand, n / 2, eType));
             }
             else
             {
-                part.rows.s[i * 2] = Source(operand, rule.eForm == ELaneForm::SCALAR ? 3 : n, eType);
+                part.rows.s[i * 2] = ToRow(Source(operand, rule.eForm == ELaneForm::SCALAR ? 3 : n, eType));
             }
         }
         parts.push_back(part);
@@ -66,8 +66,8 @@ bool CLowering::WriteParts(T eType, CParts& parts)
     }
     for (SPart& part : parts)
     {
-        part.rows.d[0] = Target(part.rows.d[0]);
-        part.rows.d[1] = part.rows.d[1] < 4 ? Target(part.rows.d[1]) : 0;
+        part.rows.d[0] = ToRow(Target(part.rows.d[0]));
+        part.rows.d[1] = ToRow(part.rows.d[1] < 4 ? Target(part.rows.d[1]) : 0);
         EmitLane(part.nOp, part.rows);
     }
     FinishDestination();
@@ -109,7 +109,7 @@ bool CLowering::WriteRows(T eType, const uint32_t* pRows)
         }
         SPart part;
         part.nOp = LANE_Mov;
-        part.rows.d[0] = n;
+        part.rows.d[0] = static_cast<uint16_t>(n);
         part.rows.d[1] = 4;
         part.rows.s[0] = pRows[n];
         parts.push_back(part);
@@ -137,7 +137,7 @@ bool CLowering::LowerRule(uint32_t nOp)
         return WriteParts(rule.eOut, parts);
     }
     SLaneRows rows = parts[0].rows;
-    rows.d[0] = Scratch();
+    rows.d[0] = ToRow(Scratch());
     rows.d[1] = 0;
     uint32_t nWritten = 0;
     for (uint32_t n = 0; n < 4; ++n)
@@ -426,11 +426,11 @@ bool CLowering::LowerSpecial()
     {
         SLaneRows rows;
         SourcePair(Operand(0), 0, T::D, rows.s);
-        rows.d[0] = Scratch();
-        rows.d[1] = Scratch();
+        rows.d[0] = ToRow(Scratch());
+        rows.d[1] = ToRow(Scratch());
         EmitLane(LANE_IL_OP_D_FREXP_MANT, rows);
         const uint32_t nMantissa[] = {rows.d[0], rows.d[1]};
-        rows.d[0] = Scratch();
+        rows.d[0] = ToRow(Scratch());
         rows.d[1] = 0;
         EmitLane(LANE_IL_OP_D_FREXP_EXP, rows);
         const uint32_t nRows[] = {nMantissa[0], nMantissa[1], rows.d[0], s_nZeroRow};

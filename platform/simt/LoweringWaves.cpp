@@ -9,10 +9,10 @@ void CLowering::EmitWave(EWave eWave, uint32_t nLow, uint32_t nHigh, uint32_t nA
     step.eKind = MICRO_WAVE;
     step.nInstruction = m_nInstruction;
     step.nOp = eWave;
-    step.rows.d[0] = nLow;
-    step.rows.d[1] = nHigh;
-    step.rows.s[0] = nA;
-    step.rows.s[1] = nB;
+    step.rows.d[0] = ToRow(nLow);
+    step.rows.d[1] = ToRow(nHigh);
+    step.rows.s[0] = ToRow(nA);
+    step.rows.s[1] = ToRow(nB);
     m_Code.vSteps.push_back(step);
 }
 

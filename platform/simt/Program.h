@@ -21,6 +21,12 @@ const uint32_t s_nZeroRow = 1;
 const uint32_t s_nMaxRows = 65536;
 static_assert(s_nMaxRows <= 0x10000, "SLaneRows numbers rows in 16 bits");
 
+/// A row's number as steps hold it. A program that has more rows is refused once it is lowered.
+constexpr uint16_t ToRow(uint32_t nRow)
+{
+    return static_cast<uint16_t>(nRow);
+}
+
 /// What one step of the compact form does. The fields that each one reads stand beside it.
 enum EMicroKind : uint16_t
 {

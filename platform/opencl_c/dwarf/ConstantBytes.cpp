@@ -48,13 +48,14 @@ bool Put(const llvm::Constant& constant, const llvm::DataLayout& layout, size_t 
                                    : llvm::cast<llvm::FixedVectorType>(pType)->getNumElements();
     for (uint64_t n = 0; n < nElements; ++n)
     {
-        const llvm::Constant* pElement = constant.getAggregateElement(static_cast<unsigned int>(n));
+        const auto nIndex = static_cast<unsigned int>(n);
+        const llvm::Constant* pElement = constant.getAggregateElement(nIndex);
         if (!pElement)
         {
             return false;
         }
         const uint64_t nOffset =
-            pStruct ? layout.getStructLayout(const_cast<llvm::StructType*>(pStruct))->getElementOffset(n)
+            pStruct ? layout.getStructLayout(const_cast<llvm::StructType*>(pStruct))->getElementOffset(nIndex)
                     : n * layout.getTypeAllocSize(pElement->getType()).getFixedSize();
         if (!Put(*pElement, layout, nPlace + nOffset, strBytes))
         {

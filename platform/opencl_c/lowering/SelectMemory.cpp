@@ -191,7 +191,7 @@ SWord CSelector::LoadSmall(const SPlace& place, uint64_t nOffset, unsigned nByte
     const SPlace here = Advance(place, nOffset);
     if (here.bUnknown)
     {
-        return LoadEither(here, 1, [&](const SPlace& place) { return Words{LoadSmall(place, 0, nBytes, bSigned)}; })[0];
+        return LoadEither(here, 1, [&](const SPlace& one) { return Words{LoadSmall(one, 0, nBytes, bSigned)}; })[0];
     }
     if (here.bInline)
     {

@@ -27,7 +27,7 @@ unsigned CValueTypes::CountBits(llvm::Type* pType) const
     {
         return CountPointerWords(pScalar->getPointerAddressSpace()) * s_nWordBits;
     }
-    return pScalar->getPrimitiveSizeInBits().getFixedSize();
+    return static_cast<unsigned>(pScalar->getPrimitiveSizeInBits().getFixedSize());
 }
 
 unsigned CValueTypes::CountElementWords(llvm::Type* pType) const
