@@ -1,7 +1,7 @@
 #ifndef KESTREL_BENCH_BENCHKERNELS_H
 #define KESTREL_BENCH_BENCHKERNELS_H
 
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 #include <functional>
 #include <memory>

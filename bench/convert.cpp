@@ -5,7 +5,7 @@
 #include "bench/BenchReport.h"
 #include "platform/compiler/Assembler.h"
 #include "platform/compiler/Disassembler.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 #include <cstdio>
 #include <stdexcept>

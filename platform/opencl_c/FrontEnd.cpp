@@ -1,6 +1,6 @@
 #include "platform/opencl_c/driver/Guard.h"
 #include "platform/opencl_c/driver/IrCompiler.h"
-#include "platform/opencl_c/driver/Objects.h"
+#include "platform/opencl_c/driver/ObjectModules.h"
 #include "platform/opencl_c/driver/SourceInfo.h"
 #include "platform/opencl_c/dwarf/DebugSections.h"
 #include "platform/opencl_c/lowering/Lowered.h"

@@ -1,7 +1,7 @@
 #ifndef KESTREL_PLATFORM_RUNTIME_DEVICEBUILD_H
 #define KESTREL_PLATFORM_RUNTIME_DEVICEBUILD_H
 
-#include "platform/runtime/Program.h"
+#include "platform/runtime/ProgramObject.h"
 
 #include <optional>
 #include <string>

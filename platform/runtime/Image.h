@@ -3,7 +3,7 @@
 
 #include "platform/runtime/MemObject.h"
 #include "platform/runtime/Region.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform::Runtime
 {

@@ -2,7 +2,7 @@
 #define KESTREL_PLATFORM_RUNTIME_KERNEL_H
 
 #include "platform/runtime/MemObject.h"
-#include "platform/runtime/Program.h"
+#include "platform/runtime/ProgramObject.h"
 
 #include <map>
 #include <memory>

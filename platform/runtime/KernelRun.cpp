@@ -4,9 +4,9 @@
 
 #include "platform/compiler/ElfReader.h"
 #include "platform/compiler/ProgramImage.h"
-#include "platform/compiler/SourceLines.h"
+#include "platform/compiler/DebugLines.h"
 #include "platform/runtime/Counters.h"
-#include "platform/runtime/Printf.h"
+#include "platform/runtime/PrintfRecords.h"
 #include "platform/runtime/Settings.h"
 
 #include <algorithm>
@@ -36,7 +36,7 @@ std::string FindSourcePlace(const SExecutableKernel& kernel, uint32_t nInstructi
     {
         return {};
     }
-    return KestrelPlatform::CSourceLines(section).Find(vLines[nInstruction] - 1);
+    return KestrelPlatform::CDebugLines(section).Find(vLines[nInstruction] - 1);
 }
 
 /// "instruction 12", with the place in the source if it is known.

@@ -2,7 +2,7 @@
 #define KESTREL_PLATFORM_RUNTIME_SAMPLER_H
 
 #include "platform/runtime/Context.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform::Runtime
 {

@@ -2,7 +2,7 @@
 #define KESTREL_PLATFORM_RUNTIME_TRACE_H
 
 #include "KestrelPlatform.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 #include <memory>
 #include <string>

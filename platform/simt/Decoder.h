@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/il/InstructionShape.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

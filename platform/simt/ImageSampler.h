@@ -1,7 +1,7 @@
 #ifndef KESTREL_PLATFORM_SIMT_IMAGESAMPLER_H
 #define KESTREL_PLATFORM_SIMT_IMAGESAMPLER_H
 
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 #include "platform/simt/Texel.h"
 
 namespace KestrelPlatform

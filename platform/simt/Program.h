@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/simt/LaneOps.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 #include "platform/simt/Structure.h"
 
 namespace KestrelPlatform

@@ -6,7 +6,7 @@
 #include "engine/LaneFlow.h"
 #include "engine/PatchedRuns.h"
 #include "engine/StopHistory.h"
-#include "engine/StopMemory.h"
+#include "engine/MemoryAtStop.h"
 #include "instrument/InstrumentedShaderIL.h"
 
 #include <cstdint>
@@ -27,7 +27,7 @@ class CShaderDebuggerIL;
 ///
 /// What it needs for that are parts of their own, which know nothing of it: where the text can lead (CKernelCourse),
 /// where the work-items are (CLaneFlow), what a run passes over (CBlockWalk), the stops so far (CStopHistory), the runs
-/// (CPatchedRuns), and memory at a stop (CStopMemory).
+/// (CPatchedRuns), and memory at a stop (CMemoryAtStop).
 class CShaderDebuggerShaderIL : public CInstrumentedShaderIL
 {
 public:
@@ -235,7 +235,7 @@ private:
     CBlockWalk m_Walk;
     CStopHistory m_History; ///< a stop for each entry of m_ExecutedStepHistory
     CPatchedRuns m_Runs;
-    CStopMemory m_Memory;
+    CMemoryAtStop m_Memory;
 };
 
 } // namespace OVK_ShaderDebugger

@@ -4,7 +4,7 @@
 #include "TestSession.h"
 
 #include "engine/ArgumentDump.h"
-#include "engine/StopMemory.h"
+#include "engine/MemoryAtStop.h"
 #include "engine/TargetBuffers.h"
 #include "instrument/TargetScope.h"
 
@@ -73,7 +73,7 @@ public:
     CKernelCourse course;
     CTargetBuffers buffers;
     CPatchedRuns runs;
-    CStopMemory memory;
+    CMemoryAtStop memory;
 };
 
 TEST(PatchedRuns, CaptureARegisterAndTheMaskWhereverTheyAreAskedFor)

@@ -5,7 +5,7 @@
 
 #include "platform/compiler/ElfReader.h"
 #include "platform/compiler/ModuleBuilder.h"
-#include "platform/compiler/SourceLines.h"
+#include "platform/compiler/DebugLines.h"
 #include "tools/source/DebugInfo.h"
 #include "tools/source/SourcePlaces.h"
 
@@ -54,7 +54,7 @@ std::vector<std::string> ReadByPlatform(const std::vector<char>& vImage, size_t 
     std::vector<std::string> vPlaces;
     if (elf.Read(vImage.data(), vImage.size(), strFault) && elf.FindSection(s_LineSection, section))
     {
-        const CSourceLines lines{section};
+        const CDebugLines lines{section};
         for (size_t n = 0; n < nLines; ++n)
         {
             vPlaces.push_back(lines.Find(n));

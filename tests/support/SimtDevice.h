@@ -6,7 +6,7 @@
 #include "core/ShaderDebuggerDevice.h"
 #include "core/ShaderDebuggerHost.h"
 #include "platform/compiler/Assembler.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 #include <algorithm>
 #include <cstring>

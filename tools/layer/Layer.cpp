@@ -1,8 +1,8 @@
 // What the loader of OpenCL drivers calls, and the functions that the layer puts in front of those below it.
 
-#include "tools/layer/Capture.h"
 #include "tools/layer/Complaints.h"
 #include "tools/layer/Connection.h"
+#include "tools/layer/LaunchCapture.h"
 #include "tools/layer/Queries.h"
 
 #include <CL/cl_layer.h>

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/simt/BlockRecorder.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

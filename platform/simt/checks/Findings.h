@@ -6,7 +6,7 @@
 #include <tuple>
 #include <vector>
 
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 #include "platform/simt/checks/IntervalRows.h"
 #include "platform/simt/checks/RaceAccess.h"
 

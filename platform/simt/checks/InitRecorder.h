@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/simt/BlockRecorder.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 #include "platform/simt/checks/AccessSpan.h"
 #include "platform/simt/checks/RowShadow.h"
 #include "platform/simt/checks/ShadowRules.h"

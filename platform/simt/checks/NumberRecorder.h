@@ -7,7 +7,7 @@
 
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/LaneRules.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/simt/BlockRecorder.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 #include "platform/simt/Program.h"
 
 namespace KestrelPlatform

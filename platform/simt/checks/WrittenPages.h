@@ -4,7 +4,7 @@
 #include <atomic>
 #include <vector>
 
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

@@ -10,7 +10,7 @@
 
 #include "KestrelPlatform.h"
 #include "platform/compiler/Assembler.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatformTest
 {

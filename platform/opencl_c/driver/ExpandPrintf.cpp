@@ -1,4 +1,4 @@
-#include "platform/opencl_c/driver/Printf.h"
+#include "platform/opencl_c/driver/ExpandPrintf.h"
 
 #include <llvm/Analysis/ValueTracking.h>
 #include <llvm/IR/Constants.h>

@@ -1,9 +1,9 @@
-#ifndef KESTREL_PLATFORM_RUNTIME_PROGRAM_H
-#define KESTREL_PLATFORM_RUNTIME_PROGRAM_H
+#ifndef KESTREL_PLATFORM_RUNTIME_PROGRAMOBJECT_H
+#define KESTREL_PLATFORM_RUNTIME_PROGRAMOBJECT_H
 
 #include "platform/compiler/ProgramBuilder.h"
 #include "platform/runtime/Context.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 #include <memory>
 #include <mutex>

@@ -1,4 +1,4 @@
-#include "engine/StopMemory.h"
+#include "engine/MemoryAtStop.h"
 
 #include "binary/CLMetadata.h"
 #include "core/Log.h"
@@ -35,19 +35,19 @@ constexpr unsigned int RoundUpToElements(unsigned int n)
 
 } // namespace
 
-CStopMemory::CStopMemory(CInstrumentedShaderIL& kernel, const CKernelCourse& course, CPatchedRuns& runs,
+CMemoryAtStop::CMemoryAtStop(CInstrumentedShaderIL& kernel, const CKernelCourse& course, CPatchedRuns& runs,
                          CTargetBuffers& buffers)
     : m_Kernel(kernel), m_Course(course), m_Runs(runs), m_Buffers(buffers)
 {
 }
 
-bool CStopMemory::BringGlobal(const SPosition& stop)
+bool CMemoryAtStop::BringGlobal(const SPosition& stop)
 {
     return m_Runs.HasCopiesOf(stop) || Run(stop, s_nNoGroup, nullptr);
 }
 
 /// A run that doesn't touch the output buffers: the mask of the stop stays in them for the next step.
-bool CStopMemory::Run(const SPosition& stop, unsigned int nGroup, CShaderDebuggerDeviceBuffer* pLocal)
+bool CMemoryAtStop::Run(const SPosition& stop, unsigned int nGroup, CShaderDebuggerDeviceBuffer* pLocal)
 {
     if (!m_At || !(*m_At == stop))
     {
@@ -64,7 +64,7 @@ bool CStopMemory::Run(const SPosition& stop, unsigned int nGroup, CShaderDebugge
     return m_Runs.RunImage(m_vImage, pLocal, nGroup, stop, "Failed to run the kernel for memory");
 }
 
-const std::vector<unsigned char>* CStopMemory::BringLocal(const SPosition& stop, unsigned int nGroup)
+const std::vector<unsigned char>* CMemoryAtStop::BringLocal(const SPosition& stop, unsigned int nGroup)
 {
     static const std::vector<unsigned char> s_NoGroup;
     const std::vector<SLocalBlock>& vBlocks = LocalBlocks();
@@ -103,7 +103,7 @@ const std::vector<unsigned char>* CStopMemory::BringLocal(const SPosition& stop,
     return &vBytes;
 }
 
-bool CStopMemory::ReadValues(const SPosition& stop, const std::vector<Register>& vRegisters, unsigned int nPlane,
+bool CMemoryAtStop::ReadValues(const SPosition& stop, const std::vector<Register>& vRegisters, unsigned int nPlane,
                              CShaderDebuggerDeviceBuffer& values)
 {
     std::vector<char> vImage;
@@ -120,7 +120,7 @@ bool CStopMemory::ReadValues(const SPosition& stop, const std::vector<Register>&
     return bRun;
 }
 
-const SLocalBlock* CStopMemory::FindLocalBlock(bool bArgument, unsigned int nNumber)
+const SLocalBlock* CMemoryAtStop::FindLocalBlock(bool bArgument, unsigned int nNumber)
 {
     const std::vector<SLocalBlock>& vBlocks = LocalBlocks();
     const auto it = std::find_if(vBlocks.begin(), vBlocks.end(),
@@ -130,7 +130,7 @@ const SLocalBlock* CStopMemory::FindLocalBlock(bool bArgument, unsigned int nNum
 }
 
 /// All of the kernel's local memory, block after block.
-const std::vector<SLocalBlock>& CStopMemory::LocalBlocks()
+const std::vector<SLocalBlock>& CMemoryAtStop::LocalBlocks()
 {
     if (!m_LocalBlocks)
     {
@@ -149,7 +149,7 @@ const std::vector<SLocalBlock>& CStopMemory::LocalBlocks()
 }
 
 /// What the main body and the functions that it reaches declare. The largest size of a number counts.
-void CStopMemory::AddDeclaredBlocks(std::vector<SLocalBlock>& vBlocks) const
+void CMemoryAtStop::AddDeclaredBlocks(std::vector<SLocalBlock>& vBlocks) const
 {
     std::set<InstructionNumber> reached;
     m_Course.AddWithCalled(0, m_Kernel.EndOfBody(0), reached);
@@ -175,7 +175,7 @@ void CStopMemory::AddDeclaredBlocks(std::vector<SLocalBlock>& vBlocks) const
     }
 }
 
-void CStopMemory::AddArgumentBlocks(std::vector<SLocalBlock>& vBlocks) const
+void CMemoryAtStop::AddArgumentBlocks(std::vector<SLocalBlock>& vBlocks) const
 {
     CCLMetadata metadata;
     if (!metadata.FromString(m_Kernel.GetMetadata()))

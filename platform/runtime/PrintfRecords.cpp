@@ -1,4 +1,4 @@
-#include "platform/runtime/Printf.h"
+#include "platform/runtime/PrintfRecords.h"
 
 #include "platform/simt/HalfFloat.h"
 

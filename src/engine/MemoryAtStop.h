@@ -1,5 +1,5 @@
-#ifndef KESTREL_ENGINE_STOPMEMORY_H
-#define KESTREL_ENGINE_STOPMEMORY_H
+#ifndef KESTREL_ENGINE_MEMORYATSTOP_H
+#define KESTREL_ENGINE_MEMORYATSTOP_H
 
 #include "engine/KernelCourse.h"
 #include "instrument/LocalMemory.h"
@@ -19,11 +19,11 @@ class CTargetBuffers;
 /// Memory, and registers of all work-items, as they are at a stop. The run that read the stop's registers leaves global
 /// memory so in many cases, and then nothing else is done. Where it doesn't, because text after the target stands in
 /// its kernel or because there was no run, a memory kernel runs when memory is first asked for.
-class CStopMemory
+class CMemoryAtStop
 {
 public:
     /// All must outlive this object.
-    CStopMemory(CInstrumentedShaderIL& kernel, const CKernelCourse& course, CPatchedRuns& runs,
+    CMemoryAtStop(CInstrumentedShaderIL& kernel, const CKernelCourse& course, CPatchedRuns& runs,
                 CTargetBuffers& buffers);
 
     /// Makes the working copies hold global memory as it is at a stop. \return false if that isn't possible

@@ -1,4 +1,4 @@
-#include "platform/opencl_c/lowering/KernelText.h"
+#include "platform/opencl_c/lowering/KernelWrapper.h"
 
 #include "platform/opencl_c/lowering/ValueTypes.h"
 

@@ -1,6 +1,6 @@
 #include "platform/opencl_c/lowering/Allocation.h"
 #include "platform/opencl_c/lowering/Cleanup.h"
-#include "platform/opencl_c/lowering/KernelText.h"
+#include "platform/opencl_c/lowering/KernelWrapper.h"
 #include "platform/opencl_c/lowering/LeanLoops.h"
 #include "platform/opencl_c/lowering/Lowered.h"
 #include "platform/opencl_c/lowering/Selector.h"

@@ -1,4 +1,4 @@
-#include "platform/runtime/Program.h"
+#include "platform/runtime/ProgramObject.h"
 
 #include "platform/compiler/ProgramImage.h"
 #include "platform/runtime/ApiCall.h"

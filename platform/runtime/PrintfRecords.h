@@ -1,9 +1,9 @@
-#ifndef KESTREL_PLATFORM_RUNTIME_PRINTF_H
-#define KESTREL_PLATFORM_RUNTIME_PRINTF_H
+#ifndef KESTREL_PLATFORM_RUNTIME_PRINTFRECORDS_H
+#define KESTREL_PLATFORM_RUNTIME_PRINTFRECORDS_H
 
 #include "platform/compiler/ProgramBuilder.h"
 #include "platform/runtime/MemObject.h"
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 #include <memory>
 #include <string>

@@ -1,4 +1,4 @@
-#include "platform/simt/Launch.h"
+#include "platform/simt/WideLaunch.h"
 
 #include <xmmintrin.h>
 

@@ -1,5 +1,5 @@
-#ifndef KESTREL_PLATFORM_COMPILER_SOURCELINES_H
-#define KESTREL_PLATFORM_COMPILER_SOURCELINES_H
+#ifndef KESTREL_PLATFORM_COMPILER_DEBUGLINES_H
+#define KESTREL_PLATFORM_COMPILER_DEBUGLINES_H
 
 #include <cstdint>
 #include <string>
@@ -8,15 +8,15 @@
 namespace KestrelPlatform
 {
 
-/// The section that a program's CSourceLines is made of.
+/// The section that a program's CDebugLines is made of.
 const std::string_view s_LineSection = ".debug_line";
 
 /// Names the source's lines for lines of IL text, out of the section `.debug_line` of a program (DWARF 4, section 6.2).
 /// Trusts nothing of the section. Reads it when it is asked: only faults ask.
-class CSourceLines
+class CDebugLines
 {
 public:
-    explicit CSourceLines(std::string_view section) : m_strSection(section) {}
+    explicit CDebugLines(std::string_view section) : m_strSection(section) {}
 
     /// \param nLine line of the program's IL text, from 0
     /// \return "file:line", "" for a line that has none

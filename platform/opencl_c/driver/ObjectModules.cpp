@@ -1,4 +1,4 @@
-#include "platform/opencl_c/driver/Objects.h"
+#include "platform/opencl_c/driver/ObjectModules.h"
 
 #include <llvm/ADT/Triple.h>
 #include <llvm/Bitcode/BitcodeReader.h>

@@ -1,4 +1,4 @@
-#include "platform/opencl_c/driver/Builtins.h"
+#include "platform/opencl_c/driver/LinkBuiltins.h"
 
 #include "platform/opencl_c/driver/BuiltinArchive.h"
 

@@ -1,4 +1,4 @@
-#include "platform/compiler/SourceLines.h"
+#include "platform/compiler/DebugLines.h"
 
 #include <cstddef>
 #include <vector>
@@ -242,7 +242,7 @@ private:
 
 } // namespace
 
-std::string CSourceLines::Find(uint64_t nLine) const
+std::string CDebugLines::Find(uint64_t nLine) const
 {
     CReader section(m_strSection);
     while (!section.IsAtEnd())

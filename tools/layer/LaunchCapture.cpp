@@ -1,4 +1,4 @@
-#include "tools/layer/Capture.h"
+#include "tools/layer/LaunchCapture.h"
 
 #include "tools/layer/Queries.h"
 
