@@ -29,7 +29,7 @@ class CAssembler
 {
 public:
     CAssembler(std::vector<uint32_t>& vTokens, SDiagnostic& diag, CLastConversion<char, uint32_t>& last)
-        : m_vTokens(vTokens), m_diag(diag), m_Last(last)
+        : m_vTokens(vTokens), m_Diag(diag), m_Last(last)
     {
     }
 
@@ -56,7 +56,7 @@ private:
     bool Finish();
 
     std::vector<uint32_t>& m_vTokens;
-    SDiagnostic& m_diag;
+    SDiagnostic& m_Diag;
     CLastConversion<char, uint32_t>& m_Last;
     bool m_bHeader = false;
     bool m_bMacro = false; ///< in a macro in front of the opening line
@@ -143,9 +143,9 @@ bool CAssembler::Finish()
     {
         return true;
     }
-    m_diag.nLine = static_cast<uint32_t>(m_Last.Pieces().size()) + 1;
-    m_diag.nColumn = 1;
-    m_diag.strMessage = m_bMacro ? "expected 'mend', got the end of the text"
+    m_Diag.nLine = static_cast<uint32_t>(m_Last.Pieces().size()) + 1;
+    m_Diag.nColumn = 1;
+    m_Diag.strMessage = m_bMacro ? "expected 'mend', got the end of the text"
                                  : "expected the opening line 'il_cs_2_0', got the end of the text";
     return false;
 }
@@ -171,9 +171,9 @@ bool CAssembler::AssembleLine(std::string_view line)
         }
         scanner.Fail(m_bFirstOperand ? "the end of the line" : "',' or the end of the line");
     }
-    m_diag.nLine = static_cast<uint32_t>(m_Last.Pieces().size());
-    m_diag.nColumn = scanner.FaultColumn();
-    m_diag.strMessage = scanner.FaultMessage();
+    m_Diag.nLine = static_cast<uint32_t>(m_Last.Pieces().size());
+    m_Diag.nColumn = scanner.FaultColumn();
+    m_Diag.strMessage = scanner.FaultMessage();
     return false;
 }
 

@@ -48,7 +48,7 @@ bool CElfReader::Read(const char* pImage, size_t nSize, std::string& strError)
 {
     m_vSections.clear();
     m_vSymbols.clear();
-    m_symbols.clear();
+    m_Symbols.clear();
     if (!ReadSections(std::string_view(pImage, nSize), strError))
     {
         return false;
@@ -140,7 +140,7 @@ void CElfReader::ReadSymbols(const SSection& table)
         symbol.nSection = record.st_shndx;
         symbol.nValue = record.st_value;
         m_vSymbols.push_back(symbol);
-        m_symbols.emplace(symbol.name, symbol.data);
+        m_Symbols.emplace(symbol.name, symbol.data);
     }
 }
 
@@ -159,8 +159,8 @@ bool CElfReader::FindSection(std::string_view name, std::string_view& data) cons
 
 bool CElfReader::FindSymbol(std::string_view name, std::string_view& data) const
 {
-    const auto it = m_symbols.find(name);
-    if (it == m_symbols.end())
+    const auto it = m_Symbols.find(name);
+    if (it == m_Symbols.end())
     {
         return false;
     }

@@ -56,7 +56,7 @@ private:
 
     std::vector<SSection> m_vSections;
     std::vector<SSymbol> m_vSymbols;
-    std::unordered_map<std::string_view, std::string_view> m_symbols;
+    std::unordered_map<std::string_view, std::string_view> m_Symbols;
 };
 
 } // namespace KestrelPlatform

@@ -13,26 +13,26 @@ const std::string_view s_Blanks = " \t\r";
 class CLines
 {
 public:
-    explicit CLines(std::string_view text) : m_rest(text) {}
+    explicit CLines(std::string_view text) : m_Rest(text) {}
 
     bool Next(std::string_view& line)
     {
-        if (m_rest.empty())
+        if (m_Rest.empty())
         {
             return false;
         }
-        const size_t nBreak = m_rest.find('\n');
-        line = m_rest.substr(0, nBreak);
-        m_rest.remove_prefix(nBreak == std::string_view::npos ? m_rest.size() : nBreak + 1);
+        const size_t nBreak = m_Rest.find('\n');
+        line = m_Rest.substr(0, nBreak);
+        m_Rest.remove_prefix(nBreak == std::string_view::npos ? m_Rest.size() : nBreak + 1);
         ++m_nLine;
         return true;
     }
 
     unsigned int Line() const { return m_nLine; }
-    std::string_view Rest() const { return m_rest; }
+    std::string_view Rest() const { return m_Rest; }
 
 private:
-    std::string_view m_rest;
+    std::string_view m_Rest;
     unsigned int m_nLine = 0;
 };
 

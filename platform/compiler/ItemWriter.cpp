@@ -61,7 +61,7 @@ constexpr SMaskTexts s_MaskTexts;
 
 bool IsTemp(uint32_t nToken)
 {
-    return ((nToken >> 16) & 0x3F) == IL_REGTYPE_TEMP;
+    return OperandType(nToken) == IL_REGTYPE_TEMP;
 }
 
 /// The bits of an operand's token that nothing else in its text tells.
@@ -159,7 +159,7 @@ void CItemWriter::PutRaw(std::string_view name, uint32_t n)
 
 void CItemWriter::PutRegister(uint32_t nToken)
 {
-    const uint32_t nType = (nToken >> 16) & 0x3F;
+    const uint32_t nType = OperandType(nToken);
     const uint32_t nNumber = nToken & 0xFFFF;
     const std::string_view name = GetRegisterTypeName(nType);
     if (name.size() == 1)
@@ -173,7 +173,7 @@ void CItemWriter::PutRegister(uint32_t nToken)
     if (IsTemp(nToken) && (nToken & s_nOperandNegative) != 0)
     {
         Put('-');
-        PutDecimal(0x10000 - nNumber);
+        PutDecimal(s_nOperandNumbers - nNumber);
         return;
     }
     if (nNumber != 0 || !IsRegisterNumberOptional(nType))

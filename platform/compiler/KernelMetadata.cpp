@@ -90,7 +90,7 @@ std::string Unescape(std::string_view field)
 class CReader
 {
 public:
-    explicit CReader(SKernelMetadata& metadata) : m_metadata(metadata) { m_tokens.reserve(s_nUsualTokens); }
+    explicit CReader(SKernelMetadata& metadata) : m_Metadata(metadata) { m_Tokens.reserve(s_nUsualTokens); }
 
     bool Read(std::string_view text, SDiagnostic& diag);
 
@@ -135,8 +135,8 @@ private:
     }
     bool FailNumber(std::string_view token) { return Fail("expected a number, got '" + std::string(token) + "'"); }
 
-    SKernelMetadata& m_metadata;
-    Tokens m_tokens; ///< of the line that is being read
+    SKernelMetadata& m_Metadata;
+    Tokens m_Tokens; ///< of the line that is being read
     std::string m_strFault;
     std::string m_strWrapper;
     bool m_bEnded = false;
@@ -183,7 +183,7 @@ bool CReader::Read(std::string_view text, SDiagnostic& diag)
     }
     const char* pMissing = m_strWrapper.empty()       ? "no ARGSTART line"
                            : !m_bEnded                ? "no ARGEND line"
-                           : !m_metadata.bHasUniqueId ? "no uniqueid line"
+                           : !m_Metadata.bHasUniqueId ? "no uniqueid line"
                                                       : nullptr;
     if (pMissing != nullptr)
     {
@@ -201,8 +201,8 @@ bool CReader::ReadLine(std::string_view line)
     {
         return line.empty() || Fail("expected a line that starts with ';'");
     }
-    Split(line.substr(1), m_tokens);
-    const Tokens& tokens = m_tokens;
+    Split(line.substr(1), m_Tokens);
+    const Tokens& tokens = m_Tokens;
     if (m_strWrapper.empty() && tokens[0] != "ARGSTART")
     {
         return true;
@@ -236,7 +236,7 @@ bool CReader::ReadStart(const Tokens& tokens)
         return Fail("expected __OpenCL_NAME_kernel, got '" + std::string(name) + "'");
     }
     m_strWrapper = name;
-    m_metadata.strKernel = name.substr(s_WrapperPrefix.size(), name.size() - nAround);
+    m_Metadata.strKernel = name.substr(s_WrapperPrefix.size(), name.size() - nAround);
     return true;
 }
 
@@ -260,25 +260,25 @@ bool CReader::ReadVersion(const Tokens& tokens)
         return true; // the first one counts, as it does for a debugger
     }
     m_bVersion = true;
-    m_metadata.nPointerFields = nRevision < 87 ? 9 : nRevision < 100 ? 10 : 12;
+    m_Metadata.nPointerFields = nRevision < 87 ? 9 : nRevision < 100 ? 10 : 12;
     return true;
 }
 
 bool CReader::ReadDevice(const Tokens& tokens)
 {
-    m_metadata.strDevice = tokens[1];
+    m_Metadata.strDevice = tokens[1];
     return true;
 }
 
 bool CReader::ReadUniqueId(const Tokens& tokens)
 {
-    m_metadata.bHasUniqueId = true;
-    return Number(tokens[1], m_metadata.nUniqueId) || FailNumber(tokens[1]);
+    m_Metadata.bHasUniqueId = true;
+    return Number(tokens[1], m_Metadata.nUniqueId) || FailNumber(tokens[1]);
 }
 
 bool CReader::Read64Bit(const Tokens&)
 {
-    m_metadata.b64BitAddresses = true;
+    m_Metadata.b64BitAddresses = true;
     return true;
 }
 
@@ -296,11 +296,11 @@ bool CReader::ReadMemory(const Tokens& tokens)
     }
     if (space == "uavprivate" || space == "hwprivate")
     {
-        m_metadata.nPrivateBytes = std::max(m_metadata.nPrivateBytes, nBytes);
+        m_Metadata.nPrivateBytes = std::max(m_Metadata.nPrivateBytes, nBytes);
     }
     else if (space.find("local") != std::string_view::npos)
     {
-        m_metadata.nLocalBytes = std::max(m_metadata.nLocalBytes, nBytes);
+        m_Metadata.nLocalBytes = std::max(m_Metadata.nLocalBytes, nBytes);
     }
     return true;
 }
@@ -324,7 +324,7 @@ bool CReader::ReadSlot(const Tokens& tokens, size_t nFirst, SKernelArgument& arg
     if (argument.nConstantBuffer == 1)
     {
         const uint32_t nEnd = (argument.nConstantBufferOffset + argument.nSlotSize) / s_nElementBytes;
-        m_metadata.nConstantBuffer1Elements = std::max(m_metadata.nConstantBuffer1Elements, nEnd);
+        m_Metadata.nConstantBuffer1Elements = std::max(m_Metadata.nConstantBuffer1Elements, nEnd);
     }
     return true;
 }
@@ -340,7 +340,7 @@ bool CReader::ReadAccess(std::string_view token, SKernelArgument& argument)
 
 bool CReader::Add(const SKernelArgument& argument)
 {
-    m_metadata.vArguments.push_back(argument);
+    m_Metadata.vArguments.push_back(argument);
     return true;
 }
 
@@ -371,9 +371,9 @@ bool CReader::ReadValue(const Tokens& tokens)
 
 bool CReader::ReadPointer(const Tokens& tokens)
 {
-    if (tokens.size() != m_metadata.nPointerFields)
+    if (tokens.size() != m_Metadata.nPointerFields)
     {
-        return Fail("a pointer line of this revision has " + std::to_string(m_metadata.nPointerFields) +
+        return Fail("a pointer line of this revision has " + std::to_string(m_Metadata.nPointerFields) +
                     " fields, not " + std::to_string(tokens.size()));
     }
     SKernelArgument argument;
@@ -434,7 +434,7 @@ bool CReader::ReadSampler(const Tokens& tokens)
         SKernelSampler sampler;
         sampler.nSampler = nId;
         sampler.nValue = nValue;
-        m_metadata.vSamplers.push_back(sampler);
+        m_Metadata.vSamplers.push_back(sampler);
         return true;
     }
     SKernelArgument argument;
@@ -467,10 +467,10 @@ bool CReader::ReadConstants(const Tokens& tokens)
         }
         vWords[n / 4] |= nByte << (n % 4 * 8);
     }
-    m_metadata.vConstants.clear();
+    m_Metadata.vConstants.clear();
     for (size_t n = 0; n + s_nElementWords <= vWords.size(); ++n)
     {
-        m_metadata.vConstants.insert(m_metadata.vConstants.end(), vWords.begin() + static_cast<std::ptrdiff_t>(n),
+        m_Metadata.vConstants.insert(m_Metadata.vConstants.end(), vWords.begin() + static_cast<std::ptrdiff_t>(n),
                                      vWords.begin() + static_cast<std::ptrdiff_t>(n + s_nElementWords));
     }
     return true;
@@ -493,11 +493,11 @@ bool CReader::ReadCounter(const Tokens& tokens)
 bool CReader::ReadArgumentInfo(const Tokens& tokens)
 {
     uint32_t nArgument = 0;
-    if (!Number(tokens[1], nArgument) || nArgument >= m_metadata.vArguments.size())
+    if (!Number(tokens[1], nArgument) || nArgument >= m_Metadata.vArguments.size())
     {
         return Fail("arginfo of an argument that isn't there: '" + std::string(tokens[1]) + "'");
     }
-    SKernelArgument& argument = m_metadata.vArguments[nArgument];
+    SKernelArgument& argument = m_Metadata.vArguments[nArgument];
     argument.bSourceConst = tokens[4].find("const") != std::string_view::npos;
     argument.bVolatile = argument.bVolatile || tokens[4].find("volatile") != std::string_view::npos;
     argument.bRestrict = argument.bRestrict || tokens[4].find("restrict") != std::string_view::npos;
@@ -508,7 +508,7 @@ bool CReader::ReadArgumentInfo(const Tokens& tokens)
 
 bool CReader::ReadAttributes(const Tokens& tokens)
 {
-    m_metadata.strAttributes = tokens[1];
+    m_Metadata.strAttributes = tokens[1];
     return true;
 }
 
@@ -516,9 +516,9 @@ bool CReader::ReadAttributes(const Tokens& tokens)
 bool CReader::ReadFormat(const Tokens& tokens)
 {
     uint32_t nFormat = 0;
-    if (!Number(tokens[1], nFormat) || nFormat != m_metadata.vFormats.size())
+    if (!Number(tokens[1], nFormat) || nFormat != m_Metadata.vFormats.size())
     {
-        return Fail("expected the number " + std::to_string(m_metadata.vFormats.size()) + " of a format, got '" +
+        return Fail("expected the number " + std::to_string(m_Metadata.vFormats.size()) + " of a format, got '" +
                     std::string(tokens[1]) + "'");
     }
     SPrintfFormat format;
@@ -528,7 +528,7 @@ bool CReader::ReadFormat(const Tokens& tokens)
     {
         format.vStrings.push_back(Unescape(tokens[i]));
     }
-    m_metadata.vFormats.push_back(std::move(format));
+    m_Metadata.vFormats.push_back(std::move(format));
     return true;
 }
 

@@ -17,7 +17,7 @@ const uint32_t s_nAnyWord = 0xFFFFFFFFu;
 class CMnemonicReader
 {
 public:
-    CMnemonicReader(CLineScanner& scanner, SMnemonic& mnemonic) : m_scanner(scanner), m_mnemonic(mnemonic) {}
+    CMnemonicReader(CLineScanner& scanner, SMnemonic& mnemonic) : m_Scanner(scanner), m_Mnemonic(mnemonic) {}
 
     bool Read();
 
@@ -36,45 +36,45 @@ private:
     bool ReadWordSuffix(const char* pStart, std::string_view name, bool& bKnown);
     bool ReadFieldSuffix(const char* pStart, std::string_view name, bool& bKnown);
 
-    CLineScanner& m_scanner;
-    SMnemonic& m_mnemonic;
+    CLineScanner& m_Scanner;
+    SMnemonic& m_Mnemonic;
     uint32_t m_nGivenBits = 0;
 };
 
 bool CMnemonicReader::ReadBracketed(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
 {
-    if (!m_scanner.Accept('('))
+    if (!m_Scanner.Accept('('))
     {
-        return m_scanner.Fail("'(' and a number");
+        return m_Scanner.Fail("'(' and a number");
     }
-    m_scanner.SkipBlanks();
-    return m_scanner.TakeNumber(nValue, nMaximum, what) && (m_scanner.SkipBlanks(), true) &&
-           (m_scanner.Accept(')') || m_scanner.Fail("')'"));
+    m_Scanner.SkipBlanks();
+    return m_Scanner.TakeNumber(nValue, nMaximum, what) && (m_Scanner.SkipBlanks(), true) &&
+           (m_Scanner.Accept(')') || m_Scanner.Fail("')'"));
 }
 
 bool CMnemonicReader::ReadGenericOpcode()
 {
-    const char* pStart = m_scanner.Position();
-    if (!ReadBracketed(m_mnemonic.nOpcode, IL_OP_LAST - 1, "an opcode"))
+    const char* pStart = m_Scanner.Position();
+    if (!ReadBracketed(m_Mnemonic.nOpcode, IL_OP_LAST - 1, "an opcode"))
     {
         return false;
     }
-    return GetInstructionShape(m_mnemonic.nOpcode).pName != nullptr || m_scanner.FailAt(pStart, "a known opcode");
+    return GetInstructionShape(m_Mnemonic.nOpcode).pName != nullptr || m_Scanner.FailAt(pStart, "a known opcode");
 }
 
 /// The longest known name wins; what is left of the word are suffixes.
 bool CMnemonicReader::ReadOpcode()
 {
-    m_mnemonic.pStart = m_scanner.Position();
-    const std::string_view word = m_scanner.TakeWord(true);
+    m_Mnemonic.pStart = m_Scanner.Position();
+    const std::string_view word = m_Scanner.TakeWord(true);
     std::string_view name = word;
     while (!name.empty())
     {
         const int nOpcode = FindOpcode(name);
         if (nOpcode >= 0)
         {
-            m_mnemonic.nOpcode = static_cast<uint32_t>(nOpcode);
-            m_scanner.SetPosition(name.data() + name.size());
+            m_Mnemonic.nOpcode = static_cast<uint32_t>(nOpcode);
+            m_Scanner.SetPosition(name.data() + name.size());
             return true;
         }
         const size_t nCut = name.rfind('_');
@@ -84,7 +84,7 @@ bool CMnemonicReader::ReadOpcode()
     {
         return ReadGenericOpcode();
     }
-    return m_scanner.FailAt(m_mnemonic.pStart, "an instruction");
+    return m_Scanner.FailAt(m_Mnemonic.pStart, "an instruction");
 }
 
 bool CMnemonicReader::ReadLabel()
@@ -94,39 +94,39 @@ bool CMnemonicReader::ReadLabel()
     {
         return false;
     }
-    m_mnemonic.nToken |= nLabel << 16;
+    m_Mnemonic.nToken |= nLabel << 16;
     return true;
 }
 
 bool CMnemonicReader::ReadEnum(const SControlField& field, uint32_t& nValue)
 {
-    if (!m_scanner.Accept('('))
+    if (!m_Scanner.Accept('('))
     {
-        return m_scanner.Fail("'('");
+        return m_Scanner.Fail("'('");
     }
-    const char* pStart = m_scanner.Position();
-    const int nNamed = FindFieldValue(field, m_scanner.TakeWord(false));
+    const char* pStart = m_Scanner.Position();
+    const int nNamed = FindFieldValue(field, m_Scanner.TakeWord(false));
     if (nNamed >= 0)
     {
         nValue = static_cast<uint32_t>(nNamed);
     }
     else
     {
-        m_scanner.SetPosition(pStart);
+        m_Scanner.SetPosition(pStart);
         const uint32_t nMaximum = field.Mask() >> field.nShift;
-        if (!m_scanner.TakeNumber(nValue, nMaximum, field.name))
+        if (!m_Scanner.TakeNumber(nValue, nMaximum, field.name))
         {
             return false;
         }
     }
-    return m_scanner.Accept(')') || m_scanner.Fail("')'");
+    return m_Scanner.Accept(')') || m_Scanner.Fail("')'");
 }
 
 bool CMnemonicReader::ReadControlField(const char* pStart, const SControlField& field)
 {
     if ((m_nGivenBits & field.Mask()) != 0)
     {
-        return m_scanner.Refuse(pStart, std::string(field.name) + " sets bits that are given already");
+        return m_Scanner.Refuse(pStart, std::string(field.name) + " sets bits that are given already");
     }
     m_nGivenBits |= field.Mask();
     uint32_t nValue = field.nValue;
@@ -141,14 +141,14 @@ bool CMnemonicReader::ReadControlField(const char* pStart, const SControlField& 
     {
         return false;
     }
-    m_mnemonic.nToken |= nValue << field.nShift;
+    m_Mnemonic.nToken |= nValue << field.nShift;
     return true;
 }
 
 bool CMnemonicReader::ReadFieldSuffix(const char* pStart, std::string_view name, bool& bKnown)
 {
-    const bool bModifierWords = GetInstructionShape(m_mnemonic.nOpcode).bModifierWords;
-    for (const SControlField& field : GetControlFields(m_mnemonic.nOpcode))
+    const bool bModifierWords = GetInstructionShape(m_Mnemonic.nOpcode).bModifierWords;
+    for (const SControlField& field : GetControlFields(m_Mnemonic.nOpcode))
     {
         // On an opcode whose top bits bring words those bits have no other meaning.
         const bool bUsable = !bModifierWords || (field.Mask() & (s_nPrimaryBit | s_nSecondaryBit)) == 0;
@@ -168,8 +168,8 @@ bool CMnemonicReader::ReadDestinationSuffix(std::string_view name, bool& bKnown)
         if (name == s_ShiftNames[i])
         {
             bKnown = true;
-            m_mnemonic.bDestinationModifiers = true;
-            m_mnemonic.nDestinationModifiers |= (i + 1) << s_nShiftScaleShift;
+            m_Mnemonic.bDestinationModifiers = true;
+            m_Mnemonic.nDestinationModifiers |= (i + 1) << s_nShiftScaleShift;
             return true;
         }
     }
@@ -185,8 +185,8 @@ bool CMnemonicReader::ReadDestinationSuffix(std::string_view name, bool& bKnown)
         {
             return false;
         }
-        m_mnemonic.bDestinationModifiers = true;
-        m_mnemonic.nDestinationModifiers |= nValue << field.nShift;
+        m_Mnemonic.bDestinationModifiers = true;
+        m_Mnemonic.nDestinationModifiers |= nValue << field.nShift;
         return true;
     }
     return true;
@@ -194,7 +194,7 @@ bool CMnemonicReader::ReadDestinationSuffix(std::string_view name, bool& bKnown)
 
 bool CMnemonicReader::ReadInstructionModifierSuffix(std::string_view name, bool& bKnown)
 {
-    const bool bCall = m_mnemonic.nOpcode == IL_OP_MACROCALL;
+    const bool bCall = m_Mnemonic.nOpcode == IL_OP_MACROCALL;
     uint32_t nValue = 0;
     bKnown = true;
     if (bCall && (name == "out" || name == "in"))
@@ -203,12 +203,12 @@ bool CMnemonicReader::ReadInstructionModifierSuffix(std::string_view name, bool&
         {
             return false;
         }
-        m_mnemonic.nInstructionModifier |= name == "out" ? nValue << 16 : nValue;
+        m_Mnemonic.nInstructionModifier |= name == "out" ? nValue << 16 : nValue;
         return true;
     }
     if (!bCall && name == "outline")
     {
-        m_mnemonic.nInstructionModifier |= s_nOutlineMacroBit;
+        m_Mnemonic.nInstructionModifier |= s_nOutlineMacroBit;
         return true;
     }
     if (!bCall && name == "mod")
@@ -217,7 +217,7 @@ bool CMnemonicReader::ReadInstructionModifierSuffix(std::string_view name, bool&
         {
             return false;
         }
-        m_mnemonic.nInstructionModifier |= nValue;
+        m_Mnemonic.nInstructionModifier |= nValue;
         return true;
     }
     bKnown = false;
@@ -228,16 +228,16 @@ bool CMnemonicReader::SetWord(const char* pStart, bool& bPresent, uint32_t& nWor
 {
     if (bPresent)
     {
-        return m_scanner.Refuse(pStart, "the modifier word is given already");
+        return m_Scanner.Refuse(pStart, "the modifier word is given already");
     }
     bPresent = true;
-    m_mnemonic.nToken |= nBit;
+    m_Mnemonic.nToken |= nBit;
     return ReadBracketed(nWord, s_nAnyWord, "a word");
 }
 
 bool CMnemonicReader::ReadWordSuffix(const char* pStart, std::string_view name, bool& bKnown)
 {
-    const SInstructionShape& shape = GetInstructionShape(m_mnemonic.nOpcode);
+    const SInstructionShape& shape = GetInstructionShape(m_Mnemonic.nOpcode);
     bKnown = true;
     if (name == "ctl")
     {
@@ -246,27 +246,27 @@ bool CMnemonicReader::ReadWordSuffix(const char* pStart, std::string_view name, 
         {
             return false;
         }
-        m_mnemonic.nToken |= nBits << 16;
+        m_Mnemonic.nToken |= nBits << 16;
         return true;
     }
     if (shape.bModifierWords && name == "sec")
     {
-        return SetWord(pStart, m_mnemonic.bSecondary, m_mnemonic.nSecondary, s_nSecondaryBit);
+        return SetWord(pStart, m_Mnemonic.bSecondary, m_Mnemonic.nSecondary, s_nSecondaryBit);
     }
     // The primary word of dcl_cb is the count of its table.
-    if (shape.bModifierWords && name == "pri" && m_mnemonic.nOpcode != IL_DCL_CONST_BUFFER)
+    if (shape.bModifierWords && name == "pri" && m_Mnemonic.nOpcode != IL_DCL_CONST_BUFFER)
     {
-        return SetWord(pStart, m_mnemonic.bPrimary, m_mnemonic.nPrimary, s_nPrimaryBit);
+        return SetWord(pStart, m_Mnemonic.bPrimary, m_Mnemonic.nPrimary, s_nPrimaryBit);
     }
-    if (m_mnemonic.nOpcode == IL_DCL_CONST_BUFFER && name == "inline")
+    if (m_Mnemonic.nOpcode == IL_DCL_CONST_BUFFER && name == "inline")
     {
-        m_mnemonic.bInline = true;
-        m_mnemonic.nToken |= s_nPrimaryBit;
+        m_Mnemonic.bInline = true;
+        m_Mnemonic.nToken |= s_nPrimaryBit;
         return true;
     }
-    if (m_mnemonic.nOpcode == IL_OP_DCL_TYPELESS_UAV && (name == "stride" || name == "length"))
+    if (m_Mnemonic.nOpcode == IL_OP_DCL_TYPELESS_UAV && (name == "stride" || name == "length"))
     {
-        return ReadBracketed(name == "stride" ? m_mnemonic.nStride : m_mnemonic.nLength, s_nAnyWord, "a word");
+        return ReadBracketed(name == "stride" ? m_Mnemonic.nStride : m_Mnemonic.nLength, s_nAnyWord, "a word");
     }
     bKnown = false;
     return true;
@@ -274,25 +274,25 @@ bool CMnemonicReader::ReadWordSuffix(const char* pStart, std::string_view name, 
 
 bool CMnemonicReader::ReadSuffix()
 {
-    m_scanner.Accept('_');
-    const char* pStart = m_scanner.Position();
-    const std::string_view name = m_scanner.TakeWord(false);
+    m_Scanner.Accept('_');
+    const char* pStart = m_Scanner.Position();
+    const std::string_view name = m_Scanner.TakeWord(false);
     bool bKnown = false;
     bool bOk = ReadFieldSuffix(pStart, name, bKnown);
     if (bOk && !bKnown)
     {
         bOk = ReadWordSuffix(pStart, name, bKnown);
     }
-    if (bOk && !bKnown && GetInstructionShape(m_mnemonic.nOpcode).bInstructionModifier)
+    if (bOk && !bKnown && GetInstructionShape(m_Mnemonic.nOpcode).bInstructionModifier)
     {
         bOk = ReadInstructionModifierSuffix(name, bKnown);
     }
-    if (bOk && !bKnown && HasDestination(m_mnemonic.nToken, s_nAnyWord))
+    if (bOk && !bKnown && HasDestination(m_Mnemonic.nToken, s_nAnyWord))
     {
         bOk = ReadDestinationSuffix(name, bKnown);
     }
-    return bOk && (bKnown || m_scanner.FailAt(pStart, std::string("a suffix of ") +
-                                                          GetInstructionShape(m_mnemonic.nOpcode).pName));
+    return bOk && (bKnown || m_Scanner.FailAt(pStart, std::string("a suffix of ") +
+                                                          GetInstructionShape(m_Mnemonic.nOpcode).pName));
 }
 
 bool CMnemonicReader::Read()
@@ -301,20 +301,20 @@ bool CMnemonicReader::Read()
     {
         return false;
     }
-    m_mnemonic.nToken = m_mnemonic.nOpcode;
-    if (GetInstructionShape(m_mnemonic.nOpcode).bInstructionModifier && !ReadLabel())
+    m_Mnemonic.nToken = m_Mnemonic.nOpcode;
+    if (GetInstructionShape(m_Mnemonic.nOpcode).bInstructionModifier && !ReadLabel())
     {
         return false;
     }
-    while (m_scanner.Peek() == '_')
+    while (m_Scanner.Peek() == '_')
     {
         if (!ReadSuffix())
         {
             return false;
         }
     }
-    const char c = m_scanner.Peek();
-    return m_scanner.AtEnd() || c == ' ' || c == '\t' || c == ';' || m_scanner.Fail("a blank behind the instruction");
+    const char c = m_Scanner.Peek();
+    return m_Scanner.AtEnd() || c == ' ' || c == '\t' || c == ';' || m_Scanner.Fail("a blank behind the instruction");
 }
 
 } // namespace

@@ -29,7 +29,7 @@ void MapToSource(const SModule& module, SDiagnostic& diag)
 
 } // namespace
 
-bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strFault)
+bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strError)
 {
     std::set<std::string_view> names;
     std::set<uint32_t> ids;
@@ -37,12 +37,12 @@ bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strFa
     {
         if (!names.insert(kernel.metadata.strKernel).second)
         {
-            strFault = "two kernels are named " + kernel.metadata.strKernel;
+            strError = "two kernels are named " + kernel.metadata.strKernel;
             return false;
         }
         if (!ids.insert(kernel.metadata.nUniqueId).second)
         {
-            strFault = "kernel " + kernel.metadata.strKernel + " has the unique id of another kernel";
+            strError = "kernel " + kernel.metadata.strKernel + " has the unique id of another kernel";
             return false;
         }
     }
@@ -90,10 +90,10 @@ SBuildResult Refused(const std::string& strLog)
 SBuildResult BuildModule(SModule& module, const SBuildOptions& options, const SDeviceTarget& target,
                          const std::string& strLog)
 {
-    std::string strFault;
-    if (!CheckKernels(module.vKernels, strFault))
+    std::string strError;
+    if (!CheckKernels(module.vKernels, strError))
     {
-        return Refused(strLog + "error: " + strFault);
+        return Refused(strLog + "error: " + strError);
     }
     if (!SelectKernel(options.strJustKernel, module.vKernels))
     {

@@ -13,7 +13,7 @@ class CKernelLinker;
 SBuildResult Refused(const std::string& strLog);
 
 /// Whether names and unique ids tell the kernels apart; if not, why.
-bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strFault);
+bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strError);
 
 /// Keeps the wanted kernel only, all of them for an empty name. \return false if there is none of that name
 bool SelectKernel(const std::string& strJustKernel, std::vector<SModuleKernel>& vKernels);

@@ -54,26 +54,26 @@ std::vector<char> WriteObjectImage(EImageType eType, std::string_view object, bo
     return elf.Write();
 }
 
-bool ReadObjectImage(const char* pImage, size_t nSize, SObjectImage& object, std::string& strFault)
+bool ReadObjectImage(const char* pImage, size_t nSize, SObjectImage& object, std::string& strError)
 {
     CElfReader elf;
     std::string_view bytes;
     SHeader header;
-    if (!elf.Read(pImage, nSize, strFault))
+    if (!elf.Read(pImage, nSize, strError))
     {
         return false;
     }
     if (!elf.FindSection(s_pszHeader, bytes) || bytes.size() != sizeof(header) ||
         !elf.FindSection(s_pszObject, object.object))
     {
-        strFault = "the binary holds no object that can be linked";
+        strError = "the binary holds no object that can be linked";
         return false;
     }
     std::memcpy(&header, bytes.data(), sizeof(header));
     if (header.nMark != s_nMark || header.nVersion != s_nVersion || header.nBytes != object.object.size() ||
         header.nHash != Hash(object.object))
     {
-        strFault = "the object in the binary is of another version, cut short or damaged";
+        strError = "the object in the binary is of another version, cut short or damaged";
         return false;
     }
     object.eType = (header.nFlags & s_nLibraryFlag) != 0 ? EImageType::Library : EImageType::Object;

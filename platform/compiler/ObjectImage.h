@@ -24,7 +24,7 @@ std::vector<char> WriteObjectImage(EImageType eType, std::string_view object, bo
 /// Reads such an image back; the object is a view of it.
 ///
 /// \return false, with the reason, for an image of kernels, and for one that is cut short or damaged
-bool ReadObjectImage(const char* pImage, size_t nSize, SObjectImage& object, std::string& strFault);
+bool ReadObjectImage(const char* pImage, size_t nSize, SObjectImage& object, std::string& strError);
 
 } // namespace KestrelPlatform
 

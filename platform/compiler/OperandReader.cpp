@@ -78,7 +78,7 @@ int FindComponent(char c)
 class COperandReader
 {
 public:
-    explicit COperandReader(CLineScanner& scanner) : m_scanner(scanner) {}
+    explicit COperandReader(CLineScanner& scanner) : m_Scanner(scanner) {}
 
     bool Read(ERole eRole, SOperand& operand);
 
@@ -97,43 +97,43 @@ private:
     bool ReadRaw(ERole eRole, SOperand& operand);
     bool ReadBits(ERole eRole, const char* pWhere, SOperand& operand);
 
-    CLineScanner& m_scanner;
+    CLineScanner& m_Scanner;
 };
 
 bool COperandReader::ReadRegister(SOperand& operand)
 {
-    const char* pStart = m_scanner.Position();
-    const int nType = FindRegisterType(m_scanner.TakeLetters());
+    const char* pStart = m_Scanner.Position();
+    const int nType = FindRegisterType(m_Scanner.TakeLetters());
     if (nType < 0)
     {
-        return m_scanner.FailAt(pStart, "a register");
+        return m_Scanner.FailAt(pStart, "a register");
     }
     operand.nToken = static_cast<uint32_t>(nType) << 16;
-    const char cNext = m_scanner.Peek();
+    const char cNext = m_Scanner.Peek();
     if (!IsOfClass(cNext, CharDigit))
     {
         return cNext != '-' || nType != IL_REGTYPE_TEMP || ReadNegativeNumber(operand);
     }
     uint32_t nNumber = 0;
-    const bool bOk = m_scanner.TakeDigits(nNumber, 0xFFFF, "a register number");
+    const bool bOk = m_Scanner.TakeDigits(nNumber, 0xFFFF, "a register number");
     operand.nToken |= nNumber;
     return bOk;
 }
 
 bool COperandReader::ReadNegativeNumber(SOperand& operand)
 {
-    m_scanner.Accept('-');
-    const char* pNumber = m_scanner.Position();
+    m_Scanner.Accept('-');
+    const char* pNumber = m_Scanner.Position();
     uint32_t nNumber = 0;
-    if (!m_scanner.TakeDigits(nNumber, 0x10000, "a register number"))
+    if (!m_Scanner.TakeDigits(nNumber, s_nOperandNumbers, "a register number"))
     {
         return false;
     }
     if (nNumber == 0)
     {
-        return m_scanner.FailAt(pNumber, "a register number above 0");
+        return m_Scanner.FailAt(pNumber, "a register number above 0");
     }
-    operand.nToken |= s_nOperandNegative | (0x10000 - nNumber);
+    operand.nToken |= s_nOperandNegative | (s_nOperandNumbers - nNumber);
     return true;
 }
 
@@ -152,39 +152,39 @@ bool COperandReader::ReadIndexRegister(SOperand& operand)
 
 bool COperandReader::ReadIndexExpression(SOperand& operand)
 {
-    const char* pStart = m_scanner.Position();
-    const char cFirst = m_scanner.Peek();
+    const char* pStart = m_Scanner.Position();
+    const char cFirst = m_Scanner.Peek();
     if (IsOfClass(cFirst, CharDigit) || cFirst == '-')
     {
         operand.immediate.bPresent = true;
-        return m_scanner.TakeNumber(operand.immediate.nValue);
+        return m_Scanner.TakeNumber(operand.immediate.nValue);
     }
-    if (m_scanner.TakeLetters() == "rel" && m_scanner.Accept('('))
+    if (m_Scanner.TakeLetters() == "rel" && m_Scanner.Accept('('))
     {
         operand.nToken |= AddressRelative << s_nOperandRelativeShift;
         operand.relative.bPresent = true;
-        if (!m_scanner.TakeNumber(operand.relative.nValue) || !m_scanner.Expect(')'))
+        if (!m_Scanner.TakeNumber(operand.relative.nValue) || !m_Scanner.Expect(')'))
         {
             return false;
         }
     }
     else
     {
-        m_scanner.SetPosition(pStart);
+        m_Scanner.SetPosition(pStart);
         if (!ReadIndexRegister(operand))
         {
             return false;
         }
     }
-    m_scanner.SkipBlanks();
-    const bool bMinus = m_scanner.Accept('-');
-    if (!bMinus && !m_scanner.Accept('+'))
+    m_Scanner.SkipBlanks();
+    const bool bMinus = m_Scanner.Accept('-');
+    if (!bMinus && !m_Scanner.Accept('+'))
     {
         return true;
     }
-    m_scanner.SkipBlanks();
+    m_Scanner.SkipBlanks();
     uint32_t nOffset = 0;
-    if (!m_scanner.TakeNumber(nOffset))
+    if (!m_Scanner.TakeNumber(nOffset))
     {
         return false;
     }
@@ -194,43 +194,43 @@ bool COperandReader::ReadIndexExpression(SOperand& operand)
 
 bool COperandReader::ReadBrackets(SOperand& operand)
 {
-    const char* pStart = m_scanner.Position();
-    m_scanner.Accept('[');
-    m_scanner.SkipBlanks();
-    const char* pInside = m_scanner.Position();
-    if (m_scanner.TakeLetters() == "dim")
+    const char* pStart = m_Scanner.Position();
+    m_Scanner.Accept('[');
+    m_Scanner.SkipBlanks();
+    const char* pInside = m_Scanner.Position();
+    if (m_Scanner.TakeLetters() == "dim")
     {
         if (operand.dimension.bPresent || operand.relative.bPresent || operand.immediate.bPresent)
         {
-            return m_scanner.Refuse(pStart, "a dimension stands in front of the other index, and once");
+            return m_Scanner.Refuse(pStart, "a dimension stands in front of the other index, and once");
         }
-        m_scanner.SkipBlanks();
+        m_Scanner.SkipBlanks();
         operand.nToken |= s_nOperandDimension;
         operand.dimension.bPresent = true;
-        return m_scanner.TakeNumber(operand.dimension.nValue) && m_scanner.Expect(']');
+        return m_Scanner.TakeNumber(operand.dimension.nValue) && m_Scanner.Expect(']');
     }
-    m_scanner.SetPosition(pInside);
+    m_Scanner.SetPosition(pInside);
     if (operand.relative.bPresent || operand.immediate.bPresent)
     {
-        return m_scanner.Refuse(pStart, "a register has one index");
+        return m_Scanner.Refuse(pStart, "a register has one index");
     }
     if (!ReadIndexExpression(operand))
     {
         return false;
     }
-    m_scanner.SkipBlanks();
+    m_Scanner.SkipBlanks();
     if (operand.dimension.bPresent && operand.relative.bPresent)
     {
-        return m_scanner.Refuse(pStart, "a register has either a dimension or a run-time index");
+        return m_Scanner.Refuse(pStart, "a register has either a dimension or a run-time index");
     }
-    return m_scanner.Accept(']') || m_scanner.Fail("']'");
+    return m_Scanner.Accept(']') || m_Scanner.Fail("']'");
 }
 
 /// Reads a mask: letters by name, or four places with '_', '0' or '1' in them.
 bool COperandReader::ReadMask(SOperand& operand)
 {
-    const char* pStart = m_scanner.Position();
-    const std::string_view mask = m_scanner.TakeWord(true);
+    const char* pStart = m_Scanner.Position();
+    const std::string_view mask = m_Scanner.TakeWord(true);
     uint32_t nModifier = 0;
     int nLastPlace = -1;
     for (size_t i = 0; i < mask.size(); ++i)
@@ -250,7 +250,7 @@ bool COperandReader::ReadMask(SOperand& operand)
     }
     if (nLastPlace < 0 || mask.size() > 4)
     {
-        return m_scanner.FailAt(pStart, "a mask such as xy, x_z_ or x01_");
+        return m_Scanner.FailAt(pStart, "a mask such as xy, x_z_ or x01_");
     }
     operand.modifier.Set((operand.modifier.nValue & ~s_nMaskBits) | nModifier);
     return true;
@@ -259,8 +259,8 @@ bool COperandReader::ReadMask(SOperand& operand)
 /// Reads a swizzle; the last of fewer than four selectors stands for the rest.
 bool COperandReader::ReadSwizzle(SOperand& operand)
 {
-    const char* pStart = m_scanner.Position();
-    const std::string_view swizzle = m_scanner.TakeWord(false);
+    const char* pStart = m_Scanner.Position();
+    const std::string_view swizzle = m_Scanner.TakeWord(false);
     uint32_t nModifier = 0;
     bool bValid = !swizzle.empty() && swizzle.size() <= 4;
     for (size_t i = 0; bValid && i < swizzle.size(); ++i)
@@ -273,7 +273,7 @@ bool COperandReader::ReadSwizzle(SOperand& operand)
     }
     if (!bValid)
     {
-        return m_scanner.FailAt(pStart, "a swizzle of x, y, z, w, 0 and 1");
+        return m_Scanner.FailAt(pStart, "a swizzle of x, y, z, w, 0 and 1");
     }
     nModifier &= s_nSwizzleBits;
     operand.modifier.Set((operand.modifier.nValue & ~s_nSwizzleBits) | nModifier);
@@ -282,28 +282,28 @@ bool COperandReader::ReadSwizzle(SOperand& operand)
 
 bool COperandReader::ReadNegate(uint32_t& nModifier)
 {
-    if (!m_scanner.Accept('('))
+    if (!m_Scanner.Accept('('))
     {
-        return m_scanner.Fail("'(' and the negated components");
+        return m_Scanner.Fail("'(' and the negated components");
     }
-    const char* pStart = m_scanner.Position();
-    for (const char c : m_scanner.TakeLetters())
+    const char* pStart = m_Scanner.Position();
+    for (const char c : m_Scanner.TakeLetters())
     {
         const int nComponent = FindComponent(c);
         if (nComponent < 0 || nComponent > 3)
         {
-            return m_scanner.FailAt(pStart, "components of x, y, z, w");
+            return m_Scanner.FailAt(pStart, "components of x, y, z, w");
         }
         nModifier |= 8u << (4 * nComponent);
     }
-    return m_scanner.Accept(')') || m_scanner.Fail("')'");
+    return m_Scanner.Accept(')') || m_Scanner.Fail("')'");
 }
 
 bool COperandReader::ReadSourceSuffix(SOperand& operand)
 {
-    m_scanner.Accept('_');
-    const char* pStart = m_scanner.Position();
-    const std::string_view name = m_scanner.TakeWord(false);
+    m_Scanner.Accept('_');
+    const char* pStart = m_Scanner.Position();
+    const std::string_view name = m_Scanner.TakeWord(false);
     if (!operand.modifier.bPresent)
     {
         operand.modifier.Set(s_nSwizzleIdentity);
@@ -320,26 +320,26 @@ bool COperandReader::ReadSourceSuffix(SOperand& operand)
         }
         uint32_t nValue = 1;
         if (field.nWidth > 1 &&
-            (!m_scanner.Accept('(') || !m_scanner.TakeNumber(nValue, (1u << field.nWidth) - 1u, field.name) ||
-             !m_scanner.Accept(')')))
+            (!m_Scanner.Accept('(') || !m_Scanner.TakeNumber(nValue, (1u << field.nWidth) - 1u, field.name) ||
+             !m_Scanner.Accept(')')))
         {
-            return m_scanner.Fail("a number in brackets");
+            return m_Scanner.Fail("a number in brackets");
         }
         operand.modifier.nValue |= nValue << field.nShift;
         return true;
     }
-    return m_scanner.FailAt(pStart, "a source modifier");
+    return m_Scanner.FailAt(pStart, "a source modifier");
 }
 
 /// Bits that bring a word, or that other syntax sets, can't be set raw.
 bool COperandReader::ReadBits(ERole eRole, const char* pWhere, SOperand& operand)
 {
     uint32_t nBits = 0;
-    if (!m_scanner.TakeNumber(nBits))
+    if (!m_Scanner.TakeNumber(nBits))
     {
         return false;
     }
-    const bool bTemp = ((operand.nToken >> 16) & 0x3F) == IL_REGTYPE_TEMP;
+    const bool bTemp = OperandType(operand.nToken) == IL_REGTYPE_TEMP;
     const uint32_t nSign = bTemp ? 0 : s_nOperandNegative;
     uint32_t nAllowed = s_nOperandReservedBits | nSign;
     if (eRole == RoleIndex)
@@ -356,7 +356,7 @@ bool COperandReader::ReadBits(ERole eRole, const char* pWhere, SOperand& operand
     }
     if ((nBits & ~nAllowed) != 0)
     {
-        return m_scanner.Refuse(pWhere, "bits(...) sets a bit that has a spelling of its own or brings a word");
+        return m_Scanner.Refuse(pWhere, "bits(...) sets a bit that has a spelling of its own or brings a word");
     }
     operand.nToken |= nBits;
     return true;
@@ -364,24 +364,24 @@ bool COperandReader::ReadBits(ERole eRole, const char* pWhere, SOperand& operand
 
 bool COperandReader::ReadRaw(ERole eRole, SOperand& operand)
 {
-    m_scanner.Accept('{');
-    const char* pStart = m_scanner.Position();
-    const std::string_view name = m_scanner.TakeLetters();
-    bool bOk = m_scanner.Accept('(') || m_scanner.Fail("'('");
+    m_Scanner.Accept('{');
+    const char* pStart = m_Scanner.Position();
+    const std::string_view name = m_Scanner.TakeLetters();
+    bool bOk = m_Scanner.Accept('(') || m_Scanner.Fail("'('");
     if (bOk && name == "mod")
     {
         if (operand.modifier.bPresent)
         {
-            return m_scanner.Refuse(pStart, "the modifier word is given already");
+            return m_Scanner.Refuse(pStart, "the modifier word is given already");
         }
         operand.modifier.bPresent = true;
-        bOk = m_scanner.TakeNumber(operand.modifier.nValue);
+        bOk = m_Scanner.TakeNumber(operand.modifier.nValue);
     }
     else if (bOk && name == "ext" && eRole != RoleIndex)
     {
         operand.nToken |= s_nOperandExtended;
         operand.extended.bPresent = true;
-        bOk = m_scanner.TakeNumber(operand.extended.nValue);
+        bOk = m_Scanner.TakeNumber(operand.extended.nValue);
     }
     else if (bOk && name == "bits")
     {
@@ -389,41 +389,41 @@ bool COperandReader::ReadRaw(ERole eRole, SOperand& operand)
     }
     else if (bOk)
     {
-        return m_scanner.FailAt(pStart, "mod, ext or bits");
+        return m_Scanner.FailAt(pStart, "mod, ext or bits");
     }
-    return bOk && m_scanner.Expect(')') && (m_scanner.Accept('}') || m_scanner.Fail("'}'"));
+    return bOk && m_Scanner.Expect(')') && (m_Scanner.Accept('}') || m_Scanner.Fail("'}'"));
 }
 
 bool COperandReader::ReadComponents(ERole eRole, SOperand& operand)
 {
-    const char* pStart = m_scanner.Position();
+    const char* pStart = m_Scanner.Position();
     if (operand.bComponents)
     {
-        return m_scanner.Refuse(pStart, "the components are given already");
+        return m_Scanner.Refuse(pStart, "the components are given already");
     }
     operand.bComponents = true;
-    m_scanner.Accept('.');
+    m_Scanner.Accept('.');
     return eRole == RoleDestination ? ReadMask(operand) : ReadSwizzle(operand);
 }
 
 /// Reads what the next character opens. The parts in braces stand last, as their meaning depends on the others.
 bool COperandReader::ReadPart(char cPart, ERole eRole, SOperand& operand)
 {
-    const char* pStart = m_scanner.Position();
+    const char* pStart = m_Scanner.Position();
     if (operand.bRaw && cPart != '{')
     {
-        return m_scanner.Refuse(pStart, "parts in braces stand last");
+        return m_Scanner.Refuse(pStart, "parts in braces stand last");
     }
     switch (cPart)
     {
     case '[':
-        return eRole == RoleIndex ? m_scanner.Refuse(pStart, "an index register has no index of its own")
+        return eRole == RoleIndex ? m_Scanner.Refuse(pStart, "an index register has no index of its own")
                                   : ReadBrackets(operand);
     case '.':
         return ReadComponents(eRole, operand);
     case '_':
         return eRole == RoleDestination
-                   ? m_scanner.Refuse(pStart, "modifiers of a destination stand behind the mnemonic")
+                   ? m_Scanner.Refuse(pStart, "modifiers of a destination stand behind the mnemonic")
                    : ReadSourceSuffix(operand);
     default:
         operand.bRaw = true;
@@ -437,7 +437,7 @@ bool COperandReader::Read(ERole eRole, SOperand& operand)
     {
         return false;
     }
-    for (char c = m_scanner.Peek(); IsOfClass(c, CharOperandPart); c = m_scanner.Peek())
+    for (char c = m_Scanner.Peek(); IsOfClass(c, CharOperandPart); c = m_Scanner.Peek())
     {
         if (!ReadPart(c, eRole, operand))
         {

@@ -20,7 +20,7 @@ cl_ulong WithGap(cl_ulong nSize)
 cl_ulong CAddressSpace::Allocate(cl_ulong nSize)
 {
     const cl_ulong nNeeded = WithGap(nSize);
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     for (auto it = m_mapFree.begin(); it != m_mapFree.end(); ++it)
     {
         const auto [nBegin, nEnd] = *it;
@@ -41,7 +41,7 @@ cl_ulong CAddressSpace::Allocate(cl_ulong nSize)
 
 void CAddressSpace::Free(cl_ulong nAddress)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     const auto itUsed = m_mapUsed.find(nAddress);
     cl_ulong nEnd = itUsed->second;
     m_mapUsed.erase(itUsed);
@@ -64,12 +64,14 @@ void CAddressSpace::Free(cl_ulong nAddress)
 
 CAddressSpace& CAddressSpace::Low()
 {
+    // What 32 bits can name, but for 64 KiB at each end: a null pointer with an offset reaches nothing.
     static auto& s_space = *new CAddressSpace(0x10000, 0xFFFF0000);
     return s_space;
 }
 
 CAddressSpace& CAddressSpace::High()
 {
+    // From 4 GiB to 1 TiB: nothing that 32 bits can name.
     static auto& s_space = *new CAddressSpace(0x100000000, 0x10000000000);
     return s_space;
 }

@@ -27,7 +27,7 @@ public:
     static CAddressSpace& High();
 
 private:
-    std::mutex m_mutex;
+    std::mutex m_Mutex;
     std::map<cl_ulong, cl_ulong> m_mapFree; ///< begin to end
     std::map<cl_ulong, cl_ulong> m_mapUsed;
 };
@@ -36,14 +36,14 @@ private:
 class CAddressRange
 {
 public:
-    CAddressRange(CAddressSpace& space, cl_ulong nSize) : m_space(space), m_nAddress(space.Allocate(nSize)) {}
+    CAddressRange(CAddressSpace& space, cl_ulong nSize) : m_Space(space), m_nAddress(space.Allocate(nSize)) {}
     CAddressRange(const CAddressRange&) = delete;
     CAddressRange& operator=(const CAddressRange&) = delete;
     ~CAddressRange()
     {
         if (m_nAddress != 0)
         {
-            m_space.Free(m_nAddress);
+            m_Space.Free(m_nAddress);
         }
     }
 
@@ -51,7 +51,7 @@ public:
     cl_ulong GetAddress() const { return m_nAddress; }
 
 private:
-    CAddressSpace& m_space;
+    CAddressSpace& m_Space;
     const cl_ulong m_nAddress;
 };
 

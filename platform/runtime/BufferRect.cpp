@@ -12,7 +12,7 @@ namespace
 /// One side of a rectangular transfer, with its pitches made good.
 struct SRect
 {
-    SPitches m_pitches;
+    SPitches m_Pitches;
     size_t m_nFirst; ///< offset of the first byte
     size_t m_nEnd;   ///< offset behind the last byte
 };
@@ -48,7 +48,7 @@ cl_int MakeRect(const size_t* pOrigin, const size_t* pRegion, size_t nRowPitch, 
                        MultiplyAdd(pRegion[1] - 1, nRowPitch, rect.m_nFirst, nLastRow) &&
                        MultiplyAdd(pRegion[2] - 1, nSlicePitch, nLastRow, nLast) &&
                        MultiplyAdd(1, pRegion[0], nLast, rect.m_nEnd);
-    rect.m_pitches = {nRowPitch, nSlicePitch};
+    rect.m_Pitches = {nRowPitch, nSlicePitch};
     return bFits ? CL_SUCCESS : CL_INVALID_VALUE;
 }
 
@@ -118,8 +118,8 @@ cl_int ReadRect(CEnqueue& enqueue, const SHostTransfer& transfer, void* pHost)
     return enqueue.Submit(CL_COMMAND_READ_BUFFER_RECT, transfer.m_bBlocking,
                           [=]
                           {
-                              CopyBox(static_cast<unsigned char*>(pHost) + hostRect.m_nFirst, hostRect.m_pitches,
-                                      pMem->GetData() + bufferRect.m_nFirst, bufferRect.m_pitches, box);
+                              CopyBox(static_cast<unsigned char*>(pHost) + hostRect.m_nFirst, hostRect.m_Pitches,
+                                      pMem->GetData() + bufferRect.m_nFirst, bufferRect.m_Pitches, box);
                               Count(PLATFORM_COUNTER_BYTES_READ, box.GetBytes());
                               return CL_SUCCESS;
                           });
@@ -141,8 +141,8 @@ cl_int WriteRect(CEnqueue& enqueue, const SHostTransfer& transfer, const void* p
     return enqueue.Submit(CL_COMMAND_WRITE_BUFFER_RECT, transfer.m_bBlocking,
                           [=]
                           {
-                              CopyBox(pMem->GetData() + bufferRect.m_nFirst, bufferRect.m_pitches,
-                                      static_cast<const unsigned char*>(pHost) + hostRect.m_nFirst, hostRect.m_pitches,
+                              CopyBox(pMem->GetData() + bufferRect.m_nFirst, bufferRect.m_Pitches,
+                                      static_cast<const unsigned char*>(pHost) + hostRect.m_nFirst, hostRect.m_Pitches,
                                       box);
                               // The gaps between its rows count as written, too: nothing is told that isn't sure.
                               pMem->MarkWritten(bufferRect.m_nFirst, bufferRect.m_nEnd - bufferRect.m_nFirst);
@@ -177,8 +177,8 @@ struct SCopy
     const size_t* m_pSourceOrigin;
     const size_t* m_pTargetOrigin;
     const size_t* m_pRegion;
-    SPitches m_source;
-    SPitches m_target;
+    SPitches m_Source;
+    SPitches m_Target;
 };
 
 cl_int CopyRect(CEnqueue& enqueue, const SCopy& copy)
@@ -196,15 +196,15 @@ cl_int CopyRect(CEnqueue& enqueue, const SCopy& copy)
     }
     SRect source{}, target{};
     if (!IsRegion(copy.m_pRegion) ||
-        MakeRect(copy.m_pSourceOrigin, copy.m_pRegion, copy.m_source.m_nRow, copy.m_source.m_nSlice, source) ||
-        MakeRect(copy.m_pTargetOrigin, copy.m_pRegion, copy.m_target.m_nRow, copy.m_target.m_nSlice, target) ||
+        MakeRect(copy.m_pSourceOrigin, copy.m_pRegion, copy.m_Source.m_nRow, copy.m_Source.m_nSlice, source) ||
+        MakeRect(copy.m_pTargetOrigin, copy.m_pRegion, copy.m_Target.m_nRow, copy.m_Target.m_nSlice, target) ||
         !Inside(*pSource, source) || !Inside(*pTarget, target))
     {
         return CL_INVALID_VALUE;
     }
 
     const bool bSamePitches =
-        source.m_pitches.m_nRow == target.m_pitches.m_nRow && source.m_pitches.m_nSlice == target.m_pitches.m_nSlice;
+        source.m_Pitches.m_nRow == target.m_Pitches.m_nRow && source.m_Pitches.m_nSlice == target.m_Pitches.m_nSlice;
     if (pSource == pTarget && !bSamePitches)
     {
         return CL_INVALID_VALUE;
@@ -212,7 +212,7 @@ cl_int CopyRect(CEnqueue& enqueue, const SCopy& copy)
     const size_t nSource = pSource->GetOffset() + source.m_nFirst;
     const size_t nTarget = pTarget->GetOffset() + target.m_nFirst;
     const bool bMeet =
-        bSamePitches ? BoxesMeet(source.m_pitches, nSource, nTarget, copy.m_pRegion)
+        bSamePitches ? BoxesMeet(source.m_Pitches, nSource, nTarget, copy.m_pRegion)
                      : RangesMeet(nSource, source.m_nEnd - source.m_nFirst, nTarget, target.m_nEnd - target.m_nFirst);
     if (pSource->GetStorage() == pTarget->GetStorage() && bMeet)
     {
@@ -223,8 +223,8 @@ cl_int CopyRect(CEnqueue& enqueue, const SCopy& copy)
     return enqueue.Submit(CL_COMMAND_COPY_BUFFER_RECT, false,
                           [=]
                           {
-                              CopyBox(pTargetMem->GetData() + target.m_nFirst, target.m_pitches,
-                                      pSourceMem->GetData() + source.m_nFirst, source.m_pitches, box);
+                              CopyBox(pTargetMem->GetData() + target.m_nFirst, target.m_Pitches,
+                                      pSourceMem->GetData() + source.m_nFirst, source.m_Pitches, box);
                               pTargetMem->MarkWritten(target.m_nFirst, target.m_nEnd - target.m_nFirst);
                               Count(PLATFORM_COUNTER_BYTES_COPIED, box.GetBytes());
                               return CL_SUCCESS;

@@ -15,15 +15,15 @@ namespace
 
 struct SPosted
 {
-    std::function<void()> m_callback;
-    CActivity m_activity;
+    std::function<void()> m_Callback;
+    CActivity m_Activity;
 };
 
 struct SState
 {
-    std::mutex m_mutex;
-    std::condition_variable m_wake;
-    std::deque<SPosted> m_posted;
+    std::mutex m_Mutex;
+    std::condition_variable m_Wake;
+    std::deque<SPosted> m_Posted;
     unsigned int m_nServing = 0; ///< number of the thread that serves; 0 for none
     unsigned int m_nStarted = 0;
 };
@@ -39,24 +39,24 @@ thread_local unsigned int t_nCallbackThread = 0;
 void Run(SPosted posted)
 {
     const CActivity::CRunning running;
-    posted.m_callback();
-    posted.m_callback = nullptr;
+    posted.m_Callback();
+    posted.m_Callback = nullptr;
 }
 
 void Serve(unsigned int nThread)
 {
     t_nCallbackThread = nThread;
     SState& state = State();
-    std::unique_lock<std::mutex> lock(state.m_mutex);
+    std::unique_lock<std::mutex> lock(state.m_Mutex);
     while (state.m_nServing == nThread)
     {
-        if (state.m_posted.empty())
+        if (state.m_Posted.empty())
         {
-            state.m_wake.wait(lock);
+            state.m_Wake.wait(lock);
             continue;
         }
-        SPosted posted = std::move(state.m_posted.front());
-        state.m_posted.pop_front();
+        SPosted posted = std::move(state.m_Posted.front());
+        state.m_Posted.pop_front();
         lock.unlock();
         Run(std::move(posted));
         lock.lock();
@@ -81,10 +81,10 @@ void EnsureServed(SState& state)
 void CCallbackThread::Post(std::function<void()> callback)
 {
     SState& state = State();
-    std::lock_guard<std::mutex> lock(state.m_mutex);
+    std::lock_guard<std::mutex> lock(state.m_Mutex);
     EnsureServed(state);
-    state.m_posted.push_back({std::move(callback), CActivity()});
-    state.m_wake.notify_all();
+    state.m_Posted.push_back({std::move(callback), CActivity()});
+    state.m_Wake.notify_all();
 }
 
 void CCallbackThread::BeforeWait()
@@ -94,13 +94,13 @@ void CCallbackThread::BeforeWait()
         return;
     }
     SState& state = State();
-    std::lock_guard<std::mutex> lock(state.m_mutex);
+    std::lock_guard<std::mutex> lock(state.m_Mutex);
     if (state.m_nServing != t_nCallbackThread)
     {
         return;
     }
     state.m_nServing = 0;
-    if (!state.m_posted.empty())
+    if (!state.m_Posted.empty())
     {
         EnsureServed(state);
     }

@@ -108,7 +108,7 @@ cl_int CCommandQueue::GetInfo(cl_command_queue_info eInfo, const SInfoQuery& que
 
 void CCommandQueue::Expect()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     if (!m_bThread)
     {
         StartThread();
@@ -132,7 +132,7 @@ void CCommandQueue::StartThread()
 
 void CCommandQueue::Push(std::unique_ptr<SCommand> pCommand, bool bWaits) noexcept
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_Mutex);
     SCommand* pNew = pCommand.get();
     if (m_pLast)
     {
@@ -151,13 +151,13 @@ void CCommandQueue::Push(std::unique_ptr<SCommand> pCommand, bool bWaits) noexce
     }
     else if (!bWaits || !CanRunOnAnyThread())
     {
-        m_wake.notify_one();
+        m_Wake.notify_one();
     }
 }
 
 void CCommandQueue::Flush()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     for (SCommand* pCommand = m_pFirst.get(); pCommand; pCommand = pCommand->m_pNext.get())
     {
         pCommand->m_pEvent->SetStatus(CL_SUBMITTED);
@@ -170,7 +170,7 @@ cl_int CCommandQueue::Finish()
     {
         return CL_INVALID_OPERATION;
     }
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_Mutex);
     const cl_ulong nLast = m_nHandedOver;
     if (m_nEnded < nLast)
     {
@@ -184,7 +184,7 @@ cl_int CCommandQueue::Finish()
         }
         else if (!HelpRunning(lock) && m_nEnded < nLast)
         {
-            m_ended.wait(lock);
+            m_Ended.wait(lock);
         }
     }
     return std::exchange(m_bCommandFailed, false) ? CL_OUT_OF_RESOURCES : CL_SUCCESS;
@@ -192,7 +192,7 @@ cl_int CCommandQueue::Finish()
 
 void CCommandQueue::RunUntilEnded(const CEvent& event)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_Mutex);
     while (event.GetStatus() > CL_COMPLETE)
     {
         CCallbackThread::BeforeWait();
@@ -238,13 +238,13 @@ bool CCommandQueue::IsOwnThread() const
 
 void CCommandQueue::OnLastClientRelease()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     m_bClosing = true;
     if (m_bThread)
     {
-        m_closing.emplace();
+        m_Closing.emplace();
     }
-    m_wake.notify_one();
+    m_Wake.notify_one();
 }
 
 /// With the lock held: the next command, which must be there.
@@ -269,13 +269,13 @@ void CCommandQueue::RunFirst(std::unique_lock<std::mutex>& lock)
     pCommand->m_pEvent->SetStatus(CL_SUBMITTED);
     const cl_int nWaited = WaitForAll(pCommand->m_vWaitList);
     const cl_int nResult = nWaited != CL_SUCCESS ? nWaited : Execute(*pCommand);
-    if (nResult < 0 && pCommand->m_undo)
+    if (nResult < 0 && pCommand->m_Undo)
     {
-        pCommand->m_undo();
+        pCommand->m_Undo();
     }
     // Whoever the end of the event wakes finds everything released that the command held.
-    pCommand->m_run = nullptr;
-    pCommand->m_undo = nullptr;
+    pCommand->m_Run = nullptr;
+    pCommand->m_Undo = nullptr;
     pCommand->m_vWaitList.clear();
     CActivity ending;
     pCommand->m_pEvent->SetStatus(std::min(nResult, CL_COMPLETE));
@@ -284,21 +284,21 @@ void CCommandQueue::RunFirst(std::unique_lock<std::mutex>& lock)
     m_bRunning = false;
     m_bCommandFailed |= nWaited == CL_SUCCESS && nResult < 0;
     ++m_nEnded;
-    m_ended.notify_all();
+    m_Ended.notify_all();
     if (m_bClosing && !m_pFirst && m_nExpected == 0)
     {
-        m_closing = std::move(ending);
+        m_Closing = std::move(ending);
     }
     // The queue's thread takes over what is left.
     if (m_pFirst || m_bClosing)
     {
-        m_wake.notify_one();
+        m_Wake.notify_one();
     }
 }
 
 std::optional<CActivity> CCommandQueue::Work()
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_Mutex);
     for (;;)
     {
         const auto isDue = [this] { return !m_bRunning && (m_pFirst || (m_bClosing && m_nExpected == 0)); };
@@ -306,7 +306,7 @@ std::optional<CActivity> CCommandQueue::Work()
         {
             if (!HelpRunning(lock) && !isDue())
             {
-                m_wake.wait(lock);
+                m_Wake.wait(lock);
             }
         }
         if (!m_pFirst)
@@ -316,7 +316,7 @@ std::optional<CActivity> CCommandQueue::Work()
         RunFirst(lock);
     }
     m_bThread = false;
-    return std::exchange(m_closing, std::nullopt);
+    return std::exchange(m_Closing, std::nullopt);
 }
 
 cl_int CCommandQueue::Execute(SCommand& command)
@@ -333,7 +333,7 @@ cl_int CCommandQueue::Execute(SCommand& command)
     }
     try
     {
-        return command.m_run();
+        return command.m_Run();
     }
     catch (const std::bad_alloc&)
     {

@@ -21,8 +21,8 @@ struct SCommand
 {
     CRef<CEvent> m_pEvent;
     std::vector<CRef<CEvent>> m_vWaitList;
-    std::function<cl_int()> m_run; ///< does the work; CL_SUCCESS or the code that the event ends with
-    std::function<void()> m_undo;  ///< if given, called before the event ends with an error
+    std::function<cl_int()> m_Run; ///< does the work; CL_SUCCESS or the code that the event ends with
+    std::function<void()> m_Undo;  ///< if given, called before the event ends with an error
     bool m_bInstant = false;       ///< takes no longer than to wake another thread, and waits for nothing
     std::unique_ptr<SCommand> m_pNext;
 
@@ -85,9 +85,9 @@ private:
     const CRef<CDevice> m_pDevice;
     const cl_command_queue_properties m_nProperties;
 
-    std::mutex m_mutex;
-    std::condition_variable m_wake;  ///< for the queue's thread
-    std::condition_variable m_ended; ///< for those that wait in Finish
+    std::mutex m_Mutex;
+    std::condition_variable m_Wake;  ///< for the queue's thread
+    std::condition_variable m_Ended; ///< for those that wait in Finish
     std::unique_ptr<SCommand> m_pFirst;
     SCommand* m_pLast = nullptr;
     cl_ulong m_nHandedOver = 0;
@@ -99,7 +99,7 @@ private:
     /// thread's end, so that the thread can't end before that is there.
     bool m_bClosing = false;
     bool m_bCommandFailed = false;
-    std::optional<CActivity> m_closing; ///< from the client's last release to the thread's end
+    std::optional<CActivity> m_Closing; ///< from the client's last release to the thread's end
 };
 
 } // namespace KestrelPlatform::Runtime

@@ -13,9 +13,9 @@ namespace
 
 struct SCounters
 {
-    std::array<std::atomic<cl_ulong>, PLATFORM_COUNTER_LAST> m_values{};
-    std::mutex m_mutex;
-    std::condition_variable m_quiet;
+    std::array<std::atomic<cl_ulong>, PLATFORM_COUNTER_LAST> m_Values{};
+    std::mutex m_Mutex;
+    std::condition_variable m_Quiet;
     unsigned int m_nActivities = 0;
 };
 
@@ -48,7 +48,7 @@ void CountObject(EObjectKind eKind, int nChange)
 
 void Count(EPlatformCounter eCounter, cl_ulong nChange)
 {
-    Counters().m_values[eCounter].fetch_add(nChange);
+    Counters().m_Values[eCounter].fetch_add(nChange);
 }
 
 cl_ulong GetCounterValue(EPlatformCounter eCounter)
@@ -61,21 +61,21 @@ cl_ulong GetCounterValue(EPlatformCounter eCounter)
     {
         CActivity::WaitUntilQuiet();
     }
-    return Counters().m_values[eCounter].load();
+    return Counters().m_Values[eCounter].load();
 }
 
 void ClearRunningCounters()
 {
     for (int i = 0; i < PLATFORM_COUNTER_CONTEXTS; ++i)
     {
-        Counters().m_values[i].store(0);
+        Counters().m_Values[i].store(0);
     }
 }
 
 CActivity::CActivity()
 {
     SCounters& counters = Counters();
-    std::lock_guard<std::mutex> lock(counters.m_mutex);
+    std::lock_guard<std::mutex> lock(counters.m_Mutex);
     ++counters.m_nActivities;
 }
 
@@ -94,16 +94,16 @@ CActivity::~CActivity()
         return;
     }
     SCounters& counters = Counters();
-    std::lock_guard<std::mutex> lock(counters.m_mutex);
+    std::lock_guard<std::mutex> lock(counters.m_Mutex);
     --counters.m_nActivities;
-    counters.m_quiet.notify_all();
+    counters.m_Quiet.notify_all();
 }
 
 void CActivity::WaitUntilQuiet()
 {
     SCounters& counters = Counters();
-    std::unique_lock<std::mutex> lock(counters.m_mutex);
-    counters.m_quiet.wait_for(lock, std::chrono::seconds(2),
+    std::unique_lock<std::mutex> lock(counters.m_Mutex);
+    counters.m_Quiet.wait_for(lock, std::chrono::seconds(2),
                               [&counters] { return counters.m_nActivities <= t_nOwnActivities; });
 }
 

@@ -21,9 +21,9 @@ bool IsDeviceType(cl_device_type nType)
 SDeviceTarget CDevice::GetTarget() const
 {
     SDeviceTarget target;
-    target.strName = m_traits.m_pszName;
-    target.b64BitAddresses = m_traits.m_b64BitAddresses;
-    target.bRawUavOnly = m_traits.m_bRawUavOnly;
+    target.strName = m_Traits.m_pszName;
+    target.b64BitAddresses = m_Traits.m_b64BitAddresses;
+    target.bRawUavOnly = m_Traits.m_bRawUavOnly;
     target.nMaxGroupSize = s_nMaxWorkGroupSize;
     target.nLocalMemoryBytes = s_nLocalMemorySize;
     return target;

@@ -43,15 +43,15 @@ public:
     using Handle = cl_device_id;
     static constexpr EObjectKind s_eKind = EObjectKind::Device;
 
-    explicit CDevice(const SDeviceTraits& traits) : CObject(s_eKind), m_traits(traits) {}
+    explicit CDevice(const SDeviceTraits& traits) : CObject(s_eKind), m_Traits(traits) {}
 
-    const SDeviceTraits& GetTraits() const { return m_traits; }
+    const SDeviceTraits& GetTraits() const { return m_Traits; }
     /// The device as the compiler sees it.
     SDeviceTarget GetTarget() const;
     cl_int GetInfo(cl_device_info eInfo, const SInfoQuery& query) const;
 
 private:
-    const SDeviceTraits& m_traits;
+    const SDeviceTraits& m_Traits;
 };
 
 /// Reads a list of devices that a client passed: each must be a device, and at least one there.

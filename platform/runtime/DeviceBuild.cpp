@@ -49,7 +49,7 @@ bool DecodeKernels(SBuildResult& build, ExecutableKernels& vKernels, std::string
                       " bytes of local memory, and the device has " + std::to_string(s_nLocalMemorySize) + "\n";
             return false;
         }
-        pKernel->m_compiled = std::move(compiled);
+        pKernel->m_Compiled = std::move(compiled);
         pKernel->m_pImage = build.pImage;
         vKernels.push_back(std::move(pKernel));
     }

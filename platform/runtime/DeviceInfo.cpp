@@ -114,19 +114,19 @@ cl_int CDevice::GetInfo(cl_device_info eInfo, const SInfoQuery& query) const
     switch (eInfo)
     {
     case CL_DEVICE_TYPE:
-        return query.Value(m_traits.m_nType);
+        return query.Value(m_Traits.m_nType);
     case CL_DEVICE_VENDOR_ID:
-        return query.Value(m_traits.m_nVendorId);
+        return query.Value(m_Traits.m_nVendorId);
     case CL_DEVICE_MAX_COMPUTE_UNITS:
         return query.Value<cl_uint>(std::max(1u, std::thread::hardware_concurrency()));
     case CL_DEVICE_MAX_WORK_ITEM_SIZES:
         return query.Array(std::vector<size_t>(s_nMaxWorkDimensions, s_nMaxWorkGroupSize));
     case CL_DEVICE_ADDRESS_BITS:
-        return query.Value<cl_uint>(m_traits.m_b64BitAddresses ? 64 : 32);
+        return query.Value<cl_uint>(m_Traits.m_b64BitAddresses ? 64 : 32);
     case CL_DEVICE_MAX_MEM_ALLOC_SIZE:
-        return query.Value(m_traits.m_nMaxAllocation);
+        return query.Value(m_Traits.m_nMaxAllocation);
     case CL_DEVICE_GLOBAL_MEM_SIZE:
-        return query.Value(m_traits.m_nGlobalMemory);
+        return query.Value(m_Traits.m_nGlobalMemory);
     case CL_DEVICE_GLOBAL_MEM_CACHE_SIZE:
         return query.Value<cl_ulong>(1024 * 1024);
     case CL_DEVICE_LOCAL_MEM_SIZE:
@@ -139,7 +139,7 @@ cl_int CDevice::GetInfo(cl_device_info eInfo, const SInfoQuery& query) const
         return query.Value(s_nDoubleConfig);
     case CL_DEVICE_EXECUTION_CAPABILITIES:
         return query.Value<cl_device_exec_capabilities>(CL_EXEC_KERNEL |
-                                                        (m_traits.m_bNativeKernels ? CL_EXEC_NATIVE_KERNEL : 0));
+                                                        (m_Traits.m_bNativeKernels ? CL_EXEC_NATIVE_KERNEL : 0));
     case CL_DEVICE_QUEUE_PROPERTIES:
         return query.Value<cl_command_queue_properties>(CL_QUEUE_OUT_OF_ORDER_EXEC_MODE_ENABLE |
                                                         CL_QUEUE_PROFILING_ENABLE);
@@ -155,7 +155,7 @@ cl_int CDevice::GetInfo(cl_device_info eInfo, const SInfoQuery& query) const
     case CL_DEVICE_BUILT_IN_KERNELS:
         return query.String("");
     case CL_DEVICE_NAME:
-        return query.String(m_traits.m_pszName);
+        return query.String(m_Traits.m_pszName);
     case CL_DEVICE_VENDOR:
         return query.String("Oberon Vector Kinetics, Inc.");
     case CL_DRIVER_VERSION:

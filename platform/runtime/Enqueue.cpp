@@ -10,20 +10,20 @@ namespace
 class CUndo
 {
 public:
-    explicit CUndo(std::function<void()> undo) : m_undo(std::move(undo)) {}
+    explicit CUndo(std::function<void()> undo) : m_Undo(std::move(undo)) {}
     CUndo(const CUndo&) = delete;
     CUndo& operator=(const CUndo&) = delete;
     ~CUndo()
     {
-        if (m_undo)
+        if (m_Undo)
         {
-            m_undo();
+            m_Undo();
         }
     }
-    std::function<void()> Take() { return std::exchange(m_undo, nullptr); }
+    std::function<void()> Take() { return std::exchange(m_Undo, nullptr); }
 
 private:
-    std::function<void()> m_undo;
+    std::function<void()> m_Undo;
 };
 
 /// What a command of a type does is nothing, or next to nothing: host and devices share their memory.
@@ -55,7 +55,7 @@ CEnqueue::~CEnqueue()
 
 cl_int CEnqueue::Open()
 {
-    m_pQueue = Lookup<CCommandQueue>(m_arguments.m_hQueue);
+    m_pQueue = Lookup<CCommandQueue>(m_Arguments.m_hQueue);
     return m_pQueue ? CL_SUCCESS : CL_INVALID_COMMAND_QUEUE;
 }
 
@@ -63,7 +63,7 @@ cl_int CEnqueue::MakeCommand(cl_command_type eType, bool bBlocking, std::unique_
 {
     pCommand = std::make_unique<SCommand>();
     if (const cl_int nError =
-            ReadWaitList(GetContext(), m_arguments.m_nWaits, m_arguments.m_phWaits, pCommand->m_vWaitList))
+            ReadWaitList(GetContext(), m_Arguments.m_nWaits, m_Arguments.m_phWaits, pCommand->m_vWaitList))
     {
         return nError;
     }
@@ -84,16 +84,16 @@ cl_int CEnqueue::Submit(cl_command_type eType, bool bBlocking, std::function<cl_
     {
         return nError;
     }
-    pCommand->m_run = std::move(run);
-    pCommand->m_undo = undoing.Take();
+    pCommand->m_Run = std::move(run);
+    pCommand->m_Undo = undoing.Take();
     pCommand->m_bInstant = IsInstant(eType) && pCommand->m_vWaitList.empty();
     if (bBlocking)
     {
         return SubmitBlocking(std::move(pCommand));
     }
-    if (m_arguments.m_phEvent)
+    if (m_Arguments.m_phEvent)
     {
-        *m_arguments.m_phEvent = GiveToClient(pCommand->m_pEvent);
+        *m_Arguments.m_phEvent = GiveToClient(pCommand->m_pEvent);
     }
     m_pCommand = std::move(pCommand);
     return CL_SUCCESS;
@@ -108,9 +108,9 @@ cl_int CEnqueue::SubmitBlocking(std::unique_ptr<SCommand> pCommand)
     {
         return nStatus;
     }
-    if (m_arguments.m_phEvent)
+    if (m_Arguments.m_phEvent)
     {
-        *m_arguments.m_phEvent = GiveToClient(pEvent);
+        *m_Arguments.m_phEvent = GiveToClient(pEvent);
     }
     return CL_SUCCESS;
 }

@@ -26,7 +26,7 @@ struct SEnqueueArguments
 class CEnqueue
 {
 public:
-    explicit CEnqueue(const SEnqueueArguments& arguments) : m_arguments(arguments) {}
+    explicit CEnqueue(const SEnqueueArguments& arguments) : m_Arguments(arguments) {}
     CEnqueue(const CEnqueue&) = delete;
     CEnqueue& operator=(const CEnqueue&) = delete;
     ~CEnqueue();
@@ -46,7 +46,7 @@ private:
     cl_int MakeCommand(cl_command_type eType, bool bBlocking, std::unique_ptr<SCommand>& pCommand);
     cl_int SubmitBlocking(std::unique_ptr<SCommand> pCommand);
 
-    const SEnqueueArguments m_arguments;
+    const SEnqueueArguments m_Arguments;
     CRef<CCommandQueue> m_pQueue;
     std::unique_ptr<SCommand> m_pCommand;
 };

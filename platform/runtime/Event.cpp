@@ -29,13 +29,13 @@ CEvent::CEvent(CRef<CContext> pContext, CRef<CCommandQueue> pQueue, cl_command_t
 
 cl_int CEvent::GetStatus() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     return m_nStatus;
 }
 
 bool CEvent::SetStatus(cl_int nStatus)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     if (m_nStatus <= CL_COMPLETE || nStatus >= m_nStatus)
     {
         return false;
@@ -63,19 +63,19 @@ bool CEvent::SetStatus(cl_int nStatus)
 
     if (nStatus <= CL_COMPLETE)
     {
-        m_ended.notify_all();
+        m_Ended.notify_all();
     }
     return true;
 }
 
 cl_int CEvent::Wait()
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    std::unique_lock<std::mutex> lock(m_Mutex);
     if (m_nStatus > CL_COMPLETE)
     {
         CCallbackThread::BeforeWait();
     }
-    m_ended.wait(lock, [this] { return m_nStatus <= CL_COMPLETE; });
+    m_Ended.wait(lock, [this] { return m_nStatus <= CL_COMPLETE; });
     return m_nStatus;
 }
 
@@ -91,7 +91,7 @@ cl_int CEvent::WaitAndRun()
 void CEvent::AddCallback(cl_int nStatus, EventNotify pNotify, void* pUser)
 {
     const SCallback callback{nStatus, pNotify, pUser};
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     if (m_nStatus > nStatus)
     {
         m_vCallbacks.push_back(callback);
@@ -137,7 +137,7 @@ cl_int CEvent::GetInfo(cl_event_info eInfo, const SInfoQuery& query)
 
 cl_int CEvent::GetProfilingInfo(cl_profiling_info eInfo, const SInfoQuery& query) const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     if (!m_pQueue || (m_pQueue->GetProperties() & CL_QUEUE_PROFILING_ENABLE) == 0 || m_nStatus != CL_COMPLETE)
     {
         return CL_PROFILING_INFO_NOT_AVAILABLE;

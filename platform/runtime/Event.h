@@ -61,8 +61,8 @@ private:
     const CRef<CCommandQueue> m_pQueue;
     const cl_command_type m_eType;
     /// Taken before the callback thread's lock.
-    mutable std::mutex m_mutex;
-    std::condition_variable m_ended;
+    mutable std::mutex m_Mutex;
+    std::condition_variable m_Ended;
     cl_int m_nStatus;
     std::vector<SCallback> m_vCallbacks;
     cl_ulong m_nTimes[CL_QUEUED + 1] = {}; ///< by status, in nanoseconds

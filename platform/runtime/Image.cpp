@@ -27,8 +27,8 @@ SPitches SImageShape::GetCoordinatePitches(const SPitches& pitches) const
 
 size_t SImageShape::GetBytes() const
 {
-    return IsArray() || m_eType == CL_MEM_OBJECT_IMAGE3D ? m_pitches.m_nSlice * m_nDepth * m_nArraySize
-                                                         : m_pitches.m_nRow * m_nHeight;
+    return IsArray() || m_eType == CL_MEM_OBJECT_IMAGE3D ? m_Pitches.m_nSlice * m_nDepth * m_nArraySize
+                                                         : m_Pitches.m_nRow * m_nHeight;
 }
 
 bool SImageShape::HasRegion(const size_t* pOrigin, const size_t* pRegion) const
@@ -50,7 +50,7 @@ bool SImageShape::HasRegion(const size_t* pOrigin, const size_t* pRegion) const
 
 size_t SImageShape::GetOffset(const size_t* pOrigin) const
 {
-    const SPitches pitches = GetCoordinatePitches(m_pitches);
+    const SPitches pitches = GetCoordinatePitches(m_Pitches);
     return pOrigin[0] * m_nTexel + pOrigin[1] * pitches.m_nRow + pOrigin[2] * pitches.m_nSlice;
 }
 
@@ -82,40 +82,40 @@ SImageBinding CImage::GetBinding() const
 {
     SImageBinding binding;
     binding.pData = GetData();
-    binding.nChannelOrder = m_shape.m_format.image_channel_order;
-    binding.nChannelType = m_shape.m_format.image_channel_data_type;
-    binding.nType = m_shape.m_eType;
-    binding.nWidth = static_cast<uint32_t>(m_shape.m_nWidth);
-    binding.nHeight = static_cast<uint32_t>(m_shape.m_nHeight);
-    binding.nDepth = static_cast<uint32_t>(m_shape.m_nDepth);
-    binding.nArraySize = static_cast<uint32_t>(m_shape.m_nArraySize);
-    binding.nRowPitch = m_shape.m_pitches.m_nRow;
-    binding.nSlicePitch = m_shape.m_pitches.m_nSlice;
+    binding.nChannelOrder = m_Shape.m_Format.image_channel_order;
+    binding.nChannelType = m_Shape.m_Format.image_channel_data_type;
+    binding.nType = m_Shape.m_eType;
+    binding.nWidth = static_cast<uint32_t>(m_Shape.m_nWidth);
+    binding.nHeight = static_cast<uint32_t>(m_Shape.m_nHeight);
+    binding.nDepth = static_cast<uint32_t>(m_Shape.m_nDepth);
+    binding.nArraySize = static_cast<uint32_t>(m_Shape.m_nArraySize);
+    binding.nRowPitch = m_Shape.m_Pitches.m_nRow;
+    binding.nSlicePitch = m_Shape.m_Pitches.m_nSlice;
     return binding;
 }
 
 cl_int CImage::GetImageInfo(cl_image_info eInfo, const SInfoQuery& query) const
 {
-    const bool b2D = m_shape.m_eType == CL_MEM_OBJECT_IMAGE2D || m_shape.m_eType == CL_MEM_OBJECT_IMAGE2D_ARRAY;
-    const bool b3D = m_shape.m_eType == CL_MEM_OBJECT_IMAGE3D;
+    const bool b2D = m_Shape.m_eType == CL_MEM_OBJECT_IMAGE2D || m_Shape.m_eType == CL_MEM_OBJECT_IMAGE2D_ARRAY;
+    const bool b3D = m_Shape.m_eType == CL_MEM_OBJECT_IMAGE3D;
     switch (eInfo)
     {
     case CL_IMAGE_FORMAT:
-        return query.Value(m_shape.m_format);
+        return query.Value(m_Shape.m_Format);
     case CL_IMAGE_ELEMENT_SIZE:
-        return query.Value(m_shape.m_nTexel);
+        return query.Value(m_Shape.m_nTexel);
     case CL_IMAGE_ROW_PITCH:
-        return query.Value(m_shape.m_pitches.m_nRow);
+        return query.Value(m_Shape.m_Pitches.m_nRow);
     case CL_IMAGE_SLICE_PITCH:
-        return query.Value<size_t>(m_shape.IsArray() || b3D ? m_shape.m_pitches.m_nSlice : 0);
+        return query.Value<size_t>(m_Shape.IsArray() || b3D ? m_Shape.m_Pitches.m_nSlice : 0);
     case CL_IMAGE_WIDTH:
-        return query.Value(m_shape.m_nWidth);
+        return query.Value(m_Shape.m_nWidth);
     case CL_IMAGE_HEIGHT:
-        return query.Value<size_t>(b2D || b3D ? m_shape.m_nHeight : 0);
+        return query.Value<size_t>(b2D || b3D ? m_Shape.m_nHeight : 0);
     case CL_IMAGE_DEPTH:
-        return query.Value<size_t>(b3D ? m_shape.m_nDepth : 0);
+        return query.Value<size_t>(b3D ? m_Shape.m_nDepth : 0);
     case CL_IMAGE_ARRAY_SIZE:
-        return query.Value<size_t>(m_shape.IsArray() ? m_shape.m_nArraySize : 0);
+        return query.Value<size_t>(m_Shape.IsArray() ? m_Shape.m_nArraySize : 0);
     case CL_IMAGE_BUFFER:
         return query.Value(HandleOf(m_pBuffer));
     case CL_IMAGE_NUM_MIP_LEVELS:

@@ -12,13 +12,13 @@ namespace KestrelPlatform::Runtime
 struct SImageShape
 {
     cl_mem_object_type m_eType = 0;
-    cl_image_format m_format{};
+    cl_image_format m_Format{};
     size_t m_nTexel = 0;
     size_t m_nWidth = 1;
     size_t m_nHeight = 1;
     size_t m_nDepth = 1;
     size_t m_nArraySize = 1;
-    SPitches m_pitches{};
+    SPitches m_Pitches{};
 
     bool IsArray() const { return m_eType == CL_MEM_OBJECT_IMAGE1D_ARRAY || m_eType == CL_MEM_OBJECT_IMAGE2D_ARRAY; }
     /// How far each of the three coordinates of a region goes.
@@ -40,22 +40,22 @@ public:
     CImage(CRef<CContext> pContext, const SImageShape& shape, cl_mem_flags nFlags, void* pHostPtr,
            std::shared_ptr<CStorage> pStorage)
         : CMemObject(std::move(pContext), shape.m_eType, nFlags, shape.GetBytes(), pHostPtr, std::move(pStorage)),
-          m_shape(shape)
+          m_Shape(shape)
     {
     }
     /// An image on a buffer.
     CImage(CRef<CMemObject> pBuffer, const SImageShape& shape, cl_mem_flags nFlags)
-        : CMemObject(pBuffer, shape.m_eType, nFlags, shape.GetBytes(), 0), m_shape(shape), m_pBuffer(std::move(pBuffer))
+        : CMemObject(pBuffer, shape.m_eType, nFlags, shape.GetBytes(), 0), m_Shape(shape), m_pBuffer(std::move(pBuffer))
     {
     }
 
-    const SImageShape& GetShape() const { return m_shape; }
+    const SImageShape& GetShape() const { return m_Shape; }
     /// The image as a kernel sees it.
     SImageBinding GetBinding() const;
     cl_int GetImageInfo(cl_image_info eInfo, const SInfoQuery& query) const;
 
 private:
-    const SImageShape m_shape;
+    const SImageShape m_Shape;
     const CRef<CMemObject> m_pBuffer; ///< null but for an image on a buffer
 };
 

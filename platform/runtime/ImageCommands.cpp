@@ -18,8 +18,8 @@ struct SImageRegion
     CRef<CMemObject> m_pMem;
     CImage* m_pImage = nullptr;
     size_t m_nOffset = 0; ///< of its first texel
-    SPitches m_pitches{};
-    SBox m_box{};
+    SPitches m_Pitches{};
+    SBox m_Box{};
 
     unsigned char* GetData() const { return m_pMem->GetData() + m_nOffset; }
 };
@@ -37,8 +37,8 @@ cl_int MakeRegion(const CContext& context, cl_mem hImage, const size_t* pOrigin,
         return CL_INVALID_VALUE;
     }
     region.m_nOffset = shape.GetOffset(pOrigin);
-    region.m_pitches = shape.GetCoordinatePitches(shape.m_pitches);
-    region.m_box = shape.GetBox(pRegion);
+    region.m_Pitches = shape.GetCoordinatePitches(shape.m_Pitches);
+    region.m_Box = shape.GetBox(pRegion);
     return CL_SUCCESS;
 }
 
@@ -83,9 +83,9 @@ cl_int ReadImage(CEnqueue& enqueue, const SHostTransfer& transfer, void* pHost)
     return enqueue.Submit(CL_COMMAND_READ_IMAGE, transfer.m_bBlocking,
                           [region, pHost, host]
                           {
-                              CopyBox(static_cast<unsigned char*>(pHost), host, region.GetData(), region.m_pitches,
-                                      region.m_box);
-                              Count(PLATFORM_COUNTER_BYTES_READ, region.m_box.GetBytes());
+                              CopyBox(static_cast<unsigned char*>(pHost), host, region.GetData(), region.m_Pitches,
+                                      region.m_Box);
+                              Count(PLATFORM_COUNTER_BYTES_READ, region.m_Box.GetBytes());
                               return CL_SUCCESS;
                           });
 }
@@ -105,9 +105,9 @@ cl_int WriteImage(CEnqueue& enqueue, const SHostTransfer& transfer, const void* 
     return enqueue.Submit(CL_COMMAND_WRITE_IMAGE, transfer.m_bBlocking,
                           [region, pHost, host]
                           {
-                              CopyBox(region.GetData(), region.m_pitches, static_cast<const unsigned char*>(pHost),
-                                      host, region.m_box);
-                              Count(PLATFORM_COUNTER_BYTES_WRITTEN, region.m_box.GetBytes());
+                              CopyBox(region.GetData(), region.m_Pitches, static_cast<const unsigned char*>(pHost),
+                                      host, region.m_Box);
+                              Count(PLATFORM_COUNTER_BYTES_WRITTEN, region.m_Box.GetBytes());
                               return CL_SUCCESS;
                           });
 }
@@ -150,7 +150,7 @@ cl_int CopyImage(CEnqueue& enqueue, cl_mem hSource, cl_mem hTarget, const size_t
     {
         return nError;
     }
-    if (!SameFormat(source.m_pImage->GetShape().m_format, target.m_pImage->GetShape().m_format))
+    if (!SameFormat(source.m_pImage->GetShape().m_Format, target.m_pImage->GetShape().m_Format))
     {
         return CL_IMAGE_FORMAT_MISMATCH;
     }
@@ -161,7 +161,7 @@ cl_int CopyImage(CEnqueue& enqueue, cl_mem hSource, cl_mem hTarget, const size_t
     return enqueue.Submit(
         CL_COMMAND_COPY_IMAGE, false,
         [source, target]
-        { return CopyOnDevice(source.m_box, target.GetData(), target.m_pitches, source.GetData(), source.m_pitches); });
+        { return CopyOnDevice(source.m_Box, target.GetData(), target.m_Pitches, source.GetData(), source.m_Pitches); });
 }
 
 /// The pitches of a region that lies tightly in a buffer.
@@ -184,16 +184,16 @@ cl_int CopyImageToBuffer(CEnqueue& enqueue, cl_mem hImage, cl_mem hBuffer, const
     {
         return nError;
     }
-    if (!pBuffer->HasRange(nOffset, region.m_box.GetBytes()))
+    if (!pBuffer->HasRange(nOffset, region.m_Box.GetBytes()))
     {
         return CL_INVALID_VALUE;
     }
     return enqueue.Submit(CL_COMMAND_COPY_IMAGE_TO_BUFFER, false,
                           [region, pMem, nOffset]
                           {
-                              pMem->MarkWritten(nOffset, region.m_box.GetBytes());
-                              return CopyOnDevice(region.m_box, pMem->GetData() + nOffset, TightPitches(region.m_box),
-                                                  region.GetData(), region.m_pitches);
+                              pMem->MarkWritten(nOffset, region.m_Box.GetBytes());
+                              return CopyOnDevice(region.m_Box, pMem->GetData() + nOffset, TightPitches(region.m_Box),
+                                                  region.GetData(), region.m_Pitches);
                           });
 }
 
@@ -211,15 +211,15 @@ cl_int CopyBufferToImage(CEnqueue& enqueue, cl_mem hBuffer, cl_mem hImage, size_
     {
         return nError;
     }
-    if (!pBuffer->HasRange(nOffset, region.m_box.GetBytes()))
+    if (!pBuffer->HasRange(nOffset, region.m_Box.GetBytes()))
     {
         return CL_INVALID_VALUE;
     }
     return enqueue.Submit(CL_COMMAND_COPY_BUFFER_TO_IMAGE, false,
                           [region, pMem, nOffset]
                           {
-                              return CopyOnDevice(region.m_box, region.GetData(), region.m_pitches,
-                                                  pMem->GetData() + nOffset, TightPitches(region.m_box));
+                              return CopyOnDevice(region.m_Box, region.GetData(), region.m_Pitches,
+                                                  pMem->GetData() + nOffset, TightPitches(region.m_Box));
                           });
 }
 
@@ -234,20 +234,20 @@ cl_int FillImage(CEnqueue& enqueue, cl_mem hImage, const void* pColor, const siz
     {
         return CL_INVALID_VALUE;
     }
-    const std::vector<unsigned char> vTexel = EncodeColor(region.m_pImage->GetShape().m_format, pColor);
+    const std::vector<unsigned char> vTexel = EncodeColor(region.m_pImage->GetShape().m_Format, pColor);
     return enqueue.Submit(CL_COMMAND_FILL_IMAGE, false,
                           [region, vTexel]
                           {
-                              for (size_t nSlice = 0; nSlice < region.m_box.m_nSlices; ++nSlice)
+                              for (size_t nSlice = 0; nSlice < region.m_Box.m_nSlices; ++nSlice)
                               {
-                                  for (size_t nRow = 0; nRow < region.m_box.m_nRows; ++nRow)
+                                  for (size_t nRow = 0; nRow < region.m_Box.m_nRows; ++nRow)
                                   {
-                                      FillPattern(region.GetData() + nSlice * region.m_pitches.m_nSlice +
-                                                      nRow * region.m_pitches.m_nRow,
-                                                  region.m_box.m_nRowBytes, vTexel.data(), vTexel.size());
+                                      FillPattern(region.GetData() + nSlice * region.m_Pitches.m_nSlice +
+                                                      nRow * region.m_Pitches.m_nRow,
+                                                  region.m_Box.m_nRowBytes, vTexel.data(), vTexel.size());
                                   }
                               }
-                              Count(PLATFORM_COUNTER_BYTES_COPIED, region.m_box.GetBytes());
+                              Count(PLATFORM_COUNTER_BYTES_COPIED, region.m_Box.GetBytes());
                               return CL_SUCCESS;
                           });
 }

@@ -62,20 +62,20 @@ cl_int TakePitches(const cl_image_desc& desc, bool bHostPtr, SImageShape& shape)
         return CL_INVALID_IMAGE_DESCRIPTOR;
     }
     const size_t nTightRow = shape.m_nWidth * shape.m_nTexel;
-    shape.m_pitches.m_nRow = desc.image_row_pitch != 0 ? desc.image_row_pitch : nTightRow;
+    shape.m_Pitches.m_nRow = desc.image_row_pitch != 0 ? desc.image_row_pitch : nTightRow;
     size_t nTightSlice = 0;
-    if (shape.m_pitches.m_nRow < nTightRow || shape.m_pitches.m_nRow % shape.m_nTexel != 0 ||
-        !MultiplyAdd(shape.m_pitches.m_nRow, shape.m_nHeight, 0, nTightSlice))
+    if (shape.m_Pitches.m_nRow < nTightRow || shape.m_Pitches.m_nRow % shape.m_nTexel != 0 ||
+        !MultiplyAdd(shape.m_Pitches.m_nRow, shape.m_nHeight, 0, nTightSlice))
     {
         return CL_INVALID_IMAGE_DESCRIPTOR;
     }
     const bool bSlices = shape.IsArray() || shape.m_eType == CL_MEM_OBJECT_IMAGE3D;
     const size_t nSlice = bSlices ? desc.image_slice_pitch : 0;
-    shape.m_pitches.m_nSlice = nSlice != 0 ? nSlice : nTightSlice;
+    shape.m_Pitches.m_nSlice = nSlice != 0 ? nSlice : nTightSlice;
     size_t nBytes = 0;
-    const bool bFits = MultiplyAdd(shape.m_pitches.m_nSlice, shape.m_nDepth * shape.m_nArraySize, 0, nBytes);
-    const bool bWhole = shape.m_pitches.m_nSlice % shape.m_pitches.m_nRow == 0;
-    return bFits && bWhole && shape.m_pitches.m_nSlice >= nTightSlice ? CL_SUCCESS : CL_INVALID_IMAGE_DESCRIPTOR;
+    const bool bFits = MultiplyAdd(shape.m_Pitches.m_nSlice, shape.m_nDepth * shape.m_nArraySize, 0, nBytes);
+    const bool bWhole = shape.m_Pitches.m_nSlice % shape.m_Pitches.m_nRow == 0;
+    return bFits && bWhole && shape.m_Pitches.m_nSlice >= nTightSlice ? CL_SUCCESS : CL_INVALID_IMAGE_DESCRIPTOR;
 }
 
 cl_int MakeShape(const cl_image_format* pFormat, const cl_image_desc* pDesc, bool bHostPtr, SImageShape& shape)
@@ -95,7 +95,7 @@ cl_int MakeShape(const cl_image_format* pFormat, const cl_image_desc* pDesc, boo
         return CL_INVALID_IMAGE_DESCRIPTOR;
     }
     shape.m_eType = pDesc->image_type;
-    shape.m_format = *pFormat;
+    shape.m_Format = *pFormat;
     shape.m_nTexel = GetTexelSize(*pFormat);
     if (const cl_int nError = TakeDimension(pDesc->image_width, pType->m_nMaxWidth, shape.m_nWidth))
     {
@@ -121,7 +121,7 @@ void CopyFromHost(CImage& image, const void* pHostPtr, const SPitches& host)
 {
     const SImageShape& shape = image.GetShape();
     const size_t region[3] = {shape.GetExtent(0), shape.GetExtent(1), shape.GetExtent(2)};
-    CopyBox(image.GetData(), shape.GetCoordinatePitches(shape.m_pitches), static_cast<const unsigned char*>(pHostPtr),
+    CopyBox(image.GetData(), shape.GetCoordinatePitches(shape.m_Pitches), static_cast<const unsigned char*>(pHostPtr),
             shape.GetCoordinatePitches(host), shape.GetBox(region));
 }
 
@@ -173,11 +173,11 @@ cl_int CreateImage(cl_context hContext, cl_mem_flags nFlags, const cl_image_form
     }
 
     // Only the client's own memory keeps the client's pitches.
-    const SPitches host = shape.m_pitches;
+    const SPitches host = shape.m_Pitches;
     const bool bUse = (nFlags & CL_MEM_USE_HOST_PTR) != 0;
     if (!bUse)
     {
-        shape.m_pitches = {shape.m_nWidth * shape.m_nTexel, shape.m_nWidth * shape.m_nTexel * shape.m_nHeight};
+        shape.m_Pitches = {shape.m_nWidth * shape.m_nTexel, shape.m_nWidth * shape.m_nTexel * shape.m_nHeight};
     }
     if (shape.GetBytes() > pContext->GetMaxAllocation())
     {

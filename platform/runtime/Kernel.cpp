@@ -28,7 +28,7 @@ std::shared_ptr<const SExecutableKernel> FindByName(const SDeviceProgram& part, 
     }
     for (const auto& pKernel : part.m_vKernels)
     {
-        if (pKernel->m_compiled.strName == strName)
+        if (pKernel->m_Compiled.strName == strName)
         {
             return pKernel;
         }
@@ -58,7 +58,7 @@ cl_int CollectExecutables(const std::vector<SDeviceProgram>& vParts, const std::
         {
             continue;
         }
-        if (!executables.empty() && !SameArguments(executables.begin()->second->m_compiled, pKernel->m_compiled))
+        if (!executables.empty() && !SameArguments(executables.begin()->second->m_Compiled, pKernel->m_Compiled))
         {
             return CL_INVALID_KERNEL_DEFINITION;
         }
@@ -100,9 +100,9 @@ std::vector<std::string> CollectNames(const std::vector<SDeviceProgram>& vParts)
     {
         for (const auto& pKernel : part.m_vKernels)
         {
-            if (std::find(vNames.begin(), vNames.end(), pKernel->m_compiled.strName) == vNames.end())
+            if (std::find(vNames.begin(), vNames.end(), pKernel->m_Compiled.strName) == vNames.end())
             {
-                vNames.push_back(pKernel->m_compiled.strName);
+                vNames.push_back(pKernel->m_Compiled.strName);
             }
         }
     }
@@ -192,7 +192,7 @@ cl_int ReadSampler(const CContext& context, size_t nSize, const void* pValue, SA
     {
         return CL_INVALID_SAMPLER;
     }
-    value.m_sampler = pSampler->GetBinding();
+    value.m_Sampler = pSampler->GetBinding();
     return CL_SUCCESS;
 }
 
@@ -239,7 +239,7 @@ cl_int ReadMem(const CContext& context, const SKernelArgument& argument, size_t 
 } // namespace
 
 CKernel::CKernel(CRef<CProgramObject> pProgram, Executables executables)
-    : CObject(s_eKind), m_pProgram(std::move(pProgram)), m_executables(std::move(executables)),
+    : CObject(s_eKind), m_pProgram(std::move(pProgram)), m_Executables(std::move(executables)),
       m_vValues(GetArguments().size())
 {
     m_pProgram->CountKernel(1);
@@ -252,13 +252,13 @@ CKernel::~CKernel()
 
 std::shared_ptr<const SExecutableKernel> CKernel::GetExecutable(const CDevice& device) const
 {
-    const auto it = m_executables.find(&device);
-    return it == m_executables.end() ? nullptr : it->second;
+    const auto it = m_Executables.find(&device);
+    return it == m_Executables.end() ? nullptr : it->second;
 }
 
 const std::vector<SKernelArgument>& CKernel::GetArguments() const
 {
-    return m_executables.begin()->second->m_compiled.vArguments;
+    return m_Executables.begin()->second->m_Compiled.vArguments;
 }
 
 cl_int CKernel::SetArgument(cl_uint nIndex, size_t nSize, const void* pValue)
@@ -293,14 +293,14 @@ cl_int CKernel::SetArgument(cl_uint nIndex, size_t nSize, const void* pValue)
     {
         return nError;
     }
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     m_vValues[nIndex] = std::move(value);
     return CL_SUCCESS;
 }
 
 std::vector<SArgumentValue> CKernel::GetArgumentValues() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     return m_vValues;
 }
 

@@ -21,7 +21,7 @@ struct SArgumentValue
     cl_mem m_hMem = nullptr;             ///< of a pointer, image or counter; may be null
     cl_ulong m_nMemId = 0;               ///< tells an object from a later one with the same handle
     size_t m_nLocalBytes = 0;
-    SSamplerBinding m_sampler;
+    SSamplerBinding m_Sampler;
 };
 
 /// A kernel: one executable for each device that its program is built for, and the arguments.
@@ -55,8 +55,8 @@ protected:
 
 private:
     const CRef<CProgramObject> m_pProgram;
-    const Executables m_executables;
-    mutable std::mutex m_mutex;
+    const Executables m_Executables;
+    mutable std::mutex m_Mutex;
     std::vector<SArgumentValue> m_vValues;
 };
 

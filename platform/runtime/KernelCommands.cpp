@@ -25,7 +25,7 @@ cl_int EnqueueKernel(CEnqueue& enqueue, cl_kernel hKernel, const SIndexSpace& sp
     {
         return nError;
     }
-    pPrepared->m_launch.pOwner = &enqueue.GetQueue();
+    pPrepared->m_Launch.pOwner = &enqueue.GetQueue();
     return enqueue.Submit(eType, false, [pPrepared] { return RunPrepared(*pPrepared); });
 }
 

@@ -85,7 +85,7 @@ std::string GetAttributes(const SCompiledKernel& kernel)
 
 cl_int CKernel::GetInfo(cl_kernel_info eInfo, const SInfoQuery& query)
 {
-    const SCompiledKernel& compiled = m_executables.begin()->second->m_compiled;
+    const SCompiledKernel& compiled = m_Executables.begin()->second->m_Compiled;
     switch (eInfo)
     {
     case CL_KERNEL_FUNCTION_NAME:
@@ -132,16 +132,16 @@ cl_int CKernel::GetArgumentInfo(cl_uint nIndex, cl_kernel_arg_info eInfo, const 
 
 cl_int CKernel::GetWorkGroupInfo(const CDevice* pDevice, cl_kernel_work_group_info eInfo, const SInfoQuery& query) const
 {
-    if (!pDevice && m_executables.size() != 1)
+    if (!pDevice && m_Executables.size() != 1)
     {
         return CL_INVALID_DEVICE;
     }
-    const auto pExecutable = pDevice ? GetExecutable(*pDevice) : m_executables.begin()->second;
+    const auto pExecutable = pDevice ? GetExecutable(*pDevice) : m_Executables.begin()->second;
     if (!pExecutable)
     {
         return CL_INVALID_DEVICE;
     }
-    const SCompiledKernel& compiled = pExecutable->m_compiled;
+    const SCompiledKernel& compiled = pExecutable->m_Compiled;
     switch (eInfo)
     {
     case CL_KERNEL_WORK_GROUP_SIZE:

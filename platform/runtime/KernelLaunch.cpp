@@ -119,12 +119,12 @@ class CArgumentBinder
 {
 public:
     CArgumentBinder(const SCompiledKernel& kernel, SPreparedLaunch& prepared)
-        : m_kernel(kernel), m_prepared(prepared), m_nLocalEnd(AlignLocal(kernel.nStaticLocalBytes))
+        : m_Kernel(kernel), m_Prepared(prepared), m_nLocalEnd(AlignLocal(kernel.nStaticLocalBytes))
     {
         GetWords(1, size_t{kernel.nConstantBuffer1Elements} * s_nElementBytes);
         if (!kernel.vConstants.empty())
         {
-            prepared.m_launch.mapConstantBuffers[s_nConstantsBuffer] = kernel.vConstants;
+            prepared.m_Launch.mapConstantBuffers[s_nConstantsBuffer] = kernel.vConstants;
         }
     }
 
@@ -145,7 +145,7 @@ public:
             m_nLocalEnd += AlignLocal(value.m_nLocalBytes);
             return m_nLocalEnd <= s_nLocalMemorySize ? CL_SUCCESS : CL_OUT_OF_RESOURCES;
         case SKernelArgument::Sampler:
-            m_prepared.m_launch.mapSamplers[argument.nResource] = value.m_sampler;
+            m_Prepared.m_Launch.mapSamplers[argument.nResource] = value.m_Sampler;
             return CL_SUCCESS;
         case SKernelArgument::Image:
             return BindImage(argument, value);
@@ -163,7 +163,7 @@ public:
         {
             return CL_OUT_OF_RESOURCES;
         }
-        m_prepared.m_launch.nDynamicLocalBytes = static_cast<uint32_t>(m_nLocalEnd - m_kernel.nStaticLocalBytes);
+        m_Prepared.m_Launch.nDynamicLocalBytes = static_cast<uint32_t>(m_nLocalEnd - m_Kernel.nStaticLocalBytes);
         MergeRanges();
         return CL_SUCCESS;
     }
@@ -172,8 +172,8 @@ private:
     /// The words of a constant buffer, with room for so many bytes at least.
     std::vector<uint32_t>& GetWords(uint32_t nConstantBuffer, size_t nBytes)
     {
-        std::vector<uint32_t>& vWords = nConstantBuffer == 1 ? m_prepared.m_launch.vConstantBuffer1
-                                                             : m_prepared.m_launch.mapConstantBuffers[nConstantBuffer];
+        std::vector<uint32_t>& vWords = nConstantBuffer == 1 ? m_Prepared.m_Launch.vConstantBuffer1
+                                                             : m_Prepared.m_Launch.mapConstantBuffers[nConstantBuffer];
         const size_t nWords = (nBytes + s_nElementBytes - 1) / s_nElementBytes * s_nElementWords;
         if (vWords.size() < nWords)
         {
@@ -203,7 +203,7 @@ private:
         {
             return {};
         }
-        m_prepared.m_vMems.push_back(pMem);
+        m_Prepared.m_vMems.push_back(pMem);
         return pMem;
     }
 
@@ -215,7 +215,7 @@ private:
             PutAddress(argument, 0);
             return value.m_hMem ? CL_INVALID_KERNEL_ARGS : CL_SUCCESS;
         }
-        const cl_ulong nBase = pMem->GetStorage()->GetAddress(m_kernel.b64BitAddresses);
+        const cl_ulong nBase = pMem->GetStorage()->GetAddress(m_Kernel.b64BitAddresses);
         if (nBase == 0)
         {
             return CL_MEM_OBJECT_ALLOCATION_FAILURE;
@@ -229,8 +229,8 @@ private:
         {
             range.pShadow = pShadow + pMem->GetOffset();
         }
-        m_prepared.m_launch.vMemory.push_back(range);
-        m_prepared.m_vBuffers.push_back({nArgument, range.nAddress, range.nSize});
+        m_Prepared.m_Launch.vMemory.push_back(range);
+        m_Prepared.m_vBuffers.push_back({nArgument, range.nAddress, range.nSize});
         PutAddress(argument, range.nAddress);
         return CL_SUCCESS;
     }
@@ -245,11 +245,11 @@ private:
         const SImageBinding binding = pMem ? pMem->AsImage()->GetBinding() : SImageBinding{};
         if (argument.eAccess == SKernelArgument::ReadOnly)
         {
-            m_prepared.m_launch.mapResources[argument.nResource] = binding;
+            m_Prepared.m_Launch.mapResources[argument.nResource] = binding;
         }
         else
         {
-            m_prepared.m_launch.mapUavImages[argument.nResource] = binding;
+            m_Prepared.m_Launch.mapUavImages[argument.nResource] = binding;
         }
         PutImage(argument, pMem ? binding : SImageBinding{nullptr, 0, 0, 0, 0, 0, 0, 0, 0, 0});
         return CL_SUCCESS;
@@ -272,7 +272,7 @@ private:
     /// Sorts the ranges and joins those that overlap: a buffer may be passed twice, or with a part of it.
     void MergeRanges()
     {
-        std::vector<SMemoryRange>& vRanges = m_prepared.m_launch.vMemory;
+        std::vector<SMemoryRange>& vRanges = m_Prepared.m_Launch.vMemory;
         std::sort(vRanges.begin(), vRanges.end(),
                   [](const SMemoryRange& a, const SMemoryRange& b) { return a.nAddress < b.nAddress; });
         std::vector<SMemoryRange> vMerged;
@@ -290,8 +290,8 @@ private:
         vRanges = std::move(vMerged);
     }
 
-    const SCompiledKernel& m_kernel;
-    SPreparedLaunch& m_prepared;
+    const SCompiledKernel& m_Kernel;
+    SPreparedLaunch& m_Prepared;
     size_t m_nLocalEnd;
 };
 
@@ -305,13 +305,14 @@ SSamplerBinding DecodeSampler(uint32_t nValue)
     SSamplerBinding binding;
     binding.bNormalized = (nValue & 1) != 0;
     binding.nAddressing = s_modes[(nValue >> 1) & 7];
-    binding.nFilter = (nValue & 0x20) != 0 ? CL_FILTER_LINEAR : CL_FILTER_NEAREST;
+    constexpr uint32_t nLinear = 0x20;
+    binding.nFilter = (nValue & nLinear) != 0 ? CL_FILTER_LINEAR : CL_FILTER_NEAREST;
     return binding;
 }
 
 cl_int BindArguments(const CKernel& kernel, SPreparedLaunch& prepared)
 {
-    const SCompiledKernel& compiled = prepared.m_pExecutable->m_compiled;
+    const SCompiledKernel& compiled = prepared.m_pExecutable->m_Compiled;
     const std::vector<SArgumentValue> vValues = kernel.GetArgumentValues();
     CArgumentBinder binder(compiled, prepared);
     for (size_t i = 0; i < vValues.size(); ++i)
@@ -323,7 +324,7 @@ cl_int BindArguments(const CKernel& kernel, SPreparedLaunch& prepared)
     }
     for (const SKernelSampler& sampler : compiled.vSamplers)
     {
-        prepared.m_launch.mapSamplers[sampler.nSampler] = DecodeSampler(sampler.nValue);
+        prepared.m_Launch.mapSamplers[sampler.nSampler] = DecodeSampler(sampler.nValue);
     }
     return binder.Finish();
 }
@@ -338,12 +339,12 @@ cl_int PrepareLaunch(const CKernel& kernel, const CDevice& device, const SIndexS
     {
         return CL_INVALID_PROGRAM_EXECUTABLE;
     }
-    prepared.m_launch.pProgram = prepared.m_pExecutable->m_pDecoded;
-    if (const cl_int nError = TakeGlobalSize(space, prepared.m_launch))
+    prepared.m_Launch.pProgram = prepared.m_pExecutable->m_pDecoded;
+    if (const cl_int nError = TakeGlobalSize(space, prepared.m_Launch))
     {
         return nError;
     }
-    if (const cl_int nError = TakeLocalSize(space, prepared.m_pExecutable->m_compiled, prepared.m_launch))
+    if (const cl_int nError = TakeLocalSize(space, prepared.m_pExecutable->m_Compiled, prepared.m_Launch))
     {
         return nError;
     }

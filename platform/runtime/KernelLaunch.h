@@ -23,7 +23,7 @@ struct SPreparedLaunch
     std::shared_ptr<const SExecutableKernel> m_pExecutable;
     std::vector<CRef<CMemObject>> m_vMems;   ///< the memory objects that the arguments name
     std::vector<SPlatformBuffer> m_vBuffers; ///< of global and constant pointers
-    SLaunch m_launch;
+    SLaunch m_Launch;
 };
 
 /// Checks a launch as OpenCL 1.2 has it for clEnqueueNDRangeKernel, and takes the arguments over.

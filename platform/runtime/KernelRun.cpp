@@ -2,9 +2,9 @@
 
 #include "platform/runtime/KernelRun.h"
 
+#include "platform/compiler/DebugLines.h"
 #include "platform/compiler/ElfReader.h"
 #include "platform/compiler/ProgramImage.h"
-#include "platform/compiler/DebugLines.h"
 #include "platform/runtime/Counters.h"
 #include "platform/runtime/PrintfRecords.h"
 #include "platform/runtime/Settings.h"
@@ -23,7 +23,7 @@ namespace
 /// "kernel.cl:14" for an instruction, "" if the source isn't known.
 std::string FindSourcePlace(const SExecutableKernel& kernel, uint32_t nInstruction)
 {
-    const std::vector<uint32_t>& vLines = kernel.m_compiled.vLines;
+    const std::vector<uint32_t>& vLines = kernel.m_Compiled.vLines;
     if (!kernel.m_pImage || nInstruction >= vLines.size() || vLines[nInstruction] == 0)
     {
         return {};
@@ -48,20 +48,20 @@ std::string NameInstruction(const SExecutableKernel& kernel, uint32_t nInstructi
 
 struct SLastFault
 {
-    std::mutex m_mutex;
+    std::mutex m_Mutex;
     std::shared_ptr<const SExecutableKernel> m_pExecutable;
-    SPlatformFault m_fault{};
+    SPlatformFault m_Fault{};
     std::vector<SPlatformFaultRecord> m_vRecords;
-    SPlatformEnd m_end{PLATFORM_END_COMPLETE, 0, ~cl_ulong(0)};
+    SPlatformEnd m_End{PLATFORM_END_COMPLETE, 0, ~cl_ulong(0)};
     std::vector<SPlatformBuffer> m_vBuffers;
     std::vector<cl_ulong> m_vVisits; ///< of the last run that was counted
     std::vector<SPlatformProfile> m_vProfile;
     std::vector<SPlatformFinding> m_vFindings;
     SPlatformCheckLimits m_checkLimits{0, 0};
     std::vector<SPlatformPlace> m_vPlaces;
-    std::optional<SPlatformWatch> m_watch; ///< for runs to come
+    std::optional<SPlatformWatch> m_Watch; ///< for runs to come
     std::vector<SPlatformAccess> m_vAccesses;
-    SPlatformSizes m_sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
+    SPlatformSizes m_Sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
 };
 
 std::atomic<bool> s_bBreakRuns{false};
@@ -116,7 +116,7 @@ void NameOrigins(const SCompiledKernel& kernel, std::vector<SPlatformFinding>& v
 
 void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
 {
-    NameOrigins(prepared.m_pExecutable->m_compiled, result.vFindings);
+    NameOrigins(prepared.m_pExecutable->m_Compiled, result.vFindings);
     SPlatformFault fault{};
     fault.nBadAccesses = result.nBadAccesses;
     fault.nInstruction = result.firstBadAccess.nInstruction;
@@ -130,12 +130,12 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
         vRecords.push_back(MakeRecord(record));
     }
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
     last.m_pExecutable = prepared.m_pExecutable;
-    last.m_fault = fault;
+    last.m_Fault = fault;
     last.m_vRecords.swap(vRecords);
-    last.m_end = MakeEnd(result);
-    last.m_sizes = MakeSizes(prepared.m_launch);
+    last.m_End = MakeEnd(result);
+    last.m_Sizes = MakeSizes(prepared.m_Launch);
     last.m_vBuffers.swap(prepared.m_vBuffers);
     last.m_vFindings.swap(result.vFindings);
     last.m_checkLimits = result.checkLimits;
@@ -148,7 +148,7 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
     {
         last.m_vProfile.swap(result.vProfile);
     }
-    if (result.eStatus == SLaunchResult::Complete && prepared.m_launch.watch)
+    if (result.eStatus == SLaunchResult::Complete && prepared.m_Launch.watch)
     {
         last.m_vAccesses.swap(result.vAccesses);
     }
@@ -158,8 +158,8 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
 std::optional<SPlatformWatch> FindWatched(const SPreparedLaunch& prepared)
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
-    std::optional<SPlatformWatch> watch = last.m_watch;
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
+    std::optional<SPlatformWatch> watch = last.m_Watch;
     if (!watch || watch->nMemory != PLATFORM_MEMORY_GLOBAL)
     {
         return watch;
@@ -178,7 +178,7 @@ std::optional<SPlatformWatch> FindWatched(const SPreparedLaunch& prepared)
 /// Tells the context's callback what a run did that it shouldn't have.
 void ReportFault(const SPreparedLaunch& prepared, const SLaunchResult& result)
 {
-    const std::string strKernel = "kernel " + prepared.m_pExecutable->m_compiled.strName + ": ";
+    const std::string strKernel = "kernel " + prepared.m_pExecutable->m_Compiled.strName + ": ";
     if (result.nBadAccesses != 0)
     {
         prepared.m_pContext->Report(strKernel + std::to_string(result.nBadAccesses) +
@@ -196,7 +196,7 @@ void ReportFault(const SPreparedLaunch& prepared, const SLaunchResult& result)
     if (result.eStatus == SLaunchResult::InstructionLimit)
     {
         prepared.m_pContext->Report(
-            strKernel + "stopped at the limit of " + std::to_string(prepared.m_launch.nInstructionLimit) +
+            strKernel + "stopped at the limit of " + std::to_string(prepared.m_Launch.nInstructionLimit) +
             " instructions for a work-group, work-item " + std::to_string(result.nStopWorkItem) + " at " +
             NameInstruction(*prepared.m_pExecutable, result.nStopInstruction));
     }
@@ -207,18 +207,18 @@ void ReportFault(const SPreparedLaunch& prepared, const SLaunchResult& result)
 cl_int RunPrepared(SPreparedLaunch& prepared)
 {
     const std::shared_ptr<ITraceSink> pTrace = GetTraceSink();
-    prepared.m_launch.pTrace = pTrace.get();
-    prepared.m_launch.nInstructionLimit = GetInstructionLimit();
-    prepared.m_launch.nSchedule = TakeSchedule();
-    prepared.m_launch.pBreak = &s_bBreakRuns;
-    prepared.m_launch.bKeepProfile = s_bKeepProfile;
-    prepared.m_launch.watch = FindWatched(prepared);
-    prepared.m_launch.bCountVisits = s_bCountVisits;
-    prepared.m_launch.nChecks = s_nChecks;
+    prepared.m_Launch.pTrace = pTrace.get();
+    prepared.m_Launch.nInstructionLimit = GetInstructionLimit();
+    prepared.m_Launch.nSchedule = TakeSchedule();
+    prepared.m_Launch.pBreak = &s_bBreakRuns;
+    prepared.m_Launch.bKeepProfile = s_bKeepProfile;
+    prepared.m_Launch.watch = FindWatched(prepared);
+    prepared.m_Launch.bCountVisits = s_bCountVisits;
+    prepared.m_Launch.nChecks = s_nChecks;
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
-    const SCompiledKernel& kernel = prepared.m_pExecutable->m_compiled;
-    const std::unique_ptr<CStorage> pPrinted = ListenToPrintf(kernel, prepared.m_launch);
-    SLaunchResult result = RunLaunch(prepared.m_launch);
+    const SCompiledKernel& kernel = prepared.m_pExecutable->m_Compiled;
+    const std::unique_ptr<CStorage> pPrinted = ListenToPrintf(kernel, prepared.m_Launch);
+    SLaunchResult result = RunLaunch(prepared.m_Launch);
     if (pPrinted)
     {
         PrintRecords(kernel.vFormats, *pPrinted);
@@ -246,15 +246,15 @@ void BreakRuns(bool bBreak)
 SPlatformEnd GetLastEnd()
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
-    return last.m_end;
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
+    return last.m_End;
 }
 
 SPlatformSizes GetLastSizes()
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
-    return last.m_sizes;
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
+    return last.m_Sizes;
 }
 
 namespace
@@ -265,7 +265,7 @@ template <class T>
 cl_uint GiveLast(std::vector<T> SLastFault::*pvKept, T* pTo, cl_uint nCount)
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
     const std::vector<T>& vKept = last.*pvKept;
     std::copy_n(vKept.begin(), std::min<size_t>(pTo ? nCount : 0, vKept.size()), pTo);
     return static_cast<cl_uint>(vKept.size());
@@ -293,7 +293,7 @@ cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers)
 void CountVisits(bool bCount)
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
     s_bCountVisits = bCount;
     last.m_vVisits.clear();
 }
@@ -306,7 +306,7 @@ cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts)
 void KeepProfile(bool bKeep)
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
     s_bKeepProfile = bKeep;
     last.m_vProfile.clear();
 }
@@ -319,8 +319,8 @@ cl_uint GetProfile(SPlatformProfile* pRows, cl_uint nRows)
 void WatchAccesses(const SPlatformWatch* pWatch)
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
-    last.m_watch = pWatch ? std::optional<SPlatformWatch>(*pWatch) : std::nullopt;
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
+    last.m_Watch = pWatch ? std::optional<SPlatformWatch>(*pWatch) : std::nullopt;
     last.m_vAccesses.clear();
 }
 
@@ -347,15 +347,15 @@ cl_uint GetFindings(SPlatformFinding* pFindings, cl_uint nFindings)
 std::string GetSourcePlace(cl_uint nInstruction)
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
     return last.m_pExecutable ? FindSourcePlace(*last.m_pExecutable, nInstruction) : std::string();
 }
 
 SPlatformFault GetLastFault()
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
-    return last.m_fault;
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
+    return last.m_Fault;
 }
 
 cl_uint GetFaultRecords(SPlatformFaultRecord* pRecords, cl_uint nRecords)

@@ -113,10 +113,10 @@ cl_int MapImage(CEnqueue& enqueue, const SImageMap& map, void*& pMapped)
     {
         return nError;
     }
-    *map.m_pnRowPitch = shape.m_pitches.m_nRow;
+    *map.m_pnRowPitch = shape.m_Pitches.m_nRow;
     if (map.m_pnSlicePitch)
     {
-        *map.m_pnSlicePitch = bSlices ? shape.m_pitches.m_nSlice : 0;
+        *map.m_pnSlicePitch = bSlices ? shape.m_Pitches.m_nSlice : 0;
     }
     pMapped = pFirst;
     return CL_SUCCESS;

@@ -30,12 +30,12 @@ struct SOrigins
 {
     struct SNamed
     {
-        SOriginBuffer m_low;
-        SOriginBuffer m_high;
+        SOriginBuffer m_Low;
+        SOriginBuffer m_High;
     };
-    std::mutex m_mutex;
+    std::mutex m_Mutex;
     cl_uint m_nNext = 0;
-    std::array<SNamed, s_nLastBuffer - s_nFirstBuffer + 1> m_named;
+    std::array<SNamed, s_nLastBuffer - s_nFirstBuffer + 1> m_Named;
 };
 
 SOrigins& Origins()
@@ -55,8 +55,8 @@ std::shared_ptr<CStorage> CStorage::Create(const CContext& context, size_t nSize
 }
 
 CStorage::CStorage(size_t nSize, void* pClient)
-    : m_pData(static_cast<unsigned char*>(pClient)), m_nSize(nSize), m_low(CAddressSpace::Low(), nSize),
-      m_high(CAddressSpace::High(), nSize)
+    : m_pData(static_cast<unsigned char*>(pClient)), m_nSize(nSize), m_Low(CAddressSpace::Low(), nSize),
+      m_High(CAddressSpace::High(), nSize)
 {
     if (pClient || nSize > SIZE_MAX - s_nBaseAlignment)
     {
@@ -76,9 +76,9 @@ void CStorage::KeepShadow()
 {
     m_pShadow = std::make_unique<unsigned char[]>(m_nSize);
     SOrigins& origins = Origins();
-    std::lock_guard<std::mutex> lock(origins.m_mutex);
-    const cl_uint nPlace = origins.m_nNext++ % origins.m_named.size();
-    origins.m_named[nPlace] = {{GetAddress(false), m_nSize}, {GetAddress(true), m_nSize}};
+    std::lock_guard<std::mutex> lock(origins.m_Mutex);
+    const cl_uint nPlace = origins.m_nNext++ % origins.m_Named.size();
+    origins.m_Named[nPlace] = {{GetAddress(false), m_nSize}, {GetAddress(true), m_nSize}};
     std::memset(m_pShadow.get(), static_cast<int>(s_nFirstBuffer + nPlace), m_nSize);
 }
 
@@ -89,9 +89,9 @@ SOriginBuffer FindOrigin(cl_uint nOrigin, bool b64Bit)
         return {};
     }
     SOrigins& origins = Origins();
-    std::lock_guard<std::mutex> lock(origins.m_mutex);
-    const SOrigins::SNamed& named = origins.m_named[nOrigin - s_nFirstBuffer];
-    return b64Bit ? named.m_high : named.m_low;
+    std::lock_guard<std::mutex> lock(origins.m_Mutex);
+    const SOrigins::SNamed& named = origins.m_Named[nOrigin - s_nFirstBuffer];
+    return b64Bit ? named.m_High : named.m_Low;
 }
 
 CStorage::~CStorage()
@@ -170,7 +170,7 @@ cl_int CMemObject::GetInfo(cl_mem_info eInfo, const SInfoQuery& query)
         return query.Value(m_pHostPtr);
     case CL_MEM_MAP_COUNT:
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<std::mutex> lock(m_Mutex);
         return query.Value(static_cast<cl_uint>(m_vMappings.size()));
     }
     case CL_MEM_REFERENCE_COUNT:
@@ -188,14 +188,14 @@ cl_int CMemObject::GetInfo(cl_mem_info eInfo, const SInfoQuery& query)
 
 void CMemObject::AddMapping(void* pMapped, cl_map_flags nFlags, size_t nBytes)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     m_vMappings.push_back({pMapped, nFlags, nBytes});
     Count(PLATFORM_COUNTER_MAPPINGS, 1);
 }
 
 bool CMemObject::RemoveMapping(const void* pMapped, SMapping& mapping)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     for (auto it = m_vMappings.begin(); it != m_vMappings.end(); ++it)
     {
         if (it->m_pMapped != pMapped)
@@ -212,7 +212,7 @@ bool CMemObject::RemoveMapping(const void* pMapped, SMapping& mapping)
 
 void CMemObject::AddDestructorCallback(MemNotify pNotify, void* pUser)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     m_vDestructorCallbacks.push_back({pNotify, pUser});
 }
 

@@ -31,15 +31,15 @@ public:
     /// A byte for each; null if they all count as written.
     unsigned char* GetShadow() const { return m_pShadow.get(); }
     /// In the address space of kernels with 64-bit or 32-bit pointers; 0 if there was no room there.
-    cl_ulong GetAddress(bool b64Bit) const { return b64Bit ? m_high.GetAddress() : m_low.GetAddress(); }
+    cl_ulong GetAddress(bool b64Bit) const { return b64Bit ? m_High.GetAddress() : m_Low.GetAddress(); }
 
 private:
     void* m_pOwned = nullptr;
     unsigned char* m_pData = nullptr;
     const size_t m_nSize;
     std::unique_ptr<unsigned char[]> m_pShadow;
-    CAddressRange m_low;
-    CAddressRange m_high;
+    CAddressRange m_Low;
+    CAddressRange m_High;
 };
 
 using MemNotify = void(CL_CALLBACK*)(cl_mem, void*);
@@ -111,7 +111,7 @@ private:
     const size_t m_nOffset;
     void* const m_pHostPtr; ///< for CL_MEM_HOST_PTR: null unless the client's memory is used
     const std::shared_ptr<CStorage> m_pStorage;
-    std::mutex m_mutex;
+    std::mutex m_Mutex;
     std::vector<SMapping> m_vMappings;
     std::vector<SDestructorCallback> m_vDestructorCallbacks;
 };

@@ -17,7 +17,7 @@ using MetadataDestructor = void(CL_CALLBACK*)(void*);
 /// The keys of the process: key n is entry n - 1.
 struct SKeys
 {
-    std::mutex m_mutex;
+    std::mutex m_Mutex;
     std::vector<MetadataDestructor> m_vDestructors;
 };
 
@@ -30,7 +30,7 @@ SKeys& Keys()
 bool IsKey(size_t nKey)
 {
     SKeys& keys = Keys();
-    std::lock_guard<std::mutex> lock(keys.m_mutex);
+    std::lock_guard<std::mutex> lock(keys.m_Mutex);
     return nKey != 0 && nKey <= keys.m_vDestructors.size();
 }
 
@@ -45,7 +45,7 @@ size_t CreateKey(const char* pszEntryPoint, cl_platform_id hPlatform, MetadataDe
                                           return CL_INVALID_PLATFORM;
                                       }
                                       SKeys& keys = Keys();
-                                      std::lock_guard<std::mutex> lock(keys.m_mutex);
+                                      std::lock_guard<std::mutex> lock(keys.m_Mutex);
                                       keys.m_vDestructors.push_back(pDestructor);
                                       nKey = keys.m_vDestructors.size();
                                       return CL_SUCCESS;
@@ -94,7 +94,7 @@ void DestroyMetadataValue(size_t nKey, void* pValue)
     MetadataDestructor pDestructor = nullptr;
     {
         SKeys& keys = Keys();
-        std::lock_guard<std::mutex> lock(keys.m_mutex);
+        std::lock_guard<std::mutex> lock(keys.m_Mutex);
         pDestructor = keys.m_vDestructors[nKey - 1];
     }
     if (pDestructor && pValue)

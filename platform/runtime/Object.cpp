@@ -22,7 +22,7 @@ cl_ulong NextId()
 /// One part of the registry; split by handle so that threads seldom meet.
 struct SShard
 {
-    std::mutex m_mutex;
+    std::mutex m_Mutex;
     std::unordered_map<const void*, CObject*> m_mapObjects;
 };
 
@@ -35,7 +35,7 @@ SShard& ShardOf(const void* pHandle)
 
 } // namespace
 
-CObject::CObject(EObjectKind eKind) : m_icd{&GetDispatchTable()}, m_eKind(eKind), m_nId(NextId())
+CObject::CObject(EObjectKind eKind) : m_Icd{&GetDispatchTable()}, m_eKind(eKind), m_nId(NextId())
 {
     CountObject(m_eKind, 1);
 }
@@ -100,7 +100,7 @@ void CObject::SetMetadata(size_t nKey, void* pValue)
 {
     void* pOld = nullptr;
     {
-        std::lock_guard<std::mutex> lock(m_metadataMutex);
+        std::lock_guard<std::mutex> lock(m_MetadataMutex);
         pOld = std::exchange(m_mapMetadata[nKey], pValue);
     }
     if (pOld && pOld != pValue)
@@ -111,7 +111,7 @@ void CObject::SetMetadata(size_t nKey, void* pValue)
 
 void* CObject::GetMetadata(size_t nKey)
 {
-    std::lock_guard<std::mutex> lock(m_metadataMutex);
+    std::lock_guard<std::mutex> lock(m_MetadataMutex);
     const auto it = m_mapMetadata.find(nKey);
     return it == m_mapMetadata.end() ? nullptr : it->second;
 }
@@ -119,21 +119,21 @@ void* CObject::GetMetadata(size_t nKey)
 void CRegistry::Add(CObject& object)
 {
     SShard& shard = ShardOf(object.GetHandle());
-    std::lock_guard<std::mutex> lock(shard.m_mutex);
+    std::lock_guard<std::mutex> lock(shard.m_Mutex);
     shard.m_mapObjects.emplace(object.GetHandle(), &object);
 }
 
 void CRegistry::Remove(CObject& object)
 {
     SShard& shard = ShardOf(object.GetHandle());
-    std::lock_guard<std::mutex> lock(shard.m_mutex);
+    std::lock_guard<std::mutex> lock(shard.m_Mutex);
     shard.m_mapObjects.erase(object.GetHandle());
 }
 
 CRef<CObject> CRegistry::Find(const void* pHandle)
 {
     SShard& shard = ShardOf(pHandle);
-    std::lock_guard<std::mutex> lock(shard.m_mutex);
+    std::lock_guard<std::mutex> lock(shard.m_Mutex);
     const auto it = shard.m_mapObjects.find(pHandle);
     if (it == shard.m_mapObjects.end() || !it->second->AddReferenceIfAlive())
     {

@@ -38,7 +38,7 @@ public:
     CObject(const CObject&) = delete;
     CObject& operator=(const CObject&) = delete;
 
-    void* GetHandle() { return &m_icd; }
+    void* GetHandle() { return &m_Icd; }
     EObjectKind GetKind() const { return m_eKind; }
     /// Never used twice in a process, unlike a handle.
     cl_ulong GetId() const { return m_nId; }
@@ -71,12 +71,12 @@ private:
         const cl_icd_dispatch* m_pDispatch;
     };
 
-    SIcdHeader m_icd;
+    SIcdHeader m_Icd;
     const EObjectKind m_eKind;
     const cl_ulong m_nId;
     std::atomic<cl_uint> m_nReferences{1};
     std::atomic<cl_uint> m_nClientReferences{0};
-    std::mutex m_metadataMutex;
+    std::mutex m_MetadataMutex;
     std::map<size_t, void*> m_mapMetadata;
 };
 

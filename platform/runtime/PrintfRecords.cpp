@@ -142,7 +142,7 @@ class CRecord
 {
 public:
     CRecord(const SPrintfFormat& format, const uint32_t* pWords, size_t nWords)
-        : m_format(format), m_vTypes(ReadTypes(format.strTypes)), m_pWords(pWords), m_nWords(nWords)
+        : m_Format(format), m_vTypes(ReadTypes(format.strTypes)), m_pWords(pWords), m_nWords(nWords)
     {
     }
 
@@ -155,7 +155,7 @@ private:
     std::string Integer(const SDirective& directive, const SArgumentType& type, uint64_t nValue);
     bool TakeElement(const SArgumentType& type, uint64_t& nValue);
 
-    const SPrintfFormat& m_format;
+    const SPrintfFormat& m_Format;
     const std::vector<SArgumentType> m_vTypes;
     const uint32_t* m_pWords;
     size_t m_nWords;
@@ -212,7 +212,7 @@ std::string CRecord::Element(const SDirective& directive, const SArgumentType& t
     const bool bFloat = std::string_view("fFeEgGaA").find(c) != std::string_view::npos;
     if (c == 's' && type.cKind == 's')
     {
-        return Print(directive, "", nValue < m_format.vStrings.size() ? m_format.vStrings[nValue].c_str() : "(null)");
+        return Print(directive, "", nValue < m_Format.vStrings.size() ? m_Format.vStrings[nValue].c_str() : "(null)");
     }
     if (c == 'p' && (type.cKind == 'p' || type.cKind == 'i'))
     {
@@ -269,7 +269,7 @@ std::string CRecord::Argument(const SDirective& directive)
 std::string CRecord::Text()
 {
     std::string strText;
-    std::string_view rest = m_format.strText;
+    std::string_view rest = m_Format.strText;
     while (!rest.empty())
     {
         const size_t nPlain = std::min(rest.find('%'), rest.size());

@@ -167,7 +167,7 @@ std::string JoinNames(const ExecutableKernels& vKernels)
     std::string strNames;
     for (const auto& pKernel : vKernels)
     {
-        strNames += (strNames.empty() ? "" : ";") + pKernel->m_compiled.strName;
+        strNames += (strNames.empty() ? "" : ";") + pKernel->m_Compiled.strName;
     }
     return strNames;
 }
@@ -190,13 +190,13 @@ cl_program_binary_type BinaryType(EImageType eType)
 
 std::vector<SDeviceProgram> CProgramObject::GetDevicePrograms() const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     return m_vDevices;
 }
 
 bool CProgramObject::FindDeviceProgram(const CDevice& device, SDeviceProgram& program) const
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     const auto it =
         std::find_if(m_vDevices.begin(), m_vDevices.end(),
                      [&device](const SDeviceProgram& candidate) { return candidate.m_pDevice.Get() == &device; });
@@ -222,7 +222,7 @@ SDeviceProgram* CProgramObject::Find(const CDevice& device)
 
 cl_int CProgramObject::BeginBuild(const std::vector<CRef<CDevice>>& vDevices)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     std::vector<SDeviceProgram*> vPrograms;
     for (const CRef<CDevice>& pDevice : vDevices)
     {
@@ -249,13 +249,13 @@ cl_int CProgramObject::BeginBuild(const std::vector<CRef<CDevice>>& vDevices)
 
 void CProgramObject::EndBuild(SDeviceProgram program)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     *Find(*program.m_pDevice) = std::move(program);
 }
 
 void CProgramObject::CountKernel(int nChange)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
+    std::lock_guard<std::mutex> lock(m_Mutex);
     m_nKernels += nChange;
 }
 
@@ -280,7 +280,7 @@ cl_int CProgramObject::GetInfo(cl_program_info eInfo, const SInfoQuery& query)
         return query.Array(vhDevices);
     }
     case CL_PROGRAM_SOURCE:
-        return query.String(m_source.value_or(""));
+        return query.String(m_Source.value_or(""));
     case CL_PROGRAM_BINARY_SIZES:
     {
         std::vector<size_t> vSizes;

@@ -17,7 +17,7 @@ namespace KestrelPlatform::Runtime
 /// A kernel of a built program, ready to run on one device.
 struct SExecutableKernel
 {
-    SCompiledKernel m_compiled;
+    SCompiledKernel m_Compiled;
     std::shared_ptr<const KestrelPlatform::CProgram> m_pDecoded;
     std::shared_ptr<const KestrelPlatform::CProgramImage> m_pImage; ///< of the whole program, or null
 };
@@ -45,13 +45,13 @@ public:
 
     /// \param source none for a program made of images
     CProgramObject(CRef<CContext> pContext, std::optional<std::string> source, std::vector<SDeviceProgram> vDevices)
-        : CObject(s_eKind), m_pContext(std::move(pContext)), m_source(std::move(source)),
+        : CObject(s_eKind), m_pContext(std::move(pContext)), m_Source(std::move(source)),
           m_vDevices(std::move(vDevices))
     {
     }
 
     CContext& GetContext() const { return *m_pContext; }
-    const std::optional<std::string>& GetSource() const { return m_source; }
+    const std::optional<std::string>& GetSource() const { return m_Source; }
     /// What there is for each device; a copy, so that a build may go on meanwhile.
     std::vector<SDeviceProgram> GetDevicePrograms() const;
     bool FindDeviceProgram(const CDevice& device, SDeviceProgram& program) const;
@@ -72,8 +72,8 @@ private:
     SDeviceProgram* Find(const CDevice& device);
 
     const CRef<CContext> m_pContext;
-    const std::optional<std::string> m_source;
-    mutable std::mutex m_mutex;
+    const std::optional<std::string> m_Source;
+    mutable std::mutex m_Mutex;
     std::vector<SDeviceProgram> m_vDevices;
     int m_nKernels = 0;
 };

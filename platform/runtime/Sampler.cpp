@@ -38,11 +38,11 @@ cl_int CSampler::GetInfo(cl_sampler_info eInfo, const SInfoQuery& query) const
     case CL_SAMPLER_CONTEXT:
         return query.Value(HandleOf(m_pContext));
     case CL_SAMPLER_NORMALIZED_COORDS:
-        return query.Value<cl_bool>(m_binding.bNormalized ? CL_TRUE : CL_FALSE);
+        return query.Value<cl_bool>(m_Binding.bNormalized ? CL_TRUE : CL_FALSE);
     case CL_SAMPLER_ADDRESSING_MODE:
-        return query.Value<cl_addressing_mode>(m_binding.nAddressing);
+        return query.Value<cl_addressing_mode>(m_Binding.nAddressing);
     case CL_SAMPLER_FILTER_MODE:
-        return query.Value<cl_filter_mode>(m_binding.nFilter);
+        return query.Value<cl_filter_mode>(m_Binding.nFilter);
     default:
         return CL_INVALID_VALUE;
     }

@@ -14,17 +14,17 @@ public:
     static constexpr EObjectKind s_eKind = EObjectKind::Sampler;
 
     CSampler(CRef<CContext> pContext, const SSamplerBinding& binding)
-        : CObject(s_eKind), m_pContext(std::move(pContext)), m_binding(binding)
+        : CObject(s_eKind), m_pContext(std::move(pContext)), m_Binding(binding)
     {
     }
 
     CContext& GetContext() const { return *m_pContext; }
-    const SSamplerBinding& GetBinding() const { return m_binding; }
+    const SSamplerBinding& GetBinding() const { return m_Binding; }
     cl_int GetInfo(cl_sampler_info eInfo, const SInfoQuery& query) const;
 
 private:
     const CRef<CContext> m_pContext;
-    const SSamplerBinding m_binding;
+    const SSamplerBinding m_Binding;
 };
 
 } // namespace KestrelPlatform::Runtime

@@ -251,10 +251,10 @@ SValues ReadEnvironment()
 
 struct SSettings
 {
-    std::mutex m_mutex;
-    SValues m_values = ReadEnvironment();
+    std::mutex m_Mutex;
+    SValues m_Values = ReadEnvironment();
     /// Lets a call without ordered failures pass without the lock.
-    std::atomic<bool> m_bFailuresOrdered{!m_values.m_vFailures.empty()};
+    std::atomic<bool> m_bFailuresOrdered{!m_Values.m_vFailures.empty()};
     std::atomic<cl_ulong> m_nCalls{0};
 };
 
@@ -269,8 +269,8 @@ template <class F>
 auto WithValues(F&& access)
 {
     SSettings& settings = Settings();
-    std::lock_guard<std::mutex> lock(settings.m_mutex);
-    return access(settings.m_values);
+    std::lock_guard<std::mutex> lock(settings.m_Mutex);
+    return access(settings.m_Values);
 }
 
 } // namespace
@@ -384,8 +384,8 @@ void SetFailure(const char* pszEntryPoint, cl_ulong nCall, cl_int nCode, bool bF
 {
     SFailure failure{pszEntryPoint ? pszEntryPoint : "", nCall, nCode, bForever};
     SSettings& settings = Settings();
-    std::lock_guard<std::mutex> lock(settings.m_mutex);
-    settings.m_values.m_vFailures.push_back(std::move(failure));
+    std::lock_guard<std::mutex> lock(settings.m_Mutex);
+    settings.m_Values.m_vFailures.push_back(std::move(failure));
     settings.m_bFailuresOrdered = true;
     settings.m_nCalls = 0;
 }
@@ -393,8 +393,8 @@ void SetFailure(const char* pszEntryPoint, cl_ulong nCall, cl_int nCode, bool bF
 void ClearFailures()
 {
     SSettings& settings = Settings();
-    std::lock_guard<std::mutex> lock(settings.m_mutex);
-    settings.m_values.m_vFailures.clear();
+    std::lock_guard<std::mutex> lock(settings.m_Mutex);
+    settings.m_Values.m_vFailures.clear();
     settings.m_bFailuresOrdered = false;
     settings.m_nCalls = 0;
 }
@@ -418,8 +418,8 @@ cl_int CountCall(const char* pszEntryPoint)
         return CL_SUCCESS;
     }
     cl_int nCode = CL_SUCCESS;
-    std::lock_guard<std::mutex> lock(settings.m_mutex);
-    for (SFailure& failure : settings.m_values.m_vFailures)
+    std::lock_guard<std::mutex> lock(settings.m_Mutex);
+    for (SFailure& failure : settings.m_Values.m_vFailures)
     {
         if (!failure.m_strEntryPoint.empty() && failure.m_strEntryPoint != pszEntryPoint)
         {

@@ -17,12 +17,12 @@ public:
     void OnRecord(const SPlatformTraceRecord& record) override
     {
         // Launches of several queues may be traced at once.
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<std::mutex> lock(m_Mutex);
         m_pCallback(&record, m_pUser);
     }
 
 private:
-    std::mutex m_mutex;
+    std::mutex m_Mutex;
     PlatformTraceCallback m_pCallback;
     void* m_pUser;
 };
@@ -35,7 +35,7 @@ public:
 
     void OnRecord(const SPlatformTraceRecord& record) override
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<std::mutex> lock(m_Mutex);
         WritePosition(record);
         if (record.nRegisterType != 0xFFFFFFFFu && record.pValues)
         {
@@ -89,7 +89,7 @@ private:
         }
     }
 
-    std::mutex m_mutex;
+    std::mutex m_Mutex;
     std::FILE* m_pFile;
 };
 

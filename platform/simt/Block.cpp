@@ -1,11 +1,11 @@
 #include "platform/simt/Block.h"
 
+#include "platform/simt/BlockRecorder.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
-
-#include "platform/simt/BlockRecorder.h"
 
 namespace KestrelPlatform
 {

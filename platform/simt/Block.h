@@ -1,15 +1,15 @@
 #ifndef KESTREL_PLATFORM_SIMT_BLOCK_H
 #define KESTREL_PLATFORM_SIMT_BLOCK_H
 
+#include "platform/simt/PendingAdds.h"
+#include "platform/simt/Program.h"
+#include "platform/simt/Texel.h"
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
-
-#include "platform/simt/PendingAdds.h"
-#include "platform/simt/Program.h"
-#include "platform/simt/Texel.h"
 
 namespace KestrelPlatform
 {

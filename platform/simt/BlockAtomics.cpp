@@ -1,6 +1,6 @@
-#include <cstring>
-
 #include "platform/simt/Block.h"
+
+#include <cstring>
 
 namespace KestrelPlatform
 {

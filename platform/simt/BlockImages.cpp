@@ -1,10 +1,10 @@
-#include <algorithm>
-
-#include <CL/cl.h>
-
 #include "platform/simt/Block.h"
 #include "platform/simt/FloatBits.h"
 #include "platform/simt/ImageSampler.h"
+
+#include <algorithm>
+
+#include <CL/cl.h>
 
 namespace KestrelPlatform
 {

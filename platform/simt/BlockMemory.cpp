@@ -1,8 +1,8 @@
-#include <algorithm>
-#include <cstring>
-
 #include "platform/simt/Block.h"
 #include "platform/simt/Elements.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace KestrelPlatform
 {

@@ -1,6 +1,6 @@
-#include <algorithm>
-
 #include "platform/simt/Block.h"
+
+#include <algorithm>
 
 namespace KestrelPlatform
 {

@@ -1,12 +1,12 @@
 #ifndef KESTREL_PLATFORM_SIMT_DECODER_H
 #define KESTREL_PLATFORM_SIMT_DECODER_H
 
+#include "platform/il/InstructionShape.h"
+#include "platform/simt/WideLaunch.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
-
-#include "platform/il/InstructionShape.h"
-#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

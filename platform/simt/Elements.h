@@ -1,9 +1,9 @@
 #ifndef KESTREL_PLATFORM_SIMT_ELEMENTS_H
 #define KESTREL_PLATFORM_SIMT_ELEMENTS_H
 
-#include <cstring>
-
 #include "platform/simt/Program.h"
+
+#include <cstring>
 
 namespace KestrelPlatform
 {

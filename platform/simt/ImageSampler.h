@@ -1,8 +1,8 @@
 #ifndef KESTREL_PLATFORM_SIMT_IMAGESAMPLER_H
 #define KESTREL_PLATFORM_SIMT_IMAGESAMPLER_H
 
-#include "platform/simt/WideLaunch.h"
 #include "platform/simt/Texel.h"
+#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

@@ -1,8 +1,8 @@
 #include "platform/simt/LaneOps.h"
 
-#include <cmath>
-
 #include "platform/simt/HalfFloat.h"
+
+#include <cmath>
 
 namespace KestrelPlatform
 {

@@ -1,13 +1,13 @@
 #include "platform/simt/Lowering.h"
 
-#include <algorithm>
-
 #include "platform/simt/ForwardCopies.h"
 #include "platform/simt/RowNumbers.h"
 #include "platform/simt/ScaledAddresses.h"
 #include "platform/simt/SteadySteps.h"
 #include "platform/simt/StepRows.h"
 #include "platform/simt/UniformSteps.h"
+
+#include <algorithm>
 
 namespace KestrelPlatform
 {

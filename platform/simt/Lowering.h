@@ -1,6 +1,10 @@
 #ifndef KESTREL_PLATFORM_SIMT_LOWERING_H
 #define KESTREL_PLATFORM_SIMT_LOWERING_H
 
+#include "platform/simt/LaneRules.h"
+#include "platform/simt/Program.h"
+
+#include <bit>
 #include <initializer_list>
 #include <map>
 #include <memory_resource>
@@ -10,11 +14,22 @@
 
 #include <boost/container/static_vector.hpp>
 
-#include "platform/simt/LaneRules.h"
-#include "platform/simt/Program.h"
-
 namespace KestrelPlatform
 {
+
+constexpr uint32_t s_nSignBit = 0x80000000; ///< of a float
+
+/// The bits of a float.
+constexpr uint32_t FloatBits(float f)
+{
+    return std::bit_cast<uint32_t>(f);
+}
+
+/// Those of a double's high word.
+constexpr uint32_t HighDoubleBits(double f)
+{
+    return static_cast<uint32_t>(std::bit_cast<uint64_t>(f) >> 32);
+}
 
 /// Turns bodies into steps. One object makes one SCode.
 ///

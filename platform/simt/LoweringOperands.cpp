@@ -386,7 +386,7 @@ uint32_t CLowering::ModifiedFloat(const SOperand& operand, uint32_t nComponent, 
     }
     if (operand.bTimes2)
     {
-        nRow = Binary(LANE_Multiply, nRow, ConstantRow(0x40000000));
+        nRow = Binary(LANE_Multiply, nRow, ConstantRow(FloatBits(2)));
     }
     if (operand.bSign)
     {
@@ -400,8 +400,8 @@ uint32_t CLowering::ModifiedFloat(const SOperand& operand, uint32_t nComponent, 
     const auto itValue = m_mapRowValues.find(nRow);
     if (itValue != m_mapRowValues.end())
     {
-        const uint32_t nMagnitude = operand.bAbs ? itValue->second & 0x7FFFFFFF : itValue->second;
-        return ConstantRow(bNegate ? nMagnitude ^ 0x80000000 : nMagnitude);
+        const uint32_t nMagnitude = operand.bAbs ? itValue->second & ~s_nSignBit : itValue->second;
+        return ConstantRow(bNegate ? nMagnitude ^ s_nSignBit : nMagnitude);
     }
     if (operand.bAbs)
     {
@@ -530,18 +530,17 @@ bool CLowering::BeginDestination(T eType, const CParts& parts)
 /// Applies shift_scale to a result row; for a double to the pair of rows.
 void CLowering::Scale(uint32_t nRow, uint32_t nHighRow)
 {
-    static const uint32_t s_nFactors[] = {0, 0x40000000, 0x40800000, 0x41000000, 0x3F000000, 0x3E800000, 0x3E000000};
-    static const uint32_t s_nHighFactors[] = {0,          0x40000000, 0x40100000, 0x40200000,
-                                              0x3FE00000, 0x3FD00000, 0x3FC00000};
+    static constexpr float s_fFactors[] = {0, 2, 4, 8, 0.5f, 0.25f, 0.125f};
     const SOperand& destination = Destination();
     const bool bDouble = m_eDestinationType == T::D;
     SLaneRows rows;
     rows.d[0] = rows.s[0] = ToRow(nRow);
     rows.d[1] = rows.s[1] = ToRow(nHighRow);
-    if (destination.nShift >= 1 && destination.nShift <= 6)
+    if (destination.nShift >= 1 && destination.nShift < std::size(s_fFactors))
     {
-        rows.s[2] = ToRow(bDouble ? s_nZeroRow : ConstantRow(s_nFactors[destination.nShift]));
-        rows.s[3] = ToRow(bDouble ? ConstantRow(s_nHighFactors[destination.nShift]) : 0);
+        const float fFactor = s_fFactors[destination.nShift];
+        rows.s[2] = ToRow(bDouble ? s_nZeroRow : ConstantRow(FloatBits(fFactor)));
+        rows.s[3] = ToRow(bDouble ? ConstantRow(HighDoubleBits(fFactor)) : 0);
         EmitLane(bDouble ? LANE_DMultiply : LANE_Multiply, rows);
     }
     rows.s[2] = rows.s[3] = 0;

@@ -223,7 +223,7 @@ bool CLowering::LowerReflect()
 {
     const SOperand& a = Operand(0);
     const SOperand& b = Operand(1);
-    const uint32_t nTwice = Binary(LANE_Multiply, Dot(a, b, 3, false), ConstantRow(0x40000000));
+    const uint32_t nTwice = Binary(LANE_Multiply, Dot(a, b, 3, false), ConstantRow(FloatBits(2)));
     uint32_t nRows[4];
     for (uint32_t n = 0; n < 4; ++n)
     {
@@ -266,7 +266,7 @@ bool CLowering::LowerCompareSelect()
         if (m_pItem->eOpCode == IL_OP_SET)
         {
             const uint32_t nMask = Binary(s_Relations[nRelation], nFirst, Source(b, n, T::F));
-            nRows[n] = Binary(LANE_FAnd, nMask, ConstantRow(0x3F800000));
+            nRows[n] = Binary(LANE_FAnd, nMask, ConstantRow(FloatBits(1)));
         }
         else if (m_pItem->eOpCode == IL_OP_CMP)
         {
@@ -333,7 +333,7 @@ bool CLowering::LowerQuadSad()
 
 bool CLowering::LowerSpecial()
 {
-    const uint32_t nOne = 0x3F800000;
+    const uint32_t nOne = FloatBits(1);
     switch (m_pItem->eOpCode)
     {
     case IL_OP_NRM:

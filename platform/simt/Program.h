@@ -1,15 +1,15 @@
 #ifndef KESTREL_PLATFORM_SIMT_PROGRAM_H
 #define KESTREL_PLATFORM_SIMT_PROGRAM_H
 
+#include "platform/simt/LaneOps.h"
+#include "platform/simt/Structure.h"
+#include "platform/simt/WideLaunch.h"
+
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <vector>
-
-#include "platform/simt/LaneOps.h"
-#include "platform/simt/WideLaunch.h"
-#include "platform/simt/Structure.h"
 
 namespace KestrelPlatform
 {

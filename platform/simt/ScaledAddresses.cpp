@@ -1,8 +1,8 @@
 #include "platform/simt/ScaledAddresses.h"
 
-#include <algorithm>
-
 #include "platform/simt/RowVisits.h"
+
+#include <algorithm>
 
 namespace KestrelPlatform
 {

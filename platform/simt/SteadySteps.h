@@ -1,9 +1,9 @@
 #ifndef KESTREL_PLATFORM_SIMT_STEADYSTEPS_H
 #define KESTREL_PLATFORM_SIMT_STEADYSTEPS_H
 
-#include <vector>
-
 #include "platform/simt/Program.h"
+
+#include <vector>
 
 namespace KestrelPlatform
 {

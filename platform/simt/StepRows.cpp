@@ -1,8 +1,8 @@
 #include "platform/simt/StepRows.h"
 
-#include <algorithm>
-
 #include "platform/simt/RowVisits.h"
+
+#include <algorithm>
 
 namespace KestrelPlatform
 {

@@ -1,8 +1,8 @@
 #include "platform/simt/Structure.h"
 
-#include <algorithm>
-
 #include "platform/simt/LaneOps.h"
+
+#include <algorithm>
 
 namespace KestrelPlatform
 {

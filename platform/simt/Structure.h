@@ -1,11 +1,11 @@
 #ifndef KESTREL_PLATFORM_SIMT_STRUCTURE_H
 #define KESTREL_PLATFORM_SIMT_STRUCTURE_H
 
+#include "platform/simt/Decoder.h"
+
 #include <cstdint>
 #include <map>
 #include <vector>
-
-#include "platform/simt/Decoder.h"
 
 namespace KestrelPlatform
 {

@@ -1,12 +1,12 @@
 #include "platform/simt/Texel.h"
 
+#include "platform/simt/FloatBits.h"
+#include "platform/simt/HalfFloat.h"
+
 #include <CL/cl.h>
 
 #include <cmath>
 #include <cstring>
-
-#include "platform/simt/FloatBits.h"
-#include "platform/simt/HalfFloat.h"
 
 namespace KestrelPlatform
 {

@@ -1,11 +1,11 @@
 #ifndef KESTREL_PLATFORM_SIMT_TRACERECORDER_H
 #define KESTREL_PLATFORM_SIMT_TRACERECORDER_H
 
-#include <vector>
-
 #include "KestrelPlatform.h"
 #include "platform/simt/Block.h"
 #include "platform/simt/BlockRecorder.h"
+
+#include <vector>
 
 namespace KestrelPlatform
 {

@@ -1,10 +1,10 @@
 #include "platform/simt/UniformSteps.h"
 
-#include <algorithm>
-#include <numeric>
-
 #include "platform/simt/RowVisits.h"
 #include "platform/simt/ValueGraph.h"
+
+#include <algorithm>
+#include <numeric>
 
 namespace KestrelPlatform
 {

@@ -1,11 +1,11 @@
 #ifndef KESTREL_PLATFORM_SIMT_VALUEGRAPH_H
 #define KESTREL_PLATFORM_SIMT_VALUEGRAPH_H
 
+#include "platform/simt/Program.h"
+
 #include <cstdint>
 #include <utility>
 #include <vector>
-
-#include "platform/simt/Program.h"
 
 namespace KestrelPlatform
 {

@@ -1,11 +1,5 @@
 #include "platform/simt/WideLaunch.h"
 
-#include <xmmintrin.h>
-
-#include <algorithm>
-#include <new>
-#include <tuple>
-
 #include "platform/simt/Block.h"
 #include "platform/simt/Schedule.h"
 #include "platform/simt/Shares.h"
@@ -15,6 +9,12 @@
 #include "platform/simt/checks/CheckRecorder.h"
 #include "platform/simt/checks/Profile.h"
 #include "platform/simt/checks/VisitCounts.h"
+
+#include <xmmintrin.h>
+
+#include <algorithm>
+#include <new>
+#include <tuple>
 
 namespace KestrelPlatform
 {
@@ -30,7 +30,7 @@ constexpr size_t s_nOtherPlaces = 3;
 class CFloatDefaults
 {
 public:
-    CFloatDefaults() : m_nOld(_mm_getcsr()) { _mm_setcsr(0x1F80); }
+    CFloatDefaults() : m_nOld(_mm_getcsr()) { _mm_setcsr(_MM_MASK_MASK | _MM_ROUND_NEAREST); }
     ~CFloatDefaults() { _mm_setcsr(m_nOld); }
 
 private:

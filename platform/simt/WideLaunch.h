@@ -1,6 +1,8 @@
 #ifndef KESTREL_PLATFORM_SIMT_WIDELAUNCH_H
 #define KESTREL_PLATFORM_SIMT_WIDELAUNCH_H
 
+#include "KestrelPlatform.h"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -9,8 +11,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "KestrelPlatform.h"
 
 namespace KestrelPlatform
 {

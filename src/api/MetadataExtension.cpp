@@ -3,10 +3,10 @@
 #include "api/DispatchTable.h"
 #include "api/PlatformQueries.h"
 
+#include <memory>
+
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
-
-#include <memory>
 
 namespace Kestrel
 {

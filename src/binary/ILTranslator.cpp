@@ -3,12 +3,12 @@
 #include "binary/BifUtils.h"
 #include "modules/CLDispatchTable.h"
 
-#include <boost/thread/lock_guard.hpp>
-#include <boost/thread/mutex.hpp>
-
 #include <algorithm>
 #include <limits>
 #include <memory>
+
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/mutex.hpp>
 
 namespace OVK_ShaderDebugger
 {

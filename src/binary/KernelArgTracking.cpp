@@ -5,14 +5,14 @@
 #include "modules/CLCall.h"
 #include "modules/CLDispatchTable.h"
 
-#include <boost/thread/lock_guard.hpp>
-#include <boost/thread/mutex.hpp>
-
 #include <algorithm>
 #include <cstring>
 #include <map>
 #include <new>
 #include <utility>
+
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/mutex.hpp>
 
 namespace OVK_ShaderDebugger
 {

@@ -30,7 +30,7 @@ public:
     CFileLogger& operator=(const CFileLogger&) = delete;
 
     /// From logTRACE on: the trace is written.
-    bool IsLogging() const { return m_nLogLevel > 5; }
+    bool IsLogging() const { return m_nLogLevel >= logTRACE; }
     /// At logASSERT exactly: assertion lines are written.
     bool IsAssertLogging() const { return m_nLogLevel == logASSERT; }
 

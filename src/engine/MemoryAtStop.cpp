@@ -36,7 +36,7 @@ constexpr unsigned int RoundUpToElements(unsigned int n)
 } // namespace
 
 CMemoryAtStop::CMemoryAtStop(CInstrumentedShaderIL& kernel, const CKernelCourse& course, CPatchedRuns& runs,
-                         CTargetBuffers& buffers)
+                             CTargetBuffers& buffers)
     : m_Kernel(kernel), m_Course(course), m_Runs(runs), m_Buffers(buffers)
 {
 }
@@ -104,7 +104,7 @@ const std::vector<unsigned char>* CMemoryAtStop::BringLocal(const SPosition& sto
 }
 
 bool CMemoryAtStop::ReadValues(const SPosition& stop, const std::vector<Register>& vRegisters, unsigned int nPlane,
-                             CShaderDebuggerDeviceBuffer& values)
+                               CShaderDebuggerDeviceBuffer& values)
 {
     std::vector<char> vImage;
     {

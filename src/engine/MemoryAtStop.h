@@ -24,7 +24,7 @@ class CMemoryAtStop
 public:
     /// All must outlive this object.
     CMemoryAtStop(CInstrumentedShaderIL& kernel, const CKernelCourse& course, CPatchedRuns& runs,
-                CTargetBuffers& buffers);
+                  CTargetBuffers& buffers);
 
     /// Makes the working copies hold global memory as it is at a stop. \return false if that isn't possible
     bool BringGlobal(const SPosition& stop);

@@ -4,9 +4,9 @@
 #include "engine/BlockWalk.h"
 #include "engine/KernelCourse.h"
 #include "engine/LaneFlow.h"
+#include "engine/MemoryAtStop.h"
 #include "engine/PatchedRuns.h"
 #include "engine/StopHistory.h"
-#include "engine/MemoryAtStop.h"
 #include "instrument/InstrumentedShaderIL.h"
 
 #include <cstdint>

@@ -12,7 +12,7 @@
 inline void* OpenPlatform(const char* pszFolder, cl_icd_dispatch* pTable)
 {
     static const char* const libraries[] = {"libovkocl12cl64.so", "libovkqrlrt.so", "libOpenCL.so"};
-    void* pRuntime = NULL;
+    void* pRuntime = nullptr;
     size_t i;
     /* The debugger opens the compilers by name, which finds what is open already. */
     for (i = 0; i < sizeof(libraries) / sizeof(libraries[0]); ++i)
@@ -20,10 +20,10 @@ inline void* OpenPlatform(const char* pszFolder, cl_icd_dispatch* pTable)
         char szPath[4096];
         snprintf(szPath, sizeof(szPath), "%s/%s", pszFolder, libraries[i]);
         pRuntime = dlopen(szPath, RTLD_LAZY | RTLD_LOCAL);
-        if (pRuntime == NULL)
+        if (pRuntime == nullptr)
         {
             fprintf(stderr, "%s\n", dlerror());
-            return NULL;
+            return nullptr;
         }
     }
     memset(pTable, 0, sizeof(*pTable));

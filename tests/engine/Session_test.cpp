@@ -371,9 +371,10 @@ TEST(Session, ShowsWhatAPassedOverBlockHasStored)
                                                          {"call 1025\n", "func 1025\n" + s_Store + "ret\nendfunc\n"}};
     for (const auto& [strBlock, strFunctions] : cases)
     {
-        CTestSession session(s_Id + "iadd r1, r0, l22\nuge r2, r0, l20\nif_logicalnz r2.x\n" + strBlock +
-                                 "endif\nmov r3, l21\nmov r4, l21\n",
-                             strFunctions);
+        std::string strBody = s_Id;
+        strBody.append("iadd r1, r0, l22\nuge r2, r0, l20\nif_logicalnz r2.x\n").append(strBlock);
+        strBody.append("endif\nmov r3, l21\nmov r4, l21\n");
+        CTestSession session(strBody, strFunctions);
         session.Trace();
         ASSERT_TRUE(session.Start());
         InstructionNumber nEnd = CTestSession::s_nBody;

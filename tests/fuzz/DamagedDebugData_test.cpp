@@ -3,9 +3,9 @@
 #include "tests/fuzz/DamagedSeeds.h"
 #include "tests/support/Stride.h"
 
+#include "platform/compiler/DebugLines.h"
 #include "platform/compiler/ElfReader.h"
 #include "platform/compiler/ModuleBuilder.h"
-#include "platform/compiler/DebugLines.h"
 #include "tools/source/DebugInfo.h"
 #include "tools/source/SourcePlaces.h"
 

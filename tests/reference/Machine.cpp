@@ -246,7 +246,7 @@ Mask CMachine::RunSwitch(uint32_t nStart, const Mask& active)
     }
     m_vBreakable.pop_back();
     // Those whose selector nothing names have waited.
-    const Mask behind = Or(Or(present, left.vBroken), Without(active, entered));
+    Mask behind = Or(Or(present, left.vBroken), Without(active, entered));
     if (Any(behind))
     {
         Tell(nEnd, behind, behind);
@@ -258,7 +258,7 @@ Mask CMachine::Jump(uint32_t nInstruction, const Mask& active)
 {
     const SInstruction& instruction = m_Text.GetInstructions()[nInstruction];
     const Mask leaving = Holds(instruction, active);
-    const Mask staying = Without(active, leaving);
+    Mask staying = Without(active, leaving);
     // Who returns is active nowhere until the body's end.
     if (!StartsWith(instruction.strName, "ret"))
     {

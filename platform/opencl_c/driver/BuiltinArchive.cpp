@@ -48,13 +48,13 @@ CBuiltinArchive::CBuiltinArchive(std::string_view archive)
     // The number of symbols, the offset of each one's member, the names.
     const std::string_view table = MemberAt(archive, s_nMagic);
     const size_t nSymbols = BigEndian(table, 0);
-    m_members.reserve(nSymbols);
+    m_Members.reserve(nSymbols);
     std::string_view names = table.substr((nSymbols + 1) * s_nWord);
     for (size_t i = 0; i < nSymbols; ++i)
     {
         const std::string_view name = names.substr(0, names.find('\0'));
         names.remove_prefix(name.size() + 1);
-        m_members.emplace(name, MemberAt(archive, BigEndian(table, (i + 1) * s_nWord)));
+        m_Members.emplace(name, MemberAt(archive, BigEndian(table, (i + 1) * s_nWord)));
     }
 }
 
@@ -71,8 +71,8 @@ const CBuiltinArchive& CBuiltinArchive::Get(bool b64BitAddresses)
 
 std::string_view CBuiltinArchive::FindMember(std::string_view function) const
 {
-    const auto it = m_members.find(function);
-    return it == m_members.end() ? std::string_view() : it->second;
+    const auto it = m_Members.find(function);
+    return it == m_Members.end() ? std::string_view() : it->second;
 }
 
 } // namespace KestrelOpenCL

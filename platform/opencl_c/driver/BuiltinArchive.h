@@ -21,7 +21,7 @@ public:
     std::string_view FindMember(std::string_view function) const;
 
 private:
-    std::unordered_map<std::string_view, std::string_view> m_members; ///< by function
+    std::unordered_map<std::string_view, std::string_view> m_Members; ///< by function
 };
 
 } // namespace KestrelOpenCL

@@ -63,7 +63,7 @@ class CExpansion
 {
 public:
     CExpansion(llvm::CallInst& call, std::string& strLog)
-        : m_call(call), m_module(*call.getModule()), m_builder(&call), m_strLog(strLog)
+        : m_Call(call), m_Module(*call.getModule()), m_Builder(&call), m_strLog(strLog)
     {
     }
 
@@ -82,9 +82,9 @@ private:
     void WriteRecord(uint32_t nFormat, llvm::Value* pRecord);
     llvm::Value* Pointer(llvm::Value* pAddress, uint64_t nOffset);
 
-    llvm::CallInst& m_call;
-    llvm::Module& m_module;
-    llvm::IRBuilder<> m_builder;
+    llvm::CallInst& m_Call;
+    llvm::Module& m_Module;
+    llvm::IRBuilder<> m_Builder;
     std::string& m_strLog;
     std::string m_strTypes;
     std::vector<std::string> m_vStrings;
@@ -94,14 +94,14 @@ private:
 /// A value of a register that the launch sets: "cb0_3_x".
 llvm::Value* CExpansion::Hidden(const char* pszRegister)
 {
-    llvm::FunctionCallee callee = m_module.getOrInsertFunction(std::string("__il_") + pszRegister,
-                                                               llvm::FunctionType::get(m_builder.getInt32Ty(), false));
+    llvm::FunctionCallee callee = m_Module.getOrInsertFunction(std::string("__il_") + pszRegister,
+                                                               llvm::FunctionType::get(m_Builder.getInt32Ty(), false));
     auto* const pFunction = llvm::cast<llvm::Function>(callee.getCallee());
     pFunction->setDoesNotAccessMemory();
     pFunction->setDoesNotThrow();
     pFunction->setWillReturn();
     pFunction->setCallingConv(llvm::CallingConv::SPIR_FUNC);
-    llvm::CallInst* const pCall = m_builder.CreateCall(callee);
+    llvm::CallInst* const pCall = m_Builder.CreateCall(callee);
     pCall->setCallingConv(llvm::CallingConv::SPIR_FUNC);
     return pCall;
 }
@@ -109,40 +109,40 @@ llvm::Value* CExpansion::Hidden(const char* pszRegister)
 llvm::Value* CExpansion::BufferAddress()
 {
     llvm::Value* const pLow = Hidden("cb0_3_x");
-    llvm::Type* const pType = m_module.getDataLayout().getIntPtrType(m_builder.getContext(), s_nGlobalSpace);
+    llvm::Type* const pType = m_Module.getDataLayout().getIntPtrType(m_Builder.getContext(), s_nGlobalSpace);
     if (pType->getIntegerBitWidth() == 32)
     {
         return pLow;
     }
-    llvm::Value* const pHigh = m_builder.CreateShl(m_builder.CreateZExt(Hidden("cb0_3_y"), pType), 32);
-    return m_builder.CreateOr(m_builder.CreateZExt(pLow, pType), pHigh);
+    llvm::Value* const pHigh = m_Builder.CreateShl(m_Builder.CreateZExt(Hidden("cb0_3_y"), pType), 32);
+    return m_Builder.CreateOr(m_Builder.CreateZExt(pLow, pType), pHigh);
 }
 
 llvm::Value* CExpansion::Pointer(llvm::Value* pAddress, uint64_t nOffset)
 {
-    llvm::Value* const pPlace = m_builder.CreateAdd(pAddress, llvm::ConstantInt::get(pAddress->getType(), nOffset));
-    return m_builder.CreateIntToPtr(pPlace, llvm::PointerType::get(m_builder.getContext(), s_nGlobalSpace));
+    llvm::Value* const pPlace = m_Builder.CreateAdd(pAddress, llvm::ConstantInt::get(pAddress->getType(), nOffset));
+    return m_Builder.CreateIntToPtr(pPlace, llvm::PointerType::get(m_Builder.getContext(), s_nGlobalSpace));
 }
 
 void CExpansion::TakeElement(llvm::Value* pElement)
 {
     llvm::Type* const pType = pElement->getType();
-    const unsigned int nBits = static_cast<unsigned int>(m_module.getDataLayout().getTypeSizeInBits(pType));
+    const unsigned int nBits = static_cast<unsigned int>(m_Module.getDataLayout().getTypeSizeInBits(pType));
     if (pType->isPointerTy())
     {
-        pElement = m_builder.CreatePtrToInt(pElement, m_builder.getIntNTy(nBits));
+        pElement = m_Builder.CreatePtrToInt(pElement, m_Builder.getIntNTy(nBits));
     }
     else if (!pType->isIntegerTy())
     {
-        pElement = m_builder.CreateBitCast(pElement, m_builder.getIntNTy(nBits));
+        pElement = m_Builder.CreateBitCast(pElement, m_Builder.getIntNTy(nBits));
     }
     if (nBits <= 32)
     {
-        m_vWords.push_back(m_builder.CreateZExt(pElement, m_builder.getInt32Ty()));
+        m_vWords.push_back(m_Builder.CreateZExt(pElement, m_Builder.getInt32Ty()));
         return;
     }
-    m_vWords.push_back(m_builder.CreateTrunc(pElement, m_builder.getInt32Ty()));
-    m_vWords.push_back(m_builder.CreateTrunc(m_builder.CreateLShr(pElement, 32), m_builder.getInt32Ty()));
+    m_vWords.push_back(m_Builder.CreateTrunc(pElement, m_Builder.getInt32Ty()));
+    m_vWords.push_back(m_Builder.CreateTrunc(m_Builder.CreateLShr(pElement, 32), m_Builder.getInt32Ty()));
 }
 
 /// The number of a literal among the call's strings, chosen at run time if need be.
@@ -152,15 +152,15 @@ llvm::Value* CExpansion::StringNumber(llvm::Value* pPointer)
     if (auto* const pSelect = llvm::dyn_cast<llvm::SelectInst>(pPointer))
     {
         llvm::Value* const pTrue = StringNumber(pSelect->getTrueValue());
-        return m_builder.CreateSelect(pSelect->getCondition(), pTrue, StringNumber(pSelect->getFalseValue()));
+        return m_Builder.CreateSelect(pSelect->getCondition(), pTrue, StringNumber(pSelect->getFalseValue()));
     }
     const std::optional<std::string> text = Literal(pPointer);
     if (!text)
     {
-        return m_builder.getInt32(s_nNoString);
+        return m_Builder.getInt32(s_nNoString);
     }
     m_vStrings.push_back(*text);
-    return m_builder.getInt32(static_cast<uint32_t>(m_vStrings.size() - 1));
+    return m_Builder.getInt32(static_cast<uint32_t>(m_vStrings.size() - 1));
 }
 
 void CExpansion::TakeString(llvm::Value* pArgument)
@@ -182,7 +182,7 @@ void CExpansion::TakeArgument(llvm::Value* pArgument)
         return;
     }
     m_strTypes += pScalar->isFloatingPointTy() ? "f" : pScalar->isPointerTy() ? "p" : "i";
-    m_strTypes += std::to_string(m_module.getDataLayout().getTypeSizeInBits(pScalar));
+    m_strTypes += std::to_string(m_Module.getDataLayout().getTypeSizeInBits(pScalar));
     auto* const pVector = llvm::dyn_cast<llvm::FixedVectorType>(pType);
     if (pVector == nullptr)
     {
@@ -192,17 +192,17 @@ void CExpansion::TakeArgument(llvm::Value* pArgument)
     m_strTypes += "x" + std::to_string(pVector->getNumElements());
     for (unsigned int i = 0; i < pVector->getNumElements(); ++i)
     {
-        TakeElement(m_builder.CreateExtractElement(pArgument, i));
+        TakeElement(m_Builder.CreateExtractElement(pArgument, i));
     }
 }
 
 void CExpansion::WriteRecord(uint32_t nFormat, llvm::Value* pRecord)
 {
-    m_vWords.insert(m_vWords.begin(), {m_builder.getInt32(static_cast<uint32_t>((m_vWords.size() + 3) * s_nWord)),
-                                       m_builder.getInt32(nFormat), Hidden("reg_vThreadGrpIdFlat_x")});
+    m_vWords.insert(m_vWords.begin(), {m_Builder.getInt32(static_cast<uint32_t>((m_vWords.size() + 3) * s_nWord)),
+                                       m_Builder.getInt32(nFormat), Hidden("reg_vThreadGrpIdFlat_x")});
     for (size_t i = 0; i < m_vWords.size(); ++i)
     {
-        m_builder.CreateAlignedStore(m_vWords[i], Pointer(pRecord, i * s_nWord), llvm::Align(s_nWord));
+        m_Builder.CreateAlignedStore(m_vWords[i], Pointer(pRecord, i * s_nWord), llvm::Align(s_nWord));
     }
 }
 
@@ -212,60 +212,60 @@ void CExpansion::Replace(uint32_t nFormat)
     const uint64_t nBytes = s_nRecordHeader + m_vWords.size() * s_nWord;
     const auto Atomic = [&](llvm::AtomicRMWInst::BinOp eOperation, llvm::Value* pPointer, uint64_t nValue)
     {
-        return m_builder.CreateAtomicRMW(eOperation, pPointer, m_builder.getInt32(static_cast<uint32_t>(nValue)),
+        return m_Builder.CreateAtomicRMW(eOperation, pPointer, m_Builder.getInt32(static_cast<uint32_t>(nValue)),
                                          llvm::Align(s_nWord), llvm::AtomicOrdering::Monotonic);
     };
     llvm::Value* const pAddress = BufferAddress();
-    llvm::Value* const pListens = m_builder.CreateIsNotNull(pAddress);
-    llvm::Instruction* const pThen = llvm::SplitBlockAndInsertIfThen(pListens, &m_call, false);
-    m_builder.SetInsertPoint(pThen);
-    m_builder.SetCurrentDebugLocation(m_call.getDebugLoc());
+    llvm::Value* const pListens = m_Builder.CreateIsNotNull(pAddress);
+    llvm::Instruction* const pThen = llvm::SplitBlockAndInsertIfThen(pListens, &m_Call, false);
+    m_Builder.SetInsertPoint(pThen);
+    m_Builder.SetCurrentDebugLocation(m_Call.getDebugLoc());
     llvm::Value* const pOffset = Atomic(llvm::AtomicRMWInst::Add, Pointer(pAddress, 0), nBytes);
-    llvm::Value* const pEnd = m_builder.CreateAdd(pOffset, m_builder.getInt32(static_cast<uint32_t>(nBytes)));
-    llvm::Value* const pFits = m_builder.CreateICmpULE(pEnd, Hidden("cb0_3_z"));
+    llvm::Value* const pEnd = m_Builder.CreateAdd(pOffset, m_Builder.getInt32(static_cast<uint32_t>(nBytes)));
+    llvm::Value* const pFits = m_Builder.CreateICmpULE(pEnd, Hidden("cb0_3_z"));
     llvm::Instruction* pWrite = nullptr;
     llvm::Instruction* pLost = nullptr;
     llvm::SplitBlockAndInsertIfThenElse(pFits, pThen, &pWrite, &pLost);
-    m_builder.SetInsertPoint(pWrite);
-    llvm::Value* const pStart = m_builder.CreateAdd(pAddress, m_builder.CreateZExt(pOffset, pAddress->getType()));
-    WriteRecord(nFormat, m_builder.CreateAdd(pStart, llvm::ConstantInt::get(pStart->getType(), s_nBufferHeader)));
-    m_builder.SetInsertPoint(pLost);
+    m_Builder.SetInsertPoint(pWrite);
+    llvm::Value* const pStart = m_Builder.CreateAdd(pAddress, m_Builder.CreateZExt(pOffset, pAddress->getType()));
+    WriteRecord(nFormat, m_Builder.CreateAdd(pStart, llvm::ConstantInt::get(pStart->getType(), s_nBufferHeader)));
+    m_Builder.SetInsertPoint(pLost);
     Atomic(llvm::AtomicRMWInst::Sub, Pointer(pAddress, 0), nBytes);
     Atomic(llvm::AtomicRMWInst::Add, Pointer(pAddress, s_nWord), 1);
 
     llvm::BasicBlock* const pJoin = pThen->getParent();
-    m_builder.SetInsertPoint(&pJoin->front());
-    llvm::PHINode* const pLostHere = m_builder.CreatePHI(m_builder.getInt32Ty(), 2);
-    pLostHere->addIncoming(m_builder.getInt32(0), pWrite->getParent());
-    pLostHere->addIncoming(m_builder.getInt32(s_nNoString), pLost->getParent());
-    llvm::BasicBlock* const pTail = m_call.getParent();
-    m_builder.SetInsertPoint(&pTail->front());
-    llvm::PHINode* const pResult = m_builder.CreatePHI(m_builder.getInt32Ty(), 2);
+    m_Builder.SetInsertPoint(&pJoin->front());
+    llvm::PHINode* const pLostHere = m_Builder.CreatePHI(m_Builder.getInt32Ty(), 2);
+    pLostHere->addIncoming(m_Builder.getInt32(0), pWrite->getParent());
+    pLostHere->addIncoming(m_Builder.getInt32(s_nNoString), pLost->getParent());
+    llvm::BasicBlock* const pTail = m_Call.getParent();
+    m_Builder.SetInsertPoint(&pTail->front());
+    llvm::PHINode* const pResult = m_Builder.CreatePHI(m_Builder.getInt32Ty(), 2);
     for (llvm::BasicBlock* const pFrom : llvm::predecessors(pTail))
     {
-        pResult->addIncoming(pFrom == pJoin ? static_cast<llvm::Value*>(pLostHere) : m_builder.getInt32(0), pFrom);
+        pResult->addIncoming(pFrom == pJoin ? static_cast<llvm::Value*>(pLostHere) : m_Builder.getInt32(0), pFrom);
     }
-    m_call.replaceAllUsesWith(pResult);
-    m_call.eraseFromParent();
+    m_Call.replaceAllUsesWith(pResult);
+    m_Call.eraseFromParent();
 }
 
 llvm::MDNode* CExpansion::Run(uint32_t nFormat)
 {
-    const std::optional<std::string> format = Literal(m_call.getArgOperand(0));
+    const std::optional<std::string> format = Literal(m_Call.getArgOperand(0));
     if (!format)
     {
-        const llvm::DILocation* const pPlace = m_call.getDebugLoc().get();
+        const llvm::DILocation* const pPlace = m_Call.getDebugLoc().get();
         m_strLog += (pPlace != nullptr ? pPlace->getFilename().str() + ":" + std::to_string(pPlace->getLine()) + ":" +
                                              std::to_string(pPlace->getColumn()) + ": "
                                        : std::string()) +
                     "error: the format of printf isn't a string literal\n";
         return nullptr;
     }
-    for (unsigned int i = 1; i < m_call.arg_size(); ++i)
+    for (unsigned int i = 1; i < m_Call.arg_size(); ++i)
     {
-        TakeArgument(m_call.getArgOperand(i));
+        TakeArgument(m_Call.getArgOperand(i));
     }
-    llvm::LLVMContext& context = m_builder.getContext();
+    llvm::LLVMContext& context = m_Builder.getContext();
     std::vector<llvm::Metadata*> vTexts = {llvm::MDString::get(context, m_strTypes),
                                            llvm::MDString::get(context, *format)};
     for (const std::string& strText : m_vStrings)

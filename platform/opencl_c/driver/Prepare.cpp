@@ -1,9 +1,9 @@
-#include "platform/opencl_c/driver/LinkBuiltins.h"
 #include "platform/opencl_c/driver/CallTree.h"
 #include "platform/opencl_c/driver/Divisions.h"
-#include "platform/opencl_c/driver/IrCompiler.h"
-#include "platform/opencl_c/driver/Passes.h"
 #include "platform/opencl_c/driver/ExpandPrintf.h"
+#include "platform/opencl_c/driver/IrCompiler.h"
+#include "platform/opencl_c/driver/LinkBuiltins.h"
+#include "platform/opencl_c/driver/Passes.h"
 
 #include <llvm/ADT/SmallVector.h>
 #include <llvm/IR/DebugInfoMetadata.h>

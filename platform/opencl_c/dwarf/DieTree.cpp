@@ -2,9 +2,9 @@
 
 #include "platform/opencl_c/dwarf/ByteWriter.h"
 
-#include <map>
-
 #include "llvm/BinaryFormat/Dwarf.h"
+
+#include <map>
 
 namespace KestrelOpenCL
 {

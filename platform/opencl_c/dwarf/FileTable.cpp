@@ -2,9 +2,9 @@
 
 #include "platform/opencl_c/dwarf/ByteWriter.h"
 
-#include <algorithm>
-
 #include "llvm/IR/DebugInfoMetadata.h"
+
+#include <algorithm>
 
 namespace KestrelOpenCL
 {

@@ -2,11 +2,11 @@
 
 #include "platform/opencl_c/dwarf/ByteWriter.h"
 
-#include <algorithm>
-#include <map>
-
 #include "llvm/BinaryFormat/Dwarf.h"
 #include "llvm/IR/DebugInfoMetadata.h"
+
+#include <algorithm>
+#include <map>
 
 namespace KestrelOpenCL
 {

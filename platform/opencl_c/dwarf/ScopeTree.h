@@ -1,11 +1,11 @@
 #ifndef KESTREL_PLATFORM_OPENCL_C_DWARF_SCOPETREE_H
 #define KESTREL_PLATFORM_OPENCL_C_DWARF_SCOPETREE_H
 
+#include "llvm/ADT/DenseMap.h"
+
 #include <cstdint>
 #include <utility>
 #include <vector>
-
-#include "llvm/ADT/DenseMap.h"
 
 namespace llvm
 {

@@ -4,9 +4,9 @@
 #include "platform/opencl_c/dwarf/DieTree.h"
 #include "platform/opencl_c/dwarf/FileTable.h"
 
-#include <vector>
-
 #include "llvm/ADT/DenseMap.h"
+
+#include <vector>
 
 namespace llvm
 {

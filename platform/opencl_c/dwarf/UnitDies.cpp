@@ -3,14 +3,14 @@
 #include "platform/opencl_c/dwarf/ConstantBytes.h"
 #include "platform/opencl_c/lowering/Lowered.h"
 
-#include <algorithm>
-#include <set>
-
 #include "llvm/BinaryFormat/Dwarf.h"
 #include "llvm/IR/Constants.h"
 #include "llvm/IR/DebugInfoMetadata.h"
 #include "llvm/IR/Function.h"
 #include "llvm/IR/Module.h"
+
+#include <algorithm>
+#include <set>
 
 namespace KestrelOpenCL
 {

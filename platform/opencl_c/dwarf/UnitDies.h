@@ -9,10 +9,10 @@
 #include "platform/opencl_c/dwarf/ScopeTree.h"
 #include "platform/opencl_c/dwarf/TypeDies.h"
 
+#include "llvm/ADT/DenseMap.h"
+
 #include <map>
 #include <vector>
-
-#include "llvm/ADT/DenseMap.h"
 
 namespace llvm
 {

@@ -1,7 +1,5 @@
 #include "platform/opencl_c/structure/FlowGraph.h"
 
-#include <algorithm>
-
 #include "llvm/ADT/DenseMap.h"
 #include "llvm/ADT/DenseSet.h"
 #include "llvm/IR/BasicBlock.h"
@@ -9,6 +7,8 @@
 #include "llvm/IR/Function.h"
 #include "llvm/IR/InstrTypes.h"
 #include "llvm/IR/Instructions.h"
+
+#include <algorithm>
 
 namespace KestrelOpenCL
 {

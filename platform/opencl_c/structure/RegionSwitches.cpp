@@ -1,9 +1,9 @@
 #include "platform/opencl_c/structure/RegionEmitter.h"
 
-#include <algorithm>
-
 #include "llvm/IR/BasicBlock.h"
 #include "llvm/IR/Instructions.h"
+
+#include <algorithm>
 
 // How CRegionEmitter writes switches.
 

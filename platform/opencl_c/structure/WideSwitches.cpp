@@ -1,13 +1,13 @@
 #include "platform/opencl_c/structure/WideSwitches.h"
 
-#include <map>
-#include <vector>
-
 #include "llvm/ADT/SmallPtrSet.h"
 #include "llvm/IR/CFG.h"
 #include "llvm/IR/Function.h"
 #include "llvm/IR/IRBuilder.h"
 #include "llvm/IR/Instructions.h"
+
+#include <map>
+#include <vector>
 
 namespace KestrelOpenCL
 {

@@ -1,11 +1,11 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_ACCESSRECORDER_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_ACCESSRECORDER_H
 
-#include <map>
-#include <vector>
-
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/WideLaunch.h"
+
+#include <map>
+#include <vector>
 
 namespace KestrelPlatform
 {

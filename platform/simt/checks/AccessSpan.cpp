@@ -1,8 +1,8 @@
 #include "platform/simt/checks/AccessSpan.h"
 
-#include <algorithm>
-
 #include "platform/simt/Block.h"
+
+#include <algorithm>
 
 namespace KestrelPlatform
 {

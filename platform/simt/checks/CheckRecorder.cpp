@@ -1,10 +1,10 @@
 #include "platform/simt/checks/CheckRecorder.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "platform/simt/Block.h"
 #include "platform/simt/Elements.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace KestrelPlatform
 {

@@ -1,9 +1,6 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_CHECKRECORDER_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_CHECKRECORDER_H
 
-#include <memory>
-#include <vector>
-
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/checks/Findings.h"
 #include "platform/simt/checks/GroupRaces.h"
@@ -12,6 +9,9 @@
 #include "platform/simt/checks/NumberRecorder.h"
 #include "platform/simt/checks/PartBarriers.h"
 #include "platform/simt/checks/WrittenPages.h"
+
+#include <memory>
+#include <vector>
 
 namespace KestrelPlatform
 {

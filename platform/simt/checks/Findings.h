@@ -1,12 +1,12 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_FINDINGS_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_FINDINGS_H
 
+#include "platform/simt/WideLaunch.h"
+
 #include <map>
 #include <mutex>
 #include <tuple>
 #include <vector>
-
-#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

@@ -1,10 +1,10 @@
 #include "platform/simt/checks/GroupRaces.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "platform/simt/Block.h"
 #include "platform/simt/checks/Findings.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace KestrelPlatform
 {

@@ -1,15 +1,15 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_GROUPRACES_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_GROUPRACES_H
 
+#include "platform/simt/WideLaunch.h"
+#include "platform/simt/checks/IntervalRows.h"
+#include "platform/simt/checks/RaceAccess.h"
+
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
-
-#include "platform/simt/WideLaunch.h"
-#include "platform/simt/checks/IntervalRows.h"
-#include "platform/simt/checks/RaceAccess.h"
 
 namespace KestrelPlatform
 {

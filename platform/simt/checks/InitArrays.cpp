@@ -1,11 +1,11 @@
 // Arrays of registers and private memory, which rows hold element by element.
 
-#include <algorithm>
-#include <cstring>
-
 #include "platform/simt/Block.h"
 #include "platform/simt/Elements.h"
 #include "platform/simt/checks/InitRecorder.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace KestrelPlatform
 {

@@ -1,13 +1,13 @@
 #include "platform/simt/checks/InitRecorder.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "platform/simt/Block.h"
 #include "platform/simt/Elements.h"
 #include "platform/simt/RowVisits.h"
 #include "platform/simt/checks/Findings.h"
 #include "platform/simt/checks/WrittenPages.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace KestrelPlatform
 {

@@ -1,13 +1,13 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_INITRECORDER_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_INITRECORDER_H
 
-#include <vector>
-
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/WideLaunch.h"
 #include "platform/simt/checks/AccessSpan.h"
 #include "platform/simt/checks/RowShadow.h"
 #include "platform/simt/checks/ShadowRules.h"
+
+#include <vector>
 
 namespace KestrelPlatform
 {

@@ -1,10 +1,10 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_INTERVALRACES_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_INTERVALRACES_H
 
+#include "platform/simt/checks/RaceAccess.h"
+
 #include <cstddef>
 #include <vector>
-
-#include "platform/simt/checks/RaceAccess.h"
 
 namespace KestrelPlatform
 {

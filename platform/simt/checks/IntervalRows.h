@@ -1,10 +1,10 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_INTERVALROWS_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_INTERVALROWS_H
 
+#include "platform/simt/checks/IntervalRaces.h"
+
 #include <cstddef>
 #include <vector>
-
-#include "platform/simt/checks/IntervalRaces.h"
 
 namespace KestrelPlatform
 {

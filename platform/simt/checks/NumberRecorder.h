@@ -1,13 +1,13 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_NUMBERRECORDER_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_NUMBERRECORDER_H
 
-#include <set>
-#include <tuple>
-#include <vector>
-
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/LaneRules.h"
 #include "platform/simt/WideLaunch.h"
+
+#include <set>
+#include <tuple>
+#include <vector>
 
 namespace KestrelPlatform
 {

@@ -1,10 +1,10 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_PARTBARRIERS_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_PARTBARRIERS_H
 
+#include "platform/simt/LaneOps.h"
+
 #include <bitset>
 #include <vector>
-
-#include "platform/simt/LaneOps.h"
 
 namespace KestrelPlatform
 {

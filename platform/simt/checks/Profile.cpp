@@ -1,9 +1,9 @@
 #include "platform/simt/checks/Profile.h"
 
-#include <algorithm>
-
 #include "platform/simt/Block.h"
 #include "platform/simt/Elements.h"
+
+#include <algorithm>
 
 namespace KestrelPlatform
 {

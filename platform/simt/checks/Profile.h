@@ -1,13 +1,13 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_PROFILE_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_PROFILE_H
 
+#include "platform/simt/BlockRecorder.h"
+#include "platform/simt/Program.h"
+#include "platform/simt/WideLaunch.h"
+
 #include <map>
 #include <mutex>
 #include <vector>
-
-#include "platform/simt/BlockRecorder.h"
-#include "platform/simt/WideLaunch.h"
-#include "platform/simt/Program.h"
 
 namespace KestrelPlatform
 {

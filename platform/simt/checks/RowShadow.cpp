@@ -1,10 +1,10 @@
 #include "platform/simt/checks/RowShadow.h"
 
+#include "platform/simt/Block.h"
+
 #include <algorithm>
 #include <cstring>
 #include <new>
-
-#include "platform/simt/Block.h"
 
 namespace KestrelPlatform
 {

@@ -1,11 +1,11 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_ROWSHADOW_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_ROWSHADOW_H
 
+#include "platform/simt/LaneOps.h"
+
 #include <cstdlib>
 #include <memory>
 #include <vector>
-
-#include "platform/simt/LaneOps.h"
 
 namespace KestrelPlatform
 {

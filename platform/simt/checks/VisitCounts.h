@@ -1,10 +1,10 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_VISITCOUNTS_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_VISITCOUNTS_H
 
+#include "platform/simt/BlockRecorder.h"
+
 #include <mutex>
 #include <vector>
-
-#include "platform/simt/BlockRecorder.h"
 
 namespace KestrelPlatform
 {

@@ -1,10 +1,10 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_WRITTENPAGES_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_WRITTENPAGES_H
 
+#include "platform/simt/WideLaunch.h"
+
 #include <atomic>
 #include <vector>
-
-#include "platform/simt/WideLaunch.h"
 
 namespace KestrelPlatform
 {

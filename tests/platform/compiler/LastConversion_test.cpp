@@ -97,13 +97,21 @@ public:
             const auto place = vLines.begin() + static_cast<std::ptrdiff_t>(nFirst + Number(vLines.size() - nFirst));
             const size_t nKind = vLines.size() > 30 ? 3 : Number(4);
             if (nKind == 0)
+            {
                 vLines.insert(place, s_Lines[Number(std::size(s_Lines))]);
+            }
             else if (nKind == 1)
+            {
                 vLines.insert(place, *place);
+            }
             else if (nKind == 2)
+            {
                 *place = s_Lines[Number(std::size(s_Lines))];
+            }
             else if (vLines.size() > 3)
+            {
                 vLines.erase(place);
+            }
         } while (Number(4) == 0);
     }
 
@@ -117,7 +125,9 @@ std::string Join(const std::vector<std::string>& vLines)
 {
     std::string strText;
     for (const std::string& strLine : vLines)
+    {
         strText += strLine;
+    }
     return strText;
 }
 
@@ -136,7 +146,9 @@ TEST(LastConversion, WhatWasConvertedBeforeChangesNothing)
         ASSERT_EQ(result, FromTextAlone(strText)) << strText;
         ++(result.bOk ? nGood : nBad);
         if (!result.bOk)
+        {
             continue;
+        }
         vLines = vEdited;
         const SResult printed = FromTokens(result.vTokens);
         ASSERT_EQ(printed, FromTokensAlone(result.vTokens)) << strText;

@@ -25,8 +25,10 @@ std::vector<Found> FindAll(const std::string& strText, uint32_t nGlobal, uint32_
     const KestrelPlatform::SLaunchResult result = run.Run();
     std::vector<Found> vFound;
     for (const SPlatformFinding& finding : result.vFindings)
+    {
         vFound.emplace_back(finding.nKind, finding.nMemory, finding.nWorkItem, finding.nOtherItem, finding.nCount,
                             finding.bUnequal, finding.nAddress);
+    }
     return vFound;
 }
 
@@ -103,10 +105,14 @@ TEST(Checks, FindTheSameInEveryOrder)
         const std::vector<Found> vFirst = FindAll(check.pszText, check.nGlobal, check.nLocal, 1, 0);
         std::vector<uint32_t> vKinds;
         for (const Found& found : vFirst)
+        {
             vKinds.push_back(std::get<0>(found));
+        }
         EXPECT_EQ(vKinds, check.vKinds);
         for (const uint64_t nSchedule : {7, 8, 9})
+        {
             EXPECT_EQ(FindAll(check.pszText, check.nGlobal, check.nLocal, 4, nSchedule), vFirst) << nSchedule;
+        }
     }
 }
 

@@ -45,7 +45,9 @@ const SFlowCase s_Cases[] = {
      {
          uint32_t nSum = 0;
          for (uint32_t i = 1; i <= 10; ++i)
+         {
              nSum += (i + n) & 1 ? 0 : i;
+         }
          return nSum;
      }},
     {"NestedLoops",
@@ -147,7 +149,9 @@ const SFlowCase s_Cases[] = {
          {
              nSum += k == 3 || k % 2 == 0 ? 0 : k;
              if (k != 3 && k % 2 == 1 && k >= 10)
+             {
                  break;
+             }
          }
          return nSum;
      }},
@@ -180,7 +184,9 @@ TEST_P(FlowTest, EachWorkItemTakesItsPath)
     EXPECT_EQ(result.eStatus, KestrelPlatform::SLaunchResult::Complete);
     EXPECT_EQ(result.nBadAccesses, 0u);
     for (uint32_t n = 0; n < nItems; ++n)
+    {
         ASSERT_EQ(run.vOutput[n * 4], test.pfExpected(n)) << "work-item " << n;
+    }
 }
 
 std::string FlowName(const ::testing::TestParamInfo<FlowTest::ParamType>& info)
@@ -244,14 +250,20 @@ TEST(Flow, SeveralLaunchesAtOnce)
             EXPECT_EQ(run.Run().eStatus, KestrelPlatform::SLaunchResult::Complete);
             EXPECT_EQ(run.vOutput[1], nItems);
             for (uint32_t i = 0; i < nItems; ++i)
+            {
                 ASSERT_EQ(run.vOutput[i * 4], i);
+            }
         }
     };
     std::vector<std::thread> vThreads;
     for (int n = 0; n < 4; ++n)
+    {
         vThreads.emplace_back(work);
+    }
     for (std::thread& thread : vThreads)
+    {
         thread.join();
+    }
 }
 
 } // namespace

@@ -71,7 +71,9 @@ const SFloatOp s_FloatOps[] = {
 int32_t Truncate(float f)
 {
     if (f >= 2147483648.0f)
+    {
         return 0x7FFFFFFF;
+    }
     return f < -2147483648.0f ? S(0x80000000) : static_cast<int32_t>(f);
 }
 
@@ -96,7 +98,9 @@ CGeneratedKernel::SOperand CGeneratedKernel::RandomOperand()
     operand.nLiteral = Random(8);
     operand.nRegister = Random(s_nRegisters);
     for (uint32_t& nComponent : operand.nComponents)
+    {
         nComponent = Random(4);
+    }
     return operand;
 }
 
@@ -117,7 +121,9 @@ std::unique_ptr<CGeneratedKernel::SNode> CGeneratedKernel::RandomNode(uint32_t n
 {
     auto pNode = std::make_unique<SNode>();
     for (SOperand& source : pNode->sources)
+    {
         source = RandomOperand();
+    }
     pNode->nDestination = Random(s_nRegisters);
     pNode->nMask = 1 + Random(15);
     pNode->bConditional = Random(3) != 0;
@@ -129,7 +135,9 @@ std::unique_ptr<CGeneratedKernel::SNode> CGeneratedKernel::RandomNode(uint32_t n
         pNode->bHasElse = Random(2) != 0;
         pNode->body = RandomBlock(nDepth - 1, bInLoop, bInSwitch, nFunction);
         if (pNode->bHasElse)
+        {
             pNode->other = RandomBlock(nDepth - 1, bInLoop, bInSwitch, nFunction);
+        }
     }
     else if (nDepth > 0 && nChoice < 6)
     {
@@ -149,14 +157,20 @@ std::unique_ptr<CGeneratedKernel::SNode> CGeneratedKernel::RandomNode(uint32_t n
             part.nValue = n;
             part.bBreaks = Random(3) != 0;
             if (Random(4) != 0)
+            {
                 part.body = RandomBlock(nDepth - 1, bInLoop, true, nFunction);
+            }
             pNode->vCases.push_back(std::move(part));
         }
     }
     else if (nChoice == 8 && (bInLoop || bInSwitch))
+    {
         pNode->eKind = Break;
+    }
     else if (nChoice == 9 && bInLoop)
+    {
         pNode->eKind = Continue;
+    }
     else if (nChoice == 10 && nFunction + 1 < static_cast<int>(s_nFunctions))
     {
         pNode->eKind = Call;
@@ -164,13 +178,21 @@ std::unique_ptr<CGeneratedKernel::SNode> CGeneratedKernel::RandomNode(uint32_t n
             static_cast<uint32_t>(nFunction + 1) + Random(s_nFunctions - static_cast<uint32_t>(nFunction + 1));
     }
     else if (nChoice == 11 && nFunction >= 0)
+    {
         pNode->eKind = Return;
+    }
     else if (nChoice == 12)
+    {
         pNode->eKind = FloatChain;
+    }
     else if (nChoice == 13)
+    {
         pNode->eKind = ArrayStore;
+    }
     else if (nChoice == 14)
+    {
         pNode->eKind = ArrayLoad;
+    }
     pNode->nOp = Random(pNode->eKind == FloatChain ? std::size(s_FloatOps) : std::size(s_PlainOps));
     return pNode;
 }
@@ -178,24 +200,32 @@ std::unique_ptr<CGeneratedKernel::SNode> CGeneratedKernel::RandomNode(uint32_t n
 std::string CGeneratedKernel::Print(const SOperand& operand)
 {
     if (operand.bLiteral)
+    {
         return "l" + std::to_string(operand.nLiteral / 4) + "." + "xyzw"[operand.nLiteral % 4];
+    }
     std::string str = "r" + std::to_string(operand.nRegister) + ".";
     for (uint32_t nComponent : operand.nComponents)
+    {
         str += "xyzw"[nComponent];
+    }
     return str;
 }
 
 void CGeneratedKernel::Print(const Nodes& nodes, std::string& str)
 {
     for (const auto& pNode : nodes)
+    {
         Print(*pNode, str);
+    }
 }
 
 void CGeneratedKernel::Print(const SNode& node, std::string& str)
 {
     std::string strDestination = "r" + std::to_string(node.nDestination) + ".";
     for (uint32_t n = 0; n < 4; ++n)
+    {
         strDestination += node.nMask & (1u << n) ? "xyzw"[n] : '_';
+    }
     const std::string strLogical = node.bIfZero ? "_logicalz " : "_logicalnz ";
     const std::string strA = Print(node.sources[0]);
     const std::string strB = Print(node.sources[1]);
@@ -207,7 +237,9 @@ void CGeneratedKernel::Print(const SNode& node, std::string& str)
         const SPlainOp& op = s_PlainOps[node.nOp];
         str += std::string(op.pszName) + " " + strDestination + ", " + strA;
         for (uint32_t n = 1; n < op.nSources; ++n)
+        {
             str += ", " + Print(node.sources[n]);
+        }
         str += "\n";
         break;
     }
@@ -226,7 +258,9 @@ void CGeneratedKernel::Print(const SNode& node, std::string& str)
         str += "if" + strCondition;
         Print(node.body, str);
         if (node.bHasElse)
+        {
             str += "else\n";
+        }
         Print(node.other, str);
         str += "endif\n";
         break;
@@ -272,12 +306,16 @@ std::string CGeneratedKernel::Text() const
         "il_cs_2_0\ndcl_cb cb0[10]\ndcl_cb cb1[8]\ndcl_indexed_temp_array x1[4]\n"
         "dcl_literal l0, 0, 1, 2, 3\ndcl_literal l1, 7, 31, -1, 0x80000000\ndcl_literal l100, 7, 16, 32, 48\n";
     for (uint32_t n = 0; n < s_nRegisters; ++n)
+    {
         str += "imad r" + std::to_string(n) + ", vAbsTidFlat.x, l" + std::to_string(n % 2) + ".yzwx, l" +
                std::to_string((n + 1) % 2) + "\n";
+    }
     Print(m_Main, str);
     str += "ishl r100.x, vAbsTidFlat.x, l100.x\niadd r100.x, r100.x, cb1[0].x\n";
     for (uint32_t n = 0; n < s_nRegisters; ++n)
+    {
         str += "uav_raw_store_id(11) mem0, r100.x, r" + std::to_string(n) + "\niadd r100.x, r100.x, l100.y\n";
+    }
     str += "endmain\n";
     for (uint32_t n = 0; n < s_nFunctions; ++n)
     {
@@ -291,7 +329,9 @@ std::string CGeneratedKernel::Text() const
 uint32_t CGeneratedKernel::Read(const SState& state, const SOperand& operand, uint32_t nComponent)
 {
     if (operand.bLiteral)
+    {
         return s_nLiteralValues[operand.nLiteral];
+    }
     return state.registers[operand.nRegister][operand.nComponents[nComponent]];
 }
 
@@ -301,8 +341,10 @@ CGeneratedKernel::Registers CGeneratedKernel::Execute(uint32_t nItem) const
     for (uint32_t n = 0; n < s_nRegisters; ++n)
     {
         for (uint32_t c = 0; c < 4; ++c)
+        {
             state.registers[n][c] =
                 nItem * s_nLiteralValues[n % 2 * 4 + (c + 1) % 4] + s_nLiteralValues[(n + 1) % 2 * 4 + c];
+        }
     }
     Execute(m_Main, state);
     return state.registers;
@@ -314,7 +356,9 @@ CGeneratedKernel::EFlow CGeneratedKernel::Execute(const Nodes& nodes, SState& st
     {
         const EFlow eFlow = Execute(*pNode, state);
         if (eFlow != Next)
+        {
             return eFlow;
+        }
     }
     return Next;
 }
@@ -326,7 +370,9 @@ CGeneratedKernel::EFlow CGeneratedKernel::ExecuteSwitch(const SNode& node, SStat
     for (size_t n = 0; n < node.vCases.size(); ++n)
     {
         if (node.vCases[n].bDefault && nFirst == node.vCases.size())
+        {
             nFirst = n;
+        }
         if (!node.vCases[n].bDefault && node.vCases[n].nValue == nSelector)
         {
             nFirst = n;
@@ -337,11 +383,17 @@ CGeneratedKernel::EFlow CGeneratedKernel::ExecuteSwitch(const SNode& node, SStat
     {
         const EFlow eFlow = Execute(node.vCases[n].body, state);
         if (eFlow == Broke)
+        {
             return Next;
+        }
         if (eFlow != Next)
+        {
             return eFlow;
+        }
         if (node.vCases[n].bBreaks)
+        {
             return Next;
+        }
     }
     return Next;
 }
@@ -354,8 +406,10 @@ CGeneratedKernel::EFlow CGeneratedKernel::Execute(const SNode& node, SState& sta
     {
     case Plain:
         for (uint32_t c = 0; c < 4; ++c)
+        {
             result[c] = s_PlainOps[node.nOp].pf(Read(state, node.sources[0], c), Read(state, node.sources[1], c),
                                                 Read(state, node.sources[2], c));
+        }
         break;
     case FloatChain:
     {
@@ -369,7 +423,9 @@ CGeneratedKernel::EFlow CGeneratedKernel::Execute(const SNode& node, SState& sta
     {
         std::array<uint32_t, 4>& element = state.array[Read(state, node.sources[0], 0) & 3];
         for (uint32_t c = 0; c < 4; ++c)
+        {
             element[c] = node.nMask & (1u << c) ? Read(state, node.sources[1], c) : element[c];
+        }
         return Next;
     }
     case ArrayLoad:
@@ -387,9 +443,13 @@ CGeneratedKernel::EFlow CGeneratedKernel::Execute(const SNode& node, SState& sta
         {
             const EFlow eFlow = Execute(node.body, state);
             if (eFlow == Returned)
+            {
                 return eFlow;
+            }
             if (eFlow == Broke)
+            {
                 break;
+            }
         }
         return Next;
     }
@@ -403,13 +463,17 @@ CGeneratedKernel::EFlow CGeneratedKernel::Execute(const SNode& node, SState& sta
         return !node.bConditional || bHolds ? Returned : Next;
     case Call:
         if (!node.bConditional || bHolds)
+        {
             Execute(m_vFunctions[node.nFunction], state);
+        }
         return Next;
     }
     for (uint32_t c = 0; c < 4; ++c)
     {
         if (node.nMask & (1u << c))
+        {
             state.registers[node.nDestination][c] = result[c];
+        }
     }
     return Next;
 }

@@ -17,9 +17,13 @@ std::vector<uint64_t> SumActive(const std::vector<SRecord>& vRecords, size_t nIn
     for (const SRecord& record : vRecords)
     {
         if (record.nInstruction >= vSums.size())
+        {
             vSums.resize(record.nInstruction + size_t{1}, 0);
+        }
         for (const uint32_t nActive : record.vActive)
+        {
             vSums[record.nInstruction] += nActive;
+        }
     }
     return vSums;
 }
@@ -49,7 +53,9 @@ void CheckSeed(uint32_t nSeed)
         EXPECT_EQ(result.eStatus, KestrelPlatform::SLaunchResult::Complete);
         EXPECT_EQ(result.vVisits.empty(), !run.launch.bCountVisits);
         for (const SPlatformFinding& finding : result.vFindings)
+        {
             EXPECT_NE(finding.nKind, static_cast<uint32_t>(PLATFORM_FINDING_RACE)) << "KESTREL_SIMT_SEED=" << nSeed;
+        }
         vVisits = result.vVisits;
         vOutputs.push_back(run.vOutput);
     };
@@ -57,7 +63,9 @@ void CheckSeed(uint32_t nSeed)
                             KestrelPlatform::EInstructionSet::Avx512})
     {
         if (KestrelPlatform::ChooseInstructionSet(eSet))
+        {
             execute();
+        }
     }
     // A run that is checked gives the same, and work-items that keep to themselves don't race.
     run.launch.nChecks = ~0u;
@@ -78,10 +86,12 @@ void CheckSeed(uint32_t nSeed)
         for (uint32_t i = 0; i < 32; ++i)
         {
             for (size_t k = 0; k < vOutputs.size(); ++k)
+            {
                 ASSERT_EQ(vOutputs[k][n * 32 + i], expected[i / 4][i % 4])
                     << "run " << k << ", work-item " << n << ", r" << i / 4 << " component " << i % 4
                     << "\nreplay: KESTREL_SIMT_SEED=" << nSeed << "\n"
                     << strText;
+            }
         }
     }
 }
@@ -95,7 +105,9 @@ TEST(Generated, KernelsGiveWhatOneWorkItemAtATimeGives)
     }
     const uint32_t nSeeds = Setting("KESTREL_SIMT_SEEDS", 300);
     for (uint32_t nSeed = 1; nSeed <= nSeeds && !HasFatalFailure(); ++nSeed)
+    {
         CheckSeed(nSeed);
+    }
 }
 
 } // namespace

@@ -57,8 +57,10 @@ inline double h(uint64_t n)
     const int nExponent = static_cast<int>((n >> 10) & 31);
     const double dFraction = static_cast<double>(n & 0x3FF) / 1024.0;
     if (nExponent == 31)
+    {
         return dFraction != 0 ? std::numeric_limits<double>::quiet_NaN()
                               : dSign * std::numeric_limits<double>::infinity();
+    }
     return dSign * (nExponent ? std::ldexp(1.0 + dFraction, nExponent - 15) : std::ldexp(dFraction, -14));
 }
 
@@ -109,10 +111,14 @@ inline uint64_t ToHalf(double v, EDirection eDirection)
 {
     const uint64_t nSign = std::signbit(v) ? 0x8000 : 0;
     if (v != v)
+    {
         return 0x7E00;
+    }
     const double dSize = std::fabs(v);
     if (std::isinf(v))
+    {
         return nSign | 0x7C00;
+    }
     const int nExponent = dSize == 0 ? -14 : std::max(std::ilogb(dSize), -14);
     const double dUnits = std::ldexp(dSize, 10 - nExponent);
     const bool bAway = (eDirection == Up && !nSign) || (eDirection == Down && nSign);
@@ -120,7 +126,9 @@ inline uint64_t ToHalf(double v, EDirection eDirection)
         eDirection == Nearest ? std::nearbyint(dUnits) : (bAway ? std::ceil(dUnits) : std::floor(dUnits));
     const double dRounded = std::ldexp(dWhole, nExponent - 10);
     if (dRounded > 65504.0)
+    {
         return nSign | (eDirection == Nearest || bAway ? 0x7C00 : 0x7BFF);
+    }
     // Counting on from the exponent's first value carries into the next exponent by itself.
     const int nBiased = dWhole >= 1024.0 ? nExponent + 15 : 0;
     const uint64_t nFirst = nBiased ? static_cast<uint64_t>(nBiased - 1) << 10 : 0;
@@ -136,9 +144,13 @@ inline uint64_t H(double v)
 inline uint64_t Cut(double v, double dLow, double dHigh, uint64_t nLow, uint64_t nHigh)
 {
     if (v != v)
+    {
         return 0;
+    }
     if (v <= dLow)
+    {
         return nLow;
+    }
     return v >= dHigh
                ? nHigh
                : static_cast<uint64_t>(v < 0 ? static_cast<int64_t>(v) : 0) + (v < 0 ? 0 : static_cast<uint64_t>(v));
@@ -169,13 +181,21 @@ inline uint64_t ClassBit(uint64_t n, int nBits, int nFraction)
     const uint64_t nLast = (1ull << (nBits - 1 - nFraction)) - 1;
     const uint64_t nRest = n & ((1ull << nFraction) - 1);
     if (nExponent == nLast && nRest)
+    {
         return (nRest >> (nFraction - 1)) ? 2 : 1;
+    }
     if (nExponent == nLast)
+    {
         return bNegative ? 1u << 2 : 1u << 9;
+    }
     if (nExponent)
+    {
         return bNegative ? 1u << 3 : 1u << 8;
+    }
     if (nRest)
+    {
         return bNegative ? 1u << 4 : 1u << 7;
+    }
     return bNegative ? 1u << 5 : 1u << 6;
 }
 
@@ -193,15 +213,30 @@ inline uint64_t ByteSad(uint64_t a, uint64_t b, bool bMasked)
 {
     uint64_t nSum = 0;
     for (int n = 0; n < 4; ++n)
+    {
         nSum += bMasked && Byte(b, n) == 0 ? 0 : Distance(Byte(a, n), Byte(b, n));
+    }
     return nSum;
+}
+
+/// The mean of each two bytes, rounded up where the third one is odd.
+inline uint64_t ByteLerp(uint64_t a, uint64_t b, uint64_t c)
+{
+    uint64_t nResult = 0;
+    for (int n = 0; n < 4; ++n)
+    {
+        nResult |= ((Byte(a, n) + Byte(b, n) + (Byte(c, n) & 1ull)) / 2) << (8 * n);
+    }
+    return nResult;
 }
 
 inline uint64_t QuadSad(uint64_t a, uint64_t b, uint64_t c, bool bMasked)
 {
     uint64_t nResult = 0;
     for (int n = 0; n < 4; ++n)
+    {
         nResult |= W(ByteSad(a >> (8 * n), b, bMasked) + (c >> (16 * n))) << (16 * n);
+    }
     return nResult;
 }
 
@@ -245,7 +280,9 @@ inline uint64_t Reverse(uint64_t n)
 {
     uint64_t nResult = 0;
     for (int nBit = 0; nBit < 32; ++nBit)
+    {
         nResult |= ((n >> nBit) & 1) << (31 - nBit);
+    }
     return nResult;
 }
 
@@ -255,9 +292,13 @@ inline uint64_t Extract(uint64_t a, uint64_t b, uint64_t c, bool bSigned)
     const uint64_t nWidth = std::min<uint64_t>(a % 32, 32 - b % 32);
     uint64_t nResult = 0;
     for (uint64_t n = 0; n < nWidth; ++n)
+    {
         nResult |= ((c >> (b % 32 + n)) & 1) << n;
+    }
     for (uint64_t n = nWidth; bSigned && nWidth && n < 32; ++n)
+    {
         nResult |= ((nResult >> (nWidth - 1)) & 1) << n;
+    }
     return nResult;
 }
 
@@ -272,9 +313,13 @@ struct SCube
         const double v[3] = {x, y, z};
         int nAxis = 2;
         if (std::fabs(v[1]) > std::fabs(v[2]) && std::fabs(v[1]) >= std::fabs(v[0]))
+        {
             nAxis = 1;
+        }
         else if (std::fabs(v[0]) > std::fabs(v[2]))
+        {
             nAxis = 0;
+        }
         nFace = nAxis * 2 + (v[nAxis] < 0 ? 1 : 0);
         dMajor = 2 * v[nAxis];
         dS = s_nS[nFace][1] * v[s_nS[nFace][0]];

@@ -18,7 +18,10 @@ struct SFloatImage
     SFloatImage(uint32_t nType, uint32_t nWidth, uint32_t nHeight, uint32_t nDepth) : vTexels(nWidth * nHeight * nDepth)
     {
         for (uint32_t n = 0; n < vTexels.size(); ++n)
-            vTexels[n] = static_cast<float>(n % nWidth + n / nWidth % nHeight * 10 + n / nWidth / nHeight * 100 + 1);
+        {
+            const uint32_t nValue = n % nWidth + n / nWidth % nHeight * 10 + n / nWidth / nHeight * 100 + 1;
+            vTexels[n] = static_cast<float>(nValue);
+        }
         binding.pData = reinterpret_cast<unsigned char*>(vTexels.data());
         binding.nChannelOrder = CL_R;
         binding.nChannelType = CL_FLOAT;
@@ -28,7 +31,9 @@ struct SFloatImage
         binding.nDepth = nType == CL_MEM_OBJECT_IMAGE3D ? nDepth : 1;
         binding.nArraySize = nType == CL_MEM_OBJECT_IMAGE3D ? 1 : nDepth;
         if (nType == CL_MEM_OBJECT_IMAGE1D_ARRAY)
+        {
             binding.nArraySize = nHeight;
+        }
         binding.nRowPitch = nWidth * 4;
         binding.nSlicePitch = nType == CL_MEM_OBJECT_IMAGE1D_ARRAY ? nWidth * 4 : nWidth * nHeight * 4;
     }
@@ -80,9 +85,11 @@ TEST(Images, NearestAddressing)
         {CL_ADDRESS_REPEAT, true, INFINITY, 1},
     };
     for (const SCase& test : cases)
+    {
         EXPECT_EQ(Sample(line.binding, {test.bNormalized, test.nAddressing, CL_FILTER_NEAREST}, test.fCoordinate),
                   test.fExpected)
             << test.nAddressing << " at " << test.fCoordinate;
+    }
     EXPECT_EQ(Sample(line.binding, {true, CL_ADDRESS_CLAMP_TO_EDGE, CL_FILTER_NEAREST}, 2.0f, 0, 0, true), 3.0f);
 }
 
@@ -145,7 +152,9 @@ TEST(Images, EveryFormatSurvivesACopy)
         {
             std::vector<unsigned char> vSource(96);
             for (size_t n = 0; n < vSource.size(); ++n)
+            {
                 vSource[n] = static_cast<unsigned char>(n % 2 ? 0x3C + n / 24 : n * 5);
+            }
             EXPECT_EQ(CopyThroughKernel(nOrder, nType, vSource), vSource) << std::hex << nOrder << " " << nType;
         }
     }

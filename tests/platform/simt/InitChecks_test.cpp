@@ -81,7 +81,9 @@ TEST(InitChecks, TellWhoDependsOnWhatNobodyWrote)
         run.launch.nChecks = PLATFORM_CHECK_INIT;
         uint64_t nFound = 0;
         for (const SPlatformFinding& finding : run.Run().vFindings)
+        {
             nFound += finding.nCount;
+        }
         EXPECT_EQ(nFound, check.nFound);
     }
 }

@@ -55,9 +55,13 @@ public:
         record.nRegisterNumber = in.nRegisterNumber;
         record.nComponents = in.nComponents;
         if (in.pIndices)
+        {
             record.vIndices.assign(in.pIndices, in.pIndices + in.nItems);
+        }
         if (in.pValues)
+        {
             record.vValues.assign(in.pValues, in.pValues + in.nItems * 4);
+        }
         vRecords.push_back(record);
     }
 
@@ -105,7 +109,9 @@ public:
     KestrelPlatform::SLaunchResult Run()
     {
         if (!launch.pProgram)
+        {
             return KestrelPlatform::SLaunchResult();
+        }
         launch.vMemory.clear();
         const auto add = [this](uint32_t nAddress, std::vector<uint32_t>& vWords, bool bReadOnly)
         {
@@ -115,11 +121,15 @@ public:
             range.pData = reinterpret_cast<unsigned char*>(vWords.data());
             range.bReadOnly = bReadOnly;
             if (range.nSize)
+            {
                 launch.vMemory.push_back(range);
+            }
         };
         add(s_nOutput, vOutput, false);
         if (!vOutputShadow.empty())
+        {
             launch.vMemory.front().pShadow = vOutputShadow.data();
+        }
         add(s_nInput, vInput, true);
         launch.vConstantBuffer1.resize(32, 0);
         launch.vConstantBuffer1[0] = s_nOutput;

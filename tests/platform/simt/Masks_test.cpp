@@ -113,11 +113,15 @@ TEST(Masks, AccessesOfSomeWorkItems)
         for (const EInstructionSet eSet : {EInstructionSet::Baseline, EInstructionSet::Avx2, EInstructionSet::Avx512})
         {
             if (!KestrelPlatform::ChooseInstructionSet(eSet))
+            {
                 continue;
+            }
             for (const SActive& active : s_Active)
             {
                 for (const size_t nGroup : {256, 64, 100, 300, 7})
+                {
                     Check(operation, run, active, nGroup);
+                }
             }
         }
     }
@@ -137,17 +141,23 @@ TEST(Masks, LocalSumsOfSomeWorkItems)
             {
                 uint32_t nCount = 0;
                 for (uint32_t n = nLocal & 7; n < nGroup; n += 8)
+                {
                     nCount += active.pfIsActive(n) ? 3 : 0;
+                }
                 return nCount;
             };
             run.SetSize(nGroup * 5, nGroup);
             run.vOutput.assign(nGroup * 20, 0);
             run.vInput.assign(s_nData, 0);
             for (uint32_t n = 0; n < s_nData; ++n)
+            {
                 run.vInput[n] = active.pfIsActive(n) ? 1 : 0;
+            }
             run.Run();
             for (uint32_t n = 0; n < nGroup * 5; ++n)
+            {
                 ASSERT_EQ(run.vOutput[n * 4], count(n % nGroup)) << active.pszName << ", groups of " << nGroup;
+            }
         }
     }
 }

@@ -81,9 +81,13 @@ std::vector<std::string> Split(const char* pszNames)
     for (; *pszNames; ++pszNames)
     {
         if (*pszNames == ' ')
+        {
             vNames.emplace_back();
+        }
         else
+        {
             vNames.back().push_back(*pszNames);
+        }
     }
     return vNames;
 }
@@ -96,11 +100,15 @@ bool Contains(const std::string& str, const char* pszPart)
 std::vector<uint64_t> Operands(bool bFloats, bool bLong)
 {
     if (!bFloats)
+    {
         return {0, 1, 5, 0x7FFFFFFF, 0x80000000, bLong ? ~0ull : 0xFFFFFFFF, bLong ? 0x8000000080000001ull : 6};
+    }
     const double values[] = {0.0, -0.0, 1.5, -2.5, INFINITY, -INFINITY, double{NAN}};
     std::vector<uint64_t> vBits;
     for (const double dValue : values)
+    {
         vBits.push_back(bLong ? D(dValue) : F(dValue));
+    }
     return vBits;
 }
 
@@ -133,14 +141,20 @@ void CheckAtomic(const std::string& strName, const SAtomicRule& rule)
     for (const uint64_t nOld : vOperands)
     {
         for (const uint64_t a : vOperands)
+        {
             vCombinations.push_back({nOld, a, vOperands[(vCombinations.size() + 3) % vOperands.size()]});
+        }
     }
     for (const SCombination& each : vCombinations)
     {
         for (const uint64_t n : {each.nOld, uint64_t{0x7777777777777777}})
+        {
             run.vOutput.insert(run.vOutput.end(), {u(n), u(n >> 32)});
+        }
         for (const uint64_t n : {each.a, each.b})
+        {
             run.vInput.insert(run.vInput.end(), {u(n), u(n >> 32)});
+        }
     }
     run.SetSize(vCombinations.size(), 7);
     EXPECT_EQ(run.Run().nBadAccesses, 0u);
@@ -162,7 +176,9 @@ TEST(MemorySweep, Atomics)
     for (const SAtomicRule& rule : s_Atomics)
     {
         for (const std::string& strName : Split(rule.pszNames))
+        {
             CheckAtomic(strName, rule);
+        }
     }
 }
 
@@ -255,10 +271,14 @@ TEST(MemorySweep, NoAccessIsLeftOut)
     for (const SAtomicRule& rule : s_Atomics)
     {
         for (const std::string& strName : Split(rule.pszNames))
+        {
             setNames.insert(strName);
+        }
     }
     for (const SAccessCase& test : s_Accesses)
+    {
         setNames.insert(test.pszName);
+    }
     const auto check = [&](const char* pszName, uint32_t nOpCode)
     {
         const bool bMemory =

@@ -215,8 +215,10 @@ TEST(Memory, LocalAreasAndArguments)
     run.vOutput.assign(16, 0);
     const SLaunchResult result = run.Run();
     for (uint32_t n = 0; n < 4; ++n)
+    {
         EXPECT_EQ(std::vector<uint32_t>(&run.vOutput[n * 4], &run.vOutput[n * 4] + 4),
                   (std::vector<uint32_t>{n, 3, 2, 0}));
+    }
     EXPECT_EQ(result.nBadAccesses, 8u);
 }
 
@@ -312,9 +314,15 @@ TEST(Memory, ConstantBufferZeroHoldsTheDispatch)
     run.vOutput.assign(48, 0);
     run.Run();
     for (uint32_t z = 0; z < 2; ++z)
+    {
         for (uint32_t y = 0; y < 4; ++y)
+        {
             for (uint32_t x = 0; x < 6; ++x)
+            {
                 ASSERT_EQ(run.vOutput[(z * 4 + y) * 6 + x], x + y + z + 600 + 2 + 3 - 100);
+            }
+        }
+    }
 }
 
 TEST(Memory, EndlessKernelsStopAtTheLimit)

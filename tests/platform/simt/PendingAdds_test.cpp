@@ -91,7 +91,9 @@ TEST(PendingAdds, ALoopWaitsForThemOnlySoLong)
     EXPECT_FALSE(pending.Meets(pFirst + 7, 1));
     EXPECT_EQ(vWords[100], 100u);
     for (int n = 0; n < 10000; ++n)
+    {
         pending.Pass();
+    }
     EXPECT_EQ(vWords[100], 150u);
     EXPECT_FALSE(pending.Meets(pFirst + 400, 1));
     pending.Flush();

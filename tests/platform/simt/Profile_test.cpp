@@ -53,7 +53,9 @@ SExpected Model(const SProfiledAccess& access)
             {
                 for (uint32_t nByte = 0; nByte < access.nWords * 4 && (!access.bHalf || n % 2 == 1);
                      ++nByte, ++expected.nBytes)
+                {
                     lines.insert((CKernelRun::s_nOutput + access.pfOffset(n) + nByte) / 64);
+                }
             }
             ++expected.nWaves;
             expected.nLines += lines.size();

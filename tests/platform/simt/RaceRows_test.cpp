@@ -66,7 +66,9 @@ SRaceAccess AccessOf(const SRandomRow& made, uint32_t nLane, uint64_t nGroup)
 void TouchWords(CIntervalRaces& words, const SRandomRow& made, uint32_t nInterval, std::vector<SIntervalRace>& vRaces)
 {
     for (uint32_t n = 0; n < made.row.nCount; ++n)
+    {
         words.Touch(AccessOf(made, n, 0), made.row.nSpace, nInterval, vRaces);
+    }
 }
 
 TEST(RaceRows, WithinAGroupGiveWhatWorkItemsGive)
@@ -102,8 +104,10 @@ TEST(RaceRows, WithinAGroupGiveWhatWorkItemsGive)
             {
                 std::vector<std::tuple<uint32_t, uint32_t, uint32_t, bool, uint32_t, uint32_t, uint32_t>> vAll;
                 for (const SIntervalRace& race : vAny)
+                {
                     vAll.emplace_back(race.nItem, race.nNumber, race.eKind, race.bUnequal, race.nOffset, race.nOldValue,
                                       race.nValue);
+                }
                 return vAll;
             };
             ASSERT_EQ(describe(vRaces), describe(vExpected)) << nSeed << ", row " << n;
@@ -135,20 +139,26 @@ TEST(RaceRows, BetweenGroupsGiveWhatWorkItemsGive)
             const uint64_t nGroup = random() % 6;
             const uint64_t nMoved = random() % 3 * 2048;
             for (uint64_t& nAddress : made.vAddresses)
+            {
                 nAddress += nMoved;
+            }
             made.row.nFirst += nMoved;
             made.row.nLow += nMoved;
             made.row.nEnd += nMoved;
             const bool bRow = made.row.bEven && made.row.nStep == int64_t{made.row.nBytes};
             if (bRow)
+            {
                 rows.TouchRow(0, made.row, nGroup, made.vValues.data());
+            }
             for (uint32_t i = 0; i < made.row.nCount; ++i)
             {
                 SRaceAccess access = AccessOf(made, i, nGroup);
                 access.nBytes = bRow || nSeed % 4 != 0 ? access.nBytes : 1;
                 plain.Touch(0, &access, 1);
                 if (!bRow)
+                {
                     rows.Touch(0, &access, 1);
+                }
             }
         }
         const auto report = [&](CGroupRaces& races)
@@ -157,8 +167,10 @@ TEST(RaceRows, BetweenGroupsGiveWhatWorkItemsGive)
             races.Report(findings);
             std::vector<std::tuple<uint64_t, uint64_t, uint64_t, uint64_t, int32_t>> vAll;
             for (const SPlatformFinding& finding : findings.List())
+            {
                 vAll.emplace_back(finding.nWorkItem, finding.nOtherItem, finding.nAddress, finding.nCount,
                                   finding.bUnequal);
+            }
             return vAll;
         };
         const auto vExpected = report(plain);

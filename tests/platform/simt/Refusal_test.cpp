@@ -97,7 +97,9 @@ TEST(Refusals, WhatHasNoMeaningIsRefusedByName)
     {
         const SInstructionShape& shape = GetInstructionShape(nOpCode);
         if (!shape.pName || GetOpCodeClass(nOpCode) != ClassUnsupported)
+        {
             continue;
+        }
         std::vector<uint32_t> vTokens = {0, 0x00030200, nOpCode};
         vTokens.insert(vTokens.end(), shape.nSources + (shape.bDestination ? 1 : 0), 0x00040001);
         vTokens.insert(vTokens.end(), CountTail(shape.eTail), 0);
@@ -132,7 +134,9 @@ TEST(Refusals, EveryOpCodeIsDocumented)
         const std::string strRow = std::string("| `") + name.pszText + "` | " + std::to_string(name.nValue) + " |";
         const size_t nRow = strText.find(strRow);
         if (name.nValue == 0 || name.nValue >= IL_OP_LAST)
+        {
             continue;
+        }
         if (nRow == std::string::npos)
         {
             vMissing.push_back(name.pszText);
@@ -204,7 +208,9 @@ TEST(Robustness, RandomWordsBehindAHeader)
                 vTokens.push_back(k == 0 && shape.bDestination ? random() & 0x1FFF : random() & 0x01F7FFFF);
             }
             for (uint32_t k = 0; k < CountTail(shape.eTail); ++k)
+            {
                 vTokens.push_back(random() % 64);
+            }
         }
         vTokens.insert(vTokens.end(), {IL_OP_ENDMAIN, IL_OP_END});
         nRan += RunWords(vTokens) ? 1 : 0;
@@ -223,7 +229,9 @@ TEST(Robustness, DamagedKernels)
         {
             std::vector<uint32_t> vTokens = vWhole;
             if (n % 4 == 0)
+            {
                 vTokens.resize(random() % vTokens.size());
+            }
             const uint32_t nChanges = 1 + random() % 3;
             for (uint32_t i = 0; i < nChanges && !vTokens.empty(); ++i)
             {
@@ -240,19 +248,27 @@ TEST(Robustness, DeepNestingAndLongCallChains)
 {
     std::string strDeep = "il_cs_2_0\n";
     for (int n = 0; n < 20000; ++n)
+    {
         strDeep += "if_logicalz r0.x\n";
+    }
     for (int n = 0; n < 20000; ++n)
+    {
         strDeep += "endif\n";
+    }
     EXPECT_TRUE(RunWords(Assemble(strDeep + "endmain\nend\n")));
     std::string strChain = "il_cs_2_0\ncall 0\nendmain\n";
     for (int n = 0; n < 20000; ++n)
+    {
         strChain += "func " + std::to_string(n) + "\ncall " + std::to_string(n + 1) + "\nendfunc\n";
+    }
     EXPECT_TRUE(RunWords(Assemble(strChain + "func 20000\nendfunc\nend\n")));
     // Each function calls the next one twice: without a limit this would take 2^40 calls.
     std::string strDouble = "il_cs_2_0\ncall 0\nendmain\n";
     for (int n = 0; n < 40; ++n)
+    {
         strDouble += "func " + std::to_string(n) + "\ncall " + std::to_string(n + 1) + "\ncall " +
                      std::to_string(n + 1) + "\nendfunc\n";
+    }
     EXPECT_TRUE(RunWords(Assemble(strDouble + "func 40\nendfunc\nend\n")));
 }
 

@@ -196,7 +196,7 @@ const SRule s_Integers[] = {
     R("bfm", VEC, "CC", U, Exact, U(((1ull << (a % 32)) - 1) << (b % 32))),
     R("bitalign", VEC, "UUC", U, Exact, U(((a << 32) | b) >> (c % 32))),
     R("bytealign", VEC, "UUC", U, Exact, U(((a << 32) | b) >> (8 * (c % 4)))),
-    R("u4lerp", VEC, "UUU", U, Exact, [](uint64_t p, uint64_t q, uint64_t r) { uint64_t v = 0; for (int n = 0; n < 4; ++n) v |= ((Byte(p, n) + Byte(q, n) + (Byte(r, n) & 1ull)) / 2) << (8 * n); return v; }(a, b, c)),
+    R("u4lerp", VEC, "UUU", U, Exact, ByteLerp(a, b, c)),
     R("sad", VEC, "UUU", U, Exact, U(ByteSad(a, b, false) + c)),
     R("sadhi", VEC, "UUU", U, Exact, U((ByteSad(a, b, false) << 16) + c)),
     R("msad", VEC, "UUU", U, Exact, U(ByteSad(a, b, true) + c)),
@@ -456,7 +456,9 @@ std::vector<Sources> Products(const SRule& rule)
         vProducts = vNext;
     }
     while (vProducts.size() % 4 != 0)
+    {
         vProducts.push_back(vProducts[vProducts.size() % 4]);
+    }
     return vProducts;
 }
 
@@ -471,7 +473,9 @@ struct SLayout
     uint32_t SourceWord(uint32_t nSlot, bool bLong) const
     {
         if (bLong)
+        {
             return nSlot * 2;
+        }
         return eForm == SCALAR ? 3 : (eForm == PAIR ? nSlot * 2 : nSlot);
     }
 
@@ -490,10 +494,14 @@ bool IsNaN(char cResult, uint64_t n)
 bool Agrees(const SRule& rule, uint64_t nExpected, uint64_t nOut)
 {
     if (nExpected == nOut || (IsNaN(rule.cResult, nExpected) && IsNaN(rule.cResult, nOut)))
+    {
         return true;
+    }
     const uint64_t nSign = 1ull << (rule.cResult == 'D' ? 63 : (rule.cResult == 'H' ? 15 : 31));
     if (rule.eSlack == AnyZero)
+    {
         return (nExpected & ~nSign) == 0 && (nOut & ~nSign) == 0;
+    }
     return rule.eSlack == LastBit && !IsNaN(rule.cResult, nOut) && Distance(nExpected, nOut) <= 1;
 }
 
@@ -514,14 +522,18 @@ public:
                                                       m_layout.SourceWord(n % m_layout.nPerItem, bLong)];
                 pWord[0] = u(m_vProducts[n][i]);
                 if (bLong)
+                {
                     pWord[1] = u(m_vProducts[n][i] >> 32);
+                }
             }
         }
         m_run.SetSize(m_nItems, 1);
         for (uint32_t n = 2; n <= 256; ++n)
         {
             if (m_nItems % n == 0)
+            {
                 m_run.SetSize(m_nItems, n);
+            }
         }
     }
 
@@ -583,7 +595,9 @@ void CheckRules(const SRule (&rules)[N])
                             KestrelPlatform::EInstructionSet::Avx512})
     {
         if (!KestrelPlatform::ChooseInstructionSet(eSet))
+        {
             continue;
+        }
         for (const SRule& rule : rules)
         {
             CRuleRun run(rule);
@@ -618,13 +632,21 @@ TEST(RuleSweep, NoRuleIsLeftOut)
 {
     std::set<std::string> setNames;
     for (const SRule& rule : s_Singles)
+    {
         setNames.insert(rule.pszName);
+    }
     for (const SRule& rule : s_Integers)
+    {
         setNames.insert(rule.pszName);
+    }
     for (const SRule& rule : s_Pairs)
+    {
         setNames.insert(rule.pszName);
+    }
     for (const SRule& rule : s_Halves)
+    {
         setNames.insert(rule.pszName);
+    }
     std::set<uint32_t> setNumbers;
     std::map<uint32_t, std::string> mapAll;
 #define IL_KEYWORD(text, value, format)                                                                                \

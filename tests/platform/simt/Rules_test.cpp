@@ -278,7 +278,9 @@ void Check(const SRuleCase (&cases)[N])
         {
             std::string str = std::string("dcl_literal ") + pszName;
             for (uint32_t n : words.w)
+            {
                 str += ", " + std::to_string(n);
+            }
             return str + "\n";
         };
         CKernelRun run(std::string(test.pszLines) +
@@ -290,13 +292,17 @@ void Check(const SRuleCase (&cases)[N])
                                 KestrelPlatform::EInstructionSet::Avx512})
         {
             if (!KestrelPlatform::ChooseInstructionSet(eSet))
+            {
                 continue;
+            }
             run.vOutput.assign(80, 0xCDCDCDCD);
             run.Run();
             for (uint32_t n = 0; n < 4; ++n)
+            {
                 EXPECT_EQ(run.vOutput[76 + n], test.expected.w[n])
                     << test.pszLines << ", component " << n << ": " << Float(run.vOutput[76 + n]) << " for "
                     << Float(test.expected.w[n]);
+            }
         }
     }
 }

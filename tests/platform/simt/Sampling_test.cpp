@@ -79,14 +79,18 @@ uint32_t LittleEndian(const unsigned char* p, uint32_t nBytes)
 {
     uint32_t n = 0;
     for (uint32_t i = 0; i < nBytes; ++i)
+    {
         n |= static_cast<uint32_t>(p[i]) << (8 * i);
+    }
     return n;
 }
 
 uint32_t ChannelSize(uint32_t nType)
 {
     if (nType == CL_UNORM_INT_101010 || nType == CL_SIGNED_INT32 || nType == CL_UNSIGNED_INT32 || nType == CL_FLOAT)
+    {
         return 4;
+    }
     const bool bByte =
         nType == CL_SNORM_INT8 || nType == CL_UNORM_INT8 || nType == CL_SIGNED_INT8 || nType == CL_UNSIGNED_INT8;
     return bByte ? 1 : 2;
@@ -136,13 +140,21 @@ SColour Decode(const unsigned char* p, const SFormat& format)
     const std::string strNames = "rgba";
     const char* const pszChannels = Channels(format.nOrder);
     if (format.nOrder == CL_A)
+    {
         colour.c[3] = 0;
+    }
     for (uint32_t n = 0; pszChannels[n]; ++n)
+    {
         colour.c[strNames.find(pszChannels[n])] = ChannelValue(p + n * ChannelSize(format.nType), format.nType);
+    }
     if (format.nOrder == CL_INTENSITY || format.nOrder == CL_LUMINANCE)
+    {
         colour.c[1] = colour.c[2] = colour.c[0];
+    }
     if (format.nOrder == CL_INTENSITY)
+    {
         colour.c[3] = colour.c[0];
+    }
     return colour;
 }
 
@@ -156,7 +168,9 @@ struct SImage
         nTexel =
             ChannelSize(format.nType) * (bPacked ? 1 : static_cast<uint32_t>(std::strlen(Channels(format.nOrder))));
         for (uint32_t n = nDimensions; n < 3; ++n)
+        {
             nSize[n] = 1;
+        }
         const uint32_t nCount = nSize[0] * nSize[1] * nSize[2];
         vBytes.resize(nCount * nTexel);
         for (unsigned char& byte : vBytes)
@@ -168,7 +182,9 @@ struct SImage
         for (uint32_t n = 0; n < vBytes.size(); n += 2)
         {
             if (format.nType == CL_HALF_FLOAT)
+            {
                 vBytes[n + 1] = static_cast<unsigned char>((vBytes[n + 1] & 0x83) | 0x38);
+            }
             if (format.nType == CL_FLOAT && n % 4 == 2)
             {
                 vBytes[n + 1] = static_cast<unsigned char>((vBytes[n + 1] & 0x80) | 0x3F);
@@ -233,9 +249,13 @@ SAxis PlaceAxis(double s, int nSize, const SSamplerBinding& sampler)
     double u = sampler.bNormalized ? s * nSize : s;
     const auto clamp = [](int n, int nLow, int nHigh) { return std::max(nLow, std::min(n, nHigh)); };
     if (sampler.nAddressing == CL_ADDRESS_REPEAT)
+    {
         u = (s - std::floor(s)) * nSize;
+    }
     if (sampler.nAddressing == CL_ADDRESS_MIRRORED_REPEAT)
+    {
         u = std::fabs(s - 2.0 * std::rint(0.5 * s)) * nSize;
+    }
     axis.nNearest = static_cast<int>(std::floor(u));
     axis.nLinear[0] = static_cast<int>(std::floor(u - 0.5));
     axis.nLinear[1] = axis.nLinear[0] + 1;
@@ -243,11 +263,17 @@ SAxis PlaceAxis(double s, int nSize, const SSamplerBinding& sampler)
     for (int* pPlace : {&axis.nNearest, &axis.nLinear[0], &axis.nLinear[1]})
     {
         if (sampler.nAddressing == CL_ADDRESS_REPEAT)
+        {
             *pPlace = (*pPlace + nSize) % nSize;
+        }
         else if (sampler.nAddressing == CL_ADDRESS_CLAMP)
+        {
             *pPlace = clamp(*pPlace, -1, nSize);
+        }
         else
+        {
             *pPlace = clamp(*pPlace, 0, nSize - 1);
+        }
     }
     return axis;
 }
@@ -255,7 +281,9 @@ SAxis PlaceAxis(double s, int nSize, const SSamplerBinding& sampler)
 void PlaceAxes(const SImage& image, const SSamplerBinding& sampler, const float* pAt, SAxis* pAxes)
 {
     for (uint32_t n = 0; n < image.nDimensions; ++n)
+    {
         pAxes[n] = PlaceAxis(pAt[n], static_cast<int>(image.nSize[n]), sampler);
+    }
 }
 
 double Compared(bool bCompare, double dReference, double dValue)
@@ -279,11 +307,15 @@ SColour Reference(const SImage& image, const SSamplerBinding& sampler, const flo
             const uint32_t nSide = (nCorner >> n) & 1;
             place[n] = bLinear ? axes[n].nLinear[nSide] : axes[n].nNearest;
             if (bLinear && n < image.nDimensions)
+            {
                 dWeight *= nSide ? axes[n].dWeight : 1.0 - axes[n].dWeight;
+            }
         }
         const SColour texel = image.At(place);
         for (uint32_t c = 0; c < 4; ++c)
+        {
             result.c[c] += dWeight * Compared(bCompare, dReference, texel.c[bCompare ? 0 : c]);
+        }
     }
     return result;
 }
@@ -333,10 +365,14 @@ std::vector<SSamplerBinding> AllSamplers()
         for (const bool bNormalized : {false, true})
         {
             for (const uint32_t nAddressing : {CL_ADDRESS_CLAMP, CL_ADDRESS_CLAMP_TO_EDGE})
+            {
                 vSamplers.push_back({bNormalized, nAddressing, nFilter});
+            }
         }
         for (const uint32_t nAddressing : {CL_ADDRESS_REPEAT, CL_ADDRESS_MIRRORED_REPEAT})
+        {
             vSamplers.push_back({true, nAddressing, nFilter});
+        }
     }
     return vSamplers;
 }
@@ -386,7 +422,9 @@ TEST(Sampling, EveryFormatModeAndFilter)
                                  Describe(image, sampler, &vAt[n]));
                 }
                 if (HasFailure())
+                {
                     return;
+                }
             }
         }
     }
@@ -466,7 +504,9 @@ TEST(Sampling, Gathers)
                 }
             }
             if (HasFailure())
+            {
                 return;
+            }
         }
     }
 }

@@ -59,13 +59,19 @@ TEST(Shares, ManyThreadsAtOnceGetEachPieceOnce)
             [&shares, &vTaken, n]
             {
                 while (const std::optional<uint32_t> nPiece = shares.Take(n))
+                {
                     ++vTaken[*nPiece];
+                }
             });
     }
     for (std::thread& thread : vThreads)
+    {
         thread.join();
+    }
     for (const std::atomic<uint32_t>& nTaken : vTaken)
+    {
         ASSERT_EQ(nTaken, 1u);
+    }
 }
 
 } // namespace

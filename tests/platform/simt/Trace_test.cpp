@@ -12,7 +12,9 @@ std::vector<uint32_t> ActiveCounts(const std::vector<SRecord>& vRecords)
     {
         uint32_t nCount = 0;
         for (uint32_t nActive : record.vActive)
+        {
             nCount += nActive;
+        }
         vCounts.push_back(nCount);
     }
     return vCounts;
@@ -27,9 +29,13 @@ std::vector<std::string> Stops(const std::vector<SRecord>& vRecords)
     {
         std::string str = std::to_string(vRecords[n].nInstruction);
         for (const SPlatformLoopPass& pass : vRecords[n].vLoops)
+        {
             str += "(" + std::to_string(pass.nIteration) + ")";
+        }
         for (uint32_t nCall : vRecords[n].vCalls)
+        {
             str += "@" + std::to_string(nCall);
+        }
         vStops.push_back(str + "=" + std::to_string(vCounts[n]));
     }
     return vStops;

@@ -57,7 +57,9 @@ const SKernel s_Kernels[] = {
      {
          uint32_t nSum = 0, nSecond = 0;
          for (uint32_t i = 1; i <= s_nCount; ++i)
+         {
              nSum += i < n % 8 ? 0 : ++nSecond;
+         }
          return nSum + s_nCount;
      }},
     {"continue of all in every other pass",
@@ -69,7 +71,9 @@ const SKernel s_Kernels[] = {
          for (uint32_t i = 0; i < s_nCount;)
          {
              if (++i & 1)
+             {
                  continue;
+             }
              nSum += i;
              i += 2;
          }
@@ -167,7 +171,9 @@ CKernelRun MakeRun(const std::string& strLines)
         std::string(IndexLiterals()) + "dcl_literal l1, 0, 1, 2, 3\ndcl_literal l2, 4, 7, 16, 100\n");
     run.vOutput.assign(s_nUniformItems * 4, 0);
     for (uint32_t n = 0; n < 32; ++n)
+    {
         run.vInput.push_back(1000 + n);
+    }
     run.launch.vConstantBuffer1.assign(32, 0);
     run.launch.vConstantBuffer1[8] = s_nCount;
     run.launch.vConstantBuffer1[9] = 32;
@@ -207,7 +213,8 @@ TEST(UniformSteps, LongKernelsStayAsTheyAre)
     for (uint32_t n = 0; n < nBranches; ++n)
     {
         const std::string strRegister = "r" + std::to_string(200 + n) + ".x";
-        strBranches += "if_logicalnz r1.y\niadd " + strRegister + ", " + strRegister + ", l1.y\nendif\n";
+        strBranches.append("if_logicalnz r1.y\niadd ").append(strRegister).append(", ");
+        strBranches.append(strRegister).append(", l1.y\nendif\n");
         strSums += "iadd r0.x, r0.x, " + strRegister + "\n";
     }
     CKernelRun run =
@@ -236,7 +243,9 @@ TEST(UniformSteps, FaultsAreThoseOfTheActive)
     {
         EXPECT_EQ(run.vOutput[n * 4], n % 8 ? 1031u : 3u);
         if (n % 8 == 0)
+        {
             continue;
+        }
         EXPECT_EQ(result.vFaults[nFault].access.nWorkItem, n);
         EXPECT_EQ(result.vFaults[nFault].access.nInstruction, 13u);
         EXPECT_EQ(result.vFaults[nFault++].access.nAddress, CKernelRun::s_nInput + 128u);

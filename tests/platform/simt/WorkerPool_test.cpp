@@ -50,7 +50,9 @@ TEST(WorkerPool, WhoWaitsForATaskHelpsIt)
         [&]
         {
             while (bBusy)
+            {
                 pool.HelpWhile(bBusy, &owner);
+            }
         });
     const std::thread::id id = waiting.get_id();
     pool.Run(
@@ -74,14 +76,20 @@ TEST(WorkerPool, NobodyHelpsWhatAnotherOneWaitsFor)
         [&]
         {
             for (; bBusy; ++nWaits)
+            {
                 bHelped = (pool.HelpWhile(bBusy, &other) && bBusy) || bHelped;
+            }
         });
     const std::thread::id id = waiting.get_id();
     for (unsigned int n = 0; n < 50; ++n)
+    {
         pool.Run(
             pool.GetThreads(), [&] { meeting.Enter(); }, &owner);
+    }
     while (nWaits == 0)
+    {
         std::this_thread::yield();
+    }
     bBusy = false;
     waiting.join();
     EXPECT_FALSE(meeting.Came(id));

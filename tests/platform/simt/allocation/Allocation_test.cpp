@@ -24,7 +24,9 @@ void* Allocate(size_t nBytes)
 {
     void* const p = AllocateOrNot(nBytes);
     if (!p)
+    {
         throw std::bad_alloc();
+    }
     return p;
 }
 
