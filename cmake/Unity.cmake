@@ -31,7 +31,7 @@ function(kestrel_write_unit target sources list)
   set(${list} ${${list}} ${unit} PARENT_SCOPE)
 endfunction()
 
-# Puts the sources of a target together, as many at a time as its UNITY_BUILD_BATCH_SIZE or KESTREL_UNITY_SIZE.
+# Puts the sources of a target together, as many at a time as its UNITY_BUILD_BATCH_SIZE or 8.
 function(kestrel_unite target)
   get_target_property(type ${target} TYPE)
   get_target_property(sources ${target} SOURCES)
@@ -42,7 +42,7 @@ function(kestrel_unite target)
     return()
   endif()
   if(NOT size)
-    set(size ${KESTREL_UNITY_SIZE})
+    set(size 8)
   endif()
   set(alone "")
   set(batch "")

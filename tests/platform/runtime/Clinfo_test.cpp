@@ -21,9 +21,13 @@ struct SOutput
     {
         std::FILE* const pPipe = popen((strCommand + " 2>&1").c_str(), "r");
         if (!pPipe)
+        {
             return;
+        }
         for (char buffer[4096]; std::fgets(buffer, sizeof(buffer), pPipe);)
+        {
             m_vLines.push_back(buffer);
+        }
         m_nCode = pclose(pPipe);
     }
 
@@ -35,12 +39,16 @@ struct SOutput
         {
             const size_t nName = strLine.find_first_not_of(' ');
             if (nName == std::string::npos || strLine.compare(nName, strName.size(), strName) != 0)
+            {
                 continue;
+            }
             const size_t nValue = strLine.find_first_not_of(' ', nName + strName.size());
             const std::string strValue = strLine.substr(nValue, strLine.find_last_not_of(" \n") + 1 - nValue);
             // Names begin with other names; the shorter one has blanks behind it.
             if (nValue >= nName + strName.size() + 2 || strName.back() == ')')
+            {
                 vValues.push_back(strValue);
+            }
         }
         return vValues;
     }
@@ -59,7 +67,9 @@ bool Complains(const std::string& strLine)
                                 "build_log", "unknown", "bad ", "null platform name"})
     {
         if (strLower.find(pszSign) != std::string::npos)
+        {
             return strLower.find("error correction support") == std::string::npos;
+        }
     }
     return false;
 }
@@ -72,7 +82,9 @@ TEST(Clinfo, ListsThePlatformWithoutComplaint)
     EXPECT_EQ(output.m_nCode, 0);
     EXPECT_GT(output.m_vLines.size(), 250u);
     for (const std::string& strLine : output.m_vLines)
+    {
         EXPECT_FALSE(Complains(strLine)) << strLine;
+    }
 
     using Values = std::vector<std::string>;
     struct SCase
@@ -106,7 +118,9 @@ TEST(Clinfo, ListsThePlatformWithoutComplaint)
         {"clCreateContextFromType(NULL, CL_DEVICE_TYPE_ALL)", {"Success (3)"}},
     };
     for (const SCase& test : cases)
+    {
         EXPECT_EQ(output.Values(test.pszName), test.m_vExpected) << test.pszName;
+    }
     const Values vNames = output.Values("Device Name");
     ASSERT_GE(vNames.size(), 3u);
     EXPECT_EQ(Values(vNames.begin(), vNames.begin() + 3), (Values{"Quench", "Kiln", "Host"}));

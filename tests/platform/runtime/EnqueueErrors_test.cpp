@@ -121,7 +121,9 @@ protected:
         o.readyKernel = cl.clCreateKernel(o.program, "scale", nullptr);
         const cl_float fScale = 2;
         for (cl_uint n : {0u, 2u})
+        {
             cl.clSetKernelArg(o.readyKernel, n, sizeof(o.buffer), &o.buffer);
+        }
         cl.clSetKernelArg(o.readyKernel, 1, sizeof(fScale), &fScale);
         o.pMapped = cl.clEnqueueMapBuffer(m_queue, o.buffer, CL_TRUE, CL_MAP_READ, 0, 4, 0, nullptr, nullptr, nullptr);
         FillMemory();
@@ -169,7 +171,9 @@ TEST_F(CEnqueueErrorsTest, QueuesAndWaitLists)
             SCOPED_TRACE(std::string(call.m_pszEntryPoint) + ", " + test.m_pszMistake);
             const bool bNoObject = std::string(call.m_pszEntryPoint).find("WithWaitList") != std::string::npos;
             if (test.m_queue == foreignQueue && bNoObject)
+            {
                 continue;
+            }
             cl_event event = good;
             EXPECT_EQ(call.m_call(o, {test.m_queue, test.m_nWaits, test.m_pWaits, &event}), test.m_nExpected);
             EXPECT_EQ(event, good) << "no event is stored";
@@ -211,7 +215,9 @@ TEST_F(CEnqueueErrorsTest, ObjectsAndSizesOfInfoQueries)
             const bool bPlatform = call.m_nWrongHandle == CL_INVALID_PLATFORM && !pWrong;
             const bool bImage = std::string(call.m_pszEntryPoint) == "clGetImageInfo";
             if ((bBuffer && !bImage) || bEvent || bPlatform)
+            {
                 continue;
+            }
             EXPECT_EQ(call.m_call(o, pWrong, 0, nullptr, nullptr), call.m_nWrongHandle);
         }
         size_t nSize = 0;

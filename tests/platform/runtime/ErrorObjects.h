@@ -98,13 +98,17 @@ protected:
         for (const void* pObject :
              {static_cast<void*>(o.subBuffer), static_cast<void*>(o.image), static_cast<void*>(o.noAccess),
               static_cast<void*>(o.sampler), static_cast<void*>(o.kernel), static_cast<void*>(o.foreignEvent)})
+        {
             ASSERT_NE(pObject, nullptr);
+        }
     }
 
     void TearDown() override
     {
         for (cl_mem mem : {o.buffer, o.subBuffer, o.image, o.foreignBuffer, o.noAccess})
+        {
             cl.clReleaseMemObject(mem);
+        }
         cl.clReleaseSampler(o.sampler);
         cl.clReleaseKernel(o.kernel);
         cl.clReleaseProgram(o.program);
@@ -127,7 +131,9 @@ protected:
     {
         std::vector<uint64_t> vCounts;
         for (int n = 0; n < PLATFORM_COUNTER_LAST; ++n)
+        {
             vCounts.push_back(Control().GetCounter(static_cast<EPlatformCounter>(n)));
+        }
         return vCounts;
     }
 
@@ -154,7 +160,9 @@ protected:
                                         nullptr),
                   CL_SUCCESS);
         for (size_t n = 0; n < vTexels.size(); ++n)
+        {
             EXPECT_EQ(vTexels[n], n % 4 + 1) << "byte " << n;
+        }
     }
 
     /// Each case gives its code, leaves no object behind and changes no memory.

@@ -583,7 +583,9 @@ std::vector<SErrorCase> AllCases()
     std::vector<SErrorCase> vCases;
     for (const auto* pCases :
          {&PlatformAndContextCases(), &MemoryCases(), &ProgramCases(), &EventAndLaunchCases(), &TransferCases()})
+    {
         vCases.insert(vCases.end(), pCases->begin(), pCases->end());
+    }
     return vCases;
 }
 
@@ -620,14 +622,18 @@ TEST_F(CErrorsTest, EveryEntryPointFailsWhenATestOrdersIt)
 #undef KP_TABLE_ONLY
 #undef KP_EXTENSION
          })
+    {
         EXPECT_EQ(setCovered.count(pszEntryPoint), 1u) << pszEntryPoint << " has no case";
+    }
 }
 
 TEST_F(CErrorsTest, OrderedFailuresCountFromTheOrder)
 {
     Control().FailCall("clFlush", 3, -7, 0);
     for (cl_int nExpected : {0, 0, -7, 0, 0})
+    {
         EXPECT_EQ(cl.clFlush(m_queue), nExpected);
+    }
     EXPECT_EQ(Control().GetCallCount(), 5u);
 
     Control().ClearFailures();

@@ -76,7 +76,9 @@ TEST_F(CEventsTest, ACommandPassesThroughItsStatesAndReportsEach)
     ASSERT_EQ(cl.clEnqueueFillBuffer(m_queue, m_buffer, &nPattern, 4, 0, 64, 0, nullptr, &second), CL_SUCCESS);
     EXPECT_EQ(StatusOf(second), CL_QUEUED) << "the marker in front of it can't end yet";
     for (cl_int nStatus : {CL_COMPLETE, CL_RUNNING, CL_SUBMITTED})
+    {
         ASSERT_EQ(cl.clSetEventCallback(second, nStatus, CRecorder::Record, &recorder), CL_SUCCESS);
+    }
     EXPECT_EQ(cl.clFlush(m_queue), CL_SUCCESS);
     EXPECT_EQ(StatusOf(second), CL_SUBMITTED);
     EXPECT_EQ(recorder.WaitFor(1), std::vector<cl_int>{CL_SUBMITTED});
@@ -127,7 +129,9 @@ TEST_F(CEventsTest, AFailedEventFailsWhatWaitsForItOnEveryQueueAndNothingElse)
               CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST);
     EXPECT_EQ(cl.clFinish(m_queue), CL_SUCCESS);
     for (cl_event event : {first, second, unrelated})
+    {
         cl.clReleaseEvent(event);
+    }
     cl.clReleaseCommandQueue(other);
 }
 

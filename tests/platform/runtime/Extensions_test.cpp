@@ -29,7 +29,9 @@ cl_int CL_CALLBACK Hook(cl_event event, cl_int* pnError)
 {
     // Read before the lock: the call that made the command must be done with it already.
     if (s_pHook->m_nCalls < s_pHook->m_vEvents.size())
+    {
         s_pHook->m_nEarly += s_pHook->m_vEvents[s_pHook->m_nCalls++] != event;
+    }
     std::lock_guard<std::mutex> lock(s_pHook->m_mutex);
     cl_command_type eType = 0;
     EXPECT_EQ(Runtime().clGetEventInfo(event, CL_EVENT_COMMAND_TYPE, sizeof(eType), &eType, nullptr), CL_SUCCESS);
@@ -88,11 +90,15 @@ TEST_F(CInterceptTest, TheHookRunsOnTheQueuesThreadOnceTheCallIsOver)
 {
     m_hook.m_vEvents.assign(200, nullptr);
     for (cl_event& event : m_hook.m_vEvents)
+    {
         ASSERT_EQ(Fill(m_hookQueue, 5, &event), CL_SUCCESS);
+    }
     ASSERT_EQ(cl.clFinish(m_hookQueue), CL_SUCCESS);
     EXPECT_EQ(m_hook.m_nEarly, 0u);
     for (cl_event event : m_hook.m_vEvents)
+    {
         cl.clReleaseEvent(event);
+    }
     EXPECT_EQ(m_hook.m_vTypes, std::vector<cl_command_type>(200, CL_COMMAND_FILL_BUFFER));
     for (std::thread::id thread : m_hook.m_vThreads)
     {

@@ -75,7 +75,9 @@ TEST_F(CFaultsTest, ABarrierThatPartOfAGroupMisses)
         "i64add r1.xy, cb1[0].xyxy, r1.x000\nuav_raw_store_id(12)_addr64 mem0.x, r1.xy, r0.x\n");
     const std::vector<cl_int> vValues = Run(strSource, "misses");
     for (cl_int n = 0; n < 64; ++n)
+    {
         EXPECT_EQ(vValues[static_cast<size_t>(n)], n) << "the others go on";
+    }
     SPlatformFault fault{};
     Control().GetLastFault(&fault);
     EXPECT_EQ(fault.nUnreachedBarriers, 4u);
@@ -98,7 +100,9 @@ TEST_F(CFaultsTest, DivisionsByZeroAndTheLeastNumberAreNoFault)
             "p[i] = i / zero + i % zero + (least / (zero - 1) - least) + least % (zero - 1); }",
             "divide");
     for (cl_int n = 0; n < 64; ++n)
+    {
         EXPECT_EQ(vValues[static_cast<size_t>(n)], n - 1);
+    }
     SPlatformFault fault{};
     Control().GetLastFault(&fault);
     EXPECT_EQ(fault.nBadAccesses, 0u);
@@ -189,7 +193,9 @@ TEST_F(CFaultsTest, RunsAreBrokenOffAndSayWhereTheyWere)
     SPlatformEnd end = {};
     cl_event running = enqueue();
     for (cl_int nStatus = CL_QUEUED; nStatus > CL_RUNNING;)
+    {
         cl.clGetEventInfo(running, CL_EVENT_COMMAND_EXECUTION_STATUS, sizeof(nStatus), &nStatus, nullptr);
+    }
     Control().BreakRuns(1);
     EXPECT_EQ(waitFor(running), CL_OUT_OF_RESOURCES);
     std::vector<SPlatformPlace> vPlaces(Control().GetPlaces(nullptr, 0));
@@ -225,8 +231,10 @@ TEST_F(CFaultsTest, ADispatchBeyond64BitsIsRefused)
     cl_kernel kernel = cl.clCreateKernel(program, "none", nullptr);
     const size_t sizes[][3] = {{0x80000000, 0x80000000, 4}, {0x80000000, 0x80000000, 8}, {0xFFFFFFFF, 0xFFFFFFFF, 2}};
     for (const auto& global : sizes)
+    {
         EXPECT_EQ(cl.clEnqueueNDRangeKernel(m_queue, kernel, 3, nullptr, global, nullptr, 0, nullptr, nullptr),
                   CL_INVALID_GLOBAL_WORK_SIZE);
+    }
     cl.clReleaseKernel(kernel);
     cl.clReleaseProgram(program);
 }

@@ -65,12 +65,14 @@ protected:
     {
         std::vector<unsigned char> vCut;
         for (size_t z = 0; z < c.m_region[2]; ++z)
+        {
             for (size_t y = 0; y < c.m_region[1]; ++y)
             {
                 const size_t nRow = (c.m_origin[1] + y) * c.m_nSecondRows + (c.m_origin[2] + z) * c.m_nThirdRows;
                 const auto first = vImage.begin() + static_cast<long>((nRow * c.m_nWidth + c.m_origin[0]) * s_nTexel);
                 vCut.insert(vCut.end(), first, first + static_cast<long>(c.m_region[0] * s_nTexel));
             }
+        }
         return vCut;
     }
 
@@ -146,7 +148,9 @@ TEST_P(CImagesTest, ReadsWritesMapsAndCopiesARegion)
               CL_SUCCESS);
     EXPECT_EQ(ReadRegion(second, c.m_origin, c.m_region), ReadRegion(image, start, c.m_region));
     for (cl_mem mem : {image, buffer, second})
+    {
         cl.clReleaseMemObject(mem);
+    }
 }
 
 TEST_P(CImagesTest, WritesWithPitchesAndFills)
@@ -165,18 +169,22 @@ TEST_P(CImagesTest, WritesWithPitchesAndFills)
               CL_SUCCESS);
     std::vector<unsigned char> vExpected;
     for (size_t z = 0; z < c.m_region[2]; ++z)
+    {
         for (size_t y = 0; y < c.m_region[1]; ++y)
         {
             const auto first = vHost.begin() + static_cast<long>(z * nSlicePitch + y * nSecond);
             vExpected.insert(vExpected.end(), first, first + static_cast<long>(c.m_region[0] * s_nTexel));
         }
+    }
     EXPECT_EQ(ReadRegion(image, c.m_origin, c.m_region), vExpected);
 
     const cl_uint color[4] = {1, 2, 300, 4};
     ASSERT_EQ(cl.clEnqueueFillImage(m_queue, image, color, c.m_origin, c.m_region, 0, nullptr, nullptr), CL_SUCCESS);
     std::vector<unsigned char> vFilled;
     for (size_t i = 0; i < vExpected.size() / 4; ++i)
+    {
         vFilled.insert(vFilled.end(), {1, 2, 255, 4});
+    }
     EXPECT_EQ(ReadRegion(image, c.m_origin, c.m_region), vFilled);
     cl.clReleaseMemObject(image);
 }
@@ -292,13 +300,19 @@ TEST_F(CImageKindsTest, EverySupportedFormatMakesAnImageAndTheMinimumListIsThere
     const auto has = [&](cl_channel_order eOrder, cl_channel_type eType)
     {
         for (const cl_image_format& format : vFormats)
+        {
             if (format.image_channel_order == eOrder && format.image_channel_data_type == eType)
+            {
                 return true;
+            }
+        }
         return false;
     };
     for (cl_channel_type eType : {CL_UNORM_INT8, CL_UNORM_INT16, CL_SIGNED_INT8, CL_SIGNED_INT16, CL_SIGNED_INT32,
                                   CL_UNSIGNED_INT8, CL_UNSIGNED_INT16, CL_UNSIGNED_INT32, CL_HALF_FLOAT, CL_FLOAT})
+    {
         EXPECT_TRUE(has(CL_RGBA, eType)) << eType;
+    }
     EXPECT_TRUE(has(CL_BGRA, CL_UNORM_INT8));
 }
 

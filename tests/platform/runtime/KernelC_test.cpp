@@ -43,6 +43,7 @@ const SExpression s_expressions[] = {
      [](cl_int i, cl_int a, cl_int b, cl_float) { return (-a >> 2) | ((b * 2) ^ (0x55 & ~i)); }},
     {"(uint)a[i] >> 28", [](cl_int, cl_int a, cl_int, cl_float) { return static_cast<cl_int>(cl_uint(a) >> 28); }},
     {"a[i] / 2u", [](cl_int, cl_int a, cl_int, cl_float) { return static_cast<cl_int>(cl_uint(a) / 2u); }},
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings)
     {"f[i] * 2 + .5f", [](cl_int, cl_int, cl_int, cl_float f) { return static_cast<cl_int>(f * 2 + .5f); }},
     {"(int)-f[i] + 1e1", [](cl_int, cl_int, cl_int, cl_float f) { return static_cast<cl_int>(-f) + 10; }},
     {"n * 1.5f / f[i]", [](cl_int, cl_int, cl_int, cl_float f) { return static_cast<cl_int>(9 * 1.5f / f); }},
@@ -75,7 +76,9 @@ TEST_P(CKernelCTest, ExpressionsGiveWhatTheHostGets)
         cl_mem buffers[] = {MakeBuffer(s_nItems * 4), MakeBuffer(s_nItems * 4, vA.data()),
                             MakeBuffer(s_nItems * 4, vB.data()), MakeBuffer(s_nItems * 4, vF.data())};
         for (cl_uint i = 0; i < 4; ++i)
+        {
             EXPECT_EQ(cl.clSetKernelArg(kernel, i, sizeof(cl_mem), &buffers[i]), CL_SUCCESS);
+        }
         EXPECT_EQ(cl.clSetKernelArg(kernel, 4, sizeof(n), &n), CL_SUCCESS);
         const size_t nLocal = 8;
         EXPECT_EQ(cl.clEnqueueNDRangeKernel(m_queue, kernel, 1, nullptr, &s_nItems, &nLocal, 0, nullptr, nullptr),
@@ -87,7 +90,9 @@ TEST_P(CKernelCTest, ExpressionsGiveWhatTheHostGets)
             EXPECT_EQ(vOut[nIndex], expression.m_host(i, vA[nIndex], vB[nIndex], vF[nIndex])) << "at " << i;
         }
         for (cl_mem buffer : buffers)
+        {
             cl.clReleaseMemObject(buffer);
+        }
         cl.clReleaseKernel(kernel);
         cl.clReleaseProgram(m_program);
     }
@@ -114,7 +119,9 @@ TEST_P(CKernelCTest, StatementsAndSeveralKernels)
               CL_SUCCESS);
     vValues = ReadAll<cl_float>(buffer, s_nItems);
     for (size_t i = 0; i < s_nItems; ++i)
+    {
         EXPECT_EQ(vValues[i], (100.0f - (static_cast<cl_float>(i + 2) * 3 - 1)) / 2 + 1 + 7) << i;
+    }
     cl.clReleaseMemObject(buffer);
     cl.clReleaseKernel(kernel);
     cl.clReleaseProgram(m_program);

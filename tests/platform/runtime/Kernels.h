@@ -28,11 +28,13 @@ inline std::string ScaleModule(bool bNewer)
     const std::string strArguments = ";pointer:a:float:1:1:0:uav:" + strUav + ":4:RO:0:0\n;value:scale:float:1:1:16\n" +
                                      ";pointer:out:float:1:1:32:uav:" + (bNewer ? "13" : "11") + ":4:RW:0:0\n";
     if (bNewer)
+    {
         return MakeModule(true, "scale", strArguments,
                           "dcl_typeless_uav_id(12)_stride(4)_length(4)\ndcl_typeless_uav_id(13)_stride(4)_length(4)\n",
                           "ishl r0.x, r0.x, l10.x\ni64add r1.xy, cb1[0].xyxy, r0.x000\n"
                           "uav_raw_load_id(12)_addr64 r2.x, r1.xyxy\nmul r2.x, r2.x, cb1[1].x\n"
                           "i64add r1.xy, cb1[2].xyxy, r0.x000\nuav_raw_store_id(13)_addr64 mem0.x, r1.xyxy, r2.x\n");
+    }
     return MakeModule(false, "scale", strArguments, "dcl_raw_uav_id(11)\n",
                       "ishl r0.x, r0.x, l10.x\niadd r1.x, cb1[0].x, r0.x\n"
                       "uav_raw_load_id(11) r2.x, r1.x\nmul r2.x, r2.x, cb1[1].x\n"
@@ -51,10 +53,12 @@ inline std::string DumpElements(int nCount, int nBufferElement)
 {
     std::string strBody;
     for (int i = 0; i < nCount; ++i)
+    {
         strBody += "dcl_literal l" + std::to_string(20 + i) + ", " + std::to_string(16 * i) + ", 0, 0, 0\n" +
                    "i64add r1.xy, cb1[" + std::to_string(nBufferElement) + "].xyxy, l" + std::to_string(20 + i) +
                    ".x000\n" + "mov r2, cb1[" + std::to_string(i) +
                    "]\nuav_raw_store_id(12)_addr64 mem0, r1.xyxy, r2\n";
+    }
     return strBody;
 }
 

@@ -63,7 +63,9 @@ protected:
     static std::vector<cl_float> Scaled(std::vector<cl_float> vValues, cl_float fScale)
     {
         for (cl_float& fValue : vValues)
+        {
             fValue *= fScale;
+        }
         return vValues;
     }
 
@@ -170,7 +172,9 @@ TEST_P(CDeviceKernelsTest, TakesNullBuffersOneBufferTwiceAndPartsOfBuffers)
     EXPECT_EQ(fault.nBadAccesses, 64u);
     EXPECT_EQ(fault.bWrite, 0);
     for (cl_mem mem : {buffer, part})
+    {
         cl.clReleaseMemObject(mem);
+    }
     cl.clReleaseKernel(kernel);
 }
 
@@ -201,7 +205,9 @@ TEST_P(CDeviceKernelsTest, AnAccessPastABufferIsDroppedCountedAndReported)
     Control().GetCounter(PLATFORM_COUNTER_CONTEXTS); // waits for the callback
     EXPECT_EQ(nReports, 1);
     for (cl_mem mem : {source, target})
+    {
         cl.clReleaseMemObject(mem);
+    }
     cl.clReleaseKernel(kernel);
 }
 
@@ -242,7 +248,9 @@ TEST_F(CKernelsTest, ArgumentsStandWhereTheMetadataSays)
     EXPECT_EQ(element(5), (std::vector<cl_uint>{0, 0, 0, 0}));
     EXPECT_EQ(element(6), (std::vector<cl_uint>{112, 0, 0, 0})) << "behind the 100 bytes of the first, aligned to 16";
     for (cl_mem mem : {target, other, part})
+    {
         cl.clReleaseMemObject(mem);
+    }
     cl.clReleaseKernel(kernel);
 }
 
@@ -261,13 +269,17 @@ TEST_F(CKernelsTest, AddressesOfTheOlderDeviceHave32Bits)
     {
         cl_mem buffer = cl.clCreateBuffer(context, CL_MEM_USE_HOST_PTR, nSize, pMemory, &nError);
         if (buffer)
+        {
             vBuffers.push_back(buffer);
+        }
     }
     EXPECT_EQ(nError, CL_MEM_OBJECT_ALLOCATION_FAILURE);
     EXPECT_GE(vBuffers.size(), 6u);
     EXPECT_LT(vBuffers.size(), 9u);
     for (cl_mem buffer : vBuffers)
+    {
         cl.clReleaseMemObject(buffer);
+    }
     cl.clReleaseContext(context);
     munmap(pMemory, nSize);
 }
@@ -480,7 +492,9 @@ TEST_F(CKernelsTest, ImagesAndSamplersReachTheKernel)
     EXPECT_EQ(vRead, std::vector<cl_float>(4, 0.0f));
     EXPECT_EQ(ReadAll<cl_uint>(out, 16)[0], 0u);
     for (cl_mem mem : {source, target, out})
+    {
         cl.clReleaseMemObject(mem);
+    }
     cl.clReleaseKernel(kernel);
 }
 
@@ -590,11 +604,15 @@ struct SInTurn
                                                    &event) != CL_SUCCESS;
             cl_uint nWord = 0;
             if ((n + nThread) % 3 == 0)
+            {
                 m_nWrong += m_cl.clWaitForEvents(1, &event) != CL_SUCCESS || m_vNext[nThread] != n + 1;
+            }
             else if ((n + nThread) % 3 == 1)
+            {
                 m_nWrong += m_cl.clEnqueueReadBuffer(m_queue, buffer, CL_TRUE, 0, 4, &nWord, 0, nullptr, nullptr) !=
                                 CL_SUCCESS ||
                             m_vNext[nThread] != n + 1;
+            }
             m_cl.clReleaseEvent(event);
         }
         m_nWrong += m_cl.clFinish(m_queue) != CL_SUCCESS || m_vNext[nThread] != 300;
@@ -607,9 +625,13 @@ TEST_F(CNativeTest, CommandsOfAQueueRunInTurnWhicheverOfTheWaitingThreadsRunsThe
     SInTurn shared{cl, m_queue};
     std::vector<std::thread> vThreads;
     for (cl_uint n = 0; n < 4; ++n)
+    {
         vThreads.emplace_back([&shared, n, buffer] { shared.Work(n, buffer); });
+    }
     for (std::thread& thread : vThreads)
+    {
         thread.join();
+    }
     EXPECT_EQ(shared.m_nWrong, 0);
     cl.clReleaseMemObject(buffer);
 }

@@ -48,7 +48,9 @@ TEST_F(CMemoryTest, WritesCopiesFillsAndReads)
     std::vector<unsigned char> vExpected(256, 0);
     std::copy_n(vIn.begin() + 16, 64, vExpected.begin() + 32);
     for (size_t i = 0; i < 12; ++i)
+    {
         vExpected[128 + i] = pattern[i % 4];
+    }
     std::copy_n(vIn.begin() + 100, 8, vExpected.begin() + 200);
     EXPECT_EQ(ReadAll<unsigned char>(b, 256), vExpected);
     EXPECT_EQ(Control().GetCounter(PLATFORM_COUNTER_BYTES_READ), 512u);
@@ -97,7 +99,9 @@ TEST_F(CMemoryTest, MappingsAreCountedAndEndOnce)
     EXPECT_EQ(MemValue<cl_uint>(buffer, CL_MEM_MAP_COUNT), 2u);
     EXPECT_EQ(Control().GetCounter(PLATFORM_COUNTER_MAPPINGS), 2u);
     for (void* pMapped : {static_cast<void*>(pSecond), static_cast<void*>(pFirst)})
+    {
         EXPECT_EQ(cl.clEnqueueUnmapMemObject(m_queue, buffer, pMapped, 0, nullptr, nullptr), CL_SUCCESS);
+    }
     EXPECT_EQ(cl.clEnqueueUnmapMemObject(m_queue, buffer, pFirst, 0, nullptr, nullptr), CL_INVALID_VALUE);
     EXPECT_EQ(ReadAll<unsigned char>(buffer, 64)[40], 0xEE);
     EXPECT_EQ(MemValue<cl_uint>(buffer, CL_MEM_MAP_COUNT), 0u);
@@ -123,10 +127,12 @@ TEST_F(CMemoryTest, DestructorCallbacksRunLastOneFirstWhenTheObjectGoes)
     s_strCalls.clear();
     cl_mem buffer = MakeBuffer(16);
     for (const char* pszName : {"a", "b", "c"})
+    {
         ASSERT_EQ(cl.clSetMemObjectDestructorCallback(
                       buffer, [](cl_mem, void* pUser) { s_strCalls += static_cast<const char*>(pUser); },
                       const_cast<char*>(pszName)),
                   CL_SUCCESS);
+    }
     cl.clRetainMemObject(buffer);
     cl.clReleaseMemObject(buffer);
     EXPECT_EQ(s_strCalls, "");
@@ -171,9 +177,15 @@ TEST_F(CMemoryTest, RectanglesGoWhereTheirPitchesSay)
         SCOPED_TRACE(testing::PrintToString(c.m_region));
         std::vector<unsigned char> vExpected(nSize, 0);
         for (size_t z = 0; z < c.m_region[2]; ++z)
+        {
             for (size_t y = 0; y < c.m_region[1]; ++y)
+            {
                 for (size_t x = 0; x < c.m_region[0]; ++x)
+                {
                     vExpected[c.m_target.At(c.m_region, x, y, z)] = vIn[c.m_source.At(c.m_region, x, y, z)];
+                }
+            }
+        }
         const SRectSide& s = c.m_source;
         const SRectSide& t = c.m_target;
 

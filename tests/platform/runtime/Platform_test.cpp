@@ -99,7 +99,9 @@ std::set<std::string> ExportedNames()
         setNames.insert(strLine.substr(nName, strLine.find_first_of("@\n", nName) - nName));
     }
     if (pPipe)
+    {
         pclose(pPipe);
+    }
     return setNames;
 }
 
@@ -111,10 +113,14 @@ TEST_F(CPlatformTest, ExportsTheEntryPointsOfVersion12AndNothingElse)
     for (const char* pszName : {"clGetPlatformIDs", "clCreateFromGLTexture2D", "clEnqueueReleaseGLObjects",
                                 "clSetUserEventStatus", "clCreateFromGLTexture", "clIcdGetPlatformIDsKHR",
                                 "clGetExtensionFunctionAddressForPlatform", "clUnloadCompiler"})
+    {
         EXPECT_EQ(setNames.count(pszName), 1u) << pszName;
+    }
     for (const char* pszName : {"clCreateCommandQueueWithProperties", "clSVMAlloc", "clCreateKeyOVK", "clCreatePipe",
                                 "clGetGLContextInfoKHR", "kestrelPlatformControl"})
+    {
         EXPECT_EQ(setNames.count(pszName), 0u) << pszName;
+    }
 }
 
 TEST_F(CPlatformTest, StartsFromTheEnvironment)

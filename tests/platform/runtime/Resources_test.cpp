@@ -35,7 +35,9 @@ size_t StatusValue(const std::string& strName)
     {
         size_t nValue = 0;
         if (strWord == strName + ":" && file >> nValue)
+        {
             return nValue;
+        }
     }
     return 0;
 }
@@ -138,7 +140,9 @@ TEST_F(CResourcesTest, NothingSpinsWhileItWaits)
         EXPECT_EQ(cl.clReleaseCommandQueue(queue), CL_SUCCESS);
     }
     for (cl_event event : vEvents)
+    {
         EXPECT_EQ(cl.clReleaseEvent(event), event ? CL_SUCCESS : CL_INVALID_EVENT);
+    }
     cl.clReleaseEvent(gate);
     cl.clReleaseMemObject(buffer);
     cl.clReleaseKernel(kernel);
@@ -214,16 +218,22 @@ TEST_F(CResourcesTest, AnyOrderOfReleaseWillDo)
 {
     std::vector<int> vOrder(COneLaunch::s_nObjects);
     for (int n = 0; n < COneLaunch::s_nObjects; ++n)
+    {
         vOrder[static_cast<size_t>(n)] = n;
+    }
     int nOrder = 0;
     do
     {
         // Every 23rd of the 5,040 orders: each object comes first and last.
         if (nOrder++ % 23 != 0)
+        {
             continue;
+        }
         COneLaunch launch(cl, m_device);
         for (const int nObject : vOrder)
+        {
             launch.Release(nObject);
+        }
         ASSERT_FALSE(HasFailure()) << "order " << nOrder;
     } while (std::next_permutation(vOrder.begin(), vOrder.end()));
     EXPECT_EQ(Control().GetCounter(PLATFORM_COUNTER_KERNELS), 0u);

@@ -119,8 +119,10 @@ protected:
         static const char* const s_names[] = {"contexts",       "queues",   "programs", "kernels",
                                               "memory objects", "samplers", "events",   "mappings"};
         for (int n = PLATFORM_COUNTER_CONTEXTS; n < PLATFORM_COUNTER_LAST; ++n)
+        {
             EXPECT_EQ(Control().GetCounter(static_cast<EPlatformCounter>(n)), 0u)
                 << s_names[n - PLATFORM_COUNTER_CONTEXTS];
+        }
     }
 
     cl_device_id FindDevice(const std::string& strName)
@@ -130,8 +132,12 @@ protected:
         std::vector<cl_device_id> vDevices(nDevices);
         cl.clGetDeviceIDs(m_platform, CL_DEVICE_TYPE_ALL, nDevices, vDevices.data(), nullptr);
         for (cl_device_id device : vDevices)
+        {
             if (DeviceString(device, CL_DEVICE_NAME) == strName)
+            {
                 return device;
+            }
+        }
         return nullptr;
     }
 

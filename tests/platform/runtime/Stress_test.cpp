@@ -30,7 +30,9 @@ public:
     void Run()
     {
         for (int i = 0; i < s_nRounds; ++i)
+        {
             Round();
+        }
     }
 
     uint64_t Launches() const { return m_nLaunches; }
@@ -97,7 +99,9 @@ private:
         ASSERT_EQ(nError, CL_SUCCESS);
         const cl_uint nValue = static_cast<cl_uint>(m_random());
         for (size_t n = 0; n < 64; ++n)
+        {
             pWords[n] = nValue;
+        }
         cl_event unmapped = nullptr;
         cl_event copied = nullptr;
         Expect(cl.clEnqueueUnmapMemObject(own, parts[0], pWords, 0, nullptr, &unmapped));
@@ -147,13 +151,19 @@ private:
         Expect(cl.clEnqueueFillBuffer(own, buffer, &fValue, 4, 0, s_nStressItems * 4, 1, &gate, &filled));
         cl_event scaled = Launch(Flip() ? own : m_shared, buffer, filled);
         if (Flip())
+        {
             cl.clSetEventCallback(
                 scaled, CL_COMPLETE, [](cl_event, cl_int, void*) {}, nullptr);
+        }
         Expect(cl.clSetUserEventStatus(gate, CL_COMPLETE));
         if (Flip())
+        {
             ReadByMap(own, buffer, scaled);
+        }
         else
+        {
             Read(own, buffer, scaled);
+        }
         Release(own, buffer, {gate, filled, scaled});
     }
 
@@ -193,12 +203,18 @@ private:
     {
         const bool bQueueFirst = Flip();
         if (bQueueFirst)
+        {
             Expect(cl.clReleaseCommandQueue(queue));
+        }
         Expect(cl.clReleaseMemObject(buffer));
         for (cl_event event : vEvents)
+        {
             Expect(cl.clReleaseEvent(event));
+        }
         if (!bQueueFirst)
+        {
             Expect(cl.clReleaseCommandQueue(queue));
+        }
     }
 
     bool Flip() { return (m_random() & 1) != 0; }
@@ -232,7 +248,9 @@ TEST_F(CStressTest, EightThreadsLeaveNothingBehind)
             });
     }
     for (std::thread& thread : vThreads)
+    {
         thread.join();
+    }
     EXPECT_EQ(Control().GetCounter(PLATFORM_COUNTER_KERNEL_RUNS), nLaunches);
     cl.clReleaseProgram(program);
 }

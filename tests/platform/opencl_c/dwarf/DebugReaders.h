@@ -33,7 +33,7 @@ inline std::string Ask(const std::string& strCommand)
 inline std::string WriteFile(const std::vector<char>& vImage)
 {
     static std::atomic<unsigned int> s_nFiles{0}; // threads have their own
-    const std::string strPath =
+    std::string strPath =
         testing::TempDir() + "dwarf_" + std::to_string(getpid()) + "_" + std::to_string(s_nFiles++) + ".bin";
     std::ofstream(strPath, std::ios::binary).write(vImage.data(), static_cast<std::streamsize>(vImage.size()));
     return strPath;

@@ -248,7 +248,7 @@ private:
     /// A type in words, such as "pointer(1) to const struct s {int@0 a}".
     static std::string Text(Dwarf_Die& type)
     {
-        const std::string strName = Name(type);
+        std::string strName = Name(type);
         switch (dwarf_tag(&type))
         {
         case DW_TAG_base_type:

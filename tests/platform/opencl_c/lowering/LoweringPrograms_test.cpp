@@ -459,7 +459,7 @@ __kernel void k(read_only image2d_t src, write_only image2d_t dst, sampler_t giv
                 {
                     for (int c = 0; c < 4; ++c)
                     {
-                        const auto At = [&](int u, int w) { return vPixels[static_cast<size_t>((w * 4 + u) * 4 + c)]; };
+                        const auto At = [&](int u, int w) { return vPixels.at((w * 4 + u) * 4 + c); };
                         const float fBorder = x == 0 || y == 0 ? 0.0f : At(x - 1, y - 1);
                         ASSERT_EQ(vResult[static_cast<size_t>((y * 4 + x) * 4 + c)],
                                   At(std::max(x - 1, 0), std::max(y - 1, 0)) + fBorder + At(x, y) * 2)

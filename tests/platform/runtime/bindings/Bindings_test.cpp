@@ -100,7 +100,9 @@ TEST_F(CBindingsTest, MapsBuffersAndRunsAKernelOfItsOwnSource)
         m_queue.enqueueMapBuffer(target, CL_FALSE, CL_MAP_READ, 0, 64 * sizeof(cl_int), &vAdded, &mapped));
     mapped.wait();
     for (cl_int n = 0; n < 64; ++n)
+    {
         EXPECT_EQ(pTarget[n], n < 32 ? -1 : (n - 32 - 30) * 10 + n - 32);
+    }
     m_queue.enqueueUnmapMemObject(target, const_cast<cl_int*>(pTarget));
     m_queue.finish();
 
