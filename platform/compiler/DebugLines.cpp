@@ -28,13 +28,13 @@ enum EExtendedOperation : uint8_t
     SetAddress = 2,
 };
 
-const unsigned int s_nVersion = 4;
+const unsigned int s_nDwarfVersion = 4;
 
 /// Numbers and texts, up to the end: after it everything is 0.
-class CReader
+class CLineReader
 {
 public:
-    explicit CReader(std::string_view data) : m_Data(data) {}
+    explicit CLineReader(std::string_view data) : m_Data(data) {}
 
     bool IsAtEnd() const { return m_Data.empty(); }
 
@@ -96,7 +96,7 @@ private:
     std::string_view m_Data;
 };
 
-struct SRow
+struct SLineRow
 {
     uint64_t nAddress = 0;
     uint64_t nFile = 1;
@@ -109,12 +109,12 @@ class CLineUnit
 public:
     explicit CLineUnit(std::string_view unit) : m_Program({})
     {
-        CReader reader(unit);
-        if (reader.Number(2) != s_nVersion)
+        CLineReader reader(unit);
+        if (reader.Number(2) != s_nDwarfVersion)
         {
             return;
         }
-        CReader header(reader.Take(reader.Number(4)));
+        CLineReader header(reader.Take(reader.Number(4)));
         m_nStep = header.Number(1);
         header.Number(2); // operations in one, and whether rows begin statements
         const uint64_t nLineBase = header.Number(1);
@@ -197,7 +197,7 @@ private:
 
     void StepExtended()
     {
-        CReader operands(m_Program.Take(m_Program.Unsigned()));
+        CLineReader operands(m_Program.Take(m_Program.Unsigned()));
         switch (operands.Number(1))
         {
         case EndSequence:
@@ -225,16 +225,16 @@ private:
         m_Last = m_Row;
     }
 
-    CReader m_Program;
+    CLineReader m_Program;
     uint64_t m_nStep = 1;
     int64_t m_nLineBase = 0;
     uint64_t m_nLineRange = 0;
     uint64_t m_nFirstSpecial = 1;
     std::vector<uint64_t> m_vOperands; ///< by operation, from 1
     std::vector<std::string_view> m_vFiles;
-    SRow m_Row;
-    SRow m_Last;
-    SRow m_Found;
+    SLineRow m_Row;
+    SLineRow m_Last;
+    SLineRow m_Found;
     uint64_t m_nWanted = 0;
     bool m_bLast = false;
     bool m_bFound = false;
@@ -244,7 +244,7 @@ private:
 
 std::string CDebugLines::Find(uint64_t nLine) const
 {
-    CReader section(m_strSection);
+    CLineReader section(m_strSection);
     while (!section.IsAtEnd())
     {
         const uint64_t nLength = section.Number(4);

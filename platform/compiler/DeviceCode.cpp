@@ -8,7 +8,7 @@ namespace
 {
 
 const uint32_t s_nMark = 0x43564B4F; // "OKVC"
-const uint32_t s_nVersion = 1;
+const uint32_t s_nCodeVersion = 1;
 const uint32_t s_nWordBytes = sizeof(uint32_t);
 
 struct SBlockHeader
@@ -72,7 +72,7 @@ std::string WriteDeviceCode(std::string_view kernel, const std::vector<uint32_t>
     AppendWords(strBlock, vTokens);
     AppendWords(strBlock, vLines);
     header.nMark = s_nMark;
-    header.nVersion = s_nVersion;
+    header.nVersion = s_nCodeVersion;
     header.nNameBytes = static_cast<uint32_t>(kernel.size());
     header.nTokens = static_cast<uint32_t>(vTokens.size());
     header.nLines = static_cast<uint32_t>(vLines.size());
@@ -93,7 +93,7 @@ bool ReadDeviceCode(std::string_view block, SDeviceCode& code)
     const uint64_t nName = Padded(header.nNameBytes);
     const uint64_t nTokens = static_cast<uint64_t>(header.nTokens) * s_nWordBytes;
     const uint64_t nLines = static_cast<uint64_t>(header.nLines) * s_nWordBytes;
-    if (header.nMark != s_nMark || header.nVersion != s_nVersion || body.size() % s_nWordBytes != 0 ||
+    if (header.nMark != s_nMark || header.nVersion != s_nCodeVersion || body.size() % s_nWordBytes != 0 ||
         nName + nTokens + nLines != body.size() || header.nChecksum != Checksum(body))
     {
         return false;

@@ -1,5 +1,6 @@
 #include "platform/compiler/ObjectImage.h"
 
+#include "platform/compiler/ByteHash.h"
 #include "platform/compiler/ElfReader.h"
 #include "platform/compiler/ElfWriter.h"
 
@@ -14,40 +15,29 @@ const char* const s_pszObject = ".llvmir";
 const char* const s_pszHeader = ".ovkobj";
 
 const uint32_t s_nMark = 0x4F4B564F; // "OVKO"
-const uint32_t s_nVersion = 1;
+const uint32_t s_nObjectVersion = 1;
 const uint32_t s_nLibraryFlag = 1;
 const uint32_t s_nDebugFlag = 2;
 
 /// `.ovkobj`: little-endian words.
-struct SHeader
+struct SObjectHeader
 {
     uint32_t nMark = s_nMark;
-    uint32_t nVersion = s_nVersion;
+    uint32_t nVersion = s_nObjectVersion;
     uint32_t nFlags = 0;
     uint32_t nReserved = 0;
     uint64_t nBytes = 0; ///< of the object
     uint64_t nHash = 0;  ///< of the object
 };
 
-/// FNV-1a over 64 bits.
-uint64_t Hash(std::string_view bytes)
-{
-    uint64_t nHash = 14695981039346656037u;
-    for (const char c : bytes)
-    {
-        nHash = (nHash ^ static_cast<unsigned char>(c)) * 1099511628211u;
-    }
-    return nHash;
-}
-
 } // namespace
 
 std::vector<char> WriteObjectImage(EImageType eType, std::string_view object, bool bDebug)
 {
-    SHeader header;
+    SObjectHeader header;
     header.nFlags = (eType == EImageType::Library ? s_nLibraryFlag : 0) | (bDebug ? s_nDebugFlag : 0);
     header.nBytes = object.size();
-    header.nHash = Hash(object);
+    header.nHash = HashBytes(object);
     CElfWriter elf;
     elf.AddSection(s_pszObject, 0, 4, object);
     elf.AddSection(s_pszHeader, 0, 8, {reinterpret_cast<const char*>(&header), sizeof(header)});
@@ -58,7 +48,7 @@ bool ReadObjectImage(const char* pImage, size_t nSize, SObjectImage& object, std
 {
     CElfReader elf;
     std::string_view bytes;
-    SHeader header;
+    SObjectHeader header;
     if (!elf.Read(pImage, nSize, strError))
     {
         return false;
@@ -70,8 +60,8 @@ bool ReadObjectImage(const char* pImage, size_t nSize, SObjectImage& object, std
         return false;
     }
     std::memcpy(&header, bytes.data(), sizeof(header));
-    if (header.nMark != s_nMark || header.nVersion != s_nVersion || header.nBytes != object.object.size() ||
-        header.nHash != Hash(object.object))
+    if (header.nMark != s_nMark || header.nVersion != s_nObjectVersion || header.nBytes != object.object.size() ||
+        header.nHash != HashBytes(object.object))
     {
         strError = "the object in the binary is of another version, cut short or damaged";
         return false;

@@ -1,5 +1,7 @@
 #include "platform/compiler/ProgramCache.h"
 
+#include "platform/compiler/ByteHash.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -22,7 +24,7 @@ const char s_Mark[8] = {'O', 'V', 'K', 'C', 'A', 'C', 'H', '1'};
 const std::string_view s_Suffix = ".kestrel";
 
 /// In front of the key, the log and the image.
-struct SHeader
+struct SCacheHeader
 {
     char mark[8];
     uint64_t nKeyBytes;
@@ -31,19 +33,9 @@ struct SHeader
     uint64_t nHash; ///< of log and image
 };
 
-/// FNV-1a over 64 bits, which may go on from an earlier one.
-uint64_t Hash(std::string_view bytes, uint64_t nHash = 14695981039346656037u)
-{
-    for (const char c : bytes)
-    {
-        nHash = (nHash ^ static_cast<unsigned char>(c)) * 1099511628211u;
-    }
-    return nHash;
-}
-
 uint64_t HashOf(const SCachedProgram& program)
 {
-    return Hash({program.vImage.data(), program.vImage.size()}, Hash(program.strLog));
+    return HashBytes({program.vImage.data(), program.vImage.size()}, HashBytes(program.strLog));
 }
 
 /// A file, closed at the end.
@@ -78,7 +70,7 @@ private:
 };
 
 /// Whether a file is as large as its header says; what it says is believed only then.
-bool ReadHeader(const CFile& file, SHeader& header)
+bool ReadHeader(const CFile& file, SCacheHeader& header)
 {
     struct stat state = {};
     if (fstat(file.Get(), &state) != 0 || !S_ISREG(state.st_mode) || state.st_uid != geteuid() ||
@@ -93,7 +85,7 @@ bool ReadHeader(const CFile& file, SHeader& header)
 
 bool WriteAll(const CFile& file, const std::string& strKey, const SCachedProgram& program)
 {
-    SHeader header = {};
+    SCacheHeader header = {};
     std::memcpy(header.mark, s_Mark, sizeof(s_Mark));
     header.nKeyBytes = strKey.size();
     header.nLogBytes = program.strLog.size();
@@ -138,7 +130,7 @@ std::string CProgramCache::FileOf(const std::string& strKey) const
     static const char* const s_pszDigits = "0123456789abcdef";
     std::string strName;
     // Two hashes, since a file holds one program: those whose names are the same take each other's place.
-    for (const uint64_t nHash : {Hash(strKey), Hash(strKey, Hash("kestrel"))})
+    for (const uint64_t nHash : {HashBytes(strKey), HashBytes(strKey, HashBytes("kestrel"))})
     {
         for (int nShift = 60; nShift >= 0; nShift -= 4)
         {
@@ -155,7 +147,7 @@ bool CProgramCache::Find(const std::string& strKey, SCachedProgram& program) con
         return false;
     }
     const CFile file(open(FileOf(strKey).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    SHeader header = {};
+    SCacheHeader header = {};
     if (!file.IsOpen() || !ReadHeader(file, header) || header.nKeyBytes != strKey.size())
     {
         return false;

@@ -111,7 +111,7 @@ bool CLowering::WriteRows(T eType, const uint32_t* pRows)
         part.nOp = LANE_Mov;
         part.rows.d[0] = static_cast<uint16_t>(n);
         part.rows.d[1] = 4;
-        part.rows.s[0] = pRows[n];
+        part.rows.s[0] = ToRow(pRows[n]);
         parts.push_back(part);
     }
     return WriteParts(eType, parts);

@@ -81,7 +81,6 @@ private:
     bool Load(const std::vector<CElfSection*>& vSections, bool is64, uint64_t& nBudget);
 
     std::vector<TableEntry> m_Table;
-    CElfSection* m_ExtendedIndexSection = nullptr;
 };
 
 #endif
