@@ -43,7 +43,7 @@ cl_int MakeRegion(const CContext& context, cl_mem hImage, const size_t* pOrigin,
 }
 
 /// The client's arguments of a transfer between an image and the host.
-struct SHostTransfer
+struct SImageTransfer
 {
     cl_mem m_hImage;
     bool m_bBlocking;
@@ -53,7 +53,7 @@ struct SHostTransfer
     size_t m_nSlicePitch;
 };
 
-cl_int PrepareTransfer(const CContext& context, const SHostTransfer& transfer, const void* pHost, SImageRegion& region,
+cl_int PrepareTransfer(const CContext& context, const SImageTransfer& transfer, const void* pHost, SImageRegion& region,
                        SPitches& host)
 {
     if (const cl_int nError = MakeRegion(context, transfer.m_hImage, transfer.m_pOrigin, transfer.m_pRegion, region))
@@ -68,7 +68,7 @@ cl_int PrepareTransfer(const CContext& context, const SHostTransfer& transfer, c
                                                       host);
 }
 
-cl_int ReadImage(CEnqueue& enqueue, const SHostTransfer& transfer, void* pHost)
+cl_int ReadImage(CEnqueue& enqueue, const SImageTransfer& transfer, void* pHost)
 {
     SImageRegion region;
     SPitches host{};
@@ -90,7 +90,7 @@ cl_int ReadImage(CEnqueue& enqueue, const SHostTransfer& transfer, void* pHost)
                           });
 }
 
-cl_int WriteImage(CEnqueue& enqueue, const SHostTransfer& transfer, const void* pHost)
+cl_int WriteImage(CEnqueue& enqueue, const SImageTransfer& transfer, const void* pHost)
 {
     SImageRegion region;
     SPitches host{};
@@ -263,7 +263,7 @@ cl_int CL_API_CALL clEnqueueReadImage(cl_command_queue command_queue, cl_mem ima
                                       void* ptr, cl_uint num_events_in_wait_list, const cl_event* event_wait_list,
                                       cl_event* event)
 {
-    const SHostTransfer transfer{image, blocking_read != CL_FALSE, origin, region, row_pitch, slice_pitch};
+    const SImageTransfer transfer{image, blocking_read != CL_FALSE, origin, region, row_pitch, slice_pitch};
     return ApiEnqueue(__func__, {command_queue, num_events_in_wait_list, event_wait_list, event},
                       [&](CEnqueue& enqueue) { return ReadImage(enqueue, transfer, ptr); });
 }
@@ -273,7 +273,7 @@ cl_int CL_API_CALL clEnqueueWriteImage(cl_command_queue command_queue, cl_mem im
                                        size_t input_slice_pitch, const void* ptr, cl_uint num_events_in_wait_list,
                                        const cl_event* event_wait_list, cl_event* event)
 {
-    const SHostTransfer transfer{image, blocking_write != CL_FALSE, origin, region, input_row_pitch, input_slice_pitch};
+    const SImageTransfer transfer{image, blocking_write != CL_FALSE, origin, region, input_row_pitch, input_slice_pitch};
     return ApiEnqueue(__func__, {command_queue, num_events_in_wait_list, event_wait_list, event},
                       [&](CEnqueue& enqueue) { return WriteImage(enqueue, transfer, ptr); });
 }

@@ -1,16 +1,16 @@
 #include "platform/simt/checks/NumberRecorder.h"
 
+#include "platform/simt/Block.h"
+#include "platform/simt/FloatBits.h"
+#include "platform/simt/checks/Findings.h"
+#include "platform/simt/checks/ShadowRules.h"
+
 #include <immintrin.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <iterator>
-
-#include "platform/simt/Block.h"
-#include "platform/simt/FloatBits.h"
-#include "platform/simt/checks/Findings.h"
-#include "platform/simt/checks/ShadowRules.h"
 
 namespace KestrelPlatform
 {
@@ -47,7 +47,9 @@ ENumber LookAt(ELaneType eType, uint32_t nLow, uint32_t nHigh)
     const uint32_t nExponent = ExponentOf(eType);
     const uint32_t nWord = eType == ELaneType::D ? nHigh : nLow;
     if (nExponent == 0 || (nWord & nExponent) != nExponent)
+    {
         return Finite;
+    }
     const uint32_t nFraction = (nExponent & (0u - nExponent)) - 1;
     return (nWord & nFraction) != 0 || (eType == ELaneType::D && nLow != 0) ? NotANumber : Infinite;
 }
@@ -55,7 +57,9 @@ ENumber LookAt(ELaneType eType, uint32_t nLow, uint32_t nHigh)
 double NumberOf(ELaneType eType, uint32_t nLow, uint32_t nHigh)
 {
     if (eType != ELaneType::D)
+    {
         return static_cast<double>(AsFloat(nLow));
+    }
     const uint64_t nBits = nLow | static_cast<uint64_t>(nHigh) << 32;
     double fValue = 0;
     std::memcpy(&fValue, &nBits, sizeof fValue);
@@ -121,7 +125,9 @@ bool TakeFlags()
 {
     const uint32_t nState = _mm_getcsr();
     if ((nState & s_nMakingFlags) == 0)
+    {
         return false;
+    }
     _mm_setcsr(nState & ~s_nMakingFlags);
     return true;
 }
@@ -161,12 +167,16 @@ bool AreAllRight(const SIntegerRule& rule, ELaneType eType, const uint32_t* pFir
     if (rule.nFault == PLATFORM_FAULT_DIVISION)
     {
         for (uint32_t n = nBegin; n < nEnd; ++n)
+        {
             nWrong |= pSecond[n] == 0 ? 1 : 0;
+        }
     }
     else if (rule.nFault == PLATFORM_FAULT_SHIFT)
     {
         for (uint32_t n = nBegin; n < nEnd; ++n)
+        {
             nWrong |= pSecond[n] >= rule.nWidth ? 1 : 0;
+        }
     }
     else if (eType == ELaneType::F)
     {
@@ -174,10 +184,14 @@ bool AreAllRight(const SIntegerRule& rule, ELaneType eType, const uint32_t* pFir
         const float fLow = static_cast<float>(rule.fLow);
         const float fHigh = static_cast<float>(rule.fHigh);
         for (uint32_t n = nBegin; n < nEnd; ++n)
+        {
             nWrong |= AsFloat(pFirst[n]) > fLow && AsFloat(pFirst[n]) < fHigh ? 0 : 1;
+        }
     }
     else
+    {
         return false;
+    }
     return nWrong == 0;
 }
 
@@ -187,14 +201,18 @@ CNumberRecorder::CNumberRecorder(const SLaunchContext& context, CFindings& findi
     : m_Context(context), m_Findings(findings), m_vMade(context.code.nRows), m_vLiterals(context.code.nRows)
 {
     for (const SCode::SConstant& constant : context.code.vConstants)
+    {
         m_vLiterals[constant.nRow] = constant.nBuffer < 0;
+    }
 }
 
 void CNumberRecorder::Start()
 {
     m_Local = SMade();
     if (m_nKnown != 0)
+    {
         std::fill(m_vMade.begin(), m_vMade.end(), SMade());
+    }
     m_nKnown = 0;
     TakeFlags();
 }
@@ -216,7 +234,9 @@ void CNumberRecorder::Tell(const CBlock& block, const SMicroOp& step, uint32_t n
 void CNumberRecorder::PassOn(const SMade& made, uint32_t nInstruction, uint64_t nOutput)
 {
     if (!made.IsKnown() || !m_setPassed.insert({made.nInstruction, nInstruction, nOutput}).second)
+    {
         return;
+    }
     SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_NAN, made.nInstruction, ~uint64_t(0));
     finding.nFault = made.nFault;
     finding.nCount = 0;
@@ -232,7 +252,9 @@ void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step)
 {
     const SIntegerRule& rule = FindRule(step.nOp).integers;
     if (rule.nFault == 0)
+    {
         return;
+    }
     const ELaneType eType = GetLaneRule(step.nOp).eIn[0];
     const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
     const uint32_t nBegin = bUniform ? 0 : block.GetFirstLane();
@@ -240,25 +262,35 @@ void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step)
     const bool bOne = bUniform || m_vLiterals[step.rows.s[rule.nFault == PLATFORM_FAULT_RANGE ? 0 : 2]];
     if (AreAllRight(rule, eType, block.Row(step.rows.s[0]), block.Row(step.rows.s[2]), nBegin,
                     bOne ? nBegin + 1 : block.GetEndLane()))
+    {
         return;
+    }
     for (uint32_t i = block.GetFirstLane(); i < block.GetEndLane(); ++i)
     {
         const uint32_t n = bUniform ? 0 : i;
         if (!block.IsActive(i))
+        {
             continue;
+        }
         const auto word = [&](uint32_t nSource) { return block.Row(step.rows.s[nSource])[n]; };
         bool bWrong = false;
         if (rule.nFault == PLATFORM_FAULT_DIVISION)
+        {
             bWrong = (word(2) | (rule.nWidth == 64 ? word(3) : 0)) == 0;
+        }
         else if (rule.nFault == PLATFORM_FAULT_SHIFT)
+        {
             bWrong = word(2) >= rule.nWidth;
+        }
         else if (LookAt(eType, word(0), word(1)) == Finite)
         {
             const double fValue = NumberOf(eType, word(0), word(1));
             bWrong = fValue <= rule.fLow || fValue >= rule.fHigh;
         }
         if (bWrong)
+        {
             Tell(block, step, i, rule.nFault);
+        }
     }
 }
 
@@ -267,15 +299,21 @@ void CNumberRecorder::Stepping(const CBlock& block, const SMicroOp& step)
 {
     m_nKept = 0;
     if (step.eKind > MICRO_LANE_UNIFORM)
+    {
         return;
+    }
     CheckIntegers(block, step);
     if (FindRule(step.nOp).nExponent == 0)
+    {
         return;
+    }
     for (const uint16_t nResult : step.rows.d)
     {
         const auto itEnd = step.rows.s + std::size(step.rows.s);
         if (nResult <= s_nZeroRow || std::find(step.rows.s, itEnd, nResult) == itEnd)
+        {
             continue;
+        }
         const uint32_t nBegin = step.eKind == MICRO_LANE_UNIFORM ? 0 : block.GetFirstLane();
         const uint32_t nEnd = step.eKind == MICRO_LANE_UNIFORM ? 1 : block.GetEndLane();
         std::memcpy(m_Kept[m_nKept].w + nBegin, block.Row(nResult) + nBegin, (nEnd - nBegin) * sizeof(uint32_t));
@@ -304,7 +342,9 @@ void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
     const SNumberRule& number = FindRule(step.nOp);
     const uint32_t nExponent = number.nExponent;
     if (nExponent == 0 || (number.bNoted && !TakeFlags() && !TouchesKnown(step)))
+    {
         return;
+    }
     const SLaneRule& rule = GetLaneRule(step.nOp);
     const uint32_t* const pResult = block.Row(step.rows.d[rule.eOut == ELaneType::D ? 1 : 0]);
     const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
@@ -312,16 +352,24 @@ void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
     const uint32_t nEnd = bUniform ? 1 : block.GetEndLane();
     uint32_t nAny = 0;
     for (uint32_t n = nBegin; n < nEnd; ++n)
+    {
         nAny |= (pResult[n] & nExponent) == nExponent ? 1 : 0;
+    }
     if (nAny == 0)
+    {
         return;
+    }
     for (uint32_t n = nBegin; n < nEnd; ++n)
     {
         uint32_t nItemLane = n;
         while (bUniform && nItemLane + 1 < block.GetEndLane() && !block.IsActive(nItemLane))
+        {
             ++nItemLane;
+        }
         if ((pResult[n] & nExponent) == nExponent && (bUniform || block.IsActive(n)))
+        {
             LookAtLane(block, step, rule, n, nItemLane);
+        }
     }
 }
 
@@ -337,7 +385,9 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
             LookAt(rule.eIn[i], Source(block, step, 2 * i)[nLane], Source(block, step, 2 * i + 1)[nLane]);
         eWorst = std::max(eWorst, eSource);
         if (eSource != Finite && !made.IsKnown())
+        {
             made = m_vMade[step.rows.s[2 * i]];
+        }
     }
     const bool bNew = eWorst == Finite || (eResult == NotANumber && eWorst == Infinite && !made.IsKnown());
     // A copy makes nothing, and what an integer's operation is given may look like anything.
@@ -347,14 +397,18 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
         Tell(block, step, nItemLane, made.nFault);
     }
     else
+    {
         PassOn(made, step.nInstruction, 0);
+    }
     SetMade(step.rows.d[0], made);
 }
 
 void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     if (access.eOperation == SAccess::Load)
+    {
         return;
+    }
     const uint32_t* const pRows = access.eOperation == SAccess::Atomic ? access.nValueRows : access.nRows;
     for (uint32_t w = 0; m_nKnown != 0 && w < access.nWords; ++w)
     {
@@ -367,12 +421,18 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
             const bool bNumber =
                 LookAt(ELaneType::F, nWord, 0) != Finite || LookAt(ELaneType::D, nWord, nHigh) != Finite;
             if (!block.IsActive(n) || !bNumber)
+            {
                 continue;
+            }
             if (access.eSpace == SAccess::Local)
+            {
                 m_Local = made;
+            }
             uint64_t nAddress = 0;
             if (access.eSpace == SAccess::Global)
+            {
                 block.FillAddresses(access, n, n + 1, &nAddress);
+            }
             const std::vector<SMemoryRange>& vMemory = m_Context.launch.vMemory;
             const auto it =
                 std::upper_bound(vMemory.begin(), vMemory.end(), nAddress,
@@ -387,14 +447,18 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
 void CNumberRecorder::Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     if (access.eOperation != SAccess::Load || (m_nKnown == 0 && !m_Local.IsKnown()))
+    {
         return;
+    }
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
         SetMade(access.nRows[w], access.eSpace == SAccess::Local ? m_Local : SMade());
         for (uint32_t n = block.GetFirstLane(); m_vMade[access.nRows[w]].IsKnown() && n < block.GetEndLane(); ++n)
         {
             if (!block.IsActive(n) || LookAt(ELaneType::F, block.Row(access.nRows[w])[n], 0) == Finite)
+            {
                 continue;
+            }
             PassOn(m_Local, step.nInstruction, 0);
             break;
         }
