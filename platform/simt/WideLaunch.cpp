@@ -23,7 +23,7 @@ namespace
 {
 
 /// Instructions at which work-items are told of; those at others count as beside them.
-constexpr size_t s_nMostPlaces = 256;
+constexpr size_t s_nWatchedPlaces = 256;
 constexpr size_t s_nOtherPlaces = 3;
 
 /// Rounding to nearest and IEEE denormals, whatever the calling thread has set.
@@ -52,21 +52,33 @@ public:
     {
         m_vStates.reserve(context.nBlocksPerGroup);
         if (pChecks)
+        {
             m_pChecks = std::make_unique<SThreadChecks>(*pChecks);
+        }
         unsigned char* const pLocal = reinterpret_cast<unsigned char*>(m_vLocal.data());
         for (uint32_t n = 0; n < context.nBlocksPerGroup; ++n)
         {
             m_vBlocks.push_back(std::make_unique<CBlock>(context, n, pLocal, m_Pending));
             if (context.launch.pTrace)
+            {
                 m_vRecorders.push_back(std::make_unique<CTraceRecorder>(*context.launch.pTrace, program));
+            }
             else if (pAccesses)
+            {
                 m_vRecorders.push_back(std::make_unique<CAccessRecorder>(context.launch, *pAccesses));
+            }
             else if (pProfile)
+            {
                 m_vRecorders.push_back(std::make_unique<CProfileRecorder>(*pProfile));
+            }
             else if (pVisits)
+            {
                 m_vRecorders.push_back(std::make_unique<CVisitCounts>(*pVisits));
+            }
             else if (pChecks)
+            {
                 m_vRecorders.push_back(std::make_unique<CCheckRecorder>(*m_pChecks, n == 0));
+            }
         }
     }
 
@@ -74,9 +86,13 @@ public:
     void RunPiece(uint64_t nFirst, uint64_t nEnd)
     {
         for (uint64_t n = nFirst; n < nEnd && !m_Context.bStop.load(std::memory_order_relaxed); ++n)
+        {
             Run(n * m_Context.nGroupsPerBlock);
+        }
         for (const std::unique_ptr<IBlockRecorder>& pRecorder : m_vRecorders)
+        {
             pRecorder->Finish();
+        }
         m_Pending.Flush();
         m_Context.nEnded += m_nEnded;
         m_nEnded = 0;
@@ -87,20 +103,30 @@ private:
     {
         std::fill(m_vLocal.begin(), m_vLocal.end(), 0);
         for (size_t n = 0; n < m_vBlocks.size(); ++n)
+        {
             m_vBlocks[n]->Start(nFirstGroup, m_vRecorders.empty() ? nullptr : m_vRecorders[n].get());
+        }
         m_vStates.assign(m_vBlocks.size(), CBlock::Running);
         if (m_vBlocks.size() == 1)
+        {
             m_vStates[0] = m_vBlocks[0]->Run();
+        }
         else
+        {
             RunInSteps();
+        }
         if (std::find(m_vStates.begin(), m_vStates.end(), CBlock::Stopped) == m_vStates.end())
         {
             for (const std::unique_ptr<CBlock>& pBlock : m_vBlocks)
+            {
                 m_nEnded += pBlock->GetLive();
+            }
             return;
         }
         for (size_t n = 0; n < m_vBlocks.size(); ++n)
+        {
             m_vBlocks[n]->TellPlaces(m_vStates[n]);
+        }
     }
 
     /// The blocks of one group, each to its next barrier, until all are done. Blocks that wait at
@@ -124,17 +150,23 @@ private:
                 }
                 m_vStates[n] = m_vBlocks[n]->Run();
                 if (m_vStates[n] == CBlock::Stopped)
+                {
                     return;
+                }
                 nBarrier = isDone(n) || bWaiting ? nBarrier : m_vBlocks[n]->GetBarrier();
                 bWaiting = bWaiting || !isDone(n);
                 nHere += isDone(n) ? 0 : m_vBlocks[n]->GetActive();
                 const bool bElsewhere = !isDone(n) && m_vBlocks[n]->GetBarrier() != nBarrier;
                 nOther = bElsewhere && nOther == ~0u ? m_vBlocks[n]->GetBarrier() : nOther;
                 if (isDone(n) || bElsewhere || m_vBlocks[n]->GetActive() != m_vBlocks[n]->GetLive())
+                {
                     nMissing = std::min(nMissing, m_vBlocks[n]->GetFirstMissing(isDone(n) || bElsewhere));
+                }
             }
             if (!bWaiting)
+            {
                 return;
+            }
             if (nHere != m_Context.nGroupSize || nOther != ~0u)
             {
                 m_Context.CountUnreachedBarrier(nBarrier, nMissing);
@@ -146,7 +178,9 @@ private:
     void TellBarrier(uint32_t nInstruction, uint32_t nOther, uint64_t nWorkItem)
     {
         if (!m_pChecks || !(m_Context.launch.nChecks & PLATFORM_CHECK_BARRIER))
+        {
             return;
+        }
         SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_BARRIER, nInstruction, nWorkItem);
         finding.nOther = nOther;
         m_pChecks->findings.Add(finding);
@@ -184,26 +218,38 @@ SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
     : launch(launchIn), code(codeIn), lanes(GetLaneTable())
 {
     vFaults.reserve(s_nFaultRecords);
-    vPlaces.reserve(s_nMostPlaces + s_nOtherPlaces);
+    vPlaces.reserve(s_nWatchedPlaces + s_nOtherPlaces);
     for (uint32_t n = 0; n < 3; ++n)
+    {
         nGroups[n] = launch.nLocalSize[n] ? launch.nGlobalSize[n] / launch.nLocalSize[n] : 0;
+    }
     nGroupCount = nGroups[0] * nGroups[1] * nGroups[2];
     nGroupSize = static_cast<uint32_t>(launch.nLocalSize[0] * launch.nLocalSize[1] * launch.nLocalSize[2]);
-    if (nGroupSize != 0 && nGroupSize <= s_nLanes && !launch.watch) // groups that are watched run one after the other
+    if (nGroupSize != 0 && nGroupSize <= s_nLanes && !launch.watch)
+    { // groups that are watched run one after the other
         nGroupsPerBlock =
             static_cast<uint32_t>(std::min<uint64_t>(s_nLanes / nGroupSize, std::max<uint64_t>(nGroupCount, 1)));
+    }
     nBlocksPerGroup = (nGroupSize + s_nLanes - 1) / s_nLanes;
     for (const SCode::SLocalArea& area : code.vLocalAreas)
+    {
         nDynamicStart = std::max(nDynamicStart, area.nOffset + area.nBytes);
+    }
     nLocalBytes = (code.nLocalBytes + launch.nDynamicLocalBytes + 15) & ~15u;
     for (const SCode::SBuffer& buffer : code.vBuffers)
     {
         if (buffer.bInline)
+        {
             vBuffers.push_back(buffer.vWords);
+        }
         else if (buffer.nNumber == 0)
+        {
             vBuffers.push_back(BufferZero(launch, nGroups));
+        }
         else if (buffer.nNumber == 1)
+        {
             vBuffers.push_back(launch.vConstantBuffer1);
+        }
         else
         {
             const auto it = launch.mapConstantBuffers.find(buffer.nNumber);
@@ -216,9 +262,13 @@ SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
         return it == map.end() ? SImageBinding() : it->second;
     };
     for (const uint32_t nNumber : code.vResources)
+    {
         vResources.push_back(image(launch.mapResources, nNumber));
+    }
     for (const uint32_t nNumber : code.vUavs)
+    {
         vUavs.push_back(image(launch.mapUavImages, nNumber));
+    }
     for (const uint32_t nNumber : code.vSamplers)
     {
         const auto it = launch.mapSamplers.find(nNumber);
@@ -234,7 +284,9 @@ uint64_t SLaunchContext::FindWorkItem(uint64_t nGroup, uint32_t nIndex) const
     const uint64_t nId[3] = {nIndex % pSize[0], nIndex / pSize[0] % pSize[1], nIndex / pSize[0] / pSize[1]};
     uint64_t nItem = 0;
     for (int n = 2; n >= 0; --n)
+    {
         nItem = nItem * launch.nGlobalSize[n] + nPlace[n] * pSize[n] + nId[n];
+    }
     return nItem;
 }
 
@@ -243,10 +295,14 @@ void SLaunchContext::CountBadAccess(const SBadAccess& access)
 {
     std::lock_guard<std::mutex> lock(faultMutex);
     if (nBadAccesses++ == 0 || access.nWorkItem < firstBadAccess.nWorkItem)
+    {
         firstBadAccess = access;
+    }
     KeepFault({access, false});
     if (!pFindings || !(launch.nChecks & PLATFORM_CHECK_MEMORY))
+    {
         return;
+    }
     const EPlatformFinding eKind = access.bReadOnly ? PLATFORM_FINDING_READ_ONLY : PLATFORM_FINDING_OUTSIDE;
     SPlatformFinding finding = MakeFinding(eKind, access.nInstruction, access.nWorkItem);
     finding.nMemory = access.eMemory;
@@ -271,7 +327,9 @@ void SLaunchContext::Stop(bool bByBreak, uint32_t nInstruction, uint64_t nWorkIt
 {
     std::lock_guard<std::mutex> lock(faultMutex);
     if (bStop)
+    {
         return;
+    }
     bBroken = bByBreak;
     nStopInstruction = nInstruction;
     nStopWorkItem = nWorkItem;
@@ -282,8 +340,10 @@ void SLaunchContext::AddPlace(const SPlatformPlace& told)
 {
     std::lock_guard<std::mutex> lock(faultMutex);
     SPlatformPlace place = told;
-    if (vPlaces.size() >= s_nMostPlaces && place.nInstruction != SItem::NoInstruction)
+    if (vPlaces.size() >= s_nWatchedPlaces && place.nInstruction != SItem::NoInstruction)
+    {
         place = {PLATFORM_WHERE_BESIDE, SItem::NoInstruction, place.nItems, place.nWorkItem, 0, 0};
+    }
     const auto it = std::find_if(vPlaces.begin(), vPlaces.end(),
                                  [&](const SPlatformPlace& other)
                                  { return other.nWhere == place.nWhere && other.nInstruction == place.nInstruction; });
@@ -308,10 +368,14 @@ void SLaunchContext::KeepFault(const SFaultRecord& fault)
     };
     const auto it = std::lower_bound(vFaults.begin(), vFaults.end(), fault, isBefore);
     if (it == vFaults.end() ? vFaults.size() == s_nFaultRecords : !isBefore(fault, *it))
+    {
         return;
+    }
     const auto nPlace = it - vFaults.begin();
     if (vFaults.size() == s_nFaultRecords)
+    {
         vFaults.pop_back();
+    }
     vFaults.insert(vFaults.begin() + nPlace, fault);
 }
 
@@ -323,9 +387,13 @@ std::vector<SPlatformFinding> FinishChecks(SCheckTotals& checks)
 {
     const SLaunchContext& context = checks.context;
     if (checks.pGroups)
+    {
         checks.pGroups->Report(checks.findings);
+    }
     if (context.bStop && !context.bBroken && (context.launch.nChecks & PLATFORM_CHECK_BARRIER))
+    {
         checks.findings.Add(MakeFinding(PLATFORM_FINDING_HANG, context.nStopInstruction, context.nStopWorkItem));
+    }
     return checks.findings.List();
 }
 
@@ -335,12 +403,16 @@ std::vector<SPlatformPlace> FinishPlaces(SLaunchContext& context)
     const auto add = [&](EPlatformWhere eWhere, uint64_t nItems)
     {
         if (nItems != 0)
+        {
             context.AddPlace({eWhere, SItem::NoInstruction, nItems, ~uint64_t(0), 0, 0});
+        }
     };
     add(PLATFORM_WHERE_ENDED, context.nEnded);
     uint64_t nTold = 0;
     for (const SPlatformPlace& place : context.vPlaces)
+    {
         nTold += place.nItems;
+    }
     add(PLATFORM_WHERE_NOT_BEGUN, context.nGroupCount * context.nGroupSize - nTold);
     std::sort(context.vPlaces.begin(), context.vPlaces.end(),
               [](const SPlatformPlace& left, const SPlatformPlace& right)
@@ -365,7 +437,9 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         CProfileTotals profile;
         const bool bChecks = launch.nChecks != 0 && !bRecorded && !bWatch && !bProfile;
         if (context.nGroupCount == 0 || context.nGroupSize == 0)
+        {
             return result;
+        }
         const uint64_t nJobs = (context.nGroupCount + context.nGroupsPerBlock - 1) / context.nGroupsPerBlock;
         std::unique_ptr<SCheckTotals> pChecks;
         if (bChecks)
@@ -417,7 +491,9 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             result.checkLimits = pChecks->FindLimits();
         }
         if (bProfile)
+        {
             result.vProfile = profile.Spread(program);
+        }
         result.nStopInstruction = context.nStopInstruction;
         result.nStopWorkItem = context.nStopWorkItem;
         if (context.bStop)
@@ -428,7 +504,9 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         // A thread without memory leaves its groups to the others; only if there was none are they undone.
         // What is checked needs memory under way, so that a group may not have ended.
         else if (bNoMemory && (bChecks || shares.IsAnyLeft()))
+        {
             result.eStatus = SLaunchResult::OutOfMemory;
+        }
     }
     catch (const std::bad_alloc&)
     {

@@ -14,9 +14,9 @@ namespace KestrelOpenCL
 namespace
 {
 
-const uint64_t s_nWord = 4;
-const uint64_t s_nBufferHeader = 2 * s_nWord;
-const uint64_t s_nRecordHeader = 3 * s_nWord;
+const uint64_t s_nRecordWord = 4;
+const uint64_t s_nBufferHeader = 2 * s_nRecordWord;
+const uint64_t s_nRecordHeader = 3 * s_nRecordWord;
 const unsigned int s_nGlobalSpace = 1;
 const uint32_t s_nNoString = 0xFFFFFFFF;
 
@@ -198,22 +198,22 @@ void CExpansion::TakeArgument(llvm::Value* pArgument)
 
 void CExpansion::WriteRecord(uint32_t nFormat, llvm::Value* pRecord)
 {
-    m_vWords.insert(m_vWords.begin(), {m_Builder.getInt32(static_cast<uint32_t>((m_vWords.size() + 3) * s_nWord)),
+    m_vWords.insert(m_vWords.begin(), {m_Builder.getInt32(static_cast<uint32_t>((m_vWords.size() + 3) * s_nRecordWord)),
                                        m_Builder.getInt32(nFormat), Hidden("reg_vThreadGrpIdFlat_x")});
     for (size_t i = 0; i < m_vWords.size(); ++i)
     {
-        m_Builder.CreateAlignedStore(m_vWords[i], Pointer(pRecord, i * s_nWord), llvm::Align(s_nWord));
+        m_Builder.CreateAlignedStore(m_vWords[i], Pointer(pRecord, i * s_nRecordWord), llvm::Align(s_nRecordWord));
     }
 }
 
 /// if (address) { offset = atomic_add(used, bytes); if (it fits) write; else { atomic_sub(used, bytes); ++lost; } }
 void CExpansion::Replace(uint32_t nFormat)
 {
-    const uint64_t nBytes = s_nRecordHeader + m_vWords.size() * s_nWord;
+    const uint64_t nBytes = s_nRecordHeader + m_vWords.size() * s_nRecordWord;
     const auto Atomic = [&](llvm::AtomicRMWInst::BinOp eOperation, llvm::Value* pPointer, uint64_t nValue)
     {
         return m_Builder.CreateAtomicRMW(eOperation, pPointer, m_Builder.getInt32(static_cast<uint32_t>(nValue)),
-                                         llvm::Align(s_nWord), llvm::AtomicOrdering::Monotonic);
+                                         llvm::Align(s_nRecordWord), llvm::AtomicOrdering::Monotonic);
     };
     llvm::Value* const pAddress = BufferAddress();
     llvm::Value* const pListens = m_Builder.CreateIsNotNull(pAddress);
@@ -231,7 +231,7 @@ void CExpansion::Replace(uint32_t nFormat)
     WriteRecord(nFormat, m_Builder.CreateAdd(pStart, llvm::ConstantInt::get(pStart->getType(), s_nBufferHeader)));
     m_Builder.SetInsertPoint(pLost);
     Atomic(llvm::AtomicRMWInst::Sub, Pointer(pAddress, 0), nBytes);
-    Atomic(llvm::AtomicRMWInst::Add, Pointer(pAddress, s_nWord), 1);
+    Atomic(llvm::AtomicRMWInst::Add, Pointer(pAddress, s_nRecordWord), 1);
 
     llvm::BasicBlock* const pJoin = pThen->getParent();
     m_Builder.SetInsertPoint(&pJoin->front());

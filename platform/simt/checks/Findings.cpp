@@ -26,7 +26,9 @@ void MergeLists(T (&to)[nMost], uint32_t& nTo, const T (&from)[nMost], uint32_t 
 SPlatformFinding PutInOrder(SPlatformFinding finding)
 {
     if (finding.nKind != PLATFORM_FINDING_RACE || finding.nInstruction <= finding.nOther)
+    {
         return finding;
+    }
     std::swap(finding.nInstruction, finding.nOther);
     std::swap(finding.nWorkItem, finding.nOtherItem);
     std::swap(finding.bWrite, finding.bOtherWrite);
@@ -42,7 +44,9 @@ void Merge(SPlatformFinding& to, const SPlatformFinding& from)
     { return std::tie(finding.nWorkItem, finding.nOtherItem, finding.nAddress); };
     // Values that differ tell more than those that happen to be equal.
     if (from.bUnequal != to.bUnequal ? from.bUnequal != 0 : order(from) < order(to))
+    {
         merged = from;
+    }
     merged.nCount = to.nCount + from.nCount;
     MergeLists(to.items, to.nItems, from.items, from.nItems);
     MergeLists(to.chain, to.nChain, from.chain, from.nChain);
@@ -77,7 +81,9 @@ void CFindings::Add(const SPlatformFinding& found)
     const Key key(finding.nInstruction, finding.nKind, finding.nOther, finding.nMemory, finding.bWrite, finding.nFault);
     const auto [it, bNew] = m_mapByPlace.insert({key, finding});
     if (!bNew)
+    {
         Merge(it->second, finding);
+    }
     else if (m_mapByPlace.size() > s_nMostPlaces)
     {
         m_mapByPlace.erase(std::prev(m_mapByPlace.end())); // the same ones are left whatever the order
@@ -89,7 +95,9 @@ void CFindings::AddAll(const CFindings& other)
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     for (const auto& [key, finding] : other.m_mapByPlace)
+    {
         Add(finding);
+    }
     m_bCut = m_bCut || other.m_bCut;
 }
 
@@ -97,7 +105,9 @@ std::vector<SPlatformFinding> CFindings::List() const
 {
     std::vector<SPlatformFinding> vFindings;
     for (const auto& [key, finding] : m_mapByPlace)
+    {
         vFindings.push_back(finding);
+    }
     return vFindings;
 }
 
