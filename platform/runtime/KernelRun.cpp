@@ -281,7 +281,7 @@ cl_uint GetPlaces(SPlatformPlace* pPlaces, cl_uint nPlaces)
 SPlatformCheckLimits GetCheckLimits()
 {
     SLastFault& last = LastFault();
-    std::lock_guard<std::mutex> lock(last.m_mutex);
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
     return last.m_checkLimits;
 }
 
