@@ -273,7 +273,8 @@ cl_int CL_API_CALL clEnqueueWriteImage(cl_command_queue command_queue, cl_mem im
                                        size_t input_slice_pitch, const void* ptr, cl_uint num_events_in_wait_list,
                                        const cl_event* event_wait_list, cl_event* event)
 {
-    const SImageTransfer transfer{image, blocking_write != CL_FALSE, origin, region, input_row_pitch, input_slice_pitch};
+    const SImageTransfer transfer{image,           blocking_write != CL_FALSE, origin, region,
+                                  input_row_pitch, input_slice_pitch};
     return ApiEnqueue(__func__, {command_queue, num_events_in_wait_list, event_wait_list, event},
                       [&](CEnqueue& enqueue) { return WriteImage(enqueue, transfer, ptr); });
 }
