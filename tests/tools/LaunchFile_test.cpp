@@ -25,7 +25,7 @@ protected:
 
     std::string Write(const std::string& strText) const
     {
-        const std::string strPath = (m_Folder / "launch.json").string();
+        std::string strPath = (m_Folder / "launch.json").string();
         std::ofstream(strPath) << strText;
         return strPath;
     }
