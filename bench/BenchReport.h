@@ -11,7 +11,7 @@ namespace KestrelBench
 /// Seconds of one call.
 double TimeOnce(const std::function<void()>& work);
 
-/// Seconds of each of nRuns calls, behind one that isn't counted.
+/// Seconds of each of nRuns calls, after one that isn't counted.
 /// \param prepare  called in front of each, not timed
 std::vector<double> Time(unsigned int nRuns, const std::function<void()>& work,
                          const std::function<void()>& prepare = nullptr);

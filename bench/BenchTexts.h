@@ -2,7 +2,7 @@
 #define KESTREL_BENCH_BENCHTEXTS_H
 
 /// The kernels in IL. Pointers are 64-bit addresses in constant buffer 1, an element each. The texts
-/// stand in function 1024, behind the lines that give r0.xyz the global id.
+/// stand in function 1024, after the lines that give r0.xyz the global id.
 namespace KestrelBench::Texts
 {
 

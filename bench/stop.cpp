@@ -53,7 +53,7 @@ std::string MakeText(unsigned int nInstructions, const std::string& strBody)
     return s_pszHead + strLine + "iadd r3.x, r3.x, r4.x\nuav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\n" + s_pszTail;
 }
 
-/// Stores what the outputs of a stop have: a register for each work-item, and behind all of them a word for each.
+/// Stores what the outputs of a stop have: a register for each work-item, and after all of them a word for each.
 std::string MakeOutputsText()
 {
     return s_pszHead +
@@ -101,7 +101,7 @@ const SPlatformControl& Control(const CLibraries& libraries)
 }
 
 /// One run of the kernel, one copy of its buffers, one read of as many bytes as the outputs of a stop have, which a
-/// kernel has written just before. It is taken behind each stop, so that both meet the same machine.
+/// kernel has written just before. It is taken after each stop, so that both meet the same machine.
 class CFloor
 {
 public:
@@ -203,7 +203,7 @@ public:
     double fAnalysis = 0;   ///< from the enqueue to the first event
     uint64_t nContinueRuns = 0;
     std::vector<double> vStops;  ///< seconds of each step
-    std::vector<double> vFloors; ///< seconds of the floor, taken behind each
+    std::vector<double> vFloors; ///< seconds of the floor, taken after each
     std::vector<double> vQueries;
     std::array<std::vector<double>, CALL_Kinds> vCalls; ///< what of it passed in the runtime
     uint64_t nStepRuns = 0;
@@ -329,7 +329,7 @@ double Median(std::vector<double> vFigures)
 struct SCost
 {
     std::vector<double> vStops;
-    std::vector<double> vBeyond; ///< beyond the floor taken behind it
+    std::vector<double> vBeyond; ///< beyond the floor taken after it
     std::vector<double> vRatios; ///< that over the floor
     std::vector<double> vShare;  ///< of a stop, outside the runtime
     std::vector<double> vQueries;

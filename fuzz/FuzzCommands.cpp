@@ -235,7 +235,7 @@ void CheckVisible(const std::string& strText)
 
 } // namespace
 
-/// Each line is a command of the prompt; what stands behind its name is an expression, a number and a text to print.
+/// Each line is a command of the prompt; what stands after its name is an expression, a number and a text to print.
 void FuzzCommands(const uint8_t* pData, size_t nSize)
 {
     std::istringstream stream(std::string(reinterpret_cast<const char*>(pData), nSize));

@@ -135,7 +135,7 @@ private:
         }
     }
 
-    /// Where the language token stands: behind the macros that a stream may begin with.
+    /// Where the language token stands: after the macros that a stream may begin with.
     size_t HeaderPosition() const
     {
         CInputTokenStream<unsigned int> stream(&m_Kernel.Host(), m_Shader.m_vTokens.data(), m_Shader.m_vTokens.size());

@@ -73,7 +73,7 @@ public:
     }
 
 private:
-    /// A number below n, from the bytes; 0 behind their end.
+    /// A number below n, from the bytes; 0 after their end.
     unsigned Below(unsigned n)
     {
         const unsigned nByte = m_nSize > 0 ? *m_pData : 0;

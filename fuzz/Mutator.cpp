@@ -154,7 +154,7 @@ private:
         }
     }
 
-    /// A word behind the opcode: the register's number or type, a modifier, a literal.
+    /// A word after the opcode: the register's number or type, a modifier, a literal.
     void ChangeWord()
     {
         Item& item = AnyItem();

@@ -26,7 +26,7 @@ void FuzzFrames(const uint8_t* pData, size_t nSize);      ///< messages to the d
 
 struct STarget
 {
-    const char* pszName; ///< of the folder in the corpus, and behind fuzz_ of the program
+    const char* pszName; ///< of the folder in the corpus, and after fuzz_ of the program
     void (*pfnRun)(const uint8_t*, size_t);
 };
 

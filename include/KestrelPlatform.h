@@ -38,7 +38,7 @@ struct SPlatformTraceRecord
     uint32_t nRegisterNumber;
     uint32_t nComponents;     ///< bit set of the components written
     const uint32_t* pIndices; ///< element (array) or byte address (private memory) by item; null if not indexed
-    const uint32_t* pValues;  ///< the whole register behind the write, four words an item; null without a destination
+    const uint32_t* pValues;  ///< the whole register after the write, four words an item; null without a destination
 };
 
 typedef void (*PlatformTraceCallback)(const struct SPlatformTraceRecord* pRecord, void* pUser);
@@ -153,7 +153,7 @@ struct SPlatformProfile
     uint64_t nItems;   ///< work-items that came to it, over all passes of loops and all calls
     uint64_t nWaves;   ///< waves of which any work-item came
     uint64_t nLanes;   ///< work-items of those waves, whether they came or not
-    uint64_t nGoOn;    ///< of nItems, those that go on behind it, into an if or on in a loop; else what left or skipped
+    uint64_t nGoOn;    ///< of nItems, those that go on after it, into an if or on in a loop; else what left or skipped
     uint64_t nBranch;  ///< not 0: it sends some one way and others another, by a condition
     uint64_t nEntries; ///< of what opens a loop: work-items that came from in front of it; nItems counts passes
     uint64_t nLeast;   ///< passes that a work-item began, the fewest and the most
@@ -191,7 +191,7 @@ struct SPlatformAccess
     uint32_t nBytes;   ///< accessed
     uint32_t words[4]; ///< loaded or stored, an element each; of an atomic its operand
     uint8_t before[8]; ///< of global memory: the first watched bytes before the instruction
-    uint8_t after[8];  ///< and behind it, when all work-items that execute it together have
+    uint8_t after[8];  ///< and after it, when all work-items that execute it together have
 };
 
 /// What kernel runs are checked for, as a set.

@@ -12,7 +12,7 @@ enum ECharClass : uint8_t
     CharLetter = 1,
     CharDigit = 2,
     CharUnderscore = 4,
-    CharOperandPart = 8 ///< opens a part of an operand behind its register
+    CharOperandPart = 8 ///< opens a part of an operand after its register
 };
 
 /// The classes of each character. Those of the character 0 are none.

@@ -18,7 +18,7 @@ namespace
 /// Somewhat more than the usual text has.
 const size_t s_nCharactersPerToken = 4;
 
-/// What was disassembled last, its pieces the items behind the header. An item's text follows from the item,
+/// What was disassembled last, its pieces the items after the header. An item's text follows from the item,
 /// and whether the line in front of it is a joining comment.
 CLastConversionKeeper<uint32_t, char> s_LastStream;
 
@@ -296,7 +296,7 @@ void CPrinter::PrintMnemonic(const uint32_t* pItem, const SItemLayout& layout)
     {
         PrintInstructionModifier(pItem, layout, nBits);
     }
-    // The counts of these say how many words are written behind them.
+    // The counts of these say how many words are written after them.
     if (shape.eTail == ILT_BY_CONTROLS)
     {
         nBits = 0;

@@ -17,7 +17,7 @@ uint64_t RoundUp(uint64_t n, uint64_t nAlignment)
 /// The null section and the three tables.
 const size_t s_nOwnSections = 4;
 
-/// The names of a table, in one string with a NUL behind each; offset 0 is the empty name.
+/// The names of a table, in one string with a NUL after each; offset 0 is the empty name.
 class CStringTable
 {
 public:
@@ -84,7 +84,7 @@ void CElfWriter::AddSymbol(std::string strName, unsigned char nType, size_t nSec
 
 std::vector<char> CElfWriter::Write() const
 {
-    // The null section stands in front of the caller's, the three tables behind them.
+    // The null section stands in front of the caller's, the three tables after them.
     const size_t nStringSection = m_vSections.size() + 2;
     CStringTable symbolNames;
     std::string strSymbols;

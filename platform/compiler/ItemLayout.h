@@ -33,7 +33,7 @@ struct SItemLayout
 bool MeasureOperand(const uint32_t* pTokens, size_t nCount, size_t& nWords, const char*& pReason);
 
 /// Measures the item that starts at pTokens: any instruction, declaration, comment or macro marker,
-/// but not the two words that open a stream. Never looks behind nCount words.
+/// but not the two words that open a stream. Never reads past nCount words.
 ///
 /// \return false, with a constant reason, for an unknown opcode or an item that is cut short
 bool MeasureItem(const uint32_t* pTokens, size_t nCount, SItemLayout& layout, const char*& pReason);

@@ -22,7 +22,7 @@ public:
         Grow(nExpected);
     }
 
-    /// Ends the text behind what has been put.
+    /// Ends the text after what has been put.
     void Finish() { m_strText.resize(Length()); }
 
     /// Characters put so far.

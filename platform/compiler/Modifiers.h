@@ -18,7 +18,7 @@ const uint32_t s_nDestinationReserved = 0xFFC00000u;
 const uint32_t s_nShiftScaleShift = 9;
 const uint32_t s_nShiftScaleMask = 0xF;
 
-/// Bits of a source's modifier word: the selectors, one negate bit behind each, reserved bits.
+/// Bits of a source's modifier word: the selectors, one negate bit after each, reserved bits.
 const uint32_t s_nSwizzleBits = 0x7777;
 const uint32_t s_nNegateBits = 0x8888;
 const uint32_t s_nSourceReserved = 0xF0000000u;
@@ -36,7 +36,7 @@ struct SModifierField
 constexpr SModifierField s_SourceFields[] = {{"invert", 16, 1}, {"bias", 17, 1},    {"x2", 18, 1},    {"sign", 19, 1},
                                              {"abs", 20, 1},    {"divcomp", 21, 3}, {"clamp", 24, 1}, {"size", 25, 3}};
 
-/// Stand behind the mnemonic. The shift field comes last: its six first values have names.
+/// Stand after the mnemonic. The shift field comes last: its six first values have names.
 constexpr SModifierField s_DestinationFields[] = {
     {"sat", 8, 1}, {"round", 13, 3}, {"denorm", 16, 3}, {"dstsize", 19, 3}, {"shift", s_nShiftScaleShift, 4}};
 

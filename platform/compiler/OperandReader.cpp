@@ -37,7 +37,7 @@ struct SOperand
     bool bRaw = false;        ///< a part in braces has been read
 };
 
-/// Where an operand stands, which decides what may be written behind its register.
+/// Where an operand stands, which decides what may be written after its register.
 enum ERole
 {
     RoleSource,

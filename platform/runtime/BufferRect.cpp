@@ -14,7 +14,7 @@ struct SRect
 {
     SPitches m_Pitches;
     size_t m_nFirst; ///< offset of the first byte
-    size_t m_nEnd;   ///< offset behind the last byte
+    size_t m_nEnd;   ///< offset after the last byte
 };
 
 bool IsRegion(const size_t* pRegion)

@@ -8,7 +8,7 @@ namespace KestrelPlatform::Runtime
 
 /// Where the client's callbacks run, one after the other, in the order in which they were posted: a
 /// thread of their own, so that a callback may call anything, a wait for a queue among them. While a
-/// callback waits, another thread takes over the ones behind it.
+/// callback waits, another thread takes over the ones after it.
 class CCallbackThread
 {
 public:

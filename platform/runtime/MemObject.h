@@ -92,7 +92,7 @@ public:
 protected:
     CMemObject(CRef<CContext> pContext, cl_mem_object_type eType, cl_mem_flags nFlags, size_t nSize, void* pHostPtr,
                std::shared_ptr<CStorage> pStorage);
-    /// A part of another object, so many bytes behind its first.
+    /// A part of another object, so many bytes after its first.
     CMemObject(CRef<CMemObject> pParent, cl_mem_object_type eType, cl_mem_flags nFlags, size_t nSize, size_t nOffset);
     ~CMemObject() override;
 

@@ -321,7 +321,7 @@ void CBlock::Switch(const SMicroOp& step)
     m_nStep = step.nTarget;
 }
 
-/// Takes those whose selector no case names, the cases behind the default included.
+/// Takes those whose selector no case names, the cases after the default included.
 void CBlock::Default(const SMicroOp& step)
 {
     uint32_t* const pMask = Row(s_nMaskRow);
@@ -432,7 +432,7 @@ void CBlock::Outside(const SMicroOp& step)
     }
 }
 
-/// Runs the lane operations that begin at a step, up to a slow one. \return the step behind them
+/// Runs the lane operations that begin at a step, up to a slow one. \return the step after them
 uint32_t CBlock::RunLanes(uint32_t nStep) const
 {
     const PFLaneOp* const pFast = m_Lanes.pFast;

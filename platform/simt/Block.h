@@ -39,7 +39,7 @@ struct SLaunchContext
     uint32_t nGroupsPerBlock = 1;                ///< small groups share a block
     uint32_t nBlocksPerGroup = 1;                ///< large groups take several
     uint32_t nLocalBytes = 0;                    ///< of one group, declared and dynamic
-    uint32_t nDynamicStart = 0;                  ///< first local address behind what is declared
+    uint32_t nDynamicStart = 0;                  ///< first local address after what is declared
     std::vector<std::vector<uint32_t>> vBuffers; ///< words, by index in code.vBuffers
     std::vector<SImageBinding> vResources;       ///< by index in code.vResources
     std::vector<SImageBinding> vUavs;
@@ -164,7 +164,7 @@ private:
     void ClearRow(uint32_t nRow) { m_Lanes.pfFill(Row(nRow), 0, 0, s_nLanes); }
     SLaneSpan Span() const { return {m_nActive, m_nBegin, m_nEnd}; }
     void SetMask(const SLaneSpan& span);
-    /// Goes on behind the step, or at its target if no work-item is left.
+    /// Goes on after the step, or at its target if no work-item is left.
     void GoOn(const SMicroOp& step);
     bool Limit(const SMicroOp& step);
     uint32_t RunLanes(uint32_t nStep) const;
@@ -264,12 +264,12 @@ private:
     uint32_t m_nStep = 0;
     uint64_t m_nExecuted = 0;
     const SMicroOp* m_pStoppedAt = nullptr;
-    std::vector<uint32_t> m_vReturns;    ///< by body: step behind its call
+    std::vector<uint32_t> m_vReturns;    ///< by body: step after its call
     std::vector<SBranch> m_vBranches;    ///< by the row that keeps the lanes of the other part
     std::vector<uint32_t> m_vLocalShift; ///< by lane: where its group's local memory begins
     SOffsets m_Index;                    ///< how the indices of the last scaled access lie
     uint64_t m_nScaledBy = s_nNotScaled; ///< with what m_Scaled holds them multiplied
-    SLaneRow m_Scaled;                   ///< how far the addresses of a scaled access lie behind the lowest
+    SLaneRow m_Scaled;                   ///< how far the addresses of a scaled access lie after the lowest
     SLaneRow m_Shifted;                  ///< local addresses of lanes of several groups
     size_t m_nLastRange = 0;
     IBlockRecorder* m_pTrace = nullptr;

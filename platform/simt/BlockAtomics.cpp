@@ -120,7 +120,7 @@ T UpdateOwn(EAtomic eAtomic, unsigned char* pData, T a, T b)
     return nOld;
 }
 
-/// Adds to words that stand one behind the other.
+/// Adds to words that stand one after the other.
 void AddSequence(const uint32_t* pValues, unsigned char* pData, uint32_t nCount)
 {
     typedef uint32_t Word __attribute__((aligned(1), may_alias));

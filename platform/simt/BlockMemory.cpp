@@ -44,7 +44,7 @@ void StoreElements(const uint32_t* pLanes, unsigned char* pData, uint32_t nCount
     }
 }
 
-/// Bytes or halves of words that stand one behind the other.
+/// Bytes or halves of words that stand one after the other.
 void MoveNarrowSequence(const SAccess& access, uint32_t* pLanes, unsigned char* pData, uint32_t nCount)
 {
     const bool bByte = access.nElementBytes == 1;
@@ -62,7 +62,7 @@ void MoveNarrowSequence(const SAccess& access, uint32_t* pLanes, unsigned char* 
     }
 }
 
-/// Asks for what lies behind a piece of memory: the next group of a thread goes on there, but so long after this one
+/// Asks for what lies after a piece of memory: the next group of a thread goes on there, but so long after this one
 /// that the processor doesn't see it come. No address can be wrong for it.
 void PrefetchBehind(const unsigned char* pData, uint32_t nBytes)
 {
@@ -226,7 +226,7 @@ CBlock::SOffsets CBlock::Offsets(const uint32_t* pAddresses, uint32_t nStride) c
     return offsets;
 }
 
-/// The words of all lanes stand one behind the other in memory.
+/// The words of all lanes stand one after the other in memory.
 void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
 {
     const bool bLoad = access.eOperation == SAccess::Load;
@@ -266,7 +266,7 @@ void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
 
 /// Puts the words of several rows into global memory in one copy. Of a copy as large as that many processors know that
 /// they needn't fetch what it overwrites, often from another core, which they do for every single store. So nothing
-/// behind it is asked for either.
+/// after it is asked for either.
 void CBlock::StoreTogether(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pMemory, uint32_t nBytes)
 {
     alignas(64) unsigned char buffer[s_nLanes * sizeof(uint32_t) * 4];

@@ -34,7 +34,7 @@ uint32_t CBlock::PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uin
     return nWord;
 }
 
-/// Fetches a lane's word of the row that lies pIndices[lane] * nScale words behind the first, all of them rows of
+/// Fetches a lane's word of the row that lies pIndices[lane] * nScale words after the first, all of them rows of
 /// one array. Where the lanes agree, a whole row moves.
 void CBlock::LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale)
 {

@@ -53,7 +53,7 @@ struct SLaneSpan
 };
 
 /// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned. Those on masks are told the
-/// span of pMask before and give the one behind. The others work on lanes nBegin to nEnd, of which only nBegin is a
+/// span of pMask before and give the one after. The others work on lanes nBegin to nEnd, of which only nBegin is a
 /// multiple of s_nGranule: with a mask on its lanes, with null on all.
 struct SLaneTable
 {
@@ -97,14 +97,14 @@ struct SLaneTable
     /// The way back, in the order of the lanes.
     void (*pfScatter)(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
                       const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
-    /// Moves nRows (2, 3 or 4) rows to memory in which the words of a lane stand together, lane behind lane, the first
+    /// Moves nRows (2, 3 or 4) rows to memory in which the words of a lane stand together, lane after lane, the first
     /// of them at pTo; without a mask.
     void (*pfInterleave)(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pTo, uint32_t nBegin,
                          uint32_t nEnd);
     /// The way back.
     void (*pfSeparate)(uint32_t* const* ppRows, uint32_t nRows, const unsigned char* pFrom, uint32_t nBegin,
                        uint32_t nEnd);
-    /// Loads a lane's word of the row that lies pIndices[i] * nScale words behind pFirst.
+    /// Loads a lane's word of the row that lies pIndices[i] * nScale words after pFirst.
     void (*pfLoadRows)(uint32_t* pRow, const uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale,
                        const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
     /// The way back.

@@ -276,7 +276,7 @@ void CLowering::CollectDeclarations()
     m_nInstruction = 0;
 }
 
-/// What the current instruction has written, for the trace step behind it.
+/// What the current instruction has written, for the trace step after it.
 void CLowering::EmitTrace()
 {
     if (!m_bTrace || m_pItem->nInstruction == SItem::NoInstruction)

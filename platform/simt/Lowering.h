@@ -62,7 +62,7 @@ private:
         uint32_t nStep = 0;
         uint32_t nDefault = 0;             ///< switch: the step of its default; 0 before it is met
         std::vector<uint32_t> vPending;    ///< steps that go to the next join of this block
-        std::vector<uint32_t> vLaterCases; ///< switch: the values of cases behind the default
+        std::vector<uint32_t> vLaterCases; ///< switch: the values of cases after the default
     };
 
     struct SLiteral

@@ -8,7 +8,7 @@ namespace
 
 const uint32_t s_nTypeBuffer = 8; ///< of a resource or typed UAV declaration
 
-/// Shape of an image instruction: which sources stand behind the coordinates.
+/// Shape of an image instruction: which sources stand after the coordinates.
 struct SImageRow
 {
     ILOpCode eOpCode;

@@ -113,7 +113,7 @@ uint32_t CLowering::IdRow(uint32_t nType, uint32_t nComponent)
     return inserted.first->second;
 }
 
-/// The declaration that stands last in front of the instruction; the first one if all stand behind it.
+/// The declaration that stands last in front of the instruction; the first one if all stand after it.
 uint32_t CLowering::LiteralRow(const SOperand& operand, uint32_t nComponent)
 {
     const size_t nNumber = static_cast<uint32_t>(operand.nNumber);

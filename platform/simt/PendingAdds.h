@@ -16,7 +16,7 @@ public:
     explicit CPendingAdds(uint32_t nOrdinal) : m_nOrdinal(nOrdinal) {}
 
     /// Makes room for additions to the words from pLow to pHigh, both aligned.
-    /// \return where pLow's own sum stands, those of the others as far behind it as they are; null if they are too
+    /// \return where pLow's own sum stands, those of the others as far after it as they are; null if they are too
     ///         far apart, and then nothing is held
     unsigned char* Hold(unsigned char* pLow, unsigned char* pHigh);
 
@@ -53,7 +53,7 @@ private:
     const uint32_t m_nOrdinal;
     uint32_t m_nPasses = 0;
     unsigned char* m_pFirst = nullptr; ///< the first sum's word in memory; null while nothing is held
-    unsigned char* m_pEnd = nullptr;   ///< behind the last word that may have a sum
+    unsigned char* m_pEnd = nullptr;   ///< after the last word that may have a sum
     uint32_t m_nSums[s_nWords] = {};
 };
 

@@ -44,7 +44,7 @@ enum EMicroKind : uint16_t
     MICRO_END_LOOP,     ///< d as the loop; nAux the loop's step; nTarget when none came out
     MICRO_SWITCH,       ///< s[0] selector, d[0] out row, d[1] pending row, s[1] row that keeps the selector
     MICRO_CASE,         ///< d[1] pending row, s[1] selector, nAux the value
-    MICRO_DEFAULT,      ///< d[1], s[1]; nAux the number of later case values, which stand behind it
+    MICRO_DEFAULT,      ///< d[1], s[1]; nAux the number of later case values, which stand after it
     MICRO_END_SWITCH,   ///< d[0], d[1]
     MICRO_CALL,       ///< nAux body, d[0] row of those who don't call, s[0] condition, nFlags: 1 inverts, 2 conditional
     MICRO_AFTER_CALL, ///< as the call
@@ -282,7 +282,7 @@ struct SCode
     bool bBarriers = false;
 };
 
-/// Turns decoded bodies into the compact form; with bTrace a step behind each instruction records it. What code held
+/// Turns decoded bodies into the compact form; with bTrace a step after each instruction records it. What code held
 /// before is gone; the memory of its steps is used again.
 /// \return false for an operand that has no meaning, or more registers than a block can hold
 bool LowerProgram(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code,

@@ -11,7 +11,7 @@ inline bool IsLaneOperation(const SMicroOp& step)
     return step.eKind <= MICRO_LANE_UNIFORM;
 }
 
-/// True if the steps around it run for the same work-items, one behind the other.
+/// True if the steps around it run for the same work-items, one after the other.
 inline bool IsStraight(const SMicroOp& step)
 {
     return step.eKind < MICRO_ENTER || step.eKind > MICRO_BARRIER;

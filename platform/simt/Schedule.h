@@ -11,7 +11,7 @@ namespace KestrelPlatform
 class CSchedule
 {
 public:
-    /// \param nSeed  0: one piece behind the other, with no pause
+    /// \param nSeed  0: one piece after the other, with no pause
     CSchedule(uint64_t nSeed, uint64_t nPieces);
 
     /// The piece to run as the nTurn-th. Each turn below the number of pieces has a piece of its own.

@@ -19,7 +19,7 @@ bool CanReadElsewhere(const SMicroOp& step)
     return IsLaneOperation(step) || step.eKind == MICRO_ACCESS;
 }
 
-/// Goes through pieces of straight code twice: first to see which results are read behind their piece, then to move.
+/// Goes through pieces of straight code twice: first to see which results are read after their piece, then to move.
 class CSteadySteps
 {
 public:

@@ -74,7 +74,7 @@ private:
         return bNew;
     }
 
-    /// The steps with what they read and write, one behind the other.
+    /// The steps with what they read and write, one after the other.
     struct SStep
     {
         uint32_t nStep = 0;

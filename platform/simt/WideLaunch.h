@@ -84,7 +84,7 @@ struct SLaunch
     std::map<uint32_t, SImageBinding> mapResources; ///< images read, by resource number
     std::map<uint32_t, SImageBinding> mapUavImages; ///< images written, by UAV number
     std::map<uint32_t, SSamplerBinding> mapSamplers;
-    uint32_t nDynamicLocalBytes = 0;     ///< local memory arguments, behind what the IL declares
+    uint32_t nDynamicLocalBytes = 0;     ///< local memory arguments, after what the IL declares
     uint64_t nInstructionLimit = 0;      ///< instructions a work-group may execute; 0 means none
     uint32_t nMaxThreads = 0;            ///< threads that may run it; 0 for one a core
     uint64_t nSchedule = 0;              ///< shakes the order of groups and threads; 0 leaves it as it comes

@@ -15,7 +15,7 @@ namespace
 
 constexpr unsigned int s_nNone = 0xFFFFFFFF;
 
-/// The first byte behind an argument's place in the constant buffer; 0 for an entry that isn't there.
+/// The first byte after an argument's place in the constant buffer; 0 for an entry that isn't there.
 template <class Argument>
 uint64_t GetEnd(const CCLMetadataEntry* pEntry)
 {

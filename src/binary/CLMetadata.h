@@ -32,12 +32,12 @@ public:
     virtual ~CCLMetadata();
 
     /// Replaces the entries by those of a text. Lines in front of ARGSTART, between it and the version,
-    /// and behind ARGEND are dropped.
+    /// and after ARGEND are dropped.
     /// \return false, with no entries, for a line that can't be parsed, a known type with another token count
     ///         than its own, a version that isn't supported, or an ARGEND of another function
     bool FromString(const std::string& strMetadata);
 
-    /// Each entry's line, with a newline behind it.
+    /// Each entry's line, with a newline after it.
     std::string ToString() const;
 
     /// The numbers of the first "version" line. \return false if there is none or a pointer is null
@@ -72,12 +72,12 @@ public:
     /// Sets the size in every "memory" line whose address space contains "local". \return as SetUavNumber
     virtual bool SetLDSLimit(unsigned int nLDSLimit);
 
-    /// The first byte of the argument constant buffer behind all image, value and pointer arguments; 0 with none.
+    /// The first byte of the argument constant buffer after all image, value and pointer arguments; 0 with none.
     virtual unsigned int GetNextConstantBufferOffset() const;
 
     virtual const std::vector<CCLMetadataEntry*>& GetEntries() const { return m_vEntries; }
 
-    /// Inserts an entry right behind ARGSTART and takes ownership. \return false for null or an empty object
+    /// Inserts an entry right after ARGSTART and takes ownership. \return false for null or an empty object
     virtual bool AddEntry(CCLMetadataEntry* pEntry);
 
     /// Adds an entry at the end and takes ownership. \return false for null
@@ -93,7 +93,7 @@ public:
     /// have their places too; else those of GetArgumentEntries. They stay this object's.
     std::vector<const CCLMetadataEntry*> GetEntriesByArgument(size_t nArguments) const;
 
-    /// Inserts an entry behind the last argument and takes ownership.
+    /// Inserts an entry after the last argument and takes ownership.
     /// \return false, with ownership left to the caller, for null or an object without ARGSTART and ARGEND
     virtual bool AddArgumentEntry(CCLMetadataEntry* pEntry);
 

@@ -276,7 +276,7 @@ class CCLMetadataFunctionEntry : public CCLMetadataTypedEntry
     unsigned int GetFunctionLabel() const;
     void SetFunctionLabels(const std::vector<unsigned int>& vLabels);
 
-    /// Adds a label behind the others.
+    /// Adds a label after the others.
     void AddFunctionLabel(unsigned int nLabel);
 };
 

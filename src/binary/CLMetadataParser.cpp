@@ -76,7 +76,7 @@ bool IsSupportedVersion(const CCLMetadataVersionEntry& version)
     return nMajor <= 3 && (nMajor != 1 || version.GetMinor() >= 4);
 }
 
-/// The next line of a text, without its newline, as long as there is one. The text behind the last
+/// The next line of a text, without its newline, as long as there is one. The text after the last
 /// newline is a line too.
 class CLineReader
 {

@@ -173,7 +173,7 @@ bool CElf::PlaceSections(uint64_t& nImageSize)
     m_Header.e_shoff = nOffset;
     nImageSize = nOffset + static_cast<uint64_t>(m_Header.e_shentsize) * m_Sections.size();
 
-    // The place of the program headers, which aren't written, stays what it was; one behind the image wouldn't be read
+    // The place of the program headers, which aren't written, stays what it was; one after the image wouldn't be read
     // again.
     return nImageSize <= s_nMaxImageSize && m_Header.e_phoff <= nImageSize;
 }

@@ -94,7 +94,7 @@ bool InsertBinaryILIntoElf(CElf* pElf, const unsigned int* pInputIL, size_t nInp
 bool InsertBinaryILIntoElf(std::vector<char>* pvBinary, const unsigned int* pInputIL, size_t nInputILSize,
                            const std::string& strDevice);
 
-/// Replaces the kernel's metadata block; blocks and symbols behind it move.
+/// Replaces the kernel's metadata block; blocks and symbols after it move.
 bool InsertMetadataIntoElf(CElf* pElf, const std::string& strKernelName, const std::string& strInputMetadata);
 bool InsertMetadataIntoElf(std::vector<char>* pvBinary, const std::string& strKernelName,
                            const std::string& strInputMetadata);
@@ -116,7 +116,7 @@ bool SetDataInSection(SectionType secType, CElf* pElf, const char* pData, size_t
 bool SetDataInSection(SectionType secType, std::vector<char>* pvBinary, const char* pData, size_t nDataSize,
                       const std::string& strDevice);
 
-/// Replaces the block that a symbol names; blocks and symbols of the section behind it move.
+/// Replaces the block that a symbol names; blocks and symbols of the section after it move.
 bool SetDataForSymbol(const std::string& strSymbolName, CElf* pElf, const char* pData, size_t nDataSize);
 bool SetDataForSymbol(const std::string& strSymbolName, std::vector<char>* pvBinary, const char* pData,
                       size_t nDataSize);

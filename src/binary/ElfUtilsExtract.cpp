@@ -12,7 +12,7 @@ namespace
 
 typedef std::map<CElfSection*, std::vector<char>> SectionContents;
 
-/// Copies one block of the kernel behind those that were taken from its section before, and points its
+/// Copies one block of the kernel after those that were taken from its section before, and points its
 /// symbol at the copy.
 bool TakeBlock(const std::string& strSymbolName, CElfSymbolTable& symbols, SectionContents& mapContents)
 {

@@ -139,7 +139,7 @@ constexpr SRuleIndex MakeRuleIndex()
 
 constexpr SRuleIndex s_RuleIndex = MakeRuleIndex();
 
-/// Whether a character that leads out of state 0 leads straight back to it: a line break with no blank behind it, the
+/// Whether a character that leads out of state 0 leads straight back to it: a line break with no blank after it, the
 /// first letter of a keyword that doesn't follow. Lines and "mov" are much more frequent than what the machine is for.
 bool BeginsNothing(const char* pText, unsigned int nLeft)
 {

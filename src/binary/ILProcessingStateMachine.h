@@ -5,7 +5,7 @@ namespace OVK_ShaderDebugger
 {
 
 /// A filter that tidies IL text, one character at a time: blanks at the start of a line go, and a comment
-/// on the line behind one that holds "func", "mdef" or "mend" joins that line. A line break that is pending at
+/// on the line after one that holds "func", "mdef" or "mend" joins that line. A line break that is pending at
 /// the end of the text is lost. The output is never longer than the input.
 class ILProcessingStateMachine
 {

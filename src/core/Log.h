@@ -42,7 +42,7 @@ bool SD_AssertFailed(CShaderDebuggerHost* pHost, const char* pszText, const char
      OVK_ShaderDebugger::_Log((type), __VA_ARGS__), false)
 
 /// Reports a condition that doesn't hold, and gives the condition. The path that the failure takes
-/// stands behind it: `if (!SD_Assert(GetHost(), p != nullptr)) return false;`
+/// stands after it: `if (!SD_Assert(GetHost(), p != nullptr)) return false;`
 #define SD_Assert(pHost, condition) SD_AssertText(pHost, condition, #condition)
 
 /// The same, with the text of the report given.

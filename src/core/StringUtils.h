@@ -8,7 +8,7 @@
 namespace StringUtils
 {
 
-/// Appends one string a line, the last without a newline (and an empty one behind a trailing
+/// Appends one string a line, the last without a newline (and an empty one after a trailing
 /// newline), each trimmed on demand. \return the vector's size
 size_t SplitStringIntoLines(const std::string& strString, std::vector<std::string>& vLines, bool bTrim);
 

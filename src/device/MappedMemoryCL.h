@@ -10,7 +10,7 @@ namespace OVK_ShaderDebugger
 
 class CShaderDebuggerHost;
 
-/// The extent of an image in OpenCL's terms: for arrays the dimension behind the last is the array's.
+/// The extent of an image in OpenCL's terms: for arrays the dimension after the last is the array's.
 struct SImageRegion
 {
     explicit SImageRegion(const BufferDesc& desc);

@@ -159,7 +159,7 @@ void CShaderDebuggerShaderIL::HideLeavers(CShaderDebuggerBuffer& execMask)
 }
 
 /// Reads the registers of a skipped stretch at the current instruction: whatever position the map holds, their last
-/// write lies behind it. Where the position goes on is worked out again from the mask.
+/// write lies after it. Where the position goes on is worked out again from the mask.
 /// \return false if they couldn't be read
 bool CShaderDebuggerShaderIL::RetrieveRegisters(const RegPCMap& regPCMap, bool bGetExecMask)
 {

@@ -32,7 +32,7 @@ void CShaderDebuggerShaderIL::PushStop()
     m_ExecutedStepHistory.push(m_nCurrentInstruction);
 }
 
-/// Keeps where the position goes on from the newest stop: behind it a run may skip a block that a step enters.
+/// Keeps where the position goes on from the newest stop: after it a run may skip a block that a step enters.
 void CShaderDebuggerShaderIL::NoteNext()
 {
     if (m_History.IsNewest(m_nCurrentInstruction))

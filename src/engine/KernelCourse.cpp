@@ -195,7 +195,7 @@ bool CKernelCourse::IsCutExactly(const SPosition& position) const
 }
 
 /// Whether the text that follows an instruction may be executed again before what comes after the block, or, in a
-/// switch, is kept behind a target.
+/// switch, is kept after a target.
 bool CKernelCourse::IsInRepeatedText(InstructionNumber nInst) const
 {
     for (const CIL_FCConstruct* p = m_Kernel.ConstructOf(nInst); p != nullptr; p = p->GetParent())

@@ -28,10 +28,10 @@ struct SLaneCount
 
 /// Where the work-items of a dispatch are while the one position walks: those that are active at it, and for each open
 /// block of each open call those that wait in it until the position comes to them. Work-items go from one place to
-/// another at flow control only, and how many is known from how many are active in front of it and behind it. So the
+/// another at flow control only, and how many is known from how many are active in front of it and after it. So the
 /// book needs counts and no masks. Whoever is in no place has returned, or wasn't in the call.
 ///
-/// A run that passes over a block learns who is active behind it, and not where those are that a jump has led out.
+/// A run that passes over a block learns who is active after it, and not where those are that a jump has led out.
 /// Their possible places are open until a count settles them, or somebody looks.
 class CLaneLedger
 {

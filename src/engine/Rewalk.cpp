@@ -10,7 +10,7 @@ namespace OVK_ShaderDebugger
 {
 
 // What a run has passed over is walked again by steps, so that a stop inside shows what it would have shown: on the way
-// back, and where a run comes to stop behind something that nobody has executed. A loop on the way is entered in the
+// back, and where a run comes to stop after something that nobody has executed. A loop on the way is entered in the
 // last pass that matters; what the passes before it have left is read at its end, for those who left it there, and at
 // the head of that pass.
 
@@ -25,7 +25,7 @@ const uint32_t s_nFreeCounter = 0xFFFFFFFE;
 
 } // namespace
 
-/// Steps until the position goes on at a place, or behind it if nobody comes to it. What the present stop is still to
+/// Steps until the position goes on at a place, or after it if nobody comes to it. What the present stop is still to
 /// execute stays so if that takes no step.
 bool CShaderDebuggerShaderIL::StepTo(const SPosition& target)
 {
@@ -188,8 +188,8 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::FindLastVisit(const SPosi
     return ReadLastVisit({pc, what.callStack}, vFree);
 }
 
-/// What a run has to read in front of an instruction, besides behind it, to tell who comes there: nobody may go on
-/// behind a jump or into an if, and who comes to an else out of the first part doesn't go into the second.
+/// What a run has to read in front of an instruction, besides after it, to tell who comes there: nobody may go on
+/// after a jump or into an if, and who comes to an else out of the first part doesn't go into the second.
 std::set<InstructionNumber> CShaderDebuggerShaderIL::LeavingAt(InstructionNumber nInst) const
 {
     const ILOpCode op = OpCodeAt(nInst);

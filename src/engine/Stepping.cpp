@@ -151,7 +151,7 @@ bool CShaderDebuggerShaderIL::PostStepAsm()
     return true;
 }
 
-/// Goes on with those who are active behind the current instruction, or else to where others are.
+/// Goes on with those who are active after the current instruction, or else to where others are.
 bool CShaderDebuggerShaderIL::AdvanceFromCurrent()
 {
     const auto& counts = m_ExecMaskHistory[m_CallStack];
@@ -163,7 +163,7 @@ bool CShaderDebuggerShaderIL::AdvanceFromCurrent()
     return m_Lanes.Ledger().GetActive().IsNobody() ? Resume() : UpdateNextInst();
 }
 
-/// From the current instruction, behind which nobody is active, sets the next instruction to the place where others
+/// From the current instruction, after which nobody is active, sets the next instruction to the place where others
 /// take part again: further on in the function, or at the call that it came from.
 /// \return false at the end of the kernel
 bool CShaderDebuggerShaderIL::Resume()
@@ -234,7 +234,7 @@ bool CShaderDebuggerShaderIL::EnterInstruction()
     }
     case IL_OP_END:
     case IL_OP_ENDMAIN:
-        // What stands behind the main body are functions, which are only entered by calls.
+        // What stands after the main body are functions, which are only entered by calls.
         m_nNextInstruction.m_nPos = m_nEndOfShader;
         return false;
     case IL_OP_CALL:
@@ -322,7 +322,7 @@ bool CShaderDebuggerShaderIL::IsInnermostLoop(const CIL_Loop& loop) const
     return !stack.empty() && stack.back().nLoopStart == loop.GetStart();
 }
 
-/// The end of the main body follows, so that there is no stop behind it.
+/// The end of the main body follows, so that there is no stop after it.
 bool CShaderDebuggerShaderIL::IsLastInstruction(const ProgramCounter& pc) const
 {
     return m_CallStack.empty() && OpCodeAt(pc.m_nPos) != IL_OP_UNKNOWN && OpCodeAt(pc.m_nPos + 1) == IL_OP_ENDMAIN;

@@ -71,7 +71,7 @@ public:
 
     /// Adds a stop, with all that has been noted since the one before.
     void Push(SStanding at, bool bJump);
-    /// From the newest stop the position goes on elsewhere: behind it a run may skip a block that a step enters.
+    /// From the newest stop the position goes on elsewhere: after it a run may skip a block that a step enters.
     void ChangeNext(const ProgramCounter& next, const CCallPath& callStack, const CLaneLedger& ledger);
     /// The next stop differs from the newest by writes of these registers.
     void NoteWritten(const std::vector<Register>& vRegisters);

@@ -77,7 +77,7 @@ void CTargetBuffers::Clear()
 
 void CTargetBuffers::DescribeOutputs(BufferDesc desc)
 {
-    // All slices of the dispatch lie in one, one behind the other as before: active work-items are counted, and masks
+    // All slices of the dispatch lie in one, one after the other as before: active work-items are counted, and masks
     // applied, by the first slice of a buffer alone.
     desc.m_nHeight *= std::max(desc.m_nDepth, 1u);
     desc.m_nDepth = 1;

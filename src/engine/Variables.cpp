@@ -35,7 +35,7 @@ ThreadID FindActive(const CShaderDebuggerBuffer& mask, int nSubResource)
     }
 }
 
-/// Where a work-item of a 3D dispatch lies in a result, whose slices stand one behind the other in a single one.
+/// Where a work-item of a 3D dispatch lies in a result, whose slices stand one after the other in a single one.
 ThreadID InResult(const ThreadID& threadID, unsigned int nHeight)
 {
     if (threadID.type != ShaderUtils::TID_3D)

@@ -183,7 +183,7 @@ public:
     void AddBreak(InstructionNumber nInst) { m_vBreaks.push_back(nInst); }
 
     bool IsSwitchBreak(InstructionNumber nInst) const;
-    /// The first case behind nInst; the end of the switch if there is none.
+    /// The first case after nInst; the end of the switch if there is none.
     InstructionNumber GetNextCase(InstructionNumber nInst) const;
     /// The last case before nInst; the start of the switch if there is none.
     InstructionNumber GetCaseFromBreak(InstructionNumber nInst) const;

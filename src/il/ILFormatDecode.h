@@ -277,7 +277,7 @@ union IL_Src_Mod
     } bits;
 };
 
-/// The word behind an operand with IL_ADDR_RELATIVE.
+/// The word after an operand with IL_ADDR_RELATIVE.
 union IL_Rel_Addr
 {
     IL val;
@@ -290,7 +290,7 @@ union IL_Rel_Addr
     } bits;
 };
 
-/// The word behind a `comment` opcode token. Readers take all 32 bits as the count of text words.
+/// The word after a `comment` opcode token. Readers take all 32 bits as the count of text words.
 union IL_Comment_Descriptor
 {
     IL val;

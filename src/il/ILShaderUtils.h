@@ -54,7 +54,7 @@ EILTail GetTail(ILOpCode op);
 /// The format code of the opcode's row, 0 when there is none. Logs nothing.
 unsigned int GetFormatCode(ILOpCode op);
 
-/// Whether the instruction has a destination operand. `instructionModifier` is the word behind the opcode token of
+/// Whether the instruction has a destination operand. `instructionModifier` is the word after the opcode token of
 /// `mdef` and `mcall`, 0 for the others. False, and logged, for an opcode without a row.
 bool HasDestReg(IL opToken, IL instructionModifier);
 /// 1 or 0, as HasDestReg.

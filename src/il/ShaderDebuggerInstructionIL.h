@@ -47,7 +47,7 @@ public:
     IL_OpCode GetOpToken() const { return IL_OpCode{GetToken(0)}; }
 
     bool HasInstructionModifier() const { return ILShaderUtils::HasInstructionModifier(m_OpCode); }
-    /// The word behind the opcode token of `mdef` and `mcall`, 0 for the others.
+    /// The word after the opcode token of `mdef` and `mcall`, 0 for the others.
     IL GetInstructionModifier() const { return HasInstructionModifier() ? GetToken(1) : 0; }
 
     /// Whether there is a destination that GetDestRegister can tell.

@@ -94,7 +94,7 @@ public:
     }
 
     const T* GetStream() const override { return m_ptStream; }
-    /// The next token to read; behind it lie GetTokensLeft() tokens.
+    /// The next token to read; after it lie GetTokensLeft() tokens.
     const T* GetStreamPos() const override { return m_ptStreamPos; }
     std::size_t GetTokensRead() const { return m_nTokensRead; }
     std::size_t GetTokensLeft() const { return this->m_nTokenCount - m_nTokensRead; }

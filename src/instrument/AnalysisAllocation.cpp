@@ -220,7 +220,7 @@ bool CAnalyzedShaderIL::AllocateUAVs()
     m_nResultsUAVNum = FindFreeUAV(m_UAVNums, s_nFirstUAV);
     m_nExecMaskUAVNum = FindFreeUAV(m_UAVNums, m_nResultsUAVNum + 1);
 
-    // The mask's lies behind the results'.
+    // The mask's lies after the results'.
     if (m_nExecMaskUAVNum > s_nLastUAV)
     {
         return Refuse(ES_CanNotDebug_InsufficientFreeUAVs);

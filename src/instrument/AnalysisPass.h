@@ -8,7 +8,7 @@
 namespace OVK_ShaderDebugger
 {
 
-/// The one pass over the items of a kernel, behind its header. It fills the fields of the kernel; what it keeps for
+/// The one pass over the items of a kernel, after its header. It fills the fields of the kernel; what it keeps for
 /// itself is where it stands: the open blocks, the function, the macro, the line. Internal to this folder.
 class CAnalysisPass
 {

@@ -37,7 +37,7 @@ struct Vec4
     unsigned int w = 0;
 };
 
-/// A declaration of a literal, and the first instruction that stands behind it.
+/// A declaration of a literal, and the first instruction that stands after it.
 struct SLiteralDeclaration
 {
     InstructionNumber nInst;
@@ -60,7 +60,7 @@ struct SOutlineMacro
 {
     unsigned int nLabel;
     InstructionNumber nFirst;
-    InstructionNumber nEnd; ///< the first instruction behind it
+    InstructionNumber nEnd; ///< the first instruction after it
 };
 
 /// What is known of a kernel: the lowest storey of the kernel under debug. One pass over the IL, run once, finds the
@@ -121,7 +121,7 @@ public:
     const SOutlineMacro* MacroAround(InstructionNumber nInst) const;
     /// The first instruction of the function or outline macro around an instruction; that of the main body is 0.
     InstructionNumber StartOfBody(InstructionNumber nInst) const;
-    /// The instruction with which the body around an instruction ends; of an outline macro the first one behind it.
+    /// The instruction with which the body around an instruction ends; of an outline macro the first one after it.
     InstructionNumber EndOfBody(InstructionNumber nInst) const;
     /// The first instruction of the function or outline macro that an instruction calls, on a condition or without.
     std::optional<InstructionNumber> FindCallee(InstructionNumber nInst) const;
@@ -132,7 +132,7 @@ public:
     /// The metadata text of the kernel; empty without an ELF image.
     const std::string& GetMetadata() const { return m_strMetadata; }
 
-    /// Reads macros from the first item inside one until the stream is behind the last of the macros that follow each
+    /// Reads macros from the first item inside one until the stream is after the last of the macros that follow each
     /// other directly. nNumMacroLines becomes the number of items read. Always true.
     bool SkipMacros(CInputTokenStream<unsigned int>& src, LineNumber& nNumMacroLines);
 
@@ -179,11 +179,11 @@ protected:
         ILOpCode GetOpCode() const { return ILFormatDecode::GetOp(pTokens[0]); }
     };
 
-    /// Gives the next item of a stream over the analysed tokens and moves behind it, without decoding it again.
+    /// Gives the next item of a stream over the analysed tokens and moves after it, without decoding it again.
     /// \return false at the end, and for a stream that isn't the analysed one
     bool ReadItem(CInputTokenStream<unsigned int>& src, SItem& item) const;
 
-    /// Moves a stream over the analysed tokens from its start to the first item behind the header.
+    /// Moves a stream over the analysed tokens from its start to the first item after the header.
     void SkipHeader(CInputTokenStream<unsigned int>& src) const;
 
     bool IsCompute() const { return GetShaderType() == ShaderUtils::ST_Compute; }
@@ -200,7 +200,7 @@ protected:
     /// Puts the message where every reader looks for it: all three error texts of ShaderInfo, the log and the
     /// debugger's last error. Always false.
     bool Refuse(const std::string& strMessage);
-    /// Logs at logVERBOSE the text of some IL, behind a title.
+    /// Logs at logVERBOSE the text of some IL, after a title.
     void LogTokens(const char* pszTitle, const unsigned int* pTokens, size_t nTokens) const;
 
     // What the storeys above read. They live here because the analysis is what fills them, and nothing else writes
@@ -209,7 +209,7 @@ protected:
     InstructionNumber m_nInstructionCount;
     InstructionNumber m_nEndOfShader;            ///< the last instruction, the end
     InstructionNumber m_OutlineMacroLabel;       ///< of the first outline macro; 0 for none
-    InstructionNumber m_nOutlineMacroEnd;        ///< the first instruction behind that macro; g_Inst_NULL for none
+    InstructionNumber m_nOutlineMacroEnd;        ///< the first instruction after that macro; g_Inst_NULL for none
     std::vector<SOutlineMacro> m_vOutlineMacros; ///< all that aren't empty, in the order of the text
     std::set<unsigned int> m_MacroLabels;        ///< of all macros
     PC_LineNumberMap m_PC_LineNumberMap;         ///< instructions and items of the text

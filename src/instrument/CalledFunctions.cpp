@@ -8,7 +8,7 @@ namespace OVK_ShaderDebugger
 
 // A called function is cut short at the target in one of its calls only. The call that is meant, told by the call
 // stack, goes to a copy of the function that is cut; all others go to the function as the kernel wrote it. The function
-// that makes the call is itself cut behind it, or it would go on, and store, with what a function cut short has left.
+// that makes the call is itself cut after it, or it would go on, and store, with what a function cut short has left.
 // An outline macro is such a function, too.
 
 namespace
@@ -233,7 +233,7 @@ bool CInstrumentedShaderIL::WriteCopy(const SPass& pass, const SCut& cut, unsign
     return bPatched && SD_Assert(GetHost(), copy.bDone);
 }
 
-/// Moves a stream behind the item that begins a macro, or else the function of a func instruction. The first search
+/// Moves a stream after the item that begins a macro, or else the function of a func instruction. The first search
 /// notes where all of them begin: a target in many calls has a copy of each function on the way.
 bool CInstrumentedShaderIL::FindBody(CSource& src, const SOutlineMacro* pMacro,
                                      const CShaderDebuggerInstructionIL& func, SItem& item)
@@ -261,7 +261,7 @@ bool CInstrumentedShaderIL::FindBody(CSource& src, const SOutlineMacro* pMacro,
     return it != m_BodyStarts.end() && src.SkipTokens(it->second - src.GetTokensRead()) && ReadItem(src, item);
 }
 
-/// Declares again what else would read otherwise in a copy, which stands behind all other text: the literals that are
+/// Declares again what else would read otherwise in a copy, which stands after all other text: the literals that are
 /// declared more than once, as they are in front of a body.
 void CInstrumentedShaderIL::WriteLiteralsInForce(CDest& dest, InstructionNumber nBody)
 {
@@ -272,7 +272,7 @@ void CInstrumentedShaderIL::WriteLiteralsInForce(CDest& dest, InstructionNumber 
             continue;
         }
 
-        // A read gives the declaration that stands last in front of it, or the first one if all stand behind it.
+        // A read gives the declaration that stands last in front of it, or the first one if all stand after it.
         const Vec4* pValue = &literal.second.front().value;
 
         for (const SLiteralDeclaration& declaration : literal.second)

@@ -13,7 +13,7 @@ enum EFlowAction : unsigned char
 {
     FA_None, ///< no flow control instruction that the pass knows
     FA_Copy,
-    FA_Return, ///< as FA_Copy, but written behind the stores if it is the target
+    FA_Return, ///< as FA_Copy, but written after the stores if it is the target
     FA_Open,   ///< opens an if or a switch
     FA_Else,
     FA_EndIf,
@@ -287,7 +287,7 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
 
         if (cut.IsTarget())
         {
-            // Who returns here never comes to the stores behind the block.
+            // Who returns here never comes to the stores after the block.
             WriteOutputsOfReturning(dest, item.pTokens, item.nLength, cut.pc.m_nPos);
         }
 

@@ -41,7 +41,7 @@ public:
 
     /// The kernel up to a position, for what it leaves in memory: every work-item executes what comes before the
     /// position or is it, and nothing after. Of the group whose linear number the selector has, the blocks of local
-    /// memory go to the results buffer, behind a first element of 1; nothing else is written there.
+    /// memory go to the results buffer, after a first element of 1; nothing else is written there.
     /// \return false, with the reason logged
     bool CreateMemoryShader(const ProgramCounter& target, const std::vector<SLocalBlock>& vBlocks,
                             std::vector<char>& vImage);

@@ -55,7 +55,7 @@ std::unique_ptr<CCLMetadataPointerEntry> MakePointerEntry(unsigned int nRevision
     return pEntry;
 }
 
-/// Puts the entry behind the last argument. The metadata takes it over if that works.
+/// Puts the entry after the last argument. The metadata takes it over if that works.
 template <typename Entry>
 bool Append(CCLMetadata& metadata, std::unique_ptr<Entry> pEntry)
 {

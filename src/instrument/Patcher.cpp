@@ -9,7 +9,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// Written behind the stores, since the function's code may not run on.
+/// Written after the stores, since the function's code may not run on.
 bool IsReturnLike(ILOpCode op)
 {
     return op == IL_OP_ENDFUNC || op == IL_OP_RET || op == IL_OP_RET_DYN;
@@ -438,7 +438,7 @@ bool CInstrumentedShaderIL::EndAtCall(SPass& pass)
     return EndFunction(pass);
 }
 
-/// Ends the function that is cut, and copies the others behind it if they aren't there yet.
+/// Ends the function that is cut, and copies the others after it if they aren't there yet.
 bool CInstrumentedShaderIL::EndFunction(SPass& pass)
 {
     const InstructionNumber nCut = pass.cut.pc.m_nPos;

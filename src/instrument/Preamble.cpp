@@ -11,7 +11,7 @@ namespace
 /// The values of the debugger's literals, by role.
 constexpr unsigned int s_LiteralValues[] = {0, 1, 2, ~0u, 16};
 
-/// The arguments that a patched kernel has behind the kernel's own.
+/// The arguments that a patched kernel has after the kernel's own.
 constexpr unsigned int s_nAddedArguments = 3;
 
 constexpr unsigned int s_nRawStride = 4;

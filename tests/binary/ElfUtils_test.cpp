@@ -20,7 +20,7 @@ std::string Metadata(const std::string& strKernel, unsigned int nNumber)
            "\n;memory:hwlocal:64\n;function:1:1\n;ARGEND:__OpenCL_" + strKernel + "_kernel\n";
 }
 
-/// The sections of a kernel binary, behind those that every test image has.
+/// The sections of a kernel binary, after those that every test image has.
 enum ESection : uint16_t
 {
     DebugIL = CTestImage::s_nFirst,

@@ -78,7 +78,7 @@ TEST_P(ElfClass, RewritingKeepsSectionsAndSymbols)
     EXPECT_EQ(Store(again), vStored);
     EXPECT_NE(strDescription.find("absolute info 0 at 65521:4660+0"), std::string::npos) << strDescription;
 
-    // Placement: .data ends at an odd offset, .text stands at the next multiple of 16 behind zeros.
+    // Placement: .data ends at an odd offset, .text stands at the next multiple of 16 after zeros.
     const Elf64_Shdr& data = again.GetSection(".data")->GetShdr();
     const Elf64_Shdr& text = again.GetSection(".text")->GetShdr();
     EXPECT_EQ(text.sh_offset, (data.sh_offset + 3 + 15) / 16 * 16);

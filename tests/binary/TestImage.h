@@ -41,7 +41,7 @@ public:
     static constexpr uint16_t s_nFirst = 4;
 
     std::vector<SSection> vSections;
-    std::vector<SSymbol> vSymbols; ///< behind the null symbol, local ones first
+    std::vector<SSymbol> vSymbols; ///< after the null symbol, local ones first
 
     /// Offsets of the last image that was made.
     size_t nSectionHeaders = 0;

@@ -293,7 +293,7 @@ TEST_F(DeviceBuffer, AWrappingObjectReleasesNothing)
     m_fake.Release(pMem);
 }
 
-/// Each call fails once, on each kind of object: the operation says so and nothing stays behind.
+/// Each call fails once, on each kind of object: the operation says so and nothing stays after.
 TEST_F(DeviceBuffer, EveryFailingCallIsReportedAndLeavesNothing)
 {
     for (const bool bImage : {false, true})

@@ -130,7 +130,7 @@ TEST(Breakpoints, WithTrackingARunReadsTrackedRegistersOnlyAndElseTheMask)
 
 TEST(Breakpoints, OnTheNextLineTheRunMovesOn)
 {
-    // The test comes behind the first turn: what is next when the client continues is taken, breakpoint or not.
+    // The test comes after the first turn: what is next when the client continues is taken, breakpoint or not.
     const SLaunchFile file = MakeSmallKernel("mov r3.x, r0.x\n"
                                              "iadd r3.x, r3.x, l0.y\n"
                                              "iadd r3.x, r3.x, l0.x\n" +
@@ -337,7 +337,7 @@ TEST(Breakpoints, InACalledFunction)
     EXPECT_THAT(vStops[0].vValues, ElementsAre(2, 3, 4, 5, -1, -1, -1, -1));
     EXPECT_THAT(vOutputs, ElementsAre(2, 3, 4, 5, 4, 5, 6, 7));
 
-    // Passed over, the function's registers are read behind the block.
+    // Passed over, the function's registers are read after the block.
     vStops = RunThrough(file, {{s_strStoreLine}, "r5", {}});
     ASSERT_EQ(vStops.size(), 1u);
     EXPECT_THAT(vStops[0].vValues, ElementsAre(2, 3, 4, 5, 0, 0, 0, 0));

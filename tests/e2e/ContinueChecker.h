@@ -29,7 +29,7 @@ public:
     };
 
     /// \param pRecord  null for a kernel where stepping passes over live code, so that its road isn't the run's:
-    ///                 then any place behind the last is right at which the trace has the mask and the
+    ///                 then any place after the last is right at which the trace has the mask and the
     ///                 values that the stop shows. Breakpoints must be on lines without flow control
     CContinueChecker(SPlan plan, const CItemHistory& history, const CStepRecord* pRecord, uint32_t nSeed);
 

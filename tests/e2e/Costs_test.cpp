@@ -64,7 +64,7 @@ std::vector<uint64_t> StepCosts(const SLaunchFile& file, const std::vector<std::
 } // namespace
 
 // The stops of the straight kernel below: the first three instructions of the frame, the body, ret,
-// and the call in the main body, which is taken behind the last halt. The start dumps the arguments
+// and the call in the main body, which is taken after the last halt. The start dumps the arguments
 // and executes the function's entry.
 
 TEST(Costs, AStepIsOneRunAndAnInstructionWithoutADestinationNone)

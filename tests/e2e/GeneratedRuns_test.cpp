@@ -26,7 +26,7 @@ bool DirectsFlow(const std::string& strMnemonic)
                        [&](const char* pszWord) { return strMnemonic.rfind(pszWord, 0) == 0; });
 }
 
-/// The lines of the kernel's function and those that it calls, behind the frame that every kernel has.
+/// The lines of the kernel's function and those that it calls, after the frame that every kernel has.
 std::vector<unsigned int> GetBodyLines(const CListing& listing, bool bFlow)
 {
     std::vector<unsigned int> vLines;

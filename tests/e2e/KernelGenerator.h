@@ -22,7 +22,7 @@ struct SGeneratedKernel
 {
     KestrelTool::SLaunchFile launch;
     /// The debugger's rules may let its position pass over code that some work-items still run:
-    /// behind a break or continue in an else-part, a break in a loop that others have continued, a
+    /// after a break or continue in an else-part, a break in a loop that others have continued, a
     /// break in an if inside a switch, or a return that not all take.
     bool bMaySkip = false;
 };

@@ -111,7 +111,7 @@ KestrelTool::SLaunchFile Shrink(KestrelTool::SLaunchFile file, const StillFails&
     while (bSmaller)
     {
         bSmaller = false;
-        // From behind, so that what is left in front keeps its meaning as long as it can.
+        // From after, so that what is left in front keeps its meaning as long as it can.
         for (size_t n = Split(file.strSource).size(); n-- > 0;)
         {
             const Lines vLines = Split(file.strSource);

@@ -11,7 +11,7 @@ namespace KestrelTest
 /// Whether the environment has KESTREL_BEHIND_LOADER.
 bool IsBehindLoader();
 
-/// The debugger and the platform, opened once for the test program: directly, or behind the
+/// The debugger and the platform, opened once for the test program: directly, or after the
 /// machine's own loader of OpenCL drivers, where the runtime's table counts as version 2.0.
 const KestrelTool::CLibraries& GetLibraries();
 

@@ -87,7 +87,7 @@ void PutWord(std::vector<unsigned char>& vBytes, size_t nAddress, uint32_t nValu
 
 } // namespace
 
-// The first store of the kernel writes id + 70 at 4 * (id % 4), the second 3 * id at 32 bytes behind that.
+// The first store of the kernel writes id + 70 at 4 * (id % 4), the second 3 * id at 32 bytes after that.
 TEST(Memory, PrivateMemoryOfTheNewerGeneration)
 {
     const size_t nItems =
@@ -252,7 +252,7 @@ TEST_P(GlobalMemory, IsAsItIsAtTheStop)
             // The size of the buffer that an address lies in.
             EXPECT_EQ(Read(session, generation.nUav, nBase + nSize - 1, 0, nullptr, &nRead), OVKCLDEBUG_SUCCESS);
             EXPECT_EQ(nRead, nSize);
-            // A range that passes its end is cut, whatever comes behind.
+            // A range that passes its end is cut, whatever comes after.
             unsigned char bytes[8] = {};
             EXPECT_EQ(Read(session, generation.nUav, nBase + nSize - 3, 8, bytes, &nRead), OVKCLDEBUG_SUCCESS);
             EXPECT_EQ(nRead, 3u);
@@ -282,7 +282,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SGeneration{"Kiln", "older_loop/older_loop.json", "r2", 1, 11, {0, 8}, {1, 9, 10, 12}}),
     [](const testing::TestParamInfo<SGeneration>& test) { return std::string(test.param.pszName); });
 
-// The kernel of a stop in a function doesn't go on behind the call with what the function has left.
+// The kernel of a stop in a function doesn't go on after the call with what the function has left.
 TEST(Memory, GlobalMemoryInAFunctionHasNothingOfWhatComesBehindTheCall)
 {
     CLaunch launch(GetLibraries(), MakeSmallKernel("uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n"

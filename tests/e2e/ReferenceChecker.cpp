@@ -136,7 +136,7 @@ ovkclDebugCommand CReferenceChecker::Answer(const CSession& session)
     {
         return m_Answered = AnswerRun(session);
     }
-    // The entry is no stop, so nothing goes back behind the first one.
+    // The entry is no stop, so nothing goes back after the first one.
     if (m_nBack == 0 && m_vStops.size() > 3 && m_Engine() % 100 < m_Plan.nBackPercent)
     {
         m_nBack = 1 + m_Engine() % std::min<size_t>(m_vStops.size() - 2, 6);
@@ -227,7 +227,7 @@ bool CReferenceChecker::ArriveByStep(CSession& session)
     return true;
 }
 
-/// The stop in front of the next breakpoint; the first stop that a run can end at is the one behind its beginning.
+/// The stop in front of the next breakpoint; the first stop that a run can end at is the one after its beginning.
 std::optional<size_t> CReferenceChecker::FindNextRun() const
 {
     for (size_t n = m_nRunAt + 1; n < m_Plan.vStops.size(); ++n)

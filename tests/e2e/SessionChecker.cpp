@@ -84,7 +84,7 @@ ovkclDebugCommand CSessionChecker::OnStarted(CSession& session)
     // The session opens with the first instruction executed.
     m_Position = m_pTracker->Advance(session.GetListing().GetInstructionNumber(session.GetListing().GetEntry()));
     m_setVisited.insert(m_Position);
-    // The call that leads into the kernel's function is taken behind the last stop, with what ends
+    // The call that leads into the kernel's function is taken after the last stop, with what ends
     // the main body.
     SPosition entry;
     while (m_pStructure->GetFunction(entry.nInstruction) == 0)

@@ -33,7 +33,7 @@ public:
 
     /// Holds the kernel runs of each step against what it should cost; for generated kernels.
     void CountRuns() { m_bCountRuns = true; }
-    /// A stop limit for kernels that would take too long; behind it the session continues.
+    /// A stop limit for kernels that would take too long; after it the session continues.
     void SetMaxStops(size_t nStops) { m_nMaxStops = nStops; }
 
     const std::vector<std::string>& GetFindings() const { return m_vFindings; }

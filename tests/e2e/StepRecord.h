@@ -46,7 +46,7 @@ public:
 
     /// Where a continue from a stop ends, with breakpoints on these lines; nothing if it meets none.
     /// It goes along the stops, but passes over whole blocks that hold no breakpoint strictly between
-    /// their first and last line. The test comes behind each turn, so that the first is always taken.
+    /// their first and last line. The test comes after each turn, so that the first is always taken.
     std::optional<SExpected> Continue(size_t nFrom, const std::set<unsigned int>& setLines) const;
 
 private:

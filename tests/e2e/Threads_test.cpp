@@ -140,7 +140,7 @@ private:
     std::string m_strFinding;
 };
 
-/// What a thread finds that runs sessions of its own, one behind the other.
+/// What a thread finds that runs sessions of its own, one after the other.
 void RunSessions(COpenContexts& contexts, unsigned int nPhase, unsigned int nRounds,
                  std::vector<std::string>& vFindings, size_t& nChecked)
 {

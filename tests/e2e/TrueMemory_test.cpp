@@ -37,7 +37,7 @@ Ints ReadOutput(const CSession& session, size_t nCount)
     return base.pWords != nullptr ? ReadInts(session, 10, base[0][0] + (uint64_t(base[0][1]) << 32), nCount) : Ints();
 }
 
-/// What memory must hold right behind the nth execution of a line.
+/// What memory must hold right after the nth execution of a line.
 struct SAfter
 {
     const char* pszLine;

@@ -18,8 +18,8 @@ struct SValues
     std::vector<unsigned int> vValues;
 };
 
-/// A function body for MakeSmallKernel, with what the stops of a session that only steps show behind the three
-/// instructions of its frame: the instruction, and who is active behind it, a digit for each work-item.
+/// A function body for MakeSmallKernel, with what the stops of a session that only steps show after the three
+/// instructions of its frame: the instruction, and who is active after it, a digit for each work-item.
 struct SStopCase
 {
     const char* pszName;

@@ -227,7 +227,7 @@ TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
     ExpectRuns(behindABlock, {14, 16}, {{16, 5}, {16, 5}});
 }
 
-// The run stops behind a block that some have left for good: by a return, by a break of the loop, by one of the switch.
+// The run stops after a block that some have left for good: by a return, by a break of the loop, by one of the switch.
 TEST(Running, ShowsWhatThoseWroteWhoLeftAPassedOverBlock)
 {
     CTestSession session(

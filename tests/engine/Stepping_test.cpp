@@ -53,7 +53,7 @@ TEST_P(SteppedKernel, ShowsWhatThePlainRunDoes)
         CompareStop(session, trace, shown);
         EXPECT_EQ(session.Buffer(), before);
         // The start dumps the arguments as well. Where the position goes on is known without a run,
-        // and behind a macro's last instruction the mask is.
+        // and after a macro's last instruction the mask is.
         const bool bSlots = session.Shader().GetCurrentRegister().reg.type == RT_PrivateUAVAccess;
         const bool bMacro = session.Shader().OpCodeAt(session.Place().nInstruction) == IL_OP_MACROCALL &&
                             session.Shader().GetCurrentRegister() == g_Reg_NULL;

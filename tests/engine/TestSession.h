@@ -110,7 +110,7 @@ class CTestSession
 {
 public:
     static constexpr unsigned int s_nItems = 8;
-    /// The function's body begins at this instruction, behind call, endmain and func.
+    /// The function's body begins at this instruction, after call, endmain and func.
     static constexpr InstructionNumber s_nBody = 3;
 
     explicit CTestSession(const std::string& strBody, const std::string& strFunctions = "",

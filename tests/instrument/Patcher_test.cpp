@@ -197,7 +197,7 @@ const std::pair<const char*, SKernelSetup> s_Kernels[] = {
     {"calls", {}},  {"macro_first", {}}, {"conditions", {}}, {"repeated", {}},           {"forms", {}},
 };
 
-/// A well-formed stream has every block closed in its function, nothing behind the end, and the two stores once.
+/// A well-formed stream has every block closed in its function, nothing after the end, and the two stores once.
 void ExpectWellFormed(const std::vector<unsigned int>& vPatched, CFakeHost& host)
 {
     CInputTokenStream<unsigned int> src(&host, vPatched.data(), vPatched.size());

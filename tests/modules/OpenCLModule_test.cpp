@@ -102,7 +102,7 @@ TEST(OpenCLModule, AClientsTableCountsAndComesBackWhole)
     EXPECT_TRUE(module.IsExtensionSupported(OpenCLModule::OpenCL_khr_gl_event));
     EXPECT_FALSE(module.IsExtensionSupported(OpenCLModule::OpenCL_khr_d3d10_sharing));
 
-    // All slots but the six of the oldest sharing extension, and those behind version 2.0.
+    // All slots but the six of the oldest sharing extension, and those after version 2.0.
     cl_icd_dispatch_table back = {};
     module.GetAsCLDispatchTable(back);
     const auto* pBack = reinterpret_cast<const unsigned char*>(&back);

@@ -33,7 +33,7 @@ struct SOperand
     std::string strIndex;      ///< the register of a run-time index, "" for none
     char cIndex = 'x';         ///< its component
     std::string strComponents; ///< of a source or a destination; "" for all
-    std::string strNegated;    ///< components behind the swizzle whose sign is turned
+    std::string strNegated;    ///< components after the swizzle whose sign is turned
 };
 
 struct SInstruction
@@ -46,7 +46,7 @@ struct SInstruction
     std::vector<SOperand> vOperands;
 };
 
-/// A body is a range of instructions: a function's from behind "func" to "endfunc", a macro's all.
+/// A body is a range of instructions: a function's from after "func" to "endfunc", a macro's all.
 struct SBody
 {
     uint32_t nFirst = 0;

@@ -19,7 +19,7 @@ public:
 
     size_t GetItems() const { return m_nItems; }
     const SReferenceState& GetState() const { return m_State; }
-    /// An operand's four components for one work-item, behind its swizzle.
+    /// An operand's four components for one work-item, after its swizzle.
     Words Read(const SOperand& operand, size_t nItem) const;
     /// \throws CReferenceError for an instruction that the machine doesn't know
     void Execute(const SInstruction& instruction, const Mask& active);
@@ -33,7 +33,7 @@ private:
     bool Calculate(const SInstruction& instruction, size_t nItem);
     bool AccessMemory(const SInstruction& instruction, size_t nItem);
     bool UpdateMemory(const SInstruction& instruction, size_t nItem);
-    /// Where an address lies, with nBytes behind it; null outside of all memory.
+    /// Where an address lies, with nBytes after it; null outside of all memory.
     unsigned char* Find(const SInstruction& instruction, const Words& address, size_t nItem, size_t nBytes);
 
     const CKernelText& m_Text;

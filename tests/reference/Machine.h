@@ -8,15 +8,15 @@
 namespace KestrelTest
 {
 
-/// One executed position, just behind its instruction.
+/// One executed position, just after its instruction.
 struct SMoment
 {
     SPosition position;
     std::string strName; ///< of the instruction
     Mask vBefore;        ///< who came to the instruction
-    Mask vAfter;         ///< who is active behind it
+    Mask vAfter;         ///< who is active after it
 
-    bool IsEmpty() const;     ///< nobody is active behind it
+    bool IsEmpty() const;     ///< nobody is active after it
     bool IsUnreached() const; ///< and nobody came to it
 };
 

@@ -224,7 +224,7 @@ void COptionParser::AddCheck()
             "of memory, race, init, nan, barrier, alignment and, of a program, api, with commas; all but nan and "
             "alignment if missing")
         ->delimiter(',')
-        ->allow_extra_args(false) // what stands behind it is a launch file
+        ->allow_extra_args(false) // what stands after it is a launch file
         ->check(CLI::IsMember({"memory", "race", "init", "nan", "barrier", "alignment", "api"}));
     pCommand->add_option("--suppress", check.strSuppressions, "file with findings that aren't wanted");
     pCommand->add_option("--limit", check.nLimit, "instructions after which a work-group counts as one that hangs");

@@ -13,7 +13,7 @@ namespace KestrelTool
 class CStepPrinter : public ISessionClient
 {
 public:
-    /// \param nMaxStops   behind it the kernel runs on without stops; 0 means no limit
+    /// \param nMaxStops   after it the kernel runs on without stops; 0 means no limit
     CStepPrinter(std::ostream& output, size_t nMaxStops) : m_Output(output), m_nMaxStops(nMaxStops) {}
 
     ovkclDebugCommand OnStarted(CSession& session) override;

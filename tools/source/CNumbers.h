@@ -88,7 +88,7 @@ To ConvertNumber(From value)
     }
 }
 
-/// Converts numbers that lie one behind the other. The places may not overlap.
+/// Converts numbers that lie one after the other. The places may not overlap.
 void ConvertNumbers(const SSourceType& from, const unsigned char* pFrom, const SSourceType& to, unsigned char* pTo,
                     size_t nCount);
 bool IsNumberTrue(const SSourceType& type, const unsigned char* pNumber);

@@ -110,7 +110,7 @@ void CServer::Answer(const Handler& handler, const httplib::Request& request, ht
             response.set_content(ToText(answer), "application/json");
             return;
         }
-        // A line of text, and the bytes behind it.
+        // A line of text, and the bytes after it.
         const std::string strShades = answer["shades"];
         answer.erase("shades");
         response.set_content(ToText(answer) + "\n" + strShades, "application/octet-stream");

@@ -47,7 +47,7 @@ bool IsArgumentLine(std::string_view line)
     return false;
 }
 
-/// Where a new argument's line goes: behind the last argument, or in front of the function line.
+/// Where a new argument's line goes: after the last argument, or in front of the function line.
 size_t FindArgumentEnd(const std::string& strMetadata)
 {
     size_t nEnd = std::string::npos;

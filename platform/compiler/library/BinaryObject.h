@@ -39,11 +39,11 @@ public:
     /// The bytes that a symbol of the image names. \return false if there is no such symbol in that section
     bool FindBlock(zccSections id, const std::string& strName, std::string_view& block) const;
 
-    /// Replaces the bytes of a symbol, and moves the symbols behind them; a new symbol's bytes go to the section's end.
+    /// Replaces the bytes of a symbol, and moves the symbols after them; a new symbol's bytes go to the section's end.
     bool SetBlock(zccSections id, const std::string& strName, std::string_view data);
     bool RemoveBlock(zccSections id, const std::string& strName);
 
-    /// Adds an argument behind the kernel's last one, in its metadata. \return false if there is no such kernel
+    /// Adds an argument after the kernel's last one, in its metadata. \return false if there is no such kernel
     bool AddArgument(const std::string& strKernel, const std::string& strName, bool bByValue);
 
     const std::string& Device() const { return m_strDevice; }

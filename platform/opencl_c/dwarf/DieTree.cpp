@@ -85,7 +85,7 @@ void CDieTree::Reference(CDie die, uint16_t nAttribute, CDie target)
     AddAttribute(die, nAttribute, DW_FORM_ref4, static_cast<uint64_t>(target));
 }
 
-/// Writes entries in order, each with its children behind it and a zero at their end. References are filled in when all
+/// Writes entries in order, each with its children after it and a zero at their end. References are filled in when all
 /// offsets are known.
 class CDieTree::CWriter
 {

@@ -36,7 +36,7 @@ class CScopeTree
 public:
     CScopeTree(const SLowered& lowered, const SLoweredKernel& kernel);
 
-    /// The kernel's own first; each behind its parent.
+    /// The kernel's own first; each after its parent.
     const std::vector<SScope>& GetScopes() const { return m_vScopes; }
 
     /// \return -1 if no line of the kernel belongs to the scope

@@ -126,7 +126,7 @@ private:
         return it != spans.begin() && nPosition <= std::prev(it)->nLast;
     }
 
-    /// The block of which a stretch lies behind the copies of its edges, -1 for none.
+    /// The block of which a stretch lies after the copies of its edges, -1 for none.
     int FindBlockBehind(const SSpan& span) const
     {
         auto it = std::upper_bound(m_vBehind.begin(), m_vBehind.end(), span.nFirst,
@@ -172,7 +172,7 @@ private:
     std::vector<uint32_t> m_vParents;
     std::vector<unsigned> m_vComponents;                          ///< by the set's first register
     std::vector<llvm::SmallVector<const SEdge*, 2>> m_vEdgesFrom; ///< by block
-    std::vector<std::pair<SSpan, unsigned>> m_vBehind;            ///< the stretches behind blocks' copies, in order
+    std::vector<std::pair<SSpan, unsigned>> m_vBehind;            ///< the stretches after blocks' copies, in order
 };
 
 /// Temps and until when their components are taken.
@@ -219,7 +219,7 @@ SAllocation AllocateTemps(const SKernelCode& code, const std::vector<SFlowStep>&
     CClasses classes(code, live);
     classes.JoinCopies();
     const std::vector<SVirtualRegister>& vRegisters = code.machine.Registers();
-    std::vector<std::pair<SSpan, uint32_t>> vOrder; // guards behind the registers
+    std::vector<std::pair<SSpan, uint32_t>> vOrder; // guards after the registers
     SAllocation result;
     result.vTemps.resize(vRegisters.size());
     result.vGuards.resize(nGuards);

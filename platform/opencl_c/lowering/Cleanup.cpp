@@ -282,7 +282,7 @@ private:
         }
         if (instruction.bLoad)
         {
-            // Words come one behind the other.
+            // Words come one after the other.
             nRead |= nRead >> 1;
             nRead |= nRead >> 2;
             nRead &= instruction.nMask;

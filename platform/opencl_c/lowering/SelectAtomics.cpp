@@ -12,7 +12,7 @@ using llvm::AtomicRMWInst;
 struct SAtomicRow
 {
     AtomicRMWInst::BinOp eOperation;
-    const char* pszName; ///< behind `uav_`, `uav_read_`, `lds_`, `lds_read_`
+    const char* pszName; ///< after `uav_`, `uav_read_`, `lds_`, `lds_read_`
 };
 
 const SAtomicRow s_AtomicRows[] = {

@@ -129,7 +129,7 @@ Words CSelector::ByteSwap(Words words, Type* pType)
     return swapped;
 }
 
-/// Two numbers behind each other, shifted; the amount counts modulo the number of bits.
+/// Two numbers after each other, shifted; the amount counts modulo the number of bits.
 Words CSelector::FunnelShift(const llvm::IntrinsicInst& call, bool bLeft)
 {
     Type* const pType = call.getType();

@@ -69,7 +69,7 @@ void CSelector::Control(const char* pszMnemonic, const SWord* pCondition)
 }
 
 /// Of the program's constants: element n of their buffer holds words n to n + 3 of them, so that any aligned word, and
-/// those behind it, come by one instruction.
+/// those after it, come by one instruction.
 Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
 {
     const SWord address = place.address[0];

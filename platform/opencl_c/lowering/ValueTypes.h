@@ -40,7 +40,7 @@ struct SLeaf
 /// Integers of up to 32 bits, floats and halves take one word, integers of up to 64 bits and doubles two, wider ones as
 /// many as they need, low word first. Integers that don't fill their words have zeros above; i1 is all ones or 0.
 /// Addresses in private and local memory are offsets of 32 bits whatever the width of pointers is. Vectors, structs and
-/// arrays are their elements one behind the other.
+/// arrays are their elements one after the other.
 class CValueTypes
 {
 public:

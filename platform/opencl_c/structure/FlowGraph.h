@@ -57,7 +57,7 @@ public:
     const std::vector<SFlowLoop>& GetLoops() const { return m_vLoops; }
     /// What can be reached, in topological order; the entry first.
     const std::vector<int>& GetOrder() const { return m_vOrder; }
-    /// The node behind all returns.
+    /// The node after all returns.
     int GetEnd() const { return m_nEnd; }
     bool IsHead(int nNode) const;
     bool IsInLoop(int nNode, int nLoop) const;

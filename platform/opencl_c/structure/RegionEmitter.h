@@ -35,7 +35,7 @@ private:
         int nGuard = -1;
         bool bStartsTrue = false; ///< the guard: jumps past it clear it; else jumps to it set it
     };
-    /// A jump out of a loop or switch to where no Break leads: it goes on behind the end.
+    /// A jump out of a loop or switch to where no Break leads: it goes on after the end.
     struct SRoute
     {
         int nTo = 0;
@@ -102,7 +102,7 @@ private:
     struct SOpenIf
     {
         bool bThenFalls = false;
-        bool bClosed = false; ///< what would be the else-part stands behind the end
+        bool bClosed = false; ///< what would be the else-part stands after the end
     };
     enum EWay
     {

@@ -98,7 +98,7 @@ int CRegionPlan::CaseThatFallsInto(int nSwitch, int nCase) const
     return nFrom;
 }
 
-/// Cases that others fall into stand behind those, except the last place where paths meet: that comes after the switch.
+/// Cases that others fall into stand after those, except the last place where paths meet: that comes after the switch.
 void CRegionPlan::PlaceCases(int nSwitch)
 {
     std::vector<int>& vAfters = m_vAfters[nSwitch];

@@ -13,7 +13,7 @@ namespace KestrelOpenCL
 /// - after the code of its immediate dominator, where all paths to it have met, or
 /// - if its dominator lies in a loop that it isn't part of, after the outermost such loop; a few blocks in front of a
 ///   jump out of a loop may stay at their arm, as they were written, or
-/// - for a case of a switch that another case falls into: behind that case.
+/// - for a case of a switch that another case falls into: after that case.
 class CRegionPlan
 {
 public:

@@ -40,7 +40,7 @@ void CRegionEmitter::EmitSwitch(int nNode)
     }
 }
 
-/// The default that only goes on behind the switch.
+/// The default that only goes on after the switch.
 bool CRegionEmitter::IsBareDefault(int nNode, int nArm) const
 {
     const auto* pSwitch = llvm::cast<llvm::SwitchInst>(m_Graph.GetNode(nNode).pBlock->getTerminator());

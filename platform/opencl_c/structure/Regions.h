@@ -79,7 +79,7 @@ struct SRegions
 /// Each work-item walks through the blocks as in the function, so liveness is that of the function's own graph. A
 /// register may be shared if the stretches of steps over which its values live don't meet; such a stretch goes from the
 /// first to the last step at which the value is live or an Edge copies into it, guards from the first to the last step
-/// that names them. Blocks with a barrier stand outside of every loop that they aren't part of, and behind the point
+/// that names them. Blocks with a barrier stand outside of every loop that they aren't part of, and after the point
 /// where the paths to them have met again.
 ///
 /// Time is near linear in the size of the function. Nothing recurses.

@@ -40,7 +40,7 @@ uint64_t CountEvenLines(uint64_t nFirst, uint64_t nLast, uint32_t nCount, uint32
     }
     const uint64_t nStride = nSpread / (nCount - 1);
     uint64_t nLines = 0;
-    uint64_t nEnd = 0; // behind the last line that is counted
+    uint64_t nEnd = 0; // after the last line that is counted
     for (uint32_t n = 0; n < nCount; ++n)
     {
         const uint64_t nBegin = std::max((nLow + n * nStride) >> s_nLineBits, nEnd);

@@ -34,7 +34,7 @@ size_t CountEntries(const char* pszFolder)
     return static_cast<size_t>(std::distance(first, std::filesystem::directory_iterator()));
 }
 
-/// The runtime's threads end a little behind what they have done.
+/// The runtime's threads end a little after what they have done.
 bool WaitForThreads(size_t nThreads)
 {
     for (int i = 0; i < 2000 && CountEntries("/proc/self/task") > nThreads; ++i)

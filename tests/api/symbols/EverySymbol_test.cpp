@@ -181,7 +181,7 @@ protected:
                 ASSERT_TRUE(CopyWithoutSymbol(strReal, copy, strSymbol)) << strSymbol;
             }
         }
-        // The client opens its own in any case; the debugger finds by name what lies in a folder behind it.
+        // The client opens its own in any case; the debugger finds by name what lies in a folder after it.
         const std::filesystem::path found = m_folder / "found";
         std::filesystem::remove_all(found);
         std::filesystem::create_directories(found);

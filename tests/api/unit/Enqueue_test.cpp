@@ -134,7 +134,7 @@ TEST_F(Enqueue, ATableThatIsntCompleteTakesTheFallbackPath)
 }
 
 /// Each call of the runtime fails once, from the enqueue to the end of the session. Whatever comes of it, the
-/// session is gone behind it, every object has been released, and a successful enqueue has run the kernel.
+/// session is gone after it, every object has been released, and a successful enqueue has run the kernel.
 TEST_F(Enqueue, NothingLeaksWhateverCallFails)
 {
     for (const bool bFallback : {false, true})

@@ -88,7 +88,7 @@ const size_t s_nFirstFreeLine = 4;
 class CEdits
 {
 public:
-    /// A line of the pool is put in, takes another's place or goes, most often one and behind the opening line.
+    /// A line of the pool is put in, takes another's place or goes, most often one and after the opening line.
     void Edit(std::vector<std::string>& vLines)
     {
         do

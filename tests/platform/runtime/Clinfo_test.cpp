@@ -44,7 +44,7 @@ struct SOutput
             }
             const size_t nValue = strLine.find_first_not_of(' ', nName + strName.size());
             const std::string strValue = strLine.substr(nValue, strLine.find_last_not_of(" \n") + 1 - nValue);
-            // Names begin with other names; the shorter one has blanks behind it.
+            // Names begin with other names; the shorter one has blanks after it.
             if (nValue >= nName + strName.size() + 2 || strName.back() == ')')
             {
                 vValues.push_back(strValue);

@@ -54,7 +54,7 @@ protected:
         CRuntimeTest::TearDown();
     }
 
-    /// A marker behind some events.
+    /// A marker after some events.
     cl_event MarkerBehind(cl_command_queue queue, std::vector<cl_event> vEvents)
     {
         cl_event event = nullptr;

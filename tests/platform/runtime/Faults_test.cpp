@@ -131,7 +131,7 @@ TEST_F(CFaultsTest, AddressesFarAwayAreDroppedAndTheFirstOneIsTold)
 
 TEST_F(CFaultsTest, ToldWithTheKindOfMemoryAndWhereTheBuffersWere)
 {
-    // A read of local memory beyond its block, an element beyond an array, and a write just behind a buffer.
+    // A read of local memory beyond its block, an element beyond an array, and a write just after a buffer.
     const std::string strSource =
         MakeModule(true, "beyond", ";memory:hwlocal:16\n;pointer:out:i32:1:1:0:uav:12:4:RW:0:0\n",
                    "dcl_typeless_uav_id(12)_stride(4)_length(4)\ndcl_lds_id(1) 16\ndcl_indexed_temp_array x1[2]\n",

@@ -62,7 +62,7 @@ inline std::string DumpElements(int nCount, int nBufferElement)
     return strBody;
 }
 
-/// Stores all of constant buffer 1 in its first argument. The arguments behind that are the test's.
+/// Stores all of constant buffer 1 in its first argument. The arguments after that are the test's.
 inline std::string DumpModule(const std::string& strMoreArguments)
 {
     return MakeModule(true, "dump", ";pointer:out:u32:1:1:0:uav:12:4:RW:0:0\n" + strMoreArguments,

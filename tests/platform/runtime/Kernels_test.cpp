@@ -151,7 +151,7 @@ TEST_P(CDeviceKernelsTest, TakesNullBuffersOneBufferTwiceAndPartsOfBuffers)
     std::copy(vExpected.begin(), vExpected.begin() + 32, vExpected.begin() + 32);
     EXPECT_EQ(ReadAll<cl_float>(buffer, 64), vExpected);
 
-    // A part in the middle of a buffer that is passed too: what lies behind the part is still the buffer's.
+    // A part in the middle of a buffer that is passed too: what lies after the part is still the buffer's.
     const cl_buffer_region middle{128, 64};
     cl_mem inside = cl.clCreateSubBuffer(buffer, 0, CL_BUFFER_CREATE_TYPE_REGION, &middle, nullptr);
     SetScaleArguments(kernel, inside, 1.0f, buffer);

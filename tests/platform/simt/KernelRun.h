@@ -76,7 +76,7 @@ public:
     static const uint32_t s_nOutput = 0x1000;
     static const uint32_t s_nInput = 0x100000;
 
-    /// \param strBody the text between the declarations and `endmain`; functions may follow behind a line "---"
+    /// \param strBody the text between the declarations and `endmain`; functions may follow after a line "---"
     explicit CKernelRun(const std::string& strBody, const std::string& strDeclarations = "")
     {
         std::string strMain = strBody;

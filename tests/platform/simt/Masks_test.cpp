@@ -9,7 +9,7 @@ namespace
 using KestrelPlatform::EInstructionSet;
 
 const uint32_t s_nNotWritten = 0xAAAAAAAA;
-const uint32_t s_nData = 512; ///< word of the input behind the flags
+const uint32_t s_nData = 512; ///< word of the input after the flags
 
 /// Which work-items of a group take part: whole runs of lanes, parts of them, single ones.
 struct SActive
@@ -31,7 +31,7 @@ const SActive s_Active[] = {
 };
 
 /// Lines that run for the active work-items, with r1.x the id in the group, r1.y four times that, r1.z the address of
-/// the input's data and r1.w the linear id; lines that run for all behind them; and what r0.x holds then.
+/// the input's data and r1.w the linear id; lines that run for all after them; and what r0.x holds then.
 struct SOperation
 {
     const char* pszName;

@@ -15,7 +15,7 @@ typedef uint64_t (*PFAtomic)(uint64_t nOld, uint64_t a, uint64_t b, bool bLong);
 
 struct SAtomicRule
 {
-    const char* pszNames; ///< of the instructions, each without result and with it; behind "64" those of 64 bits
+    const char* pszNames; ///< of the instructions, each without result and with it; after "64" those of 64 bits
     bool bTwoOperands;
     bool bFloats;
     PFAtomic pfHost;
@@ -113,7 +113,7 @@ std::vector<uint64_t> Operands(bool bFloats, bool bLong)
 }
 
 /// One work-item a combination: old value at its output, a and b in its input; the old value that comes back goes
-/// behind the new one.
+/// after the new one.
 void CheckAtomic(const std::string& strName, const SAtomicRule& rule)
 {
     const bool bLocal = Contains(strName, "lds_");

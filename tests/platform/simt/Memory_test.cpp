@@ -200,7 +200,7 @@ TEST(Memory, LocalReductionWithBarriers)
 
 TEST(Memory, LocalAreasAndArguments)
 {
-    // Two areas, then 8 dynamic bytes behind both at address 32 + 16.
+    // Two areas, then 8 dynamic bytes after both at address 32 + 16.
     CKernelRun run(
         std::string(IndexLines()) +
             "lds_store_id(1) l5.x, r100.x\nlds_store_id(2) l5.x, l0.w\nlds_store_id(2) l5.y, l0.z\nlds_store_id(1) "
@@ -236,8 +236,8 @@ TEST(Memory, PartOfAGroupAtABarrierIsCounted)
 
 struct SAtomicCase
 {
-    const char* pszName;   ///< behind uav_read_ or lds_read_
-    const char* pszSource; ///< sources behind the address
+    const char* pszName;   ///< after uav_read_ or lds_read_
+    const char* pszSource; ///< sources after the address
     uint32_t nStart;
     uint32_t nEnd; ///< after one application with a = 5, b = 9
 };

@@ -12,7 +12,7 @@ namespace
 using KestrelPlatform::CPendingAdds;
 using KestrelPlatform::SLaunchResult;
 
-/// A work-item adds 5 to a word that holds 0x100, does something else, and stores what it has learned behind it.
+/// A work-item adds 5 to a word that holds 0x100, does something else, and stores what it has learned after it.
 struct SOwnAddCase
 {
     const char* pszBehind;

@@ -7,7 +7,7 @@ namespace
 
 using namespace KestrelPlatform;
 
-/// Each work-item's r0 behind the body. r100.x holds its linear index.
+/// Each work-item's r0 after the body. r100.x holds its linear index.
 std::vector<uint32_t> RunBody(const std::string& strBody, size_t nItems, size_t nLocal)
 {
     CKernelRun run(std::string(IndexLines()) + strBody + "uav_raw_store_id(11) mem0, r100.y, r0\n",

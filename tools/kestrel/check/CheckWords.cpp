@@ -57,7 +57,7 @@ CCheckWords::CCheckWords(std::vector<SPlatformBuffer> vBuffers, std::vector<SKer
 {
 }
 
-/// The buffer that an address is in, or the one that it is the least behind; or in front of if there is none.
+/// The buffer that an address is in, or the one that it is the least after; or in front of if there is none.
 const SPlatformBuffer* CCheckWords::FindBuffer(uint64_t nAddress) const
 {
     const SPlatformBuffer* pFound = nullptr;

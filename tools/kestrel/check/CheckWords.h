@@ -22,7 +22,7 @@ public:
     /// "work-items 3, 7, 11 and others"; of a race both.
     std::string NameItems(const SPlatformFinding& finding) const;
 
-    /// The buffer that an address is in, or the one that it is the least behind, or in front of; null if none is near.
+    /// The buffer that an address is in, or the one that it is the least after, or in front of; null if none is near.
     const SPlatformBuffer* FindBuffer(uint64_t nAddress) const;
 
 private:

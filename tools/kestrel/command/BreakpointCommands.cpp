@@ -133,7 +133,7 @@ std::vector<unsigned int> ReadIds(CCommandContext& context)
     return vIds;
 }
 
-/// The breakpoint that the first word names, and what stands behind it.
+/// The breakpoint that the first word names, and what stands after it.
 SBreakpoint& SplitFirst(CCommandContext& context, const char* pszWhat, std::string& strRest)
 {
     const std::string& strText = context.GetText(pszWhat);

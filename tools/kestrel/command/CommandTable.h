@@ -11,7 +11,7 @@ namespace KestrelTool
 
 class CCommandContext;
 
-/// What may stand behind a command, for completion.
+/// What may stand after a command, for completion.
 enum class ECompletion
 {
     Nothing,
@@ -47,11 +47,11 @@ struct SCommandLine
 {
     std::string strToken; ///< the number in front
     const SCommand* pCommand = nullptr;
-    std::string strFormat; ///< what stands behind the slash
+    std::string strFormat; ///< what stands after the slash
     std::string strArguments;
 };
 
-/// Takes the number off the front of a line, with the blanks behind it; empty if there is none.
+/// Takes the number off the front of a line, with the blanks after it; empty if there is none.
 std::string TakeToken(std::string& strLine);
 /// Of a line without its number.
 /// \throws CCommandError for a command that isn't known, or of which there are several

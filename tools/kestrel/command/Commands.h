@@ -23,7 +23,7 @@ public:
     size_t GetCount(size_t nDefault) const;
     /// The only argument.
     std::string GetWord(const char* pszWhat) const;
-    /// What stands behind the command; it must be something.
+    /// What stands after the command; it must be something.
     const std::string& GetText(const char* pszWhat) const;
     /// Takes "a" out of the format letters. \return whether it was there
     bool TakeAll(std::string& strFormat) const;

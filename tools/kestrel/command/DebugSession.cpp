@@ -18,7 +18,7 @@ namespace KestrelTool
 namespace
 {
 
-/// Commands of the command line, one after the other. Those behind each other make up one input, so
+/// Commands of the command line, one after the other. Those after each other make up one input, so
 /// that what reads further lines finds them.
 CInterpreter::EResult RunScripts(CInterpreter& interpreter, const std::vector<SDebugOptions::SScript>& vScripts)
 {

@@ -22,7 +22,7 @@ struct SDebugOptions
     std::string strLaunch;
     std::vector<SScript> vScripts; ///< in the order given
     bool bQuiet = false;
-    bool bBatch = false; ///< end behind the scripts
+    bool bBatch = false; ///< end after the scripts
     bool bJson = false;
     bool bEcho = false; ///< print each command
 };
@@ -33,7 +33,7 @@ struct SDebugOptions
 int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options);
 
 /// The same for the launches of a program, which has the standard input and output. Without a terminal the scripts are
-/// all there is, and behind them the program runs to its end.
+/// all there is, and after them the program runs to its end.
 /// \return an EExitCode, or the program's own exit code if nothing else went wrong
 int RunProgramSession(const CLibraries& libraries, const SProgramCommand& command, const SDebugOptions& options);
 

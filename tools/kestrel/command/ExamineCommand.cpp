@@ -171,7 +171,7 @@ unsigned int FindFirstBlock(CDebugger& debugger)
 }
 
 /// "local:0", "local1:0x10", "local1@3:0": the block that is declared under a number (the first one without), of the
-/// group of the work-item in focus or of the one behind the @.
+/// group of the work-item in focus or of the one after the @.
 SPlace ReadLocalPlace(CDebugger& debugger, const std::string& strSpace, const std::string& strAddress)
 {
     SPlace place;

@@ -114,7 +114,7 @@ bool CInterpreter::OnAskToGiveUp(const std::function<bool()>& isOver)
     return !m_Question || !GetSettings().bConfirm || m_Question(isOver);
 }
 
-/// The lines of a command of the user's, with $arg0 and so on in them as the words behind its name.
+/// The lines of a command of the user's, with $arg0 and so on in them as the words after its name.
 CInterpreter::EResult CInterpreter::ExecuteUserCommand(const std::vector<std::string>& vLines,
                                                        const std::string& strArguments)
 {

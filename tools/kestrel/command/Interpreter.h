@@ -46,7 +46,7 @@ public:
 
     /// Does one line. An empty one repeats the last command if that is one to be repeated.
     EResult Execute(const std::string& strLine);
-    /// Does lines until they end, fail or quit; bGoOn goes on behind a failure.
+    /// Does lines until they end, fail or quit; bGoOn goes on after a failure.
     EResult ExecuteAll(const LineReader& reader, bool bGoOn);
 
     // ---- for the commands
@@ -75,7 +75,7 @@ public:
     std::map<std::string, std::string>& GetAliases() { return m_mapAliases; }
     /// What an empty line after this command does instead of repeating it as it was.
     void SetRepeat(const std::string& strLine) { m_strRepeat = strLine; }
-    /// The line behind those that were listed since the last stop; 0 for none.
+    /// The line after those that were listed since the last stop; 0 for none.
     /// Where the next list goes on: a line of a file, or of IL where the file's name is empty; line 0 for around the
     /// stop.
     const SSourceLine& GetListNext() const { return m_ListNext; }

@@ -56,7 +56,7 @@ struct SBuiltIn
 
 /// Null if there is none of that name.
 const SBuiltIn* FindBuiltIn(const std::string& strName);
-/// The names of all, one behind the other.
+/// The names of all, one after the other.
 std::string ListBuiltIns();
 
 /// Values of the arguments, converted to the same type unless that is a geometric function's, of nCount work-items.

@@ -9,7 +9,7 @@ namespace KestrelTool
 namespace
 {
 
-/// The number behind a mnemonic, in brackets or after a blank.
+/// The number after a mnemonic, in brackets or after a blank.
 unsigned int ReadLabel(const std::string& strLine)
 {
     const size_t nDigit = strLine.find_first_of("0123456789");
@@ -22,7 +22,7 @@ bool IsHead(const std::string& strLine, const char* pszWord)
     return strLine.compare(0, std::string(pszWord).size(), pszWord) == 0;
 }
 
-/// The name in the comment behind a function's head: ";scale", or the wrapper's "__OpenCL_scale_kernel".
+/// The name in the comment after a function's head: ";scale", or the wrapper's "__OpenCL_scale_kernel".
 std::string ReadName(const std::string& strLine)
 {
     if (strLine.size() < 2 || strLine[0] != ';' || strLine.find_first_of(" \t") != std::string::npos)

@@ -20,7 +20,7 @@ public:
     {
         unsigned int nLabel = 0;
         bool bMacro = false;
-        std::string strName;     ///< from the comment behind its head; empty if there is none
+        std::string strName;     ///< from the comment after its head; empty if there is none
         unsigned int nHead = 0;  ///< the line of "func" or "mdef"
         unsigned int nEntry = 0; ///< where a call of it stops first
         unsigned int nEnd = 0;   ///< the line of "endfunc" or "mend"

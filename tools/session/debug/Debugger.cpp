@@ -137,7 +137,7 @@ SRegisterView CDebugger::GetValues(const std::string& strRegister)
     RequireLive();
     if (!GetSession().IsRegister(strRegister))
     {
-        // The number that ReadOperand has put behind a bare name isn't the user's.
+        // The number that ReadOperand has put after a bare name isn't the user's.
         const bool bBare =
             strRegister.find_first_of("0123456789") == strRegister.size() - 1 && strRegister.back() == '0';
         const std::string strBare = strRegister.substr(0, strRegister.size() - 1);

@@ -186,11 +186,11 @@ public:
     void Step(size_t nTimes, bool bFocus = false);
     void Next(size_t nTimes, bool bFocus = false);
     void Finish();
-    /// To a line behind the present one, or to the function's end.
+    /// To a line after the present one, or to the function's end.
     void Until();
     /// To one of some lines, or to the function's end.
     void Advance(std::set<unsigned int> lines);
-    /// To one of the lines that are worked out anew at each stop on the way, or to behind the function's call.
+    /// To one of the lines that are worked out anew at each stop on the way, or to after the function's call.
     /// \param bFocus  not counting stops that the work-item in focus has no part in
     void RunToAny(size_t nTimes, const char* pszReason, bool bBack,
                   const std::function<std::set<unsigned int>()>& findLines, bool bFocus = false);

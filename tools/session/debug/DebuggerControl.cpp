@@ -217,7 +217,7 @@ CDebugger::EReason CDebugger::StepOnce()
     return Move(OVKCLDEBUG_COMMAND_STEP, {}) ? TakeHits() : EReason::None;
 }
 
-/// From a callee's entry to behind its call.
+/// From a callee's entry to after its call.
 CDebugger::EReason CDebugger::RunOverCall(const CCodeMap::SFunction& callee, const CCodeMap::SFunction* pCaller)
 {
     std::set<unsigned int> calls;

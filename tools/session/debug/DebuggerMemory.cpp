@@ -160,7 +160,7 @@ uint64_t CDebugger::FindAddress(size_t nArgument)
 
 std::string CDebugger::NameAddress(uint64_t nAddress)
 {
-    // Of several buffers the one that begins closest in front; behind its end the address is in none.
+    // Of several buffers the one that begins closest in front; after its end the address is in none.
     std::string strName;
     uint64_t nOffset = ~uint64_t(0);
     for (const SMemory& memory : ListMemory(SSourceType::GlobalSpace))

@@ -8,7 +8,7 @@
 namespace KestrelTool
 {
 
-/// The values of a block of work-items, one behind the other. Places are addresses of 64 bits, or offsets into a
+/// The values of a block of work-items, one after the other. Places are addresses of 64 bits, or offsets into a
 /// variable that has none.
 struct SBlock
 {

@@ -26,7 +26,7 @@ std::optional<CExpressionParser::Node> CExpressionParser::ParseKeyword(const std
         m_vNodes[nNode].bNaN = strWord == "nan";
         return nNode;
     }
-    // A variable may be called count; what counts has a bracket behind it.
+    // A variable may be called count; what counts has a bracket after it.
     const bool bVariable = strWord == "count" && !IsBracketNext() && m_pNames != nullptr &&
                            m_pNames->FindVariable(strWord, false).has_value();
     if (strWord == "any" || strWord == "all" || (strWord == "count" && !bVariable))

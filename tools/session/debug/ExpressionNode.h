@@ -15,7 +15,7 @@ enum class ENode
     Element,     ///< of an argument; the child is the index
     Variable,    ///< of the source: the place of it, or of a part at a fixed offset
     Dereference, ///< the place that a pointer points to
-    Index,       ///< a place, an element's number behind it
+    Index,       ///< a place, an element's number after it
     Member,      ///< of a place or of a value
     Address,     ///< of a place
     Swizzle,     ///< components of a vector
@@ -92,7 +92,7 @@ struct SBoundVariable
     std::vector<bool> vKnown; ///< by byte, where it has no address
 };
 
-/// A node of an expression. Nodes stand in one list, each behind those that it is made of, so that nothing that walks
+/// A node of an expression. Nodes stand in one list, each after those that it is made of, so that nothing that walks
 /// over them has to recurse.
 ///
 /// What a node gives is a value, or the place of one. A place is loaded where bLoad says so, and the value then

@@ -45,7 +45,7 @@ private:
     std::string TakeWord();
     bool IsBracketNext() const;
     const SOperator* TakeOperator(int nLevel);
-    /// "any A && any B": the first any ends in front of an operator behind which the next one begins.
+    /// "any A && any B": the first any ends in front of an operator after which the next one begins.
     bool IsBetweenAggregates(const SOperator& entry) const;
 
     // ---- operators
@@ -112,7 +112,7 @@ private:
     void Close();
     Node ParseNumber();
     Node ParseCharacter();
-    /// The type of an integer, with the letters behind it. As in C, decimal numbers are signed unless they say
+    /// The type of an integer, with the letters after it. As in C, decimal numbers are signed unless they say
     /// otherwise.
     const SSourceType& TakeSuffix(uint64_t nValue, bool bDecimal);
     Node ParseItem();

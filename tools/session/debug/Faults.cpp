@@ -141,7 +141,7 @@ std::string CFaults::NamePlace(const std::vector<SPlatformBuffer>& vBuffers, uin
     uint64_t nOffset = uint64_t(1) << 32;
     for (const SPlatformBuffer& buffer : vBuffers)
     {
-        // A patched copy has buffers of the debugger's behind the kernel's own.
+        // A patched copy has buffers of the debugger's after the kernel's own.
         const bool bOwn = buffer.nArgument < m_vArguments.size();
         if (bOwn && buffer.nAddress <= nAddress && nAddress - buffer.nAddress < nOffset)
         {

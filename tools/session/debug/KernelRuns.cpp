@@ -28,7 +28,7 @@ struct SShared
     Clock::time_point start;
     std::vector<char> vImage;
     bool bRefusing = false;
-    uint64_t nWatched = 0; ///< mappings are kept up to behind this run; 0 for none
+    uint64_t nWatched = 0; ///< mappings are kept up to the end of this run; 0 for none
     std::vector<std::vector<unsigned char>> vReads;
     const SPlatformControl* pControl = nullptr; ///< that counts plain runs; null for none
     cl_uint nArguments = 0;                     ///< of the kernel as it is

@@ -45,7 +45,7 @@ std::set<unsigned int> CLineStepper::FindStops(bool bInto, bool bBack)
     }
     if (pHere != nullptr)
     {
-        // What calls the kernel comes from nowhere: there is nothing to see behind its end.
+        // What calls the kernel comes from nowhere: there is nothing to see after its end.
         std::copy_if(pHere->vCallLines.begin(), pHere->vCallLines.end(), std::inserter(stops, stops.end()),
                      [this](unsigned int nCall) { return !m_Debugger.GetListing().GetPlace(nCall).empty(); });
     }

@@ -20,7 +20,7 @@ public:
     void Next(size_t nTimes, bool bFocus = false);
     /// To a later line of the same function, or of the caller's: not back to a loop's beginning.
     void Until();
-    /// To behind the function's call, inlined or not.
+    /// To after the function's call, inlined or not.
     void Finish();
     void StepBack(size_t nTimes);
     void NextBack(size_t nTimes);

@@ -17,7 +17,7 @@ bool HasPart(const std::string& strText, const char* pszPart)
 
 } // namespace
 
-/// The address is the first source, behind the register or memory that the instruction writes if it names one; what
+/// The address is the first source, after the register or memory that the instruction writes if it names one; what
 /// handles several words adds a second.
 std::vector<SOperand> FindAddressOperands(const CListing& listing, unsigned int nLine)
 {

@@ -79,7 +79,7 @@ const char* NameFilter(uint32_t nFilter);
 ///   device   a device's name, or the beginning of it; the first GPU if missing
 ///   options  build options; "-g" if missing
 ///   global, local, offset   one to three numbers; local and offset may be missing
-///   buffers  buffers of which arguments are parts, so that these may overlap: a list of what stands behind "buffer"
+///   buffers  buffers of which arguments are parts, so that these may overlap: a list of what stands after "buffer"
 ///   args     one object an argument, in order: {"buffer": ...}, {"same": INDEX}, {"value": ...}, {"sub": ...},
 ///            {"local": BYTES}, {"image": ...}, {"sampler": ...}, {"null": "buffer"} or {"null": "image"}
 /// A buffer has type, and count with fill ("zero", "none" for no contents, "iota", {"constant": C}, {"random": SEED}),

@@ -30,7 +30,7 @@ public:
     /// The register that the line's instruction writes, as the debugger names it ("r3", "x1[2]");
     /// empty if it writes none or its index is known only at run time.
     std::string GetWrittenRegister(unsigned int nLine) const;
-    /// The next line with an instruction; NoLine behind the last.
+    /// The next line with an instruction; NoLine after the last.
     unsigned int GetNextInstruction(unsigned int nLine) const;
     /// The line that a debug session executes first: the main body's first instruction, or where
     /// that leads if it is a call.

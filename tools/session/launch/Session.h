@@ -62,7 +62,7 @@ public:
     SRegisterView GetRegister(const std::string& strName) const;
     std::vector<std::string> GetActiveRegisters() const;
     std::string GetLastError() const;
-    /// Private memory of every work-item, nBytes each, one behind the other.
+    /// Private memory of every work-item, nBytes each, one after the other.
     std::vector<unsigned char> GetPrivateMemory(size_t nItems, uint64_t nAddress, size_t nBytes) const;
     /// Global memory from an address on, to nBytes or to where its buffer ends; nothing if no
     /// argument's buffer holds the address.

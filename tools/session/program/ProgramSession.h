@@ -34,7 +34,7 @@ public:
     /// Starts the program and runs it to the first stop, or to its end.
     /// \throws CCommandError if it runs already, or can't be started
     void Run();
-    /// Goes on in the launch that waits, and behind its end with the program.
+    /// Goes on in the launch that waits, and after its end with the program.
     void Continue(size_t nTimes);
     /// Goes on with the program, without a stop in the launch that waits.
     void FinishLaunch();

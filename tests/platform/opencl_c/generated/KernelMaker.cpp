@@ -842,7 +842,7 @@ void CMaker::MakeKernelBody()
     m_bHasLabel = Chance(30);
     if (m_bHasLabel)
     {
-        // A jump must not pass a declaration's initial value that is read behind the label.
+        // A jump must not pass a declaration's initial value that is read after the label.
         Line("{");
         ++m_nIndent;
         Scope(4, 5 + Pick(8));
