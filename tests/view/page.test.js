@@ -73,6 +73,9 @@ test('a session is stepped, looked at and gone back in', () => withView(collatz,
   await page.keyboard.press('Enter');
   await page.waitForFunction(() => document.getElementById('legend').textContent.startsWith('n: blue 12'));
   await page.waitForFunction(() => document.getElementById('statistics').textContent.includes('distinct'));
+  await page.waitForFunction(() => document.getElementById('caption').textContent.startsWith('n from work-item 0 to 7: 12'));
+  // Two stops at line 5: on the way there and back.
+  assert.strictEqual(await page.$eval('#source li:nth-child(5) output', margin => margin.textContent), '2 × 100 %');
   await page.click('[data-command=continue]');
   await status(page, 'line 27:');
 

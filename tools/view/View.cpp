@@ -186,6 +186,8 @@ void CServer::Route()
         });
     Get("/statistics", [this](const httplib::Request& request)
         { return m_Session.GetStatistics(request.get_param_value("expression"), request.has_param("all")); });
+    Get("/row",
+        [this](const httplib::Request& request) { return m_Session.GetRow(request.get_param_value("expression")); });
     Post("/command",
          [this](const httplib::Request& request)
          {

@@ -246,6 +246,19 @@ json CViewSession::GetStatistics(const std::string& strExpression, bool bAll)
         });
 }
 
+json CViewSession::GetRow(const std::string& strExpression)
+{
+    const size_t nMost = 4096;
+    return Ask(
+        [=, this]
+        {
+            CDebugger& debugger = m_pDebuggee->RequireStop();
+            CExpression expression(strExpression, &debugger);
+            GuessType(debugger, expression, debugger.GetSettings().eFormat);
+            return ViewRow(debugger, expression, nMost);
+        });
+}
+
 json CViewSession::GetSource()
 {
     return Ask(
@@ -282,6 +295,31 @@ json CViewSession::ListVariables(CDebugger& debugger)
     return list;
 }
 
+void CViewSession::CountVisit(const json& stop)
+{
+    CDebugger* const pDebugger = m_pDebuggee->Find();
+    if (pDebugger == nullptr)
+    {
+        return;
+    }
+    const std::optional<SSourceLine> place = pDebugger->GetSourceLine();
+    SVisits& visits = place ? m_mapVisits[place->strFile][place->nLine] : m_mapVisits[std::string()][stop["line"]];
+    ++visits.nStops;
+    visits.fShares += stop["count"].get<double>() / stop["items"].get<double>();
+}
+
+/// Line, stops there, and the mean share of work-items that were active at them.
+json CViewSession::ListVisits(const std::string& strFile) const
+{
+    json list = json::array();
+    const auto it = m_mapVisits.find(strFile);
+    for (const auto& line : it != m_mapVisits.end() ? it->second : std::map<unsigned int, SVisits>())
+    {
+        list.push_back({line.first, line.second.nStops, line.second.fShares / static_cast<double>(line.second.nStops)});
+    }
+    return list;
+}
+
 json CViewSession::DescribeStop(CDebugger& debugger)
 {
     const std::optional<SSourceLine> place = debugger.GetSourceLine();
@@ -292,7 +330,8 @@ json CViewSession::DescribeStop(CDebugger& debugger)
                   {"function", debugger.GetFrames().front().strFunction},
                   {"active", debugger.CountActive()},
                   {"focus", ViewItem(debugger, debugger.GetFocus())},
-                  {"variables", ListVariables(debugger)}};
+                  {"variables", ListVariables(debugger)},
+                  {"visits", ListVisits(place ? place->strFile : std::string())}};
     return state;
 }
 
@@ -304,6 +343,7 @@ void CViewSession::Publish()
     {
         state["kernel"] = pDebugger->GetLaunch().GetFile().strKernel;
         state["items"] = pDebugger->GetExtent().Count();
+        state["local"] = pDebugger->GetExtent().nLocal;
         state["live"] = pDebugger->IsLive();
         try
         {
@@ -344,6 +384,11 @@ void CViewSession::OnEvent(const json& event)
     if (event["event"] == "stopped")
     {
         m_Stop = event;
+        CountVisit(event);
+    }
+    if (event["event"] == "started" || event["event"] == "launch")
+    {
+        m_mapVisits.clear();
     }
     Print(m_pDebuggee->GetConsole().Render(event));
 }

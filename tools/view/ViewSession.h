@@ -7,6 +7,7 @@
 #include <deque>
 #include <functional>
 #include <future>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -33,6 +34,8 @@ public:
     /// highest.
     nlohmann::json GetCells(const std::string& strExpression, bool bAll, size_t nWidth, size_t nHeight);
     nlohmann::json GetStatistics(const std::string& strExpression, bool bAll);
+    /// An expression's values along the row in x of the work-item in focus, as ViewRow has them.
+    nlohmann::json GetRow(const std::string& strExpression);
     /// The file that the stop is in, line by line; the kernel's IL where there is no source.
     nlohmann::json GetSource();
 
@@ -43,18 +46,28 @@ public:
     void Pause();
 
 private:
+    /// Stops at a line.
+    struct SVisits
+    {
+        uint64_t nStops = 0;
+        double fShares = 0; ///< sum of the shares of work-items that were active
+    };
+
     nlohmann::json Ask(std::function<nlohmann::json()> job);
     void Perform(const std::function<void()>& move);
     void Publish();
     void Print(const std::string& strText);
     nlohmann::json DescribeStop(CDebugger& debugger);
     nlohmann::json ListVariables(CDebugger& debugger);
+    void CountVisit(const nlohmann::json& stop);
+    nlohmann::json ListVisits(const std::string& strFile) const;
 
     void OnEvent(const nlohmann::json& event) override;
     void OnProgress(const std::string& strText) override;
 
     std::unique_ptr<CDebuggee> m_pDebuggee;
-    nlohmann::json m_Stop; ///< the last event "stopped"
+    nlohmann::json m_Stop;                                              ///< the last event "stopped"
+    std::map<std::string, std::map<unsigned int, SVisits>> m_mapVisits; ///< of this launch, by file and line
 
     std::mutex m_Mutex;
     std::condition_variable m_Changed;

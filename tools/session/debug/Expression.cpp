@@ -129,6 +129,11 @@ void CExpression::RequireValue(size_t nLane) const
     m_pEvaluator->RequireValue(m_vNodes, m_pEvaluator->GetLast(), nLane);
 }
 
+bool CExpression::HasValue(size_t nLane) const
+{
+    return !m_pEvaluator->GetLast().bad[nLane];
+}
+
 bool CExpression::HasAllValues(size_t nCount) const
 {
     return m_pEvaluator->HasAll(nCount);

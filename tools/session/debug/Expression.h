@@ -74,6 +74,8 @@ public:
     void RequireValue(size_t nLane) const;
     /// Whether none of the first values of the last Evaluate asks for what isn't there.
     bool HasAllValues(size_t nCount) const;
+    /// The same of one of them.
+    bool HasValue(size_t nLane) const;
     /// The value for one work-item, as text.
     std::string Format(size_t nItem, bool bHex);
     /// The value for one work-item.

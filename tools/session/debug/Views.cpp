@@ -243,6 +243,33 @@ json ViewGrid(CDebugger& debugger, CExpression& expression, bool bAll, size_t nW
     return view;
 }
 
+json ViewRow(CDebugger& debugger, CExpression& expression, size_t nMost)
+{
+    expression.Bind(debugger);
+    const size_t nWidth = debugger.GetExtent().nGlobal[0];
+    const size_t nFocus = debugger.GetFocus();
+    const size_t nCount = std::min(nWidth, nMost);
+    const size_t nInRow = nFocus % nWidth;
+    const size_t nBegin = std::min(nInRow - std::min(nInRow, nCount / 2), nWidth - nCount);
+    const size_t nFirst = nFocus - nInRow + nBegin;
+    json values = json::array();
+    double block[CExpression::BlockSize];
+    for (size_t nDone = 0; nDone < nCount; nDone += CExpression::BlockSize)
+    {
+        const size_t nHere = std::min(CExpression::BlockSize, nCount - nDone);
+        expression.Evaluate(nFirst + nDone, nHere, block);
+        for (size_t n = 0; n < nHere; ++n)
+        {
+            values.push_back(expression.HasValue(n) ? ToJson(block[n]) : json());
+        }
+    }
+    return {{"view", "row"},
+            {"expression", expression.GetText()},
+            {"first", nFirst},
+            {"focus", nFocus - nFirst},
+            {"values", values}};
+}
+
 json ViewStatistics(CDebugger& debugger, CExpression& expression, bool bAll)
 {
     expression.Bind(debugger);

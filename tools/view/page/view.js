@@ -76,6 +76,7 @@ function draw() {
   context.imageSmoothingEnabled = false;
   const size = scale();
   context.drawImage(image, view.x, view.y, image.width * size, image.height * size);
+  drawBorders(context, size);
   const focus = state.stop?.focus.item;
   if (picture !== undefined && focus !== undefined) {
     const [column, row] = findCell(focus);
@@ -83,6 +84,69 @@ function draw() {
     context.strokeStyle = getComputedStyle(document.body).color;
     context.strokeRect(view.x + column * size, view.y + row * size, Math.max(4, size), Math.max(4, size));
   }
+}
+
+/// Lines between work-groups, where they are far enough from each other to be told apart.
+function drawBorders(context, size) {
+  if (picture === undefined || !element('borders').checked || state.local === undefined) {
+    return;
+  }
+  const [across, down] = [state.local[0] / picture.cell[0], state.local[1] / picture.cell[1]];
+  context.lineWidth = 1;
+  context.strokeStyle = '#8888';
+  context.beginPath();
+  if (picture.wrapped) {
+    // Where a row of cells goes on in the next one groups begin anywhere.
+    for (let cell = 0; across * size >= 8 && cell < picture.columns * picture.rows; cell += across) {
+      const [x, y] = [view.x + cell % picture.columns * size, view.y + Math.floor(cell / picture.columns) * size];
+      context.moveTo(x, y);
+      context.lineTo(x, y + size);
+    }
+  } else {
+    const [width, height] = [image.width * size, image.height * size];
+    for (let x = 0; across * size >= 8 && x <= width; x += across * size) {
+      context.moveTo(view.x + x, view.y);
+      context.lineTo(view.x + x, view.y + height);
+    }
+    for (let y = 0; down * size >= 8 && y <= height; y += down * size) {
+      context.moveTo(view.x, view.y + y);
+      context.lineTo(view.x + width, view.y + y);
+    }
+  }
+  context.stroke();
+}
+
+/// The expression along the row of the work-item in focus, which a bar marks.
+function plotRow(row) {
+  const numbers = row.values.map(value => (typeof value === 'number' ? value : NaN));
+  const known = numbers.filter(Number.isFinite);
+  element('row').hidden = known.length < 2;
+  if (known.length < 2) {
+    return;
+  }
+  const [low, high] = known.reduce(([least, most], n) => [Math.min(least, n), Math.max(most, n)], [Infinity, -Infinity]);
+  const plot = element('plot');
+  plot.width = plot.clientWidth * devicePixelRatio;
+  plot.height = plot.clientHeight * devicePixelRatio;
+  const context = plot.getContext('2d');
+  const x = n => 2 + n * (plot.width - 4) / (numbers.length - 1);
+  const y = value => plot.height - 4 - (high > low ? (value - low) / (high - low) : 0.5) * (plot.height - 8);
+  context.strokeStyle = '#8888';
+  context.strokeRect(x(row.focus), 0, 1, plot.height);
+  context.strokeStyle = context.fillStyle = 'rgb(230, 120, 30)';
+  context.beginPath();
+  let open = false; // whether the value before has a place
+  numbers.forEach((value, n) => {
+    if (Number.isFinite(value)) {
+      open ? context.lineTo(x(n), y(value)) : context.moveTo(x(n), y(value));
+      context.fillRect(x(n) - 1, y(value) - 1, 2, 2);
+    }
+    open = Number.isFinite(value);
+  });
+  context.stroke();
+  const last = row.first + numbers.length - 1;
+  element('caption').textContent = `${row.expression} from work-item ${row.first} to ${last}: ${round(low)} to ${round(high)}`;
+  plot.setAttribute('aria-label', element('caption').textContent);
 }
 
 /// The cell of a work-item: where it is in rows of cells.
@@ -161,9 +225,13 @@ async function refreshPicture() {
     paint();
     draw();
     element('statistics').replaceChildren();
+    element('row').hidden = true;
     if (expression !== '') {
       const found = await ask(`statistics?${query}`);
       showStatistics(found);
+      const row = await ask(`row?${new URLSearchParams({ expression })}`);
+      element('row').hidden = false; // a plot has its size when it is seen
+      plotRow(row);
     }
   } catch (error) {
     complain(error);
@@ -181,10 +249,20 @@ async function refreshSource() {
       number.textContent = n + file.first;
       number.title = 'a breakpoint here';
       number.addEventListener('click', () => command(`break ${n + file.first}`));
-      line.append(number, document.createElement('span'));
+      line.append(number, document.createElement('output'), document.createElement('span'));
       line.lastChild.textContent = text;
       return line;
     }));
+  }
+  for (const margin of list.querySelectorAll('output')) {
+    margin.textContent = '';
+  }
+  for (const [line, stops, share] of state.stop.visits) {
+    const margin = list.children[line - file.first]?.querySelector('output');
+    if (margin) {
+      margin.textContent = `${stops} × ${Math.round(100 * share)} %`;
+      margin.title = `${stops} stops, ${round(100 * share)} % of the work-items active at them`;
+    }
   }
   list.querySelector('.here')?.classList.remove('here');
   const here = list.children[state.stop.line - file.first];
@@ -238,6 +316,7 @@ for (const button of document.querySelectorAll('[data-command]')) {
 element('pause').addEventListener('click', () => ask('pause', ''));
 element('form').addEventListener('submit', event => event.preventDefault());
 element('form').addEventListener('change', refreshPicture);
+element('borders').addEventListener('change', draw);
 element('console').addEventListener('submit', event => {
   event.preventDefault();
   command(element('command').value.trim());
