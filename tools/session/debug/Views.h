@@ -14,8 +14,8 @@ namespace KestrelTool
 nlohmann::json ViewMask(CDebugger& debugger, size_t nWidth, size_t nHeight);
 /// An expression's values, averaged over a cell; null where nobody is, "nan" where one is a NaN.
 nlohmann::json ViewGrid(CDebugger& debugger, CExpression& expression, bool bAll, size_t nWidth, size_t nHeight);
-/// An expression's values for the work-items of the row in x that the one in focus is in, at most so many around it; null
-/// where there is none.
+/// An expression's values for the work-items of the row in x that the one in focus is in, at most so many around it;
+/// null where there is none.
 nlohmann::json ViewRow(CDebugger& debugger, CExpression& expression, size_t nMost);
 nlohmann::json ViewStatistics(CDebugger& debugger, CExpression& expression, bool bAll);
 /// The work-items for which an expression holds, neighbours in x made one range.
