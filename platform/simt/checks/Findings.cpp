@@ -75,7 +75,14 @@ SPlatformFinding MakeFinding(EPlatformFinding eKind, uint32_t nInstruction, uint
     return finding;
 }
 
-void CFindings::Add(const SPlatformFinding& found)
+void CFindings::Add(const SPlatformFinding& finding)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    Put(finding);
+}
+
+/// With the lock held.
+void CFindings::Put(const SPlatformFinding& found)
 {
     const SPlatformFinding finding = PutInOrder(found);
     const Key key(finding.nInstruction, finding.nKind, finding.nOther, finding.nMemory, finding.bWrite, finding.nFault);
@@ -96,7 +103,7 @@ void CFindings::AddAll(const CFindings& other)
     const std::lock_guard<std::mutex> lock(m_Mutex);
     for (const auto& [key, finding] : other.m_mapByPlace)
     {
-        Add(finding);
+        Put(finding);
     }
     m_bCut = m_bCut || other.m_bCut;
 }

@@ -19,9 +19,9 @@ SPlatformFinding MakeFinding(EPlatformFinding eKind, uint32_t nInstruction, uint
 class CFindings
 {
 public:
-    /// Throws std::bad_alloc.
+    // Any thread may add. Both throw std::bad_alloc.
     void Add(const SPlatformFinding& finding);
-    /// The same from any thread.
+    /// Nobody may add to the other one meanwhile.
     void AddAll(const CFindings& other);
     /// By instruction.
     std::vector<SPlatformFinding> List() const;
@@ -29,6 +29,8 @@ public:
     bool IsCut() const { return m_bCut; }
 
 private:
+    void Put(const SPlatformFinding& found);
+
     typedef std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, int32_t, uint32_t> Key;
 
     std::mutex m_Mutex;
