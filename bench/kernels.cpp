@@ -242,8 +242,9 @@ void ReportInstructions(CReport& report)
             report.Add(strCount + "assemble and decode over 1000", Scaled(vTenfold, 10), 10);
         }
         report.Add(strCount + "ns an instruction to convert", Scaled(times.vConvert, 1e9 / nInstructions), 0);
-        report.Add(strCount + "ns an instruction and block to run",
-                   Scaled(times.vRun, 1e9 / nInstructions / ((1 << 14) / s_nLanes)), 0);
+        const uint32_t nBlocks = (1u << 14) / s_nLanes;
+        report.Add(strCount + "ns an instruction and block to run", Scaled(times.vRun, 1e9 / nInstructions / nBlocks),
+                   0);
     }
 }
 

@@ -142,7 +142,9 @@ uint32_t ReadPlaces(SPlatformPlace* pPlaces, uint32_t nPlaces)
 void ReadCheckLimits(SPlatformCheckLimits* pLimits)
 {
     if (pLimits)
+    {
         *pLimits = Runtime::GetCheckLimits();
+    }
 }
 
 void ResetAll()

@@ -293,7 +293,9 @@ TEST(Back, AStopThatARunWalkedOverKeepsWhatItShowsFromThenOn)
     // Every other stop shows r3 as an earlier instruction left it.
     std::string strBody = "mov r3.x, r0.x\nmov r4.x, r0.x\n";
     for (int n = 0; n < 5; ++n)
+    {
         strBody += "iadd r3.x, r3.x, l0.y\nmov r4.x, r3.x\n";
+    }
     CLaunch launch(GetLibraries(), MakeSmallKernel(strBody));
     const auto step = OVKCLDEBUG_COMMAND_STEP;
     const auto back = OVKCLDEBUG_COMMAND_EXT_STEP_BACK;
@@ -305,7 +307,9 @@ TEST(Back, AStopThatARunWalkedOverKeepsWhatItShowsFromThenOn)
                            {
                                const SRegisterView values = session.GetRegister("r3");
                                if (values.pWords == nullptr)
+                               {
                                    return OVKCLDEBUG_COMMAND_STEP;
+                               }
                                vValues.push_back(values.pWords[0]);
                                if (vValues.size() == 1)
                                {
@@ -330,7 +334,9 @@ TEST(Back, FindsTheLastVisitOfEachLineThatARunPassedOver)
     {
         unsigned int nLine = 0;
         while (session.GetListing().GetLine(nLine) != strLine)
+        {
             ++nLine;
+        }
         return nLine;
     };
     const struct

@@ -90,7 +90,9 @@ bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned 
     {
         // Of writes the last one counts.
         if (nValues != 0)
+        {
             std::memcpy(m_vData.data() + pSame->nData, pValues, nValues);
+        }
         std::rotate(pSame, pSame + 1, m_vKept[row.eKind].data() + m_vKept[row.eKind].size());
         return true;
     }

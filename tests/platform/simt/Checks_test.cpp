@@ -122,7 +122,9 @@ TEST(Checks, SayWhereTheyDontLookForRaces)
     {
         std::string strText = std::string(IndexLines());
         for (uint32_t n = 0; n < nAccesses; ++n)
+        {
             strText += "uav_raw_store_id(11) mem0.x, cb1[0].x, r100.x\n";
+        }
         CKernelRun run(strText, std::string(IndexLiterals()) + "dcl_raw_uav_id(11)\n");
         run.SetSize(4, 2);
         run.vOutput.assign(4, 0);

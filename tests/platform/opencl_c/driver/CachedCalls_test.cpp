@@ -29,7 +29,7 @@ bool IsCompilerLoaded()
 
 CProgramHandle Compile(COpenCLDevice& device, const char* pszSource, const char* pszOptions = "")
 {
-    const CProgramHandle program = FromSource(device, pszSource);
+    CProgramHandle program = FromSource(device, pszSource);
     EXPECT_EQ(device.cl.clCompileProgram(program.Get(), 0, nullptr, pszOptions, 0, nullptr, nullptr, nullptr, nullptr),
               CL_SUCCESS);
     return program;

@@ -31,7 +31,7 @@ protected:
         const CProgramHandle header = FromSource(m_device, s_pszHeader);
         const cl_program headers[] = {header.Get()};
         const char* names[] = {"inc/api.h"};
-        const CProgramHandle program = FromSource(m_device, strSource);
+        CProgramHandle program = FromSource(m_device, strSource);
         EXPECT_EQ(
             m_device.cl.clCompileProgram(program.Get(), 0, nullptr, pszOptions, 1, headers, names, nullptr, nullptr),
             CL_SUCCESS)
@@ -47,9 +47,9 @@ protected:
             vInputs.push_back(program.Get());
         }
         cl_int nCode = -1;
-        const CProgramHandle linked(m_device.cl.clLinkProgram(m_device.m_context, 0, nullptr, pszOptions,
-                                                              static_cast<cl_uint>(vInputs.size()), vInputs.data(),
-                                                              nullptr, nullptr, &nCode));
+        CProgramHandle linked(m_device.cl.clLinkProgram(m_device.m_context, 0, nullptr, pszOptions,
+                                                        static_cast<cl_uint>(vInputs.size()), vInputs.data(), nullptr,
+                                                        nullptr, &nCode));
         EXPECT_EQ(nCode, nExpected) << (linked.Get() ? LogOf(m_device, linked) : "");
         return linked;
     }

@@ -182,7 +182,8 @@ TEST_P(ImageKernels, MandelbrotSetWithColours)
     std::vector<cl_int> vWanted;
     for (int n = 0; n < nWidth * nHeight; ++n)
     {
-        const float cx = centre.x + 0.125f * (n % nWidth - 16.0f), cy = centre.y + 0.125f * (n / nWidth - 8.0f);
+        const int nRow = n / nWidth;
+        const float cx = centre.x + 0.125f * (n % nWidth - 16.0f), cy = centre.y + 0.125f * (nRow - 8.0f);
         float x = 0, y = 0;
         cl_int nPasses = 0;
         for (; nPasses < nLimit && x * x + y * y < 4; ++nPasses)
@@ -230,7 +231,8 @@ TEST_P(ImageKernels, SpheresByMarchingRays)
     int nClear = 0;
     for (int n = 0; n < nSide * nSide; ++n)
     {
-        const double dx = (n % nSide - 0.5 * nSide) / nSide, dy = (0.5 * nSide - n / nSide) / nSide;
+        const int nRow = n / nSide;
+        const double dx = (n % nSide - 0.5 * nSide) / nSide, dy = (0.5 * nSide - nRow) / nSide;
         const double fLength = std::sqrt(dx * dx + dy * dy + 1);
         const double direction[3] = {dx / fLength, dy / fLength, 1 / fLength};
         double fNearest = direction[1] < 0 ? -1 / direction[1] : INFINITY;
