@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -444,6 +446,58 @@ TEST_F(ThreadsPrompt, SignalsAtAnyMomentEndNothingElse)
                 << terminal.GetEndingSignal();
         }
     }
+}
+
+/// What a session prints into a pipe that nobody empties at first.
+/// \param bInterrupt  whether it is interrupted while it waits there
+std::string PrintIntoFullPipe(const std::string& strLaunch, bool bInterrupt)
+{
+    int input[2];
+    int output[2];
+    EXPECT_EQ(pipe2(input, O_CLOEXEC) | pipe2(output, O_CLOEXEC), 0);
+    const int nRoom = fcntl(output[1], F_SETPIPE_SZ, 4096);
+    const pid_t nChild = fork();
+    if (nChild == 0)
+    {
+        dup2(input[0], STDIN_FILENO);
+        dup2(output[1], STDOUT_FILENO);
+        setenv("KESTREL_HISTORY", "", 1);
+        execl(s_strKestrel.c_str(), "kestrel", "debug", "-q", strLaunch.c_str(), nullptr);
+        _exit(127);
+    }
+    close(output[1]);
+    const std::string strCommands = "help\nhelp\nhelp\nhelp\nquit\n";
+    EXPECT_EQ(write(input[1], strCommands.data(), strCommands.size()), static_cast<ssize_t>(strCommands.size()));
+    int nWaiting = 0;
+    for (int nTries = 0; nTries < 1000 && nWaiting < nRoom; ++nTries)
+    {
+        usleep(10000);
+        ioctl(output[0], FIONREAD, &nWaiting);
+    }
+    usleep(50000); // until the next piece is to be written
+    kill(nChild, bInterrupt ? SIGINT : 0);
+    usleep(50000);
+    std::string strText;
+    char piece[4096];
+    for (ssize_t nRead = 0; (nRead = read(output[0], piece, sizeof(piece))) > 0;)
+    {
+        strText.append(piece, static_cast<size_t>(nRead));
+    }
+    int nStatus = 0;
+    waitpid(nChild, &nStatus, 0);
+    EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0) << nStatus;
+    for (const int nFile : {input[0], input[1], output[0]})
+    {
+        close(nFile);
+    }
+    return strText;
+}
+
+TEST_F(Prompt, LosesNothingThatAnInterruptMeetsOnItsWay)
+{
+    const std::string strWhole = PrintIntoFullPipe(m_strNestedIf, false);
+    EXPECT_GT(strWhole.size(), 10000u);
+    EXPECT_EQ(PrintIntoFullPipe(m_strNestedIf, true), strWhole);
 }
 
 TEST_F(Prompt, KeepsNoHistoryInWhatIsNoFile)

@@ -400,6 +400,8 @@ int main(int argc, char** argv)
 {
     HoldStandardDescriptors();
     std::signal(SIGXFSZ, SIG_IGN); // a file that may grow no more is an error like others
+    // Its own buffers go on writing after a signal; those of C take that for a failure, and lose the text.
+    std::ios::sync_with_stdio(false);
     const CVisibleStream output(std::cout);
     const CVisibleStream errors(std::cerr);
     return CheckOutput(RunCommandLine(argc, argv));

@@ -175,6 +175,7 @@ std::optional<std::string> CPrompt::ReadLine()
         const char* pszLine = el_gets(m_pEdit, &nLength);
         if (pszLine == nullptr && nLength == -1 && errno == EINTR)
         {
+            std::clearerr(stdout); // what the line editor couldn't write is drawn anew
             std::cout << std::endl;
             el_reset(m_pEdit);
             continue;
