@@ -2,24 +2,18 @@
 
 #include "tools/layer/Complaints.h"
 #include "tools/layer/Connection.h"
-#include "tools/layer/LaunchCapture.h"
+#include "tools/layer/Launches.h"
 #include "tools/layer/Queries.h"
 
 #include <CL/cl_layer.h>
-#include <nlohmann/json.hpp>
 
-#include <atomic>
-#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <new>
-#include <utility>
 #include <vector>
 
 namespace KestrelLayer
 {
-
-using nlohmann::json;
 
 namespace
 {
@@ -372,111 +366,14 @@ KESTREL_BESIDE(EnqueueCopyImageToBuffer,
 
 // ---------------------------------------------------------------------------------------- launches
 
-/// Counts the process's launches, and those of each kernel by its name.
-class CLaunchCount
-{
-public:
-    struct SCount
-    {
-        uint64_t nNumber;
-        uint64_t nTurn;
-    };
-
-    SCount Next(const std::string& strKernel)
-    {
-        const std::lock_guard<std::mutex> lock(m_Lock);
-        return {++m_nLaunches, ++m_mapTurns[strKernel]};
-    }
-
-    static CLaunchCount& Get()
-    {
-        static CLaunchCount* const s_pCount = new CLaunchCount;
-        return *s_pCount;
-    }
-
-private:
-    std::mutex m_Lock;
-    uint64_t m_nLaunches = 0;
-    std::unordered_map<std::string, uint64_t> m_mapTurns;
-};
-
-/// JSON text by hand: most launches are never looked at, and each is told of.
-std::string DescribeLaunch(const SKernel& kernel, const CLaunchCount::SCount& count, const SLaunchCall& call)
-{
-    static const auto s_Begin = std::chrono::steady_clock::now();
-    const auto passed = std::chrono::steady_clock::now() - s_Begin;
-    std::string strText = "{\"what\":\"launch\"";
-    const auto append = [&](const char* pszName, uint64_t nValue)
-    { strText.append(",\"").append(pszName).append("\":").append(std::to_string(nValue)); };
-    append("number", count.nNumber);
-    append("turn", count.nTurn);
-    append("kernel", kernel.nId);
-    append("microseconds",
-           static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(passed).count()));
-    const std::pair<const char*, const size_t*> sizes[] = {
-        {"global", call.pGlobal}, {"local", call.pLocal}, {"offset", call.pOffset}};
-    for (const auto& [pszName, pSizes] : sizes)
-    {
-        strText.append(",\"").append(pszName).append("\":");
-        pSizes != nullptr ? AppendNumbers(pSizes, call.nDimensions, strText) : void(strText += "null");
-    }
-    strText += ",\"arguments\":";
-    AppendArguments(kernel, strText);
-    return strText += '}';
-}
-
-/// Tells of a launch, and waits with it for the debugger if that wants it.
-/// \return its number; 0 if it hasn't got one
-uint64_t NoteLaunch(cl_kernel object, const SLaunchCall& call)
-{
-    const bool bSizes = call.pGlobal != nullptr && call.nDimensions >= 1 && call.nDimensions <= 3;
-    const std::shared_ptr<const SKernel> pKernel = bSizes ? CObjects::Get().FindKernel(object) : nullptr;
-    if (pKernel == nullptr)
-    {
-        return 0; // the runtime will say what is wrong with it
-    }
-    const CLaunchCount::SCount count = CLaunchCount::Get().Next(pKernel->strName);
-    const std::string strLaunch = DescribeLaunch(*pKernel, count, call);
-    CConnection& connection = CConnection::Get();
-    if (connection.Wants(pKernel->strName, pKernel->nProgram, count.nNumber, count.nTurn))
-    {
-        json header = json::parse(strLaunch);
-        std::vector<unsigned char> vBlob;
-        header["what"] = "stop";
-        CaptureContents(object, *pKernel, call, header, vBlob);
-        connection.Ask(header, vBlob);
-    }
-    else
-    {
-        connection.Tell(strLaunch);
-    }
-    return count.nNumber;
-}
-
 /// Launches a kernel as the program does, beside what there is to tell of it.
 template <typename Enqueue>
 cl_int Launch(cl_kernel object, const SLaunchCall& call, Enqueue enqueue)
 {
-    uint64_t nNumber = 0;
-    Quietly([&] { nNumber = NoteLaunch(object, call); });
+    SNotedLaunch launch;
+    Quietly([&] { launch = NoteLaunch(object, call); });
     const cl_int nCode = enqueue();
-    if (nNumber == 0)
-    {
-        return nCode;
-    }
-    Quietly(
-        [&]
-        {
-            const std::shared_ptr<const SKernel> pKernel = CObjects::Get().FindKernel(object);
-            if (pKernel != nullptr && nCode == CL_SUCCESS)
-            {
-                CObjects::Get().NoteLaunched(*pKernel);
-            }
-            else if (pKernel != nullptr)
-            {
-                TellRefusedLaunch(*pKernel, nNumber, nCode);
-            }
-        });
+    Quietly([&] { NoteOutcome(launch, nCode); });
     return nCode;
 }
 
