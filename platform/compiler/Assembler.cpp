@@ -17,14 +17,14 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Somewhat less than the usual text has.
+/// A little less than in a usual text.
 const size_t s_nCharactersPerWord = 3;
 
-/// What was assembled last. What a line means follows from the line, and whether the header or a macro's
-/// beginning stands in front of it.
+/// The text that was assembled last. What a line becomes depends on the line, and on whether the header or the start of
+/// a macro stands before it.
 CLastConversionKeeper<char, uint32_t> s_LastText;
 
-/// Assembles one text. An object serves one call.
+/// Assembles one text. Each object serves one call.
 class CAssembler
 {
 public:
@@ -95,7 +95,7 @@ bool CAssembler::Assemble(std::string_view text, std::vector<uint32_t>* pvLines)
     return true;
 }
 
-/// Takes over the tokens of the lines that stand at the beginning of the last text, too. Gives where the others begin.
+/// Takes over the tokens of the leading lines that the last text has too. Gives where the other lines begin.
 size_t CAssembler::BeginLikeLast(std::string_view text)
 {
     const auto* pFirst = m_Last.Begin(text.data(), text.size());
@@ -109,7 +109,7 @@ size_t CAssembler::BeginLikeLast(std::string_view text)
     return pFirst->nIn;
 }
 
-/// Takes over the tokens of all other lines, if those are the last ones of the last text, too.
+/// Takes over the tokens of all remaining lines if the last text ends with them too.
 bool CAssembler::EndLikeLast(size_t nPosition)
 {
     const uint32_t* const pRest = m_Last.Rest(nPosition, m_vTokens.size(), GetState());
@@ -118,7 +118,7 @@ bool CAssembler::EndLikeLast(size_t nPosition)
         return false;
     }
     m_vTokens.insert(m_vTokens.end(), pRest, m_Last.MadeEnd());
-    // Only what is complete is remembered.
+    // Only complete texts are kept, so this one has its header.
     m_bHeader = true;
     return true;
 }
@@ -179,7 +179,7 @@ bool CAssembler::AssembleLine(std::string_view line)
 
 void CAssembler::AppendComment(std::string_view text)
 {
-    // In front of the opening line only macros have a place in a stream.
+    // Before the opening line a stream may hold macros only.
     if (!m_bHeader && !m_bMacro)
     {
         return;

@@ -10,7 +10,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// What an option without a value does besides being taken.
+/// An option without a value: who else takes it, and which flag it sets.
 struct SPlainOption
 {
     std::string_view name;
@@ -33,7 +33,7 @@ const SPlainOption s_PlainOptions[] = {
     {"-cl-single-precision-constant", true, false, nullptr},
     {"-cl-opt-disable", false, false, &SBuildOptions::bOptDisable},
     {"-cl-mad-enable", true, false, &SBuildOptions::bMultiplyAdd},
-    {"-cl-denorms-are-zero", false, true, nullptr}, // a hint; the devices are as quick with denormals
+    {"-cl-denorms-are-zero", false, true, nullptr}, // a hint; denormals cost the devices no time
     {"-cl-fp32-correctly-rounded-divide-sqrt", true, false, nullptr},
     {"-cl-no-signed-zeros", true, true, nullptr},
     {"-cl-finite-math-only", true, true, nullptr},
@@ -44,7 +44,7 @@ const SPlainOption s_PlainOptions[] = {
 const std::string_view s_JustKernel = "-just-kernel=";
 const std::string_view s_OptionBlanks = " \t\r\n\v\f";
 
-/// The next word of a text, unquoted; none at its end.
+/// Takes the next word of a text, without its quotes; none at the end.
 std::optional<std::string> TakeWord(std::string_view& text)
 {
     const size_t nStart = text.find_first_not_of(s_OptionBlanks);
@@ -166,7 +166,7 @@ bool ParseLinkOptions(const std::string& strOptions, SBuildOptions& options, std
         }
     }
     strUnknown = "-enable-link-options";
-    return !bEnable || options.bCreateLibrary; // what a library's programs may do is said when it is made
+    return !bEnable || options.bCreateLibrary; // a library's link says what links with it may change
 }
 
 } // namespace KestrelPlatform

@@ -7,7 +7,7 @@
 namespace KestrelPlatform
 {
 
-/// FNV-1a over 64 bits, which may go on from an earlier one.
+/// FNV-1a over 64 bits; nHash continues an earlier one.
 inline uint64_t HashBytes(std::string_view bytes, uint64_t nHash = 14695981039346656037u)
 {
     for (const char c : bytes)

@@ -6,7 +6,7 @@
 namespace KestrelPlatform
 {
 
-/// What a character of an IL text can be part of; bits.
+/// What a character of an IL text can be part of, as bits.
 enum ECharClass : uint8_t
 {
     CharLetter = 1,
@@ -15,7 +15,7 @@ enum ECharClass : uint8_t
     CharOperandPart = 8 ///< opens a part of an operand after its register
 };
 
-/// The classes of each character. Those of the character 0 are none.
+/// The classes of each character. The character 0 has none.
 class CCharClasses
 {
 public:

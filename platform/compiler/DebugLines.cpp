@@ -8,7 +8,7 @@ namespace KestrelPlatform
 namespace
 {
 
-// The operations of line number programs, by section 6.2.5 of the standard.
+// The opcodes of line number programs (section 6.2.5 of the standard).
 enum EOperation : uint8_t
 {
     Extended = 0,
@@ -30,7 +30,7 @@ enum EExtendedOperation : uint8_t
 
 const unsigned int s_nDwarfVersion = 4;
 
-/// Numbers and texts, up to the end: after it everything is 0.
+/// Reads numbers and strings. Past the end everything reads as 0.
 class CLineReader
 {
 public:
@@ -116,7 +116,7 @@ public:
         }
         CLineReader header(reader.Take(reader.Number(4)));
         m_nStep = header.Number(1);
-        header.Number(2); // operations in one, and whether rows begin statements
+        header.Number(2); // operations per instruction, and whether rows begin statements
         const uint64_t nLineBase = header.Number(1);
         m_nLineBase = static_cast<int64_t>(nLineBase ^ 0x80) - 0x80; // a signed byte
         m_nLineRange = header.Number(1);
@@ -213,7 +213,7 @@ private:
         }
     }
 
-    /// The row before holds up to this one.
+    /// The previous row covers the addresses up to this one.
     void EmitRow()
     {
         if (m_bLast && m_nWanted >= m_Last.nAddress && m_nWanted < m_Row.nAddress)

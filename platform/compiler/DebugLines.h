@@ -11,8 +11,8 @@ namespace KestrelPlatform
 /// The section that a program's CDebugLines is made of.
 const std::string_view s_LineSection = ".debug_line";
 
-/// Names the source's lines for lines of IL text, out of the section `.debug_line` of a program (DWARF 4, section 6.2).
-/// Trusts nothing of the section. Reads it when it is asked: only faults ask.
+/// Finds the source line of a line of IL text, from a program's `.debug_line` section (DWARF 4, section 6.2). Trusts
+/// nothing in the section, and reads it only when asked, which only faults do.
 class CDebugLines
 {
 public:

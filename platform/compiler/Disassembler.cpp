@@ -15,14 +15,14 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Somewhat more than the usual text has.
+/// A little more than in a usual text.
 const size_t s_nCharactersPerToken = 4;
 
-/// What was disassembled last, its pieces the items after the header. An item's text follows from the item,
-/// and whether the line in front of it is a joining comment.
+/// The stream that was disassembled last; its pieces are the items after the header. An item's text depends on the
+/// item, and on whether the line before it is a joining comment.
 CLastConversionKeeper<uint32_t, char> s_LastStream;
 
-/// Prints one stream into a string. An object serves one call.
+/// Prints one stream into a string. Each object serves one call.
 class CPrinter
 {
 public:
@@ -94,7 +94,7 @@ bool CPrinter::Print(std::string& strError)
     return false;
 }
 
-/// Takes over the text of the items that stand at the beginning of the last stream, too. \return false if there is none
+/// Takes over the text of the leading items that the last stream has too. \return false if there is none
 bool CPrinter::BeginLikeLast()
 {
     const auto* pFirst = m_Last.Begin(m_pTokens, m_nCount);
@@ -108,7 +108,7 @@ bool CPrinter::BeginLikeLast()
     return true;
 }
 
-/// Takes over the text of all other items, if those are the last ones of the last stream, too.
+/// Takes over the text of all remaining items if the last stream ends with them too.
 bool CPrinter::EndLikeLast()
 {
     const char* const pRest = m_Last.Rest(m_nToken, m_Writer.Length(), m_bJoiningComment ? 1 : 0);
@@ -271,7 +271,7 @@ void CPrinter::PrintTrailingWord(uint32_t nOpcode, uint32_t nWord)
     {
     case IL_DCL_LITERAL:
         return m_Writer.PutHex(nWord);
-    // Whoever looks for a call in the text looks for its decimal label.
+    // Readers of the text search for calls by their decimal label.
     case IL_OP_CALL:
     case IL_OP_CALLNZ:
     case IL_OP_CALL_LOGICALZ:
@@ -296,7 +296,7 @@ void CPrinter::PrintMnemonic(const uint32_t* pItem, const SItemLayout& layout)
     {
         PrintInstructionModifier(pItem, layout, nBits);
     }
-    // The counts of these say how many words are written after them.
+    // The counts of these opcodes are printed with the words after them.
     if (shape.eTail == ILT_BY_CONTROLS)
     {
         nBits = 0;

@@ -9,7 +9,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Copies a record out of the bytes, which needn't be aligned. \return false if it isn't whole
+/// Copies a record out of the bytes, which needn't be aligned. \return false if it is cut short
 template <typename T>
 bool ReadRecord(std::string_view bytes, uint64_t nOffset, T& record)
 {

@@ -35,10 +35,10 @@ public:
         uint64_t nValue = 0; ///< where the block starts in its section
     };
 
-    /// \return false, with the reason, for bytes that are no such image or whose tables lie outside of it
+    /// \return false, with the reason, for bytes that aren't such an image or whose tables lie outside of it
     bool Read(const char* pImage, size_t nSize, std::string& strError);
 
-    /// The first section of a name. \return false if there is none
+    /// Finds the first section of this name. \return false if there is none
     bool FindSection(std::string_view name, std::string_view& data) const;
 
     /// All sections in file order, the null section first.
@@ -47,7 +47,7 @@ public:
     /// The symbols whose block lies inside its section, in table order.
     const std::vector<SSymbol>& Symbols() const { return m_vSymbols; }
 
-    /// The first symbol of a name. \return false if there is none
+    /// Finds the first symbol of this name. \return false if there is none
     bool FindSymbol(std::string_view name, std::string_view& data) const;
 
 private:

@@ -84,7 +84,7 @@ void CElfWriter::AddSymbol(std::string strName, unsigned char nType, size_t nSec
 
 std::vector<char> CElfWriter::Write() const
 {
-    // The null section stands in front of the caller's, the three tables after them.
+    // The null section comes before the caller's sections, the three tables after them.
     const size_t nStringSection = m_vSections.size() + 2;
     CStringTable symbolNames;
     std::string strSymbols;
@@ -141,7 +141,7 @@ std::vector<char> CElfWriter::Write() const
     strings.sh_type = SHT_STRTAB;
     strings.sh_addralign = 1;
     Place(".strtab", strings, symbolNames.Data());
-    // Its own name has to be in it before it is placed.
+    // The table holds its own section's name, so that has to be added before the table is placed.
     CStringTable allNames = sectionNames;
     allNames.Add(".shstrtab");
     Place(".shstrtab", strings, allNames.Data());

@@ -10,8 +10,8 @@
 namespace KestrelPlatform
 {
 
-/// Puts a 64-bit little-endian ELF image together from sections and symbols, by the published format of ELF. It adds
-/// the null section, the symbol table, its strings and the section names. No program headers, no addresses.
+/// Builds a 64-bit little-endian ELF image from sections and symbols. Adds the null section, the symbol table, its
+/// strings and the section names. Writes no program headers and no addresses.
 class CElfWriter
 {
 public:

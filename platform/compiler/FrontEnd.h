@@ -10,7 +10,7 @@
 namespace KestrelPlatform
 {
 
-/// The line of a module's text at which the call of the kernel goes.
+/// The line of a module's text that the call of the kernel replaces.
 const std::string_view s_Placeholder = ";$$$$$$$$$$";
 
 /// Where a line of a module's text comes from.
@@ -37,10 +37,10 @@ struct SDebugSection
 struct SModule
 {
     std::vector<SModuleKernel> vKernels;
-    /// One item a line, no blank lines, comments on lines of their own, each line with its "\n".
+    /// One item a line, no blank lines, comments on lines of their own; each line ends with "\n".
     std::string strText;
     bool bReadFiles = false; ///< the text depends on files of the machine, which the source includes
-    /// What `.llvmir` is to hold, if more than a note: intermediate code as text.
+    /// The intermediate code as text, for `.llvmir`; empty if only a note goes there.
     std::string strIntermediate;
     /// Lines and variables of the source, for the lines of the text; docs/kernel-binary.md.
     std::vector<SDebugSection> vDebugSections;

@@ -9,7 +9,7 @@ namespace
 
 const std::string_view s_Blanks = " \t\r";
 
-/// Hands out the lines of a text without their ends, and counts them.
+/// Gives the lines of a text one by one, without their ends, and counts them.
 class CLines
 {
 public:
@@ -60,7 +60,7 @@ void AppendLine(std::string_view line, unsigned int nLine, size_t nColumn, SModu
     module.vPlaces.push_back({nLine, static_cast<unsigned int>(nColumn)});
 }
 
-/// Readers of metadata take a blank line for a fault.
+/// Readers of metadata treat a blank line as a fault.
 void RemoveBlankLines(std::string& str)
 {
     str.erase(std::unique(str.begin(), str.end(), [](char a, char b) { return a == '\n' && b == '\n'; }), str.end());

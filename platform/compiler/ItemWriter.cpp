@@ -20,7 +20,7 @@ const size_t s_nLongestNumber = 10;
 
 const char s_Components[] = "xyzw01";
 
-/// The text of a mask: the letters alone where they tell all of it, else four places.
+/// The text of a mask: letters alone if they say everything, else four places.
 struct SMaskText
 {
     char letters[4] = {};
@@ -32,7 +32,7 @@ constexpr SMaskText MakeMaskText(uint32_t nMask)
     const char components[4][5] = {"____", "xyzw", "0000", "1111"};
     SMaskText text;
     uint8_t nLetters = 0;
-    bool bOther = false; // a place without a letter in front of one, or a constant
+    bool bOther = false; // a place without a letter precedes one with a letter, or a constant
     for (uint32_t i = 0; i < 4; ++i)
     {
         const uint32_t nWrite = (nMask >> (2 * i)) & 3;
@@ -64,7 +64,7 @@ bool IsTemp(uint32_t nToken)
     return OperandType(nToken) == IL_REGTYPE_TEMP;
 }
 
-/// The bits of an operand's token that nothing else in its text tells.
+/// The bits of an operand's token that the rest of its text doesn't express.
 uint32_t GetRawBits(uint32_t nToken)
 {
     const uint32_t nAddressing = (nToken >> s_nOperandRelativeShift) & 3;
@@ -86,7 +86,7 @@ uint32_t GetRawBits(uint32_t nToken)
 
 } // namespace
 
-/// Makes room in steps that grow with the text, so that long texts cost no more for each character.
+/// Grows the room in proportion to the text, so that a character costs the same in a long text.
 void CItemWriter::Grow(size_t nCharacters)
 {
     const size_t nLength = m_p == nullptr ? 0 : Length();
@@ -198,7 +198,7 @@ bool CItemWriter::PutMask(uint32_t nModifier)
 /// \return false, with nothing put, for a word with a selector or bits that have no name
 bool CItemWriter::PutSourceModifier(uint32_t nModifier)
 {
-    // Selectors 6 and 7 have the bits 4 and 2.
+    // Only selectors 6 and 7 have both bit 4 and bit 2.
     const uint32_t nUnnamed = nModifier & nModifier << 1 & 0x4444;
     if ((nUnnamed | (nModifier & s_nSourceReserved)) != 0)
     {
@@ -321,7 +321,7 @@ size_t CItemWriter::PutOperand(const uint32_t* pOperand, bool bDestination)
     return static_cast<size_t>(pWord - pOperand);
 }
 
-/// Puts what has no spelling but that in braces.
+/// Puts, in braces, what has no other spelling.
 void CItemWriter::PutRawParts(uint32_t nToken, const uint32_t*& pWord)
 {
     if ((nToken & s_nOperandExtended) != 0)

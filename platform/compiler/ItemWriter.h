@@ -10,19 +10,19 @@
 namespace KestrelPlatform
 {
 
-/// Writes a text of the marks, numbers and operands of items. Measures nothing: what it is given must decode.
+/// Writes the marks, numbers and operands of items as text. Checks no lengths: what it is given must decode.
 class CItemWriter
 {
 public:
     /// \param strText   receives the text, complete when Finish returns; must outlive the writer
-    /// \param nExpected characters that the text will need, about
+    /// \param nExpected about how many characters the text will need
     CItemWriter(std::string& strText, size_t nExpected) : m_strText(strText)
     {
         strText.clear();
         Grow(nExpected);
     }
 
-    /// Ends the text after what has been put.
+    /// Cuts the text after what has been put.
     void Finish() { m_strText.resize(Length()); }
 
     /// Characters put so far.
@@ -43,7 +43,7 @@ public:
 
     void PutDecimal(uint32_t n);
     void PutHex(uint32_t n);
-    /// In decimal as long as that is easy to read.
+    /// Decimal for numbers that are easy to read that way, else hexadecimal.
     void PutNumber(uint32_t n);
 
     /// "_name", "_name(N)", "_name(0xN)", "_name(word)"
@@ -52,7 +52,7 @@ public:
     void PutHexSuffix(std::string_view name, uint32_t n);
     void PutSuffix(std::string_view name, std::string_view word);
 
-    /// Puts an operand, and gives the number of its words.
+    /// Puts an operand. Gives the number of its words.
     size_t PutOperand(const uint32_t* pOperand, bool bDestination);
 
 private:

@@ -69,7 +69,7 @@ bool CKernelLinker::Take(std::vector<uint32_t> vTokens, std::vector<uint32_t> vL
     return Outline() && CheckCalls(diag);
 }
 
-/// Walks the items once.
+/// Finds functions, calls and placeholders in one pass over the items.
 bool CKernelLinker::Outline()
 {
     size_t nOffset = 0;

@@ -15,7 +15,7 @@ namespace KestrelPlatform
 struct SItemLayout;
 struct SModule;
 
-/// One assembled IL text, from which each kernel's stream is made by a call in the placeholder's place.
+/// One assembled IL text. Each kernel's stream is the text with a call in place of the placeholder.
 class CKernelLinker
 {
 public:
@@ -25,25 +25,25 @@ public:
     /// Takes a stream that was assembled before. \return false if it doesn't decode or a call has no function
     bool Take(std::vector<uint32_t> vTokens, std::vector<uint32_t> vLines);
 
-    /// Whether the text has the placeholder, and so fits any of its kernels.
+    /// Whether the text has the placeholder, so that each of its kernels can be linked.
     bool HasPlaceholder() const { return m_nPlaceholder != 0; }
 
-    /// Whether the main body calls the function already, in which case no placeholder is needed.
+    /// Whether the main body calls the function already, so that no placeholder is needed.
     bool CallsFromMain(uint32_t nFunction) const;
 
-    /// Makes the kernel with this metadata: its stream, lines, and what the metadata and the declarations say of it.
+    /// Makes the kernel with this metadata: its stream, its lines, and what metadata and declarations say of it.
     ///
-    /// \return false, with the reason, if the kernel's function or one that it calls isn't there, if the main body has
+    /// \return false, with the reason, if the kernel's function or one that it calls is missing, if the main body has
     ///         neither the placeholder nor the call, or if the declared group is larger than the device's
     bool Link(const SKernelMetadata& metadata, const SDeviceTarget& target, SCompiledKernel& kernel,
               SDiagnostic& diag) const;
 
 private:
-    /// A function, or the main body, which has the number of no function.
+    /// A function, or the main body, which has no number.
     struct SFunction
     {
-        std::vector<uint32_t> vCalls;     ///< numbers
-        std::vector<uint32_t> vCallLines; ///< a line for each
+        std::vector<uint32_t> vCalls;     ///< numbers of the called functions
+        std::vector<uint32_t> vCallLines; ///< the line of each call
         uint32_t nMaxGroupSize = 0;       ///< 0: not declared
         uint32_t nRequiredGroupSize[3] = {0, 0, 0};
     };
@@ -60,12 +60,12 @@ private:
     std::vector<uint32_t> m_vLines;
     SFunction m_Main;
     std::unordered_map<uint32_t, SFunction> m_Functions;
-    size_t m_nPlaceholders = 0; ///< comments of this text, wherever they are
+    size_t m_nPlaceholders = 0; ///< how many the text has, in the main body or not
     size_t m_nPlaceholder = 0;  ///< offset of the one in the main body, 0 for none
     size_t m_nPlaceholderWords = 0;
-    size_t m_nPlaceholderInstruction = 0; ///< number of instructions in front of it
+    size_t m_nPlaceholderInstruction = 0; ///< number of instructions before it
     uint32_t m_nPlaceholderLine = 0;
-    size_t m_nInstruction = 0; ///< while outlining
+    size_t m_nInstruction = 0; ///< the current one, while outlining
 };
 
 /// Links each kernel of a module, whose text the linker has assembled. \return as Link, with the kernels in their order

@@ -14,10 +14,10 @@ const uint32_t s_nElementBytes = 16;
 const uint32_t s_nImageSlot = 32;
 const uint32_t s_nPointerSlot = 16;
 
-/// Where an offset or a slot can't reach: the constant buffer has far fewer elements.
+/// Offsets and slots are always lower: the constant buffer has far fewer elements.
 const uint32_t s_nLargestOffset = 1u << 20;
 const uint32_t s_nLargestValue = 1u << 16;
-const size_t s_nLargestConstants = 1u << 16; ///< bytes, of a program
+const size_t s_nLargestConstants = 1u << 16; ///< bytes in a program
 const size_t s_nElementWords = 4;
 
 struct SDataType
@@ -40,10 +40,10 @@ const SMemoryType s_MemoryTypes[] = {{"uav", SKernelArgument::GlobalPointer},  {
                                      {"uc", SKernelArgument::ConstantPointer}, {"hl", SKernelArgument::LocalPointer},
                                      {"l", SKernelArgument::LocalPointer}};
 
-/// Of a format's line: it has a field for each string that it may print.
+/// A format's line has a field for each string that it may print.
 const size_t s_nMostFields = 1u << 12;
 
-/// As many as the longest line that is known has.
+/// The length of the longest known line.
 const size_t s_nUsualTokens = 12;
 
 void Split(std::string_view line, std::vector<std::string_view>& vTokens)
@@ -67,7 +67,7 @@ bool Number(std::string_view token, uint32_t& nValue)
     return result.ec == std::errc() && result.ptr == token.data() + token.size();
 }
 
-/// A field whose unusual characters stand as a backslash and three octal digits.
+/// Decodes a field, whose unusual characters are written as a backslash and three octal digits.
 std::string Unescape(std::string_view field)
 {
     const auto IsOctal = [](char c) { return c >= '0' && c <= '7'; };
@@ -86,7 +86,7 @@ std::string Unescape(std::string_view field)
     return strText;
 }
 
-/// Reads the lines of one block. An object serves one call.
+/// Reads the lines of one block. Each object serves one block.
 class CReader
 {
 public:
@@ -101,7 +101,7 @@ private:
     struct SLineKind
     {
         std::string_view type;
-        size_t nFewest; ///< tokens, with the type
+        size_t nFewest; ///< number of tokens, with the type
         size_t nMost;
         LineReader pfnRead;
     };
@@ -247,7 +247,7 @@ bool CReader::ReadEnd(const Tokens& tokens)
            Fail("ARGEND names '" + std::string(tokens[1]) + "', ARGSTART '" + m_strWrapper + "'");
 }
 
-/// Pointers got further fields with revisions 87 and 100.
+/// Revisions 87 and 100 added fields to pointers.
 bool CReader::ReadVersion(const Tokens& tokens)
 {
     uint32_t nRevision = 0;
@@ -257,7 +257,7 @@ bool CReader::ReadVersion(const Tokens& tokens)
     }
     if (m_bVersion)
     {
-        return true; // the first one counts, as it does for a debugger
+        return true; // the first one counts, as in a debugger
     }
     m_bVersion = true;
     m_Metadata.nPointerFields = nRevision < 87 ? 9 : nRevision < 100 ? 10 : 12;
@@ -305,7 +305,7 @@ bool CReader::ReadMemory(const Tokens& tokens)
     return true;
 }
 
-/// Reads the constant buffer number and the offset of an argument, and accounts for its slot.
+/// Reads an argument's constant buffer number and offset, and counts its slot.
 bool CReader::ReadSlot(const Tokens& tokens, size_t nFirst, SKernelArgument& argument)
 {
     if (!Number(tokens[nFirst], argument.nConstantBuffer))
@@ -445,7 +445,7 @@ bool CReader::ReadSampler(const Tokens& tokens)
     return Add(argument);
 }
 
-/// Bytes in hexadecimal. Element n of the buffer has the words n to n + 3 of them.
+/// The line has bytes in hexadecimal. Element n of the buffer is their words n to n + 3.
 bool CReader::ReadConstants(const Tokens& tokens)
 {
     const std::string_view digits = tokens[2];
@@ -489,7 +489,7 @@ bool CReader::ReadCounter(const Tokens& tokens)
     return ReadSlot(tokens, 4, argument) && Add(argument);
 }
 
-/// Says how the source declares an argument whose line came before.
+/// Reads how the source declares an argument, whose own line came earlier.
 bool CReader::ReadArgumentInfo(const Tokens& tokens)
 {
     uint32_t nArgument = 0;
@@ -512,7 +512,7 @@ bool CReader::ReadAttributes(const Tokens& tokens)
     return true;
 }
 
-/// Formats stand in the order of their numbers.
+/// Formats appear in the order of their numbers.
 bool CReader::ReadFormat(const Tokens& tokens)
 {
     uint32_t nFormat = 0;

@@ -18,7 +18,7 @@ struct SKernelMetadata
     bool bHasUniqueId = false;
     uint32_t nUniqueId = 0;
     std::string strDevice;
-    uint32_t nPointerFields = 0; ///< fields of a pointer line, with its type, by the block's revision
+    uint32_t nPointerFields = 0; ///< how many fields a pointer line has, with its type, by the block's revision
     bool b64BitAddresses = false;
     uint32_t nLocalBytes = 0;
     uint32_t nPrivateBytes = 0;
@@ -30,12 +30,12 @@ struct SKernelMetadata
     std::vector<uint32_t> vConstants; ///< contents of constant buffer s_nConstantsBuffer, four words an element
 };
 
-/// Reads a metadata block, from its ARGSTART to its ARGEND line. Tolerant where a debugger's changes come in: a
-/// `function` line may hold any number of labels, lines of unknown types are passed over.
+/// Reads a metadata block, from its ARGSTART to its ARGEND line. Takes what debuggers change in it: a `function` line
+/// may hold any number of labels, and lines of unknown types are skipped.
 ///
 /// \param diag receives the first fault; the line counts from the start of the text
-/// \return false for a block without its two bounds, with a malformed argument, memory or id line, or without a unique
-/// id
+/// \return false for a block without its first or last line, with a malformed argument, memory or id line, or without a
+///         unique id
 bool ReadKernelMetadata(std::string_view text, SKernelMetadata& metadata, SDiagnostic& diag);
 
 } // namespace KestrelPlatform

@@ -13,10 +13,10 @@
 namespace KestrelPlatform
 {
 
-/// Bytes that are compared in one go.
+/// Bytes that are compared at a time.
 constexpr size_t s_nCompared = 64;
 
-/// How many of the first nBytes are the same.
+/// How many of the first nBytes are equal.
 inline size_t CountSameBytes(const void* pA, const void* pB, size_t nBytes)
 {
     const char* const a = static_cast<const char*>(pA);
@@ -33,7 +33,7 @@ inline size_t CountSameBytes(const void* pA, const void* pB, size_t nBytes)
     return n;
 }
 
-/// How many of the nBytes in front of two places are the same, counted from the places.
+/// How many of the nBytes before two places are equal, counted back from the places.
 inline size_t CountSameLastBytes(const void* pEndA, const void* pEndB, size_t nBytes)
 {
     const char* const a = static_cast<const char*>(pEndA);
@@ -50,10 +50,10 @@ inline size_t CountSameLastBytes(const void* pEndA, const void* pEndB, size_t nB
     return n;
 }
 
-/// Remembers what a converter was given last and what it made of it, piece by piece. What is converted one after the
-/// other often differs in few pieces, as the copies of a kernel do that a debugger makes, and a piece's conversion
-/// depends on nothing but the piece and the state in which the converter comes to it. So it converts what is new only:
-/// Begin gives the place from which on, Rest the place up to which.
+/// Remembers a converter's last input and output, piece by piece. A debugger converts many copies of a kernel in a row,
+/// which differ in few pieces. The output of a piece depends only on the piece and on the converter's state before it,
+/// so only the new pieces have to be converted: those from the place that Begin gives up to the place where Rest
+/// succeeds.
 ///
 /// TIn, TOut: characters or words.
 template <class TIn, class TOut>
@@ -64,13 +64,13 @@ public:
     struct SPiece
     {
         uint32_t nIn = 0;    ///< where it begins
-        uint32_t nOut = 0;   ///< where what was made of it begins
-        uint32_t nState = 0; ///< of the converter in front of it
+        uint32_t nOut = 0;   ///< where its output begins
+        uint32_t nState = 0; ///< of the converter before it
         bool bMarked = false;
     };
 
-    /// Begins a conversion, whose input must stay until its end.
-    /// \return the first piece of the last one that isn't here for sure, all in front of which is as it was; or null
+    /// Begins a conversion; the input must stay valid until it ends. Pieces at the start that are unchanged are taken
+    /// over. \return the first piece of the last conversion that may have changed, or null
     const SPiece* Begin(const TIn* pIn, size_t nIn)
     {
         m_pIn = pIn;
@@ -89,16 +89,16 @@ public:
         return &*(it - 1);
     }
 
-    /// Notes the piece that is converted next.
+    /// Notes the next piece to be converted.
     void Note(size_t nIn, size_t nOut, uint32_t nState)
     {
         m_vNew.push_back({static_cast<uint32_t>(nIn), static_cast<uint32_t>(nOut), nState, false});
     }
-    /// Marks the piece that was noted last.
+    /// Marks the latest piece.
     void Mark() { m_vNew.back().bMarked = true; }
 
-    /// If all from a place on is as it was, and the converter comes to it in the same state, notes the pieces from
-    /// there. \return where in Made() that begins, or null if it isn't so
+    /// If the input from this place on is unchanged and the converter is in the same state, notes the remaining pieces.
+    /// \return where in Made() their output begins, or null
     const TOut* Rest(size_t nIn, size_t nOut, uint32_t nState)
     {
         const size_t nLeft = m_nIn - nIn;
@@ -124,13 +124,13 @@ public:
         return Made() + nFirst;
     }
 
-    /// The pieces of the conversion that goes on.
+    /// The pieces of the current conversion.
     const std::vector<SPiece>& Pieces() const { return m_vNew; }
     /// What the last conversion made.
     const TOut* Made() const { return m_vOut.data(); }
     const TOut* MadeEnd() const { return m_vOut.data() + m_vOut.size(); }
 
-    /// Ends a conversion that has succeeded, and remembers it unless it is too large or there is no memory for it.
+    /// Ends a successful conversion, and remembers it unless it is too large or memory runs out.
     void Keep(const TOut* pOut, size_t nOut) noexcept
     {
         if (m_nIn > s_nMost || nOut > s_nMost)
@@ -151,7 +151,7 @@ public:
     }
 
 private:
-    /// Elements of a kernel of some 100,000 lines.
+    /// Enough for a kernel of about 100,000 lines.
     static constexpr size_t s_nMost = size_t(1) << 22;
 
     size_t FindSame() const
@@ -171,22 +171,22 @@ private:
     std::vector<TOut> m_vOut;
     std::vector<SPiece> m_vPieces; ///< empty if nothing is remembered
 
-    // The one that goes on.
+    // The current conversion.
     const TIn* m_pIn = nullptr;
     size_t m_nIn = 0;
-    size_t m_nSameEnd = 0; ///< elements at the end that are the same in both
-    size_t m_nNext = 0;    ///< a piece of the last one, to look for the rest from
+    size_t m_nSameEnd = 0; ///< how many elements at the end are equal in both
+    size_t m_nNext = 0;    ///< the piece of the last one from which Rest searches
     std::vector<SPiece> m_vNew;
 };
 
-/// Hands what was converted last to one converter at a time; who comes meanwhile gets nothing to build on. Any thread.
+/// Lends the last conversion to one converter at a time; another one meanwhile gets an empty one. Any thread.
 template <class TIn, class TOut>
 class CLastConversionKeeper
 {
 public:
     typedef CLastConversion<TIn, TOut> CLast;
 
-    /// Gives it back, with what has been converted meanwhile.
+    /// Gives it back, with the new conversion in it.
     struct SGiveBack
     {
         CLastConversionKeeper* pKeeper;
@@ -199,7 +199,7 @@ public:
     CLastConversionKeeper& operator=(const CLastConversionKeeper&) = delete;
     ~CLastConversionKeeper()
     {
-        // Other threads may still convert when the process ends.
+        // Other threads may still be converting when the process ends.
         std::lock_guard<std::mutex> lock(m_Mutex);
         m_pLast.reset();
     }

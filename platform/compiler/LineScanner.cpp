@@ -8,7 +8,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// The longest run that could be a decimal or a float, without its sign.
+/// The end of the longest run of characters that could be a decimal or a float, without its sign.
 const char* FindNumberEnd(const char* p, const char* pEnd, bool& bFloat)
 {
     bFloat = false;

@@ -80,7 +80,7 @@ public:
     /// Takes a number that is at most nMaximum; a fault otherwise.
     bool TakeNumber(uint32_t& nValue, uint32_t nMaximum, std::string_view what);
 
-    /// Takes decimal digits only, so that what follows may be a '.'; a fault for none or above nMaximum.
+    /// Takes decimal digits only, so that a '.' may follow; a fault for none, or for a value above nMaximum.
     bool TakeDigits(uint32_t& nValue, uint32_t nMaximum, std::string_view what)
     {
         const std::string_view digits = Take(CharDigit);
@@ -105,7 +105,7 @@ public:
     bool Fail(std::string_view expected) { return FailAt(m_p, expected); }
     bool FailAt(const char* p, std::string_view expected);
 
-    /// Notes a fault that isn't about what stands there. Always false.
+    /// Notes a fault that isn't about the next character. Always false.
     bool Refuse(const char* p, std::string_view message);
 
     const std::string& FaultMessage() const { return m_strFault; }

@@ -62,7 +62,7 @@ bool CMnemonicReader::ReadGenericOpcode()
     return GetInstructionShape(m_Mnemonic.nOpcode).pName != nullptr || m_Scanner.FailAt(pStart, "a known opcode");
 }
 
-/// The longest known name wins; what is left of the word are suffixes.
+/// Takes the longest known name; the rest of the word are suffixes.
 bool CMnemonicReader::ReadOpcode()
 {
     m_Mnemonic.pStart = m_Scanner.Position();
@@ -150,7 +150,7 @@ bool CMnemonicReader::ReadFieldSuffix(const char* pStart, std::string_view name,
     const bool bModifierWords = GetInstructionShape(m_Mnemonic.nOpcode).bModifierWords;
     for (const SControlField& field : GetControlFields(m_Mnemonic.nOpcode))
     {
-        // On an opcode whose top bits bring words those bits have no other meaning.
+        // If the top bits say that words follow, they can't be part of a named field.
         const bool bUsable = !bModifierWords || (field.Mask() & (s_nPrimaryBit | s_nSecondaryBit)) == 0;
         if (bUsable && name == field.name)
         {
@@ -253,7 +253,7 @@ bool CMnemonicReader::ReadWordSuffix(const char* pStart, std::string_view name, 
     {
         return SetWord(pStart, m_Mnemonic.bSecondary, m_Mnemonic.nSecondary, s_nSecondaryBit);
     }
-    // The primary word of dcl_cb is the count of its table.
+    // The primary word of dcl_cb is its table's count.
     if (shape.bModifierWords && name == "pri" && m_Mnemonic.nOpcode != IL_DCL_CONST_BUFFER)
     {
         return SetWord(pStart, m_Mnemonic.bPrimary, m_Mnemonic.nPrimary, s_nPrimaryBit);

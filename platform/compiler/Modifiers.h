@@ -8,7 +8,7 @@
 namespace KestrelPlatform
 {
 
-/// Reads as "x y z w" of a mask that writes all components, and of a swizzle that changes nothing.
+/// As a mask: all components are written. As a swizzle: x y z w, so nothing changes.
 const uint32_t s_nMaskAll = 0x55;
 const uint32_t s_nSwizzleIdentity = 0x3210;
 
@@ -23,7 +23,7 @@ const uint32_t s_nSwizzleBits = 0x7777;
 const uint32_t s_nNegateBits = 0x8888;
 const uint32_t s_nSourceReserved = 0xF0000000u;
 
-/// A named field of a modifier word: a flag if it is one bit wide, else printed with its number.
+/// A named field of a modifier word. A field of one bit is a flag; others are printed with their number.
 struct SModifierField
 {
     std::string_view name;
@@ -36,11 +36,11 @@ struct SModifierField
 constexpr SModifierField s_SourceFields[] = {{"invert", 16, 1}, {"bias", 17, 1},    {"x2", 18, 1},    {"sign", 19, 1},
                                              {"abs", 20, 1},    {"divcomp", 21, 3}, {"clamp", 24, 1}, {"size", 25, 3}};
 
-/// Stand after the mnemonic. The shift field comes last: its six first values have names.
+/// These stand after the mnemonic. The shift field comes last: its first six values have names.
 constexpr SModifierField s_DestinationFields[] = {
     {"sat", 8, 1}, {"round", 13, 3}, {"denorm", 16, 3}, {"dstsize", 19, 3}, {"shift", s_nShiftScaleShift, 4}};
 
-/// Names of the shift field's values from 1.
+/// The names of the shift field's values, from 1 on.
 constexpr std::string_view s_ShiftNames[] = {"x2", "x4", "x8", "d2", "d4", "d8"};
 const uint32_t s_nShiftNames = 6;
 

@@ -10,7 +10,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Moves a fault in a module's text to where the text stands in the source.
+/// Changes a fault's place from the module's text to the source.
 void MapToSource(const SModule& module, SDiagnostic& diag)
 {
     if (diag.nLine == 0 || module.vPlaces.empty())

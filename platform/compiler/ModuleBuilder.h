@@ -12,19 +12,19 @@ class CKernelLinker;
 /// A build that failed. \param strLog a line without its end
 SBuildResult Refused(const std::string& strLog);
 
-/// Whether names and unique ids tell the kernels apart; if not, why.
+/// Whether all kernels have different names and unique ids; if not, the reason.
 bool CheckKernels(const std::vector<SModuleKernel>& vKernels, std::string& strError);
 
-/// Keeps the wanted kernel only, all of them for an empty name. \return false if there is none of that name
+/// Keeps only the kernel of this name, or all if it is empty. \return false if there is none of that name
 bool SelectKernel(const std::string& strJustKernel, std::vector<SModuleKernel>& vKernels);
 
-/// Links each kernel of the module, and takes the module for the image.
+/// Links each kernel of the module, and moves the module into the image.
 bool LinkModule(const CKernelLinker& linker, SModule& module, bool bDebugText, const SDeviceTarget& target,
                 SBuildResult& result, SDiagnostic& diag);
 
 /// Builds what a front end has made of a source.
 ///
-/// \param strLog what the front end had to say
+/// \param strLog the front end's messages
 SBuildResult BuildModule(SModule& module, const SBuildOptions& options, const SDeviceTarget& target,
                          const std::string& strLog);
 

@@ -14,7 +14,7 @@ namespace KestrelPlatform
 struct SObjectImage
 {
     EImageType eType = EImageType::Object;
-    bool bDebug = false; ///< compiled with "-g", so that a program linked with it has debug data too
+    bool bDebug = false; ///< compiled with "-g", so that programs linked with it get debug data too
     std::string_view object;
 };
 

@@ -23,9 +23,9 @@ SCompileJob MakeJob(std::string_view source, const SBuildOptions& options, const
     return job;
 }
 
-/// What tells a build from all others, but for files on disk, which builds in the cache never read.
+/// Everything that a build's result depends on, except for files on disk: builds that read files aren't cached.
 ///
-/// \param vObjects of a link
+/// \param vObjects the linked objects, for a link
 std::string CacheKey(const char* pszCall, const SCompileJob& job, const std::vector<std::string_view>& vObjects = {})
 {
     std::string strKey;
@@ -50,7 +50,7 @@ std::string CacheKey(const char* pszCall, const SCompileJob& job, const std::vec
     return strKey;
 }
 
-/// Whether the text of a build depends on when it is built.
+/// Whether a build's result depends on the time of the build.
 bool DependsOnTime(const SCompileJob& job)
 {
     const auto NamesTime = [](const std::string& strText)
@@ -63,11 +63,11 @@ bool DependsOnTime(const SCompileJob& job)
     return bNames;
 }
 
-/// One build that may be in the cache.
+/// One build that may be in the cache already.
 class CCachedBuild
 {
 public:
-    /// \param strKey empty for what isn't kept
+    /// \param strKey empty for a build that isn't cached
     explicit CCachedBuild(std::string strKey)
         : m_Cache(CProgramCache::Default()), m_strKey(m_Cache.IsOn() ? std::move(strKey) : "")
     {
@@ -115,7 +115,7 @@ private:
     const std::string m_strKey;
 };
 
-/// Takes an object that was made for the result.
+/// Wraps an object into the result.
 void TakeObject(EImageType eType, std::string_view object, bool bDebug, SBuildResult& result)
 {
     result.eType = eType;
@@ -234,7 +234,7 @@ SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, co
         job.bDebug |= object.bDebug;
         vObjects.push_back(object.object);
     }
-    // What the objects were made of is in them: a link depends on nothing else.
+    // The objects are part of the key, and a link depends on nothing else.
     const CCachedBuild cached(CacheKey(job.bDebug ? "link -g" : "link", job, vObjects));
     SBuildResult result;
     if (!(options.bCreateLibrary ? cached.FindObject(result) : cached.FindProgram(target, result)))

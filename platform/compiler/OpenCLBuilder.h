@@ -8,7 +8,7 @@
 namespace KestrelPlatform
 {
 
-/// BuildFromSource for OpenCL C. What was built before comes from the cache, and then the compiler isn't even opened.
+/// BuildFromSource for OpenCL C. Results come from the cache if it has them, without opening the compiler.
 SBuildResult BuildOpenCL(std::string_view source, const SBuildOptions& options, const SDeviceTarget& target,
                          const std::vector<SSourceHeader>& vHeaders);
 

@@ -56,7 +56,7 @@ const IOpenCLCompiler* OpenOpenCLCompiler(std::string& strFault)
 
 std::string OpenCLCompilerVersion()
 {
-    // The library's file stands for what is in it: another one has another size or was written at another time.
+    // Another version of the library shows in the size of its file or in the time it was written.
     struct stat state = {};
     const std::string strFile = OwnFolder() + s_pszLibrary;
     if (stat(strFile.c_str(), &state) != 0)

@@ -15,23 +15,23 @@ namespace KestrelPlatform
 /// One source to compile for one device, or objects to link.
 struct SCompileJob
 {
-    std::string strSource; ///< of a link: empty
+    std::string strSource; ///< empty for a link
     std::vector<SSourceHeader> vHeaders;
     SBuildOptions options;
     SDeviceTarget target;
     bool bDebug = false; ///< whether the options, or those of a linked object, ask for debug data
 };
 
-/// The compiler of OpenCL C, which is a library of its own. An object of this language is LLVM's bitcode.
+/// The compiler of OpenCL C, a library of its own. Objects are LLVM bitcode.
 ///
-/// Every call appends the compiler's words to strLog, warnings of a success too, and gives false for a failure, of
-/// which a crash of the compiler is one. Reentrant.
+/// Every call appends the compiler's messages to strLog, a successful call its warnings. A failure gives false; a crash
+/// of the compiler is one. Reentrant.
 class IOpenCLCompiler
 {
 public:
     virtual ~IOpenCLCompiler() = default;
 
-    /// Makes IL of a source that is a whole program.
+    /// Compiles a source that is a whole program to IL.
     virtual bool Build(const SCompileJob& job, SModule& module, std::string& strLog) const = 0;
 
     /// Compiles a source that others may be linked with.
@@ -49,10 +49,10 @@ public:
                              std::string& strLog) const = 0;
 };
 
-/// What a runtime and the library have to agree on: objects go from one to the other as they lie in memory.
+/// What a runtime and the library must agree on, since they exchange objects as they lie in memory.
 struct SCompilerInterface
 {
-    uint32_t nVersion = 2; ///< counts changes that no size tells of
+    uint32_t nVersion = 2; ///< counts changes that no size shows
     uint32_t nCompilerEntries = 4;
     uint32_t nJobBytes = sizeof(SCompileJob);
     uint32_t nModuleBytes = sizeof(SModule);
@@ -60,18 +60,18 @@ struct SCompilerInterface
     uint32_t nSectionBytes = sizeof(SDebugSection);
 };
 
-/// The library's one function. \return null if the runtime's interface is another than its own
+/// The library's one function. \return null if the runtime's interface differs from its own
 using GetOpenCLCompiler = const IOpenCLCompiler* (*)(const SCompilerInterface* pInterface);
 constexpr const char* s_pszGetOpenCLCompiler = "kestrelOpenCLCompiler";
 
-/// The compiler, from libkestrel-opencl-c.so in the folder of the library or program that this code is part of. Opened
-/// at the first call, for good. Any thread.
+/// Opens the compiler, libkestrel-opencl-c.so in the folder of the library or program that contains this code. It is
+/// opened at the first call and stays open. Any thread.
 ///
-/// \param strFault receives why there is none
+/// \param strFault receives the reason of a failure
 /// \return null if it can't be opened
 const IOpenCLCompiler* OpenOpenCLCompiler(std::string& strFault);
 
-/// What tells this compiler from others, without opening it.
+/// Identifies this compiler's version, without opening it.
 std::string OpenCLCompilerVersion();
 
 } // namespace KestrelPlatform

@@ -23,7 +23,7 @@ struct SWord
     }
 };
 
-/// The words of one operand, put in order only when all of them are known.
+/// The words of one operand, which are put in order once all are known.
 struct SOperand
 {
     uint32_t nToken = 0;
@@ -37,7 +37,7 @@ struct SOperand
     bool bRaw = false;        ///< a part in braces has been read
 };
 
-/// Where an operand stands, which decides what may be written after its register.
+/// Where an operand stands. This decides what may follow its register.
 enum ERole
 {
     RoleSource,
@@ -267,7 +267,7 @@ bool COperandReader::ReadSwizzle(SOperand& operand)
     {
         const int nSelect = FindComponent(swizzle[i]);
         bValid = nSelect >= 0;
-        // Holds for all places from this one on, until another follows.
+        // A selector also fills the places after it, until another one follows.
         const uint32_t nInFront = (1u << (4 * i)) - 1;
         nModifier = (nModifier & nInFront) | (static_cast<uint32_t>(nSelect) * 0x1111u << (4 * i));
     }
@@ -331,7 +331,7 @@ bool COperandReader::ReadSourceSuffix(SOperand& operand)
     return m_Scanner.FailAt(pStart, "a source modifier");
 }
 
-/// Bits that bring a word, or that other syntax sets, can't be set raw.
+/// Raw bits can't be ones that say a word follows, or that other syntax sets.
 bool COperandReader::ReadBits(ERole eRole, const char* pWhere, SOperand& operand)
 {
     uint32_t nBits = 0;
@@ -406,7 +406,7 @@ bool COperandReader::ReadComponents(ERole eRole, SOperand& operand)
     return eRole == RoleDestination ? ReadMask(operand) : ReadSwizzle(operand);
 }
 
-/// Reads what the next character opens. The parts in braces stand last, as their meaning depends on the others.
+/// Reads the part that the next character opens. Parts in braces come last, as their meaning depends on the others.
 bool COperandReader::ReadPart(char cPart, ERole eRole, SOperand& operand)
 {
     const char* pStart = m_Scanner.Position();

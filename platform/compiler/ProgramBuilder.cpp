@@ -55,7 +55,7 @@ bool ReadKernels(const CElfReader& elf, std::vector<SModuleKernel>& vKernels, st
     return !vKernels.empty();
 }
 
-/// Links the code of one kernel as it stands in `.text`, with what its metadata says of it.
+/// Links the code of one kernel from `.text`, with its metadata.
 bool ReadCompiledKernel(const CElfReader& elf, const SKernelMetadata& metadata, const SDeviceTarget& target,
                         SCompiledKernel& kernel, SDiagnostic& diag)
 {
@@ -99,7 +99,8 @@ SBuildResult BuildFromCode(const CElfReader& elf, const std::vector<SModuleKerne
     return result;
 }
 
-/// Leaves out the kernels that a text without the placeholder doesn't call, unless it calls none.
+/// A text without the placeholder can build only the kernels that it calls, so the others are left out. If it calls
+/// none, all stay.
 void KeepCalledKernels(const CKernelLinker& linker, std::vector<SModuleKernel>& vKernels)
 {
     const auto IsCalled = [&linker](const SModuleKernel& kernel)
@@ -126,7 +127,7 @@ SBuildResult BuildFromDebugText(const CElfReader& elf, SModule& module, const SD
     {
         KeepCalledKernels(linker, module.vKernels);
     }
-    // Debuggers build their own copies of a kernel this way: those compute, and print nothing.
+    // A debugger builds its own copies of a kernel this way. They compute, but print nothing.
     for (SModuleKernel& kernel : module.vKernels)
     {
         kernel.metadata.vFormats.clear();
@@ -139,8 +140,8 @@ SBuildResult BuildFromDebugText(const CElfReader& elf, SModule& module, const SD
     return result;
 }
 
-/// A source may come with its terminator. Texts of a binary end at their first zero byte, so that one in the middle
-/// would give a binary of another program.
+/// A source may end with zero bytes. A zero byte in the middle is a fault: a binary's texts end at the first one, so
+/// the binary would hold another program.
 bool TrimSource(const std::string& strSource, std::string_view& source, std::string& strFault)
 {
     source = std::string_view(strSource).substr(0, strSource.find_last_not_of('\0') + 1);

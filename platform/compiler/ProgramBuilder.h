@@ -10,7 +10,7 @@
 namespace KestrelPlatform
 {
 
-/// The device that a program is built for, as far as the compiler cares.
+/// The properties of a device that matter to the compiler.
 struct SDeviceTarget
 {
     std::string strName; ///< "Quench", "Kiln", "Host"
@@ -53,7 +53,7 @@ struct SKernelArgument
     uint32_t nAlignment = 0;
     bool bVolatile = false;
     bool bRestrict = false;
-    // As the source has it; of an IL module nothing.
+    // As in the source; empty for an IL module.
     std::string strSourceType; ///< "float*", "uint4", a struct's name
     bool bSourceConst = false;
 };
@@ -66,14 +66,14 @@ struct SKernelSampler
     uint32_t nValue = 0;
 };
 
-/// A format of a kernel's printf, with what its records hold; docs/kernel-binary.md.
+/// A format of a kernel's printf, and what its records hold; docs/kernel-binary.md.
 struct SPrintfFormat
 {
     std::string strTypes; ///< of the arguments, with commas between them: "i32,f32x4,s"
     std::string strText;
     std::vector<std::string> vStrings; ///< that an argument may name
 };
-/// The constant buffer with the constants that a kernel's program declares; their bytes stand in its metadata.
+/// The constant buffer that holds a program's constants; the metadata of its kernels has their bytes.
 const uint32_t s_nConstantsBuffer = 2;
 
 /// One kernel, ready to be decoded for running.
@@ -98,7 +98,7 @@ struct SCompiledKernel
 
 class CProgramImage;
 
-/// What an image holds.
+/// What an image contains.
 enum class EImageType
 {
     Executable, ///< kernels
@@ -106,10 +106,10 @@ enum class EImageType
     Library     ///< several of them
 };
 
-/// What a build gives.
+/// The result of a build.
 struct SBuildResult
 {
-    /// The bytes of the image; empty for a build that failed.
+    /// The bytes of the image; empty after a failed build.
     const std::vector<char>& GetImage() const;
 
     bool bOk = false;
@@ -120,14 +120,14 @@ struct SBuildResult
     std::vector<uint32_t> vSourceLines; ///< by line of the IL text, if that comes from the source: 1-based line there
 };
 
-/// A text that a source may include, under the name that it is included by.
+/// A text that a source may include, and the name it is included by.
 struct SSourceHeader
 {
     std::string strName;
     std::string strSource;
 };
 
-/// What a program is built with: the options of OpenCL 1.2, and the vendor's own. Those of the language are of no
+/// What a program is built with: the options of OpenCL 1.2 and the platform's own. Options of the language have no
 /// effect on IL.
 struct SBuildOptions
 {
@@ -146,12 +146,12 @@ struct SBuildOptions
     bool bCreateLibrary = false; ///< of a link
 };
 
-/// Reads options. Words are split at blanks; quotes hold one together, a backslash takes what follows it as it is.
-///
-/// \return false, with the word in strUnknown, for an option that isn't known or has no value where one belongs
+/// Reads options. Words are separated by blanks; quotes hold blanks in a word, and a backslash makes the next character
+/// an ordinary one.
+/// \return false, with the word in strUnknown, for an unknown option or one whose value is missing
 bool ParseBuildOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown);
 
-/// The same for a link, which knows "-create-library", "-enable-link-options", and of the others those about
+/// The same for a link. It takes "-create-library", "-enable-link-options", and of the other options those about
 /// arithmetic.
 bool ParseLinkOptions(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown);
 
@@ -159,7 +159,7 @@ bool ParseLinkOptions(const std::string& strOptions, SBuildOptions& options, std
 SBuildResult BuildFromSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target,
                              const std::vector<SSourceHeader>& vHeaders = {});
 
-/// Compiles a source in OpenCL C into an object. An IL module is whole in itself: it is built as it is. Reentrant.
+/// Compiles a source in OpenCL C to an object. An IL module is complete, so it is built. Reentrant.
 SBuildResult CompileSource(const std::string& strSource, const SBuildOptions& options, const SDeviceTarget& target,
                            const std::vector<SSourceHeader>& vHeaders);
 
@@ -167,11 +167,11 @@ SBuildResult CompileSource(const std::string& strSource, const SBuildOptions& op
 SBuildResult LinkImages(const std::vector<const std::vector<char>*>& vImages, const SBuildOptions& options,
                         const SDeviceTarget& target);
 
-/// What an image holds, as it says itself. Executable for bytes that are no image.
+/// What an image says that it contains. Executable for bytes that aren't an image.
 EImageType GetImageType(const char* pImage, size_t nSize);
 
-/// Reads an image back. Without bUseDebugIL it takes .text, with it .debugil, whose placeholder
-/// becomes the call of each kernel. Never trusts an offset, size or count of the image. Reentrant.
+/// Reads an image back: from .text, or with bUseDebugIL from .debugil, where a call of each kernel replaces the
+/// placeholder. Trusts no offset, size or count in the image. Reentrant.
 SBuildResult BuildFromBinary(const char* pImage, size_t nSize, const SBuildOptions& options,
                              const SDeviceTarget& target);
 

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 const char s_Mark[8] = {'O', 'V', 'K', 'C', 'A', 'C', 'H', '1'};
 const std::string_view s_Suffix = ".kestrel";
 
-/// In front of the key, the log and the image.
+/// Stands before the key, the log and the image.
 struct SCacheHeader
 {
     char mark[8];
@@ -38,7 +38,7 @@ uint64_t HashOf(const SCachedProgram& program)
     return HashBytes({program.vImage.data(), program.vImage.size()}, HashBytes(program.strLog));
 }
 
-/// A file, closed at the end.
+/// A file that is closed by the destructor.
 class CFile
 {
 public:
@@ -69,7 +69,7 @@ private:
     const int m_nFile;
 };
 
-/// Whether a file is as large as its header says; what it says is believed only then.
+/// Reads the header. Its sizes are trusted only if they match the file's size.
 bool ReadHeader(const CFile& file, SCacheHeader& header)
 {
     struct stat state = {};
@@ -129,7 +129,7 @@ std::string CProgramCache::FileOf(const std::string& strKey) const
 {
     static const char* const s_pszDigits = "0123456789abcdef";
     std::string strName;
-    // Two hashes, since a file holds one program: those whose names are the same take each other's place.
+    // Two hashes make a collision unlikely: programs with the same name would replace each other.
     for (const uint64_t nHash : {HashBytes(strKey), HashBytes(strKey, HashBytes("kestrel"))})
     {
         for (int nShift = 60; nShift >= 0; nShift -= 4)
@@ -161,7 +161,7 @@ bool CProgramCache::Find(const std::string& strKey, SCachedProgram& program) con
     {
         return false;
     }
-    futimens(file.Get(), nullptr); // used just now
+    futimens(file.Get(), nullptr); // marks it as used now
     return true;
 }
 
@@ -203,7 +203,7 @@ void CProgramCache::RemoveOldest() const
     {
         std::error_code gone;
         const SFile file{it->last_write_time(gone), it->file_size(gone), it->path()};
-        // What isn't the cache's own stays; what a process left half-written is the cache's own.
+        // Other files in the folder stay. A half-written file of the cache counts as the cache's own.
         if (!gone && it->path().filename().string().find(s_Suffix) != std::string::npos)
         {
             nBytes += file.nBytes;

@@ -8,30 +8,30 @@
 namespace KestrelPlatform
 {
 
-/// A build as the cache keeps it.
+/// A build in the cache.
 struct SCachedProgram
 {
     std::string strLog;
     std::vector<char> vImage;
 };
 
-/// Programs that were built before, a file each, in a folder that processes share. Files appear whole or not at all,
-/// and one that is damaged counts as not there. Nothing here fails: what can't be read or written is as if it had never
-/// been. Any thread.
+/// Programs that were built before, one file each, in a folder that processes share. Files appear completely or not at
+/// all, and a damaged one counts as missing. Nothing here reports failure: what can't be read or written counts as
+/// missing too. Any thread.
 class CProgramCache
 {
 public:
-    /// \param strFolder made when it is first written to; empty for a cache that keeps nothing
-    /// \param nMostBytes the files that were used the longest time ago go when there are more
+    /// \param strFolder created by the first write; empty for a cache that keeps nothing
+    /// \param nMostBytes above this, the least recently used files are removed
     explicit CProgramCache(std::string strFolder, uint64_t nMostBytes = uint64_t{256} << 20);
 
-    /// The user's: `kestrel` in $XDG_CACHE_HOME or in ~/.cache. Off with KESTREL_CACHE=off, and where there is no such
-    /// folder.
+    /// The user's cache: the folder `kestrel` in $XDG_CACHE_HOME or ~/.cache. Off with KESTREL_CACHE=off, and if there
+    /// is no such folder.
     static const CProgramCache& Default();
 
     bool IsOn() const { return !m_strFolder.empty(); }
 
-    /// \param strKey all that the program depends on
+    /// \param strKey everything that the program depends on
     bool Find(const std::string& strKey, SCachedProgram& program) const;
     void Store(const std::string& strKey, const SCachedProgram& program) const;
 

@@ -14,7 +14,7 @@ namespace
 const uint64_t s_nCodeAlignment = 16;
 const uint64_t s_nDataAlignment = 16;
 
-/// The block that `__OpenCL_K_header` names, little-endian words.
+/// The block named `__OpenCL_K_header`, in little-endian words.
 struct SKernelHeader
 {
     uint32_t nMark = 0x48564B4F; // "OKVH"

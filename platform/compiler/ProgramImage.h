@@ -10,28 +10,28 @@
 namespace KestrelPlatform
 {
 
-/// Writes the ELF image of a program; docs/kernel-binary.md tells what is in it.
+/// Writes the ELF image of a program; docs/kernel-binary.md describes it.
 ///
 /// \param vKernels   one for each kernel of the module, in the same order
 /// \param bDebugText whether the image gets the IL text, in `.debugil`
 std::vector<char> WriteProgramImage(const SModule& module, const std::vector<SCompiledKernel>& vKernels,
                                     bool bDebugText);
 
-/// The ELF image of a built program. It is made when it is first asked for: a debugger builds a program for each stop
-/// and never asks. Any thread.
+/// The ELF image of a built program, made on first use: a debugger builds a program at each stop and never asks for its
+/// image. Any thread.
 class CProgramImage
 {
 public:
     explicit CProgramImage(std::vector<char> vBytes) : m_vBytes(std::move(vBytes)) {}
 
-    /// \param module     what has been linked for the target without a fault; from it the image is made
+    /// \param module     a module that was linked for the target without a fault
     /// \param bDebugText as for WriteProgramImage
     CProgramImage(SModule module, const SDeviceTarget& target, bool bDebugText)
         : m_pSource(new SSource{std::move(module), target, bDebugText})
     {
     }
 
-    /// The same at each call. Throws std::bad_alloc if there is no memory for it, and may be asked again then.
+    /// Gives the same bytes at each call. Throws std::bad_alloc if memory runs out, and may then be called again.
     const std::vector<char>& GetBytes() const;
 
 private:

@@ -7,17 +7,17 @@
 namespace KestrelPlatform
 {
 
-/// What the third byte of a version word names, in value order.
+/// Names of a version word's third byte, by value.
 const char* const s_StreamKinds[] = {"vs", "ps", "gs", "cs", "hs", "ds"};
 const size_t s_nStreamKinds = 6;
 
 /// Bit 16 of the modifier word of `mdef`: an outline macro.
 const uint32_t s_nOutlineMacroBit = 1u << 16;
 
-/// Bits of a register token that no syntax of an operand sets: reserved ones.
+/// Bits of a register token that no operand syntax sets; they are reserved.
 const uint32_t s_nOperandReservedBits = 7u << 28;
 
-/// Bits of an index register's token that no syntax sets. They bring no words there.
+/// Bits of an index register's token that no syntax sets. In this token they bring no further words.
 const uint32_t s_nIndexRawBits = 0xFF800000u;
 
 /// \return the short name of a version word's kind, or null if the word has no natural spelling

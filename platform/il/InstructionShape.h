@@ -26,7 +26,7 @@ struct SInstructionShape
     std::string_view Name() const { return {pName, nNameLength}; }
 };
 
-/// The shapes by opcode. The last one is that of the opcodes after: of none.
+/// The shapes by opcode. The last entry is the empty shape, for opcodes beyond the table.
 struct SInstructionShapes
 {
     SInstructionShape shapes[IL_OP_LAST + 1] = {};

@@ -8,15 +8,15 @@
 namespace KestrelPlatform
 {
 
-/// Finds the number of a name. Made to be a constant: filled when the program is compiled, so that it needs neither
-/// a start nor an end.
+/// Maps names to numbers. Made to be constexpr: filled at compile time, so that it needs no initialisation and no
+/// destruction at run time.
 ///
 /// It has 2 to the power of nBits buckets, which must be well above the number of names.
 template <unsigned int nBits>
 class CNameTable
 {
 public:
-    /// Adds a name, which must live as long as the table; one that is there already keeps its number.
+    /// Adds a name, which must live as long as the table. A name that is there already keeps its number.
     constexpr void Add(std::string_view name, int nValue)
     {
         const uint64_t nKey = KeyOf(name);
@@ -47,7 +47,7 @@ private:
             {
                 return false;
             }
-            // Longer names are compared in place, as a call would cost more than the few characters.
+            // Longer names are compared by this loop: calling a function would cost more for so few characters.
             size_t nSame = name.size() <= sizeof(nKey) ? name.size() : 0;
             while (nSame < name.size() && name[nSame] == wanted[nSame])
             {
@@ -57,7 +57,7 @@ private:
         }
     };
 
-    /// The characters of a name themselves if they fit, which spares comparing them one by one; else a hash.
+    /// A short name's key is its characters, so that no comparison of characters is needed; a longer name's is a hash.
     static constexpr uint64_t KeyOf(std::string_view name)
     {
         uint64_t nKey = 0;
@@ -68,7 +68,7 @@ private:
         return nKey;
     }
 
-    /// The bucket that holds the name, or the empty one in which it would be.
+    /// The bucket that holds the name, or the empty one where it would go.
     constexpr size_t Place(std::string_view name, uint64_t nKey) const
     {
         size_t nPlace = static_cast<size_t>(nKey * 0x9E3779B97F4A7C15u >> (64 - nBits));

@@ -20,17 +20,18 @@ const uint32_t s_nOperandImmediate = 1u << 26;
 const uint32_t s_nOperandNegative = 1u << 27;
 const uint32_t s_nOperandExtended = 1u << 31;
 
-/// The register type that a token names, of those in ILRegisterTypes.def.
+/// The register type of a token, as numbered in ILRegisterTypes.def.
 inline uint32_t OperandType(uint32_t nToken)
 {
     return (nToken >> 16) & 0x3F;
 }
 
-/// A token has 16 bits for a register's number, which of temps may be negative: in two's complement, with
+/// A token has 16 bits for a register's number. A temp's number may be negative: two's complement, with
 /// s_nOperandNegative set.
 const uint32_t s_nOperandNumbers = 1u << 16;
 
-/// Whether an operand is a register with at most a modifier word: none of the bits above is set.
+/// Whether an operand is a register with at most a modifier word: none of the bits from s_nOperandRelativeShift up is
+/// set.
 inline bool IsPlainOperand(uint32_t nToken)
 {
     return nToken < 1u << s_nOperandRelativeShift;

@@ -47,7 +47,7 @@ bool IsArgumentLine(std::string_view line)
     return false;
 }
 
-/// Where a new argument's line goes: after the last argument, or in front of the function line.
+/// Where the line of a new argument goes: after the last argument, or before the function line.
 size_t FindArgumentEnd(const std::string& strMetadata)
 {
     size_t nEnd = std::string::npos;
@@ -257,7 +257,7 @@ bool zccBinary::AddArgument(const std::string& strKernel, const std::string& str
         return false;
     }
     const std::string strOffset = std::to_string(metadata.nConstantBuffer1Elements * 16);
-    // Pointers have the fields of the block's revision.
+    // How many fields a pointer has depends on the block's revision.
     const std::string strFurther = metadata.nPointerFields > 10 ? ":RW:0:0" : metadata.nPointerFields > 9 ? ":RW" : "";
     const std::string strLine = bByValue
                                     ? ";value:" + strName + ":i32:1:1:" + strOffset + "\n"

@@ -1,5 +1,5 @@
-// The low-level runtime's exports. The conversion of IL works; everything that would need a device answers that it
-// isn't supported.
+// The exports of the low-level runtime. Converting IL works; calls that would need a device answer that they aren't
+// supported.
 
 #include "modules/QRLTypes.h"
 #include "platform/compiler/Assembler.h"

@@ -1,4 +1,4 @@
-// The compiler library's exports. None of them lets an exception out; memory that runs out is ZCC_OUT_OF_MEM.
+// The exports of the compiler library. None lets an exception out; running out of memory gives ZCC_OUT_OF_MEM.
 
 #include "modules/ZCCTypes.h"
 #include "platform/compiler/Assembler.h"
@@ -16,7 +16,7 @@
 
 using namespace KestrelPlatform;
 
-/// A compiler has no state of its own: it stands for a client that has started the library.
+/// A compiler has no state: the handle shows that a client has started the library.
 struct zccCompiler
 {
 };
@@ -24,7 +24,7 @@ struct zccCompiler
 namespace
 {
 
-/// The size of a binary structure that a caller has to name.
+/// The size of a binary structure, which callers must state.
 const size_t s_nBinaryStructureSize = 104;
 
 const char* const s_pFamily = "ovkil";
@@ -57,7 +57,7 @@ void Set(zcc_error* pError, zcc_error eError)
     }
 }
 
-/// Runs what gives a code.
+/// Runs a body that gives an error code.
 template <typename TBody>
 zcc_error Guard(TBody body)
 {
@@ -75,7 +75,7 @@ zcc_error Guard(TBody body)
     }
 }
 
-/// Runs what gives a pointer and notes a code.
+/// Runs a body that gives a pointer and sets an error code.
 template <typename TBody>
 auto GuardPointer(zcc_error* pError, TBody body) -> decltype(body(*pError))
 {
@@ -151,7 +151,7 @@ zcc_error CompileTokens(zccBinary& binary, zccLogFunction pfnLog)
     return ZCC_SUCCESS;
 }
 
-/// Gives bytes by the size-first protocol.
+/// Gives bytes by the protocol that asks for the size first.
 zcc_error Answer(std::string_view data, void* pData, size_t* pSize)
 {
     if (pData != nullptr && *pSize < data.size())
@@ -378,7 +378,7 @@ zcc_error zccQueryInfo(zccCompiler* pCompiler, zccBinary* pBinary, zccQueryType 
             case RT_GPU_FUNC_ID:
                 return Answer(Bytes(&metadata.nUniqueId, sizeof(metadata.nUniqueId)), pData, pSize);
             case RT_DEVICE_NAME:
-                // With its terminating NUL.
+                // The answer includes the terminating NUL.
                 return Answer({metadata.strDevice.c_str(), metadata.strDevice.size() + 1}, pData, pSize);
             default:
                 return ZCC_UNSUPPORTED;
@@ -481,7 +481,7 @@ zcc_error zccCompile(zccCompiler* pCompiler, zccBinary* pBinary, const char*, zc
     return ZCC_UNSUPPORTED;
 }
 
-/// Gives the log function the IL of a kernel's device code as text.
+/// Passes the IL text of a kernel's device code to the log function.
 zcc_error zccDisassemble(zccCompiler* pCompiler, zccBinary* pBinary, const char* szKernel, zccLogFunction pfnLog)
 {
     if (pCompiler == nullptr || pBinary == nullptr || szKernel == nullptr)
