@@ -18,7 +18,7 @@ namespace
 
 using KestrelPlatform::SModule;
 
-/// Adds what the source says of a kernel to its metadata, which is read again then.
+/// Adds what the source says about a kernel to its metadata, then reads the metadata again.
 bool AddSourceInfo(SLowered& lowered, std::string& strLog)
 {
     for (size_t i = 0; i < lowered.vKernels.size(); ++i)
@@ -37,7 +37,7 @@ bool AddSourceInfo(SLowered& lowered, std::string& strLog)
     return true;
 }
 
-/// Brings a module that is a whole program into the form of the device.
+/// Lowers a module that is a whole program to the device's form.
 bool Finish(llvm::Module& llvmModule, const SCompileJob& job, SModule& module, std::string& strLog)
 {
     if (!PrepareForLowering(llvmModule, job, strLog))

@@ -7,8 +7,8 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// Reads a source character by character as the language does first of all: lines that end with a backslash are joined,
-/// and `??/` is a backslash.
+/// Reads a source character by character after the language's first two phases: a backslash at the end of a line joins
+/// it with the next, and `??/` is a backslash.
 class CSourceReader
 {
 public:
@@ -32,7 +32,7 @@ private:
 
     bool IsTrigraph(size_t nAt) const { return m_Source.substr(nAt, 3) == "?\?/"; }
 
-    /// Steps over joined line ends.
+    /// Skips joined line ends.
     void Skip()
     {
         while (m_nAt < m_Source.size())
@@ -56,7 +56,7 @@ private:
     }
 };
 
-/// Steps over a comment, if one is there. \return whether one was
+/// Skips a comment if one begins here. \return whether one did
 bool SkipComment(CSourceReader& reader)
 {
     CSourceReader ahead = reader;
@@ -80,7 +80,7 @@ bool SkipComment(CSourceReader& reader)
     return true;
 }
 
-/// \return whether a name's start before this character is one that nothing follows
+/// \return whether no name follows `\N`, given the character after it
 bool IsBareBefore(char cNext, char cQuote)
 {
     return cQuote != '\0' ? cNext == cQuote
@@ -95,7 +95,7 @@ size_t FindBareName(std::string_view source)
     {
         return std::string_view::npos;
     }
-    char cQuote = '\0'; // of the text or character that the reader is in
+    char cQuote = '\0'; // of the string or character constant that the reader is in
     for (CSourceReader reader(source); !reader.IsAtEnd(); reader.Advance())
     {
         if (cQuote == '\0' && SkipComment(reader))
@@ -113,7 +113,7 @@ size_t FindBareName(std::string_view source)
             {
                 continue;
             }
-            // The escaped character isn't looked at again.
+            // Skips the escaped character.
             reader = ahead;
             ahead.Advance();
             if (bName && IsBareBefore(ahead.Peek(), cQuote))
@@ -123,7 +123,7 @@ size_t FindBareName(std::string_view source)
         }
         else if (cHere == '\n')
         {
-            cQuote = '\0'; // a text ends with its line at the latest
+            cQuote = '\0'; // a string ends at the end of its line at the latest
         }
         else if (cQuote == '\0' && (cHere == '"' || cHere == '\''))
         {

@@ -7,9 +7,9 @@
 namespace KestrelOpenCL
 {
 
-/// Looks for `\N` that ends a text or a character, or could once a macro makes a text of it. clang reads past the end
-/// of such a text, and never finds the end of such a character, also where a directive has them. \return the offset of
-/// the backslash, `std::string_view::npos` if there is none
+/// Finds a `\N` at the end of a string or character constant, or one that a macro could put there. clang reads past the
+/// end of such a string, and never finds the end of such a character constant, even within a directive.
+/// \return the offset of the backslash, `std::string_view::npos` if there is none
 size_t FindBareName(std::string_view source);
 
 } // namespace KestrelOpenCL

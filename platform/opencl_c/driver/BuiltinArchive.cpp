@@ -43,7 +43,7 @@ CBuiltinArchive::CBuiltinArchive(std::string_view archive)
 {
     if (archive.size() < s_nMagic + s_nHeader)
     {
-        return; // an archive of no member
+        return; // the archive has no members
     }
     // The number of symbols, the offset of each one's member, the names.
     const std::string_view table = MemberAt(archive, s_nMagic);

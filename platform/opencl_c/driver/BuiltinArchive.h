@@ -7,14 +7,14 @@
 namespace KestrelOpenCL
 {
 
-/// The built-in functions for one width of addresses: an archive of bitcode in the common format of `ar`, whose first
-/// member is the symbol table. Made with the project, so it isn't distrusted.
+/// The built-in functions for one address width: an archive of bitcode in the common format of `ar`, whose first member
+/// is the symbol table. It is built with the project, so its contents are trusted.
 class CBuiltinArchive
 {
 public:
     explicit CBuiltinArchive(std::string_view archive);
 
-    /// The one for a width of addresses, read at the first call. Any thread.
+    /// The archive for an address width, read at the first call. Any thread.
     static const CBuiltinArchive& Get(bool b64BitAddresses);
 
     /// The bitcode of the member that defines a function; empty if none does.

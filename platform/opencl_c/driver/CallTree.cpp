@@ -14,10 +14,10 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// A kernel of that many instructions is no kernel any more: it is what a few lines that call each other twice grow to.
+/// Real kernels are far smaller. A few lines of functions that each call the next one twice can grow beyond it.
 const uint64_t s_nMostInstructions = 1'000'000;
 
-/// What the device itself knows: intrinsics, and what lowering turns into instructions.
+/// Functions that the device provides: intrinsics, and those that lowering turns into instructions.
 bool IsKnown(const llvm::Function& function)
 {
     return function.isIntrinsic() || function.getName().startswith("__il_") ||
@@ -40,7 +40,7 @@ std::string Place(const llvm::CallBase& call)
                                    std::to_string(pPlace->getColumn()) + ": ";
 }
 
-/// A walk over the calls in depth, with a stack of its own: programs call as deeply as they like.
+/// A depth-first walk over the calls. It has a stack of its own, as call depth is unlimited.
 class CWalk
 {
 public:
@@ -71,7 +71,7 @@ private:
     std::string& m_strLog;
     std::vector<SFrame> m_vStack;
     llvm::DenseSet<const llvm::Function*> m_Open; ///< on the stack
-    llvm::DenseSet<const llvm::Function*> m_Told; ///< undefined ones that were complained about
+    llvm::DenseSet<const llvm::Function*> m_Told; ///< undefined functions that have been reported
     llvm::DenseMap<const llvm::Function*, uint64_t> m_Sizes;
     bool m_bOk = true;
 };

@@ -16,12 +16,11 @@ namespace KestrelOpenCL
 /// Whether a function is a kernel with a body.
 bool IsKernel(const llvm::Function& function);
 
-/// The functions that a module's kernels reach, callees in front of their callers.
+/// The functions that a module's kernels reach, callees before their callers.
 ///
-/// \param strLog receives an error for each function that calls itself, directly or not, for each that is called and
-///               nowhere defined, and for a kernel that would be too large with all its calls inlined; each with the
-///               source's line
-/// \return false if there was one
+/// \param strLog receives an error with the source's line for each function that calls itself, directly or not, for
+/// each function that is called but not defined, and for a kernel that would be too large with all calls inlined
+/// \return false if there was an error
 bool OrderCalls(llvm::Module& module, std::vector<llvm::Function*>& vOrder, std::string& strLog);
 
 } // namespace KestrelOpenCL

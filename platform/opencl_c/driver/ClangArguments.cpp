@@ -11,17 +11,17 @@ const char* const s_pszHeaderFolder = "/opencl-headers";
 namespace
 {
 
-/// All but the device's own words.
+/// The arguments of every job, apart from the device's.
 const char* const s_ppszAlways[] = {
     "-emit-llvm-only", "-disable-llvm-passes", "-disable-O0-optnone", "-x", "cl", "-cl-kernel-arg-info",
-    // OpenCL C says little of inline: as C99 has it, an inline function that isn't static would be nowhere defined.
+    // OpenCL C says little about inline. By C99's rules an inline function that isn't static would have no definition.
     "-fgnu89-inline",
-    // Without marks of how long a variable lives, a break leads straight out of its loop.
+    // Lifetime markers would keep a break from leaving its loop directly.
     "-disable-lifetime-markers",
-    // Built-in functions come from a table, and are declared when they are named.
+    // Built-in functions are declared from a table when they are used.
     "-fdeclare-opencl-builtins", "-finclude-default-header", "-fbracket-depth", "256", "-ferror-limit", "50",
     "-fmacro-backtrace-limit", "4",
-    // Nothing of the machine that the program is built on gets into its binary.
+    // Keeps details of the build machine out of the binary.
     "-main-file-name", "kernel.cl", "-fdebug-compilation-dir=.", "-dwarf-version=4",
     // What the device reports.
     "-D__OPENCL_VERSION__=120", "-D__ENDIAN_LITTLE__=1", "-D__IMAGE_SUPPORT__=1"};
@@ -60,7 +60,7 @@ std::vector<std::string> ClangArguments(const SCompileJob& job)
     vArguments.insert(vArguments.end(),
                       {"-triple", job.target.b64BitAddresses ? "spir64-unknown-unknown" : "spir-unknown-unknown",
                        "-cl-std=CL1.2", Extensions(), "-I", s_pszHeaderFolder});
-    // Without optimisation, clang leaves out what says how long a variable lives; debug data keep it for good.
+    // At -O0 clang omits lifetime markers, which debug data would keep for good.
     const bool bOptimize = !job.bDebug && !job.options.bOptDisable;
     vArguments.emplace_back(bOptimize ? "-O2" : "-O0");
     if (job.bDebug)
@@ -73,7 +73,7 @@ std::vector<std::string> ClangArguments(const SCompileJob& job)
     }
     if (!job.options.bEmitLLVM)
     {
-        vArguments.emplace_back("-discard-value-names"); // nobody sees them
+        vArguments.emplace_back("-discard-value-names"); // nobody reads them
     }
     AddLanguageOptions(job.options, vArguments);
     vArguments.emplace_back(s_pszSourceName);

@@ -9,14 +9,13 @@
 namespace KestrelOpenCL
 {
 
-/// The name that a source has, if none of its lines says otherwise.
+/// The name of a source, unless one of its lines says otherwise.
 extern const char* const s_pszSourceName;
 
-/// Where the headers of a job are, in a file system of their own.
+/// The folder of a job's headers, in an in-memory file system.
 extern const char* const s_pszHeaderFolder;
 
-/// What clang's front end is called with for a job: the language, the device as it reports itself, the client's
-/// options.
+/// The arguments of clang's front end for a job: the language, the device's properties, and the client's options.
 std::vector<std::string> ClangArguments(const SCompileJob& job);
 
 } // namespace KestrelOpenCL

@@ -21,7 +21,7 @@ const SDivision s_Divisions[] = {{"kestrel.udiv.", llvm::Instruction::UDiv},
                                  {"kestrel.urem.", llvm::Instruction::URem},
                                  {"kestrel.srem.", llvm::Instruction::SRem}};
 
-/// A constant none of whose elements is 0 or -1, by which every number can be divided.
+/// A constant without an element 0 or -1, so that dividing by it is always defined.
 bool IsHarmless(const llvm::Value* pDivisor)
 {
     const auto IsNumber = [](const llvm::Constant* pConstant)
@@ -94,7 +94,7 @@ void Show(llvm::CallInst& call, bool bAll)
     {
         return;
     }
-    // Made as an instruction: a builder would fold a division by zero into nothing.
+    // Created directly: a builder would fold a division by zero away.
     auto* const pOperation =
         llvm::BinaryOperator::Create(pDivision->eOperation, call.getArgOperand(0), call.getArgOperand(1), "", &call);
     pOperation->setDebugLoc(call.getDebugLoc());

@@ -10,14 +10,14 @@ class Module;
 namespace KestrelOpenCL
 {
 
-/// To LLVM a division of integers by zero, or one that overflows, may do anything, and what leads to it is thrown away.
-/// OpenCL C lets it give any value. So divisions whose divisor isn't known to be harmless are calls of functions that
-/// LLVM knows nothing about, as long as its passes run.
+/// To LLVM, an integer division by zero or one that overflows is undefined behaviour, and code that leads to it is
+/// removed. OpenCL C only leaves the result undefined. So while LLVM's passes run, divisions whose divisor isn't known
+/// to be safe are calls of functions that LLVM knows nothing about.
 
 /// Turns such divisions into calls.
 void HideDivisions(llvm::Module& module);
 
-/// Turns those calls back whose divisors have become known, or all of them, once no pass runs any more.
+/// Turns the calls whose divisors are known by now back into divisions; with bAll, all of them, after the last pass.
 void ShowDivisions(llvm::Function& function, bool bAll);
 
 } // namespace KestrelOpenCL

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-// The assembler takes a file in as it is, which no array in C++ does as quickly. Readers of bitcode want it aligned to
-// words, and those of text want a zero byte at the end.
+// The assembler includes a file as it is, much faster than a C++ array. Bitcode has to be aligned to words, and text
+// has to end with a zero byte.
 #define EMBED(name, path)                                                                                              \
     __asm__(".pushsection .rodata\n"                                                                                   \
             ".balign 16\n" #name ":\n"                                                                                 \

@@ -10,7 +10,7 @@ namespace KestrelOpenCL
 /// part of it.
 std::string_view BaseHeader();
 
-/// The built-in functions as bitcode, for a width of addresses.
+/// The built-in functions as bitcode, for an address width.
 std::string_view BuiltinBitcode(bool b64BitAddresses);
 
 } // namespace KestrelOpenCL

@@ -20,7 +20,7 @@ const uint64_t s_nRecordHeader = 3 * s_nRecordWord;
 const unsigned int s_nGlobalSpace = 1;
 const uint32_t s_nNoString = 0xFFFFFFFF;
 
-/// A variable that only ever has one value: at "-g" a pointer to a literal goes through memory.
+/// Looks through a variable that only ever has one value: with "-g" a pointer to a literal goes through memory.
 llvm::Value* LookThrough(llvm::Value* pValue)
 {
     auto* const pLoad = llvm::dyn_cast<llvm::LoadInst>(pValue);
@@ -58,7 +58,7 @@ std::optional<std::string> Literal(llvm::Value* pPointer)
     return text.str();
 }
 
-/// One call on its way.
+/// The expansion of one call.
 class CExpansion
 {
 public:
@@ -91,7 +91,7 @@ private:
     std::vector<llvm::Value*> m_vWords;
 };
 
-/// A value of a register that the launch sets: "cb0_3_x".
+/// The value of a register that the launch sets, named as in "cb0_3_x".
 llvm::Value* CExpansion::Hidden(const char* pszRegister)
 {
     llvm::FunctionCallee callee = m_Module.getOrInsertFunction(std::string("__il_") + pszRegister,
@@ -145,7 +145,7 @@ void CExpansion::TakeElement(llvm::Value* pElement)
     m_vWords.push_back(m_Builder.CreateTrunc(m_Builder.CreateLShr(pElement, 32), m_Builder.getInt32Ty()));
 }
 
-/// The number of a literal among the call's strings, chosen at run time if need be.
+/// The number of a literal among the call's strings, selected at run time if necessary.
 llvm::Value* CExpansion::StringNumber(llvm::Value* pPointer)
 {
     pPointer = LookThrough(pPointer);
@@ -169,8 +169,8 @@ void CExpansion::TakeString(llvm::Value* pArgument)
     m_vWords.push_back(StringNumber(pArgument));
 }
 
-/// Takes an argument's words, and adds its type to the list: a letter (i, f or p), the bits, and for a vector "x" and
-/// its length.
+/// Adds an argument's words, and adds its type to the list: a letter (i, f or p), the number of bits, and for a vector
+/// "x" and its length.
 void CExpansion::TakeArgument(llvm::Value* pArgument)
 {
     m_strTypes += m_strTypes.empty() ? "" : ",";

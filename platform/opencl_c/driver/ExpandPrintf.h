@@ -14,15 +14,15 @@ namespace KestrelOpenCL
 
 /// Turns each printf of a kernel, with its calls inlined, into code that adds a record to the launch's buffer:
 ///
-///   word 0 the record's bytes, word 1 the format's number, word 2 the flat number of the work-group, then the
-///   arguments, low words first, each element of a vector for itself, an element of less than 32 bits as a word.
+///   word 0 is the size of the record in bytes, word 1 the format's number, word 2 the flat number of the work-group.
+///   Then come the arguments, low words first. A vector's elements are separate; one of less than 32 bits takes a word.
 ///
-/// The buffer's address is in x and y of element 3 of constant buffer 0, the bytes for records in z; an address of 0
-/// means that nobody listens. The buffer starts with the bytes that are used and the number of records that didn't
-/// fit, two words, which the records follow.
+/// Element 3 of constant buffer 0 has the buffer's address in x and y, and in z the bytes for records. An address of 0
+/// means that printf is off. The buffer starts with two words: how many bytes are used, and how many records didn't
+/// fit. The records follow.
 ///
-/// The formats become the metadata "kestrel.printf" of the function: a node for each, with the string of the arguments'
-/// types and that of the format; see docs/kernel-binary.md.
+/// The formats become the function's metadata "kestrel.printf": one node each, with the string of the argument types
+/// and the format string; see docs/kernel-binary.md.
 ///
 /// \param strLog receives an error for a format that isn't a string literal
 bool ExpandPrintf(llvm::Function& kernel, std::string& strLog);

@@ -17,7 +17,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// Much deeper than any program's brackets and chains of operators go; touched only as far as they do.
+/// Enough for brackets and operator chains much deeper than any real program's. Pages are only touched when used.
 const size_t s_nStackBytes = size_t{256} << 20;
 const size_t s_nSignalStackBytes = size_t{64} << 10;
 
@@ -31,15 +31,15 @@ struct SRun
 {
     const std::function<bool()>* pCompile;
     sigjmp_buf jump;
-    std::string strFault; ///< why it was ended
+    std::string strFault; ///< why it was aborted
     bool bOk = false;
 };
 
-/// The compilation of this thread. Read in a signal handler of any thread, so it must need no allocation: see the
-/// model of thread storage that this file is compiled with.
+/// The compilation of this thread. A signal handler on any thread reads it, so access must not allocate: see the
+/// thread-local storage model that this file is compiled with.
 thread_local SRun* t_pRun = nullptr;
 
-/// The handlers that were there before, and how many compilations count on ours.
+/// The previous handlers, and the number of compilations that rely on ours.
 struct SHandlers
 {
     std::mutex mutex;
@@ -63,7 +63,7 @@ size_t SlotOf(int nSignal)
     return n;
 }
 
-/// Not for a compiling thread: does what would have been done without us.
+/// For signals of threads that don't compile: does what would have happened without our handler.
 void PassOn(int nSignal, siginfo_t* pInfo, void* pContext)
 {
     const struct sigaction& before = Handlers().before[SlotOf(nSignal)];
@@ -77,7 +77,8 @@ void PassOn(int nSignal, siginfo_t* pInfo, void* pContext)
     }
     else
     {
-        // The instruction faults again when this returns, and now for good; a signal that was sent is sent again.
+        // When this returns, the instruction faults again, with the default action. A signal that was sent is sent
+        // again.
         sigaction(nSignal, &before, nullptr);
         if (pInfo->si_code <= 0)
         {
@@ -113,7 +114,7 @@ void TakeSignals()
     }
 }
 
-/// Puts the handlers back, but not over one that somebody else has set meanwhile.
+/// Restores the previous handlers, unless somebody else has set one meanwhile.
 void ReturnSignals()
 {
     SHandlers& handlers = Handlers();
@@ -133,7 +134,7 @@ void ReturnSignals()
     }
 }
 
-/// LLVM has given up. It must not return to it.
+/// LLVM calls this for a fatal error. It must not return.
 void OnFatalError(void*, const char* pszReason, bool)
 {
     if (t_pRun != nullptr)
@@ -223,7 +224,7 @@ bool RunGuarded(const std::function<bool()>& compile, std::string& strLog)
     run.pCompile = &compile;
     TakeSignals();
     pthread_t thread{};
-    // Where address space is scarce a smaller stack must do.
+    // With little address space left, a smaller stack has to do.
     if (StartThread(run, s_nStackBytes, thread) || StartThread(run, s_nStackBytes / 16, thread))
     {
         pthread_join(thread, nullptr);

@@ -25,7 +25,7 @@ const char* const s_pszReadFiles = "kestrel.files";
 namespace
 {
 
-/// Tokens after macros, of a source that isn't a program any more but macros that grow without end.
+/// The most tokens after macro expansion; a source with more has macros that grow without end.
 const uint64_t s_nMostTokens = 2'000'000;
 
 llvm::IntrusiveRefCntPtr<llvm::vfs::FileSystem> MakeFiles(const SCompileJob& job)
@@ -45,7 +45,7 @@ llvm::IntrusiveRefCntPtr<llvm::vfs::FileSystem> MakeFiles(const SCompileJob& job
     return pFiles;
 }
 
-/// Headers of the client have the names that the client gave them.
+/// Restores the names that the client gave its headers.
 void RemoveHeaderFolder(std::string& strText)
 {
     const std::string strFolder = std::string(s_pszHeaderFolder) + "/";
@@ -78,7 +78,7 @@ std::shared_ptr<clang::CompilerInvocation> MakeInvocation(const SCompileJob& job
     return pInvocation;
 }
 
-/// \return whether clang would read past the end of what is in a file, which the log then says
+/// \return whether clang would read past the end of something in this file; then the log says so
 bool HasBareName(const std::string& strName, llvm::StringRef source, llvm::raw_ostream& log)
 {
     const size_t nOffset = FindBareName(source);
@@ -99,7 +99,7 @@ bool HasBareNames(const SCompileJob& job, llvm::raw_ostream& log)
                        [&log](const SHeader& header) { return HasBareName(header.strName, header.strSource, log); });
 }
 
-/// Whether a text or a character that macros or a file of the machine made ends in a bare name.
+/// Whether a string or character constant from a macro or from a file on disk ends in a bare name.
 bool EndsInBareName(const clang::Preprocessor& preprocessor, const clang::Token& token)
 {
     if (!clang::tok::isStringLiteral(token.getKind()) && token.isNot(clang::tok::char_constant))
@@ -110,8 +110,8 @@ bool EndsInBareName(const clang::Preprocessor& preprocessor, const clang::Token&
     return FindBareName(preprocessor.getSpelling(token, buffer)) != std::string_view::npos;
 }
 
-/// Ends a compilation whose macros grow without end, and one that clang can't read: what is left of the source is
-/// taken for empty.
+/// Stops a compilation whose macros grow without end, and one that clang can't read: the rest of the source then counts
+/// as empty.
 void WatchTokens(clang::Preprocessor& preprocessor)
 {
     const auto refuse = [&preprocessor](const clang::Token& token, const std::string& strWhy)
@@ -135,7 +135,7 @@ void WatchTokens(clang::Preprocessor& preprocessor)
         });
 }
 
-/// Notes in the module that files of the machine were read for it.
+/// Notes in the module that it was compiled from files on disk too.
 void NoteFiles(const clang::SourceManager& sources, llvm::Module& module)
 {
     const llvm::StringRef folder(s_pszHeaderFolder);

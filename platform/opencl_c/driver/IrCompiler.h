@@ -15,21 +15,21 @@ class Module;
 namespace KestrelOpenCL
 {
 
-/// The named metadata of a module for which files of the machine were read.
+/// The named metadata of a module that was compiled from files on disk too.
 extern const char* const s_pszReadFiles;
 
-/// Compiles a source with clang, from memory. Built-in functions stay declarations.
+/// Compiles a source with clang, from memory. Built-in functions remain declarations.
 ///
-/// \param strLog receives the compiler's words: the user's file name, line, column and a caret
+/// \param strLog receives the compiler's messages, with the user's file name, line, column and a caret
 /// \return null for a source with an error
 std::unique_ptr<llvm::Module> CompileToIR(llvm::LLVMContext& context, const SCompileJob& job, std::string& strLog);
 
-/// Makes each kernel of a module a function that is whole in itself: links the built-ins that it calls, inlines all,
-/// and simplifies. With "-g" it inlines only, so that every variable of the source keeps its place in memory.
+/// Makes each kernel of a module self-contained: links the built-ins that it calls, inlines everything, and simplifies.
+/// With "-g" it doesn't simplify, so that every variable of the source keeps its place in memory.
 ///
-/// What calls are left name intrinsics of LLVM, functions `__il_*`, or `printf`.
+/// The remaining calls are LLVM intrinsics, functions `__il_*`, and `printf`.
 ///
-/// \return false with the reason in the log, such as a function that is nowhere defined
+/// \return false with the reason in the log, such as a function without a definition
 bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::string& strLog);
 
 } // namespace KestrelOpenCL

@@ -1,6 +1,6 @@
-// Macros can ask for more memory than any machine has, in vectors that double as they grow. So the compiler's own
-// allocations have a largest size; past it there is no memory, which fails the build. The linker brings what the
-// archives call by these names here, and calls of the names with "real" to where they would have gone.
+// Macros can make clang ask for more memory than any machine has, in vectors that double as they grow. So the
+// compiler's own allocations have a maximum size; a larger one fails as if memory ran out, and with it the build. The
+// linker's --wrap brings the archives' calls here, and calls of the "real" names to the usual functions.
 
 #include <cstddef>
 #include <new>

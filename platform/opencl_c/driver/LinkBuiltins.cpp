@@ -14,7 +14,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// The members that define what the module calls and doesn't define itself, without those that were linked before.
+/// The members that define what the module calls but doesn't define, except those already linked.
 std::set<std::string_view> FindMembers(const llvm::Module& module, const CBuiltinArchive& archive)
 {
     std::set<std::string_view> members;
@@ -33,7 +33,7 @@ std::set<std::string_view> FindMembers(const llvm::Module& module, const CBuilti
     return members;
 }
 
-/// Links those functions of a member that are called. They are read from the bitcode when the linker moves them.
+/// Links the functions of a member that are called. Their bitcode is read when the linker moves them.
 bool LinkMember(llvm::Module& module, std::string_view member, std::string& strLog)
 {
     const llvm::MemoryBufferRef bytes(llvm::StringRef(member.data(), member.size()), "builtins");
@@ -59,7 +59,7 @@ bool LinkMember(llvm::Module& module, std::string_view member, std::string& strL
 bool LinkBuiltins(llvm::Module& module, bool b64BitAddresses, std::string& strLog)
 {
     const CBuiltinArchive& archive = CBuiltinArchive::Get(b64BitAddresses);
-    // What a member calls of another one is found in the next round.
+    // The next round finds what a member calls in others.
     for (;;)
     {
         const std::set<std::string_view> members = FindMembers(module, archive);

@@ -11,7 +11,7 @@ class Module;
 namespace KestrelOpenCL
 {
 
-/// Takes those built-in functions into the module that it calls, directly or through others.
+/// Links the built-in functions that a module calls, directly or indirectly.
 ///
 /// \return false with the reason in the log
 bool LinkBuiltins(llvm::Module& module, bool b64BitAddresses, std::string& strLog);

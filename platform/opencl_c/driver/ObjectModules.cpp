@@ -43,7 +43,7 @@ private:
 std::unique_ptr<llvm::Module> ReadObject(llvm::LLVMContext& context, std::string_view object, bool b64BitAddresses,
                                          std::string& strLog)
 {
-    // A copy: bitcode is read in words, and an object lies in an image wherever it fits.
+    // Copied, since bitcode must be aligned to words, and an object may lie anywhere in an image.
     const std::unique_ptr<llvm::MemoryBuffer> pBytes =
         llvm::MemoryBuffer::getMemBufferCopy(llvm::StringRef(object.data(), object.size()), "object");
     llvm::Expected<std::unique_ptr<llvm::Module>> module = llvm::parseBitcodeFile(*pBytes, context);

@@ -15,11 +15,11 @@ class Module;
 namespace KestrelOpenCL
 {
 
-/// A module as the bytes of an object.
+/// A module as the bytes of an object file.
 std::string WriteObject(const llvm::Module& module);
 
-/// Joins objects into one module. What is defined in several of them is an error, and so are bytes that aren't an
-/// object for these addresses.
+/// Joins objects into one module. Duplicate definitions are errors, and so are bytes that aren't an object for this
+/// address width.
 ///
 /// \return null with the reason in the log
 std::unique_ptr<llvm::Module> LinkObjects(llvm::LLVMContext& context, const std::vector<std::string_view>& vObjects,

@@ -38,7 +38,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// No function here is the C library's, whatever its name is: a printf of this language is nobody's puts.
+/// No function here is the C library's, whatever its name: LLVM must not turn a printf into a puts.
 llvm::TargetLibraryInfoImpl NoLibrary()
 {
     llvm::TargetLibraryInfoImpl library;
@@ -55,7 +55,7 @@ llvm::AAManager AliasAnalyses()
     return manager;
 }
 
-/// Divisions whose divisors the passes before have found out become plain ones for those after.
+/// Turns divisions whose divisors earlier passes have found into plain ones for the later passes.
 struct SShowDivisionsPass : llvm::PassInfoMixin<SShowDivisionsPass>
 {
     static llvm::PreservedAnalyses run(llvm::Function& function, llvm::FunctionAnalysisManager&)
@@ -67,8 +67,8 @@ struct SShowDivisionsPass : llvm::PassInfoMixin<SShowDivisionsPass>
     }
 };
 
-/// What LLVM does to each loop updates what is known of the whole function, so that many loops take the square of their
-/// number in time. A function with more of them than anybody writes is left as it is.
+/// LLVM's loop passes update analyses of the whole function for each loop, so their time is quadratic in the number of
+/// loops. A function with far more loops than usual is left as it is.
 class CFewLoopsPass : public llvm::PassInfoMixin<CFewLoopsPass>
 {
 public:
@@ -115,7 +115,7 @@ llvm::FunctionPassManager OptimizePasses()
     onLoops.addPass(llvm::SimplifyCFGPass());
     onLoops.addPass(llvm::InstCombinePass());
 
-    // Counters keep their width: one of 64 bits takes two registers and twice the steps.
+    // Counters keep their width: a 64-bit one takes two registers and twice as many instructions.
     llvm::LoopPassManager second;
     second.addPass(llvm::IndVarSimplifyPass(false));
     second.addPass(llvm::LoopDeletionPass());
@@ -123,7 +123,7 @@ llvm::FunctionPassManager OptimizePasses()
     onLoops.addPass(llvm::createFunctionToLoopPassAdaptor(std::move(second)));
     passes.addPass(CFewLoopsPass(std::move(onLoops)));
 
-    // Arrays whose loops are gone are variables now.
+    // Arrays whose loops were unrolled can become scalars now.
     passes.addPass(llvm::SROAPass());
     passes.addPass(llvm::EarlyCSEPass(true));
     passes.addPass(SShowDivisionsPass());

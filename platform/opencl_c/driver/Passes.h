@@ -12,17 +12,17 @@ class Module;
 namespace KestrelOpenCL
 {
 
-/// LLVM's passes, as far as they pay here. Only those named in the source file are linked.
+/// Those of LLVM's passes that pay off here. Only the passes named in the source file are linked.
 class CPasses
 {
 public:
     CPasses();
     ~CPasses();
 
-    /// After a function's calls have been inlined and before it is inlined itself: takes away what needn't be copied.
+    /// Simplifies a function after its calls have been inlined and before it is inlined itself, so that less is copied.
     void Simplify(llvm::Function& function);
 
-    /// For a kernel that is complete.
+    /// Optimises a kernel that is complete.
     void Optimize(llvm::Function& kernel);
 
 private:

@@ -18,14 +18,14 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// Which widths of integers the device has, so that none is turned into one that it hasn't.
+/// Tells LLVM the device's integer widths, so that passes don't create others.
 void NameNativeIntegers(llvm::Module& module)
 {
     module.setDataLayout(module.getDataLayoutStr() + "-n8:16:32:64");
 }
 
-/// Clang takes any function for one that work-items must call together. Those that read no memory don't need that, and
-/// may be moved out of loops.
+/// Clang marks every function as convergent: all work-items must call it together. Functions that access no memory
+/// don't need that; without the mark they may be moved out of loops.
 void DropConvergence(llvm::Module& module)
 {
     for (llvm::Function& function : module)
@@ -45,7 +45,7 @@ void DropConvergence(llvm::Module& module)
     }
 }
 
-/// Inlines every call of a function whose callees have had the same.
+/// Inlines every call of a function, after the same was done to its callees.
 bool InlineCalls(llvm::Function& function, std::string& strLog)
 {
     llvm::SmallVector<llvm::CallBase*, 16> calls;
@@ -75,9 +75,9 @@ bool InlineCalls(llvm::Function& function, std::string& strLog)
     return true;
 }
 
-/// Clang gives no line to the instructions that put arguments into parameters. In an inlined function they are part of
-/// the call, and get its line: otherwise they would count for the line before it. Until the function is inlined, line 0
-/// marks them.
+/// Clang gives no line to the instructions that store arguments into parameters. In an inlined function they are part
+/// of the call and get the call's line: otherwise they would count as part of the line before it. Until the function is
+/// inlined, line 0 marks them.
 void PlaceArguments(llvm::Function& function)
 {
     for (llvm::Instruction& instruction : llvm::instructions(function))
@@ -99,14 +99,14 @@ void PlaceArguments(llvm::Function& function)
     }
 }
 
-/// What the source says of inlining and optimising is about functions, of which only kernels are left.
+/// Drops attributes about inlining and optimisation, which don't matter once only kernels are left.
 void DropHints(llvm::Function& function)
 {
     function.removeFnAttr(llvm::Attribute::OptimizeNone);
     function.removeFnAttr(llvm::Attribute::NoInline);
 }
 
-/// All but the kernels and what they use goes.
+/// Removes everything but the kernels and what they use.
 void RemoveUnused(llvm::Module& module)
 {
     bool bChanged = true;

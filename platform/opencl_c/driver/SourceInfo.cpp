@@ -21,7 +21,7 @@ uint64_t Number(const llvm::Metadata* pMetadata)
     return pConstant == nullptr ? 0 : pConstant->getZExtValue();
 }
 
-/// A text as one field of a metadata line: what isn't a letter of such a field becomes its octal number.
+/// Encodes a text as one field of a metadata line: characters that may not stand there become octal numbers.
 std::string Field(const std::string& strText)
 {
     std::string strField;

@@ -11,8 +11,8 @@ class Function;
 namespace KestrelOpenCL
 {
 
-/// The metadata lines that tell how a kernel's source reads: its arguments' types, names and qualifiers, its
-/// attributes, its formats of printf. Each with its "\n"; docs/kernel-binary.md tells what is in them.
+/// The metadata lines about a kernel's source: types, names and qualifiers of its arguments, its attributes, and its
+/// printf formats. Each ends with "\n"; docs/kernel-binary.md describes them.
 std::string SourceInfoLines(const llvm::Function& kernel);
 
 } // namespace KestrelOpenCL

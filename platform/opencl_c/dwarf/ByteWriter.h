@@ -38,14 +38,14 @@ public:
 
     void Bytes(std::string_view bytes) { m_strData.append(bytes); }
 
-    /// With a zero byte at its end.
+    /// Appends a text and a zero byte.
     void Text(std::string_view text)
     {
         Bytes(text.substr(0, text.find('\0')));
         U8(0);
     }
 
-    /// Writes over four bytes that stand there already.
+    /// Overwrites four bytes that were written before.
     void PatchU32(size_t nPlace, uint64_t n)
     {
         for (size_t i = 0; i < 4; ++i)

@@ -18,7 +18,7 @@ void PutInteger(const llvm::APInt& value, size_t nPlace, std::string& strBytes)
     }
 }
 
-/// The types of a program nest only as deeply as its source says.
+/// Recursion is safe here: types nest only as deep as in the source.
 bool Put(const llvm::Constant& constant, const llvm::DataLayout& layout, size_t nPlace, std::string& strBytes)
 {
     if (constant.isNullValue() || llvm::isa<llvm::UndefValue>(constant))

@@ -15,7 +15,7 @@ std::vector<SDebugSection> WriteDwarf(const llvm::Module& module, const SLowered
     {
         CUnitDies(module, lowered, files).Write(vSections);
     }
-    // Last, when all files have their numbers.
+    // Written last, when all files have their numbers.
     vSections.push_back({".debug_line", WriteLineTable(lowered, files)});
     if (!bLinesOnly)
     {

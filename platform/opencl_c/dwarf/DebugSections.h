@@ -17,9 +17,9 @@ struct SLowered;
 
 using KestrelPlatform::SDebugSection;
 
-/// Writes DWARF 4 from a module's debug metadata and what lowering has made of its lines and variables.
+/// Writes DWARF 4 from a module's debug metadata and the lines and variables that lowering has recorded.
 ///
-/// \param bLinesOnly leaves all but the line table out
+/// \param bLinesOnly leaves out all but the line table
 std::vector<SDebugSection> WriteDwarf(const llvm::Module& module, const SLowered& lowered, bool bLinesOnly);
 
 } // namespace KestrelOpenCL

@@ -85,7 +85,7 @@ void CDieTree::Reference(CDie die, uint16_t nAttribute, CDie target)
     AddAttribute(die, nAttribute, DW_FORM_ref4, static_cast<uint64_t>(target));
 }
 
-/// Writes entries in order, each with its children after it and a zero at their end. References are filled in when all
+/// Writes entries in order, each followed by its children and a zero that ends them. References are filled in when all
 /// offsets are known.
 class CDieTree::CWriter
 {
@@ -96,7 +96,7 @@ public:
     {
         m_Info.U32(0); // the length, known at the end
         m_Info.U16(4);
-        m_Info.U32(0); // the one table of abbreviations
+        m_Info.U32(0); // offset of the only abbreviation table
         m_Info.U8(8);
         WriteDies();
         m_Info.PatchU32(0, m_Info.Size() - 4);
@@ -178,7 +178,7 @@ private:
             m_vReferences.push_back({m_Info.Size(), static_cast<CDie>(attribute.nValue)});
             return m_Info.U32(0);
         default:
-            return; // a flag that is present takes no bytes
+            return; // DW_FORM_flag_present has no bytes
         }
     }
 

@@ -12,8 +12,8 @@
 namespace KestrelOpenCL
 {
 
-/// The debugging entries of one compile unit, and how they become `.debug_info`, `.debug_abbrev` and `.debug_str` by
-/// the DWARF 4 standard (sections 7.5 and 2.1). Tags and attributes are the standard's numbers.
+/// The debugging entries of one compile unit, written as `.debug_info`, `.debug_abbrev` and `.debug_str` by the DWARF 4
+/// standard (sections 7.5 and 2.1). Tags and attributes are the standard's numbers.
 class CDieTree
 {
 public:
@@ -27,10 +27,10 @@ public:
     void Text(CDie die, uint16_t nAttribute, std::string_view text);
     void Flag(CDie die, uint16_t nAttribute);
     void Address(CDie die, uint16_t nAttribute, uint64_t nValue);
-    void Offset(CDie die, uint16_t nAttribute, uint64_t nValue);     ///< in another section
+    void Offset(CDie die, uint16_t nAttribute, uint64_t nValue);     ///< offset in another section
     void Expression(CDie die, uint16_t nAttribute, std::string str); ///< operators
     void Block(CDie die, uint16_t nAttribute, std::string str);
-    /// A location list, which goes into `.debug_loc` in the order of the entries: some readers expect it so.
+    /// A location list. `.debug_loc` gets them in the order of the entries, as some readers expect.
     void List(CDie die, uint16_t nAttribute, std::string str);
     void Reference(CDie die, uint16_t nAttribute, CDie target);
 
@@ -42,7 +42,7 @@ private:
     {
         uint16_t nAttribute;
         uint8_t nForm;
-        uint64_t nValue; ///< number, offset of a string, or the entry that is meant
+        uint64_t nValue; ///< number, offset of a string, or referenced entry
         std::string strBlock;
     };
     struct SDie

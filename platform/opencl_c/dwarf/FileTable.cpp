@@ -72,7 +72,7 @@ void CFileTable::WriteNames(CByteWriter& writer) const
         writer.Text(file.strName);
         const auto it = std::find(m_vFolders.begin(), m_vFolders.end(), file.strFolder);
         writer.Unsigned(it == m_vFolders.end() ? 0 : static_cast<uint64_t>(it - m_vFolders.begin()) + 1);
-        writer.U16(0); // neither time nor length
+        writer.U16(0); // no time, no length
     }
     writer.U8(0);
 }

@@ -15,8 +15,8 @@ namespace KestrelOpenCL
 
 class CByteWriter;
 
-/// The source files of a program, numbered from 1 as DWARF does. Programs may be linked of sources that have one name
-/// and aren't the same: the second gets folder 2 in front of it, and so on.
+/// The source files of a program, numbered from 1 as in DWARF. Linked programs may have several different sources of
+/// one name: the second one gets folder 2, and so on.
 class CFileTable
 {
 public:
@@ -25,8 +25,8 @@ public:
     /// Writes the folders and files of a line table.
     void WriteNames(CByteWriter& writer) const;
 
-    /// The section `.debugsrc`: for each file whose text is known its number, the number of bytes and the text, with
-    /// zeros up to a multiple of four.
+    /// The section `.debugsrc`: for each file whose text is known, its number, the number of bytes, and the text,
+    /// padded with zeros to a multiple of four.
     std::string WriteTexts() const;
 
 private:

@@ -140,10 +140,10 @@ std::string WriteLineTable(const SLowered& lowered, CFileTable& files)
     CByteWriter writer;
     writer.U32(0); // the length, known at the end
     writer.U16(4);
-    writer.U32(0); // the header's, alike
+    writer.U32(0); // the header's length, too
     const size_t nHeader = writer.Size();
-    writer.U8(1); // the least instruction
-    writer.U8(1); // operations in one
+    writer.U8(1); // minimum instruction length
+    writer.U8(1); // operations per instruction
     writer.U8(1); // each row begins a statement
     writer.U8(static_cast<uint8_t>(s_nLineBase));
     writer.U8(s_nLineRange);

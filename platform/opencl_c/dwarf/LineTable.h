@@ -10,10 +10,10 @@ namespace KestrelOpenCL
 
 struct SLowered;
 
-/// `.debug_line`, by section 6.2 of the DWARF 4 standard: for each kernel a sequence of rows. A line of the IL without
-/// a place of its own belongs to the row before it, the first ones to the line where the kernel's body begins.
+/// `.debug_line`, by section 6.2 of the DWARF 4 standard: a sequence of rows for each kernel. An IL line without a
+/// source place belongs to the row before it; the first ones belong to the line where the kernel's body begins.
 ///
-/// \param files gets the files that the lines name, and keeps those that it has
+/// \param files receives the files that the lines name, in addition to those it has
 std::string WriteLineTable(const SLowered& lowered, CFileTable& files);
 
 } // namespace KestrelOpenCL

@@ -16,7 +16,7 @@ using namespace llvm::dwarf;
 namespace
 {
 
-/// The first number of the words of constant buffer 1; temps can't have so many.
+/// The number of the first word of constant buffer 1; temps' numbers are always lower.
 const uint32_t s_nConstantBufferWords = 0x100000;
 
 uint32_t BytesOfType(const llvm::DIType* pType)
@@ -39,7 +39,7 @@ bool IsPointer(const llvm::DIType* pType)
     return pDerived != nullptr;
 }
 
-/// The bytes of an element of a vector, 0 for everything else.
+/// Bytes of a vector's element, 0 for other types.
 uint32_t BytesOfElement(const llvm::DIType* pType)
 {
     while (const auto* pDerived = llvm::dyn_cast_or_null<llvm::DIDerivedType>(pType))
@@ -50,7 +50,7 @@ uint32_t BytesOfElement(const llvm::DIType* pType)
     return pVector && pVector->isVector() ? BytesOfType(pVector->getBaseType()) : 0;
 }
 
-/// The bytes that a component of a place holds.
+/// How many bytes a component of a place holds.
 uint32_t BytesOfComponent(const SVariablePlace& place, uint32_t nBytes)
 {
     const uint32_t nElement = BytesOfElement(place.pVariable->getType());
@@ -74,8 +74,8 @@ void WritePiece(CByteWriter& writer, uint32_t nBytes)
     writer.Unsigned(nBytes);
 }
 
-/// \param nBytes of the part that the place is for
-/// \param bPieces whether it is one of several, or has several of its own
+/// \param nBytes size of the part that the place is for
+/// \param bPieces whether it is one of several parts, or consists of several pieces
 void WritePlace(CByteWriter& writer, const SVariablePlace& place, uint32_t nBytes, bool bPieces)
 {
     if (place.eKind == SVariablePlace::Private)
@@ -123,7 +123,7 @@ void WritePlace(CByteWriter& writer, const SVariablePlace& place, uint32_t nByte
     }
     if (nLeft > 0 && nComponents == 1 && !bPieces && IsPointer(place.pVariable->getType()))
     {
-        // A pointer to local or private memory keeps no high word: it is 0.
+        // Pointers to local or private memory have no high word stored: it is 0.
         WritePiece(writer, nBytes - nLeft);
         writer.U8(DW_OP_implicit_value);
         writer.Unsigned(nLeft);
@@ -136,7 +136,7 @@ void WritePlace(CByteWriter& writer, const SVariablePlace& place, uint32_t nByte
     }
 }
 
-/// \param vParts by their offset in the variable
+/// \param vParts ordered by offset in the variable
 std::string JoinParts(const std::vector<const SVariablePlace*>& vParts)
 {
     const uint32_t nAll = BytesOfType(vParts[0]->pVariable->getType());
@@ -148,7 +148,7 @@ std::string JoinParts(const std::vector<const SVariablePlace*>& vParts)
         const bool bPieces = pPart->nByteOffset > 0 || nBytes < nAll;
         if (pPart->nByteOffset < nPlace)
         {
-            continue; // two places for one byte: the first is as good
+            continue; // two places for the same byte: the first one is taken
         }
         if (pPart->nByteOffset > nPlace)
         {
@@ -172,7 +172,7 @@ std::string LocalExpression(uint32_t nOffset)
 
 std::vector<SLocationRange> JoinPlaces(const std::vector<const SVariablePlace*>& vPlaces)
 {
-    // At each line where something begins or ends the parts that hold are looked at anew.
+    // The valid parts are joined anew at each line where a part begins or ends.
     std::map<uint32_t, std::vector<std::pair<bool, const SVariablePlace*>>> mapChanges;
     for (const SVariablePlace* pPlace : vPlaces)
     {

@@ -10,7 +10,7 @@
 namespace KestrelOpenCL
 {
 
-/// Where a variable is in a stretch of lines, as a location of DWARF; docs/kernel-binary.md tells the numbers.
+/// A variable's location in a range of lines, as a DWARF expression; docs/kernel-binary.md explains the numbers.
 struct SLocationRange
 {
     uint32_t nFirst = 0;
@@ -18,9 +18,9 @@ struct SLocationRange
     std::string strExpression;
 };
 
-/// Joins the places of one variable, or of its parts, by the lines for which they hold.
+/// Joins the places of one variable, or of its parts, by the lines for which they are valid.
 ///
-/// \return ascending, with different expressions one after the other; lines at which nothing is known are left out
+/// \return ascending ranges, neighbours with different expressions; lines where nothing is known are left out
 std::vector<SLocationRange> JoinPlaces(const std::vector<const SVariablePlace*>& vPlaces);
 
 /// The location of a variable in local memory.

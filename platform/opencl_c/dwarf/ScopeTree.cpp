@@ -19,7 +19,7 @@ CScopeTree::CScopeTree(const SLowered& lowered, const SLoweredKernel& kernel)
         }
         AddLine(nScope, n);
     }
-    // What is outside of all that can be drawn is the kernel all the same.
+    // Lines outside of all inner scopes still belong to the kernel.
     m_vScopes[0].vRanges = {{kernel.nFirst, kernel.nLast + 1}};
 }
 
@@ -29,7 +29,7 @@ int CScopeTree::Find(const llvm::DILocalScope* pScope, const llvm::DILocation* p
     return it == m_mapScopes.end() ? -1 : it->second;
 }
 
-/// With the scopes around it that aren't there yet.
+/// Makes a scope, and the missing scopes around it.
 int CScopeTree::Make(const llvm::DILocalScope* pScope, const llvm::DILocation* pInlinedAt)
 {
     std::vector<CKey> vMissing;
@@ -60,7 +60,7 @@ int CScopeTree::Make(const llvm::DILocalScope* pScope, const llvm::DILocation* p
     for (size_t n = vMissing.size(); n-- > 0;)
     {
         const int nNew = static_cast<int>(m_vScopes.size());
-        // A function that isn't the kernel and wasn't inlined can't be: take it as a part of the kernel.
+        // A function that is neither the kernel nor inlined can't occur; it would count as part of the kernel.
         m_vScopes.push_back({vMissing[n].first, vMissing[n].second, nNew == 0 ? -1 : std::max(nAbove, 0), {}});
         m_mapScopes[vMissing[n]] = nNew;
         nAbove = nNew;

@@ -19,24 +19,24 @@ namespace KestrelOpenCL
 struct SLowered;
 struct SLoweredKernel;
 
-/// A function or block of the source as it stands in one kernel: once for each call that has been inlined.
+/// A function or block of the source within one kernel, once for each inlined call.
 struct SScope
 {
     const llvm::DILocalScope* pScope = nullptr; ///< a DISubprogram or DILexicalBlock
     const llvm::DILocation* pInlinedAt = nullptr;
     int nParent = -1;
-    /// Lines of the IL that belong to it or to a scope within: the first, and the one after the last. Ascending.
+    /// IL lines that belong to it or to an inner scope: first line, and the line after the last. Ascending.
     std::vector<std::pair<uint32_t, uint32_t>> vRanges;
 };
 
-/// The scopes of a kernel with the lines of the IL that they have. A line without a place of its own belongs where the
-/// line before it does.
+/// The scopes of a kernel with their IL lines. A line without a source place belongs to the scope of the line before
+/// it.
 class CScopeTree
 {
 public:
     CScopeTree(const SLowered& lowered, const SLoweredKernel& kernel);
 
-    /// The kernel's own first; each after its parent.
+    /// The kernel's own scope comes first, and each scope after its parent.
     const std::vector<SScope>& GetScopes() const { return m_vScopes; }
 
     /// \return -1 if no line of the kernel belongs to the scope

@@ -13,7 +13,7 @@ using CDie = CDieTree::CDie;
 namespace
 {
 
-/// The header with the types of the language is no source of the user's.
+/// The header with the language's types is not one of the user's sources.
 const llvm::StringRef s_BaseHeader = "opencl-c-base.h";
 
 } // namespace

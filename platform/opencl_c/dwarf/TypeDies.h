@@ -20,19 +20,19 @@ class DIType;
 namespace KestrelOpenCL
 {
 
-/// The types of a program as children of its compile unit, each once.
+/// The types of a program, each once, as children of its compile unit.
 class CTypeDies
 {
 public:
     CTypeDies(CDieTree& tree, CFileTable& files, CDieTree::CDie unit) : m_Tree(tree), m_Files(files), m_Unit(unit) {}
 
-    /// Gives an entry its type; none for void.
+    /// Sets an entry's type; void has none.
     void SetType(CDieTree::CDie die, const llvm::DIType* pType);
 
-    /// Gives an entry the place of its declaration.
+    /// Sets an entry's place of declaration.
     void SetPlace(CDieTree::CDie die, const llvm::DIFile* pFile, unsigned int nLine);
 
-    /// Makes the types that others refer to, until there are none left. After all calls of SetType.
+    /// Makes the types that other types refer to, until all are there. To be called after all calls of SetType.
     void Finish();
 
 private:

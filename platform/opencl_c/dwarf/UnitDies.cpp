@@ -63,7 +63,7 @@ void CUnitDies::AddUnit()
         m_Tree.Unsigned(m_Unit, DW_AT_language, unit.getSourceLanguage());
         m_Tree.Text(m_Unit, DW_AT_comp_dir, View(unit.getDirectory()));
     }
-    // The compiler reads the source from memory; its lines tell the name that it goes by.
+    // The compiler reads the source from memory; the source's own lines give the name of the file.
     const llvm::DISubprogram* pFirst =
         m_Lowered.vKernels.empty() ? nullptr : m_Lowered.vKernels[0].pFunction->getSubprogram();
     if (pFirst)
@@ -71,7 +71,7 @@ void CUnitDies::AddUnit()
         m_Tree.Text(m_Unit, DW_AT_name, View(pFirst->getFilename()));
     }
     m_Tree.Offset(m_Unit, DW_AT_stmt_list, 0);
-    // The base of all ranges and location lists.
+    // The base address of all ranges and location lists.
     m_Tree.Address(m_Unit, DW_AT_low_pc, 0);
     m_Tree.Offset(m_Unit, DW_AT_ranges, m_Ranges.Size());
     std::vector<std::pair<uint32_t, uint32_t>> vRanges = m_vKernelRanges;
@@ -153,7 +153,7 @@ CDieTree::CDie CUnitDies::AddVariable(CDie parent, const llvm::DILocalVariable& 
     return m_Tree.Add(parent, variable.isParameter() ? DW_TAG_formal_parameter : DW_TAG_variable);
 }
 
-/// The entry that tells of a function what is alike wherever it has been inlined.
+/// The abstract entry of a function: what all of its inlined copies have in common.
 CDieTree::CDie CUnitDies::Abstract(const llvm::DISubprogram& subprogram)
 {
     const auto it = m_mapAbstract.find(&subprogram);
@@ -174,7 +174,7 @@ CDieTree::CDie CUnitDies::Abstract(const llvm::DISubprogram& subprogram)
 
 CDieTree::CDie CUnitDies::AbstractBlock(const llvm::DILocalScope& block)
 {
-    // Blocks nest as deeply as the compiler lets brackets nest: a few hundred.
+    // Recursion is safe here: the compiler's bracket depth limits blocks to a few hundred levels.
     std::vector<const llvm::DILocalScope*> vMissing;
     const llvm::DILocalScope* pScope = block.getNonLexicalBlockFileScope();
     while (!m_mapAbstract.count(pScope) && llvm::isa<llvm::DILexicalBlockBase>(pScope))
@@ -281,7 +281,7 @@ void CUnitDies::AddScopes(const SLoweredKernel& kernel, const CScopeTree& scopes
     }
 }
 
-/// Variables stand in each scope in the order of their function.
+/// In each scope, variables have the order of their function.
 void CUnitDies::AddVariables(const SLoweredKernel& kernel, const CScopeTree& scopes)
 {
     std::map<CVariableKey, std::vector<const SVariablePlace*>> mapPlaces;
@@ -292,7 +292,7 @@ void CUnitDies::AddVariables(const SLoweredKernel& kernel, const CScopeTree& sco
             mapPlaces[{place.pVariable, place.pInlinedAt}].push_back(&place);
         }
     }
-    // By function first, so that each scope is visited with the variables that can be in it.
+    // Grouped by function, so that each scope only visits variables that can be in it.
     std::set<CVariableKey> setAdded;
     for (size_t nScope = 0; nScope < scopes.GetScopes().size(); ++nScope)
     {
@@ -352,7 +352,8 @@ void CUnitDies::SetLocation(CDie die, const SLoweredKernel& kernel, const std::v
     m_Tree.List(die, DW_AT_location, list.Data());
 }
 
-/// Variables that the kernel declares in local memory: globals to LLVM, in a scope of the kernel.
+/// Adds variables that the kernel declares in local memory. To LLVM they are globals; here they go into the kernel's
+/// scope.
 void CUnitDies::AddLocals(const SLoweredKernel& kernel, const CScopeTree& scopes)
 {
     for (const SLocalPlace& place : m_Lowered.vLocals)
@@ -375,7 +376,7 @@ void CUnitDies::AddLocals(const SLoweredKernel& kernel, const CScopeTree& scopes
     }
 }
 
-/// Constants of the program: their values are known.
+/// Adds constants of the program, whose values are known.
 void CUnitDies::AddConstants()
 {
     for (const llvm::GlobalVariable& global : m_Module.globals())
@@ -402,10 +403,10 @@ std::string CUnitDies::WriteAddressRanges() const
     CByteWriter writer;
     writer.U32(0); // the length, known at the end
     writer.U16(2);
-    writer.U32(0); // the one unit
+    writer.U32(0); // offset of the only unit
     writer.U8(8);
     writer.U8(0);
-    writer.U32(0); // up to a multiple of 16
+    writer.U32(0); // pads to a multiple of 16
     for (const auto& [nFirst, nEnd] : m_vKernelRanges)
     {
         writer.U64(nFirst);

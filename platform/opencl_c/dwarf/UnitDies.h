@@ -25,8 +25,8 @@ class Module;
 namespace KestrelOpenCL
 {
 
-/// The entries of a program: one compile unit with its kernels, the functions inlined into them, their blocks and
-/// variables. An address is a line of the IL.
+/// The entries of a program: one compile unit with its kernels, their inlined functions, blocks and variables.
+/// Addresses are lines of the IL.
 class CUnitDies
 {
 public:
@@ -64,7 +64,7 @@ private:
     CTypeDies m_Types;
     CByteWriter m_Ranges;
     std::vector<std::pair<uint32_t, uint32_t>> m_vKernelRanges;
-    /// Of a function, its variables that have a place anywhere: parameters in order, then the others by line.
+    /// The variables of each function that have a place anywhere: parameters in order, then the others by line.
     std::map<const llvm::DISubprogram*, std::vector<const llvm::DILocalVariable*>> m_mapVariables;
     llvm::DenseMap<const llvm::DILocalScope*, CDie> m_mapAbstract;
     llvm::DenseMap<const llvm::DILocalVariable*, CDie> m_mapAbstractVariables;

@@ -1,8 +1,8 @@
-// What every file of the built-in functions starts from: the types of OpenCL C, the IL instructions
-// that the functions are made of, and macros that make the vector forms.
+// What all files of the built-in functions share: the types of OpenCL C, the IL instructions that the
+// functions are made of, and macros that make the vector forms.
 //
-// The files are compiled with no header of the compiler's and none of its declarations, so each
-// function's name comes out of its own parameters, as a kernel's call of it does.
+// The files are compiled without the compiler's headers and declarations. So each function's mangled name
+// follows from its parameters alone, as it does for a kernel's call of it.
 
 #ifndef KESTREL_OPENCL_C_BUILTINS_H
 #define KESTREL_OPENCL_C_BUILTINS_H
@@ -33,24 +33,24 @@ VECTOR_TYPES(float)
 VECTOR_TYPES(double)
 #undef VECTOR_TYPES
 
-// A built-in function that reads memory or has an effect; one that depends on its arguments alone; a
-// long one of these, which vector forms call instead of repeating it here; and what only this folder's
-// functions call, without and with results by pointers.
+// Kinds of functions: a built-in that reads memory or has an effect; one that depends on its arguments
+// alone; a long one of these, which vector forms call instead of repeating it; and a function for this
+// folder only, without and with results by pointers.
 #define EFFECT __attribute__((overloadable, always_inline))
 #define FUNCTION __attribute__((overloadable, always_inline, const))
 #define LONG_FUNCTION __attribute__((overloadable, noinline, const))
 #define HELPER static inline __attribute__((overloadable, always_inline, const))
 #define STEP static inline __attribute__((overloadable, always_inline))
 
-// An instruction of IL: the sources are the arguments, the destination is the result. What follows a
-// double underscore tells forms of one instruction for several types apart.
+// An instruction of IL: the arguments are its sources, the result is its destination. A suffix after a
+// double underscore distinguishes the forms of one instruction for several types.
 #define INSTRUCTION __attribute__((const))
 
-// M for each vector size, and for scalars as well: M's first argument is what follows the type's name.
+// M for scalars and each vector size. M's first argument is the suffix of the type's name.
 #define VECTORS(M, ...) M(2, __VA_ARGS__) M(3, __VA_ARGS__) M(4, __VA_ARGS__) M(8, __VA_ARGS__) M(16, __VA_ARGS__)
 #define SIZES(M, ...) M(, __VA_ARGS__) VECTORS(M, __VA_ARGS__)
 
-// M(type, unsigned type, signed type, least value, largest value) for each integer type.
+// M(type, unsigned type, signed type, minimum, maximum) for each integer type.
 #define SIGNED_TYPES(M)                                                                                                \
     M(char, uchar, char, -128, 127)                                                                                    \
     M(short, ushort, short, -32768, 32767)                                                                             \
@@ -68,8 +68,8 @@ VECTOR_TYPES(double)
 
 #define BITS(T, value) __builtin_astype(value, T)
 
-// The vector forms of a function with one, two or three arguments, component by component: of the
-// scalar form up to four components, of the halves above.
+// The vector forms of a function of one, two or three arguments, component by component. They call the
+// scalar form up to four components, and the form for each half above that.
 #define BY_COMPONENT_1(KIND, R, NAME, A)                                                                               \
     KIND R##2 NAME(A##2 a)                                                                                             \
     {                                                                                                                  \
@@ -134,7 +134,7 @@ VECTOR_TYPES(double)
         return (R##16)(NAME(a.lo, b.lo, c.lo), NAME(a.hi, b.hi, c.hi));                                                \
     }
 
-// The same where an argument also comes as a scalar for all components.
+// The same where an argument may also be a scalar that serves all components.
 #define WITH_SCALAR_SECOND(N, R, NAME, A, B)                                                                           \
     FUNCTION R##N NAME(A##N a, B b)                                                                                    \
     {                                                                                                                  \

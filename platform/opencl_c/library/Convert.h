@@ -1,6 +1,6 @@
-// Conversions between all types: convert_T, with _sat and with a direction of rounding. Without a
-// direction, integers round toward zero and floating-point numbers to nearest. There is a file for each
-// type to convert to, so that a program reads few that it doesn't need.
+// Conversions between all types: convert_T, with _sat and with a rounding mode. Without a mode, integers
+// round toward zero and floating-point numbers to nearest. Each destination type has a file, so that a
+// program reads little that it doesn't need.
 
 #ifndef KESTREL_OPENCL_C_CONVERT_H
 #define KESTREL_OPENCL_C_CONVERT_H
@@ -18,7 +18,7 @@ INSTRUCTION ulong __il_dtou64(double x);
     M(, __VA_ARGS__) M(_rte, __VA_ARGS__) M(_rtz, __VA_ARGS__) M(_rtp, __VA_ARGS__) M(_rtn, __VA_ARGS__)
 #define EACH_DIRECTION(M, ...) M(_rtz, __VA_ARGS__) M(_rtp, __VA_ARGS__) M(_rtn, __VA_ARGS__)
 
-// Integers to integers: nothing rounds. Saturation goes by the limits that both types have, as the source's type.
+// Integers to integers: nothing rounds. Saturation clamps the source to the limits that both types can represent.
 #define INTEGER_MODE(MODE, N, D, S)                                                                                    \
     FUNCTION D##N convert_##D##N##MODE(S##N x)                                                                         \
     {                                                                                                                  \
@@ -69,8 +69,8 @@ INSTRUCTION ulong __il_dtou64(double x);
 #define FROM_INTEGERS(M, D) M(D, char) M(D, uchar) M(D, short) M(D, ushort) M(D, int) M(D, uint) M(D, long) M(D, ulong)
 #define INTEGERS_TO(D) FROM_INTEGERS(INTEGER_TO_INTEGER, D)
 
-// Floating-point numbers to integers: rounded in the direction first. The instructions saturate, and
-// turn NaN to 0.
+// Floating-point numbers to integers: first rounded by the mode. The instructions saturate, and turn NaN
+// into 0.
 HELPER float Rounded(float x)
 {
     return x;
@@ -147,13 +147,13 @@ ROUND(_rtn, floor)
     EACH_MODE(TO_INTEGER_MODE, D, float)                                                                               \
     EACH_MODE(TO_INTEGER_MODE, D, double)
 
-// All conversions to an integer type. SATURATED: the macro that makes those of floating-point numbers.
+// All conversions to an integer type. SATURATED: the macro for conversions from floating-point numbers.
 #define CONVERSIONS_TO(D, SATURATED, ...)                                                                              \
     INTEGERS_TO(D)                                                                                                     \
     SATURATED(D, ##__VA_ARGS__)                                                                                        \
     FLOATS_TO(D)
 
-// To floating-point numbers: to nearest as the language's own conversion.
+// To floating-point numbers: to nearest, like the language's own conversion.
 #define NEAREST(N, MODE, F, S)                                                                                         \
     FUNCTION F##N convert_##F##N##MODE(S##N x)                                                                         \
     {                                                                                                                  \
@@ -166,11 +166,11 @@ ROUND(_rtn, floor)
     }                                                                                                                  \
     VECTORS(NEAREST, MODE, F, S)
 
-// What fits in the fraction is the same in every direction.
+// Integers that fit in the fraction are the same in every mode.
 #define EXACT(F, S) EACH_MODE(TO_NEAREST, F, S)
 
-// In other directions, an integer's leading bits are converted exactly, and a step away from zero is
-// one more in the bits of the result. \param nBits of a fraction
+// In other modes, an integer's leading bits are converted exactly. A step away from zero adds one to the
+// bits of the result. \param nBits of a fraction
 HELPER ulong Leading(ulong size, int nBits)
 {
     const int nWidth = size == 0 ? 0 : 64 - __builtin_clzl(size);
@@ -197,7 +197,7 @@ HELPER ulong Leading(ulong size, int nBits)
     TO_NEAREST(_rte, F, S)                                                                                             \
     EACH_DIRECTION(DIRECTED, F, BITS_TYPE, nBits, S)
 
-// A double to a float: to nearest, then a step back if that went the wrong way.
+// A double to a float: to nearest, then one step back if that went in the wrong direction.
 #define WRONG_rtz(nearest, x) (__builtin_fabs((double)nearest) > __builtin_fabs(x))
 #define WRONG_rtp(nearest, x) ((double)nearest < x)
 #define WRONG_rtn(nearest, x) ((double)nearest > x)

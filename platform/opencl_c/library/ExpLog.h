@@ -1,5 +1,5 @@
-// Exponentials and logarithms in double precision, also of and to sums of two numbers, where the second
-// holds what rounding took from the first.
+// Exponentials and logarithms in double precision. Some take or give a sum of two numbers, of which the
+// second one holds the first one's rounding error.
 
 #ifndef KESTREL_OPENCL_C_EXPLOG_H
 #define KESTREL_OPENCL_C_EXPLOG_H
@@ -16,7 +16,7 @@ INSTRUCTION double __il_dsqrt(double x);
 #define INFINITY_D __builtin_inf()
 #define NAN_D __builtin_nan("")
 
-// ln 2, the first 40 bits and the rest, so that its multiples by an exponent are exact; then in full.
+// ln 2 as its first 40 bits and the rest, so that multiples by an exponent are exact; then as one number.
 #define LN2_SHORT 0x1.62e42fefa2000p-1
 #define LN2_SHORT_REST 0x1.9ef35793c7673p-41
 #define LN2 0x1.62e42fefa39efp-1
@@ -35,7 +35,7 @@ INSTRUCTION double __il_dsqrt(double x);
 #define TWO_THIRDS 0x1.5555555555555p-1
 #define TWO_THIRDS_REST 0x1.5555555555555p-55
 
-// x within a range where its exponential is neither 0 nor infinite for certain; NaN stays.
+// x limited to a range beyond which its exponential is certainly 0 or infinite; NaN stays.
 HELPER double Limited(double x, double limit)
 {
     const double below = x > limit ? limit : x;
@@ -85,7 +85,7 @@ HELPER double Exp10(double x)
     return __il_dldexp(1.0 + ExpMinus1Near0(high, low), __il_dtoi(n));
 }
 
-// exp(x) - 1: the 1 is taken away before scaling.
+// exp(x) - 1, where the 1 is subtracted before scaling.
 HELPER double ExpMinus1(double x)
 {
     const double above = x < -100 ? -100 : x;
@@ -117,7 +117,7 @@ HELPER double LogNear1(double f)
     return f - s * (f - z * LogRest(z));
 }
 
-// A logarithm's result for what isn't a positive number.
+// The logarithm's result for anything but a positive number.
 HELPER double LogOfOthers(double x, double result)
 {
     const double kept = x < INFINITY_D ? result : x;
@@ -155,7 +155,7 @@ HELPER double Log10(double x)
     return LogOfOthers(x, n * LOG10_2_SHORT + (high + (low + n * LOG10_2_SHORT_REST)));
 }
 
-// log(1 + x): what rounding took from 1 + x comes back divided by it.
+// log(1 + x): the rounding error of 1 + x, divided by it, is added back.
 HELPER double Log1Plus(double x)
 {
     const double sum = 1.0 + x;
@@ -172,7 +172,7 @@ HELPER double Log1Plus(double x)
     return x == 0 ? x : LogOfOthers(sum, result);
 }
 
-// log(x) of a positive number as a sum of two, good to some 65 bits.
+// log(x) of a positive number as a sum of two, accurate to about 65 bits.
 STEP double LogInTwo(double x, double* pLow)
 {
     int nExponent = 0;
@@ -233,7 +233,7 @@ HELPER double Power(double x, double y)
     return y == 0 || x == 1 ? 1.0 : (bMinus ? -real : real);
 }
 
-// powr: x at least 0, and no result where the limit depends on the road to it.
+// powr: for x of at least 0; NaN where the limit depends on the path.
 HELPER double PowerOfPositive(double x, double y)
 {
     const bool bNone = x < 0 || (y == 0 && (x == 0 || x == INFINITY_D)) || (x == 1 && __builtin_fabs(y) == INFINITY_D);

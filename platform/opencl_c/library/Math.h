@@ -1,11 +1,11 @@
-// The shapes of mathematical functions: vector forms, and forms with a result by pointer.
+// Macros for the forms of mathematical functions: vector forms, and forms with a result by pointer.
 
 #ifndef KESTREL_OPENCL_C_MATH_H
 #define KESTREL_OPENCL_C_MATH_H
 
 #include "Special.h"
 
-// NAME of the type F with all its vector forms, made of an expression of x, or of x and y.
+// NAME of the type F with all its vector forms, from an expression of x, or of x and y.
 #define MATH_1(F, NAME, expression)                                                                                    \
     LONG_FUNCTION F NAME(F x)                                                                                          \
     {                                                                                                                  \
@@ -25,8 +25,8 @@
     }                                                                                                                  \
     BY_COMPONENT_2(FUNCTION, F, NAME, F, int)
 
-// The forms of a function with a second result of type P by pointer, of NAME##Of, which has a pointer to
-// a private variable.
+// The forms of a function with a second result of type P by pointer. They call NAME##Of, whose pointer
+// leads to a private variable.
 #define BY_POINTER(F, P, NAME)                                                                                         \
     STEP F##2 NAME##Of(F##2 x, P##2 * p)                                                                               \
     {                                                                                                                  \

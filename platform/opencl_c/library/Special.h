@@ -53,7 +53,7 @@ HELPER double Atanh(double x)
     return x == 0 ? x : __builtin_copysign(0.5 * Log1Plus(2.0 * size / (1.0 - size)), x);
 }
 
-// One step of third order from a power in single precision, whose square is exact.
+// One third-order step from a root in single precision, whose square is exact.
 HELPER double CubeRootFrom(double root, double x)
 {
     const double square = root * root;
@@ -112,7 +112,7 @@ HELPER double Erfc(double x)
     return __builtin_fabs(x) > 0.85 ? (x < 0 ? 2.0 - far : far) : near;
 }
 
-// The logarithm of gamma from 8 on by Stirling's formula, as a sum of two.
+// The logarithm of gamma from 8 on, by Stirling's formula, as a sum of two.
 STEP double LogGammaInTwo(double x, double* pLow)
 {
     double logLow = 0;
@@ -128,7 +128,7 @@ STEP double LogGammaInTwo(double x, double* pLow)
     return sum;
 }
 
-// Gamma up to 8, moved to between 2 and 3 by its recurrence.
+// Gamma up to 8, reduced to between 2 and 3 by its recurrence.
 HELPER double GammaNear(double x)
 {
     double middle = x;
@@ -151,7 +151,7 @@ HELPER double GammaNear(double x)
     return product * GammaMiddle(middle - 2.5) / divisor;
 }
 
-// Of negative numbers by reflection: -pi / (|x| sin(pi |x|) gamma(|x|)).
+// Negative numbers by reflection: -pi / (|x| sin(pi |x|) gamma(|x|)).
 HELPER double Gamma(double x)
 {
     const double size = __builtin_fabs(x);
@@ -200,14 +200,14 @@ HELPER double LogGamma(double x)
     return x != x ? x : (bPole ? INFINITY_D : (x < 0 ? mirrored : positive));
 }
 
-// The sign of gamma: it changes from one negative integer to the next.
+// The sign of gamma, which changes at each negative integer.
 HELPER int SignOfGamma(double x)
 {
     return x < 0 ? (IsOdd(__builtin_floor(x)) ? -1 : 1) : 1;
 }
 
-// The remainder of division toward zero, and the quotient's low bits: eleven bits of it at a time by
-// division of integers. \param x, y at least 0, y not 0
+// The remainder of division toward zero, and the quotient's low bits: each integer division gives eleven
+// bits of the quotient. \param x, y at least 0, y not 0
 STEP double RemainderOfSizes(double x, double y, uint* pQuotient)
 {
     const int nBits = 53;
@@ -246,7 +246,7 @@ HELPER double Fmod(double x, double y)
     return bNone ? NAN_D : (bWhole ? x : __builtin_copysign(rest, x));
 }
 
-// The remainder of division to nearest, and the quotient's low seven bits with its sign.
+// The remainder of division to nearest, and the quotient's sign and low seven bits.
 STEP double RemainderAndQuotient(double x, double y, int* pQuotient)
 {
     const bool bNone = HasNoRemainder(x, y);

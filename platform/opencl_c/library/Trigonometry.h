@@ -1,4 +1,4 @@
-// Sines and their kin in double precision. An angle is brought to within pi / 4 as a sum of two numbers.
+// Trigonometric functions in double precision. An angle is reduced to within pi / 4, as a sum of two numbers.
 
 #ifndef KESTREL_OPENCL_C_TRIGONOMETRY_H
 #define KESTREL_OPENCL_C_TRIGONOMETRY_H
@@ -21,7 +21,7 @@ struct SAngle
     int nQuadrant;
 };
 
-// By pi / 2 in three parts: the first product is exact.
+// Subtracts a multiple of pi / 2 in three parts, so that the first product is exact.
 STEP struct SAngle NearAngle(double x)
 {
     const double n = __builtin_rint(x * TWO_OVER_PI);
@@ -78,8 +78,8 @@ HELPER ulong Joined(ulong high, ulong low, int nShift)
     return nShift == 0 ? high : (high << nShift) | (low >> (64 - nShift));
 }
 
-// A number of 2^20 and more times 192 bits of 2 / pi, those that tell the place within a full circle:
-// the upper ones give multiples of 4 quadrants, the lower ones nothing that shows.
+// A number of 2^20 or more times 192 bits of 2 / pi, those that matter for the place within a full circle:
+// higher bits give multiples of 4 quadrants, lower ones don't change the result.
 STEP struct SAngle FarAngle(double x)
 {
     const ulong bits = BITS(ulong, x);
@@ -99,7 +99,7 @@ STEP struct SAngle FarAngle(double x)
     const ulong product1 = crossed + HighProduct(mantissa, bottom);
     const ulong product2 = mantissa * top + HighProduct(mantissa, middle) + (product1 < crossed ? 1 : 0);
 
-    // Two bits of quadrants, rounded; what is left counts from the nearest one.
+    // Two bits of quadrants, rounded; the rest is relative to the nearest one.
     const uint nQuadrant = (uint)((product2 + (1UL << 61)) >> 62);
     const ulong rest2 = product2 - ((ulong)nQuadrant << 62);
     const bool bNegative = (long)rest2 < 0;
@@ -139,7 +139,7 @@ STEP struct SAngle ReducedAngle(double x)
     return angle;
 }
 
-// Halves of a turn: x * pi
+// x in half turns: x * pi
 STEP struct SAngle AngleOfHalfTurns(double x)
 {
     const double small = x < 0x1p53 ? x : (x < INFINITY_D ? 0.0 : NAN_D);
@@ -210,7 +210,7 @@ HELPER double Tan(double x)
     return x == 0 ? x : WithSignOf(x, TanOf(ReducedAngle(size)));
 }
 
-// A zero has the argument's sign for the sine, none for the cosine.
+// A zero has the argument's sign for the sine, and no sign for the cosine.
 HELPER double SinPi(double x)
 {
     const double sine = SinOf(AngleOfHalfTurns(__builtin_fabs(x)));
@@ -232,7 +232,7 @@ HELPER double TanPi(double x)
     return WithSignOf(x, angle.high == 0 ? (bSecond ? -edge : edge) : TanOf(angle));
 }
 
-// The arc tangent of numerator / denominator, both at least 0: by the angle of the quotient to 0, pi / 4 or pi / 2.
+// The arc tangent of numerator / denominator, both at least 0: the quotient's angle relative to 0, pi / 4 or pi / 2.
 HELPER double AtanOfQuotient(double numerator, double denominator)
 {
     const bool bPastFirst = numerator > 0x1.a827999fcef32p-2 * denominator;
@@ -254,8 +254,8 @@ HELPER double Atan(double x)
     return __builtin_copysign(AtanOfQuotient(size, 1.0), x);
 }
 
-// Both are scaled by a power of two to where sums and products are safe. Zeros and infinities stand for
-// the corners and axes that they lie on.
+// Both are scaled by a power of two so that sums and products can't overflow or underflow. Zeros and
+// infinities are handled as the axes and corners that they lie on.
 HELPER double Atan2(double y, double x)
 {
     const double ySize = __builtin_fabs(y);
@@ -272,7 +272,7 @@ HELPER double Atan2(double y, double x)
     return x != x || y != y ? NAN_D : __builtin_copysign(turned, y);
 }
 
-// From 0.5 on by the half angle.
+// From 0.5 on by the half-angle formula.
 HELPER double Asin(double x)
 {
     const double size = __builtin_fabs(x);
