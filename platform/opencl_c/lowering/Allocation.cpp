@@ -10,10 +10,10 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// Stretches that are compared for one copy; a phi with more of them keeps its copies.
+/// The most stretches that are compared for one copy; a phi with more of them keeps its copies.
 const size_t s_nMaxSpans = 4096;
 
-/// Registers that are to have one place: sets that are joined.
+/// Sets of registers that are to share one place; sets can be joined.
 class CClasses
 {
 public:
@@ -47,7 +47,7 @@ public:
         return n;
     }
 
-    /// Of the largest register of a set.
+    /// The components of a set's largest register.
     unsigned CountComponents(uint32_t n) { return m_vComponents[Find(n)]; }
 
     void JoinCopies()
@@ -71,7 +71,7 @@ public:
     }
 
 private:
-    /// Whether a copy is of one register to another, component by component.
+    /// Whether a copy is from one register to another, with every component in its place.
     bool IsWhole(const SEdge& edge, size_t nFirst, size_t nEnd) const
     {
         for (size_t n = nFirst; n < nEnd; ++n)
@@ -86,9 +86,9 @@ private:
         return !m_Code.machine.Registers()[edge.from[nFirst].nId].bPinned;
     }
 
-    /// What is copied into one of the two on the edges of a block, if it is copied from the other one or from itself,
-    /// is the value that both hold then: it does no harm that they live there at the same time. Nor does it if neither
-    /// has lived before and both get the same numbers.
+    /// Whether two sets may be live together after the copies on a block's edges, because they hold equal values there.
+    /// That is so if everything copied into either of them comes from one of the two, or if neither was live before the
+    /// copies and both get the same constants.
     bool AreEqualBehind(unsigned nBlock, uint32_t a, uint32_t b)
     {
         const auto IsOneOfThem = [&](const SWord& word)
@@ -126,7 +126,7 @@ private:
         return it != spans.begin() && nPosition <= std::prev(it)->nLast;
     }
 
-    /// The block of which a stretch lies after the copies of its edges, -1 for none.
+    /// The block in which a stretch lies after the copies of its edges, -1 for none.
     int FindBlockBehind(const SSpan& span) const
     {
         auto it = std::upper_bound(m_vBehind.begin(), m_vBehind.end(), span.nFirst,
@@ -172,14 +172,14 @@ private:
     std::vector<uint32_t> m_vParents;
     std::vector<unsigned> m_vComponents;                          ///< by the set's first register
     std::vector<llvm::SmallVector<const SEdge*, 2>> m_vEdgesFrom; ///< by block
-    std::vector<std::pair<SSpan, unsigned>> m_vBehind;            ///< the stretches after blocks' copies, in order
+    std::vector<std::pair<SSpan, unsigned>> m_vBehind;            ///< the stretches after the blocks' copies, in order
 };
 
-/// Temps and until when their components are taken.
+/// The temps, and until when each of their components is occupied.
 class CTemps
 {
 public:
-    /// \param span the first component that is free from its start on takes it
+    /// \param span is given the first components that are free from its start on
     STemp Take(unsigned nCount, const SSpan& span)
     {
         const unsigned nStep = nCount == 1 ? 1 : nCount == 2 ? 2 : 4;
@@ -219,7 +219,7 @@ SAllocation AllocateTemps(const SKernelCode& code, const std::vector<SFlowStep>&
     CClasses classes(code, live);
     classes.JoinCopies();
     const std::vector<SVirtualRegister>& vRegisters = code.machine.Registers();
-    std::vector<std::pair<SSpan, uint32_t>> vOrder; // guards after the registers
+    std::vector<std::pair<SSpan, uint32_t>> vOrder; // registers first, then guards
     SAllocation result;
     result.vTemps.resize(vRegisters.size());
     result.vGuards.resize(nGuards);

@@ -9,14 +9,14 @@
 namespace KestrelOpenCL
 {
 
-/// What the allocation has to know of the structured form, in its order.
+/// A step of the structured form, as far as the allocation needs to know it.
 struct SFlowStep
 {
     enum EKind
     {
         Block,    ///< nBlock's instructions
         Edge,     ///< the copies of edge nEdge
-        Branch,   ///< looks at the condition of nBlock
+        Branch,   ///< tests the condition of nBlock
         SetGuard, ///< nGuard
         UseGuard, ///< nGuard
         Other
@@ -41,9 +41,9 @@ struct SAllocation
     uint32_t nRegisters = 0;
 };
 
-/// Gives each virtual register a temp with as many components in a row: pairs at x or z, three and four at x. Registers
-/// whose stretches of steps don't meet share components; a phi and what is copied into it become one where the values
-/// don't live at the same time. Near linear in the number of instructions.
+/// Gives each virtual register consecutive components of a temp: a pair starts at x or z, three or four at x. Registers
+/// whose stretches of steps don't overlap share components. A phi and the values copied into it become one register if
+/// they aren't live at the same time. Takes nearly linear time in the number of instructions.
 SAllocation AllocateTemps(const SKernelCode& code, const std::vector<SFlowStep>& vSteps, unsigned nGuards);
 
 } // namespace KestrelOpenCL

@@ -7,9 +7,9 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nMaxPasses = 8; ///< of looking for unread results; what is read only by itself isn't found by more
+const unsigned s_nMaxPasses = 8; ///< that look for unread results; more would not find cycles that only read themselves
 
-/// Calls a function for each word of a source that is read, with the word as a reference.
+/// Calls a function with a reference to each word of a source that is read.
 template <class TSource, class TFunction>
 void ForEachRead(const SInstruction& instruction, TSource& source, TFunction function)
 {
@@ -23,7 +23,7 @@ void ForEachRead(const SInstruction& instruction, TSource& source, TFunction fun
     }
 }
 
-/// Puts what was copied in place of the copies, within each block.
+/// Replaces reads of copies by reads of the original, within each block.
 class CCopyPropagation
 {
 public:
@@ -83,7 +83,7 @@ private:
         return bSame ? copy.from : word;
     }
 
-    /// All words of a source or none: they have to stay of one register.
+    /// Replaces all words of a source or none, as they have to be of one register.
     void Replace(const SInstruction& instruction, SSource& source) const
     {
         if (source.index.eKind != SWord::Undefined)
@@ -137,7 +137,7 @@ private:
             {
                 continue;
             }
-            // Who reads a variable of its own reads the variable, so that its value may be computed there.
+            // A variable with registers of its own is read from them, so that its value can be computed there directly.
             const SWord& from = source.words[n];
             if (from.eKind == SWord::Register && m_Code.machine.Registers()[instruction.nDestination].bPinned &&
                 !m_Code.machine.Registers()[from.nId].bPinned)
@@ -198,7 +198,7 @@ public:
 
     int Get(uint32_t nRegister, unsigned nComponent) const { return m_vCounts[nRegister * s_nComponents + nComponent]; }
 
-    /// Components of a mask that somebody reads, or that have to be there for a debugger.
+    /// The components of a mask that are read, or kept for a debugger.
     unsigned Read(uint32_t nRegister, unsigned nMask) const
     {
         if (m_Code.machine.Registers()[nRegister].bPinned)
@@ -218,7 +218,7 @@ private:
     std::vector<int> m_vCounts;
 };
 
-/// Removes results that nobody reads, from the end on.
+/// Removes results that nobody reads, from the end backwards.
 class CUnread
 {
 public:
@@ -268,7 +268,7 @@ private:
         return bChanged;
     }
 
-    /// Leaves the components that are read. \return whether the whole instruction goes
+    /// Reduces the mask to components that are read. \return whether the whole instruction is removed
     bool Narrow(SInstruction& instruction)
     {
         if (instruction.bKeep || instruction.nDestination == s_nNoRegister || instruction.nMask == 0)
@@ -282,7 +282,7 @@ private:
         }
         if (instruction.bLoad)
         {
-            // Words come one after the other.
+            // A load's words are consecutive, so those before a read one stay too.
             nRead |= nRead >> 1;
             nRead |= nRead >> 2;
             nRead &= instruction.nMask;
@@ -308,7 +308,7 @@ private:
     CReads& m_Reads;
 };
 
-/// Lets an instruction write a register itself if all that is done with its result is copying it there.
+/// Lets an instruction write directly to a register if its result is only copied there.
 class CDirectWrites
 {
 public:
@@ -339,12 +339,12 @@ public:
     }
 
 private:
-    /// Of a register in the block that is gone through.
+    /// The state of a register at the current place in the block.
     struct SState
     {
         unsigned nBlock = 0;
         int nWriter = -1;                                   ///< the instruction that writes it
-        unsigned nWriters = 0;                              ///< how many do
+        unsigned nWriters = 0;                              ///< how many instructions write it
         int nLastTouched[s_nComponents] = {-1, -1, -1, -1}; ///< by a read or a write
     };
 
@@ -415,7 +415,7 @@ private:
         {
             return false;
         }
-        // All of one register that nobody else reads.
+        // All words come from one register that nobody else reads.
         uint32_t nFrom = s_nNoRegister;
         unsigned nFromMask = 0;
         bool bSame = true;
@@ -451,12 +451,12 @@ private:
         writer.nMask = move.nMask;
         SState& to = State(move.nDestination);
         TouchMask(to, move.nMask, nAt);
-        to.nWriters += 2; // whoever copies from it has no single writer
+        to.nWriters += 2; // so a copy from it has no single writer
         move.nMask = 0;
         return true;
     }
 
-    /// A single component may become another one.
+    /// Moves the result of an instruction with one component to another component.
     static bool MoveComponent(SInstruction& writer, const SInstruction& move)
     {
         const unsigned nMask = writer.nMask;

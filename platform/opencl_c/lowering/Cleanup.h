@@ -6,9 +6,9 @@
 namespace KestrelOpenCL
 {
 
-/// Takes out what translating one instruction at a time leaves behind: copies of registers that still hold the same
-/// value where the copy is read, results that nobody reads, and copies into variables of results that could have been
-/// written there at once. Near linear in the number of instructions.
+/// Removes what the translation of single instructions leaves over: copies whose source still holds the value where the
+/// copy is read, results that nobody reads, and copies into variables of results that could be written there directly.
+/// Takes nearly linear time in the number of instructions.
 void CleanUp(SKernelCode& code);
 
 } // namespace KestrelOpenCL

@@ -19,13 +19,13 @@ namespace
 
 const uint32_t s_nElementBytes = 16;
 const uint32_t s_nImageSlot = 32;
-const uint32_t s_nFirstUav = 12; ///< of pointers on the newer generation
-/// A debugger looks for free numbers up to 32; what a number names is one flat memory, so later pointers may share.
+const uint32_t s_nFirstUav = 12; ///< for pointers, on the newer generation
+/// A debugger looks for free numbers up to 32. All numbers name the same flat memory, so later pointers may share one.
 const uint32_t s_nLastUav = 27;
 
 struct STypeToken
 {
-    const char* pszSource; ///< as in `kernel_arg_base_type`, without the vector's size
+    const char* pszSource; ///< as in `kernel_arg_base_type`, without a vector's size
     const char* pszToken;
     uint32_t nBytes;
 };
@@ -60,8 +60,8 @@ bool HasWord(const std::string& strText, const char* pszWord)
     return (" " + strText + " ").find(" " + std::string(pszWord) + " ") != std::string::npos;
 }
 
-/// "uint4", or as clang spells it at times "uint __attribute__((ext_vector_type(4)))", gives the token of uint and 4
-/// elements; other names are structs or unions.
+/// For "uint4", sometimes spelled "uint __attribute__((ext_vector_type(4)))" by clang, gives the token of uint and 4
+/// elements. Unknown names are structs or unions.
 STypeToken TokenOf(std::string strType, uint32_t& nElements)
 {
     const std::string strVector = " __attribute__((ext_vector_type(";
@@ -98,7 +98,7 @@ uint32_t RoundUp(uint32_t n)
     return (n + s_nElementBytes - 1) / s_nElementBytes * s_nElementBytes;
 }
 
-/// Reads one kernel's parameters. An object serves one call.
+/// Reads the parameters of one kernel. Each object serves one call.
 class CParameterReader
 {
 public:

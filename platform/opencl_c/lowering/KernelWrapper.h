@@ -10,9 +10,9 @@
 namespace KestrelOpenCL
 {
 
-/// The wrapper of a kernel: its declarations and the call of the kernel's function, which has the next number.
+/// The wrapper of a kernel: its declarations, and the call of the kernel's function, whose number is the next one.
 ///
-/// \param bLocal whether it uses local memory, if only that of arguments
+/// \param bLocal whether the kernel uses local memory, be it only through arguments
 std::string WriteWrapper(const llvm::Function& kernel, uint32_t nWrapper,
                          const std::vector<SKernelParameter>& vParameters, const SKernelNeeds& needs,
                          const KestrelPlatform::SDeviceTarget& target, bool bLocal);

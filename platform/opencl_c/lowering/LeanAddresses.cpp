@@ -28,7 +28,7 @@ namespace
 
 using namespace llvm::PatternMatch;
 
-/// Takes the addresses of one kernel apart. An object serves one kernel.
+/// Splits the addresses of one kernel into parts. Each object serves one kernel.
 class CAddressParts
 {
 public:
@@ -60,14 +60,14 @@ public:
     }
 
 private:
-    /// A multiple of an index.
+    /// An index times a constant.
     struct SPart
     {
         llvm::Value* pIndex = nullptr;
         uint64_t nStride = 0;
-        unsigned nDepth = 0; ///< of the loop in which the index changes
+        unsigned nDepth = 0; ///< of the innermost loop in which the index changes
     };
-    typedef std::tuple<llvm::Value*, llvm::Value*, uint64_t> Key; ///< what a part is added to, and the part
+    typedef std::tuple<llvm::Value*, llvm::Value*, uint64_t> Key; ///< base, and the part that is added to it
 
     bool IsOneWord(const llvm::GetElementPtrInst& address) const
     {
@@ -82,8 +82,8 @@ private:
         return pInstruction != nullptr ? m_Loops.getLoopDepth(pInstruction->getParent()) : 0;
     }
 
-    /// The known part of an index goes to the known part of the address. Both count modulo 2^32, whatever the index was
-    /// extended from 32 bits with.
+    /// Moves the constant part of an index to the constant part of the address. Both wrap at 2^32, however the index
+    /// was extended from 32 bits.
     static llvm::Value* TakeKnown(llvm::Value* pIndex, uint64_t nStride, uint64_t& nKnown)
     {
         llvm::Value* pInner = pIndex;
@@ -151,7 +151,8 @@ private:
         address.eraseFromParent();
     }
 
-    /// One of the sums that are there already, or a new one in front of all loops in which it stays the same.
+    /// Adds a part to a base: reuses a sum that is there already, or computes it before all loops in which it is
+    /// constant.
     llvm::Value* Add(llvm::Value* pBase, const SPart& part, llvm::Instruction& user)
     {
         std::vector<llvm::Instruction*>& vThere = m_mapSums[Key(pBase, part.pIndex, part.nStride)];

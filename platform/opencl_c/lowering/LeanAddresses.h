@@ -10,9 +10,9 @@ class Function;
 namespace KestrelOpenCL
 {
 
-/// Takes addresses of one word apart, those in local and private memory and all on the older device: what stays the
-/// same in a loop goes in front of it, what several have in common is computed once, and what is known is added at the
-/// end. An address of two words is best computed as one multiple of an index at a base, where it is used.
+/// Splits addresses of one word (in local and private memory, and all on the older device): parts that are constant in
+/// a loop are computed before it, common parts are computed once, and constants are added last. Addresses of two words
+/// are left alone: a base plus an index times a constant, computed where it is used, is best for them.
 void MakeAddressesLean(llvm::Function& kernel, const llvm::DominatorTree& dominators, bool b64BitAddresses);
 
 } // namespace KestrelOpenCL

@@ -21,10 +21,10 @@ namespace
 
 using namespace llvm::PatternMatch;
 
-const unsigned s_nMaxTerm = 8; ///< passes in which sums of products are put together
+const unsigned s_nMaxTerm = 8; ///< how often the search for sums that need other sums is repeated
 
-/// Where the passes before have put in a constant, or a value from outside, for what a comparison at the end of a
-/// block has found equal to it, the compared value comes back: it is in a register that leaves the loop as it is.
+/// After a branch on `x == c`, earlier passes have replaced x by c, where c is a constant or an argument. This puts x
+/// back: it is in a register when the loop is left, so no copy is needed.
 void TakeComparedValues(llvm::Function& kernel)
 {
     for (llvm::BasicBlock& block : kernel)
@@ -50,7 +50,7 @@ void TakeComparedValues(llvm::Function& kernel)
     }
 }
 
-/// `x < 4` beside `y = x >> 1` is `y < 2`: then the loop that halves a number has no use for the old one.
+/// `x < 4` next to `y = x >> 1` becomes `y < 2`. A loop that halves a number then doesn't need the old value.
 void CompareShiftedValues(llvm::Function& kernel, const llvm::DominatorTree& dominators)
 {
     for (llvm::Instruction& instruction : llvm::instructions(kernel))
@@ -63,7 +63,7 @@ void CompareShiftedValues(llvm::Function& kernel, const llvm::DominatorTree& dom
         {
             continue;
         }
-        // x > 3 is x >= 4.
+        // x > 3 equals x >= 4.
         const llvm::APInt bound = ePredicate == llvm::CmpInst::ICMP_UGT ? *pBound + 1 : *pBound;
         for (llvm::User* const pUser : pValue->users())
         {
@@ -85,8 +85,8 @@ void CompareShiftedValues(llvm::Function& kernel, const llvm::DominatorTree& dom
     }
 }
 
-/// A loop that goes on until its counter has had a value compares it before it counts: the counted one with the next
-/// value gives the same answer, and nothing has to keep the old one.
+/// A loop that compares its counter with a value before it counts compares the incremented counter with the next value
+/// instead. The answer is the same, and the old counter needn't be kept.
 void CompareNextCounts(llvm::Function& kernel, const llvm::DominatorTree& dominators)
 {
     const llvm::LoopInfo loops(dominators);
@@ -125,8 +125,8 @@ void CompareNextCounts(llvm::Function& kernel, const llvm::DominatorTree& domina
     }
 }
 
-/// Turns products of a loop's counter and what stays the same into sums that go from pass to pass. An object serves one
-/// kernel.
+/// Turns products of a loop's counter and a loop-invariant value into sums that grow with each pass. Each object serves
+/// one kernel.
 class CProductsToSums
 {
 public:
@@ -144,12 +144,12 @@ public:
     }
 
 private:
-    /// A number that grows by the same amount in each pass; both ends are known outside of the loop.
+    /// A number that grows by the same amount in each pass; start and step are computed outside the loop.
     struct SLine
     {
-        llvm::Value* pStart = nullptr; ///< null: the number doesn't grow so
+        llvm::Value* pStart = nullptr; ///< null: the number doesn't grow this way
         llvm::Value* pStep = nullptr;
-        bool bProduct = false; ///< is made with a product
+        bool bProduct = false; ///< a product is part of it
     };
 
     void RunLoop(const llvm::Loop& loop)
@@ -167,7 +167,7 @@ private:
                 }
             }
         }
-        // Blocks come in no order: a number may wait for those that it is made of.
+        // Blocks come in any order, so that a number may precede those it is made of.
         for (unsigned nPass = 0; nPass < s_nMaxTerm && FindLines(loop, vInstructions); ++nPass)
         {
         }
@@ -187,7 +187,7 @@ private:
         }
     }
 
-    /// Somebody reads it who isn't such a number.
+    /// Whether anything but such a number reads it.
     bool IsNeeded(const llvm::Instruction& instruction) const
     {
         return llvm::any_of(instruction.users(), [this](const llvm::User* pUser)
@@ -255,7 +255,7 @@ private:
             line.pStep = Make(nOpcode, a.pStep, b.pStep);
             return line;
         }
-        // One of the factors stays what it is.
+        // One of the factors is invariant.
         const bool bFirst = IsZero(b.pStep);
         if ((!bFirst && !IsZero(a.pStep)) || (!bFirst && nOpcode == llvm::Instruction::Shl))
         {
@@ -273,7 +273,7 @@ private:
         return pNumber != nullptr && pNumber->isZero();
     }
 
-    /// An operation in front of the loop.
+    /// Creates an operation before the loop.
     llvm::Value* Make(unsigned nOpcode, llvm::Value* pA, llvm::Value* pB)
     {
         const bool bProduct = nOpcode == llvm::Instruction::Mul;
@@ -287,7 +287,7 @@ private:
         }
         if (IsZero(pA) && nOpcode != llvm::Instruction::Sub)
         {
-            return pA; // times or shifted by anything
+            return pA; // zero times anything, or shifted by anything
         }
         llvm::IRBuilder<> builder(m_pEnd);
         return builder.CreateBinOp(static_cast<llvm::Instruction::BinaryOps>(nOpcode), pA, pB);
@@ -308,11 +308,11 @@ private:
 
     const llvm::DominatorTree& m_Dominators;
     llvm::LoopInfo m_Loops;
-    llvm::DenseMap<const llvm::Instruction*, SLine> m_mapLines; ///< of the loop that is looked at
-    llvm::Instruction* m_pEnd = nullptr;                        ///< of the block in front of it
+    llvm::DenseMap<const llvm::Instruction*, SLine> m_mapLines; ///< of the current loop
+    llvm::Instruction* m_pEnd = nullptr;                        ///< the end of the block before the loop
 };
 
-/// What nobody reads any more.
+/// Removes instructions whose results aren't read any more.
 void RemoveUnread(llvm::Function& kernel)
 {
     llvm::SmallVector<llvm::WeakTrackingVH, 16> unread;

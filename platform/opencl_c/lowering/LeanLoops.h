@@ -9,9 +9,9 @@ class Function;
 namespace KestrelOpenCL
 {
 
-/// Brings the loops of a kernel into a form that becomes few instructions: products of a counter become sums that go
-/// from pass to pass, and values are taken from where a register has them already. Blocks and edges stay as they are.
-/// Addresses too (see LeanAddresses.h). Not for kernels whose variables somebody looks at.
+/// Brings a kernel's loops into a form that takes few instructions: products of a counter become sums that grow with
+/// each pass, and values are taken from registers that hold them already. Also simplifies addresses (see
+/// LeanAddresses.h). Blocks and edges don't change. Not for kernels whose variables a debugger shows.
 void MakeLean(llvm::Function& kernel, bool b64BitAddresses);
 
 } // namespace KestrelOpenCL

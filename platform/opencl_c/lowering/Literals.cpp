@@ -10,11 +10,11 @@ namespace KestrelOpenCL
 namespace
 {
 
-const int32_t s_nSmall = 1 << 20; ///< integers up to here are written as such
+const int32_t s_nSmall = 1 << 20; ///< integers below this are printed as integers
 const float s_nSmallestFloat = 1e-9f;
 const float s_nLargestFloat = 1e9f;
 
-/// As a reader knows it: an integer if it is small, a float if it looks like one, else its bits.
+/// In a readable form: a small integer, a float if the bits look like one, else the bits.
 std::string TextOf(uint32_t nBits)
 {
     const auto nInteger = static_cast<int32_t>(nBits);
@@ -72,7 +72,7 @@ uint32_t CLiterals::Find(llvm::ArrayRef<uint32_t> values, llvm::MutableArrayRef<
             Place(m_vRegisters.back(), values, components);
         }
         inserted.first->second = Count() - 1;
-        // What it holds is found by itself from now on, too.
+        // Each of the values can be found by itself from now on.
         for (const uint32_t nValue : values)
         {
             m_mapSets.try_emplace({nValue}, Count() - 1);

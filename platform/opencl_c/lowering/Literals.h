@@ -25,7 +25,7 @@ public:
     /// One register that holds all of up to four values.
     ///
     /// \param components receives the component of each value
-    /// \return its number
+    /// \return the register's number
     uint32_t Find(llvm::ArrayRef<uint32_t> values, llvm::MutableArrayRef<unsigned> components);
 
     uint32_t Count() const { return static_cast<uint32_t>(m_vRegisters.size()); }
@@ -38,12 +38,12 @@ private:
         std::array<uint32_t, s_nComponents> values = {};
         unsigned nUsed = 0;
     };
-    /// Appends what is missing, if there is room. \return whether all are there
+    /// Appends the missing values if there is room. \return whether all are there
     static bool Place(SRegister& reg, llvm::ArrayRef<uint32_t> values, llvm::MutableArrayRef<unsigned> components);
 
     uint32_t m_nFirst;
     std::vector<SRegister> m_vRegisters;
-    std::map<std::vector<uint32_t>, uint32_t> m_mapSets; ///< which register holds a set of values
+    std::map<std::vector<uint32_t>, uint32_t> m_mapSets; ///< the register that holds a set of values
 };
 
 } // namespace KestrelOpenCL

@@ -7,7 +7,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// Computes the liveness of one kernel. An object serves one call.
+/// Computes the liveness of one kernel. Each object serves one call.
 class CLiveness
 {
 public:
@@ -134,7 +134,8 @@ private:
                 {
                     m_vCandidate[edge.from[n].nId] = true;
                 }
-                // Edges of a switch may follow each other, so that one reads after another one has written.
+                // The copies of a switch's edges may follow each other, so that one edge reads after another one has
+                // written.
                 const bool bAlone = vEdgesFrom[edge.nFrom] == 1;
                 Use(edge.from[n], edge.nFrom, bAlone ? CopyReads(edge.nFrom) : End(edge.nFrom));
             }
@@ -164,7 +165,7 @@ private:
             }
             if (instruction.nDestination != s_nNoRegister)
             {
-                // A load of several words may not put the first one where its address still stands.
+                // A load of several words must not overwrite its own address with the first one.
                 const bool bAtOnce = instruction.bLoad && (instruction.nMask & (instruction.nMask - 1)) != 0;
                 const uint32_t nAt = nPosition + (bAtOnce ? 0 : 1);
                 m_Live.vHulls[instruction.nDestination].Add(nAt);
@@ -191,7 +192,7 @@ private:
         }
     }
 
-    /// From the uses of one register back to where its value comes from.
+    /// Extends the stretches of one register from its uses back to its definitions.
     void Extend(size_t nFirst, size_t nEnd)
     {
         const uint32_t nRegister = m_vUses[nFirst].nRegister;
@@ -219,7 +220,7 @@ private:
             vWork.pop_back();
             if (reg.bPhi && nBlock == nHome)
             {
-                continue; // it comes by the edges
+                continue; // a phi gets its value on the edges
             }
             for (const unsigned nFrom : m_Code.vPredecessors[nBlock])
             {
@@ -281,7 +282,7 @@ private:
 
 bool Meet(const Spans& a, const Spans& b, llvm::function_ref<bool(const SSpan&)> counts)
 {
-    // Long lists meet short ones: of the long one only what may touch the short one is looked at.
+    // One list may be much longer; of that one only stretches near those of the short list are looked at.
     const Spans& rare = a.size() < b.size() ? a : b;
     const Spans& many = a.size() < b.size() ? b : a;
     for (const SSpan& span : rare)

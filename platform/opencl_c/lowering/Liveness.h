@@ -22,27 +22,27 @@ struct SSpan
     bool IsEmpty() const { return nFirst > nLast; }
 };
 
-typedef std::vector<SSpan> Spans; ///< in order, without touching each other
+typedef std::vector<SSpan> Spans; ///< in order, none touching another
 
-/// Where the values of a kernel live. Positions count through the steps of the structured form: an instruction reads at
-/// an even one and writes at the next; the copies of an edge read and write at the end of the block they come from, and
-/// the branch looks at its condition after them.
+/// Where the values of a kernel are live. Positions count along the steps of the structured form. An instruction reads
+/// at an even position and writes at the next one. The copies of an edge read and write at the end of the edge's source
+/// block; the branch reads its condition after them.
 struct SLiveness
 {
-    std::vector<SSpan> vHulls; ///< by virtual register: from the first to the last step that counts
-    /// By virtual register, for phis and what is copied into them: where the value is needed, on the function's own
-    /// graph.
+    std::vector<SSpan> vHulls; ///< by virtual register: from the first to the last step that matters
+    /// By virtual register, for phis and the values copied into them: where the value is live in the function's own
+    /// flow graph.
     std::vector<Spans> vSpans;
     std::vector<SSpan> vGuards;
-    /// By block: from where the copies on its edges have been written to its end.
+    /// By block: from the position where the copies on its edges have been written to the end of the block.
     std::vector<SSpan> vCopiesWritten;
 };
 
 SLiveness FindLiveness(const SKernelCode& code, const std::vector<SFlowStep>& vSteps, unsigned nGuards);
 
-/// Whether there is a stretch that is part of both and of which the function says that it counts.
+/// Whether two lists overlap in a stretch for which the function gives true.
 bool Meet(const Spans& a, const Spans& b, llvm::function_ref<bool(const SSpan&)> counts);
-/// Adds others to a list that may be much longer.
+/// Adds stretches to a list, which may be much longer.
 void Unite(Spans& spans, const Spans& others);
 
 } // namespace KestrelOpenCL

@@ -22,12 +22,12 @@ namespace
 const uint32_t s_nFirstUniqueId = 1024;
 const uint32_t s_nMaxComponents = 65536; ///< of registers, arrays and private words of a work-item
 const uint32_t s_nMaxConstantBytes = 65536;
-const uint32_t s_nSpareComponents = 4096; ///< for what the device and a debugger add
+const uint32_t s_nSpareComponents = 4096; ///< for additions by the device and a debugger
 const uint32_t s_nMaxReadImages = 128;
 const uint32_t s_nMaxWrittenImages = 8;
 const uint32_t s_nMaxSamplers = 16;
 
-/// Lowers the kernels of one module. An object serves one call.
+/// Lowers the kernels of one module. Each object serves one call.
 class CModuleLowering
 {
 public:
@@ -182,7 +182,7 @@ private:
                CheckLimit(kernel, nSamplers, s_nMaxSamplers, "samplers");
     }
 
-    /// Puts the kernel's wrapper, its function and its metadata where they belong.
+    /// Adds the kernel's wrapper, function and metadata to the module.
     bool Place(const llvm::Function& kernel, const CSelector& selector, const SAllocation& allocation,
                const CLiterals& literals, SBody& body)
     {

@@ -19,7 +19,7 @@ class Module;
 namespace KestrelOpenCL
 {
 
-/// The lines of the IL text that one kernel takes, 0-based as in `.debugil`.
+/// The lines of IL text that belong to one kernel, 0-based as in `.debugil`.
 struct SLoweredKernel
 {
     const llvm::Function* pFunction = nullptr;
@@ -29,8 +29,8 @@ struct SLoweredKernel
     uint32_t nLast = 0;         ///< its `endfunc`
 };
 
-/// Where a variable of the source is, or a part of it, while the next instruction to execute stands on one of some
-/// lines of the IL text.
+/// Where a source variable, or a part of it, is, while the next instruction to execute is in some range of lines of the
+/// IL text.
 struct SVariablePlace
 {
     enum EKind
@@ -38,7 +38,7 @@ struct SVariablePlace
         Register,       ///< components of temps: 4 x register + component, one a 32-bit word, the low word first
         Private,        ///< nOffset bytes into the private UAV
         ConstantBuffer, ///< nOffset bytes into constant buffer 1
-        Literal,        ///< vComponents are the words of the value itself
+        Literal,        ///< vComponents are the words of the value
         Local           ///< nOffset bytes into the kernel's local block
     };
 
@@ -46,16 +46,16 @@ struct SVariablePlace
     const llvm::DILocation* pInlinedAt = nullptr;
     const llvm::Function* pKernel = nullptr;
     uint32_t nFirstLine = 0;  ///< of the IL text, 0-based
-    uint32_t nLastLine = 0;   ///< the last one for which the place holds
+    uint32_t nLastLine = 0;   ///< the last line for which the place is valid
     uint32_t nByteOffset = 0; ///< of the part in the variable
     uint32_t nByteSize = 0;   ///< of the part; 0 for all of it
     EKind eKind = Register;
-    /// Values narrower than 32 bits take a word each, and so does each element of a vector of them.
+    /// A value of less than 32 bits takes a word, and so does each element of a vector of such values.
     std::vector<uint32_t> vComponents;
     uint32_t nOffset = 0;
 };
 
-/// Where a variable that a kernel declares in local memory is. Such variables are globals to LLVM.
+/// Where a variable that a kernel declares in local memory lies. To LLVM such variables are globals.
 struct SLocalPlace
 {
     const llvm::GlobalVariable* pVariable = nullptr;
@@ -63,21 +63,21 @@ struct SLocalPlace
     uint32_t nOffset = 0; ///< bytes into the kernel's local block
 };
 
-/// What a module's kernels have become. It refers to the llvm::Module, which must live as long.
+/// The lowered kernels of a module. Refers to the llvm::Module, which must live as long.
 struct SLowered
 {
     KestrelPlatform::SModule module;
     std::vector<SLoweredKernel> vKernels;        ///< in the order of module.vKernels
-    std::vector<const llvm::DILocation*> vLines; ///< by line of the IL text; null for none
+    std::vector<const llvm::DILocation*> vLines; ///< by line of the IL text; null for no place
     std::vector<SVariablePlace> vVariables;
     std::vector<SLocalPlace> vLocals;
 };
 
-/// Turns a prepared module into IL: see PrepareForLowering.
+/// Lowers a prepared module to IL; see PrepareForLowering.
 ///
-/// \param bDebug whether variables of the source keep a place of their own
-/// \return false with the reason in the log, which names the kernel and the number of a limit that is passed, or the
-/// source's line of what has no translation
+/// \param bDebug whether the source's variables keep places of their own
+/// \return false with the reason in the log: the kernel and the limit that it exceeds, or the source line of what can't
+/// be translated
 bool LowerModule(llvm::Module& module, const KestrelPlatform::SDeviceTarget& target, bool bDebug, SLowered& lowered,
                  std::string& strLog);
 

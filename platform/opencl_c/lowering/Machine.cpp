@@ -7,7 +7,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// What the words of one operand have in common; words of another key need an instruction of their own.
+/// What all words of one operand must have in common; words of another key need a separate instruction.
 struct SKey
 {
     enum EKind
@@ -21,7 +21,7 @@ struct SKey
 
     bool Joins(const SWord& other)
     {
-        // 0 can stand beside everything: swizzles have a selector for it.
+        // 0 fits beside everything: swizzles have a selector for it.
         if (other.eKind == SWord::Undefined || other.IsLiteral(0))
         {
             return true;
@@ -45,7 +45,7 @@ struct SFold
     FoldFunction pfn;
 };
 
-/// What sums of addresses that are known beforehand are made of; LLVM has folded the rest.
+/// The operations that sums of constant addresses consist of; LLVM has folded all others.
 const SFold s_Folds[] = {
     {"iadd", [](uint32_t a, uint32_t b) { return a + b; }},
     {"isub", [](uint32_t a, uint32_t b) { return a - b; }},
@@ -56,7 +56,7 @@ const SFold s_Folds[] = {
     {"ushr", [](uint32_t a, uint32_t b) { return a >> (b & 31); }},
 };
 
-/// Operations of which a word stays as it is if the other one is 0.
+/// Operations that give the first word unchanged if the second one is 0.
 const char* const s_ZeroIsNeutral[] = {"iadd", "ior", "ixor", "isub", "ishl", "ushr", "ishr"};
 const char* const s_Commutes[] = {"iadd", "ior", "ixor"};
 
@@ -135,9 +135,9 @@ void CMachine::Add(SInstruction instruction)
     m_vBlocks[m_nBlock].push_back(instruction);
 }
 
-/// One instruction for all components whose sources each are of one register, further ones for the others.
+/// Emits one instruction for all components whose sources come from the same registers, and further ones for the rest.
 ///
-/// \param nUnit components that stay together
+/// \param nUnit number of components that stay together
 void CMachine::EmitGroups(llvm::StringRef mnemonic, uint32_t nRegister, unsigned nComponents, unsigned nUnit,
                           llvm::ArrayRef<std::array<SWord, 4>> sources)
 {
@@ -294,7 +294,7 @@ Words CMachine::Pairs(llvm::StringRef mnemonic, unsigned nPairs, std::initialize
             }
             vSources.push_back(words);
         }
-        // A pair is read whole, so both of its words have to be of one register.
+        // A pair is read as a whole, so both words have to be of one register.
         for (std::array<SWord, 4>& words : vSources)
         {
             for (unsigned i = 0; i < nHere * 2; i += 2)
@@ -367,7 +367,8 @@ void CMachine::Hold(SWord word)
     Add(hold);
 }
 
-/// A move of components of a mask that come from one register, without its destination; takes them out of the mask.
+/// Makes a move, still without a destination, of those components of a mask that come from one register. Removes them
+/// from the mask.
 SInstruction CMachine::MakeMove(const std::array<SWord, s_nComponents>& sources, unsigned& nLeft) const
 {
     SInstruction instruction = Make("mov");
@@ -408,7 +409,7 @@ void CMachine::MoveToArray(uint32_t nArray, SWord index, uint32_t nDistance,
     }
 }
 
-/// Both have as many words; those of one destination register follow each other.
+/// Both have the same number of words; the words of each destination register are consecutive.
 void CMachine::Move(llvm::ArrayRef<SWord> to, llvm::ArrayRef<SWord> from)
 {
     for (size_t n = 0; n < to.size();)
@@ -421,7 +422,7 @@ void CMachine::Move(llvm::ArrayRef<SWord> to, llvm::ArrayRef<SWord> from)
             sources[to[n].nComponent] = from[n];
             nMask |= 1u << to[n].nComponent;
         }
-        // As groups of components with one source register each.
+        // Moves groups of components that share a source register.
         while (nMask != 0)
         {
             SInstruction instruction = MakeMove(sources, nMask);

@@ -22,8 +22,8 @@ namespace KestrelOpenCL
 
 const unsigned s_nComponents = 4; ///< of a register
 
-/// One 32-bit word of a value: a component of a virtual register, a constant, or a component of a register that is
-/// given from outside (an id, an argument in a constant buffer).
+/// One 32-bit word of a value: a component of a virtual register, a constant, or a component of a fixed register (an
+/// id, or an argument in a constant buffer).
 struct SWord
 {
     enum EKind : uint8_t
@@ -55,7 +55,7 @@ typedef llvm::SmallVector<SWord, 4> Words;
 
 const uint32_t s_nNoRegister = 0xFFFFFFFFu;
 
-/// How the words of a source stand in the operand's swizzle.
+/// How the words of a source are ordered in the operand's swizzle.
 enum class EArrange : uint8_t
 {
     ByDestination, ///< word n belongs to component n of the destination register
@@ -67,9 +67,9 @@ struct SSource
 {
     std::array<SWord, 4> words = {};
     EArrange eArrange = EArrange::ByDestination;
-    /// For `cb2[r1.x]`: the register of Fixed words takes this index.
+    /// For `cb2[r1.x]`: the index of a Fixed word's register.
     SWord index;
-    uint32_t nImmediate = 0; ///< what is added to the index
+    uint32_t nImmediate = 0; ///< added to the index
 };
 
 /// One instruction over virtual registers.
@@ -80,22 +80,22 @@ struct SInstruction
     uint32_t nMnemonic = 0;
     uint32_t nDestination = s_nNoRegister; ///< virtual register
     uint8_t nMask = 0;                     ///< components of the destination, or words that a store writes
-    bool bMemory = false;                  ///< the destination is `mem0` with the mask
-    bool bKeep = false;                    ///< does more than write its destination
-    bool bPairs = false;                   ///< written components belong together in twos
+    bool bMemory = false;                  ///< the destination is `mem0` with this mask
+    bool bKeep = false;                    ///< has effects besides writing its destination
+    bool bPairs = false;                   ///< components are written in pairs
     bool bMove = false;
-    bool bLoad = false;    ///< takes consecutive words: from the mask only the last ones may go
+    bool bLoad = false;    ///< loads consecutive words: the mask may only lose words at its end
     bool bWhole = false;   ///< writes all of its mask or nothing
-    bool bControl = false; ///< part of the flow of control inside of one block
-    /// The name of an array of which one register is the destination, 0 for none. If it is found by an index, that of
-    /// the second source is it.
+    bool bControl = false; ///< control flow within one block
+    /// The name of the array whose register is the destination, 0 for none. If the register depends on an index, the
+    /// second source's index is used.
     uint32_t nArray = 0;
     uint8_t nSources = 0;
     SSource sources[s_nMaxSources];
     const llvm::DILocation* pLocation = nullptr;
 };
 
-/// The copies into the phis of a block that happen together on an edge of the flow graph.
+/// The copies into the phis of a block on one edge of the flow graph. They happen at the same time.
 struct SEdge
 {
     unsigned nFrom = 0;
@@ -105,8 +105,8 @@ struct SEdge
     const llvm::DILocation* pLocation = nullptr;
 };
 
-/// What the branch at the end of a block looks at: it is taken if the word isn't 0, or is 0 if bInvert. Of a switch the
-/// value itself.
+/// What the branch at the end of a block tests: it is taken if the word isn't 0, or with bInvert if it is 0. For a
+/// switch, the value itself.
 struct SCondition
 {
     SWord word;
@@ -117,20 +117,20 @@ struct SCondition
 struct SVirtualRegister
 {
     uint8_t nComponents = 1;
-    bool bPinned = false;    ///< keeps its place for the whole function
-    int nDefiningBlock = -1; ///< block with its instructions, or whose phi it is
+    bool bPinned = false;    ///< keeps its place throughout the function
+    int nDefiningBlock = -1; ///< block that defines it, by instructions or as its phi
     bool bPhi = false;
 };
 
-/// The instructions of one kernel over virtual registers of up to four components. Blocks are numbered from 0; what
-/// connects them is the caller's knowledge.
+/// The instructions of one kernel, over virtual registers of up to four components. Blocks are numbered from 0; the
+/// flow between them is kept by the caller.
 class CMachine
 {
 public:
     CMachine() { Name(""); }
 
     uint32_t NewRegister(unsigned nComponents);
-    /// Registers for a value of so many words, four words each.
+    /// New registers for a value of this many words, four words in each.
     Words NewWords(unsigned nCount);
 
     void SetBlock(unsigned nBlock);
@@ -142,22 +142,22 @@ public:
     const std::string& GetName(uint32_t nName) const { return m_vNames[nName]; }
     SWord FixedWord(llvm::StringRef name, unsigned nComponent);
 
-    /// Word by word: each source has nCount words, or one for all.
+    /// One operation for each word; a source has nCount words, or one that serves all.
     Words Each(llvm::StringRef mnemonic, unsigned nCount, std::initializer_list<llvm::ArrayRef<SWord>> sources);
     SWord One(llvm::StringRef mnemonic, std::initializer_list<SWord> sources);
-    /// On pairs: each source has two words a pair, or one.
+    /// One operation for each pair; a source has two words for each pair, or one.
     Words Pairs(llvm::StringRef mnemonic, unsigned nPairs, std::initializer_list<llvm::ArrayRef<SWord>> sources);
     SWord FromPair(llvm::StringRef mnemonic, llvm::ArrayRef<SWord> pair);
     Words ToPair(llvm::StringRef mnemonic, SWord word);
 
-    /// The words in one register, in order, for instructions that take them so; copies them if they aren't.
+    /// The words in one register, in order, for instructions that need this. Copies them unless they are so already.
     Words Gather(llvm::ArrayRef<SWord> words);
     void Move(llvm::ArrayRef<SWord> to, llvm::ArrayRef<SWord> from);
-    /// Writes the components of an array's register that aren't undefined. The name is that of the array and takes the
-    /// index and the distance, or if the index is a literal, that of the register.
+    /// Writes those components of an array's register that aren't undefined. With a literal index the name is the
+    /// register's; else it is the array's, and index and distance are added to it.
     void MoveToArray(uint32_t nArray, SWord index, uint32_t nDistance, const std::array<SWord, s_nComponents>& values);
 
-    /// Keeps a word's register from being given to others before this point.
+    /// Keeps the word's register from being reused before this point.
     void Hold(SWord word);
     bool IsHold(const SInstruction& instruction) const { return instruction.nMnemonic == s_nHold; }
 
@@ -187,7 +187,7 @@ private:
     const llvm::DILocation* m_pLocation = nullptr;
 };
 
-/// A kernel between the two halves of the compiler.
+/// A kernel after selection, before allocation and writing.
 struct SKernelCode
 {
     CMachine machine;

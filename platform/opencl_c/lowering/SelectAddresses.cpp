@@ -12,11 +12,11 @@ namespace KestrelOpenCL
 namespace
 {
 
-const unsigned s_nMaxSteps = 64; ///< that are gone back to find where a pointer comes from
+const unsigned s_nMaxSteps = 64; ///< backwards, when looking for a pointer's origin
 
 } // namespace
 
-/// The sum of an address and a number that is known.
+/// An address plus a constant offset.
 Words CSelector::AddOffset(llvm::ArrayRef<SWord> address, uint64_t nOffset)
 {
     const SWord low = LiteralWord(static_cast<uint32_t>(nOffset));
@@ -37,7 +37,7 @@ Words CSelector::AddOffset(llvm::ArrayRef<SWord> address, uint64_t nOffset)
     return m_Machine.Pairs("i64add", 1, {address, llvm::ArrayRef<SWord>({low, high})});
 }
 
-/// The sum of an address and a multiple of an index, in one instruction if the index has 32 bits.
+/// An address plus an index times a constant; one instruction if the index has 32 bits.
 Words CSelector::AddIndex(Words address, const Value* pIndex, uint64_t nStride)
 {
     const auto* const pInstruction = llvm::dyn_cast<Instruction>(pIndex);
@@ -93,10 +93,10 @@ void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
         return;
     }
     Words address = Get(gep.getPointerOperand());
-    // Among the program's constants an address has 32 bits.
+    // Addresses of the program's constants have 32 bits.
     const bool bInline = address.size() == 2 && llvm::isa<llvm::GlobalVariable>(FindBase(gep.getPointerOperand()));
     address.resize(bInline ? 1 : address.size());
-    // An index of the program's may be any number: the sum wraps around.
+    // The program's index may be any number: the sum wraps around.
     uint64_t nOffset = 0;
     for (auto it = llvm::gep_type_begin(gep); it != llvm::gep_type_end(gep); ++it)
     {
@@ -108,7 +108,7 @@ void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
         }
         const uint64_t nStride = m_Types.GetLayout().getTypeAllocSize(it.getIndexedType());
         const Value* pIndex = it.getOperand();
-        // A known part of the index joins the known part of the address.
+        // The constant part of the index is added to the constant part of the address.
         const auto* const pSum = llvm::dyn_cast<llvm::BinaryOperator>(pIndex);
         const auto* const pPart =
             pSum != nullptr && pSum->getOpcode() == Instruction::Add && pSum->getType()->isIntegerTy(64)
@@ -134,7 +134,7 @@ void CSelector::SelectGetElementPtr(const llvm::GetElementPtrInst& gep)
     Set(gep, address);
 }
 
-/// The variable or argument that a pointer leads into, or the value at which that can't be told any more.
+/// The variable or argument that a pointer points into, or else the first value whose origin is unknown.
 const llvm::Value* CSelector::FindBase(const Value* pPointer) const
 {
     for (unsigned n = 0; n < s_nMaxSteps; ++n)
@@ -149,7 +149,7 @@ const llvm::Value* CSelector::FindBase(const Value* pPointer) const
         }
         else if (const auto* pLoad = llvm::dyn_cast<llvm::LoadInst>(pPointer))
         {
-            // A variable that is set once is what it is set to.
+            // A variable that is stored to once stands for the stored value.
             const SRegisterVariable* const pVariable = FindVariable(pLoad->getPointerOperand());
             const Value* const pOnly = pVariable != nullptr ? pVariable->pOnlyValue : nullptr;
             if (pOnly == nullptr)
@@ -187,7 +187,7 @@ SPlace CSelector::GetPlace(const Value* pPointer)
                          : place.nUav;
         return place;
     }
-    // Constants may stand in every space but the local one; those of private and global ones are never written.
+    // Constants may be in every address space but local; those in private and global space are never written.
     place.bInline = llvm::isa<llvm::GlobalVariable>(pBase) && place.nSpace != SpaceLocal;
     place.bUnknown = !place.bInline && place.nSpace == SpaceConstant && m_bInlineConstants;
     return place;

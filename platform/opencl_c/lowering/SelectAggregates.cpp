@@ -73,7 +73,7 @@ void CSelector::SelectShuffle(const llvm::ShuffleVectorInst& shuffle)
     Set(shuffle, result);
 }
 
-/// Number of the first word of an element of structs and arrays.
+/// The index of the first word of an element within nested structs and arrays.
 unsigned CSelector::FirstWord(Type* pType, llvm::ArrayRef<unsigned> indices, Type*& pElement) const
 {
     unsigned nWord = 0;

@@ -14,7 +14,7 @@ struct SBinaryRow
     unsigned nOpcode;
     const char* psz32;
     const char* psz64; ///< null: word by word
-    bool bSigned;      ///< reads the bits above a narrow integer as its sign
+    bool bSigned;      ///< treats a narrow integer's upper bits as its sign
 };
 
 const SBinaryRow s_BinaryRows[] = {
@@ -41,7 +41,7 @@ const SBinaryRow* FindBinary(unsigned nOpcode)
     return nullptr;
 }
 
-/// Operations on single bits, which are all ones or 0.
+/// Operations on single bits, which are stored as all ones or 0.
 const char* BitMnemonic(unsigned nOpcode)
 {
     switch (nOpcode)
@@ -56,7 +56,7 @@ const char* BitMnemonic(unsigned nOpcode)
     case Instruction::Xor:
         return "ixor";
     default:
-        return nullptr; // of the others only one gives anything: the first operand
+        return nullptr; // for the other operations only the first operand is defined as a result
     }
 }
 
@@ -87,7 +87,7 @@ void CSelector::SelectBinary(const llvm::BinaryOperator& op)
     }
     if (FusesIntoAdd(op))
     {
-        return; // with the sum
+        return; // selected together with the sum
     }
     if (SelectProductAndSum(op))
     {
@@ -126,7 +126,7 @@ void CSelector::SelectBinary(const llvm::BinaryOperator& op)
     SetNarrow(op, m_Machine.Pairs(row.psz64, nWords / 2, {a, b}));
 }
 
-/// Integers of more than 64 bits, as passes make them now and then.
+/// Integers of more than 64 bits, which passes create occasionally.
 void CSelector::SelectWideBinary(const llvm::BinaryOperator& op)
 {
     const Words a = Get(op.getOperand(0));
@@ -201,8 +201,8 @@ void CSelector::SelectWideBinary(const llvm::BinaryOperator& op)
     Set(op, Clean(result, op.getType()));
 }
 
-/// A product that one sum alone takes is computed with it; `mad` rounds both as the two instructions would.
-/// Of integers those of 32 bits.
+/// A product that is only used by one sum is computed together with it; `mad` rounds both like the two instructions.
+/// Integers only if they have 32 bits.
 bool CSelector::FusesIntoAdd(const Instruction& instruction) const
 {
     const bool bFloat = instruction.getOpcode() == Instruction::FMul;

@@ -5,7 +5,7 @@
 #include "llvm/IR/Operator.h"
 #include "llvm/Support/MathExtras.h"
 
-// Variables in arrays of temps. A pointer into one is the index of a register and a known distance in bytes.
+// Variables in arrays of temps. A pointer into one is a register index and a constant distance in bytes.
 
 namespace KestrelOpenCL
 {
@@ -55,7 +55,7 @@ void CSelector::SelectArrayAddress(const llvm::GetElementPtrInst& gep)
     }
     if (pointer.index.eKind != SWord::Register && pointer.index.eKind != SWord::Literal)
     {
-        // Registers that are given from outside can be named with an index themselves.
+        // A fixed register's own name may have an index in it, so its value is copied to a temp first.
         const Words copy = m_Machine.NewWords(1);
         m_Machine.Move(copy, {pointer.index});
         pointer.index = copy[0];
@@ -63,7 +63,7 @@ void CSelector::SelectArrayAddress(const llvm::GetElementPtrInst& gep)
     m_mapArrayPointers[&gep] = pointer;
 }
 
-/// Where a word of an array is: sets the component, gives the register's distance from the index.
+/// Finds a word of an array: sets the component, gives the register's distance from the index.
 int64_t CSelector::FindArrayRegister(const SPlace& place, uint64_t nWord, unsigned& nComponent)
 {
     const auto nUnit = static_cast<int64_t>(place.pArray->nUnitBytes);
@@ -74,7 +74,7 @@ int64_t CSelector::FindArrayRegister(const SPlace& place, uint64_t nWord, unsign
     return nByte / nUnit - (bBelow ? 1 : 0);
 }
 
-/// The name of an array, or of one of its registers if that is known. One that isn't there stays so.
+/// The name of an array, or of one of its registers if the index is known. An index out of range stays out of range.
 uint32_t CSelector::NameArray(const SPlace& place, int64_t nDistance)
 {
     std::string strName = "x" + std::to_string(place.pArray->nNumber);

@@ -12,7 +12,7 @@ using llvm::AtomicRMWInst;
 struct SAtomicRow
 {
     AtomicRMWInst::BinOp eOperation;
-    const char* pszName; ///< after `uav_`, `uav_read_`, `lds_`, `lds_read_`
+    const char* pszName; ///< follows `uav_`, `uav_read_`, `lds_`, `lds_read_`
 };
 
 const SAtomicRow s_AtomicRows[] = {
@@ -44,7 +44,7 @@ SWord CSelector::EmitAtomic(const SPlace& place, const char* pszOperation, llvm:
     return {SWord::Register, 0, atomic.nDestination};
 }
 
-/// Private memory belongs to one work-item, so that a load and a store do there.
+/// Private memory belongs to one work-item, so a load and a store are enough there.
 void CSelector::SelectAtomic(const AtomicRMWInst& atomic)
 {
     const SPlace place = GetPlace(atomic.getPointerOperand());
@@ -60,7 +60,7 @@ void CSelector::SelectAtomic(const AtomicRMWInst& atomic)
         Fail(&atomic, "an atomic operation on private or constant memory");
         return;
     }
-    // An exchange has its result by its nature.
+    // The instruction for an exchange always has a result.
     const bool bResult = !atomic.use_empty() || atomic.getOperation() == AtomicRMWInst::Xchg;
     const SWord old = EmitAtomic(place, it->pszName, {GetWord(atomic.getValOperand())}, bResult);
     if (bResult)

@@ -9,7 +9,7 @@ namespace
 {
 
 const uint64_t s_nMaxStraightBytes = 256; ///< longer copies become loops
-const uint32_t s_nLoopBytes = 16;         ///< of a pass, if it goes by words
+const uint32_t s_nLoopBytes = 16;         ///< bytes in each pass, when copying words
 
 } // namespace
 
@@ -28,9 +28,9 @@ SPlace CSelector::AdvanceBy(const SPlace& place, SWord offset)
     return next;
 }
 
-/// A loop inside of a block: the body for offsets 0, nStep, ... below the end.
+/// A loop within a block: the body runs for the offsets 0, nStep, ... below the end.
 ///
-/// \param kept words that the body reads, which stay what they are until the last pass
+/// \param kept words that the body reads; they keep their values until the last pass
 template <class TBody>
 void CSelector::Repeat(SWord end, uint32_t nStep, std::initializer_list<llvm::ArrayRef<SWord>> kept, TBody body)
 {
@@ -95,7 +95,7 @@ void CSelector::SelectMemTransfer(const llvm::MemTransferInst& copy)
                    }
                });
     }
-    // The rest, or all of it: everything is read before anything is written.
+    // The rest, or everything: all reads come before all writes.
     const Words words = LoadWords(from, nDone, static_cast<unsigned>((nBytes - nDone) / 4));
     const uint64_t nWhole = nDone + words.size() * 4;
     llvm::SmallVector<SWord, 4> bytes;

@@ -7,11 +7,11 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// Of the flags of barriers and fences, as OpenCL C has them.
+/// Flags of barriers and fences, as OpenCL C defines them.
 const uint32_t s_nLocalFence = 1;
 const uint32_t s_nGlobalFence = 2;
 
-/// Functions whose names can't be those of the instructions.
+/// Built-in functions whose names differ from those of the instructions.
 struct SSpelling
 {
     const char* pszFunction;
@@ -20,7 +20,7 @@ struct SSpelling
 
 const SSpelling s_Spellings[] = {{"ffb_lo", "ffb"}, {"ffb_hi", "ffb_ctl(1)"}, {"ffb_shi", "ffb_ctl(2)"}};
 
-/// `reg_vTidInGrp_x` and the like, `cb0_6_x`.
+/// Parses names like `reg_vTidInGrp_x` and `cb0_6_x`.
 bool ReadRegisterName(llvm::StringRef name, std::string& strRegister, unsigned& nComponent)
 {
     const size_t nComponentAt = name.size() - 1;
@@ -68,21 +68,21 @@ bool CSelector::SelectBuiltin(const llvm::CallInst& call, llvm::StringRef name)
     return SelectImage(call, name) || SelectInstruction(call, name.take_front(name.find("__")));
 }
 
-/// Calls that clang makes of its own, beside those of the built-in functions.
+/// Calls that clang inserts itself.
 bool CSelector::SelectTranslated(const llvm::CallInst& call, llvm::StringRef name)
 {
     if (name != "__translate_sampler_initializer")
     {
         return false;
     }
-    Set(call, Words(m_Types.CountWords(call.getType()), LiteralWord(0))); // its number is found at its use
+    Set(call, Words(m_Types.CountWords(call.getType()), LiteralWord(0))); // the number is looked up at its use
     return true;
 }
 
 void CSelector::SelectFence(const llvm::CallInst& call, bool bBarrier)
 {
     const auto* const pFlags = llvm::dyn_cast<llvm::ConstantInt>(call.getArgOperand(0));
-    // Flags that aren't known yet fence all.
+    // Flags that aren't constant fence everything.
     const uint64_t nFlags = pFlags != nullptr ? pFlags->getZExtValue() : s_nLocalFence | s_nGlobalFence;
     std::string strMnemonic = "fence";
     strMnemonic += bBarrier ? "_threads" : "";
@@ -93,7 +93,7 @@ void CSelector::SelectFence(const llvm::CallInst& call, bool bBarrier)
     m_Machine.Add(fence);
 }
 
-/// A function that is an instruction: sources are the arguments, the destination is the result.
+/// A function that stands for an instruction: its arguments are the sources, its result is the destination.
 bool CSelector::SelectInstruction(const llvm::CallInst& call, llvm::StringRef mnemonic)
 {
     for (const SSpelling& spelling : s_Spellings)

@@ -9,7 +9,7 @@ namespace
 
 using llvm::Instruction;
 
-/// Whether a number that was extended is used with both of its words; an index of an address isn't.
+/// Whether an extended number is used with both of its words; as an index of an address it isn't.
 bool IsReadAsPair(const llvm::CastInst& cast)
 {
     return llvm::any_of(cast.users(), [](const llvm::User* pUser)
@@ -61,7 +61,7 @@ void CSelector::SelectCast(const llvm::CastInst& cast)
     }
 }
 
-/// The same bits in memory, seen as another type.
+/// The bits of a value, as another type of the same size in memory.
 Words CSelector::Reinterpret(llvm::ArrayRef<SWord> words, Type* pFrom, Type* pTo)
 {
     const unsigned nFrom = m_Types.CountBits(pFrom);
@@ -70,7 +70,7 @@ Words CSelector::Reinterpret(llvm::ArrayRef<SWord> words, Type* pFrom, Type* pTo
     {
         return Words(words.begin(), words.end());
     }
-    // As a string of words first, then as elements of the new type.
+    // First packed as in memory, then split into elements of the new type.
     Words packed;
     if (nFrom % 32 == 0)
     {
@@ -112,7 +112,7 @@ void CSelector::SelectBitCast(const llvm::CastInst& cast)
     const bool bBits = pFrom->isVectorTy() || pTo->isVectorTy();
     if (bBits && (pFrom->getScalarType()->isIntegerTy(1) || pTo->getScalarType()->isIntegerTy(1)))
     {
-        // A vector of single bits as a number or the way back.
+        // From a vector of single bits to a number, or back.
         Words result;
         const Words words = Get(cast.getOperand(0));
         if (pFrom->isVectorTy())
@@ -233,14 +233,14 @@ void CSelector::SelectFloatToInteger(const llvm::CastInst& cast)
     SetNarrow(cast, result);
 }
 
-/// A 64-bit integer has more bits than a double keeps. Those that a float's rounding can't need are first gathered into
-/// one that is still there: it tells whether the number lies exactly in the middle.
+/// A 64-bit integer has more bits than a double can hold. The bits that are too low to matter for a float's rounding
+/// are first combined into one sticky bit, which tells whether the number lies exactly halfway between two floats.
 Words CSelector::LongToFloat(llvm::ArrayRef<SWord> pair, bool bSigned)
 {
     const Words low = {m_Machine.One("iand", {pair[0], LiteralWord(2047)}), LiteralWord(0)};
     const SWord carry = m_Machine.One("iadd", {low[0], LiteralWord(2047)});
     const SWord sticky = m_Machine.One("iand", {m_Machine.One("ior", {pair[0], carry}), LiteralWord(~2047u)});
-    // Below 2^53 all bits are kept as they are.
+    // Numbers below 2^53 keep all bits.
     const SWord limit = LiteralWord(1u << 21);
     const SWord large = bSigned ? m_Machine.One("uge", {m_Machine.One("iadd", {pair[1], limit}), LiteralWord(1u << 22)})
                                 : m_Machine.One("uge", {pair[1], limit});
@@ -249,7 +249,8 @@ Words CSelector::LongToFloat(llvm::ArrayRef<SWord> pair, bool bSigned)
     return {m_Machine.FromPair("d2f", exact)};
 }
 
-/// A condition is all ones or 0: what it keeps of 1.0, or of -1.0 where a bit that is set counts as -1.
+/// A condition is all ones or 0, so masking gives 1.0 or 0 - or -1.0 for a signed condition, whose set bit counts as
+/// -1.
 void CSelector::SelectConditionToFloat(const llvm::CastInst& cast)
 {
     const bool bSigned = cast.getOpcode() == Instruction::SIToFP;
@@ -327,8 +328,8 @@ void CSelector::SelectFloatResize(const llvm::CastInst& cast)
             SWord word = m_Machine.FromPair("d2f", {words[n], words[n + 1]});
             if (pTo->isHalfTy())
             {
-                // Rounding twice may go wrong, unless what the first one drops stays to be seen in the last bit: the
-                // float is cut toward zero, and its last bit set if anything was lost.
+                // Rounding twice may give a wrong result, unless the first rounding leaves a trace in the last bit: the
+                // float is truncated toward zero, and its last bit is set if anything was lost.
                 const Words back = m_Machine.ToPair("f2d", word);
                 const Words exact = {words[n], words[n + 1]};
                 const Words backSize = m_Machine.Pairs("dabs", 1, {back});

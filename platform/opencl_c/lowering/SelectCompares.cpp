@@ -9,7 +9,7 @@ namespace
 
 using llvm::CmpInst;
 
-/// One comparison of the device: the operands may have to change places, and the answer may be the opposite one.
+/// One comparison of the device. Its operands may have to be swapped, and its answer inverted.
 struct SCompareRow
 {
     CmpInst::Predicate ePredicate;
@@ -44,7 +44,7 @@ const SCompareRow* FindCompare(CmpInst::Predicate ePredicate)
     return nullptr;
 }
 
-/// Comparisons of two numbers that are made of two comparisons.
+/// Comparisons that take two of the device's comparisons.
 struct STwoCompares
 {
     CmpInst::Predicate ePredicate;
@@ -89,7 +89,7 @@ Words CSelector::CompareIntegers(CmpInst::Predicate ePredicate, Words a, Words b
     {
         return FirstOfPairs(m_Machine.Pairs(row.psz64, nWords / 2, {a, b}));
     }
-    // Wider ones from the top down: the first words that differ decide, and only the top has a sign.
+    // Wider integers from the top word down: the first difference decides, and only the top word has a sign.
     const CmpInst::Predicate eUnsigned =
         CmpInst::isEquality(ePredicate) ? ePredicate : llvm::ICmpInst::getUnsignedPredicate(ePredicate);
     const Words low = m_Machine.Each(FindCompare(eUnsigned)->psz32, 1, {a[0], b[0]});

@@ -7,7 +7,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// clang's numbers of addressing modes, and those of kernel metadata.
+/// Maps clang's numbers of addressing modes to those of kernel metadata.
 struct SAddressing
 {
     uint32_t nClang;
@@ -32,14 +32,14 @@ uint32_t MetadataOf(uint32_t nClang)
 
 } // namespace
 
-/// The kernel's parameter that a value is, or null.
+/// The kernel parameter that a value comes from, or null.
 const SKernelParameter* CSelector::FindParameter(const Value* pValue) const
 {
     const auto* const pArgument = llvm::dyn_cast<llvm::Argument>(FindBase(pValue));
     return pArgument != nullptr ? &m_vParameters[pArgument->getArgNo()] : nullptr;
 }
 
-/// \return the sampler's number, or -1 for one that isn't known before the kernel runs
+/// \return the sampler's number, or -1 if it isn't known at compile time
 int CSelector::FindSampler(const Value* pValue)
 {
     const Value* const pBase = FindBase(pValue);
@@ -70,7 +70,7 @@ int CSelector::FindSampler(const Value* pValue)
     return static_cast<int>(sampler.nSampler);
 }
 
-/// Reading, writing and asking for images. \return false for a function that isn't about them
+/// Image reads, writes and queries. \return false for a function that isn't one of them
 bool CSelector::SelectImage(const llvm::CallInst& call, llvm::StringRef name)
 {
     const bool bSample = name.startswith("sample_");

@@ -9,7 +9,7 @@ namespace
 
 using llvm::Intrinsic::ID;
 
-/// Intrinsics that are one instruction, word by word or pair by pair.
+/// Intrinsics that become one instruction for each word or pair.
 struct SSimpleRow
 {
     ID eId;
@@ -33,7 +33,7 @@ const SSimpleRow s_SimpleRows[] = {
     {llvm::Intrinsic::bitreverse, 1, "ubit_reverse", nullptr},
 };
 
-/// Intrinsics that say something to the optimiser, or nothing to a device.
+/// Intrinsics that are hints for the optimiser, or have no effect on a device.
 bool MeansNothing(ID eId)
 {
     switch (eId)
@@ -81,7 +81,7 @@ void CSelector::SelectCall(const llvm::CallInst& call)
     }
 }
 
-/// How many zeros a number begins or ends with; all of its bits for 0.
+/// The number of leading or trailing zeros; for 0, the number of bits.
 Words CSelector::CountZeros(Words words, Type* pType, bool bLeading)
 {
     const char* const pszFind = bLeading ? "ffb_ctl(1)" : "ffb";
@@ -92,7 +92,7 @@ Words CSelector::CountZeros(Words words, Type* pType, bool bLeading)
     {
         if (bLeading && nBits < 32)
         {
-            // The number's top bit becomes the word's.
+            // Shifts the number's top bit to the word's.
             words = m_Machine.Each("ishl", nCount, {words, LiteralWord(32 - nBits)});
         }
         return m_Machine.Each("umin", nCount, {m_Machine.Each(pszFind, nCount, {words}), LiteralWord(nBits)});
@@ -103,7 +103,7 @@ Words CSelector::CountZeros(Words words, Type* pType, bool bLeading)
         const SWord first = m_Machine.One(pszFind, {words[n + (bLeading ? 1 : 0)]});
         const SWord second = m_Machine.One(pszFind, {words[n + (bLeading ? 0 : 1)]});
         const SWord behind = m_Machine.One("iadd", {m_Machine.One("umin", {second, LiteralWord(32)}), LiteralWord(32)});
-        const SWord all = m_Machine.One("umin", {first, behind}); // none found is all ones
+        const SWord all = m_Machine.One("umin", {first, behind}); // "none found" is all ones
         result.push_back(bLeading && nBits < 64 ? m_Machine.One("isub", {all, LiteralWord(64 - nBits)})
                                                 : m_Machine.One("umin", {all, LiteralWord(nBits)}));
         result.push_back(LiteralWord(0));
@@ -129,7 +129,7 @@ Words CSelector::ByteSwap(Words words, Type* pType)
     return swapped;
 }
 
-/// Two numbers after each other, shifted; the amount counts modulo the number of bits.
+/// Shifts the concatenation of two numbers; the amount counts modulo the number of bits.
 Words CSelector::FunnelShift(const llvm::IntrinsicInst& call, bool bLeft)
 {
     Type* const pType = call.getType();
@@ -149,7 +149,8 @@ Words CSelector::FunnelShift(const llvm::IntrinsicInst& call, bool bLeft)
         {
             return m_Machine.Each("bitalign", nCount, {a, b, m_Machine.Each("inegate", nCount, {amount})});
         }
-        // To the left by n is to the right by 32 - n of the two moved by one first, so that 0 doesn't become 32.
+        // A left shift by n is a right shift by 32 - n. Shifting by one first and then by 31 - n keeps n = 0 from
+        // becoming 32.
         const Words high = m_Machine.Each("ushr", nCount, {a, LiteralWord(1)});
         const Words low = m_Machine.Each("bitalign", nCount, {a, b, LiteralWord(1)});
         return m_Machine.Each("bitalign", nCount, {high, low, m_Machine.Each("inot", nCount, {amount})});

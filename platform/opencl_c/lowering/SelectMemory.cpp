@@ -54,7 +54,7 @@ std::string CSelector::Mnemonic(const SPlace& place, const char* pszUav, const c
            (m_Target.b64BitAddresses ? "_addr64" : "");
 }
 
-/// An instruction of the flow of control inside of what one instruction of LLVM becomes.
+/// Emits control flow within the translation of one LLVM instruction.
 void CSelector::Control(const char* pszMnemonic, const SWord* pCondition)
 {
     SInstruction instruction = m_Machine.Make(pszMnemonic);
@@ -68,8 +68,8 @@ void CSelector::Control(const char* pszMnemonic, const SWord* pCondition)
     m_Machine.Add(instruction);
 }
 
-/// Of the program's constants: element n of their buffer holds words n to n + 3 of them, so that any aligned word, and
-/// those after it, come by one instruction.
+/// Loads from the program's constants: element n of their buffer holds the words n to n + 3, so that one instruction
+/// loads any aligned word and those after it.
 Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
 {
     const SWord address = place.address[0];
@@ -102,7 +102,7 @@ Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
     return words;
 }
 
-/// Such words at an address that may be any number: of those around them.
+/// The same for an address that needn't be aligned: puts the words together from those around it.
 Words CSelector::LoadInlineBetween(const SPlace& place, unsigned nCount)
 {
     m_Storage.KeepWordBehindConstants();
@@ -124,7 +124,7 @@ Words CSelector::LoadInlineBetween(const SPlace& place, unsigned nCount)
     return words;
 }
 
-/// Of a place that turns out to be among the program's constants or in a buffer.
+/// Loads from a place that may be among the program's constants or in a buffer, which is found out at run time.
 Words CSelector::LoadEither(const SPlace& place, unsigned nCount, llvm::function_ref<Words(const SPlace&)> load)
 {
     SPlace known = place;
@@ -144,7 +144,7 @@ Words CSelector::LoadEither(const SPlace& place, unsigned nCount, llvm::function
     return result;
 }
 
-/// Up to four words that follow each other.
+/// Loads up to four consecutive words.
 Words CSelector::LoadRaw(const SPlace& place, unsigned nCount)
 {
     if (place.pArray != nullptr)
@@ -185,7 +185,7 @@ Words CSelector::LoadWords(const SPlace& place, uint64_t nOffset, unsigned nCoun
     return words;
 }
 
-/// One or two bytes, with their sign or zeros above.
+/// Loads one or two bytes, extended by sign or zeros.
 SWord CSelector::LoadSmall(const SPlace& place, uint64_t nOffset, unsigned nBytes, bool bSigned)
 {
     const SPlace here = Advance(place, nOffset);
@@ -270,7 +270,7 @@ void CSelector::StoreWords(const SPlace& place, uint64_t nOffset, llvm::ArrayRef
 namespace
 {
 
-/// Leaves that follow each other without a gap and have fewer than four bytes each.
+/// How many leaves of less than four bytes follow each other without a gap.
 size_t CountSmallRun(llvm::ArrayRef<SLeaf> leaves, size_t nFirst)
 {
     size_t n = nFirst;
@@ -321,7 +321,7 @@ Words CSelector::LoadValue(const SPlace& place, Type* pType, bool bSigned)
         const SLeaf& leaf = vLeaves[n];
         if (leaf.nBytes == 4 || leaf.nBytes == 8)
         {
-            // As many words at once as follow each other.
+            // As many consecutive words at once as possible.
             size_t nEnd = n;
             unsigned nWords = 0;
             const bool bShort = leaf.nWords * 4 < leaf.nBytes;
@@ -379,7 +379,7 @@ Words CSelector::LoadValue(const SPlace& place, Type* pType, bool bSigned)
 void CSelector::StoreValue(const SPlace& place, Type* pType, llvm::ArrayRef<SWord> words)
 {
     const llvm::SmallVector<SLeaf, 8> vLeaves = m_Types.GetLeaves(pType);
-    Words run; // words that follow each other, from nRunStart on
+    Words run; // consecutive words, from nRunStart on
     uint64_t nRunStart = 0;
     const auto Flush = [&]
     {
@@ -421,7 +421,7 @@ void CSelector::StoreValue(const SPlace& place, Type* pType, llvm::ArrayRef<SWor
         }
         for (; nDone + 4 <= leaf.nBytes; nDone += 4)
         {
-            Append(leaf.nOffset + nDone, LiteralWord(0)); // above an offset that is stored as a pointer
+            Append(leaf.nOffset + nDone, LiteralWord(0)); // the high word of an offset that is stored as a pointer
         }
         for (unsigned nShift = 0; nDone < leaf.nBytes;)
         {
@@ -449,7 +449,7 @@ void CSelector::SelectLoad(const llvm::LoadInst& load)
             Set(load, Words(held.begin(), held.end()));
             return;
         }
-        // The variable may change before the value is used; where it doesn't, the copy goes.
+        // The variable may change before this value is used. If it doesn't, cleanup removes the copy.
         const Words copy = m_Machine.NewWords(nWords);
         m_Machine.Move(copy, held);
         Set(load, copy);

@@ -22,7 +22,7 @@ bool IsSigned(ID eId)
 
 } // namespace
 
-/// A sum or difference that stops at the ends of its type.
+/// A sum or difference that saturates at the limits of its type.
 Words CSelector::Saturating(const llvm::IntrinsicInst& call)
 {
     const ID eId = call.getIntrinsicID();
@@ -36,7 +36,7 @@ Words CSelector::Saturating(const llvm::IntrinsicInst& call)
     const unsigned nCount = static_cast<unsigned>(a.size());
     if (!bPairs && nBits < 32)
     {
-        // The word has room for the true result.
+        // A narrow type: the word can hold the exact result.
         const SWord top = LiteralWord(bSigned ? (1u << (nBits - 1)) - 1 : (1u << nBits) - 1);
         const SWord bottom = LiteralWord(bSigned ? 0u - (1u << (nBits - 1)) : 0);
         const Words sum = m_Machine.Each(bAdd ? "iadd" : "isub", nCount, {a, b});
@@ -48,7 +48,7 @@ Words CSelector::Saturating(const llvm::IntrinsicInst& call)
     };
     if (!bSigned)
     {
-        // a + b stops where b reaches what a leaves free; a - b where a is no larger than b.
+        // In a + b, b is limited to what a leaves free; in a - b, it is limited to a.
         return bAdd ? Op("iadd", "i64add", Op("umin", "u64min", a, m_Machine.Each("inot", nCount, {b})), b)
                     : Op("isub", "i64sub", Op("umax", "u64max", a, b), b);
     }
@@ -56,7 +56,7 @@ Words CSelector::Saturating(const llvm::IntrinsicInst& call)
     Words result;
     for (unsigned n = 0; n < nCount; n += bPairs ? 2 : 1)
     {
-        // It went over if the sign is neither operand's; then the end on a's side counts.
+        // An overflow gives a sign that neither operand has; the result is then the limit on a's side.
         const unsigned nTop = n + (bPairs ? 1 : 0);
         const SWord other = bAdd ? m_Machine.One("inot", {m_Machine.One("ixor", {a[nTop], b[nTop]})})
                                  : m_Machine.One("ixor", {a[nTop], b[nTop]});
@@ -73,7 +73,7 @@ Words CSelector::Saturating(const llvm::IntrinsicInst& call)
     return result;
 }
 
-/// The result and a bit that tells whether it is another than the true one. \return empty for what isn't known
+/// The result, and a bit that tells whether it overflowed. \return empty for an unknown intrinsic
 Words CSelector::WithOverflow(const llvm::IntrinsicInst& call)
 {
     const ID eId = call.getIntrinsicID();
@@ -106,7 +106,7 @@ Words CSelector::WithOverflow(const llvm::IntrinsicInst& call)
     SWord over;
     if (nBits % 32 != 0)
     {
-        // The words have room for the true result.
+        // The words can hold the exact result.
         const Words back = bSigned ? SignExtend(result, pType) : result;
         over = Op("ine", "i64ne", back, sum)[0];
     }

@@ -35,7 +35,7 @@ Words CSelector::Get(const Value* pValue)
     {
         return it->second;
     }
-    // A fault that has been told, or a value that nobody can have: either way there are words.
+    // After a reported fault, or for a value that can't occur, any words will do.
     return Words(std::max(1u, m_Types.CountWords(pValue->getType())), SWord());
 }
 
@@ -81,7 +81,7 @@ Words CSelector::GetConstant(const llvm::Constant& constant)
     return words;
 }
 
-/// As the instruction that computes it; what its words then are is folded.
+/// Selects the expression like an instruction; the words are then folded.
 Words CSelector::GetExpression(const llvm::ConstantExpr& expression)
 {
     Instruction* const pInstruction = expression.getAsInstruction();
@@ -99,7 +99,7 @@ void CSelector::Set(const Instruction& instruction, Words words)
     m_mapValues[&instruction] = std::move(words);
 }
 
-/// Whether all who use an integer look at its own bits only, so that what stands above them doesn't matter.
+/// Whether all users of an integer ignore the bits above its own.
 bool CSelector::ToleratesHighBits(const Instruction& instruction) const
 {
     for (const llvm::Use& use : instruction.uses())
@@ -129,7 +129,7 @@ bool CSelector::ToleratesHighBits(const Instruction& instruction) const
         default:
             return false;
         }
-        // Variables in registers hold what a debugger shows.
+        // A variable in registers must hold what a debugger shows.
         const auto* const pStore = llvm::dyn_cast<llvm::StoreInst>(pUser);
         if (pStore != nullptr && FindVariable(pStore->getPointerOperand()) != nullptr)
         {
@@ -139,7 +139,7 @@ bool CSelector::ToleratesHighBits(const Instruction& instruction) const
     return !m_Types.IsNarrow(instruction.getType()) || m_Types.CountBits(instruction.getType()) < s_nWordBits;
 }
 
-/// Zeros above an integer's own bits.
+/// Clears the bits above an integer's own.
 Words CSelector::Clean(llvm::ArrayRef<SWord> words, Type* pType)
 {
     const unsigned nElementWords = m_Types.CountElementWords(pType);
@@ -161,7 +161,7 @@ Words CSelector::Clean(llvm::ArrayRef<SWord> words, Type* pType)
     return result;
 }
 
-/// The sign above an integer's own bits.
+/// Extends the sign of an integer to the bits above its own.
 Words CSelector::SignExtend(llvm::ArrayRef<SWord> words, Type* pType)
 {
     const unsigned nElementWords = m_Types.CountElementWords(pType);
@@ -210,7 +210,7 @@ SWord CSelector::ParameterWord(uint32_t nByteOffset)
     return m_Machine.FixedWord("cb1[" + std::to_string(nByteOffset / 16) + "]", nByteOffset / 4 % 4);
 }
 
-/// Arguments are read where they lie; small elements of vectors are taken out of their words first.
+/// Arguments are read where they lie. Small vector elements are unpacked from their words first.
 void CSelector::SetArgument(const llvm::Argument& argument)
 {
     const SKernelParameter& parameter = m_vParameters[argument.getArgNo()];
@@ -247,7 +247,7 @@ void CSelector::SetArgument(const llvm::Argument& argument)
     m_mapValues[&argument] = words;
 }
 
-/// A variable that holds an argument all the time has the argument's words.
+/// A variable that always holds one argument uses the argument's words.
 void CSelector::BindVariables()
 {
     for (auto& entry : m_mapVariables)
@@ -255,14 +255,14 @@ void CSelector::BindVariables()
         if (entry.second.pArgument != nullptr)
         {
             entry.second.words = Get(entry.second.pArgument);
-            // A vector of three elements is stored as one of four.
+            // A vector of three elements is stored like one of four.
             entry.second.words.resize(std::max<size_t>(entry.second.words.size(), 4));
         }
     }
 }
 
-/// Structs by value that are only read at fixed places stay in the constant buffer, others get a copy in private
-/// memory.
+/// A struct passed by value stays in the constant buffer if it is only read at constant offsets; otherwise it is copied
+/// to private memory.
 void CSelector::LoadArguments()
 {
     for (const llvm::Argument& argument : m_Kernel.args())

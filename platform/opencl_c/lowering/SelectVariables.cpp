@@ -12,7 +12,7 @@ namespace
 
 const unsigned s_nMaxVariableWords = 16; ///< a vector of 16 floats, or of 8 doubles
 
-/// Whether a constant is, or is made with, the address of one of the program's constants.
+/// Whether a constant is the address of one of the program's constants, or is computed from one.
 bool NamesConstant(const llvm::Constant& constant)
 {
     if (const auto* pVariable = llvm::dyn_cast<llvm::GlobalVariable>(&constant))
@@ -24,7 +24,7 @@ bool NamesConstant(const llvm::Constant& constant)
                         [](const llvm::Use& use) { return NamesConstant(*llvm::cast<llvm::Constant>(use.get())); });
 }
 
-/// Whether such an address stands in a constant: alone, or in one of its elements.
+/// Whether a constant holds such an address, by itself or in one of its elements.
 bool HoldsNames(const llvm::Constant& constant)
 {
     return NamesConstant(constant) || (llvm::isa<llvm::ConstantAggregate>(constant) &&
@@ -32,14 +32,14 @@ bool HoldsNames(const llvm::Constant& constant)
                                                     { return HoldsNames(*llvm::cast<llvm::Constant>(use.get())); }));
 }
 
-/// Whether pointers to the program's constants can be read out of what a pointer leads into.
+/// Whether reading through this pointer could give pointers to the program's constants.
 bool LeadsToNames(const llvm::Value* pBase)
 {
     const auto* const pVariable = llvm::dyn_cast<llvm::GlobalVariable>(pBase);
     return pVariable != nullptr && pVariable->hasInitializer() && HoldsNames(*pVariable->getInitializer());
 }
 
-/// Whether it could tell what number an address of local memory is.
+/// Whether the instruction could observe the number of a local memory address.
 bool ComparesLocal(const llvm::User& user)
 {
     const unsigned nOpcode = llvm::Operator::getOpcode(&user);
@@ -61,7 +61,7 @@ bool ComparesLocal(const llvm::User& user)
 
 } // namespace
 
-/// Variables in registers are those that are read and written as a whole only.
+/// A variable fits in registers if it is only read and written as a whole.
 bool CSelector::FitsVariable(Type* pAccess, Type* pVariable) const
 {
     Type* const pA = pAccess->getScalarType();
@@ -116,7 +116,7 @@ bool CSelector::IsRegisterVariable(const llvm::AllocaInst& variable, unsigned& n
         }
         nWords = std::max(nWords, m_Types.CountWords(pAccess));
     }
-    // A single store from a loop gives other values each time; one of a constant or an argument doesn't.
+    // A single store in a loop may store different values; a stored constant or argument is always the same.
     found.pArgument = llvm::dyn_cast_or_null<llvm::Argument>(found.pOnlyValue);
     if (found.pOnlyValue != nullptr && found.pArgument == nullptr && !llvm::isa<llvm::Constant>(found.pOnlyValue) &&
         !pType->isPointerTy())
@@ -144,8 +144,8 @@ bool CSelector::FindPrivate(const Value* pVariable, uint32_t& nOffset) const
     return true;
 }
 
-/// A pointer to one of the program's constants that goes into a variable or comes out of a choice may be met later
-/// where it isn't known any more. So may one that a constant of the program holds.
+/// Notes whether pointers to the program's constants may turn up where their origin isn't known any more: after they
+/// were stored in a variable, selected, or held in a constant of the program.
 void CSelector::NoteConstants(const Instruction& instruction)
 {
     m_bInlineConstants =

@@ -21,7 +21,7 @@ CSelector::CSelector(llvm::Function& kernel, const KestrelPlatform::SDeviceTarge
     }
 }
 
-/// Adds a line to the faults, with the place in the source if it is known. \return false
+/// Adds a line to the faults, with its source place if known. \return false
 bool CSelector::Fail(const Instruction* pInstruction, const std::string& strWhat)
 {
     const llvm::DILocation* const pLocation =
@@ -174,7 +174,7 @@ void CSelector::SelectTerminator(const llvm::BasicBlock& block)
     m_Code.vConditions[m_Machine.GetBlock()].pLocation = m_Machine.GetLocation();
 }
 
-/// What a branch needs is a word that is 0 or not, which is often there without a comparison.
+/// A branch tests whether a word is 0. Often there is such a word already, and no comparison is needed.
 SCondition CSelector::MakeCondition(const Value* pCondition)
 {
     SCondition condition;

@@ -20,33 +20,33 @@
 namespace KestrelOpenCL
 {
 
-/// A variable of the source that lives in registers for the whole function.
+/// A source variable that is in registers throughout the function.
 struct SRegisterVariable
 {
     const llvm::AllocaInst* pVariable = nullptr;
     Words words;
-    /// What alone is ever stored to it.
+    /// The only value that is ever stored to it, if there is just one.
     const llvm::Value* pOnlyValue = nullptr;
-    /// That as an argument: then the variable has no registers of its own, but the argument's words.
+    /// The same if it is an argument: the variable then uses the argument's words and has no registers of its own.
     const llvm::Argument* pArgument = nullptr;
 };
 
-/// A pointer in words, and what is known of where it leads.
+/// A pointer's words, and what is known about its target.
 struct SPlace
 {
     unsigned nSpace = 0;
     Words address;
-    bool bInline = false;  ///< among the program's constants for sure
-    bool bUnknown = false; ///< a constant pointer that may lead there or to a buffer
+    bool bInline = false;  ///< certainly among the program's constants
+    bool bUnknown = false; ///< a constant pointer, to the program's constants or to a buffer
     uint32_t nUav = 0;
-    unsigned nAlignment = 4; ///< what the address is a multiple of at least: 1, 2 or 4
-    /// In an array of temps: the address is the index of a register, to which this distance in bytes is added.
+    unsigned nAlignment = 4; ///< known alignment of the address: 1, 2 or 4
+    /// In an array of temps, the address is a register's index; nArrayOffset is a distance in bytes from there.
     const STempArray* pArray = nullptr;
     uint64_t nArrayOffset = 0;
 };
 
-/// Translates the instructions of one kernel into instructions of IL over virtual registers. Flow between blocks is
-/// left to the region tree; copies into phis are kept by edge.
+/// Translates the instructions of one kernel into IL instructions over virtual registers. The region tree handles the
+/// flow between blocks; copies into phis are kept for each edge.
 class CSelector
 {
 public:
@@ -65,7 +65,7 @@ public:
     const llvm::MapVector<const llvm::AllocaInst*, SRegisterVariable>& GetVariables() const { return m_mapVariables; }
     const TempArrays& GetArrays() const { return m_mapArrays; }
     bool UsesLocal() const { return m_bLocal; }
-    /// The offset in private memory of a variable or a struct by value. \return false if it isn't there
+    /// The offset of a variable or of a struct passed by value in private memory. \return false if it isn't there
     bool FindPrivate(const llvm::Value* pVariable, uint32_t& nOffset) const;
 
 private:
@@ -224,9 +224,9 @@ private:
     llvm::MapVector<const llvm::AllocaInst*, SRegisterVariable> m_mapVariables;
     TempArrays m_mapArrays;
     llvm::DenseMap<const Value*, SArrayPointer> m_mapArrayPointers;
-    llvm::DenseSet<const Value*> m_setSigned; ///< loaded with their sign in the high bits
-    uint32_t m_nAnyUav = 0;                   ///< for pointers that come from who knows where
-    bool m_bInlineConstants = false;          ///< pointers to the program's constants are about
+    llvm::DenseSet<const Value*> m_setSigned; ///< loaded with sign extension
+    uint32_t m_nAnyUav = 0;                   ///< for pointers of unknown origin
+    bool m_bInlineConstants = false;          ///< pointers to the program's constants may be anywhere
     bool m_bLocal = false;
     std::string m_strFaults;
 };

@@ -11,10 +11,10 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// No variable lies at address 0, which is the null pointer.
+/// Address 0 is the null pointer, so no variable lies there.
 const uint64_t s_nNullBytes = 16;
 
-/// \param nEnd receives the end of a block that begins at the result
+/// \param nEnd end of the last block; receives the end of this one, which begins at the result
 uint64_t Place(uint64_t& nEnd, uint64_t nBytes, uint64_t nAlignment)
 {
     const uint64_t nStart = (std::max(nEnd, s_nNullBytes) + nAlignment - 1) / nAlignment * nAlignment;
@@ -34,7 +34,7 @@ uint32_t CStorage::GetLocal(const llvm::GlobalVariable& variable)
     const auto inserted = m_mapLocal.insert({&variable, 0});
     if (inserted.second)
     {
-        // Local memory is scarce and its size a round number that kernels use whole: it starts at 0.
+        // Local memory is scarce, and kernels often use all of its round size: it starts at 0.
         const uint64_t nAlignment = std::max<uint64_t>(4, m_Layout.getPreferredAlign(&variable).value());
         const uint64_t nStart = (m_nLocal + nAlignment - 1) / nAlignment * nAlignment;
         m_nLocal = nStart + m_Layout.getTypeAllocSize(variable.getValueType());

@@ -18,14 +18,14 @@ class GlobalVariable;
 namespace KestrelOpenCL
 {
 
-/// Where one kernel's variables lie in local, private and inline constant memory. Places are given when they are first
-/// asked for, so that what a kernel doesn't use takes nothing.
+/// Where one kernel's variables lie in local, private and inline constant memory. A place is assigned when it is first
+/// asked for, so unused variables take no room.
 class CStorage
 {
 public:
     explicit CStorage(const llvm::DataLayout& layout) : m_Layout(layout) {}
 
-    /// Leaves address 0 of local memory to the null pointer, for kernels that could tell.
+    /// Keeps address 0 of local memory free for the null pointer, for kernels that could observe it.
     void KeepLocalNull();
     /// Byte offset in the kernel's local block.
     uint32_t GetLocal(const llvm::GlobalVariable& variable);
@@ -35,13 +35,13 @@ public:
     /// Byte offset among the program's constants.
     uint32_t GetConstant(const llvm::GlobalVariable& variable);
 
-    /// Sizes are of 64 bits: what doesn't fit is told when all is placed.
+    /// Sizes have 64 bits: whether everything fits is checked when all is placed.
     const llvm::MapVector<const llvm::GlobalVariable*, uint32_t>& GetLocals() const { return m_mapLocal; }
     uint64_t GetLocalBytes() const { return m_nLocal; }
     uint64_t GetPrivateBytes() const { return m_nPrivate; }
-    /// Who reads words at addresses in between reads one word more than it takes.
+    /// Loads at unaligned addresses read one word more than they use.
     void KeepWordBehindConstants() { m_nBehindConstants = 4; }
-    /// The program's constants that are used.
+    /// The bytes of the program's constants that are used.
     std::vector<uint8_t> GetConstants() const;
 
 private:

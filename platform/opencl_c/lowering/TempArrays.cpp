@@ -19,13 +19,13 @@ const uint64_t s_nWordBytes = 4;
 const uint64_t s_nRegisterBytes = 16;
 const uint64_t s_nMaxRegisters = 256; ///< of all arrays of a kernel
 
-/// What the accesses to one variable have in common. An object serves one variable.
+/// What all accesses to one variable have in common. Each object serves one variable.
 class CArrayUses
 {
 public:
     CArrayUses(const llvm::AllocaInst& variable, const CValueTypes& types) : m_Variable(variable), m_Types(types) {}
 
-    /// \return bytes of the variable in each register, 0 if it has to lie in memory
+    /// \return how many bytes of the variable each register holds, 0 if it has to be in memory
     uint64_t FindUnit()
     {
         m_vPointers = {&m_Variable};
@@ -126,9 +126,9 @@ private:
 
     const llvm::AllocaInst& m_Variable;
     const CValueTypes& m_Types;
-    std::vector<const llvm::Value*> m_vPointers; ///< into it, whose uses are still to be looked at
-    uint64_t m_nStrides = 0;                     ///< all strides are multiples of it; 0 for none
-    bool m_bLoops = false;                       ///< there may be offsets in multiples of a register
+    std::vector<const llvm::Value*> m_vPointers; ///< pointers into it whose uses have yet to be looked at
+    uint64_t m_nStrides = 0;                     ///< a common divisor of all strides; 0 for none
+    bool m_bLoops = false;                       ///< block copies may add offsets in steps of a register
 };
 
 } // namespace

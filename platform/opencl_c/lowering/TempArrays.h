@@ -18,19 +18,20 @@ class Value;
 namespace KestrelOpenCL
 {
 
-/// A variable of the function that lies in an array of temps, `x1[0]` and so on.
+/// A variable of the function that is kept in an array of temps, such as `x1[0]`.
 struct STempArray
 {
     uint32_t nNumber = 0;    ///< of `dcl_indexed_temp_array`
-    uint32_t nUnitBytes = 0; ///< of the variable in each register: 4 to 16
+    uint32_t nUnitBytes = 0; ///< how many bytes of the variable each register holds: 4 to 16
     uint32_t nRegisters = 0;
 };
 
 typedef llvm::MapVector<const llvm::AllocaInst*, STempArray> TempArrays;
 
-/// Which variables of a kernel can lie in arrays of temps: those whose address only goes into loads, stores, copies and
-/// fills of whole words at places that are known but for multiples of some number of words; as many as are small enough
-/// together. A place whose offset isn't known takes its register by an index and its component by the known part.
+/// Finds the variables of a kernel that can be in arrays of temps: those whose address is only used by loads, stores,
+/// copies and fills of whole words, at offsets that are constant apart from multiples of some number of words. Takes as
+/// many as fit together. An unknown offset selects the register by an index, and its constant part selects the
+/// component.
 TempArrays FindTempArrays(const llvm::Function& kernel, const CValueTypes& types);
 
 } // namespace KestrelOpenCL

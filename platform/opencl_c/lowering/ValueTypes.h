@@ -16,7 +16,7 @@ namespace KestrelOpenCL
 
 const unsigned s_nWordBits = 32;
 
-/// The address spaces of OpenCL C as LLVM numbers them.
+/// OpenCL C's address spaces, as numbered in LLVM.
 enum EAddressSpace : unsigned
 {
     SpacePrivate = 0,
@@ -25,7 +25,7 @@ enum EAddressSpace : unsigned
     SpaceLocal = 3
 };
 
-/// One number or pointer inside a type: where it lies in memory and which words of the value it has.
+/// One number or pointer within a type: its place in memory, and its words in the value.
 struct SLeaf
 {
     llvm::Type* pType = nullptr;
@@ -35,24 +35,24 @@ struct SLeaf
     unsigned nWords = 0;
 };
 
-/// How values lie in 32-bit words of registers.
+/// How values are kept in 32-bit words of registers.
 ///
-/// Integers of up to 32 bits, floats and halves take one word, integers of up to 64 bits and doubles two, wider ones as
-/// many as they need, low word first. Integers that don't fill their words have zeros above; i1 is all ones or 0.
-/// Addresses in private and local memory are offsets of 32 bits whatever the width of pointers is. Vectors, structs and
-/// arrays are their elements one after the other.
+/// Integers of up to 32 bits, floats and halves take one word; integers of up to 64 bits and doubles take two; wider
+/// integers take as many as they need. Low words come first. Unused upper bits of an integer are 0; i1 is all ones or
+/// 0. Addresses in private and local memory are 32-bit offsets whatever the width of pointers. Vectors, structs and
+/// arrays are the words of their elements in order.
 class CValueTypes
 {
 public:
     CValueTypes(const llvm::DataLayout& layout, bool b64BitAddresses);
 
     unsigned CountWords(llvm::Type* pType) const;
-    /// Words of one element of a vector, or of a scalar.
+    /// How many words a scalar, or one element of a vector, takes.
     unsigned CountElementWords(llvm::Type* pType) const;
     unsigned CountPointerWords(unsigned nSpace) const;
-    /// Bits that the element of an integer vector or scalar has; those of floats and pointers.
+    /// How many bits a scalar, or one element of a vector, has: integer, float or pointer.
     unsigned CountBits(llvm::Type* pType) const;
-    /// Whether the words of integers have bits that the type doesn't.
+    /// Whether integers of the type have fewer bits than their words.
     bool IsNarrow(llvm::Type* pType) const;
 
     llvm::SmallVector<SLeaf, 8> GetLeaves(llvm::Type* pType) const;

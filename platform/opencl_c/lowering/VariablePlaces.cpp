@@ -8,7 +8,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// \return false for a variable that has no place: an image, a sampler, or one whose address nobody could find
+/// \return false for a variable without a place: an image, a sampler, or one whose address wasn't found
 bool FindPlace(const llvm::Value* pAddress, const CSelector& selector, const SAllocation& allocation,
                SVariablePlace& place)
 {

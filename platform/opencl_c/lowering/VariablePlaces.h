@@ -8,10 +8,10 @@
 namespace KestrelOpenCL
 {
 
-/// Adds where the variables of a kernel's source are, which `llvm.dbg.declare` names, and its variables in local
+/// Adds the places of a kernel's source variables, which `llvm.dbg.declare` names, and of its variables in local
 /// memory.
 ///
-/// \param lines the kernel's lines, over which all these places hold
+/// \param lines the kernel's lines; the places are valid in all of them
 void AddVariablePlaces(const llvm::Function& kernel, const CSelector& selector, const SAllocation& allocation,
                        const SLoweredKernel& lines, SLowered& lowered);
 

@@ -14,12 +14,12 @@ const uint32_t s_nOne = 0x3F800000; ///< 1.0, for which swizzles have a selector
 
 } // namespace
 
-/// One component of the copies on an edge.
+/// A single component of the copies on an edge.
 struct CWriter::SMove
 {
     uint32_t nTo = 0; ///< 4 x register + component
     SWord from;
-    uint32_t nFrom = 0xFFFFFFFFu; ///< the same, if it comes from a temp
+    uint32_t nFrom = 0xFFFFFFFFu; ///< like nTo, if the value comes from a temp
 };
 
 CWriter::CWriter(const SKernelCode& code, const SAllocation& allocation, CLiterals& literals)
@@ -53,7 +53,7 @@ SBody CWriter::Write(const std::vector<SRegionStep>& vSteps, const std::vector<S
         const bool bLeaves = step.eKind == SRegionStep::Break || step.eKind == SRegionStep::Continue;
         if (bLeaves && !m_strPendingIf.empty() && n + 1 < vSteps.size() && vSteps[n + 1].eKind == SRegionStep::EndIf)
         {
-            // if_logicalnz r0.x, break, endif
+            // Example: if_logicalnz r0.x, break, endif
             std::string strLine = m_strPendingIf;
             m_strPendingIf.clear();
             Line((step.eKind == SRegionStep::Break ? "break" : "continue") + strLine.substr(2), m_pPendingLocation);
@@ -70,7 +70,7 @@ SBody CWriter::Write(const std::vector<SRegionStep>& vSteps, const std::vector<S
     return std::move(m_Body);
 }
 
-/// The head of a loop stands on the line with which the body begins, not on that of the body's first branch.
+/// A loop's line is the one where its body begins, not that of the body's first branch.
 const llvm::DILocation* CWriter::FindLoopStart(const std::vector<SRegionStep>& vSteps,
                                                const std::vector<SFlowStep>& vFlow, size_t nLoop) const
 {
@@ -127,14 +127,14 @@ void CWriter::WriteStep(const SRegionStep& step, const SFlowStep& flow)
     case SRegionStep::EndIf:
         if (!m_strPendingIf.empty())
         {
-            m_strPendingIf.clear(); // nothing in it
+            m_strPendingIf.clear(); // an empty if
             break;
         }
-        m_bPendingElse = false; // the same
+        m_bPendingElse = false; // an empty else
         Line("endif", pLocation);
         break;
     case SRegionStep::Loop:
-        break; // Write's
+        break; // written by Write
     case SRegionStep::EndLoop:
         Line("endloop", pLocation);
         break;
@@ -230,8 +230,8 @@ std::string CWriter::WordOperand(const SWord& word)
     return Operand(source, 1, 0);
 }
 
-/// Four selectors, of which repeated last ones are left out. A position that nothing asks for (0) takes that of its
-/// counterpart in the other pair, or any.
+/// Four selectors; repeated ones at the end are left out. A position that isn't used (0) gets the selector of its
+/// counterpart in the other pair, or any other.
 std::string CWriter::Swizzle(const char (&selectors)[4])
 {
     const auto Any = [&]
@@ -259,7 +259,7 @@ std::string CWriter::Swizzle(const char (&selectors)[4])
 }
 
 /// \param nMask  components of the destination's virtual register that are written
-/// \param nFirst component of the temp at which that register begins
+/// \param nFirst the temp's component where that virtual register begins
 std::string CWriter::Operand(const SSource& source, unsigned nMask, unsigned nFirst)
 {
     const SWord* pRegister = nullptr;
@@ -331,7 +331,7 @@ std::string CWriter::Index(const SSource& source) const
     return "[" + Register(source.index) + "." + s_Letters[Component(source.index)] + strDistance + "]";
 }
 
-/// A copy of a register to itself, where both ends of the copy came to the same temp.
+/// A copy whose source and destination were allocated to the same temp.
 bool CWriter::IsIdentity(const SInstruction& instruction) const
 {
     bool bSame = instruction.bMove && instruction.sources[0].index.eKind == SWord::Undefined;
@@ -395,7 +395,7 @@ void CWriter::WriteInstruction(const SInstruction& instruction)
     Line(strLine, instruction.pLocation);
 }
 
-/// All copies happen at once: none may write what another one still reads.
+/// All copies of an edge happen at the same time, so none may overwrite what another one still has to read.
 void CWriter::WriteEdge(const SEdge& edge)
 {
     std::vector<SMove> vMoves;
@@ -420,7 +420,7 @@ void CWriter::WriteEdge(const SEdge& edge)
         const auto itFree = llvm::find_if(vMoves, [&](const SMove& move) { return !IsRead(move.nTo); });
         if (itFree == vMoves.end())
         {
-            // A ring: one value steps aside.
+            // A cycle: one value is saved to a spare place.
             const uint32_t nAside = vMoves.front().nTo;
             const uint32_t nSpare = m_Allocation.nRegisters * s_nComponents;
             const std::string strAside =
@@ -432,7 +432,7 @@ void CWriter::WriteEdge(const SEdge& edge)
             }
             continue;
         }
-        // With it go those between the same two registers.
+        // Copies between the same two registers are combined.
         std::vector<SMove> vTogether = {*itFree};
         vMoves.erase(itFree);
         for (auto it = vMoves.begin(); it != vMoves.end();)

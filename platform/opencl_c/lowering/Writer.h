@@ -11,20 +11,20 @@
 namespace KestrelOpenCL
 {
 
-/// The text of a kernel's body, and where each line comes from.
+/// The text of a kernel's body, and the source place of each line.
 struct SBody
 {
     std::string strText;
     std::vector<const llvm::DILocation*> vLines;
 };
 
-/// Writes the body of one kernel as IL text. An object serves one call.
+/// Writes the body of one kernel as IL text. Each object serves one call.
 class CWriter
 {
 public:
     CWriter(const SKernelCode& code, const SAllocation& allocation, CLiterals& literals);
 
-    /// \param vFlow what each step of the region tree stands for, as the allocation got it
+    /// \param vFlow what each step of the region tree stands for, as given to the allocation
     SBody Write(const std::vector<SRegionStep>& vSteps, const std::vector<SFlowStep>& vFlow);
 
 private:
@@ -53,9 +53,9 @@ private:
     const SAllocation& m_Allocation;
     CLiterals& m_Literals;
     SBody m_Body;
-    /// An `if` that hasn't been written yet: with nothing but a `break` or `continue` in it, both are one line.
+    /// An `if` that isn't written yet: if it holds only a `break` or `continue`, both become one line.
     std::string m_strPendingIf;
-    bool m_bPendingElse = false; ///< the same of an `else`, which goes if nothing is in it
+    bool m_bPendingElse = false; ///< the same for an `else`, which is dropped if it is empty
     const llvm::DILocation* m_pPendingLocation = nullptr;
 };
 

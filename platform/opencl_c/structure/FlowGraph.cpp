@@ -67,8 +67,8 @@ bool CFlowGraph::Build(llvm::Function& function, std::string& strWhyNot)
 
 bool CFlowGraph::AddBlocks(llvm::Function& function, std::string& strWhyNot)
 {
-    // Only what can be reached, so that nothing else counts as a way into a loop. In the function's order, which is
-    // that of the source as a rule: it tells where loops begin.
+    // Only reachable blocks, so that unreachable ones don't count as ways into a loop. They keep the function's order,
+    // which usually is the source's: it decides where loops begin.
     const llvm::DenseSet<const llvm::BasicBlock*> setReached = FindReached(function);
     llvm::DenseMap<const llvm::BasicBlock*, int> mapNodes;
     std::vector<llvm::BasicBlock*> vBlocks;
@@ -136,7 +136,7 @@ int CFlowGraph::OutermostLeft(int nInside, int nOutside) const
     return nLeft;
 }
 
-/// Loops from the outermost inwards: the strongly connected components; then each without the arms to its head.
+/// Finds loops from the outside in: the strongly connected components, then those of each without the arms to its head.
 void CFlowGraph::FindLoops()
 {
     m_vAllPreds.assign(m_vNodes.size(), {});
@@ -161,7 +161,7 @@ void CFlowGraph::FindLoops()
     m_vAllPreds.clear();
 }
 
-/// Tarjan's algorithm on the nodes of a region, with a stack of its own in place of recursion.
+/// Tarjan's algorithm on the nodes of a region, with an explicit stack instead of recursion.
 void CFlowGraph::SplitRegion(const std::vector<int>& vRegion, int nParentLoop)
 {
     struct SVisit
@@ -260,7 +260,7 @@ void CFlowGraph::AddLoop(std::vector<int> vMembers, int nParentLoop)
     {
         m_vComponent[nNode] = m_nComponents;
     }
-    // In the function's own order, so that the result doesn't hang on how the component was found.
+    // In the function's order, so that the result doesn't depend on how the component was found.
     std::sort(vMembers.begin(), vMembers.end());
     std::vector<int> vEntries;
     for (int nNode : vMembers)
@@ -287,8 +287,8 @@ void CFlowGraph::AddLoop(std::vector<int> vMembers, int nParentLoop)
     m_vPending.push_back({std::move(vMembers), nLoop});
 }
 
-/// Leads all arms to the first entry through a new node, and to the others those from outside: once the first entry's
-/// are taken away, fewer nodes are left in the circle.
+/// Leads all arms to the first entry, and outside arms to the others, through a new node. Without the arms to the first
+/// entry, the cycle has fewer nodes left.
 int CFlowGraph::AddDispatcher(const std::vector<int>& vEntries)
 {
     const int nNode = static_cast<int>(m_vNodes.size());
@@ -321,7 +321,7 @@ int CFlowGraph::AddDispatcher(const std::vector<int>& vEntries)
     return nNode;
 }
 
-/// Reverse postorder over the forward arms. The first arm of a node comes first.
+/// Reverse postorder over the forward arms, the first arm of a node first.
 void CFlowGraph::OrderNodes()
 {
     struct SVisit
@@ -360,8 +360,8 @@ void CFlowGraph::OrderNodes()
     }
 }
 
-/// The forward arms make no circle, and back arms change no dominator: each node's is the nearest common one of its
-/// predecessors, found in one pass.
+/// The forward arms have no cycle, and back arms don't change dominators. So one pass is enough: a node's dominator is
+/// the nearest common dominator of its predecessors.
 void CFlowGraph::FindDominators()
 {
     m_vDepth.assign(m_vNodes.size(), 0);
@@ -380,7 +380,7 @@ void CFlowGraph::FindDominators()
         }
         node.nDominator = nDominator;
         m_vDepth[nNode] = m_vDepth[nDominator] + 1;
-        // Jumps of lengths that grow like skew binary numbers: any dominator is a logarithm of steps away.
+        // The lengths of jumps follow skew binary numbers, so that any dominator is a logarithmic number of jumps away.
         const int nJump = m_vJump[nDominator];
         const bool bEqual = m_vDepth[nDominator] - m_vDepth[nJump] == m_vDepth[nJump] - m_vDepth[m_vJump[nJump]];
         m_vJump[nNode] = bEqual ? m_vJump[nJump] : nDominator;

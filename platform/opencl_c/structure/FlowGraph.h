@@ -13,24 +13,24 @@ class Function;
 namespace KestrelOpenCL
 {
 
-/// A way out of a node.
+/// An edge out of a node.
 struct SFlowArm
 {
-    int nTarget = 0;    ///< the node that the function's edge leads to
-    int nTo = 0;        ///< where the way leads in the graph: nTarget, or the dispatcher in front of it
-    bool bBack = false; ///< leads to the head of a loop that holds the node
+    int nTarget = 0;    ///< the target of the function's edge
+    int nTo = 0;        ///< the node that it leads to here: nTarget, or a dispatcher before it
+    bool bBack = false; ///< leads to the head of a loop that contains the node
 };
 
-/// A block of the function, a dispatcher (no block, arms), or the end of the function (no block, no arms).
+/// A block of the function, a dispatcher (no block), or the end of the function (no block, no arms).
 struct SFlowNode
 {
     llvm::BasicBlock* pBlock = nullptr;
     std::vector<SFlowArm> vArms; ///< no two with the same target
-    std::vector<int> vPreds;     ///< a node for each forward arm that leads here
-    int nLoop = -1;              ///< innermost loop that holds the node
-    int nDominator = -1;         ///< immediate dominator; -1 for the entry and for what can't be reached
-    int nOrder = -1;             ///< place in a topological order of the forward arms; -1 if it can't be reached
-    // Of the node and all that it dominates:
+    std::vector<int> vPreds;     ///< one entry for each forward arm that leads here
+    int nLoop = -1;              ///< innermost loop that contains the node
+    int nDominator = -1;         ///< immediate dominator; -1 for the entry and for unreachable nodes
+    int nOrder = -1;             ///< place in a topological order of the forward arms; -1 if unreachable
+    // Of the node and all nodes that it dominates:
     int nSize = 1;
     bool bHasBarrier = false;
     bool bHasLoop = false;
@@ -43,25 +43,25 @@ struct SFlowLoop
     int nDepth = 0;
 };
 
-/// The flow graph of a function with its loops and dominators. A loop that can be entered at several nodes gets a
-/// dispatcher: a node of no block through which all ways from outside lead to these nodes, and those inside to the
-/// first of them. So each loop has one head, which dominates it.
+/// The flow graph of a function, with its loops and dominators. A loop that has several entries gets a dispatcher: a
+/// node without a block, through which all arms from outside to the entries lead, and all arms from inside to the first
+/// entry. So each loop has one head, which dominates it.
 class CFlowGraph
 {
 public:
-    /// \return false with the reason for a terminator that isn't br, switch, ret or unreachable
+    /// \return false, with the reason, for a terminator other than br, switch, ret or unreachable
     bool Build(llvm::Function& function, std::string& strWhyNot);
 
     const std::vector<SFlowNode>& GetNodes() const { return m_vNodes; }
     const SFlowNode& GetNode(int nNode) const { return m_vNodes[nNode]; }
     const std::vector<SFlowLoop>& GetLoops() const { return m_vLoops; }
-    /// What can be reached, in topological order; the entry first.
+    /// The reachable nodes in topological order, the entry first.
     const std::vector<int>& GetOrder() const { return m_vOrder; }
-    /// The node after all returns.
+    /// The node that all returns lead to.
     int GetEnd() const { return m_nEnd; }
     bool IsHead(int nNode) const;
     bool IsInLoop(int nNode, int nLoop) const;
-    /// The outermost loop that holds nInside but not nOutside, -1 if there is none.
+    /// The outermost loop that contains nInside but not nOutside, -1 if there is none.
     int OutermostLeft(int nInside, int nOutside) const;
 
 private:
@@ -85,13 +85,13 @@ private:
     std::vector<int> m_vOrder;
     int m_nEnd = -1;
     std::vector<SPendingRegion> m_vPending;
-    std::vector<std::vector<int>> m_vAllPreds; ///< while loops are looked for: back arms too, and what can't be reached
+    std::vector<std::vector<int>> m_vAllPreds; ///< while searching for loops: includes back arms and unreachable nodes
     std::vector<int> m_vRegion;                ///< by node, the region that is being split
-    std::vector<int> m_vComponent;             ///< by node, a mark of the component last looked at
+    std::vector<int> m_vComponent;             ///< by node, a mark of the latest component
     int m_nRegions = 0;
     int m_nComponents = 0;
     std::vector<int> m_vDepth; ///< in the tree of dominators
-    std::vector<int> m_vJump;  ///< a dominator some way up
+    std::vector<int> m_vJump;  ///< a dominator further up
 };
 
 } // namespace KestrelOpenCL

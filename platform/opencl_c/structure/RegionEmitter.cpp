@@ -63,7 +63,7 @@ void CRegionEmitter::Run(const STask& task)
     }
 }
 
-/// The node and all that is placed at or after it.
+/// Writes the node and everything that is placed at it or after it.
 void CRegionEmitter::EmitNode(int nNode)
 {
     const std::vector<int>& vAfters = m_Plan.GetAfters(nNode);
@@ -82,7 +82,7 @@ void CRegionEmitter::EmitNode(int nNode)
     Push(STask::Terminator, nNode, 0);
 }
 
-/// \return the first of the new SAfters, which have the order of the nodes
+/// \return the first of the new SAfters, which are in the order of the nodes
 int CRegionEmitter::PushAfters(const std::vector<int>& vNodes)
 {
     const int nFirst = static_cast<int>(m_vAfters.size());
@@ -112,7 +112,7 @@ void CRegionEmitter::ScheduleAfters(size_t nCount, int nFirst)
     }
 }
 
-/// All jumps to and past the node have been written by now.
+/// By now all jumps to the node and past it have been written.
 void CRegionEmitter::EmitAfter(const STask& task)
 {
     m_vFrames.pop_back();
@@ -149,7 +149,7 @@ void CRegionEmitter::OpenScope(SFrame::EKind eFrame, SRegionStep::EKind eStep, i
     m_vFrames.push_back({eFrame, nNode, nScope});
 }
 
-/// Who has left by a route goes on here.
+/// Work-items that left by a route continue here.
 void CRegionEmitter::CloseScope(SRegionStep::EKind eStep)
 {
     const SFrame frame = m_vFrames.back();
@@ -202,7 +202,7 @@ void CRegionEmitter::EmitTerminator(int nNode)
     }
 }
 
-/// From an arm on: a conditional branch has two, a dispatcher as many as its loop has entries.
+/// Writes the arms from nArm on: a conditional branch has two, a dispatcher one for each entry of its loop.
 void CRegionEmitter::EmitBranch(int nNode, int nArm)
 {
     const int nLast = static_cast<int>(m_Graph.GetNode(nNode).vArms.size()) - 1;
@@ -229,7 +229,7 @@ void CRegionEmitter::EmitBranch(int nNode, int nArm)
     EmitArm(nNode, nLast);
 }
 
-/// If nobody comes out of the if-part, the rest needs no else.
+/// If nothing leaves the if-part at its end, the rest needs no else.
 void CRegionEmitter::EmitElse(const STask& task)
 {
     SOpenIf& open = m_vOpenIfs.back();
@@ -279,7 +279,7 @@ void CRegionEmitter::EmitArm(int nNode, int nArm)
     }
 }
 
-/// Copies into phis; for an arm that leads through a dispatcher, where that has to lead.
+/// Writes the copies into phis; for an arm through a dispatcher, also sets where the dispatcher leads.
 void CRegionEmitter::EmitArmStart(int nNode, int nArm)
 {
     const SFlowArm& arm = m_Graph.GetNode(nNode).vArms[nArm];
@@ -341,7 +341,7 @@ void CRegionEmitter::FillSlot(const SDraft& draft, std::vector<SRegionStep>& vSt
         step.eKind = SRegionStep::SetGuard;
         if (entry.eKind == SSlotEntry::StartRoute || entry.eKind == SSlotEntry::StartAfter)
         {
-            step.pBlock = nullptr; // stands in front of lines that others have nothing to do with
+            step.pBlock = nullptr; // the lines after it don't belong to the step's block
         }
         if (entry.eKind == SSlotEntry::StartRoute || entry.eKind == SSlotEntry::TakeRoute)
         {
@@ -363,7 +363,7 @@ void CRegionEmitter::FillSlot(const SDraft& draft, std::vector<SRegionStep>& vSt
     }
 }
 
-/// Parts of an if in which nothing stands are left out.
+/// Leaves out empty parts of an if.
 void CRegionEmitter::Finish(SRegions& regions)
 {
     std::vector<SRegionStep>& vSteps = regions.vSteps;

@@ -11,31 +11,31 @@ namespace KestrelOpenCL
 
 /// Writes the steps of a planned graph.
 ///
-/// While a node's code is written, the frames tell what stands around it: loops, switches, and the nodes whose code
-/// comes after it. A jump goes to one of these: control falls there, or breaks out of the innermost loop or switch, or
-/// continues the innermost loop. Where what lies between has to be passed over, that gets a guard: a flag of each
-/// work-item that its jumps set. Whether a guard is needed is only known when all jumps are written; so they are
-/// written with slots, which Finish fills.
+/// While a node's code is written, the frames say what surrounds it: loops, switches, and the nodes whose code comes
+/// after it. A jump leads to one of these: control falls through to it, breaks out of the innermost loop or switch, or
+/// continues the innermost loop. If code in between has to be skipped, that code gets a guard: a flag of each work-item
+/// that its jumps set. Whether a guard is needed is known only after all jumps are written. So they are written with
+/// slots, which Finish fills.
 class CRegionEmitter
 {
 public:
     CRegionEmitter(const CFlowGraph& graph, const CRegionPlan& plan);
 
-    /// Once.
+    /// To be called once.
     void Emit(SRegions& regions);
 
 private:
-    /// Code that stands after other code, and the jumps to it and past it.
+    /// Code that comes after other code, and the jumps to it and past it.
     struct SAfter
     {
         int nNode = 0;
-        int nJumpsTo = 0; ///< by weight, as those past it
+        int nJumpsTo = 0; ///< a sum of weights, like nJumpsPast
         int nJumpsPast = 0;
-        bool bReachedUnsaid = false; ///< also by a way that has no place for a slot
+        bool bReachedUnsaid = false; ///< also reached by a way that has no slot
         int nGuard = -1;
-        bool bStartsTrue = false; ///< the guard: jumps past it clear it; else jumps to it set it
+        bool bStartsTrue = false; ///< the guard starts true and jumps past clear it; else jumps to it set it
     };
-    /// A jump out of a loop or switch to where no Break leads: it goes on after the end.
+    /// A jump out of a loop or switch to a place that Break doesn't reach: it continues after the end.
     struct SRoute
     {
         int nTo = 0;
@@ -59,7 +59,7 @@ private:
         int nNode = 0;
         int nIndex = 0; ///< of the SAfter or SScope
     };
-    /// What a slot does to guards, if they turn out to be needed.
+    /// What a slot does to a guard, if the guard turns out to be needed.
     struct SSlotEntry
     {
         enum EKind
@@ -73,7 +73,7 @@ private:
         EKind eKind = StartAfter;
         int nIndex = 0; ///< of the SAfter or SRoute
     };
-    /// A step, or a place for steps.
+    /// A step, or a slot for steps.
     struct SDraft
     {
         int nSlot = -1;
@@ -102,11 +102,11 @@ private:
     struct SOpenIf
     {
         bool bThenFalls = false;
-        bool bClosed = false; ///< what would be the else-part stands after the end
+        bool bClosed = false; ///< the code for the else-part comes after the end of the if
     };
     enum EWay
     {
-        Falls,   ///< control falls to the target
+        Falls,   ///< control falls through to the target
         Breaks,  ///< Break leads there
         Repeats, ///< Continue leads there
         TakesRoute
@@ -168,7 +168,7 @@ private:
     std::vector<std::vector<SSlotEntry>> m_vSlots;
     std::vector<int> m_vDispatchGuards; ///< by node, the first guard of a dispatcher, one for each arm but the last
     int m_nGuards = 0;
-    bool m_bFalls = true; ///< whether control comes to the place that is being written
+    bool m_bFalls = true; ///< whether control reaches the current place
 };
 
 } // namespace KestrelOpenCL

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-// How CRegionEmitter gets from one place to another.
+// How CRegionEmitter writes jumps.
 
 namespace KestrelOpenCL
 {
@@ -10,7 +10,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// A loop's head asks in every pass whether to leave: its jump is the one that had better not set a guard.
+/// The head of a loop decides in every pass whether to leave, so setting a guard at its jump would cost most.
 const int s_nHeadWeight = 4;
 
 } // namespace
@@ -68,7 +68,7 @@ void CRegionEmitter::Jump(int nTo, int nFrom)
     }
 }
 
-/// A jump that passes over what stands between the frame and the target.
+/// Notes a jump that skips what is between the frame and the target.
 void CRegionEmitter::NoteJump(int nTop, int nTo, int nFrom)
 {
     std::vector<SSlotEntry> vEntries;

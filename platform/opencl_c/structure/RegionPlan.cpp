@@ -11,8 +11,8 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// More blocks than this don't stay inside a loop that they aren't part of: work-items that leave in different passes
-/// would run them one after the other.
+/// Exits with more blocks than this are moved out of the loop that they follow: within it, work-items that leave in
+/// different passes would run them one after another.
 const int s_nMaxExitSize = 16;
 
 } // namespace
@@ -62,7 +62,7 @@ CRegionPlan::CRegionPlan(const CFlowGraph& graph)
     }
 }
 
-/// The arm of a switch whose target dominates a node, -1 if there is none.
+/// The arm of a switch whose target dominates the node, -1 if there is none.
 int CRegionPlan::CaseAbove(int nSwitch, int nNode) const
 {
     while (nNode >= 0 && m_Graph.GetNode(nNode).nDominator != nSwitch)
@@ -78,7 +78,7 @@ int CRegionPlan::CaseAbove(int nSwitch, int nNode) const
     return bCase ? nNode : -1;
 }
 
-/// The one case from which control falls into another, -1 if there is none or more than one.
+/// The only case that falls into this one, -1 if there is none or more than one.
 int CRegionPlan::CaseThatFallsInto(int nSwitch, int nCase) const
 {
     int nFrom = -1;
@@ -98,7 +98,8 @@ int CRegionPlan::CaseThatFallsInto(int nSwitch, int nCase) const
     return nFrom;
 }
 
-/// Cases that others fall into stand after those, except the last place where paths meet: that comes after the switch.
+/// Places cases that others fall into after those. The last place where paths meet is an exception: it comes after the
+/// switch.
 void CRegionPlan::PlaceCases(int nSwitch)
 {
     std::vector<int>& vAfters = m_vAfters[nSwitch];
@@ -124,7 +125,7 @@ void CRegionPlan::PlaceCases(int nSwitch)
     vAfters = std::move(vStay);
 }
 
-/// The ordinary way out of a loop: from its head, or from where it goes back to it.
+/// Whether the exit is the usual one of a loop: from its head, or from where it jumps back to the head.
 bool CRegionPlan::LeavesFromEnds(int nLoop, int nExit) const
 {
     const int nHead = m_Graph.GetLoops()[nLoop].nHead;

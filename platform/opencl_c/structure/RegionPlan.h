@@ -8,26 +8,27 @@
 namespace KestrelOpenCL
 {
 
-/// Where the code of each node of a flow graph goes. A node stands
+/// Decides where the code of each node of a flow graph goes:
 /// - at the only arm that leads to it, or
 /// - after the code of its immediate dominator, where all paths to it have met, or
-/// - if its dominator lies in a loop that it isn't part of, after the outermost such loop; a few blocks in front of a
-///   jump out of a loop may stay at their arm, as they were written, or
-/// - for a case of a switch that another case falls into: after that case.
+/// - after a loop: if its dominator is in a loop that doesn't contain the node, after the outermost such loop. A few
+/// blocks
+///   before a jump out of a loop may stay at their arm, as in the source. Or
+/// - after the case of a switch that falls into it.
 class CRegionPlan
 {
 public:
     explicit CRegionPlan(const CFlowGraph& graph);
 
-    /// Stands at the only forward arm that leads to it.
+    /// Whether it stands at the only forward arm that leads to it.
     bool IsInline(int nNode) const { return m_vInline[nNode]; }
-    /// What stands after the node's own code, in its innermost loop, in order.
+    /// The nodes placed after the node's own code, within its innermost loop, in order.
     const std::vector<int>& GetAfters(int nNode) const { return m_vAfters[nNode]; }
-    /// What stands after the loop whose head the node is, in order.
+    /// The nodes placed after the loop whose head this is, in order.
     const std::vector<int>& GetLoopAfters(int nNode) const { return m_vLoopAfters[nNode]; }
-    /// The case that the one which begins at the node falls into, -1 if there is none.
+    /// The case that the case at this node falls into, -1 if there is none.
     int GetNextCase(int nNode) const { return m_vNextCase[nNode]; }
-    /// Another case falls into it.
+    /// Whether another case falls into it.
     bool IsFallenInto(int nNode) const { return m_vFallenInto[nNode]; }
 
 private:

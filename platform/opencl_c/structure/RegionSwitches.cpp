@@ -16,7 +16,7 @@ void CRegionEmitter::EmitSwitch(int nNode)
     const int nArms = static_cast<int>(vArms.size());
     for (int nArm = 0; nArm < nArms; ++nArm)
     {
-        // Who falls into a case must not come by its copies.
+        // The copies into this case come before the switch: a case that falls into it must not run them.
         if (IsOwnFallenInto(nNode, nArm))
         {
             EmitArmStart(nNode, nArm);
@@ -40,7 +40,7 @@ void CRegionEmitter::EmitSwitch(int nNode)
     }
 }
 
-/// The default that only goes on after the switch.
+/// Whether the arm is a default that only continues after the switch.
 bool CRegionEmitter::IsBareDefault(int nNode, int nArm) const
 {
     const auto* pSwitch = llvm::cast<llvm::SwitchInst>(m_Graph.GetNode(nNode).pBlock->getTerminator());
@@ -51,7 +51,7 @@ bool CRegionEmitter::IsBareDefault(int nNode, int nArm) const
            m_vFrames[nFrames - 2].nNode == arm.nTo;
 }
 
-/// A case of this switch that another one of its cases falls into.
+/// Whether another case of this switch falls into the arm's target.
 bool CRegionEmitter::IsOwnFallenInto(int nNode, int nArm) const
 {
     const SFlowArm& arm = m_Graph.GetNode(nNode).vArms[nArm];
@@ -87,7 +87,7 @@ void CRegionEmitter::EmitCase(int nNode, int nArm)
     EmitArm(nNode, nArm);
 }
 
-/// \param nCase the node at which the body begins, -1 if it is a mere jump
+/// \param nCase the node at which the body begins, -1 if it is only a jump
 void CRegionEmitter::ScheduleEndOfCase(int nNode, int nCase)
 {
     const int nNext = nCase < 0 ? -1 : m_Plan.GetNextCase(nCase);

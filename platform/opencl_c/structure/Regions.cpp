@@ -16,11 +16,11 @@ namespace
 struct SStepText
 {
     const char* pszName;
-    int nIndentBefore; ///< of the line itself, against the lines before
+    int nIndentBefore; ///< of the line itself, relative to the lines before
     int nIndentAfter;
 };
 
-/// By SRegionStep::EKind.
+/// Indexed by SRegionStep::EKind.
 const SStepText s_StepTexts[] = {
     {"block", 0, 0},       {"edge", 0, 0},  {"set", 0, 0},       {"if", 0, 1},     {"else", -1, 0},
     {"endif", -1, -1},     {"loop", 0, 1},  {"endloop", -1, -1}, {"switch", 0, 1}, {"case", -1, 0},

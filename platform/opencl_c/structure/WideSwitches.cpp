@@ -15,7 +15,7 @@ namespace KestrelOpenCL
 namespace
 {
 
-/// Takes the entries for a predecessor out of the phis of a block.
+/// Removes a predecessor's entries from the phis of a block.
 std::vector<llvm::Value*> TakeIncoming(llvm::BasicBlock& block, const llvm::BasicBlock& pred)
 {
     std::vector<llvm::Value*> vValues;
@@ -84,7 +84,7 @@ void SplitSwitch(llvm::SwitchInst& wide)
     }
 }
 
-/// A condition is all ones and no case, so that what passes make of a switch with two values has to be a branch.
+/// A condition is stored as all ones, which matches no case, so a switch over one bit becomes a branch.
 void MakeBranch(llvm::SwitchInst& narrow)
 {
     llvm::BasicBlock& block = *narrow.getParent();

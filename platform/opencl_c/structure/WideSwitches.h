@@ -9,8 +9,8 @@ class Function;
 namespace KestrelOpenCL
 {
 
-/// Leaves switches over 2 to 32 bits only. Those over more, up to 64, are split in two: over the high word, then over
-/// the low one. Those over one bit become branches.
+/// Leaves only switches over 2 to 32 bits. A switch over up to 64 bits becomes one over the high word and then one over
+/// the low word. A switch over one bit becomes a branch.
 void FitSwitches(llvm::Function& function);
 
 } // namespace KestrelOpenCL
