@@ -64,14 +64,15 @@ void CAddressSpace::Free(cl_ulong nAddress)
 
 CAddressSpace& CAddressSpace::Low()
 {
-    // What 32 bits can name, but for 64 KiB at each end: a null pointer with an offset reaches nothing.
+    // The addresses of 32 bits without 64 KiB at each end, so that a null pointer plus or minus an offset reaches
+    // nothing.
     static auto& s_space = *new CAddressSpace(0x10000, 0xFFFF0000);
     return s_space;
 }
 
 CAddressSpace& CAddressSpace::High()
 {
-    // From 4 GiB to 1 TiB: nothing that 32 bits can name.
+    // From 4 GiB to 1 TiB: no address that fits in 32 bits.
     static auto& s_space = *new CAddressSpace(0x100000000, 0x10000000000);
     return s_space;
 }

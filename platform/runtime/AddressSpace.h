@@ -9,9 +9,9 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// Hands out device addresses. A range starts on a multiple of 4 KiB and is followed by at least
-/// 4 KiB that belong to nothing, so that an access just past an object is found out. The lowest free
-/// place is taken, so that a program that is run again gets the same addresses again.
+/// Allocates device addresses. A range starts on a multiple of 4 KiB and is followed by at least 4 KiB that belong to
+/// nothing, so that an access just past an object is detected. The lowest free place is taken, so that a program gets
+/// the same addresses in every run.
 class CAddressSpace
 {
 public:
@@ -32,7 +32,7 @@ private:
     std::map<cl_ulong, cl_ulong> m_mapUsed;
 };
 
-/// A range of an address space, given back at the end.
+/// A range of an address space, freed by the destructor.
 class CAddressRange
 {
 public:

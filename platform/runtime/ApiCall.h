@@ -8,8 +8,8 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// The shell of an entry point that gives a code: lets a failure that a test has ordered happen,
-/// and lets no exception out.
+/// The common part of entry points that give a code: carries out a failure that a test has ordered, and lets no
+/// exception out.
 template <class F>
 cl_int ApiCall(const char* pszEntryPoint, F&& body)
 {
@@ -28,8 +28,8 @@ cl_int ApiCall(const char* pszEntryPoint, F&& body)
     }
 }
 
-/// The shell of an entry point that gives a handle or a pointer: the body stores it in its argument
-/// and gives the code, which goes to pnError. Null with any code but CL_SUCCESS.
+/// The common part of entry points that give a handle or a pointer: the body stores it in its argument and gives the
+/// code, which goes to pnError. Gives null with any code but CL_SUCCESS.
 template <class H, class F>
 H ApiCreate(const char* pszEntryPoint, cl_int* pnError, F&& body)
 {

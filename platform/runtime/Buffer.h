@@ -21,7 +21,7 @@ public:
     }
 
     bool IsSubBuffer() const { return m_bSubBuffer; }
-    /// True for a range of at least one byte that lies inside.
+    /// True for a range of at least one byte within the buffer.
     bool HasRange(size_t nOffset, size_t nBytes) const
     {
         return nBytes != 0 && nOffset <= GetSize() && nBytes <= GetSize() - nOffset;

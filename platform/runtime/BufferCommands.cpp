@@ -95,7 +95,7 @@ cl_int CopyBuffer(CEnqueue& enqueue, cl_mem hSource, cl_mem hTarget, size_t nSou
     return enqueue.Submit(CL_COMMAND_COPY_BUFFER, false,
                           [pSourceMem, pTargetMem, nSource, nTarget, nBytes]
                           {
-                              // Two objects may use the same memory of the client's.
+                              // Memmove, since two objects may share the same client memory.
                               std::memmove(pTargetMem->GetData() + nTarget, pSourceMem->GetData() + nSource, nBytes);
                               pTargetMem->MarkCopied(nTarget, *pSourceMem, nSource, nBytes);
                               Count(PLATFORM_COUNTER_BYTES_COPIED, nBytes);

@@ -9,7 +9,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// One side of a rectangular transfer, with its pitches made good.
+/// One side of a rectangular transfer, with defaults for missing pitches.
 struct SRect
 {
     SPitches m_Pitches;
@@ -22,7 +22,7 @@ bool IsRegion(const size_t* pRegion)
     return pRegion && pRegion[0] != 0 && pRegion[1] != 0 && pRegion[2] != 0;
 }
 
-/// Pitches of 0 stand for tight ones.
+/// A pitch of 0 means that rows or slices follow each other directly.
 /// \return CL_INVALID_VALUE for pitches that are too small, or offsets that don't fit
 cl_int MakeRect(const size_t* pOrigin, const size_t* pRegion, size_t nRowPitch, size_t nSlicePitch, SRect& rect)
 {
@@ -62,7 +62,7 @@ SBox BoxOf(const size_t* pRegion)
     return {pRegion[0], pRegion[1], pRegion[2]};
 }
 
-/// The client's arguments of a transfer between a buffer and the host.
+/// The arguments of a transfer between a buffer and the host.
 struct SHostTransfer
 {
     cl_mem m_hBuffer;
@@ -144,7 +144,7 @@ cl_int WriteRect(CEnqueue& enqueue, const SHostTransfer& transfer, const void* p
                               CopyBox(pMem->GetData() + bufferRect.m_nFirst, bufferRect.m_Pitches,
                                       static_cast<const unsigned char*>(pHost) + hostRect.m_nFirst, hostRect.m_Pitches,
                                       box);
-                              // The gaps between its rows count as written, too: nothing is told that isn't sure.
+                              // The gaps between its rows count as written too, so that no false finding is reported.
                               pMem->MarkWritten(bufferRect.m_nFirst, bufferRect.m_nEnd - bufferRect.m_nFirst);
                               Count(PLATFORM_COUNTER_BYTES_WRITTEN, box.GetBytes());
                               return CL_SUCCESS;
@@ -169,7 +169,7 @@ bool BoxesMeet(const SPitches& pitches, size_t nFirstA, size_t nFirstB, const si
            RangesMeet(nA % pitches.m_nRow, pRegion[0], nB % pitches.m_nRow, pRegion[0]);
 }
 
-/// The client's arguments of a copy from buffer to buffer.
+/// The arguments of a copy from buffer to buffer.
 struct SCopy
 {
     cl_mem m_hSource;

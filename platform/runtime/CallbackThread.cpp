@@ -63,7 +63,7 @@ void Serve(unsigned int nThread)
     }
 }
 
-/// With the lock held: starts a thread if none serves.
+/// Starts a thread if none serves. The lock must be held.
 void EnsureServed(SState& state)
 {
     if (state.m_nServing != 0)

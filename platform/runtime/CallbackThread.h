@@ -6,15 +6,14 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// Where the client's callbacks run, one after the other, in the order in which they were posted: a
-/// thread of their own, so that a callback may call anything, a wait for a queue among them. While a
-/// callback waits, another thread takes over the ones after it.
+/// A thread of its own for the client's callbacks, which run one after the other in the order of posting. So a callback
+/// may call anything, even wait for a queue. While a callback waits, another thread runs the callbacks after it.
 class CCallbackThread
 {
 public:
     static void Post(std::function<void()> callback);
-    /// To be called before a wait for another thread: on the callback thread it lets another one
-    /// take its place.
+    /// To be called before waiting for another thread: if this is the callback thread, another one takes
+    /// its place.
     static void BeforeWait();
 };
 

@@ -13,7 +13,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// The queues that the calling thread runs commands of: a command's hook may wait for another queue.
+/// The queues whose commands the calling thread runs; several, as a command's hook may wait for another queue.
 struct SOwnQueue
 {
     explicit SOwnQueue(const CCommandQueue& queueIn);
@@ -40,7 +40,7 @@ SOwnQueue::~SOwnQueue()
 constexpr cl_command_queue_properties s_nKnownProperties =
     CL_QUEUE_OUT_OF_ORDER_EXEC_MODE_ENABLE | CL_QUEUE_PROFILING_ENABLE;
 
-/// CL_SUCCESS if all events ended well, else the code that a command takes over from them.
+/// CL_SUCCESS if all events succeeded, else the code that a command takes over from them.
 cl_int WaitForAll(const std::vector<CRef<CEvent>>& vEvents)
 {
     bool bFailed = false;
@@ -116,7 +116,7 @@ void CCommandQueue::Expect()
     ++m_nExpected;
 }
 
-/// With the lock held.
+/// The lock must be held.
 void CCommandQueue::StartThread()
 {
     m_bClosing = GetClientReferences() == 0;
@@ -207,8 +207,8 @@ void CCommandQueue::RunUntilEnded(const CEvent& event)
     }
 }
 
-/// With the lock held, which is given up meanwhile: helps with the kernel that another thread runs.
-/// \return false if none runs, or nothing was to be done and it still runs
+/// Helps with the kernel that another thread runs. The lock must be held, and is released meanwhile.
+/// \return false if no kernel runs, or if it still runs but has no work left to share
 bool CCommandQueue::HelpRunning(std::unique_lock<std::mutex>& lock)
 {
     if (!m_bRunning)
@@ -247,7 +247,7 @@ void CCommandQueue::OnLastClientRelease()
     m_Wake.notify_one();
 }
 
-/// With the lock held: the next command, which must be there.
+/// The next command, which must exist. The lock must be held.
 std::unique_ptr<SCommand> CCommandQueue::TakeFirst()
 {
     std::unique_ptr<SCommand> pCommand = std::move(m_pFirst);
@@ -259,7 +259,7 @@ std::unique_ptr<SCommand> CCommandQueue::TakeFirst()
     return pCommand;
 }
 
-/// With the lock held, a command there and none running: runs it, without the lock.
+/// Runs the next command, which must exist while no other runs. The lock must be held, and is released meanwhile.
 void CCommandQueue::RunFirst(std::unique_lock<std::mutex>& lock)
 {
     const SOwnQueue own(*this);
@@ -273,7 +273,7 @@ void CCommandQueue::RunFirst(std::unique_lock<std::mutex>& lock)
     {
         pCommand->m_Undo();
     }
-    // Whoever the end of the event wakes finds everything released that the command held.
+    // Releases what the command held before the event's end wakes anybody.
     pCommand->m_Run = nullptr;
     pCommand->m_Undo = nullptr;
     pCommand->m_vWaitList.clear();
@@ -289,7 +289,7 @@ void CCommandQueue::RunFirst(std::unique_lock<std::mutex>& lock)
     {
         m_Closing = std::move(ending);
     }
-    // The queue's thread takes over what is left.
+    // The queue's thread runs the remaining commands.
     if (m_pFirst || m_bClosing)
     {
         m_Wake.notify_one();
@@ -409,7 +409,7 @@ cl_int CL_API_CALL clSetCommandQueueProperty(cl_command_queue command_queue, cl_
     return ApiCall(__func__,
                    [&]() -> cl_int
                    {
-                       // Gone since OpenCL 1.1: the properties of a queue are fixed when it is made.
+                       // Removed in OpenCL 1.1: a queue's properties are fixed when it is created.
                        return Lookup<CCommandQueue>(command_queue) ? CL_INVALID_OPERATION : CL_INVALID_COMMAND_QUEUE;
                    });
 }

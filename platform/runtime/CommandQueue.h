@@ -16,27 +16,26 @@ namespace KestrelPlatform::Runtime
 
 class CEvent;
 
-/// One command on its way through a queue.
+/// One command in a queue.
 struct SCommand
 {
     CRef<CEvent> m_pEvent;
     std::vector<CRef<CEvent>> m_vWaitList;
-    std::function<cl_int()> m_Run; ///< does the work; CL_SUCCESS or the code that the event ends with
+    std::function<cl_int()> m_Run; ///< does the work; gives CL_SUCCESS, or the code that the event ends with
     std::function<void()> m_Undo;  ///< if given, called before the event ends with an error
-    bool m_bInstant = false;       ///< takes no longer than to wake another thread, and waits for nothing
+    bool m_bInstant = false;       ///< is quicker than waking another thread, and waits for nothing
     std::unique_ptr<SCommand> m_pNext;
 
     SCommand();
     ~SCommand();
 };
 
-/// A command queue. Commands run one after the other, in the order in which they were handed over,
-/// on a thread of the queue's own, which starts with the first command and ends when the client has
-/// released the queue and nothing is left to do. A thread that waits for commands runs those that
-/// the queue's thread hasn't begun yet, and a command that is over in an instant runs at once where
-/// nothing is in front of it, so that neither costs a change of threads; not so where the client
-/// intercepts commands, since its hook may count on the queue's thread. Whichever of these threads
-/// has to wait for a kernel that another one runs helps with its work-groups.
+/// A command queue. Commands run one after the other, in the order of submission, on a thread of the queue's own. It
+/// starts with the first command, and ends when the client has released the queue and no command is left. To avoid
+/// switches between threads, a thread that waits for commands runs those that the queue's thread hasn't begun yet, and
+/// an instant command runs at once if no other is before it. That doesn't happen if the client intercepts commands,
+/// since its hook may expect the queue's thread. Any of these threads that has to wait for a running kernel helps with
+/// its work-groups.
 class CCommandQueue : public CObject
 {
 public:
@@ -50,22 +49,22 @@ public:
     cl_command_queue_properties GetProperties() const { return m_nProperties; }
     cl_int GetInfo(cl_command_queue_info eInfo, const SInfoQuery& query);
 
-    /// Announces a command: makes sure that the queue's thread runs, and stays until Push. May throw
-    /// std::system_error, and has then announced nothing.
+    /// Announces a command: starts the queue's thread if necessary, which stays until Push. If it throws
+    /// std::system_error, nothing has been announced.
     void Expect();
-    /// Hands over a command that was announced. Can't fail.
-    /// \param bWaits  the calling thread goes on to RunUntilEnded of the command's event
+    /// Submits an announced command. Can't fail.
+    /// \param bWaits  the calling thread will call RunUntilEnded for the command's event
     void Push(std::unique_ptr<SCommand> pCommand, bool bWaits = false) noexcept;
-    /// Marks everything that was handed over as submitted.
+    /// Marks all commands in the queue as submitted.
     void Flush();
-    /// Waits until everything that was handed over has ended.
-    /// \return CL_OUT_OF_RESOURCES if a command has failed at its own work since the last wait;
+    /// Waits until all commands in the queue have ended.
+    /// \return CL_OUT_OF_RESOURCES if a command's own work has failed since the last wait;
     ///         CL_INVALID_OPERATION on the queue's own thread, where the wait would never end
     cl_int Finish();
-    /// Runs what nobody has begun yet, up to the end of the command that an event is of. The command
-    /// may have been begun by another thread, and not have ended when this returns.
+    /// Runs commands that haven't begun yet, up to the one that the event belongs to. If another thread has
+    /// begun that command, it may still run when this returns.
     void RunUntilEnded(const CEvent& event);
-    /// True on a thread that runs one of this queue's commands: a wait for another would never end.
+    /// True on a thread that runs a command of this queue: waiting for another command would never end.
     bool IsOwnThread() const;
 
 protected:
@@ -73,7 +72,7 @@ protected:
 
 private:
     void StartThread();
-    /// The queue's thread. Gives what is to last until the thread has dropped the queue.
+    /// The queue's thread. Gives an object that must last until the thread has dropped the queue.
     std::optional<CActivity> Work();
     std::unique_ptr<SCommand> TakeFirst();
     bool CanRunOnAnyThread() const;
@@ -94,9 +93,9 @@ private:
     cl_ulong m_nEnded = 0;
     cl_ulong m_nExpected = 0;
     bool m_bThread = false;
-    std::atomic<bool> m_bRunning{false}; ///< some thread runs a command; changed under the lock
-    /// The client has released the queue. Set under the lock together with what is left for the
-    /// thread's end, so that the thread can't end before that is there.
+    std::atomic<bool> m_bRunning{false}; ///< a thread runs a command; changed under the lock
+    /// The client has released the queue. Set under the lock together with m_Closing, so that the thread can't end
+    /// before that is there.
     bool m_bClosing = false;
     bool m_bCommandFailed = false;
     std::optional<CActivity> m_Closing; ///< from the client's last release to the thread's end

@@ -12,7 +12,7 @@ namespace KestrelPlatform::Runtime
 
 using ContextNotify = void(CL_CALLBACK*)(const char*, const void*, size_t, void*);
 
-/// A context: its devices, the client's properties, and what it wants to be told.
+/// A context: its devices, the client's properties, and its error callback.
 class CContext : public CObject
 {
 public:
@@ -26,17 +26,17 @@ public:
     bool HasDevice(const CDevice& device) const;
     /// True if one of the devices has 32-bit addresses.
     bool Has32BitDevice() const;
-    /// The largest memory object that some device takes, in bytes.
+    /// The size in bytes of the largest memory object that any of the devices allows.
     cl_ulong GetMaxAllocation() const;
     InterceptHook GetInterceptHook() const { return m_pInterceptHook; }
     cl_int GetInfo(cl_context_info eInfo, const SInfoQuery& query) const;
 
-    /// Tells the client's callback, on the callback thread, what went wrong.
+    /// Passes an error text to the client's callback, on the callback thread.
     void Report(const std::string& strText);
 
 private:
     const std::vector<CRef<CDevice>> m_vDevices;
-    const std::vector<cl_context_properties> m_vProperties; ///< as the client passed them, with the 0
+    const std::vector<cl_context_properties> m_vProperties; ///< as the client passed them, including the final 0
     const InterceptHook m_pInterceptHook;
     const ContextNotify m_pNotify;
     void* const m_pNotifyUser;

@@ -27,7 +27,7 @@ SCounters& Counters()
 
 thread_local unsigned int t_nOwnActivities = 0;
 
-/// The counter of each kind of object; PLATFORM_COUNTER_LAST for those that live for ever.
+/// The counter of each kind of object; PLATFORM_COUNTER_LAST for objects that are never destroyed.
 constexpr EPlatformCounter s_objectCounters[] = {
     PLATFORM_COUNTER_LAST,     PLATFORM_COUNTER_LAST,     PLATFORM_COUNTER_CONTEXTS,
     PLATFORM_COUNTER_QUEUES,   PLATFORM_COUNTER_EVENTS,   PLATFORM_COUNTER_MEM_OBJECTS,

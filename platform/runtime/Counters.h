@@ -7,19 +7,19 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// Objects made (1) and gone (-1).
+/// Counts objects created (1) or destroyed (-1).
 void CountObject(EObjectKind eKind, int nChange);
 /// Any other counter.
 void Count(EPlatformCounter eCounter, cl_ulong nChange);
-/// The value; for the counters of objects alive only after the runtime's own threads have dropped
-/// what they have done with (see CActivity).
+/// The value. Counters of live objects are read after the runtime's own threads have dropped finished objects (see
+/// CActivity).
 cl_ulong GetCounterValue(EPlatformCounter eCounter);
 /// Sets the running counters (runs, builds, bytes) to 0.
 void ClearRunningCounters();
 
-/// Held by a thread of the runtime from just before it tells the client that something has ended
-/// until it has dropped its own references to it. So that a client that was woken by that end and
-/// then releases all it has can count on counters of 0, without a race that it couldn't see.
+/// Held by a thread of the runtime from just before it reports an end to the client until it has dropped its own
+/// references. So a client that is woken by that report and then releases everything will find counters of 0, although
+/// it can't see when the runtime's thread is done.
 class CActivity
 {
 public:
@@ -28,11 +28,11 @@ public:
     CActivity& operator=(CActivity&& other) noexcept;
     ~CActivity();
 
-    /// Waits until no activity is left but those that the calling thread runs itself. Gives up after
-    /// two seconds, for a callback of the client's that doesn't return.
+    /// Waits until all activities have ended, except those of the calling thread. Gives up after two seconds, in case a
+    /// callback of the client doesn't return.
     static void WaitUntilQuiet();
 
-    /// While it lives, the activity is the calling thread's own.
+    /// While it exists, the activity belongs to the calling thread.
     class CRunning
     {
     public:

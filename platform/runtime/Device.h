@@ -8,7 +8,7 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// What makes one device differ from another.
+/// The properties that differ between devices.
 struct SDeviceTraits
 {
     const char* m_pszName;
@@ -33,10 +33,10 @@ constexpr size_t s_nMaxImageWidth = 16384;
 constexpr size_t s_nMaxImageDepth = 2048;
 constexpr size_t s_nMaxImageArraySize = 2048;
 constexpr size_t s_nMaxImageBufferSize = 65536;
-/// What a launch may print goes into a buffer of so many bytes.
+/// The size in bytes of the buffer for a launch's printf output.
 constexpr size_t s_nPrintfBufferSize = size_t{1024} * 1024;
 
-/// A device; made once, never destroyed.
+/// A device, created once and never destroyed.
 class CDevice : public CObject
 {
 public:
@@ -54,7 +54,7 @@ private:
     const SDeviceTraits& m_Traits;
 };
 
-/// Reads a list of devices that a client passed: each must be a device, and at least one there.
+/// Reads a client's list of devices: at least one entry, each of them a device.
 /// \return CL_INVALID_VALUE for a list that is null or empty, CL_INVALID_DEVICE for a wrong entry
 cl_int ReadDeviceList(cl_uint nDevices, const cl_device_id* phDevices, std::vector<CRef<CDevice>>& vDevices);
 

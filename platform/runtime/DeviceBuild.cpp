@@ -13,8 +13,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// What went wrong with an instruction, with the line that it stands on if that is known: of the source, or of the IL
-/// text of a binary.
+/// The fault of an instruction, with its line if known: of the source, or of the IL text of a binary.
 std::string DescribeDecodeError(const SCompiledKernel& kernel, const SDecodeError& error,
                                 const std::vector<uint32_t>& vSourceLines)
 {
@@ -28,7 +27,7 @@ std::string DescribeDecodeError(const SCompiledKernel& kernel, const SDecodeErro
     return "kernel " + kernel.strName + ": " + strPlace + ": " + error.strMessage + "\n";
 }
 
-/// Decodes the kernels of a build. \return false with the reason added to the log
+/// Decodes the kernels of a build. \return false, with the reason added to the log
 bool DecodeKernels(SBuildResult& build, ExecutableKernels& vKernels, std::string& strLog)
 {
     for (SCompiledKernel& compiled : build.vKernels)
@@ -89,7 +88,7 @@ SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SD
     SDeviceProgram after = TakeResult(source ? BuildFromSource(*source, options, target)
                                              : BuildFromImage(*before.m_pImage, options, target),
                                       before.m_pDevice, options);
-    // A program that was made of an image keeps it, so that it can be built again.
+    // A program created from an image keeps it after a failure, so that it can be built again.
     if (after.m_eStatus != CL_BUILD_SUCCESS && !source)
     {
         after.m_pImage = before.m_pImage;

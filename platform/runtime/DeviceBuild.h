@@ -10,8 +10,8 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// What the calls that build, compile and link share. Each gives what a program has for a device afterwards; on failure
-/// the log says why.
+/// Shared by the calls that build, compile and link. Each function gives a program's new state for a device; after a
+/// failure the log gives the reason.
 
 /// Builds one device's part of a program from source or image, and decodes its kernels.
 SDeviceProgram BuildForDevice(const std::optional<std::string>& source, const SDeviceProgram& before,
@@ -26,12 +26,12 @@ SDeviceProgram TakeResult(SBuildResult result, const CRef<CDevice>& pDevice, con
 
 using OptionReader = bool (*)(const std::string& strOptions, SBuildOptions& options, std::string& strUnknown);
 
-/// The client's options for a call. \return nInvalid for a wrong one
+/// Reads a call's options. \return nInvalid for a wrong one
 cl_int ReadOptions(const char* pszOptions, OptionReader pRead, cl_int nInvalid, SBuildOptions& options);
 
 using ProgramNotify = void(CL_CALLBACK*)(cl_program, void*);
 
-/// Calls the client back, if it wants that, on the thread for callbacks.
+/// Posts the client's callback, if it has one, to the callback thread.
 void PostNotify(const CRef<CProgramObject>& pProgram, ProgramNotify pNotify, void* pUser);
 
 } // namespace KestrelPlatform::Runtime

@@ -11,7 +11,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// The widths of vectors that suit the device. A work-item's registers hold four 32-bit words.
+/// The preferred vector widths follow from the registers of a work-item, which hold four 32-bit words.
 constexpr cl_uint s_nVectorWords = 4;
 
 constexpr cl_device_fp_config s_nSingleConfig =
@@ -30,7 +30,7 @@ std::string JoinLanguageExtensions()
     return strList;
 }
 
-/// The properties that are one and the same 32-bit number on every device.
+/// Properties that are 32-bit numbers and equal on all devices.
 struct SConstant
 {
     cl_device_info m_eInfo;
@@ -75,7 +75,7 @@ constexpr SConstant s_constants[] = {
     {CL_DEVICE_REFERENCE_COUNT, 1},
 };
 
-/// The same for those that are a size_t.
+/// The same for properties of type size_t.
 struct SSizeConstant
 {
     cl_device_info m_eInfo;

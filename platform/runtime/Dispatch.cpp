@@ -24,7 +24,7 @@ void StoreInvalidOperation(T)
 {
 }
 
-/// A function of the type of a table entry that answers that the operation isn't there.
+/// Makes a function of a table entry's type that answers that the operation isn't supported.
 template <class T>
 struct SUnsupported;
 

@@ -6,13 +6,13 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// The dispatch table that every object starts with. The entries of versions above 1.2 are filled
-/// too: clCreateCommandQueueWithProperties works, the others answer CL_INVALID_OPERATION, so that a
-/// call through a loader ends in an error and not in a jump to nowhere.
+/// The dispatch table that every object points to. Entries of versions above 1.2 are filled too, so that a call through
+/// a loader ends in an error rather than a crash: clCreateCommandQueueWithProperties works, the others answer
+/// CL_INVALID_OPERATION.
 const cl_icd_dispatch& GetDispatchTable();
 
-/// The address of an entry point that isn't exported, by its name: those of an extension that is
-/// on, the loader's own entry, and the door to the platform's settings. Null for any other name.
+/// Looks up an entry point that isn't exported, by name: of an extension that is on, the loader's own entry, or the
+/// platform's settings (kestrelPlatformControl). Null for any other name.
 void* FindExtensionFunction(const char* pszName);
 
 } // namespace KestrelPlatform::Runtime

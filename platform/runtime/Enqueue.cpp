@@ -6,7 +6,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// Calls back at the end, unless what it is to call has been taken out.
+/// Calls a function in its destructor, unless the function has been taken out.
 class CUndo
 {
 public:
@@ -26,7 +26,7 @@ private:
     std::function<void()> m_Undo;
 };
 
-/// What a command of a type does is nothing, or next to nothing: host and devices share their memory.
+/// Whether commands of this type have little or nothing to do, since host and devices share their memory.
 bool IsInstant(cl_command_type eType)
 {
     switch (eType)

@@ -11,7 +11,7 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// What every enqueue call is given.
+/// The common arguments of enqueue calls.
 struct SEnqueueArguments
 {
     cl_command_queue m_hQueue;
@@ -20,9 +20,9 @@ struct SEnqueueArguments
     cl_event* m_phEvent; ///< null: the client wants none
 };
 
-/// An enqueue call on its way. A command isn't handed over to its queue before the very end of the
-/// call: the queue's thread, and with it the client's intercept hook, sees it only when all the work
-/// of the call is done, the event stored included.
+/// An enqueue call in progress. Its command is handed over to the queue only at the very end of the call. So when the
+/// queue's thread, and with it the client's intercept hook, sees the command, all work of the call is done, including
+/// storing the event.
 class CEnqueue
 {
 public:
@@ -36,10 +36,10 @@ public:
     CCommandQueue& GetQueue() const { return *m_pQueue; }
     CContext& GetContext() const { return m_pQueue->GetContext(); }
 
-    /// Makes the command and its event, after a check of the wait list. Nothing has happened if the
-    /// result isn't CL_SUCCESS. A blocking command is handed over at once and waited for; the result
-    /// is then that of the command, and the client gets no event of a failed one.
-    /// \param undo if given, called once if the command isn't made, or before it ends with an error
+    /// Creates the command and its event, after checking the wait list. If the result isn't CL_SUCCESS, nothing has
+    /// happened - except for a blocking command, which is submitted at once and waited for: the result is then that of
+    /// the command, and the client gets no event if it failed.
+    /// \param undo if given, called once if the command isn't created, or before it ends with an error
     cl_int Submit(cl_command_type eType, bool bBlocking, std::function<cl_int()> run, std::function<void()> undo = {});
 
 private:
@@ -51,7 +51,7 @@ private:
     std::unique_ptr<SCommand> m_pCommand;
 };
 
-/// The shell of an enqueue call: the body gets the call, its queue checked.
+/// The common part of enqueue calls: checks the queue and passes the call to the body.
 template <class F>
 cl_int ApiEnqueue(const char* pszEntryPoint, const SEnqueueArguments& arguments, F&& body)
 {

@@ -13,8 +13,8 @@ namespace KestrelPlatform::Runtime
 
 using EventNotify = void(CL_CALLBACK*)(cl_event, cl_int, void*);
 
-/// An event of a command, or of the user. Its status only falls: CL_QUEUED, CL_SUBMITTED,
-/// CL_RUNNING, then CL_COMPLETE or a negative code.
+/// An event, of a command or of the user. Its status only decreases: CL_QUEUED, CL_SUBMITTED, CL_RUNNING, then
+/// CL_COMPLETE or a negative code.
 class CEvent : public CObject
 {
 public:
@@ -27,15 +27,15 @@ public:
     CContext& GetContext() const { return *m_pContext; }
     cl_command_type GetCommandType() const { return m_eType; }
     cl_int GetStatus() const;
-    /// Moves the status on, takes the time, wakes the waiters and posts the callbacks. A status that
-    /// isn't below the present one, or a change after the end, is ignored.
+    /// Changes the status, notes the time, wakes the waiters and posts the callbacks. Ignores a status that isn't below
+    /// the current one, and any change after the end.
     /// \return false if it was ignored
     bool SetStatus(cl_int nStatus);
     /// Waits for the end. \return CL_COMPLETE or the negative code
     cl_int Wait();
-    /// The same for a thread of the client's, which may help: it runs what its queue hasn't begun yet.
+    /// The same for a thread of the client, which runs commands that its queue hasn't begun yet.
     cl_int WaitAndRun();
-    /// True on the thread of the queue whose command the event is of: a wait would never end.
+    /// True on the thread that runs the event's queue, where a wait would never end.
     bool IsOnOwnThread() const { return m_pQueue && m_pQueue->IsOwnThread(); }
     void AddCallback(cl_int nStatus, EventNotify pNotify, void* pUser);
 
@@ -43,8 +43,7 @@ public:
     cl_int GetProfilingInfo(cl_profiling_info eInfo, const SInfoQuery& query) const;
 
 protected:
-    /// A user event that nobody can set any more ends with CL_INVALID_EVENT, so that what waits for
-    /// it doesn't wait for ever.
+    /// A user event that nobody can set any more ends with CL_INVALID_EVENT, so that its waiters don't wait forever.
     void OnLastClientRelease() override;
 
 private:
@@ -60,7 +59,7 @@ private:
     const CRef<CContext> m_pContext;
     const CRef<CCommandQueue> m_pQueue;
     const cl_command_type m_eType;
-    /// Taken before the callback thread's lock.
+    /// Locked before the callback thread's lock.
     mutable std::mutex m_Mutex;
     std::condition_variable m_Ended;
     cl_int m_nStatus;
@@ -69,8 +68,8 @@ private:
 };
 
 /// Reads a wait list.
-/// \return CL_INVALID_EVENT_WAIT_LIST for a list that doesn't fit its count or holds what isn't an
-///         event, CL_INVALID_CONTEXT for an event of another context
+/// \return CL_INVALID_EVENT_WAIT_LIST for a list that doesn't match its count or holds something else than
+///         events, CL_INVALID_CONTEXT for an event of another context
 cl_int ReadWaitList(const CContext& context, cl_uint nEvents, const cl_event* phEvents,
                     std::vector<CRef<CEvent>>& vEvents);
 

@@ -8,8 +8,8 @@
 /// clGetExtensionFunctionAddress.
 extern "C"
 {
-    /// The two forms of the object metadata extension, alike but for their names. A key is never 0.
-    /// Any object takes a value a key; CL_INVALID_VALUE for an unknown key or object.
+    /// The two forms of the object metadata extension, which differ only in their names. A key is never 0. Any object
+    /// takes a value for each key; CL_INVALID_VALUE for an unknown key or object.
     size_t CL_API_CALL clCreateKeyOVK(cl_platform_id platform, void(CL_CALLBACK* destructor)(void*),
                                       cl_int* errcode_ret);
     cl_int CL_API_CALL clObjectGetValueForKeyOVK(void* object, size_t key, void** value);
@@ -19,7 +19,7 @@ extern "C"
     cl_int CL_API_CALL clObjectGetValueForKeyEXT(void* object, size_t key, void** value);
     cl_int CL_API_CALL clObjectSetValueForKeyEXT(void* object, size_t key, void* value);
 
-    /// The door to the platform's settings, counters and trace.
+    /// Gives access to the platform's settings, counters and trace.
     const SPlatformControl* kestrelPlatformControl(void);
 }
 

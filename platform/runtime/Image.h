@@ -8,7 +8,7 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// The size of an image, with 1 for what its type doesn't have, and where its texels lie.
+/// The size of an image, where dimensions that its type doesn't have are 1, and the layout of its texels.
 struct SImageShape
 {
     cl_mem_object_type m_eType = 0;
@@ -21,15 +21,15 @@ struct SImageShape
     SPitches m_Pitches{};
 
     bool IsArray() const { return m_eType == CL_MEM_OBJECT_IMAGE1D_ARRAY || m_eType == CL_MEM_OBJECT_IMAGE2D_ARRAY; }
-    /// How far each of the three coordinates of a region goes.
+    /// The limit of a region in each of its three coordinates.
     size_t GetExtent(size_t nCoordinate) const;
-    /// The pitches of the second and third coordinate: for a 1D array the second counts slices.
+    /// The pitches of the second and third coordinate; in a 1D array the second coordinate counts slices.
     SPitches GetCoordinatePitches(const SPitches& pitches) const;
     size_t GetBytes() const;
     bool HasRegion(const size_t* pOrigin, const size_t* pRegion) const;
     size_t GetOffset(const size_t* pOrigin) const;
     SBox GetBox(const size_t* pRegion) const { return {pRegion[0] * m_nTexel, pRegion[1], pRegion[2]}; }
-    /// The pitches of a piece of the client's memory that holds a region, 0 standing for tight ones.
+    /// The pitches of host memory that holds a region; 0 means that rows or slices follow each other directly.
     /// \return CL_INVALID_VALUE for pitches that are too small
     cl_int GetHostPitches(const size_t* pRegion, size_t nRowPitch, size_t nSlicePitch, SPitches& pitches) const;
 };
@@ -56,7 +56,7 @@ public:
 
 private:
     const SImageShape m_Shape;
-    const CRef<CMemObject> m_pBuffer; ///< null but for an image on a buffer
+    const CRef<CMemObject> m_pBuffer; ///< null unless the image is on a buffer
 };
 
 /// The image behind a handle, as an enqueue call needs it.

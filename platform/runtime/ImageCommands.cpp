@@ -164,7 +164,7 @@ cl_int CopyImage(CEnqueue& enqueue, cl_mem hSource, cl_mem hTarget, const size_t
         { return CopyOnDevice(source.m_Box, target.GetData(), target.m_Pitches, source.GetData(), source.m_Pitches); });
 }
 
-/// The pitches of a region that lies tightly in a buffer.
+/// The pitches of a region whose rows and slices follow each other directly in a buffer.
 SPitches TightPitches(const SBox& box)
 {
     return {box.m_nRowBytes, box.m_nRowBytes * box.m_nRows};

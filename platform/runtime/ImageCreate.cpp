@@ -9,7 +9,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// What an image type has of a descriptor, and how large each may be; 0 for what it hasn't.
+/// The dimensions that an image type takes from a descriptor, and their limits; 0 for dimensions that it doesn't have.
 struct SImageType
 {
     cl_mem_object_type m_eType;
@@ -40,7 +40,7 @@ const SImageType* FindImageType(cl_mem_object_type eType)
     return nullptr;
 }
 
-/// Takes one dimension over from the descriptor: 1 where the type hasn't got it.
+/// Takes over one dimension of the descriptor, or 1 if the type doesn't have it.
 cl_int TakeDimension(size_t nValue, size_t nMax, size_t& nDimension)
 {
     if (nMax == 0)
@@ -116,7 +116,7 @@ cl_int MakeShape(const cl_image_format* pFormat, const cl_image_desc* pDesc, boo
     return TakePitches(*pDesc, bHostPtr, shape);
 }
 
-/// Fills a new image from the client's memory, whose pitches the client has given.
+/// Fills a new image from the client's memory, whose pitches are given.
 void CopyFromHost(CImage& image, const void* pHostPtr, const SPitches& host)
 {
     const SImageShape& shape = image.GetShape();
@@ -141,7 +141,7 @@ cl_int CreateOnBuffer(const CContext& context, const SImageShape& shape, cl_mem 
     {
         return CL_INVALID_IMAGE_SIZE;
     }
-    pBuffer->MarkWritten(0, pBuffer->GetSize()); // who writes texels isn't followed
+    pBuffer->MarkWritten(0, pBuffer->GetSize()); // writes of texels aren't tracked
     hImage = GiveToClient(MakeObject<CImage>(std::move(pBuffer), shape, nFlags));
     return CL_SUCCESS;
 }
@@ -172,7 +172,7 @@ cl_int CreateImage(cl_context hContext, cl_mem_flags nFlags, const cl_image_form
         return CreateOnBuffer(*pContext, shape, pDesc->buffer, nFlags, hImage);
     }
 
-    // Only the client's own memory keeps the client's pitches.
+    // Only an image in the client's own memory keeps the client's pitches.
     const SPitches host = shape.m_Pitches;
     const bool bUse = (nFlags & CL_MEM_USE_HOST_PTR) != 0;
     if (!bUse)
@@ -197,7 +197,7 @@ cl_int CreateImage(cl_context hContext, cl_mem_flags nFlags, const cl_image_form
     return CL_SUCCESS;
 }
 
-/// The calls of OpenCL 1.1 know one code for everything that is wrong with a size or pitch.
+/// The calls of OpenCL 1.1 have a single code for all faults in sizes and pitches.
 cl_int CreateLegacyImage(cl_context hContext, cl_mem_flags nFlags, const cl_image_format* pFormat,
                          const cl_image_desc& desc, void* pHostPtr, cl_mem& hImage)
 {

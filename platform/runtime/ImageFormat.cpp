@@ -24,7 +24,7 @@ struct SChannelType
 {
     cl_channel_type m_eType;
     EClass m_eClass;
-    size_t m_nBytes; ///< of a channel; of the texel if packed
+    size_t m_nBytes; ///< of a channel, or of the texel if packed
     bool m_bSigned;
 };
 
@@ -46,7 +46,7 @@ constexpr SChannelType s_types[] = {
     {CL_FLOAT, EClass::Float, 4, true},
 };
 
-/// Which types an order goes with.
+/// The types that may be combined with an order.
 enum class ETypes
 {
     All,      ///< all but the packed ones
@@ -58,11 +58,11 @@ enum class ETypes
 struct SChannelOrder
 {
     cl_channel_order m_eOrder;
-    const char* m_pszChannels; ///< what each channel in memory holds; x for nothing
+    const char* m_pszChannels; ///< the colour of each channel in memory; x for padding
     ETypes m_eTypes;
 };
 
-/// Rx and RGx are left out: texels of their padded channels have no size that OpenCL allows.
+/// Rx and RGx are left out: OpenCL allows no texel size for their padded channels.
 constexpr SChannelOrder s_orders[] = {
     {CL_R, "r", ETypes::All},
     {CL_A, "a", ETypes::All},
@@ -107,7 +107,7 @@ bool GoTogether(const SChannelOrder& order, const SChannelType& type)
     return false;
 }
 
-/// What a channel takes of a colour: an index into it, or 4 for nothing.
+/// The index of a channel's colour, or 4 for none.
 size_t ColorIndex(char chChannel)
 {
     const char* pszAll = "rgba";
@@ -115,7 +115,7 @@ size_t ColorIndex(char chChannel)
     return pFound ? static_cast<size_t>(pFound - pszAll) : 4;
 }
 
-/// To the nearest integer in a range, NaN to 0.
+/// Rounds to the nearest integer in a range, NaN to 0.
 int64_t RoundTo(double dValue, int64_t nMin, int64_t nMax)
 {
     if (std::isnan(dValue))
@@ -141,13 +141,13 @@ uint16_t ToHalf(float fValue)
         return nSign | 0x7C00u;
     }
     if (fAbsolute < 6.103515625e-5f)
-    { // below the least normal half: count in units of 2^-24
+    { // { // below the smallest normal half: count in units of 2^-24
         return nSign | static_cast<uint16_t>(std::nearbyint(std::ldexp(fAbsolute, 24)));
     }
     int nExponent = 0;
     const float fFraction = std::frexp(fAbsolute, &nExponent); // in [0.5, 1)
     const auto nMantissa = static_cast<uint32_t>(std::nearbyint(std::ldexp(fFraction, 11)));
-    // A mantissa that rounds up to 2048 carries into the exponent.
+    // A mantissa that is rounded up to 2048 carries into the exponent.
     return nSign | static_cast<uint16_t>((static_cast<uint32_t>(nExponent + 13) << 10) + nMantissa);
 }
 

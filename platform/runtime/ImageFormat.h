@@ -8,8 +8,8 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// CL_SUCCESS for a format that the runtime has, which is every one that OpenCL 1.2 has;
-/// CL_INVALID_IMAGE_FORMAT_DESCRIPTOR for an order or type that doesn't exist, or a pair that is ruled out.
+/// CL_SUCCESS for every format of OpenCL 1.2, all of which the runtime has;
+/// CL_INVALID_IMAGE_FORMAT_DESCRIPTOR for an order or type that doesn't exist, or an excluded combination.
 cl_int CheckImageFormat(const cl_image_format& format);
 
 /// Bytes of a texel of a format that the runtime has.

@@ -10,9 +10,8 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// Where an info query wants its answer, and the protocol of sizes that all of them share: a null
-/// value asks for the size alone, a place too small for the answer is CL_INVALID_VALUE and nothing
-/// is written.
+/// Where an info query wants its answer, and the size protocol that all queries share: a null value asks for the size
+/// alone; if the place is too small, the call gives CL_INVALID_VALUE and writes nothing.
 struct SInfoQuery
 {
     size_t m_nSize;

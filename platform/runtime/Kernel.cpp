@@ -45,9 +45,9 @@ bool HasExecutable(const std::vector<SDeviceProgram>& vParts)
                        });
 }
 
-/// Collects a kernel's executables.
-/// \return CL_INVALID_KERNEL_NAME if no device has it, CL_INVALID_KERNEL_DEFINITION if it doesn't have
-///         the same arguments on all
+/// Collects the executables of a kernel.
+/// \return CL_INVALID_KERNEL_NAME if no device has it, CL_INVALID_KERNEL_DEFINITION if its arguments differ
+///         between devices
 cl_int CollectExecutables(const std::vector<SDeviceProgram>& vParts, const std::string& strName,
                           CKernel::Executables& executables)
 {
@@ -209,7 +209,7 @@ bool FitsAccess(const SKernelArgument& argument, const CMemObject& mem)
     return (mem.GetFlags() & nRefused) == 0;
 }
 
-/// A null object is taken for an image too; it reads as 0.
+/// A null object may stand for an image too; it reads as 0.
 cl_int ReadMem(const CContext& context, const SKernelArgument& argument, size_t nSize, const void* pValue,
                SArgumentValue& value)
 {

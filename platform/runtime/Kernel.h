@@ -12,14 +12,14 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// The value that the client has set for one argument. A memory object isn't retained, as OpenCL has
-/// it: it is looked up again when the kernel is enqueued.
+/// The value that the client has set for one argument. As OpenCL demands, a memory object isn't retained: it is looked
+/// up again when the kernel is enqueued.
 struct SArgumentValue
 {
     bool m_bSet = false;
     std::vector<unsigned char> m_vBytes; ///< of a value
     cl_mem m_hMem = nullptr;             ///< of a pointer, image or counter; may be null
-    cl_ulong m_nMemId = 0;               ///< tells an object from a later one with the same handle
+    cl_ulong m_nMemId = 0;               ///< distinguishes the object from a later one with the same handle
     size_t m_nLocalBytes = 0;
     SSamplerBinding m_Sampler;
 };
@@ -42,12 +42,12 @@ public:
     /// The arguments, which are the same on every device.
     const std::vector<SKernelArgument>& GetArguments() const;
     cl_int SetArgument(cl_uint nIndex, size_t nSize, const void* pValue);
-    /// The values that are set now.
+    /// The current values.
     std::vector<SArgumentValue> GetArgumentValues() const;
 
     cl_int GetInfo(cl_kernel_info eInfo, const SInfoQuery& query);
     cl_int GetArgumentInfo(cl_uint nIndex, cl_kernel_arg_info eInfo, const SInfoQuery& query) const;
-    /// \param pDevice may be null for a kernel that has one device only
+    /// \param pDevice may be null if the kernel has only one device
     cl_int GetWorkGroupInfo(const CDevice* pDevice, cl_kernel_work_group_info eInfo, const SInfoQuery& query) const;
 
 protected:

@@ -31,7 +31,7 @@ cl_int EnqueueKernel(CEnqueue& enqueue, cl_kernel hKernel, const SIndexSpace& sp
 
 using NativeKernel = void(CL_CALLBACK*)(void*);
 
-/// What clEnqueueNativeKernel is given.
+/// The arguments of clEnqueueNativeKernel.
 struct SNativeCall
 {
     NativeKernel m_pFunction;
@@ -39,7 +39,7 @@ struct SNativeCall
     size_t m_nArguments; ///< bytes
     cl_uint m_nMems;
     const cl_mem* m_phMems;
-    const void** m_ppPlaces; ///< where in the arguments each memory object's handle stands
+    const void** m_ppPlaces; ///< where each memory object's handle is within the arguments
 };
 
 bool IsWellFormed(const SNativeCall& call)
@@ -50,7 +50,7 @@ bool IsWellFormed(const SNativeCall& call)
            bMems == (call.m_phMems != nullptr) && bMems == (call.m_ppPlaces != nullptr);
 }
 
-/// Puts the memory of the objects in the place of their handles.
+/// Replaces the handles of memory objects by their addresses.
 cl_int ReplaceMems(const CContext& context, const SNativeCall& call, std::vector<unsigned char>& vArguments,
                    std::vector<CRef<CMemObject>>& vMems)
 {

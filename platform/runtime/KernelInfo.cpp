@@ -7,7 +7,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// Work-items that run as one; a work-group of a multiple of it leaves none idle.
+/// Work-items that run together; in work-groups of a multiple of this, none is idle.
 constexpr size_t s_nPreferredMultiple = 64;
 
 cl_kernel_arg_address_qualifier GetAddressQualifier(const SKernelArgument& argument)

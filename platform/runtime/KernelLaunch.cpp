@@ -20,7 +20,7 @@ size_t AlignLocal(size_t nBytes)
     return (nBytes + s_nLocalAlignment - 1) / s_nLocalAlignment * s_nLocalAlignment;
 }
 
-/// The largest divisor of a size that is within a limit.
+/// The largest divisor of a size that doesn't exceed a limit.
 size_t LargestDivisor(size_t nSize, size_t nLimit)
 {
     for (size_t n = std::min(nSize, nLimit); n > 1; --n)
@@ -35,7 +35,7 @@ size_t LargestDivisor(size_t nSize, size_t nLimit)
 
 cl_int TakeGlobalSize(const SIndexSpace& space, SLaunch& launch)
 {
-    // A kernel sees sizes and offsets as 32-bit numbers.
+    // Kernels see sizes and offsets as 32-bit numbers.
     constexpr size_t nMax = UINT32_MAX;
     if (space.m_nDimensions < 1 || space.m_nDimensions > s_nMaxWorkDimensions)
     {
@@ -114,7 +114,7 @@ cl_int TakeLocalSize(const SIndexSpace& space, const SCompiledKernel& kernel, SL
     return nItems <= kernel.nMaxGroupSize ? CL_SUCCESS : CL_INVALID_WORK_GROUP_SIZE;
 }
 
-/// Puts arguments where the kernel looks for them.
+/// Stores the arguments where the kernel expects them.
 class CArgumentBinder
 {
 public:
@@ -169,7 +169,7 @@ public:
     }
 
 private:
-    /// The words of a constant buffer, with room for so many bytes at least.
+    /// The words of a constant buffer, which has room for nBytes at least.
     std::vector<uint32_t>& GetWords(uint32_t nConstantBuffer, size_t nBytes)
     {
         std::vector<uint32_t>& vWords = nConstantBuffer == 1 ? m_Prepared.m_Launch.vConstantBuffer1
@@ -188,14 +188,14 @@ private:
         std::memcpy(reinterpret_cast<unsigned char*>(vWords.data()) + argument.nConstantBufferOffset, pBytes, nBytes);
     }
 
-    /// An address fills x on 32-bit kernels and xy on 64-bit ones; the rest of its element is 0.
+    /// An address takes x in 32-bit kernels, x and y in 64-bit ones; the rest of its element is 0.
     void PutAddress(const SKernelArgument& argument, cl_ulong nAddress)
     {
         const cl_ulong element[2] = {nAddress, 0};
         Put(argument, element, sizeof(element));
     }
 
-    /// The object that was set; null if none was, or if it has gone meanwhile.
+    /// The object that was set; null if none was, or if it has been released since.
     CRef<CMemObject> FindMem(const SArgumentValue& value)
     {
         CRef<CMemObject> pMem = value.m_hMem ? Lookup<CMemObject>(value.m_hMem) : CRef<CMemObject>();
@@ -255,7 +255,7 @@ private:
         return CL_SUCCESS;
     }
 
-    /// The two elements of an image: its sizes, then its channel type and order; zeros for a null one.
+    /// The two elements of an image: its sizes, then its channel type and order; all zero for a null image.
     void PutImage(const SKernelArgument& argument, const SImageBinding& binding)
     {
         const uint32_t words[2 * s_nElementWords] = {binding.nWidth,
@@ -269,7 +269,7 @@ private:
         Put(argument, words, sizeof(words));
     }
 
-    /// Sorts the ranges and joins those that overlap: a buffer may be passed twice, or with a part of it.
+    /// Sorts the ranges and joins overlapping ones: a buffer may be passed twice, or together with a part of it.
     void MergeRanges()
     {
         std::vector<SMemoryRange>& vRanges = m_Prepared.m_Launch.vMemory;
@@ -295,8 +295,8 @@ private:
     size_t m_nLocalEnd;
 };
 
-/// A sampler that the kernel itself defines, as its value word has it: bit 0 normalised coordinates,
-/// bits 1 to 3 the addressing mode, bit 4 nearest, bit 5 linear.
+/// Decodes the value word of a sampler that the kernel itself defines: bit 0 normalised coordinates, bits 1 to 3 the
+/// addressing mode, bit 4 nearest, bit 5 linear.
 SSamplerBinding DecodeSampler(uint32_t nValue)
 {
     static constexpr cl_addressing_mode s_modes[] = {

@@ -26,7 +26,7 @@ struct SPreparedLaunch
     SLaunch m_Launch;
 };
 
-/// Checks a launch as OpenCL 1.2 has it for clEnqueueNDRangeKernel, and takes the arguments over.
+/// Checks a launch by the rules of clEnqueueNDRangeKernel in OpenCL 1.2, and copies the arguments.
 cl_int PrepareLaunch(const CKernel& kernel, const CDevice& device, const SIndexSpace& space, SPreparedLaunch& prepared);
 
 } // namespace KestrelPlatform::Runtime

@@ -1,4 +1,4 @@
-// Running a launch, and what is kept of the last run.
+// Runs launches, and keeps the results of the last run.
 
 #include "platform/runtime/KernelRun.h"
 
@@ -54,12 +54,12 @@ struct SLastFault
     std::vector<SPlatformFaultRecord> m_vRecords;
     SPlatformEnd m_End{PLATFORM_END_COMPLETE, 0, ~cl_ulong(0)};
     std::vector<SPlatformBuffer> m_vBuffers;
-    std::vector<cl_ulong> m_vVisits; ///< of the last run that was counted
+    std::vector<cl_ulong> m_vVisits; ///< of the last run that counted them
     std::vector<SPlatformProfile> m_vProfile;
     std::vector<SPlatformFinding> m_vFindings;
     SPlatformCheckLimits m_checkLimits{0, 0};
     std::vector<SPlatformPlace> m_vPlaces;
-    std::optional<SPlatformWatch> m_Watch; ///< for runs to come
+    std::optional<SPlatformWatch> m_Watch; ///< for future runs
     std::vector<SPlatformAccess> m_vAccesses;
     SPlatformSizes m_Sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
 };
@@ -98,7 +98,7 @@ SPlatformEnd MakeEnd(const SLaunchResult& result)
     return {s_ends[result.eStatus], result.nStopInstruction, result.nStopWorkItem};
 }
 
-/// Origins that are numbers of buffers become what they stand for.
+/// Replaces origins that are buffer numbers by the buffer's address and size.
 void NameOrigins(const SCompiledKernel& kernel, std::vector<SPlatformFinding>& vFindings)
 {
     for (SPlatformFinding& finding : vFindings)
@@ -154,7 +154,7 @@ void KeepFault(SPreparedLaunch& prepared, SLaunchResult& result)
     }
 }
 
-/// What is watched, as addresses; nothing if the run hasn't got it.
+/// The watched bytes as addresses; nothing if the run doesn't use that memory.
 std::optional<SPlatformWatch> FindWatched(const SPreparedLaunch& prepared)
 {
     SLastFault& last = LastFault();
@@ -175,7 +175,7 @@ std::optional<SPlatformWatch> FindWatched(const SPreparedLaunch& prepared)
     return watch;
 }
 
-/// Tells the context's callback what a run did that it shouldn't have.
+/// Reports a run's faults to the context's callback.
 void ReportFault(const SPreparedLaunch& prepared, const SLaunchResult& result)
 {
     const std::string strKernel = "kernel " + prepared.m_pExecutable->m_Compiled.strName + ": ";
@@ -260,7 +260,7 @@ SPlatformSizes GetLastSizes()
 namespace
 {
 
-/// Copies up to nCount of what is kept of the last run; null asks for the number alone. \return how many are kept
+/// Copies up to nCount results of the last run; null asks for their number alone. \return how many there are
 template <class T>
 cl_uint GiveLast(std::vector<T> SLastFault::*pvKept, T* pTo, cl_uint nCount)
 {

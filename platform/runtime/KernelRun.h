@@ -10,15 +10,15 @@ namespace KestrelPlatform::Runtime
 /// Runs a launch. \return CL_SUCCESS, or the code that its event ends with
 cl_int RunPrepared(SPreparedLaunch& prepared);
 
-/// What the last kernel run did that it shouldn't have.
+/// The faults of the last kernel run, summed up.
 SPlatformFault GetLastFault();
-/// Its faults one by one, up to nRecords of them. \return how many are kept
+/// The faults one by one, up to nRecords of them. \return how many are kept
 cl_uint GetFaultRecords(SPlatformFaultRecord* pRecords, cl_uint nRecords);
-/// Ends kernel runs under way and those to come, or lets them run again.
+/// Stops current and future kernel runs, or allows them again.
 void BreakRuns(bool bBreak);
 /// How the last kernel run ended.
 SPlatformEnd GetLastEnd();
-/// Where its work-items were if it was stopped under way, up to nPlaces places. \return how many there are
+/// Where its work-items were if it was stopped early, up to nPlaces places. \return how many there are
 cl_uint GetPlaces(SPlatformPlace* pPlaces, cl_uint nPlaces);
 SPlatformCheckLimits GetCheckLimits();
 /// The sizes of the last kernel run.
@@ -26,23 +26,23 @@ SPlatformSizes GetLastSizes();
 /// Its buffers, up to nBuffers of them. \return how many there were
 cl_uint GetLastBuffers(SPlatformBuffer* pBuffers, cl_uint nBuffers);
 
-/// Kernel runs from now on count how many work-items come to each instruction, or no longer.
+/// From now on kernel runs count how many work-items reach each instruction, or no longer.
 void CountVisits(bool bCount);
-/// The counts of the last run that was counted, up to nCounts of them. \return how many there are
+/// The counts of the last run that counted, up to nCounts of them. \return how many there are
 cl_uint GetVisits(cl_ulong* pCounts, cl_uint nCounts);
-/// Kernel runs from now on keep a profile, or no longer.
+/// From now on kernel runs keep a profile, or no longer.
 void KeepProfile(bool bKeep);
 /// The rows of the last run that kept one, up to nRows of them. \return how many there are
 cl_uint GetProfile(SPlatformProfile* pRows, cl_uint nRows);
-/// Kernel runs from now on tell of accesses to some bytes, or with null no longer.
+/// From now on kernel runs report accesses to these bytes, or with null no longer.
 void WatchAccesses(const SPlatformWatch* pWatch);
-/// The accesses of the last run that has told of them, up to nAccesses. \return how many there are
+/// The accesses that the last watched run has reported, up to nAccesses. \return how many there are
 cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses);
 
-/// Kernel runs from now on are checked, for a set of EPlatformCheck.
+/// From now on kernel runs are checked, for a set of EPlatformCheck.
 void SetChecks(cl_uint nChecks);
 cl_uint GetChecks();
-/// What was found in the last run, up to nFindings of it. \return how many there are
+/// The findings of the last run, up to nFindings of them. \return how many there are
 cl_uint GetFindings(SPlatformFinding* pFindings, cl_uint nFindings);
 
 /// "file:line" for an instruction of the last kernel run, "" if the source isn't known.

@@ -9,8 +9,8 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// The host works on the object's own bytes while it is mapped, so that a mapping and its end move
-/// nothing; the bytes are counted as if they had moved.
+/// Mapped memory is the object's own memory, so mapping and unmapping copy nothing. The counters count the bytes as if
+/// they were copied.
 cl_int CheckMapFlags(const CMemObject& mem, cl_map_flags nFlags)
 {
     constexpr cl_map_flags nKnown = CL_MAP_READ | CL_MAP_WRITE | CL_MAP_WRITE_INVALIDATE_REGION;
@@ -30,11 +30,11 @@ cl_int CheckMapFlags(const CMemObject& mem, cl_map_flags nFlags)
     return CL_SUCCESS;
 }
 
-/// Records a mapping and enqueues it; a mapping that doesn't come about is taken off the record again.
+/// Records a mapping and enqueues it; removes the record again if that fails.
 cl_int SubmitMap(CEnqueue& enqueue, cl_command_type eType, bool bBlocking, const CRef<CMemObject>& pMem,
                  unsigned char* pMapped, cl_map_flags nFlags, size_t nBytes)
 {
-    // Whoever waits for the command may look for the mapping, so it is recorded first.
+    // Whoever waits for the command may look up the mapping at once, so it is recorded first.
     pMem->AddMapping(pMapped, nFlags, nBytes);
     const auto run = [pMem, pMapped, nFlags, nBytes]
     {
@@ -77,7 +77,7 @@ cl_int MapBuffer(CEnqueue& enqueue, cl_mem hBuffer, bool bBlocking, cl_map_flags
     return SubmitMap(enqueue, CL_COMMAND_MAP_BUFFER, bBlocking, pMem, pMem->GetData() + nOffset, nFlags, nBytes);
 }
 
-/// The client's arguments of clEnqueueMapImage that tell what to map and where the pitches go.
+/// The arguments of clEnqueueMapImage that say what to map and where to store the pitches.
 struct SImageMap
 {
     cl_mem m_hImage;

@@ -25,7 +25,7 @@ bool HasSeveral(cl_mem_flags nFlags)
     return (nFlags & (nFlags - 1)) != 0;
 }
 
-/// Whose bytes nobody has written, by number. Numbers come round: what is older than so many others has lost its name.
+/// The buffers by origin number, for unwritten bytes. The numbers are reused, so the oldest buffers lose theirs.
 struct SOrigins
 {
     struct SNamed
@@ -62,7 +62,7 @@ CStorage::CStorage(size_t nSize, void* pClient)
     {
         return;
     }
-    // calloc gives large blocks as pages that take no memory until they are written.
+    // For large blocks calloc gets zeroed pages, which take no memory until they are written.
     m_pOwned = std::calloc(nSize + s_nBaseAlignment, 1);
     const uintptr_t nAddress = reinterpret_cast<uintptr_t>(m_pOwned);
     if (m_pOwned)
@@ -236,7 +236,7 @@ cl_int InheritMemFlags(cl_mem_flags nParent, cl_mem_flags& nFlags)
     {
         return CL_INVALID_VALUE;
     }
-    /// What a part may not ask for when its parent has the flag.
+    /// Flags of the parent, and flags that a part of it then mustn't have.
     static constexpr cl_mem_flags s_conflicts[][2] = {
         {CL_MEM_WRITE_ONLY, CL_MEM_READ_WRITE | CL_MEM_READ_ONLY},
         {CL_MEM_READ_ONLY, CL_MEM_READ_WRITE | CL_MEM_WRITE_ONLY},

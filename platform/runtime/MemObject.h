@@ -11,8 +11,8 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// The bytes behind memory objects and their device addresses. A buffer, its sub-buffers and the
-/// images on it share one.
+/// The memory behind memory objects, and its device addresses. A buffer, its sub-buffers and the images on it share
+/// one.
 class CStorage
 {
 public:
@@ -26,11 +26,11 @@ public:
     ~CStorage();
 
     unsigned char* GetData() const { return m_pData; }
-    /// From here on it is known which bytes nobody has written: all until they are. Throws std::bad_alloc.
+    /// From now on it is tracked which bytes are written; at first none is. Throws std::bad_alloc.
     void KeepShadow();
-    /// A byte for each; null if they all count as written.
+    /// One byte for each byte; null if all count as written.
     unsigned char* GetShadow() const { return m_pShadow.get(); }
-    /// In the address space of kernels with 64-bit or 32-bit pointers; 0 if there was no room there.
+    /// The address for kernels with 64-bit or 32-bit pointers; 0 if there was no room in that address space.
     cl_ulong GetAddress(bool b64Bit) const { return b64Bit ? m_High.GetAddress() : m_Low.GetAddress(); }
 
 private:
@@ -56,15 +56,15 @@ public:
 
     CContext& GetContext() const { return *m_pContext; }
     cl_mem_object_type GetType() const { return m_eType; }
-    /// As the client passed them; a sub-buffer has those of its parent that it doesn't name itself.
+    /// As the client passed them; a sub-buffer takes over those of its parent that it doesn't set itself.
     cl_mem_flags GetFlags() const { return m_nFlags; }
     size_t GetSize() const { return m_nSize; }
     /// The first byte, in host memory.
     unsigned char* GetData() const { return m_pStorage->GetData() + m_nOffset; }
     const std::shared_ptr<CStorage>& GetStorage() const { return m_pStorage; }
-    /// Bytes of the object that somebody other than a kernel has written.
+    /// Marks bytes of the object that were written by something else than a kernel.
     void MarkWritten(size_t nOffset, size_t nBytes) const;
-    /// Bytes that were copied from another object are written as far as they were there.
+    /// Marks bytes that were copied from another object: as written if they were written there.
     void MarkCopied(size_t nOffset, const CMemObject& source, size_t nSource, size_t nBytes) const;
     /// Bytes from the start of the storage.
     size_t GetOffset() const { return m_nOffset; }
@@ -83,16 +83,16 @@ public:
         cl_map_flags m_nFlags;
         size_t m_nBytes;
     };
-    /// Takes a mapping that starts at pMapped off the record; false if there is none.
+    /// Removes the record of a mapping that starts at pMapped; false if there is none.
     bool RemoveMapping(const void* pMapped, SMapping& mapping);
 
-    /// Called when the object goes, the last one added first, on the thread that drops the last reference.
+    /// Called when the object is destroyed, in reverse order of adding, on the thread that drops the last reference.
     void AddDestructorCallback(MemNotify pNotify, void* pUser);
 
 protected:
     CMemObject(CRef<CContext> pContext, cl_mem_object_type eType, cl_mem_flags nFlags, size_t nSize, void* pHostPtr,
                std::shared_ptr<CStorage> pStorage);
-    /// A part of another object, so many bytes after its first.
+    /// A part of another object, nOffset bytes after its start.
     CMemObject(CRef<CMemObject> pParent, cl_mem_object_type eType, cl_mem_flags nFlags, size_t nSize, size_t nOffset);
     ~CMemObject() override;
 
@@ -116,7 +116,7 @@ private:
     std::vector<SDestructorCallback> m_vDestructorCallbacks;
 };
 
-/// The address and size of the buffer that a number of an origin stands for, as kernels have it; 0 if there is none.
+/// The address, as kernels see it, and size of the buffer that an origin's number stands for; 0 if there is none.
 struct SOriginBuffer
 {
     cl_ulong m_nAddress = 0;
@@ -126,9 +126,9 @@ SOriginBuffer FindOrigin(cl_uint nOrigin, bool b64Bit);
 
 /// Checks the flags of a new object. \return CL_INVALID_VALUE
 cl_int CheckMemFlags(cl_mem_flags nFlags);
-/// Checks that host_ptr is there exactly if the flags ask for one. \return CL_INVALID_HOST_PTR
+/// Checks that host_ptr is given if, and only if, the flags ask for it. \return CL_INVALID_HOST_PTR
 cl_int CheckHostPtr(cl_mem_flags nFlags, const void* pHostPtr);
-/// Checks the flags of a part of an object, and gives them what they take over from it.
+/// Checks the flags of a part of an object, and adds those that it inherits.
 cl_int InheritMemFlags(cl_mem_flags nParent, cl_mem_flags& nFlags);
 
 } // namespace KestrelPlatform::Runtime

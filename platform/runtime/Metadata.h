@@ -6,8 +6,8 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// Hands a value that was stored under a key of the object metadata extension to the destructor
-/// that the key was made with, if it has one and the value isn't null.
+/// Passes a value of the object metadata extension to the destructor of its key, if there is one and the value isn't
+/// null.
 void DestroyMetadataValue(size_t nKey, void* pValue);
 
 } // namespace KestrelPlatform::Runtime

@@ -19,7 +19,7 @@ cl_ulong NextId()
     return s_nNext.fetch_add(1);
 }
 
-/// One part of the registry; split by handle so that threads seldom meet.
+/// One part of the registry, which is split by handle so that threads rarely compete for a lock.
 struct SShard
 {
     std::mutex m_Mutex;

@@ -25,12 +25,12 @@ enum class EObjectKind
     Last
 };
 
-/// What all objects behind a handle share. The handle points at the dispatch table's address, as an
-/// installable client driver's objects must; it is known to the registry of live objects, so that a
-/// handle that was never given out, or whose object has gone, is told apart without touching it.
+/// The base of all objects behind handles. The handle points to the address of the dispatch table, as an installable
+/// client driver requires. A registry knows all live objects, so that an invalid handle, or one whose object is gone,
+/// is detected without touching its memory.
 ///
-/// Two counts: the client's references, which the queries report, and all references together, the
-/// client's among them, which keep the object alive. Both may change on any thread.
+/// There are two counts: the client's references, which queries report, and all references, including the client's,
+/// which keep the object alive. Both may change on any thread.
 class CObject
 {
 public:
@@ -40,27 +40,27 @@ public:
 
     void* GetHandle() { return &m_Icd; }
     EObjectKind GetKind() const { return m_eKind; }
-    /// Never used twice in a process, unlike a handle.
+    /// Unlike a handle, never used twice in a process.
     cl_ulong GetId() const { return m_nId; }
     cl_uint GetClientReferences() const { return m_nClientReferences.load(); }
 
     void AddReference() { m_nReferences.fetch_add(1, std::memory_order_relaxed); }
     void DropReference();
-    /// For the registry: false for an object that is on its way out.
+    /// For the registry: false for an object that is being destroyed.
     bool AddReferenceIfAlive();
 
     void RetainByClient();
-    /// \return false if the client has no reference left to give back
+    /// \return false if the client has no references left
     bool ReleaseByClient();
 
-    /// The object metadata extension: one value a key. The destructor of a key gets the values that
-    /// are replaced, and those that are there when the object goes.
+    /// The object metadata extension: one value for each key. The key's destructor gets values that are replaced, and
+    /// those left when the object is destroyed.
     void SetMetadata(size_t nKey, void* pValue);
     void* GetMetadata(size_t nKey);
 
 protected:
     virtual ~CObject();
-    /// The client has given back its last reference.
+    /// The client has released its last reference.
     virtual void OnLastClientRelease() {}
 
 private:
@@ -80,13 +80,13 @@ private:
     std::map<size_t, void*> m_mapMetadata;
 };
 
-/// A counted reference.
+/// A counting reference.
 template <class T>
 class CRef
 {
 public:
     CRef() = default;
-    /// Takes over a reference that the caller holds.
+    /// Takes ownership of a reference that the caller holds.
     static CRef Adopt(T* pObject)
     {
         CRef ref;
@@ -147,7 +147,7 @@ CRef<T> Lookup(typename T::Handle hObject)
     return CRef<T>::Adopt(static_cast<T*>(pObject.Detach()));
 }
 
-/// Makes an object and enters it in the registry. May throw std::bad_alloc.
+/// Creates an object and adds it to the registry. May throw std::bad_alloc.
 template <class T, class... Args>
 CRef<T> MakeObject(Args&&... args)
 {
@@ -156,7 +156,7 @@ CRef<T> MakeObject(Args&&... args)
     return pObject;
 }
 
-/// Hands an object to the client, with a reference that is the client's from now on.
+/// Gives the client an object's handle and a reference.
 template <class T>
 typename T::Handle GiveToClient(const CRef<T>& pObject)
 {
@@ -164,7 +164,7 @@ typename T::Handle GiveToClient(const CRef<T>& pObject)
     return static_cast<typename T::Handle>(pObject->GetHandle());
 }
 
-/// The handle of an object without a reference, as the queries give it; null for a null reference.
+/// An object's handle without a reference, as queries give it; null for a null reference.
 template <class T>
 typename T::Handle HandleOf(const CRef<T>& pObject)
 {

@@ -140,7 +140,7 @@ void* CL_API_CALL clGetExtensionFunctionAddressForPlatform(cl_platform_id platfo
 
 cl_int CL_API_CALL clUnloadCompiler(void)
 {
-    // Nothing of the compiler stays loaded between builds.
+    // The compiler holds nothing between builds, so there is nothing to unload.
     return ApiCall(__func__, [] { return CL_SUCCESS; });
 }
 

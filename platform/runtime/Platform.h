@@ -10,7 +10,7 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// The one platform, with its three devices. It lives from its first use to the end of the process.
+/// The only platform, with its three devices. It exists from its first use to the end of the process.
 class CPlatform : public CObject
 {
 public:
@@ -23,14 +23,14 @@ public:
 
     const std::vector<CRef<CDevice>>& GetDevices() const { return m_vDevices; }
     cl_platform_id GetId() { return static_cast<cl_platform_id>(GetHandle()); }
-    /// The extensions of the platform, separated by blanks, with those left out that are switched off.
+    /// The platform's extensions, separated by blanks, without those that are switched off.
     static std::string GetExtensions();
 
 private:
     std::vector<CRef<CDevice>> m_vDevices;
 };
 
-/// True for the platform's handle; a null one stands for it too.
+/// True for the platform's handle, and for null, which stands for it too.
 bool IsPlatform(cl_platform_id hPlatform);
 
 } // namespace KestrelPlatform::Runtime

@@ -17,7 +17,7 @@ namespace
 constexpr size_t s_nWordBytes = 4;
 constexpr size_t s_nBufferHeader = 8;
 constexpr size_t s_nRecordWords = 3;
-/// No field is wider, and no number longer: a format can't make the text grow without end.
+/// The maximum for field widths and other numbers of a format, so that the text's size is limited.
 constexpr int s_nWidest = 4096;
 
 /// An argument's type: "i32", "f64x4", "s".
@@ -65,7 +65,7 @@ struct SDirective
     char cConversion = '\0';
 };
 
-/// A number of a format, no larger than the widest field.
+/// Takes a number of a format, limited to the widest field.
 int TakeNumber(std::string_view& text)
 {
     int nNumber = 0;
@@ -77,7 +77,7 @@ int TakeNumber(std::string_view& text)
     return nNumber;
 }
 
-/// Takes a directive, whose "%" is the first character. \return false if it is none
+/// Takes a directive, which begins with "%". \return false if it isn't one
 bool TakeDirective(std::string_view& text, SDirective& directive)
 {
     std::string_view rest = text.substr(1);
@@ -117,7 +117,7 @@ bool TakeDirective(std::string_view& text, SDirective& directive)
     return true;
 }
 
-/// printf of the C library for one value.
+/// Formats one value with the C library's printf.
 template <class T>
 std::string Print(const SDirective& directive, const char* pszLength, T value)
 {
@@ -193,7 +193,7 @@ double AsDouble(unsigned int nBits, uint64_t nValue)
     return value;
 }
 
-/// The value as it is, or narrowed to what the length says.
+/// The value, narrowed if the length modifier says so.
 std::string CRecord::Integer(const SDirective& directive, const SArgumentType& type, uint64_t nValue)
 {
     unsigned int nBits = type.nBits;
@@ -233,7 +233,7 @@ std::string CRecord::Element(const SDirective& directive, const SArgumentType& t
     return std::string(directive.text);
 }
 
-/// The elements with commas between them.
+/// The elements, separated by commas.
 std::string CRecord::Vector(const SDirective& directive, const SArgumentType& type)
 {
     std::string strText;

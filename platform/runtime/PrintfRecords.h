@@ -12,22 +12,22 @@
 namespace KestrelPlatform::Runtime
 {
 
-/// Gives a launch a buffer for what its kernel prints, among the memory that it may reach.
+/// Adds a buffer for the kernel's printf output to the memory of a launch.
 ///
-/// \return null for a kernel that prints nothing, and where there is no room for the buffer
+/// \return null for a kernel without printf, and if there is no room for the buffer
 std::unique_ptr<CStorage> ListenToPrintf(const SCompiledKernel& kernel, SLaunch& launch);
 
 /// Writes what a kernel printed to the process's standard output.
 void PrintRecords(const std::vector<SPrintfFormat>& vFormats, const CStorage& storage);
 
-/// What a launch's kernel has written by printf, as text. Records of one work-group stand in the order in which they
-/// were written, work-groups one after the other; docs/kernel-binary.md tells how the buffer is laid out.
+/// The printf output of a launch's kernel as text. Work-groups come one after the other, and the records of each in the
+/// order in which they were written; docs/kernel-binary.md describes the buffer.
 ///
-/// A directive that doesn't fit its argument, or has none, stands in the text as it is in the format. Records that
-/// make no sense end the text.
+/// A directive without an argument, or with one of the wrong type, is copied from the format unchanged. An invalid
+/// record ends the text.
 ///
-/// \param pBuffer the buffer, nBytes of it, its two words in front of the records included
-/// \return the text, with a line about records that didn't fit if there were any
+/// \param pBuffer the buffer, nBytes long, with the two words before the records
+/// \return the text, with a final line about records that didn't fit if there were any
 std::string FormatRecords(const std::vector<SPrintfFormat>& vFormats, const unsigned char* pBuffer, size_t nBytes);
 
 } // namespace KestrelPlatform::Runtime

@@ -12,10 +12,10 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// What is done for one device of a program: see DeviceBuild.h.
+/// The work for one device of a program; see DeviceBuild.h.
 using DeviceWork = std::function<SDeviceProgram(const SDeviceProgram& before)>;
 
-/// The devices that a build is for: those of the list, or all of the program.
+/// The devices to build for: those of the list, or all of the program's.
 cl_int ReadBuildDevices(const CProgramObject& program, cl_uint nDevices, const cl_device_id* phDevices,
                         std::vector<CRef<CDevice>>& vDevices)
 {
@@ -34,7 +34,7 @@ cl_int ReadBuildDevices(const CProgramObject& program, cl_uint nDevices, const c
     return CL_SUCCESS;
 }
 
-/// Work whose end by an exception is recorded as a failed build.
+/// Does the work; an exception counts as a failed build.
 SDeviceProgram WorkOrFail(const SDeviceProgram& before, const DeviceWork& work)
 {
     try
@@ -51,7 +51,7 @@ SDeviceProgram WorkOrFail(const SDeviceProgram& before, const DeviceWork& work)
     }
 }
 
-/// Builds for each device. The build is done when the call returns, with a callback too.
+/// Builds for each device. The build is finished when the call returns, even if there is a callback.
 bool WorkForAll(CProgramObject& program, const std::vector<CRef<CDevice>>& vDevices, const DeviceWork& work)
 {
     bool bOk = true;
@@ -76,7 +76,7 @@ bool HasImages(const CProgramObject& program, const std::vector<CRef<CDevice>>& 
                        });
 }
 
-/// What a build call and a compile call are given.
+/// The arguments that build and compile calls share.
 struct SBuildCall
 {
     CRef<CProgramObject> m_pProgram;
@@ -86,7 +86,7 @@ struct SBuildCall
     void* m_pUser;
 };
 
-/// \param nFailure what the call gives if the build of a device fails
+/// \param nFailure the call's result if the build for a device fails
 cl_int Work(const SBuildCall& call, const DeviceWork& work, cl_int nFailure)
 {
     std::vector<CRef<CDevice>> vDevices;
@@ -129,7 +129,7 @@ cl_int Build(const SBuildCall& call, const char* pszOptions)
         CL_BUILD_PROGRAM_FAILURE);
 }
 
-/// The texts that a source may include, under their names.
+/// Reads the texts that a source may include, with their names.
 cl_int ReadHeaders(cl_uint nHeaders, const cl_program* phHeaders, const char** ppszNames,
                    std::vector<SSourceHeader>& vHeaders)
 {

@@ -35,7 +35,7 @@ cl_int FindObjects(const std::vector<CRef<CProgramObject>>& vInputs, const CRef<
     return vObjects.empty() || vObjects.size() == vInputs.size() ? CL_SUCCESS : CL_INVALID_OPERATION;
 }
 
-/// Links one device's objects. A module of IL is whole in itself, so that one is all that can be linked.
+/// Links one device's objects. An IL module is complete, so it can only be linked alone.
 SDeviceProgram LinkForDevice(const std::vector<SDeviceProgram>& vObjects, const SBuildOptions& options)
 {
     const CRef<CDevice>& pDevice = vObjects.front().m_pDevice;
@@ -61,7 +61,7 @@ SDeviceProgram LinkForDevice(const std::vector<SDeviceProgram>& vObjects, const 
     return linked;
 }
 
-/// What a link call is given.
+/// The arguments of a link call.
 struct SLinkCall
 {
     cl_context m_hContext;
@@ -176,7 +176,7 @@ cl_program CL_API_CALL clLinkProgram(cl_context context, cl_uint num_devices, co
                                      void(CL_CALLBACK* pfn_notify)(cl_program, void*), void* user_data,
                                      cl_int* errcode_ret)
 {
-    // A link that began gives a program even if it failed: there the log is.
+    // A link that has begun gives a program even if it fails, as the program holds the log.
     cl_program hProgram = nullptr;
     const cl_int nError = ApiCall(__func__,
                                   [&]

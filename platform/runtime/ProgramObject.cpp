@@ -62,7 +62,7 @@ cl_int CheckImage(const unsigned char* pImage, size_t nSize)
     return LooksLikeImage(pImage, nSize) ? CL_SUCCESS : CL_INVALID_BINARY;
 }
 
-/// The list of devices of a program: all in the context, none twice.
+/// Reads the devices of a program: all of the context, without duplicates.
 cl_int ReadProgramDevices(const CContext& context, cl_uint nDevices, const cl_device_id* phDevices,
                           std::vector<CRef<CDevice>>& vDevices)
 {
@@ -371,7 +371,7 @@ cl_program CL_API_CALL clCreateProgramWithBuiltInKernels(cl_context context, cl_
                                      {
                                          return nError;
                                      }
-                                     // No device has a built-in kernel, so any name is a wrong one.
+                                     // No device has built-in kernels, so no name is valid.
                                      return CL_INVALID_VALUE;
                                  });
 }

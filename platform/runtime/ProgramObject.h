@@ -24,7 +24,7 @@ struct SExecutableKernel
 
 using ExecutableKernels = std::vector<std::shared_ptr<const SExecutableKernel>>;
 
-/// What a program has for one of its devices. Replaced as a whole by a build.
+/// The state of a program for one of its devices. A build replaces it as a whole.
 struct SDeviceProgram
 {
     CRef<CDevice> m_pDevice;
@@ -36,14 +36,14 @@ struct SDeviceProgram
     ExecutableKernels m_vKernels;                  ///< of an executable or a compiled object
 };
 
-/// A program: its text or images, and what builds have made of them for each device.
+/// A program: its source or images, and what builds have made of them for each device.
 class CProgramObject : public CObject
 {
 public:
     using Handle = cl_program;
     static constexpr EObjectKind s_eKind = EObjectKind::Program;
 
-    /// \param source none for a program made of images
+    /// \param source none for a program created from images
     CProgramObject(CRef<CContext> pContext, std::optional<std::string> source, std::vector<SDeviceProgram> vDevices)
         : CObject(s_eKind), m_pContext(std::move(pContext)), m_Source(std::move(source)),
           m_vDevices(std::move(vDevices))
@@ -52,20 +52,20 @@ public:
 
     CContext& GetContext() const { return *m_pContext; }
     const std::optional<std::string>& GetSource() const { return m_Source; }
-    /// What there is for each device; a copy, so that a build may go on meanwhile.
+    /// The state for each device; a copy, so that a build may run meanwhile.
     std::vector<SDeviceProgram> GetDevicePrograms() const;
     bool FindDeviceProgram(const CDevice& device, SDeviceProgram& program) const;
     cl_int GetInfo(cl_program_info eInfo, const SInfoQuery& query);
     cl_int GetBuildInfo(const CDevice& device, cl_program_build_info eInfo, const SInfoQuery& query) const;
 
-    /// Takes the program for a build of some of its devices.
+    /// Reserves the program for a build of some of its devices.
     /// \return CL_INVALID_OPERATION if it has kernels or is being built, CL_INVALID_DEVICE for a
-    ///         device that isn't the program's
+    ///         device that isn't one of the program's
     cl_int BeginBuild(const std::vector<CRef<CDevice>>& vDevices);
-    /// Stores what a build has made for a device.
+    /// Stores the result of a build for a device.
     void EndBuild(SDeviceProgram program);
 
-    /// Kernels that hold on to the program, and so forbid a build.
+    /// Counts the kernels that use the program, and so prevent a build.
     void CountKernel(int nChange);
 
 private:
@@ -78,7 +78,7 @@ private:
     int m_nKernels = 0;
 };
 
-/// What OpenCL calls an image of a type.
+/// OpenCL's name for a type of image.
 cl_program_binary_type BinaryType(EImageType eType);
 
 } // namespace KestrelPlatform::Runtime

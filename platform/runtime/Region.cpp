@@ -26,7 +26,7 @@ void FillPattern(unsigned char* pTarget, size_t nBytes, const void* pPattern, si
         return;
     }
     std::memcpy(pTarget, pPattern, nPattern);
-    // What is filled doubles with each pass.
+    // Each pass doubles the filled part.
     for (size_t nFilled = nPattern; nFilled < nBytes;)
     {
         const size_t nPiece = std::min(nFilled, nBytes - nFilled);

@@ -22,7 +22,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// A work-group that has executed this many instructions is taken to be in an endless loop.
+/// A work-group that has executed this many instructions is assumed to be in an endless loop.
 constexpr cl_ulong s_nDefaultInstructionLimit = 4000000000ULL;
 
 constexpr const char* s_switchableExtensions[] = {"cl_ovk_event_callback", "cl_ovk_object_metadata",
@@ -37,17 +37,17 @@ struct SFailure
     bool m_bForever = false;
 };
 
-/// What the environment can set.
+/// The settings that the environment can change.
 struct SValues
 {
     cl_uint m_nBuild = 1800;
     std::set<std::string> m_setExtensions{"cl_ovk_event_callback", "cl_ovk_object_metadata"};
     std::string m_strRefusedOption;
     cl_ulong m_nInstructionLimit = s_nDefaultInstructionLimit;
-    cl_ulong m_nSchedule = 0; ///< the next kernel run's; 0: none is shaken
+    cl_ulong m_nSchedule = 0; ///< the seed for the next kernel run; 0 for none
     std::vector<SFailure> m_vFailures;
     std::shared_ptr<ITraceSink> m_pTrace;
-    std::string m_strNonsense; ///< what is wrong with the settings of the environment; empty if nothing is
+    std::string m_strNonsense; ///< the fault in the environment's settings; empty if there is none
 };
 
 bool IsSwitchable(const std::string& strName)
@@ -62,7 +62,7 @@ bool IsSwitchable(const std::string& strName)
     return false;
 }
 
-/// A number that is the whole text, up to a largest value.
+/// Reads a number that makes up the whole text and is at most nMax.
 bool ReadNumber(const std::string& strText, cl_ulong nMax, cl_ulong& nValue)
 {
     char* pszEnd = nullptr;
@@ -72,7 +72,7 @@ bool ReadNumber(const std::string& strText, cl_ulong nMax, cl_ulong& nValue)
     return bDigit && *pszEnd == '\0' && errno == 0 && nValue <= nMax;
 }
 
-/// What a call may be made to fail by name.
+/// Whether calls of this name can be made to fail.
 bool IsEntryPoint(const std::string& strName)
 {
     static const std::set<std::string> s_names = {
@@ -89,7 +89,7 @@ bool IsEntryPoint(const std::string& strName)
     return strName.empty() || s_names.count(strName) != 0;
 }
 
-/// "ENTRYPOINT:CALL:CODE", with ":forever" after it if wanted; an empty name means any.
+/// "ENTRYPOINT:CALL:CODE", optionally with ":forever"; an empty name means any.
 bool ParseFailure(const std::string& strText, SFailure& failure)
 {
     std::istringstream stream(strText);
@@ -106,7 +106,7 @@ bool ParseFailure(const std::string& strText, SFailure& failure)
            IsEntryPoint(failure.m_strEntryPoint) && (strForever.empty() || failure.m_bForever);
 }
 
-/// \return false for a width that there isn't, or not on this machine
+/// \return false for a width that doesn't exist, or that this machine doesn't have
 bool ChooseVectors(const std::string& strBits)
 {
     struct SWidth
@@ -126,7 +126,7 @@ bool ChooseVectors(const std::string& strBits)
     return false;
 }
 
-/// \return false for what is no setting
+/// \return false for an unknown or wrong setting
 bool ApplySetting(SValues& values, const std::string& strName, const std::string& strValue)
 {
     cl_ulong nBuild = 0;
@@ -177,7 +177,7 @@ bool ApplySetting(SValues& values, const std::string& strName, const std::string
     return false;
 }
 
-/// The text between commas: one entry more than there are commas, some of which may be empty.
+/// Splits a text at its commas; entries may be empty.
 std::vector<std::string> SplitAtCommas(const std::string& strText)
 {
     std::vector<std::string> vParts(1);
@@ -195,7 +195,7 @@ std::vector<std::string> SplitAtCommas(const std::string& strText)
     return vParts;
 }
 
-/// A setting as a complaint shows it: control characters and what isn't ASCII would command the terminal.
+/// A setting as an error message shows it, without characters that could control the terminal.
 std::string Show(const std::string& strSetting)
 {
     std::string strShown = "\"";
@@ -211,7 +211,7 @@ std::string Show(const std::string& strSetting)
     return strShown + "\"";
 }
 
-/// What may be set once: an extension, the same failure, or else anything of a name.
+/// What a setting is about, as it may be set only once: an extension, a failure, or the setting's name.
 std::string GetSubject(const std::string& strSetting)
 {
     const size_t nEquals = std::min(strSetting.find('='), strSetting.size());
@@ -223,7 +223,7 @@ std::string GetSubject(const std::string& strSetting)
     return strName == "fail" ? strSetting : strName;
 }
 
-/// A setting that isn't understood would test nothing: the platform says so, and has no devices to offer.
+/// A setting with a fault would silently test nothing. So the platform reports it, and offers no devices.
 SValues ReadEnvironment()
 {
     SValues values;
@@ -253,7 +253,7 @@ struct SSettings
 {
     std::mutex m_Mutex;
     SValues m_Values = ReadEnvironment();
-    /// Lets a call without ordered failures pass without the lock.
+    /// Lets calls skip the lock if no failures are ordered.
     std::atomic<bool> m_bFailuresOrdered{!m_Values.m_vFailures.empty()};
     std::atomic<cl_ulong> m_nCalls{0};
 };
@@ -264,7 +264,7 @@ SSettings& Settings()
     return s_settings;
 }
 
-/// Runs an access under the lock.
+/// Accesses the values under the lock.
 template <class F>
 auto WithValues(F&& access)
 {

@@ -18,10 +18,10 @@ namespace KestrelPlatform::Runtime
 /// The settings of the software platform. They start from the environment variable KESTREL_PLATFORM
 /// (docs/platform.md) and change through KestrelPlatform.h. All functions may be called on any thread.
 
-/// All settings as they were at load. The failures that are still to come are dropped.
+/// Restores all settings to what they were at load, and drops failures that are still to come.
 void ResetSettings();
 
-/// What is wrong with the environment variable; empty if nothing is. The platform offers nothing then.
+/// The fault in the environment variable; empty if there is none. With a fault the platform offers nothing.
 std::string GetNonsense();
 
 cl_uint GetBuildNumber();
@@ -32,14 +32,14 @@ void SetExtensionEnabled(const char* pszName, bool bEnabled);
 /// The switched extensions that are on, each followed by a blank.
 std::string GetEnabledExtensions();
 
-/// True if these build options are to be refused.
+/// True if these build options are to be rejected.
 bool IsBuildOptionRefused(const std::string& strOptions);
 void SetRefusedBuildOption(const char* pszText);
 
 cl_ulong GetInstructionLimit();
 void SetInstructionLimit(cl_ulong nInstructions);
 
-/// The seed of a kernel run's schedule, another one each time; 0 where none is set.
+/// The seed of a kernel run's schedule, a new one for each run; 0 if none is set.
 cl_ulong TakeSchedule();
 void SetSchedule(cl_ulong nSeed);
 
@@ -51,7 +51,7 @@ void SetFailure(const char* pszEntryPoint, cl_ulong nCall, cl_int nCode, bool bF
 void ClearFailures();
 cl_ulong GetCallCount();
 /// Counts a call of an entry point.
-/// \return the code that this call is to give instead of doing its work, or CL_SUCCESS
+/// \return the code with which this call has to fail, or CL_SUCCESS
 cl_int CountCall(const char* pszEntryPoint);
 
 } // namespace KestrelPlatform::Runtime

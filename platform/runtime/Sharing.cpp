@@ -7,7 +7,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// No context is made from a GL context, which is the code that the sharing calls have for that.
+/// No context can be made from a GL context, and the sharing calls have a code for that.
 cl_mem RefuseToCreate(const char* pszEntryPoint, cl_int* pnError)
 {
     return ApiCreate<cl_mem>(pszEntryPoint, pnError, [](cl_mem&) { return CL_INVALID_CONTEXT; });

@@ -6,7 +6,7 @@ namespace KestrelPlatform::Runtime
 namespace
 {
 
-/// A queue runs its commands in order, so a marker and a barrier have no more to do than to end.
+/// A queue runs its commands in order, so markers and barriers have nothing to do.
 cl_int SubmitSync(CEnqueue& enqueue, cl_command_type eType)
 {
     return enqueue.Submit(eType, false, [] { return CL_SUCCESS; });
