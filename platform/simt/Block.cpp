@@ -98,8 +98,8 @@ void CBlock::RunSteady()
     m_bSteady = true;
 }
 
-/// A mask that is full from one granule to another takes the way without a mask: so does the half of a group that a
-/// reduction goes on with.
+/// If all lanes between two granules are active, the operations run without a mask. This also helps the half of a group
+/// that a reduction continues with.
 void CBlock::SetMask(const SLaneSpan& span)
 {
     m_nActive = span.nActive;
@@ -180,7 +180,7 @@ void CBlock::OtherBranch(const SMicroOp& step)
     SetMask(m_Lanes.pfSwap(branch.span, Row(s_nMaskRow), Row(step.rows.d[0])));
 }
 
-/// If nobody has left meanwhile, the mask is what it was before.
+/// If no work-item has left meanwhile, the mask is the one from before the branch.
 void CBlock::CloseBranch(const SMicroOp& step)
 {
     const SBranch& branch = m_vBranches[step.rows.d[0]];
@@ -194,14 +194,14 @@ void CBlock::CloseBranch(const SMicroOp& step)
     SetMask(bAll ? branch.span : m_Lanes.pfSpan(pMask, branch.span.nBegin, branch.span.nEnd));
 }
 
-/// What the first work-item has stands for all.
+/// The condition is uniform, so the first work-item's value holds for all.
 bool CBlock::HoldsForAll(const SMicroOp& step) const
 {
     return (Row(step.rows.s[0])[0] != 0) != ((step.nFlags & s_nFlagInvert) != 0);
 }
 
-/// An if that takes all work-items or none leaves their mask as it is. Where none is left it goes on at the other part
-/// or at the end.
+/// A uniform if takes all work-items or none, so their mask doesn't change. With none left, execution continues at the
+/// other part or at the end.
 void CBlock::OpenWhole(const SMicroOp& step)
 {
     SBranch& branch = m_vBranches[step.rows.d[0]];
@@ -211,7 +211,7 @@ void CBlock::OpenWhole(const SMicroOp& step)
     m_nActive = branch.bTaken ? m_nActive : 0;
 }
 
-/// From the first part come those who haven't left meanwhile.
+/// The work-items that come out of the first part are those that haven't left meanwhile.
 void CBlock::OtherWhole(const SMicroOp& step)
 {
     SBranch& branch = m_vBranches[step.rows.d[0]];
@@ -230,7 +230,7 @@ void CBlock::OtherWhole(const SMicroOp& step)
 void CBlock::CloseWhole(const SMicroOp& step)
 {
     SBranch& branch = m_vBranches[step.rows.d[0]];
-    // Nothing has run since where the span was taken.
+    // Neither part has run since the span was saved.
     if (branch.bTaken == branch.bOther)
     {
         SetMask(branch.span);
@@ -321,7 +321,7 @@ void CBlock::Switch(const SMicroOp& step)
     m_nStep = step.nTarget;
 }
 
-/// Takes those whose selector no case names, the cases after the default included.
+/// Takes the work-items whose selector matches no case, before or after the default.
 void CBlock::Default(const SMicroOp& step)
 {
     uint32_t* const pMask = Row(s_nMaskRow);
@@ -379,8 +379,8 @@ void CBlock::Call(const SMicroOp& step)
     }
 }
 
-/// A group within this block needs no waiting: its work-items are all here. Those that aren't
-/// active don't reach the barrier.
+/// If the group is within this block, all its work-items are here and nothing has to wait. Work-items
+/// that aren't active don't reach the barrier.
 CBlock::EState CBlock::Barrier(const SMicroOp& step)
 {
     m_nBarrier = step.nInstruction;
@@ -432,7 +432,7 @@ void CBlock::Outside(const SMicroOp& step)
     }
 }
 
-/// Runs the lane operations that begin at a step, up to a slow one. \return the step after them
+/// Runs the lane operations from a step up to a slow one. \return the step after them
 uint32_t CBlock::RunLanes(uint32_t nStep) const
 {
     const PFLaneOp* const pFast = m_Lanes.pFast;
@@ -460,7 +460,7 @@ uint32_t CBlock::RunLanes(uint32_t nStep) const
     return static_cast<uint32_t>(pStep - pSteps);
 }
 
-/// The same for a recorder that is told of each.
+/// The same for a recorder that sees each step.
 uint32_t CBlock::RunSeenLanes(uint32_t nStep) const
 {
     for (;; ++nStep)

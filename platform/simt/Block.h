@@ -18,15 +18,15 @@ class CFindings;
 class IBlockRecorder;
 struct SImageView;
 
-/// What all blocks of one launch share. Read-only while it runs, but for the faults and the stop flag.
+/// State that all blocks of one launch share. Read-only while it runs, except for the faults and the stop flag.
 struct SLaunchContext
 {
     SLaunchContext(const SLaunch& launchIn, const SCode& codeIn);
 
     void CountBadAccess(const SBadAccess& access);
-    /// \param nWorkItem  the first of the group that didn't reach it
+    /// \param nWorkItem  the first one of the group that didn't reach it
     void CountUnreachedBarrier(uint32_t nInstruction, uint64_t nWorkItem);
-    /// Makes all blocks stop. \param bByBreak  from outside, and not at the limit of instructions
+    /// Stops all blocks. \param bByBreak  from outside, rather than by the limit of instructions
     void Stop(bool bByBreak, uint32_t nInstruction, uint64_t nWorkItem);
     bool IsBreakAsked() const { return launch.pBreak && launch.pBreak->load(std::memory_order_relaxed); }
 
@@ -39,7 +39,7 @@ struct SLaunchContext
     uint32_t nGroupsPerBlock = 1;                ///< small groups share a block
     uint32_t nBlocksPerGroup = 1;                ///< large groups take several
     uint32_t nLocalBytes = 0;                    ///< of one group, declared and dynamic
-    uint32_t nDynamicStart = 0;                  ///< first local address after what is declared
+    uint32_t nDynamicStart = 0;                  ///< first local address after the declared areas
     std::vector<std::vector<uint32_t>> vBuffers; ///< words, by index in code.vBuffers
     std::vector<SImageBinding> vResources;       ///< by index in code.vResources
     std::vector<SImageBinding> vUavs;
@@ -55,23 +55,23 @@ struct SLaunchContext
     SBadAccess firstBadAccess;
     uint64_t nUnreachedBarriers = 0;
     /// Linear index of a work-item in the dispatch, without the offset.
-    /// \param nIndex  in its group, both linear
+    /// \param nIndex  the work-item's linear index in its group
     uint64_t FindWorkItem(uint64_t nGroup, uint32_t nIndex) const;
 
-    /// Tells where work-items are that a stop has met. nWorkItem and passes are those of one block.
+    /// Notes where work-items were when they were stopped. nWorkItem and passes are those of one block.
     void AddPlace(const SPlatformPlace& told);
 
-    std::atomic<uint64_t> nEnded{0};     ///< work-items of jobs that have run to their end
-    std::vector<SPlatformPlace> vPlaces; ///< under faultMutex; its room is made before the launch
+    std::atomic<uint64_t> nEnded{0};     ///< work-items of finished jobs
+    std::vector<SPlatformPlace> vPlaces; ///< under faultMutex; reserved before the launch
     CFindings* pFindings = nullptr;      ///< also takes faults; null for none
-    std::vector<SFaultRecord> vFaults;   ///< by work-item and instruction; its room is made before the launch
+    std::vector<SFaultRecord> vFaults;   ///< by work-item and instruction; reserved before the launch
 
 private:
     void KeepFault(const SFaultRecord& fault);
 };
 
-/// Up to s_nLanes work-items that execute together: their registers, mask and position. A block
-/// can stop at a barrier and go on later; nothing of its state lives on the thread's stack.
+/// Up to s_nLanes work-items that execute together: their registers, mask and position. A block can stop at a barrier
+/// and continue later, since none of its state is on the thread's stack.
 class CBlock
 {
 public:
@@ -80,48 +80,48 @@ public:
         Running,
         AtBarrier,
         Done,
-        Stopped ///< the instruction limit, or from outside
+        Stopped ///< at the instruction limit, or from outside
     };
 
-    /// Allocates and fills what stays the same for the whole launch. Throws std::bad_alloc.
-    /// \param nPart which part of a group this block takes, if a group takes several
-    /// \param pLocal the group's local memory, pending what its thread holds back: both are shared by its blocks
+    /// Allocates the rows, and fills those that are constant throughout the launch. Throws std::bad_alloc.
+    /// \param nPart which part of a group this block takes, if a group takes several blocks
+    /// \param pLocal the group's local memory, pending its thread's held-back additions; the group's blocks share both
     CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal, CPendingAdds& pending);
 
-    /// Makes the block ready for groups nFirstGroup and, if several fit, the following ones.
+    /// Prepares the block for group nFirstGroup and, if several fit, the groups after it.
     void Start(uint64_t nFirstGroup, IBlockRecorder* pTrace);
     /// Runs to the end, to a barrier that other blocks must reach too, or to the limit.
     EState Run();
 
-    /// Where its work-items are, of which Run has last given a state; Running if it hasn't been called.
+    /// Notes where its work-items are. eState is the last result of Run, or Running if that wasn't called yet.
     void TellPlaces(EState eState) const;
 
     uint32_t GetActive() const { return m_nActive; }
     uint32_t GetLive() const { return m_nLive; }
     /// Linear index of a lane's work-item in the dispatch, without the offset.
     uint64_t GetWorkItem(uint32_t nLane) const;
-    /// Linear index of it in its group, and that of the group.
+    /// The work-item's linear index in its group, and the group's linear index.
     uint32_t LocalIndexOfLane(uint32_t nLane) const;
     uint64_t GetGroup(uint32_t nLane) const;
     int64_t LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const;
     const uint32_t* Row(uint32_t nRow) const { return m_pRows[nRow].w; }
     const uint32_t* Mask() const { return m_pRows[s_nMaskRow].w; }
-    /// The barrier that the block has come to last.
+    /// The latest barrier that the block has reached.
     uint32_t GetBarrier() const { return m_nBarrier; }
-    /// The first work-item that isn't active; bDone tells that none is.
+    /// The first work-item that isn't active; with bDone none is.
     uint64_t GetFirstMissing(bool bDone) const;
     bool IsActive(uint32_t nLane) const { return m_pRows[s_nMaskRow].w[nLane] != 0; }
     /// The 32-bit word at a byte address of private memory; 0 past the end.
     uint32_t PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uint32_t nLane) const;
     SLaunchContext& GetContext() { return m_Context; }
     const SLaunchContext& GetContext() const { return m_Context; }
-    /// No lane outside of these is active.
+    /// All active lanes are between these two.
     uint32_t GetFirstLane() const { return m_nBegin; }
     uint32_t GetEndLane() const { return m_nLast; }
-    /// The addresses of an access that is about to run, of lanes nBegin to nEnd.
+    /// The addresses of an access that is about to run, for lanes nBegin to nEnd.
     void FillAddresses(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t* pAddresses) const;
-    /// Whether each of these lanes' addresses lies as far from the one before as the next from it; the first and the
-    /// last then. All of them must be active.
+    /// Whether the addresses of these lanes are evenly spaced; if so, gives the first and the last. All of these lanes
+    /// must be active.
     bool IsEven(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t& nFirst, uint64_t& nLast) const;
 
 private:
@@ -130,14 +130,14 @@ private:
         void operator()(void* p) const;
     };
 
-    /// Addresses of the active lanes. The first byte of all is at nLow; with a sequence each lane's follow the one's
-    /// before it.
+    /// Addresses of the active lanes; the lowest is nLow. With bSequence each lane's element directly follows the
+    /// previous lane's.
     struct SOffsets
     {
         const uint32_t* pAddresses = nullptr;
         uint32_t nLow = 0;
-        uint32_t nHigh = 0;  ///< the highest one's place lies nHigh - nLow bytes after the lowest one's
-        uint32_t nScale = 1; ///< bytes that a difference of 1 means
+        uint32_t nHigh = 0;  ///< the highest address is nHigh - nLow units above the lowest
+        uint32_t nScale = 1; ///< bytes in a unit
         bool bSequence = false;
     };
 
@@ -151,20 +151,20 @@ private:
     void GroupOfLane(uint32_t nLane, uint64_t* pGroup) const;
     void LocalIdOfLane(uint32_t nLane, uint32_t* pId) const;
 
-    /// What an open if, or a call with a condition, will go back to.
+    /// The state before an open if, or before a conditional call.
     struct SBranch
     {
         SLaneSpan span;       ///< before it
         uint32_t nRest = 0;   ///< lanes in its row
-        bool bTaken = false;  ///< all of an if that takes all or none went into its first part
-        bool bOther = false;  ///< its other part has begun, or been passed
-        uint64_t nPasses = 0; ///< of a loop, in place of all these, since it was entered last
+        bool bTaken = false;  ///< uniform if: its first part was taken
+        bool bOther = false;  ///< its other part has begun, or was skipped
+        uint64_t nPasses = 0; ///< loop (uses nothing else): passes since it was last entered
     };
 
     void ClearRow(uint32_t nRow) { m_Lanes.pfFill(Row(nRow), 0, 0, s_nLanes); }
     SLaneSpan Span() const { return {m_nActive, m_nBegin, m_nEnd}; }
     void SetMask(const SLaneSpan& span);
-    /// Goes on after the step, or at its target if no work-item is left.
+    /// Continues after the step, or at its target if no work-item is left.
     void GoOn(const SMicroOp& step);
     bool Limit(const SMicroOp& step);
     uint32_t RunLanes(uint32_t nStep) const;
@@ -188,7 +188,7 @@ private:
     void Outside(const SMicroOp& step);
 
     // Memory, in BlockMemory.cpp
-    /// \param nBytes  0 if the memory hasn't got bytes
+    // \param nBytes  0 if the memory isn't counted in bytes
     void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory,
                   uint32_t nBytes = 0, bool bReadOnly = false);
     void RecordAccess(const SMicroOp& step, const SAccess& access);
@@ -211,7 +211,7 @@ private:
     void MoveWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
     void MoveNarrow(const SAccess& access, unsigned char* pBase, const SOffsets& offsets);
     void MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, unsigned char* pData);
-    /// Finds out how the active lanes' 32-bit addresses lie to each other.
+    /// Finds the range and spacing of the active lanes' 32-bit addresses.
     SOffsets Offsets(const uint32_t* pAddresses, uint32_t nStride) const;
     bool IsSame(const uint32_t* pValues) const;
     const SMemoryRange* FindMemory(uint64_t nAddress);
@@ -252,7 +252,7 @@ private:
     SLaneRow* m_pRows = nullptr;
     SLaneRow m_nLocalIds[4]; ///< x, y, z and the linear id in group
     uint64_t m_nFirstGroup = 0;
-    bool m_bSteady = false; ///< the results of the steady steps are there
+    bool m_bSteady = false; ///< the results of the steady steps are valid
     uint32_t m_nLive = 0;   ///< lanes in use, from 0
     uint32_t m_nBarrier = 0;
     uint32_t m_nLiveEnd = 0;
@@ -260,20 +260,20 @@ private:
     const uint32_t* m_pMask = nullptr; ///< null while all lanes from m_nBegin to m_nLast are active
     uint32_t m_nBegin = 0;             ///< lanes outside of these two aren't active; multiples of s_nGranule
     uint32_t m_nEnd = 0;
-    uint32_t m_nLast = 0; ///< m_nEnd, or the end of the lanes in use if that comes first
+    uint32_t m_nLast = 0; ///< m_nEnd or the end of the lanes in use, whichever comes first
     uint32_t m_nStep = 0;
     uint64_t m_nExecuted = 0;
     const SMicroOp* m_pStoppedAt = nullptr;
     std::vector<uint32_t> m_vReturns;    ///< by body: step after its call
-    std::vector<SBranch> m_vBranches;    ///< by the row that keeps the lanes of the other part
+    std::vector<SBranch> m_vBranches;    ///< by the row that holds the lanes of the other part
     std::vector<uint32_t> m_vLocalShift; ///< by lane: where its group's local memory begins
-    SOffsets m_Index;                    ///< how the indices of the last scaled access lie
-    uint64_t m_nScaledBy = s_nNotScaled; ///< with what m_Scaled holds them multiplied
-    SLaneRow m_Scaled;                   ///< how far the addresses of a scaled access lie after the lowest
+    SOffsets m_Index;                    ///< of the last scaled access's indices
+    uint64_t m_nScaledBy = s_nNotScaled; ///< the scale with which m_Scaled was computed
+    SLaneRow m_Scaled;                   ///< offsets of a scaled access's addresses from the lowest
     SLaneRow m_Shifted;                  ///< local addresses of lanes of several groups
     size_t m_nLastRange = 0;
     IBlockRecorder* m_pTrace = nullptr;
-    bool m_bSeen = false; ///< it is told of each step
+    bool m_bSeen = false; ///< a recorder sees each step
 };
 
 } // namespace KestrelPlatform

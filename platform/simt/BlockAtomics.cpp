@@ -31,8 +31,8 @@ struct STypes<uint64_t>
     typedef double Floating;
 };
 
-/// The new value of a memory element that holds nOld. For the comparing forms a is what is
-/// compared with and b the new value; for mskor a is the mask and b the bits.
+/// The new value of a memory element that holds nOld. In comparing forms, a is compared with and b is the new value; in
+/// mskor, a is the mask and b the bits.
 template <class T>
 T Apply(EAtomic eAtomic, T nOld, T a, T b)
 {
@@ -120,7 +120,7 @@ T UpdateOwn(EAtomic eAtomic, unsigned char* pData, T a, T b)
     return nOld;
 }
 
-/// Adds to words that stand one after the other.
+/// Adds to consecutive words.
 void AddSequence(const uint32_t* pValues, unsigned char* pData, uint32_t nCount)
 {
     typedef uint32_t Word __attribute__((aligned(1), may_alias));
@@ -145,7 +145,7 @@ void CBlock::GlobalAtomic(const SAccess& access, uint32_t nLane, unsigned char* 
     }
 }
 
-/// Local memory belongs to one thread at a time.
+/// No lock is needed: local memory belongs to one thread at a time.
 void CBlock::LocalAtomic(const SAccess& access, uint32_t nLane, unsigned char* pData)
 {
     const uint32_t a = Row(access.nValueRows[0])[nLane];
@@ -172,7 +172,7 @@ void CBlock::LocalAtomic(const SAccess& access, uint32_t nLane, unsigned char* p
     }
 }
 
-/// All active lanes' 32-bit elements, in the order of the lanes; all are aligned and inside memory.
+/// All active lanes' 32-bit elements, in lane order. All are aligned and within memory.
 void CBlock::AtomicWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets)
 {
     const bool bShared = access.eSpace == SAccess::Global;
@@ -211,8 +211,8 @@ void CBlock::AtomicWords(const SAccess& access, unsigned char* pBase, const SOff
     }
 }
 
-/// Additions to global memory whose old value nobody asks for. Words that lie close together are held back; for others
-/// nobody sees whether 0 was added, and an access that locks the bus is dear.
+/// Adds to global memory where the old values aren't needed. Additions to words that are close together are held back.
+/// For others, adding 0 is skipped: it has no visible effect, and an atomic access is expensive.
 void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
 {
     if (unsigned char* const pSums = m_Pending.Hold(pBase, pBase + (offsets.nHigh - offsets.nLow)))
@@ -232,7 +232,7 @@ void CBlock::AddShared(const uint32_t* pValues, unsigned char* pBase, const SOff
     }
 }
 
-/// The same in memory that belongs to one thread at a time.
+/// The same for memory that belongs to one thread at a time.
 void CBlock::AddOwn(const uint32_t* pValues, unsigned char* pBase, const SOffsets& offsets)
 {
     if (offsets.bSequence)
@@ -241,12 +241,12 @@ void CBlock::AddOwn(const uint32_t* pValues, unsigned char* pBase, const SOffset
         return;
     }
     const uint32_t* const pMask = Row(s_nMaskRow);
-    // Copies, which the stores can't change: the loop would read them again for each lane.
+    // Copies, so that the compiler knows that the stores don't change them and needn't reload them for each lane.
     const SOffsets own = offsets;
     const uint32_t nLast = m_nLast;
     for (uint32_t n = m_nBegin; n < nLast; ++n)
     {
-        // A lane that isn't active adds nothing to the lowest of the others' words.
+        // A lane that isn't active adds 0 to the lowest word of the active ones.
         unsigned char* const pData = pBase + ((own.pAddresses[n] - own.nLow) & pMask[n]);
         uint32_t nWord = 0;
         std::memcpy(&nWord, pData, sizeof nWord);

@@ -4,7 +4,7 @@
 namespace KestrelPlatform
 {
 
-/// Position in its group of the work-item in a lane.
+/// Linear index in its group of a lane's work-item.
 uint32_t CBlock::LocalIndexOfLane(uint32_t nLane) const
 {
     return m_Context.nGroupsPerBlock > 1 ? nLane % m_Context.nGroupSize : m_nPart * s_nLanes + nLane;
@@ -72,8 +72,8 @@ void CBlock::FillLocalIds()
     }
 }
 
-/// The ids that a group adds to its work-items' own. The offset is no part of an id: a kernel adds
-/// element 6 of constant buffer 0.
+/// Adds the group's ids to those of its work-items. The global offset isn't part of an id: kernels add element 6 of
+/// constant buffer 0.
 void CBlock::FillGroupIds()
 {
     const SLaunch& launch = m_Context.launch;

@@ -25,7 +25,7 @@ STexel InfoOf(const SImageBinding& binding)
 
 } // namespace
 
-/// What sample and gather give a lane.
+/// The result of sample or gather for a lane.
 STexel CBlock::Sampled(const SImageAccess& image, const SImageView& view, uint32_t nLane)
 {
     SSampling sampling;
@@ -118,7 +118,7 @@ void CBlock::Image(const SMicroOp& step, const SImageAccess& image)
 {
     const SImageBinding& binding =
         IsUavOperation(image.eOperation) ? m_Context.vUavs[image.nBinding] : m_Context.vResources[image.nBinding];
-    // A typed buffer that no image stands behind is flat memory, like every other UAV.
+    // A typed buffer without an image is flat memory, like every other UAV.
     if (image.nFlatAccesses > 0 && binding.nType == 0)
     {
         for (uint32_t n = 0; n < image.nFlatAccesses; ++n)

@@ -29,7 +29,7 @@ void LoadElements(uint32_t* pLanes, const unsigned char* pData, uint32_t nCount)
     {
         T element = 0;
         std::memcpy(&element, pData + n * sizeof element, sizeof element);
-        // Signed elements are extended by their sign.
+        // Signed elements are sign-extended.
         pLanes[n] = static_cast<uint32_t>(int32_t{element});
     }
 }
@@ -44,7 +44,7 @@ void StoreElements(const uint32_t* pLanes, unsigned char* pData, uint32_t nCount
     }
 }
 
-/// Bytes or halves of words that stand one after the other.
+/// Moves consecutive bytes or half-words.
 void MoveNarrowSequence(const SAccess& access, uint32_t* pLanes, unsigned char* pData, uint32_t nCount)
 {
     const bool bByte = access.nElementBytes == 1;
@@ -62,8 +62,8 @@ void MoveNarrowSequence(const SAccess& access, uint32_t* pLanes, unsigned char* 
     }
 }
 
-/// Asks for what lies after a piece of memory: the next group of a thread goes on there, but so long after this one
-/// that the processor doesn't see it come. No address can be wrong for it.
+/// Prefetches the memory after a piece: the thread's next group continues there, but too much later for the hardware
+/// prefetcher to notice. A prefetch of an invalid address does no harm.
 void PrefetchBehind(const unsigned char* pData, uint32_t nBytes)
 {
     const uintptr_t nNext = reinterpret_cast<uintptr_t>(pData) + nBytes;
@@ -90,7 +90,7 @@ uint64_t CBlock::Address(const SAccess& access, uint32_t nLane) const
 namespace
 {
 
-/// A 32-bit index as the signed or unsigned number that it is.
+/// A 32-bit index, read as a signed or unsigned number.
 int64_t IndexOf(uint32_t nIndex, bool bSigned)
 {
     return bSigned ? int64_t{static_cast<int32_t>(nIndex)} : int64_t{nIndex};
@@ -130,7 +130,7 @@ bool CBlock::IsEven(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint6
     const uint32_t* const pRow = Row(access.bScaled ? access.nIndexRow : access.nAddressRows[0]);
     const bool bSigned = access.bScaled && access.bIndexSigned;
     const uint32_t nStride = nEnd - nBegin > 1 ? pRow[nBegin + 1] - pRow[nBegin] : 0;
-    // A sequence that leaves the range of its numbers under way isn't one of addresses.
+    // A sequence that wraps around its number range isn't a sequence of addresses.
     const int64_t nAll = int64_t{static_cast<int32_t>(nStride)} * (nEnd - nBegin - 1);
     if (IndexOf(pRow[nEnd - 1], bSigned) - IndexOf(pRow[nBegin], bSigned) != nAll ||
         !m_Lanes.pfIsSequence(pRow, nBegin, nEnd, nStride))
@@ -147,7 +147,7 @@ bool CBlock::IsEven(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint6
     return true;
 }
 
-/// The range that holds the address, or null. The last one found is tried first.
+/// The range that contains the address, or null. Tries the last result first.
 const SMemoryRange* CBlock::FindMemory(uint64_t nAddress)
 {
     const std::vector<SMemoryRange>& vMemory = m_Context.launch.vMemory;
@@ -226,7 +226,7 @@ CBlock::SOffsets CBlock::Offsets(const uint32_t* pAddresses, uint32_t nStride) c
     return offsets;
 }
 
-/// The words of all lanes stand one after the other in memory.
+/// The words of all lanes are consecutive in memory.
 void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
 {
     const bool bLoad = access.eOperation == SAccess::Load;
@@ -264,9 +264,9 @@ void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
     }
 }
 
-/// Puts the words of several rows into global memory in one copy. Of a copy as large as that many processors know that
-/// they needn't fetch what it overwrites, often from another core, which they do for every single store. So nothing
-/// after it is asked for either.
+/// Stores the words of several rows to global memory in one copy. For a copy of this size, many processors skip
+/// fetching the cache lines that it overwrites, which single stores always do, often from another core. For the same
+/// reason the memory after it isn't prefetched.
 void CBlock::StoreTogether(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pMemory, uint32_t nBytes)
 {
     alignas(64) unsigned char buffer[s_nLanes * sizeof(uint32_t) * 4];
@@ -274,7 +274,7 @@ void CBlock::StoreTogether(const uint32_t* const* ppRows, uint32_t nRows, unsign
     std::memcpy(pMemory, buffer, nBytes);
 }
 
-/// Consecutive words of all active lanes, all inside memory; the lowest address stands for pBase.
+/// Moves consecutive words of all active lanes, all within memory; pBase corresponds to the lowest address.
 void CBlock::MoveWords(const SAccess& access, unsigned char* pBase, const SOffsets& offsets)
 {
     const bool bLoad = access.eOperation == SAccess::Load;
@@ -318,7 +318,7 @@ void CBlock::MoveNarrow(const SAccess& access, unsigned char* pBase, const SOffs
     }
 }
 
-/// One element of one lane, at memory that is there.
+/// Moves one element of one lane; its memory is known to exist.
 void CBlock::MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, unsigned char* pData)
 {
     uint32_t& nValue = Row(access.nRows[nElement])[nLane];
@@ -345,12 +345,12 @@ void CBlock::MoveLane(const SAccess& access, uint32_t nLane, uint32_t nElement, 
     }
 }
 
-/// Lane by lane, for an access that isn't wholly inside one memory object.
+/// Handles one lane of an access that isn't entirely within one memory object.
 void CBlock::GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nLane)
 {
     const bool bAtomic = access.eOperation == SAccess::Atomic;
     const bool bLoad = access.eOperation == SAccess::Load;
-    // Atomics work on whole elements: the low bits of an address don't count.
+    // Atomics work on whole elements, so the low bits of an address are ignored.
     const uint64_t nIgnored = bAtomic ? access.nElementBytes - 1 : 0;
     const uint64_t nAddress = Address(access, nLane) & ~nIgnored;
     const uint32_t nElements = bAtomic ? 1 : access.nWords;
@@ -394,7 +394,7 @@ void CBlock::GlobalLane(const SMicroOp& step, const SAccess& access, uint32_t nL
     }
 }
 
-/// Where the lowest of the lanes' elements lies, if all of them are inside one memory object; null otherwise.
+/// The memory at the lowest address, if all lanes' elements are within one memory object; else null.
 unsigned char* CBlock::GlobalMemory(const SAccess& access, SOffsets& offsets)
 {
     offsets = Offsets(Row(access.nAddressRows[0]), LaneBytes(access));
@@ -416,7 +416,7 @@ unsigned char* CBlock::GlobalMemory(const SAccess& access, SOffsets& offsets)
     return MemoryOf(access, nBase + offsets.nLow, offsets.nHigh - offsets.nLow);
 }
 
-/// The memory at nLow, if all of the access is inside one object of which the highest address is nSpread further.
+/// The memory at nLow, if an object contains the whole access, whose highest address is nLow + nSpread.
 unsigned char* CBlock::MemoryOf(const SAccess& access, uint64_t nLow, uint64_t nSpread)
 {
     const SMemoryRange* const pRange = FindMemory(nLow);
@@ -429,7 +429,7 @@ unsigned char* CBlock::MemoryOf(const SAccess& access, uint64_t nLow, uint64_t n
     return nBehind >= nTotal && nSpread <= nBehind - nTotal ? pRange->pData + (nLow - pRange->nAddress) : nullptr;
 }
 
-/// As GlobalMemory, of a scaled access.
+/// Like GlobalMemory, for a scaled access.
 unsigned char* CBlock::ScaledMemory(const SAccess& access, SOffsets& offsets)
 {
     const uint32_t* const pIndices = Row(access.nIndexRow);
@@ -442,7 +442,7 @@ unsigned char* CBlock::ScaledMemory(const SAccess& access, SOffsets& offsets)
         m_nScaledBy = s_nNotScaled;
     }
     offsets = m_Index;
-    // What is below 0, or no multiple of an atomic's size, goes the way of whole addresses.
+    // Negative offsets, and offsets that aren't a multiple of an atomic's size, need whole addresses.
     if ((access.bIndexSigned && (offsets.nHigh | nScale) > 0x7FFFFFFFu) || (bAtomic && nScale % nTotal != 0))
     {
         return nullptr;
@@ -476,7 +476,7 @@ unsigned char* CBlock::ScaledMemory(const SAccess& access, SOffsets& offsets)
     return pBase;
 }
 
-/// Works the addresses of a scaled access out as the step would have done that it stands for.
+/// Computes the addresses of a scaled access, like the step that it replaces.
 void CBlock::FindAddresses(const SAccess& access)
 {
     SLaneRows rows;
@@ -533,7 +533,7 @@ void CBlock::GlobalAccess(const SMicroOp& step, const SAccess& access)
     }
 }
 
-/// One element a word for all work-items. \return false if it isn't inside memory
+/// Loads one element into each word, for all work-items at once. \return false if it isn't within memory
 bool CBlock::UniformLoad(const SAccess& access)
 {
     const uint64_t nHigh = access.b64BitAddress ? Row(access.nAddressRows[1])[0] : 0;
@@ -570,7 +570,7 @@ bool CBlock::UniformLoad(const SAccess& access)
     return true;
 }
 
-/// The same work-item by work-item, each of which has what it did told of.
+/// The same for each work-item, so that faults are reported for each.
 void CBlock::UniformAccess(const SMicroOp& step, const SAccess& access)
 {
     for (const uint32_t nRow : access.nAddressRows)
@@ -595,8 +595,8 @@ void CBlock::UniformAccess(const SMicroOp& step, const SAccess& access)
     }
 }
 
-/// Where an address of a local memory id lies in the group's memory, or -1. Behind all declared areas
-/// stand the local arguments, which every id reaches by the same address.
+/// The offset within the group's memory of an address of a local memory id, or -1. The local arguments come after all
+/// declared areas, at addresses that are the same for every id.
 int64_t CBlock::LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, uint32_t nBytes) const
 {
     if (nAddress + nBytes <= area.nBytes)
@@ -610,7 +610,7 @@ int64_t CBlock::LocalOffset(const SCode::SLocalArea& area, uint64_t nAddress, ui
     return -1;
 }
 
-/// As GlobalMemory. The offsets of several groups in one block are told from the first group's memory.
+/// Like GlobalMemory. With several groups in a block, offsets are relative to the first group's memory.
 unsigned char* CBlock::LocalMemory(const SAccess& access, SOffsets& offsets)
 {
     const SCode::SLocalArea& area = m_Code.vLocalAreas[access.nArea];

@@ -1,13 +1,13 @@
 #include "platform/simt/Block.h"
 #include "platform/simt/Elements.h"
 
-// Private memory, and arrays of registers that an index chooses from: both are rows of the block.
+// Private memory and indexed arrays of registers, both of which are rows of the block.
 
 namespace KestrelPlatform
 {
 
-/// Whether every active lane's value, nBehind added to it, is below nEnd. No value is larger than all bits of any
-/// together, which are found out quicker than the largest one.
+/// Whether every active lane's value plus nBehind is below nEnd. Tries the OR of all values first, which is an upper
+/// bound and quicker to find than the maximum.
 bool CBlock::IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const
 {
     if (static_cast<uint64_t>(AnyBits(pValues)) + nBehind < nEnd)
@@ -34,8 +34,8 @@ uint32_t CBlock::PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uin
     return nWord;
 }
 
-/// Fetches a lane's word of the row that lies pIndices[lane] * nScale words after the first, all of them rows of
-/// one array. Where the lanes agree, a whole row moves.
+/// Loads each lane's word from the row that is pIndices[lane] * nScale rows after the first one, all in one array. If
+/// all lanes have the same index, a whole row is copied.
 void CBlock::LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale)
 {
     if (!m_pMask && IsSame(pIndices))

@@ -5,8 +5,8 @@
 namespace KestrelPlatform
 {
 
-/// Instructions over the s_nWaveSize consecutive work-items of a group that make a wave. Waves never reach into
-/// another block: a block begins at a multiple of their size.
+/// Instructions over a wave: s_nWaveSize consecutive work-items of a group. A wave is always within one block, since
+/// blocks begin at multiples of the wave size.
 void CBlock::Wave(const SMicroOp& step)
 {
     const uint32_t nGroup = m_Context.nGroupsPerBlock > 1 ? m_Context.nGroupSize : m_nLive;

@@ -13,7 +13,7 @@ uint32_t Bits(uint32_t nWord, uint32_t nFirst, uint32_t nCount)
     return (nWord >> nFirst) & ((1u << nCount) - 1);
 }
 
-/// One pass over the words; every read is checked against the end.
+/// Decodes the words in one pass; every read is checked against the end.
 class CStreamDecoder
 {
 public:
@@ -24,7 +24,7 @@ public:
         bool bHeader = false;
         while (m_nPos < m_Stream.nTokens)
         {
-            // Only macro definitions may stand before the language token, and its value can't be one.
+            // Only macro definitions may come before the language token, whose value isn't that of a macro definition.
             const bool bMacro = m_bInMacro || (m_Stream.pTokens[m_nPos] & 0xFFFF) == IL_OP_MACRODEF;
             if (!bHeader && !bMacro)
             {
@@ -198,7 +198,7 @@ private:
         return true;
     }
 
-    /// Behind an operand, all of whose words are there.
+    /// Advances past an operand, whose words must all be there.
     bool SkipOperand()
     {
         uint32_t nToken = 0;
@@ -274,7 +274,7 @@ private:
     const char* m_pszName = "header";
 };
 
-/// Takes operands apart whose words are known to be there.
+/// Decodes operands whose words are known to be there.
 class COperandReader
 {
 public:
@@ -381,7 +381,7 @@ bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream
     stream.nInstructions = 0;
     stream.pTokens = pTokens;
     stream.nTokens = nCount;
-    // An instruction has three tokens at least where it has an operand, five or six mostly.
+    // An instruction with an operand has at least three tokens, usually five or six.
     stream.vItems.reserve(nCount / 5 + 1);
     return CStreamDecoder(stream, error).Run();
 }

@@ -11,7 +11,7 @@
 namespace KestrelPlatform
 {
 
-/// One operand, destination or source, taken apart.
+/// One decoded operand, destination or source.
 struct SOperand
 {
     enum ESelect : uint8_t
@@ -31,7 +31,7 @@ struct SOperand
     int32_t nNumber = 0;
     uint32_t nImmediate = 0;
     bool bImmediate = false;
-    bool bIndexed = false; ///< the index register adds to the immediate
+    bool bIndexed = false; ///< the index register is added to the immediate
     uint32_t nIndexType = 0;
     int32_t nIndexNumber = 0;
     uint8_t nIndexComponent = 0;
@@ -68,24 +68,24 @@ struct SItem
     uint32_t UavId() const { return (nToken >> 16) & 0x3FF; }
 };
 
-/// A token stream taken apart, nothing interpreted yet.
+/// A decoded token stream.
 struct SDecodedStream
 {
     std::vector<SItem> vItems;
-    const uint32_t* pTokens = nullptr; ///< not its own
+    const uint32_t* pTokens = nullptr; ///< not owned
     size_t nTokens = 0;
     uint32_t nInstructions = 0;
 
     uint32_t Word(const SItem& item, uint32_t n) const { return pTokens[item.nFirstWord + n]; }
 };
 
-/// Takes a token stream apart in one pass, up to `end`. Never reads past nCount. What the stream held before is gone;
-/// its memory is used again. The tokens must outlive it.
-/// \return false, with the place and reason, for an unknown opcode, a bad header or a stream cut short
+/// Decodes a token stream in one pass, up to `end`. Never reads past nCount. Replaces what the stream held before,
+/// reusing its memory. The tokens must outlive it. \return false, with the place and reason, for an unknown opcode, a
+/// bad header or a stream cut short
 bool DecodeStream(const uint32_t* pTokens, size_t nCount, SDecodedStream& stream, SDecodeError& error);
 
-/// Takes the operands of one of the stream's items apart: its destination, if it has one, then the sources. They are
-/// several times as large as their tokens, so nobody keeps those of a whole stream.
+/// Decodes the operands of one item: the destination, if it has one, then the sources. They are several times as large
+/// as their tokens, so those of a whole stream are never kept.
 void ReadOperands(const SDecodedStream& stream, const SItem& item, std::vector<SOperand>& vOperands);
 
 } // namespace KestrelPlatform

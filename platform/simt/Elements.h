@@ -8,7 +8,7 @@
 namespace KestrelPlatform
 {
 
-/// A byte or half of a word, extended to a word.
+/// Loads a byte or half-word, extended to a word.
 inline uint32_t LoadNarrow(const unsigned char* p, uint32_t nBytes, bool bSigned)
 {
     if (nBytes == 1)
@@ -20,13 +20,13 @@ inline uint32_t LoadNarrow(const unsigned char* p, uint32_t nBytes, bool bSigned
     return bSigned ? static_cast<uint32_t>(static_cast<int16_t>(n)) : n;
 }
 
-/// What an access moves for one work-item.
+/// The bytes that an access moves for one work-item.
 inline uint32_t TotalBytes(const SAccess& access)
 {
     return access.nElementBytes * static_cast<uint32_t>(access.nWords);
 }
 
-/// What memory is concerned by one work-item's access; atomics work on one element.
+/// The bytes of memory that one work-item's access touches; an atomic touches one element.
 inline uint32_t LaneBytes(const SAccess& access)
 {
     return access.eOperation == SAccess::Atomic ? access.nElementBytes : TotalBytes(access);

@@ -13,13 +13,13 @@ bool IsCopy(const SMicroOp& step)
     return step.eKind == MICRO_LANE_FAST && (step.nOp == LANE_Mov || step.nOp == LANE_IL_OP_MOV);
 }
 
-/// Goes through the steps in their order, and forgets all copies where the work-items may be others from there on.
+/// Visits the steps in order, and forgets all copies where the active work-items may change.
 class CCopies
 {
 public:
     explicit CCopies(SCode& code) : m_Code(code), m_vRows(code.nRows)
     {
-        // Rows of an array are written by way of an index, which no step tells.
+        // Rows of arrays may be written by an index, so they aren't tracked.
         ForEachPinned(code, [this](uint32_t nRow) { m_vRows[nRow].bPinned = true; });
     }
 
@@ -44,9 +44,9 @@ public:
 private:
     struct SRow
     {
-        uint32_t nWrites = 0; ///< how often it was written so far
+        uint32_t nWrites = 0; ///< number of writes so far
         bool bPinned = false;
-        // If it is a copy: in which piece of straight code, of which row, and how often that had been written.
+        // For a copy: the straight-line piece that made it, its origin, and how often the origin had been written then.
         uint32_t nPiece = 0;
         uint32_t nOrigin = 0;
         uint32_t nOriginWrites = 0;
@@ -62,7 +62,8 @@ private:
         }
     }
 
-    /// Not the addresses of loads and atomics, which work on several rows in turn: what they write may be the origin.
+    /// Not for addresses of loads and atomics: those process several rows in turn, and may overwrite the origin on the
+    /// way.
     void Forward(SMicroOp& step)
     {
         if (IsLaneOperation(step))

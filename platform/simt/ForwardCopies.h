@@ -6,8 +6,8 @@
 namespace KestrelPlatform
 {
 
-/// Lets what reads a copied row in straight code read the row that was copied, so that the copies that nothing else
-/// reads can be dropped: kernels move values about, and set registers to constants. Not for traced code.
+/// Makes reads of a copied row in straight-line code read the original, so that copies that aren't read otherwise can
+/// be dropped: kernels often move values and set registers to constants. Not for traced code.
 void ForwardCopies(SCode& code);
 
 } // namespace KestrelPlatform

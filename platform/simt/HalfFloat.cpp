@@ -12,7 +12,7 @@ namespace
 const uint32_t s_nInfinity = 0x7C00;
 const uint32_t s_nLargest = 0x7BFF;
 
-/// True if a magnitude with these discarded bits goes to the next one.
+/// Whether a magnitude with these discarded bits is rounded up.
 bool RoundsAway(uint64_t nRest, uint64_t nHalfway, bool bOdd, bool bNegative, EHalfRounding eRounding)
 {
     if (nRest == 0)
@@ -59,7 +59,7 @@ uint32_t Convert(double d, EHalfRounding eRounding)
     {
         return nSign;
     }
-    // Below 2^-14 the unit stays 2^-24; a value far below it only matters as "not zero".
+    // Below 2^-14 the unit is always 2^-24. Of a value far below it, only "not zero" matters.
     int nShift = 42;
     uint32_t nBase = 0;
     if (nExponent >= -14)

@@ -14,11 +14,11 @@ enum EHalfRounding
     RoundUp
 };
 
-/// IEEE 754 binary16 bits of a single-precision value. NaN stays NaN; what is too large becomes infinity,
-/// or the largest finite value where the rounding points that way.
+/// IEEE 754 binary16 bits of a single-precision value. NaN stays NaN. A value that is too large becomes infinity, or
+/// the largest finite value if it is rounded toward zero.
 uint32_t FloatToHalf(float f, EHalfRounding eRounding);
 
-/// The same from double precision, in one rounding to nearest.
+/// The same from double precision, rounded once to nearest.
 uint32_t DoubleToHalf(double d);
 
 /// The value of binary16 bits; bits above the low 16 are ignored.

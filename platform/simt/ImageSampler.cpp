@@ -13,7 +13,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Far outside is as good as infinitely far, and fits an int.
+/// Limits a coordinate to the range of an int; places that far outside are all alike.
 int32_t ToPlace(float f)
 {
     if (f != f)
@@ -23,7 +23,7 @@ int32_t ToPlace(float f)
     return static_cast<int32_t>(std::floor(std::min(std::max(f, -1.0e9f), 1.0e9f)));
 }
 
-/// The neighbours of one coordinate and the weight of the second; OpenCL 1.2, 8.2.
+/// The two neighbours of one coordinate, and the weight of the second; OpenCL 1.2, 8.2.
 struct SNeighbours
 {
     int32_t nFirst = 0;
@@ -84,7 +84,7 @@ SNeighbours Resolve(float fCoordinate, int32_t nSize, bool bNormalized, uint32_t
     return result;
 }
 
-/// The neighbours of all coordinates; a layer is rounded and clamped.
+/// The neighbours in all coordinates; a layer is rounded and clamped.
 struct SPlaces
 {
     SPlaces(const SImageView& view, const SSampling& sampling, const float* pCoordinates, bool bLinear)
@@ -104,7 +104,7 @@ struct SPlaces
         }
     }
 
-    /// \param nCorner one bit a dimension: the second neighbour
+    /// \param nCorner one bit for each dimension: take the second neighbour
     void Corner(uint32_t nCorner, int32_t* pPlace) const
     {
         for (uint32_t n = 0; n < 3; ++n)
@@ -116,7 +116,7 @@ struct SPlaces
     SNeighbours axes[3];
 };
 
-/// A texel, or the outcome of comparing it.
+/// A texel, or the result of comparing it.
 STexel Take(const SImageView& view, const SSampling& sampling, const int32_t* pPlace)
 {
     STexel texel = view.Read(pPlace);

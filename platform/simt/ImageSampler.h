@@ -7,18 +7,18 @@
 namespace KestrelPlatform
 {
 
-/// An image seen as up to three filtered dimensions and a layer.
+/// An image with up to three filtered dimensions and a layer.
 struct SImageView
 {
     explicit SImageView(const SImageBinding& binding);
 
-    /// False for a null image and for one of no size or an unknown format.
+    /// False for a null image, an empty one, or an unknown format.
     bool IsThere() const;
     uint32_t Coordinates() const;
     bool Inside(const int32_t* pPlace) const;
     /// The texel's first byte; the place must be inside.
     unsigned char* At(const int32_t* pPlace) const;
-    /// The border's colour for a place outside.
+    /// The texel, or the border colour for a place outside.
     STexel Read(const int32_t* pPlace) const;
 
     const SImageBinding& image;
@@ -29,22 +29,22 @@ struct SImageView
     size_t nPitch[3] = {0, 0, 0};
 };
 
-/// How texels are picked: the sampler, and what the instruction adds to it.
+/// How texels are selected: the sampler, and what the instruction specifies.
 struct SSampling
 {
     SSamplerBinding sampler;
     bool bNormalized = false;
-    bool bCompare = false;       ///< each texel counts as 1.0 where the reference is at most its x, else 0.0
+    bool bCompare = false;       ///< each texel counts as 1.0 if the reference is at most its x, else as 0.0
     float fReference = 0.0f;     ///< of a comparison
     int32_t nOffset[2] = {0, 0}; ///< texels added in x and y
-    uint32_t nComponent = 0;     ///< that GatherImage takes of each texel
+    uint32_t nComponent = 0;     ///< the component that GatherImage takes of each texel
 };
 
-/// The filtered value at a place; OpenCL 1.2, section 8.2. Integer channel types aren't filtered. A comparison's
-/// result stands in all components.
+/// The filtered value at a place; OpenCL 1.2, section 8.2. Integer channel types aren't filtered. The result of a
+/// comparison is in all components.
 STexel SampleImage(const SImageView& view, const SSampling& sampling, const float* pCoordinates);
 
-/// One component of the four texels that a linear filter would mix in x and y, counter-clockwise from the lower left:
+/// One component of the four texels that a linear filter would blend in x and y, counter-clockwise from the lower left:
 /// (first x, second y), (second, second), (second, first), (first, first).
 STexel GatherImage(const SImageView& view, const SSampling& sampling, const float* pCoordinates);
 

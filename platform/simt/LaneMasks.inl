@@ -1,6 +1,6 @@
-// Inside an anonymous namespace: the operations on masks, as SLaneTable tells of them.
+// Included in an anonymous namespace: the mask operations of SLaneTable.
 
-/// A bit or two for each active lane of a granule. \param nBits how many
+/// One or two bits for each active lane of a granule. \param nBits how many
 uint32_t GranuleBits(const uint32_t* pMask, uint32_t& nBits)
 {
 #if defined(__AVX512DQ__)
@@ -18,10 +18,10 @@ uint32_t GranuleBits(const uint32_t* pMask, uint32_t& nBits)
 #endif
 }
 
-/// What is seen of a mask granule by granule.
+/// A summary of a mask by granules.
 struct SGranules
 {
-    uint32_t nGranules = 0; ///< a bit for each that has an active lane
+    uint32_t nGranules = 0; ///< one bit for each granule with an active lane
     uint32_t nCount = 0;
     uint32_t nPerLane = 1;
 
@@ -46,7 +46,7 @@ struct SGranules
     }
 };
 
-/// The span of a mask that is empty outside of lanes nBegin to nEnd.
+/// The span of a mask that has no active lane outside of lanes nBegin to nEnd.
 SLaneSpan Span(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {
     SGranules granules;
@@ -75,11 +75,11 @@ SLaneSpan Split(const SLaneSpan& span, uint32_t* pMask, uint32_t* pRest, const u
     return granules.Span();
 }
 
-/// In most passes of a loop nobody leaves: that is found out first, without a store.
+/// In most passes of a loop no lane leaves, so this is tested first, without a store.
 SLaneSpan Leave(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOut, const uint32_t* pCondition, uint32_t bInvert)
 {
     const uint32_t nFlip = bInvert ? 0xFFFFFFFFu : 0;
-    // Copies, which the rows' stores can't change.
+    // Copies, so that the compiler knows that the stores don't change them.
     const uint32_t nBegin = span.nBegin;
     const uint32_t nEnd = span.nEnd;
     uint32_t nAny = 0;

@@ -1,8 +1,8 @@
-// Inside an anonymous namespace: what is asked of addresses and indices, and moves between rows and
-// memory, as SLaneTable tells of them.
+// Included in an anonymous namespace: tests of addresses and indices, and moves between rows and memory, as in
+// SLaneTable.
 
-/// As many words as a vector of the instruction set holds. A loop over a granule alone, of which the compiler knows how
-/// often it runs, is seldom made of vectors if they aren't asked for.
+/// As many words as a vector of the instruction set holds. Vectors are requested explicitly, since the compiler rarely
+/// vectorises a loop over a single granule, whose length it knows.
 #if defined(__AVX512F__)
 const uint32_t s_nVectorWords = 16;
 #elif defined(__AVX2__)
@@ -66,7 +66,7 @@ uint32_t AnyBits(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin
     return nBits;
 }
 
-/// The two ends tell most of those that aren't one.
+/// Comparing the two ends rules out most rows that aren't a sequence.
 bool IsSequence(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_t nStride)
 {
     const uint32_t nZero = pValues[nBegin] - nBegin * nStride;
@@ -105,7 +105,7 @@ uint32_t WordAt(const unsigned char* p)
     return n;
 }
 
-/// Asked of the instruction set: the compiler takes a vector apart for it, word by word.
+/// Uses an intrinsic: the compiler would extract the vector's words one by one.
 bool IsZero(const Words& words)
 {
 #if defined(__AVX512F__)
@@ -133,7 +133,7 @@ bool IsGranuleSequence(const uint32_t* pValues, uint32_t nStride)
     return IsZero(difference);
 }
 
-/// Offsets that lie a word apart once they are scaled.
+/// Whether the scaled offsets are a word apart.
 bool IsGranuleOfWords(const uint32_t* pOffsets, uint32_t nScale)
 {
     const uint32_t nStep = pOffsets[1] - pOffsets[0];
@@ -141,7 +141,7 @@ bool IsGranuleOfWords(const uint32_t* pOffsets, uint32_t nScale)
            (nScale == 4 && nStep == 1 && IsGranuleSequence(pOffsets, 1));
 }
 
-/// Work-items in a row of a two-dimensional group load consecutive words, or all the same one.
+/// Work-items in a row of a two-dimensional group often load consecutive words, or the same word.
 void GatherGranule(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
                    uint32_t nScale)
 {
@@ -204,7 +204,7 @@ void Scatter(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffset
 /// A word at any address.
 typedef uint32_t UnalignedWord __attribute__((aligned(1), may_alias));
 
-/// The number of rows is a constant where the compiler is to make shuffles of the loop.
+/// The number of rows is a template argument so that the compiler can turn the loop into shuffles.
 template <size_t nRows>
 void InterleaveRows(const uint32_t* const* ppRows, unsigned char* pTo, uint32_t nBegin, uint32_t nEnd)
 {

@@ -6,18 +6,18 @@
 namespace KestrelPlatform
 {
 
-/// Work-items that one block holds: the length of a row.
+/// Work-items in a block, and words in a row.
 const uint32_t s_nLanes = 256;
-/// Loops over lanes run in steps of this many: a cache line.
+/// Loops over lanes run in steps of this many, which is one cache line.
 const uint32_t s_nGranule = 16;
 
-/// A row is one component of one register for all work-items of a block.
+/// One component of one register, for all work-items of a block.
 struct SLaneRow
 {
     alignas(64) uint32_t w[s_nLanes];
 };
 
-/// Every operation on rows, by number: the rules of LaneOpsFast.def, then those of LaneOpsSlow.def.
+/// Every operation on rows, by number: first the rules of LaneOpsFast.def, then those of LaneOpsSlow.def.
 enum ELaneOp : uint16_t
 {
 #define LANE(opcode, form, out, a, b, c, expression) LANE_##opcode,
@@ -31,20 +31,20 @@ enum ELaneOp : uint16_t
     LANE_COUNT
 };
 
-/// Rows by index from the start of a block's memory: a 64-bit operand takes two of them. A block has no more of them
-/// than 16 bits can number.
+/// Rows, by index from the start of a block's memory; a 64-bit operand takes two. A block's rows can be numbered with
+/// 16 bits.
 struct SLaneRows
 {
     uint16_t d[2] = {0, 0};
     uint16_t s[6] = {0, 0, 0, 0, 0, 0};
 };
 
-/// Computes lanes nBegin to nEnd, both multiples of s_nGranule. With a mask (words of all ones or
-/// 0) only its lanes are written; without one all are.
+/// Computes lanes nBegin to nEnd, both multiples of s_nGranule. With a mask (words of all ones or 0) only its lanes are
+/// written; without one all are.
 typedef void (*PFLaneOp)(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
 
-/// Where the active lanes of a mask are: their number, and the lanes nBegin to nEnd, multiples of s_nGranule, outside
-/// of which none is.
+/// The active lanes of a mask: their number, and lanes nBegin and nEnd, multiples of s_nGranule, outside of which none
+/// is active.
 struct SLaneSpan
 {
     uint32_t nActive = 0;
@@ -52,62 +52,62 @@ struct SLaneSpan
     uint32_t nEnd = 0;
 };
 
-/// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned. Those on masks are told the
-/// span of pMask before and give the one after. The others work on lanes nBegin to nEnd, of which only nBegin is a
-/// multiple of s_nGranule: with a mask on its lanes, with null on all.
+/// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned. Operations on masks get pMask's
+/// span before and give the one after. The others work on lanes nBegin to nEnd, of which only nBegin is a multiple of
+/// s_nGranule: on the lanes of a mask, or on all if it is null.
 struct SLaneTable
 {
     const char* pszName;
     const PFLaneOp* pFast; ///< indexed by ELaneOp up to LANE_LAST_FAST
 
-    /// pMask &= pCondition (inverted if bInvert); what goes away is stored in pRest, of which nothing else is written
-    /// than the lanes of the span.
+    /// pMask &= pCondition (inverted if bInvert). The removed lanes go to pRest, where only lanes of the span are
+    /// written.
     SLaneSpan (*pfSplit)(const SLaneSpan& span, uint32_t* pMask, uint32_t* pRest, const uint32_t* pCondition,
                          uint32_t bInvert);
-    /// Moves the lanes of pMask where pCondition holds over to pOut.
+    /// Moves the lanes of pMask where pCondition holds to pOut.
     SLaneSpan (*pfLeave)(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOut, const uint32_t* pCondition,
                          uint32_t bInvert);
     /// pMask |= pOther.
     SLaneSpan (*pfJoin)(const SLaneSpan& span, uint32_t* pMask, const uint32_t* pOther);
-    /// The same within a span that holds both; what is left is for pfSpan to find out.
+    /// The same within a span that contains both masks; the new span has to be found by pfSpan.
     void (*pfMerge)(const SLaneSpan& span, uint32_t* pMask, const uint32_t* pOther);
-    /// Exchanges the lanes of a span that holds both.
+    /// Exchanges the lanes within a span that contains both masks.
     SLaneSpan (*pfSwap)(const SLaneSpan& span, uint32_t* pMask, uint32_t* pOther);
-    /// Moves the lanes of pPending whose selector is nValue over to pMask.
+    /// Moves the lanes of pPending whose selector is nValue to pMask.
     SLaneSpan (*pfCase)(uint32_t* pMask, uint32_t* pPending, const uint32_t* pSelector, uint32_t nValue);
-    /// The span of a mask that is empty outside of lanes nBegin to nEnd.
+    /// The span of a mask that has no active lane outside of lanes nBegin to nEnd.
     SLaneSpan (*pfSpan)(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
 
     /// Smallest and largest of pValues.
     void (*pfRange)(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd, uint32_t& nLow,
                     uint32_t& nHigh);
-    /// All bits that any of pValues has.
+    /// The bitwise OR of pValues.
     uint32_t (*pfAnyBits)(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
-    /// True if every lane holds the one before it plus nStride; without a mask.
+    /// Whether every lane's value is the previous lane's plus nStride; without a mask.
     bool (*pfIsSequence)(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_t nStride);
     /// Writes one value to all lanes; without a mask.
     void (*pfFill)(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd);
-    /// Writes what lies between pValues and nBase, times nScale.
+    /// Writes (pValues - nBase) * nScale.
     void (*pfScale)(uint32_t* pRow, const uint32_t* pValues, uint32_t nBase, uint32_t nScale, uint32_t nBegin,
                     uint32_t nEnd);
-    /// Loads the word at pBase + (pOffsets[i] - nBase) * nScale, all of them inside memory; so is pBase itself. With a
+    /// Loads the words at pBase + (pOffsets[i] - nBase) * nScale; all of them, and pBase, are within memory. With a
     /// mask the scale is 1.
     void (*pfGather)(uint32_t* pRow, const unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
                      uint32_t nScale, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
-    /// The way back, in the order of the lanes.
+    /// The opposite: stores, in lane order.
     void (*pfScatter)(const uint32_t* pRow, unsigned char* pBase, const uint32_t* pOffsets, uint32_t nBase,
                       const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
-    /// Moves nRows (2, 3 or 4) rows to memory in which the words of a lane stand together, lane after lane, the first
-    /// of them at pTo; without a mask.
+    /// Stores nRows (2, 3 or 4) rows to memory where the words of each lane are consecutive, lane after lane, starting
+    /// at pTo; without a mask.
     void (*pfInterleave)(const uint32_t* const* ppRows, uint32_t nRows, unsigned char* pTo, uint32_t nBegin,
                          uint32_t nEnd);
-    /// The way back.
+    /// The opposite: loads.
     void (*pfSeparate)(uint32_t* const* ppRows, uint32_t nRows, const unsigned char* pFrom, uint32_t nBegin,
                        uint32_t nEnd);
-    /// Loads a lane's word of the row that lies pIndices[i] * nScale words after pFirst.
+    /// Loads each lane's word from the row that is pIndices[i] * nScale rows after pFirst.
     void (*pfLoadRows)(uint32_t* pRow, const uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale,
                        const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
-    /// The way back.
+    /// The opposite: stores.
     void (*pfStoreRows)(const uint32_t* pRow, uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale,
                         const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
 };
@@ -119,14 +119,14 @@ enum class EInstructionSet
     Avx512
 };
 
-/// Table of the best instruction set of this machine, or of the one that was chosen below.
+/// The table for the best instruction set of this machine, or for the one chosen below.
 const SLaneTable& GetLaneTable();
 
-/// For tests and benchmarks: takes the given instruction set for all later launches.
+/// For tests and benchmarks: uses the given instruction set for all later launches.
 /// \return false if this machine doesn't have it
 bool ChooseInstructionSet(EInstructionSet eSet);
 
-/// The operation itself; slow ones are the same for every instruction set.
+/// The slow operation of this number; it is the same for every instruction set.
 PFLaneOp GetSlowLaneOp(uint32_t nOp);
 
 } // namespace KestrelPlatform

@@ -1,5 +1,5 @@
 // The fast rules and the mask operations for one instruction set. The including file defines
-// KESTREL_LANE_SET, the name of the table that it makes.
+// KESTREL_LANE_SET, the name of the table that it creates.
 
 #include <immintrin.h>
 
@@ -17,7 +17,7 @@ namespace
 #define HELPER(name, form, out, a, b, c, expression) KESTREL_RULE(name, form, out, a, b, c, expression)
 #include "platform/simt/LaneOpsFast.def"
 
-/// 64-bit rules on their words: the compiler's way through 64-bit lanes takes the words apart and together again.
+/// 64-bit rules on separate words: with 64-bit lanes, the compiler would split and join words all the time.
 #define KESTREL_WORD_PAIR(name, low, high)                                                                             \
     struct SWords_##name                                                                                               \
     {                                                                                                                  \

@@ -183,7 +183,7 @@ uint32_t ReverseBits(uint32_t a)
     return __builtin_bswap32(a);
 }
 
-/// Width a and offset b modulo 32, of the value c; bits above the word count as absent.
+/// Width a and offset b, modulo 32, of the value c; bits beyond the word are left out.
 uint32_t ExtractBits(uint32_t a, uint32_t b, uint32_t c)
 {
     const uint32_t nWidth = a & 31;
@@ -221,7 +221,7 @@ uint32_t SumOfByteDifferences(uint32_t a, uint32_t b)
     return nSum;
 }
 
-/// Bytes of b that are 0 don't count.
+/// Bytes where b is 0 are skipped.
 uint32_t MaskedSumOfByteDifferences(uint32_t a, uint32_t b)
 {
     uint32_t nSum = 0;
@@ -232,7 +232,7 @@ uint32_t MaskedSumOfByteDifferences(uint32_t a, uint32_t b)
     return nSum;
 }
 
-/// Four sums over the four bytes from byte 0, 1, 2 and 3 of a, each added to 16 bits of c.
+/// Four sums of byte differences, starting at bytes 0, 1, 2 and 3 of a, each added to 16 bits of c.
 uint64_t QuadSad(uint64_t a, uint32_t b, uint64_t c, bool bMasked)
 {
     uint64_t nResult = 0;

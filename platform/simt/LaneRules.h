@@ -7,7 +7,7 @@
 namespace KestrelPlatform
 {
 
-/// Which components a rule reads and writes; see LaneOpsFast.def.
+/// The components that a rule reads and writes; see LaneOpsFast.def.
 enum class ELaneForm
 {
     VEC,

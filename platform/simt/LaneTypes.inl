@@ -1,6 +1,6 @@
-// Inside an anonymous namespace: how words of rows become the values of the rules' types, and the
-// loops. Included by every file that is compiled for an instruction set of its own; nothing here may
-// call an inline function of the standard library, whose one shared copy could come from any of them.
+// Included in an anonymous namespace: converts words of rows to values of the rules' types and back, and
+// has the loops. Every file that is compiled for its own instruction set includes it. So nothing here may call an
+// inline function of the standard library: the linker keeps a single copy, from any of these files.
 
 inline float AsFloat(uint32_t n)
 {
@@ -39,7 +39,7 @@ inline uint64_t Mask64(bool b)
     return b ? ~0ull : 0ull;
 }
 
-/// A NaN beside a number gives the number.
+/// If one operand is NaN, the result is the other one.
 template <class T>
 inline T MinOf(T a, T b)
 {
@@ -94,7 +94,7 @@ inline uint32_t Sign24(uint32_t a)
     return static_cast<uint32_t>(static_cast<int32_t>(a << 8) >> 8);
 }
 
-/// Toward zero; what doesn't fit gives the nearest end of the range, NaN gives 0.
+/// Rounds toward zero. A value out of range gives the nearest limit, NaN gives 0.
 inline int32_t ToInt(float a)
 {
     const float fInRange = a >= -2147483648.0f && a < 2147483648.0f ? a : 0.0f;
@@ -166,7 +166,7 @@ inline uint32_t Blend(uint32_t nNew, uint32_t nOld, uint32_t nMask)
     return (nNew & nMask) | (nOld & ~nMask);
 }
 
-/// One rule over rows. Rows of a result and of a source are the same row or don't meet, so that
+/// Applies one rule to rows. A result row either is a source row or doesn't overlap it, so
 /// lane i never depends on another lane.
 template <class TRule>
 void RunRule(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
@@ -228,7 +228,7 @@ void RunRule(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint
 #undef KESTREL_LANE
 }
 
-/// A rule of two 64-bit operands that is told word by word.
+/// A rule of two 64-bit operands that works on separate words.
 template <class TWords>
 void RunWords(SLaneRow* pRows, const SLaneRows& rows, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
 {

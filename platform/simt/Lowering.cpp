@@ -15,7 +15,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Of registers and constants, in most kernels.
+/// Most kernels have no more rows for registers and constants.
 const uint32_t s_nUsualRows = 64;
 const uint32_t s_nMaxLocalBytes = 1u << 24;
 const uint32_t s_nAccessPrivate = 3;
@@ -28,7 +28,7 @@ CLowering::CLowering(const SDecodedStream& stream, const SStructure& structure, 
 {
 }
 
-/// The first failure is the one that is told.
+/// Only the first failure is reported.
 bool CLowering::Fail(const std::string& strReason)
 {
     if (m_bFailed)
@@ -100,7 +100,7 @@ void CLowering::DeclareUav(const SItem& item)
     }
 }
 
-/// Gives private memory and arrays their rows: a word of a work-item is one row.
+/// Assigns rows to private memory and arrays: each word of a work-item is one row.
 void CLowering::PlacePrivate()
 {
     uint64_t nRows = m_Code.nRows;
@@ -154,12 +154,12 @@ void CLowering::DeclareBuffer(const SItem& item)
     {
         m_Code.vBuffers.push_back({static_cast<uint32_t>(operand.nNumber), 0, {}, false});
     }
-    // Words are numbered in 32 bits; no launch fills more.
+    // Words are numbered in 32 bits, which is more than a launch can fill.
     uint32_t& nElements = m_Code.vBuffers[inserted.first->second].nElements;
     nElements = std::max(nElements, std::min(operand.nImmediate, 0x10000u));
 }
 
-/// Areas stand in the order of their ids, the first at address 0.
+/// Areas are laid out in the order of their ids, from address 0.
 void CLowering::DeclareLocal()
 {
     uint64_t nOffset = 0;
@@ -218,7 +218,7 @@ void CLowering::Declare(const SItem& item)
 
 void CLowering::DeclareLiteral(uint32_t nItem)
 {
-    // Only a register of another type can have a negative number, and nobody finds that as a literal.
+    // Only temps have negative numbers, so nothing refers to such a literal.
     if (Operand(0).nNumber < 0)
     {
         return;
@@ -236,8 +236,8 @@ void CLowering::DeclareLiteral(uint32_t nItem)
     m_vLiterals[nNumber].push_back(literal);
 }
 
-/// A stream often holds the functions of several kernels: what the others declare doesn't count, but for
-/// literals, of which the nearest one counts.
+/// A stream often contains the functions of several kernels. Declarations of other functions are ignored, except for
+/// literals, where the nearest declaration counts.
 void CLowering::CollectDeclarations()
 {
     std::vector<char> vSkip(m_Stream.vItems.size(), 0);
@@ -276,7 +276,7 @@ void CLowering::CollectDeclarations()
     m_nInstruction = 0;
 }
 
-/// What the current instruction has written, for the trace step after it.
+/// Notes what the current instruction has written, for the trace step after it.
 void CLowering::EmitTrace()
 {
     if (!m_bTrace || m_pItem->nInstruction == SItem::NoInstruction)

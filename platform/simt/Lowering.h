@@ -25,17 +25,17 @@ constexpr uint32_t FloatBits(float f)
     return std::bit_cast<uint32_t>(f);
 }
 
-/// Those of a double's high word.
+/// The bits of a double's high word.
 constexpr uint32_t HighDoubleBits(double f)
 {
     return static_cast<uint32_t>(std::bit_cast<uint64_t>(f) >> 32);
 }
 
-/// Turns bodies into steps. One object makes one SCode.
+/// Lowers bodies to steps. Each object makes one SCode.
 ///
-/// Registers become rows, literals and constant buffer words become rows that a launch fills once,
-/// so that nearly every step is one operation on whole rows. What an operand's modifiers ask for
-/// goes through scratch rows, which live for one instruction.
+/// Registers become rows. Literals and constant buffer words become rows that a launch fills once. So
+/// nearly every step is one operation on whole rows. Operand modifiers use scratch rows, which are valid
+/// for one instruction.
 class CLowering
 {
 public:
@@ -47,7 +47,7 @@ private:
     typedef ELaneType T;
     static constexpr size_t s_nBufferBytes = 16384;
 
-    /// One component's work, kept back until it is known whether the destination may be written in place.
+    /// The work for one component, collected until it is known whether the destination can be written directly.
     struct SPart
     {
         uint32_t nOp;
@@ -58,10 +58,10 @@ private:
     /// An open if, loop, switch or body.
     struct SOpenBlock
     {
-        uint32_t nRows[3] = {0, 0, 0}; ///< as the step that opens it
+        uint32_t nRows[3] = {0, 0, 0}; ///< as in the step that opens it
         uint32_t nStep = 0;
-        uint32_t nDefault = 0;             ///< switch: the step of its default; 0 before it is met
-        std::vector<uint32_t> vPending;    ///< steps that go to the next join of this block
+        uint32_t nDefault = 0;             ///< switch: the step of its default; 0 before that is reached
+        std::vector<uint32_t> vPending;    ///< steps that jump to the next join of this block
         std::vector<uint32_t> vLaterCases; ///< switch: the values of cases after the default
     };
 
@@ -69,7 +69,7 @@ private:
     {
         uint32_t nItem;
         uint32_t nValues[4];
-        uint32_t nRows[4]; ///< of the values; 0 for one that hasn't been asked for
+        uint32_t nRows[4]; ///< rows of the values; 0 for values not used yet
     };
 
     bool Fail(const std::string& strReason);
@@ -189,7 +189,7 @@ private:
     SDecodeError& m_Error;
     bool m_bFailed = false;
 
-    // What only lowering needs lies together, and goes at once.
+    // Everything that is needed only while lowering is allocated here and freed at once.
     char m_Buffer[s_nBufferBytes];
     std::pmr::monotonic_buffer_resource m_Memory{m_Buffer, sizeof m_Buffer};
     std::pmr::vector<std::pmr::vector<SLiteral>> m_vLiterals{&m_Memory}; ///< by number, in the order of the stream
@@ -201,14 +201,14 @@ private:
     std::pmr::map<uint32_t, uint32_t> m_mapPrivateSizes{&m_Memory};      ///< UAV number to bytes
     std::pmr::map<uint32_t, uint32_t> m_mapArraySizes{&m_Memory};        ///< number to elements
     std::pmr::unordered_map<uint32_t, uint32_t> m_mapLocalAreas{&m_Memory};
-    std::pmr::unordered_map<uint32_t, bool> m_mapUnnormalized{&m_Memory}; ///< resource number
-    std::pmr::unordered_map<uint32_t, bool> m_mapTypedBuffers{&m_Memory}; ///< UAV number
-    std::pmr::vector<uint32_t> m_vTempRows{&m_Memory};                    ///< by number; 0 for one that hasn't been met
+    std::pmr::unordered_map<uint32_t, bool> m_mapUnnormalized{&m_Memory};  ///< resource number
+    std::pmr::unordered_map<uint32_t, bool> m_mapTypedBuffers{&m_Memory};  ///< UAV number
+    std::pmr::vector<uint32_t> m_vTempRows{&m_Memory};                     ///< by number; 0 for a temp not used yet
     std::pmr::unordered_map<uint64_t, uint32_t> m_mapRegisters{&m_Memory}; ///< of other types
     std::pmr::unordered_map<uint32_t, uint32_t> m_mapConstants{&m_Memory};
     std::pmr::unordered_map<uint64_t, uint32_t> m_mapBufferRows{&m_Memory};
     std::pmr::unordered_map<uint32_t, uint32_t> m_mapIdRows{&m_Memory};
-    std::pmr::unordered_map<uint32_t, uint32_t> m_mapRowValues{&m_Memory}; ///< literal bits by row
+    std::pmr::unordered_map<uint32_t, uint32_t> m_mapRowValues{&m_Memory}; ///< literal bits, by row
     std::pmr::map<uint32_t, uint32_t> m_mapResources{&m_Memory};
     std::pmr::map<uint32_t, uint32_t> m_mapUavs{&m_Memory};
     std::pmr::map<uint32_t, uint32_t> m_mapSamplers{&m_Memory};
@@ -216,12 +216,12 @@ private:
 
     std::pmr::vector<uint32_t> m_vScratch{&m_Memory};
     size_t m_nScratchUsed = 0;
-    std::pmr::vector<uint32_t> m_vMaskRows{&m_Memory}; ///< of the body, by nesting
+    std::pmr::vector<uint32_t> m_vMaskRows{&m_Memory}; ///< of the body, by nesting depth
     size_t m_nMaskRowsUsed = 0;
-    std::pmr::vector<uint32_t> m_vReturnRows{&m_Memory}; ///< by body; 0 for one that has no return
+    std::pmr::vector<uint32_t> m_vReturnRows{&m_Memory}; ///< by body; 0 for a body without a return
 
     uint32_t m_nBody = 0;
-    bool m_bReturns = false; ///< whether anything in the body leaves it before its end
+    bool m_bReturns = false; ///< whether the body can be left before its end
     uint32_t m_nItem = 0;    ///< in the stream
     const SItem* m_pItem = nullptr;
     std::vector<SOperand> m_vOperands; ///< its own

@@ -3,7 +3,7 @@
 namespace KestrelPlatform
 {
 
-/// A step at which the instructions since the last such step are counted.
+/// A step that counts the instructions since the last such step.
 SMicroOp& CLowering::EmitFlow(EMicroKind eKind)
 {
     m_Code.vSteps[m_nLastFlow].nFollow = m_nSinceFlow;
@@ -16,7 +16,7 @@ SMicroOp& CLowering::EmitFlow(EMicroKind eKind)
     return m_Code.vSteps.back();
 }
 
-/// The step can leave no work-item: it then goes on at the next place of the open block where some may wait.
+/// The step may leave no work-item active: then it jumps to the next place of the open block where some may wait.
 void CLowering::Pend(uint32_t nStep)
 {
     m_vBlocks.back().vPending.push_back(nStep);
@@ -62,7 +62,7 @@ bool CLowering::LowerBody(uint32_t nBody)
         }
     }
     ResolvePending();
-    // A return in front of the end takes nobody anywhere.
+    // A return directly before the end has no effect.
     if (!m_bReturns)
     {
         m_Code.vSteps[m_Code.vBodyEntries[nBody]].rows.d[0] = m_vReturnRows[nBody] = 0;
@@ -87,7 +87,7 @@ uint32_t CLowering::ConditionRow(ILOpCode eOpCode, bool& bInvert)
     return Source(Operand(0), 0, T::U);
 }
 
-/// True for a return in front of its body's end, outside of every block: all go on there anyway.
+/// True for a return at the end of its body, outside of every block: all work-items continue there anyway.
 bool CLowering::EndsBody(ILOpCode eOpCode) const
 {
     if ((eOpCode != IL_OP_RET && eOpCode != IL_OP_RET_DYN) || m_vBlocks.size() != 1)
@@ -137,7 +137,7 @@ void CLowering::LowerLeave(ILOpCode eOpCode)
     step.nFlags = bInvert ? s_nFlagInvert : 0;
     if (!bConditional && (eOpCode == IL_OP_RET || eOpCode == IL_OP_RET_DYN))
     {
-        step.nFlags = s_nFlagConditional; // traced with those who leave: nobody stays
+        step.nFlags = s_nFlagConditional; // traced with the work-items that leave: none stays
     }
     Pend(m_nLastFlow);
 }

@@ -6,14 +6,14 @@ namespace KestrelPlatform
 namespace
 {
 
-const uint32_t s_nTypeBuffer = 8; ///< of a resource or typed UAV declaration
+const uint32_t s_nTypeBuffer = 8; ///< in the declaration of a resource or typed UAV
 
-/// Shape of an image instruction: which sources stand after the coordinates.
+/// Shape of an image instruction: which sources follow the coordinates.
 struct SImageRow
 {
     ILOpCode eOpCode;
     SImageAccess::EOperation eOperation;
-    uint32_t nOffset;    ///< source with the texels that a gather adds, 0 for none
+    uint32_t nOffset;    ///< source with the texel offsets of a gather, 0 for none
     uint32_t nReference; ///< source with the value to compare with, 0 for none
 };
 
@@ -86,7 +86,7 @@ void CLowering::DeclareTypedUav(const SItem& item)
     m_mapTypedBuffers[item.UavId()] = m_Stream.Word(item, 0) == s_nTypeBuffer;
 }
 
-/// Images here have one level and one sample, all of it in memory: what asks for more than sizes has a fixed answer.
+/// Images here have one level and one sample, and are always resident: queries other than sizes have fixed answers.
 bool CLowering::LowerFixedAnswer()
 {
     const uint32_t nFirst = m_pItem->eOpCode == IL_OP_SAMPLEINFO ? ConstantRow(1) : s_nZeroRow;
@@ -113,8 +113,8 @@ void CLowering::BindImage(SImageAccess& image)
     }
 }
 
-/// What the launch does instead if it binds no image to a UAV that is declared as a typed buffer: the address is flat,
-/// an element is four words.
+/// The alternative if the launch binds no image to a UAV that is declared as a typed buffer: the address is flat, and
+/// an element has four words.
 void CLowering::AddFlatAccesses(SImageAccess& image)
 {
     const auto it = m_mapTypedBuffers.find(image.nResource);
@@ -133,7 +133,7 @@ void CLowering::AddFlatAccesses(SImageAccess& image)
         {
             continue;
         }
-        // Each component is a word of its own: those that the mask leaves out lie between them.
+        // Components are separate words in memory: the mask may leave out some in between.
         SLaneRows rows;
         rows.d[0] = ToRow(Scratch());
         rows.d[1] = ToRow(Scratch());
@@ -204,7 +204,7 @@ bool CLowering::LowerImage()
         EmitImage(image);
         return !m_bFailed;
     }
-    // The result goes through scratch rows: its components may replace the coordinates.
+    // The result goes through scratch rows, as its components may overwrite the coordinates.
     for (uint32_t& nRow : image.nRows)
     {
         nRow = Scratch();

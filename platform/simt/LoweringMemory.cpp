@@ -118,7 +118,7 @@ const SMemoryRow* FindMemoryRow(ILOpCode eOpCode)
     return s_vByOpCode[eOpCode];
 }
 
-/// A destination in a token names memory in stores; its mask says how many words go.
+/// Stores whose destination names memory in its token; its mask gives the number of words.
 bool StoresByMask(ILOpCode eOpCode)
 {
     return eOpCode == IL_OP_UAV_RAW_STORE || eOpCode == IL_OP_UAV_STRUCT_STORE || eOpCode == IL_OP_LDS_STORE_VEC;
@@ -126,7 +126,7 @@ bool StoresByMask(ILOpCode eOpCode)
 
 } // namespace
 
-/// Global memory, the private memory of a UAV that is declared so, or the area of a local memory id.
+/// Sets global memory, the private memory of a UAV declared as such, or the area of a local memory id.
 bool CLowering::SetSpace(SAccess& access)
 {
     if (access.eSpace == SAccess::Local)
@@ -165,7 +165,7 @@ void CLowering::SetAddress(SAccess& access, const SOperand& operand)
     access.nAddressRows[1] = access.b64BitAddress ? Source(operand, 1, T::U) : s_nZeroRow;
 }
 
-/// Address and offset in two sources.
+/// Sets an address that is the sum of two sources.
 void CLowering::SetSum(SAccess& access, const SOperand& operand, const SOperand& offset)
 {
     if (!access.b64BitAddress)
@@ -185,7 +185,7 @@ void CLowering::SetSum(SAccess& access, const SOperand& operand, const SOperand&
     access.nAddressRows[1] = rows.d[1];
 }
 
-/// Component x of the address is the element, y the byte in it.
+/// Component x of the address is the element, y the byte within it.
 bool CLowering::SetStructAddress(SAccess& access)
 {
     const auto it = m_mapStrides.find(m_pItem->UavId());
@@ -200,7 +200,7 @@ bool CLowering::SetStructAddress(SAccess& access)
     return true;
 }
 
-/// Whether the words are the same rows of private memory in each pass.
+/// Whether the access always goes to the same rows of private memory.
 bool CLowering::IsFixedPlace(const SAccess& access) const
 {
     if (access.eSpace != SAccess::Private || access.nElementBytes != 4)
@@ -261,7 +261,7 @@ bool CLowering::EmitLoad(SAccess& access)
         access.nRows[access.nWords++] = Target(n);
         bOverlaps = bOverlaps || Target(n) == access.nAddressRows[0] || Target(n) == access.nAddressRows[1];
     }
-    // A narrow element stands in every component written.
+    // A narrow element goes to every component that is written.
     if (access.nElementBytes < 4)
     {
         const uint8_t nWritten = access.nWords;
@@ -342,7 +342,7 @@ bool CLowering::LowerAtomic()
     {
         return EmitAccess(access);
     }
-    // Every 32-bit component takes the old value; of 64 bits the words stand in x and y, z and w.
+    // A 32-bit old value goes to every component; a 64-bit one to x and y, and to z and w.
     access.nRows[0] = Scratch();
     access.nRows[1] = row.nBytes == 8 ? Scratch() : access.nRows[0];
     if (!EmitAccess(access))

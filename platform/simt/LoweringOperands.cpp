@@ -17,7 +17,7 @@ uint32_t CLowering::NewRows(uint32_t nCount)
     return nRow;
 }
 
-/// Rows for masks of the block that is being opened; a body's blocks at one depth share theirs.
+/// Mask rows for the block that is being opened; blocks of a body at the same depth share them.
 uint32_t CLowering::MaskRows(uint32_t nCount)
 {
     while (m_vMaskRows.size() < m_nMaskRowsUsed + nCount)
@@ -74,7 +74,7 @@ uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
     const uint64_t nKey =
         (static_cast<uint64_t>(nBody) << 32) | (nType << 24) | (static_cast<uint32_t>(nNumber) & 0xFFFF);
     const uint64_t nSign = nNumber < 0 ? 1ull << 23 : 0;
-    // Looked up before anything is made: nearly always it is there.
+    // The lookup comes first, as it nearly always succeeds.
     const auto it = m_mapRegisters.find(nKey | nSign);
     if (it != m_mapRegisters.end())
     {
@@ -85,7 +85,7 @@ uint32_t CLowering::RegisterRow(uint32_t nType, int32_t nNumber, uint32_t nBody)
     return nRow;
 }
 
-/// Rows of four components, which read as 0 until they are written.
+/// Rows for four components, which read as 0 until they are written.
 uint32_t CLowering::NewRegister()
 {
     const uint32_t nRow = NewRows(4);
@@ -113,7 +113,7 @@ uint32_t CLowering::IdRow(uint32_t nType, uint32_t nComponent)
     return inserted.first->second;
 }
 
-/// The declaration that stands last in front of the instruction; the first one if all stand after it.
+/// The last declaration before the instruction, or the first one if all are after it.
 uint32_t CLowering::LiteralRow(const SOperand& operand, uint32_t nComponent)
 {
     const size_t nNumber = static_cast<uint32_t>(operand.nNumber);
@@ -271,7 +271,7 @@ uint32_t CLowering::ArrayRow(const SOperand& operand, uint32_t nComponent)
     return array.Row(operand.nImmediate, nComponent);
 }
 
-/// The row of a source's component, swizzled, without its modifiers.
+/// The row of a source's component, after swizzling, before its modifiers.
 uint32_t CLowering::Component(const SOperand& operand, uint32_t nComponent)
 {
     const uint32_t nSelect = operand.select[nComponent];
@@ -325,7 +325,7 @@ uint32_t CLowering::Component(const SOperand& operand, uint32_t nComponent)
     return s_nZeroRow;
 }
 
-/// A step that the flow of control goes through as through any other.
+/// A step that doesn't affect control flow.
 SMicroOp& CLowering::EmitStep(EMicroKind eKind)
 {
     SMicroOp step;
@@ -410,7 +410,7 @@ uint32_t CLowering::ModifiedFloat(const SOperand& operand, uint32_t nComponent, 
     return bNegate ? Unary(LANE_Negate, nRow) : nRow;
 }
 
-/// One 32-bit component as a rule of the given type reads it.
+/// One 32-bit component in the form that a rule of this type reads.
 uint32_t CLowering::Source(const SOperand& operand, uint32_t nComponent, T eType)
 {
     const uint32_t nRow = Component(operand, nComponent);
@@ -488,9 +488,9 @@ bool CLowering::IsPlainDestination(const SOperand& operand) const
     }
 }
 
-/// Chooses where the parts of the current instruction write: into the destination's own rows, or
-/// into scratch rows if modifiers follow, the destination is an array, or a later part still reads
-/// what an earlier one would overwrite.
+/// Chooses where the parts of the current instruction write: directly to the destination's rows, or to scratch rows if
+/// modifiers follow, if the destination is an array, or if a later part still reads what an earlier one would
+/// overwrite.
 bool CLowering::BeginDestination(T eType, const CParts& parts)
 {
     const SOperand& destination = Destination();
@@ -501,7 +501,7 @@ bool CLowering::BeginDestination(T eType, const CParts& parts)
     {
         return Fail("register type " + std::to_string(destination.nType) + " can't be written");
     }
-    // A pair of which one word is written is computed whole, beside its register.
+    // If only one word of a pair is written, the pair is computed in scratch rows.
     if (IsPair(eType) && (Writes(0) != Writes(1) || Writes(2) != Writes(3)))
     {
         m_bInPlace = false;
@@ -513,7 +513,7 @@ bool CLowering::BeginDestination(T eType, const CParts& parts)
         {
             for (const uint32_t nSource : parts[j].rows.s)
             {
-                // A part's destination holds the component's number until targets are chosen.
+                // Until targets are chosen, a part's destination is the component's number.
                 const bool bFirst = parts[i].rows.d[0] < 4 && nSource == nBase + parts[i].rows.d[0];
                 const bool bSecond = parts[i].rows.d[1] < 4 && nSource == nBase + parts[i].rows.d[1];
                 m_bInPlace = m_bInPlace && !bFirst && !bSecond;
@@ -527,7 +527,7 @@ bool CLowering::BeginDestination(T eType, const CParts& parts)
     return !m_bFailed;
 }
 
-/// Applies shift_scale to a result row; for a double to the pair of rows.
+/// Applies shift_scale to a result row, or to the pair of rows of a double.
 void CLowering::Scale(uint32_t nRow, uint32_t nHighRow)
 {
     static constexpr float s_fFactors[] = {0, 2, 4, 8, 0.5f, 0.25f, 0.125f};
@@ -595,8 +595,8 @@ void CLowering::StoreComponent(uint32_t nComponent, uint32_t nRow)
     m_Code.vSteps.push_back(step);
 }
 
-/// Modifiers of the destination, the way into its rows if the result isn't there yet, and the
-/// components that take a constant.
+/// Applies the destination's modifiers, copies the result to its rows unless it is there, and sets components that take
+/// a constant.
 void CLowering::FinishDestination()
 {
     const SOperand& destination = Destination();

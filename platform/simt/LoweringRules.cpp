@@ -6,7 +6,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// By the relation field of the controls.
+/// Indexed by the relation field of the controls.
 const ELaneOp s_Relations[] = {LANE_FEqual,        LANE_FNotEqual, LANE_FGreater,
                                LANE_FGreaterEqual, LANE_FLess,     LANE_FLessEqual};
 
@@ -14,7 +14,7 @@ const uint32_t s_nFenceMemory = 4;
 
 } // namespace
 
-/// The component's parts of one rule: destinations hold component numbers until WriteParts.
+/// Adds the component's parts of one rule; until WriteParts, destinations are component numbers.
 void CLowering::AddParts(uint32_t nOp, const SLaneRule& rule, CParts& parts)
 {
     const bool bOutPair = IsPair(rule.eOut);
@@ -74,8 +74,8 @@ bool CLowering::WriteParts(T eType, CParts& parts)
     return !m_bFailed;
 }
 
-/// Whether the move sets to 0 what is 0 anyway, since nothing has been computed yet: registers read as 0 until they are
-/// written, and some kernels begin with setting all of theirs.
+/// Whether the move sets to 0 what is 0 anyway, as nothing has been computed yet: registers read as 0 until they are
+/// written, and some kernels begin by clearing all of theirs.
 bool CLowering::ClearsAtStart()
 {
     const bool bNothingYet = m_Code.vSteps.size() == 1 && !m_bTrace;
@@ -97,7 +97,7 @@ bool CLowering::ClearsAtStart()
     return true;
 }
 
-/// Writes finished rows, one a component, to the components that the destination names.
+/// Copies finished rows, one for each component, to the components of the destination.
 bool CLowering::WriteRows(T eType, const uint32_t* pRows)
 {
     CParts parts;
@@ -152,7 +152,7 @@ bool CLowering::LowerRule(uint32_t nOp)
     return WriteAll(rule.eOut, rows.d[0]);
 }
 
-/// Products of the first nCount components, added from x on.
+/// The sum of the products of the first nCount components, from x on.
 uint32_t CLowering::Dot(const SOperand& a, const SOperand& b, uint32_t nCount, bool bHalf)
 {
     const T eType = bHalf ? T::H : T::F;
@@ -276,7 +276,7 @@ bool CLowering::LowerCompareSelect()
         }
         else
         {
-            // cmov keeps what the destination holds where the condition is 0.
+            // cmov leaves the destination unchanged where the condition is 0.
             SOperand old = destination;
             const uint32_t nMask = Binary(LANE_FNotEqual, nFirst, s_nZeroRow);
             nRows[n] = Ternary(LANE_Select, nMask, Source(b, n, T::F), Component(old, n));
@@ -285,7 +285,7 @@ bool CLowering::LowerCompareSelect()
     return WriteRows(T::F, nRows);
 }
 
-/// Sources: width, offset, what is inserted, what it is inserted into.
+/// Sources: width, offset, the bits to insert, the value they are inserted into.
 bool CLowering::LowerBitInsert()
 {
     uint32_t nRows[4] = {0, 0, 0, 0};
@@ -315,7 +315,7 @@ bool CLowering::LowerSinCos()
     return WriteRows(T::F, nRows);
 }
 
-/// Component n of the result: the four bytes from byte n of the pair a.xy against b.x, added to c's component n.
+/// Component n of the result compares the four bytes from byte n of a.xy with b.x, and adds c's component n.
 bool CLowering::LowerQuadSad()
 {
     const SOperand& a = Operand(0);

@@ -16,7 +16,8 @@ void CLowering::EmitWave(EWave eWave, uint32_t nLow, uint32_t nHigh, uint32_t nA
     m_Code.vSteps.push_back(step);
 }
 
-/// readfirstlane and readlane work component by component; the others give one result to all components, ballot a pair.
+/// readfirstlane and readlane work component by component; the others give all components the same result, ballot a
+/// pair.
 bool CLowering::LowerWave()
 {
     const auto source = [this](uint32_t nSource, uint32_t nComponent)

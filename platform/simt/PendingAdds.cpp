@@ -24,7 +24,7 @@ unsigned char* CPendingAdds::Hold(unsigned char* pLow, unsigned char* pHigh)
     return reinterpret_cast<unsigned char*>(m_nSums) + (pLow - m_pFirst);
 }
 
-/// Threads often come here at the same time for the same words: each begins at another one.
+/// Threads often flush the same words at the same time, so each begins at a different one.
 void CPendingAdds::Add()
 {
     const uint32_t nCount = static_cast<uint32_t>((m_pEnd - m_pFirst) / sizeof(uint32_t));

@@ -6,27 +6,27 @@
 namespace KestrelPlatform
 {
 
-/// Atomic additions to global memory that one thread holds back: those whose old value nobody asks for, to words that
-/// lie close together, as the bins of a histogram do. Their sums are added when something could tell the difference,
-/// so that threads don't take the same cache lines from each other for every single one. One thread's.
+/// Atomic additions to global memory that one thread holds back, if the old values aren't needed and the words are
+/// close together, like the bins of a histogram. Their sums are added before anything could notice the difference. So
+/// threads don't compete for the same cache lines with every addition. Not shared between threads.
 class CPendingAdds
 {
 public:
-    /// \param nOrdinal tells threads of one launch apart
+    /// \param nOrdinal number of the thread within the launch
     explicit CPendingAdds(uint32_t nOrdinal) : m_nOrdinal(nOrdinal) {}
 
-    /// Makes room for additions to the words from pLow to pHigh, both aligned.
-    /// \return where pLow's own sum stands, those of the others as far after it as they are; null if they are too
-    ///         far apart, and then nothing is held
+    /// Makes room for sums for the words from pLow to pHigh, both aligned.
+    /// \return the place of pLow's sum, with the other words' sums at the same distances as in memory; null if the
+    ///         words are too far apart, and then nothing is held back
     unsigned char* Hold(unsigned char* pLow, unsigned char* pHigh);
 
-    /// True if something may be held for one of these bytes.
+    /// True if a sum may be held back for one of these bytes.
     bool Meets(const unsigned char* pData, uint64_t nBytes) const
     {
         return m_pFirst && pData < m_pFirst + sizeof m_nSums && m_pFirst < pData + nBytes;
     }
 
-    /// Adds what is held to memory.
+    /// Adds the sums to memory.
     void Flush()
     {
         if (m_pFirst)
@@ -35,8 +35,8 @@ public:
         }
     }
 
-    /// To be called in each pass of a loop: nothing is held for longer than some thousand of them, since what is held
-    /// may be what another thread's loop waits for.
+    /// To be called in each pass of a loop. Sums are flushed after some thousand passes, since another thread's loop
+    /// may be waiting for them.
     void Pass()
     {
         if (m_pFirst && ++m_nPasses % 4096 == 0)
@@ -52,7 +52,7 @@ private:
 
     const uint32_t m_nOrdinal;
     uint32_t m_nPasses = 0;
-    unsigned char* m_pFirst = nullptr; ///< the first sum's word in memory; null while nothing is held
+    unsigned char* m_pFirst = nullptr; ///< the word of the first sum in memory; null while nothing is held
     unsigned char* m_pEnd = nullptr;   ///< after the last word that may have a sum
     uint32_t m_nSums[s_nWords] = {};
 };

@@ -8,8 +8,8 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Token streams up to this length leave their taken-apart form for the thread's next one. It is several times as large
-/// as what a program keeps, and memory that is new each time costs more than what is done in it.
+/// For streams up to this length a thread keeps the decoded form's memory for the next stream. That form is several
+/// times as large as a program, and allocating it anew would cost more than the work in it.
 const size_t s_nKeptTokens = 1u << 18;
 
 struct SScratch
@@ -66,7 +66,7 @@ std::shared_ptr<const CProgram> DecodeProgram(const uint32_t* pTokens, size_t nC
         {
             return nullptr;
         }
-        // The program takes as much as its steps need; of a long one they aren't worth another copy.
+        // Gives the program just the memory that its steps need. Steps of a long stream aren't worth another copy.
         if (&scratch == &s_Scratch)
         {
             scratch.vSteps = std::move(code.vSteps);

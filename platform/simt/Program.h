@@ -17,17 +17,17 @@ namespace KestrelPlatform
 /// Row 0 of a block is the execution mask, row 1 holds zeros.
 const uint32_t s_nMaskRow = 0;
 const uint32_t s_nZeroRow = 1;
-/// Rows of a block: 64 MiB of registers and private memory for 256 work-items.
+/// The most rows of a block: 64 MiB of registers and private memory for 256 work-items.
 const uint32_t s_nMaxRows = 65536;
 static_assert(s_nMaxRows <= 0x10000, "SLaneRows numbers rows in 16 bits");
 
-/// A row's number as steps hold it. A program that has more rows is refused once it is lowered.
+/// A row's number as stored in steps. A program with more rows is refused after lowering.
 constexpr uint16_t ToRow(uint32_t nRow)
 {
     return static_cast<uint16_t>(nRow);
 }
 
-/// What one step of the compact form does. The fields that each one reads stand beside it.
+/// The kinds of steps of the compact form, with the fields that they use.
 enum EMicroKind : uint16_t
 {
     MICRO_LANE_FAST, ///< nOp, rows
@@ -62,7 +62,7 @@ enum EMicroKind : uint16_t
 
 const uint16_t s_nFlagInvert = 1;
 const uint16_t s_nFlagConditional = 2;
-/// Of if, else, endif, and a leave with a condition: the condition is the same for all work-items.
+/// For if, else, endif, and a leave with a condition: the condition is the same for all work-items.
 const uint16_t s_nFlagUniform = 4;
 const uint16_t s_nFlagSpread = 8;
 
@@ -73,7 +73,7 @@ struct SMicroOp
     uint16_t nFlags = 0;
     SLaneRows rows;
     uint32_t nInstruction = 0;
-    uint32_t nTarget = 0; ///< step to go on with when no work-item is left
+    uint32_t nTarget = 0; ///< step to continue with when no work-item is left
     uint32_t nFollow = 0; ///< instructions from here to the next step that counts them
     uint32_t nAux = 0;
 };
@@ -102,15 +102,15 @@ enum EAtomic : uint8_t
     ATOMIC_CONDXCHG
 };
 
-/// Consecutive work-items of a group that the wave instructions see as one.
+/// Consecutive work-items of a group on which wave instructions operate.
 const uint32_t s_nWaveSize = 64;
 
 enum EWave : uint16_t
 {
     WAVE_BALLOT, ///< a bit for each active lane whose source isn't 0
     WAVE_FIRST,  ///< the source of the first active lane
-    WAVE_READ,   ///< the source of the lane that the second one names
-    WAVE_COUNT,  ///< bits of the 64-bit source that belong to lower lanes
+    WAVE_READ,   ///< the source of the lane given by the second source
+    WAVE_COUNT,  ///< number of set bits of the 64-bit source that belong to lower lanes
     WAVE_LANE,   ///< the lane's number
     WAVE_INDEX   ///< the wave's number in its group
 };
@@ -136,18 +136,18 @@ struct SAccess
     EOperation eOperation = Load;
     EAtomic eAtomic = ATOMIC_ADD;
     bool b64BitAddress = false;
-    bool bSigned = false;              ///< narrow loads extend the sign
-    uint8_t nElementBytes = 4;         ///< 1, 2 or 4 for loads and stores; 4 or 8 for atomics
-    uint8_t nWords = 1;                ///< consecutive elements
-    bool bReturns = false;             ///< an atomic with a destination
-    bool bUniform = false;             ///< a load whose address is the same for all work-items
-    uint8_t nUniformWords = 0;         ///< of such a load: a bit for each result that is kept for all, active or not
-    bool bScaled = false;              ///< 64-bit addresses that are a base plus an index times a scale
-    bool bIndexSigned = false;         ///< of such an address
-    bool bSameIndex = false;           ///< as that of the scaled access before it, for the same work-items
-    uint32_t nAddressRows[2] = {0, 0}; ///< with bScaled they are written when they are needed after all
+    bool bSigned = false;      ///< narrow loads are sign-extended
+    uint8_t nElementBytes = 4; ///< 1, 2 or 4 for loads and stores; 4 or 8 for atomics
+    uint8_t nWords = 1;        ///< consecutive elements
+    bool bReturns = false;     ///< an atomic with a destination
+    bool bUniform = false;     ///< a load whose address is the same for all work-items
+    uint8_t nUniformWords = 0; ///< for such a load: a bit for each result that is written for all lanes, active or not
+    bool bScaled = false;      ///< 64-bit addresses that are a base plus an index times a scale
+    bool bIndexSigned = false; ///< for such an address
+    bool bSameIndex = false;   ///< the index is that of the previous scaled access, for the same work-items
+    uint32_t nAddressRows[2] = {0, 0}; ///< with bScaled, only written if they turn out to be needed
     uint32_t nIndexRow = 0;
-    uint32_t nScaleRow = 0; ///< like the base the same for all work-items
+    uint32_t nScaleRow = 0; ///< like the base, the same for all work-items
     uint32_t nBaseRows[2] = {0, 0};
     uint32_t nRows[4] = {0, 0, 0, 0};      ///< load: results; store: values; atomic: result pair
     uint32_t nValueRows[4] = {0, 0, 0, 0}; ///< atomic: first operand pair, second operand pair
@@ -183,7 +183,7 @@ struct SImageAccess
     uint32_t nFlatAccesses = 0;
 };
 
-/// An array of registers or a constant buffer that is indexed at run time.
+/// An array of registers or a constant buffer with an index computed at run time.
 struct SIndexed
 {
     bool bConstant = false;
@@ -235,14 +235,14 @@ struct SCode
         uint32_t nRow;
         uint32_t nElements;
 
-        /// Component by component: elements of which one component is used lie close together.
+        /// Ordered by component, so that elements of which one component is used are close together.
         uint32_t Row(uint32_t nElement, uint32_t nComponent) const { return nRow + nComponent * nElements + nElement; }
     };
     struct SBuffer
     {
         uint32_t nNumber;
         uint32_t nElements;
-        std::vector<uint32_t> vWords; ///< of a buffer whose words stand in the stream
+        std::vector<uint32_t> vWords; ///< of a buffer whose words are in the stream
         bool bInline = false;
     };
     struct SPrivate
@@ -259,7 +259,7 @@ struct SCode
     };
 
     std::vector<SMicroOp> vSteps;
-    std::vector<SMicroOp> vSteadySteps; ///< lane operations to run where the y or z of groups isn't the last one's
+    std::vector<SMicroOp> vSteadySteps; ///< lane operations to rerun for groups with another y or z than the last one
     std::vector<uint32_t> vBodyEntries; ///< step of each body's entry
     std::vector<SAccess> vAccesses;
     std::vector<SImageAccess> vImages;
@@ -276,15 +276,15 @@ struct SCode
     std::vector<uint32_t> vUavs;      ///< numbers of the UAVs used as images
     std::vector<uint32_t> vSamplers;
     std::vector<uint32_t> vClearRows;     ///< rows that must be 0 when a group starts
-    std::vector<uint32_t> vUnwrittenRows; ///< rows that are read and never written, and so are always 0
+    std::vector<uint32_t> vUnwrittenRows; ///< rows that are read but never written, so always 0
     uint32_t nRows = 2;
     uint32_t nLocalBytes = 0; ///< declared
     bool bBarriers = false;
 };
 
-/// Turns decoded bodies into the compact form; with bTrace a step after each instruction records it. What code held
-/// before is gone; the memory of its steps is used again.
-/// \return false for an operand that has no meaning, or more registers than a block can hold
+/// Lowers decoded bodies to the compact form; with bTrace, a step after each instruction records it. Replaces what code
+/// held before, reusing the memory of its steps.
+/// \return false for an invalid operand, or more registers than a block can hold
 bool LowerProgram(const SDecodedStream& stream, const SStructure& structure, bool bTrace, SCode& code,
                   SDecodeError& error);
 
@@ -295,12 +295,12 @@ public:
 
     const SCode& GetCode() const { return m_Code; }
     const std::vector<uint32_t>& GetTokens() const { return m_vTokens; }
-    /// Made from the tokens when it is first asked for. Any thread. A kernel at the limit of what a block holds, for
-    /// which the trace's rows are too many, gives its plain code, whose flow control alone is recorded.
+    /// Made from the tokens on first use. Any thread. If a kernel has so many rows that the trace's don't fit in a
+    /// block, this gives its plain code, of which only control flow is recorded.
     const SCode& GetTracedCode() const;
-    /// For those who have asked for the traced code: whether it records every instruction.
+    /// For users of the traced code: whether it records every instruction.
     bool IsTraceable() const { return m_bTraceable; }
-    /// For those who have asked for the traced code.
+    /// For users of the traced code.
     ILOpCode GetOpCode(uint32_t nInstruction) const { return m_vOpCodes[nInstruction]; }
 
 private:

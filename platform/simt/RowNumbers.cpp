@@ -15,13 +15,13 @@ void ForAll(TRow (&rows)[nCount], F&& visit)
     std::for_each(rows, rows + nCount, visit);
 }
 
-/// Calls visit with every place that holds the number of a row; those without one hold the mask's, 0.
+/// Calls visit with every field that holds a row number; fields without a row hold the mask's number, 0.
 template <class F>
 void ForEachRow(SCode& code, F&& visit)
 {
     for (SMicroOp& step : code.vSteps)
     {
-        // There it is a set of components.
+        // For MICRO_INDEX_STORE this field is a set of components.
         if (step.eKind != MICRO_INDEX_STORE)
         {
             ForAll(step.rows.d, visit);
@@ -70,7 +70,7 @@ public:
         {
             m_vNumbers[n] = m_vNumbers[n] == 0 ? s_nUnused : nRows++;
         }
-        // There begins an array of no elements.
+        // Where an array without elements begins.
         m_vNumbers.back() = nRows;
         DropUnused(m_Code.vConstants);
         DropUnused(m_Code.vIds);
@@ -91,7 +91,7 @@ private:
         Mark(s_nMaskRow, 1);
         Mark(s_nZeroRow, 1);
         ForEachRow(m_Code, [this](const auto& nRow) { m_vNumbers[nRow] = 1; });
-        // Those of an array stay together, as many as there are.
+        // An array's rows stay together, all of them.
         for (const SCode::SArray& array : m_Code.vArrays)
         {
             Mark(array.nRow, array.nElements * 4);
@@ -133,7 +133,7 @@ private:
     }
 
     SCode& m_Code;
-    std::vector<uint32_t> m_vNumbers; ///< by old number: first whether the row is used, then the new number
+    std::vector<uint32_t> m_vNumbers; ///< by old number: first whether the row is used, later the new number
 };
 
 } // namespace

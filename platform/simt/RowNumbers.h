@@ -6,10 +6,9 @@
 namespace KestrelPlatform
 {
 
-/// Numbers the rows that are in use without gaps, and takes out the constants and ids that nothing uses. A register has
-/// four rows from the start, of 1 KiB each: where kernels use one component of many registers, those rows would lie
-/// 4 KiB apart, all of them in the same few sets of the first-level cache. Not for traced code, which shows registers
-/// as a whole.
+/// Renumbers the used rows without gaps, and removes unused constants and ids. At first every register has four rows of
+/// 1 KiB each. In kernels that use one component of many registers, the used rows would be 4 KiB apart and compete for
+/// the same few sets of the first-level cache. Not for traced code, which shows whole registers.
 void CloseRowGaps(SCode& code);
 
 } // namespace KestrelPlatform

@@ -11,14 +11,14 @@ inline bool IsLaneOperation(const SMicroOp& step)
     return step.eKind <= MICRO_LANE_UNIFORM;
 }
 
-/// True if the steps around it run for the same work-items, one after the other.
+/// True if the steps before and after it run one after the other for the same work-items.
 inline bool IsStraight(const SMicroOp& step)
 {
     return step.eKind < MICRO_ENTER || step.eKind > MICRO_BARRIER;
 }
 
-/// Calls visit with the number of each step that isn't dropped. Pieces of straight code have numbers of their own,
-/// which go on from what they were.
+/// Calls visit with the number of each step that isn't dropped. nPiece numbers the straight-line pieces, counting on
+/// from its initial value.
 template <class F>
 void ForEachStepOfPieces(const SCode& code, const std::vector<char>& vDropped, uint32_t& nPiece, F&& visit)
 {
@@ -33,7 +33,7 @@ void ForEachStepOfPieces(const SCode& code, const std::vector<char>& vDropped, u
     }
 }
 
-/// Leaves out the places that name no row, which most are.
+/// Skips fields without a row, which are the majority.
 template <class TRow, class F>
 void ForEach(const TRow* pRows, size_t nCount, F&& visit)
 {
@@ -66,7 +66,7 @@ void ForEachRead(const SAccess& access, F&& visit)
     }
 }
 
-/// Calls visit with the rows that a step reads. What has none stands for itself as row 0 or 1.
+/// Calls visit with the rows that a step reads. Unused fields give row 0 or 1.
 template <class F>
 void ForEachRead(const SCode& code, const SMicroOp& step, F&& visit)
 {
@@ -112,7 +112,7 @@ void ForEachRead(const SCode& code, const SMicroOp& step, F&& visit)
     }
 }
 
-/// Calls visit with the rows that a step writes for its work-items, those of arrays apart; 0 for none.
+/// Calls visit with the rows that a step writes for its work-items, except those of arrays; 0 for none.
 template <class F>
 void ForEachWritten(const SCode& code, const SMicroOp& step, F&& visit)
 {
@@ -144,7 +144,7 @@ void ForEachWritten(const SCode& code, const SMicroOp& step, F&& visit)
     }
 }
 
-/// Calls visit with the rows that are read and written by way of an index or an address, and with the mask's.
+/// Calls visit with the rows that are accessed by an index or an address, and with the mask's.
 template <class F>
 void ForEachPinned(const SCode& code, F&& visit)
 {

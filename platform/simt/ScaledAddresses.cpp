@@ -10,11 +10,11 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Index, scale and base of a step that multiplies and adds, among its sources.
+/// The positions of index, scale and base among the sources of a step that multiplies and adds.
 const int s_nSumSources[] = {0, 2, 4, 5};
 
-/// Goes through pieces of straight code twice: first to see which rows hand a value on from one piece to another, then
-/// to find the sums of which only accesses know.
+/// Goes through the straight-line pieces twice: first to find rows that carry a value from one piece to another, then
+/// to find sums that only accesses read.
 class CScaledAddresses
 {
 public:
@@ -70,9 +70,9 @@ public:
 private:
     struct SRow
     {
-        uint32_t nPiece = 0;  ///< in which it was written last
-        uint32_t nWrites = 0; ///< how often so far
-        uint32_t nSum = 0;    ///< the sum that it holds, counted from 1
+        uint32_t nPiece = 0;  ///< the piece that wrote it last
+        uint32_t nWrites = 0; ///< number of writes so far
+        uint32_t nSum = 0;    ///< the sum that it holds, counted from 1; 0 for none
         bool bLeaves = false; ///< read in a piece that hasn't written it before
         bool bUniform = false;
     };
@@ -81,9 +81,9 @@ private:
     struct SSum
     {
         size_t nStep = 0;
-        uint32_t nWrites[4] = {}; ///< of the rows that it reads, once it has run
+        uint32_t nWrites[4] = {}; ///< write counts of the rows that it reads, after it has run
         bool bKept = false;       ///< something else reads it
-        bool bEnded[2] = {};      ///< by its words: the piece writes another value over it
+        bool bEnded[2] = {};      ///< for each of its words: the piece overwrites it
     };
 
     struct SUse
@@ -108,7 +108,7 @@ private:
         ForEachWritten(m_Code, step, [this](uint32_t nRow) { m_vRows[nRow].nPiece = m_nPiece; });
     }
 
-    /// The sum whose value the row holds, or null.
+    /// The sum that the row holds, or null.
     SSum* SumIn(uint32_t nRow)
     {
         const SRow& row = m_vRows[nRow];
@@ -181,7 +181,8 @@ private:
                m_vRows[step.rows.s[5]].bUniform;
     }
 
-    /// Whether the step is an access at a sum whose parts are still there, and which it doesn't use otherwise.
+    /// Whether the step is an access whose address is a sum, whose parts are still unchanged, and that reads no sum
+    /// otherwise.
     bool IsOfSum(const SMicroOp& step)
     {
         if (step.eKind != MICRO_ACCESS)
@@ -220,7 +221,7 @@ private:
                m_Code.vAccesses[left.nAccess].nIndexRow == m_Code.vAccesses[right.nAccess].nIndexRow;
     }
 
-    /// A sum that may be read in another piece stays.
+    /// Keeps a sum that may be read in another piece.
     void EndOf(size_t nSum)
     {
         SSum& sum = m_vSums[nSum];
@@ -263,7 +264,7 @@ private:
     std::vector<SSum> m_vSums;
     std::vector<SUse> m_vUses;
     uint32_t m_nPiece = 0;
-    uint32_t m_nScratch = 0; ///< two rows for addresses that have to be worked out after all
+    uint32_t m_nScratch = 0; ///< two rows for addresses that turn out to be needed
 };
 
 } // namespace

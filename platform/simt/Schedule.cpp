@@ -10,7 +10,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Spreads a number over all 64 bits.
+/// Spreads a number's bits over all 64.
 uint64_t Mix(uint64_t nValue)
 {
     nValue = (nValue ^ (nValue >> 30)) * 0xBF58476D1CE4E5B9u;
@@ -18,7 +18,7 @@ uint64_t Mix(uint64_t nValue)
     return nValue ^ (nValue >> 31);
 }
 
-/// Below this the product in Piece can't overflow; launches have some thousand pieces at most.
+/// Below this limit the product in Piece can't overflow; launches have a few thousand pieces at most.
 const uint64_t s_nMostShuffled = uint64_t(1) << 31;
 
 } // namespace

@@ -6,24 +6,24 @@
 namespace KestrelPlatform
 {
 
-/// In which order the pieces of a launch are run, and what the threads wait in between. Kernels may not depend on
-/// either; a seed shakes both, so that tests find what does.
+/// The order in which the pieces of a launch run, and the pauses of threads in between. Kernels mustn't depend on
+/// either. A seed varies both, so that tests find kernels that do.
 class CSchedule
 {
 public:
-    /// \param nSeed  0: one piece after the other, with no pause
+    /// \param nSeed  0: in order and without pauses
     CSchedule(uint64_t nSeed, uint64_t nPieces);
 
-    /// The piece to run as the nTurn-th. Each turn below the number of pieces has a piece of its own.
+    /// The piece to run as number nTurn. Each turn below the number of pieces gets a different piece.
     uint64_t Piece(uint64_t nTurn) const { return (nTurn * m_nStride + m_nStart) % m_nPieces; }
-    /// What the thread does before: nothing, letting others go first, or up to some 50 microseconds of sleep.
+    /// Pauses the thread before a turn: not at all, by yielding to others, or by sleeping up to about 50 microseconds.
     void Pause(uint64_t nTurn) const;
 
 private:
     const uint64_t m_nSeed;
     const uint64_t m_nPieces;
     uint64_t m_nStart = 0;
-    uint64_t m_nStride = 1; ///< below m_nPieces and with no common divisor
+    uint64_t m_nStride = 1; ///< below m_nPieces and coprime to it
 };
 
 } // namespace KestrelPlatform

@@ -21,11 +21,11 @@ uint64_t Pack(uint32_t nFirst, uint32_t nEnd)
     return static_cast<uint64_t>(nEnd) << 32 | nFirst;
 }
 
-/// What is added to a share to take its first piece, and its last one.
+/// Added to a share to take its first piece, or its last one.
 const uint64_t s_nTakeFirst = 1;
 const uint64_t s_nTakeLast = 0 - (uint64_t(1) << 32);
 
-/// \return the pieces of the share before one was taken; none if it is empty
+/// \return the share's state before one piece was taken; none if it was empty
 std::optional<uint64_t> TakeOne(std::atomic<uint64_t>& share, uint64_t nChange)
 {
     uint64_t nPieces = share;

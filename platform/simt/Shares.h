@@ -9,9 +9,9 @@
 namespace KestrelPlatform
 {
 
-/// Deals the pieces of a launch out to its threads. Each has a share of neighbouring pieces and begins with it, so
-/// that launches one after the other find the same memory in the caches of the same threads; who is done helps the
-/// others from the end of theirs. Any thread.
+/// Distributes the pieces of a launch to its threads. Each thread has a share of neighbouring pieces and begins with
+/// it, so that in successive launches the threads' caches hold the memory that they need. A thread that is done helps
+/// the others, from the end of their shares. Any thread.
 class CShares
 {
 public:
@@ -20,15 +20,15 @@ public:
 
     CShares(uint32_t nPieces, uint32_t nThreads);
 
-    /// The next piece for the thread of a share, which is below the number of threads; none if all are taken.
+    /// The next piece for a thread with its own share; none if all pieces are taken.
     std::optional<uint32_t> Take(uint32_t nShare);
     bool IsAnyLeft() const;
 
 private:
-    /// On a cache line of its own: its thread takes from it all the time.
+    /// On its own cache line, as its thread uses it constantly.
     struct alignas(64) SShare
     {
-        std::atomic<uint64_t> nPieces{0}; ///< the first that is left, and in the upper half the one behind the last
+        std::atomic<uint64_t> nPieces{0}; ///< the first one left, and in the upper half the end
     };
 
     std::vector<SShare> m_vShares;

@@ -10,16 +10,17 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Rows that a block gets for steady results, each of which is a part of the cache that other rows would have.
+/// The most rows for steady results in a block: each takes room in the cache that other rows could use.
 const uint32_t s_nMaxSteadyRows = 64;
 
-/// Whether what a step reads can be taken from another row.
+/// Whether a step's sources may be replaced by other rows.
 bool CanReadElsewhere(const SMicroOp& step)
 {
     return IsLaneOperation(step) || step.eKind == MICRO_ACCESS;
 }
 
-/// Goes through pieces of straight code twice: first to see which results are read after their piece, then to move.
+/// Goes through the straight-line pieces twice: first to find results that are read after their piece, then to move
+/// steps.
 class CSteadySteps
 {
 public:
@@ -28,7 +29,7 @@ public:
           m_vOverwritten(code.vSteps.size(), 0), m_nRowLimit(std::min(code.nRows + s_nMaxSteadyRows, s_nMaxRows))
     {
         ForEachPinned(code, [this](uint32_t nRow) { m_vRows[nRow].bKept = true; });
-        // What stands for no row.
+        // Unused fields name these rows.
         m_vRows[s_nMaskRow].bSteady = m_vRows[s_nZeroRow].bSteady = true;
         for (const SCode::SConstant& constant : code.vConstants)
         {
@@ -50,12 +51,12 @@ public:
 private:
     struct SRow
     {
-        uint32_t nPiece = 0;     ///< in which it was written last
-        uint32_t nLastStep = 0;  ///< that wrote it
-        uint32_t nNamePiece = 0; ///< in which the row nName holds what was to be written to this one
+        uint32_t nPiece = 0;     ///< the piece that wrote it last
+        uint32_t nLastStep = 0;  ///< the step that wrote it last
+        uint32_t nNamePiece = 0; ///< the piece in which row nName holds this row's value
         uint32_t nName = 0;
         bool bSteady = false;
-        bool bKept = false;   ///< its readers can't read another
+        bool bKept = false;   ///< its readers can't read another row
         bool bLeaves = false; ///< read in a piece that hasn't written it before
     };
 
@@ -189,7 +190,7 @@ private:
         return !bLeaves || m_vOverwritten[nStep] == nResults;
     }
 
-    /// A new row for what is to be written to another.
+    /// A new row for a value that was to be written to nRow.
     uint16_t Name(uint32_t nRow)
     {
         const uint32_t nName = m_Code.nRows++;
@@ -201,7 +202,7 @@ private:
         return static_cast<uint16_t>(nName);
     }
 
-    /// From the end: what only such a step reads is unread, too.
+    /// Goes backwards, so that steps whose results only dropped steps read are dropped too.
     void DropUnread()
     {
         std::vector<SMicroOp>& vSteps = m_Code.vSteadySteps;

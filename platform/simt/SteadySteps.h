@@ -8,14 +8,14 @@
 namespace KestrelPlatform
 {
 
-/// Whether the ids in a row are the same for all groups whose y and z are.
+/// Whether the ids in a row are the same for all groups with the same y and z.
 bool IsSteady(const SCode::SId& id);
 
-/// Moves lane operations on constants and steady ids, and on what these give, to code.vSteadySteps: a kernel computes
-/// ids of three components, and between neighbouring groups only x changes. Their results go into rows of their own,
-/// which what reads them in the same straight code reads instead. Not for traced code, whose results are shown.
-/// \param vReads    as CountReads gives it; kept up
-/// \param vDropped  by step: those that are taken out, and aren't looked at; gets those that are moved
+/// Moves lane operations that depend only on constants and steady ids, directly or indirectly, to code.vSteadySteps:
+/// kernels compute ids of three components, and between neighbouring groups only x changes. Their results go to rows of
+/// their own, which readers in the same straight-line piece use instead. Not for traced code, which shows all results.
+/// \param vReads    as given by CountReads; updated
+/// \param vDropped  by step: steps that are removed already are skipped; the moved ones are added
 void MoveSteadySteps(SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped);
 
 } // namespace KestrelPlatform

@@ -16,9 +16,9 @@ void Drop(const SCode& code, size_t nStep, std::vector<uint32_t>& vReads, std::v
     ForEachRead(code, code.vSteps[nStep], [&vReads](uint32_t nRow) { --vReads[nRow]; });
 }
 
-/// Marks what is written again, for the same work-items, before anything reads it: a kernel that sets its registers to
-/// 0 at the start. Goes from the end through pieces of straight code, and on from a call's body to what stands before
-/// the call; bodies stand after their callers.
+/// Marks steps whose results are overwritten for the same work-items before anything reads them, as in a kernel that
+/// first sets its registers to 0. Goes backwards through straight-line pieces, and continues from the start of a called
+/// body to the steps before the call; bodies come after their callers.
 class COverwritten
 {
 public:
@@ -50,7 +50,7 @@ public:
 
 private:
     static constexpr uint32_t s_nPinned = ~0u;
-    /// A call's body passes its rows on to that of its caller, so that a long chain of calls would keep ever more.
+    /// Limits the rows that a body hands to its caller: along a chain of calls they would become ever more.
     static constexpr size_t s_nMostAtEntry = 1024;
 
     bool Holds(uint32_t nRow) const { return m_vMarks[nRow] == m_nPiece; }
@@ -103,17 +103,17 @@ private:
     const SCode& m_Code;
     uint32_t m_nPiece = 1;
     std::vector<uint32_t> m_vMarks; ///< by row: the piece in which it is written before it is read
-    std::vector<uint32_t> m_vSet;   ///< rows that this piece has written; some are read since
+    std::vector<uint32_t> m_vSet;   ///< rows that this piece has written, including some that are read since
     std::vector<std::vector<uint32_t>> m_vAtEntry;
 };
 
-/// Marks from the end, so that what only a dropped step reads is dropped, too.
+/// Marks steps backwards, so that steps whose results only dropped steps read are dropped too.
 void MarkUnread(const SCode& code, std::vector<uint32_t>& vReads, std::vector<char>& vDropped)
 {
     for (size_t n = code.vSteps.size(); n-- > 0;)
     {
         const SMicroOp& step = code.vSteps[n];
-        // An operation of one result has row 0 for the second.
+        // The second destination of an operation with one result is row 0.
         const bool bSecondRead = step.rows.d[1] != 0 && vReads[step.rows.d[1]] != 0;
         if (IsLaneOperation(step) && !vDropped[n] && vReads[step.rows.d[0]] == 0 && !bSecondRead)
         {
@@ -122,7 +122,7 @@ void MarkUnread(const SCode& code, std::vector<uint32_t>& vReads, std::vector<ch
     }
 }
 
-/// Whether a step may read a row that an index or an address chooses. A store of less than a word keeps the rest of it.
+/// Whether a step may read a row selected by an index or an address. A narrow store reads the rest of its word.
 bool ReadsChosen(const SCode& code, const SMicroOp& step)
 {
     return step.eKind == MICRO_INDEX_LOAD ||

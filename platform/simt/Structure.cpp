@@ -56,8 +56,8 @@ const SInstructionShape& Shape(uint32_t nOpCode)
     return GetInstructionShape(nOpCode);
 }
 
-// Atomics and narrow accesses stand in runs.
-/// Opcodes that stand in a run, the last one included.
+// Atomics and narrow accesses have consecutive opcodes.
+// A range of opcodes, including the last one.
 struct SOpCodeRange
 {
     uint32_t nFirst;
@@ -103,7 +103,7 @@ const ILOpCode s_Special[] = {IL_OP_DP2,          IL_OP_DP3,
                               IL_OP_WAVE_ID,      IL_OP_SAMPLE_RETURN_CODE,
                               IL_OP_MQSAD_U32_U8};
 
-// Accepted and without effect: they only tell a hardware compiler something.
+// Accepted without effect: hints to a hardware compiler.
 const ILOpCode s_Ignored[] = {IL_OP_NOP, IL_OP_SLEEP, IL_OP_COMMENT, IL_OP_DCL_USER_DATA, IL_DCL_WAVESIZE};
 
 std::vector<EOpCodeClass> MakeClasses()
@@ -147,7 +147,7 @@ std::vector<EOpCodeClass> MakeClasses()
     return vClasses;
 }
 
-/// Walks the stream once, keeping the bodies and blocks that are open.
+/// Goes through the stream once, keeping track of open bodies and blocks.
 class CStructureBuilder
 {
 public:
@@ -417,8 +417,8 @@ private:
         return Fail("label " + std::to_string(m_Structure.vBodies[nTarget].nLabel) + " calls itself");
     }
 
-    /// A body that reaches itself would need a stack of unknown depth; the walk keeps its own
-    /// stack, since a stream can nest calls deeper than this thread's stack.
+    /// A recursive body would need a stack of unknown depth. The search has an explicit stack, since calls in a stream
+    /// may nest deeper than this thread's stack allows.
     bool OrderBodies()
     {
         enum EMark : char

@@ -21,13 +21,13 @@ struct SBody
     };
     EKind eKind = Main;
     uint32_t nLabel = 0;
-    std::vector<uint32_t> vItems;   ///< items of the stream, without those of macros nested in the text
+    std::vector<uint32_t> vItems;   ///< items of the stream, except those of macros nested in the text
     std::vector<uint32_t> vCallees; ///< bodies called, each once
     bool bReachable = false;
-    bool bReturns = false; ///< holds a return other than its end
+    bool bReturns = false; ///< contains a return before its end
 };
 
-/// How the items of a stream hang together.
+/// The bodies of a stream and their calls.
 struct SStructure
 {
     std::vector<SBody> vBodies;                ///< the main body first
@@ -49,8 +49,8 @@ enum EOpCodeClass
 
 EOpCodeClass GetOpCodeClass(uint32_t nOpCode);
 
-/// Splits the stream into bodies and checks all of them: blocks that nest, calls that have a target
-/// and don't come back to themselves, instructions that this device has.
+/// Splits the stream into bodies and checks them: blocks must nest, calls must have a target and not
+/// recurse, and the device must have all instructions.
 /// \return false with the instruction and the reason
 bool BuildStructure(const SDecodedStream& stream, SStructure& structure, SDecodeError& error);
 

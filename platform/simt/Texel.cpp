@@ -16,8 +16,8 @@ namespace
 
 const int s_nNone = -1;
 
-/// For each stored channel the component that it holds, and for each component read the stored
-/// channel (4 for 0, 5 for 1).
+/// For each stored channel the component that it holds, and for each component the stored channel to read (4 for 0, 5
+/// for 1).
 struct SOrder
 {
     uint32_t nOrder;
@@ -79,7 +79,7 @@ uint32_t ChannelBytes(uint32_t nType)
     }
 }
 
-/// Fields of the types that pack three channels into one word, from r to b.
+/// Bit fields of the types that pack three channels into one word, from r to b.
 struct SPacked
 {
     uint32_t nType;

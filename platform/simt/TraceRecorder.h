@@ -10,8 +10,8 @@
 namespace KestrelPlatform
 {
 
-/// Makes the records of one block while it runs: keeps the open calls and loops, and reads the
-/// written register back out of the block.
+/// Makes the trace records of a running block: keeps track of open calls and loops, and reads the written registers
+/// from the block.
 class CTraceRecorder : public IBlockRecorder
 {
 public:

@@ -12,12 +12,12 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Passes over all values until nothing changes any more; as many as loops lie in each other, and some.
+/// The most passes over all values until nothing changes; enough for any nesting of loops in practice.
 const int s_nMostPasses = 64;
-/// Rows for values that are the same for all.
+/// The most rows for uniform values.
 const uint32_t s_nMostRows = 1024;
 
-/// Values that meet in one another take one row. Such a web is uniform unless one of its values isn't.
+/// Values that meet share a row with the value at the meeting. Such a web is uniform if all of its values are.
 class CUniformSteps
 {
 public:
@@ -74,13 +74,13 @@ private:
         return bNew;
     }
 
-    /// The steps with what they read and write, one after the other.
+    /// The steps in order, with the values that they read and write.
     struct SStep
     {
         uint32_t nStep = 0;
         size_t nFirstRead = 0;
         size_t nReads = 0;
-        uint32_t nValues[4] = {}; ///< written
+        uint32_t nValues[4] = {}; ///< written values
         uint32_t nWritten = 0;
     };
 
@@ -133,7 +133,7 @@ private:
                m_Code.vAccesses[op.nAux].eOperation == SAccess::Load && !ReadsVarying(step);
     }
 
-    /// Whether the step's results vary, however little it reads.
+    /// Whether the step's results vary between work-items, whatever it reads.
     bool GivesVarying(const SStep& step)
     {
         const SMicroOp& op = m_Code.vSteps[step.nStep];
@@ -142,12 +142,12 @@ private:
             return !IsUniformLoad(step);
         }
         bool bVaries = ReadsVarying(step);
-        // Both words of a result, or none.
+        // Both words of a result must be uniform.
         for (uint32_t n = 0; n < step.nWritten; ++n)
         {
             bVaries = bVaries || Varies(step.nValues[n]);
         }
-        // A word beside, which isn't followed.
+        // One of the result's words isn't tracked.
         const uint32_t nResults = op.rows.d[1] != s_nMaskRow ? 2 : 1;
         return bVaries || step.nWritten != nResults;
     }
@@ -211,7 +211,7 @@ private:
         return IsLaneOperation(m_Code.vSteps[step.nStep]) && step.nWritten != 0 && IsUniform(step.nValues[0]);
     }
 
-    /// Values that something reads for all work-items.
+    /// Finds uniform values that some step reads for all work-items, so that they need whole rows.
     void FindSpread()
     {
         for (const SStep& step : m_vSteps)
@@ -261,7 +261,7 @@ private:
         }
     }
 
-    /// The row from which a step reads what it read from another.
+    /// Replaces the row that a step reads.
     template <class TRow>
     void Reread(const SStep& step, TRow& nRow)
     {
@@ -288,7 +288,7 @@ private:
 
     void RewriteStep(const SStep& step, SMicroOp& op)
     {
-        // Of a switch the second source is a row of its own.
+        // The second source of a switch is a row that it writes itself.
         if (op.eKind == MICRO_SWITCH)
         {
             Reread(step, op.rows.s[0]);
@@ -359,8 +359,8 @@ private:
     SCode& m_Code;
     SValueGraph& m_Graph;
     std::vector<SStep> m_vSteps;
-    std::vector<uint32_t> m_vWebs; ///< by value: another one of its web, or itself
-    // By the value that stands for a web.
+    std::vector<uint32_t> m_vWebs; ///< by value: another value of its web, or itself
+    // Indexed by the value that represents a web.
     std::vector<char> m_vVaries;
     std::vector<char> m_vSpread;
     std::vector<uint32_t> m_vRows;

@@ -6,9 +6,9 @@
 namespace KestrelPlatform
 {
 
-/// Finds what is the same for all work-items wherever it is read, in kernels with loops: counters, conditions on them,
-/// addresses and what is loaded from these. Such values get rows of their own, of which the first granule counts, and
-/// their steps run for that one alone; conditions on them take all work-items or none.
+/// Finds values that are the same for all work-items wherever they are read, in kernels with loops: counters,
+/// conditions on them, addresses, and values loaded from these. They get rows of their own, of which only the first
+/// granule is used, and their steps run for that granule alone. Conditions on them take all work-items or none.
 void FindUniformSteps(SCode& code);
 
 } // namespace KestrelPlatform

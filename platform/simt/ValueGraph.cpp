@@ -10,11 +10,11 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Values that may be looked at or kept where the flow branches or meets, so that no kernel takes long: these are rows
-/// times blocks, and conditions times rows.
+/// Limits the work at branches and joins, which is rows times blocks, and conditions times rows, so that no kernel
+/// takes long.
 const size_t s_nMostWork = 1u << 21;
 
-/// The steps in the order in which they stand if each body stands where it is called.
+/// Finds the order of the steps with each body at the place of its call.
 bool FindOrder(const SCode& code, std::vector<uint32_t>& vOrder)
 {
     std::vector<char> vCalled(code.vBodyEntries.size(), 0);
@@ -46,8 +46,8 @@ bool FindOrder(const SCode& code, std::vector<uint32_t>& vOrder)
     }
 }
 
-/// Goes through the steps in their order, with the value of each row. Blocks of flow control keep the values with which
-/// work-items wait or leave.
+/// Visits the steps in order, keeping the current value of each row. For each open block it keeps the values that
+/// work-items have when they wait or leave.
 class CValueWalk
 {
 public:
@@ -81,26 +81,26 @@ public:
     }
 
 private:
-    /// By slot, as many as there are rows that are followed.
+    /// Values by slot; there is a slot for each tracked row.
     typedef std::vector<uint32_t> CState;
 
     struct SOpen
     {
         EMicroKind eKind = MICRO_IF;
         uint32_t nStep = 0;
-        uint32_t nOutRow = 0;      ///< of those who leave it
+        uint32_t nOutRow = 0;      ///< row of the work-items that leave it
         uint32_t nContinueRow = 0; ///< loop
         uint32_t nCondition = SValueGraph::s_nConstant;
-        CState vStart; ///< if, switch: with which all came
+        CState vStart; ///< if, switch: the state at its start
         bool bStart = false;
         bool bElse = false;
-        CState vOther; ///< if: at the end of the first part
+        CState vOther; ///< if: the state at the end of the first part
         bool bOther = false;
-        std::vector<uint32_t> vSlots;    ///< loop: what is written in it
+        std::vector<uint32_t> vSlots;    ///< loop: slots written in it
         std::vector<uint32_t> vHeads;    ///< loop: the meetings of those slots at its start
-        std::vector<CState> vExits;      ///< with which work-items left
-        std::vector<CState> vContinues;  ///< loop
-        std::vector<uint32_t> vWhoLeave; ///< conditions that decide it
+        std::vector<CState> vExits;      ///< states in which work-items left
+        std::vector<CState> vContinues;  ///< loop: states in which they continued
+        std::vector<uint32_t> vWhoLeave; ///< conditions that decide who leaves
         std::vector<uint32_t> vWhoContinue;
     };
 
@@ -213,7 +213,7 @@ private:
         }
     }
 
-    /// Counts what is about to be done. \return whether it isn't too much
+    /// Counts work that is about to be done. \return whether it is within the limit
     bool Spend(size_t nWork)
     {
         m_nWork += nWork;
@@ -262,7 +262,7 @@ private:
         Meet(vWays, vConditions);
     }
 
-    /// What has come this far meets others.
+    /// Joins the current state with those of other paths.
     void Meet(std::vector<CState>& vWays, const std::vector<uint32_t>& vConditions)
     {
         if (m_bHere)
@@ -290,7 +290,7 @@ private:
         }
     }
 
-    /// \param nPlace  of the slot in the ways
+    /// \param nPlace  index of the slot in the states
     uint32_t Meeting(size_t nSlot, const std::vector<CState>& vWays, size_t nPlace,
                      const std::vector<uint32_t>& vConditions)
     {
@@ -351,8 +351,8 @@ private:
         return vValues;
     }
 
-    /// Work-items go to the end of an open block, or of a loop's pass. Who does is decided by the conditions of what is
-    /// open inside of it, and in a loop by who went on with the next pass before.
+    /// Work-items go to the end of an open block, or of a loop's pass. Which ones is decided by the conditions of the
+    /// open blocks inside it and, in a loop, by who continued before.
     void Leave(const SMicroOp& step)
     {
         std::vector<uint32_t> vWho;
@@ -424,7 +424,7 @@ private:
         Meet(vWays, vConditions);
     }
 
-    /// Those whom no case has taken come to the end, too.
+    /// Work-items that no case has taken come to the end too.
     void EndSwitch()
     {
         SOpen open = std::move(m_vOpen.back());
@@ -434,7 +434,7 @@ private:
         Meet(open.vExits, open.vWhoLeave);
     }
 
-    /// Who returned from where isn't followed.
+    /// Returns aren't tracked by place.
     void EndBody()
     {
         SOpen open = std::move(m_vOpen.back());
@@ -484,12 +484,12 @@ private:
     const SCode& m_Code;
     SValueGraph& m_Graph;
     std::vector<uint32_t> m_vOrder;
-    std::vector<uint32_t> m_vPlaces; ///< by step: where it stands in the order
-    std::vector<uint32_t> m_vSlots;  ///< by row, counted from 1; 0 for one that isn't followed
+    std::vector<uint32_t> m_vPlaces; ///< by step: its place in the order
+    std::vector<uint32_t> m_vSlots;  ///< by row, counted from 1; 0 for a row that isn't tracked
     std::vector<char> m_vConstants;  ///< by row
-    CState m_vState;                 ///< with which work-items come to the next step
+    CState m_vState;                 ///< of the work-items that reach the next step
     size_t m_nWork = 0;
-    bool m_bHere = true; ///< whether any can
+    bool m_bHere = true; ///< whether any work-item can get here
     std::vector<SOpen> m_vOpen;
 };
 

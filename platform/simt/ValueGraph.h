@@ -10,18 +10,18 @@
 namespace KestrelPlatform
 {
 
-/// A value of a row: what a step writes, or what it is where ways of the flow meet.
+/// A value of a row: what a step writes, or a meeting of values where paths join (a phi).
 struct SValue
 {
     static constexpr uint32_t s_nNoStep = ~0u;
 
     uint32_t nRow = 0;
-    uint32_t nStep = s_nNoStep; ///< that writes it; none for a meeting
-    bool bGiven = false;        ///< what the row holds before anything writes it
-    bool bUsed = false;         ///< a step reads it, or a meeting that is used
+    uint32_t nStep = s_nNoStep; ///< the step that writes it; none for a meeting
+    bool bGiven = false;        ///< the row's value before anything writes it
+    bool bUsed = false;         ///< read by a step, or by a meeting that is used
 };
 
-/// A step's look at a row.
+/// A step's read of a row.
 struct SValueRead
 {
     uint32_t nStep = 0;
@@ -29,7 +29,7 @@ struct SValueRead
     uint32_t nValue = 0;
 };
 
-/// The values that the rows of a kernel take in turn. Rows of arrays and private memory aren't followed.
+/// The successive values of a kernel's rows. Rows of arrays and private memory aren't tracked.
 struct SValueGraph
 {
     static constexpr uint32_t s_nConstant =
@@ -38,16 +38,16 @@ struct SValueGraph
 
     /// By number.
     std::vector<SValue> vValues;
-    std::vector<SValueRead> vReads; ///< in the order in which the steps run
-    /// A meeting, and a value that it may be.
+    std::vector<SValueRead> vReads; ///< in the order of execution
+    /// A meeting, and one of its possible values.
     std::vector<std::pair<uint32_t, uint32_t>> vMeetings;
-    /// A meeting, and the value of a condition that tells by which way a work-item comes.
+    /// A meeting, and the value of a condition that decides on which path a work-item gets there.
     std::vector<std::pair<uint32_t, uint32_t>> vConditions;
-    /// Steps of a condition and of its else, its end: the latter two belong to the former.
+    /// The step of a condition, and its else or end.
     std::vector<std::pair<uint32_t, uint32_t>> vParts;
 };
 
-/// \return false for code of which several places call the same body, or some work-items only: that isn't followed
+/// \return false if several places call the same body, or a call is conditional: such code isn't analysed
 bool FollowValues(const SCode& code, SValueGraph& graph);
 
 } // namespace KestrelPlatform

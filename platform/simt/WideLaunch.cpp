@@ -22,11 +22,11 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Instructions at which work-items are told of; those at others count as beside them.
+/// Instructions for which work-items are tracked; those at other instructions are only counted.
 constexpr size_t s_nWatchedPlaces = 256;
 constexpr size_t s_nOtherPlaces = 3;
 
-/// Rounding to nearest and IEEE denormals, whatever the calling thread has set.
+/// Sets rounding to nearest and IEEE denormals, whatever the calling thread uses.
 class CFloatDefaults
 {
 public:
@@ -37,14 +37,14 @@ private:
     const unsigned int m_nOld;
 };
 
-/// One thread's part of a launch: its blocks and local memory, used for one group after the other.
+/// One thread's part of a launch: its blocks and local memory, which it uses for one group after the other.
 class CGroupRunner
 {
 public:
-    /// \param pVisits  what takes the counts of visits; null for none
-    /// \param pProfile  what takes the profile; null for none
-    /// \param pAccesses  what takes the accesses that are watched; null for none
-    /// \param pChecks  what takes findings; null for none
+    /// \param pVisits  receives the counts of visits; null for none
+    /// \param pProfile  receives the profile; null for none
+    /// \param pAccesses  receives watched accesses; null for none
+    /// \param pChecks  receives findings; null for none
     CGroupRunner(SLaunchContext& context, const CProgram& program, uint32_t nThread, CVisitTotals* pVisits,
                  CProfileTotals* pProfile, std::vector<SPlatformAccess>* pAccesses, SCheckTotals* pChecks)
         : m_Context(context), m_Pending(nThread),
@@ -82,7 +82,7 @@ public:
         }
     }
 
-    /// Runs jobs nFirst to nEnd, each of as many groups as a block holds.
+    /// Runs jobs nFirst to nEnd; a job is as many groups as a block holds.
     void RunPiece(uint64_t nFirst, uint64_t nEnd)
     {
         for (uint64_t n = nFirst; n < nEnd && !m_Context.bStop.load(std::memory_order_relaxed); ++n)
@@ -129,8 +129,8 @@ private:
         }
     }
 
-    /// The blocks of one group, each to its next barrier, until all are done. Blocks that wait at
-    /// different barriers go on together: what is missing at the first one is counted.
+    /// Runs the blocks of one group, each to its next barrier, until all are done. Blocks that wait at different
+    /// barriers continue together, and the work-items missing at the first of them are reported.
     void RunInSteps()
     {
         const auto isDone = [this](size_t n) { return m_vStates[n] == CBlock::Done; };
@@ -139,7 +139,7 @@ private:
             uint32_t nHere = 0;
             bool bWaiting = false;
             uint32_t nBarrier = 0;
-            uint32_t nOther = ~0u; ///< a barrier that others wait at
+            uint32_t nOther = ~0u; ///< a barrier at which others wait
             uint64_t nMissing = ~uint64_t(0);
             for (size_t n = 0; n < m_vBlocks.size(); ++n)
             {
@@ -192,8 +192,8 @@ private:
     std::vector<std::unique_ptr<CBlock>> m_vBlocks;
     std::unique_ptr<SThreadChecks> m_pChecks;
     std::vector<std::unique_ptr<IBlockRecorder>> m_vRecorders; ///< by block, or none
-    std::vector<CBlock::EState> m_vStates;                     ///< of blocks; Running before they have run
-    uint64_t m_nEnded = 0;                                     ///< work-items of a piece's jobs
+    std::vector<CBlock::EState> m_vStates;                     ///< of the blocks; Running before they have run
+    uint64_t m_nEnded = 0;                                     ///< work-items of a piece's finished jobs
 };
 
 std::vector<uint32_t> BufferZero(const SLaunch& launch, const uint64_t* pGroups)
@@ -226,7 +226,7 @@ SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
     nGroupCount = nGroups[0] * nGroups[1] * nGroups[2];
     nGroupSize = static_cast<uint32_t>(launch.nLocalSize[0] * launch.nLocalSize[1] * launch.nLocalSize[2]);
     if (nGroupSize != 0 && nGroupSize <= s_nLanes && !launch.watch)
-    { // groups that are watched run one after the other
+    { // { // watched groups run one after the other
         nGroupsPerBlock =
             static_cast<uint32_t>(std::min<uint64_t>(s_nLanes / nGroupSize, std::max<uint64_t>(nGroupCount, 1)));
     }
@@ -290,7 +290,7 @@ uint64_t SLaunchContext::FindWorkItem(uint64_t nGroup, uint32_t nIndex) const
     return nItem;
 }
 
-/// Keeps the access of the lowest work-item, its first, so that every run gives the same record.
+/// Keeps the first access of the lowest work-item, so that every run gives the same record.
 void SLaunchContext::CountBadAccess(const SBadAccess& access)
 {
     std::lock_guard<std::mutex> lock(faultMutex);
@@ -358,7 +358,7 @@ void SLaunchContext::AddPlace(const SPlatformPlace& told)
     it->nMost = std::max(it->nMost, place.nMost);
 }
 
-/// Keeps the lowest, so that every run gives the same ones.
+/// Keeps the lowest ones, so that every run gives the same records.
 void SLaunchContext::KeepFault(const SFaultRecord& fault)
 {
     const auto isBefore = [](const SFaultRecord& left, const SFaultRecord& right)
@@ -382,7 +382,7 @@ void SLaunchContext::KeepFault(const SFaultRecord& fault)
 namespace
 {
 
-/// For when the launch has ended.
+/// To be called after the launch.
 std::vector<SPlatformFinding> FinishChecks(SCheckTotals& checks)
 {
     const SLaunchContext& context = checks.context;
@@ -397,7 +397,7 @@ std::vector<SPlatformFinding> FinishChecks(SCheckTotals& checks)
     return checks.findings.List();
 }
 
-/// Where the work-items of a launch that was stopped are: to those that blocks have told of come the rest.
+/// Where the work-items of a stopped launch are: adds the remaining ones to those that blocks have noted.
 std::vector<SPlatformPlace> FinishPlaces(SLaunchContext& context)
 {
     const auto add = [&](EPlatformWhere eWhere, uint64_t nItems)
@@ -452,8 +452,8 @@ SLaunchResult RunLaunch(const SLaunch& launch)
         const uint64_t nAllowed =
             launch.nMaxThreads ? std::min(launch.nMaxThreads, pool.GetThreads()) : pool.GetThreads();
         const uint64_t nThreads = launch.pTrace || bWatch ? 1 : std::min<uint64_t>(nAllowed, nJobs);
-        // Neighbouring groups mostly use neighbouring memory. Where there are enough of them a thread takes 16 jobs at
-        // a time, else fewer, so that little is left to wait for at the end.
+        // Neighbouring groups usually use neighbouring memory. So a thread takes up to 16 jobs at a time, fewer if
+        // there aren't many, so that the threads finish at about the same time.
         const uint64_t nPiece =
             std::max(std::clamp<uint64_t>(nJobs / (nThreads * 32), 1, 16), nJobs / CShares::s_nMostPieces + 1);
         const uint64_t nPieces = (nJobs + nPiece - 1) / nPiece;
@@ -501,8 +501,8 @@ SLaunchResult RunLaunch(const SLaunch& launch)
             result.eStatus = context.bBroken ? SLaunchResult::Broken : SLaunchResult::InstructionLimit;
             result.vPlaces = FinishPlaces(context);
         }
-        // A thread without memory leaves its groups to the others; only if there was none are they undone.
-        // What is checked needs memory under way, so that a group may not have ended.
+        // If a thread gets no memory, the other threads do its groups; the launch fails only if groups are left. With
+        // checks, which allocate while a group runs, a group may have been abandoned, so it fails in any case.
         else if (bNoMemory && (bChecks || shares.IsAnyLeft()))
         {
             result.eStatus = SLaunchResult::OutOfMemory;

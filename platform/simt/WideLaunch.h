@@ -15,18 +15,18 @@
 namespace KestrelPlatform
 {
 
-/// A decoded kernel: immutable, shared by any number of launches and threads.
+/// A decoded kernel: immutable, shared between launches and threads.
 class CProgram;
 
 struct SDecodeError
 {
     uint32_t nInstruction = 0; ///< index among the instructions
-    std::string strMessage;    ///< names the instruction
+    std::string strMessage;    ///< includes the instruction's name
 };
 
-/// Decodes a token stream once into the compact form that runs.
+/// Decodes a token stream into the compact form that runs.
 /// \return null, with the reason, for a stream that doesn't decode, isn't structured, calls a
-///         function that isn't there, or holds an instruction that has no meaning on this device
+///         function that doesn't exist, or has an instruction that this device doesn't support
 std::shared_ptr<const CProgram> DecodeProgram(const uint32_t* pTokens, size_t nCount, SDecodeError& error);
 
 /// A memory object in the flat address space of the device.
@@ -36,11 +36,11 @@ struct SMemoryRange
     uint64_t nSize = 0;    ///< bytes
     unsigned char* pData = nullptr;
     bool bReadOnly = false;
-    /// A byte for each: 0, or the origin of one that nobody wrote; null if all are written.
+    /// For each byte 0 if it is written, else the origin of the unwritten byte; null if all are written.
     unsigned char* pShadow = nullptr;
 };
 
-/// An image as a kernel sees it. Texels are stored tightly: row pitch and slice pitch in bytes.
+/// An image as a kernel sees it, with its row and slice pitch in bytes.
 struct SImageBinding
 {
     unsigned char* pData = nullptr; ///< null for a null image: reads give 0, writes are dropped
@@ -77,28 +77,28 @@ struct SLaunch
     size_t nGlobalSize[3] = {1, 1, 1};
     size_t nLocalSize[3] = {1, 1, 1}; ///< divides the global size
     size_t nGlobalOffset[3] = {0, 0, 0};
-    std::vector<uint32_t> vConstantBuffer1;                       ///< four words an element
+    std::vector<uint32_t> vConstantBuffer1;                       ///< four words for each element
     std::map<uint32_t, std::vector<uint32_t>> mapConstantBuffers; ///< further ones, by number
-    uint32_t nHidden[3] = {0, 0, 0};   ///< element 3 of constant buffer 0: where a kernel's printf writes to
-    std::vector<SMemoryRange> vMemory; ///< sorted by address, not overlapping
+    uint32_t nHidden[3] = {0, 0, 0};                ///< element 3 of constant buffer 0: where printf writes to
+    std::vector<SMemoryRange> vMemory;              ///< sorted by address, not overlapping
     std::map<uint32_t, SImageBinding> mapResources; ///< images read, by resource number
     std::map<uint32_t, SImageBinding> mapUavImages; ///< images written, by UAV number
     std::map<uint32_t, SSamplerBinding> mapSamplers;
     uint32_t nDynamicLocalBytes = 0;     ///< local memory arguments, after what the IL declares
     uint64_t nInstructionLimit = 0;      ///< instructions a work-group may execute; 0 means none
-    uint32_t nMaxThreads = 0;            ///< threads that may run it; 0 for one a core
-    uint64_t nSchedule = 0;              ///< shakes the order of groups and threads; 0 leaves it as it comes
+    uint32_t nMaxThreads = 0;            ///< threads that may run it; 0 for one for each core
+    uint64_t nSchedule = 0;              ///< varies the order of groups and threads; 0 for none
     ITraceSink* pTrace = nullptr;        ///< a traced launch runs on one thread
-    bool bCountVisits = false;           ///< SLaunchResult::vVisits; a traced launch isn't counted
-    std::optional<SPlatformWatch> watch; ///< SLaunchResult::vAccesses, on one thread; addresses; likewise
-    bool bKeepProfile = false;           ///< SLaunchResult::vProfile, in place of visits; likewise
-    /// Of EPlatformCheck: SLaunchResult::vFindings. A launch that is recorded otherwise isn't checked.
+    bool bCountVisits = false;           ///< fills SLaunchResult::vVisits; ignored with a trace
+    std::optional<SPlatformWatch> watch; ///< fills vAccesses, on one thread; addresses; ditto
+    bool bKeepProfile = false;           ///< fills vProfile in place of vVisits; ditto
+    /// EPlatformCheck bits; fills SLaunchResult::vFindings. Ignored if the launch is recorded otherwise.
     uint32_t nChecks = 0;
     const std::atomic<bool>* pBreak = nullptr; ///< true ends it; may be null
-    const void* pOwner = nullptr;              ///< what threads wait for that may help (CWorkerPool::HelpWhile)
+    const void* pOwner = nullptr;              ///< whose waiting threads may help (CWorkerPool::HelpWhile)
 };
 
-/// The first of the accesses that had no memory behind them.
+/// The first access to an address without memory.
 struct SBadAccess
 {
     uint32_t nInstruction = 0;
@@ -108,21 +108,21 @@ struct SBadAccess
     enum EMemory : uint8_t
     {
         Global,
-        Local, ///< the address counts from the start of its area
+        Local, ///< the address is relative to its area
         Private,
         Registers, ///< an array or a constant buffer; the address is the element
         Image      ///< the address is the x coordinate
     };
     EMemory eMemory = Global;
-    uint32_t nBytes = 0;    ///< accessed; 0 if the memory hasn't got bytes
-    bool bReadOnly = false; ///< there is memory, but it mustn't be written
+    uint32_t nBytes = 0;    ///< accessed; 0 if the memory isn't counted in bytes
+    bool bReadOnly = false; ///< memory exists there, but mustn't be written
 };
 
-/// A fault that is told of by itself.
+/// A fault that gets a record of its own.
 struct SFaultRecord
 {
-    SBadAccess access;     ///< of a barrier, the first work-item of the group that didn't reach it; no address
-    bool bBarrier = false; ///< not an access, but a barrier that part of a work-group didn't reach
+    SBadAccess access;     ///< for a barrier, the first work-item of the group that missed it; no address
+    bool bBarrier = false; ///< not an access, but a barrier that part of a work-group missed
 };
 
 struct SLaunchResult
@@ -135,26 +135,26 @@ struct SLaunchResult
         OutOfMemory
     };
     EStatus eStatus = Complete;
-    uint32_t nStopInstruction = 0;         ///< of a stopped run: where a block of it was
+    uint32_t nStopInstruction = 0;         ///< for a stopped run: where one of its blocks was
     uint64_t nStopWorkItem = ~uint64_t(0); ///< the first that was active there
-    std::vector<SPlatformPlace> vPlaces;   ///< likewise: where all work-items were
+    std::vector<SPlatformPlace> vPlaces;   ///< for a stopped run: where all work-items were
     uint64_t nBadAccesses = 0;
     SBadAccess firstBadAccess;
-    uint64_t nUnreachedBarriers = 0; ///< barriers that part of a work-group didn't reach
-    /// By work-item and instruction, one of each; the first s_nFaultRecords of them.
+    uint64_t nUnreachedBarriers = 0; ///< barriers that part of a work-group missed
+    /// One record for each work-item and instruction, in that order; the first s_nFaultRecords of them.
     std::vector<SFaultRecord> vFaults;
-    /// By instruction, if it was asked for: how many work-items came to it, over all passes and calls, as the trace has
-    /// them active. Ends with the last one that any came to. Empty for a program of which no trace can be made.
+    /// By instruction, if requested: how many work-items reached it, over all passes and calls, as active in the trace.
+    /// Ends with the last instruction that was reached. Empty for a program without a trace.
     std::vector<uint64_t> vVisits;
-    std::vector<SPlatformProfile> vProfile;  ///< by instruction, if it was asked for
+    std::vector<SPlatformProfile> vProfile;  ///< by instruction, if requested
     std::vector<SPlatformFinding> vFindings; ///< by instruction, if checks were asked for
     SPlatformCheckLimits checkLimits{0, 0};
-    std::vector<SPlatformAccess> vAccesses; ///< those that are watched, the first 65,536
+    std::vector<SPlatformAccess> vAccesses; ///< watched accesses, the first 65,536
 };
 
 constexpr size_t s_nFaultRecords = 64;
 
-/// Runs a launch over all cores and returns when it has ended. Several launches may run at once.
+/// Runs a launch on all cores, and returns when it has ended. Several launches may run at once.
 SLaunchResult RunLaunch(const SLaunch& launch);
 
 } // namespace KestrelPlatform

@@ -12,10 +12,10 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Somewhat longer than it takes to sleep and be woken.
+/// A little longer than sleeping and waking up takes.
 constexpr std::chrono::microseconds s_Patience(20);
 
-/// Waits, awake, until a condition holds, but not for long.
+/// Spins until a condition holds, for a short time at most.
 template <class Condition>
 void AwaitBriefly(const Condition& holds)
 {
@@ -26,7 +26,7 @@ void AwaitBriefly(const Condition& holds)
     }
 }
 
-/// Moves the calling thread to another core than one, if it may run on others.
+/// Moves the calling thread away from a core, if it may run on another one.
 void LeaveCore(int nCore)
 {
     cpu_set_t allowed;
@@ -47,14 +47,14 @@ void LeaveCore(int nCore)
 
 CWorkerPool& CWorkerPool::Get()
 {
-    // It is never destroyed: as the process ends, threads of queues may still come and wait.
+    // Never destroyed: while the process ends, queue threads may still come and wait.
     static CWorkerPool& s_Pool = *new CWorkerPool;
     return s_Pool;
 }
 
 CWorkerPool::CWorkerPool() : m_nThreads(std::max(1u, std::thread::hardware_concurrency())) {}
 
-/// With the lock held. A thread that can't be started is only a helper less.
+/// The lock must be held. If a thread can't be started, there is just one helper less.
 void CWorkerPool::StartThreads()
 {
     try
@@ -69,14 +69,14 @@ void CWorkerPool::StartThreads()
     }
 }
 
-/// With the lock held.
+/// The lock must be held.
 void CWorkerPool::Join(SJob& job)
 {
     --job.nWanted;
     ++job.nInside;
 }
 
-/// With the lock held: gives a job to those that stand by for its owner.
+/// Gives a job to the threads that stand by for its owner. The lock must be held.
 void CWorkerPool::CallOnStandBy(SJob& job)
 {
     for (auto it = m_StandBy.begin(); it != m_StandBy.end() && job.nWanted > 0;)
@@ -122,7 +122,7 @@ void CWorkerPool::Run(uint32_t nHelpers, const std::function<void()>& task, cons
         std::lock_guard<std::mutex> lock(m_Mutex);
         m_Jobs.erase(m_Jobs.iterator_to(job));
     }
-    // Nobody joins any more, and the last pieces are small.
+    // By now nobody can join, and the last pieces are small.
     AwaitBriefly([&job] { return job.nInside == 0; });
     std::unique_lock<std::mutex> lock(m_Mutex);
     m_Left.wait(lock, [&job] { return job.nInside == 0; });
@@ -152,7 +152,7 @@ bool CWorkerPool::HelpWhile(const std::atomic<bool>& bBusy, const void* pOwner) 
     return !bBusy;
 }
 
-/// With the lock held: a job that wants a helper, of one owner or of any if it is null.
+/// A job that needs a helper, of this owner, or of any if it is null. The lock must be held.
 CWorkerPool::SJob* CWorkerPool::FindJob(const void* pOwner)
 {
     const auto it = std::find_if(m_Jobs.begin(), m_Jobs.end(),
@@ -161,7 +161,7 @@ CWorkerPool::SJob* CWorkerPool::FindJob(const void* pOwner)
     return it == m_Jobs.end() ? nullptr : &*it;
 }
 
-/// With the lock held, which is given up meanwhile: does a job that was joined, and leaves it.
+/// Works on a joined job, then leaves it. The lock must be held, and is released meanwhile.
 void CWorkerPool::Help(SJob& job, std::unique_lock<std::mutex>& lock)
 {
     lock.unlock();
@@ -173,8 +173,9 @@ void CWorkerPool::Help(SJob& job, std::unique_lock<std::mutex>& lock)
     }
 }
 
-/// With the lock held, which may be given up meanwhile: a helper that was woken on the core of the thread that runs
-/// the task comes when that is done with it. It goes to sleep on another core, where it is woken the next time.
+/// A helper that was woken on the core of the task's own thread gets to run only when that thread is done. This makes
+/// it sleep on another core, where it will be woken the next time. The lock must be held, and may be released
+/// meanwhile.
 void CWorkerPool::KeepApart(std::unique_lock<std::mutex>& lock)
 {
     const int nCore = m_nRunCore;

@@ -13,23 +13,23 @@
 namespace KestrelPlatform
 {
 
-/// Threads that help launches and sleep in between. They are started when the first launch needs them.
+/// Threads that help launches, and sleep in between. They are started when a launch first needs them.
 ///
-/// To wake a sleeping thread takes as long as a small launch, and the system likes to wake it on the core that
-/// is busy with the launch. So whoever is awake and has to wait for a launch helps it instead (HelpWhile), and
-/// only helpers that are still wanted then are woken.
+/// Waking a sleeping thread takes as long as a small launch, and the system often wakes it on the core that is
+/// busy with the launch. So a thread that is awake and has to wait for a launch helps it instead (HelpWhile),
+/// and only as many helpers as are still needed are woken.
 class CWorkerPool
 {
 public:
     static CWorkerPool& Get();
 
-    /// Runs the task on this thread and on up to nHelpers others at the same time; returns when all
-    /// of them have left it. The task divides the work itself and must not throw. Any thread.
-    /// \param pOwner  what others wait for that may help; null for nobody
+    /// Runs the task on this thread and on up to nHelpers others at the same time; returns when all of them
+    /// have left it. The task divides the work itself and must not throw. Any thread.
+    /// \param pOwner  whose waiting threads may help; null for nobody
     void Run(uint32_t nHelpers, const std::function<void()>& task, const void* pOwner = nullptr);
 
-    /// For a thread that can't go on while bBusy: helps with the next task of an owner, if one comes within
-    /// some microseconds. Any thread but one that runs that task.
+    /// For a thread that has to wait while bBusy: helps with the owner's next task, if one comes within a few
+    /// microseconds. Any thread but one that runs that task.
     /// \return false if there was none and it is still busy
     bool HelpWhile(const std::atomic<bool>& bBusy, const void* pOwner) noexcept;
 
@@ -46,7 +46,7 @@ private:
         std::atomic<uint32_t> nInside{0}; ///< helpers that are in the task
     };
 
-    /// A thread that waits for a job of an owner.
+    /// A thread that waits for a job of its owner.
     struct SStandBy : CHook
     {
         const void* pOwner = nullptr;
@@ -67,9 +67,9 @@ private:
     std::condition_variable m_Wake;
     std::condition_variable m_Left;
     boost::intrusive::list<SJob> m_Jobs;
-    boost::intrusive::list<SStandBy> m_StandBy; ///< those that have no job yet
+    boost::intrusive::list<SStandBy> m_StandBy; ///< those without a job
     std::vector<std::thread> m_vThreads;
-    int m_nRunCore = -1; ///< where the last task was begun
+    int m_nRunCore = -1; ///< the core where the last task was begun
 };
 
 } // namespace KestrelPlatform
