@@ -14,7 +14,7 @@ namespace
 const char* const s_pszVariable = "OVK_CL_DEBUG_LOG_FOLDER";
 constexpr std::uintmax_t s_nMaxLog = 1 << 20;
 
-/// Paths that aren't absolute don't count, as for the other folders of a user's.
+/// Paths that aren't absolute are ignored, as for a user's other standard folders.
 std::filesystem::path FindStateFolder()
 {
     const char* pszState = std::getenv("XDG_STATE_HOME");

@@ -16,7 +16,7 @@ namespace KestrelTool
 namespace
 {
 
-/// Takes the words after the first "--" off: another program's. No other command has use for them.
+/// Removes the words after the first "--", which are another program's command line, and gives them.
 std::vector<std::string> TakeProgram(std::vector<std::string>& vArguments)
 {
     const auto itEnd = std::find(vArguments.begin(), vArguments.end(), "--");
@@ -25,8 +25,8 @@ std::vector<std::string> TakeProgram(std::vector<std::string>& vArguments)
     return vProgram;
 }
 
-/// Long options with one hyphen, as debuggers have them, and `help [COMMAND]` for `[COMMAND] --help`; last word first,
-/// as the parser takes them.
+/// Adds the second hyphen to long options with one, as debuggers allow, and turns `help [COMMAND]` into `[COMMAND]
+/// --help`. The last word comes first, as the parser expects.
 std::vector<std::string> SpellOut(std::vector<std::string> vArguments)
 {
     if (!vArguments.empty() && vArguments.front() == "help")
@@ -48,7 +48,7 @@ std::vector<std::string> SpellOut(std::vector<std::string> vArguments)
     return vArguments;
 }
 
-/// The options of a command that aren't there already: those that hold for all are answered by each.
+/// Adds a command's options, except those already there: every command repeats the global ones.
 void AddOptionWords(const CLI::App& app, std::vector<SOptionWords>& vWords)
 {
     const auto add = [&vWords](const std::string& strName, const CLI::Option& option)
@@ -112,7 +112,7 @@ void COptionParser::AddRunning()
     AddScripts(*pDebug);
 }
 
-/// The options of what debugs by scripts and at a prompt.
+/// The options for scripts of commands that debug.
 void COptionParser::AddScripts(CLI::App& command)
 {
     SDebugOptions& debug = m_Options.debug;
@@ -224,7 +224,7 @@ void COptionParser::AddCheck()
             "of memory, race, init, nan, barrier, alignment and, of a program, api, with commas; all but nan and "
             "alignment if missing")
         ->delimiter(',')
-        ->allow_extra_args(false) // what stands after it is a launch file
+        ->allow_extra_args(false) // the word after it is a launch file
         ->check(CLI::IsMember({"memory", "race", "init", "nan", "barrier", "alignment", "api"}));
     pCommand->add_option("--suppress", check.strSuppressions, "file with findings that aren't wanted");
     pCommand->add_option("--limit", check.nLimit, "instructions after which a work-group counts as one that hangs");

@@ -18,7 +18,7 @@ class App;
 namespace KestrelTool
 {
 
-/// What the command line asks for; each command reads what concerns it.
+/// The options of the command line; each command reads those that concern it.
 struct SOptions
 {
     std::string strCommand; ///< "run", "debug" and so on
@@ -43,7 +43,7 @@ struct SOptions
     SCoverOptions cover;
     SCheckOptions check;
     std::string strElement;
-    std::optional<unsigned int> nPort; ///< none for the standard input and output
+    std::optional<unsigned int> nPort; ///< none: standard input and output
 };
 
 /// The commands and options of the command line.
@@ -53,11 +53,11 @@ public:
     COptionParser();
     ~COptionParser();
 
-    /// Reads a command line, and answers `--help`, `--version` and what is wrong itself.
-    /// \return the code to end with if nothing is left to do
+    /// Reads a command line. Handles `--help`, `--version` and faults itself.
+    /// \return the exit code if nothing is left to do
     std::optional<int> Read(int argc, char** argv, SOptions& options);
 
-    /// What a shell completes after `kestrel`, as a script of the shell's.
+    /// A shell script that completes `kestrel`'s command line.
     /// \param strShell  bash, zsh or fish
     std::string MakeCompletion(const std::string& strShell) const;
 
@@ -70,7 +70,7 @@ private:
     void AddCheck();
     void AddFrontEnds();
     void AddScripts(CLI::App& command);
-    /// A command that makes one file of another.
+    /// A command that converts one file to another.
     CLI::App* AddConverter(const char* pszName, const char* pszInput, const char* pszText);
 
     SOptions m_Options;

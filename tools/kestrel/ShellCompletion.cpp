@@ -8,7 +8,7 @@ namespace KestrelTool
 namespace
 {
 
-/// A text between single quotes, as all three shells read it.
+/// Puts a text in single quotes, which all three shells understand.
 std::string Quote(const std::string& strText)
 {
     std::string strQuoted = "'";
@@ -19,7 +19,7 @@ std::string Quote(const std::string& strText)
     return strQuoted + "'";
 }
 
-/// Commands have one word in each place, so that words can be split at blanks.
+/// Command names are single words, so that a list can be split at blanks.
 std::string JoinCommands(const std::vector<SCommandWords>& vCommands)
 {
     std::string strNames;
@@ -40,7 +40,7 @@ std::string JoinOptions(const SCommandWords& command)
     return strNames;
 }
 
-/// Wherever no option begins, a file may stand.
+/// A word that isn't an option may be a file.
 std::string MakeBash(const std::vector<SCommandWords>& vCommands)
 {
     std::ostringstream script;
@@ -80,7 +80,7 @@ std::string MakeBash(const std::vector<SCommandWords>& vCommands)
     return script.str();
 }
 
-/// A colon and brackets end a part of a description.
+/// Escapes the colon and brackets, which end a part of a description.
 std::string EscapeForZsh(const std::string& strText)
 {
     std::string strEscaped;

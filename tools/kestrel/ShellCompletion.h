@@ -7,7 +7,7 @@
 namespace KestrelTool
 {
 
-/// An option as it is typed, "--output".
+/// An option as typed, such as "--output".
 struct SOptionWords
 {
     std::string strName;
@@ -23,8 +23,8 @@ struct SCommandWords
     std::vector<SOptionWords> vOptions;
 };
 
-/// A script that makes a shell complete commands, their options, and files elsewhere.
-/// \param strShell  bash, zsh or fish; bash's is made for any other
+/// A script that makes a shell complete commands and options, and files in other places.
+/// \param strShell  bash, zsh or fish; anything else gives bash's
 std::string MakeShellCompletion(const std::string& strShell, const std::vector<SCommandWords>& vCommands);
 
 } // namespace KestrelTool

@@ -8,12 +8,12 @@
 namespace KestrelTool
 {
 
-/// Steps a kernel to its end and prints each stop: its line of IL, how many work-items are active,
-/// and the register that the line wrote, for a few of them.
+/// Steps a kernel to its end and prints each stop: its IL line, the number of active work-items, and the register that
+/// the line wrote, for a few of them.
 class CStepPrinter : public ISessionClient
 {
 public:
-    /// \param nMaxStops   after it the kernel runs on without stops; 0 means no limit
+    /// \param nMaxStops   after these the kernel runs to its end; 0 means no limit
     CStepPrinter(std::ostream& output, size_t nMaxStops) : m_Output(output), m_nMaxStops(nMaxStops) {}
 
     ovkclDebugCommand OnStarted(CSession& session) override;

@@ -17,11 +17,11 @@ struct SCharacter
 {
     size_t nBytes = 1;
     uint32_t nCode = 0;
-    bool bBroken = false; ///< no UTF-8; nBytes is 1
+    bool bBroken = false; ///< not UTF-8; nBytes is 1
     bool bCut = false;    ///< the text ends inside it
 };
 
-/// Code points that a character of so many bytes must reach; shorter forms are none.
+/// The smallest code point that needs this many bytes; longer forms than necessary are invalid.
 const uint32_t s_Least[] = {0, 0, 0x80, 0x800, 0x10000};
 
 SCharacter ReadCharacter(const std::string& strText, size_t nPlace)

@@ -7,18 +7,18 @@
 namespace KestrelTool
 {
 
-/// A text as it may go to a terminal: line ends, tabs and printable UTF-8 stay; every other control character, C1
-/// controls, marks that change the direction of text, and bytes that are no UTF-8 become \x1b, \u009b and the like.
-/// Names, comments, build logs and fields of files come from others, and could command the terminal.
+/// Makes a text safe for a terminal. Line ends, tabs and printable UTF-8 stay; other control characters, C1 controls,
+/// marks that change the direction of text, and invalid UTF-8 become \x1b, \u009b and so on. Names, comments, build
+/// logs and fields of files are other people's text, and could contain terminal commands.
 std::string MakeVisible(const std::string& strText);
 
-/// Stands between a stream and what it wrote to, and makes everything visible that goes through it.
+/// A stream buffer that makes everything visible before it passes it on.
 class CVisibleBuffer : public std::streambuf
 {
 public:
     explicit CVisibleBuffer(std::streambuf& target) : m_Target(target) {}
 
-    /// Writes a command to the terminal, of the program's own.
+    /// Writes one of the program's own terminal commands unchanged.
     void PutCommand(const char* pszCommand);
 
 protected:
@@ -28,13 +28,13 @@ protected:
 
 private:
     std::streambuf& m_Target;
-    std::string m_strHeld; ///< the beginning of a character whose end hasn't come yet
+    std::string m_strHeld; ///< the beginning of an incomplete character
 };
 
-/// Writes a command to the terminal where a stream goes.
+/// Writes a terminal command to a stream unchanged.
 void PutCommand(std::ostream& stream, const char* pszCommand);
 
-/// All that the program prints goes through one; while it lives.
+/// While it exists, everything printed to the stream is made visible.
 class CVisibleStream
 {
 public:

@@ -54,7 +54,7 @@ CLibraries OpenLibraries(const SOptions& options)
     return CLibraries(bSoftware ? GetPlatformFolder() : std::string(), GetLibraryFolder() + "/libOVKKestrel.so.1");
 }
 
-/// Prints faults and outputs, and says where they differ from what the launch file expects.
+/// Prints faults and outputs, and where they differ from what the launch file expects.
 int Report(const CLibraries& libraries, const CLaunch& launch)
 {
     const nlohmann::json outcome = DescribeRun(libraries, launch);
@@ -113,7 +113,7 @@ int Debug(const SOptions& options)
     return RunDebugSession(libraries, debug);
 }
 
-/// The image in a file, or what a program's text in it builds to.
+/// The image in a file, or one built from the program text in it.
 std::vector<char> ReadBinary(const SOptions& options)
 {
     const std::string strBytes = ReadFileBytes(options.strInput);
@@ -163,7 +163,7 @@ int Disassemble(const SOptions& options)
     return Deliver(options, DisassembleBinary(ReadBinary(options), options.bNumbers));
 }
 
-/// Compiles OpenCL C, tells the compiler's words, and prints what it made: IL, or LLVM's intermediate code.
+/// Compiles OpenCL C, prints the compiler's messages, and then the result: IL, or LLVM's intermediate code.
 int Compile(const SOptions& options)
 {
     const std::string strBuildOptions = options.strCompileOptions + (options.bEmitLLVM ? " -emit-llvm" : "");
@@ -181,7 +181,7 @@ int Info(const SOptions& options)
 
 int New(const SOptions& options)
 {
-    // The launch file names the program from where it will lie.
+    // Paths in the launch file are relative to where it is written.
     const std::filesystem::path output = options.strOutput.empty() ? "launch.json" : options.strOutput;
     const std::filesystem::path program = std::filesystem::relative(std::filesystem::absolute(options.strInput),
                                                                     std::filesystem::absolute(output).parent_path());
@@ -193,7 +193,7 @@ std::string GetLayer()
     return GetLibraryFolder() + "/kestrel/libkestrel-layer.so";
 }
 
-/// The OpenCL driver that programs are given; empty for the machine's own.
+/// The OpenCL drivers for programs; empty for the machine's own.
 std::string GetVendors(const SOptions& options)
 {
     return options.strPlatform == "software" ? GetPlatformFolder() + "/libOpenCL.so.1" : std::string();
@@ -304,8 +304,8 @@ int Manual(const SOptions& options)
                    options.strInput.empty() ? MakeManPage() : MakeManual(OpenLibraries(options), options.strInput));
 }
 
-/// A descriptor that is closed would be given to the next file that is opened, which would get what is printed. What
-/// stands there instead fails as a closed one does.
+/// If a standard descriptor is closed, the next file opened would get its number, and with it the output. This fills
+/// the number with a descriptor that fails like a closed one.
 void HoldStandardDescriptors()
 {
     for (const int nFile : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
@@ -317,7 +317,7 @@ void HoldStandardDescriptors()
     }
 }
 
-/// What has been printed must have arrived, or nothing has been done.
+/// If the output couldn't be written, the command has failed.
 int CheckOutput(int nCode)
 {
     errno = 0;
@@ -326,7 +326,7 @@ int CheckOutput(int nCode)
     {
         return nCode;
     }
-    // What failed before has left no reason; to write once more gives it.
+    // The failed write has left no error code; writing once more gives it.
     if (errno == 0)
     {
         [[maybe_unused]] const ssize_t nWritten = write(STDOUT_FILENO, "\n", 1);
@@ -382,7 +382,7 @@ int RunCommandLine(int argc, char** argv)
     }
     catch (const std::system_error& error)
     {
-        // What starting a thread fails with.
+        // The error for a thread that can't be started.
         const bool bThread = error.code() == std::errc::resource_unavailable_try_again;
         std::cerr << "kestrel: " << (bThread ? "a thread can't be started: " : "") << error.what() << "\n";
         return bThread ? EXIT_PLATFORM_FAILED : EXIT_COMMAND_FAILED;
@@ -399,8 +399,8 @@ int RunCommandLine(int argc, char** argv)
 int main(int argc, char** argv)
 {
     HoldStandardDescriptors();
-    std::signal(SIGXFSZ, SIG_IGN); // a file that may grow no more is an error like others
-    // Its own buffers go on writing after a signal; those of C take that for a failure, and lose the text.
+    std::signal(SIGXFSZ, SIG_IGN); // makes reaching the file size limit an ordinary error
+    // C++ streams with their own buffers continue a write after a signal; C's fail and lose the text.
     std::ios::sync_with_stdio(false);
     const CVisibleStream output(std::cout);
     const CVisibleStream errors(std::cerr);

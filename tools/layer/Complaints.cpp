@@ -1,4 +1,4 @@
-// What the program does wrong with OpenCL itself, whatever its kernels do.
+// Faults in the program's use of OpenCL itself, apart from its kernels.
 
 #include "tools/layer/Complaints.h"
 
@@ -24,7 +24,7 @@ void Tell(const json& message)
     CConnection::Get().Tell(KestrelTool::WriteHeader(message));
 }
 
-/// Why a kernel can't be launched with an argument; empty if it can.
+/// Why an argument prevents the kernel's launch; empty if it doesn't.
 std::string_view FindFault(const SParameter& parameter, const SSetArgument& argument)
 {
     if (!argument.bSet)
@@ -38,7 +38,7 @@ std::string_view FindFault(const SParameter& parameter, const SSetArgument& argu
     return bObject && !bNull && CObjects::Get().FindHandle(argument) == EHandle::None ? "gone" : "";
 }
 
-/// The software platform's own counts; null below another one.
+/// The software platform's own counters; null on another platform.
 const SPlatformControl* FindControl()
 {
     cl_platform_id platform = nullptr;
@@ -58,7 +58,7 @@ const std::pair<const char*, EPlatformCounter> s_Counters[] = {
     {"event", PLATFORM_COUNTER_EVENTS},       {"mapping", PLATFORM_COUNTER_MAPPINGS},
 };
 
-/// At the end of the process, after what the program does itself at its end.
+/// Runs at the end of the process, after the program's own cleanup.
 __attribute__((destructor)) void TellWhatIsLeft()
 {
     try
@@ -81,7 +81,7 @@ __attribute__((destructor)) void TellWhatIsLeft()
     }
     catch (...)
     {
-        return; // the program ends as it would have
+        return; // the program ends as it would without the layer
     }
 }
 

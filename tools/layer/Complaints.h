@@ -6,20 +6,20 @@
 namespace KestrelLayer
 {
 
-/// Tells of a launch that the runtime refuses, with the arguments that it can't use.
-/// \param nNumber  counts the process's launches
+/// Reports a launch that the runtime refuses, with the arguments that are to blame.
+/// \param nNumber  the launch's number within the process
 void TellRefusedLaunch(const SKernel& kernel, uint64_t nNumber, cl_int nCode);
 
-/// Tells of a call that waits, if this thread is inside one of the program's callbacks.
+/// Reports a waiting call, if this thread is inside one of the program's callbacks.
 void NoteWait(const char* pszCall);
 
-/// A callback of an event that the program has handed over; it may be called once.
+/// An event callback that the program has registered; it is called once.
 struct SEventCallback
 {
     void(CL_CALLBACK* pfnNotify)(cl_event, cl_int, void*);
     void* pUserData;
 };
-/// Calls one, which is deleted, so that NoteWait knows of it.
+/// Calls one and deletes it, so that NoteWait knows that it runs.
 void CL_CALLBACK CallBack(cl_event event, cl_int nStatus, void* pCallback);
 
 } // namespace KestrelLayer

@@ -20,14 +20,14 @@ using namespace KestrelTool;
 namespace
 {
 
-/// A socket's inode; 0 for what is no open socket.
+/// The inode of a socket; 0 if the descriptor isn't an open socket.
 ino_t FindInode(int nDescriptor)
 {
     struct stat status = {};
     return fstat(nDescriptor, &status) == 0 && S_ISSOCK(status.st_mode) ? status.st_ino : 0;
 }
 
-/// The door's descriptor; -1 if there is none, or something else stands at its number by now.
+/// The door's descriptor; -1 if there is none, or if its number is used for something else by now.
 int FindDoor()
 {
     const char* const pszDoor = std::getenv(g_pszDoorVariable);
@@ -53,7 +53,7 @@ CConnection::CConnection() : m_pRules(std::make_shared<const std::vector<SLaunch
     m_bOn = Open();
     if (m_bOn)
     {
-        // The child's copy of the socket would mix with the parent's words.
+        // A child process mustn't write to the parent's socket.
         pthread_atfork(nullptr, nullptr,
                        []
                        {
@@ -86,13 +86,14 @@ bool CConnection::Open()
     return bSent;
 }
 
-/// A program that closes all descriptors may have opened something of its own in the socket's place.
+/// A program that closes all descriptors may have opened something else with the socket's number.
 bool CConnection::IsOurs() const
 {
     return FindInode(m_nSocket) == m_nInode;
 }
 
-/// The debugger is gone, and the program goes with it; but one that has cut the socket itself runs on, undebugged.
+/// If the debugger is gone, the program ends too. But a program that has closed the socket itself continues,
+/// undebugged.
 void CConnection::Lose()
 {
     if (m_bOn.exchange(false) && IsOurs())

@@ -13,23 +13,24 @@
 namespace KestrelLayer
 {
 
-/// This process's socket to the debugger. It is made once and never taken down: other threads may be inside it when the
-/// process ends. All functions may be called from any thread.
+/// This process's socket to the debugger. It is created once and never destroyed, as other threads may use it when the
+/// process ends. Any thread may call all functions.
 class CConnection
 {
 public:
-    /// Goes through the door that the environment names. Without one, or without anybody behind it, nothing is on.
+    /// Connects through the door that the environment names. Without a door, or a debugger behind it, the layer stays
+    /// off.
     static CConnection& Get();
 
-    /// Whether anybody listens. A child of fork that hasn't executed another program isn't listened to.
+    /// Whether the debugger is connected. In a child after fork it isn't, until the child executes another program.
     bool IsOn() const { return m_bOn; }
 
-    /// Tells the debugger something that needs no answer.
+    /// Sends the debugger a message without an answer.
     /// \param strHeader  JSON text
     void Tell(std::string_view strHeader);
-    /// Asks the debugger, waits as long as the answer takes, and keeps the rules that it brings. One thread at a time.
+    /// Sends a question, waits as long as the answer takes, and keeps the rules in it. One thread at a time.
     void Ask(const nlohmann::json& header, const std::vector<unsigned char>& vBlob = {});
-    /// Whether the rules want a launch.
+    /// Whether the rules select a launch.
     bool Wants(const std::string& strKernel, uint32_t nProgram, uint64_t nNumber, uint64_t nTurn) const;
 
 private:

@@ -19,7 +19,7 @@ using nlohmann::json;
 namespace
 {
 
-/// A launch that can't be captured, and why.
+/// The reason why a launch can't be captured.
 class CCaptureError : public std::runtime_error
 {
 public:
@@ -80,7 +80,7 @@ bool TakesImage(const SParameter& parameter)
     return parameter.strType.compare(0, 5, "image") == 0;
 }
 
-/// What an argument is, where its value alone doesn't tell.
+/// The kind of an argument, where its value doesn't show it.
 const char* NameKind(const SParameter& parameter, const SSetArgument& argument, EHandle eHandle)
 {
     const bool bOwnValue = parameter.bKnown && parameter.nSpace == CL_KERNEL_ARG_ADDRESS_PRIVATE &&
@@ -112,7 +112,7 @@ const char* NameKind(const SParameter& parameter, const SSetArgument& argument, 
     return eHandle == EHandle::Memory ? "memory" : "sampler";
 }
 
-/// A queue of the layer's own, for reading.
+/// The layer's own queue, for reading memory.
 class CReadQueue
 {
 public:
@@ -135,7 +135,7 @@ public:
         if (g_pTarget->clEnqueueReadBuffer(m_Queue, buffer, CL_TRUE, nFirst, nBytes, pBytes, 0, nullptr, nullptr) !=
             CL_SUCCESS)
         {
-            // The host may not be allowed to read it, but a copy is.
+            // The host may lack access to it, but can read a copy.
             ReadCopy(nBytes, pBytes,
                      [&](cl_mem copy) {
                          return g_pTarget->clEnqueueCopyBuffer(m_Queue, buffer, copy, nFirst, 0, nBytes, 0, nullptr,
@@ -179,7 +179,7 @@ private:
     cl_command_queue m_Queue = nullptr;
 };
 
-/// Bytes of a buffer that arguments reach; of sub-buffers, those of the buffer that they lie in.
+/// A range of a buffer that arguments use; for sub-buffers, a range of their parent.
 struct SRange
 {
     cl_mem root;
@@ -195,7 +195,7 @@ SRange FindRange(cl_mem buffer)
     return {parent != nullptr ? parent : buffer, nFirst, nFirst + nSize};
 }
 
-/// The arguments' contents, each memory object once.
+/// Captures the contents of arguments, each memory object once.
 class CCapture
 {
 public:
@@ -232,7 +232,7 @@ public:
         return description;
     }
 
-    /// Of all arguments' buffers, once the arguments are added.
+    /// Reads the buffers of all arguments that were added.
     json ReadBuffers()
     {
         json memories = json::array();
@@ -321,8 +321,8 @@ private:
     std::vector<cl_mem> m_vImages;
 };
 
-/// Everything in front of the launch must be done. What waits for an event that the program itself is to set may wait
-/// for the very thread that is here, and is given up after a while.
+/// Waits until everything before the launch is done. If that needs an event that the program itself has to set, perhaps
+/// on this very thread, the wait is given up after a while.
 void WaitForLaunch(const SLaunchCall& call)
 {
     cl_event marker = nullptr;
@@ -371,7 +371,7 @@ void WaitForLaunch(const SLaunchCall& call)
     }
 }
 
-/// The binary for the launch's device: a program without a source is replayed from it.
+/// Adds the binary for the launch's device: a program without a source is replayed from it.
 void AddBinary(cl_kernel kernel, cl_device_id device, json& header, std::vector<unsigned char>& vBlob)
 {
     const cl_program program =

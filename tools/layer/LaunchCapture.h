@@ -10,7 +10,7 @@
 namespace KestrelLayer
 {
 
-/// A launch as the program asks for it.
+/// The arguments of the program's launch call.
 struct SLaunchCall
 {
     cl_command_queue queue;
@@ -34,12 +34,12 @@ void AppendNumbers(const Number* pNumbers, size_t nCount, std::string& strText)
     strText += ']';
 }
 
-/// Appends arguments in short, as info launches shows them, as a JSON array of [kind, what there is to know].
+/// Appends a summary of the arguments, as info launches shows it, as a JSON array of [kind, details].
 void AppendArguments(const SKernel& kernel, std::string& strText);
 
-/// Waits for all that the launch waits for, and reads what its arguments hold, and the program's binary.
-/// \param header  gets device, arguments and memories, or error with the reason why that can't be
-/// \param vBlob   gets the contents
+/// Waits for everything that the launch depends on, then reads the contents of its arguments and the program's binary.
+/// \param header  receives device, arguments and memories, or the reason of a failure as error
+/// \param vBlob   receives the contents
 void CaptureContents(cl_kernel kernelObject, const SKernel& kernel, const SLaunchCall& call, nlohmann::json& header,
                      std::vector<unsigned char>& vBlob);
 

@@ -20,7 +20,7 @@ using nlohmann::json;
 namespace
 {
 
-/// Counts the process's launches, and those of each kernel by its name.
+/// Counts the process's launches, in all and by kernel name.
 class CLaunchCount
 {
 public:
@@ -48,7 +48,7 @@ private:
     std::unordered_map<std::string, uint64_t> m_mapTurns;
 };
 
-/// JSON text by hand: most launches are never looked at, and each is told of.
+/// Writes the JSON text by hand: every launch is reported, but hardly any report is looked at.
 std::string DescribeLaunch(const SKernel& kernel, const CLaunchCount::SCount& count, const SLaunchCall& call)
 {
     static const auto s_Begin = std::chrono::steady_clock::now();
@@ -81,7 +81,7 @@ SNotedLaunch NoteLaunch(cl_kernel object, const SLaunchCall& call)
     std::shared_ptr<const SKernel> pKernel = bSizes ? CObjects::Get().FindKernel(object) : nullptr;
     if (pKernel == nullptr)
     {
-        return {}; // the runtime will say what is wrong with it
+        return {}; // the runtime will report the fault
     }
     const CLaunchCount::SCount count = CLaunchCount::Get().Next(pKernel->strName);
     const std::string strLaunch = DescribeLaunch(*pKernel, count, call);

@@ -9,17 +9,17 @@
 namespace KestrelLayer
 {
 
-/// A launch that the debugger has been told of.
+/// A launch that was reported to the debugger.
 struct SNotedLaunch
 {
     std::shared_ptr<const SKernel> pKernel; ///< null for none
-    uint64_t nNumber = 0;                   ///< counts the process's launches
+    uint64_t nNumber = 0;                   ///< the launch's number within the process
 };
 
-/// Tells of a launch, and waits with it for the debugger if that wants it.
+/// Reports a launch, and waits for the debugger if it wants to debug the launch.
 SNotedLaunch NoteLaunch(cl_kernel object, const SLaunchCall& call);
 
-/// Keeps what has become of a launch, and tells if the runtime has refused it.
+/// Notes the result of a launch, and reports a refusal.
 void NoteOutcome(const SNotedLaunch& launch, cl_int nCode);
 
 } // namespace KestrelLayer

@@ -1,4 +1,4 @@
-// What the loader of OpenCL drivers calls, and the functions that the layer puts in front of those below it.
+// The entry point for the loader of OpenCL drivers, and the functions that the layer puts before those below it.
 
 #include "tools/layer/Complaints.h"
 #include "tools/layer/Connection.h"
@@ -18,7 +18,7 @@ namespace KestrelLayer
 namespace
 {
 
-/// Runs what the layer does beside a call. The program sees nothing of its failures.
+/// Does the layer's own work beside a call. The program doesn't notice its failures.
 template <typename Work>
 void Quietly(Work work)
 {
@@ -32,7 +32,7 @@ void Quietly(Work work)
     }
     catch (...)
     {
-        // The launch runs, and isn't debugged.
+        // The launch runs without being debugged.
         return;
     }
 }
@@ -48,7 +48,7 @@ cl_mem NoteMemory(cl_mem memory)
     return memory;
 }
 
-/// A buffer of which nobody has written anything yet, if the host gives it no contents.
+/// Notes a new buffer, as unwritten if the host gives no contents.
 cl_mem NoteBuffer(cl_mem buffer, const void* pHost)
 {
     NoteMemory(buffer);
@@ -67,7 +67,7 @@ cl_mem CL_API_CALL CreateBuffer(cl_context context, cl_mem_flags nFlags, size_t 
 cl_mem CL_API_CALL CreateSubBuffer(cl_mem buffer, cl_mem_flags nFlags, cl_buffer_create_type nType, const void* pInfo,
                                    cl_int* pCode)
 {
-    Quietly([&] { CObjects::Get().NoteContents(buffer); }); // what is written to a part of it isn't followed
+    Quietly([&] { CObjects::Get().NoteContents(buffer); }); // writes to sub-buffers aren't tracked
     return NoteMemory(g_pTarget->clCreateSubBuffer(buffer, nFlags, nType, pInfo, pCode));
 }
 
@@ -94,7 +94,7 @@ cl_mem CL_API_CALL CreateImage3D(cl_context context, cl_mem_flags nFlags, const 
         g_pTarget->clCreateImage3D(context, nFlags, pFormat, nWidth, nHeight, nDepth, nRow, nSlice, pHost, pCode));
 }
 
-// OpenCL 3.0's; the headers know the types of their properties by the numbers' width alone here.
+// From OpenCL 3.0. At this version the headers know the property types only as integers of the same width.
 typedef cl_mem(CL_API_CALL* CreateBufferFunction)(cl_context, const cl_ulong*, cl_mem_flags, size_t, void*, cl_int*);
 typedef cl_mem(CL_API_CALL* CreateImageFunction)(cl_context, const cl_ulong*, cl_mem_flags, const cl_image_format*,
                                                  const cl_image_desc*, void*, cl_int*);
@@ -306,7 +306,7 @@ cl_int CL_API_CALL SetEventCallback(cl_event event, cl_int nStatus,
     return nCode;
 }
 
-/// The function of an entry that does something beside it, in front.
+/// Makes a function for an entry that first runs some work of the layer.
 template <auto pEntry, auto before, typename Function>
 struct SBeside;
 
@@ -328,7 +328,7 @@ KESTREL_BESIDE(WaitForEvents, [](auto...) { NoteWait("clWaitForEvents"); });
 
 // ---------------------------------------------------------------------------------------- what the host writes
 
-/// A transfer: it may wait, and what it writes to has contents from then on.
+/// A transfer, which may wait, and whose target is written from now on.
 void NoteTransfer(cl_mem written, cl_bool bWaits, const char* pszCall)
 {
     if (written != nullptr)
@@ -366,7 +366,7 @@ KESTREL_BESIDE(EnqueueCopyImageToBuffer,
 
 // ---------------------------------------------------------------------------------------- launches
 
-/// Launches a kernel as the program does, beside what there is to tell of it.
+/// Launches a kernel for the program, and reports it.
 template <typename Enqueue>
 cl_int Launch(cl_kernel object, const SLaunchCall& call, Enqueue enqueue)
 {
@@ -401,7 +401,7 @@ cl_int CL_API_CALL EnqueueTask(cl_command_queue queue, cl_kernel kernel, cl_uint
 
 struct SReplaced
 {
-    size_t nEntry; ///< index in the table of functions
+    size_t nEntry; ///< index in the dispatch table
     void* pFunction;
 };
 
@@ -452,7 +452,7 @@ const SReplaced s_Replaced[] = {
     KESTREL_REPLACED(EnqueueTask),
 };
 
-/// The functions below, with ours in place of some. A function that isn't below isn't put above either.
+/// The target's functions, with some replaced by the layer's. A function that is missing below is missing here too.
 std::vector<void*>* MakeTable(size_t nEntries, const cl_icd_dispatch* pTarget)
 {
     void* const* const pFirst = reinterpret_cast<void* const*>(pTarget);
@@ -467,7 +467,7 @@ std::vector<void*>* MakeTable(size_t nEntries, const cl_icd_dispatch* pTarget)
     return pTable;
 }
 
-/// A whole table, however short that of an older loader is.
+/// Completes a table that an older loader has cut short.
 const cl_icd_dispatch* CompleteTarget(size_t nEntries, const cl_icd_dispatch* pTarget)
 {
     constexpr size_t nOwn = sizeof(cl_icd_dispatch) / sizeof(void*);

@@ -86,7 +86,7 @@ void CObjects::AddMemory(cl_mem memory)
         const std::lock_guard<std::mutex> lock(m_Lock);
         m_mapMemory[memory] = nBytes;
     }
-    // The object's memory is given back only after this has been called, so that no new object can have its handle yet.
+    // The object's memory is freed only after this callback, so no new object can have its handle yet.
     g_pTarget->clSetMemObjectDestructorCallback(
         memory,
         [](cl_mem gone, void* pObjects)
@@ -198,10 +198,10 @@ void CObjects::ForgetProgram(cl_program program)
     m_mapPrograms[program].bAnnounced = false;
 }
 
-/// Tells the debugger of a program that it hasn't been told of. \return its number
+/// Reports a program to the debugger unless that was done. \return its number
 uint32_t CObjects::Announce(cl_program program)
 {
-    // No other thread may tell of the program's kernels before the program itself is told of.
+    // No other thread may report the program's kernels before the program itself.
     const std::lock_guard<std::mutex> announcing(m_AnnounceLock);
     uint32_t nId = 0;
     {

@@ -15,7 +15,7 @@
 namespace KestrelLayer
 {
 
-/// The functions below the layer.
+/// The functions of the driver below the layer.
 extern const cl_icd_dispatch* g_pTarget;
 
 /// An argument as the program has set it.
@@ -27,16 +27,16 @@ struct SSetArgument
     std::vector<unsigned char> vValue;
 };
 
-/// What a kernel's binary says of a parameter.
+/// A kernel parameter, as described by the kernel's binary.
 struct SParameter
 {
     std::string strName;
     std::string strType;
     cl_kernel_arg_address_qualifier nSpace = CL_KERNEL_ARG_ADDRESS_PRIVATE;
-    bool bKnown = false; ///< without it the rest is empty
+    bool bKnown = false; ///< if false, the rest is empty
 };
 
-/// What the layer keeps of a kernel object.
+/// The layer's notes on a kernel object.
 struct SKernel
 {
     uint32_t nId = 0;
@@ -53,8 +53,8 @@ enum class EHandle
     Sampler
 };
 
-/// What the program has made. The layer holds no object of the program's alive: it takes note of handles while they
-/// live. All functions may be called from any thread.
+/// Notes on the objects that the program has created. The layer keeps none of them alive: it only notes their handles.
+/// Any thread may call all functions.
 class CObjects
 {
 public:
@@ -63,38 +63,38 @@ public:
     void AddMemory(cl_mem memory);
     void AddSampler(cl_sampler sampler);
     void RemoveSampler(cl_sampler sampler);
-    /// What 8 bytes are the handle of, among what lives.
+    /// The kind of live object whose handle these 8 bytes are.
     EHandle FindHandle(const SSetArgument& argument);
     size_t GetMemorySize(cl_mem memory);
-    /// Nobody has written a buffer yet, until NoteContents says so.
+    /// Marks a buffer as unwritten until NoteContents is called for it.
     void NoteNoContents(cl_mem buffer);
     void NoteContents(cl_mem memory);
     bool HasContents(cl_mem memory);
-    /// A kernel may have written all that it has been given.
+    /// Marks all buffers of the kernel as written.
     void NoteLaunched(const SKernel& kernel);
 
-    /// A program that is new, or has been built anew, is told of at its next kernel.
+    /// Notes a new or rebuilt program. It is reported at its next kernel.
     void AddProgram(cl_program program);
     void ForgetProgram(cl_program program);
     void AddKernel(cl_kernel kernel);
     void CopyKernel(cl_kernel from, cl_kernel to);
     void RemoveKernel(cl_kernel kernel);
     void SetArgument(cl_kernel kernel, cl_uint nIndex, size_t nSize, const void* pValue);
-    /// An argument that the layer can't follow.
+    /// Notes an argument that the layer can't track.
     void SpoilArgument(cl_kernel kernel, cl_uint nIndex);
-    /// A copy, as it is now; nothing for a kernel whose making wasn't seen.
+    /// A copy of the current state; nothing for a kernel whose creation wasn't seen.
     std::shared_ptr<const SKernel> FindKernel(cl_kernel kernel);
 
     void AddUserEvent(cl_event event);
     void EndUserEvent(cl_event event);
-    /// Whether the program still has to set an event, for which what is in a queue may wait.
+    /// Whether the program still has to set an event that queued commands may wait for.
     bool HasUserEvents();
 
 private:
     uint32_t Announce(cl_program program);
 
     std::mutex m_Lock;
-    std::mutex m_AnnounceLock; ///< taken before the other; only one program is told of at a time
+    std::mutex m_AnnounceLock; ///< locked before the other; one program at a time is reported
     std::unordered_map<cl_mem, size_t> m_mapMemory;
     std::set<cl_mem> m_Unwritten; ///< buffers without contents
     std::set<cl_sampler> m_Samplers;

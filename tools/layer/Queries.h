@@ -8,8 +8,8 @@
 namespace KestrelLayer
 {
 
-/// A text that one of OpenCL's queries gives; empty if it gives none.
-/// \param query  called with a size, a place and where the size goes
+/// The text result of an OpenCL query; empty if it fails.
+/// \param query  called with a size, a pointer, and a pointer to the returned size
 template <typename Query>
 std::string AskText(Query query)
 {
@@ -26,7 +26,7 @@ std::string AskText(Query query)
     return strText.substr(0, strText.find('\0'));
 }
 
-/// A value that one of OpenCL's queries gives; zero if it gives none.
+/// The value result of an OpenCL query; zero if it fails.
 template <typename T, typename Query>
 T AskValue(Query query)
 {

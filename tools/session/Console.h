@@ -14,7 +14,7 @@ namespace KestrelTool
 class CDebugger;
 class CProgramSession;
 
-/// The prompt's commands for a front end that isn't the prompt. All calls come from the session's thread.
+/// The prompt's commands for another front end. All calls come from the session's thread.
 class IConsole
 {
 public:
@@ -26,15 +26,15 @@ public:
     };
 
     virtual ~IConsole() = default;
-    /// Does one or more lines, up to the first that fails.
+    /// Executes one or more lines, up to the first that fails.
     virtual SAnswer Execute(const std::string& strLines) = 0;
-    /// What the last word of a line that is being written can go on with, as whole words.
+    /// Completions of the last word of a line, as whole words.
     virtual std::vector<std::string> Complete(const std::string& strLine, std::string& strWord) = 0;
-    /// An event of the session's, as the prompt would print it.
+    /// A session event as the prompt would print it.
     virtual std::string Render(const nlohmann::json& event) = 0;
 };
 
-/// Makes one for a launch, or for a program; the other is null.
+/// Makes a console for a launch or for a program; the other one is null.
 using ConsoleMaker = std::function<std::unique_ptr<IConsole>(CDebugger*, CProgramSession*)>;
 
 } // namespace KestrelTool

@@ -4,7 +4,7 @@
 namespace KestrelTool
 {
 
-/// What the program gives back.
+/// The exit codes of the tool.
 enum EExitCode
 {
     EXIT_GOOD = 0,
@@ -12,7 +12,7 @@ enum EExitCode
     EXIT_USAGE = 2,
     EXIT_PLATFORM_FAILED = 3,
     EXIT_OUTPUT_DIFFERS = 4,
-    EXIT_FAULT = 5 ///< the platform has recorded something that a work-item shouldn't have done
+    EXIT_FAULT = 5 ///< the platform has recorded a fault of a work-item
 };
 
 } // namespace KestrelTool

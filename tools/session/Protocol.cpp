@@ -67,7 +67,7 @@ bool ReceiveAll(int nSocket, void* pBytes, size_t nBytes)
     return true;
 }
 
-/// Takes memory only as bytes come.
+/// Allocates memory only as bytes arrive.
 bool ReceiveGrowing(int nSocket, uint64_t nBytes, std::vector<unsigned char>& vBytes)
 {
     while (vBytes.size() < nBytes)
@@ -102,7 +102,7 @@ bool SendText(int nSocket, std::string_view strHeader, const std::vector<unsigne
     {
         return false;
     }
-    // What is small goes in one call.
+    // Small messages are sent in one call.
     std::string strBytes(reinterpret_cast<const char*>(&frame), sizeof(frame));
     strBytes += strHeader;
     return SendAll(nSocket, strBytes.data(), strBytes.size()) && SendAll(nSocket, vBlob.data(), vBlob.size());

@@ -11,32 +11,32 @@
 #include <string_view>
 #include <vector>
 
-// How the layer inside a program and the debugger talk.
+// The protocol between the debugger and the layer inside a program.
 //
-// The debugger hands the program one end of a pair of sockets down, the door. Each process of the program's that uses
-// OpenCL makes a pair of its own, sends one end through the door, and talks over it from then on.
+// The debugger passes one end of a socket pair, the door, down to the program. Each process of the program that uses
+// OpenCL creates a socket pair of its own, sends one end through the door, and communicates over it from then on.
 //
-// From the layer ("what"), each with what the debugger answers:
+// Messages from the layer ("what"), with the debugger's answers:
 //   hello    pid                                               -> rules
 //   program  program (its number), options, log, kernels, built ("source" or "binary"); the text is the blob -> rules
 //   kernel   kernel (its number), program, name, arguments: [{name, type}]
-//   launch   a launch that has gone by: number, turn, kernel, microseconds, global, local, offset, arguments
-//   stop     a launch that is wanted and waits: as launch, with device, memories, and contents in the blob -> rules;
-//            or error in place of contents, with the reason
+//   launch   a launch that isn't debugged: number, turn, kernel, microseconds, global, local, offset, arguments
+//   stop     a launch that the debugger wants, and that waits: as launch, with device, memories, and contents in the
+//            blob -> rules; or error in place of contents, with the reason
 //   refused  a launch that the runtime refuses: number, name (the kernel's), code, arguments: [{number, name, fault}]
 //            of those that are the reason: "unset", or "gone" for an object that is released
 //   waits    call: a function that waits, called in a callback
-//   left     at the end, objects: {"kernel": 2}, that nobody has released
+//   left     at the end, objects: {"kernel": 2}, that were never released
 // The debugger's answer is {"rules": [{kernel, program, first, last, turns}]}: which launches it wants. A rule without
 // a kernel or program means any; first and last count the process's launches, or with turns those of the kernel.
 
 namespace KestrelTool
 {
 
-/// Environment variable with the door's descriptor and inode, "7:1234".
+/// The environment variable with the door's descriptor and inode, "7:1234".
 constexpr const char* g_pszDoorVariable = "KESTREL_LAYER_SOCKET";
 
-/// Bytes that are no message.
+/// Thrown for bytes that aren't a message.
 class CProtocolError : public std::runtime_error
 {
 public:
@@ -49,40 +49,40 @@ struct SMessage
     std::vector<unsigned char> vBlob;
 };
 
-/// A message's header as JSON text. What isn't UTF-8 in it is replaced.
+/// A message's header as JSON text. Invalid UTF-8 in it is replaced.
 std::string WriteHeader(const nlohmann::json& header);
-/// Sends a message whole. \return false if nobody reads any more
+/// Sends a complete message. \return false if the other side is gone
 bool SendMessage(int nSocket, const nlohmann::json& header, const std::vector<unsigned char>& vBlob = {});
 /// The same with a header that is JSON text already.
 bool SendText(int nSocket, std::string_view strHeader, const std::vector<unsigned char>& vBlob = {});
-/// Waits for a message. What a message says of its sizes is believed only as far as bytes have come.
+/// Waits for a message. The sizes in a message are trusted only as far as bytes have arrived.
 /// \return nothing if the other side is gone
 /// \throws CProtocolError
 std::optional<SMessage> ReceiveMessage(int nSocket);
 
-/// Hands a descriptor to whoever has the other end. \return false if nobody reads any more
+/// Sends a descriptor to the other side. \return false if the other side is gone
 bool SendDescriptor(int nSocket, int nDescriptor);
-/// Takes a descriptor, closed in programs that are executed; -1 if there is none.
+/// Receives a descriptor, which is set to close on exec; -1 if there is none.
 int ReceiveDescriptor(int nSocket);
 
-/// Whether the layer waits for an answer to a message: of much it only tells.
+/// Whether the layer waits for an answer to this message; most are only reports.
 bool NeedsAnswer(const SMessage& message);
 
-/// A part of a message's blob, as its header names it: [first byte, count].
-/// \throws CProtocolError for one that isn't there
+/// The part of a message's blob that its header names as [first byte, count].
+/// \throws CProtocolError if it is outside the blob
 std::vector<unsigned char> TakePart(const SMessage& message, const nlohmann::json& part);
 
-/// Which launches are wanted.
+/// A set of launches that the debugger wants.
 struct SLaunchRule
 {
     std::string strKernel; ///< empty for any
     uint32_t nProgram = 0; ///< 0 for any
     uint64_t nFirst = 1;
     uint64_t nLast = ~uint64_t(0);
-    bool bTurns = false; ///< count this kernel's launches instead of all
+    bool bTurns = false; ///< count this kernel's launches rather than all
 };
 
-/// Whether a rule wants a launch.
+/// Whether a rule selects a launch.
 /// \param nNumber  counts all launches of the process, nTurn those of the kernel
 bool Wants(const SLaunchRule& rule, const std::string& strKernel, uint32_t nProgram, uint64_t nNumber, uint64_t nTurn);
 

@@ -20,7 +20,7 @@ namespace KestrelTool
 namespace
 {
 
-/// Those that are asked for, by name, or that are made by default.
+/// The checks requested by name, or else the default ones.
 std::vector<SCheckName> ChooseChecks(const SCheckOptions& options)
 {
     std::vector<SCheckName> vChosen;
@@ -37,7 +37,7 @@ std::vector<SCheckName> ChooseChecks(const SCheckOptions& options)
     return vChosen;
 }
 
-/// "2/8" as which part of how many.
+/// "2/8": the second of eight parts.
 /// \throws CLaunchFileError
 std::pair<size_t, size_t> ReadShard(const std::string& strShard)
 {
@@ -56,7 +56,7 @@ std::pair<size_t, size_t> ReadShard(const std::string& strShard)
     throw CLaunchFileError("--shard takes a number from 1, a slash and how many parts there are, as in 2/8");
 }
 
-/// Launch files, those of folders by name; of all of them the part that is to be taken.
+/// The launch files, including those in folders, sorted by name; with a shard, only its part of them.
 std::vector<std::string> ListLaunches(const SCheckOptions& options)
 {
     std::vector<std::string> vAll;
@@ -142,7 +142,7 @@ int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std
         nCode = CheckProgram(runs, libraries, *options.program, bApi, report, messages);
     }
     Deliver(options, report, vNames, output);
-    // This code tells of findings, and of nothing else.
+    // This exit code is reserved for findings.
     return !report.GetFindings().empty() ? EXIT_FAULT : nCode == EXIT_FAULT ? EXIT_COMMAND_FAILED : nCode;
 }
 

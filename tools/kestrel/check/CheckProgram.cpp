@@ -20,10 +20,10 @@ namespace
 
 using nlohmann::json;
 
-/// What a compiler that is handed a text calls it.
+/// The name that a compiler gives a source without a file.
 const char* const s_pszUnnamed = "kernel.cl";
 
-/// "kernel.cl:3:31: warning: excess elements". \return false for a line of another form
+/// Parses "kernel.cl:3:31: warning: excess elements". \return false for a line of another form
 bool ReadWarning(const std::string& strLine, SCheckFinding& finding)
 {
     static const std::string s_strMark = ": warning: ";
@@ -162,7 +162,7 @@ private:
                                   (argument.at("fault") == "unset" ? " isn't set" : " is an object that is released");
         }
         Complain(finding);
-        // The runtime doesn't run it either.
+        // Launches that the runtime refuses don't run without checks either.
         m_vRefused.erase(std::remove_if(m_vRefused.begin(), m_vRefused.end(),
                                         [&](const auto& refused) { return refused.first == finding.nLaunch; }),
                          m_vRefused.end());
@@ -186,7 +186,7 @@ private:
     const bool m_bApi;
     CCheckReport& m_Report;
     std::ostream& m_Messages;
-    std::vector<std::pair<uint64_t, std::string>> m_vRefused; ///< launches that weren't checked, and why
+    std::vector<std::pair<uint64_t, std::string>> m_vRefused; ///< launches that weren't checked, with the reason
 };
 
 } // namespace

@@ -9,9 +9,9 @@
 namespace KestrelTool
 {
 
-/// Runs a program to its end, and each of its launches once more under checks.
-/// \param bApi  its own use of OpenCL is looked at too
-/// \param messages  gets what couldn't be checked, and why
+/// Runs a program to its end, and each of its launches a second time with checks.
+/// \param bApi  also check the program's use of OpenCL
+/// \param messages  receives what couldn't be checked, with the reason
 /// \return the program's exit code, or an EExitCode if something couldn't be checked
 /// \throws CProgramError
 int CheckProgram(const CCheckedRuns& runs, const CLibraries& libraries, const SProgramCommand& command, bool bApi,

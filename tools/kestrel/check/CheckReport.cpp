@@ -17,7 +17,7 @@ namespace KestrelTool
 namespace
 {
 
-/// How much a finding says: of those of the same lines the one with the most is told.
+/// How telling a finding is: of several at the same lines the most telling one is shown.
 auto Weight(const SPlatformFinding& finding)
 {
     return std::make_tuple(finding.bUnequal, finding.bWrite + finding.bOtherWrite, finding.bValues, ~finding.nWorkItem,
@@ -90,10 +90,10 @@ const std::vector<std::string>& CCheckReport::ReadSource(const std::string& strF
         }
         catch (const CFileError&)
         {
-            continue; // lines are told without their text, unless it is the program's own
+            continue; // findings then come without the line's text, unless the program holds it
         }
     }
-    // The text of a program that isn't in a file begins with its name.
+    // The source of a program without a file begins with its name.
     const std::string strHead = "#line 1 \"" + strFile + "\"\n";
     if (launch.strSource.compare(0, strHead.size(), strHead) == 0)
     {
@@ -148,7 +148,7 @@ void CCheckReport::Take(const SCheckedRun& run, const CLaunch& launch, uint64_t 
     }
 }
 
-/// One of each check and line, or of two lines in either order.
+/// Keeps one finding for each check and line, or pair of lines in either order.
 void CCheckReport::Add(const SCheckFinding& finding)
 {
     const auto isIntended = [&finding, this](const SCheckPlace& place)
@@ -185,7 +185,7 @@ void CCheckReport::Add(const SCheckFinding& finding)
         return;
     }
     const uint64_t nCount = it->nCount + finding.nCount;
-    // Of a program's launches the first is told, of files whichever says the most, in any order of them.
+    // Of a program's launches, keeps the first one's; of launch files, whatever their order, the most telling.
     const auto weight = [](const SCheckFinding& one) { return std::make_tuple(~one.nLaunch, Weight(one.finding)); };
     if (weight(*it) < weight(finding) || (weight(*it) == weight(finding) && finding.strLaunch < it->strLaunch))
     {

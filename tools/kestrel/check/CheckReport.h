@@ -22,52 +22,52 @@ struct SCheckPlace
 {
     std::string strFile;
     unsigned int nLine = 0;
-    std::string strText; ///< of the line; empty if it can't be read
+    std::string strText; ///< the line's text; empty if it can't be read
 
     bool operator<(const SCheckPlace& other) const;
     bool operator==(const SCheckPlace& other) const { return strFile == other.strFile && nLine == other.nLine; }
 };
 
-/// Something wrong with a kernel, at one place or two.
+/// A fault of a kernel, at one place or two.
 struct SCheckFinding
 {
     std::string strCheck;            ///< "memory", "race", "init", "nan", "barrier", "alignment" or "api"
-    std::string strKernel;           ///< empty for what no kernel does
-    std::string strLaunch;           ///< the launch file, of several the first by name; empty for a program's
-    uint64_t nLaunch = 0;            ///< of a program's the first that does it, from 1; else 0
-    SCheckPlace place;               ///< without a file for what has none
-    SCheckPlace other;               ///< of a race or two barriers; of "init", what read the bytes, if elsewhere
-    std::vector<SCheckPlace> vChain; ///< of "nan": what passes it on, in order
-    std::string strMessage;          ///< what is wrong, in a line
-    std::string strItems;            ///< "work-items 3, 7, 11 and others"; empty if it isn't theirs
-    SPlatformFinding finding = {};   ///< its first one
+    std::string strKernel;           ///< empty if no kernel is to blame
+    std::string strLaunch;           ///< the launch file, the first by name of several; empty for a program's
+    uint64_t nLaunch = 0;            ///< the first of the program's launches with it, from 1; else 0
+    SCheckPlace place;               ///< without a file if there is none
+    SCheckPlace other;               ///< second place of a race or of barriers; for "init" the read, if elsewhere
+    std::vector<SCheckPlace> vChain; ///< for "nan": where it is passed on, in order
+    std::string strMessage;          ///< the fault, in one line
+    std::string strItems;            ///< "work-items 3, 7, 11 and others"; empty if none are concerned
+    SPlatformFinding finding = {};   ///< the first one
     uint64_t nCount = 0;
 
-    /// Whether two places do it together, of which the second one may be the first.
+    /// Whether it has two places, which may come in either order.
     bool IsPair() const;
 };
 
-/// What launches do wrong.
+/// The findings of a number of launches.
 class CCheckReport
 {
 public:
     explicit CCheckReport(CSuppressions suppressions) : m_Suppressions(std::move(suppressions)) {}
 
-    /// Makes a launch, runs it and takes in what is found.
-    /// \param nLaunch  counts a program's launches; 0 for one of a file
+    /// Creates a launch, runs it and adds its findings.
+    /// \param nLaunch  number of the program's launch; 0 for one from a file
     /// \throws CPlatformError
     void Run(const CCheckedRuns& runs, const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch = 0);
-    /// Takes in what a program does wrong itself: all but "finding" of it is told.
+    /// Adds a fault of the program itself; uses all fields except "finding".
     void Complain(SCheckFinding finding);
-    /// Takes in what another report has found.
+    /// Adds the findings of another report.
     void Join(const std::vector<SCheckFinding>& vFindings, size_t nLaunches, size_t nSuppressed,
               const std::set<std::string>& notes);
 
-    /// By launch and place.
+    /// Sorted by launch and place.
     const std::vector<SCheckFinding>& GetFindings() const { return m_vFindings; }
     size_t GetLaunches() const { return m_nLaunches; }
     size_t GetSuppressed() const { return m_nSuppressed; }
-    /// What wasn't looked for, or isn't told, by launch.
+    /// What wasn't checked or isn't reported, by launch.
     const std::set<std::string>& GetNotes() const { return m_Notes; }
 
 private:

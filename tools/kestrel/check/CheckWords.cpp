@@ -57,7 +57,7 @@ CCheckWords::CCheckWords(std::vector<SPlatformBuffer> vBuffers, std::vector<SKer
 {
 }
 
-/// The buffer that an address is in, or the one that it is the least after; or in front of if there is none.
+/// The buffer that contains the address; else the nearest one before it, or after it if none is before.
 const SPlatformBuffer* CCheckWords::FindBuffer(uint64_t nAddress) const
 {
     const SPlatformBuffer* pFound = nullptr;
@@ -94,7 +94,7 @@ std::string CCheckWords::NamePlace(const SPlatformFinding& finding) const
     return NameAddress(finding.nAddress);
 }
 
-/// Of global memory.
+/// Names an address in global memory.
 std::string CCheckWords::NameAddress(uint64_t nAddress) const
 {
     const SPlatformBuffer* const pBuffer = FindBuffer(nAddress);

@@ -10,19 +10,19 @@
 namespace KestrelTool
 {
 
-/// Puts findings of a run into words.
+/// Describes a run's findings in words.
 class CCheckWords
 {
 public:
-    /// \param vBuffers  of the run
+    /// \param vBuffers  the run's buffers
     CCheckWords(std::vector<SPlatformBuffer> vBuffers, std::vector<SKernelArgument> vArguments);
 
-    /// What is wrong, in a line.
+    /// The fault, in one line.
     std::string Describe(const SPlatformFinding& finding) const;
-    /// "work-items 3, 7, 11 and others"; of a race both.
+    /// "work-items 3, 7, 11 and others"; for a race, those of both sides.
     std::string NameItems(const SPlatformFinding& finding) const;
 
-    /// The buffer that an address is in, or the one that it is the least after, or in front of; null if none is near.
+    /// The buffer that contains the address, else a near one before it, or after it; null if none is near.
     const SPlatformBuffer* FindBuffer(uint64_t nAddress) const;
 
 private:

@@ -49,7 +49,7 @@ SCheckedRun CCheckedRuns::Run(CLaunch& launch) const
     }
     catch (const CPlatformError&)
     {
-        // A run that is stopped at its limit is a finding.
+        // Reaching the limit is a finding.
         SPlatformEnd end = {};
         m_Control.GetLastEnd(&end);
         if (end.nEnd != PLATFORM_END_LIMIT)

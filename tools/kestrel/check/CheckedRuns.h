@@ -10,7 +10,7 @@
 namespace KestrelTool
 {
 
-/// What a run has been found to do wrong, and where its buffers were.
+/// The findings of a run, and the places of its buffers.
 struct SCheckedRun
 {
     std::vector<SPlatformFinding> vFindings;
@@ -18,12 +18,12 @@ struct SCheckedRun
     SPlatformCheckLimits limits = {};
 };
 
-/// Checks kernel runs as long as it lives. Buffers whose bytes are to be followed are made meanwhile.
+/// While it exists, kernel runs are checked. Buffers to be tracked have to be created meanwhile.
 class CCheckedRuns
 {
 public:
     /// \param nChecks  a set of EPlatformCheck
-    /// \param nLimit  instructions that a work-group may execute; one that comes to it is a finding
+    /// \param nLimit  instructions that a work-group may execute; reaching it is a finding
     /// \throws CPlatformError
     CCheckedRuns(const CLibraries& libraries, uint32_t nChecks, uint64_t nLimit);
     ~CCheckedRuns();
@@ -37,21 +37,21 @@ private:
     const SPlatformControl& m_Control;
 };
 
-/// The check that finds something, by its name.
+/// The name of the check that makes findings of a kind.
 const char* NameCheck(uint32_t nKind);
 
-/// A check as users name it.
+/// The name that users give a check.
 struct SCheckName
 {
     const char* pszName;
     uint32_t nCheck;
     bool bDefault;
 };
-/// A program's own use of OpenCL, which isn't the platform's to check.
+/// The check of a program's use of OpenCL, which the tool makes rather than the platform.
 const uint32_t g_nCheckProgram = 0;
 const std::vector<SCheckName>& ListChecks();
 
-/// Instructions after which a work-group counts as one that hangs, if nobody says another number.
+/// The default for the number of instructions after which a work-group is assumed to hang.
 const uint64_t g_nUsualLimit = 1000000000;
 
 } // namespace KestrelTool

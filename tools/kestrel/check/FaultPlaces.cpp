@@ -47,7 +47,7 @@ public:
         {
             SetAddress(finding, place);
         }
-        // Only of the first one it is known where it goes.
+        // The address is known for the first work-item only.
         place.items = {finding.nWorkItem};
         if (!place.nAddress && !place.bMissing)
         {
@@ -62,7 +62,7 @@ public:
     }
 
 private:
-    /// The session's buffers lie elsewhere than those of the run.
+    /// Translates an address, since the session's buffers lie elsewhere than the run's.
     void SetAddress(const SPlatformFinding& finding, SFaultPlace& place) const
     {
         const SPlatformBuffer* const pBuffer =

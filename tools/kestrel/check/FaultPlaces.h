@@ -6,7 +6,7 @@
 namespace KestrelTool
 {
 
-/// Finds what a check finds in the launch that is debugged, by a run of its own.
+/// Finds the places that a check reports for the launch under debug, by a run of its own.
 /// \param strCheck  "memory", "race", "init", "nan", "barrier" or "alignment"
 /// \throws CCommandError for another word, or if nothing is found
 SFaultStop FindFaultPlaces(CDebugger& debugger, const std::string& strCheck);

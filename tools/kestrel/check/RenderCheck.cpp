@@ -18,7 +18,7 @@ bool IsRace(const SCheckFinding& finding)
     return finding.finding.nKind == PLATFORM_FINDING_RACE;
 }
 
-/// Whether the bytes were read somewhere else.
+/// Whether the bytes were read at another place.
 bool IsRead(const SCheckFinding& finding)
 {
     return finding.finding.nKind == PLATFORM_FINDING_INIT && !finding.other.strFile.empty() &&
@@ -35,7 +35,7 @@ std::string RenderCheckPlace(const SCheckPlace& place)
     return place.strText.empty() ? std::string() : "  > " + std::to_string(place.nLine) + " | " + place.strText + "\n";
 }
 
-/// Place, launch and kernel, as far as there are any.
+/// Place, launch and kernel, as far as known.
 /// \param bSeveral  there was more than one launch
 std::string RenderWhere(const SCheckFinding& finding, bool bSeveral)
 {
@@ -71,7 +71,7 @@ json DescribePlace(const SCheckPlace& place)
     return {{"file", place.strFile}, {"line", place.nLine}, {"text", place.strText}};
 }
 
-/// What tells findings of a place apart, for those who join reports.
+/// Details that distinguish findings of the same place, for joining reports.
 json DescribeDetail(const SPlatformFinding& raw)
 {
     return {{"kind", raw.nKind},
@@ -87,7 +87,7 @@ json DescribeDetail(const SPlatformFinding& raw)
 
 json MakeLocation(const SCheckPlace& place)
 {
-    // Lines of IL count from 0, those of this format from 1.
+    // Lines of IL count from 0, lines in this format from 1.
     return {{"physicalLocation",
              {{"artifactLocation", {{"uri", place.strFile}}}, {"region", {{"startLine", std::max(place.nLine, 1u)}}}}}};
 }

@@ -8,12 +8,12 @@
 namespace KestrelTool
 {
 
-/// Findings with their lines, and how many there are.
+/// The findings with their source lines, and their number.
 std::string RenderCheck(const CCheckReport& report);
 nlohmann::json DescribeCheck(const CCheckReport& report);
-/// SARIF 2.1.0 (OASIS), which hosts of code show beside the lines.
+/// SARIF 2.1.0 (OASIS), which code hosts show beside the source.
 nlohmann::json MakeSarif(const CCheckReport& report);
-/// XML as test runners write it: a case of each check, which fails with its findings.
+/// XML in the format of test runners: one case for each check, which fails if it has findings.
 std::string MakeJUnit(const CCheckReport& report, const std::vector<std::string>& vChecks);
 
 } // namespace KestrelTool

@@ -6,7 +6,7 @@
 namespace KestrelTool
 {
 
-/// Adds a report that was printed as JSON to another.
+/// Adds the findings of a report that was printed as JSON.
 /// \throws CLaunchFileError for a file that isn't one, CFileError
 void JoinReport(const std::string& strPath, CCheckReport& report);
 

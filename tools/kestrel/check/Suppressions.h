@@ -7,11 +7,11 @@
 namespace KestrelTool
 {
 
-/// Findings that nobody wants to see, from a file: a check, a kernel and a line each, any of them "*".
+/// Findings to hide, from a file: each line has a check, a kernel and a line, any of which may be "*".
 class CSuppressions
 {
 public:
-    /// \throws CLaunchFileError for a line that says something else
+    /// \throws CLaunchFileError for a line of another form
     void Read(const std::string& strText, const std::string& strPath);
     bool Holds(const std::string& strCheck, const std::string& strKernel, unsigned int nLine) const;
 
@@ -25,7 +25,7 @@ private:
     std::vector<SRule> m_vRules;
 };
 
-/// Whether a line of a source says itself that it is meant so: "// kestrel: race intended".
+/// Whether a source line marks the fault as intended: "// kestrel: race intended".
 bool IsIntended(const std::string& strLine, const std::string& strCheck);
 
 } // namespace KestrelTool

@@ -17,7 +17,7 @@ using nlohmann::json;
 namespace
 {
 
-/// As far as that can be: before a launch there are no names.
+/// Checks a condition as far as possible: before a launch, no names are known.
 void CheckCondition(CCommandContext& context, const std::string& strCondition)
 {
     CDebugger* const pDebugger = context.GetInterpreter().FindDebugger();
@@ -31,7 +31,7 @@ void CheckCondition(CCommandContext& context, const std::string& strCondition)
     }
 }
 
-/// A breakpoint of a program's: it has its line in those launches that have its place.
+/// A breakpoint that outlives launches: it has lines in those launches that contain its place.
 json AddLaunchBreakpoint(CCommandContext& context, const SLaunchPlace& place, bool bTemporary,
                          const std::optional<std::string>& strCondition)
 {
@@ -47,7 +47,7 @@ json AddLaunchBreakpoint(CCommandContext& context, const SLaunchPlace& place, bo
     return answer;
 }
 
-/// A place that a launch needn't be there for: "FILE:LINE", or a kernel's name that is none of a function here.
+/// Reads a place that doesn't need a launch: "FILE:LINE", or a kernel's name unless a function here has that name.
 std::optional<SLaunchPlace> ReadLaunchPlace(CCommandContext& context, const std::string& strPlace)
 {
     if (context.GetInterpreter().GetProgram() == nullptr)
@@ -115,7 +115,7 @@ json AddBreakpoint(CCommandContext& context, bool bTemporary)
     return answer;
 }
 
-/// The breakpoints that a list of numbers names; all for no list.
+/// The breakpoints of a list of numbers; all if the list is empty.
 std::vector<unsigned int> ReadIds(CCommandContext& context)
 {
     std::vector<unsigned int> vIds;
@@ -133,7 +133,7 @@ std::vector<unsigned int> ReadIds(CCommandContext& context)
     return vIds;
 }
 
-/// The breakpoint that the first word names, and what stands after it.
+/// The breakpoint of the first word, and the words after it.
 SBreakpoint& SplitFirst(CCommandContext& context, const char* pszWhat, std::string& strRest)
 {
     const std::string& strText = context.GetText(pszWhat);
@@ -143,7 +143,7 @@ SBreakpoint& SplitFirst(CCommandContext& context, const char* pszWhat, std::stri
     return context.GetInterpreter().GetBreakpoints().Find(ReadShortNumber(strText.substr(0, nEnd)));
 }
 
-/// A breakpoint on all lines that may access something, for those accesses that do.
+/// Adds a breakpoint on all lines that access something; it stops only for those accesses.
 json AddWatch(CCommandContext& context, const char* pszCommand, bool bReads, bool bWrites)
 {
     CDebugger& debugger = context.GetDebugger();
@@ -165,7 +165,7 @@ json AddWatch(CCommandContext& context, const char* pszCommand, bool bReads, boo
     return answer;
 }
 
-/// A breakpoint on all lines that do something wrong, where they do.
+/// Adds a breakpoint on all lines with a certain fault; it stops only where the fault happens.
 json AddFaultStop(CCommandContext& context)
 {
     CDebugger& debugger = context.GetDebugger();

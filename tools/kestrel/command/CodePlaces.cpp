@@ -1,4 +1,4 @@
-// Places in a kernel's code, as people type them.
+// Parses places in a kernel's code.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/session/debug/CommandError.h"
@@ -55,7 +55,7 @@ unsigned int ReadLabel(CDebugger& debugger, const std::string& strText)
     return bKernel ? code.GetFirstStop() : pFunction->nEntry;
 }
 
-/// A number, or one that counts from a line that one stands at.
+/// An absolute line, or one relative to the current line.
 uint64_t ReadLine(const std::string& strText, uint64_t nHere, uint64_t nEnd)
 {
     if (!IsRelative(strText))

@@ -17,8 +17,8 @@ namespace
 
 const size_t s_nDefaultWidth = 80;
 const size_t s_nDefaultHeight = 24;
-const size_t s_nLabelWidth = 10; ///< in front of a picture's rows
-const size_t s_nOtherRows = 4;   ///< around a picture
+const size_t s_nLabelWidth = 10; ///< columns before a picture's rows
+const size_t s_nOtherRows = 4;   ///< lines around a picture
 
 struct winsize GetTerminalSize()
 {

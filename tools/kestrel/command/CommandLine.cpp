@@ -50,7 +50,7 @@ bool HasAlias(const SCommand& command, const std::string& strWord)
     return false;
 }
 
-/// The first words of commands of two words: "info".
+/// The matching first words of commands with two words, such as "info".
 std::vector<std::string> FindFamilies(const std::string& strBeginning)
 {
     std::vector<std::string> vFamilies;
@@ -67,7 +67,7 @@ std::vector<std::string> FindFamilies(const std::string& strBeginning)
     return vFamilies;
 }
 
-/// The commands that a word may mean: one if it is a name or an abbreviation, else all that begin with it.
+/// The commands that a word may mean: the one with this name or abbreviation, else all that begin with it.
 std::vector<const SCommand*> FindMatches(const std::string& strFamily, const std::string& strWord)
 {
     std::vector<const SCommand*> vMatches;
@@ -115,7 +115,7 @@ const SCommand* Choose(const std::vector<const SCommand*>& vMatches, const std::
     return vMatches.front();
 }
 
-/// Takes a word of letters and hyphens off the front of a text.
+/// Removes a word of letters and hyphens from the start of a text, and gives it.
 std::string TakeWord(std::string& strText)
 {
     size_t nEnd = 0;

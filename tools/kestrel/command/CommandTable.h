@@ -11,7 +11,7 @@ namespace KestrelTool
 
 class CCommandContext;
 
-/// What may stand after a command, for completion.
+/// The kind of argument that a command takes, for completion.
 enum class ECompletion
 {
     Nothing,
@@ -22,44 +22,43 @@ enum class ECompletion
     File
 };
 
-/// A command, and all that is said of it anywhere: the prompt's help, the manual and the man page
-/// are made from this.
+/// Everything about a command: the prompt's help, the manual and the man page are generated from this.
 struct SCommand
 {
     const char* pszName;    ///< one word, or two
-    const char* pszAliases; ///< abbreviations with blanks between; those of two words take the second word's
+    const char* pszAliases; ///< separated by blanks; for commands of two words, of the second word
     const char* pszArguments;
     const char* pszGroup;
     const char* pszSummary; ///< one line
     const char* pszText;    ///< more, or empty
-    /// Lines; "@NAME" at the front takes that example's launch. "$ NAME" is a recorded session of a program.
+    /// Lines. "@NAME" at the start names the example's launch; "$ NAME" is a recorded session of a program.
     const char* pszExample;
     nlohmann::json (*pFunction)(CCommandContext&);
-    bool bRepeats; ///< an empty line does it again
+    bool bRepeats; ///< an empty line repeats it
     ECompletion eCompletion;
 };
 
 extern const SCommand g_Commands[];
 extern const size_t g_nCommands;
 
-/// A line of input, taken apart: "12 print/x r3".
+/// A parsed line of input, such as "12 print/x r3".
 struct SCommandLine
 {
-    std::string strToken; ///< the number in front
+    std::string strToken; ///< the number at the start
     const SCommand* pCommand = nullptr;
-    std::string strFormat; ///< what stands after the slash
+    std::string strFormat; ///< the letters after the slash
     std::string strArguments;
 };
 
-/// Takes the number off the front of a line, with the blanks after it; empty if there is none.
+/// Removes the number at the start of a line and the blanks after it, and gives it; empty if there is none.
 std::string TakeToken(std::string& strLine);
-/// Of a line without its number.
-/// \throws CCommandError for a command that isn't known, or of which there are several
+/// Parses a line without its number.
+/// \throws CCommandError for an unknown or ambiguous command
 SCommandLine ParseCommandLine(const std::string& strLine);
 
-/// The command of a name, an abbreviation or the beginning of a name; null for none or several.
+/// The command with this name or abbreviation, or the only one whose name begins with it; null for none or several.
 const SCommand* FindCommand(const std::string& strWords);
-/// The names that begin with a text, of two words only if the text has the first.
+/// The command names that begin with a text; a second word is completed only after a complete first one.
 std::vector<std::string> CompleteCommand(const std::string& strBeginning);
 
 } // namespace KestrelTool

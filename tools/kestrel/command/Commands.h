@@ -6,8 +6,7 @@
 namespace KestrelTool
 {
 
-/// What a command's function works with. Functions give a structured answer, or null, and throw
-/// CCommandError.
+/// The context of a command's function. Functions give a structured answer, or null, and throw CCommandError.
 class CCommandContext
 {
 public:
@@ -18,14 +17,14 @@ public:
     const std::string& GetArguments() const { return m_Line.strArguments; }
     const std::string& GetFormat() const { return m_Line.strFormat; }
     std::vector<std::string> GetWords() const;
-    /// The only argument as a number, or a number that stands for none.
+    /// The only argument as a number; nDefault if there is none.
     /// \throws CCommandError for anything else
     size_t GetCount(size_t nDefault) const;
     /// The only argument.
     std::string GetWord(const char* pszWhat) const;
-    /// What stands after the command; it must be something.
+    /// The text after the command; must not be empty.
     const std::string& GetText(const char* pszWhat) const;
-    /// Takes "a" out of the format letters. \return whether it was there
+    /// Removes "a" from the format letters. \return whether it was there
     bool TakeAll(std::string& strFormat) const;
     void AllowNone() const;
 
@@ -36,20 +35,20 @@ private:
 
 /// A whole number, decimal or with 0x. \throws CCommandError
 uint64_t ReadNumber(const std::string& strText);
-/// The same, of 32 bits.
+/// The same for 32 bits.
 unsigned int ReadShortNumber(const std::string& strText);
-/// Lines of IL for a place: a line, "FILE:LINE" of the source, "*LINE" of IL, a function's name, "func LABEL", "entry",
-/// "+N" or "-N". A line is one of the source where the kernel has one, else of IL. Several for a place in a function
-/// that is inlined more than once; always lines with an instruction.
+/// Parses a place into lines of IL: a line, "FILE:LINE" of the source, "*LINE" of IL, a function's name, "func LABEL",
+/// "entry", "+N" or "-N". A line is a source line if the kernel has one, else a line of IL. A place in a function that
+/// is inlined several times gives several lines. All of them have an instruction.
 std::set<unsigned int> ReadPlace(CDebugger& debugger, const std::string& strText);
-/// The line of the source that a place stands for; nothing for one of IL.
+/// The source line of a place; nothing for a line of IL.
 std::optional<SSourceLine> ReadSourcePlace(CDebugger& debugger, const std::string& strText);
-/// What print and display show.
+/// The answer of print and display.
 nlohmann::json PrintExpression(CDebugger& debugger, const std::string& strFormat, const std::string& strExpression);
-/// Columns and rows that a picture may take.
+/// The columns and rows available to a picture.
 size_t GetPictureWidth(const SSettings& settings);
 size_t GetPictureHeight(const SSettings& settings);
-/// A breakpoint as info breakpoints has it.
+/// A breakpoint as shown by info breakpoints.
 nlohmann::json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint& breakpoint);
 
 // clang-format off

@@ -39,7 +39,7 @@ std::vector<std::string> ListRegisters(CDebugger& debugger)
     }
     catch (const CCommandError&)
     {
-        // Not running: no register has a value.
+        // Not running, so no register has a value.
     }
     return vNames;
 }
@@ -111,7 +111,7 @@ SCompletion CompleteLine(CInterpreter& interpreter, const std::string& strLine)
         completion.vChoices = CompleteCommand(strText);
         return completion;
     }
-    // The second word of a name of two.
+    // The second word of a two-word name.
     completion.strWord = FindLastWord(strText, false);
     const std::string strBefore = strText.substr(0, strText.size() - completion.strWord.size());
     const std::vector<std::string> vTwoWords = CompleteCommand(strText);

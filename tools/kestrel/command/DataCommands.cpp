@@ -33,7 +33,7 @@ EFormat ChooseFormat(CDebugger& debugger, const std::string& strFormat)
     return strFormat.empty() ? debugger.GetSettings().eFormat : ReadFormat(strFormat);
 }
 
-/// "a, f(b, c)": what stands between the commas that no bracket is around.
+/// Splits "a, f(b, c)" at the commas that aren't in brackets.
 std::vector<std::string> SplitAtCommas(const std::string& strText)
 {
     std::vector<std::string> vParts(1);
@@ -118,7 +118,7 @@ json DoDisplay(CCommandContext& context)
         }
         catch (const CCommandError&)
         {
-            // It will have a value at some stop.
+            // It may have a value at another stop.
         }
         prints.push_back(answer);
     }
@@ -177,7 +177,7 @@ json DoInfoRegisters(CCommandContext& context)
         const SOperand operand = ReadOperand(strName);
         if (bAll && operand.strRegister.compare(0, 3, "mem") == 0)
         {
-            continue; // stands for stores to memory, and has no values of its own
+            continue; // represents stores to memory, and has no values
         }
         registers.push_back(
             {{"name", operand.ToString()}, {"value", FormatTuple(FormatWords(ReadWords(debugger, operand), eFormat))}});

@@ -18,8 +18,8 @@ namespace KestrelTool
 namespace
 {
 
-/// Commands of the command line, one after the other. Those after each other make up one input, so
-/// that what reads further lines finds them.
+/// Runs the commands of the command line in order. Neighbouring ones form one input, so that a command that reads
+/// further lines finds them.
 CInterpreter::EResult RunScripts(CInterpreter& interpreter, const std::vector<SDebugOptions::SScript>& vScripts)
 {
     size_t nNext = 0;
@@ -35,10 +35,10 @@ CInterpreter::EResult RunScripts(CInterpreter& interpreter, const std::vector<SD
     return interpreter.ExecuteAll(reader, false);
 }
 
-/// Commands from whatever the standard input is.
+/// Runs commands from standard input, whatever it is.
 CInterpreter::EResult RunInput(CInterpreter& interpreter, const SDebugOptions& options)
 {
-    // What an interrupt has ended is over with the next line of the user's.
+    // An interrupt is forgotten when the user's next line is read.
     const auto clear = [&](std::optional<std::string> line)
     {
         CDebugger* const pDebugger = interpreter.FindDebugger();
@@ -90,7 +90,7 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
     if (eResult == CInterpreter::Good && !options.bBatch)
     {
         eResult = RunInput(interpreter, options);
-        // At a prompt a mistake has been seen and put right.
+        // At a prompt, the user has seen a failure and could react.
         eResult = isatty(STDIN_FILENO) != 0 && eResult == CInterpreter::Failed ? CInterpreter::Good : eResult;
     }
     debugger.Kill();
@@ -116,7 +116,7 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
 namespace
 {
 
-/// Lets the program run to its end, wherever it stands.
+/// Lets the program run to its end.
 void RunOut(CProgramSession& program)
 {
     if (!program.IsRunning())

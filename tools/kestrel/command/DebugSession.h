@@ -10,12 +10,12 @@
 namespace KestrelTool
 {
 
-/// What `kestrel debug` was asked for.
+/// The options of `kestrel debug`.
 struct SDebugOptions
 {
     struct SScript
     {
-        bool bFile; ///< a file's path, or else a command
+        bool bFile; ///< a file's path, otherwise a command
         std::string strText;
     };
 
@@ -27,14 +27,14 @@ struct SDebugOptions
     bool bEcho = false; ///< print each command
 };
 
-/// A debugging session from its scripts to its end, at a prompt if there is a terminal.
+/// Runs a debugging session from its scripts to its end, with a prompt if there is a terminal.
 /// \return an EExitCode
 /// \throws CLaunchFileError, CPlatformError
 int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options);
 
-/// The same for the launches of a program, which has the standard input and output. Without a terminal the scripts are
-/// all there is, and after them the program runs to its end.
-/// \return an EExitCode, or the program's own exit code if nothing else went wrong
+/// The same for the launches of a program, which uses the standard input and output. Without a terminal only the
+/// scripts are run, and then the program runs to its end.
+/// \return an EExitCode, or the program's own exit code if nothing else failed
 int RunProgramSession(const CLibraries& libraries, const SProgramCommand& command, const SDebugOptions& options);
 
 } // namespace KestrelTool

@@ -1,4 +1,4 @@
-// x: memory as the kernel has it at the stop.
+// The command x: memory as the kernel sees it at the stop.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/session/debug/CommandError.h"
@@ -24,7 +24,7 @@ namespace
 const size_t s_nMaxBytes = 1 << 20;
 const uint64_t s_nFarAway = uint64_t(1) << 48; ///< beyond every buffer
 
-/// "/8xw": how many, how shown, how large.
+/// The format of "/8xw": count, number format, size.
 struct SShape
 {
     size_t nCount = 1;
@@ -89,15 +89,15 @@ std::string FormatValue(const SShape& shape, const unsigned char* pBytes)
 struct SPlace
 {
     bool bPrivate = false;
-    bool bLocal = false; ///< of the group of the work-item in focus, or of nGroup
+    bool bLocal = false; ///< in the group of the focused work-item, or in nGroup
     size_t nGroup = 0;
     std::string strLocal; ///< its name
     unsigned int nResource = 0;
     uint64_t nAddress = 0;
-    std::optional<size_t> argument; ///< the address counts from the start of its buffer
+    std::optional<size_t> argument; ///< the address is relative to this argument's buffer
 };
 
-/// A number, or a register of the focused work-item: a pair is an address of 64 bits.
+/// A number, or a register of the focused work-item; a register pair is a 64-bit address.
 uint64_t ReadAddress(CDebugger& debugger, const std::string& strText)
 {
     if (!strText.empty() && std::isdigit(static_cast<unsigned char>(strText[0])))
@@ -127,7 +127,7 @@ size_t FindArgument(CDebugger& debugger, const std::string& strName)
                         "localN:ADDRESS and private:ADDRESS");
 }
 
-/// "3]" or "r0.x + 1]": an expression of the work-item in focus.
+/// "3]" or "r0.x + 1]": an expression of the focused work-item.
 uint64_t ReadIndex(CDebugger& debugger, const std::string& strText)
 {
     const size_t nEnd = strText.rfind(']');
@@ -155,7 +155,7 @@ size_t GetElementSize(CDebugger& debugger, size_t nArgument)
     return pType != nullptr ? pType->nSize : 4;
 }
 
-/// The number of the first block of local memory that the kernel's text declares.
+/// The number of the first local memory block that the kernel's text declares.
 unsigned int FindFirstBlock(CDebugger& debugger)
 {
     const std::string strStart = "dcl_lds_id(";
@@ -170,8 +170,8 @@ unsigned int FindFirstBlock(CDebugger& debugger)
     throw CCommandError("the kernel declares no local memory");
 }
 
-/// "local:0", "local1:0x10", "local1@3:0": the block that is declared under a number (the first one without), of the
-/// group of the work-item in focus or of the one after the @.
+/// Parses "local:0", "local1:0x10" or "local1@3:0": the declared block of this number (without one, the first block),
+/// in the group of the focused work-item or in the one after the @.
 SPlace ReadLocalPlace(CDebugger& debugger, const std::string& strSpace, const std::string& strAddress)
 {
     SPlace place;
@@ -192,7 +192,7 @@ SPlace ReadLocalPlace(CDebugger& debugger, const std::string& strSpace, const st
     return place;
 }
 
-/// The place that a pointer of the source points to, or that an array is.
+/// The place of an array, or the one that a source pointer points to.
 std::optional<SPlace> FindPointed(CDebugger& debugger, const std::string& strText, std::optional<SShape>& shape)
 {
     std::optional<CExpression> expression(std::in_place, strText, &debugger);
@@ -242,7 +242,7 @@ std::optional<SPlace> FindPointed(CDebugger& debugger, const std::string& strTex
     return place;
 }
 
-/// Whether a text can only mean memory, and begins with no variable of the source.
+/// Whether a text can only be a memory place, since it doesn't begin with a variable of the source.
 bool IsBarePlace(CDebugger& debugger, const std::string& strText)
 {
     const size_t nStart = std::min(strText.find_first_not_of("&*( "), strText.size());
@@ -257,7 +257,7 @@ bool IsBarePlace(CDebugger& debugger, const std::string& strText)
            (!bCast && !debugger.FindVariable(strText.substr(nStart, nEnd - nStart), true));
 }
 
-/// "x/3i": instructions of the kernel.
+/// "x/3i": lists instructions of the kernel.
 json ListInstructions(CDebugger& debugger, const std::string& strText, size_t nCount)
 {
     const CListing& listing = debugger.GetListing();
@@ -372,7 +372,7 @@ std::string NamePlace(CDebugger& debugger, const SPlace& place, uint64_t nAddres
                                     : strName + "+" + std::to_string(nAddress);
 }
 
-/// "x/s": characters up to a zero.
+/// "x/s": reads characters up to a zero.
 std::string ReadString(CDebugger& debugger, SPlace& place)
 {
     const size_t nMost = 200;

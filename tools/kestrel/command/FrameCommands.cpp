@@ -1,4 +1,4 @@
-// Commands about the functions that a stop is in.
+// Commands about the call stack of a stop.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/session/debug/CommandError.h"
@@ -43,7 +43,7 @@ json DescribeFrame(CDebugger& debugger, const SFrame& frame, size_t nNumber)
     return description;
 }
 
-/// The selected frame with its line.
+/// Shows the selected frame and its line.
 json ShowFrame(CDebugger& debugger)
 {
     const SFrame frame = debugger.GetFrames()[debugger.GetFrame()];

@@ -1,4 +1,4 @@
-// info: where lines, addresses and work-groups are.
+// Subcommands of info about lines, addresses and work-groups.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/session/debug/CommandError.h"
@@ -19,7 +19,7 @@ json TellText(const std::string& strText)
     return {{"view", "text"}, {"text", strText}};
 }
 
-/// The lines of IL from one on that come from the same place.
+/// The last of the IL lines from nLine on that come from the same source place.
 unsigned int FindLastOfPlace(const CListing& listing, unsigned int nLine)
 {
     unsigned int nLast = nLine;
@@ -35,7 +35,7 @@ std::string TellRange(size_t nFirst, size_t nLast)
     return nFirst == nLast ? std::to_string(nFirst) : std::to_string(nFirst) + "-" + std::to_string(nLast);
 }
 
-/// Groups that have as many active work-items as each other, one after the other.
+/// Consecutive groups with the same number of active work-items.
 struct SGroups
 {
     size_t nFirst = 0;

@@ -19,7 +19,7 @@ namespace KestrelTool
 namespace
 {
 
-const unsigned int s_nMaxDepth = 32; ///< of files that read files and breakpoints that go on
+const unsigned int s_nMaxDepth = 32; ///< of files that read files, and breakpoints whose commands continue
 
 std::string Trim(const std::string& strText)
 {
@@ -43,7 +43,7 @@ CInterpreter::EResult CInterpreter::Execute(const std::string& strLine)
     }
     m_Output.OnCommand(strCommand);
     EResult eResult = ExecuteCommand(strCommand);
-    // What a breakpoint wants done may go on to the next breakpoint.
+    // Commands of a breakpoint may continue to the next breakpoint.
     const auto takeCommands = [this]
     {
         CDebugger* const pDebugger = FindDebugger();
@@ -103,7 +103,7 @@ void CInterpreter::OnProgramGoesOn()
     std::cout << std::flush;
 }
 
-/// The first failure is the one that counts; what it makes fail around it tells less.
+/// Only the first failure counts; later ones usually follow from it.
 void CInterpreter::NoteFailure(int nCode)
 {
     m_nFailureCode = m_nFailureCode == EXIT_GOOD ? nCode : m_nFailureCode;
@@ -114,7 +114,7 @@ bool CInterpreter::OnAskToGiveUp(const std::function<bool()>& isOver)
     return !m_Question || !GetSettings().bConfirm || m_Question(isOver);
 }
 
-/// The lines of a command of the user's, with $arg0 and so on in them as the words after its name.
+/// The lines of a user-defined command, with $arg0 and so on replaced by the words after its name.
 CInterpreter::EResult CInterpreter::ExecuteUserCommand(const std::vector<std::string>& vLines,
                                                        const std::string& strArguments)
 {
@@ -143,7 +143,7 @@ CInterpreter::EResult CInterpreter::ExecuteUserCommand(const std::vector<std::st
     return eResult;
 }
 
-/// A line that begins with a word of the user's or of the debugger's.
+/// Executes a line that begins with a command of the user or of the debugger.
 CInterpreter::EResult CInterpreter::ExecuteCommand(const std::string& strLine)
 {
     std::string strCommand = strLine;
@@ -255,7 +255,7 @@ CInterpreter::EResult CInterpreter::ExecuteAll(const LineReader& reader, bool bG
     {
         const EResult eLine = Execute(*line);
         eResult = eLine == Good ? eResult : eLine;
-        // An interrupt ends what is a script; at a prompt the next line goes on.
+        // An interrupt ends a script; at a prompt, the next line is read.
         if (eLine == Quit || (!bGoOn && (eLine == Failed || IsInterrupted())))
         {
             break;
@@ -304,7 +304,7 @@ CInterpreter::EResult CInterpreter::Source(const std::string& strPath)
     const LineReader reader = [&stream]() -> std::optional<std::string>
     {
         std::string strLine;
-        // An empty line of a file repeats nothing.
+        // An empty line in a file doesn't repeat the last command.
         return std::getline(stream, strLine) ? std::optional<std::string>(strLine.empty() ? "#" : strLine)
                                              : std::nullopt;
     };
@@ -325,7 +325,7 @@ void CInterpreter::OnEvent(const nlohmann::json& event)
     m_Output.OnEvent(event);
 }
 
-/// A kernel run can't be broken off, and its thread can't be waited for.
+/// The kernel run can't be aborted, and waiting for its thread could take forever.
 void CInterpreter::OnLeave()
 {
     OnProgress(std::string());

@@ -12,7 +12,7 @@
 namespace KestrelTool
 {
 
-/// Gives the next line of a command's input; nothing at its end.
+/// Gives the next line of a command's input; nothing at the end.
 typedef std::function<std::optional<std::string>()> LineReader;
 
 /// Something that is printed at every stop.
@@ -25,16 +25,16 @@ struct SDisplay
 
 class CProgramSession;
 
-/// Makes lines of text into commands of a debugger and sends what comes of them to an output.
+/// Executes lines of text as commands of a debugger, and sends the results to an output.
 class CInterpreter : public IEventSink
 {
 public:
     explicit CInterpreter(IOutput& output) : m_Output(output) {}
     void SetDebugger(CDebugger& debugger) { m_pDebugger = &debugger; }
-    /// A program whose launches are debugged, in place of a launch that is always there.
+    /// Debugs the launches of a program, instead of one fixed launch.
     void SetProgram(CProgramSession& program) { m_pProgram = &program; }
     void SetProgress(std::function<void(const std::string&)> progress) { m_Progress = std::move(progress); }
-    /// Who is asked whether to give up; without one nobody is, and the answer is yes.
+    /// Sets a function that asks whether to give up; without one the answer is yes.
     void SetQuestion(std::function<bool(const std::function<bool()>&)> question) { m_Question = std::move(question); }
 
     enum EResult
@@ -44,40 +44,38 @@ public:
         Quit
     };
 
-    /// Does one line. An empty one repeats the last command if that is one to be repeated.
+    /// Executes one line. An empty one repeats the last command, if that command repeats.
     EResult Execute(const std::string& strLine);
-    /// Does lines until they end, fail or quit; bGoOn goes on after a failure.
+    /// Executes lines until they end, one fails, or one quits; with bGoOn continues after a failure.
     EResult ExecuteAll(const LineReader& reader, bool bGoOn);
 
     // ---- for the commands
-    /// \throws CCommandError if no launch waits to be debugged
+    // \throws CCommandError if no launch is being debugged
     CDebugger& GetDebugger();
     /// The same, or null.
     CDebugger* FindDebugger();
-    /// Null where a launch is debugged and no program.
+    /// Null if a single launch is debugged rather than a program.
     CProgramSession* GetProgram() { return m_pProgram; }
     SSettings& GetSettings();
     CBreakpoints& GetBreakpoints();
     std::vector<SDisplay>& GetDisplays() { return m_vDisplays; }
     unsigned int MakeDisplayId() { return ++m_nLastDisplay; }
-    /// The lines up to one that says "end".
+    /// The lines before the one that says "end".
     std::vector<std::string> ReadBlock();
     EResult Source(const std::string& strPath);
-    /// The program's exit code for what has failed first; EXIT_GOOD if nothing has.
+    /// The exit code for the first failure; EXIT_GOOD if nothing failed.
     int GetFailureCode() const { return m_nFailureCode; }
     void RequestQuit() { m_bQuit = true; }
-    /// The exit code that quit gives the program; nothing if it gave none.
+    /// The exit code that was given to quit, if any.
     std::optional<int> GetQuitCode() const { return m_QuitCode; }
     void SetQuitCode(int nCode) { m_QuitCode = nCode; }
-    /// Commands that the user has made of others, with their lines.
+    /// Commands that the user has defined, with their lines.
     std::map<std::string, std::vector<std::string>>& GetUserCommands() { return m_mapUserCommands; }
-    /// Other names that the user has given commands, with what they stand for.
+    /// Aliases that the user has defined.
     std::map<std::string, std::string>& GetAliases() { return m_mapAliases; }
-    /// What an empty line after this command does instead of repeating it as it was.
+    /// The line that an empty line executes after this command, instead of repeating it.
     void SetRepeat(const std::string& strLine) { m_strRepeat = strLine; }
-    /// The line after those that were listed since the last stop; 0 for none.
-    /// Where the next list goes on: a line of a file, or of IL where the file's name is empty; line 0 for around the
-    /// stop.
+    /// Where the next list continues: a line of a file, or of IL if the file's name is empty. Line 0: around the stop.
     const SSourceLine& GetListNext() const { return m_ListNext; }
     void SetListNext(const SSourceLine& line) { m_ListNext = line; }
 

@@ -12,8 +12,8 @@ using nlohmann::json;
 namespace
 {
 
-/// Bytes that aren't UTF-8 must not end the talk, and what isn't ASCII is spelled out, so that no control character is
-/// left.
+/// Invalid UTF-8 must not end the session, so it is replaced. Non-ASCII characters are escaped, so that no control
+/// characters are written.
 void WriteLine(std::ostream& output, const json& object)
 {
     output << object.dump(-1, ' ', true, json::error_handler_t::replace) << std::endl;

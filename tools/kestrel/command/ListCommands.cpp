@@ -16,7 +16,7 @@ using nlohmann::json;
 namespace
 {
 
-/// A range of lines; the last one counts.
+/// A range of lines, including the last one.
 struct SLines
 {
     unsigned int nFirst = 0;
@@ -79,7 +79,7 @@ json ListCode(CDebugger& debugger, const SLines& lines)
     return {{"view", "lines"}, {"lines", list}};
 }
 
-/// The lines of a file that a breakpoint stands at.
+/// The lines of a file that have breakpoints.
 std::set<unsigned int> FindBreakpoints(CDebugger& debugger, const std::string& strFile)
 {
     std::set<unsigned int> found;
@@ -129,7 +129,7 @@ json ListSource(CDebugger& debugger, const std::string& strFile, const SLines& l
     return {{"view", "lines"}, {"file", strFile}, {"lines", list}};
 }
 
-/// Lines of the source, around a place or on from the last ones.
+/// Lists source lines, around a place or continuing after the last list.
 json DoListSource(CCommandContext& context, const SSourceLine& here)
 {
     CDebugger& debugger = context.GetDebugger();
@@ -165,7 +165,7 @@ json DoListSource(CCommandContext& context, const SSourceLine& here)
     return view;
 }
 
-/// Lines of IL, likewise.
+/// Lists lines of IL in the same way.
 json DoListCode(CCommandContext& context)
 {
     CDebugger& debugger = context.GetDebugger();
@@ -195,7 +195,7 @@ json DoListCode(CCommandContext& context)
     return ListCode(debugger, lines);
 }
 
-/// Puts each line of the source before the first instruction that comes from it.
+/// Inserts each source line before the first instruction that comes from it.
 void MixSource(CDebugger& debugger, json& lines)
 {
     std::string strLast;

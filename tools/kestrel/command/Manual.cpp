@@ -105,9 +105,9 @@ const char* const s_pszIntroduction =
     "second one asks there whether to give the session up; a third leaves `kestrel` if a single kernel run doesn't "
     "end.\n";
 
-const char* const s_pszProgramMark = "$ "; ///< in front of the name of a session of a program
+const char* const s_pszProgramMark = "$ "; ///< precedes the name of a program's session
 
-/// The launch of an example, and its commands.
+/// The launch and the commands of an example.
 struct SExample
 {
     std::string strLaunch = s_pszDefaultLaunch;
@@ -126,7 +126,7 @@ SExample ReadExample(const SCommand& command)
     return example;
 }
 
-/// A working folder of its own. Where it is differs from run to run, so that texts say s_pszFolder in its place.
+/// A temporary working folder. Its path differs between runs, so texts show s_pszFolder instead.
 class CScratchFolder
 {
 public:
@@ -149,7 +149,7 @@ public:
     CScratchFolder(const CScratchFolder&) = delete;
     CScratchFolder& operator=(const CScratchFolder&) = delete;
 
-    /// Also makes paths relative to where the tool was started.
+    /// Also makes paths relative to the folder where the tool was started.
     std::string Hide(std::string strText) const
     {
         Replace(strText, m_Folder.string(), s_pszFolder);
@@ -173,7 +173,7 @@ private:
     std::filesystem::path m_Folder;
 };
 
-/// What was recorded of a session of a program. A test of `kestrel exec` holds it against what comes now.
+/// The recording of a program's session. A test of `kestrel exec` compares it with a new run.
 std::string ReadProgramSession(const std::string& strExamples, const std::string& strName)
 {
     const std::string strPath = strExamples + "/programs/sessions/" + strName + ".txt";
@@ -184,7 +184,7 @@ std::string ReadProgramSession(const std::string& strExamples, const std::string
         throw std::runtime_error(strPath + " can't be read");
     }
     const std::string strText = text.str();
-    return strText.substr(0, strText.rfind("exit ")); // the last line, for the test alone
+    return strText.substr(0, strText.rfind("exit ")); // the last line is for the test only
 }
 
 std::string RunExample(const CLibraries& libraries, const std::string& strExamples, const SExample& example)
@@ -192,7 +192,7 @@ std::string RunExample(const CLibraries& libraries, const std::string& strExampl
     std::ostringstream output;
     CTextOutput text(output, output, true);
     CInterpreter interpreter(text);
-    // Those with a folder of their own are in it.
+    // Launches with a folder of their own are in it.
     const bool bFolder = example.strLaunch.find('/') == std::string::npos;
     const std::string strPath = std::filesystem::absolute(strExamples).string() + "/" +
                                 (bFolder ? example.strLaunch + "/" : "") + example.strLaunch + ".json";
@@ -243,7 +243,7 @@ std::string MakeHead(const SCommand& command)
            strArguments;
 }
 
-/// In roff a hyphen of a name is written \- and a line must not begin with a dot or quote.
+/// In roff, a hyphen in a name is written \-, and a line must not begin with a dot or quote.
 std::string Escape(const std::string& strText)
 {
     std::string strEscaped;

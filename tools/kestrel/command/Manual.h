@@ -8,8 +8,8 @@
 namespace KestrelTool
 {
 
-/// The manual in Markdown: the table of commands, each with its example run on a launch of
-/// strExamples and what came of it.
+/// The manual in Markdown: the table of commands, each with its example and the output of running that on a launch in
+/// strExamples.
 std::string MakeManual(const CLibraries& libraries, const std::string& strExamples);
 /// The man page.
 std::string MakeManPage();

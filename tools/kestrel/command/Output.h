@@ -13,30 +13,30 @@ namespace KestrelTool
 
 struct SSettings;
 
-/// Where a session's answers and events go.
+/// Receives a session's answers and events.
 class IOutput
 {
 public:
     virtual ~IOutput() = default;
 
-    /// \param strToken  what the command carried to be known by; may be empty
-    /// \param answer    null for a command that has nothing to say
+    /// \param strToken  the command's number, to match answers to commands; may be empty
+    /// \param answer    null for a command without an answer
     virtual void OnAnswer(const std::string& strCommand, const std::string& strToken, const nlohmann::json& answer) = 0;
     virtual void OnError(const std::string& strCommand, const std::string& strToken, const std::string& strError) = 0;
     virtual void OnEvent(const nlohmann::json& event) = 0;
     virtual void OnCommand(const std::string& /*strLine*/) {}
 };
 
-/// For people.
+/// Output for people.
 class CTextOutput : public IOutput
 {
 public:
-    /// \param bEcho  print each command in front of what comes of it
+    /// \param bEcho  print each command before its answer
     CTextOutput(std::ostream& output, std::ostream& errors, bool bEcho)
         : m_Output(output), m_Errors(errors), m_bEcho(bEcho), m_Style(CTextStyle::Of(output))
     {
     }
-    /// The settings that pictures are drawn by.
+    /// Sets the settings for pictures.
     void SetSettings(const SSettings& settings) { m_pSettings = &settings; }
 
     void OnAnswer(const std::string& strCommand, const std::string& strToken, const nlohmann::json& answer) override;
@@ -52,7 +52,7 @@ private:
     const SSettings* m_pSettings = nullptr;
 };
 
-/// For programs: one object a line.
+/// Output for programs: one JSON object a line.
 class CJsonOutput : public IOutput
 {
 public:
@@ -69,10 +69,10 @@ private:
 /// An answer or event as text for people, with its line ends.
 std::string RenderText(const nlohmann::json& answer, bool bUnicode);
 
-/// The faults of an event, line by line.
+/// The faults in an event, one a line.
 std::string RenderFaults(const nlohmann::json& event);
 
-/// What the command line itself says when it ends a launch: outputs and where they differ.
+/// The command line's report at the end of a launch: outputs, and where they differ from what was expected.
 std::string RenderOutputs(const nlohmann::json& finished);
 
 } // namespace KestrelTool

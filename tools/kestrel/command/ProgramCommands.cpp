@@ -1,4 +1,4 @@
-// Commands about a program whose launches are debugged.
+// Commands for a program whose launches are debugged.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/session/debug/CommandError.h"

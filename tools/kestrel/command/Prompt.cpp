@@ -27,7 +27,7 @@ char* GetPromptText(EditLine*)
     return s_szPrompt;
 }
 
-/// The user's own history, unless the environment names another file; "" keeps none.
+/// The user's history file, unless the environment names another one; "" for none.
 std::string ChooseHistoryFile()
 {
     const char* pszFile = std::getenv("KESTREL_HISTORY");
@@ -39,7 +39,7 @@ std::string ChooseHistoryFile()
     return pszHome != nullptr ? std::string(pszHome) + "/.kestrel_history" : std::string();
 }
 
-/// Reads the file as the tool reads any other: a pipe, a device and what has no end keep no history.
+/// Whether the file can be read like any other; pipes, devices and endless files can't hold a history.
 bool IsFitForHistory(const std::string& strFile)
 {
     const size_t nMax = size_t(16) << 20;
@@ -68,14 +68,14 @@ std::string FindCommonBeginning(const std::vector<std::string>& vChoices)
     return strCommon;
 }
 
-// A signal handler can reach nothing else.
+// Global, since a signal handler can reach nothing else.
 std::atomic<CDebugger*> s_pInterrupted{nullptr};
 struct sigaction s_OldAction;
 pthread_t s_CommandingThread;
 
 void OnInterrupt(int nSignal)
 {
-    // Whichever thread the signal meets, the one that may be reading a line has to wake.
+    // Whichever thread gets the signal, it has to wake the one that may be reading a line.
     if (pthread_equal(pthread_self(), s_CommandingThread) == 0)
     {
         pthread_kill(s_CommandingThread, nSignal);
@@ -94,7 +94,7 @@ void WriteRaw(const std::string& strText)
     std::fflush(stderr);
 }
 
-/// The terminal is in its usual mode while a command is at work. What is typed ahead counts as the answer.
+/// While a command runs, the terminal is in its usual mode. Text that was typed ahead counts as the answer.
 bool AskToGiveUp(const std::function<bool()>& isOver)
 {
     WriteRaw("\r\033[KGive up waiting? The session goes back to where the command began. (y or n) ");
@@ -104,7 +104,7 @@ bool AskToGiveUp(const std::function<bool()>& isOver)
         pollfd request = {STDIN_FILENO, POLLIN, 0};
         const int nReady = poll(&request, 1, 100);
         char c = 'y';
-        // One interrupt more is as good as a yes.
+        // Another interrupt counts as a yes.
         if (nReady < 0 || (nReady > 0 && read(STDIN_FILENO, &c, 1) != 1))
         {
             std::cerr << "\n" << std::flush;
@@ -130,11 +130,11 @@ CPrompt::CPrompt(CInterpreter& interpreter) : m_Interpreter(interpreter), m_strH
     el_set(m_pEdit, EL_PROMPT, &GetPromptText);
     el_set(m_pEdit, EL_EDITOR, "emacs");
     el_set(m_pEdit, EL_HIST, history, m_pHistory);
-    // The form for narrow texts keeps copies of them for ever.
+    // The variant for char strings leaks copies of them.
     el_wset(m_pEdit, EL_ADDFN, L"kestrel-complete", L"Complete the word", &CPrompt::Complete);
     el_set(m_pEdit, EL_BIND, "^I", "kestrel-complete", nullptr);
     el_set(m_pEdit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
-    // While a line is being edited an interrupt is a key like others.
+    // While a line is being edited, the interrupt key is an ordinary key.
     el_set(m_pEdit, EL_BIND, "^C", "em-kill-line", nullptr);
     if (!m_strHistoryFile.empty() && !IsFitForHistory(m_strHistoryFile))
     {
@@ -175,7 +175,7 @@ std::optional<std::string> CPrompt::ReadLine()
         const char* pszLine = el_gets(m_pEdit, &nLength);
         if (pszLine == nullptr && nLength == -1 && errno == EINTR)
         {
-            std::clearerr(stdout); // what the line editor couldn't write is drawn anew
+            std::clearerr(stdout); // the line editor will redraw what it couldn't write
             std::cout << std::endl;
             el_reset(m_pEdit);
             continue;
@@ -239,8 +239,7 @@ CInterruptScope::CInterruptScope(CDebugger* pDebugger, CInterpreter& interpreter
         interpreter.SetProgress(
             [](const std::string& strText)
             {
-                // An empty text wipes the line away. The text is the debugger's own, and goes past what makes others'
-                // visible.
+                // An empty text clears the line. The text is the debugger's own, so it needn't be made visible.
                 WriteRaw("\r\033[K" + strText);
             });
         interpreter.SetQuestion(&AskToGiveUp);

@@ -14,7 +14,7 @@ struct history;
 namespace KestrelTool
 {
 
-/// The interactive prompt: line editing, history across sessions, completion. One at a time.
+/// The interactive prompt: line editing, history across sessions, completion. Only one may exist at a time.
 class CPrompt
 {
 public:
@@ -23,7 +23,7 @@ public:
     CPrompt(const CPrompt&) = delete;
     CPrompt& operator=(const CPrompt&) = delete;
 
-    /// The next line without its end; nothing at the end of the input. An interrupt gives a fresh prompt.
+    /// The next line without its end; nothing at the end of the input. After an interrupt it prompts again.
     std::optional<std::string> ReadLine();
 
 private:
@@ -36,16 +36,16 @@ private:
     std::string m_strHistoryFile;
 };
 
-/// What a line that is being written can go on with.
+/// The possible completions of a line.
 struct SCompletion
 {
-    std::string strWord;               ///< the word at the line's end that is completed
+    std::string strWord;               ///< the last word of the line, to be completed
     std::vector<std::string> vChoices; ///< whole words
 };
 SCompletion CompleteLine(CInterpreter& interpreter, const std::string& strLine);
 
-/// While it lives, an interrupt stops what the debugger does and not the program, and long work
-/// shows how far it is on a terminal.
+/// While it exists, an interrupt stops the debugger's work rather than the program, and long work shows its progress on
+/// a terminal.
 class CInterruptScope
 {
 public:
@@ -54,7 +54,7 @@ public:
     CInterruptScope(const CInterruptScope&) = delete;
     CInterruptScope& operator=(const CInterruptScope&) = delete;
 
-    /// Another debugger is at work now, or none.
+    /// Sets the debugger to interrupt, or none.
     void Watch(CDebugger* pDebugger) const;
 
 private:

@@ -8,7 +8,7 @@
 namespace KestrelTool
 {
 
-/// Where the work-items were when a kernel run was broken off, a line for each place; empty if nobody can tell.
+/// Where the work-items were when a kernel run was aborted, one line for each place; empty if unknown.
 std::string RenderBrokenOff(const nlohmann::json& event);
 
 } // namespace KestrelTool

@@ -31,7 +31,7 @@ const SShades& ChooseShades(bool bUnicode)
     return bUnicode ? s_Unicode : s_Ascii;
 }
 
-/// The rows of a picture with what stands in front of each: the first work-item, or y.
+/// The rows of a picture, each preceded by its first work-item, or by y.
 std::string DrawRows(const json& view, const std::function<std::string(size_t)>& drawCell)
 {
     const size_t nColumns = view["columns"];
@@ -115,7 +115,7 @@ std::string RenderMask(const json& view, bool bUnicode)
     const SShades& shades = ChooseShades(bUnicode);
     const auto drawCell = [&](size_t nCell) -> std::string
     {
-        // A cell beyond the dispatch's end holds nobody.
+        // A cell beyond the end of the dispatch has no work-items.
         const size_t nSize = view["sizes"][nCell];
         const size_t nActive = view["cells"][nCell];
         if (nSize == 0)

@@ -8,14 +8,14 @@
 namespace KestrelTool
 {
 
-/// The pictures of a dispatch as text.
+/// Pictures of a dispatch, as text.
 std::string RenderMask(const nlohmann::json& view, bool bUnicode);
 std::string RenderGrid(const nlohmann::json& view, bool bUnicode);
 std::string RenderStatistics(const nlohmann::json& view, bool bUnicode);
-/// A number of a view: as an integer if it is one.
+/// A number of a view, printed as an integer if it is one.
 std::string RenderNumber(const nlohmann::json& number);
 
-/// A text with blanks in front, up to a width.
+/// Pads a text with blanks on the left.
 std::string PadLeft(const std::string& strText, size_t nWidth);
 
 } // namespace KestrelTool

@@ -13,7 +13,7 @@ using nlohmann::json;
 namespace
 {
 
-const size_t s_nPlaceColumn = 52; ///< where a line's place in the source stands
+const size_t s_nPlaceColumn = 52; ///< the column of a line's source place
 
 std::string Spell(const json& value)
 {
@@ -33,7 +33,7 @@ std::string RenderLine(const json& line)
            "\n";
 }
 
-/// Lines of a source before the IL that was made of them.
+/// The source lines to show before the IL made from them.
 std::string RenderBefore(const json& line)
 {
     return Spell(line["line"]) + "  " + Spell(line["text"]) + "\n";

@@ -8,11 +8,11 @@
 namespace KestrelTool
 {
 
-// Lines of the source and of the IL, and the functions that a stop is in, as text.
+// Lines of source and IL, and the call stack of a stop, as text.
 std::string RenderLines(const nlohmann::json& view);
-/// "life at life.cl:20"; the place is missing where there is none.
+/// "life at life.cl:20", without the place if it is unknown.
 std::string RenderFunction(const nlohmann::json& entry);
-/// The line of a stop or a frame: that of the source, if its text is known, with the IL beside where that says more.
+/// The current line of a stop or frame: the source line if its text is known, with the IL if that adds something.
 std::string RenderHere(const nlohmann::json& entry);
 std::string RenderBacktrace(const nlohmann::json& view);
 std::string RenderFrame(const nlohmann::json& view);

@@ -222,7 +222,7 @@ std::string RenderExamine(const json& view)
     return strText + (view["short"] ? "the buffer ends here\n" : "");
 }
 
-/// The ranges of a view: in one dimension in a row, otherwise by rows of the dispatch.
+/// The ranges of a view: in a row for one dimension, otherwise by rows of the dispatch.
 std::string RenderRanges(const json& view, const size_t (&global)[3])
 {
     std::string strText;
@@ -415,7 +415,7 @@ const SRenderer s_Events[] = {
     {"passed", RenderPassed},
     {"captured", RenderCaptured},
     {"ended", RenderEnded},
-    {"error", [](const json&) { return std::string(); }}, // the command that met it says so
+    {"error", [](const json&) { return std::string(); }}, // the command that failed reports it
 };
 
 } // namespace
@@ -458,7 +458,7 @@ std::string RenderText(const json& answer, bool bUnicode)
 namespace
 {
 
-/// What an access met, by the kind of memory that it meant.
+/// The target of a faulty access, by kind of memory.
 std::string RenderPlace(const json& fault)
 {
     const std::string strMemory = fault["memory"];

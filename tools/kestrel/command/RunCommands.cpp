@@ -1,4 +1,4 @@
-// Commands that launch the kernel and let it go on.
+// Commands that launch and continue the kernel.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/session/debug/CommandError.h"
@@ -15,7 +15,7 @@ using nlohmann::json;
 namespace
 {
 
-/// "-focus 3": how often, and whether only what the work-item in focus does counts.
+/// "-focus 3": how often, and whether only steps of the focused work-item count.
 struct SSteps
 {
     size_t nTimes = 1;

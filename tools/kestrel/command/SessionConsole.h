@@ -6,7 +6,7 @@
 namespace KestrelTool
 {
 
-/// The prompt's commands over a session that another front end has. Its events go to that front end.
+/// The prompt's commands for the session of another front end, which receives the session's events.
 std::unique_ptr<IConsole> MakeSessionConsole(CDebugger* pDebugger, CProgramSession* pProgram);
 
 } // namespace KestrelTool

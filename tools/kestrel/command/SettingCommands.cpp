@@ -1,4 +1,4 @@
-// Settings, help, files of commands, and the end.
+// Settings, help, command files, and quit.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/kestrel/command/Settings.h"

@@ -6,7 +6,7 @@
 namespace KestrelTool
 {
 
-/// A setting by name; set throws CCommandError for a value that won't do.
+/// A setting by name; set throws CCommandError for an invalid value.
 struct SSetting
 {
     const char* pszName;

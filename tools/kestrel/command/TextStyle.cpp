@@ -18,9 +18,9 @@ using nlohmann::json;
 namespace
 {
 
-const char* const s_pszHere = "\x1b[1m";     ///< the line that is executed next
-const char* const s_pszChanged = "\x1b[33m"; ///< a value that isn't what it was
-const char* const s_pszActive = "\x1b[32m";  ///< lanes that are active
+const char* const s_pszHere = "\x1b[1m";     ///< the next line to execute
+const char* const s_pszChanged = "\x1b[33m"; ///< a value that has changed
+const char* const s_pszActive = "\x1b[32m";  ///< active lanes
 
 std::string ReadVariable(const char* pszName)
 {
@@ -28,7 +28,7 @@ std::string ReadVariable(const char* pszName)
     return pszValue != nullptr ? pszValue : "";
 }
 
-/// Characters that aren't the rest of one.
+/// Counts all bytes except UTF-8 continuation bytes.
 size_t CountColumns(const std::string& strText)
 {
     return static_cast<size_t>(std::count_if(strText.begin(), strText.end(),
@@ -44,7 +44,7 @@ void WrapLine(const std::string& strLine, size_t nWidth, std::string& strWrapped
     {
         const size_t nWord = std::min(strLine.find_first_not_of(' ', n), strLine.size());
         const size_t nEnd = std::min(strLine.find(' ', nWord), strLine.size());
-        const std::string strNext = strLine.substr(n, nEnd - n); // with the blanks before it
+        const std::string strNext = strLine.substr(n, nEnd - n); // includes the blanks before it
         if (bWord && CountColumns(strRow) + CountColumns(strNext) > nWidth)
         {
             strWrapped += strRow + "\n";
@@ -101,7 +101,7 @@ std::string CTextStyle::Wrap(const std::string& strText, size_t nWidth)
     return strWrapped;
 }
 
-/// What is shown for the first time hasn't.
+/// A value that is shown for the first time hasn't changed.
 bool CTextStyle::HasChanged(const std::string& strName, const std::string& strValue)
 {
     std::string& strShown = m_mapShown.insert({strName, strValue}).first->second;
@@ -124,7 +124,7 @@ std::vector<SPaintedText> CTextStyle::Paint(const json& answer, const std::strin
     for (std::string strLine; std::getline(stream, strLine);)
     {
         const std::string strEnd = stream.eof() ? "" : "\n";
-        const size_t nLabel = 9; // in front of a picture's rows
+        const size_t nLabel = 9; // columns before a picture's rows
         const size_t nArrow = strView == "diff" ? strLine.find(" -> ") : std::string::npos;
         const size_t nEqual = bValues ? strLine.find(" = ") : std::string::npos;
         const bool bRow = strView == "mask" && strLine.size() > nLabel && strLine[nLabel - 1] == ' ' &&

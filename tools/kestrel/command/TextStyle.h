@@ -15,21 +15,21 @@ namespace KestrelTool
 struct SPaintedText
 {
     std::string strText;
-    const char* pszColour = ""; ///< what a terminal is told; empty for its own
+    const char* pszColour = ""; ///< terminal command; empty for the default colour
 };
 
-/// How text goes to a terminal: in colours, and with long lines broken between words. Elsewhere nothing is done to it.
+/// Formats text for a terminal: colours, and long lines wrapped between words. Other output stays unchanged.
 class CTextStyle
 {
 public:
-    /// \param nWidth  columns of the terminal; 0 for lines as long as they are
+    /// \param nWidth  columns of the terminal; 0 to leave lines unwrapped
     CTextStyle(bool bColour, size_t nWidth) : m_bColour(bColour), m_nWidth(nWidth) {}
-    /// For standard output as it is: a terminal or none, with NO_COLOR and TERM looked at. Other streams stay plain.
+    /// For standard output: depends on whether it is a terminal, and on NO_COLOR and TERM. Other streams stay plain.
     static CTextStyle Of(const std::ostream& output);
 
     std::vector<SPaintedText> Paint(const nlohmann::json& answer, const std::string& strText);
     std::string Wrap(const std::string& strText) const { return Wrap(strText, m_nWidth); }
-    /// Breaks lines at blanks so that none is longer than the width, unless a word is.
+    /// Wraps lines at blanks to the width, except for words that are longer.
     static std::string Wrap(const std::string& strText, size_t nWidth);
 
 private:
@@ -37,10 +37,10 @@ private:
 
     bool m_bColour;
     size_t m_nWidth;
-    std::map<std::string, std::string> m_mapShown; ///< values by name, when they were shown last
+    std::map<std::string, std::string> m_mapShown; ///< by name, the value when it was last shown
 };
 
-/// Whether standard output is a terminal whose language has no Unicode.
+/// Whether standard output is a terminal whose locale isn't Unicode.
 bool NeedsAsciiPictures();
 
 } // namespace KestrelTool

@@ -1,4 +1,4 @@
-// What users add to the commands, and what isn't about kernels.
+// User-defined commands, and commands that aren't about kernels.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/session/debug/CommandError.h"
@@ -36,8 +36,8 @@ std::string ToLower(std::string strText)
     return strText;
 }
 
-/// A name that the user may give.
-/// \throws CCommandError for a word that means something already
+/// Checks that a name may be defined by the user.
+/// \throws CCommandError for a word that has a meaning already
 std::string RequireFreeName(const std::string& strName)
 {
     const bool bWord = !strName.empty() && std::isalpha(static_cast<unsigned char>(strName[0])) != 0 &&
@@ -60,7 +60,7 @@ std::string RequireFreeName(const std::string& strName)
     return strName;
 }
 
-/// How a breakpoint's place is said so that it is found again.
+/// Writes a breakpoint's place so that it can be read back.
 std::string SpellPlace(CDebugger* pDebugger, const SBreakpoint& breakpoint)
 {
     if (breakpoint.place && breakpoint.place->eKind == SLaunchPlace::Launch)
@@ -80,7 +80,7 @@ std::string SpellPlace(CDebugger* pDebugger, const SBreakpoint& breakpoint)
     }
     const unsigned int nLine = *breakpoint.lines.begin();
     const std::string strPlace = ShortenPlace(pDebugger->GetListing().GetPlace(nLine));
-    // An instruction in the middle of a line keeps its number.
+    // An instruction in the middle of a source line is written as its IL line.
     const bool bSource = !strPlace.empty() && ReadPlace(*pDebugger, strPlace) == breakpoint.lines;
     return bSource ? strPlace : "*" + std::to_string(nLine);
 }
@@ -199,14 +199,14 @@ json DoSaveBreakpoints(CCommandContext& context)
         const std::string strPlace = SpellPlace(context.GetInterpreter().FindDebugger(), breakpoint);
         if (strPlace.empty())
         {
-            continue; // a line of a kernel that isn't here
+            continue; // a line of a kernel other than the current one
         }
         const bool bLaunch = breakpoint.place && breakpoint.place->eKind == SLaunchPlace::Launch;
         const char* const pszCommand = bLaunch ? "catch " : breakpoint.bTemporary ? "tbreak " : "break ";
         const std::string strWatch = breakpoint.pWatch   ? breakpoint.pWatch->strText
                                      : breakpoint.pFault ? breakpoint.pFault->strText
                                                          : std::string();
-        // A watch's can't be said in one line.
+        // A watch's condition can't be written in one line.
         const bool bCondition = !breakpoint.strCondition.empty() && strWatch.empty();
         file << (strWatch.empty() ? pszCommand + strPlace : strWatch);
         file << (bCondition ? " if " + breakpoint.strCondition : "") << "\n";

@@ -1,4 +1,4 @@
-// Commands about variables of the source.
+// Commands about source variables.
 
 #include "tools/kestrel/command/Commands.h"
 #include "tools/session/debug/CommandError.h"
@@ -39,7 +39,7 @@ json ListVariables(CCommandContext& context, bool bParameters)
     return {{"view", "variables"}, {"item", debugger.GetFocus()}, {"variables", list}};
 }
 
-/// The type that a text names, or that an expression has.
+/// The type with this name, or the type of an expression.
 json ShowType(CCommandContext& context, bool bMembers)
 {
     CDebugger& debugger = context.GetDebugger();

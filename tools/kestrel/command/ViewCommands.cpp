@@ -15,7 +15,7 @@ using nlohmann::json;
 namespace
 {
 
-/// An expression with its format letters; "/a" takes all work-items.
+/// Reads an expression with its format letters; "/a" selects all work-items.
 CExpression ReadExpression(CCommandContext& context, bool& bAll)
 {
     CDebugger& debugger = context.GetDebugger();

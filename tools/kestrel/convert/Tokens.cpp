@@ -10,7 +10,7 @@ namespace KestrelTool
 namespace
 {
 
-// The platform's low-level runtime, as far as the conversions need it.
+// The parts of the platform's low-level runtime that the conversions need.
 typedef int (*Init)();
 typedef int (*GetProc)(void (**ppProc)(), unsigned int nExtension, const char* pszName);
 typedef int (*ToBinary)(void** ppBinary, unsigned int* pnSize, int nLanguage, const char* pszText);
@@ -37,7 +37,7 @@ public:
         {
             throw CPlatformError(strPath + " converts no IL");
         }
-        pInit(); // that it has been called before is no failure
+        pInit(); // a second call isn't a failure
     }
 
     template <typename Function>
@@ -55,7 +55,7 @@ private:
     GetProc m_pGetProc = nullptr;
 };
 
-/// From the line on that opens the IL.
+/// The text from the line that opens the IL.
 std::string CutModule(const std::string& strText)
 {
     size_t nLine = 0;

@@ -6,11 +6,11 @@
 namespace KestrelTool
 {
 
-/// Whether a file's bytes are IL as 32-bit words: no text, no ELF image, and whole words.
+/// Whether a file's bytes are IL as 32-bit words: whole words, and neither text nor an ELF image.
 bool IsTokens(const std::string& strBytes);
 
-/// Converts IL between text and its bare words, with the conversions of the software platform. Text may be a whole
-/// module; what stands in front of its IL is left out.
+/// Converts IL between text and its words, with the conversions of the software platform. A text may be a whole module,
+/// of which only the IL is used.
 /// \param strPlatformDir  the platform's folder
 /// \throws std::runtime_error for what can't be converted, CPlatformError without the platform
 std::string TextToTokens(const std::string& strPlatformDir, const std::string& strText);

@@ -21,7 +21,7 @@ namespace
 
 const char* const s_Kinds[] = {"read", "write", "atomic"};
 
-/// Tells of accesses while it lives.
+/// Records accesses while it exists.
 class CWatchSwitch
 {
 public:
@@ -44,7 +44,7 @@ private:
     const SPlatformControl& m_Control;
 };
 
-/// What an access says of the element: its value, or that it has only part of it.
+/// The element's value in an access, or a note that the access covers only part of it.
 std::string FormatAccess(const SPlatformAccess& access, const SElementType& type)
 {
     unsigned char bytes[sizeof(access.words)];

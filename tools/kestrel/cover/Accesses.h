@@ -13,7 +13,7 @@
 namespace KestrelTool
 {
 
-/// An element of a buffer whose accesses are asked for: "out[5]".
+/// A buffer element whose accesses are requested, such as "out[5]".
 struct SWatchedElement
 {
     std::string strText;
@@ -21,17 +21,17 @@ struct SWatchedElement
     SPlatformWatch watch = {};
 };
 
-/// \throws CCommandError for what is no element of a buffer of the launch's
+/// \throws CCommandError for a text that isn't an element of one of the launch's buffers
 SWatchedElement ReadWatchedElement(const std::string& strText, const std::vector<SKernelArgument>& vArguments,
                                    const SLaunchFile& file);
 
-/// The accesses to some bytes in a plain run of a launch, in their order, from contents as the launch file has them.
-/// \param launch  which isn't debugged meanwhile
-/// \throws CCommandError on a platform that can't tell, CPlatformError
+/// Records the accesses to some bytes in a plain run of a launch, in order, with buffer contents as in the launch file.
+/// \param launch  mustn't be debugged meanwhile
+/// \throws CCommandError on a platform that doesn't support it, CPlatformError
 std::vector<SPlatformAccess> RecordAccesses(const CLibraries& libraries, CLaunch& launch, const SPlatformWatch& watch);
 
-/// Who wrote and read an element, where, in which order and with which values, with a text of it.
-/// \param nMost  accesses that are told of
+/// Who wrote and read an element, where, in which order and with which values, including a text.
+/// \param nMost  limit of accesses to list
 nlohmann::json DescribeAccesses(const CLibraries& libraries, const SLaunchFile& file, const std::string& strElement,
                                 size_t nMost);
 

@@ -11,7 +11,7 @@ namespace KestrelTool
 namespace
 {
 
-/// Kernels without a source get their IL beside the file, so that genhtml has something to show.
+/// The IL of kernels without a source is written beside the file, so that genhtml finds it.
 void WriteLcov(const CProfileReport& report, const std::string& strPath)
 {
     std::map<std::string, std::string> mapPaths;

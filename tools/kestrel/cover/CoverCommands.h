@@ -13,12 +13,12 @@ namespace KestrelTool
 struct SCoverOptions
 {
     std::vector<std::string> vLaunches;
-    bool bProfile = false; ///< the listing tells of loops and memory, else of branches
+    bool bProfile = false; ///< list loops and memory instead of branches
     bool bJson = false;
     std::string strLcov; ///< file for lcov; empty for none
 };
 
-/// Runs launch files and prints what ran of their kernels.
+/// Runs launch files and prints the coverage of their kernels.
 /// \throws CLaunchFileError, CPlatformError, CFileError
 void ShowCover(const CLibraries& libraries, const SCoverOptions& options, std::ostream& output);
 

@@ -18,7 +18,7 @@ namespace KestrelTool
 namespace
 {
 
-/// Keeps profiles while it lives.
+/// Keeps profiles while it exists.
 class CProfileSwitch
 {
 public:
@@ -38,7 +38,7 @@ private:
     const SPlatformControl& m_Control;
 };
 
-/// A line of a file in one place where its function is inlined.
+/// A line of a file in one inlined copy of its function.
 struct SLineKey
 {
     std::string strFile;
@@ -61,7 +61,7 @@ void AddEach(std::vector<T>& vTo, const std::vector<T>& vFrom, void (*pfAdd)(T& 
     }
 }
 
-/// One more instruction of the line.
+/// Adds an instruction to its line.
 void AddRow(SLineProfile& line, const SPlatformProfile& row)
 {
     if (row.nItems > line.nRuns)
@@ -97,17 +97,17 @@ std::vector<std::string> ReadTexts(const std::string& strFile)
     }
     catch (const CFileError&)
     {
-        return {}; // the lines are told without their text
+        return {}; // lines are listed without their text
     }
 }
 
-/// Ends of bodies, which aren't executed where a return stands in front of them.
+/// Ends of bodies, which aren't executed after a return.
 bool IsEnd(const std::string& strMnemonic)
 {
     return strMnemonic == "end" || strMnemonic == "endfunc" || strMnemonic == "endmain";
 }
 
-/// Borders of blocks, which belong to no line of the source: they have the place of what happens to stand before them.
+/// Ends of blocks belong to no source line: their place is that of the instruction before them.
 bool IsBorder(const std::string& strMnemonic)
 {
     static const std::set<std::string> s_Borders = {"else", "endif", "endloop", "case", "default", "endswitch"};
@@ -203,7 +203,7 @@ SFileProfile& CProfileReport::SourceFile(const std::string& strName)
     return it->second;
 }
 
-/// "life.il"; another name if that is another kernel's.
+/// "life.il", or another name if another kernel has that one.
 std::string CProfileReport::ChooseName(const std::string& strKernel, const CListing& listing)
 {
     std::vector<std::string> vTexts;
@@ -222,12 +222,12 @@ std::string CProfileReport::ChooseName(const std::string& strKernel, const CList
     }
 }
 
-/// Instructions without a place in a kernel that has places belong to no line of the source.
+/// Instructions without a source place belong to no source line.
 void CProfileReport::AddSource(const std::string& strKernel, const std::vector<SPlatformProfile>& vRows,
                                const CListing& listing, CDebugInfo& debug)
 {
     std::map<SLineKey, SLineProfile> mapLines;
-    std::set<std::pair<std::string, uint64_t>> begun; // functions by instance whose first instruction was seen
+    std::set<std::pair<std::string, uint64_t>> begun; // instances of functions whose first instruction was seen
     for (unsigned int nInstruction = 0; nInstruction < vRows.size(); ++nInstruction)
     {
         const unsigned int nLine = listing.GetLineOfInstruction(nInstruction);
@@ -243,7 +243,7 @@ void CProfileReport::AddSource(const std::string& strKernel, const std::vector<S
         SLineProfile& line = mapLines[{place->strFile, place->nLine, nInstance}];
         if (IsLoop(listing.GetMnemonic(nLine)))
         {
-            // What opens a loop isn't executed by the line in each pass, as its condition is.
+            // A loop's opening instruction isn't counted as executing the line in each pass; its condition is.
             AddLoop(line, vRows[nInstruction]);
             line.nRuns = std::max(line.nRuns, vRows[nInstruction].nEntries);
         }

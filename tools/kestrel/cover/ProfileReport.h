@@ -14,14 +14,14 @@
 namespace KestrelTool
 {
 
-/// What work-items did at a branch that they came to.
+/// What work-items did at a branch that they reached.
 struct SBranchProfile
 {
-    uint64_t nGoOn = 0;  ///< into an if, or on in a loop or function
+    uint64_t nGoOn = 0;  ///< into an if, or continuing in a loop or function
     uint64_t nOther = 0; ///< past the if, or out
 };
 
-/// Passes of a loop that work-items began, the one that leaves it in its condition included.
+/// The passes of a loop that work-items began, including one that leaves it in its condition.
 struct SLoopProfile
 {
     uint64_t nEntries = 0;
@@ -32,19 +32,19 @@ struct SLoopProfile
     void Add(const SLoopProfile& other);
 };
 
-/// What kernel runs did at a line. A function that is inlined at several places counts at each; of the instructions of
-/// a line the one to which most work-items come tells how often it ran.
+/// The profile of a line. If a function is inlined several times, each copy counts. How often the line ran is the count
+/// of the instruction that most work-items reached.
 struct SLineProfile
 {
     uint64_t nRuns = 0;  ///< by work-items
     uint64_t nWaves = 0; ///< by waves
-    uint64_t nItems = 0; ///< over all of its instructions: work-items that came
-    uint64_t nLanes = 0; ///< and those of the same waves, whether they came or not
+    uint64_t nItems = 0; ///< work-items that reached it, over all instructions
+    uint64_t nLanes = 0; ///< lanes of their waves, active or not
     std::vector<SBranchProfile> vBranches;
     std::vector<SLoopProfile> vLoops;
-    uint64_t nLoaded[3] = {}; ///< bytes by EPlatformMemory: global, local, private
+    uint64_t nLoaded[3] = {}; ///< in bytes, by EPlatformMemory: global, local, private
     uint64_t nStored[3] = {};
-    uint64_t nAccesses = 0; ///< waves that accessed global memory
+    uint64_t nAccesses = 0; ///< accesses to global memory, by waves
     uint64_t nCacheLines = 0;
 
     void Add(const SLineProfile& other);
@@ -52,29 +52,29 @@ struct SLineProfile
 
 struct SFunctionProfile
 {
-    unsigned int nLine = 0; ///< its first one
+    unsigned int nLine = 0; ///< the first line
     uint64_t nCalls = 0;    ///< by work-items
 };
 
-/// A file of source, or a kernel's IL.
+/// A source file, or a kernel's IL.
 struct SFileProfile
 {
     bool bSource = false;
-    std::vector<std::string> vTexts;               ///< of its lines; none for a source that can't be read
+    std::vector<std::string> vTexts;               ///< texts of the lines; none if the source can't be read
     std::map<unsigned int, SLineProfile> mapLines; ///< from 1 in a source, from 0 in IL
     std::map<std::string, SFunctionProfile> mapFunctions;
 };
 
-/// Profiles of any number of launches.
+/// The combined profile of any number of launches.
 class CProfileReport
 {
 public:
-    /// Runs a launch and takes its profile in.
+    /// Runs a launch and adds its profile.
     /// \throws CPlatformError
     void Run(const CLibraries& libraries, CLaunch& launch);
 
     const std::map<std::string, SFileProfile>& GetFiles() const { return m_mapFiles; }
-    /// "life: 8 work-items", a launch each.
+    /// "life: 8 work-items", one for each launch.
     const std::vector<std::string>& GetLaunches() const { return m_vLaunches; }
 
 private:

@@ -30,7 +30,7 @@ std::string FormatShort(double fValue)
     return text;
 }
 
-/// Four digits at most: "812", "3.2K".
+/// At most four characters: "812", "3.2K".
 std::string FormatCount(uint64_t nCount)
 {
     static const char s_Units[] = {'K', 'M', 'G', 'T', 'P', 'E'};
@@ -144,7 +144,7 @@ std::string Pad(const std::string& strText, size_t nWidth)
     return strText.size() < nWidth ? std::string(nWidth - strText.size(), ' ') + strText : strText;
 }
 
-/// A table of the file's lines; columns in which nothing stands are left out.
+/// A table of the file's lines, without empty columns.
 std::string RenderFile(const SFileProfile& file, const std::vector<SColumn>& vColumns)
 {
     std::vector<size_t> vWidths(vColumns.size(), 0);
@@ -302,7 +302,7 @@ std::string MakeLcov(const CProfileReport& report, const std::map<std::string, s
     {
         const auto itPath = mapPaths.find(strName);
         const std::string& strPath = itPath != mapPaths.end() ? itPath->second : strName;
-        const unsigned int nFirst = file.bSource ? 0 : 1; // IL's lines count from 0, lcov's from 1
+        const unsigned int nFirst = file.bSource ? 0 : 1; // IL lines count from 0, lcov's from 1
         add("TN", "");
         add("SF", std::filesystem::absolute(strPath).lexically_normal().string());
         size_t nCalled = 0;

@@ -8,13 +8,13 @@
 namespace KestrelTool
 {
 
-/// The files' lines with what ran of them: how often, with how many lanes, and which ways branches went.
+/// The files' lines with their coverage: how often, with how many lanes, and which ways branches went.
 std::string RenderCover(const CProfileReport& report);
-/// The same with passes of loops, bytes and cache lines in place of branches.
+/// The same with loop passes, bytes and cache lines instead of branches.
 std::string RenderProfile(const CProfileReport& report);
-/// All of both.
+/// The data of both.
 nlohmann::json DescribeProfile(const CProfileReport& report);
-/// What lcov and genhtml read. A kernel's IL must lie in the file that is named: as many texts as there are of them.
+/// The format of lcov and genhtml. A kernel's IL has to be in the named file.
 std::string MakeLcov(const CProfileReport& report, const std::map<std::string, std::string>& mapPaths);
 
 } // namespace KestrelTool

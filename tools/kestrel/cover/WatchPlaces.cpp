@@ -15,7 +15,7 @@ namespace
 const uint32_t s_nAnyArgument = ~0u;
 const uint64_t s_nWordBytes = 4;
 
-/// "local1:0x40" or "private:8": the word there. \return false for a text that has neither form
+/// Reads "local1:0x40" or "private:8", which name a word. \return false for a text of another form
 bool ReadAddress(const CDebugger& debugger, const std::string& strText, SWatch& watch)
 {
     const size_t nColon = strText.find(':');
@@ -41,7 +41,7 @@ bool ReadAddress(const CDebugger& debugger, const std::string& strText, SWatch& 
     return true;
 }
 
-/// What an expression of the source names, by its address at this stop.
+/// Reads the address of a source expression at this stop.
 void ReadPlaceOf(CDebugger& debugger, const std::string& strText, SWatch& watch)
 {
     debugger.RequireLive();
@@ -80,7 +80,7 @@ SWatch ReadWatch(CDebugger& debugger, const std::string& strText)
     {
         if (!debugger.IsLive() && strText.find(':') == std::string::npos)
         {
-            throw; // what else it may be is known at a stop only
+            throw; // anything else can be resolved only at a stop
         }
         if (!ReadAddress(debugger, strText, watch))
         {
