@@ -223,7 +223,7 @@ int View(const SOptions& options)
 {
     if (options.strLaunch.empty() == options.vProgram.empty())
     {
-        throw CLaunchFileError("either a launch file or, behind --, a program is needed");
+        throw CLaunchFileError("either a launch file or, after --, a program is needed");
     }
     SDebuggeeOptions debuggee;
     debuggee.strLaunch = options.strLaunch;
@@ -288,7 +288,7 @@ int Check(const SOptions& options)
     }
     if (options.check.vLaunches.empty() == options.vProgram.empty())
     {
-        throw CLaunchFileError("either launch files or, behind --, a program are needed");
+        throw CLaunchFileError("either launch files or, after --, a program are needed");
     }
     SCheckOptions check = options.check;
     if (!options.vProgram.empty())

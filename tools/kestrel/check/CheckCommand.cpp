@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -100,6 +101,36 @@ CSuppressions ReadSuppressions(const SCheckOptions& options)
     return suppressions;
 }
 
+/// One launch file that can't be checked keeps none of the others from it. If it is the only one, its failure is the
+/// command's.
+void CheckFile(const CCheckedRuns& runs, const CLibraries& libraries, const std::string& strLaunch, bool bOnly,
+               CCheckReport& report)
+{
+    try
+    {
+        report.Run(runs, libraries, ReadLaunchFile(strLaunch));
+    }
+    catch (const std::runtime_error& error)
+    {
+        if (bOnly)
+        {
+            throw;
+        }
+        report.Miss(strLaunch, error.what());
+    }
+}
+
+/// \param nCode  what the command ends with if nothing is found
+int JudgeReport(const CCheckReport& report, int nCode)
+{
+    // This exit code is reserved for findings.
+    if (!report.GetFindings().empty())
+    {
+        return EXIT_FAULT;
+    }
+    return nCode == EXIT_FAULT || (nCode == EXIT_GOOD && !report.GetMissed().empty()) ? EXIT_COMMAND_FAILED : nCode;
+}
+
 void Deliver(const SCheckOptions& options, const CCheckReport& report, const std::vector<std::string>& vChecks,
              std::ostream& output)
 {
@@ -133,17 +164,18 @@ int CheckLaunches(const CLibraries& libraries, const SCheckOptions& options, std
     CCheckReport report(ReadSuppressions(options));
     const CCheckedRuns runs(libraries, nChecks, options.nLimit);
     int nCode = EXIT_GOOD;
-    for (const std::string& strLaunch : ListLaunches(options))
+    const std::vector<std::string> vLaunches = ListLaunches(options);
+    const bool bOnly = vLaunches.size() == 1 && vLaunches == options.vLaunches;
+    for (const std::string& strLaunch : vLaunches)
     {
-        report.Run(runs, libraries, ReadLaunchFile(strLaunch));
+        CheckFile(runs, libraries, strLaunch, bOnly, report);
     }
     if (options.program)
     {
         nCode = CheckProgram(runs, libraries, *options.program, bApi, report, messages);
     }
     Deliver(options, report, vNames, output);
-    // This exit code is reserved for findings.
-    return !report.GetFindings().empty() ? EXIT_FAULT : nCode == EXIT_FAULT ? EXIT_COMMAND_FAILED : nCode;
+    return JudgeReport(report, nCode);
 }
 
 int MergeReports(const SCheckOptions& options, std::ostream& output)
@@ -159,7 +191,7 @@ int MergeReports(const SCheckOptions& options, std::ostream& output)
         vNames.emplace_back(check.pszName);
     }
     Deliver(options, report, vNames, output);
-    return report.GetFindings().empty() ? EXIT_GOOD : EXIT_FAULT;
+    return JudgeReport(report, EXIT_GOOD);
 }
 
 } // namespace KestrelTool

@@ -59,13 +59,18 @@ public:
     void Run(const CCheckedRuns& runs, const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch = 0);
     /// Adds a fault of the program itself; uses all fields except "finding".
     void Complain(SCheckFinding finding);
+    /// Notes a launch file that couldn't be checked, and why.
+    void Miss(const std::string& strLaunch, const std::string& strWhy) { m_Missed.insert({strLaunch, strWhy}); }
     /// Adds the findings of another report.
     void Join(const std::vector<SCheckFinding>& vFindings, size_t nLaunches, size_t nSuppressed,
               const std::set<std::string>& notes);
 
     /// Sorted by launch and place.
     const std::vector<SCheckFinding>& GetFindings() const { return m_vFindings; }
+    /// Those that were checked.
     size_t GetLaunches() const { return m_nLaunches; }
+    /// Launch files that couldn't be checked, and why.
+    const std::map<std::string, std::string>& GetMissed() const { return m_Missed; }
     size_t GetSuppressed() const { return m_nSuppressed; }
     /// What wasn't checked or isn't reported, by launch.
     const std::set<std::string>& GetNotes() const { return m_Notes; }
@@ -79,6 +84,7 @@ private:
     std::map<std::string, std::vector<std::string>> m_mapSources;
     std::vector<SCheckFinding> m_vFindings;
     std::set<std::string> m_Notes;
+    std::map<std::string, std::string> m_Missed;
     size_t m_nLaunches = 0;
     size_t m_nSuppressed = 0;
 };

@@ -146,12 +146,20 @@ std::string RenderCheck(const CCheckReport& report)
     {
         text << "note: " << strNote << "\n";
     }
+    for (const auto& [strLaunch, strWhy] : report.GetMissed())
+    {
+        text << "not checked: " << strLaunch << ": " << strWhy << "\n";
+    }
     const size_t nFindings = report.GetFindings().size();
     text << (nFindings == 0 ? "nothing found" : std::to_string(nFindings) + (nFindings == 1 ? " finding" : " findings"))
          << " in " << report.GetLaunches() << (report.GetLaunches() == 1 ? " launch" : " launches");
     if (report.GetSuppressed() > 0)
     {
         text << ", " << report.GetSuppressed() << " suppressed";
+    }
+    if (!report.GetMissed().empty())
+    {
+        text << ", " << report.GetMissed().size() << " not checked";
     }
     return text.str() + "\n";
 }
@@ -199,7 +207,13 @@ json DescribeCheck(const CCheckReport& report)
         }
         findings.push_back(described);
     }
+    json missed = json::array();
+    for (const auto& [strLaunch, strWhy] : report.GetMissed())
+    {
+        missed.push_back({{"file", strLaunch}, {"why", strWhy}});
+    }
     return {{"findings", findings},
+            {"missed", missed},
             {"launches", report.GetLaunches()},
             {"suppressed", report.GetSuppressed()},
             {"notes", report.GetNotes()}};
@@ -255,8 +269,14 @@ std::string MakeJUnit(const CCheckReport& report, const std::vector<std::string>
         }
         cases << "  </testcase>\n";
     }
-    text << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"kestrel check\" tests=\"" << vChecks.size()
-         << "\" failures=\"" << nFailed << "\">\n"
+    const size_t nMissed = report.GetMissed().size();
+    for (const auto& [strLaunch, strWhy] : report.GetMissed())
+    {
+        cases << "  <testcase classname=\"kestrel.check\" name=\"" << EscapeXml(strLaunch) << "\">\n"
+              << "    <error message=\"" << EscapeXml(strWhy) << "\"/>\n  </testcase>\n";
+    }
+    text << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"kestrel check\" tests=\""
+         << vChecks.size() + nMissed << "\" errors=\"" << nMissed << "\" failures=\"" << nFailed << "\">\n"
          << cases.str() << "</testsuite>\n";
     return text.str();
 }

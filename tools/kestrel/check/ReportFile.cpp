@@ -83,6 +83,10 @@ void JoinReport(const std::string& strPath, CCheckReport& report)
         }
         report.Join(vFindings, read.at("launches"), read.at("suppressed"),
                     read.at("notes").get<std::set<std::string>>());
+        for (const json& missed : read.at("missed"))
+        {
+            report.Miss(missed.at("file"), missed.at("why"));
+        }
     }
     catch (const json::exception& error)
     {
