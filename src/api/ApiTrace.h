@@ -9,8 +9,8 @@
 #include <string>
 #include <type_traits>
 
-/// The frame of every exported function: the line of the call, the line of its result, and the border
-/// that no exception passes. Logging never makes a call fail.
+/// The frame of every exported function: writes the line of the call and the line of its result, and lets no exception
+/// out. Logging never makes a call fail.
 namespace Kestrel
 {
 
@@ -20,7 +20,7 @@ using OVK_ShaderDebugger::GetLogger;
 std::string toString(ovkclDebugEvent eEvent);
 std::string toString(ovkclDebugCommand eCommand);
 
-/// A value that the trace shows as toString gives it, made only when a line is written.
+/// A value that the trace shows as toString's text, which is made only when a line is written.
 template <typename T>
 struct STraced
 {

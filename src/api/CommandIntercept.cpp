@@ -13,7 +13,7 @@ using namespace Kestrel;
 namespace
 {
 
-/// Takes a session out of the open ones at the end of its life, and deletes it.
+/// Takes a session out of the open ones, and deletes it, at the end of this object's life.
 class CSessionEnd
 {
 public:
@@ -33,7 +33,7 @@ private:
     std::unique_ptr<CKernelDebugState> m_pKernelDebugState;
 };
 
-/// The session that an event carries, which is taken up with that.
+/// The session that an event carries, null if none is open. Marks it as taken up.
 CKernelDebugState* FindSession(cl_event event)
 {
     const CSessionLock lock;
@@ -50,7 +50,7 @@ CKernelDebugState* FindSession(cl_event event)
     return pKernelDebugState;
 }
 
-/// Ends the session of a launch that is left to the runtime because the runtime couldn't be asked for it.
+/// Ends the session of a launch that is left to the runtime because a query about it failed.
 void AbandonSession(cl_event event)
 {
     CKernelDebugState* pAbandoned = nullptr;

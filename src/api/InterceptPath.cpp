@@ -15,8 +15,8 @@ using OVK_ShaderDebugger::CallCL;
 namespace
 {
 
-/// What is kept for a launch until its event is complete, to end the session of one that never ran because a
-/// command that it waited for had failed.
+/// Kept for a launch until its event is complete, to end the session of a launch that never ran because a command in
+/// its wait list had failed.
 struct SAbortWatch
 {
     CKernelDebugState* pState;

@@ -40,7 +40,7 @@ public:
     bool m_bTrackPrivateMemory = true;    ///< the private memory register counts as tracked
     bool m_bTidewater = false;            ///< the device is of the newer generation
     bool m_bUnpatchedLaunched = false;    ///< the unpatched kernel got into the queue
-    cl_int m_nUnpatchedCode = CL_SUCCESS; ///< why it didn't, or why it didn't end well
+    cl_int m_nUnpatchedCode = CL_SUCCESS; ///< why it didn't get there, or failed there
 
     /// The launch's event on the path of the intercept; not retained, alive as long as the launch hasn't run.
     cl_event m_launchEvent = nullptr;
@@ -62,9 +62,9 @@ extern boost::mutex& g_mutexKernelDebugStates;
 
 /// Holds g_mutexKernelDebugStates.
 ///
-/// A thread that holds it already comes here a second time if the runtime calls the client's code from
-/// within a call that was made under the lock, and that code calls the library. It doesn't wait for
-/// itself: it doesn't get the lock, and IsNested() tells so.
+/// A thread that holds it already comes here a second time if the runtime calls the client's code from within a call
+/// that was made under the lock, and that code calls the library. This object then doesn't take the lock, and
+/// IsNested() says so.
 class CSessionLock
 {
 public:
@@ -73,7 +73,7 @@ public:
     CSessionLock(const CSessionLock&) = delete;
     CSessionLock& operator=(const CSessionLock&) = delete;
 
-    /// For the length of a call of the client's callback.
+    /// Gives the lock up while the client's callback runs; Retake takes it again.
     void Release();
     void Retake();
 
@@ -84,9 +84,9 @@ private:
     bool m_bHeld;
 };
 
-/// That the next launch of the calling thread begins with values on demand.
+/// Makes the next launch of the calling thread begin with values on demand.
 void AskForValuesOnDemand();
-/// Whether the calling thread has asked so for the launch that it makes now; the one after it begins as usual.
+/// Whether the calling thread has asked for values on demand for the launch that it makes now. Clears the request.
 bool TakeValuesOnDemand();
 
 /// Whether a debug context is that of an open session. Under the lock.

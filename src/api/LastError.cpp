@@ -6,8 +6,8 @@
 
 using namespace Kestrel;
 
-// Outside the frame of the queries: this one is allowed at every event, and also from within a call that
-// the library's own work makes, where waiting for the lock would be waiting for oneself.
+// Outside the frame of the queries: this one is allowed at every event, and also from within a call that the library
+// itself makes, where this thread already holds the lock.
 ovkclDebugError ovkclDebugUtilGetLastError(ovkclDebugContext debugContext, size_t bufferSize, char* buffer,
                                            size_t* bufferSizeRet)
 {

@@ -43,7 +43,7 @@ const SMetadataNames s_Forms[] = {
     {"clCreateKeyEXT", "clObjectGetValueForKeyEXT", "clObjectSetValueForKeyEXT"},
 };
 
-// A runtime's thread may come while the process ends, so that neither is destroyed.
+// A runtime's thread may come while the process ends, so neither is ever destroyed.
 boost::mutex& g_mutexMetadataExt = *new boost::mutex; ///< for the setup; never held with a session's lock
 std::shared_ptr<const SMetadataForm>& s_pForm = *new std::shared_ptr<const SMetadataForm>; ///< null until it is set up
 

@@ -8,8 +8,8 @@ namespace Kestrel
 
 class CKernelDebugState;
 
-/// The extension that hangs a pointer on an event, in the vendor's form or the EXT form. All of it may be
-/// called from any thread; it takes a lock of its own, under which nothing of the library's is called.
+/// The extension that attaches a pointer to an event, in the vendor's form or the EXT form. All of it may be called
+/// from any thread; it takes a lock of its own, under which nothing of the library's is called.
 
 /// Looks up the functions and makes the key, once for a runtime.
 /// \return false if the runtime has neither form, or refuses the key

@@ -19,7 +19,7 @@ std::string GetPlatformInfoString(cl_platform_id platform, cl_platform_info para
 bool IsOVKEventCallbackSupported(cl_platform_id platform);
 bool IsOVKEventCallbackSupported(cl_device_id device);
 
-/// Whether the runtime can hang a pointer on an event, by its extensions or by the functions that it has.
+/// Whether the runtime can attach a pointer to an event, by its extensions or by the functions that it has.
 bool IsEXTObjectMetadataSupported(cl_platform_id platform);
 bool IsEXTObjectMetadataSupported(cl_device_id device);
 

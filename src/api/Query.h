@@ -32,8 +32,7 @@ inline bool IsAllowed(EAllowedAt eAllowedAt, ovkclDebugEvent eEvent)
     }
 }
 
-/// The frame of a query behind the line of its call: lock, context, event, pointers, the work, the line of
-/// the result.
+/// The frame of a query, after the line of its call: lock, context, event, pointers, the work, the line of the result.
 /// \param bPointersValid  the query's own test of its pointers
 /// \param work            called with the session, gives a code
 template <typename Work>

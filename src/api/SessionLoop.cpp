@@ -63,7 +63,7 @@ unsigned int CallClient(CSessionLock& lock, CKernelDebugState& state)
 /// So short that a string holds it without an allocation.
 const char s_szOutOfMemory[] = "Out of memory.";
 
-/// Where there is no memory for the reason, the last error says that.
+/// If there is no memory for the reason, the last error says so instead.
 void SetLastError(CShaderDebuggerHostCL& host, const char* pszReason) noexcept
 {
     try
@@ -90,7 +90,7 @@ bool HasLastError(CShaderDebuggerHostCL& host) noexcept
     }
 }
 
-/// Sends the error event; pszReason stands in where the debugger has left no reason of its own.
+/// Sends the error event; pszReason is used if the debugger has left no reason of its own.
 bool FailStart(CSessionLock& lock, CKernelDebugState& state, const char* pszReason)
 {
     CLD_Log("Error: ", pszReason, "\n");
@@ -103,7 +103,7 @@ bool FailStart(CSessionLock& lock, CKernelDebugState& state, const char* pszReas
     return false;
 }
 
-/// Ends the debug run. \return whether the client's memory has what the last run left; all of it or nothing
+/// Ends the debug run. \return whether the client's memory has what the last run left; it gets all of it or nothing
 bool EndDebugRun(CShaderDebuggerHostCL& host, bool bDeliver) noexcept
 {
     try
@@ -117,7 +117,7 @@ bool EndDebugRun(CShaderDebuggerHostCL& host, bool bDeliver) noexcept
     }
 }
 
-/// Runs the client's kernel from its start. \return what to say if it didn't come to its end; null if it did
+/// Runs the client's kernel from its start. \return the message for a run that didn't finish; null if it did
 const char* RunUnpatched(CKernelDebugState& state, const SLaunch& launch) noexcept
 {
     const size_t* pLocalSize =
@@ -152,15 +152,15 @@ void FinishUnpatched(CKernelDebugState& state, const SLaunch& launch) noexcept
     }
 }
 
-/// The same for a client that goes on without a breakpoint. It may want no more of the run: the session goes on then,
-/// with memory as it was. \return whether it does
+/// The same for a client that continues without a breakpoint. If the client breaks the run off, the session goes on,
+/// with memory as it was. \return whether it goes on
 bool FinishOrReturn(CKernelDebugState& state, const SLaunch& launch)
 {
     CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;
     const char* pszReason = RunUnpatched(state, launch);
     if (state.m_nUnpatchedCode == OVKCLDEBUG_EXT_RUN_BROKEN_OFF)
     {
-        // A queue may keep the failure for whoever waits for it next, and that is to be no later run.
+        // A queue may keep the failure for the next wait on it, and that mustn't be one for a later run.
         CallCL(g_CLDispatchTable.Finish, launch.queue);
     }
     if (state.m_nUnpatchedCode == OVKCLDEBUG_EXT_RUN_BROKEN_OFF && host.RestoreArguments())
@@ -202,8 +202,8 @@ bool Obey(unsigned int nCommand, CKernelDebugState& state, const SLaunch& launch
     }
 }
 
-/// The same for a debugger that may run out of memory on the way, where nothing of the run can be used any more.
-/// \param bUsable  cleared then
+/// The same for a debugger that may run out of memory on the way. Nothing of the run can be used after that.
+/// \param bUsable  cleared if memory has run out
 bool ObeyOrBreak(unsigned int nCommand, CKernelDebugState& state, const SLaunch& launch, bool& bUsable) noexcept
 {
     try
@@ -219,7 +219,7 @@ bool ObeyOrBreak(unsigned int nCommand, CKernelDebugState& state, const SLaunch&
     }
 }
 
-/// Starts the debugger and tells the client if it can't. Exhausted memory passes on, once the client knows.
+/// Starts the debugger and tells the client if it can't. Exhausted memory is passed on, once the client has been told.
 bool StartSession(CSessionLock& lock, CKernelDebugState& state)
 {
     CShaderDebuggerHostCL& host = *state.m_pShaderDebuggerHost;

@@ -16,11 +16,11 @@ namespace
 constexpr char s_TextSymbol[] = "__debugil_text";
 constexpr char s_BinarySymbol[] = "__debugil_binary";
 
-/// A result below this is none.
+/// A result of fewer bytes counts as none.
 constexpr size_t s_nMinResult = 4;
 
-/// The library's versions differ in the size of a binary structure, and one that it doesn't know looks to it like a
-/// lack of memory.
+/// The library's versions differ in the size of a binary structure, and report any other size as a lack of memory. So
+/// the known sizes are tried in turn.
 zccBinary* Wrapper_zccBinaryInit(const ZCCModule& module, const zccTargetInfo* target, const zccBinaryOptions* options,
                                  zcc_error& error)
 {
@@ -64,7 +64,7 @@ public:
         }
     }
 
-    /// Puts the input in under one name and compiles it to what the library leaves under another.
+    /// Inserts the input under one name and compiles it; the library leaves the result under another name.
     /// \return the library's bytes, valid as long as this object; null on failure
     const void* Convert(const void* pInput, size_t nInputSize, const char* szInputSymbol, zccType eFrom, zccType eTo,
                         const char* szOutputSymbol, size_t& nOutputSize)

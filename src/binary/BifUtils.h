@@ -11,9 +11,9 @@ class ZCCModule;
 namespace OVK_ShaderDebugger
 {
 
-/// The door to the compiler library, which converts IL between text and tokens. The library and its
-/// compiler object are shared by the whole process and set up on first use; no lock is taken, as
-/// conversions are debugger work and run under that work's lock.
+/// The access to the compiler library, which converts IL between text and tokens. The library and its compiler object
+/// are shared by the whole process and set up on first use. No lock is taken: conversions are debugger work and run
+/// under that work's lock.
 class BifUtils
 {
 public:
@@ -36,7 +36,7 @@ public:
     /// Makes the shared compiler object, if the library is there and hasn't made it yet.
     static void InitCompiler();
 
-    /// Gives the shared compiler object back.
+    /// Releases the shared compiler object.
     static void ReleaseCompiler();
 
     /// The library's id for an ELF section's name; zccLAST for a name that it has none for.

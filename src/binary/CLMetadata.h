@@ -13,8 +13,8 @@ namespace OVK_ShaderDebugger
 /// as it stands, and the text round-trips from ARGSTART to ARGEND, apart from lines between ARGSTART and
 /// the version. docs/kernel-binary.md describes the text.
 ///
-/// A query on an object whose first entry isn't ARGSTART or whose last isn't ARGEND gives the default
-/// that stands with it. The object owns its entries. One thread an object.
+/// A query on an object whose first entry isn't ARGSTART or whose last isn't ARGEND gives the default that its comment
+/// names. The object owns its entries. One thread an object.
 class CCLMetadata
 {
 public:
@@ -31,8 +31,8 @@ public:
     CCLMetadata& operator=(const CCLMetadata&) = delete;
     virtual ~CCLMetadata();
 
-    /// Replaces the entries by those of a text. Lines in front of ARGSTART, between it and the version,
-    /// and after ARGEND are dropped.
+    /// Replaces the entries by those of a text. Lines before ARGSTART, between it and the version, and after ARGEND are
+    /// dropped.
     /// \return false, with no entries, for a line that can't be parsed, a known type with another token count
     ///         than its own, a version that isn't supported, or an ARGEND of another function
     bool FromString(const std::string& strMetadata);
@@ -89,8 +89,8 @@ public:
     /// The image, value, pointer and counter entries in order; they stay this object's.
     virtual std::vector<CCLMetadataEntry*> GetArgumentEntries() const;
 
-    /// The entries by argument of a kernel that has so many: where samplers that are arguments make the count, they
-    /// have their places too; else those of GetArgumentEntries. They stay this object's.
+    /// The entries of a kernel with so many arguments, one for each. Samplers that the host sets count among them if
+    /// that makes the number right; else they are those of GetArgumentEntries. They stay this object's.
     std::vector<const CCLMetadataEntry*> GetEntriesByArgument(size_t nArguments) const;
 
     /// Inserts an entry after the last argument and takes ownership.

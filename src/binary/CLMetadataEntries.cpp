@@ -243,7 +243,7 @@ void CCLMetadataPointerEntryR87::SetAccessType(AccessType eAccess)
 
 unsigned int CCLMetadataFunctionEntry::GetFunctionLabel() const
 {
-    // The conversion ends at the ":" in front of a second label.
+    // The conversion ends at the ":" before a second label.
     return GetNumberToken(2);
 }
 

@@ -102,7 +102,7 @@ private:
 
 } // namespace
 
-/// Takes the lines of a block in order and files those that count.
+/// Takes the lines of a block in order and stores those that count.
 class CCLMetadata::CParser
 {
 public:

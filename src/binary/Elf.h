@@ -109,7 +109,8 @@ public:
 
 private:
     bool Read(const std::vector<char>& vBinary);
-    /// Where the others begin, so that one that throws half-way is destroyed with what it has.
+    /// The other constructors delegate to this one, so that an object whose constructor throws is destroyed with what
+    /// it has.
     CElf() = default;
 
     bool ReadStream(std::istream& stream);

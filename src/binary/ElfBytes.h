@@ -9,8 +9,8 @@
 #include <type_traits>
 #include <vector>
 
-/// The two ELF classes at the edge of CElf: structures to and from bytes, between the file's class and the
-/// 64-bit form that is kept in memory. Bytes are little-endian, as the machine's own.
+/// Converts structures of both ELF classes to and from bytes. In memory CElf keeps the 64-bit form of either class.
+/// Bytes are little-endian, as the machine's own.
 namespace ElfBytes
 {
 

@@ -179,7 +179,7 @@ bool GetKernelFunctionNumber(const std::string& strKernelName, const std::vector
 namespace
 {
 
-/// The places of all symbols are looked at before the first one moves.
+/// Whether all symbols lie below 4 GiB; looked at before the first one moves.
 bool HaveSmallPlaces(const CElfSymbolTable& symbols)
 {
     return std::all_of(symbols.SymbolsBegin(), symbols.SymbolsEnd(),

@@ -45,7 +45,7 @@ bool ExtractKernelFromBinary(const std::string& strKernelName, const std::vector
 /// are looked for as whole words outside of comments.
 bool PatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary);
 
-/// The reverse of PatchKernelEntry; it knows the call by its whole text. The second form is for who knows the number.
+/// The reverse of PatchKernelEntry; it knows the call by its whole text. The second form takes the number.
 bool UnpatchKernelEntry(const std::string& strKernelName, std::vector<char>* pvBinary);
 bool UnpatchKernelEntry(unsigned int nFunctionNumber, std::vector<char>* pvBinary);
 

@@ -168,7 +168,7 @@ struct SReplacement
     const std::string& strReplaceWith;
 };
 
-/// Whether a text between two places of another would stand apart from what is around it. No text is empty here.
+/// Whether a text put between two places of another would be a word of its own there. It must not be empty.
 bool IsWord(const std::string& strText, size_t nBegin, size_t nEnd, const std::string& strBetween)
 {
     const bool bGoesBack = nBegin > 0 && IsWordCharacter(strText[nBegin - 1]) && IsWordCharacter(strBetween.front());

@@ -63,8 +63,8 @@ constexpr SState s_States[s_nNumStates] = {
     /* 0 text */ {{On("\n", "", false, 2), On("\r", "", false, 3), On("f", "", true, 9), On("m", "", true, 4),
                    Any("", true, false, 0)}},
     /* 1 is never entered */ {{Any("", true, false, 0)}},
-    /* 2 behind "\n" */ {{On(" ", "", false, 2), Any("\n", false, true, 0)}},
-    /* 3 behind "\r" */ {{On(" ", "", false, 3), Any("\r", false, true, 0)}},
+    /* 2 after "\n" */ {{On(" ", "", false, 2), Any("\n", false, true, 0)}},
+    /* 3 after "\r" */ {{On(" ", "", false, 3), Any("\r", false, true, 0)}},
     /* 4 "m" */ {{On("d", "", true, 5), On("e", "", true, 7), Any("", false, true, 0)}},
     /* 5 "md" */ Keyword("e", 6),
     /* 6 "mde" */ Keyword("f", 12),
@@ -75,9 +75,9 @@ constexpr SState s_States[s_nNumStates] = {
     /* 11 "fun" */ Keyword("c", 12),
     /* 12 the rest of a keyword's line */
     {{On("\n", "", false, 15), On("\r", "", false, 13), Any("", true, false, 12)}},
-    /* 13 behind its "\r" */ {{On("\n", "", false, 14), Any("", false, true, 0)}},
-    /* 14 behind its "\r\n" */ {{On(";", " ;", false, 0), On(" \t", "", false, 14), Any("\r\n", false, true, 0)}},
-    /* 15 behind its "\n" */ {{On(";", " ;", false, 0), On(" \t", "", false, 15), Any("\n", false, true, 0)}}};
+    /* 13 after its "\r" */ {{On("\n", "", false, 14), Any("", false, true, 0)}},
+    /* 14 after its "\r\n" */ {{On(";", " ;", false, 0), On(" \t", "", false, 14), Any("\r\n", false, true, 0)}},
+    /* 15 after its "\n" */ {{On(";", " ;", false, 0), On(" \t", "", false, 15), Any("\n", false, true, 0)}}};
 
 constexpr bool AreComplete()
 {
@@ -92,8 +92,8 @@ constexpr bool AreComplete()
 }
 static_assert(AreComplete(), "every state has a rule for any other character and leads to a state");
 
-/// The index of the rule for each state and character, so that a character costs one look-up, and whether all that it
-/// does is to copy the character: most of a text is.
+/// The index of the rule for each state and character, so that a character costs one look-up, and whether the rule only
+/// copies the character, as it does for most of a text.
 struct SRuleIndex
 {
     unsigned char nRule[s_nNumStates][256];
@@ -247,7 +247,7 @@ void ILProcessingStateMachine::Act()
     m_nextStateNum = rule.nNextState;
 }
 
-/// Passes over what doesn't change the state, or changes it and has it back with nothing else done.
+/// Passes over characters that don't change the state, or that change it and lead straight back with nothing else done.
 void ILProcessingStateMachine::CopyPlain()
 {
     const bool* const pPlain = s_RuleIndex.bPlain[m_nextStateNum];

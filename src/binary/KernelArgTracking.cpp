@@ -62,7 +62,7 @@ void FillArgKinds(cl_program program, cl_kernel kernel, KernelInfo::ArgInfoArray
 }
 
 /// Records a kernel anew, with what its program tells of its arguments.
-/// \return false if the count of arguments can't be had or memory runs out
+/// \return false if the count of arguments can't be queried or memory runs out
 bool AddKernelToMap(cl_program program, cl_kernel kernel)
 {
     const CLock lock(g_mutexKernelToInfo);
@@ -114,7 +114,7 @@ cl_int FindArgument(cl_kernel kernel, cl_uint arg_index, const KernelInfo::ArgIn
     return CL_SUCCESS;
 }
 
-/// 0 if it can't be had, so that the record stays.
+/// 0 if it can't be queried, so that the record stays.
 cl_uint GetReferenceCount(cl_kernel kernel)
 {
     cl_uint nCount = 0;
@@ -129,7 +129,7 @@ cl_int ReleaseKernel(cl_kernel kernel)
     return CallCL(g_CLDispatchTable.ReleaseKernel, kernel);
 }
 
-/// Takes all kernels of a call back when the record of one couldn't be made: those before it have one.
+/// Undoes a call that made several kernels when the record of one couldn't be made; those before it have a record.
 void UndoKernels(cl_kernel* kernels, cl_uint nRecorded, cl_uint nCreated)
 {
     for (cl_uint j = 0; j < nCreated; ++j)

@@ -36,7 +36,7 @@ CCallPath& CCallPath::operator=(CCallPath other) noexcept
     return *this;
 }
 
-/// Node by node: one that takes the next one along would need a stack as deep as the path.
+/// Node by node: if each node deleted the next one, the stack would get as deep as the path.
 CCallPath::~CCallPath()
 {
     while (m_pInnermost != nullptr && m_pInnermost.use_count() == 1)

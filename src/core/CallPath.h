@@ -10,8 +10,8 @@
 namespace OVK_ShaderDebugger
 {
 
-/// Return positions, innermost first: which of its calls a function is in. Paths share what lies around the call that
-/// they differ in, so that a copy, and one call more or less, take as long and as much memory at any depth.
+/// Return positions, innermost first: which of its calls a function is in. Paths share the calls around the one in
+/// which they differ, so copying one, and adding or removing a call, costs the same at any depth.
 class CCallPath
 {
     struct SNode;
@@ -31,7 +31,7 @@ public:
         pointer operator->() const { return &**this; }
         const_iterator& operator++();
         const_iterator operator++(int);
-        /// Also true for two paths that share what is still to come.
+        /// Also true for two paths that share the rest.
         bool operator==(const const_iterator& other) const = default;
 
     private:
@@ -57,7 +57,7 @@ public:
     void clear();
     void swap(CCallPath& other) noexcept { m_pInnermost.swap(other.m_pInnermost); }
 
-    /// The call so many calls from the outside; there must be one.
+    /// The call with this number, counted from the outermost, 0; it must exist.
     const ProgramCounter& FromOutside(size_t nCall) const;
 
     bool operator==(const CCallPath& other) const;

@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstring>
 
-/// Copies as memcpy does, but blocks of any size in pieces well below the second-level cache. Larger pieces the C
-/// library copies with a loop of its own, for which the processor first reads the lines that are about to be written;
-/// smaller ones it leaves to the processor's copying of strings, which knows that it needn't.
+/// Copies as memcpy does, but in pieces well below the size of the second-level cache. The C library copies larger
+/// pieces with a loop of its own, for which the processor first reads the cache lines that it is about to write.
+/// Smaller ones it leaves to the processor's string instruction, which doesn't read them.
 inline void CopyBytes(void* pDestination, const void* pSource, size_t nBytes)
 {
     constexpr size_t nPiece = size_t(256) * 1024;

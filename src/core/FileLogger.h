@@ -18,9 +18,9 @@ LogType GetEnvLogLevel();
 /// directory if it isn't set or is empty.
 std::string GetLogPath(const char* pszFileName);
 
-/// A log file at its path, truncated when opened, with a level fixed at creation. A
-/// file that can't be opened swallows what is written. May be used by several threads: each write
-/// is whole, a line of several writes may interleave with another's.
+/// A log file at its path, truncated when opened, with a level fixed at creation. If the file can't be opened, what is
+/// written is lost. May be used by several threads: each write is whole, but a line of several writes may interleave
+/// with another's.
 class CFileLogger
 {
 public:

@@ -88,7 +88,7 @@ void Emit(LogType type, const std::string& strMessage)
     }
 }
 
-/// Whether anybody would see a message of this type; formatting it would cost for nothing else.
+/// Whether any log takes a message of this type; if none does, it needn't be formatted.
 bool IsWanted(LogType type)
 {
     return s_LogConsole || (s_pHost != nullptr && PassesFilter(type));

@@ -34,7 +34,7 @@ size_t CountActiveThreadsAs(const unsigned char* pData, size_t nSize)
 {
     const T* pItems = reinterpret_cast<const T*>(pData);
     const size_t nItems = nSize / sizeof(T);
-    // Mostly all work-items are active, and the C library compares in wider pieces than this code may count in.
+    // Usually all work-items are active, and the C library compares in wider pieces than the loop below counts in.
     if (nItems != 0 && std::memcmp(pItems, pItems + 1, (nItems - 1) * sizeof(T)) == 0)
     {
         return pItems[0] != 0 ? nItems : 0;
@@ -42,7 +42,7 @@ size_t CountActiveThreadsAs(const unsigned char* pData, size_t nSize)
     size_t nActive = 0;
     for (size_t nBegin = 0; nBegin < nItems;)
     {
-        // Counted in as many bits as an item has, which a piece can't exceed, so that the loop needs no wider lanes.
+        // Counts in a number as wide as an item, so that the loop needs no wider lanes; a piece is short enough for it.
         const size_t nEnd = nBegin + std::min<size_t>(nItems - nBegin, std::numeric_limits<T>::max());
         T nInPiece = 0;
         for (; nBegin < nEnd; ++nBegin)

@@ -8,9 +8,9 @@ namespace OVK_ShaderDebugger
 
 class CShaderDebuggerShader;
 
-/// What of a debugger doesn't depend on the shader language: the run flag, the breakpoints, the
-/// current work-item, the tracked names, the dispatch size, the last error. Breakpoints, tracking
-/// and the logging level survive a run.
+/// The part of a debugger that doesn't depend on the shader language: the run flag, the breakpoints, the current
+/// work-item, the tracked names, the dispatch size, the last error. Breakpoints, tracking and the logging level survive
+/// a run.
 class CShaderDebuggerBase : public IShaderDebugger
 {
 public:

@@ -68,7 +68,7 @@ bool operator!=(const ProgramCounter& lhs, const ProgramCounter& rhs)
 namespace
 {
 
-/// -1, 0 or 1 by the entries that both stacks have; the end of a loop takes no part.
+/// Compares the entries that both stacks have, without the ends of loops: -1, 0 or 1.
 int CompareLoops(const std::vector<LoopState>& lhs, const std::vector<LoopState>& rhs)
 {
     const size_t nCommon = std::min(lhs.size(), rhs.size());

@@ -355,7 +355,7 @@ extern const ProgramCounter g_PC_NULL; ///< position g_Inst_NULL, no loops
 extern const RegisterID g_RegID_NULL;
 extern const Register g_Reg_NULL; ///< no register: an instruction without a destination
 
-/// Stands at the entry of the longer operations, as a place for a profiler. It has no effect.
+/// Marks the entry of a longer operation for a profiler. It has no effect.
 class ShaderDebuggerPerfMarker
 {
 public:

@@ -14,8 +14,8 @@ class CShaderDebuggerBuffer;
 class CShaderDebuggerDeviceBuffer;
 class CShaderDebuggerHost;
 
-/// The debugger's door to a compute API: it knows the kernel and its arguments, and builds and sets
-/// shaders. Lives for one session; one thread at a time.
+/// The debugger's access to a compute API: it knows the kernel and its arguments, and builds and sets shaders. Lives
+/// for one session; one thread at a time.
 class CShaderDebuggerDevice
 {
 public:
@@ -24,7 +24,7 @@ public:
     CShaderDebuggerDevice& operator=(const CShaderDebuggerDevice&) = delete;
     virtual ~CShaderDebuggerDevice() = default;
 
-    /// Reads what the device needs of the kernel, in front of the first run of a patched kernel.
+    /// Reads what the device needs of the kernel, before the first run of a patched kernel.
     virtual bool EnterDebuggingMode() = 0;
     virtual bool ExitDebuggingMode() = 0;
     /// A negative index describes the target: BT_Buffer with the extent of the dispatch, format and
@@ -75,8 +75,8 @@ public:
     /// Copies the contents to the host: into the given buffer, or into a new one that the caller
     /// owns. Null on failure.
     virtual CShaderDebuggerBuffer* GetDataBuffer(CShaderDebuggerBuffer* pDataBuffer) = 0;
-    /// Shows a function the contents of a buffer that Create made, where they are mapped: without a copy of them.
-    /// \return false if they can't be, with no call, or can't be given back after it
+    /// Calls a function with the mapped contents of a buffer that Create made, without copying them.
+    /// \return false if they can't be mapped, and then without a call, or can't be unmapped after it
     virtual bool Visit(const std::function<void(const unsigned char* pBytes, size_t nSize)>& visit) = 0;
     /// What is handed over as the argument's value; null for local memory.
     virtual const void* GetDeviceBuffer() const = 0;

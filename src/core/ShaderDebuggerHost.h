@@ -110,7 +110,7 @@ public:
     virtual void GetDeviceName(std::string& strDeviceName);
     virtual CShaderDebuggerDevice* GetDevice() const { return m_pDevice; }
 
-    /// Whether a run has been broken off, by whoever is in front of the runtime, since this was last taken back.
+    /// Whether the client has broken a run off, through its dispatch table, since this was last cleared.
     bool IsBrokenOff() const { return m_bBrokenOff; }
     void SetBrokenOff(bool bBrokenOff) { m_bBrokenOff = bBrokenOff; }
 

@@ -48,9 +48,9 @@ public:
     /// Whether the mask is known to have every work-item.
     bool HasFullExecMask() const { return m_bFullExecMask; }
 
-    /// Files new values and takes over pResult, null included. Where a mask is given and isn't full,
-    /// or nComponents isn't 0, work-items outside the mask keep their old value; otherwise the new
-    /// buffer replaces the old one with no copy. The mask stays the caller's.
+    /// Stores new values and takes over pResult, null included. Where a mask is given and isn't full, or nComponents
+    /// isn't 0, work-items outside the mask keep their old value; otherwise the new buffer replaces the old one without
+    /// a copy. The mask stays the caller's.
     void UpdateResult(CShaderDebuggerBuffer* pResult, CShaderDebuggerBuffer* pExecMask, size_t nDestComponentOffset,
                       size_t nSrcComponentOffset, size_t nComponents);
     /// Takes over the mask, and deletes the old one if it is another.

@@ -18,8 +18,8 @@ struct PC_LineNumberMap
     std::map<LineNumber, InstructionNumber> right;
 };
 
-/// One shader under debug: its private copy of the shader's data and the positions that every
-/// shader language has. What knows the language is the subclass's.
+/// One shader under debug: its private copy of the shader's data and the positions that every shader language has. The
+/// subclass knows the language.
 class CShaderDebuggerShader
 {
 public:

@@ -18,7 +18,7 @@ using namespace ShaderUtils;
 namespace
 {
 
-/// How a description tells a memory argument that was set to null.
+/// Whether a description is that of a memory argument that was set to null.
 bool IsNullDescription(const BufferDesc& desc)
 {
     return desc.m_Type != BT_Unknown && desc.m_Type != BT_Value && desc.m_Type != BT_LocalBuffer &&
@@ -200,7 +200,7 @@ bool CShaderDebuggerDeviceBufferCL::CreateImage()
 cl_mem CShaderDebuggerDeviceBufferCL::AllocateImage(const cl_image_format& format, cl_int& nCode) const
 {
     const cl_mem_flags nFlags = CL_MEM_READ_WRITE;
-    // The calls of the older versions know no arrays.
+    // The calls of the older versions make no arrays.
     const bool bArray = m_Desc.m_Type != BT_Texture_3D && m_Desc.m_nArraySize > 1;
     if (g_CLDispatchTable.OpenCLLoaded() == OpenCLModule::OpenCL_1_2 || bArray)
     {

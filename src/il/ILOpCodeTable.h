@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What the rows of ILOpCodes.def say, by opcode. The debugger's reader of tokens and the platform's are written apart,
-/// as each other's check; this is the description that both follow.
+/// What the rows of ILOpCodes.def say, by opcode. The debugger and the platform each have their own reader of tokens,
+/// so that they check each other; this is the description that both follow.
 
 /// What an opcode is; any of these together.
 enum EILOpClass : std::uint32_t

@@ -318,7 +318,7 @@ bool CShaderDebuggerInstructionIL::GetDestRegister(Register& reg) const
         return false;
     }
 
-    nOffset += dst->bits.dimension; // an index word of its own, in front of the constant index
+    nOffset += dst->bits.dimension; // an index word of its own, before the constant index
     const IL nIndex = dst->bits.immediate_present ? m_pTokens[++nOffset] : 0;
     reg.reg = RegisterID(regType, static_cast<unsigned int>(ILFormatDecode::RegisterNumber(dst)), nIndex,
                          bDynamicIndex ? &indexReg : nullptr);

@@ -50,12 +50,12 @@ public:
     /// The word after the opcode token of `mdef` and `mcall`, 0 for the others.
     IL GetInstructionModifier() const { return HasInstructionModifier() ? GetToken(1) : 0; }
 
-    /// Whether there is a destination that GetDestRegister can tell.
+    /// Whether there is a destination that GetDestRegister can name.
     bool HasDestReg() const;
     /// The type of the destination token, IL_REGTYPE_LAST when there is none.
     ILRegType GetDestRegType() const;
     /// The written register with its index and index register.
-    /// \return false, with reg unchanged, when there is none; logged, when its form isn't one that can be told
+    /// \return false, with reg unchanged, when there is none; logged, when its form is one that this can't name
     bool GetDestRegister(Register& reg) const;
     /// The same for an instruction that is known to have one; failure is logged and gives g_Reg_NULL.
     Register GetDestRegister() const;
@@ -64,7 +64,7 @@ public:
     bool SetDestRegister(const RegisterID& id);
 
     std::uint32_t GetSrcRegCount() const;
-    /// Source nSrcReg, with the component that it reads as mask. Indices aren't told: the index is always 0.
+    /// Source nSrcReg, with the component that it reads as mask. The index isn't read: it is always 0.
     /// \return false, with reg g_Reg_NULL, when there is no such source
     bool GetSrcRegister(std::uint32_t nSrcReg, Register& reg) const;
     /// The same for a source that is known to exist; failure is logged.
@@ -107,7 +107,7 @@ private:
     bool DecodeTrailingWords(CInstructionCursor& cursor) const;
     bool ReserveExtendedOffsets(std::uint32_t nSrcRegCount);
     bool TakeTokens(const CInstructionCursor& cursor);
-    /// Walks from the word in front of an index operand to its last word.
+    /// Walks from the word before an index operand to its last word.
     bool GetIndexRegister(std::uint32_t& nOffset, Register& indexReg) const;
     void SetSrcRegTokenOffset(std::uint32_t nSrcReg, std::uint32_t nOffset);
     void RemoveTokens(std::uint32_t nFirst, std::uint32_t nCount);

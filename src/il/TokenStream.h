@@ -151,7 +151,7 @@ public:
             return false;
         }
 
-        // The compiler takes a copy into an array of no elements for a mistake.
+        // The compiler warns of a copy into an array of no elements.
         std::unique_ptr<T[]> pResized(new (std::nothrow) T[std::max<std::size_t>(nTokens, 1)]);
 
         if (pResized == nullptr)
@@ -186,7 +186,7 @@ public:
     const T* GetStream() const override { return m_ptStream.get(); }
     const T* GetStreamPos() const override { return m_ptStream.get() + m_nTokensWritten; }
     std::size_t GetTokensWritten() const { return m_nTokensWritten; }
-    /// Whether tokens are missing because growth failed at some time, so that nobody may run what is here.
+    /// Whether tokens are missing because growth failed at some time; what is here must not be run then.
     bool HasLostTokens() const { return m_bHasLostTokens; }
 
 private:

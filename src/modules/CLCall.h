@@ -14,7 +14,7 @@ namespace OVK_ShaderDebugger
 
 class CShaderDebuggerHost;
 
-/// What a call gives whose entry the runtime lacks.
+/// The code of a call whose entry the runtime lacks.
 constexpr cl_int s_nMissingEntry = CL_INVALID_OPERATION;
 
 /// Calls an entry that gives a code.
@@ -25,7 +25,7 @@ cl_int CallCL(Result(CL_API_CALL* pEntry)(Parameters...), Arguments... arguments
 }
 
 /// Calls an entry that gives an object, or a mapping, and a code through its last parameter.
-/// \return null, with the code in nCode, on failure, and also where the entry gives nothing and calls it success
+/// \return null, with the code in nCode, on failure, and also where the entry reports success without an object
 template <typename Result, typename... Parameters, typename... Arguments>
 Result CreateCL(cl_int& nCode, Result(CL_API_CALL* pEntry)(Parameters...), Arguments... arguments)
 {

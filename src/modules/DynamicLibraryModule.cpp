@@ -14,7 +14,7 @@ DynamicLibraryModule::~DynamicLibraryModule()
 
 bool DynamicLibraryModule::LoadModule(const std::string& name)
 {
-    // An empty name would give the program itself, which is no library that anybody asked for.
+    // An empty name would give the program itself, which isn't a library.
     void* pModule = name.empty() ? nullptr : dlopen(name.c_str(), RTLD_LAZY);
     if (pModule == nullptr)
     {
