@@ -9,7 +9,7 @@ SHalf::SHalf(double fValue)
     std::memcpy(&nDouble, &fValue, sizeof(nDouble));
     const uint16_t nSign = static_cast<uint16_t>(nDouble >> 48 & 0x8000);
     const double fMagnitude = std::fabs(fValue);
-    const double fTooLarge = 65520; // what is rounded to more than the largest
+    const double fTooLarge = 65520; // would be rounded to more than the largest half
     if (std::isnan(fValue))
     {
         nBits = static_cast<uint16_t>(nSign | 0x7E00);
@@ -20,11 +20,11 @@ SHalf::SHalf(double fValue)
         nBits = static_cast<uint16_t>(nSign | 0x7C00);
         return;
     }
-    // A number's last place is 2^-10 of its power of two, and not less than 2^-24.
+    // The unit in the last place is 2^-10 of the number's power of two, but at least 2^-24.
     const int nExponent = fMagnitude < std::ldexp(1.0, -14) ? -14 : std::ilogb(fMagnitude);
     const auto nSteps = static_cast<unsigned int>(std::nearbyint(std::ldexp(fMagnitude, 10 - nExponent)));
     const unsigned int nBase = static_cast<unsigned int>(nExponent + 14) << 10;
-    nBits = static_cast<uint16_t>(nSign | (nBase + nSteps)); // a carry makes the next exponent
+    nBits = static_cast<uint16_t>(nSign | (nBase + nSteps)); // a carry increments the exponent
 }
 
 SHalf::operator double() const

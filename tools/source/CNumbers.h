@@ -11,13 +11,13 @@
 namespace KestrelTool
 {
 
-/// The bits of a float of 16 bits.
+/// A 16-bit float.
 struct SHalf
 {
     uint16_t nBits = 0;
 
     SHalf() = default;
-    /// Rounds to the nearest, ties to even.
+    /// Rounds to nearest, ties to even.
     explicit SHalf(double fValue);
     explicit operator double() const;
 };
@@ -36,7 +36,7 @@ void StoreAs(unsigned char* pBytes, T value)
     std::memcpy(pBytes, &value, sizeof(value));
 }
 
-/// Calls the visitor with a value of the C++ type that a scalar has; pointers are unsigned integers.
+/// Calls the visitor with a value of the C++ type for a scalar type; pointers become unsigned integers.
 template <typename Visitor>
 void VisitScalar(const SSourceType& type, const Visitor& visitor)
 {
@@ -58,7 +58,7 @@ void VisitScalar(const SSourceType& type, const Visitor& visitor)
     }
 }
 
-/// As C converts; a float that an integer can't hold becomes the nearest one, a NaN 0.
+/// Converts like C. A float out of an integer's range becomes the nearest integer, a NaN becomes 0.
 template <typename To, typename From>
 To ConvertNumber(From value)
 {
@@ -88,7 +88,7 @@ To ConvertNumber(From value)
     }
 }
 
-/// Converts numbers that lie one after the other. The places may not overlap.
+/// Converts consecutive numbers. Source and target mustn't overlap.
 void ConvertNumbers(const SSourceType& from, const unsigned char* pFrom, const SSourceType& to, unsigned char* pTo,
                     size_t nCount);
 bool IsNumberTrue(const SSourceType& type, const unsigned char* pNumber);

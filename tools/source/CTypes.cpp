@@ -140,7 +140,7 @@ const SSourceType& CTypeStore::MakeVector(const SSourceType& element, size_t nCo
 
 const SSourceType& CTypeStore::MakePointer(const SSourceType& element, SSourceType::ESpace eSpace)
 {
-    const size_t nFirstPointer = 100; // no vector has so many elements
+    const size_t nFirstPointer = 100; // more than any vector's number of elements
     std::unique_ptr<SSourceType>& pType = m_mapTypes[{&element, nFirstPointer + eSpace}];
     if (!pType)
     {

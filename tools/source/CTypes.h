@@ -8,7 +8,7 @@
 namespace KestrelTool
 {
 
-/// What components of registers are computed with: nothing says more of them than that they are integers or floats.
+/// The types of register components in expressions, for which only integer or float is known.
 extern const SSourceType g_RegisterInt;
 extern const SSourceType g_RegisterFloat;
 
@@ -31,28 +31,28 @@ inline bool IsPointer(const SSourceType& type)
 bool IsBool(const SSourceType& type);
 /// An integer or a float of a size that the language has.
 bool IsArithmetic(const SSourceType& type);
-/// A vector's element, or the type itself.
+/// A vector's element type, or the type itself.
 const SSourceType& ScalarOf(const SSourceType& type);
-/// How many of those: 4 for a vector of three, too.
+/// The number of elements in memory: 4 for a vector of three, too.
 size_t CountScalars(const SSourceType& type);
 bool IsSameType(const SSourceType& left, const SSourceType& right);
 
-/// The scalar type of a name: "int", "unsigned char", "size_t"; null if there is none.
+/// The scalar type with this name: "int", "unsigned char", "size_t"; null if there is none.
 const SSourceType* FindScalarType(const std::string& strName);
-/// The integer type of a size.
+/// The integer type of this size.
 const SSourceType& GetIntegerType(bool bSigned, size_t nBytes);
-/// What C computes in: int for what is smaller.
+/// The type after C's integer promotion: int for smaller integers.
 const SSourceType& Promote(const SSourceType& type);
-/// The common type of two scalars, by C's usual conversions.
+/// The common type of two scalars, by C's usual arithmetic conversions.
 const SSourceType& FindCommonType(const SSourceType& left, const SSourceType& right);
 
-/// Types that are made of others; they live as long as the store.
+/// Owns types that are made of others.
 class CTypeStore
 {
 public:
     const SSourceType& MakeVector(const SSourceType& element, size_t nCount);
     const SSourceType& MakePointer(const SSourceType& element, SSourceType::ESpace eSpace);
-    /// The scalar or vector type of a name as "float4"; null if there is none.
+    /// The scalar or vector type with a name like "float4"; null if there is none.
     const SSourceType* Find(const std::string& strName);
 
 private:

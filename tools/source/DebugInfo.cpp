@@ -15,7 +15,7 @@ namespace
 {
 
 const uint64_t s_nFirstArgumentWord = 0x100000; ///< as the number of a register
-const unsigned int s_nMaxDepth = 100;           ///< of types made of types, and of scopes: more is damage
+const unsigned int s_nMaxDepth = 100;           ///< of nested types and scopes; more means damaged data
 
 struct SNamedKind
 {
@@ -61,7 +61,7 @@ std::string JoinPlace(const char* pszFile, uint64_t nLine)
     return (pszFile != nullptr ? pszFile : "?") + (":" + std::to_string(nLine));
 }
 
-/// "file:line" of a line of IL; empty if it has none.
+/// The "file:line" of a line of IL; empty if it has none.
 std::string FindPlace(Dwarf_Die& unit, unsigned int nLine)
 {
     Dwarf_Line* const pRow = dwarf_getsrc_die(&unit, nLine);
@@ -71,7 +71,7 @@ std::string FindPlace(Dwarf_Die& unit, unsigned int nLine)
                : std::string();
 }
 
-/// Where an inlined function is called; empty for another one.
+/// Where an inlined function is called; empty for other functions.
 std::string FindCallPlace(Dwarf_Die& unit, Dwarf_Die& function)
 {
     Dwarf_Attribute attribute;
@@ -89,13 +89,13 @@ std::string FindCallPlace(Dwarf_Die& unit, Dwarf_Die& function)
     return JoinPlace(bFile ? dwarf_filesrc(pFiles, nFile, nullptr, nullptr) : nullptr, nLine);
 }
 
-/// The scopes that a line of IL is in, the innermost first. What comes from the line of a call itself, as the work on
-/// parameters does, is the caller's.
+/// The scopes that contain a line of IL, innermost first. Code of the call's own line, such as handling parameters,
+/// belongs to the caller.
 std::vector<Dwarf_Die> FindScopes(Dwarf_Die& unit, unsigned int nLine)
 {
     Dwarf_Die* pScopes = nullptr;
     int nScopes = dwarf_getscopes(&unit, nLine, &pScopes);
-    if (nScopes > 0) // from an inlined function these go on where it is written, not where it is called
+    if (nScopes > 0) // for an inlined function these continue where it is written, not where it is called
     {
         Dwarf_Die innermost = pScopes[0];
         std::free(pScopes);
@@ -123,7 +123,7 @@ void ForEachChild(Dwarf_Die& die, const Visit& visit)
 {
     Dwarf_Die child;
     Dwarf_Off nLast = dwarf_dieoffset(&die);
-    // Damaged data may lead back.
+    // Damaged data may contain cycles.
     for (int nResult = dwarf_child(&die, &child); nResult == 0 && dwarf_dieoffset(&child) > nLast;
          nResult = dwarf_siblingof(&child, &child))
     {
@@ -132,7 +132,7 @@ void ForEachChild(Dwarf_Die& die, const Visit& visit)
     }
 }
 
-/// One place of an expression; false for an operation that isn't one.
+/// Reads one piece of an expression; false for an operation that isn't a place.
 bool ReadPlace(Dwarf_Attribute& attribute, const Dwarf_Op& operation, SValuePiece& piece)
 {
     Dwarf_Block block = {};
@@ -378,7 +378,7 @@ private:
         std::unique_ptr<SSourceType>& pKnown = m_mapTypes[dwarf_dieoffset(&die)];
         if (pKnown == nullptr)
         {
-            // It may be a part of itself, by pointers.
+            // Stored first, since the type may refer to itself by pointers.
             pKnown = std::make_unique<SSourceType>();
             SSourceType& type = *pKnown;
             if (nDepth < s_nMaxDepth)
@@ -430,7 +430,7 @@ private:
         }
     }
 
-    /// A name or a qualifier in front of another type.
+    /// Fills in a typedef or a qualified type.
     void FillLike(Dwarf_Die& die, SSourceType& type, unsigned int nDepth)
     {
         m_vAliases.push_back({&type, ReadElement(die, nDepth), type.strName});
@@ -441,7 +441,7 @@ private:
     {
         SSourceType* pType;
         const SSourceType* pOf;
-        std::string strName; ///< empty for the other type's own
+        std::string strName; ///< empty: takes the other type's name
     };
 
     static void Complete(const SAlias& alias)
@@ -450,7 +450,7 @@ private:
         alias.pType->strName = alias.strName.empty() ? alias.pOf->strName : alias.strName;
     }
 
-    /// An alias may have been met in the middle of the structure that it stands for.
+    /// An alias may have been read while the structure that it stands for was incomplete.
     void CompleteAliases()
     {
         std::for_each(m_vAliases.begin(), m_vAliases.end(), &Complete);
@@ -476,7 +476,7 @@ private:
         std::string strRanges;
         for (size_t n = vCounts.size(); n-- > 0;)
         {
-            // The last range is the innermost one.
+            // The last range is the innermost dimension.
             SSourceType& array = n == 0 ? type : *m_vInnerArrays.emplace_back(std::make_unique<SSourceType>());
             array.eKind = bVector ? SSourceType::Vector : SSourceType::Array;
             array.nCount = vCounts[n];
@@ -504,12 +504,12 @@ private:
                      });
     }
 
-    std::vector<char> m_vImage; ///< the reader of ELF may change it
+    std::vector<char> m_vImage; ///< not const, as the ELF reader may change it
     std::unique_ptr<Elf, int (*)(Elf*)> m_pElf;
     std::unique_ptr<Dwarf, int (*)(Dwarf*)> m_pDwarf;
     std::map<Dwarf_Off, std::unique_ptr<SSourceType>> m_mapTypes;
     std::map<unsigned int, std::vector<SSourceFrame>> m_mapFrames; ///< by line
-    std::vector<SAlias> m_vAliases;                                ///< met since the last variable
+    std::vector<SAlias> m_vAliases;                                ///< read since the last variable
     std::vector<std::unique_ptr<SSourceType>> m_vInnerArrays;      ///< of arrays with several dimensions
 };
 

@@ -9,7 +9,7 @@
 namespace KestrelTool
 {
 
-/// A type of the source. Types live as long as the debug data that they come from.
+/// A type of the source. Types must not outlive the debug data that they come from.
 struct SSourceType
 {
     enum EKind
@@ -21,11 +21,11 @@ struct SSourceType
         Pointer,
         Vector,
         Array,
-        Struct, ///< or a union, whose members all begin at 0
+        Struct, ///< or a union, whose members are all at offset 0
         Other
     };
 
-    /// Where a pointer points to, as the debug data number it.
+    /// A pointer's address space, as numbered in the debug data.
     enum ESpace
     {
         PrivateSpace,
@@ -42,15 +42,15 @@ struct SSourceType
     };
 
     EKind eKind = Other;
-    std::string strName;                   ///< as the source spells it
+    std::string strName;                   ///< as spelled in the source
     size_t nSize = 0;                      ///< bytes
-    size_t nCount = 0;                     ///< elements of a vector or an array
-    const SSourceType* pElement = nullptr; ///< of those, or what a pointer points to
+    size_t nCount = 0;                     ///< elements in a vector or an array
+    const SSourceType* pElement = nullptr; ///< type of the elements, or of a pointer's target
     std::vector<SMember> vMembers;
     ESpace eSpace = PrivateSpace; ///< of a pointer
 };
 
-/// Some of a variable's bytes, and where they are.
+/// Some bytes of a variable, and their place.
 struct SValuePiece
 {
     enum EPlace
@@ -75,38 +75,38 @@ struct SSourceVariable
     std::string strName;
     const SSourceType* pType = nullptr;
     bool bParameter = false;
-    unsigned int nFrame = 0;          ///< 0 for the innermost function, inlined or not; NoFrame outside of all
+    unsigned int nFrame = 0; ///< 0 for the innermost function, inlined or not; NoFrame outside of all functions
     std::vector<SValuePiece> vPieces; ///< low bytes first; none if it has no value here
 
     static constexpr unsigned int NoFrame = ~0u;
 };
 
-/// A function that a line of IL is in.
+/// A source function that contains a line of IL.
 struct SSourceFrame
 {
     std::string strFunction;
-    uint64_t nInstance = 0;   ///< tells one place where a function is inlined from another
-    std::string strCallPlace; ///< "file:line" where it is inlined; empty if it isn't
+    uint64_t nInstance = 0;   ///< identifies the inlined copy
+    std::string strCallPlace; ///< "file:line" of the inlined call; empty if it isn't inlined
 };
 
 /// The variables and types of a kernel binary's debug data (DWARF 4, docs/kernel-binary.md). Addresses are lines of IL.
 class CDebugInfo
 {
 public:
-    /// A binary without debug data, or with damaged ones, has no variables.
+    /// A binary without debug data, or with damaged data, has no variables.
     explicit CDebugInfo(std::vector<char> vBinary);
     ~CDebugInfo();
 
-    /// Inner scopes first. A name that an inner scope hides comes after the one that hides it.
+    /// Inner scopes first. A hidden name comes after the one that hides it.
     std::vector<SSourceVariable> FindVariables(unsigned int nLine);
-    /// The functions that a line is in, the innermost first, inlined ones among them; nothing if that isn't known. What
-    /// comes from the line of a call itself, as the work on parameters does, counts as the caller's.
+    /// The functions that contain a line, innermost first, including inlined ones; empty if unknown. Code of the call's
+    /// own line, such as handling parameters, counts as the caller's.
     const std::vector<SSourceFrame>& FindFrames(unsigned int nLine);
-    /// The variables of a name in the whole program, wherever they are in scope, without their places.
+    /// All variables of the program with this name, in any scope, without their places.
     std::vector<SSourceVariable> FindByName(const std::string& strName);
-    /// The type that a typedef, a structure, a union or an enumeration of the program gives a name; null if none does.
+    /// The typedef, structure, union or enumeration with this name; null if there is none.
     const SSourceType* FindType(const std::string& strName);
-    /// Keeps the types alive that come of these.
+    /// Keeps the types given by these functions alive.
     std::shared_ptr<const void> KeepTypes() const { return m_pReader; }
 
 private:

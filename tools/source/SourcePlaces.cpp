@@ -12,7 +12,7 @@ namespace KestrelTool
 namespace
 {
 
-/// Rows of one table, in order of their addresses.
+/// The rows of one table, in order of their addresses.
 class CPlaceTable
 {
 public:

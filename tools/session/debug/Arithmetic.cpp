@@ -10,7 +10,8 @@ namespace KestrelTool
 namespace
 {
 
-/// Without what C leaves undefined: integers wrap, a division by 0 gives 0, and a shift uses the bits that it needs.
+/// Defines what C leaves undefined: integers wrap, a division by 0 gives 0, and a shift uses only the bits that it
+/// needs.
 template <typename T>
 T CombineIntegers(ENode eNode, T left, T right)
 {
@@ -115,7 +116,7 @@ void CombineNumbers(const SExpressionNode& node, const SSourceType& operand, con
     VisitScalar(ScalarOf(operand),
                 [&](auto zero)
                 {
-                    // Halves come as floats.
+                    // Halves are computed as floats.
                     if constexpr (!std::is_same_v<decltype(zero), SHalf>)
                     {
                         combine(zero);
@@ -173,7 +174,7 @@ void ConvertValues(const SSourceType& from, const unsigned char* pFrom, const SS
         {
             return ConvertNumbers(ScalarOf(from), pFrom, ScalarOf(to), pTo, nCount * CountScalars(to));
         }
-        std::memcpy(pTo, pFrom, nCount * to.nSize); // a structure as itself
+        std::memcpy(pTo, pFrom, nCount * to.nSize); // a structure, unchanged
         return;
     }
     const SSourceType& element = *to.pElement;

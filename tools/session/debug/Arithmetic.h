@@ -6,12 +6,12 @@
 namespace KestrelTool
 {
 
-/// An operator on numbers of nCount work-items, both of the operands' type.
+/// Applies an operator to numbers of nCount work-items; both operands have this type.
 void CombineNumbers(const SExpressionNode& node, const SSourceType& operand, const unsigned char* pLeft,
                     const unsigned char* pRight, unsigned char* pResults, size_t nCount);
 void ChangeNumbers(const SExpressionNode& node, const SSourceType& operand, const unsigned char* pValues,
                    unsigned char* pResults, size_t nCount);
-/// Numbers or vectors of nCount work-items as another type; a number becomes all components of a vector.
+/// Converts numbers or vectors of nCount work-items to another type; a number becomes all components of a vector.
 void ConvertValues(const SSourceType& from, const unsigned char* pFrom, const SSourceType& to, unsigned char* pTo,
                    size_t nCount);
 

@@ -72,7 +72,7 @@ bool CBreakpoints::HasLine(unsigned int nLine) const
                        [&](const SBreakpoint& breakpoint) { return breakpoint.lines.count(nLine) != 0; });
 }
 
-/// Whether an access that is watched comes next; notes who makes it.
+/// Whether a watched access is about to happen; notes the work-item that makes it.
 bool CBreakpoints::Touches(const SWatch& watch, unsigned int nLine, IValueSource& source, SHits& hits)
 {
     const std::vector<size_t> vItems = source.FindTouchers(watch, nLine);
@@ -87,7 +87,7 @@ bool CBreakpoints::Touches(const SWatch& watch, unsigned int nLine, IValueSource
     return !vItems.empty();
 }
 
-/// Whether something wrong comes next; notes what and who.
+/// Whether a fault is about to happen; notes the fault and the work-item.
 bool CBreakpoints::Fails(const SFaultStop& fault, unsigned int nLine, IValueSource& source, SHits& hits)
 {
     const auto [itBegin, itEnd] = fault.mapPlaces.equal_range(nLine);

@@ -215,7 +215,7 @@ T SumOfProducts(const T* pLeft, const T* pRight, size_t nCount)
     return fSum;
 }
 
-/// For one work-item; vectors of up to 16 numbers.
+/// Works on one work-item; vectors have up to 16 numbers.
 template <typename T>
 void CallOnVectors(unsigned int nWhich, const T* pLeft, const T* pRight, size_t nCount, T* pResult)
 {
@@ -252,7 +252,7 @@ template <typename T>
 void CallGeometric(const SBuiltIn& builtIn, const SSourceType& argument, const unsigned char* const pArguments[3],
                    const SSourceType& result, unsigned char* pResults, size_t nCount)
 {
-    const size_t nNumbers = IsVector(argument) ? argument.nCount : 1; // without the fourth of a vector of three
+    const size_t nNumbers = IsVector(argument) ? argument.nCount : 1; // 3 for a vector of three, not 4
     for (size_t n = 0; n < nCount; ++n)
     {
         T left[16] = {};

@@ -6,17 +6,17 @@
 namespace KestrelTool
 {
 
-/// A function of the language that expressions may call.
+/// A built-in function that expressions may call.
 struct SBuiltIn
 {
     enum EKind
     {
         WorkItem,  ///< eItem says which
-        Float,     ///< of floats, component by component
-        Number,    ///< of integers and of floats
-        Bits,      ///< of the bits of integers
-        Test,      ///< of a float; as a comparison's result
-        Geometric, ///< of whole vectors
+        Float,     ///< on floats, component by component
+        Number,    ///< on integers and floats
+        Bits,      ///< on the bits of integers
+        Test,      ///< on floats; the result is like a comparison's
+        Geometric, ///< on whole vectors
     };
 
     enum EItem
@@ -45,21 +45,21 @@ struct SBuiltIn
     const char* pszName;
     EKind eKind;
     size_t nArguments;
-    unsigned int nWhich = 0; ///< of work-items and of geometry
+    unsigned int nWhich = 0; ///< for work-items and geometry
     float (*pFloat)(float, float, float) = nullptr;
     double (*pDouble)(double, double, double) = nullptr;
     int64_t (*pSigned)(int64_t, int64_t, int64_t) = nullptr;
     uint64_t (*pUnsigned)(uint64_t, uint64_t, uint64_t) = nullptr;
-    uint64_t (*pBits)(uint64_t, uint64_t, unsigned int) = nullptr; ///< with the number of bits
+    uint64_t (*pBits)(uint64_t, uint64_t, unsigned int) = nullptr; ///< takes the number of bits too
     bool (*pTest)(double) = nullptr;
 };
 
-/// Null if there is none of that name.
+/// Null if there is none with this name.
 const SBuiltIn* FindBuiltIn(const std::string& strName);
-/// The names of all, one after the other.
+/// The names of all built-in functions, in one text.
 std::string ListBuiltIns();
 
-/// Values of the arguments, converted to the same type unless that is a geometric function's, of nCount work-items.
+/// Takes nCount work-items' arguments, converted to a common type except for geometric functions.
 void CallBuiltIn(const SBuiltIn& builtIn, const SSourceType& argument, const unsigned char* const pArguments[3],
                  const SSourceType& result, unsigned char* pResults, size_t nCount);
 uint64_t CallWorkItem(const SBuiltIn& builtIn, const SExtent& extent, size_t nItem, uint64_t nDimension);

@@ -63,7 +63,7 @@ CCodeMap::CCodeMap(const CListing& listing)
         m_vNext.push_back(listing.GetNextInstruction(nLine));
         if (IsHead(strLine, "call"))
         {
-            // A conditional call has its label after a comma.
+            // In a conditional call, the label follows a comma.
             const size_t nComma = strLine.find(',');
             noteCall(nLine, ReadLabel(nComma == std::string::npos ? strLine : strLine.substr(nComma)), false);
         }
@@ -158,7 +158,7 @@ const CCodeMap::SFunction* CCodeMap::FindName(const std::string& strName) const
 
 std::set<unsigned int> CCodeMap::FindLoopHeads(const std::set<unsigned int>& lines) const
 {
-    // What holds a line: the line, and the calls of the function that it is in, and so on.
+    // The given lines, the calls of the functions that contain them, and so on.
     std::set<unsigned int> held = lines;
     std::vector<unsigned int> vLeft(lines.begin(), lines.end());
     while (!vLeft.empty())
@@ -202,7 +202,7 @@ std::set<unsigned int> CCodeMap::FindInsides(const std::set<unsigned int>& lines
 
 bool CCodeMap::FindLoop(unsigned int nLine, unsigned int& nStart, unsigned int& nEnd) const
 {
-    // Inner blocks end first and stand in front.
+    // Inner blocks end first, so they come first.
     const auto it =
         std::find_if(m_vBlocks.begin(), m_vBlocks.end(),
                      [&](const SBlock& block) { return block.bLoop && nLine > block.nStart && nLine <= block.nEnd; });

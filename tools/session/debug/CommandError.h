@@ -6,7 +6,7 @@
 namespace KestrelTool
 {
 
-/// A command that can't be done; the text is for the user.
+/// A command that can't be executed; the text is meant for the user.
 class CCommandError : public std::runtime_error
 {
 public:

@@ -77,7 +77,7 @@ CFixedRegisters CDebugger::MakeFixedRegisters(unsigned int nLocalBytes)
     return CFixedRegisters(std::move(sources));
 }
 
-/// A launch may leave the size of groups to the platform, which has chosen it by the first kernel run.
+/// If a launch leaves the local size to the platform, the platform has chosen it by the first kernel run.
 void CDebugger::TakeLocalSize()
 {
     if (m_Extent.bLocalKnown || m_pControl == nullptr)
@@ -115,7 +115,7 @@ size_t CDebugger::CountActive()
     }
     catch (const CSessionError&)
     {
-        return m_Extent.Count(); // as for GetActive
+        return m_Extent.Count(); // like GetActive
     }
 }
 
@@ -137,7 +137,7 @@ SRegisterView CDebugger::GetValues(const std::string& strRegister)
     RequireLive();
     if (!GetSession().IsRegister(strRegister))
     {
-        // The number that ReadOperand has put after a bare name isn't the user's.
+        // A bare name was typed without the number that ReadOperand has added to it.
         const bool bBare =
             strRegister.find_first_of("0123456789") == strRegister.size() - 1 && strRegister.back() == '0';
         const std::string strBare = strRegister.substr(0, strRegister.size() - 1);
@@ -171,10 +171,10 @@ SMaskView CDebugger::GetActive()
         }
         catch (const CSessionError&)
         {
-            // Gone back to where nothing has been executed: everybody takes part.
+            // Back at the start, where nothing has been executed yet, all work-items are active.
         }
     }
-    // Made when it is looked at first: a session takes nothing for each work-item before.
+    // Allocated on first use: before that, a session takes no memory for each work-item.
     m_vAllActive.resize(m_Extent.Count(), CL_TRUE);
     SMaskView mask;
     mask.pActive = m_vAllActive.data();

@@ -27,62 +27,63 @@
 namespace KestrelTool
 {
 
-/// Who is told of what happens to the launch.
+/// Receives the events of a launch.
 class IEventSink
 {
 public:
     virtual ~IEventSink() = default;
     /// An object with "event": "started", "stopped", "finished" or "error".
     virtual void OnEvent(const nlohmann::json& event) = 0;
-    /// Called now and then while kernels run, and with an empty text when they have.
+    /// Called now and then while kernels run, and with an empty text when they have finished.
     virtual void OnProgress(const std::string& /*strText*/) {}
-    /// A second interrupt came in while kernels run. \param isOver  whether the wait has ended meanwhile
-    /// \return whether to give the session up
+    /// Called for a second interrupt while kernels run. \param isOver  whether the run has ended meanwhile
+    /// \return whether to give up the session
     virtual bool OnAskToGiveUp(const std::function<bool()>& /*isOver*/) { return true; }
-    /// An interrupt came in while a session that has been given up doesn't end.
+    /// Called for an interrupt when a session that was given up doesn't end.
     virtual void OnLeave() {}
-    /// A program under the debugger is about to run: what has been printed should be out before what it prints.
+    /// Called before a program under the debugger continues, so that printed text is flushed before the program's
+    /// output.
     virtual void OnProgramGoesOn() {}
 };
 
-/// What the user may set.
+/// The user's settings.
 struct SSettings
 {
     EFormat eFormat = EFormat::Auto;
     size_t nWidth = 0;  ///< columns of a picture; 0 for the terminal's
     size_t nHeight = 0; ///< rows of a picture; 0 for the terminal's
     size_t nListSize = 10;
-    size_t nLimit = 20;     ///< ranges and values that a list shows
-    size_t nMaxSeconds = 0; ///< that a kernel run may take; 0 for any
+    size_t nLimit = 20;     ///< ranges and values shown in a list
+    size_t nMaxSeconds = 0; ///< limit for a kernel run; 0 for none
     bool bUnicode = true;
-    bool bConfirm = true; ///< questions are asked
+    bool bConfirm = true; ///< ask questions
     std::vector<std::string>
         vTracked; ///< registers that are kept up to date; if empty they are read when they are looked at
 };
 
-/// The model of a debugging session: a launch, breakpoints, a work-item in focus, and ways to go on.
-/// It knows nothing of a prompt or of how things are shown. All calls come from one thread.
+/// The model of a debugging session: a launch, breakpoints, a focused work-item, and ways to continue. It doesn't know
+/// how anything is shown or entered. All calls come from one thread.
 class CDebugger : public IValueSource
 {
 public:
     CDebugger(const CLibraries& libraries, SLaunchFile file, IEventSink& sink);
     ~CDebugger() override;
 
-    // ---- what is debugged
+    // ---- the launch
     CLaunch& GetLaunch() { return m_Launch; }
     const CLibraries& GetLibraries() const { return m_Lib; }
     const CListing& GetListing() const { return *m_pListing; }
     const CCodeMap& GetCode() const { return *m_pCode; }
-    /// Of the program as it was built.
+    /// The debug information of the program as built.
     CDebugInfo& GetDebugInfo() { return *m_pDebugInfo; }
-    /// The variables of the source in scope in front of a line's instruction. At a function's head, which does nothing
-    /// itself, they are where its first instruction finds them.
+    /// The source variables in scope before a line's instruction. A function's head does nothing, so there they are as
+    /// before the function's first instruction.
     std::vector<SSourceVariable> FindVariables(unsigned int nLine);
     const std::vector<SKernelArgument>& GetArguments() const { return m_vArguments; }
     const SExtent& GetExtent() const override { return m_Extent; }
     SSettings& GetSettings() { return *m_pSettings; }
     CBreakpoints& GetBreakpoints() { return *m_pBreakpoints; }
-    /// Works with settings and breakpoints that outlive it.
+    /// Uses settings and breakpoints that outlive it.
     void Share(SSettings& settings, CBreakpoints& breakpoints)
     {
         m_pSettings = &settings;
@@ -90,35 +91,35 @@ public:
     }
 
     // ---- the source
-    /// Whether the kernel's own function comes from lines of a source.
+    // Whether the kernel's own function has source lines.
     bool HasSource() const;
     CSourceText& GetSourceText() { return *m_pSourceText; }
-    /// The functions that the stop is in, the innermost first; before the launch, those of the kernel's beginning.
+    /// The call stack of the stop, innermost function first; before the launch, that of the kernel's entry.
     std::vector<SFrame> GetFrames();
-    /// Which of them variables and lines are looked at in: the innermost, until another one is selected.
+    /// The selected frame, in which variables and lines are looked up: the innermost until another one is selected.
     size_t GetFrame() const { return m_nFrame; }
-    /// \throws CCommandError for one that isn't there
+    /// \throws CCommandError if there is no such frame
     void SelectFrame(size_t nFrame);
-    /// The line of the source that the selected function stands at; nothing if there is none.
+    /// The current source line of the selected frame; nothing if it has none.
     std::optional<SSourceLine> GetSourceLine();
 
     // ---- the state
     bool IsLive() const { return m_Target.IsLive(); }
-    /// In front of the first instruction: no register has a value, and memory is as at the launch.
+    /// Before the first instruction: no register has a value, and memory is as at the launch.
     bool IsAtEntry() const override { return m_Target.GetState() == CTarget::AtStart; }
     /// \throws CCommandError if the kernel isn't running
     void RequireLive() const;
-    /// The line that is executed next.
+    /// The line to be executed next.
     unsigned int GetLine() const { return m_nLine; }
-    /// Counts movements, each of which ends the lives of what was read.
+    /// Counts movements; each one invalidates what was read before.
     uint64_t GetMoves() const { return m_nMoves; }
     uint64_t GetRuns() const { return m_Runs.GetCount(); }
     double GetRunSeconds() const { return m_Runs.GetSeconds(); }
-    /// Whether the last finished run left another output than the launch file expects.
+    /// Whether an output of the last finished run differs from what the launch file expects.
     bool HasDifference() const { return m_bDifference; }
-    /// What the platform has recorded of the last launch that it shouldn't have done.
+    /// The faults that the platform has recorded in the last launch.
     const CFaults& GetFaults() const { return m_Faults; }
-    /// Whether the platform has ended the last launch's kernel before its end.
+    /// Whether the platform has stopped the last launch's kernel before its end.
     bool HasPlatformFailed() const { return m_bPlatformFailed; }
     CSession& GetSession() { return m_Target.GetSession(); }
 
@@ -141,11 +142,11 @@ public:
     /// \throws CCommandError for one outside the dispatch
     void SetFocus(size_t nItem);
     std::vector<std::string> GetActiveRegisters();
-    /// A register as it was at the last stop, four words a work-item; nothing if it had no value.
-    /// A register that wasn't looked at there is fetched by going back and forth if one step lies between.
+    /// The value of a register at the last stop, four words for each work-item; nothing if it had none.
+    /// If it wasn't read then, it is fetched by going back and forth, provided that one step lies between.
     std::vector<uint32_t> GetEarlierValues(const std::string& strRegister);
-    /// Bytes of memory as they were at the last stop, in the same way.
-    /// \throws CCommandError if that isn't known, or nothing lies there
+    /// Bytes of memory at the last stop, in the same way.
+    /// \throws CCommandError if they aren't known, or the address is invalid
     std::vector<unsigned char> GetEarlierMemory(const SMemoryRead& read);
     /// The line of the last stop.
     unsigned int GetEarlierLine() const { return m_nEarlierLine; }
@@ -153,63 +154,63 @@ public:
     std::vector<size_t> FindFaulty(const SFaultPlace& place, unsigned int nLine) override;
     std::vector<size_t> FindTouchers(const SWatch& watch, unsigned int nLine) override;
     /// The argument and offset of an address in a buffer, at a stop.
-    /// \throws CCommandError if it is in none
+    /// \throws CCommandError if the address is in no buffer
     SPlatformWatch FindArgumentOf(uint64_t nAddress, size_t nBytes);
 
-    /// Where an argument's buffer lies for the kernel, at a stop.
-    /// \throws CCommandError if that isn't known
+    /// The address of an argument's buffer as the kernel sees it, at a stop.
+    /// \throws CCommandError if it isn't known
     uint64_t FindAddress(size_t nArgument);
-    /// "out+0x10" for an address in a buffer, or near one in no buffer; else the bare number.
+    /// "out+0x10" for an address in a buffer, or near one if it is in none; else the bare number.
     std::string NameAddress(uint64_t nAddress) override;
-    /// The bytes of an argument's buffer from an offset on, as they are now, up to its end.
+    /// The current bytes of an argument's buffer, from an offset to its end.
     std::vector<unsigned char> ReadBuffer(size_t nArgument, uint64_t nOffset, size_t nBytes);
     /// Bytes of a work-group's local memory, up to the end of the block or argument.
     /// \param nResource  OVKCLDEBUG_EXT_LOCAL_BLOCK or OVKCLDEBUG_EXT_LOCAL_ARGUMENT
     std::vector<unsigned char> ReadLocal(unsigned int nResource, size_t nGroup, uint64_t nOffset, size_t nBytes);
-    /// Bytes of the argument's buffer that an address lies in, up to its end; none if no buffer holds it.
+    /// Bytes of the argument's buffer that contains an address, up to its end; none if no buffer does.
     std::vector<unsigned char> ReadGlobal(uint64_t nAddress, size_t nBytes);
     /// Bytes of a work-item's private memory.
-    /// \throws CCommandError if the debugger can't hand over so many of all work-items, as it has to
+    /// \throws CCommandError if the debugger, which must read it for all work-items, can't read so much
     std::vector<unsigned char> ReadPrivate(size_t nItem, uint64_t nAddress, size_t nBytes);
-    /// The resource that a stretch of local memory, as ListMemory has it, is in.
+    /// The resource of a range of local memory from ListMemory.
     unsigned int FindLocalResource(const SMemory& memory);
     /// The block of local memory that the kernel itself declares.
     unsigned int FindDeclaredLocal();
-    /// What the launch file gives for an argument, that of the earlier one for the same once more.
+    /// An argument as given in the launch file; for "same", the earlier argument.
     const SArgument& GetGiven(size_t nArgument) const;
 
-    // ---- going on; each sends the events of what comes of it
+    // ---- continuing; each function sends the resulting events
     void Run();
     void Start();
     void Continue(size_t nTimes);
-    /// \param bFocus  not counting stops that the work-item in focus has no part in
+    /// \param bFocus  count only stops where the focused work-item takes part
     void Step(size_t nTimes, bool bFocus = false);
     void Next(size_t nTimes, bool bFocus = false);
     void Finish();
-    /// To a line after the present one, or to the function's end.
+    /// To a line after the current one, or to the function's end.
     void Until();
-    /// To one of some lines, or to the function's end.
+    /// To any of these lines, or to the function's end.
     void Advance(std::set<unsigned int> lines);
-    /// To one of the lines that are worked out anew at each stop on the way, or to after the function's call.
-    /// \param bFocus  not counting stops that the work-item in focus has no part in
+    /// To any of the lines that findLines gives, which is called again at each stop on the way, or to after the call.
+    /// \param bFocus  count only stops where the focused work-item takes part
     void RunToAny(size_t nTimes, const char* pszReason, bool bBack,
                   const std::function<std::set<unsigned int>()>& findLines, bool bFocus = false);
     void StepBack(size_t nTimes);
     void NextBack(size_t nTimes);
     void ContinueBack(size_t nTimes);
-    /// Ends the session, if there is one, without a word.
+    /// Ends the session, if there is one, without an event.
     void Kill();
 
-    /// From a signal handler or another thread. What goes on stops at the next place where it can; a kernel run that
-    /// keeps it from that for longer than a twentieth of a second is broken off, and the session goes back to the stop
-    /// where the movement began. Nothing goes on from then until ClearInterrupts.
+    /// Callable from a signal handler or another thread. Movements stop at the next possible place. A kernel run that
+    /// prevents this for more than a twentieth of a second is aborted, and the session returns to the stop where the
+    /// movement began. Nothing continues until ClearInterrupts is called.
     void Interrupt() { ++m_nInterrupts; }
     bool IsInterrupted() const { return m_nInterrupts != 0; }
-    /// A new line of the user's is read.
+    /// To be called when the user's next line is read.
     void ClearInterrupts() { m_nInterrupts = 0; }
-    /// Makes long runs stop at the head of each loop pass on the way, unseen, so that they can be interrupted.
+    /// Makes long runs stop briefly at the head of each loop pass, without an event, so that they can be interrupted.
     void SetInterruptible(bool bInterruptible) { m_bInterruptible = bInterruptible; }
-    /// Commands of the breakpoints that were stopped at last; given once.
+    /// The commands of the breakpoints at the latest stop; given only once.
     std::vector<std::string> TakeCommands();
 
 private:
@@ -278,7 +279,7 @@ private:
     void TakeLocalSize();
 
     const CLibraries& m_Lib;
-    const SPlatformControl* const m_pControl; ///< null on another platform than the software one
+    const SPlatformControl* const m_pControl; ///< null on platforms other than the software platform
     IEventSink& m_Sink;
     CLaunch m_Launch;
     CKernelRuns m_Runs;
@@ -306,7 +307,7 @@ private:
     std::vector<cl_bool> m_vAllActive;
     CBreakpoints::SHits m_Hits;
     std::vector<std::string> m_vCommands;
-    std::optional<SFaults> m_NewFaults; ///< not shown yet
+    std::optional<SFaults> m_NewFaults; ///< not reported yet
     std::map<size_t, uint64_t> m_mapAddresses;
     bool m_bDifference = false;
 
@@ -315,7 +316,7 @@ private:
     CMemoryLog m_MemoryLog;
     bool m_bSingleStep = false; ///< a step back leads to the last stop
 
-    /// What the progress line is made of.
+    /// Data for the progress line.
     struct SProgress
     {
         uint64_t nRunsBefore = 0;
@@ -325,14 +326,14 @@ private:
     };
 
     std::atomic<unsigned int> m_nInterrupts{0};
-    unsigned int m_nAnswered = 0; ///< interrupts at the last question whether to give up
+    unsigned int m_nAnswered = 0; ///< number of interrupts when the user was last asked whether to give up
     bool m_bGivenUp = false;
-    bool m_bTooLong = false;                                              ///< not because of an interrupt
-    std::optional<std::chrono::steady_clock::time_point> m_SeenInterrupt; ///< during the present wait
-    bool m_bLastPatched = false;                                          ///< the last kernel run was a patched copy's
-    bool m_bPlatformFailed = false;                                       ///< it ended the last launch's kernel
+    bool m_bTooLong = false;                                              ///< rather than interrupted
+    std::optional<std::chrono::steady_clock::time_point> m_SeenInterrupt; ///< during the current wait
+    bool m_bLastPatched = false;                                          ///< the last kernel run was of a patched copy
+    bool m_bPlatformFailed = false;                                       ///< it stopped the last launch's kernel
     bool m_bInterruptible = false;
-    std::set<unsigned int> m_Unseen; ///< stops of a run that are passed without a word
+    std::set<unsigned int> m_Unseen; ///< lines where a run stops briefly, without an event
     SProgress m_Progress;
     std::chrono::steady_clock::time_point m_LastProgress;
 };

@@ -71,7 +71,7 @@ bool CDebugger::Launch()
     return true;
 }
 
-/// The debugger's own reason is short; what it has no words for are its limits.
+/// The debugger's reason, which is short; if it has none, one of its limits was exceeded.
 std::string CDebugger::ExplainRefusal() const
 {
     const size_t nMostBlocks = 1024;
@@ -102,7 +102,7 @@ std::string CDebugger::ExplainRefusal() const
     return std::string();
 }
 
-/// One command of the debugger's. \param lines  where a run stops besides the breakpoints
+/// Executes one command of the debugger. \param lines  where a run stops in addition to the breakpoints
 /// \return false if the launch is over
 bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& lines)
 {
@@ -158,7 +158,7 @@ SRunEstimate CDebugger::EstimateRun(const std::set<unsigned int>& stops)
     {
         return {GetRuns() + 1, true};
     }
-    // The session opens with its first instruction executed.
+    // When a session opens, its first instruction has been executed already.
     const unsigned int nFrom = m_Target.GetState() == CTarget::AtStart ? m_nLine + 1 : m_nLine;
     unsigned int nStop = 0;
     const size_t nRuns = EstimateRuns(*m_pListing, *m_pCode, nFrom, stops, m_pSettings->vTracked, nStop);
@@ -217,7 +217,7 @@ CDebugger::EReason CDebugger::StepOnce()
     return Move(OVKCLDEBUG_COMMAND_STEP, {}) ? TakeHits() : EReason::None;
 }
 
-/// From a callee's entry to after its call.
+/// Runs from a callee's entry to after its call.
 CDebugger::EReason CDebugger::RunOverCall(const CCodeMap::SFunction& callee, const CCodeMap::SFunction* pCaller)
 {
     std::set<unsigned int> calls;
@@ -232,7 +232,7 @@ CDebugger::EReason CDebugger::RunOverCall(const CCodeMap::SFunction& callee, con
     return eReason == EReason::Reached ? StepOnce() : eReason;
 }
 
-/// To the first of some lines. A call of the function that was run in counts as done when it has returned.
+/// Runs to the first of some lines. A call counts as finished when the function has returned.
 CDebugger::EReason CDebugger::RunToLines(const std::set<unsigned int>& lines, const CCodeMap::SFunction* pFunction)
 {
     const EReason eReason = RunTo(OVKCLDEBUG_COMMAND_CONTINUE, lines);
@@ -267,7 +267,7 @@ CDebugger::EReason CDebugger::BackOnce()
     return nFrom == m_nLine ? EReason::FirstStop : EReason::Moved;
 }
 
-/// At a call that has returned: back to in front of it.
+/// At a call that has returned: runs back to before it.
 CDebugger::EReason CDebugger::BackOverCall()
 {
     EReason eReason = BackOnce();
@@ -295,7 +295,7 @@ void CDebugger::BeginCommand(bool bSingleStep)
 {
     RequireLive();
     RequireNoInterrupt();
-    // The memory of what was kept before serves again.
+    // Reuses the memory of the values kept before.
     std::map<std::string, std::vector<uint32_t>> mapKept;
     mapKept.swap(m_mapEarlier);
     if (m_Target.GetState() == CTarget::AtStop)
@@ -323,7 +323,7 @@ void CDebugger::BeginCommand(bool bSingleStep)
     m_LastProgress = std::chrono::steady_clock::now();
 }
 
-/// Moves so many times, or until something stops it, and tells of the last stop.
+/// Moves nTimes, or until something stops it, and reports the last stop.
 template <typename MoveOnce>
 void CDebugger::Repeat(size_t nTimes, const char* pszReason, MoveOnce moveOnce)
 {
@@ -368,7 +368,7 @@ void CDebugger::Start()
     SendStop(m_Hits.vIds.empty() ? EReason::Moved : EReason::Breakpoint, "entry");
 }
 
-/// Goes from breakpoint to breakpoint, forward or back.
+/// Continues from breakpoint to breakpoint, forward or back.
 void CDebugger::GoOn(size_t nTimes, ovkclDebugCommand command)
 {
     BeginCommand(false);
@@ -385,7 +385,7 @@ void CDebugger::GoOn(size_t nTimes, ovkclDebugCommand command)
                    eReason = RunTo(command, {});
                    if (eReason == EReason::Breakpoint && IsInterrupted())
                    {
-                       break; // it has stopped at one, which is as good
+                       break; // it stopped at one, which will do
                    }
                }
                return eReason;
@@ -402,7 +402,7 @@ bool CDebugger::IsFocusActive()
     return GetActive().pActive[m_nFocus] != 0;
 }
 
-/// Moves on until the work-item in focus has taken part.
+/// Moves until the focused work-item takes part.
 template <typename MoveOnce>
 CDebugger::EReason CDebugger::MoveFocus(MoveOnce moveOnce)
 {
@@ -479,7 +479,7 @@ void CDebugger::RunToAny(size_t nTimes, const char* pszReason, bool bBack,
                const std::set<unsigned int> lines = findLines();
                const CCodeMap::SFunction* pFunction = m_pCode->FindFunction(m_nLine);
                EReason eReason = EReason::Reached;
-               do // a line that nobody takes part in is passed
+               do // skips lines where no work-item takes part
                {
                    eReason = bBack ? RunTo(OVKCLDEBUG_COMMAND_EXT_RUN_BACK, lines) : RunToLines(lines, pFunction);
                } while (eReason == EReason::Reached && (CountActive() == 0 || (bFocus && !IsFocusActive())) &&

@@ -1,4 +1,4 @@
-// What a debugging session tells of itself: events, faults, progress, and what becomes of interrupts.
+// The events of a debugging session: faults, progress, and the effects of interrupts.
 
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Debugger.h"
@@ -20,7 +20,7 @@ namespace
 const size_t s_nShownFaults = 8;
 /// How long an interrupt waits for a kernel run to end by itself.
 const std::chrono::milliseconds s_Patience(30);
-/// What takes less, in seconds, is over before anybody interrupts it.
+/// In seconds; shorter runs end before anybody could interrupt them.
 const double s_fShortRun = 0.02;
 
 } // namespace
@@ -42,7 +42,7 @@ void CDebugger::CheckFaults(bool bPatched)
     m_NewFaults = std::move(faults);
 }
 
-/// Those that nobody has been told of yet, the first of them one by one.
+/// Adds the faults that weren't reported yet, the first ones one by one.
 void CDebugger::AddFaults(json& event)
 {
     if (!m_NewFaults)
@@ -55,7 +55,7 @@ void CDebugger::AddFaults(json& event)
 
 // ---------------------------------------------------------------------------------------- counts of work-items
 
-/// \param nFrom  the line that was to be executed next before a command led to the present stop
+/// \param nFrom  the line that was next before the command
 void CDebugger::CountStop(ovkclDebugCommand command, unsigned int nFrom)
 {
     switch (command)
@@ -89,7 +89,7 @@ std::string CDebugger::CompareCounts(bool bStepped)
 
 // ---------------------------------------------------------------------------------------- interrupts, progress
 
-/// The platform lets go of a kernel run that an interrupt would have to wait for, or that takes too long.
+/// Aborts a kernel run that an interrupt would have to wait for, or that takes too long.
 void CDebugger::BreakRun()
 {
     const auto now = std::chrono::steady_clock::now();
@@ -109,7 +109,7 @@ void CDebugger::BreakRun()
     }
 }
 
-/// Looked at now and then by the thread that waits for the kernel.
+/// Called now and then by the thread that waits for the kernel.
 void CDebugger::MindInterrupts()
 {
     const unsigned int nInterrupts = m_nInterrupts;
@@ -138,8 +138,8 @@ void CDebugger::MindInterrupts()
     }
 }
 
-/// Makes a query that may take kernel runs. Where these are long it is left to the session's thread, so that this one
-/// can mind interrupts.
+/// Makes a query that may need kernel runs. If runs are long, the session's thread makes it, so that this thread can
+/// handle interrupts.
 void CDebugger::Ask(const std::function<void()>& query)
 {
     if (m_Runs.GetLongestSeconds() < s_fShortRun)
@@ -158,7 +158,7 @@ void CDebugger::Ask(const std::function<void()>& query)
     }
 }
 
-/// Tells where everybody was, and lets kernels run again.
+/// Reports where the work-items were, and allows kernel runs again.
 void CDebugger::TellBreak(bool bPatched)
 {
     const json places = m_Faults.DescribePlaces(*m_pListing, bPatched ? m_Runs.GetLastImage() : std::vector<char>());
@@ -171,9 +171,9 @@ void CDebugger::TellBreak(bool bPatched)
     m_Sink.OnEvent({{"event", "broken off"}, {"places", places}});
 }
 
-/// The debugger has gone back to where the movement began. Where there was no session yet it ends.
+/// Reports that the debugger has returned to where the movement began. Ends the session if there was none before.
 /// \param eFrom  where the movement began; Idle for a launch
-/// \param bPatched  whether the run that was broken off was one of a patched copy
+/// \param bPatched  whether the aborted run was of a patched copy
 void CDebugger::EndIfGivenUp(CTarget::EState eFrom, bool bPatched)
 {
     m_nAnswered = 0;
@@ -216,7 +216,7 @@ std::string CDebugger::ExplainBreak(bool bStays) const
                       : "interrupted: a kernel run was broken off" + strEnd;
 }
 
-/// At most ten times a second, and not for what is done before anyone looks.
+/// At most ten times a second, and only if the work takes noticeable time.
 void CDebugger::ShowProgress()
 {
     MindInterrupts();
@@ -228,7 +228,7 @@ void CDebugger::ShowProgress()
     m_LastProgress = now;
     const uint64_t nRuns = GetRuns();
     std::string strText = "kernel run " + std::to_string(nRuns - m_Progress.nRunsBefore);
-    // An estimate that has been passed was wrong.
+    // An estimate that was exceeded is ignored.
     if (m_Progress.estimate.nEnd >= nRuns)
     {
         strText += (m_Progress.estimate.bWhole ? " of about " : " of at least ") +
@@ -289,7 +289,7 @@ void CDebugger::SendStop(EReason eReason, const std::string& strReason)
     m_Sink.OnEvent(event);
 }
 
-/// Where the stop is in the source, if it has one.
+/// Adds the stop's place in the source, if it has one.
 void CDebugger::AddSource(json& event)
 {
     const std::vector<SFrame> vFrames = GetFrames();
@@ -304,11 +304,11 @@ void CDebugger::AddSource(json& event)
     {
         event["source_text"] = *pText;
     }
-    // In the midst of a line's code the instruction tells more than the line.
+    // Within a line's code, the instruction says more than the line.
     event["inside"] = !BeginsLine(*m_pListing, *m_pCode, m_nLine);
 }
 
-/// \param strDoubt  why the stops may have shown something else than the plain run did; empty if nothing says so
+/// \param strDoubt  why the stops may have shown something else than the plain run did; empty if there is no doubt
 void CDebugger::SendFinished(const std::string& strDoubt)
 {
     m_Sink.OnProgress(std::string());

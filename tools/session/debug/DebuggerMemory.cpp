@@ -1,4 +1,4 @@
-// Where the kernel's buffers lie, and what they hold.
+// Finds the addresses and contents of the kernel's buffers.
 
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/SourceValues.h"
@@ -15,9 +15,9 @@ namespace
 
 const size_t s_nConstantBytes = 16;                ///< of an element of a constant buffer
 const size_t s_nMaxPrivateBytes = size_t(1) << 30; ///< of all work-items
-const size_t s_nDeclaredLocal = ~size_t(0);        ///< as the place of what the kernel itself declares
+const size_t s_nDeclaredLocal = ~size_t(0);        ///< in place of an argument: the kernel's declared memory
 
-/// The elements of the constant buffer of arguments, as the kernel declares it.
+/// The size of the constant buffer of arguments, as declared by the kernel.
 size_t CountConstants(const CListing& listing)
 {
     const std::string strDeclaration = "dcl_cb cb1[";
@@ -45,8 +45,8 @@ const SArgument& CDebugger::GetGiven(size_t nArgument) const
     return vGiven[nArgument].eKind == SArgument::Same ? vGiven[vGiven[nArgument].nSame] : vGiven[nArgument];
 }
 
-/// A session begins by reading the kernel's constant buffer of arguments, and the tool has kept what was read. Whether
-/// a number in it is an address, the debugger knows.
+/// A session begins by reading the kernel's constant buffer of arguments, and the tool keeps a copy of what is read.
+/// The debugger is asked whether a number in it is an address.
 std::optional<uint64_t> CDebugger::FindFirstRead(size_t nArgument)
 {
     const SKernelArgument& argument = m_vArguments[nArgument];
@@ -70,8 +70,8 @@ std::optional<uint64_t> CDebugger::FindFirstRead(size_t nArgument)
     return std::nullopt;
 }
 
-/// In front of the first instruction the debugger can't be asked for memory yet. So the constant buffer of arguments is
-/// told from what else was read by its size, and by what would be addresses in it.
+/// Before the first instruction the debugger can't be asked for memory yet. So the constant buffer of arguments is
+/// recognised among the copies by its size, and by whether the numbers in it could be addresses.
 std::optional<uint64_t> CDebugger::FindAtStart(size_t nArgument) const
 {
     const uint64_t nMostAddress = uint64_t(1) << 48;
@@ -100,8 +100,8 @@ std::optional<uint64_t> CDebugger::FindAtStart(size_t nArgument) const
     return std::nullopt;
 }
 
-/// A register that is written in one place only, from the argument's constant, holds addresses in its buffer and no
-/// other.
+/// A register that is written at a single place, from the argument's constant, only holds addresses in the argument's
+/// buffer.
 std::optional<uint64_t> CDebugger::FindInRegisters(size_t nArgument)
 {
     const SKernelArgument& argument = m_vArguments[nArgument];
@@ -160,7 +160,7 @@ uint64_t CDebugger::FindAddress(size_t nArgument)
 
 std::string CDebugger::NameAddress(uint64_t nAddress)
 {
-    // Of several buffers the one that begins closest in front; after its end the address is in none.
+    // Chooses the buffer with the closest start before the address. Beyond its end the address is in no buffer.
     std::string strName;
     uint64_t nOffset = ~uint64_t(0);
     for (const SMemory& memory : ListMemory(SSourceType::GlobalSpace))
@@ -171,7 +171,7 @@ std::string CDebugger::NameAddress(uint64_t nAddress)
             strName = m_vArguments[memory.nPlace].strName;
         }
     }
-    // What is that far away has nothing to do with the buffer.
+    // An address so far away has nothing to do with the buffer.
     const bool bNear = nOffset < uint64_t(1) << 32;
     return bNear ? strName + "+" + FormatHex(nOffset) : FormatHex(nAddress);
 }
@@ -199,7 +199,7 @@ std::vector<unsigned char> CDebugger::FetchBuffer(size_t nArgument, uint64_t nOf
         return GetSession().GetGlobalMemory(m_vArguments[nArgument].nResource, FindAddress(nArgument) + nOffset,
                                             nBytes);
     }
-    // In front of the first instruction everything is as the launch file has it, and values always are.
+    // Before the first instruction, buffers are as in the launch file; value arguments always are.
     const auto itFirst = given.vContents.begin() + static_cast<std::ptrdiff_t>(nOffset);
     const size_t nThere = std::min<size_t>(nBytes, given.vContents.size() - nOffset);
     return std::vector<unsigned char>(itFirst, itFirst + static_cast<std::ptrdiff_t>(nThere));
@@ -243,7 +243,7 @@ unsigned int CDebugger::FindDeclaredLocal()
     throw CCommandError("the kernel declares no local memory");
 }
 
-/// "local1": the block that the kernel declares under a number, as 32-bit words.
+/// "local1": the local memory block that the kernel declares under this number, as 32-bit words.
 std::optional<SElements> CDebugger::FindLocalBlock(const std::string& strName)
 {
     const std::string strStart = "local";
@@ -315,7 +315,7 @@ std::optional<SSourceVariable> CDebugger::FindVariable(const std::string& strNam
     return it != vVariables.end() ? std::optional<SSourceVariable>(*it) : std::nullopt;
 }
 
-/// What a pointer's slot in the constant buffer of arguments holds: for local memory the offset there.
+/// The value of a pointer in the constant buffer of arguments; for local memory, its offset there.
 uint64_t CDebugger::ReadSlot(const SKernelArgument& argument, bool bWide)
 {
     const unsigned int* const pWords = GetValues("cb1[" + std::to_string(argument.nConstant) + "]")[0];
@@ -345,7 +345,7 @@ std::vector<SMemory> CDebugger::ListMemory(SSourceType::ESpace eSpace)
         }
         catch (const CCommandError&)
         {
-            continue; // its place isn't known
+            continue; // its address isn't known
         }
     }
     if (bLocal)
@@ -356,7 +356,7 @@ std::vector<SMemory> CDebugger::ListMemory(SSourceType::ESpace eSpace)
         }
         catch (const CCommandError&)
         {
-            // There is none.
+            // No such block.
         }
     }
     return vMemory;

@@ -1,4 +1,4 @@
-// Where a debugging session stands in the source.
+// The current place of a debugging session in the source.
 
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Debugger.h"
@@ -38,7 +38,7 @@ void CDebugger::SelectFrame(size_t nFrame)
 std::optional<SSourceLine> CDebugger::GetSourceLine()
 {
     const std::vector<SFrame> vFrames = GetFrames();
-    // Before the launch the kernel's own line says more than that of a function that begins it.
+    // Before the launch, the kernel's own line says more than that of a function inlined at its beginning.
     const size_t nFrame = IsLive() ? m_nFrame : vFrames.size() - 1;
     return nFrame < vFrames.size() ? vFrames[nFrame].place : std::nullopt;
 }

@@ -1,4 +1,4 @@
-// Stops at accesses to memory that is watched.
+// Stops at watched memory accesses.
 
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Debugger.h"
@@ -11,19 +11,19 @@ namespace KestrelTool
 namespace
 {
 
-/// Bytes of an access, at most.
+/// The largest access, in bytes.
 const uint64_t s_nMostAccessed = 16;
 
 } // namespace
 
-/// The first byte that is watched, as the kernel's instructions have it at this stop.
+/// The address of the first watched byte, as the kernel's instructions have it at this stop.
 uint64_t CDebugger::FindWatchedAddress(const SWatch& watch)
 {
     const bool bGlobal = watch.bytes.nMemory == PLATFORM_MEMORY_GLOBAL;
     return (bGlobal ? FindAddress(watch.bytes.nArgument) : 0) + watch.bytes.nAddress;
 }
 
-/// Of those of the work-items that are active, where the access of a line goes to.
+/// For the active ones of these work-items, the address that a line's access has.
 std::vector<std::optional<uint64_t>> CDebugger::ReadAddresses(unsigned int nLine, const std::set<size_t>& items)
 {
     const bool b64Bit = m_pListing->GetLine(nLine).find("_addr64") != std::string::npos;
@@ -76,7 +76,7 @@ std::vector<size_t> CDebugger::FindTouchers(const SWatch& watch, unsigned int nL
     return vTouchers;
 }
 
-/// Who comes to a barrier to which a work-item doesn't, of its group.
+/// The work-items of the same group that reach a barrier that nMissing doesn't reach.
 std::vector<size_t> CDebugger::FindPart(size_t nMissing)
 {
     const SMaskView mask = GetActive();

@@ -7,7 +7,7 @@
 namespace KestrelTool
 {
 
-/// Who asks may take what isn't there for a variable without a value, so that the first reason is kept.
+/// Callers may treat the exception as "no value", so the first reason is kept.
 void CEarlierStop::Refuse(const std::string& strWhy)
 {
     m_strRefused = m_strRefused.empty() ? strWhy : m_strRefused;
@@ -30,7 +30,7 @@ SRegisterView CEarlierStop::GetValues(const std::string& strRegister)
     SRegisterView view;
     if (bNew && bConstant)
     {
-        // A copy: what the debugger has goes when it moves.
+        // Copied, as the debugger's values become invalid when it moves.
         view = m_Debugger.GetValues(strRegister);
         vWords.assign(view[0], view[0] + 4);
     }
@@ -67,7 +67,7 @@ std::optional<SElements> CEarlierStop::FindElements(const std::string& strName)
     return m_Debugger.FindElements(strName);
 }
 
-/// \param read  as the debugger asks for it at a stop
+/// \param read  as the debugger requests it at a stop
 std::vector<unsigned char> CEarlierStop::Read(const SMemoryRead& read)
 {
     try
@@ -103,7 +103,7 @@ std::optional<SSourceVariable> CEarlierStop::FindVariable(const std::string& str
     throw CCommandError("there was no " + strName + " at the last stop");
 }
 
-/// Nothing moves while a kernel runs.
+/// Buffers don't move while a kernel runs.
 std::vector<SMemory> CEarlierStop::ListMemory(SSourceType::ESpace eSpace)
 {
     return m_Debugger.ListMemory(eSpace);

@@ -8,8 +8,8 @@
 namespace KestrelTool
 {
 
-/// The last stop's values, as far as they are known: registers and memory that were looked at there, or any before a
-/// single step.
+/// The values of the last stop, as far as known: registers and memory that were read there, or any if a single step has
+/// followed.
 class CEarlierStop : public IValueSource
 {
 public:
@@ -30,7 +30,7 @@ public:
                                           uint64_t nOffset, size_t nBytes) override;
     std::vector<unsigned char> ReadAllPrivate(uint64_t nAddress, size_t nBytes) override;
 
-    /// \throws CCommandError if anything was asked for that isn't known any more
+    /// \throws CCommandError if anything was requested that isn't known any more
     void RequireAll() const;
 
 private:

@@ -37,7 +37,7 @@ size_t CoordinateOf(const SExpressionNode& node, const SExtent& extent, size_t n
     }
 }
 
-/// "$gx" and its kind.
+/// Whether the node is "$gx" or similar.
 bool NeedsLocalSize(const SExpressionNode& node)
 {
     return node.eNode == ENode::Item && node.nItem >= 4 && node.nItem <= 9;
@@ -48,7 +48,7 @@ bool NeedsAddress(const SExpressionNode& node)
     return node.bDecay || node.eNode == ENode::Address;
 }
 
-/// A component or two, as 64 bits of an integer or a double.
+/// One or two components, as the 64 bits of an integer or a double.
 uint64_t ReadComponent(const SExpressionNode& node, size_t nItem)
 {
     const unsigned int* const pWords = node.values[nItem];
@@ -99,10 +99,10 @@ CEvaluator::CEvaluator(const std::vector<SExpressionNode>& vNodes) : m_vMissing(
     }
 }
 
-/// The nodes that make up one, without what aggregates in it are made of; the stack gets the room that they need.
+/// The nodes of an expression in order, without the operands of aggregates; enlarges the stack as needed.
 CEvaluator::Order CEvaluator::MakeOrder(const std::vector<SExpressionNode>& vNodes, size_t nRoot)
 {
-    // From the back, an aggregate comes in front of what it is made of.
+    // Backwards, an aggregate comes before its operands.
     Order order;
     for (size_t nNode = nRoot + 1; nNode > vNodes[nRoot].nBegin;)
     {
@@ -214,7 +214,7 @@ const SBlock& CEvaluator::Run(const std::vector<SExpressionNode>& vNodes, const 
     return m_vStack.front();
 }
 
-/// Puts what a node gives in the place of its first child.
+/// Replaces the node's operands on the stack by its result.
 void CEvaluator::Perform(const std::vector<SExpressionNode>& vNodes, size_t nNode, SBlock* pBlocks, size_t nFirst,
                          size_t nCount)
 {
@@ -319,7 +319,7 @@ void CEvaluator::Call(const SExpressionNode& node, const SSourceType* pArgument,
     pBlocks[0].vBytes.swap(m_vScratch);
 }
 
-/// Operators and what else makes a value of values.
+/// Operators, and other nodes that combine values.
 void CEvaluator::Compose(const std::vector<SExpressionNode>& vNodes, const SExpressionNode& node, SBlock* pBlocks,
                          size_t nCount)
 {
@@ -383,7 +383,7 @@ void CEvaluator::Compose(const std::vector<SExpressionNode>& vNodes, const SExpr
         break;
     case ENode::And:
     case ENode::Or:
-        // The right side isn't asked where the left one has settled the answer.
+        // The right side isn't evaluated if the left one decides the result.
         for (size_t i = 0; i < nCount; ++i)
         {
             const bool bLeft = IsLaneTrue(vNodes[node.vChildren[0]], pBlocks[0], i);

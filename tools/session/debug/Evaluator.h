@@ -8,19 +8,19 @@
 namespace KestrelTool
 {
 
-/// The values of a block of work-items, one after the other. Places are addresses of 64 bits, or offsets into a
-/// variable that has none.
+/// The values of a block of work-items in order. Places are 64-bit addresses, or offsets into a variable that has no
+/// address.
 struct SBlock
 {
     std::vector<unsigned char> vBytes;
-    bool bad[CExpression::BlockSize]; ///< asked for what isn't there
+    bool bad[CExpression::BlockSize]; ///< used something that doesn't exist
 };
 
-/// Bytes of a variable that has no address.
+/// Reads bytes of a variable that has no address.
 /// \return false if some of them aren't known
 bool ReadPieces(const SBoundVariable& variable, size_t nOffset, size_t nItem, unsigned char* pBytes, size_t nBytes);
 
-/// Works out an expression's nodes one after the other, with a stack of blocks of values.
+/// Evaluates the nodes of an expression in order, on a stack of blocks of values.
 class CEvaluator
 {
 public:
@@ -28,9 +28,9 @@ public:
 
     bool IsUniform() const { return m_bUniform; }
     void Bind(std::vector<SExpressionNode>& vNodes, IValueSource& source);
-    /// The root's values; they live until the next call.
+    /// The root's values; valid until the next call.
     const SBlock& Evaluate(const std::vector<SExpressionNode>& vNodes, size_t nFirst, size_t nCount);
-    /// \throws CCommandError if the value of a lane of the last block asked for what isn't there
+    /// \throws CCommandError if a lane of the last block used something that doesn't exist
     void RequireValue(const std::vector<SExpressionNode>& vNodes, const SBlock& block, size_t nLane) const;
     /// Whether none of the first lanes of the last block did.
     bool HasAll(size_t nCount) const
@@ -41,11 +41,11 @@ public:
     const SBlock& GetLast() const { return m_vStack.front(); }
 
 private:
-    /// What isn't there.
+    /// Something that doesn't exist.
     struct SMissing
     {
         size_t nNode;
-        int64_t nNumber; ///< an element's number, or an address
+        int64_t nNumber; ///< an element's index, or an address
     };
     typedef std::vector<size_t> Order;
 

@@ -1,4 +1,4 @@
-// How an evaluation gets at what is in memory and in registers.
+// How expressions read memory and registers.
 
 #include "tools/session/debug/Evaluator.h"
 #include "tools/session/debug/Format.h"
@@ -13,7 +13,7 @@ namespace KestrelTool
 namespace
 {
 
-/// An integer element's bits, extended as its type says, or a double's.
+/// The bits of an integer element, extended according to its type, or of a double.
 uint64_t LoadElement(const SElementType& type, const unsigned char* pElement)
 {
     uint64_t nBits = 0;
@@ -30,7 +30,7 @@ uint64_t LoadElement(const SElementType& type, const unsigned char* pElement)
                                               : nHigh >> nUnused;
 }
 
-/// The piece of a register that has all the bytes of a place; null if there is none.
+/// The piece in a register that contains all bytes of a place; null if there is none.
 const SBoundVariable::SPiece* FindPieceOf(const SBoundVariable& variable, size_t nOffset, size_t nBytes)
 {
     for (const SBoundVariable::SPiece& piece : variable.vPieces)
@@ -43,7 +43,7 @@ const SBoundVariable::SPiece* FindPieceOf(const SBoundVariable& variable, size_t
     return nullptr;
 }
 
-/// Copies a word of a piece for many work-items.
+/// Copies a word of a piece for a number of work-items.
 void LoadWords(const SBoundVariable::SPiece& piece, size_t nFirst, size_t nCount, unsigned char* pBytes)
 {
     const unsigned int* pWord = &piece.values[nFirst][piece.nComponent];
@@ -80,7 +80,7 @@ bool ReadPieces(const SBoundVariable& variable, size_t nOffset, size_t nItem, un
     return true;
 }
 
-/// Puts elements in the place of their indices.
+/// Replaces indices by the elements.
 void CEvaluator::LoadElements(const SExpressionNode& node, size_t nNode, SBlock& block, size_t nFirst, size_t nCount)
 {
     const SElementType& type = *node.elements.pType;
@@ -100,7 +100,7 @@ void CEvaluator::LoadElements(const SExpressionNode& node, size_t nNode, SBlock&
     }
 }
 
-/// Addresses and offsets, all of 64 bits, from others.
+/// Computes 64-bit addresses and offsets from others.
 void CEvaluator::FindPlaces(const SExpressionNode& node, size_t nNode, SBlock* pBlocks, size_t nCount)
 {
     for (size_t i = 0; i < nCount; ++i)
@@ -115,7 +115,7 @@ void CEvaluator::FindPlaces(const SExpressionNode& node, size_t nNode, SBlock* p
         uint64_t nSecond = LoadAs<uint64_t>(&pBlocks[1].vBytes[i * sizeof(uint64_t)]);
         if (pBlocks[1].bad[i] && !pBlocks[0].bad[i])
         {
-            pBlocks[0].bad[i] = true; // with its own reason, which stays
+            pBlocks[0].bad[i] = true; // its own reason is kept
         }
         if (node.eNode == ENode::Index && nSecond >= node.nOffset)
         {
@@ -133,14 +133,14 @@ void CEvaluator::FindPlaces(const SExpressionNode& node, size_t nNode, SBlock* p
     }
     if (node.eNode == ENode::Advance && node.pType->nSize < sizeof(uint64_t))
     {
-        // A pointer into private or local memory is shorter.
+        // Pointers to private or local memory are shorter.
         m_vScratch.resize(nCount * node.pType->nSize);
         ConvertNumbers(GetIntegerType(false, 8), pBlocks[0].vBytes.data(), *node.pType, m_vScratch.data(), nCount);
         pBlocks[0].vBytes.swap(m_vScratch);
     }
 }
 
-/// Puts values in the place of where they are.
+/// Replaces places by the values there.
 void CEvaluator::Load(const std::vector<SExpressionNode>& vNodes, size_t nNode, SBlock& block, size_t nFirst,
                       size_t nCount)
 {
@@ -170,8 +170,8 @@ void CEvaluator::Load(const std::vector<SExpressionNode>& vNodes, size_t nNode, 
     block.vBytes.swap(m_vScratch);
 }
 
-/// What most expressions are about: a variable of one word, in a register that has a value for all work-items. Its
-/// place needn't be worked out first.
+/// The most frequent case: a variable of one word in a register that has a value for all work-items. No places have to
+/// be computed.
 bool CEvaluator::LoadFromRegister(const SExpressionNode& node, SBlock& block, size_t nFirst, size_t nCount)
 {
     const SBoundVariable* const pVariable = node.eNode == ENode::Variable ? node.pVariable.get() : nullptr;

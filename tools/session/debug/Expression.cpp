@@ -90,7 +90,7 @@ void CExpression::Bind(IValueSource& source)
                                     { return node.eNode == ENode::Variable || node.eNode == ENode::Element; });
     if (bNames)
     {
-        Parse(&source); // a name may mean something else than where the expression was made
+        Parse(&source); // a name may have another meaning than where the expression was parsed
     }
     SetFloat(false);
     m_pEvaluator->Bind(m_vNodes, source);
@@ -151,7 +151,7 @@ SSourceValue CExpression::Read(size_t nItem)
         RequireValue(0);
         return value;
     }
-    // Some bytes of a variable may be known, and others not.
+    // Some bytes of a variable may be known and others not.
     for (size_t n = 0; n < type.nSize; ++n)
     {
         value.vKnown[n] =

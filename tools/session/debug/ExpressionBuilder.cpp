@@ -12,7 +12,7 @@ namespace KestrelTool
 namespace
 {
 
-const size_t s_nMaxBytes = 1 << 16; ///< of a value that is computed with for all work-items
+const size_t s_nMaxBytes = 1 << 16; ///< of a value that is computed for all work-items
 
 bool IsReference(const SSourceType& type)
 {
@@ -140,7 +140,7 @@ void CExpressionBuilder::TakeCondition(Node nNode)
     }
 }
 
-/// Numbers and vectors of them, settled.
+/// Requires numbers or vectors of numbers, and determines their type.
 const SSourceType& CExpressionBuilder::RequireArithmetic(Node nNode, const char* pszWhat)
 {
     TakeValue(nNode);
@@ -161,7 +161,7 @@ void CExpressionBuilder::SettleBeside(Node nOpen, const SSourceType& other)
     Settle(nOpen, IsFloating(ScalarOf(other)));
 }
 
-/// The type in which two operands meet: a vector's, if one is.
+/// The common type of two operands; a vector type if one of them is a vector.
 const SSourceType& CExpressionBuilder::FindCommon(Node nLeft, Node nRight, const char* pszWhat)
 {
     const SSourceType& left = RequireArithmetic(nLeft, pszWhat);
@@ -177,7 +177,7 @@ const SSourceType& CExpressionBuilder::FindCommon(Node nLeft, Node nRight, const
     return IsVector(left) ? left : right;
 }
 
-/// Of a comparison: int, or for vectors integers of the same size.
+/// The type of a comparison's result: int, or for vectors integers of the same size.
 const SSourceType& CExpressionBuilder::TruthOf(const SSourceType& type)
 {
     return IsVector(type) ? m_Types.MakeVector(GetIntegerType(true, type.pElement->nSize), type.nCount)
@@ -262,7 +262,7 @@ CExpressionBuilder::Node CExpressionBuilder::MakeArithmetic(ENode eNode, Node nL
         Refuse(std::string(eNode == ENode::Remainder ? "%" : "this operator") + " takes integers, not " +
                common.strName);
     }
-    // Halves are computed as floats, and rounded.
+    // Halves are computed as floats, then rounded.
     const bool bHalf = IsFloating(scalar) && scalar.nSize == 2;
     const SSourceType& single = *FindScalarType("float");
     const SSourceType& computed = !bHalf             ? common
@@ -334,7 +334,7 @@ std::optional<CExpressionBuilder::Node> CExpressionBuilder::MakePointerOperation
     {
         Refuse("pointers are added to, subtracted and compared, and nothing else");
     }
-    // The number comes second on the stack if it stands second.
+    // On the stack, the operands are in the order of the source.
     SExpressionNode node = MakeParent(ENode::Advance, {nLeft, nRight}, TypeOf(IsPointer(left) ? nLeft : nRight));
     node.nScale = RequireElementSize(IsPointer(left) ? left : right);
     node.nScale = eNode == ENode::Subtract ? ~node.nScale + 1 : node.nScale;
@@ -407,7 +407,7 @@ CExpressionBuilder::Node CExpressionBuilder::MakeConversion(Node nChild, const S
     {
         Refuse(from.strName + " can't be made " + type.strName);
     }
-    // A pointer that names no address space stays in its own; 64 bits of a number are an address in global memory.
+    // A pointer type without an address space keeps the operand's; a 64-bit number is an address in global memory.
     const bool bBare = IsPointer(type) && type.eSpace == SSourceType::PrivateSpace;
     const auto eSpace = IsPointer(from)   ? from.eSpace
                         : from.nSize == 8 ? SSourceType::GlobalSpace

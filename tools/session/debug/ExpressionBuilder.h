@@ -6,11 +6,11 @@
 namespace KestrelTool
 {
 
-/// Makes the nodes of an expression, each with the type that C gives it.
+/// Builds the nodes of an expression, with the types that C gives them.
 class CExpressionBuilder
 {
 public:
-    typedef size_t Node; ///< its place in the list
+    typedef size_t Node; ///< an index in the list
 
     virtual ~CExpressionBuilder() = default;
 
@@ -19,11 +19,11 @@ protected:
 
     /// \throws CCommandError
     [[noreturn]] void Refuse(const std::string& strWhy) const;
-    /// What is wrong, with the place where it is.
+    /// Adds the place of a fault to its description.
     virtual std::string Explain(const std::string& strWhy) const = 0;
 
     Node Append(SExpressionNode node);
-    /// Null for what is still open.
+    /// Null if not determined yet.
     const SSourceType* TypeOf(Node nNode) const { return m_vNodes[nNode].GetType(); }
     Node MakeConstant(const SSourceType& type, uint64_t nBits);
     Node MakeDouble(double fValue);
@@ -41,14 +41,14 @@ protected:
     Node MakeIndex(Node nWhole, Node nIndex);
     Node MakeCall(const SBuiltIn& builtIn, const std::vector<Node>& vArguments);
 
-    /// Makes a place into the value there.
+    /// Turns a place into the value there.
     void TakeValue(Node nNode);
-    /// The same, but an array into a pointer to its first element.
+    /// The same, but an array becomes a pointer to its first element.
     void TakeOperand(Node nNode);
-    /// Has the node's value converted.
+    /// Converts the node's value.
     void TakeAs(Node nNode, const SSourceType& type);
     void Settle(Node nNode, bool bFloat) { SettleType(m_vNodes, nNode, bFloat); }
-    /// Has a condition be a number or a pointer.
+    /// Requires a condition: a number or a pointer.
     void TakeCondition(Node nNode);
 
     CTypeStore& m_Types;

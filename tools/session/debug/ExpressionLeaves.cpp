@@ -1,4 +1,4 @@
-// What expressions are made of: numbers, names, registers and work-items.
+// The leaves of expressions: numbers, names, registers and work-items.
 
 #include "tools/session/debug/ExpressionParser.h"
 
@@ -26,7 +26,7 @@ std::optional<CExpressionParser::Node> CExpressionParser::ParseKeyword(const std
         m_vNodes[nNode].bNaN = strWord == "nan";
         return nNode;
     }
-    // A variable may be called count; what counts has a bracket after it.
+    // A variable may be called count; the aggregate is followed by a parenthesis.
     const bool bVariable = strWord == "count" && !IsBracketNext() && m_pNames != nullptr &&
                            m_pNames->FindVariable(strWord, false).has_value();
     if (strWord == "any" || strWord == "all" || (strWord == "count" && !bVariable))
@@ -40,7 +40,7 @@ std::optional<CExpressionParser::Node> CExpressionParser::ParseKeyword(const std
     return strWord == "sizeof" ? std::optional<Node>(ParseSize()) : std::nullopt;
 }
 
-/// Whether a bracket comes next, with or without "/a" before it.
+/// Whether a parenthesis follows, with or without "/a" before it.
 bool CExpressionParser::IsBracketNext() const
 {
     size_t nPos = m_strText.find_first_not_of(" \t", m_nPos);
@@ -226,7 +226,7 @@ CExpressionParser::Node CExpressionParser::ParseAggregate(const std::string& str
         {
             Fail("\"(\" behind count");
         }
-        m_nAggregateDepth = 0; // it ends at its bracket
+        m_nAggregateDepth = 0; // the aggregate ends at its parenthesis
         node.vChildren = {ParseChoice()};
         Close();
     }
@@ -249,7 +249,7 @@ CExpressionParser::Node CExpressionParser::ParseComponent()
         Fail("a register, a number or \"(\"");
     }
     const std::string strWord = m_strText.substr(nStart, m_nPos - nStart);
-    if (!IsSpelledAsRegister(strWord) && strWord[0] != 'v') // as ids begin
+    if (!IsSpelledAsRegister(strWord) && strWord[0] != 'v') // names of ids begin with v
     {
         throw CCommandError("there is no " + strWord + " here, be it a variable, an argument or a register");
     }

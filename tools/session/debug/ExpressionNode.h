@@ -10,12 +10,12 @@ namespace KestrelTool
 enum class ENode
 {
     Number,
-    Component,   ///< of a register, one word or a pair
+    Component,   ///< of a register: one word or a pair
     Item,        ///< a coordinate of the work-item
-    Element,     ///< of an argument; the child is the index
-    Variable,    ///< of the source: the place of it, or of a part at a fixed offset
+    Element,     ///< of an argument; its child is the index
+    Variable,    ///< a source variable's place, or that of a part at a constant offset
     Dereference, ///< the place that a pointer points to
-    Index,       ///< a place, an element's number after it
+    Index,       ///< the element of a place at an index
     Member,      ///< of a place or of a value
     Address,     ///< of a place
     Swizzle,     ///< components of a vector
@@ -24,8 +24,8 @@ enum class ENode
     Reread,      ///< the same bits as another type
     Choose,      ///< ?:
     Call,        ///< of a built-in function
-    Advance,     ///< a pointer and a number of elements
-    Distance,    ///< of two pointers, in elements
+    Advance,     ///< a pointer plus a number of elements
+    Distance,    ///< between two pointers, in elements
     Negate,
     Not,
     Complement,
@@ -73,51 +73,51 @@ enum class ERead
 
 struct SBuiltIn;
 
-/// Where a variable is at a stop.
+/// The place of a variable at a stop.
 struct SBoundVariable
 {
     struct SPiece
     {
-        size_t nFirst = 0; ///< byte of the variable
+        size_t nFirst = 0; ///< first byte within the variable
         size_t nBytes = 0;
-        SRegisterView values; ///< of a register
+        SRegisterView values; ///< if in a register
         unsigned int nComponent = 0;
-        std::vector<unsigned char> vBytes; ///< the same for all, or a work-item's after the other's
+        std::vector<unsigned char> vBytes; ///< common to all work-items, or one work-item's after the other
         bool bForAll = true;
     };
 
-    bool bMemory = false; ///< it has an address, in the memory of the node's space
+    bool bMemory = false; ///< it has an address in the memory of the node's space
     uint64_t nBase = 0;
     std::vector<SPiece> vPieces;
-    std::vector<bool> vKnown; ///< by byte, where it has no address
+    std::vector<bool> vKnown; ///< by byte, if it has no address
 };
 
-/// A node of an expression. Nodes stand in one list, each after those that it is made of, so that nothing that walks
-/// over them has to recurse.
+/// A node of an expression. The nodes are in one list, each after its children, so that no code has to recurse over
+/// them.
 ///
-/// What a node gives is a value, or the place of one. A place is loaded where bLoad says so, and the value then
-/// converted to pAs where that is given: operands are known before the operator that wants them converted.
+/// A node gives a value or a place. With bLoad a place is replaced by the value there, which is then converted to pAs
+/// if that is set: operands are built before the operator that wants them converted.
 struct SExpressionNode
 {
     ENode eNode = ENode::Number;
-    const SSourceType* pType = nullptr; ///< null: registers alone, so that what stands beside decides
+    const SSourceType* pType = nullptr; ///< null: only registers, so that the other operand decides
     const SSourceType* pAs = nullptr;
-    std::vector<size_t> vChildren; ///< places in the list
-    size_t nBegin = 0;             ///< the first node of the subtree; the node itself is its last
+    std::vector<size_t> vChildren; ///< indices in the list
+    size_t nBegin = 0;             ///< the first node of the subtree, whose last one is this node
 
     bool bPlace = false;
     bool bLoad = false;
-    bool bDecay = false;                                    ///< an array, which stands for a pointer to its first
-    size_t nRoot = 0;                                       ///< of a place: the variable or pointer that it begins with
-    SSourceType::ESpace eSpace = SSourceType::PrivateSpace; ///< of such a root
+    bool bDecay = false;                                    ///< an array that becomes a pointer to its first element
+    size_t nRoot = 0;                                       ///< of a place: the variable or pointer at its start
+    SSourceType::ESpace eSpace = SSourceType::PrivateSpace; ///< of that root
 
-    std::vector<unsigned char> vConstant; ///< of a number; also what an aggregate gave
+    std::vector<unsigned char> vConstant; ///< of a number; also the result of an aggregate
     SOperand operand;
     ERead eRead = ERead::Int;
     bool bReadGiven = false;
     unsigned int nItem = 0; ///< index into the coordinates' names
-    bool bAllItems = false; ///< of an aggregate
-    bool bNaN = false;      ///< a number, the word nan
+    bool bAllItems = false; ///< for an aggregate
+    bool bNaN = false;      ///< a number written as the word nan
     bool bNaNsEqual = false;
     size_t nOffset = 0; ///< of a variable's part, or of a member
     size_t nScale = 1;  ///< bytes of an element
@@ -131,22 +131,22 @@ struct SExpressionNode
     std::shared_ptr<const SBoundVariable> pVariable; ///< once bound
 
     bool IsAggregate() const { return eNode == ENode::Any || eNode == ENode::All || eNode == ENode::Count; }
-    /// Of what it leaves.
+    /// The type of the result.
     const SSourceType* GetType() const { return pAs != nullptr ? pAs : pType; }
     bool IsValue() const { return !bPlace || bLoad || bDecay; }
 };
 
-/// The coordinates of a work-item that expressions know, with "$" in front.
+/// The names of a work-item's coordinates in expressions, with "$".
 extern const char* const g_ItemNames[];
 extern const size_t g_nItemNames;
 
-/// Makes the nodes of a text, with all types settled but that of lone components.
+/// Parses a text into nodes, with all types determined except those of single components.
 std::vector<SExpressionNode> ParseExpression(const std::string& strText, IValueSource* pNames, CTypeStore& types);
-/// The type that a text is the name of; null if it is none.
+/// The type that a text names; null if it names none.
 const SSourceType* ParseTypeName(const std::string& strText, IValueSource* pNames, CTypeStore& types);
-/// Settles the type of a subtree that is still open.
+/// Determines the type of a subtree where that is still open.
 void SettleType(std::vector<SExpressionNode>& vNodes, size_t nNode, bool bFloat);
-/// Whether a text is spelled as a register is.
+/// Whether a text has the form of a register's name.
 bool IsSpelledAsRegister(const std::string& strName);
 
 } // namespace KestrelTool

@@ -14,7 +14,7 @@ const char* const s_Aggregates[] = {"any", "all", "count"};
 
 } // namespace
 
-// Longer spellings stand in front of their beginnings.
+// Longer operators come before those that they begin with.
 const CExpressionParser::SOperator CExpressionParser::s_Operators[] = {
     {"||", ENode::Or, 1},     {"&&", ENode::And, 2},       {"<<", ENode::ShiftLeft, 8}, {">>", ENode::ShiftRight, 8},
     {"==", ENode::Equal, 6},  {"!=", ENode::NotEqual, 6},  {"<=", ENode::LessEqual, 7}, {">=", ENode::GreaterEqual, 7},

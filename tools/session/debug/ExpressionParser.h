@@ -8,7 +8,7 @@
 namespace KestrelTool
 {
 
-/// Reads an expression from the left to the right.
+/// Parses an expression from left to right.
 class CExpressionParser : private CExpressionBuilder
 {
 public:
@@ -24,7 +24,7 @@ private:
     {
         const char* pszText;
         ENode eNode;
-        int nLevel; ///< binds closer when higher
+        int nLevel; ///< higher binds tighter
     };
 
     static const SOperator s_Operators[];
@@ -45,7 +45,7 @@ private:
     std::string TakeWord();
     bool IsBracketNext() const;
     const SOperator* TakeOperator(int nLevel);
-    /// "any A && any B": the first any ends in front of an operator after which the next one begins.
+    /// "any A && any B": the first any ends before an operator that is followed by another aggregate.
     bool IsBetweenAggregates(const SOperator& entry) const;
 
     // ---- operators
@@ -53,7 +53,7 @@ private:
     Node ParseChoice();
     Node ParseBinary(int nLevel);
 
-    /// Everything that nests counts here.
+    /// Counts the depth of everything that nests.
     class CNesting
     {
     public:
@@ -78,41 +78,41 @@ private:
     Node ParseSuffixes(Node nNode);
     Node ParsePrimary();
     std::optional<Node> ParseKeyword(const std::string& strWord);
-    /// A variable of the source goes before a register and an argument of the same name. A pointer argument that has no
-    /// place at the stop stands for the buffer of the launch.
+    /// A source variable takes precedence over a register and an argument with the same name. A pointer argument
+    /// without a place at the stop stands for its buffer.
     std::optional<Node> ParseName(const std::string& strWord, size_t nStart);
 
     // ---- types
 
-    /// "const unsigned int" and the like, as FindScalarType has it; empty if no type begins here.
+    /// Takes "const unsigned int" or similar, as FindScalarType expects it; empty if no type begins here.
     std::string TakeTypeWords();
     void NoteSpace(const std::string& strWord);
     const SSourceType* FindType(const std::string& strName);
-    /// A type with its stars; null, and nothing taken, if there is none.
+    /// Takes a type with its stars; null, with nothing taken, if there is none.
     const SSourceType* TakeType();
     const SSourceType* TakeTypeInBrackets();
-    /// Behind "(type)".
+    /// To be called after "(type)".
     Node ParseCast(const SSourceType& type, size_t nAt);
-    /// A lone component is read as the type, and a value converted to it.
+    /// Reads a single component as the type; converts any other value to it.
     Node Convert(Node nChild, const SSourceType& type);
     Node ParseSize();
 
     // ---- calls
 
-    /// Behind "(", up to ")".
+    /// To be called after "("; parses up to ")".
     std::vector<Node> ParseArguments();
-    /// A built-in function, or a type as one: float(x), convert_int4(v), as_uint(f).
+    /// Parses the call of a built-in function, or of a type: float(x), convert_int4(v), as_uint(f).
     Node ParseCall(const std::string& strName, size_t nStart);
 
     // ---- leaves
 
-    /// Behind the name of an argument.
+    /// To be called after the name of an argument.
     Node ParseElement(const SElements& elements);
     void CloseIndex();
     void Close();
     Node ParseNumber();
     Node ParseCharacter();
-    /// The type of an integer, with the letters after it. As in C, decimal numbers are signed unless they say
+    /// The type of an integer, by its value and suffix. As in C, decimal numbers are signed unless the suffix says
     /// otherwise.
     const SSourceType& TakeSuffix(uint64_t nValue, bool bDecimal);
     Node ParseItem();
@@ -122,11 +122,11 @@ private:
     const std::string& m_strText;
     IValueSource* m_pNames;
     size_t m_nPos = 0;
-    size_t m_nBlame = 0; ///< where that begins which may be refused
+    size_t m_nBlame = 0; ///< where the part begins that errors refer to
     SSourceType::ESpace m_eSpace = SSourceType::PrivateSpace;
     int m_nPairsAllowed = 0;
     bool m_bInAggregate = false;
-    int m_nAggregateDepth = 0; ///< of what nests where the aggregate began
+    int m_nAggregateDepth = 0; ///< nesting depth where the aggregate began
     int m_nDepth = 0;
 };
 

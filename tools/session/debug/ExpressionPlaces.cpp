@@ -1,4 +1,4 @@
-// Places that expressions name, and calls.
+// Places and calls in expressions.
 
 #include "tools/session/debug/ExpressionBuilder.h"
 
@@ -24,7 +24,7 @@ std::vector<unsigned int> EveryOther(unsigned int nFirst, unsigned int nStep, un
     return vParts;
 }
 
-/// "xy", "s03f", "lo" and the like; none if it is nothing of the kind.
+/// "xy", "s03f", "lo" and so on; empty for anything else.
 std::vector<unsigned int> ReadComponents(const std::string& strName, size_t nCount)
 {
     const unsigned int nHalf = static_cast<unsigned int>((nCount + 1) / 2);
@@ -171,7 +171,7 @@ CExpressionBuilder::Node CExpressionBuilder::MakeIndex(Node nWhole, Node nIndex)
     const SSourceType& type = *TypeOf(nWhole);
     if (IsPointer(type))
     {
-        // TakeValue makes no node, so that the pointer stays in front of its index.
+        // TakeValue adds no node, so the pointer stays before its index.
         TakeValue(nWhole);
         return MakeDereference(MakeBinary(ENode::Add, nWhole, nIndex));
     }
@@ -232,7 +232,7 @@ CExpressionBuilder::Node CExpressionBuilder::MakeCall(const SBuiltIn& builtIn, c
     const SSourceType* pCommon = &RequireArithmetic(vArguments[0], builtIn.pszName);
     for (const Node nArgument : vArguments)
     {
-        // What is all of one type stays what it is.
+        // If all arguments have the same type, it isn't converted.
         pCommon = IsSameType(*pCommon, RequireArithmetic(nArgument, builtIn.pszName)) ? pCommon
                   : IsVector(*pCommon) && !IsVector(*TypeOf(nArgument))
                       ? pCommon

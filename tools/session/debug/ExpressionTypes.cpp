@@ -1,4 +1,4 @@
-// Types in expressions, and what is spelled as a call.
+// Types in expressions, and operations written as calls.
 
 #include "tools/session/debug/ExpressionParser.h"
 
@@ -10,7 +10,7 @@ namespace KestrelTool
 namespace
 {
 
-/// How a type reads components of registers that stand in its brackets: float(r3.x).
+/// How a type reads register components in its parentheses: float(r3.x).
 struct SRegisterRead
 {
     const char* pszName;
@@ -128,7 +128,7 @@ CExpressionParser::Node CExpressionParser::ParseCast(const SSourceType& type, si
     {
         const std::vector<Node> vParts = ParseArguments();
         m_nBlame = nAt;
-        return ParseSuffixes(MakeVector(type, vParts)); // unlike a cast, a vector literal takes them itself
+        return ParseSuffixes(MakeVector(type, vParts)); // unlike a cast, a vector literal takes suffixes itself
     }
     const Node nChild = ParseUnary();
     m_nBlame = nAt;

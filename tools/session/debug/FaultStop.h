@@ -10,20 +10,19 @@
 namespace KestrelTool
 {
 
-/// Something that a kernel does wrong at a line.
+/// A fault of a kernel at one line.
 struct SFaultPlace
 {
     std::string strMessage;
-    std::set<size_t> items; ///< the work-items that do it; of a barrier, one that doesn't come to it
-    bool bMissing = false;  ///< it is a barrier
-    /// Where an access that does it goes to, in the buffer of an argument or as instructions have it. Without one it is
-    /// told the first time that any of the work-items comes here.
+    std::set<size_t> items; ///< the work-items with the fault; for a barrier, one that doesn't reach it
+    bool bMissing = false;  ///< a barrier that isn't reached by all
+    /// The address of the faulty access, in an argument's buffer or as instructions have it. Without an address, the
+    /// first time that any of the work-items comes here counts.
     std::optional<uint64_t> nAddress;
     std::optional<size_t> nArgument;
 };
 
-/// What a kernel does wrong, in front of which a session stops. A run of its own has told which instructions of which
-/// work-items these are.
+/// Faults of a kernel before which a session stops. The instructions and work-items were found by a separate run.
 struct SFaultStop
 {
     std::string strText;                                ///< "stop on race"

@@ -18,7 +18,7 @@ namespace KestrelTool
 namespace
 {
 
-/// An instruction with all its components spelled out, since a printer may leave out repeated ones.
+/// An instruction with all components written out, since a printer may omit repeated ones.
 std::string SpellOut(const std::string& strText)
 {
     static const std::string s_strComponents = "xyzw01_";
@@ -44,7 +44,7 @@ bool BeginsFunction(const CListing& listing, unsigned int nInstruction)
     return listing.GetMnemonic(listing.GetLineOfInstruction(nInstruction)) == "func";
 }
 
-/// "func 1026 ;walk", or the name in a line of its own below: the number, and the name or nothing.
+/// For "func 1026 ;walk", or with the name in a line below: the number, and the name or nothing.
 std::pair<std::string, std::string> ReadFunctionHead(const CListing& listing, unsigned int nInstruction)
 {
     const unsigned int nLine = listing.GetLineOfInstruction(nInstruction);
@@ -59,8 +59,8 @@ std::pair<std::string, std::string> ReadFunctionHead(const CListing& listing, un
     return {nNumber != std::string::npos ? strHead.substr(nNumber, nEnd - nNumber) : std::string(), strName};
 }
 
-/// The instruction that begins the kernel's own function of which the patched copy has one, by number, or by name since
-/// the debugger gives the copy of a function a number of its own.
+/// Finds the kernel's function that a patched copy's function comes from, and gives its first instruction. Compares
+/// numbers, or names since the debugger gives a function's copy a new number.
 std::optional<unsigned int> FindFunctionLike(const CListing& listing, const std::pair<std::string, std::string>& head)
 {
     std::optional<unsigned int> byName;
@@ -80,9 +80,8 @@ std::optional<unsigned int> FindFunctionLike(const CListing& listing, const std:
     return byName;
 }
 
-/// The line of the kernel's own text that stands for an instruction of a patched copy. Patching leaves instructions as
-/// they are and puts others between them, so it is the one of the same function with the same text and as many of its
-/// like in front.
+/// Finds the line of the kernel's text that an instruction of a patched copy comes from. Patching only inserts
+/// instructions, so it is the line in the same function with the same text that is preceded by as many equal ones.
 unsigned int FindOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
 {
     const auto spell = [](const CListing& text, unsigned int n)
@@ -110,7 +109,7 @@ unsigned int FindOriginal(const CListing& listing, const CListing& patched, unsi
     return CListing::NoLine;
 }
 
-/// The same for where a run was broken off, which may be among what the debugger has put in: the next own instruction.
+/// The same for where a run was aborted, which may be at an inserted instruction: takes the kernel's next one.
 unsigned int FindNextOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
 {
     unsigned int nLine = FindOriginal(listing, patched, nInstruction);
@@ -134,14 +133,14 @@ void CFaults::Forget()
     m_All = SFaults();
 }
 
-/// By the buffer that begins closest in front, if it is near: what is far away has nothing to do with it.
+/// Names an address by the buffer with the closest start before it, if that is near.
 std::string CFaults::NamePlace(const std::vector<SPlatformBuffer>& vBuffers, uint64_t nAddress) const
 {
     std::string strName;
     uint64_t nOffset = uint64_t(1) << 32;
     for (const SPlatformBuffer& buffer : vBuffers)
     {
-        // A patched copy has buffers of the debugger's after the kernel's own.
+        // In a patched copy, the debugger's own buffers follow the kernel's.
         const bool bOwn = buffer.nArgument < m_vArguments.size();
         if (bOwn && buffer.nAddress <= nAddress && nAddress - buffer.nAddress < nOffset)
         {
@@ -158,7 +157,7 @@ std::string CFaults::FindSource(const CListing& listing, unsigned int nLine, uin
     {
         return listing.GetPlace(nLine);
     }
-    // A kernel without a text of its own: the platform still has the lines.
+    // A kernel without IL text: the platform still knows the source lines.
     std::string strPlace(m_pControl->GetSourcePlace(nInstruction, nullptr, 0), '\0');
     const uint32_t nNeeded =
         m_pControl->GetSourcePlace(nInstruction, strPlace.data(), static_cast<uint32_t>(strPlace.size()));
@@ -173,7 +172,7 @@ std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector
     }
     SPlatformFault found = {};
     m_pControl->GetLastFault(&found);
-    // Each run begins at the kernel's first instruction, so what is known comes again.
+    // Each run starts at the kernel's first instruction, so known faults occur again.
     const bool bNews = found.nBadAccesses > m_nKnownAccesses || found.nUnreachedBarriers > m_nKnownBarriers;
     m_nKnownAccesses = std::max(m_nKnownAccesses, found.nBadAccesses);
     m_nKnownBarriers = std::max(m_nKnownBarriers, found.nUnreachedBarriers);

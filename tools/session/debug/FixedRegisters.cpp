@@ -39,7 +39,7 @@ unsigned int ReadWord(const std::string& strText)
     return static_cast<unsigned int>(std::strtoll(strText.c_str(), nullptr, 0));
 }
 
-/// The words of the declaration that counts for a line: the last one in front of it, or else the first one.
+/// The words of the declaration that applies at a line: the last one before it, or else the first one.
 std::optional<Words4> FindLiteral(const std::string& strName, const CListing& listing, unsigned int nLine)
 {
     const std::string strStart = "dcl_literal " + strName + ",";
@@ -66,7 +66,7 @@ std::optional<Words4> FindLiteral(const std::string& strName, const CListing& li
     return words;
 }
 
-/// The elements of a constant buffer that the text declares; 0 if it declares none.
+/// The size of a constant buffer as declared in the text; 0 if it isn't declared.
 unsigned int GetDeclaredElements(unsigned int nBuffer, const CListing& listing)
 {
     const std::string strStart = "dcl_cb cb" + std::to_string(nBuffer) + "[";
@@ -187,7 +187,7 @@ Words4 CFixedRegisters::ReadConstant(unsigned int nBuffer, unsigned int nElement
     return nBuffer == 0 ? ReadSizes(nElement) : ReadArgument(nElement);
 }
 
-/// Constant buffer 0: what the launch's sizes are.
+/// Constant buffer 0: the sizes of the launch.
 Words4 CFixedRegisters::ReadSizes(unsigned int nElement) const
 {
     const SExtent& extent = *m_Sources.pExtent;
@@ -219,7 +219,7 @@ uint64_t CFixedRegisters::GetLocalStart(size_t nArgument) const
     return nStart;
 }
 
-/// Constant buffer 1: the arguments, as the host gave them.
+/// Constant buffer 1: the arguments, as the host set them.
 Words4 CFixedRegisters::ReadArgument(unsigned int nElement) const
 {
     Words4 words = {};

@@ -18,18 +18,18 @@ namespace KestrelTool
 
 typedef std::array<unsigned int, 4> Words4;
 
-/// What a launch fixes and no instruction changes: literals, ids of work-items and groups, and the constant buffers.
-/// docs/il.md and docs/kernel-binary.md say what they hold.
+/// Registers whose values a launch fixes, as no instruction changes them: literals, ids of work-items and groups, and
+/// the constant buffers. docs/il.md and docs/kernel-binary.md describe their contents.
 class CFixedRegisters
 {
 public:
-    /// What the values are made of; all of it lives as long as this.
+    /// What the values are computed from; all of it must outlive this object.
     struct SSources
     {
         const SExtent* pExtent = nullptr;
         const SLaunchFile* pFile = nullptr;
         const std::vector<SKernelArgument>* pArguments = nullptr;
-        unsigned int nLocalBytes = 0;                ///< that the kernel itself declares
+        unsigned int nLocalBytes = 0;                ///< declared by the kernel itself
         bool bKnownPlatform = false;                 ///< whether constant buffer 0 is laid out as the software
                                                      ///< platform does it
         std::function<uint64_t(size_t)> findAddress; ///< of an argument's buffer; throws where it isn't known
@@ -39,11 +39,11 @@ public:
 
     /// \param strRegister  with its number: "l0", "cb1[2]", "vTidInGrp0"
     /// \param nLine        the line that reads it
-    /// \return the values, which live until the next call for the same name; nothing for a register of another kind
-    /// \throws CCommandError for one of these kinds whose value isn't known
+    /// \return the values, valid until the next call for the same name; nothing for another kind of register
+    /// \throws CCommandError if the register is of one of these kinds, but its value is unknown
     std::optional<SRegisterView> Find(const std::string& strRegister, const CListing& listing, unsigned int nLine);
 
-    /// Where a local argument's block begins, by the place that the kernel is told.
+    /// Where a local argument's block begins, as passed to the kernel.
     uint64_t GetLocalStart(size_t nArgument) const;
 
 private:

@@ -44,7 +44,7 @@ std::string FormatReal(double fValue, int nDigits)
     return stream.str() + (bLooksInteger ? ".0" : "");
 }
 
-/// The values of a comparison are all ones, which is a NaN, so only the usual NaNs count as floats.
+/// A comparison gives all ones, which is a NaN, so only the usual NaNs count as floats.
 bool IsSpecialFloat(uint32_t nWord)
 {
     const uint32_t nMagnitude = nWord & 0x7FFFFFFF;

@@ -9,10 +9,10 @@
 namespace KestrelTool
 {
 
-/// How the bits of a component, or of a pair of them, are read.
+/// How to read the bits of a component or a pair.
 enum class EFormat
 {
-    Auto, ///< as the float that a word looks like, or as an integer
+    Auto, ///< as a float if the word looks like one, else as an integer
     Float,
     Int,
     Unsigned,
@@ -24,25 +24,25 @@ enum class EFormat
     Char
 };
 
-/// The format of a letter ("f d u x t c g q a"); Auto for none.
-/// \throws CCommandError for another one
+/// The format of a letter ("f d u x t c g q a"); Auto for an empty text.
+/// \throws CCommandError for any other letter
 EFormat ReadFormat(const std::string& strLetters);
 const char* GetFormatName(EFormat eFormat);
 
 float WordToFloat(uint32_t nWord);
 double WordsToDouble(uint32_t nLow, uint32_t nHigh);
 
-/// Whether a word is a float of usual size, and not a small integer or an address.
+/// Whether a word looks like a float of usual size, rather than a small integer or an address.
 bool LooksLikeFloat(uint32_t nWord);
 
-/// One word as text; the pair formats take it for an int.
+/// One word as text; formats for pairs treat it as an int.
 std::string FormatWord(uint32_t nWord, EFormat eFormat);
-/// Words as texts: one a word, or one a pair.
+/// Words as texts: one for each word, or for each pair.
 std::vector<std::string> FormatWords(const std::vector<uint32_t>& vWords, EFormat eFormat);
-/// A number with as many digits as a float has, and a mark that it is one.
+/// A number with a float's precision, and marked as a float.
 std::string FormatFloat(double fValue);
 std::string FormatDouble(double fValue);
-/// "(1, 2, 3, 4)", or the value alone if there is one.
+/// "(1, 2, 3, 4)", or only the value if there is one.
 std::string FormatTuple(const std::vector<std::string>& vTexts);
 std::string FormatHex(uint64_t nValue);
 std::string FormatBinary(uint64_t nValue);

@@ -9,7 +9,7 @@ namespace KestrelTool
 namespace
 {
 
-/// The functions of the source that one function of IL is made of, as seen from one of its lines.
+/// Adds the frames of the source functions that a line belongs to within one IL function.
 void AddFrames(const CListing& listing, const CCodeMap::SFunction* pFunction, CDebugInfo& debugInfo, unsigned int nLine,
                std::vector<SFrame>& vFrames)
 {
@@ -26,7 +26,7 @@ void AddFrames(const CListing& listing, const CCodeMap::SFunction* pFunction, CD
     }
 }
 
-/// Which place of inlining a line belongs to; 0 if that isn't known.
+/// The inlined copy that a line belongs to; 0 if unknown.
 uint64_t FindInstance(CDebugInfo& debugInfo, unsigned int nLine)
 {
     const std::vector<SSourceFrame>& vFrames = debugInfo.FindFrames(nLine);
@@ -55,7 +55,7 @@ std::vector<SFrame> ListFrames(const CListing& listing, const CCodeMap& code, CD
         const CCodeMap::SFunction* pFunction = code.FindFunction(nLine);
         if (!vFrames.empty() && vFrames.front().place && listing.GetPlace(nLine).empty())
         {
-            break; // what calls a kernel of the source isn't in the source
+            break; // the caller of a source kernel isn't in the source
         }
         AddFrames(listing, pFunction, debugInfo, nLine, vFrames);
         if (pFunction == nullptr || pFunction->nLabel == nKernelLabel || pFunction->vCallLines.size() != 1)
@@ -72,7 +72,7 @@ std::set<unsigned int> FindSourceLines(const CListing& listing, CDebugInfo& debu
 {
     const std::set<unsigned int> lines = ListSourceLines(listing, pFunction, line.strFile);
     const auto itWanted = lines.lower_bound(line.nLine);
-    std::map<uint64_t, unsigned int> mapFirst; // by place of inlining
+    std::map<uint64_t, unsigned int> mapFirst; // by inlined copy
     const unsigned int nEnd =
         pFunction != nullptr ? pFunction->nEnd : static_cast<unsigned int>(listing.GetLineCount());
     for (unsigned int nLine = pFunction != nullptr ? pFunction->nHead : 0; itWanted != lines.end() && nLine <= nEnd;

@@ -11,31 +11,31 @@
 namespace KestrelTool
 {
 
-/// A function that a stop is in, inlined or called.
+/// A function on the call stack of a stop, inlined or called.
 struct SFrame
 {
     std::string strFunction;
-    unsigned int nLine = 0;           ///< of IL: where the stop is, or the call of the frame before
-    std::optional<SSourceLine> place; ///< of the source: the same
-    unsigned int nDepth = 0;          ///< among the functions of the source that the line is in, from the innermost
+    unsigned int nLine = 0;           ///< of IL: the stop's, or that of the call made by the previous frame
+    std::optional<SSourceLine> place; ///< the same in the source
+    unsigned int nDepth = 0;          ///< among the source functions that contain the line, from the innermost
 };
 
-/// The functions that a line of IL is in, the innermost first, up to the kernel. They end early where a function is
-/// called from more than one place, since a position doesn't tell which call it is.
-/// \param nKernelLabel  the kernel's own function: what calls it is nobody's
+/// The call stack of a line of IL, innermost function first, up to the kernel. It is cut off at a function that is
+/// called from several places, since a position doesn't tell which call it is.
+/// \param nKernelLabel  the kernel's own function, whose caller isn't shown
 std::vector<SFrame> ListFrames(const CListing& listing, const CCodeMap& code, CDebugInfo& debugInfo,
                                unsigned int nKernelLabel, unsigned int nLine);
 
-/// Lines of IL at which a line of a file begins, one for each place where its function is inlined. Without code of its
-/// own it is the next line that has some.
-/// \param pFunction  the function of IL to look in; null for all
+/// The IL lines at which a source line begins, one for each inlined copy of its function. If the line has no code, uses
+/// the next line that has some.
+/// \param pFunction  the IL function to search; null for all
 std::set<unsigned int> FindSourceLines(const CListing& listing, CDebugInfo& debugInfo,
                                        const CCodeMap::SFunction* pFunction, const SSourceLine& line);
 
-/// The functions of the source that have instructions in a function of IL.
+/// The source functions that have instructions in an IL function.
 std::set<std::string> ListSourceFunctions(CDebugInfo& debugInfo, const CCodeMap::SFunction* pFunction);
 
-/// Lines of IL at which a function of the source begins, one for each place where it is inlined.
+/// The IL lines at which a source function begins, one for each inlined copy.
 std::set<unsigned int> FindSourceFunction(const CListing& listing, CDebugInfo& debugInfo, const std::string& strName);
 
 } // namespace KestrelTool

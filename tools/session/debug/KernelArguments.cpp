@@ -128,7 +128,7 @@ std::vector<SKernelArgument> ReadArguments(const std::vector<std::string>& vMeta
         }
         else if (argument.strKind == "sampler" && ToNumber(vFields, 3) == 0)
         {
-            // One that the host sets; the kernel's own are no arguments.
+            // A sampler that the host sets; the kernel's own aren't arguments.
             argument.strType = "sampler_t";
             argument.nResource = ToNumber(vFields, 2);
         }

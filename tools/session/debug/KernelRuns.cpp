@@ -16,7 +16,7 @@ namespace
 
 typedef std::chrono::steady_clock Clock;
 
-// The runtime's calls carry nothing of the tool's, so what they report to stands here.
+// Global, since calls of the runtime have no parameter for it.
 struct SShared
 {
     std::mutex mutex;
@@ -28,10 +28,10 @@ struct SShared
     Clock::time_point start;
     std::vector<char> vImage;
     bool bRefusing = false;
-    uint64_t nWatched = 0; ///< mappings are kept up to the end of this run; 0 for none
+    uint64_t nWatched = 0; ///< mappings are kept until the end of this run; 0 for none
     std::vector<std::vector<unsigned char>> vReads;
-    const SPlatformControl* pControl = nullptr; ///< that counts plain runs; null for none
-    cl_uint nArguments = 0;                     ///< of the kernel as it is
+    const SPlatformControl* pControl = nullptr; ///< counts plain runs; null for none
+    cl_uint nArguments = 0;                     ///< of the unpatched kernel
 };
 
 const size_t s_nSmallBuffer = 1 << 16;
@@ -43,7 +43,7 @@ SShared& Shared()
     return s_Shared;
 }
 
-/// \return whether the run is refused
+/// \return whether to refuse the run
 bool NoteStart()
 {
     const std::lock_guard<std::mutex> lock(Shared().mutex);
@@ -69,7 +69,7 @@ void NoteEnd()
     }
 }
 
-/// \param nCode  of the wait for a run
+/// \param nCode  result of waiting for the run
 cl_int TellEnd(cl_int nCode)
 {
     NoteEnd();
@@ -140,7 +140,7 @@ cl_program CL_API_CALL CreateProgram(cl_context context, cl_uint nDevices, const
                                                       pCode);
 }
 
-/// What the runtime lacks stays missing.
+/// Leaves a function missing if the runtime doesn't have it.
 template <typename Function>
 void Replace(Function& entry, Function replacement)
 {

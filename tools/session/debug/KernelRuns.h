@@ -12,9 +12,8 @@ struct SPlatformControl;
 namespace KestrelTool
 {
 
-/// Looks over the debugger's shoulder: makes it call the runtime through a table that counts its
-/// kernel runs, keeps the image of the program that it built last and what it has read of its first runs, and
-/// can refuse further runs. One at a time in a process.
+/// Observes the debugger: makes it call the runtime through a table that counts its kernel runs, keeps the image of the
+/// last program that it built and what it read after its first runs, and can refuse further runs. Only one per process.
 class CKernelRuns
 {
 public:
@@ -23,31 +22,31 @@ public:
     CKernelRuns(const CKernelRuns&) = delete;
     CKernelRuns& operator=(const CKernelRuns&) = delete;
 
-    /// Kernel runs of the debugger so far.
+    /// How many kernel runs the debugger has made.
     uint64_t GetCount() const;
-    /// Seconds from enqueue to end that the runs have taken, as the runtime's waits show them.
+    /// The total time of the runs from enqueue to end, in seconds, measured at the runtime's waits.
     double GetSeconds() const;
-    /// Seconds of the longest one.
+    /// The time of the longest run, in seconds.
     double GetLongestSeconds() const;
-    /// How long the present run has been under way; 0 without one.
+    /// How long the current run has taken so far; 0 if there is none.
     double GetRunningSeconds() const;
-    /// The image of the last program made from a binary.
+    /// The image of the last program that was created from a binary.
     std::vector<char> GetLastImage() const;
 
-    /// Refuses kernel runs from now on, so that the debugger's work comes to an end; or no longer.
+    /// Refuses kernel runs, so that the debugger's work comes to an end, or allows them again.
     void Refuse(bool bRefuse);
-    /// From now on the platform counts who comes to each instruction of the kernel as it is, be it run by the debugger
-    /// or by the runtime, but not of patched copies, which have more arguments.
-    /// \param pControl  null ends it
+    /// Makes the platform count how many work-items reach each instruction of the unpatched kernel, whether the
+    /// debugger or the runtime runs it. Patched copies aren't counted; they are known by having more arguments.
+    /// \param pControl  null to stop counting
     void CountPlainRuns(const SPlatformControl* pControl, cl_uint nArguments);
-    /// Keeps what small buffers hold that the debugger maps for reading during its next few kernel runs.
+    /// Keeps a copy of small buffers that the debugger maps for reading during its next few kernel runs.
     void WatchFirstRuns();
-    /// What has been kept. Early in a session a run copies the kernel's arguments to where the debugger reads them.
+    /// Those copies. Early in a session, a run copies the kernel's arguments to where the debugger can read them.
     std::vector<std::vector<unsigned char>> GetFirstReads() const;
 
 private:
     const CLibraries& m_Lib;
-    const cl_icd_dispatch_table m_Noting; ///< what the counting calls go on to
+    const cl_icd_dispatch_table m_Noting; ///< what the counting calls pass calls on to
 };
 
 } // namespace KestrelTool

@@ -9,14 +9,14 @@
 namespace KestrelTool
 {
 
-/// Whether the stop's function has lines of a source.
+/// Whether the stop's function has source lines.
 bool CLineStepper::HasLines() const
 {
     const SFunction* pFunction = m_Debugger.GetCode().FindFunction(m_Debugger.GetLine());
     return KestrelTool::HasLines(m_Debugger.GetListing(), pFunction);
 }
 
-/// Forward the line that one stands in is left. Back its beginning is as good as that of another one.
+/// Forward, the current line doesn't count. Backward, its beginning counts like that of any other line.
 bool CLineStepper::IsStop(unsigned int nLine, bool bBack) const
 {
     const CListing& listing = m_Debugger.GetListing();
@@ -29,7 +29,7 @@ size_t CLineStepper::CountFrames(unsigned int nLine)
     return m_Debugger.GetDebugInfo().FindFrames(nLine).size();
 }
 
-/// \param bInto  functions that are called from here count too, inlined ones among them
+/// \param bInto  include functions called from here, even inlined ones
 std::set<unsigned int> CLineStepper::FindStops(bool bInto, bool bBack)
 {
     const SFunction* pHere = m_Debugger.GetCode().FindFunction(m_Debugger.GetLine());
@@ -45,7 +45,7 @@ std::set<unsigned int> CLineStepper::FindStops(bool bInto, bool bBack)
     }
     if (pHere != nullptr)
     {
-        // What calls the kernel comes from nowhere: there is nothing to see after its end.
+        // The caller of the kernel has no source lines, so there is nothing to show after the kernel's end.
         std::copy_if(pHere->vCallLines.begin(), pHere->vCallLines.end(), std::inserter(stops, stops.end()),
                      [this](unsigned int nCall) { return !m_Debugger.GetListing().GetPlace(nCall).empty(); });
     }

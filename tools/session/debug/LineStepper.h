@@ -6,19 +6,19 @@
 namespace KestrelTool
 {
 
-/// Steps by lines of the source where a kernel has them, and by instructions elsewhere. It stops at the first
-/// instruction of a line's code only, so that a loop within one line is passed over as a whole.
+/// Steps by source lines where a kernel has them, and by instructions elsewhere. It stops only at the first instruction
+/// of a line's code, so that a loop within one line is stepped over as a whole.
 class CLineStepper
 {
 public:
     explicit CLineStepper(CDebugger& debugger) : m_Debugger(debugger) {}
 
-    /// To the next line, into functions.
-    /// \param bFocus  to the next one that the work-item in focus comes to
+    /// To the next line, into called functions.
+    /// \param bFocus  to the next line that the focused work-item reaches
     void Step(size_t nTimes, bool bFocus = false);
-    /// To the next line of the same function, or of the caller's.
+    /// To the next line of the same function, or of its caller.
     void Next(size_t nTimes, bool bFocus = false);
-    /// To a later line of the same function, or of the caller's: not back to a loop's beginning.
+    /// To a later line of the same function, or of its caller: not back to the start of a loop.
     void Until();
     /// To after the function's call, inlined or not.
     void Finish();

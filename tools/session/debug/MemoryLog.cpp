@@ -8,7 +8,7 @@ namespace KestrelTool
 namespace
 {
 
-const size_t s_nMostLogged = size_t(64) << 20; ///< bytes of a stop
+const size_t s_nMostLogged = size_t(64) << 20; ///< bytes for each stop
 
 } // namespace
 

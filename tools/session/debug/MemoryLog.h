@@ -10,7 +10,7 @@
 namespace KestrelTool
 {
 
-/// Bytes of memory that somebody asks for at a stop.
+/// A range of memory that is read at a stop.
 struct SMemoryRead
 {
     enum EKind
@@ -21,8 +21,8 @@ struct SMemoryRead
     };
 
     EKind eKind;
-    size_t nPlace; ///< a buffer's argument, a resource of local memory; 0 for private memory
-    size_t nGroup; ///< of local memory; else 0
+    size_t nPlace; ///< a buffer's argument, or a resource of local memory; 0 for private memory
+    size_t nGroup; ///< for local memory; else 0
     uint64_t nOffset;
     size_t nBytes;
 
@@ -33,15 +33,15 @@ struct SMemoryRead
     }
 };
 
-/// What was read of memory at a stop and at the one before it, up to some size.
+/// The memory that was read at a stop and at the one before it, limited in size.
 class CMemoryLog
 {
 public:
     void Note(const SMemoryRead& read, const std::vector<unsigned char>& vBytes) { m_Now.Add(read, vBytes); }
     void NoteEarlier(const SMemoryRead& read, const std::vector<unsigned char>& vBytes) { m_Earlier.Add(read, vBytes); }
-    /// Null for what wasn't read there.
+    /// Null if it wasn't read there.
     const std::vector<unsigned char>* FindEarlier(const SMemoryRead& read) const;
-    /// The present stop becomes the earlier one.
+    /// Makes the current stop the earlier one.
     void GoOn();
     void Forget();
 

@@ -1,4 +1,4 @@
-// How registers are spelled.
+// Parses register names.
 
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/ExpressionNode.h"
@@ -24,7 +24,8 @@ bool IsSpelledAsRegister(const std::string& strName)
 namespace
 {
 
-/// The debugger keeps a register's number in 16 bits and an index in 32, and takes what lies beyond for another one.
+/// The debugger has 16 bits for a register's number and 32 for an index, and would take larger ones for other
+/// registers.
 void RequireNumbers(const std::string& strRegister, const std::string& strText)
 {
     for (size_t n = strRegister.find_first_of("0123456789"); n < strRegister.size();)
@@ -58,7 +59,7 @@ SOperand ReadOperand(const std::string& strText)
     RequireNumbers(operand.strRegister, strText);
     if (nDigit == std::string::npos)
     {
-        operand.strRegister += '0'; // the id registers are written without their number
+        operand.strRegister += '0'; // id registers are written without their number
     }
     if (nDot == std::string::npos)
     {

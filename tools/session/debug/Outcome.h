@@ -8,14 +8,14 @@
 namespace KestrelTool
 {
 
-/// What a launch has left, as an event has it: "outputs" of the arguments that are compared, the first elements of
-/// each, and "differences", the first of each.
+/// The results of a launch, as in an event: "outputs" with the first elements of each compared argument, and
+/// "differences" with the first difference of each.
 nlohmann::json DescribeOutputs(const CLaunch& launch);
 
-/// Why the platform has ended a plain run under way, and where it was; empty if it hasn't.
+/// Why and where the platform has stopped a plain run early; empty if it hasn't.
 std::string DescribeRunEnd(const CLibraries& libraries, const CLaunch& launch);
 
-/// The same for a plain run, with the faults that the platform has recorded.
+/// The results of a plain run, with the faults that the platform has recorded.
 nlohmann::json DescribeRun(const CLibraries& libraries, const CLaunch& launch);
 
 } // namespace KestrelTool

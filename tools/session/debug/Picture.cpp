@@ -15,7 +15,7 @@ size_t DivideUp(size_t nValue, size_t nDivisor)
     return (nValue + nDivisor - 1) / nDivisor;
 }
 
-/// The smallest power of two of cells that makes a length fit.
+/// The smallest cell size, a power of two, with which a length fits.
 size_t ChooseCell(size_t nLength, size_t nRoom)
 {
     size_t nCell = 1;

@@ -8,23 +8,23 @@
 namespace KestrelTool
 {
 
-/// How a dispatch is laid out in rows of cells so that it fits a terminal. A cell stands for one
-/// work-item, or for a block of them in a dispatch that is larger than the picture.
+/// How a dispatch is arranged in rows of cells to fit a terminal. A cell is one work-item, or a block of them if the
+/// dispatch is larger than the picture.
 struct SLayout
 {
-    size_t nColumns = 1; ///< cells of a row
-    size_t nRows = 1;    ///< rows of a slice
+    size_t nColumns = 1; ///< cells in a row
+    size_t nRows = 1;    ///< rows in a slice
     size_t nSlices = 1;
-    size_t cell[3] = {1, 1, 1}; ///< work-items of a cell along x, y, z
-    bool bWrapped = false;      ///< one dimension, folded into rows
+    size_t cell[3] = {1, 1, 1}; ///< work-items in a cell along x, y, z
+    bool bWrapped = false;      ///< one dimension, wrapped into rows
 
     size_t Count() const { return nColumns * nRows * nSlices; }
 };
 
-/// \param nWidth, nHeight  the cells that there is room for
+/// \param nWidth, nHeight  available cells
 SLayout MakeLayout(const SExtent& extent, size_t nWidth, size_t nHeight);
 
-/// Calls visit(cell, first, count) for each run of work-items that lie in one cell, in linear order.
+/// Calls visit(cell, first, count) for each run of consecutive work-items in one cell.
 template <typename Visitor>
 void ForEachRun(const SExtent& extent, const SLayout& layout, const Visitor& visit)
 {
@@ -42,7 +42,7 @@ void ForEachRun(const SExtent& extent, const SLayout& layout, const Visitor& vis
     }
 }
 
-/// The layout for whoever draws it, without the cells.
+/// The layout without the cells, as front ends need it to draw the picture.
 nlohmann::json DescribeLayout(const SExtent& extent, const SLayout& layout);
 
 } // namespace KestrelTool

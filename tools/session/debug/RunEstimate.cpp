@@ -8,7 +8,7 @@ namespace KestrelTool
 namespace
 {
 
-/// Which registers that are kept up to date the lines of a stretch write, called functions included.
+/// The tracked registers that ranges of lines write, including called functions.
 class CWrites
 {
 public:
@@ -17,7 +17,7 @@ public:
     {
     }
 
-    /// \param nEnd  after the last line
+    /// \param nEnd  line after the last one
     void Add(unsigned int nFirst, unsigned int nEnd)
     {
         std::vector<std::pair<unsigned int, unsigned int>> vLeft = {{nFirst, nEnd}};
@@ -73,7 +73,7 @@ size_t EstimateRuns(const CListing& listing, const CCodeMap& code, unsigned int 
         writes.Add(nFrom, nStop);
         return writes.Count() + 1 + nRunsForABlock * code.CountBlocks(nFrom, nStop);
     }
-    // Round the loop.
+    // Once around the loop.
     unsigned int nStart = 0;
     unsigned int nLoopEnd = 0;
     if (!code.FindLoop(nFrom, nStart, nLoopEnd))

@@ -8,17 +8,17 @@
 namespace KestrelTool
 {
 
-/// Where the count of kernel runs will stand at the end of a move, as far as a client can tell.
+/// A client's estimate of the number of kernel runs at the end of a movement.
 struct SRunEstimate
 {
-    uint64_t nEnd = 0;  ///< 0 if it isn't known
-    bool bWhole = true; ///< nothing follows the move but what the user has asked for
+    uint64_t nEnd = 0;  ///< 0 if unknown
+    bool bWhole = true; ///< whether this movement completes the user's command
 };
 
-/// How many kernel runs it takes to get from a line to the first of some lines: one for each kept register that the
-/// text between them writes, one for the stop, and those that decide the blocks around it. 0 if the text doesn't tell.
+/// How many kernel runs it takes to get from a line to the first of some lines: one for each tracked register written
+/// on the way, one for the stop, and those that decide about the blocks around it. 0 if the text doesn't tell.
 /// \param vTracked  registers that are kept up to date; the others are read when they are looked at
-/// \param nStop     receives the line where the way ends
+/// \param nStop     receives the line where the movement ends
 size_t EstimateRuns(const CListing& listing, const CCodeMap& code, unsigned int nFrom,
                     const std::set<unsigned int>& stops, const std::vector<std::string>& vTracked, unsigned int& nStop);
 

@@ -9,7 +9,7 @@ namespace KestrelTool
 namespace
 {
 
-// The runtime's calls carry nothing of the tool's, so what they report to stands here.
+// Global, since calls of the runtime have no parameter for it.
 struct SNotes
 {
     std::mutex mutex;
@@ -35,7 +35,7 @@ void Note(const char* pszCall, cl_int nCode)
 template <auto Entry>
 const char* s_pszName = nullptr;
 
-/// Stands for a call that gives its code, or a handle and the code by its last argument.
+/// Replaces a call that returns its code, or one that returns a handle and stores the code in its last argument.
 template <auto Entry, typename Function>
 struct TNoted;
 

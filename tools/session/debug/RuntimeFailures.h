@@ -8,18 +8,18 @@
 namespace KestrelTool
 {
 
-/// A call of the runtime that failed.
+/// A failed call of the runtime.
 struct SRuntimeFailure
 {
     const char* pszCall = nullptr; ///< null for none
     cl_int nCode = CL_SUCCESS;
 };
 
-/// A runtime's table whose calls are noted when they fail, since the debugger has one text for whatever keeps it from
-/// a session. Only calls that no session can do without are among them. The table mustn't go while the other is used.
+/// A copy of a runtime's table that notes failed calls, since the debugger has only one text for everything that
+/// prevents a session. It covers only calls that every session needs. The original table must outlive the copy's use.
 cl_icd_dispatch_table NoteFailures(const cl_icd_dispatch_table& table);
 
-/// The last call that failed.
+/// The last failed call.
 SRuntimeFailure GetLastFailure();
 void ForgetFailures();
 

@@ -11,7 +11,7 @@ namespace
 
 const size_t s_nMaxDigits = 9;
 
-/// The line that an instruction comes from, if that is in the file; 0 otherwise.
+/// The source line of an instruction if it is in this file; otherwise 0.
 unsigned int FindLineIn(const CListing& listing, unsigned int nLine, const std::string& strFile)
 {
     const std::optional<SSourceLine> place = ReadSourceLine(listing.GetPlace(nLine));

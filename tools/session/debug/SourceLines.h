@@ -17,15 +17,15 @@ struct SSourceLine
     unsigned int nLine = 0;
 };
 
-/// Of a text "FILE:LINE"; nothing for any other.
+/// Parses "FILE:LINE"; nothing for any other text.
 std::optional<SSourceLine> ReadSourceLine(const std::string& strText);
-/// Whether two names of files mean the same one, of which either may be given without its folder.
+/// Whether two file names mean the same file; either may be given without its folder.
 bool IsFile(const std::string& strOne, const std::string& strOther);
-/// Whether a function comes from lines of a source; false for a null one.
+/// Whether a function has source lines; false for null.
 bool HasLines(const CListing& listing, const CCodeMap::SFunction* pFunction);
-/// Whether an instruction is the first one of a line's code, or of a part of it.
+/// Whether an instruction is the first one of a source line's code, or of a part of it.
 bool BeginsLine(const CListing& listing, const CCodeMap& code, unsigned int nLine);
-/// Lines of a file that a function's instructions come from; of all functions for a null one.
+/// The lines of a file that a function's instructions come from; null means all functions.
 std::set<unsigned int> ListSourceLines(const CListing& listing, const CCodeMap::SFunction* pFunction,
                                        const std::string& strFile);
 

@@ -15,7 +15,7 @@ namespace
 
 const unsigned long s_nMostLine = 0x7FFFFFFF;
 
-/// Reads `#line N "file"` and `# N "file"`. \return false for another line
+/// Parses `#line N "file"` and `# N "file"`. \return false for another line
 bool ReadDirective(const std::string& strLine, unsigned int& nLine, std::string& strFile)
 {
     std::istringstream stream(strLine);
@@ -93,7 +93,7 @@ const CSourceText::Lines& CSourceText::GetLines(const std::string& strFile)
     }
     catch (const CFileError&)
     {
-        // A file that isn't there has no lines.
+        // A missing file has no lines.
     }
     return lines;
 }

@@ -8,16 +8,16 @@
 namespace KestrelTool
 {
 
-/// The lines of the files that a program in OpenCL C is made of: those of the text that was compiled, by its own #line
-/// directives, and for other files what lies on the disk now.
+/// The lines of an OpenCL C program's files: for the compiled text, located by its #line directives; for other files,
+/// as they are on disk now.
 class CSourceText
 {
 public:
-    /// \param strProgram  the text that was compiled
+    /// \param strProgram  the compiled text
     explicit CSourceText(const std::string& strProgram);
 
     /// \param nLine  from 1
-    /// \return null for a line that isn't there, or whose file can't be read
+    /// \return null for a line that doesn't exist, or whose file can't be read
     const std::string* FindLine(const std::string& strFile, unsigned int nLine);
     /// The last line of a file; 0 if it can't be read.
     unsigned int GetLastLine(const std::string& strFile);

@@ -11,7 +11,7 @@ namespace KestrelTool
 namespace
 {
 
-const size_t s_nMaxElements = 200; ///< of an array that is shown
+const size_t s_nMaxElements = 200; ///< shown of an array
 
 uint64_t BitsOf(const SSourceValue& value)
 {

@@ -9,21 +9,21 @@
 namespace KestrelTool
 {
 
-/// A value of the source, of one work-item.
+/// The value of a source expression for one work-item.
 struct SSourceValue
 {
     const SSourceType* pType = nullptr;
     std::vector<unsigned char> vBytes;
-    std::vector<bool> vKnown; ///< by byte: what has no place at this stop isn't
+    std::vector<bool> vKnown; ///< by byte: false if it has no place at this stop
 
     bool IsKnown() const;
 };
 
-/// A part of a value as a value of its own.
+/// A part of a value as a value.
 /// \throws CCommandError if it isn't inside
 SSourceValue PartOf(const SSourceValue& whole, size_t nOffset, const SSourceType& type);
 
-/// \param nameAddress  the text of a pointer; hexadecimal without one
+/// \param nameAddress  formats pointers; if empty they are hexadecimal
 std::string FormatValue(const SSourceValue& value, EFormat eFormat,
                         const std::function<std::string(uint64_t)>& nameAddress);
 

@@ -10,7 +10,7 @@ namespace KestrelTool
 namespace
 {
 
-/// \throws CCommandError for more than can be shown
+/// \throws CCommandError if the value is too large to show
 SSourceValue Unread(const SSourceType& type)
 {
     const size_t nMaxBytes = 1 << 20;
@@ -44,7 +44,7 @@ std::vector<SSourceVariable> CSourceValues::List()
     return vVariables;
 }
 
-/// What can't be had isn't known.
+/// Bytes that can't be read stay unknown.
 void CSourceValues::ReadPiece(const SValuePiece& piece, size_t nItem, SSourceValue& value, size_t nOffset)
 {
     std::vector<unsigned char> vBytes;

@@ -7,14 +7,14 @@
 namespace KestrelTool
 {
 
-/// The variables that are in scope where the next instruction stands, with the values of a stop.
+/// The variables in scope at the next instruction, with their values at the stop.
 class CSourceValues
 {
 public:
     explicit CSourceValues(CDebugger& debugger) : m_Debugger(debugger) {}
 
-    /// Those of the selected function, and those outside of all functions; a name may come more than once, the one that
-    /// the source means first.
+    /// The variables of the selected function, then global ones. If a name occurs more than once, the one that the
+    /// source refers to comes first.
     std::vector<SSourceVariable> List();
     /// \throws CCommandError if a part can't be read
     SSourceValue Read(const SSourceVariable& variable, size_t nItem);

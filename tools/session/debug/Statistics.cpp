@@ -14,15 +14,15 @@ namespace KestrelTool
 namespace
 {
 
-/// Values that one thread looks at.
+/// The values for one thread.
 struct SPart
 {
     const double* pValues;
     size_t nCount;
 };
 
-/// Calls work(number, part), which mustn't throw, for each part, in threads of their own where there are many values
-/// and several processors. Where no thread can be had the calls are made one after the other.
+/// Calls work(number, part), which mustn't throw, for each part; on several threads if there are many values and
+/// several processors. Parts for which no thread can be started run one after the other.
 template <typename Work>
 void ForEachPart(const std::vector<SPart>& vParts, const Work& work)
 {
@@ -37,7 +37,7 @@ void ForEachPart(const std::vector<SPart>& vParts, const Work& work)
     }
     catch (const std::exception&)
     {
-        // What has no thread is done here.
+        // Parts without a thread run here.
     }
     for (size_t nHere = nPart; nHere < vParts.size(); ++nHere)
     {
@@ -52,7 +52,7 @@ void ForEachPart(const std::vector<SPart>& vParts, const Work& work)
 
 std::vector<SPart> Divide(const std::vector<double>& vValues)
 {
-    const size_t nLeast = size_t(1) << 17; // below, starting a thread takes as long as the work
+    const size_t nLeast = size_t(1) << 17; // for fewer values, starting a thread takes as long as the work
     const size_t nMost = 8;
     const size_t nWanted = std::min({vValues.size() / nLeast, size_t(std::thread::hardware_concurrency()), nMost});
     const size_t nParts = std::max<size_t>(nWanted, 1);
@@ -70,7 +70,7 @@ uint64_t Mix(uint64_t nBits)
     return (nBits ^ nBits >> 29) * 0x9E3779B97F4A7C15ull;
 }
 
-/// A set that is only ever counted, for few values: its slots stay in the cache. 0 stands for an empty one.
+/// A set that only counts, for few values: its slots fit in the cache. 0 marks an empty slot.
 class CDistinct
 {
 public:
@@ -126,13 +126,13 @@ private:
 uint64_t GetBits(double fValue)
 {
     uint64_t nBits;
-    fValue = fValue == 0 ? 0.0 : fValue; // one zero
+    fValue = fValue == 0 ? 0.0 : fValue; // -0 counts as 0
     std::memcpy(&nBits, &fValue, sizeof(nBits));
     return nBits;
 }
 
-/// Counts different values that are neither 0 nor NaN, if they are few.
-/// \return false if they are many
+/// Counts distinct values other than 0 and NaN, if there are few.
+/// \return false if there are many
 bool CountFew(const std::vector<double>& vValues, size_t& nCount)
 {
     const size_t nMany = 4096;
@@ -155,8 +155,8 @@ bool CountFew(const std::vector<double>& vValues, size_t& nCount)
     return true;
 }
 
-/// Counts different values that are neither 0 nor NaN. They are dealt out to parts by their bits, equal ones to the
-/// same part, so that each part can be counted inside the cache. Takes as much memory again as the values.
+/// Counts distinct values other than 0 and NaN. Their bits decide which part they go to, so that equal values are in
+/// the same part, and each part fits in the cache. Takes as much memory again as the values.
 size_t CountMany(const std::vector<double>& vValues)
 {
     const unsigned int nPartBits = 9;
@@ -210,8 +210,8 @@ bool MarkWhole(const SPart& part, double fLow, double fHigh, std::vector<uint64_
     return true;
 }
 
-/// Counts different values that are all whole numbers, not far from each other: a bit for each number between.
-/// \return false if they aren't such
+/// Counts distinct values if they are whole numbers in a small range, with a bit for each number in the range.
+/// \return false if they aren't
 bool CountWhole(const std::vector<double>& vValues, double fLow, double fHigh, size_t& nCount)
 {
     const double fMostBits = 16.0 * static_cast<double>(vValues.size());
@@ -253,7 +253,7 @@ size_t CountDistinct(const std::vector<double>& vValues, double fLow, double fHi
     return nZero + (CountFew(vValues, nCount) ? nCount : CountMany(vValues));
 }
 
-/// Neighbours are mostly in the same bin: with a count of its own each needn't wait for the one before.
+/// Consecutive values often fall in the same bin. Separate counts avoid waiting for the previous increment.
 struct SBinCounts
 {
     static constexpr size_t Lanes = 4;
@@ -290,8 +290,8 @@ void FillHistogram(const std::vector<double>& vValues, SStatistics& statistics)
     }
 }
 
-/// Least, largest and sum of values, with NaNs left out; the same of those that are finite. Lanes side by side keep the
-/// processor's vectors busy; the first one has them all in the end.
+/// Minimum, maximum and sum of all values except NaNs, and of the finite ones. Several lanes keep the vector units
+/// busy; in the end the first lane has the total.
 struct SLimits
 {
     static constexpr size_t Lanes = 8;

@@ -11,29 +11,29 @@
 namespace KestrelTool
 {
 
-/// How many work-items a session's stops have shown at each instruction, for a comparison with a plain run's counts.
-/// What a run to a breakpoint has executed last isn't known, so that only stops after steps count. Going back takes
-/// away what a step has added; where that isn't known the sums begin anew.
+/// Counts the work-items that a session's stops have shown at each instruction, for comparison with a plain run's
+/// counts. Only stops after steps count, since the last instruction before a breakpoint isn't known. Going back
+/// subtracts what a step has added; if that isn't known, the sums start anew.
 class CStopCounts
 {
 public:
     /// A launch has begun.
     void Forget() { *this = CStopCounts(); }
-    /// A step has executed an instruction, and so many were active after it.
+    /// A step has executed an instruction; afterwards nActive work-items were active.
     void AddStep(unsigned int nInstruction, uint64_t nActive);
-    /// A run has come to a stop.
+    /// A run has led to a stop.
     void AddRun();
-    /// One stop back.
+    /// Back by one stop.
     void GoBack();
     /// Back to an earlier stop.
     void RunBack();
     bool HasAny() const { return !m_mapMost.empty(); }
 
-    /// What can't be if the session's runs took the course of the plain run. Steps from the start to the end come to
-    /// each instruction as often as that; others no more often.
+    /// Finds counts that are impossible if the session's runs went the same way as the plain run. If all steps from
+    /// start to end are known, each instruction must be reached equally often; otherwise not more often.
     /// \param vPlain  the plain run's counts by instruction; empty if it wasn't counted
-    /// \param bStepped  whether a step has led to the end
-    /// \return a sentence; empty if there is nothing to say
+    /// \param bStepped  whether the end was reached by a step
+    /// \return a sentence; empty if all is consistent
     std::string Compare(const std::vector<uint64_t>& vPlain, const CListing& listing, bool bStepped) const;
 
 private:
@@ -46,10 +46,10 @@ private:
 
     void BeginAnew();
 
-    std::vector<SStop> m_vStops;                ///< that lead to the present one, the latest at the back
+    std::vector<SStop> m_vStops;                ///< stops that led to the current one, the latest at the back
     std::map<unsigned int, uint64_t> m_mapSums; ///< by instruction, over m_vStops
     std::map<unsigned int, uint64_t> m_mapMost; ///< the largest sums so far
-    bool m_bWhole = true;                       ///< m_vStops are all stops from the launch on
+    bool m_bWhole = true;                       ///< m_vStops has all stops since the launch
 };
 
 } // namespace KestrelTool

@@ -12,7 +12,7 @@ namespace
 {
 
 const uint64_t s_nMemoryPiece = 1 << 16;
-const size_t s_nMaxPrivateReads = 1024; ///< of an expression at a stop, each for all work-items
+const size_t s_nMaxPrivateReads = 1024; ///< for an expression at a stop; each reads all work-items' memory
 
 } // namespace
 
@@ -116,7 +116,7 @@ void CStopMemory::Prepare(uint64_t nAddress, size_t nBytes)
     }
     catch (const CCommandError&)
     {
-        // Nothing lies there.
+        // Nothing is there.
     }
 }
 
@@ -202,7 +202,7 @@ std::shared_ptr<const SBoundVariable> CStopMemory::FindVariable(const SExpressio
     size_t nFirst = 0;
     for (const SValuePiece& piece : vPieces)
     {
-        // A piece that isn't asked for may cost a run of the kernel.
+        // A piece that isn't needed is skipped, as it may cost a kernel run.
         if (nFirst < nEnd && nFirst + piece.nBytes > node.nOffset)
         {
             try

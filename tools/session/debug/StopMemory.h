@@ -9,34 +9,34 @@
 namespace KestrelTool
 {
 
-/// What expressions have read of memory at a stop, in pieces that serve many work-items.
+/// The memory that expressions have read at a stop, in pieces that serve many work-items.
 class CStopMemory
 {
 public:
     void Bind(IValueSource& source);
 
-    /// Bytes of an argument's element.
+    /// The bytes of an argument's element.
     const unsigned char* FindElement(const SElements& elements, size_t nGroup, uint64_t nOffset);
-    /// Bytes at an address that a work-item sees.
-    /// \return false if nothing of that size lies there
+    /// The bytes at an address, as a work-item sees it.
+    /// \return false if there aren't that many
     bool Read(SSourceType::ESpace eSpace, uint64_t nAddress, size_t nItem, unsigned char* pBytes, size_t nBytes);
-    /// Reads private memory of all work-items that will be asked for in parts.
+    /// Reads the private memory of all work-items, parts of which will be needed.
     void Prepare(uint64_t nAddress, size_t nBytes);
-    /// Where a variable's bytes are at this stop, those from nFirst on.
+    /// The place of a variable's bytes at this stop, from nFirst on.
     std::shared_ptr<const SBoundVariable> FindVariable(const SExpressionNode& node);
 
 private:
     bool ReadPrivate(uint64_t nAddress, size_t nItem, unsigned char* pBytes, size_t nBytes);
     SBoundVariable::SPiece ReadPiece(const SValuePiece& piece, bool& bKnown);
 
-    /// What was read from last: the next work-item reads from there as a rule.
+    /// The latest piece read; the next work-item usually reads from it too.
     struct SLast
     {
         SSourceType::ESpace eSpace = SSourceType::PrivateSpace;
         size_t nGroup = 0;
         uint64_t nAddress = 0;
         size_t nBytes = 0;
-        const unsigned char* pBytes = nullptr; ///< in private memory, of the first work-item
+        const unsigned char* pBytes = nullptr; ///< in private memory, for the first work-item
     };
 
     IValueSource* m_pSource = nullptr;
@@ -44,7 +44,7 @@ private:
     SLast m_Last;
     std::map<std::pair<std::string, std::pair<size_t, uint64_t>>, std::vector<unsigned char>> m_mapElements;
     std::map<SSourceType::ESpace, std::vector<SMemory>> m_mapSpaces;
-    /// By space, place, group and number of the piece.
+    /// By space, place, group and index of the piece.
     std::map<std::pair<std::pair<int, size_t>, std::pair<size_t, uint64_t>>, std::vector<unsigned char>> m_mapPieces;
     std::map<std::pair<uint64_t, size_t>, std::vector<unsigned char>> m_mapPrivate; ///< by address and size
 };

@@ -15,7 +15,7 @@ CTarget::~CTarget()
     }
     catch (...)
     {
-        // Nobody is left to be told.
+        // Nobody is there to receive it.
         m_pError = nullptr;
     }
     if (m_Thread.joinable())
@@ -101,7 +101,7 @@ void CTarget::RunLaunch()
 {
     try
     {
-        // What is read at the stops is said at the start; up to there nothing is to be allocated for it.
+        // The start of the session chooses the registers; until then no memory is to be allocated for them.
         const ovkclDebugRegisterLocator onDemand = OVKCLDEBUG_EXT_VALUES_ON_DEMAND;
         m_Lib.ovkclDebugSetTrackingRegisters(nullptr, &onDemand, 1);
         const cl_int nCode = RunSession(m_Lib, m_Launch, *this);

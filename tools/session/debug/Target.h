@@ -12,59 +12,60 @@
 namespace KestrelTool
 {
 
-/// A debugged launch that one thread can command in straight lines. The launch and its session run
-/// on threads of their own; at each stop the session's callback waits until the commanding thread
-/// has said how to go on. Until then the debugger's pointers stay good and queries are free.
+/// A debugged launch that one thread can command step by step. The launch and its session run on threads of their own.
+/// At each stop the session's callback waits until the commanding thread tells it how to continue; until then, the
+/// debugger's pointers stay valid and queries are possible.
 class CTarget : private ISessionClient
 {
 public:
     enum EState
     {
         Idle,     ///< not launched, or over
-        AtStart,  ///< launched, in front of the first instruction
+        AtStart,  ///< launched, before the first instruction
         AtStop,   ///< stopped at a program counter
-        Finished, ///< only as what Launch and Resume give: the run is over, outputs are in place
-        Refused   ///< only as what Launch and Resume give: there was nothing to debug
+        Finished, ///< only as a result of Launch and Resume: the run is over, outputs are in place
+        Refused   ///< only as a result of Launch and Resume: nothing could be debugged
     };
 
     CTarget(const CLibraries& libraries, CLaunch& launch) : m_Lib(libraries), m_Launch(launch) {}
-    /// Lets a session that is still open run out.
+    /// Lets an open session run to its end.
     ~CTarget() override;
     CTarget(const CTarget&) = delete;
     CTarget& operator=(const CTarget&) = delete;
 
-    /// Writes the arguments anew and launches. Waits for the first event.
+    /// Writes the arguments' contents again and launches. Waits for the first event.
     EState Launch();
-    /// Answers the stop, and waits for the next event.
-    /// \throws what the session's thread has thrown
+    /// Sends the answer to a stop, and waits for the next event.
+    /// \throws whatever the session's thread has thrown
     EState Resume(ovkclDebugCommand command);
-    /// At a stop and at the start: the session's thread does it, and the waiter is called meanwhile. It mustn't throw.
+    /// At a stop or at the start: runs the query on the session's thread, and calls the waiter meanwhile. It mustn't
+    /// throw.
     void Do(const std::function<void()>& query);
-    /// Drops the session. Where kernel runs can be broken off they are, else the kernel runs out undebugged. Does
-    /// nothing when idle.
+    /// Ends the session. Aborts kernel runs if possible; otherwise the kernel runs to its end undebugged. Does nothing
+    /// when idle.
     void Drop();
 
-    /// At a stop: it is the start after all, where nothing has been executed.
+    /// At a stop: treats it as the start, since nothing has been executed.
     void StandAtStart() { m_eState = AtStart; }
 
     bool IsLive() const { return m_eState != Idle; }
     EState GetState() const { return m_eState; }
-    /// While an event or a query's end is waited for: whether it has come.
+    /// While waiting for an event or a query's end: whether it has come.
     bool HasPosted()
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         return m_ePosted != Idle && m_pQuery == nullptr;
     }
-    /// At a stop and at the start.
+    /// At a stop or at the start.
     CSession& GetSession() { return *m_pSession; }
-    /// The debugger's reason for the end of the last session; empty for none.
+    /// The debugger's reason for ending the last session; empty for none.
     const std::string& GetReason() const { return m_strReason; }
 
-    /// Called every fiftieth of a second or so by whoever waits for an event.
+    /// Called about fifty times a second by the thread that waits for an event.
     void SetWaiter(std::function<void()> waiter) { m_Waiter = std::move(waiter); }
-    /// Breaks kernel runs off, those under way and those to come, or lets them run again.
+    /// Sets a function that aborts current and future kernel runs, or allows them again.
     void SetBreaker(std::function<void(bool)> breaker) { m_Breaker = std::move(breaker); }
-    /// The code that the last launch failed with.
+    /// The error code of the last launch.
     cl_int GetCode() const { return m_nCode; }
 
 private:
@@ -91,13 +92,13 @@ private:
     std::exception_ptr m_pError;
     bool m_bRefused = false;
 
-    // What the two threads hand to each other.
+    // Data exchanged by the two threads.
     std::mutex m_Mutex;
     std::condition_variable m_Changed;
     EState m_ePosted = Idle;
     bool m_bAnswered = false;
     ovkclDebugCommand m_Answer = OVKCLDEBUG_COMMAND_CONTINUE;
-    const std::function<void()>* m_pQuery = nullptr; ///< what the session's thread has to do before it goes on to wait
+    const std::function<void()>* m_pQuery = nullptr; ///< to be run by the session's thread before it continues to wait
 };
 
 } // namespace KestrelTool

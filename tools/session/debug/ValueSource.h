@@ -13,13 +13,13 @@
 namespace KestrelTool
 {
 
-/// The extent of a dispatch; sizes of dimensions that it hasn't got are 1.
+/// The size of a dispatch; sizes of missing dimensions are 1.
 struct SExtent
 {
     unsigned int nDimensions = 1;
     size_t nGlobal[3] = {1, 1, 1};
     size_t nOffset[3] = {0, 0, 0};
-    size_t nLocal[3] = {1, 1, 1}; ///< 1 where the launch leaves it to the platform and nobody knows it yet
+    size_t nLocal[3] = {1, 1, 1}; ///< 1 if the platform chooses it and hasn't yet
     bool bLocalKnown = true;
 
     size_t Count() const { return nGlobal[0] * nGlobal[1] * nGlobal[2]; }
@@ -34,15 +34,15 @@ struct SExtent
     }
 };
 
-/// Elements in memory that have a name: those of a buffer, of a value argument, or of a group's local memory.
+/// Named elements in memory: of a buffer, a value argument, or a group's local memory.
 struct SElements
 {
     std::string strName;
     const SElementType* pType = nullptr;
-    uint64_t nCount = 0;    ///< of one group, if each has its own
+    uint64_t nCount = 0;    ///< for each group, if each has its own
     bool bPerGroup = false; ///< local memory
-    bool bAlone = false;    ///< a single value, which needs no index
-    size_t nPlace = 0;      ///< for the source, to find it again
+    bool bAlone = false;    ///< a single value, used without an index
+    size_t nPlace = 0;      ///< the source's own key
 
     uint64_t GetBytes() const { return nCount * pType->nSize; }
 };
@@ -50,15 +50,15 @@ struct SElements
 struct SFaultPlace;
 struct SWatch;
 
-/// A stretch of memory that pointers may point into.
+/// A range of memory that pointers may point into.
 struct SMemory
 {
     uint64_t nBase = 0;
     uint64_t nSize = 0;
-    size_t nPlace = 0; ///< for the source, to find it again
+    size_t nPlace = 0; ///< the source's own key
 };
 
-/// Where an expression takes the values of a stop from.
+/// Provides expressions with the values of a stop.
 class IValueSource
 {
 public:
@@ -68,44 +68,44 @@ public:
     virtual SRegisterView GetValues(const std::string& strRegister) = 0;
     virtual SMaskView GetActive() = 0;
     virtual const SExtent& GetExtent() const = 0;
-    /// The linear index of the work-item in focus.
+    /// The linear index of the focused work-item.
     virtual size_t GetFocus() const = 0;
 
-    /// Before the first instruction, where no variable has a value and arguments are those of the launch.
+    /// Before the first instruction, where variables have no values and arguments are those of the launch.
     virtual bool IsAtEntry() const { return false; }
-    /// The elements of a name; nothing if it isn't one.
+    /// The elements with this name; nothing if there are none.
     virtual std::optional<SElements> FindElements(const std::string& /*strName*/) { return std::nullopt; }
-    /// A variable of the source by its name; nothing if there is none.
-    /// \param bHere  in scope at this stop, with its place; else wherever the program has one of that name
+    /// A source variable by name; nothing if there is none.
+    /// \param bHere  in scope at this stop, with its place; otherwise any variable of the program with this name
     virtual std::optional<SSourceVariable> FindVariable(const std::string& /*strName*/, bool /*bHere*/)
     {
         return std::nullopt;
     }
-    /// The type that the program gives a name; null if it gives none.
+    /// The type with this name in the program; null if there is none.
     virtual const SSourceType* FindType(const std::string& /*strName*/) { return nullptr; }
-    /// Keeps the types that come of these alive.
+    /// Keeps the types given by these functions alive.
     virtual std::shared_ptr<const void> KeepTypes() { return nullptr; }
-    /// What pointers into global or local memory may point into.
+    /// The ranges of global or local memory that pointers may point into.
     virtual std::vector<SMemory> ListMemory(SSourceType::ESpace /*eSpace*/) { return {}; }
-    /// Bytes of one of those; all that were asked for. \param nGroup  whose, in local memory
-    /// \throws CCommandError if they can't be had
+    /// Exactly the requested bytes of such a range. \param nGroup  the group, for local memory
+    /// \throws CCommandError if they can't be read
     virtual std::vector<unsigned char> ReadMemory(SSourceType::ESpace /*eSpace*/, const SMemory& /*memory*/,
                                                   size_t /*nGroup*/, uint64_t /*nOffset*/, size_t /*nBytes*/)
     {
         return {};
     }
-    /// Bytes of the private memory of all work-items, one work-item's after the other's.
-    /// \throws CCommandError if they can't be had
+    /// Bytes of the private memory of all work-items, one work-item after the other.
+    /// \throws CCommandError if they can't be read
     virtual std::vector<unsigned char> ReadAllPrivate(uint64_t /*nAddress*/, size_t /*nBytes*/) { return {}; }
-    /// The work-items that do something wrong when a line is executed next.
+    /// The work-items for which executing this line next would be a fault.
     virtual std::vector<size_t> FindFaulty(const SFaultPlace& /*place*/, unsigned int /*nLine*/) { return {}; }
-    /// The work-items that access what is watched when a line is executed next.
+    /// The work-items that make a watched access if this line is executed next.
     virtual std::vector<size_t> FindTouchers(const SWatch& /*watch*/, unsigned int /*nLine*/) { return {}; }
-    /// An address as a user knows it.
+    /// An address in the form that users know.
     virtual std::string NameAddress(uint64_t nAddress) { return std::to_string(nAddress); }
-    /// Bytes of them, as they are at this stop; all that were asked for.
-    /// \param nGroup  whose local memory; else not looked at
-    /// \throws CCommandError if they can't be had
+    /// Exactly the requested bytes of such elements, as they are at this stop.
+    /// \param nGroup  the group, for local memory; otherwise ignored
+    /// \throws CCommandError if they can't be read
     virtual std::vector<unsigned char> ReadElements(const SElements& /*elements*/, size_t /*nGroup*/,
                                                     uint64_t /*nOffset*/, size_t /*nBytes*/)
     {

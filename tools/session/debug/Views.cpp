@@ -30,7 +30,7 @@ json ToJson(double fValue)
     return fValue;
 }
 
-/// Linear ranges, cut at the ends of the dispatch's rows.
+/// Ranges of linear indices, split at the ends of the dispatch's rows.
 class CRanges
 {
 public:
@@ -80,7 +80,7 @@ struct SCellSum
     bool bNaN = false;
 };
 
-/// The work-items that are looked at, without a mask where these are all.
+/// The selected work-items; without a mask if that is all of them.
 struct SLookedAt
 {
     SLookedAt(CDebugger& debugger, bool bEverything)
@@ -93,7 +93,7 @@ struct SLookedAt
     SMaskView mask;
 };
 
-/// The values of the work-items that are looked at.
+/// The values of the selected work-items.
 std::vector<double> CollectValues(CExpression& expression, const SLookedAt& looked, size_t nItems)
 {
     const size_t nActive = looked.bAll ? nItems : looked.mask.Count();
@@ -121,7 +121,7 @@ std::vector<double> CollectValues(CExpression& expression, const SLookedAt& look
     return vValues;
 }
 
-/// Calls visit(item, value) for the work-items that are looked at.
+/// Calls visit(item, value) for the selected work-items.
 template <typename Visitor>
 void ForEachValue(CExpression& expression, const SLookedAt& looked, size_t nStart, size_t nEnd, const Visitor& visit)
 {
@@ -363,7 +363,7 @@ json ViewDifference(CDebugger& debugger, const std::string& strExpression, EForm
     {
         const SSourceValue old = before.Read(i);
         earlier.RequireAll();
-        if (nMoves != debugger.GetMoves()) // to the earlier stop and back again, for its memory
+        if (nMoves != debugger.GetMoves()) // the debugger went to the earlier stop and back to read its memory
         {
             now.Bind(debugger);
             nMoves = debugger.GetMoves();

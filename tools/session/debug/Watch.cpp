@@ -17,8 +17,8 @@ bool HasPart(const std::string& strText, const char* pszPart)
 
 } // namespace
 
-/// The address is the first source, after the register or memory that the instruction writes if it names one; what
-/// handles several words adds a second.
+/// The address is the first source, which follows the destination if the instruction names one. Instructions with
+/// several words have a second one, which is added.
 std::vector<SOperand> FindAddressOperands(const CListing& listing, unsigned int nLine)
 {
     const std::string& strLine = listing.GetLine(nLine);

@@ -15,22 +15,22 @@
 namespace KestrelTool
 {
 
-/// Bytes whose accesses a session stops in front of. Which instructions and work-items these come from is known from a
-/// plain run; at a stop in front of such an instruction its address tells whether the access is one of them.
+/// Watched bytes: a session stops before accesses to them. A plain run tells which instructions and work-items make
+/// them; at a stop before such an instruction, its address tells whether the access is one of them.
 struct SWatch
 {
     std::string strText; ///< "watch out[5]"
     SPlatformWatch bytes = {};
-    std::optional<size_t> nGroup; ///< of local memory
-    std::optional<size_t> nItem;  ///< of private memory
+    std::optional<size_t> nGroup; ///< for local memory
+    std::optional<size_t> nItem;  ///< for private memory
     bool bReads = false;
     bool bWrites = true;
 
-    /// What a line of IL does with them.
+    /// How a line of IL accesses them.
     struct SLine
     {
         uint32_t nKind = 0;  ///< an EPlatformAccess
-        uint32_t nBytes = 0; ///< of an access
+        uint32_t nBytes = 0; ///< size of an access
         std::set<size_t> items;
     };
     std::map<unsigned int, SLine> mapLines;
@@ -41,7 +41,7 @@ struct SWatch
     }
 };
 
-/// The operands whose sum is the address of a memory instruction; none if the line's form isn't known.
+/// The operands whose sum is the address of a memory instruction; none if its form isn't known.
 std::vector<SOperand> FindAddressOperands(const CListing& listing, unsigned int nLine);
 
 } // namespace KestrelTool

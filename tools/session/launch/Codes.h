@@ -10,9 +10,9 @@ namespace KestrelTool
 
 /// An OpenCL code with its number and its words: "CL_OUT_OF_RESOURCES (-5), out of resources".
 std::string NameCode(cl_int nCode);
-/// A code of the debugger's in words.
+/// The description of one of the debugger's codes.
 std::string NameDebugCode(ovkclDebugError nCode);
-/// Whether a code tells that the platform couldn't do what it was asked for, and not that it was asked wrongly.
+/// Whether a code means that the platform couldn't do something, rather than that the request was wrong.
 bool IsPlatformFailure(cl_int nCode);
 
 } // namespace KestrelTool

@@ -15,11 +15,11 @@ namespace
 #ifdef KESTREL_MAX_CONTENTS_BYTES
 constexpr size_t s_nMaxContents = KESTREL_MAX_CONTENTS_BYTES;
 #else
-/// Larger than any device's memory object, and small enough for the client's own copy.
+/// More than any device allows for a memory object, but small enough for the client's own copy.
 constexpr size_t s_nMaxContents = size_t(4) << 30;
 #endif
 
-/// Refuses contents that nothing can hold, before memory is taken for them.
+/// Refuses contents that no device could hold before allocating memory for them.
 size_t ContentsSize(const CJsonField& field, size_t nElements, const SElementType& type)
 {
     if (nElements > s_nMaxContents / type.nSize)
@@ -30,7 +30,7 @@ size_t ContentsSize(const CJsonField& field, size_t nElements, const SElementTyp
     return nElements * type.nSize;
 }
 
-/// A number as an element. Integers wrap into their type, as those of C do, but have to be numbers of 64 bits.
+/// Stores a number as an element. Integers wrap as in C, but must fit in 64 bits.
 void StoreNumber(const CJsonField& field, const SElementType& type, unsigned char* pElement)
 {
     const double fValue = field.AsNumber();
@@ -69,8 +69,8 @@ Pattern ReadPattern(const CJsonField& field, const SElementType& type)
         const double fConstant = constant.AsNumber();
         return [=](size_t) { return fConstant; };
     }
-    // The engine's sequence is fixed by the language; the scaling is our own, since the standard
-    // distributions may differ between libraries.
+    // The engine's sequence is defined by the language. The scaling is done here, since the standard distributions may
+    // differ between libraries.
     std::mt19937 engine(static_cast<std::mt19937::result_type>(field.At("random").AsIndex()));
     const bool bFloat = type.eKind == SElementType::Float;
     return [engine, bFloat](size_t) mutable
@@ -127,7 +127,7 @@ std::vector<unsigned char> ReadContents(const CJsonField& field, const SElementT
         }
         return vBytes;
     }
-    // A count beside values or a file is what they must have.
+    // A count next to values or a file must match their number.
     const bool bCounted = !nElements && field.Has("count");
     nElements = bCounted ? field.At("count").AsCount() : nElements;
     vBytes = field.Has("values") ? ReadValues(field.At("values"), type) : ReadWholeFile(field.At("file"));

@@ -11,18 +11,18 @@ namespace KestrelTool
 
 class CJsonField;
 
-/// The type that a field names.
+/// The type named by a field.
 const SElementType& ReadElementType(const CJsonField& field);
 
 /// A list of numbers as elements.
 std::vector<unsigned char> ReadValues(const CJsonField& field, const SElementType& type);
 
-/// The contents that a buffer or image object describes by values, file, or fill. With nElements
-/// the count is given and what is described must have it; otherwise a fill needs the field count.
+/// The contents that a buffer or image object describes by values, file, or fill. With nElements the contents must have
+/// that count; otherwise a fill needs the field count.
 std::vector<unsigned char> ReadContents(const CJsonField& field, const SElementType& type,
                                         std::optional<size_t> nElements);
 
-/// What the field expect describes, if it is there; it must have nBytes bytes.
+/// The contents of the field expect, if there is one; their size must be nBytes.
 std::optional<std::vector<unsigned char>> ReadExpectation(const CJsonField& field, const SElementType& type,
                                                           size_t nBytes);
 

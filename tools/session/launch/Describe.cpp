@@ -17,7 +17,7 @@ namespace
 
 const size_t s_nPlaceColumnOfIL = 56;
 
-/// A kernel's text: what it is debugged with, or what it was compiled from.
+/// A kernel's text: the IL for debugging, or else what it was compiled from.
 std::vector<std::string> FindText(const std::vector<char>& vBinary)
 {
     const std::vector<std::string> vLines = ReadKernelText(vBinary);
@@ -48,7 +48,7 @@ void DescribeArguments(const std::vector<SKernelArgument>& vArguments, std::ostr
     }
 }
 
-/// The name of an element type in launch files for one of the metadata's.
+/// The launch file's name for an element type of the metadata.
 std::string NameElement(const std::string& strType)
 {
     static const char* const s_Names[][2] = {{"i8", "char"},     {"i16", "short"},    {"u16", "ushort"}, {"i32", "int"},

@@ -48,7 +48,7 @@ T Convert(double fValue)
 {
     if constexpr (std::numeric_limits<T>::is_integer)
     {
-        // Through 64 bits, so that a negative number wraps into an unsigned type.
+        // Converted through 64 bits, so that a negative number wraps in an unsigned type.
         return fValue < 0 ? static_cast<T>(static_cast<int64_t>(fValue))
                           : static_cast<T>(static_cast<uint64_t>(fValue));
     }

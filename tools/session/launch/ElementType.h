@@ -17,13 +17,13 @@ struct SElementType
         Float
     };
 
-    const char* pszName; ///< as a launch file spells it
+    const char* pszName; ///< as spelled in a launch file
     EKind eKind;
     size_t nSize; ///< bytes
 };
 
-/// The type of that name; null if there is none. "char uchar short ushort int uint long ulong
-/// float double", or the sized names "i8 u8 ... i64 u64 f32 f64".
+/// The type with this name, or null. Names are "char uchar short ushort int uint long ulong
+/// float double", or the sized "i8 u8 ... i64 u64 f32 f64".
 const SElementType* FindElementType(const std::string& strName);
 
 /// Stores a number as an element, converted as C++ converts it.
@@ -32,7 +32,7 @@ void StoreElement(const SElementType& type, double fValue, unsigned char* pEleme
 /// Reads an element as a number.
 double ReadElement(const SElementType& type, const unsigned char* pElement);
 
-/// An element as text, with as many digits as it takes to read it back.
+/// An element as text, with enough digits to restore its value.
 std::string FormatElement(const SElementType& type, const unsigned char* pElement);
 
 } // namespace KestrelTool

@@ -23,7 +23,7 @@ const size_t s_nMaxFile = size_t(4) << 30;
 const size_t s_nMaxLine = size_t(1) << 20;
 const size_t s_nPiece = size_t(1) << 16;
 
-/// A descriptor that is closed at the end.
+/// A descriptor that is closed by the destructor.
 class CDescriptor
 {
 public:
@@ -66,7 +66,7 @@ const char* NameKind(mode_t nMode)
 template <typename Bytes>
 void ReadToEnd(int nFile, const std::string& strPath, size_t nExpected, Bytes& bytes)
 {
-    // What has no size of its own, as files that the system makes up, is read piece by piece.
+    // Files that the system generates report no size, so they are read piece by piece.
     size_t nRead = 0;
     bytes.resize(nExpected + 1);
     while (true)
@@ -97,7 +97,7 @@ void ReadToEnd(int nFile, const std::string& strPath, size_t nExpected, Bytes& b
     bytes.resize(nRead);
 }
 
-/// Which files have been read, by device and number: one can have several names.
+/// The files that were read, by device and number, since a file can have several names.
 class CFilesRead
 {
 public:
@@ -122,7 +122,7 @@ CFilesRead s_FilesRead;
 template <typename Bytes>
 Bytes ReadFile(const std::string& strPath)
 {
-    // A pipe without a writer must not be waited for.
+    // Opening a pipe without a writer would wait forever.
     const CDescriptor file(strPath, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     if (file.Get() < 0)
     {

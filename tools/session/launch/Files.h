@@ -10,35 +10,35 @@
 namespace KestrelTool
 {
 
-/// A file that can't be read or written; the text names it and says why.
+/// A file that can't be read or written; the text has its name and the reason.
 class CFileError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The bytes of a file, in one piece. Folders, devices, pipes and sockets are refused, since some have no end, and so
-/// is what is larger than 4 GiB.
+/// The bytes of a file. Folders, devices, pipes and sockets are refused, since some are endless, and so are files of
+/// more than 4 GiB.
 /// \throws CFileError
 std::string ReadFileBytes(const std::string& strPath);
-/// The same for what isn't text.
+/// The same for binary contents.
 std::vector<unsigned char> ReadFileContents(const std::string& strPath);
 
-/// The text of a program's file for a build: OpenCL C gets the name of the file, which the compiler then tells.
+/// The text of a program's file for a build: OpenCL C gets the file's name, which the compiler then uses in messages.
 std::string ReadProgramText(const std::string& strPath);
 
-/// Makes a file of bytes.
+/// Writes bytes to a file.
 /// \throws CFileError if any of them can't be written
 void WriteFileBytes(const std::string& strPath, std::string_view bytes);
 
-/// The same for what a user wants of a result, who may have named by mistake what it is made of.
-/// \throws CFileError, also if that file has been read
+/// The same for a result. Refuses to overwrite a file that was read, which the user may have named by mistake.
+/// \throws CFileError
 void WriteReport(const std::string& strPath, std::string_view bytes);
 
-/// Whether two paths lead to the same file, which is there.
+/// Whether two paths lead to the same existing file.
 bool IsSameFile(const std::string& strOne, const std::string& strOther);
 
-/// Lines of an open descriptor.
+/// Reads lines from an open descriptor.
 class CLineInput
 {
 public:
@@ -46,7 +46,7 @@ public:
 
     /// The next line without its end; nothing at the end and after an error.
     std::optional<std::string> ReadLine();
-    /// Why nothing more is read; empty for the end.
+    /// The reason why reading has failed; empty at the end of the input.
     const std::string& GetError() const { return m_strError; }
 
 private:

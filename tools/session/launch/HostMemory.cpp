@@ -14,8 +14,8 @@ namespace KestrelTool
 namespace
 {
 
-/// The mask and a register's values, with what reading them takes: 24 bytes were measured from one to 16 million
-/// work-items up to the first stop, and some are left for what the client looks at.
+/// The mask, a register's values and what is needed to read them. 24 bytes were measured up to the first stop, from one
+/// to 16 million work-items; the rest is for what the client looks at.
 const uint64_t s_nBytesPerItem = 28;
 
 uint64_t ReadField(const char* pszFile, const std::string& strName)

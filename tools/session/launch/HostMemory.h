@@ -8,14 +8,14 @@
 namespace KestrelTool
 {
 
-/// Bytes of host memory that a session takes for a dispatch until its first stop.
+/// The host memory that a session needs for a dispatch until its first stop, in bytes.
 uint64_t EstimateSessionBytes(size_t nItems);
 
-/// Bytes that this process can still get, by what the system has and by its own limits; the largest number if nobody
-/// knows.
+/// The memory that this process can still get, limited by the system and by its own limits, in bytes; the largest
+/// number if unknown.
 uint64_t GetAvailableBytes();
 
-/// \throws CPlatformError with both numbers if a session of so many work-items takes more than there is
+/// \throws CPlatformError, with both numbers, if a session of nItems work-items needs more memory than there is
 void RequireSessionMemory(const std::string& strLaunch, size_t nItems);
 
 } // namespace KestrelTool

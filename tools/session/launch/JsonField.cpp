@@ -115,7 +115,7 @@ void CJsonField::Fail(const std::string& strWhy) const
 namespace
 {
 
-/// Of two fields with one name a reader takes one and a person means the other.
+/// Rejects duplicate names: a reader would take one of the fields where the author meant the other.
 nlohmann::json ParseWithoutDoubles(const std::string& strText, const std::string& strPath)
 {
     std::vector<std::set<std::string>> vKeys;
@@ -148,7 +148,7 @@ CJsonDocument::CJsonDocument(const std::string& strText, const std::string& strP
     }
     catch (const nlohmann::json::exception& error)
     {
-        // The library's own number of the fault stands in brackets in front of its text.
+        // The library puts its own error number in brackets before the text.
         const std::string strWhat = error.what();
         const size_t nText = strWhat.find("] ");
         throw CLaunchFileError(strPath + ": no JSON: " + strWhat.substr(nText == std::string::npos ? 0 : nText + 2));

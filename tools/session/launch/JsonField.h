@@ -9,8 +9,8 @@
 namespace KestrelTool
 {
 
-/// A place in a launch file, which knows its own name, so that every complaint can give it. All
-/// accessors throw CLaunchFileError for what isn't there or isn't of the kind.
+/// A place in a launch file that knows its own name, for error messages. All accessors throw CLaunchFileError if
+/// something is missing or of the wrong kind.
 class CJsonField
 {
 public:
@@ -23,7 +23,7 @@ public:
     CJsonField At(const char* pszKey) const;
     CJsonField At(size_t nIndex) const;
     size_t Size() const { return m_pJson->size(); }
-    /// \throws if it is no array
+    /// \throws if it isn't an array
     size_t ArraySize() const;
     bool IsString() const { return m_pJson->is_string(); }
     bool IsArray() const { return m_pJson->is_array(); }
@@ -32,12 +32,12 @@ public:
     std::string AsString() const;
     double AsNumber() const;
     bool AsBool() const;
-    /// A whole number from 0.
+    /// A whole number of at least 0.
     size_t AsIndex() const;
-    /// A whole number from 1.
+    /// A whole number of at least 1.
     size_t AsCount() const;
 
-    /// Refuses an object with any other key.
+    /// Rejects an object with any other key.
     void AllowOnly(std::initializer_list<const char*> keys) const;
 
     const std::string& GetFile() const { return m_strFile; }
@@ -49,7 +49,7 @@ private:
     std::string m_strName;
 };
 
-/// A parsed launch file; its fields live as long as it does.
+/// A parsed launch file, which must outlive its fields.
 class CJsonDocument
 {
 public:
@@ -64,11 +64,11 @@ private:
 
 /// The text of a launch file.
 std::string ReadLaunchText(const std::string& strPath);
-/// The path that the field names, relative to the launch file.
+/// The path in the field, relative to the launch file.
 std::string ResolvePath(const CJsonField& field);
-/// The bytes of the file that the field names, relative to the launch file.
+/// The bytes of the file named by the field, relative to the launch file.
 std::vector<unsigned char> ReadWholeFile(const CJsonField& field);
-/// The text of the program that a path names.
+/// The text of the program at the path in the field.
 std::string ReadProgram(const CJsonField& field);
 
 } // namespace KestrelTool

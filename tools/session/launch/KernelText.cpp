@@ -11,7 +11,7 @@ namespace KestrelTool
 namespace
 {
 
-/// Reads a structure from a place in a binary. \return false if it doesn't lie inside
+/// Reads a structure at an offset in a binary. \return false if it isn't inside
 template <typename T>
 bool ReadAt(const std::vector<char>& vBinary, uint64_t nOffset, T& value)
 {

@@ -8,8 +8,8 @@
 namespace KestrelTool
 {
 
-/// The lines of IL text in a kernel binary, as the debugger counts them: from 0.
-/// \return no lines for a binary that has no such text
+/// The lines of IL text in a kernel binary. The debugger counts them from 0.
+/// \return no lines for a binary without such text
 std::vector<std::string> ReadKernelText(const std::vector<char>& vBinary);
 
 /// A section of a kernel binary.
@@ -20,11 +20,11 @@ struct SSection
     std::string strContents;
 };
 
-/// The sections of a 64-bit ELF image, those without contents left out; none for anything else.
+/// The sections of a 64-bit ELF image, except those without contents; none for anything else.
 std::vector<SSection> ReadSections(const std::vector<char>& vBinary);
-/// The contents of a section; empty if the binary has none of that name.
+/// The contents of a section; empty if the binary has none with this name.
 std::string FindSection(const std::vector<char>& vBinary, const char* pszName);
-/// A text's lines, without their ends.
+/// The lines of a text, without their ends.
 std::vector<std::string> SplitLines(const std::string& strText);
 
 } // namespace KestrelTool

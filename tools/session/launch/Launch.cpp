@@ -14,12 +14,12 @@ namespace KestrelTool
 namespace
 {
 
-/// What the machine's loader says where no driver is installed, as its extension of the ICD defines it.
+/// The loader's code if no driver is installed, as defined by its ICD extension.
 const cl_int s_nNoPlatform = -1001;
 const char* const s_pszWhatToInstall =
     ": install that of the device, with its file in /etc/OpenCL/vendors, or leave out --platform system";
 
-/// The whole of an image, as the calls that read and write images take it.
+/// The whole of an image, in the form that calls for reading and writing images expect.
 struct SImageRegion
 {
     explicit SImageRegion(const SArgument& image) : extents{image.nWidth, image.nHeight, 1}
@@ -134,7 +134,7 @@ void CLaunch::CheckArgumentCount() const
     }
 }
 
-/// What the runtime says of the sizes of a launch is said of the fields that they come from.
+/// Translates the runtime's complaint about sizes into one about the launch file's fields.
 void CLaunch::CheckSizes(cl_int nCode) const
 {
     if (nCode == CL_INVALID_WORK_GROUP_SIZE || nCode == CL_INVALID_WORK_ITEM_SIZE)
@@ -195,7 +195,7 @@ void CLaunch::ChooseDevice()
     throw CLaunchFileError(m_File.strPath + ": device names none of the runtime's: \"" + m_File.strDevice + "\"");
 }
 
-/// From a text, or from the image of a binary.
+/// Creates the program from a text, or from the image of a binary.
 cl_program CLaunch::CreateProgram() const
 {
     cl_int nCode = CL_SUCCESS;
@@ -275,7 +275,7 @@ void CLaunch::CreateSharedBuffers()
     }
 }
 
-/// A shared buffer, or a part of it.
+/// A shared buffer, or a part of one.
 cl_mem CLaunch::CreatePart(const SArgument& argument) const
 {
     const cl_mem buffer = m_vBuffers[argument.nSame];
@@ -356,7 +356,7 @@ void CLaunch::ResetContents()
     WriteContents(false);
 }
 
-/// \param bNew  nothing is in the buffers yet: those without contents stay so
+/// \param bNew  the buffers are still empty: those without contents stay so
 void CLaunch::WriteContents(bool bNew)
 {
     for (size_t i = 0; i < m_File.vBuffers.size(); ++i)
@@ -490,7 +490,7 @@ std::vector<SDifference> CLaunch::Compare() const
     return vDifferences;
 }
 
-/// Beyond 64 bits the number of work-items can't be told, and everything that counts them would be wrong.
+/// If the number of work-items exceeds 64 bits, nothing that counts them would be right.
 void CLaunch::RequireCount() const
 {
     size_t nItems = 1;

@@ -19,32 +19,32 @@ struct SDifference
     std::string strExpected;
 };
 
-/// A launch brought to life: context, queue, program, kernel and arguments, all made through
-/// the debugger's intercept so that it can be debugged or just run, any number of times.
+/// The OpenCL objects of a launch: context, queue, program, kernel and arguments, all created through the debugger's
+/// intercept, so that the launch can be debugged or just run, any number of times.
 class CLaunch
 {
 public:
-    /// \throws CPlatformError, with the build log where the program doesn't build
+    /// \throws CPlatformError, with the build log if the program doesn't build
     CLaunch(const CLibraries& libraries, SLaunchFile file);
     ~CLaunch();
     CLaunch(const CLaunch&) = delete;
     CLaunch& operator=(const CLaunch&) = delete;
 
-    /// Writes the arguments' contents as the file describes them.
+    /// Writes the arguments' contents, as in the file.
     void ResetContents();
-    /// A plain launch, to its end.
+    /// Runs the launch without the debugger, to its end.
     void Run();
-    /// A launch under the debugger, to its end. \return the enqueue's code
+    /// Runs the launch under the debugger, to its end. \return the enqueue's code
     cl_int Debug(ovkclDebugCallback callback, void* pUserData);
 
-    /// What a buffer or image argument holds now.
+    /// The current contents of a buffer or image argument.
     std::vector<unsigned char> ReadContents(size_t nArgument) const;
-    /// The image of the built program; empty if the runtime doesn't give it.
+    /// The image of the built program; empty if the runtime doesn't provide it.
     std::vector<char> ReadBinary() const;
-    /// Writes the arguments that the file wants saved.
+    /// Saves the arguments for which the file asks for it.
     /// \throws CLaunchFileError for a file that can't be written
     void SaveOutputs() const;
-    /// The first difference of each argument from what the file expects.
+    /// For each argument, its first difference from what the file expects.
     std::vector<SDifference> Compare() const;
 
     const SLaunchFile& GetFile() const { return m_File; }
@@ -85,9 +85,9 @@ private:
     cl_command_queue m_Queue = nullptr;
     cl_program m_Program = nullptr;
     cl_kernel m_Kernel = nullptr;
-    std::vector<cl_mem> m_vMemory;       ///< by argument; null for what has none
-    std::vector<cl_mem> m_vBuffers;      ///< those that arguments are parts of
-    std::vector<cl_mem> m_vImageBuffers; ///< under images that lie in a buffer
+    std::vector<cl_mem> m_vMemory;       ///< by argument; null if it has none
+    std::vector<cl_mem> m_vBuffers;      ///< shared buffers, of which arguments are parts
+    std::vector<cl_mem> m_vImageBuffers; ///< the buffers behind images on a buffer
     std::vector<cl_sampler> m_vSamplers;
 };
 

@@ -63,7 +63,7 @@ const SNamedNumber s_Addressings[] = {
 
 const SNamedNumber s_Filters[] = {{"nearest", CL_FILTER_NEAREST}, {"linear", CL_FILTER_LINEAR}};
 
-/// The name of the entry whose number, a member of it, is that; null if there is none.
+/// The name of the entry whose member has this number; null if there is none.
 template <typename T, typename Number, size_t N>
 const char* NameOf(const T (&table)[N], Number T::*pNumber, uint32_t nNumber)
 {
@@ -116,7 +116,7 @@ SArgument ReadValue(const CJsonField& field)
     return argument;
 }
 
-/// Each extent has 32 bits, so that two of them can't overflow and a third one can.
+/// Each extent has 32 bits: multiplying two can't overflow, but a third can.
 size_t CountTexels(const CJsonField& field, const SArgument& image)
 {
     constexpr size_t nMaxTexels = size_t(1) << 40;
@@ -129,7 +129,7 @@ size_t CountTexels(const CJsonField& field, const SArgument& image)
     return nPlane * nPlanes;
 }
 
-/// The kind of image and its extents, as far as the kind has them.
+/// Reads the kind of an image and the extents that this kind has.
 void ReadExtents(const CJsonField& field, SArgument& image)
 {
     image.nImageType = field.Has("shape")   ? Choose(s_Shapes, field.At("shape")).nNumber
@@ -190,7 +190,7 @@ SArgument ReadSampler(const CJsonField& field)
     return argument;
 }
 
-/// A part of a shared buffer; its contents are the buffer's there.
+/// A part of a shared buffer, with that part of its contents.
 SArgument ReadSub(const CJsonField& field, const std::vector<SArgument>& vBuffers)
 {
     field.AllowOnly({"of", "origin", "size"});
@@ -282,7 +282,7 @@ SArgument ReadArgument(const CJsonField& field, const SLaunchFile& launch)
     return argument;
 }
 
-/// One to three numbers into sizes; the count must be that of the global size.
+/// Reads one to three sizes; there must be as many as in the global size.
 unsigned int ReadSizes(const CJsonField& field, unsigned int nDimensions, bool bZeroAllowed, size_t (&sizes)[3])
 {
     const size_t nCount = field.ArraySize();

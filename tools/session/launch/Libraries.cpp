@@ -15,7 +15,7 @@ namespace KestrelTool
 namespace
 {
 
-/// By its development name in a build tree, by its soname where only that is installed.
+/// The development name in a build tree, or the soname if only that is installed.
 const char* const s_pszDebugLibrary = "libOVKKestrel.so.1";
 
 void* Open(const std::string& strPath)
@@ -42,14 +42,15 @@ void* OpenAny(std::initializer_list<const char*> names)
         "ocl-icd-libopencl1), and the driver of a device");
 }
 
-/// The debugger opens the compilers by name; one that is open already is found wherever it lies.
+/// The debugger opens the compilers by name; it finds one that is open already wherever its file is.
 void OpenCompilers(const std::string& strPlatformDir)
 {
     Open(strPlatformDir + "/libovkocl12cl64.so");
     Open(strPlatformDir + "/libovkqrlrt.so");
 }
 
-/// The running program, also where the system's own files aren't mounted: there by the path that it was started with.
+/// The running program's path. Without the system's own files mounted, it is the path that the program was started
+/// with.
 std::filesystem::path FindProgram()
 {
     std::error_code error;

@@ -42,8 +42,8 @@ public:
     X(ovkclInterceptReleaseKernel)                                                                                     \
     X(ovkclInterceptSetKernelArg)
 
-/// The OpenCL runtime and the debugger library, both opened at run time and open until the process
-/// ends: other threads may still be inside them.
+/// The OpenCL runtime and the debugger library. Both are opened at run time and stay open until the process ends, since
+/// other threads may be inside them.
 class CLibraries
 {
 public:
@@ -52,10 +52,10 @@ public:
     /// \throws CPlatformError
     CLibraries(const std::string& strPlatformDir, const std::string& strDebugLibrary);
 
-    /// Opens a certain OpenCL library in place of the platform's own, whose compiler is still used.
+    /// Opens a certain OpenCL library instead of the platform's, whose compiler is still used.
     CLibraries(const std::string& strPlatformDir, const std::string& strOpenCL, const std::string& strDebugLibrary);
 
-    cl_icd_dispatch_table cl; ///< entries that the runtime lacks are null
+    cl_icd_dispatch_table cl; ///< null for entries that the runtime lacks
 
 #define DECLARE_FUNCTION(name) decltype(&::name) name;
     KESTREL_DEBUG_FUNCTIONS(DECLARE_FUNCTION)
@@ -66,9 +66,9 @@ private:
     void LoadDebugger(const std::string& strDebugLibrary);
 };
 
-/// The folder of the debugger library and of the software platform's folder, from the running program's place: beside
-/// its folder in a build tree or a copied one, or where it is installed. The first of them that holds the library, else
-/// where it would be in a build tree.
+/// The folder that contains the debugger library and the platform's folder, relative to the running program: beside its
+/// folder in a build tree or a copy of it, or the installation's. Gives the first one with the library, else the one
+/// for a build tree.
 std::string GetLibraryFolder();
 
 } // namespace KestrelTool

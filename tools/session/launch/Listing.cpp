@@ -23,7 +23,7 @@ bool HoldsInstruction(const std::string& strLine)
     {
         return false;
     }
-    // Two words look like declarations and are instructions to the debugger.
+    // Two words look like declarations, but are instructions to the debugger.
     if (StartsWith(strLine, "dcl"))
     {
         return StartsWith(strLine, "dcl_wavesize") || StartsWith(strLine, "dcl_user_data");
@@ -38,7 +38,7 @@ std::string FirstWord(const std::string& strLine)
     return strLine.substr(0, strLine.find_first_of(" \t"));
 }
 
-/// Instructions whose first operand is a source.
+/// Instructions without a destination, whose first operand is a source.
 bool HasNoDestination(const std::string& strMnemonic)
 {
     static const char* const s_Prefixes[] = {"if",        "break",   "continue",    "switch",    "case",

@@ -46,7 +46,7 @@ cl_device_id ChooseDevice(const CLibraries& libraries, const std::string& strDev
     throw CPlatformError("no device is named \"" + strDevice + "\"");
 }
 
-/// Context and program of one build.
+/// The context and program of one build.
 class CBuild
 {
 public:
@@ -91,7 +91,7 @@ public:
     }
 
 private:
-    /// However long it is: the runtime copies it whole or not at all.
+    /// Asks for the size first, since the runtime copies the log as a whole or not at all.
     std::string GetLog() const
     {
         size_t nSize = 0;

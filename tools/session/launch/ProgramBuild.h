@@ -9,14 +9,14 @@
 namespace KestrelTool
 {
 
-/// A program that doesn't build; the text is the build log.
+/// A failed build; the text is the build log.
 class CBuildError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// A program as it was built.
+/// A built program.
 struct SBuiltProgram
 {
     std::vector<char> vImage;
@@ -29,7 +29,7 @@ struct SBuiltProgram
 SBuiltProgram BuildProgram(const CLibraries& libraries, const std::string& strSource, const std::string& strDevice,
                            const std::string& strOptions);
 
-/// Whether bytes are those of an ELF image.
+/// Whether the bytes are an ELF image.
 bool IsImage(const std::string& strBytes);
 
 } // namespace KestrelTool

@@ -224,15 +224,15 @@ void CSession::NoteStop()
 {
     if (m_nUpcomingLine == CListing::NoLine)
     {
-        // The session opens with its first instruction executed, so the first step takes the one
-        // that follows.
+        // When the session opens, its first instruction has been executed, so the first step executes the
+        // next one.
         m_nUpcomingLine = GetListing().GetFirstStop();
     }
     m_nExecutedLine = m_nUpcomingLine;
     m_nUpcomingLine = GetNextLine();
 }
 
-/// What hangs on the callback's user data.
+/// The object behind the callback's user data.
 class CSessionDriver
 {
 public:
@@ -254,7 +254,7 @@ public:
 private:
     ovkclDebugCommand OnEvent(ovkclDebugContext context, ovkclDebugEvent event)
     {
-        // No exception may pass through the debugger.
+        // Exceptions mustn't pass through the debugger.
         try
         {
             if (!m_pSession)

@@ -10,7 +10,7 @@
 namespace KestrelTool
 {
 
-/// What `kestrel capture` was asked for.
+/// The options of `kestrel capture`.
 struct SCaptureOptions
 {
     SProgramCommand command;
@@ -18,9 +18,9 @@ struct SCaptureOptions
     SCaptureTarget target;
 };
 
-/// Runs a program to its end and writes those of its launches that are wanted as launch files.
-/// \param messages  gets a line for each of them, and says what couldn't be captured
-/// \return the program's exit code, or an EExitCode if something wasn't captured that should have been
+/// Runs a program to its end, and writes the selected launches as launch files.
+/// \param messages  receives a line for each of them, and the failures
+/// \return the program's exit code, or an EExitCode if a launch should have been captured and wasn't
 /// \throws CProgramError, CFileError
 int CaptureLaunches(const SCaptureOptions& options, std::ostream& messages);
 

@@ -15,22 +15,22 @@ using nlohmann::json;
 namespace
 {
 
-/// The element type that an argument's type has, if contents are made of such; else bytes.
+/// The element type for an argument's type if contents can consist of it; otherwise bytes.
 const SElementType* FitType(const std::string& strType, size_t nBytes)
 {
     const SElementType& type = FindElementOf(strType);
     return nBytes % type.nSize == 0 ? &type : FindElementType("uchar");
 }
 
-/// A buffer of the program's, and the arguments that reach it.
+/// A buffer of the program, and the arguments that use it.
 struct SObjectMemory
 {
-    size_t nFirst = 0;    ///< of the program's buffer, the first byte that was read
-    bool bWritten = true; ///< by anybody yet, of the program's buffer
+    size_t nFirst = 0;    ///< the first byte that was read, in the program's buffer
+    bool bWritten = true; ///< anybody has written to the program's buffer
     size_t nBytes = 0;
-    std::vector<unsigned char> vContents; ///< empty once the argument that has the whole of it has taken them
+    std::vector<unsigned char> vContents; ///< moved to the argument that has the whole buffer
     std::vector<size_t> vUsers;
-    size_t nShared = 0; ///< index among the launch's shared buffers, once it is one
+    size_t nShared = 0; ///< index among the launch's shared buffers, if it is one
 };
 
 class CArgumentTaker
@@ -92,7 +92,7 @@ private:
                argument.at("end").get<size_t>() - memory.nFirst == memory.nBytes;
     }
 
-    /// Whether all arguments that reach it have the whole of it.
+    /// Whether all arguments that use it have the whole buffer.
     bool IsPlain(const SObjectMemory& memory) const
     {
         return std::all_of(memory.vUsers.begin(), memory.vUsers.end(),
@@ -185,7 +185,7 @@ private:
         SArgument argument;
         if (!given.contains("part"))
         {
-            // The same image as that of an earlier argument.
+            // The image of an earlier argument.
             const size_t nImage = given.at("image");
             if (nImage >= m_vImages.size())
             {
@@ -218,7 +218,7 @@ private:
     const json& m_Contents;
     SLaunchFile& m_Launch;
     std::vector<SObjectMemory> m_vMemories;
-    std::vector<size_t> m_vImages; ///< arguments by the layer's numbers of images
+    std::vector<size_t> m_vImages; ///< arguments, by the layer's numbers of images
 };
 
 } // namespace

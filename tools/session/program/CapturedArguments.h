@@ -7,8 +7,8 @@
 namespace KestrelTool
 {
 
-/// Takes a waiting launch's arguments, with their contents, from what the layer has said of it. Buffers that only one
-/// argument reaches are its own; those of which arguments have parts are shared.
+/// Reads a waiting launch's arguments and their contents from the layer's message. A buffer that only one argument uses
+/// becomes that argument's; buffers of which arguments have parts are shared.
 /// \throws CProtocolError, or what reading JSON throws
 void TakeArguments(const SMessage& message, SLaunchFile& launch);
 

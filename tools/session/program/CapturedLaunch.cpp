@@ -13,15 +13,14 @@ namespace KestrelTool
 namespace
 {
 
-/// A whole number from 1; false for anything else.
+/// Parses a whole number of at least 1; false for anything else.
 bool ReadCount(std::string_view text, uint64_t& nNumber)
 {
     const std::from_chars_result result = std::from_chars(text.data(), text.data() + text.size(), nNumber);
     return result.ec == std::errc() && result.ptr == text.data() + text.size() && nNumber != 0;
 }
 
-/// The name of the program's file in the folder of its launch: that which it has already, with the end that says what
-/// it is.
+/// The name of the program's file in the launch's folder: the one that it has, with the extension for its kind.
 std::string NameProgramFile(const SKnownProgram& program, const std::string& strText)
 {
     const std::filesystem::path name = std::filesystem::path(program.strFile).filename();

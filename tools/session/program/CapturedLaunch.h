@@ -6,17 +6,17 @@
 namespace KestrelTool
 {
 
-/// Where captured launches go.
+/// Where to write captured launches.
 struct SCaptureTarget
 {
     std::string strFolder = "captured";
-    bool bEmitC = false; ///< write a program in C beside each launch file
+    bool bEmitC = false; ///< also write a C program beside each launch file
 };
 
-/// "N" or "N-M" as the numbers of launches that a rule wants; false for anything else.
+/// Parses "N" or "N-M" as the launch numbers of a rule; false for anything else.
 bool ReadLaunchRange(const std::string& strText, SLaunchRule& rule);
 
-/// Writes a launch with all that it needs into a folder, which is made if it isn't there.
+/// Writes a launch with everything that it needs to a folder, which is created if necessary.
 /// \return path of the launch file
 /// \throws CFileError, std::filesystem::filesystem_error
 std::string WriteCapturedLaunch(const SLaunchFile& file, const SKnownLaunch& launch, const SKnownProgram& program,

@@ -7,11 +7,11 @@
 namespace KestrelTool
 {
 
-/// What a front end works with.
+/// What a front end provides.
 struct SDebuggeeSetup
 {
     const CLibraries& libraries;
-    std::string strLayer; ///< for programs under the debugger, as SProgramCommand has them
+    std::string strLayer; ///< for programs under the debugger, as in SProgramCommand
     std::string strVendors;
     ConsoleMaker makeConsole;
 };
@@ -22,22 +22,22 @@ struct SDebuggeeOptions
     std::string strLaunch; ///< path of a launch file; empty for a program
     SProgramCommand command;
     bool bStopOnEntry = false;
-    bool bNoDebug = false; ///< without stops
+    bool bNoDebug = false; ///< run without stops
 };
 
-/// What is debugged: the launch of a launch file, or one after another those of a program.
+/// The launch of a launch file, or the launches of a program in turn, under the debugger.
 class CDebuggee
 {
 public:
-    /// \param watcher  called with the debugger that is at work, or null
+    /// \param watcher  called with the current debugger, or null
     /// \throws CLaunchFileError, CPlatformError
     CDebuggee(const SDebuggeeSetup& setup, SDebuggeeOptions options, IEventSink& sink,
               std::function<void(CDebugger*)> watcher);
     ~CDebuggee();
 
-    /// The debugger of the launch that waits; null for none.
+    /// The debugger of the waiting launch; null for none.
     CDebugger* Find() { return m_pProgram != nullptr ? m_pProgram->GetDebugger() : m_pLaunch.get(); }
-    /// The same, stopped somewhere. \throws CCommandError if it isn't
+    /// The same, which must be at a stop. \throws CCommandError if it isn't
     CDebugger& RequireStop();
     /// Null for a launch file.
     CProgramSession* GetProgram() { return m_pProgram.get(); }
@@ -48,7 +48,7 @@ public:
     void Begin();
     void Continue();
     void Kill();
-    /// Whether it has begun and come to its end.
+    /// Whether it was started and has ended.
     bool IsOver();
     bool HasBegun() const { return m_bBegun; }
     int GetExitCode();

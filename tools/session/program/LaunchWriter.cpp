@@ -15,9 +15,9 @@ using nlohmann::ordered_json;
 namespace
 {
 
-const size_t s_nInline = 16; ///< elements that are written into the launch file itself
+const size_t s_nInline = 16; ///< elements that are written to the launch file itself
 
-/// The contents as numbers, if numbers of a launch file give these very bytes.
+/// The contents as a list of numbers, if that reproduces exactly these bytes.
 ordered_json ListValues(const SElementType& type, const std::vector<unsigned char>& vBytes)
 {
     ordered_json values = ordered_json::array();
@@ -25,7 +25,7 @@ ordered_json ListValues(const SElementType& type, const std::vector<unsigned cha
     {
         const double fValue = ReadElement(type, &vBytes[n]);
         unsigned char element[sizeof(double)] = {};
-        if (fValue - fValue == 0) // neither infinite nor no number
+        if (fValue - fValue == 0) // finite
         {
             StoreElement(type, fValue, element);
         }
@@ -142,7 +142,7 @@ private:
         ordered_json values = ListValues(*pType, value.vContents);
         if (values.is_null())
         {
-            // No number of a launch file means just these bits.
+            // No number in a launch file stands for exactly these bits.
             pType = FindElementType("uchar");
             values = ListValues(*pType, value.vContents);
         }

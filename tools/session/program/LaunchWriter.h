@@ -6,15 +6,15 @@
 namespace KestrelTool
 {
 
-/// Whether contents are few enough to stand in the launch file itself.
+/// Whether the contents are small enough for the launch file itself.
 bool IsInLaunchFile(const SArgument& argument);
-/// Name of the file with the contents of an argument or a shared buffer ("arg2", "buffer0").
+/// The name of the file for the contents of an argument or a shared buffer ("arg2", "buffer0").
 std::string NameContentsFile(const std::string& strLaunch, const std::string& strName);
 
-/// Writes a launch as a launch file with the files that it names, which begin with the launch file's own name:
-/// contents of more than a few elements, and the program. Reading it gives the same launch.
+/// Writes a launch as a launch file, and the program and larger contents as separate files, whose names begin with the
+/// launch file's own. Reading it gives the same launch.
 /// \param strPath     the launch file, "FOLDER/NAME.json"
-/// \param strProgram  name of the program's file; its end says what it is
+/// \param strProgram  name of the program's file, with the extension for its kind
 /// \throws CFileError
 void WriteLaunch(const SLaunchFile& launch, const std::string& strPath, const std::string& strProgram);
 

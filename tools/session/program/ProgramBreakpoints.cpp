@@ -1,4 +1,4 @@
-// Where a program's breakpoints stand, and which launches they make wait.
+// The places of a program's breakpoints, and the launches that have to wait for them.
 
 #include "tools/session/debug/Frames.h"
 #include "tools/session/debug/KernelArguments.h"
@@ -38,11 +38,11 @@ SBreakpoint& CProgramSession::AddBreakpoint(const SLaunchPlace& place, bool bTem
     return breakpoint;
 }
 
-/// Gives a breakpoint the lines that its place has in the launch that waits.
+/// Sets a breakpoint's lines to those of its place in the waiting launch.
 void CProgramSession::Resolve(SBreakpoint& breakpoint)
 {
     breakpoint.lines = FindPlace(*breakpoint.place);
-    breakpoint.condition.reset(); // the names in it are this kernel's now
+    breakpoint.condition.reset(); // its names now refer to this kernel
 }
 
 std::set<unsigned int> CProgramSession::FindPlace(const SLaunchPlace& place)
@@ -119,7 +119,7 @@ std::vector<SLaunchRule> CProgramSession::MakeRules()
     return vRules;
 }
 
-/// Whether the launch that waits does so for a breakpoint, and not only to be captured.
+/// Whether the waiting launch has a breakpoint, and isn't only to be captured.
 bool CProgramSession::IsToBeDebugged()
 {
     const uint32_t nProgram = FindId(m_Launch.nProgram);
@@ -129,7 +129,7 @@ bool CProgramSession::IsToBeDebugged()
                        { return Wants(rule, m_Launch.strKernel, nProgram, m_Launch.nNumber, m_Launch.nTurn); });
 }
 
-/// The debug form of a program is built when a line of its file, or a function in it, is wanted first.
+/// A program's debug build is made when a line or function of its source is first needed.
 const std::map<std::string, CProgramSession::SKernelSource>& CProgramSession::FindSource(const SKnownProgram& program)
 {
     const auto itKnown = m_mapSources.find(program.nNumber);
@@ -154,7 +154,7 @@ const std::map<std::string, CProgramSession::SKernelSource>& CProgramSession::Fi
     }
     catch (const std::runtime_error&)
     {
-        // A launch of it will say why it can't be built for debugging.
+        // A launch of it will report why it can't be built for debugging.
         for (const std::string& strKernel : program.vKernels)
         {
             mapKernels[strKernel].lines = {~0u};
@@ -163,7 +163,7 @@ const std::map<std::string, CProgramSession::SKernelSource>& CProgramSession::Fi
     return mapKernels;
 }
 
-/// Those kernels that have the line; if none has, those that have the next line that any kernel has.
+/// Adds rules for the kernels that contain the line; if none does, those with the next line that any kernel has.
 void CProgramSession::AddSourceRules(const SLaunchPlace& place, std::vector<SLaunchRule>& vRules)
 {
     for (const SKnownProgram& program : m_Record.GetPrograms())
@@ -192,7 +192,7 @@ void CProgramSession::AddSourceRules(const SLaunchPlace& place, std::vector<SLau
     }
 }
 
-/// Those kernels that have a function of the source by the name, unless it is a kernel's.
+/// Adds rules for the kernels that contain a source function with this name, unless it is a kernel's name.
 void CProgramSession::AddFunctionRules(const SLaunchPlace& place, std::vector<SLaunchRule>& vRules)
 {
     for (const SKnownProgram& program : m_Record.GetPrograms())

@@ -12,7 +12,7 @@ std::vector<std::string> ListSourceFolders(const SProgramCommand& command)
     std::vector<std::string> vFolders = {start.string()};
     for (const std::string& strWord : command.vWords)
     {
-        // The program itself, or what an interpreter is given to run.
+        // The program itself, or the script that an interpreter is to run.
         std::error_code error;
         const std::filesystem::path path = command.strFolder.empty() ? std::filesystem::path(strWord) : start / strWord;
         const std::filesystem::path folder = std::filesystem::path(strWord).parent_path();

@@ -7,11 +7,11 @@
 namespace KestrelTool
 {
 
-/// Runs a program to its end and takes launches of it as they come. The program waits for each that is taken.
+/// Runs a program to its end, and takes selected launches as they come. The program waits during each of them.
 class CProgramFollower
 {
 public:
-    /// Starts it. \param wanted  which launches are taken
+    /// Starts the program. \param wanted  the launches to take
     /// \throws CProgramError
     CProgramFollower(const SProgramCommand& command, SLaunchRule wanted);
     virtual ~CProgramFollower() = default;
@@ -22,11 +22,11 @@ public:
     void Follow();
 
 protected:
-    /// \param file  what makes the launch, as a launch file would have it
+    /// \param file  describes the launch, like a launch file
     virtual void Take(const SLaunchFile& file, const SKnownLaunch& launch, const SKnownProgram& program) = 0;
-    /// A launch couldn't be taken; the text says which, and why. \param nLaunch  its number; 0 if it isn't known
+    /// A launch couldn't be taken; the text tells which one, and why. \param nLaunch  its number; 0 if unknown
     virtual void Refuse(uint64_t nLaunch, const std::string& strReason) = 0;
-    /// Any other message, once the record has it.
+    /// Called for any other message, after it was recorded.
     virtual void Hear(int /*nProcess*/, const SMessage& /*message*/) {}
 
     CProgramRecord m_Record;
@@ -39,7 +39,7 @@ private:
     const SLaunchRule m_Wanted;
 };
 
-/// Folders in which a program's files of OpenCL C may lie: where it is started, and where it lies itself.
+/// The folders to search for a program's OpenCL C files: where it is started, and where its own file is.
 std::vector<std::string> ListSourceFolders(const SProgramCommand& command);
 
 } // namespace KestrelTool

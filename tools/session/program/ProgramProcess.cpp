@@ -27,7 +27,7 @@ namespace
 
 const useconds_t s_nGather = 1000; ///< microseconds
 
-/// A descriptor that is closed at its owner's end.
+/// A descriptor that is closed by its owner's destructor.
 class COwnedDescriptor
 {
 public:
@@ -48,7 +48,7 @@ private:
     int m_nFile;
 };
 
-/// The environment of the program, as the system takes it.
+/// The program's environment, in the form that the system expects.
 class CEnvironment
 {
 public:
@@ -97,7 +97,7 @@ CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
     struct stat status = {};
     fstat(nDoor, &status);
     environment.Set(g_pszDoorVariable, std::to_string(nDoor) + ":" + std::to_string(status.st_ino));
-    // Layers that the user has stay.
+    // Keeps the user's own layers.
     const char* const pszLayers = std::getenv("OPENCL_LAYERS");
     const std::string strOthers = pszLayers != nullptr ? pszLayers : "";
     environment.Set("OPENCL_LAYERS", strOthers + (strOthers.empty() ? "" : ":") + command.strLayer);
@@ -109,7 +109,7 @@ CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
     return environment;
 }
 
-/// In the new process, which has nothing but this thread: whatever was set for the debugger is undone.
+/// Runs in the new process, on its only thread: undoes what was set for the debugger.
 [[noreturn]] void Execute(char* const* ppWords, char* const* ppEnvironment, const SProgramCommand& command,
                           bool bTerminal, pid_t nParent, int nReport)
 {
@@ -175,7 +175,7 @@ void CProgramProcess::Start(const SProgramCommand& command)
     const COwnedDescriptor theirs(door[1]);
     const COwnedDescriptor reportIn(report[0]);
     COwnedDescriptor reportOut(report[1]);
-    fcntl(theirs.Get(), F_SETFD, 0); // theirs goes down to all that the program executes
+    fcntl(theirs.Get(), F_SETFD, 0); // inherited by everything that the program executes
     std::vector<std::string> vWords = command.vWords;
     std::vector<char*> vPointers;
     for (std::string& strWord : vWords)
@@ -218,7 +218,7 @@ void CProgramProcess::GiveTerminal(bool bToProgram)
     {
         return;
     }
-    // Whoever isn't in front may only ask with this signal blocked.
+    // A background process may only call this with the signal blocked.
     sigset_t blocked;
     sigset_t old;
     sigemptyset(&blocked);
@@ -232,14 +232,14 @@ CProgramProcess::SEvent CProgramProcess::Wait()
 {
     SEvent event;
     GiveTerminal(true);
-    // A program with many launches isn't kept from its work by someone who listens to each: they may gather.
+    // With many launches, reports may accumulate for a while, so that the program isn't slowed down by each.
     if (!m_bHurry && !WaitForInput(0))
     {
         usleep(s_nGather);
     }
     while (!m_bEnded)
     {
-        // What the program has said comes before its end.
+        // The program's messages come before its end.
         const bool bAny = WaitForInput(200);
         if (m_IsUnwanted && m_IsUnwanted())
         {
@@ -249,11 +249,11 @@ CProgramProcess::SEvent CProgramProcess::Wait()
         siginfo_t info = {};
         if (!bAny && waitid(P_PID, static_cast<id_t>(m_nPid), &info, WSTOPPED | WNOHANG) == 0 && info.si_pid == m_nPid)
         {
-            kill(m_nPid, SIGCONT); // nobody else could let it go on
+            kill(m_nPid, SIGCONT); // nobody else could continue it
         }
         if (TakeMessage(event))
         {
-            // What is only told of is taken note of while the program runs on.
+            // Reports are processed while the program continues.
             m_bHurry = NeedsAnswer(event.message);
             if (m_bHurry)
             {
@@ -277,7 +277,7 @@ CProgramProcess::SEvent CProgramProcess::Wait()
     return event;
 }
 
-/// \return whether anything is to be read, or the program has ended
+/// \return whether there is something to read, or the program has ended
 bool CProgramProcess::WaitForInput(int nMilliseconds)
 {
     std::vector<pollfd> vPolled = {{m_nDoor, POLLIN, 0}, {m_nLife, POLLIN, 0}};
@@ -302,7 +302,7 @@ void CProgramProcess::TakeConnections()
     }
 }
 
-/// \return whether a process has said something
+/// \return whether a process has sent a message
 bool CProgramProcess::TakeMessage(SEvent& event)
 {
     TakeConnections();
@@ -326,7 +326,7 @@ bool CProgramProcess::TakeMessage(SEvent& event)
         }
         catch (const CProtocolError&)
         {
-            // It isn't heard any more; the program goes on.
+            // It is disconnected; the program continues.
             Drop(connection.first);
             continue;
         }

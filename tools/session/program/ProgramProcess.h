@@ -14,23 +14,23 @@
 namespace KestrelTool
 {
 
-/// A program that can't be started; the text says why.
+/// A program that can't be started; the text gives the reason.
 class CProgramError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// What to start.
+/// A program to start.
 struct SProgramCommand
 {
     std::vector<std::string> vWords; ///< the program and its arguments
     std::string strLayer;            ///< the layer's library
-    bool bNoInput = false;           ///< the standard input is the debugger's
-    std::string strVendors;          ///< the OpenCL driver to use, by its path; empty for the machine's own
-    std::string strFolder;           ///< where it is started; empty for the debugger's own folder
-    std::map<std::string, std::optional<std::string>> mapVariables; ///< of its environment; without a value: not there
-    /// Asked now and then while the program is waited for; if so, it is ended. Null for never.
+    bool bNoInput = false;           ///< standard input belongs to the debugger
+    std::string strVendors;          ///< path of the OpenCL driver to use; empty for the machine's own
+    std::string strFolder;           ///< working folder; empty for the debugger's own
+    std::map<std::string, std::optional<std::string>> mapVariables; ///< to set in its environment, or to remove
+    /// Called now and then while waiting for the program; true ends it. May be empty.
     std::function<bool()> isUnwanted;
 };
 
@@ -48,21 +48,21 @@ public:
     struct SEvent
     {
         bool bEnded = false;
-        int nProcess = 0; ///< which of the program's processes, from 1; known by its connection
+        int nProcess = 0; ///< which of the program's processes has sent it, from 1
         SMessage message;
     };
 
-    /// Lets the program have the terminal and waits until it says something, or ends.
+    /// Gives the program the terminal, and waits until it sends something or ends.
     SEvent Wait();
-    /// Answers what a process has said. One that is gone doesn't hear it.
+    /// Answers a process's message. Does nothing if the process has ended.
     void Answer(int nProcess, const nlohmann::json& answer);
     /// Ends the program and waits for its end.
     void Kill();
 
     bool HasEnded() const { return m_bEnded; }
-    /// Whether any process of the program's has loaded the layer.
+    /// Whether any process of the program has loaded the layer.
     bool WasHeard() const { return m_nProcesses != 0; }
-    /// Its exit code, or 128 and the signal that ended it, as shells have it.
+    /// Its exit code; if a signal has ended it, 128 plus the signal's number, as in shells.
     int GetExitCode() const;
     /// The signal that ended it; 0 for none.
     int GetSignal() const;
@@ -78,11 +78,11 @@ private:
 
     pid_t m_nPid = -1;
     int m_nDoor = -1;
-    int m_nLife = -1; ///< readable once the program has ended
+    int m_nLife = -1; ///< becomes readable when the program has ended
     std::function<bool()> m_IsUnwanted;
     bool m_bTerminal = false;
     bool m_bProgramHasTerminal = false;
-    bool m_bHurry = true; ///< whoever sent the last message waits for an answer
+    bool m_bHurry = true; ///< the sender of the last message waits for an answer
     bool m_bEnded = false;
     int m_nStatus = 0;
     int m_nProcesses = 0;

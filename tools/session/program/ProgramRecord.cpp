@@ -20,7 +20,7 @@ using nlohmann::json;
 namespace
 {
 
-/// Runs what reads a message's fields; a field that is missing or of another type makes it no message.
+/// Reads a message's fields; a missing field, or one of the wrong type, is a protocol error.
 template <typename Read>
 decltype(auto) ReadFields(Read read)
 {
@@ -45,7 +45,7 @@ std::vector<size_t> ReadSizes(const json& sizes)
     return sizes.is_null() ? std::vector<size_t>() : sizes.get<std::vector<size_t>>();
 }
 
-/// A value's bytes as the elements of its type.
+/// A value's bytes as elements of its type.
 std::string FormatValue(const std::vector<unsigned char>& vBytes, const std::string& strType)
 {
     const SElementType& type = FindElementOf(strType);
@@ -110,8 +110,8 @@ const SElementType& FindElementOf(const std::string& strType)
     return pType != nullptr ? *pType : *FindElementType("uchar");
 }
 
-/// A program hands its text over without a name. The file with the same text, if one lies where the program was started
-/// or where it lies itself, is what the user knows it by.
+/// A program passes its text without a file name. If a file with the same text is in the folder where the program was
+/// started or in the program's own, the user knows the text by that name.
 std::string CProgramRecord::FindFile(const std::string& strSource, unsigned int nNumber) const
 {
     for (const std::string& strFolder : m_vFolders)
@@ -137,7 +137,7 @@ std::string CProgramRecord::FindFile(const std::string& strSource, unsigned int 
             }
             catch (const CFileError&)
             {
-                continue; // a file that can't be read is no candidate
+                continue; // a file that can't be read isn't a candidate
             }
         }
     }
@@ -198,7 +198,7 @@ void CProgramRecord::AddKernel(int nProcess, const SMessage& message)
             {
                 kernel.vParameters.emplace_back(argument.at("name"), argument.at("type"));
             }
-            // A program that was built anew has been told of anew.
+            // A rebuilt program is reported again.
             const uint32_t nId = message.header.at("program");
             for (const SKnownProgram& program : m_vPrograms)
             {
@@ -276,7 +276,7 @@ std::string MakeDebuggable(const std::vector<char>& vImage)
             strModule += strLine + "\n";
         }
     }
-    // The main body's call is what a module leaves open for the kernel that is chosen.
+    // In a module, the main body's call is left open for the selected kernel.
     bool bMain = true;
     for (const std::string& strLine : SplitLines(DisassembleBinary(vImage, false)))
     {

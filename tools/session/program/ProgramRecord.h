@@ -12,14 +12,14 @@
 namespace KestrelTool
 {
 
-/// An OpenCL program that the program under the debugger has made.
+/// An OpenCL program that the debugged program has created.
 struct SKnownProgram
 {
-    unsigned int nNumber = 0; ///< from 1, in the order in which they were told of
+    unsigned int nNumber = 0; ///< from 1, in the order of the reports
     int nProcess = 0;
-    uint32_t nId = 0;      ///< the layer's number of it in its process
-    std::string strFile;   ///< the file with its text if there is one, else a name that is made up
-    std::string strSource; ///< empty for one that was made from a binary, or linked
+    uint32_t nId = 0;      ///< the layer's number for it in its process
+    std::string strFile;   ///< the file with its text if there is one, else an invented name
+    std::string strSource; ///< empty if it was created from a binary, or linked
     std::string strOptions;
     std::vector<std::string> vKernels;
 };
@@ -32,40 +32,40 @@ struct SKnownKernel
     std::vector<std::pair<std::string, std::string>> vParameters; ///< names and types
 };
 
-/// A launch that has gone by, or waits.
+/// A launch that was reported, or waits.
 struct SKnownLaunch
 {
     int nProcess = 0;
-    uint64_t nNumber = 0; ///< counts the process's launches
-    uint64_t nTurn = 0;   ///< counts the kernel's
+    uint64_t nNumber = 0; ///< its number within the process
+    uint64_t nTurn = 0;   ///< its number among the kernel's launches
     std::string strKernel;
     unsigned int nProgram = 0;
     std::vector<size_t> vGlobal;
-    std::vector<size_t> vLocal; ///< empty if it is left to the platform
+    std::vector<size_t> vLocal; ///< empty if the platform chooses
     uint64_t nMicroseconds = 0; ///< since the process's first launch
-    std::string strArguments;   ///< in short
+    std::string strArguments;   ///< summary
 };
 
-/// What the layers in a program have told. It knows nothing of sockets.
+/// Everything that a program's layers have reported. It knows nothing of sockets.
 class CProgramRecord
 {
 public:
-    /// \param vFolders  where files of OpenCL C may lie whose text is a program's
+    /// \param vFolders  folders to search for the OpenCL C files of programs
     explicit CProgramRecord(std::vector<std::string> vFolders) : m_vFolders(std::move(vFolders)) {}
 
-    /// Whether a message tells of a launch that waits.
+    /// Whether a message reports a waiting launch.
     static bool IsStop(const SMessage& message);
-    /// Takes in what any other message tells: a program, a kernel, a launch that goes by; what is none of them is left.
-    /// This and the next throw CProtocolError for a message that isn't what it should be.
+    /// Records any other message: a program, a kernel, or a launch that isn't debugged; ignores unknown ones.
+    /// Throws CProtocolError for an invalid message, like the next function.
     void Note(int nProcess, const SMessage& message);
-    /// Of a message "launch" or "stop".
+    /// For a message "launch" or "stop".
     const SKnownLaunch& AddLaunch(int nProcess, const SMessage& message);
-    /// A waiting launch as a launch file would have it, with the program's own build options and "-g".
+    /// A waiting launch like one from a launch file, with the program's own build options and "-g".
     SLaunchFile MakeLaunch(int nProcess, const SMessage& message) const;
 
     const std::vector<SKnownProgram>& GetPrograms() const { return m_vPrograms; }
     const std::vector<SKnownLaunch>& GetLaunches() const { return m_vLaunches; }
-    /// Launches by kernel, in the order of their first one.
+    /// The launches by kernel, in the order of their first ones.
     std::vector<std::pair<std::string, uint64_t>> CountLaunches() const;
 
 private:
@@ -80,14 +80,14 @@ private:
     std::vector<SKnownLaunch> m_vLaunches;
 };
 
-/// What is debugged of a program that there is only a binary of: the binary if it has debug data, else a module of its
-/// IL.
+/// What is debugged of a program of which only a binary exists: the binary if it has debug data, else a module made of
+/// its IL.
 std::string MakeDebuggable(const std::vector<char>& vImage);
 
-/// A program's text with a first line that tells the compiler its name.
+/// A program's text, preceded by a line that tells the compiler its name.
 std::string NameSource(const SKnownProgram& program);
 
-/// The element type of a type of OpenCL C: that of a pointer's target, of a vector's components; bytes for what has
+/// The element type for a type of OpenCL C: that of a pointer's target or a vector's components; bytes if there is
 /// none.
 const SElementType& FindElementOf(const std::string& strType);
 

@@ -177,7 +177,7 @@ bool CProgramSession::BeginLaunch(const CProgramProcess::SEvent& event)
     {
         if (m_pDebugger != nullptr && m_pDebugger->IsLive())
         {
-            throw; // its run was broken off, and it stands where it began
+            throw; // its run was aborted, and it is back where it began
         }
         strReason = error.what();
         if (m_Record.GetPrograms()[m_Launch.nProgram - 1].strSource.empty())
@@ -195,7 +195,7 @@ bool CProgramSession::BeginLaunch(const CProgramProcess::SEvent& event)
         m_pDebugger->Kill();
         if (m_Watcher)
         {
-            m_Watcher(nullptr); // what went wrong may have come after it was told
+            m_Watcher(nullptr); // the error may have come after the debugger was announced
         }
         m_pDebugger.reset();
     }
@@ -252,8 +252,8 @@ bool CProgramSession::DebugLaunch(const CProgramProcess::SEvent& event)
     return false;
 }
 
-/// Lets the program go on. Breakpoints that were set at a line stay, for launches of this kernel; of a watch's accesses
-/// nothing is known in another launch.
+/// Lets the program continue. Breakpoints on lines stay, for launches of the same kernel; watches are removed, since
+/// their accesses aren't known for another launch.
 void CProgramSession::LeaveLaunch()
 {
     m_Breakpoints.GetAll().remove_if([](const SBreakpoint& breakpoint) { return breakpoint.pWatch != nullptr; });
@@ -280,7 +280,7 @@ void CProgramSession::LeaveLaunch()
 
 // ---------------------------------------------------------------------------------------- events
 
-/// A launch that passes all its breakpoints goes by without a word, unless it has done what it shouldn't.
+/// A launch that passes all its breakpoints isn't reported, unless it has a fault.
 void CProgramSession::OnEvent(const json& event)
 {
     const std::string strEvent = event["event"];

@@ -9,48 +9,48 @@
 namespace KestrelTool
 {
 
-/// The model of a program under the debugger: it runs, and where a launch has a breakpoint's place it waits while a
-/// replay of that launch is debugged. Breakpoints and settings stay from launch to launch. It knows nothing of a
-/// prompt. All calls come from one thread.
+/// The model of a program under the debugger: it runs, and when a launch contains a breakpoint's place, the launch
+/// waits while a replay of it is debugged. Breakpoints and settings persist between launches. It doesn't know how
+/// anything is shown or entered. All calls come from one thread.
 ///
-/// Besides a debugger's events it sends "launch" in front of the first stop of a launch, "passed" for a launch that was
-/// wanted and can't be debugged (with reason), and "ended" (with code, signal, kernels).
+/// Besides a debugger's events it sends "launch" before the first stop of a launch, "passed" for a launch that was
+/// selected but can't be debugged (with reason), and "ended" (with code, signal, kernels).
 class CProgramSession : public IEventSink
 {
 public:
     CProgramSession(const CLibraries& libraries, const SProgramCommand& command, IEventSink& sink);
     ~CProgramSession() override;
 
-    /// The debugger of the launch that waits; null if none does.
+    /// The debugger of the waiting launch; null if none waits.
     CDebugger* GetDebugger() { return m_pDebugger.get(); }
     SSettings& GetSettings() { return m_Settings; }
     CBreakpoints& GetBreakpoints() { return m_Breakpoints; }
     const CProgramRecord& GetRecord() const { return m_Record; }
-    /// Called with the debugger of a launch that is going to be debugged, and with null at its end.
+    /// Called with a launch's debugger before it is debugged, and with null at the end.
     void SetWatcher(std::function<void(CDebugger*)> watcher) { m_Watcher = std::move(watcher); }
 
     SBreakpoint& AddBreakpoint(const SLaunchPlace& place, bool bTemporary);
 
-    /// Starts the program and runs it to the first stop, or to its end.
+    /// Starts the program, and runs it to the first stop or to its end.
     /// \throws CCommandError if it runs already, or can't be started
     void Run();
-    /// Goes on in the launch that waits, and after its end with the program.
+    /// Continues in the waiting launch and, after its end, in the program.
     void Continue(size_t nTimes);
-    /// Goes on with the program, without a stop in the launch that waits.
+    /// Continues the program, without further stops in the waiting launch.
     void FinishLaunch();
-    /// Writes the launch that waits, as the program made it. \return path of the launch file
+    /// Writes the waiting launch, as the program made it. \return path of the launch file
     /// \throws CCommandError if none waits, or it can't be written
     std::string CaptureLaunch(const SCaptureTarget& target);
-    /// Writes launches to come, with an event "captured" (launch, kernel, and file or error) for each.
+    /// Writes future launches, and sends an event "captured" (launch, kernel, and file or error) for each.
     void CaptureLaunches(const SLaunchRule& rule, const SCaptureTarget& target);
     /// Ends the program.
     void Kill();
     bool IsRunning() const { return m_pProcess != nullptr; }
-    /// Of the last run that came to its own end; 0 without one.
+    /// Of the last run that ended by itself; 0 if there is none.
     int GetExitCode() const { return m_nExitCode; }
 
 private:
-    /// What a kernel is made of.
+    /// The source of a kernel.
     struct SKernelSource
     {
         std::set<unsigned int> lines; ///< of the program's file
@@ -88,11 +88,11 @@ private:
     CProgramRecord m_Record;
     std::unique_ptr<CProgramProcess> m_pProcess;
     std::unique_ptr<CDebugger> m_pDebugger;
-    SKnownLaunch m_Launch; ///< the one that waits
-    bool m_bShown = false; ///< it has been told of
+    SKnownLaunch m_Launch; ///< the waiting one
+    bool m_bShown = false; ///< its event was sent
     std::vector<std::pair<SLaunchRule, SCaptureTarget>> m_vCaptures;
     int m_nExitCode = 0;
-    /// Of each kernel of a program, by the program's number.
+    /// By the program's number, and by kernel.
     std::map<unsigned int, std::map<std::string, SKernelSource>> m_mapSources;
 };
 

@@ -13,7 +13,7 @@ namespace KestrelTool
 namespace
 {
 
-/// What every such program has in front of its launch.
+/// The beginning of every such program.
 const char s_szHead[] = R"C(#define CL_TARGET_OPENCL_VERSION 120
 #include <CL/cl.h>
 
@@ -118,7 +118,7 @@ static void Build(cl_program program, cl_device_id device, const char* pszOption
 }
 )C";
 
-/// And what those have that read contents from files.
+/// Added for programs that read contents from files.
 const char s_szLoadContents[] = R"C(
 static unsigned char* LoadContents(const char* pszName, size_t nBytes)
 {
@@ -133,7 +133,7 @@ static unsigned char* LoadContents(const char* pszName, size_t nBytes)
 }
 )C";
 
-/// A text as C writes it. Octal escapes end after three digits, whatever follows, and are no trigraphs.
+/// A text as a C string. Octal escapes have three digits, whatever follows, and avoid trigraphs.
 std::string Quote(const std::string& strText)
 {
     std::string strQuoted = "\"";
@@ -151,7 +151,7 @@ std::string Quote(const std::string& strText)
     return strQuoted + "\"";
 }
 
-/// Build options less the debugger's own, which not every platform knows.
+/// The build options without the debugger's own, which not every platform knows.
 std::string WithoutDebugData(const std::string& strOptions)
 {
     const std::string strDebugData = " -g";
@@ -219,7 +219,7 @@ private:
                << ", &nCode);\n    Check(nCode, \"clCreateKernel\");\n\n";
     }
 
-    /// Where the contents are: in the program itself or in a file.
+    /// Writes contents into the program itself, or code that loads a file.
     std::string PlaceContents(const SArgument& argument, const std::string& strName)
     {
         const std::vector<unsigned char>& vBytes = argument.vContents;
@@ -293,7 +293,7 @@ private:
                << "Part, &nCode);\n    Check(nCode, \"clCreateSubBuffer\");\n";
     }
 
-    /// What the kernel is given has the size and the place that come back.
+    /// Gives the size and address of the kernel's argument.
     void WriteArgument(size_t nArgument)
     {
         const SArgument& argument = m_Launch.vArguments[nArgument];
@@ -339,7 +339,7 @@ private:
                << "), \"clSetKernelArg of argument " << nArgument << "\");\n";
     }
 
-    /// Sizes of the dispatch under a name, which comes back; "NULL" where the launch doesn't say any.
+    /// Declares sizes of the dispatch under a name, and gives the name; "NULL" if the launch doesn't give any.
     std::string PlaceSizes(bool bGiven, const char* pszName, const size_t (&sizes)[3])
     {
         if (!bGiven)
@@ -364,10 +364,10 @@ private:
 
     const SLaunchFile& m_Launch;
     const std::string m_strName;
-    bool m_bFiles = false; ///< there are contents in files
+    bool m_bFiles = false; ///< some contents are in files
     std::ostringstream m_Contents;
     std::ostringstream m_Main;
-    std::ostringstream m_Outputs; ///< what comes after the launch
+    std::ostringstream m_Outputs; ///< the code after the launch
 };
 
 } // namespace

@@ -6,9 +6,9 @@
 namespace KestrelTool
 {
 
-/// A program in C that makes a captured launch on any OpenCL 1.2 platform. It reads the program's text and larger
-/// contents from the files beside the launch file, and writes what the launch leaves in each buffer and image to files.
-/// \param strName     that of the launch file, without folder and ".json"
+/// A C program that makes a captured launch on any OpenCL 1.2 platform. It reads the program's text and larger contents
+/// from the files beside the launch file, and writes each buffer and image to a file after the launch.
+/// \param strName     the launch file's name, without folder and ".json"
 /// \param strProgram  name of the program's file
 std::string MakeReplayProgram(const SLaunchFile& launch, const std::string& strName, const std::string& strProgram);
 
