@@ -35,8 +35,8 @@ unsigned int FindFreeUAV(const std::set<unsigned int>& taken, unsigned int nFirs
 
 } // namespace
 
-/// Every temp that an instruction names counts as used, those that nothing has written among them: the debugger's own
-/// temps must never be the kernel's.
+/// Every temp that an instruction names counts as used, also one that nothing has written: the debugger's own temps
+/// must never be the kernel's.
 void CAnalyzedShaderIL::NoteTemps(const CShaderDebuggerInstructionIL& instruction)
 {
     bool bWritesTemp = false;

@@ -11,8 +11,8 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// The largest private array of one work-item. A register that is indexed at run time is read element by element, so
-/// that an absurd size in a declaration would ask for as many kernel runs.
+/// The largest private array of one work-item. A register that is indexed at run time is read element by element, so an
+/// absurd size in a declaration would ask for as many kernel runs.
 constexpr unsigned int s_nMaxPrivateBytes = 1u << 24;
 constexpr unsigned int s_nMaxArrayElements = s_nMaxPrivateBytes / 16;
 

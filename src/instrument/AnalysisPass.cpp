@@ -88,7 +88,7 @@ bool CAnalysisPass::TakeMacroEnd()
         m_Shader.m_nOutlineMacroEnd = Position();
     }
 
-    // One without an instruction is no place.
+    // A macro without an instruction is no place.
     if (m_nMacroStart != Position())
     {
         m_Shader.m_vOutlineMacros.push_back({m_nMacroLabel, m_nMacroStart, Position()});
@@ -116,7 +116,7 @@ bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
         return true;
     }
 
-    // One only: the outline may follow.
+    // Skips one macro only: the outline may follow.
     CShaderDebuggerInstructionIL inMacro(m_Shader.GetDebugger());
 
     while (m_Shader.DecodeItem(m_Src, inMacro))
@@ -133,7 +133,7 @@ bool CAnalysisPass::TakeMacroDef(const CShaderDebuggerInstructionIL& item)
     return true;
 }
 
-/// The first outline macro, and those after it that somebody calls: nobody comes to the others.
+/// The first outline macro, and those after it that are called; the position never comes to the others.
 bool CAnalysisPass::IsEntered(const CShaderDebuggerInstructionIL& item)
 {
     return m_Shader.IsOutlineMacro(item.GetInstructionModifier(), m_Src) &&

@@ -8,8 +8,8 @@
 namespace OVK_ShaderDebugger
 {
 
-/// The one pass over the items of a kernel, after its header. It fills the fields of the kernel; what it keeps for
-/// itself is where it stands: the open blocks, the function, the macro, the line. Internal to this folder.
+/// The one pass over the items of a kernel, after its header. It fills the fields of the kernel. Its own state is the
+/// open blocks, the function, the macro and the line at the current item. Internal to this folder.
 class CAnalysisPass
 {
 public:

@@ -21,7 +21,7 @@ constexpr const char* s_OlderDevices[] = {"lathe", "forge",    "anvil",   "kiln"
 
 constexpr unsigned int s_nElementBytes = 16;
 
-/// The largest argument buffer that is believed. Its elements are copied one by one to show the arguments.
+/// The largest argument buffer that is accepted. Its elements are copied one by one to show the arguments.
 constexpr unsigned int s_nMaxArgumentElements = 65536;
 
 template <size_t N>

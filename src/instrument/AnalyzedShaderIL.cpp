@@ -364,7 +364,7 @@ bool CAnalyzedShaderIL::MakeWrittenRegister(const CShaderDebuggerInstructionIL& 
 {
     if (!IsPrivateUAVWrite(instruction))
     {
-        // A macro's result is one in this call alone, and can't be read where others are.
+        // A macro's result belongs to this call alone, and can't be read at other places.
         return instruction.GetDestRegType() != IL_REGTYPE_OUTPUT_ARG && instruction.GetDestRegister(reg);
     }
 

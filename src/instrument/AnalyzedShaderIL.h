@@ -22,7 +22,7 @@ namespace OVK_ShaderDebugger
 class CAnalysisPass;
 struct SOperand;
 
-/// What a number of the kernel holds that nothing has told yet.
+/// The value of a number of the kernel that isn't known yet.
 constexpr unsigned int s_nNotSet = std::numeric_limits<unsigned int>::max();
 
 /// The constant buffer in which a kernel finds its arguments.
@@ -63,7 +63,7 @@ struct SOutlineMacro
     InstructionNumber nEnd; ///< the first instruction after it
 };
 
-/// What is known of a kernel: the lowest storey of the kernel under debug. One pass over the IL, run once, finds the
+/// What is known of a kernel: the lowest layer of the kernel under debug. One pass over the IL, run once, finds the
 /// instructions, the block structure, the registers that each instruction writes, what each function declares, and
 /// which temp, literal and UAV numbers are free for the debugger. The results stay fixed from then on.
 class CAnalyzedShaderIL : public CShaderDebuggerShader
@@ -71,8 +71,8 @@ class CAnalyzedShaderIL : public CShaderDebuggerShader
 public:
     /// The number of register numbers of one type.
     static constexpr unsigned int NUM_IL_REGISTER_INDICES = 65536;
-    /// Blocks that may stand inside each other. Deeper kernels are refused: each instruction is noted in every block
-    /// around it, so that without a limit the time would grow with the square of the text.
+    /// How deep blocks may nest. Deeper kernels are refused: each instruction is noted in every block around it, so
+    /// without a limit the time would grow with the square of the text.
     static constexpr size_t MAX_BLOCK_DEPTH = 1024;
 
     /// The data is a kernel binary in ELF form with binary IL in it, or a plain array of tokens. It is copied.
@@ -94,7 +94,7 @@ public:
     /// \return true if reg needs no index register any more; it is unchanged otherwise
     bool ResolveIndexRegisterToConstant(Register* reg, InstructionNumber nInst, size_t nMaxDepth);
 
-    /// Whether an instruction stores to an array of private memory.
+    /// Whether the kernel declares a private UAV of that number; whether an instruction stores to one.
     bool HasPrivateUAV(unsigned int nNumber) const { return m_PrivateUAVNums.count(nNumber) != 0; }
     bool IsPrivateUAVWrite(const CShaderDebuggerInstructionIL& instruction) const;
 
@@ -167,7 +167,7 @@ public:
     unsigned int GetExecMaskUAVNum() const { return m_bTidewater ? m_nExecMaskUAVNum : m_nRawUAVNum; }
 
 protected:
-    /// The version and the shader type in front of the items.
+    /// The version and the shader type, which come before the items.
     static constexpr size_t HEADER_TOKENS = 2;
 
     /// One item of the token stream: an instruction, a declaration, a comment or a macro marker.
@@ -203,8 +203,8 @@ protected:
     /// Logs at logVERBOSE the text of some IL, after a title.
     void LogTokens(const char* pszTitle, const unsigned int* pTokens, size_t nTokens) const;
 
-    // What the storeys above read. They live here because the analysis is what fills them, and nothing else writes
-    // them; the engine and the patcher index them directly at every step.
+    // What the layers above read. The fields are here because the analysis fills them, and nothing else writes them;
+    // the engine and the patcher index them directly at every step.
     unsigned int m_nVersion; ///< low 16 bits of the version token
     InstructionNumber m_nInstructionCount;
     InstructionNumber m_nEndOfShader;            ///< the last instruction, the end

@@ -6,10 +6,10 @@
 namespace OVK_ShaderDebugger
 {
 
-// A called function is cut short at the target in one of its calls only. The call that is meant, told by the call
-// stack, goes to a copy of the function that is cut; all others go to the function as the kernel wrote it. The function
-// that makes the call is itself cut after it, or it would go on, and store, with what a function cut short has left.
-// An outline macro is such a function, too.
+// A called function is cut at the target in one of its calls only: the call stack tells in which. That call goes to a
+// copy of the function, which is cut; all others go to the function as the kernel wrote it. The calling function is
+// itself cut after the call. Otherwise it would go on with what the cut function has left, and store it. An outline
+// macro is such a function, too.
 
 namespace
 {
@@ -19,7 +19,7 @@ constexpr unsigned int s_nMaxMacroLabel = 0x3FFF;
 
 } // namespace
 
-/// Whether an instruction may call its function again, or another one does.
+/// Whether the function that an instruction calls may be called again, by this instruction or by another one.
 bool CInstrumentedShaderIL::IsRepeatedCall(InstructionNumber nCall) const
 {
     if (LoopWith(nCall) != nullptr)
@@ -123,8 +123,8 @@ unsigned int CInstrumentedShaderIL::WithLabel(unsigned int token, unsigned int n
     return opToken.val;
 }
 
-/// Literals of their own for the passes of loops in copies: a function and the one that calls it may have loops of the
-/// same depth, which share a counter, but not the passes.
+/// Gives the loops in copies literals of their own for their passes: a function and the one that calls it may have
+/// loops of the same depth, which share a counter, but not the passes.
 void CInstrumentedShaderIL::WriteCopyLiterals(CDest& dest, const std::vector<SCut>& vCuts)
 {
     for (size_t i = 1; i < vCuts.size(); ++i)
@@ -143,7 +143,7 @@ void CInstrumentedShaderIL::WriteCopyLiterals(CDest& dest, const std::vector<SCu
     }
 }
 
-/// The call at a cut: of the copy in the pass that is meant, in which the innermost loop's counter has come to 0.
+/// The call at a cut: of the copy in the target's pass, in which the innermost loop's counter has come to 0.
 void CInstrumentedShaderIL::WriteCutCall(CDest& dest, const SCut& cut)
 {
     const CShaderDebuggerInstructionIL& call = m_Instructions[cut.pc.m_nPos];
@@ -261,8 +261,8 @@ bool CInstrumentedShaderIL::FindBody(CSource& src, const SOutlineMacro* pMacro,
     return it != m_BodyStarts.end() && src.SkipTokens(it->second - src.GetTokensRead()) && ReadItem(src, item);
 }
 
-/// Declares again what else would read otherwise in a copy, which stands after all other text: the literals that are
-/// declared more than once, as they are in front of a body.
+/// Declares the literals again that are declared more than once, as they are before a body. Its copy stands after all
+/// other text, and would read other values.
 void CInstrumentedShaderIL::WriteLiteralsInForce(CDest& dest, InstructionNumber nBody)
 {
     for (const auto& literal : m_LiteralDeclarations)
@@ -272,7 +272,7 @@ void CInstrumentedShaderIL::WriteLiteralsInForce(CDest& dest, InstructionNumber 
             continue;
         }
 
-        // A read gives the declaration that stands last in front of it, or the first one if all stand after it.
+        // A read gives the last declaration before it, or the first one if all stand after it.
         const Vec4* pValue = &literal.second.front().value;
 
         for (const SLiteralDeclaration& declaration : literal.second)

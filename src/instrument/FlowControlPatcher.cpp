@@ -186,9 +186,9 @@ const CIL_Loop* CInstrumentedShaderIL::LoopAround(InstructionNumber nWhile, cons
     return pLoop != nullptr && pLoop->IsInsideLoop(pc) ? pLoop : nullptr;
 }
 
-/// The passes that the loop may run, into its counter. A loop inside another that holds the target is held back in the
-/// outer one's last pass only, the one whose counter stands at 0: in the passes before it, it runs as the kernel wrote
-/// it.
+/// Puts the passes that the loop may run into its counter. A loop inside another that holds the target is held back in
+/// the outer one's last pass only, the one whose counter stands at 0: in the passes before it, it runs as the kernel
+/// wrote it.
 void CInstrumentedShaderIL::WriteLoopEntry(CDest& dest, const CIL_Loop& loop, const ProgramCounter& pc)
 {
     if (!IsCounted(loop, pc))
@@ -233,7 +233,7 @@ const CIL_Loop* CInstrumentedShaderIL::EnclosingLoop(const CIL_FCConstruct& cons
     return nullptr;
 }
 
-/// Leaves the loop when no pass is left, else counts one down, and forgets who passed the target before.
+/// Leaves the loop when no pass is left, else counts one down, and clears the flag of an earlier pass.
 void CInstrumentedShaderIL::WriteLoopHead(CDest& dest, const CIL_Loop& loop)
 {
     const Register counter(RT_Temp, loop.GetCountRegister(), loop.GetCountComponent());
@@ -287,7 +287,7 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
 
         if (cut.IsTarget())
         {
-            // Who returns here never comes to the stores after the block.
+            // A work-item that returns here never comes to the stores after the block.
             WriteOutputsOfReturning(dest, item.pTokens, item.nLength, cut.pc.m_nPos);
         }
 
@@ -306,7 +306,7 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
     }
 }
 
-/// A declaration in text that is left out may be meant for what stands behind the function.
+/// Keeps a declaration in text that is left out: the text after the function may need it.
 void CInstrumentedShaderIL::WriteDeclarationBehindTarget(CDest& dest, const SItem& item) const
 {
     if (ILShaderUtils::IsDCL(item.GetOpCode()) && !IsReplacedDeclaration(item) && !IsDroppedBehindTarget(item))
@@ -345,7 +345,7 @@ bool CInstrumentedShaderIL::FinalizeFunctions(CSource& src, CDest& dest, Instruc
         return false;
     }
 
-    // The macros of other kernels aren't analysed: whatever stands in them, they end with their mend.
+    // The macros of other kernels aren't analysed. Whatever they hold, they end with their mend.
     bool bInMacro = false;
 
     while (ReadItem(src, item))

@@ -41,7 +41,7 @@ const SFoldable* FindFoldable(ILOpCode op)
     return nullptr;
 }
 
-/// Behind these lies code of which it isn't known whether, how often or for whom it ran.
+/// Ends the search: of the code before these it isn't known whether, how often or for which work-items it ran.
 bool IsBarrier(ILOpCode op)
 {
     switch (op)
@@ -70,7 +70,7 @@ bool IsDivider(ILOpCode op)
     return op == IL_OP_ELSE || op == IL_OP_CASE || op == IL_OP_DEFAULT;
 }
 
-/// Where a block opens: the branch between there and a dividing instruction hasn't run on the way to what follows.
+/// Where a block opens: of its branches, the one before a dividing instruction hasn't run on the way to what follows.
 InstructionNumber StartOf(const CIL_FCConstruct& construct)
 {
     if (const CIL_IfElseEndif* pIf = construct.AsIfElseEndif())
@@ -172,7 +172,7 @@ private:
     {
         if (type == RT_LITERAL)
         {
-            // Of several declarations the one in front of the reading instruction would count.
+            // Of several declarations the last one before the reading instruction would count.
             const auto it = m_Literals.find(nNumber);
             return it == m_Literals.end() || it->second.size() == 1 ||
                    Warn("Expression could not be reduced to literals.");

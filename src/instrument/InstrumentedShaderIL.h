@@ -12,10 +12,10 @@ namespace OVK_ShaderDebugger
 
 class CCLMetadata;
 
-/// How a kernel is rewritten: the middle storey of the kernel under debug. A patched kernel computes what the kernel
-/// computes up to a target, copies a register and the execution mask aside there, closes the open blocks, stores both
-/// copies to the two output buffers and returns. It is made of the kernel's own tokens, kept or left out but never
-/// changed, and of what the emitters here add.
+/// How a kernel is rewritten: the middle layer of the kernel under debug. A patched kernel computes what the kernel
+/// computes up to a target. There it copies a register and the execution mask aside, closes the open blocks, stores
+/// both copies to the two output buffers and returns. It consists of the kernel's own tokens, kept or left out but
+/// never changed, and of what the emitters here add.
 ///
 /// The output buffers hold one element a work-item, at its linear index (z * height + y) * width + x in the dispatch:
 /// 16 bytes of the results buffer, the raw bits of the captured register's components x, y, z, w; and 4 bytes of the
@@ -39,19 +39,19 @@ public:
     bool PatchIL(CInputTokenStream<unsigned int>& src, COutputTokenStream<unsigned int>& dest,
                  ProgramCounter nTargetInstruction, const std::vector<Register>& vTargetRegs);
 
-    /// The kernel up to a position, for what it leaves in memory: every work-item executes what comes before the
-    /// position or is it, and nothing after. Of the group whose linear number the selector has, the blocks of local
-    /// memory go to the results buffer, after a first element of 1; nothing else is written there.
+    /// The kernel up to a position, for what it leaves in memory: every work-item executes everything up to and
+    /// including the position, and nothing after. Of the group whose linear number the selector has, the blocks of
+    /// local memory go to the results buffer, after a first element of 1; nothing else is written there.
     /// \return false, with the reason logged
     bool CreateMemoryShader(const ProgramCounter& target, const std::vector<SLocalBlock>& vBlocks,
                             std::vector<char>& vImage);
 
-    /// The same kernel, for what registers hold at the position, of work-items that aren't active there as well: of
-    /// each register of the list all four components of every work-item go to the results buffer, at its linear index,
-    /// one register after the other. \param nPlane  bytes that one of them takes \return false, with the reason logged
+    /// The same kernel, for what registers hold at the position, also of work-items that aren't active there. All four
+    /// components of each register of the list go to the results buffer, for every work-item at its linear index, one
+    /// register after the other. \param nPlane  bytes that one of them takes \return false, with the reason logged
     bool CreateValueShader(const ProgramCounter& target, const std::vector<Register>& vRegisters, unsigned int nPlane,
                            std::vector<char>& vImage);
-    /// Whether a register can be read so: memory isn't one, and outputs can't be read.
+    /// Whether a register can be read in this way: memory isn't one, and outputs can't be read.
     static bool IsCaptured(const Register& reg);
 
     /// The rewrite of the tokens alone, as PatchIL.
@@ -62,8 +62,8 @@ public:
     /// can't be made
     bool CreatePlainShader(std::vector<char>& vImage);
 
-    /// A kernel with the arguments of this one that stores constant buffer 1, in which the arguments stand, to the
-    /// results buffer, element by element. \return false, with the reason logged
+    /// A kernel with the arguments of this one that stores constant buffer 1, which holds the arguments, to the results
+    /// buffer, element by element. \return false, with the reason logged
     bool CreateArgumentDump(std::vector<char>& vImage);
     /// The elements of constant buffer 1.
     unsigned int GetKernelABIConstantBufferSize() const { return m_nKernelABIConstantBufferSize; }
@@ -81,7 +81,7 @@ public:
     // What the next patched kernels are made for, besides their target.
     /// Which call of its function the target is in.
     const CCallPath& GetTargetCalls() const { return m_CallStack; }
-    /// Jumps of the target's function in front of which the capture is made as well, of those who take them.
+    /// Jumps of the target's function before which the capture is made as well, for the work-items that take them.
     const std::set<InstructionNumber>& GetLeaving() const { return m_Leaving; }
     /// Whether they store the mask alone.
     bool IsMaskOnly() const { return m_bMaskOnly; }
@@ -102,7 +102,7 @@ protected:
     typedef COutputTokenStream<unsigned int> CDest;
 
     /// Copies macros from the first item inside one, or from an mdef, through the last that follows directly; nothing
-    /// in front of a header.
+    /// before a header.
     bool CopyMacros(CSource& src, CDest& dest);
 
     // Writers of tokens. A failed write isn't reported: it shows in the stream.
@@ -141,7 +141,7 @@ protected:
     void WriteExecMaskTempReg(CDest& dest, bool bVal);
     /// The capture at the entry of a kernel.
     virtual void CopyInputRegs(CDest& dest, const std::vector<Register>& vTargetRegs);
-    /// What stands in front of the first instruction: declarations, and 0 in every temp.
+    /// What stands before the first instruction: declarations, and 0 in every temp.
     virtual void InitResourcesAndRegisters(CDest& dest, bool bInitLoopRegisters, ProgramCounter pc);
     void WriteDebuggerNumericLiteralDeclarations(CDest& dest);
     /// The passes that each loop around the target may run.

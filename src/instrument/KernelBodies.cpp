@@ -76,7 +76,7 @@ std::optional<InstructionNumber> CAnalyzedShaderIL::CalleeOf(const CShaderDebugg
     case IL_OP_CALL_LOGICALZ:
     case IL_OP_CALL_LOGICALNZ:
     {
-        // Behind the condition, if there is one.
+        // After the condition, if there is one.
         const auto it = m_FunctionInstruction.find(instruction.GetToken(instruction.GetLength() - 1));
         return it != m_FunctionInstruction.end() ? std::optional(it->second) : std::nullopt;
     }

@@ -6,17 +6,17 @@
 namespace OVK_ShaderDebugger
 {
 
-// A memory kernel leaves memory as it is at a position: every work-item executes what comes before the position or is
-// it, in the order of the stepping, and nothing that comes after. Text after the target that isn't in a loop around it
-// is left out. In a loop the passes before need that text, and the target's pass has to do without: it is the pass in
-// which the loop's counter stands at 0, for all who are in it. So who is in that pass leaves the loop at the target,
-// and at each place after it where others come in that haven't met the target: the other part of an if, the end of an
+// A memory kernel leaves memory as it is at a position: every work-item executes everything up to and including the
+// position, in the order of the stepping, and nothing after it. Text after the target that isn't in a loop around it is
+// left out. The earlier passes of a loop need it, but not the target's pass, in which the loop's counter is 0 for all.
+// There work-items leave the loop at the target; those that haven't come to it leave at the next place where they join:
+// the other part of an if, the end of an if, the next case, the end of an inner block.
 // if, the next case, the end of an inner block.
 
 namespace
 {
 
-/// What takes nobody's memory along and sends work-items elsewhere: they leave in front of it.
+/// Targets that write no memory and send work-items elsewhere: the work-items leave before them.
 bool LeavesBefore(ILOpCode op)
 {
     switch (op)
@@ -76,7 +76,7 @@ ILOpCode CloserOf(ILOpCode opOpen)
 
 constexpr unsigned int s_nFenceThreadsAndLocal = 3;
 
-/// How local memory is copied: a store of a word for each byte is right too, since they go upward.
+/// How local memory is copied. Storing a word for each byte is right too, since the copy goes upward.
 struct SLocalPiece
 {
     unsigned int nBytes;
@@ -184,8 +184,8 @@ bool CInstrumentedShaderIL::EndMainAtCall(SPass& pass)
     return false;
 }
 
-/// Writes the target, and ends its function there. Memory is what counts, so a store without a destination is written
-/// like any other instruction.
+/// Writes the target, and ends its function there. It is memory that counts here, so a store without a destination is
+/// written like any other instruction.
 bool CInstrumentedShaderIL::EndMemoryAtTarget(SPass& pass, const SItem& item)
 {
     const InstructionNumber nTarget = pass.nCurrentInstruction;
@@ -276,7 +276,7 @@ const CIL_Loop* CInstrumentedShaderIL::InnermostCountedLoop(const SCut& cut) con
     return nullptr;
 }
 
-/// Who is in the target's pass leaves the innermost loop, or the switch in it at whose end they leave the loop.
+/// In the target's pass, leaves the innermost loop, or the switch in it at whose end the work-items leave the loop.
 void CInstrumentedShaderIL::WriteLeave(CDest& dest, const SCut& cut)
 {
     const CIL_Loop* pLoop = InnermostCountedLoop(cut);
@@ -349,7 +349,7 @@ void CInstrumentedShaderIL::CloseOpenBlocks(CDest& dest)
     }
 }
 
-/// The end of the main body, to which all come that haven't returned from it.
+/// The end of the main body, to which all work-items come that haven't returned from it.
 void CInstrumentedShaderIL::WriteMemoryEnd(SPass& pass)
 {
     if (!pass.pMemory->vBlocks.empty() && !pass.pMemory->bReturned)
@@ -361,13 +361,13 @@ void CInstrumentedShaderIL::WriteMemoryEnd(SPass& pass)
     WriteInstruction(pass.dest, IL_OP_RET_DYN);
 }
 
-/// What the work-items that end here leave besides memory.
+/// Stores what is wanted besides memory, for the work-items that end here.
 void CInstrumentedShaderIL::WriteWhatIsAskedFor(SPass& pass)
 {
     pass.pMemory->pRegisters != nullptr ? WriteValues(pass) : WriteLocalMemory(pass);
 }
 
-/// The registers hold what they held at the position: who has come to the main body's end, or to a return from it, has
+/// Stores registers as they were at the position: a work-item at the main body's end, or at a return from it, has
 /// executed nothing since, or never came to the position. In the coordinate temp, w is the offset in the buffer.
 void CInstrumentedShaderIL::WriteValues(SPass& pass)
 {

@@ -6,7 +6,7 @@
 namespace OVK_ShaderDebugger
 {
 
-/// What an operand's tokens say beyond what a Register keeps: the whole swizzle, and where its index register stands.
+/// What an operand's tokens say beyond a Register: the whole swizzle, and where its index register stands.
 struct SOperand
 {
     ILRegType type = IL_REGTYPE_LAST;

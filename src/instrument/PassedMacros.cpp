@@ -11,7 +11,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// Whether a register is one to which a caller comes back: a macro's arguments are its own, memory is no register.
+/// Whether a macro's writes to a register reach its caller: its arguments are its own, and memory is no register.
 bool IsShared(const Register& reg)
 {
     return reg.reg.type == RT_Temp || reg.reg.type == RT_IndexableTemp || reg.reg.type == RT_PrivateUAVAccess;
@@ -39,7 +39,7 @@ void CAnalyzedShaderIL::NotePassedInstruction(const CShaderDebuggerInstructionIL
     }
 }
 
-/// Once all of the kernel is known.
+/// Called once all of the kernel is known.
 void CAnalyzedShaderIL::FindRegistersOfPassedMacros()
 {
     for (InstructionNumber n = 0; n < m_Instructions.size(); ++n)

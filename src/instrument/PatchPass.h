@@ -6,7 +6,7 @@
 namespace OVK_ShaderDebugger
 {
 
-/// What a memory kernel has besides.
+/// What a pass for a memory kernel has besides.
 struct CInstrumentedShaderIL::SMemoryPatch
 {
     const std::vector<SLocalBlock>& vBlocks;

@@ -3,8 +3,8 @@
 namespace OVK_ShaderDebugger
 {
 
-/// Makes the mask that of the target's pass. A work-item that leaves a loop in an earlier pass takes the flag along
-/// that it got there: its pass counter hasn't come to 0.
+/// Makes the mask that of the target's pass. A work-item that left a loop in an earlier pass still has the flag that it
+/// got there, but its pass counter hasn't come to 0.
 void CInstrumentedShaderIL::WriteMaskOfPass(CDest& dest, InstructionNumber nTarget)
 {
     const Register flag(RT_Temp, GetExecMaskTempRegister(), COMP_All);
@@ -25,7 +25,7 @@ void CInstrumentedShaderIL::WriteOutputs(CDest& dest, InstructionNumber nCurrent
     WriteStores(dest, nCurrentInstruction);
     if (!IsInMain(nCurrentInstruction))
     {
-        // A flag that one call has set must not last into the next.
+        // A flag that one call has set must not still be set in the next.
         WriteExecMaskTempReg(dest, false);
     }
 }

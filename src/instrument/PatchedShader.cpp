@@ -95,8 +95,8 @@ bool CInstrumentedShaderIL::CreatePlainShader(std::vector<char>& vImage)
     return OVK_ElfUtils::InsertBinaryILIntoElf(&vImage, m_vTokens.data(), m_vTokens.size() * sizeof(IL), m_DeviceName);
 }
 
-/// Patches into a copy of the kernel binary what doesn't depend on the target, once for all stops: the metadata of
-/// this kernel and of its neighbours.
+/// Patches what doesn't depend on the target into a copy of the kernel binary, once for all stops: the metadata of this
+/// kernel and of its neighbours.
 bool CInstrumentedShaderIL::PrepareElf()
 {
     const char* pBytes = static_cast<const char*>(GetShaderData());

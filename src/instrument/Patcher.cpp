@@ -9,7 +9,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// Written after the stores, since the function's code may not run on.
+/// A return or a function's end; it is written after the stores, since nothing after it would run.
 bool IsReturnLike(ILOpCode op)
 {
     return op == IL_OP_ENDFUNC || op == IL_OP_RET || op == IL_OP_RET_DYN;
@@ -20,7 +20,7 @@ bool IsConditionalReturn(ILOpCode op)
     return op == IL_OP_RET_LOGICALZ || op == IL_OP_RET_LOGICALNZ;
 }
 
-/// Those who stay behind a jump have its condition to thank for it.
+/// Jumps that take all: after other jumps those go on for which the condition doesn't hold.
 bool IsUnconditional(ILOpCode op)
 {
     return op == IL_OP_BREAK || op == IL_OP_CONTINUE || op == IL_OP_RET || op == IL_OP_RET_DYN;
@@ -77,8 +77,8 @@ bool CInstrumentedShaderIL::PatchAll(CSource& src, CDest& dest, const ProgramCou
     return bPatched && pass.bDone;
 }
 
-/// A position of the kernel, or its entry. The end of the kernel and of its main body are none: nothing that a stop
-/// there could show differs from the instruction before.
+/// A position of the kernel, or its entry. The ends of the kernel and of its main body are none: a stop there would
+/// show nothing that the instruction before doesn't.
 bool CInstrumentedShaderIL::IsStopPosition(const ProgramCounter& target) const
 {
     if (target == g_PC_NULL)
@@ -99,7 +99,7 @@ bool CInstrumentedShaderIL::PatchHeader(SPass& pass)
 {
     unsigned int token = 0;
 
-    // Those in front; the header itself is no item.
+    // The macros before the header; the header itself is no item.
     CopyMacros(pass.src, pass.dest);
 
     for (size_t i = 0; i < HEADER_TOKENS; ++i)
@@ -163,7 +163,7 @@ bool CInstrumentedShaderIL::IsReplacedDeclaration(const SItem& item) const
     case IL_OP_DCL_UAV:
     case IL_OP_DCL_TYPELESS_UAV:
     case IL_OP_DCL_TYPED_UAV:
-    case IL_OP_DCL_RAW_UAV: // the analysis lets only one be
+    case IL_OP_DCL_RAW_UAV: // the analysis accepts only one
         return IsCompute();
 
     case IL_OP_DCL_ARENA_UAV:
@@ -215,7 +215,7 @@ bool CInstrumentedShaderIL::PatchMacroDef(SPass& pass, const SItem& item)
     return true;
 }
 
-/// The most of a kernel: nothing is asked of it but what it is.
+/// Whether an instruction is copied without further questions, as most of a kernel is.
 bool CInstrumentedShaderIL::IsKept(const SPass& pass, const CShaderDebuggerInstructionIL& instruction) const
 {
     const InstructionNumber nInst = pass.nCurrentInstruction;
@@ -288,7 +288,7 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
 
     if (bAtTarget && instruction.GetOpCode() == IL_OP_SWITCH)
     {
-        // In front of it all are together who come to it.
+        // Before the switch all work-items that come to it are together.
         WriteSelectorCapture(pass.dest, instruction);
         WriteRegsToOutputTempReg(pass.dest, pass.vTargetRegs);
         WriteExecMaskTempReg(pass.dest, true);
@@ -321,8 +321,8 @@ bool CInstrumentedShaderIL::PatchInstruction(SPass& pass, const SItem& item)
     return !bAtTarget || EndAtTarget(pass, instruction);
 }
 
-/// Writes the target if it takes effect before the registers are read: a store without a destination doesn't, except
-/// for the passes before in a loop.
+/// Writes the target if it takes effect before the registers are read. A store without a destination doesn't, but in a
+/// loop the earlier passes need it.
 void CInstrumentedShaderIL::PatchTarget(SPass& pass, const CShaderDebuggerInstructionIL& instruction)
 {
     if (instruction.GetDestRegType() == IL_REGTYPE_OUTPUT)
@@ -338,7 +338,8 @@ void CInstrumentedShaderIL::PatchTarget(SPass& pass, const CShaderDebuggerInstru
     }
 }
 
-/// The selector of a switch into the output temp, from which it tells where everybody goes. A register takes its place.
+/// Copies a switch's selector into the output temp, in place of a register: it tells which label each work-item goes
+/// to.
 void CInstrumentedShaderIL::WriteSelectorCapture(CDest& dest, const CShaderDebuggerInstructionIL& instruction)
 {
     WriteInstruction(dest, IL_OP_MOV);
@@ -350,7 +351,7 @@ void CInstrumentedShaderIL::WriteSelectorCapture(CDest& dest, const CShaderDebug
     }
 }
 
-/// The capture in front of a jump. Who returns there never comes to the stores.
+/// The capture before a jump, with the stores if it is a return: who returns there never comes to those at the end.
 void CInstrumentedShaderIL::WriteCaptureOfLeavers(const SPass& pass, const CShaderDebuggerInstructionIL& instruction)
 {
     WriteRegsToOutputTempReg(pass.dest, pass.vTargetRegs);
@@ -359,7 +360,7 @@ void CInstrumentedShaderIL::WriteCaptureOfLeavers(const SPass& pass, const CShad
     WriteOutputsOfReturning(pass.dest, instruction.GetTokens(), instruction.GetLength(), pass.cut.pc.m_nPos);
 }
 
-/// The stores of those whom a return takes; nothing in front of any other instruction.
+/// The stores of the work-items that a return takes; nothing before any other instruction.
 void CInstrumentedShaderIL::WriteOutputsOfReturning(CDest& dest, const unsigned int* pTokens, unsigned int nLength,
                                                     InstructionNumber nTarget)
 {
@@ -371,7 +372,7 @@ void CInstrumentedShaderIL::WriteOutputsOfReturning(CDest& dest, const unsigned 
     }
     else if (IsConditionalReturn(op))
     {
-        // Those who stay still need their flag for the stores at the end.
+        // The work-items that stay still need their flag for the stores at the end.
         IL_OpCode opToken{pTokens[0]};
         opToken.bits.code = op == IL_OP_RET_LOGICALZ ? IL_OP_IF_LOGICALZ : IL_OP_IF_LOGICALNZ;
         dest.WriteToken(opToken.val);
@@ -410,7 +411,7 @@ bool CInstrumentedShaderIL::EndAtTarget(SPass& pass, const CShaderDebuggerInstru
 
     if (bReturnLike && LoopWith(nTarget) != nullptr)
     {
-        // Who returns in an earlier pass mustn't come here again.
+        // A work-item that returns in an earlier pass mustn't come here again.
         WriteOutputs(pass.dest, nTarget);
         instruction.WriteInstruction(pass.dest);
     }
