@@ -8,20 +8,20 @@
 namespace KestrelBench
 {
 
-/// What the calls of the OpenCL runtime are for, in a stop.
+/// The purpose of OpenCL calls during a stop.
 enum ECallKind
 {
     CALL_Build,    ///< programs and kernels
-    CALL_Transfer, ///< copies and mappings, both ways; a mapping waits for the kernel
+    CALL_Transfer, ///< copies and mappings in both directions; a mapping waits for the kernel
     CALL_Run,      ///< the launch
     CALL_Other,
     CALL_Kinds
 };
 
-/// Seconds inside the runtime since the last call, by kind, summed over all threads.
+/// The time in seconds spent in the runtime since the last call, by kind, summed over all threads.
 std::array<double, CALL_Kinds> TakeCallTimes();
 
-/// A table whose entries take the time of those of another one, which it calls. Only one at a time.
+/// A table that measures the time of each call and passes it on to another table. Only one at a time.
 cl_icd_dispatch MakeTimedTable(const cl_icd_dispatch& table);
 
 } // namespace KestrelBench

@@ -4,8 +4,8 @@
 namespace KestrelBench
 {
 
-/// Converts another, tiny kernel to and fro, so that what is converted next is new as a whole: the
-/// assembler and the disassembler remember what they converted last.
+/// Converts another, tiny kernel in both directions, so that the next conversion starts from scratch: the assembler and
+/// the disassembler remember their last conversion.
 void ForgetConversions();
 
 } // namespace KestrelBench

@@ -25,7 +25,7 @@ bool BindToCore(int nCore)
     return pthread_setaffinity_np(pthread_self(), sizeof(cores), &cores) == 0;
 }
 
-/// Two threads that take turns; each waits for the other's write.
+/// Two threads take turns; each waits for the other's write.
 double TimePass()
 {
     alignas(64) std::atomic<int> nTurn(0);

@@ -6,9 +6,9 @@
 namespace KestrelBench
 {
 
-/// Seconds that a cache line takes to the second core and back, a figure for each of some series of passes: what one
-/// core gets of another's writes. A virtual machine's cores move, and may have a cache in common or none.
-/// \return nothing on a machine with one core, or where threads can't be bound to cores
+/// The time in seconds that a cache line takes to another core and back, one figure for each series of passes. The
+/// cores of a virtual machine move, and may or may not share a cache.
+/// \return nothing on a machine with one core, or if threads can't be bound to cores
 std::vector<double> TimeCacheLine();
 
 } // namespace KestrelBench

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-/// The benchmark kernels' computations in plain C++, one work-item after the other, with the same
-/// operations on the same values. Compiled without vectors.
+/// The computations of the benchmark kernels in plain C++, work-item by work-item, with the same operations on the same
+/// values. Compiled without vectorisation.
 namespace KestrelBench::Host
 {
 
@@ -13,7 +13,7 @@ void VectorAdd(uint32_t nCount, const float* a, const float* b, float* pSum);
 /// x = a * x + y, 100 times; the last x is the result.
 void Saxpy(uint32_t nCount, float a, const float* x, const float* y, float* pResult);
 
-/// Where, and how large a step a pixel is.
+/// The corner of the picture, and the size of a pixel's step.
 struct SView
 {
     float fStepX;
@@ -26,10 +26,10 @@ void Mandelbrot(uint32_t nWidth, uint32_t nHeight, const SView& view, uint32_t* 
 
 void MatrixProduct(uint32_t n, const float* a, const float* b, float* pProduct);
 
-/// The sum of each group of 256: the upper half of what is left is added to the lower one, as the kernel does.
+/// The sum of each group of 256. As in the kernel, the upper half of the remaining values is added to the lower half.
 void Reduction(uint32_t nGroups, const uint32_t* pValues, uint32_t* pSums);
 
-/// The same sums, value after value, which a kernel of 256 work-items has no use for.
+/// The same sums, value by value, which wouldn't suit a kernel of 256 work-items.
 void PlainSums(uint32_t nGroups, const uint32_t* pValues, uint32_t* pSums);
 
 /// Counts of the low bytes.
@@ -43,7 +43,7 @@ struct SBody
 void BodyStep(uint32_t nCount, float fTime, float fSoftening, const SBody* pPlaces, const SBody* pSpeeds,
               SBody* pNewPlaces, SBody* pNewSpeeds);
 
-/// 64 updates of places of an array of 16, each chosen by what the one before it has read.
+/// 64 updates of an array of 16; each element read chooses the next one.
 void PrivateArray(uint32_t nCount, const uint32_t* pSeeds, uint32_t* pSums);
 
 } // namespace KestrelBench::Host

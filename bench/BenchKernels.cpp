@@ -264,7 +264,7 @@ void CKernelBuffers::Bind(SLaunch& launch)
         range.nSize = m_vBuffers[n]->size() * 4;
         range.pData = reinterpret_cast<unsigned char*>(m_vBuffers[n]->data());
         launch.vMemory.push_back(range);
-        // Addresses of buffers that no argument names: their elements hold other arguments.
+        // Elements of the constant buffer that aren't set by an argument yet get the addresses of buffers.
         if (launch.vConstantBuffer1[n * 4] == 0)
         {
             launch.vConstantBuffer1[n * 4] = static_cast<uint32_t>(nAddress);

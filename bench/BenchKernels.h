@@ -14,16 +14,16 @@ namespace KestrelBench
 /// Assembles and decodes a kernel. \throws std::runtime_error with the reason
 std::shared_ptr<const KestrelPlatform::CProgram> Compile(const std::string& strText);
 
-/// A kernel's buffers. The n-th is argument n: constant buffer 1, element n, holds its 64-bit address.
+/// A kernel's buffers. Buffer n is argument n: constant buffer 1 holds its 64-bit address in element n.
 class CKernelBuffers
 {
 public:
-    /// Adds a buffer, writable, of so many words.
+    /// Adds a writable buffer with these words.
     std::vector<uint32_t>& Add(std::vector<uint32_t> vWords);
     std::vector<uint32_t>& operator[](size_t n) { return *m_vBuffers[n]; }
     float* Floats(size_t n) { return reinterpret_cast<float*>(m_vBuffers[n]->data()); }
 
-    /// Gives the launch the memory and the addresses; the buffers must outlive it.
+    /// Sets the launch's memory and addresses; the buffers must outlive it.
     void Bind(KestrelPlatform::SLaunch& launch);
 
 private:
@@ -37,21 +37,21 @@ struct SBenchKernel
     KestrelPlatform::SLaunch launch;
     CKernelBuffers buffers;
     std::vector<size_t> vOutputs;   ///< buffers that the kernel writes
-    std::vector<size_t> vExpected;  ///< what the host writes, beside them
-    std::function<void()> runOther; ///< another way to the host's results, or null
+    std::vector<size_t> vExpected;  ///< what the host computes for them
+    std::function<void()> runOther; ///< another way to compute the host's results, or null
     std::string strOther;
     std::function<void()> runHost; ///< fills vExpected
-    float fReach512 = 0;           ///< of the host's time, with 512-bit vectors
+    float fReach512 = 0;           ///< limit relative to the host's time, with 512-bit vectors
     float fReach256 = 0;           ///< with 256-bit vectors
-    bool bScales = true;           ///< twice the cores are to be nearly twice as fast
+    bool bScales = true;           ///< should be nearly twice as fast on twice as many cores
 
-    /// Runs the kernel once. \param nThreads 0 for one a core
+    /// Runs the kernel once. \param nThreads 0 for one for each core
     void Run(uint32_t nThreads);
-    /// Runs both and compares. \throws std::runtime_error if a word differs
+    /// Runs both and compares the results. \throws std::runtime_error if a word differs
     void Check();
 };
 
-/// The eight kernels, the one of private arrays in both forms that an array can have.
+/// The eight kernels; private arrays appear in both possible forms.
 std::vector<std::unique_ptr<SBenchKernel>> MakeBenchKernels();
 
 /// A launch of nItems work-items in groups of 256.
@@ -60,7 +60,7 @@ void SetSize(KestrelPlatform::SLaunch& launch, size_t nItems);
 /// c = a + b over the first three buffers.
 std::string VectorAddText();
 
-/// A kernel of so many instructions in a row that writes one word a work-item.
+/// A straight-line kernel with this many instructions, in which each work-item writes one word.
 std::string StraightText(uint32_t nInstructions);
 
 } // namespace KestrelBench

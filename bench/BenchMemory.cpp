@@ -10,7 +10,7 @@ namespace KestrelBench
 namespace
 {
 
-/// A figure of /proc/self/status, KiB.
+/// Reads a value of /proc/self/status, in KiB.
 double Status(const std::string& strName)
 {
     std::ifstream status("/proc/self/status");
@@ -30,7 +30,7 @@ double Status(const std::string& strName)
 
 double StartMemoryPeak()
 {
-    // 5 sets the peak back to what is held now.
+    // Writing 5 resets the peak to the current use.
     std::ofstream clear("/proc/self/clear_refs");
     clear << 5 << std::flush;
     if (!clear)

@@ -4,11 +4,11 @@
 namespace KestrelBench
 {
 
-/// Forgets the peak so far. \return what this process holds in memory now, KiB
-/// \throws std::runtime_error if the system doesn't tell, or doesn't forget
+/// Resets the peak. \return this process's current memory use, in KiB
+/// \throws std::runtime_error if the system doesn't support it
 double StartMemoryPeak();
 
-/// The most that this process has held since then, KiB.
+/// The peak memory use since then, in KiB.
 double MemoryPeak();
 
 } // namespace KestrelBench

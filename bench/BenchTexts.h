@@ -1,8 +1,8 @@
 #ifndef KESTREL_BENCH_BENCHTEXTS_H
 #define KESTREL_BENCH_BENCHTEXTS_H
 
-/// The kernels in IL. Pointers are 64-bit addresses in constant buffer 1, an element each. The texts
-/// stand in function 1024, after the lines that give r0.xyz the global id.
+/// The kernels in IL. Pointers are 64-bit addresses in constant buffer 1, one in each element. The texts are the body
+/// of function 1024, after the lines that put the global id in r0.xyz.
 namespace KestrelBench::Texts
 {
 

@@ -1,5 +1,5 @@
-// What looking at a run costs over the plain run of the same kernel, on the same interpreter and in the same run, taken
-// in turn. KESTREL_BENCH_LOOK chooses one of them.
+// The cost of observing a run, relative to a plain run of the same kernel on the same interpreter, measured in
+// alternation. KESTREL_BENCH_LOOK selects one kind of observation.
 
 #include "bench/BenchKernels.h"
 #include "bench/BenchReport.h"
@@ -21,7 +21,7 @@ struct SLook
 {
     const char* pszName;
     void (*pfSwitch)(SLaunch& launch, bool bOn);
-    double fMedian; ///< over the kernels, to reach
+    double fMedian; ///< limit for the median over all kernels
     double fMost;
 };
 
@@ -47,7 +47,7 @@ double Median(std::vector<double> vFigures)
     return vFigures[vFigures.size() / 2];
 }
 
-/// Memory is looked up as if part of it weren't written; all of it is.
+/// Makes the run check memory for unwritten bytes, although all of it is written.
 std::vector<std::vector<unsigned char>> MakeShadows(SLaunch& launch)
 {
     std::vector<std::vector<unsigned char>> vShadows;

@@ -1,5 +1,5 @@
-// What building OpenCL C costs: the first build of a process and later ones, from the cache on disk, how the time grows
-// with the source, and the memory that the compiler takes. Each first build is one of a new process.
+// The cost of building OpenCL C: the first build of a process, later ones, and ones from the cache on disk; how the
+// time grows with the source; and the compiler's memory. Each first build is made in a new process.
 
 #include "bench/BenchReport.h"
 #include "tools/session/launch/Libraries.h"
@@ -24,7 +24,7 @@ namespace
 const unsigned int s_nProcesses = 7;
 const unsigned int s_nBuilds = 9;
 
-/// 15 lines as anyone writes them.
+/// 15 ordinary lines.
 const char* const s_pszSmall = R"(
 float weight(float d, float h)
 {
@@ -44,7 +44,7 @@ kernel void smooth(global const float* in, global float* out, int n, float h)
 }
 )";
 
-/// A kernel of about so many lines, as generators write them.
+/// A kernel of about nLines lines, like generated code.
 std::string MakeLongSource(unsigned int nLines)
 {
     std::string strSource =
@@ -58,7 +58,7 @@ std::string MakeLongSource(unsigned int nLines)
     return strSource + "    a[0] = x + y + z;\n}\n";
 }
 
-/// The runtime, opened when it is first used.
+/// The runtime, opened on first use.
 class CRuntime
 {
 public:
@@ -103,7 +103,7 @@ private:
     cl_context m_context = nullptr;
 };
 
-/// Megabytes of the process that are in memory.
+/// The resident memory of the process, in megabytes.
 double ResidentMegabytes()
 {
     std::ifstream stream("/proc/self/statm");
@@ -166,7 +166,7 @@ struct SFirstBuilds
 
 SFirstBuilds MeasureFirst(const std::string& strSource)
 {
-    BuildInNewProcess(strSource); // reads the library from disk, and fills the cache if there is one
+    BuildInNewProcess(strSource); // loads the library into the page cache, and fills the program cache if it is on
     SFirstBuilds builds;
     for (unsigned int n = 0; n < s_nProcesses; ++n)
     {

@@ -1,5 +1,5 @@
-// What a stop pays for the conversions of IL: text to tokens, tokens to text, tokens to the form
-// that runs. The figures are milliseconds, and how they grow when a kernel is ten times as long.
+// The cost of the IL conversions at a stop: text to tokens, tokens to text, and tokens to the form that
+// runs. The figures are milliseconds, and how they grow when a kernel is ten times as long.
 
 #include "bench/BenchConversions.h"
 #include "bench/BenchReport.h"

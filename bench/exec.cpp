@@ -1,5 +1,5 @@
-// What the debugger costs a program of which no launch is debugged: the same program with and without the layer, in
-// turn. The program is this one, called with --program, and has the machine's loader of OpenCL drivers opened by hand.
+// The debugger's cost for a program in which no launch is debugged: the same program with and without the layer, in
+// alternation. It is this program itself, called with --program, which opens the machine's loader of OpenCL drivers.
 
 #include "bench/BenchReport.h"
 
@@ -49,7 +49,7 @@ void Check(cl_int nCode, const char* pszWhat)
     }
 }
 
-/// Makes the launches, and prints how many seconds they took.
+/// Makes the launches, and prints the time that they took, in seconds.
 void RunProgram(size_t nItems)
 {
     void* const pLoader = dlopen("libOpenCL.so.1", RTLD_NOW);
@@ -114,7 +114,7 @@ void RunProgram(size_t nItems)
     std::printf("%.9f\n", fSeconds);
 }
 
-/// The last line but those of the debugger's that a command prints, as seconds.
+/// The last line that a command prints, apart from the debugger's, as seconds.
 double Measure(const std::string& strCommand)
 {
     FILE* const pOutput = popen((strCommand + " 2> /dev/null < /dev/null").c_str(), "r");

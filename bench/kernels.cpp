@@ -1,6 +1,6 @@
-// Kernels in IL against the same computations in plain C++, cores against each other, how times grow
-// with sizes, and what memory a large dispatch takes. Every kernel's results are compared with the
-// host's before it is timed. Ratios are of times taken in turn.
+// Kernels in IL against the same computations in plain C++, scaling over cores, growth of times with
+// sizes, and the memory of a large dispatch. Every kernel's results are compared with the host's before
+// it is timed. Ratios are of times measured in alternation.
 
 #include "bench/BenchHost.h"
 #include "bench/BenchKernels.h"
@@ -24,7 +24,7 @@ namespace
 const unsigned int s_nRuns = 9;
 const unsigned int s_nScalingRuns = 5;
 
-/// Calls a piece of work often enough for the clock.
+/// How often to call the work so that the clock can measure it.
 unsigned int Repeats(const std::function<void()>& work, double fSeconds)
 {
     work();
@@ -51,7 +51,7 @@ float ReachOf(const SBenchKernel& kernel)
     return std::strcmp(GetLaneTable().pszName, "AVX2") == 0 ? kernel.fReach256 : 0;
 }
 
-/// What a second core gives compiled code that shares nothing: other work on the machine takes from it.
+/// The gain from a second core for compiled code without shared data; other load on the machine reduces it.
 std::vector<double> HostScaling()
 {
     const uint32_t nCount = 1u << 16;
@@ -68,7 +68,7 @@ std::vector<double> HostScaling()
     return Scaled(TimeRatios(s_nRuns, one, two), 2);
 }
 
-/// On the vectors that are chosen now.
+/// With the currently chosen vectors.
 void ReportKernels(CReport& report)
 {
     const std::string strVectors = std::string(", ") + GetLaneTable().pszName;
@@ -92,8 +92,8 @@ void ReportKernels(CReport& report)
     }
 }
 
-/// On all vectors of this machine for which there is something to reach; the widest, with which the rest of the run
-/// goes on, are the last.
+/// With all vector widths of this machine that have limits. The widest comes last, since the rest of the run continues
+/// with it.
 void ReportVectors(CReport& report)
 {
     for (const EInstructionSet eSet : {EInstructionSet::Baseline, EInstructionSet::Avx2, EInstructionSet::Avx512})
@@ -107,8 +107,8 @@ void ReportVectors(CReport& report)
                 "; cores: " + std::to_string(std::thread::hardware_concurrency()));
 }
 
-/// Seconds of each piece of work: the least of a few tries, taken in turn. What other programs take from one try they
-/// seldom take from all.
+/// The time of each piece of work in seconds: the minimum of several tries in alternation. Other programs rarely slow
+/// down all tries.
 std::vector<double> LeastOfTries(const std::vector<std::function<void()>>& vWork)
 {
     std::vector<double> vLeast(vWork.size(), 1e9);
@@ -122,7 +122,7 @@ std::vector<double> LeastOfTries(const std::vector<std::function<void()>>& vWork
     return vLeast;
 }
 
-/// A kernel on one core over the same on two, and what the machine gives two launches of it that share nothing.
+/// The time of a kernel on one core relative to two, and the machine's own gain for two launches without shared data.
 void ReportScaling(CReport& report, SBenchKernel& kernel, SBenchKernel& other)
 {
     const auto once = [&kernel] { kernel.Run(1); };
@@ -201,7 +201,7 @@ struct SInstructionTimes
     std::vector<double> vRun;
 };
 
-/// Seconds to assemble and decode a kernel, and to run it once over 16 K work-items.
+/// The times in seconds to assemble and decode a kernel, and to run it once over 16 K work-items.
 SInstructionTimes MeasureInstructions(uint32_t nInstructions)
 {
     const std::string strText = StraightText(nInstructions);
@@ -248,7 +248,7 @@ void ReportInstructions(CReport& report)
     }
 }
 
-/// What a dispatch of 16 M work-items adds to this process's memory, once a small one has run.
+/// The memory that a dispatch of 16 M work-items adds to this process, after a small one has run.
 void ReportMemory(CReport& report)
 {
     SLaunch launch;

@@ -1,4 +1,4 @@
-// What a memory query costs at a stop, beside a step there: in a straight line, where the stop's own run has left
+// The cost of a memory query at a stop, next to a step there: in straight-line code, where the stop's own run has left
 // memory as it is, and in a loop, where the first query of a stop makes a run. Times are milliseconds.
 
 #include "bench/BenchReport.h"
@@ -18,7 +18,7 @@ namespace
 const size_t s_nLocalSize = 64;
 const size_t s_nStops = 40;
 
-/// Stores in a line, and then passes of a loop that store and use local memory.
+/// Straight-line stores, then passes of a loop that store and use local memory.
 SLaunchFile MakeLaunch(size_t nItems)
 {
     SLaunchFile launch;
@@ -51,7 +51,7 @@ SLaunchFile MakeLaunch(size_t nItems)
     return launch;
 }
 
-/// Steps, and asks for memory at some stops in the line and at some in the loop.
+/// Steps, and queries memory at some stops in the straight-line code and some in the loop.
 class CQueryingClient : public ISessionClient
 {
 public:

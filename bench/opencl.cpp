@@ -1,6 +1,6 @@
-// The benchmark kernels in OpenCL C, built and launched as any host program does it, against the same computations in
-// plain C++ and in hand-written IL, on one core; and how many instructions debug data costs. Every result is compared
-// with the host's, word by word, before it is timed. Ratios are of times taken in turn.
+// The benchmark kernels in OpenCL C, built and launched like in any host program, against the same computations in
+// plain C++ and in hand-written IL, on one core; and the number of instructions that debug data costs. Every result is
+// compared with the host's, word by word, before it is timed. Ratios are of times measured in alternation.
 
 #include "KestrelPlatform.h"
 #include "bench/BenchKernels.h"
@@ -24,7 +24,7 @@ namespace
 
 const unsigned int s_nRuns = 9;
 
-/// To be called before any thread is made: the runtime takes as many as the process may use cores.
+/// To be called before any thread is started: the runtime uses as many threads as the process may use cores.
 void StayOnOneCore()
 {
     cpu_set_t cores;
@@ -79,7 +79,7 @@ public:
     cl_command_queue m_queue = nullptr;
 };
 
-/// A benchmark kernel's form in OpenCL C, with the data of the form in IL in buffers of the device.
+/// The OpenCL C form of a benchmark kernel, with the data of the IL form in buffers of the device.
 class CSourceKernel
 {
 public:
@@ -104,7 +104,7 @@ public:
     CSourceKernel(const CSourceKernel&) = delete;
     CSourceKernel& operator=(const CSourceKernel&) = delete;
 
-    /// \param nGroups  only so many work-groups in each dimension; 0 for all
+    /// \param nGroups  how many work-groups in each dimension; 0 for all
     void Run(size_t nGroups = 0)
     {
         const KestrelPlatform::SLaunch& launch = m_Kernel.launch;
@@ -203,7 +203,7 @@ private:
     std::vector<std::pair<size_t, cl_mem>> m_vBuffers; ///< with the index of the kernel's buffer
 };
 
-/// Instructions that one work-group executes, from the platform's trace.
+/// The number of instructions that one work-group executes, from the platform's trace.
 double CountInstructions(CDevice& device, CSourceKernel& kernel)
 {
     uint64_t nRecords = 0;
@@ -257,7 +257,7 @@ int main(int argc, char** argv)
     try
     {
         StayOnOneCore();
-        // The platform's own copy of the interpreter reads the same setting.
+        // The platform's own copy of the interpreter reads this setting too.
         const char* const pszSettings = std::getenv("KESTREL_PLATFORM");
         if (pszSettings != nullptr && std::strcmp(pszSettings, "vectors=256") == 0)
         {

@@ -1,4 +1,4 @@
-// What a stop costs at source level: steps by line of a compiled kernel, alone and with all variables of the function
+// The cost of a stop at source level: steps by line of a compiled kernel, alone and with all variables of the function
 // for all work-items, and a run to a breakpoint after a loop that writes many registers.
 
 #include "bench/BenchMemory.h"
@@ -27,7 +27,7 @@ public:
     void OnEvent(const nlohmann::json&) override {}
 };
 
-/// Thirty lines with a loop, branches and a function, as anyone writes them.
+/// Thirty ordinary lines with a loop, branches and a function.
 const char* const s_pszKernel = R"(#line 1 "walk.cl"
 int mix(int a, int b)
 {
@@ -90,7 +90,7 @@ double Milliseconds(const std::function<void()>& work)
     return TimeOnce(work) * 1000;
 }
 
-/// Looks at all variables of the function for all work-items.
+/// Reads all variables of the function for all work-items.
 void ReadLocals(CDebugger& debugger)
 {
     CSourceValues values(debugger);
@@ -114,7 +114,7 @@ struct SFigures
     std::vector<double> vRuns;
 };
 
-/// Steps by line from the kernel's beginning to its end, so many times.
+/// Steps by line from the kernel's beginning to its end, nTimes.
 SFigures MeasureSteps(const CLibraries& libraries, size_t nItems, unsigned int nSessions,
                       const std::function<void(CDebugger&)>& look)
 {
@@ -136,7 +136,7 @@ SFigures MeasureSteps(const CLibraries& libraries, size_t nItems, unsigned int n
                         look(debugger);
                     }
                 });
-            if (debugger.IsLive()) // the last step is the rest of the kernel
+            if (debugger.IsLive()) // the last step runs the rest of the kernel
             {
                 figures.vTimes.push_back(fTime);
                 figures.vRuns.push_back(static_cast<double>(debugger.GetRuns() - nBefore));
@@ -161,7 +161,7 @@ void LookAtStats(CDebugger& debugger)
     }
     catch (const CCommandError&)
     {
-        // At the first lines nothing has been computed.
+        // At the first lines nothing has been computed yet.
     }
 }
 
@@ -246,7 +246,7 @@ void AddContinue(CReport& report, const CLibraries& libraries)
     report.Add("and of reading all of them", vLocals, 1.5);
 }
 
-/// The peak of a session's memory up to its first line, in bytes a work-item, with a buffer of so many bytes for each.
+/// A session's peak memory up to its first line, in bytes per work-item, with a buffer of nBytes for each.
 double MeasureMemory(const CLibraries& libraries, size_t nBytes)
 {
     const size_t nItems = size_t(1) << 24;
@@ -262,7 +262,7 @@ double MeasureMemory(const CLibraries& libraries, size_t nBytes)
     return fPeak * 1024 / static_cast<double>(nItems);
 }
 
-/// What a session keeps of each work-item, beside the copies of the buffers: those grow with the buffer.
+/// The memory that a session keeps for each work-item, without the copies of buffers, which grow with the buffer.
 void AddMemory(CReport& report, const CLibraries& libraries)
 {
     const double fSmall = MeasureMemory(libraries, 4);
@@ -281,7 +281,7 @@ int main(int argc, char** argv)
         CReport report("source", argc, argv);
         const std::string strLib = GetLibraryFolder();
         const CLibraries libraries(strLib + "/kestrel-platform", strLib + "/libOVKKestrel.so.1");
-        // What others leave in the heap would be used again.
+        // Comes first, as the heap would reuse memory that others have freed.
         AddMemory(report, libraries);
         AddSmall(report, libraries);
         AddLarge(report, libraries);

@@ -1,5 +1,5 @@
-// What a stop costs, against its floor: one run of the kernel as it is, one copy of its buffers and
-// one read of the output buffers. Times are milliseconds.
+// The cost of a stop, compared with its lower bound: one run of the unpatched kernel, one copy of its
+// buffers and one read of the output buffers. Times are milliseconds.
 
 #include "KestrelPlatform.h"
 #include "bench/BenchCalls.h"
@@ -21,15 +21,15 @@ namespace
 {
 
 const unsigned int s_nMaxStops = 40;
-/// Bytes of the two output buffers for each work-item.
+/// The size of the two output buffers for each work-item.
 const size_t s_nOutputBytes = 20;
 const size_t s_nElementBytes = 4;
 const size_t s_nLocalSize = 64;
 const char* const s_pszKernel = "line";
-/// Work of one run above which two stops have to do.
+/// If one run takes more work than this, only two stops are measured.
 const double s_fLongRun = 5e8;
 
-/// What a kernel's text begins with: r0.x is the work-item's number, buffer 0 the one argument.
+/// The beginning of each kernel's text: r0.x is the work-item's number, buffer 0 the only argument.
 const char* const s_pszHead =
     ";ARGSTART:__OpenCL_line_kernel\n;version:3:1:104\n;device:quench\n;uniqueid:1024\n;memory:64bitABI\n"
     ";pointer:data:i32:1:1:0:uav:10:4:RW:0:0\n;function:1:1030\n;ARGEND:__OpenCL_line_kernel\n"
@@ -53,7 +53,7 @@ std::string MakeText(unsigned int nInstructions, const std::string& strBody)
     return s_pszHead + strLine + "iadd r3.x, r3.x, r4.x\nuav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\n" + s_pszTail;
 }
 
-/// Stores what the outputs of a stop have: a register for each work-item, and after all of them a word for each.
+/// Stores like the outputs of a stop: a register for each work-item, and after all of them a word for each.
 std::string MakeOutputsText()
 {
     return s_pszHead +
@@ -100,8 +100,8 @@ const SPlatformControl& Control(const CLibraries& libraries)
     return *reinterpret_cast<const SPlatformControl* (*)()>(pFunction)();
 }
 
-/// One run of the kernel, one copy of its buffers, one read of as many bytes as the outputs of a stop have, which a
-/// kernel has written just before. It is taken after each stop, so that both meet the same machine.
+/// The lower bound: one run of the kernel, one copy of its buffers, and one read of as many bytes as a stop's outputs,
+/// which a kernel has just written. Measured after each stop, so that both see the same state of the machine.
 class CFloor
 {
 public:
@@ -155,7 +155,7 @@ public:
     }
 
 private:
-    /// The runtime's threads stay awake for some microseconds. When a stop's kernel comes they sleep.
+    /// The runtime's threads stay awake for some microseconds, but when a stop's kernel comes they are asleep.
     static void LetThreadsSleep()
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(100);
@@ -182,7 +182,7 @@ private:
     cl_kernel m_Writer = nullptr; ///< of m_Outputs
 };
 
-/// A session that goes to a line near the kernel's end by a continue, and steps from there.
+/// A session that continues to a line near the kernel's end, and steps from there.
 class CMeasuredSession
 {
 public:
@@ -199,13 +199,13 @@ public:
         Require(m_bStarted, "the session didn't start");
     }
 
-    ovkclDebugPC nLine = 0; ///< where the continue goes
+    ovkclDebugPC nLine = 0; ///< the target of the continue
     double fAnalysis = 0;   ///< from the enqueue to the first event
     uint64_t nContinueRuns = 0;
     std::vector<double> vStops;  ///< seconds of each step
-    std::vector<double> vFloors; ///< seconds of the floor, taken after each
+    std::vector<double> vFloors; ///< the lower bound after each, in seconds
     std::vector<double> vQueries;
-    std::array<std::vector<double>, CALL_Kinds> vCalls; ///< what of it passed in the runtime
+    std::array<std::vector<double>, CALL_Kinds> vCalls; ///< the part spent in the runtime
     uint64_t nStepRuns = 0;
 
 private:
@@ -303,7 +303,7 @@ private:
     bool m_bOneRegister = false;
 };
 
-/// The line of the n-th item of the kernel's text, as the debugger counts them, that begins with a text.
+/// The line of the n-th item in the kernel's text that begins with strBegin, as the debugger counts lines.
 ovkclDebugPC FindLine(const SLaunchFile& file, const std::string& strBegin, int nBefore)
 {
     std::vector<std::string> vLines;
@@ -329,9 +329,9 @@ double Median(std::vector<double> vFigures)
 struct SCost
 {
     std::vector<double> vStops;
-    std::vector<double> vBeyond; ///< beyond the floor taken after it
-    std::vector<double> vRatios; ///< that over the floor
-    std::vector<double> vShare;  ///< of a stop, outside the runtime
+    std::vector<double> vBeyond; ///< time beyond the lower bound measured after it
+    std::vector<double> vRatios; ///< that relative to the lower bound
+    std::vector<double> vShare;  ///< the part of a stop outside the runtime
     std::vector<double> vQueries;
 };
 
@@ -392,7 +392,7 @@ void MeasureLoop(const CLibraries& libraries, CReport& report)
     CMeasuredSession session(libraries, 1);
     session.nLine = FindLine(file, "iadd r3.x", 0);
     session.Run(launch);
-    // One for each register that was written on the way, r0 to r5, and one for the stop's own instruction.
+    // One run for each register that was written on the way, r0 to r5, and one for the stop's own instruction.
     const double fRule = 6 + 1;
     report.Add("kernel runs of a continue behind a million passes", {double(session.nContinueRuns)}, 0);
     report.Add("the same, beyond what the rules say", {double(session.nContinueRuns) - fRule}, 1);
@@ -409,7 +409,7 @@ void MeasureMemory(const CLibraries& libraries, CReport& report)
     session.nLine = FindLine(file, "iadd r3.x", 6);
     session.Run(launch, true);
     const double fGrowth = (MemoryPeak() - fBefore) * 1024 / double(nItems);
-    // The buffer's contents are kept once and worked on once.
+    // The buffer exists in two copies: the saved contents and the working copy.
     report.Add("bytes a work-item beyond the buffers' copies", {fGrowth - 2 * s_nElementBytes}, 60);
 }
 
@@ -444,7 +444,8 @@ void MeasureAll(const CLibraries& libraries, CReport& report)
                Ratios({Median(costs[1][3].vQueries)}, {Median(costs[1][0].vQueries)}), 3);
 }
 
-/// Half of what a stop reads was written by the other core: how far that is away tells the runs of a machine apart.
+/// Half of what a stop reads was written by the other core, so the time between cores explains differences between
+/// runs.
 void AddCacheLine(CReport& report, const std::string& strWhen)
 {
     const std::vector<double> vSeconds = TimeCacheLine();
@@ -466,7 +467,7 @@ int main(int argc, char** argv)
                                    GetLibraryFolder() + "/libOVKKestrel.so.1");
         const cl_icd_dispatch_table timed = MakeTimedTable(libraries.cl);
         libraries.ovkclDebugSetDispatchTable(&timed);
-        // First, before other sessions have left memory to the process that is used again.
+        // Comes first, before other sessions free memory that would be reused.
         MeasureMemory(libraries, report);
         MeasureLoop(libraries, report);
         AddCacheLine(report, "before");

@@ -1,5 +1,5 @@
-// What the tool adds to a stop of a large dispatch: the pictures and figures of mask, grid and stats, over the time
-// of the stop's own kernel runs.
+// The tool's own cost at a stop of a large dispatch: the pictures and statistics of mask, grid and stats, relative to
+// the time of the stop's own kernel runs.
 
 #include "bench/BenchReport.h"
 #include "tools/session/debug/Views.h"
@@ -68,7 +68,7 @@ endfunc
 end
 )";
 
-/// A launch of a million work-items, in files of its own.
+/// A launch of a million work-items, with its own files.
 class CWideLaunch
 {
 public:
@@ -133,7 +133,7 @@ int main(int argc, char** argv)
         const CWideLaunch launch;
         CSilence silence;
         CDebugger debugger(libraries, ReadLaunchFile(launch.GetPath()), silence);
-        // At each pass of the loop; four registers have been written since the last.
+        // A stop in each pass of the loop; four registers have been written since the last stop.
         debugger.GetBreakpoints().Add({23}, false);
         SFigures figures;
         while (figures.vRuns.size() < s_nStops)

@@ -1,4 +1,4 @@
-# What `cmake --install` puts where. The layout is relocatable: the tool finds its parts from its own place.
+# What `cmake --install` installs, and where. The layout is relocatable: the tool finds its parts relative to itself.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -14,10 +14,10 @@ install(FILES include/OVKKestrel.h include/OVKKestrelCodes.def include/KestrelPl
 install(
   TARGETS kestrel_platform_opencl kestrel_platform_opencl_c kestrel_platform_zcc kestrel_platform_qrl
   LIBRARY DESTINATION ${platform_dir} COMPONENT platform)
-# The layer that programs under the debugger load, by its path.
+# The layer for programs under the debugger, which is loaded by path.
 install(TARGETS kestrel_layer LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/kestrel COMPONENT tool)
-# For OCL_ICD_VENDORS: shows the platform to a loader of OpenCL drivers, and no other driver. It names the place that
-# was configured, since loaders know no other; whoever moves the tree writes the one line anew.
+# For OCL_ICD_VENDORS: makes a loader of OpenCL drivers find this platform and no other driver. It holds the configured path,
+# since loaders need an absolute one; whoever moves the tree has to change this line.
 file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/installed/kestrel.icd
      CONTENT "${CMAKE_INSTALL_FULL_LIBDIR}/kestrel-platform/libOpenCL.so.1\n" @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/installed/kestrel.icd DESTINATION ${CMAKE_INSTALL_DATADIR}/kestrel/vendors

@@ -1,5 +1,5 @@
-# Four Debian packages, a component each: the library, what building against it needs, the software platform, the tool.
-# scripts/package makes and checks them.
+# Four Debian packages, one component each: the library, what is needed to build against it, the software platform, the tool. scripts/package makes
+# and checks them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kestrel)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -19,9 +19,9 @@ execute_process(COMMAND ${debian}/changelog.sh ${CMAKE_SOURCE_DIR}/CHANGELOG.md 
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS CHANGELOG.md)
 
 
-# A package of one component. The documents that each must have go with it: changes, and the licence, which the owner
+# A package of one component, with the documents that every package must have: the changes, and the licence, which the owner
 # hasn't chosen yet, as its text says.
-#   depends  on what, beside the shared libraries that its programs name
+#   depends  dependencies besides the shared libraries that its programs name
 macro(kestrel_package component name section depends summary text)
   string(TOUPPER ${component} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name})
@@ -53,7 +53,7 @@ kestrel_package(
   "Debugs the launch of an OpenCL kernel at a prompt or by a script, over the
 whole dispatch and in both directions.")
 
-# The library's users are told of it by the loader's cache.
+# Installing the library updates the loader's cache.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${debian}/triggers)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")

@@ -1,8 +1,8 @@
-# Compiles several sources of a target as one, which reads their headers once. CMake's own unity builds name the sources by
-# where they lie on the machine, which `__FILE__` brings into every object: clones in different folders could share
-# nothing by a compiler cache. Here they are named from the source folder, which every target can include from.
+# Compiles several sources of a target as one unit, which reads their headers once. CMake's own unity builds include sources by
+# absolute path, which `__FILE__` puts into every object, so that clones in different folders couldn't share a compiler cache.
+# Here the paths are relative to the source folder, which is on every target's include path.
 
-# Whether a source has to be compiled alone: it isn't C++, is generated, has flags of its own, or says so.
+# Whether a source has to be compiled alone: because it isn't C++, is generated, has its own flags, or a property says so.
 function(kestrel_compiled_alone source folder result)
   set(${result} OFF PARENT_SCOPE)
   cmake_path(IS_PREFIX CMAKE_BINARY_DIR ${source} generated)
@@ -18,7 +18,7 @@ function(kestrel_compiled_alone source folder result)
   endforeach()
 endfunction()
 
-# Writes a source that includes those given, and adds it to the list.
+# Writes a source that includes the given ones, and adds it to the list.
 function(kestrel_write_unit target sources list)
   list(LENGTH ${list} number)
   set(unit ${CMAKE_BINARY_DIR}/units/${target}_${number}.cpp)
@@ -31,7 +31,7 @@ function(kestrel_write_unit target sources list)
   set(${list} ${${list}} ${unit} PARENT_SCOPE)
 endfunction()
 
-# Puts the sources of a target together, as many at a time as its UNITY_BUILD_BATCH_SIZE or 8.
+# Combines the sources of a target into units of UNITY_BUILD_BATCH_SIZE sources, or 8.
 function(kestrel_unite target)
   get_target_property(type ${target} TYPE)
   get_target_property(sources ${target} SOURCES)
@@ -74,7 +74,7 @@ function(kestrel_unite target)
   set_target_properties(${target} PROPERTIES SOURCES "${alone};${units}")
 endfunction()
 
-# All targets of a folder and of those in it.
+# All targets of a folder and its subfolders.
 function(kestrel_unite_folder folder)
   get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
   foreach(target ${targets})

@@ -4,7 +4,7 @@
 namespace KestrelFuzz
 {
 
-/// Opens the software platform's compiler library, once, so that the debugger's conversions find it by its plain name.
+/// Opens the software platform's compiler library once, so that the debugger's conversions find it by its name alone.
 void OpenCompilerLibrary();
 
 } // namespace KestrelFuzz

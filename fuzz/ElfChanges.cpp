@@ -21,7 +21,7 @@ std::string NameOf(const CElfSection* pSection)
     return pSection == nullptr ? "none" : pSection->GetName();
 }
 
-/// Every section and symbol as text, without offsets. The tables that are rebuilt count by what is in them.
+/// Every section and symbol as text, without offsets. Rebuilt tables are compared by their contents.
 std::string Describe(const CElf& elf)
 {
     std::ostringstream text;
@@ -49,7 +49,7 @@ std::string Describe(const CElf& elf)
     return text.str();
 }
 
-/// One symbol's block, as far as it is inside its section.
+/// One symbol's block, as far as it is within its section.
 struct SBlock
 {
     const CElfSection* pSection = nullptr;
@@ -80,13 +80,13 @@ std::vector<SBlock> Blocks(const CElf& elf)
     return vBlocks;
 }
 
-/// Whether a section is the symbol table or one of names, whose data is made anew when an image is written.
+/// Whether a section is the symbol table or a table of names, whose data is rebuilt when an image is written.
 bool IsTable(const CElf& elf, const CElfSection* pSection)
 {
     return pSection == elf.GetSymbolTable() || dynamic_cast<const CElfStringTable*>(pSection) != nullptr;
 }
 
-/// A block that changed its size may not change what any other symbol names.
+/// Changing a block's size must not change what other symbols name.
 void CheckNeighbours(const std::vector<char>& vBefore, const std::vector<char>& vAfter, const std::string& strSymbol)
 {
     const CElf before(vBefore);
@@ -99,7 +99,7 @@ void CheckNeighbours(const std::vector<char>& vBefore, const std::vector<char>& 
     for (size_t i = 0; i < vOld.size(); ++i)
     {
         const SBlock& old = vOld[i];
-        // An empty block is apart from itself.
+        // An empty block overlaps nothing.
         const bool bApart =
             &old != &changed && old.IsThere() && changed.IsThere() &&
             (old.pSection != changed.pSection || old.nEnd <= changed.nBegin || old.nBegin >= changed.nEnd);
@@ -164,7 +164,7 @@ void ChangeEntry(const std::vector<char>& vImage, const std::string& strKernel, 
     }
 }
 
-/// Whether a kernel's metadata stands in a section that isn't taken along when the kernel is taken out.
+/// Whether a kernel's metadata is in a section that isn't copied when the kernel is extracted.
 bool LosesMetadata(const std::vector<char>& vImage, const std::string& strKernel)
 {
     const CElf elf(vImage);

@@ -2,8 +2,8 @@
 
 #include "fuzz/Mutator.h"
 
-/// What libFuzzer calls. KESTREL_FUZZ_TARGET is the function of one target, KESTREL_FUZZ_TOKENS whether its inputs are
-/// token streams.
+/// The entry point for libFuzzer. KESTREL_FUZZ_TARGET is the function of one target, KESTREL_FUZZ_TOKENS whether its
+/// inputs are token streams.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
 {
     KestrelFuzz::KESTREL_FUZZ_TARGET(pData, nSize);

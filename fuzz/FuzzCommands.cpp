@@ -21,7 +21,7 @@ namespace
 
 constexpr size_t s_nItems = 6;
 
-/// Six work-items in groups of three, two registers, elements of each kind, and variables in each place.
+/// Six work-items in groups of three, with two registers, elements of each kind, and variables in each kind of place.
 class CItems : public IValueSource
 {
 public:
@@ -145,7 +145,7 @@ public:
         {
             throw CCommandError("no private memory there");
         }
-        // A byte is the same however much is read around it.
+        // A byte has the same value whatever is read around it.
         std::vector<unsigned char> vBytes(s_nItems * nBytes);
         for (size_t n = 0; n < vBytes.size(); ++n)
         {
@@ -235,7 +235,8 @@ void CheckVisible(const std::string& strText)
 
 } // namespace
 
-/// Each line is a command of the prompt; what stands after its name is an expression, a number and a text to print.
+/// Each line is a command of the prompt; the rest of the line is also used as an expression, a number and a text to
+/// print.
 void FuzzCommands(const uint8_t* pData, size_t nSize)
 {
     std::istringstream stream(std::string(reinterpret_cast<const char*>(pData), nSize));

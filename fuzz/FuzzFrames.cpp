@@ -17,7 +17,7 @@ using namespace KestrelTool;
 namespace
 {
 
-/// The messages of a stream that comes in pieces, and a last empty one with a mark where it breaks.
+/// The messages of a stream that arrives in pieces; if it breaks, a last empty one with a mark.
 std::vector<std::string> TakeFrames(const char* pBytes, size_t nBytes, size_t nPiece)
 {
     CFrameReader reader;

@@ -13,9 +13,9 @@ using namespace OVK_ShaderDebugger;
 namespace
 {
 
-/// The debugger's decoder and the compiler's, which share no code, must take the same items and give them the same
-/// length. Only an item that is longer than any kernel needs and a macro call with several results are the debugger's
-/// to refuse.
+/// The debugger's decoder and the compiler's, which share no code, must accept the same items and find the same
+/// lengths. The debugger may only refuse two kinds more: an item longer than any kernel needs, and a macro call with
+/// several results.
 void CompareDecoders(const std::vector<unsigned int>& vTokens)
 {
     constexpr size_t nLongest = 4096;

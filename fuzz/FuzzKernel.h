@@ -10,7 +10,7 @@
 namespace KestrelFuzz
 {
 
-/// The lower storeys of a kernel under debug, without an engine, and with what properties are stated of open to all.
+/// The lower layers of a kernel under debug, without an engine; makes public what properties are checked on.
 class CFuzzShader : public CEnginelessShader
 {
 public:
@@ -40,14 +40,14 @@ public:
     using CAnalyzedShaderIL::StartOfBody;
 };
 
-/// The bytes of an input as a kernel. The whole words are the token stream. How many bytes are left over says what the
-/// stream stands in: none a binary for the newer device, one for the older device, two for the newer one with samplers
-/// and a neighbour, three no binary at all but the tokens alone.
+/// The bytes of an input as a kernel. The whole words are the token stream. The number of remaining bytes chooses what
+/// contains it: 0 a binary for the newer device, 1 one for the older device, 2 one for the newer device with samplers
+/// and a second kernel, 3 no binary, only the tokens.
 class CFuzzKernel
 {
 public:
     CFuzzKernel(const uint8_t* pData, size_t nSize);
-    /// A kernel binary around the tokens with this metadata for the kernel "k".
+    /// A kernel binary around the tokens, with this metadata for the kernel "k".
     CFuzzKernel(const std::vector<unsigned int>& vTokens, const std::string& strMetadata);
 
     bool Analyze() { return m_Shader.AnalyzeShader(); }
@@ -60,7 +60,7 @@ private:
     CFuzzShader m_Shader;
 };
 
-/// The whole words of some bytes.
+/// The whole words in some bytes.
 std::vector<unsigned int> ToWords(const uint8_t* pData, size_t nSize);
 
 /// A stream as hexadecimal words, for messages.

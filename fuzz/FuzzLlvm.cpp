@@ -7,7 +7,8 @@ namespace KestrelFuzz
 
 using namespace KestrelPlatform;
 
-/// The first byte chooses the device, debug data and passes, the rest makes a program, which goes the way of an object.
+/// The first byte chooses the device, debug data and passes. The rest makes a program, which is compiled like an
+/// object.
 void FuzzLlvm(const uint8_t* pData, size_t nSize)
 {
     if (nSize == 0)

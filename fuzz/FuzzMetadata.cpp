@@ -18,7 +18,7 @@ namespace
 const std::string s_strKernel = "il_cs_2_0\ndcl_cb cb0[10]\ncall 1024\nendmain\nfunc 1024\n"
                                 "dcl_max_thread_per_group 64\nmov r0, vTidInGrp\nret\nendfunc\nend\n";
 
-/// Asks all that can be asked. What comes back matters to the sanitizers alone.
+/// Makes all queries. Their results only matter to the sanitizers.
 void Query(const CCLMetadata& metadata)
 {
     unsigned int nNumbers[3] = {};
@@ -71,7 +71,7 @@ void Change(CCLMetadata& metadata)
     metadata.ToString();
 }
 
-/// The road of a patched kernel: the debugger's arguments go in, and the compiler reads the result.
+/// Prepares metadata as for a patched kernel: the debugger's arguments are added, and the compiler reads the result.
 void Patch(const std::string& strMetadata)
 {
     static const std::vector<unsigned int> s_vTokens = []()

@@ -19,10 +19,10 @@ using namespace OVK_ShaderDebugger;
 namespace
 {
 
-/// Positions of one kernel that are patched; those of a longer one are spread over it.
+/// How many positions of a kernel are patched; in a longer kernel they are spread evenly.
 constexpr InstructionNumber s_nMaxPositions = 64;
 
-/// Whether the software platform takes a stream: its items, its blocks and its calls.
+/// Whether the software platform accepts a stream: its items, its blocks and its calls.
 bool IsStructured(const std::vector<unsigned int>& vTokens, std::string& strReason)
 {
     KestrelPlatform::SDecodedStream stream;
@@ -57,7 +57,7 @@ ProgramCounter At(const CFuzzShader& shader, InstructionNumber nPosition, unsign
     return pc;
 }
 
-/// Every position of a kernel, patched.
+/// Patches every position of a kernel.
 class CPatchEverywhere
 {
 public:
@@ -94,10 +94,10 @@ private:
         PatchAndCheck(later, {});
     }
 
-    /// The first way down from the main body to the position's function or macro.
+    /// The first call path from the main body to the position's function or macro.
     void EnterCalls(InstructionNumber n)
     {
-        std::vector<ProgramCounter> vCalls; // the innermost first
+        std::vector<ProgramCounter> vCalls; // innermost first
         for (size_t nDepth = 0; !m_Shader.IsInMain(n) && nDepth < 8; ++nDepth)
         {
             const InstructionNumber nStart = m_Shader.StartOfBody(n);
@@ -135,7 +135,7 @@ private:
         }
     }
 
-    /// Where the language token stands: after the macros that a stream may begin with.
+    /// The index of the language token, which follows any leading macros.
     size_t HeaderPosition() const
     {
         CInputTokenStream<unsigned int> stream(&m_Kernel.Host(), m_Shader.m_vTokens.data(), m_Shader.m_vTokens.size());
@@ -155,8 +155,8 @@ private:
         return stream.GetTokensRead();
     }
 
-    /// The end instructions from where a stream stands, without those in macros: what stands in a macro of another
-    /// kernel is nobody's business.
+    /// Counts the end instructions from the stream's position on, except those in macros, since a macro of another
+    /// kernel doesn't concern this one.
     size_t CountEnds(CInputTokenStream<unsigned int>& stream, const std::string& strPlace, bool& bAtEnd) const
     {
         CShaderDebuggerInstructionIL item(&m_Kernel.Host());
@@ -197,7 +197,7 @@ private:
         stream.SkipTokens(2);
         bool bAtEnd = false;
         const size_t nEnds = CountEnds(stream, strPlace, bAtEnd);
-        // A kernel that leaves a macro open has no end of its own.
+        // A kernel with an unclosed macro has no end of its own.
         Require(bAtEnd && (nEnds == 1 || m_bMacroLeftOpen), "a patched stream ends once, at its end", strPlace);
         std::string strReason;
         if (m_bStructured && !IsStructured(vPatched, strReason))
@@ -208,7 +208,7 @@ private:
         }
     }
 
-    /// The road on which the patched kernel reaches the runtime, as text in a kernel binary.
+    /// Takes the patched kernel the way that it reaches the runtime: as text in a kernel binary.
     void CheckImage(const ProgramCounter& target, const std::vector<Register>& vRegs,
                     const std::vector<unsigned int>& vPatched, const std::string& strPlace)
     {

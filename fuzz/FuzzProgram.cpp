@@ -69,7 +69,7 @@ void BuildBinary(const char* pImage, size_t nSize)
     }
 }
 
-/// A binary, as made of a source, gives the kernels of the source.
+/// A binary built from a source must give the source's kernels.
 void Rebuild(const SBuildResult& source, bool bUseDebugIL, const SDeviceTarget& target)
 {
     const SBuildResult result =

@@ -26,7 +26,7 @@ const unsigned s_nMaxInstructions = 200;
 const unsigned s_nIntegerBits[] = {1, 3, 8, 16, 24, 32, 33, 48, 64};
 const unsigned s_nVectorSizes[] = {2, 3, 4, 8, 16};
 
-/// Functions of one operand, of two and of three, all of one integer type.
+/// Intrinsics with one, two and three operands, all of one integer type.
 const Intrinsic::ID s_Unary[] = {Intrinsic::ctpop, Intrinsic::ctlz, Intrinsic::cttz, Intrinsic::abs};
 const Intrinsic::ID s_Binary[] = {Intrinsic::smax,     Intrinsic::umin,     Intrinsic::smin,    Intrinsic::umax,
                                   Intrinsic::uadd_sat, Intrinsic::ssub_sat, Intrinsic::sadd_sat};
@@ -73,7 +73,7 @@ public:
     }
 
 private:
-    /// A number below n, from the bytes; 0 after their end.
+    /// A number below n, taken from the bytes; 0 when they are used up.
     unsigned Below(unsigned n)
     {
         const unsigned nByte = m_nSize > 0 ? *m_pData : 0;
@@ -126,7 +126,7 @@ private:
         return pType->isFloatingPointTy() ? ConstantFP::get(pType, PickFrom(s_numbers)) : Constant::getNullValue(pType);
     }
 
-    /// Some value of a type: of this block, an argument or a constant.
+    /// Some value of a type: from this block, an argument or a constant.
     Value* PickValue(Type* pType)
     {
         std::vector<Value*> vFitting;
@@ -141,7 +141,7 @@ private:
                                                  : vFitting[Below(static_cast<unsigned>(vFitting.size()))];
     }
 
-    /// Any value of the block that isn't a struct.
+    /// Any value of the block except structs.
     Value* PickAny() { return m_vValues[Below(static_cast<unsigned>(m_vValues.size()))]; }
 
     void StartKernel()
@@ -183,12 +183,12 @@ private:
         m_mapValues[&block] = m_vValues;
     }
 
-    /// A phi takes what its predecessors have at their ends.
+    /// A phi takes values that its predecessors have at their ends.
     void FillPhis(BasicBlock& block)
     {
         for (PHINode& phi : block.phis())
         {
-            std::map<BasicBlock*, Value*> mapChosen; // of several edges from one block all bring the same
+            std::map<BasicBlock*, Value*> mapChosen; // several edges from one block must bring the same value
             for (BasicBlock* const pPred : predecessors(&block))
             {
                 m_vValues = m_mapValues[pPred];
@@ -199,7 +199,7 @@ private:
         }
     }
 
-    /// What nobody comes to has phis without values, which LLVM doesn't take.
+    /// Unreachable blocks would have phis without values, which LLVM doesn't accept.
     static void DropPhis(BasicBlock& block)
     {
         while (auto* const pPhi = dyn_cast<PHINode>(&block.front()))
@@ -398,9 +398,9 @@ private:
     Module m_Module;
     IRBuilder<> m_Builder;
     Function* m_pKernel = nullptr;
-    std::vector<BasicBlock*> m_vBlocks; ///< the entry first; nothing jumps there
+    std::vector<BasicBlock*> m_vBlocks; ///< the entry comes first; nothing jumps there
     std::vector<AllocaInst*> m_vCells;
-    std::vector<Value*> m_vValues; ///< that the block under construction may use
+    std::vector<Value*> m_vValues; ///< usable in the current block
     std::map<BasicBlock*, std::vector<Value*>> m_mapValues;
     unsigned m_nInstructions = 0;
 };

@@ -8,8 +8,8 @@
 namespace KestrelFuzz
 {
 
-/// Makes a program of LLVM's intermediate code of any bytes: a kernel with any flow between its blocks, over values of
-/// many types. It is valid by LLVM's rules, whatever the bytes are.
+/// Makes a program in LLVM's intermediate code from any bytes: a kernel with arbitrary flow between its blocks, over
+/// values of many types. It is always valid by LLVM's rules.
 ///
 /// \param b64BitAddresses for which of the two targets
 /// \return the program as bitcode

@@ -12,8 +12,8 @@
 #include <iostream>
 #include <iterator>
 
-/// Writes the seeds of the fuzz corpus, made from the examples: fuzz_make_seeds FOLDER. Files that are there under
-/// other names stay.
+/// Writes the seeds of the fuzz corpus, made from the examples: fuzz_make_seeds FOLDER. Existing files with other names
+/// stay.
 namespace
 {
 
@@ -55,7 +55,7 @@ KestrelPlatform::SDeviceTarget TargetOf(const std::string& strSource)
     return target;
 }
 
-/// Each stream three times: as the analysis wants it, and alone.
+/// Saves each stream several times: in binaries as the analysis needs it, and alone.
 void SaveTokens(const std::string& strName, std::vector<unsigned int> vTokens, bool bOlder)
 {
     const size_t nBytes = vTokens.size() * sizeof(vTokens[0]);
@@ -86,7 +86,7 @@ void SaveModule(const std::string& strName, const std::string& strSource)
     Save("metadata", strName, strMetadata);
 }
 
-/// Images whose bytes come from no compiler of ours: both classes, sections of other types.
+/// Saves images that no compiler of this project makes: both ELF classes, other section types.
 void SaveHandMadeImages()
 {
     const std::string strMetadata = ";ARGSTART:__OpenCL_k_kernel\n;version:3:1:104\n;uniqueid:1024\n"
@@ -110,7 +110,7 @@ void SaveHandMadeImages()
     Save("elf", "by_hand_32", v32.data(), v32.size());
 }
 
-/// The kernels of the patcher's tests, which use every block and every kind of write.
+/// Saves the kernels of the patcher's tests, which use every block and every kind of write.
 void SaveTestKernels(const fs::path& folder)
 {
     for (const auto& entry : fs::directory_iterator(folder))
@@ -128,7 +128,7 @@ void SaveTestKernels(const fs::path& folder)
     }
 }
 
-/// The launch file of an example, with the names of its files changed to those that the target knows.
+/// Saves the launch file of an example, with its file names replaced by those that the target knows.
 void SaveLaunch(const fs::path& path)
 {
     std::string strText = ReadText(path);

@@ -20,8 +20,8 @@ typedef std::vector<unsigned int> Item;
 
 constexpr unsigned int s_nBreak = 6;
 
-/// Blocks, as opening and closing items, that can be put around items of a kernel and leave it well formed:
-/// if_logicalnz on r0.x, whileloop, switch on r0.x with a default, and an else for the first.
+/// Blocks that can be put around items of a kernel without making it malformed: if_logicalnz on r0.x, whileloop, switch
+/// on r0.x with a default, and an else for the first. Each has opening and closing items.
 const struct SWrapper
 {
     Item open;
@@ -122,7 +122,7 @@ private:
         }
     }
 
-    /// Puts a block around a run of items, or a part of one.
+    /// Puts a block, or a part of one, around a run of items.
     void Wrap()
     {
         const SWrapper& wrapper = s_Wrappers[Below(std::size(s_Wrappers))];
@@ -140,7 +140,7 @@ private:
         m_vItems.insert(Place(AnyIndex()), vRange.begin(), vRange.end());
     }
 
-    /// Another opcode of the same shape keeps the item decodable.
+    /// Uses another opcode of the same shape, so that the item can still be decoded.
     void ChangeOpcode()
     {
         Item& item = AnyItem();
@@ -154,7 +154,7 @@ private:
         }
     }
 
-    /// A word after the opcode: the register's number or type, a modifier, a literal.
+    /// Changes a word after the opcode: the register's number or type, a modifier, a literal.
     void ChangeWord()
     {
         Item& item = AnyItem();

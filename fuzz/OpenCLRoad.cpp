@@ -39,7 +39,7 @@ void CheckCompiled(bool bOk, const SModule& module, const std::string& strLog)
 {
     if (!bOk)
     {
-        // A crash inside the compiler is contained, and told as such.
+        // A crash within the compiler is contained and reported as an error.
         Require(!strLog.empty(), "a source that doesn't build says why");
         return;
     }

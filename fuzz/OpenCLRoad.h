@@ -8,13 +8,13 @@
 namespace KestrelFuzz
 {
 
-/// The compiler of OpenCL C, opened by its path: it isn't beside the fuzzer.
+/// The compiler of OpenCL C, opened by its path, since it isn't in the fuzzer's folder.
 const KestrelPlatform::IOpenCLCompiler& OpenCLCompiler();
 
 /// A job for one of the two generations of devices.
 KestrelPlatform::SCompileJob MakeOpenCLJob(bool bOlder, bool bDebug);
 
-/// What holds of a compilation: one that fails says why, and what another one makes is IL that the devices take.
+/// Checks a compilation: a failure must have a reason, and a success must give IL that the devices accept.
 void CheckCompiled(bool bOk, const KestrelPlatform::SModule& module, const std::string& strLog);
 
 } // namespace KestrelFuzz

@@ -17,7 +17,7 @@ void Require(bool bHolds, const char* pszProperty, const std::string& strDetails
 {
     if (!bHolds)
     {
-        // The details may hold zero bytes.
+        // The details may contain zero bytes.
         std::cerr << "violated: " << pszProperty << "\n"
                   << (s_strInput.empty() ? "" : "input: " + s_strInput + "\n") << strDetails << std::endl;
         std::abort();

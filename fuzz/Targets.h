@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-/// What is fuzzed: one function for each reader of bytes from outside. A function takes any bytes, and aborts with a
-/// message if a property of the reader doesn't hold for them. The fuzzers and the replay of the corpus call the same
+/// The fuzz targets: one function for each reader of bytes from outside. A function accepts any bytes, and aborts with
+/// a message if a property of the reader doesn't hold for them. The fuzzers and the replay of the corpus call the same
 /// functions. One thread at a time.
 namespace KestrelFuzz
 {
@@ -20,13 +20,13 @@ void FuzzMetadata(const uint8_t* pData, size_t nSize);    ///< a metadata block:
 void FuzzLaunch(const uint8_t* pData, size_t nSize);      ///< a launch file of the tool
 void FuzzProgram(const uint8_t* pData, size_t nSize);     ///< the software platform's compiler: source or binary
 void FuzzOpenCL(const uint8_t* pData, size_t nSize);      ///< the compiler of OpenCL C: source
-void FuzzLlvm(const uint8_t* pData, size_t nSize);        ///< the same, from a program of LLVM's intermediate code on
+void FuzzLlvm(const uint8_t* pData, size_t nSize);        ///< the same, starting from LLVM's intermediate code
 void FuzzCommands(const uint8_t* pData, size_t nSize);    ///< command lines and expressions of the tool's prompt
 void FuzzFrames(const uint8_t* pData, size_t nSize);      ///< messages to the debug adapter, and launch requests
 
 struct STarget
 {
-    const char* pszName; ///< of the folder in the corpus, and after fuzz_ of the program
+    const char* pszName; ///< of the folder in the corpus, and of the program after fuzz_
     void (*pfnRun)(const uint8_t*, size_t);
 };
 
@@ -39,7 +39,7 @@ constexpr STarget s_Targets[] = {
     {"llvm", FuzzLlvm},         {"frames", FuzzFrames},
 };
 
-/// What Require prints as the input that it happened with; empty for none.
+/// The name of the input, which Require prints; empty for none.
 void SetInputName(const std::string& strName);
 
 /// Aborts with the property's name and details if it doesn't hold.

@@ -15,7 +15,7 @@ using namespace KestrelPlatform;
 
 std::vector<unsigned int> WithoutComments(const std::vector<unsigned int>& vTokens)
 {
-    // The two words that open a stream stand after the macros in front of it.
+    // The two words that open a stream come after any leading macros.
     std::vector<unsigned int> vItems;
     bool bHeader = false;
     bool bInMacro = false;

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Debian's form of one version's changes, on standard output:
+# The changes of one version in Debian's format, on standard output:
 #   changelog.sh CHANGELOG.md VERSION MAINTAINER
 set -euo pipefail
 echo "kestrel ($2) unstable; urgency=low"
