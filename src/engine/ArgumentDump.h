@@ -11,7 +11,7 @@ class CShaderDebuggerBuffer;
 class CShaderDebuggerDeviceBuffer;
 class CTargetBuffers;
 
-/// Only the device knows the addresses that the arguments got: they are set up at launch, in constant buffer 1. So each
+/// Only the device knows the addresses of the arguments: they are set up at launch, in constant buffer 1. So each
 /// session begins with a run of a kernel made for the purpose, which has the client's arguments and copies that buffer
 /// to memory.
 class CArgumentDump
@@ -20,7 +20,7 @@ public:
     CArgumentDump();
     ~CArgumentDump();
 
-    /// Makes the buffer for it. \return false if there is none to be had
+    /// Makes the buffer for it. \return false if the buffer can't be made
     bool CreateBuffer(const CInstrumentedShaderIL& kernel);
     /// \param bOutputs  whether the run has the output buffers among its arguments; else it leaves them alone, and what
     ///                  isn't there yet isn't made for it

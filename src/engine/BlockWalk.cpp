@@ -108,7 +108,7 @@ CBlockWalk::SSkip CBlockWalk::DescribeLoop(const CIL_Loop& loop, InstructionNumb
 {
     SSkip skip;
     skip.nLast = loop.GetEnd();
-    // The way to the end was a break, which took the loop's entry.
+    // The position got to the end by a break, which took the loop's entry off.
     if (nInst != loop.GetEnd())
     {
         skip.vRegisters = loop.GetRegisters();

@@ -16,7 +16,8 @@ class CIL_Loop;
 class IShaderDebugger;
 
 /// What a run to a breakpoint passes over: which blocks need no stop, because the patched kernel of a later position
-/// runs through them anyway, and what has to be read once the run stops, because it was written on the way.
+/// runs through them anyway, and which registers have to be read once the run stops, because they were written on the
+/// way.
 class CBlockWalk
 {
 public:
@@ -26,8 +27,8 @@ public:
         std::vector<Register> vRegisters; ///< what is written inside
         InstructionNumber nFirst = 0;     ///< the instructions passed over
         InstructionNumber nLast = 0;
-        bool bReadBefore = false; ///< what was passed over before it has to be read in front of it
-        bool bLeavesLoop = false; ///< the position then is in no pass of the loop any more
+        bool bReadBefore = false; ///< registers that are still to be read have to be read before it
+        bool bLeavesLoop = false; ///< the position is in no pass of the loop after it
     };
 
     /// \param breakpoints  says where they are; it and the course must outlive this object
@@ -49,9 +50,9 @@ public:
     void NoteWritten(const Register& reg, const ProgramCounter& pc) { m_Unread[reg] = pc; }
     void NoteJumps(const std::set<InstructionNumber>& jumps) { m_Jumps.insert(jumps.begin(), jumps.end()); }
     const RegPCMap& GetUnread() const { return m_Unread; }
-    /// Jumps that have led some out of it.
+    /// Jumps by which work-items may have left it.
     const std::set<InstructionNumber>& GetJumps() const { return m_Jumps; }
-    /// All of it has been read, or nobody will ask for it.
+    /// Called when all of it has been read, or won't be asked for.
     void Forget();
 
 private:

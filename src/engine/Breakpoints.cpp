@@ -21,7 +21,7 @@ bool CShaderDebuggerIL::AddBreakPointAtLineNumber(LineNumber nLineNumber, LineNu
         return false;
     }
     const LineNumber nNearest = GetCurrentShader()->GetNearestLine(nLineNumber, lookAhead);
-    // A caller that wants its own line or none still learns where the next one would be.
+    // A caller that accepts only its own line still learns where the next one would be.
     const LineNumber nFollowing =
         lookAhead == 0 ? GetCurrentShader()->GetNearestLine(nLineNumber, s_nAnyDistance) : nNearest;
     if (pOutputLine != nullptr)

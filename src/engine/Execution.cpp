@@ -68,7 +68,7 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
     }
     if (IsLastInstruction(pp.m_pc))
     {
-        // No stop shows what a run there would read: the client hears next that the kernel has ended.
+        // No stop shows what a run there would read: the next thing that the client hears is that the kernel has ended.
         const bool bCompleted = CompleteKernel();
         if (bCompleted && bUpdateHistory)
         {
@@ -106,7 +106,7 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
     return bSuccess;
 }
 
-/// A run for one register of the patched kernel's list, and what it tells.
+/// Makes the run for one register of the patched kernel's list, and takes over its result.
 bool CShaderDebuggerShaderIL::ExecuteRegister(const ProgramCounter& pc, const Register& reg, unsigned int nSelector)
 {
     if (!m_Runs.Run(nSelector))
@@ -127,7 +127,7 @@ bool CShaderDebuggerShaderIL::ExecuteRegister(const ProgramCounter& pc, const Re
     return true;
 }
 
-/// The selectors of those who came to a switch are in the results.
+/// The selectors of the work-items that came to a switch are in the results.
 void CShaderDebuggerShaderIL::NoteSwitchEntries(const ProgramCounter& pc)
 {
     const CTargetBuffers& buffers = GetDebuggerIL()->GetTargetBuffers();
@@ -140,7 +140,7 @@ void CShaderDebuggerShaderIL::NoteSwitchEntries(const ProgramCounter& pc)
     }
 }
 
-/// Reads a register, if there is one, and the mask at a position that isn't the present stop, and files nothing.
+/// Reads a register, if there is one, and the mask at a position that isn't the present stop, and stores no result.
 bool CShaderDebuggerShaderIL::Capture(const SFiling& what, std::unique_ptr<CShaderDebuggerBuffer>& pResult,
                                       std::unique_ptr<CShaderDebuggerBuffer>& pExecMask)
 {

@@ -32,7 +32,7 @@ void CShaderDebuggerShaderIL::PushStop()
     m_ExecutedStepHistory.push(m_nCurrentInstruction);
 }
 
-/// Keeps where the position goes on from the newest stop: after it a run may skip a block that a step enters.
+/// Keeps where the position goes on from the newest stop: from there a run may skip a block that a step enters.
 void CShaderDebuggerShaderIL::NoteNext()
 {
     if (m_History.IsNewest(m_nCurrentInstruction))
@@ -41,7 +41,7 @@ void CShaderDebuggerShaderIL::NoteNext()
     }
 }
 
-/// The next stop differs from the one before by a write of the register.
+/// Notes that the register was written between the newest stop and the next one.
 void CShaderDebuggerShaderIL::NoteWritten(const Register& reg)
 {
     if (reg == g_Reg_NULL)
@@ -71,7 +71,7 @@ void CShaderDebuggerShaderIL::KeepFiling(const ProgramCounter& pc, const Registe
     m_History.NoteFiled({pc, m_CurrentCallStack, reg, m_Leaving});
 }
 
-/// One instruction back: where a run has passed over some in front of the present stop, the last of those.
+/// One instruction back: if a run has passed over instructions before the present stop, to the last of those.
 bool CShaderDebuggerShaderIL::BackAsm()
 {
     if (m_History.Count() <= 1)
@@ -121,7 +121,7 @@ bool CShaderDebuggerShaderIL::PostBack()
     return PostBackAsm();
 }
 
-/// What a run only walked over is shown from now on, and what was written on the walk counts as read here.
+/// Counts stops that a run only walked over as shown from now on, and what was written on the walk as read here.
 void CShaderDebuggerShaderIL::ShowPresent()
 {
     for (const Register& reg : m_History.FindUnshown())
@@ -134,7 +134,7 @@ void CShaderDebuggerShaderIL::ShowPresent()
 
 /// Makes an earlier stop the present one. The next instruction is the one that it was then, and every register that may
 /// have changed since is read again at the positions that wrote it.
-/// \param eValues  whether the registers are read at once, or those that were overwritten when they are asked for
+/// \param eValues  whether the registers are read at once, or the overwritten ones only when they are asked for
 bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop, EValues eValues)
 {
     const CStopHistory::SUndone undone = m_History.GoBackTo(nStop);
@@ -153,7 +153,7 @@ bool CShaderDebuggerShaderIL::GoBackTo(size_t nStop, EValues eValues)
     }
     if (eValues == EValues::Later)
     {
-        // What no run has read since is still as it was.
+        // What no run has read since still has the values of that stop.
         for (const SFiling& filed : undone.vFiled)
         {
             m_vOverwritten.push_back(filed.reg);
@@ -192,14 +192,14 @@ void CShaderDebuggerShaderIL::RestoreChanged(const CStopHistory::SUndone& undone
         if (!ContainsResult(vDone, filed.reg))
         {
             vDone.push_back(filed.reg);
-            // A run that walked over the present stop read the register further on, where some who are active here
-            // no longer were.
+            // A run that walked over the present stop read the register further on, where some work-items that are
+            // active here no longer were.
             m_History.Newest().bShown ? AimResult(filed.reg) : RestoreResult(filed.reg, false);
         }
     }
 }
 
-/// \param bOneWrite whether the newest filing is all that was undone, so that its mask tells who changed
+/// \param bOneWrite whether only the newest update was undone, so that its mask tells which work-items changed
 void CShaderDebuggerShaderIL::RestoreResult(const Register& reg, bool bOneWrite)
 {
     CShaderDebuggerResult* pResult = GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(reg));
@@ -241,7 +241,7 @@ bool CShaderDebuggerShaderIL::BeginMovement()
     return bRestored;
 }
 
-/// The history is the record: what the movement has added to it goes, and the position is that of the newest stop left.
+/// Works from the history: what the movement has added to it goes, and the position is that of the newest stop left.
 bool CShaderDebuggerShaderIL::ReturnToStop(bool& bSameStop)
 {
     bSameStop = !m_History.HasGoneBack();
@@ -302,7 +302,7 @@ std::vector<Register> CShaderDebuggerShaderIL::FindWritten() const
     return vWritten;
 }
 
-/// Makes a result's newest position the one where it was read last. A result that was read nowhere goes.
+/// Makes a result's newest position the one where it was read last. A result that was never read is deleted.
 void CShaderDebuggerShaderIL::AimResult(const Register& reg)
 {
     CShaderDebuggerResult* pResult = GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(reg));

@@ -41,7 +41,7 @@ uint8_t GatherElements(const unsigned char* pElements, size_t nElements, const u
 
 } // namespace
 
-/// \param gather  gives the bits of up to eight items from one on
+/// \param gather  gives the bits of the items from a number on, eight at most
 template <typename Gather>
 void CKeptMask::Keep(size_t nItems, Gather gather)
 {

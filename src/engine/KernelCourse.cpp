@@ -127,7 +127,7 @@ bool CKernelCourse::AnyMayWrite(const std::set<InstructionNumber>& instructions)
     return std::any_of(instructions.begin(), instructions.end(), [this](InstructionNumber n) { return MayWrite(n); });
 }
 
-/// The instructions that work-items may have executed at a place, with the place's own; or those that they may execute
+/// The instructions that work-items may have executed at a place, its own included; or those that they may execute
 /// after it.
 std::set<InstructionNumber> CKernelCourse::FindAround(const SPosition& position, bool bBefore) const
 {
@@ -146,7 +146,7 @@ std::set<InstructionNumber> CKernelCourse::FindAround(const SPosition& position,
         }
         else
         {
-            // Of the call in which the place lies the rest is to come.
+            // The rest of the call in which the place lies is still to come.
             AddWithCalled(m_Kernel.StartOfBody(nPos), i == 0 ? nPos + 1 : nPos, found);
         }
         for (const CIL_FCConstruct* p = m_Kernel.ConstructOf(nPos); p != nullptr; p = p->GetParent())
@@ -167,7 +167,7 @@ bool CKernelCourse::IsCutExactly(const SPosition& position) const
     {
         return false;
     }
-    // What has no destination is left out at the target.
+    // A write without a destination is left out at the target.
     if (MayWrite(nPos) && m_Kernel.OpCodeAt(nPos) != IL_OP_MACROCALL && !m_Kernel.InstructionAt(nPos).HasDestReg())
     {
         return false;

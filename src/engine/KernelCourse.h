@@ -25,7 +25,7 @@ public:
     /// The instructions of all functions that are called, directly or not, from the instructions between nFirst and
     /// nEnd.
     std::set<InstructionNumber> FindCalled(InstructionNumber nFirst, InstructionNumber nEnd) const;
-    /// Adds the instructions from nFirst on and in front of nEnd, and those of the functions that they call.
+    /// Adds the instructions from nFirst on and before nEnd, and those of the functions that they call.
     void AddWithCalled(InstructionNumber nFirst, InstructionNumber nEnd, std::set<InstructionNumber>& found) const;
 
     /// Adds the registers that the functions called from there write, and those that macros called there do, if they
@@ -35,7 +35,8 @@ public:
     bool Stores(InstructionNumber nFirst, InstructionNumber nEnd) const;
     /// A store, or an atomic, which stores as well.
     bool WritesGlobalMemory(InstructionNumber nInst) const;
-    /// A store, an atomic, or a call of a macro whose text the analysis doesn't know; of private memory not.
+    /// A store, an atomic, or a call of a macro whose text the analysis doesn't know; stores to private memory don't
+    /// count.
     bool MayWrite(InstructionNumber nInst) const;
 
     /// Whether anything up to a position, and with it, may have changed global memory.
@@ -44,20 +45,19 @@ public:
     bool MayStillWrite(const SPosition& position) const;
     /// Whether the patched kernel of a position executes the position and nothing that comes after it.
     bool IsCutExactly(const SPosition& position) const;
-    /// Whether a work-item can leave the kernel, or not come to a function, without a store to the output buffers. It
-    /// stores where the target's function ends, and misses that if it returns before, or if the function is called
-    /// inside a block that it doesn't enter.
+    /// Whether a work-item may leave the kernel, or not enter a function, without coming to the stores to the output
+    /// buffers. They are where the target's function ends, so a work-item misses them if it returns before, or if the
+    /// function is called inside a block that it doesn't enter.
     bool CanMissStores() const;
 
-    /// A place to which a jump leads, in the block that it leaves.
+    /// A place to which a jump leads, in the block that the jump leaves.
     struct STarget
     {
         InstructionNumber nBlock = 0; ///< the instruction that opens the block
         InstructionNumber nInst = 0;
         bool bLoop = false; ///< whether the block is a loop
     };
-    /// Where a break or continue leads: an instruction of the loop or switch that it leaves. A return leads to no such
-    /// place.
+    /// Where a break or continue leads: an instruction of the loop or switch that it leaves. Nothing for a return.
     std::optional<STarget> FindTarget(InstructionNumber nJump) const;
 
 private:

@@ -23,11 +23,12 @@ bool CLaneFlow::TakeEffect(const SPosition& at, uint64_t nActive)
     const bool bFlow = ILShaderUtils::IsFlowControlOp(op);
     if (!bFlow && nActive == 0 && before.IsSomebody())
     {
-        // Nobody leaves at such an instruction: the mask wasn't read.
+        // No work-item leaves at such an instruction: the mask wasn't read.
         return true;
     }
     const bool bAsExpected = bFlow || before.bMore || nActive == before.nSure;
-    // Who isn't active behind the end of a block has left it; behind others somebody may have gone where they lead.
+    // Work-items that aren't active after a block's end have left it; after other flow control they may be where it
+    // leads.
     const bool bAllWhoStay = !bFlow || op == IL_OP_ENDIF || op == IL_OP_ENDLOOP || op == IL_OP_ENDSWITCH;
     bAllWhoStay ? m_Ledger.SetActive(nActive) : m_Ledger.Replace({nActive, false});
     if (IsIf(op) && pIf != nullptr)
@@ -80,7 +81,7 @@ bool CLaneFlow::TakeEffect(const SPosition& at, uint64_t nActive)
     return bAsExpected;
 }
 
-/// Everybody who came to a switch waits at one of its labels, or at its end if no label is meant.
+/// Makes all work-items that came to a switch wait at one of its labels, or at its end if no label is meant.
 void CLaneFlow::EnterSwitch(const CIL_Switch& block, const SPosition& at, uint64_t nActive)
 {
     m_Ledger.Open(block.GetStart(), false);
@@ -93,7 +94,7 @@ void CLaneFlow::EnterSwitch(const CIL_Switch& block, const SPosition& at, uint64
         }
         return;
     }
-    // Whoever looks finds out.
+    // How many go where is unknown until the position needs it.
     for (InstructionNumber n = block.GetNextCase(block.GetStart()); nActive != 0; n = block.GetNextCase(n))
     {
         m_Ledger.Wait(block.GetStart(), n, {0, true});
@@ -129,7 +130,7 @@ std::set<InstructionNumber> CLaneFlow::PassOver(InstructionNumber nFirst, Instru
     return jumps;
 }
 
-/// Keeps the books of a block, or of one part of an if.
+/// Updates the ledger for a block, or one part of an if.
 void CLaneFlow::PassOverPart(const CIL_FCConstruct& construct, InstructionNumber nFirst, InstructionNumber nLast)
 {
     const CIL_IfElseEndif* pIf = construct.AsIfElseEndif();
@@ -140,7 +141,7 @@ void CLaneFlow::PassOverPart(const CIL_FCConstruct& construct, InstructionNumber
                                                         : pSwitch->GetStart();
     if (pIf != nullptr && nFirst == pIf->GetIf() && nLast != pIf->GetEndIf())
     {
-        // How many take which part is told at the else.
+        // How many take which part becomes known at the else.
         m_Ledger.Open(nStart, false);
         m_Ledger.Wait(nStart, pIf->GetElse(), {0, true});
         m_Ledger.Replace({0, true});

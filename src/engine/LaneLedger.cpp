@@ -19,7 +19,7 @@ CLaneLedger& CLaneLedger::operator=(CLaneLedger other) noexcept
     return *this;
 }
 
-/// Call by call: one that takes the next one along would need a stack as deep as they are.
+/// Call by call: if each call deleted the next one, the stack would get as deep as the calls are.
 CLaneLedger::~CLaneLedger()
 {
     while (m_pOuter != nullptr && m_pOuter.use_count() == 1)
@@ -33,7 +33,7 @@ void CLaneLedger::SetActive(uint64_t nActive)
     SCall& call = m_Call;
     if (call.nBeforeDoubt.has_value())
     {
-        // Whoever is missing has gone to one of the doubtful places.
+        // The missing work-items have gone to the doubtful places.
         const uint64_t nGone = *call.nBeforeDoubt > nActive ? *call.nBeforeDoubt - nActive : 0;
         for (SBlock& block : call.vBlocks)
         {
@@ -56,7 +56,7 @@ void CLaneLedger::Replace(const SLaneCount& active)
     call.active = active;
 }
 
-/// No count can settle any more what is in doubt.
+/// From now on no count can settle the places in doubt.
 void CLaneLedger::Forget(SCall& call)
 {
     call.nBeforeDoubt.reset();
@@ -178,7 +178,7 @@ void CLaneLedger::Gather(InstructionNumber nBlock)
     }
     if (!(active == GetActive()))
     {
-        // With others among them, a count no longer tells who is missing.
+        // With others among them, a count no longer tells how many are missing.
         Replace(active);
     }
     Close(nBlock);
@@ -207,7 +207,7 @@ void CLaneLedger::MayLeave(const std::vector<SPlace>& vPlaces)
         }
         SWaiting& waiting = At(*pBlock, place.nInst);
         call.nDoubtful += waiting.bDoubt ? 0 : 1;
-        // What was open before can't be settled by this.
+        // A place that was open before can't be settled by the next count.
         waiting.bDoubt = waiting.bDoubt || !waiting.count.bMore;
         waiting.count.bMore = true;
     }

@@ -19,7 +19,7 @@ struct SLaneCount
 
     bool IsNobody() const { return nSure == 0 && !bMore; }
     bool IsSomebody() const { return nSure != 0; }
-    /// Not known to be anybody, nor to be nobody.
+    /// It isn't known whether any work-item is here.
     bool IsOpen() const { return nSure == 0 && bMore; }
     SLaneCount operator+(const SLaneCount& other) const { return {nSure + other.nSure, bMore || other.bMore}; }
     SLaneCount operator-(uint64_t n) const { return {nSure > n ? nSure - n : 0, bMore}; }
@@ -27,16 +27,16 @@ struct SLaneCount
 };
 
 /// Where the work-items of a dispatch are while the one position walks: those that are active at it, and for each open
-/// block of each open call those that wait in it until the position comes to them. Work-items go from one place to
-/// another at flow control only, and how many is known from how many are active in front of it and after it. So the
-/// book needs counts and no masks. Whoever is in no place has returned, or wasn't in the call.
+/// block of each open call those that wait there until the position comes to them. Work-items change place at flow
+/// control only, and how many do follows from the counts of active ones before it and after it. So the ledger needs
+/// counts and no masks. A work-item that is in no place has returned, or wasn't in the call.
 ///
-/// A run that passes over a block learns who is active after it, and not where those are that a jump has led out.
-/// Their possible places are open until a count settles them, or somebody looks.
+/// A run that passes over a block learns how many are active after it, but not where those are that left it by a jump.
+/// The places to which they may have gone are open until a count settles them, or a kernel run is made to find out.
 class CLaneLedger
 {
 public:
-    /// A place in which somebody waits: the instruction, and the block that holds it.
+    /// A place where work-items wait: the instruction, and the block that holds it.
     struct SPlace
     {
         InstructionNumber nBlock = 0; ///< the instruction that opened the block
@@ -45,7 +45,7 @@ public:
         SLaneCount count;
     };
 
-    /// In front of a kernel all are active, however many they are.
+    /// Before a kernel all are active, however many they are.
     CLaneLedger() = default;
     CLaneLedger(const CLaneLedger& other) = default;
     CLaneLedger(CLaneLedger&& other) noexcept = default;
@@ -55,31 +55,32 @@ public:
     const SLaneCount& GetActive() const { return m_Call.active; }
     /// A kernel run has told how many are still active; this may settle where others have gone.
     void SetActive(uint64_t nActive);
-    /// Others are active than before.
+    /// Other work-items are active than before.
     void Replace(const SLaneCount& active);
 
-    /// A call of a function takes along those who are active. Behind it all of them are back.
+    /// The active work-items enter a function. After the call all of them are back.
     void EnterCall();
     void LeaveCall();
 
-    /// A block that the position enters, unless it is in it. Those who are active stay so.
+    /// The position enters a block, unless it is in it already. The active work-items stay active.
     void Open(InstructionNumber nBlock, bool bLoop);
-    /// The end of a block, and of all blocks in it: from here on nobody waits there.
+    /// The end of a block, and of all blocks in it: from here on no work-item waits there.
     void Close(InstructionNumber nBlock);
     bool IsOpen(InstructionNumber nBlock) const;
 
-    /// Some stop being active, and wait at an instruction of an open block.
+    /// Some work-items stop being active, and wait at an instruction of an open block.
     void Wait(InstructionNumber nBlock, InstructionNumber nInst, const SLaneCount& count);
-    /// Who waits there waits no longer. \return how many they were
+    /// The work-items that wait at an instruction wait no longer. \return how many they were
     SLaneCount Take(InstructionNumber nBlock, InstructionNumber nInst);
 
-    /// Those who are active pass over a block that is open, to its end, with all who wait in it.
+    /// The active work-items pass over an open block, to its end, together with all that wait in it.
     void Gather(InstructionNumber nBlock);
-    /// On the way a jump may have led some of them elsewhere; without a place out of the function.
+    /// On the way jumps may have led some of them to these places; one whose block isn't open stands for a return.
     void MayLeave(const std::vector<SPlace>& vPlaces);
 
-    /// The next place, in the order of execution, at which somebody is or may be when nobody is active at nPos: further
-    /// on in the innermost block, else in the one around it and so on; in a loop first the head, for the next pass.
+    /// The next place, in the order of execution, where work-items wait or may wait, when none is active at nPos:
+    /// further on in the innermost block, else in the one around it and so on; in a loop first the head, for the next
+    /// pass.
     std::optional<SPlace> FindNext(InstructionNumber nPos) const;
 
 private:
@@ -101,7 +102,7 @@ private:
     {
         std::vector<SBlock> vBlocks; ///< the innermost at the back
         SLaneCount active = {1, true};
-        std::optional<uint64_t> nBeforeDoubt; ///< how many were active in front of what was passed over
+        std::optional<uint64_t> nBeforeDoubt; ///< how many were active before what was passed over
         unsigned int nDoubtful = 0;           ///< the places to which they may have gone
     };
 

@@ -25,7 +25,7 @@ constexpr unsigned int s_nNoGroup = ~0u;
 /// Bytes of an element of constant buffers and of the results. Blocks of local memory begin at whole ones.
 constexpr unsigned int s_nElementSize = 16;
 
-/// In front of the blocks of local memory stands an element that tells that the group has been there.
+/// Before the blocks of local memory comes an element that tells that the group exists.
 constexpr unsigned int s_nMarkSize = s_nElementSize;
 
 constexpr unsigned int RoundUpToElements(unsigned int n)

@@ -16,9 +16,9 @@ class CPatchedRuns;
 class CShaderDebuggerDeviceBuffer;
 class CTargetBuffers;
 
-/// Memory, and registers of all work-items, as they are at a stop. The run that read the stop's registers leaves global
-/// memory so in many cases, and then nothing else is done. Where it doesn't, because text after the target stands in
-/// its kernel or because there was no run, a memory kernel runs when memory is first asked for.
+/// Memory, and registers of all work-items, as they are at a stop. In many cases the run that read the stop's registers
+/// leaves global memory like that, and nothing else is done. Where text after the target is in its kernel, or where
+/// there was no run, a memory kernel runs when memory is first asked for.
 class CMemoryAtStop
 {
 public:
@@ -28,8 +28,8 @@ public:
 
     /// Makes the working copies hold global memory as it is at a stop. \return false if that isn't possible
     bool BringGlobal(const SPosition& stop);
-    /// The local memory of a work-group at a stop: the bytes in which a block's offset counts. They stay until memory
-    /// of another stop is asked for. Empty if there is no such group, null if the run that is needed fails.
+    /// The local memory of a work-group at a stop, in which the offsets of blocks count. The bytes stay until memory of
+    /// another stop is asked for. Empty if there is no such group, null if the run that is needed fails.
     const std::vector<unsigned char>* BringLocal(const SPosition& stop, unsigned int nGroup);
     /// One run for the values of some registers at a stop, which leaves memory as it is there, too.
     /// \param nPlane  bytes of one register's values; values has room for as many planes as there are registers

@@ -47,7 +47,7 @@ bool CPatchedRuns::CanMissStores() const
 
 bool CPatchedRuns::Switch(const ProgramCounter& pc, const std::vector<Register>& vTargetRegs, bool bOnDemand)
 {
-    // Of a switch the selectors are read in place of a register.
+    // At a switch the selectors are read in the place of a register.
     m_Kernel.SetMaskOnly(
         bOnDemand && m_Kernel.OpCodeAt(pc.m_nPos) != IL_OP_SWITCH &&
         std::all_of(vTargetRegs.begin(), vTargetRegs.end(), [](const Register& reg) { return reg == g_Reg_NULL; }));
@@ -59,7 +59,7 @@ bool CPatchedRuns::Switch(const ProgramCounter& pc, const std::vector<Register>&
         m_PatchedLeaving = m_Kernel.GetLeaving();
         if (m_Kernel.CreatePatchedShader(pc, vTargetRegs) == nullptr)
         {
-            // The last image is for another target; the key of the failed one stays, so that it isn't tried again.
+            // The last image is for another target. The key of the failed one stays, so that it isn't tried again.
             m_Kernel.DropPatchedShader();
         }
     }
@@ -133,7 +133,7 @@ bool CPatchedRuns::Complete(bool bCountsDiffer)
     {
         return true;
     }
-    // What the last run left is what the kernel leaves, if nothing is written behind its place.
+    // If nothing is written after the stop whose memory the copies hold, the kernel must leave the same.
     const bool bComparable = m_CopiesAt && !m_Course.MayStillWrite(*m_CopiesAt);
     const std::vector<size_t> vBefore = bComparable ? m_Buffers.HashWorkingCopies() : std::vector<size_t>();
     if (!RunPlain())
@@ -151,8 +151,8 @@ bool CPatchedRuns::Complete(bool bCountsDiffer)
     return true;
 }
 
-/// The kernel as the client built it, on the working copies. So the outputs don't depend on how well the kernel is
-/// understood here.
+/// Runs the kernel as the client built it, on the working copies, so that the outputs don't depend on how well the
+/// kernel is understood here.
 bool CPatchedRuns::RunPlain()
 {
     m_CopiesAt.reset();

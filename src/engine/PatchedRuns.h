@@ -17,16 +17,16 @@ class CShaderDebuggerBuffer;
 class CShaderDebuggerDeviceBuffer;
 class CTargetBuffers;
 
-/// The kernel runs of a session: makes a patched kernel the one of the device and runs it over the whole dispatch, and
-/// knows of which position the last run has left the mask, memory or all outputs.
+/// The kernel runs of a session: gives the device a patched kernel and runs it over the whole dispatch, and knows of
+/// which position the last run has left the mask, memory or all outputs.
 class CPatchedRuns
 {
 public:
     /// All three must outlive this object.
     CPatchedRuns(CInstrumentedShaderIL& kernel, const CKernelCourse& course, CTargetBuffers& buffers);
 
-    /// Makes the kernel patched for a target and registers that of the device; the last one is kept for the next time.
-    /// Which call and which jumps are meant, the kernel has been told (CTargetScope).
+    /// Patches the kernel for a target and registers, and gives it to the device; the last one is kept for the next
+    /// time. The kernel has been told which call and which jumps are meant (CTargetScope).
     /// \param bOnDemand  a list without a register then makes a kernel for the mask alone
     bool Switch(const ProgramCounter& pc, const std::vector<Register>& vTargetRegs, bool bOnDemand);
     /// One run of the kernel that Switch has set, on fresh working copies. \return false, with the reason logged
@@ -39,16 +39,16 @@ public:
     /// logged
     bool RunImage(const std::vector<char>& vImage, CShaderDebuggerDeviceBuffer* pResults, unsigned int nSelector,
                   const SPosition& stop, const char* pszFailure);
-    /// Another image stands where the last one did.
+    /// The last image's memory holds another image.
     void ForgetImage() { m_pImageOnDevice = nullptr; }
-    /// Makes sure that the last run was one of the kernel as it is, so that the working copies hold its outputs.
-    /// Tells in the last error where they aren't what the session's own runs left.
+    /// Makes sure that the last run was one of the kernel as it is, so that the working copies hold its outputs. Says
+    /// in the last error where they differ from what the session's own runs left.
     /// \param bCountsDiffer  runs have disagreed on how many work-items come to a place
     bool Complete(bool bCountsDiffer);
 
     /// The runs of the present stop have all succeeded.
     void NoteStop(const SPosition& stop);
-    /// Memory at that stop is as it was at the one before, of which the working copies hold it.
+    /// Memory at that stop is as it was at the one before, and the working copies hold it.
     void KeepCopiesFor(const SPosition& stop) { m_CopiesAt = stop; }
     /// What the last run left doesn't belong to a stop.
     void Forget();

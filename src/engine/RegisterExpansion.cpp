@@ -13,7 +13,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// The declared size of an array, in the function of an instruction or else in those that called it. A macro has no
+/// The declared size of an array, in the function of an instruction or else in one of its callers. A macro has no
 /// declarations of its own.
 const unsigned int* FindDeclaredSize(const CAnalyzedShaderIL& kernel, const SPosition& at, const Register& reg)
 {
@@ -39,8 +39,8 @@ const unsigned int* FindDeclaredSize(const CAnalyzedShaderIL& kernel, const SPos
     return pSize != nullptr || !bInMacro ? pSize : findIn(kernel.FunctionOf(nInst));
 }
 
-/// The slots that a store to a constant address in private memory may reach: results are kept by whole ones, and of the
-/// store no more is known than where it begins.
+/// The slots that a store to a constant address in private memory may reach. Results are kept by whole slots, and only
+/// the beginning of the store is known.
 void AddSlots(const CAnalyzedShaderIL& kernel, const SPosition& at, const Register& reg,
               std::deque<Register>& registers)
 {

@@ -8,7 +8,7 @@
 namespace OVK_ShaderDebugger
 {
 
-/// The register under which values are filed: an access to private memory is filed by its 16-byte slot.
+/// The register under which values are kept: an access to private memory is kept under its 16-byte slot.
 Register ResultRegisterOf(const Register& reg);
 /// All components; of private memory the whole slot.
 Register WholeRegister(const Register& reg);

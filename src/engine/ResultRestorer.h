@@ -11,9 +11,9 @@ namespace OVK_ShaderDebugger
 
 class CShaderDebuggerBuffer;
 
-/// Puts earlier values back into a register's result, element by element, out of runs at earlier positions: each run
-/// gives the values of those who were active there. The latest position comes first, and what it has given isn't
-/// overwritten by an earlier one.
+/// Puts earlier values back into a register's result, element by element, out of runs at earlier positions. Each run
+/// gives the values of the work-items that were active there. The latest position comes first, and an earlier one
+/// doesn't overwrite what it has given.
 class CResultRestorer
 {
 public:

@@ -104,8 +104,8 @@ std::unique_ptr<CShaderDebuggerBuffer> CShaderDebuggerIL::ReadExecMask()
     return SD_Assert(GetHost(), pRead) ? std::move(m_pSpareExecMask) : nullptr;
 }
 
-/// One mask of all work-items is as good as another: the one just read stays where the next run's goes, since its
-/// memory is the one that the processor still has at hand.
+/// If the mask and the one before both have all work-items, the one just read is reused for the next run, since its
+/// memory is the one that is still in the processor's cache.
 void CShaderDebuggerIL::FileExecMask(CShaderDebuggerResult& result,
                                      std::unique_ptr<CShaderDebuggerBuffer> pExecMaskBuffer, bool bAllActive)
 {
@@ -134,7 +134,7 @@ void CShaderDebuggerIL::UpdateResults(Register inputReg)
     }
 }
 
-/// What is kept of a run: a register that nobody has written yet has no values to show.
+/// How a run's values are kept: a register that no work-item has written yet has no values to show.
 CShaderDebuggerIL::EFiling CShaderDebuggerIL::GetFiling(const Register& reg, bool bAnyActive)
 {
     if (reg == g_Reg_NULL)
@@ -148,7 +148,7 @@ CShaderDebuggerIL::EFiling CShaderDebuggerIL::GetFiling(const Register& reg, boo
     return bAnyActive || FindResult(GetResultRegister(reg)) != nullptr ? FILE_Values : FILE_Mask;
 }
 
-/// Reads the values of a run. If all work-items have new ones they go over the old ones, with no second copy.
+/// Reads the values of a run. If all work-items have new ones they overwrite the old ones, with no second copy.
 /// \param[out] pValues  null if the register's own buffer has them
 bool CShaderDebuggerIL::ReadValues(const Register& reg, bool bAllActive,
                                    std::unique_ptr<CShaderDebuggerBuffer>& pValues)
@@ -192,7 +192,7 @@ void CShaderDebuggerIL::FileStopMask(const ProgramCounter& pc, std::unique_ptr<C
 }
 
 /// \param pValues  null if the register's own buffer has them
-/// \param pRead  the mask of those whose values were read
+/// \param pRead  the mask of the work-items whose values were read
 /// \return whether there is a result, which is then the last touched one
 bool CShaderDebuggerIL::FileValues(ProgramCounter pc, const Register& reg,
                                    std::unique_ptr<CShaderDebuggerBuffer> pValues, CShaderDebuggerBuffer* pRead)

@@ -9,10 +9,10 @@
 namespace OVK_ShaderDebugger
 {
 
-// What a run has passed over is walked again by steps, so that a stop inside shows what it would have shown: on the way
-// back, and where a run comes to stop after something that nobody has executed. A loop on the way is entered in the
-// last pass that matters; what the passes before it have left is read at its end, for those who left it there, and at
-// the head of that pass.
+// What a run has passed over is walked again by steps, so that a stop inside shows what it would have shown. That
+// happens on the way back, and where a run comes to stop after something that no work-item has executed. A loop on the
+// way is entered in the last pass that matters. The values of its earlier passes are read at the loop's end, for the
+// work-items that left in them, and at the head of that pass.
 
 namespace
 {
@@ -20,20 +20,20 @@ namespace
 /// More passes than a loop has.
 const unsigned int s_nManyPasses = 0x3FFFFFFF;
 
-/// What the counter of a loop inside a loop that isn't in the target's pass stands at in its first pass.
+/// The first value of a loop's counter where the loop is inside another one that isn't in the target's pass.
 const uint32_t s_nFreeCounter = 0xFFFFFFFE;
 
 } // namespace
 
-/// Steps until the position goes on at a place, or after it if nobody comes to it. What the present stop is still to
-/// execute stays so if that takes no step.
+/// Steps until the position goes on at a place, or after it if no work-item comes to it. If that takes no step, what
+/// the present stop is still to execute stays.
 bool CShaderDebuggerShaderIL::StepTo(const SPosition& target)
 {
     ShowPresent();
     return StepOnTo(target);
 }
 
-/// The same from a place that nobody looks at.
+/// The same from a place that isn't shown.
 bool CShaderDebuggerShaderIL::StepOnTo(const SPosition& target)
 {
     bool bMoved = true;
@@ -54,7 +54,7 @@ bool CShaderDebuggerShaderIL::StepOnTo(const SPosition& target)
     return bMoved;
 }
 
-/// In front of a pass of a loop, goes to the one in which the instruction in front of the target is executed.
+/// Before a pass of a loop, goes to the pass in which the instruction before the target is executed.
 /// \param[out] bGood  false if reading failed there; else unchanged
 /// \return false, with nothing changed, if that is no later pass
 bool CShaderDebuggerShaderIL::LeapTo(const SPosition& target, bool& bGood)
@@ -129,7 +129,7 @@ bool CShaderDebuggerShaderIL::Leap(const CIL_Loop& loop, const ProgramCounter& e
     return bRead && PostStepAsm();
 }
 
-/// Reads registers at a loop's end: those who leave the loop before a later pass have there what they left it with.
+/// Reads registers at a loop's end: work-items that leave the loop before a later pass still have their values there.
 bool CShaderDebuggerShaderIL::ReadAtEnd(const CIL_Loop& loop, const ProgramCounter& end,
                                         const std::vector<Register>& vRegisters)
 {
@@ -150,11 +150,11 @@ bool CShaderDebuggerShaderIL::ReadAtEnd(const CIL_Loop& loop, const ProgramCount
     return bRead;
 }
 
-/// Where an instruction of a function is executed last, as far as the loops go that lie around it and not around a
-/// certain position: a run reads their counters each time.
+/// Where an instruction of a function is executed last: in which passes of the loops that lie around it and not around
+/// a certain position. A run reads their counters each time.
 /// \param from  the instruction, its call, and the loops that are common with where, in the passes that are meant
 /// \param before  if given, the head of a pass of the outermost other loop: only passes before it count
-/// \return nothing if nobody comes there
+/// \return nothing if no work-item comes there
 std::optional<ProgramCounter> CShaderDebuggerShaderIL::FindLastVisit(const SPosition& what,
                                                                      const ProgramCounter& around,
                                                                      std::optional<unsigned int> nBeforePass)
@@ -188,8 +188,8 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::FindLastVisit(const SPosi
     return ReadLastVisit({pc, what.callStack}, vFree);
 }
 
-/// What a run has to read in front of an instruction, besides after it, to tell who comes there: nobody may go on
-/// after a jump or into an if, and who comes to an else out of the first part doesn't go into the second.
+/// What a run has to read before an instruction, as well as after it, to tell whether work-items come there: after a
+/// jump or into an if none may go on, and those that come to an else from the first part don't go into the second.
 std::set<InstructionNumber> CShaderDebuggerShaderIL::LeavingAt(InstructionNumber nInst) const
 {
     const ILOpCode op = OpCodeAt(nInst);
@@ -241,7 +241,7 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::ReadLastVisit(const SPosi
                 ++nComponent;
             }
             const uint32_t nLeft = WordAt(counters, 4 * i + nComponent);
-            // The stores clear the mask of those for whom any pass is left.
+            // The stores clear the mask of work-items for which any pass is left.
             bCame = bCame || nLeft != 0;
             unsigned int& nPass = pc.m_LoopStack[nOutermost + n].nLoopIteration;
             bInRange = bInRange && (n != 0 || nLeft <= nPass);
@@ -256,8 +256,7 @@ std::optional<ProgramCounter> CShaderDebuggerShaderIL::ReadLastVisit(const SPosi
     return last;
 }
 
-/// The last place in front of a stop, in what a run passed over there, at which a breakpoint is, or else a call of a
-/// function that holds one.
+/// The last place with a breakpoint, or a call of a function that holds one, in what a run passed over before a stop.
 std::optional<SPosition> CShaderDebuggerShaderIL::FindPassedBreakpoint(size_t nStop)
 {
     const SStanding& before = m_History.At(nStop - 1).at;

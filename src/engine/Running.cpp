@@ -36,7 +36,7 @@ bool CShaderDebuggerShaderIL::RunAsm()
         }
         walk = GetHost()->IsBrokenOff() ? EWalk::Failed : walk;
     }
-    // A movement that is given up leaves what it hasn't read as it was.
+    // A movement that is broken off leaves what it hasn't read as it was.
     if (!GetHost()->IsBrokenOff())
     {
         DropResults(m_Walk.GetUnread());
@@ -47,7 +47,7 @@ bool CShaderDebuggerShaderIL::RunAsm()
         PushStop();
         return true;
     }
-    // The last instruction of the kernel runs as a stop does; its last phase reports the end.
+    // The last instruction of the kernel is run as a stop is; its last phase reports the end.
     return walk != EWalk::Failed && UpdateTargetInstruction(true);
 }
 
@@ -58,8 +58,8 @@ bool CShaderDebuggerShaderIL::PassFirst(uint64_t nItems)
         const ILOpCode op = OpCodeAt(call.m_nPos);
         return op == IL_OP_CALL || op == IL_OP_MACROCALL;
     };
-    // A platform that finds faults finds them in runs, and who goes on from flow control a run tells. All that call a
-    // function come to its head.
+    // A run is needed where memory is accessed, since a platform finds faults in runs, and at flow control, to learn
+    // who goes on. All that call a function come to its head.
     const ILOpCode op = OpCodeAt(m_nCurrentInstruction.m_nPos);
     const bool bDecides = ILShaderUtils::IsFlowControlOp(op) && op != IL_OP_FUNC;
     if (bDecides || ILShaderUtils::AccessesMemory(op) || op == IL_OP_FENCE ||
@@ -85,13 +85,13 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne()
     {
         const ProgramCounter next = m_nNextInstruction;
         ReadSkipped(true);
-        // Reading may have told that nobody comes here.
+        // Reading may have shown that no work-item comes here.
         if (m_nNextInstruction != next)
         {
             return m_nNextInstruction.m_nPos < m_nEndOfShader ? EWalk::Moved : EWalk::End;
         }
     }
-    // Whoever calls a function comes to its head.
+    // All work-items that call a function come to its head.
     const bool bHead = op == IL_OP_FUNC && GetDebuggerIL()->HasValuesOnDemand();
     if (bHead || !ILShaderUtils::IsFlowControlOp(op))
     {
@@ -110,8 +110,8 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkOne()
     return bSkips ? SkipBlock() : WalkFlowControl();
 }
 
-/// Through a loop with a breakpoint at its end only: whoever leaves it last tells what a stop there shows. So the last
-/// pass is stepped through.
+/// Goes through a loop whose only breakpoint is at its end. The work-items that leave it last tell what a stop there
+/// shows, so the last pass is stepped through.
 CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkThroughLoop(const CIL_Loop& loop)
 {
     const ProgramCounter next = m_nNextInstruction;
@@ -129,7 +129,7 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkThroughLoop(const CI
     return m_nNextInstruction.m_nPos < m_nEndOfShader ? EWalk::Moved : EWalk::End;
 }
 
-/// An instruction that leaves the mask alone: nothing runs, and as many are active behind it as in front of it.
+/// An instruction that leaves the mask alone: nothing runs, and as many are active after it as before it.
 CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkInstruction()
 {
     MoveToNext();
@@ -167,7 +167,7 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::SkipBlock()
     {
         const ProgramCounter next = m_nNextInstruction;
         ReadSkipped(false);
-        // Reading may have told that nobody comes to the block.
+        // Reading may have shown that no work-item comes to the block.
         if (m_nNextInstruction != next)
         {
             return EWalk::Moved;
@@ -195,8 +195,8 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::SkipBlock()
     return bMoved ? EWalk::Moved : EWalk::End;
 }
 
-/// Whether an instruction leads all of a known number of work-items the same way: a return to a caller in front of its
-/// function's end, in no block, or a call from which they are back.
+/// Whether an instruction leads all of a known number of work-items the same way: a return to a caller before the end
+/// of its function, in no block, or a call from which they are back.
 bool CShaderDebuggerShaderIL::LeadsAllOneWay(InstructionNumber nInst) const
 {
     const SLaneCount& active = m_Lanes.Ledger().GetActive();
@@ -221,8 +221,8 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkFlowControl()
     return Step() && GetDebugger()->Execute() && PostStepAsm() ? EWalk::Moved : EWalk::Failed;
 }
 
-/// Reads what has been skipped at the current instruction, and at the jumps that have led some out of it: they wait
-/// elsewhere with what they have written.
+/// Reads what has been skipped at the current instruction, and at the jumps by which work-items may have left it: they
+/// wait elsewhere with what they have written.
 void CShaderDebuggerShaderIL::ReadSkipped(bool bGetExecMask)
 {
     if (!GetDebuggerIL()->HasValuesOnDemand())
@@ -243,8 +243,8 @@ bool CShaderDebuggerShaderIL::IsAtBreakpoint() const
     return m_nNextInstruction.m_nPos < m_nEndOfShader && GetDebugger()->HasBreakPointAtLineNumber(GetNextLine());
 }
 
-/// Whether a breakpoint in front of the position is a stop: not if nobody comes there, which only the run in front of
-/// it tells. If it isn't, that run has moved the position on to where somebody is.
+/// Whether a breakpoint before the position is a stop. It isn't if no work-item comes there, which only the run before
+/// it tells; that run has then moved the position on to where one is.
 bool CShaderDebuggerShaderIL::Arrive()
 {
     ReadSkipped(true);
@@ -253,7 +253,7 @@ bool CShaderDebuggerShaderIL::Arrive()
     {
         return IsAtBreakpoint();
     }
-    // Nobody has executed what was passed over last. Who comes to the breakpoint has been somewhere in front of it.
+    // No work-item executed what was passed over last. Those that come to the breakpoint have been at an earlier place.
     const SPosition here = Next();
     return GoBackTo(m_History.Count() - 1) && StepTo(here) && IsAtBreakpoint();
 }

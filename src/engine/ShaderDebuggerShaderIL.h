@@ -18,15 +18,15 @@ namespace OVK_ShaderDebugger
 class CShaderDebuggerDeviceBuffer;
 class CShaderDebuggerIL;
 
-/// The kernel under debug, complete: its top storey decides where the position moves and makes the kernel runs.
+/// The kernel under debug, complete: its top layer decides where the position moves and makes the kernel runs.
 ///
 /// All work-items share one position. A movement has three phases: the first makes the next instruction the current
 /// one and puts what is to be observed there on m_ExecuteList, Execute runs patched kernels for that, and the last
 /// phase works out the next instruction from how many work-items were active. That count, for each position, is the
 /// only thing that steers the position.
 ///
-/// What it needs for that are parts of their own, which know nothing of it: where the text can lead (CKernelCourse),
-/// where the work-items are (CLaneFlow), what a run passes over (CBlockWalk), the stops so far (CStopHistory), the runs
+/// The rest is done by parts of their own, which don't know this class: where the text can lead (CKernelCourse), where
+/// the work-items are (CLaneFlow), what a run passes over (CBlockWalk), the stops so far (CStopHistory), the runs
 /// (CPatchedRuns), and memory at a stop (CMemoryAtStop).
 class CShaderDebuggerShaderIL : public CInstrumentedShaderIL
 {
@@ -53,12 +53,12 @@ public:
     bool Back() override { return BackAsm(); }
     bool Run() override { return RunAsm(); }
     /// Passes the first instruction without a kernel run.
-    /// \param nItems  of the dispatch: all of them execute it
+    /// \param nItems  the dispatch's work-items, all of which execute it
     /// \return false for one that needs a run
     bool PassFirst(uint64_t nItems);
     bool RunBack() override { return RunBackAsm(); }
     /// Works off m_ExecuteList: one kernel run for each register of each patch point.
-    /// \return false if anything failed; what didn't fail has been filed
+    /// \return false if anything failed; the results of what didn't fail are kept
     bool Execute(bool bUpdateHistory) override;
 
     /// Stores how many work-items the mask holds as active for a position of the present call.
@@ -84,13 +84,13 @@ public:
     const CCallPath& GetCallPath() const { return m_CurrentCallStack; }
     /// Whether the last run has also read where work-items leave a skipped stretch, and marked those in the mask.
     bool ReadsLeavers() const { return !GetLeaving().empty(); }
-    /// Takes those out of a mask.
+    /// Removes those work-items from a mask.
     static void HideLeavers(CShaderDebuggerBuffer& execMask);
-    /// Makes sure that the last run was one of the kernel as it is, so that the working copies hold its outputs. Tells
-    /// in the last error where they aren't what the session's own runs left.
-    /// \return false if they don't hold them
+    /// Makes sure that the last run was one of the kernel as it is, so that the working copies hold its outputs. Says
+    /// in the last error where they differ from what the session's own runs left.
+    /// \return false if the working copies don't hold the outputs
     bool CompleteKernel() { return m_Runs.Complete(m_bRunsDiffer); }
-    /// Whether anything up to the present stop, and with it, may have changed global memory.
+    /// Whether anything up to and including the present stop may have changed global memory.
     bool MayHaveWritten() const { return m_Course.MayHaveWritten(Here()); }
     /// Makes the working copies hold global memory as it is at the present stop, with a run of its own if the last run
     /// didn't leave them so. \return false if that isn't possible
@@ -100,8 +100,8 @@ public:
     {
         return m_Memory.FindLocalBlock(bArgument, nNumber);
     }
-    /// The local memory of a work-group at the present stop: the bytes in which a block's offset counts. They stay
-    /// until the next movement. Empty if there is no such group, null if the run that is needed fails.
+    /// The local memory of a work-group at the present stop, in which the offsets of blocks count. The bytes stay until
+    /// the next movement. Empty if there is no such group, null if the run that is needed fails.
     const std::vector<unsigned char>* BringLocalMemory(unsigned int nGroup)
     {
         return m_Memory.BringLocal(Here(), nGroup);
@@ -111,14 +111,14 @@ public:
     /// The registers that work-items may have written up to the present stop, whole, the latest first, as far as a run
     /// can read them at any stop.
     std::vector<Register> FindWritten() const;
-    /// In front of a movement. \return false if what an earlier one has overwritten can't be read again
+    /// Called before a movement. \return false if what an earlier one has overwritten can't be read again
     bool BeginMovement();
-    /// After a movement of which a run was broken off: to the stop where it began, or on a way back to the earliest one
-    /// that it had come to. No run is made for it.
+    /// After a movement of which a run was broken off: goes to the stop where it began, or on a way back to the
+    /// earliest one that it had come to. No run is made for it.
     /// \param[out] bSameStop  whether it is where it began
     /// \return false if there is no stop
     bool ReturnToStop(bool& bSameStop);
-    /// Reads the registers again that a movement had read before it was given up.
+    /// Reads the registers again that a movement had read before it was broken off.
     bool RestoreOverwritten();
     /// Reads the mask of the present stop again.
     bool ReadStopMask();
@@ -127,7 +127,8 @@ public:
     {
         return m_Memory.ReadValues(Here(), vRegisters, nPlane, values);
     }
-    /// Whether a work-item can leave a kernel, or not come to a function, without a store to the output buffers.
+    /// Whether a work-item may leave the kernel, or not enter a function, without coming to the stores to the output
+    /// buffers.
     bool CanMissStores() const { return m_Runs.CanMissStores(); }
 
 private:
@@ -226,10 +227,10 @@ private:
     std::set<InstructionNumber> m_Leaving;                                     ///< jumps at which it reads as well
     ProgramCounter m_lastGlobalStore;     ///< the last store to global memory that the position reached
     bool m_bReadInputRegisters = false;   ///< the next Execute reads the input registers
-    uint64_t m_nLastActive = 0;           ///< work-items in the mask of the current position, where a run has told
-    bool m_bRunsDiffer = false;           ///< two runs of the session had other work-items at the same place
-    CLaneLedger m_CurrentLedger;          ///< where they are in front of m_nCurrentInstruction
-    std::vector<Register> m_vOverwritten; ///< those whose results aren't of the present stop
+    uint64_t m_nLastActive = 0;           ///< work-items in the mask of the current position, if a run has told
+    bool m_bRunsDiffer = false;           ///< two runs counted different numbers of work-items at the same place
+    CLaneLedger m_CurrentLedger;          ///< where they are before m_nCurrentInstruction
+    std::vector<Register> m_vOverwritten; ///< registers whose results aren't those of the present stop
     CKernelCourse m_Course;
     CLaneFlow m_Lanes; ///< belongs to m_nNextInstruction
     CBlockWalk m_Walk;

@@ -54,8 +54,8 @@ std::optional<uint64_t> CShaderDebuggerShaderIL::CountForFastStep()
     return bRead ? std::optional<uint64_t>(pExecMask->GetActiveItemCount(0)) : std::nullopt;
 }
 
-/// An instruction that leaves the mask and all wanted registers alone needs no run: the mask of the last run is its
-/// mask, if that run was one at the instruction before. Behind a return more may be active than were there.
+/// An instruction that leaves the mask and all wanted registers alone needs no run: the last run's mask is its mask, if
+/// that was a run at the instruction before. After a return more may be active than were there.
 bool CShaderDebuggerShaderIL::IsFastStep()
 {
     const CShaderDebuggerInstructionIL& instruction = m_Instructions[m_nCurrentInstruction.m_nPos];
@@ -151,7 +151,7 @@ bool CShaderDebuggerShaderIL::PostStepAsm()
     return true;
 }
 
-/// Goes on with those who are active after the current instruction, or else to where others are.
+/// Goes on with the work-items that are active after the current instruction, or else to where others wait.
 bool CShaderDebuggerShaderIL::AdvanceFromCurrent()
 {
     const auto& counts = m_ExecMaskHistory[m_CallStack];
@@ -163,8 +163,8 @@ bool CShaderDebuggerShaderIL::AdvanceFromCurrent()
     return m_Lanes.Ledger().GetActive().IsNobody() ? Resume() : UpdateNextInst();
 }
 
-/// From the current instruction, after which nobody is active, sets the next instruction to the place where others
-/// take part again: further on in the function, or at the call that it came from.
+/// From the current instruction, after which no work-item is active, sets the next instruction to the place where
+/// others go on: further on in the function, or at the call that it came from.
 /// \return false at the end of the kernel
 bool CShaderDebuggerShaderIL::Resume()
 {
@@ -234,7 +234,7 @@ bool CShaderDebuggerShaderIL::EnterInstruction()
     }
     case IL_OP_END:
     case IL_OP_ENDMAIN:
-        // What stands after the main body are functions, which are only entered by calls.
+        // After the main body come functions, which are only entered by calls.
         m_nNextInstruction.m_nPos = m_nEndOfShader;
         return false;
     case IL_OP_CALL:
@@ -272,8 +272,8 @@ bool CShaderDebuggerShaderIL::EnterFunction()
     return EnterInstruction();
 }
 
-/// Enters what the next instruction calls if anybody fulfils its condition, which a run at the function's start tells.
-/// Who doesn't waits at the call, where all are back together.
+/// Enters what the next instruction calls if its condition holds for any work-item, which a run at the function's start
+/// tells. The others wait at the call, where all meet again.
 bool CShaderDebuggerShaderIL::EnterOnCondition()
 {
     CCallPath path = m_CallStack;
@@ -322,13 +322,13 @@ bool CShaderDebuggerShaderIL::IsInnermostLoop(const CIL_Loop& loop) const
     return !stack.empty() && stack.back().nLoopStart == loop.GetStart();
 }
 
-/// The end of the main body follows, so that there is no stop after it.
+/// Whether the end of the main body follows, so that there is no stop after an instruction.
 bool CShaderDebuggerShaderIL::IsLastInstruction(const ProgramCounter& pc) const
 {
     return m_CallStack.empty() && OpCodeAt(pc.m_nPos) != IL_OP_UNKNOWN && OpCodeAt(pc.m_nPos + 1) == IL_OP_ENDMAIN;
 }
 
-/// The recorded count, or else that of a run of its own.
+/// The recorded count, or else the one that a run of its own gives.
 std::optional<uint64_t> CShaderDebuggerShaderIL::GetCount(const ProgramCounter& pc, const CCallPath& path)
 {
     std::map<ProgramCounter, uint64_t>& counts = m_ExecMaskHistory[path];

@@ -21,8 +21,8 @@ struct SFiling
     std::set<InstructionNumber> leaving; ///< the jumps at which it was read, too
 };
 
-/// Where the one position stands: the instruction that was executed last, and the next one, each with its call and with
-/// where the work-items are in front of it.
+/// Where the position stands: the instruction that was executed last, and the next one, each with its call and with
+/// where the work-items are before it.
 struct SStanding
 {
     ProgramCounter pc;
@@ -34,17 +34,16 @@ struct SStanding
     ProgramCounter lastGlobalStore; ///< the last store to global memory that the position reached
 };
 
-/// The stops of a session, and what has to be remembered of each to come back to it: where the position stood, which
-/// registers were written since the stop before, and which results the runs updated. It makes no run and holds no
-/// value.
+/// The stops of a session, and what is needed to come back to each: where the position stood, which registers were
+/// written since the stop before, and which results the runs updated. It makes no run and holds no value.
 class CStopHistory
 {
 public:
     struct SStop
     {
         SStanding at;
-        bool bJump = false;             ///< its instruction leads some of those who execute it elsewhere
-        bool bGap = false;              ///< a run has passed over instructions in front of it
+        bool bJump = false;             ///< its instruction leads some of the work-items that execute it elsewhere
+        bool bGap = false;              ///< a run has passed over instructions before it
         bool bShown = false;            ///< false: a run walked over it
         std::vector<Register> vWritten; ///< registers that may have changed since the stop before
         std::vector<SFiling> vFiled;    ///< results that runs updated since the stop before, oldest first
@@ -71,26 +70,27 @@ public:
 
     /// Adds a stop, with all that has been noted since the one before.
     void Push(SStanding at, bool bJump);
-    /// From the newest stop the position goes on elsewhere: after it a run may skip a block that a step enters.
+    /// From the newest stop the position goes on elsewhere: from there a run may skip a block that a step enters.
     void ChangeNext(const ProgramCounter& next, const CCallPath& callStack, const CLaneLedger& ledger);
     /// The next stop differs from the newest by writes of these registers.
     void NoteWritten(const std::vector<Register>& vRegisters);
     /// A run has updated a result: at the newest stop, or on the way to the next one.
     void NoteFiled(SFiling filing);
-    /// In front of the next stop instructions are passed over.
+    /// Instructions are passed over before the next stop.
     void NoteGap() { m_Pending.bGap = true; }
 
-    /// Shows the newest stop, if there is one.
+    /// Counts the newest stop, if there is one, as shown.
     void Show();
     /// What was written on the way over stops that a run only walked over, up to the newest: each result once.
     std::vector<Register> FindUnshown() const;
     /// The registers written up to the newest stop, each result once and as a whole, the latest first.
     std::vector<Register> FindWritten() const;
 
-    /// Where a run delivers a register's values as the newest stop shows them, newest first: all that a stop ever shows
-    /// has been filed. If a run only walked over the newest stop nobody has seen its values, and it comes first itself.
+    /// Where runs deliver a register's values as the newest stop shows them, newest first: everything that a stop ever
+    /// shows was read at one of these. If a run only walked over the newest stop, its values haven't been shown, and it
+    /// comes first itself.
     std::vector<SFiling> FindSources(const Register& reg) const;
-    /// The whole register, read at the newest stop; at a jump also of those who take it.
+    /// A reading of the whole register at the newest stop; at a jump also for the work-items that take it.
     SFiling ReadingHere(const Register& reg) const;
 
     /// Makes an earlier stop the newest, and forgets what followed.
@@ -98,7 +98,7 @@ public:
 
     /// A movement begins.
     void BeginMovement();
-    /// The stops of those that there were when the last movement began from which it hasn't gone back.
+    /// How many of the stops at the start of the last movement are left after going back.
     size_t CountKept() const { return m_nKept; }
     bool HasGoneBack() const { return m_nKept != m_nMovementStops; }
 

@@ -10,12 +10,12 @@
 #include <new>
 #include <utility>
 
-/// The mask of a stop with values on demand: a byte a work-item on the device, and a bit here. The form in which the
-/// client sees it is made when it asks, and goes with the next movement.
+/// The mask of a stop with values on demand: a byte a work-item on the device, and a bit here. The form that the client
+/// sees is made when it asks, and dropped at the next movement.
 namespace OVK_ShaderDebugger
 {
 
-/// The mask of the last run. Not kept if it can't be read.
+/// The mask of the last run; no mask is kept if it can't be read.
 CKeptMask CShaderDebuggerIL::ReadMask(bool bHideLeavers)
 {
     CKeptMask mask;
@@ -86,7 +86,7 @@ bool CShaderDebuggerIL::BringExecMask(const ProgramCounter& pc)
     return HasMask();
 }
 
-/// Files the mask again that the present stop had before a movement that was given up.
+/// Puts back the mask that the present stop had before a movement that was broken off.
 bool CShaderDebuggerIL::RestoreMask()
 {
     if (!m_bValuesOnDemand || !m_KeptMask.IsKept())

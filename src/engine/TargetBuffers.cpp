@@ -77,8 +77,8 @@ void CTargetBuffers::Clear()
 
 void CTargetBuffers::DescribeOutputs(BufferDesc desc)
 {
-    // All slices of the dispatch lie in one, one after the other as before: active work-items are counted, and masks
-    // applied, by the first slice of a buffer alone.
+    // All slices of the dispatch lie in one, in the same layout, since counts of active work-items and masks use the
+    // first slice of a buffer alone.
     desc.m_nHeight *= std::max(desc.m_nDepth, 1u);
     desc.m_nDepth = 1;
     desc.m_nPitch = 0;
@@ -90,7 +90,7 @@ void CTargetBuffers::DescribeOutputs(BufferDesc desc)
     m_MaskDesc.m_Usage = ShaderUtils::BU_ExecMask;
 }
 
-/// Makes the buffer unless it is there; so does the next.
+/// Makes the buffer if there is none yet, as the next function does.
 bool CTargetBuffers::BringValues()
 {
     if (m_pValues == nullptr)
@@ -174,8 +174,8 @@ bool CTargetBuffers::Switch(bool bValues, bool bMissStores)
     {
         return false;
     }
-    // Who comes to the stores writes both elements. Where that isn't everybody, what an earlier run wrote must not
-    // pass for what this one did.
+    // Work-items that come to the stores write both elements. Where not all do, what an earlier run wrote mustn't be
+    // taken for this run's values.
     if (bMissStores && ((bValues && !m_pValues->Clear()) || !m_pMask->Clear()))
     {
         return false;
@@ -194,7 +194,7 @@ bool CTargetBuffers::SwitchPlain()
     return ReloadWorkingCopies() && BindOwnArguments();
 }
 
-/// What stands for the results. Where there are none it is a buffer that the kernel doesn't store to in this place.
+/// The buffer bound as the results. Without one it is a buffer that the kernel doesn't store to in this place.
 CShaderDebuggerDeviceBuffer& CTargetBuffers::GetResultsArgument() const
 {
     return m_pValues != nullptr ? *m_pValues : *m_pMask;
@@ -341,8 +341,8 @@ bool CTargetBuffers::RestoreArguments()
     return bRestored;
 }
 
-/// What the client's memory is to get from the last run, by the argument through which it goes there. Of arguments that
-/// name one object each contributes what it changed.
+/// What the client's memory is to get from the last run, by the argument through which it goes there. If several
+/// arguments name one object, each contributes what it changed.
 bool CTargetBuffers::ReadOutputs(Contents& outputs) const
 {
     std::map<void*, size_t> firstOf;

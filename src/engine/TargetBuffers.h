@@ -28,19 +28,19 @@ public:
     CTargetBuffers& operator=(const CTargetBuffers&) = delete;
 
     /// Saves the arguments of the client's kernel, and makes working copies and output buffers.
-    /// \param dispatch   as the host describes it: the size that outputs have an element for each of
+    /// \param dispatch   as the host describes it: outputs have an element for each of its work-items
     /// \param bOnDemand  the output buffers are made when a run first needs them, and the mask has a byte for each
     ///                   work-item, not a word
     /// \return false if something can't be read or made
     bool Create(const BufferDesc& dispatch, bool bOnDemand);
-    /// Gives up all buffers; the client's memory stays as it is.
+    /// Releases all buffers; the client's memory stays as it is.
     void Clear();
 
     // The arguments of a run, bound on fresh working copies.
     /// \param bValues      whether the kernel stores values besides the mask
     /// \param bMissStores  whether work-items may not come to the stores: then what an earlier run wrote is cleared
     bool Switch(bool bValues, bool bMissStores);
-    /// For a run that is made for memory: what the stop left in the output buffers stays.
+    /// For a run that is made for memory: the stop's values stay in the output buffers.
     /// \param pLocal  bound in place of the results, for local memory; null for none
     bool SwitchForMemory(CShaderDebuggerDeviceBuffer* pLocal);
     /// For a run of the kernel as it is, which has no other arguments than its own.

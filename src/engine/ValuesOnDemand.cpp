@@ -49,7 +49,7 @@ void CShaderDebuggerIL::SetValuesOnDemand(bool bOn)
     }
 }
 
-/// Before a movement: the values of the present stop aren't those of the next one.
+/// Called before a movement: the values of the present stop aren't those of the next one.
 void CShaderDebuggerIL::ForgetValues()
 {
     if (!m_bValuesOnDemand)
@@ -89,7 +89,7 @@ CShaderDebuggerBuffer* CShaderDebuggerIL::BringValues(const std::string& strName
 }
 
 /// A register with those that the same run reads: what was asked for at the stop before, then what was written last, as
-/// much as there is room for. Who asks for one register after the other gets more with each run.
+/// much as there is room for. A client that asks for one register after the other gets more with each run.
 /// \return nothing if the register hasn't been written
 std::vector<Register> CShaderDebuggerIL::ChooseRegisters(const std::string& strName)
 {
@@ -137,7 +137,7 @@ bool CShaderDebuggerIL::RunForValues(const std::vector<Register>& vRegisters)
     ++m_nValueRuns;
     BufferDesc desc = m_TargetBuffers.GetValuesDesc();
     desc.m_nHeight = std::max(desc.m_nHeight, 1u) * static_cast<unsigned int>(vRegisters.size());
-    // The next stop mostly looks at as many registers.
+    // The next stop usually reads as many registers.
     const bool bFits = m_pValues != nullptr && m_nValuesHeight == desc.m_nHeight &&
                        (!GetCurrentShader()->CanMissStores() || m_pValues->Clear());
     if (!bFits)
