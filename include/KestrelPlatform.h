@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-/// The door to the software platform's own settings, counters and trace, for tests and tools. It compiles as C and as
+/// The access to the software platform's own settings, counters and trace, for tests and tools. It compiles as C and as
 /// C++. Get the table from the runtime with
 ///   KestrelPlatformControlFunction door =
 ///       (KestrelPlatformControlFunction)clGetExtensionFunctionAddress(KESTREL_PLATFORM_CONTROL);
@@ -106,8 +106,8 @@ enum EPlatformEnd
 {
     PLATFORM_END_COMPLETE = 0,
     PLATFORM_END_LIMIT,  ///< a work-group came to the limit of instructions
-    PLATFORM_END_BROKEN, ///< BreakRuns
-    PLATFORM_END_MEMORY  ///< there wasn't enough for it
+    PLATFORM_END_BROKEN, ///< broken off by BreakRuns
+    PLATFORM_END_MEMORY  ///< there wasn't enough memory for it
 };
 
 struct SPlatformEnd
@@ -121,8 +121,8 @@ struct SPlatformEnd
 enum EPlatformWhere
 {
     PLATFORM_WHERE_AT = 0,   ///< at an instruction: the end of a loop or the head of a function
-    PLATFORM_WHERE_BARRIER,  ///< at one, waiting for others of their work-group
-    PLATFORM_WHERE_BESIDE,   ///< waiting until others go on with whom they execute, or at the end before them
+    PLATFORM_WHERE_BARRIER,  ///< at a barrier, waiting for others of their work-group
+    PLATFORM_WHERE_BESIDE,   ///< waiting for others with which they go on together, or at the end before them
     PLATFORM_WHERE_ENDED,    ///< with their whole work-group
     PLATFORM_WHERE_NOT_BEGUN ///< in work-groups that hadn't begun
 };
@@ -130,7 +130,7 @@ enum EPlatformWhere
 struct SPlatformPlace
 {
     uint32_t nWhere;       ///< an EPlatformWhere
-    uint32_t nInstruction; ///< of the first two; else ~0
+    uint32_t nInstruction; ///< of the first two kinds; else ~0
     uint64_t nItems;
     uint64_t nWorkItem; ///< the lowest of them; ~0 if that isn't known
     uint64_t nLeast;    ///< of the end of a loop: its passes since it was entered last, the fewest and the most
@@ -155,7 +155,7 @@ struct SPlatformProfile
     uint64_t nLanes;   ///< work-items of those waves, whether they came or not
     uint64_t nGoOn;    ///< of nItems, those that go on after it, into an if or on in a loop; else what left or skipped
     uint64_t nBranch;  ///< not 0: it sends some one way and others another, by a condition
-    uint64_t nEntries; ///< of what opens a loop: work-items that came from in front of it; nItems counts passes
+    uint64_t nEntries; ///< of what opens a loop: work-items that came from before it; nItems counts passes
     uint64_t nLeast;   ///< passes that a work-item began, the fewest and the most
     uint64_t nMost;
     uint64_t nLoaded[3]; ///< bytes by EPlatformMemory, global, local and private; an atomic loads and stores
@@ -164,7 +164,7 @@ struct SPlatformProfile
     uint64_t nLines;    ///< aligned pieces of 64 bytes that each of these touched, summed
 };
 
-/// Bytes whose accesses are told one by one.
+/// Bytes whose accesses are reported one by one.
 struct SPlatformWatch
 {
     uint32_t nMemory;   ///< an EPlatformMemory: global, local or private
@@ -244,7 +244,7 @@ enum EPlatformOrigin
     PLATFORM_ORIGIN_BUFFER
 };
 
-/// What a check has found at one place, told of the lowest work-item.
+/// What a check has found at one place, as it was for the lowest work-item.
 struct SPlatformFinding
 {
     uint32_t nKind; ///< an EPlatformFinding
@@ -255,9 +255,9 @@ struct SPlatformFinding
     uint32_t nMemory; ///< an EPlatformMemory
     int32_t bWrite;
     int32_t bOtherWrite;
-    int32_t bUnequal; ///< of a race: not only writes of the same values
+    int32_t bUnequal; ///< of a race: there is more than writes of the same values
     int32_t bGroups;  ///< of a race: between groups; else within one, between two of its barriers
-    int32_t bValues;  ///< of a race: values are there
+    int32_t bValues;  ///< of a race: whether values holds something
     uint32_t nBytes;
     uint64_t nCount;         ///< how often
     uint64_t nWorkItem;      ///< of a barrier: the first of its group that didn't reach it
@@ -314,7 +314,7 @@ struct SPlatformControl
     /// From now on kernel runs take their work-groups in shuffled orders, with pauses of their threads; 0 ends it.
     void (*SetSchedule)(uint64_t nSeed);
     /// Not 0: kernel runs under way, and those to come, end at once with CL_OUT_OF_RESOURCES; their memory holds
-    /// whatever they have written. 0 ends it. A block of work-items looks at it once a pass of a loop.
+    /// whatever they have written. 0 ends it. A block of work-items checks it once a pass of a loop.
     void (*BreakRuns)(int32_t bBreak);
     /// How the last kernel run ended.
     void (*GetLastEnd)(struct SPlatformEnd* pEnd);
@@ -337,10 +337,10 @@ struct SPlatformControl
     /// The profile of the last kernel run that kept one and came to its end, by instruction; up to nRows of it.
     /// \return how many rows there are; 0 if none was kept. A run that is traced keeps none
     uint32_t (*GetProfile)(struct SPlatformProfile* pRows, uint32_t nRows);
-    /// From now on kernel runs tell of accesses to some bytes; null ends it. Such a run has one thread, and its
+    /// From now on kernel runs report accesses to some bytes; null ends it. Such a run has one thread, and its
     /// work-groups run one after the other.
     void (*WatchAccesses)(const struct SPlatformWatch* pWatch);
-    /// The accesses of the last run that has told of any and came to its end, in their order; up to nAccesses of them.
+    /// The accesses of the last run that reported any and came to its end, in their order; up to nAccesses of them.
     /// \return how many are kept, 65,536 at most
     uint32_t (*GetAccesses)(struct SPlatformAccess* pAccesses, uint32_t nAccesses);
     /// From now on kernel runs are checked, for a set of EPlatformCheck; 0 ends it. Results are the same as without. A

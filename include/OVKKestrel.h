@@ -22,22 +22,22 @@
  *
  *      The first event is STARTED or ERROR, the last FINISHED or ERROR, and each HALTED is one stop.
  *      A step that reaches the kernel's end gives FINISHED and no HALTED.
- *   4. Behind FINISHED the kernel's outputs are in the client's buffers and the event of the
+ *   4. After FINISHED the kernel's outputs are in the client's buffers and the event of the
  *      enqueue is complete, as after a plain launch.
  *
  * What a stop promises
  * --------------------
  * All work-items share one position, and the instructions have an order: that of the text, with the passes of a loop
- * one behind the other, a part of an if behind the part in front of it, and a called function at its call. At a stop
- * every work-item has executed what comes before the position, and nothing else. The mask tells who took part in the
- * last instruction; registers, private, local and global memory are those of that moment, for every work-item.
+ * one after the other, a part of an if after the part before it, and a called function at its call. At a stop every
+ * work-item has executed what comes before the position, and nothing else. The mask tells which work-items took part in
+ * the last instruction; registers, private, local and global memory are those of that moment, for every work-item.
  *   - What isn't known has a code in place of a value: a register that isn't tracked or hasn't been read, the result of
  *     a macro inside it.
  *   - Every stop is computed by runs of the kernel from its start. Where results depend on the order in which
- *     work-groups run, on a device that runs them in no fixed order, two runs may differ, and what a stop shows is then
- *     what one of them did. At the end of the session the outputs are compared, where that costs no more than
- *     reading them, with those of a run of the client's kernel as it is, and runs of the session with each other: how
- *     many work-items come to a place. If they differ, ovkclDebugUtilGetLastError says so at FINISHED.
+ *     work-groups run, on a device that runs them in no fixed order, two runs may differ, and a stop shows what one of
+ *     them did. At the end of the session the outputs are compared with those of a run of the client's kernel as it is,
+ *     where that costs no more than reading them. The session's own runs are compared in how many work-items come to
+ *     each place. If anything differs, ovkclDebugUtilGetLastError says so at FINISHED.
  *   - The outputs are those of that last run, whatever the stops have shown.
  *
  * Two paths
@@ -99,7 +99,7 @@
  * "OVKKestrel.log" holds the messages of the sessions.
  */
 
-/* The interface is that of OpenCL 1.2. Who wants the names of another version defines this first. */
+/* The interface is that of OpenCL 1.2. For the names of another version, define this first. */
 #ifndef CL_TARGET_OPENCL_VERSION
 #define CL_TARGET_OPENCL_VERSION 120
 #endif
@@ -247,12 +247,12 @@ extern "C"
 #define OVKCLDEBUG_ENQUEUE_NO_INTERCEPT (-5004)
 
 /**
- * Extension: what the functions of the client's own dispatch table (ovkclDebugSetDispatchTable) give in place of a code
- * of OpenCL's where the client wants no more of a kernel run: clEnqueueNDRangeKernel doesn't make it, or clFinish or
- * clWaitForEvents comes back from one that was broken off. The movement is given up, and the session halts where it
- * began, be it in front of the first instruction; a way back halts at the earliest stop that it had come to. The
- * client's buffers hold what they held before. Registers that the movement had already read are read again when they
- * are asked for.
+ * Extension: the code that functions of the client's own dispatch table (ovkclDebugSetDispatchTable) give in place of
+ * one of OpenCL's to break a kernel run off: clEnqueueNDRangeKernel doesn't make the run, or clFinish or
+ * clWaitForEvents returns from one that was broken off. The movement ends, and the session halts where the movement
+ * began, also before the first instruction; a way back halts at the earliest stop that it had come to. The client's
+ * buffers hold what they held before. Registers that the movement had already read are read again when they are asked
+ * for.
  */
 #define OVKCLDEBUG_EXT_RUN_BROKEN_OFF (-5100)
 
@@ -298,7 +298,7 @@ extern "C"
                                                                               const cl_queue_properties* properties,
                                                                               cl_int* errcode_ret);
 
-    /** clCreateKernel. Only kernels made here can be debugged, since only here their arguments are noted. */
+    /** clCreateKernel. Only kernels made here can be debugged, since only their arguments are recorded. */
     OVKCL_API cl_kernel ovkclInterceptCreateKernel(cl_program program, const char* kernel_name, cl_int* errcode_ret);
 
     /** clCreateKernelsInProgram, likewise. */
@@ -345,7 +345,7 @@ extern "C"
     OVKCL_API ovkclDebugError ovkclDebugGetProgramCounter(ovkclDebugContext debugContext, ovkclDebugPC* programCounter);
 
     /**
-     * At STARTED and HALTED: sets a breakpoint on a line, or on the first of the lookAhead lines behind it that
+     * At STARTED and HALTED: sets a breakpoint on a line, or on the first of the lookAhead lines after it that
      * can hold one.
      * A continue passes over a block without a breakpoint as a whole. One on the line that divides or ends a block
      * (else, endif, endloop, endswitch) or begins a later pass of a loop is met as by steps.
@@ -407,15 +407,15 @@ extern "C"
      * comes with them unless ovkclDebugSetTrackPrivateMemory has switched it off. A null list with a count of 0
      * tracks all registers again, which is how a session starts.
      *
-     * Extension: the list of one OVKCLDEBUG_EXT_VALUES_ON_DEMAND reads registers when a query asks for them, and none
-     * before. A stop makes a run for its mask, and none where the mask can't have changed. The first query of a
-     * register at a stop makes a run that stores it for all work-items, together with others as there is room: those
-     * that were asked for at the stop before, then those written last. What a query gives is what the registers hold at
-     * the stop, for work-items that aren't active as well. Private memory is read in the same way. All registers that
-     * work-items may have written have values; ovkclDebugGetActiveRegisters names them without a run.
+     * Extension: with a list of one OVKCLDEBUG_EXT_VALUES_ON_DEMAND registers are read when a query asks for them, and
+     * not before. A stop makes a run for its mask, or none where the mask can't have changed. The first query of a
+     * register at a stop makes a run that stores it for all work-items, and others with it as there is room: those that
+     * were asked for at the stop before, then those written last. A query gives what the registers hold at the stop,
+     * for work-items that aren't active as well. Private memory is read in the same way. All registers that work-items
+     * may have written have values; ovkclDebugGetActiveRegisters names them without a run.
      *
-     * Extension: the same list with a null context, before an enqueue, begins the next launch of the calling thread so.
-     * Its first instruction is then executed by the first movement, and up to that nothing is allocated for each
+     * Extension: the same list with a null context, before an enqueue, is for the next launch of the calling thread.
+     * Its first instruction is then executed by the first movement, and until then nothing is allocated for each
      * work-item; a failure there ends the session with FINISHED. At STARTED the client may still choose another way.
      * \return OVKCLDEBUG_ERROR_INVALID_ARGUMENT for a null list with a count,
      *         OVKCLDEBUG_ERROR_INVALID_LOCATION, with nothing changed, if a locator names no register
@@ -471,7 +471,7 @@ extern "C"
 
     /**
      * At HALTED: global memory as it is at this stop.
-     * Where a run has to be made for that it is made at the first query of a stop, and serves all others there.
+     * If that takes a run, it is made at the first query of a stop, and serves all others there.
      * \param resource    the UAV through which the kernel reaches it. On devices of the older generation a miss
      *                    with 0, 8 or 11 is tried with 11 and 8 as well. OVKCLDEBUG_EXT_LOCAL_BLOCK and
      *                    OVKCLDEBUG_EXT_LOCAL_ARGUMENT name local memory
