@@ -16,7 +16,7 @@ namespace
 constexpr unsigned int s_nMaxPrivateBytes = 1u << 24;
 constexpr unsigned int s_nMaxArrayElements = s_nMaxPrivateBytes / 16;
 
-/// Of the slots in which a private UAV is read; sizes are below s_nMaxPrivateBytes.
+/// The size of the slots in which a private UAV is read; sizes are below s_nMaxPrivateBytes.
 constexpr unsigned int RoundUpTo16(unsigned int n)
 {
     return (n + 15) & ~15u;
