@@ -20,8 +20,11 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// Bytes that the first run of a stop may store; each further one takes more.
-constexpr size_t s_nFirstRoom = size_t(4) << 20;
+/// The first run of a stop stores this many registers: more if they are small, and fewer if they are large. Memory that
+/// is touched for the first time costs more than the run. Each further run takes more.
+constexpr size_t s_nFirstRegisters = 16;
+constexpr size_t s_nLeastFirstRoom = size_t(1) << 20; ///< bytes
+constexpr size_t s_nMostFirstRoom = size_t(4) << 20;
 constexpr size_t s_nMostRoom = size_t(512) << 20;
 constexpr size_t s_nMoreRoom = 4;
 /// A list of captures longer than this costs more to build than a second run.
@@ -114,13 +117,13 @@ std::vector<Register> CShaderDebuggerIL::ChooseRegisters(const std::string& strN
     }
     vFirst.insert(vFirst.end(), vAsked.begin(), vAsked.end());
     vFirst.insert(vFirst.end(), vOthers.begin(), vOthers.end());
-    size_t nRoom = s_nFirstRoom;
+    const size_t nPlane = std::max<size_t>(GetPlaneSize(), 1);
+    size_t nRoom = std::clamp(s_nFirstRegisters * nPlane, s_nLeastFirstRoom, s_nMostFirstRoom);
     for (unsigned int n = 0; n < m_nValueRuns && nRoom < s_nMostRoom; ++n)
     {
         nRoom *= s_nMoreRoom;
     }
     // What was asked for at the stop before has more room at once: it will be asked for again.
-    const size_t nPlane = std::max<size_t>(GetPlaneSize(), 1);
     const size_t nAsked = std::min(1 + vAsked.size(), std::max<size_t>(s_nMostRoom / nPlane, 1));
     vFirst.resize(std::min({vFirst.size(), std::max(nAsked, nRoom / nPlane), s_nMostRegisters}));
     return vFirst;
