@@ -11,8 +11,8 @@
 namespace
 {
 
-/// Of the calls of a session, so many are left out behind each that fails: all of them take minutes.
-/// KESTREL_CALL_STRIDE=1 leaves out none.
+/// How many of a session's calls are skipped after each that is made to fail: trying all of them takes minutes.
+/// KESTREL_CALL_STRIDE=1 skips none.
 size_t Stride()
 {
     return ReadStride("KESTREL_CALL_STRIDE", s_bSanitized ? 41 : 7);
@@ -41,7 +41,7 @@ protected:
         CPlatformFixture::TearDown();
     }
 
-    /// One session of the script, in which a call fails. The alarm ends a session that hangs.
+    /// One session of the script, in which one call fails. The alarm ends a session that hangs.
     cl_int RunSession(uint64_t nCall, cl_int nFailure, bool bForEver)
     {
         const std::vector<float> vBefore(s_nItems, -1.0f);
@@ -72,8 +72,8 @@ protected:
 
 } // namespace
 
-/// A launch that was accepted has its outputs, whatever failed on the way; a refused one has left the buffers alone.
-/// A session that was begun ends with an event that says so. All objects are gone, and the next session works.
+/// An accepted launch has its outputs, whatever has failed; a refused one has left the buffers alone. A session that
+/// was begun ends with an event. No object is left, and the next session works.
 TEST_P(EveryCall, CanFailOnceAndForEver)
 {
     ExpectGoodSession();
@@ -84,7 +84,7 @@ TEST_P(EveryCall, CanFailOnceAndForEver)
     {
         for (const bool bForEver : {false, true})
         {
-            // Other calls in each round.
+            // Each round tries other calls.
             for (uint64_t nCall = 1 + nFaults % Stride(); nCall <= nCalls && !HasFailure(); nCall += Stride())
             {
                 SCOPED_TRACE(std::string(bForEver ? "from call " : "call ") + std::to_string(nCall));

@@ -25,7 +25,7 @@ bool Strikes()
     return s_nFailing != 0 && (nCall == s_nFailing || (s_bForEver && nCall > s_nFailing));
 }
 
-/// Gives the code through the last parameter, if that is where an entry has it.
+/// Stores the code in the last parameter, if the entry has one for it.
 template <typename... Parameters>
 void SetCode(Parameters... parameters)
 {

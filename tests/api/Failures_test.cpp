@@ -42,7 +42,7 @@ TEST_F(Refusals, LaunchesThatCantBeDebuggedHaveTheirCodes)
     EXPECT_EQ(Debug(&StepOn), OVKCLDEBUG_ENQUEUE_WRONG_DEVICE);
 }
 
-/// Calls of a session that can fail and leave nothing behind. A release that does nothing leaves its object.
+/// Calls of a session whose failure leaves nothing behind. A release that fails would leave its object.
 const char* const s_Entries[] = {
     "clGetPlatformInfo",
     "clGetDeviceInfo",
@@ -67,8 +67,8 @@ const char* const s_Entries[] = {
     "clGetEventInfo",
 };
 
-/// Each call fails once, in many places of a session of steps. A launch that was accepted has its outputs in the end,
-/// and everything is released in any case.
+/// Each call fails once, at many places of a stepping session. In the end an accepted launch has its outputs, and
+/// everything is released in any case.
 class FailingCalls : public CPlatformFixture, public testing::WithParamInterface<bool>
 {
 };

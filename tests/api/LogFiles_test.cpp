@@ -27,8 +27,8 @@ protected:
     }
     void TearDown() override { std::filesystem::remove_all(m_folder); }
 
-    /// \param prepare  makes what lies in the folder before
-    /// \param strLimits  shell commands in front of the client
+    /// \param prepare  creates files in the folder first
+    /// \param strLimits  shell commands before the client
     void RunClient(const char* pszLevel, void (*prepare)(const std::filesystem::path&) = nullptr,
                    const std::string& strLimits = "true")
     {
@@ -83,7 +83,7 @@ TEST_F(LogFiles, LevelsDecideWhatTheUsageLogHolds)
     }
 }
 
-/// Each exported function leaves the line of its call and the line of its result, in pairs.
+/// Each exported function writes a line at its call and one at its result, in pairs.
 TEST_F(LogFiles, TheTraceHasEveryCallAndEveryResult)
 {
     RunClient("6");
@@ -146,7 +146,7 @@ TEST_F(LogFiles, TheSessionLogIsFramedAndAppendedTo)
 /// The files that the library writes.
 const char* const s_LogNames[] = {"OVKKestrelUsage.log", "OVKKestrelConsistency.log", "OVKKestrel.log"};
 
-/// The client in C knows the codes and values that it has to get, and ends with a failure on any other.
+/// The client in C checks all codes and values, and reports failure if one is unexpected.
 TEST_F(LogFiles, WhatCantBeWrittenChangesNoSession)
 {
     const auto fullDisk = [](const std::filesystem::path& folder)
@@ -169,7 +169,7 @@ TEST_F(LogFiles, WhatCantBeWrittenChangesNoSession)
         EXPECT_TRUE(std::filesystem::is_symlink(m_folder / s_LogNames[0]));
         RunClient(pszLevel, folders);
         EXPECT_TRUE(std::filesystem::is_directory(m_folder / s_LogNames[0]));
-        // A quota that is used up on the way.
+        // A quota that is exceeded on the way.
         RunClient(pszLevel, nullptr, "trap '' XFSZ && ulimit -f 2");
         EXPECT_LE(std::filesystem::file_size(m_folder / s_LogNames[0]), 2048u);
         EXPECT_LE(std::filesystem::file_size(m_folder / s_LogNames[2]), 2048u);

@@ -17,8 +17,8 @@
 #include <thread>
 #include <vector>
 
-/// A launch of examples/vector_add (c = a + b over 16 floats) on the software platform, through the exported
-/// functions, with the counters that tell whether everything has gone.
+/// A launch of examples/vector_add (c = a + b over 16 floats) on the software platform, through the exported functions.
+/// Its counters show whether everything has been released.
 class CPlatformFixture : public testing::Test
 {
 protected:
@@ -41,7 +41,7 @@ protected:
         EXPECT_TRUE(WaitForObjects(m_nObjects)) << CountObjects() << " instead of " << m_nObjects;
     }
 
-    /// The runtime calls back for completed events, and then drops them, on a thread of its own.
+    /// The runtime calls back for completed events, and then releases them, on a thread of its own.
     static bool WaitForObjects(uint64_t nObjects)
     {
         for (int i = 0; i < 2000 && CountObjects() != nObjects; ++i)
@@ -57,7 +57,7 @@ protected:
         return s_table;
     }
 
-    /// Opens the platform in the folder of KESTREL_TEST_PLATFORM, or the one that was built.
+    /// Opens the platform in the folder of KESTREL_TEST_PLATFORM, or the one of this build.
     static void* Runtime()
     {
         const char* pszFolder = std::getenv("KESTREL_TEST_PLATFORM");
@@ -169,7 +169,7 @@ protected:
 
     typedef std::function<ovkclDebugCommand(ovkclDebugContext, ovkclDebugEvent)> Client;
 
-    /// Debugs one launch and waits for its end. \return what the enqueue gave
+    /// Debugs one launch and waits for its end. \return the enqueue's code
     cl_int Debug(const Client& client, size_t nLocal = 4)
     {
         m_client = client;
@@ -185,7 +185,7 @@ protected:
         return nCode;
     }
 
-    /// The call into the library, and what the client does when it is called back.
+    /// The call into the library, and the client's callback; virtual, so that tests can count what is inside.
     virtual cl_int Enqueue(size_t nGlobal, const size_t* pLocal, cl_event& event)
     {
         return ovkclDebugEnqueueNDRangeKernel(m_queue, m_kernel, 1, nullptr, &nGlobal, pLocal, 0, nullptr, &event,

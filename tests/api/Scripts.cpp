@@ -8,7 +8,7 @@ ovkclDebugCommand Step(ovkclDebugContext, ovkclDebugEvent)
     return OVKCLDEBUG_COMMAND_STEP;
 }
 
-/// Runs to a breakpoint near the kernel's end, goes back to where it began, and runs on.
+/// Runs to a breakpoint near the kernel's end, goes back to the start, and continues.
 ovkclDebugCommand RunAndGoBack(ovkclDebugContext context, ovkclDebugEvent eEvent)
 {
     static int s_nHalts = 0;
@@ -22,7 +22,7 @@ ovkclDebugCommand RunAndGoBack(ovkclDebugContext context, ovkclDebugEvent eEvent
                            : OVKCLDEBUG_COMMAND_CONTINUE;
 }
 
-/// Tracks registers, and asks for all that a stop can show.
+/// Tracks registers, and makes every query at each stop.
 ovkclDebugCommand Ask(ovkclDebugContext context, ovkclDebugEvent eEvent)
 {
     ovkclDebugRegisterLocator locator = 0;

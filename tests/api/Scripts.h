@@ -6,8 +6,8 @@
 #include <ostream>
 #include <vector>
 
-/// What a client does in a session into which faults are injected, and on which path the launch goes. The clients
-/// allocate nothing of their own.
+/// A client's behaviour in a session with injected faults, and the path of the launch. The clients allocate nothing
+/// themselves.
 struct SScript
 {
     const char* pszName;
@@ -15,7 +15,7 @@ struct SScript
     bool bIntercept;
 };
 
-/// Steps, runs with a way back, and queries, each on both paths.
+/// Stepping, running with a way back, and queries, each on both paths.
 const std::vector<SScript>& GetScripts();
 
 inline std::ostream& operator<<(std::ostream& stream, const SScript& script)

@@ -3,7 +3,7 @@
 namespace
 {
 
-/// Whether the enqueue returns at once and the runtime calls back, or the enqueue is the session.
+/// The parameter: whether the enqueue returns at once and the runtime calls back, or the enqueue is the session.
 class ThinRoad : public CPlatformFixture, public testing::WithParamInterface<bool>
 {
 protected:

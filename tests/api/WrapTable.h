@@ -3,8 +3,8 @@
 
 #include <CL/cl_icd.h>
 
-/// Puts something in front of every entry of a dispatch table. What is put there is a template over the entry and its
-/// type, with a static member `Call`, and a static `Prepare(name)` that is called once an entry:
+/// Wraps every entry of a dispatch table. The wrapper is a template over the entry and its type, with a static member
+/// `Call`, and a static `Prepare(name)` that is called once for each entry:
 ///
 ///     template <auto pEntry, typename Function> struct SWrapper;
 ///     template <auto pEntry, typename Result, typename... Parameters>
@@ -12,7 +12,7 @@
 namespace WrapTable
 {
 
-/// Entries of other families than OpenCL's own have no type here.
+/// Entries that aren't OpenCL's own have no type here.
 template <template <auto, typename> class Wrapper, auto pEntry, typename Other>
 void WrapEntry(cl_icd_dispatch&, const char*, Other cl_icd_dispatch::*)
 {
@@ -29,7 +29,7 @@ void WrapEntry(cl_icd_dispatch& table, const char* pszName, Result (CL_API_CALL*
     }
 }
 
-/// The wrapped table of another one. An entry that is null stays so.
+/// The wrapped version of another table. Null entries stay null.
 template <template <auto, typename> class Wrapper>
 cl_icd_dispatch Wrap(const cl_icd_dispatch& real)
 {

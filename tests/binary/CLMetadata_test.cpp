@@ -97,7 +97,7 @@ TEST(CLMetadata, SettersChangeTheirLinesOnly)
     EXPECT_EQ(metadata.ToString(), strExpected);
 }
 
-/// Whether every question about the block gets the answer for "not known", and every change of it is refused.
+/// Checks that every query of the block gives its "not known" value, and that every change is refused.
 void ExpectDefaults(CCLMetadata& metadata, const std::string& strCase)
 {
     unsigned int nMajor = 9, nMinor = 9, nRevision = 9;

@@ -40,7 +40,7 @@ TEST(ElfSymbolTable, ASymbolIsReadAndSetAsAWhole)
     EXPECT_EQ(pSection, elf.GetSection(".text"));
     EXPECT_EQ(value * 100 + size, 408u);
 
-    // Without a section a symbol keeps its reserved index and loses any other.
+    // A symbol without a section keeps a reserved index, but loses any other.
     for (const char* szName : {"absolute", "last"})
     {
         const auto symbol = symbols.GetSymbol(szName);
@@ -53,10 +53,10 @@ TEST(ElfSymbolTable, ASymbolIsReadAndSetAsAWhole)
     EXPECT_FALSE(symbols.SetInfo(symbols.SymbolsEnd(), "x", 0, 0, 0, nullptr, 0, 0));
     EXPECT_EQ(symbols.RemoveSymbol(symbols.SymbolsEnd()), symbols.SymbolsEnd());
     EXPECT_FALSE(symbols.RemoveSymbol("nobody"));
-    symbols.RemoveSymbolsInSection(nullptr); // no section's
+    symbols.RemoveSymbolsInSection(nullptr); // no section
     EXPECT_EQ(symbols.GetNumSymbols(), 3u);
 
-    // A local symbol counts as one only if no other kind stands in front of it.
+    // A local symbol counts as local only if it comes before all other kinds.
     EXPECT_TRUE(symbols.AddSymbol("late", STB_LOCAL, STT_OBJECT, 0, nullptr, 0, 0));
     EXPECT_EQ(symbols.GetInfo(), 2u);
     symbols.RemoveSymbolsIf([](const CElfSymbolTable::TableEntry& entry)

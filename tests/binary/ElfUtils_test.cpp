@@ -20,7 +20,7 @@ std::string Metadata(const std::string& strKernel, unsigned int nNumber)
            "\n;memory:hwlocal:64\n;function:1:1\n;ARGEND:__OpenCL_" + strKernel + "_kernel\n";
 }
 
-/// The sections of a kernel binary, after those that every test image has.
+/// The sections of a kernel binary, after those common to all test images.
 enum ESection : uint16_t
 {
     DebugIL = CTestImage::s_nFirst,
@@ -30,7 +30,7 @@ enum ESection : uint16_t
     RoData
 };
 
-// The fake compiler's IL is decimal numbers, so that the call's text has to be patched in and out of comments.
+// The fake compiler's IL is decimal numbers, so the call's text is patched into comments and out of them.
 const std::string s_DebugIL = "1 2\n  3\n4";
 
 /// Two kernels, "k" (number 12) and "k_2" (number 1), and the metadata of a function.
@@ -65,7 +65,7 @@ std::string Section(const std::vector<char>& vImage, const std::string& strName)
     return GetDataFromSection(strName, vImage, &vData) ? std::string(vData.begin(), vData.end()) : "none";
 }
 
-/// Each symbol's name and the bytes that it names.
+/// The bytes of each symbol, by name.
 std::map<std::string, std::string> Blocks(const std::vector<char>& vImage)
 {
     std::map<std::string, std::string> mapBlocks;
@@ -127,7 +127,7 @@ TEST(ElfUtils, ABlockThatIsNotThereIsRefused)
     const struct
     {
         CTestImage::SSymbol symbol;
-        bool bOthersMove; ///< false: its place stops every move
+        bool bOthersMove; ///< false: its place prevents every move
     } s_Bad[] = {{{"beyond", RoData, 1, 0xFFFF, 0}, true},    {{"absolute", SHN_ABS, 0, 1, 0}, true},
                  {{"wraps", RoData, ~0ull - 3, 8, 0}, false}, {{"far", RoData, n4GiB, 1, 0}, false},
                  {{"long", RoData, 0, n4GiB, 0}, false},      {{"over", RoData, n4GiB - 1, 1, 0}, false}};
@@ -208,7 +208,7 @@ TEST(ElfUtils, AnImageWithoutSymbolsHasNoKernels)
     EXPECT_FALSE(InsertTextDebugILIntoElf(&vImage, "5"));
     EXPECT_EQ(vImage, vBefore);
 
-    // Nor is one found whose table has another name.
+    // Nor is one found if the table has another name.
     CElf renamed(image.Make64());
     renamed.GetSymbolTable()->SetName(".symbols");
     EXPECT_FALSE(InsertTextDebugILIntoElf(&renamed, "5"));
@@ -286,7 +286,7 @@ TEST(ElfUtils, ASecondPatchFails)
     EXPECT_FALSE(UnpatchKernelEntry("k_2", &vImage));
 }
 
-/// The road of a binary from the runtime's image to the patched one. Every image of it must read.
+/// Takes a binary from the runtime's image to the patched one. Every image on the way must be readable.
 TEST(ElfUtils, ABinaryLivesThroughItsStages)
 {
     for (const bool b64 : {true, false})
@@ -313,7 +313,7 @@ TEST(ElfUtils, ABinaryLivesThroughItsStages)
         vTokens.push_back(0xFFFFFFFF);
         ASSERT_TRUE(InsertBinaryILIntoElf(&vImage, vTokens.data(), vTokens.size() * 4, "Kiln"));
         EXPECT_EQ(ReadElfComplaints(vImage), "");
-        EXPECT_EQ(Section(vImage, ".debugil"), "1\n2\n3\n4\n4294967295"); // the filter takes the last line break
+        EXPECT_EQ(Section(vImage, ".debugil"), "1\n2\n3\n4\n4294967295"); // the filter removes the last line break
         EXPECT_EQ(Section(vImage, ".debugilbin"), "none");
         EXPECT_FALSE(ExtractBinaryILFromElf(vImage, &vTokens));
         EXPECT_FALSE(InsertBinaryILIntoElf(&vImage, vTokens.data(), 4, "Kiln"));

@@ -78,7 +78,7 @@ TEST_P(ElfClass, RewritingKeepsSectionsAndSymbols)
     EXPECT_EQ(Store(again), vStored);
     EXPECT_NE(strDescription.find("absolute info 0 at 65521:4660+0"), std::string::npos) << strDescription;
 
-    // Placement: .data ends at an odd offset, .text stands at the next multiple of 16 after zeros.
+    // Placement: .data ends at an odd offset; .text is at the next multiple of 16, after zeros.
     const Elf64_Shdr& data = again.GetSection(".data")->GetShdr();
     const Elf64_Shdr& text = again.GetSection(".text")->GetShdr();
     EXPECT_EQ(text.sh_offset, (data.sh_offset + 3 + 15) / 16 * 16);
@@ -149,8 +149,8 @@ TEST_P(ElfClass, SectionsAndSymbolsCanBeAdded)
     EXPECT_EQ(again.GetSymbolTable()->GetInfo(), 3u);
 }
 
-/// Whatever one byte of an image is changed to, or wherever it ends: it is refused, or read and written to an image
-/// that reads the same.
+/// However a byte of an image is changed, and wherever it is cut off: it is refused, or read and written back to an
+/// image with the same contents.
 void ExpectSound(const std::vector<char>& vImage, const std::string& strCase)
 {
     CElf elf(vImage);
@@ -335,7 +335,7 @@ const SUnwritable s_Unwritables[] = {
     {"AlignmentOfNothing", false, [](CElf& elf, auto&) { elf.GetSection(".empty")->SetAddrAlign(s_n4GiB); }},
     {"EntrySize", false, [](CElf& elf, auto&) { elf.GetSection(".data")->SetEntrySize(s_n4GiB); }},
     {"Padding", true, [](CElf& elf, auto&) { elf.GetSection(".text")->SetAddrAlign(1ull << 40); }},
-    // The last section takes all the padding, so that none is left for the headers behind it.
+    // The last section uses up the padding, so that none is left for the headers after it.
     {"PaddingOfTheHeaders", true,
      [](CElf& elf, auto&)
      {
@@ -394,7 +394,7 @@ TEST_P(ElfUnwritable, IsRefusedAndGivesNothing)
 INSTANTIATE_TEST_SUITE_P(Changes, ElfUnwritable, testing::ValuesIn(s_Unwritables),
                          [](const testing::TestParamInfo<SUnwritable>& test) { return test.param.szName; });
 
-/// A stream of its text that claims another size.
+/// A stream that reports another size than its text has.
 class CClaimingBuffer : public std::stringbuf
 {
 public:
@@ -461,7 +461,7 @@ TEST(Elf, AnImageNeedsNoSymbols)
 {
     CTestImage image = MakeSample();
     image.vSymbols.clear();
-    image.vSections[1].nType = SHT_DYNSYM; // whose link must be right, too
+    image.vSections[1].nType = SHT_DYNSYM; // a section whose link must be valid, too
     image.vSections[1].nLink = s_nData;
     std::vector<char> vImage = image.Make64();
     Put<uint32_t>(vImage, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_type), SHT_PROGBITS);
@@ -540,7 +540,7 @@ TEST(Elf, TimeGrowsWithTheImage)
     }
     const std::vector<char> vImage = image.Make64();
 
-    // A quadratic step costs minutes here.
+    // With quadratic time this would take minutes.
     const auto begin = std::chrono::steady_clock::now();
     CElf elf(vImage);
     ASSERT_TRUE(elf.good());

@@ -16,7 +16,7 @@ namespace
 
 using namespace OVK_ShaderDebugger;
 
-/// A variable of one of the fake libraries, which the loader has open.
+/// A variable in one of the fake libraries, which are loaded already.
 template <class Type>
 Type* FakeVariable(const char* szLibrary, const char* szName)
 {
@@ -42,7 +42,7 @@ TEST(ILTranslator, TheLibraryConvertsBothWays)
     EXPECT_EQ(vBytes, (std::vector<unsigned char>{2, 1, 0, 0, 1, 0, 0, 0}));
     EXPECT_STREQ(LastDevice(), "Kiln");
 
-    // An odd size loses its last partial word, and no name of a device is the default one's.
+    // An odd size loses its last partial word, and an empty device name means the default device.
     std::string strText;
     vBytes.push_back(9);
     ASSERT_TRUE(ovkDisassembleIL(vBytes, &strText, ""));
@@ -101,7 +101,7 @@ TEST(ILTranslator, AnyCallOfTheLibraryMayFail)
         std::exit(1);                                                                                                  \
     }
 
-/// The choice is for the life of the process, so that it is made in one of its own.
+/// The choice lasts for the process, so it is tested in a separate one.
 void ChooseTheLowLevelAssembler()
 {
     int* pInitCalls = FakeVariable<int>("libovkqrlrt.so", "g_nFakeInitCalls");
@@ -123,7 +123,7 @@ void ChooseTheLowLevelAssembler()
     CHECK_OR_EXIT(!ovkAssembleIL("", &vBytes, ""));
     CHECK_OR_EXIT(*pInitCalls == 2);
 
-    // The runtime's answer keeps the choice.
+    // Once the runtime has answered, the choice doesn't change any more.
     ovkSetAssemblingWithQRLAllowed(false);
     CHECK_OR_EXIT(ovkIsAssemblingWithQRL());
     std::exit(0);
@@ -134,8 +134,8 @@ TEST(ILTranslator, TheLowLevelAssemblerIsTakenOnceAllowed)
     EXPECT_EXIT(ChooseTheLowLevelAssembler(), testing::ExitedWithCode(0), "");
 }
 
-/// A call of the low-level runtime that fails, and what "12" and "abcd" then become; nothing at all if the conversions
-/// fail, the other library's work if there is no conversion.
+/// A failing call of the low-level runtime, and the expected results for "12" and "abcd": nothing if the conversions
+/// fail, the other library's result if there is no conversion.
 struct SRuntimeFault
 {
     const char* szFailing;
@@ -176,7 +176,7 @@ void ConvertWithFault(const SRuntimeFault& fault)
     ovkDisassembleIL({'a', 'b', 'c', 'd'}, &strText, "");
     CHECK_OR_EXIT(strText == fault.strText);
 
-    // Without the leave it is what the runtime answered first.
+    // Without permission, the runtime's first answer remains.
     const bool bAnswered = std::string(fault.szFailing) != "Library" && std::string(fault.szFailing) != "Init";
     ovkSetAssemblingWithQRLAllowed(false);
     CHECK_OR_EXIT(ovkIsAssemblingWithQRL() == bAnswered);

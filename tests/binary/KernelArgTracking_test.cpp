@@ -15,7 +15,7 @@ namespace
 
 using namespace OVK_ShaderDebugger;
 
-/// A runtime of one program with kernels of the name "k". A call of the given name fails with the given code.
+/// A runtime with one program whose kernels are named "k". A call of the given name fails with the given code.
 struct SFakeRuntime
 {
     std::mutex mutex;
@@ -106,7 +106,7 @@ cl_int CL_API_CALL GetKernelInfo(cl_kernel kernel, cl_kernel_info nWhat, size_t 
     switch (nWhat)
     {
     case CL_KERNEL_NUM_ARGS:
-        // "Later" lets the first kernel of a program through.
+        // "Later" lets the first kernel of a program succeed.
         return s_pRuntime->Fails("NumArgs") || (s_pRuntime->Fails("NumArgsLater") && s_pRuntime->nBinaryQueries > 0)
                    ? s_pRuntime->nFailure
                    : Give(&s_pRuntime->nNumArgs, sizeof(cl_uint), nRoom, pRoom, pSize);
@@ -328,7 +328,7 @@ TEST_F(KernelArgTracking, TheRecordMirrorsWhatTheKernelHas)
     EXPECT_EQ(InterceptSetKernelArg(kernel, 1, 2, "78"), m_runtime.nFailure);
     EXPECT_EQ(Value(kernel, 1), "56 of 2");
     m_runtime.strFailing.clear();
-    const cl_kernel stranger = NewKernel(); // made around the interface
+    const cl_kernel stranger = NewKernel(); // created without the interface
     EXPECT_EQ(InterceptSetKernelArg(stranger, 0, 2, "78"), CL_SUCCESS);
     EXPECT_EQ(Value(stranger, 0), "-48");
     EXPECT_EQ(InterceptReleaseKernel(stranger), CL_SUCCESS);
@@ -347,12 +347,12 @@ TEST_F(KernelArgTracking, TheRecordGoesWithTheLastReference)
     EXPECT_EQ(InterceptReleaseKernel(kernel), m_runtime.nFailure);
     EXPECT_EQ(Value(kernel, 0), "x of 1");
     m_runtime.strFailing = "References";
-    EXPECT_EQ(InterceptReleaseKernel(kernel), CL_SUCCESS); // the record can but stay
+    EXPECT_EQ(InterceptReleaseKernel(kernel), CL_SUCCESS); // the record has to stay
     EXPECT_EQ(Value(kernel, 0), "x of 1");
     m_runtime.mapReferences[kernel] = 1;
     m_runtime.strFailing.clear();
 
-    // A kernel that went away around the interface and whose handle is another's now.
+    // A kernel that was released without the interface, and whose handle now belongs to another one.
     ReleaseKernel(kernel);
     m_runtime.nNextKernel = reinterpret_cast<uintptr_t>(kernel);
     EXPECT_EQ(Create(), kernel);
@@ -409,7 +409,7 @@ TEST_F(KernelArgTracking, AnEntryThatTheRuntimeLacksIsAnError)
     EXPECT_NE(InterceptReleaseKernel(kernel), CL_SUCCESS);
     EXPECT_NE(InterceptSetKernelArg(kernel, 0, 0, nullptr), CL_SUCCESS);
 
-    // Those that only tell of the arguments may be missing.
+    // Functions that are only used to query arguments may be missing.
     cl_icd_dispatch_table table = m_table;
     table.clGetProgramInfo = nullptr;
     SetCLDispatchTable(table);

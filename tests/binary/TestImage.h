@@ -13,9 +13,9 @@
 
 #include <unistd.h>
 
-/// An ELF image put together by hand, so that what CElf reads doesn't come from CElf.
+/// An ELF image built by hand, so that the tests of CElf's reading don't depend on its writing.
 ///
-/// Sections 0 to 3 are the null section, .shstrtab, .strtab and .symtab; the caller's follow from 4 on.
+/// Sections 0 to 3 are the null section, .shstrtab, .strtab and .symtab; the caller's start at 4.
 class CTestImage
 {
 public:
@@ -43,7 +43,7 @@ public:
     std::vector<SSection> vSections;
     std::vector<SSymbol> vSymbols; ///< after the null symbol, local ones first
 
-    /// Offsets of the last image that was made.
+    /// Offsets in the image made last.
     size_t nSectionHeaders = 0;
     size_t nSymbols = 0;
 
@@ -121,7 +121,7 @@ public:
     std::vector<char> Make32() { return Make<Elf32_Ehdr, Elf32_Shdr, Elf32_Sym>(); }
 };
 
-/// What readelf warns of in an image; empty if it reads all of it.
+/// The warnings of readelf about an image; empty if there are none.
 inline std::string ReadElfComplaints(const std::vector<char>& vImage)
 {
     std::string strFile = testing::TempDir() + "kestrel_image_XXXXXX";

@@ -1,4 +1,4 @@
-// The benchmarks' kernels do nothing wrong, and are told of as little.
+// The benchmarks' kernels have no faults, and must have no findings.
 
 #include "bench/BenchKernels.h"
 

@@ -1,7 +1,7 @@
-// Generated kernels with a planted fault each: what is found is compared with what the generator knows, and with who
-// comes to the place in a host build of the same source. In the repaired ones, and in those without a fault, nothing
-// may be found.
-//   KESTREL_CHECKED_KERNELS=N  so many of each kind (20 without it, fewer under sanitizers)
+// Generated kernels with one planted fault each. The findings are compared with what the generator knows, and with
+// the work-items that reach the place in a host build of the same source. Repaired kernels, and those without a fault,
+// must have no findings.
+//   KESTREL_CHECKED_KERNELS=N  number of kernels of each kind (20 by default, fewer under sanitizers)
 
 #include "tests/platform/opencl_c/generated/HostBuild.h"
 #include "tests/platform/opencl_c/generated/KernelMaker.h"
@@ -28,13 +28,13 @@ const unsigned long s_nCheckedKernels = 20;
 #endif
 const size_t s_nMostInProgram = 25;
 
-/// The device's forms of what stands in planted kernels; the host build has the right one.
+/// The device's definitions for planted kernels; in the host build the right form is used.
 const char* const s_pszDevicePrelude = "#pragma OPENCL FP_CONTRACT OFF\n#define P(name)\n#ifdef FAULTY\n"
                                        "#define PLANTED(wrong, right) wrong\n#else\n"
                                        "#define PLANTED(wrong, right) right\n#endif\n";
 const char* const s_pszHostForm = "#define PLANTED(wrong, right) right\n";
 
-std::set<uint64_t> s_setCame; ///< work-items of the host run under way
+std::set<uint64_t> s_setCame; ///< work-items that reached the place in the current host run
 
 void NoteItem(int nItem, int /*nLine*/, const char* /*pszName*/, const void* /*pValue*/, unsigned long /*nSize*/)
 {
@@ -46,9 +46,9 @@ struct SPlantedCase
     const char* pszName;
     EPlanted ePlanted;
     uint32_t nKind; ///< an EPlatformFinding
-    /// Whether a work-item that comes to the place has the fault; null for a race.
+    /// Whether a work-item that reaches the place has the fault; null for a race.
     bool (*pfHas)(uint64_t nItem);
-    /// Whether two that come to the places, the lower one first, race.
+    /// Whether two work-items at the places, the lower one first, race.
     bool (*pfRace)(uint64_t nItem, uint64_t nOther);
 };
 
@@ -107,7 +107,7 @@ protected:
                     cl_float{g_fArgumentF}, v);
     }
 
-    /// Who comes to the planted place.
+    /// The work-items that reach the planted place.
     static std::set<uint64_t> RunOnHost(const CHostBuild& host, const std::string& strName)
     {
         std::vector<cl_uint> vOut(g_nItems * g_nOutputs);
@@ -124,7 +124,7 @@ protected:
         return {setItems.begin(), it};
     }
 
-    /// \param nFirst  line of the kernel's first
+    /// \param nFirst  the line where the kernel begins
     void Compare(const SPlantedKernel& kernel, unsigned int nFirst, std::set<uint64_t> setCame) const
     {
         const SPlantedCase& planted = GetParam();

@@ -103,7 +103,7 @@ TEST(SUBuffer, RowsAreCopiedByTheirPitches)
     EXPECT_FALSE(buffer.UpdateData(source, 0, 0, 2)) << "more than there are";
     EXPECT_FALSE(buffer.UpdateData(nullptr, 0, 0, 1));
 
-    // A source with a smaller pitch than the buffer's has no more than that in a row.
+    // If the source's pitch is smaller than the buffer's, its rows are no longer than that.
     SUBuffer wide;
     BufferDesc desc = Describe(BF_R_8, 8, 2);
     desc.m_nPitch = 16;

@@ -74,7 +74,7 @@ protected:
         return CFakeCL::Of(mem);
     }
 
-    /// Sets an object's flags, which a working copy can't have of itself.
+    /// Sets an object's flags, since a working copy can't be created with these.
     static void SetFlags(const CShaderDebuggerDeviceBufferCL& buffer, cl_ulong nFlags)
     {
         Object(buffer)->nProperties = nFlags;
@@ -195,7 +195,7 @@ class DeviceImage : public DeviceBuffer, public testing::WithParamInterface<SIma
 {
 };
 
-/// The bytes of every element of every slice arrive, whatever pitches the mapping has, and however the
+/// The bytes of every element of every slice are transferred, whatever the mapping's pitches, and however the
 /// host may access the image.
 TEST_P(DeviceImage, ContentsSurviveOtherPitches)
 {
@@ -293,7 +293,7 @@ TEST_F(DeviceBuffer, AWrappingObjectReleasesNothing)
     m_fake.Release(pMem);
 }
 
-/// Each call fails once, on each kind of object: the operation says so and nothing stays after.
+/// Each call fails once, for each kind of object: the operation reports it and leaves nothing behind.
 TEST_F(DeviceBuffer, EveryFailingCallIsReportedAndLeavesNothing)
 {
     for (const bool bImage : {false, true})

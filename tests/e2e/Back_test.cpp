@@ -22,12 +22,12 @@ namespace
 
 const SSeeds s_BackSeeds = {200, 120, 10};
 
-/// Goes to and fro, by steps or between breakpoints, and compares each stop with what it showed when it was reached for
-/// the first time.
+/// Moves back and forth, by steps or between breakpoints, and compares each stop with what it showed when it was first
+/// reached.
 class CWanderer : public ISessionClient
 {
 public:
-    /// \param setLines  if empty it steps, else it runs between breakpoints on these lines
+    /// \param setLines  breakpoints to run between; if empty it steps
     CWanderer(uint32_t nSeed, std::set<unsigned int> setLines, std::vector<std::string> vTracked)
         : m_Engine(nSeed), m_setLines(std::move(setLines)), m_vTracked(std::move(vTracked))
     {
@@ -107,14 +107,14 @@ private:
     std::vector<int> m_vMoves; ///< 1 forward, -1 back
     size_t m_nMove = 0;
     bool m_bBack = false;
-    size_t m_nAt = 0; ///< the entry, which is no halt, is number 0
+    size_t m_nAt = 0; ///< number 0 is the entry, which isn't a stop
     std::map<size_t, SSnapshot> m_mapSeen;
     std::vector<std::string> m_vFindings;
     size_t m_nCompared = 0;
     bool m_bFinished = false;
 };
 
-/// The lines between which a run wanders: some that don't direct flow, in the kernel's function and others.
+/// Lines for breakpoints: some without control flow, in the kernel's function and in others.
 std::set<unsigned int> ChooseLines(const SLaunchFile& file, uint32_t nSeed)
 {
     CLaunch launch(GetLibraries(), file);
@@ -234,8 +234,8 @@ namespace
 
 const char s_szStore[] = "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n";
 
-/// The next line at each halt of a session with the given answers, the first of them at the start; when they are used
-/// up the session continues.
+/// The next line at each stop of a session with the given answers, the first of which is given at the start. When they
+/// are used up, the session continues.
 std::vector<unsigned int> LinesOf(const std::vector<ovkclDebugCommand>& vAnswers)
 {
     CLaunch launch(GetLibraries(), MakeSmallKernel(s_szStore));
@@ -290,7 +290,7 @@ TEST(Back, GoingBackOverTheFirstWriteTakesTheRegistersValueAway)
 
 TEST(Back, AStopThatARunWalkedOverKeepsWhatItShowsFromThenOn)
 {
-    // Every other stop shows r3 as an earlier instruction left it.
+    // Every other stop shows r3 as written by an earlier instruction.
     std::string strBody = "mov r3.x, r0.x\nmov r4.x, r0.x\n";
     for (int n = 0; n < 5; ++n)
     {
@@ -394,7 +394,7 @@ TEST(Back, AnUnknownAnswerEndsTheSessionAsAContinueWithoutBreakpoints)
         CScriptedClient client(
             [&](CSession& session)
             {
-                // The breakpoint is not to be met.
+                // This breakpoint must not be reached.
                 GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), 0, 100, nullptr);
                 return OVKCLDEBUG_COMMAND_STEP;
             },

@@ -12,8 +12,8 @@ using testing::ElementsAre;
 namespace
 {
 
-/// A stop of a run: what it cost, how many were active, and what the register of interest read for each work-item, -1
-/// for one that isn't active.
+/// A stop of a run: its kernel runs, the number of active work-items, and the value of the register of interest for
+/// each work-item, -1 if it isn't active.
 struct SRunStop
 {
     std::string strNextLine;
@@ -23,12 +23,12 @@ struct SRunStop
 
 struct SRunPlan
 {
-    std::vector<std::string> vLines;   ///< texts of lines to stop in front of; the first line with the text counts
+    std::vector<std::string> vLines;   ///< texts of lines with a breakpoint; the first line with each text
     std::string strRegister;           ///< looked at
     std::vector<std::string> vTracked; ///< all registers if empty
 };
 
-/// Continues from breakpoint to breakpoint and steps nowhere.
+/// Continues from breakpoint to breakpoint without steps.
 std::vector<SRunStop> RunThrough(const SLaunchFile& file, const SRunPlan& plan, std::vector<int>* pOutputs = nullptr)
 {
     CLaunch launch(GetLibraries(), file);
@@ -89,7 +89,8 @@ std::vector<SRunStop> RunThrough(const SLaunchFile& file, const SRunPlan& plan, 
 const std::string s_strStore = "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\n";
 const std::string s_strStoreLine = "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x";
 
-// What the kernel's frame writes: r0.x, r1.x and r2.xy. A session starts in front of it, at the function's head.
+// The registers written by the kernel's frame: r0.x, r1.x and r2.xy. A session starts before it, at the function's
+// head.
 const uint64_t s_nFrame = 3;
 
 } // namespace
@@ -103,7 +104,7 @@ TEST(Breakpoints, InStraightCodeARunCostsAKernelRunARegisterAndOneMore)
                                              "fence_memory\n" +
                                              s_strStore);
     std::vector<int> vOutputs;
-    // The second write of r3.x is the same register once more, that of r3.y another one.
+    // The second write of r3.x is of the same register, that of r3.y counts as another one.
     const std::vector<SRunStop> vStops =
         RunThrough(file, {{"iadd r4.x, r3.x, l0.y", s_strStoreLine}, "r3", {}}, &vOutputs);
     ASSERT_EQ(vStops.size(), 2u);
@@ -130,7 +131,7 @@ TEST(Breakpoints, WithTrackingARunReadsTrackedRegistersOnlyAndElseTheMask)
 
 TEST(Breakpoints, OnTheNextLineTheRunMovesOn)
 {
-    // The test comes after the first turn: what is next when the client continues is taken, breakpoint or not.
+    // The test comes after the first movement: the next instruction is executed even if it has a breakpoint.
     const SLaunchFile file = MakeSmallKernel("mov r3.x, r0.x\n"
                                              "iadd r3.x, r3.x, l0.y\n"
                                              "iadd r3.x, r3.x, l0.x\n" +
@@ -147,7 +148,7 @@ TEST(Breakpoints, OnTheNextLineTheRunMovesOn)
 namespace
 {
 
-// Work-item n goes through n + 1 passes, at most 4.
+// Work-item n makes n + 1 passes, at most 4.
 const std::string s_strLoop = "mov r3.x, l0.z\n"
                               "whileloop\n"
                               "iadd r3.x, r3.x, l0.y\n"
@@ -240,7 +241,7 @@ TEST(Breakpoints, InOneBranchOfAnIf)
     EXPECT_THAT(vStops[0].vValues, ElementsAre(-1, -1, -1, -1, 2, 3, 4, 5));
     EXPECT_THAT(vStops[1].vValues, ElementsAre(2, 3, 4, 5, 2, 3, 4, 5)) << "of both branches";
 
-    // With the branches walked in turn, each has its stop.
+    // Each branch is executed in turn, so each has its stop.
     vStops = RunThrough(file, {{"mov r5.x, r3.x", "mov r6.x, r3.x"}, "r5", {}});
     ASSERT_EQ(vStops.size(), 2u);
     EXPECT_EQ(vStops[0].strNextLine, "mov r5.x, r3.x");
@@ -260,7 +261,7 @@ TEST(Breakpoints, InABlockThatNobodyEntersNoStopComes)
     EXPECT_TRUE(vStops.empty());
     EXPECT_THAT(vOutputs, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
 
-    // The same in a loop that must be left, with nobody in it any more.
+    // The same in a loop that has to be left when no work-item is in it any more.
     const std::string strLoop = "mov r3.x, l0.z\n"
                                 "whileloop\n"
                                 "iadd r3.x, r3.x, l0.y\n"
@@ -337,7 +338,7 @@ TEST(Breakpoints, InACalledFunction)
     EXPECT_THAT(vStops[0].vValues, ElementsAre(2, 3, 4, 5, -1, -1, -1, -1));
     EXPECT_THAT(vOutputs, ElementsAre(2, 3, 4, 5, 4, 5, 6, 7));
 
-    // Passed over, the function's registers are read after the block.
+    // If the block is skipped, the function's registers are read after it.
     vStops = RunThrough(file, {{s_strStoreLine}, "r5", {}});
     ASSERT_EQ(vStops.size(), 1u);
     EXPECT_THAT(vStops[0].vValues, ElementsAre(2, 3, 4, 5, 0, 0, 0, 0));
@@ -345,8 +346,8 @@ TEST(Breakpoints, InACalledFunction)
 
 TEST(Breakpoints, BehindACaseThatNobodyComesToTheEndOf)
 {
-    // Those of case 1 leave it by the break in the if; the line behind it is nobody's, and what was skipped there must
-    // not be shown to those of the default.
+    // Work-items in case 1 leave it by the break in the if. Nobody reaches the line after it, so values skipped there
+    // must not be shown for the default's work-items.
     const SLaunchFile file = MakeSmallKernel("mov r3.x, r0.x\n"
                                              "ige r4.x, r0.x, l1.x\n"
                                              "switch r4.x\n"

@@ -121,8 +121,8 @@ void CContinueChecker::CheckRecordedStop(const CSession& session)
     m_nAt = expected->nStop;
 }
 
-/// A run costs one kernel run for each register that the skipped stretch has written, at least one for the mask, and
-/// those of the stop's own instruction.
+/// A run takes one kernel run for each register written in the skipped code, at least one for the mask, and those for
+/// the stop's own instruction.
 void CContinueChecker::CheckRuns(const CStepRecord::SExpected& expected)
 {
     if (!expected.setWritten)
@@ -143,8 +143,8 @@ void CContinueChecker::CheckRuns(const CStepRecord::SExpected& expected)
     }
 }
 
-/// The position may have passed over places where somebody was. Of those that fit, the earliest is taken, so that a
-/// later one isn't mistaken for it.
+/// The position may have skipped places that some work-items reached. Of the places that fit, the earliest one is
+/// taken, so that a later one isn't confused with it.
 void CContinueChecker::CheckAnyPlace(CSession& session)
 {
     const SMaskView mask = session.GetMask();
@@ -196,7 +196,7 @@ bool CContinueChecker::IsTracked(const std::string& strName) const
                                                   { return WithoutIndex(strTracked) == WithoutIndex(strName); });
 }
 
-/// A session runs on copies of the buffers, which lie whole pages away from the client's.
+/// A session works on copies of the buffers, whose addresses differ from the client's by whole pages.
 bool CContinueChecker::Agrees(const std::string& strName, uint32_t nGot, uint32_t nWanted) const
 {
     const bool bAddress = m_Plan.bAnyAddress || m_Plan.setAddresses.count(strName) != 0;

@@ -12,25 +12,25 @@
 namespace KestrelTest
 {
 
-/// Runs a kernel from breakpoint to breakpoint, with single steps strewn in, and holds every stop against
-/// the plain run: the place, the mask, and for each active work-item every register that it has
-/// written so far. Findings are kept as texts; none means that all agrees.
+/// Runs a kernel from breakpoint to breakpoint, with single steps in between, and compares every stop with the plain
+/// run: the place, the mask, and for each active work-item every register that it has written so far. Differences are
+/// collected as texts; none means that everything agrees.
 class CContinueChecker : public KestrelTool::ISessionClient
 {
 public:
     struct SPlan
     {
         std::set<unsigned int> setLines;    ///< with a breakpoint
-        std::vector<std::string> vTracked;  ///< all registers if empty
+        std::vector<std::string> vTracked;  ///< tracked registers; all if empty
         unsigned int nStepPercent = 0;      ///< how many answers are single steps
         std::set<std::string> setAddresses; ///< registers that may differ by whole pages
-        bool bAnyAddress = false;           ///< all may
-        bool bCheckCosts = false;           ///< kernel runs are counted
+        bool bAnyAddress = false;           ///< all registers may
+        bool bCheckCosts = false;           ///< compare the number of kernel runs
     };
 
-    /// \param pRecord  null for a kernel where stepping passes over live code, so that its road isn't the run's:
-    ///                 then any place after the last is right at which the trace has the mask and the
-    ///                 values that the stop shows. Breakpoints must be on lines without flow control
+    /// \param pRecord  null for a kernel in which stepping skips code that some work-items run, so that its path
+    ///         differs from the run's: then any later place is accepted where the trace has the stop's mask and values.
+    ///         Breakpoints must be on lines without control flow
     CContinueChecker(SPlan plan, const CItemHistory& history, const CStepRecord* pRecord, uint32_t nSeed);
 
     ovkclDebugCommand OnStarted(KestrelTool::CSession& session) override;

@@ -12,7 +12,7 @@ using testing::ElementsAre;
 namespace
 {
 
-/// Kernel runs since the last call.
+/// The number of kernel runs since the last call.
 uint64_t TakeRuns()
 {
     const SPlatformControl& control = GetPlatformControl(GetLibraries());
@@ -35,7 +35,7 @@ void TrackRegisters(CSession& session, const std::vector<std::string>& vNames)
               OVKCLDEBUG_SUCCESS);
 }
 
-/// What every movement of a session that only steps costs, the start first.
+/// The kernel runs of every movement of a session that only steps, beginning with the start.
 std::vector<uint64_t> StepCosts(const SLaunchFile& file, const std::vector<std::string>& vTracked = {})
 {
     CLaunch launch(GetLibraries(), file);
@@ -63,9 +63,9 @@ std::vector<uint64_t> StepCosts(const SLaunchFile& file, const std::vector<std::
 
 } // namespace
 
-// The stops of the straight kernel below: the first three instructions of the frame, the body, ret,
-// and the call in the main body, which is taken after the last halt. The start dumps the arguments
-// and executes the function's entry.
+// The stops of the straight kernel below: the first three instructions of the frame, the body, ret, and
+// the call in the main body, which is executed after the last stop. The start dumps the arguments and
+// executes the function's entry.
 
 TEST(Costs, AStepIsOneRunAndAnInstructionWithoutADestinationNone)
 {
@@ -87,7 +87,7 @@ TEST(Costs, WithTrackingOnlyTrackedRegistersAndFlowControlCost)
     EXPECT_THAT(StepCosts(file, {"r3"}), ElementsAre(2, 0, 0, 0, 1, 0, 1, 0, 1, 1, 1, 1));
 }
 
-/// After a loop, in which ten registers were written: one run for the position with its mask, and one more for all.
+/// After a loop in which ten registers were written: one run for the position and its mask, one more for all registers.
 TEST(Costs, ValuesOnDemandAreOneRunForManyAndNoneForNone)
 {
     std::string strBody = "mov r4.x, l0.z\nwhileloop\nige r5.x, r4.x, l0.x\nbreak_logicalnz r5.x\n";
@@ -137,7 +137,7 @@ TEST(Costs, ValuesOnDemandAreOneRunForManyAndNoneForNone)
     EXPECT_THAT(vCosts, ElementsAre(1, 1, 0, 1));
 }
 
-/// The launch after the one that was asked to begin with values on demand begins as usual.
+/// Only the next launch begins with values on demand; the one after it begins as usual.
 TEST(Costs, ASessionOnDemandOpensWithItsFirstMove)
 {
     const SLaunchFile file = MakeSmallKernel("iadd r3.x, r0.x, l0.y\n");
@@ -177,7 +177,7 @@ TEST(Costs, ASessionOnDemandOpensWithItsFirstMove)
     EXPECT_EQ(nBuffers[0], nBuffers[1] + 2) << "values and mask are made when they are needed";
 }
 
-/// A first movement to a breakpoint passes the first instruction without a run, and all work-items still count there.
+/// The first movement to a breakpoint skips the first instruction without a run; there all work-items are still active.
 TEST(Costs, AFirstRunOnDemandIsOneRun)
 {
     const SLaunchFile file = MakeSmallKernel("iadd r3.x, r0.x, l0.y\niadd r4.x, r3.x, l0.y\n");

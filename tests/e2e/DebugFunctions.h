@@ -20,7 +20,7 @@ namespace KestrelTest
     X(ovkclDebugGetPrivateMemoryValues)                                                                                \
     X(ovkclDebugGetGlobalMemoryValues)
 
-/// The functions of the debugger library that the command-line tool has no use for.
+/// Functions of the debugger library that the command-line tool doesn't use.
 struct SDebugFunctions
 {
 #define DECLARE_FUNCTION(name) decltype(&::name) name;
@@ -28,14 +28,14 @@ struct SDebugFunctions
 #undef DECLARE_FUNCTION
 };
 
-/// Of the library that GetLibraries has opened.
+/// From the library that GetLibraries has opened.
 const SDebugFunctions& GetDebugFunctions();
 
-/// Keeps only these registers up to date; for the started event. \return the call's code
+/// Tracks only these registers; to be called for the started event. \return the call's code
 ovkclDebugError Track(const KestrelTool::CSession& session, const std::vector<std::string>& vNames);
 
-/// What a client sees at a stop, with the values of all work-items. The mask belongs to the last register that was
-/// read, so that with tracking on it may be older than the stop.
+/// What a client sees at a stop, with the values of all work-items. The mask is that of the register read last, so with
+/// tracking on it may be older than the stop.
 struct SSnapshot
 {
     unsigned int nNextLine = 0;

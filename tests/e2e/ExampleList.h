@@ -9,7 +9,7 @@
 namespace KestrelTest
 {
 
-/// The launch files of examples/, each by its path from there.
+/// The launch files of examples/, by their paths relative to it.
 std::vector<std::string> ListExamples();
 std::string GetExamplePath(const std::string& strName);
 /// The name of a test on an example.

@@ -41,7 +41,7 @@ std::string TestName(const testing::TestParamInfo<std::string>& info)
     return strName;
 }
 
-/// Switches the command intercept off while it lives, so that a session takes the blocking path.
+/// While it exists, the command intercept is off, so that a session takes the blocking path.
 class CFallbackPath
 {
 public:
@@ -68,7 +68,7 @@ private:
 class Examples : public testing::TestWithParam<std::string>
 {
 protected:
-    /// Steps the launch to its end and holds every stop against a plain run.
+    /// Steps the launch to its end and compares every stop with a plain run.
     void StepAndCompare()
     {
         const CLibraries& libraries = GetLibraries();

@@ -26,7 +26,7 @@ bool DirectsFlow(const std::string& strMnemonic)
                        [&](const char* pszWord) { return strMnemonic.rfind(pszWord, 0) == 0; });
 }
 
-/// The lines of the kernel's function and those that it calls, after the frame that every kernel has.
+/// The lines of the kernel's function and its callees, after the frame common to all kernels.
 std::vector<unsigned int> GetBodyLines(const CListing& listing, bool bFlow)
 {
     std::vector<unsigned int> vLines;
@@ -63,7 +63,7 @@ std::vector<std::vector<unsigned char>> ReadOutputs(const CLaunch& launch)
 }
 
 /// Runs a launch from breakpoint to breakpoint.
-/// \param bMaySkip  the rules of stepping may pass over code that some work-items still run
+/// \param bMaySkip  the rules of stepping may skip code that some work-items still run
 SOutcome RunWithBreakpoints(const SLaunchFile& file, bool bMaySkip, CContinueChecker::SPlan plan, uint32_t nSeed,
                             unsigned int nBreakpoints)
 {
@@ -152,7 +152,7 @@ TEST(GeneratedRuns, EveryContinueStopsWhereThePlainRunSaysWithItsValues)
     if (nSeeds > 1)
     {
         EXPECT_GT(nStops, nSeeds) << "most breakpoints weren't met";
-        // A handful of kernels may have none.
+        // With only a few kernels there may be none.
         if (nSeeds >= 100)
         {
             EXPECT_GT(nCounted, nSeeds / 10) << "few continues went without deciding flow";

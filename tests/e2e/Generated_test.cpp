@@ -15,7 +15,7 @@ namespace
 
 const SSeeds s_StepSeeds = {400, 60, 10};
 
-/// \return findings, with the kernel's text in front if there are any
+/// \return differences, preceded by the kernel's text if there are any
 std::vector<std::string> StepSeed(uint32_t nSeed)
 {
     const CLibraries& libraries = GetLibraries();

@@ -19,7 +19,7 @@ namespace
 
 typedef std::vector<char> Image;
 
-/// Every image that the debugger hands to the runtime.
+/// Every image that the debugger passes to the runtime.
 std::vector<Image> g_vSubmitted;
 
 cl_program CL_API_CALL NoteBinary(cl_context context, cl_uint nDevices, const cl_device_id* pDevices,
@@ -31,7 +31,7 @@ cl_program CL_API_CALL NoteBinary(cl_context context, cl_uint nDevices, const cl
                                                        pCode);
 }
 
-/// What readelf says of an image besides its listing, and whether it ends well.
+/// The output of readelf besides its listing, and its exit code if it fails.
 std::string ComplaintsOf(const Image& image)
 {
     const std::string strPath =

@@ -10,7 +10,7 @@ namespace KestrelTest
 namespace
 {
 
-// Register types as tokens number them.
+// Register types, as numbered in tokens.
 
 std::string RegisterName(const SPlatformTraceRecord& record, uint32_t nInBlock)
 {

@@ -11,8 +11,8 @@
 namespace KestrelTest
 {
 
-/// A plain run, work-item by work-item and each in its own order: the independent answer to what a
-/// register must read for a work-item at a place, however the debugger came there.
+/// A plain run, work-item by work-item, each in its own order. It gives the expected value of a register for a
+/// work-item at a place, independently of the debugger.
 class CItemHistory
 {
 public:
@@ -28,13 +28,12 @@ public:
     }
 
     size_t GetItems() const { return m_vItems.size(); }
-    /// How many instructions the work-item has executed in front of a position; -1 if it never
-    /// takes part there.
+    /// The number of instructions that a work-item has executed before a position; -1 if it never takes part there.
     ptrdiff_t FindProgress(size_t nItem, const SPosition& position) const;
-    /// What the register reads for a work-item that has executed so many instructions; null if it
-    /// hasn't written it.
+    /// The value of a register for a work-item after it has executed nProgress instructions; null if it hasn't been
+    /// written.
     const Words* FindValue(size_t nItem, const std::string& strName, size_t nProgress) const;
-    /// The names of the registers that the work-item has written by then.
+    /// The registers that a work-item has written by then.
     std::set<std::string> GetWritten(size_t nItem, size_t nProgress) const;
     /// The work-items that take part at a position.
     std::vector<bool> GetActive(const SPosition& position) const;

@@ -8,7 +8,7 @@ namespace KestrelTest
 namespace
 {
 
-// l0: 2, 1, 0, -1; l1: small numbers to count and compare with; l2: bit masks; l3: addresses of private memory.
+// l0: 2, 1, 0, -1; l1: small numbers for counting and comparing; l2: bit masks; l3: addresses in private memory.
 const char s_szLiterals[] = R"(il_cs_2_0
 dcl_cb cb0[10]
 dcl_cb cb1[1]
@@ -18,8 +18,8 @@ dcl_literal l2, 1, 2, 4, 3
 dcl_literal l3, 0, 16, 32, 48
 )";
 
-// l4: words of a work-item's own part of the buffer, l5 the same for bytes and shorts; l6 to l8: words that all share;
-// l9: sizes of parts, numbers to exchange.
+// l4: words of a work-item's own part of the buffer, l5 the same for bytes and shorts; l6 to l8: shared words; l9:
+// sizes of parts, numbers to exchange.
 const char s_szMoreLiterals[] = R"(dcl_literal l4, 16, 20, 28, 40
 dcl_literal l5, 16, 18, 25, 40
 dcl_literal l6, 0, 4, 8, 12
@@ -109,7 +109,7 @@ void CKernelGenerator::ReturnAnywhere(const SScope& scope)
 {
     m_bReturned = m_bReturned || m_bInMain;
     m_bMaySkip = true;
-    // A guard that leaves most work-items in, or any condition.
+    // A guard that most work-items pass, or any condition.
     if (scope.nDepth == 0 && Chance(60))
     {
         static const char* const s_Limits[] = {"l1.x", "l1.y", "l1.z", "l9.x"};
@@ -179,7 +179,7 @@ void CKernelGenerator::LeaveAnywhere(const SScope& scope)
     Line("endif");
 }
 
-/// At the end of an if's part: all who are there may leave.
+/// The end of an if's part, where all remaining work-items may leave.
 void CKernelGenerator::LeavePart(const SScope& scope)
 {
     if (m_Features.bLeaves && (scope.bInLoop || scope.bInSwitch) && Chance(15))
@@ -195,7 +195,7 @@ void CKernelGenerator::LeavePart(const SScope& scope)
     }
 }
 
-/// Leaves the address of a place in the work-item's own part in r20.
+/// Puts an address in the work-item's own part into r20.
 void CKernelGenerator::OwnAddress(bool bAligned)
 {
     const std::string strOffset = std::string(bAligned ? "l4." : "l5.") + "xyzw"[Below(4)];
@@ -257,7 +257,7 @@ void CKernelGenerator::LoadOwn()
     Line(Pick(s_Loads, nLoad) + Uav() + " " + Variable() + "." + (nLoad == 1 ? "xz" : "x") + ", r20.xy");
 }
 
-/// Any kind of atomic, since nobody else is there.
+/// Any kind of atomic will do, as no other work-item uses the place.
 void CKernelGenerator::UpdateOwn()
 {
     static const char* const s_Updates[] = {"add", "sub", "rsub", "min",  "max",  "umin", "umax", "and",
@@ -268,7 +268,7 @@ void CKernelGenerator::UpdateOwn()
     std::string strValue = Source();
     if (strUpdate[0] == 'f')
     {
-        strValue = "l9." + std::string(1, "xyz"[Below(3)]); // no NaN as a float
+        strValue = "l9." + std::string(1, "xyz"[Below(3)]); // not a NaN as a float
     }
     if (strUpdate == "cmp")
     {
@@ -289,8 +289,8 @@ void CKernelGenerator::UpdateOwn()
     }
 }
 
-/// Where all work-items meet, one kind of operation has each word, and what came before isn't asked for: so
-/// the order in which they come doesn't matter.
+/// In shared words, each word only gets one kind of operation, whose old value isn't used. So the order of the
+/// work-items doesn't matter.
 void CKernelGenerator::UpdateShared()
 {
     static const char* const s_Updates[] = {"add",  "and",  "or",   "xor",  "min",  "max",
@@ -305,7 +305,7 @@ void CKernelGenerator::UpdateShared()
     }
     else if (nUpdate >= 8)
     {
-        strValue = "l9.x"; // all count round alike
+        strValue = "l9.x"; // the same limit for all
     }
     const std::string strUpdate = nUpdate == 0 && Chance(30) ? "sub" : Pick(s_Updates, nUpdate);
     Line("uav_" + strUpdate + Uav() + " r21.xy, " + strValue);

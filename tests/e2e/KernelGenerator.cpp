@@ -123,7 +123,7 @@ void CKernelGenerator::Store()
     Line("uav_raw_store" + Uav() + " mem0." + std::string(Chance(50) ? "x" : "xy") + ", r2.xy, " + Variable());
 }
 
-/// At one of four addresses: the same for all work-items, in r4.x, or one of each work-item's own, in r3.x.
+/// At one of four addresses: the same for all work-items, in r4.x, or each work-item's own, in r3.x.
 void CKernelGenerator::PrivateStore()
 {
     if (m_Features.bOlder)
@@ -146,7 +146,7 @@ void CKernelGenerator::PrivateStore()
     Line("uav_raw_load_id(8) " + Variable() + ".z, " + strAddress);
 }
 
-/// Leaves a condition that differs between work-items in r5.x.
+/// Puts a condition that differs between work-items into r5.x.
 void CKernelGenerator::Condition()
 {
     if (Chance(50))
@@ -182,7 +182,7 @@ void CKernelGenerator::Loop(const SScope& scope)
     std::string strLimit = Pick(s_Masks, Below(4));
     if (Chance(60))
     {
-        // As many passes as the low bits of the work-item's number say.
+        // As many passes as the low bits of the work-item's number.
         strLimit = "r" + std::to_string(60 + m_nLoops) + ".x";
         Line("and " + strLimit + ", r0.x, l2.w");
     }
@@ -203,13 +203,13 @@ void CKernelGenerator::Loop(const SScope& scope)
 
 void CKernelGenerator::LeaveLoop(const SScope& scope)
 {
-    // Only a continue can leave a switch for the loop around it; a break would be the switch's.
+    // In a switch, a break would leave the switch, so only a continue reaches the loop around it.
     const bool bContinue = scope.bInSwitch || Chance(50);
     m_bMaySkip = m_bMaySkip || scope.bInElse || scope.bInSwitch || *scope.pLoopContinues;
     *scope.pLoopContinues = *scope.pLoopContinues || bContinue;
 
     const std::string strWord = bContinue ? "continue" : "break";
-    // Without a condition of its own it often takes along all who came into a block by the last one.
+    // Without a condition of its own, it often takes all work-items that entered a block by the last condition.
     if (Chance(75))
     {
         Condition();
@@ -242,7 +242,7 @@ void CKernelGenerator::Switch(const SScope& scope)
         Line("case " + std::to_string(i));
         if (i + 1 < nCases && Chance(20))
         {
-            continue; // an empty case falls through to the next
+            continue; // an empty case falls through
         }
         Body(inner, 1 + Below(2));
         if (Chance(15))
@@ -254,7 +254,7 @@ void CKernelGenerator::Switch(const SScope& scope)
             Line("endif");
             Arithmetic();
         }
-        if (!m_Features.bLeaves || !Chance(25)) // else who is here falls through
+        if (!m_Features.bLeaves || !Chance(25)) // otherwise the work-items fall through
         {
             Line("break");
         }
@@ -268,7 +268,7 @@ void CKernelGenerator::Switch(const SScope& scope)
     Line("endswitch");
 }
 
-/// Calls a new function, or one again that hasn't been written yet and so can't call the present one.
+/// Calls a new function, or again one that isn't written yet and so can't call the current one.
 void CKernelGenerator::Call(const SScope& scope)
 {
     if (scope.bInMacro) // the functions are written already
@@ -323,12 +323,12 @@ void CKernelGenerator::Macro(unsigned int nMacro)
     scope.bInFunction = scope.bInMacro = true;
     scope.nDepth = m_nMacroDepth[nMacro];
     Line("mdef(" + std::to_string(3 + nMacro) + ")_outline");
-    Line(";generated"); // by which a session knows whose macro it is
+    Line(";generated"); // tells a session whose macro it is
     Body(scope, 2 + Below(3));
     Line("mend");
 }
 
-/// The stores of every variable and array element, so that the outputs tell of all of them.
+/// Stores every variable and array element, so that the outputs show all of them.
 std::string CKernelGenerator::Finish()
 {
     std::string strText = "mov r9.x, r10.x\n";
@@ -383,7 +383,7 @@ SGeneratedKernel CKernelGenerator::Generate()
     output.vContents.assign(IsMore() ? 64 + 16 * 64 : 16 * 16, 0);
     for (size_t i = 0; IsMore() && i < output.vContents.size(); i += 4)
     {
-        output.vContents[i] = static_cast<unsigned char>(i * 37 + 11); // small numbers, whatever reads them
+        output.vContents[i] = static_cast<unsigned char>(i * 37 + 11); // small numbers, in any type
     }
     kernel.launch.vArguments.push_back(output);
     return kernel;

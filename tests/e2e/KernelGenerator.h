@@ -17,35 +17,35 @@ const char* Pick(const char* const (&table)[N], unsigned int nIndex)
     return table[nIndex % N];
 }
 
-/// A kernel made from a seed, with a launch for it.
+/// A kernel generated from a seed, with a launch for it.
 struct SGeneratedKernel
 {
     KestrelTool::SLaunchFile launch;
-    /// The debugger's rules may let its position pass over code that some work-items still run:
-    /// after a break or continue in an else-part, a break in a loop that others have continued, a
-    /// break in an if inside a switch, or a return that not all take.
+    /// Whether the debugger's rules may skip code that some work-items still run: after a break or continue in an
+    /// else-part, a break in a loop in which others have continued, a break in an if within a switch, or a return that
+    /// not all work-items take.
     bool bMaySkip = false;
 };
 
-/// What a kernel may hold besides the plain statements.
+/// Features that a kernel may have besides plain statements.
 struct SKernelFeatures
 {
-    bool bMore = false;       ///< more memory and varied variables, which all of the following bring as well
-    bool bReturns = false;    ///< guards, returns in blocks, functions and macros
-    bool bReturnsIf = false;  ///< returns that have a condition of their own, with those
-    bool bLeaves = false;     ///< breaks and continues anywhere: in else-parts, cases, at the end of a part
-    bool bMemory = false;     ///< stores, loads and atomics of every kind in global memory
-    bool bLocal = false;      ///< the same in local memory, with barriers
-    bool bAllReading = false; ///< atomics that give what was there before, of every kind; sessions refuse most of them
-    bool bMacros = false;     ///< outline macros that run several times
-    bool bCallsIf = false;    ///< calls on conditions
+    bool bMore = false;          ///< more memory and varied variables; the following features imply it
+    bool bReturns = false;       ///< guards, returns in blocks, functions and macros
+    bool bReturnsIf = false;     ///< conditional returns, in addition
+    bool bLeaves = false;        ///< breaks and continues anywhere: in else-parts, cases, at the end of a part
+    bool bMemory = false;        ///< stores, loads and atomics of every kind in global memory
+    bool bLocal = false;         ///< the same in local memory, with barriers
+    bool bAllReading = false;    ///< atomics of every kind that give the old value; sessions refuse most of them
+    bool bMacros = false;        ///< outline macros that run several times
+    bool bCallsIf = false;       ///< conditional calls
     bool bPrivateInMain = false; ///< the private UAV is declared in the main body
     bool bOlder = false;         ///< for the older device: 32-bit addresses, one raw UAV, private memory in an array
 };
 
-/// Makes structured kernels: nested ifs, loops with divergent breaks and continues, switches,
-/// calls, divergent returns, indexed temps, private memory, stores in branches. The same seed gives the same kernel
-/// on every machine. Every loop has a counter of its own, so that every kernel ends.
+/// Generates structured kernels: nested ifs, loops with divergent breaks and continues, switches, calls, divergent
+/// returns, indexed temps, private memory, stores in branches. A seed gives the same kernel on every machine. Every
+/// loop has a counter of its own, so every kernel ends.
 class CKernelGenerator
 {
 public:
@@ -57,12 +57,12 @@ public:
     SGeneratedKernel Generate();
 
 private:
-    /// What stands around the place that is being written.
+    /// The surroundings of the current place.
     struct SScope
     {
-        bool bInLoop = false;     ///< a break or continue has a loop to go to
-        bool bInSwitch = false;   ///< the nearest of the two is a switch
-        bool bInElse = false;     ///< an else-part stands between here and that block
+        bool bInLoop = false;     ///< there is a loop for a break or continue
+        bool bInSwitch = false;   ///< the innermost of loop and switch is a switch
+        bool bInElse = false;     ///< an else-part lies between here and that block
         bool bInFunction = false; ///< or in a macro
         bool bInMacro = false;
         unsigned int nDepth = 0;
@@ -72,7 +72,7 @@ private:
     struct SFunction
     {
         unsigned int nLabel;
-        unsigned int nDepth; ///< of the deepest call, so that blocks stay bounded over calls
+        unsigned int nDepth; ///< of the deepest call, so that blocks stay bounded across calls
     };
 
     unsigned int Below(unsigned int nLimit) { return static_cast<unsigned int>(m_Engine() % nLimit); }
@@ -101,7 +101,7 @@ private:
     std::string Head() const;
     std::string Metadata() const;
 
-    // What the features add.
+    // Parts added by features.
     bool IsMore() const;
     bool More(const SScope& scope);
     void ReturnAnywhere(const SScope& scope);
@@ -124,12 +124,12 @@ private:
     std::string m_strText;
     unsigned int m_nLoops = 0;
     unsigned int m_nBudget = 0;
-    std::vector<SFunction> m_vPending; ///< called and not written yet
+    std::vector<SFunction> m_vPending; ///< called but not written yet
     unsigned int m_nNextLabel = 1031;
     unsigned int m_nMacros = 0;
     unsigned int m_nMacroDepth[2] = {0, 0}; ///< of each macro's deepest call
-    bool m_bInMain = true;                  ///< the kernel's own function is being written
-    bool m_bReturned = false;               ///< someone may have returned from it
+    bool m_bInMain = true;                  ///< currently in the kernel's own function
+    bool m_bReturned = false;               ///< some work-item may have returned from it
     bool m_bMaySkip = false;
 };
 

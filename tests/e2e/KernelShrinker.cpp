@@ -50,7 +50,7 @@ bool Closes(const std::string& strLine)
     return StartsWith(strLine, "end") || StartsWith(strLine, "mend");
 }
 
-/// The line that ends what a line opens, or the line itself.
+/// The line that closes what a line opens, or the line itself.
 size_t FindEnd(const Lines& vLines, size_t nStart)
 {
     size_t nDepth = 0;
@@ -66,7 +66,7 @@ size_t FindEnd(const Lines& vLines, size_t nStart)
     return vLines.size() - 1;
 }
 
-/// What comes before the kernel's own address calculation, and what ends things, stays.
+/// Everything up to the kernel's own address calculation stays, and so do lines that close something.
 bool MayGo(const Lines& vLines, size_t nLine)
 {
     const auto head =
@@ -77,7 +77,7 @@ bool MayGo(const Lines& vLines, size_t nLine)
            !bLast;
 }
 
-/// Nothing stands between a switch and its first label.
+/// Nothing may come between a switch and its first label.
 bool IsWellFormed(const Lines& vLines)
 {
     for (size_t n = 0; n + 1 < vLines.size(); ++n)
@@ -111,7 +111,7 @@ KestrelTool::SLaunchFile Shrink(KestrelTool::SLaunchFile file, const StillFails&
     while (bSmaller)
     {
         bSmaller = false;
-        // From after, so that what is left in front keeps its meaning as long as it can.
+        // Backwards, so that the lines before keep their meaning as long as possible.
         for (size_t n = Split(file.strSource).size(); n-- > 0;)
         {
             const Lines vLines = Split(file.strSource);
@@ -132,7 +132,7 @@ KestrelTool::SLaunchFile Shrink(KestrelTool::SLaunchFile file, const StillFails&
             {
                 continue;
             }
-            // The block's content without the block.
+            // Keeps the block's content, but not the block.
             vWithout = vLines;
             vWithout.erase(vWithout.begin() + static_cast<ptrdiff_t>(nEnd));
             vWithout.erase(vWithout.begin() + static_cast<ptrdiff_t>(n));

@@ -8,10 +8,10 @@
 namespace KestrelTest
 {
 
-/// Whether a launch still fails as the one did that is made smaller.
+/// Whether a smaller launch still fails like the original one.
 typedef std::function<bool(const KestrelTool::SLaunchFile& file)> StillFails;
 
-/// Drops statements and whole blocks from a generated kernel, one after the other, as long as it fails.
+/// Removes statements and whole blocks from a generated kernel, one at a time, as long as it still fails.
 KestrelTool::SLaunchFile Shrink(KestrelTool::SLaunchFile file, const StillFails& stillFails);
 
 } // namespace KestrelTest

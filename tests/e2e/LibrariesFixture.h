@@ -8,11 +8,11 @@
 namespace KestrelTest
 {
 
-/// Whether the environment has KESTREL_BEHIND_LOADER.
+/// Whether KESTREL_BEHIND_LOADER is set in the environment.
 bool IsBehindLoader();
 
-/// The debugger and the platform, opened once for the test program: directly, or after the
-/// machine's own loader of OpenCL drivers, where the runtime's table counts as version 2.0.
+/// The debugger and the platform, opened once for the test program: directly, or behind the machine's own loader of
+/// OpenCL drivers, in which case the runtime's table counts as version 2.0.
 const KestrelTool::CLibraries& GetLibraries();
 
 /// The command line that replays one test of this program.

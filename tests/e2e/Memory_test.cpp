@@ -19,7 +19,7 @@ using testing::Not;
 namespace
 {
 
-/// The session's code and bytes for private memory of all work-items.
+/// The code and bytes of a query of all work-items' private memory.
 struct SPrivate
 {
     ovkclDebugError nCode = OVKCLDEBUG_SUCCESS;
@@ -30,14 +30,14 @@ struct SPrivate
 SPrivate ReadPrivate(const CSession& session, ovkclDebugMemoryAddress nAddress, size_t nCount, size_t nItems)
 {
     SPrivate result;
-    // One byte more than what is asked for, to see that it stays as it is.
+    // One byte more than requested, to check that it isn't changed.
     result.vBytes.assign(nItems * nCount + 1, 0xA5);
     result.nCode = GetDebugFunctions().ovkclDebugGetPrivateMemoryValues(session.GetContext(), nAddress, nCount,
                                                                         result.vBytes.data(), &result.nBytes);
     return result;
 }
 
-/// Steps an example to its end and calls a function at every stop, with the line executed last.
+/// Steps an example to its end and calls a function at every stop, with the last executed line.
 template <typename AtStop>
 void StepExample(const std::string& strName, AtStop atStop, const CScriptedClient::Answer& onStarted = AlwaysStep)
 {
@@ -55,7 +55,7 @@ void StepExample(const std::string& strName, AtStop atStop, const CScriptedClien
     EXPECT_TRUE(launch.Compare().empty()) << "the outputs are wrong";
 }
 
-/// Holds private memory of every range against a model of it, for all work-items.
+/// Compares private memory in every range with a model of it, for all work-items.
 void ComparePrivate(const CSession& session, const std::vector<std::vector<unsigned char>>& vModel)
 {
     const size_t nSize = vModel[0].size();
@@ -87,7 +87,7 @@ void PutWord(std::vector<unsigned char>& vBytes, size_t nAddress, uint32_t nValu
 
 } // namespace
 
-// The first store of the kernel writes id + 70 at 4 * (id % 4), the second 3 * id at 32 bytes after that.
+// The kernel's first store writes id + 70 at 4 * (id % 4), the second one 3 * id, 32 bytes further on.
 TEST(Memory, PrivateMemoryOfTheNewerGeneration)
 {
     const size_t nItems =
@@ -112,7 +112,7 @@ TEST(Memory, PrivateMemoryOfTheNewerGeneration)
     EXPECT_EQ(nStores, 2u);
 }
 
-// Private memory is the array x1 there: pass n of the loop writes n + id to the x of element n.
+// Here private memory is the array x1: pass n of the loop writes n + id to the x of element n.
 TEST(Memory, PrivateMemoryOfTheOlderGeneration)
 {
     std::vector<std::vector<unsigned char>> vModel(8, std::vector<unsigned char>(80, 0));
@@ -189,11 +189,11 @@ struct SGeneration
 {
     const char* pszName;
     const char* pszExample;
-    const char* pszRegister; ///< has the address of each work-item's element of the output
+    const char* pszRegister; ///< holds the address of each work-item's element of the output
     unsigned int nComponents;
     ovkclDebugMemoryResource nUav;
-    std::vector<ovkclDebugMemoryResource> vAlso;  ///< tried with the UAV as well
-    std::vector<ovkclDebugMemoryResource> vOther; ///< reach nothing
+    std::vector<ovkclDebugMemoryResource> vAlso;  ///< tried in addition to the UAV
+    std::vector<ovkclDebugMemoryResource> vOther; ///< give no memory
 };
 
 class GlobalMemory : public testing::TestWithParam<SGeneration>
@@ -249,10 +249,10 @@ TEST_P(GlobalMemory, IsAsItIsAtTheStop)
             EXPECT_EQ(nRead, nSize);
             EXPECT_EQ(vGot, vWanted);
 
-            // The size of the buffer that an address lies in.
+            // The size of the buffer that contains an address.
             EXPECT_EQ(Read(session, generation.nUav, nBase + nSize - 1, 0, nullptr, &nRead), OVKCLDEBUG_SUCCESS);
             EXPECT_EQ(nRead, nSize);
-            // A range that passes its end is cut, whatever comes after.
+            // A range that reaches beyond the buffer's end is cut off, whatever follows it.
             unsigned char bytes[8] = {};
             EXPECT_EQ(Read(session, generation.nUav, nBase + nSize - 3, 8, bytes, &nRead), OVKCLDEBUG_SUCCESS);
             EXPECT_EQ(nRead, 3u);
@@ -282,7 +282,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SGeneration{"Kiln", "older_loop/older_loop.json", "r2", 1, 11, {0, 8}, {1, 9, 10, 12}}),
     [](const testing::TestParamInfo<SGeneration>& test) { return std::string(test.param.pszName); });
 
-// The kernel of a stop in a function doesn't go on after the call with what the function has left.
+// At a stop in a function, what happens after the call must not be visible yet.
 TEST(Memory, GlobalMemoryInAFunctionHasNothingOfWhatComesBehindTheCall)
 {
     CLaunch launch(GetLibraries(), MakeSmallKernel("uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n"
@@ -356,7 +356,7 @@ TEST(Memory, OnlyTrackedRegistersHaveAValue)
         [](CSession& session)
         {
             EXPECT_EQ(Track(session, {"r3", "x1[5]"}), OVKCLDEBUG_SUCCESS);
-            // What names no register changes nothing.
+            // A text that isn't a register changes nothing.
             EXPECT_EQ(Track(session, {"r3", "nonsense"}), OVKCLDEBUG_ERROR_INVALID_LOCATION);
             EXPECT_EQ(GetLibraries().ovkclDebugSetTrackingRegisters(session.GetContext(), nullptr, 1),
                       OVKCLDEBUG_ERROR_INVALID_ARGUMENT);
@@ -384,7 +384,7 @@ TEST(Memory, OnlyTrackedRegistersHaveAValue)
 namespace
 {
 
-/// The codes of every query, each with good arguments but for the given context.
+/// The codes of all queries, each with valid arguments except for the given context.
 std::vector<ovkclDebugError> AskEverything(ovkclDebugContext context)
 {
     const CLibraries& lib = GetLibraries();
@@ -425,7 +425,7 @@ std::vector<ovkclDebugError> Codes(ovkclDebugError nStops, ovkclDebugError nLive
     return vCodes;
 }
 
-/// Asks at the last event, which a scripted client only notes.
+/// Makes queries at the last event, where a scripted client can't.
 class CFinalQuestions : public CScriptedClient
 {
 public:
@@ -454,7 +454,7 @@ TEST(Memory, EveryQueryKnowsItsEventsAndContexts)
         [&](CSession& session)
         {
             std::vector<ovkclDebugError> vWanted = Codes(nOk, nOk, nState, nOk);
-            vWanted[6] = OVKCLDEBUG_ERROR_INVALID_LOCATION; // no buffer has the address 1
+            vWanted[6] = OVKCLDEBUG_ERROR_INVALID_LOCATION; // no buffer contains the address 1
             EXPECT_EQ(AskEverything(session.GetContext()), vWanted);
             EXPECT_EQ(AskEverything(&nHalts), Codes(nContext, nContext, nContext, nContext));
             return ++nHalts < 2 ? OVKCLDEBUG_COMMAND_STEP : OVKCLDEBUG_COMMAND_CONTINUE;

@@ -16,13 +16,13 @@ using namespace KestrelTool;
 namespace
 {
 
-// Under sanitizers each takes many times as long.
+// Under sanitizers each step takes many times as long.
 const size_t s_nAllSteps = s_bSanitized ? 50 : 1000000;
 const uint32_t s_nGenerated = s_bSanitized ? 4 : 20;
 const size_t s_nStride = s_bSanitized ? 4 : 1;
 
-/// The work-groups that come first find 0 in a word that all write. How many of them have an odd number, and so go into
-/// the if, depends on the order, and each step's run has another one.
+/// The first work-groups read 0 from a word that all write. How many of them are odd, and so enter the if, depends on
+/// the order, which differs in each step's run.
 std::string MakeCourse()
 {
     std::string strBody = "mov r7.xy, cb1[0].xy\n"
@@ -39,7 +39,8 @@ std::string MakeCourse()
     return strBody + "endif\n";
 }
 
-/// Each work-group takes a word, times three plus its number, for the next one: each order makes another number of it.
+/// Each work-group replaces a word by three times its value plus the group's number, so the result depends on the
+/// order.
 const char* const s_szChain = "mov r7.xy, cb1[0].xy\n"
                               "uav_raw_load_id(10)_addr64 r6.x, r7.xy\n"
                               "iadd r5.x, r6.x, r6.x\n"
@@ -57,7 +58,7 @@ struct CAsking : ISessionClient
     std::string strError;
 };
 
-/// What a session of steps says at its end, each of whose runs takes the work-groups in another order.
+/// The messages at the end of a stepping session, each of whose runs has another order of work-groups.
 std::string StepThrough(const std::string& strBody, size_t nGroups)
 {
     SLaunchFile file = MakeSmallKernel(strBody);
@@ -73,8 +74,8 @@ std::string StepThrough(const std::string& strBody, size_t nGroups)
     return asking.strError;
 }
 
-/// Each work-group leaves its number plus one in a word. The bits in which what it finds there differs from what it
-/// would be if the groups came in their order lead into one if after the other.
+/// Each work-group stores its number plus one in a word. The bits in which the old value differs from the one for
+/// groups in order decide about one if after the other.
 std::string MakeChain()
 {
     std::string strBody = "mov r7.xy, cb1[0].xy\n"
@@ -100,7 +101,7 @@ struct CEnd : IEventSink
     std::string strReason;
 };
 
-/// What the tool says at the end of so many steps, or of a continue after them.
+/// The tool's messages after nSteps steps, or after a continue following them.
 std::string DebugSteps(const SLaunchFile& file, size_t nSteps)
 {
     CEnd end;
@@ -117,7 +118,8 @@ std::string DebugSteps(const SLaunchFile& file, size_t nSteps)
 
 } // namespace
 
-/// A continue ends the session with the client's own run, to which only the tool holds what the stops have shown.
+/// After a continue the session ends with the client's own run. Only the tool compares this run with what the stops
+/// showed.
 TEST(Order, TheToolHoldsThePlainRunsCountsAgainstThoseOfTheStops)
 {
     SLaunchFile file = MakeSmallKernel(MakeChain(), "dcl_literal l1, 4, 8, 16, 32\n");

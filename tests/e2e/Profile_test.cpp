@@ -17,7 +17,7 @@ namespace
 const uint32_t s_nWave = 64;
 const SSeeds s_ProfileSeeds = {150, 20, 5};
 
-/// What the reference machine knows of an instruction.
+/// The reference machine's counts for an instruction.
 struct SCounted
 {
     uint64_t nItems = 0;
@@ -109,7 +109,7 @@ private:
 
     const SLaunchFile& m_File;
     std::map<uint32_t, SCounted> m_mapCounted;
-    std::map<SPosition, std::vector<uint64_t>> m_mapPasses; ///< by entry of a loop: of each work-item
+    std::map<SPosition, std::vector<uint64_t>> m_mapPasses; ///< by entry of a loop: the passes of each work-item
 };
 
 std::vector<SPlatformProfile> TakeProfile(const SPlatformControl& control)
@@ -173,7 +173,7 @@ void CheckSeed(uint32_t nSeed)
 
 } // namespace
 
-/// The reference machine counts work-items, waves, branches and passes of loops by itself.
+/// The reference machine counts work-items, waves, branches and loop passes independently.
 TEST(ReferenceProfile, CountsAgree)
 {
     const uint32_t nFirst = FromEnvironment("KESTREL_SEED", 1);

@@ -19,7 +19,7 @@ const size_t s_nMaxHalts = 30000;
 const size_t s_nMaxTurns = 8;
 const uint64_t s_nPageSize = 4096;
 
-/// Registers that hold addresses of the buffer in x and y.
+/// Registers whose x and y hold addresses in the buffer.
 bool HoldsAddress(const std::string& strName)
 {
     return strName == "r2" || strName == "r20" || strName == "r21";
@@ -88,7 +88,7 @@ void CReferenceChecker::Report(const std::string& strText)
     m_vFindings.push_back(strPlace + ": " + strText);
 }
 
-/// Whether a step has to stop there. The main body is no place for stops, and nothing is where nobody came.
+/// Whether a step must stop there. There are no stops in the main body, nor where no work-item comes.
 bool CReferenceChecker::IsExpected(size_t nMoment) const
 {
     const SMoment& moment = m_Run.GetMoments()[nMoment].moment;
@@ -114,7 +114,7 @@ ovkclDebugCommand CReferenceChecker::OnStarted(CSession& session)
     {
         Report("registers can't be tracked");
     }
-    // The session opens with the entry of the kernel's function executed.
+    // When the session opens, the entry of the kernel's function has been executed.
     SStop entry;
     while (!IsExpected(entry.nMoment))
     {
@@ -129,14 +129,14 @@ ovkclDebugCommand CReferenceChecker::Answer(const CSession& session)
 {
     if (m_bLost || m_nHalts >= s_nMaxHalts)
     {
-        m_Answered = OVKCLDEBUG_COMMAND_MAX; // ends the session as an unknown answer does
+        m_Answered = OVKCLDEBUG_COMMAND_MAX; // an unknown answer ends the session
         return m_Answered;
     }
     if (!m_Plan.setLines.empty())
     {
         return m_Answered = AnswerRun(session);
     }
-    // The entry is no stop, so nothing goes back after the first one.
+    // The entry isn't a stop, so it is impossible to go back from the first one.
     if (m_nBack == 0 && m_vStops.size() > 3 && m_Engine() % 100 < m_Plan.nBackPercent)
     {
         m_nBack = 1 + m_Engine() % std::min<size_t>(m_vStops.size() - 2, 6);
@@ -146,7 +146,7 @@ ovkclDebugCommand CReferenceChecker::Answer(const CSession& session)
     return m_Answered;
 }
 
-/// Runs on, or back: to the instruction in front, or to a breakpoint on one of those that a run may have passed over.
+/// Continues, or goes back: to the previous instruction, or to a breakpoint on one that a run may have skipped.
 ovkclDebugCommand CReferenceChecker::AnswerRun(const CSession& session)
 {
     if (m_nRunAt < 2 || m_nTurns == s_nMaxTurns || m_Engine() % 100 >= m_Plan.nBackPercent)
@@ -205,7 +205,7 @@ bool CReferenceChecker::Arrive(CSession& session)
 
 bool CReferenceChecker::ArriveByStep(CSession& session)
 {
-    // What was to come is what was executed.
+    // The expected next instruction must be the one that was executed.
     const uint32_t nExecuted = session.GetListing().GetInstructionNumber(m_vStops.back().nNextLine);
     const std::vector<CReferenceRun::SMomentState>& vMoments = m_Run.GetMoments();
     size_t nMoment = m_vStops.back().nMoment + 1;
@@ -227,7 +227,7 @@ bool CReferenceChecker::ArriveByStep(CSession& session)
     return true;
 }
 
-/// The stop in front of the next breakpoint; the first stop that a run can end at is the one after its beginning.
+/// The stop before the next breakpoint; a run can end at the first stop after its beginning, at the earliest.
 std::optional<size_t> CReferenceChecker::FindNextRun() const
 {
     for (size_t n = m_nRunAt + 1; n < m_Plan.vStops.size(); ++n)
@@ -254,7 +254,7 @@ bool CReferenceChecker::ArriveByRun(CSession& session)
     return true;
 }
 
-/// With breakpoints, a place in front of the last one.
+/// With breakpoints, a place before the last one.
 bool CReferenceChecker::ArriveAgain(const CSession& session)
 {
     size_t n = m_nRunAt - 1;
@@ -300,7 +300,7 @@ void CReferenceChecker::OnFinished(CSession& session)
     const std::vector<CReferenceRun::SMomentState>& vMoments = m_Run.GetMoments();
     for (size_t n = m_vStops.back().nMoment + 1; n < vMoments.size(); ++n)
     {
-        // The step that reaches the kernel's end is no stop.
+        // The step to the kernel's end isn't a stop.
         const SMoment& moment = vMoments[n].moment;
         const bool bEnds = moment.position.vCalls.size() == 1 &&
                            (moment.strName.compare(0, 3, "ret") == 0 || moment.strName == "endfunc");
@@ -321,7 +321,7 @@ void CReferenceChecker::OnError(CSession& session)
 void CReferenceChecker::Check(CSession& session)
 {
     const CReferenceRun::SMomentState& expected = m_Run.GetMoments()[m_vStops.back().nMoment];
-    // With tracking on the mask belongs to the tracked register that was read last.
+    // With tracking on, the mask is that of the tracked register read last.
     if (m_Plan.vTracked.empty())
     {
         CheckMask(session, expected.moment);
@@ -337,7 +337,7 @@ void CReferenceChecker::Check(CSession& session)
 
 void CReferenceChecker::CheckMask(const CSession& session, const SMoment& moment)
 {
-    const size_t nCounted = session.CountActive(); // before there is a mask to count
+    const size_t nCounted = session.CountActive(); // count before a mask exists
     const SMaskView view = session.GetMask();
     const Mask got(view.pActive, view.pActive + view.nItems);
     if (nCounted != view.Count())
@@ -391,8 +391,8 @@ void CReferenceChecker::CheckRegister(const std::string& strName, const SRegiste
     }
 }
 
-/// A session runs on copies of the buffer: an address may differ from the plain run's by as much as a copy lies away,
-/// always the same number of pages.
+/// A session works on copies of the buffer: an address may differ from the plain run's by the distance of a copy, which
+/// is always the same number of pages.
 bool CReferenceChecker::Agrees(const std::string& strName, const unsigned int* pGot, const Words& wanted)
 {
     const bool bAddress = HoldsAddress(strName) && (wanted[0] != 0 || wanted[1] != 0);
@@ -467,7 +467,7 @@ void CReferenceChecker::CheckGlobal(const CSession& session, const SReferenceSta
     const SRegisterView view = session.GetRegister("r2");
     if (it == state.mapRegisters.end() || view.pWords == nullptr)
     {
-        return; // nobody knows an address yet
+        return; // no address is known yet
     }
     const auto address = [&](const unsigned int* pWords)
     { return pWords[0] + (m_Plan.b64Bit ? uint64_t(pWords[1]) << 32 : 0); };

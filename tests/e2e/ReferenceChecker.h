@@ -13,13 +13,13 @@
 namespace KestrelTest
 {
 
-/// Steps a kernel to its end, goes back now and then, and holds every stop against the reference machine: the place,
-/// the mask, every register of every work-item, private, local and global memory. With breakpoints it runs from one to
-/// the next, along the stops of an earlier session that stepped, and back, to what the run has passed over.
+/// Steps a kernel to its end, sometimes goes back, and compares every stop with the reference machine: the place, the
+/// mask, every register of every work-item, and private, local and global memory. With breakpoints it runs from one to
+/// the next, following the stops of an earlier stepping session, and back to places that the run may have skipped.
 class CReferenceChecker : public KestrelTool::ISessionClient
 {
 public:
-    /// A stop: the moment of the machine at which it stands, and the line that comes next.
+    /// A stop: the machine's moment, and the next line.
     struct SStop
     {
         size_t nMoment = 0;
@@ -30,11 +30,11 @@ public:
     {
         bool b64Bit = true;
         unsigned int nBackPercent = 0;     ///< how often it goes back
-        std::vector<SStop> vStops;         ///< of a stepping session; for one with breakpoints
-        std::set<unsigned int> setLines;   ///< with a breakpoint; none: single steps
-        std::vector<std::string> vTracked; ///< registers kept up to date, r2 among them; all if empty
+        std::vector<SStop> vStops;         ///< of a stepping session, if there are breakpoints
+        std::set<unsigned int> setLines;   ///< with breakpoints; empty: single steps
+        std::vector<std::string> vTracked; ///< tracked registers, including r2; all if empty
         bool bOnDemand = false;            ///< registers are read when they are compared
-        bool bMemory = true;               ///< memory is compared, too
+        bool bMemory = true;               ///< compare memory too
     };
 
     CReferenceChecker(const CReferenceRun& run, SPlan plan, uint32_t nSeed);
@@ -72,13 +72,13 @@ private:
     const CReferenceRun& m_Run;
     SPlan m_Plan;
     std::mt19937 m_Engine;
-    std::vector<SStop> m_vStops;   ///< those on the way to the present place
-    std::set<uint64_t> m_setMoves; ///< how far the session's copies of the buffer lie from the plain run's
+    std::vector<SStop> m_vStops;   ///< that led to the current place
+    std::set<uint64_t> m_setMoves; ///< distances of the session's copies of the buffer from the plain run's
     size_t m_nBack = 0;            ///< steps back still to be taken
     ovkclDebugCommand m_Answered = OVKCLDEBUG_COMMAND_STEP;
     size_t m_nHalts = 0;
     size_t m_nRunAt = 0;        ///< with breakpoints: the last stop, as the plan counts them
-    size_t m_nTurns = 0;        ///< how often a run has been followed by one back
+    size_t m_nTurns = 0;        ///< how often a run was followed by one back
     unsigned int m_nBackTo = 0; ///< a breakpoint for a run back; 0 for a step back
     bool m_bLost = false;
     bool m_bFinished = false;

@@ -10,7 +10,7 @@ namespace KestrelTest
 namespace
 {
 
-// Register types as tokens number them.
+// Register types, as numbered in tokens.
 
 SReferenceLaunch MakeLaunch(const KestrelTool::SLaunchFile& file, uint64_t nAddress)
 {

@@ -12,7 +12,7 @@
 namespace KestrelTest
 {
 
-/// All moments of a launch as the reference machine has them, with all that could be seen at each.
+/// All moments of a launch in the reference machine, with everything visible at each of them.
 class CReferenceRun
 {
 public:
@@ -22,7 +22,7 @@ public:
         SReferenceState state;
     };
 
-    /// \param nAddress  of the launch's one buffer
+    /// \param nAddress  of the launch's only buffer
     /// \throws CReferenceError
     CReferenceRun(const KestrelTool::SLaunchFile& file, uint64_t nAddress);
 
@@ -38,10 +38,10 @@ private:
     SReferenceState m_Final;
 };
 
-/// Where the buffer of a recorded run lay: all generated kernels keep an address in r2.
+/// The buffer's address in a recorded run: all generated kernels keep an address in r2.
 uint64_t FindBufferAddress(const CTraceModel& trace, bool b64Bit, uint32_t nOffset);
 
-/// Holds a plain run's trace against the machine, both ways. \return the differences as texts
+/// Compares a plain run's trace with the machine, in both directions. \return the differences as texts
 std::vector<std::string> CompareTrace(const CReferenceRun& run, const CTraceModel& trace);
 
 } // namespace KestrelTest

@@ -52,7 +52,7 @@ class Reference : public testing::TestWithParam<SFamily>
 {
 };
 
-/// A launch with what the machine and a plain run make of it.
+/// A launch with the results of the machine and of a plain run.
 struct SPlainRun
 {
     std::unique_ptr<CLaunch> pLaunch;
@@ -81,7 +81,7 @@ SPlainRun RunPlainly(const SLaunchFile& file)
     return plain;
 }
 
-/// Debugs a launch. \return what the checker found, and what came out wrong in the end
+/// Debugs a launch. \return the checker's findings, and wrong outputs
 std::vector<std::string> Debug(const SPlainRun& plain, CReferenceChecker& checker)
 {
     plain.pLaunch->ResetContents();
@@ -115,7 +115,7 @@ struct STotals
     size_t nRunHalts = 0;
 };
 
-/// Steps a kernel, steps it to and fro, and runs it between breakpoints. \return findings
+/// Steps a kernel, steps it back and forth, and runs it between breakpoints. \return findings
 std::vector<std::string> CheckStops(const SLaunchFile& file, uint32_t nSeed, STotals* pTotals, bool bOnDemand = false)
 {
     const SPlainRun plain = RunPlainly(file);
@@ -178,7 +178,7 @@ std::string Join(const std::vector<std::string>& vTexts)
     return strJoined;
 }
 
-/// What sort of finding a text tells of, so that a kernel that is made small keeps its fault.
+/// The kind of a finding, so that shrinking a kernel keeps its fault.
 std::string GetKind(const std::string& strFinding)
 {
     static const char* const s_Kinds[] = {"plain run",     "stops at",     "the mask",  "reads",
@@ -189,7 +189,7 @@ std::string GetKind(const std::string& strFinding)
     return it != std::end(s_Kinds) ? *it : "";
 }
 
-/// What is wrong with the smallest kernel that can be made of one that fails, and the kernel.
+/// Shrinks a failing kernel as far as possible. \return the kernel and its findings
 template <typename CheckKernel>
 std::string MakeSmall(const SLaunchFile& file, uint32_t nSeed, CheckKernel checkKernel)
 {
@@ -204,7 +204,7 @@ std::string MakeSmall(const SLaunchFile& file, uint32_t nSeed, CheckKernel check
                                          }
                                          catch (const std::exception&)
                                          {
-                                             return false; // no kernel any more
+                                             return false; // not a valid kernel any more
                                          }
                                      });
     return Join(checkKernel(small, nSeed)) + small.strSource;
@@ -245,7 +245,7 @@ TEST_P(Reference, PlainRunsOfThePlatformAgree)
     CheckSeeds(family, s_PlainSeeds, [](const SLaunchFile& file, uint32_t) { return RunPlainly(file).vFindings; });
 }
 
-/// One kernel alone is also printed, and made as small as it can be.
+/// A single kernel is also printed, and shrunk as far as possible.
 TEST_P(Reference, EveryStopAgrees)
 {
     STotals totals;

@@ -41,8 +41,8 @@ SLaunchFile TooManyLiterals()
     return MakeSmallKernel(s_szStore, Repeat(1, 65532, "dcl_literal l", ", 0, 0, 0, 0\n"));
 }
 
-/// What the debugger is shown of program binaries: the same, but for one word of the debug text. The platform's
-/// compiler builds nothing malformed, so a malformed text has to come in this way.
+/// The program binaries that the debugger sees, with one word of the debug text replaced. The platform's compiler
+/// builds nothing malformed, so a malformed text has to be injected here.
 std::string g_strFind;
 std::string g_strReplace;
 

@@ -6,7 +6,7 @@
 namespace KestrelTest
 {
 
-/// Register types as the platform's trace and the reference machine give them.
+/// Register types in the platform's trace and in the reference machine.
 constexpr uint32_t s_nTemp = 4;
 constexpr uint32_t s_nIndexedTemp = 30;
 

@@ -11,7 +11,7 @@
 namespace KestrelTest
 {
 
-/// A client whose answers are functions, and which notes the events that it was sent.
+/// A client whose answers are functions, and which records its events.
 class CScriptedClient : public KestrelTool::ISessionClient
 {
 public:

@@ -6,10 +6,10 @@
 namespace KestrelTest
 {
 
-/// A number from the environment, or another where it isn't set.
+/// A number from the environment, or the default if it isn't set.
 uint32_t FromEnvironment(const char* pszName, uint32_t nDefault);
 
-/// How many generated kernels a test looks at.
+/// The number of generated kernels in a test.
 struct SSeeds
 {
     uint32_t nAlone;

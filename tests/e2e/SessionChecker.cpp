@@ -81,11 +81,10 @@ ovkclDebugCommand CSessionChecker::OnStarted(CSession& session)
 {
     m_pStructure = std::make_unique<CTextStructure>(session.GetListing());
     m_pTracker = std::make_unique<CStopTracker>(*m_pStructure);
-    // The session opens with the first instruction executed.
+    // When the session opens, the first instruction has been executed.
     m_Position = m_pTracker->Advance(session.GetListing().GetInstructionNumber(session.GetListing().GetEntry()));
     m_setVisited.insert(m_Position);
-    // The call that leads into the kernel's function is taken after the last stop, with what ends
-    // the main body.
+    // The call of the kernel's function is executed after the last stop, with the end of the main body.
     SPosition entry;
     while (m_pStructure->GetFunction(entry.nInstruction) == 0)
     {
@@ -119,7 +118,7 @@ void CSessionChecker::OnError(CSession& session)
     Report("debugging could not begin: " + session.GetLastError());
 }
 
-/// Which work-items the debugger must show as active.
+/// The work-items that the debugger must show as active.
 std::vector<bool> CSessionChecker::ExpectMask(const SPosition& position) const
 {
     const SObservation* pObservation = m_Trace.Find(position);
@@ -166,8 +165,8 @@ void CSessionChecker::NoteWrite(const SObservation& observation)
     }
 }
 
-/// A session runs on copies of the buffers, so a device address differs from the plain run's by as
-/// much as the copy lies away: whole pages, and for one copy of a page always the same number of them.
+/// A session works on copies of the buffers, so a device address differs from the plain run's by the distance of the
+/// copy: whole pages, and always the same number of them for one copy of a page.
 bool CSessionChecker::Agrees(const uint32_t* pGot, const Words& wanted)
 {
     for (size_t i = 0; i < wanted.size(); ++i)
@@ -225,8 +224,8 @@ void CSessionChecker::CheckRegister(CSession& session, const SPosition& position
     }
 }
 
-/// A step is one kernel run, or one for each element where the place that it writes to is known at run time only; none
-/// where nothing is written. Where the position goes on is known from the masks of the stops.
+/// A step takes one kernel run, or one for each element if its destination is only known at run time, or none if it
+/// writes nothing. The next position is known from the masks of the stops.
 void CSessionChecker::CheckCosts(CSession& session)
 {
     const SPlatformControl& control = GetPlatformControl(m_Lib);
@@ -248,7 +247,7 @@ void CSessionChecker::CheckPrivate(CSession& session, const SPosition& position)
     {
         return;
     }
-    // A record has the 16 bytes from the store's address on, whatever part of them was written.
+    // A record has the 16 bytes from the store's address on, whichever of them were written.
     const size_t nBytes = s_nPrivateWords * sizeof(uint32_t);
     m_vPrivate.resize(pObservation->vActive.size() * nBytes);
     for (size_t i = 0; i < pObservation->vActive.size(); ++i)

@@ -15,14 +15,14 @@
 namespace KestrelTest
 {
 
-/// Steps a kernel to its end and holds every stop against the trace of a plain run: the mask, the
-/// written register of every active work-item, and what every register read before still reads for
-/// the others. Findings are kept as texts; none means that all agrees.
+/// Steps a kernel to its end and compares every stop with the trace of a plain run: the mask, the written register of
+/// every active work-item, and the values that the others still have in every register read before. Differences are
+/// collected as texts; none means that everything agrees.
 class CSessionChecker : public KestrelTool::ISessionClient
 {
 public:
-    /// \param launch  also read, through a queue of its own, to see that the client's buffers stay
-    ///                untouched while the session runs
+    /// \param launch  also read, through a queue of its own, to check that the client's buffers aren't changed while
+    ///         the session runs
     CSessionChecker(const KestrelTool::CLibraries& libraries, KestrelTool::CLaunch& launch, const CTraceModel& trace);
     ~CSessionChecker() override;
 
@@ -31,15 +31,15 @@ public:
     void OnFinished(KestrelTool::CSession& session) override;
     void OnError(KestrelTool::CSession& session) override;
 
-    /// Holds the kernel runs of each step against what it should cost; for generated kernels.
+    /// Compares the kernel runs of each step with the expected number; for generated kernels.
     void CountRuns() { m_bCountRuns = true; }
-    /// A stop limit for kernels that would take too long; after it the session continues.
+    /// A limit of stops for kernels that would take too long; after it the session continues.
     void SetMaxStops(size_t nStops) { m_nMaxStops = nStops; }
 
     const std::vector<std::string>& GetFindings() const { return m_vFindings; }
     size_t GetStops() const { return m_nStops; }
     bool IsFinished() const { return m_bFinished; }
-    /// Positions that some work-item reached in the plain run and that were no stop.
+    /// Positions that some work-item reached in the plain run, but where no stop was.
     std::vector<SPosition> GetUnvisited() const;
 
 private:
@@ -61,11 +61,11 @@ private:
     cl_command_queue m_SideQueue = nullptr;
     std::unique_ptr<CTextStructure> m_pStructure;
     std::unique_ptr<CStopTracker> m_pTracker;
-    std::map<std::string, Values> m_mapKnown; ///< what each register must read, by its name
-    std::vector<unsigned char> m_vPrivate;    ///< what the first words of private memory must read, by work-item
-    /// How far the session's copies of a page of memory lie from the page of the plain run.
+    std::map<std::string, Values> m_mapKnown; ///< expected value of each register, by name
+    std::vector<unsigned char> m_vPrivate;    ///< expected first words of private memory, by work-item
+    /// The distances between the session's copies of a page of memory and the plain run's page.
     std::map<uint32_t, std::set<uint32_t>> m_mapPages;
-    size_t m_nMaxCopies = 1; ///< a memory object that is passed more than once has as many copies
+    size_t m_nMaxCopies = 1; ///< a memory object that is passed several times has several copies
     std::set<SPosition> m_setVisited;
     std::vector<std::string> m_vFindings;
     SPosition m_Position;

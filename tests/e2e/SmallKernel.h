@@ -8,9 +8,9 @@
 namespace KestrelTest
 {
 
-/// A launch of eight work-items in two groups, with one int buffer, of a kernel whose function has
-/// the given lines. r2.xy is the address of the work-item's element, l0 is 2, 1, 0, -1. The
-/// declarations come in front of the main body's end, the functions after the kernel's own.
+/// A launch of eight work-items in two groups, with one int buffer, of a kernel whose function has the given
+/// lines. r2.xy is the address of the work-item's element, l0 is 2, 1, 0, -1. The declarations go before the
+/// end of the main body, the functions after the kernel's own.
 KestrelTool::SLaunchFile MakeSmallKernel(const std::string& strBody, const std::string& strDeclarations = "",
                                          const std::string& strFunctions = "");
 

@@ -21,7 +21,7 @@ bool HasPrefix(const std::string& strText, const char* pszPrefix)
     return strText.rfind(pszPrefix, 0) == 0;
 }
 
-/// Instructions that take work-items elsewhere than to the next instruction or into their own block, and entries.
+/// Instructions from which work-items go elsewhere than to the next instruction or into their own block, and entries.
 bool IsJump(const std::string& strMnemonic)
 {
     return HasPrefix(strMnemonic, "break") || HasPrefix(strMnemonic, "continue") || HasPrefix(strMnemonic, "ret") ||
@@ -30,8 +30,8 @@ bool IsJump(const std::string& strMnemonic)
 
 struct SDestination
 {
-    std::string strRegister;   ///< with its index: "r3", "x1[r7.x]"; a global store counts as one, too
-    std::string strComponents; ///< those that are written
+    std::string strRegister;   ///< with its index: "r3", "x1[r7.x]"; a global store counts as one too
+    std::string strComponents; ///< the written ones
 };
 
 SDestination GetDestination(const std::string& strLine)
@@ -212,7 +212,7 @@ bool CStepRecord::IsEndOfMarkedLoop(uint32_t nInstruction, const std::set<uint32
                        });
 }
 
-/// The last stop of those in a row that lie between the stop's instruction and nSkipEnd, or in functions called there.
+/// The last of the consecutive stops between the stop's instruction and nSkipEnd, or in functions called there.
 size_t CStepRecord::GetLastWithin(size_t nStop, uint32_t nSkipEnd) const
 {
     const SStop& first = m_vStops[nStop];
@@ -222,7 +222,7 @@ size_t CStepRecord::GetLastWithin(size_t nStop, uint32_t nSkipEnd) const
         const SStop& next = m_vStops[n];
         if (next.nDepth > first.nDepth)
         {
-            continue; // the stop at the call, which comes last, tells where the call stands
+            continue; // the stop at the call, which comes last, decides where the call is
         }
         if (next.nDepth < first.nDepth || next.nInstruction < first.nInstruction || next.nInstruction > nSkipEnd)
         {
@@ -235,7 +235,7 @@ size_t CStepRecord::GetLastWithin(size_t nStop, uint32_t nSkipEnd) const
 
 std::optional<std::set<std::string>> CStepRecord::GetWritten(uint32_t nFirst, uint32_t nLast) const
 {
-    // The jumps of a whole loop stay inside.
+    // Jumps within a whole loop stay inside it.
     const bool bLoop = m_pStructure->GetLoopEnd(nFirst) == nLast;
     std::map<std::string, std::set<char>> mapComponents;
     std::set<std::string> setWritten;
@@ -250,7 +250,7 @@ std::optional<std::set<std::string>> CStepRecord::GetWritten(uint32_t nFirst, ui
         const std::string& strLine = m_pListing->GetLine(m_pListing->GetLineOfInstruction(n));
         if (HasPrefix(strLine, "uav_raw_store_id(8)"))
         {
-            return std::nullopt; // the text doesn't tell which slots of private memory are read
+            return std::nullopt; // the text doesn't show which slots of private memory are read
         }
         const SDestination destination = GetDestination(strLine);
         const size_t nIndex = destination.strRegister.find("[r");
@@ -288,7 +288,7 @@ unsigned int CStepRecord::GetArraySize(const std::string& strArray) const
     return 0;
 }
 
-/// The two parts of an if are noted apart. \return false if flow may leave in between
+/// The two parts of an if are recorded separately. \return false if work-items may leave in between
 bool CStepRecord::AddWritten(uint32_t nFirst, uint32_t nLast, std::optional<std::set<std::string>>& written) const
 {
     uint32_t nMiddle = nLast;
@@ -317,7 +317,7 @@ std::optional<CStepRecord::SExpected> CStepRecord::Continue(size_t nFrom, const 
         const std::optional<uint32_t> nSkipEnd = GetSkipEnd(nFirst, setMarked);
         const std::string strMnemonic = m_pStructure->GetMnemonic(nFirst);
         const bool bOpens = HasPrefix(strMnemonic, "if") || strMnemonic == "whileloop" || strMnemonic == "switch";
-        // What divides a block, or ends or opens one with a breakpoint in it, has to be decided.
+        // Decisions are needed where a block is divided, or where one with a breakpoint begins or ends.
         const bool bDecides = bOpens ? !nSkipEnd || GetSkipEnd(nFirst, {}) != nSkipEnd
                                      : IsJump(strMnemonic) || IsEndOfMarkedLoop(nFirst, setMarked) ||
                                            strMnemonic == "else" || strMnemonic == "case" || strMnemonic == "default";

@@ -17,7 +17,7 @@ bool IsCall(const std::string& strMnemonic)
 
 CTextStructure::CTextStructure(const KestrelTool::CListing& listing)
 {
-    std::vector<uint32_t> vLoops; // open ones
+    std::vector<uint32_t> vLoops; // currently open
     uint32_t nFunction = 0;
     uint32_t nMacro = 1000000; // numbered apart from the functions
 
@@ -25,7 +25,7 @@ CTextStructure::CTextStructure(const KestrelTool::CListing& listing)
     for (unsigned int nLine = listing.GetLineOfInstruction(0); nLine != KestrelTool::CListing::NoLine;
          nLine = listing.GetNextInstruction(nLine))
     {
-        // Macro markers are no instructions, but they open and close a body.
+        // Macro markers aren't instructions, but they open and close a body.
         for (unsigned int nBetween = nPrevious; nBetween < nLine; ++nBetween)
         {
             if (listing.GetMnemonic(nBetween).compare(0, 4, "mdef") == 0)
@@ -67,8 +67,8 @@ uint32_t CTextStructure::GetLoopEnd(uint32_t nStart) const
     return it != m_mapLoopEnds.end() ? it->second : 0;
 }
 
-/// A call is a stop only on the way back; a function is entered without one, from the instruction
-/// before its call or, at the start, from the first instruction of all.
+/// Returning from a call is a stop, but entering the function isn't: it is entered from the instruction before its call
+/// or, at the start, from the first instruction.
 void CStopTracker::FollowCall(uint32_t nInstruction)
 {
     const uint32_t nFunction = m_Structure.GetFunction(nInstruction);

@@ -11,8 +11,7 @@
 namespace KestrelTest
 {
 
-/// The static structure of a kernel's text: where its loops, switches and functions lie, by
-/// instruction number.
+/// The static structure of a kernel's text: its loops, switches and functions, by instruction number.
 class CTextStructure
 {
 public:
@@ -21,7 +20,7 @@ public:
     std::string GetMnemonic(uint32_t nInstruction) const;
     /// The end of the loop that an instruction opens; 0 if it opens none.
     uint32_t GetLoopEnd(uint32_t nStart) const;
-    /// Number of the function that an instruction stands in; 0 for the main body.
+    /// The number of the function that contains an instruction; 0 for the main body.
     uint32_t GetFunction(uint32_t nInstruction) const { return m_vFunction[nInstruction]; }
     uint32_t GetInstructionCount() const { return static_cast<uint32_t>(m_vMnemonics.size()); }
 
@@ -31,21 +30,21 @@ private:
     std::map<uint32_t, uint32_t> m_mapLoopEnds;
 };
 
-/// Follows a session of single steps from the outside: from the lines alone it works out the passes
-/// of the loops around each stop, and the calls.
+/// Follows a stepping session from outside: from the lines alone it derives the passes of the loops around each stop,
+/// and the calls.
 class CStopTracker
 {
 public:
     explicit CStopTracker(const CTextStructure& structure) : m_Structure(structure), m_vFrames(1) {}
 
-    /// \param nInstruction  what the stop has executed
+    /// \param nInstruction  executed by the stop
     SPosition Advance(uint32_t nInstruction);
 
 private:
     struct SFrame
     {
         Loops loops;
-        uint32_t nCall = 0; ///< the call that leads into the next frame
+        uint32_t nCall = 0; ///< the call that enters the next frame
     };
 
     void FollowCall(uint32_t nInstruction);

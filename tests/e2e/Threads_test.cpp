@@ -18,7 +18,7 @@ using namespace KestrelTool;
 namespace
 {
 
-// The body's value is five times the work-item's number, or its number where that is below 3.
+// The result is five times the work-item's number, or the number itself if it is below 3.
 const char s_szBody[] = "mov r3.x, r0.x\n"
                         "mov r5.x, l0.z\n"
                         "whileloop\n"
@@ -34,7 +34,7 @@ const char s_szBody[] = "mov r3.x, r0.x\n"
                         "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r3.x\n";
 const char s_szLiterals[] = "dcl_literal l1, 4, 3, 0, 0\n";
 
-/// The contexts of the sessions that are open, as their callbacks tell.
+/// The contexts of open sessions, as their callbacks report them.
 class COpenContexts
 {
 public:
@@ -59,8 +59,8 @@ private:
     std::set<ovkclDebugContext> m_Contexts;
 };
 
-/// Steps, goes back and runs to a breakpoint in turns, and holds the loop's counter against the value's register: each
-/// pass has added the work-item's number once to those that take part.
+/// Alternates between steps, going back and running to a breakpoint, and compares the loop's counter with the value's
+/// register: each pass has added the work-item's number once for those that take part.
 class CTurningClient : public ISessionClient
 {
 public:
@@ -140,7 +140,7 @@ private:
     std::string m_strFinding;
 };
 
-/// What a thread finds that runs sessions of its own, one after the other.
+/// The findings of a thread that runs sessions of its own, one after the other.
 void RunSessions(COpenContexts& contexts, unsigned int nPhase, unsigned int nRounds,
                  std::vector<std::string>& vFindings, size_t& nChecked)
 {
@@ -168,8 +168,8 @@ void RunSessions(COpenContexts& contexts, unsigned int nPhase, unsigned int nRou
     }
 }
 
-/// Asks a session from another thread for what it copies out. Only the codes that a session on its way may give are
-/// right.
+/// Makes queries of a session from another thread, for data that is copied out. Only the codes that are allowed while a
+/// session is running are accepted.
 bool AskFromOutside(ovkclDebugContext context, size_t& nAnswered)
 {
     const CLibraries& lib = GetLibraries();
@@ -198,8 +198,7 @@ bool AskFromOutside(ovkclDebugContext context, size_t& nAnswered)
 namespace
 {
 
-/// Sessions in each of some threads, all at the same time, and as many more threads as asked for that query whatever
-/// is open.
+/// Runs sessions on nThreads threads at the same time, and nAsking more threads that query any open session.
 void RunInParallel(size_t nThreads, unsigned int nRounds, size_t nAsking)
 {
     GetDebugFunctions();
@@ -235,7 +234,7 @@ void RunInParallel(size_t nThreads, unsigned int nRounds, size_t nAsking)
     }
     std::vector<std::string> vExtraFindings;
     size_t nExtraChecked = 0;
-    // On a busy machine all of them may be over before an asking thread gets its turn.
+    // On a busy machine the sessions may all be over before a querying thread runs.
     const auto hasMetNone = [](const std::atomic<size_t>& nAnswered) { return nAnswered == 0; };
     for (unsigned int n = 0; n < 2000 && std::any_of(vAnswered.begin(), vAnswered.end(), hasMetNone); ++n)
     {
@@ -263,7 +262,7 @@ void RunInParallel(size_t nThreads, unsigned int nRounds, size_t nAsking)
     }
 }
 
-/// KESTREL_THREAD_ROUNDS=50 is the long form.
+/// KESTREL_THREAD_ROUNDS=50 makes a long test.
 unsigned int CountRounds()
 {
     const char* pszValue = std::getenv("KESTREL_THREAD_ROUNDS");
@@ -277,7 +276,7 @@ TEST(Threads, TwoSessionsAndAThirdThreadThatAsksBoth)
     RunInParallel(2, 3, 1);
 }
 
-// The platform's own threads are shaken, too: every kernel run has another schedule.
+// Every kernel run has another schedule, so the platform's threads vary too.
 TEST(Threads, EightSessionsAndTwoThreadsThatAskThemAll)
 {
     const SPlatformControl& control = GetPlatformControl(GetLibraries());
@@ -286,7 +285,7 @@ TEST(Threads, EightSessionsAndTwoThreadsThatAskThemAll)
     control.SetSchedule(0);
 }
 
-// A run passes over many lines between its stops; nobody may see one of them.
+// A run skips many lines between its stops; no query may see the state at one of them.
 TEST(Threads, AQueryWaitsForTheRunInProgress)
 {
     CLaunch launch(GetLibraries(), MakeSmallKernel(s_szBody, s_szLiterals));

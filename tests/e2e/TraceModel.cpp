@@ -30,7 +30,7 @@ size_t SObservation::Count() const
 
 const SPlatformControl& GetPlatformControl(const KestrelTool::CLibraries& libraries)
 {
-    // Behind a loader only the call with a platform reaches the platform's own extensions.
+    // Behind a loader, the platform's own extensions are only found by the call with a platform.
     cl_platform_id platform = nullptr;
     libraries.cl.clGetPlatformIDs(1, &platform, nullptr);
     void* pFunction = libraries.cl.clGetExtensionFunctionAddressForPlatform(platform, "kestrelPlatformControl");

@@ -14,10 +14,10 @@
 namespace KestrelTest
 {
 
-/// The position that a record of the trace is about.
+/// The position of a trace record.
 SPosition PositionOf(const SPlatformTraceRecord& record);
 
-/// What a plain run did at one position, over all work-items.
+/// What happened at one position of a plain run, for all work-items.
 struct SObservation
 {
     uint32_t nOpCode = 0;
@@ -26,7 +26,7 @@ struct SObservation
     uint32_t nRegisterType = 0;
     uint32_t nRegisterNumber = 0;
     bool bIndexed = false;
-    std::vector<Words> vValues;     ///< by work-item; meaningful for active ones
+    std::vector<Words> vValues;     ///< by work-item; valid for active ones
     std::vector<uint32_t> vIndices; ///< by work-item, if indexed
 
     size_t Count() const;
@@ -35,13 +35,13 @@ struct SObservation
 /// The settings and counters of the software platform.
 const SPlatformControl& GetPlatformControl(const KestrelTool::CLibraries& libraries);
 
-/// Records a plain run: the independent answer to what a debugger must report at each stop.
+/// Records a plain run, which independently gives the expected report for each stop.
 class CTraceModel
 {
 public:
     explicit CTraceModel(size_t nItems) : m_nItems(nItems) {}
 
-    /// Records every kernel run from here to StopRecording.
+    /// Starts to record every kernel run, until StopRecording.
     void StartRecording(const SPlatformControl& control);
     void StopRecording(const SPlatformControl& control);
 

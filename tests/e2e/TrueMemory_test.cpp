@@ -19,7 +19,7 @@ namespace
 
 typedef std::vector<int> Ints;
 
-/// Ints of a resource, as many as there are, at most nCount; empty if it isn't there.
+/// At most nCount ints of a resource; empty if it doesn't exist.
 Ints ReadInts(const CSession& session, ovkclDebugMemoryResource nResource, uint64_t nAddress, size_t nCount)
 {
     Ints ints(nCount);
@@ -30,14 +30,14 @@ Ints ReadInts(const CSession& session, ovkclDebugMemoryResource nResource, uint6
     return ints;
 }
 
-/// The first ints of the output. The third instruction gives their address.
+/// The first ints of the output, whose address the third instruction computes.
 Ints ReadOutput(const CSession& session, size_t nCount)
 {
     const SRegisterView base = session.GetRegister("r2");
     return base.pWords != nullptr ? ReadInts(session, 10, base[0][0] + (uint64_t(base[0][1]) << 32), nCount) : Ints();
 }
 
-/// What memory must hold right after the nth execution of a line.
+/// The expected memory right after the nth execution of a line.
 struct SAfter
 {
     const char* pszLine;
@@ -68,7 +68,7 @@ void Track(CSession& session, const std::vector<std::string>& vNames)
               OVKCLDEBUG_SUCCESS);
 }
 
-/// Steps a kernel to its end, asks for memory at every stop, and holds it against the rows of the case.
+/// Steps a kernel to its end, reads memory at every stop, and compares it with the rows of the case.
 template <typename Read>
 void StepAndCompare(const SMemoryCase& test, const SLaunchFile& file, const Read& read)
 {
@@ -160,7 +160,7 @@ const std::vector<SMemoryCase> s_MemoryCases = {
       {"mov r8.x, l0.y", 4, Ints(8, 3)},
       {"mov r9.x, l0.y", 2, Ints(8, 4)}}},
     {"work-items that left the loop before",
-     // Work-item n leaves in pass n & 1; what it adds then stands behind the loop.
+     // Work-item n leaves in pass n & 1; what it adds afterwards comes after the loop.
      "and r9.x, r0.x, l0.y\nmov r3.x, l0.z\nwhileloop\nige r4.x, r3.x, r9.x\nbreak_logicalnz r4.x\n"
      "mov r8.x, l0.y\n" STORE("l0.y") "iadd r3.x, r3.x, l0.y\nendloop\n" STORE("l0.x"),
      {{"mov r8.x, l0.y", 1, s_Zeros},
@@ -205,7 +205,7 @@ const std::vector<SMemoryCase> s_MemoryCases = {
      "uav_fmin_id(10)_addr64 r2.xy, l0.y\nmov r7.x, l0.y\nflat_store r2.xy, r0.x\nmov r8.x, l0.y\n",
      {{"uav_add_id(10)_addr64 r2.xy, l0.x", 1, s_Twos},
       {"mov r3.x, l0.y", 1, s_Twos},
-      // 0 where 2 is at least the work-item's number, else one more.
+      // 0 if 2 is at least the work-item's number, else one more.
       {"uav_uinc_id(10)_addr64 r2.xy, r0.x", 1, {0, 0, 0, 3, 3, 3, 3, 3}},
       {"mov r4.x, l0.y", 1, {0, 0, 0, 3, 3, 3, 3, 3}},
       // 2 from 0 and from more than 2.
@@ -252,7 +252,7 @@ TEST(TrueMemory, GlobalMemoryIsThatOfTheStopAfterGoingBack)
         AlwaysStep,
         [&](CSession& session)
         {
-            // Fourteen stops on, thirteen back, and on to the end; each place shows the same.
+            // Fourteen stops forward, thirteen back, and on to the end; each place shows the same both times.
             ovkclDebugPC nNext = 0;
             EXPECT_EQ(GetLibraries().ovkclDebugGetProgramCounter(session.GetContext(), &nNext), OVKCLDEBUG_SUCCESS);
             const SRegisterView pass = session.GetRegister("r3");
@@ -282,7 +282,7 @@ TEST(TrueMemory, GlobalMemoryIsThatOfTheStopAfterGoingBack)
 namespace
 {
 
-/// In each of the two groups the work-items put group + 1, then pass by pass their number in the group. 20 bytes are
+/// In each of the two groups the work-items store group + 1, then in each pass their number in the group. 20 bytes are
 /// declared; a local argument has 16 bytes.
 SLaunchFile MakeLocalKernel()
 {
@@ -413,7 +413,7 @@ TEST(TrueMemory, PrivateMemoryDeclaredInTheMainBodyIsThere)
     EXPECT_THAT(vOutput, ElementsAreArray({0, 1, 2, 3, 4, 5, 6, 7}));
 }
 
-/// What movements cost in kernel runs if memory is asked for at the stops with a certain line, three times at each.
+/// The kernel runs of movements, if memory is queried three times at each stop on a certain line.
 TEST(TrueMemory, AQueryCostsARunOnlyWhereTheLastOneDidNotLeaveMemoryAsItIs)
 {
     struct SCost

@@ -11,20 +11,20 @@ using namespace KestrelTool;
 namespace
 {
 
-/// What register's x component the eight work-items have in the end.
+/// The final x component of a register for the eight work-items.
 struct SValues
 {
     const char* pszRegister;
     std::vector<unsigned int> vValues;
 };
 
-/// A function body for MakeSmallKernel, with what the stops of a session that only steps show after the three
-/// instructions of its frame: the instruction, and who is active after it, a digit for each work-item.
+/// A function body for MakeSmallKernel, with the expected stops of a stepping session after the three instructions of
+/// the frame: the instruction, and who is active after it, one digit for each work-item.
 struct SStopCase
 {
     const char* pszName;
     std::string strBody;
-    std::vector<std::string> vStops; ///< the call at the end isn't listed: it is no halt
+    std::vector<std::string> vStops; ///< the call at the end isn't listed, as it isn't a stop
     std::vector<SValues> vValues;    ///< at the last stop
     std::string strFunctions;
 };
@@ -309,9 +309,9 @@ protected:
         EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS) << client.GetError();
     }
 
-    /// What each step shows.
-    /// \param pvStops  receives it in words, without the stops of the frame
-    /// \param pLines  receives the lines in front of which there were stops
+    /// Steps through a launch.
+    /// \param pvStops  receives the stops as texts, without those of the frame
+    /// \param pLines  receives the next lines at the stops
     static std::vector<SSnapshot> Step(std::vector<std::string>* pvStops, std::set<unsigned int>* pLines = nullptr)
     {
         std::vector<SSnapshot> vShown;
@@ -378,7 +378,7 @@ TEST_P(TrueStops, AreTheSameByARunAsBySteps)
                 if (nStop < vWanted.size())
                 {
                     SSnapshot here(session);
-                    // A register that nobody writes is read with the block that would.
+                    // A register that wasn't written is read with the block that would write it.
                     for (auto it = here.mapRegisters.begin(); it != here.mapRegisters.end();)
                     {
                         const bool bWanted = vWanted[nStop]->mapRegisters.count(it->first) != 0;

@@ -8,7 +8,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// Breakpoints by the numbers of instructions, with no debugger behind them.
+/// Breakpoints by instruction number, without a debugger.
 class CBreakpointHost : public CFakeHost
 {
 public:
@@ -31,8 +31,8 @@ struct SSkipCase
 {
     const char* pszAt;
     const char* pszBreakpoint; ///< null for none
-    const char* pszLast;       ///< the last instruction that is passed over; null for a block with a breakpoint
-    const char* pszWritten;    ///< the temps written in between
+    const char* pszLast;       ///< the last skipped instruction; null for a block with a breakpoint
+    const char* pszWritten;    ///< the temps written on the way
     bool bReadBefore;
 };
 

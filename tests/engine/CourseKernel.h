@@ -25,7 +25,7 @@ public:
 
     const CKernelCourse& Course() const { return m_Course; }
 
-    /// A position in the main function, or by the texts of calls, the outermost first, in what they call.
+    /// A position in the main function or, given the texts of calls, outermost first, in the callee.
     SPosition Place(const std::string& strLine, const std::vector<std::string>& vCalls = {}) const
     {
         SPosition position = {At(Find(strLine)), {}};

@@ -32,8 +32,8 @@ bool Move(CShaderDebuggerIL& debugger, EMove eMove)
                            : debugger.RunBack();
 }
 
-// It changes the buffer by what it finds there, and some return early, so that runs depend on the contents that they
-// start from and on what is cleared in front of them.
+// The kernel changes the buffer depending on its contents, and some work-items return early. So runs depend on the
+// contents that they start from, and on what is cleared before them.
 const std::string s_Body =
     s_Id +
     "ishl r8.x, r0.x, l22.x\nmov r8.y, l20.x\ni64add r8.xy, cb1[0].xy, r8.xy\n"
@@ -52,7 +52,7 @@ class CFailingSession : public CTestSession
 public:
     CFailingSession() : CTestSession(s_Body, s_Function) { Trace(); }
 
-    /// \return what was shown until a movement failed
+    /// \return the stops up to the failing movement
     std::vector<SShown> Play(const std::vector<EMove>& vMoves)
     {
         std::vector<SShown> vShown;
@@ -75,7 +75,7 @@ void ExpectAsShown(const SShown& now, const SShown& good)
     EXPECT_EQ(now.vMask, good.vMask);
     for (const auto& entry : good.registers)
     {
-        // What can't be read on the way back is gone.
+        // Values that can't be read on the way back are missing.
         const auto it = now.registers.find(entry.first);
         EXPECT_TRUE(it == now.registers.end() || it->second == entry.second) << entry.first;
     }
@@ -115,7 +115,7 @@ TEST(Failures, OfAnyCallOfTheDeviceShowNothingFalseAndLeaveTheBufferWholeOrAsItW
                     continue;
                 }
                 const std::vector<SShown> vShown = session.Play(vMoves);
-                // A mask that can't be read leaves the count open that steers the position.
+                // If a mask can't be read, the count that decides about the position stays unknown.
                 for (size_t n = 0; n < vShown.size() && eKind == SSimtCalls::Other; ++n)
                 {
                     ASSERT_LT(n, vGood.size());

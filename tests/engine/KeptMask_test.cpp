@@ -16,7 +16,7 @@ namespace
 
 typedef std::vector<unsigned char> Bytes;
 
-/// A mask of words, filled by what was kept.
+/// A mask of words, restored from what was kept.
 std::vector<uint32_t> Restored(const CKeptMask& mask, size_t nItems)
 {
     CFakeHost host;

@@ -18,10 +18,10 @@ struct SPlaceCase
     std::vector<std::string> vCalls;
     bool bHasWritten;
     bool bMayStillWrite;
-    bool bCut; ///< its patched kernel executes nothing that comes after it
+    bool bCut; ///< its patched kernel executes nothing after it
 };
 
-// The loop stores in its middle, the function at its end; the main function's last store has a line of its own.
+// The loop stores in its middle, the function at its end; the main function's last store is on a line of its own.
 TEST(KernelCourse, TellsWhatMayHaveWrittenMemoryAndWhatStillMay)
 {
     const CCourseKernel kernel("mov r0, l20\nwhileloop\nmov r1, l20\n" + StoreOf(1) +
@@ -29,7 +29,7 @@ TEST(KernelCourse, TellsWhatMayHaveWrittenMemoryAndWhatStillMay)
                                    StoreOf(2) + "\nendif\nmov r3, l20\n",
                                "func 1025\nmov r5, l20\n" + StoreOf(5) + "\nret\nendfunc\n");
     const SPlaceCase cases[] = {
-        {"mov r0, l20", {}, false, true, true}, {"mov r1, l20", {}, true, true, false}, // in a pass before this one
+        {"mov r0, l20", {}, false, true, true}, {"mov r1, l20", {}, true, true, false}, // in an earlier pass
         {"call 1025", {}, true, true, true},    {"mov r5, l20", {"call 1025"}, true, true, true},
         {"mov r2, l20", {}, true, true, true},  {StoreOf(2), {}, true, false, true},
         {"mov r3, l20", {}, true, false, true},

@@ -7,7 +7,7 @@
 namespace OVK_ShaderDebugger
 {
 
-/// A function body for CTestSession and the functions that it calls. r0.x is the work-item's number.
+/// A function body for CTestSession, and the functions that it calls. r0.x is the work-item's number.
 struct SKernelCase
 {
     const char* pszName;

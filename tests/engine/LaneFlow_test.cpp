@@ -23,7 +23,7 @@ CShaderDebuggerBuffer MakeWords(CFakeHost& host, ShaderUtils::BufferFormat forma
     return buffer;
 }
 
-/// One kernel's books, kept line by line.
+/// The flow of one kernel, tracked line by line.
 class CFlow
 {
 public:
@@ -41,7 +41,7 @@ public:
         return m_Lanes.TakeEffect(m_Kernel.Place(strLine), nActive);
     }
 
-    /// Where others are when nobody is active at a line, and how many.
+    /// Checks where the other work-items are when none is active at a line, and how many.
     void ExpectNext(const std::string& strLine, const std::string& strNext, uint64_t nCount)
     {
         const auto next = m_Lanes.Ledger().FindNext(At(strLine));
@@ -81,7 +81,7 @@ TEST(LaneFlow, FollowsJumpsOutOfALoop)
     EXPECT_TRUE(flow.Execute("whileloop", 5)) << "in the next pass";
     EXPECT_TRUE(flow.Execute("break_logicalnz r0.x", 0));
     flow.ExpectNext("break_logicalnz r0.x", "endloop", 7);
-    // As positions they are the next pass and none.
+    // The results as positions: the next pass, and none.
     ProgramCounter inLoop = flow.Kernel().At(flow.At("mov r2, l20"), {4});
     const CLaneLedger::SPlace head = {flow.At("whileloop"), flow.At("whileloop"), true, {}};
     EXPECT_EQ(CLaneFlow::PositionOf(head, inLoop), flow.Kernel().At(flow.At("whileloop"), {5}));
@@ -94,7 +94,7 @@ TEST(LaneFlow, CountsWhoGoesToWhichLabelOfASwitch)
     const std::string strBody =
         "switch r0.x\ncase 4\nmov r1, l20\nbreak\ncase 9\nmov r2, l20\nbreak\ndefault\nmov r3, l20\nbreak\nendswitch\n";
     CFlow flow(strBody, 6);
-    // Of seven who have a selector one doesn't come here.
+    // One of seven work-items with a selector doesn't come here.
     std::vector<uint32_t> vSelectors;
     for (const uint32_t n : {4u, 9u, 4u, 77u, 9u, 4u, 5u})
     {
@@ -108,7 +108,7 @@ TEST(LaneFlow, CountsWhoGoesToWhichLabelOfASwitch)
     flow.ExpectNext("switch r0.x", "case 4", 2);
     flow.ExpectNext("case 4", "case 9", 2);
     flow.ExpectNext("case 9", "default", 2);
-    // Without the selectors anybody may be at any of them.
+    // Without the selectors, each work-item may be at any of the cases.
     CFlow unknown(strBody, 6);
     EXPECT_TRUE(unknown.Execute("switch r0.x", 6));
     for (const char* pszLabel : {"case 4", "case 9", "default", "endswitch"})

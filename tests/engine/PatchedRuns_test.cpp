@@ -14,14 +14,14 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-// The work-item's number to the first buffer, then, of the lower four, 100 more to the second.
+// Stores the work-item's number to the first buffer; the lower four also store 100 more to the second.
 const char s_szStores[] = "mov r0, vTidInGrp.xxxx\nishl r8.x, r0.x, l22.x\nmov r8.y, l20.x\n"
                           "i64add r7.xy, cb1[0].xy, r8.xy\nuav_raw_store_id(10)_addr64 mem0.x, r7.xy, r0.x\n"
                           "mov r9, r0\niadd r1, r0, l25\nult r2, r0, l24\nif_logicalnz r2.x\n"
                           "i64add r7.xy, cb1[1].xy, r8.xy\nuav_raw_store_id(10)_addr64 mem0.x, r7.xy, r1.x\nendif\n"
                           "mov r10, r1\n";
 
-/// What makes runs, put together without a session: an analysed kernel, the buffers, and a device that runs it.
+/// Everything needed for runs, without a session: an analysed kernel, the buffers, and a device that runs it.
 class CRuns
 {
 public:
@@ -102,7 +102,7 @@ TEST(PatchedRuns, CaptureARegisterAndTheMaskWhereverTheyAreAskedFor)
     }
     EXPECT_FALSE(test.runs.HasPresentMask()) << "it is that of another place";
     EXPECT_EQ(*test.pFirst, CSimtDevice::Bytes(4 * CRuns::s_nItems)) << "the client's memory isn't touched";
-    // The same list at the same place needs no new kernel; a failed run says so.
+    // The same list at the same place needs no new kernel; a failed run is reported.
     const IL* pKernel = test.kernel.GetPatchedShader();
     const SPosition last = CRuns::At(12);
     const CInstrumentedShaderIL::CTargetScope scope(test.kernel, last.callStack, {});
@@ -138,7 +138,7 @@ TEST(PatchedRuns, LeaveMemoryAsItIsAtAStop)
     EXPECT_TRUE(test.runs.HasCopiesOf(CRuns::At(11)));
     test.runs.Forget();
     EXPECT_FALSE(test.runs.HasCopiesOf(CRuns::At(11)));
-    // Registers of all, of those as well who aren't in the block.
+    // Registers of all work-items, including those that aren't in the block.
     BufferDesc desc = test.buffers.GetValuesDesc();
     desc.m_nHeight = 2;
     const std::unique_ptr<CShaderDebuggerDeviceBuffer> pValues(test.host.CreateDeviceBuffer(desc));
@@ -158,7 +158,7 @@ TEST(PatchedRuns, CompleteTheKernelAndGiveItsOutputsToTheClientAtTheEndOnly)
         ASSERT_TRUE(test.memory.BringGlobal(CRuns::At(11))) << "after the last store";
         if (bDiffers)
         {
-            // As a run would leave it in which the groups had another order.
+            // Data as from a run with another order of groups.
             std::vector<uint32_t> vOther(8, 3);
             ASSERT_TRUE(test.buffers.GetWorkingCopy(1)->UpdateData(vOther.data(), 32));
         }

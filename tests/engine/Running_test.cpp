@@ -7,7 +7,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// What each work-item that is active has in each register once an execution of the plain run has taken effect.
+/// Compares the registers of the active work-items with the plain run's after each execution.
 void ExpectTrueValues(CTestSession& session, const CTrace& trace)
 {
     const SPlace place = session.Place();
@@ -52,7 +52,7 @@ class RunKernel : public testing::TestWithParam<SKernelCase>
 {
 };
 
-/// The kernel's last store. It is in no block, and all who haven't returned come to it.
+/// The kernel's last store. It is in no block, and all work-items that haven't returned reach it.
 InstructionNumber LastStore(CTestSession& session)
 {
     InstructionNumber n = CTestSession::s_nBody;
@@ -162,7 +162,7 @@ TEST_P(RunKernel, GoesBackToTheStopBeforeAndOverLinesThatItPassed)
     }
 }
 
-/// Where a run stops, by the instruction's number in the body, and with how many.
+/// The stops of a run: instruction number in the body, and number of active work-items.
 struct SRun
 {
     InstructionNumber nNext;
@@ -188,8 +188,8 @@ void ExpectRuns(CTestSession& session, const std::vector<InstructionNumber>& vBr
 const std::string s_LoopHead = "mov r0, vTidInGrp.xxxx\nmov r3, l20\nwhileloop\niadd r3, r3, l21\nuge r2, r3, l23\n"
                                "break_logicalnz r2.x\nult r2, r0, l23\nif_logicalnz r2.x\n";
 
-// Three go into the if and on to the next pass from there; where the rest of the if-part begins nobody is left, and the
-// run goes on where the others are.
+// Three work-items enter the if and continue with the next pass from there. None is left at the rest of the if-part, so
+// the run continues where the others are.
 TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
 {
     const std::string strBehindALine =
@@ -197,9 +197,9 @@ TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
                      "else\nmov r7, r3\nendif\nendloop\n";
     CTestSession behindALine(strBehindALine);
     ExpectRuns(behindALine, {13, 15}, {{15, 5}, {15, 5}});
-    // With nothing to read it takes a run for each of the four instructions that direct the flow, one for the mask in
-    // front of each of the two lines, and the stop's. The count in front of the if is known from the break if what is
-    // walked or passed over in between changes none; else a run finds it out.
+    // Without registers to read, a run takes one kernel run for each of the four control flow instructions, one for the
+    // mask before each of the two lines, and the stop's own. The count before the if is known from the break if nothing
+    // on the way changes it; otherwise one more run finds it.
     const struct
     {
         const char* pszBlock;
@@ -227,7 +227,8 @@ TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
     ExpectRuns(behindABlock, {14, 16}, {{16, 5}, {16, 5}});
 }
 
-// The run stops after a block that some have left for good: by a return, by a break of the loop, by one of the switch.
+// The run stops after a block that some work-items have left for good: by a return, a break of the loop, or of the
+// switch.
 TEST(Running, ShowsWhatThoseWroteWhoLeftAPassedOverBlock)
 {
     CTestSession session(

@@ -81,7 +81,7 @@ TEST(Session, EndingWithoutUpdateLeavesTheBufferAlone)
     EXPECT_EQ(session.Buffer(), before);
 }
 
-/// Takes every kernel, and runs none.
+/// Accepts every kernel, and runs none.
 class CStubDevice : public CSimtDevice
 {
 public:
@@ -111,7 +111,7 @@ TEST(Session, EndsAtACallOfWhatIsNotThereWithAReason)
         << strError;
 }
 
-// A kernel of another kind, which no device here runs: of what is read at its entry only the order shows.
+// A kernel of another kind, which no device here runs: only the order of the reads at its entry is visible.
 TEST(Session, ReadsTheInputRegistersOfAKernelOfAnotherKindOnce)
 {
     CTestSession::OpenCompilerLibrary();
@@ -145,7 +145,7 @@ TEST(Session, ReadsTheInputRegistersOfAKernelOfAnotherKindOnce)
     }
 }
 
-/// What each step of the plain kernel costs in runs.
+/// The kernel runs of each step of the plain kernel.
 TEST(Session, CostsOneRunForARegisterAndNoneForAnUntrackedOne)
 {
     CTestSession session(s_Plain);
@@ -162,7 +162,7 @@ TEST(Session, CostsOneRunForARegisterAndNoneForAnUntrackedOne)
     EXPECT_TRUE(session.Read("r1").empty());
 }
 
-/// Going back reads what was written since, where the last writes before it were, and makes the run of the stop.
+/// Going back reads what was written since at the places of the previous writes, and makes the stop's own run.
 TEST(Session, AStepBackCostsARunForEachStepThatItsValuesComeFrom)
 {
     const struct
@@ -190,7 +190,7 @@ TEST(Session, AStepBackCostsARunForEachStepThatItsValuesComeFrom)
     }
 }
 
-/// The values of one work-item in all registers, as a front end shows them in a table.
+/// The values of one work-item in all registers, for a front end's table.
 TEST(Session, ListsTheRegistersOfAWorkItem)
 {
     CTestSession session(s_Id + "dcl_indexed_temp_array x1[2]\nfence_memory\nmov x1[1].y, r9\n");
@@ -215,7 +215,7 @@ TEST(Session, ListsTheRegistersOfAWorkItem)
     EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4") << "behind the fence nothing has changed";
     ASSERT_TRUE(session.Debugger().Step());
     EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4 x1[1]=0,4*");
-    // Without a choice it is one that the results have, or the one that was chosen before.
+    // Without a choice, it is a work-item that the results contain, or the previously chosen one.
     ThreadID none(ShaderUtils::TID_Unknown, 0, 0, 0, 0);
     list(none);
     EXPECT_TRUE(ShaderUtils::IsValid(none));
@@ -265,8 +265,8 @@ TEST(Session, ReadsEveryElementOfADynamicallyIndexedArray)
     EXPECT_EQ(session.Read("x1[2]"), vBefore);
 }
 
-// Stores to all of a slot, to a word of it, by two work-items to its last word and the first of the next, and to the
-// last word of all.
+// Stores to a whole slot, to one of its words, by two work-items to its last word and the next slot's first, and to the
+// very last word.
 TEST(Session, ShowsWhatStoresToPartsOfSlotsLeave)
 {
     CTestSession session(
@@ -321,7 +321,7 @@ TEST(Session, FilesAPartOfASlotOverTheRestOfIt)
     EXPECT_EQ(file(COMP_xy, 12), (std::vector<uint32_t>{2, 2, 3, 3})) << "reaches into another slot";
 }
 
-// Two arguments that are the same memory: each gives what was stored through it.
+// Two arguments with the same memory: each shows what was stored through the other too.
 TEST(Session, BringsTheStoresThroughBothNamesOfABufferTogether)
 {
     CTestSession session(s_Id + "iadd r1, r0, l22\niand r2, r0, l21\nif_logicalz r2.x\n" + s_Store +
@@ -359,7 +359,7 @@ TEST(Session, KeepsTheSavedArgumentsApartFromWhatAQueryReads)
     }
     EXPECT_EQ(last, session.Expected());
     EXPECT_EQ(session.Device().pCalls->nCleared, 0u) << "all come to the stores";
-    // The last stop is the call at position 0, where a run back doesn't start.
+    // The last stop is the call at position 0, from which no run back starts.
     ASSERT_TRUE(session.Debugger().Back());
     ASSERT_TRUE(session.Debugger().RunBack());
     EXPECT_EQ(read(), before);
@@ -480,7 +480,7 @@ TEST(Session, MapsBreakpointsToLinesThatHoldInstructions)
     CTestSession session(s_Plain);
     ASSERT_TRUE(session.Start());
     CShaderDebuggerIL& debugger = session.Debugger();
-    // The declarations of the function stand between its first line and its first instruction.
+    // The function's declarations come between its first line and its first instruction.
     const LineNumber nEmpty = session.Shader().GetLine(CTestSession::s_nBody) - 1;
     LineNumber nOut = 0;
     EXPECT_FALSE(debugger.AddBreakPointAtLineNumber(nEmpty, 0, &nOut));

@@ -52,12 +52,12 @@ TEST_P(SteppedKernel, ShowsWhatThePlainRunDoes)
     {
         CompareStop(session, trace, shown);
         EXPECT_EQ(session.Buffer(), before);
-        // The start dumps the arguments as well. Where the position goes on is known without a run,
-        // and after a macro's last instruction the mask is.
+        // The start also dumps the arguments. The next position is known without a run, and so is the mask after a
+        // macro's last instruction.
         const bool bSlots = session.Shader().GetCurrentRegister().reg.type == RT_PrivateUAVAccess;
         const bool bMacro = session.Shader().OpCodeAt(session.Place().nInstruction) == IL_OP_MACROCALL &&
                             session.Shader().GetCurrentRegister() == g_Reg_NULL;
-        // Who makes a call on a condition is asked at the start of the function.
+        // The condition of a conditional call is evaluated at the start of the function.
         const ILOpCode next = session.Shader().OpCodeAt(session.Place().nInstruction + 1);
         const bool bAsks = next == IL_OP_CALL_LOGICALZ || next == IL_OP_CALL_LOGICALNZ;
         EXPECT_EQ(session.TakeRuns(), (nStops == 0 ? 2u
@@ -94,7 +94,7 @@ TEST_P(SteppedKernel, GoesBackToWhatItShowed)
     {
         vShown.push_back(note());
     } while (session.Debugger().Step());
-    // The last step ends the kernel; go back and forth in front of it.
+    // The last step ends the kernel, so go back and forth before it.
     for (const size_t nBack : {size_t(1), size_t(3), vShown.size() - 2})
     {
         const size_t nLast = vShown.size() - 1;
@@ -179,7 +179,7 @@ TEST(Stepping, EntersAnOutlineMacroBehindOtherMacros)
     EXPECT_EQ(nVisits, 1u);
 }
 
-/// Two work-items are in the block of a macro in its first call, four in its second, and the same of a function that
+/// In a macro's first call two work-items are in its block, in the second call four; the same holds for a function that
 /// it calls.
 TEST(Stepping, ShowsEachCallOfAMacro)
 {

@@ -35,7 +35,7 @@ SFiling Filed(InstructionNumber nPos, const Register& reg)
     return {ProgramCounter(nPos), {}, reg, {}};
 }
 
-/// A stop at which a run has read what was written there, as a step makes it.
+/// A stop after a step, where a run has read what was written.
 void StepTo(CStopHistory& history, InstructionNumber nPos, const Register& reg)
 {
     history.NoteFiled(Filed(nPos, reg));
@@ -78,7 +78,7 @@ TEST(StopHistory, TellsWhereEachValueComesFrom)
     EXPECT_EQ(Positions(history.FindSources(Private(20, COMP_x))), " 7 6") << "of the same slot";
     EXPECT_EQ(Positions(history.FindSources(Private(32))), "");
     EXPECT_EQ(Numbers(history.FindWritten()), " [16] r1 r2");
-    // A run walked over this one: its values are those that a run would read here.
+    // A run skipped this instruction: its values are those that a run would read here.
     history.NoteWritten({Temp(2)});
     history.Push(StandingAt(8), true);
     EXPECT_EQ(Positions(history.FindSources(Temp(2))), " 8 4");
@@ -101,7 +101,7 @@ TEST(StopHistory, UndoesWhatFollowedAStopOnTheWayBack)
         const char* pszFiled;
         size_t nOfR1;
         bool bAllShown;
-        bool bGoneBack; ///< from the stop where the movement began
+        bool bGoneBack; ///< back from the stop where the movement began
     } cases[] = {
         {3, " r4", " 9", 0, true, false},
         {2, " r4 r1", " 9 5", 1, true, true},

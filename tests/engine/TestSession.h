@@ -21,8 +21,8 @@
 namespace OVK_ShaderDebugger
 {
 
-/// Where an instruction is executed: the call instructions around it, the passes of the loops around it over all
-/// calls, and the instruction.
+/// Where an instruction is executed: the call instructions around it, the passes of the loops around it in all calls,
+/// and the instruction.
 struct SPlace
 {
     std::vector<uint32_t> vCalls;
@@ -50,15 +50,15 @@ inline std::ostream& operator<<(std::ostream& stream, const SPlace& place)
     return stream;
 }
 
-/// A slot of private memory is filed under this, its number and a bracket.
+/// The name of a slot of private memory begins with this, followed by its number and a bracket.
 inline const std::string s_strPrivate = "PrivateUAVAccess8[";
 
-/// What an execution of an instruction left: who was active behind it, and what they have in the written register.
+/// The result of executing an instruction: who was active after it, and their values of the written register.
 struct SExecuted
 {
     SPlace place;
     std::vector<uint32_t> vMask;
-    std::string strRegister; ///< of temps and private memory only
+    std::string strRegister; ///< for temps and private memory only
     std::vector<uint32_t> vValues;
 };
 
@@ -83,7 +83,7 @@ public:
         }
         else if (record.nRegisterType == IL_REGTYPE_GENERIC_MEM && record.pIndices != nullptr)
         {
-            // The test kernels store to whole slots of private memory, all work-items to the same.
+            // The test kernels store to whole slots of private memory, and all work-items to the same one.
             const size_t nFirst = std::find(record.pActive, record.pActive + record.nItems, 1u) - record.pActive;
             const uint32_t nAddress = nFirst < record.nItems ? record.pIndices[nFirst] : 0;
             executed.strRegister = s_strPrivate + std::to_string(nAddress / 16) + "]";
@@ -102,7 +102,7 @@ public:
     std::vector<SExecuted> vExecuted;
 };
 
-/// The words of a result for each work-item, by register name; what a client can see.
+/// The words that a client can see for each work-item, by register name.
 typedef std::map<std::string, std::vector<uint32_t>> Registers;
 
 /// A kernel with two buffers under debug, on a device that runs it.
@@ -110,7 +110,7 @@ class CTestSession
 {
 public:
     static constexpr unsigned int s_nItems = 8;
-    /// The function's body begins at this instruction, after call, endmain and func.
+    /// The index of the function's first instruction, after call, endmain and func.
     static constexpr InstructionNumber s_nBody = 3;
 
     explicit CTestSession(const std::string& strBody, const std::string& strFunctions = "",
@@ -142,7 +142,7 @@ public:
 
     ~CTestSession() { Debugger().EndDebugging(false); }
 
-    /// Opens it by its path, so that the debugger finds it by its name.
+    /// Opens the library by its path, so that the debugger finds it by name.
     static void OpenCompilerLibrary()
     {
         static void* const s_pCompiler = dlopen(KestrelTest::PlatformFile("libovkocl12cl64.so").c_str(), RTLD_NOW);
@@ -162,7 +162,7 @@ public:
         return Debugger().StartDebugging(m_vImage.data(), m_vImage.size(), nullptr, &dimensions, DM_Unknown);
     }
 
-    /// A plain run's trace; its outputs go to Expected() and ExpectedInSecond().
+    /// The trace of a plain run; its outputs go to Expected() and ExpectedInSecond().
     CTrace Trace()
     {
         CTrace trace;
@@ -178,7 +178,7 @@ public:
     const CSimtDevice::Bytes& ExpectedInSecond() const { return m_vExpectedInSecond; }
 
     unsigned int TakeRuns() { return std::exchange(m_nRuns, 0); }
-    /// The n-th run from now fails.
+    /// Makes the n-th run from now fail.
     void FailRun(unsigned int n)
     {
         m_nRuns = 0;

@@ -26,16 +26,16 @@ namespace
 using namespace OVK_ShaderDebugger;
 using DamagedSeeds::SSeed;
 
-/// A changed alignment may put 16 MiB of padding into an image, of which a road holds several copies.
+/// A changed alignment may add 16 MiB of padding to an image, of which several copies exist.
 constexpr size_t s_nMaxGrowthKiB = 256 * 1024;
 
-/// A share of the images, the same for each kind of change. KESTREL_FLIP_STRIDE=1 asks for all.
+/// Which share of the images is tried; the same for each kind of change. KESTREL_FLIP_STRIDE=1 tries all.
 size_t Stride(size_t nUsual)
 {
     return ReadStride("KESTREL_FLIP_STRIDE", nUsual);
 }
 
-/// Names the image that is tried, and ends the program with that name if it takes too long.
+/// Names the current image, and ends the program with that name if it takes too long.
 class CWatch
 {
 public:
@@ -79,7 +79,7 @@ protected:
     const SSeed& Seed() const { return DamagedSeeds::All()[GetParam()]; }
 };
 
-/// What the debugger's device does with a kernel binary, up to the tokens.
+/// What the debugger's device does with a kernel binary, up to its tokens.
 void Prepare(std::vector<char>& vImage, const std::string& strKernel)
 {
     OVK_ElfUtils::PatchKernelEntry(strKernel, &vImage);
@@ -93,8 +93,8 @@ void Prepare(std::vector<char>& vImage, const std::string& strKernel)
     }
 }
 
-/// The road of a debugged kernel, without the device.
-/// \return whether a patched image came out
+/// Treats an image like that of a kernel under debug, without the device.
+/// \return whether this gave a patched image
 bool TryDebugger(std::vector<char> vImage, const std::string& strKernel)
 {
     std::string strMetadata;
@@ -168,7 +168,7 @@ TEST_P(Damage, TheRuntimeRefusesOrRuns)
     EXPECT_TRUE(s_bSanitized || PeakKiB() - nPeak < s_nMaxGrowthKiB) << PeakKiB() - nPeak;
 }
 
-/// Complaints without the numbers in them, the hexadecimal ones included, each once.
+/// The complaints, each once, without decimal and hexadecimal numbers.
 std::set<std::string> Kinds(const std::string& strComplaints)
 {
     std::set<std::string> kinds;
@@ -188,9 +188,9 @@ std::set<std::string> Kinds(const std::string& strComplaints)
     return kinds;
 }
 
-/// Whether a complaint is about a damaged number that stays what it was, by rule, while the image around it changes.
-/// Only symbol tables and relocations follow the section that they name; in one of a damaged type the number stays. So
-/// does what the header tells of program headers, which fit into a shorter image no more.
+/// Whether a complaint is about a damaged number that must stay unchanged while the image around it changes. Symbol
+/// tables and relocations follow the section that they name, but in a section with a damaged type the number stays. So
+/// does the header's description of program headers, which may then exceed a shorter image.
 bool StaysDamaged(const std::string& strKind)
 {
     return strKind.find("out of range sh_link value") != std::string::npos ||

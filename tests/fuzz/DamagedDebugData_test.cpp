@@ -13,8 +13,8 @@
 
 #include <algorithm>
 
-/// Binaries with debug data, every byte changed and cut at every place, before those that read lines in them: the tool,
-/// by the system's library, and the platform.
+/// Binaries with debug data, with every byte changed and cut at every place, for the two readers of lines: the tool's,
+/// by the system's library, and the platform's.
 namespace
 {
 
@@ -45,7 +45,7 @@ DamagedSeeds::SSeed MakeSeed()
     return {"debug", "k", "Quench", result.GetImage()};
 }
 
-/// The place of each line by the platform's own reader.
+/// The place of each line, read by the platform's own reader.
 std::vector<std::string> ReadByPlatform(const std::vector<char>& vImage, size_t nLines)
 {
     CElfReader elf;

@@ -14,7 +14,7 @@ namespace DamagedSeeds
 namespace
 {
 
-/// Of each byte: two values and eight flipped bits.
+/// For each byte: two values and eight flipped bits.
 constexpr size_t s_nChanges = 10;
 
 std::string ReadExample(const std::string& strName)
@@ -35,7 +35,7 @@ SSeed Build(const std::string& strExample, const std::string& strKernel)
     return {strExample, strKernel, "Quench", result.GetImage()};
 }
 
-/// Of an example for the older device: its metadata, its text with the call in place, and the tokens of the text.
+/// An example for the older device: its metadata, its text with the call in place, and the text's tokens.
 SSeed MakeTokensIn32Bit()
 {
     const std::string strSource = ReadExample("older_loop");

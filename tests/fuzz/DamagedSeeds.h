@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// Three kernel binaries of different shapes, and all that becomes of them by one changed byte or a cut.
+/// Three kernel binaries of different shapes, and all variants with one changed byte or a cut.
 namespace DamagedSeeds
 {
 
@@ -18,15 +18,15 @@ struct SSeed
     std::vector<char> vImage;
 };
 
-/// One kernel with its text, for the newer device; two kernels in one image; and an image of 32-bit class for the older
-/// device that holds tokens, as the debugger itself makes them, and no code.
+/// One kernel with its text, for the newer device; two kernels in one image; and a 32-bit image for the older device
+/// with tokens, like those that the debugger makes, and without code.
 const std::vector<SSeed>& All();
 
 typedef std::function<void(const std::string& strWhat, const std::vector<char>& vImage)> Sink;
 
-/// Gives the sink every nStride-th of the changed images: each byte set to 00, to FF and with each of its bits flipped,
-/// then every truncation.
-/// \return how many it gave
+/// Passes every nStride-th damaged image to the sink: each byte set to 00, set to FF, and with each of its bits
+/// flipped, then every truncation.
+/// \return the number of images
 size_t Damage(const SSeed& seed, size_t nStride, const Sink& sink);
 
 } // namespace DamagedSeeds

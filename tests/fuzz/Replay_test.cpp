@@ -21,7 +21,7 @@ class Replay : public testing::TestWithParam<STarget>
 {
 };
 
-/// A violated property ends the program, and tells the file.
+/// A violated property ends the program and names the file.
 TEST_P(Replay, EveryFileOfTheCorpusKeepsTheProperties)
 {
     std::vector<fs::path> vFiles;

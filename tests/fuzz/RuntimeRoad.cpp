@@ -5,7 +5,7 @@ namespace
 
 constexpr size_t s_nBufferBytes = 4096;
 
-/// More than a work-group of the seeds takes.
+/// More than a work-group of the seeds needs.
 constexpr uint64_t s_nInstructionLimit = 20000;
 
 } // namespace
@@ -92,8 +92,8 @@ bool CRuntimeRoad::Run(cl_kernel kernel)
            cl.clFinish(m_Queue) == CL_SUCCESS;
 }
 
-/// Each argument takes the buffer, or a value of a size that fits, or a piece of local memory; what takes none of these
-/// lets the launch fail.
+/// Each argument takes the buffer, a value of a fitting size, or a piece of local memory; if it takes none of these,
+/// the launch fails.
 void CRuntimeRoad::SetArguments(cl_kernel kernel)
 {
     cl_uint nArguments = 0;

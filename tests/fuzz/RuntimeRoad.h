@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-/// The road of a client that gives the runtime a binary: make a program of it, build it, run a work-group of each of
-/// its kernels on one small buffer.
+/// A client that gives the runtime a binary: creates a program from it, builds it, and runs a work-group of each of its
+/// kernels on one small buffer.
 class CRuntimeRoad
 {
 public:

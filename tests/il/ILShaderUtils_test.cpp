@@ -52,7 +52,7 @@ struct SClassCase
     const char* pszList;
 };
 
-/// The opcode numbers as the token format lists them, against ranges that the code gives by name.
+/// The opcode numbers in the token format, compared with the ranges that the code has.
 const SClassCase s_ClassCases[] = {
     {"IsDCL", IsDCL, true,
      "20-29 118-128 202 209 212-215 221-223 230 258-259 262-263 302-304 309-315 348-349 352 354-355 423-424"},
@@ -116,7 +116,7 @@ struct SShapeCase
     unsigned int nSrcCount;
 };
 
-/// One opcode of every format code, and those whose token or modifier word decides.
+/// One opcode for each format code, and those where the token or the modifier word decides.
 const SShapeCase s_ShapeCases[] = {
     {0, 0, 0, 0},                // none
     {IL_OP_SAMPLEINFO, 0, 1, 0}, // 1001

@@ -9,8 +9,8 @@
 namespace OVK_ShaderDebugger
 {
 
-/// A host without a device that keeps what is logged to it. It stands in for a debugger, too: the IL model asks its
-/// debugger for nothing but the host.
+/// A host without a device that keeps log messages. It also stands in for a debugger, as the IL model only asks its
+/// debugger for the host.
 class CLoggingHost : public CShaderDebuggerHost
 {
 public:
@@ -20,7 +20,7 @@ public:
     LogType GetLoggingLevel() const override { return logERROR; }
     void LogMessage(LogType, const std::string& strMessage) override { m_vMessages.push_back(strMessage); }
 
-    /// All messages since the last call, one after the other.
+    /// All messages since the last call, in order.
     std::string TakeLog()
     {
         std::string strLog;

@@ -39,7 +39,7 @@ struct SItemCase
     std::vector<std::uint32_t> vSrcOffsets;
 };
 
-/// Instructions written by hand, word by word.
+/// Instructions encoded by hand, word by word.
 const SItemCase s_ItemCases[] = {
     {"iadd r16.x, r16.x, l3.x",
      {0x00000091, 0x00440010, 0x00000001, 0x00440010, 0x00000000, 0x00600003, 0x00000000},
@@ -159,7 +159,7 @@ TEST(ShaderDebuggerInstructionIL, SaysWhyAnInstructionIsRefused)
     const SRefusalCase table[] = {
         {{0x00000000}, "m_OpCode != IL_OP_UNKNOWN"},
         {{0x0000FFFF}, "m_OpCode != IL_OP_UNKNOWN"},
-        {{IL_OP_MEMEXPORT, 0x00040000, 0x00040000}, ""}, // no row: the consistency log has it
+        {{IL_OP_MEMEXPORT, 0x00040000, 0x00040000}, ""}, // no row: a message goes to the consistency log
         {{IL_OP_MACROCALL}, "stream.ReadToken(instMod)"},
         {{IL_OP_MACROCALL, 0x00020000, 0x00040000, 0x00040000}, "instMod >> 16 <= 1"},
         {{0x80000000u | IL_OP_MOV}, "stream.ReadToken(priMod)"},
@@ -170,7 +170,7 @@ TEST(ShaderDebuggerInstructionIL, SaysWhyAnInstructionIsRefused)
         {{IL_OP_COMMENT}, "stream.ReadToken(nCommentLength)"},
         {{IL_OP_MOV, 0x03040000, 0x00040000, 0x00040000}, "dst->bits.dimension == 0"},
         {{IL_OP_MOV, 0x00040000, 0x03040000, 0x00040000}, "src->bits.dimension == 0"},
-        // Counts that the stream claims and doesn't hold.
+        // Counts that exceed what the stream contains.
         {{IL_OP_COMMENT, 0xFFFFFFFF, 0}, "stream.ReadToken(tokens[m_nLength])"},
         {{0x80000000u | IL_DCL_CONST_BUFFER, 0xFFFFFFFF, 0}, "stream.ReadToken(tokens[nOpcodeTokenLen])"},
         {{0x3FFF0000u | IL_OP_DCL_NUM_THREAD_PER_GROUP, 0}, "stream.ReadToken(tokens[m_nLength])"},
@@ -201,7 +201,7 @@ TEST(ShaderDebuggerInstructionIL, TakesCommentsAndTablesOfAnyLength)
     }
 }
 
-/// Random words: whatever decodes is cut out of the stream without a gap, and nothing is read past the end.
+/// Random words: whatever decodes is cut out of the stream without gaps, and nothing is read beyond the end.
 TEST(ShaderDebuggerInstructionIL, CutsRandomStreamsIntoTheirOwnWords)
 {
     std::mt19937 random(20);
@@ -358,7 +358,7 @@ struct SSetDestCase
     const char* pszWhat;
     Words words;
     RegisterID id;
-    Words expected; ///< empty for a refusal
+    Words expected; ///< empty if it is refused
 };
 
 TEST(ShaderDebuggerInstructionIL, ReplacesTheDestinationByAPlainRegister)
@@ -398,7 +398,7 @@ TEST(ShaderDebuggerInstructionIL, ReplacesTheDestinationByAPlainRegister)
         EXPECT_EQ(bExpected, instruction.SetDestRegister(test.id));
         EXPECT_EQ(bExpected ? test.expected : test.words, Tokens(instruction));
 
-        // The offsets must have moved with the tokens: a fresh decode of the result finds the same sources.
+        // The offsets must have moved with the tokens: decoding the result again gives the same sources.
         const CShaderDebuggerInstructionIL fresh = Decode(Tokens(instruction));
 
         for (std::uint32_t nSrcReg = 0; nSrcReg <= fresh.GetSrcRegCount(); ++nSrcReg)

@@ -89,7 +89,7 @@ CInside::~CInside()
 namespace
 {
 
-/// Lies in front of what operator new gives, and keeps that aligned.
+/// Precedes the memory from operator new, and keeps it aligned.
 struct alignas(std::max_align_t) SHeader
 {
     bool bInside;

@@ -13,14 +13,14 @@
 namespace
 {
 
-/// Of the allocations of a session, so many are left out behind each that fails: all of them take minutes.
-/// KESTREL_ALLOCATION_STRIDE=1 leaves out none.
+/// How many of a session's allocations are skipped after each that is made to fail: trying all of them takes minutes.
+/// KESTREL_ALLOCATION_STRIDE=1 skips none.
 size_t Stride()
 {
     return ReadStride("KESTREL_ALLOCATION_STRIDE", s_bSanitized ? 197 : 23);
 }
 
-/// The first allocation to fail; with a stride above their number the only one of a round.
+/// The first allocation to fail. With a stride above their number it is the only one in a round.
 size_t First()
 {
     return ReadStride("KESTREL_ALLOCATION_FIRST", 1);
@@ -34,7 +34,7 @@ size_t CountEntries(const char* pszFolder)
     return static_cast<size_t>(std::distance(first, std::filesystem::directory_iterator()));
 }
 
-/// The runtime's threads end a little after what they have done.
+/// The runtime's threads end a little after their work.
 bool WaitForThreads(size_t nThreads)
 {
     for (int i = 0; i < 2000 && CountEntries("/proc/self/task") > nThreads; ++i)
@@ -91,7 +91,7 @@ protected:
         m_nOpen = CountObjects();
     }
 
-    /// One session of the script, in which an allocation fails. The alarm ends a session that hangs.
+    /// One session of the script, in which one allocation fails. The alarm ends a session that hangs.
     cl_int RunSession(uint64_t nAllocation, bool bForEver)
     {
         const std::vector<float> vBefore(s_nItems, -1.0f);
@@ -128,12 +128,12 @@ bool IsLast(ovkclDebugEvent eEvent)
 
 } // namespace
 
-/// A launch that was accepted has its outputs, whatever couldn't be allocated on the way; a refused one has left the
-/// buffers alone, and its code says what was missing. A session that was begun ends with an event that says so. No
-/// object, memory, file or thread is left, and the next session works.
+/// An accepted launch has its outputs, whatever couldn't be allocated; a refused one has left the buffers alone, and
+/// its code names what was missing. A session that was begun ends with an event. No object, memory, file or thread is
+/// left, and the next session works.
 TEST_P(EveryAllocation, CanFailOnceAndForEver)
 {
-    // What is kept from session to session has to grow first.
+    // Memory that is kept between sessions has to grow first.
     uint64_t nAllocations = 0;
     for (int n = 0; n < 6 && (nAllocations == 0 || m_nAllocations != nAllocations); ++n)
     {
@@ -148,7 +148,7 @@ TEST_P(EveryAllocation, CanFailOnceAndForEver)
     uint64_t nFaults = 0;
     for (const bool bForEver : {false, true})
     {
-        // Other allocations in each round.
+        // Each round tries other allocations.
         for (uint64_t n = First() + nFaults % Stride(); n <= nAllocations && !HasFailure(); n += Stride())
         {
             SCOPED_TRACE(std::string(bForEver ? "from allocation " : "allocation ") + std::to_string(n));

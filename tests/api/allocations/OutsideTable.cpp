@@ -97,7 +97,7 @@ cl_int CL_API_CALL SetValue(void* object, size_t key, void* value)
     return s_pSetValue(object, key, value);
 }
 
-/// Of the vendor's functions only this one allocates in a session.
+/// The only one of the vendor's functions that allocates in a session.
 void* CL_API_CALL FindExtension(cl_platform_id platform, const char* pszName)
 {
     const CInside outside(false);

@@ -68,7 +68,7 @@ int Visit(dl_phdr_info* pInfo, size_t, void* pUser)
             pDynamic = reinterpret_cast<const ElfW(Dyn)*>(pInfo->dlpi_addr + pInfo->dlpi_phdr[i].p_vaddr);
         }
     }
-    // The dynamic loader has made absolute addresses of those in the section.
+    // The dynamic loader has replaced the section's offsets by absolute addresses.
     const auto find = [&](ElfW(Sxword) nTag) -> ElfW(Xword)
     {
         for (const ElfW(Dyn)* pEntry = pDynamic; pEntry != nullptr && pEntry->d_tag != DT_NULL; ++pEntry)

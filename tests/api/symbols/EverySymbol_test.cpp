@@ -19,7 +19,7 @@ const char s_szOpenCL[] = "libOpenCL.so";
 const char s_szCompiler[] = "libovkocl12cl64.so";
 const char s_szRuntime[] = "libovkqrlrt.so";
 
-/// So many symbols are left out behind each that is missing. KESTREL_SYMBOL_STRIDE=1 leaves out none.
+/// How many symbols are skipped after each missing one. KESTREL_SYMBOL_STRIDE=1 skips none.
 size_t Stride()
 {
     return ReadStride("KESTREL_SYMBOL_STRIDE", s_bSanitized ? 9 : 1);
@@ -33,8 +33,8 @@ std::string Ask(const char* pszVariable)
     return pszValue != nullptr ? pszValue : "";
 }
 
-/// The process that has a platform without one symbol or library. The debugger has opened its libraries by name, in
-/// the folder that the tests below made for it, before this begins.
+/// Runs in a process whose platform lacks one symbol or library. Before it begins, the debugger has opened its
+/// libraries by name, in the folder made by the tests below.
 class Lacking : public CPlatformFixture
 {
 protected:
@@ -43,7 +43,7 @@ protected:
         alarm(s_nHangSeconds);
         ASSERT_NE(Runtime(), nullptr);
         const std::string strSymbol = Ask("KESTREL_TEST_SYMBOL");
-        // The client itself lacks nothing: every object has the whole table.
+        // The client itself has all functions, as every object points to the complete table.
         const auto pGetPlatforms =
             reinterpret_cast<clIcdGetPlatformIDsKHR_fn>(dlsym(Runtime(), "clIcdGetPlatformIDsKHR"));
         cl_platform_id platform = nullptr;
@@ -60,7 +60,7 @@ protected:
         m_nNone = CountObjects();
     }
 
-    /// A context and the rest, by the debugger's functions. \return false if one of them gave a code
+    /// Creates a context and the other objects by the debugger's functions. \return false if one of them failed
     bool TryOpen()
     {
         cl_int nCode = CL_SUCCESS;
@@ -102,7 +102,7 @@ protected:
         return nCode == CL_SUCCESS;
     }
 
-    /// A session of steps, or the code that tells why there is none. \return whether the client had its outputs
+    /// Runs a stepping session, or notes the code of the failure. \return whether the client has its outputs
     bool TrySession()
     {
         bool bDone = false;
@@ -126,8 +126,8 @@ protected:
     bool m_bDebugged = false; ///< the last session came to its end
 };
 
-/// Whatever is missing, the client gets a code or its outputs, twice alike; with a table that lacks nothing a session
-/// works, unless it is a compiler that is missing.
+/// Whatever is missing, the client gets an error code or its outputs, the same twice in a row. With a complete table a
+/// session works, unless a compiler is missing.
 class LackingIsToldToTheClient : public Lacking
 {
     void TestBody() override
@@ -144,7 +144,7 @@ class LackingIsToldToTheClient : public Lacking
     }
 };
 
-/// Only the processes that have such a platform have this test.
+/// Only processes with such a platform have this test.
 const bool s_bLacking = !Ask("KESTREL_TEST_PLATFORM").empty();
 const testing::TestInfo* const s_pLacking =
     s_bLacking ? testing::RegisterTest("Lacking", "IsToldToTheClient", nullptr, nullptr, __FILE__, __LINE__,
@@ -181,7 +181,7 @@ protected:
                 ASSERT_TRUE(CopyWithoutSymbol(strReal, copy, strSymbol)) << strSymbol;
             }
         }
-        // The client opens its own in any case; the debugger finds by name what lies in a folder after it.
+        // The client opens its platform by path; the debugger finds what is in a later folder by name.
         const std::filesystem::path found = m_folder / "found";
         std::filesystem::remove_all(found);
         std::filesystem::create_directories(found);
@@ -221,7 +221,7 @@ protected:
     size_t m_nRefused = 0;
 };
 
-/// The names that a library of the platform exports and that begin with a prefix.
+/// The symbols that a library of the platform exports and that begin with a prefix.
 std::vector<std::string> ListSymbols(const char* pszLibrary, const std::vector<const char*>& vNames)
 {
     std::vector<std::string> vSymbols;

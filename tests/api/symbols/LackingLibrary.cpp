@@ -17,7 +17,7 @@ Header ReadAt(const std::string& strImage, size_t nOffset)
     return header;
 }
 
-/// The string table that the dynamic symbols name.
+/// The string table used by the dynamic symbols.
 Elf64_Shdr FindDynamicStrings(const std::string& strImage)
 {
     const Elf64_Ehdr image = ReadAt<Elf64_Ehdr>(strImage, 0);

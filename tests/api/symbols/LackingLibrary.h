@@ -3,8 +3,8 @@
 
 #include <string>
 
-/// Copies a shared library without one of the symbols that it exports: the name in its dynamic string table (ELF gABI,
-/// section ".dynstr") begins with "_" in the copy.
+/// Copies a shared library without one of its exported symbols: in the copy, the name in the dynamic string table (ELF
+/// gABI, section ".dynstr") begins with "_".
 /// \return false if the library exports no such symbol or a file can't be read or written
 bool CopyWithoutSymbol(const std::string& strFrom, const std::string& strTo, const std::string& strSymbol);
 

@@ -90,7 +90,7 @@ TEST_F(Enqueue, PlainLaunchesOnAnInterceptedQueueRunAsUsual)
     EXPECT_EQ(m_fake.vRuns, std::vector<std::string>{"k"});
 }
 
-/// A launch that waits for a command that fails never comes to the intercept.
+/// A launch that waits for a failing command never reaches the intercept.
 TEST_F(Enqueue, ALaunchThatIsAbortedLeavesNoSession)
 {
     CFakeCL::SObject* pAwaited = m_fake.New("event");
@@ -133,8 +133,8 @@ TEST_F(Enqueue, ATableThatIsntCompleteTakesTheFallbackPath)
     EXPECT_EQ(CommandInterceptCallback(nullptr, nullptr), 0);
 }
 
-/// Each call of the runtime fails once, from the enqueue to the end of the session. Whatever comes of it, the
-/// session is gone after it, every object has been released, and a successful enqueue has run the kernel.
+/// Each call of the runtime fails once, from the enqueue to the end of the session. In every case the session ends,
+/// every object is released, and a successful enqueue has run the kernel.
 TEST_F(Enqueue, NothingLeaksWhateverCallFails)
 {
     for (const bool bFallback : {false, true})
@@ -160,7 +160,8 @@ TEST_F(Enqueue, NothingLeaksWhateverCallFails)
             EXPECT_EQ(CFakeCL::Owner().nRefs, 1) << strWhere;
             if (nCode == CL_SUCCESS)
             {
-                // A platform that can't be asked counts as one without the intercept, so the empty kernel may be there.
+                // If the platform's extensions can't be queried, it counts as one without the intercept, so the empty
+                // kernel may exist.
                 EXPECT_EQ(std::count(m_fake.vRuns.begin(), m_fake.vRuns.end(), "k"), 1) << strWhere;
             }
             if (bThrough)

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-/// A debugger that stops a given number of times, notes what it is asked for and hands out what a test has
-/// put into it.
+/// A debugger that stops a given number of times, records what it is asked for, and returns what a test has put into
+/// it.
 class CScriptedDebugger : public OVK_ShaderDebugger::CShaderDebuggerBase
 {
 public:
@@ -81,7 +81,7 @@ public:
 
     bool CountActive(size_t& /*nActive*/) const override { return false; }
 
-    // What a session of one shader answers is of no interest here.
+    // Queries of a session that these tests don't cover.
     using CShaderDebuggerBase::GetShaderInfo;
     using CShaderDebuggerBase::GetShaderText;
     bool GetShaderText(const void*, size_t, std::string&, OVK_ShaderDebugger::Mode) override { return false; }
@@ -106,7 +106,7 @@ public:
     }
     size_type GetBreakPointsAsInstructionNumbers(std::set<unsigned int>*) const override { return 0; }
 
-    /// A result of whole bytes.
+    /// A result that consists of bytes.
     OVK_ShaderDebugger::CShaderDebuggerBuffer& AddResult(const std::string& strName, size_t nSize)
     {
         OVK_ShaderDebugger::BufferDesc desc;
@@ -125,7 +125,7 @@ public:
     std::set<unsigned int> lines;
     std::vector<std::string> vActive;
     std::map<std::string, std::unique_ptr<OVK_ShaderDebugger::CShaderDebuggerBuffer>> results;
-    std::vector<std::string>* pDone = nullptr; ///< gets the movements, and how the run was ended
+    std::vector<std::string>* pDone = nullptr; ///< receives the movements, and how the run was ended
 
 private:
     bool Move(const char* pszWhat)

@@ -35,7 +35,7 @@ protected:
     cl_int Debug(const std::function<ovkclDebugCommand(ovkclDebugContext, ovkclDebugEvent)>& client,
                  cl_event* pEvent = nullptr);
 
-    /// The same with answers in order, the last one for ever.
+    /// The same with a list of answers, the last of which is repeated.
     cl_int Debug(const std::vector<int>& vAnswers);
 
     /// Runs queries at the first halt.

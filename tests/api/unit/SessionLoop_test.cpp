@@ -25,7 +25,7 @@ protected:
         }
     }
 
-    /// What runs on the device besides the kernels named: on the fallback path the empty kernel first.
+    /// The expected runs: the named kernels, and on the fallback path the empty kernel before them.
     Texts Runs(Texts vKernels) const
     {
         if (!GetParam())
