@@ -8,7 +8,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// A kernel whose function has this body; the declarations stand in its main body.
+/// A kernel whose function has this body; the declarations are in its main body.
 std::string Kernel(const std::string& strBody, const std::string& strDecls = "")
 {
     return "il_cs_2_0\ndcl_cb cb0[10]\n" + strDecls +
@@ -34,9 +34,9 @@ struct SRegisterCase
 {
     const char* pszName;
     std::string strBody;
-    Numbers vTemps; ///< the debugger's, in order: five by role, then the loop counters
+    Numbers vTemps; ///< the debugger's own, in order: five by role, then the loop counters
     Numbers vLiterals;
-    size_t nUnwritten = 0; ///< temps that are read first by an instruction that writes none, which is logged
+    size_t nUnwritten = 0; ///< temps first read by an instruction that writes none, which is logged
 };
 
 class RegisterAllocation : public testing::TestWithParam<SRegisterCase>
@@ -94,7 +94,7 @@ TEST(Analysis, GivesEachLoopDepthAComponent)
 {
     CTestKernel kernel(Kernel(Repeat("whileloop\n", 6) + Repeat("break\nendloop\n", 6)));
     ASSERT_TRUE(kernel.IsAnalyzed());
-    // Behind the five temps and the five literals by role.
+    // These come after the five temps and the five literals by role.
     const unsigned int expected[][3] = {{5, COMP_x, 5}, {5, COMP_y, 5}, {5, COMP_z, 5},
                                         {5, COMP_w, 5}, {6, COMP_x, 6}, {6, COMP_y, 6}};
 
@@ -171,14 +171,14 @@ const SUavCase s_UavCases[] = {
 INSTANTIATE_TEST_SUITE_P(Kernels, UavAllocation, testing::ValuesIn(s_UavCases),
                          [](const auto& test) { return std::string(test.param.pszName); });
 
-/// What a refused kernel says. Every refusal leaves a message for the client; some leave it in ShaderInfo too.
+/// How a kernel is refused. Every refusal gives the client a message; some also go to ShaderInfo.
 struct SRefusal
 {
     const char* pszName;
     std::string strText;
     const char* pszLastError;
     bool bInShaderInfo;
-    const char* pszLogged; ///< stands in an assertion; null for none
+    const char* pszLogged; ///< part of an assertion; null for none
 };
 
 class Refusal : public testing::TestWithParam<SRefusal>
@@ -277,7 +277,7 @@ INSTANTIATE_TEST_SUITE_P(Kernels, Refusal, testing::ValuesIn(s_Refusals),
 
 TEST(Analysis, RefusesTooManyRegisters)
 {
-    // 65,536 less the debugger's five: one temp more than there is room for.
+    // 65,536 minus the debugger's five, plus one: one temp too many.
     std::vector<unsigned int> vTokens = Assemble("il_cs_2_0\ndcl_cb cb0[10]\ndcl_max_thread_per_group 64\n");
     const size_t nHead = vTokens.size();
 
@@ -351,7 +351,7 @@ TEST(Analysis, NotesFunctionsLinesAndDeclarations)
     EXPECT_EQ(shader.m_FunctionScope.at(1), 0u);
     EXPECT_EQ(shader.m_FunctionScope.at(2), 1024u);
     EXPECT_EQ(shader.m_nRuntimeABIConstantBufferSize, 10u);
-    EXPECT_EQ(shader.m_nKernelABIConstantBufferSize, 1u); // of the metadata, whatever dcl_cb says
+    EXPECT_EQ(shader.m_nKernelABIConstantBufferSize, 1u); // from the metadata, whatever dcl_cb says
 
     const Declarations& decls = shader.m_DeclsFuncScopeMap.at(1024);
     EXPECT_EQ(decls.m_ConstantBufferSizes, (std::map<unsigned int, unsigned int>{{2, 4}}));
@@ -430,7 +430,7 @@ TEST(Analysis, KnowsTheKernelsMacroByItsComment)
     for (const char* pszOther : {"mdef(1)_outline\nmov r0, r2\n", "mdef(2)_outline\n;\n", "mdef(4)_outline\n;other\n",
                                  "mdef(5)_mod(0x0)\n;k\n"})
     {
-        strText += std::string(pszOther) + "mend\nfunc 8\nendfunc\n"; // macros in a row are skipped together
+        strText += std::string(pszOther) + "mend\nfunc 8\nendfunc\n"; // consecutive macros are skipped together
     }
 
     CTestKernel kernel(strText + "mdef(3)_outline\n;k\nmov r0, r1\nmend\nend\n");
@@ -484,7 +484,7 @@ TEST(Analysis, SurvivesEveryFlippedBit)
         EXPECT_EQ(kernel.IsAnalyzed(), kernel.Host().strLastError.empty()) << nBit;
     }
 
-    // Most bits are operands and values: they change the kernel, not whether it is one.
+    // Most bits are operands and values: changing them changes the kernel, but it stays valid.
     EXPECT_GT(nAnalyzed, vTokens.size() * 16);
 }
 

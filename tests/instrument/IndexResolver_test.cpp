@@ -6,7 +6,7 @@ namespace OVK_ShaderDebugger
 namespace
 {
 
-/// A body that ends in a write of "x0[r1.x]" or of another indexed register, and what the index comes to.
+/// A body that ends in a write of "x0[r1.x]" or another indexed register, and the value of the index.
 struct SIndexCase
 {
     const char* pszName;

@@ -14,7 +14,7 @@ struct SMetadataPatch
 {
     const char* pszName;
     SKernelSetup setup;
-    std::string strAdded; ///< the lines that stand after the kernel's own arguments
+    std::string strAdded; ///< the lines after the kernel's own arguments
     unsigned int nUavId;
 };
 

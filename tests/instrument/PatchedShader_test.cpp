@@ -15,7 +15,7 @@ const std::string s_strKernel = "il_cs_2_0\ndcl_cb cb0[10]\ncall 1024\nendmain\n
                                 "dcl_max_thread_per_group 64\nmov r0, vTidInGrp\niadd r0.x, r0.x, r0.x\nret\nendfunc\n"
                                 "mdef(5)_outline\n;k\nmov r1, r0\nmend\nend\n";
 
-/// A program with the kernel k and a neighbour, both with local memory.
+/// A program with the kernel k and a second one, both with local memory.
 std::vector<char> MakeProgram(const std::string& strText)
 {
     SKernelSetup setup;
@@ -38,7 +38,7 @@ class PatchedImage : public testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        // The conversions open the compiler library by its plain name, which finds one that is already there.
+        // The conversions open the compiler library by its name, which finds the one that is open already.
         static void* const s_pCompiler = dlopen(KestrelTest::PlatformFile("libovkocl12cl64.so").c_str(), RTLD_NOW);
         ASSERT_NE(s_pCompiler, nullptr) << dlerror();
     }
@@ -91,7 +91,7 @@ TEST_F(PatchedImage, StaysWhenTheNextOneFails)
     EXPECT_EQ(shader.GetPatchedShader(), pFirst);
     EXPECT_EQ(shader.GetPatchedShaderSize(), nSize);
 
-    // The same target gives the same image, whatever was patched in between.
+    // The same target gives the same image, whatever was patched before.
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(4), vRegs), nullptr);
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(3), vRegs), nullptr);
     const char* pBytes = reinterpret_cast<const char*>(shader.GetPatchedShader());
@@ -135,7 +135,7 @@ TEST_F(PatchedImage, OfAnotherKindKeepsWhatTheDebuggerDoesNotReplaceThere)
     const std::string strBehind = "endmain\nfunc 7\ndcl_cb cb1[4]\ndcl_raw_uav_id(3)\nret\nendfunc\nend\n";
     const std::vector<unsigned int> vTokens =
         Assemble("il_ps_2_0\n" + strDeclarations + "mov r1, l9\nmov r2, l9\n" + strBehind);
-    CTestShader shader(nullptr, vTokens.data(), vTokens.size() * sizeof(unsigned int)); // and nobody to tell
+    CTestShader shader(nullptr, vTokens.data(), vTokens.size() * sizeof(unsigned int)); // without a host to report to
     ASSERT_TRUE(shader.AnalyzeShader());
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(0), {Register(RT_Temp, 1, COMP_x)}), nullptr);
     const std::string strPatched =

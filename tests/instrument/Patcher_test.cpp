@@ -15,7 +15,7 @@ const std::string s_strFolder = KestrelTest::SourceFile("tests/instrument/");
 enum ECapture
 {
     CAPTURE_Written, ///< what the target writes
-    CAPTURE_Two,     ///< that, nothing, and r0
+    CAPTURE_Two,     ///< the same register, none, and r0
     CAPTURE_Private, ///< two elements of the target's private array
 };
 
@@ -36,7 +36,7 @@ struct SGolden
     std::vector<unsigned int> vPasses = {};
     ECapture eCapture = CAPTURE_Written;
     SKernelSetup setup = {};
-    std::vector<SCall> vCalls = {}; ///< the innermost first
+    std::vector<SCall> vCalls = {}; ///< innermost first
 };
 
 std::ostream& operator<<(std::ostream& stream, const SGolden& golden)
@@ -197,7 +197,8 @@ const std::pair<const char*, SKernelSetup> s_Kernels[] = {
     {"calls", {}},  {"macro_first", {}}, {"conditions", {}}, {"repeated", {}},           {"forms", {}},
 };
 
-/// A well-formed stream has every block closed in its function, nothing after the end, and the two stores once.
+/// In a well-formed stream every block is closed within its function, nothing follows the end, and the two stores occur
+/// once.
 void ExpectWellFormed(const std::vector<unsigned int>& vPatched, CFakeHost& host)
 {
     CInputTokenStream<unsigned int> src(&host, vPatched.data(), vPatched.size());

@@ -21,7 +21,7 @@
 namespace OVK_ShaderDebugger
 {
 
-/// What the metadata of a test kernel says. The defaults are those of the newer device with one buffer.
+/// The metadata of a test kernel. The defaults describe the newer device with one buffer.
 struct SKernelSetup
 {
     std::string strDevice = "quench";
@@ -85,7 +85,7 @@ inline std::vector<std::string> SplitLines(const std::string& strText)
     return vLines;
 }
 
-/// A kernel binary with binary IL, as the debugger is given it.
+/// A kernel binary with binary IL, as the debugger receives it.
 inline std::vector<char> MakeImage(const std::vector<unsigned int>& vTokens, const std::string& strMetadata,
                                    const std::string& strName = "k")
 {
@@ -99,7 +99,7 @@ inline std::vector<char> MakeImage(const std::vector<unsigned int>& vTokens, con
     return elf.Write();
 }
 
-/// The lower storeys with everything open, for tests.
+/// The lower layers, with all members public for tests.
 class CTestShader : public CEnginelessShader
 {
 public:
@@ -135,7 +135,7 @@ public:
     const ShaderInfo& Info() const { return m_ShaderInfo; }
 };
 
-/// A kernel made of IL text, analysed, with its host.
+/// A kernel from IL text, analysed, with its host.
 class CTestKernel
 {
 public:
@@ -155,7 +155,7 @@ public:
     CFakeHost& Host() { return m_Host; }
     CTestShader& Shader() { return m_Shader; }
 
-    /// The instruction that stands n-th (from 0) under this text in the kernel. A line of text is one item.
+    /// The n-th instruction (from 0) with this text in the kernel. Each line of text is one item.
     InstructionNumber Find(const std::string& strLine, size_t n = 0) const
     {
         for (const auto& entry : m_Shader.m_PC_LineNumberMap.left)
@@ -170,8 +170,8 @@ public:
         return 0;
     }
 
-    /// A position with the passes of the loops around it, the outermost first; loops that aren't given are in their
-    /// first pass.
+    /// A position with the passes of the loops around it, outermost first; loops without a given pass are in their
+    /// first one.
     ProgramCounter At(InstructionNumber nPos, const std::vector<unsigned int>& vPasses = {}) const
     {
         ProgramCounter pc(nPos);

@@ -5,7 +5,7 @@
 
 #include <string>
 
-/// Where a stand-in for a library lies.
+/// The path of a stand-in library.
 inline std::string Library(const std::string& strName)
 {
     return KestrelTest::BuiltFile("tests/modules/libraries/lib") + strName + ".so";

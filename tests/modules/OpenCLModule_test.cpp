@@ -13,7 +13,7 @@
 namespace
 {
 
-/// Every function of the fake runtime gives its own name.
+/// Every function of the fake runtime returns its own name.
 template <class Entry>
 std::string NameOf(Entry pEntry)
 {
@@ -79,7 +79,7 @@ TEST(OpenCLModule, EveryEntryIsTheFunctionOfItsNameAndGoesToItsSlot)
     EXPECT_EQ(NameOf(table.clCreateSubDevicesEXT), "clCreateSubDevicesEXT");
     EXPECT_EQ(NameOf(table.clSetKernelExecInfo), "clSetKernelExecInfo");
 
-    // What the fake runtime has, by the sizes of its families.
+    // The functions of the fake runtime, by the sizes of their families.
     std::ostringstream text;
     text << module;
     int nSet = 0;
@@ -102,7 +102,7 @@ TEST(OpenCLModule, AClientsTableCountsAndComesBackWhole)
     EXPECT_TRUE(module.IsExtensionSupported(OpenCLModule::OpenCL_khr_gl_event));
     EXPECT_FALSE(module.IsExtensionSupported(OpenCLModule::OpenCL_khr_d3d10_sharing));
 
-    // All slots but the six of the oldest sharing extension, and those after version 2.0.
+    // All slots except the six of the oldest sharing extension and those after version 2.0.
     cl_icd_dispatch_table back = {};
     module.GetAsCLDispatchTable(back);
     const auto* pBack = reinterpret_cast<const unsigned char*>(&back);

@@ -23,7 +23,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// One operand, as it is written.
+/// One operand in its written form.
 struct SOperand
 {
     std::string strFile; ///< "r", "x", "l", "vTidInGrp", "mem", ...
@@ -33,7 +33,7 @@ struct SOperand
     std::string strIndex;      ///< the register of a run-time index, "" for none
     char cIndex = 'x';         ///< its component
     std::string strComponents; ///< of a source or a destination; "" for all
-    std::string strNegated;    ///< components after the swizzle whose sign is turned
+    std::string strNegated;    ///< components negated after swizzling
 };
 
 struct SInstruction
@@ -46,19 +46,19 @@ struct SInstruction
     std::vector<SOperand> vOperands;
 };
 
-/// A body is a range of instructions: a function's from after "func" to "endfunc", a macro's all.
+/// A range of instructions: for a function from after "func" to "endfunc", for a macro all of them.
 struct SBody
 {
     uint32_t nFirst = 0;
     uint32_t nEnd = 0;
 };
 
-/// A kernel's text taken apart.
+/// A parsed kernel.
 class CKernelText
 {
 public:
-    /// \param strText  one kernel with its metadata, as a program's source has it
-    /// \throws CReferenceError for what it doesn't know
+    /// \param strText  one kernel with its metadata, as in a program's source
+    /// \throws CReferenceError for anything unknown
     explicit CKernelText(const std::string& strText);
 
     const std::vector<SInstruction>& GetInstructions() const { return m_vInstructions; }
@@ -68,7 +68,7 @@ public:
     const std::map<uint32_t, uint32_t>& GetArrays() const { return m_mapArrays; }   ///< elements by array
     const std::map<uint32_t, uint32_t>& GetPrivate() const { return m_mapPrivate; } ///< bytes by private UAV
     const std::map<uint32_t, uint32_t>& GetLocal() const { return m_mapLocal; }     ///< bytes by local memory
-    /// The end of the block that an instruction opens, and its else if there is one (or the end).
+    /// The end of the block that an instruction opens, and its else (the end if there is none).
     uint32_t GetEnd(uint32_t nStart) const { return m_mapEnds.at(nStart); }
     uint32_t GetElse(uint32_t nStart) const;
 

@@ -9,15 +9,15 @@ namespace KestrelTest
 namespace
 {
 
-/// How a load or store stands in the text and what it moves.
+/// The written form of a load or store, and what it moves.
 struct SAccess
 {
     bool bStore;
     bool bNamesMemory;      ///< a store whose first operand is "mem"
     bool bAllComponents;    ///< words by the mask; else one value, component x
     size_t nBytes;          ///< of a value
-    bool bSigned;           ///< loads extend the sign
-    bool bInPlace = false;  ///< each component has a place of its own, whether the others are named or not
+    bool bSigned;           ///< loads are sign-extended
+    bool bInPlace = false;  ///< each component has its own place, even if others are left out
     bool bTwoParts = false; ///< the address is the sum of two operands
 };
 
@@ -100,7 +100,7 @@ const std::map<std::string, Update> s_Updates = {
     {"udec", [](uint32_t nOld, uint32_t a, uint32_t) { return nOld == 0 || nOld > a ? a : nOld - 1; }},
     {"dec", [](uint32_t nOld, uint32_t a, uint32_t) { return nOld == 0 || nOld > a ? a : nOld - 1; }},
     {"mskor", [](uint32_t nOld, uint32_t a, uint32_t b) { return (nOld & ~a) | b; }},
-    // Where one of the two is NaN nothing is smaller or larger, and what is there stays.
+    // If either is NaN, neither is smaller or larger, and the old value stays.
     {"fmin", [](uint32_t nOld, uint32_t a, uint32_t) { return Float(a) < Float(nOld) ? a : nOld; }},
     {"fmax", [](uint32_t nOld, uint32_t a, uint32_t) { return Float(a) > Float(nOld) ? a : nOld; }},
 };

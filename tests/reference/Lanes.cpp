@@ -85,7 +85,7 @@ Words CLanes::ReadId(const std::string& strFile, size_t nItem) const
     return {id[0], id[1], id[2], 0};
 }
 
-/// cb0: the global sizes in element 0, the local ones in element 1. cb1: an address an element.
+/// cb0: the global sizes in element 0, the local ones in element 1. cb1: an address in each element.
 Words CLanes::ReadConstant(const SOperand& operand) const
 {
     if (operand.nNumber == 0 && operand.nIndex < 2)
@@ -195,7 +195,7 @@ uint32_t MaskOf(bool bHolds)
     return bHolds ? 0xFFFFFFFF : 0;
 }
 
-// Component by component, in the document's order.
+// Component by component, in the order of docs/il.md.
 const std::map<std::string, Operation> s_Operations = {
     {"mov", [](uint32_t a, uint32_t, uint32_t) { return a; }},
     {"inot", [](uint32_t a, uint32_t, uint32_t) { return ~a; }},

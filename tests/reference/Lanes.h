@@ -11,7 +11,7 @@ inline int32_t Signed(uint32_t nValue)
     return static_cast<int32_t>(nValue);
 }
 
-/// What instructions without flow control do, one work-item after the other.
+/// Executes instructions without control flow, for one work-item after the other.
 class CLanes
 {
 public:
@@ -21,7 +21,7 @@ public:
     const SReferenceState& GetState() const { return m_State; }
     /// An operand's four components for one work-item, after its swizzle.
     Words Read(const SOperand& operand, size_t nItem) const;
-    /// \throws CReferenceError for an instruction that the machine doesn't know
+    /// \throws CReferenceError for an unknown instruction
     void Execute(const SInstruction& instruction, const Mask& active);
 
 private:
@@ -33,7 +33,7 @@ private:
     bool Calculate(const SInstruction& instruction, size_t nItem);
     bool AccessMemory(const SInstruction& instruction, size_t nItem);
     bool UpdateMemory(const SInstruction& instruction, size_t nItem);
-    /// Where an address lies, with nBytes after it; null outside of all memory.
+    /// The memory at an address, nBytes long; null if it isn't within any memory.
     unsigned char* Find(const SInstruction& instruction, const Words& address, size_t nItem, size_t nBytes);
 
     const CKernelText& m_Text;

@@ -128,7 +128,7 @@ Mask CMachine::RunOne(uint32_t nInstruction, const Mask& active)
     return active;
 }
 
-/// Who fulfils the condition of an instruction that has one; all if it has none.
+/// The work-items for which an instruction's condition is true; all if it has none.
 Mask CMachine::Holds(const SInstruction& instruction, const Mask& active) const
 {
     const bool bNotZero = instruction.strName.find("_logicalnz") != std::string::npos;
@@ -245,7 +245,7 @@ Mask CMachine::RunSwitch(uint32_t nStart, const Mask& active)
         present = RunRange(vLabels[nLabel] + 1, vLabels[nLabel + 1], present);
     }
     m_vBreakable.pop_back();
-    // Those whose selector nothing names have waited.
+    // Work-items whose selector matches no case have waited.
     Mask behind = Or(Or(present, left.vBroken), Without(active, entered));
     if (Any(behind))
     {
@@ -259,7 +259,7 @@ Mask CMachine::Jump(uint32_t nInstruction, const Mask& active)
     const SInstruction& instruction = m_Text.GetInstructions()[nInstruction];
     const Mask leaving = Holds(instruction, active);
     Mask staying = Without(active, leaving);
-    // Who returns is active nowhere until the body's end.
+    // Work-items that return aren't active anywhere until the body's end.
     if (!StartsWith(instruction.strName, "ret"))
     {
         const bool bBreak = StartsWith(instruction.strName, "break");
@@ -291,7 +291,7 @@ void CMachine::Call(uint32_t nInstruction, const Mask& active)
     {
         return;
     }
-    // Macros with operands aren't made.
+    // Macros with operands aren't supported.
     std::vector<SLeft*> vBreakable;
     std::vector<SLeft*> vLoops;
     m_vBreakable.swap(vBreakable);

@@ -8,20 +8,20 @@
 namespace KestrelTest
 {
 
-/// One executed position, just after its instruction.
+/// One executed position, directly after its instruction.
 struct SMoment
 {
     SPosition position;
     std::string strName; ///< of the instruction
-    Mask vBefore;        ///< who came to the instruction
-    Mask vAfter;         ///< who is active after it
+    Mask vBefore;        ///< work-items that reached the instruction
+    Mask vAfter;         ///< work-items active after it
 
-    bool IsEmpty() const;     ///< nobody is active after it
-    bool IsUnreached() const; ///< and nobody came to it
+    bool IsEmpty() const;     ///< none is active after it
+    bool IsUnreached() const; ///< and none reached it
 };
 
-/// A second reading of docs/il.md: runs a kernel in lockstep, all work-items of the dispatch together,
-/// and tells each position in the order of execution. It holds for kernels whose work-groups don't
+/// An independent implementation of docs/il.md: runs a kernel in lockstep, all work-items of the dispatch
+/// together, and reports each position in the order of execution. Valid for kernels whose work-groups don't
 /// see each other's writes.
 class CMachine
 {
@@ -30,12 +30,12 @@ public:
 
     CMachine(const CKernelText& text, const SReferenceLaunch& launch);
 
-    /// \throws CReferenceError for an instruction that the machine doesn't know, or a run too long
+    /// \throws CReferenceError for an unknown instruction, or a run that takes too long
     void Run(const OnMoment& onMoment);
     const SReferenceState& GetState() const { return m_Lanes.GetState(); }
 
 private:
-    /// Who has left a loop or switch, or a loop's pass.
+    /// The work-items that have left a loop, one of its passes, or a switch.
     struct SLeft
     {
         Mask vBroken;

@@ -11,7 +11,7 @@
 namespace KestrelTest
 {
 
-/// Loops around an instruction in its own function: start and pass, outermost first.
+/// The loops around an instruction in its own function: start and pass, outermost first.
 typedef std::vector<std::pair<uint32_t, uint32_t>> Loops;
 
 /// A dynamic position: an instruction and the passes of the loops around it, in a certain call of its function.

@@ -9,7 +9,7 @@
 namespace KestrelTest
 {
 
-/// Notes one attempt of a way of attack in the test's record, where scripts/attacks reads it.
+/// Records one attempt of a way of attack in the test's properties, which scripts/attacks reads.
 inline void CountAttack(const std::string& strWay)
 {
     static const testing::TestInfo* s_pTest = nullptr;

@@ -3,7 +3,7 @@
 
 #include "instrument/InstrumentedShaderIL.h"
 
-/// Analysis and patcher of a kernel with nothing above them: it doesn't move and isn't shown.
+/// Analysis and patching of a kernel without the layers above: it can't be stepped or shown.
 class CEnginelessShader : public OVK_ShaderDebugger::CInstrumentedShaderIL
 {
 public:

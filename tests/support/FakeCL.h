@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-/// An OpenCL runtime in one file: objects with reference counts and contents, every call recorded, any call
-/// made to fail on demand. Kernels don't compute; a launch is noted. One runtime in the process, one thread.
+/// An OpenCL runtime in one file: objects with reference counts and contents; every call is recorded, and can be made
+/// to fail on demand. Kernels don't compute; a launch is only recorded. One runtime in the process, one thread.
 class CFakeCL
 {
 public:
@@ -45,7 +45,7 @@ public:
         return s_fake;
     }
 
-    /// Everything as in the beginning; objects that are alive are dropped.
+    /// Resets everything to its initial state, and drops live objects.
     void Reset()
     {
         for (SObject* pObject : live)
@@ -56,14 +56,14 @@ public:
         Get() = CFakeCL();
     }
 
-    /// The context and program of every kernel. One reference is its own.
+    /// The context and program of every kernel. One reference is the fixture's own.
     static SObject& Owner()
     {
         static SObject s_owner;
         return s_owner;
     }
 
-    /// Whether every object is gone, and nobody holds the owner of the kernels.
+    /// Whether every object is released, and nothing references the owner of the kernels.
     bool IsAllReleased() const { return live.empty() && Owner().nRefs == 1; }
 
     // Settings.
@@ -81,7 +81,7 @@ public:
     bool bVersion20 = false;
     std::function<void(SObject&)> onRun; ///< called for each launch that runs
 
-    // What has happened.
+    // Recorded events.
     std::vector<std::string> vCalls;
     std::vector<std::string> vRuns; ///< kernels that ran
     std::vector<SPending> vPending; ///< launches that wait for the intercept
@@ -90,7 +90,7 @@ public:
     std::vector<cl_context_properties> vContextProperties; ///< of the last context
     const size_t* pLastLocalSize = nullptr;
 
-    /// The nCall-th call from now on of an entry, or of any with an empty name, gives nCode.
+    /// Makes the nCall-th call from now of an entry (of any if the name is empty) give nCode.
     void Fail(const std::string& strEntry, size_t nCall, cl_int nCode)
     {
         m_strFail = strEntry;
@@ -98,7 +98,7 @@ public:
         m_nFailCode = nCode;
     }
 
-    /// Whether a failure that was asked for hasn't come yet.
+    /// Whether a requested failure hasn't happened yet.
     bool IsFailurePending() const { return m_nFailCall != 0; }
 
     size_t CountCalls(const std::string& strEntry) const
@@ -161,7 +161,7 @@ public:
         return pKernel;
     }
 
-    /// Lets the commands that wait for the intercept come to the head of their queue.
+    /// Lets the commands that wait for the intercept reach the head of their queue.
     /// \param nStatus  CL_COMPLETE, or the failure of a command that they wait for
     void RunPending(cl_int nStatus = CL_COMPLETE)
     {
@@ -193,10 +193,10 @@ public:
     }
     cl_int nLastEventCode = CL_SUCCESS;
 
-    /// The table: everything of 1.2 that this runtime has, and a place-holder for every other entry.
+    /// The table: everything of version 1.2 that this runtime has, and a placeholder for every other entry.
     cl_icd_dispatch_table Table();
 
-    /// Makes it the runtime of the debugger's core.
+    /// Makes it the runtime that the debugger's core uses.
     void Install() { OVK_ShaderDebugger::SetCLDispatchTable(Table()); }
 
 private:
@@ -212,7 +212,7 @@ private:
         return CL_SUCCESS;
     }
 
-    /// \return whether the call goes on
+    /// \return whether the call proceeds
     static bool EnterCreate(const char* pszEntry, cl_int* pnCode)
     {
         const cl_int nCode = Enter(pszEntry);

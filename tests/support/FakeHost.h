@@ -11,13 +11,13 @@
 namespace OVK_ShaderDebugger
 {
 
-/// A host for tests of what lies above the device. It keeps what is logged, and answers from its fields. Without a
-/// device and a debugger it stands in for the debugger as well: it is its own host and keeps the last error. With a
-/// device and a registered debugger it forwards to both as a real host does.
+/// A host for tests of the layers above the device. It keeps log messages, and answers from its fields. Without a
+/// device and a debugger it also stands in for the debugger: it is its own host and keeps the last error. With a device
+/// and a registered debugger it forwards to both, like a real host.
 class CFakeHost : public CShaderDebuggerHost
 {
 public:
-    /// Takes over the device, which may be null.
+    /// Takes ownership of the device, which may be null.
     explicit CFakeHost(CShaderDebuggerDevice* pDevice = nullptr) : CShaderDebuggerHost(pDevice) {}
 
     bool ExecuteShader() override
@@ -56,7 +56,7 @@ public:
         CShaderDebuggerHost::SetLastError(strError);
     }
 
-    /// How often a text stands in the messages of a type.
+    /// How often a text occurs in the messages of a type.
     size_t CountLog(LogType type, const std::string& strText) const
     {
         size_t nCount = 0;

@@ -3,16 +3,16 @@
 
 #include <string>
 
-/// Where the files of this build lie, as absolute paths. Folders.cpp alone is compiled with them, so that all other
-/// objects are the same in every clone.
+/// The paths of this build's files, absolute. Only Folders.cpp is compiled with them, so that all other objects are the
+/// same in every clone.
 namespace KestrelTest
 {
 
-/// A file of the project, named from its root.
+/// A file of the project, by its path from the root.
 std::string SourceFile(const std::string& strName);
-/// A file that was built, named from the build folder.
+/// A file that was built, by its path from the build folder.
 std::string BuiltFile(const std::string& strName);
-/// A file of the software platform, named from its folder.
+/// A file of the software platform, by its path from the platform's folder.
 std::string PlatformFile(const std::string& strName);
 /// The software platform's folder, without a slash at its end.
 std::string PlatformFolder();

@@ -16,7 +16,7 @@
 namespace KestrelTest
 {
 
-/// A call of the runtime that a test needs to work, and that didn't.
+/// A failed call of the runtime that a test needs.
 class COpenCLFailure : public std::runtime_error
 {
 public:
@@ -50,14 +50,14 @@ private:
     std::shared_ptr<std::remove_pointer_t<cl_mem>> m_pMem;
 };
 
-/// `__local` memory of so many bytes as an argument.
+/// `__local` memory of this size as an argument.
 struct SLocalBytes
 {
     size_t nBytes;
 };
 
-/// With KESTREL_CHECK_BINARIES=1, what the system's readers of debug data find wrong with a binary fails the test; one
-/// that a debugger has made has none.
+/// With KESTREL_CHECK_BINARIES=1, complaints of the system's readers of debug data about a binary fail the test. A
+/// binary that a debugger has made has no debug data.
 inline void CheckDebugData(const std::vector<char>& vBinary)
 {
     const std::string_view bytes(vBinary.data(), vBinary.size());
@@ -67,7 +67,7 @@ inline void CheckDebugData(const std::vector<char>& vBinary)
     }
 }
 
-/// One device with a context and a queue, as a host program has it. Its functions throw COpenCLFailure.
+/// One device with a context and a queue, as in a host program. Its functions throw COpenCLFailure.
 class COpenCLDevice
 {
 public:
@@ -129,7 +129,7 @@ public:
         return vContents;
     }
 
-    /// A 2D image, its rows without gaps. \param pPixels null for zeros
+    /// A 2D image whose rows follow each other directly. \param pPixels null for zeros
     CDeviceBuffer Image2D(const cl_image_format& format, size_t nWidth, size_t nHeight, const void* pPixels)
     {
         cl_image_desc desc = {};
@@ -155,7 +155,7 @@ public:
         return vPixels;
     }
 
-    /// What a program was built to for this device.
+    /// The binary of a program for this device.
     std::vector<char> Binary(cl_program program)
     {
         size_t nSize = 0;
@@ -273,7 +273,7 @@ private:
     cl_program m_program = nullptr;
 };
 
-/// A file of the project, whole. \param strPath relative to the project's folder
+/// The contents of a file of the project. \param strPath relative to the project's folder
 inline std::string ReadProjectFile(const std::string& strPath)
 {
     std::ifstream file(KestrelTest::SourceFile(strPath), std::ios::binary);

@@ -1,5 +1,5 @@
-// A test program that runs a part of its tests, and starts itself again with a test for a process of its own: that one
-// mustn't count as another part's. So what the part is leaves the environment once it is known.
+// A test program that runs a part of its tests, and starts itself again for tests that need their own process. Those
+// must not be taken for another part's, so the part's variables are removed from the environment once they are read.
 
 #include <gtest/gtest.h>
 

@@ -18,7 +18,7 @@
 namespace OVK_ShaderDebugger
 {
 
-/// Counts the calls of a device and of its buffers, and lets one fail.
+/// Counts the calls of a device and its buffers, and can make one fail.
 struct SSimtCalls
 {
     enum EKind
@@ -104,11 +104,11 @@ public:
 private:
     std::shared_ptr<Bytes> m_pBytes;
     std::shared_ptr<SSimtCalls> m_pCalls;
-    void* m_pObject; ///< stands for the memory object's handle
+    void* m_pObject; ///< represents the memory object's handle
 };
 
-/// A device that really runs what it is given, through the platform's interpreter, with no runtime between. Arguments
-/// are buffers of bytes; each takes one element of constant buffer 1.
+/// A device that runs kernels on the platform's interpreter, without a runtime in between. Arguments are buffers of
+/// bytes; each takes one element of constant buffer 1.
 class CSimtDevice : public CShaderDebuggerDevice
 {
 public:
@@ -204,7 +204,7 @@ public:
     std::string GetShaderFunctionName(ShaderType) const override { return "k"; }
     bool DisassembleShader(const void*, size_t, std::string&) override { return false; }
 
-    /// Runs the shader that was set last on the arguments that are bound.
+    /// Runs the shader set last with the bound arguments.
     bool Launch()
     {
         const bool bBound = std::all_of(m_vBound.begin(), m_vBound.end(), [](const SBound& b) { return b.pBytes; });
@@ -212,7 +212,7 @@ public:
                Launch(m_pProgram, m_vBound, nullptr).eStatus == KestrelPlatform::SLaunchResult::Complete;
     }
 
-    /// Runs a kernel as it is on the client's arguments.
+    /// Runs an unpatched kernel on the client's arguments.
     void LaunchPlain(const std::vector<uint32_t>& vTokens, KestrelPlatform::ITraceSink* pTrace)
     {
         KestrelPlatform::SDecodeError error;

@@ -4,14 +4,14 @@
 #include <cstddef>
 #include <cstdlib>
 
-/// Whether a sanitizer makes everything slow.
+/// Whether a sanitizer slows everything down.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool s_bSanitized = true;
 #else
 constexpr bool s_bSanitized = false;
 #endif
 
-/// A number above 0 from the environment, or else the usual one. Tests that would try too much take every so manieth.
+/// A positive number from the environment, or the default. Tests with too many cases only try every so manieth.
 inline size_t ReadStride(const char* pszVariable, size_t nUsual)
 {
     const char* pszValue = std::getenv(pszVariable);

@@ -26,7 +26,7 @@ const std::string s_strSource = s_strExamples + "nested_if/nested_if.il";
 
 struct SOutcome
 {
-    int nCode = -1;      ///< the exit code; 1000 and the number for a signal
+    int nCode = -1;      ///< the exit code; for a signal, 1000 plus its number
     std::string strText; ///< both streams
 };
 
@@ -54,18 +54,18 @@ protected:
 
     std::string Path(const std::string& strName) const { return (m_Folder / strName).string(); }
 
-    /// A launch file of the nested ifs with fields of the test's own.
+    /// A launch file of the nested ifs with the test's own fields.
     std::string WriteLaunch(const std::string& strText) const
     {
         std::ofstream(m_Folder / "launch.json") << strText;
         return Path("launch.json");
     }
 
-    /// The way of attack that the runs from here on are counted as; empty for none.
+    /// Sets the way of attack that the following runs count as; empty for none.
     void CountAs(const std::string& strWay) { m_strWay = strWay; }
 
-    /// Runs the program; an alarm ends what hangs.
-    /// \param prepare  called in the child before it, when its streams stand
+    /// Runs the program; an alarm ends it if it hangs.
+    /// \param prepare  called in the child before that, with its streams set up
     SOutcome Run(const Words& words, const std::function<void()>& prepare = {}, const std::string& strInput = "") const
     {
         if (!m_strWay.empty())

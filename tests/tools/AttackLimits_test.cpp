@@ -1,4 +1,4 @@
-// What limits of the system do to the command line, each program run in a process of its own.
+// The effects of system limits on the command line, with each program in a process of its own.
 
 #include "tests/tools/Attack.h"
 
@@ -33,7 +33,7 @@ TEST_F(Attack, LimitsOfTheSystemEndNothingWithASignal)
             for (const Words& words : calls)
             {
                 const SOutcome outcome = Run(words, [&] { LimitResource(limit.nResource, nValue); });
-                // What the system itself can't load for want of them ends otherwise, whatever it was asked for.
+                // If the system itself can't load something because of a limit, the program may end in other ways.
                 EXPECT_TRUE(outcome.nCode < 1000 || !bLoads) << limit.pszName << " " << nValue << " " << words[0]
                                                              << ": " << outcome.nCode << " " << outcome.strText;
                 EXPECT_TRUE(outcome.nCode != 0 || words[0] == "asm" || Holds(outcome.strText, "outputs are right") ||
@@ -44,7 +44,7 @@ TEST_F(Attack, LimitsOfTheSystemEndNothingWithASignal)
     }
 }
 
-/// Of the threads that the program starts, so many can be started, and all after these fail.
+/// A number of the program's threads can be started, and all later ones fail.
 TEST_F(Attack, ThreadsThatCantBeStartedEndNothingWithASignal)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

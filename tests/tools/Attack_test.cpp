@@ -1,4 +1,5 @@
-// What an attacker, a full disk or a poor machine does to the command line, each program run in a process of its own.
+// The effects of attackers, a full disk or a weak machine on the command line, with each program in a process of its
+// own.
 
 #include "tests/tools/Attack.h"
 
@@ -7,7 +8,7 @@
 namespace
 {
 
-/// C0 controls but line end and tab, and DEL.
+/// C0 controls except line end and tab, and DEL.
 bool HasControls(const std::string& strText)
 {
     return std::any_of(strText.begin(), strText.end(),
@@ -164,7 +165,7 @@ TEST_F(Attack, WhatThePlatformCantDoHasACodeOfItsOwn)
     {
         EXPECT_EQ(Run(words, set("fail=clEnqueueNDRangeKernel:1:-5:forever")).nCode, 3) << words[0];
     }
-    // An endless kernel ends at the limit of instructions, and its line is named.
+    // An endless kernel is ended by the limit of instructions, and its line is named.
     std::string strSource = ReadText(s_strSource);
     strSource.replace(strSource.rfind("ret\nendfunc"), 3, "whileloop\niadd r0.x, r0.x, r0.x\nendloop\nret");
     std::ofstream(m_Folder / "k.il") << strSource;
@@ -179,7 +180,7 @@ TEST_F(Attack, WhatThePlatformCantDoHasACodeOfItsOwn)
         EXPECT_TRUE(Holds(outcome.strText, "limit of instructions")) << outcome.strText;
         EXPECT_TRUE(Holds(outcome.strText, "was at line 3")) << outcome.strText;
     }
-    // To leave it at a stop, or to kill it, doesn't wait for it, even without a limit.
+    // Leaving it at a stop, or killing it, doesn't wait for it, even without a limit.
     EXPECT_EQ(
         Run({"debug", strEndless, "-batch", "-ex", "break 20", "-ex", "run", "-ex", "kill"}, set("limit=0")).nCode, 0);
     EXPECT_EQ(Run({"debug", strEndless, "-batch", "-ex", "break 20", "-ex", "run"}, set("limit=0")).nCode, 0);
@@ -192,7 +193,7 @@ TEST_F(Attack, AMachineWithoutADriverSaysWhatToInstall)
                                  [&]
                                  {
                                      setenv("OCL_ICD_VENDORS", Path("folder").c_str(), 1);
-                                     // The search for leaks itself crashes in a process whose loader found nothing.
+                                     // The leak checker itself crashes in a process whose loader found nothing.
                                      setenv("LSAN_OPTIONS", "detect_leaks=0", 1);
                                  });
     EXPECT_EQ(outcome.nCode, 3);
@@ -294,7 +295,7 @@ TEST_F(Attack, LongChainsOverflowNothing)
                                          << strSum << "\nwhere " << strSum << "\n";
     EXPECT_EQ(Run({"debug", s_strLaunch, "-batch", "-x", Path("commands")}).nCode, 0);
 
-    // 5,000 functions, each of which calls the next one; also in the other order.
+    // 5,000 functions, each of which calls the next one; also in reverse order.
     for (const bool bBackward : {false, true})
     {
         std::vector<std::string> vFunctions;
@@ -327,7 +328,7 @@ TEST_F(Attack, LongChainsOverflowNothing)
     }
 }
 
-/// What a call costs must not depend on how many are open, nor a run on how many it returns from.
+/// The cost of a call must not depend on how many are open, nor the cost of a run on how many it returns from.
 TEST_F(Attack, NestedCallsTakeNoRunsOfTheirOwn)
 {
     CountAs("chains of terms, calls and blocks");
@@ -387,7 +388,7 @@ TEST_F(Attack, RefusalsSayWhichLimitWasMet)
 TEST_F(Attack, NothingFromOutsideCommandsTheTerminal)
 {
     CountAs("hostile text");
-    // Each control character, C1 controls as UTF-8 and as single bytes, and broken UTF-8.
+    // Every control character, C1 controls as UTF-8 and as single bytes, and invalid UTF-8.
     std::string strNasty;
     for (int c = 1; c < 0x20; ++c)
     {

@@ -1,4 +1,4 @@
-// Expressions of C, each beside what the compiler of this file makes of the same text.
+// Compares C expressions with what this file's compiler makes of the same text.
 
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Expression.h"
@@ -8,7 +8,7 @@
 
 #include <type_traits>
 
-// The texts are what is tested: they mix types as the language allows it.
+// The texts under test mix types, as the language allows.
 // NOLINTBEGIN(bugprone-signed-char-misuse)
 #pragma GCC diagnostic ignored "-Wsign-compare"
 #pragma GCC diagnostic ignored "-Wparentheses"
@@ -29,7 +29,7 @@ typedef float float4 __attribute__((vector_size(16)));
 typedef int int4 __attribute__((vector_size(16)));
 typedef uchar uchar8 __attribute__((vector_size(8)));
 
-/// Variables that are as good as unknown to the compiler. Nothing that is made of two of them overflows as signed.
+/// Variables whose values the compiler can't assume. No signed operation on two of them overflows.
 char c = -7;
 uchar uc = 200;
 short s = -300;
@@ -67,7 +67,7 @@ struct SKnown
     const void* pBytes;
 };
 
-/// One work-item with the variables above, and all of this program as its global memory.
+/// One work-item with the variables above, and this program's whole memory as its global memory.
 class CHostVariables : public IValueSource
 {
 public:
@@ -141,7 +141,7 @@ private:
     std::vector<SKnown> m_vKnown;
 };
 
-/// What C calls int, C++ calls bool.
+/// Comparisons have type int in C and bool in C++.
 template <typename T>
 auto AsC(T value)
 {
@@ -277,7 +277,7 @@ TEST(CExpressions, KnowWhatOnlyKernelsHave)
         {"(int4)(three)", "(3, 3, 3, 3)"},
         {"convert_int4(v * 2)", "(3, -4, 6, 2000000000)"},
         {"as_uint(1.0f)", "1065353216"},
-        {"(half)0.1f * 3", "0.299805"}, // rounded as halves are, in each step
+        {"(half)0.1f * 3", "0.299805"}, // rounded to half in each step
         {"(half)65520", "inf"},
         {"dot(v.xy, w.xy)", "-15.0"},
         {"length((float2)(3, 4))", "5.0"},
@@ -293,7 +293,7 @@ TEST(CExpressions, KnowWhatOnlyKernelsHave)
         {"isnan(v / 0 * 0)", "(-1, -1, -1, -1)"},
         {"get_global_size(0) + get_work_dim()", "2"},
         {"any get_global_id(0) == 0", "1"},
-        {"f / 0 * 0 == f / 0 * 0", "0"}, // a variable's NaNs are C's
+        {"f / 0 * 0 == f / 0 * 0", "0"}, // NaNs of variables compare as in C
         {"f / 0 * 0 == nan", "1"},
         {"three[0]", "in \"three[0]\", column 6: int has no elements"},
         {"numbers[three + 2]", "int[5] has no element 5"},

@@ -128,7 +128,7 @@ TEST(Expression, IsWorkedOutForTheWorkItemInFocus)
         {"(2 + 3) * 4", "20"},
         {"10 - 3 - 2", "5"},
         {"1 << 3 | 1", "9"},
-        {"6 & 3 == 3", "0"}, // as in C, == binds closer
+        {"6 & 3 == 3", "0"}, // as in C, == binds tighter
         {"-7 / 2", "-3"},
         {"-7 % 3", "-1"},
         {"~0", "-1"},
@@ -136,8 +136,8 @@ TEST(Expression, IsWorkedOutForTheWorkItemInFocus)
         {"0x10", "16"},
         {"7 / 0", "0"},
         {"7 % 0", "0"},
-        {"r1.y", "1082130432"},         // bits, unless something says float
-        {"r1.y + 0.5", "4.5"},          // beside a float
+        {"r1.y", "1082130432"},         // bits, unless something makes it a float
+        {"r1.y + 0.5", "4.5"},          // next to a float
         {"(r1.y + r1.y) * 1.0", "8.0"}, // through arithmetic
         {"float(r1.y)", "4.0"},
         {"float(r1.x)", "5.60519e-45"},
@@ -160,7 +160,7 @@ TEST(Expression, IsWorkedOutForTheWorkItemInFocus)
         {"$x * 10 + $y", "11"},
         {"$gy * 10 + $lx", "11"},
         {"$active", "1"},
-        {"any r1.x == 3", "0"}, // number 3 isn't active
+        {"any r1.x == 3", "0"}, // work-item 3 isn't active
         {"any/a r1.x == 3", "1"},
         {"all r1.x > 0", "1"},
         {"all/a r1.x > 0", "0"},
@@ -183,7 +183,7 @@ TEST(Expression, IsWorkedOutForTheWorkItemInFocus)
         {"step", "4294967295"},
         {"step > -1", "1"},
         {"count(squares[r1.x] > 4)", "2"},
-        {"r1.x < 3 && squares[r1.x + 2] > 0", "0"}, // not asked for what isn't there
+        {"r1.x < 3 && squares[r1.x + 2] > 0", "0"}, // missing elements aren't used
         {"r1.x > 3 || squares[r1.x + 2] > 0", "1"},
     };
     for (const SCase& entry : cases)
@@ -208,7 +208,7 @@ TEST(Expression, RefusesWhatIsNestedTooDeeply)
 
 TEST(Expression, MayBeAsLongAsOneLikes)
 {
-    // Chains to the left nest nothing, and must not be evaluated or destroyed by recursion.
+    // Long left-associative chains don't nest, and must not be evaluated or destroyed recursively.
     for (const char* pszPiece : {"+1", "||0", "&&1", "-r1.x", "*1.0", "==1", "|r1.x"})
     {
         std::string strText = "1";

@@ -30,7 +30,7 @@ protected:
         return strPath;
     }
 
-    /// The complaint about a launch, without the file's name.
+    /// The error message for a launch, without the file's name.
     std::string Complain(const std::string& strText) const
     {
         const std::string strPath = Write(strText);
@@ -58,7 +58,7 @@ protected:
 struct SWrong
 {
     const char* pszText;
-    const char* pszBeginning; ///< of the complaint: the field at least
+    const char* pszBeginning; ///< of the message: at least the field
 };
 
 } // namespace

@@ -130,7 +130,7 @@ TEST(CodeMap, FindsFunctionsCallsAndBlocks)
     EXPECT_EQ(code.FindName("helper")->vCallLines, std::vector<unsigned int>{8});
     EXPECT_EQ(code.FindFunction(17)->nLabel, 1025u);
     EXPECT_EQ(code.FindFunction(1), nullptr);
-    // A line in a called function lies in the loop that calls it.
+    // A line in a called function counts as part of the loop that calls it.
     EXPECT_EQ(code.FindLoopHeads({17}), std::set<unsigned int>{6});
     EXPECT_EQ(code.FindLoopHeads({13}), std::set<unsigned int>{});
     EXPECT_EQ(code.FindInsides({11, 13}), std::set<unsigned int>{8});

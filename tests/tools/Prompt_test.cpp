@@ -1,4 +1,4 @@
-// The interactive prompt, driven through a pseudo-terminal as a person would drive it.
+// The interactive prompt, used through a pseudo-terminal like by a person.
 
 #include "tests/support/AttackCount.h"
 #include "tests/tools/ToolUnderTest.h"
@@ -58,7 +58,7 @@ public:
         ASSERT_EQ(write(m_nTerminal, strKeys.data(), strKeys.size()), static_cast<ssize_t>(strKeys.size()));
     }
 
-    /// Reads on until a text has come. \return all that has come since the last call, up to there
+    /// Reads until a text has come. \return everything since the last call, up to there
     std::string ReadTo(const std::string& strText)
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -76,7 +76,7 @@ public:
         return strRead;
     }
 
-    /// A command, and what comes of it up to the next prompt.
+    /// Executes a command. \return its output, up to the next prompt
     std::string Do(const std::string& strCommand)
     {
         Type(strCommand + "\n");
@@ -84,7 +84,7 @@ public:
         return ReadTo(s_strPrompt);
     }
 
-    /// The key ends the input only at a prompt, which may not be back yet: once more until it does.
+    /// The key ends the input only at a prompt, which may not be back yet, so it is repeated.
     int EndWithFileMark()
     {
         for (int nTries = 0; nTries < 100 && m_nChild > 0; ++nTries)
@@ -102,7 +102,7 @@ public:
         return -1;
     }
 
-    /// As the key does.
+    /// Like the interrupt key.
     void Interrupt()
     {
         KestrelTest::CountAttack("interrupts of what goes on for long");
@@ -159,7 +159,7 @@ protected:
     const std::string m_strNestedIf = s_strExamples + "nested_if/nested_if.json";
 };
 
-/// What interrupts a run or shows its progress while another thread is at work: the thread sanitizer's tests.
+/// Interrupts and progress while another thread works: tests for the thread sanitizer.
 class ThreadsPrompt : public Prompt
 {
 };
@@ -182,7 +182,7 @@ TEST_F(Prompt, CompletesCommandsRegistersAndPlaces)
 {
     CTerminal terminal(s_strExamples + "call_chain/call_chain.json", "");
     terminal.ReadTo(s_strPrompt);
-    // What the completed lines do tells that they are whole; a name cut short would not be known.
+    // Executing the completed lines shows that they are complete, since cut-off names would be unknown.
     terminal.Type("tbr\tadd_t\t\n");
     EXPECT_TRUE(Holds(terminal.ReadTo("func 1031"), "temporary breakpoint 1 at line 26"));
     terminal.ReadTo(s_strPrompt);
@@ -220,7 +220,7 @@ TEST_F(Prompt, KeepsItsHistory)
     EXPECT_TRUE(Holds(terminal.ReadTo("entry at line 11"), "info kernel"));
 }
 
-/// So many work-items that kernels run for a while.
+/// Enough work-items that kernels run for a while.
 #ifdef __SANITIZE_THREAD__
 constexpr int s_nLongItems = 256;
 #else
@@ -229,7 +229,7 @@ constexpr int s_nLongItems = 16384;
 
 TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
 {
-    // Seconds of stops at a breakpoint whose condition never holds.
+    // Seconds of stops at a breakpoint whose condition is never true.
     const std::string strFolder = testing::TempDir() + "kestrel_loop_" + std::to_string(getpid());
     std::filesystem::create_directories(strFolder);
     std::filesystem::copy_file(s_strExamples + "loop_trip_count/loop_trip_count.il", strFolder + "/loop_trip_count.il",
@@ -245,7 +245,7 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
         terminal.Type("run\n");
         terminal.ReadTo("kernel run ");
         terminal.Interrupt();
-        // On a slow machine the kernel run under way takes too long, and is broken off.
+        // On a slow machine the current kernel run takes too long, and is aborted.
         const std::string strInterrupted = terminal.ReadTo(s_strPrompt);
         EXPECT_TRUE(Holds(strInterrupted, "interrupted"));
         if (Holds(strInterrupted, "broken off"))
@@ -253,7 +253,7 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
             terminal.Do("delete");
             terminal.Do("start");
         }
-        // It goes on from there.
+        // It can continue from there.
         EXPECT_TRUE(Holds(terminal.Do("step"), "=>"));
         EXPECT_TRUE(Holds(terminal.Do("reverse-step"), "=>"));
         terminal.Do("delete");
@@ -261,7 +261,7 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
         EXPECT_TRUE(Holds(terminal.ReadTo(" of 100000"), "stop "));
         terminal.Interrupt();
         EXPECT_TRUE(Holds(terminal.ReadTo(s_strPrompt), "interrupted"));
-        // At the prompt it only clears the line.
+        // At the prompt, an interrupt only clears the line.
         terminal.Type("nonsense \x03show limit\n");
         terminal.ReadTo("ranges and changes");
         terminal.Type("quit\n");
@@ -271,13 +271,13 @@ TEST_F(ThreadsPrompt, IsInterruptedAndShowsProgress)
 }
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const std::string s_strManyPasses = "4000000"; // take as long there as so many more do elsewhere
+const std::string s_strManyPasses = "4000000"; // takes as long there as many more passes do elsewhere
 #else
 const std::string s_strManyPasses = "50000000";
 #endif
 
-/// A kernel that never ends, without a limit of instructions: whatever a test does to it is under way until it is
-/// broken off.
+/// A kernel that never ends, without a limit of instructions: whatever a test does, the kernel runs until it is
+/// aborted.
 class ThreadsEndless : public Prompt
 {
 protected:
@@ -340,7 +340,7 @@ TEST_F(ThreadsEndless, RunsAreBrokenOffAndTheSessionIsBackWhereItWas)
 {
     CTerminal terminal(m_strFolder + "/spin.json", "");
     terminal.ReadTo(s_strPrompt);
-    // On a slow machine the way to the first stop has a line of progress too.
+    // On a slow machine, progress is also shown on the way to the first stop.
     const auto interrupt = [&](const char* pszCommand, const char* pszBefore = "")
     {
         terminal.Type(std::string(pszCommand) + "\n");
@@ -349,7 +349,7 @@ TEST_F(ThreadsEndless, RunsAreBrokenOffAndTheSessionIsBackWhereItWas)
         terminal.Interrupt();
         return terminal.ReadTo(s_strPrompt);
     };
-    // Nothing has been executed yet: back in front of all.
+    // Nothing had been executed yet, so the session is back at the start.
     const std::string strAtStart = interrupt("run", "kernel spin on Quench");
     for (const char* pszText : {"1 work-item at line 15, pass ", "interrupted, 1 of 1 active", "=>   10",
                                 "a kernel run was broken off, and the session is back where it was"})
@@ -362,7 +362,7 @@ TEST_F(ThreadsEndless, RunsAreBrokenOffAndTheSessionIsBackWhereItWas)
     EXPECT_TRUE(Holds(terminal.Do("print r4.x"), "r4.x = 0"));
     EXPECT_TRUE(Holds(terminal.Do("reverse-step"), "=>   11"));
     terminal.Do("step 4");
-    // On the way to a breakpoint that nobody comes to, past heads of the loop without end.
+    // On the way to a breakpoint that is never reached, across heads of the endless loop.
     terminal.Do("break 17");
     EXPECT_TRUE(Holds(interrupt("continue"), "interrupted"));
     terminal.Do("delete");
@@ -397,7 +397,7 @@ TEST_F(ThreadsEndless, AnInterruptEndsCommandListsAndCounts)
     CTerminal terminal(m_strFolder + "/spin.json", "");
     terminal.ReadTo(s_strPrompt);
     terminal.Do("break 11");
-    // Commands that go on and come back for ever.
+    // Commands that continue, stop, and continue again forever.
     terminal.Type("commands 1\nstep\nrun\nend\n");
     for (const char* pszCommand : {"run", "run"})
     {
@@ -420,7 +420,7 @@ TEST_F(ThreadsEndless, AnInterruptEndsCommandListsAndCounts)
     EXPECT_EQ(terminal.WaitForEnd(), 0);
 }
 
-/// Whatever a signal meets, the program goes on or ends in order; only what means to end it ends it.
+/// Whenever a signal comes, the program continues or ends in an orderly way; only signals meant to end it do.
 TEST_F(ThreadsPrompt, SignalsAtAnyMomentEndNothingElse)
 {
     struct SSignal
@@ -448,7 +448,7 @@ TEST_F(ThreadsPrompt, SignalsAtAnyMomentEndNothingElse)
     }
 }
 
-/// What a session prints into a pipe that nobody empties at first.
+/// The output of a session into a pipe that isn't read at first.
 /// \param bInterrupt  whether it is interrupted while it waits there
 std::string PrintIntoFullPipe(const std::string& strLaunch, bool bInterrupt)
 {
@@ -474,7 +474,7 @@ std::string PrintIntoFullPipe(const std::string& strLaunch, bool bInterrupt)
         usleep(10000);
         ioctl(output[0], FIONREAD, &nWaiting);
     }
-    usleep(50000); // until the next piece is to be written
+    usleep(50000); // until it is about to write the next piece
     kill(nChild, bInterrupt ? SIGINT : 0);
     usleep(50000);
     std::string strText;

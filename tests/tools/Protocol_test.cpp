@@ -31,7 +31,7 @@ protected:
             m_Sockets[1] = -1;
         }
     }
-    /// A frame that claims sizes, and bytes after it, which is all that ever comes.
+    /// Sends a frame with some sizes, and then bytes, after which nothing more comes.
     void SendBytes(uint32_t nMagic, uint32_t nHeader, uint64_t nBlob, const std::string& strBytes)
     {
         std::string strAll(16, '\0');

@@ -12,7 +12,7 @@ using namespace KestrelTool;
 namespace
 {
 
-/// With "<" and ">" around what has a colour.
+/// The answer with "<" and ">" around coloured parts.
 std::string Show(CTextStyle& style, const nlohmann::json& answer, const std::string& strText)
 {
     std::string strShown;

@@ -1,5 +1,5 @@
-// A runtime whose every function gives its own name, so that a test can tell which one a pointer is. The
-// families come from the build; a name is left out by defining it to another one.
+// A runtime in which every function returns its own name, so that a test can identify a pointer. The build chooses the
+// families; a name is left out by defining it as another one.
 
 #define FAKE_ENTRY(name)                                                                                               \
     extern "C" __attribute__((visibility("default"))) const char* name()                                               \

@@ -1,5 +1,5 @@
-// The low-level libraries. The runtime's extension converts by a rule of its own, so that a test can tell
-// which assembler ran: text to its bytes reversed and back. What a test names fails.
+// The low-level libraries. The runtime's extension converts in its own way (text to its bytes reversed, and back), so
+// that a test can tell which assembler ran. Calls that a test names fail.
 
 #include "modules/QRLTypes.h"
 

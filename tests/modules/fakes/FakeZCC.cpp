@@ -1,5 +1,5 @@
-// A compiler library over a language of its own: the text of a token stream is one decimal number a line.
-// It knows the devices "Quench" and "Kiln" and its binary structure has 128 bytes. It counts what it hands out, and the
+// A compiler library with a language of its own: the text of a token stream has one decimal number in each line. It
+// knows the devices "Quench" and "Kiln", and its binary structure has 128 bytes. It counts what it allocates, and a
 // call that a test names fails.
 
 #include "modules/ZCCTypes.h"
@@ -169,7 +169,7 @@ extern "C"
     }
 #endif
 
-    // What no conversion calls.
+    // Functions that no conversion calls.
     zccBinary* zccReadFromMem(const void*, size_t, zcc_error*)
     {
         return nullptr;

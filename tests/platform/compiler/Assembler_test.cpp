@@ -30,7 +30,7 @@ struct SEncoding
 {
     const char* pText;
     std::vector<uint32_t> vWords;
-    const char* pPrinted; ///< null: as it was written
+    const char* pPrinted; ///< null: same as the input
 };
 
 class Encoding : public testing::TestWithParam<SEncoding>
@@ -47,7 +47,7 @@ TEST_P(Encoding, TextAndWordsAgree)
     EXPECT_EQ(Disassemble(vExpected), std::string("il_cs_2_0\n") + pPrinted + "\n");
 }
 
-// Words encoded by hand from the layout of the tokens.
+// Words encoded by hand according to the layout of tokens.
 const SEncoding s_Encodings[] = {
     {"iadd r16.x, r16.x, l3.x", {0x91, 0x00440010, 1, 0x00440010, 0, 0x00600003, 0}, nullptr},
     {"dcl_cb cb1[19]", {0x76, 0x041F0001, 0x13}, nullptr},
@@ -212,7 +212,7 @@ TEST(Disassembler, RefusesWhatDoesntDecode)
     EXPECT_EQ(Disassemble({0, 0x200, 15, 0xFFFFFFFF, 0}), "refused: token 2: the stream is cut short");
 }
 
-// The compiler has shape tables of its own; the library that the tokens go to must agree.
+// The compiler has its own shape tables, which must agree with the library that receives the tokens.
 TEST(InstructionShape, AgreesWithTheLibrarysOpcodeQueries)
 {
     for (const uint32_t nOpcode : CStreamGenerator::KnownOpcodes())

@@ -1,4 +1,4 @@
-// Drives the two shared libraries as a debugger does: opened at run time, by the names of their exports.
+// Uses the two shared libraries like a debugger: opened at run time, by the names of their exports.
 
 #include "modules/QRLTypes.h"
 #include "modules/ZCCTypes.h"
@@ -71,7 +71,7 @@ protected:
         dlclose(m_pLibrary);
     }
 
-    /// The protocol of a client that doesn't know the size of the library's structure.
+    /// The calls of a client that doesn't know the size of the library's structure.
     void MakeBinary()
     {
         zcc_error eError = ZCC_ERROR;

@@ -1,5 +1,5 @@
-// The road of a kernel binary through a debugger, with the compiler library doing the conversions: text to tokens,
-// tokens back to text, and the build of what comes out.
+// What a debugger does with a kernel binary, with the compiler library for conversions: text to tokens, tokens back to
+// text, and a build of the result.
 
 #include "binary/ElfUtils.h"
 #include "platform/compiler/ProgramBuilder.h"
@@ -36,7 +36,7 @@ class DebuggerRoad : public testing::Test
 protected:
     void SetUp() override
     {
-        // Opened by its path once, the library is found by its name from then on.
+        // Once opened by path, the library is found by its name.
         m_pLibrary = dlopen(KestrelTest::PlatformFile("libovkocl12cl64.so").c_str(), RTLD_NOW);
         ASSERT_NE(m_pLibrary, nullptr) << dlerror();
     }

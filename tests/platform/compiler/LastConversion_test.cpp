@@ -10,13 +10,13 @@ using namespace KestrelPlatform;
 namespace
 {
 
-/// What a text or a stream gives, right or wrong.
+/// The result of converting a text or a stream, or the fault.
 struct SResult
 {
     bool bOk = false;
     std::vector<uint32_t> vTokens;
     std::vector<uint32_t> vLines;
-    std::string strText; ///< or what is told of a fault
+    std::string strText; ///< or the fault's message
 
     bool operator==(const SResult& other) const
     {
@@ -42,7 +42,7 @@ SResult FromTokens(const std::vector<uint32_t>& vTokens)
     return result;
 }
 
-/// A kernel that has no line in common with the others at its beginning or its end.
+/// A kernel without lines in common with the others, at the beginning or at the end.
 const char* const s_pszOther = "mdef(9)_mod(0x9)\nmend\nil_cs_2_0\nbreak\n";
 
 SResult FromTextAlone(const std::string& strText)
@@ -58,7 +58,7 @@ SResult FromTokensAlone(const std::vector<uint32_t>& vTokens)
     return FromTokens(vTokens);
 }
 
-/// Among them what changes the meaning of other lines: the opening line, macros, comments that join the next one.
+/// These include lines that change the meaning of others: the opening line, macros, comments that join the next one.
 const char* const s_Lines[] = {"mov r0, l0\n",
                                "iadd r1.x, r0.y, r2.z\n",
                                "imad r3.xy__, r1, l1.x, r2.xyzw\n",
@@ -82,13 +82,13 @@ const char* const s_Lines[] = {"mov r0, l0\n",
                                "no line at all\n",
                                "end"};
 
-/// Behind a macro and the opening line.
+/// After a macro and the opening line.
 const size_t s_nFirstFreeLine = 4;
 
 class CEdits
 {
 public:
-    /// A line of the pool is put in, takes another's place or goes, most often one and after the opening line.
+    /// Inserts, replaces or removes lines from the pool, usually a single one after the opening line.
     void Edit(std::vector<std::string>& vLines)
     {
         do
@@ -156,7 +156,7 @@ TEST(LastConversion, WhatWasConvertedBeforeChangesNothing)
         vTokens[edits.Number(vTokens.size())] ^= 1u << edits.Number(32);
         const SResult changed = FromTokens(vTokens);
         ASSERT_EQ(changed, FromTokensAlone(vTokens)) << strText;
-        // What the next one may build on.
+        // The next conversion may build on this one.
         FromTokens(result.vTokens);
     }
     EXPECT_GT(nGood, 1000u);

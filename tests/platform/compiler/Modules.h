@@ -10,7 +10,7 @@
 #include <string>
 #include <unistd.h>
 
-/// The two devices, and modules to build for them.
+/// The two devices, and modules that are built for them.
 namespace Modules
 {
 
@@ -65,7 +65,7 @@ inline std::string TwoKernels()
            TwoKernelText();
 }
 
-/// A file with these bytes, which goes away with the object.
+/// A file with these bytes, which the destructor removes.
 class CTemporaryFile
 {
 public:
@@ -87,7 +87,7 @@ private:
     bool m_bGood = false;
 };
 
-/// What "readelf -aW" has to complain about an image: its warnings and errors, empty if there are none.
+/// The warnings and errors of "readelf -aW" about an image; empty if there are none.
 inline std::string ReadElfComplaints(const std::vector<char>& vImage)
 {
     const CTemporaryFile file(vImage);

@@ -57,7 +57,7 @@ TEST(ProgramBuilder, KernelsOfAModule)
     EXPECT_EQ(first.nPrivateBytes, 32u);
     EXPECT_EQ(first.nMaxGroupSize, 64u);
     EXPECT_EQ(first.nConstantBuffer1Elements, 0u);
-    // The call stands where the placeholder stood, and each instruction knows its line of the debug text.
+    // The call replaces the placeholder, and each instruction knows its line of the debug text.
     EXPECT_EQ(std::vector<uint32_t>(first.vTokens.begin(), first.vTokens.begin() + 5),
               (std::vector<uint32_t>{0, 0x00030200, 8, 1024, 43}));
     EXPECT_EQ(first.vLines, (std::vector<uint32_t>{2, 3, 4, 7, 8, 9, 10, 12, 13, 14, 15, 16, 17, 18}));
@@ -144,8 +144,8 @@ TEST(ProgramBuilder, ReadsItsOwnImagesBack)
     }
 }
 
-/// What a debugger leaves of an image: no code but text, which calls the kernel or has the placeholder, and changed
-/// metadata.
+/// An image as a debugger changes it: without code, but with text that calls the kernel or has the placeholder, and
+/// with changed metadata.
 std::vector<char> Patched(bool bCall)
 {
     std::vector<char> vImage = Build(Modules::TwoKernels()).GetImage();
@@ -298,7 +298,7 @@ TEST(ProgramBuilder, DamagedImagesAreRefusedNotTrusted)
         const SBuildResult result = Rebuild(vDamaged, i % 2 == 0 ? "" : "-use-debugil");
         EXPECT_EQ(result.bOk, result.strLog.empty());
     }
-    // A changed token is found by the checksum.
+    // The checksum detects a changed token.
     std::vector<char> vChanged = vImage;
     const std::string strCode = SectionText(vImage, ".text");
     const auto place = std::search(vChanged.begin(), vChanged.end(), strCode.begin() + 40, strCode.begin() + 80);

@@ -32,7 +32,7 @@ std::string Hex(const std::vector<uint32_t>& v)
     return str;
 }
 
-/// The law, and that a line is an item: as many lines as the decoder counts items.
+/// Checks that the text gives the stream back, and that it has a line for each item that the decoder counts.
 testing::AssertionResult SurvivesText(const std::vector<uint32_t>& v)
 {
     std::string strText;
@@ -54,7 +54,7 @@ testing::AssertionResult SurvivesText(const std::vector<uint32_t>& v)
     return testing::AssertionSuccess();
 }
 
-/// The words of one item, as the debugger's decoder counts them; 0 if it refuses.
+/// The length of one item in the debugger's decoder, in words; 0 if it refuses the item.
 size_t LengthForTheDebugger(const std::vector<uint32_t>& v)
 {
     OVK_ShaderDebugger::CInputTokenStream<unsigned int> stream(nullptr, v.data(), v.size());
@@ -111,7 +111,7 @@ TEST(RoundTrip, EverySingleBitOfOpcodeOperandsAndModifiers)
     for (uint32_t nBit = 0; nBit < 32; ++nBit)
     {
         const uint32_t n = 1u << nBit;
-        // mov and uav_raw_store with one upper bit; bits 30 and 31 bring a word.
+        // mov and uav_raw_store with one upper bit; bits 30 and 31 say that a word follows.
         if (nBit >= 16)
         {
             std::vector<uint32_t> v = {71 | n};
@@ -208,7 +208,7 @@ TEST(RoundTrip, RandomTextNeverBreaksTheAssembler)
         SDiagnostic diag;
         if (AssembleIL(strBroken.data(), strBroken.size(), vTokens, diag))
         {
-            // What assembles also decodes: no accepted text gives a stream that reads differently.
+            // Whatever can be assembled can be decoded: no accepted text gives a stream that is read differently.
             ASSERT_TRUE(SurvivesText(vTokens)) << strBroken;
         }
         else
@@ -243,7 +243,7 @@ TEST(RoundTrip, TimeGrowsWithLengthOnly)
     const double dSmall = MillisecondsFor(10000);
     const double dLarge = MillisecondsFor(80000);
     RecordProperty("milliseconds_10000", std::to_string(dSmall));
-    // Eight times the length; a quadratic step would make it 64 times. The slack is for a busy machine.
+    // Eight times the length; with quadratic time it would take 64 times as long. The slack is for a busy machine.
     EXPECT_LT(dLarge, dSmall * 32 + 20);
 }
 

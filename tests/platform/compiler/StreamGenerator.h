@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// Makes token streams that decode, with random bits in every field. The shapes come from the library's opcode
+/// Generates token streams that decode, with random bits in every field. The shapes come from the library's opcode
 /// queries, which share no code with the compiler's own tables.
 class CStreamGenerator
 {
@@ -32,7 +32,7 @@ public:
 
     uint32_t Below(uint32_t n) { return static_cast<uint32_t>(m_random() % n); }
 
-    /// A word: random, small, or made of few bits, so that both natural and generic spellings come up.
+    /// A word: random, small, or with few bits set, so that both natural and generic spellings occur.
     uint32_t Word()
     {
         switch (Below(4))

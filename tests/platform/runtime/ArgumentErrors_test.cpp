@@ -1,11 +1,10 @@
 #include "ErrorObjects.h"
 
-/// Further wrong arguments: values that contradict each other, lists and counts, and states in which a call isn't
-/// allowed.
+/// Other wrong arguments: contradicting values, wrong lists and counts, and states in which a call isn't allowed.
 namespace
 {
 
-/// An image of the given kind and format; what the description says else is the caller's.
+/// Creates an image of the given kind and format; the caller fills in the rest of the description.
 const void* CreateImage(SObjects& o, cl_mem_flags nFlags, const cl_image_format& format, const cl_image_desc& desc,
                         cl_int* pnError)
 {

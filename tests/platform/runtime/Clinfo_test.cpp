@@ -6,15 +6,16 @@
 #include <cstdlib>
 #include <sstream>
 
-/// The device lister that everybody has, behind the system's own loader. It asks for everything there is to ask for,
-/// calls with null platforms, and compiles a kernel on each device.
-// A program without the address or thread sanitizer can't open a library with it.
+/// The usual program for listing devices, behind the system's own loader. It makes all queries, calls functions with
+/// null platforms, and compiles a kernel on each device.
+///
+/// A program without the address or thread sanitizer can't open a library with it.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
 namespace
 {
 
-/// What the program prints, on both streams, and its exit code.
+/// The output of the program on both streams, and its exit code.
 struct SOutput
 {
     explicit SOutput(const std::string& strCommand)
@@ -44,7 +45,7 @@ struct SOutput
             }
             const size_t nValue = strLine.find_first_not_of(' ', nName + strName.size());
             const std::string strValue = strLine.substr(nValue, strLine.find_last_not_of(" \n") + 1 - nValue);
-            // Names begin with other names; the shorter one has blanks after it.
+            // A name may begin with another one; the shorter name is followed by blanks.
             if (nValue >= nName + strName.size() + 2 || strName.back() == ')')
             {
                 vValues.push_back(strValue);
@@ -57,7 +58,7 @@ struct SOutput
     int m_nCode = -1;
 };
 
-/// A complaint: the program writes failures in angle brackets, and says what isn't there.
+/// Whether a line is a complaint: the program writes failures in angle brackets, and names what is missing.
 bool Complains(const std::string& strLine)
 {
     std::string strLower = strLine;

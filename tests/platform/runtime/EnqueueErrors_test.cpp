@@ -2,12 +2,12 @@
 
 #include <functional>
 
-/// What is wrong alike in many calls: queues and wait lists of the enqueue calls, contexts of what makes objects,
-/// objects and sizes of the info queries.
+/// Errors common to many calls: wrong queues and wait lists of enqueue calls, contexts of calls that create objects,
+/// objects and sizes of info queries.
 namespace
 {
 
-/// A queue, a wait list and the place for an event, right or wrong.
+/// A queue, a wait list and a place for an event, valid or not.
 struct SCommandArguments
 {
     cl_command_queue queue = nullptr;
@@ -16,14 +16,14 @@ struct SCommandArguments
     cl_event* pEvent = nullptr;
 };
 
-/// An enqueue call that is right but for what it is given.
+/// An enqueue call whose own arguments are right.
 struct SEnqueueCall
 {
     const char* m_pszEntryPoint;
     std::function<cl_int(SObjects&, const SCommandArguments&)> m_call;
 };
 
-/// Wraps a call that gives an address and stores its code.
+/// Wraps a call that returns an address, and stores its code.
 template <class F>
 std::function<cl_int(SObjects&, const SCommandArguments&)> Mapped(F call)
 {
@@ -60,7 +60,7 @@ const SEnqueueCall s_enqueueCalls[] = {
     {"clEnqueueBarrierWithWaitList", [](SObjects& o, const SCommandArguments& a) { return o.cl.clEnqueueBarrierWithWaitList(a.queue, a.nWaits, a.pWaits, a.pEvent); }},
 };
 
-/// A call that makes an object in a context.
+/// A call that creates an object in a context.
 struct SCreateCall
 {
     const char* m_pszEntryPoint;
@@ -81,7 +81,7 @@ const SCreateCall s_createCalls[] = {
     {"clCreateUserEvent", [](SObjects& o, cl_context context, cl_int* pnError) { return o.cl.clCreateUserEvent(context, pnError); }},
 };
 
-/// An info query of a handle that is given as an address: each kind of object takes its own and no other.
+/// An info query of a handle passed as an address: each kind of object accepts only its own.
 struct SInfoCall
 {
     const char* m_pszEntryPoint;
@@ -205,8 +205,7 @@ TEST_F(CEnqueueErrorsTest, ObjectsAndSizesOfInfoQueries)
     {
         SCOPED_TRACE(call.m_pszEntryPoint);
         void* const pRight = call.m_handle(o);
-        // Handles of other kinds, none at all, and memory that isn't an object. A null platform stands for the
-        // platform.
+        // Handles of other kinds, null, and memory that isn't an object. A null platform is valid.
         for (void* pWrong : {static_cast<void*>(nullptr), static_cast<void*>(o.foreignEvent),
                              static_cast<void*>(o.noAccess), static_cast<void*>(o.bytes)})
         {

@@ -8,7 +8,7 @@
 #include <functional>
 #include <iterator>
 
-/// What the tests of error codes share: one object of each kind, all of them good.
+/// Shared by the tests of error codes: one valid object of each kind.
 
 inline constexpr size_t s_nBufferSize = 1024;
 inline constexpr size_t s_origin[3] = {0, 0, 0};
@@ -22,7 +22,7 @@ inline constexpr size_t s_three = 3;
 inline constexpr size_t s_huge = 512;
 inline const cl_image_format s_rgba{CL_RGBA, CL_UNSIGNED_INT8};
 
-/// One live object of each kind, and the means to name wrong ones.
+/// One live object of each kind, and means to make invalid ones.
 struct SObjects
 {
     SRuntimeEntries& cl = Runtime();
@@ -41,13 +41,13 @@ struct SObjects
     cl_program unbuilt = nullptr;
     cl_kernel kernel = nullptr;      ///< with no argument set
     cl_kernel readyKernel = nullptr; ///< with its arguments, in the tests that launch
-    void* pMapped = nullptr;         ///< in the same: where the buffer is mapped
+    void* pMapped = nullptr;         ///< in those too: where the buffer is mapped
     cl_event event = nullptr;        ///< a user event
     cl_event foreignEvent = nullptr;
     unsigned char bytes[4096] = {};
 };
 
-/// A wrong call and its code. The call's own result comes back, or what it stored as its error.
+/// A wrong call and its code. The call's result is returned, or the error code that it stored.
 struct SErrorCase
 {
     const char* m_pszEntryPoint;
@@ -56,7 +56,7 @@ struct SErrorCase
     std::function<cl_int(SObjects&)> m_call;
 };
 
-/// Wraps a call that gives an object, which must be null, and stores its code.
+/// Wraps a call that returns an object, which must be null, and stores its code.
 template <class F>
 std::function<cl_int(SObjects&)> Created(F call)
 {
@@ -126,7 +126,7 @@ protected:
         return cl.clCreateProgramWithSource(m_context, 1, &pszSource, nullptr, nullptr);
     }
 
-    /// Everything that a wrong call might have left behind.
+    /// Counts everything that a wrong call could leave behind.
     std::vector<uint64_t> CountAll()
     {
         std::vector<uint64_t> vCounts;
@@ -137,7 +137,7 @@ protected:
         return vCounts;
     }
 
-    /// Bytes that a wrong call can be seen to have changed: in the buffer, the image and the client's memory.
+    /// Fills the buffer, the image and the client's memory, so that changes by a wrong call show.
     void FillMemory()
     {
         const cl_uchar nByte = 0xA5;
@@ -165,7 +165,7 @@ protected:
         }
     }
 
-    /// Each case gives its code, leaves no object behind and changes no memory.
+    /// Checks that each case gives its code, leaves no object behind and changes no memory.
     void CheckCases(const std::vector<SErrorCase>& vCases)
     {
         FillMemory();

@@ -594,7 +594,7 @@ TEST_F(CErrorsTest, EachMistakeHasItsCodeAndLeavesNothing)
     CheckCases(AllCases());
 }
 
-/// Entry points that give neither a code nor an object with a code.
+/// Entry points that return neither a code nor an object with a code.
 const std::set<std::string> s_withoutCode = {"clGetExtensionFunctionAddress",
                                              "clGetExtensionFunctionAddressForPlatform"};
 

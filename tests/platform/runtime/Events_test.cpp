@@ -54,7 +54,7 @@ protected:
         CRuntimeTest::TearDown();
     }
 
-    /// A marker after some events.
+    /// A marker that waits for some events.
     cl_event MarkerBehind(cl_command_queue queue, std::vector<cl_event> vEvents)
     {
         cl_event event = nullptr;
@@ -99,7 +99,7 @@ TEST_F(CEventsTest, ACommandPassesThroughItsStatesAndReportsEach)
         EXPECT_GE(nTime, nLast);
         nLast = nTime;
     }
-    // A callback that comes too late is called at once.
+    // A callback registered too late is called at once.
     EXPECT_EQ(cl.clSetEventCallback(second, CL_RUNNING, CRecorder::Record, &recorder), CL_SUCCESS);
     EXPECT_EQ(recorder.WaitFor(4).back(), CL_RUNNING);
     cl.clReleaseEvent(first);

@@ -10,7 +10,7 @@ namespace
 constexpr cl_context_properties s_nHookProperty = 0x403D;
 constexpr cl_command_queue_properties s_nInterceptBit = 0x8000000000000000ULL;
 
-/// What the hook sees and does; one at a time, for the hook takes no user data.
+/// The state of the hook. There is only one, since the hook has no user data.
 struct SHook
 {
     std::mutex m_mutex;              ///< held by the test across its enqueue calls
@@ -27,7 +27,7 @@ SHook* s_pHook = nullptr;
 
 cl_int CL_CALLBACK Hook(cl_event event, cl_int* pnError)
 {
-    // Read before the lock: the call that made the command must be done with it already.
+    // Read before taking the lock: the call that created the command must be finished already.
     if (s_pHook->m_nCalls < s_pHook->m_vEvents.size())
     {
         s_pHook->m_nEarly += s_pHook->m_vEvents[s_pHook->m_nCalls++] != event;

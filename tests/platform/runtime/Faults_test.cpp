@@ -3,14 +3,14 @@
 
 #include <mutex>
 
-/// Kernels that do what they shouldn't: the launch completes, and what happened is told.
+/// Kernels with faults: the launch completes, and the faults are reported.
 namespace
 {
 
 class CFaultsTest : public CRuntimeTest
 {
 protected:
-    /// Collects what the context's callback is told.
+    /// Collects the texts passed to the context's callback.
     struct SReports
     {
         std::mutex m_mutex;
@@ -32,7 +32,7 @@ protected:
         m_queue = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
     }
 
-    /// Runs a kernel of one int pointer over 64 work-items in groups of 16 and gives what is in the buffer then.
+    /// Runs a kernel with one int pointer over 64 work-items in groups of 16. \return the buffer's contents
     std::vector<cl_int> Run(const std::string& strSource, const char* pszKernel)
     {
         const char* pszSource = strSource.c_str();
@@ -54,7 +54,7 @@ protected:
         return vValues;
     }
 
-    /// The one text that the callback got.
+    /// The only text that the callback received.
     std::string Report()
     {
         Control().GetCounter(PLATFORM_COUNTER_CONTEXTS); // waits for the callback
@@ -68,7 +68,7 @@ protected:
 
 TEST_F(CFaultsTest, ABarrierThatPartOfAGroupMisses)
 {
-    // The first work-item of each group goes past the barrier.
+    // The first work-item of each group doesn't reach the barrier.
     const std::string strSource = MakeModule(
         true, "misses", ";pointer:out:i32:1:1:0:uav:12:4:RW:0:0\n", "dcl_typeless_uav_id(12)_stride(4)_length(4)\n",
         "if_logicalnz vTidInGrp.x\nfence_threads\nendif\nishl r1.x, r0.x, l10.x\n"
@@ -131,7 +131,7 @@ TEST_F(CFaultsTest, AddressesFarAwayAreDroppedAndTheFirstOneIsTold)
 
 TEST_F(CFaultsTest, ToldWithTheKindOfMemoryAndWhereTheBuffersWere)
 {
-    // A read of local memory beyond its block, an element beyond an array, and a write just after a buffer.
+    // A read of local memory beyond its block, of an element beyond an array, and a write just after a buffer.
     const std::string strSource =
         MakeModule(true, "beyond", ";memory:hwlocal:16\n;pointer:out:i32:1:1:0:uav:12:4:RW:0:0\n",
                    "dcl_typeless_uav_id(12)_stride(4)_length(4)\ndcl_lds_id(1) 16\ndcl_indexed_temp_array x1[2]\n",
@@ -163,7 +163,7 @@ TEST_F(CFaultsTest, ToldWithTheKindOfMemoryAndWhereTheBuffersWere)
 
 TEST_F(CFaultsTest, RunsAreBrokenOffAndSayWhereTheyWere)
 {
-    // An endless loop, which only the break ends: the limit is switched off.
+    // An endless loop that only the break ends, as the limit is off.
     Control().SetInstructionLimit(0);
     const std::string strSource =
         MakeModule(true, "endless", ";pointer:out:i32:1:1:0:uav:12:4:RW:0:0\n", "", "whileloop\nendloop\n");

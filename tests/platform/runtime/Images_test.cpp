@@ -6,7 +6,7 @@
 namespace
 {
 
-/// An image type with a size, a region inside, and what the queries must say.
+/// An image type with a size, a region inside, and the expected results of queries.
 struct SImageCase
 {
     const char* m_pszName;
@@ -14,7 +14,7 @@ struct SImageCase
     size_t m_nWidth, m_nHeight, m_nDepth, m_nArraySize; ///< 0 where the type has none
     size_t m_origin[3];
     size_t m_region[3];
-    /// How many rows, and slices, lie between two steps of the second and third coordinate.
+    /// The number of rows, and of slices, between two steps of the second and third coordinate.
     size_t m_nSecondRows;
     size_t m_nThirdRows;
 };
@@ -60,7 +60,7 @@ protected:
         return nValue;
     }
 
-    /// The bytes of the region of an image whose texels lie tightly, one after the other.
+    /// The bytes of a region of an image whose rows and slices follow each other directly.
     static std::vector<unsigned char> Cut(const SImageCase& c, const std::vector<unsigned char>& vImage)
     {
         std::vector<unsigned char> vCut;
@@ -133,7 +133,7 @@ TEST_P(CImagesTest, ReadsWritesMapsAndCopiesARegion)
     EXPECT_EQ(std::memcmp(pMapped, vCut.data(), c.m_region[0] * s_nTexel), 0);
     EXPECT_EQ(cl.clEnqueueUnmapMemObject(m_queue, image, pMapped, 0, nullptr, nullptr), CL_SUCCESS);
 
-    // The region through a buffer, and from image to image, into an empty image at its origin.
+    // Copies the region through a buffer, and from image to image, to the origin of an empty image.
     cl_mem buffer = MakeBuffer(vCut.size() + 16);
     cl_mem second = MakeImage(c);
     const size_t start[3] = {0, 0, 0};

@@ -29,7 +29,7 @@ protected:
     cl_program m_program = nullptr;
 };
 
-/// out[i] of `int i = get_global_id(0); out[i] = EXPRESSION;` where a[i] and b[i] are ints and f[i] is a float.
+/// The EXPRESSION in `int i = get_global_id(0); out[i] = EXPRESSION;` where a[i] and b[i] are ints and f[i] is a float.
 struct SExpression
 {
     const char* pszText;

@@ -3,11 +3,10 @@
 
 #include <string>
 
-/// IL modules for the runtime's tests. The text form is described in docs/il-text.md, the metadata
-/// in docs/kernel-binary.md.
+/// IL modules for the runtime's tests. docs/il-text.md describes the text form, docs/kernel-binary.md the metadata.
 
-/// A module of one kernel for one device: arguments are metadata lines, the body is the kernel's
-/// function, r0.x the one-dimensional global id when it starts.
+/// A module with one kernel for one device. Arguments are metadata lines; the body is the kernel's function, which
+/// starts with the one-dimensional global id in r0.x.
 inline std::string MakeModule(bool bNewer, const std::string& strName, const std::string& strArguments,
                               const std::string& strDeclarations, const std::string& strBody)
 {
@@ -21,7 +20,7 @@ inline std::string MakeModule(bool bNewer, const std::string& strName, const std
            "iadd r0.x, r0.x, cb0[6].x\n" + strBody + "ret\nendfunc\n;" + strName + "\nend\n";
 }
 
-/// out[i] = a[i] * scale; the buffer number of both pointers is the older device's one raw UAV there.
+/// out[i] = a[i] * scale; on the older device, both pointers use its only raw UAV.
 inline std::string ScaleModule(bool bNewer)
 {
     const std::string strUav = bNewer ? "12" : "11";
@@ -47,8 +46,8 @@ inline std::string EndlessModule()
     return MakeModule(true, "endless", "", "", "whileloop\niadd r1.x, r1.x, l11.x\nendloop\n");
 }
 
-/// Stores constant buffer 1's elements, so many of them, in the buffer whose address stands in one of
-/// them. Uses r1, r2 and literals from 20.
+/// Stores nCount elements of constant buffer 1 to the buffer whose address is in one of them. Uses r1, r2 and literals
+/// from 20.
 inline std::string DumpElements(int nCount, int nBufferElement)
 {
     std::string strBody;
@@ -62,14 +61,14 @@ inline std::string DumpElements(int nCount, int nBufferElement)
     return strBody;
 }
 
-/// Stores all of constant buffer 1 in its first argument. The arguments after that are the test's.
+/// Stores all of constant buffer 1 to its first argument. The test chooses the other arguments.
 inline std::string DumpModule(const std::string& strMoreArguments)
 {
     return MakeModule(true, "dump", ";pointer:out:u32:1:1:0:uav:12:4:RW:0:0\n" + strMoreArguments,
                       "dcl_typeless_uav_id(12)_stride(4)_length(4)\n", DumpElements(8, 0));
 }
 
-/// dst[x] = src at x + 2.5, by the sampler that is set; and the images' slots of constant buffer 1 in out.
+/// dst[x] = src at x + 2.5, with the sampler argument; and the images' elements of constant buffer 1 in out.
 inline std::string PictureModule()
 {
     return MakeModule(true, "picture",

@@ -29,7 +29,7 @@ protected:
             { return cl.clGetProgramBuildInfo(program, m_device, CL_PROGRAM_BUILD_LOG, nSize, pValue, pnSize); });
     }
 
-    /// A kernel of a module; the program is released again.
+    /// Creates a kernel of a module, and releases the program.
     cl_kernel MakeKernel(const std::string& strSource, const char* pszName, const char* pszOptions = "")
     {
         cl_program program = MakeProgram(strSource);
@@ -151,7 +151,7 @@ TEST_P(CDeviceKernelsTest, TakesNullBuffersOneBufferTwiceAndPartsOfBuffers)
     std::copy(vExpected.begin(), vExpected.begin() + 32, vExpected.begin() + 32);
     EXPECT_EQ(ReadAll<cl_float>(buffer, 64), vExpected);
 
-    // A part in the middle of a buffer that is passed too: what lies after the part is still the buffer's.
+    // A sub-buffer in the middle of a buffer that is passed too: memory after the sub-buffer is still the buffer's.
     const cl_buffer_region middle{128, 64};
     cl_mem inside = cl.clCreateSubBuffer(buffer, 0, CL_BUFFER_CREATE_TYPE_REGION, &middle, nullptr);
     SetScaleArguments(kernel, inside, 1.0f, buffer);
@@ -260,8 +260,8 @@ TEST_F(CKernelsTest, AddressesOfTheOlderDeviceHave32Bits)
     cl_context context = cl.clCreateContext(nullptr, 1, &kiln, nullptr, nullptr, nullptr);
     std::vector<cl_mem> vBuffers;
     cl_int nError = CL_SUCCESS;
-    // The address space holds less than nine objects of 512 MiB. Their memory is one and the same, and no page of it is
-    // there.
+    // The address space has room for less than nine objects of 512 MiB. They share their memory, of which no page is
+    // resident.
     constexpr size_t nSize = size_t{512} << 20;
     void* pMemory = mmap(nullptr, nSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(pMemory, MAP_FAILED);
@@ -314,7 +314,7 @@ TEST_F(CKernelsTest, TellsOfKernelsAndArguments)
     EXPECT_EQ(cl.clGetKernelWorkGroupInfo(kernel, nullptr, CL_KERNEL_WORK_GROUP_SIZE, sizeof(nGroup), &nGroup, nullptr),
               CL_SUCCESS);
     EXPECT_EQ(nGroup, 256u);
-    // The kernel keeps its program, and the program is still the client's to ask for.
+    // The kernel keeps its program alive, and the client can still query the program.
     cl.clReleaseProgram(program);
     cl_program kept = nullptr;
     EXPECT_EQ(cl.clGetKernelInfo(kernel, CL_KERNEL_PROGRAM, sizeof(kept), &kept, nullptr), CL_SUCCESS);
@@ -339,8 +339,8 @@ TEST_F(CKernelsTest, ABuildThatFailsSaysWhere)
     EXPECT_EQ(cl.clCreateKernel(program, "scale", nullptr), nullptr);
     cl.clReleaseProgram(program);
 
-    // Modules that the assembler takes but that have no meaning: a function that isn't there, stages and memory that
-    // this device hasn't.
+    // Modules that assemble but have no meaning: with a missing function, or stages and memory that this device doesn't
+    // have.
     const char* const lost[][3] = {{"call 1030", "call 1031", "call"},
                                    {"mul r2.x, r2.x, cb1[1].x", "gds_add_id(1) r2.x, r2.x", "gds_add"},
                                    {"mul r2.x, r2.x, cb1[1].x", "emit", "emit"},
@@ -472,7 +472,7 @@ TEST_F(CKernelsTest, ImagesAndSamplersReachTheKernel)
     {
         cl_sampler sampler = cl.clCreateSampler(m_context, CL_FALSE, c.m_eAddressing, CL_FILTER_NEAREST, nullptr);
         EXPECT_EQ(cl.clSetKernelArg(kernel, 3, sizeof(sampler), &sampler), CL_SUCCESS);
-        cl.clReleaseSampler(sampler); // the kernel has taken what it needs
+        cl.clReleaseSampler(sampler); // the kernel has copied what it needs
         EXPECT_EQ(Launch(kernel, 4), CL_SUCCESS);
         std::vector<cl_float> vRead(4);
         EXPECT_EQ(
@@ -557,7 +557,7 @@ TEST_F(CNativeTest, ANativeKernelGetsTheMemoryOfItsObjects)
     EXPECT_EQ(cl.clEnqueueNativeKernel(m_queue, fill, &arguments, sizeof(arguments), 1, &buffer, &pPlace, 0, nullptr,
                                        nullptr),
               CL_SUCCESS);
-    arguments.m_nValue = 0; // the call has taken its copy
+    arguments.m_nValue = 0; // the call has copied it
     EXPECT_EQ(ReadAll<cl_uint>(buffer, 16), std::vector<cl_uint>(16, 77));
     const void* pOutside = &arguments + 1;
     EXPECT_EQ(cl.clEnqueueNativeKernel(m_queue, fill, &arguments, sizeof(arguments), 1, &buffer, &pOutside, 0, nullptr,
@@ -566,7 +566,7 @@ TEST_F(CNativeTest, ANativeKernelGetsTheMemoryOfItsObjects)
     cl.clReleaseMemObject(buffer);
 }
 
-/// What several threads put on one queue: each command checks that it is alone and that its own thread's came before.
+/// Several threads use one queue: each command checks that no other runs, and that its own thread's previous one did.
 struct SInTurn
 {
     const SRuntimeEntries& m_cl;
@@ -588,7 +588,7 @@ struct SInTurn
         SInTurn& shared = *call.m_pShared;
         const bool bAlone = ++shared.m_nInside == 1;
         const bool bNext = shared.m_vNext[call.m_nThread]++ == call.m_nNumber;
-        // Whoever runs the command, the wait would never end.
+        // On any thread that runs the command, the wait would never end.
         const bool bRefused = shared.m_cl.clFinish(shared.m_queue) == CL_INVALID_OPERATION;
         shared.m_nWrong += bAlone && bNext && bRefused ? 0 : 1;
         --shared.m_nInside;

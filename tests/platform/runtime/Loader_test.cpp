@@ -35,7 +35,7 @@ TEST_F(CLoaderTest, AKernelRunsThroughIt)
     cl_context context = cl.clCreateContext(nullptr, 1, &device, nullptr, nullptr, &nError);
     ASSERT_EQ(nError, CL_SUCCESS);
 
-    // The call of a later version that a client behind a loader takes.
+    // The call from a later version that clients use behind a loader.
     ASSERT_NE(cl.clCreateCommandQueueWithProperties, nullptr);
     const cl_queue_properties wrong[] = {0x7777, 1, 0};
     EXPECT_EQ(cl.clCreateCommandQueueWithProperties(context, device, wrong, &nError), nullptr);
@@ -64,13 +64,13 @@ TEST_F(CLoaderTest, AKernelRunsThroughIt)
     EXPECT_EQ(cl.clFinish(queue), CL_SUCCESS);
     EXPECT_EQ(vValues, std::vector<cl_float>(64, 6.0f));
 
-    // The vendor's own functions are found by their suffix, the settings through the platform.
+    // The vendor's functions are found by their suffix, the settings through the platform.
     EXPECT_EQ(cl.clGetExtensionFunctionAddress("clCreateKeyOVK"),
               Runtime().clGetExtensionFunctionAddress("clCreateKeyOVK"));
     EXPECT_EQ(cl.clGetExtensionFunctionAddressForPlatform(platform, "kestrelPlatformControl"),
               Runtime().clGetExtensionFunctionAddress("kestrelPlatformControl"));
 
-    // What version 1.2 lacks ends in an error, not in a jump to nowhere.
+    // Calls that version 1.2 doesn't have end in an error rather than a crash.
     using SvmAlloc = void*(CL_API_CALL*)(cl_context, cl_bitfield, size_t, cl_uint);
     const auto svmAlloc = reinterpret_cast<SvmAlloc>(dlsym(cl.m_pModule, "clSVMAlloc"));
     ASSERT_NE(svmAlloc, nullptr);

@@ -106,7 +106,7 @@ TEST_F(CMemoryTest, MappingsAreCountedAndEndOnce)
     EXPECT_EQ(ReadAll<unsigned char>(buffer, 64)[40], 0xEE);
     EXPECT_EQ(MemValue<cl_uint>(buffer, CL_MEM_MAP_COUNT), 0u);
 
-    // A map whose wait list fails leaves no mapping behind.
+    // A map whose wait list fails leaves no mapping.
     cl_event gate = cl.clCreateUserEvent(m_context, nullptr);
     cl_int nError = -1;
     cl_event mapped = nullptr;
@@ -140,7 +140,7 @@ TEST_F(CMemoryTest, DestructorCallbacksRunLastOneFirstWhenTheObjectGoes)
     EXPECT_EQ(s_strCalls, "cba");
 }
 
-/// A box of bytes in a piece of memory, as the rect calls describe it.
+/// A box of bytes in memory, as in the rect calls.
 struct SRectSide
 {
     size_t m_origin[3];

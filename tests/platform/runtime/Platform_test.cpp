@@ -82,11 +82,12 @@ TEST_F(CPlatformTest, EveryQueryOfADeviceKeepsToTheSizes)
         EXPECT_EQ(cl.clGetDeviceInfo(m_device, eInfo, nSize + 1, vValue.data(), nullptr), CL_SUCCESS);
         EXPECT_EQ(vValue.back(), 0xCD);
     }
-    // What clGetDeviceInfo of OpenCL 1.2 lists in this range, with the two of the half and double formats.
+    // The properties that clGetDeviceInfo of OpenCL 1.2 lists in this range, and the two for the half and double
+    // formats.
     EXPECT_GE(nKnown, 72);
 }
 
-/// The names that the file exports, by a tool that reads ELF files.
+/// The symbols that the file exports, according to a tool for ELF files.
 std::set<std::string> ExportedNames()
 {
     std::set<std::string> setNames;
@@ -108,7 +109,7 @@ std::set<std::string> ExportedNames()
 TEST_F(CPlatformTest, ExportsTheEntryPointsOfVersion12AndNothingElse)
 {
     const std::set<std::string> setNames = ExportedNames();
-    // 74 of OpenCL 1.0 with the GL sharing calls, 8 of 1.1, 16 of 1.2, and the one that a loader looks for.
+    // 74 of OpenCL 1.0 with the GL sharing calls, 8 of 1.1, 16 of 1.2, and the one that loaders look for.
     EXPECT_EQ(setNames.size(), 74u + 8u + 16u + 1u);
     for (const char* pszName : {"clGetPlatformIDs", "clCreateFromGLTexture2D", "clEnqueueReleaseGLObjects",
                                 "clSetUserEventStatus", "clCreateFromGLTexture", "clIcdGetPlatformIDsKHR",

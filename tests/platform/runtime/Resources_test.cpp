@@ -8,8 +8,8 @@
 #include <fstream>
 #include <thread>
 
-/// What the runtime takes of the machine: memory while a launch runs, time while nothing does, and objects whatever the
-/// order in which they are released.
+/// The runtime's use of resources: memory while a launch runs, processor time while nothing runs, and objects in
+/// whatever order they are released.
 namespace
 {
 
@@ -42,7 +42,7 @@ size_t StatusValue(const std::string& strName)
     return 0;
 }
 
-/// How far the peak of this process's memory rises above what it has now, in KiB, while a function runs.
+/// How far the peak of this process's memory rises above the current use while a function runs, in KiB.
 template <class F>
 size_t PeakGrowth(F run)
 {
@@ -56,7 +56,7 @@ size_t PeakGrowth(F run)
 
 TEST_F(CResourcesTest, ALargeLaunchTakesNoMoreMemoryThanASmallOne)
 {
-    // Work-item n adds 1 to word n / 65536: every work-item runs, and the buffer stays small.
+    // Work-item n adds 1 to word n / 65536, so that every work-item has an effect, and the buffer stays small.
     cl_kernel kernel = MakeKernel(MakeModule(true, "count", ";pointer:out:u32:1:1:0:uav:12:4:RW:0:0\n",
                                              "dcl_typeless_uav_id(12)_stride(4)_length(4)\n"
                                              "dcl_literal l12, 16, 0, 0, 0\n",
@@ -76,7 +76,7 @@ TEST_F(CResourcesTest, ALargeLaunchTakesNoMoreMemoryThanASmallOne)
                   CL_SUCCESS);
         EXPECT_EQ(cl.clFinish(m_queue), CL_SUCCESS);
     };
-    run(nSmall); // threads and their memory are there from here on
+    run(nSmall); // starts the threads, which keep their memory
     const size_t nGrowth = PeakGrowth([&] { run(nLarge); });
     EXPECT_LT(nGrowth, 8192u) << "KiB: half a byte a work-item";
     std::vector<cl_uint> vExpected(vZeros.size(), nSmall);
@@ -97,7 +97,7 @@ double ProcessorSeconds()
 
 TEST_F(CResourcesTest, NothingSpinsWhileItWaits)
 {
-    // Queues that have run and are empty, queues held up by an event, a client thread in a wait and a callback to come.
+    // Queues that have run and are empty, queues held up by an event, a waiting client thread and a pending callback.
     cl_event gate = cl.clCreateUserEvent(m_context, nullptr);
     std::vector<cl_command_queue> vQueues;
     std::vector<cl_event> vEvents;
@@ -148,7 +148,7 @@ TEST_F(CResourcesTest, NothingSpinsWhileItWaits)
     cl.clReleaseKernel(kernel);
 }
 
-/// Everything that one launch is made of, released in one order while the launch still waits.
+/// The objects of one launch, which are released in some order while the launch still waits.
 class COneLaunch
 {
 public:
@@ -224,7 +224,7 @@ TEST_F(CResourcesTest, AnyOrderOfReleaseWillDo)
     int nOrder = 0;
     do
     {
-        // Every 23rd of the 5,040 orders: each object comes first and last.
+        // Every 23rd of the 5,040 orders: each object is first in some and last in some.
         if (nOrder++ % 23 != 0)
         {
             continue;

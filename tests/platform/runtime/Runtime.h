@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-/// The entry points of a runtime, opened as a client opens it. Calls are written as functions of
-/// this struct: `cl.clFinish(queue)`.
+/// The entry points of a runtime, opened like in a client. Calls are written as functions of this struct:
+/// `cl.clFinish(queue)`.
 struct SRuntimeEntries
 {
 #define KP_EXPORTED(name) decltype(&::name) name = nullptr;
@@ -86,7 +86,7 @@ std::string InfoString(F&& query)
     return strValue.substr(0, strValue.find('\0'));
 }
 
-/// A context on one device with a queue; after each test every object must be gone.
+/// A context on one device, with a queue. After each test all objects must be released.
 class CRuntimeTest : public testing::Test
 {
 protected:

@@ -5,7 +5,7 @@
 #include <random>
 #include <thread>
 
-/// Many threads on one context, for the thread sanitizer and the reference counts.
+/// Many threads use one context: for the thread sanitizer and the reference counts.
 namespace
 {
 
@@ -17,8 +17,8 @@ class CStressTest : public CRuntimeTest
 {
 };
 
-/// One thread's share: random commands on queues of its own and of all, every object released in an
-/// order of its own.
+/// The work of one thread: random commands on its own queues and on shared ones; releases its objects in an order of
+/// its own.
 class CWorker
 {
 public:
@@ -115,7 +115,7 @@ private:
         Release(own, buffer, {unmapped, copied});
     }
 
-    /// A context of its own with all that a launch needs, released before the launch has run.
+    /// Creates a context with everything that a launch needs, and releases it before the launch has run.
     void ContextRound()
     {
         cl_context context = cl.clCreateContext(nullptr, 1, &m_device, nullptr, nullptr, nullptr);

@@ -3,14 +3,14 @@
 
 #include <algorithm>
 
-/// How many work-items come to each instruction of a kernel run.
+/// How many work-items reach each instruction of a kernel run.
 namespace
 {
 
 class CVisitsTest : public CRuntimeTest
 {
 protected:
-    /// Runs a kernel over 64 work-items, of which those of an odd number go into an if, and gives the counts.
+    /// Runs a kernel over 64 work-items, of which the odd ones enter an if, and gives the counts.
     std::vector<uint64_t> Run()
     {
         const std::string strSource =

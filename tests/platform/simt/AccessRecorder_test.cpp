@@ -1,6 +1,6 @@
 #include "tests/platform/simt/KernelRun.h"
 
-/// Accesses to watched bytes, one by one.
+/// Records accesses to watched bytes, one by one.
 namespace KestrelPlatformTest
 {
 namespace
@@ -46,16 +46,17 @@ void Expect(const std::string& strText, const std::string& strDeclarations, cons
 TEST(AccessRecorder, TellsWhoTouchesWatchedBytes)
 {
     const SPlatformWatch word = {PLATFORM_MEMORY_GLOBAL, 0, CKernelRun::s_nOutput + 120 * 16, 4};
-    // One work-item's own word, of which it overwrites the address when it loads it.
+    // One work-item's own word; the load overwrites the register with the address.
     Expect("uav_raw_store_id(11) mem0.x, r100.y, r100.x\nuav_raw_load_id(11) r100.y, r100.y\n", "", word,
            {{PLATFORM_ACCESS_STORE, 120, 0, 120, 5, 120}, {PLATFORM_ACCESS_LOAD, 120, 0, 120, 120, 120}});
-    // Work-items 118 and 119 of three passes, one word further each: the store of four words reaches it as well.
+    // Work-items 118 and 119 in three passes, one word further each time; the store of four words reaches the watched
+    // one too.
     Expect("mov r2.x, l1.w\nwhileloop\nige r2.y, r2.x, l1.z\nbreak_logicalnz r2.y\n"
            "ieq r2.z, r100.x, l3.x\nif_logicalnz r2.z\nuav_raw_store_id(11) mem0.xyzw, r100.y, r2.xxxx\nendif\n"
            "iadd r100.y, r100.y, l3.y\niadd r2.x, r2.x, l1.y\nendloop\n",
            "dcl_literal l3, 119, 4, 0, 0\n", word,
            {{PLATFORM_ACCESS_STORE, 119, 1, 1, 5, 1}, {PLATFORM_ACCESS_STORE, 119, 2, 2, 1, 2}});
-    // Additions that are held back elsewhere are in memory behind each instruction; three groups, one after the other.
+    // Additions that are usually held back are in memory after each instruction; three groups, one after the other.
     Expect("ilt r3.x, vTidInGrp.x, l1.y\nif_logicalnz r3.x\niadd r3.y, cb1[0].x, l3.x\n"
            "uav_add_id(11) r3.y, l1.x\nendif\n",
            "dcl_literal l3, 1920, 0, 0, 0\n", word,

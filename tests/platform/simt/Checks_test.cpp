@@ -2,7 +2,7 @@
 
 #include "tests/platform/simt/KernelRun.h"
 
-/// What a launch is found to do wrong, of groups that take several blocks, and in every order.
+/// Findings of a launch whose groups take several blocks, in every order.
 namespace KestrelPlatformTest
 {
 namespace

@@ -7,7 +7,7 @@
 
 using namespace KestrelPlatform;
 
-/// One thread tells of accesses one by one while another hands over all that it has found.
+/// One thread reports accesses one by one while another passes on all its findings.
 TEST(ThreadsFindings, ComeFromAnyThread)
 {
     const uint32_t nRounds = 5000;

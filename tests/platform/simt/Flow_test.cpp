@@ -7,7 +7,7 @@ namespace KestrelPlatformTest
 namespace
 {
 
-/// A kernel whose work-item n writes its result, which it leaves in r0.x, and what it must be.
+/// A kernel that leaves its result in r0.x, which work-item n writes, and the expected value.
 struct SFlowCase
 {
     const char* pszName;
@@ -194,14 +194,14 @@ std::string FlowName(const ::testing::TestParamInfo<FlowTest::ParamType>& info)
     return std::string(std::get<0>(info.param).pszName) + "_" + std::to_string(std::get<1>(info.param));
 }
 
-// Group sizes: several in a block, a block exactly, with a rest, and several blocks a group.
+// Group sizes: several groups in a block, exactly one, with a rest, and several blocks in a group.
 INSTANTIATE_TEST_SUITE_P(Simt, FlowTest,
                          ::testing::Combine(::testing::ValuesIn(s_Cases), ::testing::Values(1, 7, 64, 100, 256, 600)),
                          FlowName);
 
 TEST(Flow, MacroBeforeTheHeaderAndMainClosedByEnd)
 {
-    // What stands behind a stop is cut away, also the end of the main body; literals may follow their use.
+    // Code after a stop is removed, even the end of the main body; literals may be declared after their use.
     CKernelRun run(
         Assemble("mdef(3)_outline\nimul r0.x, vAbsTidFlat.x, l0.w\nmend\n"
                  "il_cs_2_0\ndcl_cb cb1[8]\ndcl_literal l0, 0, 1, 2, 3\nmcall(3)_in(0)\n"

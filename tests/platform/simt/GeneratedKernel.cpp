@@ -55,7 +55,7 @@ const SPlainOp s_PlainOps[] = {
 
 struct SFloatOp
 {
-    const char* pszLine; ///< r21 from r20.x and r20.y
+    const char* pszLine; ///< computes r21 from r20.x and r20.y
     float (*pf)(float a, float b);
 };
 
@@ -413,7 +413,7 @@ CGeneratedKernel::EFlow CGeneratedKernel::Execute(const SNode& node, SState& sta
         break;
     case FloatChain:
     {
-        // itof reads the component that stands where it writes: x for r20.x, y for r20.y.
+        // itof reads the component that it writes: x for r20.x, y for r20.y.
         const float a = static_cast<float>(S(Read(state, node.sources[0], 0)));
         const float b = static_cast<float>(S(Read(state, node.sources[1], 1)));
         result.fill(static_cast<uint32_t>(Truncate(s_FloatOps[node.nOp].pf(a, b))));

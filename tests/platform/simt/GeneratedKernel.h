@@ -11,10 +11,10 @@
 namespace KestrelPlatformTest
 {
 
-/// A random structured kernel, as a tree. Text() prints it as IL; Execute() runs one work-item of it,
-/// straight over the tree, which shares nothing with the interpreter under test.
+/// A random structured kernel, as a tree. Text() prints it as IL; Execute() runs one work-item of it on the tree
+/// itself, and shares nothing with the interpreter under test.
 ///
-/// Registers r0 to r7 hold the kernel's data, x1 an array of four; every loop has a counter of its own and ends.
+/// Registers r0 to r7 hold the kernel's data, x1 an array of four; every loop has its own counter and ends.
 class CGeneratedKernel
 {
 public:
@@ -108,7 +108,7 @@ private:
 
     std::mt19937 m_Random;
     uint32_t m_nCounters = 0;
-    uint32_t m_nBudget = 60; ///< nodes that may still be made
+    uint32_t m_nBudget = 60; ///< nodes that may still be created
     Nodes m_Main;
     std::vector<Nodes> m_vFunctions;
 };

@@ -10,7 +10,7 @@ namespace KestrelPlatformTest
 namespace
 {
 
-/// How many work-items came to each instruction.
+/// How many work-items reached each instruction.
 std::vector<uint64_t> SumActive(const std::vector<SRecord>& vRecords, size_t nInstructions)
 {
     std::vector<uint64_t> vSums(nInstructions, 0);
@@ -28,7 +28,7 @@ std::vector<uint64_t> SumActive(const std::vector<SRecord>& vRecords, size_t nIn
     return vSums;
 }
 
-/// KESTREL_SIMT_SEED runs one seed alone, KESTREL_SIMT_SEEDS that many.
+/// KESTREL_SIMT_SEED runs a single seed, KESTREL_SIMT_SEEDS sets their number.
 uint32_t Setting(const char* pszName, uint32_t nDefault)
 {
     const char* const pszValue = std::getenv(pszName);
@@ -67,7 +67,7 @@ void CheckSeed(uint32_t nSeed)
             execute();
         }
     }
-    // A run that is checked gives the same, and work-items that keep to themselves don't race.
+    // A checked run gives the same result, and work-items that only use their own memory don't race.
     run.launch.nChecks = ~0u;
     run.vOutputShadow.assign(pSize[0] * 32 * 4, KestrelPlatform::s_nFirstBuffer);
     execute();

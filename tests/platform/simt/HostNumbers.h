@@ -7,7 +7,7 @@
 #include <cstring>
 #include <limits>
 
-/// Values worked out on the host in wider types than the device's, rounded once: double for single precision, long
+/// Values computed on the host in wider types than the device's and rounded once: double for single precision, long
 /// double for double precision, double for halves.
 namespace KestrelPlatformTest
 {
@@ -21,7 +21,7 @@ TTo BitsAs(TFrom from)
     return to;
 }
 
-// What the low bits of an operand are worth.
+// The low bits of an operand as a value.
 inline uint32_t u(uint64_t n)
 {
     return static_cast<uint32_t>(n);
@@ -106,7 +106,8 @@ enum EDirection
     Zero
 };
 
-/// Binary16 bits: the value in units of its last place, rounded in the given direction, is a whole number.
+/// Binary16 bits: divided by its unit in the last place and rounded in the given direction, the value is a whole
+/// number.
 inline uint64_t ToHalf(double v, EDirection eDirection)
 {
     const uint64_t nSign = std::signbit(v) ? 0x8000 : 0;
@@ -129,7 +130,7 @@ inline uint64_t ToHalf(double v, EDirection eDirection)
     {
         return nSign | (eDirection == Nearest || bAway ? 0x7C00 : 0x7BFF);
     }
-    // Counting on from the exponent's first value carries into the next exponent by itself.
+    // Counting on from the exponent's first value carries into the next exponent.
     const int nBiased = dWhole >= 1024.0 ? nExponent + 15 : 0;
     const uint64_t nFirst = nBiased ? static_cast<uint64_t>(nBiased - 1) << 10 : 0;
     return nSign | (nFirst + static_cast<uint64_t>(dWhole));
@@ -208,7 +209,7 @@ inline uint32_t Byte(uint64_t n, int nByte)
     return static_cast<uint32_t>(n >> (8 * nByte)) & 0xFF;
 }
 
-/// Sum of the distances of four bytes; with bMasked those where b is 0 don't count.
+/// The sum of the differences of four bytes; with bMasked, those where b is 0 are skipped.
 inline uint64_t ByteSad(uint64_t a, uint64_t b, bool bMasked)
 {
     uint64_t nSum = 0;
@@ -219,7 +220,7 @@ inline uint64_t ByteSad(uint64_t a, uint64_t b, bool bMasked)
     return nSum;
 }
 
-/// The mean of each two bytes, rounded up where the third one is odd.
+/// The mean of each pair of bytes, rounded up if the third byte is odd.
 inline uint64_t ByteLerp(uint64_t a, uint64_t b, uint64_t c)
 {
     uint64_t nResult = 0;
@@ -245,7 +246,7 @@ inline int64_t Sign24(uint64_t n)
     return (static_cast<int64_t>(n & 0xFFFFFF) ^ 0x800000) - 0x800000;
 }
 
-/// The number if only one is one, whatever kind of NaN the other is.
+/// If only one is a number, gives that, whatever kind of NaN the other is.
 inline double Smaller(double a, double b)
 {
     return b != b || a < b ? a : (a != a ? b : std::min(a, b));
@@ -255,7 +256,7 @@ inline double Larger(double a, double b)
     return b != b || a > b ? a : (a != a ? b : std::max(a, b));
 }
 
-/// A half that even functions which take any number don't take.
+/// Whether it is a signalling half NaN, which even functions for any number don't accept.
 inline bool IsSignalling(uint64_t n)
 {
     return ClassBit(w(n), 16, 10) == 1;
@@ -286,7 +287,7 @@ inline uint64_t Reverse(uint64_t n)
     return nResult;
 }
 
-/// Width a, offset b, both modulo 32; what lies above bit 31 isn't there.
+/// Width a, offset b, both modulo 32; bits above 31 are left out.
 inline uint64_t Extract(uint64_t a, uint64_t b, uint64_t c, bool bSigned)
 {
     const uint64_t nWidth = std::min<uint64_t>(a % 32, 32 - b % 32);

@@ -42,7 +42,7 @@ struct SFloatImage
     SImageBinding binding;
 };
 
-/// The x component that one sample at the given coordinates gives.
+/// The x component of one sample at the given coordinates.
 float Sample(const SImageBinding& image, const SSamplerBinding& sampler, float x, float y = 0, float z = 0,
              bool bUnnormalized = false)
 {
@@ -119,7 +119,7 @@ TEST(Images, Layers)
     EXPECT_EQ(Sample(planes.binding, sampler, 1, 1, -5), 12.0f);
 }
 
-/// Copies an image texel by texel through a kernel, from resource 0 to UAV 1.
+/// Copies an image with a kernel, texel by texel, from resource 0 to UAV 1.
 std::vector<unsigned char> CopyThroughKernel(uint32_t nOrder, uint32_t nType, std::vector<unsigned char>& vSource)
 {
     CKernelRun run("mov r0.x, vAbsTidFlat.x\nload_resource(0) r2, r0.x000\nuav_store_id(1) r0.x000, r2\n",
@@ -197,7 +197,7 @@ TEST(Images, NullOutsideAndInfo)
     const SLaunchResult result = run.Run();
     EXPECT_EQ(std::vector<uint32_t>(run.vOutput.begin(), run.vOutput.begin() + 5),
               (std::vector<uint32_t>{4, 3, 1, 1, 0}));
-    EXPECT_EQ(result.nBadAccesses, 2u); // the load and the store at x = 4; a null image is none
+    EXPECT_EQ(result.nBadAccesses, 2u); // the load and the store at x = 4; a null image has none
     EXPECT_EQ(plane.vTexels[4], 11.0f);
 }
 

@@ -3,23 +3,23 @@
 #include "platform/simt/checks/ShadowRules.h"
 #include "tests/platform/simt/KernelRun.h"
 
-/// Branches that depend on what nobody has written, by all the ways in which work-items' addresses lie to each other.
+/// Branches that depend on unwritten bytes, with all patterns of work-items' addresses.
 namespace KestrelPlatformTest
 {
 namespace
 {
 
-constexpr uint32_t s_nWords = 4096; ///< of the output, which takes four pages
+constexpr uint32_t s_nWords = 4096; ///< of the output, which has four pages
 constexpr uint32_t s_nInitItems = 512;
 
 struct SInitCase
 {
     const char* pszName;
-    /// r1.x is the address of the work-item's word, r1.y that of a word in the next page but one, r1.z its index in
-    /// the group; what it branches on at the end is r2.x.
+    /// r1.x is the address of the work-item's word, r1.y that of a word two pages further on, r1.z its index in the
+    /// group; the branch at the end depends on r2.x.
     const char* pszText;
     uint32_t nLocal;
-    uint32_t nFrom; ///< first word of the output that nobody has written
+    uint32_t nFrom; ///< first unwritten word of the output
     uint32_t nTo;   ///< after the last one
     uint64_t nFound;
 };
@@ -39,7 +39,7 @@ const SInitCase s_InitCases[] = {
      "ishl r3.x, r100.x, l3.z\niadd r3.x, r3.x, cb1[0].x\nuav_raw_store_id(11) mem0.x, r3.x, l3.x\n"
      "fence_threads_memory\niadd r3.x, r3.x, l3.w\nuav_raw_load_id(11) r2.x, r3.x\n",
      256, 0, 4096, 512},
-    // The first page is known to be written when something unwritten is copied to it.
+    // The first page was known to be written before something unwritten is copied to it.
     {"copied to a page that was written",
      "uav_raw_load_id(11) r3.x, r1.x\nuav_raw_load_id(11) r3.x, r1.y\nuav_raw_store_id(11) mem0.x, r1.x, r3.x\n"
      "uav_raw_load_id(11) r2.x, r1.x\n",

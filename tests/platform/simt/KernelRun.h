@@ -15,7 +15,7 @@
 namespace KestrelPlatformTest
 {
 
-/// Assembles a text; a fault in it fails the test.
+/// Assembles a text; an error fails the test.
 inline std::vector<uint32_t> Assemble(const std::string& strText)
 {
     std::vector<uint32_t> vTokens;
@@ -25,7 +25,7 @@ inline std::vector<uint32_t> Assemble(const std::string& strText)
     return vTokens;
 }
 
-/// A traced record with its own copies.
+/// A trace record with copies of its data.
 struct SRecord
 {
     uint32_t nInstruction = 0;
@@ -68,8 +68,8 @@ public:
     std::vector<SRecord> vRecords;
 };
 
-/// One kernel and a dispatch of it. The output buffer lies at address 0x1000, which stands in
-/// constant buffer 1, element 0; an input buffer at 0x100000, in element 1.
+/// A kernel and a dispatch of it. The output buffer is at address 0x1000, which is element 0 of constant
+/// buffer 1; an input buffer is at 0x100000, in element 1.
 class CKernelRun
 {
 public:
@@ -157,7 +157,7 @@ inline float Float(uint32_t n)
     return f;
 }
 
-/// Lines that put a work-item's linear index into r100.x and the address of its four output words
+/// Lines that put a work-item's linear index into r100.x, and the address of its four output words
 /// into r100.y.
 inline const char* IndexLines()
 {

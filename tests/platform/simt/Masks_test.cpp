@@ -9,9 +9,9 @@ namespace
 using KestrelPlatform::EInstructionSet;
 
 const uint32_t s_nNotWritten = 0xAAAAAAAA;
-const uint32_t s_nData = 512; ///< word of the input after the flags
+const uint32_t s_nData = 512; ///< first word of the input after the flags
 
-/// Which work-items of a group take part: whole runs of lanes, parts of them, single ones.
+/// The active work-items of a group: whole runs of lanes, parts of them, single ones.
 struct SActive
 {
     const char* pszName;
@@ -30,8 +30,8 @@ const SActive s_Active[] = {
     {"one", [](uint32_t n) { return n == 5; }},
 };
 
-/// Lines that run for the active work-items, with r1.x the id in the group, r1.y four times that, r1.z the address of
-/// the input's data and r1.w the linear id; lines that run for all after them; and what r0.x holds then.
+/// Lines for the active work-items, with r1.x the id in the group, r1.y four times that, r1.z the address of the
+/// input's data and r1.w the linear id; lines that all run after them; and the expected r0.x.
 struct SOperation
 {
     const char* pszName;
@@ -127,7 +127,8 @@ TEST(Masks, AccessesOfSomeWorkItems)
     }
 }
 
-/// Each work-item counts in the bin of its low three bits; a bin belongs to one group, small groups in one block too.
+/// Each work-item increments the bin of its low three bits; each group has its own bins, even if small groups share a
+/// block.
 TEST(Masks, LocalSumsOfSomeWorkItems)
 {
     const SOperation operation = {"local sums", "and r2.x, r1.y, l7.x\nlds_add_id(1) r2.x, l7.y\n",
@@ -162,7 +163,7 @@ TEST(Masks, LocalSumsOfSomeWorkItems)
     }
 }
 
-/// A step whose result nothing reads goes, unless it could reach outside of memory.
+/// A step with an unread result is dropped, unless it could access an invalid address.
 TEST(Masks, UnreadResultsOfBadAccessesAreCounted)
 {
     CKernelRun run("uav_raw_load_id(11) r7.x, l5.x\nmov r8.x, x1[r1.x+4].x\niadd r9.xyz, r9, l5\n",

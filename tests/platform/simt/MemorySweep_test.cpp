@@ -4,18 +4,18 @@
 #include "tests/platform/simt/HostNumbers.h"
 #include "tests/platform/simt/KernelRun.h"
 
-/// Every load, store and atomic, against the host.
+/// Every load, store and atomic, compared with the host.
 namespace KestrelPlatformTest
 {
 namespace
 {
 
-/// What an atomic leaves of the old value and its operands.
+/// The new value of an atomic, from the old value and its operands.
 typedef uint64_t (*PFAtomic)(uint64_t nOld, uint64_t a, uint64_t b, bool bLong);
 
 struct SAtomicRule
 {
-    const char* pszNames; ///< of the instructions, each without result and with it; after "64" those of 64 bits
+    const char* pszNames; ///< of the instructions, each without and with a result; after "64" those of 64 bits
     bool bTwoOperands;
     bool bFloats;
     PFAtomic pfHost;
@@ -31,7 +31,7 @@ double Real(uint64_t n, bool bLong)
     return bLong ? d(n) : f(n);
 }
 
-/// Each half is replaced by the new one's low 31 bits if that has its top bit set.
+/// Each half whose new value has its top bit set is replaced by that value's low 31 bits.
 uint64_t ExchangeHalves(uint64_t nOld, uint64_t a)
 {
     uint64_t nResult = 0;
@@ -112,8 +112,8 @@ std::vector<uint64_t> Operands(bool bFloats, bool bLong)
     return vBits;
 }
 
-/// One work-item a combination: old value at its output, a and b in its input; the old value that comes back goes
-/// after the new one.
+/// A work-item for each combination: the old value is in its output, a and b in its input; the returned old value is
+/// stored after the new one.
 void CheckAtomic(const std::string& strName, const SAtomicRule& rule)
 {
     const bool bLocal = Contains(strName, "lds_");
@@ -183,7 +183,7 @@ TEST(MemorySweep, Atomics)
 }
 
 /// r1.x holds the input's address (sixteen bytes 0x80, 0x81, ..), r2.x the output's, r0 the sentinels 0x11 to 0x44.
-/// Local memory holds the input's bytes from 0 on. What the lines leave in r0, or in the output, is expected.
+/// Local memory holds the input's bytes from 0 on. Expected is what the lines leave in r0, or in the output.
 struct SAccessCase
 {
     const char* pszName;

@@ -9,7 +9,7 @@ namespace
 
 using KestrelPlatform::SLaunchResult;
 
-/// Runs a body over nItems; each work-item's four words stand at r100.y.
+/// Runs a body over nItems work-items; each one's four words are at r100.y.
 struct SRun
 {
     SRun(const std::string& strBody, const std::string& strDeclarations, size_t nItems, size_t nLocal,
@@ -49,7 +49,7 @@ TEST(Memory, NarrowLoadsAndStores)
 
 TEST(Memory, WordsGoInOrderOfTheComponentsWritten)
 {
-    // The address register is overwritten by the load; a scattered, a uniform and a consecutive address.
+    // The load overwrites its address register; scattered, uniform and consecutive addresses.
     const SRun run("iadd r0.x, cb1[1].x, l0.x\nuav_raw_load_id(11) r0.x_z_, r0.x\n" + std::string(s_pszStore), "", 5, 5,
                    {11, 22, 33});
     EXPECT_EQ(run.Out(4, 0), 11u);
@@ -69,7 +69,7 @@ TEST(Memory, WordsGoInOrderOfTheComponentsWritten)
 
 TEST(Memory, OutsideReadsZeroAndIsCounted)
 {
-    // Work-items 2 and 3 reach past the three words of the input; one word of 2's pair is inside.
+    // Work-items 2 and 3 reach beyond the three words of the input; one word of work-item 2's pair is inside.
     const SRun run(
         "ishl r1.x, r100.x, l0.z\niadd r1.x, r1.x, cb1[1].x\nmov r0, l0.w\nuav_raw_load_id(11) r0.xy, r1.x\n" +
             std::string(s_pszStore),
@@ -130,7 +130,7 @@ TEST(Memory, PrivateBytesOfEachWorkItem)
 
 TEST(Memory, ChosenPlacesReadZeroInEveryGroup)
 {
-    // What a group writes at fixed places is gone when the next one of the thread chooses them before.
+    // What a group writes at fixed places is cleared before the thread's next group selects those places.
     const char* const pszPrivate = "uav_raw_load_id(8) r0.x, r2.x\nuav_raw_store_id(8) mem0.xy, l5.x, l5.zw\n"
                                    "uav_raw_load_id(8) r0.yz, l5.y\n";
     const char* const pszArray = "mov r0.x, x1[r2.y].x\nmov x1[16].x, l5.z\nmov x1[17].x, l5.w\n"
@@ -200,7 +200,7 @@ TEST(Memory, LocalReductionWithBarriers)
 
 TEST(Memory, LocalAreasAndArguments)
 {
-    // Two areas, then 8 dynamic bytes after both at address 32 + 16.
+    // Two areas, then 8 dynamic bytes after both, at address 32 + 16.
     CKernelRun run(
         std::string(IndexLines()) +
             "lds_store_id(1) l5.x, r100.x\nlds_store_id(2) l5.x, l0.w\nlds_store_id(2) l5.y, l0.z\nlds_store_id(1) "
@@ -331,7 +331,7 @@ TEST(Memory, EndlessKernelsStopAtTheLimit)
     run.SetSize(1000, 10);
     run.launch.nInstructionLimit = 10000;
     EXPECT_EQ(run.Run().eStatus, SLaunchResult::InstructionLimit);
-    // 99 passes of three instructions and the last two, with what stands around: 302 in all.
+    // 99 passes of three instructions, the last two, and the instructions around the loop: 302 in all.
     CKernelRun finite("whileloop\nige r1.x, r0.x, l0.x\nbreak_logicalnz r1.x\niadd r0.x, r0.x, l0.y\nendloop\n",
                       "dcl_literal l0, 99, 1, 0, 0\n");
     finite.launch.nInstructionLimit = 600;

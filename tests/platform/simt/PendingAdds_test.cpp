@@ -12,7 +12,7 @@ namespace
 using KestrelPlatform::CPendingAdds;
 using KestrelPlatform::SLaunchResult;
 
-/// A work-item adds 5 to a word that holds 0x100, does something else, and stores what it has learned after it.
+/// A work-item adds 5 to a word that holds 0x100, does something else, and stores the result of that after it.
 struct SOwnAddCase
 {
     const char* pszBehind;
@@ -48,8 +48,8 @@ TEST(PendingAdds, AWorkItemSeesItsOwnAdditions)
     }
 }
 
-/// Where a work-item's three additions go, in words: close together, on either side of what is held, too far apart
-/// for one instruction to hold, past the end.
+/// The places of a work-item's three additions, in words: close together, on either side of the held ones, too far
+/// apart for one instruction, past the end.
 TEST(PendingAdds, NothingIsLostWhereverTheWordsLie)
 {
     const uint32_t nItems = 20000;

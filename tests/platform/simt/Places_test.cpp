@@ -19,7 +19,7 @@ struct SExpectedPlace
     uint64_t nPasses; ///< give or take 5
 };
 
-/// A kernel that some work-items never leave. r0.x is the index among all.
+/// A kernel that some work-items never leave. r0.x is the linear index.
 struct SPlacesCase
 {
     const char* pszName;
@@ -57,7 +57,7 @@ const SPlacesCase s_placesCases[] = {
      {{PLATFORM_WHERE_AT, 3, 256, 512, s_nLimit / 2},
       {PLATFORM_WHERE_ENDED, s_nNowhere, 512, s_nUnknown, 0},
       {PLATFORM_WHERE_NOT_BEGUN, s_nNowhere, 256, s_nUnknown, 0}}},
-    // The inner loop takes 1,000 passes in the first pass of the outer one, and never ends in the second.
+    // The inner loop makes 1,000 passes in the first pass of the outer one, and never ends in the second.
     {"an inner loop entered again",
      "whileloop\nmov r1.x, l0.w\nwhileloop\niadd r1.x, r1.x, l1.x\nieq r1.y, r1.x, l1.y\nior r1.y, r1.y, r2.x\n"
      "break_logicalz r1.y\nendloop\nmov r2.x, l1.x\nendloop\n",
@@ -89,7 +89,7 @@ TEST(Places, OfAllWorkItemsOfAStoppedRun)
         {
             const SExpectedPlace& expected = entry.vPlaces[n];
             const SPlatformPlace& place = result.vPlaces[n];
-            const uint32_t nBefore = 1; // the instruction in front of the body; declarations are none
+            const uint32_t nBefore = 1; // the instruction before the body; declarations don't count
             EXPECT_EQ(place.nWhere, expected.nWhere);
             EXPECT_EQ(place.nInstruction, expected.nLine == s_nNowhere ? s_nNowhere : nBefore + expected.nLine);
             EXPECT_EQ(place.nItems, expected.nItems);

@@ -3,7 +3,7 @@
 
 #include "tests/platform/simt/KernelRun.h"
 
-/// The bytes and lines that a profile tells of accesses to memory.
+/// The bytes and cache lines of memory accesses in a profile.
 namespace KestrelPlatformTest
 {
 namespace
@@ -84,7 +84,7 @@ TEST(Profile, TellsBytesAndLinesOfAccesses)
         SPlatformProfile sum = {};
         for (const SPlatformProfile& row : result.vProfile)
         {
-            // The load touches what the store does.
+            // The load accesses the same memory as the store.
             sum.nStored[0] += row.nStored[0];
             sum.nLoaded[0] += row.nLoaded[0];
             sum.nAccesses += row.nAccesses;

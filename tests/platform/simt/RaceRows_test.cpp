@@ -8,7 +8,7 @@
 #include "platform/simt/checks/IntervalRows.h"
 #include "tests/platform/simt/KernelRun.h"
 
-/// Accesses row by row must give the races that the same accesses give work-item by work-item.
+/// Accesses processed row by row must give the same races as work-item by work-item.
 namespace KestrelPlatformTest
 {
 namespace
@@ -16,11 +16,11 @@ namespace
 
 using namespace KestrelPlatform;
 
-/// A row of a few forms, among few words so that rows meet.
+/// A row in one of a few forms, among few words so that rows overlap.
 struct SRandomRow
 {
     SRaceRow row;
-    std::vector<uint64_t> vAddresses; ///< by work-item; those of an uneven row go up
+    std::vector<uint64_t> vAddresses; ///< by work-item; in an uneven row they increase
     std::vector<unsigned char> vValues;
 };
 
@@ -132,7 +132,7 @@ TEST(RaceRows, BetweenGroupsGiveWhatWorkItemsGive)
         std::mt19937 random(nSeed);
         CGroupRaces plain(context);
         CGroupRaces rows(context);
-        // More rows than a page keeps apart, and some bytes by themselves.
+        // More rows than a page can keep separately, and some single bytes.
         for (uint32_t n = 0; n < 2 + 3 * nSeed; ++n)
         {
             SRandomRow made = MakeRow(random);

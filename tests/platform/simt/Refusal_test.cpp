@@ -89,7 +89,7 @@ static uint32_t CountTail(EILTail eTail)
     }
 }
 
-/// Whatever the tables name runs, is ignored, or is refused by its name: no instruction does nothing by accident.
+/// Every opcode in the tables runs, is ignored, or is refused by name: none does nothing by accident.
 TEST(Refusals, WhatHasNoMeaningIsRefusedByName)
 {
     uint32_t nRefused = 0;
@@ -149,7 +149,7 @@ TEST(Refusals, EveryOpCodeIsDocumented)
     EXPECT_EQ(vMissing, std::vector<std::string>());
 }
 
-/// Decodes and, if that works, runs with a small limit: whatever the words are, nothing may crash or hang.
+/// Decodes words and, if that works, runs them with a small limit: whatever they are, nothing may crash or hang.
 bool RunWords(const std::vector<uint32_t>& vTokens)
 {
     SDecodeError error;
@@ -192,7 +192,7 @@ TEST(Robustness, RandomWordsBehindAHeader)
     uint32_t nRan = 0;
     for (int n = 0; n < 4000; ++n)
     {
-        // Every opcode of the tables comes up; operands name registers that exist as often as not.
+        // All opcodes of the tables occur; about half of the operands name registers that exist.
         std::vector<uint32_t> vTokens = {0, 0x00030200};
         const uint32_t nInstructions = 1 + random() % 3;
         for (uint32_t i = 0; i < nInstructions; ++i)

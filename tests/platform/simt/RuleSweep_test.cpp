@@ -6,7 +6,7 @@
 #include "tests/platform/simt/HostNumbers.h"
 #include "tests/platform/simt/KernelRun.h"
 
-/// Every rule of one component or one pair, over the products of lists of special values, against the host.
+/// Every rule for one component or one pair, over products of lists of special values, compared with the host.
 namespace KestrelPlatformTest
 {
 namespace
@@ -14,7 +14,7 @@ namespace
 
 __extension__ typedef unsigned __int128 Wide;
 
-/// Which components take part: each its own; w of the sources for all; pairs; x and y to pairs; pairs to x and y.
+/// The components involved: each its own; w of the sources for all; pairs; x and y to pairs; pairs to x and y.
 enum EForm
 {
     VEC,
@@ -27,9 +27,9 @@ enum EForm
 /// How the result may differ.
 enum ESlack
 {
-    Exact,   ///< but for the bits of a NaN
-    AnyZero, ///< the sign of zero too
-    LastBit  ///< by one in the last place: functions of the mathematics library
+    Exact,   ///< except for the bits of a NaN
+    AnyZero, ///< and for the sign of zero
+    LastBit  ///< and by one in the last place, for mathematical functions
 };
 
 struct SRule
@@ -344,7 +344,7 @@ const SRule s_Halves[] = {
 };
 // clang-format on
 
-/// The values of a letter, the most special ones first: of three sources each takes the first ten.
+/// The values for a letter, the most special ones first: with three sources each uses the first ten.
 const std::vector<uint64_t>& Values(char cLetter)
 {
     static const std::vector<uint64_t> s_vWords = {0,          1,          0xFFFFFFFF, 0x80000000, 0x7FFFFFFF, 2,
@@ -435,7 +435,7 @@ bool IsLong(char cLetter)
 
 typedef std::array<uint64_t, 3> Sources;
 
-/// All products of the sources' values, repeated up to whole work-items of four.
+/// All products of the sources' values, repeated to fill whole work-items of four.
 std::vector<Sources> Products(const SRule& rule)
 {
     const size_t nSources = std::strlen(rule.pszSources);
@@ -462,7 +462,7 @@ std::vector<Sources> Products(const SRule& rule)
     return vProducts;
 }
 
-/// How a rule's products lie in a work-item's registers.
+/// How a rule's products are arranged in a work-item's registers.
 struct SLayout
 {
     explicit SLayout(const SRule& rule) : eForm(rule.eForm), bLongResult(IsLong(rule.cResult))
@@ -537,7 +537,7 @@ public:
         }
     }
 
-    /// \param bMasked only every other work-item executes the instruction; the others keep what stood there
+    /// \param bMasked only every other work-item executes the instruction; for the others nothing may change
     void Check(bool bMasked)
     {
         const uint32_t nKept = 0x5A5A5A5A;

@@ -43,7 +43,7 @@ const float s_fNaN = std::numeric_limits<float>::quiet_NaN();
 const uint32_t s_nAll = 0xFFFFFFFF;
 const uint32_t s_nLeast = 0x80000000;
 
-/// a, b and c stand in l0, l1 and l2, and the lines leave the result in r0.
+/// a, b and c are in l0, l1 and l2, and the lines leave the result in r0.
 struct SRuleCase
 {
     const char* pszLines;
@@ -259,7 +259,7 @@ const SRuleCase s_Operands[] = {
     {"iadd r0, l0_neg(xy), l1", W(5, 6, 7), W(1, 1, 1), {}, W(0xFFFFFFFC, 0xFFFFFFFB, 8)},
     {"iadd_sat r0, l0, l1", W(5), W(6), {}, W(11)},
     {"mov r0, r77", {}, {}, {}, W(0)},
-    // A kernel's first moves of zeros do nothing.
+    // Zeros moved at the beginning of a kernel have no effect.
     {"mov r0, l0", W(0), {}, {}, W(0)},
     {"mov r0, l0", W(0, 0, 5, 0), {}, {}, W(0, 0, 5, 0)},
     {"mov r0, l0.xxx1", W(0), {}, {}, F(0, 0, 0, 1)},

@@ -5,8 +5,8 @@
 
 #include "tests/platform/simt/KernelRun.h"
 
-/// Images against a second implementation, written from the formulas of OpenCL 1.2, section 8.2 and
-/// 8.3, in double precision and one texel at a time.
+/// Compares images with a second implementation, written from the formulas of OpenCL 1.2, sections 8.2 and 8.3, in
+/// double precision and one texel at a time.
 namespace KestrelPlatformTest
 {
 namespace
@@ -25,7 +25,7 @@ struct SFormat
     uint32_t nType;
 };
 
-/// OpenCL 1.2, table 5.8: what every device with images has to read.
+/// OpenCL 1.2, table 5.8: formats that every device with images must support.
 const SFormat s_Minimum[] = {
     {CL_RGBA, CL_UNORM_INT8},      {CL_RGBA, CL_UNORM_INT16},    {CL_RGBA, CL_SIGNED_INT8},
     {CL_RGBA, CL_SIGNED_INT16},    {CL_RGBA, CL_SIGNED_INT32},   {CL_RGBA, CL_UNSIGNED_INT8},
@@ -41,7 +41,7 @@ bool IsInteger(uint32_t nType)
     return nType >= CL_SIGNED_INT8 && nType <= CL_UNSIGNED_INT32;
 }
 
-/// Channels of an order, in the order in which they lie in memory.
+/// The channels of an order, in memory order.
 const char* Channels(uint32_t nOrder)
 {
     switch (nOrder)
@@ -178,7 +178,7 @@ struct SImage
             nSeed = nSeed * 1664525 + 1013904223;
             byte = static_cast<unsigned char>(nSeed >> 24);
         }
-        // Random bits make poor floats: small numbers, all finite.
+        // Random bits make unsuitable floats, so these are small numbers, all finite.
         for (uint32_t n = 0; n < vBytes.size(); n += 2)
         {
             if (format.nType == CL_HALF_FLOAT)
@@ -209,7 +209,7 @@ struct SImage
         return binding;
     }
 
-    /// The texel, or the border's colour of OpenCL 1.2, 8.2.
+    /// The texel, or the border colour of OpenCL 1.2, 8.2.
     SColour At(const int* pPlace) const
     {
         uint32_t nIndex = 0;
@@ -235,7 +235,7 @@ struct SImage
     std::vector<unsigned char> vBytes;
 };
 
-/// Where one coordinate falls: a place for the nearest filter, two and a weight for the linear one.
+/// Where one coordinate falls: one place for the nearest filter, two and a weight for the linear one.
 struct SAxis
 {
     int nNearest = 0;
@@ -320,7 +320,7 @@ SColour Reference(const SImage& image, const SSamplerBinding& sampler, const flo
     return result;
 }
 
-/// Coordinates a work-item each; four words an item.
+/// Coordinates for each work-item, in four words.
 std::vector<uint32_t> MakeCoordinates(const SImage& image, bool bNormalized)
 {
     std::vector<uint32_t> vWords;
@@ -330,7 +330,7 @@ std::vector<uint32_t> MakeCoordinates(const SImage& image, bool bNormalized)
         for (uint32_t n = 0; n < 4; ++n)
         {
             nSeed = nSeed * 1664525 + 1013904223;
-            // Sixteenths around the image, so that places on texel borders and centres come up, and are exact.
+            // Multiples of 1/16 around the image, so that borders and centres of texels occur, and are exact.
             const float fTexels = static_cast<float>(static_cast<int>(nSeed >> 20) % 192 - 56) / 16.0f;
             const float fSize = n < 3 ? static_cast<float>(image.nSize[n]) : 1.0f;
             vWords.push_back(Bits(bNormalized ? std::round(fTexels / fSize * 64.0f) / 64.0f : fTexels));
@@ -386,7 +386,7 @@ std::string Describe(const SImage& image, const SSamplerBinding& sampler, const 
     return text.str();
 }
 
-/// The distance of a result from the expected value, in units of the largest value of the format.
+/// Checks the difference between result and expectation, in units of the format's largest value.
 void ExpectColour(const SColour& expected, const uint32_t* pOut, const SImage& image, const std::string& strWhere)
 {
     for (uint32_t c = 0; c < 4; ++c)
@@ -566,7 +566,7 @@ TEST(Sampling, TypedBuffersWithoutAnImageAreFlat)
     EXPECT_EQ(result.firstBadAccess.nWorkItem, 2u);
     EXPECT_EQ(result.firstBadAccess.nAddress, CKernelRun::s_nInput + 40u);
 
-    // The same kernel with an image bound takes that.
+    // The same kernel uses an image if one is bound.
     SImage image({CL_R, CL_UNSIGNED_INT32}, 1, 3);
     CKernelRun bound("uav_store_id(4) l0.y, l0.x\n", "dcl_typed_uav_id(4) 0x8\ndcl_literal l0, 16, 3, 0, 0\n");
     bound.launch.mapUavImages[4] = image.Binding();

@@ -7,7 +7,7 @@ namespace
 
 const uint32_t s_nScaledItems = 300;
 const uint32_t s_nWords = 400;
-/// A sum carries into the upper word in the middle of the memory.
+/// Adding offsets to it carries into the upper word in the middle of the memory.
 const uint64_t s_nBase = 0x5FFFFFF00ull;
 const uint64_t s_nIndices = 0x1000;
 const uint64_t s_nResults = 0x100000;
@@ -30,7 +30,7 @@ const SIndices s_IndexKinds[] = {
     {"the largest", [](uint32_t n) { return n % 2 ? 0xFFFFFFFFu : 0x7FFFFFFFu; }},
 };
 
-/// Lines that take r1.x for the index, and r2.x for the work-item's number, and may leave a result in r3.x.
+/// Lines that use r1.x as the index and r2.x as the work-item's number, and may leave a result in r3.x.
 struct SOperation
 {
     const char* pszName;
@@ -38,7 +38,7 @@ struct SOperation
     uint32_t nScale;
     uint32_t nBytes;
     bool bWrites;
-    /// What it does to the memory behind a valid address. \return what r3.x holds then
+    /// Their effect on the memory at a valid address. \return the expected r3.x
     uint32_t (*pfDo)(unsigned char* pData, uint32_t nItem);
 };
 
@@ -160,7 +160,7 @@ void Check(const SCase& testCase)
         }
         else
         {
-            // Of several words the first one outside is told of.
+            // Of several words, the first one outside is reported.
             const bool bFirstIn = nOffset >= 0 && nOffset + 4 <= s_nWords * 4;
             vBad.emplace_back(n, s_nBase + static_cast<uint64_t>(nOffset) + (bFirstIn ? 4 : 0));
         }

@@ -31,7 +31,7 @@ TEST(Schedule, EveryPieceHasItsTurn)
             nInOrder += bInOrder ? 1 : 0;
         }
     }
-    // By chance alone, and the launches of one piece.
+    // Only by chance, and for launches with one piece.
     EXPECT_LT(nInOrder, 20u);
 }
 

@@ -21,7 +21,7 @@ TEST(Shares, EachPieceIsDealtOnceAndOnesOwnFirst)
             for (uint32_t n = 0; n < nPieces; ++n)
             {
                 ASSERT_TRUE(shares.IsAnyLeft());
-                // The last thread takes twice as often as the others, and then from them.
+                // The last thread takes twice as often as the others, and then from their shares.
                 const uint32_t nThread = std::min(n % (nThreads + 1), nThreads - 1);
                 const std::optional<uint32_t> nPiece = shares.Take(nThread);
                 ASSERT_TRUE(nPiece.has_value());

@@ -7,14 +7,14 @@ namespace KestrelPlatformTest
 namespace
 {
 
-/// What the kernels see of a work-item.
+/// The ids of a work-item that the kernels use.
 struct SPlace
 {
     uint32_t nGroup[3];
     uint32_t nLocal[3];
 };
 
-/// Lines that leave a result in r0.x, and what it is. Each computes with what is the same for neighbouring groups.
+/// Lines that leave a result in r0.x, and its value. Each uses something that is the same for neighbouring groups.
 struct SSteadyCase
 {
     const char* pszName;

@@ -10,7 +10,7 @@ const uint32_t s_nCount = 9;
 
 /// A kernel's lines leave their result in r0.x. l1.x to l1.w are 0 to 3, l2.x to l2.w are 4, 7, 16 and 100; r1.x is the
 /// work-item's number, r1.y that modulo 8; cb1[2].x is s_nCount, cb1[2].y the number of words at cb1[3].xy and
-/// cb1[1].x, which hold 1000 and on.
+/// cb1[1].x, which hold 1000 and up.
 struct SKernel
 {
     const char* pszName;
@@ -205,7 +205,7 @@ TEST(UniformSteps, GiveEachWorkItemItsOwn)
     }
 }
 
-/// Of so many branches and registers nothing is found out, and the kernel runs all the same.
+/// With so many branches and registers no analysis is made, but the kernel runs.
 TEST(UniformSteps, LongKernelsStayAsTheyAre)
 {
     const uint32_t nBranches = 1000;
@@ -228,7 +228,7 @@ TEST(UniformSteps, LongKernelsStayAsTheyAre)
     }
 }
 
-/// Work-items that load from the same place outside each have a fault of their own, and go on with 0.
+/// Each work-item that loads from the same invalid place has its own fault, and continues with 0.
 TEST(UniformSteps, FaultsAreThoseOfTheActive)
 {
     CKernelRun run =

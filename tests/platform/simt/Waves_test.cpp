@@ -36,7 +36,7 @@ TEST(Waves, Numbers)
 
 TEST(Waves, BallotsAndCounts)
 {
-    // Every third work-item stands aside; of the others the odd ones vote.
+    // Every third work-item isn't active; of the others, the odd ones vote yes.
     const std::string strBody = "umod r1.x, r100.x, l0.w\nand r1.y, r100.x, l0.y\nif_logicalnz r1.x\n"
                                 "ballot r0, r1.yyyy\nmbcnt r0.z, r0.xyyy\nendif\n";
     for (const uint32_t nLocal : s_nLocalSizes)
@@ -66,7 +66,8 @@ TEST(Waves, BallotsAndCounts)
 
 TEST(Waves, ReadOtherLanes)
 {
-    // The lowest active lane is 2; lane 5 is read by a constant, lane "own + 1" by each its own, lane 66 is none.
+    // The lowest active lane is 2; lane 5 is read by a constant, lane "own + 1" differs for each, lane 66 doesn't
+    // exist.
     const std::string strBody =
         "mov r1.x, r100.x\nlane_id r2.x\nult r3.x, r2.x, l0.z\niadd r2.y, r2.x, l0.y\n"
         "if_logicalz r3.x\nreadfirstlane r0.x, r1.xxxx\nendif\n"

@@ -12,7 +12,7 @@ namespace
 
 const std::chrono::seconds s_Limit(10);
 
-/// A task that every thread of it stays in until a wanted one has come, and that tells who came.
+/// A task whose threads stay in it until a certain one has come, and which records the threads.
 class CMeeting
 {
 public:
@@ -40,7 +40,7 @@ private:
 TEST(WorkerPool, WhoWaitsForATaskHelpsIt)
 {
     CWorkerPool& pool = CWorkerPool::Get();
-    // One more than the pool has of its own, so that the task ends only with the one that waits.
+    // One more than the pool has, so that the task ends only if the waiting thread helps.
     const uint32_t nHelpers = pool.GetThreads();
     CMeeting meeting;
     meeting.m_nWanted = nHelpers + 1;

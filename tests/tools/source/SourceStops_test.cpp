@@ -1,7 +1,6 @@
-// Variables of generated kernels as a debugging session shows them, at breakpoints on lines and after steps by line,
-// against a run of the same source on the host.
-//   KESTREL_OPENCL_C_KERNELS=N  so many kernels
-//   KESTREL_OPENCL_C_SEED=N     only the kernel of this seed; its text is printed if it fails
+// Compares the variables of generated kernels, as a debugging session shows them at breakpoints on lines and after
+// steps by line, with a run of the same source on the host. KESTREL_OPENCL_C_KERNELS=N  number of kernels
+// KESTREL_OPENCL_C_SEED=N     only the kernel of this seed; its text is printed if it fails
 
 #include "tests/platform/opencl_c/generated/HostBuild.h"
 #include "tests/platform/opencl_c/generated/KernelMaker.h"
@@ -26,10 +25,10 @@ namespace
 
 const size_t s_nEach = 3; ///< every third work-item is looked at
 
-/// Variables, by name, with their bytes, as a statement finds them.
+/// The bytes of variables before a statement, by name.
 using SnapShot = std::map<std::string, std::string>;
 
-/// What a work-item finds at its visits of each line of the source.
+/// For a work-item and a source line, the variables at each visit of the line.
 using Visits = std::map<std::pair<size_t, unsigned int>, std::vector<SnapShot>>;
 
 Visits* s_pHostVisits = nullptr;
@@ -105,7 +104,7 @@ public:
     void OnEvent(const nlohmann::json&) override {}
 };
 
-/// Bytes as they are printed where they differ; words as they are.
+/// Bytes in hexadecimal, for messages about differences; longer texts as they are.
 std::string Hex(const std::string& strBytes)
 {
     std::string strText;
@@ -117,7 +116,7 @@ std::string Hex(const std::string& strBytes)
     return strText.empty() ? strBytes : strText;
 }
 
-/// A session that stops at lines and compares what it shows with what the host's run found there.
+/// A session that stops at lines and compares the shown values with those of the host's run.
 class CComparedSession
 {
 public:
@@ -167,7 +166,7 @@ public:
     size_t CountMatched() const { return m_nMatched; }
 
 private:
-    /// The next instruction tells who has come to the line.
+    /// The next instruction shows which work-items have reached the line.
     void LookAt(unsigned int nLine)
     {
         const unsigned int nSource = m_mapLines[nLine];
@@ -217,7 +216,7 @@ private:
         return found;
     }
 
-    /// Some visits pass without a stop of their own, where the first instruction of a line is a jump.
+    /// Some visits have no stop of their own, if the first instruction of a line is a jump.
     void Match(size_t nItem, unsigned int nSource, const SnapShot& found)
     {
         const std::vector<SnapShot>& vVisits = m_Expected.at({nItem, nSource});
@@ -255,7 +254,7 @@ private:
     const Visits& m_Expected;
     const CLayouts& m_Layouts;
     const bool m_bByLines;
-    std::map<unsigned int, unsigned int> m_mapLines; ///< of IL to that of the source which begins there
+    std::map<unsigned int, unsigned int> m_mapLines; ///< line of IL to the source line that begins there
     std::map<std::pair<size_t, unsigned int>, size_t> m_mapNext;
     size_t m_nMatched = 0;
     std::string m_strDifference;

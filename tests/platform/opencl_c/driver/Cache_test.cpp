@@ -100,7 +100,7 @@ TEST_F(CCacheTest, TheOldestGoWhenThereIsTooMuch)
     EXPECT_TRUE(fs::exists(m_strFolder + "/not ours"));
 }
 
-/// Where nothing can be written there is no cache, and no fault: a file stands where the folder would.
+/// If nothing can be written there is no cache, which isn't an error: here a file is in the folder's place.
 TEST_F(CCacheTest, NoRoomIsNoFault)
 {
     fs::create_directories(fs::path(m_strFolder).parent_path());
@@ -112,13 +112,13 @@ TEST_F(CCacheTest, NoRoomIsNoFault)
     EXPECT_FALSE(CProgramCache("").IsOn());
 }
 
-/// A write that the disk has no room for leaves no file, whole or in part.
+/// A write that fails because the disk is full leaves no file, not even a part of one.
 TEST_F(CCacheTest, AFullDiskLeavesNothing)
 {
     const pid_t nChild = fork();
     if (nChild == 0)
     {
-        // Files of this process can't grow beyond 1,000 bytes: a write fails in the middle.
+        // Files of this process can't grow beyond 1,000 bytes, so a write fails in the middle.
         signal(SIGXFSZ, SIG_IGN);
         const rlimit limit = {1000, 1000};
         setrlimit(RLIMIT_FSIZE, &limit);
@@ -131,7 +131,7 @@ TEST_F(CCacheTest, AFullDiskLeavesNothing)
     EXPECT_TRUE(Files().empty());
 }
 
-/// Processes that store and find the same programs at once only ever see whole ones.
+/// Processes that store and find the same programs at the same time only see complete ones.
 TEST_F(CCacheTest, SeveralProcessesAtOnce)
 {
     std::vector<pid_t> vChildren;

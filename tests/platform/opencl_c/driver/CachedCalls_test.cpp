@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// What each way to a program keeps in the cache on disk. The cache is chosen at the first build of a process, so that
-/// the calls are made in processes of their own: this program again, with one test.
+/// What each way to build a program stores in the disk cache. The cache is chosen at the first build of a process, so
+/// each case runs in a process of its own: this program again, with one test.
 namespace
 {
 
@@ -45,7 +45,7 @@ CProgramHandle Link(COpenCLDevice& device, std::vector<cl_program> vInputs, cons
     return program;
 }
 
-/// A source at "-g", compiled, put into a library, linked and run.
+/// A source is compiled with "-g", put into a library, linked and run.
 void MakeAProgramOfParts()
 {
     COpenCLDevice device("Quench");
@@ -72,7 +72,7 @@ class CPartsTest : public testing::Test
     void TestBody() override { MakeAProgramOfParts(); }
 };
 
-/// Only the processes that the tests below start have this test.
+/// Only processes started by the tests below have this test.
 const char* const s_pszInChild = "KESTREL_TEST_PARTS";
 const testing::TestInfo* const s_pParts =
     std::getenv(s_pszInChild) != nullptr
@@ -129,7 +129,7 @@ TEST_F(CCachedCallsTest, ObjectsLibrariesAndLinkedProgramsAreKept)
     EXPECT_EQ(CountFiles(), 4u);
 }
 
-/// An object that depends on files isn't kept; what is linked of it is, since it is a part of the key.
+/// An object that depends on files isn't cached. A program linked from it is, since the key contains the object.
 TEST_F(CCachedCallsTest, ChangesOfIncludedFilesAreSeen)
 {
     const std::pair<std::string, std::string> headers{"KESTREL_TEST_HEADERS", "-I " + m_strFolder + "/headers"};

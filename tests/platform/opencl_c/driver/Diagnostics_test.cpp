@@ -1,6 +1,6 @@
 #include "Programs.h"
 
-/// Sources that don't build: the log says why and where, and the process goes on.
+/// Sources that don't build: the log says why and where, and the process continues.
 namespace
 {
 
@@ -11,7 +11,7 @@ struct SFaultyCase
     const char* pszWhat;
     std::string strSource;
     std::string strLog; ///< a part of it
-    /// The compilation is ended from within, and what it had allocated stays: a leak checker tells.
+    /// The compilation is aborted from within, and its memory leaks, which a leak checker reports.
     bool bEnds = false;
 };
 
@@ -25,7 +25,7 @@ std::string Repeat(const std::string& strText, size_t nTimes)
     return strAll;
 }
 
-/// Functions that each call the one before twice.
+/// Functions that each call the previous one twice.
 std::string Doubling(unsigned int nFunctions)
 {
     std::string strSource = "int f0(int x) { return x * x + 1; }\n";

@@ -1,6 +1,6 @@
 #include "Programs.h"
 
-/// clCompileProgram, clLinkProgram, and objects that go through binaries.
+/// clCompileProgram, clLinkProgram, and objects that are saved and loaded as binaries.
 namespace
 {
 
@@ -101,7 +101,8 @@ TEST_P(CLinkTest, WhatIsMissingOrThereTwiceIsNamed)
     Link({main, helper, once}, "-enable-link-options", CL_INVALID_LINKER_OPTIONS);
 }
 
-/// Every place of the object damaged in turn, and every length cut: refused by name or right, never a crash.
+/// Damages every place of the object in turn, and cuts it at every length: the result is a refusal or right, never a
+/// crash.
 TEST_P(CLinkTest, DamagedObjectsAreRefused)
 {
     const std::vector<unsigned char> vObject =

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-/// The options of a build have the effect that OpenCL says, and predefined macros say what the device reports.
+/// Build options have the effect that OpenCL describes, and predefined macros match what the device reports.
 namespace
 {
 
@@ -85,7 +85,7 @@ TEST(Options, WarningsAreTold)
     {
         const char* pszOptions;
         cl_int nCode;
-        const char* pszLog; ///< null: empty
+        const char* pszLog; ///< null: the log is empty
     };
     for (const SCase& test : {SCase{"", CL_SUCCESS, "kernel.cl:1:42: warning: "}, SCase{"-w", CL_SUCCESS, nullptr},
                               SCase{"-Werror", CL_BUILD_PROGRAM_FAILURE, "kernel.cl:1:42: error: "}})
@@ -113,7 +113,7 @@ TEST(Options, FoldersOfHeadersOnDisk)
     std::filesystem::remove_all(strFolder);
 }
 
-/// Each extension that the device reports has its macro, and no other has.
+/// Each extension that the device reports has its macro, and no other extension has.
 TEST(Options, ExtensionsAreWhatTheDeviceReports)
 {
     COpenCLDevice device("Kiln");

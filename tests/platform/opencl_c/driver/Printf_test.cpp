@@ -5,7 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-/// What kernels print, against what the C library prints on the host.
+/// Compares the output of kernels with that of the host's C library.
 namespace
 {
 
@@ -118,7 +118,7 @@ TEST(Printf, WhatDoesntFitIsCounted)
         << strText.substr(strText.size() - 100);
 }
 
-/// A debugger builds its copies from the text of the binary: they compute, and print nothing.
+/// A debugger builds its copies of kernels from the binary's text: these compute, but print nothing.
 TEST(Printf, CopiesOfADebuggerPrintNothing)
 {
     COpenCLDevice device("Quench");

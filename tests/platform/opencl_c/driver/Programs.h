@@ -9,7 +9,7 @@
 namespace KestrelTest
 {
 
-/// A program that the test releases by leaving its scope; null is fine.
+/// A program that is released at the end of the scope; may be null.
 class CProgramHandle
 {
 public:
@@ -65,7 +65,7 @@ inline CProgramHandle FromBinary(COpenCLDevice& device, const std::vector<unsign
         device.cl.clCreateProgramWithBinary(device.m_context, 1, &device.m_device, &nSize, &pBytes, nullptr, nullptr));
 }
 
-/// Runs `kernel void NAME(global int* out)` of a program that is built, over n work-items.
+/// Runs `kernel void NAME(global int* out)` of a built program over n work-items.
 inline std::vector<int> RunInts(COpenCLDevice& device, const CProgramHandle& program, const char* pszName, size_t n)
 {
     const std::shared_ptr<std::remove_pointer_t<cl_kernel>> kernel(

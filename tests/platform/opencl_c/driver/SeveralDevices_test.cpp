@@ -29,7 +29,7 @@ protected:
     }
     ~CSeveralDevicesTest() override { cl.clReleaseContext(m_context); }
 
-    /// What the kernel writes on a device.
+    /// The value that the kernel writes on a device.
     int Run(cl_program program, cl_device_id device)
     {
         cl_int nCode = -1;
@@ -58,7 +58,7 @@ protected:
         return nStatus;
     }
 
-    /// By the width of the device's addresses.
+    /// The expected value, by the device's address width.
     int Expected(cl_device_id device)
     {
         cl_uint nBits = 0;
@@ -83,7 +83,7 @@ TEST_F(CSeveralDevicesTest, EachGetsABuildOfItsOwn)
         EXPECT_EQ(Run(program.Get(), device), Expected(device));
     }
 
-    // Their binaries make the program again, for all of them at once.
+    // The program can be created again from its binaries, for all devices at once.
     std::vector<size_t> vSizes(m_vDevices.size());
     cl.clGetProgramInfo(program.Get(), CL_PROGRAM_BINARY_SIZES, vSizes.size() * sizeof(size_t), vSizes.data(), nullptr);
     std::vector<std::vector<unsigned char>> vBinaries;
@@ -117,7 +117,7 @@ TEST_F(CSeveralDevicesTest, WhatIsBuiltForSomeRunsOnThoseAlone)
 
 TEST_F(CSeveralDevicesTest, OneThatFailsFailsAloneAndSaysWhy)
 {
-    // Pointers that are too wide for one kind of device only.
+    // Pointers that only fit on one kind of device.
     const char* pszSource = "kernel void k(global int* out) { int fits[9 - sizeof(size_t)]; int no[(int)"
                             "sizeof(size_t) - 5]; out[0] = sizeof fits + sizeof no; }\n";
     const CProgramHandle program(cl.clCreateProgramWithSource(m_context, 1, &pszSource, nullptr, nullptr));
@@ -135,7 +135,7 @@ TEST_F(CSeveralDevicesTest, OneThatFailsFailsAloneAndSaysWhy)
     EXPECT_TRUE(nFailed > 0 && nFailed < m_vDevices.size());
 }
 
-/// Objects of C++ go between runtime and library: another interface is refused, before any of them does.
+/// Runtime and library exchange C++ objects, so a differing interface is refused before that.
 TEST(CompilerLibrary, GivesItsCompilerToItsOwnInterfaceAlone)
 {
     using namespace KestrelPlatform;

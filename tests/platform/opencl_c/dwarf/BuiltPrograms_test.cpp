@@ -37,7 +37,7 @@ std::string SourcePlace(uint32_t nInstruction)
     return place;
 }
 
-/// The options, and whether the program goes through its binary.
+/// The options, and whether the program is recreated from its binary.
 class BuiltPrograms : public testing::TestWithParam<std::tuple<const char*, bool>>
 {
 };

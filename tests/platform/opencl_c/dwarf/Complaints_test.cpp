@@ -1,4 +1,4 @@
-// The system's readers of debug data take what the compiler writes, whatever the program.
+// The system's readers of debug data accept the compiler's output for any program.
 
 #include "tests/platform/opencl_c/dwarf/DebugReaders.h"
 #include "tests/support/Folders.h"

@@ -15,7 +15,7 @@
 namespace KestrelTests
 {
 
-/// What a program says about a file, both streams.
+/// The output of a program for a file, on both streams.
 inline std::string Ask(const std::string& strCommand)
 {
     std::string strOutput;
@@ -39,7 +39,7 @@ inline std::string WriteFile(const std::vector<char>& vImage)
     return strPath;
 }
 
-/// What the system's readers of debug data find wrong with a kernel binary; "" if nothing.
+/// The complaints of the system's readers of debug data about a kernel binary; "" if there are none.
 inline std::string Complaints(const std::vector<char>& vImage)
 {
     const std::string strPath = WriteFile(vImage);

@@ -69,7 +69,7 @@ __kernel void second(__global int* restrict p, __constant uint3* q, __local ucha
 }
 )";
 
-/// Stands in for the lowering: each instruction is one line of IL, each variable gets some place.
+/// Stands in for the lowering: each instruction becomes one line of IL, each variable gets some place.
 class CFakeLowering
 {
 public:
@@ -155,7 +155,7 @@ private:
         return static_cast<uint32_t>(m_Lowered.vLines.size()) - 1;
     }
 
-    /// By turns a register, private memory, and first private memory, then a register.
+    /// In turn: a register, private memory, and first private memory, then a register.
     void AddPlace(const llvm::DbgVariableIntrinsic& variable, const SLoweredKernel& kernel)
     {
         const auto nCount = static_cast<uint32_t>(m_Lowered.vVariables.size());
@@ -201,7 +201,7 @@ std::vector<SDwarfFrame> ExpectedFrames(const llvm::DILocation* pPlace)
     return vFrames;
 }
 
-/// Calls a function with each line of a kernel and the place that it belongs to.
+/// Calls a function with each line of a kernel and its source place.
 void ForLines(const SLowered& lowered,
               const std::function<void(const SLoweredKernel&, uint32_t, const llvm::DILocation*)>& function)
 {
@@ -310,7 +310,7 @@ TEST_F(DebugSections, FindVariablesWhereTheyAre)
                 pPlace ? file.Variables(nLine) : std::vector<SDwarfVariable>();
             for (const SVariablePlace& place : lowered.vVariables)
             {
-                // Of all calls that are open at the line, the one whose variable it is.
+                // Of all calls that are active at the line, the one that the variable belongs to.
                 const llvm::DILocation* pOpen = pPlace;
                 while (pOpen && (pOpen->getInlinedAt() != place.pInlinedAt ||
                                  !Encloses(place.pVariable->getScope(), pOpen->getScope())))

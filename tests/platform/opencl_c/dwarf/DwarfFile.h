@@ -12,7 +12,7 @@
 namespace KestrelTests
 {
 
-/// A function that was inlined, or the kernel, at some address.
+/// A function on the call stack of an address: an inlined one, or the kernel.
 struct SDwarfFrame
 {
     std::string strFunction;
@@ -29,7 +29,7 @@ struct SDwarfFrame
     }
 };
 
-/// A variable that a debugger shows at some address.
+/// A variable that a debugger shows at an address.
 struct SDwarfVariable
 {
     std::string strFunction;
@@ -38,10 +38,10 @@ struct SDwarfVariable
     std::string strType;
     bool bParameter = false;
     int nLine = 0;
-    std::vector<Dwarf_Op> vLocation; ///< at the address; empty for none
+    std::vector<Dwarf_Op> vLocation; ///< at the address; empty if there is none
 };
 
-/// Debug data of a kernel binary, read by elfutils.
+/// The debug data of a kernel binary, read by elfutils.
 class CDwarfFile
 {
 public:
@@ -61,7 +61,7 @@ public:
 
     bool IsOpen() const { return m_pDwarf != nullptr; }
 
-    /// "file:line:column" for an address, "" if there is none.
+    /// The "file:line:column" of an address, "" if there is none.
     std::string Place(uint64_t nAddress) const
     {
         Dwarf_Die unit;
@@ -78,7 +78,7 @@ public:
                std::to_string(nColumn);
     }
 
-    /// The innermost first.
+    /// Innermost first.
     std::vector<SDwarfFrame> Frames(uint64_t nAddress) const
     {
         std::vector<SDwarfFrame> vFrames;
@@ -92,7 +92,7 @@ public:
         return vFrames;
     }
 
-    /// Innermost scope first, in each as they were declared.
+    /// Innermost scope first, and within a scope in the order of declaration.
     std::vector<SDwarfVariable> Variables(uint64_t nAddress) const
     {
         std::vector<SDwarfVariable> vVariables;
@@ -120,7 +120,7 @@ public:
         return vVariables;
     }
 
-    /// Variables of the program itself: "type name", and the bytes of the value.
+    /// The program's own variables: "type name", and the bytes of the value.
     std::vector<std::pair<std::string, std::string>> Constants() const
     {
         std::vector<std::pair<std::string, std::string>> vConstants;
@@ -144,7 +144,7 @@ public:
         return vConstants;
     }
 
-    /// A section's bytes, "" if it isn't there.
+    /// The bytes of a section, "" if there is none.
     std::string Section(const std::string& strName) const
     {
         size_t nNames = 0;
@@ -181,7 +181,7 @@ private:
             return {};
         }
         const int nScopes = dwarf_getscopes(&unit, nAddress, &pScopes);
-        // Up to the function that was inlined; the rest of the way is that of the entries themselves.
+        // Only up to the inlined function; from there the entries' own parents continue.
         std::vector<Dwarf_Die> vScopes;
         if (nScopes > 0)
         {
@@ -245,7 +245,7 @@ private:
         return Text(type);
     }
 
-    /// A type in words, such as "pointer(1) to const struct s {int@0 a}".
+    /// A description of a type, such as "pointer(1) to const struct s {int@0 a}".
     static std::string Text(Dwarf_Die& type)
     {
         std::string strName = Name(type);
@@ -304,7 +304,7 @@ private:
             }
             else
             {
-                // A struct that holds a pointer to itself isn't told over and over.
+                // Avoids endless recursion for a struct with a pointer to itself.
                 Dwarf_Attribute attribute;
                 Dwarf_Die member;
                 dwarf_formref_die(dwarf_attr(&child, DW_AT_type, &attribute), &member);

@@ -1,5 +1,5 @@
-// Variables of generated kernels at "-g", at each statement, against a run of the same source on the host.
-//   KESTREL_OPENCL_C_KERNELS=N  so many kernels (24 without it)
+// The variables of generated kernels built with "-g", at each statement, against a run of the same source on the host.
+//   KESTREL_OPENCL_C_KERNELS=N  number of kernels (24 by default)
 //   KESTREL_OPENCL_C_SEED=N     only the kernel of this seed; its text is printed if it fails
 
 #include "tests/platform/opencl_c/dwarf/DebugReaders.h"
@@ -35,7 +35,7 @@ unsigned long FromEnvironment(const char* pszName, unsigned long nDefault)
     return pszValue ? std::strtoul(pszValue, nullptr, 10) : nDefault;
 }
 
-/// The seeds of a part of the test.
+/// The seeds for a part of the test.
 std::vector<SKernelToProbe> MakeKernels(unsigned int nPart)
 {
     const unsigned long nOne = FromEnvironment("KESTREL_OPENCL_C_SEED", 0);
@@ -80,7 +80,7 @@ std::vector<cl_int> MakeInput(uint64_t nSeed)
     return vIn;
 }
 
-/// Constant buffer 1: a slot of four words for each argument.
+/// Constant buffer 1: four words for each argument.
 std::vector<uint32_t> Arguments()
 {
     std::vector<uint32_t> vWords(3 * 4);
@@ -97,8 +97,8 @@ std::vector<uint32_t> Arguments()
 struct SComparison
 {
     size_t nValues = 0;
-    size_t nPlaces = 0;      ///< lines that a work-item came to
-    size_t nWithoutCode = 0; ///< those that have no instruction at which it could be asked
+    size_t nPlaces = 0;      ///< lines that a work-item reached
+    size_t nWithoutCode = 0; ///< those without an instruction where variables could be read
     std::string strDifference;
 };
 
@@ -115,7 +115,7 @@ void CompareVisit(const SnapShot& expected, const SnapShot& got, const CLayouts&
     }
 }
 
-/// Up to the first difference.
+/// Compares up to the first difference.
 SComparison Compare(const CVisits& expected, const CTracedRun& run, const CLayouts& layouts)
 {
     SComparison result;
@@ -214,7 +214,7 @@ TEST_P(GeneratedVariables, HaveTheValuesOfAHostRun)
             all.nWithoutCode += found.nWithoutCode;
         }
     }
-    // Declarations of arrays have no code, and neither have lines whose conditions are known when they are compiled.
+    // Declarations of arrays have no code, nor have lines whose conditions are known at compile time.
     EXPECT_TRUE(vKernels.size() == 1 || all.nWithoutCode * 10 < all.nPlaces)
         << all.nWithoutCode << " of " << all.nPlaces;
     RecordProperty("values", static_cast<int>(all.nValues));

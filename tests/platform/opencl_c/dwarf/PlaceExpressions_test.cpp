@@ -12,7 +12,7 @@ using namespace KestrelOpenCL;
 namespace
 {
 
-/// Variables of some types, without a program around them.
+/// Variables of several types, without a program around them.
 class CVariables
 {
 public:
@@ -27,7 +27,7 @@ public:
 
     CVariables(const CVariables&) = delete;
     CVariables& operator=(const CVariables&) = delete;
-    /// What the builder has left open until its end would be left behind.
+    /// Without this the builder's unfinished nodes would leak.
     ~CVariables() { m_Builder.finalize(); }
 
     const llvm::DILocalVariable* Scalar(unsigned int nBits)
@@ -87,7 +87,7 @@ SVariablePlace Part(SVariablePlace place, uint32_t nOffset, uint32_t nSize, uint
     return place;
 }
 
-/// An expression in words: "r5", "private 16", "8 bytes" and so on.
+/// A description of an expression: "r5", "private 16", "8 bytes" and so on.
 std::string Words(const std::string& strExpression)
 {
     std::string strWords;
@@ -190,7 +190,7 @@ TEST(PlaceExpressions, JoinPartsByLines)
                     Part(Place(pStruct, Kind::Register, {3}), 0, 4, 10, 13)}),
               "10-12: r3 piece 4; 12-14: r3 piece 4 r7 piece 4; 14-16: piece 4 r7 piece 4");
     const auto* pScalar = variables.Scalar(32);
-    // From place to place with a gap; equal neighbours become one.
+    // From place to place with a gap; equal neighbours are merged.
     EXPECT_EQ(Join({Part(Place(pScalar, Kind::Register, {1}), 0, 4, 10, 11),
                     Part(Place(pScalar, Kind::Register, {1}), 0, 4, 12, 14),
                     Part(Place(pScalar, Kind::Private, {}, 8), 0, 4, 17, 17),

@@ -10,34 +10,34 @@
 namespace KestrelTests
 {
 
-/// Variables, by name, with their bytes, as a statement finds them.
+/// The bytes of variables before a statement, by name.
 using SnapShot = std::map<std::string, std::string>;
 
-/// For a work-item and a line of the source, what each visit of the line finds.
+/// For a work-item and a source line, the variables at each visit of the line.
 using CVisits = std::map<std::pair<uint64_t, int>, std::vector<SnapShot>>;
 
-/// A kernel in the common part of OpenCL C and C. In front of statements stands P(name) for variables that have a value
-/// there: nothing to the device's compiler, a note of the value to the host's.
+/// A kernel in the common subset of OpenCL C and C. Before statements it has P(name) for variables with a value there:
+/// nothing for the device's compiler, and a note of the value for the host's.
 struct SProbedKernel
 {
     const char* pszName;
     const char* pszSource; ///< with `__kernel void run(__global int* data, ...)`
 };
 
-/// Compiles the source with the host's compiler, without optimisation, and runs it work-item by work-item.
+/// Compiles the source with the host's compiler, without optimisation, and runs it for one work-item after the other.
 ///
-/// \param vData  the kernel's buffer, in and out
+/// \param vData  the kernel's buffer, which is changed
 /// \param nScale the other argument, an int
 CVisits RunOnHost(const SProbedKernel& kernel, size_t nItems, std::vector<int32_t>& vData, int nScale);
 
-/// Builds the same source with "-g" for a device, runs it with the platform's trace, and reads the variables that the
-/// host noted where the debug data say that they are.
+/// Builds the same source with "-g" for a device, runs it with the platform's trace, and reads the variables noted on
+/// the host from the places in the debug data.
 ///
 /// \param expected the lines and names to look for
 CVisits RunOnDevice(const SProbedKernel& kernel, const std::string& strDevice, size_t nItems,
                     std::vector<int32_t>& vData, int nScale, const CVisits& expected);
 
-/// Bytes as they are printed where they differ.
+/// Bytes in hexadecimal, for messages about differences.
 inline std::string Hex(const std::string& strBytes)
 {
     std::string strText;

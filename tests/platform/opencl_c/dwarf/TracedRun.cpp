@@ -14,7 +14,7 @@ namespace
 
 const uint32_t s_nConstantWords = 0x100000; ///< the words of constant buffer 1 as DWARF registers
 const uint32_t s_nNoRegister = 0xFFFFFFFFU;
-const uint32_t s_nUnknown = 0xBAD; ///< what was never written
+const uint32_t s_nUnknown = 0xBAD; ///< for values never written
 
 } // namespace
 
@@ -46,7 +46,7 @@ bool CTracedRun::HasCode(int nSource) const
                        [nSource](const auto& entry) { return entry.second == nSource; });
 }
 
-/// For each function as it stands in the kernel the first line of IL of each line of the source.
+/// Finds, for each function in each inlined copy, the first line of IL of each source line.
 void CTracedRun::FindStatements()
 {
     std::istringstream text(m_File.Section(".debugil"));
@@ -91,7 +91,7 @@ void CTracedRun::Add(const SPlatformTraceRecord& record)
         {
             continue;
         }
-        // The record has who is active once an `if` has been taken; a line begins for all who come to it.
+        // After an `if`, the record has the work-items that are active inside; but a line begins for all that reach it.
         SItemState& state = found->second;
         const bool bComes = state.bActive || record.pActive[n] != 0;
         state.bActive = record.pActive[n] != 0;

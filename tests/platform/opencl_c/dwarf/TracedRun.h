@@ -12,8 +12,8 @@
 namespace KestrelTests
 {
 
-/// A run of a kernel under the platform's trace, of which the variables are read that a host run has noted: at the
-/// first instruction of a line, where the debug data say that they are.
+/// Runs a kernel with the platform's trace, and reads the variables that a host run has noted: at the first instruction
+/// of a line, from the places in the debug data.
 class CTracedRun
 {
 public:
@@ -22,7 +22,7 @@ public:
     /// \param vArguments  constant buffer 1, word by word
     CTracedRun(std::vector<char> vBinary, const CVisits& expected, std::vector<uint32_t> vArguments);
 
-    /// A trace callback; the user's pointer is the run.
+    /// A trace callback; pUser is the run.
     static void OnRecord(const SPlatformTraceRecord* pRecord, void* pUser);
 
     const CVisits& GetVisits() const { return m_Visits; }
@@ -30,7 +30,7 @@ public:
     bool HasCode(int nSource) const;
 
 private:
-    /// What a run has written so far, of one work-item.
+    /// Everything that one work-item has written so far.
     struct SItemState
     {
         bool bActive = true;

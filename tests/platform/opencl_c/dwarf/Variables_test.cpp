@@ -256,7 +256,7 @@ TEST_P(Variables, HaveTheValuesOfAHostRun)
             for (const auto& [strName, strBytes] : vExpected[n])
             {
                 const std::string& strGot = it->second[n].at(strName);
-                // Addresses and sizes of the machine are the device's own.
+                // Addresses and sizes have the device's width, not the host's.
                 const size_t nBytes = strName == "item" ? 4 : strBytes.size();
                 ASSERT_EQ(Hex(strGot.substr(0, nBytes)), Hex(strBytes.substr(0, nBytes)))
                     << strName << ", visit " << n << ", got " << strGot;

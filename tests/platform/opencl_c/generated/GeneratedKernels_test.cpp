@@ -1,5 +1,5 @@
-// Generated kernels in OpenCL C against the same source compiled for the host.
-//   KESTREL_OPENCL_C_KERNELS=N  so many kernels (400 without it, fewer under sanitizers)
+// Compares generated kernels in OpenCL C with the same source compiled for the host.
+//   KESTREL_OPENCL_C_KERNELS=N  number of kernels (400 by default, fewer under sanitizers)
 //   KESTREL_OPENCL_C_SEED=N     only the kernel of this seed; its text is printed if it fails
 
 #include "tests/platform/opencl_c/dwarf/DebugReaders.h"
@@ -34,7 +34,7 @@ unsigned long FromEnvironment(const char* pszName, unsigned long nDefault)
     return pszValue ? std::strtoul(pszValue, nullptr, 10) : nDefault;
 }
 
-/// A folder of this test's own, gone with it.
+/// This test's own folder, removed by the destructor.
 class CScratchFolder
 {
 public:

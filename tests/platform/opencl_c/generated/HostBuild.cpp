@@ -33,7 +33,7 @@ uint __attribute__((overloadable)) bits_of(double x)
 namespace
 {
 
-/// What makes plain C of OpenCL C, and a scheduler that goes round the work-items of a group.
+/// Turns OpenCL C into plain C, with a scheduler that runs the work-items of a group in turn.
 const char* const s_pszHostPrelude = R"(
 #include <ucontext.h>
 typedef unsigned char uchar;

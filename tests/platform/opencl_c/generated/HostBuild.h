@@ -9,32 +9,32 @@
 namespace KestrelTest
 {
 
-/// What a generated kernel is called with besides its buffers, the same on each side.
+/// The arguments of generated kernels besides the buffers, equal on both sides.
 const int32_t g_nArgumentN = 5;
 const float g_fArgumentF = 1.5f;
 const uint32_t g_nArgumentV[2] = {3, 4000000000u};
 
-/// Definitions that both languages have in front of generated kernels.
+/// Definitions that generated kernels need in both languages.
 extern const char* const g_pszCommonPrelude;
 
-/// What a host run tells of a probed kernel: work-item, line, name, the variable and its size.
+/// Receives the probes of a host run: work-item, line, name, the variable and its size.
 using NoteVariable = void (*)(int, int, const char*, const void*, unsigned long);
 
-/// Generated kernels as code of the host: compiled by Debian's clang as plain C, one work-group after the other, its
-/// work-items taking turns at barriers.
+/// Generated kernels as host code: compiled as plain C by Debian's clang. Work-groups run one after the other, and
+/// their work-items take turns at barriers.
 class CHostBuild
 {
 public:
     /// \param strKernels  texts of MakeKernel
     /// \param strFolder   an existing folder for the source and the library
-    /// Throws std::runtime_error with what clang printed.
+    /// Throws std::runtime_error with clang's messages.
     CHostBuild(const std::string& strKernels, const std::vector<std::string>& vNames, const std::string& strFolder);
     ~CHostBuild();
     CHostBuild(const CHostBuild&) = delete;
     CHostBuild& operator=(const CHostBuild&) = delete;
 
     /// Runs a whole dispatch. \param pOut g_nItems * g_nOutputs words \param pSums g_nSums words
-    /// \param pNote  called at each probe; needed by kernels that have probes
+    /// \param pNote  called at each probe; required for kernels with probes
     void Run(const std::string& strName, const int32_t* pIn, uint32_t* pOut, uint32_t* pSums,
              NoteVariable pNote = nullptr) const;
 

@@ -51,11 +51,11 @@ std::string Repeat(const std::string& strText, unsigned int nTimes)
     return strAll;
 }
 
-/// Whole of a kernel under construction. Text is written front to back; declarations of helpers go in front of it.
+/// A kernel under construction. Its text is written from front to back; declarations of helpers go before it.
 class CMaker
 {
 public:
-    /// \param pLayouts  of the variables that are probed; null for no probes
+    /// \param pLayouts  receives the layouts of probed variables; null for no probes
     CMaker(uint64_t nSeed, std::string strName, CLayouts* pLayouts)
         : m_Random(nSeed), m_strName(std::move(strName)), m_pLayouts(pLayouts)
     {
@@ -87,7 +87,7 @@ private:
             (*m_pLayouts)[strName] = strLayout;
         }
     }
-    /// The next line looks at all variables in scope before anything else.
+    /// The next line probes all variables in scope first.
     void ProbeAll()
     {
         for (const std::string& strName : m_vProbed)
@@ -147,8 +147,8 @@ private:
     std::vector<SVariable> m_vVariables;
     std::vector<std::string> m_vHelpers;
     CLayouts* m_pLayouts;
-    std::vector<std::string> m_vProbed; ///< in scope
-    std::string m_strProbes;            ///< in front of the next line
+    std::vector<std::string> m_vProbed; ///< those in scope
+    std::string m_strProbes;            ///< to be written before the next line
     unsigned int m_nNames = 0;
     unsigned int m_nIndent = 0;
     unsigned int m_nLoops = 0;
@@ -157,9 +157,9 @@ private:
     bool m_bHasLabel = false;
     int m_nBudget = 0;
     SPlantedKernel m_Planted;
-    unsigned int m_nPlantIn = 0; ///< statements from now on; 0 if nothing is to be planted any more
-    bool m_bBarrier = false;     ///< one is to be dropped
-    bool m_bOpen = false;        ///< that one was the last
+    unsigned int m_nPlantIn = 0; ///< statements until then; 0 if nothing is to be planted any more
+    bool m_bBarrier = false;     ///< a barrier is to be left out
+    bool m_bOpen = false;        ///< the last statement was that barrier
 };
 
 std::string CMaker::Constant(const STypeOfC& type)
@@ -191,14 +191,13 @@ std::string CMaker::Leaf(const STypeOfC& type)
     return vFitting[Pick(static_cast<unsigned int>(vFitting.size()))]->strName;
 }
 
-/// Any value of an integer type into another, by way of an unsigned type of the same width, which wraps.
+/// Converts any integer to another type by way of the unsigned type of the same width, which wraps.
 std::string CMaker::CastTo(const STypeOfC& type, const std::string& strInteger)
 {
     return std::string("(") + type.pszName + ")(" + strInteger + ")";
 }
 
-/// An expression with a value of some integer type. Sums and products are those of unsigned types: signed ones may not
-/// overflow.
+/// An integer expression. Sums and products use unsigned types, since signed ones must not overflow.
 std::string CMaker::Integer(unsigned int nDepth)
 {
     static const char* const s_wrapping[] = {"+", "-", "*", "&", "|", "^"};
@@ -228,7 +227,7 @@ std::string CMaker::Integer(unsigned int nDepth)
         return std::string("((") + PickFrom(s_unsigned) + ")" + strA + (Chance(50) ? " / (" : " % (") + strB +
                " | 1u))";
     case 5:
-        // Neither a division by zero nor of the least number by -1.
+        // Excludes division by zero, and of the smallest number by -1.
         return std::string("((") + PickFrom(s_signed) + ")" + strA + (Chance(50) ? " / (" : " % (") + "((int)" + strB +
                " & 255) + 1))";
     case 6:
@@ -290,7 +289,7 @@ std::string CMaker::Condition(unsigned int nDepth)
     return "(" + Expression(type, nDepth / 2) + " " + PickFrom(s_relations) + " " + Expression(type, nDepth / 2) + ")";
 }
 
-/// Notes a word where the program passes, so that another way through it gives another result.
+/// Notes a word where the program passes, so that another path gives another result.
 void CMaker::Trace(const std::string& strWord)
 {
     Line("hash = hash * 31u + (uint)" + strWord + ";");
@@ -324,7 +323,7 @@ void CMaker::Assign()
     if (!target.pType->bFloat && !target.pType->bSigned && Chance(40))
     {
         static const char* const s_operators[] = {"+=", "-=", "*=", "^=", "|=", "&="};
-        // A product of two unsigned shorts would be computed in int.
+        // A product of two unsigned shorts would be computed as int.
         const bool bNarrow = target.pType->nBits < 32;
         Line(target.strName + " " + s_operators[bNarrow ? Pick(2) : Pick(6)] + " " + Expression(*target.pType, 2) +
              ";");
@@ -399,8 +398,8 @@ void CMaker::UseVector()
     const unsigned int nWidth = static_cast<unsigned int>(std::stoul(strType.substr(nDigit)));
     const STypeOfC& element = *std::find_if(std::begin(s_types), std::end(s_types),
                                             [&](const STypeOfC& type) { return strElement == type.pszName; });
-    // Signed elements may not overflow in int or long; those of short wrap as they are stored, but their promoted
-    // products don't exist in vectors.
+    // Signed int and long elements must not overflow. Shorts wrap when they are stored, but vectors have no promoted
+    // products.
     const bool bWraps = element.bFloat || !element.bSigned;
     const std::string strA = NewName("w"), strB = NewName("w");
     for (const std::string& strName : {strA, strB})
@@ -467,7 +466,7 @@ void CMaker::CallHelper()
 void CMaker::UseAtomic()
 {
     static const char* const s_functions[] = {"atomic_add", "atomic_xor", "atomic_add", "atomic_sub"};
-    // Words that are summed, and words of which bits are flipped, are different ones: the order doesn't matter then.
+    // Words that are summed aren't also used for flipping bits, so that the order doesn't matter.
     const std::string strFunction = PickFrom(s_functions);
     const unsigned int nFirst = strFunction == "atomic_xor" ? 4 : 0;
     Line(strFunction + "(&sums[" + std::to_string(nFirst) + " + ((uint)" + Integer(1) + " & 3)], " +
@@ -510,7 +509,7 @@ void CMaker::For(unsigned int nDepth)
         strEnd = "(int)((uint)" + Leaf(s_int) + " & 3u) + 1";
     }
     const std::string strMore = Chance(30) ? " && " + Condition(1) : "";
-    // The bound is taken once: what the body assigns must not make it endless.
+    // The bound is evaluated once, so that assignments in the body can't make the loop endless.
     const std::string strBound = NewName("n");
     Open("for (int " + strIndex + " = 0, " + strBound + " = " + strEnd + "; " + strIndex + " < " + strBound + strMore +
          "; ++" + strIndex + ")");
@@ -595,7 +594,7 @@ void CMaker::Switch(unsigned int nDepth)
     Close();
 }
 
-/// Leaves something, under a condition most of the time.
+/// Leaves a loop, switch or function, usually under a condition.
 void CMaker::Jump()
 {
     std::vector<std::string> vJumps;
@@ -698,8 +697,8 @@ void CMaker::Body(unsigned int nDepth, unsigned int nCount)
     }
 }
 
-/// Words go from work-item to work-item through local memory, at a place that all of a group come to.
-/// \param bFirst  another one follows
+/// Passes words between work-items through local memory, at a place that all of a group reach.
+/// \param bFirst  another exchange follows
 void CMaker::Exchange(bool bFirst)
 {
     const std::string strName = NewName("v");
@@ -729,7 +728,7 @@ void CMaker::Exchange(bool bFirst)
     Probe(strName, LayoutOf(s_uint));
 }
 
-/// Neither form changes what the program does elsewhere, so that the work-items that come here are known.
+/// Neither form changes what the program does elsewhere, so it is known which work-items come here.
 void CMaker::Plant()
 {
     const std::string strName = NewName("p");
@@ -842,7 +841,7 @@ void CMaker::MakeKernelBody()
     m_bHasLabel = Chance(30);
     if (m_bHasLabel)
     {
-        // A jump must not pass a declaration's initial value that is read after the label.
+        // A jump to the label must not skip the initialisation of a variable that is read after it.
         Line("{");
         ++m_nIndent;
         Scope(4, 5 + Pick(8));

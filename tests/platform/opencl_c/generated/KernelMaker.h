@@ -9,32 +9,32 @@
 namespace KestrelTest
 {
 
-/// What every generated kernel takes and how it is launched. Its signature:
+/// The arguments and launch sizes of every generated kernel. The signature:
 ///   __kernel void kN(__global const int* in, __global uint* out, __global uint* sums, int n, float f, uint2 v)
-/// `in` has g_nInputs elements; each work-item owns g_nOutputs words of `out`; `sums` has g_nSums words, which all
-/// add to by atomics.
+/// `in` has g_nInputs elements; each work-item owns g_nOutputs words of `out`; `sums` has g_nSums words, to which all
+/// work-items add by atomics.
 const size_t g_nGroupSize = 8;
 const size_t g_nItems = 32;
 const size_t g_nInputs = 64;
 const size_t g_nOutputs = 24;
 const size_t g_nSums = 8;
 
-/// A kernel in the language that OpenCL C and the C of clang with its vector extension have in common, with no
-/// behaviour that either leaves open: whoever compiles it must get the same words.
+/// A kernel in the common subset of OpenCL C and clang's C with vector extensions, without undefined or unspecified
+/// behaviour: every compiler must give the same words.
 ///
 /// \param strName the kernel's name; its helpers, types and constants have names that start with it
 /// \return the text, the same for the same seed
 std::string MakeKernel(uint64_t nSeed, const std::string& strName);
 
-/// Variables by name, with what their bytes are, in order: 'i' one byte of an integer, 'f' a float, 'd' a double,
-/// '-' a byte between members.
+/// Variables by name, with a letter for each byte: 'i' of an integer, 'f' of a float, 'd' of a double, '-' between
+/// members.
 using CLayouts = std::map<std::string, std::string>;
 
-/// The same kernel; in front of statements stands P(name) for each variable that has a value there, on the same line.
-/// Names that several functions have mean variables of one type.
+/// The same kernel with probes: before statements, on the same line, it has P(name) for each variable with a value
+/// there. Names used in several functions have the same type.
 std::string MakeProbedKernel(uint64_t nSeed, const std::string& strName, CLayouts& layouts);
 
-/// Faults that a kernel may have.
+/// The faults that can be planted in a kernel.
 enum EPlanted
 {
     PLANTED_NOTHING,
@@ -44,21 +44,21 @@ enum EPlanted
     PLANTED_ATOMIC,
     PLANTED_START ///< a variable without its initial value
 };
-const size_t g_nPlantedSums = g_nSums + 4 + g_nItems; ///< words of `sums` then
+const size_t g_nPlantedSums = g_nSums + 4 + g_nItems; ///< words of `sums` in that case
 
-/// A kernel of the same kind with one place of which there are two forms, PLANTED(wrong, right), and what is known of
-/// the wrong one. P(gid) stands in front of what the work-items that have the fault execute.
+/// A similar kernel with one place that has two forms, PLANTED(wrong, right), and the known effect of the wrong one.
+/// P(gid) comes before the code that work-items with the fault execute.
 struct SPlantedKernel
 {
     std::string strText;
     EPlanted ePlanted = PLANTED_NOTHING;
-    unsigned int nLine = 0;  ///< where it shows, counted from the text's first, which is 0
-    unsigned int nOther = 0; ///< of a barrier: the other place; else the same
-    unsigned int nNext = 0;  ///< of a barrier: how many work-items further on in its group the one is that each reads
+    unsigned int nLine = 0;  ///< where it shows, counted from the text's first line, which is 0
+    unsigned int nOther = 0; ///< for a barrier: the other place; else the same
+    unsigned int nNext = 0;  ///< for a barrier: distance in the group from a work-item to the one whose word it reads
 };
 SPlantedKernel MakePlantedKernel(uint64_t nSeed, const std::string& strName, EPlanted ePlanted);
 
-/// The bytes with what nobody promises made the same: bytes between members, and which NaN it is.
+/// The bytes with undefined parts made equal: bytes between members, and the kind of a NaN.
 std::string SettleBytes(std::string strBytes, const std::string& strLayout);
 
 } // namespace KestrelTest

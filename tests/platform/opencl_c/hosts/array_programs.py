@@ -96,7 +96,7 @@ def scans(ctx, queue):
     InclusiveScanKernel(ctx, np.int32, "a+b", neutral="0")(a_dev)
     np.testing.assert_array_equal(a_dev.get(), np.cumsum(a))
 
-    # A sum by segments, which start where a flag says.
+    # A segmented sum; segments start where a flag is set.
     flags = (rng.random(n) < 0.05).astype(np.uint8)
     values, result = cl_array.to_device(queue, a), cl_array.zeros(queue, n, np.int32)
     GenericScanKernel(
@@ -161,7 +161,7 @@ def main():
         try:
             check(ctx, queue)
             print(f"{check.__name__}: right")
-        except Exception as error:  # Whatever happens to one program, the others are tried.
+        except Exception as error:  # A failing program doesn't stop the others.
             failed += 1
             print(f"{check.__name__}: {type(error).__name__}: {error}")
     return 1 if failed else 0

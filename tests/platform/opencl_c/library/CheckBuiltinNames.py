@@ -15,7 +15,7 @@ import sys
 EXTENSIONS = ["cl_khr_fp64", "cl_khr_byte_addressable_store", "cl_khr_3d_image_writes",
               "cl_khr_global_int32_base_atomics", "cl_khr_global_int32_extended_atomics",
               "cl_khr_local_int32_base_atomics", "cl_khr_local_int32_extended_atomics"]
-# printf is the driver's.
+# printf is handled by the driver.
 ELSEWHERE = {"printf"}
 
 
@@ -38,7 +38,7 @@ def call(number, name, parameters):
     """A function that passes its own parameters on."""
     own = []
     for index, parameter in enumerate(parameters):
-        # The name, if any, goes: a type is what stands before it.
+        # Drops the name, if there is one; the words before it are the type.
         words = re.sub(r"([*])", r" \1 ", parameter).split()
         if len(words) > 1 and re.fullmatch(r"\w+", words[-1]) and words[-1] not in KEPT and not is_type(words[-1]):
             words.pop()

@@ -13,7 +13,7 @@ class TCommon : public testing::Test
 
 TYPED_TEST_SUITE(TCommon, TFloatTypes);
 
-/// Of these functions OpenCL 1.2 gives the formula; its rounding is checked to a few units of the last place.
+/// OpenCL 1.2 defines these functions by formulas; their rounding is checked to a few units in the last place.
 TYPED_TEST(TCommon, FunctionsAreRight)
 {
     using F = TypeParam;

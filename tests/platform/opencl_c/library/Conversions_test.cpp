@@ -10,7 +10,7 @@ namespace KestrelTest
 namespace
 {
 
-/// A number that every source's values fit in without rounding: 64 bits of fraction.
+/// Represents every value of the source types exactly: it has 64 bits of fraction.
 using TExact = long double;
 
 struct SRounding
@@ -19,11 +19,11 @@ struct SRounding
     mpfr_rnd_t eRounding;
 };
 
-// What nothing is written for is to nearest for floating-point results, toward zero for integers.
+// The default is to nearest for floating-point results, and toward zero for integers.
 const SRounding s_Roundings[] = {
     {"", MPFR_RNDN}, {"_rte", MPFR_RNDN}, {"_rtz", MPFR_RNDZ}, {"_rtp", MPFR_RNDU}, {"_rtn", MPFR_RNDD}};
 
-/// The integer next to a number in a direction.
+/// The nearest integer in a rounding direction.
 TExact Whole(TExact x, const SRounding& rounding)
 {
     mpfr_t n;
@@ -35,7 +35,7 @@ TExact Whole(TExact x, const SRounding& rounding)
     return result;
 }
 
-/// The number of a type next to another in a direction.
+/// The nearest number of a type in a rounding direction.
 template <class T>
 T Narrowed(TExact x, mpfr_rnd_t eRounding)
 {
@@ -48,7 +48,7 @@ T Narrowed(TExact x, mpfr_rnd_t eRounding)
     return result;
 }
 
-/// A conversion to an integer with what doesn't fit at the end of the range, NaN as 0.
+/// Converts to an integer; a value out of range gives the nearest limit, NaN gives 0.
 template <class D>
 D SaturatedTo(TExact x)
 {
@@ -62,7 +62,7 @@ D SaturatedTo(TExact x)
                       : (x >= largest ? std::numeric_limits<D>::max() : static_cast<D>(x));
 }
 
-/// Numbers to convert: those at which integer types end and floating-point types round.
+/// Numbers at the limits of integer types, and where floating-point types round.
 template <class S>
 std::vector<S> Numbers()
 {
@@ -80,7 +80,7 @@ std::vector<S> Numbers()
         }
         if (sizeof(S) == 8)
         {
-            // Halfway between floats, next to that, beyond floats, and below the least of them.
+            // Halfway between floats, next to that, beyond floats, and below the smallest one.
             v.insert(v.end(), {S(1 + 0x1p-24), S(1 + 0x1p-24 + 0x1p-52), S(1 + 0x3p-24), S(1e300), S(0x1.fffffefp127),
                                S(0x1.ffffffp127), S(1e-300), S(0x1p-150), S(0x1.8p-149), S(0x1.000002p-127)});
         }
@@ -112,7 +112,7 @@ std::vector<S> Numbers()
     }
 }
 
-/// Those whose conversion the language says something about without saturation.
+/// Those whose conversion is defined without saturation.
 template <class D, class S>
 std::vector<S> Fitting(const std::vector<S>& vAll, const SRounding& rounding)
 {

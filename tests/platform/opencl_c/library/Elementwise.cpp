@@ -5,10 +5,10 @@ namespace KestrelTest
 namespace
 {
 
-// Every size divides it.
+// A multiple of every vector size.
 constexpr size_t s_nStep = 48;
 
-// Each kernel's part of a program's binary has the text of all of them.
+// The binary of a program has the text of all its kernels for each of them.
 constexpr size_t s_nCasesOfProgram = 16;
 
 std::string SizeName(unsigned nSize)
@@ -45,7 +45,7 @@ std::string Kernel(size_t nCase, unsigned nSize, const std::string& strExpressio
            (nSize == 1 ? "  r[i] = " + strValue + ";\n" : "  vstore" + strSize + "(" + strValue + ", i, r);\n") + "}\n";
 }
 
-/// The bytes, and from their beginning again up to whole steps.
+/// The bytes, repeated from their beginning to fill whole steps.
 std::vector<char> Filled(const SArray& array)
 {
     std::vector<char> vFilled = array.vBytes;

@@ -19,7 +19,7 @@ namespace KestrelTest
 using TAllTypes =
     testing::Types<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t, float, double>;
 
-/// How OpenCL C calls a type.
+/// The name of a type in OpenCL C.
 template <class T>
 const char* TypeName()
 {
@@ -38,7 +38,7 @@ const char* TypeName()
     }
 }
 
-/// Pieces of a source, one after the other.
+/// Parts of a source, joined.
 inline std::string Joined(std::initializer_list<std::string_view> pieces)
 {
     std::string strText;
@@ -49,7 +49,7 @@ inline std::string Joined(std::initializer_list<std::string_view> pieces)
     return strText;
 }
 
-/// A device that the built-in functions are tried on, how their kernels are built there, and as vectors of which sizes.
+/// A device for testing built-in functions, the build options for their kernels there, and the vector sizes to test.
 struct STestDevice
 {
     const char* pszName;
@@ -57,7 +57,7 @@ struct STestDevice
     std::vector<unsigned> vSizes;
 };
 
-/// Between them they have both widths of addresses, and kernels with and without debug data.
+/// Together they have both address widths, and kernels with and without debug data.
 #ifdef __SANITIZE_ADDRESS__
 inline const STestDevice g_TestDevices[] = {{"Quench", "", {1, 3, 16}}, {"Kiln", "-g", {3}}};
 #else
@@ -81,16 +81,16 @@ SArray ArrayOf(const std::vector<T>& v)
     return {TypeName<T>(), sizeof(T), std::vector<char>(pBytes, pBytes + v.size() * sizeof(T))};
 }
 
-/// Expressions that are computed for each element of arrays on a device, as scalars and as vectors of
-/// its sizes, and must give what is expected: the same bits, or any NaN for NaN. They become programs of
-/// several each.
+/// Evaluates expressions for each element of arrays on a device, as scalars and as vectors of its sizes, and
+/// compares the results with expected ones: the same bits, or any NaN for NaN. Several expressions become one
+/// program.
 class CElementwise
 {
 public:
     explicit CElementwise(const STestDevice& device) : m_TestDevice(device), m_Device(device.pszName) {}
 
-    /// \param strExpression of a, b and c, where $ stands for the size in names of types and functions
-    /// \param strOfScalars what is written for scalars instead; empty for the same
+    /// \param strExpression uses a, b and c; $ stands for the vector size in names of types and functions
+    /// \param strOfScalars the expression for scalars; empty for the same
     template <class R, class... A>
     void Expect(const std::string& strExpression, const std::string& strOfScalars, const std::vector<R>& vExpected,
                 const std::vector<A>&... arguments)
@@ -98,7 +98,7 @@ public:
         Add(strExpression, strOfScalars, ArrayOf(vExpected), {ArrayOf(arguments)...});
     }
 
-    /// Builds the programs and runs all of them. \param strBefore what stands before the kernels
+    /// Builds and runs all programs. \param strBefore text before the kernels
     void Run(const std::string& strBefore = "");
 
 private:
@@ -119,7 +119,7 @@ private:
     std::vector<SCase> m_vCases;
 };
 
-/// A function of elements of arrays, for each place.
+/// Applies a function to the elements of arrays at each index.
 template <class R, class F, class... A>
 std::vector<R> Mapped(F function, const std::vector<A>&... arguments)
 {
@@ -132,7 +132,7 @@ std::vector<R> Mapped(F function, const std::vector<A>&... arguments)
     return v;
 }
 
-/// Integers at which something changes: the ends of the ranges, powers of two and their neighbours.
+/// Integers where behaviour changes: the limits of the types, powers of two and their neighbours.
 template <class T>
 std::vector<T> SpecialIntegers()
 {

@@ -31,7 +31,7 @@ using TSigned = std::conditional_t<sizeof(F) == 4, int32_t, int64_t>;
 template <class F>
 using TUnsigned = std::make_unsigned_t<TSigned<F>>;
 
-/// A floating-point type's numbers of each kind, of both signs, and NaN.
+/// Numbers of each kind in a floating-point type, with both signs, and NaN.
 template <class F>
 std::vector<F> SpecialFloats()
 {

@@ -13,7 +13,7 @@ struct SShape
     cl_mem_object_type nType;
     const char* pszAt;      ///< coordinates of x, y, z
     const char* pszFloatAt; ///< the same as numbers within the texel
-    const char* pszSizes;   ///< what there is to ask of an image
+    const char* pszSizes;   ///< queries of an image's sizes
     bool bTall;             ///< has a height
     bool bDeep;             ///< has a depth or layers
 };
@@ -97,7 +97,7 @@ TEST(ImageBuiltins, ReadWriteAndTellSizes)
                 const size_t nHeight = shape.bTall ? s_nHeight : 1;
                 const size_t nDepth = shape.bDeep ? s_nDepth : 1;
                 const size_t nTexels = s_nWidth * nHeight * nDepth;
-                // Small whole numbers are the same texels as integers and as floats but for their bits.
+                // Small whole numbers have the same texels as integers and as floats, apart from their encoding.
                 std::vector<float> vFloats(nTexels * 4);
                 std::iota(vFloats.begin(), vFloats.end(), 7.0f);
                 std::vector<int32_t> vIntegers(vFloats.begin(), vFloats.end());
@@ -190,7 +190,7 @@ kernel void k(read_only image1d_buffer_t in, write_only image1d_buffer_t out, gl
     }
 }
 
-/// Addressing and filters of samplers that the source defines, and of one that the host gives.
+/// Addressing and filters of samplers defined in the source, and of one set by the host.
 TEST(ImageBuiltins, FollowSamplers)
 {
     const std::string strSource = R"(

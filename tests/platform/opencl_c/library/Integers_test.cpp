@@ -19,7 +19,7 @@ T Saturated(TWide n)
     return static_cast<T>(n < nLeast ? nLeast : (n > nLargest ? nLargest : n));
 }
 
-/// The upper half of a product, whose bits below 128 are the same with and without sign.
+/// The upper half of a product. The bits below 128 don't depend on signedness.
 template <class T>
 T HighProduct(T x, T y)
 {
@@ -121,7 +121,7 @@ TYPED_TEST(TIntegers, OfThreeAreRight)
     }
     const auto Sum = [](T x, T y, T z)
     {
-        // The product of two 64-bit unsigned numbers and a third one fit in 128 bits without a sign.
+        // The product of two unsigned 64-bit numbers plus a third one fits in 128 unsigned bits.
         if constexpr (std::is_unsigned_v<T>)
         {
             const unsigned __int128 n = static_cast<unsigned __int128>(x) * y + z;

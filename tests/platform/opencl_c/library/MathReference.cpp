@@ -16,7 +16,7 @@ constexpr double s_dInfinity = std::numeric_limits<double>::infinity();
 constexpr double s_dNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr mpfr_prec_t s_nBits = 300;
 
-// As the functions of MPFR, which round to nearest at the precision of the result.
+// In the form of MPFR's functions, which round to nearest at the precision of the result.
 #define OF_1(name, function)                                                                                           \
     void name(mpfr_ptr r, mpfr_srcptr x, mpfr_srcptr)                                                                  \
     {                                                                                                                  \
@@ -99,7 +99,7 @@ void Fdim(mpfr_ptr r, mpfr_srcptr x, mpfr_srcptr y)
     mpfr_dim(r, x, y, MPFR_RNDN);
 }
 
-/// Of the two the larger or smaller in size; of the same size the larger or smaller number.
+/// The number with the larger or smaller magnitude; for equal magnitudes, the larger or smaller number.
 void MaxMag(mpfr_ptr r, mpfr_srcptr x, mpfr_srcptr y)
 {
     const bool bNaN = mpfr_nan_p(x) || mpfr_nan_p(y);
@@ -114,7 +114,7 @@ void MinMag(mpfr_ptr r, mpfr_srcptr x, mpfr_srcptr y)
     nOrder == 0 ? mpfr_min(r, x, y, MPFR_RNDN) : mpfr_set(r, nOrder < 0 ? x : y, MPFR_RNDN);
 }
 
-/// The exponent that brings a number to between 1 and 2.
+/// The exponent that scales a number to between 1 and 2.
 void Logb(mpfr_ptr r, mpfr_srcptr x, mpfr_srcptr)
 {
     if (mpfr_regular_p(x))
@@ -134,7 +134,7 @@ void Ldexp(mpfr_ptr r, mpfr_srcptr x, mpfr_srcptr n)
     mpfr_mul_2si(r, x, mpfr_get_si(n, MPFR_RNDN), MPFR_RNDN);
 }
 
-/// No number where x is negative or the limit depends on the way to it, section 7.5.1.
+/// NaN if x is negative or the limit depends on the path, section 7.5.1.
 void Powr(mpfr_ptr r, mpfr_srcptr x, mpfr_srcptr y)
 {
     const bool bEdge = mpfr_zero_p(x) || mpfr_inf_p(x);
@@ -252,7 +252,7 @@ const std::vector<SMathFunction> s_Functions = {
     {"native_tan", SMathFunction::Of1, Tan, s_dFree, s_dNone, -100, 100},
 };
 
-/// Values at which functions change what they do, and next to which rounding shows.
+/// Values where functions change their behaviour, and their neighbours, where rounding shows.
 std::vector<double> SpecialValues(bool bDouble)
 {
     std::vector<double> v = {0,
@@ -310,7 +310,7 @@ std::vector<double> SpecialValues(bool bDouble)
     return v;
 }
 
-/// Any number, all exponents alike.
+/// Any number; all exponents are equally likely.
 double AnyNumber(std::mt19937_64& random, bool bDouble)
 {
     const uint64_t nBits = random();
@@ -376,7 +376,7 @@ double ErrorInUlp(const SMathFunction& function, double dResult, mpfr_srcptr ref
     const mpfr_exp_t nPlaces = bDouble ? 53 : 24;
     mpfr_t error;
     mpfr_init2(error, s_nBits);
-    // An infinity stands for the first number that doesn't fit.
+    // Infinity counts as the first number beyond the range.
     if (std::isinf(dResult))
     {
         mpfr_set_si_2exp(error, dResult > 0 ? 1 : -1, nLargest, MPFR_RNDN);
@@ -385,7 +385,7 @@ double ErrorInUlp(const SMathFunction& function, double dResult, mpfr_srcptr ref
     {
         mpfr_set_d(error, dResult, MPFR_RNDN);
     }
-    // A true value that is beyond all numbers is right as infinity, however far it is.
+    // If the true value is beyond the range, infinity is right, however large the value is.
     const bool bBeyond = std::isinf(dResult) && mpfr_get_exp(reference) > nLargest &&
                          std::signbit(dResult) == (mpfr_signbit(reference) != 0);
     mpfr_sub(error, error, reference, MPFR_RNDN);

@@ -13,14 +13,14 @@ namespace KestrelTest
 namespace
 {
 
-/// How many random arguments of each kind a function is tried with. KESTREL_BUILTIN_ROUNDS=200000 is the long form.
+/// The number of random arguments of each kind for each function. KESTREL_BUILTIN_ROUNDS=200000 makes a long test.
 size_t Rounds()
 {
     const char* const pszRounds = std::getenv("KESTREL_BUILTIN_ROUNDS");
     return pszRounds != nullptr ? std::strtoul(pszRounds, nullptr, 10) : 500;
 }
 
-/// The largest errors by function, of float and double.
+/// The largest errors by function, for float and double.
 using TErrors = std::map<std::string, std::pair<double, double>>;
 
 std::string Figure(double d, int nDigits)
@@ -62,7 +62,7 @@ bool IsSameNumber(F a, F b)
     return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b));
 }
 
-/// A kernel of a function for a size of vectors.
+/// A kernel that calls a function for one vector size.
 std::string MathKernel(const SMathFunction& function, const std::string& strType, unsigned nSize)
 {
     const std::string strSize = nSize == 1 ? "" : std::to_string(nSize);
@@ -77,7 +77,7 @@ std::string MathKernel(const SMathFunction& function, const std::string& strType
            (nSize == 1 ? "r[i] = " + strCall : "vstore" + strSize + "(" + strCall + ", i, r)") + "; }\n";
 }
 
-/// Runs a function on a device and compares with MPFR; every size of vectors must give the bits of the first.
+/// Runs a function on a device and compares it with MPFR; every vector size must give the same bits.
 /// \return the largest error in ulp
 template <class F>
 double TryFunction(const STestDevice& testDevice, COpenCLDevice& device, const SMathFunction& function)
@@ -185,7 +185,7 @@ int QuotientBits(F x, F y)
     return static_cast<int>(nQuotient < 0 ? -(-nQuotient & 127) : nQuotient & 127);
 }
 
-/// A call whose second result goes by pointer to a private variable.
+/// A call that stores its second result through a pointer to a private variable.
 std::string ByPointer(const std::string& strCall, const std::string& strType)
 {
     return "({ " + strType + "$ p; " + strCall + "; })";
@@ -197,7 +197,7 @@ TYPED_TEST(TParts, ComeInTwoResults)
     const std::string strF = TypeName<F>();
     const std::vector<F> v = SpecialFloats<F>();
     const auto [a, b] = Pairs(v, v);
-    // Some products are taken away again, so that what rounding takes from them is all that is left.
+    // Some products are subtracted again, so that only their rounding errors are left.
     std::vector<F> c(a.rbegin(), a.rend());
     for (size_t i = 0; i < c.size(); i += 3)
     {
@@ -272,7 +272,7 @@ TYPED_TEST(TParts, ComeInTwoResults)
     }
 }
 
-/// The second result goes to global, local and private memory alike.
+/// The second result may go to global, local or private memory.
 TEST(MathBuiltins, GiveResultsToAllAddressSpaces)
 {
     const std::string strSource = R"(

@@ -11,7 +11,7 @@ namespace KestrelTest
 namespace
 {
 
-/// The half next to a number in a direction, by counting: its steps are 2^-24 below 2^-14, and 2^(e-10) above.
+/// The half next to a number in a rounding direction, by counting steps of 2^-24 below 2^-14 and of 2^(e-10) above.
 uint16_t HalfOf(double d, mpfr_rnd_t eRounding)
 {
     const uint16_t nSign = std::signbit(d) ? 0x8000 : 0;
@@ -31,7 +31,7 @@ uint16_t HalfOf(double d, mpfr_rnd_t eRounding)
     mpfr_rint(steps, steps, eRounding);
     const long nSteps = std::labs(mpfr_get_si(steps, MPFR_RNDN));
     mpfr_clear(steps);
-    // The steps of a binade continue those of the one below; past the last is infinity.
+    // The steps continue from one binade to the next; after the last one comes infinity.
     const long nBits = nSteps + (nExponent + 14) * 1024L;
     const bool bStays =
         eRounding == MPFR_RNDZ || (eRounding == MPFR_RNDU && nSign != 0) || (eRounding == MPFR_RNDD && nSign == 0);
@@ -172,7 +172,7 @@ class TMemory : public testing::Test
 
 TYPED_TEST_SUITE(TMemory, TAllTypes);
 
-/// Vectors are loaded and stored at odd places in all address spaces, and nothing beside them is touched.
+/// Vectors are loaded and stored at unaligned places in all address spaces, without touching their neighbours.
 TYPED_TEST(TMemory, VectorsAreLoadedAndStored)
 {
     using T = TypeParam;
@@ -217,7 +217,7 @@ kernel void k(global const T* x, constant T* c, local T* l, global T* r)
     }
 }
 
-/// Components are named by the low bits of a mask that is known only when it runs.
+/// The low bits of a mask known only at run time select components.
 TYPED_TEST(TMemory, ComponentsAreShuffled)
 {
     using T = TypeParam;
@@ -268,7 +268,7 @@ TYPED_TEST(TMemory, ComponentsAreShuffled)
     }
 }
 
-/// A group copies to local memory and back, at once and in strides.
+/// A group copies to local memory and back, in one piece and with strides.
 TYPED_TEST(TMemory, GroupsCopy)
 {
     using T = TypeParam;
@@ -328,19 +328,19 @@ kernel void k(global const V* x, local V* l, global V* r, global V* s)
     }
 }
 
-/// Each function on one word of global and of local memory, by all work-items of a group: the last value,
-/// and that each old value was seen as often as it must.
+/// All work-items of a group apply each function to one word of global and of local memory. Checks the last value, and
+/// that each old value was seen as often as it must be.
 TEST(AtomicBuiltins, ChangeWordsOnce)
 {
     struct SCase
     {
         const char* pszCall;
         uint32_t nBefore;
-        uint32_t nAfter;         ///< of int; for xchg what all old values and the last add up to
+        uint32_t nAfter;         ///< for int; for xchg, the sum of all old values and the last one
         uint32_t nAfterUnsigned; ///< of uint
         uint64_t nSumOfOld;      ///< 0 where it depends on the order
     };
-    // 64 work-items with id i.
+    // 64 work-items; i is the id.
     const SCase cases[] = {
         {"add(p, (T)3)", 5, 197, 197, 64 * 5 + 3 * 2016},
         {"sub(p, (T)3)", 500, 308, 308, 64 * 500 - 3 * 2016},
@@ -387,7 +387,7 @@ kernel void k(global T* g, global T* old)
                     const std::vector<uint32_t> vOld = device.Read<uint32_t>(old);
                     if (std::string_view(entry.pszCall).substr(0, 4) == "xchg")
                     {
-                        // Every value that was put in comes out, but for the last.
+                        // Every stored value comes out again, except the last one.
                         vWords[0] = std::accumulate(vOld.begin(), vOld.begin() + 64, vWords[0]);
                         vWords[1] = std::accumulate(vOld.begin() + 64, vOld.end(), vWords[1]);
                     }
@@ -420,7 +420,7 @@ TEST(AtomicBuiltins, FloatsAreExchanged)
     }
 }
 
-/// Every function of every dimension, in three dimensions with an offset, and past the last dimension.
+/// All functions in all dimensions, in three dimensions with an offset, and beyond the last dimension.
 TEST(WorkItemBuiltins, SayWhereAWorkItemIs)
 {
     const std::string strSource = R"(

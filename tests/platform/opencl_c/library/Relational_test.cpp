@@ -8,7 +8,7 @@ namespace KestrelTest
 namespace
 {
 
-/// One for true of a scalar, all bits for true of a vector's component: a kernel that gives all bits for both.
+/// True is 1 for a scalar, and all bits for a vector component; the kernel gives all bits for both.
 template <class F, class TPredicate>
 void ExpectMask(CElementwise& test, const std::string& strCall, TPredicate predicate, const std::vector<F>& a,
                 const std::vector<F>& b)
@@ -63,7 +63,7 @@ TYPED_TEST(TFloats, AreCompared)
     }
 }
 
-/// A condition counts by its top bit in a vector, by being 0 or not as a scalar.
+/// In a vector, a condition's top bit counts; for a scalar, whether it is 0.
 template <class T, class C>
 void ExpectSelected(CElementwise& test, const std::vector<T>& vValues)
 {
@@ -113,7 +113,7 @@ TYPED_TEST(TAll, AreSelected)
     }
 }
 
-/// any and all of vectors in which every pattern of top bits appears.
+/// any and all for vectors with every pattern of top bits.
 template <class T>
 void ExpectJoined(COpenCLDevice& device)
 {

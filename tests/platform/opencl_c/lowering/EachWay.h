@@ -11,7 +11,7 @@ typedef unsigned short ushort;
 typedef unsigned int uint;
 typedef unsigned long ulong;
 
-/// Calls a function with a device of either generation and with the options of either way to build.
+/// Calls a function for each combination of device generation and build options.
 template <class TFunction>
 void EachWay(TFunction function)
 {

@@ -1,4 +1,4 @@
-// Where things lie: at addresses of any alignment, and never where null leads.
+// Where variables are placed: at addresses of any alignment, and never at null's.
 
 #include "tests/platform/opencl_c/lowering/EachWay.h"
 

@@ -5,13 +5,13 @@
 
 using namespace KestrelTest;
 
-// Falling from one case into the next is among what is tested, and the text of the bodies goes to the device.
+// Falling through cases is part of the tests, and the text of the bodies goes to the device unchanged.
 #pragma GCC diagnostic ignored "-Wimplicit-fallthrough"
 
 namespace
 {
 
-/// Statements that mean the same in C++ and in OpenCL C: they make out[i] of in[0 .. 63] and i.
+/// Statements that mean the same in C++ and in OpenCL C: they compute out[i] from in[0 .. 63] and i.
 struct SProgram
 {
     const char* pszName;
@@ -473,7 +473,7 @@ __kernel void k(read_only image2d_t src, write_only image2d_t dst, sampler_t giv
 
 TEST(LoweringPrograms, WhatPassesALimitSaysWhichKernelAndHowMuch)
 {
-    // So many arguments of a type, and an image to read.
+    // A number of arguments of a type, and an image to read.
     const auto Many = [](const std::string& strType, const std::string& strUse, int nCount)
     {
         std::string strSource = "__kernel void many(__global float* p";
@@ -517,7 +517,7 @@ TEST(LoweringPrograms, WhatPassesALimitSaysWhichKernelAndHowMuch)
             EXPECT_NE(std::string(failure.what()).find(each.pszSays), std::string::npos) << failure.what();
         }
     }
-    // What just fits, builds.
+    // Programs at the limits build.
     for (const std::string& strSource :
          {Many("write_only image2d_t", "p[0] = get_image_width(a7);", 8),
           Many("read_only image2d_t", "p[0] = get_image_width(a126);", 127), Many("sampler_t", strSampler, 16)})
@@ -528,7 +528,7 @@ TEST(LoweringPrograms, WhatPassesALimitSaysWhichKernelAndHowMuch)
                                    "barrier(CLK_LOCAL_MEM_FENCE); p[0] = x[5]; }");
 }
 
-/// More loops than the compiler still rearranges.
+/// More loops than the compiler's loop passes handle.
 TEST(LoweringPrograms, AFunctionMayHaveAnyNumberOfLoops)
 {
     const uint nLoops = 250;

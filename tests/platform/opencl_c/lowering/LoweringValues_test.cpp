@@ -6,7 +6,7 @@
 
 using namespace KestrelTest;
 
-// The expressions are what is tested: they mix types as both languages allow it.
+// The expressions under test mix types, as both languages allow.
 #pragma GCC diagnostic ignored "-Wfloat-conversion"
 
 namespace
@@ -35,7 +35,7 @@ struct SCase
         }       \
     }
 
-/// What doesn't overflow for any operands: arithmetic goes by the unsigned type U of as many bits as T.
+/// Expressions that never overflow: the arithmetic uses U, the unsigned type of the same width as T.
 #define INTEGER_CASES(T, U)                                                                                            \
     CASE(T, T, (U)a + (U)b), CASE(T, T, (U)a - (U)b), CASE(T, T, (U)((uint)(U)a * (ulong)(U)b)), CASE(T, T, a& b),     \
         CASE(T, T, a | b), CASE(T, T, a ^ b), CASE(T, T, ~a), CASE(T, T, (U)a << (b & 7)), CASE(T, T, a >> (b & 7)),   \
@@ -69,7 +69,7 @@ const SCase s_Cases[] = {
     INTEGER_CASES(ulong, ulong),
     FLOAT_CASES(float),
     FLOAT_CASES(double),
-    // The widths that passes of the compiler make of these.
+    // The integer widths that the compiler's passes make of these.
     CASE(ulong, ulong, (a >> 24 & 0xFFFFFF) * 3 + (b & 0x1FFFFFFFFul)),
     CASE(uint, uint, (a & 0xFFFFFF) * (b & 0xFFFFFF) >> 8),
     CASE(ulong, uint, (uint)(a >> 33) ^ (uint)(b << 7)),
@@ -86,9 +86,9 @@ const SCase s_Cases[] = {
     CASE(ulong, double, (double)(a < b) - (double)(a > b)),
 };
 
-const size_t s_nBytes = 4096; ///< of each operand
+const size_t s_nBytes = 4096; ///< for each operand
 
-/// Bytes with whatever is special for numbers of each kind among them.
+/// Bytes that include special numbers of each kind.
 std::vector<uchar> Operands(uint nSeed)
 {
     std::mt19937 random(nSeed);
@@ -128,7 +128,7 @@ std::string SourceOf(const std::vector<const SCase*>& vCases)
     return strSource;
 }
 
-/// NaNs have many forms; which one comes out isn't the point.
+/// NaNs have many encodings; which one results doesn't matter.
 bool Same(const SCase& each, const uchar* pA, const uchar* pB)
 {
     if (std::string(each.pszResult) == "float" || std::string(each.pszResult) == "double")

@@ -15,7 +15,7 @@
 namespace KestrelTests
 {
 
-/// What one work-item walked through.
+/// The path of one work-item.
 struct SWalk
 {
     std::vector<const llvm::BasicBlock*> vBlocks;
@@ -23,13 +23,13 @@ struct SWalk
     std::string strFault;
 };
 
-/// What conditions turn out as, the same for every walk with one seed. Asked once for each block walked through.
+/// The values of conditions, the same for every walk with one seed. Asked once for each block on the path.
 class CChoices
 {
 public:
     explicit CChoices(unsigned int nSeed) : m_Random(nSeed) {}
 
-    /// The value of the block's condition; 64 bits of it for a switch.
+    /// The value of the block's condition; for a switch 64 bits.
     uint64_t Take(const llvm::BasicBlock& block)
     {
         const auto nRandom = static_cast<unsigned int>(m_Random());
@@ -81,9 +81,9 @@ inline SWalk WalkFunction(const llvm::Function& function, unsigned int nSeed, si
     return walk;
 }
 
-/// Steps of a function, run as IL runs them. Besides the path it looks at what holds for all lowerings: guards are
-/// set before they are read, conditions are those of the block just left, and the copies into a block's phis ran last
-/// on the edge by which it was reached.
+/// Executes the steps of a function like IL. Besides the path it checks what every lowering relies on: guards are set
+/// before they are read, conditions are those of the block just left, and the copies into a block's phis ran last on
+/// the edge by which it was reached.
 class CRegionWalk
 {
 public:
@@ -93,7 +93,7 @@ public:
         FindEnds();
     }
 
-    /// Blocks that don't nest, edges or blocks that stand twice.
+    /// Blocks that don't nest, edges or blocks that occur twice.
     const std::string& GetShapeFault() const { return m_strShapeFault; }
     const std::set<const llvm::BasicBlock*>& GetBlocks() const { return m_setBlocks; }
 
@@ -289,8 +289,8 @@ private:
 
     const std::vector<KestrelOpenCL::SRegionStep>& m_vSteps;
     std::vector<EGuard> m_vGuards;
-    std::vector<size_t> m_vElse;   ///< of an If: its Else or EndIf
-    std::vector<size_t> m_vTarget; ///< where a jump leads; of an opening step its end
+    std::vector<size_t> m_vElse;   ///< for an If: its Else or EndIf
+    std::vector<size_t> m_vTarget; ///< a jump's target; an opening step's end
     std::vector<std::vector<size_t>> m_vCases;
     std::set<const llvm::BasicBlock*> m_setBlocks;
     std::string m_strShapeFault;

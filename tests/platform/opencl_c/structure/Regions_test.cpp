@@ -45,7 +45,7 @@ std::string Text(const llvm::Function& function, const SRegions& regions)
     return stream.str() + PrintRegions(regions);
 }
 
-/// The steps have each block once, and walk the same paths as the function, whatever the conditions are.
+/// Checks that the steps have each block once, and follow the same paths as the function for any conditions.
 void CheckPaths(const std::vector<STestBlock>& vBlocks, unsigned int nWalks)
 {
     CTestGraph graph(vBlocks);
@@ -67,15 +67,15 @@ void CheckPaths(const std::vector<STestBlock>& vBlocks, unsigned int nWalks)
     }
 }
 
-/// What random graphs look like.
+/// Parameters of random graphs.
 struct SGraphKind
 {
     const char* pszName;
     int nMaxBlocks;
-    int nReach;       ///< jumps go at most so many blocks forward
-    int nBackPercent; ///< of jumps lead back
+    int nReach;       ///< how many blocks a jump goes forward at most
+    int nBackPercent; ///< share of jumps that lead back
     int nSwitchPercent;
-    int nEndPercent; ///< of blocks return
+    int nEndPercent; ///< share of blocks that return
 };
 
 const SGraphKind s_GraphKinds[] = {
@@ -218,7 +218,7 @@ class Shapes : public testing::TestWithParam<SShape>
 {
 };
 
-/// A chain of nNodes times the same pattern.
+/// A chain that repeats a pattern nTimes.
 std::vector<STestBlock> Repeat(int nTimes, const std::function<void(int, std::vector<STestBlock>&)>& add)
 {
     std::vector<STestBlock> vBlocks;
@@ -293,7 +293,7 @@ TEST(NarrowSwitches, BecomeBranches)
     struct
     {
         std::vector<int64_t> vCases;
-        std::vector<int> vTargets; ///< the default's first
+        std::vector<int> vTargets; ///< the default's comes first
     } const switches[] = {{{1, 0}, {3, 1, 2}}, {{0, 1}, {3, 3, 1}}, {{1}, {2, 3}},
                           {{0}, {3, 3}},       {{1, 0}, {1, 3, 3}}, {{}, {3}}};
     for (const auto& each : switches)
@@ -326,7 +326,7 @@ TEST(NarrowSwitches, BecomeBranches)
 TEST(LargeGraphs, NestDeeply)
 {
     const int nTimes = 20000;
-    // ifs within ifs, all of which end at one place; conditions joined by &&; loops one after the other.
+    // Nested ifs that all end at one place; conditions joined by &&; loops one after the other.
     CheckPaths(Repeat(nTimes,
                       [&](int n, auto& vBlocks)
                       {
@@ -341,7 +341,7 @@ TEST(LargeGraphs, NestDeeply)
                                                            : Block(STestBlock::Return, {}));
                       }),
                3);
-    // Each block branches to two that meet again.
+    // Each block branches to two blocks, which meet again.
     CheckPaths(Repeat(nTimes / 3,
                       [&](int n, auto& vBlocks)
                       {

@@ -17,7 +17,7 @@
 namespace KestrelTests
 {
 
-/// A block of a graph to be made.
+/// A block of a graph.
 struct STestBlock
 {
     enum EKind
@@ -37,7 +37,7 @@ struct STestBlock
     unsigned int nSwitchBits = 32; ///< 1, 32 or 64
 };
 
-/// A function with the given flow.
+/// A function with a given control flow.
 class CTestGraph
 {
 public:
@@ -80,7 +80,7 @@ public:
 
     llvm::Function& GetFunction() { return *m_pFunction; }
 
-    /// From a text like "a?b:c b>d c[1:d 2:d e] d* e.": branch, jump, switch with its default last, return; "/" is
+    /// Parses a text like "a?b:c b>d c[1:d 2:d e] d* e.": branch, jump, switch with its default last, return; "/" is
     /// unreachable. A "*" before that means a phi, a "!" a barrier.
     static std::vector<STestBlock> Parse(const std::string& strText)
     {

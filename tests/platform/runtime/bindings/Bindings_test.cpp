@@ -13,8 +13,8 @@
 #include <numeric>
 #include <sstream>
 
-/// A program written with the C++ bindings, linked to the system's loader, with our runtime as the
-/// loader's only driver.
+/// A program with the C++ bindings, linked to the system's loader, with this runtime as the loader's only
+/// driver.
 namespace
 {
 
@@ -88,7 +88,7 @@ TEST_F(CBindingsTest, MapsBuffersAndRunsAKernelOfItsOwnSource)
     std::iota(pSource, pSource + 64, -30);
     m_queue.enqueueUnmapMemObject(source, pSource);
 
-    // A part of the buffer as the target; the other half is filled meanwhile.
+    // The target is a part of the buffer; the other half is filled meanwhile.
     const cl_buffer_region region = {128, 128};
     cl::Buffer part = target.createSubBuffer(CL_MEM_READ_WRITE, CL_BUFFER_CREATE_TYPE_REGION, &region);
     cl::Event filled;

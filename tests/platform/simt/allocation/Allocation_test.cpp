@@ -1,5 +1,5 @@
-// No memory is allocated while groups run. This program counts every allocation by operator new; what a launch
-// makes before its groups run doesn't depend on how many there are, nor on how long they run.
+// No memory is allocated while groups run. This program counts every allocation by operator new; a launch's allocations
+// before its groups run depend neither on the number of groups nor on how long they run.
 
 #include <CL/cl.h>
 
@@ -82,7 +82,7 @@ using KestrelPlatform::SLaunchResult;
 struct SAllocationCase
 {
     const char* pszName;
-    const char* pszLoop; ///< what each pass does; r100.y is an address, r0.x counts passes
+    const char* pszLoop; ///< one pass of the loop; r100.y is an address, r0.x counts passes
     const char* pszDeclarations;
     const char* pszFunctions;
 };
