@@ -3,8 +3,8 @@
  *
  *   minimal_client PLATFORM_FOLDER
  *
- * PLATFORM_FOLDER is where the software platform lies, build/release/lib/kestrel-platform in a build of this
- * project. On a machine with a runtime of its own, none of the two lines that load the platform is needed.
+ * PLATFORM_FOLDER is the folder of the software platform, build/release/lib/kestrel-platform in a build of this
+ * project. On a machine with a runtime of its own, the two lines that load the platform aren't needed.
  */
 
 #include <OVKKestrel.h>
@@ -91,7 +91,7 @@ static void* LoadFrom(const char* pszFolder, const char* pszName)
     return pLibrary;
 }
 
-/* Fills the table with what the runtime's platform hands out: every OpenCL object starts with a pointer to it. */
+/* Fills the table from the runtime's platform: every OpenCL object starts with a pointer to its runtime's table. */
 static void UsePlatform(const char* pszFolder)
 {
     cl_platform_id platform = NULL;

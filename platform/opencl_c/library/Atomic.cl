@@ -1,5 +1,5 @@
-// Atomic functions on 32-bit words, under the names of OpenCL 1.1 and later and under those of the
-// extensions of OpenCL 1.0.
+// Atomic functions on 32-bit words, with the names of OpenCL 1.1 and later and with those of the
+// extensions to OpenCL 1.0.
 
 #include "Builtins.h"
 

@@ -1,5 +1,5 @@
-// Geometric functions. Lengths of floats are computed in double precision, where neither squares nor
-// their sum overflow or lose bits; doubles are scaled by a power of two.
+// Geometric functions. Lengths of floats are computed in double precision, where squares and their sum
+// can't overflow or lose bits; doubles are scaled by a power of two.
 
 #include "Builtins.h"
 
@@ -38,7 +38,7 @@ HELPER double Largest(double4 a)
     return __builtin_fmax(Largest(a.xy), Largest(a.zw));
 }
 
-// Widened: a float's square is exact in double precision.
+// For floats, widened to double: the square is exact there.
 HELPER double Wide(float a)
 {
     return a;
@@ -56,14 +56,14 @@ HELPER float Narrow(double a)
     return a;
 }
 
-// The power of two that brings the largest component near 1, 0 where squares are safe without.
+// The exponent of the power of two that scales the largest component to near 1; 0 if squares are safe without scaling.
 HELPER int ScaleFor(double most)
 {
     const bool bSafe = most > 0x1p-400 && most < 0x1p+400;
     return bSafe || most == 0 || most == __builtin_inf() ? 0 : -__il_dfrexp_exp(most);
 }
 
-// Toward an infinite component: infinities count 1, the rest nothing.
+// Toward an infinite component: infinities count as 1, the other components as 0.
 #define DIRECTION(N)                                                                                                   \
     HELPER double##N Direction(double##N a)                                                                            \
     {                                                                                                                  \

@@ -1,6 +1,6 @@
-// Image functions. Coordinates come as four components whatever the image's shape is: those behind the
-// image's own are 0, an array's layer stands behind the others. Texels come as four words, which are
-// floats or integers as the image's channels are.
+// Image functions. Coordinates always have four components: those that the image's shape doesn't have are
+// 0, and an array's layer comes after its other coordinates. Texels are four words, floats or integers
+// depending on the image's channels.
 
 #include "Builtins.h"
 
@@ -11,7 +11,8 @@
 #define FOUR_OF_2(c) c, 0, 0
 #define FOUR_OF_4(c) c
 
-// M(type of image, its name in instructions, type suffix of coordinates, four components of them) for the shapes that samplers take.
+// M(image type, its name in instructions, type suffix of coordinates, four coordinates) for the shapes that samplers
+// support.
 #define SAMPLED_SHAPES(M)                                                                                              \
     M(image1d_t, 1d, , FOUR_OF_1)                                                                                      \
     M(image1d_array_t, 1da, 2, FOUR_OF_2)                                                                              \
@@ -57,7 +58,7 @@ SAMPLED_SHAPES(SAMPLE)
     }
 SHAPES(LOAD_AND_STORE)
 
-// What an image is: its size as width, height, depth and number of layers; data type and order of its channels.
+// Queries of an image: width, height, depth and number of layers; data type and order of its channels.
 #define QUERY(IMAGE, SHAPE, ACCESS, A)                                                                                 \
     INSTRUCTION int4 __il_image_size_##SHAPE##__##A(ACCESS IMAGE image);                                               \
     INSTRUCTION int2 __il_image_format__##SHAPE##_##A(ACCESS IMAGE image);                                             \

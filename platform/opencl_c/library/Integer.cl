@@ -2,7 +2,7 @@
 
 #include "Builtins.h"
 
-// Forms that are the same for vectors and scalars.
+// Forms that are equal for vectors and scalars.
 #define PLAIN(N, T, U, S)                                                                                              \
     FUNCTION T##N min(T##N x, T##N y) { return __builtin_elementwise_min(x, y); }                                      \
     FUNCTION T##N max(T##N x, T##N y) { return __builtin_elementwise_max(x, y); }                                      \
@@ -101,8 +101,8 @@ FUNCTION ulong popcount(ulong x)
     FUNCTION T popcount(T x) { return popcount((U)x); }
 SIGNED_TYPES(SIGNED_COUNTS)
 
-// High halves of products, and multiply-adds that saturate. The product of two 64-bit integers is
-// put together from four of 32 bits.
+// High halves of products, and saturating multiply-adds. The product of two 64-bit integers is
+// composed of four 32-bit products.
 #define NARROW_PRODUCTS(T, WIDE, least, largest)                                                                       \
     FUNCTION T mul_hi(T x, T y) { return (T)(((WIDE)x * (WIDE)y) >> (sizeof(T) * 8)); }                                \
     FUNCTION T mad_sat(T a, T b, T c)                                                                                  \
@@ -159,7 +159,7 @@ FUNCTION long mad_sat(long a, long b, long c)
     FUNCTION T##N mad_hi(T##N a, T##N b, T##N c) { return mul_hi(a, b) + c; }
 INTEGER_TYPES(COMPONENT_FORMS)
 
-// Two halves as one integer of twice their width.
+// Two halves as one integer of double width.
 #define UPSAMPLE(N, HIGH, LOW, R, UR)                                                                                  \
     FUNCTION R##N upsample(HIGH##N high, LOW##N low)                                                                   \
     {                                                                                                                  \
@@ -176,7 +176,7 @@ UPSAMPLE_FORMS(ushort, ushort, uint, uint)
 UPSAMPLE_FORMS(int, uint, long, ulong)
 UPSAMPLE_FORMS(uint, uint, ulong, ulong)
 
-// Products of 24-bit integers are as quick as any; for others the result is free.
+// 24-bit products are no faster than others; for larger operands any result is allowed.
 #define PRODUCTS_24(N, T)                                                                                              \
     FUNCTION T##N mul24(T##N x, T##N y) { return x * y; }                                                              \
     FUNCTION T##N mad24(T##N x, T##N y, T##N z) { return x * y + z; }

@@ -1,4 +1,4 @@
-// Mathematical functions that take numbers apart, round and compare them: the same for both types.
+// Mathematical functions that decompose, round and compare numbers, the same for both types.
 
 #include "Builtins.h"
 
@@ -11,7 +11,7 @@ INSTRUCTION double __il_dldexp(double x, int n);
 
 #define INTRINSIC __attribute__((overloadable, const))
 
-// How the types are called in the names of intrinsic functions.
+// The types' names in intrinsic functions.
 #define TYPE_NAME "f"
 #define TYPE_NAME2 "v2f"
 #define TYPE_NAME3 "v3f"
@@ -19,7 +19,7 @@ INSTRUCTION double __il_dldexp(double x, int n);
 #define TYPE_NAME8 "v8f"
 #define TYPE_NAME16 "v16f"
 
-// I, U: the integers of the same size. MINUS: the bit of the sign. QUIET: the bits of a NaN. LAST: the largest below 1.
+// I, U: integers of the same size. MINUS: the sign bit. QUIET: the bits of a NaN. LAST: the largest number below 1.
 #define BASIC(N, F, I, U, WIDTH, MINUS, QUIET, LAST)                                                                   \
     INTRINSIC F##N NearestInteger(F##N x) __asm("llvm.rint." TYPE_NAME##N WIDTH);                                      \
     INTRINSIC F##N MultiplyAdd(F##N x, F##N y, F##N z) __asm("llvm.fma." TYPE_NAME##N WIDTH);                          \

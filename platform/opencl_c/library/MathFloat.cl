@@ -1,5 +1,5 @@
-// Mathematical functions of single precision: instructions where there is one, double precision
-// elsewhere, rounded once.
+// Mathematical functions in single precision: by instructions where there are any, otherwise in double
+// precision, rounded once.
 
 #include "Math.h"
 
@@ -18,7 +18,7 @@ INSTRUCTION float __il_rsq_vec(float x);
 INSTRUCTION float __il_rcp_vec(float x);
 INSTRUCTION float __il_mod(float x, float y);
 
-// Instructions, as short as a call.
+// These instructions are as short as a call.
 #define INSTRUCTION_1(NAME, expression)                                                                                \
     FUNCTION float NAME(float x) { return expression; }                                                                \
     BY_COMPONENT_1(FUNCTION, float, NAME, float)
@@ -26,7 +26,7 @@ INSTRUCTION float __il_mod(float x, float y);
     FUNCTION float NAME(float x, float y) { return expression; }                                                       \
     BY_COMPONENT_2(FUNCTION, float, NAME, float, float)
 
-// powr: x at least 0, and no result where the limit depends on the road to it.
+// powr: for x of at least 0; NaN where the limit depends on the path.
 HELPER float PowerOfPositive(float x, float y)
 {
     const float infinity = __builtin_inff();
@@ -54,7 +54,7 @@ INSTRUCTION_1(acospi, __il_acos(x) * (float)ONE_OVER_PI)
 INSTRUCTION_1(atanpi, __il_atan(x) * (float)ONE_OVER_PI)
 INSTRUCTION_2(fmod, __il_mod(x, y))
 
-// What the accuracy of half_ and native_ forms is, is left to the device: these are as good as the rest.
+// The device may choose the accuracy of half_ and native_ functions: here they are as accurate as the others.
 #define QUICK_FORMS(PREFIX)                                                                                            \
     INSTRUCTION_1(PREFIX##_exp, __il_exn(x))                                                                           \
     INSTRUCTION_1(PREFIX##_exp2, __il_exp_vec(x))                                                                      \
@@ -94,7 +94,7 @@ MATH_1(float, erfc, (float)Erfc(x))
 MATH_1(float, tgamma, (float)Gamma(x))
 MATH_1(float, lgamma, (float)LogGamma(x))
 
-// The square of a float is exact in double precision, and no sum of two overflows.
+// A float's square is exact in double precision, and a sum of two can't overflow.
 HELPER float HypotOf(float x, float y)
 {
     const double size = __il_dsqrt(__builtin_fma((double)x, (double)x, (double)y * (double)y));
@@ -103,7 +103,7 @@ HELPER float HypotOf(float x, float y)
 }
 MATH_2(float, hypot, HypotOf(x, y))
 
-// Of the size: the root of a NaN, an infinity or zero is itself.
+// By magnitude: the root of a NaN, an infinity or zero is the number itself.
 HELPER float CbrtOf(float x)
 {
     const float size = __builtin_fabsf(x);

@@ -1,5 +1,5 @@
-// Relational functions. Scalars give 1 for true, components of vectors all ones; a condition of
-// select, any and all counts by its top bit in a vector, and in any and all for scalars too.
+// Relational functions. True is 1 for scalars, and all ones for components of vectors. For conditions of
+// select in vectors, and of any and all in vectors and scalars, only the top bit counts.
 
 #include "Builtins.h"
 
@@ -20,7 +20,7 @@ COMPARISON(islessgreater, (x < y) | (x > y))
 COMPARISON(isordered, (x == x) & (y == y))
 COMPARISON(isunordered, (x != x) | (y != y))
 
-// By the bits without the sign: those of infinity and less are numbers.
+// Tests the bits without the sign: up to infinity's they are numbers.
 #define CLASSIFY(N, F, I, infinity, normal)                                                                            \
     HELPER I##N Magnitude(F##N x) { return BITS(I##N, x) & (I)((((ulong)1 << (sizeof(F) * 8 - 1)) - 1)); }             \
     FUNCTION RESULT##N(I) isfinite(F##N x) { return (RESULT##N(I))(Magnitude(x) < infinity); }                         \
@@ -40,7 +40,7 @@ COMPARISON(isunordered, (x != x) | (y != y))
 SIZES(CLASSIFY, float, int, 0x7F800000, 0x00800000)
 SIZES(CLASSIFY, double, long, 0x7FF0000000000000L, 0x0010000000000000L)
 
-// The top bits of all components, joined.
+// All components combined by OP, for their top bits.
 #define JOINED(T, OP)                                                                                                  \
     HELPER T Joined##OP(T##2 a) { return OP(a.x, a.y); }                                                               \
     HELPER T Joined##OP(T##3 a) { return OP(OP(a.x, a.y), a.z); }                                                      \

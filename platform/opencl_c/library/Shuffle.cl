@@ -1,4 +1,4 @@
-// shuffle and shuffle2: the low bits of each component of the mask name a component.
+// shuffle and shuffle2: the low bits of each mask component select a component.
 
 #include "Builtins.h"
 

@@ -1,4 +1,4 @@
-// Barriers, fences, prefetches and copies that the work-items of a group share.
+// Barriers, fences, prefetches, and copies by all work-items of a group.
 
 #include "Builtins.h"
 
@@ -32,8 +32,8 @@ EFFECT void write_mem_fence(cl_mem_fence_flags nFlags)
     __il_fence(nFlags);
 }
 
-// Each work-item copies every so manieth element; the copy is done for all after the barrier of
-// wait_group_events. The event says nothing more, so that of the argument is handed back.
+// Each work-item copies every n-th element, where n is the group's size. The barrier of wait_group_events
+// completes the copy for all. The event carries no information, so the one passed in is returned.
 HELPER uint GroupSize(void)
 {
     return __il_cb0_1_x() * __il_cb0_1_y() * __il_cb0_1_z();
@@ -78,7 +78,8 @@ HELPER uint GroupSize(void)
 #define COPIES(T) SIZES(COPIES_OF, T)
 ALL_TYPES(COPIES)
 
-// The compiler hands events over by pointers of the generic address space, which has no name in this version of the language.
+// The compiler passes events by pointers to the generic address space, which has no name in this version of the
+// language.
 EFFECT __attribute__((convergent)) void wait_group_events(int nCount, __attribute__((address_space(4))) event_t* pEvents)
 {
     __il_barrier(LOCAL_AND_GLOBAL);

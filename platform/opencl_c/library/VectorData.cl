@@ -1,5 +1,5 @@
-// Vector loads and stores: at an address that is aligned to a component only. Halves are stored as
-// 16-bit words; the conversions say how they round.
+// Vector loads and stores, at addresses aligned to a component. Halves are stored as 16-bit words,
+// rounded by the conversions.
 
 #include "Builtins.h"
 
@@ -9,7 +9,7 @@ INSTRUCTION uint __il_f2f16_near(float x);
 INSTRUCTION uint __il_f2f16_neg_inf(float x);
 INSTRUCTION uint __il_f2f16_plus_inf(float x);
 
-// A vector of three is read as two and one: nothing after it is touched.
+// A vector of three is read as two and one, so that nothing after it is read.
 #define LOAD(N, T, SPACE)                                                                                              \
     EFFECT __attribute__((pure)) T##N vload##N(size_t nOffset, const SPACE T* p)                                       \
     {                                                                                                                  \
@@ -51,8 +51,8 @@ INSTRUCTION uint __il_f2f16_plus_inf(float x);
     STORES(T, __private)
 ALL_TYPES(VECTOR_DATA)
 
-// Half from float in each direction of rounding. A double goes by a float that keeps what rounding
-// needs to know: rounded to odd, its last bit is set if anything was lost.
+// Half from float in each rounding mode. A double is first rounded to odd, to a float whose last bit is
+// set if anything was lost, so that the second rounding is right.
 HELPER uint HalfNearest(float x)
 {
     return __il_f2f16_near(x);
@@ -112,7 +112,7 @@ HALF_FORMS(HalfToZero, double)
 HALF_FORMS(HalfUp, double)
 HALF_FORMS(HalfDown, double)
 
-// The _a forms take vectors of three as four.
+// The _a forms access vectors of three like vectors of four.
 #define LOAD_HALF(N, SPACE)                                                                                            \
     EFFECT __attribute__((pure)) float##N vload_half##N(size_t nOffset, const SPACE half* p)                           \
     {                                                                                                                  \
