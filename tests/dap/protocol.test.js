@@ -321,6 +321,25 @@ test('a program is stopped in a kernel that it builds later', { skip: !PROGRAMS 
     assert.match(client.output('stdout'), /\d/);
   })));
 
+test('a program is paused between its launches', { skip: !PROGRAMS }, () =>
+  withProgram('launches_on', launch => withClient(async client => {
+    await client.begin(launch);
+    while (client.output('stdout') !== 'launching\n') {
+      await client.next('output');
+    }
+    for (let pause = 0; pause < 2; pause++) {
+      await client.pauseRequest({ threadId: 1 });
+      const stop = await client.next('stopped');
+      assert.strictEqual(stop.reason, 'pause');
+      client.thread = stop.threadId;
+      assert.strictEqual((await client.top()).name, 'add');
+      // What it had added before is in the buffer of the launch that waits.
+      const added = (await client.evaluateRequest({ expression: 'out[3]', frameId: (await client.top()).id })).body.result;
+      assert.ok(Number(added) > 0 && Number(added) % 3 === 0, added);
+      await client.continueRequest({ threadId: client.thread });
+    }
+  })));
+
 test('source that a program makes at run time is served by reference', { skip: !PROGRAMS }, () =>
   withProgram('threads', launch => withClient(async client => {
     await client.begin({ ...launch, stopOnEntry: true });

@@ -379,6 +379,7 @@ json CConversation::DoLaunch(const json& arguments)
 {
     SDebuggeeOptions options = ReadLaunchRequest(arguments);
     options.command.isUnwanted = [this] { return m_Requests.IsEnding(); };
+    options.command.isToPause = [this] { return m_Requests.TakePause(); };
     m_pDebuggee = std::make_unique<CDebuggee>(m_Setup, std::move(options), *this,
                                               [this](CDebugger* pDebugger) { m_Requests.SetDebugger(pDebugger); });
     m_eStage = Launched;

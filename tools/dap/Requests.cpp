@@ -74,26 +74,25 @@ void CRequests::Add(const SRequest& request)
     m_Changed.notify_all();
 }
 
-/// \return whether there is something to interrupt
-bool CRequests::Interrupt()
+void CRequests::Interrupt()
 {
-    if (m_nMoves == 0 || m_pDebugger == nullptr)
+    if (m_nMoves != 0 && m_pDebugger != nullptr)
     {
-        return false;
+        m_pDebugger->Interrupt();
     }
-    m_pDebugger->Interrupt();
-    return true;
 }
 
+/// A launch that ends before it notices the interrupt leaves the pause to the program's next one.
 void CRequests::Pause(const SRequest& request)
 {
-    if (Interrupt())
+    if (m_nMoves == 0)
     {
-        m_Channel.Answer(request, nullptr);
+        m_Channel.Refuse(request, "nothing is running");
         return;
     }
-    m_Channel.Refuse(request, m_nMoves != 0 ? "only kernels can be interrupted, and none is debugged just now"
-                                            : "nothing is running");
+    m_bPause = true;
+    Interrupt();
+    m_Channel.Answer(request, nullptr);
 }
 
 void CRequests::Cancel(const SRequest& request)
@@ -129,9 +128,13 @@ void CRequests::SetDebugger(CDebugger* pDebugger)
 /// An interrupt is for all that had been asked when it came.
 void CRequests::FinishPresent()
 {
-    if (m_Present && IsMove(*m_Present) && --m_nMoves == 0 && m_pDebugger != nullptr)
+    if (m_Present && IsMove(*m_Present) && --m_nMoves == 0)
     {
-        m_pDebugger->ClearInterrupts();
+        m_bPause = false;
+        if (m_pDebugger != nullptr)
+        {
+            m_pDebugger->ClearInterrupts();
+        }
     }
     m_Present.reset();
 }

@@ -34,19 +34,22 @@ public:
     void SetDebugger(CDebugger* pDebugger);
     /// Whether the client has gone, or wants to: nothing should go on.
     bool IsEnding() const { return m_bEnding; }
+    /// Whether a pause was asked for that no debugger has got yet. It is asked for once.
+    bool TakePause() { return m_bPause.exchange(false); }
 
 private:
     void Gather();
     void Add(const SRequest& request);
     void Pause(const SRequest& request);
     void Cancel(const SRequest& request);
-    bool Interrupt();
+    void Interrupt();
     void End(bool bClosed);
     void FinishPresent();
 
     CChannel& m_Channel;
     std::thread m_Thread;
     std::atomic<bool> m_bEnding{false};
+    std::atomic<bool> m_bPause{false};
 
     std::mutex m_Mutex;
     std::condition_variable m_Changed;

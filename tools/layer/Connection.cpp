@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -123,21 +124,51 @@ void CConnection::Ask(const nlohmann::json& header, const std::vector<unsigned c
     {
         return;
     }
-    try
-    {
-        const std::optional<SMessage> answer =
-            Send(WriteHeader(header), vBlob) ? ReceiveMessage(m_nSocket) : std::nullopt;
-        if (!answer)
-        {
-            Lose();
-            return;
-        }
-        SetRules(ReadRules(answer->header));
-    }
-    catch (const CProtocolError&)
+    bool bAnswered = !Send(WriteHeader(header), vBlob);
+    if (bAnswered)
     {
         Lose();
     }
+    while (!bAnswered)
+    {
+        const std::optional<SMessage> answer = Receive();
+        bAnswered = !answer || !IsUnasked(*answer);
+    }
+}
+
+void CConnection::TakeUnasked()
+{
+    // While another thread asks, it takes them.
+    const std::unique_lock<std::mutex> lock(m_AskLock, std::try_to_lock);
+    while (lock.owns_lock() && m_bOn && HasInput() && IsOurs() && Receive())
+    {
+    }
+}
+
+bool CConnection::HasInput() const
+{
+    pollfd polled = {m_nSocket, POLLIN, 0};
+    return poll(&polled, 1, 0) == 1;
+}
+
+/// Waits for a message, and keeps the rules in it. \return nothing, with the connection lost, if there is none
+std::optional<SMessage> CConnection::Receive()
+{
+    try
+    {
+        std::optional<SMessage> message = ReceiveMessage(m_nSocket);
+        if (message)
+        {
+            SetRules(ReadRules(message->header));
+            return message;
+        }
+    }
+    catch (const CProtocolError&)
+    {
+        // Handled as if the debugger had gone.
+    }
+    Lose();
+    return std::nullopt;
 }
 
 void CConnection::SetRules(std::vector<SLaunchRule> vRules)

@@ -30,6 +30,8 @@ public:
     void Tell(std::string_view strHeader);
     /// Sends a question, waits as long as the answer takes, and keeps the rules in it. One thread at a time.
     void Ask(const nlohmann::json& header, const std::vector<unsigned char>& vBlob = {});
+    /// Takes the rules that the debugger has sent unasked, if there are any.
+    void TakeUnasked();
     /// Whether the rules select a launch.
     bool Wants(const std::string& strKernel, uint32_t nProgram, uint64_t nNumber, uint64_t nTurn) const;
 
@@ -37,6 +39,8 @@ private:
     CConnection();
     bool Open();
     bool IsOurs() const;
+    bool HasInput() const;
+    std::optional<KestrelTool::SMessage> Receive();
     bool Send(std::string_view strHeader, const std::vector<unsigned char>& vBlob);
     void SetRules(std::vector<KestrelTool::SLaunchRule> vRules);
     void Lose();

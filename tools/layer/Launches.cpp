@@ -86,6 +86,7 @@ SNotedLaunch NoteLaunch(cl_kernel object, const SLaunchCall& call)
     const CLaunchCount::SCount count = CLaunchCount::Get().Next(pKernel->strName);
     const std::string strLaunch = DescribeLaunch(*pKernel, count, call);
     CConnection& connection = CConnection::Get();
+    connection.TakeUnasked();
     if (connection.Wants(pKernel->strName, pKernel->nProgram, count.nNumber, count.nTurn))
     {
         json header = json::parse(strLaunch);

@@ -141,6 +141,12 @@ bool NeedsAnswer(const SMessage& message)
     return it == message.header.end() || std::none_of(told.begin(), told.end(), isTold);
 }
 
+bool IsUnasked(const SMessage& message)
+{
+    const auto it = message.header.find("unasked");
+    return it != message.header.end() && *it == true;
+}
+
 bool SendDescriptor(int nSocket, int nDescriptor)
 {
     char byte = 'K';

@@ -29,6 +29,8 @@
 //   left     at the end, objects: {"kernel": 2}, that were never released
 // The debugger's answer is {"rules": [{kernel, program, first, last, turns}]}: which launches it wants. A rule without
 // a kernel or program means any; first and last count the process's launches, or with turns those of the kernel.
+// While the program runs the debugger may send rules that nobody asked for, with "unasked": true. The layer looks for
+// them before each launch.
 
 namespace KestrelTool
 {
@@ -85,6 +87,9 @@ struct SLaunchRule
 /// Whether a rule selects a launch.
 /// \param nNumber  counts all launches of the process, nTurn those of the kernel
 bool Wants(const SLaunchRule& rule, const std::string& strKernel, uint32_t nProgram, uint64_t nNumber, uint64_t nTurn);
+
+/// Whether a message of the debugger answers none of the layer's.
+bool IsUnasked(const SMessage& message);
 
 nlohmann::json DescribeRules(const std::vector<SLaunchRule>& vRules);
 /// \throws CProtocolError

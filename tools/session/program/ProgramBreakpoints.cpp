@@ -78,6 +78,10 @@ uint32_t CProgramSession::FindId(unsigned int nProgram) const
 std::vector<SLaunchRule> CProgramSession::MakeBreakpointRules()
 {
     std::vector<SLaunchRule> vRules;
+    if (m_bToPause)
+    {
+        vRules.emplace_back(); // any launch
+    }
     for (const SBreakpoint& breakpoint : m_Breakpoints.GetAll())
     {
         if (!breakpoint.bEnabled || !breakpoint.place)

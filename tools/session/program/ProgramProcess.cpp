@@ -145,7 +145,7 @@ CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
 } // namespace
 
 CProgramProcess::CProgramProcess(const SProgramCommand& command)
-    : m_IsUnwanted(command.isUnwanted), m_bTerminal(isatty(STDIN_FILENO) != 0)
+    : m_IsUnwanted(command.isUnwanted), m_IsToPause(command.isToPause), m_bTerminal(isatty(STDIN_FILENO) != 0)
 {
     try
     {
@@ -245,6 +245,11 @@ CProgramProcess::SEvent CProgramProcess::Wait()
         {
             Kill();
             break;
+        }
+        if (m_IsToPause && m_IsToPause())
+        {
+            event.bToPause = true;
+            return event;
         }
         siginfo_t info = {};
         if (!bAny && waitid(P_PID, static_cast<id_t>(m_nPid), &info, WSTOPPED | WNOHANG) == 0 && info.si_pid == m_nPid)
@@ -347,6 +352,15 @@ void CProgramProcess::Answer(int nProcess, const nlohmann::json& answer)
     if (it != m_mapConnections.end() && !SendMessage(it->second, answer))
     {
         Drop(nProcess);
+    }
+}
+
+void CProgramProcess::Tell(const nlohmann::json& message)
+{
+    const std::map<int, int> mapConnections = m_mapConnections;
+    for (const auto& connection : mapConnections)
+    {
+        Answer(connection.first, message);
     }
 }
 

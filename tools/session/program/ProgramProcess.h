@@ -32,6 +32,8 @@ struct SProgramCommand
     std::map<std::string, std::optional<std::string>> mapVariables; ///< to set in its environment, or to remove
     /// Called now and then while waiting for the program; true ends it. May be empty.
     std::function<bool()> isUnwanted;
+    /// Called as often; true pauses the program at its next launch. May be empty.
+    std::function<bool()> isToPause;
 };
 
 /// A program with the layer in it. All its processes that use OpenCL may be heard; the end is that of the one that was
@@ -48,14 +50,17 @@ public:
     struct SEvent
     {
         bool bEnded = false;
-        int nProcess = 0; ///< which of the program's processes has sent it, from 1
+        bool bToPause = false; ///< nothing has been sent, but the program is to pause
+        int nProcess = 0;      ///< which of the program's processes has sent it, from 1
         SMessage message;
     };
 
-    /// Gives the program the terminal, and waits until it sends something or ends.
+    /// Gives the program the terminal, and waits until it sends something or ends, or is to pause.
     SEvent Wait();
     /// Answers a process's message. Does nothing if the process has ended.
     void Answer(int nProcess, const nlohmann::json& answer);
+    /// Sends a message to all of the program's processes.
+    void Tell(const nlohmann::json& message);
     /// Ends the program and waits for its end.
     void Kill();
 
@@ -80,6 +85,7 @@ private:
     int m_nDoor = -1;
     int m_nLife = -1; ///< becomes readable when the program has ended
     std::function<bool()> m_IsUnwanted;
+    std::function<bool()> m_IsToPause;
     bool m_bTerminal = false;
     bool m_bProgramHasTerminal = false;
     bool m_bHurry = true; ///< the sender of the last message waits for an answer

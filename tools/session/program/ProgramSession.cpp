@@ -31,6 +31,7 @@ void CProgramSession::Run()
     m_Record = CProgramRecord(ListSourceFolders(m_Command));
     m_mapSources.clear();
     m_nExitCode = 0;
+    m_bToPause = false;
     m_Breakpoints.GetAll().remove_if([](const SBreakpoint& breakpoint)
                                      { return breakpoint.place && breakpoint.place->eKind == SLaunchPlace::Line; });
     m_Sink.OnProgramGoesOn();
@@ -124,11 +125,24 @@ void CProgramSession::GoOn()
             SendEnd();
             return;
         }
-        if (Handle(event))
+        if (event.bToPause)
+        {
+            PauseAtNextLaunch();
+        }
+        else if (Handle(event))
         {
             return;
         }
     }
+}
+
+/// Between launches a program has no place that could be shown.
+void CProgramSession::PauseAtNextLaunch()
+{
+    m_bToPause = true;
+    json rules = DescribeRules(MakeRules());
+    rules["unasked"] = true;
+    m_pProcess->Tell(rules);
 }
 
 /// \return whether a launch waits and is being debugged
@@ -240,7 +254,7 @@ bool CProgramSession::DebugLaunch(const CProgramProcess::SEvent& event)
     {
         m_Watcher(m_pDebugger.get());
     }
-    m_pDebugger->Run();
+    m_bToPause ? m_pDebugger->Start() : m_pDebugger->Run();
     if (m_pDebugger->IsLive())
     {
         return true;
@@ -304,6 +318,10 @@ void CProgramSession::OnEvent(const json& event)
     if (bFinished)
     {
         told["launch"] = m_Launch.nNumber;
+    }
+    if (strEvent == "stopped" && std::exchange(m_bToPause, false))
+    {
+        told["reason"] = "interrupt";
     }
     m_Sink.OnEvent(told);
 }

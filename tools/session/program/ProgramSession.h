@@ -63,6 +63,7 @@ private:
     void OnLeave() override { m_Sink.OnLeave(); }
 
     void GoOn();
+    void PauseAtNextLaunch();
     bool Handle(const CProgramProcess::SEvent& event);
     bool BeginLaunch(const CProgramProcess::SEvent& event);
     void CaptureWanted(const CProgramProcess::SEvent& event);
@@ -88,8 +89,9 @@ private:
     CProgramRecord m_Record;
     std::unique_ptr<CProgramProcess> m_pProcess;
     std::unique_ptr<CDebugger> m_pDebugger;
-    SKnownLaunch m_Launch; ///< the waiting one
-    bool m_bShown = false; ///< its event was sent
+    SKnownLaunch m_Launch;   ///< the waiting one
+    bool m_bShown = false;   ///< its event was sent
+    bool m_bToPause = false; ///< the next launch that can be debugged stops before its first instruction
     std::vector<std::pair<SLaunchRule, SCaptureTarget>> m_vCaptures;
     int m_nExitCode = 0;
     /// By the program's number, and by kernel.
