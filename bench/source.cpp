@@ -114,7 +114,7 @@ struct SFigures
     std::vector<double> vRuns;
 };
 
-/// Steps by line from the kernel's beginning to its end, nTimes.
+/// Steps by line from the kernel's beginning to its end, in nSessions sessions.
 SFigures MeasureSteps(const CLibraries& libraries, size_t nItems, unsigned int nSessions,
                       const std::function<void(CDebugger&)>& look)
 {

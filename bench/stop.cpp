@@ -303,7 +303,7 @@ private:
     bool m_bOneRegister = false;
 };
 
-/// The line of the n-th item in the kernel's text that begins with strBegin, as the debugger counts lines.
+/// The line nBefore lines before the last one in the kernel's text that begins with strBegin, as the debugger counts.
 ovkclDebugPC FindLine(const SLaunchFile& file, const std::string& strBegin, int nBefore)
 {
     std::vector<std::string> vLines;

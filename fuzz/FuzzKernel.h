@@ -10,7 +10,7 @@
 namespace KestrelFuzz
 {
 
-/// The lower layers of a kernel under debug, without an engine; makes public what properties are checked on.
+/// The lower layers of a kernel under debug, without an engine. What properties are checked on is public.
 class CFuzzShader : public CEnginelessShader
 {
 public:

@@ -34,8 +34,8 @@ uint32_t CBlock::PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uin
     return nWord;
 }
 
-/// Loads each lane's word from the row that is pIndices[lane] * nScale rows after the first one, all in one array. If
-/// all lanes have the same index, a whole row is copied.
+/// Loads each lane's word from the row that begins pIndices[lane] * nScale words after the first one, all in one array.
+/// If all lanes have the same index, a whole row is copied.
 void CBlock::LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale)
 {
     if (!m_pMask && IsSame(pIndices))

@@ -104,7 +104,7 @@ struct SLaneTable
     /// The opposite: loads.
     void (*pfSeparate)(uint32_t* const* ppRows, uint32_t nRows, const unsigned char* pFrom, uint32_t nBegin,
                        uint32_t nEnd);
-    /// Loads each lane's word from the row that is pIndices[i] * nScale rows after pFirst.
+    /// Loads each lane's word from the row that begins pIndices[i] * nScale words after pFirst.
     void (*pfLoadRows)(uint32_t* pRow, const uint32_t* pFirst, const uint32_t* pIndices, uint32_t nScale,
                        const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
     /// The opposite: stores.

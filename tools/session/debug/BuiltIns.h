@@ -11,7 +11,7 @@ struct SBuiltIn
 {
     enum EKind
     {
-        WorkItem,  ///< eItem says which
+        WorkItem,  ///< nWhich says which
         Float,     ///< on floats, component by component
         Number,    ///< on integers and floats
         Bits,      ///< on the bits of integers

@@ -12,7 +12,7 @@ namespace KestrelTool
 struct SRunEstimate
 {
     uint64_t nEnd = 0;  ///< 0 if unknown
-    bool bWhole = true; ///< whether this movement completes the user's command
+    bool bWhole = true; ///< false if the end is a stop that isn't shown, from which the movement goes on
 };
 
 /// How many kernel runs it takes to get from a line to the first of some lines: one for each tracked register written

@@ -22,7 +22,7 @@ public:
     bool Read(SSourceType::ESpace eSpace, uint64_t nAddress, size_t nItem, unsigned char* pBytes, size_t nBytes);
     /// Reads the private memory of all work-items, parts of which will be needed.
     void Prepare(uint64_t nAddress, size_t nBytes);
-    /// The place of a variable's bytes at this stop, from nFirst on.
+    /// The places, at this stop, of those bytes of a variable that the node reads.
     std::shared_ptr<const SBoundVariable> FindVariable(const SExpressionNode& node);
 
 private:
