@@ -40,7 +40,7 @@ struct SMemoryRange
     unsigned char* pShadow = nullptr;
 };
 
-/// An image as a kernel sees it, with its row and slice pitch in bytes.
+/// An image as a kernel sees it. Texels in a row are adjacent; row pitch and slice pitch are in bytes.
 struct SImageBinding
 {
     unsigned char* pData = nullptr; ///< null for a null image: reads give 0, writes are dropped
