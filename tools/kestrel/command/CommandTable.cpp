@@ -68,6 +68,13 @@ const SCommand g_Commands[] = {
      "@call_chain\nbreak 16\nrun\nreverse-nexti", DoReverseNextInstruction, true, ECompletion::Nothing},
     {"reverse-continue", "rc", "[N]", s_pszRunning, "Go back to the last breakpoint, or to the first stop.", "",
      "break 13\nbreak 32\nrun\ncontinue\nreverse-continue", DoReverseContinue, true, ECompletion::Nothing},
+    {"goto", "", "N", s_pszRunning, "Go to a stop of this launch that info stops lists, forward or back.",
+     "The moves that led there are made once more, if need be from the first stop on.",
+     "@opencl_c/game_of_life\nstart\nnext 3\nnext\ngoto 2\ninfo stops", DoGoTo, false, ECompletion::Nothing},
+    {"info stops", "", "", s_pszRunning, "List the stops of this launch in the order of execution.",
+     "Those after the present one are there after a way back, until the launch goes on another way. As many are listed "
+     "as limit says, around the present one.",
+     "@opencl_c/game_of_life\nstart\nnext\nnext\nreverse-next\ninfo stops", DoInfoStops, false, ECompletion::Nothing},
     {"kill", "k", "", s_pszRunning, "End the session.", "The kernel runs out undebugged; its outputs aren't looked at.",
      "start\nkill", DoKill, false, ECompletion::Nothing},
 

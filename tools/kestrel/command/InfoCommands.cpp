@@ -6,6 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+
 namespace KestrelTool
 {
 
@@ -44,6 +46,32 @@ struct SGroups
 };
 
 } // namespace
+
+json DoInfoStops(CCommandContext& context)
+{
+    context.AllowNone();
+    CDebugger& debugger = context.GetDebugger();
+    debugger.RequireLive();
+    const CTimeLine& timeLine = debugger.GetTimeLine();
+    const std::vector<CTimeLine::SStop>& vStops = timeLine.GetStops();
+    const size_t nLimit = debugger.GetSettings().nLimit;
+    const auto itHere = std::find_if(vStops.begin(), vStops.end(),
+                                     [&](const CTimeLine::SStop& stop) { return timeLine.GetPlace() == stop.nPlace; });
+    const size_t nHere = static_cast<size_t>(itHere - vStops.begin());
+    const size_t nShown = std::min(nLimit, vStops.size());
+    const size_t nFirst = std::min(nHere - std::min(nHere, nShown / 2), vStops.size() - nShown);
+    std::string strText = itHere == vStops.end() ? "the present stop is none of these\n" : "";
+    for (size_t n = nFirst; n < nFirst + nShown; ++n)
+    {
+        const std::string strPlace = ShortenPlace(debugger.GetListing().GetPlace(vStops[n].nLine));
+        strText += (n == nHere ? "=> " : "   ") + std::to_string(n + 1) + "  " +
+                   (strPlace.empty() ? "line " + std::to_string(vStops[n].nLine) : strPlace) + ", " +
+                   std::to_string(vStops[n].nActive) + " active\n";
+    }
+    strText += nShown < vStops.size() ? "of " + std::to_string(vStops.size()) + " stops\n" : "";
+    strText.pop_back();
+    return TellText(strText);
+}
 
 json DoInfoLine(CCommandContext& context)
 {

@@ -169,6 +169,17 @@ json DoReverseContinue(CCommandContext& context)
     return nullptr;
 }
 
+json DoGoTo(CCommandContext& context)
+{
+    const size_t nStop = ReadNumber(context.GetWord("a stop's number, as info stops has it"));
+    if (nStop == 0)
+    {
+        throw CCommandError("stops are counted from 1");
+    }
+    context.GetDebugger().GoTo(nStop - 1);
+    return nullptr;
+}
+
 json DoKill(CCommandContext& context)
 {
     context.AllowNone();

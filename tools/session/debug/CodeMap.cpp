@@ -215,6 +215,20 @@ bool CCodeMap::FindLoop(unsigned int nLine, unsigned int& nStart, unsigned int& 
     return true;
 }
 
+bool CCodeMap::MayComeAgain(unsigned int nLine, const std::set<unsigned int>& stops) const
+{
+    unsigned int nStart = 0;
+    unsigned int nEnd = 0;
+    if (FindLoop(nLine, nStart, nEnd))
+    {
+        return stops.count(m_vNext[nStart]) == 0;
+    }
+    const SFunction* const pFunction = FindFunction(nLine);
+    // The launch calls the kernel once, from outside of all functions.
+    return pFunction == nullptr || std::any_of(pFunction->vCallLines.begin(), pFunction->vCallLines.end(),
+                                               [this](unsigned int nCall) { return FindFunction(nCall) != nullptr; });
+}
+
 size_t CCodeMap::CountBlocks(unsigned int nFrom, unsigned int nLine) const
 {
     return static_cast<size_t>(std::count_if(

@@ -46,6 +46,8 @@ public:
 
     /// The innermost loop around a line. \return false if there is none
     bool FindLoop(unsigned int nLine, unsigned int& nStart, unsigned int& nEnd) const;
+    /// Whether a run that begins at a line and stops at some others can come to it once more without a stop.
+    bool MayComeAgain(unsigned int nLine, const std::set<unsigned int>& stops) const;
     /// How many blocks open between two lines and contain the second one.
     size_t CountBlocks(unsigned int nFrom, unsigned int nLine) const;
 

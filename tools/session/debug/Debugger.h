@@ -14,6 +14,7 @@
 #include "tools/session/debug/SourceText.h"
 #include "tools/session/debug/StopCounts.h"
 #include "tools/session/debug/Target.h"
+#include "tools/session/debug/TimeLine.h"
 #include "tools/source/DebugInfo.h"
 
 #include <nlohmann/json_fwd.hpp>
@@ -198,6 +199,18 @@ public:
     void StepBack(size_t nTimes);
     void NextBack(size_t nTimes);
     void ContinueBack(size_t nTimes);
+
+    // ---- the stops so far
+    const CTimeLine& GetTimeLine() const { return m_TimeLine; }
+    /// To one of the time line's stops, forward or back.
+    void GoTo(size_t nStop);
+    /// To where a work-item comes to a line of IL once more after so many times.
+    void GoToPass(unsigned int nLine, size_t nItem, uint64_t nPass);
+    /// Looks at stops of the time line, given by their numbers, each where the session stands at it, and comes back to
+    /// the present one. Nobody is told of a stop.
+    /// \throws CCommandError if the present place is none of the time line's, or after an interrupt
+    void VisitStops(const std::vector<size_t>& vStops, const std::function<void(size_t nStop)>& look);
+
     /// Ends the session, if there is one, without an event.
     void Kill();
 
@@ -229,6 +242,13 @@ private:
     void SetListing(const CListing& listing);
     bool Launch();
     bool Move(ovkclDebugCommand command, const std::set<unsigned int>& lines);
+    static bool IsRun(ovkclDebugCommand command);
+    std::set<unsigned int> FindStops(ovkclDebugCommand command, const std::set<unsigned int>& lines);
+    bool Resume(ovkclDebugCommand command, const std::set<unsigned int>& stops);
+    bool Travel(size_t nPlace);
+    bool Retrace(size_t nPlace);
+    bool GoBackTo(size_t nPlace);
+    const CTimeLine::SStop& GetStop(size_t nStop) const;
     void GoOn(size_t nTimes, ovkclDebugCommand command);
     EReason RunTo(ovkclDebugCommand command, const std::set<unsigned int>& lines);
     EReason RunToLines(const std::set<unsigned int>& lines, const CCodeMap::SFunction* pFunction);
@@ -314,6 +334,7 @@ private:
     std::set<std::string> m_LookedAt;
     std::map<std::string, std::vector<uint32_t>> m_mapEarlier;
     CMemoryLog m_MemoryLog;
+    CTimeLine m_TimeLine;
     bool m_bSingleStep = false; ///< a step back leads to the last stop
 
     /// Data for the progress line.

@@ -64,6 +64,7 @@ bool CDebugger::Launch()
         GetSession().SetTrackedRegisters(m_pSettings->vTracked);
     }
     m_nLine = m_pCode->GetFirstStop();
+    m_TimeLine.Begin(m_nLine);
     m_Sink.OnEvent({{"event", "started"},
                     {"kernel", m_Launch.GetFile().strKernel},
                     {"device", m_Launch.GetDeviceName()},
@@ -102,30 +103,46 @@ std::string CDebugger::ExplainRefusal() const
     return std::string();
 }
 
+bool CDebugger::IsRun(ovkclDebugCommand command)
+{
+    return command == OVKCLDEBUG_COMMAND_CONTINUE || command == OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
+}
+
 /// Executes one command of the debugger. \param lines  where a run stops in addition to the breakpoints
 /// \return false if the launch is over
 bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& lines)
 {
-    const bool bRuns = command == OVKCLDEBUG_COMMAND_CONTINUE || command == OVKCLDEBUG_COMMAND_EXT_RUN_BACK;
-    std::set<unsigned int> stops;
     m_Unseen.clear();
+    return Resume(command, IsRun(command) ? FindStops(command, lines) : std::set<unsigned int>());
+}
+
+/// Where a run stops, be it without a word.
+std::set<unsigned int> CDebugger::FindStops(ovkclDebugCommand command, const std::set<unsigned int>& lines)
+{
+    std::set<unsigned int> stops = m_pBreakpoints->GetEnabledLines();
+    stops.insert(lines.begin(), lines.end());
+    const std::set<unsigned int> insides = m_pCode->FindInsides(stops);
+    stops.insert(insides.begin(), insides.end());
+    if (m_bInterruptible && command == OVKCLDEBUG_COMMAND_CONTINUE)
+    {
+        const std::set<unsigned int> heads = m_pCode->FindLoopHeads(stops);
+        m_Unseen = heads;
+        for (const unsigned int nStop : stops)
+        {
+            m_Unseen.erase(nStop);
+        }
+        stops.insert(heads.begin(), heads.end());
+    }
+    return stops;
+}
+
+/// \param stops  of a run: where it stops
+bool CDebugger::Resume(ovkclDebugCommand command, const std::set<unsigned int>& stops)
+{
+    const bool bRuns = IsRun(command);
     ++m_nMoves;
     if (bRuns)
     {
-        stops = m_pBreakpoints->GetEnabledLines();
-        stops.insert(lines.begin(), lines.end());
-        const std::set<unsigned int> insides = m_pCode->FindInsides(stops);
-        stops.insert(insides.begin(), insides.end());
-        if (m_bInterruptible && command == OVKCLDEBUG_COMMAND_CONTINUE)
-        {
-            const std::set<unsigned int> heads = m_pCode->FindLoopHeads(stops);
-            m_Unseen = heads;
-            for (const unsigned int nStop : stops)
-            {
-                m_Unseen.erase(nStop);
-            }
-            stops.insert(heads.begin(), heads.end());
-        }
         GetSession().SetBreakpoints(stops);
     }
     m_Progress.estimate = bRuns ? EstimateRun(stops) : SRunEstimate();
@@ -136,6 +153,11 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     }
     const bool bPatched = command != OVKCLDEBUG_COMMAND_CONTINUE || !stops.empty();
     const CTarget::EState eFrom = m_Target.GetState();
+    const std::optional<size_t> place = m_TimeLine.GetPlace();
+    if (command == OVKCLDEBUG_COMMAND_EXT_STEP_BACK || command == OVKCLDEBUG_COMMAND_EXT_RUN_BACK)
+    {
+        m_TimeLine.Lose();
+    }
     const CTarget::EState eState = m_Target.Resume(command);
     EndIfGivenUp(eFrom, bPatched);
     if (eState != CTarget::AtStop)
@@ -146,6 +168,8 @@ bool CDebugger::Move(ovkclDebugCommand command, const std::set<unsigned int>& li
     }
     const unsigned int nFrom = m_nLine;
     m_nLine = GetSession().GetNextLine();
+    m_TimeLine.Arrive(*m_pCode, place,
+                      {command, bRuns ? std::make_shared<const CTimeLine::Lines>(stops) : nullptr, m_nLine});
     CountStop(command, nFrom);
     CheckFaults(true);
     ShowProgress();

@@ -254,6 +254,7 @@ void CDebugger::ShowProgress()
 void CDebugger::SendStop(EReason eReason, const std::string& strReason)
 {
     m_Sink.OnProgress(std::string());
+    m_TimeLine.Show(CountActive());
     std::string strWhy = strReason;
     if (eReason == EReason::FirstStop)
     {
