@@ -7,7 +7,7 @@
 #include "tools/kestrel/command/Output.h"
 #include "tools/kestrel/command/SessionConsole.h"
 #include "tools/kestrel/convert/Tokens.h"
-#include "tools/kestrel/cover/Accesses.h"
+#include "tools/session/debug/Accesses.h"
 #include "tools/session/ExitCode.h"
 #include "tools/session/debug/Outcome.h"
 #include "tools/session/launch/Codes.h"

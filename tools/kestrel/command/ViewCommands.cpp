@@ -1,7 +1,7 @@
 // Commands that show the whole dispatch.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/cover/Accesses.h"
+#include "tools/session/debug/Accesses.h"
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Views.h"
 

@@ -1,6 +1,6 @@
 #include "tools/kestrel/cover/WatchPlaces.h"
 
-#include "tools/kestrel/cover/Accesses.h"
+#include "tools/session/debug/Accesses.h"
 #include "tools/session/debug/CommandError.h"
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "tools/kestrel/cover/Accesses.h"
+#include "tools/session/debug/Accesses.h"
 
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Faults.h"

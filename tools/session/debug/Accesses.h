@@ -1,5 +1,5 @@
-#ifndef KESTREL_TOOLS_COVER_ACCESSES_H
-#define KESTREL_TOOLS_COVER_ACCESSES_H
+#ifndef KESTREL_TOOLS_DEBUG_ACCESSES_H
+#define KESTREL_TOOLS_DEBUG_ACCESSES_H
 
 #include "KestrelPlatform.h"
 #include "tools/session/debug/KernelArguments.h"
