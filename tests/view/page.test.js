@@ -73,7 +73,7 @@ test('a session is stepped, looked at and gone back in', () => withView(collatz,
   await page.keyboard.press('Enter');
   await page.waitForFunction(() => document.getElementById('legend').textContent.startsWith('n: blue 12'));
   await page.waitForFunction(() => document.getElementById('statistics').textContent.includes('distinct'));
-  await page.waitForFunction(() => document.getElementById('caption').textContent.startsWith('n from work-item 0 to 7: 12'));
+  await page.waitForFunction(() => document.querySelector('figure:not([hidden]) figcaption').textContent.startsWith('n from work-item 0 to 7: 12'));
   // Two stops at line 5: on the way there and back.
   assert.strictEqual(await page.$eval('#source li:nth-child(5) output', margin => margin.textContent), '2 × 100 %');
   await page.click('[data-command=continue]');
@@ -93,6 +93,111 @@ test('a session is stepped, looked at and gone back in', () => withView(collatz,
   assert.deepStrictEqual(page.complaints, []);
   await page.close();
 }));
+
+test('stops are gone to along the time line, compared, and plotted across', () => withView(collatz, async address => {
+  const page = await open(address);
+  await status(page, 'line 4:');
+  const give = async text => {
+    await page.evaluate(command => { document.getElementById('command').value = command; }, text);
+    await page.$eval('#console', form => form.requestSubmit());
+  };
+  const stops = () => page.$$eval('#timeline button', found => found.map(button => /: ([^,]*)/.exec(button.title)[1]));
+  const current = number => page.waitForFunction(
+    text => document.querySelector('#timeline [aria-current]')?.textContent === text, { timeout: 20000 }, String(number));
+  await give('break 27');
+  await page.waitForFunction(() => document.getElementById('output').textContent.includes('breakpoint 1'));
+  for (const number of [2, 3, 4]) {
+    await page.click('[data-command=continue]');
+    await current(number);
+  }
+  assert.deepStrictEqual(await stops(), ['collatz.cl:4', 'collatz.cl:27', 'collatz.cl:27', 'collatz.cl:27']);
+
+  // What n is at the breakpoint, by the sequence itself: work-item 2 starts with first + 2.
+  await give('workitem 2');
+  await page.waitForFunction(() => document.getElementById('focus').textContent === 'Work-item 2');
+  const shown = () => page.$$eval('#variables tr', rows => BigInt([...rows].find(row => row.cells[0].textContent === 'n').cells[1].textContent));
+  const next = n => (n % 2n === 1n ? 3n * n + 1n : n / 2n);
+  const third = await shown();
+  await page.focus('#timeline [aria-current]');
+  await page.keyboard.press('ArrowLeft');
+  await page.keyboard.press('ArrowLeft');
+  await page.keyboard.press('Enter');
+  await current(2);
+  const first = await shown();
+  assert.strictEqual(next(next(first)), third);
+  assert.strictEqual((await stops()).length, 4);
+
+  await page.type('#expression', 'n');
+  await page.keyboard.press('Enter');
+  await page.click('#across');
+  await page.waitForFunction(() => document.querySelector('#course + figcaption').textContent !== '');
+  const numbers = [first, next(first), third].map(Number);
+  assert.strictEqual(await textOf(page, '#course + figcaption'),
+    `n of work-item 2 from stop 1 to 4: ${Math.min(...numbers)} to ${Math.max(...numbers)}`);
+  await current(2);
+
+  await page.select('#since', '4');
+  await page.waitForFunction(() => document.getElementById('legend').textContent.startsWith('8 of 8 have another n than at stop 4'));
+  assert.strictEqual(await page.$eval('#changes tr:nth-child(3)', row => row.cells[1].textContent), `${third} → ${first}`);
+  // Forward again to where it was.
+  await page.click('#timeline button:nth-child(4)');
+  await current(4);
+  assert.strictEqual(await shown(), third);
+  assert.deepStrictEqual(page.complaints, []);
+  await page.close();
+}));
+
+test('an element has its writes, and work-items have their last lines', async () => {
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-view-'));
+  fs.writeFileSync(path.join(folder, 'writes.cl'), `kernel void writes(global int* out)
+{
+    int id = get_global_id(0);
+    for (int i = 0; i < 3; ++i)
+    {
+        out[id / 2] = 10 * id + i;
+    }
+    if (id < 3)
+    {
+        out[id] += 100;
+    }
+}
+`);
+  fs.writeFileSync(path.join(folder, 'writes.json'), JSON.stringify({
+    program: 'writes.cl', kernel: 'writes', global: [8], local: [4], args: [{ buffer: { type: 'int', count: 8, fill: 'zero' } }],
+  }));
+  await withView(path.join(folder, 'writes.json'), async address => {
+    const page = await open(address);
+    await status(page, 'line 2:');
+    await page.type('#element', 'out[3]');
+    await page.keyboard.press('Enter');
+    await page.waitForFunction(() => document.querySelectorAll('#accesses tr').length === 6);
+    const rows = await page.$$eval('#accesses tr', found => found.map(row => [...row.cells].slice(0, 3).map(cell => cell.textContent)));
+    const written = item => rows.filter(row => row[0] === `work-item ${item}`).map(row => / → (.*)/.exec(row[2])[1]);
+    // Work-items 6 and 7 write together, so that 7 is the one that is seen.
+    assert.deepStrictEqual([written(6).length, written(7)], [3, ['70', '71', '72']]);
+    const last = rows.findLastIndex(row => row[0] === 'work-item 7');
+    await page.click(`#accesses tr:nth-child(${last + 1}) button`);
+    await status(page, 'line 6:');
+    await page.waitForFunction(() => document.getElementById('focus').textContent === 'Work-item 7');
+    const value = name => page.$$eval('#variables tr', (found, wanted) => [...found].find(row => row.cells[0].textContent === wanted).cells[1].textContent, name);
+    assert.strictEqual(await value('i'), '2');
+    // An index of the work-item's own: what the pixel that is clicked on has been written by.
+    await page.$eval('#element', field => { field.value = 'out[id / 2]'; });
+    await page.$eval('#writes', form => form.requestSubmit());
+    await page.waitForFunction(() => document.getElementById('written').textContent.startsWith('out[3]: 6 accesses'));
+
+    await page.evaluate(() => { document.getElementById('command').value = 'break 10'; });
+    await page.$eval('#console', form => form.requestSubmit());
+    await page.waitForFunction(() => document.getElementById('output').textContent.includes('breakpoint 1'));
+    await page.click('[data-command=continue]');
+    await status(page, 'line 10: 3 of 8');
+    await page.click('#lines');
+    await page.waitForFunction(() => /writes.cl:10 3 .*writes.cl:6 5/.test(document.getElementById('legend').textContent));
+    assert.deepStrictEqual(page.complaints, []);
+    await page.close();
+  });
+  fs.rmSync(folder, { recursive: true });
+});
 
 test('a million work-items are drawn', async () => {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-view-'));
@@ -147,6 +252,7 @@ test('strangers get nothing, and a page can do no more than it should', () => wi
     [token, { Host: `localhost.evil:${url.port}` }],
     [`${token}cells`, { Origin: 'http://evil.example' }],
     [`${token}cells`, { Origin: 'null' }],
+    [`${token}accesses?element=out[0]`, { Origin: 'http://evil.example' }],
   ];
   for (const [file, headers] of refused) {
     assert.strictEqual((await ask(file, headers))[0], 403, `${file} ${JSON.stringify(headers)}`);
@@ -158,5 +264,10 @@ test('strangers get nothing, and a page can do no more than it should', () => wi
     assert.deepStrictEqual([code, /a page can't do this/.test(text)], [400, true], command);
   }
   assert.strictEqual((await ask(`${token}command`, {}, 'x'.repeat(10000)))[0], 413);
-  assert.strictEqual((await ask(`${token}cells?expression=nothing`))[0], 400);
+  const wrong = ['cells?expression=nothing', 'cells?expression=n&from=7', 'cells?from=x', 'accesses?element=steps[99999]', 'accesses?element=nothing[0]'];
+  for (const query of wrong) {
+    const [code, text] = await ask(`${token}${query}`);
+    assert.deepStrictEqual([code, JSON.parse(text).error !== ''], [400, true], query);
+  }
+  assert.strictEqual((await ask(`${token}access?line=x&item=0&pass=0`, {}, ''))[0], 400);
 }));

@@ -12,7 +12,7 @@ struct SPageFile
     const char* pszText;
 };
 
-extern const SPageFile g_PageFiles[4];
+extern const SPageFile g_PageFiles[6];
 
 } // namespace KestrelTool
 

@@ -36,12 +36,29 @@ std::string ToText(const nlohmann::json& object)
     return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-size_t ReadSize(const httplib::Request& request, const char* pszName)
+/// \throws CCommandError
+size_t ReadNumber(const httplib::Request& request, const char* pszName)
 {
     const std::string strText = request.get_param_value(pszName);
-    const bool bNumber =
-        !strText.empty() && strText.size() <= 4 && strText.find_first_not_of("0123456789") == std::string::npos;
-    return bNumber ? std::clamp<size_t>(std::stoul(strText), 1, 2048) : 256;
+    if (strText.empty() || strText.size() > 9 || strText.find_first_not_of("0123456789") != std::string::npos)
+    {
+        throw CCommandError(std::string(pszName) + " has to be a number");
+    }
+    return std::stoul(strText);
+}
+
+SPictureWish ReadWish(const httplib::Request& request)
+{
+    const auto readSize = [&](const char* pszName)
+    { return std::clamp<size_t>(request.has_param(pszName) ? ReadNumber(request, pszName) : 256, 1, 2048); };
+    SPictureWish wish;
+    wish.strExpression = request.get_param_value("expression");
+    wish.bLines = request.has_param("lines");
+    wish.bAll = request.has_param("all");
+    wish.from = request.has_param("from") ? std::optional<size_t>(ReadNumber(request, "from")) : std::nullopt;
+    wish.nWidth = readSize("width");
+    wish.nHeight = readSize("height");
+    return wish;
 }
 
 /// A server of one session's page.
@@ -178,20 +195,22 @@ void CServer::Route()
     m_Server.Get("/" + m_strToken + "/events",
                  [this](const httplib::Request&, httplib::Response& response) { Push(response); });
     Get("/source", [this](const httplib::Request&) { return m_Session.GetSource(); });
-    Get("/cells",
-        [this](const httplib::Request& request)
-        {
-            return m_Session.GetCells(request.get_param_value("expression"), request.has_param("all"),
-                                      ReadSize(request, "width"), ReadSize(request, "height"));
-        });
-    Get("/statistics", [this](const httplib::Request& request)
-        { return m_Session.GetStatistics(request.get_param_value("expression"), request.has_param("all")); });
-    Get("/row",
-        [this](const httplib::Request& request) { return m_Session.GetRow(request.get_param_value("expression")); });
+    Get("/cells", [this](const httplib::Request& request) { return m_Session.Draw(ReadWish(request)); });
+    Get("/course",
+        [this](const httplib::Request& request) { return m_Session.GetCourse(request.get_param_value("expression")); });
+    Get("/accesses",
+        [this](const httplib::Request& request) { return m_Session.GetAccesses(request.get_param_value("element")); });
     Post("/command",
          [this](const httplib::Request& request)
          {
              m_Session.Execute(request.body);
+             return nlohmann::json();
+         });
+    Post("/access",
+         [this](const httplib::Request& request)
+         {
+             m_Session.GoToAccess(static_cast<unsigned int>(ReadNumber(request, "line")), ReadNumber(request, "item"),
+                                  ReadNumber(request, "pass"));
              return nlohmann::json();
          });
     Post("/pause",

@@ -1,14 +1,17 @@
 #include "tools/view/ViewSession.h"
 
+#include "tools/session/debug/Accesses.h"
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/SourceValues.h"
 #include "tools/session/debug/Views.h"
+#include "tools/source/SourcePlaces.h"
+#include "tools/view/DispatchPicture.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <chrono>
-#include <sstream>
+#include <cmath>
 
 namespace KestrelTool
 {
@@ -33,6 +36,8 @@ const char* const s_PageCommands[] = {"start",
                                       "reverse-stepi",
                                       "reverse-nexti",
                                       "reverse-continue",
+                                      "goto",
+                                      "info stops",
                                       "break",
                                       "tbreak",
                                       "delete",
@@ -56,28 +61,55 @@ bool IsPageCommand(const std::string& strCommand)
                        });
 }
 
-/// A picture with shades in place of its cells. As numbers in a text a million cells take longer than their values do.
-json MakeShades(json picture)
+/// Of the work-item in focus; null where the expression has no value.
+json ReadAtFocus(CDebugger& debugger, const std::string& strExpression)
 {
-    const bool bMask = picture["view"] == "mask";
-    const double fLow = bMask || picture["low"].is_null() ? 0 : picture["low"].get<double>();
-    const double fHigh = bMask || picture["high"].is_null() ? 1 : picture["high"].get<double>();
-    const double fFactor = fHigh > fLow ? 254 / (fHigh - fLow) : 0;
-    const json& cells = picture["cells"];
-    std::string strShades(cells.size(), '\0');
-    for (size_t n = 0; n < cells.size(); ++n)
+    try
     {
-        if (cells[n].is_number())
-        {
-            const double fValue = cells[n].get<double>() / (bMask ? picture["sizes"][n].get<double>() : 1);
-            const double fShade = fFactor == 0 ? 127 : (fValue - fLow) * fFactor;
-            strShades[n] = static_cast<char>(1 + static_cast<int>(std::clamp(fShade, 0.0, 254.0)));
-        }
+        CExpression expression(strExpression, &debugger);
+        GuessType(debugger, expression, debugger.GetSettings().eFormat);
+        expression.Bind(debugger);
+        double fValue = 0;
+        expression.Evaluate(debugger.GetFocus(), 1, &fValue);
+        return expression.HasValue(0) && std::isfinite(fValue) ? json(fValue) : json();
     }
-    picture.erase("cells");
-    picture.erase("sizes");
-    picture["shades"] = std::move(strShades);
-    return picture;
+    catch (const CCommandError&)
+    {
+        return json();
+    }
+}
+
+/// "out[5]" for "out[id]", as the work-item in focus has it.
+std::string FindElement(CDebugger& debugger, const std::string& strElement)
+{
+    const size_t nOpen = strElement.find('[');
+    if (nOpen == std::string::npos || strElement.back() != ']')
+    {
+        return strElement;
+    }
+    const std::string strIndex = strElement.substr(nOpen + 1, strElement.size() - nOpen - 2);
+    if (strIndex.find_first_not_of("0123456789") == std::string::npos)
+    {
+        return strElement;
+    }
+    const json index = ReadAtFocus(debugger, strIndex);
+    if (index.is_null() || index.get<double>() < 0)
+    {
+        throw CCommandError(strIndex + " is no index here");
+    }
+    return strElement.substr(0, nOpen + 1) + std::to_string(static_cast<uint64_t>(index.get<double>())) + "]";
+}
+
+/// The stops of the time line that a page has room for: those around the present one.
+std::pair<size_t, size_t> FindStopsShown(const CTimeLine& timeLine)
+{
+    const size_t nMost = 200;
+    const std::vector<CTimeLine::SStop>& vStops = timeLine.GetStops();
+    const size_t nHere = static_cast<size_t>(std::count_if(
+        vStops.begin(), vStops.end(), [&](const auto& stop) { return stop.nPlace < timeLine.GetPlace().value_or(0); }));
+    const size_t nCount = std::min(nMost, vStops.size());
+    const size_t nFirst = std::min(nHere - std::min(nHere, nCount / 2), vStops.size() - nCount);
+    return {nFirst, nFirst + nCount};
 }
 
 /// The lines of a file, or of the kernel's IL for an empty name.
@@ -218,44 +250,109 @@ void CViewSession::Execute(const std::string& strCommand)
         });
 }
 
-json CViewSession::GetCells(const std::string& strExpression, bool bAll, size_t nWidth, size_t nHeight)
+json CViewSession::Draw(const SPictureWish& wish)
 {
     return Ask(
-        [=, this]
+        [wish, this]
         {
             CDebugger& debugger = m_pDebuggee->RequireStop();
-            if (strExpression.empty())
+            if (wish.bLines)
             {
-                return MakeShades(ViewMask(debugger, nWidth, nHeight));
+                return m_LastLines.Draw(debugger, wish.nWidth, wish.nHeight);
             }
-            CExpression expression(strExpression, &debugger);
-            GuessType(debugger, expression, debugger.GetSettings().eFormat);
-            return MakeShades(ViewGrid(debugger, expression, bAll, nWidth, nHeight));
+            if (wish.strExpression.empty())
+            {
+                return DrawMask(debugger, wish.nWidth, wish.nHeight);
+            }
+            return wish.from ? DrawChangesSince(debugger, wish)
+                             : DrawValues(debugger, ReadValues(debugger, wish.strExpression, wish.bAll), wish.nWidth,
+                                          wish.nHeight);
         });
 }
 
-json CViewSession::GetStatistics(const std::string& strExpression, bool bAll)
+/// Looks at stops of the time line. Pause ends it.
+void CViewSession::Visit(CDebugger& debugger, const std::vector<size_t>& vStops,
+                         const std::function<void(size_t)>& look)
 {
+    const auto setBusy = [this](bool bBusy)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_bBusy = bBusy;
+    };
+    setBusy(true);
+    try
+    {
+        debugger.VisitStops(vStops, look);
+    }
+    catch (...)
+    {
+        setBusy(false);
+        throw;
+    }
+    setBusy(false);
+}
+
+json CViewSession::DrawChangesSince(CDebugger& debugger, const SPictureWish& wish)
+{
+    SDispatchValues before;
+    Visit(debugger, {*wish.from}, [&](size_t) { before = ReadValues(debugger, wish.strExpression, wish.bAll); });
+    return DrawChanges(debugger, before, ReadValues(debugger, wish.strExpression, wish.bAll), wish.nWidth,
+                       wish.nHeight);
+}
+
+json CViewSession::GetCourse(const std::string& strExpression)
+{
+    return Ask(
+        [strExpression, this]() -> json
+        {
+            CDebugger& debugger = m_pDebuggee->RequireStop();
+            const CTimeLine& timeLine = debugger.GetTimeLine();
+            const std::vector<CTimeLine::SStop> vStops = timeLine.GetStops();
+            if (m_Course.strExpression != strExpression || m_Course.nFocus != debugger.GetFocus() ||
+                m_Course.nGeneration != timeLine.GetGeneration())
+            {
+                m_Course = {strExpression, debugger.GetFocus(), timeLine.GetGeneration(), {}};
+            }
+            const auto [nFirst, nEnd] = FindStopsShown(timeLine);
+            std::vector<size_t> vUnknown;
+            for (size_t n = nFirst; n < nEnd; ++n)
+            {
+                if (m_Course.mapValues.count(vStops[n].nPlace) == 0)
+                {
+                    vUnknown.push_back(n);
+                }
+            }
+            Visit(debugger, vUnknown,
+                  [&](size_t nStop)
+                  { m_Course.mapValues[vStops[nStop].nPlace] = ReadAtFocus(debugger, strExpression); });
+            json values = json::array();
+            for (size_t n = nFirst; n < nEnd; ++n)
+            {
+                values.push_back(m_Course.mapValues[vStops[n].nPlace]);
+            }
+            return {{"expression", strExpression}, {"first", nFirst}, {"values", values}};
+        });
+}
+
+json CViewSession::GetAccesses(const std::string& strElement)
+{
+    const size_t nMost = 1000;
     return Ask(
         [=, this]
         {
             CDebugger& debugger = m_pDebuggee->RequireStop();
-            CExpression expression(strExpression, &debugger);
-            GuessType(debugger, expression, debugger.GetSettings().eFormat);
-            return ViewStatistics(debugger, expression, bAll);
+            return DescribeAccesses(debugger.GetLibraries(), debugger.GetLaunch().GetFile(),
+                                    FindElement(debugger, strElement), nMost);
         });
 }
 
-json CViewSession::GetRow(const std::string& strExpression)
+void CViewSession::GoToAccess(unsigned int nLine, size_t nItem, uint64_t nPass)
 {
-    const size_t nMost = 4096;
-    return Ask(
+    Ask(
         [=, this]
         {
-            CDebugger& debugger = m_pDebuggee->RequireStop();
-            CExpression expression(strExpression, &debugger);
-            GuessType(debugger, expression, debugger.GetSettings().eFormat);
-            return ViewRow(debugger, expression, nMost);
+            Perform([&] { m_pDebuggee->RequireStop().GoToPass(nLine, nItem, nPass); });
+            return json();
         });
 }
 
@@ -304,6 +401,7 @@ void CViewSession::CountVisit(const json& stop)
     }
     const std::optional<SSourceLine> place = pDebugger->GetSourceLine();
     SVisits& visits = place ? m_mapVisits[place->strFile][place->nLine] : m_mapVisits[std::string()][stop["line"]];
+    m_LastLines.Note(*pDebugger);
     ++visits.nStops;
     visits.fShares += stop["count"].get<double>() / stop["items"].get<double>();
 }
@@ -320,6 +418,23 @@ json CViewSession::ListVisits(const std::string& strFile) const
     return list;
 }
 
+/// The stops of the time line: number, line and active work-items of each, and which one is the present one.
+json CViewSession::ListStops(CDebugger& debugger)
+{
+    const CTimeLine& timeLine = debugger.GetTimeLine();
+    const auto [nFirst, nEnd] = FindStopsShown(timeLine);
+    json list = json::array();
+    json here;
+    for (size_t n = nFirst; n < nEnd; ++n)
+    {
+        const CTimeLine::SStop& stop = timeLine.GetStops()[n];
+        const std::string strPlace = ShortenPlace(debugger.GetListing().GetPlace(stop.nLine));
+        list.push_back({n + 1, strPlace.empty() ? std::to_string(stop.nLine) : strPlace, stop.nActive});
+        here = timeLine.GetPlace() == stop.nPlace ? json(n + 1) : here;
+    }
+    return {{"stops", list}, {"here", here}, {"count", timeLine.GetStops().size()}};
+}
+
 json CViewSession::DescribeStop(CDebugger& debugger)
 {
     const std::optional<SSourceLine> place = debugger.GetSourceLine();
@@ -331,13 +446,14 @@ json CViewSession::DescribeStop(CDebugger& debugger)
                   {"active", debugger.CountActive()},
                   {"focus", ViewItem(debugger, debugger.GetFocus())},
                   {"variables", ListVariables(debugger)},
-                  {"visits", ListVisits(place ? place->strFile : std::string())}};
+                  {"visits", ListVisits(place ? place->strFile : std::string())},
+                  {"timeline", ListStops(debugger)}};
     return state;
 }
 
 void CViewSession::Publish()
 {
-    json state = {{"busy", false}, {"live", false}, {"over", m_pDebuggee->IsOver()}};
+    json state = {{"busy", false}, {"live", false}, {"over", m_pDebuggee->IsOver()}, {"shown", ++m_nShown}};
     CDebugger* const pDebugger = m_pDebuggee->Find();
     if (pDebugger != nullptr)
     {
@@ -389,6 +505,7 @@ void CViewSession::OnEvent(const json& event)
     if (event["event"] == "started" || event["event"] == "launch")
     {
         m_mapVisits.clear();
+        m_LastLines.Forget();
     }
     Print(m_pDebuggee->GetConsole().Render(event));
 }

@@ -2,6 +2,7 @@
 #define KESTREL_TOOLS_VIEW_VIEWSESSION_H
 
 #include "tools/session/program/Debuggee.h"
+#include "tools/view/LastLines.h"
 
 #include <condition_variable>
 #include <deque>
@@ -9,10 +10,22 @@
 #include <future>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace KestrelTool
 {
+
+/// What a picture is to show.
+struct SPictureWish
+{
+    std::string strExpression;  ///< empty for the active work-items
+    bool bLines = false;        ///< the line at which each work-item was active last, in place of an expression
+    bool bAll = false;          ///< those work-items too that aren't active
+    std::optional<size_t> from; ///< the changes since a stop of the time line, by its number from 0
+    size_t nWidth = 1;
+    size_t nHeight = 1;
+};
 
 /// A session that is looked at by a page. One thread is the session's and works off what others ask for, in turn.
 class CViewSession : public IEventSink
@@ -29,13 +42,14 @@ public:
     // ---- from any thread but the session's; each waits for its turn, and throws CCommandError or std::runtime_error
     /// Does a command of the prompt; only those that a page has a use for. What it prints comes with the state.
     void Execute(const std::string& strCommand);
-    /// The active work-items by cells, or an expression's values: as ViewMask and ViewGrid have them, but with "shades"
-    /// in place of the cells, a byte each. 0 is for a cell with nothing in it, 1 for the lowest value, 255 for the
-    /// highest.
-    nlohmann::json GetCells(const std::string& strExpression, bool bAll, size_t nWidth, size_t nHeight);
-    nlohmann::json GetStatistics(const std::string& strExpression, bool bAll);
-    /// An expression's values along the row in x of the work-item in focus, as ViewRow has them.
-    nlohmann::json GetRow(const std::string& strExpression);
+    /// A picture of the dispatch, as DispatchPicture.h and LastLines.h have them.
+    nlohmann::json Draw(const SPictureWish& wish);
+    /// An expression of the work-item in focus at each stop of the time line, up to so many around the present one.
+    nlohmann::json GetCourse(const std::string& strExpression);
+    /// Who wrote and read an element of a buffer, as DescribeAccesses has it.
+    nlohmann::json GetAccesses(const std::string& strElement);
+    /// To in front of an access: its work-item comes to its line of IL once more after so many passes.
+    void GoToAccess(unsigned int nLine, size_t nItem, uint64_t nPass);
     /// The file that the stop is in, line by line; the kernel's IL where there is no source.
     nlohmann::json GetSource();
 
@@ -53,7 +67,18 @@ private:
         double fShares = 0; ///< sum of the shares of work-items that were active
     };
 
+    /// Values of an expression at stops of the time line, for the work-item in focus.
+    struct SCourse
+    {
+        std::string strExpression;
+        size_t nFocus = 0;
+        uint64_t nGeneration = 0;
+        std::map<size_t, nlohmann::json> mapValues; ///< by places
+    };
+
     nlohmann::json Ask(std::function<nlohmann::json()> job);
+    nlohmann::json DrawChangesSince(CDebugger& debugger, const SPictureWish& wish);
+    void Visit(CDebugger& debugger, const std::vector<size_t>& vStops, const std::function<void(size_t)>& look);
     void Perform(const std::function<void()>& move);
     void Publish();
     void Print(const std::string& strText);
@@ -61,6 +86,7 @@ private:
     nlohmann::json ListVariables(CDebugger& debugger);
     void CountVisit(const nlohmann::json& stop);
     nlohmann::json ListVisits(const std::string& strFile) const;
+    static nlohmann::json ListStops(CDebugger& debugger);
 
     void OnEvent(const nlohmann::json& event) override;
     void OnProgress(const std::string& strText) override;
@@ -68,6 +94,9 @@ private:
     std::unique_ptr<CDebuggee> m_pDebuggee;
     nlohmann::json m_Stop;                                              ///< the last event "stopped"
     std::map<std::string, std::map<unsigned int, SVisits>> m_mapVisits; ///< of this launch, by file and line
+    CLastLines m_LastLines;
+    SCourse m_Course;
+    uint64_t m_nShown = 0; ///< states in which something else may be to be seen than before
 
     std::mutex m_Mutex;
     std::condition_variable m_Changed;
