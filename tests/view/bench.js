@@ -34,16 +34,21 @@ async function main() {
     const page = await browser.newPage();
     await page.setViewport({ width: 1400, height: 900 });
     await page.goto(address);
-    // Each stop: when its state came, and when all was drawn.
+    // Each stop: how long after its state had come the picture was drawn, and all the rest.
     await page.evaluate(() => {
       window.frames_ = [];
-      const handle = onState;
+      const [handle, paintPicture] = [onState, draw];
+      let [begun, painted] = [0, 0];
+      draw = () => {
+        paintPicture();
+        painted = performance.now() - begun;
+      };
       onState = async next => {
-        const begun = performance.now();
         const drawn = !next.busy && next.shown !== shown;
+        begun = performance.now();
         await handle(next);
         if (drawn) {
-          frames_.push(performance.now() - begun);
+          frames_.push([painted, performance.now() - begun]);
         }
       };
     });
@@ -68,9 +73,9 @@ async function main() {
       for (let n = 0; n < 9; ++n) {
         commands.push(await step());
       }
-      const times = await page.evaluate(() => frames_);
-      console.log(`${name}: drawn ${median(times).toFixed(0)} ms after the stop was told (${times.map(time => time.toFixed(0)).join(' ')}); `
-        + `the stop itself ${median(commands).toFixed(0)} ms`);
+      const [pictures, all] = [0, 1].map(which => page.evaluate(n => frames_.map(frame => frame[n]), which));
+      const text = times => `${median(times).toFixed(0)} ms (${times.map(time => time.toFixed(0)).join(' ')})`;
+      console.log(`${name}: the stop itself ${median(commands).toFixed(0)} ms; from when the page was told of it to the picture ${text(await pictures)}, to all ${text(await all)}`);
     }
   } finally {
     await browser.close();

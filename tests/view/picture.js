@@ -22,7 +22,7 @@ async function main() {
   const browser = await puppeteer.launch({ executablePath: process.env.KESTREL_BROWSER, headless: true, args: ['--no-sandbox'] });
   try {
     const page = await browser.newPage();
-    await page.setViewport({ width: 1400, height: 760 });
+    await page.setViewport({ width: 1400, height: 1000 });
     await page.goto(address);
     const wait = text => page.waitForFunction(
       expected => document.getElementById('status').textContent.includes(expected), { timeout: 60000 }, text);
@@ -34,10 +34,18 @@ async function main() {
     await give('break 17 if n == 9');
     await give('continue');
     await wait('line 17');
+    for (const stop of [3, 4, 5]) {
+      await give('next');
+      await page.waitForFunction(number => document.querySelector('#timeline [aria-current]')?.textContent === String(number), {}, stop);
+    }
+    await page.click('#timeline button:nth-child(2)');
+    await wait('line 17');
     await give('workitem 8256');
     await page.waitForFunction(() => document.getElementById('focus').textContent === 'Work-item 8256');
     await page.type('#expression', 'z.x');
     await page.keyboard.press('Enter');
+    await page.click('#across');
+    await page.waitForFunction(() => document.querySelector('#course + figcaption').textContent !== '');
     await page.waitForFunction(() => document.querySelector('#statistics canvas') !== null);
     await page.screenshot({ path: path.join(sources, 'docs/view.png') });
   } finally {

@@ -181,8 +181,6 @@ json DrawValues(CDebugger& debugger, const SDispatchValues& values, size_t nWidt
     json picture = DescribeLayout(extent, layout);
     picture["kind"] = "values";
     picture["expression"] = values.strExpression;
-    picture["statistics"] = DescribeStatistics(values);
-    picture["row"] = DescribeRow(debugger, values);
     AddShades(picture, FillCells(extent, layout,
                                  [&](SCell& cell, size_t nItem)
                                  {
@@ -192,6 +190,11 @@ json DrawValues(CDebugger& debugger, const SDispatchValues& values, size_t nWidt
                                      }
                                  }));
     return picture;
+}
+
+json DescribeValues(const CDebugger& debugger, const SDispatchValues& values)
+{
+    return {{"statistics", DescribeStatistics(values)}, {"row", DescribeRow(debugger, values)}};
 }
 
 json DrawChanges(CDebugger& debugger, const SDispatchValues& before, const SDispatchValues& after, size_t nWidth,

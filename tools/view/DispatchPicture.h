@@ -26,9 +26,10 @@ SDispatchValues ReadValues(CDebugger& debugger, const std::string& strExpression
 
 /// The share of active work-items.
 nlohmann::json DrawMask(CDebugger& debugger, size_t nWidth, size_t nHeight);
-/// An expression's mean over each cell, with its "statistics", and as "row" its values along the row in x of the
-/// work-item in focus.
+/// An expression's mean over each cell.
 nlohmann::json DrawValues(CDebugger& debugger, const SDispatchValues& values, size_t nWidth, size_t nHeight);
+/// Its "statistics", and as "row" its values along the row in x of the work-item in focus.
+nlohmann::json DescribeValues(const CDebugger& debugger, const SDispatchValues& values);
 /// By how much values differ from earlier ones: the mean over those in a cell that do; with those that do as "changes".
 /// \param before, after  of the same expression; who is in one of them only has changed too, and is in no cell
 nlohmann::json DrawChanges(CDebugger& debugger, const SDispatchValues& before, const SDispatchValues& after,

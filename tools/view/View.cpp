@@ -196,6 +196,7 @@ void CServer::Route()
                  [this](const httplib::Request&, httplib::Response& response) { Push(response); });
     Get("/source", [this](const httplib::Request&) { return m_Session.GetSource(); });
     Get("/cells", [this](const httplib::Request& request) { return m_Session.Draw(ReadWish(request)); });
+    Get("/figures", [this](const httplib::Request& request) { return m_Session.GetFigures(ReadWish(request)); });
     Get("/course",
         [this](const httplib::Request& request) { return m_Session.GetCourse(request.get_param_value("expression")); });
     Get("/accesses",

@@ -92,8 +92,9 @@ std::string FindElement(CDebugger& debugger, const std::string& strElement)
     {
         return strElement;
     }
+    const double fMost = 1e15; // up to here a double tells neighbours apart
     const json index = ReadAtFocus(debugger, strIndex);
-    if (index.is_null() || index.get<double>() < 0)
+    if (index.is_null() || index.get<double>() < 0 || index.get<double>() > fMost)
     {
         throw CCommandError(strIndex + " is no index here");
     }
@@ -265,9 +266,33 @@ json CViewSession::Draw(const SPictureWish& wish)
                 return DrawMask(debugger, wish.nWidth, wish.nHeight);
             }
             return wish.from ? DrawChangesSince(debugger, wish)
-                             : DrawValues(debugger, ReadValues(debugger, wish.strExpression, wish.bAll), wish.nWidth,
-                                          wish.nHeight);
+                             : DrawValues(debugger, FindValues(debugger, wish), wish.nWidth, wish.nHeight);
         });
+}
+
+json CViewSession::GetFigures(const SPictureWish& wish)
+{
+    return Ask(
+        [wish, this]
+        {
+            CDebugger& debugger = m_pDebuggee->RequireStop();
+            return DescribeValues(debugger, FindValues(debugger, wish));
+        });
+}
+
+/// An expression's values at this stop. The last ones are kept.
+const SDispatchValues& CViewSession::FindValues(CDebugger& debugger, const SPictureWish& wish)
+{
+    const bool bKept = m_nValuesShown == m_nShown && m_bValuesOfAll == wish.bAll &&
+                       m_Values.strExpression == wish.strExpression && !m_Values.vValues.empty();
+    if (!bKept)
+    {
+        m_Values = SDispatchValues();
+        m_Values = ReadValues(debugger, wish.strExpression, wish.bAll);
+        m_nValuesShown = m_nShown;
+        m_bValuesOfAll = wish.bAll;
+    }
+    return m_Values;
 }
 
 /// Looks at stops of the time line. Pause ends it.
@@ -296,8 +321,7 @@ json CViewSession::DrawChangesSince(CDebugger& debugger, const SPictureWish& wis
 {
     SDispatchValues before;
     Visit(debugger, {*wish.from}, [&](size_t) { before = ReadValues(debugger, wish.strExpression, wish.bAll); });
-    return DrawChanges(debugger, before, ReadValues(debugger, wish.strExpression, wish.bAll), wish.nWidth,
-                       wish.nHeight);
+    return DrawChanges(debugger, before, FindValues(debugger, wish), wish.nWidth, wish.nHeight);
 }
 
 json CViewSession::GetCourse(const std::string& strExpression)

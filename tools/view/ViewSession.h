@@ -2,6 +2,7 @@
 #define KESTREL_TOOLS_VIEW_VIEWSESSION_H
 
 #include "tools/session/program/Debuggee.h"
+#include "tools/view/DispatchPicture.h"
 #include "tools/view/LastLines.h"
 
 #include <condition_variable>
@@ -44,6 +45,8 @@ public:
     void Execute(const std::string& strCommand);
     /// A picture of the dispatch, as DispatchPicture.h and LastLines.h have them.
     nlohmann::json Draw(const SPictureWish& wish);
+    /// Statistics and row of an expression, as DescribeValues has them. After its picture they cost little.
+    nlohmann::json GetFigures(const SPictureWish& wish);
     /// An expression of the work-item in focus at each stop of the time line, up to so many around the present one.
     nlohmann::json GetCourse(const std::string& strExpression);
     /// Who wrote and read an element of a buffer, as DescribeAccesses has it.
@@ -77,6 +80,7 @@ private:
     };
 
     nlohmann::json Ask(std::function<nlohmann::json()> job);
+    const SDispatchValues& FindValues(CDebugger& debugger, const SPictureWish& wish);
     nlohmann::json DrawChangesSince(CDebugger& debugger, const SPictureWish& wish);
     void Visit(CDebugger& debugger, const std::vector<size_t>& vStops, const std::function<void(size_t)>& look);
     void Perform(const std::function<void()>& move);
@@ -96,6 +100,9 @@ private:
     std::map<std::string, std::map<unsigned int, SVisits>> m_mapVisits; ///< of this launch, by file and line
     CLastLines m_LastLines;
     SCourse m_Course;
+    SDispatchValues m_Values;    ///< read last
+    uint64_t m_nValuesShown = 0; ///< the state that they are of
+    bool m_bValuesOfAll = false;
     uint64_t m_nShown = 0; ///< states in which something else may be to be seen than before
 
     std::mutex m_Mutex;

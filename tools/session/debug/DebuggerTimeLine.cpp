@@ -134,6 +134,10 @@ void CDebugger::VisitStops(const std::vector<size_t>& vStops, const std::functio
     m_bSingleStep = bBack && bSingleStep;
     m_nFrame = nFrame;
     m_Sink.OnProgress(std::string());
+    if (IsLive() && !bBack)
+    {
+        SendStop(EReason::Interrupted, "goto");
+    }
     if (pError != nullptr)
     {
         std::rethrow_exception(pError);

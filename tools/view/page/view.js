@@ -54,12 +54,13 @@ async function refreshPicture() {
     picture.from = from;
     paint();
     draw();
-    element('statistics').replaceChildren();
-    if (picture.kind === 'values') {
-      showStatistics(picture.statistics);
-    }
     showChanges(picture.changes ?? []);
-    plotRow(picture.row ?? { values: [] });
+    const figures = picture.kind === 'values' ? await ask(`figures?${query}`) : undefined;
+    element('statistics').replaceChildren();
+    if (figures !== undefined) {
+      showStatistics(figures.statistics);
+    }
+    plotRow(figures?.row ?? { values: [] });
     plotCourse(element('across').checked && expression !== ''
       ? await ask(`course?${new URLSearchParams({ expression })}`) : { values: [] });
   } catch (error) {
