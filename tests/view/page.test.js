@@ -182,7 +182,10 @@ test('an element has its writes, and work-items have their last lines', async ()
     const value = name => page.$$eval('#variables tr', (found, wanted) => [...found].find(row => row.cells[0].textContent === wanted).cells[1].textContent, name);
     assert.strictEqual(await value('i'), '2');
     // An index of the work-item's own: what the pixel that is clicked on has been written by.
-    await page.$eval('#element', field => { field.value = 'out[id / 2]'; });
+    await page.evaluate(() => {
+      document.getElementById('written').textContent = '';
+      document.getElementById('element').value = 'out[id / 2]';
+    });
     await page.$eval('#writes', form => form.requestSubmit());
     await page.waitForFunction(() => document.getElementById('written').textContent.startsWith('out[3]: 6 accesses'));
 

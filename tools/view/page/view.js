@@ -33,7 +33,10 @@ async function command(text) {
   }
 }
 
+let asked = 0; // pictures
+
 async function refreshPicture() {
+  const turn = ++asked;
   const expression = element('expression').value.trim();
   const cells = view.zoom > 1 ? 1024 : 512; // that many are seen at once
   const query = new URLSearchParams({ width: cells, height: cells });
@@ -50,21 +53,30 @@ async function refreshPicture() {
     query.set('from', from - 1);
   }
   try {
-    picture = await askPicture(query);
-    picture.from = from;
+    const answer = await askPicture(query);
+    if (turn !== asked) {
+      return; // another one has been asked for meanwhile
+    }
+    picture = { ...answer, from };
     paint();
     draw();
     showChanges(picture.changes ?? []);
     const figures = picture.kind === 'values' ? await ask(`figures?${query}`) : undefined;
+    const course = element('across').checked && expression !== ''
+      ? await ask(`course?${new URLSearchParams({ expression })}`) : { values: [] };
+    if (turn !== asked) {
+      return;
+    }
     element('statistics').replaceChildren();
     if (figures !== undefined) {
       showStatistics(figures.statistics);
     }
     plotRow(figures?.row ?? { values: [] });
-    plotCourse(element('across').checked && expression !== ''
-      ? await ask(`course?${new URLSearchParams({ expression })}`) : { values: [] });
+    plotCourse(course);
   } catch (error) {
-    complain(error);
+    if (turn === asked) {
+      complain(error);
+    }
   }
 }
 
