@@ -75,7 +75,8 @@ async function main() {
       }
       const [pictures, all] = [0, 1].map(which => page.evaluate(n => frames_.map(frame => frame[n]), which));
       const text = times => `${median(times).toFixed(0)} ms (${times.map(time => time.toFixed(0)).join(' ')})`;
-      console.log(`${name}: the stop itself ${median(commands).toFixed(0)} ms; from when the page was told of it to the picture ${text(await pictures)}, to all ${text(await all)}`);
+      console.log(`${name}: the stop itself ${median(commands).toFixed(0)} ms; `
+        + `from when the page was told of it to the picture ${text(await pictures)}, to all ${text(await all)}`);
     }
   } finally {
     await browser.close();

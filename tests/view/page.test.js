@@ -179,7 +179,8 @@ test('an element has its writes, and work-items have their last lines', async ()
     await page.click(`#accesses tr:nth-child(${last + 1}) button`);
     await status(page, 'line 6:');
     await page.waitForFunction(() => document.getElementById('focus').textContent === 'Work-item 7');
-    const value = name => page.$$eval('#variables tr', (found, wanted) => [...found].find(row => row.cells[0].textContent === wanted).cells[1].textContent, name);
+    const value = name => page.$$eval('#variables tr',
+      (found, wanted) => [...found].find(row => row.cells[0].textContent === wanted).cells[1].textContent, name);
     assert.strictEqual(await value('i'), '2');
     // An index of the work-item's own: what the pixel that is clicked on has been written by.
     await page.evaluate(() => {
