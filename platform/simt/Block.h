@@ -1,6 +1,7 @@
 #ifndef KESTREL_PLATFORM_SIMT_BLOCK_H
 #define KESTREL_PLATFORM_SIMT_BLOCK_H
 
+#include "platform/simt/AddressPlane.h"
 #include "platform/simt/PendingAdds.h"
 #include "platform/simt/Program.h"
 #include "platform/simt/Texel.h"
@@ -120,9 +121,12 @@ public:
     uint32_t GetEndLane() const { return m_nLast; }
     /// The addresses of an access that is about to run, for lanes nBegin to nEnd.
     void FillAddresses(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t* pAddresses) const;
-    /// Whether the addresses of these lanes are evenly spaced; if so, gives the first and the last. All of these lanes
-    /// must be active.
-    bool IsEven(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t& nFirst, uint64_t& nLast) const;
+    /// How these lanes' addresses lie to each other. All of them must be active. \return false for any other way
+    bool FindPlane(const SAccess& access, uint32_t nBegin, uint32_t nEnd, SAddressPlane& plane) const;
+    /// The lowest and the highest address of the active lanes. \return false if finding them takes each lane by itself
+    bool FindRange(const SAccess& access, uint64_t& nLow, uint64_t& nHigh) const;
+    /// Whether the active lanes' addresses are multiples of a power of two. False also if that isn't known.
+    bool AreAligned(const SAccess& access, uint32_t nUnit) const;
 
 private:
     struct SFree
@@ -216,7 +220,8 @@ private:
     bool IsSame(const uint32_t* pValues) const;
     const SMemoryRange* FindMemory(uint64_t nAddress);
     uint64_t Address(const SAccess& access, uint32_t nLane) const;
-    uint64_t ScaledAddress(const SAccess& access, uint32_t nIndex) const;
+    uint64_t BaseOf(const SAccess& access) const;
+    static bool IsWithoutTurn(const SAccess& access, const uint32_t* pRow, uint32_t nCount, SAddressPlane plane);
     uint32_t AnyBits(const uint32_t* pValues) const;
     bool IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const;
     void LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale);

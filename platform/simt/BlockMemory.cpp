@@ -81,73 +81,7 @@ void CBlock::CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, b
     m_Context.CountBadAccess({step.nInstruction, GetWorkItem(nLane), nAddress, bWrite, eMemory, nBytes, bReadOnly});
 }
 
-uint64_t CBlock::Address(const SAccess& access, uint32_t nLane) const
-{
-    const uint64_t nLow = Row(access.nAddressRows[0])[nLane];
-    return access.b64BitAddress ? nLow | (static_cast<uint64_t>(Row(access.nAddressRows[1])[nLane]) << 32) : nLow;
-}
-
-namespace
-{
-
-/// A 32-bit index, read as a signed or unsigned number.
-int64_t IndexOf(uint32_t nIndex, bool bSigned)
-{
-    return bSigned ? int64_t{static_cast<int32_t>(nIndex)} : int64_t{nIndex};
-}
-
-} // namespace
-
-uint64_t CBlock::ScaledAddress(const SAccess& access, uint32_t nIndex) const
-{
-    const uint64_t nBase = Row(access.nBaseRows[0])[0] | static_cast<uint64_t>(Row(access.nBaseRows[1])[0]) << 32;
-    const int64_t nScale = IndexOf(Row(access.nScaleRow)[0], access.bIndexSigned);
-    return nBase + static_cast<uint64_t>(IndexOf(nIndex, access.bIndexSigned)) * static_cast<uint64_t>(nScale);
-}
-
-void CBlock::FillAddresses(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t* pAddresses) const
-{
-    for (uint32_t n = nBegin; n < nEnd; ++n)
-    {
-        if (access.bScaled)
-        {
-            pAddresses[n - nBegin] = ScaledAddress(access, Row(access.nIndexRow)[n]);
-        }
-        else
-        {
-            pAddresses[n - nBegin] = Address(access, access.bUniform ? 0 : n);
-        }
-    }
-}
-
-bool CBlock::IsEven(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t& nFirst, uint64_t& nLast) const
-{
-    if (access.bUniform)
-    {
-        nFirst = nLast = Address(access, 0);
-        return true;
-    }
-    const uint32_t* const pRow = Row(access.bScaled ? access.nIndexRow : access.nAddressRows[0]);
-    const bool bSigned = access.bScaled && access.bIndexSigned;
-    const uint32_t nStride = nEnd - nBegin > 1 ? pRow[nBegin + 1] - pRow[nBegin] : 0;
-    // A sequence that wraps around its number range isn't a sequence of addresses.
-    const int64_t nAll = int64_t{static_cast<int32_t>(nStride)} * (nEnd - nBegin - 1);
-    if (IndexOf(pRow[nEnd - 1], bSigned) - IndexOf(pRow[nBegin], bSigned) != nAll ||
-        !m_Lanes.pfIsSequence(pRow, nBegin, nEnd, nStride))
-    {
-        return false;
-    }
-    const bool bHigh = !access.bScaled && access.b64BitAddress;
-    if (bHigh && !m_Lanes.pfIsSequence(Row(access.nAddressRows[1]), nBegin, nEnd, 0))
-    {
-        return false;
-    }
-    nFirst = access.bScaled ? ScaledAddress(access, pRow[nBegin]) : Address(access, nBegin);
-    nLast = access.bScaled ? ScaledAddress(access, pRow[nEnd - 1]) : Address(access, nEnd - 1);
-    return true;
-}
-
-/// The range that contains the address, or null. Tries the last result first.
+/// The range that holds the address, or null. The last one found is tried first.
 const SMemoryRange* CBlock::FindMemory(uint64_t nAddress)
 {
     const std::vector<SMemoryRange>& vMemory = m_Context.launch.vMemory;

@@ -82,6 +82,21 @@ bool IsSequence(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_
     return nDifference == 0;
 }
 
+bool IsPlane(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, const SPieces& pieces)
+{
+    const uint32_t nSecond = nBegin + pieces.nWidth;
+    if (!IsSequence(pValues, nBegin, nSecond, pieces.nStride))
+    {
+        return false;
+    }
+    uint32_t nDifference = 0;
+    for (uint32_t i = nSecond; i < nEnd; ++i)
+    {
+        nDifference |= pValues[i] - pValues[i - pieces.nWidth] - pieces.nPieceStride;
+    }
+    return nDifference == 0;
+}
+
 void Fill(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd)
 {
     for (uint32_t i = nBegin; i < nEnd; ++i)

@@ -52,9 +52,17 @@ struct SLaneSpan
     uint32_t nEnd = 0;
 };
 
-/// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned. Operations on masks get pMask's
-/// span before and give the one after. The others work on lanes nBegin to nEnd, of which only nBegin is a multiple of
-/// s_nGranule: on the lanes of a mask, or on all if it is null.
+/// A row in pieces of as many words each.
+struct SPieces
+{
+    uint32_t nWidth;
+    uint32_t nStride;      ///< from each word to the next of its piece
+    uint32_t nPieceStride; ///< from each piece to the next
+};
+
+/// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned. Those on masks are told the
+/// span of pMask before and give the one after. The others work on lanes nBegin to nEnd, of which only nBegin is a
+/// multiple of s_nGranule: with a mask on its lanes, with null on all.
 struct SLaneTable
 {
     const char* pszName;
@@ -85,6 +93,8 @@ struct SLaneTable
     uint32_t (*pfAnyBits)(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
     /// Whether every lane's value is the previous lane's plus nStride; without a mask.
     bool (*pfIsSequence)(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_t nStride);
+    /// True if the lanes are such pieces; without a mask.
+    bool (*pfIsPlane)(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, const SPieces& pieces);
     /// Writes one value to all lanes; without a mask.
     void (*pfFill)(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd);
     /// Writes (pValues - nBase) * nScale.

@@ -64,7 +64,7 @@ const PFLaneOp s_Fast[] = {
 
 extern const SLaneTable KESTREL_LANE_SET;
 const SLaneTable KESTREL_LANE_SET = {
-    KESTREL_LANE_NAME, s_Fast,     Split, Leave, Join,   Merge,   Swap,       Case,     Span,     Range,
-    AnyBits,           IsSequence, Fill,  Scale, Gather, Scatter, Interleave, Separate, LoadRows, StoreRows};
+    KESTREL_LANE_NAME, s_Fast,  Split, Leave, Join,   Merge,   Swap,       Case,     Span,     Range,    AnyBits,
+    IsSequence,        IsPlane, Fill,  Scale, Gather, Scatter, Interleave, Separate, LoadRows, StoreRows};
 
 } // namespace KestrelPlatform

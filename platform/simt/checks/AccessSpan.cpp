@@ -10,10 +10,25 @@ namespace KestrelPlatform
 namespace
 {
 
-void AddEven(SAccessSpan& span, uint64_t nFirst, uint64_t nLast, uint32_t nBytes)
+void Add(SAccessSpan& span, uint64_t nLow, uint64_t nHigh, uint32_t nBytes)
 {
-    span.nLow = std::min({span.nLow, nFirst, nLast});
-    span.nEnd = std::max({span.nEnd, nFirst + nBytes, nLast + nBytes});
+    span.nLow = std::min(span.nLow, nLow);
+    span.nEnd = std::max(span.nEnd, nHigh + nBytes);
+}
+
+/// Lane by lane.
+void AddEach(const CBlock& block, const SAccess& access, uint32_t nBytes, std::vector<uint64_t>& vAddresses,
+             SAccessSpan& span)
+{
+    const uint32_t nBegin = block.GetFirstLane();
+    block.FillAddresses(access, nBegin, block.GetEndLane(), vAddresses.data());
+    for (uint32_t n = nBegin; n < block.GetEndLane(); ++n)
+    {
+        if (block.IsActive(n))
+        {
+            Add(span, vAddresses[n - nBegin], vAddresses[n - nBegin], nBytes);
+        }
+    }
 }
 
 } // namespace
@@ -24,33 +39,21 @@ SAccessSpan FindSpan(const CBlock& block, const SAccess& access, uint32_t nBytes
     const uint32_t nBegin = block.GetFirstLane();
     const uint32_t nEnd = block.GetEndLane();
     const bool bAll = block.GetActive() == nEnd - nBegin;
-    uint64_t nFirst = 0;
-    uint64_t nLast = 0;
-    if ((bAll || access.bUniform) && block.IsEven(access, nBegin, nEnd, nFirst, nLast))
+    if ((bAll || access.bUniform) && block.FindPlane(access, nBegin, nEnd, span.plane))
     {
-        AddEven(span, nFirst, nLast, nBytes);
-        span.bEven = true;
-        span.nFirst = nFirst;
-        span.nStep = nEnd - nBegin > 1 ? static_cast<int64_t>(nLast - nFirst) / int64_t{nEnd - nBegin - 1} : 0;
+        span.bPlane = true;
+        Add(span, span.plane.GetLow(nEnd - nBegin), span.plane.GetHigh(nEnd - nBegin), nBytes);
         return span;
     }
-    // The rows of a small group lie evenly, each for itself.
-    for (uint32_t nPiece = nBegin; nPiece < nEnd; nPiece += s_nGranule)
+    uint64_t nLow = 0;
+    uint64_t nHigh = 0;
+    if (block.FindRange(access, nLow, nHigh))
     {
-        const uint32_t nPieceEnd = std::min(nPiece + s_nGranule, nEnd);
-        if (bAll && block.IsEven(access, nPiece, nPieceEnd, nFirst, nLast))
-        {
-            AddEven(span, nFirst, nLast, nBytes);
-            continue;
-        }
-        block.FillAddresses(access, nPiece, nPieceEnd, vAddresses.data());
-        for (uint32_t n = nPiece; n < nPieceEnd; ++n)
-        {
-            if (block.IsActive(n))
-            {
-                AddEven(span, vAddresses[n - nPiece], vAddresses[n - nPiece], nBytes);
-            }
-        }
+        Add(span, nLow, nHigh, nBytes);
+    }
+    else
+    {
+        AddEach(block, access, nBytes, vAddresses, span);
     }
     return span;
 }

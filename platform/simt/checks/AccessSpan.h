@@ -1,7 +1,8 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_ACCESSSPAN_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_ACCESSSPAN_H
 
-#include <cstdint>
+#include "platform/simt/AddressPlane.h"
+
 #include <vector>
 
 namespace KestrelPlatform
@@ -15,9 +16,8 @@ struct SAccessSpan
 {
     uint64_t nLow = ~uint64_t(0); ///< the first byte of all
     uint64_t nEnd = 0;            ///< after the last one
-    bool bEven = false;           ///< all lanes between the first and the last are active, and lie evenly
-    uint64_t nFirst = 0;          ///< the first one's address, then
-    int64_t nStep = 0;            ///< from each to the next
+    bool bPlane = false;          ///< all lanes between the first and the last are active, and lie as plane says
+    SAddressPlane plane;
 };
 
 /// \param nBytes  that each of them touches

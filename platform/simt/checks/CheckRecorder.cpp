@@ -62,6 +62,10 @@ CCheckRecorder::CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(ch
     {
         m_pNumbers = std::make_unique<CNumberRecorder>(checks.totals.context, checks.findings);
     }
+    if (checks.totals.pGroups && checks.totals.context.nGroupCount > 1)
+    {
+        m_pGroupRows = std::make_unique<CGroupRows>(*checks.totals.pGroups);
+    }
     // Of larger groups the one that runs their blocks knows.
     if (checks.totals.context.nBlocksPerGroup == 1 && (checks.totals.context.launch.nChecks & PLATFORM_CHECK_BARRIER))
     {
@@ -83,6 +87,10 @@ void CCheckRecorder::Finish()
     if (m_pBarriers)
     {
         m_pBarriers->Finish();
+    }
+    if (m_pGroupRows)
+    {
+        m_pGroupRows->Flush();
     }
 }
 
@@ -164,6 +172,10 @@ void CCheckRecorder::Accessing(const CBlock& block, const SMicroOp& step, const 
 void CCheckRecorder::CheckAlignment(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const uint64_t nLow = access.nElementBytes - 1u;
+    if (block.AreAligned(access, access.nElementBytes))
+    {
+        return;
+    }
     const uint32_t nFirst = block.GetFirstLane();
     block.FillAddresses(access, nFirst, block.GetEndLane(), m_vAddresses.data());
     uint64_t nAny = 0;
@@ -246,26 +258,35 @@ bool CCheckRecorder::IsReadOnly(const SAccess& access, uint64_t nAddress, uint64
            range.nSize - (nAddress - range.nAddress) >= nBytes;
 }
 
-/// All lanes are active, and lie evenly within one memory object. \return false if not
-bool CCheckRecorder::PlaceEven(const CBlock& block, const SAccess& access, SRaceRow& row)
+/// All lanes are active, and lie as a plane within one memory object. \return false if not
+bool CCheckRecorder::PlacePlane(const CBlock& block, const SAccess& access, SRaceRow& row)
 {
-    uint64_t nFirst = 0;
-    uint64_t nLast = 0;
-    if (block.GetActive() != row.nCount ||
-        !block.IsEven(access, block.GetFirstLane(), block.GetEndLane(), nFirst, nLast))
+    SAddressPlane& plane = row.plane;
+    if (block.GetActive() != row.nCount || !block.FindPlane(access, block.GetFirstLane(), block.GetEndLane(), plane) ||
+        (row.eKind == RACE_WRITE && !plane.IsApart(row.nCount, row.nBytes)))
     {
         return false;
     }
-    row.nStep = row.nCount > 1 ? static_cast<int64_t>(nLast - nFirst) / int64_t{row.nCount - 1} : 0;
-    const uint64_t nLow = std::min(nFirst, nLast);
-    const uint64_t nBytes = std::max(nFirst, nLast) - nLow + row.nBytes;
-    if (row.eKind == RACE_WRITE && row.nCount > 1 && row.nStep < row.nBytes && -row.nStep < row.nBytes)
+    const uint64_t nLow = plane.GetLow(row.nCount);
+    if (!PlaceWhole(block, access, nLow, plane.GetHigh(row.nCount), row))
     {
         return false;
     }
+    plane.nFirst = row.nLow + (plane.nFirst - nLow);
+    return row.nLow >= row.nEnd ||
+           ((plane.nFirst | static_cast<uint64_t>(plane.nStep) | static_cast<uint64_t>(plane.nPieceStep)) & 3) == 0;
+}
+
+/// Places all that lies between the lowest and the highest address. What can't be written is left without a place,
+/// which is none to race for. \return false if it doesn't lie within one memory object
+bool CCheckRecorder::PlaceWhole(const CBlock& block, const SAccess& access, uint64_t nLow, uint64_t nHigh,
+                                SRaceRow& row)
+{
+    const uint64_t nBytes = nHigh - nLow + row.nBytes;
     SRaceAccess whole;
     m_vAddresses[0] = nLow;
     whole.nBytes = static_cast<uint32_t>(nBytes);
+    row.nLow = row.nEnd = 0;
     if (nBytes > 0x7FFFFFFF)
     {
         return false;
@@ -276,23 +297,63 @@ bool CCheckRecorder::PlaceEven(const CBlock& block, const SAccess& access, SRace
     }
     row.nLow = whole.nAddress;
     row.nEnd = whole.nAddress + nBytes;
-    row.nFirst = whole.nAddress + (nFirst - nLow);
-    return ((row.nFirst | static_cast<uint64_t>(row.nStep)) & 3) == 0;
+    return true;
 }
 
 /// Accesses within one memory object, of which writes go up without meeting. Leaves their places in m_vAddresses.
-bool CCheckRecorder::PlaceUneven(const CBlock& block, const SAccess& access, SRaceRow& row)
+bool CCheckRecorder::PlaceListed(const CBlock& block, const SAccess& access, SRaceRow& row)
+{
+    const uint32_t nBegin = block.GetFirstLane();
+    row.bPlane = false;
+    uint64_t nLow = 0;
+    uint64_t nHigh = 0;
+    if (!block.FindRange(access, nLow, nHigh) || !PlaceWhole(block, access, nLow, nHigh, row))
+    {
+        return PlaceEach(block, access, row);
+    }
+    if (row.nLow >= row.nEnd)
+    {
+        return true;
+    }
+    block.FillAddresses(access, nBegin, block.GetEndLane(), m_vAddresses.data());
+    const uint64_t nMoved = row.nLow - nLow;
+    const uint32_t* const pMask = block.Mask() + nBegin;
+    uint64_t nAny = 0;
+    for (uint32_t n = 0; n < row.nCount; ++n)
+    {
+        const uint64_t nInactive = pMask[n] != 0 ? 0 : CIntervalRows::s_nInactive;
+        nAny |= (m_vAddresses[n] + nMoved) & ~nInactive;
+        m_vAddresses[n] = (m_vAddresses[n] + nMoved) | nInactive;
+    }
+    return nAny % 4 == 0 && (row.eKind != RACE_WRITE || GoUp(row));
+}
+
+/// Whether each work-item's bytes lie behind those of the one before.
+bool CCheckRecorder::GoUp(const SRaceRow& row) const
+{
+    uint64_t nEnd = 0;
+    for (uint32_t n = 0; n < row.nCount; ++n)
+    {
+        const bool bActive = m_vAddresses[n] != CIntervalRows::s_nInactive;
+        if (bActive && m_vAddresses[n] < nEnd)
+        {
+            return false;
+        }
+        nEnd = bActive ? m_vAddresses[n] + row.nBytes : nEnd;
+    }
+    return true;
+}
+
+/// The same where some may be outside, or where nothing can be written.
+bool CCheckRecorder::PlaceEach(const CBlock& block, const SAccess& access, SRaceRow& row)
 {
     const uint32_t nBegin = block.GetFirstLane();
     block.FillAddresses(access, nBegin, block.GetEndLane(), m_vAddresses.data());
     SRaceAccess race;
     race.nBytes = row.nBytes;
-    row.bEven = false;
     row.nLow = ~uint64_t(0);
     row.nEnd = 0;
     uint32_t nRange = ~0u;
-    uint64_t nStart = 0;
-    uint64_t nPlaces = 0; // from there on, at which an access is inside
     for (uint32_t n = nBegin; n < block.GetEndLane(); ++n)
     {
         if (!block.IsActive(n))
@@ -301,30 +362,40 @@ bool CCheckRecorder::PlaceUneven(const CBlock& block, const SAccess& access, SRa
             continue;
         }
         const uint64_t nAddress = m_vAddresses[n - nBegin];
-        race.nAddress = nAddress - nStart;
-        const bool bPlace = race.nAddress < nPlaces || FindPlace(block, access, n, race);
+        const bool bPlace = FindPlace(block, access, n, race);
         if (!bPlace && IsReadOnly(access, nAddress, row.nBytes))
         {
             m_vAddresses[n - nBegin] = CIntervalRows::s_nInactive;
             continue;
         }
         if (!bPlace || race.nAddress % 4 != 0 || (row.eKind == RACE_WRITE && race.nAddress < row.nEnd) ||
-            (access.eSpace == SAccess::Global && nRange != ~0u && race.nAddress != nAddress - nStart))
+            (access.eSpace == SAccess::Global && nRange != ~0u && nRange != m_nRange))
         {
             return false;
         }
-        nRange = nRange != ~0u ? nRange : m_nRange;
-        if (access.eSpace == SAccess::Global && nPlaces == 0)
-        {
-            nStart = m_Checks.totals.context.launch.vMemory[nRange].nAddress;
-            nPlaces = m_Checks.totals.context.launch.vMemory[nRange].nSize - row.nBytes + 1;
-        }
+        nRange = m_nRange;
         m_vAddresses[n - nBegin] = race.nAddress;
         row.nLow = std::min(row.nLow, race.nAddress);
         row.nEnd = std::max(row.nEnd, race.nAddress + row.nBytes);
     }
     m_nRange = nRange != ~0u ? nRange : m_nRange; // what is read only may have been found last
     return true;
+}
+
+/// What a row stores, one work-item after the other.
+const unsigned char* CCheckRecorder::StoredOf(const CBlock& block, const SAccess& access, const SRaceRow& row)
+{
+    const uint32_t nBegin = block.GetFirstLane();
+    if (access.nWords == 1 && access.nElementBytes == 4)
+    {
+        return reinterpret_cast<const unsigned char*>(block.Row(access.nRows[0]) + nBegin);
+    }
+    m_vStored.resize(s_nLanes * 16);
+    for (uint32_t n = 0; n < row.nCount; ++n)
+    {
+        CopyStored(block, access, nBegin + n, &m_vStored[n * row.nBytes]);
+    }
+    return m_vStored.data();
 }
 
 /// The same accesses as a row. \return false if they have to be looked at word by word
@@ -340,7 +411,7 @@ bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const S
     {
         return false;
     }
-    if (!PlaceEven(block, access, row) && !PlaceUneven(block, access, row))
+    if (!PlacePlane(block, access, row) && !PlaceListed(block, access, row))
     {
         return false;
     }
@@ -350,93 +421,16 @@ bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const S
     }
     row.nSpace = access.eSpace == SAccess::Global ? (m_nRange + 1) * s_nLocalSpace : 0;
     row.nItem = static_cast<uint16_t>(block.LocalIndexOfLane(block.GetFirstLane()));
-    m_vStored.resize(s_nLanes * 16);
-    for (uint32_t n = 0; row.eKind == RACE_WRITE && n < row.nCount; ++n)
-    {
-        CopyStored(block, access, block.GetFirstLane() + n, &m_vStored[n * row.nBytes]);
-    }
-    if (!m_Checks.rows.Add(row, m_nInterval, m_vStored.data(), m_vAddresses.data()))
+    const unsigned char* const pStored = row.eKind == RACE_WRITE ? StoredOf(block, access, row) : nullptr;
+    if (!m_Checks.rows.Add(row, m_nInterval, pStored, m_vAddresses.data()))
     {
         return false;
     }
-    if (access.eSpace == SAccess::Global && context.nGroupCount > 1)
+    if (m_pGroupRows && access.eSpace == SAccess::Global)
     {
-        TouchGroupsRow(block, row, m_vStored.data());
+        m_pGroupRows->Touch(m_nRange, row, block.GetGroup(block.GetFirstLane()), pStored, m_vAddresses.data());
     }
     return true;
-}
-
-/// A part of an uneven row that leaves no gaps. What an earlier part of it has touched is left to that one.
-/// \return how many work-items it has; 0 if there is none at a lane
-uint32_t CCheckRecorder::TouchGroupsPiece(const SRaceRow& row, uint32_t nLane, uint64_t nGroup,
-                                          const unsigned char* pValues)
-{
-    const uint32_t nEnd = std::min(nLane + s_nGranule, row.nCount);
-    const uint64_t nFirst = m_vAddresses[nLane];
-    if (nLane % s_nGranule != 0 || nEnd - nLane < 2 || nFirst == CIntervalRows::s_nInactive)
-    {
-        return 0;
-    }
-    for (uint32_t n = nLane + 1; n < nEnd; ++n)
-    {
-        if (m_vAddresses[n] != nFirst + uint64_t{row.nBytes} * (n - nLane))
-        {
-            return 0;
-        }
-    }
-    if (std::find(m_vPieces.begin(), m_vPieces.end(), nFirst) == m_vPieces.end())
-    {
-        SRaceRow piece = row;
-        piece.nFirst = piece.nLow = nFirst;
-        piece.nCount = nEnd - nLane;
-        piece.nEnd = nFirst + uint64_t{row.nBytes} * piece.nCount;
-        piece.nItem = static_cast<uint16_t>(row.nItem + nLane);
-        m_Checks.totals.pGroups->TouchRow(m_nRange, piece, nGroup, pValues + size_t{nLane} * row.nBytes);
-        m_vPieces.push_back(nFirst);
-    }
-    return nEnd - nLane;
-}
-
-void CCheckRecorder::TouchGroupsRow(const CBlock& block, const SRaceRow& row, const unsigned char* pValues)
-{
-    CGroupRaces& groups = *m_Checks.totals.pGroups;
-    const uint64_t nGroup = block.GetGroup(block.GetFirstLane());
-    if (row.bEven && row.nStep == static_cast<int64_t>(row.nBytes))
-    {
-        return groups.TouchRow(m_nRange, row, nGroup, pValues);
-    }
-    SRaceAccess race;
-    race.nBytes = row.nBytes;
-    race.eKind = row.eKind;
-    race.nNumber = row.nNumber;
-    race.nGroup = nGroup;
-    // Of those that touch the same words the first one is the lowest.
-    const uint32_t nCount = row.bEven && row.nStep == 0 ? 1 : row.nCount;
-    m_vPieces.clear();
-    for (uint32_t n = 0; n < nCount; ++n)
-    {
-        const uint32_t nPiece = row.bEven ? 0 : TouchGroupsPiece(row, n, nGroup, pValues);
-        if (nPiece != 0)
-        {
-            n += nPiece - 1;
-            continue;
-        }
-        race.nAddress = row.bEven ? row.nFirst + static_cast<uint64_t>(row.nStep * n) : m_vAddresses[n];
-        if (!row.bEven && n > 0 && race.nAddress == m_vAddresses[n - 1])
-        {
-            continue;
-        }
-        race.nItem = static_cast<uint16_t>(row.nItem + n);
-        if (row.eKind == RACE_WRITE)
-        {
-            std::memcpy(race.bytes, pValues + n * row.nBytes, row.nBytes);
-        }
-        if (race.nAddress != CIntervalRows::s_nInactive)
-        {
-            m_vGlobal.push_back(race);
-        }
-    }
-    TouchGroups();
 }
 
 void CCheckRecorder::CheckRaces(const CBlock& block, const SMicroOp& step, const SAccess& access)

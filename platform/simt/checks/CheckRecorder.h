@@ -3,7 +3,7 @@
 
 #include "platform/simt/BlockRecorder.h"
 #include "platform/simt/checks/Findings.h"
-#include "platform/simt/checks/GroupRaces.h"
+#include "platform/simt/checks/GroupRows.h"
 #include "platform/simt/checks/InitRecorder.h"
 #include "platform/simt/checks/IntervalRows.h"
 #include "platform/simt/checks/NumberRecorder.h"
@@ -68,11 +68,13 @@ private:
     void CheckAlignment(const CBlock& block, const SMicroOp& step, const SAccess& access);
     void CheckRaces(const CBlock& block, const SMicroOp& step, const SAccess& access);
     bool CheckRow(const CBlock& block, const SMicroOp& step, const SAccess& access);
-    bool PlaceEven(const CBlock& block, const SAccess& access, SRaceRow& row);
-    bool PlaceUneven(const CBlock& block, const SAccess& access, SRaceRow& row);
+    bool PlacePlane(const CBlock& block, const SAccess& access, SRaceRow& row);
+    bool PlaceWhole(const CBlock& block, const SAccess& access, uint64_t nLow, uint64_t nHigh, SRaceRow& row);
+    bool PlaceListed(const CBlock& block, const SAccess& access, SRaceRow& row);
+    bool PlaceEach(const CBlock& block, const SAccess& access, SRaceRow& row);
+    bool GoUp(const SRaceRow& row) const;
+    const unsigned char* StoredOf(const CBlock& block, const SAccess& access, const SRaceRow& row);
     bool IsReadOnly(const SAccess& access, uint64_t nAddress, uint64_t nBytes) const;
-    uint32_t TouchGroupsPiece(const SRaceRow& row, uint32_t nLane, uint64_t nGroup, const unsigned char* pValues);
-    void TouchGroupsRow(const CBlock& block, const SRaceRow& row, const unsigned char* pValues);
     bool FindPlace(const CBlock& block, const SAccess& access, uint32_t nLane, SRaceAccess& race);
     void TouchGroups();
     void Report(const CBlock& block, const SMicroOp& step, const SAccess& access, uint32_t nLane,
@@ -83,12 +85,12 @@ private:
     std::unique_ptr<CInitRecorder> m_pInit; ///< null if it isn't looked for
     std::unique_ptr<CNumberRecorder> m_pNumbers;
     std::unique_ptr<CPartBarriers> m_pBarriers;
+    std::unique_ptr<CGroupRows> m_pGroupRows; ///< null if no other group can race
     uint32_t m_nInterval = 0;
     std::vector<uint64_t> m_vAddresses; ///< of the access under way, from the block's first lane
     std::vector<SRaceAccess> m_vGlobal; ///< its parts that touch one memory object
     uint32_t m_nRange = 0;              ///< which
     std::vector<SIntervalRace> m_vRaces;
-    std::vector<uint64_t> m_vPieces;      ///< where those of an uneven row begin
     std::vector<unsigned char> m_vStored; ///< by the access under way, one work-item after the other
 };
 

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 namespace KestrelPlatform
 {
@@ -12,8 +14,9 @@ namespace KestrelPlatform
 namespace
 {
 
-const uint64_t s_nPageBytes = 4096;
-const size_t s_nMostParts = 32;
+const uint64_t s_nPageBytes = s_nRacePageBytes;
+const uint16_t s_nFirstParts = 4;
+const uint16_t s_nMostParts = 32;
 const uint64_t s_nNobody = ~uint64_t(0);
 
 uint64_t MakeEntry(const SRaceAccess& access)
@@ -67,48 +70,47 @@ CGroupRaces::CGroupRaces(const SLaunchContext& context)
     }
 }
 
-CGroupRaces::~CGroupRaces() = default;
-
 CGroupRaces::SPage& CGroupRaces::Page(uint32_t nRange, uint64_t nPage)
 {
-    std::unique_ptr<SPage>& pPage = m_vPages[nRange][nPage];
+    SPage*& pPage = m_vPages[nRange][nPage];
     if (!pPage)
     {
-        pPage = std::make_unique<SPage>();
+        pPage = new (m_Arena.Take(sizeof(SPage))) SPage();
     }
     return *pPage;
 }
 
-void CGroupRaces::Split(SPage& page) const
+/// The units of a page for a kind of access.
+CGroupRaces::STwo* CGroupRaces::Kind(SPage& page, ERaceKind eKind)
+{
+    if (!page.pKinds[eKind])
+    {
+        const size_t nUnits = s_nPageBytes / page.nUnit;
+        page.pKinds[eKind] = static_cast<STwo*>(m_Arena.Take(nUnits * sizeof(STwo)));
+        std::uninitialized_fill_n(page.pKinds[eKind], nUnits, STwo());
+    }
+    return page.pKinds[eKind];
+}
+
+void CGroupRaces::Split(SPage& page)
 {
     if (page.nUnit == 1)
     {
         return;
     }
-    for (std::vector<STwo>& vKind : page.vKinds)
-    {
-        std::vector<STwo> vBytes;
-        vBytes.reserve(vKind.size() * 4);
-        for (const STwo& two : vKind)
-        {
-            vBytes.insert(vBytes.end(), 4, two);
-        }
-        vKind.swap(vBytes);
-    }
-    std::vector<SValue> vBytes;
-    for (const SValue& value : page.vValues)
-    {
-        for (uint32_t n = 0; n < 4; ++n)
-        {
-            vBytes.push_back({value.nFirst >> (8 * n) & 0xFF, value.bDiffer, value.bWritten});
-        }
-    }
-    page.vValues.swap(vBytes);
     page.nUnit = 1;
+    for (const ERaceKind eKind : {RACE_READ, RACE_WRITE, RACE_ATOMIC})
+    {
+        const STwo* const pWords = std::exchange(page.pKinds[eKind], nullptr);
+        for (size_t n = 0; pWords && n < s_nPageBytes; ++n)
+        {
+            Kind(page, eKind)[n] = pWords[n / 4];
+        }
+    }
 }
 
 /// The part of an access that is in a page.
-void CGroupRaces::TouchPage(SPage& page, const SRaceAccess& access) const
+void CGroupRaces::TouchPage(SPage& page, const SRaceAccess& access)
 {
     const uint64_t nBegin = access.nAddress % s_nPageBytes;
     const uint64_t nEnd = std::min(nBegin + access.nBytes, s_nPageBytes);
@@ -116,11 +118,7 @@ void CGroupRaces::TouchPage(SPage& page, const SRaceAccess& access) const
     {
         Split(page);
     }
-    std::vector<STwo>& vKind = page.vKinds[access.eKind];
-    if (vKind.empty())
-    {
-        vKind.resize(s_nPageBytes / page.nUnit);
-    }
+    STwo* const pKind = Kind(page, access.eKind);
     const uint64_t nEntry = MakeEntry(access);
     if (access.eKind == RACE_WRITE)
     {
@@ -128,34 +126,27 @@ void CGroupRaces::TouchPage(SPage& page, const SRaceAccess& access) const
     }
     for (uint64_t n = nBegin; n < nEnd; n += page.nUnit)
     {
-        vKind[n / page.nUnit].Add(nEntry);
+        pKind[n / page.nUnit].Add(nEntry);
     }
 }
 
 void CGroupRaces::NoteValues(SPage& page, uint64_t nBegin, uint64_t nEnd, const unsigned char* pBytes)
 {
-    if (page.vValues.empty())
+    if (!page.pValues)
     {
-        page.vValues.resize(s_nPageBytes / page.nUnit);
+        page.pValues = static_cast<SStoredValues*>(m_Arena.Take(sizeof(SStoredValues)));
     }
-    for (uint64_t n = nBegin; n < nEnd; n += page.nUnit)
-    {
-        SValue& value = page.vValues[n / page.nUnit];
-        uint32_t nValue = 0;
-        std::memcpy(&nValue, pBytes + (n - nBegin), page.nUnit);
-        value.bDiffer = value.bDiffer || (value.bWritten && value.nFirst != nValue);
-        value.nFirst = value.bWritten ? value.nFirst : nValue;
-        value.bWritten = true;
-    }
+    page.pValues->Note(nBegin, nEnd, pBytes);
 }
 
 /// Of rows that differ in their group alone those of the two lowest groups count. \return false if there is none yet
 bool CGroupRaces::Merge(SPage& page, const SPart& part)
 {
-    for (SPart& other : page.vParts)
+    for (SPart* pOther = page.pParts; pOther != page.pParts + page.nParts; ++pOther)
     {
+        SPart& other = *pOther;
         if (other.nBegin != part.nBegin || other.nEnd != part.nEnd || other.nFirst != part.nFirst ||
-            other.nBytes != part.nBytes || other.eKind != part.eKind || other.nItem != part.nItem ||
+            other.nItemBytes != part.nItemBytes || other.eKind != part.eKind || other.nItem != part.nItem ||
             other.nNumber != part.nNumber)
         {
             continue;
@@ -174,60 +165,67 @@ bool CGroupRaces::Merge(SPage& page, const SPart& part)
     return false;
 }
 
+void CGroupRaces::AddPart(SPage& page, const SPart& part)
+{
+    if (page.nParts == s_nMostParts)
+    {
+        return Spread(page, part);
+    }
+    if (page.nParts == page.nRoom)
+    {
+        const uint16_t nRoom = static_cast<uint16_t>(page.nRoom == 0 ? s_nFirstParts : 2 * page.nRoom);
+        SPart* const pParts = static_cast<SPart*>(m_Arena.Take(nRoom * sizeof(SPart)));
+        std::uninitialized_copy_n(page.pParts, page.nParts, pParts);
+        page.pParts = pParts;
+        page.nRoom = nRoom;
+    }
+    page.pParts[page.nParts++] = part;
+}
+
 /// Takes a part over to the words of its kind.
 void CGroupRaces::Spread(SPage& page, const SPart& part)
 {
-    std::vector<STwo>& vKind = page.vKinds[part.eKind];
-    if (vKind.empty())
-    {
-        vKind.resize(s_nPageBytes / page.nUnit);
-    }
+    STwo* const pKind = Kind(page, part.eKind);
     SRaceAccess access;
     access.nNumber = part.nNumber;
-    for (uint64_t n = part.nBegin; n < part.nEnd; n += page.nUnit)
+    for (uint32_t n = part.nBegin; n < part.nEnd; n += page.nUnit)
     {
-        access.nItem = static_cast<uint16_t>(part.nItem + (static_cast<int64_t>(n) - part.nFirst) / part.nBytes);
+        const uint32_t nItem = part.nItemBytes == 0 ? 0 : (n - static_cast<uint32_t>(part.nFirst)) / part.nItemBytes;
+        access.nItem = static_cast<uint16_t>(part.nItem + nItem);
         access.nGroup = part.nGroup;
-        vKind[n / page.nUnit].Add(MakeEntry(access));
+        pKind[n / page.nUnit].Add(MakeEntry(access));
         access.nGroup = part.nOther;
-        if (part.nOther != s_nNobody)
+        if (part.nOther != ~0u)
         {
-            vKind[n / page.nUnit].Add(MakeEntry(access));
+            pKind[n / page.nUnit].Add(MakeEntry(access));
         }
     }
 }
 
 void CGroupRaces::TouchRow(uint32_t nRange, const SRaceRow& row, uint64_t nGroup, const unsigned char* pValues)
 {
+    const bool bOne = row.plane.nStep == 0;
+    SPart part;
+    part.nItemBytes = static_cast<uint16_t>(bOne ? 0 : row.nBytes);
+    part.eKind = row.eKind;
+    part.nItem = row.nItem;
+    part.nNumber = row.nNumber;
+    part.nGroup = static_cast<uint32_t>(nGroup);
     for (uint64_t nPage = row.nLow / s_nPageBytes; nPage * s_nPageBytes < row.nEnd; ++nPage)
     {
         const uint64_t nStart = nPage * s_nPageBytes;
-        SPart part;
-        part.nBegin = static_cast<uint32_t>(std::max(row.nLow, nStart) - nStart);
-        part.nEnd = static_cast<uint32_t>(std::min(row.nEnd - nStart, s_nPageBytes));
-        part.nFirst = static_cast<int64_t>(row.nFirst - nStart);
-        part.nBytes = row.nBytes;
-        part.eKind = row.eKind;
-        part.nItem = row.nItem;
-        part.nNumber = row.nNumber;
-        part.nGroup = nGroup;
+        part.nBegin = static_cast<uint16_t>(std::max(row.nLow, nStart) - nStart);
+        part.nEnd = static_cast<uint16_t>(std::min(row.nEnd - nStart, s_nPageBytes));
+        part.nFirst = static_cast<int16_t>(bOne ? 0 : row.plane.nFirst - nStart);
         const std::lock_guard<std::mutex> lock(m_Mutexes[nPage % m_Mutexes.size()]);
         SPage& page = Page(nRange, nPage);
         if (row.eKind == RACE_WRITE)
         {
             NoteValues(page, part.nBegin, part.nEnd, pValues + (nStart + part.nBegin - row.nLow));
         }
-        if (Merge(page, part))
+        if (!Merge(page, part))
         {
-            continue;
-        }
-        if (page.vParts.size() < s_nMostParts)
-        {
-            page.vParts.push_back(part);
-        }
-        else
-        {
-            Spread(page, part);
+            AddPart(page, part);
         }
     }
 }
@@ -278,7 +276,7 @@ void CGroupRaces::ReportPair(uint64_t nOne, uint64_t nTwo, const SPlatformFindin
 void CGroupRaces::ReportUnit(const SPage& page, size_t nUnit, uint64_t nAddress, CFindings& findings) const
 {
     const auto get = [&page, nUnit](ERaceKind eKind)
-    { return page.vKinds[eKind].empty() ? STwo() : page.vKinds[eKind][nUnit]; };
+    { return page.pKinds[eKind] ? page.pKinds[eKind][nUnit] : STwo(); };
     const STwo writes = get(RACE_WRITE);
     const STwo reads = get(RACE_READ);
     const STwo atomics = get(RACE_ATOMIC);
@@ -301,7 +299,7 @@ void CGroupRaces::ReportUnit(const SPage& page, size_t nUnit, uint64_t nAddress,
     {
         ReportPair(writes.nFirst, other(atomics, writes.nFirst), like, findings);
     }
-    like.bUnequal = !page.vValues.empty() && page.vValues[nUnit].bDiffer;
+    like.bUnequal = page.pValues && page.pValues->Differ(nUnit * page.nUnit, page.nUnit);
     if (writes.nOther != s_nNobody)
     {
         ReportPair(writes.nFirst, writes.nOther, like, findings);
@@ -312,21 +310,23 @@ void CGroupRaces::ReportUnit(const SPage& page, size_t nUnit, uint64_t nAddress,
 bool CGroupRaces::MayRace(const SPage& page)
 {
     const auto isChange = [](const SPart& part) { return part.eKind != RACE_READ; };
-    const bool bWords = !page.vKinds[RACE_WRITE].empty() || !page.vKinds[RACE_ATOMIC].empty();
-    if (bWords || !page.vKinds[RACE_READ].empty())
+    const SPart* const pEnd = page.pParts + page.nParts;
+    const bool bWords = page.pKinds[RACE_WRITE] || page.pKinds[RACE_ATOMIC];
+    if (bWords || page.pKinds[RACE_READ])
     {
-        return bWords || std::any_of(page.vParts.begin(), page.vParts.end(), isChange);
+        return bWords || std::any_of<const SPart*>(page.pParts, pEnd, isChange);
     }
-    for (const SPart& one : page.vParts)
+    for (const SPart* pOne = page.pParts; pOne != pEnd; ++pOne)
     {
-        if (one.eKind == RACE_WRITE && one.nOther != s_nNobody)
+        if (pOne->eKind == RACE_WRITE && pOne->nOther != ~0u)
         {
             return true;
         }
-        for (const SPart& other : page.vParts)
+        for (const SPart* pOther = page.pParts; pOther != pEnd; ++pOther)
         {
-            const bool bOneGroup = one.nGroup == other.nGroup && one.nOther == s_nNobody && other.nOther == s_nNobody;
-            if (isChange(one) && &one != &other && !bOneGroup && one.nBegin < other.nEnd && other.nBegin < one.nEnd)
+            const bool bOneGroup = pOne->nGroup == pOther->nGroup && pOne->nOther == ~0u && pOther->nOther == ~0u;
+            if (isChange(*pOne) && pOne != pOther && !bOneGroup && pOne->nBegin < pOther->nEnd &&
+                pOther->nBegin < pOne->nEnd)
             {
                 return true;
             }
@@ -341,14 +341,14 @@ void CGroupRaces::Report(CFindings& findings)
     {
         for (size_t nPage = 0; nPage < m_vPages[nRange].size(); ++nPage)
         {
-            SPage* const pPage = m_vPages[nRange][nPage].get();
+            SPage* const pPage = m_vPages[nRange][nPage];
             if (!pPage || !MayRace(*pPage))
             {
                 continue;
             }
-            for (size_t n = 0; n < pPage->vParts.size(); ++n)
+            for (uint16_t n = 0; n < pPage->nParts; ++n)
             {
-                Spread(*pPage, pPage->vParts[n]);
+                Spread(*pPage, pPage->pParts[n]);
             }
             const uint64_t nAddress = m_Context.launch.vMemory[nRange].nAddress + nPage * s_nPageBytes;
             for (size_t n = 0; n < s_nPageBytes / pPage->nUnit; ++n)

@@ -445,7 +445,8 @@ bool CInitRecorder::StoreWritten(const CBlock& block, const SAccess& access)
     const int64_t nBytes = TotalBytes(access);
     const uint64_t nAll = m_Span.nEnd - m_Span.nLow;
     const bool bLocal = access.eSpace == SAccess::Local;
-    if (!m_Span.bEven || (m_Span.nStep != nBytes && m_Span.nStep != -nBytes) ||
+    const SAddressPlane& plane = m_Span.plane;
+    if (!m_Span.bPlane || !plane.IsEven() || (plane.nStep != nBytes && plane.nStep != -nBytes) ||
         (bLocal && (m_Context.nGroupsPerBlock > 1 || nAll > m_Context.nLocalBytes)))
     {
         return false;

@@ -18,9 +18,15 @@ const size_t s_nLookBack = 8;
 bool AreOwn(const SRaceRow& one, const SRaceRow& other)
 {
     const int64_t nBytes = std::max(one.nBytes, other.nBytes);
-    const auto origin = [](const SRaceRow& row) { return row.nFirst - static_cast<uint64_t>(row.nItem * row.nStep); };
-    return one.bEven && other.bEven && one.nStep == other.nStep && (one.nStep >= nBytes || one.nStep <= -nBytes) &&
-           origin(one) == origin(other);
+    if (!one.bPlane || !other.bPlane || !one.plane.IsApart(one.nCount, nBytes))
+    {
+        return false;
+    }
+    const auto origin = [](const SRaceRow& row)
+    { return row.plane.nFirst - static_cast<uint64_t>(row.nItem * row.plane.nStep); };
+    const bool bEven = one.plane.IsEven() && other.plane.IsEven() && one.nCount > 1 && other.nCount > 1;
+    return bEven ? one.plane.nStep == other.plane.nStep && origin(one) == origin(other)
+                 : one.plane == other.plane && one.nItem == other.nItem && one.nCount == other.nCount;
 }
 
 } // namespace
@@ -43,10 +49,10 @@ void CIntervalRows::StartInterval(uint32_t nInterval)
 
 bool CIntervalRows::MayRace(const SRaceRow& row, ERaceKind eKind, const uint64_t* pAddresses) const
 {
-    // Where a write is one of two uneven rows, its work-items' words are their own.
+    // Where a write is one of two listed rows, its work-items' words are their own.
     const auto areSame = [&](const SKept& kept)
     {
-        return !row.bEven && !kept.row.bEven && (row.eKind == RACE_WRITE || eKind == RACE_WRITE) &&
+        return !row.bPlane && !kept.row.bPlane && (row.eKind == RACE_WRITE || eKind == RACE_WRITE) &&
                kept.row.nItem == row.nItem && kept.row.nCount == row.nCount && kept.row.nBytes == row.nBytes &&
                std::memcmp(m_vData.data() + kept.nData, pAddresses, sizeof(uint64_t) * row.nCount) == 0;
     };
@@ -61,12 +67,11 @@ bool CIntervalRows::MayRace(const SRaceRow& row, ERaceKind eKind, const uint64_t
 CIntervalRows::SKept* CIntervalRows::FindSame(const SRaceRow& row)
 {
     std::vector<SKept>& vKept = m_vKept[row.eKind];
-    for (size_t n = vKept.size(); row.bEven && n > 0 && vKept.size() - n < s_nLookBack; --n)
+    for (size_t n = vKept.size(); row.bPlane && n > 0 && vKept.size() - n < s_nLookBack; --n)
     {
         const SRaceRow& other = vKept[n - 1].row;
-        if (other.nFirst == row.nFirst && other.nStep == row.nStep && other.nBytes == row.nBytes &&
-            other.nCount == row.nCount && other.nSpace == row.nSpace && other.bEven && other.nItem == row.nItem &&
-            other.nNumber == row.nNumber)
+        if (other.bPlane && other.plane == row.plane && other.nBytes == row.nBytes && other.nCount == row.nCount &&
+            other.nSpace == row.nSpace && other.nItem == row.nItem && other.nNumber == row.nNumber)
         {
             return &vKept[n - 1];
         }
@@ -96,7 +101,7 @@ bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned 
         std::rotate(pSame, pSame + 1, m_vKept[row.eKind].data() + m_vKept[row.eKind].size());
         return true;
     }
-    const size_t nAddresses = row.bEven ? 0 : sizeof(uint64_t) * row.nCount;
+    const size_t nAddresses = row.bPlane ? 0 : sizeof(uint64_t) * row.nCount;
     const size_t nData = nAddresses + nValues;
     if (m_vKept[row.eKind].size() >= s_nMostRows || m_vData.size() + nData > s_nMostData ||
         (row.eKind != RACE_READ && MayRace(row, RACE_READ, pAddresses)) || MayRace(row, RACE_WRITE, pAddresses) ||
@@ -126,15 +131,15 @@ void CIntervalRows::Replay(const SKept& kept, CIntervalRaces& words, uint32_t nI
     for (uint32_t n = 0; n < row.nCount; ++n)
     {
         access.nItem = static_cast<uint16_t>(row.nItem + n);
-        access.nAddress = row.nFirst + static_cast<uint64_t>(row.nStep * n);
+        access.nAddress = row.plane.At(n);
         const unsigned char* const pData = m_vData.data() + kept.nData;
-        if (!row.bEven)
+        if (!row.bPlane)
         {
             std::memcpy(&access.nAddress, pData + n * sizeof(uint64_t), sizeof(uint64_t));
         }
         if (row.eKind == RACE_WRITE)
         {
-            std::memcpy(access.bytes, pData + (row.bEven ? 0 : sizeof(uint64_t) * row.nCount) + n * row.nBytes,
+            std::memcpy(access.bytes, pData + (row.bPlane ? 0 : sizeof(uint64_t) * row.nCount) + n * row.nBytes,
                         row.nBytes);
         }
         if (access.nAddress != s_nInactive)

@@ -1,6 +1,7 @@
 #ifndef KESTREL_PLATFORM_SIMT_CHECKS_INTERVALROWS_H
 #define KESTREL_PLATFORM_SIMT_CHECKS_INTERVALROWS_H
 
+#include "platform/simt/AddressPlane.h"
 #include "platform/simt/checks/IntervalRaces.h"
 
 #include <cstddef>
@@ -12,15 +13,14 @@ namespace KestrelPlatform
 /// One access of consecutive work-items of a group, by whole words.
 struct SRaceRow
 {
-    uint64_t nFirst = 0; ///< the first one's address, then
-    int64_t nStep = 0;   ///< from each to the next
+    SAddressPlane plane; ///< where they touch memory, if bPlane
     uint64_t nLow = 0;   ///< the first byte of all
     uint64_t nEnd = 0;   ///< after the last one
     uint32_t nBytes = 0; ///< of each
     uint32_t nCount = 0;
     uint32_t nSpace = 0; ///< as CIntervalRaces has it
     ERaceKind eKind = RACE_READ;
-    bool bEven = true;    ///< else the addresses are those that come with it
+    bool bPlane = true;   ///< else the addresses are those that come with it
     uint16_t nItem = 0;   ///< the first one in the group
     uint16_t nNumber = 0; ///< of the access in the program
 };
@@ -36,7 +36,7 @@ public:
     /// The groups of a block, or the blocks of a group, begin.
     void Begin();
     /// \param pValues  that a write stores, one work-item after the other
-    /// \param pAddresses  of a row that isn't even, s_nInactive for who isn't active; those of a
+    /// \param pAddresses  of a row that is no plane, s_nInactive for who isn't active; those of a
     /// write must not meet each other
     /// \return false if it has to be looked at word by word
     bool Add(const SRaceRow& row, uint32_t nInterval, const unsigned char* pValues, const uint64_t* pAddresses);

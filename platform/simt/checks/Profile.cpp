@@ -23,31 +23,48 @@ uint32_t CountActive(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
     return nActive;
 }
 
-/// Whether lanes whose addresses lie evenly leave out no line between the first and the last.
-bool IsWithoutGap(uint64_t nFirst, uint64_t nLast, uint32_t nCount)
+/// The lines that rows of lanes touch which lie one behind the other, from the lowest first one.
+/// \param nStep  from each lane of a row to the next, as nPieceStep from each row to the next
+uint64_t CountRowLines(uint64_t nLow, uint64_t nStep, uint32_t nWidth, uint64_t nPieceStep, uint32_t nPieces,
+                       uint32_t nBytes)
 {
-    return std::max(nFirst, nLast) - std::min(nFirst, nLast) <= (uint64_t{nCount} - 1) << s_nLineBits;
-}
-
-/// The lines that lanes touch whose addresses lie evenly.
-uint64_t CountEvenLines(uint64_t nFirst, uint64_t nLast, uint32_t nCount, uint32_t nBytes)
-{
-    const uint64_t nLow = std::min(nFirst, nLast);
-    const uint64_t nSpread = std::max(nFirst, nLast) - nLow;
-    if (IsWithoutGap(nFirst, nLast, nCount))
-    {
-        return ((nLow + nSpread + nBytes - 1) >> s_nLineBits) - (nLow >> s_nLineBits) + 1;
-    }
-    const uint64_t nStride = nSpread / (nCount - 1);
     uint64_t nLines = 0;
     uint64_t nEnd = 0; // after the last line that is counted
-    for (uint32_t n = 0; n < nCount; ++n)
+    const auto count = [&](uint64_t nFirst, uint64_t nLast)
     {
-        const uint64_t nBegin = std::max((nLow + n * nStride) >> s_nLineBits, nEnd);
-        nEnd = ((nLow + n * nStride + nBytes - 1) >> s_nLineBits) + 1;
-        nLines += nEnd - nBegin;
+        const uint64_t nBegin = std::max(nFirst >> s_nLineBits, nEnd);
+        const uint64_t nBehind = (nLast >> s_nLineBits) + 1;
+        nLines += nBehind > nBegin ? nBehind - nBegin : 0;
+        nEnd = std::max(nEnd, nBehind);
+    };
+    for (uint32_t p = 0; p < nPieces; ++p, nLow += nPieceStep)
+    {
+        if (nStep <= 1u << s_nLineBits)
+        { // no line between the first and the last is left out
+            count(nLow, nLow + (nWidth - 1) * nStep + nBytes - 1);
+            continue;
+        }
+        for (uint32_t n = 0; n < nWidth; ++n)
+        {
+            count(nLow + n * nStep, nLow + n * nStep + nBytes - 1);
+        }
     }
     return nLines;
+}
+
+/// The lines that lanes touch. \return 0 if they have to be put together in a set
+uint64_t CountPlaneLines(const SAddressPlane& plane, uint32_t nCount, uint32_t nBytes)
+{
+    const uint32_t nWidth = plane.GetWidth(nCount);
+    const uint64_t nStep = static_cast<uint64_t>(std::abs(plane.nStep));
+    const uint64_t nPieceStep = static_cast<uint64_t>(std::abs(plane.nPieceStep));
+    const bool bOne = nPieceStep == 0;
+    // Rows of which each line is touched go up with their first one's, others if they don't reach into the next one.
+    if (!bOne && nStep > 1u << s_nLineBits && nPieceStep < (nWidth - 1) * nStep + nBytes)
+    {
+        return 0;
+    }
+    return CountRowLines(plane.GetLow(nCount), nStep, nWidth, nPieceStep, bOne ? 1 : plane.GetPieces(nCount), nBytes);
 }
 
 } // namespace
@@ -221,12 +238,11 @@ void CProfileRecorder::Accessing(const CBlock& block, const SMicroOp& step, cons
 void CProfileRecorder::InsertLines(const CBlock& block, const SAccess& access, uint32_t nBegin, uint32_t nEnd)
 {
     const uint32_t nBytes = LaneBytes(access);
-    uint64_t nFirst = 0;
-    uint64_t nLast = 0;
-    if (block.IsEven(access, nBegin, nEnd, nFirst, nLast) && IsWithoutGap(nFirst, nLast, nEnd - nBegin))
-    {
-        const uint64_t nEndLine = (std::max(nFirst, nLast) + nBytes - 1) >> s_nLineBits;
-        for (uint64_t nLine = std::min(nFirst, nLast) >> s_nLineBits; nLine <= nEndLine; ++nLine)
+    SAddressPlane plane;
+    if (block.FindPlane(access, nBegin, nEnd, plane) && plane.IsEven() && std::abs(plane.nStep) <= 1 << s_nLineBits)
+    { // no line between the first and the last is left out
+        const uint64_t nLast = (plane.GetHigh(nEnd - nBegin) + nBytes - 1) >> s_nLineBits;
+        for (uint64_t nLine = plane.GetLow(nEnd - nBegin) >> s_nLineBits; nLine <= nLast; ++nLine)
         {
             m_Lines.Insert(nLine);
         }
@@ -245,6 +261,9 @@ void CProfileRecorder::CountLines(const CBlock& block, const SAccess& access, SP
 {
     const bool bAll = block.GetActive() == block.GetLive();
     const uint32_t* const pMask = block.Mask();
+    const uint32_t nFirst = block.GetFirstLane();
+    SAddressPlane plane;
+    const bool bPlane = bAll && block.FindPlane(access, nFirst, block.GetEndLane(), plane);
     for (size_t w = 0; w < m_Waves.GetCount(); ++w)
     {
         const uint32_t nBegin = std::max(m_Waves.GetBegin(w), block.GetFirstLane());
@@ -255,11 +274,12 @@ void CProfileRecorder::CountLines(const CBlock& block, const SAccess& access, SP
             continue;
         }
         ++entry.nAccesses;
-        uint64_t nFirst = 0;
-        uint64_t nLast = 0;
-        if (nActive == nEnd - nBegin && block.IsEven(access, nBegin, nEnd, nFirst, nLast))
+        SAddressPlane part;
+        const bool bPart = bPlane && plane.GetPart(nBegin - nFirst, nActive, part);
+        const uint64_t nLines = bPart ? CountPlaneLines(part, nActive, LaneBytes(access)) : 0;
+        if (nLines != 0)
         {
-            entry.nLines += CountEvenLines(nFirst, nLast, nActive, LaneBytes(access));
+            entry.nLines += nLines;
             continue;
         }
         // Rows of a small group lie evenly, each for itself.

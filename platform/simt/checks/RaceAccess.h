@@ -14,6 +14,9 @@ enum ERaceKind : uint8_t
     RACE_ATOMIC ///< gets along with others of its kind
 };
 
+/// What is kept of memory that groups share is kept by pages of this size.
+const uint32_t s_nRacePageBytes = 4096;
+
 /// Work-items of a group are told apart by 16 bits, accesses of a program too.
 const uint32_t s_nMostRaceNumbers = 0xFFFF;
 

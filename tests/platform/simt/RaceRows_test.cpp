@@ -4,7 +4,7 @@
 
 #include "platform/simt/Block.h"
 #include "platform/simt/checks/Findings.h"
-#include "platform/simt/checks/GroupRaces.h"
+#include "platform/simt/checks/GroupRows.h"
 #include "platform/simt/checks/IntervalRows.h"
 #include "tests/platform/simt/KernelRun.h"
 
@@ -20,7 +20,7 @@ using namespace KestrelPlatform;
 struct SRandomRow
 {
     SRaceRow row;
-    std::vector<uint64_t> vAddresses; ///< by work-item; in an uneven row they increase
+    std::vector<uint64_t> vAddresses; ///< by work-item; those of a row that is no plane go up
     std::vector<unsigned char> vValues;
 };
 
@@ -33,21 +33,39 @@ SRandomRow MakeRow(std::mt19937& random)
     row.nCount = 1 + random() % 32;
     row.nItem = static_cast<uint16_t>(random() % 3 * 32);
     row.nNumber = static_cast<uint16_t>(random() % 4);
-    row.bEven = random() % 3 != 0;
+    row.bPlane = random() % 3 != 0;
+    row.nCount = random() % 3 == 0 ? 32 : row.nCount;
     const int64_t steps[] = {row.nBytes, row.nBytes, -int64_t{row.nBytes}, 16, 0};
-    row.nStep = row.eKind == RACE_WRITE ? steps[random() % 4] : steps[random() % 5];
-    row.nFirst = 1024 + random() % 8 * 128 + (random() % 2 ? row.nItem * 8 : 0);
+    row.plane.nFirst = 1024 + random() % 8 * 128 + (random() % 2 ? row.nItem * 8 : 0);
+    do
+    { // of rows in pieces, those of which work-items write the same word can't be
+        row.plane.nStep = steps[random() % 5];
+        row.plane.nShift = row.nCount == 32 && random() % 2 ? 3 + random() % 2 : SAddressPlane::s_nEvenShift;
+        const int64_t pieceSteps[] = {0, row.nBytes, 64, 128, -256};
+        row.plane.nPieceStep = row.plane.IsEven() ? 0 : pieceSteps[random() % 5];
+    } while (row.bPlane && row.eKind == RACE_WRITE && !row.plane.IsApart(row.nCount, row.nBytes));
     row.nLow = ~uint64_t(0);
     for (uint32_t n = 0; n < row.nCount; ++n)
     {
-        const uint64_t nUneven = (n == 0 ? row.nFirst : made.vAddresses.back()) + row.nBytes * (1 + random() % 2);
-        made.vAddresses.push_back(row.bEven ? row.nFirst + static_cast<uint64_t>(row.nStep * n) : nUneven);
+        const uint64_t nUneven = (n == 0 ? row.plane.nFirst : made.vAddresses.back()) + row.nBytes * (1 + random() % 2);
+        made.vAddresses.push_back(row.bPlane ? row.plane.At(n) : nUneven);
         row.nLow = std::min(row.nLow, made.vAddresses.back());
         row.nEnd = std::max(row.nEnd, made.vAddresses.back() + row.nBytes);
         const unsigned char value[8] = {static_cast<unsigned char>(random() % 2)};
         made.vValues.insert(made.vValues.end(), value, value + row.nBytes);
     }
     return made;
+}
+
+void Move(SRandomRow& made, uint64_t nBytes)
+{
+    for (uint64_t& nAddress : made.vAddresses)
+    {
+        nAddress += nBytes;
+    }
+    made.row.plane.nFirst += nBytes;
+    made.row.nLow += nBytes;
+    made.row.nEnd += nBytes;
 }
 
 SRaceAccess AccessOf(const SRandomRow& made, uint32_t nLane, uint64_t nGroup)
@@ -132,35 +150,34 @@ TEST(RaceRows, BetweenGroupsGiveWhatWorkItemsGive)
         std::mt19937 random(nSeed);
         CGroupRaces plain(context);
         CGroupRaces rows(context);
-        // More rows than a page can keep separately, and some single bytes.
+        CGroupRows parts(rows);
+        // More rows than a page keeps apart, and some bytes by themselves.
         for (uint32_t n = 0; n < 2 + 3 * nSeed; ++n)
         {
             SRandomRow made = MakeRow(random);
             const uint64_t nGroup = random() % 6;
-            const uint64_t nMoved = random() % 3 * 2048;
-            for (uint64_t& nAddress : made.vAddresses)
+            const bool bRow = random() % 4 != 0;
+            Move(made, random() % 3 * 2048);
+            // Loops go on where they were before.
+            for (uint32_t nPass = random() % 4; nPass < 4; ++nPass, Move(made, made.row.nBytes))
             {
-                nAddress += nMoved;
-            }
-            made.row.nFirst += nMoved;
-            made.row.nLow += nMoved;
-            made.row.nEnd += nMoved;
-            const bool bRow = made.row.bEven && made.row.nStep == int64_t{made.row.nBytes};
-            if (bRow)
-            {
-                rows.TouchRow(0, made.row, nGroup, made.vValues.data());
-            }
-            for (uint32_t i = 0; i < made.row.nCount; ++i)
-            {
-                SRaceAccess access = AccessOf(made, i, nGroup);
-                access.nBytes = bRow || nSeed % 4 != 0 ? access.nBytes : 1;
-                plain.Touch(0, &access, 1);
-                if (!bRow)
+                if (bRow)
                 {
-                    rows.Touch(0, &access, 1);
+                    parts.Touch(0, made.row, nGroup, made.vValues.data(), made.vAddresses.data());
+                }
+                for (uint32_t i = 0; i < made.row.nCount; ++i)
+                {
+                    SRaceAccess access = AccessOf(made, i, nGroup);
+                    access.nBytes = bRow || nSeed % 4 != 0 ? access.nBytes : 1;
+                    plain.Touch(0, &access, 1);
+                    if (!bRow)
+                    {
+                        rows.Touch(0, &access, 1);
+                    }
                 }
             }
         }
+        parts.Flush();
         const auto report = [&](CGroupRaces& races)
         {
             CFindings findings;

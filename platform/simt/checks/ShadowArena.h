@@ -1,0 +1,38 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_SHADOWARENA_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_SHADOWARENA_H
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace KestrelPlatform
+{
+
+/// Memory for what is kept of a launch's memory until the launch ends. Its first touch of each page costs more than
+/// the kernel that is looked at, so that all but the first pieces are asked for as large pages. Any thread.
+class CShadowArena
+{
+public:
+    /// Cleared, and on a cache line of its own. Throws std::bad_alloc.
+    void* Take(size_t nBytes);
+    size_t GetTaken() const { return m_nTaken; }
+
+private:
+    struct SFree
+    {
+        void operator()(unsigned char* p) const;
+    };
+
+    void AddPiece(size_t nBytes);
+
+    std::mutex m_Mutex;
+    std::vector<std::unique_ptr<unsigned char, SFree>> m_vPieces;
+    unsigned char* m_pNext = nullptr;
+    size_t m_nLeft = 0;
+    size_t m_nTaken = 0;
+};
+
+} // namespace KestrelPlatform
+
+#endif

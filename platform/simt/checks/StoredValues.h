@@ -1,0 +1,31 @@
+#ifndef KESTREL_PLATFORM_SIMT_CHECKS_STOREDVALUES_H
+#define KESTREL_PLATFORM_SIMT_CHECKS_STOREDVALUES_H
+
+#include "platform/simt/checks/RaceAccess.h"
+
+#include <cstdint>
+
+namespace KestrelPlatform
+{
+
+/// What was first stored in each byte of a page, and whether anything else was stored there since. All 0 is a page in
+/// which nothing was.
+struct SStoredValues
+{
+    void Note(uint64_t nBegin, uint64_t nEnd, const unsigned char* pValues);
+    /// Whether all that was stored in these bytes, which lie within 8, was the same.
+    bool Differ(uint64_t nBegin, uint32_t nBytes) const;
+
+private:
+    static constexpr uint32_t s_nBits = 64; ///< bytes that a word of bits tells of
+
+    void NoteRest(uint64_t nFirst, uint64_t nMask, uint64_t nOld, const unsigned char* pValues);
+
+    unsigned char m_First[s_nRacePageBytes];
+    uint64_t m_nWritten[s_nRacePageBytes / s_nBits]; ///< a bit for each byte
+    uint64_t m_nDiffer[s_nRacePageBytes / s_nBits];
+};
+
+} // namespace KestrelPlatform
+
+#endif
