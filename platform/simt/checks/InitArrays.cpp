@@ -67,32 +67,92 @@ void CInitRecorder::LoadIndexed(const CBlock& block, const SMicroOp& step)
 void CInitRecorder::StoreIndexed(const CBlock& block, const SMicroOp& step)
 {
     const SIndexed& indexed = m_Context.code.vIndexed[step.nAux];
-    const SCode::SArray& array = m_Context.code.vArrays[indexed.nArray];
     Demand(block, step, indexed.nIndexRow, PLATFORM_FAULT_ADDRESS);
     for (uint32_t c = 0; c < 4; ++c)
     {
         const uint32_t nSource = step.rows.s[c];
-        if ((nSource <= s_nZeroRow || !m_Rows.IsDirty(nSource)) && AreElementsClean(block, indexed, c))
+        const bool bClean = !IsDirty(block, nSource, false) && AreElementsClean(block, indexed, c);
+        if ((step.rows.d[0] & (1u << c)) && !bClean && !StoreElementRow(block, indexed, c, nSource))
+        {
+            StoreElements(block, indexed, c, nSource);
+        }
+    }
+}
+
+/// To an element that is the same for all work-items, all of which are active. \return false for anything else
+bool CInitRecorder::StoreElementRow(const CBlock& block, const SIndexed& indexed, uint32_t nComponent, uint32_t nSource)
+{
+    const SCode::SArray& array = m_Context.code.vArrays[indexed.nArray];
+    const uint32_t* const pIndices = block.Row(indexed.nIndexRow);
+    const uint32_t nIndex = pIndices[0] + indexed.nImmediate;
+    if (block.GetActive() != block.GetLive() || nIndex >= array.nElements ||
+        !m_Context.lanes.pfIsSequence(pIndices, 0, block.GetEndLane(), 0))
+    {
+        return false;
+    }
+    MoveRow(nSource, array.Row(nIndex, nComponent), m_Rows.GetFrom(nSource));
+    return true;
+}
+
+void CInitRecorder::StoreElements(const CBlock& block, const SIndexed& indexed, uint32_t nComponent, uint32_t nSource)
+{
+    const SCode::SArray& array = m_Context.code.vArrays[indexed.nArray];
+    for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
+    {
+        const uint32_t nIndex = block.Row(indexed.nIndexRow)[n] + indexed.nImmediate;
+        if (!block.IsActive(n) || nIndex >= array.nElements)
         {
             continue;
         }
-        for (uint32_t n = block.GetFirstLane(); (step.rows.d[0] & (1u << c)) && n < block.GetEndLane(); ++n)
+        const uint32_t nShadow = nSource > s_nZeroRow ? m_Rows.Row(nSource)[n] : 0;
+        const uint32_t nRow = array.Row(nIndex, nComponent);
+        if (nShadow != m_Rows.Row(nRow)[n])
         {
-            const uint32_t nIndex = block.Row(indexed.nIndexRow)[n] + indexed.nImmediate;
-            if (!block.IsActive(n) || nIndex >= array.nElements)
-            {
-                continue;
-            }
-            const uint32_t nShadow = nSource > s_nZeroRow ? m_Rows.Row(nSource)[n] : 0;
-            const uint32_t nRow = array.Row(nIndex, c);
-            if (nShadow == m_Rows.Row(nRow)[n])
-            {
-                continue;
-            }
-            m_Rows.Change(nRow)[n] = nShadow;
-            m_Rows.Settle(nRow, nShadow ? m_Rows.GetFrom(nSource) : m_Rows.GetFrom(nRow));
+            Put(nRow, n, nShadow, nShadow != 0);
         }
     }
+    SettleChanged(nSource);
+}
+
+/// A shadow of one lane, of a row that SettleChanged looks at.
+/// \param bUnwritten  something unwritten is put there
+void CInitRecorder::Put(uint32_t nRow, uint32_t nLane, uint32_t nShadow, bool bUnwritten)
+{
+    m_Rows.Change(nRow)[nLane] = nShadow;
+    auto it = std::find_if(m_vChanged.rbegin(), m_vChanged.rend(),
+                           [nRow](const SChanged& changed) { return changed.nRow == nRow; });
+    if (it == m_vChanged.rend())
+    {
+        m_vChanged.push_back({nRow, false});
+        it = m_vChanged.rbegin();
+    }
+    it->bUnwritten = it->bUnwritten || bUnwritten;
+}
+
+/// \param nSource  the row that what was put there has come from
+void CInitRecorder::SettleChanged(uint32_t nSource)
+{
+    for (const SChanged& changed : m_vChanged)
+    {
+        m_Rows.Settle(changed.nRow, m_Rows.GetFrom(changed.bUnwritten ? nSource : changed.nRow));
+    }
+    m_vChanged.clear();
+}
+
+/// All lanes of a row.
+void CInitRecorder::MoveRow(uint32_t nFromRow, uint32_t nTo, uint32_t nFrom)
+{
+    if (nTo <= s_nZeroRow)
+    {
+        return;
+    }
+    if (nFromRow <= s_nZeroRow || !m_Rows.IsDirty(nFromRow))
+    {
+        m_Rows.Clear(nTo);
+        return;
+    }
+    std::memcpy(m_Rows.Change(nTo), m_Rows.Row(nFromRow), sizeof(SLaneRow));
+    m_Rows.Settle(nTo, nFrom);
 }
 
 uint32_t CInitRecorder::StoredShadow(const SAccess& access, uint32_t nWord, uint32_t nLane) const
@@ -145,18 +205,8 @@ bool CInitRecorder::MovePrivateRows(const CBlock& block, const SMicroOp& step, c
         const bool bLoad = access.eOperation == SAccess::Load;
         const uint32_t nFromRow = bLoad ? nPrivate : access.nRows[w];
         const uint32_t nTo = bLoad ? access.nRows[w] : nPrivate;
-        if (nTo <= s_nZeroRow)
-        {
-            continue;
-        }
-        if (nFromRow <= s_nZeroRow || !m_Rows.IsDirty(nFromRow))
-        {
-            m_Rows.Clear(nTo);
-            continue;
-        }
         const uint32_t nFrom = m_Rows.GetFrom(nFromRow);
-        std::memcpy(m_Rows.Change(nTo), m_Rows.Row(nFromRow), sizeof(SLaneRow));
-        m_Rows.Settle(nTo, bLoad && nFrom == ~0u ? step.nInstruction : nFrom);
+        MoveRow(nFromRow, nTo, bLoad && nFrom == ~0u ? step.nInstruction : nFrom);
     }
     return true;
 }
@@ -196,15 +246,14 @@ void CInitRecorder::MovePrivate(const CBlock& block, const SMicroOp& step, const
                 {
                     continue;
                 }
-                uint32_t* const pRow = m_Rows.Change(nRow);
-                pRow[n] = (pRow[n] & ~(0xFFu << nShift)) | nValue << nShift;
-                m_Rows.Settle(nRow, nValue ? m_Rows.GetFrom(access.nRows[w]) : m_Rows.GetFrom(nRow));
+                Put(nRow, n, (m_Rows.Row(nRow)[n] & ~(0xFFu << nShift)) | nValue << nShift, nValue != 0);
             }
             if (bLoad && nLoaded != m_Rows.Row(access.nRows[w])[n])
             {
                 m_Rows.Change(access.nRows[w])[n] = nLoaded;
             }
         }
+        SettleChanged(access.nRows[w]);
         if (bLoad && m_Rows.IsDirty(access.nRows[w]))
         {
             m_Rows.Settle(access.nRows[w], nFrom);

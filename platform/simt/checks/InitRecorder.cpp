@@ -85,16 +85,24 @@ void CInitRecorder::Start(const CBlock& /*block*/)
     }
 }
 
-uint32_t CInitRecorder::FindDirty(const uint16_t* pRows, uint32_t nCount) const
+/// Whether the active work-items have something unwritten in a row. What is the same for all is in the first one's
+/// place.
+bool CInitRecorder::IsDirty(const CBlock& block, uint32_t nRow, bool bUniform) const
 {
-    for (uint32_t n = 0; n < nCount; ++n)
+    if (nRow <= s_nZeroRow || !m_Rows.IsDirty(nRow))
     {
-        if (pRows[n] > s_nZeroRow && m_Rows.IsDirty(pRows[n]))
-        {
-            return pRows[n];
-        }
+        return false;
     }
-    return 0;
+    const uint32_t* const pRow = m_Rows.Row(nRow);
+    return (bUniform ? pRow[0]
+                     : m_Context.lanes.pfAnyBits(pRow, block.Mask(), block.GetFirstLane(), block.GetEndLane())) != 0;
+}
+
+uint32_t CInitRecorder::FindDirty(const CBlock& block, const SLaneRows& rows, bool bUniform) const
+{
+    const uint16_t* const pDirty =
+        std::find_if(rows.s, std::end(rows.s), [&](uint16_t nRow) { return IsDirty(block, nRow, bUniform); });
+    return pDirty == std::end(rows.s) ? 0 : *pDirty;
 }
 
 void CInitRecorder::Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault, uint32_t nShadow,
@@ -110,7 +118,7 @@ void CInitRecorder::Tell(const CBlock& block, const SMicroOp& step, uint32_t nLa
 
 void CInitRecorder::Demand(const CBlock& block, const SMicroOp& step, uint32_t nRow, uint32_t nFault, bool bUniform)
 {
-    if (nRow <= s_nZeroRow || !m_Rows.IsDirty(nRow))
+    if (!IsDirty(block, nRow, bUniform))
     {
         return;
     }
@@ -200,7 +208,7 @@ void CInitRecorder::Stepping(const CBlock& block, const SMicroOp& step)
 
 void CInitRecorder::Compute(const CBlock& block, const SMicroOp& step, bool bUniform)
 {
-    const uint32_t nDirty = FindDirty(step.rows.s, 6);
+    const uint32_t nDirty = FindDirty(block, step.rows, bUniform);
     if (nDirty == 0)
     {
         for (const uint16_t nRow : step.rows.d)
@@ -464,16 +472,34 @@ bool CInitRecorder::StoreWritten(const CBlock& block, const SAccess& access)
     return true;
 }
 
+/// All that is loaded is written.
+void CInitRecorder::ClearLoaded(const CBlock& block, const SAccess& access)
+{
+    for (uint32_t w = 0; w < access.nWords; ++w)
+    {
+        const uint32_t nRow = access.nRows[w];
+        if (nRow > s_nZeroRow && access.bUniform && (access.nUniformWords & (1u << w)))
+        {
+            m_Rows.Clear(nRow);
+        }
+        else if (nRow > s_nZeroRow)
+        {
+            m_Rows.Clear(block, nRow);
+        }
+    }
+}
+
 void CInitRecorder::LoadShadow(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const bool bThere = HasShadow(access) && !IsWritten(block, access, TotalBytes(access));
-    if (bThere)
+    if (!bThere)
     {
-        block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
+        return ClearLoaded(block, access);
     }
+    block.FillAddresses(access, block.GetFirstLane(), block.GetEndLane(), m_vAddresses.data());
     SLaneRow words[4];
     uint32_t any[4] = {};
-    for (uint32_t n = block.GetFirstLane(); bThere && n < block.GetEndLane(); ++n)
+    for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
     {
         const unsigned char* const pShadow = block.IsActive(n) ? Find(block, access, n, TotalBytes(access)) : nullptr;
         for (uint32_t w = 0; w < access.nWords; ++w)
@@ -510,11 +536,11 @@ void CInitRecorder::LoadShadow(const CBlock& block, const SMicroOp& step, const 
         {
             if (bAll)
             {
-                pRow[n] = bThere ? words[w].w[nActive] : 0;
+                pRow[n] = words[w].w[nActive];
             }
             else if (n >= block.GetFirstLane() && n < block.GetEndLane() && block.IsActive(n))
             {
-                pRow[n] = bThere ? words[w].w[n] : 0;
+                pRow[n] = words[w].w[n];
             }
         }
         m_Rows.Settle(nRow, step.nInstruction);
@@ -526,7 +552,7 @@ void CInitRecorder::StoreShadow(const CBlock& block, const SMicroOp& step, const
     bool bDirty = false;
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
-        bDirty = bDirty || (access.nRows[w] > s_nZeroRow && m_Rows.IsDirty(access.nRows[w]));
+        bDirty = bDirty || IsDirty(block, access.nRows[w], false);
     }
     if (!bDirty && (!HasShadow(access) || IsWritten(block, access, TotalBytes(access)) || StoreWritten(block, access)))
     {

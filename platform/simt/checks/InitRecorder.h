@@ -33,14 +33,16 @@ public:
     void Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access);
 
 private:
-    /// \return one of the rows that holds something unwritten, or 0
-    uint32_t FindDirty(const uint16_t* pRows, uint32_t nCount) const;
+    bool IsDirty(const CBlock& block, uint32_t nRow, bool bUniform) const;
+    /// \return one of the rows that are read which holds something unwritten, or 0
+    uint32_t FindDirty(const CBlock& block, const SLaneRows& rows, bool bUniform) const;
     void Compute(const CBlock& block, const SMicroOp& step, bool bUniform);
     void ComputeLane(const CBlock& block, const SMicroOp& step, EShadowRule eRule, uint32_t nLane, uint32_t nTo);
     void ComputeWave(const CBlock& block, const SMicroOp& step);
     void LoadIndexed(const CBlock& block, const SMicroOp& step);
     void StoreIndexed(const CBlock& block, const SMicroOp& step);
     void MovePrivate(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    void ClearLoaded(const CBlock& block, const SAccess& access);
     void LoadShadow(const CBlock& block, const SMicroOp& step, const SAccess& access);
     void StoreShadow(const CBlock& block, const SMicroOp& step, const SAccess& access);
     uint32_t StoredShadow(const SAccess& access, uint32_t nWord, uint32_t nLane) const;
@@ -52,6 +54,11 @@ private:
     bool StoreWritten(const CBlock& block, const SAccess& access);
     bool ArePrivateClean(const CBlock& block, const SAccess& access) const;
     bool MovePrivateRows(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    bool StoreElementRow(const CBlock& block, const SIndexed& indexed, uint32_t nComponent, uint32_t nSource);
+    void StoreElements(const CBlock& block, const SIndexed& indexed, uint32_t nComponent, uint32_t nSource);
+    void Put(uint32_t nRow, uint32_t nLane, uint32_t nShadow, bool bUnwritten);
+    void SettleChanged(uint32_t nSource);
+    void MoveRow(uint32_t nFromRow, uint32_t nTo, uint32_t nFrom);
     bool AreElementsClean(const CBlock& block, const SIndexed& indexed, uint32_t nComponent) const;
     /// Tells of what the active work-items have in a row, which counts as written from here on.
     void Demand(const CBlock& block, const SMicroOp& step, uint32_t nRow, uint32_t nFault, bool bUniform = false);
@@ -69,7 +76,14 @@ private:
     std::vector<unsigned char> m_vAreas;   ///< of local memory at the start of a group
     std::vector<uint64_t> m_vAddresses;    ///< of the access under way, from the block's first lane
     size_t m_nRange = 0;                   ///< the last one found
-    SAccessSpan m_Span;                    ///< of the access that IsWritten has last looked at
+    /// A row of which some lanes have changed.
+    struct SChanged
+    {
+        uint32_t nRow;
+        bool bUnwritten; ///< something was put there
+    };
+    std::vector<SChanged> m_vChanged; ///< by the step under way
+    SAccessSpan m_Span;               ///< of the access that IsWritten has last looked at
 };
 
 } // namespace KestrelPlatform

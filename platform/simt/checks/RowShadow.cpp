@@ -62,9 +62,10 @@ void CRowShadow::Clear(const CBlock& block, uint32_t nRow)
         return Clear(nRow);
     }
     uint32_t* const pRow = Change(nRow);
+    const uint32_t* const pMask = block.Mask();
     for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
     {
-        pRow[n] = block.IsActive(n) ? 0 : pRow[n];
+        pRow[n] &= ~pMask[n];
     }
     Settle(nRow, m_vFrom[nRow]);
 }
