@@ -15,6 +15,23 @@
 namespace KestrelPlatform
 {
 
+/// What an integer operation is looked at for, and the width of its operand.
+struct SIntegerRule
+{
+    uint32_t nFault = 0;
+    uint32_t nWidth = 32;
+    double fLow = 0; ///< of a conversion: what lies between these, cut off, fits
+    double fHigh = 0;
+};
+
+/// All that is to be known of a lane operation.
+struct SNumberRule
+{
+    uint32_t nExponent = 0; ///< of the result; 0 for what is no number
+    bool bNoted = false;    ///< plain arithmetic: the processor notes it where NaN or infinity are made
+    SIntegerRule integers;
+};
+
 namespace
 {
 
@@ -65,15 +82,6 @@ double NumberOf(ELaneType eType, uint32_t nLow, uint32_t nHigh)
     std::memcpy(&fValue, &nBits, sizeof fValue);
     return fValue;
 }
-
-/// What an integer operation is looked at for, and the width of its operand.
-struct SIntegerRule
-{
-    uint32_t nFault = 0;
-    uint32_t nWidth = 32;
-    double fLow = 0; ///< of a conversion: what lies between these, cut off, fits
-    double fHigh = 0;
-};
 
 SIntegerRule FindIntegerRule(uint32_t nOp)
 {
@@ -132,14 +140,6 @@ bool TakeFlags()
     return true;
 }
 
-/// All that is to be known of a lane operation.
-struct SNumberRule
-{
-    uint32_t nExponent = 0; ///< of the result; 0 for what is no number
-    bool bNoted = false;    ///< plain arithmetic: the processor notes it where NaN or infinity are made
-    SIntegerRule integers;
-};
-
 std::vector<SNumberRule> MakeRules()
 {
     std::vector<SNumberRule> vRules(LANE_COUNT);
@@ -153,10 +153,11 @@ std::vector<SNumberRule> MakeRules()
     return vRules;
 }
 
-const SNumberRule& FindRule(uint32_t nOp)
+/// By operation.
+const SNumberRule* GetRules()
 {
     static const std::vector<SNumberRule> s_vRules = MakeRules();
-    return s_vRules[nOp];
+    return s_vRules.data();
 }
 
 /// Whether none of a row's words is wrong, at a glance: masks and neighbours aren't looked at.
@@ -198,7 +199,8 @@ bool AreAllRight(const SIntegerRule& rule, ELaneType eType, const uint32_t* pFir
 } // namespace
 
 CNumberRecorder::CNumberRecorder(const SLaunchContext& context, CFindings& findings)
-    : m_Context(context), m_Findings(findings), m_vMade(context.code.nRows), m_vLiterals(context.code.nRows)
+    : m_Context(context), m_Findings(findings), m_pRules(GetRules()), m_vMade(context.code.nRows),
+      m_vLiterals(context.code.nRows)
 {
     for (const SCode::SConstant& constant : context.code.vConstants)
     {
@@ -250,11 +252,7 @@ void CNumberRecorder::PassOn(const SMade& made, uint32_t nInstruction, uint64_t 
 
 void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step)
 {
-    const SIntegerRule& rule = FindRule(step.nOp).integers;
-    if (rule.nFault == 0)
-    {
-        return;
-    }
+    const SIntegerRule& rule = m_pRules[step.nOp].integers;
     const ELaneType eType = GetLaneRule(step.nOp).eIn[0];
     const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
     const uint32_t nBegin = bUniform ? 0 : block.GetFirstLane();
@@ -302,8 +300,12 @@ void CNumberRecorder::Stepping(const CBlock& block, const SMicroOp& step)
     {
         return;
     }
-    CheckIntegers(block, step);
-    if (FindRule(step.nOp).nExponent == 0)
+    const SNumberRule& rule = m_pRules[step.nOp];
+    if (rule.integers.nFault != 0)
+    {
+        CheckIntegers(block, step);
+    }
+    if (rule.nExponent == 0)
     {
         return;
     }
@@ -339,7 +341,7 @@ bool CNumberRecorder::TouchesKnown(const SMicroOp& step) const
 
 void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
 {
-    const SNumberRule& number = FindRule(step.nOp);
+    const SNumberRule& number = m_pRules[step.nOp];
     const uint32_t nExponent = number.nExponent;
     if (nExponent == 0 || (number.bNoted && !TakeFlags() && !TouchesKnown(step)))
     {

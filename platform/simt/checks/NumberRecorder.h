@@ -14,6 +14,7 @@ namespace KestrelPlatform
 
 class CFindings;
 struct SLaunchContext;
+struct SNumberRule;
 
 /// Finds the instructions that make NaN or infinity of other numbers, and follows these to the buffers that they reach;
 /// and integer operations that have no right result.
@@ -49,11 +50,12 @@ private:
 
     const SLaunchContext& m_Context;
     CFindings& m_Findings;
-    std::vector<SMade> m_vMade;    ///< by row
-    uint32_t m_nKnown = 0;         ///< rows of which something is known
-    std::vector<char> m_vLiterals; ///< by row: whether it holds a literal
-    SMade m_Local;                 ///< what was stored into local memory last
-    SLaneRow m_Kept[2];            ///< the operands that the step under way overwrites
+    const SNumberRule* const m_pRules; ///< by operation
+    std::vector<SMade> m_vMade;        ///< by row
+    uint32_t m_nKnown = 0;             ///< rows of which something is known
+    std::vector<char> m_vLiterals;     ///< by row: whether it holds a literal
+    SMade m_Local;                     ///< what was stored into local memory last
+    SLaneRow m_Kept[2];                ///< the operands that the step under way overwrites
     uint32_t m_KeptRows[2] = {0, 0};
     uint32_t m_nKept = 0;
     std::set<std::tuple<uint32_t, uint32_t, uint64_t>> m_setPassed; ///< made where, passed on where, into which memory
