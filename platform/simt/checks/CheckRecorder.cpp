@@ -32,6 +32,16 @@ void CopyStored(const CBlock& block, const SAccess& access, uint32_t nLane, unsi
     }
 }
 
+template <class T>
+void CopyNarrow(const uint32_t* pFrom, uint32_t nCount, unsigned char* pTo)
+{
+    for (uint32_t n = 0; n < nCount; ++n)
+    {
+        const T value = static_cast<T>(pFrom[n]);
+        std::memcpy(pTo + n * sizeof(T), &value, sizeof(T));
+    }
+}
+
 } // namespace
 
 SCheckTotals::SCheckTotals(const SLaunchContext& contextIn) : context(contextIn), written(contextIn.launch.vMemory)
@@ -273,7 +283,7 @@ bool CCheckRecorder::PlacePlane(const CBlock& block, const SAccess& access, SRac
         return false;
     }
     plane.nFirst = row.nLow + (plane.nFirst - nLow);
-    return row.nLow >= row.nEnd ||
+    return row.nLow >= row.nEnd || row.nBytes % 4 != 0 ||
            ((plane.nFirst | static_cast<uint64_t>(plane.nStep) | static_cast<uint64_t>(plane.nPieceStep)) & 3) == 0;
 }
 
@@ -325,7 +335,7 @@ bool CCheckRecorder::PlaceListed(const CBlock& block, const SAccess& access, SRa
         nAny |= (m_vAddresses[n] + nMoved) & ~nInactive;
         m_vAddresses[n] = (m_vAddresses[n] + nMoved) | nInactive;
     }
-    return nAny % 4 == 0 && (row.eKind != RACE_WRITE || GoUp(row));
+    return (nAny % 4 == 0 || row.nBytes % 4 != 0) && (row.eKind != RACE_WRITE || GoUp(row));
 }
 
 /// Whether each work-item's bytes lie behind those of the one before.
@@ -368,7 +378,8 @@ bool CCheckRecorder::PlaceEach(const CBlock& block, const SAccess& access, SRace
             m_vAddresses[n - nBegin] = CIntervalRows::s_nInactive;
             continue;
         }
-        if (!bPlace || race.nAddress % 4 != 0 || (row.eKind == RACE_WRITE && race.nAddress < row.nEnd) ||
+        if (!bPlace || (race.nAddress % 4 != 0 && row.nBytes % 4 == 0) ||
+            (row.eKind == RACE_WRITE && race.nAddress < row.nEnd) ||
             (access.eSpace == SAccess::Global && nRange != ~0u && nRange != m_nRange))
         {
             return false;
@@ -391,6 +402,12 @@ const unsigned char* CCheckRecorder::StoredOf(const CBlock& block, const SAccess
         return reinterpret_cast<const unsigned char*>(block.Row(access.nRows[0]) + nBegin);
     }
     m_vStored.resize(s_nLanes * 16);
+    if (access.nWords == 1)
+    {
+        const auto copy = access.nElementBytes == 1 ? CopyNarrow<uint8_t> : CopyNarrow<uint16_t>;
+        copy(block.Row(access.nRows[0]) + nBegin, row.nCount, m_vStored.data());
+        return m_vStored.data();
+    }
     for (uint32_t n = 0; n < row.nCount; ++n)
     {
         CopyStored(block, access, nBegin + n, &m_vStored[n * row.nBytes]);
@@ -407,7 +424,7 @@ bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const S
     row.eKind = RaceKindOf(access);
     row.nNumber = static_cast<uint16_t>(step.nAux);
     row.nCount = block.GetEndLane() - block.GetFirstLane();
-    if (context.nGroupsPerBlock > 1 || row.nBytes % 4 != 0)
+    if (context.nGroupsPerBlock > 1)
     {
         return false;
     }

@@ -146,8 +146,8 @@ bool CGroupRaces::Merge(SPage& page, const SPart& part)
     {
         SPart& other = *pOther;
         if (other.nBegin != part.nBegin || other.nEnd != part.nEnd || other.nFirst != part.nFirst ||
-            other.nItemBytes != part.nItemBytes || other.eKind != part.eKind || other.nItem != part.nItem ||
-            other.nNumber != part.nNumber)
+            other.nStep != part.nStep || other.nBytes != part.nBytes || other.eKind != part.eKind ||
+            other.nItem != part.nItem || other.nNumber != part.nNumber)
         {
             continue;
         }
@@ -182,31 +182,70 @@ void CGroupRaces::AddPart(SPage& page, const SPart& part)
     page.pParts[page.nParts++] = part;
 }
 
-/// Takes a part over to the words of its kind.
-void CGroupRaces::Spread(SPage& page, const SPart& part)
+/// Takes what one work-item of a part has touched over to the units of its kind.
+void CGroupRaces::SpreadItem(SPage& page, const SPart& part, uint32_t nItem, uint32_t nBegin, uint32_t nEnd)
 {
     STwo* const pKind = Kind(page, part.eKind);
     SRaceAccess access;
     access.nNumber = part.nNumber;
-    for (uint32_t n = part.nBegin; n < part.nEnd; n += page.nUnit)
+    access.nItem = static_cast<uint16_t>(part.nItem + nItem);
+    access.nGroup = part.nGroup;
+    const uint64_t nEntry = MakeEntry(access);
+    access.nGroup = part.nOther;
+    const uint64_t nOther = part.nOther == ~0u ? nEntry : MakeEntry(access);
+    for (uint32_t n = nBegin; n < nEnd; n += page.nUnit)
     {
-        const uint32_t nItem = part.nItemBytes == 0 ? 0 : (n - static_cast<uint32_t>(part.nFirst)) / part.nItemBytes;
-        access.nItem = static_cast<uint16_t>(part.nItem + nItem);
-        access.nGroup = part.nGroup;
-        pKind[n / page.nUnit].Add(MakeEntry(access));
-        access.nGroup = part.nOther;
-        if (part.nOther != ~0u)
+        pKind[n / page.nUnit].Add(nEntry);
+        pKind[n / page.nUnit].Add(nOther);
+    }
+}
+
+void CGroupRaces::Spread(SPage& page, const SPart& part)
+{
+    if (!part.HasWords())
+    {
+        Split(page);
+    }
+    if (part.nStep == 0)
+    {
+        return SpreadItem(page, part, 0, part.nBegin, part.nEnd);
+    }
+    const int32_t nBegin = part.nBegin;
+    const int32_t nEnd = part.nEnd;
+    for (int32_t n = (nBegin - part.nFirst) / part.nStep; part.nFirst + n * part.nStep < nEnd; ++n)
+    {
+        const int32_t nFirst = part.nFirst + n * part.nStep;
+        SpreadItem(page, part, static_cast<uint32_t>(n), static_cast<uint32_t>(std::max(nFirst, nBegin)),
+                   static_cast<uint32_t>(std::max(std::min(nFirst + part.nBytes, nEnd), nBegin)));
+    }
+}
+
+/// The values of a part of a row, of a page that begins at nStart.
+void CGroupRaces::NoteRow(SPage& page, const SPart& part, const SRaceRow& row, uint64_t nStart,
+                          const unsigned char* pValues)
+{
+    if (part.nStep == 0 || part.nStep == part.nBytes)
+    {
+        return NoteValues(page, part.nBegin, part.nEnd, pValues + (nStart + part.nBegin - row.nLow));
+    }
+    for (uint32_t n = 0; n < row.nCount; ++n)
+    {
+        const int32_t nFirst = part.nFirst + static_cast<int32_t>(n) * part.nStep;
+        const int32_t nBegin = std::max<int32_t>(nFirst, part.nBegin);
+        const int32_t nEnd = std::min<int32_t>(nFirst + part.nBytes, part.nEnd);
+        if (nBegin < nEnd)
         {
-            pKind[n / page.nUnit].Add(MakeEntry(access));
+            NoteValues(page, static_cast<uint64_t>(nBegin), static_cast<uint64_t>(nEnd),
+                       pValues + size_t{n} * part.nBytes + (nBegin - nFirst));
         }
     }
 }
 
 void CGroupRaces::TouchRow(uint32_t nRange, const SRaceRow& row, uint64_t nGroup, const unsigned char* pValues)
 {
-    const bool bOne = row.plane.nStep == 0;
     SPart part;
-    part.nItemBytes = static_cast<uint16_t>(bOne ? 0 : row.nBytes);
+    part.nStep = static_cast<uint8_t>(row.plane.nStep);
+    part.nBytes = static_cast<uint8_t>(row.nBytes);
     part.eKind = row.eKind;
     part.nItem = row.nItem;
     part.nNumber = row.nNumber;
@@ -216,12 +255,12 @@ void CGroupRaces::TouchRow(uint32_t nRange, const SRaceRow& row, uint64_t nGroup
         const uint64_t nStart = nPage * s_nPageBytes;
         part.nBegin = static_cast<uint16_t>(std::max(row.nLow, nStart) - nStart);
         part.nEnd = static_cast<uint16_t>(std::min(row.nEnd - nStart, s_nPageBytes));
-        part.nFirst = static_cast<int16_t>(bOne ? 0 : row.plane.nFirst - nStart);
+        part.nFirst = static_cast<int16_t>(part.nStep == 0 ? 0 : row.plane.nFirst - nStart);
         const std::lock_guard<std::mutex> lock(m_Mutexes[nPage % m_Mutexes.size()]);
         SPage& page = Page(nRange, nPage);
         if (row.eKind == RACE_WRITE)
         {
-            NoteValues(page, part.nBegin, part.nEnd, pValues + (nStart + part.nBegin - row.nLow));
+            NoteRow(page, part, row, nStart, pValues);
         }
         if (!Merge(page, part))
         {

@@ -29,6 +29,8 @@ std::vector<uint32_t> FindAccessInstructions(const SCode& code);
 class CGroupRaces
 {
 public:
+    static constexpr int64_t s_nMostStep = 64;
+
     explicit CGroupRaces(const SLaunchContext& context);
     CGroupRaces(const CGroupRaces&) = delete;
     CGroupRaces& operator=(const CGroupRaces&) = delete;
@@ -36,8 +38,8 @@ public:
     /// Takes accesses of one kind to a memory object. Any thread. Throws std::bad_alloc.
     /// \param nRange  which of the launch's
     void Touch(uint32_t nRange, const SRaceAccess* pAccesses, uint32_t nCount);
-    /// Takes a row of one kind of access that leaves no gaps: an even one, or bytes that its first work-item has
-    /// touched all of, which its step of 0 tells.
+    /// Takes an even row of one kind of access of which each work-item's bytes lie behind those of the one before, by
+    /// s_nMostStep at most. Or bytes that its first work-item has touched all of, which its step of 0 tells.
     /// \param pValues  that a write stores, one work-item after the other
     void TouchRow(uint32_t nRange, const SRaceRow& row, uint64_t nGroup, const unsigned char* pValues);
     /// Tells of all pairs that raced. For when the launch has ended.
@@ -59,13 +61,16 @@ private:
     {
         uint16_t nBegin = 0; ///< bytes from the start of the page
         uint16_t nEnd = 0;
-        int16_t nFirst = 0;      ///< where the first work-item's are, which may be in an earlier page
-        uint16_t nItemBytes = 0; ///< that each has touched; 0 if the first has touched them all
+        int16_t nFirst = 0; ///< where the first work-item's are, which may be in an earlier page
         uint16_t nItem = 0;
         uint16_t nNumber = 0;
+        uint8_t nStep = 0;  ///< from each work-item's to the next; 0 if the first has touched them all
+        uint8_t nBytes = 0; ///< of each
         ERaceKind eKind = RACE_READ;
         uint32_t nGroup = 0; ///< the lowest
         uint32_t nOther = ~0u;
+
+        bool HasWords() const { return (nStep == 0 ? nBegin | nEnd : nFirst | nStep | nBytes) % 4 == 0; }
     };
     /// All of it lies in the arena.
     struct SPage
@@ -82,11 +87,13 @@ private:
     STwo* Kind(SPage& page, ERaceKind eKind);
     void Split(SPage& page);
     void TouchPage(SPage& page, const SRaceAccess& access);
+    void NoteRow(SPage& page, const SPart& part, const SRaceRow& row, uint64_t nStart, const unsigned char* pValues);
     void NoteValues(SPage& page, uint64_t nBegin, uint64_t nEnd, const unsigned char* pBytes);
     static bool Merge(SPage& page, const SPart& part);
     void AddPart(SPage& page, const SPart& part);
     static bool MayRace(const SPage& page);
     void Spread(SPage& page, const SPart& part);
+    void SpreadItem(SPage& page, const SPart& part, uint32_t nItem, uint32_t nBegin, uint32_t nEnd);
     void ReportUnit(const SPage& page, size_t nUnit, uint64_t nAddress, CFindings& findings) const;
     void ReportPair(uint64_t nOne, uint64_t nTwo, const SPlatformFinding& like, CFindings& findings) const;
 

@@ -49,11 +49,12 @@ void CGroupRows::TouchPlane(uint32_t nRange, SRaceRow row, uint64_t nGroup, cons
         row = PieceOf(row, 0);
     }
     const uint32_t nWidth = row.plane.GetWidth(row.nCount);
-    if (row.plane.nStep == 0 && row.eKind != RACE_WRITE)
+    const int64_t nBytes = row.nBytes;
+    if (row.plane.nStep == 0 && row.eKind != RACE_WRITE && nBytes % 4 == 0)
     {
         return AddRun(nRange, row, nGroup);
     }
-    if (row.plane.nStep == 0 || row.plane.nStep == static_cast<int64_t>(row.nBytes))
+    if (row.plane.nStep == 0 || (row.plane.nStep >= nBytes && row.plane.nStep <= CGroupRaces::s_nMostStep))
     {
         for (uint32_t n = 0; n < row.plane.GetPieces(row.nCount); ++n)
         {

@@ -9,8 +9,8 @@
 namespace KestrelPlatform
 {
 
-/// Hands the rows of a block on to CGroupRaces in parts that leave no gaps. What a loop reads word after word, each of
-/// them the same one for many work-items, is put together first.
+/// Hands the rows of a block on to CGroupRaces, in even parts where there are any. What a loop reads word after word,
+/// each of them the same one for many work-items, is put together first.
 class CGroupRows
 {
 public:

@@ -10,7 +10,7 @@
 namespace KestrelPlatform
 {
 
-/// One access of consecutive work-items of a group, by whole words.
+/// One access of consecutive work-items of a group, by whole words or by bytes of them.
 struct SRaceRow
 {
     SAddressPlane plane; ///< where they touch memory, if bPlane

@@ -29,17 +29,17 @@ SRandomRow MakeRow(std::mt19937& random)
     SRandomRow made;
     SRaceRow& row = made.row;
     row.eKind = static_cast<ERaceKind>(random() % 3);
-    row.nBytes = 4u << random() % 2;
+    row.nBytes = 1u << random() % 4;
     row.nCount = 1 + random() % 32;
     row.nItem = static_cast<uint16_t>(random() % 3 * 32);
     row.nNumber = static_cast<uint16_t>(random() % 4);
     row.bPlane = random() % 3 != 0;
     row.nCount = random() % 3 == 0 ? 32 : row.nCount;
-    const int64_t steps[] = {row.nBytes, row.nBytes, -int64_t{row.nBytes}, 16, 0};
+    const int64_t steps[] = {row.nBytes, row.nBytes, -int64_t{row.nBytes}, 16, 64, 0};
     row.plane.nFirst = 1024 + random() % 8 * 128 + (random() % 2 ? row.nItem * 8 : 0);
     do
     { // of rows in pieces, those of which work-items write the same word can't be
-        row.plane.nStep = steps[random() % 5];
+        row.plane.nStep = steps[random() % 6];
         row.plane.nShift = row.nCount == 32 && random() % 2 ? 3 + random() % 2 : SAddressPlane::s_nEvenShift;
         const int64_t pieceSteps[] = {0, row.nBytes, 64, 128, -256};
         row.plane.nPieceStep = row.plane.IsEven() ? 0 : pieceSteps[random() % 5];
