@@ -4,6 +4,7 @@
 #include "platform/simt/checks/Findings.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -16,17 +17,13 @@ namespace
 
 const uint64_t s_nPageBytes = s_nRacePageBytes;
 const uint16_t s_nFirstParts = 4;
-const uint16_t s_nMostParts = 32;
+const uint16_t s_nMostParts = 64;
 const uint64_t s_nNobody = ~uint64_t(0);
 
-uint64_t MakeEntry(const SRaceAccess& access)
+/// Bits that numbers below nCount take.
+uint32_t BitsOf(uint64_t nCount)
 {
-    return access.nGroup << 32 | static_cast<uint64_t>(access.nItem) << 16 | access.nNumber;
-}
-
-uint64_t GroupOf(uint64_t nEntry)
-{
-    return nEntry >> 32;
+    return static_cast<uint32_t>(std::bit_width(std::max<uint64_t>(nCount, 1) - 1));
 }
 
 } // namespace
@@ -44,9 +41,9 @@ std::vector<uint32_t> FindAccessInstructions(const SCode& code)
     return vInstructions;
 }
 
-void CGroupRaces::STwo::Add(uint64_t nEntry)
+void CGroupRaces::STwo::Add(uint64_t nEntry, uint32_t nGroupShift)
 {
-    if (GroupOf(nEntry) == GroupOf(nFirst))
+    if (nEntry >> nGroupShift == nFirst >> nGroupShift)
     {
         nFirst = std::min(nFirst, nEntry);
     }
@@ -62,7 +59,10 @@ void CGroupRaces::STwo::Add(uint64_t nEntry)
 }
 
 CGroupRaces::CGroupRaces(const SLaunchContext& context)
-    : m_Context(context), m_vInstructions(FindAccessInstructions(context.code))
+    : m_Context(context), m_nItemShift(BitsOf(context.code.vAccesses.size())),
+      m_nGroupShift(m_nItemShift + BitsOf(context.nGroupSize)),
+      m_bShort(context.nGroupCount <= uint64_t{0xFFFFFFFF} >> m_nGroupShift),
+      m_vInstructions(FindAccessInstructions(context.code))
 {
     for (const SMemoryRange& range : context.launch.vMemory)
     {
@@ -80,16 +80,50 @@ CGroupRaces::SPage& CGroupRaces::Page(uint32_t nRange, uint64_t nPage)
     return *pPage;
 }
 
-/// The units of a page for a kind of access.
-CGroupRaces::STwo* CGroupRaces::Kind(SPage& page, ERaceKind eKind)
+/// An access in as few bits as the launch's take, in the order of groups.
+uint64_t CGroupRaces::MakeEntry(uint64_t nGroup, uint32_t nItem, uint32_t nNumber) const
 {
+    return nGroup << m_nGroupShift | static_cast<uint64_t>(nItem) << m_nItemShift | nNumber;
+}
+
+CGroupRaces::STwo CGroupRaces::GetTwo(const SPage& page, ERaceKind eKind, size_t nUnit) const
+{
+    STwo two;
     if (!page.pKinds[eKind])
     {
-        const size_t nUnits = s_nPageBytes / page.nUnit;
-        page.pKinds[eKind] = static_cast<STwo*>(m_Arena.Take(nUnits * sizeof(STwo)));
-        std::uninitialized_fill_n(page.pKinds[eKind], nUnits, STwo());
+        return two;
     }
-    return page.pKinds[eKind];
+    if (!m_bShort)
+    {
+        std::memcpy(&two, page.pKinds[eKind] + nUnit * sizeof(STwo), sizeof(STwo));
+        return two;
+    }
+    uint32_t entries[2];
+    std::memcpy(entries, page.pKinds[eKind] + nUnit * sizeof entries, sizeof entries);
+    two.nFirst = entries[0] == ~0u ? s_nNobody : entries[0];
+    two.nOther = entries[1] == ~0u ? s_nNobody : entries[1];
+    return two;
+}
+
+void CGroupRaces::SetTwo(SPage& page, ERaceKind eKind, size_t nUnit, const STwo& two)
+{
+    const uint32_t entries[2] = {static_cast<uint32_t>(two.nFirst), static_cast<uint32_t>(two.nOther)};
+    const size_t nBytes = m_bShort ? sizeof entries : sizeof(STwo);
+    if (!page.pKinds[eKind])
+    {
+        const size_t nAll = s_nPageBytes / page.nUnit * nBytes;
+        page.pKinds[eKind] = static_cast<unsigned char*>(m_Arena.Take(nAll));
+        std::memset(page.pKinds[eKind], 0xFF, nAll); // nobody
+    }
+    std::memcpy(page.pKinds[eKind] + nUnit * nBytes,
+                m_bShort ? static_cast<const void*>(entries) : static_cast<const void*>(&two), nBytes);
+}
+
+void CGroupRaces::AddEntry(SPage& page, ERaceKind eKind, size_t nUnit, uint64_t nEntry)
+{
+    STwo two = GetTwo(page, eKind, nUnit);
+    two.Add(nEntry, m_nGroupShift);
+    SetTwo(page, eKind, nUnit, two);
 }
 
 void CGroupRaces::Split(SPage& page)
@@ -98,13 +132,14 @@ void CGroupRaces::Split(SPage& page)
     {
         return;
     }
+    const SPage words = page;
     page.nUnit = 1;
     for (const ERaceKind eKind : {RACE_READ, RACE_WRITE, RACE_ATOMIC})
     {
-        const STwo* const pWords = std::exchange(page.pKinds[eKind], nullptr);
-        for (size_t n = 0; pWords && n < s_nPageBytes; ++n)
+        page.pKinds[eKind] = nullptr;
+        for (size_t n = 0; words.pKinds[eKind] && n < s_nPageBytes; ++n)
         {
-            Kind(page, eKind)[n] = pWords[n / 4];
+            SetTwo(page, eKind, n, GetTwo(words, eKind, n / 4));
         }
     }
 }
@@ -118,15 +153,14 @@ void CGroupRaces::TouchPage(SPage& page, const SRaceAccess& access)
     {
         Split(page);
     }
-    STwo* const pKind = Kind(page, access.eKind);
-    const uint64_t nEntry = MakeEntry(access);
+    const uint64_t nEntry = MakeEntry(access.nGroup, access.nItem, access.nNumber);
     if (access.eKind == RACE_WRITE)
     {
         NoteValues(page, nBegin, nEnd, access.bytes);
     }
     for (uint64_t n = nBegin; n < nEnd; n += page.nUnit)
     {
-        pKind[n / page.nUnit].Add(nEntry);
+        AddEntry(page, access.eKind, n / page.nUnit, nEntry);
     }
 }
 
@@ -139,30 +173,41 @@ void CGroupRaces::NoteValues(SPage& page, uint64_t nBegin, uint64_t nEnd, const 
     page.pValues->Note(nBegin, nEnd, pBytes);
 }
 
+/// Rows come again in the order in which they came before, from other groups: the one behind the last is tried first.
+CGroupRaces::SPart* CGroupRaces::FindPart(SPage& page, const SPart& part)
+{
+    const auto isSame = [&part](const SPart& other)
+    {
+        return other.nBegin == part.nBegin && other.nEnd == part.nEnd && other.nFirst == part.nFirst &&
+               other.nStep == part.nStep && other.nBytes == part.nBytes && other.eKind == part.eKind &&
+               other.nItem == part.nItem && other.nNumber == part.nNumber;
+    };
+    for (uint32_t n = 0; n < page.nParts; ++n)
+    {
+        const uint32_t nTried = page.nNext + n < page.nParts ? page.nNext + n : page.nNext + n - page.nParts;
+        if (isSame(page.pParts[nTried]))
+        {
+            page.nNext = static_cast<uint16_t>(nTried + 1 < page.nParts ? nTried + 1 : 0);
+            return &page.pParts[nTried];
+        }
+    }
+    return nullptr;
+}
+
 /// Of rows that differ in their group alone those of the two lowest groups count. \return false if there is none yet
 bool CGroupRaces::Merge(SPage& page, const SPart& part)
 {
-    for (SPart* pOther = page.pParts; pOther != page.pParts + page.nParts; ++pOther)
+    SPart* const pSame = FindPart(page, part);
+    if (pSame && part.nGroup < pSame->nGroup)
     {
-        SPart& other = *pOther;
-        if (other.nBegin != part.nBegin || other.nEnd != part.nEnd || other.nFirst != part.nFirst ||
-            other.nStep != part.nStep || other.nBytes != part.nBytes || other.eKind != part.eKind ||
-            other.nItem != part.nItem || other.nNumber != part.nNumber)
-        {
-            continue;
-        }
-        if (part.nGroup < other.nGroup)
-        {
-            other.nOther = other.nGroup;
-            other.nGroup = part.nGroup;
-        }
-        else if (part.nGroup > other.nGroup)
-        {
-            other.nOther = std::min(other.nOther, part.nGroup);
-        }
-        return true;
+        pSame->nOther = pSame->nGroup;
+        pSame->nGroup = part.nGroup;
     }
-    return false;
+    else if (pSame && part.nGroup > pSame->nGroup)
+    {
+        pSame->nOther = std::min(pSame->nOther, part.nGroup);
+    }
+    return pSame != nullptr;
 }
 
 void CGroupRaces::AddPart(SPage& page, const SPart& part)
@@ -185,18 +230,14 @@ void CGroupRaces::AddPart(SPage& page, const SPart& part)
 /// Takes what one work-item of a part has touched over to the units of its kind.
 void CGroupRaces::SpreadItem(SPage& page, const SPart& part, uint32_t nItem, uint32_t nBegin, uint32_t nEnd)
 {
-    STwo* const pKind = Kind(page, part.eKind);
-    SRaceAccess access;
-    access.nNumber = part.nNumber;
-    access.nItem = static_cast<uint16_t>(part.nItem + nItem);
-    access.nGroup = part.nGroup;
-    const uint64_t nEntry = MakeEntry(access);
-    access.nGroup = part.nOther;
-    const uint64_t nOther = part.nOther == ~0u ? nEntry : MakeEntry(access);
+    const uint64_t nEntry = MakeEntry(part.nGroup, part.nItem + nItem, part.nNumber);
     for (uint32_t n = nBegin; n < nEnd; n += page.nUnit)
     {
-        pKind[n / page.nUnit].Add(nEntry);
-        pKind[n / page.nUnit].Add(nOther);
+        AddEntry(page, part.eKind, n / page.nUnit, nEntry);
+        if (part.nOther != ~0u)
+        {
+            AddEntry(page, part.eKind, n / page.nUnit, MakeEntry(part.nOther, part.nItem + nItem, part.nNumber));
+        }
     }
 }
 
@@ -298,10 +339,14 @@ void CGroupRaces::Touch(uint32_t nRange, const SRaceAccess* pAccesses, uint32_t 
 
 void CGroupRaces::ReportPair(uint64_t nOne, uint64_t nTwo, const SPlatformFinding& like, CFindings& findings) const
 {
-    const auto item = [this](uint64_t nEntry)
-    { return m_Context.FindWorkItem(GroupOf(nEntry), static_cast<uint32_t>(nEntry >> 16 & 0xFFFF)); };
-    SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_RACE, m_vInstructions[nOne & 0xFFFF], item(nOne));
-    finding.nOther = m_vInstructions[nTwo & 0xFFFF];
+    const uint64_t nItemMask = (uint64_t(1) << (m_nGroupShift - m_nItemShift)) - 1;
+    const uint64_t nNumberMask = (uint64_t(1) << m_nItemShift) - 1;
+    const auto item = [&](uint64_t nEntry) {
+        return m_Context.FindWorkItem(nEntry >> m_nGroupShift,
+                                      static_cast<uint32_t>(nEntry >> m_nItemShift & nItemMask));
+    };
+    SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_RACE, m_vInstructions[nOne & nNumberMask], item(nOne));
+    finding.nOther = m_vInstructions[nTwo & nNumberMask];
     finding.nOtherItem = item(nTwo);
     finding.bWrite = 1;
     finding.bOtherWrite = like.bOtherWrite;
@@ -314,16 +359,14 @@ void CGroupRaces::ReportPair(uint64_t nOne, uint64_t nTwo, const SPlatformFindin
 
 void CGroupRaces::ReportUnit(const SPage& page, size_t nUnit, uint64_t nAddress, CFindings& findings) const
 {
-    const auto get = [&page, nUnit](ERaceKind eKind)
-    { return page.pKinds[eKind] ? page.pKinds[eKind][nUnit] : STwo(); };
-    const STwo writes = get(RACE_WRITE);
-    const STwo reads = get(RACE_READ);
-    const STwo atomics = get(RACE_ATOMIC);
+    const STwo writes = GetTwo(page, RACE_WRITE, nUnit);
+    const STwo reads = GetTwo(page, RACE_READ, nUnit);
+    const STwo atomics = GetTwo(page, RACE_ATOMIC, nUnit);
     SPlatformFinding like = {};
     like.nAddress = nAddress;
     like.nBytes = page.nUnit;
-    const auto other = [](const STwo& two, uint64_t nEntry)
-    { return GroupOf(two.nFirst) != GroupOf(nEntry) ? two.nFirst : two.nOther; };
+    const auto other = [this](const STwo& two, uint64_t nEntry)
+    { return two.nFirst >> m_nGroupShift != nEntry >> m_nGroupShift ? two.nFirst : two.nOther; };
     like.bUnequal = 1;
     if (writes.nFirst != s_nNobody && other(reads, writes.nFirst) != s_nNobody)
     {

@@ -54,7 +54,7 @@ private:
         uint64_t nFirst = ~uint64_t(0);
         uint64_t nOther = ~uint64_t(0);
 
-        void Add(uint64_t nEntry);
+        void Add(uint64_t nEntry, uint32_t nGroupShift);
     };
     /// What rows that differ in nothing but their group have touched of a page.
     struct SPart
@@ -75,20 +75,25 @@ private:
     /// All of it lies in the arena.
     struct SPage
     {
-        uint32_t nUnit = 4;  ///< bytes
+        uint16_t nUnit = 4;  ///< bytes
         uint16_t nParts = 0; ///< that aren't among the kinds yet
         uint16_t nRoom = 0;  ///< for them
+        uint16_t nNext = 0;  ///< the part to look at first
         SPart* pParts = nullptr;
-        STwo* pKinds[3] = {};             ///< by RaceKind and unit; null if there was none in the page
+        unsigned char* pKinds[3] = {};    ///< entries by RaceKind and unit; null if there was none in the page
         SStoredValues* pValues = nullptr; ///< null if nothing was written
     };
 
     SPage& Page(uint32_t nRange, uint64_t nPage);
-    STwo* Kind(SPage& page, ERaceKind eKind);
+    uint64_t MakeEntry(uint64_t nGroup, uint32_t nItem, uint32_t nNumber) const;
+    STwo GetTwo(const SPage& page, ERaceKind eKind, size_t nUnit) const;
+    void SetTwo(SPage& page, ERaceKind eKind, size_t nUnit, const STwo& two);
+    void AddEntry(SPage& page, ERaceKind eKind, size_t nUnit, uint64_t nEntry);
     void Split(SPage& page);
     void TouchPage(SPage& page, const SRaceAccess& access);
     void NoteRow(SPage& page, const SPart& part, const SRaceRow& row, uint64_t nStart, const unsigned char* pValues);
     void NoteValues(SPage& page, uint64_t nBegin, uint64_t nEnd, const unsigned char* pBytes);
+    static SPart* FindPart(SPage& page, const SPart& part);
     static bool Merge(SPage& page, const SPart& part);
     void AddPart(SPage& page, const SPart& part);
     static bool MayRace(const SPage& page);
@@ -98,6 +103,9 @@ private:
     void ReportPair(uint64_t nOne, uint64_t nTwo, const SPlatformFinding& like, CFindings& findings) const;
 
     const SLaunchContext& m_Context;
+    uint32_t m_nItemShift;  ///< in an entry, above the number of the access
+    uint32_t m_nGroupShift; ///< above the work-item's
+    bool m_bShort;          ///< entries of the launch have 32 bits, else 64
     CShadowArena m_Arena;
     std::vector<std::vector<SPage*>> m_vPages; ///< by memory object
     std::array<std::mutex, 64> m_Mutexes;      ///< by page

@@ -135,15 +135,33 @@ TEST(RaceRows, WithinAGroupGiveWhatWorkItemsGive)
     EXPECT_LT(nKept, nAll);
 }
 
-TEST(RaceRows, BetweenGroupsGiveWhatWorkItemsGive)
+/// A launch of as many groups, of which each has 128 work-items, and four accesses.
+struct SGroupsLaunch
 {
-    CKernelRun kernel("mov r0.x, vAbsTidFlat.x\n");
-    std::vector<unsigned char> vMemory(16384);
-    kernel.launch.vMemory = {{0x1000, vMemory.size(), vMemory.data(), false, nullptr}};
-    kernel.SetSize(128 * 6, 128);
+    explicit SGroupsLaunch(uint64_t nGroups) : kernel("mov r0.x, vAbsTidFlat.x\n"), vMemory(16384)
+    {
+        kernel.launch.vMemory = {{0x1000, vMemory.size(), vMemory.data(), false, nullptr}};
+        kernel.SetSize(128, 128);
+        kernel.launch.nGlobalSize[0] = 128 * nGroups;
+        code.vAccesses.resize(4);
+    }
+
+    CKernelRun kernel;
+    std::vector<unsigned char> vMemory;
     SCode code;
-    code.vAccesses.resize(4);
-    const SLaunchContext context(kernel.launch, code);
+};
+
+class BetweenGroups : public testing::TestWithParam<uint64_t>
+{
+};
+
+// An access of so many groups takes more than 32 bits.
+INSTANTIATE_TEST_SUITE_P(RaceRows, BetweenGroups, testing::Values(6, uint64_t(1) << 30));
+
+TEST_P(BetweenGroups, RowsGiveWhatWorkItemsGive)
+{
+    const SGroupsLaunch launch(GetParam());
+    const SLaunchContext context(launch.kernel.launch, launch.code);
     size_t nFound = 0;
     for (uint32_t nSeed = 0; nSeed < 60; ++nSeed)
     {
@@ -155,7 +173,7 @@ TEST(RaceRows, BetweenGroupsGiveWhatWorkItemsGive)
         for (uint32_t n = 0; n < 2 + 3 * nSeed; ++n)
         {
             SRandomRow made = MakeRow(random);
-            const uint64_t nGroup = random() % 6;
+            const uint64_t nGroup = GetParam() - 1 - random() % 6;
             const bool bRow = random() % 4 != 0;
             Move(made, random() % 3 * 2048);
             // Loops go on where they were before.
@@ -195,6 +213,62 @@ TEST(RaceRows, BetweenGroupsGiveWhatWorkItemsGive)
         ASSERT_EQ(report(rows), vExpected) << nSeed;
     }
     EXPECT_GT(nFound, 40u);
+}
+
+/// What all groups together touch of the memory, and what is kept of it for each byte.
+struct SKept
+{
+    const char* pszName;
+    uint32_t nBytes;
+    bool bRows; ///< whole rows, else words and bytes in any order
+    std::vector<ERaceKind> vKinds;
+    double fMost;
+};
+
+const SKept s_Kept[] = {
+    {"rows of words", 4, true, {RACE_READ, RACE_WRITE, RACE_ATOMIC}, 2},
+    {"rows of bytes", 1, true, {RACE_READ, RACE_WRITE}, 3},
+    {"words", 4, false, {RACE_READ, RACE_WRITE, RACE_ATOMIC}, 8},
+    {"bytes that are read", 1, false, {RACE_READ}, 8.25},
+};
+
+TEST(RaceRows, KeepFewBytesOfEach)
+{
+    for (const SKept& kept : s_Kept)
+    {
+        SCOPED_TRACE(kept.pszName);
+        const SGroupsLaunch launch(16384 / kept.nBytes / 128);
+        const SLaunchContext context(launch.kernel.launch, launch.code);
+        CGroupRaces races(context);
+        const std::vector<unsigned char> vValues(128 * size_t{kept.nBytes});
+        for (const ERaceKind eKind : kept.vKinds)
+        {
+            for (uint64_t nGroup = 0; nGroup < context.nGroupCount; ++nGroup)
+            {
+                SRaceRow row;
+                row.plane = {nGroup * 128 * kept.nBytes, kept.nBytes};
+                row.nBytes = kept.nBytes;
+                row.nCount = 128;
+                row.nLow = row.plane.GetLow(128);
+                row.nEnd = row.plane.GetHigh(128) + kept.nBytes;
+                row.eKind = eKind;
+                for (uint32_t n = 0; n < 128 && !kept.bRows; ++n)
+                {
+                    const SRaceAccess access = {row.plane.At(n),          kept.nBytes, eKind,
+                                                static_cast<uint16_t>(n), 0,           nGroup};
+                    races.Touch(0, &access, 1);
+                }
+                if (kept.bRows)
+                {
+                    races.TouchRow(0, row, nGroup, vValues.data());
+                }
+            }
+        }
+        const double fKept = static_cast<double>(races.GetBytes()) / 16384;
+        EXPECT_LE(fKept, kept.fMost);
+        EXPECT_GT(fKept, 0);
+        RecordProperty(kept.pszName, std::to_string(fKept));
+    }
 }
 
 } // namespace
