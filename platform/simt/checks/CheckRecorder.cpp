@@ -173,7 +173,7 @@ void CCheckRecorder::Accessing(const CBlock& block, const SMicroOp& step, const 
     {
         CheckAlignment(block, step, access);
     }
-    if (m_Checks.totals.pGroups && !CheckRow(block, step, access))
+    if (m_Checks.totals.pGroups && !CheckRows(block, step, access))
     {
         CheckRaces(block, step, access);
     }
@@ -269,10 +269,11 @@ bool CCheckRecorder::IsReadOnly(const SAccess& access, uint64_t nAddress, uint64
 }
 
 /// All lanes are active, and lie as a plane within one memory object. \return false if not
-bool CCheckRecorder::PlacePlane(const CBlock& block, const SAccess& access, SRaceRow& row)
+bool CCheckRecorder::PlacePlane(const CBlock& block, const SAccess& access, const SLanes& lanes, SRaceRow& row)
 {
     SAddressPlane& plane = row.plane;
-    if (block.GetActive() != row.nCount || !block.FindPlane(access, block.GetFirstLane(), block.GetEndLane(), plane) ||
+    if (block.GetActive() != block.GetEndLane() - block.GetFirstLane() ||
+        !block.FindPlane(access, lanes.nBegin, lanes.nEnd, plane) ||
         (row.eKind == RACE_WRITE && !plane.IsApart(row.nCount, row.nBytes)))
     {
         return false;
@@ -393,42 +394,62 @@ bool CCheckRecorder::PlaceEach(const CBlock& block, const SAccess& access, SRace
     return true;
 }
 
-/// What a row stores, one work-item after the other.
-const unsigned char* CCheckRecorder::StoredOf(const CBlock& block, const SAccess& access, const SRaceRow& row)
+/// What lanes store, one work-item after the other.
+const unsigned char* CCheckRecorder::StoredOf(const CBlock& block, const SAccess& access, const SLanes& lanes)
 {
-    const uint32_t nBegin = block.GetFirstLane();
     if (access.nWords == 1 && access.nElementBytes == 4)
     {
-        return reinterpret_cast<const unsigned char*>(block.Row(access.nRows[0]) + nBegin);
+        return reinterpret_cast<const unsigned char*>(block.Row(access.nRows[0]) + lanes.nBegin);
     }
     m_vStored.resize(s_nLanes * 16);
     if (access.nWords == 1)
     {
         const auto copy = access.nElementBytes == 1 ? CopyNarrow<uint8_t> : CopyNarrow<uint16_t>;
-        copy(block.Row(access.nRows[0]) + nBegin, row.nCount, m_vStored.data());
+        copy(block.Row(access.nRows[0]) + lanes.nBegin, lanes.nEnd - lanes.nBegin, m_vStored.data());
         return m_vStored.data();
     }
-    for (uint32_t n = 0; n < row.nCount; ++n)
+    for (uint32_t n = lanes.nBegin; n < lanes.nEnd; ++n)
     {
-        CopyStored(block, access, nBegin + n, &m_vStored[n * row.nBytes]);
+        CopyStored(block, access, n, &m_vStored[size_t{n - lanes.nBegin} * TotalBytes(access)]);
     }
     return m_vStored.data();
 }
 
-/// The same accesses as a row. \return false if they have to be looked at word by word
-bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const SAccess& access)
+/// The same accesses as rows, one of each group. \return false if they have to be looked at word by word, which does no
+/// harm to those that are kept as rows already
+bool CCheckRecorder::CheckRows(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const SLaunchContext& context = m_Checks.totals.context;
+    const uint32_t nEnd = block.GetEndLane();
+    if (context.nGroupsPerBlock == 1)
+    {
+        return CheckRow(block, step, access, {block.GetFirstLane(), nEnd});
+    }
+    if (context.nGroupSize < s_nGranule || block.GetActive() != nEnd - block.GetFirstLane())
+    {
+        return false;
+    }
+    for (uint32_t n = block.GetFirstLane(); n < nEnd;)
+    {
+        const uint32_t nNext = std::min(nEnd, (n / context.nGroupSize + 1) * context.nGroupSize);
+        if (!CheckRow(block, step, access, {n, nNext}))
+        {
+            return false;
+        }
+        n = nNext;
+    }
+    return true;
+}
+
+bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const SAccess& access, const SLanes& lanes)
+{
     SRaceRow row;
     row.nBytes = LaneBytes(access);
     row.eKind = RaceKindOf(access);
     row.nNumber = static_cast<uint16_t>(step.nAux);
-    row.nCount = block.GetEndLane() - block.GetFirstLane();
-    if (context.nGroupsPerBlock > 1)
-    {
-        return false;
-    }
-    if (!PlacePlane(block, access, row) && !PlaceListed(block, access, row))
+    row.nCount = lanes.nEnd - lanes.nBegin;
+    const bool bOneGroup = m_Checks.totals.context.nGroupsPerBlock == 1;
+    if (!PlacePlane(block, access, lanes, row) && (!bOneGroup || !PlaceListed(block, access, row)))
     {
         return false;
     }
@@ -436,18 +457,26 @@ bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const S
     { // what can't be written can't race
         return true;
     }
-    row.nSpace = access.eSpace == SAccess::Global ? (m_nRange + 1) * s_nLocalSpace : 0;
-    row.nItem = static_cast<uint16_t>(block.LocalIndexOfLane(block.GetFirstLane()));
-    const unsigned char* const pStored = row.eKind == RACE_WRITE ? StoredOf(block, access, row) : nullptr;
+    row.nSpace = SpaceOf(access, lanes.nBegin);
+    row.nItem = static_cast<uint16_t>(block.LocalIndexOfLane(lanes.nBegin));
+    const unsigned char* const pStored = row.eKind == RACE_WRITE ? StoredOf(block, access, lanes) : nullptr;
     if (!m_Checks.rows.Add(row, m_nInterval, pStored, m_vAddresses.data()))
     {
         return false;
     }
     if (m_pGroupRows && access.eSpace == SAccess::Global)
     {
-        m_pGroupRows->Touch(m_nRange, row, block.GetGroup(block.GetFirstLane()), pStored, m_vAddresses.data());
+        m_pGroupRows->Touch(m_nRange, row, block.GetGroup(lanes.nBegin), pStored, m_vAddresses.data());
     }
     return true;
+}
+
+/// Memory objects and the groups of a block have their own addresses.
+uint32_t CCheckRecorder::SpaceOf(const SAccess& access, uint32_t nLane) const
+{
+    const SLaunchContext& context = m_Checks.totals.context;
+    const uint32_t nSlot = context.nGroupsPerBlock > 1 ? nLane / context.nGroupSize : 0;
+    return nSlot + (access.eSpace == SAccess::Global ? (m_nRange + 1) * s_nLocalSpace : 0);
 }
 
 void CCheckRecorder::CheckRaces(const CBlock& block, const SMicroOp& step, const SAccess& access)
@@ -472,10 +501,7 @@ void CCheckRecorder::CheckRaces(const CBlock& block, const SMicroOp& step, const
         {
             CopyStored(block, access, n, race.bytes);
         }
-        // Memory objects and the groups of a block have their own addresses.
-        const uint32_t nSlot = context.nGroupsPerBlock > 1 ? n / context.nGroupSize : 0;
-        const uint32_t nSpace = nSlot + (bGlobal ? (m_nRange + 1) * s_nLocalSpace : 0);
-        m_Checks.races.Touch(race, nSpace, m_nInterval, m_vRaces);
+        m_Checks.races.Touch(race, SpaceOf(access, n), m_nInterval, m_vRaces);
         if (!m_vRaces.empty())
         {
             Report(block, step, access, n, race);

@@ -65,15 +65,24 @@ public:
     void Finish() override;
 
 private:
+    /// All of one group.
+    struct SLanes
+    {
+        uint32_t nBegin;
+        uint32_t nEnd;
+    };
+
     void CheckAlignment(const CBlock& block, const SMicroOp& step, const SAccess& access);
     void CheckRaces(const CBlock& block, const SMicroOp& step, const SAccess& access);
-    bool CheckRow(const CBlock& block, const SMicroOp& step, const SAccess& access);
-    bool PlacePlane(const CBlock& block, const SAccess& access, SRaceRow& row);
+    bool CheckRows(const CBlock& block, const SMicroOp& step, const SAccess& access);
+    bool CheckRow(const CBlock& block, const SMicroOp& step, const SAccess& access, const SLanes& lanes);
+    uint32_t SpaceOf(const SAccess& access, uint32_t nLane) const;
+    bool PlacePlane(const CBlock& block, const SAccess& access, const SLanes& lanes, SRaceRow& row);
     bool PlaceWhole(const CBlock& block, const SAccess& access, uint64_t nLow, uint64_t nHigh, SRaceRow& row);
     bool PlaceListed(const CBlock& block, const SAccess& access, SRaceRow& row);
     bool PlaceEach(const CBlock& block, const SAccess& access, SRaceRow& row);
     bool GoUp(const SRaceRow& row) const;
-    const unsigned char* StoredOf(const CBlock& block, const SAccess& access, const SRaceRow& row);
+    const unsigned char* StoredOf(const CBlock& block, const SAccess& access, const SLanes& lanes);
     bool IsReadOnly(const SAccess& access, uint64_t nAddress, uint64_t nBytes) const;
     bool FindPlace(const CBlock& block, const SAccess& access, uint32_t nLane, SRaceAccess& race);
     void TouchGroups();

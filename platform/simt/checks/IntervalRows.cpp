@@ -12,7 +12,7 @@ namespace
 const size_t s_nMostRows = 4096;
 const size_t s_nMostData = size_t(4) << 20;
 /// How far back the same row is looked for: loops repeat theirs soon.
-const size_t s_nLookBack = 8;
+const size_t s_nLookBack = 32;
 
 /// Whether the work-items of both rows touch words of their own alone, the same ones.
 bool AreOwn(const SRaceRow& one, const SRaceRow& other)
@@ -27,6 +27,12 @@ bool AreOwn(const SRaceRow& one, const SRaceRow& other)
     const bool bEven = one.plane.IsEven() && other.plane.IsEven() && one.nCount > 1 && other.nCount > 1;
     return bEven ? one.plane.nStep == other.plane.nStep && origin(one) == origin(other)
                  : one.plane == other.plane && one.nItem == other.nItem && one.nCount == other.nCount;
+}
+
+/// Where all work-items touch the same. Of a loop's reads, places may have come behind it.
+bool IsOnePlace(const SRaceRow& row)
+{
+    return row.bPlane && row.plane.IsEven() && row.plane.nStep == 0;
 }
 
 } // namespace
@@ -79,6 +85,25 @@ CIntervalRows::SKept* CIntervalRows::FindSame(const SRaceRow& row)
     return nullptr;
 }
 
+/// Loops read one place after the other, each of them for all work-items. \return false if there is none to go on with
+bool CIntervalRows::Extend(const SRaceRow& row)
+{
+    std::vector<SKept>& vKept = m_vKept[RACE_READ];
+    for (size_t n = vKept.size(); IsOnePlace(row) && n > 0 && vKept.size() - n < s_nLookBack; --n)
+    {
+        SRaceRow& other = vKept[n - 1].row;
+        const uint64_t nOffset = row.nLow - other.nLow;
+        if (IsOnePlace(other) && other.nNumber == row.nNumber && other.nSpace == row.nSpace &&
+            other.nCount == row.nCount && other.nItem == row.nItem && other.nBytes == row.nBytes &&
+            nOffset <= other.nEnd - other.nLow && nOffset % row.nBytes == 0)
+        {
+            other.nEnd = std::max(other.nEnd, row.nEnd);
+            return true;
+        }
+    }
+    return false;
+}
+
 bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned char* pValues,
                         const uint64_t* pAddresses)
 {
@@ -108,6 +133,10 @@ bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned 
         (row.eKind != RACE_ATOMIC && MayRace(row, RACE_ATOMIC, pAddresses)))
     {
         return false;
+    }
+    if (row.eKind == RACE_READ && Extend(row))
+    {
+        return true;
     }
     m_vKept[row.eKind].push_back({row, m_vData.size()});
     if (nData != 0)
@@ -142,7 +171,8 @@ void CIntervalRows::Replay(const SKept& kept, CIntervalRaces& words, uint32_t nI
             std::memcpy(access.bytes, pData + (row.bPlane ? 0 : sizeof(uint64_t) * row.nCount) + n * row.nBytes,
                         row.nBytes);
         }
-        if (access.nAddress != s_nInactive)
+        const uint64_t nEnd = access.nAddress + (IsOnePlace(row) ? row.nEnd - row.nLow : row.nBytes);
+        for (; access.nAddress != s_nInactive && access.nAddress < nEnd; access.nAddress += row.nBytes)
         {
             words.Touch(access, row.nSpace, nInterval, vNone);
         }

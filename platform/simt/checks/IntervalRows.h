@@ -53,6 +53,7 @@ private:
     void StartInterval(uint32_t nInterval);
     bool MayRace(const SRaceRow& row, ERaceKind eKind, const uint64_t* pAddresses) const;
     SKept* FindSame(const SRaceRow& row);
+    bool Extend(const SRaceRow& row);
     void Replay(const SKept& kept, CIntervalRaces& words, uint32_t nInterval) const;
 
     std::vector<SKept> m_vKept[3]; ///< by kind, in the order in which they came

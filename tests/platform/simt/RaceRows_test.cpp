@@ -57,7 +57,7 @@ SRandomRow MakeRow(std::mt19937& random)
     return made;
 }
 
-void Move(SRandomRow& made, uint64_t nBytes)
+SRandomRow Moved(SRandomRow made, uint64_t nBytes)
 {
     for (uint64_t& nAddress : made.vAddresses)
     {
@@ -66,6 +66,7 @@ void Move(SRandomRow& made, uint64_t nBytes)
     made.row.plane.nFirst += nBytes;
     made.row.nLow += nBytes;
     made.row.nEnd += nBytes;
+    return made;
 }
 
 SRaceAccess AccessOf(const SRandomRow& made, uint32_t nLane, uint64_t nGroup)
@@ -103,10 +104,12 @@ TEST(RaceRows, WithinAGroupGiveWhatWorkItemsGive)
         words.Begin();
         rows.Begin();
         uint32_t nInterval = 0;
-        for (uint32_t n = 0; n < 40; ++n)
+        SRandomRow made;
+        for (uint32_t n = 0; n < 100; ++n)
         {
             nInterval += random() % 6 == 0;
-            const SRandomRow made = MakeRow(random);
+            // Loops go on where they were before.
+            made = n > 0 && random() % 3 != 0 ? Moved(made, made.row.nBytes) : MakeRow(random);
             std::vector<SIntervalRace> vExpected;
             std::vector<SIntervalRace> vRaces;
             TouchWords(plain, made, nInterval, vExpected);
@@ -172,12 +175,11 @@ TEST_P(BetweenGroups, RowsGiveWhatWorkItemsGive)
         // More rows than a page keeps apart, and some bytes by themselves.
         for (uint32_t n = 0; n < 2 + 3 * nSeed; ++n)
         {
-            SRandomRow made = MakeRow(random);
+            SRandomRow made = Moved(MakeRow(random), random() % 3 * 2048);
             const uint64_t nGroup = GetParam() - 1 - random() % 6;
             const bool bRow = random() % 4 != 0;
-            Move(made, random() % 3 * 2048);
             // Loops go on where they were before.
-            for (uint32_t nPass = random() % 4; nPass < 4; ++nPass, Move(made, made.row.nBytes))
+            for (uint32_t nPass = random() % 4; nPass < 4; ++nPass, made = Moved(made, made.row.nBytes))
             {
                 if (bRow)
                 {
