@@ -10,7 +10,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// A 32-bit index as the signed or unsigned number that it is.
+/// A 32-bit index, read as a signed or unsigned number.
 int64_t IndexOf(uint32_t nIndex, bool bSigned)
 {
     return bSigned ? int64_t{static_cast<int32_t>(nIndex)} : int64_t{nIndex};
@@ -115,7 +115,8 @@ bool CBlock::FindPlane(const SAccess& access, uint32_t nBegin, uint32_t nEnd, SA
     return true;
 }
 
-/// A row of numbers that leave their range under way isn't one of addresses. If the corners don't, no other does.
+/// A sequence that wraps around its number range isn't a sequence of addresses. If the corners don't, nothing between
+/// them does.
 bool CBlock::IsWithoutTurn(const SAccess& access, const uint32_t* pRow, uint32_t nCount, SAddressPlane plane)
 {
     const bool bSigned = access.bScaled && access.bIndexSigned;

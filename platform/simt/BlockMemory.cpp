@@ -81,7 +81,7 @@ void CBlock::CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, b
     m_Context.CountBadAccess({step.nInstruction, GetWorkItem(nLane), nAddress, bWrite, eMemory, nBytes, bReadOnly});
 }
 
-/// The range that holds the address, or null. The last one found is tried first.
+/// The range that contains the address, or null. Tries the last result first.
 const SMemoryRange* CBlock::FindMemory(uint64_t nAddress)
 {
     const std::vector<SMemoryRange>& vMemory = m_Context.launch.vMemory;

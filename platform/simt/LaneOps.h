@@ -60,9 +60,9 @@ struct SPieces
     uint32_t nPieceStride; ///< from each piece to the next
 };
 
-/// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned. Those on masks are told the
-/// span of pMask before and give the one after. The others work on lanes nBegin to nEnd, of which only nBegin is a
-/// multiple of s_nGranule: with a mask on its lanes, with null on all.
+/// Operations on masks and addresses. All take rows of s_nLanes words, 64-byte aligned. Operations on masks get pMask's
+/// span before and give the one after. The others work on lanes nBegin to nEnd, of which only nBegin is a multiple of
+/// s_nGranule: on the lanes of a mask, or on all if it is null.
 struct SLaneTable
 {
     const char* pszName;

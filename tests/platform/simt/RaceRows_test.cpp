@@ -20,7 +20,7 @@ using namespace KestrelPlatform;
 struct SRandomRow
 {
     SRaceRow row;
-    std::vector<uint64_t> vAddresses; ///< by work-item; those of a row that is no plane go up
+    std::vector<uint64_t> vAddresses; ///< by work-item; in a row that is no plane they increase
     std::vector<unsigned char> vValues;
 };
 
@@ -172,7 +172,7 @@ TEST_P(BetweenGroups, RowsGiveWhatWorkItemsGive)
         CGroupRaces plain(context);
         CGroupRaces rows(context);
         CGroupRows parts(rows);
-        // More rows than a page keeps apart, and some bytes by themselves.
+        // More rows than a page can keep separately, and some single bytes.
         for (uint32_t n = 0; n < 2 + 3 * nSeed; ++n)
         {
             SRandomRow made = Moved(MakeRow(random), random() % 3 * 2048);
