@@ -231,7 +231,8 @@ enum EPlatformFault
     PLATFORM_FAULT_INFINITY,
     PLATFORM_FAULT_DIVISION, ///< of integers by 0
     PLATFORM_FAULT_SHIFT,    ///< by the width or more
-    PLATFORM_FAULT_RANGE     ///< a conversion of a number that the integer can't hold
+    PLATFORM_FAULT_RANGE,    ///< a conversion of a number that the integer can't hold
+    PLATFORM_FAULT_CARRIED   ///< NaN or infinity that was in a buffer is passed on (FollowNumbers)
 };
 
 /// Whose bytes nobody wrote.
@@ -268,7 +269,7 @@ struct SPlatformFinding
     uint64_t items[8];       ///< the lowest work-items of all, in order
     uint32_t nFault;         ///< an EPlatformFault
     uint32_t nOrigin;        ///< an EPlatformOrigin, of PLATFORM_FINDING_INIT
-    uint64_t nOriginAddress; ///< of a buffer whose bytes they are
+    uint64_t nOriginAddress; ///< of a buffer whose bytes they are, or that PLATFORM_FAULT_CARRIED was in
     uint64_t nOriginBytes;   ///< its size
     uint32_t nChain;         ///< of chain
     uint32_t chain[8];       ///< of PLATFORM_FINDING_NAN: the instructions that pass it on, in order
@@ -354,6 +355,10 @@ struct SPlatformControl
     uint32_t (*GetPlaces)(struct SPlatformPlace* pPlaces, uint32_t nPlaces);
     /// Of the last kernel run.
     void (*GetCheckLimits)(struct SPlatformCheckLimits* pLimits);
+    /// From now on PLATFORM_CHECK_NAN also follows NaN and infinity that kernel runs load from the buffers of these
+    /// arguments. Where they are passed on, the instruction that has loaded them has a finding with
+    /// PLATFORM_FAULT_CARRIED. No arguments end it.
+    void (*FollowNumbers)(const uint32_t* pArguments, uint32_t nArguments);
 };
 
 /// The function that gives the table: its name, and its type.

@@ -61,6 +61,7 @@ struct SLastFault
     std::vector<SPlatformPlace> m_vPlaces;
     std::optional<SPlatformWatch> m_Watch; ///< for future runs
     std::vector<SPlatformAccess> m_vAccesses;
+    std::vector<cl_uint> m_vFollowed; ///< arguments, for future runs
     SPlatformSizes m_Sizes{1, {1, 1, 1}, {1, 1, 1}, {0, 0, 0}};
 };
 
@@ -175,6 +176,21 @@ std::optional<SPlatformWatch> FindWatched(const SPreparedLaunch& prepared)
     return watch;
 }
 
+std::vector<SAddressRange> FindFollowed(const SPreparedLaunch& prepared)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
+    std::vector<SAddressRange> vRanges;
+    for (const SPlatformBuffer& buffer : prepared.m_vBuffers)
+    {
+        if (std::find(last.m_vFollowed.begin(), last.m_vFollowed.end(), buffer.nArgument) != last.m_vFollowed.end())
+        {
+            vRanges.push_back({buffer.nAddress, buffer.nAddress + buffer.nSize});
+        }
+    }
+    return vRanges;
+}
+
 /// Reports a run's faults to the context's callback.
 void ReportFault(const SPreparedLaunch& prepared, const SLaunchResult& result)
 {
@@ -215,6 +231,7 @@ cl_int RunPrepared(SPreparedLaunch& prepared)
     prepared.m_Launch.watch = FindWatched(prepared);
     prepared.m_Launch.bCountVisits = s_bCountVisits;
     prepared.m_Launch.nChecks = s_nChecks;
+    prepared.m_Launch.vFollowed = FindFollowed(prepared);
     Count(PLATFORM_COUNTER_KERNEL_RUNS, 1);
     const SCompiledKernel& kernel = prepared.m_pExecutable->m_Compiled;
     const std::unique_ptr<CStorage> pPrinted = ListenToPrintf(kernel, prepared.m_Launch);
@@ -332,6 +349,13 @@ cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses)
 void SetChecks(cl_uint nChecks)
 {
     s_nChecks = nChecks;
+}
+
+void FollowNumbers(const cl_uint* pArguments, cl_uint nArguments)
+{
+    SLastFault& last = LastFault();
+    std::lock_guard<std::mutex> lock(last.m_Mutex);
+    last.m_vFollowed.assign(pArguments, pArguments + nArguments);
 }
 
 cl_uint GetChecks()

@@ -41,6 +41,8 @@ cl_uint GetAccesses(SPlatformAccess* pAccesses, cl_uint nAccesses);
 
 /// From now on kernel runs are checked, for a set of EPlatformCheck.
 void SetChecks(cl_uint nChecks);
+/// Arguments from whose buffers future runs follow NaN and infinity.
+void FollowNumbers(const cl_uint* pArguments, cl_uint nArguments);
 cl_uint GetChecks();
 /// The findings of the last run, up to nFindings of them. \return how many there are
 cl_uint GetFindings(SPlatformFinding* pFindings, cl_uint nFindings);

@@ -147,8 +147,14 @@ void ReadCheckLimits(SPlatformCheckLimits* pLimits)
     }
 }
 
+void SwitchNumbers(const uint32_t* pArguments, uint32_t nArguments)
+{
+    Runtime::FollowNumbers(pArguments, pArguments != nullptr ? nArguments : 0);
+}
+
 void ResetAll()
 {
+    Runtime::FollowNumbers(nullptr, 0);
     Runtime::SetChecks(0);
     Runtime::WatchAccesses(nullptr);
     Runtime::BreakRuns(false);
@@ -192,6 +198,7 @@ const SPlatformControl* kestrelPlatformControl()
         &ReadFindings,
         &ReadPlaces,
         &ReadCheckLimits,
+        &SwitchNumbers,
     };
     return &s_control;
 }

@@ -62,6 +62,12 @@ struct SSamplerBinding
     uint32_t nFilter = 0;     ///< cl_filter_mode
 };
 
+struct SAddressRange
+{
+    uint64_t nFirst = 0;
+    uint64_t nEnd = 0;
+};
+
 /// Receives every executed instruction of a launch, one call at a time.
 class ITraceSink
 {
@@ -94,6 +100,7 @@ struct SLaunch
     bool bKeepProfile = false;           ///< fills vProfile in place of vVisits; ditto
     /// EPlatformCheck bits; fills SLaunchResult::vFindings. Ignored if the launch is recorded otherwise.
     uint32_t nChecks = 0;
+    std::vector<SAddressRange> vFollowed;      ///< buffers; NaN and infinity in them are followed by PLATFORM_CHECK_NAN
     const std::atomic<bool>* pBreak = nullptr; ///< true ends it; may be null
     const void* pOwner = nullptr;              ///< whose waiting threads may help (CWorkerPool::HelpWhile)
 };

@@ -242,7 +242,8 @@ public:
             const size_t nPlace = m_vBlob.size();
             m_vBlob.resize(nPlace + nBytes);
             m_Queue.ReadBuffer(range.root, range.nFirst, nBytes, &m_vBlob[nPlace]);
-            memories.push_back({{"first", range.nFirst},
+            memories.push_back({{"object", CObjects::Get().GetMemoryNumber(range.root)},
+                                {"first", range.nFirst},
                                 {"part", {nPlace, nBytes}},
                                 {"written", CObjects::Get().HasContents(range.root)}});
         }

@@ -84,7 +84,7 @@ void CObjects::AddMemory(cl_mem memory)
                          { return g_pTarget->clGetMemObjectInfo(memory, CL_MEM_SIZE, nSize, pValue, pSize); });
     {
         const std::lock_guard<std::mutex> lock(m_Lock);
-        m_mapMemory[memory] = nBytes;
+        m_mapMemory[memory] = {nBytes, ++m_nMemories};
     }
     // The object's memory is freed only after this callback, so no new object can have its handle yet.
     g_pTarget->clSetMemObjectDestructorCallback(
@@ -131,7 +131,14 @@ size_t CObjects::GetMemorySize(cl_mem memory)
 {
     const std::lock_guard<std::mutex> lock(m_Lock);
     const auto it = m_mapMemory.find(memory);
-    return it != m_mapMemory.end() ? it->second : 0;
+    return it != m_mapMemory.end() ? it->second.nBytes : 0;
+}
+
+uint64_t CObjects::GetMemoryNumber(cl_mem memory)
+{
+    const std::lock_guard<std::mutex> lock(m_Lock);
+    const auto it = m_mapMemory.find(memory);
+    return it != m_mapMemory.end() ? it->second.nNumber : 0;
 }
 
 void CObjects::NoteNoContents(cl_mem buffer)

@@ -66,6 +66,8 @@ public:
     /// The kind of live object whose handle these 8 bytes are.
     EHandle FindHandle(const SSetArgument& argument);
     size_t GetMemorySize(cl_mem memory);
+    /// Counts the memory objects that the program has created, from 1; 0 for one that wasn't seen.
+    uint64_t GetMemoryNumber(cl_mem memory);
     /// Marks a buffer as unwritten until NoteContents is called for it.
     void NoteNoContents(cl_mem buffer);
     void NoteContents(cl_mem memory);
@@ -95,7 +97,13 @@ private:
 
     std::mutex m_Lock;
     std::mutex m_AnnounceLock; ///< locked before the other; one program at a time is reported
-    std::unordered_map<cl_mem, size_t> m_mapMemory;
+    struct SMemory
+    {
+        size_t nBytes = 0;
+        uint64_t nNumber = 0;
+    };
+    std::unordered_map<cl_mem, SMemory> m_mapMemory;
+    uint64_t m_nMemories = 0; ///< created so far
     std::set<cl_mem> m_Unwritten; ///< buffers without contents
     std::set<cl_sampler> m_Samplers;
     std::set<cl_event> m_UserEvents;

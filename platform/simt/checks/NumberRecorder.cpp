@@ -245,6 +245,7 @@ void CNumberRecorder::PassOn(const SMade& made, uint32_t nInstruction, uint64_t 
     finding.nItems = 0;
     finding.nChain = made.nInstruction != nInstruction ? 1 : 0;
     finding.chain[0] = nInstruction;
+    finding.nOriginAddress = made.nBuffer;
     finding.nOutputs = nOutput != 0 ? 1 : 0;
     finding.outputs[0] = nOutput;
     m_Findings.Add(finding);
@@ -395,7 +396,7 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
     // A copy makes nothing, and what an integer's operation is given may look like anything.
     if (bNew && !IsCopy(step.nOp))
     {
-        made = {step.nInstruction, eResult == NotANumber ? PLATFORM_FAULT_NAN : PLATFORM_FAULT_INFINITY};
+        made = {step.nInstruction, eResult == NotANumber ? PLATFORM_FAULT_NAN : PLATFORM_FAULT_INFINITY, 0};
         Tell(block, step, nItemLane, made.nFault);
     }
     else
@@ -445,24 +446,61 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
     }
 }
 
-/// Only of local memory it is known who has put it there.
+/// NaN or infinity that the step has loaded into a word from a buffer that is followed.
+CNumberRecorder::SMade CNumberRecorder::FindCarried(const CBlock& block, const SMicroOp& step, const SAccess& access,
+                                                    uint32_t nWord) const
+{
+    const uint32_t* const pWords = block.Row(access.nRows[nWord]);
+    const uint32_t* const pHigh = nWord + 1 < access.nWords ? block.Row(access.nRows[nWord + 1]) : nullptr;
+    for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
+    {
+        const bool bNumber = LookAt(ELaneType::F, pWords[n], 0) != Finite ||
+                             (pHigh != nullptr && LookAt(ELaneType::D, pWords[n], pHigh[n]) != Finite);
+        if (!bNumber || !block.IsActive(n))
+        {
+            continue;
+        }
+        uint64_t nAddress = 0;
+        block.FillAddresses(access, n, n + 1, &nAddress);
+        for (const SAddressRange& range : m_Context.launch.vFollowed)
+        {
+            if (nAddress >= range.nFirst && nAddress < range.nEnd)
+            {
+                return {step.nInstruction, PLATFORM_FAULT_CARRIED, range.nFirst};
+            }
+        }
+    }
+    return {};
+}
+
+/// What has been loaded from local memory is passed on by that.
+void CNumberRecorder::NoteLoaded(const CBlock& block, const SMicroOp& step, uint32_t nRow)
+{
+    for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
+    {
+        if (block.IsActive(n) && LookAt(ELaneType::F, block.Row(nRow)[n], 0) != Finite)
+        {
+            PassOn(m_Local, step.nInstruction, 0);
+            return;
+        }
+    }
+}
+
+/// What is in memory is known of local memory, and of buffers that are followed.
 void CNumberRecorder::Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
-    if (access.eOperation != SAccess::Load || (m_nKnown == 0 && !m_Local.IsKnown()))
+    const bool bLocal = access.eSpace == SAccess::Local && m_Local.IsKnown();
+    const bool bFollowed = access.eSpace == SAccess::Global && !m_Context.launch.vFollowed.empty();
+    if (access.eOperation != SAccess::Load || (m_nKnown == 0 && !bLocal && !bFollowed))
     {
         return;
     }
     for (uint32_t w = 0; w < access.nWords; ++w)
     {
-        SetMade(access.nRows[w], access.eSpace == SAccess::Local ? m_Local : SMade());
-        for (uint32_t n = block.GetFirstLane(); m_vMade[access.nRows[w]].IsKnown() && n < block.GetEndLane(); ++n)
+        SetMade(access.nRows[w], bLocal ? m_Local : bFollowed ? FindCarried(block, step, access, w) : SMade());
+        if (bLocal)
         {
-            if (!block.IsActive(n) || LookAt(ELaneType::F, block.Row(access.nRows[w])[n], 0) == Finite)
-            {
-                continue;
-            }
-            PassOn(m_Local, step.nInstruction, 0);
-            break;
+            NoteLoaded(block, step, access.nRows[w]);
         }
     }
 }

@@ -30,11 +30,12 @@ public:
     void Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access);
 
 private:
-    /// Where what a row holds has been made: the instruction, and how (an EPlatformFault).
+    /// Where what a row holds has been made, or loaded: the instruction, and how (an EPlatformFault).
     struct SMade
     {
         uint32_t nInstruction = ~0u;
         uint32_t nFault = 0;
+        uint64_t nBuffer = 0; ///< the address of the buffer that it was in; 0 for what this run has made
 
         bool IsKnown() const { return nInstruction != ~0u; }
     };
@@ -45,6 +46,8 @@ private:
     void CheckIntegers(const CBlock& block, const SMicroOp& step);
     void LookAtLane(const CBlock& block, const SMicroOp& step, const SLaneRule& rule, uint32_t nLane,
                     uint32_t nItemLane);
+    SMade FindCarried(const CBlock& block, const SMicroOp& step, const SAccess& access, uint32_t nWord) const;
+    void NoteLoaded(const CBlock& block, const SMicroOp& step, uint32_t nRow);
     void PassOn(const SMade& made, uint32_t nInstruction, uint64_t nOutput);
     void Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault);
 

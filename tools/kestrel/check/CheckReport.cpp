@@ -40,7 +40,7 @@ bool SCheckFinding::IsPair() const
 void CCheckReport::Run(const CCheckedRuns& runs, const CLibraries& libraries, const SLaunchFile& file, uint64_t nLaunch)
 {
     CLaunch launch(libraries, file);
-    const SCheckedRun run = runs.Run(launch);
+    const SCheckedRun run = runs.Run(launch, m_Carried.FindFollowed(file));
     const std::string strLaunch = nLaunch != 0 ? "launch " + std::to_string(nLaunch) : file.strPath;
     if (run.limits.nSkipped & PLATFORM_CHECK_RACE)
     {
@@ -115,12 +115,12 @@ void CCheckReport::Take(const SCheckedRun& run, const CLaunch& launch, uint64_t 
         const std::optional<SSourceLine> source = ReadSourceLine(listing.GetPlace(nLine));
         if (!source)
         {
-            return SCheckPlace{strKernel + ".il", nLine, listing.GetLine(nLine)};
+            return SCheckPlace{strKernel + ".il", nLine, listing.GetLine(nLine), 0};
         }
-        const std::vector<std::string>& vTexts = ReadSource(source->strFile, launch.GetFile());
+        const std::string strFile = std::filesystem::path(source->strFile).lexically_normal().string();
+        const std::vector<std::string>& vTexts = ReadSource(strFile, launch.GetFile());
         const bool bThere = source->nLine > 0 && source->nLine <= vTexts.size();
-        return SCheckPlace{std::filesystem::path(source->strFile).lexically_normal().string(), source->nLine,
-                           bThere ? vTexts[source->nLine - 1] : ""};
+        return SCheckPlace{strFile, source->nLine, bThere ? vTexts[source->nLine - 1] : "", 0};
     };
     for (const SPlatformFinding& raw : run.vFindings)
     {
@@ -144,12 +144,51 @@ void CCheckReport::Take(const SCheckedRun& run, const CLaunch& launch, uint64_t 
         finding.strItems = words.NameItems(raw);
         finding.finding = raw;
         finding.nCount = raw.nCount;
-        Add(finding);
+        for (size_t n = 0; raw.nKind == PLATFORM_FINDING_HANG && n < run.vPlaces.size(); ++n)
+        {
+            const bool bPlace = run.vPlaces[n].nInstruction != ~uint32_t(0);
+            finding.vStanding.push_back(
+                {DescribeStanding(run.vPlaces[n]), bPlace ? find(run.vPlaces[n].nInstruction) : SCheckPlace()});
+        }
+        const bool bCarried = raw.nKind == PLATFORM_FINDING_NAN && raw.nFault == PLATFORM_FAULT_CARRIED;
+        const std::optional<size_t> nFinding =
+            bCarried ? m_Carried.FindOrigin(raw, run, launch.GetFile()) : Add(finding);
+        if (nFinding && bCarried)
+        {
+            PassOn(finding, words.NameOutputs(raw), m_vFindings[*nFinding]);
+        }
+        if (nFinding && raw.nKind == PLATFORM_FINDING_NAN)
+        {
+            m_Carried.Reach(raw, run, launch.GetFile(), *nFinding);
+        }
+    }
+}
+
+/// Lengthens a finding by what a later launch does with its numbers. A place is told once, for the first such launch.
+void CCheckReport::PassOn(const SCheckFinding& carried, const std::string& strOutputs, SCheckFinding& origin)
+{
+    std::vector<SCheckPlace> vPlaces = carried.vChain;
+    vPlaces.insert(vPlaces.begin(), carried.place);
+    bool bNew = false;
+    for (SCheckPlace& place : vPlaces)
+    {
+        if (!(place == origin.place) &&
+            std::find(origin.vChain.begin(), origin.vChain.end(), place) == origin.vChain.end())
+        {
+            place.nLaunch = carried.nLaunch;
+            origin.vChain.push_back(place);
+            bNew = true;
+        }
+    }
+    if (bNew && !strOutputs.empty())
+    {
+        origin.strMessage += "; in launch " + std::to_string(carried.nLaunch) + " it reaches " + strOutputs;
     }
 }
 
 /// Keeps one finding for each check and line, or pair of lines in either order.
-void CCheckReport::Add(const SCheckFinding& finding)
+/// \return its index; nothing if it is suppressed
+std::optional<size_t> CCheckReport::Add(const SCheckFinding& finding)
 {
     const auto isIntended = [&finding, this](const SCheckPlace& place)
     {
@@ -160,7 +199,7 @@ void CCheckReport::Add(const SCheckFinding& finding)
     if (isIntended(finding.place) || (bPair && isIntended(finding.other)))
     {
         ++m_nSuppressed;
-        return;
+        return std::nullopt;
     }
     const auto isSame = [&finding, bPair](const SCheckFinding& known)
     {
@@ -182,7 +221,7 @@ void CCheckReport::Add(const SCheckFinding& finding)
     if (it == m_vFindings.end())
     {
         m_vFindings.push_back(finding);
-        return;
+        return m_vFindings.size() - 1;
     }
     const uint64_t nCount = it->nCount + finding.nCount;
     // Of a program's launches, keeps the first one's; of launch files, whatever their order, the most telling.
@@ -192,6 +231,7 @@ void CCheckReport::Add(const SCheckFinding& finding)
         *it = finding;
     }
     it->nCount = nCount;
+    return static_cast<size_t>(it - m_vFindings.begin());
 }
 
 } // namespace KestrelTool

@@ -2,6 +2,7 @@
 #define KESTREL_TOOLS_CHECK_CHECKREPORT_H
 
 #include "KestrelPlatform.h"
+#include "tools/kestrel/check/CarriedNumbers.h"
 #include "tools/kestrel/check/CheckedRuns.h"
 #include "tools/kestrel/check/Suppressions.h"
 #include "tools/session/debug/KernelArguments.h"
@@ -9,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -22,25 +24,34 @@ struct SCheckPlace
 {
     std::string strFile;
     unsigned int nLine = 0;
-    std::string strText; ///< the line's text; empty if it can't be read
+    std::string strText;  ///< the line's text; empty if it can't be read
+    uint64_t nLaunch = 0; ///< in a chain, the program's launch, if it is a later one than the finding's
 
     bool operator<(const SCheckPlace& other) const;
     bool operator==(const SCheckPlace& other) const { return strFile == other.strFile && nLine == other.nLine; }
 };
 
+/// Work-items of a kernel that was stopped since it didn't end.
+struct SCheckStanding
+{
+    std::string strItems; ///< "63 work-items", "1 work-item at the barrier"
+    SCheckPlace place;    ///< without a file for work-items that are in no loop and at no barrier
+};
+
 /// A fault of a kernel, at one place or two.
 struct SCheckFinding
 {
-    std::string strCheck;            ///< "memory", "race", "init", "nan", "barrier", "alignment" or "api"
-    std::string strKernel;           ///< empty if no kernel is to blame
-    std::string strLaunch;           ///< the launch file, the first by name of several; empty for a program's
-    uint64_t nLaunch = 0;            ///< the first of the program's launches with it, from 1; else 0
-    SCheckPlace place;               ///< without a file if there is none
-    SCheckPlace other;               ///< second place of a race or of barriers; for "init" the read, if elsewhere
-    std::vector<SCheckPlace> vChain; ///< for "nan": where it is passed on, in order
-    std::string strMessage;          ///< the fault, in one line
-    std::string strItems;            ///< "work-items 3, 7, 11 and others"; empty if none are concerned
-    SPlatformFinding finding = {};   ///< the first one
+    std::string strCheck;                  ///< "memory", "race", "init", "nan", "barrier", "alignment" or "api"
+    std::string strKernel;                 ///< empty if no kernel is to blame
+    std::string strLaunch;                 ///< the launch file, the first by name of several; empty for a program's
+    uint64_t nLaunch = 0;                  ///< the first of the program's launches with it, from 1; else 0
+    SCheckPlace place;                     ///< without a file if there is none
+    SCheckPlace other;                     ///< second place of a race or of barriers; for "init" the read, if elsewhere
+    std::vector<SCheckPlace> vChain;       ///< for "nan": where it is passed on, in order
+    std::vector<SCheckStanding> vStanding; ///< for a kernel that doesn't end: where all work-items were
+    std::string strMessage;                ///< the fault, in one line
+    std::string strItems;                  ///< "work-items 3, 7, 11 and others"; empty if none are concerned
+    SPlatformFinding finding = {};         ///< the first one
     uint64_t nCount = 0;
 
     /// Whether it has two places, which may come in either order.
@@ -77,12 +88,14 @@ public:
 
 private:
     void Take(const SCheckedRun& run, const CLaunch& launch, uint64_t nLaunch);
-    void Add(const SCheckFinding& finding);
+    std::optional<size_t> Add(const SCheckFinding& finding);
+    void PassOn(const SCheckFinding& carried, const std::string& strOutputs, SCheckFinding& origin);
     const std::vector<std::string>& ReadSource(const std::string& strFile, const SLaunchFile& launch);
 
     const CSuppressions m_Suppressions;
     std::map<std::string, std::vector<std::string>> m_mapSources;
     std::vector<SCheckFinding> m_vFindings;
+    CCarriedNumbers m_Carried;
     std::set<std::string> m_Notes;
     std::map<std::string, std::string> m_Missed;
     size_t m_nLaunches = 0;

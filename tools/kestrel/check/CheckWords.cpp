@@ -157,11 +157,19 @@ std::string CCheckWords::DescribeNumber(const SPlatformFinding& finding) const
         "a shift by the width of its operand, or more", "a number is converted that the integer can't hold"};
     std::string strText = s_pszFaults[std::clamp<uint32_t>(finding.nFault, PLATFORM_FAULT_NAN, PLATFORM_FAULT_RANGE) -
                                       PLATFORM_FAULT_NAN];
+    const std::string strOutputs = NameOutputs(finding);
+    strText += strOutputs.empty() ? "" : "; it reaches " + strOutputs;
+    return strText;
+}
+
+std::string CCheckWords::NameOutputs(const SPlatformFinding& finding) const
+{
+    std::string strOutputs;
     for (uint32_t n = 0; n < finding.nOutputs && n < std::size(finding.outputs); ++n)
     {
-        strText += (n == 0 ? "; it reaches " : ", ") + NameAddress(finding.outputs[n]);
+        strOutputs += (n == 0 ? "" : ", ") + NameAddress(finding.outputs[n]);
     }
-    return strText;
+    return strOutputs;
 }
 
 std::string CCheckWords::NameExtent(const SPlatformFinding& finding) const
@@ -213,6 +221,20 @@ std::string CCheckWords::NameItems(const SPlatformFinding& finding) const
     }
     return (finding.nItems == 1 ? "work-item " : "work-items ") + strItems +
            (finding.nItems == std::size(finding.items) ? " and others" : "");
+}
+
+std::string DescribeStanding(const SPlatformPlace& place)
+{
+    static const char* const s_pszWhere[] = {"", " at the barrier", " beside them, waiting or at the end",
+                                             " in work-groups that had ended", " in work-groups that had not begun"};
+    std::string strText = std::to_string(place.nItems) + (place.nItems == 1 ? " work-item" : " work-items") +
+                          s_pszWhere[std::min<size_t>(place.nWhere, std::size(s_pszWhere) - 1)];
+    if (place.nMost != 0)
+    {
+        strText += ", in pass " + std::to_string(place.nLeast) +
+                   (place.nMost != place.nLeast ? " to " + std::to_string(place.nMost) : "");
+    }
+    return strText;
 }
 
 } // namespace KestrelTool

@@ -22,6 +22,9 @@ public:
     /// "work-items 3, 7, 11 and others"; for a race, those of both sides.
     std::string NameItems(const SPlatformFinding& finding) const;
 
+    /// The buffers that a number reaches, "out+0x0, sums+0x0"; empty if there is none.
+    std::string NameOutputs(const SPlatformFinding& finding) const;
+
     /// The buffer that contains the address, else a near one before it, or after it; null if none is near.
     const SPlatformBuffer* FindBuffer(uint64_t nAddress) const;
 
@@ -36,6 +39,9 @@ private:
     std::vector<SPlatformBuffer> m_vBuffers;
     std::vector<SKernelArgument> m_vArguments;
 };
+
+/// Work-items of a kernel that was stopped, "63 work-items, pass 200 to 210", without the line where they were.
+std::string DescribeStanding(const SPlatformPlace& place);
 
 } // namespace KestrelTool
 

@@ -39,10 +39,12 @@ CCheckedRuns::~CCheckedRuns()
 {
     m_Control.SetChecks(0);
     m_Control.SetInstructionLimit(0);
+    m_Control.FollowNumbers(nullptr, 0);
 }
 
-SCheckedRun CCheckedRuns::Run(CLaunch& launch) const
+SCheckedRun CCheckedRuns::Run(CLaunch& launch, const std::vector<uint32_t>& vFollowed) const
 {
+    m_Control.FollowNumbers(vFollowed.data(), static_cast<uint32_t>(vFollowed.size()));
     try
     {
         launch.Run();
@@ -57,7 +59,10 @@ SCheckedRun CCheckedRuns::Run(CLaunch& launch) const
             throw;
         }
     }
-    SCheckedRun run = {TakeAll(m_Control.GetFindings), TakeAll(m_Control.GetLastBuffers)};
+    SCheckedRun run;
+    run.vFindings = TakeAll(m_Control.GetFindings);
+    run.vBuffers = TakeAll(m_Control.GetLastBuffers);
+    run.vPlaces = TakeAll(m_Control.GetPlaces);
     m_Control.GetCheckLimits(&run.limits);
     return run;
 }

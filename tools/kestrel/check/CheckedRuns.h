@@ -16,6 +16,7 @@ struct SCheckedRun
     std::vector<SPlatformFinding> vFindings;
     std::vector<SPlatformBuffer> vBuffers;
     SPlatformCheckLimits limits = {};
+    std::vector<SPlatformPlace> vPlaces; ///< of a run that was stopped: where its work-items were
 };
 
 /// While it exists, kernel runs are checked. Buffers to be tracked have to be created meanwhile.
@@ -30,8 +31,9 @@ public:
     CCheckedRuns(const CCheckedRuns&) = delete;
     CCheckedRuns& operator=(const CCheckedRuns&) = delete;
 
+    /// \param vFollowed  arguments whose buffers have NaN or infinity of earlier runs in them, which are followed
     /// \throws CPlatformError
-    SCheckedRun Run(CLaunch& launch) const;
+    SCheckedRun Run(CLaunch& launch, const std::vector<uint32_t>& vFollowed) const;
 
 private:
     const SPlatformControl& m_Control;

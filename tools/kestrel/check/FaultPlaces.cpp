@@ -89,7 +89,7 @@ SFaultStop FindFaultPlaces(CDebugger& debugger, const std::string& strCheck)
 {
     const CCheckedRuns runs(debugger.GetLibraries(), ReadCheck(strCheck), g_nUsualLimit);
     CLaunch launch(debugger.GetLibraries(), debugger.GetLaunch().GetFile());
-    const SCheckedRun run = runs.Run(launch);
+    const SCheckedRun run = runs.Run(launch, {});
     SFaultStop stop;
     stop.strText = "stop on " + strCheck;
     const CPlaceMaker maker(debugger, run);

@@ -68,7 +68,12 @@ std::string NameInLine(const SCheckFinding& finding)
 
 json DescribePlace(const SCheckPlace& place)
 {
-    return {{"file", place.strFile}, {"line", place.nLine}, {"text", place.strText}};
+    json described = {{"file", place.strFile}, {"line", place.nLine}, {"text", place.strText}};
+    if (place.nLaunch != 0)
+    {
+        described["launch"] = place.nLaunch;
+    }
+    return described;
 }
 
 /// Details that distinguish findings of the same place, for joining reports.
@@ -137,7 +142,15 @@ std::string RenderCheck(const CCheckReport& report)
         }
         for (const SCheckPlace& place : finding.vChain)
         {
-            text << "  then at " << NameCheckPlace(place) << "\n" << RenderCheckPlace(place);
+            text << "  then " << (place.nLaunch != 0 ? "in launch " + std::to_string(place.nLaunch) + " " : "") << "at "
+                 << NameCheckPlace(place) << "\n"
+                 << RenderCheckPlace(place);
+        }
+        for (const SCheckStanding& standing : finding.vStanding)
+        {
+            text << "  " << standing.strItems
+                 << (standing.place.strFile.empty() ? "" : ", at " + NameCheckPlace(standing.place)) << "\n"
+                 << RenderCheckPlace(standing.place);
         }
         text << "  " << finding.strItems << (finding.strItems.empty() ? "" : "; ") << NameTimes(finding.nCount)
              << "\n\n";
@@ -204,6 +217,10 @@ json DescribeCheck(const CCheckReport& report)
         for (const SCheckPlace& place : finding.vChain)
         {
             described["chain"].push_back(DescribePlace(place));
+        }
+        for (const SCheckStanding& standing : finding.vStanding)
+        {
+            described["standing"].push_back({{"items", standing.strItems}, {"place", DescribePlace(standing.place)}});
         }
         findings.push_back(described);
     }

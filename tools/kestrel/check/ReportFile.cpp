@@ -21,6 +21,7 @@ SCheckPlace ReadPlace(const json& place)
     read.strFile = place.at("file");
     read.nLine = place.at("line");
     read.strText = place.at("text");
+    read.nLaunch = place.value("launch", uint64_t{0});
     return read;
 }
 
@@ -64,6 +65,10 @@ SCheckFinding ReadFinding(const json& described)
     for (const json& place : described.value("chain", json::array()))
     {
         finding.vChain.push_back(ReadPlace(place));
+    }
+    for (const json& standing : described.value("standing", json::array()))
+    {
+        finding.vStanding.push_back({standing.at("items"), ReadPlace(standing.at("place"))});
     }
     finding.finding = ReadDetail(described);
     return finding;

@@ -38,6 +38,7 @@ struct SArgument
     EKind eKind = NullBuffer;
     const SElementType* pType = nullptr;                 ///< of a buffer's elements, a value, or an image's channels
     std::vector<unsigned char> vContents;                ///< of a buffer, a value or an image, before the launch
+    uint64_t nObject = 0;                                ///< tells a program's buffers apart; 0 if it has no program
     bool bUnwritten = false;                             ///< a buffer created without contents
     std::optional<std::vector<unsigned char>> vExpected; ///< expected contents after the launch
     std::string strSave;                                 ///< file for the contents after the launch; empty for none

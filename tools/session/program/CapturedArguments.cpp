@@ -28,6 +28,7 @@ struct SObjectMemory
     size_t nFirst = 0;    ///< the first byte that was read, in the program's buffer
     bool bWritten = true; ///< anybody has written to the program's buffer
     size_t nBytes = 0;
+    uint64_t nObject = 0;                 ///< the layer's number of the program's buffer
     std::vector<unsigned char> vContents; ///< moved to the argument that has the whole buffer
     std::vector<size_t> vUsers;
     size_t nShared = 0; ///< index among the launch's shared buffers, if it is one
@@ -42,6 +43,7 @@ public:
         for (const json& memory : message.header.at("memories"))
         {
             SObjectMemory taken;
+            taken.nObject = memory.at("object");
             taken.nFirst = memory.at("first");
             taken.bWritten = memory.value("written", true);
             taken.vContents = TakePart(message, memory.at("part"));
@@ -153,6 +155,7 @@ private:
         const json& given = m_Contents[nArgument];
         SObjectMemory& memory = FindMemory(given);
         SArgument argument;
+        argument.nObject = memory.nObject;
         if (IsPlain(memory))
         {
             argument.nSame = memory.vUsers.front();

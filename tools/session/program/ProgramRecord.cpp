@@ -20,6 +20,9 @@ using nlohmann::json;
 namespace
 {
 
+/// How many bits a process has to count its buffers.
+constexpr unsigned int s_nProcessBits = 40;
+
 /// Reads a message's fields; a missing field, or one of the wrong type, is a protocol error.
 template <typename Read>
 decltype(auto) ReadFields(Read read)
@@ -321,6 +324,11 @@ SLaunchFile CProgramRecord::MakeLaunch(int nProcess, const SMessage& message) co
             std::copy(vLocal.begin(), vLocal.end(), launch.nLocalSize);
             std::copy(vOffset.begin(), vOffset.end(), launch.nGlobalOffset);
             TakeArguments(message, launch);
+            for (SArgument& argument : launch.vArguments)
+            {
+                // Each process counts its own buffers.
+                argument.nObject |= argument.nObject != 0 ? static_cast<uint64_t>(nProcess) << s_nProcessBits : 0;
+            }
             return launch;
         });
 }
