@@ -168,7 +168,7 @@ void CGroupRaces::NoteValues(SPage& page, uint64_t nBegin, uint64_t nEnd, const 
 {
     if (!page.pValues)
     {
-        page.pValues = static_cast<SStoredValues*>(m_Arena.Take(sizeof(SStoredValues)));
+        page.pValues = new (m_Arena.Take(sizeof(SStoredValues))) SStoredValues();
     }
     page.pValues->Note(nBegin, nEnd, pBytes);
 }
@@ -297,7 +297,7 @@ void CGroupRaces::TouchRow(uint32_t nRange, const SRaceRow& row, uint64_t nGroup
         part.nBegin = static_cast<uint16_t>(std::max(row.nLow, nStart) - nStart);
         part.nEnd = static_cast<uint16_t>(std::min(row.nEnd - nStart, s_nPageBytes));
         part.nFirst = static_cast<int16_t>(part.nStep == 0 ? 0 : row.plane.nFirst - nStart);
-        const std::lock_guard<std::mutex> lock(m_Mutexes[nPage % m_Mutexes.size()]);
+        const std::lock_guard<std::mutex> lock(MutexOf(nPage));
         SPage& page = Page(nRange, nPage);
         if (row.eKind == RACE_WRITE)
         {
@@ -315,7 +315,7 @@ void CGroupRaces::Touch(uint32_t nRange, const SRaceAccess* pAccesses, uint32_t 
     for (uint32_t n = 0; n < nCount;)
     {
         const uint64_t nPage = pAccesses[n].nAddress / s_nPageBytes;
-        const std::lock_guard<std::mutex> lock(m_Mutexes[nPage % m_Mutexes.size()]);
+        const std::lock_guard<std::mutex> lock(MutexOf(nPage));
         SPage& page = Page(nRange, nPage);
         for (; n < nCount && pAccesses[n].nAddress / s_nPageBytes == nPage; ++n)
         {

@@ -84,7 +84,14 @@ private:
         SStoredValues* pValues = nullptr; ///< null if nothing was written
     };
 
+    /// On a cache line of its own: threads lock neighbouring pages at the same time.
+    struct alignas(64) SPageLock
+    {
+        std::mutex mutex;
+    };
+
     SPage& Page(uint32_t nRange, uint64_t nPage);
+    std::mutex& MutexOf(uint64_t nPage) { return m_Locks[nPage % m_Locks.size()].mutex; }
     uint64_t MakeEntry(uint64_t nGroup, uint32_t nItem, uint32_t nNumber) const;
     STwo GetTwo(const SPage& page, ERaceKind eKind, size_t nUnit) const;
     void SetTwo(SPage& page, ERaceKind eKind, size_t nUnit, const STwo& two);
@@ -108,7 +115,7 @@ private:
     bool m_bShort;          ///< entries of the launch have 32 bits, else 64
     CShadowArena m_Arena;
     std::vector<std::vector<SPage*>> m_vPages; ///< by memory object
-    std::array<std::mutex, 64> m_Mutexes;      ///< by page
+    std::array<SPageLock, 64> m_Locks;         ///< by page
     std::vector<uint32_t> m_vInstructions;     ///< by number of the access
 };
 

@@ -2,10 +2,11 @@
 
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
+#include <iterator>
+#include <memory>
 #include <new>
+#include <utility>
 
 namespace KestrelPlatform
 {
@@ -17,11 +18,49 @@ const size_t s_nLine = 64;
 const size_t s_nFirstPiece = size_t(32) << 10;
 const size_t s_nLargePage = size_t(2) << 20;
 
+/// Large pages of launches that have ended, as they have left them.
+class CKeptPages
+{
+public:
+    /// Null if none is kept.
+    unsigned char* Take()
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        return m_nKept != 0 ? m_Kept[--m_nKept] : nullptr;
+    }
+
+    /// \return false if there are enough
+    bool Keep(unsigned char* p)
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (m_nKept == std::size(m_Kept))
+        {
+            return false;
+        }
+        m_Kept[m_nKept++] = p;
+        return true;
+    }
+
+    static CKeptPages& Get()
+    {
+        static auto& s_pages = *new CKeptPages;
+        return s_pages;
+    }
+
+private:
+    std::mutex m_Mutex;
+    unsigned char* m_Kept[16] = {};
+    size_t m_nKept = 0;
+};
+
 } // namespace
 
 void CShadowArena::SFree::operator()(unsigned char* p) const
 {
-    std::free(p);
+    if (nBytes != s_nLargePage || !CKeptPages::Get().Keep(p))
+    {
+        std::free(p);
+    }
 }
 
 void CShadowArena::AddPiece(size_t nBytes)
@@ -29,15 +68,19 @@ void CShadowArena::AddPiece(size_t nBytes)
     const bool bLarge = !m_vPieces.empty() || nBytes > s_nFirstPiece;
     const size_t nUnit = bLarge ? s_nLargePage : s_nFirstPiece;
     const size_t nPiece = (nBytes + nUnit - 1) / nUnit * nUnit;
-    std::unique_ptr<unsigned char, SFree> pPiece(
-        static_cast<unsigned char*>(std::aligned_alloc(bLarge ? s_nLargePage : s_nLine, nPiece)));
+    std::unique_ptr<unsigned char, SFree> pPiece(nPiece == s_nLargePage ? CKeptPages::Get().Take() : nullptr,
+                                                 SFree{nPiece});
     if (!pPiece)
     {
-        throw std::bad_alloc();
-    }
-    if (bLarge)
-    { // where the system has none, small ones do
-        madvise(pPiece.get(), nPiece, MADV_HUGEPAGE);
+        pPiece.reset(static_cast<unsigned char*>(std::aligned_alloc(bLarge ? s_nLargePage : s_nLine, nPiece)));
+        if (!pPiece)
+        {
+            throw std::bad_alloc();
+        }
+        if (bLarge)
+        { // where the system has none, small ones do
+            madvise(pPiece.get(), nPiece, MADV_HUGEPAGE);
+        }
     }
     m_pNext = pPiece.get();
     m_nLeft = nPiece;
@@ -47,20 +90,14 @@ void CShadowArena::AddPiece(size_t nBytes)
 void* CShadowArena::Take(size_t nBytes)
 {
     nBytes = (nBytes + s_nLine - 1) / s_nLine * s_nLine;
-    unsigned char* pTaken = nullptr;
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (nBytes > m_nLeft)
     {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        if (nBytes > m_nLeft)
-        {
-            AddPiece(nBytes);
-        }
-        pTaken = m_pNext;
-        m_pNext += nBytes;
-        m_nLeft -= nBytes;
-        m_nTaken += nBytes;
+        AddPiece(nBytes);
     }
-    std::memset(pTaken, 0, nBytes);
-    return pTaken;
+    m_nLeft -= nBytes;
+    m_nTaken += nBytes;
+    return std::exchange(m_pNext, m_pNext + nBytes);
 }
 
 } // namespace KestrelPlatform

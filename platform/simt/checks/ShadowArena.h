@@ -10,17 +10,20 @@ namespace KestrelPlatform
 {
 
 /// Memory for what is kept of a launch's memory until the launch ends. Its first touch of each page costs more than
-/// the kernel that is looked at, so that all but the first pieces are asked for as large pages. Any thread.
+/// the kernel that is looked at. So all but the first pieces are asked for as large pages, of which some are kept for
+/// later launches. Any thread.
 class CShadowArena
 {
 public:
-    /// Cleared, and on a cache line of its own. Throws std::bad_alloc.
+    /// Not cleared, and on a cache line of its own. Throws std::bad_alloc.
     void* Take(size_t nBytes);
     size_t GetTaken() const { return m_nTaken; }
 
 private:
+    /// Keeps a piece for later, or frees it.
     struct SFree
     {
+        size_t nBytes = 0;
         void operator()(unsigned char* p) const;
     };
 

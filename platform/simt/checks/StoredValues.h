@@ -8,10 +8,12 @@
 namespace KestrelPlatform
 {
 
-/// What was first stored in each byte of a page, and whether anything else was stored there since. All 0 is a page in
-/// which nothing was.
+/// What was first stored in each byte of a page, and whether anything else was stored there since.
 struct SStoredValues
 {
+    /// Nothing was stored in the page. The bytes themselves stay as they are.
+    SStoredValues() : m_nWritten{}, m_nDiffer{} {}
+
     void Note(uint64_t nBegin, uint64_t nEnd, const unsigned char* pValues);
     /// Whether all that was stored in these bytes, which lie within 8, was the same.
     bool Differ(uint64_t nBegin, uint32_t nBytes) const;
