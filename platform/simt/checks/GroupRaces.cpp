@@ -7,6 +7,7 @@
 #include <bit>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 namespace KestrelPlatform
@@ -297,7 +298,7 @@ void CGroupRaces::TouchRow(uint32_t nRange, const SRaceRow& row, uint64_t nGroup
         part.nBegin = static_cast<uint16_t>(std::max(row.nLow, nStart) - nStart);
         part.nEnd = static_cast<uint16_t>(std::min(row.nEnd - nStart, s_nPageBytes));
         part.nFirst = static_cast<int16_t>(part.nStep == 0 ? 0 : row.plane.nFirst - nStart);
-        const std::lock_guard<std::mutex> lock(MutexOf(nPage));
+        const std::lock_guard<CSpinLock> lock(LockOf(nPage));
         SPage& page = Page(nRange, nPage);
         if (row.eKind == RACE_WRITE)
         {
@@ -315,7 +316,7 @@ void CGroupRaces::Touch(uint32_t nRange, const SRaceAccess* pAccesses, uint32_t 
     for (uint32_t n = 0; n < nCount;)
     {
         const uint64_t nPage = pAccesses[n].nAddress / s_nPageBytes;
-        const std::lock_guard<std::mutex> lock(MutexOf(nPage));
+        const std::lock_guard<CSpinLock> lock(LockOf(nPage));
         SPage& page = Page(nRange, nPage);
         for (; n < nCount && pAccesses[n].nAddress / s_nPageBytes == nPage; ++n)
         {

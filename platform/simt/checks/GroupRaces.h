@@ -5,11 +5,11 @@
 #include "platform/simt/checks/IntervalRows.h"
 #include "platform/simt/checks/RaceAccess.h"
 #include "platform/simt/checks/ShadowArena.h"
+#include "platform/simt/checks/SpinLock.h"
 #include "platform/simt/checks/StoredValues.h"
 
 #include <array>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 namespace KestrelPlatform
@@ -84,14 +84,8 @@ private:
         SStoredValues* pValues = nullptr; ///< null if nothing was written
     };
 
-    /// On a cache line of its own: threads lock neighbouring pages at the same time.
-    struct alignas(64) SPageLock
-    {
-        std::mutex mutex;
-    };
-
     SPage& Page(uint32_t nRange, uint64_t nPage);
-    std::mutex& MutexOf(uint64_t nPage) { return m_Locks[nPage % m_Locks.size()].mutex; }
+    CSpinLock& LockOf(uint64_t nPage) { return m_Locks[nPage % m_Locks.size()]; }
     uint64_t MakeEntry(uint64_t nGroup, uint32_t nItem, uint32_t nNumber) const;
     STwo GetTwo(const SPage& page, ERaceKind eKind, size_t nUnit) const;
     void SetTwo(SPage& page, ERaceKind eKind, size_t nUnit, const STwo& two);
@@ -115,7 +109,7 @@ private:
     bool m_bShort;          ///< entries of the launch have 32 bits, else 64
     CShadowArena m_Arena;
     std::vector<std::vector<SPage*>> m_vPages; ///< by memory object
-    std::array<SPageLock, 64> m_Locks;         ///< by page
+    std::array<CSpinLock, 64> m_Locks;         ///< by page
     std::vector<uint32_t> m_vInstructions;     ///< by number of the access
 };
 
