@@ -103,7 +103,7 @@ private:
         uint64_t nNumber = 0;
     };
     std::unordered_map<cl_mem, SMemory> m_mapMemory;
-    uint64_t m_nMemories = 0; ///< created so far
+    uint64_t m_nMemories = 0;     ///< created so far
     std::set<cl_mem> m_Unwritten; ///< buffers without contents
     std::set<cl_sampler> m_Samplers;
     std::set<cl_event> m_UserEvents;
