@@ -1,5 +1,7 @@
 #include "tools/kestrel/check/CheckWords.h"
 
+#include "tools/kestrel/command/RenderBrokenOff.h"
+#include "tools/session/debug/Faults.h"
 #include "tools/session/debug/Format.h"
 
 #include <algorithm>
@@ -225,10 +227,7 @@ std::string CCheckWords::NameItems(const SPlatformFinding& finding) const
 
 std::string DescribeStanding(const SPlatformPlace& place)
 {
-    static const char* const s_pszWhere[] = {"", " at the barrier", " beside them, waiting or at the end",
-                                             " in work-groups that had ended", " in work-groups that had not begun"};
-    std::string strText = std::to_string(place.nItems) + (place.nItems == 1 ? " work-item" : " work-items") +
-                          s_pszWhere[std::min<size_t>(place.nWhere, std::size(s_pszWhere) - 1)];
+    std::string strText = RenderStanding(place.nItems, NameWhere(place.nWhere));
     if (place.nMost != 0)
     {
         strText += ", in pass " + std::to_string(place.nLeast) +

@@ -22,17 +22,13 @@ std::string Show(const json& value)
 /// "192 work-items at line 14 (spin.cl:7), pass 2 to 5 of its loop: endloop"
 std::string RenderBrokenPlace(const json& place)
 {
-    static const std::map<std::string, const char*> s_Others = {{"beside", " beside them, waiting or at the end"},
-                                                                {"ended", " in work-groups that had ended"},
-                                                                {"not begun", " in work-groups that had not begun"}};
     const std::string strWhere = place["where"];
-    const std::string strItems = "  " + Show(place["items"]) + (place["items"] == 1 ? " work-item" : " work-items");
-    const auto itOther = s_Others.find(strWhere);
-    if (itOther != s_Others.end())
+    std::string strText = "  " + RenderStanding(place["items"], strWhere);
+    if (strWhere != "at" && strWhere != "barrier")
     {
-        return strItems + itOther->second + "\n";
+        return strText + "\n";
     }
-    std::string strText = strItems + (strWhere == "barrier" ? " at the barrier" : " at");
+    strText += strWhere == "at" ? " at" : "";
     strText += place.contains("line") ? " line " + Show(place["line"]) : " a place without a line";
     strText += place.contains("source") ? " (" + ShortenPlace(Show(place["source"])) + ")" : "";
     if (place.contains("passes"))
@@ -44,6 +40,16 @@ std::string RenderBrokenPlace(const json& place)
 }
 
 } // namespace
+
+std::string RenderStanding(uint64_t nItems, const std::string& strWhere)
+{
+    static const std::map<std::string, const char*> s_Words = {{"at", ""},
+                                                               {"barrier", " at the barrier"},
+                                                               {"beside", " beside them, waiting or at the end"},
+                                                               {"ended", " in work-groups that had ended"},
+                                                               {"not begun", " in work-groups that had not begun"}};
+    return std::to_string(nItems) + (nItems == 1 ? " work-item" : " work-items") + s_Words.at(strWhere);
+}
 
 std::string RenderBrokenOff(const json& event)
 {

@@ -259,7 +259,6 @@ std::string CFaults::DescribeEnd(const CListing& listing, const std::vector<char
 
 nlohmann::json CFaults::DescribePlaces(const CListing& listing, const std::vector<char>& vImage) const
 {
-    static const char* const s_Where[] = {"at", "barrier", "beside", "ended", "not begun"};
     nlohmann::json list = nlohmann::json::array();
     if (m_pControl == nullptr)
     {
@@ -272,8 +271,7 @@ nlohmann::json CFaults::DescribePlaces(const CListing& listing, const std::vecto
                                                              : ReadLinesWithCall(vImage, 0));
     for (const SPlatformPlace& place : vPlaces)
     {
-        nlohmann::json entry = {{"where", s_Where[std::min<size_t>(place.nWhere, std::size(s_Where) - 1)]},
-                                {"items", place.nItems}};
+        nlohmann::json entry = {{"where", NameWhere(place.nWhere)}, {"items", place.nItems}};
         if (place.nWorkItem != ~uint64_t(0))
         {
             entry["first"] = place.nWorkItem;
@@ -300,6 +298,12 @@ nlohmann::json CFaults::DescribePlaces(const CListing& listing, const std::vecto
         list.push_back(entry);
     }
     return list;
+}
+
+const char* NameWhere(uint32_t nWhere)
+{
+    static const char* const s_Where[] = {"at", "barrier", "beside", "ended", "not begun"};
+    return s_Where[std::min<size_t>(nWhere, std::size(s_Where) - 1)];
 }
 
 nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown)

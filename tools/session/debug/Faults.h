@@ -79,6 +79,9 @@ private:
     SFaults m_All;
 };
 
+/// "at", "barrier", "beside", "ended" or "not begun", for an EPlatformWhere.
+const char* NameWhere(uint32_t nWhere);
+
 /// Faults as in an answer or event.
 /// \param nShown  how many are listed one by one
 nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown);
