@@ -143,8 +143,9 @@ bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned 
     {
         m_vData.resize(m_vData.size() + nData);
         unsigned char* const pData = m_vData.data() + m_vData.size() - nData;
-        std::memcpy(pData, pAddresses, nAddresses);
-        std::memcpy(pData + nAddresses, pValues, nValues);
+        // A plane row has no addresses and a read no values: there is nothing to point at then.
+        std::copy_n(reinterpret_cast<const unsigned char*>(pAddresses), nAddresses, pData);
+        std::copy_n(pValues, nValues, pData + nAddresses);
     }
     return true;
 }
