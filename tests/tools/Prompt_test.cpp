@@ -5,10 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -498,6 +500,53 @@ TEST_F(Prompt, LosesNothingThatAnInterruptMeetsOnItsWay)
     const std::string strWhole = PrintIntoFullPipe(m_strNestedIf, false);
     EXPECT_GT(strWhole.size(), 10000u);
     EXPECT_EQ(PrintIntoFullPipe(m_strNestedIf, true), strWhole);
+}
+
+/// Gives a command as a page does. \return the first line of the server's answer
+std::string GiveFromPage(const std::string& strAddress, const std::string& strCommand)
+{
+    const size_t nHost = strAddress.find("//") + 2;
+    const size_t nPath = strAddress.find('/', nHost);
+    const std::string strHost = strAddress.substr(nHost, nPath - nHost);
+    struct sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(std::stoul(strHost.substr(strHost.find(':') + 1))));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int nSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(connect(nSocket, reinterpret_cast<struct sockaddr*>(&address), sizeof address), 0);
+    const std::string strRequest = "POST " + strAddress.substr(nPath) + "command HTTP/1.1\r\nHost: " + strHost +
+                                   "\r\nConnection: close\r\nContent-Length: " + std::to_string(strCommand.size()) +
+                                   "\r\n\r\n" + strCommand;
+    EXPECT_EQ(write(nSocket, strRequest.data(), strRequest.size()), static_cast<ssize_t>(strRequest.size()));
+    char answer[200];
+    const ssize_t nRead = read(nSocket, answer, sizeof answer);
+    close(nSocket);
+    const std::string strAnswer(answer, nRead > 0 ? static_cast<size_t>(nRead) : 0);
+    return strAnswer.substr(0, strAnswer.find('\r'));
+}
+
+TEST_F(ThreadsPrompt, KeepsALineWhileAPageMovesTheSession)
+{
+    CTerminal terminal(m_strNestedIf, "");
+    terminal.ReadTo(s_strPrompt);
+    terminal.Do("start");
+    terminal.Do("display 40 + 1");
+    std::string strAddress = terminal.Do("view");
+    strAddress = strAddress.substr(strAddress.find("http"), strAddress.rfind('/') + 1 - strAddress.find("http"));
+    EXPECT_TRUE(Holds(terminal.Do("view"), strAddress)); // one page is enough
+    terminal.Type("print 100 +");
+    terminal.ReadTo("100 +");
+    EXPECT_EQ(GiveFromPage(strAddress, "stepi"), "HTTP/1.1 200 OK");
+    terminal.ReadTo("=>   12");
+    terminal.ReadTo("= 41"); // what is shown at each stop
+    terminal.ReadTo("print 100 +");
+    terminal.Type(" 11\n");
+    terminal.ReadTo("= 111");
+    terminal.ReadTo(s_strPrompt);
+    EXPECT_TRUE(Holds(terminal.Do("step"), "=>   13"));
+    terminal.Do("view off");
+    EXPECT_TRUE(Holds(terminal.Do("view off"), "no page is served"));
+    EXPECT_EQ(terminal.EndWithFileMark(), 0);
 }
 
 TEST_F(Prompt, KeepsNoHistoryInWhatIsNoFile)

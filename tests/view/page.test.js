@@ -275,3 +275,35 @@ test('strangers get nothing, and a page can do no more than it should', () => wi
   }
   assert.strictEqual((await ask(`${token}access?line=x&item=0&pass=0`, {}, ''))[0], 400);
 }));
+
+test('a page that the prompt serves follows it, and moves it', async () => {
+  const child = spawn(process.env.KESTREL, ['debug', '-q', collatz], { stdio: ['pipe', 'pipe', 'inherit'] });
+  const exit = new Promise(resolve => child.once('exit', (code, signal) => resolve({ code, signal })));
+  let told = '';
+  const heard = (pattern, from = 0) => new Promise((resolve, reject) => {
+    const look = () => {
+      const found = pattern.exec(told.slice(from));
+      return found === null ? setTimeout(look, 20) : resolve(found[0]);
+    };
+    look();
+    setTimeout(() => reject(new Error(`${pattern} doesn't come; there is: ${told}`)), 20000).unref();
+  });
+  child.stdout.on('data', data => { told += data; });
+  child.stdin.write('start\nview\n');
+  const address = await heard(/http:\S+/);
+  const page = await open(address);
+  await status(page, 'line 4: 8 of 8 active');
+  child.stdin.write('next\n');
+  await status(page, 'line 5:');
+  await page.click('[data-command=next]');
+  await status(page, 'line 6:');
+  await heard(/collatz\.cl:6/);
+  child.stdin.write('workitem 3\n');
+  await page.waitForFunction(() => document.getElementById('focus').textContent === 'Work-item 3');
+  child.stdin.write('view off\nprint 40 + 2\n');
+  await heard(/= 42/);
+  await assert.rejects(fetch(address));
+  await page.close();
+  child.stdin.end();
+  assert.deepStrictEqual(await exit, { code: 0, signal: null });
+});

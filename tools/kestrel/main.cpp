@@ -105,11 +105,18 @@ int Step(const SOptions& options)
     return Report(libraries, launch);
 }
 
+/// What the prompt's view command makes.
+std::unique_ptr<IPage> MakePage(CDebugger* pLaunch, CProgramSession* pProgram, unsigned int nPort)
+{
+    return ServePage(MakeSessionConsole, pLaunch, pProgram, nPort);
+}
+
 int Debug(const SOptions& options)
 {
     const CLibraries libraries = OpenLibraries(options);
     SDebugOptions debug = options.debug;
     debug.strLaunch = options.strLaunch;
+    debug.makePage = MakePage;
     return RunDebugSession(libraries, debug);
 }
 
@@ -242,7 +249,9 @@ int Exec(const SOptions& options)
 {
     const SProgramCommand command = MakeProgramCommand(options);
     const CLibraries libraries = OpenLibraries(options);
-    return RunProgramSession(libraries, command, options.debug);
+    SDebugOptions debug = options.debug;
+    debug.makePage = MakePage;
+    return RunProgramSession(libraries, command, debug);
 }
 
 int Capture(const SOptions& options)

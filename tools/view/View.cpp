@@ -222,7 +222,38 @@ void CServer::Route()
          });
 }
 
+/// The page of another front end's session.
+class CSharedPage : public IPage
+{
+public:
+    CSharedPage(const ConsoleMaker& makeConsole, CDebugger* pLaunch, CProgramSession* pProgram, unsigned int nPort)
+        : m_Session(makeConsole, pLaunch, pProgram), m_Server(m_Session, nPort)
+    {
+    }
+    /// The server waits for its answers when it ends.
+    ~CSharedPage() override { m_Session.End(); }
+
+    const std::string& GetAddress() const override { return m_Server.GetAddress(); }
+    int GetFile() const override { return m_Session.GetFile(); }
+    void Work() override { m_Session.Work(); }
+    void OnEvent(const nlohmann::json& event) override { m_Session.OnEvent(event); }
+    void OnProgress(const std::string& strText) override { m_Session.OnProgress(strText); }
+    void OnCommand() override { m_Session.BeginMove(); }
+    void OnAnswer() override { m_Session.EndMove(); }
+    void Watch(CDebugger* pDebugger) override { m_Session.Watch(pDebugger); }
+
+private:
+    CViewSession m_Session;
+    CServer m_Server;
+};
+
 } // namespace
+
+std::unique_ptr<IPage> ServePage(const ConsoleMaker& makeConsole, CDebugger* pLaunch, CProgramSession* pProgram,
+                                 unsigned int nPort)
+{
+    return std::make_unique<CSharedPage>(makeConsole, pLaunch, pProgram, nPort);
+}
 
 int RunView(const SDebuggeeSetup& setup, const SDebuggeeOptions& options, unsigned int nPort)
 {

@@ -1,6 +1,7 @@
 #ifndef KESTREL_TOOLS_VIEW_VIEW_H
 #define KESTREL_TOOLS_VIEW_VIEW_H
 
+#include "tools/session/Page.h"
 #include "tools/session/program/Debuggee.h"
 
 namespace KestrelTool
@@ -12,6 +13,10 @@ namespace KestrelTool
 /// \return an EExitCode
 /// \throws CLaunchFileError, CPlatformError
 int RunView(const SDebuggeeSetup& setup, const SDebuggeeOptions& options, unsigned int nPort);
+
+/// Serves such a page for the session of another front end, as PageMaker has it.
+std::unique_ptr<IPage> ServePage(const ConsoleMaker& makeConsole, CDebugger* pLaunch, CProgramSession* pProgram,
+                                 unsigned int nPort);
 
 } // namespace KestrelTool
 

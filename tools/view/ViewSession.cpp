@@ -9,9 +9,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 
 namespace KestrelTool
 {
@@ -130,7 +135,15 @@ json ListLines(CDebugger& debugger, const std::string& strFile)
 
 } // namespace
 
-CViewSession::CViewSession(const SDebuggeeSetup& setup, SDebuggeeOptions options)
+CViewSession::CViewSession() : m_nWake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE))
+{
+    if (m_nWake < 0)
+    {
+        throw CPlatformError(std::string("the page can't wait for its browser: ") + std::strerror(errno));
+    }
+}
+
+CViewSession::CViewSession(const SDebuggeeSetup& setup, SDebuggeeOptions options) : CViewSession()
 {
     options.command.isUnwanted = [this]
     {
@@ -138,31 +151,64 @@ CViewSession::CViewSession(const SDebuggeeSetup& setup, SDebuggeeOptions options
         return m_bEnding;
     };
     m_pDebuggee = std::make_unique<CDebuggee>(setup, std::move(options), *this,
-                                              [this](CDebugger* pDebugger)
-                                              {
-                                                  const std::lock_guard<std::mutex> lock(m_Mutex);
-                                                  m_pRunning = pDebugger;
-                                              });
+                                              [this](CDebugger* pDebugger) { Watch(pDebugger); });
+}
+
+CViewSession::CViewSession(const ConsoleMaker& makeConsole, CDebugger* pLaunch, CProgramSession* pProgram)
+    : CViewSession()
+{
+    m_pDebuggee = std::make_unique<CDebuggee>(makeConsole, pLaunch, pProgram);
+    CDebugger* const pDebugger = m_pDebuggee->Find();
+    Watch(pDebugger);
+    if (pDebugger != nullptr && pDebugger->IsLive())
+    {
+        CountVisit({{"line", pDebugger->GetLine()},
+                    {"count", pDebugger->CountActive()},
+                    {"items", pDebugger->GetExtent().Count()}});
+    }
+    Publish();
 }
 
 CViewSession::~CViewSession()
 {
-    m_pDebuggee->Kill();
+    if (m_pDebuggee != nullptr) // it may have failed to begin
+    {
+        m_pDebuggee->Kill();
+    }
     m_pDebuggee.reset();
+    close(m_nWake);
+}
+
+void CViewSession::Watch(CDebugger* pDebugger)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_pRunning = pDebugger;
 }
 
 void CViewSession::Serve()
 {
     Perform([this] { m_pDebuggee->Begin(); });
-    while (true)
+    bool bEnding = false;
+    while (!bEnding)
     {
-        std::packaged_task<json()> job;
         {
             std::unique_lock<std::mutex> lock(m_Mutex);
             m_Changed.wait(lock, [this] { return m_bEnding || !m_Jobs.empty(); });
-            if (m_bEnding)
+            bEnding = m_bEnding;
+        }
+        Work();
+    }
+}
+
+void CViewSession::Work()
+{
+    for (uint64_t nOne = 0; read(m_nWake, &nOne, sizeof nOne) == sizeof nOne;)
+    {
+        std::packaged_task<json()> job;
+        {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
+            if (m_Jobs.empty())
             {
-                m_Jobs.clear(); // whoever waits for one gets an error
                 return;
             }
             job = std::move(m_Jobs.front());
@@ -176,6 +222,7 @@ void CViewSession::End()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_bEnding = true;
+    m_Jobs.clear(); // whoever waits for one gets an error
     if (m_bBusy && m_pRunning != nullptr)
     {
         m_pRunning->Interrupt();
@@ -203,6 +250,8 @@ json CViewSession::Ask(std::function<json()> job)
         }
         m_Jobs.emplace_back(std::move(job));
         answer = m_Jobs.back().get_future();
+        const uint64_t nOne = 1;
+        [[maybe_unused]] const ssize_t nWritten = write(m_nWake, &nOne, sizeof nOne);
         m_Changed.notify_all();
     }
     return answer.get();
@@ -211,13 +260,7 @@ json CViewSession::Ask(std::function<json()> job)
 /// Does what may run kernels. What goes wrong is told as output.
 void CViewSession::Perform(const std::function<void()>& move)
 {
-    {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_bBusy = true;
-        m_State["busy"] = true;
-        ++m_nState;
-        m_Changed.notify_all();
-    }
+    BeginMove();
     try
     {
         move();
@@ -233,6 +276,24 @@ void CViewSession::Perform(const std::function<void()>& move)
         {
             m_pRunning->ClearInterrupts();
         }
+    }
+    Publish();
+}
+
+void CViewSession::BeginMove()
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_bBusy = true;
+    m_State["busy"] = true;
+    ++m_nState;
+    m_Changed.notify_all();
+}
+
+void CViewSession::EndMove()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_bBusy = false;
     }
     Publish();
 }

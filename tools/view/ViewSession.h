@@ -33,12 +33,29 @@ class CViewSession : public IEventSink
 {
 public:
     CViewSession(const SDebuggeeSetup& setup, SDebuggeeOptions options);
+    /// A look at a session that another front end has, which passes on its events. Only one of the two isn't null.
+    /// \throws CPlatformError
+    CViewSession(const ConsoleMaker& makeConsole, CDebugger* pLaunch, CProgramSession* pProgram);
     ~CViewSession() override;
 
+    // ---- from the session's thread
     /// Begins the session and answers until End.
     void Serve();
+    /// Answers what has been asked so far.
+    void Work();
+    /// A file descriptor that is readable while something waits for an answer.
+    int GetFile() const { return m_nWake; }
+    /// Around what may move the session.
+    void BeginMove();
+    void EndMove();
+    /// \param pDebugger  whom an interrupt goes to; may be null
+    void Watch(CDebugger* pDebugger);
+
     /// From any thread.
     void End();
+
+    void OnEvent(const nlohmann::json& event) override;
+    void OnProgress(const std::string& strText) override;
 
     // ---- from any thread but the session's; each waits for its turn, and throws CCommandError or std::runtime_error
     /// Does a command of the prompt; only those that a page has a use for. What it prints comes with the state.
@@ -79,6 +96,7 @@ private:
         std::map<size_t, nlohmann::json> mapValues; ///< by places
     };
 
+    CViewSession();
     nlohmann::json Ask(std::function<nlohmann::json()> job);
     const SDispatchValues& FindValues(CDebugger& debugger, const SPictureWish& wish);
     nlohmann::json DrawChangesSince(CDebugger& debugger, const SPictureWish& wish);
@@ -92,11 +110,8 @@ private:
     nlohmann::json ListVisits(const std::string& strFile) const;
     static nlohmann::json ListStops(CDebugger& debugger);
 
-    void OnEvent(const nlohmann::json& event) override;
-    void OnProgress(const std::string& strText) override;
-
     std::unique_ptr<CDebuggee> m_pDebuggee;
-    nlohmann::json m_Stop;                                              ///< the last event "stopped"
+    nlohmann::json m_Stop = nlohmann::json::object();                   ///< the last event "stopped"
     std::map<std::string, std::map<unsigned int, SVisits>> m_mapVisits; ///< of this launch, by file and line
     CLastLines m_LastLines;
     SCourse m_Course;
@@ -105,6 +120,7 @@ private:
     bool m_bValuesOfAll = false;
     uint64_t m_nShown = 0; ///< states in which something else may be to be seen than before
 
+    int m_nWake; ///< counts the jobs that wait
     std::mutex m_Mutex;
     std::condition_variable m_Changed;
     std::deque<std::packaged_task<nlohmann::json()>> m_Jobs;

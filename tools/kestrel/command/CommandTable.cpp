@@ -260,6 +260,12 @@ const SCommand g_Commands[] = {
     {"stats", "", "[/a] EXPRESSION", s_pszDispatch,
      "Minimum, maximum, mean, NaNs, distinct values and a histogram of the active work-items.", "",
      "break 32\nrun\nstats/a r5.x", DoStats, false, ECompletion::Register},
+    {"view", "", "[PORT | off]", s_pszDispatch, "Serve a page for a browser that shows and moves this session.",
+     "The answer is the page's address, on a free port or on one of your choice. The prompt goes on as before: the "
+     "page "
+     "follows its commands, and prompt and page both tell what the other one's moves lead to. view off ends the page; "
+     "so does the end of the session. There is no page where nobody can give commands, as with -batch.",
+     "", DoView, false, ECompletion::Nothing},
     {"where", "", "[/a] [CONDITION]", s_pszDispatch, "List the work-items for which a condition holds.",
      "Without a condition, as backtrace. Neighbours are shown as ranges. With /a all work-items are asked, else the "
      "active.",

@@ -62,7 +62,7 @@ nlohmann::json DescribeBreakpoint(const CDebugger* pDebugger, const SBreakpoint&
         X(Condition) X(Ignore) X(BreakpointCommands) X(Enable) X(Disable) X(Delete) X(InfoBreakpoints) X(List)         \
             X(Disassemble) X(Print) X(Display) X(Undisplay) X(InfoDisplay) X(Examine) X(InfoRegisters) X(InfoMemory)   \
                 X(InfoKernel) X(InfoDispatch) X(InfoFaults) X(Mask) X(Grid) X(Stats) X(Where) X(Diff) X(WorkItem) X(Set) X(Show)     \
-        X(Help) X(Source) X(Quit) X(CatchLaunch) X(Capture) X(InfoLocals) X(InfoArgs) X(PrintType) X(WhatIs) X(FinishLaunch) X(Backtrace) X(Frame) X(Up) X(Down) X(InfoLaunches) X(InfoKernels) X(InfoPrograms) X(Who) X(Watch) X(ReadWatch) X(AccessWatch) X(StopOn) X(Define) X(Alias) X(Apropos) X(Shell) X(Pwd) X(Cd) X(SaveBreakpoints) X(InfoLine) X(InfoSource) X(InfoSymbol) X(InfoThreads) X(InfoStops) X(GoTo)
+        X(Help) X(Source) X(Quit) X(CatchLaunch) X(Capture) X(InfoLocals) X(InfoArgs) X(PrintType) X(WhatIs) X(FinishLaunch) X(Backtrace) X(Frame) X(Up) X(Down) X(InfoLaunches) X(InfoKernels) X(InfoPrograms) X(Who) X(Watch) X(ReadWatch) X(AccessWatch) X(StopOn) X(Define) X(Alias) X(Apropos) X(Shell) X(Pwd) X(Cd) X(SaveBreakpoints) X(InfoLine) X(InfoSource) X(InfoSymbol) X(InfoThreads) X(InfoStops) X(GoTo) X(View)
 // clang-format on
 #define KESTREL_DECLARE_COMMAND(name) nlohmann::json Do##name(CCommandContext& context);
 KESTREL_COMMAND_FUNCTIONS(KESTREL_DECLARE_COMMAND)

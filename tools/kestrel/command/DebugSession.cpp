@@ -36,7 +36,7 @@ CInterpreter::EResult RunScripts(CInterpreter& interpreter, const std::vector<SD
 }
 
 /// Runs commands from standard input, whatever it is.
-CInterpreter::EResult RunInput(CInterpreter& interpreter, const SDebugOptions& options)
+CInterpreter::EResult ReadCommands(CInterpreter& interpreter, const SDebugOptions& options)
 {
     // An interrupt is forgotten when the user's next line is read.
     const auto clear = [&](std::optional<std::string> line)
@@ -51,6 +51,13 @@ CInterpreter::EResult RunInput(CInterpreter& interpreter, const SDebugOptions& o
     if (options.bJson || isatty(STDIN_FILENO) == 0)
     {
         CLineInput input(STDIN_FILENO);
+        input.SetWait(
+            [&]
+            {
+                while (interpreter.AwaitInput(STDIN_FILENO) != CInterpreter::Ready)
+                {
+                }
+            });
         const CInterpreter::EResult eResult = interpreter.ExecuteAll([&] { return clear(input.ReadLine()); }, true);
         if (input.GetError().empty())
         {
@@ -69,6 +76,13 @@ std::string MakeBanner(CDebugger& debugger)
            std::to_string(debugger.GetExtent().Count()) + " work-items. run starts it, help lists the commands.\n";
 }
 
+CInterpreter::EResult RunInput(CInterpreter& interpreter, const SDebugOptions& options)
+{
+    const CInterpreter::EResult eResult = ReadCommands(interpreter, options);
+    interpreter.ClosePage(); // nobody answers it any more
+    return eResult;
+}
+
 } // namespace
 
 int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
@@ -80,6 +94,7 @@ int RunDebugSession(const CLibraries& libraries, const SDebugOptions& options)
     interpreter.SetDebugger(debugger);
     text.SetSettings(debugger.GetSettings());
     debugger.GetSettings().bUnicode = !NeedsAsciiPictures();
+    interpreter.SetPageMaker(options.bBatch ? PageMaker() : options.makePage);
     const CInterruptScope interrupts(&debugger, interpreter, !options.bBatch);
     if (!options.bQuiet && !options.bJson)
     {
@@ -143,7 +158,13 @@ int RunProgramSession(const CLibraries& libraries, const SProgramCommand& comman
     program.GetSettings().bUnicode = !NeedsAsciiPictures();
     const bool bPrompt = !options.bBatch && (options.bJson || isatty(STDIN_FILENO) != 0);
     const CInterruptScope interrupts(nullptr, interpreter, bPrompt);
-    program.SetWatcher([&](CDebugger* pDebugger) { interrupts.Watch(pDebugger); });
+    interpreter.SetPageMaker(bPrompt ? options.makePage : PageMaker());
+    program.SetWatcher(
+        [&](CDebugger* pDebugger)
+        {
+            interrupts.Watch(pDebugger);
+            interpreter.Watch(pDebugger);
+        });
     if (bPrompt && !options.bQuiet && !options.bJson)
     {
         const std::string strBanner =

@@ -1,6 +1,7 @@
 #ifndef KESTREL_TOOLS_COMMAND_DEBUGSESSION_H
 #define KESTREL_TOOLS_COMMAND_DEBUGSESSION_H
 
+#include "tools/session/Page.h"
 #include "tools/session/launch/Libraries.h"
 #include "tools/session/program/ProgramProcess.h"
 
@@ -25,6 +26,7 @@ struct SDebugOptions
     bool bBatch = false; ///< end after the scripts
     bool bJson = false;
     bool bEcho = false; ///< print each command
+    PageMaker makePage; ///< for the command view
 };
 
 /// Runs a debugging session from its scripts to its end, with a prompt if there is a terminal.

@@ -8,8 +8,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <poll.h>
+
+#include <cerrno>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <new>
 #include <sstream>
 
@@ -111,7 +115,7 @@ void CInterpreter::NoteFailure(int nCode)
 
 bool CInterpreter::OnAskToGiveUp(const std::function<bool()>& isOver)
 {
-    return !m_Question || !GetSettings().bConfirm || m_Question(isOver);
+    return m_bPageMoves || !m_Question || !GetSettings().bConfirm || m_Question(isOver);
 }
 
 /// The lines of a user-defined command, with $arg0 and so on replaced by the words after its name.
@@ -253,7 +257,9 @@ CInterpreter::EResult CInterpreter::ExecuteAll(const LineReader& reader, bool bG
     EResult eResult = Good;
     for (std::optional<std::string> line = reader(); line; line = reader())
     {
+        TellPage(&IPage::OnCommand);
         const EResult eLine = Execute(*line);
+        TellPage(&IPage::OnAnswer);
         eResult = eLine == Good ? eResult : eLine;
         // An interrupt ends a script; at a prompt, the next line is read.
         if (eLine == Quit || (!bGoOn && (eLine == Failed || IsInterrupted())))
@@ -322,7 +328,79 @@ void CInterpreter::OnEvent(const nlohmann::json& event)
 {
     m_ListNext = SSourceLine();
     m_bStopped = m_bStopped || event["event"] == "stopped";
+    if (m_bPageMoves && m_Aside)
+    {
+        m_Aside();
+    }
     m_Output.OnEvent(event);
+    if (m_pPage != nullptr)
+    {
+        m_pPage->OnEvent(event);
+    }
+}
+
+const std::string& CInterpreter::OpenPage(unsigned int nPort)
+{
+    if (!m_MakePage)
+    {
+        throw CCommandError("a page is served while a prompt waits for commands; kestrel view serves one without");
+    }
+    if (m_pPage == nullptr)
+    {
+        m_pPage = m_MakePage(m_pDebugger, m_pProgram, nPort);
+    }
+    return m_pPage->GetAddress();
+}
+
+bool CInterpreter::ClosePage()
+{
+    const bool bServed = m_pPage != nullptr;
+    m_pPage.reset();
+    return bServed;
+}
+
+/// Lines of files and of breakpoints belong to the command that reads them.
+void CInterpreter::TellPage(void (IPage::*what)())
+{
+    if (m_pPage != nullptr && m_nDepth == 0)
+    {
+        (m_pPage.get()->*what)();
+    }
+}
+
+void CInterpreter::Watch(CDebugger* pDebugger)
+{
+    if (m_pPage != nullptr)
+    {
+        m_pPage->Watch(pDebugger);
+    }
+}
+
+CInterpreter::EInput CInterpreter::AwaitInput(int nFile)
+{
+    if (m_pPage == nullptr)
+    {
+        return Ready;
+    }
+    std::cout << std::flush;
+    pollfd requests[] = {{nFile, POLLIN, 0}, {m_pPage->GetFile(), POLLIN, 0}};
+    if (poll(requests, std::size(requests), -1) < 0)
+    {
+        return errno == EINTR ? Interrupted : Ready;
+    }
+    if (requests[0].revents != 0)
+    {
+        return Ready;
+    }
+    m_bPageMoves = true;
+    m_pPage->Work();
+    m_bPageMoves = false;
+    if (m_bStopped)
+    {
+        m_bStopped = false;
+        ShowDisplays();
+    }
+    return Worked;
 }
 
 /// The kernel run can't be aborted, and waiting for its thread could take forever.
@@ -335,9 +413,14 @@ void CInterpreter::OnLeave()
 
 void CInterpreter::OnProgress(const std::string& strText)
 {
-    if (m_Progress)
+    // While a page moves the session, the terminal shows a line that is being edited.
+    if (m_Progress && !m_bPageMoves)
     {
         m_Progress(strText);
+    }
+    if (m_pPage != nullptr)
+    {
+        m_pPage->OnProgress(strText);
     }
 }
 

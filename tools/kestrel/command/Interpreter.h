@@ -3,10 +3,12 @@
 
 #include "tools/kestrel/command/CommandTable.h"
 #include "tools/kestrel/command/Output.h"
+#include "tools/session/Page.h"
 #include "tools/session/debug/Debugger.h"
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 
 namespace KestrelTool
@@ -36,6 +38,23 @@ public:
     void SetProgress(std::function<void(const std::string&)> progress) { m_Progress = std::move(progress); }
     /// Sets a function that asks whether to give up; without one the answer is yes.
     void SetQuestion(std::function<bool(const std::function<bool()>&)> question) { m_Question = std::move(question); }
+
+    /// Lets the command view serve pages. Whoever reads the input has to call AwaitInput then.
+    void SetPageMaker(PageMaker makePage) { m_MakePage = std::move(makePage); }
+    /// Sets a function that is called before something is printed that no line of the input has caused.
+    void SetAside(std::function<void()> aside) { m_Aside = std::move(aside); }
+
+    enum EInput
+    {
+        Ready,
+        Worked, ///< a page was answered instead
+        Interrupted
+    };
+
+    /// Waits for input, or for a page that asks for something, and answers the page.
+    EInput AwaitInput(int nFile);
+    /// Another launch of the program is debugged, or none: null.
+    void Watch(CDebugger* pDebugger);
 
     enum EResult
     {
@@ -79,6 +98,12 @@ public:
     const SSourceLine& GetListNext() const { return m_ListNext; }
     void SetListNext(const SSourceLine& line) { m_ListNext = line; }
 
+    /// Serves a page of this session, if there is none yet. \return its address
+    /// \throws CCommandError, CPlatformError
+    const std::string& OpenPage(unsigned int nPort);
+    /// \return false if there is none
+    bool ClosePage();
+
     void OnEvent(const nlohmann::json& event) override;
     void OnProgress(const std::string& strText) override;
     bool OnAskToGiveUp(const std::function<bool()>& isOver) override;
@@ -92,6 +117,7 @@ private:
     bool IsInterrupted();
     EResult Perform(const SCommandLine& line);
     void ShowDisplays();
+    void TellPage(void (IPage::*what)());
     void NoteFailure(int nCode);
 
     IOutput& m_Output;
@@ -99,6 +125,10 @@ private:
     CProgramSession* m_pProgram = nullptr;
     std::function<void(const std::string&)> m_Progress;
     std::function<bool(const std::function<bool()>&)> m_Question;
+    PageMaker m_MakePage;
+    std::function<void()> m_Aside;
+    std::unique_ptr<IPage> m_pPage;
+    bool m_bPageMoves = false; ///< the page is being answered, which may move the session
     std::vector<SDisplay> m_vDisplays;
     unsigned int m_nLastDisplay = 0;
     const LineReader* m_pReader = nullptr;

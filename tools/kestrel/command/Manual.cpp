@@ -214,6 +214,10 @@ std::string MakeExample(const CLibraries& libraries, const std::string& strExamp
 {
     const std::string strText = command.pszExample;
     const std::string strMark = s_pszProgramMark;
+    if (strText.empty())
+    {
+        return std::string();
+    }
     if (strText.compare(0, strMark.size(), strMark) == 0)
     {
         return "\n```\n" + ReadProgramSession(strExamples, strText.substr(strMark.size())) + "```\n";

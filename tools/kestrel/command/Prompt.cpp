@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <filesystem>
 #include <iostream>
 
@@ -130,6 +132,13 @@ CPrompt::CPrompt(CInterpreter& interpreter) : m_Interpreter(interpreter), m_strH
     el_set(m_pEdit, EL_PROMPT, &GetPromptText);
     el_set(m_pEdit, EL_EDITOR, "emacs");
     el_set(m_pEdit, EL_HIST, history, m_pHistory);
+    el_wset(m_pEdit, EL_GETCFN, &CPrompt::ReadCharacter);
+    interpreter.SetAside(
+        [this]
+        {
+            std::cout << (m_bAside ? "" : "\n");
+            m_bAside = true;
+        });
     // The variant for char strings leaks copies of them.
     el_wset(m_pEdit, EL_ADDFN, L"kestrel-complete", L"Complete the word", &CPrompt::Complete);
     el_set(m_pEdit, EL_BIND, "^I", "kestrel-complete", nullptr);
@@ -194,6 +203,55 @@ std::optional<std::string> CPrompt::ReadLine()
         }
         return strLine;
     }
+}
+
+/// Waits for a key. Meanwhile a page is answered, which may print over the line. \return false after an interrupt
+bool CPrompt::Await()
+{
+    while (true)
+    {
+        const CInterpreter::EInput eInput = m_Interpreter.AwaitInput(STDIN_FILENO);
+        if (m_bAside)
+        {
+            m_bAside = false;
+            std::cout << std::flush;
+            el_set(m_pEdit, EL_REFRESH);
+        }
+        if (eInput != CInterpreter::Worked)
+        {
+            return eInput == CInterpreter::Ready;
+        }
+    }
+}
+
+/// Of the locale's encoding. \return 1, 0 at the end, and -1 with errno
+int CPrompt::ReadCharacter(editline* pEdit, wchar_t* pCharacter)
+{
+    void* pClient = nullptr;
+    el_get(pEdit, EL_CLIENTDATA, &pClient);
+    std::mbstate_t mbState = {};
+    size_t nLength = static_cast<size_t>(-2); // incomplete
+    while (nLength == static_cast<size_t>(-2))
+    {
+        char cByte = 0;
+        if (!static_cast<CPrompt*>(pClient)->Await())
+        {
+            errno = EINTR;
+            return -1;
+        }
+        const ssize_t nRead = read(STDIN_FILENO, &cByte, 1);
+        if (nRead <= 0)
+        {
+            return static_cast<int>(nRead);
+        }
+        nLength = std::mbrtowc(pCharacter, &cByte, 1, &mbState);
+        if (nLength == static_cast<size_t>(-1))
+        {
+            mbState = {}; // bytes of no character are passed over
+            nLength = static_cast<size_t>(-2);
+        }
+    }
+    return 1;
 }
 
 unsigned char CPrompt::Complete(editline* pEdit, int)

@@ -28,12 +28,15 @@ public:
 
 private:
     static unsigned char Complete(editline* pEdit, int nKey);
+    static int ReadCharacter(editline* pEdit, wchar_t* pCharacter);
+    bool Await();
     void LoadHistory();
 
     CInterpreter& m_Interpreter;
     editline* m_pEdit = nullptr;
     history* m_pHistory = nullptr;
     std::string m_strHistoryFile;
+    bool m_bAside = false; ///< something has been printed over the line that is being edited
 };
 
 /// The possible completions of a line.

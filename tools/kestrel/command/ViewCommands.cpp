@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <limits>
+
 namespace KestrelTool
 {
 
@@ -32,6 +34,26 @@ CExpression ReadExpression(CCommandContext& context, bool& bAll)
 }
 
 } // namespace
+
+json DoView(CCommandContext& context)
+{
+    CInterpreter& interpreter = context.GetInterpreter();
+    const std::vector<std::string> vWords = context.GetWords();
+    if (vWords.size() == 1 && vWords.front() == "off")
+    {
+        if (!interpreter.ClosePage())
+        {
+            throw CCommandError("no page is served");
+        }
+        return nullptr;
+    }
+    const size_t nPort = context.GetCount(0);
+    if (nPort > std::numeric_limits<uint16_t>::max())
+    {
+        throw CCommandError("a port is a number up to 65535");
+    }
+    return {{"view", "text"}, {"text", interpreter.OpenPage(static_cast<unsigned int>(nPort))}};
+}
 
 json DoMask(CCommandContext& context)
 {

@@ -216,6 +216,10 @@ bool IsSameFile(const std::string& strOne, const std::string& strOther)
 
 bool CLineInput::Fill()
 {
+    if (m_Wait)
+    {
+        m_Wait();
+    }
     char piece[4096];
     ssize_t nRead = -1;
     do

@@ -1,10 +1,12 @@
 #ifndef KESTREL_TOOLS_FILES_H
 #define KESTREL_TOOLS_FILES_H
 
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace KestrelTool
@@ -44,6 +46,8 @@ class CLineInput
 public:
     explicit CLineInput(int nFile) : m_nFile(nFile) {}
 
+    /// Sets a function that returns once there is something to read; without one reading waits.
+    void SetWait(std::function<void()> wait) { m_Wait = std::move(wait); }
     /// The next line without its end; nothing at the end and after an error.
     std::optional<std::string> ReadLine();
     /// The reason why reading has failed; empty at the end of the input.
@@ -53,6 +57,7 @@ private:
     bool Fill();
 
     int m_nFile;
+    std::function<void()> m_Wait;
     std::string m_strBytes;
     bool m_bEnd = false;
     std::string m_strError;

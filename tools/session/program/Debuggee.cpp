@@ -14,7 +14,8 @@ CDebuggee::CDebuggee(const SDebuggeeSetup& setup, SDebuggeeOptions options, IEve
     {
         m_Options.command.strLayer = setup.strLayer;
         m_Options.command.strVendors = setup.strVendors;
-        m_pProgram = std::make_unique<CProgramSession>(setup.libraries, m_Options.command, sink);
+        m_pOwnProgram = std::make_unique<CProgramSession>(setup.libraries, m_Options.command, sink);
+        m_pProgram = m_pOwnProgram.get();
         m_pProgram->SetWatcher(
             [this](CDebugger* pDebugger)
             {
@@ -27,16 +28,25 @@ CDebuggee::CDebuggee(const SDebuggeeSetup& setup, SDebuggeeOptions options, IEve
     }
     else
     {
-        m_pLaunch = std::make_unique<CDebugger>(setup.libraries, ReadLaunchFile(m_Options.strLaunch), sink);
+        m_pOwnLaunch = std::make_unique<CDebugger>(setup.libraries, ReadLaunchFile(m_Options.strLaunch), sink);
+        m_pLaunch = m_pOwnLaunch.get();
         m_pLaunch->SetInterruptible(true);
-        m_Watcher(m_pLaunch.get());
+        m_Watcher(m_pLaunch);
     }
-    m_pConsole = setup.makeConsole(m_pLaunch.get(), m_pProgram.get());
+    m_pConsole = setup.makeConsole(m_pLaunch, m_pProgram);
+}
+
+CDebuggee::CDebuggee(const ConsoleMaker& makeConsole, CDebugger* pLaunch, CProgramSession* pProgram)
+    : m_pLaunch(pLaunch), m_pProgram(pProgram), m_pConsole(makeConsole(pLaunch, pProgram))
+{
 }
 
 CDebuggee::~CDebuggee()
 {
-    m_Watcher(nullptr);
+    if (m_Watcher)
+    {
+        m_Watcher(nullptr);
+    }
     m_pConsole.reset();
 }
 
@@ -83,13 +93,13 @@ void CDebuggee::Continue()
 
 void CDebuggee::Kill()
 {
-    if (m_pProgram != nullptr && m_pProgram->IsRunning())
+    if (m_pOwnProgram != nullptr && m_pOwnProgram->IsRunning())
     {
-        m_pProgram->Kill();
+        m_pOwnProgram->Kill();
     }
-    if (m_pLaunch != nullptr)
+    if (m_pOwnLaunch != nullptr)
     {
-        m_pLaunch->Kill();
+        m_pOwnLaunch->Kill();
     }
 }
 

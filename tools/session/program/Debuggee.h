@@ -33,20 +33,23 @@ public:
     /// \throws CLaunchFileError, CPlatformError
     CDebuggee(const SDebuggeeSetup& setup, SDebuggeeOptions options, IEventSink& sink,
               std::function<void(CDebugger*)> watcher);
+    /// A session that another front end has, which outlives this. Only one of the two isn't null.
+    CDebuggee(const ConsoleMaker& makeConsole, CDebugger* pLaunch, CProgramSession* pProgram);
     ~CDebuggee();
 
     /// The debugger of the waiting launch; null for none.
-    CDebugger* Find() { return m_pProgram != nullptr ? m_pProgram->GetDebugger() : m_pLaunch.get(); }
+    CDebugger* Find() { return m_pProgram != nullptr ? m_pProgram->GetDebugger() : m_pLaunch; }
     /// The same, which must be at a stop. \throws CCommandError if it isn't
     CDebugger& RequireStop();
     /// Null for a launch file.
-    CProgramSession* GetProgram() { return m_pProgram.get(); }
+    CProgramSession* GetProgram() { return m_pProgram; }
     IConsole& GetConsole() { return *m_pConsole; }
     CBreakpoints& GetBreakpoints() { return m_pProgram ? m_pProgram->GetBreakpoints() : m_pLaunch->GetBreakpoints(); }
     const SDebuggeeOptions& GetOptions() const { return m_Options; }
 
     void Begin();
     void Continue();
+    /// Ends the session, unless it is another front end's.
     void Kill();
     /// Whether it was started and has ended.
     bool IsOver();
@@ -56,8 +59,10 @@ public:
 private:
     SDebuggeeOptions m_Options;
     std::function<void(CDebugger*)> m_Watcher;
-    std::unique_ptr<CDebugger> m_pLaunch;
-    std::unique_ptr<CProgramSession> m_pProgram;
+    std::unique_ptr<CDebugger> m_pOwnLaunch;
+    std::unique_ptr<CProgramSession> m_pOwnProgram;
+    CDebugger* m_pLaunch = nullptr;
+    CProgramSession* m_pProgram = nullptr;
     std::unique_ptr<IConsole> m_pConsole;
     bool m_bBegun = false;
 };
