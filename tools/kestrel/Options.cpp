@@ -119,7 +119,7 @@ void COptionParser::AddScripts(CLI::App& command)
     command.add_flag("-q,--quiet", debug.bQuiet, "say nothing at the start");
     command.add_flag("--batch", debug.bBatch, "end after the scripts");
     command.add_flag("--json", debug.bJson, "answers and events as JSON, one object a line");
-    command.add_flag("--echo", debug.bEcho, "print each command in front of what comes of it");
+    command.add_flag("--echo", debug.bEcho, "print each command before its output");
     // Called in the order of the command line.
     const auto addScript = [&debug](bool bFile) {
         return [&debug, bFile](const std::string& strText) { debug.vScripts.push_back({bFile, strText}); };
