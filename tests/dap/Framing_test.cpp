@@ -9,7 +9,7 @@ using namespace KestrelTool;
 namespace
 {
 
-/// What comes of a stream that arrives in pieces of a size; "!" where it ends with an error.
+/// The messages of a stream that arrives in pieces of a size; "!" is last if it ends with an error.
 std::vector<std::string> ReadFrames(const std::string& strBytes, size_t nPiece)
 {
     CFrameReader reader;

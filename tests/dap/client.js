@@ -19,7 +19,7 @@ function capitalize(name) {
   return name.charAt(0).toUpperCase() + name.slice(1);
 }
 
-/// What is wrong with a message; null for nothing.
+/// What is wrong with a message; null if nothing is.
 function complaint(message) {
   const custom = message.type === 'response' && message.command.includes('/');
   const known = name => schema.definitions[`DebugProtocol.${name}`] !== undefined;
@@ -68,7 +68,7 @@ class Client extends DebugClient {
     super.dispatch(text);
   }
 
-  /// The next event of a kind after those that were given before, with what came before it.
+  /// The next event of a kind after the last one that was given. Events of other kinds before it are skipped.
   async next(kind, timeout = 20000) {
     const limit = Date.now() + timeout;
     for (;;) {
@@ -90,7 +90,7 @@ class Client extends DebugClient {
       .map(event => event.body.output).join('');
   }
 
-  /// Launches with breakpoints at lines of a source, up to the first stop.
+  /// Launches with breakpoints at lines of a source, and lets the launch begin. \return the breakpoints
   async begin(launch, source, breakpoints) {
     await this.initializeRequest({
       adapterID: 'kestrel', linesStartAt1: true, columnsStartAt1: true, pathFormat: 'path',
@@ -118,7 +118,7 @@ class Client extends DebugClient {
     return (await this.variablesRequest({ variablesReference: found.variablesReference })).body.variables;
   }
 
-  /// The text of a refusal.
+  /// The text with which a request is refused; undefined if it isn't.
   async refusal(command, args) {
     try {
       await this.send(command, args);

@@ -18,7 +18,7 @@ function named(variables, name) {
   return found;
 }
 
-test('a launch file is stopped at a line, looked at, and stepped', () => withClient(async client => {
+test('a launch stops at a line, shows its values, and is stepped', () => withClient(async client => {
   const set = await client.begin(COLLATZ, COLLATZ_SOURCE, [{ line: 27, condition: 'n < 10' }, { line: 1000 }]);
   assert.deepStrictEqual(set.map(one => [one.verified, one.line]), [[true, 27], [false, 1000]]);
   const stop = await client.next('stopped');
@@ -41,7 +41,7 @@ test('a launch file is stopped at a line, looked at, and stepped', () => withCli
   const values = (await client.variablesRequest({ variablesReference: all.variablesReference })).body.variables;
   const focus = Number(/(\d+)$/.exec(threads[0].name)[1]);
   assert.strictEqual(values[focus].value, n.value);
-  // The condition holds for somebody: what C says of the values that are shown.
+  // By the values that are shown, the condition holds for some active work-item.
   assert.ok(values.some(one => !one.value.includes('not active') && BigInt(one.value) < 10n));
 
   const hover = await client.evaluateRequest({ expression: 'n * 2', frameId: frame.id, context: 'hover' });
@@ -106,7 +106,7 @@ test('points of all kinds stop, count and log', () => withClient(async client =>
   await client.next('terminated');
 }));
 
-test('filters of exceptions stop in front of what a kernel does wrong', () => withClient(async client => {
+test('filters of exceptions stop before what a kernel does wrong', () => withClient(async client => {
   const source = { path: example('../docs/tutorial/means.cl') };
   await client.begin({ launchFile: source.path.replace('.cl', '.json') }, source, [{ line: 5 }]);
   await client.next('stopped');
@@ -197,7 +197,7 @@ test('called and inlined functions are frames, and structures open', () => withC
   await client.next('terminated');
 }));
 
-/// A launch of a kernel that a test brings along.
+/// Runs a test with a launch of a kernel whose text the test gives.
 async function withKernel(text, kernel, launch, work) {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-dap-'));
   fs.writeFileSync(path.join(folder, 'kernel.cl'), text);
@@ -224,7 +224,7 @@ test('fifty locals of a thousand work-items cost less than three runs', () => {
       const before = await countRuns();
       const locals = await client.scope('Locals');
       assert.ok((await countRuns()) - before < 3);
-      // Work-item 0 reads 0, and so all of its values are 0; the last one's are as C has them.
+      // Work-item 0 reads 0, so all of its values are 0. The last one's are computed as in C.
       assert.ok(numbers.every(n => named(locals, `v${n}`).value === '0'));
       const all = (await client.variablesRequest(
         { variablesReference: named(locals, 'v7').variablesReference })).body.variables[0];
@@ -289,7 +289,7 @@ test('faults are exceptions, if they are wanted', () => withKernel(
     assert.strictEqual((await client.next('exited')).exitCode, 5);
   })));
 
-/// The programs read their kernels from where they are started.
+/// Runs a test with a program in a folder that has its kernels: programs read them from where they are started.
 function withProgram(name, work) {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-dap-'));
   fs.cpSync(example('programs'), folder, { recursive: true });
@@ -333,7 +333,7 @@ test('a program is paused between its launches', { skip: !PROGRAMS }, () =>
       assert.strictEqual(stop.reason, 'pause');
       client.thread = stop.threadId;
       assert.strictEqual((await client.top()).name, 'add');
-      // What it had added before is in the buffer of the launch that waits.
+      // The buffer of the launch that waits has what earlier launches added.
       const added = (await client.evaluateRequest({ expression: 'out[3]', frameId: (await client.top()).id })).body.result;
       assert.ok(Number(added) > 0 && Number(added) % 3 === 0, added);
       await client.continueRequest({ threadId: client.thread });
@@ -417,7 +417,7 @@ test('wrong requests are refused, and the session goes on', () => withClient(asy
   }
   const nothing = (await client.customRequest('readMemory', { memoryReference: '0x10', count: 4 })).body;
   assert.strictEqual(nothing.unreadableBytes, 4);
-  // References end with their stop.
+  // References are valid at their stop alone.
   const scopes = (await client.scopesRequest({ frameId: frame.id })).body.scopes;
   await client.nextRequest({ threadId: 1 });
   await client.next('stopped');
@@ -500,7 +500,7 @@ test('a client that dies takes the session and its program with it', { skip: !PR
     assert.deepStrictEqual(left, []);
   }));
 
-test('what is no message is passed over or ends the conversation', async () => {
+test('input that is no message is passed over or ends the conversation', async () => {
   const child = spawn(ADAPTER, ['dap'], { stdio: ['pipe', 'pipe', 'inherit'] });
   const exit = waitForExit(child);
   let heard = '';

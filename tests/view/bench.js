@@ -34,7 +34,7 @@ async function main() {
     const page = await browser.newPage();
     await page.setViewport({ width: 1400, height: 900 });
     await page.goto(address);
-    // Each stop: how long after its state had come the picture was drawn, and all the rest.
+    // For each stop: the times from its state's arrival until the picture and until all the rest was drawn.
     await page.evaluate(() => {
       window.frames_ = [];
       const [handle, paintPicture] = [onState, draw];

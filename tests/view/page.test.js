@@ -18,7 +18,7 @@ before(async () => {
 });
 after(() => browser?.close());
 
-/// Serves a launch while a test has its address.
+/// Serves a launch while a test runs with the page's address.
 async function withView(launch, work) {
   const child = spawn(process.env.KESTREL, ['view', launch], { stdio: ['ignore', 'pipe', 'inherit'] });
   const exit = new Promise(resolve => child.once('exit', (code, signal) => resolve({ code, signal })));
@@ -34,7 +34,7 @@ async function withView(launch, work) {
   assert.deepStrictEqual(await exit, { code: 0, signal: null });
 }
 
-/// The page, with what a browser complains about and asks others for.
+/// Opens the page. It collects the browser's complaints, and its requests to other addresses.
 async function open(address) {
   const page = await browser.newPage();
   page.complaints = [];
@@ -54,7 +54,7 @@ const status = (page, expected) => page.waitForFunction(
 const textOf = (page, selector) => page.$eval(selector, element => element.textContent);
 const collatz = path.join(process.env.KESTREL_SOURCES, 'examples/opencl_c/collatz.json');
 
-test('a session is stepped, looked at and gone back in', () => withView(collatz, async address => {
+test('a session is stepped forward and back, and shows its values', () => withView(collatz, async address => {
   const page = await open(address);
   await status(page, 'line 4: 8 of 8 active');
   await page.click('[data-command=next]');
@@ -94,7 +94,7 @@ test('a session is stepped, looked at and gone back in', () => withView(collatz,
   await page.close();
 }));
 
-test('stops are gone to along the time line, compared, and plotted across', () => withView(collatz, async address => {
+test('the time line leads to stops, and they are compared and plotted', () => withView(collatz, async address => {
   const page = await open(address);
   await status(page, 'line 4:');
   const give = async text => {
@@ -112,7 +112,7 @@ test('stops are gone to along the time line, compared, and plotted across', () =
   }
   assert.deepStrictEqual(await stops(), ['collatz.cl:4', 'collatz.cl:27', 'collatz.cl:27', 'collatz.cl:27']);
 
-  // What n is at the breakpoint, by the sequence itself: work-item 2 starts with first + 2.
+  // The values of n at the breakpoint, computed by the sequence: work-item 2 starts with first + 2.
   await give('workitem 2');
   await page.waitForFunction(() => document.getElementById('focus').textContent === 'Work-item 2');
   const shown = () => page.$$eval('#variables tr', rows => BigInt([...rows].find(row => row.cells[0].textContent === 'n').cells[1].textContent));
@@ -147,7 +147,7 @@ test('stops are gone to along the time line, compared, and plotted across', () =
   await page.close();
 }));
 
-test('an element has its writes, and work-items have their last lines', async () => {
+test('the writes of an element are listed, and work-items coloured by their last lines', async () => {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrel-view-'));
   fs.writeFileSync(path.join(folder, 'writes.cl'), `kernel void writes(global int* out)
 {
@@ -173,7 +173,7 @@ test('an element has its writes, and work-items have their last lines', async ()
     await page.waitForFunction(() => document.querySelectorAll('#accesses tr').length === 6);
     const rows = await page.$$eval('#accesses tr', found => found.map(row => [...row.cells].slice(0, 3).map(cell => cell.textContent)));
     const written = item => rows.filter(row => row[0] === `work-item ${item}`).map(row => / → (.*)/.exec(row[2])[1]);
-    // Work-items 6 and 7 write together, so that 7 is the one that is seen.
+    // Work-items 6 and 7 write at the same time, and the values of 7 remain.
     assert.deepStrictEqual([written(6).length, written(7)], [3, ['70', '71', '72']]);
     const last = rows.findLastIndex(row => row[0] === 'work-item 7');
     await page.click(`#accesses tr:nth-child(${last + 1}) button`);
@@ -182,7 +182,7 @@ test('an element has its writes, and work-items have their last lines', async ()
     const value = name => page.$$eval('#variables tr',
       (found, wanted) => [...found].find(row => row.cells[0].textContent === wanted).cells[1].textContent, name);
     assert.strictEqual(await value('i'), '2');
-    // An index of the work-item's own: what the pixel that is clicked on has been written by.
+    // An index computed from the work-item's own variables gives the writes of its element.
     await page.evaluate(() => {
       document.getElementById('written').textContent = '';
       document.getElementById('element').value = 'out[id / 2]';
