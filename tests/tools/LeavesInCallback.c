@@ -1,4 +1,4 @@
-/* An ordinary OpenCL program that ends itself, without farewell, in the callback of a launch's end. */
+/* An ordinary OpenCL program that ends itself by _exit in the callback of a launch's end. */
 #include <CL/cl.h>
 #include <stdio.h>
 #include <unistd.h>

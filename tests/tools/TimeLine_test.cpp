@@ -1,4 +1,4 @@
-// The time line of stops, against a launch of which each moment is known.
+// Compares the time line of stops with a launch whose executed lines are all known.
 #include "tools/session/debug/TimeLine.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ const CListing s_Loop({"il_cs_2_0", "call 1024", "endmain", "func 1024", ";__Ope
 /// The lines that are executed, one after the other.
 const std::vector<unsigned int> s_Moments = {5, 6, 7, 8, 9, 10, 7, 8, 9, 10, 7, 8, 9, 10, 7, 8, 11, 12};
 
-/// A launch, and what a time line makes of the moves in it.
+/// A launch, and the time line of the moves in it.
 class CLaunchInMoments
 {
 public:
@@ -49,7 +49,7 @@ public:
         return true;
     }
 
-    /// To a place of the time line, as a session goes there. \return false if the moves led elsewhere
+    /// Goes to a place of the time line as a session does. \return false if the moves led elsewhere
     bool GoTo(size_t nPlace)
     {
         const std::optional<size_t> runs =
@@ -87,7 +87,7 @@ const CTimeLine::Lines s_Stops[] = {{7}, {9}, {5, 7, 9, 11}, {11}, {6, 8}, {8}, 
 
 } // namespace
 
-/// No place may ever stand for two moments, and each can be gone to.
+/// No place may stand for two moments, and GoTo must reach each place.
 TEST(TimeLine, PlacesAreMoments)
 {
     size_t nVisits = 0;
@@ -140,11 +140,11 @@ TEST(TimeLine, AWayBackIsRecognised)
                    {OVKCLDEBUG_COMMAND_EXT_RUN_BACK, {9}}},
                   1,
                   2},
-                 {"to the first stop by whatever",
+                 {"to the first stop by a run back that meets no stop",
                   {{OVKCLDEBUG_COMMAND_CONTINUE, {11}}, {OVKCLDEBUG_COMMAND_EXT_RUN_BACK, {12}}},
                   0,
                   2},
-                 {"on the same way again",
+                 {"forward again along the same way",
                   {{OVKCLDEBUG_COMMAND_CONTINUE, {9}},
                    {OVKCLDEBUG_COMMAND_CONTINUE, {9}},
                    {OVKCLDEBUG_COMMAND_EXT_RUN_BACK, {9}},

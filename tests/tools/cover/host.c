@@ -1,4 +1,4 @@
-// Runs the kernel of a file of OpenCL C for work-items one by one: host ITEMS, and prints what it leaves.
+// Runs the kernel of walks.cl for one work-item after the other, and prints the buffer: host ITEMS
 #include <stdio.h>
 #include <stdlib.h>
 
