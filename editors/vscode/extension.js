@@ -12,7 +12,7 @@ const adapters = {
   },
 };
 
-/// Makes a configuration of the file that is open where there is none.
+/// Without a configuration, makes one for the launch file that is open.
 const configurations = {
   resolveDebugConfiguration(folder, configuration) {
     if (configuration.type || configuration.request || configuration.name) {
@@ -30,7 +30,7 @@ const configurations = {
   },
 };
 
-/// The panel that shows the dispatch. There is one, for the session that is looked at.
+/// The panel that shows the dispatch. There is one, for the session that stopped last or was active when it was shown.
 class Grid {
   constructor(context, session) {
     this.session = session;
@@ -114,7 +114,7 @@ function activate(context) {
         onDidSendMessage(message) {
           if (grid !== undefined && message.type === 'event' && message.event === 'stopped') {
             grid.session = session;
-            // The stop is told of while it is handed on; requests come after it.
+            // This is called before the editor handles the stop; requests have to come after that.
             setImmediate(() => grid?.refresh());
           }
         },
