@@ -6,8 +6,9 @@
 namespace KestrelPlatform
 {
 
-/// Some of the bytes of a word of bits were stored before.
-/// \param pValues  the first one's
+/// Notes values of bytes, some of which were stored before.
+/// \param nMask    the bytes, as bits
+/// \param pValues  their values, beginning with the first byte in nMask
 void SStoredValues::NoteRest(uint64_t nFirst, uint64_t nMask, uint64_t nOld, const unsigned char* pValues)
 {
     for (uint64_t nBits = nMask; nBits != 0; nBits &= nBits - 1)

@@ -15,11 +15,11 @@ struct SStoredValues
     SStoredValues() : m_nWritten{}, m_nDiffer{} {}
 
     void Note(uint64_t nBegin, uint64_t nEnd, const unsigned char* pValues);
-    /// Whether all that was stored in these bytes, which lie within 8, was the same.
+    /// Whether different values were stored in any of these bytes, which lie within 8.
     bool Differ(uint64_t nBegin, uint32_t nBytes) const;
 
 private:
-    static constexpr uint32_t s_nBits = 64; ///< bytes that a word of bits tells of
+    static constexpr uint32_t s_nBits = 64; ///< bytes for which one word has bits
 
     void NoteRest(uint64_t nFirst, uint64_t nMask, uint64_t nOld, const unsigned char* pValues);
 
