@@ -12,7 +12,7 @@ namespace KestrelPlatform
 namespace
 {
 
-/// Groups of a block have 256 numbers at most.
+/// Numbers of address spaces for each memory object, more than a block has groups.
 const uint32_t s_nLocalSpace = 1024;
 
 ERaceKind RaceKindOf(const SAccess& access)
@@ -76,7 +76,7 @@ CCheckRecorder::CCheckRecorder(SThreadChecks& checks, bool bFirst) : m_Checks(ch
     {
         m_pGroupRows = std::make_unique<CGroupRows>(*checks.totals.pGroups);
     }
-    // Of larger groups the one that runs their blocks knows.
+    // Barriers of larger groups are checked where their blocks are run.
     if (checks.totals.context.nBlocksPerGroup == 1 && (checks.totals.context.launch.nChecks & PLATFORM_CHECK_BARRIER))
     {
         m_pBarriers = std::make_unique<CPartBarriers>(checks.totals.context, checks.findings);
@@ -212,7 +212,7 @@ void CCheckRecorder::CheckAlignment(const CBlock& block, const SMicroOp& step, c
     }
 }
 
-/// \return false for what isn't in memory that can be written
+/// Finds a lane's place in a memory object or in local memory. \return false if it isn't in writable memory
 bool CCheckRecorder::FindPlace(const CBlock& block, const SAccess& access, uint32_t nLane, SRaceAccess& race)
 {
     const SLaunchContext& context = m_Checks.totals.context;
@@ -255,7 +255,7 @@ void CCheckRecorder::TouchGroups()
     m_vGlobal.clear();
 }
 
-/// Whether bytes lie in the memory object that was found last, which can't be written.
+/// Whether the memory object found last contains these bytes and is read-only.
 bool CCheckRecorder::IsReadOnly(const SAccess& access, uint64_t nAddress, uint64_t nBytes) const
 {
     const std::vector<SMemoryRange>& vMemory = m_Checks.totals.context.launch.vMemory;
@@ -268,7 +268,7 @@ bool CCheckRecorder::IsReadOnly(const SAccess& access, uint64_t nAddress, uint64
            range.nSize - (nAddress - range.nAddress) >= nBytes;
 }
 
-/// All lanes are active, and lie as a plane within one memory object. \return false if not
+/// Places lanes that are all active and whose addresses are a plane within one memory object. \return false for others
 bool CCheckRecorder::PlacePlane(const CBlock& block, const SAccess& access, const SLanes& lanes, SRaceRow& row)
 {
     SAddressPlane& plane = row.plane;
@@ -288,8 +288,8 @@ bool CCheckRecorder::PlacePlane(const CBlock& block, const SAccess& access, cons
            ((plane.nFirst | static_cast<uint64_t>(plane.nStep) | static_cast<uint64_t>(plane.nPieceStep)) & 3) == 0;
 }
 
-/// Places all that lies between the lowest and the highest address. What can't be written is left without a place,
-/// which is none to race for. \return false if it doesn't lie within one memory object
+/// Places the range from the lowest to the highest address. In read-only memory the place is empty, since nothing can
+/// race there. \return false if the range isn't within one memory object
 bool CCheckRecorder::PlaceWhole(const CBlock& block, const SAccess& access, uint64_t nLow, uint64_t nHigh,
                                 SRaceRow& row)
 {
@@ -311,7 +311,8 @@ bool CCheckRecorder::PlaceWhole(const CBlock& block, const SAccess& access, uint
     return true;
 }
 
-/// Accesses within one memory object, of which writes go up without meeting. Leaves their places in m_vAddresses.
+/// Places accesses within one memory object, each lane in m_vAddresses. \return false for others, and for writes whose
+/// addresses don't ascend or whose bytes overlap
 bool CCheckRecorder::PlaceListed(const CBlock& block, const SAccess& access, SRaceRow& row)
 {
     const uint32_t nBegin = block.GetFirstLane();
@@ -339,7 +340,7 @@ bool CCheckRecorder::PlaceListed(const CBlock& block, const SAccess& access, SRa
     return (nAny % 4 == 0 || row.nBytes % 4 != 0) && (row.eKind != RACE_WRITE || GoUp(row));
 }
 
-/// Whether each work-item's bytes lie behind those of the one before.
+/// Whether the active work-items' bytes ascend without overlapping.
 bool CCheckRecorder::GoUp(const SRaceRow& row) const
 {
     uint64_t nEnd = 0;
@@ -355,7 +356,7 @@ bool CCheckRecorder::GoUp(const SRaceRow& row) const
     return true;
 }
 
-/// The same where some may be outside, or where nothing can be written.
+/// The same, by looking at each lane: some may be outside of memory or in read-only memory.
 bool CCheckRecorder::PlaceEach(const CBlock& block, const SAccess& access, SRaceRow& row)
 {
     const uint32_t nBegin = block.GetFirstLane();
@@ -390,7 +391,7 @@ bool CCheckRecorder::PlaceEach(const CBlock& block, const SAccess& access, SRace
         row.nLow = std::min(row.nLow, race.nAddress);
         row.nEnd = std::max(row.nEnd, race.nAddress + row.nBytes);
     }
-    m_nRange = nRange != ~0u ? nRange : m_nRange; // what is read only may have been found last
+    m_nRange = nRange != ~0u ? nRange : m_nRange; // the one found last may be read-only
     return true;
 }
 
@@ -415,8 +416,8 @@ const unsigned char* CCheckRecorder::StoredOf(const CBlock& block, const SAccess
     return m_vStored.data();
 }
 
-/// The same accesses as rows, one of each group. \return false if they have to be looked at word by word, which does no
-/// harm to those that are kept as rows already
+/// Checks an access as rows, one for each group. \return false if it has to be checked word by word; rows of it that
+/// are kept already do no harm
 bool CCheckRecorder::CheckRows(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const SLaunchContext& context = m_Checks.totals.context;
@@ -454,7 +455,7 @@ bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const S
         return false;
     }
     if (row.nLow >= row.nEnd)
-    { // what can't be written can't race
+    { // read-only memory
         return true;
     }
     row.nSpace = SpaceOf(access, lanes.nBegin);
@@ -471,7 +472,8 @@ bool CCheckRecorder::CheckRow(const CBlock& block, const SMicroOp& step, const S
     return true;
 }
 
-/// Memory objects and the groups of a block have their own addresses.
+/// The number of the access's address space. Each group of a block has one for local memory and one for each memory
+/// object.
 uint32_t CCheckRecorder::SpaceOf(const SAccess& access, uint32_t nLane) const
 {
     const SLaunchContext& context = m_Checks.totals.context;

@@ -44,12 +44,12 @@ struct SThreadChecks
     std::vector<unsigned char> vLocalShadow;
 };
 
-/// Checks what a block does: whether its accesses are aligned, whether they race, whether it depends on what nobody has
-/// written, and whether all of a group come to its barriers.
+/// Checks a running block for misaligned accesses, races, uses of unwritten values, faulty arithmetic, and barriers
+/// that only part of a group reaches.
 class CCheckRecorder : public IBlockRecorder
 {
 public:
-    /// \param bFirst  the first one of its thread
+    /// \param bFirst  whether the block is the first one of its thread
     CCheckRecorder(SThreadChecks& checks, bool bFirst);
 
     void Start(const CBlock& block) override;
@@ -65,7 +65,7 @@ public:
     void Finish() override;
 
 private:
-    /// All of one group.
+    /// The lanes of one group.
     struct SLanes
     {
         uint32_t nBegin;
@@ -91,16 +91,16 @@ private:
 
     SThreadChecks& m_Checks;
     const bool m_bFirst;
-    std::unique_ptr<CInitRecorder> m_pInit; ///< null if it isn't looked for
+    std::unique_ptr<CInitRecorder> m_pInit; ///< null if unwritten values aren't looked for
     std::unique_ptr<CNumberRecorder> m_pNumbers;
     std::unique_ptr<CPartBarriers> m_pBarriers;
     std::unique_ptr<CGroupRows> m_pGroupRows; ///< null if no other group can race
     uint32_t m_nInterval = 0;
     std::vector<uint64_t> m_vAddresses; ///< of the access under way, from the block's first lane
     std::vector<SRaceAccess> m_vGlobal; ///< its parts that touch one memory object
-    uint32_t m_nRange = 0;              ///< which
+    uint32_t m_nRange = 0;              ///< the memory object found last
     std::vector<SIntervalRace> m_vRaces;
-    std::vector<unsigned char> m_vStored; ///< by the access under way, one work-item after the other
+    std::vector<unsigned char> m_vStored; ///< bytes that the access under way stores, one work-item after the other
 };
 
 } // namespace KestrelPlatform

@@ -81,7 +81,7 @@ CGroupRaces::SPage& CGroupRaces::Page(uint32_t nRange, uint64_t nPage)
     return *pPage;
 }
 
-/// An access in as few bits as the launch's take, in the order of groups.
+/// Packs an access into as few bits as the launch needs. Entries are ordered by group.
 uint64_t CGroupRaces::MakeEntry(uint64_t nGroup, uint32_t nItem, uint32_t nNumber) const
 {
     return nGroup << m_nGroupShift | static_cast<uint64_t>(nItem) << m_nItemShift | nNumber;
@@ -145,7 +145,7 @@ void CGroupRaces::Split(SPage& page)
     }
 }
 
-/// The part of an access that is in a page.
+/// Takes the part of an access that is in a page.
 void CGroupRaces::TouchPage(SPage& page, const SRaceAccess& access)
 {
     const uint64_t nBegin = access.nAddress % s_nPageBytes;
@@ -174,7 +174,7 @@ void CGroupRaces::NoteValues(SPage& page, uint64_t nBegin, uint64_t nEnd, const 
     page.pValues->Note(nBegin, nEnd, pBytes);
 }
 
-/// Rows come again in the order in which they came before, from other groups: the one behind the last is tried first.
+/// Other groups repeat the rows in the same order, so the part after the one found last is tried first.
 CGroupRaces::SPart* CGroupRaces::FindPart(SPage& page, const SPart& part)
 {
     const auto isSame = [&part](const SPart& other)
@@ -195,7 +195,8 @@ CGroupRaces::SPart* CGroupRaces::FindPart(SPage& page, const SPart& part)
     return nullptr;
 }
 
-/// Of rows that differ in their group alone those of the two lowest groups count. \return false if there is none yet
+/// Merges a part with one that differs only in its group, of which the two lowest groups are kept. \return false if
+/// there is none
 bool CGroupRaces::Merge(SPage& page, const SPart& part)
 {
     SPart* const pSame = FindPart(page, part);
@@ -228,7 +229,7 @@ void CGroupRaces::AddPart(SPage& page, const SPart& part)
     page.pParts[page.nParts++] = part;
 }
 
-/// Takes what one work-item of a part has touched over to the units of its kind.
+/// Adds what one work-item of a part has touched to the units of its kind.
 void CGroupRaces::SpreadItem(SPage& page, const SPart& part, uint32_t nItem, uint32_t nBegin, uint32_t nEnd)
 {
     const uint64_t nEntry = MakeEntry(part.nGroup, part.nItem + nItem, part.nNumber);
@@ -262,7 +263,7 @@ void CGroupRaces::Spread(SPage& page, const SPart& part)
     }
 }
 
-/// The values of a part of a row, of a page that begins at nStart.
+/// Notes the values that a row stores in a page that begins at nStart.
 void CGroupRaces::NoteRow(SPage& page, const SPart& part, const SRaceRow& row, uint64_t nStart,
                           const unsigned char* pValues)
 {
@@ -389,7 +390,7 @@ void CGroupRaces::ReportUnit(const SPage& page, size_t nUnit, uint64_t nAddress,
     }
 }
 
-/// Whether groups may have met in a page with a write or an atomic among them.
+/// Whether groups may have raced in a page: at least one access must be a write or an atomic.
 bool CGroupRaces::MayRace(const SPage& page)
 {
     const auto isChange = [](const SPart& part) { return part.eKind != RACE_READ; };

@@ -22,10 +22,10 @@ struct SLaunchContext;
 /// The instruction of each access of a program.
 std::vector<uint32_t> FindAccessInstructions(const SCode& code);
 
-/// Which groups have touched each word of global memory, over a whole launch: no barrier orders groups. Of each kind
-/// of access the lowest one is kept, and the lowest one of another group. So what is kept depends neither on the order
-/// of groups nor on threads, and two groups that shouldn't have met are never missed. Words of which bytes are touched
-/// by themselves are kept byte by byte, a page at a time.
+/// Finds races between groups in global memory. No barrier orders groups, so the accesses of a whole launch are
+/// compared. For each word and each kind of access the lowest access is kept, and the lowest one of another group. So
+/// the result depends neither on the order of groups nor on threads, and no race between two groups is missed. A page
+/// in which parts of words are accessed is kept byte by byte.
 class CGroupRaces
 {
 public:
@@ -36,15 +36,15 @@ public:
     CGroupRaces& operator=(const CGroupRaces&) = delete;
 
     /// Takes accesses of one kind to a memory object. Any thread. Throws std::bad_alloc.
-    /// \param nRange  which of the launch's
+    /// \param nRange  index of the memory object in the launch
     void Touch(uint32_t nRange, const SRaceAccess* pAccesses, uint32_t nCount);
-    /// Takes an even row of one kind of access of which each work-item's bytes lie behind those of the one before, by
-    /// s_nMostStep at most. Or bytes that its first work-item has touched all of, which its step of 0 tells.
-    /// \param pValues  that a write stores, one work-item after the other
+    /// Takes a row of accesses of one kind with the same step between all neighbours. The step is at least the bytes of
+    /// one work-item, and at most s_nMostStep. A step of 0 means that the first work-item has touched the whole row.
+    /// \param pValues  the bytes that a write stores, one work-item after the other
     void TouchRow(uint32_t nRange, const SRaceRow& row, uint64_t nGroup, const unsigned char* pValues);
-    /// Tells of all pairs that raced. For when the launch has ended.
+    /// Reports all pairs that raced. To be called after the launch.
     void Report(CFindings& findings);
-    /// What all of this takes.
+    /// The memory in use.
     size_t GetBytes() const { return m_Arena.GetTaken(); }
 
 private:
@@ -56,28 +56,28 @@ private:
 
         void Add(uint64_t nEntry, uint32_t nGroupShift);
     };
-    /// What rows that differ in nothing but their group have touched of a page.
+    /// The part of a page that rows have touched which differ only in their group.
     struct SPart
     {
         uint16_t nBegin = 0; ///< bytes from the start of the page
         uint16_t nEnd = 0;
-        int16_t nFirst = 0; ///< where the first work-item's are, which may be in an earlier page
+        int16_t nFirst = 0; ///< where the first work-item's bytes begin, which may be in an earlier page
         uint16_t nItem = 0;
         uint16_t nNumber = 0;
-        uint8_t nStep = 0;  ///< from each work-item's to the next; 0 if the first has touched them all
-        uint8_t nBytes = 0; ///< of each
+        uint8_t nStep = 0;  ///< from each work-item to the next; 0 if the first has touched everything
+        uint8_t nBytes = 0; ///< of each work-item
         ERaceKind eKind = RACE_READ;
         uint32_t nGroup = 0; ///< the lowest
         uint32_t nOther = ~0u;
 
         bool HasWords() const { return (nStep == 0 ? nBegin | nEnd : nFirst | nStep | nBytes) % 4 == 0; }
     };
-    /// All of it lies in the arena.
+    /// All of its memory is in the arena.
     struct SPage
     {
         uint16_t nUnit = 4;  ///< bytes
-        uint16_t nParts = 0; ///< that aren't among the kinds yet
-        uint16_t nRoom = 0;  ///< for them
+        uint16_t nParts = 0; ///< parts that pKinds doesn't include yet
+        uint16_t nRoom = 0;  ///< parts for which there is room
         uint16_t nNext = 0;  ///< the part to look at first
         SPart* pParts = nullptr;
         unsigned char* pKinds[3] = {};    ///< entries by RaceKind and unit; null if there was none in the page
@@ -104,9 +104,9 @@ private:
     void ReportPair(uint64_t nOne, uint64_t nTwo, const SPlatformFinding& like, CFindings& findings) const;
 
     const SLaunchContext& m_Context;
-    uint32_t m_nItemShift;  ///< in an entry, above the number of the access
-    uint32_t m_nGroupShift; ///< above the work-item's
-    bool m_bShort;          ///< entries of the launch have 32 bits, else 64
+    uint32_t m_nItemShift;  ///< where the work-item begins in an entry, above the number of the access
+    uint32_t m_nGroupShift; ///< where the group begins in an entry
+    bool m_bShort;          ///< entries have 32 bits, else 64
     CShadowArena m_Arena;
     std::vector<std::vector<SPage*>> m_vPages; ///< by memory object
     std::array<CSpinLock, 64> m_Locks;         ///< by page

@@ -41,7 +41,7 @@ void CGroupRows::Touch(uint32_t nRange, const SRaceRow& row, uint64_t nGroup, co
     }
 }
 
-/// Of those that touch the same words the first one is the lowest.
+/// If all pieces touch the same words, the first piece is enough, as it has the lowest work-items.
 void CGroupRows::TouchPlane(uint32_t nRange, SRaceRow row, uint64_t nGroup, const unsigned char* pValues)
 {
     if (!row.plane.IsEven() && row.plane.nPieceStep == 0)
@@ -87,8 +87,8 @@ void CGroupRows::TouchListed(uint32_t nRange, const SRaceRow& row, uint64_t nGro
     TouchWords(nRange);
 }
 
-/// A part of a listed row that leaves no gaps. What an earlier part of it has touched is left to that one.
-/// \return how many work-items it has; 0 if there is none at a lane
+/// Hands on a part of a listed row without gaps, unless an earlier part has touched the same bytes.
+/// \return how many work-items the part has; 0 if none begins at the lane
 uint32_t CGroupRows::TouchPiece(uint32_t nRange, const SRaceRow& row, uint32_t nLane, uint64_t nGroup,
                                 const unsigned char* pValues, const uint64_t* pAddresses)
 {
@@ -143,7 +143,8 @@ void CGroupRows::TouchWords(uint32_t nRange)
     m_vWords.clear();
 }
 
-/// The pieces of a row, of which each is one place, go on where those of the run have ended, or lie in it.
+/// Adds a row, each of whose pieces is one place, to a run in which these places lie or at whose end they follow. If
+/// there is none, the row begins a run.
 void CGroupRows::AddRun(uint32_t nRange, const SRaceRow& row, uint64_t nGroup)
 {
     const auto isSame = [&](const SRun& run)

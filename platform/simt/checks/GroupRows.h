@@ -9,28 +9,28 @@
 namespace KestrelPlatform
 {
 
-/// Hands the rows of a block on to CGroupRaces, in even parts where there are any. What a loop reads word after word,
-/// each of them the same one for many work-items, is put together first.
+/// Hands the rows of a block on to CGroupRaces, in parts of an even step where possible. If a loop reads one word after
+/// the other, each of them for many work-items, these reads are combined first.
 class CGroupRows
 {
 public:
     explicit CGroupRows(CGroupRaces& groups) : m_Groups(groups) {}
 
-    /// \param pValues  that a write stores, one work-item after the other
-    /// \param pAddresses  of a row that is no plane, as CIntervalRows has them
+    /// \param pValues  the bytes that a write stores, one work-item after the other
+    /// \param pAddresses  the addresses of a row that isn't a plane, as for CIntervalRows::Add
     void Touch(uint32_t nRange, const SRaceRow& row, uint64_t nGroup, const unsigned char* pValues,
                const uint64_t* pAddresses);
     /// Hands on what is held back.
     void Flush();
 
 private:
-    /// Reads or atomics of a loop. The pieces of each have a place of their own, and are as wide.
+    /// Combined reads or atomics of a loop. Each piece of the row touches the bytes after a place of its own.
     struct SRun
     {
-        SRaceRow row; ///< the first one's
+        SRaceRow row; ///< the first access
         uint32_t nRange = 0;
         uint64_t nGroup = 0;
-        uint64_t nWide = 0; ///< bytes from each piece's place
+        uint64_t nWide = 0; ///< bytes touched from each piece's place on
     };
 
     void TouchPlane(uint32_t nRange, SRaceRow row, uint64_t nGroup, const unsigned char* pValues);
@@ -45,7 +45,7 @@ private:
 
     CGroupRaces& m_Groups;
     std::vector<SRun> m_vRuns;
-    std::vector<uint64_t> m_vPieces; ///< where those of a listed row begin
+    std::vector<uint64_t> m_vPieces; ///< where the pieces of a listed row begin
     std::vector<SRaceAccess> m_vWords;
 };
 

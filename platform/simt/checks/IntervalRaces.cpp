@@ -30,7 +30,7 @@ void CIntervalRaces::Begin()
     *this = CIntervalRaces();
 }
 
-/// Where a unit has its cell, or could have it.
+/// The unit's cell, or the free one that it would take.
 CIntervalRaces::SCell& CIntervalRaces::Place(STable& table, uint64_t nUnit, uint32_t nSpace) const
 {
     const size_t nMask = table.vCells.size() - 1;

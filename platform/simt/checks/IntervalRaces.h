@@ -12,37 +12,38 @@ namespace KestrelPlatform
 /// A race within a group.
 struct SIntervalRace
 {
-    uint16_t nItem = 0; ///< that came first
+    uint16_t nItem = 0; ///< of the earlier access
     uint16_t nNumber = 0;
-    ERaceKind eKind = RACE_READ; ///< of that one
-    bool bUnequal = true;        ///< not two writes of the same value
+    ERaceKind eKind = RACE_READ; ///< of the earlier access
+    bool bUnequal = true;        ///< false for two writes of the same value
     uint32_t nOffset = 0;        ///< of the bytes in the later access
     uint32_t nBytes = 0;
-    uint32_t nOldValue = 0; ///< of two writes
+    uint32_t nOldValue = 0; ///< of two writes, that of the earlier one
     uint32_t nValue = 0;
 };
 
-/// Who has touched each word of a group's memory since its last barrier: the last writer, and of readers and atomics
-/// the first and the first other one, so that whoever writes next is another one than one of these. Words of which
-/// bytes are touched by themselves are kept byte by byte. A thread has one, for one group after the other.
+/// Finds races within a group, from the accesses to each word since the group's last barrier. It keeps the last writer,
+/// the first two different readers, and the first two different work-items with atomics. At least one of the two isn't
+/// the next writer. A word of which parts are accessed is split into bytes. Each thread has one object, for one
+/// group after the other.
 class CIntervalRaces
 {
 public:
     CIntervalRaces() : m_Words(1024), m_Bytes(64) {}
 
-    /// The groups of a block, or the blocks of a group, begin: nothing of what was before counts.
+    /// New groups begin, and earlier accesses no longer count.
     void Begin();
     /// Takes one work-item's access. Throws std::bad_alloc.
-    /// \param nSpace  tells apart what has its own addresses, as the groups of a block
+    /// \param nSpace  number of the address space; each group of a block has its own
     /// \param nInterval  barriers so far
-    /// \param vRaces  gets the races with what was before
+    /// \param vRaces  receives the races with earlier accesses
     void Touch(const SRaceAccess& access, uint32_t nSpace, uint32_t nInterval, std::vector<SIntervalRace>& vRaces);
 
 private:
     struct SWho
     {
         uint16_t nItem = 0;
-        uint16_t nNumber = s_nMostRaceNumbers; ///< which stands for nobody
+        uint16_t nNumber = s_nMostRaceNumbers; ///< s_nMostRaceNumbers if there is none
 
         bool IsThere() const { return nNumber != s_nMostRaceNumbers; }
     };

@@ -14,7 +14,7 @@ const size_t s_nMostData = size_t(4) << 20;
 /// How far back the same row is looked for: loops repeat theirs soon.
 const size_t s_nLookBack = 32;
 
-/// Whether the work-items of both rows touch words of their own alone, the same ones.
+/// Whether each work-item touches the same words in both rows, and no other work-item touches them there.
 bool AreOwn(const SRaceRow& one, const SRaceRow& other)
 {
     const int64_t nBytes = std::max(one.nBytes, other.nBytes);
@@ -29,7 +29,7 @@ bool AreOwn(const SRaceRow& one, const SRaceRow& other)
                  : one.plane == other.plane && one.nItem == other.nItem && one.nCount == other.nCount;
 }
 
-/// Where all work-items touch the same. Of a loop's reads, places may have come behind it.
+/// Whether all work-items touch the same place. For a loop's reads, Extend may have added places after it.
 bool IsOnePlace(const SRaceRow& row)
 {
     return row.bPlane && row.plane.IsEven() && row.plane.nStep == 0;
@@ -55,7 +55,7 @@ void CIntervalRows::StartInterval(uint32_t nInterval)
 
 bool CIntervalRows::MayRace(const SRaceRow& row, ERaceKind eKind, const uint64_t* pAddresses) const
 {
-    // Where a write is one of two listed rows, its work-items' words are their own.
+    // The addresses of a listed write don't overlap. So if both rows have the same ones, each word is one work-item's.
     const auto areSame = [&](const SKept& kept)
     {
         return !row.bPlane && !kept.row.bPlane && (row.eKind == RACE_WRITE || eKind == RACE_WRITE) &&
@@ -85,7 +85,8 @@ CIntervalRows::SKept* CIntervalRows::FindSame(const SRaceRow& row)
     return nullptr;
 }
 
-/// Loops read one place after the other, each of them for all work-items. \return false if there is none to go on with
+/// Adds a read of one place by all work-items to an earlier read that it continues, as loops make them. \return false
+/// if there is none
 bool CIntervalRows::Extend(const SRaceRow& row)
 {
     std::vector<SKept>& vKept = m_vKept[RACE_READ];
@@ -118,7 +119,7 @@ bool CIntervalRows::Add(const SRaceRow& row, uint32_t nInterval, const unsigned 
     const size_t nValues = row.eKind == RACE_WRITE ? size_t{row.nBytes} * row.nCount : 0;
     if (SKept* const pSame = FindSame(row))
     {
-        // Of writes the last one counts.
+        // The values of the last write count.
         if (nValues != 0)
         {
             std::memcpy(m_vData.data() + pSame->nData, pValues, nValues);

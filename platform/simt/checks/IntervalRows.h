@@ -20,27 +20,27 @@ struct SRaceRow
     uint32_t nCount = 0;
     uint32_t nSpace = 0; ///< as CIntervalRaces has it
     ERaceKind eKind = RACE_READ;
-    bool bPlane = true;   ///< else the addresses are those that come with it
+    bool bPlane = true;   ///< else the row comes with a list of addresses
     uint16_t nItem = 0;   ///< the first one in the group
     uint16_t nNumber = 0; ///< of the access in the program
 };
 
-/// Accesses of a group since its last barrier that can't race, kept row by row: where each work-item touches its own
-/// words, where all only read, and where others are elsewhere. The first one of which that isn't known has all of them
-/// taken over by CIntervalRaces, which looks at each word.
+/// Keeps a group's accesses since its last barrier as rows, while these can't race: each work-item touches words of its
+/// own, or all only read, or the rows don't overlap. After the first access for which that isn't certain,
+/// CIntervalRaces takes them all over and checks each word.
 class CIntervalRows
 {
 public:
     static constexpr uint64_t s_nInactive = ~uint64_t(0);
 
-    /// The groups of a block, or the blocks of a group, begin.
+    /// New groups begin.
     void Begin();
-    /// \param pValues  that a write stores, one work-item after the other
-    /// \param pAddresses  of a row that is no plane, s_nInactive for who isn't active; those of a
-    /// write must not meet each other
-    /// \return false if it has to be looked at word by word
+    /// \param pValues  the bytes that a write stores, one work-item after the other
+    /// \param pAddresses  the addresses of a row that isn't a plane, s_nInactive for inactive work-items; the bytes of
+    ///                    a write mustn't overlap
+    /// \return false if the row has to be checked word by word
     bool Add(const SRaceRow& row, uint32_t nInterval, const unsigned char* pValues, const uint64_t* pAddresses);
-    /// What comes next in the interval is looked at word by word.
+    /// Hands the rows over. The rest of the interval is checked word by word.
     void GoToWords(CIntervalRaces& words, uint32_t nInterval);
 
 private:
@@ -59,7 +59,7 @@ private:
     std::vector<SKept> m_vKept[3]; ///< by kind, in the order in which they came
     std::vector<unsigned char> m_vData;
     uint32_t m_nInterval = 0;
-    bool m_bWords = false; ///< the interval is looked at word by word
+    bool m_bWords = false; ///< the interval is checked word by word
 };
 
 } // namespace KestrelPlatform

@@ -11,13 +11,13 @@ enum ERaceKind : uint8_t
 {
     RACE_READ,
     RACE_WRITE,
-    RACE_ATOMIC ///< gets along with others of its kind
+    RACE_ATOMIC ///< doesn't race with other atomics
 };
 
-/// What is kept of memory that groups share is kept by pages of this size.
+/// Size of the pages by which accesses to global memory are kept.
 const uint32_t s_nRacePageBytes = 4096;
 
-/// Work-items of a group are told apart by 16 bits, accesses of a program too.
+/// The numbers of work-items in a group and of accesses in a program have 16 bits, and are below this one.
 const uint32_t s_nMostRaceNumbers = 0xFFFF;
 
 /// One work-item's access.

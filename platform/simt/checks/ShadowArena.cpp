@@ -18,7 +18,7 @@ const size_t s_nLine = 64;
 const size_t s_nFirstPiece = size_t(32) << 10;
 const size_t s_nLargePage = size_t(2) << 20;
 
-/// Large pages of launches that have ended, as they have left them.
+/// Large pages of earlier launches, with the contents that these left.
 class CKeptPages
 {
 public:
@@ -78,7 +78,7 @@ void CShadowArena::AddPiece(size_t nBytes)
             throw std::bad_alloc();
         }
         if (bLarge)
-        { // where the system has none, small ones do
+        { // only a hint: without large pages the system gives small ones
             madvise(pPiece.get(), nPiece, MADV_HUGEPAGE);
         }
     }

@@ -9,13 +9,13 @@
 namespace KestrelPlatform
 {
 
-/// Memory for what is kept of a launch's memory until the launch ends. Its first touch of each page costs more than
-/// the kernel that is looked at. So all but the first pieces are asked for as large pages, of which some are kept for
-/// later launches. Any thread.
+/// Memory for what is kept about a launch's memory until the launch ends. The first touch of each of its pages can cost
+/// more than the kernel that is checked. So all but the first piece are requested as large pages, and some of these are
+/// kept for later launches. Any thread.
 class CShadowArena
 {
 public:
-    /// Not cleared, and on a cache line of its own. Throws std::bad_alloc.
+    /// The memory isn't cleared, and begins on a cache line of its own. Throws std::bad_alloc.
     void* Take(size_t nBytes);
     size_t GetTaken() const { return m_nTaken; }
 

@@ -9,8 +9,7 @@
 namespace KestrelPlatform
 {
 
-/// A lock for what takes less time than the system takes to wake a thread, on a cache line of its own. It is a
-/// BasicLockable.
+/// A lock for work that takes less time than waking a thread. It has a cache line of its own, and is a BasicLockable.
 class alignas(64) CSpinLock
 {
 public:
@@ -18,7 +17,7 @@ public:
     {
         for (unsigned int n = 1; m_Locked.test_and_set(std::memory_order_acquire); ++n)
         {
-            // The one that has the lock may have been interrupted.
+            // The thread that holds the lock may have been interrupted.
             n % s_nPatience != 0 ? _mm_pause() : std::this_thread::yield();
         }
     }
