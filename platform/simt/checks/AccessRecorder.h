@@ -10,7 +10,7 @@
 namespace KestrelPlatform
 {
 
-/// Tells of each access to the bytes that a launch watches. All recorders of a launch belong to one thread.
+/// Records each access to the bytes that a launch watches. All recorders of a launch belong to one thread.
 class CAccessRecorder : public IBlockRecorder
 {
 public:

@@ -12,7 +12,7 @@ namespace
 
 const size_t s_nMostPlaces = 4096;
 
-/// Keeps the lowest ones of both.
+/// Merges two sorted lists, of which the lowest elements are kept.
 template <class T, size_t nMost>
 void MergeLists(T (&to)[nMost], uint32_t& nTo, const T (&from)[nMost], uint32_t nFrom)
 {
@@ -22,7 +22,7 @@ void MergeLists(T (&to)[nMost], uint32_t& nTo, const T (&from)[nMost], uint32_t 
     std::copy_n(all, nTo, to);
 }
 
-/// A pair is the same whichever of both came first.
+/// Orders a race's two accesses by instruction, so that a pair is the same whichever of them came first.
 SPlatformFinding PutInOrder(SPlatformFinding finding)
 {
     if (finding.nKind != PLATFORM_FINDING_RACE || finding.nInstruction <= finding.nOther)
@@ -42,7 +42,7 @@ void Merge(SPlatformFinding& to, const SPlatformFinding& from)
     SPlatformFinding merged = to;
     const auto order = [](const SPlatformFinding& finding)
     { return std::tie(finding.nWorkItem, finding.nOtherItem, finding.nAddress); };
-    // Values that differ tell more than those that happen to be equal.
+    // A race of different values says more than one whose values happen to be equal.
     if (from.bUnequal != to.bUnequal ? from.bUnequal != 0 : order(from) < order(to))
     {
         merged = from;
@@ -81,7 +81,7 @@ void CFindings::Add(const SPlatformFinding& finding)
     Put(finding);
 }
 
-/// With the lock held.
+/// The lock must be held.
 void CFindings::Put(const SPlatformFinding& found)
 {
     const SPlatformFinding finding = PutInOrder(found);
@@ -93,7 +93,7 @@ void CFindings::Put(const SPlatformFinding& found)
     }
     else if (m_mapByPlace.size() > s_nMostPlaces)
     {
-        m_mapByPlace.erase(std::prev(m_mapByPlace.end())); // the same ones are left whatever the order
+        m_mapByPlace.erase(std::prev(m_mapByPlace.end())); // so that what is left doesn't depend on the order
         m_bCut = true;
     }
 }

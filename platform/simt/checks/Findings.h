@@ -14,16 +14,16 @@ namespace KestrelPlatform
 /// A finding of one access, one pair of accesses, or one barrier.
 SPlatformFinding MakeFinding(EPlatformFinding eKind, uint32_t nInstruction, uint64_t nWorkItem);
 
-/// What checks have found, by place. All of one place are one finding, which tells of the lowest work-item, so that it
-/// is the same in whichever order they come, and however many there are.
+/// What checks have found, by place. All findings of one place are merged into one, which names the lowest work-item.
+/// So it doesn't depend on the order in which they come.
 class CFindings
 {
 public:
     // Any thread may add. Both throw std::bad_alloc.
     void Add(const SPlatformFinding& finding);
-    /// Nobody may add to the other one meanwhile.
+    /// No thread may add to the other one meanwhile.
     void AddAll(const CFindings& other);
-    /// By instruction.
+    /// Ordered by instruction.
     std::vector<SPlatformFinding> List() const;
     /// Whether there were more places than are kept.
     bool IsCut() const { return m_bCut; }

@@ -10,7 +10,7 @@
 namespace KestrelPlatform
 {
 
-/// Whether no element that the active work-items' indices may choose has anything unwritten in a component.
+/// Whether a component is written in all elements that the active work-items' indices may select.
 bool CInitRecorder::AreElementsClean(const CBlock& block, const SIndexed& indexed, uint32_t nComponent) const
 {
     const SCode::SArray& array = m_Context.code.vArrays[indexed.nArray];
@@ -18,7 +18,7 @@ bool CInitRecorder::AreElementsClean(const CBlock& block, const SIndexed& indexe
     uint32_t nHigh = 0;
     m_Context.lanes.pfRange(block.Row(indexed.nIndexRow), block.Mask(), block.GetFirstLane(), block.GetEndLane(), nLow,
                             nHigh);
-    // An index that leaves the range of its numbers comes out again among the first elements.
+    // The sum of index and immediate wraps around, to the first elements.
     const bool bTurns = uint64_t{nHigh} + indexed.nImmediate > ~0u;
     const uint32_t nFirst = bTurns ? 0 : nLow + indexed.nImmediate;
     const uint64_t nEnd = bTurns ? array.nElements : uint64_t{nHigh} + indexed.nImmediate + 1;
@@ -79,7 +79,7 @@ void CInitRecorder::StoreIndexed(const CBlock& block, const SMicroOp& step)
     }
 }
 
-/// To an element that is the same for all work-items, all of which are active. \return false for anything else
+/// Stores to one element, if all work-items are active and have the same index. \return false otherwise
 bool CInitRecorder::StoreElementRow(const CBlock& block, const SIndexed& indexed, uint32_t nComponent, uint32_t nSource)
 {
     const SCode::SArray& array = m_Context.code.vArrays[indexed.nArray];
@@ -114,8 +114,8 @@ void CInitRecorder::StoreElements(const CBlock& block, const SIndexed& indexed, 
     SettleChanged(nSource);
 }
 
-/// A shadow of one lane, of a row that SettleChanged looks at.
-/// \param bUnwritten  something unwritten is put there
+/// Sets the shadow of one lane of a row, and notes the row for SettleChanged.
+/// \param bUnwritten  whether something unwritten is put there
 void CInitRecorder::Put(uint32_t nRow, uint32_t nLane, uint32_t nShadow, bool bUnwritten)
 {
     m_Rows.Change(nRow)[nLane] = nShadow;
@@ -129,7 +129,7 @@ void CInitRecorder::Put(uint32_t nRow, uint32_t nLane, uint32_t nShadow, bool bU
     it->bUnwritten = it->bUnwritten || bUnwritten;
 }
 
-/// \param nSource  the row that what was put there has come from
+/// \param nSource  the row from which the new contents have come
 void CInitRecorder::SettleChanged(uint32_t nSource)
 {
     for (const SChanged& changed : m_vChanged)
@@ -139,7 +139,7 @@ void CInitRecorder::SettleChanged(uint32_t nSource)
     m_vChanged.clear();
 }
 
-/// All lanes of a row.
+/// Copies the shadow of a whole row.
 void CInitRecorder::MoveRow(uint32_t nFromRow, uint32_t nTo, uint32_t nFrom)
 {
     if (nTo <= s_nZeroRow)
@@ -161,7 +161,7 @@ uint32_t CInitRecorder::StoredShadow(const SAccess& access, uint32_t nWord, uint
     return nRow > s_nZeroRow ? m_Rows.Row(nRow)[nLane] : 0;
 }
 
-/// Whether neither what is moved nor where it goes has anything unwritten.
+/// Whether nothing is unwritten in the registers and the private memory of a move.
 bool CInitRecorder::ArePrivateClean(const CBlock& block, const SAccess& access) const
 {
     for (uint32_t w = 0; w < access.nWords; ++w)
@@ -187,7 +187,7 @@ bool CInitRecorder::ArePrivateClean(const CBlock& block, const SAccess& access) 
     return true;
 }
 
-/// Whole words that are the same for all work-items, all of which are active. \return false for anything else
+/// Moves whole words, if all work-items are active and have the same address. \return false otherwise
 bool CInitRecorder::MovePrivateRows(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const SCode::SPrivate& area = m_Context.code.vPrivate[access.nArea];
@@ -211,7 +211,7 @@ bool CInitRecorder::MovePrivateRows(const CBlock& block, const SMicroOp& step, c
     return true;
 }
 
-/// Rows hold private memory, by word.
+/// Loads from or stores to private memory, of which each row holds a word.
 void CInitRecorder::MovePrivate(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const SCode::SPrivate& area = m_Context.code.vPrivate[access.nArea];

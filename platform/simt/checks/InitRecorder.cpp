@@ -42,7 +42,7 @@ bool IsBufferCopy(uint32_t nShadow)
     return true;
 }
 
-/// Part of the element is written, and nothing was worked out of the rest: the gap of a structure.
+/// Whether an element may hold padding of a structure: part of it is written, and the rest isn't a computed value.
 bool IsGap(uint32_t nShadow, uint32_t nBytes)
 {
     bool bPart = false;
@@ -85,8 +85,7 @@ void CInitRecorder::Start(const CBlock& /*block*/)
     }
 }
 
-/// Whether the active work-items have something unwritten in a row. What is the same for all is in the first one's
-/// place.
+/// Whether a row has something unwritten for the active work-items. A uniform value is in lane 0.
 bool CInitRecorder::IsDirty(const CBlock& block, uint32_t nRow, bool bUniform) const
 {
     if (nRow <= s_nZeroRow || !m_Rows.IsDirty(nRow))
@@ -234,7 +233,7 @@ void CInitRecorder::Compute(const CBlock& block, const SMicroOp& step, bool bUni
             m_Rows.Change(nRow);
         }
     }
-    // What holds for all work-items is in the first one's place; going down, it is written the last.
+    // All lanes of a uniform step are computed from lane 0. Its own result comes last, as it may overwrite a source.
     for (uint32_t n = nEnd; n-- > (bUniform ? 0 : block.GetFirstLane());)
     {
         if (bUniform || block.IsActive(n))
@@ -289,7 +288,8 @@ void CInitRecorder::ComputeLane(const CBlock& block, const SMicroOp& step, EShad
     }
 }
 
-/// What is unwritten in the lane that is read is so in those that read it; of all others, if it is in any.
+/// A lane that reads another lane gets that lane's shadow. Results of other operations are unwritten if the source is
+/// unwritten in any lane that counts.
 void CInitRecorder::ComputeWave(const CBlock& block, const SMicroOp& step)
 {
     const uint32_t nSource = step.rows.s[0];
@@ -372,7 +372,7 @@ bool CInitRecorder::HasShadow(const SAccess& access) const
     return access.eSpace == SAccess::Local ? !m_vLocal.empty() : m_bGlobal;
 }
 
-/// The shadow of a lane's bytes; null if they are all written, or outside.
+/// The shadow of a lane's bytes; null if they are outside of memory, or if their memory object has no shadow.
 unsigned char* CInitRecorder::Find(const CBlock& block, const SAccess& access, uint32_t nLane, uint32_t nBytes)
 {
     const uint64_t nAddress = m_vAddresses[nLane - block.GetFirstLane()];
@@ -390,7 +390,7 @@ unsigned char* CInitRecorder::Find(const CBlock& block, const SAccess& access, u
     return range.pShadow ? range.pShadow + (nAddress - range.nAddress) : nullptr;
 }
 
-/// Makes the memory object that holds all of these bytes the last one found. \return false if none does
+/// Sets m_nRange to the memory object that holds all of these bytes. \return false if none does
 bool CInitRecorder::HoldRange(uint64_t nAddress, uint64_t nBytes)
 {
     const std::vector<SMemoryRange>& vMemory = m_Context.launch.vMemory;
@@ -410,7 +410,8 @@ bool CInitRecorder::HoldRange(uint64_t nAddress, uint64_t nBytes)
     return true;
 }
 
-/// Whether nothing unwritten lies where the active work-items access memory, nor between. False if that isn't known.
+/// Whether all memory between the lowest and the highest byte that the active work-items access is written. False also
+/// if that isn't known.
 bool CInitRecorder::IsWritten(const CBlock& block, const SAccess& access, uint32_t nBytes)
 {
     m_Span = FindSpan(block, access, nBytes, m_vAddresses);
@@ -447,7 +448,8 @@ bool CInitRecorder::IsWritten(const CBlock& block, const SAccess& access, uint32
     return true;
 }
 
-/// A store of what is written, to bytes without a gap that IsWritten has looked at. \return false if it isn't one
+/// Marks the span that IsWritten found as written, for a store of written values that leaves no gaps in it. \return
+/// false for any other store
 bool CInitRecorder::StoreWritten(const CBlock& block, const SAccess& access)
 {
     const int64_t nBytes = TotalBytes(access);
@@ -472,7 +474,7 @@ bool CInitRecorder::StoreWritten(const CBlock& block, const SAccess& access)
     return true;
 }
 
-/// All that is loaded is written.
+/// Marks everything that is loaded as written.
 void CInitRecorder::ClearLoaded(const CBlock& block, const SAccess& access)
 {
     for (uint32_t w = 0; w < access.nWords; ++w)
@@ -579,7 +581,7 @@ void CInitRecorder::StoreShadow(const CBlock& block, const SMicroOp& step, const
         {
             const uint32_t nMask = access.nElementBytes == 4 ? ~0u : (1u << (8 * access.nElementBytes)) - 1;
             uint32_t nShadow = StoredShadow(access, w, n) & nMask;
-            // The fourth component of three isn't there, but is stored with them.
+            // A vector of three components may be stored as four, of which the last one has no value.
             const bool bGap = IsGap(nShadow, access.nElementBytes) ||
                               (w == 3 && access.nElementBytes == 4 && StoredShadow(access, 2, n) == 0 &&
                                (nShadow & (s_nWorkedOut * 0x01010101u)) == 0);
@@ -603,7 +605,7 @@ void CInitRecorder::StoreShadow(const CBlock& block, const SMicroOp& step, const
     }
 }
 
-/// What an atomic works on must be written, unless it is exchanged.
+/// The memory that an atomic changes must be written, except for an exchange, whose result doesn't depend on it.
 void CInitRecorder::TouchAtomic(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     for (const uint32_t nRow : access.nValueRows)
@@ -621,7 +623,7 @@ void CInitRecorder::TouchAtomic(const CBlock& block, const SMicroOp& step, const
             {
                 std::memcpy(&nShadow, pShadow, 4);
             }
-            // What another group does in front of it isn't known: bytes of a buffer stay as they are.
+            // What other groups do to a buffer before this isn't known, so the shadow of its bytes stays as it is.
             if (nShadow != 0 && (access.eAtomic == ATOMIC_XCHG || access.eSpace == SAccess::Local))
             {
                 std::memset(pShadow, 0, access.nElementBytes);

@@ -17,9 +17,9 @@ class CWrittenPages;
 struct SIndexed;
 struct SLaunchContext;
 
-/// Follows what nobody has written through a block's registers and memory, and tells of it where a branch, an address
-/// or an output depends on it. A value that is only copied from a buffer to a buffer isn't told of, and neither are the
-/// gaps of a structure that is copied as a whole.
+/// Tracks unwritten values through a block's registers and memory, and reports branches, addresses and outputs that
+/// depend on one. Values that are only copied from buffer to buffer aren't reported, nor is the padding of a structure
+/// that is copied as a whole.
 class CInitRecorder
 {
 public:
@@ -34,7 +34,7 @@ public:
 
 private:
     bool IsDirty(const CBlock& block, uint32_t nRow, bool bUniform) const;
-    /// \return one of the rows that are read which holds something unwritten, or 0
+    /// \return a source row with something unwritten, or 0
     uint32_t FindDirty(const CBlock& block, const SLaneRows& rows, bool bUniform) const;
     void Compute(const CBlock& block, const SMicroOp& step, bool bUniform);
     void ComputeLane(const CBlock& block, const SMicroOp& step, EShadowRule eRule, uint32_t nLane, uint32_t nTo);
@@ -60,7 +60,8 @@ private:
     void SettleChanged(uint32_t nSource);
     void MoveRow(uint32_t nFromRow, uint32_t nTo, uint32_t nFrom);
     bool AreElementsClean(const CBlock& block, const SIndexed& indexed, uint32_t nComponent) const;
-    /// Tells of what the active work-items have in a row, which counts as written from here on.
+    /// Reports active work-items whose value in a row is unwritten. It then counts as written, so that it is reported
+    /// once.
     void Demand(const CBlock& block, const SMicroOp& step, uint32_t nRow, uint32_t nFault, bool bUniform = false);
     void Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault, uint32_t nShadow,
               uint32_t nFrom, uint64_t nAddress = 0);
@@ -75,7 +76,7 @@ private:
     std::vector<unsigned char> m_vOrigins; ///< of the rows to clear, EPlatformOrigin
     std::vector<unsigned char> m_vAreas;   ///< of local memory at the start of a group
     std::vector<uint64_t> m_vAddresses;    ///< of the access under way, from the block's first lane
-    size_t m_nRange = 0;                   ///< the last one found
+    size_t m_nRange = 0;                   ///< the memory object found last
     /// A row of which some lanes have changed.
     struct SChanged
     {

@@ -15,28 +15,28 @@
 namespace KestrelPlatform
 {
 
-/// What an integer operation is looked at for, and the width of its operand.
+/// The fault that an integer operation is checked for, and the width of its operand.
 struct SIntegerRule
 {
     uint32_t nFault = 0;
     uint32_t nWidth = 32;
-    double fLow = 0; ///< of a conversion: what lies between these, cut off, fits
+    double fLow = 0; ///< of a conversion: values between these two fit when truncated
     double fHigh = 0;
 };
 
-/// All that is to be known of a lane operation.
+/// How a lane operation is checked.
 struct SNumberRule
 {
-    uint32_t nExponent = 0; ///< of the result; 0 for what is no number
-    bool bNoted = false;    ///< plain arithmetic: the processor notes it where NaN or infinity are made
+    uint32_t nExponent = 0; ///< of the result, as from ExponentOf
+    bool bNoted = false;    ///< plain arithmetic: making NaN or infinity sets flags of the processor
     SIntegerRule integers;
 };
 
 namespace
 {
 
-/// The bits of an exponent that only NaN and infinity have all of; 0 for what is no number of this kind. Those of a
-/// double are in its second word.
+/// The bits of the exponent, which are all set in NaN and infinity only; 0 for a type that isn't floating-point. Those
+/// of a double are in its second word.
 uint32_t ExponentOf(ELaneType eType)
 {
     switch (eType)
@@ -125,10 +125,10 @@ bool IsCopy(uint32_t nOp)
     return FindShadowRule(nOp) != SHADOW_ANY;
 }
 
-/// What the processor notes when it makes NaN or infinity of other numbers.
+/// The flags that the processor sets when it makes NaN or infinity of other numbers.
 const uint32_t s_nMakingFlags = _MM_EXCEPT_INVALID | _MM_EXCEPT_DIV_ZERO | _MM_EXCEPT_OVERFLOW;
 
-/// Whether the processor has noted something since it was asked last.
+/// Whether one of these flags was set since the last call. Clears them.
 bool TakeFlags()
 {
     const uint32_t nState = _mm_getcsr();
@@ -160,7 +160,8 @@ const SNumberRule* GetRules()
     return s_vRules.data();
 }
 
-/// Whether none of a row's words is wrong, at a glance: masks and neighbours aren't looked at.
+/// A quick test of a row. It ignores the mask, and second words of 64-bit operands, so false means only that each lane
+/// has to be checked.
 bool AreAllRight(const SIntegerRule& rule, ELaneType eType, const uint32_t* pFirst, const uint32_t* pSecond,
                  uint32_t nBegin, uint32_t nEnd)
 {
@@ -181,7 +182,7 @@ bool AreAllRight(const SIntegerRule& rule, ELaneType eType, const uint32_t* pFir
     }
     else if (eType == ELaneType::F)
     {
-        // Limits that floats have: none lies between these and those of the rule.
+        // The limits as floats: no other float lies between these and the exact ones.
         const float fLow = static_cast<float>(rule.fLow);
         const float fHigh = static_cast<float>(rule.fHigh);
         for (uint32_t n = nBegin; n < nEnd; ++n)
@@ -232,7 +233,7 @@ void CNumberRecorder::Tell(const CBlock& block, const SMicroOp& step, uint32_t n
     m_Findings.Add(finding);
 }
 
-/// Something more is known of what was made there.
+/// Reports where NaN or infinity has been passed on, or which buffer it has reached, once for each place.
 void CNumberRecorder::PassOn(const SMade& made, uint32_t nInstruction, uint64_t nOutput)
 {
     if (!made.IsKnown() || !m_setPassed.insert({made.nInstruction, nInstruction, nOutput}).second)
@@ -332,7 +333,7 @@ const uint32_t* CNumberRecorder::Source(const CBlock& block, const SMicroOp& ste
     return it == itEnd ? block.Row(nSource) : m_Kept[it - m_KeptRows].w;
 }
 
-/// Whether something is known of what the step read, or of what it has overwritten.
+/// Whether a row that the step has read or overwritten is known in m_vMade.
 bool CNumberRecorder::TouchesKnown(const SMicroOp& step) const
 {
     const auto isKnown = [this](uint16_t nRow) { return m_vMade[nRow].IsKnown(); };
@@ -393,7 +394,7 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
         }
     }
     const bool bNew = eWorst == Finite || (eResult == NotANumber && eWorst == Infinite && !made.IsKnown());
-    // A copy makes nothing, and what an integer's operation is given may look like anything.
+    // Copies and bit operations make no new number, and their operands may be integers that look like any number.
     if (bNew && !IsCopy(step.nOp))
     {
         made = {step.nInstruction, eResult == NotANumber ? PLATFORM_FAULT_NAN : PLATFORM_FAULT_INFINITY, 0};
@@ -419,7 +420,7 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
         for (uint32_t n = block.GetFirstLane(); made.IsKnown() && n < block.GetEndLane(); ++n)
         {
             const uint32_t nWord = block.Row(pRows[w])[n];
-            // The high word of a double that isn't finite looks like a number that isn't, too.
+            // A double that isn't finite is found by its high word, which as a float isn't finite either.
             const uint32_t nHigh = w + 1 < access.nWords ? block.Row(pRows[w + 1])[n] : 0;
             const bool bNumber =
                 LookAt(ELaneType::F, nWord, 0) != Finite || LookAt(ELaneType::D, nWord, nHigh) != Finite;
@@ -446,7 +447,7 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
     }
 }
 
-/// NaN or infinity that the step has loaded into a word from a buffer that is followed.
+/// Finds NaN or infinity that the step has loaded into a word from a buffer that is followed.
 CNumberRecorder::SMade CNumberRecorder::FindCarried(const CBlock& block, const SMicroOp& step, const SAccess& access,
                                                     uint32_t nWord) const
 {
@@ -473,7 +474,7 @@ CNumberRecorder::SMade CNumberRecorder::FindCarried(const CBlock& block, const S
     return {};
 }
 
-/// What has been loaded from local memory is passed on by that.
+/// Reports a load from local memory as passing on what was stored there.
 void CNumberRecorder::NoteLoaded(const CBlock& block, const SMicroOp& step, uint32_t nRow)
 {
     for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
@@ -486,7 +487,7 @@ void CNumberRecorder::NoteLoaded(const CBlock& block, const SMicroOp& step, uint
     }
 }
 
-/// What is in memory is known of local memory, and of buffers that are followed.
+/// What memory holds is known for local memory, and for buffers that are followed.
 void CNumberRecorder::Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access)
 {
     const bool bLocal = access.eSpace == SAccess::Local && m_Local.IsKnown();

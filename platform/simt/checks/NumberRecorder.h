@@ -16,8 +16,8 @@ class CFindings;
 struct SLaunchContext;
 struct SNumberRule;
 
-/// Finds the instructions that make NaN or infinity of other numbers, and follows these to the buffers that they reach;
-/// and integer operations that have no right result.
+/// Finds the instructions that make NaN or infinity of other numbers, and follows these to the buffers that they reach.
+/// Also finds integer operations without a correct result.
 class CNumberRecorder
 {
 public:
@@ -30,12 +30,12 @@ public:
     void Accessed(const CBlock& block, const SMicroOp& step, const SAccess& access);
 
 private:
-    /// Where what a row holds has been made, or loaded: the instruction, and how (an EPlatformFault).
+    /// Where the NaN or infinity in a row was made or loaded: the instruction, and how (an EPlatformFault).
     struct SMade
     {
         uint32_t nInstruction = ~0u;
         uint32_t nFault = 0;
-        uint64_t nBuffer = 0; ///< the address of the buffer that it was in; 0 for what this run has made
+        uint64_t nBuffer = 0; ///< address of the buffer that it was loaded from; 0 if this run has made it
 
         bool IsKnown() const { return nInstruction != ~0u; }
     };
@@ -55,7 +55,7 @@ private:
     CFindings& m_Findings;
     const SNumberRule* const m_pRules; ///< by operation
     std::vector<SMade> m_vMade;        ///< by row
-    uint32_t m_nKnown = 0;             ///< rows of which something is known
+    uint32_t m_nKnown = 0;             ///< how many rows are known in m_vMade
     std::vector<char> m_vLiterals;     ///< by row: whether it holds a literal
     SMade m_Local;                     ///< what was stored into local memory last
     SLaneRow m_Kept[2];                ///< the operands that the step under way overwrites

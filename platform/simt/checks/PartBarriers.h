@@ -14,23 +14,23 @@ class CFindings;
 struct SLaunchContext;
 struct SMicroOp;
 
-/// Finds barriers to which only part of a group comes, for groups that lie within a block. If all others then come to
-/// another one, the two are one finding.
+/// Finds barriers that only part of a group reaches, for groups within one block. If all others then reach another
+/// barrier, the two are one finding.
 class CPartBarriers
 {
 public:
     CPartBarriers(const SLaunchContext& context, CFindings& findings);
 
-    /// Active work-items have come to a barrier. Throws std::bad_alloc.
+    /// The active work-items have reached a barrier. Throws std::bad_alloc.
     void Reach(const CBlock& block, const SMicroOp& step);
-    /// Tells of what is still open. For when groups have ended.
+    /// Reports the barriers that are still open. To be called when the groups have ended.
     void Finish();
 
 private:
-    /// A barrier that part of a group has come to.
+    /// A barrier that part of a group has reached.
     struct SPart
     {
-        uint32_t nInstruction = ~0u; ///< which stands for none
+        uint32_t nInstruction = ~0u; ///< ~0 for none
         uint64_t nMissing = 0;       ///< the first work-item that didn't
         std::bitset<s_nLanes> here;
     };

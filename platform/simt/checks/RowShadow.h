@@ -12,7 +12,7 @@ namespace KestrelPlatform
 
 class CBlock;
 
-/// The shadows of a block's rows. Most rows hold nothing unwritten: these are known as such, and theirs are 0.
+/// The shadows of a block's rows. Rows with something unwritten are dirty. Most rows aren't, and have shadows of 0.
 class CRowShadow
 {
 public:
@@ -22,13 +22,14 @@ public:
     bool IsAny() const { return m_nDirty != 0; }
     bool IsDirty(uint32_t nRow) const { return m_vDirty[nRow] != 0; }
     const uint32_t* Row(uint32_t nRow) const { return m_pRows[nRow].w; }
-    /// For a row that is going to be told of by Settle.
+    /// Gives a row's shadows to be changed. Settle is to be called afterwards.
     uint32_t* Change(uint32_t nRow);
-    /// Finds out whether anything of a row is unwritten, and keeps the instruction that read it.
+    /// Finds out whether a changed row is dirty.
+    /// \param nFrom  the instruction that read the unwritten value
     void Settle(uint32_t nRow, uint32_t nFrom);
     uint32_t GetFrom(uint32_t nRow) const { return m_vFrom[nRow]; }
     void Fill(uint32_t nRow, uint32_t nShadow, uint32_t nFrom);
-    /// The active work-items have written it.
+    /// The active work-items have written the row.
     void Clear(const CBlock& block, uint32_t nRow);
     void Clear(uint32_t nRow);
 

@@ -13,7 +13,8 @@ uint32_t ByteOf(uint32_t nWord, uint32_t nByte)
     return nWord >> (8 * nByte) & 0xFF;
 }
 
-/// A byte of "and" is written if one of the operands has zeros there that are; a byte of "or", ones.
+/// The shadow of "and" and "or". A result's byte counts as written, too, if a written byte of one operand decides it.
+/// \param nDecides  the byte's value that decides: zeros for "and", ones for "or"
 uint32_t MaskShadow(const uint32_t* pValues, const uint32_t* pShadows, uint32_t nDecides)
 {
     uint32_t nResult = 0;

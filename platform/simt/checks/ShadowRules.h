@@ -6,17 +6,17 @@
 namespace KestrelPlatform
 {
 
-/// A word's shadow has a byte for each of its bytes: 0 for one that is written, else where it comes from, with this bit
-/// if it isn't a copy but something that was worked out.
+/// A word's shadow has a byte for each of its bytes: 0 if that is written, else the origin of the unwritten value. This
+/// bit is added if the byte isn't a copy of that value, but was computed from it.
 const uint32_t s_nWorkedOut = 0x80;
-/// Origins are EPlatformOrigin; from this one on they are buffers, by number.
+/// Origins below this one are values of EPlatformOrigin. From this one on they stand for buffers.
 const uint32_t s_nFirstBuffer = 8;
 const uint32_t s_nLastBuffer = 127;
 
 /// How a lane operation's result depends on what it reads.
 enum EShadowRule : uint8_t
 {
-    SHADOW_ANY, ///< all of it on all
+    SHADOW_ANY, ///< every bit depends on every bit
     SHADOW_COPY,
     SHADOW_SELECT,
     SHADOW_AND,
@@ -29,7 +29,7 @@ enum EShadowRule : uint8_t
 
 EShadowRule FindShadowRule(uint32_t nOp);
 
-/// The shadow of what all of a word depends on; 0 if none of it is unwritten.
+/// The shadow of a result that depends on all of a word; 0 if the whole word is written.
 inline uint32_t SpreadShadow(uint32_t nShadow)
 {
     if (nShadow == 0)
@@ -43,7 +43,7 @@ inline uint32_t SpreadShadow(uint32_t nShadow)
     return ((nShadow & 0x7F) | s_nWorkedOut) * 0x01010101u;
 }
 
-/// The shadow of a word's result, of operands a to c with the shadows sa to sc; for all rules but SHADOW_ANY and
+/// The shadow of a result word, by the values and shadows of three operands. For all rules but SHADOW_ANY and
 /// SHADOW_COPY, which need no values.
 uint32_t WorkOutShadow(EShadowRule eRule, const uint32_t* pValues, const uint32_t* pShadows);
 

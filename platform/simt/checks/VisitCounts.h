@@ -15,7 +15,7 @@ class CVisitTotals
 public:
     /// Takes the counts of one thread. Any thread.
     void Add(const std::vector<uint64_t>& vCounts);
-    /// By instruction; shorter than the program if no work-item came to the rest of it. For when the launch has ended.
+    /// By instruction; shorter than the program if no work-item came to the rest of it. To be called after the launch.
     std::vector<uint64_t> Take() { return std::move(m_vCounts); }
 
 private:

@@ -14,8 +14,8 @@ const uint64_t s_nMostPages = 4096;
 
 } // namespace
 
-/// Work-items of other threads may store theirs among these bytes meanwhile. That changes nothing for whoever asks:
-/// what it reads itself is ordered by the kernel, and who stores something unwritten has spoilt the page before.
+/// Other threads may change some of these bytes meanwhile, which does no harm. The bytes that the caller itself
+/// accesses are ordered by the kernel, and a thread that stores something unwritten has called Spoil before.
 __attribute__((no_sanitize("thread"))) bool IsZero(const unsigned char* pBytes, size_t nBytes)
 {
     uint64_t nAny = 0;
@@ -44,7 +44,7 @@ CWrittenPages::CWrittenPages(const std::vector<SMemoryRange>& vMemory) : m_vMemo
     }
 }
 
-/// Another thread may spoil the page meanwhile: then it isn't marked.
+/// Another thread may spoil the page meanwhile. The exchange then fails, and the page isn't marked as written.
 bool CWrittenPages::IsPageWritten(const SMemoryRange& range, std::atomic<unsigned char>& page, uint64_t nPage) const
 {
     unsigned char nState = page.load(std::memory_order_relaxed);

@@ -9,7 +9,7 @@
 namespace KestrelPlatform
 {
 
-/// True if all of some bytes are 0.
+/// Whether all of these bytes are 0.
 bool IsZero(const unsigned char* pBytes, size_t nBytes);
 
 /// Which pages of a launch's memory are known to be written as a whole, so that most accesses needn't look at each
@@ -22,7 +22,7 @@ public:
     /// Whether all bytes from nBegin to nEnd of a memory object are written; false also if they are too many to find
     /// out.
     bool Are(size_t nRange, uint64_t nBegin, uint64_t nEnd);
-    /// Something unwritten is about to be stored between these two.
+    /// To be called before something unwritten is stored in the bytes from nBegin to nEnd.
     void Spoil(size_t nRange, uint64_t nBegin, uint64_t nEnd);
 
 private:
