@@ -23,8 +23,10 @@ uint32_t CountActive(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
     return nActive;
 }
 
-/// The lines that rows of lanes touch which lie one behind the other, from the lowest first one.
-/// \param nStep  from each lane of a row to the next, as nPieceStep from each row to the next
+/// Counts the lines that rows of lanes touch, if these come in ascending order.
+/// \param nLow        the lowest address
+/// \param nStep       from each lane of a row to the next
+/// \param nPieceStep  from each row to the next
 uint64_t CountRowLines(uint64_t nLow, uint64_t nStep, uint32_t nWidth, uint64_t nPieceStep, uint32_t nPieces,
                        uint32_t nBytes)
 {
@@ -40,7 +42,7 @@ uint64_t CountRowLines(uint64_t nLow, uint64_t nStep, uint32_t nWidth, uint64_t 
     for (uint32_t p = 0; p < nPieces; ++p, nLow += nPieceStep)
     {
         if (nStep <= 1u << s_nLineBits)
-        { // no line between the first and the last is left out
+        { // all lines from the first to the last are touched
             count(nLow, nLow + (nWidth - 1) * nStep + nBytes - 1);
             continue;
         }
@@ -52,14 +54,15 @@ uint64_t CountRowLines(uint64_t nLow, uint64_t nStep, uint32_t nWidth, uint64_t 
     return nLines;
 }
 
-/// The lines that lanes touch. \return 0 if they have to be put together in a set
+/// Counts the lines that lanes touch. \return 0 if that takes a CLineSet
 uint64_t CountPlaneLines(const SAddressPlane& plane, uint32_t nCount, uint32_t nBytes)
 {
     const uint32_t nWidth = plane.GetWidth(nCount);
     const uint64_t nStep = static_cast<uint64_t>(std::abs(plane.nStep));
     const uint64_t nPieceStep = static_cast<uint64_t>(std::abs(plane.nPieceStep));
     const bool bOne = nPieceStep == 0;
-    // Rows of which each line is touched go up with their first one's, others if they don't reach into the next one.
+    // CountRowLines needs rows that touch all lines from their first to their last, or that don't reach into the next
+    // row.
     if (!bOne && nStep > 1u << s_nLineBits && nPieceStep < (nWidth - 1) * nStep + nBytes)
     {
         return 0;
@@ -193,7 +196,7 @@ void CProfileRecorder::OpenLoop(uint32_t nStart, uint32_t /*nEnd*/)
     m_vLoops.push_back({nStart, 0, 0});
 }
 
-/// Nobody comes into a loop after its first pass, so that those who are fewer than before have left after the last one.
+/// No work-item enters a loop after its first pass. So if fewer begin a pass than the one before, the others have left.
 void CProfileRecorder::BeginPass(SProfileEntry& entry, uint32_t nActive)
 {
     SLoop& loop = m_vLoops.back();
@@ -234,13 +237,13 @@ void CProfileRecorder::Accessing(const CBlock& block, const SMicroOp& step, cons
     }
 }
 
-/// Of some active lanes, all from one to another, into the set.
+/// Inserts the lines of lanes nBegin to nEnd, all of which are active.
 void CProfileRecorder::InsertLines(const CBlock& block, const SAccess& access, uint32_t nBegin, uint32_t nEnd)
 {
     const uint32_t nBytes = LaneBytes(access);
     SAddressPlane plane;
     if (block.FindPlane(access, nBegin, nEnd, plane) && plane.IsEven() && std::abs(plane.nStep) <= 1 << s_nLineBits)
-    { // no line between the first and the last is left out
+    { // all lines from the first to the last are touched
         const uint64_t nLast = (plane.GetHigh(nEnd - nBegin) + nBytes - 1) >> s_nLineBits;
         for (uint64_t nLine = plane.GetLow(nEnd - nBegin) >> s_nLineBits; nLine <= nLast; ++nLine)
         {
@@ -282,7 +285,7 @@ void CProfileRecorder::CountLines(const CBlock& block, const SAccess& access, SP
             entry.nLines += nLines;
             continue;
         }
-        // Rows of a small group lie evenly, each for itself.
+        // In small groups only lanes of the same row have an even step, so the lanes are taken a granule at a time.
         m_Lines.Clear();
         for (uint32_t nPiece = nBegin; nPiece < nEnd; nPiece += s_nGranule)
         {

@@ -12,12 +12,12 @@
 namespace KestrelPlatform
 {
 
-/// Who was active somewhere, over all times.
+/// How many were active at a place, summed over all times that it was reached.
 struct SPresence
 {
     uint64_t nItems = 0;
     uint64_t nWaves = 0;
-    uint64_t nLanes = 0; ///< of those waves
+    uint64_t nLanes = 0; ///< lanes of these waves, active or not
 
     void Add(const SPresence& other)
     {
@@ -27,8 +27,8 @@ struct SPresence
     }
 };
 
-/// What a recorder keeps of an instruction: of flow control, who is active after it, and of what opens a loop the
-/// passes; of an access, its bytes and lines.
+/// What a recorder keeps of an instruction. For flow control, who is active after it; for the start of a loop, its
+/// passes too. For an access, its bytes and cache lines.
 struct SProfileEntry
 {
     SPresence after;
@@ -43,14 +43,14 @@ struct SProfileEntry
     void Add(const SProfileEntry& other);
 };
 
-/// The profile of a launch. What is active changes at flow control only, so that this alone is recorded, of the plain
-/// form of the code, and the instructions between are told by their text.
+/// The profile of a launch, recorded in the plain form of the code. Who is active changes at flow control only. So it
+/// is recorded only there, and worked out from the text for the instructions in between.
 class CProfileTotals
 {
 public:
     /// Takes what one thread has recorded, and who came to each body. Any thread.
     void Add(const std::vector<SProfileEntry>& vEntries, const std::vector<SPresence>& vBodies);
-    /// The profile of each instruction. For when the launch has ended. Throws std::bad_alloc.
+    /// The profile of each instruction. To be called after the launch. Throws std::bad_alloc.
     std::vector<SPlatformProfile> Spread(const CProgram& program) const;
 
 private:
@@ -91,7 +91,7 @@ private:
     struct SPlace
     {
         uint64_t nLine = 0;
-        uint64_t nSet = 0; ///< in which it was taken
+        uint64_t nSet = 0; ///< number of the set to which the line belongs
     };
     static constexpr size_t s_nPlaces = 256;
     static_assert(s_nPlaces > s_nWaveSize * 2, "each work-item may touch two");
@@ -102,7 +102,7 @@ private:
     uint32_t m_nCount = 0;
 };
 
-/// Records one thread's part of it.
+/// Records one thread's part of the profile.
 class CProfileRecorder : public IBlockRecorder
 {
 public:
@@ -121,7 +121,7 @@ private:
     struct SLoop
     {
         uint32_t nStart = 0;
-        uint32_t nActive = 0; ///< that began the last pass
+        uint32_t nActive = 0; ///< work-items that began the last pass
         uint64_t nPasses = 0;
     };
 

@@ -11,9 +11,9 @@ namespace
 enum EStep
 {
     Stays,    ///< not at all
-    Branches, ///< by its condition: what is recorded goes on
-    Leaves,   ///< nobody goes on
-    Joins     ///< what is recorded comes to it and goes on
+    Branches, ///< by its condition: the recorded ones go on
+    Leaves,   ///< none goes on
+    Joins     ///< the recorded ones come to it and go on
 };
 
 EStep StepOf(const SItem& item)
@@ -44,7 +44,7 @@ EStep StepOf(const SItem& item)
     case IL_OP_ENDFUNC:
     case IL_OP_ENDMAIN:
     case IL_OP_END:
-        return Stays; // who calls comes back
+        return Stays; // those that call come back
     default:
         break;
     }
@@ -55,7 +55,8 @@ EStep StepOf(const SItem& item)
     return item.nSources != 0 ? Branches : Leaves;
 }
 
-/// Goes through a body's instructions with those who are active.
+/// Works out who is active at each of a body's instructions.
+/// \param here  who comes to the body
 void SpreadBody(const SDecodedStream& stream, const SBody& body, SPresence here,
                 const std::vector<SProfileEntry>& vEntries, std::vector<SPlatformProfile>& vRows)
 {
