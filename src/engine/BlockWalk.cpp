@@ -47,7 +47,7 @@ bool CBlockWalk::HasBreakpointInFlowControlBlock(const CIL_FCConstruct* pFlowCon
            HasBreakpointBetween(pIf->GetElse(), pIf->GetEndIf());
 }
 
-/// Strictly between two instructions, or in a function that is called from there.
+/// Whether there is a breakpoint strictly between two instructions, or in a function that is called from there.
 bool CBlockWalk::HasBreakpointBetween(InstructionNumber nFrom, InstructionNumber nTo) const
 {
     return m_Breakpoints.HasBreakPointInInstructionRange(nFrom, nTo) ||
@@ -108,7 +108,7 @@ CBlockWalk::SSkip CBlockWalk::DescribeLoop(const CIL_Loop& loop, InstructionNumb
 {
     SSkip skip;
     skip.nLast = loop.GetEnd();
-    // The position got to the end by a break, which took the loop's entry off.
+    // A position at the end came there by a break, which has removed the loop from its stack.
     if (nInst != loop.GetEnd())
     {
         skip.vRegisters = loop.GetRegisters();

@@ -24,7 +24,7 @@ bool CShaderDebuggerShaderIL::Execute(bool bUpdateHistory)
     return bSuccess;
 }
 
-/// Once a session; compute kernels have none.
+/// Reads the input registers, once a session. Compute kernels have none.
 bool CShaderDebuggerShaderIL::ReadInputRegisters()
 {
     if (!m_bReadInputRegisters)
@@ -68,7 +68,7 @@ bool CShaderDebuggerShaderIL::ExecutePatchPoint(const PatchPoint& pp, bool bUpda
     }
     if (IsLastInstruction(pp.m_pc))
     {
-        // No stop shows what a run there would read: the next thing that the client hears is that the kernel has ended.
+        // No stop would show what a run there reads, since the kernel ends next.
         const bool bCompleted = CompleteKernel();
         if (bCompleted && bUpdateHistory)
         {

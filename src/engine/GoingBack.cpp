@@ -58,7 +58,7 @@ void CShaderDebuggerShaderIL::NoteFiled(const ProgramCounter& pc, const Register
     {
         return;
     }
-    // A run in which nobody took part has made no result.
+    // A run without active work-items has made no result.
     if (GetDebuggerIL()->FindResult(CShaderDebuggerIL::GetResultRegister(reg)) == nullptr)
     {
         return;
@@ -109,7 +109,7 @@ bool CShaderDebuggerShaderIL::RunBackAsm()
         {
             return true;
         }
-        // A call, which has been stepped through.
+        // The breakpoint is in a called function, which has now been stepped through.
         nStop = m_History.Count() - 1;
     }
     return GoBackTo(nStop);
@@ -121,7 +121,7 @@ bool CShaderDebuggerShaderIL::PostBack()
     return PostBackAsm();
 }
 
-/// Counts stops that a run only walked over as shown from now on, and what was written on the walk as read here.
+/// Counts stops that a run only walked over as shown from now on. What was written on the way counts as read here.
 void CShaderDebuggerShaderIL::ShowPresent()
 {
     for (const Register& reg : m_History.FindUnshown())
@@ -241,7 +241,7 @@ bool CShaderDebuggerShaderIL::BeginMovement()
     return bRestored;
 }
 
-/// Works from the history: what the movement has added to it goes, and the position is that of the newest stop left.
+/// Removes from the history what the movement has added, and goes to the newest stop that is left.
 bool CShaderDebuggerShaderIL::ReturnToStop(bool& bSameStop)
 {
     bSameStop = !m_History.HasGoneBack();

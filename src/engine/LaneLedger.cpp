@@ -19,7 +19,7 @@ CLaneLedger& CLaneLedger::operator=(CLaneLedger other) noexcept
     return *this;
 }
 
-/// Call by call: if each call deleted the next one, the stack would get as deep as the calls are.
+/// Deletes the outer calls in a loop. If each call deleted the next one, a deep chain of calls could exhaust the stack.
 CLaneLedger::~CLaneLedger()
 {
     while (m_pOuter != nullptr && m_pOuter.use_count() == 1)
@@ -178,7 +178,7 @@ void CLaneLedger::Gather(InstructionNumber nBlock)
     }
     if (!(active == GetActive()))
     {
-        // With others among them, a count no longer tells how many are missing.
+        // Work-items that waited are active now, so a count no longer tells how many are missing.
         Replace(active);
     }
     Close(nBlock);

@@ -9,10 +9,10 @@
 namespace OVK_ShaderDebugger
 {
 
-// What a run has passed over is walked again by steps, so that a stop inside shows what it would have shown. That
-// happens on the way back, and where a run comes to stop after something that no work-item has executed. A loop on the
-// way is entered in the last pass that matters. The values of its earlier passes are read at the loop's end, for the
-// work-items that left in them, and at the head of that pass.
+// What a run has passed over is walked again by steps, so that a stop inside shows the same as after single steps. That
+// happens on the way back, and where a run would stop after something that no work-item has executed. A loop on the
+// way is entered in the last pass that matters. The values from its earlier passes are read twice: at the loop's end,
+// for the work-items that left in them, and at the head of that pass.
 
 namespace
 {
@@ -150,10 +150,11 @@ bool CShaderDebuggerShaderIL::ReadAtEnd(const CIL_Loop& loop, const ProgramCount
     return bRead;
 }
 
-/// Where an instruction of a function is executed last: in which passes of the loops that lie around it and not around
-/// a certain position. A run reads their counters each time.
-/// \param from  the instruction, its call, and the loops that are common with where, in the passes that are meant
-/// \param before  if given, the head of a pass of the outermost other loop: only passes before it count
+/// Where an instruction is executed last: in which passes of the loops that lie around it, but not around a certain
+/// position. Runs read the counters of these loops.
+/// \param what         the instruction in its call; the loops that are also around that position are in given passes
+/// \param around       the position
+/// \param nBeforePass  if given, a pass of the outermost other loop: only passes before it count
 /// \return nothing if no work-item comes there
 std::optional<ProgramCounter> CShaderDebuggerShaderIL::FindLastVisit(const SPosition& what,
                                                                      const ProgramCounter& around,

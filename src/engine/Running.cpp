@@ -205,7 +205,7 @@ bool CShaderDebuggerShaderIL::LeadsAllOneWay(InstructionNumber nInst) const
     return (bReturn || OpCodeAt(nInst) == IL_OP_CALL) && active.IsSomebody() && !active.bMore;
 }
 
-/// Nothing has to be decided, and nothing runs.
+/// Moves on where no flow control has to be decided, without a run.
 CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkWithAll()
 {
     MoveToNext();
@@ -214,7 +214,7 @@ CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkWithAll()
     return PostStepAsm() ? EWalk::Moved : EWalk::End;
 }
 
-/// Flow control that has to be decided: a step of its own.
+/// Steps over flow control that has to be decided.
 CShaderDebuggerShaderIL::EWalk CShaderDebuggerShaderIL::WalkFlowControl()
 {
     ReadSkipped(false);
@@ -243,8 +243,8 @@ bool CShaderDebuggerShaderIL::IsAtBreakpoint() const
     return m_nNextInstruction.m_nPos < m_nEndOfShader && GetDebugger()->HasBreakPointAtLineNumber(GetNextLine());
 }
 
-/// Whether a breakpoint before the position is a stop. It isn't if no work-item comes there, which only the run before
-/// it tells; that run has then moved the position on to where one is.
+/// Whether the breakpoint at the position is a stop. It isn't if no work-item comes there. That is known only after the
+/// run before it, which has then moved the position on to a place where work-items are.
 bool CShaderDebuggerShaderIL::Arrive()
 {
     ReadSkipped(true);

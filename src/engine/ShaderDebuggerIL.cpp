@@ -30,7 +30,7 @@ CShaderDebuggerIL::CShaderDebuggerIL(CShaderDebuggerHost* pHost)
 
 CShaderDebuggerIL::~CShaderDebuggerIL()
 {
-    // The host that would be told is being destroyed itself.
+    // The host isn't told, since it is being destroyed itself.
     m_bDeviceEntered = false;
     CloseSession(false);
 }
@@ -172,8 +172,8 @@ bool CShaderDebuggerIL::UpdateCBDumpBuffer()
     return true;
 }
 
-/// Executes the first instruction, unless that has been done. With values on demand the first movement does it: what is
-/// read, and how, is settled by then, and a session that only starts takes no memory for its work-items.
+/// Executes the first instruction, unless that has been done. With values on demand the first movement does it: by then
+/// the client has chosen what is read, and a session that is only started takes no memory for its work-items.
 bool CShaderDebuggerIL::Open()
 {
     CShaderDebuggerShaderIL* pShader = GetCurrentShader();
@@ -296,8 +296,8 @@ bool CShaderDebuggerIL::EndMovement(bool bMoved)
     return bMoved;
 }
 
-/// One movement, with the first instruction in front of it if that hasn't been executed. If a run of it was broken off,
-/// the session is where it began.
+/// One movement. The first instruction is executed before it if that hasn't been done. If a run of the movement is
+/// broken off, the session goes back to where it began.
 template <typename Action>
 bool CShaderDebuggerIL::Move(bool (CShaderDebuggerIL::*open)(), Action move)
 {

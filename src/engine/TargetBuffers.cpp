@@ -90,7 +90,7 @@ void CTargetBuffers::DescribeOutputs(BufferDesc desc)
     m_MaskDesc.m_Usage = ShaderUtils::BU_ExecMask;
 }
 
-/// Makes the buffer if there is none yet, as the next function does.
+/// Makes the values' buffer if there is none yet.
 bool CTargetBuffers::BringValues()
 {
     if (m_pValues == nullptr)

@@ -114,7 +114,7 @@ bool CShaderDebuggerIL::SetThreadIDUsingResult(ThreadID& threadID)
     {
         return true;
     }
-    GetExecutionMaskBuffer(); // which makes the one that is kept as bits
+    GetExecutionMaskBuffer(); // makes the client's form of a mask that is kept as bits
     for (const auto& entry : m_Results)
     {
         const CShaderDebuggerBuffer* pExecMask = entry.second->GetExecMask();
