@@ -59,7 +59,7 @@ private:
     SDiagnostic& m_Diag;
     CLastConversion<char, uint32_t>& m_Last;
     bool m_bHeader = false;
-    bool m_bMacro = false; ///< in a macro in front of the opening line
+    bool m_bMacro = false; ///< in a macro before the opening line
     bool m_bFirstOperand = true;
     size_t m_nItem = 0; ///< index of the current item's opcode token
 };

@@ -65,7 +65,7 @@ private:
     size_t m_nToken = 0;
     const char* m_pReason = nullptr;
     bool m_bFirstOperand = true;
-    bool m_bJoiningComment = false; ///< the line in front is a comment that would swallow a comment
+    bool m_bJoiningComment = false; ///< the line before is a comment that would swallow a comment
     uint32_t m_nLastOpcode = 0;
 };
 

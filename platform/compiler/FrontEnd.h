@@ -17,7 +17,7 @@ const std::string_view s_Placeholder = ";$$$$$$$$$$";
 struct SSourcePlace
 {
     unsigned int nLine = 0;   ///< 1-based line of the source
-    unsigned int nColumn = 0; ///< columns of the source in front of the line's first character
+    unsigned int nColumn = 0; ///< columns of the source before the line's first character
 };
 
 struct SModuleKernel
