@@ -8,17 +8,16 @@
 namespace KestrelPlatform
 {
 
-/// The addresses of lanes that follow each other, of which each lies as far from the one before as the next from it. Or
-/// those of several pieces of which each is such a row, and which lie as far from each other: what a small group's rows
-/// touch of an array of two dimensions.
+/// The addresses of consecutive lanes: either in one piece with an even step, or in several such pieces, which are
+/// evenly spaced. Several pieces are what a small group's rows touch of an array of two dimensions.
 struct SAddressPlane
 {
     static constexpr uint32_t s_nEvenShift = 8; ///< no piece has more lanes than a block
 
-    uint64_t nFirst = 0;            ///< the first lane's
-    int64_t nStep = 0;              ///< from each to the next of a piece
+    uint64_t nFirst = 0;            ///< the first lane's address
+    int64_t nStep = 0;              ///< from each lane of a piece to the next
     int64_t nPieceStep = 0;         ///< from each piece to the next
-    uint32_t nShift = s_nEvenShift; ///< of the number of lanes in a piece
+    uint32_t nShift = s_nEvenShift; ///< a piece has 1 << nShift lanes
 
     bool IsEven() const { return nShift == s_nEvenShift; }
     uint32_t GetPieces(uint32_t nCount) const { return IsEven() ? 1 : nCount >> nShift; }
@@ -50,7 +49,8 @@ struct SAddressPlane
                (GetWidth(nCount) == 1 || GetPieces(nCount) == 1 || std::abs(nPieceStep) >= nSteps + nBytes ||
                 std::abs(nStep) >= nPieces + nBytes);
     }
-    /// Those of nCount lanes from one of them on. \return false if they begin or end within one of several pieces
+    /// The addresses of nCount lanes from nBegin on. \return false if they are in several pieces, and begin or end
+    /// inside one
     bool GetPart(uint32_t nBegin, uint32_t nCount, SAddressPlane& part) const
     {
         const uint32_t nWidth = 1u << nShift;

@@ -121,9 +121,9 @@ public:
     uint32_t GetEndLane() const { return m_nLast; }
     /// The addresses of an access that is about to run, for lanes nBegin to nEnd.
     void FillAddresses(const SAccess& access, uint32_t nBegin, uint32_t nEnd, uint64_t* pAddresses) const;
-    /// How these lanes' addresses lie to each other. All of them must be active. \return false for any other way
+    /// Finds the plane of these lanes' addresses. All of the lanes must be active. \return false if there is none
     bool FindPlane(const SAccess& access, uint32_t nBegin, uint32_t nEnd, SAddressPlane& plane) const;
-    /// The lowest and the highest address of the active lanes. \return false if finding them takes each lane by itself
+    /// The lowest and the highest address of the active lanes. \return false if finding them takes a look at each lane
     bool FindRange(const SAccess& access, uint64_t& nLow, uint64_t& nHigh) const;
     /// Whether the active lanes' addresses are multiples of a power of two. False also if that isn't known.
     bool AreAligned(const SAccess& access, uint32_t nUnit) const;

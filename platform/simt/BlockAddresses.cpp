@@ -40,7 +40,7 @@ uint64_t CBlock::Address(const SAccess& access, uint32_t nLane) const
     return access.b64BitAddress ? nLow | (static_cast<uint64_t>(Row(access.nAddressRows[1])[nLane]) << 32) : nLow;
 }
 
-/// Of a scaled access.
+/// The base of a scaled access.
 uint64_t CBlock::BaseOf(const SAccess& access) const
 {
     return Row(access.nBaseRows[0])[0] | static_cast<uint64_t>(Row(access.nBaseRows[1])[0]) << 32;

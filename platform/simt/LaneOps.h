@@ -52,7 +52,7 @@ struct SLaneSpan
     uint32_t nEnd = 0;
 };
 
-/// A row in pieces of as many words each.
+/// A row in pieces of equal width.
 struct SPieces
 {
     uint32_t nWidth;
@@ -93,7 +93,7 @@ struct SLaneTable
     uint32_t (*pfAnyBits)(const uint32_t* pValues, const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd);
     /// Whether every lane's value is the previous lane's plus nStride; without a mask.
     bool (*pfIsSequence)(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, uint32_t nStride);
-    /// True if the lanes are such pieces; without a mask.
+    /// Whether the lanes' values are such pieces; without a mask.
     bool (*pfIsPlane)(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, const SPieces& pieces);
     /// Writes one value to all lanes; without a mask.
     void (*pfFill)(uint32_t* pRow, uint32_t nValue, uint32_t nBegin, uint32_t nEnd);

@@ -226,7 +226,7 @@ SLaunchContext::SLaunchContext(const SLaunch& launchIn, const SCode& codeIn)
     nGroupCount = nGroups[0] * nGroups[1] * nGroups[2];
     nGroupSize = static_cast<uint32_t>(launch.nLocalSize[0] * launch.nLocalSize[1] * launch.nLocalSize[2]);
     if (nGroupSize != 0 && nGroupSize <= s_nLanes && !launch.watch)
-    { // { // watched groups run one after the other
+    { // watched groups run one after the other
         nGroupsPerBlock =
             static_cast<uint32_t>(std::min<uint64_t>(s_nLanes / nGroupSize, std::max<uint64_t>(nGroupCount, 1)));
     }

@@ -96,7 +96,7 @@ struct SLaunch
     uint64_t nSchedule = 0;              ///< varies the order of groups and threads; 0 for none
     ITraceSink* pTrace = nullptr;        ///< a traced launch runs on one thread
     bool bCountVisits = false;           ///< fills SLaunchResult::vVisits; ignored with a trace
-    std::optional<SPlatformWatch> watch; ///< fills vAccesses, on one thread; addresses; ditto
+    std::optional<SPlatformWatch> watch; ///< addresses; fills vAccesses, on one thread; ditto
     bool bKeepProfile = false;           ///< fills vProfile in place of vVisits; ditto
     /// EPlatformCheck bits; fills SLaunchResult::vFindings. Ignored if the launch is recorded otherwise.
     uint32_t nChecks = 0;
