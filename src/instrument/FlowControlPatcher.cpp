@@ -307,7 +307,7 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
 }
 
 /// Keeps a declaration in text that is left out: the text after the function may need it.
-void CInstrumentedShaderIL::WriteDeclarationBehindTarget(CDest& dest, const SItem& item) const
+void CInstrumentedShaderIL::WriteDeclarationAfterTarget(CDest& dest, const SItem& item) const
 {
     if (ILShaderUtils::IsDCL(item.GetOpCode()) && !IsReplacedDeclaration(item) && !IsDroppedBehindTarget(item))
     {
@@ -335,7 +335,7 @@ bool CInstrumentedShaderIL::FinalizeFunctions(CSource& src, CDest& dest, Instruc
             break;
 
         default:
-            WriteDeclarationBehindTarget(dest, item);
+            WriteDeclarationAfterTarget(dest, item);
             break;
         }
     }

@@ -231,7 +231,7 @@ private:
     bool FinalizeFlowControl(CSource& src, CDest& dest, const SCut& cut);
     void CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode opOpen, ILOpCode opClose, const SCut& cut,
                          InstructionNumber& nPosition);
-    void WriteDeclarationBehindTarget(CDest& dest, const SItem& item) const;
+    void WriteDeclarationAfterTarget(CDest& dest, const SItem& item) const;
     bool FinalizeFunctions(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
     bool IsDroppedBehindTarget(const SItem& item) const;
     const CShaderDebuggerInstructionIL& PopFlowControlInstruction();

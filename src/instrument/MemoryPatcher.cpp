@@ -178,7 +178,7 @@ bool CInstrumentedShaderIL::EndMainAtCall(SPass& pass)
             return true;
         }
 
-        WriteDeclarationBehindTarget(pass.dest, item);
+        WriteDeclarationAfterTarget(pass.dest, item);
     }
 
     return false;
