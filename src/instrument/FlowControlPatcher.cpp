@@ -309,7 +309,7 @@ void CInstrumentedShaderIL::CopyRestOfBlock(CSource& src, CDest& dest, ILOpCode 
 /// Keeps a declaration in text that is left out: the text after the function may need it.
 void CInstrumentedShaderIL::WriteDeclarationAfterTarget(CDest& dest, const SItem& item) const
 {
-    if (ILShaderUtils::IsDCL(item.GetOpCode()) && !IsReplacedDeclaration(item) && !IsDroppedBehindTarget(item))
+    if (ILShaderUtils::IsDCL(item.GetOpCode()) && !IsReplacedDeclaration(item) && !IsDroppedAfterTarget(item))
     {
         dest.WriteTokens(item.pTokens, item.nLength);
     }
@@ -358,7 +358,7 @@ bool CInstrumentedShaderIL::FinalizeFunctions(CSource& src, CDest& dest, Instruc
             return true;
         }
 
-        if (!IsDroppedBehindTarget(item))
+        if (!IsDroppedAfterTarget(item))
         {
             dest.WriteTokens(item.pTokens, item.nLength);
         }
@@ -368,7 +368,7 @@ bool CInstrumentedShaderIL::FinalizeFunctions(CSource& src, CDest& dest, Instruc
 }
 
 /// Declarations that the preamble has made already.
-bool CInstrumentedShaderIL::IsDroppedBehindTarget(const SItem& item) const
+bool CInstrumentedShaderIL::IsDroppedAfterTarget(const SItem& item) const
 {
     const IL_OpCode opToken{item.pTokens[0]};
 

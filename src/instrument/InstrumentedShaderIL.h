@@ -233,7 +233,7 @@ private:
                          InstructionNumber& nPosition);
     void WriteDeclarationAfterTarget(CDest& dest, const SItem& item) const;
     bool FinalizeFunctions(CSource& src, CDest& dest, InstructionNumber nCurrentInstruction);
-    bool IsDroppedBehindTarget(const SItem& item) const;
+    bool IsDroppedAfterTarget(const SItem& item) const;
     const CShaderDebuggerInstructionIL& PopFlowControlInstruction();
     void PopThrough(bool (*pfnIsLast)(ILOpCode));
     bool InBlock(ILOpCode op) const;
