@@ -64,7 +64,7 @@ void MoveNarrowSequence(const SAccess& access, uint32_t* pLanes, unsigned char* 
 
 /// Prefetches the memory after a piece: the thread's next group continues there, but too much later for the hardware
 /// prefetcher to notice. A prefetch of an invalid address does no harm.
-void PrefetchBehind(const unsigned char* pData, uint32_t nBytes)
+void PrefetchAfter(const unsigned char* pData, uint32_t nBytes)
 {
     const uintptr_t nNext = reinterpret_cast<uintptr_t>(pData) + nBytes;
     for (uint32_t n = 0; n < nBytes; n += 64)
@@ -194,7 +194,7 @@ void CBlock::MoveSequence(const SAccess& access, unsigned char* pMemory)
     }
     if (bGlobal)
     {
-        PrefetchBehind(pMemory, nBytes);
+        PrefetchAfter(pMemory, nBytes);
     }
 }
 
