@@ -223,7 +223,7 @@ private:
     uint64_t BaseOf(const SAccess& access) const;
     static bool IsWithoutTurn(const SAccess& access, const uint32_t* pRow, uint32_t nCount, SAddressPlane plane);
     uint32_t AnyBits(const uint32_t* pValues) const;
-    bool IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const;
+    bool IsInside(const uint32_t* pValues, uint32_t nOffset, uint32_t nEnd) const;
     void LoadRow(uint32_t nTo, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale);
     void StoreRow(uint32_t nFrom, uint32_t nFirstRow, const uint32_t* pIndices, uint32_t nScale);
     void IndexLoad(const SMicroOp& step, const SIndexed& indexed);

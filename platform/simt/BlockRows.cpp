@@ -6,18 +6,18 @@
 namespace KestrelPlatform
 {
 
-/// Whether every active lane's value plus nBehind is below nEnd. Tries the OR of all values first, which is an upper
+/// Whether every active lane's value plus nOffset is below nEnd. Tries the OR of all values first, which is an upper
 /// bound and quicker to find than the maximum.
-bool CBlock::IsInside(const uint32_t* pValues, uint32_t nBehind, uint32_t nEnd) const
+bool CBlock::IsInside(const uint32_t* pValues, uint32_t nOffset, uint32_t nEnd) const
 {
-    if (static_cast<uint64_t>(AnyBits(pValues)) + nBehind < nEnd)
+    if (static_cast<uint64_t>(AnyBits(pValues)) + nOffset < nEnd)
     {
         return true;
     }
     uint32_t nLow = 0;
     uint32_t nHigh = 0;
     m_Lanes.pfRange(pValues, m_pMask, m_nBegin, m_nLast, nLow, nHigh);
-    return static_cast<uint64_t>(nHigh) + nBehind < nEnd;
+    return static_cast<uint64_t>(nHigh) + nOffset < nEnd;
 }
 
 uint32_t CBlock::PrivateWord(const SCode::SPrivate& area, uint64_t nAddress, uint32_t nLane) const
