@@ -359,8 +359,8 @@ unsigned char* CBlock::MemoryOf(const SAccess& access, uint64_t nLow, uint64_t n
     {
         return nullptr;
     }
-    const uint64_t nBehind = pRange->nSize - (nLow - pRange->nAddress);
-    return nBehind >= nTotal && nSpread <= nBehind - nTotal ? pRange->pData + (nLow - pRange->nAddress) : nullptr;
+    const uint64_t nLeft = pRange->nSize - (nLow - pRange->nAddress);
+    return nLeft >= nTotal && nSpread <= nLeft - nTotal ? pRange->pData + (nLow - pRange->nAddress) : nullptr;
 }
 
 /// Like GlobalMemory, for a scaled access.
