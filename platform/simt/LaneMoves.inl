@@ -90,12 +90,12 @@ bool IsPlane(const uint32_t* pValues, uint32_t nBegin, uint32_t nEnd, const SPie
         return false;
     }
     const uint32_t* const pBefore = pValues + nBegin;
-    const uint32_t* const pBehind = pValues + nSecond;
+    const uint32_t* const pAfter = pValues + nSecond;
     const uint32_t nPieceStride = pieces.nPieceStride;
     uint32_t nDifference = 0;
     for (uint32_t i = 0; i < nEnd - nSecond; ++i)
     {
-        nDifference |= pBehind[i] - pBefore[i] - nPieceStride;
+        nDifference |= pAfter[i] - pBefore[i] - nPieceStride;
     }
     return nDifference == 0;
 }
