@@ -35,9 +35,9 @@ uint64_t CountRowLines(uint64_t nLow, uint64_t nStep, uint32_t nWidth, uint64_t 
     const auto count = [&](uint64_t nFirst, uint64_t nLast)
     {
         const uint64_t nBegin = std::max(nFirst >> s_nLineBits, nEnd);
-        const uint64_t nBehind = (nLast >> s_nLineBits) + 1;
-        nLines += nBehind > nBegin ? nBehind - nBegin : 0;
-        nEnd = std::max(nEnd, nBehind);
+        const uint64_t nPast = (nLast >> s_nLineBits) + 1;
+        nLines += nPast > nBegin ? nPast - nBegin : 0;
+        nEnd = std::max(nEnd, nPast);
     };
     for (uint32_t p = 0; p < nPieces; ++p, nLow += nPieceStep)
     {
