@@ -268,8 +268,8 @@ bool COperandReader::ReadSwizzle(SOperand& operand)
         const int nSelect = FindComponent(swizzle[i]);
         bValid = nSelect >= 0;
         // A selector also fills the places after it, until another one follows.
-        const uint32_t nInFront = (1u << (4 * i)) - 1;
-        nModifier = (nModifier & nInFront) | (static_cast<uint32_t>(nSelect) * 0x1111u << (4 * i));
+        const uint32_t nBefore = (1u << (4 * i)) - 1;
+        nModifier = (nModifier & nBefore) | (static_cast<uint32_t>(nSelect) * 0x1111u << (4 * i));
     }
     if (!bValid)
     {
