@@ -31,9 +31,9 @@ public:
         }
         for (unsigned nBlock = 0; nBlock < live.vCopiesWritten.size(); ++nBlock)
         {
-            m_vBehind.emplace_back(live.vCopiesWritten[nBlock], nBlock);
+            m_vAfterCopies.emplace_back(live.vCopiesWritten[nBlock], nBlock);
         }
-        std::sort(m_vBehind.begin(), m_vBehind.end(),
+        std::sort(m_vAfterCopies.begin(), m_vAfterCopies.end(),
                   [](const auto& x, const auto& y) { return x.first.nFirst < y.first.nFirst; });
     }
 
@@ -129,9 +129,9 @@ private:
     /// The block in which a stretch lies after the copies of its edges, -1 for none.
     int FindBlockBehind(const SSpan& span) const
     {
-        auto it = std::upper_bound(m_vBehind.begin(), m_vBehind.end(), span.nFirst,
+        auto it = std::upper_bound(m_vAfterCopies.begin(), m_vAfterCopies.end(), span.nFirst,
                                    [](uint32_t nFirst, const auto& entry) { return nFirst < entry.first.nFirst; });
-        if (it == m_vBehind.begin())
+        if (it == m_vAfterCopies.begin())
         {
             return -1;
         }
@@ -172,7 +172,7 @@ private:
     std::vector<uint32_t> m_vParents;
     std::vector<unsigned> m_vComponents;                          ///< by the set's first register
     std::vector<llvm::SmallVector<const SEdge*, 2>> m_vEdgesFrom; ///< by block
-    std::vector<std::pair<SSpan, unsigned>> m_vBehind;            ///< the stretches after the blocks' copies, in order
+    std::vector<std::pair<SSpan, unsigned>> m_vAfterCopies;       ///< the stretches after the blocks' copies, in order
 };
 
 /// The temps, and until when each of their components is occupied.
