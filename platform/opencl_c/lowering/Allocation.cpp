@@ -89,7 +89,7 @@ private:
     /// Whether two sets may be live together after the copies on a block's edges, because they hold equal values there.
     /// That is so if everything copied into either of them comes from one of the two, or if neither was live before the
     /// copies and both get the same constants.
-    bool AreEqualBehind(unsigned nBlock, uint32_t a, uint32_t b)
+    bool AreEqualAfterCopies(unsigned nBlock, uint32_t a, uint32_t b)
     {
         const auto IsOneOfThem = [&](const SWord& word)
         { return word.eKind == SWord::Register && (Find(word.nId) == a || Find(word.nId) == b); };
@@ -150,7 +150,7 @@ private:
                  [&](const SSpan& both)
                  {
                      const int nBlock = FindBlockBehind(both);
-                     return nBlock < 0 || !AreEqualBehind(static_cast<unsigned>(nBlock), a, b);
+                     return nBlock < 0 || !AreEqualAfterCopies(static_cast<unsigned>(nBlock), a, b);
                  }))
         {
             return;
