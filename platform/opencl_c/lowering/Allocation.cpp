@@ -127,7 +127,7 @@ private:
     }
 
     /// The block in which a stretch lies after the copies of its edges, -1 for none.
-    int FindBlockBehind(const SSpan& span) const
+    int FindBlockAfterCopies(const SSpan& span) const
     {
         auto it = std::upper_bound(m_vAfterCopies.begin(), m_vAfterCopies.end(), span.nFirst,
                                    [](uint32_t nFirst, const auto& entry) { return nFirst < entry.first.nFirst; });
@@ -149,7 +149,7 @@ private:
             Meet(spansA, spansB,
                  [&](const SSpan& both)
                  {
-                     const int nBlock = FindBlockBehind(both);
+                     const int nBlock = FindBlockAfterCopies(both);
                      return nBlock < 0 || !AreEqualAfterCopies(static_cast<unsigned>(nBlock), a, b);
                  }))
         {
