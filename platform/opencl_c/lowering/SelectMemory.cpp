@@ -105,7 +105,7 @@ Words CSelector::LoadInline(const SPlace& place, unsigned nCount)
 /// The same for an address that needn't be aligned: puts the words together from those around it.
 Words CSelector::LoadInlineBetween(const SPlace& place, unsigned nCount)
 {
-    m_Storage.KeepWordBehindConstants();
+    m_Storage.KeepWordAfterConstants();
     SPlace aligned = place;
     aligned.nAlignment = 4;
     const SWord low = place.address[0];

@@ -40,7 +40,7 @@ public:
     uint64_t GetLocalBytes() const { return m_nLocal; }
     uint64_t GetPrivateBytes() const { return m_nPrivate; }
     /// Loads at unaligned addresses read one word more than they use.
-    void KeepWordBehindConstants() { m_nBehindConstants = 4; }
+    void KeepWordAfterConstants() { m_nBehindConstants = 4; }
     /// The bytes of the program's constants that are used.
     std::vector<uint8_t> GetConstants() const;
 
