@@ -83,7 +83,7 @@ uint32_t CStorage::GetConstant(const llvm::GlobalVariable& variable)
 std::vector<uint8_t> CStorage::GetConstants() const
 {
     std::vector<uint8_t> vConstants = m_vConstants;
-    vConstants.resize(vConstants.size() + m_nBehindConstants);
+    vConstants.resize(vConstants.size() + m_nAfterConstants);
     return vConstants;
 }
 

@@ -40,7 +40,7 @@ public:
     uint64_t GetLocalBytes() const { return m_nLocal; }
     uint64_t GetPrivateBytes() const { return m_nPrivate; }
     /// Loads at unaligned addresses read one word more than they use.
-    void KeepWordAfterConstants() { m_nBehindConstants = 4; }
+    void KeepWordAfterConstants() { m_nAfterConstants = 4; }
     /// The bytes of the program's constants that are used.
     std::vector<uint8_t> GetConstants() const;
 
@@ -55,7 +55,7 @@ private:
     uint64_t m_nLocal = 0;
     uint64_t m_nPrivate = 0;
     std::vector<uint8_t> m_vConstants;
-    size_t m_nBehindConstants = 0;
+    size_t m_nAfterConstants = 0;
 };
 
 } // namespace KestrelOpenCL
