@@ -80,12 +80,12 @@ size_t EstimateRuns(const CListing& listing, const CCodeMap& code, unsigned int 
     {
         return 0;
     }
-    const auto itBehind = stops.upper_bound(nStart);
-    if (itBehind == stops.end() || *itBehind > nFrom)
+    const auto itNext = stops.upper_bound(nStart);
+    if (itNext == stops.end() || *itNext > nFrom)
     {
         return 0;
     }
-    nStop = *itBehind;
+    nStop = *itNext;
     writes.Add(nFrom, nLoopEnd);
     writes.Add(nStart, nStop);
     return writes.Count() + 1 + nRunsForABlock;
