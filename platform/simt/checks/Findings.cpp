@@ -93,7 +93,7 @@ void CFindings::Put(const SPlatformFinding& found)
     }
     else if (m_mapByPlace.size() > s_nMostPlaces)
     {
-        m_mapByPlace.erase(std::prev(m_mapByPlace.end())); // so that what is left doesn't depend on the order
+        m_mapByPlace.erase(std::prev(m_mapByPlace.end())); // the last one, whatever the order
         m_bCut = true;
     }
 }

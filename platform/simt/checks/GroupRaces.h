@@ -56,7 +56,7 @@ private:
 
         void Add(uint64_t nEntry, uint32_t nGroupShift);
     };
-    /// The part of a page that rows have touched which differ only in their group.
+    /// The part of a page that is touched by rows which differ only in their group.
     struct SPart
     {
         uint16_t nBegin = 0; ///< bytes from the start of the page

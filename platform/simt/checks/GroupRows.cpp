@@ -143,8 +143,8 @@ void CGroupRows::TouchWords(uint32_t nRange)
     m_vWords.clear();
 }
 
-/// Adds a row, each of whose pieces is one place, to a run in which these places lie or at whose end they follow. If
-/// there is none, the row begins a run.
+/// Adds a row, each piece of which is one place, to a run that contains these places or ends just before them. If there
+/// is none, the row begins a run.
 void CGroupRows::AddRun(uint32_t nRange, const SRaceRow& row, uint64_t nGroup)
 {
     const auto isSame = [&](const SRun& run)

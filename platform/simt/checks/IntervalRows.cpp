@@ -14,7 +14,7 @@ const size_t s_nMostData = size_t(4) << 20;
 /// How far back the same row is looked for: loops repeat theirs soon.
 const size_t s_nLookBack = 32;
 
-/// Whether each work-item touches the same words in both rows, and no other work-item touches them there.
+/// Whether each work-item touches the same place in both rows, and no other work-item touches it.
 bool AreOwn(const SRaceRow& one, const SRaceRow& other)
 {
     const int64_t nBytes = std::max(one.nBytes, other.nBytes);

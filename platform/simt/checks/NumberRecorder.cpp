@@ -420,7 +420,7 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
         for (uint32_t n = block.GetFirstLane(); made.IsKnown() && n < block.GetEndLane(); ++n)
         {
             const uint32_t nWord = block.Row(pRows[w])[n];
-            // A double that isn't finite is found by its high word, which as a float isn't finite either.
+            // Both words of a double that isn't finite are found: the low one by the high one, and that as a float.
             const uint32_t nHigh = w + 1 < access.nWords ? block.Row(pRows[w + 1])[n] : 0;
             const bool bNumber =
                 LookAt(ELaneType::F, nWord, 0) != Finite || LookAt(ELaneType::D, nWord, nHigh) != Finite;

@@ -23,7 +23,7 @@ uint32_t CountActive(const uint32_t* pMask, uint32_t nBegin, uint32_t nEnd)
     return nActive;
 }
 
-/// Counts the lines that rows of lanes touch, if these come in ascending order.
+/// Counts the lines that rows of lanes touch, if the lines come in ascending order.
 /// \param nLow        the lowest address
 /// \param nStep       from each lane of a row to the next
 /// \param nPieceStep  from each row to the next
