@@ -209,7 +209,7 @@ bool CReader::ReadLine(std::string_view line)
     }
     if (!m_bVersion && tokens[0] != "ARGSTART" && tokens[0] != "version")
     {
-        return Fail("expected the version line behind ARGSTART");
+        return Fail("expected the version line after ARGSTART");
     }
     for (const SLineKind& kind : s_LineKinds)
     {

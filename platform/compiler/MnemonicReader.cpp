@@ -314,7 +314,7 @@ bool CMnemonicReader::Read()
         }
     }
     const char c = m_Scanner.Peek();
-    return m_Scanner.AtEnd() || c == ' ' || c == '\t' || c == ';' || m_Scanner.Fail("a blank behind the instruction");
+    return m_Scanner.AtEnd() || c == ' ' || c == '\t' || c == ';' || m_Scanner.Fail("a blank after the instruction");
 }
 
 } // namespace

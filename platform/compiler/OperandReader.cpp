@@ -423,7 +423,7 @@ bool COperandReader::ReadPart(char cPart, ERole eRole, SOperand& operand)
         return ReadComponents(eRole, operand);
     case '_':
         return eRole == RoleDestination
-                   ? m_Scanner.Refuse(pStart, "modifiers of a destination stand behind the mnemonic")
+                   ? m_Scanner.Refuse(pStart, "modifiers of a destination stand after the mnemonic")
                    : ReadSourceSuffix(operand);
     default:
         operand.bRaw = true;
@@ -496,7 +496,7 @@ bool ReadDestination(CLineScanner& scanner, bool bModifiers, uint32_t nModifiers
     {
         if ((operand.modifier.nValue & ~s_nMaskBits) != 0)
         {
-            return scanner.Refuse(pStart, "mod(...) can't stand with modifiers behind the mnemonic");
+            return scanner.Refuse(pStart, "mod(...) can't stand with modifiers after the mnemonic");
         }
         const uint32_t nMask = operand.modifier.bPresent ? operand.modifier.nValue : s_nMaskAll;
         operand.modifier.Set(nMask | nModifiers);

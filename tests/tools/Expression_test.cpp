@@ -252,7 +252,7 @@ TEST(Expression, SaysWhatIsWrong)
         {"r1.x r1.y", "in \"r1.x r1.y\", column 6: expected an operator or the end"},
         {"r1.x + r1", "in \"r1.x + r1\", column 10: expected a single component of r1, as in r1.x"},
         {"double(r1.x)", "in \"double(r1.x)\", column 13: expected two components, as in double(r2.xy)"},
-        {"count r1.x", "in \"count r1.x\", column 7: expected \"(\" behind count"},
+        {"count r1.x", "in \"count r1.x\", column 7: expected \"(\" after count"},
         {"$width", "in \"$width\", column 7: expected $item, $x, $y, $z, $gx, $gy, $gz, $lx, $ly, $lz or $active"},
         {"r1.q", "\"r1.q\": components are x, y, z and w"},
         {"r9.x > 1", "r9 has no value here"},

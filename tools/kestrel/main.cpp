@@ -216,7 +216,7 @@ SProgramCommand MakeProgramCommand(const SOptions& options)
 {
     if (options.vProgram.empty())
     {
-        throw CLaunchFileError("a program is needed, behind --: kestrel exec -- ./program");
+        throw CLaunchFileError("a program is needed after --: kestrel exec -- ./program");
     }
     SProgramCommand command;
     command.vWords = options.vProgram;

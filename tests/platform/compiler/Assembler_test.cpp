@@ -178,7 +178,7 @@ const SFault s_Faults[] = {
     {"il_cs_2_0\nmov r0.yx, r1", "line 2, column 8: expected a mask such as xy, x_z_ or x01_, got 'yx'"},
     {"il_cs_2_0\nmov r0, r1.xq", "line 2, column 12: expected a swizzle of x, y, z, w, 0 and 1, got 'xq'"},
     {"il_cs_2_0\nmov r0, r1_wide", "line 2, column 12: expected a source modifier, got 'wide'"},
-    {"il_cs_2_0\nmov r0_abs, r1", "line 2, column 7: modifiers of a destination stand behind the mnemonic"},
+    {"il_cs_2_0\nmov r0_abs, r1", "line 2, column 7: modifiers of a destination stand after the mnemonic"},
     {"il_cs_2_0\nmov r0, cb1[3", "line 2, column 14: expected ']', got the end of the line"},
     {"il_cs_2_0\nmov r0, x1[x2[3]]", "line 2, column 14: an index register has no index of its own"},
     {"il_cs_2_0\nmov r0, r1, r2", "line 2, column 11: expected ',' or the end of the line, got ','"},

@@ -261,7 +261,7 @@ TEST(ProgramBuilder, LogsSayWhichLineAndWhy)
         {"digits", Replaced(strValue, ";value:n:i32:1:1:0", ";constants:2:001122xx"),
          "error: line 5, column 1: metadata: expected hexadecimal digits in the constants\n"},
         {"version", Replaced(strOne, ";version:3:1:104\n", ""),
-         "error: line 2, column 1: metadata: expected the version line behind ARGSTART\n"},
+         "error: line 2, column 1: metadata: expected the version line after ARGSTART\n"},
         {"end", Replaced(strOne, ";ARGEND:__OpenCL_first", ";ARGEND:__OpenCL_other"),
          "error: line 6, column 1: metadata: ARGEND names '__OpenCL_other_kernel', ARGSTART '__OpenCL_first_kernel'\n"},
         {"name", Replaced(strOne, "ARGSTART:__OpenCL_first_kernel", "ARGSTART:first"),

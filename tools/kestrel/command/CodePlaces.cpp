@@ -87,7 +87,7 @@ unsigned int ReadLineOfIL(CDebugger& debugger, const std::string& strText)
     const unsigned int nTaken = listing.IsInstruction(nPlace) ? nPlace : listing.GetNextInstruction(nPlace);
     if (nTaken == CListing::NoLine)
     {
-        throw CCommandError("there is no instruction at line " + strText + " or behind it");
+        throw CCommandError("there is no instruction at line " + strText + " or after it");
     }
     return nTaken;
 }

@@ -91,7 +91,7 @@ void CCommandContext::AllowNone() const
 {
     if (!GetArguments().empty())
     {
-        throw CCommandError(std::string(m_Line.pCommand->pszName) + " takes nothing behind it");
+        throw CCommandError(std::string(m_Line.pCommand->pszName) + " takes nothing after it");
     }
 }
 

@@ -57,7 +57,7 @@ SShape ReadShape(const std::string& strText, SShape shape)
         }
         else
         {
-            throw CCommandError("x: behind the slash stand a count, d, u, x, f, i or s, and b, h, w or g");
+            throw CCommandError("x: after the slash come a count, d, u, x, f, i or s, and b, h, w or g");
         }
     }
     if (shape.nCount == 0 || shape.nCount * shape.nSize > s_nMaxBytes)

@@ -31,7 +31,7 @@ bool ReadAddress(const CDebugger& debugger, const std::string& strText, SWatch& 
     const uint64_t nAddress = std::strtoull(strText.c_str() + nColon + 1, &pEnd, 0);
     if (*pEnd != '\0' || pEnd == strText.c_str() + nColon + 1)
     {
-        throw CCommandError("an address is needed behind the colon, as in private:8");
+        throw CCommandError("an address is needed after the colon, as in private:8");
     }
     const uint32_t nBlock =
         bLocal ? static_cast<uint32_t>(std::strtoul(strMemory.c_str() + 5, nullptr, 10)) : s_nAnyArgument;

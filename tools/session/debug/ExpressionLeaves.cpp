@@ -224,7 +224,7 @@ CExpressionParser::Node CExpressionParser::ParseAggregate(const std::string& str
     {
         if (!Take("("))
         {
-            Fail("\"(\" behind count");
+            Fail("\"(\" after count");
         }
         m_nAggregateDepth = 0; // the aggregate ends at its parenthesis
         node.vChildren = {ParseChoice()};
