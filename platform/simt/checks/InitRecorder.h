@@ -74,7 +74,6 @@ private:
     bool m_bGlobal = false; ///< some memory has a shadow
     CRowShadow m_Rows;
     std::vector<unsigned char> m_vOrigins; ///< of the rows to clear, EPlatformOrigin
-    std::vector<unsigned char> m_vAreas;   ///< of local memory at the start of a group
     std::vector<uint64_t> m_vAddresses;    ///< of the access under way, from the block's first lane
     size_t m_nRange = 0;                   ///< the memory object found last
     /// A row of which some lanes have changed.
