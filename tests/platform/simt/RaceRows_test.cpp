@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <random>
 #include <tuple>
 
@@ -24,6 +25,13 @@ struct SRandomRow
     std::vector<unsigned char> vValues;
 };
 
+void Bound(SRandomRow& made)
+{
+    const auto [itLow, itHigh] = std::minmax_element(made.vAddresses.begin(), made.vAddresses.end());
+    made.row.nLow = *itLow;
+    made.row.nEnd = *itHigh + made.row.nBytes;
+}
+
 SRandomRow MakeRow(std::mt19937& random)
 {
     SRandomRow made;
@@ -44,28 +52,44 @@ SRandomRow MakeRow(std::mt19937& random)
         const int64_t pieceSteps[] = {0, row.nBytes, 64, 128, -256};
         row.plane.nPieceStep = row.plane.IsEven() ? 0 : pieceSteps[random() % 5];
     } while (row.bPlane && row.eKind == RACE_WRITE && !row.plane.IsApart(row.nCount, row.nBytes));
-    row.nLow = ~uint64_t(0);
     for (uint32_t n = 0; n < row.nCount; ++n)
     {
         const uint64_t nUneven = (n == 0 ? row.plane.nFirst : made.vAddresses.back()) + row.nBytes * (1 + random() % 2);
         made.vAddresses.push_back(row.bPlane ? row.plane.At(n) : nUneven);
-        row.nLow = std::min(row.nLow, made.vAddresses.back());
-        row.nEnd = std::max(row.nEnd, made.vAddresses.back() + row.nBytes);
         const unsigned char value[8] = {static_cast<unsigned char>(random() % 2)};
         made.vValues.insert(made.vValues.end(), value, value + row.nBytes);
     }
+    Bound(made);
     return made;
 }
 
-SRandomRow Moved(SRandomRow made, uint64_t nBytes)
+SRandomRow Moved(SRandomRow made, int64_t nBytes)
 {
     for (uint64_t& nAddress : made.vAddresses)
     {
-        nAddress += nBytes;
+        nAddress += static_cast<uint64_t>(nBytes);
     }
-    made.row.plane.nFirst += nBytes;
-    made.row.nLow += nBytes;
-    made.row.nEnd += nBytes;
+    made.row.plane.nFirst += static_cast<uint64_t>(nBytes);
+    Bound(made);
+    return made;
+}
+
+/// A loop's next pass: mostly the place after, else one that overlaps it or leaves a gap, or pieces further apart.
+SRandomRow GoneOn(SRandomRow made, std::mt19937& random)
+{
+    const int64_t nBytes = made.row.nBytes;
+    const int64_t steps[] = {nBytes, nBytes, nBytes, nBytes, nBytes, nBytes, 2 * nBytes, 3 * nBytes};
+    made = Moved(std::move(made), steps[random() % std::size(steps)]);
+    SRaceRow& row = made.row;
+    if (row.bPlane && row.eKind != RACE_WRITE && !row.plane.IsEven() && random() % 4 == 0)
+    {
+        row.plane.nPieceStep += 128;
+        for (uint32_t n = 0; n < row.nCount; ++n)
+        {
+            made.vAddresses[n] = row.plane.At(n);
+        }
+        Bound(made);
+    }
     return made;
 }
 
@@ -108,8 +132,7 @@ TEST(RaceRows, WithinAGroupGiveWhatWorkItemsGive)
         for (uint32_t n = 0; n < 100; ++n)
         {
             nInterval += random() % 6 == 0;
-            // Loops go on where they were before.
-            made = n > 0 && random() % 3 != 0 ? Moved(made, made.row.nBytes) : MakeRow(random);
+            made = n > 0 && random() % 3 != 0 ? GoneOn(made, random) : MakeRow(random);
             std::vector<SIntervalRace> vExpected;
             std::vector<SIntervalRace> vRaces;
             TouchWords(plain, made, nInterval, vExpected);
@@ -178,8 +201,7 @@ TEST_P(BetweenGroups, RowsGiveWhatWorkItemsGive)
             SRandomRow made = Moved(MakeRow(random), random() % 3 * 2048);
             const uint64_t nGroup = GetParam() - 1 - random() % 6;
             const bool bRow = random() % 4 != 0;
-            // Loops go on where they were before.
-            for (uint32_t nPass = random() % 4; nPass < 4; ++nPass, made = Moved(made, made.row.nBytes))
+            for (uint32_t nPass = random() % 4; nPass < 4; ++nPass, made = GoneOn(made, random))
             {
                 if (bRow)
                 {
