@@ -261,7 +261,7 @@ const SCommand g_Commands[] = {
      "The answer is the page's address, on a free port or on the given one. The prompt goes on as before. The page "
      "follows the prompt's commands, and the prompt tells where the page's moves lead. The page ends with view off or "
      "with the session. With -batch there is no page, since nobody gives commands.",
-     "", DoView, false, ECompletion::Nothing},
+     "= (kestrel) view\nhttp://127.0.0.1:40913/6d1c0f5e71a3b82c94d0e6f72b58a1c3/", DoView, false, ECompletion::Nothing},
     {"where", "", "[/a] [CONDITION]", s_pszDispatch, "List the work-items for which a condition holds.",
      "Neighbours are shown as ranges. With /a all work-items are asked, otherwise only the active ones. Without a "
      "condition, it does what backtrace does.",

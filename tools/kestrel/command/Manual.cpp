@@ -102,6 +102,8 @@ const char* const s_pszIntroduction =
 
 const char* const s_pszProgramMark = "$ "; ///< precedes the name of a program's session
 
+const char* const s_pszShownMark = "= "; ///< precedes an example that is different in each run, and isn't run
+
 /// The launch and the commands of an example.
 struct SExample
 {
@@ -209,9 +211,10 @@ std::string MakeExample(const CLibraries& libraries, const std::string& strExamp
 {
     const std::string strText = command.pszExample;
     const std::string strMark = s_pszProgramMark;
-    if (strText.empty())
+    const std::string strShown = s_pszShownMark;
+    if (strText.compare(0, strShown.size(), strShown) == 0)
     {
-        return std::string();
+        return "\n```\n" + strText.substr(strShown.size()) + "\n```\n";
     }
     if (strText.compare(0, strMark.size(), strMark) == 0)
     {
