@@ -21,8 +21,8 @@ const char* const s_pszDefaultLaunch = "nested_if";
 
 const char* const s_pszIntroduction =
     "# `kestrel`\n\n"
-    "The command-line debugger. This page is made from the table of commands by `kestrel manual EXAMPLES`. Each "
-    "example was run to make it, in an empty folder, on `examples/nested_if/nested_if.json` where no other launch is "
+    "The command-line debugger. This page is made from the table of commands by `kestrel manual EXAMPLES`. "
+    "Examples were run to make it, in an empty folder, on `examples/nested_if/nested_if.json` where no other launch is "
     "named. Sessions with programs are recorded in `examples/programs/sessions`. `help` gives the same text.\n\n"
     "| Call | What it does |\n"
     "|---|---|\n"
@@ -225,6 +225,34 @@ std::string MakeExample(const CLibraries& libraries, const std::string& strExamp
            RunExample(libraries, strExamples, example) + "```\n";
 }
 
+/// Prose for Markdown, broken between words. Lines of tables and headings stay whole. Outside of code, < begins no tag.
+std::string Fill(const std::string& strText)
+{
+    const size_t nWidth = 120;
+    std::string strFilled;
+    for (const std::string& strLine : SplitLines(strText))
+    {
+        const bool bBroken = strLine.empty() || (strLine[0] != '|' && strLine[0] != '#');
+        bool bCode = false;
+        size_t nBegin = strFilled.size();
+        size_t nBlank = std::string::npos;
+        for (const char c : strLine)
+        {
+            bCode = bCode != (c == '`');
+            nBlank = c == ' ' ? strFilled.size() : nBlank;
+            strFilled += c == '<' && !bCode ? "&lt;" : std::string(1, c);
+            if (bBroken && strFilled.size() - nBegin > nWidth && nBlank != std::string::npos)
+            {
+                strFilled[nBlank] = '\n';
+                nBegin = nBlank + 1;
+                nBlank = std::string::npos;
+            }
+        }
+        strFilled += '\n';
+    }
+    return strFilled;
+}
+
 std::vector<std::string> ListGroups()
 {
     std::vector<std::string> vGroups;
@@ -267,7 +295,7 @@ std::string Escape(const std::string& strText)
 std::string MakeManual(const CLibraries& libraries, const std::string& strExamples)
 {
     std::ostringstream manual;
-    manual << s_pszIntroduction;
+    manual << Fill(s_pszIntroduction);
     for (const std::string& strGroup : ListGroups())
     {
         manual << "\n## " << strGroup << "\n";
@@ -278,10 +306,10 @@ std::string MakeManual(const CLibraries& libraries, const std::string& strExampl
             {
                 continue;
             }
-            manual << "\n### `" << MakeHead(command) << "`\n\n" << command.pszSummary << "\n";
+            manual << "\n### `" << MakeHead(command) << "`\n\n" << Fill(command.pszSummary);
             for (const std::string& strLine : SplitLines(command.pszText))
             {
-                manual << "\n" << strLine << "\n";
+                manual << "\n" << Fill(strLine);
             }
             if (command.pszAliases[0] != '\0')
             {
@@ -305,6 +333,10 @@ std::string MakeManPage()
            ".B kestrel new\nPROGRAM [\\-\\-kernel NAME] [\\-o FILE]\n.br\n.B kestrel cover\nLAUNCH... "
            "[\\-\\-json] [\\-\\-lcov FILE]\n.br\n.B kestrel profile\nLAUNCH... [\\-\\-json] [\\-\\-lcov FILE]\n.br\n"
            ".B kestrel who\nLAUNCH ELEMENT [\\-\\-json]\n.br\n"
+           ".B kestrel check\n[\\-\\-checks NAMES] [\\-\\-suppress FILE] [\\-\\-json] [\\-\\-sarif FILE] "
+           "[\\-\\-junit FILE] LAUNCH... | \\-\\- PROGRAM ARGS\n.br\n"
+           ".B kestrel view\n[\\-\\-port N] LAUNCH | \\-\\- PROGRAM ARGS\n.br\n"
+           ".B kestrel dap\n[\\-\\-port N]\n.br\n"
            ".B kestrel capture\n[\\-o FOLDER] "
            "[\\-\\-kernel NAME] [\\-\\-launch N\\-M] [\\-\\-emit\\-c] "
            "\\-\\- PROGRAM ARGS\n.br\n.B kestrel cc\nSOURCE [\\-g] "
@@ -315,7 +347,7 @@ std::string MakeManPage()
            "and byte of memory of every work\\-item can be read.\n.SH EXIT STATUS\n0 good, 1 a command failed, 2 the "
            "call "
            "or the launch file is wrong, 3 the platform failed, 4 an output differs from what is expected, 5 the "
-           "platform has recorded a fault.\n";
+           "platform has recorded a fault, or check has found something.\n";
     for (const std::string& strGroup : ListGroups())
     {
         std::string strTitle = strGroup;
