@@ -2,6 +2,7 @@
 
 #include "tools/session/debug/Faults.h"
 #include "tools/session/debug/KernelArguments.h"
+#include "tools/session/debug/ReadListing.h"
 #include "tools/session/debug/SourceLines.h"
 #include "tools/session/launch/Files.h"
 #include "tools/session/launch/KernelText.h"

@@ -2,6 +2,7 @@
 
 #include "tools/session/debug/CommandError.h"
 #include "tools/session/debug/Faults.h"
+#include "tools/session/debug/ReadListing.h"
 #include "tools/session/launch/PlatformDoor.h"
 #include "tools/source/SourcePlaces.h"
 

@@ -1,6 +1,7 @@
 #include "tools/session/debug/Debugger.h"
 
 #include "tools/session/debug/CommandError.h"
+#include "tools/session/debug/ReadListing.h"
 #include "tools/session/launch/HostMemory.h"
 #include "tools/session/launch/PlatformDoor.h"
 

@@ -2,129 +2,17 @@
 
 #include "KestrelPlatform.h"
 #include "tools/session/debug/Format.h"
+#include "tools/session/debug/PatchedLines.h"
 #include "tools/session/launch/KernelText.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <map>
-#include <optional>
 #include <utility>
 
 namespace KestrelTool
 {
-
-namespace
-{
-
-/// An instruction with all components written out, since a printer may omit repeated ones.
-std::string SpellOut(const std::string& strText)
-{
-    static const std::string s_strComponents = "xyzw01_";
-    std::string strSpelled;
-    size_t nLetters = 4;
-    for (size_t n = 0; n <= strText.size(); ++n)
-    {
-        const char c = n < strText.size() ? strText[n] : '\0';
-        const bool bComponent = nLetters < 4 && s_strComponents.find(c) != std::string::npos && c != '\0';
-        if (!bComponent)
-        {
-            strSpelled.append(nLetters > 0 ? 4 - nLetters : 0, strSpelled.empty() ? ' ' : strSpelled.back());
-            nLetters = c == '.' ? 0 : 4;
-        }
-        nLetters += bComponent ? 1 : 0;
-        strSpelled.append(c != '\0' ? 1 : 0, c);
-    }
-    return strSpelled;
-}
-
-bool BeginsFunction(const CListing& listing, unsigned int nInstruction)
-{
-    return listing.GetMnemonic(listing.GetLineOfInstruction(nInstruction)) == "func";
-}
-
-/// For "func 1026 ;walk", or with the name in a line below: the number, and the name or nothing.
-std::pair<std::string, std::string> ReadFunctionHead(const CListing& listing, unsigned int nInstruction)
-{
-    const unsigned int nLine = listing.GetLineOfInstruction(nInstruction);
-    const std::string& strHead = listing.GetLine(nLine);
-    const std::string& strBelow = listing.GetLine(nLine + 1);
-    const size_t nComment = strHead.find(';');
-    const std::string strName = nComment != std::string::npos             ? strHead.substr(nComment)
-                                : !strBelow.empty() && strBelow[0] == ';' ? strBelow
-                                                                          : std::string();
-    const size_t nNumber = strHead.find_first_of("0123456789");
-    const size_t nEnd = strHead.find_first_not_of("0123456789", std::min(nNumber, strHead.size()));
-    return {nNumber != std::string::npos ? strHead.substr(nNumber, nEnd - nNumber) : std::string(), strName};
-}
-
-/// Finds the kernel's function that a patched copy's function comes from, and gives its first instruction. Compares
-/// numbers, or names since the debugger gives a function's copy a new number.
-std::optional<unsigned int> FindFunctionLike(const CListing& listing, const std::pair<std::string, std::string>& head)
-{
-    std::optional<unsigned int> byName;
-    for (unsigned int n = 0; listing.GetLineOfInstruction(n) != CListing::NoLine; ++n)
-    {
-        if (!BeginsFunction(listing, n))
-        {
-            continue;
-        }
-        const std::pair<std::string, std::string> own = ReadFunctionHead(listing, n);
-        if (own.first == head.first)
-        {
-            return n;
-        }
-        byName = !byName && !own.second.empty() && own.second == head.second ? n : byName;
-    }
-    return byName;
-}
-
-/// Finds the line of the kernel's text that an instruction of a patched copy comes from. Patching only inserts
-/// instructions, so it is the line in the same function with the same text that is preceded by as many equal ones.
-unsigned int FindOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
-{
-    const auto spell = [](const CListing& text, unsigned int n)
-    { return SpellOut(text.GetLine(text.GetLineOfInstruction(n))); };
-    const std::string strText = spell(patched, nInstruction);
-    size_t nBefore = 0;
-    unsigned int nHead = nInstruction;
-    for (; nHead != 0 && !BeginsFunction(patched, nHead); --nHead)
-    {
-        nBefore += spell(patched, nHead - 1) == strText ? 1 : 0;
-    }
-    const bool bMain = !BeginsFunction(patched, nHead);
-    const std::optional<unsigned int> first = bMain ? 0u : FindFunctionLike(listing, ReadFunctionHead(patched, nHead));
-    for (unsigned int n = first.value_or(0); first && listing.GetLineOfInstruction(n) != CListing::NoLine; ++n)
-    {
-        if (n != *first && BeginsFunction(listing, n))
-        {
-            break;
-        }
-        if (spell(listing, n) == strText && nBefore-- == 0)
-        {
-            return listing.GetLineOfInstruction(n);
-        }
-    }
-    return CListing::NoLine;
-}
-
-/// The same for where a run was aborted, which may be at an inserted instruction: takes the kernel's next one.
-unsigned int FindNextOriginal(const CListing& listing, const CListing& patched, unsigned int nInstruction)
-{
-    unsigned int nLine = FindOriginal(listing, patched, nInstruction);
-    for (unsigned int n = nInstruction + 1; nLine == CListing::NoLine; ++n)
-    {
-        if (patched.GetLineOfInstruction(n) == CListing::NoLine || BeginsFunction(patched, n))
-        {
-            break;
-        }
-        nLine = FindOriginal(listing, patched, n);
-    }
-    return nLine;
-}
-
-} // namespace
 
 void CFaults::Forget()
 {
@@ -190,18 +78,11 @@ std::optional<SFaults> CFaults::Check(const CListing& listing, const std::vector
     faults.nAccesses = found.nBadAccesses;
     faults.nBarriers = found.nUnreachedBarriers;
     faults.bIncomplete = found.nBadAccesses + found.nUnreachedBarriers > vRecords.size();
-    const CListing patched(vImage.empty() ? std::vector<std::string>() : ReadLinesWithCall(vImage, 0));
-    std::map<uint32_t, unsigned int> mapLines;
+    const CPatchedLines lines(listing, vImage);
     for (const SPlatformFaultRecord& record : vRecords)
     {
-        const auto entry = mapLines.emplace(record.nInstruction, CListing::NoLine);
-        if (entry.second)
-        {
-            entry.first->second = vImage.empty() ? listing.GetLineOfInstruction(record.nInstruction)
-                                                 : FindOriginal(listing, patched, record.nInstruction);
-        }
         SFault fault;
-        fault.nLine = entry.first->second;
+        fault.nLine = lines.Find(record.nInstruction);
         fault.nWorkItem = record.nWorkItem;
         fault.nAddress = record.nAddress;
         fault.bWrite = record.bWrite != 0;
@@ -244,9 +125,7 @@ std::string CFaults::DescribeEnd(const CListing& listing, const std::vector<char
                              : "the kernel run was broken off";
     if (end.nWorkItem != ~uint64_t(0))
     {
-        const unsigned int nLine =
-            vImage.empty() ? listing.GetLineOfInstruction(end.nInstruction)
-                           : FindOriginal(listing, CListing(ReadLinesWithCall(vImage, 0)), end.nInstruction);
+        const unsigned int nLine = CPatchedLines(listing, vImage).Find(end.nInstruction);
         const std::string strSource = FindSource(listing, nLine, end.nInstruction, !vImage.empty());
         const std::string strPlace = strSource.empty() ? "" : " (" + ShortenPlace(strSource) + ")";
         strEnd += "; work-item " + std::to_string(end.nWorkItem) +
@@ -267,8 +146,7 @@ nlohmann::json CFaults::DescribePlaces(const CListing& listing, const std::vecto
     std::vector<SPlatformPlace> vPlaces(m_pControl->GetPlaces(nullptr, 0));
     vPlaces.resize(
         std::min<size_t>(vPlaces.size(), m_pControl->GetPlaces(vPlaces.data(), static_cast<uint32_t>(vPlaces.size()))));
-    const CListing patched(vImage.empty() || vPlaces.empty() ? std::vector<std::string>()
-                                                             : ReadLinesWithCall(vImage, 0));
+    const CPatchedLines lines(listing, vPlaces.empty() ? std::vector<char>() : vImage);
     for (const SPlatformPlace& place : vPlaces)
     {
         nlohmann::json entry = {{"where", NameWhere(place.nWhere)}, {"items", place.nItems}};
@@ -282,8 +160,7 @@ nlohmann::json CFaults::DescribePlaces(const CListing& listing, const std::vecto
         }
         if (place.nInstruction != ~uint32_t(0))
         {
-            const unsigned int nLine = vImage.empty() ? listing.GetLineOfInstruction(place.nInstruction)
-                                                      : FindNextOriginal(listing, patched, place.nInstruction);
+            const unsigned int nLine = lines.FindNext(place.nInstruction);
             const std::string strSource = FindSource(listing, nLine, place.nInstruction, !vImage.empty());
             if (!strSource.empty())
             {
@@ -341,26 +218,6 @@ nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown)
             {"accesses", faults.nAccesses},
             {"barriers", faults.nBarriers},
             {"incomplete", faults.bIncomplete}};
-}
-
-std::vector<std::string> ReadLinesWithCall(const std::vector<char>& vBinary, unsigned int nLabel)
-{
-    std::vector<std::string> vLines = ReadKernelText(vBinary);
-    for (std::string& strLine : vLines)
-    {
-        if (strLine == ";$$$$$$$$$$")
-        {
-            strLine = "call " + std::to_string(nLabel);
-        }
-    }
-    return vLines;
-}
-
-CListing ReadListing(const std::vector<char>& vBinary, unsigned int nLabel)
-{
-    std::vector<std::string> vLines = ReadLinesWithCall(vBinary, nLabel);
-    std::vector<std::string> vPlaces = ReadSourcePlaces(vBinary, vLines.size());
-    return CListing(std::move(vLines), std::move(vPlaces));
 }
 
 } // namespace KestrelTool

@@ -86,11 +86,6 @@ const char* NameWhere(uint32_t nWhere);
 /// \param nShown  how many are listed one by one
 nlohmann::json DescribeFaults(const SFaults& faults, size_t nShown);
 
-/// The lines of a kernel binary's text, with the placeholder replaced by the call of the kernel.
-std::vector<std::string> ReadLinesWithCall(const std::vector<char>& vBinary, unsigned int nLabel);
-/// The same with the lines' source places.
-CListing ReadListing(const std::vector<char>& vBinary, unsigned int nLabel);
-
 } // namespace KestrelTool
 
 #endif

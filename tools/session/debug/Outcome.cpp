@@ -1,6 +1,7 @@
 #include "tools/session/debug/Outcome.h"
 
 #include "tools/session/debug/Faults.h"
+#include "tools/session/debug/ReadListing.h"
 #include "tools/session/launch/PlatformDoor.h"
 
 #include <nlohmann/json.hpp>
