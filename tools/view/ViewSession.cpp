@@ -320,7 +320,9 @@ json CViewSession::Draw(const SPictureWish& wish)
             CDebugger& debugger = m_pDebuggee->RequireStop();
             if (wish.bLines)
             {
-                return m_LastLines.Draw(debugger, wish.nWidth, wish.nHeight);
+                json picture;
+                BeBusyWith([&] { picture = m_LastLines.Draw(debugger, wish.nWidth, wish.nHeight); });
+                return picture;
             }
             if (wish.strExpression.empty())
             {
@@ -356,19 +358,28 @@ const SDispatchValues& CViewSession::FindValues(CDebugger& debugger, const SPict
     return m_Values;
 }
 
-/// Looks at stops of the time line. Pause ends it.
 void CViewSession::Visit(CDebugger& debugger, const std::vector<size_t>& vStops,
                          const std::function<void(size_t)>& look)
+{
+    BeBusyWith([&] { debugger.VisitStops(vStops, look); });
+}
+
+/// Makes kernel runs, which Pause ends, without a move that is to be told.
+void CViewSession::BeBusyWith(const std::function<void()>& work)
 {
     const auto setBusy = [this](bool bBusy)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         m_bBusy = bBusy;
+        if (!bBusy && m_pRunning != nullptr)
+        {
+            m_pRunning->ClearInterrupts();
+        }
     };
     setBusy(true);
     try
     {
-        debugger.VisitStops(vStops, look);
+        work();
     }
     catch (...)
     {

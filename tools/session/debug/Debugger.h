@@ -152,6 +152,10 @@ public:
     /// The line of the last stop.
     unsigned int GetEarlierLine() const { return m_nEarlierLine; }
 
+    /// The line of IL at which each work-item was active last before this stop; NoLine for one that was active nowhere.
+    /// That takes a way back and forth. Empty where the platform can't trace, or there is no way back.
+    std::vector<unsigned int> FindLastLines();
+
     std::vector<size_t> FindFaulty(const SFaultPlace& place, unsigned int nLine) override;
     std::vector<size_t> FindTouchers(const SWatch& watch, unsigned int nLine) override;
     /// The argument and offset of an address in a buffer, at a stop.

@@ -51,7 +51,7 @@ function showLegend() {
     values: () => `${picture.expression}: blue ${low} to orange ${high}`,
     changes: () => `${picture.changed} of ${picture.items} have another ${picture.expression} than at stop ${picture.from}`
       + (picture.low === null ? '' : `: blue by ${low} to orange by ${high}`),
-    lines: () => 'the line at whose stop each was active last: ',
+    lines: () => 'the line at which each was active last: ',
   };
   element('legend').textContent = texts[picture.kind]() + (block > 1 ? `; a cell is ${block} work-items` : '');
   for (const [n, { file: name, line, count }] of (picture.lines ?? []).entries()) {
