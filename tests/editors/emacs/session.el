@@ -33,7 +33,7 @@ After 30 seconds the test fails, for lack of WHAT."
     result))
 
 (defun kestrel-test-frame (session)
-  "Return the line and the function where the client shows SESSION."
+  "Return the line and the function that the client has of the stop of SESSION."
   (let ((frame (dap--debug-session-active-frame session)))
     (and frame (list (gethash "line" frame) (gethash "name" frame)))))
 
@@ -46,19 +46,46 @@ After 30 seconds the test fails, for lack of WHAT."
                  reason))
   (kestrel-test-frame session))
 
+(defun kestrel-test-children (session reference)
+  "Return the variables of SESSION that REFERENCE stands for, by their names."
+  (mapcar (lambda (variable) (cons (gethash "name" variable) variable))
+          (gethash "variables" (dap-request session "variables" :variablesReference reference))))
+
+(defun kestrel-test-reference (children name)
+  "Return what stands for the variables in that of CHILDREN with NAME."
+  (gethash "variablesReference" (cdr (assoc name children))))
+
 (defun kestrel-test-locals (session)
-  "Return the Locals at the stop of SESSION, as an alist of texts."
+  "Return the Locals at the stop of SESSION, by their names."
   (let* ((frame (gethash "id" (dap--debug-session-active-frame session)))
          (scopes (gethash "scopes" (dap-request session "scopes" :frameId frame)))
-         (locals (seq-find (lambda (scope) (equal (gethash "name" scope) "Locals")) scopes))
-         (answer (dap-request session "variables"
-                              :variablesReference (gethash "variablesReference" locals))))
-    (mapcar (lambda (variable) (cons (gethash "name" variable) (gethash "value" variable)))
-            (gethash "variables" answer))))
+         (locals (seq-find (lambda (scope) (equal (gethash "name" scope) "Locals")) scopes)))
+    (kestrel-test-children session (gethash "variablesReference" locals))))
 
 (defun kestrel-test-local (session name)
   "Return the number that the local variable NAME has at the stop of SESSION."
-  (string-to-number (cdr (assoc name (kestrel-test-locals session)))))
+  (string-to-number (gethash "value" (cdr (assoc name (kestrel-test-locals session))))))
+
+(defun kestrel-test-everywhere (session name)
+  "Return the numbers that the local variable NAME has in all work-items of SESSION."
+  (let* ((parts (kestrel-test-children
+                 session (kestrel-test-reference (kestrel-test-locals session) name)))
+         (all (kestrel-test-children session (kestrel-test-reference parts "all work-items"))))
+    (mapcar (lambda (value) (string-to-number (gethash "value" (cdr value)))) all)))
+
+(defun kestrel-test-ask (command answer)
+  "Give COMMAND to the client's prompt, and wait for ANSWER."
+  (save-window-excursion
+    (dap-ui-repl)
+    (goto-char (point-max))
+    (insert command)
+    (comint-send-input)
+    (kestrel-test-wait answer
+                       (lambda ()
+                         (with-current-buffer dap-ui--repl-buffer
+                           (save-excursion
+                             (goto-char (point-max))
+                             (search-backward (concat "\n" answer "\n") nil t)))))))
 
 (defun kestrel-test-break (file line condition)
   "Set a breakpoint at LINE of FILE, with a CONDITION unless it is nil."
@@ -95,7 +122,7 @@ After 30 seconds the test fails, for lack of WHAT."
        (dap-breakpoint-delete-all))))
 
 (defun kestrel-test-collatz (n steps)
-  "Return what STEPS of the sequence make of N."
+  "Return what becomes of N in so many STEPS."
   (dotimes (_ steps n)
     (setq n (if (cl-evenp n) (/ n 2) (1+ (* 3 n))))))
 
@@ -108,7 +135,8 @@ After 30 seconds the test fails, for lack of WHAT."
       (switch-to-buffer (find-buffer-visiting source))
       (kestrel-test-with-session (session "Kestrel: launch file" nil)
         (kestrel-test-stop session "entry")
-        (should (equal (mapcar (lambda (point) (list (gethash "line" point) (gethash "verified" point)))
+        (should (equal (mapcar (lambda (point)
+                                 (list (gethash "line" point) (gethash "verified" point)))
                                (gethash source (dap--debug-session-breakpoints session)))
                        '((27 t))))
 
@@ -119,6 +147,14 @@ After 30 seconds the test fails, for lack of WHAT."
               (steps (1+ (kestrel-test-local session "count"))))
           (should (< n 10))
           (should (= n (kestrel-test-collatz (+ 24 id) steps)))
+          (let ((all (mapcar (lambda (item) (kestrel-test-collatz (+ 24 item) steps))
+                             (number-sequence 0 7))))
+            (should (equal (kestrel-test-everywhere session "n") all))
+            (kestrel-test-ask "where n < 10"
+                              (mapconcat #'number-to-string
+                                         (seq-filter (lambda (item) (< (nth item all) 10))
+                                                     (number-sequence 0 7))
+                                         ", ")))
 
           (call-interactively #'dap-continue)
           (kestrel-test-stop session "breakpoint")
@@ -130,8 +166,9 @@ After 30 seconds the test fails, for lack of WHAT."
           (let ((frame (dap--debug-session-active-frame session))
                 (other (% (+ id 4) 8)))
             (kestrel-dap-work-item session other)
-            (kestrel-test-wait "answer for another work-item"
-                               (lambda () (not (eq (dap--debug-session-active-frame session) frame))))
+            (kestrel-test-wait
+             "answer for another work-item"
+             (lambda () (not (eq (dap--debug-session-active-frame session) frame))))
             (should (= (kestrel-test-local session "id") other))
             (let ((value (kestrel-test-collatz (+ 24 other) steps)))
               (should-not (= value n))
@@ -162,7 +199,7 @@ After 30 seconds the test fails, for lack of WHAT."
 
 (ert-deftest kestrel-test-kernels-of-a-program ()
   "A program's kernel is stopped in a function, by a breakpoint set before it is built."
-  (skip-unless kestrel-test-programs)
+  (skip-unless (not (string-empty-p kestrel-test-programs)))
   (let* ((folder (make-temp-file "kestrel" t))
          (source (expand-file-name "average.cl" folder)))
     (copy-file (kestrel-test-example "programs/average.cl") source)
@@ -174,7 +211,8 @@ After 30 seconds the test fails, for lack of WHAT."
       (dap-up-stack-frame 1)
       (should (equal (cadr (kestrel-test-frame session)) "average"))
       (let ((frame (gethash "id" (dap--debug-session-active-frame session))))
-        (should (equal (gethash "result" (dap-request session "evaluate" :expression "columns" :frameId frame))
+        (should (equal (gethash "result" (dap-request session "evaluate"
+                                                      :expression "columns" :frameId frame))
                        "256"))))))
 
 (ert-deftest kestrel-test-refusals ()
@@ -186,7 +224,8 @@ After 30 seconds the test fails, for lack of WHAT."
     (let ((warning-minimum-log-level :emergency))
       (kestrel-test-with-session (session "Kestrel: program" properties)
         (should (string-match-p
-                 words (kestrel-test-wait "refusal"
-                                          (lambda () (dap--debug-session-error-message session)))))))))
+                 words
+                 (kestrel-test-wait
+                  "refusal" (lambda () (dap--debug-session-error-message session)))))))))
 
 ;;; session.el ends here
