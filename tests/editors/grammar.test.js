@@ -78,6 +78,8 @@ test('the manifest names files that are there, and the code fits it', () => {
   }
   assert.match(fs.readFileSync(path.join(SOURCES, 'CMakeLists.txt'), 'utf8'),
     new RegExp(`VERSION ${manifest.version.replaceAll('.', '\\.')}`));
+  assert.match(fs.readFileSync(path.join(SOURCES, 'editors/emacs/kestrel-dap.el'), 'utf8'),
+    new RegExp(`^;; Version: ${manifest.version.replaceAll('.', '\\.')}$`, 'm'));
 
   const registered = { commands: [], types: [] };
   const configuration = { get: name => contributes.configuration.properties[`kestrel.${name}`].default };
