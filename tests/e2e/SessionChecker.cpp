@@ -18,8 +18,8 @@ namespace
 
 // Register types as tokens number them.
 const uint32_t s_nMemory = 47;
-const size_t s_nMaxFindings = 20;
-const uint32_t s_nPageSize = 4096;
+const size_t s_nMostFindings = 20;
+const uint32_t s_nPageBytes = 4096;
 const size_t s_nPrivateWords = 16;
 
 std::string RegisterName(const SObservation& observation, size_t nItem)
@@ -71,7 +71,7 @@ CSessionChecker::~CSessionChecker()
 
 void CSessionChecker::Report(const std::string& strText)
 {
-    if (m_vFindings.size() < s_nMaxFindings)
+    if (m_vFindings.size() < s_nMostFindings)
     {
         m_vFindings.push_back("stop " + std::to_string(m_nStops) + " at " + m_Position.ToString() + ": " + strText);
     }
@@ -172,11 +172,11 @@ bool CSessionChecker::Agrees(const uint32_t* pGot, const Words& wanted)
     for (size_t i = 0; i < wanted.size(); ++i)
     {
         const uint32_t nDistance = pGot[i] - wanted[i];
-        if (nDistance % s_nPageSize != 0)
+        if (nDistance % s_nPageBytes != 0)
         {
             return false;
         }
-        std::set<uint32_t>& distances = m_mapPages[wanted[i] / s_nPageSize];
+        std::set<uint32_t>& distances = m_mapPages[wanted[i] / s_nPageBytes];
         if (nDistance != 0 && distances.insert(nDistance).second && distances.size() > m_nMaxCopies)
         {
             return false;
