@@ -269,15 +269,19 @@ void CViewSession::Perform(const std::function<void()>& move)
     {
         Print(std::string(error.what()) + "\n");
     }
-    {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_bBusy = false;
-        if (m_pRunning != nullptr)
-        {
-            m_pRunning->ClearInterrupts();
-        }
-    }
+    SetBusy(false);
     Publish();
+}
+
+/// An interrupt is for what goes on, and is forgotten with its end.
+void CViewSession::SetBusy(bool bBusy)
+{
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_bBusy = bBusy;
+    if (!bBusy && m_pRunning != nullptr)
+    {
+        m_pRunning->ClearInterrupts();
+    }
 }
 
 void CViewSession::BeginMove()
@@ -367,26 +371,17 @@ void CViewSession::Visit(CDebugger& debugger, const std::vector<size_t>& vStops,
 /// Makes kernel runs, which Pause ends, without a move that is to be told.
 void CViewSession::BeBusyWith(const std::function<void()>& work)
 {
-    const auto setBusy = [this](bool bBusy)
-    {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_bBusy = bBusy;
-        if (!bBusy && m_pRunning != nullptr)
-        {
-            m_pRunning->ClearInterrupts();
-        }
-    };
-    setBusy(true);
+    SetBusy(true);
     try
     {
         work();
     }
     catch (...)
     {
-        setBusy(false);
+        SetBusy(false);
         throw;
     }
-    setBusy(false);
+    SetBusy(false);
 }
 
 json CViewSession::DrawChangesSince(CDebugger& debugger, const SPictureWish& wish)

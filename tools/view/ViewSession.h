@@ -101,6 +101,7 @@ private:
     const SDispatchValues& FindValues(CDebugger& debugger, const SPictureWish& wish);
     nlohmann::json DrawChangesSince(CDebugger& debugger, const SPictureWish& wish);
     void Visit(CDebugger& debugger, const std::vector<size_t>& vStops, const std::function<void(size_t)>& look);
+    void SetBusy(bool bBusy);
     void BeBusyWith(const std::function<void()>& work);
     void Perform(const std::function<void()>& move);
     void Publish();
