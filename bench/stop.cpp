@@ -394,7 +394,7 @@ void MeasureLoop(const CLibraries& libraries, CReport& report)
     session.Run(launch);
     // One run for each register that was written on the way, r0 to r5, and one for the stop's own instruction.
     const double fRule = 6 + 1;
-    report.Add("kernel runs of a continue behind a million passes", {double(session.nContinueRuns)}, 0);
+    report.Add("kernel runs of a continue after a million passes", {double(session.nContinueRuns)}, 0);
     report.Add("the same, beyond what the rules say", {double(session.nContinueRuns) - fRule}, 1);
 }
 
@@ -472,7 +472,7 @@ int main(int argc, char** argv)
         MeasureLoop(libraries, report);
         AddCacheLine(report, "before");
         MeasureAll(libraries, report);
-        AddCacheLine(report, "behind");
+        AddCacheLine(report, "after");
         return 0;
     }
     catch (const std::exception& error)

@@ -42,7 +42,7 @@ void CompareDecoders(const std::vector<unsigned int>& vTokens)
         }
         Require(instruction.GetLength() == layout.nWords, "both decoders measure alike",
                 "at word " + std::to_string(nPosition));
-        Require(stream.GetTokensRead() == nPosition + layout.nWords, "a read moves behind what was read");
+        Require(stream.GetTokensRead() == nPosition + layout.nWords, "a read moves past what was read");
         nPosition += layout.nWords;
     }
 }

@@ -195,7 +195,7 @@ TEST_P(CLMetadataParse, GivesItsResult)
 INSTANTIATE_TEST_SUITE_P(Texts, CLMetadataParse, testing::ValuesIn(s_ParseCases),
                          [](const testing::TestParamInfo<SParseCase>& test) { return test.param.szName; });
 
-TEST(CLMetadata, LinesInFrontOfTheVersionAreDropped)
+TEST(CLMetadata, LinesBeforeTheVersionAreDropped)
 {
     CCLMetadata metadata;
     ASSERT_TRUE(metadata.FromString(";ARGSTART:f\n;uavid:1\n;version:3:1:100\n;uavid:2\n;ARGEND:f"));
@@ -210,9 +210,9 @@ struct SPlaceCase
 };
 
 const SPlaceCase s_PlaceCases[] = {
-    {"BehindTheRun", ";value:n:i32:1:1:0\n;counter:c:4:0:1:0\n;uavid:1\n;function:1:5\n",
+    {"AfterTheRun", ";value:n:i32:1:1:0\n;counter:c:4:0:1:0\n;uavid:1\n;function:1:5\n",
      ";value:n:i32:1:1:0\n;counter:c:4:0:1:0\n+;uavid:1\n;function:1:5\n"},
-    {"BehindItsConstArgs", ";value:n:i32:1:1:0\n;constarg:0:n\n;function:1:5\n",
+    {"AfterItsConstArgs", ";value:n:i32:1:1:0\n;constarg:0:n\n;function:1:5\n",
      ";value:n:i32:1:1:0\n;constarg:0:n\n+;function:1:5\n"},
     {"NoArguments", ";constarg:0:n\n;uavid:1\n;function:1:5\n;x:y\n",
      ";constarg:0:n\n;uavid:1\n+;function:1:5\n;x:y\n"},
@@ -224,7 +224,7 @@ class CLMetadataPlace : public testing::TestWithParam<SPlaceCase>
 {
 };
 
-TEST_P(CLMetadataPlace, IsBehindTheLastArgument)
+TEST_P(CLMetadataPlace, IsAfterTheLastArgument)
 {
     CCLMetadata metadata;
     ASSERT_TRUE(metadata.FromString(Block("3:1:100", GetParam().strLines)));

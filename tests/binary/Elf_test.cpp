@@ -213,15 +213,15 @@ const SRefusal s_Refusals[] = {
     {"ClassThree", {}, [](auto& v, auto&) { v[EI_CLASS] = 3; }},
     {"NoSections", {}, [](auto& v, auto&) { Put<uint16_t>(v, offsetof(Elf64_Ehdr, e_shnum), 0); }},
     {"NamesInNoSection", {}, [](auto& v, auto&) { Put<uint16_t>(v, offsetof(Elf64_Ehdr, e_shstrndx), 0); }},
-    {"NamesBehindTheLast", {}, [](auto& v, auto&) { Put<uint16_t>(v, offsetof(Elf64_Ehdr, e_shstrndx), 8); }},
-    {"HeadersBehindTheEnd", {}, [](auto& v, auto&) { Put<uint64_t>(v, offsetof(Elf64_Ehdr, e_shoff), ~0ull - 63); }},
+    {"NamesPastTheLast", {}, [](auto& v, auto&) { Put<uint16_t>(v, offsetof(Elf64_Ehdr, e_shstrndx), 8); }},
+    {"HeadersPastTheEnd", {}, [](auto& v, auto&) { Put<uint64_t>(v, offsetof(Elf64_Ehdr, e_shoff), ~0ull - 63); }},
     {"LastHeaderCut", {}, [](auto& v, auto&) { v.pop_back(); }},
     {"Rela", [](auto& image) { image.vSections[0].nType = SHT_RELA; }, {}},
     {"TwoSymbolTables", [](auto& image) { image.vSections[0].nType = SHT_SYMTAB; }, {}},
-    {"SectionNameBehindTheTable",
+    {"SectionNamePastTheTable",
      {},
      [](auto& v, auto& image) { Put<uint32_t>(v, HeaderOf(image, 4) + offsetof(Elf64_Shdr, sh_name), 0x10000); }},
-    {"SymbolNameBehindTheTable",
+    {"SymbolNamePastTheTable",
      {},
      [](auto& v, auto& image) { Put<uint32_t>(v, image.nSymbols + 24 + offsetof(Elf64_Sym, st_name), 0x10000); }},
     {"SymbolOfNoSection", [](auto& image) { image.vSymbols[0].nSection = 99; }, {}},
@@ -233,7 +233,7 @@ const SRefusal s_Refusals[] = {
      {},
      [](auto& v, auto& image) { Put<uint32_t>(v, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_link), 4); }},
     {"NamesInTheSymbolTable", {}, [](auto& v, auto&) { Put<uint16_t>(v, offsetof(Elf64_Ehdr, e_shstrndx), 3); }},
-    {"SymbolsBehindTheEnd",
+    {"SymbolsPastTheEnd",
      {},
      [](auto& v, auto& image) { Put<uint64_t>(v, HeaderOf(image, 3) + offsetof(Elf64_Shdr, sh_size), v.size()); }},
     {"SymbolsOfAnotherSize",
@@ -518,7 +518,7 @@ TEST(Elf, SharedBytesDoNotUnfoldWithoutBound)
     EXPECT_FALSE(CElf(vImage).good());
 }
 
-TEST(Elf, AnImageDoesNotEndInFrontOfItsProgramHeaders)
+TEST(Elf, AnImageDoesNotEndBeforeItsProgramHeaders)
 {
     std::vector<char> vImage = MakeSample().Make64();
     Put<uint64_t>(vImage, offsetof(Elf64_Ehdr, e_phoff), vImage.size());

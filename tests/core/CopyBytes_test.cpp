@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-TEST(CopyBytes, CopiesEverySizeWholeAndNothingBehindIt)
+TEST(CopyBytes, CopiesEverySizeWholeAndNothingAfterIt)
 {
     constexpr size_t nPiece = size_t(256) * 1024;
     std::vector<uint8_t> vSource(3 * nPiece + 100);

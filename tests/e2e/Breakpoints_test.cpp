@@ -194,7 +194,7 @@ TEST(Breakpoints, ALoopWithoutOneIsPassedOverAtNoCost)
     EXPECT_THAT(vStops[0].vValues, ElementsAre(1, 2, 3, 4, 4, 4, 4, 4));
 }
 
-TEST(Breakpoints, BehindALoopOfAMillionPasses)
+TEST(Breakpoints, AfterALoopOfAMillionPasses)
 {
     const SLaunchFile file = MakeSmallKernel("mov r3.x, r0.x\n"
                                              "mov r4.x, l0.z\n"
@@ -281,7 +281,7 @@ TEST(Breakpoints, InABlockThatNobodyEntersNoStopComes)
 
     vStops =
         RunThrough(MakeSmallKernel(strLoop + s_strStore, s_szLiterals), {{"mov r5.x, r3.x", s_strStoreLine}, "r3", {}});
-    ASSERT_EQ(vStops.size(), 1u) << "the line behind is met all the same";
+    ASSERT_EQ(vStops.size(), 1u) << "the line after it is met all the same";
     EXPECT_THAT(vStops[0].vValues, ElementsAre(4, 4, 4, 4, 4, 4, 4, 4));
 }
 
@@ -344,7 +344,7 @@ TEST(Breakpoints, InACalledFunction)
     EXPECT_THAT(vStops[0].vValues, ElementsAre(2, 3, 4, 5, 0, 0, 0, 0));
 }
 
-TEST(Breakpoints, BehindACaseThatNobodyComesToTheEndOf)
+TEST(Breakpoints, AfterACaseThatNobodyComesToTheEndOf)
 {
     // Work-items in case 1 leave it by the break in the if. Nobody reaches the line after it, so values skipped there
     // must not be shown for the default's work-items.

@@ -101,7 +101,7 @@ void CContinueChecker::CheckRecordedStop(const CSession& session)
     if (session.GetNextLine() != stop.nNextLine)
     {
         Report("halted in front of line " + std::to_string(session.GetNextLine()) + ", not of " +
-               std::to_string(stop.nNextLine) + ", behind line " +
+               std::to_string(stop.nNextLine) + ", after line " +
                std::to_string(m_pRecord->GetStops()[m_nAt].nNextLine) + (m_bStepped ? " by a step" : ""));
     }
     const SMaskView mask = session.GetMask();
@@ -161,16 +161,16 @@ void CContinueChecker::CheckAnyPlace(CSession& session)
             continue;
         }
         std::vector<size_t> vProgress = m_vProgress;
-        bool bBehind = true;
+        bool bAfter = true;
         for (size_t i = 0; i < vMask.size(); ++i)
         {
             if (vMask[i])
             {
                 vProgress[i] = static_cast<size_t>(m_History.FindProgress(i, position));
-                bBehind = bBehind && (m_nStops == 1 || vProgress[i] > m_vProgress[i]);
+                bAfter = bAfter && (m_nStops == 1 || vProgress[i] > m_vProgress[i]);
             }
         }
-        if (!bBehind || (earliest && total(*earliest) <= total(vProgress)))
+        if (!bAfter || (earliest && total(*earliest) <= total(vProgress)))
         {
             continue;
         }

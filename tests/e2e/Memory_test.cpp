@@ -139,12 +139,12 @@ TEST(Memory, PrivateMemoryIsTrackedUnlessTheClientSwitchesItOff)
     {
         const char* pszName;
         int nTrackBefore; ///< the private memory call in front of the register call; -1 for none
-        int nTrackBehind;
+        int nTrackAfter;
         bool bTracked;
     };
     const SCase cases[] = {{"as a session starts", -1, -1, true},
                            {"off in front", CL_FALSE, -1, false},
-                           {"off behind", -1, CL_FALSE, false},
+                           {"off after", -1, CL_FALSE, false},
                            {"off and on again", CL_FALSE, CL_TRUE, true}};
     const SDebugFunctions& debug = GetDebugFunctions();
     for (const SCase& entry : cases)
@@ -172,9 +172,9 @@ TEST(Memory, PrivateMemoryIsTrackedUnlessTheClientSwitchesItOff)
                     EXPECT_EQ(debug.ovkclDebugSetTrackPrivateMemory(session.GetContext(), entry.nTrackBefore), 0);
                 }
                 EXPECT_EQ(Track(session, {"r6"}), OVKCLDEBUG_SUCCESS);
-                if (entry.nTrackBehind >= 0)
+                if (entry.nTrackAfter >= 0)
                 {
-                    EXPECT_EQ(debug.ovkclDebugSetTrackPrivateMemory(session.GetContext(), entry.nTrackBehind), 0);
+                    EXPECT_EQ(debug.ovkclDebugSetTrackPrivateMemory(session.GetContext(), entry.nTrackAfter), 0);
                 }
                 return OVKCLDEBUG_COMMAND_STEP;
             });
@@ -283,7 +283,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const testing::TestParamInfo<SGeneration>& test) { return std::string(test.param.pszName); });
 
 // At a stop in a function, what happens after the call must not be visible yet.
-TEST(Memory, GlobalMemoryInAFunctionHasNothingOfWhatComesBehindTheCall)
+TEST(Memory, GlobalMemoryInAFunctionHasNothingOfWhatComesAfterTheCall)
 {
     CLaunch launch(GetLibraries(), MakeSmallKernel("uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n"
                                                    "call 1031\n"
@@ -311,7 +311,7 @@ TEST(Memory, GlobalMemoryInAFunctionHasNothingOfWhatComesBehindTheCall)
                                for (int i = 0; i < 8; ++i)
                                {
                                    const int wanted[] = {0, i, i + 5};
-                                   EXPECT_EQ(values[i], wanted[nStores]) << "behind " << session.GetExecutedLine();
+                                   EXPECT_EQ(values[i], wanted[nStores]) << "after " << session.GetExecutedLine();
                                }
                                return OVKCLDEBUG_COMMAND_STEP;
                            });

@@ -17,12 +17,12 @@ namespace
 
 const char s_szStore[] = "uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r0.x\n";
 
-std::string Repeat(unsigned int nFirst, unsigned int nEnd, const std::string& strBefore, const std::string& strBehind)
+std::string Repeat(unsigned int nFirst, unsigned int nEnd, const std::string& strBefore, const std::string& strAfter)
 {
     std::string strText;
     for (unsigned int i = nFirst; i < nEnd; ++i)
     {
-        strText += strBefore + std::to_string(i) + strBehind;
+        strText += strBefore + std::to_string(i) + strAfter;
     }
     return strText;
 }

@@ -94,7 +94,7 @@ void StepAndCompare(const SMemoryCase& test, const SLaunchFile& file, const Read
                 if (after.pszLine == strLine && after.nVisit == nVisit)
                 {
                     ++nMet;
-                    EXPECT_THAT(vRead, ElementsAreArray(after.vExpected)) << "behind " << strLine << ", " << nVisit;
+                    EXPECT_THAT(vRead, ElementsAreArray(after.vExpected)) << "after " << strLine << ", " << nVisit;
                 }
             }
             return OVKCLDEBUG_COMMAND_STEP;
@@ -117,7 +117,7 @@ const Ints s_Both = {1, 2, 1, 2, 1, 2, 1, 2};
 
 /// The output is zeros at first; r0.x is the work-item's number, l0 is 2, 1, 0, -1.
 const std::vector<SMemoryCase> s_MemoryCases = {
-    {"a store behind the target, in a loop",
+    {"a store after the target, in a loop",
      TWO_PASSES("iadd r5.x, r3.x, l0.y\n" STORE("r5.x") "mov r6.x, r5.x\n"),
      {{"iadd r5.x, r3.x, l0.y", 1, s_Zeros},
       {"uav_raw_store_id(10)_addr64 mem0.x, r2.xy, r5.x", 1, s_Ones},

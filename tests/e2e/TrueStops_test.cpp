@@ -121,7 +121,7 @@ const SStopCase s_StopCases[] = {
       "ret 11111111"},
      {{"r6", {1, 1, 1, 1, 2, 2, 2, 2}}, {"r7", {0, 0, 0, 0, 1, 1, 1, 1}}},
      ""},
-    {"AllContinueInAnIfInFrontOfAConditionalBreak",
+    {"AllContinueInAnIfBeforeAConditionalBreak",
      "whileloop\niadd r4.x, r4.x, l1.w\nuge r5.x, r4.x, l1.z\nbreak_logicalnz r5.x\nuge r5.x, r0.x, l2.x\n"
      "if_logicalnz r5.x\niadd r6.x, r6.x, l1.w\ncontinue\nendif\nbreak_logicalnz r5.x\niadd r7.x, r7.x, l1.w\n"
      "endloop\niadd r8.x, r6.x, l1.w\n",
@@ -237,7 +237,7 @@ const SStopCase s_StopCases[] = {
      {{"r6", {0, 1, 3, 3, 3, 3, 3, 3}}, {"r8", {2, 1, 0, 0, 0, 0, 0, 0}}},
      "mdef(3)_outline\n;small\nuge r5.x, r0.x, r4.x\nif_logicalnz r5.x\niadd r6.x, r6.x, r4.x\nret\nendif\n"
      "iadd r8.x, r8.x, l1.w\nmend\n"},
-    {"OutlineMacrosBehindOthers",
+    {"OutlineMacrosAfterOthers",
      "mcall(4)_in(0)\nmcall(3)_in(0)\n",
      {"iadd 11111111", "mcall 11111111", "mov 11111111", "mcall 11111111", "ret 11111111"},
      {{"r6", {5, 5, 5, 5, 5, 5, 5, 5}}, {"r7", {2, 3, 4, 5, 6, 7, 8, 9}}},

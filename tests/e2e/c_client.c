@@ -79,7 +79,7 @@ typedef struct SClient
     int nFinished;
     int nErrors;
     ovkclDebugContext context;
-    ovkclDebugPC breakpoint;    /* the line behind the addition */
+    ovkclDebugPC breakpoint;    /* the line after the addition */
     ovkclDebugPC firstLines[2]; /* next lines of the first two halts */
     cl_int values[WORK_ITEMS];  /* of r3 at the first of them */
 } SClient;
@@ -133,14 +133,14 @@ static const cl_int* GetRegister(ovkclDebugContext context, const char* pszName)
     return (const cl_int*)pValues;
 }
 
-/* Looks for the kernel's text in its image and puts a breakpoint behind the addition. */
+/* Looks for the kernel's text in its image and puts a breakpoint after the addition. */
 static void SetBreakpoints(ovkclDebugContext context, SClient* pClient)
 {
     char* pImage;
     size_t nSize = 0;
     size_t n = 0;
     size_t nCount = 0;
-    ovkclDebugPC behind;
+    ovkclDebugPC after;
     ovkclDebugPC taken = 0;
     ovkclDebugPC lines[3] = {0, 0, 0};
 
@@ -153,16 +153,16 @@ static void SetBreakpoints(ovkclDebugContext context, SClient* pClient)
     {
         ++n;
     }
-    behind = FindLine(pImage + n, nSize - n, "mov r6.x, r3.x");
+    after = FindLine(pImage + n, nSize - n, "mov r6.x, r3.x");
     free(pImage);
-    CHECK(behind != (ovkclDebugPC)-1);
+    CHECK(after != (ovkclDebugPC)-1);
 
-    CHECK(ovkclDebugSetBreakpoint(context, 0, 1000, &taken) == OVKCLDEBUG_SUCCESS && taken < behind);
-    CHECK(ovkclDebugSetBreakpoint(context, behind, 0, &pClient->breakpoint) == OVKCLDEBUG_SUCCESS);
-    CHECK(pClient->breakpoint == behind);
+    CHECK(ovkclDebugSetBreakpoint(context, 0, 1000, &taken) == OVKCLDEBUG_SUCCESS && taken < after);
+    CHECK(ovkclDebugSetBreakpoint(context, after, 0, &pClient->breakpoint) == OVKCLDEBUG_SUCCESS);
+    CHECK(pClient->breakpoint == after);
     CHECK(ovkclDebugGetNumBreakpoints(context, &nCount) == OVKCLDEBUG_SUCCESS && nCount == 2);
     CHECK(ovkclDebugGetAllBreakpoints(context, lines, 3) == OVKCLDEBUG_SUCCESS);
-    CHECK(lines[0] == taken && lines[1] == behind && lines[2] == 0);
+    CHECK(lines[0] == taken && lines[1] == after && lines[2] == 0);
     CHECK(ovkclDebugClearBreakpoint(context, taken) == OVKCLDEBUG_SUCCESS);
     CHECK(ovkclDebugClearBreakpoint(context, 0) == OVKCLDEBUG_ERROR_OPERATION_FAILED);
 }
@@ -292,7 +292,7 @@ static ovkclDebugCommand CL_CALLBACK OnEvent(ovkclDebugContext context, ovkclDeb
         AtStarted(context, pClient);
         return OVKCLDEBUG_COMMAND_CONTINUE;
     case OVKCLDEBUG_EVENT_HALTED:
-        /* Behind the last breakpoint it steps to the end. */
+        /* After the last breakpoint it steps to the end. */
         return pClient->nHalted >= 7 ? OVKCLDEBUG_COMMAND_STEP : AtHalted(context, pClient);
     case OVKCLDEBUG_EVENT_FINISHED:
         ++pClient->nFinished;

@@ -42,7 +42,7 @@ inline const SKernelCase s_Kernels[] = {
          "iadd r3, r3, l21\nendloop\niadd r1, r1, l21\n" +
          s_Store,
      ""},
-    {"BreakBehindTheWork",
+    {"BreakAfterTheWork",
      s_Id +
          "mov r3, l20\nwhileloop\niadd r3, r3, l21\niadd r1, r3, r0\nuge r2, r3, r0\nbreak_logicalnz r2.x\n"
          "iadd r4, r3, l22\nendloop\n" +

@@ -72,7 +72,7 @@ struct SDoubtCase
     SLaneCount atEnd;
 };
 
-TEST(LaneLedger, SettlesWhereThoseHaveGoneWhoMissBehindAPassedOverBlock)
+TEST(LaneLedger, SettlesWhereThoseHaveGoneWhoMissAfterAPassedOverBlock)
 {
     const SDoubtCase cases[] = {{"none", {s_nLoop, s_nEndLoop}, 5, {0, false}, {1, false}},
                                 {"to one place", {s_nEndLoop}, 2, {0, false}, {4, false}},

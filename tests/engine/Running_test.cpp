@@ -63,7 +63,7 @@ InstructionNumber LastStore(CTestSession& session)
     return n;
 }
 
-TEST_P(RunKernel, StopsInFrontOfEachLineWithTheValuesOfThePlainRun)
+TEST_P(RunKernel, StopsBeforeEachLineWithTheValuesOfThePlainRun)
 {
     for (InstructionNumber nLine = CTestSession::s_nBody + 1;; ++nLine)
     {
@@ -192,10 +192,10 @@ const std::string s_LoopHead = "mov r0, vTidInGrp.xxxx\nmov r3, l20\nwhileloop\n
 // the run continues where the others are.
 TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
 {
-    const std::string strBehindALine =
+    const std::string strAfterALine =
         s_LoopHead + "ult r4, r0, l24\nif_logicalnz r4.x\ncontinue\nendif\niadd r5, r5, l21\nmov r6, r5\n"
                      "else\nmov r7, r3\nendif\nendloop\n";
-    CTestSession behindALine(strBehindALine);
+    CTestSession behindALine(strAfterALine);
     ExpectRuns(behindALine, {13, 15}, {{15, 5}, {15, 5}});
     // Without registers to read, a run takes one kernel run for each of the four control flow instructions, one for the
     // mask before each of the two lines, and the stop's own. The count before the if is known from the break if nothing
@@ -210,9 +210,9 @@ TEST(Running, GoesFromALineThatNobodyComesToToTheOthersOfThePass)
                   {"ult r8, r0, l21\nif_logicalnz r8.x\nret\nendif\n", 4, 1}};
     for (const auto& block : blocks)
     {
-        std::string strBehindABlock = strBehindALine;
-        strBehindABlock.insert(strBehindABlock.find("if_"), block.pszBlock);
-        CTestSession unread(strBehindABlock);
+        std::string strAfterABlock = strAfterALine;
+        strAfterABlock.insert(strAfterABlock.find("if_"), block.pszBlock);
+        CTestSession unread(strAfterABlock);
         ExpectRuns(unread, {13 + block.nLength, 15 + block.nLength}, {});
         unread.Debugger().SetTrackingVariables({"r7"});
         unread.Debugger().SetEnableTrackingVariables(true);
@@ -258,7 +258,7 @@ TEST(Running, ShowsWhatThoseWroteWhoLeftAPassedOverBlock)
     }
 }
 
-TEST(Running, LeavesNothingToReadBehindAWholeLoop)
+TEST(Running, LeavesNothingToReadAfterAWholeLoop)
 {
     CTestSession session(s_Kernels[6].strBody);
     ExpectRuns(session, {13}, {{13, 8}});

@@ -52,7 +52,7 @@ TEST(Session, AFailedRunEndsTheSteppingWithTheOutputsInPlace)
     session.Debugger().EndDebugging(true);
 }
 
-TEST(Session, EndingBehindTheStoreUpdatesTheBuffer)
+TEST(Session, EndingAfterTheStoreUpdatesTheBuffer)
 {
     CTestSession session(s_Plain);
     session.Trace();
@@ -212,7 +212,7 @@ TEST(Session, ListsTheRegistersOfAWorkItem)
     ASSERT_TRUE(session.Debugger().Step() && session.Debugger().Step());
     EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4*");
     ASSERT_TRUE(session.Debugger().Step());
-    EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4") << "behind the fence nothing has changed";
+    EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4") << "after the fence nothing has changed";
     ASSERT_TRUE(session.Debugger().Step());
     EXPECT_EQ(list(third), "8x1 r0=3,3 r9=4,4 x1[1]=0,4*");
     // Without a choice, it is a work-item that the results contain, or the previously chosen one.
@@ -229,7 +229,7 @@ TEST(Session, ListsTheRegistersOfAWorkItem)
 const std::string s_Array = "dcl_indexed_temp_array x1[4]\nmov r0, vTidInGrp.xxxx\niand r1, r0, l23\nmov x1[r1.x], r0\n"
                             "mov x1[2], l24\nmov r3, x1[2]\n";
 
-TEST(Session, ReadsTheElementsBehindOneThatCantBeRead)
+TEST(Session, ReadsTheElementsAfterOneThatCantBeRead)
 {
     CTestSession session(s_Array);
     ASSERT_TRUE(session.Start() && session.Debugger().Step() && session.Debugger().Step());

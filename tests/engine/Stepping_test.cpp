@@ -71,7 +71,7 @@ TEST_P(SteppedKernel, ShowsWhatThePlainRunDoes)
     EXPECT_EQ(session.Place().nInstruction, 0u) << "the call of the kernel's function comes last";
     session.TakeRuns();
     EXPECT_FALSE(session.Debugger().Step());
-    EXPECT_EQ(session.TakeRuns(), 0u) << "behind the end";
+    EXPECT_EQ(session.TakeRuns(), 0u) << "past the end";
     session.Debugger().EndDebugging(true);
     EXPECT_EQ(session.Buffer(), session.Expected());
 }
@@ -157,7 +157,7 @@ TEST(Stepping, WalksADivergentLoopByItsCounts)
     }
 }
 
-TEST(Stepping, EntersAnOutlineMacroBehindOtherMacros)
+TEST(Stepping, EntersAnOutlineMacroAfterOtherMacros)
 {
     CTestSession session(s_Id + "ult r2, r0, l23\nif_logicalnz r2.x\nmcall(3)_in(0)\nendif\n",
                          "mdef(4)_outline\n;other\nmov r7, l22\nmend\nmdef(5)_outline\n;another\nmend\n"

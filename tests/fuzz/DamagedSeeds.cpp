@@ -94,7 +94,7 @@ size_t Damage(const SSeed& seed, size_t nStride, const Sink& sink)
     }
     for (size_t n = 0; n < nBytes; n += nStride, ++nGiven)
     {
-        sink(seed.strName + ", cut behind " + std::to_string(n) + " bytes",
+        sink(seed.strName + ", cut after " + std::to_string(n) + " bytes",
              std::vector<char>(seed.vImage.begin(), seed.vImage.begin() + static_cast<std::ptrdiff_t>(n)));
     }
     return nGiven;

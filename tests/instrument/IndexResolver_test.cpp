@@ -73,9 +73,9 @@ const SIndexCase s_Cases[] = {
     {"WrittenInAnIf", "if_logicalnz r0.x\nmov r1.x, l1.x\nendif\nmov x0[r1.x], r0\n", -1},
     {"WrittenInASwitch", "switch r0.x\ncase 0\nmov r1.x, l1.x\nbreak\nendswitch\nmov x0[r1.x], r0\n", -1},
     {"InALoop", "mov r1.x, l1.x\nwhileloop\nmov x0[r1.x], r0\niadd r1.x, r1.x, l2.x\nendloop\n", -1},
-    {"BehindALoop", "mov r1.x, l1.x\nwhileloop\nbreak\nendloop\nmov x0[r1.x], r0\n", -1},
-    {"BehindACall", "mov r1.x, l1.x\ncall 5\nmov x0[r1.x], r0\n", -1},
-    {"BehindAMacro", "mov r1.x, l1.x\nmcall(5)_in(0)\nmov x0[r1.x], r0\n", -1},
+    {"AfterALoop", "mov r1.x, l1.x\nwhileloop\nbreak\nendloop\nmov x0[r1.x], r0\n", -1},
+    {"AfterACall", "mov r1.x, l1.x\ncall 5\nmov x0[r1.x], r0\n", -1},
+    {"AfterAMacro", "mov r1.x, l1.x\nmcall(5)_in(0)\nmov x0[r1.x], r0\n", -1},
     {"OfTheWorkItem", "mov r1.x, vTidInGrp.x\nmov x0[r1.x], r0\n", -1, "Expression could not be reduced to literals."},
     {"NeverWritten", "mov x0[r1.x], r0\n", -1, "Expression could not be reduced to literals."},
     {"OutOfAnArray", "mov r1.x, x0[2].x\nmov x0[r1.x], r0\n", -1, "Can only track across simple registers."},
@@ -110,7 +110,7 @@ TEST(IndexResolver, LooksOnlySoFarBack)
     EXPECT_NE(beyond.Written(101).reg.pIndexRegister, nullptr);
 }
 
-TEST(IndexResolver, RefusesWhatHasNoIndexAndWhatLiesBehindTheKernel)
+TEST(IndexResolver, RefusesWhatHasNoIndexAndWhatLiesPastTheKernel)
 {
     CTestKernel kernel("il_cs_2_0\ndcl_cb cb0[10]\ndcl_max_thread_per_group 64\nmov r0, r1\nend\n");
     Register element(RT_IndexableTemp, 0, COMP_All, 5);

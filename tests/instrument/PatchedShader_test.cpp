@@ -132,16 +132,16 @@ TEST_F(PatchedImage, OfAnotherKindKeepsWhatTheDebuggerDoesNotReplaceThere)
 {
     const std::string strDeclarations = "dcl_cb cb0[4]\ndcl_raw_uav_id(3)\ndcl_arena_uav_id(8)\n"
                                         "dcl_max_thread_per_group 64\ndcl_num_thread_per_group 8, 1, 1\n";
-    const std::string strBehind = "endmain\nfunc 7\ndcl_cb cb1[4]\ndcl_raw_uav_id(3)\nret\nendfunc\nend\n";
+    const std::string strAfter = "endmain\nfunc 7\ndcl_cb cb1[4]\ndcl_raw_uav_id(3)\nret\nendfunc\nend\n";
     const std::vector<unsigned int> vTokens =
-        Assemble("il_ps_2_0\n" + strDeclarations + "mov r1, l9\nmov r2, l9\n" + strBehind);
+        Assemble("il_ps_2_0\n" + strDeclarations + "mov r1, l9\nmov r2, l9\n" + strAfter);
     CTestShader shader(nullptr, vTokens.data(), vTokens.size() * sizeof(unsigned int)); // without a host to report to
     ASSERT_TRUE(shader.AnalyzeShader());
     ASSERT_NE(shader.CreatePatchedShader(ProgramCounter(0), {Register(RT_Temp, 1, COMP_x)}), nullptr);
     const std::string strPatched =
         Disassemble(shader.GetPatchedShader(), shader.GetPatchedShaderSize() / sizeof(unsigned int));
     EXPECT_NE(strPatched.find(strDeclarations), std::string::npos) << strPatched;
-    EXPECT_NE(strPatched.find("ret_dyn\n" + strBehind), std::string::npos) << strPatched;
+    EXPECT_NE(strPatched.find("ret_dyn\n" + strAfter), std::string::npos) << strPatched;
 
     CTestShader refused(nullptr, vTokens.data(), sizeof(unsigned int));
     EXPECT_FALSE(refused.AnalyzeShader());

@@ -102,8 +102,8 @@ Words CSelector::CountZeros(Words words, Type* pType, bool bLeading)
     {
         const SWord first = m_Machine.One(pszFind, {words[n + (bLeading ? 1 : 0)]});
         const SWord second = m_Machine.One(pszFind, {words[n + (bLeading ? 0 : 1)]});
-        const SWord behind = m_Machine.One("iadd", {m_Machine.One("umin", {second, LiteralWord(32)}), LiteralWord(32)});
-        const SWord all = m_Machine.One("umin", {first, behind}); // "none found" is all ones
+        const SWord below = m_Machine.One("iadd", {m_Machine.One("umin", {second, LiteralWord(32)}), LiteralWord(32)});
+        const SWord all = m_Machine.One("umin", {first, below}); // "none found" is all ones
         result.push_back(bLeading && nBits < 64 ? m_Machine.One("isub", {all, LiteralWord(64 - nBits)})
                                                 : m_Machine.One("umin", {all, LiteralWord(nBits)}));
         result.push_back(LiteralWord(0));

@@ -110,7 +110,7 @@ TEST_F(Query, EachIsAllowedAtItsEventsAndForOpenSessionsOnly)
     }
 }
 
-TEST_F(Query, NullPointersComeBehindContextAndEvent)
+TEST_F(Query, NullPointersComeAfterContextAndEvent)
 {
     AtHalt(
         [&](ovkclDebugContext c)
@@ -290,7 +290,7 @@ TEST_F(Query, PrivateMemoryIsReadAcrossRowsForEveryWorkItem)
                 EXPECT_EQ(g_nSize, 0u);
                 EXPECT_EQ(ovkclDebugGetPrivateMemoryValues(c, 16ULL << 32, 4, vBytes.data(), &g_nSize),
                           OVKCLDEBUG_SUCCESS);
-                EXPECT_EQ(vBytes[0], 0) << "far behind the last row";
+                EXPECT_EQ(vBytes[0], 0) << "far past the last row";
 
                 m_pDebugger->AddResult(device.szRow1, 16);
                 EXPECT_EQ(ovkclDebugGetPrivateMemoryValues(c, 16, 4, vBytes.data(), &g_nSize),

@@ -55,7 +55,7 @@ protected:
     }
 
     /// A marker that waits for some events.
-    cl_event MarkerBehind(cl_command_queue queue, std::vector<cl_event> vEvents)
+    cl_event MarkerAfter(cl_command_queue queue, std::vector<cl_event> vEvents)
     {
         cl_event event = nullptr;
         EXPECT_EQ(cl.clEnqueueMarkerWithWaitList(queue, static_cast<cl_uint>(vEvents.size()), vEvents.data(), &event),
@@ -70,7 +70,7 @@ protected:
 TEST_F(CEventsTest, ACommandPassesThroughItsStatesAndReportsEach)
 {
     CRecorder recorder;
-    cl_event first = MarkerBehind(m_queue, {m_gate});
+    cl_event first = MarkerAfter(m_queue, {m_gate});
     cl_event second = nullptr;
     const cl_uint nPattern = 7;
     ASSERT_EQ(cl.clEnqueueFillBuffer(m_queue, m_buffer, &nPattern, 4, 0, 64, 0, nullptr, &second), CL_SUCCESS);
@@ -110,7 +110,7 @@ TEST_F(CEventsTest, AFailedEventFailsWhatWaitsForItOnEveryQueueAndNothingElse)
 {
     CRecorder recorder;
     cl_command_queue other = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
-    cl_event first = MarkerBehind(m_queue, {m_gate});
+    cl_event first = MarkerAfter(m_queue, {m_gate});
     cl_event second = nullptr;
     const cl_uint nPattern = 9;
     ASSERT_EQ(cl.clEnqueueFillBuffer(other, m_buffer, &nPattern, 4, 0, 64, 1, &first, &second), CL_SUCCESS);
@@ -138,7 +138,7 @@ TEST_F(CEventsTest, AFailedEventFailsWhatWaitsForItOnEveryQueueAndNothingElse)
 TEST_F(CEventsTest, QueuesRunSideBySide)
 {
     cl_command_queue other = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
-    cl_event blocked = MarkerBehind(m_queue, {m_gate});
+    cl_event blocked = MarkerAfter(m_queue, {m_gate});
     EXPECT_EQ(cl.clEnqueueBarrierWithWaitList(other, 0, nullptr, nullptr), CL_SUCCESS);
     EXPECT_EQ(cl.clFinish(other), CL_SUCCESS) << "the first queue is still held up";
     EXPECT_GT(StatusOf(blocked), CL_COMPLETE);
@@ -151,7 +151,7 @@ TEST_F(CEventsTest, QueuesRunSideBySide)
 TEST_F(CEventsTest, AReleasedQueueStillDoesItsWork)
 {
     cl_command_queue other = cl.clCreateCommandQueue(m_context, m_device, 0, nullptr);
-    cl_event last = MarkerBehind(other, {m_gate});
+    cl_event last = MarkerAfter(other, {m_gate});
     EXPECT_EQ(cl.clReleaseCommandQueue(other), CL_SUCCESS);
     cl.clSetUserEventStatus(m_gate, CL_COMPLETE);
     EXPECT_EQ(cl.clWaitForEvents(1, &last), CL_SUCCESS);
@@ -161,7 +161,7 @@ TEST_F(CEventsTest, AReleasedQueueStillDoesItsWork)
 TEST_F(CEventsTest, AUserEventThatNobodyCanSetAnyMoreFails)
 {
     cl_event lost = cl.clCreateUserEvent(m_context, nullptr);
-    cl_event waiting = MarkerBehind(m_queue, {lost});
+    cl_event waiting = MarkerAfter(m_queue, {lost});
     EXPECT_EQ(cl.clReleaseEvent(lost), CL_SUCCESS);
     EXPECT_EQ(cl.clWaitForEvents(1, &waiting), CL_EXEC_STATUS_ERROR_FOR_EVENTS_IN_WAIT_LIST);
     cl.clReleaseEvent(waiting);
@@ -179,7 +179,7 @@ TEST_F(CEventsTest, ACallbackMayWaitForItsQueueAndForOtherCallbacks)
     SFinishInCallback state{m_queue, m_gate, {}};
     cl_event first = nullptr;
     ASSERT_EQ(cl.clEnqueueMarker(m_queue, &first), CL_SUCCESS);
-    cl_event second = MarkerBehind(m_queue, {m_gate});
+    cl_event second = MarkerAfter(m_queue, {m_gate});
     // Waits for a command that ends only after a second callback has set the user event.
     const auto finish = [](cl_event, cl_int, void* pUser)
     {

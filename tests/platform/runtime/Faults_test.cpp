@@ -150,7 +150,7 @@ TEST_F(CFaultsTest, ToldWithTheKindOfMemoryAndWhereTheBuffersWere)
     SPlatformBuffer buffer = {};
     ASSERT_EQ(Control().GetLastBuffers(&buffer, 1), 1u);
     EXPECT_EQ(buffer.nArgument, 0u);
-    EXPECT_EQ(records[2].nAddress, buffer.nAddress + buffer.nSize) << "just behind it";
+    EXPECT_EQ(records[2].nAddress, buffer.nAddress + buffer.nSize) << "just past it";
     SPlatformSizes sizes = {};
     Control().GetLastSizes(&sizes);
     EXPECT_EQ(sizes.nDimensions, 1u);

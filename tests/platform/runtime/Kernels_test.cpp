@@ -162,7 +162,7 @@ TEST_P(CDeviceKernelsTest, TakesNullBuffersOneBufferTwiceAndPartsOfBuffers)
     EXPECT_EQ(ReadAll<cl_float>(buffer, 64), vExpected);
     SPlatformFault fault{};
     Control().GetLastFault(&fault);
-    EXPECT_EQ(fault.nBadAccesses, 16u) << "the reads, which are behind the buffer";
+    EXPECT_EQ(fault.nBadAccesses, 16u) << "the reads, which are past the buffer";
     cl.clReleaseMemObject(inside);
 
     SetScaleArguments(kernel, nullptr, 2.0f, buffer);
@@ -246,7 +246,7 @@ TEST_F(CKernelsTest, ArgumentsStandWhereTheMetadataSays)
     EXPECT_NE(address(4), address(0));
     EXPECT_EQ(address(4) % 128, 0u);
     EXPECT_EQ(element(5), (std::vector<cl_uint>{0, 0, 0, 0}));
-    EXPECT_EQ(element(6), (std::vector<cl_uint>{112, 0, 0, 0})) << "behind the 100 bytes of the first, aligned to 16";
+    EXPECT_EQ(element(6), (std::vector<cl_uint>{112, 0, 0, 0})) << "after the 100 bytes of the first, aligned to 16";
     for (cl_mem mem : {target, other, part})
     {
         cl.clReleaseMemObject(mem);

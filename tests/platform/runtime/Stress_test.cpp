@@ -167,7 +167,7 @@ private:
         Release(own, buffer, {gate, filled, scaled});
     }
 
-    cl_event Launch(cl_command_queue queue, cl_mem buffer, cl_event behind)
+    cl_event Launch(cl_command_queue queue, cl_mem buffer, cl_event after)
     {
         cl_kernel kernel = cl.clCreateKernel(m_program, "scale", nullptr);
         const cl_float fScale = 3.0f;
@@ -175,25 +175,25 @@ private:
         cl.clSetKernelArg(kernel, 1, sizeof(fScale), &fScale);
         cl.clSetKernelArg(kernel, 2, sizeof(buffer), &buffer);
         cl_event event = nullptr;
-        Expect(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &s_nStressItems, nullptr, 1, &behind, &event));
+        Expect(cl.clEnqueueNDRangeKernel(queue, kernel, 1, nullptr, &s_nStressItems, nullptr, 1, &after, &event));
         cl.clReleaseKernel(kernel);
         ++m_nLaunches;
         return event;
     }
 
-    void Read(cl_command_queue queue, cl_mem buffer, cl_event behind)
+    void Read(cl_command_queue queue, cl_mem buffer, cl_event after)
     {
         std::vector<cl_float> vValues(s_nStressItems);
         Expect(
-            cl.clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, s_nStressItems * 4, vValues.data(), 1, &behind, nullptr));
+            cl.clEnqueueReadBuffer(queue, buffer, CL_TRUE, 0, s_nStressItems * 4, vValues.data(), 1, &after, nullptr));
         EXPECT_EQ(vValues, std::vector<cl_float>(s_nStressItems, 6.0f));
     }
 
-    void ReadByMap(cl_command_queue queue, cl_mem buffer, cl_event behind)
+    void ReadByMap(cl_command_queue queue, cl_mem buffer, cl_event after)
     {
         cl_int nError = -1;
         const auto* pValues = static_cast<const cl_float*>(cl.clEnqueueMapBuffer(
-            queue, buffer, CL_TRUE, CL_MAP_READ, 0, s_nStressItems * 4, 1, &behind, nullptr, &nError));
+            queue, buffer, CL_TRUE, CL_MAP_READ, 0, s_nStressItems * 4, 1, &after, nullptr, &nError));
         ASSERT_EQ(nError, CL_SUCCESS);
         EXPECT_EQ(pValues[s_nStressItems - 1], 6.0f);
         Expect(cl.clEnqueueUnmapMemObject(queue, buffer, const_cast<cl_float*>(pValues), 0, nullptr, nullptr));

@@ -213,7 +213,7 @@ TEST(Flow, MacroBeforeTheHeaderAndMainClosedByEnd)
     EXPECT_EQ(run.vOutput, (std::vector<uint32_t>{0, 3, 6, 9, 12, 15, 18, 21, 24}));
 }
 
-TEST(Flow, LiteralsBelongToTheTextBehindThem)
+TEST(Flow, LiteralsBelongToTheTextAfterThem)
 {
     CKernelRun run(
         Assemble("il_cs_2_0\ndcl_cb cb1[8]\ndcl_literal l0, 5, 0, 0, 0\nmov r0.x, l0.x\ndcl_literal l0, 6, 0, 0, 0\n"

@@ -36,7 +36,7 @@ struct SOperation
 {
     const char* pszName;
     const char* pszInside;
-    const char* pszBehind;
+    const char* pszAfter;
     uint32_t (*pfExpected)(uint32_t nLocal, uint32_t nGlobal);
 };
 
@@ -79,7 +79,7 @@ std::string Body(const SOperation& operation)
            "mov r1.x, vTidInGrpFlat.x\nishl r1.y, r1.x, l5.z\nmov r1.w, r100.x\n"
            "iadd r9.x, r1.y, cb1[1].x\nuav_raw_load_id(11) r9.x, r9.x\niadd r1.z, cb1[1].x, cb1[2].x\n"
            "mov r0.x, l6.y\nif_logicalnz r9.x\n" +
-           operation.pszInside + "endif\n" + operation.pszBehind + "uav_raw_store_id(11) mem0.x, r100.y, r0.x\n";
+           operation.pszInside + "endif\n" + operation.pszAfter + "uav_raw_store_id(11) mem0.x, r100.y, r0.x\n";
 }
 
 void Check(const SOperation& operation, CKernelRun& run, const SActive& active, size_t nGroup)

@@ -15,7 +15,7 @@ using KestrelPlatform::SLaunchResult;
 /// A work-item adds 5 to a word that holds 0x100, does something else, and stores the result of that after it.
 struct SOwnAddCase
 {
-    const char* pszBehind;
+    const char* pszAfter;
     uint32_t nWord;
     uint32_t nLearned;
 };
@@ -38,13 +38,13 @@ TEST(PendingAdds, AWorkItemSeesItsOwnAdditions)
         CKernelRun run(IndexLines() +
                            std::string("uav_raw_store_id(11) mem0.x, r100.y, l1.x\n"
                                        "uav_add_id(11) r100.y, l1.y\n") +
-                           test.pszBehind + "iadd r3.x, r100.y, l1.z\nuav_raw_store_id(11) mem0.x, r3.x, r0.x\n",
+                           test.pszAfter + "iadd r3.x, r100.y, l1.z\nuav_raw_store_id(11) mem0.x, r3.x, r0.x\n",
                        IndexLiterals() + std::string("dcl_literal l0, 0, 1, 2, 8\ndcl_literal l1, 0x100, 5, 4, 0\n"));
         run.SetSize(1, 1);
         run.vOutput.assign(4, 0);
-        EXPECT_EQ(run.Run().eStatus, SLaunchResult::Complete) << test.pszBehind;
-        EXPECT_EQ(run.vOutput[0], test.nWord) << test.pszBehind;
-        EXPECT_EQ(run.vOutput[1], test.nLearned) << test.pszBehind;
+        EXPECT_EQ(run.Run().eStatus, SLaunchResult::Complete) << test.pszAfter;
+        EXPECT_EQ(run.vOutput[0], test.nWord) << test.pszAfter;
+        EXPECT_EQ(run.vOutput[1], test.nLearned) << test.pszAfter;
     }
 }
 

@@ -186,7 +186,7 @@ bool RunWords(const std::vector<uint32_t>& vTokens)
     return true;
 }
 
-TEST(Robustness, RandomWordsBehindAHeader)
+TEST(Robustness, RandomWordsAfterAHeader)
 {
     std::mt19937 random(12345);
     uint32_t nRan = 0;

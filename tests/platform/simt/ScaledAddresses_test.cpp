@@ -19,7 +19,7 @@ struct SIndices
 };
 
 const SIndices s_IndexKinds[] = {
-    {"one behind the other", [](uint32_t n) { return n; }},
+    {"one after the other", [](uint32_t n) { return n; }},
     {"one for all", [](uint32_t) { return 3u; }},
     {"rows of sixteen", [](uint32_t n) { return n / 16 * 20 + n % 16; }},
     {"scattered", [](uint32_t n) { return n * 37 % 101; }},
@@ -86,7 +86,7 @@ const SOperation s_Operations[] = {
     {"index that changes before",
      "MAD r1.zw, r1.x, SCALE, cb1[2].xyxy\nmov r1.x, r2.x\nuav_raw_load_id(11)_addr64 r3.x, r1.zw\n", 4, 4, false,
      [](unsigned char* p, uint32_t) { return WordAt(p); }},
-    {"address behind a branch",
+    {"address after a branch",
      "MAD r1.zw, r1.x, SCALE, cb1[2].xyxy\nif_logicalz cb1[7].x\nuav_raw_load_id(11)_addr64 r3.x, r1.zw\nendif\n", 4, 4,
      false, [](unsigned char* p, uint32_t) { return WordAt(p); }},
     {"store", "MAD r1.zw, r1.x, SCALE, cb1[2].xyxy\nuav_raw_store_id(11)_addr64 mem0.x, r1.zw, r2.x\n", 4, 4, true,

@@ -31,7 +31,7 @@ const SSteadyCase s_Cases[] = {
          const auto id = [&p](int n) { return p.nGroup[n] * 100 + p.nLocal[n] + 7; };
          return id(0) - id(1) + id(2);
      }},
-    {"a value that is read behind a branch",
+    {"a value that is read after a branch",
      "iadd r0.x, vThreadGrpId.y, l1.z\niadd r0.x, r0.x, vThreadGrpId.z\nieq r1.x, vTidInGrp.x, l1.x\n"
      "if_logicalnz r1.x\nmov r0.x, l1.x\niadd r0.x, r0.x, vThreadGrpId.y\nendif\n",
      [](const SPlace& p) { return p.nLocal[0] == 1 ? 1 + p.nGroup[1] : p.nGroup[1] + 7 + p.nGroup[2]; }},

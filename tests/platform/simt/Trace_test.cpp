@@ -120,7 +120,7 @@ TEST(Trace, DivergentReturnRecordsThoseWhoReturn)
               (Strings{"2@0=4", "3@0=1", "4@0=1", "5@0=3", "6@0=3", "7@0=3", "8@0=3", "0=4", "1=4"}));
 }
 
-TEST(Trace, WholeRegisterBehindTheWrite)
+TEST(Trace, WholeRegisterAfterTheWrite)
 {
     const std::vector<SRecord> vRecords = Trace("mov r5.yw, vTidInGrp.x\n"
                                                 "if_logicalnz vTidInGrp.x\n"

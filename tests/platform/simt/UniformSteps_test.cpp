@@ -32,11 +32,11 @@ const SKernel s_Kernels[] = {
      "mov r2.x, l1.x\nwhileloop\nieq r3.x, r2.x, r1.y\nbreak_logicalnz r3.x\niadd r2.x, r2.x, l1.y\nendloop\n"
      "mov r0.x, r2.x\n",
      [](uint32_t n) { return n % 8; }},
-    {"two counters, of which one is asked for behind the loop",
+    {"two counters, of which one is asked for after the loop",
      "mov r2.xy, l1.x\nwhileloop\niadd r2.x, r2.x, l1.z\niadd r2.y, r2.y, l1.y\niadd r0.x, r0.x, r2.x\n"
      "ult r3.x, r1.y, r2.y\nbreak_logicalnz r3.x\nendloop\niadd r0.x, r0.x, r2.y\n",
      [](uint32_t n) { return (n % 8 + 1) * (n % 8 + 2) + n % 8 + 1; }},
-    {"value of before, within and behind a branch of some",
+    {"value of before, within and after a branch of some",
      "whileloop\nmov r2.x, l2.x\nult r3.x, r1.y, l1.w\nif_logicalnz r3.x\nmov r2.x, l2.y\niadd r0.x, r0.x, r2.x\n"
      "else\niadd r0.x, r0.x, r2.x\nendif\niadd r0.x, r0.x, r2.x\nbreak\nendloop\n",
      [](uint32_t n) { return n % 8 < 3 ? 14u : 8u; }},

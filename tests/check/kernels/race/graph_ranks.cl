@@ -9,12 +9,12 @@ __kernel void graph_ranks(__global T* ranks, __global T* next)
 {
     const int v = get_global_id(0);
     const int before = (v + N - 1) % N;
-    const int behind = (v + 1) % N;
+    const int after = (v + 1) % N;
 #if defined PUSH
-    next[behind] += ranks[v] / 2; next[before] += ranks[v] / 2; // fault PUSH: race
+    next[after] += ranks[v] / 2; next[before] += ranks[v] / 2; // fault PUSH: race
 #elif defined IN_PLACE
-    ranks[v] = (ranks[before] + ranks[behind]) / 2; // fault IN_PLACE: race
+    ranks[v] = (ranks[before] + ranks[after]) / 2; // fault IN_PLACE: race
 #else
-    next[v] = (ranks[before] + ranks[behind]) / 2;
+    next[v] = (ranks[before] + ranks[after]) / 2;
 #endif
 }

@@ -308,7 +308,7 @@ __kernel void k(__global int* out, char c, uchar uc, short s, ushort us, int i, 
         });
 }
 
-TEST(LoweringPrograms, LocalMemoryIsSharedAndArgumentsLieBehindIt)
+TEST(LoweringPrograms, LocalMemoryIsSharedAndArgumentsLieAfterIt)
 {
     const char* const pszSource = R"(
 __kernel void sum(__global const int* in, __global int* out, __local int* other, __local char* bytes)
