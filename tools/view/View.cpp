@@ -1,7 +1,6 @@
 #include "tools/view/View.h"
 
 #include "tools/session/ExitCode.h"
-#include "tools/session/debug/CommandError.h"
 #include "tools/view/Page.h"
 #include "tools/view/ViewSession.h"
 
@@ -36,13 +35,13 @@ std::string ToText(const nlohmann::json& object)
     return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-/// \throws CCommandError
+/// \throws CBadRequest
 size_t ReadNumber(const httplib::Request& request, const char* pszName)
 {
     const std::string strText = request.get_param_value(pszName);
     if (strText.empty() || strText.size() > 9 || strText.find_first_not_of("0123456789") != std::string::npos)
     {
-        throw CCommandError(std::string(pszName) + " has to be a number");
+        throw CBadRequest(std::string(pszName) + " has to be a number");
     }
     return std::stoul(strText);
 }
@@ -117,26 +116,33 @@ bool CServer::IsOurs(const httplib::Request& request) const
            request.path.compare(0, m_strToken.size() + 2, "/" + m_strToken + "/") == 0;
 }
 
+/// What a stop can't tell is an answer too: an expression may have a value at one stop and none at the next. Only a
+/// request that no page of ours makes is refused.
 void CServer::Answer(const Handler& handler, const httplib::Request& request, httplib::Response& response)
 {
+    nlohmann::json answer;
     try
     {
-        nlohmann::json answer = handler(request);
-        if (!answer.contains("shades"))
-        {
-            response.set_content(ToText(answer), "application/json");
-            return;
-        }
-        // A line of text, and the bytes after it.
-        const std::string strShades = answer["shades"];
-        answer.erase("shades");
-        response.set_content(ToText(answer) + "\n" + strShades, "application/octet-stream");
+        answer = handler(request);
+    }
+    catch (const CBadRequest& error)
+    {
+        response.status = 400;
+        answer = {{"error", error.what()}};
     }
     catch (const std::exception& error)
     {
-        response.status = 400;
-        response.set_content(ToText({{"error", error.what()}}), "application/json");
+        answer = {{"error", error.what()}};
     }
+    if (!answer.contains("shades"))
+    {
+        response.set_content(ToText(answer), "application/json");
+        return;
+    }
+    // A line of text, and the bytes after it.
+    const std::string strShades = answer["shades"];
+    answer.erase("shades");
+    response.set_content(ToText(answer) + "\n" + strShades, "application/octet-stream");
 }
 
 void CServer::Get(const std::string& strPath, Handler handler)

@@ -254,7 +254,14 @@ json CViewSession::Ask(std::function<json()> job)
         [[maybe_unused]] const ssize_t nWritten = write(m_nWake, &nOne, sizeof nOne);
         m_Changed.notify_all();
     }
-    return answer.get();
+    try
+    {
+        return answer.get();
+    }
+    catch (const std::future_error&) // End has thrown the job away
+    {
+        throw CCommandError("the session has ended");
+    }
 }
 
 /// Does what may run kernels. What goes wrong is told as output.
@@ -306,7 +313,7 @@ void CViewSession::Execute(const std::string& strCommand)
 {
     if (!IsPageCommand(strCommand))
     {
-        throw CCommandError("a page can't do this: " + strCommand);
+        throw CBadRequest("a page can't do this: " + strCommand);
     }
     Ask(
         [this, strCommand]

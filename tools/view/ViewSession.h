@@ -12,6 +12,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace KestrelTool
@@ -26,6 +27,13 @@ struct SPictureWish
     std::optional<size_t> from; ///< the changes since a stop of the time line, by its number from 0
     size_t nWidth = 1;
     size_t nHeight = 1;
+};
+
+/// A request that the page doesn't make.
+class CBadRequest : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
 };
 
 /// A session that is looked at by a page. One thread is the session's and works off what others ask for, in turn.

@@ -3,15 +3,21 @@
 let state = {};
 let shown; // the last state whose stop has been drawn
 let file;
+let expression = ''; // that is shown; the field may be half typed
+let watched = ''; // the element whose accesses are listed, likewise
 let accesses = []; // that are listed
 
-async function ask(path, body) {
-  const answer = await fetch(path, body === undefined ? {} : { method: 'POST', body });
-  const content = await answer.json();
-  if (!answer.ok) {
+/// What the session couldn't do is thrown.
+function checked(content) {
+  if (content?.error !== undefined) {
     throw new Error(content.error);
   }
   return content;
+}
+
+async function ask(path, body) {
+  const answer = await fetch(path, body === undefined ? {} : { method: 'POST', body });
+  return checked(await answer.json());
 }
 
 function show(output) {
@@ -37,7 +43,6 @@ let asked = 0; // pictures
 
 async function refreshPicture() {
   const turn = ++asked;
-  const expression = element('expression').value.trim();
   const cells = view.zoom > 1 ? 1024 : 512; // that many are seen at once
   const query = new URLSearchParams({ width: cells, height: cells });
   const from = element('since').value;
@@ -80,7 +85,7 @@ async function refreshPicture() {
   }
 }
 
-/// A row of a table: texts, and behind them a button.
+/// A row of a table: texts, and after them a button.
 function makeRow(texts, label, action) {
   const row = document.createElement('tr');
   for (const text of texts) {
@@ -100,20 +105,27 @@ function showChanges(changes) {
     makeRow([`work-item ${item}`, `${text(old)} → ${text(now)}`], 'Look', () => command(`workitem ${item}`))));
 }
 
+let askedAccesses = 0;
+
 /// Who wrote and read an element, in order.
 async function refreshAccesses() {
-  const wanted = element('element').value.trim();
+  const turn = ++askedAccesses;
   let found = { accesses: [], count: 0 };
+  let told = '';
   element('written').textContent = '';
-  if (wanted !== '') {
+  if (watched !== '') {
     try {
-      found = await ask(`accesses?${new URLSearchParams({ element: wanted })}`);
+      found = await ask(`accesses?${new URLSearchParams({ element: watched })}`);
       const more = found.count > found.accesses.length ? `, the first ${found.accesses.length} of them` : '';
-      element('written').textContent = `${found.element}: ${found.count} accesses${more}, in a run from the launch on`;
+      told = `${found.element}: ${found.count} accesses${more}, in a run from the launch on`;
     } catch (error) {
-      element('written').textContent = error.message;
+      told = error.message;
     }
   }
+  if (turn !== askedAccesses) {
+    return; // others have been asked for meanwhile
+  }
+  element('written').textContent = told;
   accesses = found.accesses;
   element('accesses').replaceChildren(...accesses.map(access => {
     const values = access.kind === 'read' ? access.value : `${access.before} → ${access.after}`;
@@ -212,7 +224,7 @@ async function onState(next) {
     showTimeLine(stop.timeline);
     await refreshSource();
     await refreshPicture();
-    if (moved && element('element').value !== '') {
+    if (moved && watched !== '') {
       await refreshAccesses();
     }
   }
@@ -231,9 +243,13 @@ for (const button of document.querySelectorAll('[data-command]')) {
 }
 element('pause').addEventListener('click', () => ask('pause', ''));
 element('form').addEventListener('submit', event => event.preventDefault());
-element('form').addEventListener('change', refreshPicture);
+element('form').addEventListener('change', () => {
+  expression = element('expression').value.trim();
+  refreshPicture();
+});
 element('writes').addEventListener('submit', event => {
   event.preventDefault();
+  watched = element('element').value.trim();
   refreshAccesses();
 });
 element('timeline').addEventListener('keydown', event => {
