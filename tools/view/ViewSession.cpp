@@ -2,7 +2,6 @@
 
 #include "tools/session/debug/Accesses.h"
 #include "tools/session/debug/CommandError.h"
-#include "tools/session/debug/SourceValues.h"
 #include "tools/session/debug/Views.h"
 #include "tools/source/SourcePlaces.h"
 #include "tools/view/DispatchPicture.h"
@@ -106,18 +105,6 @@ std::string FindElement(CDebugger& debugger, const std::string& strElement)
     return strElement.substr(0, nOpen + 1) + std::to_string(static_cast<uint64_t>(index.get<double>())) + "]";
 }
 
-/// The stops of the time line that a page has room for: those around the present one.
-std::pair<size_t, size_t> FindStopsShown(const CTimeLine& timeLine)
-{
-    const size_t nMost = 200;
-    const std::vector<CTimeLine::SStop>& vStops = timeLine.GetStops();
-    const size_t nHere = static_cast<size_t>(std::count_if(
-        vStops.begin(), vStops.end(), [&](const auto& stop) { return stop.nPlace < timeLine.GetPlace().value_or(0); }));
-    const size_t nCount = std::min(nMost, vStops.size());
-    const size_t nFirst = std::min(nHere - std::min(nHere, nCount / 2), vStops.size() - nCount);
-    return {nFirst, nFirst + nCount};
-}
-
 /// The lines of a file, or of the kernel's IL for an empty name.
 json ListLines(CDebugger& debugger, const std::string& strFile)
 {
@@ -162,9 +149,7 @@ CViewSession::CViewSession(const ConsoleMaker& makeConsole, CDebugger* pLaunch, 
     Watch(pDebugger);
     if (pDebugger != nullptr && pDebugger->IsLive())
     {
-        CountVisit({{"line", pDebugger->GetLine()},
-                    {"count", pDebugger->CountActive()},
-                    {"items", pDebugger->GetExtent().Count()}});
+        CountVisit();
     }
     Publish();
 }
@@ -470,83 +455,14 @@ json CViewSession::GetSource()
         });
 }
 
-json CViewSession::ListVariables(CDebugger& debugger)
-{
-    json list = json::array();
-    CSourceValues values(debugger);
-    for (const SSourceVariable& variable : debugger.HasSource() ? values.List() : std::vector<SSourceVariable>())
-    {
-        std::string strValue;
-        try
-        {
-            strValue = values.Format(values.Read(variable, debugger.GetFocus()), debugger.GetSettings().eFormat);
-        }
-        catch (const CCommandError& error)
-        {
-            strValue = error.what();
-        }
-        list.push_back({{"name", variable.strName}, {"type", variable.pType->strName}, {"value", strValue}});
-    }
-    return list;
-}
-
-void CViewSession::CountVisit(const json& stop)
+void CViewSession::CountVisit()
 {
     CDebugger* const pDebugger = m_pDebuggee->Find();
-    if (pDebugger == nullptr)
+    if (pDebugger != nullptr)
     {
-        return;
+        m_Visits.Count(*pDebugger);
+        m_LastLines.Note(*pDebugger);
     }
-    const std::optional<SSourceLine> place = pDebugger->GetSourceLine();
-    SVisits& visits = place ? m_mapVisits[place->strFile][place->nLine] : m_mapVisits[std::string()][stop["line"]];
-    m_LastLines.Note(*pDebugger);
-    ++visits.nStops;
-    visits.fShares += stop["count"].get<double>() / stop["items"].get<double>();
-}
-
-/// Line, stops there, and the mean share of work-items that were active at them.
-json CViewSession::ListVisits(const std::string& strFile) const
-{
-    json list = json::array();
-    const auto it = m_mapVisits.find(strFile);
-    for (const auto& line : it != m_mapVisits.end() ? it->second : std::map<unsigned int, SVisits>())
-    {
-        list.push_back({line.first, line.second.nStops, line.second.fShares / static_cast<double>(line.second.nStops)});
-    }
-    return list;
-}
-
-/// The stops of the time line: number, line and active work-items of each, and which one is the present one.
-json CViewSession::ListStops(CDebugger& debugger)
-{
-    const CTimeLine& timeLine = debugger.GetTimeLine();
-    const auto [nFirst, nEnd] = FindStopsShown(timeLine);
-    json list = json::array();
-    json here;
-    for (size_t n = nFirst; n < nEnd; ++n)
-    {
-        const CTimeLine::SStop& stop = timeLine.GetStops()[n];
-        const std::string strPlace = ShortenPlace(debugger.GetListing().GetPlace(stop.nLine));
-        list.push_back({n + 1, strPlace.empty() ? std::to_string(stop.nLine) : strPlace, stop.nActive});
-        here = timeLine.GetPlace() == stop.nPlace ? json(n + 1) : here;
-    }
-    return {{"stops", list}, {"here", here}, {"count", timeLine.GetStops().size()}};
-}
-
-json CViewSession::DescribeStop(CDebugger& debugger)
-{
-    const std::optional<SSourceLine> place = debugger.GetSourceLine();
-    json state = {{"line", place ? place->nLine : debugger.GetLine()},
-                  {"file", place ? place->strFile : std::string()},
-                  {"instruction", debugger.GetListing().GetLine(debugger.GetLine())},
-                  {"reason", m_Stop.value("reason", "")},
-                  {"function", debugger.GetFrames().front().strFunction},
-                  {"active", debugger.CountActive()},
-                  {"focus", ViewItem(debugger, debugger.GetFocus())},
-                  {"variables", ListVariables(debugger)},
-                  {"visits", ListVisits(place ? place->strFile : std::string())},
-                  {"timeline", ListStops(debugger)}};
-    return state;
 }
 
 void CViewSession::Publish()
@@ -561,7 +477,7 @@ void CViewSession::Publish()
         state["live"] = pDebugger->IsLive();
         try
         {
-            state["stop"] = pDebugger->IsLive() ? DescribeStop(*pDebugger) : json();
+            state["stop"] = pDebugger->IsLive() ? DescribeStop(*pDebugger, m_Visits) : json();
         }
         catch (const std::exception& error)
         {
@@ -597,12 +513,11 @@ void CViewSession::OnEvent(const json& event)
 {
     if (event["event"] == "stopped")
     {
-        m_Stop = event;
-        CountVisit(event);
+        CountVisit();
     }
     if (event["event"] == "started" || event["event"] == "launch")
     {
-        m_mapVisits.clear();
+        m_Visits.Forget();
         m_LastLines.Forget();
     }
     Print(m_pDebuggee->GetConsole().Render(event));

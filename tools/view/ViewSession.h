@@ -4,6 +4,7 @@
 #include "tools/session/program/Debuggee.h"
 #include "tools/view/DispatchPicture.h"
 #include "tools/view/LastLines.h"
+#include "tools/view/StopDescription.h"
 
 #include <condition_variable>
 #include <deque>
@@ -88,13 +89,6 @@ public:
     void Pause();
 
 private:
-    /// Stops at a line.
-    struct SVisits
-    {
-        uint64_t nStops = 0;
-        double fShares = 0; ///< sum of the shares of work-items that were active
-    };
-
     /// Values of an expression at stops of the time line, for the work-item in focus.
     struct SCourse
     {
@@ -114,15 +108,10 @@ private:
     void Perform(const std::function<void()>& move);
     void Publish();
     void Print(const std::string& strText);
-    nlohmann::json DescribeStop(CDebugger& debugger);
-    nlohmann::json ListVariables(CDebugger& debugger);
-    void CountVisit(const nlohmann::json& stop);
-    nlohmann::json ListVisits(const std::string& strFile) const;
-    static nlohmann::json ListStops(CDebugger& debugger);
+    void CountVisit();
 
     std::unique_ptr<CDebuggee> m_pDebuggee;
-    nlohmann::json m_Stop = nlohmann::json::object();                   ///< the last event "stopped"
-    std::map<std::string, std::map<unsigned int, SVisits>> m_mapVisits; ///< of this launch, by file and line
+    CLineVisits m_Visits; ///< of this launch
     CLastLines m_LastLines;
     SCourse m_Course;
     SDispatchValues m_Values;    ///< read last
