@@ -64,11 +64,17 @@ private:
         return false;
     }
 
+    /// Apart from the reads, which are small enough then to be compiled into where they are called.
+    [[gnu::cold]] [[gnu::noinline]] bool FailShort()
+    {
+        return Fail(std::string(m_pszName) + ": the stream is cut short");
+    }
+
     bool Next(uint32_t& nWord)
     {
         if (m_nPos >= m_Stream.nTokens)
         {
-            return Fail(std::string(m_pszName) + ": the stream is cut short");
+            return FailShort();
         }
         nWord = m_Stream.pTokens[m_nPos++];
         return true;
@@ -78,7 +84,7 @@ private:
     {
         if (nWords > m_Stream.nTokens - m_nPos)
         {
-            return Fail(std::string(m_pszName) + ": the stream is cut short");
+            return FailShort();
         }
         m_nPos += nWords;
         return true;

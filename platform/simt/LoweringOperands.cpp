@@ -337,12 +337,12 @@ SMicroOp& CLowering::EmitStep(EMicroKind eKind)
 
 void CLowering::EmitLane(uint32_t nOp, const SLaneRows& rows)
 {
-    SMicroOp step;
+    // Written in place: a copy would read at once, in larger pieces, what was just written.
+    SMicroOp& step = m_Code.vSteps.emplace_back();
     step.eKind = nOp < LANE_FIRST_SLOW ? MICRO_LANE_FAST : MICRO_LANE_SLOW;
     step.nOp = static_cast<uint16_t>(nOp);
     step.rows = rows;
     step.nInstruction = m_nInstruction;
-    m_Code.vSteps.push_back(step);
 }
 
 void CLowering::EmitMove(uint32_t nTo, uint32_t nFrom)
