@@ -276,7 +276,7 @@ TEST(SourceStops, ShowWhatAHostRunFindsAtTheLine)
 {
     const uint64_t nOne = ReadStride("KESTREL_OPENCL_C_SEED", 0);
     const uint64_t nFirst = nOne != 0 ? nOne : 1;
-    const uint64_t nLast = nOne != 0 ? nOne : ReadStride("KESTREL_OPENCL_C_KERNELS", s_bSanitized ? 2 : 8);
+    const uint64_t nLast = nOne != 0 ? nOne : ReadStride("KESTREL_OPENCL_C_KERNELS", s_bSanitized ? 1 : 8);
     const std::filesystem::path folder =
         std::filesystem::path(testing::TempDir()) / ("kestrel-stops-" + std::to_string(getpid()));
     size_t nVisits = 0;
