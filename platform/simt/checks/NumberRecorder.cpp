@@ -140,6 +140,14 @@ bool TakeFlags()
     return true;
 }
 
+/// Whether a word is the usual NaN, as a float or as the upper word of a double. It may be a large integer all the
+/// same.
+bool IsNaNLiteral(uint32_t nWord)
+{
+    const uint32_t nSign = 0x80000000;
+    return (nWord & ~nSign) == 0x7FC00000 || (nWord & ~nSign) == 0x7FF80000;
+}
+
 std::vector<SNumberRule> MakeRules()
 {
     std::vector<SNumberRule> vRules(LANE_COUNT);
@@ -206,6 +214,10 @@ CNumberRecorder::CNumberRecorder(const SLaunchContext& context, CFindings& findi
     for (const SCode::SConstant& constant : context.code.vConstants)
     {
         m_vLiterals[constant.nRow] = constant.nBuffer < 0;
+        if (constant.nBuffer < 0 && IsNaNLiteral(constant.nValue))
+        {
+            m_vNaNs.push_back(static_cast<uint16_t>(constant.nRow));
+        }
     }
 }
 
@@ -226,9 +238,9 @@ void CNumberRecorder::SetMade(uint32_t nRow, const SMade& made)
     m_vMade[nRow] = made;
 }
 
-void CNumberRecorder::Tell(const CBlock& block, const SMicroOp& step, uint32_t nLane, uint32_t nFault)
+void CNumberRecorder::Tell(const CBlock& block, uint32_t nInstruction, uint32_t nLane, uint32_t nFault)
 {
-    SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_NAN, step.nInstruction, block.GetWorkItem(nLane));
+    SPlatformFinding finding = MakeFinding(PLATFORM_FINDING_NAN, nInstruction, block.GetWorkItem(nLane));
     finding.nFault = nFault;
     m_Findings.Add(finding);
 }
@@ -289,7 +301,7 @@ void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step)
         }
         if (bWrong)
         {
-            Tell(block, step, i, rule.nFault);
+            Tell(block, step.nInstruction, i, rule.nFault);
         }
     }
 }
@@ -341,11 +353,92 @@ bool CNumberRecorder::TouchesKnown(const SMicroOp& step) const
                              isKnown(step.rows.d[0]) || isKnown(step.rows.d[1]));
 }
 
+/// Forgets what the step's results have overwritten in all work-items. While some of them wait, they may still have it.
+void CNumberRecorder::ForgetResults(const CBlock& block, const SMicroOp& step)
+{
+    for (const uint16_t nRow : step.rows.d)
+    {
+        if (m_nKnown == 0 || !m_vMade[nRow].IsKnown())
+        {
+            continue;
+        }
+        uint32_t n = block.GetFirstLane();
+        while (n < block.GetEndLane() && block.IsActive(n))
+        {
+            ++n;
+        }
+        if (n == block.GetEndLane())
+        {
+            SetMade(nRow, SMade());
+        }
+    }
+}
+
+/// A function that has no result for an argument chooses NaN, where others would compute it. Only who uses what was
+/// chosen has it: several choices may follow one another.
+bool CNumberRecorder::LookForChosen(const CBlock& block, const SMicroOp& step)
+{
+    const auto isNaN = [&](uint32_t nSource)
+    { return std::find(m_vNaNs.begin(), m_vNaNs.end(), step.rows.s[nSource]) != m_vNaNs.end(); };
+    const bool bMove = step.nOp != LANE_IL_OP_CMOV_LOGICAL;
+    const bool bFirst = isNaN(bMove ? 0 : 2);
+    const bool bSecond = !bMove && isNaN(4);
+    const uint32_t* const pConditions = Source(block, step, 0);
+    for (uint32_t n = block.GetFirstLane(); (bFirst || bSecond) && n < block.GetEndLane(); ++n)
+    {
+        const bool bTakesFirst = bMove || pConditions[step.eKind == MICRO_LANE_UNIFORM ? 0 : n] != 0;
+        if (block.IsActive(n) && (bTakesFirst ? bFirst : bSecond))
+        {
+            SetMade(step.rows.d[0], {step.nInstruction, PLATFORM_FAULT_NAN, 0, true});
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Tells of a row's chosen NaN, which all active work-items store.
+void CNumberRecorder::TellChosen(const CBlock& block, uint32_t nRow)
+{
+    for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
+    {
+        if (block.IsActive(n) && IsNaNLiteral(block.Row(nRow)[n]))
+        {
+            Tell(block, m_vMade[nRow].nInstruction, n, m_vMade[nRow].nFault);
+        }
+    }
+    m_vMade[nRow].bChosen = false;
+}
+
+/// Rows whose chosen NaN has been told.
+void CNumberRecorder::SettleChosen()
+{
+    for (const uint32_t nRow : m_vUsed)
+    {
+        m_vMade[nRow].bChosen = false;
+    }
+    m_vUsed.clear();
+}
+
 void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
 {
+    const bool bChooses = step.nOp == LANE_Mov || step.nOp == LANE_IL_OP_MOV || step.nOp == LANE_IL_OP_CMOV_LOGICAL;
+    if (bChooses && !m_vNaNs.empty() && LookForChosen(block, step))
+    {
+        return;
+    }
     const SNumberRule& number = m_pRules[step.nOp];
     const uint32_t nExponent = number.nExponent;
-    if (nExponent == 0 || (number.bNoted && !TakeFlags() && !TouchesKnown(step)))
+    if (step.nOp == LANE_Mov && TouchesKnown(step) && m_vMade[step.rows.s[0]].IsKnown())
+    {
+        SetMade(step.rows.d[0], m_vMade[step.rows.s[0]]);
+        return;
+    }
+    if (nExponent == 0)
+    {
+        ForgetResults(block, step);
+        return;
+    }
+    if (number.bNoted && !TakeFlags() && !TouchesKnown(step))
     {
         return;
     }
@@ -361,6 +454,7 @@ void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
     }
     if (nAny == 0)
     {
+        ForgetResults(block, step);
         return;
     }
     for (uint32_t n = nBegin; n < nEnd; ++n)
@@ -375,6 +469,7 @@ void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
             LookAtLane(block, step, rule, n, nItemLane);
         }
     }
+    SettleChosen();
 }
 
 void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, const SLaneRule& rule, uint32_t nLane,
@@ -383,6 +478,7 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
     const ENumber eResult = LookAt(rule.eOut, block.Row(step.rows.d[0])[nLane], block.Row(step.rows.d[1])[nLane]);
     ENumber eWorst = Finite;
     SMade made;
+    uint32_t nFrom = 0;
     for (uint32_t i = 0; i < 3; ++i)
     {
         const ENumber eSource =
@@ -390,7 +486,9 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
         eWorst = std::max(eWorst, eSource);
         if (eSource != Finite && !made.IsKnown())
         {
-            made = m_vMade[step.rows.s[2 * i]];
+            // A double's words may have come from different steps.
+            nFrom = step.rows.s[2 * i + (m_vMade[step.rows.s[2 * i]].IsKnown() ? 0 : 1)];
+            made = m_vMade[nFrom];
         }
     }
     const bool bNew = eWorst == Finite || (eResult == NotANumber && eWorst == Infinite && !made.IsKnown());
@@ -398,10 +496,17 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
     if (bNew && !IsCopy(step.nOp))
     {
         made = {step.nInstruction, eResult == NotANumber ? PLATFORM_FAULT_NAN : PLATFORM_FAULT_INFINITY, 0};
-        Tell(block, step, nItemLane, made.nFault);
+        Tell(block, step.nInstruction, nItemLane, made.nFault);
     }
-    else
+    else if (!made.bChosen)
     {
+        PassOn(made, step.nInstruction, 0);
+    }
+    else if (!IsCopy(step.nOp))
+    {
+        Tell(block, made.nInstruction, nItemLane, made.nFault);
+        m_vUsed.push_back(nFrom);
+        made.bChosen = false;
         PassOn(made, step.nInstruction, 0);
     }
     SetMade(step.rows.d[0], made);
@@ -427,6 +532,10 @@ void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const
             if (!block.IsActive(n) || !bNumber)
             {
                 continue;
+            }
+            if (made.bChosen)
+            {
+                TellChosen(block, pRows[w]);
             }
             if (access.eSpace == SAccess::Local)
             {
