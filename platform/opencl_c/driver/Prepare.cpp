@@ -4,6 +4,7 @@
 #include "platform/opencl_c/driver/IrCompiler.h"
 #include "platform/opencl_c/driver/LinkBuiltins.h"
 #include "platform/opencl_c/driver/Passes.h"
+#include "platform/opencl_c/lowering/MaskedShifts.h"
 
 #include <llvm/ADT/SmallVector.h>
 #include <llvm/IR/DebugInfoMetadata.h>
@@ -142,6 +143,10 @@ bool PrepareForLowering(llvm::Module& module, const SCompileJob& job, std::strin
     if (bOptimize)
     {
         HideDivisions(module);
+    }
+    else
+    {
+        MarkMaskedShifts(module);
     }
     std::vector<llvm::Function*> vOrder;
     if (!LinkBuiltins(module, job.target.b64BitAddresses, strLog) || !OrderCalls(module, vOrder, strLog))

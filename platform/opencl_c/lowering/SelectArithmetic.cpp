@@ -1,3 +1,4 @@
+#include "platform/opencl_c/lowering/MaskedShifts.h"
 #include "platform/opencl_c/lowering/Selector.h"
 
 #include "llvm/IR/Constants.h"
@@ -8,6 +9,7 @@ namespace
 {
 
 using llvm::Instruction;
+using llvm::Value;
 
 struct SBinaryRow
 {
@@ -109,8 +111,9 @@ void CSelector::SelectBinary(const llvm::BinaryOperator& op)
     }
     const SBinaryRow& row = *FindBinary(op.getOpcode());
     const Words a = row.bSigned ? SignedSource(op.getOperand(0)) : Get(op.getOperand(0));
+    const Value* const pB = IsShift(op.getOpcode()) ? FindShiftAmount(op) : op.getOperand(1);
     const bool bSignedB = row.bSigned && !IsShift(op.getOpcode());
-    Words b = bSignedB ? SignedSource(op.getOperand(1)) : Get(op.getOperand(1));
+    Words b = bSignedB ? SignedSource(pB) : Get(pB);
     const unsigned nWords = static_cast<unsigned>(a.size());
     if (nElementWords == 1 || row.psz64 == nullptr)
     {
@@ -122,7 +125,7 @@ void CSelector::SelectBinary(const llvm::BinaryOperator& op)
         SetNarrow(op, m_Machine.Each(row.psz32, nWords, {a, b}));
         return;
     }
-    b = IsShift(op.getOpcode()) ? LowWords(b) : b;
+    b = IsShift(op.getOpcode()) && m_Types.CountElementWords(pB->getType()) == 2 ? LowWords(b) : b;
     SetNarrow(op, m_Machine.Pairs(row.psz64, nWords / 2, {a, b}));
 }
 

@@ -2,6 +2,8 @@
 
 #include "llvm/IR/Constants.h"
 
+#include <bit>
+
 namespace KestrelOpenCL
 {
 namespace
@@ -19,6 +21,47 @@ struct SSpelling
 };
 
 const SSpelling s_Spellings[] = {{"ffb_lo", "ffb"}, {"ffb_hi", "ffb_ctl(1)"}, {"ffb_shi", "ffb_ctl(2)"}};
+
+/// What a conversion gives for numbers outside of what its type holds.
+struct SSaturation
+{
+    const char* pszMnemonic;
+    double fBelow;   ///< numbers below this one give the least value
+    double fAbove;   ///< this one and greater ones give the largest value
+    uint64_t nLeast; ///< as a word or a pair of words
+    uint64_t nLargest;
+};
+
+const SSaturation s_Saturations[] = {{"ftoi", -0x1p31, 0x1p31, 0x80000000, 0x7FFFFFFF},
+                                     {"ftou", 0, 0x1p32, 0, 0xFFFFFFFF},
+                                     {"dtoi", -0x1p31, 0x1p31, 0x80000000, 0x7FFFFFFF},
+                                     {"dtou", 0, 0x1p32, 0, 0xFFFFFFFF},
+                                     {"dtoi64", -0x1p63, 0x1p63, 0x8000000000000000, 0x7FFFFFFFFFFFFFFF},
+                                     {"dtou64", 0, 0x1p64, 0, 0xFFFFFFFFFFFFFFFF}};
+
+const SSaturation* FindSaturation(llvm::StringRef mnemonic)
+{
+    const auto* const pFound =
+        llvm::find_if(s_Saturations, [&](const SSaturation& row) { return mnemonic == row.pszMnemonic; });
+    return pFound != std::end(s_Saturations) ? pFound : nullptr;
+}
+
+Words Literals(uint64_t nBits, unsigned nWords)
+{
+    Words words = {LiteralWord(static_cast<uint32_t>(nBits))};
+    if (nWords == 2)
+    {
+        words.push_back(LiteralWord(static_cast<uint32_t>(nBits >> s_nWordBits)));
+    }
+    return words;
+}
+
+/// A number as a float, or as a double of two words.
+Words NumberLiterals(double fNumber, unsigned nWords)
+{
+    return Literals(
+        nWords == 2 ? std::bit_cast<uint64_t>(fNumber) : std::bit_cast<uint32_t>(static_cast<float>(fNumber)), nWords);
+}
 
 /// Parses names like `reg_vTidInGrp_x` and `cb0_6_x`.
 bool ReadRegisterName(llvm::StringRef name, std::string& strRegister, unsigned& nComponent)
@@ -93,6 +136,44 @@ void CSelector::SelectFence(const llvm::CallInst& call, bool bBarrier)
     m_Machine.Add(fence);
 }
 
+/// A conversion of a number that the type may not hold. The instruction itself saturates, but checks tell of numbers
+/// that it can't convert, so where nothing is optimised it gets 0 in place of them. \return nothing for other
+/// instructions
+Words CSelector::ConvertSaturating(llvm::StringRef mnemonic, const Words& source, unsigned nResultWords)
+{
+    const SSaturation* const pRow = FindSaturation(mnemonic);
+    if (pRow == nullptr)
+    {
+        return {};
+    }
+    const SSaturation& row = *pRow;
+    const unsigned nWords = static_cast<unsigned>(source.size());
+    const auto compare = [&](const char* pszFloat, const char* pszDouble, double fLimit)
+    {
+        const Words limit = NumberLiterals(fLimit, nWords);
+        return nWords == 2 ? m_Machine.Pairs(pszDouble, 1, {source, limit})[0]
+                           : m_Machine.One(pszFloat, {source[0], limit[0]});
+    };
+    const SWord isBelow = compare("lt", "dlt", row.fBelow);
+    const SWord isAbove = compare("ge", "dge", row.fAbove);
+    const SWord isOutside = m_Machine.One("ior", {isBelow, isAbove});
+    const Words inside = m_Machine.Each("cmov_logical", nWords, {isOutside, LiteralWord(0), source});
+    Words result;
+    if (nWords == nResultWords)
+    {
+        result =
+            nWords == 2 ? m_Machine.Pairs(row.pszMnemonic, 1, {inside}) : m_Machine.Each(row.pszMnemonic, 1, {inside});
+    }
+    else
+    {
+        result = {m_Machine.FromPair(row.pszMnemonic, inside)};
+    }
+    const Words least = Literals(row.nLeast, nResultWords);
+    const Words largest = Literals(row.nLargest, nResultWords);
+    result = m_Machine.Each("cmov_logical", nResultWords, {isBelow, least, result});
+    return m_Machine.Each("cmov_logical", nResultWords, {isAbove, largest, result});
+}
+
 /// A function that stands for an instruction: its arguments are the sources, its result is the destination.
 bool CSelector::SelectInstruction(const llvm::CallInst& call, llvm::StringRef mnemonic)
 {
@@ -112,6 +193,12 @@ bool CSelector::SelectInstruction(const llvm::CallInst& call, llvm::StringRef mn
     for (const llvm::Use& argument : call.args())
     {
         vSources.push_back(Get(argument.get()));
+    }
+    const Words saturated = m_bDebug ? ConvertSaturating(mnemonic, vSources[0], m_Types.CountWords(pType)) : Words();
+    if (!saturated.empty())
+    {
+        Set(call, saturated);
+        return true;
     }
     if (bFromPair != bToPair)
     {

@@ -129,6 +129,19 @@ Words CSelector::ByteSwap(Words words, Type* pType)
     return swapped;
 }
 
+/// Shifts the concatenation of two 64-bit numbers. What comes from the other number is shifted by one first and then by
+/// the rest, so that no amount reaches 64.
+Words CSelector::FunnelShiftPair(const Words& high, const Words& low, const SWord& amount, bool bLeft)
+{
+    const SWord turn = m_Machine.One("iand", {amount, LiteralWord(63)});
+    const SWord rest = m_Machine.One("ixor", {turn, LiteralWord(63)});
+    const char* const pszOther = bLeft ? "u64shr" : "i64shl";
+    const Words own = m_Machine.Pairs(bLeft ? "i64shl" : "u64shr", 1, {bLeft ? high : low, turn});
+    const Words first = m_Machine.Pairs(pszOther, 1, {bLeft ? low : high, LiteralWord(1)});
+    const Words other = m_Machine.Pairs(pszOther, 1, {first, rest});
+    return m_Machine.Each("ior", 2, {own, other});
+}
+
 /// Shifts the concatenation of two numbers; the amount counts modulo the number of bits.
 Words CSelector::FunnelShift(const llvm::IntrinsicInst& call, bool bLeft)
 {
@@ -156,6 +169,15 @@ Words CSelector::FunnelShift(const llvm::IntrinsicInst& call, bool bLeft)
         return m_Machine.Each("bitalign", nCount, {high, low, m_Machine.Each("inot", nCount, {amount})});
     }
     Words result;
+    if (nBits == 64)
+    {
+        for (unsigned n = 0; n < nCount; n += nElementWords)
+        {
+            const Words pair = FunnelShiftPair({a[n], a[n + 1]}, {b[n], b[n + 1]}, amount[n], bLeft);
+            result.append(pair.begin(), pair.end());
+        }
+        return result;
+    }
     for (unsigned n = 0; n < nCount; n += nElementWords)
     {
         const bool bPower = (nBits & (nBits - 1)) == 0;

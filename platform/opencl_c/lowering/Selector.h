@@ -193,6 +193,7 @@ private:
     bool SelectIntrinsic(const llvm::IntrinsicInst& call);
     Words CountZeros(Words words, Type* pType, bool bLeading);
     Words ByteSwap(Words words, Type* pType);
+    Words FunnelShiftPair(const Words& high, const Words& low, const SWord& amount, bool bLeft);
     Words FunnelShift(const llvm::IntrinsicInst& call, bool bLeft);
     Words Saturating(const llvm::IntrinsicInst& call);
     Words WithOverflow(const llvm::IntrinsicInst& call);
@@ -201,6 +202,7 @@ private:
     // SelectBuiltins.cpp
     bool SelectBuiltin(const llvm::CallInst& call, llvm::StringRef name);
     bool SelectTranslated(const llvm::CallInst& call, llvm::StringRef name);
+    Words ConvertSaturating(llvm::StringRef mnemonic, const Words& source, unsigned nResultWords);
     bool SelectInstruction(const llvm::CallInst& call, llvm::StringRef mnemonic);
     void SelectFence(const llvm::CallInst& call, bool bBarrier);
 
