@@ -100,10 +100,10 @@ HELPER double ExpMinus1(double x)
     return x == 0 ? x : result;
 }
 
-// x = 2^exponent * fraction, with a fraction between the roots of 1/2 and of 2.
+// The size of x = 2^exponent * fraction, with a fraction between the roots of 1/2 and of 2.
 STEP double Fraction(double x, int* pExponent)
 {
-    const double fraction = __il_dfrexp_mant(x);
+    const double fraction = __builtin_fabs(__il_dfrexp_mant(x));
     const bool bLow = fraction < 0x1.6a09e667f3bcdp-1;
     *pExponent = __il_dfrexp_exp(x) - (bLow ? 1 : 0);
     return bLow ? fraction + fraction : fraction;
@@ -222,7 +222,7 @@ HELPER double PowerOfSize(double x, double y)
     const double result = ExpTimes(high, bFar ? 0.0 : low, 1, 0);
     const double edge = (size == 0) == (y < 0) ? INFINITY_D : 0.0;
     const double other = size == 0 || size == INFINITY_D ? edge : result;
-    return x != x || y != y ? NAN_D : (size == 1 || y == 0 ? 1.0 : other);
+    return x != x || y != y ? x + y : (size == 1 || y == 0 ? 1.0 : other);
 }
 
 HELPER double Power(double x, double y)
@@ -237,7 +237,7 @@ HELPER double Power(double x, double y)
 HELPER double PowerOfPositive(double x, double y)
 {
     const bool bNone = x < 0 || (y == 0 && (x == 0 || x == INFINITY_D)) || (x == 1 && __builtin_fabs(y) == INFINITY_D);
-    return bNone || x != x || y != y ? NAN_D : PowerOfSize(x, y);
+    return x != x || y != y ? x + y : (bNone ? NAN_D : PowerOfSize(x, y));
 }
 
 // rootn by the logarithm divided by n.
@@ -252,7 +252,7 @@ HELPER double Root(double x, int n)
     const double edge = (size == 0) == (n < 0) ? INFINITY_D : 0.0;
     const double other = size == 0 || size == INFINITY_D ? edge : result;
     const double real = (n & 1) != 0 ? __builtin_copysign(other, x) : (x < 0 ? NAN_D : other);
-    return n == 0 || x != x ? NAN_D : real;
+    return x != x ? x : (n == 0 ? NAN_D : real);
 }
 
 #endif

@@ -31,7 +31,7 @@ HELPER float PowerOfPositive(float x, float y)
 {
     const float infinity = __builtin_inff();
     const bool bNone = x < 0 || (y == 0 && (x == 0 || x == infinity)) || (x == 1 && __builtin_fabsf(y) == infinity);
-    return bNone || x != x || y != y ? __builtin_nanf("") : __il_pow(__builtin_fabsf(x), y);
+    return x != x || y != y ? x + y : (bNone ? __builtin_nanf("") : __il_pow(__builtin_fabsf(x), y));
 }
 
 INSTRUCTION_1(exp, __il_exn(x))
@@ -107,7 +107,8 @@ MATH_2(float, hypot, HypotOf(x, y))
 HELPER float CbrtOf(float x)
 {
     const float size = __builtin_fabsf(x);
-    const double root = CubeRootFrom(__il_pow(size, 0x1.555556p-2f), size);
+    const float positive = size > 0 ? size : 1.0f; // for zero the formula would divide by it
+    const double root = CubeRootFrom(__il_pow(positive, 0x1.555556p-2f), positive);
     return size > 0 && size < __builtin_inff() ? __builtin_copysignf((float)root, x) : x;
 }
 MATH_1(float, cbrt, CbrtOf(x))

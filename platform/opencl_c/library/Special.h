@@ -156,7 +156,8 @@ HELPER double Gamma(double x)
 {
     const double size = __builtin_fabs(x);
     const double reflected = x < 0 ? -PI_D / (size * SinPi(size)) : 1.0;
-    const double limited = size < 200 ? size : 200;
+    // Where the formula isn't used it mustn't overflow either: checks would tell of it.
+    const double limited = size < 200 ? (size > 8 ? size : 8) : 200;
     double low = 0;
     const double high = LogGammaInTwo(limited, &low);
     const double sign = x < 0 ? -1.0 : 1.0;
@@ -167,7 +168,7 @@ HELPER double Gamma(double x)
     const double tiny = __builtin_fma(-0x1.2788cfc6fb619p-1, x, 1.0) / x;
     const double result = size < 0x1p-28 ? tiny : (size < 8 ? near : far);
     const bool bPole = x < 0 && IsInteger(x);
-    return bPole || x != x ? NAN_D : (x == INFINITY_D ? x : result);
+    return x != x ? x : (bPole ? NAN_D : (x == INFINITY_D ? x : result));
 }
 
 HELPER double LogGammaOfPositive(double x)
@@ -243,7 +244,7 @@ HELPER double Fmod(double x, double y)
     const bool bWhole = bNone || ySize == INFINITY_D;
     uint nQuotient = 0;
     const double rest = RemainderOfSizes(bWhole ? 1.0 : __builtin_fabs(x), bWhole ? 1.0 : ySize, &nQuotient);
-    return bNone ? NAN_D : (bWhole ? x : __builtin_copysign(rest, x));
+    return x != x || y != y ? x + y : (bNone ? NAN_D : (bWhole ? x : __builtin_copysign(rest, x)));
 }
 
 // The remainder of division to nearest, and the quotient's sign and low seven bits.
@@ -260,7 +261,7 @@ STEP double RemainderAndQuotient(double x, double y, int* pQuotient)
     const int nSize = (int)((nQuotient + (bUp ? 1 : 0)) & 127);
     const double result = WithSignOf(x, bUp ? rest - divisor : rest);
     *pQuotient = bWhole ? 0 : ((BITS(long, x) ^ BITS(long, y)) < 0 ? -nSize : nSize);
-    return bNone ? NAN_D : (bWhole ? x : result);
+    return x != x || y != y ? x + y : (bNone ? NAN_D : (bWhole ? x : result));
 }
 
 #endif

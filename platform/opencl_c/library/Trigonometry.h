@@ -134,7 +134,7 @@ STEP struct SAngle ReducedAngle(double x)
     if (x > 0x1p20)
     {
         angle = FarAngle(x);
-        angle.high = x < INFINITY_D ? angle.high : NAN_D;
+        angle.high = x < INFINITY_D ? angle.high : x - x;
     }
     return angle;
 }
@@ -142,7 +142,7 @@ STEP struct SAngle ReducedAngle(double x)
 // x in half turns: x * pi
 STEP struct SAngle AngleOfHalfTurns(double x)
 {
-    const double small = x < 0x1p53 ? x : (x < INFINITY_D ? 0.0 : NAN_D);
+    const double small = x < 0x1p53 ? x : (x < INFINITY_D ? 0.0 : x - x);
     const double n = __builtin_rint(small + small);
     const double rest = __builtin_fma(n, -0.5, small);
     struct SAngle angle;
@@ -269,7 +269,7 @@ HELPER double Atan2(double y, double x)
     const double denominator = bCorner || bFlat ? 1.0 : (bUpright ? 0.0 : __il_dldexp(xSize, nScale));
     const double angle = AtanOfQuotient(numerator, denominator);
     const double turned = BITS(long, x) < 0 ? PI_D - (angle - PI_REST) : angle;
-    return x != x || y != y ? NAN_D : __builtin_copysign(turned, y);
+    return x != x || y != y ? x + y : __builtin_copysign(turned, y);
 }
 
 // From 0.5 on by the half-angle formula.
