@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
+#include <set>
 #include <tuple>
 #include <utility>
 
@@ -23,6 +25,68 @@ auto Weight(const SPlatformFinding& finding)
 {
     return std::make_tuple(finding.bUnequal, finding.bWrite + finding.bOtherWrite, finding.bValues, ~finding.nWorkItem,
                            ~finding.nOtherItem);
+}
+
+/// Adds what a list misses of another, as long as there is room. Elements are kept in order.
+template <typename T, size_t nMost>
+void JoinLists(T (&to)[nMost], uint32_t& nTo, const T (&from)[nMost], uint32_t nFrom)
+{
+    std::set<T> all(to, to + nTo);
+    all.insert(from, from + nFrom);
+    nTo = 0;
+    for (const T& element : all)
+    {
+        if (nTo < nMost)
+        {
+            to[nTo++] = element;
+        }
+    }
+}
+
+/// Two findings of a launch that are told as one, with the work-items of both.
+SPlatformFinding Join(const SPlatformFinding& a, const SPlatformFinding& b)
+{
+    const bool bSecond = Weight(a) < Weight(b);
+    SPlatformFinding joined = bSecond ? b : a;
+    const SPlatformFinding& other = bSecond ? a : b;
+    joined.nCount = a.nCount + b.nCount;
+    JoinLists(joined.items, joined.nItems, other.items, other.nItems);
+    JoinLists(joined.chain, joined.nChain, other.chain, other.nChain);
+    JoinLists(joined.outputs, joined.nOutputs, other.outputs, other.nOutputs);
+    return joined;
+}
+
+/// Whether it is about single work-items, which are all named.
+bool NamesItems(const SPlatformFinding& finding)
+{
+    const bool bCarried = finding.nKind == PLATFORM_FINDING_NAN && finding.nFault == PLATFORM_FAULT_CARRIED;
+    return finding.nKind != PLATFORM_FINDING_RACE && finding.nKind != PLATFORM_FINDING_BARRIER &&
+           finding.nKind != PLATFORM_FINDING_HANG && !bCarried;
+}
+
+/// Joins findings of a launch at several instructions of one line.
+/// \param find  gives an instruction's place
+template <typename Find>
+std::vector<SPlatformFinding> JoinByLine(const std::vector<SPlatformFinding>& vFindings, const Find& find)
+{
+    typedef std::tuple<SCheckPlace, uint32_t, uint32_t, uint32_t, int32_t> Key;
+    std::map<Key, size_t> mapIndices;
+    std::vector<SPlatformFinding> vJoined;
+    for (const SPlatformFinding& finding : vFindings)
+    {
+        const Key key{find(finding.nInstruction), finding.nKind, finding.nFault, finding.nMemory, finding.bWrite};
+        const auto [it, bNew] =
+            NamesItems(finding) ? mapIndices.emplace(key, vJoined.size()) : std::make_pair(mapIndices.end(), true);
+        if (bNew)
+        {
+            vJoined.push_back(finding);
+        }
+        else
+        {
+            vJoined[it->second] = Join(vJoined[it->second], finding);
+        }
+    }
+    return vJoined;
 }
 
 } // namespace
@@ -123,7 +187,7 @@ void CCheckReport::Take(const SCheckedRun& run, const CLaunch& launch, uint64_t 
         const bool bThere = source->nLine > 0 && source->nLine <= vTexts.size();
         return SCheckPlace{strFile, source->nLine, bThere ? vTexts[source->nLine - 1] : "", 0};
     };
-    for (const SPlatformFinding& raw : run.vFindings)
+    for (const SPlatformFinding& raw : JoinByLine(run.vFindings, find))
     {
         SCheckFinding finding;
         finding.strCheck = NameCheck(raw.nKind);

@@ -222,7 +222,7 @@ std::string CCheckWords::NameItems(const SPlatformFinding& finding) const
         strItems += (n > 0 ? ", " : "") + std::to_string(finding.items[n]);
     }
     return (finding.nItems == 1 ? "work-item " : "work-items ") + strItems +
-           (finding.nItems == std::size(finding.items) ? " and others" : "");
+           (finding.nItems == std::size(finding.items) && finding.nCount > finding.nItems ? " and others" : "");
 }
 
 std::string DescribeStanding(const SPlatformPlace& place)
