@@ -5,6 +5,7 @@
 // bug ABOVE: items lowest(range(W))
 // bug BELOW: items lowest(range(W * (H - 1), W * H))
 // bug CORNER: items [W * H - 1]
+// bug BOTH_ENDS: items [0, W * H - 1]
 __kernel void stencil_border(__global const T* in, __global T* out)
 {
     const int x = get_global_id(0);
@@ -24,6 +25,9 @@ __kernel void stencil_border(__global const T* in, __global T* out)
     sum += in[y * W + x + 1]; // fault CORNER: memory
 #else
     sum += in[y * W + min(x + 1, W - 1)];
+#endif
+#ifdef BOTH_ENDS
+    sum += in[y * W + x - 1] + in[y * W + x + 1]; // fault BOTH_ENDS: memory
 #endif
     out[y * W + x] = sum;
 }
