@@ -11,7 +11,7 @@ namespace KestrelTool
 std::string DescribeBinary(const std::vector<char>& vBinary);
 
 /// The IL text of a binary, optionally with line numbers and source places. Without debug information it is that of
-/// the first kernel.
+/// each kernel, one after the other.
 /// \throws std::runtime_error if it has none
 std::string DisassembleBinary(const std::vector<char>& vBinary, bool bNumbers, bool bPlaces = false);
 

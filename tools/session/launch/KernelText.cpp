@@ -79,6 +79,29 @@ std::string FindSection(const std::vector<char>& vBinary, const char* pszName)
     return std::string();
 }
 
+std::string FindSymbol(const std::vector<char>& vBinary, const std::string& strName)
+{
+    const std::string strSymbols = FindSection(vBinary, ".symtab");
+    const std::string strNames = FindSection(vBinary, ".strtab");
+    const std::vector<char> vSymbols(strSymbols.begin(), strSymbols.end());
+    Elf64_Sym symbol;
+    for (uint64_t nOffset = 0; ReadAt(vSymbols, nOffset, symbol); nOffset += sizeof symbol)
+    {
+        Elf64_Ehdr header;
+        Elf64_Shdr section;
+        std::string strContents;
+        // The names end with a null character; the last one may lack it, which c_str adds.
+        if (symbol.st_name < strNames.size() && strNames.c_str() + symbol.st_name == strName &&
+            ReadAt(vBinary, 0, header) && symbol.st_shndx < header.e_shnum &&
+            ReadAt(vBinary, header.e_shoff + uint64_t{symbol.st_shndx} * sizeof section, section) &&
+            ReadSection(vBinary, section, strContents) && symbol.st_value <= strContents.size())
+        {
+            return strContents.substr(symbol.st_value, symbol.st_size);
+        }
+    }
+    return std::string();
+}
+
 std::vector<std::string> SplitLines(const std::string& strText)
 {
     std::vector<std::string> vLines;

@@ -24,6 +24,8 @@ struct SSection
 std::vector<SSection> ReadSections(const std::vector<char>& vBinary);
 /// The contents of a section; empty if the binary has none with this name.
 std::string FindSection(const std::vector<char>& vBinary, const char* pszName);
+/// What a symbol stands for, by its offset and size in its section; empty if the binary has none with this name.
+std::string FindSymbol(const std::vector<char>& vBinary, const std::string& strName);
 /// The lines of a text, without their ends.
 std::vector<std::string> SplitLines(const std::string& strText);
 

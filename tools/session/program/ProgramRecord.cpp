@@ -264,24 +264,21 @@ std::vector<std::pair<std::string, uint64_t>> CProgramRecord::CountLaunches() co
     return vCounts;
 }
 
-std::string MakeDebuggable(const std::vector<char>& vImage)
+std::string MakeDebuggable(const std::vector<char>& vImage, const std::string& strKernel)
 {
-    const std::vector<std::string> vKernels = ListKernels(vImage);
-    if (vKernels.empty() || !FindSection(vImage, ".debugil").empty())
+    const std::string strText = FindSymbol(vImage, "__OpenCL_" + strKernel + "_ovkil");
+    if (strText.empty() || !FindSection(vImage, ".debugil").empty())
     {
         return std::string(vImage.begin(), vImage.end());
     }
     std::string strModule;
-    for (const std::string& strKernel : vKernels)
+    for (const std::string& strLine : ReadMetadata(vImage, strKernel))
     {
-        for (const std::string& strLine : ReadMetadata(vImage, strKernel))
-        {
-            strModule += strLine + "\n";
-        }
+        strModule += strLine + "\n";
     }
     // In a module, the main body's call is left open for the selected kernel.
     bool bMain = true;
-    for (const std::string& strLine : SplitLines(DisassembleBinary(vImage, false)))
+    for (const std::string& strLine : SplitLines(strText))
     {
         bMain = bMain && strLine != "endmain";
         strModule += (bMain && strLine.compare(0, 5, "call ") == 0 ? ";$$$$$$$$$$" : strLine) + "\n";
@@ -305,7 +302,7 @@ SLaunchFile CProgramRecord::MakeLaunch(int nProcess, const SMessage& message) co
             if (program.strSource.empty())
             {
                 const std::vector<unsigned char> vImage = TakePart(message, message.header.at("binary"));
-                launch.strSource = MakeDebuggable(std::vector<char>(vImage.begin(), vImage.end()));
+                launch.strSource = MakeDebuggable(std::vector<char>(vImage.begin(), vImage.end()), kernel.strName);
                 launch.strOptions = "-g";
             }
             const std::vector<size_t> vGlobal = ReadSizes(message.header.at("global"));

@@ -80,9 +80,9 @@ private:
     std::vector<SKnownLaunch> m_vLaunches;
 };
 
-/// What is debugged of a program of which only a binary exists: the binary if it has debug data, else a module made of
-/// its IL.
-std::string MakeDebuggable(const std::vector<char>& vImage);
+/// What is debugged of a kernel whose program only exists as a binary: the binary if it has debug data, else a module
+/// made of the kernel's IL.
+std::string MakeDebuggable(const std::vector<char>& vImage, const std::string& strKernel);
 
 /// A program's text, preceded by a line that tells the compiler its name.
 std::string NameSource(const SKnownProgram& program);
