@@ -64,6 +64,11 @@ public:
     {
         m_mapEntries[strName] = strName + "=" + strValue;
     }
+    /// Sets a variable unless the user has.
+    void SetDefault(const std::string& strName, const std::string& strValue)
+    {
+        m_mapEntries.emplace(strName, strName + "=" + strValue);
+    }
     void Remove(const std::string& strName) { m_mapEntries.erase(strName); }
     std::vector<char*> Get()
     {
@@ -83,6 +88,8 @@ private:
 CEnvironment MakeEnvironment(const SProgramCommand& command, int nDoor)
 {
     CEnvironment environment;
+    // A program that builds from its cache of binaries passes no source that could be shown.
+    environment.SetDefault("PYOPENCL_NO_CACHE", "1");
     for (const auto& variable : command.mapVariables)
     {
         if (variable.second)
