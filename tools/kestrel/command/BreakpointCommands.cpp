@@ -47,7 +47,18 @@ json AddLaunchBreakpoint(CCommandContext& context, const SLaunchPlace& place, bo
     return answer;
 }
 
-/// Reads a place that doesn't need a launch: "FILE:LINE", or a kernel's name unless a function here has that name.
+/// Whether a program that the debuggee has made has a kernel with this name.
+bool IsKernel(const CProgramSession& session, const std::string& strName)
+{
+    const std::vector<SKnownProgram>& vPrograms = session.GetRecord().GetPrograms();
+    return std::any_of(
+        vPrograms.begin(), vPrograms.end(),
+        [&](const SKnownProgram& program)
+        { return std::find(program.vKernels.begin(), program.vKernels.end(), strName) != program.vKernels.end(); });
+}
+
+/// Reads a place that doesn't need a launch: "FILE:LINE", or a kernel's name. Another name may be that of a function of
+/// the launch that waits.
 std::optional<SLaunchPlace> ReadLaunchPlace(CCommandContext& context, const std::string& strPlace)
 {
     if (context.GetInterpreter().GetProgram() == nullptr)
@@ -68,6 +79,7 @@ std::optional<SLaunchPlace> ReadLaunchPlace(CCommandContext& context, const std:
     const bool bName = !strPlace.empty() && strPlace.find_first_of("*+- \t") == std::string::npos &&
                        std::isdigit(static_cast<unsigned char>(strPlace[0])) == 0 && strPlace != "entry";
     const bool bFunction = bName && pDebugger != nullptr && strPlace != pDebugger->GetLaunch().GetFile().strKernel &&
+                           !IsKernel(*context.GetInterpreter().GetProgram(), strPlace) &&
                            pDebugger->GetCode().FindName(strPlace) != nullptr;
     place.eKind = SLaunchPlace::Kernel;
     place.strKernel = strPlace;
