@@ -20,8 +20,9 @@ bool ReadCount(std::string_view text, uint64_t& nNumber)
     return result.ec == std::errc() && result.ptr == text.data() + text.size() && nNumber != 0;
 }
 
-/// The name of the program's file in the launch's folder: the one that it has, with the extension for its kind.
-std::string NameProgramFile(const SKnownProgram& program, const std::string& strText)
+/// The name of the program's file in the launch's folder: the one that it has, with the extension for its kind. A
+/// binary without debug data gives a text for each kernel.
+std::string NameProgramFile(const SKnownProgram& program, const std::string& strText, const std::string& strKernel)
 {
     const std::filesystem::path name = std::filesystem::path(program.strFile).filename();
     if (strText.compare(0, 4, "\177ELF") == 0)
@@ -29,7 +30,8 @@ std::string NameProgramFile(const SKnownProgram& program, const std::string& str
         return name.string() + ".bin";
     }
     const bool bIL = strText.compare(0, 3, "il_") == 0 || strText.compare(0, 9, ";ARGSTART") == 0;
-    return bIL ? name.stem().string() + ".il" : name.string();
+    const std::string strOfKernel = program.strSource.empty() ? "-" + strKernel : "";
+    return bIL ? name.stem().string() + strOfKernel + ".il" : name.string();
 }
 
 } // namespace
@@ -49,7 +51,7 @@ std::string WriteCapturedLaunch(const SLaunchFile& file, const SKnownLaunch& lau
     const std::string strProcess = launch.nProcess > 1 ? "p" + std::to_string(launch.nProcess) + "-" : "";
     const std::string strName = strProcess + std::to_string(launch.nNumber) + "-" + launch.strKernel;
     std::string strPath = target.strFolder + "/" + strName + ".json";
-    const std::string strProgram = NameProgramFile(program, file.strSource);
+    const std::string strProgram = NameProgramFile(program, file.strSource, launch.strKernel);
     WriteLaunch(file, strPath, strProgram);
     if (target.bEmitC)
     {
