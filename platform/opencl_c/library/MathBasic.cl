@@ -124,7 +124,7 @@ VECTORS(LIMITS, double)
     BY_COMPONENT_1(FUNCTION, int, ilogb, F)                                                                            \
     FUNCTION F logb(F x)                                                                                               \
     {                                                                                                                  \
-        const F other = x == 0 ? -(F)__builtin_inf() : x * x;                                                          \
+        const F other = x == 0 ? -(F)__builtin_inf() : fabs(x);                                                        \
         return x != 0 && fabs(x) < (F)__builtin_inf() ? (F)(EXPONENT(x) - 1) : other;                                  \
     }                                                                                                                  \
     BY_COMPONENT_1(FUNCTION, F, logb, F)

@@ -102,14 +102,15 @@ HELPER double Erf(double x)
 {
     const double size = __builtin_fabs(x);
     const double far = __builtin_copysign(1.0 - ErfcFar(size), x);
-    return size > 0.85 ? far : ErfNear(x);
+    return size > 0.85 ? far : ErfNear(size > 0.85 ? 0.0 : x);
 }
 
 HELPER double Erfc(double x)
 {
     const double far = ErfcFar(__builtin_fabs(x));
-    const double near = 1.0 - ErfNear(x);
-    return __builtin_fabs(x) > 0.85 ? (x < 0 ? 2.0 - far : far) : near;
+    const bool bFar = __builtin_fabs(x) > 0.85;
+    const double near = 1.0 - ErfNear(bFar ? 0.0 : x);
+    return bFar ? (x < 0 ? 2.0 - far : far) : near;
 }
 
 // The logarithm of gamma from 8 on, by Stirling's formula, as a sum of two.
