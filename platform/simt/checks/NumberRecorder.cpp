@@ -83,6 +83,12 @@ double NumberOf(ELaneType eType, uint32_t nLow, uint32_t nHigh)
     return fValue;
 }
 
+/// Which of a number's words tells whether it is finite. What is known of a number is kept for that word's row.
+uint32_t GetTellingWord(ELaneType eType)
+{
+    return eType == ELaneType::D ? 1 : 0;
+}
+
 SIntegerRule FindIntegerRule(uint32_t nOp)
 {
     switch (nOp)
@@ -443,7 +449,7 @@ void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
         return;
     }
     const SLaneRule& rule = GetLaneRule(step.nOp);
-    const uint32_t* const pResult = block.Row(step.rows.d[rule.eOut == ELaneType::D ? 1 : 0]);
+    const uint32_t* const pResult = block.Row(step.rows.d[GetTellingWord(rule.eOut)]);
     const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
     const uint32_t nBegin = bUniform ? 0 : block.GetFirstLane();
     const uint32_t nEnd = bUniform ? 1 : block.GetEndLane();
@@ -486,8 +492,7 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
         eWorst = std::max(eWorst, eSource);
         if (eSource != Finite && !made.IsKnown())
         {
-            // A double's words may have come from different steps.
-            nFrom = step.rows.s[2 * i + (m_vMade[step.rows.s[2 * i]].IsKnown() ? 0 : 1)];
+            nFrom = step.rows.s[2 * i + GetTellingWord(rule.eIn[i])];
             made = m_vMade[nFrom];
         }
     }
@@ -509,7 +514,7 @@ void CNumberRecorder::LookAtLane(const CBlock& block, const SMicroOp& step, cons
         made.bChosen = false;
         PassOn(made, step.nInstruction, 0);
     }
-    SetMade(step.rows.d[0], made);
+    SetMade(step.rows.d[GetTellingWord(rule.eOut)], made);
 }
 
 void CNumberRecorder::Accessing(const CBlock& block, const SMicroOp& step, const SAccess& access)
