@@ -438,6 +438,8 @@ TEST(Session, HasNothingToShowBeforeItBegins)
     EXPECT_EQ(debugger.GetCurrentLine() + debugger.GetNextLine() + debugger.GetPreviousLine(), 0u);
     EXPECT_EQ(debugger.GetCurrentInstruction(), ProgramCounter(0));
     EXPECT_EQ(debugger.GetExecutionMaskBuffer(), nullptr);
+    size_t nActive = 0;
+    EXPECT_FALSE(debugger.CountActive(nActive));
     VariableID id;
     id.type = VID_LastTouched;
     EXPECT_EQ(debugger.GetRegisterResultsBuffer(id), nullptr);

@@ -15,6 +15,7 @@
 #include <dlfcn.h>
 #include <elf.h>
 
+#include <algorithm>
 #include <map>
 #include <optional>
 
@@ -200,7 +201,15 @@ public:
         return place;
     }
 
-    std::vector<uint32_t> Mask() { return Words(Debugger().GetExecutionMaskBuffer()); }
+    /// The mask, empty if there is none. The number of active work-items must agree with it.
+    std::vector<uint32_t> Mask()
+    {
+        const std::vector<uint32_t> vMask = Words(Debugger().GetExecutionMaskBuffer());
+        size_t nActive = 0;
+        EXPECT_EQ(Debugger().CountActive(nActive), !vMask.empty());
+        EXPECT_EQ(nActive, vMask.size() - static_cast<size_t>(std::count(vMask.begin(), vMask.end(), 0u)));
+        return vMask;
+    }
 
     size_t Active()
     {
