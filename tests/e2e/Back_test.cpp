@@ -324,63 +324,79 @@ TEST(Back, AStopThatARunWalkedOverKeepsWhatItShowsFromThenOn)
     EXPECT_THAT(vValues, ElementsAre(0u, 3u, 3u, 2u, 3u, 2u, 2u, 1u, 2u, 1u));
 }
 
+namespace
+{
+
+struct SPassedLine
+{
+    const char* pszLine;
+    unsigned int nCounted; ///< what the inner loop of the pass before the stop has counted in r6
+};
+
+const SPassedLine s_PassedLines[] = {{"iadd r6.x, r6.x, l0.y", 1},
+                                     {"if_logicalz r5.x", 2},
+                                     {"break", 2},
+                                     {"else", 1},
+                                     {"mov r7.x, r4.x", 1},
+                                     {"endif", 1},
+                                     {"endloop", 2}};
+
+unsigned int FindLine(CSession& session, const std::string& strLine)
+{
+    unsigned int nLine = 0;
+    while (session.GetListing().GetLine(nLine) != strLine)
+    {
+        ++nLine;
+    }
+    return nLine;
+}
+
+/// Runs to the nth visit of a line, and back to the last visit of another one, which the runs have passed over.
+void RunBackTo(const SPassedLine& line, const std::string& strFrom, size_t nVisit, unsigned int nCounted)
+{
+    CLaunch launch(GetLibraries(),
+                   MakeSmallKernel("whileloop\niadd r3.x, r3.x, l0.y\nmov r4.x, l0.z\nwhileloop\n"
+                                   "iadd r4.x, r4.x, l0.y\niadd r6.x, r6.x, l0.y\nilt r5.x, r4.x, l0.x\n"
+                                   "if_logicalz r5.x\nbreak\nelse\nmov r7.x, r4.x\nendif\nendloop\n"
+                                   "ige r5.x, r3.x, l0.x\nbreak_logicalnz r5.x\nendloop\nmov r8.x, r6.x\n"));
+    size_t nHalts = 0;
+    CScriptedClient client(
+        [&](CSession& session)
+        {
+            GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), FindLine(session, strFrom), 0, nullptr);
+            return OVKCLDEBUG_COMMAND_CONTINUE;
+        },
+        [&](CSession& session)
+        {
+            if (++nHalts == nVisit)
+            {
+                GetDebugFunctions().ovkclDebugClearAllBreakpoints(session.GetContext());
+                GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), FindLine(session, line.pszLine), 0,
+                                                       nullptr);
+                return static_cast<ovkclDebugCommand>(OVKCLDEBUG_COMMAND_EXT_RUN_BACK);
+            }
+            if (nHalts > nVisit)
+            {
+                EXPECT_EQ(session.GetListing().GetLine(session.GetNextLine()), line.pszLine);
+                EXPECT_EQ(session.GetRegister("r6")[0][0], nCounted);
+                GetDebugFunctions().ovkclDebugClearAllBreakpoints(session.GetContext());
+            }
+            return OVKCLDEBUG_COMMAND_CONTINUE;
+        });
+    EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
+    EXPECT_EQ(nHalts, nVisit + 1);
+}
+
+} // namespace
+
 TEST(Back, FindsTheLastVisitOfEachLineThatARunPassedOver)
 {
-    const std::string strBody = "whileloop\niadd r3.x, r3.x, l0.y\nmov r4.x, l0.z\nwhileloop\n"
-                                "iadd r4.x, r4.x, l0.y\niadd r6.x, r6.x, l0.y\nilt r5.x, r4.x, l0.x\n"
-                                "if_logicalz r5.x\nbreak\nelse\nmov r7.x, r4.x\nendif\nendloop\n"
-                                "ige r5.x, r3.x, l0.x\nbreak_logicalnz r5.x\nendloop\n";
-    const auto find = [](CSession& session, const std::string& strLine)
+    for (const SPassedLine& line : s_PassedLines)
     {
-        unsigned int nLine = 0;
-        while (session.GetListing().GetLine(nLine) != strLine)
-        {
-            ++nLine;
-        }
-        return nLine;
-    };
-    const struct
-    {
-        const char* pszLine;
-        unsigned int nCounted; ///< what the inner loop has counted in r6
-    } cases[] = {{"iadd r6.x, r6.x, l0.y", 1},
-                 {"if_logicalz r5.x", 2},
-                 {"break", 2},
-                 {"else", 1},
-                 {"mov r7.x, r4.x", 1},
-                 {"endif", 1},
-                 {"endloop", 2}};
-    for (const auto& test : cases)
-    {
-        SCOPED_TRACE(test.pszLine);
-        CLaunch launch(GetLibraries(), MakeSmallKernel(strBody));
-        size_t nHalts = 0;
-        CScriptedClient client(
-            [&](CSession& session)
-            {
-                GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), find(session, "mov r4.x, l0.z"), 0,
-                                                       nullptr);
-                return OVKCLDEBUG_COMMAND_CONTINUE;
-            },
-            [&](CSession& session)
-            {
-                if (++nHalts == 2)
-                {
-                    GetDebugFunctions().ovkclDebugClearAllBreakpoints(session.GetContext());
-                    GetLibraries().ovkclDebugSetBreakpoint(session.GetContext(), find(session, test.pszLine), 0,
-                                                           nullptr);
-                    return static_cast<ovkclDebugCommand>(OVKCLDEBUG_COMMAND_EXT_RUN_BACK);
-                }
-                if (nHalts == 3)
-                {
-                    EXPECT_EQ(session.GetListing().GetLine(session.GetNextLine()), test.pszLine);
-                    EXPECT_EQ(session.GetRegister("r6")[0][0], test.nCounted);
-                    GetDebugFunctions().ovkclDebugClearAllBreakpoints(session.GetContext());
-                }
-                return OVKCLDEBUG_COMMAND_CONTINUE;
-            });
-        EXPECT_EQ(RunSession(GetLibraries(), launch, client), CL_SUCCESS);
-        EXPECT_EQ(nHalts, 3u);
+        SCOPED_TRACE(line.pszLine);
+        RunBackTo(line, "mov r4.x, l0.z", 2, line.nCounted);
+        // After both loops the last visit is in the second pass of the outer one.
+        RunBackTo(line, "mov r8.x, r6.x", 1, line.nCounted + 2);
     }
 }
 
