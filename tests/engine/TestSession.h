@@ -204,7 +204,7 @@ public:
     /// The mask, empty if there is none. The number of active work-items must agree with it.
     std::vector<uint32_t> Mask()
     {
-        const std::vector<uint32_t> vMask = Words(Debugger().GetExecutionMaskBuffer());
+        std::vector<uint32_t> vMask = Words(Debugger().GetExecutionMaskBuffer());
         size_t nActive = 0;
         EXPECT_EQ(Debugger().CountActive(nActive), !vMask.empty());
         EXPECT_EQ(nActive, vMask.size() - static_cast<size_t>(std::count(vMask.begin(), vMask.end(), 0u)));
