@@ -434,7 +434,7 @@ void CNumberRecorder::Stepped(const CBlock& block, const SMicroOp& step)
     }
     const SNumberRule& number = m_pRules[step.nOp];
     const uint32_t nExponent = number.nExponent;
-    if (step.nOp == LANE_Mov && TouchesKnown(step) && m_vMade[step.rows.s[0]].IsKnown())
+    if (step.nOp == LANE_Mov && m_vMade[step.rows.s[0]].IsKnown())
     {
         SetMade(step.rows.d[0], m_vMade[step.rows.s[0]]);
         return;

@@ -74,17 +74,19 @@ std::vector<SPlatformFinding> JoinByLine(const std::vector<SPlatformFinding>& vF
     std::vector<SPlatformFinding> vJoined;
     for (const SPlatformFinding& finding : vFindings)
     {
+        if (!NamesItems(finding))
+        {
+            vJoined.push_back(finding);
+            continue;
+        }
         const Key key{find(finding.nInstruction), finding.nKind, finding.nFault, finding.nMemory, finding.bWrite};
-        const auto [it, bNew] =
-            NamesItems(finding) ? mapIndices.emplace(key, vJoined.size()) : std::make_pair(mapIndices.end(), true);
+        const auto [it, bNew] = mapIndices.emplace(key, vJoined.size());
         if (bNew)
         {
             vJoined.push_back(finding);
+            continue;
         }
-        else
-        {
-            vJoined[it->second] = Join(vJoined[it->second], finding);
-        }
+        vJoined[it->second] = Join(vJoined[it->second], finding);
     }
     return vJoined;
 }
