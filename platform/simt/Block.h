@@ -158,13 +158,15 @@ private:
     /// The state before an open if, or before a conditional call.
     struct SBranch
     {
-        SLaneSpan span;       ///< before it
-        uint32_t nRest = 0;   ///< lanes in its row
-        bool bTaken = false;  ///< uniform if: its first part was taken
-        bool bOther = false;  ///< its other part has begun, or was skipped
-        uint64_t nPasses = 0; ///< loop (uses nothing else): passes since it was last entered
+        SLaneSpan span;      ///< before it
+        uint32_t nRest = 0;  ///< lanes in its row
+        bool bTaken = false; ///< uniform if: its first part was taken
+        bool bOther = false; ///< its other part has begun, or was skipped
     };
 
+    // Control flow, in BlockFlow.cpp
+    template <bool bRecorded>
+    EState RunSteps();
     void ClearRow(uint32_t nRow) { m_Lanes.pfFill(Row(nRow), 0, 0, s_nLanes); }
     SLaneSpan Span() const { return {m_nActive, m_nBegin, m_nEnd}; }
     void SetMask(const SLaneSpan& span);
@@ -180,16 +182,23 @@ private:
     void OpenWhole(const SMicroOp& step);
     void OtherWhole(const SMicroOp& step);
     void CloseWhole(const SMicroOp& step);
+    void OpenIf(const SMicroOp& step);
+    void OtherIf(const SMicroOp& step);
+    void CloseIf(const SMicroOp& step);
     void LeaveAll(const SMicroOp& step);
     void RunUniform(const SMicroOp& step) const;
+    void Spread(const SLaneRows& rows) const;
     void Loop(const SMicroOp& step);
     void EndLoop(const SMicroOp& step);
     void Switch(const SMicroOp& step);
     void Default(const SMicroOp& step);
+    void EndSwitch(const SMicroOp& step);
+    void Enter(const SMicroOp& step);
     void EndBody(const SMicroOp& step);
     void Call(const SMicroOp& step);
     EState Barrier(const SMicroOp& step);
     void Outside(const SMicroOp& step);
+    void RunOther(const SMicroOp& step);
 
     // Memory, in BlockMemory.cpp
     // \param nBytes  0 if the memory isn't counted in bytes
@@ -268,14 +277,15 @@ private:
     uint32_t m_nLast = 0; ///< m_nEnd or the end of the lanes in use, whichever comes first
     uint32_t m_nStep = 0;
     uint64_t m_nExecuted = 0;
-    const SMicroOp* m_pStoppedAt = nullptr;
-    std::vector<uint32_t> m_vReturns;    ///< by body: step after its call
-    std::vector<SBranch> m_vBranches;    ///< by the row that holds the lanes of the other part
-    std::vector<uint32_t> m_vLocalShift; ///< by lane: where its group's local memory begins
-    SOffsets m_Index;                    ///< of the last scaled access's indices
-    uint64_t m_nScaledBy = s_nNotScaled; ///< the scale with which m_Scaled was computed
-    SLaneRow m_Scaled;                   ///< offsets of a scaled access's addresses from the lowest
-    SLaneRow m_Shifted;                  ///< local addresses of lanes of several groups
+    const SMicroOp* m_pStoppedAt = nullptr; ///< valid after Run has returned Stopped
+    std::vector<uint32_t> m_vReturns;       ///< by body: step after its call
+    std::vector<SBranch> m_vBranches;       ///< by the row that holds the lanes of the other part
+    std::vector<uint64_t> m_vPasses;        ///< by a loop's row: its passes since it was last entered
+    std::vector<uint32_t> m_vLocalShift;    ///< by lane: where its group's local memory begins
+    SOffsets m_Index;                       ///< of the last scaled access's indices
+    uint64_t m_nScaledBy = s_nNotScaled;    ///< the scale with which m_Scaled was computed
+    SLaneRow m_Scaled;                      ///< offsets of a scaled access's addresses from the lowest
+    SLaneRow m_Shifted;                     ///< local addresses of lanes of several groups
     size_t m_nLastRange = 0;
     IBlockRecorder* m_pTrace = nullptr;
     bool m_bSeen = false; ///< a recorder sees each step
