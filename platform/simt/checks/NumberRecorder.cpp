@@ -1,28 +1,19 @@
 #include "platform/simt/checks/NumberRecorder.h"
 
 #include "platform/simt/Block.h"
-#include "platform/simt/FloatBits.h"
 #include "platform/simt/checks/Findings.h"
+#include "platform/simt/checks/FloatKind.h"
+#include "platform/simt/checks/IntegerChecks.h"
 #include "platform/simt/checks/ShadowRules.h"
 
 #include <immintrin.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <iterator>
 
 namespace KestrelPlatform
 {
-
-/// The fault that an integer operation is checked for, and the width of its operand.
-struct SIntegerRule
-{
-    uint32_t nFault = 0;
-    uint32_t nWidth = 32;
-    double fLow = 0; ///< of a conversion: values between these two fit when truncated
-    double fHigh = 0;
-};
 
 /// How a lane operation is checked.
 struct SNumberRule
@@ -35,95 +26,10 @@ struct SNumberRule
 namespace
 {
 
-/// The bits of the exponent, which are all set in NaN and infinity only; 0 for a type that isn't floating-point. Those
-/// of a double are in its second word.
-uint32_t ExponentOf(ELaneType eType)
-{
-    switch (eType)
-    {
-    case ELaneType::F:
-        return 0x7F800000;
-    case ELaneType::D:
-        return 0x7FF00000;
-    case ELaneType::H:
-        return 0x7C00;
-    default:
-        return 0;
-    }
-}
-
-enum ENumber
-{
-    Finite,
-    Infinite,
-    NotANumber
-};
-
-ENumber LookAt(ELaneType eType, uint32_t nLow, uint32_t nHigh)
-{
-    const uint32_t nExponent = ExponentOf(eType);
-    const uint32_t nWord = eType == ELaneType::D ? nHigh : nLow;
-    if (nExponent == 0 || (nWord & nExponent) != nExponent)
-    {
-        return Finite;
-    }
-    const uint32_t nFraction = (nExponent & (0u - nExponent)) - 1;
-    return (nWord & nFraction) != 0 || (eType == ELaneType::D && nLow != 0) ? NotANumber : Infinite;
-}
-
-double NumberOf(ELaneType eType, uint32_t nLow, uint32_t nHigh)
-{
-    if (eType != ELaneType::D)
-    {
-        return static_cast<double>(AsFloat(nLow));
-    }
-    const uint64_t nBits = nLow | static_cast<uint64_t>(nHigh) << 32;
-    double fValue = 0;
-    std::memcpy(&fValue, &nBits, sizeof fValue);
-    return fValue;
-}
-
 /// Which of a number's words tells whether it is finite. What is known of a number is kept for that word's row.
 uint32_t GetTellingWord(ELaneType eType)
 {
     return eType == ELaneType::D ? 1 : 0;
-}
-
-SIntegerRule FindIntegerRule(uint32_t nOp)
-{
-    switch (nOp)
-    {
-    case LANE_IL_OP_I_DIV:
-    case LANE_IL_OP_I_MOD:
-    case LANE_IL_OP_U_DIV:
-    case LANE_IL_OP_U_MOD:
-        return {PLATFORM_FAULT_DIVISION};
-    case LANE_IL_OP_I64_DIV:
-    case LANE_IL_OP_I64_MOD:
-    case LANE_IL_OP_U64_DIV:
-    case LANE_IL_OP_U64_MOD:
-        return {PLATFORM_FAULT_DIVISION, 64};
-    case LANE_IL_OP_I_SHL:
-    case LANE_IL_OP_I_SHR:
-    case LANE_IL_OP_U_SHR:
-        return {PLATFORM_FAULT_SHIFT};
-    case LANE_IL_OP_I64_SHL:
-    case LANE_IL_OP_I64_SHR:
-    case LANE_IL_OP_U64_SHR:
-        return {PLATFORM_FAULT_SHIFT, 64};
-    case LANE_IL_OP_FTOI:
-    case LANE_IL_OP_DTOI:
-        return {PLATFORM_FAULT_RANGE, 32, -2147483649.0, 2147483648.0};
-    case LANE_IL_OP_FTOU:
-    case LANE_IL_OP_DTOU:
-        return {PLATFORM_FAULT_RANGE, 32, -1.0, 4294967296.0};
-    case LANE_IL_OP_DTOI64: // the next number below the lowest that fits
-        return {PLATFORM_FAULT_RANGE, 64, -9223372036854777856.0, 9223372036854775808.0};
-    case LANE_IL_OP_DTOU64:
-        return {PLATFORM_FAULT_RANGE, 64, -1.0, 18446744073709551616.0};
-    default:
-        return {};
-    }
 }
 
 bool IsCopy(uint32_t nOp)
@@ -172,43 +78,6 @@ const SNumberRule* GetRules()
 {
     static const std::vector<SNumberRule> s_vRules = MakeRules();
     return s_vRules.data();
-}
-
-/// A quick test of a row. It ignores the mask, and second words of 64-bit operands, so false means only that each lane
-/// has to be checked.
-bool AreAllRight(const SIntegerRule& rule, ELaneType eType, const uint32_t* pFirst, const uint32_t* pSecond,
-                 uint32_t nBegin, uint32_t nEnd)
-{
-    uint32_t nWrong = 0;
-    if (rule.nFault == PLATFORM_FAULT_DIVISION)
-    {
-        for (uint32_t n = nBegin; n < nEnd; ++n)
-        {
-            nWrong |= pSecond[n] == 0 ? 1 : 0;
-        }
-    }
-    else if (rule.nFault == PLATFORM_FAULT_SHIFT)
-    {
-        for (uint32_t n = nBegin; n < nEnd; ++n)
-        {
-            nWrong |= pSecond[n] >= rule.nWidth ? 1 : 0;
-        }
-    }
-    else if (eType == ELaneType::F)
-    {
-        // The limits as floats: no other float lies between these and the exact ones.
-        const float fLow = static_cast<float>(rule.fLow);
-        const float fHigh = static_cast<float>(rule.fHigh);
-        for (uint32_t n = nBegin; n < nEnd; ++n)
-        {
-            nWrong |= AsFloat(pFirst[n]) > fLow && AsFloat(pFirst[n]) < fHigh ? 0 : 1;
-        }
-    }
-    else
-    {
-        return false;
-    }
-    return nWrong == 0;
 }
 
 } // namespace
@@ -270,44 +139,21 @@ void CNumberRecorder::PassOn(const SMade& made, uint32_t nInstruction, uint64_t 
     m_Findings.Add(finding);
 }
 
-void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step)
+void CNumberRecorder::CheckIntegers(const CBlock& block, const SMicroOp& step, const SIntegerRule& rule)
 {
-    const SIntegerRule& rule = m_pRules[step.nOp].integers;
-    const ELaneType eType = GetLaneRule(step.nOp).eIn[0];
     const bool bUniform = step.eKind == MICRO_LANE_UNIFORM;
     const uint32_t nBegin = bUniform ? 0 : block.GetFirstLane();
     // A literal is the same in all lanes.
     const bool bOne = bUniform || m_vLiterals[step.rows.s[rule.nFault == PLATFORM_FAULT_RANGE ? 0 : 2]];
-    if (AreAllRight(rule, eType, block.Row(step.rows.s[0]), block.Row(step.rows.s[2]), nBegin,
-                    bOne ? nBegin + 1 : block.GetEndLane()))
+    if (AreIntegersRight(block, step, rule, nBegin, bOne ? nBegin + 1 : block.GetEndLane()))
     {
         return;
     }
-    for (uint32_t i = block.GetFirstLane(); i < block.GetEndLane(); ++i)
+    for (uint32_t n = block.GetFirstLane(); n < block.GetEndLane(); ++n)
     {
-        const uint32_t n = bUniform ? 0 : i;
-        if (!block.IsActive(i))
+        if (block.IsActive(n) && IsIntegerWrong(block, step, rule, bUniform ? 0 : n))
         {
-            continue;
-        }
-        const auto word = [&](uint32_t nSource) { return block.Row(step.rows.s[nSource])[n]; };
-        bool bWrong = false;
-        if (rule.nFault == PLATFORM_FAULT_DIVISION)
-        {
-            bWrong = (word(2) | (rule.nWidth == 64 ? word(3) : 0)) == 0;
-        }
-        else if (rule.nFault == PLATFORM_FAULT_SHIFT)
-        {
-            bWrong = word(2) >= rule.nWidth;
-        }
-        else if (LookAt(eType, word(0), word(1)) == Finite)
-        {
-            const double fValue = NumberOf(eType, word(0), word(1));
-            bWrong = fValue <= rule.fLow || fValue >= rule.fHigh;
-        }
-        if (bWrong)
-        {
-            Tell(block, step.nInstruction, i, rule.nFault);
+            Tell(block, step.nInstruction, n, rule.nFault);
         }
     }
 }
@@ -323,7 +169,7 @@ void CNumberRecorder::Stepping(const CBlock& block, const SMicroOp& step)
     const SNumberRule& rule = m_pRules[step.nOp];
     if (rule.integers.nFault != 0)
     {
-        CheckIntegers(block, step);
+        CheckIntegers(block, step, rule.integers);
     }
     if (rule.nExponent == 0)
     {

@@ -14,6 +14,7 @@ namespace KestrelPlatform
 
 class CFindings;
 struct SLaunchContext;
+struct SIntegerRule;
 struct SNumberRule;
 
 /// Finds the instructions that make NaN or infinity of other numbers, and follows these to the buffers that they reach.
@@ -48,7 +49,7 @@ private:
     void TellChosen(const CBlock& block, uint32_t nRow);
     void SettleChosen();
     const uint32_t* Source(const CBlock& block, const SMicroOp& step, uint32_t nRow) const;
-    void CheckIntegers(const CBlock& block, const SMicroOp& step);
+    void CheckIntegers(const CBlock& block, const SMicroOp& step, const SIntegerRule& rule);
     void LookAtLane(const CBlock& block, const SMicroOp& step, const SLaneRule& rule, uint32_t nLane,
                     uint32_t nItemLane);
     SMade FindCarried(const CBlock& block, const SMicroOp& step, const SAccess& access, uint32_t nWord) const;
