@@ -64,10 +64,12 @@ public:
     bool HasCopiesOf(const SPosition& stop) const { return m_CopiesAt && *m_CopiesAt == stop; }
     /// Whether the last patched kernel stores the values of a register besides the mask.
     bool StoresValues() const;
-    bool CanMissStores() const;
 
 private:
     bool RunPlain();
+    /// Whether a work-item may leave the kernel, or not enter a function, without coming to the stores to the output
+    /// buffers.
+    bool CanMissStores() const;
 
     CInstrumentedShaderIL& m_Kernel;
     const CKernelCourse& m_Course;

@@ -127,9 +127,6 @@ public:
     {
         return m_Memory.ReadValues(Here(), vRegisters, nPlane, values);
     }
-    /// Whether a work-item may leave the kernel, or not enter a function, without coming to the stores to the output
-    /// buffers.
-    bool CanMissStores() const { return m_Runs.CanMissStores(); }
 
 private:
     enum class EValues

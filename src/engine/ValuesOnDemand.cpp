@@ -140,10 +140,9 @@ bool CShaderDebuggerIL::RunForValues(const std::vector<Register>& vRegisters)
     ++m_nValueRuns;
     BufferDesc desc = m_TargetBuffers.GetValuesDesc();
     desc.m_nHeight = std::max(desc.m_nHeight, 1u) * static_cast<unsigned int>(vRegisters.size());
-    // The next stop usually reads as many registers.
-    const bool bFits = m_pValues != nullptr && m_nValuesHeight == desc.m_nHeight &&
-                       (!GetCurrentShader()->CanMissStores() || m_pValues->Clear());
-    if (!bFits)
+    // The next stop usually reads as many registers. What the last one left there goes: each work-item stores its
+    // registers, wherever it ends.
+    if (m_pValues == nullptr || m_nValuesHeight != desc.m_nHeight)
     {
         m_pValues.reset();
         m_pValues.reset(GetHost()->CreateDeviceBuffer(desc));
