@@ -247,9 +247,13 @@ const SStopCase s_StopCases[] = {
      "mov r6.x, l2.y\nmcall(5)_in(0)\n" + s_LowerHalf + "mcall(6)_in(0)\nendif\niadd r8.x, r6.x, l1.w\n",
      {"mov 11111111", "mcall 11111111", "ult 11111111", "if_logicalnz 11110000", "mcall 11110000", "endif 11111111",
       "iadd 11111111", "ret 11111111"},
-     {{"r6", {4, 4, 4, 4, 5, 5, 5, 5}}, {"r7", {6, 6, 6, 6, 2, 2, 2, 2}}, {"r8", {5, 5, 5, 5, 6, 6, 6, 6}}},
-     "mdef(5)_mod(0x0)\nmov r6.x, l2.w\ncall_logicalnz r6.x, 1031\nmend\nmdef(6)_outline\n;other\n"
-     "mov r6.x, l1.x\nmov r7.x, l1.y\nmend\nfunc 1031\nmov r7.x, l2.z\nret\nendfunc\n"},
+     {{"r6", {4, 4, 4, 4, 5, 5, 5, 5}},
+      {"r7", {6, 6, 6, 6, 2, 2, 2, 2}},
+      {"r8", {5, 5, 5, 5, 6, 6, 6, 6}},
+      {"r9", {2, 2, 2, 2, 2, 2, 2, 2}}},
+     "mdef(5)_mod(0x0)\nmov r6.x, l2.w\ncall_logicalnz r6.x, 1031\ncall_logicalz l2.x, 1032\nmend\n"
+     "mdef(6)_outline\n;other\nmov r6.x, l1.x\nmov r7.x, l1.y\nmend\n"
+     "func 1031\nmov r7.x, l2.z\nret\nendfunc\nfunc 1032\nmov r9.x, l2.z\nret\nendfunc\n"},
     {"ACallAndAReturnOnAConditionThatSomeFulfil",
      "ult r5.x, r0.x, l1.x\ncall_logicalnz r5.x, 1031\niadd r6.x, r6.x, l1.w\n",
      {"ult 11111111", "func 11110000", "mov 11110000", "uge 11110000", "ret_logicalnz 11000000", "mov 11000000",

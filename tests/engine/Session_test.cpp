@@ -471,6 +471,7 @@ TEST(Session, HasNothingToShowBeforeItBegins)
     EXPECT_TRUE(debugger.FindLastResult(debugger.GetCurrentInstruction()));
     EXPECT_FALSE(debugger.FindLastResult(ProgramCounter(CTestSession::s_nBody - 1)));
     EXPECT_TRUE(debugger.AddBreakPointAtInstructionNumber(5) && debugger.ToggleBreakPointAtInstructionNumber(6));
+    EXPECT_EQ(debugger.GetBreakPointsAsInstructionNumbers(nullptr), 2u);
     EXPECT_EQ(debugger.GetBreakPointsAsInstructionNumbers(&breakpoints), 2u);
     EXPECT_EQ(breakpoints, (std::set<unsigned int>{5, 6}));
     EXPECT_TRUE(debugger.ToggleBreakPointAtInstructionNumber(6));
