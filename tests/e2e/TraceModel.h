@@ -2,7 +2,7 @@
 #define KESTREL_TESTS_E2E_TRACEMODEL_H
 
 #include "KestrelPlatform.h"
-#include "tests/reference/Position.h"
+#include "tests/reference/MachinePosition.h"
 #include "tools/session/launch/Libraries.h"
 
 #include <cstdint>

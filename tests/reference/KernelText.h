@@ -1,7 +1,7 @@
 #ifndef KESTREL_TESTS_REFERENCE_KERNELTEXT_H
 #define KESTREL_TESTS_REFERENCE_KERNELTEXT_H
 
-#include "tests/reference/Position.h"
+#include "tests/reference/MachinePosition.h"
 
 #include <map>
 #include <stdexcept>

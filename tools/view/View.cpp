@@ -1,7 +1,7 @@
 #include "tools/view/View.h"
 
 #include "tools/session/ExitCode.h"
-#include "tools/view/Page.h"
+#include "tools/view/PageFiles.h"
 #include "tools/view/ViewSession.h"
 
 #include <httplib.h>

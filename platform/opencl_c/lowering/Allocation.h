@@ -1,7 +1,7 @@
 #ifndef KESTREL_PLATFORM_OPENCL_C_LOWERING_ALLOCATION_H
 #define KESTREL_PLATFORM_OPENCL_C_LOWERING_ALLOCATION_H
 
-#include "platform/opencl_c/lowering/Machine.h"
+#include "platform/opencl_c/lowering/MachineCode.h"
 
 #include <cstdint>
 #include <vector>

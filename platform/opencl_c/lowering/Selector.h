@@ -2,7 +2,7 @@
 #define KESTREL_PLATFORM_OPENCL_C_LOWERING_SELECTOR_H
 
 #include "platform/opencl_c/lowering/KernelParameters.h"
-#include "platform/opencl_c/lowering/Machine.h"
+#include "platform/opencl_c/lowering/MachineCode.h"
 #include "platform/opencl_c/lowering/Storage.h"
 #include "platform/opencl_c/lowering/TempArrays.h"
 #include "platform/opencl_c/lowering/ValueTypes.h"

@@ -1,4 +1,4 @@
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// Records accesses to watched bytes, one by one.
 namespace KestrelPlatformTest

@@ -1,6 +1,6 @@
 #include <tuple>
 
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// Findings of a launch whose groups take several blocks, in every order.
 namespace KestrelPlatformTest

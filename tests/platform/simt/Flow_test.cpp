@@ -1,6 +1,6 @@
 #include <thread>
 
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 namespace KestrelPlatformTest
 {

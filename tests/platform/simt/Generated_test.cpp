@@ -3,7 +3,7 @@
 #include "platform/simt/LaneOps.h"
 #include "platform/simt/checks/ShadowRules.h"
 #include "tests/platform/simt/GeneratedKernel.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 namespace KestrelPlatformTest
 {

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "platform/simt/Texel.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 namespace KestrelPlatformTest
 {

@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "platform/simt/checks/ShadowRules.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// Branches that depend on unwritten bytes, with all patterns of work-items' addresses.
 namespace KestrelPlatformTest

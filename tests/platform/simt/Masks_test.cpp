@@ -1,5 +1,5 @@
 #include "platform/simt/LaneOps.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 namespace KestrelPlatformTest
 {

@@ -2,7 +2,7 @@
 
 #include "platform/simt/Structure.h"
 #include "tests/platform/simt/HostNumbers.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// Every load, store and atomic, compared with the host.
 namespace KestrelPlatformTest

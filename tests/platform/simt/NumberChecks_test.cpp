@@ -1,4 +1,4 @@
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// How far findings say that a NaN was passed on.
 namespace KestrelPlatformTest

@@ -2,7 +2,7 @@
 
 #include <numeric>
 
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 namespace KestrelPlatformTest
 {

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <set>
 
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// The bytes and cache lines of memory accesses in a profile.
 namespace KestrelPlatformTest

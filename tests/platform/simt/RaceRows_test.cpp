@@ -7,7 +7,7 @@
 #include "platform/simt/checks/Findings.h"
 #include "platform/simt/checks/GroupRows.h"
 #include "platform/simt/checks/IntervalRows.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// Accesses processed row by row must give the same races as work-item by work-item.
 namespace KestrelPlatformTest

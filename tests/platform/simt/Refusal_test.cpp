@@ -5,7 +5,7 @@
 #include "platform/il/InstructionShape.h"
 #include "platform/simt/Structure.h"
 #include "tests/platform/simt/GeneratedKernel.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 #include "tests/support/Folders.h"
 
 namespace KestrelPlatformTest

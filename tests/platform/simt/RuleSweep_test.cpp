@@ -4,7 +4,7 @@
 #include "platform/simt/LaneOps.h"
 #include "platform/simt/Structure.h"
 #include "tests/platform/simt/HostNumbers.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// Every rule for one component or one pair, over products of lists of special values, compared with the host.
 namespace KestrelPlatformTest

@@ -2,7 +2,7 @@
 #include <limits>
 
 #include "platform/simt/LaneOps.h"
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 namespace KestrelPlatformTest
 {

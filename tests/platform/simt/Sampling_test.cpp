@@ -3,7 +3,7 @@
 #include <cmath>
 #include <sstream>
 
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 /// Compares images with a second implementation, written from the formulas of OpenCL 1.2, sections 8.2 and 8.3, in
 /// double precision and one texel at a time.

@@ -1,8 +1,8 @@
 #include "tools/kestrel/check/CheckProgram.h"
 
 #include "tools/session/ExitCode.h"
+#include "tools/session/launch/BinarySections.h"
 #include "tools/session/launch/Codes.h"
-#include "tools/session/launch/KernelText.h"
 #include "tools/session/program/ProgramFollower.h"
 
 #include <nlohmann/json.hpp>

@@ -3,7 +3,7 @@
 #include "tools/kestrel/check/CheckWords.h"
 #include "tools/kestrel/check/CheckedRuns.h"
 #include "tools/session/debug/CommandError.h"
-#include "tools/session/launch/KernelText.h"
+#include "tools/session/launch/BinarySections.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
 #include "tools/kestrel/command/Prompt.h"
-#include "tools/kestrel/command/Settings.h"
+#include "tools/kestrel/command/PromptSettings.h"
 #include "tools/session/debug/CommandError.h"
 
 #include <algorithm>

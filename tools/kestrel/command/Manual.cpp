@@ -1,7 +1,7 @@
 #include "tools/kestrel/command/Manual.h"
 
 #include "tools/kestrel/command/Interpreter.h"
-#include "tools/session/launch/KernelText.h"
+#include "tools/session/launch/BinarySections.h"
 
 #include <unistd.h>
 

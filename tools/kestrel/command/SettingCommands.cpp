@@ -1,7 +1,7 @@
 // Settings, help, command files, and quit.
 
 #include "tools/kestrel/command/Commands.h"
-#include "tools/kestrel/command/Settings.h"
+#include "tools/kestrel/command/PromptSettings.h"
 #include "tools/session/debug/CommandError.h"
 
 #include <nlohmann/json.hpp>

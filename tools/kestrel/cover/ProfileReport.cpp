@@ -4,8 +4,8 @@
 #include "tools/session/debug/KernelArguments.h"
 #include "tools/session/debug/ReadListing.h"
 #include "tools/session/debug/SourceLines.h"
+#include "tools/session/launch/BinarySections.h"
 #include "tools/session/launch/Files.h"
-#include "tools/session/launch/KernelText.h"
 #include "tools/session/launch/PlatformDoor.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 #include "KestrelPlatform.h"
 #include "tools/session/debug/Format.h"
 #include "tools/session/debug/PatchedLines.h"
-#include "tools/session/launch/KernelText.h"
+#include "tools/session/launch/BinarySections.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <nlohmann/json.hpp>

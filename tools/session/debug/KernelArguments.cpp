@@ -1,6 +1,6 @@
 #include "tools/session/debug/KernelArguments.h"
 
-#include "tools/session/launch/KernelText.h"
+#include "tools/session/launch/BinarySections.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "tools/session/debug/ReadListing.h"
 
-#include "tools/session/launch/KernelText.h"
+#include "tools/session/launch/BinarySections.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <utility>

@@ -2,7 +2,7 @@
 
 #include "tools/session/debug/CodeMap.h"
 #include "tools/session/debug/KernelArguments.h"
-#include "tools/session/launch/KernelText.h"
+#include "tools/session/launch/BinarySections.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "tools/session/launch/Session.h"
 
+#include "tools/session/launch/BinarySections.h"
 #include "tools/session/launch/Codes.h"
-#include "tools/session/launch/KernelText.h"
 #include "tools/source/SourcePlaces.h"
 
 #include <algorithm>

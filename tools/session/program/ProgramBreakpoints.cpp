@@ -3,7 +3,7 @@
 #include "tools/session/debug/Frames.h"
 #include "tools/session/debug/KernelArguments.h"
 #include "tools/session/debug/ReadListing.h"
-#include "tools/session/launch/ProgramBuild.h"
+#include "tools/session/launch/BuiltProgram.h"
 #include "tools/session/program/ProgramSession.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 #include "tools/session/program/ProgramRecord.h"
 
 #include "tools/session/debug/KernelArguments.h"
+#include "tools/session/launch/BinarySections.h"
 #include "tools/session/launch/Describe.h"
 #include "tools/session/launch/Files.h"
-#include "tools/session/launch/KernelText.h"
 #include "tools/session/program/CapturedArguments.h"
 
 #include <nlohmann/json.hpp>

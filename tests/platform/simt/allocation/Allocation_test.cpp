@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "tests/platform/simt/KernelRun.h"
+#include "tests/platform/simt/RecordedLaunch.h"
 
 namespace
 {

@@ -1,4 +1,4 @@
-#include "platform/opencl_c/lowering/Machine.h"
+#include "platform/opencl_c/lowering/MachineCode.h"
 
 #include <algorithm>
 

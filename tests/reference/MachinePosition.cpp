@@ -1,4 +1,4 @@
-#include "tests/reference/Position.h"
+#include "tests/reference/MachinePosition.h"
 
 namespace KestrelTest
 {

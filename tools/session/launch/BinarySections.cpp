@@ -1,4 +1,4 @@
-#include "tools/session/launch/KernelText.h"
+#include "tools/session/launch/BinarySections.h"
 
 #include <elf.h>
 

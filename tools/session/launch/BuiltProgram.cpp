@@ -1,4 +1,4 @@
-#include "tools/session/launch/ProgramBuild.h"
+#include "tools/session/launch/BuiltProgram.h"
 
 #include "tools/session/launch/Codes.h"
 #include "tools/session/launch/Files.h"
