@@ -53,7 +53,15 @@ struct SMemoryCase
     const char* pszFunctions = "";
     const char* pszDeclarations = "";
     std::vector<std::string> vTracked = {};
+    const char* pszAfterCall = ""; ///< the main body after its call
 };
+
+SLaunchFile MakeFile(const SMemoryCase& test)
+{
+    SLaunchFile file = MakeSmallKernel(test.pszBody, test.pszDeclarations, test.pszFunctions);
+    file.strSource.insert(file.strSource.find("endmain"), test.pszAfterCall);
+    return file;
+}
 
 void Track(CSession& session, const std::vector<std::string>& vNames)
 {
@@ -229,6 +237,15 @@ const std::vector<SMemoryCase> s_MemoryCases = {
      "",
      "",
      {"r2"}},
+    {"a store in the main body, after the call",
+     STORE("l0.y") "mov r8.x, l0.y\n",
+     {{"mov r8.x, l0.y", 1, s_Ones},
+      {"call 1024", 1, s_Ones},
+      {"uav_raw_store_id(10)_addr64 mem0.x, r2.xy, l0.x", 1, s_Twos}},
+     "",
+     "dcl_typeless_uav_id(10)_stride(4)_length(4)\n",
+     {},
+     STORE("l0.x") "mov r9.x, l0.y\nmov r9.x, l0.y\n"},
 };
 
 } // namespace
@@ -238,8 +255,7 @@ TEST(TrueMemory, GlobalMemoryIsThatOfTheStop)
     for (const SMemoryCase& test : s_MemoryCases)
     {
         SCOPED_TRACE(test.pszName);
-        StepAndCompare(test, MakeSmallKernel(test.pszBody, test.pszDeclarations, test.pszFunctions),
-                       [](const CSession& session) { return ReadOutput(session, 8); });
+        StepAndCompare(test, MakeFile(test), [](const CSession& session) { return ReadOutput(session, 8); });
     }
 }
 
