@@ -17,7 +17,8 @@ void CBlock::SFree::operator()(void* p) const
 
 CBlock::CBlock(SLaunchContext& context, uint32_t nPart, unsigned char* pLocal, CPendingAdds& pending)
     : m_Context(context), m_Code(context.code), m_Lanes(context.lanes), m_nPart(nPart), m_pLocal(pLocal),
-      m_Pending(pending)
+      m_Pending(pending),
+      m_nLimit(context.launch.nInstructionLimit != 0 ? context.launch.nInstructionLimit : ~uint64_t(0))
 {
     const size_t nBytes = static_cast<size_t>(m_Code.nRows) * sizeof(SLaneRow);
     m_pMemory.reset(std::aligned_alloc(alignof(SLaneRow), nBytes));

@@ -172,7 +172,9 @@ private:
     void SetMask(const SLaneSpan& span);
     /// Continues after the step, or at its target if no work-item is left.
     void GoOn(const SMicroOp& step);
-    bool Limit(const SMicroOp& step);
+    /// Whether the limit of instructions is exceeded, or the launch was stopped.
+    bool MustStop() const;
+    EState StopAt(const SMicroOp& step);
     uint32_t RunLanes(uint32_t nStep) const;
     uint32_t RunSeenLanes(uint32_t nStep) const;
     void OpenBranch(const SMicroOp& step, uint32_t bInvert);
@@ -277,6 +279,7 @@ private:
     uint32_t m_nLast = 0; ///< m_nEnd or the end of the lanes in use, whichever comes first
     uint32_t m_nStep = 0;
     uint64_t m_nExecuted = 0;
+    const uint64_t m_nLimit;                ///< of instructions
     const SMicroOp* m_pStoppedAt = nullptr; ///< valid after Run has returned Stopped
     std::vector<uint32_t> m_vReturns;       ///< by body: step after its call
     std::vector<SBranch> m_vBranches;       ///< by the row that holds the lanes of the other part

@@ -32,11 +32,16 @@ void CBlock::GoOn(const SMicroOp& step)
     ++m_nStep;
 }
 
-bool CBlock::Limit(const SMicroOp& step)
+bool CBlock::MustStop() const
 {
-    const uint64_t nLimit = m_Context.launch.nInstructionLimit;
+    return m_nExecuted > m_nLimit || m_Context.IsBreakAsked() || m_Context.bStop.load(std::memory_order_relaxed);
+}
+
+/// Stops this block, and all others unless they are stopped already.
+CBlock::EState CBlock::StopAt(const SMicroOp& step)
+{
     const bool bBreak = m_Context.IsBreakAsked();
-    if ((nLimit != 0 && m_nExecuted > nLimit) || bBreak)
+    if (m_nExecuted > m_nLimit || bBreak)
     {
         uint32_t nLane = 0;
         while (nLane + 1 < m_nLive && !IsActive(nLane))
@@ -45,12 +50,8 @@ bool CBlock::Limit(const SMicroOp& step)
         }
         m_Context.Stop(bBreak, step.nInstruction, GetWorkItem(nLane));
     }
-    const bool bStop = m_Context.bStop.load(std::memory_order_relaxed);
-    if (bStop)
-    {
-        m_pStoppedAt = &step;
-    }
-    return bStop;
+    m_pStoppedAt = &step;
+    return Stopped;
 }
 
 void CBlock::OpenBranch(const SMicroOp& step, uint32_t bInvert)
@@ -169,7 +170,8 @@ void CBlock::LeaveAll(const SMicroOp& step)
     SetMask(SLaneSpan());
 }
 
-void CBlock::RunUniform(const SMicroOp& step) const
+/// Not inlined for the sake of RunLanes.
+[[gnu::noinline]] void CBlock::RunUniform(const SMicroOp& step) const
 {
     const PFLaneOp pfOperation = step.nOp < LANE_FIRST_SLOW ? m_Lanes.pFast[step.nOp] : GetSlowLaneOp(step.nOp);
     pfOperation(m_pRows, step.rows, nullptr, 0, s_nGranule);
@@ -355,18 +357,20 @@ void CBlock::Outside(const SMicroOp& step)
     }
 }
 
-/// Runs the lane operations from a step up to a slow one. \return the step after them
-[[gnu::always_inline]] inline uint32_t CBlock::RunLanes(uint32_t nStep) const
+/// Runs the lane operations from a step up to a slow one. Not inlined, since the inner loop needs all registers.
+/// \return the step after them
+[[gnu::noinline]] uint32_t CBlock::RunLanes(uint32_t nStep) const
 {
     const PFLaneOp* const pFast = m_Lanes.pFast;
-    const SMicroOp* pStep = &m_Code.vSteps[nStep];
+    const SMicroOp* const pSteps = m_Code.vSteps.data();
+    const SMicroOp* pStep = pSteps + nStep;
     SLaneRow* const pRows = m_pRows;
     const uint32_t* const pMask = m_pMask;
     const uint32_t nBegin = m_nBegin;
     const uint32_t nEnd = m_nEnd;
-    for (;; ++pStep, ++nStep)
+    for (;; ++pStep)
     {
-        if (pStep->eKind == MICRO_LANE_FAST)
+        if (pStep->eKind == MICRO_LANE_FAST) [[likely]]
         {
             pFast[pStep->nOp](pRows, pStep->rows, pMask, nBegin, nEnd);
         }
@@ -376,7 +380,7 @@ void CBlock::Outside(const SMicroOp& step)
         }
         else
         {
-            return nStep;
+            return static_cast<uint32_t>(pStep - pSteps);
         }
     }
 }
@@ -492,8 +496,19 @@ CBlock::EState CBlock::RunSteps()
         switch (step.eKind)
         {
         case MICRO_LANE_FAST:
-        case MICRO_LANE_UNIFORM:
             m_nStep = bSeen ? RunSeenLanes(m_nStep) : RunLanes(m_nStep);
+            break;
+        case MICRO_LANE_UNIFORM:
+            // Often alone: the condition of a loop.
+            if (bSeen)
+            {
+                m_nStep = RunSeenLanes(m_nStep);
+            }
+            else
+            {
+                RunUniform(step);
+                ++m_nStep;
+            }
             break;
         case MICRO_LANE_SLOW:
             GetSlowLaneOp(step.nOp)(m_pRows, step.rows, m_pMask, m_nBegin, m_nEnd);
@@ -516,9 +531,9 @@ CBlock::EState CBlock::RunSteps()
             break;
         case MICRO_ENTER:
             Enter(step);
-            if (Limit(step))
+            if (MustStop())
             {
-                return Stopped;
+                return StopAt(step);
             }
             break;
         case MICRO_IF:
@@ -564,9 +579,9 @@ CBlock::EState CBlock::RunSteps()
             break;
         case MICRO_END_LOOP:
             EndLoop(step);
-            if (Limit(step))
+            if (MustStop())
             {
-                return Stopped;
+                return StopAt(step);
             }
             break;
         case MICRO_SWITCH:
