@@ -1,5 +1,7 @@
 #include "tests/platform/simt/RecordedLaunch.h"
 
+#include <cstring>
+
 /// Records accesses to watched bytes, one by one.
 namespace KestrelPlatformTest
 {

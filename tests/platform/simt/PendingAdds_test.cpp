@@ -1,5 +1,6 @@
 #include "platform/simt/PendingAdds.h"
 
+#include <cstring>
 #include <numeric>
 
 #include "tests/platform/simt/RecordedLaunch.h"

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <bit>
 #include <map>
 #include <string>
 #include <vector>
@@ -145,16 +145,12 @@ public:
 
 inline uint32_t Bits(float f)
 {
-    uint32_t n = 0;
-    std::memcpy(&n, &f, sizeof n);
-    return n;
+    return std::bit_cast<uint32_t>(f);
 }
 
 inline float Float(uint32_t n)
 {
-    float f = 0;
-    std::memcpy(&f, &n, sizeof f);
-    return f;
+    return std::bit_cast<float>(n);
 }
 
 /// Lines that put a work-item's linear index into r100.x, and the address of its four output words

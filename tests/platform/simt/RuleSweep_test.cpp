@@ -1,4 +1,5 @@
 #include <array>
+#include <cstring>
 #include <set>
 
 #include "platform/simt/LaneOps.h"

@@ -1,6 +1,7 @@
 #include <CL/cl.h>
 
 #include <cmath>
+#include <cstring>
 #include <sstream>
 
 #include "tests/platform/simt/RecordedLaunch.h"

@@ -1,5 +1,7 @@
 #include "tests/platform/simt/RecordedLaunch.h"
 
+#include <cstring>
+
 namespace KestrelPlatformTest
 {
 namespace
