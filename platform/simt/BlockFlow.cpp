@@ -443,7 +443,7 @@ void CBlock::EndSwitch(const SMicroOp& step)
     SetMask(m_Lanes.pfJoin(Span(), pMask, Row(step.rows.d[1])));
 }
 
-/// A step that neither is control flow nor often occurs.
+/// A step that isn't control flow, and is rare.
 void CBlock::RunOther(const SMicroOp& step)
 {
     switch (step.eKind)
@@ -488,7 +488,6 @@ CBlock::EState CBlock::RunSteps()
     for (;;)
     {
         const SMicroOp& step = pSteps[m_nStep];
-        const uint32_t nBefore = m_nActive;
         if (bSeen && step.eKind != MICRO_ACCESS && step.eKind != MICRO_LANE_FAST && step.eKind != MICRO_LANE_UNIFORM)
         {
             m_pTrace->Stepping(*this, step);
@@ -542,10 +541,13 @@ CBlock::EState CBlock::RunSteps()
             GoOn(step);
             break;
         case MICRO_ELSE:
+        {
+            const uint32_t nBefore = m_nActive;
             OtherIf(step);
             tell(step, (nBefore | m_nActive) != 0);
             GoOn(step);
             break;
+        }
         case MICRO_END_IF:
             CloseIf(step);
             tell(step, m_nActive != 0);
