@@ -202,7 +202,7 @@ private:
     void Outside(const SMicroOp& step);
     void RunOther(const SMicroOp& step);
 
-    // Memory, in BlockMemory.cpp
+    // Memory, in BlockMemory.cpp; local memory, in BlockLocal.cpp
     // \param nBytes  0 if the memory isn't counted in bytes
     void CountBad(const SMicroOp& step, uint32_t nLane, uint64_t nAddress, bool bWrite, SBadAccess::EMemory eMemory,
                   uint32_t nBytes = 0, bool bReadOnly = false);

@@ -45,6 +45,7 @@ public:
 
 private:
     typedef ELaneType T;
+    static constexpr uint32_t s_nOne = 0x3F800000; ///< 1.0f
     static constexpr size_t s_nBufferBytes = 16384;
 
     /// The work for one component, collected until it is known whether the destination can be written directly.
@@ -129,7 +130,7 @@ private:
     const SOperand& Destination() const { return m_vOperands[0]; }
     const SOperand& Operand(uint32_t nSource) const { return m_vOperands[(m_pItem->bDestination ? 1 : 0) + nSource]; }
 
-    // Destinations, in LoweringOperands.cpp
+    // Destinations, in LoweringDestinations.cpp
     bool Writes(uint32_t nComponent) const;
     bool IsPlainDestination(const SOperand& operand) const;
     bool BeginDestination(T eType, const CParts& parts);
